@@ -1,0 +1,87 @@
+// The gas solver: owns the velocity field and drives what happens to it inside a step.
+#pragma once
+#include <memory>
+
+#include "fluids/channels/ifluid_solver.h"
+#include "fluids/dynamics/grid_boundary.h"
+#include "fluids/dynamics/grid_extrapolation.h"
+#include "fluids/dynamics/grid_incompressibility.h"
+#include "fluids/dynamics/velocity_constrain.h"
+#include "fluids/dynamics/velocity_grid_emitter.h"
+#include "fluids/volume/volume_fractions.h"
+#include "framework/iobject.h"
+#include "grids/control_thread.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Smoke and fire: a staggered velocity field in a box that follows the content.
+class FluidSolver : public iFluidSolver {
+ public:
+  FluidSolver(host::BaseNode* node, Scene* scene);
+  FluidSolver(const FluidSolver& other);
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeFluidSolver; }
+  i32 GetListIndex() const override { return kListSolvers; }
+  bool IsSequential() const override { return true; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void Reset() override;
+  void Release(bool full) override;
+  void UpdateRange() override;
+  void GetName(std::string& out) const override;
+  void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  double GetMaxSpeedSq() const override { return mMaxSpeedSq; }
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<FluidSolver>(*this); }
+
+  ScalarField* GetDivergenceChannel() override { return &mDivergence; }
+  VelocityField* GetVelocityChannel() override { return &mVelocity; }
+
+  virtual bool ApplyGridForces();
+  virtual bool SolvePressure(bool);
+  virtual bool ApplyViscosity();
+  virtual void ReleaseWorkers();
+  virtual void CreateWorkers();
+  /// Strictly inside the velocity grid's box shrunk by one cell on every side.
+  virtual bool ContainsPoint(const Vec3d& world) const;
+  /// The liquid's level set; null for a gas.
+  virtual const EGrid<double>* GetSurfaceLevelSetRead() const { return nullptr; }
+  virtual EGrid<double>* GetSurfaceLevelSet() const { return nullptr; }
+
+  /// Sets the velocity at the six sides: normal 0 at walls and copied outwards, tangential ghost
+  /// layers at walls `factor` times the layer inside (1 slips freely, 0 sticks).
+  void SetWallVelocities(double factor);
+  /// Runs one pass of an embedded operator on the workers, over the velocity layout's cells.
+  void RunOnWorkers(iObject& target);
+  /// Layout of the velocity grids; null without grids.
+  const GridLayout* GetLayout() const;
+
+  VelocityField mVelocity;
+  Grid_VolumeFractions mFractions;
+  GridBoundary mBoundary;
+  VelocityGridEmitter mForces;
+  VelocityConstrain mConstrain;
+  GridExtrapolation mExtrapolation;
+  ScalarField mDivergence;
+  Grid_Incompressibility mPressure;
+  double mMaxSpeedSq = 0.001;
+
+ private:
+  using Workers = ScalarGridControlThread<ScalarGridThread<iObject>>;
+  bool UserBox(double nudge, Vec3d& lo, Vec3d& hi) const;
+  void BuildSolids();
+
+  std::unique_ptr<Workers> mWorkers;
+  double mPadding = 0;
+  Vec3d mBoxSize{}, mBoxOffset{}, mScaledSize{}, mBoxMin{};
+  bool mHasStoredBox = false;
+  GridLayout mStoredLayout;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,42 @@
+// Velocity beyond the faces where it is known.
+#pragma once
+#include <array>
+#include <memory>
+
+#include "fluids/channels/channel.h"
+#include "framework/iobject.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class FluidSolver;
+
+/// Fills faces that have no valid velocity from their valid neighbours, a layer a round.
+class GridExtrapolation : public iObject {
+ public:
+  GridExtrapolation() { mPassCount = 2; }
+  GridExtrapolation(const GridExtrapolation& other);
+  bool ReadParameters(void* context = nullptr) override;
+  void ClearLinks() override;
+  void Reset() override;
+  void Release(bool full) override;
+  bool NextPass() override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override { Release(false); }
+  void SelectAxis(i32 axis) { mAxis = axis; }
+  void SetLiquid(bool liquid) { mLiquid = liquid; }
+
+  FluidSolver* mSolver = nullptr;
+  ScalarField* mScalarChannel = nullptr;
+  VectorField* mVectorChannel = nullptr;
+  i32 mAxis = 0;    ///< velocity component; 3 is the scalar mode
+  i32 mRounds = 1;
+
+ private:
+  bool mLiquid = false;
+  i32 mRound = 0;
+  std::array<std::unique_ptr<Grid<u8>>, 4> mValid;
+  std::array<std::unique_ptr<Grid<u8>>, 4> mPrevious;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,38 @@
+// Velocity of faces that lie closed inside solids.
+#pragma once
+#include <array>
+#include <memory>
+#include <vector>
+
+#include "fluids/channels/channel.h"
+#include "framework/iobject.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class FluidSolver;
+class VolumeBase;
+
+/// Gives closed faces the solid's velocity, or what slides along it.
+class VelocityConstrain : public iObject {
+ public:
+  VelocityConstrain() { mPassCount = 2; }
+  VelocityConstrain(const VelocityConstrain& other);
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void Release(bool full) override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override { Release(false); }
+
+  FluidSolver* mSolver = nullptr;
+
+ private:
+  std::vector<VolumeBase*> mBodies;
+  bool mFollowObstacles = true;
+  bool mUseBodyVelocity = false;
+  double mBlend = 1.0;  ///< 0 sticks to the solid, 1 slides freely
+  std::array<std::unique_ptr<EGrid<double>>, 3> mFaces;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,22 @@
+// Objects that work inside a volume.
+#pragma once
+#include "fluids/volume/volume_base.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Base of the emitters that emit inside a volume.
+class ObjectVolume : public iObject {
+ public:
+  using iObject::iObject;
+  ObjectVolume() = default;
+  i32 GetTypeId() const override { return kTypeObjectVolume; }
+  void ClearLinks() override {
+    mVolume = nullptr;
+    iObject::ClearLinks();
+  }
+
+ protected:
+  iVolume* mVolume = nullptr;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,74 @@
+// Host polygons in the simulation.
+#pragma once
+#include "fluids/surfacetracker/mesh/tri_mesh.h"
+#include "framework/iobject.h"
+#include "host/polygon_object.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A triangle copy of a host polygon object in simulation space; it follows the object's animation
+/// and knows its motion of the last step.
+class Mesh : public iObject {
+ public:
+  Mesh() = default;
+  Mesh(host::BaseNode* node, Scene* scene);
+  Mesh(const Mesh&) = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeMesh; }
+  i32 GetListIndex() const override { return kListGeometry; }
+  void GetCategories(u32& mask) const override;
+  bool IsSequential() const override { return true; }
+  bool RunsOnRefresh() const override { return true; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  bool AfterLinks() override;
+  void CheckDirty() override;
+  bool IsDirty() const override;
+  void Reset() override;
+  void Release(bool full) override;
+  void Prepare(void* context = nullptr) override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Mesh>(*this); }
+
+  /// Brings the host's polygons into the record: 0 nothing could be read, 1 read, 2 the counts
+  /// changed.
+  virtual i32 ConvertHostObject();
+  virtual void UpdateBounds() { mMesh.UpdateBounds(); }
+
+  void GetCentre(Vec3d& out) const { out = mMesh.GetBoundsCentre(); }
+  /// Motion per step at a point: linear + angular x (point - centre). Simulation units per step,
+  /// not scaled by transfer factors.
+  void GetVelocityAt(Vec3d& out, const Vec3d& point) const;
+  /// Motion per step; scaled by the rigid body's transfer factors, which are 1 without a body.
+  void GetVelocities(Vec3d& linear, Vec3d& angular) const;
+  void GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const;
+  /// A mesh without a rigid body is none of the three.
+  bool IsDynamic() const { return false; }
+  bool IsKinematic() const { return false; }
+  bool IsStatic() const { return false; }
+  double GetDensity() const { return 1.0; }
+  double GetMass() const { return 1.0; }
+
+  /// Set by a volume: the node that carries the obstacle tag, or null.
+  void SetTagOwner(host::BaseNode* owner) { mTagOwner = owner; }
+  /// Ready for use: the record holds triangles.
+  bool HasTriangles() const { return mMesh.GetTriangleCount() > 0; }
+
+  TriMeshSTL mMesh;
+  TriMeshSTL mPreviousMesh;
+
+ private:
+  host::PolygonObject* mObject = nullptr;
+  host::BaseNode* mTagOwner = nullptr;
+  u32 mPointDirty = 0;
+  u32 mPolygonDirty = 0;
+  Matrix mMatrix, mMatrixBefore;
+  bool mVertexVelocities = false;
+  Vec3d mLinearVelocity{};
+  Vec3d mAngularVelocity{};
+  bool mTagPresent = false;
+  bool mHasHistory = false;  ///< a state of the step before exists
+  bool mSettling = false;    ///< moved in the last step: velocities go to zero in the next one
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,94 @@
+// Volumes: host geometry as signed distance.
+#pragma once
+#include <limits>
+#include <memory>
+
+#include "fluids/surfacetracker/mesh/mesh.h"
+#include "framework/iobject.h"
+#include "grids/egrid.h"
+#include "grids/sampling.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Where a point stands to a volume's surface.
+struct SurfaceRecord {
+  bool inside = false;
+  Vec3d point{};
+  Vec3d normal{0, 1, 0};
+  double distance = 0;
+};
+
+/// Root of all volumes: the box that they occupy, in simulation units.
+class iVolume : public iObject {
+ public:
+  using iObject::iObject;
+  iVolume() = default;
+  i32 GetListIndex() const override { return kListGeometry; }
+  void ExpandBounds(Vec3d& min, Vec3d& max) override;
+
+  VecInt3D mCells{};
+  Vec3d mExtent{};
+  Vec3d mBoxMin{kHuge, kHuge, kHuge};
+  Vec3d mBoxMax{-kHuge, -kHuge, -kHuge};
+  Vec3d mCentre{};
+  double mCellSize = 1.0;
+  bool mHasSecondBox = false;  ///< a cached placement that `ExpandBounds` merges in
+  GridLayout mSecondBox;
+
+  static constexpr double kHuge = std::numeric_limits<double>::max();
+};
+
+/// A volume with a signed distance grid on nodes, negative inside. Without a grid, distances read
+/// 0 and tests are false. Positions are in cells of the grid ("grid"), in simulation units from its
+/// origin ("relative"), or in simulation units ("world").
+class VolumeBase : public iVolume {
+ public:
+  VolumeBase() = default;
+  VolumeBase(host::BaseNode* node, Scene* scene) : iVolume(node, scene) {}
+  VolumeBase(const VolumeBase& other);
+  void GetCategories(u32& mask) const override;
+  bool ReadParameters(void* context = nullptr) override;
+  bool AfterLinks() override;
+  bool IsDirty() const override;
+  void Release(bool full) override;
+
+  virtual void UpdateBounds();
+  virtual bool AllocateGrid();
+
+  double DistanceAtGrid(const Vec3d& c) const;
+  double DistanceAtRelative(const Vec3d& p) const;
+  double DistanceAtWorld(const Vec3d& p) const;
+  /// Box minimum <= p < box maximum; false without a grid.
+  bool IsInBounds(const Vec3d& p) const;
+  bool IsInsideRelative(const Vec3d& p, f32 offset = 0) const;
+  bool IsInsideWorld(const Vec3d& p, f32 offset = 0) const;
+  /// |distance| over the greatest interior distance.
+  double DepthRelative(const Vec3d& p) const;
+  double DepthWorld(const Vec3d& p) const;
+  /// Moves an inside point to `margin` cells outside the surface; false when it is outside.
+  bool PushOut(Vec3d& position, bool isWorld, double margin) const;
+  /// The same on a world position; also returns its grid position and the unit normal.
+  bool PushOutGrid(Vec3d& position, Vec3d& gridPosition, Vec3d& normal, double margin) const;
+  bool ClosestSurface(const Vec3d& position, SurfaceRecord& record, double offset) const;
+  Vec3d GradientAtGrid(const Vec3d& c) const;
+  Vec3d GradientAtRelative(const Vec3d& p) const;
+  Vec3d GradientAtWorld(const Vec3d& p) const;
+
+  EGrid<double>* GetGrid() const { return mGrid.get(); }
+  bool HasGridData() const { return mGrid && mGrid->mData; }
+  /// The source mesh, or null.
+  Mesh* GetMesh() const { return mMesh; }
+
+  std::unique_ptr<EGrid<double>> mGrid;
+  bool mInverted = false;
+  Vec3d mPadding{2, 2, 2};         ///< cells
+  bool mHasTag = false;            ///< the node carries the obstacle tag
+  bool mDeriveMass = false;
+  i32 mSubIndex = -1;              ///< index in a group, -1 stands alone
+  double mMaximumDistance = -1e7;  ///< greatest interior distance of the voxeliser
+
+ protected:
+  Mesh* mMesh = nullptr;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,42 @@
+// Constraints turn a position into a weight.
+#pragma once
+#include <vector>
+
+#include "framework/ibase.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Base of the constraints that emitters, forces and operators hold a list of (parameter 2502).
+class Constraint : public iBase {
+ public:
+  using iBase::iBase;
+  i32 GetListIndex() const override { return kListAuxiliary; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryConstraint; }
+
+  /// Whether the constraint is on the particle side.
+  virtual bool Attach(void* /*target*/) { return false; }
+  /// Once a step, before any test, on the pipeline thread.
+  virtual void Prepare(iBase* /*owner*/) {}
+  virtual void Finish() {}
+  /// Multiplies `weight` at `position` (simulation units); false ends the chain for this point.
+  virtual bool Test(const Vec3d& position, double& weight, const iBase* owner, u32 worker) = 0;
+};
+
+/// The constraints of one holder, in list order.
+class ConstraintList {
+ public:
+  /// Takes the constraints that parameter 2502 of `holder` names.
+  void Resolve(const iBase& holder);
+  void Clear() { mConstraints.clear(); }
+  bool IsEmpty() const { return mConstraints.empty(); }
+  void Prepare(iBase* owner) const;
+  void Finish() const;
+  /// Runs the enabled constraints in order on `weight`, up to the first that answers false.
+  /// Returns false if one did, or if the weight is exactly 0.
+  bool Test(const Vec3d& position, double& weight, const iBase* owner, u32 worker) const;
+
+ private:
+  std::vector<Constraint*> mConstraints;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,68 @@
+#include "framework/duration.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const ParameterTable& Duration::Parameters() {
+  static const ParameterTable table = {
+      RealRow(1000, "length", 0.0, "s", "length of the window; 0 or less leaves it open for ever"),
+      RealRow(1001, "start", 0.0, "s", "when the first window opens"),
+      LongRow(1002, "repeats", 0, "", "windows after the first").AtLeast(0),
+      RealRow(1003, "pause", 10.0, "s", "time between windows"),
+      CurveRow(1004, "curve", "weight over the window, 0..1; without it the window fades out"),
+      LongRow(1005, "length_frames", 0, "frames", "length of the window, with use_frames"),
+      LongRow(1006, "start_frames", 0, "frames", "when the first window opens, with use_frames"),
+      LongRow(1007, "pause_frames", 10, "frames", "time between windows, with use_frames"),
+      BoolRow(1008, "use_frames", false, "take length, start and pause in frames"),
+  };
+  return table;
+}
+
+bool Duration::ReadParameters(void* context) {
+  mPriority = 0;
+  if (!iBase::ReadParameters(context)) return false;
+  repeats = mInterface.GetLong(1002);
+  if (mInterface.GetBool(1008)) {
+    const double frame = mTime && mTime->fps > 0 ? 1.0 / mTime->fps : 0.0;
+    length = mInterface.GetLong(1005) * frame;
+    start = mInterface.GetLong(1006) * frame;
+    pause = mInterface.GetLong(1007) * frame;
+  } else {
+    length = mInterface.GetReal(1000);
+    start = mInterface.GetReal(1001);
+    pause = mInterface.GetReal(1003);
+  }
+  spline = mInterface.GetSpline(1004);
+  return true;
+}
+
+bool Duration::WindowAt(double t, double& windowStart) const {
+  windowStart = start;
+  if (length <= 0) return start <= t;
+  if (t >= start && t < start + length) return true;
+  if (t < start) return false;
+  const double period = length + pause;
+  if (period <= 0) return false;
+  const double k = std::floor((t - start) / period);
+  if (repeats < k) return false;
+  windowStart = start + k * period;
+  return t >= windowStart && t < windowStart + length;
+}
+
+bool Duration::IsActive(double time) const {
+  double windowStart;
+  return WindowAt(time, windowStart);
+}
+
+bool Duration::Weight(double time, double& weight) const {
+  double windowStart;
+  if (!WindowAt(time, windowStart)) return false;
+  if (length > 0) {
+    const double u = (time - windowStart) / length;
+    weight = spline ? spline->Evaluate(u) : 1 - u;
+  }
+  return true;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

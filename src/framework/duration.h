@@ -1,0 +1,37 @@
+// Time windows.
+#pragma once
+#include "framework/ibase.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A time window with repeats and a weight curve, linked by emitters, forces and operators.
+class Duration : public iBase {
+ public:
+  Duration() = default;
+  Duration(host::BaseNode* node, Scene* scene) : iBase(node, scene) {}
+  Duration(const Duration&) = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeDuration; }
+  i32 GetListIndex() const override { return kListAuxiliary; }
+  bool ReadParameters(void* context = nullptr) override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Duration>(*this); }
+
+  /// Whether the window is open at `time` (seconds). A length of 0 or less is open from `start` on.
+  bool IsActive(double time) const;
+  /// As `IsActive`; inside a window of some length `weight` becomes the curve's y over the window,
+  /// or without a curve fades from 1 to 0.
+  bool Weight(double time, double& weight) const;
+
+  double start = 0;    ///< seconds
+  double length = 25;  ///< seconds
+  double pause = 25;   ///< seconds between windows
+  i32 repeats = 0;     ///< windows after the first
+  const host::SplineData* spline = nullptr;
+
+ private:
+  /// The start of the open window at `time`; false when none is open.
+  bool WindowAt(double time, double& windowStart) const;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

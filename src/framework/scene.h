@@ -1,0 +1,147 @@
+// One simulation: the object lists, the clock, and the pipeline.
+#pragma once
+#include <array>
+#include <functional>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "framework/iobject.h"
+#include "framework/scene_time.h"
+#include "grids/grid_layout.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// What one evaluation did, for progress, statistics and traces.
+struct EvaluationReport {
+  std::vector<double> steps;                       ///< length of each substep, seconds
+  std::array<double, kStageCount> stageSeconds{};  ///< wall time
+  bool simulated = false;                          ///< a new frame was simulated
+};
+
+/// One simulation under one server node. The scene owns the objects of its lists; a list is ordered
+/// by node creation number.
+class Scene {
+ public:
+  enum Flag : u32 {
+    kDomainChanged = 0x2,  ///< in this evaluation
+    kTimeChanged = 0x4,    ///< in this evaluation
+    kNoBounds = 0x8,       ///< in this step
+  };
+  using ObjectList = std::map<host::NodeId, std::unique_ptr<iBase>>;
+  /// Makes the object of a plug-in id; null for an id without a core class.
+  using ObjectFactory =
+      std::function<std::unique_ptr<iBase>(i32 pluginId, host::BaseNode* node, Scene* scene)>;
+  /// Called for every object that ran, with the stage.
+  using TraceSink = std::function<void(i32 stage, const iBase& object)>;
+
+  Scene(host::BaseNode* server, ObjectFactory factory);
+  virtual ~Scene();
+  Scene(const Scene&) = delete;
+  Scene& operator=(const Scene&) = delete;
+
+  /// Parameters of the server node.
+  static const host::ParameterTable& Parameters();
+
+  /// Reads the node's dirty count.
+  virtual void DetectChanges();
+  /// The step that moves the fastest flow by `mCfl` cells, at most a frame. `seed` is a lower limit
+  /// of the squared speed. Sets `mStepRatio`.
+  virtual double ComputeAdaptiveStep(double seed);
+  virtual void SetTimes(i32 frameIndex, double time, double frameDuration, i32 timeMode, double cfl,
+                        double fixedStep, i32 substeps, i32 minSubsteps, double fps,
+                        i32 blurSample, i32 blurSamples);
+  /// Brings the lists in line with the node tree.
+  virtual void Synchronise(const host::Document* document);
+  virtual void RemoveDead();
+  virtual void DispatchStage();
+  virtual void LoadCaches();
+  /// Stages 2 to 16; false = cancelled.
+  virtual bool Simulate(bool refresh);
+  virtual void RunVisualStages();
+  virtual void SaveCaches();
+  virtual void Reset(bool full);
+  /// One evaluation of the document; false = cancelled. The pipeline thread is the caller's.
+  virtual bool Execute(host::HostThread* thread, bool render);
+  /// False if the object is null or its node already has an entry.
+  virtual bool AddObject(i32 list, std::unique_ptr<iBase> object);
+  virtual bool NeedsRun() const;
+  virtual bool IsCancelled(const host::HostThread* control = nullptr) const;
+  /// Rebuilds `mDomain` for a scale and a cell size (simulation units); true if it changed.
+  virtual bool UpdateDomain(double hostUnits, double simUnits, double cellSize);
+  virtual bool CreateObject(host::BaseNode* node, i32 pluginId);
+  /// Destroys all objects of all lists.
+  virtual void Clear();
+
+  /// The enabled object of a host node, in `list` or, above 11, in any list. Category bit 31 and
+  /// type 2000 switch their tests off.
+  iBase* FindObject(const host::BaseNode* node, i32 list, i32 categoryA = kBitAny,
+                    i32 categoryB = kBitAny, i32 typeId = kTypeAny) const;
+  /// Objects of a list that pass type and category tests: without `list` all of `listIndex` (above
+  /// 11: of every list), else those named in it (`includeOnly`, in its order) or not named in it.
+  /// The category test passes if the mask equals `exactCategories`, or if it has bit `categoryA`
+  /// and `categoryB` (31 = not asked), or if `exactCategories` and `categoryA` are both 31.
+  void CollectObjects(const host::InExcludeData* list, std::vector<iBase*>& out, i32 listIndex,
+                      u32 exactCategories, i32 typeId, i32 categoryA, bool includeOnly,
+                      i32 categoryB = kBitAny) const;
+
+  void SetStage(i32 stage);
+  const host::Document* GetDocument() const;
+  const ObjectList& List(i32 number) const { return mLists[number]; }
+  host::BaseNode* Server() const { return mInterface.GetObject(); }
+
+  C4D_InterfaceHandler mInterface;
+  u32 mFlags = 1;
+  bool mIsRender = false;
+  i32 mThreadCount = 1;
+  i32 mSeed = 902891;
+  f64 mStepRatio = 0;
+  i32 mTimeMode = 0;
+  f64 mCfl = 1.0;
+  i32 mStage = 0;
+  FrameClock mClock;
+  SceneTime mTime;
+  GridLayout mDomain;    ///< one cell; carries the world scale and the cell size
+  f64 mCellHalf = 0;
+  f64 mCellQuarter = 0;
+  Vec3d mGravity{0, -9.81, 0};
+  i32 mRigidSubsteps = 10;
+  host::HostThread* mThread = nullptr;
+
+  EvaluationReport mReport;
+  TraceSink mTrace;
+
+ private:
+  enum class FrameDecision { Nothing, Refresh, NewFrame };
+  FrameDecision DecideFrame(bool domainChanged, bool& hardReset);
+  void ReadClock();
+  void ReadBlur(i32& sample, i32& samples) const;
+  bool RunSubsteps();
+  double NextAdaptiveStep(bool first, double dtMin, double dtMax, bool& last);
+  bool EndEvaluation(bool result);
+  void RunSetUpPasses();
+  void CheckAllDirty();
+  void NegotiateBounds();
+  bool FinishStep();
+  std::vector<iObject*> CollectStage(i32 stage) const;
+  bool RunStage(i32 stage, bool refreshOnly);
+  void RunGroup(const std::vector<iObject*>& group);
+  void RunSequentialOnce(const std::vector<iObject*>& group);
+  void RunParallelOnce(const std::vector<iObject*>& group);
+  void RunSequentialPasses(iObject& object);
+  void RunParallelPasses(iObject& object);
+  void RunWorkers(const std::vector<iObject*>& group);
+  void NoteRun(iObject& object);
+  template <class F>
+  void ForEachObject(F&& f, bool withCaches = false) const;
+
+  ObjectFactory mFactory;
+  std::array<ObjectList, 12> mLists;
+  u32 mServerDirty = 0;
+  bool mBoundsValid = false;  ///< the finish work of stage 16 is on
+};
+
+/// The scene that a server node gets.
+using SulvaScene = Scene;
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

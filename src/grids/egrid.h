@@ -1,0 +1,80 @@
+// A grid with a place in the world.
+#pragma once
+#include "grids/grid.h"
+#include "grids/grid_layout.h"
+
+namespace MELDO_GLOBAL {
+
+/// A dense array with a `GridLayout`. `S` is the scalar of the layout, always double.
+template <class T, class S = double>
+class EGrid : public Grid<T> {
+ public:
+  GridLayout mLayout;
+  VecInt3D mLastIndex;  ///< largest usable index of the layout's cells, per axis
+
+  /// `dims` is the size of the array; on the staggered axes of `kind` the layout has one cell less.
+  EGrid(const VecInt3D& dims, const Vec3d& worldSize, f32 cellSize, i32 kind,
+        const Vec3d& worldOrigin)
+      : Grid<T>(dims, kind) {
+    mLayout.Set(dims - ExtraOf(kind), worldSize, cellSize, worldOrigin);
+    mLastIndex = mLayout.dims - VecInt3D{1, 1, 1};
+  }
+  /// A zeroed grid of `kind` over the cells of `layout`.
+  EGrid(const GridLayout& layout, i32 kind)
+      : EGrid(layout.dims + ExtraOf(kind), layout.worldSize, layout.cellSize, kind,
+              layout.worldOrigin) {}
+  EGrid(const EGrid&) = default;
+
+  /// A position in simulation units as sample coordinates of this grid.
+  Vec3d ToSamples(const Vec3d& p) const { return mLayout.ToCells(p) - OffsetOf(this->mKind); }
+  /// The position of a sample in simulation units.
+  Vec3d PositionOf(i32 x, i32 y, i32 z) const {
+    return mLayout.simOrigin +
+           (Vec3d{double(x), double(y), double(z)} + OffsetOf(this->mKind)) * mLayout.simCell;
+  }
+
+  /// Rebuilds the active box from the data, and cleans the data.
+  ///
+  /// With ref = 0 for face kinds and `min` otherwise. Faces: a value within 1e-6 of ref becomes
+  /// ref, any other extends the box. Others: a value of at least ref + 1e-6 extends the box and is
+  /// limited to `max`, any other becomes ref; with `skipBorder` the outermost layer becomes ref.
+  /// A box of a single sample grows by one on each axis.
+  void UpdateActive(double min, double max, bool skipBorder) {
+    const bool face = this->mKind < 3 && this->mKind >= 0;
+    const T ref = face ? T(0) : static_cast<T>(min);
+    const double threshold = static_cast<double>(ref) + 1e-6;
+    this->ResetActive();
+    for (i32 z = 0; z < this->mNz; ++z)
+      for (i32 y = 0; y < this->mNy; ++y) {
+        T* row = this->mData + this->Index(0, y, z);
+        const bool borderRow =
+            skipBorder && !face && (z == 0 || z == this->mNz - 1 || y == 0 || y == this->mNy - 1);
+        i32 first = this->mNx, last = -1;
+        for (i32 x = 0; x < this->mNx; ++x) {
+          T& v = row[x];
+          if (face) {
+            if (std::abs(static_cast<double>(v)) < 1e-6) {
+              v = ref;
+              continue;
+            }
+          } else {
+            const bool border =
+                borderRow || (skipBorder && (x == 0 || x == this->mNx - 1));
+            if (border || !(static_cast<double>(v) >= threshold)) {
+              v = ref;
+              continue;
+            }
+            if (static_cast<double>(v) > max) v = static_cast<T>(max);
+          }
+          first = std::min(first, x);
+          last = x;
+        }
+        if (last < 0) continue;
+        this->mActiveMin = Min(this->mActiveMin, VecInt3D{first, y, z});
+        this->mActiveMax = Max(this->mActiveMax, VecInt3D{last, y, z});
+      }
+    if (this->mActiveMin == this->mActiveMax) this->mActiveMax += VecInt3D{1, 1, 1};
+  }
+};
+
+}  // namespace MELDO_GLOBAL

@@ -1,0 +1,81 @@
+// Sampling of grids between their samples.
+//
+// All functions take sample coordinates of the grid: (p - simOrigin) * simToCell - OffsetOf(kind).
+#pragma once
+#include <cmath>
+
+#include "grids/egrid.h"
+
+namespace MELDO_GLOBAL {
+
+enum SampleMode : i32 {
+  SAMPLE_LINEAR = 0,     ///< trilinear
+  SAMPLE_COSINE = 1,     ///< trilinear over (1 - cos(pi t)) / 2
+  SAMPLE_CUBIC = 2,      ///< 4 x 4 x 4 Lagrange cubic
+  SAMPLE_MONOTONIC = 3,  ///< 4 x 4 x 4 monotonic Hermite cubic
+  SAMPLE_BSPLINE = 4,    ///< 3 x 3 x 3 quadratic B-spline; the caller adds 0.5 to each coordinate
+};
+
+/// Lower index and fraction of a linear stencil on an axis of `n` samples: below 0 the first
+/// sample, beyond n - 2 the last one.
+struct AxisStencil {
+  i32 index;
+  double fraction;
+};
+inline AxisStencil LinearStencil(double c, i32 n) {
+  const double base = std::floor(c);
+  if (!(base >= 0)) return {0, 0.0};
+  if (base > n - 2) return {n - 2, 1.0};
+  return {static_cast<i32>(base), c - base};
+}
+
+/// Trilinear sample; never reads outside the array. Grids hold at least two samples per axis.
+template <class T>
+inline double SampleLinear(const Grid<T>& g, double x, double y, double z) {
+  const AxisStencil sx = LinearStencil(x, g.mNx), sy = LinearStencil(y, g.mNy),
+                    sz = LinearStencil(z, g.mNz);
+  const T* p = g.mData + g.Index(sx.index, sy.index, sz.index);
+  const i32 ny = g.mNx, nz = g.mSlice;
+  const double fx = sx.fraction, fy = sy.fraction, fz = sz.fraction;
+  const auto lerp = [](double a, double b, double t) { return a + (b - a) * t; };
+  const double c00 = lerp(p[0], p[1], fx);
+  const double c10 = lerp(p[ny], p[ny + 1], fx);
+  const double c01 = lerp(p[nz], p[nz + 1], fx);
+  const double c11 = lerp(p[nz + ny], p[nz + ny + 1], fx);
+  return lerp(lerp(c00, c10, fy), lerp(c01, c11, fy), fz);
+}
+template <class T>
+inline double SampleLinear(const Grid<T>& g, const Vec3d& c) {
+  return SampleLinear(g, c.x, c.y, c.z);
+}
+
+/// Indices i-1, i, i+1, i+2 per axis, clamped into the array, for a monotonic sample; computed once
+/// and used for several grids of the same shape at the same point.
+struct MonotonicStencil {
+  i32 index[3][4];
+  double fraction[3];
+};
+MonotonicStencil MakeMonotonicStencil(const Vec3d& c, const VecInt3D& dims);
+
+/// A sample by mode. Mode 3 uses `stencil`, or makes one; instantiated for float and double.
+template <class T>
+double Sample(const Grid<T>& g, const Vec3d& c, i32 mode,
+              const MonotonicStencil* stencil = nullptr);
+
+/// Gradient by central differences of trilinear samples half a cell to each side.
+template <class T>
+inline Vec3d SampleGradient(const Grid<T>& g, const Vec3d& c, double cellSize) {
+  const double s = 1.0 / cellSize;
+  return {(SampleLinear(g, c.x + 0.5, c.y, c.z) - SampleLinear(g, c.x - 0.5, c.y, c.z)) * s,
+          (SampleLinear(g, c.x, c.y + 0.5, c.z) - SampleLinear(g, c.x, c.y - 0.5, c.z)) * s,
+          (SampleLinear(g, c.x, c.y, c.z + 0.5) - SampleLinear(g, c.x, c.y, c.z - 0.5)) * s};
+}
+
+/// How `Splat` combines a weighted value with a sample.
+enum class SplatOperation { Assign = 0, Add = 1, Subtract = 2, Multiply = 3, Divide = 4 };
+
+/// Spreads `value` over the eight samples round `c` with trilinear weights.
+template <class T>
+void Splat(Grid<T>& g, double value, const Vec3d& c, SplatOperation operation);
+
+}  // namespace MELDO_GLOBAL

@@ -1,0 +1,140 @@
+// Nodes of a document: the tree, their placement, parameters, tags and links.
+#pragma once
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/matrix.h"
+#include "host/parameter.h"
+#include "host/value.h"
+
+namespace MELDO_GLOBAL::host {
+
+class Document;
+
+/// Types of host objects and tags; simulation nodes have the plug-in ids of the catalogue.
+enum HostType : i32 {
+  kMeshObject = 5100,
+  kSplineObject = 5101,
+  kPointsObject = 5102,
+  kLightObject = 5103,
+  kCameraObject = 5104,
+  kServerNode = 1300000,   ///< owner of a scene, and the base type of every simulation node
+  kObstacleTag = 1300111,  ///< marks an object as an obstacle
+};
+
+/// How the values between two keys follow.
+enum class Interpolation { Linear, Step, Smooth };
+
+/// Keyed values of one parameter or placement component, sorted by frame.
+struct Track {
+  struct Key {
+    double frame;
+    Value value;  ///< real, long or vector, the same kind in all keys
+  };
+  std::vector<Key> keys;
+  Interpolation interpolation = Interpolation::Linear;
+
+  /// The value at `frame`; the first or last key's outside the keys. Longs are rounded down.
+  Value Evaluate(double frame) const;
+};
+
+/// A node of a document. Nodes are made and owned by a Document.
+class BaseNode {
+ public:
+  BaseNode(Document& document, NodeId id, i32 type, std::string name);
+  virtual ~BaseNode();
+  BaseNode(const BaseNode&) = delete;
+  BaseNode& operator=(const BaseNode&) = delete;
+
+  NodeId Id() const { return mId; }
+  i32 Type() const { return mType; }
+  Document& GetDocument() const { return mDocument; }
+  const std::string& Name() const { return mName; }
+  void SetName(std::string name) { mName = std::move(name); }
+
+  /// True for the node's own type and every type it counts as an instance of.
+  bool IsInstanceOf(i32 type) const;
+  void AddInstanceOf(i32 type) { mInstanceOf.push_back(type); }
+  const std::vector<i32>& InstanceOfList() const { return mInstanceOf; }
+
+  BaseNode* Parent() const { return mParent; }
+  const std::vector<BaseNode*>& Children() const { return mChildren; }
+  bool HasAncestor(const BaseNode* node) const;
+
+  /// A node that is off, or has an ancestor that is off, takes no part in a simulation.
+  bool IsEnabled() const;
+  void SetEnabled(bool enabled) { mEnabled = enabled; }
+
+  /// Placement relative to the parent, in host units and degrees.
+  void SetPlacement(const Vec3d& position, const Vec3d& rotationDegrees, const Vec3d& scale);
+  /// Replaces the placement by a matrix.
+  void SetLocalMatrix(const Matrix& m);
+  Matrix GlobalMatrix() const;
+
+  /// Rises with every change of the node's data.
+  u32 DirtyCount() const { return mDirty; }
+  void Touch() { ++mDirty; }
+
+  /// The stored value, or null when the node doesn't hold the parameter.
+  const Value* Get(i32 id) const;
+  /// Stores a value; the dirty count rises when it differs from the stored one.
+  void Set(i32 id, Value value);
+  void Erase(i32 id);
+  const std::map<i32, Value>& Values() const { return mValues; }
+
+  /// The rows that describe this node's parameters; null for plain host objects.
+  const ParameterTable* Table() const { return mTable; }
+  /// Attaches the rows and stores every creation default that isn't "absent".
+  void SetTable(const ParameterTable* table);
+
+  /// The tag of a type, or null. A tag is a node of its own with parameters, outside the tree.
+  BaseNode* Tag(i32 type) const;
+  BaseNode& AddTag(i32 type);
+  void RemoveTag(i32 type);
+
+  /// Keys a parameter. `Animate` stores the values of a frame.
+  void SetTrack(i32 id, Track track) { mTracks[id] = std::move(track); }
+  enum PlacementTrack { kPosition, kRotation, kScale };
+  void SetPlacementTrack(PlacementTrack which, Track track);
+  const std::map<i32, Track>& Tracks() const { return mTracks; }
+  virtual void Animate(double frame);
+
+ private:
+  friend class Document;
+  void UpdateLocal();
+
+  Document& mDocument;
+  NodeId mId;
+  i32 mType;
+  std::string mName;
+  std::vector<i32> mInstanceOf;
+  BaseNode* mParent = nullptr;
+  std::vector<BaseNode*> mChildren;
+  bool mEnabled = true;
+  Vec3d mPosition{}, mRotation{}, mScale{1, 1, 1};
+  Matrix mLocal;
+  u32 mDirty = 1;
+  std::map<i32, Value> mValues;
+  const ParameterTable* mTable = nullptr;
+  std::vector<std::unique_ptr<BaseNode>> mTags;
+  std::map<i32, Track> mTracks;
+  std::map<PlacementTrack, Track> mPlacementTracks;
+};
+
+/// A weak link to a node: it resolves to null once the node has gone.
+class BaseLink {
+ public:
+  BaseLink() = default;
+  explicit BaseLink(const BaseNode* node);
+  /// The node, if it still lives, counts as an instance of `instanceOf` (0 for any) and belongs
+  /// to `document` (null for any).
+  BaseNode* Resolve(i32 instanceOf = 0, const Document* document = nullptr) const;
+
+ private:
+  std::weak_ptr<Document*> mDocument;
+  NodeId mNode = 0;
+};
+
+}  // namespace MELDO_GLOBAL::host

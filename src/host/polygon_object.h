@@ -1,0 +1,71 @@
+// Host geometry: polygons, splines and points.
+#pragma once
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/node.h"
+
+namespace MELDO_GLOBAL::host {
+
+/// Indices of three or four points; a triangle repeats its third index.
+struct Polygon {
+  i32 a = 0, b = 0, c = 0, d = 0;
+  bool IsQuad() const { return c != d; }
+  friend bool operator==(const Polygon&, const Polygon&) = default;
+};
+
+/// Points and polygons with optional corner data, in the object's own frame and host units.
+struct Geometry {
+  std::vector<Vec3d> points;
+  std::vector<Polygon> polygons;
+  std::vector<std::array<Vec3d, 4>> uvs;      ///< per polygon corner; empty without
+  std::vector<std::array<Vec3d, 4>> normals;  ///< per polygon corner; empty without
+  friend bool operator==(const Geometry&, const Geometry&) = default;
+};
+
+/// A polygon object. Its counters rise when its points or polygons change.
+class PolygonObject : public BaseNode {
+ public:
+  using BaseNode::BaseNode;
+
+  const Geometry& GetGeometry() const { return mGeometry; }
+  /// Replaces the geometry and raises the counters of what differs.
+  void SetGeometry(Geometry geometry);
+  /// A file per frame: `pattern` holds one run of # for the padded frame number. A frame without a
+  /// file keeps the geometry of the frame before.
+  void SetFramePattern(std::string pattern) { mFramePattern = std::move(pattern); }
+  const std::string& FramePattern() const { return mFramePattern; }
+
+  u32 PointDirty() const { return mPointDirty; }
+  u32 PolygonDirty() const { return mPolygonDirty; }
+
+  void Animate(double frame) override;
+
+ private:
+  Geometry mGeometry;
+  std::string mFramePattern;
+  u32 mPointDirty = 0;
+  u32 mPolygonDirty = 0;
+};
+
+/// A spline object: a polyline through its points, in host units.
+class SplineObject : public BaseNode {
+ public:
+  using BaseNode::BaseNode;
+  std::vector<Vec3d> points;
+  bool closed = false;
+};
+
+/// A set of loose points, in host units.
+class PointsObject : public BaseNode {
+ public:
+  using BaseNode::BaseNode;
+  std::vector<Vec3d> points;
+};
+
+/// "smoke.####.vdb" with frame 7 gives "smoke.0007.vdb"; a pattern without # is returned as it is.
+std::string FrameFileName(const std::string& pattern, i32 frame);
+
+}  // namespace MELDO_GLOBAL::host

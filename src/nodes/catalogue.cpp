@@ -1,0 +1,108 @@
+#include "nodes/catalogue.h"
+
+#include <map>
+#include <string>
+
+#include "framework/duration.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+
+template <class T>
+std::unique_ptr<iBase> Make(BaseNode* node, Scene* scene) {
+  return std::make_unique<T>(node, scene);
+}
+
+const ParameterTable& NoRows() {
+  static const ParameterTable none;
+  return none;
+}
+
+constexpr u32 kScalarChannel = kCategoryGrid | kCategoryScalar;
+constexpr u32 kVectorChannel = kCategoryGrid | kCategoryVector;
+constexpr u32 kDualForce = kCategoryGrid | kCategoryParticle;
+
+}  // namespace
+
+const std::vector<NodeKind>& Catalogue() {
+  // clang-format off
+  static const std::vector<NodeKind> kinds = {
+    // id, type, label, class, type id, list, categories, flags, stages, priority, groups, rows, factory
+    {1028240, "duration", "Duration", "Duration", kTypeDuration, 11, 0, "", {}, {}, {"General"},
+     Duration::Parameters, Make<Duration>},
+    {1300000, "server", "Sulva Scene", "Scene", 0, 0, 0, "", {}, {}, {"Support"},
+     Scene::Parameters, nullptr},
+    {1300150, "group", "Node Group", "", 0, 0, 0, "", {}, {}, {"Support"},
+     NoRows, nullptr},
+  };
+  // clang-format on
+  return kinds;
+}
+
+const NodeKind* FindKind(i32 id) {
+  for (const NodeKind& kind : Catalogue())
+    if (kind.id == id) return &kind;
+  return nullptr;
+}
+
+const NodeKind* FindKind(std::string_view name) {
+  for (const NodeKind& kind : Catalogue())
+    if (kind.type == name || kind.label == name || std::to_string(kind.id) == name) return &kind;
+  return nullptr;
+}
+
+const ParameterTable& ParametersOf(const NodeKind& kind) {
+  static const std::map<i32, ParameterTable> tables = [] {
+    const ParameterTable common = {
+        LinksRow(2502, "constraints", "constraints that weigh what the node does", {}),
+        LongRow(2604, "class_option", 0, "", "an option of the class"),
+        LongRow(10001, "stage", 0, "", "the one stage to run in; 0 = the class's own").Range(0, 25),
+        LongRow(10002, "priority", 0, "", "added to the class's priority inside a stage"),
+        BoolRow(10003, "group_break", true, "opens a new evaluation group in its stage"),
+    };
+    std::map<i32, ParameterTable> all;
+    for (const NodeKind& k : Catalogue()) {
+      ParameterTable& table = all[k.id] = k.rows();
+      for (const ParameterRow& row : common)
+        if (!FindRow(table, row.id)) table.push_back(row);
+    }
+    return all;
+  }();
+  return tables.at(kind.id);
+}
+
+const ParameterTable& ObstacleParameters() {
+  static const ParameterTable table = {};
+  return table;
+}
+
+BaseNode& CreateNode(Document& document, const NodeKind& kind, std::string name,
+                     BaseNode* parent) {
+  BaseNode& node = document.Create<BaseNode>(
+      kind.id, name.empty() ? std::string(kind.label) : std::move(name), parent);
+  node.AddInstanceOf(kServerNode);
+  node.SetTable(&ParametersOf(kind));
+  return node;
+}
+
+BaseNode& AddObstacleTag(BaseNode& node) {
+  BaseNode& tag = node.AddTag(kObstacleTag);
+  tag.SetTable(&ObstacleParameters());
+  return tag;
+}
+
+Scene::ObjectFactory NodeFactory() {
+  return [](i32 pluginId, BaseNode* node, Scene* scene) -> std::unique_ptr<iBase> {
+    const NodeKind* kind = FindKind(pluginId);
+    return kind && kind->make ? kind->make(node, scene) : nullptr;
+  };
+}
+
+std::unique_ptr<Scene> CreateScene(BaseNode& server) {
+  return std::make_unique<Scene>(&server, NodeFactory());
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
