@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Sets up, builds and simulates: ./run.sh [SCENE [OPTIONS]]; without a scene, scenes/plume.json.
+set -euo pipefail
+root=$(cd "$(dirname "$0")" && pwd)
+"$root/scripts/setup"
+[ -x "$root/build/sulva" ] || echo "building (a few minutes the first time) ..." >&2
+"$root/scripts/build" "$root/build" -- sulva
+
+if [ $# -eq 0 ]; then
+  set -- "$root/scenes/plume.json" --out "$root/out/plume"
+fi
+exec "$root/build/sulva" run "$@"

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs all tests: the release build, then a second build under the address and
+# undefined-behaviour sanitizers.
+set -euo pipefail
+root=$(cd "$(dirname "$0")" && pwd)
+cd "$root"
+scripts/setup
+scripts/build "$root/build"
+ctest --test-dir build --output-on-failure -j2 --progress
+
+scripts/build "$root/build-asan" -DSULVA_SANITIZE=ON
+ctest --test-dir build-asan --output-on-failure -j2 --progress -LE slow
