@@ -2,8 +2,6 @@
 //
 // All functions take sample coordinates of the grid: (p - simOrigin) * simToCell - OffsetOf(kind).
 #pragma once
-#include <cmath>
-
 #include "grids/egrid.h"
 
 namespace MELDO_GLOBAL {
@@ -17,23 +15,23 @@ enum SampleMode : i32 {
 };
 
 /// Lower index and fraction of a linear stencil on an axis of `n` samples: below 0 the first
-/// sample, beyond n - 2 the last one.
+/// sample, beyond n - 2 the last one. Without a branch, so that it vectorises; NaN counts as 0.
 struct AxisStencil {
   i32 index;
   double fraction;
 };
 inline AxisStencil LinearStencil(double c, i32 n) {
-  const double base = std::floor(c);
-  if (!(base >= 0)) return {0, 0.0};
-  if (base > n - 2) return {n - 2, 1.0};
-  return {static_cast<i32>(base), c - base};
+  const double low = c > 0 ? c : 0.0;
+  const double inside = low < n - 1 ? low : n - 1.0;
+  const i32 base = static_cast<i32>(inside);
+  const i32 index = base < n - 2 ? base : n - 2;
+  return {index, inside - index};
 }
 
-/// Trilinear sample; never reads outside the array. Grids hold at least two samples per axis.
+/// Trilinear sample of the eight corners of three stencils.
 template <class T>
-inline double SampleLinear(const Grid<T>& g, double x, double y, double z) {
-  const AxisStencil sx = LinearStencil(x, g.mNx), sy = LinearStencil(y, g.mNy),
-                    sz = LinearStencil(z, g.mNz);
+inline double SampleCorners(const Grid<T>& g, const AxisStencil& sx, const AxisStencil& sy,
+                            const AxisStencil& sz) {
   const T* p = g.mData + g.Index(sx.index, sy.index, sz.index);
   const i32 ny = g.mNx, nz = g.mSlice;
   const double fx = sx.fraction, fy = sy.fraction, fz = sz.fraction;
@@ -43,6 +41,13 @@ inline double SampleLinear(const Grid<T>& g, double x, double y, double z) {
   const double c01 = lerp(p[nz], p[nz + 1], fx);
   const double c11 = lerp(p[nz + ny], p[nz + ny + 1], fx);
   return lerp(lerp(c00, c10, fy), lerp(c01, c11, fy), fz);
+}
+
+/// Trilinear sample; never reads outside the array. Grids hold at least two samples per axis.
+template <class T>
+inline double SampleLinear(const Grid<T>& g, double x, double y, double z) {
+  return SampleCorners(g, LinearStencil(x, g.mNx), LinearStencil(y, g.mNy),
+                       LinearStencil(z, g.mNz));
 }
 template <class T>
 inline double SampleLinear(const Grid<T>& g, const Vec3d& c) {
@@ -57,7 +62,13 @@ struct MonotonicStencil {
 };
 MonotonicStencil MakeMonotonicStencil(const Vec3d& c, const VecInt3D& dims);
 
-/// A sample by mode. Mode 3 uses `stencil`, or makes one; instantiated for float and double.
+/// Monotonic Hermite cubic sample: never leaves the interval of the two central samples on any
+/// axis. Tangents as in Fedkiw, Stam, Jensen, "Visual Simulation of Smoke" (2001), appendix B.
+/// Instantiated for float and double, as all templates below.
+template <class T>
+double SampleMonotonic(const Grid<T>& g, const MonotonicStencil& stencil);
+
+/// A sample by mode. Mode 3 uses `stencil`, or makes one.
 template <class T>
 double Sample(const Grid<T>& g, const Vec3d& c, i32 mode,
               const MonotonicStencil* stencil = nullptr);
