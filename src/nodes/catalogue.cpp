@@ -74,11 +74,6 @@ const ParameterTable& ParametersOf(const NodeKind& kind) {
   return tables.at(kind.id);
 }
 
-const ParameterTable& ObstacleParameters() {
-  static const ParameterTable table = {};
-  return table;
-}
-
 BaseNode& CreateNode(Document& document, const NodeKind& kind, std::string name,
                      BaseNode* parent) {
   BaseNode& node = document.Create<BaseNode>(
