@@ -17,6 +17,7 @@ struct Polygon {
 };
 
 /// Points and polygons with optional corner data, in the object's own frame and host units.
+/// Polygons turn counter-clockwise seen from outside (right-handed axes).
 struct Geometry {
   std::vector<Vec3d> points;
   std::vector<Polygon> polygons;
@@ -31,21 +32,29 @@ class PolygonObject : public BaseNode {
   using BaseNode::BaseNode;
 
   const Geometry& GetGeometry() const { return mGeometry; }
-  /// Replaces the geometry and raises the counters of what differs.
+  /// Replaces the geometry and raises the counters of what differs: `PointDirty` for points,
+  /// `PolygonDirty` for polygons, uvs and normals. Throws std::invalid_argument, and keeps the
+  /// geometry, when a polygon names a point that isn't there or corner data doesn't have one entry
+  /// per polygon.
   void SetGeometry(Geometry geometry);
-  /// A file per frame: `pattern` holds one run of # for the padded frame number. A frame without a
-  /// file keeps the geometry of the frame before.
-  void SetFramePattern(std::string pattern) { mFramePattern = std::move(pattern); }
+  /// A file per frame: `pattern` is a path that is absolute or relative to the working directory,
+  /// with one run of # for the padded frame number. A frame without a file keeps the geometry of
+  /// the frame before.
+  void SetFramePattern(std::string pattern);
   const std::string& FramePattern() const { return mFramePattern; }
 
   u32 PointDirty() const { return mPointDirty; }
   u32 PolygonDirty() const { return mPolygonDirty; }
 
+  /// Animates the node's values, then loads the frame's file: the frame rounded down, and if it has
+  /// none the last one before it, so that the result depends on the frame alone. Throws
+  /// MeshFileError for a broken file.
   void Animate(double frame) override;
 
  private:
   Geometry mGeometry;
   std::string mFramePattern;
+  std::string mLoadedFile;  ///< the frame file that the geometry comes from
   u32 mPointDirty = 0;
   u32 mPolygonDirty = 0;
 };
@@ -66,6 +75,8 @@ class PointsObject : public BaseNode {
 };
 
 /// "smoke.####.vdb" with frame 7 gives "smoke.0007.vdb"; a pattern without # is returned as it is.
+/// The last run of # counts. Numbers with more digits than # aren't cut; a minus stands before the
+/// padding ("smoke.-0007.vdb").
 std::string FrameFileName(const std::string& pattern, i32 frame);
 
 }  // namespace MELDO_GLOBAL::host

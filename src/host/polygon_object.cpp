@@ -1,0 +1,111 @@
+#include "host/polygon_object.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <stdexcept>
+
+#include "host/mesh_files.h"
+
+namespace MELDO_GLOBAL::host {
+
+namespace fs = std::filesystem;
+
+namespace {
+/// The place of the last run of # in a pattern; length 0 without one.
+struct Run {
+  size_t begin = 0, length = 0;
+};
+
+Run LastRun(const std::string& pattern) {
+  const size_t last = pattern.rfind('#');
+  if (last == std::string::npos) return {};
+  const size_t before = pattern.find_last_not_of('#', last);
+  const size_t begin = before == std::string::npos ? 0 : before + 1;
+  return {begin, last + 1 - begin};
+}
+
+bool IsFile(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_regular_file(path, ignored);
+}
+
+/// The file of the highest frame number below `frame`, or an empty name.
+std::string LastFileBefore(const std::string& pattern, i32 frame) {
+  const fs::path whole(pattern);
+  const std::string name = whole.filename().string();
+  const Run run = LastRun(name);
+  if (run.length == 0) return {};
+  std::string best;
+  i64 bestFrame = std::numeric_limits<i64>::min();
+  std::error_code failed;
+  const fs::path folder = whole.has_parent_path() ? whole.parent_path() : fs::path(".");
+  for (fs::directory_iterator entry(folder, failed), end; !failed && entry != end;
+       entry.increment(failed)) {
+    const std::string file = entry->path().filename().string();
+    if (file.size() < name.size() || !file.starts_with(name.substr(0, run.begin))) continue;
+    i32 number = 0;
+    const char* digits = file.data() + run.begin;
+    if (std::from_chars(digits, file.data() + file.size(), number).ec != std::errc()) continue;
+    // Only the name that this number is written to counts, not "7" or "00007" for "####".
+    const std::string wanted = FrameFileName(pattern, number);
+    if (number >= frame || number <= bestFrame || fs::path(wanted).filename() != file) continue;
+    if (!IsFile(wanted)) continue;
+    best = wanted;
+    bestFrame = number;
+  }
+  return best;
+}
+
+void CheckGeometry(const Geometry& geometry) {
+  const i64 count = static_cast<i64>(geometry.points.size());
+  const auto inRange = [&](i32 i) { return i >= 0 && i < count; };
+  for (const Polygon& p : geometry.polygons)
+    if (!inRange(p.a) || !inRange(p.b) || !inRange(p.c) || !inRange(p.d))
+      throw std::invalid_argument("a polygon names a point that isn't there");
+  const auto fits = [&](size_t size) { return size == 0 || size == geometry.polygons.size(); };
+  if (!fits(geometry.uvs.size()) || !fits(geometry.normals.size()))
+    throw std::invalid_argument("corner data must have one entry per polygon");
+}
+}  // namespace
+
+void PolygonObject::SetGeometry(Geometry geometry) {
+  CheckGeometry(geometry);
+  const bool points = geometry.points != mGeometry.points;
+  const bool polygons = geometry.polygons != mGeometry.polygons || geometry.uvs != mGeometry.uvs ||
+                        geometry.normals != mGeometry.normals;
+  if (!points && !polygons) return;
+  mPointDirty += points;
+  mPolygonDirty += polygons;
+  mGeometry = std::move(geometry);
+  Touch();
+}
+
+void PolygonObject::SetFramePattern(std::string pattern) {
+  mFramePattern = std::move(pattern);
+  mLoadedFile.clear();
+}
+
+void PolygonObject::Animate(double frame) {
+  BaseNode::Animate(frame);
+  if (mFramePattern.empty()) return;
+  const i32 whole = static_cast<i32>(std::floor(frame));
+  std::string file = FrameFileName(mFramePattern, whole);
+  if (!IsFile(file)) file = LastFileBefore(mFramePattern, whole);
+  if (file.empty() || file == mLoadedFile) return;
+  SetGeometry(LoadMesh(file));
+  mLoadedFile = std::move(file);
+}
+
+std::string FrameFileName(const std::string& pattern, i32 frame) {
+  const Run run = LastRun(pattern);
+  if (run.length == 0) return pattern;
+  return fmt::format("{}{}{:0{}}{}", pattern.substr(0, run.begin), frame < 0 ? "-" : "",
+                     std::abs(static_cast<i64>(frame)), run.length,
+                     pattern.substr(run.begin + run.length));
+}
+
+}  // namespace MELDO_GLOBAL::host
