@@ -1,5 +1,8 @@
 // A grid with a place in the world.
 #pragma once
+#include <limits>
+
+#include "grids/active_rows.h"
 #include "grids/grid.h"
 #include "grids/grid_layout.h"
 
@@ -39,40 +42,42 @@ class EGrid : public Grid<T> {
   /// ref, any other extends the box. Others: a value of at least ref + 1e-6 extends the box and is
   /// limited to `max`, any other becomes ref; with `skipBorder` the outermost layer becomes ref.
   /// A box of a single sample grows by one on each axis.
+  /// A range without bounds has nothing to clean: the whole grid is active.
   void UpdateActive(double min, double max, bool skipBorder) {
     const bool face = this->mKind < 3 && this->mKind >= 0;
+    constexpr double huge = std::numeric_limits<double>::max();
+    if (!face && min <= -huge && max >= huge) {
+      this->mActiveMin = {0, 0, 0};
+      this->mActiveMax = this->Dims() - VecInt3D{1, 1, 1};
+      if (this->mActiveMin == this->mActiveMax) this->mActiveMax = {1, 1, 1};
+      return;
+    }
     const T ref = face ? T(0) : static_cast<T>(min);
-    const double threshold = static_cast<double>(ref) + 1e-6;
-    this->ResetActive();
+    const ActiveRule<T> rule{face, ref, static_cast<double>(ref) + 1e-6, static_cast<T>(max)};
+    const i32 border = skipBorder && !face ? 1 : 0;
+    const i32 first = border, count = this->mNx - 2 * border;
+    VecInt3D lo = this->Dims(), hi{0, 0, 0};
     for (i32 z = 0; z < this->mNz; ++z)
       for (i32 y = 0; y < this->mNy; ++y) {
         T* row = this->mData + this->Index(0, y, z);
-        const bool borderRow =
-            skipBorder && !face && (z == 0 || z == this->mNz - 1 || y == 0 || y == this->mNy - 1);
-        i32 first = this->mNx, last = -1;
-        for (i32 x = 0; x < this->mNx; ++x) {
-          T& v = row[x];
-          if (face) {
-            if (std::abs(static_cast<double>(v)) < 1e-6) {
-              v = ref;
-              continue;
-            }
-          } else {
-            const bool border =
-                borderRow || (skipBorder && (x == 0 || x == this->mNx - 1));
-            if (border || !(static_cast<double>(v) >= threshold)) {
-              v = ref;
-              continue;
-            }
-            if (static_cast<double>(v) > max) v = static_cast<T>(max);
-          }
-          first = std::min(first, x);
-          last = x;
+        if (border && (z == 0 || z == this->mNz - 1 || y == 0 || y == this->mNy - 1)) {
+          std::fill_n(row, this->mNx, ref);
+          continue;
         }
-        if (last < 0) continue;
-        this->mActiveMin = Min(this->mActiveMin, VecInt3D{first, y, z});
-        this->mActiveMax = Max(this->mActiveMax, VecInt3D{last, y, z});
+        if (border) row[0] = row[this->mNx - 1] = ref;
+        const ActiveRow found = LookAtRow(row + first, count, rule);
+        if (found.hasData) {
+          for (i32 x = first; x < lo.x; ++x)
+            if (rule.IsData(row[x])) lo.x = x;
+          for (i32 x = first + count - 1; x > hi.x; --x)
+            if (rule.IsData(row[x])) hi.x = x;
+          lo = {lo.x, std::min(lo.y, y), std::min(lo.z, z)};
+          hi = {hi.x, std::max(hi.y, y), std::max(hi.z, z)};
+        }
+        if (found.isUnclean) CleanRow(row + first, count, rule);
       }
+    this->mActiveMin = lo;
+    this->mActiveMax = hi;
     if (this->mActiveMin == this->mActiveMax) this->mActiveMax += VecInt3D{1, 1, 1};
   }
 };

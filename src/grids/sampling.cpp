@@ -158,10 +158,12 @@ double Sample(const Grid<T>& g, const Vec3d& c, i32 mode, const MonotonicStencil
 }
 
 template <class T>
-void Splat(Grid<T>& g, double value, const Vec3d& c, SplatOperation operation) {
+void Splat(Grid<T>& g, double value, const Vec3d& c, SplatOperation operation, bool lower,
+           bool upper) {
+  if (g.mNx < 2 || g.mNy < 2 || g.mNz < 2) return;
   const AxisStencil sx = LinearStencil(c.x, g.mNx), sy = LinearStencil(c.y, g.mNy),
                     sz = LinearStencil(c.z, g.mNz);
-  for (int k = 0; k < 2; ++k)
+  for (int k = lower ? 0 : 1; k < (upper ? 2 : 1); ++k)
     for (int j = 0; j < 2; ++j)
       for (int i = 0; i < 2; ++i) {
         const double weight = (i ? sx.fraction : 1 - sx.fraction) *
@@ -183,7 +185,7 @@ template double SampleMonotonic(const Grid<double>&, const MonotonicStencil&);
 template double SampleMonotonic(const Grid<float>&, const MonotonicStencil&);
 template double Sample(const Grid<double>&, const Vec3d&, i32, const MonotonicStencil*);
 template double Sample(const Grid<float>&, const Vec3d&, i32, const MonotonicStencil*);
-template void Splat(Grid<double>&, double, const Vec3d&, SplatOperation);
-template void Splat(Grid<float>&, double, const Vec3d&, SplatOperation);
+template void Splat(Grid<double>&, double, const Vec3d&, SplatOperation, bool, bool);
+template void Splat(Grid<float>&, double, const Vec3d&, SplatOperation, bool, bool);
 
 }  // namespace MELDO_GLOBAL

@@ -3,6 +3,9 @@
 #include <map>
 #include <string>
 
+#include "fluids/channels/fire_grid_channel.h"
+#include "fluids/channels/fuel_grid_channel.h"
+#include "fluids/channels/temperature_grid_channel.h"
 #include "framework/duration.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -35,6 +38,17 @@ const std::vector<NodeKind>& Catalogue() {
      Duration::Parameters, Make<Duration>},
     {1300000, "server", "Sulva Scene", "Scene", 0, 0, 0, "", {}, {}, {"Support"},
      Scene::Parameters, nullptr},
+    {1300027, "channel_scalar", "Scalar", "FuelGridChannel", kTypeFuelChannel, 1, kScalarChannel,
+     "R", {}, {}, {"Grids"}, FuelField::ScalarParameters, Make<FuelField>},
+    {1300028, "channel_fuel", "Fuel", "FuelGridChannel", kTypeFuelChannel, 1, kScalarChannel, "R",
+     {}, {}, {"Grids"}, FuelField::Parameters, Make<FuelField>},
+    {1300029, "channel_fire", "Fire", "FireGridChannel", kTypeFireChannel, 1, kScalarChannel, "R",
+     {}, {}, {"Grids"}, FireField::Parameters, Make<FireField>},
+    {1300030, "channel_vector", "Vector", "VectorGridChannel", kTypeVectorChannel, 1,
+     kVectorChannel, "R", {}, {}, {"Grids"}, VectorField::Parameters, Make<VectorField>},
+    {1300112, "channel_temp", "Temperature", "TemperatureGridChannel", kTypeTemperatureChannel, 1,
+     kScalarChannel, "R", {}, {}, {"Grids"}, TemperatureField::Parameters,
+     Make<TemperatureField>},
     {1300150, "group", "Node Group", "", 0, 0, 0, "", {}, {}, {"Support"},
      NoRows, nullptr},
   };

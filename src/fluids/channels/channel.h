@@ -1,6 +1,7 @@
 // Channels: named fields of the scene with a value range and a container that follows the data.
 #pragma once
 #include <array>
+#include <limits>
 #include <memory>
 
 #include "fluids/channels/emission_handler.h"
@@ -9,6 +10,9 @@
 #include "grids/sampling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// End of a value range that bounds nothing.
+inline constexpr double kUnbounded = std::numeric_limits<double>::max();
 
 /// Root of all channels; `T` is the value, double, float or Vec3d.
 template <class T>
@@ -37,6 +41,7 @@ class Channel_Dynamic : public iChannel<T> {
   Channel_Dynamic(const Channel_Dynamic& other);
   i32 GetTypeId() const override { return kTypeDynamicChannel; }
   bool ReadParameters(void* context = nullptr) override;
+  void Assign(const iBase& other) override;
 
   /// Component `i`: a scalar channel has component 0 alone. Null without a grid.
   virtual G* GetGrid(i32 i) const = 0;
@@ -46,11 +51,17 @@ class Channel_Dynamic : public iChannel<T> {
   bool ContainsCell(const Vec3d& p, bool excludeBorder) const override;
 
   std::unique_ptr<iEmissionHandler<T>> mEmissionHandler;
-  bool mClearEachFrame = false;    ///< back to the initial value in every `ApplyBounds`
+  bool mClearEachFrame = false;  ///< back to the initial value in every `ApplyBounds`
   bool mHasCachedLayout = false;
-  GridLayout mCachedLayout;        ///< layout of the last cache frame
-  i32 mKind = kCentre;             ///< kind of the grid's samples
-  bool mKeepPrevious = true;       ///< keeps a second buffer
+  GridLayout mCachedLayout;   ///< layout of the last cache frame
+  i32 mKind = kCentre;        ///< kind of the grid's samples
+  bool mKeepPrevious = true;  ///< keeps a second buffer
+
+ protected:
+  /// Widens a box (simulation units) by the data of a grid, which may be null or empty.
+  void WidenByGrid(const G* grid, Vec3d& min, Vec3d& max) const;
+  /// Widens it by the layout of the last cache frame while a cache feeds the channel.
+  void WidenByCache(Vec3d& min, Vec3d& max) const;
 };
 
 /// A scalar field in one grid.
@@ -86,8 +97,9 @@ class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
   double Sample(const Vec3d& c, i32 mode, const MonotonicStencil* stencil = nullptr) const {
     return Sample(c.x, c.y, c.z, mode, stencil);
   }
-  /// Unbounded range and initial value of an embedded channel.
+  /// The value range of an embedded channel, which reads no parameters.
   void SetRange(double min, double max) { mValueMin = min, mValueMax = max; }
+  void SetUnbounded() { SetRange(-kUnbounded, kUnbounded); }
 
   std::unique_ptr<G> mGrid;
   double mValueMin = 0;
@@ -99,8 +111,8 @@ class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
 template <class T, class G>
 class ScalarGridChannel : public ChannelBase_Scalar<T, G> {
  public:
-  using ChannelBase_Scalar<T, G>::ChannelBase_Scalar;
-  ScalarGridChannel() = default;
+  ScalarGridChannel();
+  ScalarGridChannel(host::BaseNode* node, Scene* scene);
   ScalarGridChannel(const ScalarGridChannel& other);
   void CreateEmissionHandler() override;
   void Reset() override;
@@ -151,6 +163,11 @@ class ChannelBase_Vector : public Channel_Dynamic<T, G> {
     return Sample(c.x, c.y, c.z, mode, stencil);
   }
 
+  void SetRange(const Vec3d& min, const Vec3d& max) { mValueMin = min, mValueMax = max; }
+  void SetUnbounded() {
+    SetRange({-kUnbounded, -kUnbounded, -kUnbounded}, {kUnbounded, kUnbounded, kUnbounded});
+  }
+
   std::array<std::unique_ptr<G>, 3> mGrids;
   Vec3d mValueMin{};
   Vec3d mValueMax{1, 1, 1};
@@ -165,10 +182,11 @@ class ChannelBase_Vector : public Channel_Dynamic<T, G> {
 template <class T, class G>
 class VectorGridChannel : public ChannelBase_Vector<T, G> {
  public:
-  using ChannelBase_Vector<T, G>::ChannelBase_Vector;
-  VectorGridChannel() = default;
+  VectorGridChannel();
+  VectorGridChannel(host::BaseNode* node, Scene* scene);
   VectorGridChannel(const VectorGridChannel& other);
   static const host::ParameterTable& Parameters();
+  bool ReadParameters(void* context = nullptr) override;
   void CreateEmissionHandler() override;
   void Reset() override;
   void Release(bool full) override;
@@ -182,14 +200,21 @@ class VectorGridChannel : public ChannelBase_Vector<T, G> {
   virtual Vec3d SamplePrevious(double x, double y, double z, i32 mode,
                                const MonotonicStencil* stencil = nullptr) const;
 
+  Vec3d SamplePrevious(const Vec3d& c, i32 mode, const MonotonicStencil* stencil = nullptr) const {
+    return SamplePrevious(c.x, c.y, c.z, mode, stencil);
+  }
+
   std::array<std::unique_ptr<G>, 3> mPrevious;
+  bool mTextureCoordinates = false;  ///< starts every simulation as a field of coordinates
+
+ private:
+  bool mFresh = true;  ///< no step has been taken since the start of the simulation
 };
 
 /// A velocity field on faces: u at x faces, v at y faces, w at z faces. Embedded in a solver.
 template <class T, class G>
 class VelocityGridChannel : public VectorGridChannel<T, G> {
  public:
-  using VectorGridChannel<T, G>::VectorGridChannel;
   VelocityGridChannel();
   VelocityGridChannel(const VelocityGridChannel& other);
   i32 GetTypeId() const override { return kTypeVelocityChannel; }
@@ -198,6 +223,7 @@ class VelocityGridChannel : public VectorGridChannel<T, G> {
   using ChannelBase_Vector<T, G>::Sample;
   Vec3d SamplePrevious(double x, double y, double z, i32 mode,
                        const MonotonicStencil* stencil = nullptr) const override;
+  using VectorGridChannel<T, G>::SamplePrevious;
   std::unique_ptr<iBase> Clone() const override {
     return std::make_unique<VelocityGridChannel>(*this);
   }
@@ -211,5 +237,15 @@ using VectorField = VectorGridChannel<Vec3d, EGrid<double>>;
 using VelocityField = VelocityGridChannel<Vec3d, EGrid<double>>;
 using LevelField = ChannelBase_Scalar<double, EGrid<double>>;
 using FractionField = ChannelBase_Scalar<float, EGrid<float>>;
+
+extern template class Channel_Dynamic<double, EGrid<double>>;
+extern template class Channel_Dynamic<float, EGrid<float>>;
+extern template class Channel_Dynamic<Vec3d, EGrid<double>>;
+extern template class ChannelBase_Scalar<double, EGrid<double>>;
+extern template class ChannelBase_Scalar<float, EGrid<float>>;
+extern template class ScalarGridChannel<double, EGrid<double>>;
+extern template class ChannelBase_Vector<Vec3d, EGrid<double>>;
+extern template class VectorGridChannel<Vec3d, EGrid<double>>;
+extern template class VelocityGridChannel<Vec3d, EGrid<double>>;
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

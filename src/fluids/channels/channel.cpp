@@ -1,0 +1,101 @@
+#include "fluids/channels/channel.h"
+
+#include "fluids/channels/channel_rows.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+ParameterTable ChannelRows() {
+  return {
+      BoolRow(1001, "clear_each_step", false, "go back to the initial value in every step"),
+      BoolRow(1002, "keep_previous", true, "keep a second buffer with the values before a change"),
+      BoolRow(1021, "affects_bounds", true, "the simulated box follows the data of the channel"),
+      LongRow(1000, "display_mode", 0, "", "how the viewport draws the channel"),
+      BoolRow(1008, "display", false, "draw the channel in the viewport"),
+      LongRow(1012, "display_axis", 0, "", "viewport: axis of the slices"),
+      RealRow(1013, "display_position", 0.5, "", "viewport: place of the slice, 0..1"),
+      RealRow(1014, "display_minimum", 0.01, "", "viewport: value drawn as nothing"),
+      RealRow(1015, "display_maximum", 1.0, "", "viewport: value drawn in full"),
+      VectorRow(1016, "display_color", {1, 1, 0}, "", "viewport: colour"),
+      BoolRow(1017, "display_shading", true, "viewport: shade the slices"),
+      LongRow(1018, "display_component", 0, "", "viewport: component drawn"),
+      RealRow(1019, "display_opacity", 1.0, "", "viewport: opacity"),
+      RealRow(1020, "display_threshold", 0.03, "",
+              "viewport: opacity below which nothing is drawn"),
+      LongRow(1022, "display_quality", 1, "", "viewport: slices per cell"),
+      LongRow(1023, "display_resolution", 2, "", "viewport: cells per texel"),
+  };
+}
+
+ParameterTable ScalarChannelRows(double valueMax) {
+  ParameterTable table = {
+      RealRow(1050, "value_min", 0.0, "", "lower end of the value range"),
+      RealRow(1051, "value_max", valueMax, "", "upper end, at least 0.0001 above value_min"),
+      RealRow(1052, "initial_value", 0.0, "", "value of cells that nothing has reached"),
+  };
+  for (ParameterRow& row : ChannelRows()) table.push_back(std::move(row));
+  return table;
+}
+
+template <class T, class G>
+Channel_Dynamic<T, G>::Channel_Dynamic(const Channel_Dynamic& other)
+    : iChannel<T>(other),
+      mClearEachFrame(other.mClearEachFrame),
+      mHasCachedLayout(other.mHasCachedLayout),
+      mCachedLayout(other.mCachedLayout),
+      mKind(other.mKind),
+      mKeepPrevious(other.mKeepPrevious) {}
+
+template <class T, class G>
+bool Channel_Dynamic<T, G>::ReadParameters(void* context) {
+  this->mPriority = 0;
+  if (!iChannel<T>::ReadParameters(context)) return false;
+  mClearEachFrame = this->mInterface.GetBool(1001);
+  this->SetFlag(FLAG_AFFECTS_BOUNDS, this->mInterface.GetBool(1021));
+  mKeepPrevious = this->mInterface.GetBool(1002);
+  return true;
+}
+
+template <class T, class G>
+void Channel_Dynamic<T, G>::Assign(const iBase& other) {
+  iChannel<T>::Assign(other);
+  const auto& channel = static_cast<const Channel_Dynamic&>(other);
+  mClearEachFrame = channel.mClearEachFrame;
+  mKind = channel.mKind;
+  mKeepPrevious = channel.mKeepPrevious;
+}
+
+template <class T, class G>
+bool Channel_Dynamic<T, G>::ContainsPoint(const Vec3d& p, bool withMargin) const {
+  const G* grid = GetGrid(0);
+  return grid && grid->mLayout.Contains(p, withMargin);
+}
+
+template <class T, class G>
+bool Channel_Dynamic<T, G>::ContainsCell(const Vec3d& p, bool excludeBorder) const {
+  VecInt3D cell;
+  const G* grid = GetGrid(0);
+  return grid && grid->mLayout.CellOf(p, excludeBorder, cell);
+}
+
+template <class T, class G>
+void Channel_Dynamic<T, G>::WidenByGrid(const G* grid, Vec3d& min, Vec3d& max) const {
+  if (!grid || grid->IsActiveEmpty()) return;
+  const GridLayout& layout = grid->mLayout;
+  min = Min(min, layout.simOrigin + ToReal(grid->mActiveMin) * layout.simCell);
+  max = Max(max, layout.simOrigin + ToReal(grid->mActiveMax) * layout.simCell);
+}
+
+template <class T, class G>
+void Channel_Dynamic<T, G>::WidenByCache(Vec3d& min, Vec3d& max) const {
+  if (!this->Has(FLAG_CACHED) || !mHasCachedLayout) return;
+  min = Min(min, mCachedLayout.simOrigin);
+  max = Max(max, mCachedLayout.simMax);
+}
+
+template class Channel_Dynamic<double, EGrid<double>>;
+template class Channel_Dynamic<float, EGrid<float>>;
+template class Channel_Dynamic<Vec3d, EGrid<double>>;
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
