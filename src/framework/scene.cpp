@@ -514,7 +514,7 @@ bool Scene::Simulate(bool refresh) {
     if (stage == kInitialiseSubstep) {
       if (!refresh && mTime.elapsed > 0) DispatchStage();
     } else if (stage == kCalculateBounds) {
-      if (!refresh) NegotiateBounds();
+      if (!refresh && !NegotiateBounds()) return false;
     } else if (stage == kFinish) {
       if (!refresh && !FinishStep()) return false;
     } else if (!RunStage(stage, refresh)) {
@@ -532,7 +532,7 @@ void Scene::RunVisualStages() {
   }
 }
 
-void Scene::NegotiateBounds() {
+bool Scene::NegotiateBounds() {
   constexpr double huge = std::numeric_limits<double>::max();
   Vec3d min{huge, huge, huge}, max{-huge, -huge, -huge};
   const auto forEachContent = [&](auto&& f) {
@@ -552,7 +552,7 @@ void Scene::NegotiateBounds() {
     for (const i32 list : {kListChannels, kListSolvers})
       for (const auto& [id, object] : mLists[list])
         if (object->Has(FLAG_AFFECTS_BOUNDS)) object->Release(true);
-    return;
+    return true;
   }
   mFlags &= ~kNoBounds;
 
@@ -563,10 +563,12 @@ void Scene::NegotiateBounds() {
       solvers.push_back(object.get());
   }
   for (iBase* solver : solvers) solver->ExpandBounds(min, max);
+  if (mBoundsGuard && !mBoundsGuard(min, max)) return false;
   for (iBase* solver : solvers) solver->ApplyBounds(min, max);
   const i32 state = solvers.empty() ? 2 : solvers.back()->Has(FLAG_ACTIVE);
   if (state > 0) forEachContent([&](iBase& o) { o.ApplyBounds(min, max); });
   mBoundsValid = state == 1;
+  return true;
 }
 
 bool Scene::FinishStep() {

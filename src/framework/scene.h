@@ -34,6 +34,9 @@ class Scene {
       std::function<std::unique_ptr<iBase>(i32 pluginId, host::BaseNode* node, Scene* scene)>;
   /// Called for every object that ran, with the stage.
   using TraceSink = std::function<void(i32 stage, const iBase& object)>;
+  /// Asked once a step, before channels and solvers take the negotiated box (simulation units);
+  /// false cancels the evaluation.
+  using BoundsGuard = std::function<bool(const Vec3d& min, const Vec3d& max)>;
 
   Scene(host::BaseNode* server, ObjectFactory factory);
   virtual ~Scene();
@@ -110,6 +113,7 @@ class Scene {
 
   EvaluationReport mReport;
   TraceSink mTrace;
+  BoundsGuard mBoundsGuard;
 
  private:
   enum class FrameDecision { Nothing, Refresh, NewFrame };
@@ -121,7 +125,7 @@ class Scene {
   bool EndEvaluation(bool result);
   void RunSetUpPasses();
   void CheckAllDirty();
-  void NegotiateBounds();
+  bool NegotiateBounds();
   bool FinishStep();
   std::vector<iObject*> CollectStage(i32 stage) const;
   bool RunStage(i32 stage, bool refreshOnly);

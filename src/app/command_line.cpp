@@ -1,0 +1,143 @@
+#include "app/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <new>
+
+#include "app/command_check.h"
+#include "app/command_new.h"
+#include "app/command_nodes.h"
+#include "app/command_run.h"
+#include "app/exit_codes.h"
+#include "host/worker_pool.h"
+
+namespace MELDO_GLOBAL::app {
+
+namespace {
+
+constexpr const char* kVersion = "sulva " SULVA_VERSION;
+
+/// The value of `--set` needs a node, a parameter and a value; what they mean is the scene's
+/// matter.
+std::string CheckOverride(const std::string& text) {
+  const std::size_t equals = text.find('=');
+  const std::size_t dot = text.rfind('.', equals);
+  if (equals == std::string::npos || dot == std::string::npos || dot == 0 || dot + 1 == equals)
+    return "expected NODE.PARAMETER=VALUE, got '" + text + "'";
+  return {};
+}
+
+struct Options {
+  RunOptions run;
+  std::string frames, memory;
+  std::string checkScene, kind, newName, newFile;
+  bool json = false, schema = false;
+};
+
+CLI::App* AddRun(CLI::App& app, Options& o) {
+  CLI::App* run = app.add_subcommand("run", "Simulates a scene; writes statistics and exports");
+  run->add_option("SCENE", o.run.scene, "scene file")->required();
+  run->add_option("--frames", o.frames, "part of the range to write, A:B (A: and :B work too)");
+  run->add_option("--threads", o.run.threads, "worker threads; by default all")
+      ->check(CLI::Range(1, host::kMaxWorkers));
+  run->add_option("--out", o.run.out, "folder to write to; by default out/<name of the scene>");
+  run->add_option("--set", o.run.overrides, "another value for a parameter, NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false)
+      ->check(CheckOverride);
+  run->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's");
+  run->add_flag("--quiet", o.run.quiet, "print nothing but errors");
+  run->add_flag("--trace", o.run.trace,
+                "print a line for each object and stage that runs: frame substep stage object");
+  run->footer(
+      "Exit codes: 0 done, 2 wrong usage, 3 invalid scene, 4 not finite, 5 file error,\n"
+      "            6 out of memory, 7 interrupted\n\n"
+      "Example:\n  sulva run scenes/plume.json --frames 0:20 --set scene.cell_size=0.05");
+  return run;
+}
+
+CLI::App* AddCheck(CLI::App& app, Options& o) {
+  CLI::App* check = app.add_subcommand("check", "Reads and validates a scene; runs nothing");
+  check->add_option("SCENE", o.checkScene, "scene file")->required();
+  check->footer("Example:\n  sulva check scenes/plume.json");
+  return check;
+}
+
+CLI::App* AddNodes(CLI::App& app, Options& o) {
+  CLI::App* nodes =
+      app.add_subcommand("nodes", "Lists the kinds of nodes, or one with its parameters");
+  nodes->add_option("KIND", o.kind, "short name, label or id of a kind");
+  CLI::Option* json = nodes->add_flag("--json", o.json, "print JSON");
+  nodes->add_flag("--schema", o.schema, "print the JSON schema of scene files")->excludes(json);
+  nodes->footer("Example:\n  sulva nodes gridemitter");
+  return nodes;
+}
+
+CLI::App* AddNew(CLI::App& app, Options& o) {
+  CLI::App* make = app.add_subcommand("new", "Copies a ready-made scene to start from");
+  make->add_option("NAME", o.newName, "ready-made scene; without it, their list");
+  make->add_option("FILE", o.newFile, "where to; by default NAME.json in this folder");
+  make->footer("Example:\n  sulva new plume my_plume.json");
+  return make;
+}
+
+int RunCommand(Options& o) {
+  if (!o.frames.empty()) {
+    const auto frames = ParseFrames(o.frames);
+    if (!frames)
+      throw CommandError(kExitUsage, "--frames: expected A:B with A <= B, got '" + o.frames + "'");
+    o.run.frames = *frames;
+  }
+  if (!o.memory.empty()) {
+    const auto bytes = ParseByteCount(o.memory);
+    if (!bytes)
+      throw CommandError(kExitUsage,
+                         "--memory: expected a size such as 512M or 8G, got '" + o.memory + "'");
+    o.run.memory = *bytes;
+  }
+  return RunScene(o.run);
+}
+
+int Dispatch(int argc, char** argv) {
+  CLI::App app("Sulva: fluid simulation from a graph of nodes", "sulva");
+  app.set_version_flag("--version", kVersion, "print the version and end");
+  app.require_subcommand(1);
+  app.footer("Every command has --help.\n\nExample:\n  sulva run scenes/plume.json");
+  Options options;
+  const CLI::App* run = AddRun(app, options);
+  const CLI::App* check = AddCheck(app, options);
+  const CLI::App* nodes = AddNodes(app, options);
+  AddNew(app, options);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& asked) {
+    return app.exit(asked, std::cout, std::cerr);
+  } catch (const CLI::ParseError& error) {
+    std::fprintf(stderr, "error: %s\nTry 'sulva --help'.\n", error.what());
+    return kExitUsage;
+  }
+  if (run->parsed()) return RunCommand(options);
+  if (check->parsed()) return RunCheck(options.checkScene);
+  if (nodes->parsed())
+    return options.schema ? RunNodesSchema() : RunNodes(options.kind, options.json);
+  return RunNew(options.newName, options.newFile);
+}
+
+}  // namespace
+
+int Main(int argc, char** argv) {
+  try {
+    return Dispatch(argc, argv);
+  } catch (const CommandError& error) {
+    std::fprintf(stderr, "error: %s\n", error.what());
+    return error.code;
+  } catch (const std::bad_alloc&) {
+    std::fputs("error: out of memory\n", stderr);
+    return kExitMemory;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "error: internal: %s\n", error.what());
+    return 1;
+  }
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,164 @@
+#include "app/command_run.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <chrono>
+#include <new>
+
+#include "app/atomic_file.h"
+#include "app/exit_codes.h"
+#include "app/progress.h"
+#include "app/scene_file.h"
+#include "app/simulation.h"
+#include "app/statistics.h"
+#include "host/worker_pool.h"
+
+namespace MELDO_GLOBAL::app {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool ParseFrame(const std::string& text, std::optional<i32>& frame) {
+  if (text.empty()) return true;
+  i32 value = 0;
+  const char* end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || rest != end) return false;
+  frame = value;
+  return true;
+}
+
+/// One run of a scene, from the first frame to the last line of the statistics.
+class Run {
+ public:
+  Run(LoadedScene& scene, const RunOptions& options, const fs::path& out)
+      : mOptions(options),
+        mSimulation(*scene.document, scene.servers,
+                    options.memory ? options.memory : MachineMemory()),
+        mSelected(Select()),
+        mProgress(mSimulation.Range().first, mSelected.last,
+                  options.quiet ? ProgressStyle::Quiet : StyleOfStandardError()),
+        mStatistics(out / "stats.jsonl") {
+    if (options.trace) mSimulation.PrintTrace();
+  }
+
+  int Execute() {
+    const Clock::time_point start = Clock::now();
+    int code = kExitDone;
+    try {
+      code = RunFrames();
+    } catch (const CommandError& error) {
+      mProgress.Error(error.what());
+      code = error.code;
+    } catch (const std::bad_alloc&) {
+      mProgress.Error("out of memory; raise cell_size or lower the solver's box_size");
+      code = kExitMemory;
+    }
+    const std::chrono::duration<double> wall = Clock::now() - start;
+    mStatistics.WriteSummary(mFramesWritten, wall.count(), code);
+    PrintWarnings();
+    return code;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  FrameRange Select() const {
+    const FrameRange range = mSimulation.Range();
+    const FrameRange selected{mOptions.frames.first.value_or(range.first),
+                              mOptions.frames.last.value_or(range.last)};
+    if (!range.Contains(selected.first) || !range.Contains(selected.last))
+      throw CommandError(kExitUsage,
+                         fmt::format("--frames {}:{} lies outside the scene's range {}:{}",
+                                     selected.first, selected.last, range.first, range.last));
+    if (selected.first > selected.last)
+      throw CommandError(kExitUsage,
+                         fmt::format("--frames {}:{} is reversed", selected.first, selected.last));
+    return selected;
+  }
+
+  /// A later start still simulates from the first frame on: there is no other way to its state.
+  int RunFrames() {
+    FrameRecord record;
+    for (i32 frame = mSimulation.Range().first; frame <= mSelected.last; ++frame) {
+      mProgress.BeginFrame(frame);
+      switch (mSimulation.Evaluate(frame, record)) {
+        case FrameOutcome::Done: break;
+        case FrameOutcome::Interrupted:
+          mProgress.Note(fmt::format("interrupted in frame {}", frame));
+          return kExitInterrupted;
+        case FrameOutcome::OutOfMemory:
+          mProgress.Error(mSimulation.MemoryRefusal());
+          return kExitMemory;
+      }
+      if (mSelected.Contains(frame)) {
+        mStatistics.WriteFrame(record);
+        ++mFramesWritten;
+      }
+      mProgress.EndFrame(record);
+    }
+    return kExitDone;
+  }
+
+  void PrintWarnings() {
+    for (const std::string& warning : mSimulation.InactiveWarnings())
+      mProgress.Note("warning: " + warning);
+    if (!mStatistics.Warning().empty()) mProgress.Note("warning: " + mStatistics.Warning());
+  }
+
+  const RunOptions& mOptions;
+  Simulation mSimulation;
+  const FrameRange mSelected;
+  Progress mProgress;
+  StatisticsFile mStatistics;
+  i32 mFramesWritten = 0;
+};
+
+}  // namespace
+
+std::optional<FrameSelection> ParseFrames(const std::string& text) {
+  const std::size_t colon = text.find(':');
+  FrameSelection frames;
+  if (colon == std::string::npos) {
+    if (text.empty() || !ParseFrame(text, frames.first)) return {};
+    frames.last = frames.first;
+    return frames;
+  }
+  if (!ParseFrame(text.substr(0, colon), frames.first) ||
+      !ParseFrame(text.substr(colon + 1), frames.last))
+    return {};
+  if (!frames.first && !frames.last) return {};
+  if (frames.first && frames.last && *frames.first > *frames.last) return {};
+  return frames;
+}
+
+std::optional<u64> ParseByteCount(const std::string& text) {
+  double value = 0;
+  const char* end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || !(value > 0)) return {};
+  std::string suffix(rest, end);
+  for (char& c : suffix) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  if (suffix.ends_with("IB")) suffix.erase(suffix.size() - 2, 1);
+  if (suffix.ends_with('B')) suffix.pop_back();
+  const std::size_t power = suffix.empty() ? 0 : std::string_view("KMGT").find(suffix) + 1;
+  if (suffix.size() > 1 || (power == 0 && !suffix.empty())) return {};
+  for (std::size_t i = 0; i < power; ++i) value *= 1024;
+  if (!(value >= 1 && value < 1e19)) return {};
+  return static_cast<u64>(value);
+}
+
+int RunScene(const RunOptions& options) {
+  host::InstallInterruptHandlers();
+  if (options.threads > 0) host::SetThreadCount(options.threads);
+  Diagnostics diagnostics;
+  std::optional<LoadedScene> scene = LoadScene(options.scene, diagnostics, options.overrides);
+  if (!options.quiet || !scene) diagnostics.Print();
+  if (!scene) return kExitInvalidScene;
+  const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;
+  return Run(*scene, options, out).Execute();
+}
+
+}  // namespace MELDO_GLOBAL::app

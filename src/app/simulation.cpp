@@ -1,0 +1,107 @@
+#include "app/simulation.h"
+
+#include <fmt/format.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+#include "host/worker_pool.h"
+#include "nodes/catalogue.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace MELDO_SULVA;
+
+namespace {
+
+FrameRange RangeOf(const Scene& scene, const host::Document& document) {
+  if (scene.mInterface.GetBool(1006)) return {document.previewMin, document.previewMax};
+  const i32 first = scene.mInterface.GetLong(1007), last = scene.mInterface.GetLong(1008);
+  return {std::min(first, last), std::max(first, last)};
+}
+
+/// Several scenes of one document share a frame: their times add up.
+void AddReport(const Scene& scene, FrameRecord& record) {
+  const EvaluationReport& report = scene.mReport;
+  if (!record.simulated) {
+    record.steps = report.steps;
+    record.elapsed = scene.mTime.elapsed;
+  }
+  record.simulated = record.simulated || report.simulated;
+  for (i32 stage = 0; stage < kStageCount; ++stage)
+    record.stageSeconds[stage] += report.stageSeconds[stage];
+}
+
+}  // namespace
+
+u64 PeakMemory() {
+  rusage usage{};
+  ::getrusage(RUSAGE_SELF, &usage);
+  return static_cast<u64>(usage.ru_maxrss) * 1024;
+}
+
+Simulation::Simulation(host::Document& document, const std::vector<host::BaseNode*>& servers,
+                       u64 memoryLimit)
+    : mDocument(document), mGuard(memoryLimit) {
+  for (host::BaseNode* server : servers) {
+    mScenes.push_back(CreateScene(*server));
+    Scene* scene = mScenes.back().get();
+    scene->mBoundsGuard = [this, scene](const Vec3d& min, const Vec3d& max) {
+      return mGuard.Allows(*scene, min, max);
+    };
+  }
+}
+
+FrameRange Simulation::Range() const {
+  FrameRange range{mDocument.previewMin, mDocument.previewMax};
+  for (std::size_t i = 0; i < mScenes.size(); ++i) {
+    const FrameRange own = RangeOf(*mScenes[i], mDocument);
+    range =
+        i == 0 ? own : FrameRange{std::min(range.first, own.first), std::max(range.last, own.last)};
+  }
+  return range;
+}
+
+FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  record = {};
+  record.frame = frame;
+  mDocument.SetFrame(frame);
+  for (const auto& scene : mScenes) {
+    const bool finished = scene->Execute(&host::MainThread(), false);
+    if (!mGuard.Refusal().empty()) return FrameOutcome::OutOfMemory;
+    if (!finished || host::MainThread().TestBreak()) return FrameOutcome::Interrupted;
+    AddReport(*scene, record);
+  }
+  record.wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();
+  record.peakMemory = PeakMemory();
+  return FrameOutcome::Done;
+}
+
+void Simulation::PrintTrace() {
+  for (const auto& owner : mScenes) {
+    const Scene* scene = owner.get();
+    owner->mTrace = [scene](i32 stage, const iBase& object) {
+      std::printf("%d %d %d %s\n", scene->mClock.frame, int{scene->mTime.substep}, stage,
+                  object.mName.c_str());
+    };
+  }
+}
+
+std::vector<std::string> Simulation::InactiveWarnings() const {
+  std::vector<std::string> warnings;
+  for (const auto& scene : mScenes)
+    for (i32 list = 1; list <= 11; ++list)
+      for (const auto& [id, object] : scene->List(list)) {
+        if (object->mRuns > 0 || !object->mInactiveReason || !object->Node()) continue;
+        const NodeKind* kind = FindKind(object->Node()->Type());
+        warnings.push_back(fmt::format("{} \"{}\" is inactive: {}", kind ? kind->type : "node",
+                                       object->Node()->Name(), object->mInactiveReason));
+      }
+  return warnings;
+}
+
+}  // namespace MELDO_GLOBAL::app
