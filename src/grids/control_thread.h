@@ -85,8 +85,7 @@ class ScalarGridControlThread : public CustomControlThread<Worker, Data> {
   void AssignShare(i32 i) override {
     Data& record = this->mWorkers[i].data;
     record.min = {mMin.x, mMin.y, mMin.z + i * mSlab};
-    record.max = {mMax.x, mMax.y,
-                  i == this->mThreadCount - 1 ? mMax.z : mMin.z + (i + 1) * mSlab};
+    record.max = {mMax.x, mMax.y, i == this->mThreadCount - 1 ? mMax.z : mMin.z + (i + 1) * mSlab};
   }
 
  private:

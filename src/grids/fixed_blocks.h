@@ -39,8 +39,7 @@ template <class F>
 double SumBlocks(i64 count, i64 block, i32 threads, F&& f) {
   const i32 blocks = static_cast<i32>((count + block - 1) / block);
   return ReduceBlocks(
-      blocks, threads, 0.0,
-      [&](i32 b) { return f(b * block, std::min(count, (b + 1) * block)); },
+      blocks, threads, 0.0, [&](i32 b) { return f(b * block, std::min(count, (b + 1) * block)); },
       [](double a, double b) { return a + b; });
 }
 
@@ -49,8 +48,7 @@ template <class F>
 double MaxBlocks(i64 count, i64 block, i32 threads, F&& f) {
   const i32 blocks = static_cast<i32>((count + block - 1) / block);
   return ReduceBlocks(
-      blocks, threads, 0.0,
-      [&](i32 b) { return f(b * block, std::min(count, (b + 1) * block)); },
+      blocks, threads, 0.0, [&](i32 b) { return f(b * block, std::min(count, (b + 1) * block)); },
       [](double a, double b) { return std::max(a, b); });
 }
 

@@ -79,7 +79,7 @@ class Grid : public iGrid<T> {
     ResetActive();
     if (mCount > 0) {
       mData = static_cast<T*>(
-          ::operator new(sizeof(T) * mCount, std::align_val_t{kAlignment}, std::nothrow));
+          ::operator new (sizeof(T) * mCount, std::align_val_t{kAlignment}, std::nothrow));
       if (mData) std::uninitialized_value_construct_n(mData, mCount);
     }
   }
@@ -94,7 +94,7 @@ class Grid : public iGrid<T> {
   ~Grid() override {
     if (!mData) return;
     std::destroy_n(mData, mCount);
-    ::operator delete(mData, std::align_val_t{kAlignment});
+    ::operator delete (mData, std::align_val_t{kAlignment});
   }
 
   VecInt3D Dims() const { return {mNx, mNy, mNz}; }

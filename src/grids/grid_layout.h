@@ -9,24 +9,24 @@ namespace MELDO_GLOBAL {
 /// `cellSize` is single precision, so the ratios carry its rounding.
 class GridLayout {
  public:
-  Vec3d worldOrigin{};       ///< lower corner, host units
-  Vec3d simOrigin{};         ///< lower corner, simulation units
-  Vec3d worldMax{};          ///< worldOrigin + worldSize
-  Vec3d simMax{};            ///< simOrigin + simSize
-  VecInt3D originCell{};     ///< simOrigin in global cells
-  VecInt3D maxCell{};        ///< simMax in global cells
-  Vec3d worldHalfCell{};     ///< half of worldCell
-  Vec3d worldSize{};         ///< extent, host units
-  Vec3d simSize{};           ///< dims * cellSize
-  VecInt3D dims{};           ///< cells
+  Vec3d worldOrigin{};    ///< lower corner, host units
+  Vec3d simOrigin{};      ///< lower corner, simulation units
+  Vec3d worldMax{};       ///< worldOrigin + worldSize
+  Vec3d simMax{};         ///< simOrigin + simSize
+  VecInt3D originCell{};  ///< simOrigin in global cells
+  VecInt3D maxCell{};     ///< simMax in global cells
+  Vec3d worldHalfCell{};  ///< half of worldCell
+  Vec3d worldSize{};      ///< extent, host units
+  Vec3d simSize{};        ///< dims * cellSize
+  VecInt3D dims{};        ///< cells
   i32 count = 0;
   i32 slice = 0;
-  Vec3d worldCell{};         ///< worldSize / dims
-  Vec3d simToWorld{};        ///< worldSize / simSize
-  Vec3d worldToCell{};       ///< dims / worldSize
-  Vec3d simToCell{};         ///< dims / simSize
-  Vec3d worldToSim{};        ///< simSize / worldSize
-  Vec3d simCell{};           ///< simSize / dims
+  Vec3d worldCell{};    ///< worldSize / dims
+  Vec3d simToWorld{};   ///< worldSize / simSize
+  Vec3d worldToCell{};  ///< dims / worldSize
+  Vec3d simToCell{};    ///< dims / simSize
+  Vec3d worldToSim{};   ///< simSize / worldSize
+  Vec3d simCell{};      ///< simSize / dims
   f32 halfCell = 0;
   f32 inverseCell = 0;
   f32 cellSize = 0;

@@ -19,7 +19,7 @@ struct MPdata {
   i32 index = 0;                       ///< the worker's number
   i32 count = 1;                       ///< workers of this run
   void* user = nullptr;
-  VecInt3D min{}, max{};               ///< the worker's cells, upper corner exclusive
+  VecInt3D min{}, max{};  ///< the worker's cells, upper corner exclusive
   const std::vector<MELDO_SULVA::iObject*>* objects = nullptr;  ///< the current group
 
   bool TestBreak() const { return thread && thread->TestBreak(); }
