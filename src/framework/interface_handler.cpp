@@ -134,9 +134,7 @@ Vec3d C4D_InterfaceHandler::GetVector(i32 id) const {
   GetVector(out, id, row ? *row : Vec3d{});
   return out;
 }
-f64 C4D_InterfaceHandler::GetReal(i32 id) const {
-  return GetReal(id, ToReal(RowDefault(id), 0.0));
-}
+f64 C4D_InterfaceHandler::GetReal(i32 id) const { return GetReal(id, ToReal(RowDefault(id), 0.0)); }
 i32 C4D_InterfaceHandler::GetLong(i32 id) const { return GetLong(id, ToLong(RowDefault(id), 0)); }
 bool C4D_InterfaceHandler::GetBool(i32 id) const {
   return GetBool(id, ToLong(RowDefault(id), 0) == 1);

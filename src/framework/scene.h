@@ -52,8 +52,8 @@ class Scene {
   /// of the squared speed. Sets `mStepRatio`.
   virtual double ComputeAdaptiveStep(double seed);
   virtual void SetTimes(i32 frameIndex, double time, double frameDuration, i32 timeMode, double cfl,
-                        double fixedStep, i32 substeps, i32 minSubsteps, double fps,
-                        i32 blurSample, i32 blurSamples);
+                        double fixedStep, i32 substeps, i32 minSubsteps, double fps, i32 blurSample,
+                        i32 blurSamples);
   /// Brings the lists in line with the node tree.
   virtual void Synchronise(const host::Document* document);
   virtual void RemoveDead();
@@ -104,7 +104,7 @@ class Scene {
   i32 mStage = 0;
   FrameClock mClock;
   SceneTime mTime;
-  GridLayout mDomain;    ///< one cell; carries the world scale and the cell size
+  GridLayout mDomain;  ///< one cell; carries the world scale and the cell size
   f64 mCellHalf = 0;
   f64 mCellQuarter = 0;
   Vec3d mGravity{0, -9.81, 0};
@@ -136,8 +136,14 @@ class Scene {
   void RunParallelPasses(iObject& object);
   void RunWorkers(const std::vector<iObject*>& group);
   void NoteRun(iObject& object);
+  /// Calls f(object) list by list; caches on request.
   template <class F>
-  void ForEachObject(F&& f, bool withCaches = false) const;
+  void ForEachObject(F&& f, bool withCaches = false) const {
+    for (i32 list = 1; list <= 11; ++list) {
+      if (list == 9 || (list == kListCaches && !withCaches)) continue;
+      for (const auto& [id, object] : mLists[list]) f(*object);
+    }
+  }
 
   ObjectFactory mFactory;
   std::array<ObjectList, 12> mLists;

@@ -1,0 +1,157 @@
+// The clock of a scene: the frame, its substeps, and their length.
+#include "framework/scene.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "host/console.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+bool Scene::UpdateDomain(double hostUnits, double simUnits, double cellSize) {
+  const double w = hostUnits / simUnits * cellSize;
+  GridLayout layout;
+  layout.Set({1, 1, 1}, {w, w, w}, static_cast<f32>(cellSize), {});
+  if (mDomain.count > 0 && layout.Equals(mDomain)) {
+    mFlags &= ~kDomainChanged;
+    return false;
+  }
+  mDomain = layout;
+  mFlags |= kDomainChanged;
+  mCellHalf = mDomain.cellSize * 0.5;
+  mCellQuarter = mCellHalf * 0.5;
+  return true;
+}
+
+void Scene::ReadClock() {
+  const Document& document = *GetDocument();
+  mClock.document = &document;
+  mClock.fps = document.fps;
+  mClock.frameTime = 1.0 / document.fps;
+  i32 first = document.previewMin, last = document.previewMax;
+  if (!mInterface.GetBool(1006)) {
+    first = mInterface.GetLong(1007);
+    last = mInterface.GetLong(1008);
+    if (first > last) std::swap(first, last);
+  }
+  mClock.startFrame = first;
+  mClock.endFrame = last + 1;
+  const double seconds = document.Time();
+  // A whole frame must not fall one short by the rounding of frame / fps * fps.
+  mClock.frame = static_cast<i32>(std::floor(seconds * mClock.fps + 1e-6));
+  mClock.frameFromStart = mClock.frame - mClock.startFrame;
+  const bool keepsTime = mClock.time == mClock.lastTime && seconds > 0 &&
+                         std::abs(mClock.time - mClock.frameTime - seconds) < 1e-12;
+  if (!keepsTime) mClock.time = seconds;
+}
+
+void Scene::ReadBlur(i32& sample, i32& samples) const {
+  sample = samples = 0;
+  if (!mIsRender) return;
+  samples = GetDocument()->blurSamples;
+  const double past = mClock.time - mClock.frame * mClock.frameTime;
+  sample = static_cast<i32>(std::floor(past * mClock.fps * samples + 1e-6));
+}
+
+void Scene::SetTimes(i32 frameIndex, double, double frameDuration, i32 timeMode, double cfl,
+                     double fixedStep, i32 substeps, i32 minSubsteps, double fps, i32 blurSample,
+                     i32 blurSamples) {
+  mTime.frameIndex = frameIndex;
+  mTime.frameDuration = frameDuration;
+  mTime.fps = static_cast<i32>(fps);
+  mTimeMode = timeMode;
+  mCfl = cfl;
+  mTime.substep = 0;
+  mTime.maxSubsteps = static_cast<u8>(std::clamp(substeps, 1, 255));
+  mTime.minSubsteps = static_cast<u8>(std::clamp(minSubsteps, 1, 255));
+  mTime.stepFraction = 1.0 / mTime.maxSubsteps;
+  const bool blur = blurSample > 0 && blurSamples > 0;
+  switch (timeMode) {
+    case 1:
+      mTime.stepDuration = frameDuration / mTime.maxSubsteps;
+      if (blur) mTime.stepDuration = frameDuration / blurSamples * blurSample;
+      break;
+    case 2:
+      mTime.stepDuration = fixedStep / mTime.maxSubsteps;
+      if (blur) mTime.stepDuration = mTime.stepDuration / blurSamples * blurSample;
+      break;
+    default: mTime.stepDuration = frameDuration;
+  }
+}
+
+double Scene::ComputeAdaptiveStep(double seed) {
+  double top = seed;
+  for (const auto& [id, object] : mLists[kListSolvers])
+    top = std::max(top, object->GetMaxSpeedSq());
+  const double speed = std::sqrt(top);
+  const double dt = std::min(mTime.frameDuration, mCfl * mDomain.cellSize / speed);
+  mStepRatio = dt * speed / mCellHalf;
+  return dt;
+}
+
+double Scene::NextAdaptiveStep(bool first, double dtMin, double dtMax, bool& last) {
+  const double frame = mTime.frameDuration;
+  double dt = static_cast<f32>(first ? frame : ComputeAdaptiveStep(1e-16));
+  if (dt > dtMax) {
+    dt = dtMax;
+  } else if (dt < dtMin) {
+    dt = dtMin;
+  } else if (dt > frame) {
+    dt = frame;
+  }
+  if (dt + mTime.timeInFrame < frame) {
+    // The frame must not end on a sliver.
+    if (frame <= dt * 1.5 + mTime.timeInFrame) dt = (frame - mTime.timeInFrame) * 0.5;
+  } else {
+    dt = frame - mTime.timeInFrame;
+    last = true;
+  }
+  mTime.stepDuration = dt;
+  mTime.stepFraction = dt == 0 ? 0 : dt / frame;
+  mTime.remainingFraction -= mTime.stepFraction;
+  if (mTime.timeInFrame == 0 && last) {
+    mTime.substep = 1;
+    mTime.maxSubsteps = 1;
+  } else {
+    mTime.maxSubsteps += mTime.timeInFrame == 0 ? 2 : 1;
+    mTime.substep += 1;
+  }
+  return dt;
+}
+
+bool Scene::RunSubsteps() {
+  mTime.timeInFrame = 0;
+  mTime.remainingFraction = 1;
+  const i32 minimum = mTime.minSubsteps, maximum = mTime.maxSubsteps;
+  const double dtMax = static_cast<f32>(mTime.frameDuration / std::max(1, minimum));
+  const double dtMin = static_cast<f32>(mTime.frameDuration / std::max(maximum, minimum));
+  if (mTimeMode == 0) mTime.maxSubsteps = 0;
+  mTime.isLastSubstep = 0;
+  bool last = false;
+  for (i32 i = 0; !last; ++i) {
+    const bool first = mTime.elapsed == 0;
+    double dt;
+    if (mTimeMode == 0) {
+      dt = NextAdaptiveStep(first, dtMin, dtMax, last);
+    } else {
+      mTime.substep = static_cast<u8>(i + 1);
+      mTime.remainingFraction = 1 - (i + 1) * mTime.stepFraction;
+      last = i == mTime.maxSubsteps - 1;
+      dt = mTime.stepDuration;
+    }
+    mTime.timeInFrame += dt;
+    ShowStatus("Substep: " + std::to_string(mTime.substep));
+    // A frame at the start of a simulation takes one step only.
+    if (first || mTime.frameIndex == 0) last = true;
+    mTime.isLastSubstep = last;
+    mReport.steps.push_back(dt);
+    if (!Simulate(false)) return false;
+    SetStage(kFinishSubstep);
+    if ((mFlags & kTimeChanged) && mClock.frame > mClock.startFrame) mTime.elapsed += dt;
+  }
+  return !IsCancelled();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

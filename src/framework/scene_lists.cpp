@@ -1,0 +1,133 @@
+// The lists of a scene: what stands in them, and look-ups.
+#include "framework/scene.h"
+
+#include <algorithm>
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+bool Scene::AddObject(i32 list, std::unique_ptr<iBase> object) {
+  if (!object || list == 200 || !object->Node()) return false;
+  if (list < 1 || list > 11 || list == 9) list = kListGeometry;
+  return mLists[list].try_emplace(object->Node()->Id(), std::move(object)).second;
+}
+
+bool Scene::CreateObject(BaseNode* node, i32 pluginId) {
+  if (!node) return false;
+  for (i32 list = 1; list <= 11; ++list)
+    if (mLists[list].contains(node->Id())) return false;
+  auto object = mFactory(pluginId, node, this);
+  if (!object) return false;
+  const i32 list = object->GetListIndex();
+  return AddObject(list, std::move(object));
+}
+
+void Scene::Synchronise(const Document*) {
+  const auto isListed = [&](NodeId id) {
+    for (const ObjectList& list : mLists) {
+      const auto found = list.find(id);
+      if (found != list.end() && found->second->Has(FLAG_ENABLED)) return true;
+    }
+    return false;
+  };
+  // Ids under which nodes of other programs join the catalogue.
+  constexpr i32 adopted[] = {1300139, 1300140, 1300141};
+  const std::function<void(BaseNode&)> walk = [&](BaseNode& node) {
+    for (BaseNode* child : node.Children()) {
+      if (child->IsInstanceOf(kServerNode) && child->IsEnabled() && !isListed(child->Id())) {
+        i32 id = child->Type();
+        for (const i32 base : adopted)
+          if (child->IsInstanceOf(base)) id = base;
+        CreateObject(child, id);
+      }
+      walk(*child);
+    }
+  };
+  if (Server()) walk(*Server());
+  RemoveDead();
+}
+
+void Scene::RemoveDead() {
+  for (ObjectList& list : mLists)
+    std::erase_if(list, [&](const auto& entry) {
+      const iBase& object = *entry.second;
+      return !object.IsNodeAlive(0, nullptr) || !object.Node()->HasAncestor(Server());
+    });
+}
+
+void Scene::Clear() {
+  for (ObjectList& list : mLists) list.clear();
+}
+
+iBase* Scene::FindObject(const BaseNode* node, i32 list, i32 categoryA, i32 categoryB,
+                         i32 typeId) const {
+  if (!node) return nullptr;
+  const auto look = [&](i32 number) -> iBase* {
+    const auto found = mLists[number].find(node->Id());
+    if (found == mLists[number].end()) return nullptr;
+    iBase* object = found->second.get();
+    const bool matches = object->Has(FLAG_ENABLED) &&
+                         (categoryA == kBitAny || object->HasCategory(categoryA)) &&
+                         (categoryB == kBitAny || object->HasCategory(categoryB)) &&
+                         (typeId == kTypeAny || object->GetTypeId() == typeId);
+    return matches ? object : nullptr;
+  };
+  if (list <= 11) return list >= 1 && list != 9 ? look(list) : nullptr;
+  for (i32 number = 1; number <= 11; ++number)
+    if (number != 9)
+      if (iBase* object = look(number)) return object;
+  return nullptr;
+}
+
+void Scene::CollectObjects(const InExcludeData* list, std::vector<iBase*>& out, i32 listIndex,
+                           u32 exactCategories, i32 typeId, i32 categoryA, bool includeOnly,
+                           i32 categoryB) const {
+  out.clear();
+  const auto passes = [&](const iBase& object) {
+    if (!object.Has(FLAG_ENABLED)) return false;
+    if (typeId != kTypeAny && object.GetTypeId() != typeId) return false;
+    u32 mask = 0;
+    object.GetCategories(mask);
+    if (mask == exactCategories) return true;
+    if (categoryA == kBitAny) return exactCategories == kBitAny;
+    return object.HasCategory(categoryA) && (categoryB == kBitAny || object.HasCategory(categoryB));
+  };
+  const i32 first = listIndex > 11 ? 1 : listIndex, last = listIndex > 11 ? 11 : listIndex;
+  if (list && includeOnly) {
+    for (const InExcludeData::Entry& entry : list->entries)
+      for (i32 number = first; number <= last; ++number) {
+        const auto found = mLists[number].find(entry.node);
+        if (found != mLists[number].end() && passes(*found->second))
+          out.push_back(found->second.get());
+      }
+    return;
+  }
+  const auto isNamed = [&](NodeId id) {
+    return list && std::any_of(list->entries.begin(), list->entries.end(),
+                               [&](const auto& entry) { return entry.node == id; });
+  };
+  for (i32 number = first; number <= last; ++number)
+    for (const auto& [id, object] : mLists[number])
+      if (!isNamed(id) && passes(*object)) out.push_back(object.get());
+}
+
+bool Scene::NeedsRun() const {
+  if (mStage != kStartSimulation && mStage != kUpdate) return false;
+  bool dirty = false;
+  ForEachObject(
+      [&](iBase& object) { dirty = dirty || (object.Has(FLAG_ENABLED) && object.IsDirty()); },
+      true);
+  return dirty;
+}
+
+void Scene::Reset(bool full) {
+  ForEachObject(
+      [&](iBase& object) {
+        if (full || (object.IsDirty() && object.ResetsOnChange())) object.Reset();
+      },
+      true);
+  if (full) mTime.elapsed = 0;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
