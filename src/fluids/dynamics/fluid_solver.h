@@ -6,6 +6,7 @@
 #include "fluids/dynamics/grid_boundary.h"
 #include "fluids/dynamics/grid_extrapolation.h"
 #include "fluids/dynamics/grid_incompressibility.h"
+#include "fluids/dynamics/solid_cells.h"
 #include "fluids/dynamics/velocity_constrain.h"
 #include "fluids/dynamics/velocity_grid_emitter.h"
 #include "fluids/volume/volume_fractions.h"
@@ -61,6 +62,9 @@ class FluidSolver : public iFluidSolver {
   void RunOnWorkers(iObject& target);
   /// Layout of the velocity grids; null without grids.
   const GridLayout* GetLayout() const;
+  /// Open fractions of the faces of `axis`; null before stage 5 or when they don't fit the
+  /// velocity.
+  const EGrid<float>* GetOpenFaces(i32 axis) const;
 
   VelocityField mVelocity;
   Grid_VolumeFractions mFractions;
@@ -70,12 +74,21 @@ class FluidSolver : public iFluidSolver {
   GridExtrapolation mExtrapolation;
   ScalarField mDivergence;
   Grid_Incompressibility mPressure;
+  SolidCells mSolidCells;  ///< which cells are clear of solids in this step
   double mMaxSpeedSq = 0.001;
 
  private:
   using Workers = ScalarGridControlThread<ScalarGridThread<iObject>>;
-  bool UserBox(double nudge, Vec3d& lo, Vec3d& hi) const;
+  void BindMembers(host::BaseNode* node, Scene* scene);
+  void LinkMembers();
+  /// The user's box in whole cells of the domain, snapped inwards.
+  void UserBox(Vec3d& lo, Vec3d& hi) const;
   void BuildSolids();
+  /// Runs all passes of an embedded operator; with `everyPass` its `Prepare` and `Finish` surround
+  /// each of them.
+  void RunPasses(iObject& target, bool everyPass);
+  void ExtrapolateVelocity();
+  bool HasVelocity() const;
 
   std::unique_ptr<Workers> mWorkers;
   double mPadding = 0;

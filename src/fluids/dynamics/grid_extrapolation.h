@@ -29,10 +29,16 @@ class GridExtrapolation : public iObject {
   FluidSolver* mSolver = nullptr;
   ScalarField* mScalarChannel = nullptr;
   VectorField* mVectorChannel = nullptr;
-  i32 mAxis = 0;    ///< velocity component; 3 is the scalar mode
+  i32 mComponent = 0;  ///< of the vector channel
+  i32 mAxis = 0;       ///< velocity component; 3 is the scalar mode
   i32 mRounds = 1;
 
  private:
+  EGrid<double>* Target(i32 slot) const;
+  CellBox ShareOf(const EGrid<double>& grid, const EvaluationThreadData& data) const;
+  void Mark(const EGrid<double>& grid, const CellBox& box);
+  void Extend(EGrid<double>& grid, const CellBox& box);
+
   bool mLiquid = false;
   i32 mRound = 0;
   std::array<std::unique_ptr<Grid<u8>>, 4> mValid;

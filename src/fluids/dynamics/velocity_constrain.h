@@ -1,7 +1,6 @@
 // Velocity of faces that lie closed inside solids.
 #pragma once
 #include <array>
-#include <memory>
 #include <vector>
 
 #include "fluids/channels/channel.h"
@@ -28,11 +27,22 @@ class VelocityConstrain : public iObject {
   FluidSolver* mSolver = nullptr;
 
  private:
+  /// The new velocity of a closed face.
+  struct ClosedFace {
+    i32 axis;
+    i32 index;
+    double value;
+  };
+  void Compute(const EvaluationThreadData& data, i32 axis);
+  double SolidFace(i32 axis, i32 x, i32 y, i32 z) const;
+  Vec3d BodyVelocity(const Vec3d& p) const;
+
   std::vector<VolumeBase*> mBodies;
   bool mFollowObstacles = true;
   bool mUseBodyVelocity = false;
   double mBlend = 1.0;  ///< 0 sticks to the solid, 1 slides freely
-  std::array<std::unique_ptr<EGrid<double>>, 3> mFaces;
+  /// What pass 0 computed, by worker; pass 1 writes it. Open faces aren't touched.
+  std::array<std::vector<ClosedFace>, host::kMaxWorkers> mFaces;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -27,6 +27,9 @@ class VelocityGridEmitter : public iObject {
   FluidSolver* mSolver = nullptr;
 
  private:
+  void SumForces(const EvaluationThreadData& data);
+  void CarryToFaces(const EvaluationThreadData& data);
+
   std::vector<Force*> mForces;
   std::array<std::unique_ptr<EGrid<double>>, 3> mScratch;
 };

@@ -11,15 +11,34 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// The record that a force reads and adds to; one serves a whole loop, refilled for every cell.
 struct ForceSample {
-  u32 worker = 0;                   ///< index of the calling worker
-  i32 particleMode = 0;             ///< 0 for a grid cell, else a particle
-  i32 cellIndex = 0;                ///< linear index in a centred grid of the solver
-  std::array<i32, 3> faceIndex{};   ///< index of the cell's low face in the u, v, w grids
-  std::array<double, 3> fraction{}; ///< open fractions of the three low faces
+  u32 worker = 0;                    ///< index of the calling worker
+  i32 particleMode = 0;              ///< 0 for a grid cell, else a particle
+  i32 cellIndex = 0;                 ///< linear index in a centred grid of the solver
+  std::array<i32, 3> faceIndex{};    ///< index of the cell's low face in the u, v, w grids
+  std::array<double, 3> fraction{};  ///< open fractions of the three low faces
   double weight = 1.0;
-  Vec3d position{};                 ///< cell centre, simulation units
-  Vec3d force{};                    ///< accumulator, a velocity change in simulation units per second
-  Vec3d hostPosition{};             ///< cell centre, host units
+  Vec3d position{};      ///< cell centre, simulation units
+  Vec3d force{};         ///< accumulator, a velocity change in simulation units per second
+  Vec3d hostPosition{};  ///< cell centre, host units
+};
+
+/// A row of cells along x, in the same terms: arrays hold one entry per cell. What forces add to
+/// cells that aren't open is dropped by the caller.
+struct ForceRow {
+  u32 worker = 0;
+  i32 count = 0;
+  VecInt3D cell{};                 ///< the first cell
+  i32 cellIndex = 0;               ///< of the first cell
+  std::array<i32, 3> faceIndex{};  ///< of the first cell
+  std::array<const float*, 3> fraction{};
+  const u8* open = nullptr;  ///< 1 where one of the three low faces is open
+  double weight = 1.0;
+  Vec3d position{};  ///< centre of the first cell, simulation units
+  double step = 0;   ///< from centre to centre, simulation units
+  Vec3d simToWorld{};
+  std::array<double*, 3> force{};  ///< accumulators
+
+  Vec3d PositionOf(i32 x) const { return {position.x + x * step, position.y, position.z}; }
 };
 
 /// The frame of every force: links, time window, constraints. What a force adds is already a
@@ -40,16 +59,46 @@ class Force : public iObject {
   using iObject::Evaluate;
   /// Adds to `sample.force`; nothing without `FLAG_ACTIVE`. Runs on all workers at once.
   virtual void Evaluate(ForceSample& sample) = 0;
+  /// Adds to every open cell of the row what `Evaluate` adds at that cell, to the last bit.
+  virtual void EvaluateRow(const ForceRow& row) = 0;
 
  protected:
   /// Class work of `Prepare`; false leaves the force inactive.
   virtual bool PrepareForce() { return true; }
   virtual void FinishForce() {}
+  /// Fetches the time window from a link.
+  void LinkDuration(i32 id);
+  /// Calls f(sample) for every open cell of the row and keeps what
+  /// it left in `sample.force`.
+  template <class F>
+  static void ForEachSample(const ForceRow& row, F&& f);
+  /// `grid` has a value for every cell of the attached velocity.
+  bool FitsVelocity(const EGrid<double>* grid) const;
 
   VelocityField* mVelocity = nullptr;
   ConstraintList mConstraints;
   Duration* mDuration = nullptr;
   double mWeight = 1.0;  ///< 1, or the window's weight in this step
 };
+
+template <class F>
+void Force::ForEachSample(const ForceRow& row, F&& f) {
+  ForceSample sample;
+  sample.worker = row.worker;
+  sample.weight = row.weight;
+  for (i32 x = 0; x < row.count; ++x) {
+    if (!row.open[x]) continue;
+    sample.cellIndex = row.cellIndex + x;
+    for (int a = 0; a < 3; ++a) {
+      sample.faceIndex[a] = row.faceIndex[a] + x;
+      sample.fraction[a] = row.fraction[a][x];
+      sample.force[a] = row.force[a][x];
+    }
+    sample.position = row.PositionOf(x);
+    sample.hostPosition = sample.position * row.simToWorld;
+    f(sample);
+    for (int a = 0; a < 3; ++a) row.force[a][x] = sample.force[a];
+  }
+}
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,485 @@
+#include "fluids/dynamics/fluid_solver.h"
+
+#include <limits>
+
+#include "fluids/dynamics/wall_velocities.h"
+#include "framework/scene.h"
+#include "grids/fixed_blocks.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+
+constexpr double kHuge = std::numeric_limits<double>::max();
+
+ParameterRow WallRow(i32 id, std::string_view name, std::string_view help) {
+  return LongRow(id, name, 1, "", help).Choices({{0, "open"}, {1, "closed"}});
+}
+
+/// Whole cells, so that a whole number of cells never snaps to its neighbour by rounding.
+double CellsUp(double cells) { return std::ceil(cells - 1e-6); }
+double CellsDown(double cells) { return std::floor(cells + 1e-6); }
+
+/// The largest magnitude; eight lanes, so that the loop runs at the speed of memory.
+double LargestMagnitude(const double* values, i64 count) {
+  double most[8] = {};
+  i64 i = 0;
+  for (; i + 8 <= count; i += 8)
+    for (int lane = 0; lane < 8; ++lane) {
+      const double v = std::abs(values[i + lane]);
+      most[lane] = v > most[lane] ? v : most[lane];
+    }
+  for (; i < count; ++i) most[0] = std::max(most[0], std::abs(values[i]));
+  return *std::max_element(most, most + 8);
+}
+
+}  // namespace
+
+const ParameterTable& FluidSolver::Parameters() {
+  static const ParameterTable table = {
+      LinkRow(1000, "density_channel", "scalar channel with the fluid's density per cell",
+              {1300027, 1300112}),
+      RealRow(1001, "density", 1.23, "kg/m^3", "density where no channel gives one").AtLeast(1e-6),
+      AbsentLinksRow(
+          1008, "forces",
+          "forces that act on the gas; without the list all grid forces do, an empty "
+          "list means none",
+          {1300014, 1300015, 1300016, 1300017, 1300089, 1300115, 1300142, 1300161, 13000141}),
+      LongRow(1009, "padding_cells", 5, "cells", "cells kept free round the content").AtLeast(0),
+      VectorRow(1010, "box_size", {500, 500, 500}, "host", "largest box that the gas may fill"),
+      WallRow(1011, "wall_low_x", "wall at the low x side"),
+      WallRow(1012, "wall_high_x", "wall at the high x side"),
+      WallRow(1013, "wall_low_y", "wall at the low y side"),
+      WallRow(1014, "wall_high_y", "wall at the high y side"),
+      WallRow(1015, "wall_low_z", "wall at the low z side"),
+      WallRow(1016, "wall_high_z", "wall at the high z side"),
+      LongRow(1018, "extrapolation_rounds", 3, "cells", "layers that velocity reaches into solids")
+          .AtLeast(0),
+      RealRow(1019, "viscosity", 0.0, "",
+              "viscosity of the gas; acts once the viscosity solve does")
+          .AtLeast(0),
+      LongRow(1020, "linear_solver", 1, "", "how the pressure is solved for")
+          .Choices({{0, "conjugate_gradients"}, {1, "gauss_seidel"}}),
+      LongRow(1021, "max_iterations", 200, "", "most iterations of the linear solver").AtLeast(1),
+      RealRow(1022, "accuracy", 0.5, "", "accuracy of the linear solver").Range(0, 1),
+      LongRow(1023, "viscosity_option", 2, "", "option of the viscosity solve"),
+      LongRow(1024, "viscosity_mode", 0, "", "mode of the viscosity solve"),
+      VectorRow(1028, "box_offset", {0, 0, 0}, "",
+                "shifts the box down from the node, as a fraction of its size"),
+      RealRow(1035, "solid_blend", 1.0, "", "0 = gas sticks to solids, 1 = it slides freely")
+          .Range(0, 1),
+      BoolRow(1036, "follow_obstacles", true, "gas at moving obstacles slides along their motion"),
+      RealRow(1045, "min_diagonal_ratio", 0.25, "", "smallest diagonal of the preconditioner")
+          .Range(0, 1),
+      RealRow(1046, "preconditioner_modification", 0.97, "",
+              "share of dropped entries that the preconditioner keeps on its diagonal")
+          .Range(0, 1),
+      BoolRow(1047, "use_body_velocities", false, "closed faces take the velocity of their body"),
+      LinkRow(1300, "viscosity_channel", "scalar channel with the viscosity per cell",
+              {1300027, 1300112}),
+      LongRow(1301, "viscosity_iterations", 100, "", "iterations of the viscosity solve"),
+      RealRow(1302, "viscosity_tolerance", 0.2, "", "tolerance of the viscosity solve"),
+      LinkRow(1307, "projection_duration", "time window in which the flow is made divergence-free",
+              {1028240}),
+      BoolRow(1309, "compatibility", false,
+              "balance the divergence; the solver sets it when all walls are closed"),
+  };
+  return table;
+}
+
+FluidSolver::FluidSolver(BaseNode* node, Scene* scene) : iFluidSolver(node, scene) {
+  mPriority = 30;
+  mStageMask |=
+      StageBit(kEmitters) | StageBit(kForcesEmission) | StageBit(kPressure) | StageBit(kFlip);
+  mVelocity.mValueMin = {-kHuge, -kHuge, -kHuge};
+  mVelocity.mValueMax = {kHuge, kHuge, kHuge};
+  mDivergence.SetRange(-kHuge, kHuge);
+  BindMembers(node, scene);
+}
+
+FluidSolver::FluidSolver(const FluidSolver& other)
+    : iFluidSolver(other),
+      mVelocity(other.mVelocity),
+      mFractions(other.mFractions),
+      mBoundary(other.mBoundary),
+      mForces(other.mForces),
+      mConstrain(other.mConstrain),
+      mExtrapolation(other.mExtrapolation),
+      mDivergence(other.mDivergence),
+      mPressure(other.mPressure),
+      mMaxSpeedSq(other.mMaxSpeedSq),
+      mPadding(other.mPadding),
+      mBoxSize(other.mBoxSize),
+      mBoxOffset(other.mBoxOffset),
+      mScaledSize(other.mScaledSize),
+      mBoxMin(other.mBoxMin),
+      mHasStoredBox(other.mHasStoredBox),
+      mStoredLayout(other.mStoredLayout) {
+  LinkMembers();
+  if (other.mWorkers) CreateWorkers();
+}
+
+void FluidSolver::BindMembers(BaseNode* node, Scene* scene) {
+  // Channels of a solver have no parameters of their own; the operators read the solver's.
+  for (iBase* channel : {static_cast<iBase*>(&mVelocity), static_cast<iBase*>(&mDivergence),
+                         static_cast<iBase*>(&mBoundary.mLevelSet)})
+    channel->Rebind(nullptr, scene);
+  for (iBase* member : {static_cast<iBase*>(&mFractions), static_cast<iBase*>(&mBoundary),
+                        static_cast<iBase*>(&mForces), static_cast<iBase*>(&mConstrain),
+                        static_cast<iBase*>(&mExtrapolation), static_cast<iBase*>(&mPressure)})
+    member->Rebind(node, scene);
+  LinkMembers();
+}
+
+void FluidSolver::LinkMembers() {
+  mPressure.mSolver = this;
+  mForces.mSolver = this;
+  mConstrain.mSolver = this;
+  mExtrapolation.mSolver = this;
+}
+
+// ---- set-up -----------------------------------------------------------------------------------
+
+bool FluidSolver::ReadParameters(void* context) {
+  mPriority = 30;
+  if (!iFluidSolver::ReadParameters(context)) return false;
+  mVelocity.ReadParameters();
+  mBoundary.ReadParameters();
+  mPressure.ReadParameters();
+  mPressure.mCompatibility = mBoundary.mWalls == kWallsAll;
+  mExtrapolation.ReadParameters();
+  mConstrain.ReadParameters();
+  mForces.ReadParameters();
+  mFractions.ReadParameters();
+  mFractions.mMethod = FractionMethod::Analytic;
+  mFractions.mInvert = true;
+  mFractions.mKinds = kFractionCell | kFractionFaces;
+  if (!Has(FLAG_ACTIVE)) mBoundary.MarkDirty(false);
+
+  mPadding = mInterface.GetLong(1009) * static_cast<double>(GetDomain().cellSize);
+  mBoxSize = mInterface.GetVector(1010);
+  mBoxOffset = mInterface.GetVector(1028);
+  Vec3d lo, hi;
+  UserBox(lo, hi);
+  const double voxel = GetDomain().cellSize;
+  mBoxMin = lo * voxel;
+  mScaledSize = (hi - lo) * voxel;
+  return true;
+}
+
+bool FluidSolver::ResolveLinks() {
+  if (!iFluidSolver::ResolveLinks()) return false;
+  LinkMembers();
+  mPressure.ResolveLinks();
+  mBoundary.ResolveLinks();
+  mFractions.ResolveLinks();
+  mForces.ResolveLinks();
+  mExtrapolation.ResolveLinks();
+  mConstrain.ResolveLinks();
+  return true;
+}
+
+void FluidSolver::ClearLinks() {
+  mBoundary.ClearLinks();
+  mPressure.ClearLinks();
+  mForces.ClearLinks();
+  mFractions.ClearLinks();
+  mConstrain.ClearLinks();
+  mExtrapolation.ClearLinks();
+  SetFlag(FLAG_ACTIVE, false);
+  iFluidSolver::ClearLinks();
+}
+
+void FluidSolver::CheckDirty() {
+  mForces.CheckDirty();
+  iFluidSolver::CheckDirty();
+  if ((mScene->mFlags & Scene::kTimeChanged) && mTime->elapsed > 0) {
+    if (!IsDirty()) MarkDirty(false);
+  } else {
+    SetFlag(FLAG_DIRTY | FLAG_DIRTY_HARD, false);
+  }
+}
+
+void FluidSolver::Reset() {
+  mVelocity.Reset();
+  mBoundary.Reset();
+  mPressure.Reset();
+  mDivergence.Reset();
+  mForces.Reset();
+  mFractions.Reset();
+  mMaxSpeedSq = 0.001;
+  SetFlag(FLAG_ACTIVE, false);
+}
+
+void FluidSolver::Release(bool full) {
+  if (full) iFluidSolver::Release(true);
+  ReleaseWorkers();
+  mVelocity.Release(full);
+  mBoundary.Release(full);
+  mPressure.Release(full);
+  mDivergence.Release(full);
+  mForces.Release(full);
+  mExtrapolation.Release(full);
+  mFractions.Release(full);
+  mSolidCells.Release();
+  mMaxSpeedSq = 0.001;
+  ClearLinks();
+  SetFlag(FLAG_ACTIVE, false);
+}
+
+void FluidSolver::GetName(std::string& out) const {
+  switch (mScene ? mScene->mStage : 0) {
+    case kEmitters: out = "Initialise Boundaries & Threads"; break;
+    case kForcesEmission: out = "GOP::Grid Forces"; break;
+    case kPressure: out = "GOP::Divergence & Pressure Solver"; break;
+    case kFlip: out = "Free Data"; break;
+    default: out = mName;
+  }
+}
+
+void FluidSolver::UpdateRange() {
+  if (!mVelocity.GetGrid(2)) return;
+  const i32 threads = mScene->mThreadCount;
+  double sum = 0;
+  for (i32 axis = 0; axis < 3; ++axis) {
+    const EGrid<double>& g = *mVelocity.GetGrid(axis);
+    const double top = MaxBlocks(g.mCount, 1 << 16, threads, [&](i64 first, i64 last) {
+      return LargestMagnitude(g.mData + first, last - first);
+    });
+    sum += top * top;
+  }
+  mMaxSpeedSq = std::max(sum, 1e-8);
+}
+
+bool FluidSolver::ContainsPoint(const Vec3d& world) const {
+  const GridLayout* layout = GetLayout();
+  if (!layout) return false;
+  for (int a = 0; a < 3; ++a)
+    if (!(world[a] > layout->simOrigin[a] + layout->cellSize &&
+          world[a] < layout->simMax[a] - layout->cellSize))
+      return false;
+  return true;
+}
+
+const GridLayout* FluidSolver::GetLayout() const {
+  const EGrid<double>* u = mVelocity.GetGrid(0);
+  return u ? &u->mLayout : nullptr;
+}
+
+const EGrid<float>* FluidSolver::GetOpenFaces(i32 axis) const {
+  if (!mFractions.HasField(axis, 1)) return nullptr;
+  const EGrid<float>* open = mFractions.GetRead(axis, 1);
+  const EGrid<double>* velocity = mVelocity.GetGrid(axis);
+  return open && open->mData && velocity && open->Dims() == velocity->Dims() ? open : nullptr;
+}
+
+bool FluidSolver::HasVelocity() const {
+  for (i32 axis = 0; axis < 3; ++axis) {
+    const EGrid<double>* g = mVelocity.GetGrid(axis);
+    if (!g || !g->mData) return false;
+  }
+  return true;
+}
+
+// ---- bounds -----------------------------------------------------------------------------------
+
+void FluidSolver::UserBox(Vec3d& lo, Vec3d& hi) const {
+  const GridLayout& domain = GetDomain();
+  const Vec3d scale = domain.worldToSim;
+  const double voxel = domain.cellSize;
+  Matrix placement;
+  mInterface.GetMatrix(placement);
+  const Vec3d size = mBoxSize * scale;
+  const Vec3d low = placement.offset * scale - size * mBoxOffset;
+  for (int a = 0; a < 3; ++a) {
+    lo[a] = CellsUp(low[a] / voxel);
+    hi[a] = CellsDown((low[a] + size[a]) / voxel);
+  }
+}
+
+void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
+  const double voxel = GetDomain().cellSize;
+  Vec3d lo, hi;
+  UserBox(lo, hi);
+  lo -= Vec3d{1, 1, 1};
+  hi += Vec3d{1, 1, 1};
+  mBoxMin = lo * voxel;
+  mScaledSize = (hi - lo) * voxel;
+
+  bool usable = mTime->stepDuration != 0;
+  for (int a = 0; a < 3; ++a) usable = usable && min[a] != kHuge && max[a] != -kHuge;
+  // Whole cells from here on, so that a box that stays has the same origin to the last bit.
+  Vec3d from, to;
+  for (int a = 0; a < 3 && usable; ++a) {
+    from[a] = CellsDown(min[a] / voxel);
+    to[a] = CellsUp(max[a] / voxel);
+    usable = lo[a] <= hi[a] && lo[a] <= to[a] && from[a] <= hi[a];
+  }
+  if (!usable) {
+    Deactivate("no content lies in its box");
+    return;
+  }
+  const double padding = std::round(mPadding / voxel);
+  for (int a = 0; a < 3; ++a) {
+    from[a] = std::max(lo[a], from[a] - padding);
+    to[a] = std::min(hi[a], to[a] + padding);
+    to[a] = std::max(to[a], lo[a] + 1);
+    from[a] = std::min(from[a], to[a] - 1);
+  }
+  min = from * voxel;
+  max = to * voxel;
+  if (Has(FLAG_CACHED) && mHasStoredBox) {
+    min = mStoredLayout.simOrigin;
+    max = mStoredLayout.simMax;
+  }
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+bool FluidSolver::ApplyBounds(const Vec3d& min, const Vec3d& max) {
+  const GridLayout before = GetLayout() ? *GetLayout() : GetDomain();
+  const auto fail = [&](const char* reason) {
+    Release(true);
+    return Deactivate(reason);
+  };
+  if (!Has(FLAG_ACTIVE)) return fail(mInactiveReason);
+  if (!mVelocity.ApplyBounds(min, max)) return fail("its velocity grids couldn't be allocated");
+  const bool cached = Has(FLAG_CACHED);
+  if (cached) mPressure.Release(true);
+  const bool hasSolids = cached || mBoundary.GetLevelSet();
+  if (hasSolids && GetLayout() && GetLayout()->Equals(before)) {
+    SetFlag(FLAG_ACTIVE, true);
+    return true;
+  }
+  if (!mBoundary.ApplyBounds(min, max)) return fail("its solid level set couldn't be allocated");
+  if (cached) {
+    mDivergence.Release(true);
+    return true;
+  }
+  const bool fresh = !mDivergence.GetGrid(0);
+  mDivergence.mKind = kCentre;
+  mDivergence.SetRange(-kHuge, kHuge);
+  mDivergence.ApplyBounds(min, max);
+  if (fresh) mDivergence.Reset();
+  return true;
+}
+
+// ---- stages -----------------------------------------------------------------------------------
+
+void FluidSolver::ReleaseWorkers() {
+  mWorkers.reset();
+  SetFlag(FLAG_ACTIVE, false);
+}
+
+void FluidSolver::CreateWorkers() {
+  mWorkers.reset();
+  if (!GetLayout()) return;
+  mWorkers = std::make_unique<Workers>();
+  mWorkers->SetRegion({0, 0, 0}, GetLayout()->dims);
+  MPdata data;
+  data.thread = mScene->mThread;
+  data.user = static_cast<iObject*>(this);
+  if (!mWorkers->Init(data, mScene->mThreadCount)) mWorkers.reset();
+}
+
+void FluidSolver::RunOnWorkers(iObject& target) {
+  if (!mWorkers) return;
+  mWorkers->SetTarget(&target);
+  mWorkers->Run();
+}
+
+void FluidSolver::RunPasses(iObject& target, bool everyPass) {
+  while (target.NextPass()) {
+    if (everyPass) target.Prepare();
+    if (target.Has(FLAG_ACTIVE)) RunOnWorkers(target);
+    if (everyPass) target.Finish();
+  }
+}
+
+void FluidSolver::Prepare(void*) {
+  if (!Has(FLAG_ACTIVE) || !IsDirty()) return;
+  switch (mScene->mStage) {
+    case kEmitters:
+      CreateWorkers();
+      mBoundary.Prepare(this);
+      mFractions.mSource.grid = mBoundary.GetLevelSet();
+      mFractions.mSource.layout = GetLayout();
+      mFractions.Prepare(this);
+      if (mFractions.HasFields())
+        for (i32 axis = 0; axis < 3; ++axis) mFractions.ZeroWallFaces(axis, mBoundary.mWalls);
+      break;
+    case kForcesEmission: mForces.Prepare(this); break;
+    default: break;
+  }
+}
+
+void FluidSolver::Evaluate(const EvaluationThreadData&) {
+  if (!Has(FLAG_ACTIVE) || !IsDirty() || !mWorkers || !HasVelocity()) return;
+  switch (mScene->mStage) {
+    case kEmitters: BuildSolids(); break;
+    case kForcesEmission: ApplyGridForces(); break;
+    case kPressure:
+      if (Has(FLAG_CACHED)) break;
+      mConstrain.Prepare(this);
+      ApplyViscosity();
+      SolvePressure(true);
+      break;
+    default: break;
+  }
+}
+
+void FluidSolver::Finish() {
+  if (mScene->mStage == kForcesEmission) mForces.Finish();
+  if (mScene->mStage == kFlip) ReleaseWorkers();
+}
+
+void FluidSolver::BuildSolids() {
+  const EGrid<double>* levelSet = mBoundary.GetLevelSet();
+  if (!levelSet || !levelSet->mData) return mSolidCells.Release();
+  if (!mBoundary.IsDirty() && !(mScene->mFlags & Scene::kTimeChanged)) return;
+  mBoundary.Reset();
+  RunOnWorkers(mBoundary);
+  RunOnWorkers(mFractions);
+  mBoundary.ComputeActiveBox();
+  mSolidCells.Build(*levelSet, mScene->mThreadCount);
+}
+
+bool FluidSolver::ApplyGridForces() {
+  RunPasses(mForces, false);
+  return true;
+}
+
+bool FluidSolver::ApplyViscosity() { return true; }
+
+void FluidSolver::SetWallVelocities(double factor) {
+  MELDO_SULVA::SetWallVelocities(mVelocity, mBoundary.mWalls, factor);
+}
+
+bool FluidSolver::SolvePressure(bool) {
+  if (!mWorkers) return false;
+  SetWallVelocities(1.0);
+  RunPasses(mConstrain, false);
+  RunPasses(mPressure, true);
+  ExtrapolateVelocity();
+  SetWallVelocities(0.0);
+  mConstrain.Prepare(this);
+  RunPasses(mConstrain, false);
+  mConstrain.Finish();
+  mDivergence.Reset();
+  return true;
+}
+
+void FluidSolver::ExtrapolateVelocity() {
+  mExtrapolation.mPass = -1;
+  mExtrapolation.NextPass();
+  mExtrapolation.Prepare(this);
+  for (i32 axis = 0; axis < 3; ++axis) {
+    mExtrapolation.mPass = -1;
+    mExtrapolation.SelectAxis(axis);
+    RunPasses(mExtrapolation, false);
+  }
+  mExtrapolation.Finish();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,135 @@
+#include "fluids/dynamics/velocity_grid_emitter.h"
+
+#include "fluids/dynamics/fluid_solver.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+VelocityGridEmitter::VelocityGridEmitter(const VelocityGridEmitter& other) : iObject(other) {}
+
+bool VelocityGridEmitter::ResolveLinks() {
+  if (!iObject::ResolveLinks() || !mScene) return false;
+  constexpr i32 gridSide = 6;  // bit of kCategoryGrid
+  std::vector<iBase*> found;
+  mScene->CollectObjects(mInterface.GetInExclude(1008), found, kListForces, kBitAny, kTypeAny,
+                         gridSide, true);
+  mForces.clear();
+  for (iBase* object : found)
+    if (auto* force = dynamic_cast<Force*>(object)) mForces.push_back(force);
+  return true;
+}
+
+void VelocityGridEmitter::ClearLinks() {
+  mForces.clear();
+  iObject::ClearLinks();
+}
+
+void VelocityGridEmitter::CheckDirty() {
+  if ((mScene->mFlags & Scene::kTimeChanged) && mTime->elapsed > 0) {
+    if (!IsDirty()) MarkDirty(false);
+  } else {
+    SetFlag(FLAG_DIRTY | FLAG_DIRTY_HARD, false);
+  }
+}
+
+void VelocityGridEmitter::Release(bool full) {
+  if (full) iObject::Release(true);
+  for (auto& grid : mScratch) grid.reset();
+}
+
+void VelocityGridEmitter::Prepare(void*) {
+  SetFlag(FLAG_ACTIVE, false);
+  if (!mSolver || !mSolver->Has(FLAG_ACTIVE) || mForces.empty() || !mSolver->GetLayout()) return;
+  for (Force* force : mForces) {
+    if (!force->Has(FLAG_ENABLED)) continue;
+    force->Attach(&mSolver->mVelocity, &mSolver->mBoundary);
+    force->Prepare(this);
+  }
+  // The grids stay from step to step while the layout does; pass 0 writes every inner cell and the
+  // outermost layer keeps its zeros.
+  const GridLayout& layout = *mSolver->GetLayout();
+  for (auto& grid : mScratch) {
+    if (grid && grid->Dims() == layout.dims) continue;
+    grid = std::make_unique<EGrid<double>>(layout, kCentre);
+    if (!grid->mData) return Release(false);
+  }
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void VelocityGridEmitter::Finish() {
+  for (Force* force : mForces)
+    if (force->Has(FLAG_ENABLED)) force->Finish();
+}
+
+void VelocityGridEmitter::Evaluate(const EvaluationThreadData& data) {
+  if (!Has(FLAG_ACTIVE)) return;
+  if (mPass == 0) SumForces(data);
+  if (mPass == 1) CarryToFaces(data);
+}
+
+void VelocityGridEmitter::SumForces(const EvaluationThreadData& data) {
+  const EGrid<float>* open[3];
+  for (i32 axis = 0; axis < 3; ++axis)
+    if (!(open[axis] = mSolver->GetOpenFaces(axis))) return;
+  const GridLayout& layout = *mSolver->GetLayout();
+  const CellBox box = Clip(data.Box(), {1, 1, 1}, layout.dims - VecInt3D{1, 1, 1});
+  if (box.IsEmpty()) return;
+
+  ForceRow row;
+  row.worker = data.index;
+  row.count = box.max.x - box.min.x;
+  row.step = layout.simCell.x;
+  row.simToWorld = layout.simToWorld;
+  std::vector<u8> isOpen(row.count);
+  row.open = isOpen.data();
+  for (i32 z = box.min.z; z < box.max.z; ++z) {
+    if (data.TestBreak()) return;
+    for (i32 y = box.min.y; y < box.max.y; ++y) {
+      row.cell = {box.min.x, y, z};
+      row.position = mScratch[0]->PositionOf(box.min.x, y, z);
+      row.cellIndex = mScratch[0]->Index(box.min.x, y, z);
+      const float* f[3];
+      for (i32 axis = 0; axis < 3; ++axis) {
+        row.faceIndex[axis] = open[axis]->Index(box.min.x, y, z);
+        row.fraction[axis] = f[axis] = open[axis]->mData + row.faceIndex[axis];
+        row.force[axis] = mScratch[axis]->mData + row.cellIndex;
+        std::fill_n(row.force[axis], row.count, 0.0);
+      }
+      i32 openCells = 0;
+      for (i32 x = 0; x < row.count; ++x) {
+        isOpen[x] = (f[0][x] > 0) | (f[1][x] > 0) | (f[2][x] > 0);
+        openCells += isOpen[x];
+      }
+      if (openCells == 0) continue;
+      for (Force* force : mForces)
+        if (force->Has(FLAG_ENABLED) && force->Has(FLAG_ACTIVE)) force->EvaluateRow(row);
+      if (openCells == row.count) continue;
+      for (i32 axis = 0; axis < 3; ++axis)
+        for (i32 x = 0; x < row.count; ++x)
+          if (!isOpen[x]) row.force[axis][x] = 0;
+    }
+  }
+}
+
+void VelocityGridEmitter::CarryToFaces(const EvaluationThreadData& data) {
+  const GridLayout& layout = *mSolver->GetLayout();
+  const CellBox box = Clip(data.Box(), {1, 1, 1}, layout.dims);
+  if (box.IsEmpty()) return;
+  const i32 back[3] = {1, layout.dims.x, layout.slice};
+  for (i32 axis = 0; axis < 3; ++axis) {
+    EGrid<double>* velocity = mSolver->mVelocity.GetGridForWrite(axis);
+    const EGrid<float>* open = mSolver->GetOpenFaces(axis);
+    const EGrid<double>& scratch = *mScratch[axis];
+    if (!velocity || !open) continue;
+    for (i32 z = box.min.z; z < box.max.z; ++z)
+      for (i32 y = box.min.y; y < box.max.y; ++y) {
+        double* __restrict v = velocity->mData + velocity->Index(0, y, z);
+        const float* __restrict f = open->mData + open->Index(0, y, z);
+        const double* s = scratch.mData + scratch.Index(0, y, z);
+        const double* below = s - back[axis];
+        for (i32 x = box.min.x; x < box.max.x; ++x) v[x] += f[x] * 0.5 * (below[x] + s[x]);
+      }
+  }
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,120 @@
+#include "fluids/forces/force_buoyancy.h"
+
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const ParameterTable& Force_Buoyancy::Parameters() {
+  const std::vector<i32> scalars = {1300027, 1300112};
+  static const ParameterTable table = {
+      LinkRow(1000, "temperature_channel", "what makes the gas rise", scalars),
+      LinkRow(1002, "density_channel", "what weighs it down, such as smoke", scalars),
+      LinkRow(1001, "second_density_channel", "another one; weights then count twice", scalars),
+      VectorRow(1003, "direction", {0, 1, 0}, "", "of the lift, in world axes"),
+      RealRow(1004, "temperature_coefficient", 0.0015, "",
+              "lift per degree above the channel's minimum"),
+      RealRow(1005, "density_coefficient", -0.008, "",
+              "lift per unit of density; negative pulls down"),
+      LinkRow(1009, "duration", "time window of the force", {1028240}),
+  };
+  return table;
+}
+
+bool Force_Buoyancy::ReadParameters(void* context) {
+  mPriority = 0;
+  if (!Force::ReadParameters(context)) return false;
+  mTemperatureCoefficient = mInterface.GetReal(1004);
+  mDensityCoefficient = mInterface.GetReal(1005);
+  return true;
+}
+
+ScalarField* Force_Buoyancy::Channel(i32 id) const {
+  return dynamic_cast<ScalarField*>(
+      mScene->FindObject(mInterface.GetLink(id), kListChannels, kBitScalar));
+}
+
+bool Force_Buoyancy::ResolveLinks() {
+  if (!Force::ResolveLinks()) return false;
+  LinkDuration(1009);
+  mTemperature = Channel(1000);
+  mDensity1 = Channel(1002);
+  mDensity2 = Channel(1001);
+  return mTemperature != nullptr;
+}
+
+void Force_Buoyancy::ClearLinks() {
+  mTemperature = mDensity1 = mDensity2 = nullptr;
+  mT = mD1 = mD2 = nullptr;
+  Force::ClearLinks();
+}
+
+bool Force_Buoyancy::PrepareForce() {
+  const auto data = [&](const ScalarField* channel) -> const double* {
+    const EGrid<double>* grid = channel ? channel->GetGrid(0) : nullptr;
+    return FitsVelocity(grid) ? grid->mData : nullptr;
+  };
+  if (!mTemperature) return Deactivate("it has no temperature channel");
+  if (mTime->stepDuration == 0) return Deactivate("the step has no length");
+  mT = data(mTemperature);
+  if (!mT) return Deactivate("its temperature channel has no grid");
+  mD1 = data(mDensity1);
+  mD2 = data(mDensity2);
+  mColdest = mTemperature->GetGrid(0)->mRangeMin;
+  mUp = mInterface.GetVector(1003) * (0.5 * mTime->stepDuration);
+  return true;
+}
+
+void Force_Buoyancy::Evaluate(ForceSample& sample) {
+  if (!Has(FLAG_ACTIVE)) return;
+  const double t = mT[sample.cellIndex] - mColdest;
+  const double d1 = mD1 ? mD1[sample.cellIndex] : 0.0;
+  if (!(d1 > 0) && !(t > 0)) return;
+  double s = sample.weight * mWeight;
+  if (!mConstraints.Test(sample.position, s, this, sample.worker)) return;
+  double lift = t * mTemperatureCoefficient + d1 * mDensityCoefficient;
+  if (mDensity2) {
+    lift += (mD2 ? mD2[sample.cellIndex] : 0.0) * mDensityCoefficient;
+    s *= s;
+  }
+  sample.force += mUp * (lift * s);
+}
+
+void Force_Buoyancy::EvaluateRow(const ForceRow& row) {
+  if (!mConstraints.IsEmpty())
+    return ForEachSample(row, [&](ForceSample& sample) { Force_Buoyancy::Evaluate(sample); });
+  double s = row.weight * mWeight;
+  if (s == 0) return;
+  if (mDensity2) s *= s;
+  const double c1 = mTemperatureCoefficient, c2 = mDensityCoefficient;
+  const double* temperature = mT + row.cellIndex;
+  const double* d1 = mD1 ? mD1 + row.cellIndex : nullptr;
+  const double* d2 = mD2 ? mD2 + row.cellIndex : nullptr;
+  constexpr i32 kChunk = 128;
+  double lift[kChunk];
+  for (i32 first = 0; first < row.count; first += kChunk) {
+    const i32 n = std::min(kChunk, row.count - first);
+    for (i32 x = 0; x < n; ++x) lift[x] = temperature[first + x] - mColdest;
+    if (d1) {
+      for (i32 x = 0; x < n; ++x) {
+        const double t = lift[x], d = d1[first + x];
+        const double sum = t * c1 + d * c2 + (d2 ? d2[first + x] * c2 : 0.0);
+        lift[x] = (d > 0) | (t > 0) ? sum * s : 0.0;
+      }
+    } else {
+      for (i32 x = 0; x < n; ++x) {
+        const double t = lift[x];
+        const double sum = t * c1 + (d2 ? d2[first + x] * c2 : 0.0);
+        lift[x] = t > 0 ? sum * s : 0.0;
+      }
+    }
+    for (int a = 0; a < 3; ++a) {
+      if (mUp[a] == 0) continue;
+      double* force = row.force[a] + first;
+      for (i32 x = 0; x < n; ++x) force[x] += mUp[a] * lift[x];
+    }
+  }
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

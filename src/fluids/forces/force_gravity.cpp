@@ -1,0 +1,50 @@
+#include "fluids/forces/force_gravity.h"
+
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const ParameterTable& Force_Gravity::Parameters() {
+  static const ParameterTable table = {
+      VectorRow(1000, "acceleration", {0, -9.81, 0}, "m/s^2", "in the node's own axes"),
+      LinkRow(1001, "alignment", "gives a direction per point instead", {1300010}),
+      RealRow(1002, "strength", 1.0, "", "scales the acceleration"),
+      LinkRow(1003, "settings", "emission settings whose time window gates the force", {1300024}),
+  };
+  return table;
+}
+
+bool Force_Gravity::ReadParameters(void* context) {
+  mPriority = 20;
+  if (!Force::ReadParameters(context)) return false;
+  Matrix placement;
+  mInterface.GetMatrix(placement);
+  mDirection = RotationOf(placement).Rotate(mInterface.GetVector(1000));
+  mStrength = mInterface.GetReal(1002);
+  return true;
+}
+
+bool Force_Gravity::ResolveLinks() { return Force::ResolveLinks(); }
+
+void Force_Gravity::Evaluate(ForceSample& sample) {
+  if (!Has(FLAG_ACTIVE)) return;
+  double s = Scalar(sample.weight);
+  if (!mConstraints.Test(sample.position, s, this, sample.worker)) return;
+  sample.force += mDirection * s;
+}
+
+void Force_Gravity::EvaluateRow(const ForceRow& row) {
+  if (!mConstraints.IsEmpty())
+    return ForEachSample(row, [&](ForceSample& sample) { Force_Gravity::Evaluate(sample); });
+  const double s = Scalar(row.weight);
+  if (s == 0) return;
+  for (int a = 0; a < 3; ++a) {
+    double* force = row.force[a];
+    const double change = mDirection[a] * s;
+    for (i32 x = 0; x < row.count; ++x) force[x] += change;
+  }
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,29 @@
+// A constant acceleration.
+#pragma once
+#include "fluids/forces/force.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Accelerates everything the same way, in the node's own axes.
+class Force_Gravity : public Force {
+ public:
+  using Force::Force;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeGravity; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  using Force::Evaluate;
+  void Evaluate(ForceSample& sample) override;
+  void EvaluateRow(const ForceRow& row) override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Force_Gravity>(*this); }
+
+ private:
+  double Scalar(double weight) const { return mTime->stepDuration * weight * mWeight * mStrength; }
+
+  Vec3d mDirection{0, -9.81, 0};
+  double mStrength = 1.0;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
