@@ -5,27 +5,35 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 void ConstraintList::Resolve(const iBase& holder) {
-  std::vector<iBase*> found;
-  holder.mScene->CollectObjects(holder.mInterface.GetInExclude(2502), found, kListAuxiliary,
-                                kCategoryConstraint, kTypeAny, kBitAny, true);
-  mConstraints.clear();
+  mNamed.clear();
   // Without a list no constraint applies: only those that the user named.
-  if (!holder.mInterface.GetInExclude(2502)) return;
-  for (iBase* object : found) mConstraints.push_back(static_cast<Constraint*>(object));
+  const host::InExcludeData* list = holder.mInterface.GetInExclude(2502);
+  if (!list) return;
+  std::vector<iBase*> found;
+  holder.mScene->CollectObjects(list, found, kListAuxiliary, kCategoryConstraint, kTypeAny, kBitAny,
+                                true);
+  for (iBase* object : found) mNamed.push_back(static_cast<Constraint*>(object));
 }
 
-void ConstraintList::Prepare(iBase* owner) const {
-  for (Constraint* c : mConstraints) c->Prepare(owner);
+void ConstraintList::Prepare(iBase* owner) {
+  mOwn.clear();
+  for (const Constraint* named : mNamed) {
+    mOwn.push_back(named->Clone());
+    static_cast<Constraint&>(*mOwn.back()).Prepare(owner);
+  }
 }
 
-void ConstraintList::Finish() const {
-  for (Constraint* c : mConstraints) c->Finish();
+void ConstraintList::Finish() {
+  for (const auto& own : mOwn) static_cast<Constraint&>(*own).Finish();
+  mOwn.clear();
 }
 
 bool ConstraintList::Test(const Vec3d& position, double& weight, const iBase* owner,
                           u32 worker) const {
-  for (Constraint* c : mConstraints)
-    if (c->Has(FLAG_ENABLED) && !c->Test(position, weight, owner, worker)) return false;
+  for (const auto& own : mOwn)
+    if (own->Has(FLAG_ENABLED) &&
+        !static_cast<Constraint&>(*own).Test(position, weight, owner, worker))
+      return false;
   return weight != 0;
 }
 

@@ -22,21 +22,31 @@ class Constraint : public iBase {
   virtual bool Test(const Vec3d& position, double& weight, const iBase* owner, u32 worker) = 0;
 };
 
-/// The constraints of one holder, in list order.
+/// The constraints of one holder, in list order. Between `Prepare` and `Finish` the holder has
+/// copies of its own, so that a constraint that several holders name keeps a state for each.
 class ConstraintList {
  public:
+  ConstraintList() = default;
+  /// A copy names the same constraints; copies of its own it makes in its `Prepare`.
+  ConstraintList(const ConstraintList& other) : mNamed(other.mNamed) {}
+  ConstraintList& operator=(const ConstraintList& other) {
+    mNamed = other.mNamed;
+    mOwn.clear();
+    return *this;
+  }
   /// Takes the constraints that parameter 2502 of `holder` names.
   void Resolve(const iBase& holder);
-  void Clear() { mConstraints.clear(); }
-  bool IsEmpty() const { return mConstraints.empty(); }
-  void Prepare(iBase* owner) const;
-  void Finish() const;
+  void Clear() { mNamed.clear(); }
+  bool IsEmpty() const { return mNamed.empty(); }
+  void Prepare(iBase* owner);
+  void Finish();
   /// Runs the enabled constraints in order on `weight`, up to the first that answers false.
-  /// Returns false if one did, or if the weight is exactly 0.
+  /// Returns false if one did, or if the weight is exactly 0. Only between `Prepare` and `Finish`.
   bool Test(const Vec3d& position, double& weight, const iBase* owner, u32 worker) const;
 
  private:
-  std::vector<Constraint*> mConstraints;
+  std::vector<Constraint*> mNamed;
+  std::vector<std::unique_ptr<iBase>> mOwn;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

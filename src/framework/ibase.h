@@ -19,17 +19,17 @@ class Scene;
 
 /// Bits of `iBase::mFlags`.
 enum ObjectFlag : u32 {
-  FLAG_ACTIVE = 0x1,          ///< may act in this step
-  FLAG_ENABLED = 0x2,         ///< takes part in the pipeline
-  FLAG_MOVED = 0x4,           ///< geometry moved since the last look
-  FLAG_DIRTY = 0x8,           ///< has work in this frame
-  FLAG_DIRTY_CHECKED = 0x10,  ///< `CheckDirty` has run in this frame
-  FLAG_CACHED = 0x20,         ///< the data of this frame come from a cache
-  FLAG_AFFECTS_BOUNDS = 0x40, ///< takes part in the bounds calculation
-  FLAG_DIRTY_HARD = 0x80,     ///< set beside FLAG_DIRTY by `MarkDirty(true)`
-  FLAG_GROUP_BREAK = 0x100,   ///< opens a new evaluation group in its stage
-  FLAG_MARK = 0x200,          ///< scratch mark of owners that walk their children
-  FLAG_FLIPPED = 0x400,       ///< class-specific
+  FLAG_ACTIVE = 0x1,           ///< may act in this step
+  FLAG_ENABLED = 0x2,          ///< takes part in the pipeline
+  FLAG_MOVED = 0x4,            ///< geometry moved since the last look
+  FLAG_DIRTY = 0x8,            ///< has work in this frame
+  FLAG_DIRTY_CHECKED = 0x10,   ///< `CheckDirty` has run in this frame
+  FLAG_CACHED = 0x20,          ///< the data of this frame come from a cache
+  FLAG_AFFECTS_BOUNDS = 0x40,  ///< takes part in the bounds calculation
+  FLAG_DIRTY_HARD = 0x80,      ///< set beside FLAG_DIRTY by `MarkDirty(true)`
+  FLAG_GROUP_BREAK = 0x100,    ///< opens a new evaluation group in its stage
+  FLAG_MARK = 0x200,           ///< scratch mark of owners that walk their children
+  FLAG_FLIPPED = 0x400,        ///< class-specific
 };
 
 /// Bits of `GetCategories`; the same numbers as bit indices go to the look-ups of `Scene`.
@@ -154,7 +154,8 @@ class iBase {
   virtual bool PreparesEachPass() const { return false; }
   virtual bool RunsOnRefresh() const { return false; }
   virtual bool ResetsOnChange() const { return false; }
-  /// First set-up pass. Overrides set their base priority, call the base, and stop when it is false.
+  /// First set-up pass. Overrides set their base priority, call the base, and stop when it is
+  /// false.
   virtual bool ReadParameters(void* context = nullptr);
   /// Third set-up pass.
   virtual bool AfterLinks() { return true; }
@@ -203,7 +204,7 @@ class iBase {
   i32 mLoopBackPass = -2;  ///< pass at which `NextPass` loops back to pass 0; -2 means never
   i32 mLoopRounds = 0;     ///< rounds of the loop-back; 0 switches it off
   std::string mName;
-  i32 mMemberIndex = -1;   ///< index inside a group object; -1 stands alone
+  i32 mMemberIndex = -1;  ///< index inside a group object; -1 stands alone
   u32 mFlags = FLAG_ACTIVE | FLAG_ENABLED | FLAG_AFFECTS_BOUNDS;
   u32 mDirtyStamp = 100000000;
   u32 mStageMask = 0;

@@ -18,12 +18,16 @@ double ToReal(const Value& value, double fallback) {
   return fallback;
 }
 
+/// Towards zero, limited to the range of a long; not a number becomes 0.
+i32 Truncate(double v) {
+  constexpr double limit = 2147483647.0;
+  if (!(v > -limit)) return v < 0 ? -2147483647 : 0;
+  return static_cast<i32>(v < limit ? v : limit);
+}
+
 i32 ToLong(const Value& value, i32 fallback) {
   if (const i32* v = std::get_if<i32>(&value)) return *v;
-  if (const double* v = std::get_if<double>(&value)) {
-    constexpr double limit = 2147483647.0;
-    return static_cast<i32>(*v > limit ? limit : *v < -limit ? -limit : *v);
-  }
+  if (const double* v = std::get_if<double>(&value)) return Truncate(*v);
   return fallback;
 }
 }  // namespace
@@ -43,7 +47,7 @@ void C4D_InterfaceHandler::GetVector(Vec3d& out, i32 id, const Vec3d& fallback) 
 void C4D_InterfaceHandler::GetVectorInt(VecInt3D& out, i32 id, const VecInt3D& fallback) const {
   Vec3d v;
   GetVector(v, id, MELDO_GLOBAL::ToReal(fallback));
-  out = {static_cast<i32>(v.x), static_cast<i32>(v.y), static_cast<i32>(v.z)};
+  out = {Truncate(v.x), Truncate(v.y), Truncate(v.z)};
 }
 
 f32 C4D_InterfaceHandler::GetFloat32(i32 id, f32 fallback) const {
@@ -63,8 +67,7 @@ i32 C4D_InterfaceHandler::GetLong(i32 id, i32 fallback) const {
 }
 
 bool C4D_InterfaceHandler::GetBool(i32 id, bool fallback) const {
-  const i32* v = Stored<i32>(id);
-  return v ? *v == 1 : fallback;
+  return GetLong(id, fallback) == 1;
 }
 
 const char* C4D_InterfaceHandler::GetString(i32 id, const char* fallback) const {

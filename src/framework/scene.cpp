@@ -136,7 +136,7 @@ bool Scene::Execute(HostThread* thread, bool render) {
   } else {
     SetStage(kStartSimulation);
     DispatchStage();
-    if (!NeedsRun() || IsCancelled()) return EndEvaluation(true);
+    if (!NeedsRun() || IsCancelled()) return EndEvaluation(!IsCancelled());
     if (!hardReset && (mClock.frame <= mClock.startFrame || mTime.elapsed == 0)) Reset(false);
     mReport.simulated = true;
     const bool finished = RunSubsteps();
@@ -147,28 +147,33 @@ bool Scene::Execute(HostThread* thread, bool render) {
   return EndEvaluation(!IsCancelled());
 }
 
+std::vector<iObject*> Scene::Caches(bool enabledOnly) const {
+  std::vector<iObject*> caches;
+  for (const auto& [id, object] : mLists[kListCaches])
+    if (object->IsPipelineObject() && (!enabledOnly || object->Has(FLAG_ENABLED)))
+      caches.push_back(static_cast<iObject*>(object.get()));
+  return caches;
+}
+
 void Scene::LoadCaches() {
   SetStage(kLoadCache);
-  const ObjectList& caches = mLists[kListCaches];
-  for (const auto& [id, object] : caches)
-    if (object->Has(FLAG_ENABLED)) object->ReadParameters(), object->ResolveLinks();
-  for (const auto& [id, object] : caches)
-    if (!object->Has(FLAG_DIRTY_CHECKED)) object->CheckDirty();
-  for (const auto& [id, object] : caches)
-    if (object->Has(FLAG_ENABLED)) static_cast<iObject&>(*object).Prepare();
+  for (iObject* cache : Caches(true)) {
+    cache->ReadParameters();
+    cache->ResolveLinks();
+  }
+  for (iObject* cache : Caches(false))
+    if (!cache->Has(FLAG_DIRTY_CHECKED)) cache->CheckDirty();
+  for (iObject* cache : Caches(true)) cache->Prepare();
 }
 
 void Scene::SaveCaches() {
   SetStage(kSaveCache);
-  const ObjectList& caches = mLists[kListCaches];
   EvaluationThreadData data;
   data.thread = mThread;
-  for (const auto& [id, object] : caches)
-    if (object->Has(FLAG_ENABLED)) static_cast<iObject&>(*object).Prepare();
-  for (const auto& [id, object] : caches)
-    if (object->Has(FLAG_ENABLED)) static_cast<iObject&>(*object).Evaluate(data);
-  for (const auto& [id, object] : caches) static_cast<iObject&>(*object).Finish();
-  for (const auto& [id, object] : caches) object->ClearLinks();
+  for (iObject* cache : Caches(true)) cache->Prepare();
+  for (iObject* cache : Caches(true)) cache->Evaluate(data);
+  for (iObject* cache : Caches(false)) cache->Finish();
+  for (iObject* cache : Caches(false)) cache->ClearLinks();
 }
 
 void Scene::RunSetUpPasses() {

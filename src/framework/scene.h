@@ -123,6 +123,7 @@ class Scene {
   bool RunSubsteps();
   double NextAdaptiveStep(bool first, double dtMin, double dtMax, bool& last);
   bool EndEvaluation(bool result);
+  std::vector<iObject*> Caches(bool enabledOnly) const;
   void RunSetUpPasses();
   void CheckAllDirty();
   bool NegotiateBounds();

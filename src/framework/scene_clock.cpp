@@ -115,8 +115,9 @@ double Scene::NextAdaptiveStep(bool first, double dtMin, double dtMax, bool& las
     mTime.substep = 1;
     mTime.maxSubsteps = 1;
   } else {
-    mTime.maxSubsteps += mTime.timeInFrame == 0 ? 2 : 1;
-    mTime.substep += 1;
+    const i32 count = mTime.maxSubsteps + (mTime.timeInFrame == 0 ? 2 : 1);
+    mTime.maxSubsteps = static_cast<u8>(std::min(count, 255));
+    mTime.substep = static_cast<u8>(std::min(mTime.substep + 1, 255));
   }
   return dt;
 }

@@ -24,18 +24,22 @@ bool Scene::CreateObject(BaseNode* node, i32 pluginId) {
 }
 
 void Scene::Synchronise(const Document*) {
-  const auto isListed = [&](NodeId id) {
+  const auto find = [&](NodeId id) -> iBase* {
     for (const ObjectList& list : mLists) {
       const auto found = list.find(id);
-      if (found != list.end() && found->second->Has(FLAG_ENABLED)) return true;
+      if (found != list.end()) return found->second.get();
     }
-    return false;
+    return nullptr;
   };
   // Ids under which nodes of other programs join the catalogue.
   constexpr i32 adopted[] = {1300139, 1300140, 1300141};
   const std::function<void(BaseNode&)> walk = [&](BaseNode& node) {
     for (BaseNode* child : node.Children()) {
-      if (child->IsInstanceOf(kServerNode) && child->IsEnabled() && !isListed(child->Id())) {
+      iBase* object = find(child->Id());
+      // Switched on or off before the set-up passes, so that a node is read before it runs and no
+      // link finds one that is off.
+      if (object) object->SetFlag(FLAG_ENABLED, child->IsEnabled());
+      if (!object && child->IsInstanceOf(kServerNode) && child->IsEnabled()) {
         i32 id = child->Type();
         for (const i32 base : adopted)
           if (child->IsInstanceOf(base)) id = base;
@@ -98,8 +102,9 @@ void Scene::CollectObjects(const InExcludeData* list, std::vector<iBase*>& out, 
     for (const InExcludeData::Entry& entry : list->entries)
       for (i32 number = first; number <= last; ++number) {
         const auto found = mLists[number].find(entry.node);
-        if (found != mLists[number].end() && passes(*found->second))
-          out.push_back(found->second.get());
+        if (found == mLists[number].end() || !passes(*found->second)) continue;
+        iBase* object = found->second.get();
+        if (std::find(out.begin(), out.end(), object) == out.end()) out.push_back(object);
       }
     return;
   }

@@ -106,7 +106,7 @@ std::vector<iObject*> Scene::CollectStage(i32 stage) const {
           object->IsPipelineObject())
         objects.push_back(static_cast<iObject*>(object.get()));
   // Overrides of ComesBefore need not be a strict weak order, which a library sort would ask for:
-  // insert each object before the first one that it precedes.
+  // each object moves up from the end past those that it precedes. Equal ones keep list order.
   std::vector<iObject*> sorted;
   for (iObject* object : objects) {
     auto at = sorted.end();
@@ -117,22 +117,23 @@ std::vector<iObject*> Scene::CollectStage(i32 stage) const {
 }
 
 bool Scene::RunStage(i32 stage, bool refreshOnly) {
-  std::vector<iObject*> group;
-  const auto flush = [&] {
-    if (group.empty()) return true;
-    RunGroup(group);
-    group.clear();
-    return !IsCancelled();
-  };
+  // All groups stand before the first one runs: what a run makes dirty waits for its next stage.
+  std::vector<std::vector<iObject*>> groups;
+  const iObject* previous = nullptr;
   for (iObject* object : CollectStage(stage)) {
     if (!object->IsDirty() || (refreshOnly && !object->RunsOnRefresh())) continue;
-    const bool opens = group.empty() || object->Has(FLAG_GROUP_BREAK) ||
-                       object->IsIterative() != group.back()->IsIterative() ||
-                       object->IsSequential() != group.back()->IsSequential();
-    if (opens && !flush()) return false;
-    group.push_back(object);
+    if (!previous || object->Has(FLAG_GROUP_BREAK) ||
+        object->IsIterative() != previous->IsIterative() ||
+        object->IsSequential() != previous->IsSequential())
+      groups.emplace_back();
+    groups.back().push_back(object);
+    previous = object;
   }
-  return flush() && !IsCancelled();
+  for (const auto& group : groups) {
+    RunGroup(group);
+    if (IsCancelled()) return false;
+  }
+  return !IsCancelled();
 }
 
 void Scene::RunGroup(const std::vector<iObject*>& group) {

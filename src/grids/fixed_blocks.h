@@ -2,6 +2,7 @@
 // count, so that results don't either.
 #pragma once
 #include <algorithm>
+#include <type_traits>
 #include <vector>
 
 #include "host/worker_pool.h"
@@ -28,6 +29,7 @@ void ForEachBlock(i32 blocks, i32 threads, F&& f) {
 /// combine(...combine(start, f(0))..., f(blocks - 1)).
 template <class R, class F, class Combine>
 R ReduceBlocks(i32 blocks, i32 threads, R start, F&& f, Combine&& combine) {
+  static_assert(!std::is_same_v<R, bool>, "workers would share the words of a vector<bool>");
   std::vector<R> partial(std::max(blocks, 0));
   ForEachBlock(blocks, threads, [&](i32 b) { partial[b] = f(b); });
   for (const R& p : partial) start = combine(start, p);

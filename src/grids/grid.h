@@ -1,6 +1,7 @@
 // Dense 3D arrays.
 #pragma once
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <new>
 #include <utility>
@@ -47,6 +48,14 @@ constexpr VecInt3D ExtraOf(i32 kind) {
   }
 }
 
+/// The product of three sizes; one that an index can't number is limited to the largest i32, and
+/// a grid of that count has no data.
+constexpr i32 CountOf(const VecInt3D& dims) {
+  constexpr i64 most = std::numeric_limits<i32>::max();
+  const i64 slice = std::min(i64{dims.x} * dims.y, most);
+  return static_cast<i32>(std::min(slice * dims.z, most));
+}
+
 template <class T>
 class iGrid {
  public:
@@ -74,10 +83,10 @@ class Grid : public iGrid<T> {
         mNx(dims.x),
         mNy(dims.y),
         mNz(dims.z),
-        mCount(dims.x * dims.y * dims.z),
-        mSlice(dims.x * dims.y) {
+        mCount(CountOf(dims)),
+        mSlice(CountOf({dims.x, dims.y, 1})) {
     ResetActive();
-    if (mCount > 0) {
+    if (mCount > 0 && mCount < std::numeric_limits<i32>::max()) {
       mData = static_cast<T*>(
           ::operator new (sizeof(T) * mCount, std::align_val_t{kAlignment}, std::nothrow));
       if (mData) std::uninitialized_value_construct_n(mData, mCount);
@@ -115,7 +124,7 @@ class Grid : public iGrid<T> {
     return mActiveMin.x > mActiveMax.x || mActiveMin.y > mActiveMax.y ||
            mActiveMin.z > mActiveMax.z;
   }
-  i32 GetByteSize() const { return mCount * static_cast<i32>(sizeof(T)) + 24; }
+  i64 GetByteSize() const { return mCount * static_cast<i64>(sizeof(T)) + 24; }
 
  private:
   static constexpr std::size_t kAlignment = 64;

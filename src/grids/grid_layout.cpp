@@ -10,8 +10,8 @@ void GridLayout::Set(const VecInt3D& newDims, const Vec3d& newWorldSize, f32 new
   dims = newDims;
   const Vec3d n = ToReal(dims);
   simSize = n * static_cast<double>(cellSize);
-  count = dims.x * dims.y * dims.z;
-  slice = dims.x * dims.y;
+  count = CountOf(dims);
+  slice = CountOf({dims.x, dims.y, 1});
   worldCell = worldSize / n;
   simToWorld = worldSize / simSize;
   worldToCell = n / worldSize;
