@@ -40,7 +40,7 @@ double LargestMagnitude(const double* values, i64 count) {
 const ParameterTable& FluidSolver::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "density_channel", "scalar channel with the fluid's density per cell",
-              {1300027, 1300112}),
+              {1300027, 1300028, 1300029, 1300112}),
       RealRow(1001, "density", 1.23, "kg/m^3", "density where no channel gives one").AtLeast(1e-6),
       AbsentLinksRow(
           1008, "forces",
@@ -78,7 +78,7 @@ const ParameterTable& FluidSolver::Parameters() {
           .Range(0, 1),
       BoolRow(1047, "use_body_velocities", false, "closed faces take the velocity of their body"),
       LinkRow(1300, "viscosity_channel", "scalar channel with the viscosity per cell",
-              {1300027, 1300112}),
+              {1300027, 1300028, 1300029, 1300112}),
       LongRow(1301, "viscosity_iterations", 100, "", "iterations of the viscosity solve"),
       RealRow(1302, "viscosity_tolerance", 0.2, "", "tolerance of the viscosity solve"),
       LinkRow(1307, "projection_duration", "time window in which the flow is made divergence-free",
@@ -224,6 +224,7 @@ void FluidSolver::Release(bool full) {
   mExtrapolation.Release(full);
   mFractions.Release(full);
   mSolidCells.Release();
+  mScratch.Release();
   mMaxSpeedSq = 0.001;
   ClearLinks();
   SetFlag(FLAG_ACTIVE, false);

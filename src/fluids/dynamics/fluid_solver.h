@@ -6,6 +6,7 @@
 #include "fluids/dynamics/grid_boundary.h"
 #include "fluids/dynamics/grid_extrapolation.h"
 #include "fluids/dynamics/grid_incompressibility.h"
+#include "fluids/dynamics/scratch_grids.h"
 #include "fluids/dynamics/solid_cells.h"
 #include "fluids/dynamics/velocity_constrain.h"
 #include "fluids/dynamics/velocity_grid_emitter.h"
@@ -75,6 +76,7 @@ class FluidSolver : public iFluidSolver {
   ScalarField mDivergence;
   Grid_Incompressibility mPressure;
   SolidCells mSolidCells;  ///< which cells are clear of solids in this step
+  ScratchGrids mScratch;   ///< for the operators that work on this solver
   double mMaxSpeedSq = 0.001;
 
  private:

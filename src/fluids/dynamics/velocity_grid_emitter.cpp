@@ -34,7 +34,7 @@ void VelocityGridEmitter::CheckDirty() {
 
 void VelocityGridEmitter::Release(bool full) {
   if (full) iObject::Release(true);
-  for (auto& grid : mScratch) grid.reset();
+  mScratch = {};
 }
 
 void VelocityGridEmitter::Prepare(void*) {
@@ -45,13 +45,9 @@ void VelocityGridEmitter::Prepare(void*) {
     force->Attach(&mSolver->mVelocity, &mSolver->mBoundary);
     force->Prepare(this);
   }
-  // The grids stay from step to step while the layout does; pass 0 writes every inner cell and the
-  // outermost layer keeps its zeros.
-  const GridLayout& layout = *mSolver->GetLayout();
-  for (auto& grid : mScratch) {
-    if (grid && grid->Dims() == layout.dims) continue;
-    grid = std::make_unique<EGrid<double>>(layout, kCentre);
-    if (!grid->mData) return Release(false);
+  for (i32 axis = 0; axis < 3; ++axis) {
+    mScratch[axis] = mSolver->mScratch.Get(axis, mSolver->GetLayout()->dims, kCentre);
+    if (!mScratch[axis]) return Release(false);
   }
   SetFlag(FLAG_ACTIVE, true);
 }
@@ -59,20 +55,35 @@ void VelocityGridEmitter::Prepare(void*) {
 void VelocityGridEmitter::Finish() {
   for (Force* force : mForces)
     if (force->Has(FLAG_ENABLED)) force->Finish();
+  Release(false);
 }
 
 void VelocityGridEmitter::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
+  for (i32 axis = 0; axis < 3; ++axis)
+    if (!mSolver->GetOpenFaces(axis)) return;
   if (mPass == 0) SumForces(data);
   if (mPass == 1) CarryToFaces(data);
 }
 
+void VelocityGridEmitter::ZeroBorder(const CellBox& box) {
+  for (Grid<double>* grid : mScratch)
+    for (i32 z = box.min.z; z < box.max.z; ++z)
+      for (i32 y = box.min.y; y < box.max.y; ++y) {
+        double* row = grid->mData + grid->Index(0, y, z);
+        if (z == 0 || z == grid->mNz - 1 || y == 0 || y == grid->mNy - 1)
+          std::fill_n(row, grid->mNx, 0.0);
+        else
+          row[0] = row[grid->mNx - 1] = 0;
+      }
+}
+
 void VelocityGridEmitter::SumForces(const EvaluationThreadData& data) {
   const EGrid<float>* open[3];
-  for (i32 axis = 0; axis < 3; ++axis)
-    if (!(open[axis] = mSolver->GetOpenFaces(axis))) return;
+  for (i32 axis = 0; axis < 3; ++axis) open[axis] = mSolver->GetOpenFaces(axis);
   const GridLayout& layout = *mSolver->GetLayout();
   const CellBox box = Clip(data.Box(), {1, 1, 1}, layout.dims - VecInt3D{1, 1, 1});
+  ZeroBorder(data.Box());
   if (box.IsEmpty()) return;
 
   ForceRow row;
@@ -86,7 +97,7 @@ void VelocityGridEmitter::SumForces(const EvaluationThreadData& data) {
     if (data.TestBreak()) return;
     for (i32 y = box.min.y; y < box.max.y; ++y) {
       row.cell = {box.min.x, y, z};
-      row.position = mScratch[0]->PositionOf(box.min.x, y, z);
+      row.position = layout.simOrigin + Vec3d{box.min.x + 0.5, y + 0.5, z + 0.5} * layout.simCell;
       row.cellIndex = mScratch[0]->Index(box.min.x, y, z);
       const float* f[3];
       for (i32 axis = 0; axis < 3; ++axis) {
@@ -119,8 +130,7 @@ void VelocityGridEmitter::CarryToFaces(const EvaluationThreadData& data) {
   for (i32 axis = 0; axis < 3; ++axis) {
     EGrid<double>* velocity = mSolver->mVelocity.GetGridForWrite(axis);
     const EGrid<float>* open = mSolver->GetOpenFaces(axis);
-    const EGrid<double>& scratch = *mScratch[axis];
-    if (!velocity || !open) continue;
+    const Grid<double>& scratch = *mScratch[axis];
     for (i32 z = box.min.z; z < box.max.z; ++z)
       for (i32 y = box.min.y; y < box.max.y; ++y) {
         double* __restrict v = velocity->mData + velocity->Index(0, y, z);

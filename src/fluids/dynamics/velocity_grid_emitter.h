@@ -1,7 +1,6 @@
 // Forces into the staggered velocity.
 #pragma once
 #include <array>
-#include <memory>
 #include <vector>
 
 #include "fluids/forces/force.h"
@@ -27,11 +26,13 @@ class VelocityGridEmitter : public iObject {
   FluidSolver* mSolver = nullptr;
 
  private:
+  void ZeroBorder(const CellBox& box);
   void SumForces(const EvaluationThreadData& data);
   void CarryToFaces(const EvaluationThreadData& data);
 
   std::vector<Force*> mForces;
-  std::array<std::unique_ptr<EGrid<double>>, 3> mScratch;
+  /// The cell force of this step by axis, in the solver's work grids.
+  std::array<Grid<double>*, 3> mScratch{};
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -7,7 +7,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 
 const ParameterTable& Force_Buoyancy::Parameters() {
-  const std::vector<i32> scalars = {1300027, 1300112};
+  const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   static const ParameterTable table = {
       LinkRow(1000, "temperature_channel", "what makes the gas rise", scalars),
       LinkRow(1002, "density_channel", "what weighs it down, such as smoke", scalars),

@@ -1,0 +1,203 @@
+#include "fluids/operators/grid_advection.h"
+
+#include "fluids/operators/advection_kernel.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const ParameterTable& GridAdvection::Parameters() {
+  static const ParameterTable table = {
+      LinkRow(1000, "target", "channel to move; the solver, or nothing, moves the velocity itself",
+              {1300027, 1300028, 1300029, 1300112, 1300030, 1300002, 1300003, 1300004}),
+      LongRow(1002, "scheme", 1, "", "how the field is moved")
+          .Choices({{0, "semi_lagrangian"}, {1, "maccormack"}}),
+      LongRow(1003, "path_integration", 0, "", "how paths are traced")
+          .Choices({{0, "euler"}, {1, "heun"}, {2, "runge_kutta_3"}, {3, "runge_kutta_4"}}),
+      LongRow(1004, "sampling", 0, "", "how the field is read between its samples")
+          .Choices({{0, "linear"}, {1, "bspline"}, {2, "monotonic_cubic"}}),
+      LinkRow(1005, "solver", "the solver whose velocity moves the field",
+              {1300002, 1300003, 1300004}),
+      RealRow(1007, "strength", 1.0, "", "share of the MacCormack correction").AtLeast(0),
+  };
+  return table;
+}
+
+GridAdvection::GridAdvection(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mPassCount = 4;
+  mPriority = 5;
+  mStageMask |= StageBit(kAdvection);
+}
+
+bool GridAdvection::ReadParameters(void* context) {
+  mPriority = 5;
+  if (!iObject::ReadParameters(context)) return false;
+  mScheme = mInterface.GetLong(1002);
+  mTraceOrder = mInterface.GetLong(1003);
+  mSampling = mInterface.GetLong(1004);
+  mStrength = static_cast<f32>(mInterface.GetReal(1007));
+  return true;
+}
+
+bool GridAdvection::ResolveLinks() {
+  if (!iObject::ResolveLinks() || !mScene) return false;
+  const BaseNode* target = mInterface.GetLink(1000);
+  const BaseNode* solver = mInterface.GetLink(1005);
+  mScalarTarget = nullptr;
+  mVectorTarget = nullptr;
+  mSolver = nullptr;
+  if (!solver) return false;
+  const auto asSolver = [&](const BaseNode* node) {
+    return dynamic_cast<FluidSolver*>(mScene->FindObject(node, kListSolvers));
+  };
+  mScalarTarget = dynamic_cast<ScalarField*>(mScene->FindObject(target, kListChannels, kBitScalar));
+  if (!mScalarTarget)
+    mVectorTarget =
+        dynamic_cast<VectorField*>(mScene->FindObject(target, kListChannels, kBitVector));
+  if (!mScalarTarget && !mVectorTarget) mSolver = asSolver(target);
+  if (!mSolver) mSolver = asSolver(solver);
+  return mSolver != nullptr;
+}
+
+void GridAdvection::ClearLinks() {
+  mScalarTarget = nullptr;
+  mVectorTarget = nullptr;
+  mSolver = nullptr;
+  iObject::ClearLinks();
+}
+
+iBase* GridAdvection::Target() const {
+  if (mScalarTarget) return mScalarTarget;
+  if (mVectorTarget) return mVectorTarget;
+  return mSolver;
+}
+
+void GridAdvection::CheckDirty() {
+  iObject::CheckDirty();
+  iBase* target = Target();
+  if (IsDirty()) {
+    if (target) target->MarkDirty(false);
+  } else if ((mScene->mFlags & Scene::kTimeChanged) && mTime->elapsed > 0) {
+    if (target) target->MarkDirty(false);
+    MarkDirty(false);
+  } else {
+    SetFlag(FLAG_DIRTY | FLAG_DIRTY_HARD, false);
+  }
+}
+
+bool GridAdvection::NextPass() {
+  ++mPass;
+  mStep = static_cast<f32>(-mTime->stepDuration);
+  if (mPass == 2) {
+    if (mScheme != static_cast<i32>(AdvectionScheme::MacCormack)) {
+      mPass = 4;
+    } else {
+      mStep = static_cast<f32>(mTime->stepDuration);
+    }
+  }
+  if (mPass < 4) return true;
+  mPass = -1;
+  return false;
+}
+
+void GridAdvection::Prepare(void*) {
+  SetFlag(FLAG_ACTIVE, false);
+  const auto hasData = [](const EGrid<double>* grid) { return grid && grid->mData; };
+  if (!mSolver) return (void)Deactivate("it has no solver");
+  for (i32 axis = 0; axis < 3; ++axis)
+    if (!hasData(mSolver->mVelocity.GetGrid(axis)))
+      return (void)Deactivate("its solver has no velocity");
+  if (mScalarTarget) {
+    if (!hasData(mScalarTarget->GetGrid(0))) return (void)Deactivate("its target has no grid");
+    if (!mScalarTarget->mPrevious) return (void)Deactivate("its target keeps no second buffer");
+    mScalarTarget->SwapBuffers();
+  } else {
+    VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->mVelocity;
+    for (i32 i = 0; i < 3; ++i) {
+      if (!hasData(target.GetGrid(i))) return (void)Deactivate("its target has no grid");
+      if (!target.mPrevious[i]) return (void)Deactivate("its target keeps no second buffer");
+    }
+    target.SwapBuffers();
+  }
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void GridAdvection::Evaluate(const EvaluationThreadData&) {
+  if (!Has(FLAG_ACTIVE) || mPass != 0) return;
+  const VelocityField& field = mSolver->mVelocity;
+  // The velocity moves through itself as it was before this stage, all else through what it is now.
+  const bool movesVelocity = !mScalarTarget && !mVectorTarget;
+  std::array<const EGrid<double>*, 3> velocity;
+  for (i32 axis = 0; axis < 3; ++axis)
+    velocity[axis] = movesVelocity ? field.mPrevious[axis].get() : field.GetGrid(axis);
+
+  if (mScalarTarget) {
+    AdvectGrid(mScalarTarget->mPrevious.get(), mScalarTarget->GetGridForWrite(0), velocity);
+  } else {
+    VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->mVelocity;
+    for (i32 i = 0; i < 3; ++i)
+      if (!AdvectGrid(target.mPrevious[i].get(), target.GetGridForWrite(i), velocity)) break;
+  }
+  mPass = 4;
+}
+
+namespace {
+
+/// Runs one pass on a worker's share.
+struct AdvectionWork {
+  const AdvectionData* data = nullptr;
+  void (*pass)(const AdvectionData& data, const CellBox& box) = nullptr;
+
+  void Evaluate(const MPdata& share) const {
+    for (i32 z = share.min.z; z < share.max.z && !share.TestBreak(); ++z) {
+      CellBox layer = share.Box();
+      layer.min.z = z;
+      layer.max.z = z + 1;
+      pass(*data, layer);
+    }
+  }
+};
+
+}  // namespace
+
+bool GridAdvection::AdvectGrid(const EGrid<double>* source, EGrid<double>* destination,
+                               const std::array<const EGrid<double>*, 3>& velocity) {
+  if (!source || !destination || !source->mData || !destination->mData) return false;
+  // The kernels work in cells of one layout.
+  const VecInt3D cells = source->mLayout.dims;
+  if (destination->Dims() != source->Dims() || velocity[0]->mLayout.dims != cells) return false;
+  const bool corrected = mScheme == static_cast<i32>(AdvectionScheme::MacCormack);
+  AdvectionData data{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
+                     .source = source,
+                     .destination = destination,
+                     .boundary = &mSolver->mBoundary,
+                     .clear = mSolver->mSolidCells.Get(),
+                     .strength = mStrength,
+                     .order = mTraceOrder,
+                     .sampling = mSampling};
+  if (corrected) {
+    data.predicted = mSolver->mScratch.Get(0, cells, source->mKind);
+    if (!data.predicted) return false;
+  }
+
+  using Workers = ScalarGridControlThread<ScalarGridThread<AdvectionWork>>;
+  Workers workers;
+  workers.SetRegion({1, 1, 1}, source->Dims() - VecInt3D{1, 1, 1});
+  AdvectionWork work{.data = &data};
+  MPdata share;
+  share.thread = mScene->mThread;
+  share.user = &work;
+  if (!workers.Init(share, mScene->mThreadCount)) return false;
+  mPass = 0;
+  while (NextPass()) {
+    data.step = std::abs(static_cast<double>(mStep));
+    work.pass = !corrected ? AdvectBackward : mPass == 1 ? Predict : Correct;
+    // The second pass of the corrected scheme clamps as it goes: both read the same things.
+    if (mPass < 3) workers.Run();
+  }
+  mPass = 0;
+  return true;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,46 @@
+// Moves a field along a solver's velocity.
+#pragma once
+#include "fluids/dynamics/fluid_solver.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+enum class AdvectionScheme : i32 { SemiLagrangian = 0, MacCormack = 1 };
+
+/// Moves one target, a scalar channel, a vector channel or the solver's own velocity, in stage 6.
+/// Values of the step before are read from the target's second buffer.
+class GridAdvection : public iObject {
+ public:
+  GridAdvection(host::BaseNode* node, Scene* scene);
+  GridAdvection(const GridAdvection&) = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetListIndex() const override { return kListOperators; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool IsSequential() const override { return true; }
+  bool IsIterative() const override { return true; }
+  bool NextPass() override;
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridAdvection>(*this); }
+
+ private:
+  iBase* Target() const;
+  /// Moves one grid through all passes of the scheme; false when it can't.
+  bool AdvectGrid(const EGrid<double>* source, EGrid<double>* destination,
+                  const std::array<const EGrid<double>*, 3>& velocity);
+
+  ScalarField* mScalarTarget = nullptr;
+  VectorField* mVectorTarget = nullptr;
+  FluidSolver* mSolver = nullptr;
+  i32 mScheme = 1;
+  i32 mTraceOrder = 0;
+  i32 mSampling = 0;
+  f32 mStrength = 1.0f;
+  f32 mStep = 0;  ///< of the current pass, signed, seconds
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
