@@ -1,7 +1,12 @@
 // Conjugate gradients with a modified incomplete Cholesky preconditioner.
 #pragma once
+#include <atomic>
+#include <memory>
+#include <span>
 #include <vector>
 
+#include "fluids/dynamics/lattice_matrix.h"
+#include "fluids/dynamics/line_kernels.h"
 #include "framework/iobject.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -14,60 +19,82 @@ struct SolverAccuracy {
 /// The tolerance of the accuracy slider: 0 gives 0.01, below 0.1 gives 1e-3, ... 1 gives 1e-13.
 double ToleranceOfSlider(double slider);
 
-/// A symmetric matrix on a lattice: every row couples to the rows at fixed offsets, so the entries
-/// are one column of values per offset. The pattern is told before rows are filled.
-class LatticeMatrix {
- public:
-  /// `offsets` holds 0 and pairs of +-o. Zeroes all entries.
-  void SetPattern(i32 rows, std::vector<i32> offsets);
-  void Zero();
-  i32 Rows() const { return mRows; }
-  /// Adds to an entry; `column - row` must be in the pattern. Safe across rows.
-  void AddToElement(i32 row, i32 column, double value);
-  /// The column of entries (row, row + offset).
-  double* Band(i32 offset);
-  const double* Band(i32 offset) const;
-  const std::vector<i32>& Offsets() const { return mOffsets; }
-
- private:
-  i32 mRows = 0;
-  std::vector<i32> mOffsets;
-  std::vector<std::vector<double>> mBands;
-};
-
-/// Solves A x = b for a symmetric positive (semi-)definite A.
+/// Solves A x = b for a symmetric positive (semi-)definite A over the cells of a grid.
+///
+/// The preconditioner is a modified incomplete Cholesky factor of level 0 (Gustafsson 1978): fill
+/// that level 0 drops goes to the diagonal, weighed by `mModification`. Since no dropped entry has
+/// a place in the pattern, the factor's off-diagonal entries are those of the matrix times a
+/// diagonal scaling, and only that diagonal is stored.
 class Grid_CGSolver : public iObject {
  public:
   Grid_CGSolver() = default;
   Grid_CGSolver(const Grid_CGSolver&) : iObject() {}
   bool ReadParameters(void* context = nullptr) override;
+  /// Zeroes right-hand side and matrix, with `mClearResult` the result too.
   void Reset() override;
+  /// Empties the system; its memory is kept for the next one unless `full`.
   void Release(bool full) override;
   void Prepare(void* context = nullptr) override;
   void Finish() override { Release(false); }
 
   /// Runs to the tolerance, relative to the largest right-hand side; false when the limit was
-  /// reached. Loops run on up to `threads` workers; the result doesn't depend on their number.
-  bool Solve(i32 threads);
+  /// reached or the user broke off. Rows without entries stay out of it. The result doesn't depend
+  /// on the number of workers. Uses up the right-hand side.
+  bool Solve();
 
   void AddToElement(i32 row, i32 column, double value) { mMatrix.AddToElement(row, column, value); }
   LatticeMatrix& GetMatrix() { return mMatrix; }
-  std::vector<double>& GetRhs() { return mRhs; }
-  const std::vector<double>& GetResult() const { return mResult; }
+  /// By row; empty without a system.
+  std::span<double> GetRhs() const { return View(kRhs); }
+  std::span<double> GetResult() const { return View(kResult); }
+  /// The inverse squares of the factor's diagonal, made by `Solve`; 0 in rows without entries.
+  std::span<double> GetFactor() const { return View(kFactor); }
 
-  iObject* mOwner = nullptr;     ///< without it `Prepare` leaves the solver inactive
-  i32 mRows = 0;                 ///< set by the owner before `Prepare`
-  std::vector<i32> mOffsets;     ///< pattern, set by the owner before `Prepare`
+  iObject* mOwner = nullptr;  ///< without it `Prepare` leaves the solver inactive
+  VecInt3D mDims{};           ///< cells; set by the owner before `Prepare`
+  i32 mThreads = 1;           ///< workers; set by the owner before `Prepare`
   SolverAccuracy mAccuracy;
   bool mClearResult = true;
   double mModification = 0.97;
   double mMinDiagonalRatio = 0.25;
-  i32 mIterations = 0;           ///< of the last solve
-  double mResidual = 0;          ///< of the last solve, relative to the largest right-hand side
+  i32 mIterations = 0;   ///< of the last solve
+  double mResidual = 0;  ///< of the last solve, relative to the largest right-hand side
 
  private:
+  enum Array { kRhs, kResult, kFactor, kZ, kS, kArrays };
+  std::span<double> View(Array a) const {
+    return mArrays[a] && mHasSystem
+               ? std::span<double>(mArrays[a], static_cast<std::size_t>(mArrays.Length()))
+               : std::span<double>();
+  }
+  double StartResidual();
+  void FormPreconditioner();
+  void DropEntriesToMissingRows();
+  /// r -= alpha z, then the lower half of z = M^-1 r; returns the largest |r|.
+  double Forward(double alpha);
+  /// The upper half of z = M^-1 r; returns z . r.
+  double Backward();
+  /// x += alpha s, then s = z + beta s.
+  void Advance(double alpha, double beta);
+  /// z = A s; returns s . z.
+  double Multiply();
+  template <class F>
+  void ForEachLine(F&& f);
+  template <class F>
+  void RunWavefront(bool reversed, F&& f);
+  i32 SlabCount() const { return std::max(0, (mDims.z - 2 + kWaveLines - 1) / kWaveLines); }
+
   LatticeMatrix mMatrix;
-  std::vector<double> mRhs, mResult, mInvDiag, mZ, mS, mR;
+  StaggeredArrays mArrays{kArrays, 4};
+  bool mHasSystem = false;
+  std::vector<double> mPartials;  ///< one per layer or slab
+  std::vector<WaveScratch> mScratch;
+  /// Waves done in a slab, on a line of its own.
+  struct alignas(64) Progress {
+    std::atomic<i32> waves{0};
+  };
+  std::unique_ptr<Progress[]> mProgress;
+  i32 mProgressCount = 0;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,5 +1,7 @@
 // The projection: velocity without divergence, up to a wanted source.
 #pragma once
+#include <array>
+#include <span>
 #include <vector>
 
 #include "fluids/channels/channel.h"
@@ -19,11 +21,34 @@ struct ProjectionReport {
   double residual = 0;  ///< largest residual of the linear system over its largest right-hand side
 };
 
-/// Makes the owner's velocity divergence-free on the cut cells that the face fractions tell, and
-/// couples moving bodies. Driven by its owner through its six passes.
+/// The fields that a projection works on, for one step.
+struct ProjectionFields {
+  std::array<EGrid<double>*, 3> velocity{};   ///< faces, simulation units per second
+  std::array<const EGrid<float>*, 3> open{};  ///< open fractions of faces
+  const EGrid<float>* openCell = nullptr;     ///< open fractions of cells
+  const EGrid<double>* source = nullptr;      ///< wanted divergence, cells, 1/s; may be null
+  const EGrid<double>* density = nullptr;     ///< cells; null means constant density
+  double dt = 0;                              ///< seconds
+};
+
+/// A solid in motion, as the coupling sees it.
+struct MovingBody {
+  const VolumeBase* volume = nullptr;
+  Vec3d centre{};
+  Vec3d linear{};   ///< simulation units per second
+  Vec3d angular{};  ///< radians per second
+};
+
+/// Makes the owner's velocity divergence-free on the cut cells that the face fractions tell
+/// (Batty, Bertails and Bridson 2007), and lets moving solids push the fluid.
+///
+/// The owner runs the passes: `while (NextPass()) { Prepare(); <Evaluate on workers>; Finish(); }`.
+/// `Evaluate` may be called with any z slabs of the velocity layout's cells: results don't depend
+/// on them. Pass 3, the linear solve, runs on the worker pool from `Prepare`; its `Evaluate` does
+/// nothing. With Gauss-Seidel pass 3 repeats, one sweep each.
 class Grid_Incompressibility : public iObject {
  public:
-  Grid_Incompressibility() { mPassCount = 6; }
+  Grid_Incompressibility() { mPassCount = 5; }
   Grid_Incompressibility(const Grid_Incompressibility& other);
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
@@ -32,13 +57,17 @@ class Grid_Incompressibility : public iObject {
   void Release(bool full) override;
   bool NextPass() override;
   void Prepare(void* context = nullptr) override;
-  void Evaluate(const EvaluationThreadData& data) override;
+  void Evaluate(const EvaluationThreadData& block) override;
   void Finish() override;
 
+  /// Pass 1: right-hand side and matrix.
   virtual void BuildSystem(const EvaluationThreadData& block);
+  /// Entry of pass 2: the mean of the right-hand side, layer by layer.
   virtual void ComputeMeanShift();
   virtual void ApplyMeanShift(const EvaluationThreadData& block);
+  /// Pass 4: the velocity update; each face is written by the block of the cell above it.
   virtual void SubtractGradient(const EvaluationThreadData& block);
+  /// Pass 0: what moving solids add to the right-hand side.
   virtual void AddBodyCoupling(const EvaluationThreadData& block);
 
   /// Reports since the last call, one per projection.
@@ -46,19 +75,53 @@ class Grid_Incompressibility : public iObject {
   /// Largest absolute residual, in 1/s, of the balance that the last projection solved, over the
   /// cells 1 to n-2 with an open face: source, moving solids and mean shift included.
   double DivergenceMax() const { return mDivergenceMax; }
+  /// Pressures of the last projection by cell, 0 in cells without an open face.
+  std::span<const double> GetPressure() const;
 
   FluidSolver* mSolver = nullptr;
   bool mCompatibility = false;  ///< subtract the mean of the right-hand side
+  i32 mLinearSolver = 1;        ///< 0 conjugate gradients, 1 Gauss-Seidel
+  double mDensity = 1.23;
   Grid_CGSolver mCG;
   Grid_GaussSolver mGauss;
 
  protected:
+  enum Pass : i16 { kCouple, kBuild, kShift, kSolve, kUpdate };
+
+  /// The owner's fields of this step; false when one is missing.
+  virtual bool GatherFields(ProjectionFields& fields) const;
+  /// The bodies that move in this step.
+  virtual void GatherMovingBodies(std::vector<MovingBody>& bodies) const;
+
+  bool PrepareSystem();
+  void Solve();
+  void MeasureDivergence();
+  LatticeMatrix& Matrix() { return mLinearSolver == 0 ? mCG.GetMatrix() : mGauss.GetMatrix(); }
+  std::span<double> Rhs() const { return mLinearSolver == 0 ? mCG.GetRhs() : mGauss.GetRhs(); }
+  i32 Threads() const;
+
+  /// Contributions of one layer of cells to the mean.
+  struct LayerSum {
+    double sum = 0;
+    u32 count = 0;
+  };
+  /// What the moving solids added to a cell.
+  struct CouplingTerm {
+    i32 cell;
+    double value;
+  };
+
   ScalarField* mDensityChannel = nullptr;
   std::vector<VolumeBase*> mBodies;
   Duration* mDuration = nullptr;
-  i32 mLinearSolver = 1;  ///< 0 conjugate gradients, 1 Gauss-Seidel
-  double mMinTheta = 0.01;
-  double mDensity = 1.23;
+  double mMinTheta = 0.01;  ///< lower limit of the surface fraction in a free-surface solve
+  ProjectionFields mFields;
+  VecInt3D mCells{};
+  double mCellSize = 0;
+  std::vector<MovingBody> mMoving;
+  std::vector<std::vector<CouplingTerm>> mCoupling;  ///< by layer, in cell order
+  std::vector<LayerSum> mLayerSums;
+  double mShift = 0;
   double mDivergenceMax = 0;
   std::vector<ProjectionReport> mReports;
 };

@@ -2,6 +2,7 @@
 #pragma once
 #include <limits>
 #include <memory>
+#include <vector>
 
 #include "fluids/surfacetracker/mesh/mesh.h"
 #include "framework/iobject.h"
@@ -18,6 +19,8 @@ struct SurfaceRecord {
   double distance = 0;
 };
 
+class VolumeBase;
+
 /// Root of all volumes: the box that they occupy, in simulation units.
 class iVolume : public iObject {
  public:
@@ -25,6 +28,8 @@ class iVolume : public iObject {
   iVolume() = default;
   i32 GetListIndex() const override { return kListGeometry; }
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  /// Appends the volumes with grids that this object stands for: itself, or a group's members.
+  virtual void CollectMembers(std::vector<VolumeBase*>& /*out*/) {}
 
   VecInt3D mCells{};
   Vec3d mExtent{};
@@ -51,6 +56,7 @@ class VolumeBase : public iVolume {
   bool AfterLinks() override;
   bool IsDirty() const override;
   void Release(bool full) override;
+  void CollectMembers(std::vector<VolumeBase*>& out) override { out.push_back(this); }
 
   virtual void UpdateBounds();
   virtual bool AllocateGrid();

@@ -1,0 +1,337 @@
+#include "fluids/dynamics/grid_cg_solver.h"
+
+#include <cmath>
+#include <thread>
+
+#include "grids/fixed_blocks.h"
+#include "grids/wide_kernel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+double ToleranceOfSlider(double slider) {
+  if (slider == 0) return 0.01;
+  static constexpr double kTolerances[] = {1e-3, 1e-4, 1e-5,  1e-6,  1e-7,
+                                           1e-8, 1e-9, 1e-10, 1e-11, 1e-12};
+  static constexpr double kBelow[] = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9, 1.0};
+  for (int i = 0; i < 10; ++i)
+    if (slider < kBelow[i]) return kTolerances[i];
+  return 1e-13;
+}
+
+bool Grid_CGSolver::ReadParameters(void*) {
+  mAccuracy.maxIterations = mInterface.GetLong(1021);
+  mAccuracy.tolerance = ToleranceOfSlider(mInterface.GetReal(1022));
+  mMinDiagonalRatio = mInterface.GetReal(1045);
+  mModification = mInterface.GetReal(1046);
+  mClearResult = true;
+  return true;
+}
+
+void Grid_CGSolver::Reset() {
+  if (!mHasSystem) return;
+  const i64 layer = i64{mDims.x} * mDims.y;
+  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
+    std::fill_n(mArrays[kRhs] + z * layer, layer, 0.0);
+    if (mClearResult) std::fill_n(mArrays[kResult] + z * layer, layer, 0.0);
+  });
+  mMatrix.SetLattice(mDims, mThreads);
+}
+
+void Grid_CGSolver::Release(bool full) {
+  mHasSystem = false;
+  if (!full) return;
+  iObject::Release(full);
+  mMatrix.Free();
+  mArrays.Free();
+  mPartials = {};
+  mScratch = {};
+  mProgress.reset();
+  mProgressCount = 0;
+}
+
+void Grid_CGSolver::Prepare(void*) {
+  mHasSystem = false;
+  if (!mOwner) {
+    Deactivate("its solver has no owner");
+    return;
+  }
+  const i64 rows = i64{mDims.x} * mDims.y * mDims.z;
+  const bool resized = rows != mArrays.Length();
+  if (!mArrays.Resize(rows) || !mMatrix.SetLattice(mDims, mThreads)) {
+    Deactivate("there is no memory for its linear system");
+    return;
+  }
+  if (resized) std::fill_n(mArrays[kResult], rows, 0.0);
+  mPartials.resize(std::max(mDims.z, 1));
+  mScratch.resize(std::clamp(mThreads, 1, host::kMaxWorkers));
+  for (WaveScratch& scratch : mScratch) scratch.Resize(mDims.x);
+  if (mProgressCount < SlabCount()) {
+    mProgressCount = SlabCount();
+    mProgress = std::make_unique<Progress[]>(mProgressCount);
+  }
+  mHasSystem = true;
+  Reset();
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+/// f(line) for every line with rows; returns nothing, but f may use mPartials[line's layer].
+template <class F>
+void Grid_CGSolver::ForEachLine(F&& f) {
+  ForEachBlock(std::max(0, mDims.z - 2), mThreads, [&](i32 block) {
+    const i32 z = block + 1;
+    double& partial = mPartials[z];
+    partial = 0;
+    for (i32 y = 1; y < mDims.y - 1; ++y) {
+      const LatticeMatrix::Line& line = mMatrix.LineAt(y, z);
+      if (!line.IsEmpty()) f(line.base + line.first, line.last - line.first, partial);
+    }
+  });
+}
+
+/// f(wave, scratch, partial) for all lines with rows so that every line follows its lower
+/// neighbours (or `reversed`, its upper ones). Slabs are dealt to the workers in turn; a worker
+/// follows the slab before its own at a distance. The partial is the slab's.
+template <class F>
+void Grid_CGSolver::RunWavefront(bool reversed, F&& f) {
+  const i32 slabs = SlabCount(), waves = WaveCount(mDims.y, kWaveLines);
+  const i32 workers =
+      std::clamp(std::min(static_cast<i32>(mScratch.size()), slabs), 1, host::kMaxWorkers);
+  const auto runWave = [&](i32 step, i32 wave, WaveScratch& scratch) {
+    const i32 slab = reversed ? slabs - 1 - step : step;
+    const i32 z0 = 1 + slab * kWaveLines, z1 = std::min(z0 + kWaveLines, mDims.z - 1);
+    ForEachWaveGroup(mMatrix, reversed ? waves - 1 - wave : wave, z0, z1,
+                     [&](const Wave& group) { f(group, scratch, mPartials[slab]); });
+  };
+  for (i32 slab = 0; slab < slabs; ++slab) {
+    mPartials[slab] = 0;
+    mProgress[slab].waves.store(0, std::memory_order_relaxed);
+  }
+  if (workers == 1) {
+    for (i32 step = 0; step < slabs; ++step)
+      for (i32 wave = 0; wave < waves; ++wave) runWave(step, wave, mScratch[0]);
+    return;
+  }
+  host::WorkerPool::Instance().Run(workers, [&](i32 worker) {
+    for (i32 step = worker; step < slabs; step += workers)
+      for (i32 wave = 0; wave < waves; ++wave) {
+        const i32 needed = std::min(wave + kWaveLines, waves);
+        for (i32 spins = 0;
+             step > 0 && mProgress[step - 1].waves.load(std::memory_order_acquire) < needed;)
+          if (++spins > 200) std::this_thread::yield();
+        runWave(step, wave, mScratch[worker]);
+        mProgress[step].waves.store(wave + 1, std::memory_order_release);
+      }
+  });
+}
+
+namespace {
+
+/// The bands and the neighbour distances of a matrix, from one cell on.
+struct Bands {
+  const double* diagonal;
+  const double* upper[3];
+  i32 ny, nz;  ///< distance of neighbours along y and z
+
+  Bands(const LatticeMatrix& m, i32 cell)
+      : diagonal(m.Diagonal() + cell),
+        upper{m.Upper(0) + cell, m.Upper(1) + cell, m.Upper(2) + cell},
+        ny(m.Offset(1)),
+        nz(m.Offset(2)) {}
+};
+
+/// z = A s.
+SULVA_WIDE_KERNEL void MultiplyLine(const Bands& m, const double* __restrict s,
+                                    double* __restrict z, i32 n) {
+  const double *d = m.diagonal, *ux = m.upper[0], *uy = m.upper[1], *uz = m.upper[2];
+  const i32 ny = m.ny, nz = m.nz;
+  for (i32 i = 0; i < n; ++i)
+    z[i] = d[i] * s[i] + (ux[i - 1] * s[i - 1] + ux[i] * s[i + 1]) +
+           (uy[i - ny] * s[i - ny] + uy[i] * s[i + ny]) +
+           (uz[i - nz] * s[i - nz] + uz[i] * s[i + nz]);
+}
+
+SULVA_WIDE_KERNEL void AdvanceLine(double alpha, double beta, double* __restrict x,
+                                   double* __restrict s, const double* __restrict z, i32 n) {
+  for (i32 i = 0; i < n; ++i) {
+    x[i] += alpha * s[i];
+    s[i] = z[i] + beta * s[i];
+  }
+}
+
+/// r -= alpha z, and the terms of z[i] = a[i] - b[i] z[i-1], the forward substitution.
+SULVA_WIDE_KERNEL void ForwardTerms(const Bands& m, double alpha, const double* factor,
+                                    const double* z, double* __restrict r, double* __restrict a,
+                                    double* __restrict b, i32 n) {
+  const double *ux = m.upper[0], *uy = m.upper[1], *uz = m.upper[2];
+  const i32 ny = m.ny, nz = m.nz;
+  for (i32 i = 0; i < n; ++i) {
+    r[i] -= alpha * z[i];
+    a[i] = factor[i] * (r[i] - (uy[i - ny] * z[i - ny] + uz[i - nz] * z[i - nz]));
+    b[i] = factor[i] * ux[i - 1];
+  }
+}
+
+/// The terms of z[i] = a[i] - b[i] z[i+1], the backward substitution.
+SULVA_WIDE_KERNEL void BackwardTerms(const Bands& m, const double* factor, const double* z,
+                                     double* __restrict a, double* __restrict b, i32 n) {
+  const double *ux = m.upper[0], *uy = m.upper[1], *uz = m.upper[2];
+  const i32 ny = m.ny, nz = m.nz;
+  for (i32 i = 0; i < n; ++i) {
+    a[i] = z[i] - factor[i] * (uy[i] * z[i + ny] + uz[i] * z[i + nz]);
+    b[i] = factor[i] * ux[i];
+  }
+}
+
+/// The factor's diagonal along a line: what the columns before leave of the matrix's own. An entry
+/// v of column k takes v^2 off its row and, weighed, v times the column's other entries, which have
+/// no place there.
+void FactorLine(const Bands& m, double modification, double minRatio, double* factor, i32 n) {
+  const i32 offsets[3] = {1, m.ny, m.nz};
+  for (i32 i = 0; i < n; ++i) {
+    const double own = m.diagonal[i];
+    if (own == 0) continue;
+    double d = own;
+    for (i32 axis = 2; axis >= 0; --axis) {
+      const i32 k = i - offsets[axis];
+      const double v = m.upper[axis][k];
+      const double missing = axis == 0   ? m.upper[1][k] + m.upper[2][k]
+                             : axis == 1 ? m.upper[0][k] + m.upper[2][k]
+                                         : m.upper[0][k] + m.upper[1][k];
+      d -= v * v * factor[k];
+      d -= modification * (v * missing * factor[k]);
+    }
+    factor[i] = 1.0 / (d < own * minRatio ? own : d);
+  }
+}
+
+}  // namespace
+
+double Grid_CGSolver::StartResidual() {
+  const i64 layer = i64{mDims.x} * mDims.y;
+  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
+    const i64 first = z * layer, last = first + layer;
+    const double* diagonal = mMatrix.Diagonal();
+    double* r = mArrays[kRhs];
+    double top = 0;
+    for (i64 c = first; c < last; ++c) {
+      if (diagonal[c] == 0) r[c] = 0;
+      top = std::max(top, std::fabs(r[c]));
+    }
+    mPartials[z] = top;
+    for (const Array a : {kZ, kS, kFactor}) std::fill_n(mArrays[a] + first, layer, 0.0);
+  });
+  return *std::max_element(mPartials.begin(), mPartials.begin() + mDims.z);
+}
+
+void Grid_CGSolver::FormPreconditioner() {
+  RunWavefront(false, [&](const Wave& wave, WaveScratch&, double&) {
+    for (i32 l = 0; l < wave.count; ++l) {
+      const i32 c = wave.lines[l].base + wave.first;
+      FactorLine(Bands(mMatrix, c), mModification, mMinDiagonalRatio, mArrays[kFactor] + c,
+                 wave.last - wave.first);
+    }
+  });
+}
+
+void Grid_CGSolver::DropEntriesToMissingRows() {
+  const double* diagonal = mMatrix.Diagonal();
+  ForEachLine([&](i32 c, i32 n, double&) {
+    for (i32 axis = 0; axis < 3; ++axis) {
+      double* upper = mMatrix.Upper(axis) + c;
+      const double *own = diagonal + c, *other = own + mMatrix.Offset(axis);
+      for (i32 i = 0; i < n; ++i)
+        if (own[i] == 0 || other[i] == 0) upper[i] = 0;
+    }
+  });
+}
+
+double Grid_CGSolver::Forward(double alpha) {
+  double* z = mArrays[kZ];
+  RunWavefront(false, [&](const Wave& wave, WaveScratch& scratch, double& top) {
+    const i32 n = wave.last - wave.first;
+    LineRecurrence lines[kWaveLines];
+    for (i32 l = 0; l < wave.count; ++l) {
+      const i32 c = wave.lines[l].base + wave.first;
+      double* r = mArrays[kRhs] + c;
+      lines[l] = {scratch.A(l), scratch.B(l), z + c};
+      ForwardTerms(Bands(mMatrix, c), alpha, mArrays[kFactor] + c, z + c, r, scratch.A(l),
+                   scratch.B(l), n);
+      top = std::max(top, MaxLine(r, n));
+    }
+    RunRecurrences(lines, wave.count, n, 1);
+  });
+  return *std::max_element(mPartials.begin(), mPartials.begin() + SlabCount());
+}
+
+double Grid_CGSolver::Backward() {
+  double* z = mArrays[kZ];
+  RunWavefront(true, [&](const Wave& wave, WaveScratch& scratch, double& dot) {
+    const i32 n = wave.last - wave.first;
+    LineRecurrence lines[kWaveLines];
+    for (i32 l = 0; l < wave.count; ++l) {
+      const i32 c = wave.lines[l].base + wave.first;
+      lines[l] = {scratch.A(l), scratch.B(l), z + c};
+      BackwardTerms(Bands(mMatrix, c), mArrays[kFactor] + c, z + c, scratch.A(l), scratch.B(l), n);
+    }
+    RunRecurrences(lines, wave.count, n, -1);
+    for (i32 l = 0; l < wave.count; ++l) {
+      const i32 c = wave.lines[l].base + wave.first;
+      dot += DotLine(z + c, mArrays[kRhs] + c, n);
+    }
+  });
+  double dot = 0;
+  for (i32 slab = 0; slab < SlabCount(); ++slab) dot += mPartials[slab];
+  return dot;
+}
+
+void Grid_CGSolver::Advance(double alpha, double beta) {
+  ForEachLine([&](i32 c, i32 n, double&) {
+    AdvanceLine(alpha, beta, mArrays[kResult] + c, mArrays[kS] + c, mArrays[kZ] + c, n);
+  });
+}
+
+double Grid_CGSolver::Multiply() {
+  ForEachLine([&](i32 c, i32 n, double& dot) {
+    const double* s = mArrays[kS] + c;
+    double* z = mArrays[kZ] + c;
+    MultiplyLine(Bands(mMatrix, c), s, z, n);
+    dot += DotLine(s, z, n);
+  });
+  double dot = 0;
+  for (i32 z = 1; z < mDims.z - 1; ++z) dot += mPartials[z];
+  return dot;
+}
+
+bool Grid_CGSolver::Solve() {
+  mIterations = 0;
+  mResidual = 0;
+  if (!mHasSystem) return false;
+  mMatrix.FindLines(mThreads);
+  const double largest = StartResidual();
+  if (largest == 0) return true;
+  mResidual = 1;
+  FormPreconditioner();
+  DropEntriesToMissingRows();
+  Forward(0);
+  double rho = Backward();
+  if (rho == 0) return false;
+  Advance(0, 0);
+  while (mIterations < mAccuracy.maxIterations && !IsCancelled()) {
+    ++mIterations;
+    const double alpha = rho / Multiply();
+    if (!std::isfinite(alpha)) return false;
+    const double left = Forward(alpha);
+    mResidual = left / largest;
+    const bool done = !(left > largest * mAccuracy.tolerance);
+    if (done || mIterations == mAccuracy.maxIterations) {
+      Advance(alpha, 0);
+      return done;
+    }
+    const double next = Backward();
+    Advance(alpha, rho == 0 ? 0 : next / rho);
+    rho = next;
+  }
+  return false;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,52 @@
+// Arrays that are walked in lockstep.
+#pragma once
+#include <new>
+
+#include "host/types.h"
+
+namespace MELDO_GLOBAL {
+
+/// Arrays of doubles of one length in one allocation. Large arrays usually all start at the same
+/// place within a memory page, so that equal indices compete for the same few cache lines; these
+/// start nine lines apart from one another.
+class StaggeredArrays {
+ public:
+  /// `first` is the number of the first array among all that are walked together.
+  explicit StaggeredArrays(i32 arrays, i32 first = 0) : mArrays(arrays), mFirst(first) {}
+  StaggeredArrays(const StaggeredArrays&) = delete;
+  StaggeredArrays& operator=(const StaggeredArrays&) = delete;
+  ~StaggeredArrays() { Free(); }
+
+  /// Arrays of `length` doubles; their values are undefined when the length changed. False, without
+  /// arrays, when the memory can't be had.
+  bool Resize(i64 length) {
+    if (mData && length == mLength) return true;
+    Free();
+    const i64 stride = (length + kPage - 1) / kPage * kPage + kStagger;
+    mData = static_cast<double*>(::operator new (sizeof(double) * (stride * mArrays + Lead()),
+                                                 std::align_val_t{kAlignment}, std::nothrow));
+    if (!mData) return false;
+    mLength = length;
+    mStride = stride;
+    return true;
+  }
+  void Free() {
+    if (mData) ::operator delete (mData, std::align_val_t{kAlignment});
+    mData = nullptr;
+    mLength = 0;
+  }
+  i64 Length() const { return mLength; }
+  /// Null without memory.
+  double* operator[](i32 array) const { return mData ? mData + Lead() + array * mStride : nullptr; }
+
+ private:
+  static constexpr i64 kPage = 512, kStagger = 72;  // doubles
+  static constexpr std::size_t kAlignment = 4096;
+  i64 Lead() const { return mFirst * kStagger; }
+
+  i32 mArrays, mFirst;
+  i64 mLength = 0, mStride = 0;
+  double* mData = nullptr;
+};
+
+}  // namespace MELDO_GLOBAL
