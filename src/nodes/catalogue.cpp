@@ -6,6 +6,8 @@
 #include "fluids/channels/fire_grid_channel.h"
 #include "fluids/channels/fuel_grid_channel.h"
 #include "fluids/channels/temperature_grid_channel.h"
+#include "fluids/surfacetracker/mesh/mesh.h"
+#include "fluids/volume/volume_mesh.h"
 #include "framework/duration.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -34,6 +36,9 @@ const std::vector<NodeKind>& Catalogue() {
   // clang-format off
   static const std::vector<NodeKind> kinds = {
     // id, type, label, class, type id, list, categories, flags, stages, priority, groups, rows, factory
+    {1028106, "volume", "Volume", "VolumeMesh", kTypeVolumeMesh, 2,
+     kCategoryMesh | kCategoryVolume, "SV", {3}, 0, {"Bodies"}, VolumeMesh::Parameters,
+     Make<VolumeMesh>},
     {1028240, "duration", "Duration", "Duration", kTypeDuration, 11, 0, "", {}, {}, {"General"},
      Duration::Parameters, Make<Duration>},
     {1300000, "server", "Sulva Scene", "Scene", 0, 0, 0, "", {}, {}, {"Support"},
@@ -49,6 +54,8 @@ const std::vector<NodeKind>& Catalogue() {
     {1300112, "channel_temp", "Temperature", "TemperatureGridChannel", kTypeTemperatureChannel, 1,
      kScalarChannel, "R", {}, {}, {"Grids"}, TemperatureField::Parameters,
      Make<TemperatureField>},
+    {1300143, "mesh", "Mesh", "Mesh", kTypeMesh, 2, kCategoryMesh, "SV", {3}, 0, {"Bodies"},
+     Mesh::Parameters, Make<Mesh>},
     {1300150, "group", "Node Group", "", 0, 0, 0, "", {}, {}, {"Support"},
      NoRows, nullptr},
   };
@@ -88,8 +95,7 @@ const ParameterTable& ParametersOf(const NodeKind& kind) {
   return tables.at(kind.id);
 }
 
-BaseNode& CreateNode(Document& document, const NodeKind& kind, std::string name,
-                     BaseNode* parent) {
+BaseNode& CreateNode(Document& document, const NodeKind& kind, std::string name, BaseNode* parent) {
   BaseNode& node = document.Create<BaseNode>(
       kind.id, name.empty() ? std::string(kind.label) : std::move(name), parent);
   node.AddInstanceOf(kServerNode);

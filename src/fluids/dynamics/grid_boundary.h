@@ -3,24 +3,12 @@
 #include <vector>
 
 #include "fluids/channels/channel.h"
+#include "fluids/volume/wall_bits.h"
 #include "framework/iobject.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 class VolumeBase;
-
-/// Sides of the domain that are closed walls. The y bits run the other way round from x and z.
-enum WallBit : u8 {
-  kWallLowX = 1,
-  kWallHighX = 2,
-  kWallHighY = 4,
-  kWallLowY = 8,
-  kWallLowZ = 16,
-  kWallHighZ = 32,
-  kWallsAll = 63,
-};
-constexpr u8 kLowWall[3] = {kWallLowX, kWallLowY, kWallLowZ};
-constexpr u8 kHighWall[3] = {kWallHighX, kWallHighY, kWallHighZ};
 
 /// A contact with a solid.
 struct SolidContact {

@@ -27,15 +27,17 @@ class iVolume : public iObject {
   using iObject::iObject;
   iVolume() = default;
   i32 GetListIndex() const override { return kListGeometry; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryVolume; }
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   /// Appends the volumes with grids that this object stands for: itself, or a group's members.
   virtual void CollectMembers(std::vector<VolumeBase*>& /*out*/) {}
 
   VecInt3D mCells{};
-  Vec3d mExtent{};
+  Vec3d mExtent{};  ///< cells times the domain's cell, host units
   Vec3d mBoxMin{kHuge, kHuge, kHuge};
   Vec3d mBoxMax{-kHuge, -kHuge, -kHuge};
   Vec3d mCentre{};
+  Vec3d mOrigin{};  ///< lower corner, host units
   double mCellSize = 1.0;
   bool mHasSecondBox = false;  ///< a cached placement that `ExpandBounds` merges in
   GridLayout mSecondBox;
@@ -54,27 +56,43 @@ class VolumeBase : public iVolume {
   void GetCategories(u32& mask) const override;
   bool ReadParameters(void* context = nullptr) override;
   bool AfterLinks() override;
+  void ClearLinks() override;
   bool IsDirty() const override;
   void Release(bool full) override;
   void CollectMembers(std::vector<VolumeBase*>& out) override { out.push_back(this); }
 
+  /// Pads `mBoxMin` and `mBoxMax`, snaps them outwards to whole cells of `mCellSize` and sets the
+  /// cell counts; no cells when the box isn't finite or too large to count.
   virtual void UpdateBounds();
+  /// Places the grid on the box, in the memory that it has if the size is the same, and fills it
+  /// with the largest double. False, without a grid and inactive, when it can't be had.
   virtual bool AllocateGrid();
 
-  double DistanceAtGrid(const Vec3d& c) const;
-  double DistanceAtRelative(const Vec3d& p) const;
-  double DistanceAtWorld(const Vec3d& p) const;
+  double DistanceAtGrid(const Vec3d& c) const { return mGrid ? SampleLinear(*mGrid, c) : 0.0; }
+  double DistanceAtRelative(const Vec3d& p) const {
+    return mGrid ? SampleLinear(*mGrid, p * mGrid->mLayout.simToCell) : 0.0;
+  }
+  double DistanceAtWorld(const Vec3d& p) const {
+    return mGrid ? SampleLinear(*mGrid, mGrid->mLayout.ToCells(p)) : 0.0;
+  }
   /// Box minimum <= p < box maximum; false without a grid.
-  bool IsInBounds(const Vec3d& p) const;
+  bool IsInBounds(const Vec3d& p) const {
+    return mGrid && mBoxMin.x <= p.x && p.x < mBoxMax.x && mBoxMin.y <= p.y && p.y < mBoxMax.y &&
+           mBoxMin.z <= p.z && p.z < mBoxMax.z;
+  }
+  /// Distance less `offset` is below 0 in single precision.
   bool IsInsideRelative(const Vec3d& p, f32 offset = 0) const;
   bool IsInsideWorld(const Vec3d& p, f32 offset = 0) const;
   /// |distance| over the greatest interior distance.
   double DepthRelative(const Vec3d& p) const;
   double DepthWorld(const Vec3d& p) const;
-  /// Moves an inside point to `margin` cells outside the surface; false when it is outside.
+  /// Moves an inside point along the gradient so that it ends `margin` cells short of the surface;
+  /// false when it is outside.
   bool PushOut(Vec3d& position, bool isWorld, double margin) const;
   /// The same on a world position; also returns its grid position and the unit normal.
   bool PushOutGrid(Vec3d& position, Vec3d& gridPosition, Vec3d& normal, double margin) const;
+  /// Fills `record` for the surface moved outwards by `offset`; returns whether `position` (world)
+  /// is inside of it.
   bool ClosestSurface(const Vec3d& position, SurfaceRecord& record, double offset) const;
   Vec3d GradientAtGrid(const Vec3d& c) const;
   Vec3d GradientAtRelative(const Vec3d& p) const;
@@ -87,8 +105,8 @@ class VolumeBase : public iVolume {
 
   std::unique_ptr<EGrid<double>> mGrid;
   bool mInverted = false;
-  Vec3d mPadding{2, 2, 2};         ///< cells
-  bool mHasTag = false;            ///< the node carries the obstacle tag
+  Vec3d mPadding{2, 2, 2};  ///< cells
+  bool mHasTag = false;     ///< the node carries the obstacle tag
   bool mDeriveMass = false;
   i32 mSubIndex = -1;              ///< index in a group, -1 stands alone
   double mMaximumDistance = -1e7;  ///< greatest interior distance of the voxeliser

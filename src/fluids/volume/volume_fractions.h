@@ -1,8 +1,10 @@
 // How much of faces, edges and cells a distance field fills.
 #pragma once
+#include <array>
 #include <map>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "framework/iobject.h"
 #include "grids/egrid.h"
@@ -12,31 +14,41 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 enum class FractionMethod : i32 { Sampled = 0, Analytic = 1, Tetrahedra = 2 };
 
 enum FractionKind : u32 {
-  kFractionCell = 1,           ///< key (0, 0)
-  kFractionFaces = 2,          ///< keys (axis, 1): area fractions
-  kFractionEdges = 4,          ///< keys (axis, 2): control volumes of edges
-  kFractionFaceVolumes = 8,    ///< keys (axis, 3): control volumes of faces
+  kFractionCell = 1,         ///< key (0, 0)
+  kFractionFaces = 2,        ///< keys (axis, 1): area fractions
+  kFractionEdges = 4,        ///< keys (axis, 2): control volumes of edges
+  kFractionFaceVolumes = 8,  ///< keys (axis, 3): control volumes of faces
 };
 
 /// Fractions of faces, edges and cells inside (or with `mInvert` outside) the zero surface of a
-/// signed distance field; values 0 to 1, single precision.
+/// signed distance field; values 0 to 1, single precision, over the cells of the field's layout.
+///
+/// Faces with `FractionMethod::Analytic` have all their layers; the other methods leave the last
+/// layer of a face grid at 0. With `kFractionEdges` and `kFractionFaceVolumes` together all is
+/// measured by control-volume sampling, which knows no inversion. The fractions of a step are
+/// zeroed by `Prepare` and filled by `Evaluate` on the owner's workers, each over z slabs of cells.
 class Grid_VolumeFractions : public iObject {
  public:
   Grid_VolumeFractions() = default;
-  Grid_VolumeFractions(const Grid_VolumeFractions&);
+  Grid_VolumeFractions(const Grid_VolumeFractions& other);
+  /// The settings that an owner then changes: 2 samples, not inverted.
   bool ReadParameters(void* context = nullptr) override;
   void Reset() override;
   void Release(bool full) override;
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<Grid_VolumeFractions>(*this);
+  }
 
-  /// The grid of a field; null when it couldn't be allocated. A key that isn't there is a programming
-  /// error: std::out_of_range "invalid map<K, T> key".
+  /// The grid of a field; null when it couldn't be allocated. A key that isn't there is a
+  /// programming error: std::out_of_range "invalid map<K, T> key".
   EGrid<float>* GetRead(i32 axis, i32 kind) const;
   EGrid<float>* GetWrite(i32 axis, i32 kind) const { return GetRead(axis, kind); }
   bool HasField(i32 axis, i32 kind) const { return mFields.contains({axis, kind}); }
   bool HasFields() const { return !mFields.empty(); }
-  /// Zeroes the face fractions of `axis` in the layers at closed walls.
+  /// Zeroes the face fractions of `axis` in the layers at closed walls (bits of `WallBit`): the
+  /// outermost layer, and along the faces' own axis the one inside it as well.
   void ZeroWallFaces(i32 axis, u8 walls);
 
   /// Where the distance field comes from, told by the owner before `Prepare`: the grid, or when
@@ -48,11 +60,32 @@ class Grid_VolumeFractions : public iObject {
   Source mSource;
   FractionMethod mMethod = FractionMethod::Sampled;
   u32 mKinds = 0;
-  i32 mSamples = 2;
+  i32 mSamples = 2;  ///< per axis; sub-cells of control volumes are 2^mSamples per axis
   bool mInvert = false;
 
  private:
+  /// Samples inside, for each octant of a cell: bit 0 upper half in x, bit 1 in y, bit 2 in z.
+  using Octants = std::array<i32, 8>;
+  struct OctantLayers;
+
+  const GridLayout* SourceLayout() const;
+  bool SetField(i32 axis, i32 kind, i32 gridKind, bool wanted, const GridLayout& layout);
+  bool IsControlVolume() const {
+    return (mKinds & kFractionEdges) && (mKinds & kFractionFaceVolumes);
+  }
+  void EvaluateField(EGrid<float>& field, const EvaluationThreadData& data, bool analytic) const;
+  void AnalyticFaces(EGrid<float>& field, const EvaluationThreadData& data) const;
+  void NodalCells(EGrid<float>& field, const EvaluationThreadData& data) const;
+  void Tetrahedra(EGrid<float>& field, const EvaluationThreadData& data) const;
+  void SampledCount(EGrid<float>& field, const EvaluationThreadData& data) const;
+  void ControlVolumes(const EvaluationThreadData& data);
+  void CountLayer(i32 z, std::vector<Octants>& layer) const;
+  Octants CountCell(i32 x, i32 y, i32 z) const;
+  void GatherLayer(i32 z, const std::vector<Octants>& below, const std::vector<Octants>& here);
+
   std::map<std::pair<i32, i32>, std::unique_ptr<EGrid<float>>> mFields;
+  /// Two layers of sample counts for each worker.
+  std::vector<std::array<std::vector<Octants>, 2>> mScratch;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -7,7 +7,12 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// A triangle copy of a host polygon object in simulation space; it follows the object's animation
-/// and knows its motion of the last step.
+/// and knows its motion.
+///
+/// The document moves once a frame, so the copy takes its new place in the first substep of a frame
+/// and rests there in the others. The motion is spread over the whole frame: in each substep the
+/// velocities are that substep's share of it, and motion / `stepDuration` is the object's speed
+/// however a frame is cut.
 class Mesh : public iObject {
  public:
   Mesh() = default;
@@ -36,11 +41,13 @@ class Mesh : public iObject {
   virtual void UpdateBounds() { mMesh.UpdateBounds(); }
 
   void GetCentre(Vec3d& out) const { out = mMesh.GetBoundsCentre(); }
-  /// Motion per step at a point: linear + angular x (point - centre). Simulation units per step,
-  /// not scaled by transfer factors.
+  /// Motion in the present substep at a point: linear + angular x (point - centre). Simulation
+  /// units per step, not scaled by transfer factors.
   void GetVelocityAt(Vec3d& out, const Vec3d& point) const;
-  /// Motion per step; scaled by the rigid body's transfer factors, which are 1 without a body.
+  /// Motion in the present substep: simulation units, and axis times angle in radians. Scaled by
+  /// the rigid body's transfer factors, which are 1 without a body.
   void GetVelocities(Vec3d& linear, Vec3d& angular) const;
+  /// The same with angular x (point - centre) as `cross`.
   void GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const;
   /// A mesh without a rigid body is none of the three.
   bool IsDynamic() const { return false; }
@@ -49,26 +56,40 @@ class Mesh : public iObject {
   double GetDensity() const { return 1.0; }
   double GetMass() const { return 1.0; }
 
-  /// Set by a volume: the node that carries the obstacle tag, or null.
-  void SetTagOwner(host::BaseNode* owner) { mTagOwner = owner; }
+  /// Told by each volume over this mesh: its node if that carries the obstacle tag, else null.
+  void SetTagOwner(host::BaseNode* owner);
   /// Ready for use: the record holds triangles.
   bool HasTriangles() const { return mMesh.GetTriangleCount() > 0; }
+  /// Rises whenever vertices or triangles of the record change.
+  u32 Revision() const { return mRevision; }
 
   TriMeshSTL mMesh;
-  TriMeshSTL mPreviousMesh;
+  TriMeshSTL mPreviousMesh;  ///< state of the step before, then equal to `mMesh`
 
  private:
+  bool HasObjectChanged() const;
+  bool IsNextFrame() const;
+  bool CopyVertices();
+  void RebuildTriangles();
+  void TakeNormals();
+  void UpdateMotion(const Vec3d& centreBefore, bool pointsChanged);
+  void UpdateVertexVelocities(bool isStep);
+  double StepShare() const { return mTime ? mTime->stepFraction : 1.0; }
+
   host::PolygonObject* mObject = nullptr;
+  host::NodeId mObjectId = 0;
   host::BaseNode* mTagOwner = nullptr;
   u32 mPointDirty = 0;
   u32 mPolygonDirty = 0;
   Matrix mMatrix, mMatrixBefore;
+  Vec3d mWorldToSim{};
   bool mVertexVelocities = false;
-  Vec3d mLinearVelocity{};
-  Vec3d mAngularVelocity{};
+  Vec3d mLinearVelocity{};   ///< simulation units per frame
+  Vec3d mAngularVelocity{};  ///< axis times angle per frame
   bool mTagPresent = false;
   bool mHasHistory = false;  ///< a state of the step before exists
   bool mSettling = false;    ///< moved in the last step: velocities go to zero in the next one
+  u32 mRevision = 0;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -10,9 +10,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Data of one vertex beside its position: columns of `TriMeshSTL`, empty until first set.
 struct VertexColumns {
-  std::vector<Vec3d> velocity;   ///< simulation units per second
-  std::vector<Vec3d> normal;     ///< property 34
-  std::vector<double> curvature; ///< property 13
+  std::vector<Vec3d> velocity;    ///< simulation units per second
+  std::vector<Vec3d> normal;      ///< property 34
+  std::vector<double> curvature;  ///< property 13
   void Clear() { velocity.clear(), normal.clear(), curvature.clear(); }
 };
 

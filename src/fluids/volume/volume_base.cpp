@@ -1,0 +1,178 @@
+#include "fluids/volume/volume_base.h"
+
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+void iVolume::ExpandBounds(Vec3d& min, Vec3d& max) {
+  min = Min(min, mBoxMin);
+  max = Max(max, mBoxMax);
+  if (Has(FLAG_CACHED) && mHasSecondBox) {
+    min = Min(min, mSecondBox.simOrigin);
+    max = Max(max, mSecondBox.simMax);
+  }
+}
+
+VolumeBase::VolumeBase(const VolumeBase& other)
+    : iVolume(other),
+      mInverted(other.mInverted),
+      mPadding(other.mPadding),
+      mHasTag(other.mHasTag),
+      mDeriveMass(other.mDeriveMass),
+      mSubIndex(other.mSubIndex),
+      mMaximumDistance(other.mMaximumDistance),
+      mMesh(other.mMesh) {
+  if (other.HasGridData()) mGrid = std::make_unique<EGrid<double>>(*other.mGrid);
+}
+
+void VolumeBase::GetCategories(u32& mask) const {
+  iVolume::GetCategories(mask);
+  if (mHasTag && !mDeriveMass) mask |= kCategoryActiveVolume;
+}
+
+bool VolumeBase::ReadParameters(void* context) {
+  if (!iVolume::ReadParameters(context)) return false;
+  mInverted = mInterface.GetBool(1007);
+  const double padding = mInterface.GetReal(1008);
+  mPadding = {padding, padding, padding};
+  mDeriveMass = mInterface.GetBool(1018);
+  SetFlag(FLAG_AFFECTS_BOUNDS, mInterface.GetBool(1001));
+  return true;
+}
+
+bool VolumeBase::AfterLinks() {
+  mHasTag = Node() && Node()->Tag(host::kObstacleTag);
+  if (mMesh) mMesh->SetTagOwner(mHasTag ? Node() : nullptr);
+  return true;
+}
+
+void VolumeBase::ClearLinks() {
+  mMesh = nullptr;
+  iVolume::ClearLinks();
+}
+
+bool VolumeBase::IsDirty() const {
+  return Has(FLAG_DIRTY) && (!mTime || mTime->substep < 2 || Has(FLAG_MOVED));
+}
+
+void VolumeBase::Release(bool full) {
+  mGrid.reset();
+  mCells = {};
+  mBoxMin = {kHuge, kHuge, kHuge};
+  mBoxMax = {-kHuge, -kHuge, -kHuge};
+  iVolume::Release(full);
+}
+
+void VolumeBase::UpdateBounds() {
+  mCells = {};
+  const double size = static_cast<f32>(mCellSize);
+  const Vec3d pad = mPadding * mCellSize;
+  mBoxMin -= pad;
+  mBoxMax += pad;
+  VecInt3D cells{};
+  for (int a = 0; a < 3; ++a) {
+    mBoxMin[a] = std::floor(mBoxMin[a] / size) * size;
+    mBoxMax[a] = std::ceil(mBoxMax[a] / size) * size;
+    // A flat mesh without padding can lie in a plane of nodes.
+    if (mBoxMin[a] == mBoxMax[a]) mBoxMax[a] += size;
+    const double count = (mBoxMax[a] - mBoxMin[a]) / size;
+    if (!(count > 0.5 && count < 1e9)) return;
+    cells[a] = TruncateNudged(count);
+  }
+  mCells = cells;
+  const Vec3d metric = GetDomain().worldCell;
+  mExtent = ToReal(mCells) * metric;
+  mOrigin = (mBoxMin / size) * metric;
+}
+
+bool VolumeBase::AllocateGrid() {
+  const VecInt3D dims = mCells + VecInt3D{1, 1, 1};
+  constexpr i64 limit = std::numeric_limits<i32>::max();
+  const i64 layer = i64{dims.x} * dims.y;
+  if (mCells == VecInt3D{} || layer > limit || layer * dims.z > limit) {
+    mGrid.reset();
+    return Deactivate("its box is empty or too large for its cell size");
+  }
+  const f32 cellSize = static_cast<f32>(mCellSize);
+  if (HasGridData() && mGrid->Dims() == dims) {
+    mGrid->mLayout.Set(mCells, mExtent, cellSize, mOrigin);
+  } else {
+    mGrid.reset();
+    mGrid = std::make_unique<EGrid<double>>(dims, mExtent, cellSize, kNode, mOrigin);
+  }
+  if (!mGrid->mData) {
+    mGrid.reset();
+    return Deactivate("there is no memory for its grid");
+  }
+  mGrid->Fill(kHuge);
+  mGrid->mRangeMin = -mCellSize;
+  mGrid->mRangeMax = mCellSize;
+  SetFlag(FLAG_ACTIVE, true);
+  return true;
+}
+
+// ---- point operations -------------------------------------------------------------------------
+
+bool VolumeBase::IsInsideRelative(const Vec3d& p, f32 offset) const {
+  return mGrid && !(static_cast<f32>(DistanceAtRelative(p) - offset) >= 0);
+}
+
+bool VolumeBase::IsInsideWorld(const Vec3d& p, f32 offset) const {
+  return mGrid && !(static_cast<f32>(DistanceAtWorld(p) - offset) >= 0);
+}
+
+double VolumeBase::DepthRelative(const Vec3d& p) const {
+  return std::abs(DistanceAtRelative(p)) / mMaximumDistance;
+}
+
+double VolumeBase::DepthWorld(const Vec3d& p) const {
+  return std::abs(DistanceAtWorld(p)) / mMaximumDistance;
+}
+
+bool VolumeBase::PushOut(Vec3d& position, bool isWorld, double margin) const {
+  if (!mGrid) return false;
+  const Vec3d origin = isWorld ? mGrid->mLayout.simOrigin : Vec3d{};
+  const Vec3d relative = position - origin;
+  const double d = DistanceAtRelative(relative);
+  if (static_cast<f32>(d) >= 0) return false;
+  const Vec3d normal = Normalised(GradientAtRelative(relative));
+  position = relative - normal * (mCellSize * margin + d) + origin;
+  return true;
+}
+
+bool VolumeBase::PushOutGrid(Vec3d& position, Vec3d& gridPosition, Vec3d& normal,
+                             double margin) const {
+  if (!mGrid) return false;
+  const double d = DistanceAtWorld(position);
+  if (static_cast<f32>(d) >= 0) return false;
+  normal = Normalised(GradientAtWorld(position));
+  position -= normal * (mCellSize * margin + d);
+  gridPosition = position * mGrid->mLayout.simToCell - ToReal(mGrid->mLayout.originCell);
+  return true;
+}
+
+bool VolumeBase::ClosestSurface(const Vec3d& position, SurfaceRecord& record, double offset) const {
+  record = {};
+  record.point = position;
+  if (!mGrid) return false;
+  record.distance = DistanceAtWorld(position) - offset;
+  if (static_cast<f32>(record.distance) >= 0) return false;
+  record.inside = true;
+  record.normal = Normalised(GradientAtWorld(position));
+  record.point = position - record.normal * record.distance;
+  return true;
+}
+
+Vec3d VolumeBase::GradientAtGrid(const Vec3d& c) const {
+  return mGrid ? SampleGradient(*mGrid, c, mGrid->mLayout.cellSize) : Vec3d{};
+}
+
+Vec3d VolumeBase::GradientAtRelative(const Vec3d& p) const {
+  return mGrid ? GradientAtGrid(p * mGrid->mLayout.simToCell) : Vec3d{};
+}
+
+Vec3d VolumeBase::GradientAtWorld(const Vec3d& p) const {
+  return mGrid ? GradientAtGrid(mGrid->mLayout.ToCells(p)) : Vec3d{};
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,53 @@
+// A mesh as a volume.
+#pragma once
+#include "fluids/volume/volume_base.h"
+#include "fluids/volume/voxeliser.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A volume that voxelises a mesh node. It runs in every frame and measures anew only when the
+/// mesh, the cells or its own parameters changed.
+class VolumeMesh : public VolumeBase {
+ public:
+  VolumeMesh() = default;
+  VolumeMesh(host::BaseNode* node, Scene* scene);
+  VolumeMesh(const VolumeMesh& other) = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeVolumeMesh; }
+  void GetCategories(u32& mask) const override;
+  bool IsSequential() const override { return true; }
+  bool RunsOnRefresh() const override { return true; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void CheckDirty() override;
+  void Release(bool full) override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<VolumeMesh>(*this); }
+
+  /// Unit normal of the triangle that is nearest to node `index` of the grid; zero for a degenerate
+  /// triangle, (0, 1, 0) where there is none.
+  Vec3d TriangleNormalAt(i32 index) const;
+
+ private:
+  /// All that the distances depend on.
+  struct State {
+    const Mesh* mesh = nullptr;
+    u32 revision = 0;
+    double cellSize = 0;
+    Vec3d metric{};
+    double padding = 0;
+    double thickness = 0;
+    bool inverted = false;
+    friend bool operator==(const State&, const State&) = default;
+  };
+  State CurrentState() const;
+
+  VolumeVoxeliser mVoxeliser;
+  double mShellThickness = 1.0;
+  i32 mThreadLimit = 0;  ///< 0: the scene's thread count
+  State mVoxelised;      ///< what the grid was made from
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
