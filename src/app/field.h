@@ -1,0 +1,32 @@
+// What a node offers to exports: its grids and what they mean.
+#pragma once
+#include <array>
+#include <optional>
+
+#include "framework/scene.h"
+#include "grids/egrid.h"
+
+namespace MELDO_GLOBAL::app {
+
+/// A field of a node at the end of a frame. The grids belong to the node and are null while it has
+/// none.
+struct Field {
+  enum class Kind {
+    Scalar,    ///< one grid at cell centres
+    Vector,    ///< three grids at cell centres
+    Velocity,  ///< three grids on faces, simulation units per second
+    LevelSet,  ///< one grid of signed distances, negative inside
+  };
+  Kind kind = Kind::Scalar;
+  std::array<const EGrid<double>*, 3> grids{};
+  double valueMax = 1;  ///< upper end of the value range
+  bool isHeat = false;  ///< temperature or fire: drawn in warm colours
+  f32 cellSize = 1;     ///< of the scene, where there is no grid
+
+  bool HasGrid() const { return grids[0] && grids[0]->mData; }
+};
+
+/// The field of a core object: a channel, a solver (its velocity) or a volume; empty for any other.
+std::optional<Field> FieldOf(const MELDO_SULVA::iBase& object);
+
+}  // namespace MELDO_GLOBAL::app

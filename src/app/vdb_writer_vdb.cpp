@@ -1,0 +1,254 @@
+#include <openvdb/io/Archive.h>
+#include <openvdb/openvdb.h>
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+#include "app/vdb_writer.h"
+
+namespace MELDO_GLOBAL::app {
+
+namespace {
+
+using openvdb::Coord;
+
+/// Where the samples of a grid stand in a file.
+struct Placement {
+  Coord first;  ///< voxel of sample (0, 0, 0)
+  VecInt3D dims{};
+  openvdb::math::Transform::Ptr transform;
+};
+
+Placement PlacementOf(const EGrid<double>& grid, const VecInt3D& dims, const Vec3d& offset) {
+  const GridLayout& layout = grid.mLayout;
+  const double h = layout.cellSize;
+  Placement placement;
+  Vec3d shift;
+  VecInt3D first;
+  for (int a = 0; a < 3; ++a) {
+    first[a] = static_cast<i32>(std::floor(layout.simOrigin[a] / h + 0.5));
+    // Containers stand on whole cells; what rounding leaves of that must not move the voxels.
+    shift[a] = layout.simOrigin[a] - first[a] * h;
+    if (std::abs(shift[a]) < 1e-4 * h) shift[a] = 0;
+    shift[a] += offset[a] * h;
+  }
+  placement.first = Coord(first.x, first.y, first.z);
+  placement.dims = dims;
+  placement.transform = openvdb::math::Transform::createLinearTransform(h);
+  placement.transform->postTranslate(openvdb::Vec3d(shift.x, shift.y, shift.z));
+  return placement;
+}
+
+constexpr int kLeaf = 8;
+constexpr int kLeafShift = 3;
+
+/// Calls f(leaf corner, box of the container's voxels in the leaf) for every leaf that meets the
+/// container.
+template <class F>
+void ForEachLeaf(const Placement& p, F&& f) {
+  const Coord end = p.first + Coord(p.dims.x, p.dims.y, p.dims.z);
+  const auto corner = [](int i) { return (i >> kLeafShift) * kLeaf; };
+  for (int x = corner(p.first.x()); x < end.x(); x += kLeaf)
+    for (int y = corner(p.first.y()); y < end.y(); y += kLeaf)
+      for (int z = corner(p.first.z()); z < end.z(); z += kLeaf) {
+        const Coord low(x, y, z);
+        f(low, openvdb::CoordBBox(Coord::maxComponent(low, p.first),
+                                  Coord::minComponent(low.offsetBy(kLeaf), end).offsetBy(-1)));
+      }
+}
+
+/// Fills the leaves of a tree from a dense box: sample(x, y, z) of container indices gives the
+/// value, isActive(value) whether the voxel is active. A leaf without active voxels is left out.
+template <class Tree, class Sample, class IsActive>
+void FillTree(Tree& tree, const Placement& p, Sample&& sample, IsActive&& isActive) {
+  using Leaf = typename Tree::LeafNodeType;
+  ForEachLeaf(p, [&](const Coord& low, const openvdb::CoordBBox& box) {
+    auto leaf = std::make_unique<Leaf>(low, tree.background(), false);
+    for (int x = box.min().x(); x <= box.max().x(); ++x)
+      for (int y = box.min().y(); y <= box.max().y(); ++y)
+        for (int z = box.min().z(); z <= box.max().z(); ++z) {
+          const auto value = sample(x - p.first.x(), y - p.first.y(), z - p.first.z());
+          if (isActive(value)) leaf->setValueOn(Leaf::coordToOffset(Coord(x, y, z)), value);
+        }
+    if (!leaf->isEmpty()) tree.addLeaf(leaf.release());
+  });
+}
+
+openvdb::GridBase::Ptr EncodeScalar(const Field& field) {
+  auto out = openvdb::FloatGrid::create(0.0f);
+  out->setGridClass(openvdb::GRID_FOG_VOLUME);
+  if (!field.HasGrid()) return out;
+  const EGrid<double>& grid = *field.grids[0];
+  const Placement p = PlacementOf(grid, grid.Dims(), OffsetOf(grid.mKind));
+  out->setTransform(p.transform);
+  FillTree(
+      out->tree(), p, [&](int x, int y, int z) { return static_cast<float>(grid(x, y, z)); },
+      [](float v) { return v != 0; });
+  return out;
+}
+
+openvdb::GridBase::Ptr EncodeVector(const Field& field) {
+  auto out = openvdb::Vec3SGrid::create(openvdb::Vec3s(0));
+  if (!field.HasGrid() || !field.grids[1] || !field.grids[2]) return out;
+  const auto& g = field.grids;
+  const Placement p = PlacementOf(*g[0], g[0]->Dims(), OffsetOf(g[0]->mKind));
+  out->setTransform(p.transform);
+  FillTree(
+      out->tree(), p,
+      [&](int x, int y, int z) {
+        return openvdb::Vec3s(static_cast<float>((*g[0])(x, y, z)),
+                              static_cast<float>((*g[1])(x, y, z)),
+                              static_cast<float>((*g[2])(x, y, z)));
+      },
+      [](const openvdb::Vec3s& v) { return v != openvdb::Vec3s(0); });
+  return out;
+}
+
+openvdb::GridBase::Ptr EncodeVelocity(const Field& field) {
+  auto out = openvdb::Vec3SGrid::create(openvdb::Vec3s(0));
+  out->setGridClass(openvdb::GRID_STAGGERED);
+  out->setVectorType(openvdb::VEC_CONTRAVARIANT_RELATIVE);
+  out->setIsInWorldSpace(true);
+  if (!field.HasGrid() || !field.grids[1] || !field.grids[2]) return out;
+  const auto& g = field.grids;
+  // One voxel more than there are cells on each axis, for the faces at the high sides.
+  const Placement p = PlacementOf(*g[0], g[0]->mLayout.dims + VecInt3D{1, 1, 1}, {0.5, 0.5, 0.5});
+  out->setTransform(p.transform);
+  const auto component = [](const EGrid<double>& grid, int x, int y, int z) {
+    const bool isInside = x < grid.mNx && y < grid.mNy && z < grid.mNz;
+    return isInside ? static_cast<float>(grid(x, y, z)) : 0.0f;
+  };
+  FillTree(
+      out->tree(), p,
+      [&](int x, int y, int z) {
+        return openvdb::Vec3s(component(*g[0], x, y, z), component(*g[1], x, y, z),
+                              component(*g[2], x, y, z));
+      },
+      [](const openvdb::Vec3s&) { return true; });
+  return out;
+}
+
+openvdb::GridBase::Ptr EncodeLevelSet(const Field& field) {
+  const double h = field.HasGrid() ? field.grids[0]->mLayout.cellSize : field.cellSize;
+  const float band = static_cast<float>(kLevelSetBand * h);
+  const auto create = [&](float background) {
+    auto out = openvdb::FloatGrid::create(background);
+    out->setGridClass(openvdb::GRID_LEVEL_SET);
+    return out;
+  };
+  if (!field.HasGrid()) return create(band);
+  const EGrid<double>& grid = *field.grids[0];
+  // What lies beyond the grid is on the side that its corner is on: inside for an inverted volume.
+  auto out = create(grid(0, 0, 0) < 0 ? -band : band);
+  const Placement p = PlacementOf(grid, grid.Dims(), OffsetOf(grid.mKind));
+  out->setTransform(p.transform);
+  auto& tree = out->tree();
+  using Leaf = openvdb::FloatTree::LeafNodeType;
+  ForEachLeaf(p, [&](const Coord& low, const openvdb::CoordBBox& box) {
+    auto leaf = std::make_unique<Leaf>(low, tree.background(), false);
+    for (int x = box.min().x(); x <= box.max().x(); ++x)
+      for (int y = box.min().y(); y <= box.max().y(); ++y)
+        for (int z = box.min().z(); z <= box.max().z(); ++z) {
+          const float d =
+              static_cast<float>(grid(x - p.first.x(), y - p.first.y(), z - p.first.z()));
+          const auto offset = Leaf::coordToOffset(Coord(x, y, z));
+          if (std::abs(d) < band) {
+            leaf->setValueOn(offset, d);
+          } else {
+            leaf->setValueOff(offset, d < 0 ? -band : band);
+          }
+        }
+    float same;
+    bool active;
+    if (!leaf->isConstant(same, active)) {
+      tree.addLeaf(leaf.release());
+    } else if (same != tree.background()) {
+      tree.addTile(1, low, same, false);
+    }
+  });
+  return out;
+}
+
+openvdb::GridBase::Ptr Encode(const Field& field) {
+  switch (field.kind) {
+    case Field::Kind::Vector: return EncodeVector(field);
+    case Field::Kind::Velocity: return EncodeVelocity(field);
+    case Field::Kind::LevelSet: return EncodeLevelSet(field);
+    default: return EncodeScalar(field);
+  }
+}
+
+/// An archive that writes to any seekable stream.
+class MemoryArchive : public openvdb::io::Archive {
+ public:
+  MemoryArchive() {
+    setCompression(
+        openvdb::io::COMPRESS_ACTIVE_MASK |
+        (hasBloscCompression() ? openvdb::io::COMPRESS_BLOSC : openvdb::io::COMPRESS_ZIP));
+  }
+  using Archive::write;
+  void WriteTo(std::ostream& out, const openvdb::GridCPtrVec& grids) const {
+    write(out, grids, /*seekable=*/true);
+  }
+};
+
+/// 64-bit FNV-1a over words, from a start of choice.
+u64 HashWords(const std::string& bytes, u64 hash) {
+  std::size_t at = 0;
+  for (; at + 8 <= bytes.size(); at += 8) {
+    u64 word;
+    std::memcpy(&word, bytes.data() + at, 8);
+    hash = (hash ^ word) * 0x100000001b3ull;
+    hash ^= hash >> 29;
+  }
+  for (; at < bytes.size(); ++at) hash = (hash ^ static_cast<u8>(bytes[at])) * 0x100000001b3ull;
+  return hash;
+}
+
+/// The identifier stands behind magic number, three version words and a flag, as 36 characters.
+constexpr std::size_t kIdOffset = 8 + 3 * 4 + 1, kIdLength = 36;
+
+void ReplaceIdentifier(std::string& bytes) {
+  bytes.replace(kIdOffset, kIdLength, std::string(kIdLength, '0'));
+  const u64 words[2] = {HashWords(bytes, 0xcbf29ce484222325ull),
+                        HashWords(bytes, 0x9e3779b97f4a7c15ull)};
+  u8 id[16];
+  std::memcpy(id, words, 16);
+  id[6] = (id[6] & 0x0f) | 0x80;  // version 8: made by an application's own rule
+  id[8] = (id[8] & 0x3f) | 0x80;
+  std::string text;
+  for (int i = 0; i < 16; ++i) {
+    constexpr char digits[] = "0123456789abcdef";
+    text += digits[id[i] >> 4];
+    text += digits[id[i] & 15];
+    if (i == 3 || i == 5 || i == 7 || i == 9) text += '-';
+  }
+  bytes.replace(kIdOffset, kIdLength, text);
+}
+
+}  // namespace
+
+std::string EncodeVdb(const std::vector<NamedField>& fields) {
+  openvdb::initialize();
+  openvdb::GridCPtrVec grids;
+  for (const NamedField& named : fields) {
+    const openvdb::GridBase::Ptr grid = Encode(named.field);
+    if (!named.field.HasGrid()) {
+      const double h = named.field.cellSize;
+      grid->setTransform(openvdb::math::Transform::createLinearTransform(h));
+      if (named.field.kind != Field::Kind::LevelSet)
+        grid->transform().postTranslate(openvdb::Vec3d(0.5 * h));
+    }
+    grid->setName(named.name);
+    grid->setCreator("Sulva");
+    grids.push_back(grid);
+  }
+  std::ostringstream out(std::ios::binary);
+  MemoryArchive().WriteTo(out, grids);
+  std::string bytes = std::move(out).str();
+  ReplaceIdentifier(bytes);
+  return bytes;
+}
+
+}  // namespace MELDO_GLOBAL::app
