@@ -8,6 +8,9 @@
 
 #include "app/atomic_file.h"
 #include "app/exit_codes.h"
+#include "app/exporter.h"
+#include "app/measure.h"
+#include "app/node_names.h"
 #include "app/progress.h"
 #include "app/scene_file.h"
 #include "app/simulation.h"
@@ -40,6 +43,8 @@ class Run {
         mSelected(Select()),
         mProgress(mSimulation.Range().first, mSelected.last,
                   options.quiet ? ProgressStyle::Quiet : StyleOfStandardError()),
+        mNames(*scene.document),
+        mExporter(scene.exports, out),
         mStatistics(out / "stats.jsonl") {
     if (options.trace) mSimulation.PrintTrace();
   }
@@ -93,7 +98,14 @@ class Run {
           mProgress.Error(mSimulation.MemoryRefusal());
           return kExitMemory;
       }
+      for (const auto& scene : mSimulation.Scenes()) MeasureScene(*scene, mNames, record);
+      const std::string broken = FindNonFinite(record);
+      if (!broken.empty()) {
+        mProgress.Error(fmt::format("frame {}: {} is no longer finite", frame, broken));
+        return kExitNonFinite;
+      }
       if (mSelected.Contains(frame)) {
+        mExporter.Write(frame, mSimulation.Scenes());
         mStatistics.WriteFrame(record);
         ++mFramesWritten;
       }
@@ -112,6 +124,8 @@ class Run {
   Simulation mSimulation;
   const FrameRange mSelected;
   Progress mProgress;
+  const NodeNames mNames;
+  const Exporter mExporter;
   StatisticsFile mStatistics;
   i32 mFramesWritten = 0;
 };

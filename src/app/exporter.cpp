@@ -1,0 +1,173 @@
+#include "app/exporter.h"
+
+#include <algorithm>
+
+#include "app/atomic_file.h"
+#include "app/exit_codes.h"
+#include "app/vdb_writer.h"
+#include "fluids/dynamics/fluid_solver.h"
+#include "fluids/volume/volume_base.h"
+#include "host/polygon_object.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace MELDO_SULVA;
+namespace fs = std::filesystem;
+
+namespace {
+
+/// The core object of a node and the scene that owns it.
+struct Found {
+  const Scene* scene = nullptr;
+  const iBase* object = nullptr;
+};
+
+Found Find(const Exporter::Scenes& scenes, host::NodeId node) {
+  for (const auto& scene : scenes)
+    for (i32 list = 1; list <= 11; ++list) {
+      const auto found = scene->List(list).find(node);
+      if (found != scene->List(list).end()) return {scene.get(), found->second.get()};
+    }
+  return {};
+}
+
+bool LeadsOut(const fs::path& path) {
+  return path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end();
+}
+
+/// A box in simulation units.
+struct Box {
+  Vec3d min, max;
+};
+
+/// The user's box of the first solver of a scene, on whole cells.
+std::optional<Box> SolverBox(const Scene& scene) {
+  for (const auto& [id, solver] : scene.List(kListSolvers)) {
+    if (!dynamic_cast<const FluidSolver*>(solver.get()) || !solver->Has(FLAG_ENABLED)) continue;
+    const Vec3d scale = scene.mDomain.worldToSim;
+    const Vec3d size = solver->mInterface.GetVector(1010) * scale;
+    const Vec3d offset = size * solver->mInterface.GetVector(1028);
+    const double h = scene.mDomain.cellSize;
+    Box box;
+    box.min = solver->Node()->GlobalMatrix().offset * scale - offset;
+    box.max = box.min + size;
+    for (int a = 0; a < 3; ++a) {
+      box.min[a] = std::ceil(box.min[a] / h - 1e-6) * h;
+      box.max[a] = std::floor(box.max[a] / h + 1e-6) * h;
+      if (!(box.max[a] > box.min[a])) box.max[a] = box.min[a] + h;
+    }
+    return box;
+  }
+  return {};
+}
+
+/// The lengths of a staggered field at the centres of its cells.
+std::unique_ptr<EGrid<double>> SpeedOf(const Field& field) {
+  auto speed = std::make_unique<EGrid<double>>(field.grids[0]->mLayout, kCentre);
+  if (!speed->mData) throw std::bad_alloc();
+  const auto& g = field.grids;
+  ForEachCell({{0, 0, 0}, speed->Dims()}, [&](i32 x, i32 y, i32 z) {
+    const Vec3d u{(*g[0])(x, y, z) + (*g[0])(x + 1, y, z), (*g[1])(x, y, z) + (*g[1])(x, y + 1, z),
+                  (*g[2])(x, y, z) + (*g[2])(x, y, z + 1)};
+    (*speed)(x, y, z) = 0.5 * Length(u);
+  });
+  return speed;
+}
+
+/// What a picture shows, with the grids that were made for it.
+struct PictureContent {
+  std::vector<PreviewLayer> layers;
+  std::vector<PreviewSolid> solids;
+  std::vector<std::unique_ptr<EGrid<double>>> made;
+  std::optional<Box> content;  ///< union of the grids
+  const Scene* scene = nullptr;
+
+  void Add(const Field& field, bool isFirst);
+  void AddSolids(const Exporter::Scenes& scenes);
+};
+
+void PictureContent::Add(const Field& field, bool isFirst) {
+  if (!field.HasGrid()) return;
+  const GridLayout& layout = field.grids[0]->mLayout;
+  content = content ? Box{{Min(content->min, layout.simOrigin)}, {Max(content->max, layout.simMax)}}
+                    : Box{layout.simOrigin, layout.simMax};
+  if (field.kind == Field::Kind::LevelSet) {
+    solids.push_back({field.grids[0], false});
+    return;
+  }
+  PreviewLayer layer;
+  layer.palette = field.isHeat || !isFirst ? Palette::Heat : Palette::Smoke;
+  layer.full = field.valueMax > 0 && field.valueMax < 1e12 ? field.valueMax : 1;
+  if (field.kind == Field::Kind::Velocity) {
+    made.push_back(SpeedOf(field));
+    layer.grids[0] = made.back().get();
+    layer.palette = Palette::Dust;
+    layer.full = 10;  // metres a second
+  } else {
+    for (int i = 0; i < 3; ++i) layer.grids[i] = field.grids[i];
+  }
+  layers.push_back(layer);
+}
+
+void PictureContent::AddSolids(const Exporter::Scenes& scenes) {
+  for (const auto& owner : scenes)
+    for (const auto& [id, object] : owner->List(kListGeometry)) {
+      const auto* volume = dynamic_cast<const VolumeBase*>(object.get());
+      if (!volume || !volume->HasGridData() || !volume->Has(FLAG_ENABLED) || volume->mInverted)
+        continue;
+      const bool isListed = std::any_of(solids.begin(), solids.end(), [&](const PreviewSolid& s) {
+        return s.distance == volume->GetGrid();
+      });
+      if (!isListed) solids.push_back({volume->GetGrid(), !volume->mHasTag});
+    }
+}
+
+}  // namespace
+
+Exporter::Exporter(std::vector<ExportSpec> exports, fs::path folder)
+    : mExports(std::move(exports)), mFolder(std::move(folder)) {
+  for (const ExportSpec& spec : mExports)
+    if (LeadsOut(spec.file))
+      throw CommandError(kExitInvalidScene,
+                         "export \"" + spec.file + "\" leads out of the output folder");
+  if (!mExports.empty()) MakeFolder(mFolder);
+}
+
+void Exporter::Write(i32 frame, const Scenes& scenes) const {
+  for (const ExportSpec& spec : mExports) {
+    const std::string bytes =
+        spec.format == "vdb" ? EncodeVolumes(spec, scenes) : EncodePicture(spec, scenes);
+    WriteFileAtomically(mFolder / host::FrameFileName(spec.file, frame), bytes);
+  }
+}
+
+std::string Exporter::EncodeVolumes(const ExportSpec& spec, const Scenes& scenes) const {
+  std::vector<NamedField> fields;
+  for (const auto& [name, node] : spec.grids) {
+    const Found found = Find(scenes, node);
+    const std::optional<Field> field = found.object ? FieldOf(*found.object) : std::nullopt;
+    if (field) fields.push_back({name, *field});
+  }
+  return EncodeVdb(fields);
+}
+
+std::string Exporter::EncodePicture(const ExportSpec& spec, const Scenes& scenes) const {
+  PictureContent content;
+  bool isFirst = true;
+  for (const auto& [name, node] : spec.grids) {
+    const Found found = Find(scenes, node);
+    const std::optional<Field> field = found.object ? FieldOf(*found.object) : std::nullopt;
+    if (!field) continue;
+    if (!content.scene) content.scene = found.scene;
+    content.Add(*field, isFirst);
+    isFirst = false;
+  }
+  const Scene& scene = content.scene ? *content.scene : *scenes.front();
+  content.AddSolids(scenes);
+  const double h = scene.mDomain.cellSize;
+  const Box box = SolverBox(scene).value_or(content.content.value_or(Box{{}, {h, h, h}}));
+  PreviewView view{box.min, box.max, h, spec.axis == 'x' ? 0 : spec.axis == 'y' ? 1 : 2};
+  return EncodePng(DrawPreview(view, content.layers, content.solids));
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,54 @@
+#include "app/field.h"
+
+#include "fluids/channels/channel.h"
+#include "fluids/dynamics/fluid_solver.h"
+#include "fluids/volume/volume_base.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace MELDO_SULVA;
+
+namespace {
+
+using ScalarChannel = ChannelBase_Scalar<double, EGrid<double>>;
+using VectorChannel = ChannelBase_Vector<Vec3d, EGrid<double>>;
+
+Field FieldOfScalar(const ScalarChannel& channel) {
+  Field field;
+  field.kind =
+      channel.GetTypeId() == kTypeLevelsetChannel ? Field::Kind::LevelSet : Field::Kind::Scalar;
+  field.grids[0] = channel.GetGrid(0);
+  field.valueMax = channel.mValueMax;
+  field.isHeat =
+      channel.GetTypeId() == kTypeTemperatureChannel || channel.GetTypeId() == kTypeFireChannel;
+  return field;
+}
+
+Field FieldOfVector(const VectorChannel& channel, Field::Kind kind) {
+  Field field;
+  field.kind = kind;
+  for (i32 i = 0; i < 3; ++i) field.grids[i] = channel.GetGrid(i);
+  field.valueMax = std::max({channel.mValueMax.x, channel.mValueMax.y, channel.mValueMax.z});
+  return field;
+}
+
+}  // namespace
+
+std::optional<Field> FieldOf(const iBase& object) {
+  std::optional<Field> field;
+  if (const auto* solver = dynamic_cast<const FluidSolver*>(&object)) {
+    field = FieldOfVector(solver->mVelocity, Field::Kind::Velocity);
+  } else if (const auto* vector = dynamic_cast<const VectorChannel*>(&object)) {
+    field = FieldOfVector(*vector, Field::Kind::Vector);
+  } else if (const auto* scalar = dynamic_cast<const ScalarChannel*>(&object)) {
+    field = FieldOfScalar(*scalar);
+  } else if (const auto* volume = dynamic_cast<const VolumeBase*>(&object)) {
+    field.emplace();
+    field->kind = Field::Kind::LevelSet;
+    field->grids[0] = volume->GetGrid();
+  }
+  if (field) field->cellSize = object.GetDomain().cellSize;
+  return field;
+}
+
+}  // namespace MELDO_GLOBAL::app
