@@ -86,19 +86,26 @@ std::optional<i64> ParseInteger(std::string_view word) {
   return value;
 }
 
+GeometryBuilder::Corner GeometryBuilder::Narrow(const FaceCorner& corner) {
+  const i64 limit = std::numeric_limits<i32>::max();
+  if (corner.point > limit || corner.uv > limit || corner.normal > limit)
+    throw MeshFileError("has a face with an index that is out of range");
+  return {static_cast<i32>(corner.point), static_cast<i32>(corner.uv),
+          static_cast<i32>(corner.normal)};
+}
+
 void GeometryBuilder::AddFace(const std::vector<FaceCorner>& corners) {
   const size_t count = corners.size();
   if (count == 4 && corners[2].point != corners[3].point) {
-    AddPolygon(corners[0], corners[1], corners[2], corners[3]);
+    mFaces.push_back(
+        {Narrow(corners[0]), Narrow(corners[1]), Narrow(corners[2]), Narrow(corners[3])});
     return;
   }
-  for (size_t i = 2; i < count; ++i)
-    if (count != 4 || i == 2) AddPolygon(corners[0], corners[i - 1], corners[i], corners[i]);
-}
-
-void GeometryBuilder::AddPolygon(const FaceCorner& a, const FaceCorner& b, const FaceCorner& c,
-                                 const FaceCorner& d) {
-  mFaces.push_back({a, b, c, d});
+  for (size_t i = 2; i < count; ++i) {
+    const Corner last = Narrow(corners[i]);
+    mFaces.push_back({Narrow(corners[0]), Narrow(corners[i - 1]), last, last});
+    if (count == 4) break;  // a quad that repeats its third corner is a triangle
+  }
 }
 
 Geometry GeometryBuilder::Build() {
@@ -106,7 +113,7 @@ Geometry GeometryBuilder::Build() {
   bool hasUvs = false, hasNormals = false;
   g.polygons.reserve(mFaces.size());
   for (const auto& face : mFaces) {
-    for (const FaceCorner& corner : face) {
+    for (const Corner& corner : face) {
       CheckIndex(corner.point, points.size(), "point");
       if (corner.uv != -1) CheckIndex(corner.uv, uvs.size(), "uv"), hasUvs = true;
       if (corner.normal != -1) {
@@ -114,18 +121,17 @@ Geometry GeometryBuilder::Build() {
         hasNormals = true;
       }
     }
-    const auto index = [&](int i) { return static_cast<i32>(face[i].point); };
-    g.polygons.push_back({index(0), index(1), index(2), index(3)});
+    g.polygons.push_back({face[0].point, face[1].point, face[2].point, face[3].point});
   }
-  const auto gather = [&](const std::vector<Vec3d>& from, i64 FaceCorner::*member) {
+  const auto gather = [&](const std::vector<Vec3d>& from, i32 Corner::*member) {
     std::vector<std::array<Vec3d, 4>> to(mFaces.size());
     for (size_t f = 0; f < mFaces.size(); ++f)
       for (int i = 0; i < 4; ++i)
         if (mFaces[f][i].*member != -1) to[f][i] = from[mFaces[f][i].*member];
     return to;
   };
-  if (hasUvs) g.uvs = gather(uvs, &FaceCorner::uv);
-  if (hasNormals) g.normals = gather(normals, &FaceCorner::normal);
+  if (hasUvs) g.uvs = gather(uvs, &Corner::uv);
+  if (hasNormals) g.normals = gather(normals, &Corner::normal);
   g.points = std::move(points);
   return g;
 }

@@ -42,16 +42,19 @@ class GeometryBuilder {
  public:
   std::vector<Vec3d> points, uvs, normals;
 
-  /// A face of three or more corners; more than four become a fan of triangles.
+  /// A face of three or more corners; more than four become a fan of triangles. Throws
+  /// MeshFileError for an index beyond 32 bits.
   void AddFace(const std::vector<FaceCorner>& corners);
   /// The geometry, with corner data where at least one face has it (zeros on the others). Throws
   /// MeshFileError for an index out of range.
   Geometry Build();
 
  private:
-  void AddPolygon(const FaceCorner& a, const FaceCorner& b, const FaceCorner& c,
-                  const FaceCorner& d);
-  std::vector<std::array<FaceCorner, 4>> mFaces;
+  struct Corner {
+    i32 point, uv, normal;
+  };
+  static Corner Narrow(const FaceCorner& corner);
+  std::vector<std::array<Corner, 4>> mFaces;
 };
 
 /// Gives every position one index, in order of first appearance.
