@@ -1,24 +1,12 @@
 // `sulva run`: simulates a scene.
 #pragma once
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "host/types.h"
+#include "app/run_arguments.h"
 
 namespace MELDO_GLOBAL::app {
-
-/// The part of a range that "A:B", "A:", ":B" or "A" selects.
-struct FrameSelection {
-  std::optional<i32> first;
-  std::optional<i32> last;
-};
-/// Empty where the text is none of the four forms, or A is greater than B.
-std::optional<FrameSelection> ParseFrames(const std::string& text);
-
-/// "512M", "8GB", "1.5T" or plain bytes, in units of 1024; empty where it is not a size above 0.
-std::optional<u64> ParseByteCount(const std::string& text);
 
 struct RunOptions {
   std::filesystem::path scene;
