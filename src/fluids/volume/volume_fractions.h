@@ -1,5 +1,6 @@
 // How much of faces, edges and cells a distance field fills.
 #pragma once
+#include <algorithm>
 #include <array>
 #include <map>
 #include <memory>
@@ -65,8 +66,7 @@ class Grid_VolumeFractions : public iObject {
 
  private:
   /// Samples inside, for each octant of a cell: bit 0 upper half in x, bit 1 in y, bit 2 in z.
-  using Octants = std::array<i32, 8>;
-  struct OctantLayers;
+  using Octants = std::array<u16, 8>;
 
   const GridLayout* SourceLayout() const;
   bool SetField(i32 axis, i32 kind, i32 gridKind, bool wanted, const GridLayout& layout);
@@ -74,6 +74,9 @@ class Grid_VolumeFractions : public iObject {
     return (mKinds & kFractionEdges) && (mKinds & kFractionFaceVolumes);
   }
   void EvaluateField(EGrid<float>& field, const EvaluationThreadData& data, bool analytic) const;
+  float Stored(double fraction) const {
+    return static_cast<float>(std::clamp(mInvert ? 1 - fraction : fraction, 0.0, 1.0));
+  }
   void AnalyticFaces(EGrid<float>& field, const EvaluationThreadData& data) const;
   void NodalCells(EGrid<float>& field, const EvaluationThreadData& data) const;
   void Tetrahedra(EGrid<float>& field, const EvaluationThreadData& data) const;
@@ -82,6 +85,8 @@ class Grid_VolumeFractions : public iObject {
   void CountLayer(i32 z, std::vector<Octants>& layer) const;
   Octants CountCell(i32 x, i32 y, i32 z) const;
   void GatherLayer(i32 z, const std::vector<Octants>& below, const std::vector<Octants>& here);
+  template <class F>
+  void WriteLayer(i32 axis, i32 kind, i32 z, F&& count);
 
   std::map<std::pair<i32, i32>, std::unique_ptr<EGrid<float>>> mFields;
   /// Two layers of sample counts for each worker.
