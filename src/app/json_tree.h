@@ -42,8 +42,9 @@ struct JsonMember {
 inline constexpr int kMaxJsonDepth = 128;
 
 /// Parses `text` with `//` and `/* */` comments. `file` names it in messages.
-/// False, with one message, on broken UTF-8, a syntax error, a repeated key, nesting deeper than
-/// kMaxJsonDepth or text behind the value.
+/// False, with one message, on broken UTF-8, a syntax error, nesting deeper than kMaxJsonDepth or
+/// text behind the value. A repeated key is an error too, but the first of them stands and all else
+/// is read.
 bool ParseJson(std::string_view text, const std::string& file, JsonValue& root,
                Diagnostics& diagnostics);
 

@@ -1,0 +1,146 @@
+#include "app/scene_file.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "app/exit_codes.h"
+#include "app/scene_exports.h"
+#include "app/scene_nodes.h"
+#include "app/scene_values.h"
+#include "host/mesh_files.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+
+namespace {
+
+constexpr std::size_t kLargestFile = std::size_t{64} << 20;
+
+std::string ReadWholeFile(const std::filesystem::path& path) {
+  const auto fail = [&](const std::string& why) {
+    throw CommandError(kExitFile, fmt::format("{}: can't be read: {}", path.string(), why));
+  };
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) fail("it is a folder");
+  std::ifstream file(path, std::ios::binary);
+  if (!file) fail(std::strerror(errno));
+  std::string text;
+  std::vector<char> block(1 << 16);
+  while (file.read(block.data(), static_cast<std::streamsize>(block.size())) || file.gcount() > 0) {
+    text.append(block.data(), static_cast<std::size_t>(file.gcount()));
+    if (text.size() > kLargestFile) fail("it is larger than 64 MB");
+  }
+  if (file.bad()) fail(std::strerror(errno));
+  return text;
+}
+
+/// The members at the top of a scene file.
+void ReadHeader(SceneContext& context, const JsonValue& root) {
+  Document& document = context.document;
+  context.CheckKeys(root, {"sulva", "fps", "range", "objects", "nodes", "exports", "render"}, "");
+  if (const JsonValue* version = root.Find("sulva")) {
+    const auto number = context.ReadNumber(*version, "", "'sulva'");
+    if (number && *number != 1)
+      context.Error(*version, "",
+                    fmt::format("'sulva': format version {} is unknown; expected 1", *number));
+  } else {
+    context.Error(root, "", "'sulva' is missing; expected \"sulva\": 1, the format version");
+  }
+  if (const JsonValue* fps = root.Find("fps")) {
+    const auto number = context.ReadNumber(*fps, "", "'fps'");
+    if (number && !(*number > 0))
+      context.Error(*fps, "", fmt::format("'fps': expected a number above 0, got {}", *number));
+    if (number && *number > 0) document.fps = *number;
+  }
+  const JsonValue* range = root.Find("range");
+  if (!range) return;
+  const auto frames = context.ReadNumbers(*range, 2, "", "'range'");
+  if (!frames) return;
+  const auto first = context.ReadWhole((*range->Items())[0], "", "'range'");
+  const auto last = context.ReadWhole((*range->Items())[1], "", "'range'");
+  if (!first || !last) return;
+  if (*first > *last) {
+    context.Error(*range, "",
+                  fmt::format("'range': is reversed: {} lies behind {}", *first, *last));
+    return;
+  }
+  document.previewMin = *first;
+  document.previewMax = *last;
+}
+
+/// Applies one `NODE.PARAMETER=VALUE`.
+void ApplyOverride(SceneContext& context, const NameTable& names, const std::string& text) {
+  const std::string option = "--set " + Shown(text);
+  context.SetOption(option);
+  const JsonValue nowhere;
+  const auto equals = text.find('=');
+  const auto dot = text.substr(0, equals).rfind('.');
+  if (equals == std::string::npos || dot == std::string::npos || dot == 0 || dot + 1 == equals) {
+    context.Error(nowhere, "", "expected NODE.PARAMETER=VALUE");
+    return;
+  }
+  JsonValue value;
+  Diagnostics unused;
+  const std::string valueText = text.substr(equals + 1);
+  if (!ParseJson(valueText, option, value, unused) || unused.HasErrors()) value.data = valueText;
+
+  ValueReader reader(context, names);
+  BaseNode* node = reader.ResolveLink(text.substr(0, dot), {}, nowhere, "", "node");
+  if (!node || node->Type() == kUnknownNode) return;
+  const Subject subject = fmt::format("{} \"{}\": ", TypeWord(*node), Shown(node->Name()));
+  if (!node->Table()) {
+    context.Error(nowhere, subject, "it has no parameters");
+    return;
+  }
+  const JsonMember key{text.substr(dot + 1, equals - dot - 1), 0, 0, {}};
+  if (const ParameterRow* row = reader.FindRow(key, *node->Table(), subject))
+    reader.ReadParameter(*row, value, *node, context.document.previewMin, subject);
+}
+
+}  // namespace
+
+std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnostics& diagnostics,
+                                     const std::vector<std::string>& overrides) {
+  const std::string text = ReadWholeFile(path);
+  JsonValue root;
+  const std::string file = path.string();
+  if (!ParseJson(text, file, root, diagnostics)) return {};
+
+  LoadedScene scene;
+  scene.path = path;
+  scene.document = std::make_unique<Document>();
+  SceneContext context(*scene.document, diagnostics, file, path.parent_path());
+  if (!root.Members()) {
+    context.Error(root, "", fmt::format("a scene is an object, got {}", KindOf(root)));
+    return {};
+  }
+  ReadHeader(context, root);
+  SceneBuilder builder(context, scene.document->previewMin, scene.document->previewMax);
+  const JsonValue* nodes = root.Find("nodes");
+  builder.Make(root.Find("objects"), nodes);
+  if (!nodes) context.Error(root, "", "'nodes' is missing");
+  if (nodes && nodes->Items() && builder.Servers().empty())
+    context.Error(*nodes, "", "'nodes' has no server; a scene needs a node of type 'server'");
+  builder.ReadParameters();
+  if (const JsonValue* exports = root.Find("exports"))
+    scene.exports = ReadExports(context, builder.Names(), *exports);
+  if (const JsonValue* render = root.Find("render")) {
+    if (!render->Members())
+      context.Error(*render, "",
+                    fmt::format("'render': expected an object, got {}", KindOf(*render)));
+    scene.render = *render;
+  }
+  for (const std::string& override : overrides) ApplyOverride(context, builder.Names(), override);
+  if (diagnostics.HasErrors()) return {};
+
+  scene.servers = builder.Servers();
+  scene.server = scene.servers.front();
+  scene.document->SetFrame(scene.document->previewMin);
+  return scene;
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,63 @@
+// The sections "objects" and "nodes" of a scene file.
+#pragma once
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/scene_context.h"
+#include "app/scene_values.h"
+
+namespace MELDO_GLOBAL::app {
+
+/// A node or object that was made, with what is read once all names are known.
+struct MadeNode {
+  host::BaseNode* node = nullptr;
+  Subject subject;
+  const JsonValue* parameters = nullptr;
+  const JsonValue* obstacle = nullptr;
+};
+
+/// Makes the objects and nodes of a scene, in two passes: links may point forward.
+class SceneBuilder {
+ public:
+  SceneBuilder(SceneContext& context, i32 firstFrame, i32 lastFrame)
+      : mContext(context), mFirstFrame(firstFrame), mLastFrame(lastFrame) {}
+
+  /// Makes and places all objects and nodes; either may be null.
+  void Make(const JsonValue* objects, const JsonValue* nodes);
+  /// Reads the parameters and obstacle tags of what was made.
+  void ReadParameters();
+
+  const NameTable& Names() const { return mNames; }
+  const std::vector<host::BaseNode*>& Servers() const { return mServers; }
+
+ private:
+  using Members = std::vector<const JsonValue*>;
+
+  /// The items of a list of objects; reports what isn't one.
+  Members ObjectsOf(const JsonValue* list, const Subject& subject, const std::string& what);
+  void ReserveNames(const Members& siblings, SiblingNames& names);
+  /// The name of a node: the one given, or the label made unique.
+  std::string NameOf(const JsonValue& value, const std::string& label, SiblingNames& names);
+
+  void MakeObject(const JsonValue& value, SiblingNames& names);
+  host::BaseNode* CreateObject(const JsonValue& value, const std::string& type,
+                               const std::string& name, const Subject& subject);
+  void ReadShape(const JsonValue& value, const std::string& type, host::BaseNode& node,
+                 const Subject& subject);
+  void ReadMesh(const JsonValue& value, host::BaseNode& node, const Subject& subject);
+  void ReadFrames(const JsonValue& frames, host::BaseNode& node, const Subject& subject);
+
+  void MakeNode(const JsonValue& value, host::BaseNode* parent, SiblingNames& names);
+  void MakeChildren(const JsonValue& value, host::BaseNode& node, const Subject& subject);
+  void ReadPlacement(const JsonValue& value, host::BaseNode& node, const Subject& subject);
+  void Remember(host::BaseNode& node, Subject subject, const JsonValue& value);
+
+  SceneContext& mContext;
+  i32 mFirstFrame, mLastFrame;
+  NameTable mNames;
+  std::vector<MadeNode> mMade;
+  std::vector<host::BaseNode*> mServers;
+};
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,207 @@
+// The section "objects": meshes from files, primitive shapes, splines, points, lights, cameras.
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "app/scene_nodes.h"
+#include "host/mesh_files.h"
+#include "host/polygon_object.h"
+#include "host/shapes.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+
+namespace {
+
+/// A type of object with the keys that only it has.
+struct ObjectType {
+  std::string_view name;
+  HostType type;
+  bool isShape;
+  std::vector<std::string_view> keys;
+};
+
+const std::vector<ObjectType>& ObjectTypes() {
+  static const std::vector<ObjectType> types = {
+      {"mesh", kMeshObject, false, {"file", "frames"}},
+      {"box", kMeshObject, true, {"size"}},
+      {"sphere", kMeshObject, true, {"radius", "segments"}},
+      {"plane", kMeshObject, true, {"size"}},
+      {"cylinder", kMeshObject, true, {"radius", "height", "segments"}},
+      {"cone", kMeshObject, true, {"radius", "height", "segments"}},
+      {"torus", kMeshObject, true, {"radius", "tube", "segments"}},
+      {"spline", kSplineObject, false, {"points", "closed"}},
+      {"points", kPointsObject, false, {"points"}},
+      {"light", kLightObject, false, {}},
+      {"camera", kCameraObject, false, {}},
+  };
+  return types;
+}
+
+const ObjectType* FindObjectType(const std::string& name) {
+  for (const ObjectType& type : ObjectTypes())
+    if (type.name == name) return &type;
+  return nullptr;
+}
+
+}  // namespace
+
+void SceneBuilder::MakeObject(const JsonValue& value, SiblingNames& names) {
+  const JsonValue* type = value.Find("type");
+  const std::string* word = type ? type->Text() : nullptr;
+  const ObjectType* known = word ? FindObjectType(*word) : nullptr;
+  const std::string shown = known ? *word : "object";
+  const std::string name = NameOf(value, shown, names);
+  const Subject subject = fmt::format("{} \"{}\": ", shown, Shown(name));
+  if (known) {
+    std::vector<std::string_view> keys = {"name",     "type",  "position",
+                                          "rotation", "scale", "obstacle"};
+    keys.insert(keys.end(), known->keys.begin(), known->keys.end());
+    mContext.CheckKeys(value, keys, subject);
+  } else if (!type) {
+    mContext.Error(value, subject, "'type' is missing");
+  } else if (!word) {
+    mContext.Error(*type, subject, fmt::format("'type': expected text, got {}", KindOf(*type)));
+  } else {
+    std::vector<std::string_view> types;
+    for (const ObjectType& t : ObjectTypes()) types.push_back(t.name);
+    mContext.Error(
+        *type, subject,
+        fmt::format("unknown object type '{}'{}", Shown(*word), Suggestion(*word, types)));
+  }
+  BaseNode* node = CreateObject(value, shown, name, subject);
+  mNames.Add(*node);
+  ReadPlacement(value, *node, subject);
+  Remember(*node, subject, value);
+}
+
+BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const std::string& type,
+                                     const std::string& name, const Subject& subject) {
+  Document& document = mContext.document;
+  const ObjectType* known = FindObjectType(type);
+  if (!known) return &document.Create<BaseNode>(kUnknownNode, name, nullptr);
+  const JsonValue* points = value.Find("points");
+  const auto readPoints = [&](std::size_t atLeast) {
+    if (!points) mContext.Error(value, subject, "'points' is missing");
+    auto read = points ? mContext.ReadPoints(*points, atLeast, subject, "'points'") : std::nullopt;
+    return read.value_or(std::vector<Vec3d>());
+  };
+  switch (known->type) {
+    case kSplineObject: {
+      auto& spline = document.Create<SplineObject>(kSplineObject, name, nullptr);
+      spline.points = readPoints(2);
+      if (const JsonValue* closed = value.Find("closed"))
+        spline.closed = mContext.ReadBool(*closed, subject, "'closed'").value_or(false);
+      return &spline;
+    }
+    case kPointsObject: {
+      auto& cloud = document.Create<PointsObject>(kPointsObject, name, nullptr);
+      cloud.points = readPoints(1);
+      return &cloud;
+    }
+    case kMeshObject: {
+      auto& mesh = document.Create<PolygonObject>(kMeshObject, name, nullptr);
+      if (known->isShape) {
+        ReadShape(value, type, mesh, subject);
+      } else {
+        ReadMesh(value, mesh, subject);
+      }
+      return &mesh;
+    }
+    default: return &document.Create<BaseNode>(known->type, name, nullptr);
+  }
+}
+
+void SceneBuilder::ReadShape(const JsonValue& value, const std::string& type, BaseNode& node,
+                             const Subject& subject) {
+  ShapeArguments arguments;
+  bool isWhole = true;
+  const auto readSize = [&](const char* key, double& size) {
+    const JsonValue* given = value.Find(key);
+    if (!given) return;
+    const auto number = mContext.ReadNumber(*given, subject, fmt::format("'{}'", key));
+    if (number && *number <= 0)
+      mContext.Error(*given, subject,
+                     fmt::format("'{}': expected a size above 0, got {}", key, *number));
+    isWhole = isWhole && number && *number > 0;
+    if (number) size = *number;
+  };
+  readSize("radius", arguments.radius);
+  readSize("height", arguments.height);
+  readSize("tube", arguments.tube);
+  if (const JsonValue* size = value.Find("size")) {
+    const bool isFlat = type == "plane";
+    const auto numbers = mContext.ReadNumbers(*size, isFlat ? 2 : 3, subject, "'size'");
+    const bool fits = numbers && *std::min_element(numbers->begin(), numbers->end()) > 0;
+    if (numbers && !fits) mContext.Error(*size, subject, "'size': expected sizes above 0");
+    if (fits)
+      arguments.size = isFlat ? Vec3d{(*numbers)[0], arguments.size.y, (*numbers)[1]}
+                              : Vec3d{(*numbers)[0], (*numbers)[1], (*numbers)[2]};
+    isWhole = isWhole && fits;
+  }
+  if (const JsonValue* segments = value.Find("segments")) {
+    const auto count = mContext.ReadWhole(*segments, subject, "'segments'");
+    const bool fits = count && *count >= kMinSegments && *count <= kMaxSegments;
+    if (count && !fits)
+      mContext.Error(*segments, subject,
+                     fmt::format("'segments': {} is out of range; expected {} to {}", *count,
+                                 kMinSegments, kMaxSegments));
+    if (fits) arguments.segments = *count;
+    isWhole = isWhole && fits;
+  }
+  if (!isWhole) return;
+  try {
+    static_cast<PolygonObject&>(node).SetGeometry(MakeShape(type, arguments).value());
+  } catch (const std::invalid_argument& error) {
+    mContext.Error(value, subject, error.what());
+  }
+}
+
+void SceneBuilder::ReadMesh(const JsonValue& value, BaseNode& node, const Subject& subject) {
+  const JsonValue* file = value.Find("file");
+  const JsonValue* frames = value.Find("frames");
+  if (!file == !frames) {
+    mContext.Error(value, subject,
+                   file ? "'file' and 'frames' can't both be given"
+                        : "'file' is missing (or 'frames', a file per frame)");
+    return;
+  }
+  if (frames) return ReadFrames(*frames, node, subject);
+  const auto path = mContext.ReadText(*file, subject, "'file'");
+  if (!path) return;
+  try {
+    static_cast<PolygonObject&>(node).SetGeometry(LoadMesh(mContext.Resolve(*path)));
+  } catch (const MeshFileError& error) {
+    mContext.Error(*file, subject, fmt::format("'file': {}", error.what()));
+  }
+}
+
+void SceneBuilder::ReadFrames(const JsonValue& frames, BaseNode& node, const Subject& subject) {
+  const auto path = mContext.ReadText(frames, subject, "'frames'");
+  if (!path) return;
+  if (path->find('#') == std::string::npos) {
+    mContext.Error(frames, subject, "'frames': expected a run of # for the frame number");
+    return;
+  }
+  const std::string pattern = mContext.Resolve(*path).string();
+  for (i64 frame = mFirstFrame; frame <= mLastFrame; ++frame) {
+    const std::string name = FrameFileName(pattern, static_cast<i32>(frame));
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(name, ignored)) continue;
+    auto& object = static_cast<PolygonObject&>(node);
+    try {
+      object.SetGeometry(LoadMesh(name));
+      object.SetFramePattern(pattern);
+    } catch (const MeshFileError& error) {
+      mContext.Error(frames, subject, fmt::format("'frames': {}", error.what()));
+    }
+    return;
+  }
+  mContext.Error(frames, subject,
+                 fmt::format("'frames': no file {} in the frames {} to {}", Shown(*path),
+                             mFirstFrame, mLastFrame));
+}
+
+}  // namespace MELDO_GLOBAL::app

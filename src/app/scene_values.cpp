@@ -1,0 +1,434 @@
+#include "app/scene_values.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+#include "nodes/catalogue.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using MELDO_SULVA::FindKind;
+using MELDO_SULVA::NodeKind;
+
+namespace {
+
+/// "a", "a or b", "a, b or c".
+std::string AnyOf(const std::vector<std::string>& words) {
+  std::string text;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    if (i > 0) text += i + 1 == words.size() ? " or " : ", ";
+    text += words[i];
+  }
+  return text;
+}
+
+/// The word of a node type in messages, empty for one that no scene can hold.
+std::string WordOfType(i32 type) {
+  switch (type) {
+    case kMeshObject: return "mesh object";
+    case kSplineObject: return "spline object";
+    case kPointsObject: return "points object";
+    case kLightObject: return "light object";
+    case kCameraObject: return "camera object";
+    default: break;
+  }
+  const NodeKind* kind = FindKind(type);
+  return kind ? std::string(kind->type) : std::string();
+}
+
+std::string WordsOfTypes(const std::vector<i32>& types) {
+  constexpr std::size_t kMost = 6;
+  std::vector<std::string> words;
+  for (const i32 type : types) {
+    std::string word = WordOfType(type);
+    if (word.empty()) continue;
+    if (words.size() == kMost) {
+      words.back() = "another of its like";
+      break;
+    }
+    words.push_back(std::move(word));
+  }
+  return words.empty() ? "a node of another kind" : AnyOf(words);
+}
+
+bool Accepts(const std::vector<i32>& types, const BaseNode& node) {
+  if (types.empty() || node.Type() == kUnknownNode) return true;
+  return std::any_of(types.begin(), types.end(), [&](i32 type) { return node.IsInstanceOf(type); });
+}
+
+std::string RangeWords(double min, double max) {
+  constexpr double kOpen = std::numeric_limits<double>::infinity();
+  if (max == kOpen) return fmt::format("at least {}", min);
+  if (min == -kOpen) return fmt::format("at most {}", max);
+  return fmt::format("{} to {}", min, max);
+}
+
+bool CanBeKeyed(ParameterType type) {
+  return type == ParameterType::Real || type == ParameterType::Long ||
+         type == ParameterType::Bool || type == ParameterType::Vector;
+}
+
+std::string What(const ParameterRow& row) { return fmt::format("'{}'", row.name); }
+
+}  // namespace
+
+std::string TypeWord(const BaseNode& node) {
+  const std::string word = WordOfType(node.Type());
+  return word.empty() ? "node" : word;
+}
+
+// ---- parameters -------------------------------------------------------------------------------
+
+void ValueReader::ReadParameters(const JsonValue& object, BaseNode& node, i32 frame,
+                                 const Subject& subject) {
+  std::map<i32, std::string> given;
+  for (const JsonMember& member : *object.Members()) {
+    const ParameterRow* row = FindRow(member, *node.Table(), subject);
+    if (!row) continue;
+    const auto [first, isNew] = given.try_emplace(row->id, member.key);
+    if (!isNew) {
+      mContext.Error(
+          member, subject,
+          fmt::format("'{}' and '{}' are the same parameter", first->second, Shown(member.key)));
+      continue;
+    }
+    ReadParameter(*row, member.value, node, frame, subject);
+  }
+}
+
+const ParameterRow* ValueReader::FindRow(const JsonMember& key, const ParameterTable& table,
+                                         const Subject& subject) {
+  i32 id = 0;
+  const char* end = key.key.data() + key.key.size();
+  const auto [stop, error] = std::from_chars(key.key.data(), end, id);
+  const bool isId = error == std::errc() && stop == end;
+  std::vector<std::string_view> names;
+  for (const ParameterRow& row : table) {
+    if (isId ? row.id == id : row.name == key.key) return &row;
+    names.push_back(row.name);
+  }
+  mContext.Error(
+      key, subject,
+      fmt::format("unknown parameter '{}'{}", Shown(key.key), Suggestion(key.key, names)));
+  return nullptr;
+}
+
+void ValueReader::ReadParameter(const ParameterRow& row, const JsonValue& value, BaseNode& node,
+                                i32 frame, const Subject& subject) {
+  const std::string what = What(row);
+  const auto readPlain = [&](const JsonValue& v) { return ReadPlain(row, v, subject, what); };
+  if (IsKeyed(value) && row.type != ParameterType::Button) {
+    if (!CanBeKeyed(row.type)) {
+      mContext.Error(value, subject,
+                     fmt::format("{}: a {} can't have keys", what, NameOf(row.type)));
+      return;
+    }
+    auto track = ReadTrack(mContext, value, subject, what, readPlain);
+    if (!track) return;
+    // Words and switches have nothing between two values.
+    if (row.type == ParameterType::Bool || !row.choices.empty())
+      track->interpolation = Interpolation::Step;
+    node.Set(row.id, track->Evaluate(frame));
+    node.SetTrack(row.id, std::move(*track));
+    return;
+  }
+  auto plain = readPlain(value);
+  if (!plain) return;
+  // A value from the command line takes the place of keys in the file.
+  if (node.Tracks().contains(row.id)) node.SetTrack(row.id, {{{0, *plain}}, Interpolation::Step});
+  if (std::holds_alternative<std::monostate>(*plain)) {
+    node.Erase(row.id);
+  } else {
+    node.Set(row.id, std::move(*plain));
+  }
+}
+
+std::optional<Value> ValueReader::ReadPlain(const ParameterRow& row, const JsonValue& value,
+                                            const Subject& subject, const std::string& what) {
+  switch (row.type) {
+    case ParameterType::Real: {
+      const auto number = mContext.ReadNumber(value, subject, what);
+      if (!number || !InRange(*number, row, value, subject, what)) return {};
+      return *number;
+    }
+    case ParameterType::Long: {
+      if (!row.choices.empty()) return ReadChoice(row, value, subject, what);
+      const auto number = mContext.ReadWhole(value, subject, what);
+      if (!number || !InRange(*number, row, value, subject, what)) return {};
+      return *number;
+    }
+    case ParameterType::Bool: {
+      const auto flag = mContext.ReadBool(value, subject, what);
+      if (!flag) return {};
+      return i32{*flag};
+    }
+    case ParameterType::String: {
+      auto text = mContext.ReadText(value, subject, what);
+      if (!text) return {};
+      return std::move(*text);
+    }
+    case ParameterType::Vector: {
+      const auto vector = mContext.ReadVector(value, subject, what);
+      if (!vector) return {};
+      for (int axis = 0; axis < 3; ++axis)
+        if (!InRange((*vector)[axis], row, value, subject, what)) return {};
+      return *vector;
+    }
+    case ParameterType::Filename: {
+      if (value.IsNull()) return Filename{};
+      auto text = mContext.ReadText(value, subject, what);
+      if (!text) return {};
+      return Filename{text->empty() ? std::string() : mContext.Resolve(*text).string()};
+    }
+    case ParameterType::Link: return ReadLink(row, value, subject, what);
+    case ParameterType::Links: return ReadLinks(row, value, subject, what);
+    case ParameterType::Curve: return ReadCurve(value, subject, what);
+    case ParameterType::Gradient: return ReadGradient(value, subject, what);
+    case ParameterType::Button: break;
+  }
+  mContext.Error(value, subject, fmt::format("{} is a button and holds no value", what));
+  return {};
+}
+
+bool ValueReader::InRange(double number, const ParameterRow& row, const JsonValue& value,
+                          const Subject& subject, const std::string& what) {
+  if (number >= row.min && number <= row.max) return true;
+  mContext.Error(value, subject,
+                 fmt::format("{}: {} is out of range; expected {}", what, number,
+                             RangeWords(row.min, row.max)));
+  return false;
+}
+
+std::optional<Value> ValueReader::ReadChoice(const ParameterRow& row, const JsonValue& value,
+                                             const Subject& subject, const std::string& what) {
+  std::vector<std::string_view> names;
+  std::vector<std::string> words;
+  for (const Choice& choice : row.choices) {
+    names.push_back(choice.name);
+    words.push_back(fmt::format("{} ({})", choice.name, choice.value));
+  }
+  if (const std::string* text = value.Text()) {
+    for (const Choice& choice : row.choices)
+      if (choice.name == *text) return choice.value;
+    mContext.Error(value, subject,
+                   fmt::format("{}: unknown choice '{}'; expected {}{}", what, Shown(*text),
+                               AnyOf(words), Suggestion(*text, names)));
+    return {};
+  }
+  if (const double* number = value.Number()) {
+    for (const Choice& choice : row.choices)
+      if (choice.value == *number) return choice.value;
+    mContext.Error(value, subject,
+                   fmt::format("{}: {} is no choice; expected {}", what, *number, AnyOf(words)));
+    return {};
+  }
+  mContext.Error(value, subject,
+                 fmt::format("{}: expected {}, got {}", what, AnyOf(words), KindOf(value)));
+  return {};
+}
+
+// ---- links ------------------------------------------------------------------------------------
+
+BaseNode* ValueReader::ResolveLink(const std::string& reference, const std::vector<i32>& accepts,
+                                   const JsonValue& at, const Subject& subject,
+                                   const std::string& what) {
+  const std::vector<NameTable::Candidate> found = mNames.Find(reference);
+  if (found.empty()) {
+    mContext.Error(at, subject,
+                   fmt::format("{}: no node or object is named '{}'{}", what, Shown(reference),
+                               Suggestion(reference, mNames.Names())));
+    return nullptr;
+  }
+  std::vector<NameTable::Candidate> fitting, whole;
+  for (const auto& candidate : found)
+    if (Accepts(accepts, *candidate.node)) fitting.push_back(candidate);
+  for (const auto& candidate : fitting)
+    if (candidate.isWholePath) whole.push_back(candidate);
+  if (fitting.size() == 1) return fitting.front().node;
+  if (whole.size() == 1) return whole.front().node;
+  if (fitting.empty()) {
+    mContext.Error(at, subject,
+                   fmt::format("{}: '{}' is a {}; expected {}", what, Shown(reference),
+                               TypeWord(*found.front().node), WordsOfTypes(accepts)));
+  } else {
+    mContext.Error(at, subject,
+                   fmt::format("{}: '{}' may be '{}' or '{}'; give the path", what,
+                               Shown(reference), Shown(NameTable::PathOf(*fitting[0].node)),
+                               Shown(NameTable::PathOf(*fitting[1].node))));
+  }
+  return nullptr;
+}
+
+std::optional<Value> ValueReader::ReadLink(const ParameterRow& row, const JsonValue& value,
+                                           const Subject& subject, const std::string& what) {
+  if (value.IsNull()) return Link{};
+  if (!value.Text()) {
+    mContext.Error(value, subject,
+                   fmt::format("{}: expected the name of a node or object (or null), got {}", what,
+                               KindOf(value)));
+    return {};
+  }
+  const BaseNode* node = ResolveLink(*value.Text(), row.accepts, value, subject, what);
+  if (!node) return {};
+  return Link{node->Id()};
+}
+
+std::optional<Value> ValueReader::ReadLinks(const ParameterRow& row, const JsonValue& value,
+                                            const Subject& subject, const std::string& what) {
+  if (value.IsNull()) return row.creation;
+  const JsonValue::Array* items = value.Items();
+  if (!items) {
+    mContext.Error(value, subject,
+                   fmt::format("{}: expected a list of names, got {}", what, KindOf(value)));
+    return {};
+  }
+  InExcludeData list;
+  bool isWhole = true;
+  for (const JsonValue& item : *items) {
+    const JsonValue* name = &item;
+    u32 flags = 0;
+    if (item.Members()) {
+      mContext.CheckKeys(item, {"node", "flags"}, subject + what + ": ");
+      name = item.Find("node");
+      if (const JsonValue* word = item.Find("flags")) {
+        const auto number = mContext.ReadNumber(*word, subject, what + ": 'flags'");
+        const bool fits =
+            number && *number >= 0 && *number <= 0xFFFFFFFFu && *number == std::floor(*number);
+        if (number && !fits)
+          mContext.Error(*word, subject,
+                         fmt::format("{}: 'flags': {} is out of range; expected a whole number "
+                                     "from 0 to 4294967295",
+                                     what, *number));
+        if (fits) flags = static_cast<u32>(*number);
+      }
+    }
+    if (!name || !name->Text()) {
+      mContext.Error(name ? *name : item, subject,
+                     fmt::format("{}: expected a name or {{\"node\": name, \"flags\": number}}, "
+                                 "got {}",
+                                 what, name ? KindOf(*name) : "an object without 'node'"));
+      isWhole = false;
+      continue;
+    }
+    const BaseNode* node = ResolveLink(*name->Text(), row.accepts, *name, subject, what);
+    if (node) list.entries.push_back({node->Id(), flags});
+    isWhole = isWhole && node;
+  }
+  if (!isWhole) return {};
+  return list;
+}
+
+// ---- curves and keys --------------------------------------------------------------------------
+
+std::optional<Value> ValueReader::ReadCurve(const JsonValue& value, const Subject& subject,
+                                            const std::string& what) {
+  if (value.IsNull()) return std::monostate{};
+  const JsonValue::Array* items = value.Items();
+  if (!items || items->empty()) {
+    mContext.Error(value, subject,
+                   fmt::format("{}: expected a list of points [x, y], got {}", what,
+                               items ? "an empty one" : KindOf(value)));
+    return {};
+  }
+  SplineData curve;
+  for (const JsonValue& item : *items) {
+    const auto xy = mContext.ReadNumbers(item, 2, subject, what);
+    if (!xy) return {};
+    if (!curve.knots.empty() && (*xy)[0] <= curve.knots.back().x) {
+      mContext.Error(item, subject,
+                     fmt::format("{}: x must rise from point to point; {} follows {}", what,
+                                 (*xy)[0], curve.knots.back().x));
+      return {};
+    }
+    curve.knots.push_back({(*xy)[0], (*xy)[1]});
+  }
+  return curve;
+}
+
+std::optional<Value> ValueReader::ReadGradient(const JsonValue& value, const Subject& subject,
+                                               const std::string& what) {
+  if (value.IsNull()) return std::monostate{};
+  const JsonValue::Array* items = value.Items();
+  if (!items || items->empty()) {
+    mContext.Error(value, subject,
+                   fmt::format("{}: expected a list of [position, [r, g, b]], got {}", what,
+                               items ? "an empty one" : KindOf(value)));
+    return {};
+  }
+  Gradient gradient;
+  for (const JsonValue& item : *items) {
+    const JsonValue::Array* pair = item.Items();
+    if (!pair || pair->size() != 2) {
+      mContext.Error(item, subject, fmt::format("{}: expected [position, [r, g, b]]", what));
+      return {};
+    }
+    const auto position = mContext.ReadNumber((*pair)[0], subject, what);
+    const auto colour = mContext.ReadVector((*pair)[1], subject, what);
+    if (!position || !colour) return {};
+    const bool rises = gradient.knots.empty() || *position > gradient.knots.back().position;
+    if (*position < 0 || *position > 1 || !rises) {
+      mContext.Error((*pair)[0], subject,
+                     fmt::format("{}: positions must rise from 0 to 1; got {}", what, *position));
+      return {};
+    }
+    gradient.knots.push_back({*position, *colour});
+  }
+  return gradient;
+}
+
+std::optional<Track> ReadTrack(
+    SceneContext& context, const JsonValue& value, const Subject& subject, const std::string& what,
+    const std::function<std::optional<Value>(const JsonValue&)>& readValue) {
+  bool isWhole = context.CheckKeys(value, {"keys", "interpolation"}, subject + what + ": ");
+  Track track;
+  if (const JsonValue* word = value.Find("interpolation")) {
+    constexpr std::pair<std::string_view, Interpolation> words[] = {
+        {"linear", Interpolation::Linear},
+        {"step", Interpolation::Step},
+        {"smooth", Interpolation::Smooth}};
+    const std::string* text = word->Text();
+    const auto* hit = std::find_if(std::begin(words), std::end(words),
+                                   [&](const auto& w) { return text && w.first == *text; });
+    if (hit != std::end(words)) {
+      track.interpolation = hit->second;
+    } else {
+      isWhole = false;
+      context.Error(
+          *word, subject,
+          fmt::format("{}: 'interpolation': expected linear, step or smooth, got {}", what,
+                      text ? fmt::format("'{}'", Shown(*text)) : std::string(KindOf(*word))));
+    }
+  }
+  const JsonValue* keys = value.Find("keys");
+  const JsonValue::Array* items = keys ? keys->Items() : nullptr;
+  if (!items || items->empty()) {
+    context.Error(keys ? *keys : value, subject,
+                  fmt::format("{}: expected \"keys\": [[frame, value], ...], at least one", what));
+    return {};
+  }
+  for (const JsonValue& item : *items) {
+    const JsonValue::Array* pair = item.Items();
+    if (!pair || pair->size() != 2) {
+      context.Error(item, subject, fmt::format("{}: expected [frame, value]", what));
+      return {};
+    }
+    const auto frame = context.ReadNumber((*pair)[0], subject, what);
+    auto keyValue = readValue((*pair)[1]);
+    if (!frame || !keyValue) return {};
+    if (!track.keys.empty() && *frame <= track.keys.back().frame) {
+      context.Error((*pair)[0], subject,
+                    fmt::format("{}: frames must rise from key to key; {} follows {}", what, *frame,
+                                track.keys.back().frame));
+      return {};
+    }
+    track.keys.push_back({*frame, std::move(*keyValue)});
+  }
+  if (!isWhole) return {};
+  return track;
+}
+
+}  // namespace MELDO_GLOBAL::app
