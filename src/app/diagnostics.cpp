@@ -58,6 +58,15 @@ std::string Shown(std::string_view text) {
   return shown;
 }
 
+std::string AnyOf(const std::vector<std::string>& words) {
+  std::string text;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    if (i > 0) text += i + 1 == words.size() ? " or " : ", ";
+    text += words[i];
+  }
+  return text;
+}
+
 namespace {
 
 constexpr std::size_t kLongestWord = 64;

@@ -46,6 +46,9 @@ class Diagnostics {
 /// `text` for a message: control characters become `?`, a long text is shortened.
 std::string Shown(std::string_view text);
 
+/// "a", "a or b", "a, b or c".
+std::string AnyOf(const std::vector<std::string>& words);
+
 /// The candidate that a misspelt word most likely means, or an empty text. Case and the difference
 /// between `-`, space and `_` count little; otherwise a third of the word's letters may differ.
 std::string NearestName(std::string_view word, const std::vector<std::string_view>& candidates);

@@ -77,7 +77,7 @@ class ExportReader {
     }
     mContext.Error(*word, "export: ",
                    fmt::format("unknown format '{}'; expected {}{}", Shown(*text),
-                               fmt::join(names, " or "), Suggestion(*text, names)));
+                               AnyOf({names.begin(), names.end()}), Suggestion(*text, names)));
     return nullptr;
   }
 

@@ -1,4 +1,5 @@
-// The section "objects": meshes from files, primitive shapes, splines, points, lights, cameras.
+#include "app/scene_objects.h"
+
 #include <fmt/format.h>
 
 #include <filesystem>
@@ -12,16 +13,6 @@
 namespace MELDO_GLOBAL::app {
 
 using namespace host;
-
-namespace {
-
-/// A type of object with the keys that only it has.
-struct ObjectType {
-  std::string_view name;
-  HostType type;
-  bool isShape;
-  std::vector<std::string_view> keys;
-};
 
 const std::vector<ObjectType>& ObjectTypes() {
   static const std::vector<ObjectType> types = {
@@ -39,6 +30,8 @@ const std::vector<ObjectType>& ObjectTypes() {
   };
   return types;
 }
+
+namespace {
 
 const ObjectType* FindObjectType(const std::string& name) {
   for (const ObjectType& type : ObjectTypes())

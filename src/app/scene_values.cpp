@@ -16,16 +16,6 @@ using MELDO_SULVA::NodeKind;
 
 namespace {
 
-/// "a", "a or b", "a, b or c".
-std::string AnyOf(const std::vector<std::string>& words) {
-  std::string text;
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    if (i > 0) text += i + 1 == words.size() ? " or " : ", ";
-    text += words[i];
-  }
-  return text;
-}
-
 /// The word of a node type in messages, empty for one that no scene can hold.
 std::string WordOfType(i32 type) {
   switch (type) {

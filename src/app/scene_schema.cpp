@@ -1,0 +1,219 @@
+#include "app/scene_schema.h"
+
+#include <fmt/format.h>
+
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "app/scene_objects.h"
+#include "host/shapes.h"
+#include "nodes/catalogue.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using MELDO_SULVA::Catalogue;
+using MELDO_SULVA::NodeKind;
+using MELDO_SULVA::ObstacleParameters;
+using MELDO_SULVA::ParametersOf;
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr double kOpen = std::numeric_limits<double>::infinity();
+
+Json Ref(const std::string& name) { return {{"$ref", "#/$defs/" + name}}; }
+
+Json ListOf(Json items, std::size_t atLeast = 0) {
+  Json list = {{"type", "array"}, {"items", std::move(items)}};
+  if (atLeast > 0) list["minItems"] = atLeast;
+  return list;
+}
+
+Json NumbersOf(std::size_t count) {
+  return {
+      {"type", "array"}, {"items", {{"type", "number"}}}, {"minItems", count}, {"maxItems", count}};
+}
+
+Json Object(Json properties, Json required = Json::array()) {
+  return {{"type", "object"},
+          {"properties", std::move(properties)},
+          {"required", std::move(required)},
+          {"additionalProperties", false}};
+}
+
+/// `value`, or keys of it.
+Json OrKeys(const Json& value) {
+  Json key = {{"type", "array"},
+              {"prefixItems", Json::array({{{"type", "number"}}, value})},
+              {"minItems", 2},
+              {"maxItems", 2}};
+  Json keyed = Object({{"keys", ListOf(std::move(key), 1)},
+                       {"interpolation", {{"enum", {"linear", "step", "smooth"}}}}},
+                      Json::array({"keys"}));
+  return {{"anyOf", Json::array({value, std::move(keyed)})}};
+}
+
+Json PlainValue(const ParameterRow& row) {
+  Json json;
+  switch (row.type) {
+    case ParameterType::Real: json = {{"type", "number"}}; break;
+    case ParameterType::Long: {
+      Json words = Json::array();
+      for (const Choice& choice : row.choices) {
+        words.push_back(choice.name);
+        words.push_back(choice.value);
+      }
+      json = words.empty() ? Json{{"type", "integer"}} : Json{{"enum", std::move(words)}};
+      break;
+    }
+    case ParameterType::Bool: json = {{"enum", {true, false, 0, 1}}}; break;
+    case ParameterType::String: json = {{"type", "string"}}; break;
+    case ParameterType::Vector: json = NumbersOf(3); break;
+    case ParameterType::Filename:
+    case ParameterType::Link: json = {{"type", {"string", "null"}}}; break;
+    case ParameterType::Links: json = Ref("links"); break;
+    case ParameterType::Curve: json = Ref("curve"); break;
+    case ParameterType::Gradient: json = Ref("gradient"); break;
+    case ParameterType::Button: json = false; break;
+  }
+  Json& limited = row.type == ParameterType::Vector ? json["items"] : json;
+  if (row.min != -kOpen) limited["minimum"] = row.min;
+  if (row.max != kOpen) limited["maximum"] = row.max;
+  return json;
+}
+
+Json ParameterSchema(const ParameterRow& row) {
+  if (row.type == ParameterType::Button) return false;
+  const bool canBeKeyed = row.type == ParameterType::Real || row.type == ParameterType::Long ||
+                          row.type == ParameterType::Bool || row.type == ParameterType::Vector;
+  Json json = canBeKeyed ? OrKeys(PlainValue(row)) : PlainValue(row);
+  json["description"] =
+      row.unit.empty() ? std::string(row.help) : fmt::format("{} [{}]", row.help, row.unit);
+  return json;
+}
+
+/// The parameters of a table, by name and by id; `path` is where the result stands.
+Json TableSchema(const ParameterTable& table, const std::string& path) {
+  Json properties = Json::object();
+  for (const ParameterRow& row : table) properties[std::string(row.name)] = ParameterSchema(row);
+  for (const ParameterRow& row : table)
+    properties[std::to_string(row.id)] = Ref(fmt::format("{}/properties/{}", path, row.name));
+  return Object(std::move(properties));
+}
+
+void AddPlacement(Json& properties) {
+  for (const char* key : {"position", "rotation", "scale"}) properties[key] = Ref("placement");
+  properties["obstacle"] = Ref("obstacle");
+}
+
+Json NodeSchema() {
+  Json types = Json::array(), cases = Json::array();
+  for (const NodeKind& kind : Catalogue()) {
+    Json words = {kind.type, kind.label, kind.id, std::to_string(kind.id)};
+    types.insert(types.end(), words.begin(), words.end());
+    cases.push_back(
+        {{"if", {{"properties", {{"type", {{"enum", std::move(words)}}}}}}},
+         {"then",
+          {{"properties", {{"parameters", Ref("parameters_" + std::string(kind.type))}}}}}});
+  }
+  Json properties = {{"type", {{"enum", std::move(types)}}},
+                     {"name", {{"type", "string"}, {"minLength", 1}}},
+                     {"parameters", {{"type", "object"}}},
+                     {"children", ListOf(Ref("node"))},
+                     {"enabled", {{"enum", {true, false, 0, 1}}}}};
+  AddPlacement(properties);
+  Json node = Object(std::move(properties), Json::array({"type"}));
+  node["allOf"] = std::move(cases);
+  return node;
+}
+
+/// What the keys of objects hold.
+Json ObjectKey(std::string_view key, bool isFlat) {
+  if (key == "file" || key == "frames") return {{"type", "string"}};
+  if (key == "segments")
+    return {{"type", "integer"}, {"minimum", kMinSegments}, {"maximum", kMaxSegments}};
+  if (key == "closed") return {{"type", "boolean"}};
+  if (key == "points") return ListOf(NumbersOf(3), 1);
+  Json size = {{"type", "number"}, {"exclusiveMinimum", 0}};
+  if (key != "size") return size;
+  Json sizes = NumbersOf(isFlat ? 2 : 3);
+  sizes["items"] = std::move(size);
+  return sizes;
+}
+
+Json ObjectSchema() {
+  Json kinds = Json::array();
+  for (const ObjectType& type : ObjectTypes()) {
+    Json properties = {{"type", {{"const", type.name}}},
+                       {"name", {{"type", "string"}, {"minLength", 1}}}};
+    for (const std::string_view key : type.keys)
+      properties[std::string(key)] = ObjectKey(key, type.name == "plane");
+    AddPlacement(properties);
+    kinds.push_back(Object(std::move(properties), Json::array({"type"})));
+  }
+  return {{"oneOf", std::move(kinds)}};
+}
+
+Json ExportSchema() {
+  const Json common = {
+      {"file", {{"type", "string"}, {"pattern", "#"}}},
+      {"grids",
+       {{"type", "object"}, {"additionalProperties", {{"type", "string"}}}, {"minProperties", 1}}}};
+  const Json required = {"format", "file", "grids"};
+  Json vdb = common, png = common;
+  vdb["format"] = {{"const", "vdb"}};
+  png["format"] = {{"const", "png"}};
+  png["axis"] = {{"enum", {"x", "y", "z"}}};
+  return {
+      {"oneOf", Json::array({Object(std::move(vdb), required), Object(std::move(png), required)})}};
+}
+
+Json Definitions() {
+  Json link = {{"anyOf", Json::array({{{"type", "string"}},
+                                      Object({{"node", {{"type", "string"}}},
+                                              {"flags", {{"type", "integer"}, {"minimum", 0}}}},
+                                             Json::array({"node"}))})}};
+  Json colour = {{"type", "array"},
+                 {"prefixItems", Json::array({{{"type", "number"}}, NumbersOf(3)})},
+                 {"minItems", 2},
+                 {"maxItems", 2}};
+  const auto orNull = [](Json list) {
+    list["type"] = {"array", "null"};
+    return list;
+  };
+  Json definitions = {{"placement", OrKeys(NumbersOf(3))},
+                      {"links", orNull(ListOf(std::move(link)))},
+                      {"curve", orNull(ListOf(NumbersOf(2), 1))},
+                      {"gradient", orNull(ListOf(std::move(colour), 1))},
+                      {"obstacle", TableSchema(ObstacleParameters(), "obstacle")},
+                      {"object", ObjectSchema()},
+                      {"node", NodeSchema()},
+                      {"export", ExportSchema()}};
+  for (const NodeKind& kind : Catalogue()) {
+    const std::string name = "parameters_" + std::string(kind.type);
+    definitions[name] = TableSchema(ParametersOf(kind), name);
+  }
+  return definitions;
+}
+
+}  // namespace
+
+std::string SceneSchema() {
+  Json range = NumbersOf(2);
+  range["items"] = {{"type", "integer"}};
+  Json schema = {{"$schema", "https://json-schema.org/draft/2020-12/schema"},
+                 {"title", "Sulva scene"}};
+  schema.update(Object({{"sulva", {{"const", 1}}},
+                        {"fps", {{"type", "number"}, {"exclusiveMinimum", 0}}},
+                        {"range", std::move(range)},
+                        {"objects", ListOf(Ref("object"))},
+                        {"nodes", ListOf(Ref("node"), 1)},
+                        {"exports", ListOf(Ref("export"))},
+                        {"render", {{"type", "object"}}}},
+                       Json::array({"sulva", "nodes"})));
+  schema["$defs"] = Definitions();
+  return schema.dump(2);
+}
+
+}  // namespace MELDO_GLOBAL::app
