@@ -49,6 +49,7 @@ enum Category : u32 {
 enum CategoryBit : i32 {
   kBitScalar = 1,
   kBitVector = 2,
+  kBitBoolean = 3,
   kBitParticle = 7,
   kBitProperty = 10,
   kBitMesh = 12,

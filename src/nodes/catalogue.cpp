@@ -8,6 +8,8 @@
 #include "fluids/channels/temperature_grid_channel.h"
 #include "fluids/surfacetracker/mesh/mesh.h"
 #include "fluids/volume/volume_mesh.h"
+#include "fluids/emitters/channel_value.h"
+#include "fluids/emitters/object_grid_emitter.h"
 #include "framework/duration.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -43,6 +45,20 @@ const std::vector<NodeKind>& Catalogue() {
      Duration::Parameters, Make<Duration>},
     {1300000, "server", "Sulva Scene", "Scene", 0, 0, 0, "", {}, {}, {"Support"},
      Scene::Parameters, nullptr},
+    {1300005, "gridemitter", "Emitter::Grid", "ObjectGridEmitter", kTypeObjectGridEmitter, 3,
+     kCategoryGrid, "", {5}, 10, {"Grids/Emitters"}, ObjectGridEmitter::Parameters,
+     Make<ObjectGridEmitter>},
+    {1300011, "rate", "Value", "EmissionRate", 0, 10, 0, "", {}, {}, {"General"},
+     EmissionRate::Parameters, Make<EmissionRate>},
+    {1300012, "channelsettings", "Container::Channel/Settings", "ChannelPair", kTypeChannelPair,
+     10, kCategoryGrid, "", {}, {}, {"Grids/Emitters"}, ChannelPair::Parameters,
+     Make<ChannelPair>},
+    {1300013, "channelvalue", "Container::Channel/Value", "ChannelValue", kTypeChannelValue, 10,
+     kCategoryGrid | kCategoryProperty, "", {}, {}, {"Particles/Emitters"},
+     ChannelValue::Parameters, Make<ChannelValue>},
+    {1300024, "emission_setting", "Settings::Grid Emission", "GridEmissionSettings",
+     kTypeGridEmissionSettings, 10, kCategoryGrid, "", {}, {}, {"Grids/Emitters"},
+     GridEmissionSettings::Parameters, Make<GridEmissionSettings>},
     {1300027, "channel_scalar", "Scalar", "FuelGridChannel", kTypeFuelChannel, 1, kScalarChannel,
      "R", {}, {}, {"Grids"}, FuelField::ScalarParameters, Make<FuelField>},
     {1300028, "channel_fuel", "Fuel", "FuelGridChannel", kTypeFuelChannel, 1, kScalarChannel, "R",

@@ -30,6 +30,9 @@ class iEmissionHandler {
   /// the layers that `owner` doesn't own.
   virtual void Emit(const T& value, const Vec3d& position, const EmissionWrite& write,
                     const std::vector<i32>& indices, const LayerOwner& owner) = 0;
+  /// The same for a run of cells, in order: one call for many.
+  virtual void EmitRow(const T* values, const Vec3d* positions, i32 count,
+                       const EmissionWrite& write, const LayerOwner& owner) = 0;
   /// On the pipeline thread, or where nobody else writes.
   void Emit(const T& value, const Vec3d& position, const EmissionWrite& write,
             const std::vector<i32>& indices = {}) {

@@ -4,9 +4,18 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
+/// A position that is meant to be a sample's is one: rounding must not spill over to a side.
+Vec3d Snapped(Vec3d c) {
+  for (int a = 0; a < 3; ++a) {
+    const double whole = std::round(c[a]);
+    if (std::abs(c[a] - whole) < 1e-9) c[a] = whole;
+  }
+  return c;
+}
+
 template <class G>
 void SplatOwned(G& g, double value, const Vec3d& position, i32 mode, const LayerOwner& owner) {
-  const Vec3d c = g.ToSamples(position);
+  const Vec3d c = Snapped(g.ToSamples(position));
   const i32 layer = g.mLayout.originCell.z + LinearStencil(c.z, g.mNz).index;
   const auto operation =
       mode == static_cast<i32>(EmissionMode::Set) ? SplatOperation::Assign : SplatOperation::Add;
@@ -49,6 +58,20 @@ void ScalarEmissionHandler<T, G>::Emit(const T& value, const Vec3d& position,
   if (write.splat) return SplatOwned(*g, value, position, write.mode, owner);
   const i32 index = indices.empty() ? CellIndex(*g, g->mLayout.ToCells(position)) : indices.front();
   Combine(*g, index, value, write.mode, write.hasLimit ? write.limit : g->mRangeMax);
+}
+
+template <class T, class G>
+void ScalarEmissionHandler<T, G>::EmitRow(const T* values, const Vec3d* positions, i32 count,
+                                          const EmissionWrite& write, const LayerOwner& owner) {
+  for (i32 i = 0; i < count; ++i)
+    ScalarEmissionHandler::Emit(values[i], positions[i], write, {}, owner);
+}
+
+template <class T, class G>
+void VectorEmissionHandler<T, G>::EmitRow(const T* values, const Vec3d* positions, i32 count,
+                                          const EmissionWrite& write, const LayerOwner& owner) {
+  for (i32 i = 0; i < count; ++i)
+    VectorEmissionHandler::Emit(values[i], positions[i], write, {}, owner);
 }
 
 template <class T, class G>

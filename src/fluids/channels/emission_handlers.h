@@ -12,6 +12,7 @@ class ChannelEmissionHandler : public iEmissionHandler<T> {
   using iEmissionHandler<T>::Emit;
   void Emit(const T&, const Vec3d&, const EmissionWrite&, const std::vector<i32>&,
             const LayerOwner&) override {}
+  void EmitRow(const T*, const Vec3d*, i32, const EmissionWrite&, const LayerOwner&) override {}
 
  protected:
   Channel_Dynamic<T, G>* mChannel;
@@ -26,6 +27,8 @@ class ScalarEmissionHandler : public ChannelEmissionHandler<T, G> {
   using iEmissionHandler<T>::Emit;
   void Emit(const T& value, const Vec3d& position, const EmissionWrite& write,
             const std::vector<i32>& indices, const LayerOwner& owner) override;
+  void EmitRow(const T* values, const Vec3d* positions, i32 count, const EmissionWrite& write,
+               const LayerOwner& owner) override;
 };
 
 /// Fire is a fraction: a value outside 0..1 goes on as 1, or as 0 when it is negative.
@@ -36,9 +39,16 @@ class FireEmissionHandler : public ScalarEmissionHandler<T, G> {
   using iEmissionHandler<T>::Emit;
   void Emit(const T& value, const Vec3d& position, const EmissionWrite& write,
             const std::vector<i32>& indices, const LayerOwner& owner) override {
-    const T fraction = value >= 0 && value <= 1 ? value : value >= 0 ? T(1) : T(0);
-    ScalarEmissionHandler<T, G>::Emit(fraction, position, write, indices, owner);
+    ScalarEmissionHandler<T, G>::Emit(Fraction(value), position, write, indices, owner);
   }
+  void EmitRow(const T* values, const Vec3d* positions, i32 count, const EmissionWrite& write,
+               const LayerOwner& owner) override {
+    for (i32 i = 0; i < count; ++i)
+      FireEmissionHandler::Emit(values[i], positions[i], write, {}, owner);
+  }
+
+ private:
+  static T Fraction(T value) { return value >= 0 && value <= 1 ? value : value >= 0 ? T(1) : T(0); }
 };
 
 /// Writes vectors component by component, each into the cell of its own grid.
@@ -49,6 +59,8 @@ class VectorEmissionHandler : public ChannelEmissionHandler<T, G> {
   using iEmissionHandler<T>::Emit;
   void Emit(const T& value, const Vec3d& position, const EmissionWrite& write,
             const std::vector<i32>& indices, const LayerOwner& owner) override;
+  void EmitRow(const T* values, const Vec3d* positions, i32 count, const EmissionWrite& write,
+               const LayerOwner& owner) override;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

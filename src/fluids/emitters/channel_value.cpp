@@ -1,0 +1,56 @@
+#include "fluids/emitters/channel_value.h"
+
+#include "fluids/emitters/channel_kinds.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const ParameterTable& ChannelValue::Parameters() {
+  static const ParameterTable table = {
+      LinkRow(1000, "channel", "the channel, or a solver whose field is meant", FieldKinds()),
+      LongRow(1008, "solver_field", 0, "", "field of a linked solver")
+          .Choices({{0, "pressure"}, {2, "velocity"}}),
+      RealRow(1001, "value", 1.0, "", "value of a scalar channel"),
+      VectorRow(1002, "vector_value", {1, 1, 1}, "", "value of a vector channel"),
+      RealRow(1003, "second_value", 0.0, "", "a further value of the holder"),
+      LinkRow(1004, "property", "particle property that gives the value", {}),
+      BoolRow(1007, "property_switch", false, "option of a linked property"),
+  };
+  return table;
+}
+
+bool ChannelValue::ReadParameters(void* context) {
+  mPriority = 0;
+  if (!iBase::ReadParameters(context)) return false;
+  mValue = mInterface.GetReal(1001);
+  mVector = mInterface.GetVector(1002);
+  mSecondValue = mInterface.GetReal(1003);
+  return true;
+}
+
+bool ChannelValue::ResolveLinks() {
+  if (!iBase::ResolveLinks()) return false;
+  ChannelTarget target;
+  target.Resolve(*this, 1000, mInterface.GetLong(1008));
+  mScalar = target.scalar;
+  mVectorChannel = target.vector;
+  const BaseNode* property = mInterface.GetLink(1004);
+  const auto find = [&](i32 bit) {
+    return mScene->FindObject(property, kListParticles, kBitProperty, bit);
+  };
+  mScalarProperty = find(kBitScalar);
+  mVectorProperty = find(kBitVector);
+  mBoolProperty = find(kBitBoolean);
+  return !target.IsEmpty();
+}
+
+void ChannelValue::ClearLinks() {
+  mScalar = nullptr;
+  mVectorChannel = nullptr;
+  mScalarProperty = mVectorProperty = mBoolProperty = nullptr;
+  iBase::ClearLinks();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

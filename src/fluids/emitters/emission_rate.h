@@ -1,0 +1,29 @@
+// Animatable amounts.
+#pragma once
+#include "framework/ibase.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// An amount that settings link to in place of a number of their own.
+class EmissionRate : public iBase {
+ public:
+  EmissionRate() = default;
+  EmissionRate(host::BaseNode* node, Scene* scene) : iBase(node, scene) {}
+  EmissionRate(const EmissionRate&) = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetListIndex() const override { return kListSettings; }
+  void GetCategories(u32& mask) const override {
+    mask |= mKind == kReal ? 0x1u : u32{kCategoryVector};
+  }
+  bool ReadParameters(void* context = nullptr) override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<EmissionRate>(*this); }
+
+  enum Kind : i32 { kReal = 0, kVector = 1, kWhole = 2 };
+  i32 mKind = kReal;
+  double mReal = 1;
+  Vec3d mVector{1, 0, 0};
+  i32 mWhole = 100;  ///< read by particle emitters
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
