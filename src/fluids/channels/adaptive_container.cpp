@@ -1,21 +1,8 @@
 #include "fluids/channels/adaptive_container.h"
 
-#include <limits>
-
 #include "grids/grid_resampler.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
-
-namespace {
-
-/// Whether a grid of `dims` samples can be indexed.
-bool IsIndexable(const VecInt3D& dims) {
-  if (dims.x <= 0 || dims.y <= 0 || dims.z <= 0) return false;
-  const double count = double(dims.x) * dims.y * dims.z;
-  return count <= std::numeric_limits<i32>::max();
-}
-
-}  // namespace
 
 ContainerShape::ContainerShape(const GridLayout& domain, const Vec3d& min, const Vec3d& max)
     : cellSize(domain.cellSize) {
@@ -50,7 +37,6 @@ bool FitContainer(std::unique_ptr<G>& grid, const GridLayout& domain, const Cont
     }
     return true;
   }
-  if (!IsIndexable(shape.cells + ExtraOf(content.kind))) return false;
   // What lies outside the new container is lost, what lies inside is cleaned there: one pass.
   GridLayout layout;
   layout.Set(shape.cells, shape.worldSize, shape.cellSize, shape.worldOrigin);
