@@ -6,9 +6,10 @@
 #include "fluids/channels/fire_grid_channel.h"
 #include "fluids/channels/fuel_grid_channel.h"
 #include "fluids/channels/temperature_grid_channel.h"
+#include "fluids/emitters/channel_value.h"
+#include "fluids/emitters/object_grid_emitter.h"
 #include "fluids/surfacetracker/mesh/mesh.h"
 #include "fluids/volume/volume_mesh.h"
-#include "fluids/emitters/channel_value.h"
 #include "framework/duration.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -44,6 +45,9 @@ const std::vector<NodeKind>& Catalogue() {
      Duration::Parameters, Make<Duration>},
     {1300000, "server", "Sulva Scene", "Scene", 0, 0, 0, "", {}, {}, {"Support"},
      Scene::Parameters, nullptr},
+    {1300005, "gridemitter", "Emitter::Grid", "ObjectGridEmitter", kTypeObjectGridEmitter, 3,
+     kCategoryGrid, "", {5}, 10, {"Grids/Emitters"}, ObjectGridEmitter::Parameters,
+     Make<ObjectGridEmitter>},
     {1300011, "rate", "Value", "EmissionRate", 0, 10, 0, "", {}, {}, {"General"},
      EmissionRate::Parameters, Make<EmissionRate>},
     {1300012, "channelsettings", "Container::Channel/Settings", "ChannelPair", kTypeChannelPair,

@@ -73,13 +73,10 @@ void ObjectGridEmitter::CheckDirty() {
   }
 }
 
-bool ObjectGridEmitter::HasGrid(i32 member) const {
-  const VolumeBase* volume = mVolume->GetMember(member);
-  return volume && volume->HasGridData();
-}
-
 void ObjectGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
-  if (mVolume && mVolume->GetMemberCount() > 0 && HasGrid(0)) mVolume->ExpandBounds(min, max);
+  std::vector<VolumeBase*> members;
+  if (mVolume) mVolume->CollectMembers(members);
+  if (!members.empty() && members.front()->HasGridData()) mVolume->ExpandBounds(min, max);
 }
 
 bool ObjectGridEmitter::ComesBefore(const iBase& other) const {
@@ -92,9 +89,10 @@ void ObjectGridEmitter::Prepare(void*) {
   mTargets.clear();
   if (!mVolume) return void(Deactivate("it has no volume"));
   if (mPairs.empty()) return void(Deactivate("it has no channels"));
-  bool hasGrid = false;
-  for (i32 i = 0; i < mVolume->GetMemberCount(); ++i) hasGrid = hasGrid || HasGrid(i);
-  if (!hasGrid) return void(Deactivate("its volume has no grid"));
+  mMembers.clear();
+  mVolume->CollectMembers(mMembers);
+  std::erase_if(mMembers, [](const VolumeBase* member) { return !member->HasGridData(); });
+  if (mMembers.empty()) return void(Deactivate("its volume has no grid"));
 
   mWeights.assign(mPairs.size(), 1.0);
   bool anyRuns = false;
@@ -118,8 +116,7 @@ void ObjectGridEmitter::Prepare(void*) {
 void ObjectGridEmitter::Begin(void*) {
   if (!Has(FLAG_ACTIVE)) return;
   i32 layers = 0;
-  for (i32 i = 0; i < mVolume->GetMemberCount(); ++i)
-    if (HasGrid(i)) layers = std::max(layers, mVolume->GetMember(i)->GetGrid()->mNz - 3);
+  for (const VolumeBase* member : mMembers) layers = std::max(layers, member->GetGrid()->mNz - 3);
   if (layers <= 0) Deactivate("its volume is thinner than a cell");
 }
 
@@ -128,21 +125,19 @@ void ObjectGridEmitter::Evaluate(const EvaluationThreadData& data) {
   const LayerOwner owner{data.index, data.count};
   bool splats = false;
   for (const Target& target : mTargets) splats = splats || target.write.splat;
-  for (i32 i = 0; i < mVolume->GetMemberCount(); ++i) {
-    if (!HasGrid(i)) continue;
-    VolumeBase& volume = *mVolume->GetMember(i);
-    const EGrid<double>& grid = *volume.GetGrid();
+  for (const VolumeBase* volume : mMembers) {
+    const EGrid<double>& grid = *volume->GetGrid();
     for (i32 z = 1; z < grid.mNz - 2; ++z) {
       if (data.TestBreak()) return;
       const i32 layer = grid.mLayout.originCell.z + z;
       const bool owned = owner.Owns(layer);
       // Only a splat reaches from a neighbour's layer into an own one.
-      if (owned || (splats && owner.Reaches(layer))) EmitLayer(volume, z, owned, data);
+      if (owned || (splats && owner.Reaches(layer))) EmitLayer(*volume, z, owned, data);
     }
   }
 }
 
-void ObjectGridEmitter::EmitLayer(VolumeBase& volume, i32 z, bool owned,
+void ObjectGridEmitter::EmitLayer(const VolumeBase& volume, i32 z, bool owned,
                                   const EvaluationThreadData& data) const {
   const EGrid<double>& grid = *volume.GetGrid();
   const GridLayout& layout = grid.mLayout;
@@ -213,6 +208,7 @@ void ObjectGridEmitter::Finish() {
   SetFlag(FLAG_ACTIVE, false);
   mWeights.clear();
   mTargets.clear();
+  mMembers.clear();
   mConstraints.Finish();
   ObjectVolume::Finish();
 }

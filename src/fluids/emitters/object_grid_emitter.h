@@ -56,14 +56,15 @@ class ObjectGridEmitter : public ObjectVolume {
     Vec3d positions[kRun];
   };
 
-  bool HasGrid(i32 member) const;
-  void EmitLayer(VolumeBase& volume, i32 z, bool owned, const EvaluationThreadData& data) const;
+  void EmitLayer(const VolumeBase& volume, i32 z, bool owned,
+                 const EvaluationThreadData& data) const;
   void EmitRun(const VolumeBase& volume, const CellRun& run, bool owned,
                const EvaluationThreadData& data) const;
   /// Scales the amount of a cell; 0 leaves the cell alone.
   double WeightAt(const Target& target, const VolumeBase& volume, const Vec3d& p, u32 worker) const;
 
   std::vector<Target> mTargets;
+  std::vector<VolumeBase*> mMembers;  ///< of the volume, those with a grid
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
