@@ -1,5 +1,8 @@
 // Arrays that are walked in lockstep.
 #pragma once
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 #include <new>
 
 #include "host/types.h"
@@ -8,7 +11,7 @@ namespace MELDO_GLOBAL {
 
 /// Arrays of doubles of one length in one allocation. Large arrays usually all start at the same
 /// place within a memory page, so that equal indices compete for the same few cache lines; these
-/// start nine lines apart from one another.
+/// start nine lines apart from one another. Large ones ask for large pages.
 class StaggeredArrays {
  public:
   /// `first` is the number of the first array among all that are walked together.
@@ -22,16 +25,20 @@ class StaggeredArrays {
   bool Resize(i64 length) {
     if (mData && length == mLength) return true;
     Free();
-    const i64 stride = (length + kPage - 1) / kPage * kPage + kStagger;
-    mData = static_cast<double*>(::operator new (sizeof(double) * (stride * mArrays + Lead()),
-                                                 std::align_val_t{kAlignment}, std::nothrow));
+    mStride = (length + kPage - 1) / kPage * kPage + kStagger;
+    const std::size_t bytes = sizeof(double) * (mStride * mArrays + Lead());
+    mAlignment = bytes > 2 * kLargePage ? kLargePage : std::size_t{64};
+    mData =
+        static_cast<double*>(::operator new (bytes, std::align_val_t{mAlignment}, std::nothrow));
     if (!mData) return false;
     mLength = length;
-    mStride = stride;
+#if defined(__linux__)
+    if (mAlignment == kLargePage) madvise(mData, bytes, MADV_HUGEPAGE);
+#endif
     return true;
   }
   void Free() {
-    if (mData) ::operator delete (mData, std::align_val_t{kAlignment});
+    if (mData) ::operator delete (mData, std::align_val_t{mAlignment});
     mData = nullptr;
     mLength = 0;
   }
@@ -41,11 +48,12 @@ class StaggeredArrays {
 
  private:
   static constexpr i64 kPage = 512, kStagger = 72;  // doubles
-  static constexpr std::size_t kAlignment = 4096;
+  static constexpr std::size_t kLargePage = std::size_t{2} << 20;
   i64 Lead() const { return mFirst * kStagger; }
 
   i32 mArrays, mFirst;
   i64 mLength = 0, mStride = 0;
+  std::size_t mAlignment = 64;
   double* mData = nullptr;
 };
 

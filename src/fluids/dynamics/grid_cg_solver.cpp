@@ -164,22 +164,36 @@ SULVA_WIDE_KERNEL void ForwardTerms(const Bands& m, double alpha, const double* 
                                     double* __restrict b, i32 n) {
   const double *ux = m.upper[0], *uy = m.upper[1], *uz = m.upper[2];
   const i32 ny = m.ny, nz = m.nz;
-  for (i32 i = 0; i < n; ++i) {
+  const auto substitute = [&](i32 i) {
     r[i] -= alpha * z[i];
     a[i] = factor[i] * (r[i] - (uy[i - ny] * z[i - ny] + uz[i - nz] * z[i - nz]));
     b[i] = factor[i] * ux[i - 1];
+  };
+  i32 i = 0;
+  for (; i + kCacheLine <= n; i += kCacheLine) {
+    for (const double* next : {factor, ux, uy - ny, uz - nz, z, static_cast<const double*>(r)})
+      __builtin_prefetch(next + ny + i);
+    for (i32 k = 0; k < kCacheLine; ++k) substitute(i + k);
   }
+  for (; i < n; ++i) substitute(i);
 }
 
-/// The terms of z[i] = a[i] - b[i] z[i+1], the backward substitution.
+/// The terms of z[i] = a[i] - b[i] z[i+1], the backward substitution; `r` is read after it.
 SULVA_WIDE_KERNEL void BackwardTerms(const Bands& m, const double* factor, const double* z,
-                                     double* __restrict a, double* __restrict b, i32 n) {
+                                     const double* r, double* __restrict a, double* __restrict b,
+                                     i32 n) {
   const double *ux = m.upper[0], *uy = m.upper[1], *uz = m.upper[2];
   const i32 ny = m.ny, nz = m.nz;
-  for (i32 i = 0; i < n; ++i) {
+  const auto substitute = [&](i32 i) {
     a[i] = z[i] - factor[i] * (uy[i] * z[i + ny] + uz[i] * z[i + nz]);
     b[i] = factor[i] * ux[i];
+  };
+  i32 i = 0;
+  for (; i + kCacheLine <= n; i += kCacheLine) {
+    for (const double* next : {factor, ux, uy, uz, z, r}) __builtin_prefetch(next - ny + i);
+    for (i32 k = 0; k < kCacheLine; ++k) substitute(i + k);
   }
+  for (; i < n; ++i) substitute(i);
 }
 
 /// The factor's diagonal along a line: what the columns before leave of the matrix's own. An entry
@@ -271,7 +285,8 @@ double Grid_CGSolver::Backward() {
     for (i32 l = 0; l < wave.count; ++l) {
       const i32 c = wave.lines[l].base + wave.first;
       lines[l] = {scratch.A(l), scratch.B(l), z + c};
-      BackwardTerms(Bands(mMatrix, c), mArrays[kFactor] + c, z + c, scratch.A(l), scratch.B(l), n);
+      BackwardTerms(Bands(mMatrix, c), mArrays[kFactor] + c, z + c, mArrays[kRhs] + c, scratch.A(l),
+                    scratch.B(l), n);
     }
     RunRecurrences(lines, wave.count, n, -1);
     for (i32 l = 0; l < wave.count; ++l) {

@@ -120,12 +120,19 @@ SULVA_WIDE_KERNEL void RelaxTerms(const RelaxLine& l, double* __restrict a, doub
   const double *inverse = l.inverse, *rhs = l.rhs, *ux = l.ux, *uy = l.uy, *uz = l.uz;
   const double *p = l.p, *below = l.below, *above = l.above;
   const i32 ny = l.ny, nz = l.nz;
-  for (i32 i = 0; i < n; ++i) {
+  const auto relax = [&](i32 i) {
     const double s = ux[i] * p[i + 1] + (uy[i - ny] * p[i - ny] + uy[i] * p[i + ny]) +
                      (uz[i - nz] * below[i] + uz[i] * above[i]);
     a[i] = inverse[i] * (rhs[i] - s);
     b[i] = inverse[i] * ux[i - 1];
+  };
+  i32 i = 0;
+  for (; i + kCacheLine <= n; i += kCacheLine) {
+    for (const double* next : {inverse, rhs, ux, uy, uz, above}) __builtin_prefetch(next + i + ny);
+    __builtin_prefetch(p + i + 2 * ny);
+    for (i32 k = 0; k < kCacheLine; ++k) relax(i + k);
   }
+  for (; i < n; ++i) relax(i);
 }
 
 /// Writes the new pressures; returns the largest change.

@@ -7,6 +7,10 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+/// Doubles of a cache line. The waves walk too many arrays at once for the processor to foresee, so
+/// the kernels ask for the lines of the next wave a cache line at a time.
+inline constexpr i32 kCacheLine = 8;
+
 /// Sum of a[i] b[i], in four interleaved partial sums.
 double DotLine(const double* a, const double* b, i32 n);
 /// Largest |a[i]|.
