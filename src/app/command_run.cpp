@@ -27,6 +27,7 @@ class Run {
  public:
   Run(LoadedScene& scene, const RunOptions& options, const fs::path& out)
       : mOptions(options),
+        mOut(out),
         mSimulation(*scene.document, scene.servers,
                     options.memory ? options.memory : MachineMemory()),
         mSelected(Select()),
@@ -47,12 +48,16 @@ class Run {
       mProgress.Error(error.what());
       code = error.code;
     } catch (const std::bad_alloc&) {
-      mProgress.Error("out of memory; raise cell_size or lower the solver's box_size");
+      mProgress.Error("out of memory; raise cell_size or lower the size of boxes and meshes");
       code = kExitMemory;
     }
     const std::chrono::duration<double> wall = Clock::now() - start;
     mStatistics.WriteSummary(mFramesWritten, wall.count(), code);
     PrintWarnings();
+    if (code == kExitDone)
+      mProgress.Note(fmt::format("done: {} frame{} in {}, written to {}", mFramesWritten,
+                                 mFramesWritten == 1 ? "" : "s", FormatDuration(wall.count()),
+                                 mOut.string()));
     return code;
   }
 
@@ -110,6 +115,7 @@ class Run {
   }
 
   const RunOptions& mOptions;
+  const fs::path mOut;
   Simulation mSimulation;
   const FrameRange mSelected;
   Progress mProgress;

@@ -113,17 +113,15 @@ ChannelRecord MeasureChannel(const iBase& channel, i32 threads) {
 SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
   SolverRecord record;
   record.pressure = solver.mPressure.TakeReports();
-  record.divergenceMax = solver.mPressure.DivergenceMax();
   const GridLayout* layout = solver.GetLayout();
   if (!layout) return record;
+  record.divergenceMax = solver.mPressure.DivergenceMax();
   record.dims = layout->dims;
   double sum = 0;
   for (int axis = 0; axis < 3; ++axis) {
     const EGrid<double>* velocity = solver.mVelocity.GetGrid(axis);
     if (!velocity || !velocity->mData) continue;
-    const EGrid<float>* open =
-        solver.mFractions.HasField(axis, 1) ? solver.mFractions.GetRead(axis, 1) : nullptr;
-    if (open && (!open->mData || open->Dims() != velocity->Dims())) open = nullptr;
+    const EGrid<float>* open = solver.GetOpenFaces(axis);
     const FaceSums sums = ReduceBlocks(
         velocity->mNz, threads, FaceSums{},
         [&](i32 z) { return MeasureLayer(*velocity, open, axis, z); },

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <fstream>
 
+#include "grids/grid_memory.h"
+
 namespace MELDO_GLOBAL::app {
 
 using namespace MELDO_SULVA;
@@ -56,6 +58,18 @@ double EstimateGridMemory(const Scene& scene, double cells) {
   return samples * cells * 8;
 }
 
+MemoryGuard::MemoryGuard(u64 limit) : mLimit(limit) { SetGridMemoryLimit(limit); }
+MemoryGuard::~MemoryGuard() { SetGridMemoryLimit(0); }
+
+void MemoryGuard::Refuse(const std::string& what, double bytes, const Scene& scene) {
+  const double limit = static_cast<double>(mLimit);
+  mRefusal = fmt::format("out of memory: {} need about {}, ", what, FormatBytes(bytes));
+  mRefusal += bytes > limit ? fmt::format("the limit is {}", FormatBytes(limit))
+                            : fmt::format("and a grid may have at most {:.2g} cells", kMostCells);
+  mRefusal += fmt::format("; raise cell_size (now {}) or lower the size of boxes and meshes",
+                          scene.mDomain.cellSize);
+}
+
 bool MemoryGuard::Allows(const Scene& scene, const Vec3d& min, const Vec3d& max) {
   const double cell = scene.mDomain.cellSize;
   Vec3d cells;
@@ -63,12 +77,16 @@ bool MemoryGuard::Allows(const Scene& scene, const Vec3d& min, const Vec3d& max)
   const double count = cells.x * cells.y * cells.z;
   const double bytes = EstimateGridMemory(scene, count);
   if (count <= kMostCells && bytes <= static_cast<double>(mLimit)) return true;
-  mRefusal = fmt::format("out of memory: {:.0f} x {:.0f} x {:.0f} cells need about {}", cells.x,
-                         cells.y, cells.z, FormatBytes(bytes));
-  mRefusal += bytes > static_cast<double>(mLimit)
-                  ? fmt::format(", the limit is {}", FormatBytes(static_cast<double>(mLimit)))
-                  : fmt::format(", and a grid may have at most {:.2g} cells", kMostCells);
-  mRefusal += fmt::format("; raise cell_size (now {:g}) or lower the solver's box_size", cell);
+  Refuse(fmt::format("{:.0f} x {:.0f} x {:.0f} cells", cells.x, cells.y, cells.z), bytes, scene);
+  return false;
+}
+
+bool MemoryGuard::CheckGrids(const Scene& scene) {
+  const GridRefusal refused = RefusedGrid();
+  if (refused.bytes == 0) return true;
+  const VecInt3D& d = refused.dims;
+  Refuse(fmt::format("grids with one more of {} x {} x {} samples", d.x, d.y, d.z), refused.bytes,
+         scene);
   return false;
 }
 

@@ -16,16 +16,25 @@ std::string FormatBytes(double bytes);
 /// that live at once at the peak of a step.
 double EstimateGridMemory(const MELDO_SULVA::Scene& scene, double cells);
 
-/// Looks at every box before the grids of a scene grow to it.
+/// Holds a run to its memory: looks at every box before the grids of a scene grow to it, and limits
+/// the grids together, as it lives.
 class MemoryGuard {
  public:
-  explicit MemoryGuard(u64 limit) : mLimit(limit) {}
+  explicit MemoryGuard(u64 limit);
+  ~MemoryGuard();
+  MemoryGuard(const MemoryGuard&) = delete;
+  MemoryGuard& operator=(const MemoryGuard&) = delete;
+
   /// Whether the box (simulation units) fits; if not, `Refusal` says why.
   bool Allows(const MELDO_SULVA::Scene& scene, const Vec3d& min, const Vec3d& max);
+  /// False once a single grid was refused, as that of a volume may be; `Refusal` says why.
+  bool CheckGrids(const MELDO_SULVA::Scene& scene);
   /// One sentence; empty as long as everything fitted.
   const std::string& Refusal() const { return mRefusal; }
 
  private:
+  void Refuse(const std::string& what, double bytes, const MELDO_SULVA::Scene& scene);
+
   u64 mLimit;
   std::string mRefusal;
 };

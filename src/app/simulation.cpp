@@ -72,7 +72,7 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
   mDocument.SetFrame(frame);
   for (const auto& scene : mScenes) {
     const bool finished = scene->Execute(&host::MainThread(), false);
-    if (!mGuard.Refusal().empty()) return FrameOutcome::OutOfMemory;
+    if (!mGuard.Refusal().empty() || !mGuard.CheckGrids(*scene)) return FrameOutcome::OutOfMemory;
     if (!finished || host::MainThread().TestBreak()) return FrameOutcome::Interrupted;
     AddReport(*scene, record);
   }

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
-#include <new>
 #include <utility>
 
+#include "grids/grid_memory.h"
 #include "host/types.h"
 #include "host/vector.h"
 
@@ -86,9 +86,8 @@ class Grid : public iGrid<T> {
         mCount(CountOf(dims)),
         mSlice(CountOf({dims.x, dims.y, 1})) {
     ResetActive();
-    if (mCount > 0 && mCount < std::numeric_limits<i32>::max()) {
-      mData = static_cast<T*>(
-          ::operator new (sizeof(T) * mCount, std::align_val_t{kAlignment}, std::nothrow));
+    if (mCount > 0) {
+      mData = static_cast<T*>(AllocateGridMemory(dims, sizeof(T)));
       if (mData) std::uninitialized_value_construct_n(mData, mCount);
     }
   }
@@ -103,7 +102,7 @@ class Grid : public iGrid<T> {
   ~Grid() override {
     if (!mData) return;
     std::destroy_n(mData, mCount);
-    ::operator delete (mData, std::align_val_t{kAlignment});
+    FreeGridMemory(mData, sizeof(T) * mCount);
   }
 
   VecInt3D Dims() const { return {mNx, mNy, mNz}; }
@@ -125,9 +124,6 @@ class Grid : public iGrid<T> {
            mActiveMin.z > mActiveMax.z;
   }
   i64 GetByteSize() const { return mCount * static_cast<i64>(sizeof(T)) + 24; }
-
- private:
-  static constexpr std::size_t kAlignment = 64;
 };
 
 }  // namespace MELDO_GLOBAL

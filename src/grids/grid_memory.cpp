@@ -1,0 +1,59 @@
+#include "grids/grid_memory.h"
+
+#include <atomic>
+#include <limits>
+#include <mutex>
+#include <new>
+
+namespace MELDO_GLOBAL {
+
+namespace {
+
+constexpr std::align_val_t kAlignment{64};
+
+std::atomic<u64> gLimit{0};
+std::atomic<u64> gUsed{0};
+std::mutex gRefusalMutex;
+GridRefusal gRefusal;
+
+void* Refuse(const VecInt3D& dims, double bytes) {
+  const std::lock_guard lock(gRefusalMutex);
+  if (gRefusal.bytes == 0) gRefusal = {dims, bytes + static_cast<double>(gUsed.load())};
+  return nullptr;
+}
+
+}  // namespace
+
+void SetGridMemoryLimit(u64 bytes) {
+  const std::lock_guard lock(gRefusalMutex);
+  gLimit = bytes;
+  gRefusal = {};
+}
+
+u64 GridMemory() { return gUsed; }
+
+GridRefusal RefusedGrid() {
+  const std::lock_guard lock(gRefusalMutex);
+  return gRefusal;
+}
+
+void* AllocateGridMemory(const VecInt3D& dims, std::size_t sampleSize) {
+  const double samples = double(dims.x) * dims.y * dims.z;
+  const double wanted = samples * static_cast<double>(sampleSize);
+  if (samples >= std::numeric_limits<i32>::max()) return Refuse(dims, wanted);
+  const u64 bytes = u64(dims.x) * u64(dims.y) * u64(dims.z) * sampleSize;
+  const u64 limit = gLimit;
+  if (limit > 0 && gUsed + bytes > limit) return Refuse(dims, wanted);
+  void* data = ::operator new(bytes, kAlignment, std::nothrow);
+  if (!data) return Refuse(dims, wanted);
+  gUsed += bytes;
+  return data;
+}
+
+void FreeGridMemory(void* data, std::size_t bytes) {
+  if (!data) return;
+  gUsed -= bytes;
+  ::operator delete(data, kAlignment);
+}
+
+}  // namespace MELDO_GLOBAL
