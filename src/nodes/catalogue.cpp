@@ -6,8 +6,13 @@
 #include "fluids/channels/fire_grid_channel.h"
 #include "fluids/channels/fuel_grid_channel.h"
 #include "fluids/channels/temperature_grid_channel.h"
+#include "fluids/dynamics/fluid_solver.h"
 #include "fluids/emitters/channel_value.h"
 #include "fluids/emitters/object_grid_emitter.h"
+#include "fluids/forces/force_buoyancy.h"
+#include "fluids/forces/force_gravity.h"
+#include "fluids/forces/force_swirling.h"
+#include "fluids/operators/grid_advection.h"
 #include "fluids/surfacetracker/mesh/mesh.h"
 #include "fluids/volume/volume_mesh.h"
 #include "framework/duration.h"
@@ -45,6 +50,8 @@ const std::vector<NodeKind>& Catalogue() {
      Duration::Parameters, Make<Duration>},
     {1300000, "server", "Sulva Scene", "Scene", 0, 0, 0, "", {}, {}, {"Support"},
      Scene::Parameters, nullptr},
+    {1300002, "fluid", "Gaseous Dynamics", "FluidSolver", kTypeFluidSolver, 5, 0, "S", {5, 9, 10, 11},
+     30, {"Dynamics"}, FluidSolver::Parameters, Make<FluidSolver>},
     {1300005, "gridemitter", "Emitter::Grid", "ObjectGridEmitter", kTypeObjectGridEmitter, 3,
      kCategoryGrid, "", {5}, 10, {"Grids/Emitters"}, ObjectGridEmitter::Parameters,
      Make<ObjectGridEmitter>},
@@ -56,6 +63,13 @@ const std::vector<NodeKind>& Catalogue() {
     {1300013, "channelvalue", "Container::Channel/Value", "ChannelValue", kTypeChannelValue, 10,
      kCategoryGrid | kCategoryProperty, "", {}, {}, {"Particles/Emitters"},
      ChannelValue::Parameters, Make<ChannelValue>},
+    {1300014, "force_gravity", "GF::External", "Force_Gravity", kTypeGravity, 7, kCategoryGrid, "",
+     {}, 20, {"Grids/Forces"}, Force_Gravity::Parameters, Make<Force_Gravity>},
+    {1300015, "force_buoyancy", "DF::Buoyancy", "Force_Buoyancy", kTypeBuoyancy, 7, kDualForce, "",
+     {}, {}, {"Bodies/Forces", "Grids/Forces", "Particles/Forces"}, Force_Buoyancy::Parameters,
+     Make<Force_Buoyancy>},
+    {1300016, "force_swirling", "GF::Swirling", "Force_Swirling", kTypeSwirling, 7, kCategoryGrid,
+     "", {}, {}, {"Grids/Forces"}, Force_Swirling::Parameters, Make<Force_Swirling>},
     {1300024, "emission_setting", "Settings::Grid Emission", "GridEmissionSettings",
      kTypeGridEmissionSettings, 10, kCategoryGrid, "", {}, {}, {"Grids/Emitters"},
      GridEmissionSettings::Parameters, Make<GridEmissionSettings>},
@@ -70,6 +84,8 @@ const std::vector<NodeKind>& Catalogue() {
     {1300112, "channel_temp", "Temperature", "TemperatureGridChannel", kTypeTemperatureChannel, 1,
      kScalarChannel, "R", {}, {}, {"Grids"}, TemperatureField::Parameters,
      Make<TemperatureField>},
+    {1300122, "grid_advection", "GOP::Advection", "GridAdvection", 0, 4, kCategoryGrid, "SI", {6}, 5,
+     {"Grids/Operators"}, GridAdvection::Parameters, Make<GridAdvection>},
     {1300143, "mesh", "Mesh", "Mesh", kTypeMesh, 2, kCategoryMesh, "SV", {3}, 0, {"Bodies"},
      Mesh::Parameters, Make<Mesh>},
     {1300150, "group", "Node Group", "", 0, 0, 0, "", {}, {}, {"Support"},

@@ -326,8 +326,9 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
   for (int a = 0; a < 3; ++a) {
     from[a] = std::max(lo[a], from[a] - padding);
     to[a] = std::min(hi[a], to[a] + padding);
-    to[a] = std::max(to[a], lo[a] + 1);
-    from[a] = std::min(from[a], to[a] - 1);
+    // Samples need two cells; the widened box always has them.
+    to[a] = std::max(to[a], lo[a] + 2);
+    from[a] = std::min(from[a], to[a] - 2);
   }
   min = from * voxel;
   max = to * voxel;
@@ -454,7 +455,9 @@ bool FluidSolver::ApplyGridForces() {
 bool FluidSolver::ApplyViscosity() { return true; }
 
 void FluidSolver::SetWallVelocities(double factor) {
-  MELDO_SULVA::SetWallVelocities(mVelocity, mBoundary.mWalls, factor);
+  MELDO_SULVA::SetWallVelocities(
+      {mVelocity.GetGridForWrite(0), mVelocity.GetGridForWrite(1), mVelocity.GetGridForWrite(2)},
+      mBoundary.mWalls, factor);
 }
 
 bool FluidSolver::SolvePressure(bool) {

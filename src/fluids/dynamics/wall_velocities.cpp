@@ -20,33 +20,45 @@ void ForEachAtSide(EGrid<double>& g, i32 axis, bool high, const VecInt3D& low, c
   }
 }
 
-void SetSide(EGrid<double>& g, i32 component, i32 axis, bool high, bool wall, double factor) {
+void SetNormal(EGrid<double>& g, i32 axis, bool high, bool wall) {
+  ForEachAtSide(g, axis, high, {}, g.Dims(), [&](double& outer, double& inner) {
+    if (wall) inner = 0;
+    outer = inner;
+  });
+}
+
+void SetTangent(EGrid<double>& g, i32 component, i32 axis, bool high, double factor) {
   VecInt3D low{}, top = g.Dims();
-  if (axis == component) {
-    ForEachAtSide(g, axis, high, low, top, [&](double& outer, double& inner) {
-      if (wall) inner = 0;
-      outer = inner;
-    });
-    return;
-  }
-  if (!wall) return;
   // At the low and high y sides u keeps the values of its two outer layers in x.
   if (component == 0 && axis == 1) low.x = 2, top.x -= 2;
   ForEachAtSide(g, axis, high, low, top,
                 [&](double& outer, double& inner) { outer = factor * inner; });
 }
 
+void SetSides(const StaggeredGrids& velocity, u8 walls, double factor, bool withNormal) {
+  for (i32 component = 0; component < 3; ++component) {
+    EGrid<double>* g = velocity[component];
+    if (!g || !g->mData || g->mNx < 2 || g->mNy < 2 || g->mNz < 2) continue;
+    for (const bool high : {false, true})
+      for (i32 axis = 0; axis < 3; ++axis) {
+        const bool wall = walls & (high ? kHighWall : kLowWall)[axis];
+        if (axis != component) {
+          if (wall) SetTangent(*g, component, axis, high, factor);
+        } else if (withNormal) {
+          SetNormal(*g, axis, high, wall);
+        }
+      }
+  }
+}
+
 }  // namespace
 
-void SetWallVelocities(VelocityField& velocity, u8 walls, double factor) {
-  for (i32 component = 0; component < 3; ++component) {
-    EGrid<double>* g = velocity.GetGridForWrite(component);
-    if (!g || !g->mData || g->mNx < 2 || g->mNy < 2 || g->mNz < 2) continue;
-    for (i32 axis = 0; axis < 3; ++axis)
-      SetSide(*g, component, axis, false, walls & kLowWall[axis], factor);
-    for (i32 axis = 0; axis < 3; ++axis)
-      SetSide(*g, component, axis, true, walls & kHighWall[axis], factor);
-  }
+void SetWallVelocities(const StaggeredGrids& velocity, u8 walls, double factor) {
+  SetSides(velocity, walls, factor, true);
+}
+
+void SetWallTangents(const StaggeredGrids& velocity, u8 walls, double factor) {
+  SetSides(velocity, walls, factor, false);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

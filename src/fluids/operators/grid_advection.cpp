@@ -1,5 +1,6 @@
 #include "fluids/operators/grid_advection.h"
 
+#include "fluids/dynamics/wall_velocities.h"
 #include "fluids/operators/advection_kernel.h"
 #include "framework/scene.h"
 
@@ -125,12 +126,16 @@ void GridAdvection::Prepare(void*) {
 
 void GridAdvection::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE) || mPass != 0) return;
-  const VelocityField& field = mSolver->mVelocity;
+  VelocityField& field = mSolver->mVelocity;
   // The velocity moves through itself as it was before this stage, all else through what it is now.
   const bool movesVelocity = !mScalarTarget && !mVectorTarget;
-  std::array<const EGrid<double>*, 3> velocity;
+  StaggeredGrids grids;
   for (i32 axis = 0; axis < 3; ++axis)
-    velocity[axis] = movesVelocity ? field.mPrevious[axis].get() : field.GetGrid(axis);
+    grids[axis] = movesVelocity ? field.mPrevious[axis].get() : field.GetGridForWrite(axis);
+  // The projection leaves resting layers behind walls. A gas without viscosity slips along them:
+  // sampled as they are, they would brake whatever moves beside a wall.
+  SetWallTangents(grids, mSolver->mBoundary.mWalls, 1.0);
+  const std::array<const EGrid<double>*, 3> velocity = {grids[0], grids[1], grids[2]};
 
   if (mScalarTarget) {
     AdvectGrid(mScalarTarget->mPrevious.get(), mScalarTarget->GetGridForWrite(0), velocity);

@@ -1,0 +1,194 @@
+#include "fluids/forces/force_swirling.h"
+
+#include "framework/scene.h"
+#include "grids/fixed_blocks.h"
+#include "grids/for_each_cell.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const ParameterTable& Force_Swirling::Parameters() {
+  static const ParameterTable table = {
+      RealRow(1000, "strength", 0.8, "", "of the swirls; counts a fifth unless along_flow is on"),
+      LinkRow(1001, "duration", "time window of the force", {1028240}),
+      BoolRow(1003, "subtract_mean", true, "leave out the mean rotation of the whole grid"),
+      BoolRow(1004, "along_flow", false, "weigh by the velocity along the vorticity"),
+  };
+  return table;
+}
+
+Force_Swirling::Force_Swirling(const Force_Swirling& other)
+    : Force(other),
+      mStrength(other.mStrength),
+      mSubtractMean(other.mSubtractMean),
+      mAlongFlow(other.mAlongFlow) {}
+
+bool Force_Swirling::ReadParameters(void* context) {
+  mPriority = 0;
+  if (!Force::ReadParameters(context)) return false;
+  mSubtractMean = mInterface.GetBool(1003);
+  mAlongFlow = mInterface.GetBool(1004);
+  mStrength = mInterface.GetReal(1000);
+  if (!mAlongFlow) mStrength *= 0.2;
+  return true;
+}
+
+bool Force_Swirling::ResolveLinks() {
+  if (!Force::ResolveLinks()) return false;
+  LinkDuration(1001);
+  return true;
+}
+
+void Force_Swirling::Release(bool full) {
+  if (full) Force::Release(true);
+  mMagnitude.reset();
+  for (auto& grid : mVorticity) grid.reset();
+}
+
+bool Force_Swirling::Allocate(const GridLayout& layout) {
+  if (mMagnitude && mMagnitude->mLayout.Equals(layout)) return true;
+  Release(false);
+  const auto make = [&](std::unique_ptr<EGrid<double>>& grid) {
+    grid = std::make_unique<EGrid<double>>(layout, kCentre);
+    return grid->mData != nullptr;
+  };
+  if (make(mMagnitude) && make(mVorticity[0]) && make(mVorticity[1]) && make(mVorticity[2]))
+    return true;
+  Release(false);
+  return false;
+}
+
+bool Force_Swirling::PrepareForce() {
+  for (i32 axis = 0; axis < 3; ++axis)
+    if (!mVelocity || !mVelocity->GetGrid(axis) || !mVelocity->GetGrid(axis)->mData)
+      return Deactivate("there is no velocity to swirl");
+  if (mStrength <= 0) return Deactivate("its strength is 0");
+  const GridLayout& layout = mVelocity->GetGrid(0)->mLayout;
+  // Another holder of this force prepared it in this step already.
+  if (Has(FLAG_ACTIVE) && mMagnitude && mMagnitude->mLayout.Equals(layout)) return true;
+  const double h = layout.cellSize, dt = mTime->stepDuration;
+  if (dt == 0) return Deactivate("the step has no length");
+  mHalfInverse = 0.5 / h;
+  mEpsilon = 1e-19 / (h * dt);
+  mForceScale = h * mStrength * dt;
+  if (!Allocate(layout)) return Deactivate("its grids couldn't be allocated");
+  ComputeVorticity();
+  return true;
+}
+
+void Force_Swirling::CurlRow(i32 y, i32 z) {
+  const EGrid<double>&u = *mVelocity->GetGrid(0), &v = *mVelocity->GetGrid(1),
+        &w = *mVelocity->GetGrid(2);
+  const double scale = 0.25 / u.mLayout.cellSize;
+  // A tangential component at a face is the mean of the two cells beside it, so that the
+  // difference between opposite faces leaves the cells beyond them: two samples in each.
+  const auto row = [&](const EGrid<double>& g, i32 dy, i32 dz) {
+    return g.mData + g.Index(0, y + dy, z + dz);
+  };
+  const double *uUp = row(u, 1, 0), *uDown = row(u, -1, 0), *uFront = row(u, 0, 1),
+               *uBack = row(u, 0, -1);
+  const double *vLow = row(v, 0, 0), *vHigh = row(v, 1, 0), *vLowFront = row(v, 0, 1),
+               *vHighFront = row(v, 1, 1), *vLowBack = row(v, 0, -1), *vHighBack = row(v, 1, -1);
+  const double *wLow = row(w, 0, 0), *wHigh = row(w, 0, 1), *wLowUp = row(w, 1, 0),
+               *wHighUp = row(w, 1, 1), *wLowDown = row(w, -1, 0), *wHighDown = row(w, -1, 1);
+  const i32 nx = mMagnitude->mNx, first = mMagnitude->Index(0, y, z);
+  double* ox = mVorticity[0]->mData + first;
+  double* oy = mVorticity[1]->mData + first;
+  double* oz = mVorticity[2]->mData + first;
+  for (i32 x = 1; x < nx - 1; ++x) {
+    ox[x] = scale * (((wLowUp[x] + wHighUp[x]) - (wLowDown[x] + wHighDown[x])) -
+                     ((vLowFront[x] + vHighFront[x]) - (vLowBack[x] + vHighBack[x])));
+    oy[x] = scale * (((uFront[x] + uFront[x + 1]) - (uBack[x] + uBack[x + 1])) -
+                     ((wLow[x + 1] + wHigh[x + 1]) - (wLow[x - 1] + wHigh[x - 1])));
+    oz[x] = scale * (((vLow[x + 1] + vHigh[x + 1]) - (vLow[x - 1] + vHigh[x - 1])) -
+                     ((uUp[x] + uUp[x + 1]) - (uDown[x] + uDown[x + 1])));
+  }
+}
+
+void Force_Swirling::ComputeVorticity() {
+  const VecInt3D n = mMagnitude->Dims();
+  const i32 threads = mScene->mThreadCount, layers = std::max(n.z - 2, 0);
+  const auto forEachRow = [&](i32 z, auto&& f) {
+    for (i32 y = 1; y < n.y - 1; ++y) f(y, mMagnitude->Index(0, y, z));
+  };
+  Vec3d mean = ReduceBlocks(
+      layers, threads, Vec3d{},
+      [&](i32 layer) {
+        Vec3d sum{};
+        forEachRow(layer + 1, [&](i32 y, i32 row) {
+          CurlRow(y, layer + 1);
+          for (int a = 0; a < 3; ++a)
+            for (i32 x = 1; x < n.x - 1; ++x) sum[a] += (*mVorticity[a])[row + x];
+        });
+        return sum;
+      },
+      [](const Vec3d& a, const Vec3d& b) { return a + b; });
+  const double cells = double(std::max(n.x - 2, 0)) * std::max(n.y - 2, 0) * layers;
+  mean = mSubtractMean && cells > 0 ? mean / cells : Vec3d{};
+  mMagnitude->mRangeMin = 0;
+  mMagnitude->mRangeMax = ReduceBlocks(
+      layers, threads, 0.0,
+      [&](i32 layer) {
+        double most = 0;
+        forEachRow(layer + 1, [&](i32, i32 row) {
+          double *ox = mVorticity[0]->mData + row, *oy = mVorticity[1]->mData + row,
+                 *oz = mVorticity[2]->mData + row, *length = mMagnitude->mData + row;
+          for (i32 x = 1; x < n.x - 1; ++x) {
+            ox[x] -= mean.x;
+            oy[x] -= mean.y;
+            oz[x] -= mean.z;
+            length[x] = std::sqrt(ox[x] * ox[x] + oy[x] * oy[x] + oz[x] * oz[x]);
+          }
+          for (i32 x = 1; x < n.x - 1; ++x) most = std::max(most, length[x]);
+        });
+        return most;
+      },
+      [](double a, double b) { return std::max(a, b); });
+}
+
+inline Vec3d Force_Swirling::Push(i32 x, i32 y, i32 z, double s) const {
+  const EGrid<double>& m = *mMagnitude;
+  const i32 cell = m.Index(x, y, z);
+  const Vec3d g = Vec3d{m[cell + 1] - m[cell - 1], m[cell + m.mNx] - m[cell - m.mNx],
+                        m[cell + m.mSlice] - m[cell - m.mSlice]} *
+                  mHalfInverse;
+  const double length = Length(g) + mEpsilon;
+  if (!(length > mEpsilon)) return {};
+  Vec3d w{(*mVorticity[0])[cell], (*mVorticity[1])[cell], (*mVorticity[2])[cell]};
+  if (mAlongFlow) {
+    const EGrid<double>&u = *mVelocity->GetGrid(0), &v = *mVelocity->GetGrid(1),
+          &up = *mVelocity->GetGrid(2);
+    const Vec3d flow{0.5 * (u(x, y, z) + u(x + 1, y, z)), 0.5 * (v(x, y, z) + v(x, y + 1, z)),
+                     0.5 * (up(x, y, z) + up(x, y, z + 1))};
+    s *= Dot(flow, w);
+    w = Normalised(w);
+  }
+  return Cross(g / length, w) * s;
+}
+
+void Force_Swirling::Evaluate(ForceSample& sample) {
+  if (!Has(FLAG_ACTIVE) || !mMagnitude) return;
+  const GridLayout& layout = mMagnitude->mLayout;
+  if (!layout.Contains(sample.position, false)) return;
+  const VecInt3D c = TruncateNudged(layout.ToCells(sample.position));
+  for (int a = 0; a < 3; ++a)
+    if (c[a] < 1 || c[a] > layout.dims[a] - 2) return;  // the vorticity is known inside
+  double s = mForceScale * sample.weight * mWeight;
+  if (!mConstraints.Test(sample.position, s, this, sample.worker)) return;
+  sample.force += Push(c.x, c.y, c.z, s);
+}
+
+void Force_Swirling::EvaluateRow(const ForceRow& row) {
+  if (!mConstraints.IsEmpty())
+    return ForEachSample(row, [&](ForceSample& sample) { Force_Swirling::Evaluate(sample); });
+  const double s = mForceScale * row.weight * mWeight;
+  if (s == 0) return;
+  for (i32 x = 0; x < row.count; ++x) {
+    if (!row.open[x]) continue;
+    const Vec3d push = Push(row.cell.x + x, row.cell.y, row.cell.z, s);
+    for (int a = 0; a < 3; ++a) row.force[a][x] += push[a];
+  }
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,54 @@
+// Vorticity confinement.
+#pragma once
+#include "fluids/forces/force.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Gives back the small swirls that the grid damps: pushes at right angles to the vorticity and to
+/// the gradient of its magnitude (Steinhoff and Underhill 1994; Fedkiw, Stam, Jensen 2001,
+/// section 3.2).
+class Force_Swirling : public Force {
+ public:
+  using Force::Force;
+  Force_Swirling() = default;
+  Force_Swirling(const Force_Swirling& other);
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeSwirling; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void Release(bool full) override;
+  using Force::Evaluate;
+  void Evaluate(ForceSample& sample) override;
+  void EvaluateRow(const ForceRow& row) override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Force_Swirling>(*this); }
+
+  /// The length of the vorticity (1/s) at cell centres; null outside of a step.
+  const EGrid<double>* GetMagnitude() const {
+    return Has(FLAG_ACTIVE) ? mMagnitude.get() : nullptr;
+  }
+
+ protected:
+  bool PrepareForce() override;
+
+ private:
+  bool Allocate(const GridLayout& layout);
+  /// Fills a row of the vorticity from the velocity.
+  void CurlRow(i32 y, i32 z);
+  /// Vorticity of the inner cells, less its mean, and its length.
+  void ComputeVorticity();
+  /// The push at a cell by a weight of `s`.
+  Vec3d Push(i32 x, i32 y, i32 z, double s) const;
+
+  double mStrength = 0;
+  bool mSubtractMean = true;
+  bool mAlongFlow = false;  ///< weigh by the velocity along the vorticity
+  double mForceScale = 0;
+  double mEpsilon = 0;
+  double mHalfInverse = 0;
+  std::unique_ptr<EGrid<double>> mMagnitude;
+  std::array<std::unique_ptr<EGrid<double>>, 3> mVorticity;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

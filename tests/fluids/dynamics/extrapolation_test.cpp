@@ -1,0 +1,121 @@
+#include "fluids/gas_rig.h"
+
+using namespace MELDO_GLOBAL;
+using namespace MELDO_GLOBAL::MELDO_SULVA;
+
+namespace {
+
+/// Closes the u faces of a slab of x indices, and runs an extrapolation alone.
+struct ClosedSlab {
+  GasRig rig{{14, 8, 8}};
+  EGrid<double>* u;
+  EGrid<float>* open;
+
+  ClosedSlab(i32 first, i32 last, i32 rounds) {
+    rig.gasNode->Set(1018, rounds);
+    rig.Begin();
+    u = rig.gas->mVelocity.GetGrid(0);
+    open = rig.gas->mFractions.GetWrite(0, 1);
+    open->Fill(1);
+    u->Fill(5);
+    for (i32 z = 0; z < u->mNz; ++z)
+      for (i32 y = 0; y < u->mNy; ++y)
+        for (i32 x = first; x <= last; ++x) (*open)(x, y, z) = 0, (*u)(x, y, z) = -1;
+  }
+  void Run() {
+    GridExtrapolation& e = rig.gas->mExtrapolation;
+    e.mPass = -1;
+    e.NextPass();
+    e.Prepare();
+    for (i32 axis = 0; axis < 3; ++axis) {
+      e.mPass = -1;
+      e.SelectAxis(axis);
+      while (e.NextPass())
+        if (e.Has(FLAG_ACTIVE)) rig.gas->RunOnWorkers(e);
+    }
+    e.Finish();
+  }
+};
+
+}  // namespace
+
+TEST(GridExtrapolation, GrowsByOneLayerARound) {
+  ClosedSlab slab(4, 11, 2);
+  slab.Run();
+  const EGrid<double>& u = *slab.u;
+  EXPECT_EQ(u(4, 4, 4), 5);
+  EXPECT_EQ(u(5, 4, 4), 5);
+  EXPECT_EQ(u(6, 4, 4), -1);
+  EXPECT_EQ(u(9, 4, 4), -1);
+  EXPECT_EQ(u(10, 4, 4), 5);
+  EXPECT_EQ(u(11, 4, 4), 5);
+}
+
+TEST(GridExtrapolation, AnotherAxisRunsAsWell) {
+  ClosedSlab slab(4, 5, 1);
+  EGrid<double>& w = *slab.rig.gas->mVelocity.GetGrid(2);
+  EGrid<float>& open = *slab.rig.gas->mFractions.GetWrite(2, 1);
+  open.Fill(1);
+  w.Fill(2);
+  open(5, 5, 5) = 0;
+  w(5, 5, 5) = 9;
+  slab.Run();
+  EXPECT_EQ(w(5, 5, 5), 2);
+}
+
+TEST(GridExtrapolation, TakesTheMeanOfKnownNeighbours) {
+  ClosedSlab slab(6, 6, 1);
+  EGrid<double>& u = *slab.u;
+  for (i32 z = 0; z < u.mNz; ++z)
+    for (i32 y = 0; y < u.mNy; ++y) u(5, y, z) = 2, u(7, y, z) = 4;
+  slab.Run();
+  EXPECT_EQ(u(6, 4, 4), 3);
+  EXPECT_EQ(u(6, 0, 4), -1);  // the outermost layer isn't touched
+}
+
+TEST(GridExtrapolation, StopsTwoCellsInsideSolids) {
+  ClosedSlab slab(4, 11, 6);
+  EGrid<double>& phi = *slab.rig.gas->mBoundary.GetLevelSet();
+  const double h = phi.mLayout.cellSize;
+  // Solid from the node plane x = 4 on, a distance field.
+  for (i32 z = 0; z < phi.mNz; ++z)
+    for (i32 y = 0; y < phi.mNy; ++y)
+      for (i32 x = 0; x < phi.mNx; ++x) phi(x, y, z) = (4 - x) * h;
+  slab.Run();
+  const EGrid<double>& u = *slab.u;
+  EXPECT_EQ(u(5, 4, 4), 5);   // mean of its cell -1.5 h
+  EXPECT_EQ(u(6, 4, 4), -1);  // -2.5 h
+}
+
+TEST(GridExtrapolation, WithoutRoundsNothingHappens) {
+  ClosedSlab slab(4, 5, 0);
+  slab.Run();
+  EXPECT_EQ((*slab.u)(4, 4, 4), -1);
+}
+
+TEST(VelocityConstrain, ClosedFacesStickSlideOrBlend) {
+  for (const double blend : {0.0, 0.25, 1.0}) {
+    GasRig rig({10, 8, 8});
+    rig.gasNode->Set(1035, blend);
+    rig.Begin();
+    // A solid below the node plane x = 4.
+    EGrid<double>& phi = *rig.gas->mBoundary.GetLevelSet();
+    const double h = phi.mLayout.cellSize;
+    for (i32 i = 0; i < phi.mCount; ++i) phi[i] = (i % phi.mNx - 4) * h;
+    for (i32 a = 0; a < 3; ++a) {
+      EGrid<float>& open = *rig.gas->mFractions.GetWrite(a, 1);
+      for (i32 i = 0; i < open.mCount; ++i) open[i] = i % open.mNx < 4 ? 0 : 1;
+    }
+    rig.FillVelocity([](const Vec3d&) { return Vec3d{1, 2, 3}; });
+    VelocityConstrain& constrain = rig.gas->mConstrain;
+    constrain.Prepare();
+    while (constrain.NextPass()) rig.gas->RunOnWorkers(constrain);
+    constrain.Finish();
+    const VelocityField& v = rig.gas->mVelocity;
+    EXPECT_NEAR((*v.GetGrid(0))(2, 4, 4), 0, 1e-12) << "across the surface";
+    EXPECT_NEAR((*v.GetGrid(1))(2, 4, 4), 2 * blend, 1e-12) << "along it";
+    EXPECT_NEAR((*v.GetGrid(2))(2, 4, 4), 3 * blend, 1e-12);
+    EXPECT_EQ((*v.GetGrid(0))(6, 4, 4), 1) << "open faces";
+    EXPECT_EQ((*v.GetGrid(1))(0, 4, 4), 2) << "outermost layer";
+  }
+}
