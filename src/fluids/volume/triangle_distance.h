@@ -1,6 +1,7 @@
 // Distance of points to one triangle, and where a line along x crosses it.
 #pragma once
 #include <cmath>
+#include <limits>
 
 #include "host/vector.h"
 
@@ -22,7 +23,11 @@ struct TriangleRecord {
     m13 = Dot(e13, e13);
     m23 = Dot(e23, e23);
     d = Dot(e13, e23);
-    inverseDeterminant = 1.0 / std::max(m13 * m23 - d * d, 1e-30);
+    // Of a needle the weights would be noise. Without a number it is its two edges at x3, which
+    // cover the third.
+    const double determinant = m13 * m23 - d * d;
+    inverseDeterminant = determinant > 1e-10 * m13 * m23 ? 1.0 / determinant
+                                                         : std::numeric_limits<double>::quiet_NaN();
     const Vec3d e12 = e13 - e23;
     const auto inverse = [](double m) { return m > 0 ? 1.0 / m : 0.0; };
     inverse13 = inverse(m13);
