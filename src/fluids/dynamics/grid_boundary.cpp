@@ -1,5 +1,6 @@
 #include "fluids/dynamics/grid_boundary.h"
 
+#include <cmath>
 #include <limits>
 
 #include "fluids/volume/volume_base.h"
@@ -42,10 +43,14 @@ CellBox NodesInside(const EGrid<double>& grid, const GridLayout& box, const Cell
   return inside;
 }
 
+/// Distances that are 0 but for rounding become 0: otherwise the sign of the rounding would open
+/// and close faces at random where a solid's side lies in a plane of nodes.
 void MergeVolume(EGrid<double>& level, const EGrid<double>& volume, const CellBox& nodes) {
   const CellBox box = NodesInside(level, volume.mLayout, nodes);
+  const double noise = 1e-9 * level.mLayout.cellSize;
   ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-    const double d = SampleLinear(volume, volume.ToSamples(level.PositionOf(x, y, z)));
+    double d = SampleLinear(volume, volume.ToSamples(level.PositionOf(x, y, z)));
+    if (std::fabs(d) < noise) d = 0;
     double& phi = level(x, y, z);
     phi = std::min(phi, d);
   });
