@@ -76,10 +76,6 @@ void WriteFileAtomically(const fs::path& path, std::string_view bytes) {
     ::unlink(part.c_str());
     Fail(path, error);
   }
-  // The rename itself lives in the folder, which is flushed where the file system lets us.
-  Descriptor folder(path.has_parent_path() ? path.parent_path() : fs::path("."),
-                    O_RDONLY | O_DIRECTORY);
-  if (folder.IsOpen()) folder.Sync();
 }
 
 }  // namespace MELDO_GLOBAL::app
