@@ -1,6 +1,7 @@
 #include "app/frame_record.h"
 
 #include <cmath>
+#include <limits>
 
 namespace MELDO_GLOBAL::app {
 
@@ -13,14 +14,15 @@ i64 FrameRecord::Cells() const {
 }
 
 std::string FindNonFinite(const FrameRecord& record) {
-  const auto isFinite = [](const Vec3d& v) {
-    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
-  };
+  const auto isFinite = [](double v) { return std::abs(v) <= std::numeric_limits<float>::max(); };
   for (const SolverRecord& solver : record.solvers)
-    if (!std::isfinite(solver.maxSpeed)) return "the velocity of \"" + solver.name + "\"";
+    if (!isFinite(solver.maxSpeed) || !std::isfinite(solver.kineticEnergy) ||
+        !std::isfinite(solver.divergenceMax))
+      return "the velocity of \"" + solver.name + "\"";
   for (const ChannelRecord& channel : record.channels)
-    if (!isFinite(channel.sum) || !isFinite(channel.min) || !isFinite(channel.max))
-      return "channel \"" + channel.name + "\"";
+    for (int i = 0; i < channel.components; ++i)
+      if (!isFinite(channel.min[i]) || !isFinite(channel.max[i]) || !std::isfinite(channel.sum[i]))
+        return "channel \"" + channel.name + "\"";
   return {};
 }
 

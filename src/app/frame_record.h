@@ -46,7 +46,8 @@ struct FrameRecord {
   i64 Cells() const;
 };
 
-/// The name of what holds a value that is not finite, or an empty text.
+/// The name of what holds a value that is not finite, or an empty text. Fields beyond the range of
+/// single precision count too: volume files couldn't hold them.
 std::string FindNonFinite(const FrameRecord& record);
 
 }  // namespace MELDO_GLOBAL::app

@@ -186,7 +186,7 @@ TEST_F(RunCommand, BadInputsAndPlacesHaveTheirExitCodes) {
 
 TEST_F(RunCommand, TooLargeGridsAreRefusedBeforeTheyGrow) {
   const Result result =
-      Sulva("run smoke.json --quiet --set scene.cell_size=0.02 --memory 40M --out small");
+      Sulva("run smoke.json --quiet --set scene.cell_size=0.02 --memory 8M --out small");
   EXPECT_EQ(result.code, 6) << result.err;
   EXPECT_NE(result.err.find("the limit is"), std::string::npos) << result.err;
   EXPECT_NE(result.err.find("cell_size"), std::string::npos) << result.err;
