@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "fluids/dynamics/line_kernels.h"
 #include "grids/fixed_blocks.h"
@@ -52,7 +53,7 @@ void Grid_GaussSolver::Prepare(void*) {
   }
   if (resized) std::fill_n(mArrays[kPressure], rows, 0.0);
   mLoopBackPass = 1;
-  mLoopRounds = mAccuracy.maxIterations + 1;
+  mLoopRounds = std::min(mAccuracy.maxIterations, std::numeric_limits<i32>::max() - 1) + 1;
   mLoopRound = 0;
   mPass = -1;
   mIterations = 0;

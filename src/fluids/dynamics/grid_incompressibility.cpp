@@ -66,6 +66,8 @@ void Grid_Incompressibility::ClearLinks() {
 void Grid_Incompressibility::Reset() {
   mCG.Reset();
   mGauss.Reset();
+  mReports.clear();
+  mDivergenceMax = 0;
 }
 
 void Grid_Incompressibility::Release(bool full) {
@@ -185,7 +187,9 @@ void Grid_Incompressibility::Evaluate(const EvaluationThreadData& block) {
 }
 
 void Grid_Incompressibility::Finish() {
-  if (mPass == kUpdate && Has(FLAG_ACTIVE)) MeasureDivergence();
+  if (mPass != kUpdate || !Has(FLAG_ACTIVE)) return;
+  MeasureDivergence();
+  mFields = {};
 }
 
 std::span<const double> Grid_Incompressibility::GetPressure() const {

@@ -1,5 +1,6 @@
 // The projection's formulas on a line of cells along x.
 #pragma once
+#include <algorithm>
 #include <span>
 
 #include "fluids/dynamics/grid_incompressibility.h"
@@ -12,12 +13,14 @@ struct ConstantDensity {
   double value;
   double operator()(i32 /*cell*/, i32 /*neighbour*/) const { return value; }
 };
-/// `scale` over the density of a face, the mean of its two cells.
+/// `scale` over the density of a face, the mean of its two cells; empty cells of the channel count
+/// as next to nothing.
 struct VariableDensity {
+  static constexpr double kLeast = 1e-6;
   double scale;
   const double* density;
   double operator()(i32 cell, i32 neighbour) const {
-    return scale / (0.5 * (density[cell] + density[neighbour]));
+    return scale / std::max(kLeast, 0.5 * (density[cell] + density[neighbour]));
   }
 };
 
