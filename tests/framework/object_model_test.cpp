@@ -1,0 +1,227 @@
+#include <gtest/gtest.h>
+
+#include "framework/constraint.h"
+#include "framework/duration.h"
+#include "framework/graph.h"
+#include "framework/probe.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace {
+
+using namespace testing;
+
+std::vector<i32> PassesOf(iBase& object) {
+  std::vector<i32> passes;
+  while (object.NextPass()) passes.push_back(object.mPass);
+  return passes;
+}
+
+TEST(NextPass, RunsAndLoopsBack) {
+  iBase plain;
+  EXPECT_EQ(PassesOf(plain), (std::vector<i32>{0}));
+  EXPECT_EQ(plain.mPass, -1);
+  iBase looping;
+  looping.mLoopBackPass = 2;
+  looping.mLoopRounds = 3;
+  looping.mPassCount = 4;
+  const std::vector<i32> expected{0, 1, 0, 1, 0, 1, 2, 3};
+  EXPECT_EQ(PassesOf(looping), expected);
+  EXPECT_EQ(PassesOf(looping), expected) << "a second run starts afresh";
+  looping.mLoopRounds = 0;
+  EXPECT_EQ(PassesOf(looping), (std::vector<i32>{0, 1, 2, 3}));
+}
+
+TEST(Object, CopiesStartWithoutADirtyStampAndLoopFields) {
+  ProbeScene s;
+  host::BaseNode& node = s.Add("a", {});
+  iObject original(&node, &s.scene);
+  original.mLoopRounds = 3;
+  original.mPriority = 7;
+  original.mMemberIndex = 2;
+  original.CheckDirty();
+  const iObject copy(original);
+  EXPECT_EQ(copy.mDirtyStamp, 0u);
+  EXPECT_EQ(copy.mLoopRounds, 0);
+  EXPECT_EQ(copy.mPriority, 7);
+  EXPECT_EQ(copy.mMemberIndex, 2);
+  EXPECT_EQ(copy.mTime, &s.scene.mTime);
+  EXPECT_EQ(copy.Node(), &node);
+}
+
+TEST(Object, DirtIsSeenOncePerPhaseAndOncePerChange) {
+  ProbeScene s;
+  host::BaseNode& node = s.Add("a", {});
+  iObject object(&node, &s.scene);
+  const auto look = [&] {
+    object.ClearLinks();
+    object.CheckDirty();
+    return object.IsDirty();
+  };
+  EXPECT_TRUE(look());
+  EXPECT_FALSE(look());
+  node.Set(1000, 2.0);
+  object.CheckDirty();
+  EXPECT_FALSE(object.IsDirty()) << "checked in this phase already";
+  EXPECT_TRUE(look());
+  EXPECT_FALSE(look());
+  object.MarkDirty(true);
+  EXPECT_TRUE(object.Has(FLAG_DIRTY_HARD));
+  EXPECT_TRUE(look()) << "the next look sees a change as well";
+  EXPECT_FALSE(look());
+  EXPECT_FALSE(object.Has(FLAG_DIRTY_HARD));
+}
+
+TEST(Object, NodesThatAreGoneDisable) {
+  ProbeScene s;
+  host::BaseNode& node = s.Add("a", {});
+  iObject object(&node, &s.scene);
+  EXPECT_TRUE(object.IsNodeAlive(0, nullptr));
+  EXPECT_TRUE(object.IsNodeAlive(host::kServerNode, &s.document));
+  EXPECT_FALSE(object.IsNodeAlive(1234, nullptr));
+  s.document.Remove(node);
+  object.CheckDirty();
+  EXPECT_FALSE(object.Has(FLAG_ENABLED));
+  EXPECT_FALSE(object.IsDirty());
+  EXPECT_FALSE(object.IsNodeAlive(0, nullptr));
+}
+
+TEST(Object, UnboundObjectsDoNothing) {
+  iObject object;
+  EXPECT_FALSE(object.ReadParameters());
+  EXPECT_FALSE(object.ResolveLinks());
+  object.CheckDirty();
+  EXPECT_FALSE(object.IsDirty());
+  EXPECT_FALSE(object.HasCategory(kBitAny));
+}
+
+TEST(Object, UserMovesStageAndPriority) {
+  ProbeScene s;
+  ProbeSetup setup;
+  setup.stages = {5, 9};
+  setup.priority = 20;
+  host::BaseNode& node = s.Add("a", setup);
+  Probe probe(&node, &s.scene, setup, s.lines);
+  node.Set(10001, i32{0});
+  node.Set(10002, i32{3});
+  for (int i = 0; i < 3; ++i) probe.ReadParameters(nullptr);
+  EXPECT_EQ(probe.mPriority, 23) << "reading again adds nothing";
+  EXPECT_EQ(probe.mStageMask, StageBit(5) | StageBit(9));
+  EXPECT_TRUE(probe.Has(FLAG_GROUP_BREAK));
+  node.Set(10001, i32{12});
+  node.Set(10003, i32{0});
+  probe.ReadParameters(nullptr);
+  EXPECT_EQ(probe.mPriority, 3);
+  EXPECT_EQ(probe.mStageMask, StageBit(12));
+  EXPECT_FALSE(probe.Has(FLAG_GROUP_BREAK));
+}
+
+struct DurationTest : ::testing::Test {
+  ProbeScene s;
+  host::BaseNode& node = s.document.Create<host::BaseNode>(1028240, "d", &s.server);
+  Duration duration{&node, &s.scene};
+  void Read() {
+    node.SetTable(&Duration::Parameters());
+    duration.ReadParameters();
+  }
+};
+
+TEST_F(DurationTest, WithoutLengthStaysOpen) {
+  Read();
+  duration.start = 2;
+  double weight = 0.3;
+  EXPECT_FALSE(duration.IsActive(1.99));
+  EXPECT_TRUE(duration.Weight(2, weight));
+  EXPECT_TRUE(duration.Weight(1e9, weight));
+  EXPECT_EQ(weight, 0.3) << "the weight stays the caller's";
+}
+
+TEST_F(DurationTest, RepeatsWithPauses) {
+  node.SetTable(&Duration::Parameters());
+  node.Set(1000, 1.0);
+  node.Set(1003, 1.0);
+  node.Set(1002, i32{1});
+  duration.ReadParameters();
+  for (const double t : {0.0, 0.999, 2.0, 2.5}) EXPECT_TRUE(duration.IsActive(t)) << t;
+  for (const double t : {-0.1, 1.0, 1.5, 3.0, 4.5}) EXPECT_FALSE(duration.IsActive(t)) << t;
+  double weight = 1;
+  EXPECT_TRUE(duration.Weight(2.25, weight));
+  EXPECT_DOUBLE_EQ(weight, 0.75) << "fades out over the window";
+  host::SplineData curve;
+  curve.knots = {{0, 0}, {1, 8}};
+  node.Set(1004, curve);
+  duration.ReadParameters();
+  EXPECT_TRUE(duration.Weight(2.25, weight));
+  EXPECT_DOUBLE_EQ(weight, 2);
+  EXPECT_FALSE(duration.Weight(1.5, weight));
+  EXPECT_DOUBLE_EQ(weight, 2);
+}
+
+TEST_F(DurationTest, CountsFramesOnRequest) {
+  Read();
+  node.Set(1008, i32{1});
+  node.Set(1005, i32{50});
+  node.Set(1006, i32{25});
+  node.Set(1007, i32{5});
+  s.scene.mTime.fps = 25;
+  duration.ReadParameters();
+  EXPECT_DOUBLE_EQ(duration.length, 2);
+  EXPECT_DOUBLE_EQ(duration.start, 1);
+  EXPECT_DOUBLE_EQ(duration.pause, 0.2);
+}
+
+/// Halves the weight, and counts its own tests.
+class Halver : public Constraint {
+ public:
+  using Constraint::Constraint;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Halver>(*this); }
+  void Prepare(iBase*) override { mTests = 0; }
+  bool Test(const Vec3d& position, double& weight, const iBase*, u32) override {
+    weight *= 0.5 + mTests++;
+    return position.x >= 0;
+  }
+  int mTests = 100;
+};
+
+TEST(ConstraintList, EachHolderHasItsOwnCopies) {
+  host::Document document;
+  host::BaseNode& server = document.Create<host::BaseNode>(host::kServerNode, "s", nullptr);
+  server.SetTable(&Scene::Parameters());
+  Scene scene(&server, [](i32, host::BaseNode* node, Scene* owner) {
+    return std::make_unique<Halver>(node, owner);
+  });
+  const auto add = [&](const char* name) -> host::BaseNode& {
+    host::BaseNode& node = document.Create<host::BaseNode>(9000, name, &server);
+    node.AddInstanceOf(host::kServerNode);
+    return node;
+  };
+  host::BaseNode& a = add("a");
+  host::BaseNode& holderNode = document.Create<host::BaseNode>(1, "holder", nullptr);
+  scene.Synchronise(&document);
+
+  iObject holder(&holderNode, &scene);
+  ConstraintList first, second, none;
+  none.Resolve(holder);
+  EXPECT_TRUE(none.IsEmpty()) << "without a list no constraint applies";
+  holderNode.Set(2502, host::InExcludeData{{{a.Id(), 0}, {a.Id(), 0}}});
+  first.Resolve(holder);
+  second.Resolve(holder);
+  first.Prepare(&holder);
+  second.Prepare(&holder);
+  double w = 8;
+  EXPECT_TRUE(first.Test({}, w, &holder, 0));
+  EXPECT_EQ(w, 4) << "named twice, asked once";
+  EXPECT_TRUE(first.Test({}, w, &holder, 0));
+  EXPECT_EQ(w, 6);
+  EXPECT_TRUE(second.Test({}, w, &holder, 0));
+  EXPECT_EQ(w, 3);
+  EXPECT_FALSE(second.Test({-1, 0, 0}, w, &holder, 0));
+  w = 0;
+  EXPECT_FALSE(second.Test({}, w, &holder, 0)) << "nothing is left";
+  first.Finish();
+  w = 8;
+  EXPECT_TRUE(first.Test({}, w, &holder, 0));
+  EXPECT_EQ(w, 8);
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

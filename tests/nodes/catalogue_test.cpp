@@ -1,0 +1,189 @@
+#include "nodes/catalogue.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+#include <typeinfo>
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace {
+
+using namespace host;
+
+TEST(Catalogue, KindsAreSortedUniqueAndFound) {
+  std::set<std::string_view> types, labels;
+  i32 last = 0;
+  for (const NodeKind& kind : Catalogue()) {
+    EXPECT_GT(kind.id, last) << kind.type;
+    last = kind.id;
+    EXPECT_TRUE(types.insert(kind.type).second) << kind.type;
+    EXPECT_TRUE(labels.insert(kind.label).second) << kind.label;
+    EXPECT_EQ(FindKind(kind.id), &kind);
+    EXPECT_EQ(FindKind(kind.type), &kind);
+    EXPECT_EQ(FindKind(kind.label), &kind);
+    EXPECT_EQ(FindKind(std::to_string(kind.id)), &kind);
+    EXPECT_FALSE(kind.groups.empty()) << kind.type;
+    EXPECT_EQ(kind.make != nullptr, kind.list != 0) << kind.type;
+  }
+  EXPECT_EQ(FindKind("no such kind"), nullptr);
+  EXPECT_EQ(FindKind(1300063), nullptr);
+}
+
+/// Whether a row's default is of the row's type; empty means that new nodes don't hold it.
+bool FitsType(const ParameterRow& row, const Value& v) {
+  if (std::holds_alternative<std::monostate>(v)) return true;
+  switch (row.type) {
+    case ParameterType::Real: return std::holds_alternative<double>(v);
+    case ParameterType::Long:
+    case ParameterType::Bool: return std::holds_alternative<i32>(v);
+    case ParameterType::String: return std::holds_alternative<std::string>(v);
+    case ParameterType::Vector: return std::holds_alternative<Vec3d>(v);
+    case ParameterType::Link: return std::holds_alternative<Link>(v);
+    case ParameterType::Filename: return std::holds_alternative<Filename>(v);
+    case ParameterType::Links: return std::holds_alternative<InExcludeData>(v);
+    case ParameterType::Curve: return std::holds_alternative<SplineData>(v);
+    case ParameterType::Gradient: return std::holds_alternative<Gradient>(v);
+    default: return false;
+  }
+}
+
+void ExpectInRange(const ParameterRow& row, const Value& value) {
+  double number;
+  if (const double* real = std::get_if<double>(&value)) {
+    number = *real;
+  } else if (const i32* whole = std::get_if<i32>(&value)) {
+    number = *whole;
+  } else {
+    return;
+  }
+  EXPECT_GE(number, row.min);
+  EXPECT_LE(number, row.max);
+  if (row.choices.empty()) return;
+  EXPECT_TRUE(std::any_of(row.choices.begin(), row.choices.end(),
+                          [&](const Choice& choice) { return choice.value == number; }));
+}
+
+void ExpectSoundRow(const ParameterRow& row) {
+  static const std::regex snakeCase("[a-z][a-z0-9]*(_[a-z0-9]+)*");
+  EXPECT_TRUE(std::regex_match(std::string(row.name), snakeCase));
+  EXPECT_FALSE(row.help.empty());
+  EXPECT_FALSE(row.help.ends_with('.')) << "help is a clause";
+  EXPECT_LE(row.min, row.max);
+  EXPECT_TRUE(FitsType(row, row.creation));
+  EXPECT_TRUE(FitsType(row, row.WhenMissing()));
+  ExpectInRange(row, row.creation);
+  ExpectInRange(row, row.WhenMissing());
+  std::set<std::string_view> words;
+  for (const Choice& choice : row.choices) EXPECT_TRUE(words.insert(choice.name).second);
+}
+
+TEST(Catalogue, RowsAreSound) {
+  const auto check = [](std::string_view owner, const ParameterTable& table) {
+    std::set<i32> ids;
+    std::set<std::string_view> names;
+    for (const ParameterRow& row : table) {
+      SCOPED_TRACE(std::string(owner) + "." + std::string(row.name));
+      EXPECT_TRUE(ids.insert(row.id).second);
+      EXPECT_TRUE(names.insert(row.name).second);
+      ExpectSoundRow(row);
+    }
+  };
+  for (const NodeKind& kind : Catalogue()) {
+    check(kind.type, ParametersOf(kind));
+    for (const i32 id : {2502, 2604, 10001, 10002, 10003})
+      EXPECT_NE(FindRow(ParametersOf(kind), id), nullptr) << kind.type << " " << id;
+  }
+  check("obstacle", ObstacleParameters());
+}
+
+/// The server of a document with a scene, and one node of every kind that has an object.
+struct FullScene {
+  FullScene() {
+    for (const NodeKind& kind : Catalogue())
+      if (kind.id != kServerNode) nodes[kind.id] = &CreateNode(document, kind, "", &server);
+    scene->Synchronise(&document);
+  }
+  /// The object of a kind's node, or null.
+  iBase* Object(const NodeKind& kind) const {
+    for (i32 list = 1; list <= 11; ++list) {
+      const auto found = scene->List(list).find(nodes.at(kind.id)->Id());
+      if (found != scene->List(list).end()) return found->second.get();
+    }
+    return nullptr;
+  }
+
+  Document document;
+  BaseNode& server = CreateNode(document, *FindKind(kServerNode), "server", nullptr);
+  std::unique_ptr<Scene> scene = CreateScene(server);
+  std::map<i32, BaseNode*> nodes;
+};
+
+bool HasFlag(const NodeKind& kind, char letter) {
+  return kind.flags.find(letter) != std::string_view::npos;
+}
+
+/// The class computes the answer behind a letter.
+bool IsComputed(const NodeKind& kind, char letter) {
+  const auto at = kind.flags.find(letter);
+  return at != std::string_view::npos && kind.flags.substr(at + 1).starts_with('*');
+}
+
+TEST(Catalogue, ObjectsAnswerAsTheirLineSays) {
+  const FullScene full;
+  for (const NodeKind& kind : Catalogue()) {
+    if (kind.id == kServerNode) continue;
+    SCOPED_TRACE(std::string(kind.type));
+    iBase* object = full.Object(kind);
+    ASSERT_EQ(object != nullptr, kind.make != nullptr);
+    if (!object) continue;
+    EXPECT_EQ(object->GetTypeId(), kind.typeId);
+    EXPECT_EQ(object->GetListIndex(), kind.list);
+    EXPECT_TRUE(full.scene->List(kind.list).contains(full.nodes.at(kind.id)->Id()));
+    u32 categories = 0;
+    object->GetCategories(categories);
+    EXPECT_EQ(categories & kind.categories, kind.categories);
+    const std::pair<char, bool> answers[] = {{'S', object->IsSequential()},
+                                             {'I', object->IsIterative()},
+                                             {'E', object->PreparesEachPass()},
+                                             {'V', object->RunsOnRefresh()},
+                                             {'R', object->ResetsOnChange()}};
+    for (const auto& [letter, answer] : answers)
+      if (!IsComputed(kind, letter)) EXPECT_EQ(answer, HasFlag(kind, letter)) << letter;
+    u32 stages = 0;
+    for (const i32 stage : kind.stages) stages |= StageBit(stage);
+    EXPECT_EQ(object->mStageMask, stages);
+    EXPECT_EQ(object->IsPipelineObject() || stages == 0, true) << "only iObjects run";
+    for (int i = 0; i < 2; ++i) object->ReadParameters();
+    EXPECT_EQ(object->mPriority, kind.priority.value_or(0)) << "reading twice adds nothing";
+    const std::unique_ptr<iBase> clone = object->Clone();
+    EXPECT_EQ(typeid(*clone), typeid(*object)) << "Clone makes the same class";
+    EXPECT_EQ(clone->mName, kind.label);
+  }
+}
+
+TEST(Catalogue, NodesGetOneObjectAndUnknownIdsNone) {
+  FullScene full;
+  for (const NodeKind& kind : Catalogue())
+    if (kind.make) EXPECT_FALSE(full.scene->CreateObject(full.nodes[kind.id], kind.id));
+  BaseNode& stray = full.document.Create<BaseNode>(1, "stray", nullptr);
+  for (const i32 id : {1300150, 1300063, 1300143 * 3, 0})
+    EXPECT_FALSE(full.scene->CreateObject(&stray, id)) << id;
+  EXPECT_FALSE(full.scene->CreateObject(nullptr, 1028240));
+}
+
+/// A scene of every kind at once, none linked to anything, runs and goes without a fault.
+TEST(Catalogue, UnlinkedNodesRunQuietly) {
+  FullScene full;
+  HostThread thread;
+  for (const i32 frame : {0, 1, 2, 3, 3, 0, 1}) {
+    full.document.SetFrame(frame);
+    EXPECT_TRUE(full.scene->Execute(&thread, false)) << frame;
+  }
+  full.document.Remove(*full.document.FindByName("server/Duration"));
+  full.document.SetFrame(2);
+  EXPECT_TRUE(full.scene->Execute(&thread, false));
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
