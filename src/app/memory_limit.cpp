@@ -16,10 +16,11 @@ namespace {
 
 // Samples of 8 bytes per cell. A channel holds two buffers and, while it is resized, a third; a
 // solver holds two velocity fields of three components, the scratch of forces and constraints (6),
-// level set, divergence source and fractions (4), and its linear system (13).
+// level set, divergence source and fractions (4), its linear system (13), and a share for the
+// encoding of its exports and the volumes' grids (9).
 constexpr double kScalarSamples = 3;
 constexpr double kVectorSamples = 7;
-constexpr double kSolverSamples = 6 + 6 + 4 + 13;
+constexpr double kSolverSamples = 6 + 6 + 4 + 13 + 9;
 
 // Cells are counted in 32 bits; the samples on nodes are a few more than the cells.
 constexpr double kMostCells = 2.1e9;

@@ -12,12 +12,14 @@ namespace {
 
 constexpr i32 kLongSide = 512;
 /// Optical depth of smoke at full density across the long side of the box.
-constexpr double kFullDepth = 40;
-constexpr double kShadow = 0.6;  ///< how much of its depth smoke casts as shadow
-constexpr double kAmbient = 0.22, kSun = 0.78;
-constexpr double kGlow = 14;  ///< light of heat at its full value across the long side
+constexpr double kFullDepth = 32;
+constexpr double kShadow = 0.5;  ///< how much of its depth smoke casts as shadow
+constexpr double kGlow = 45;     ///< light of heat at its full value across the long side
 
 using Colour = std::array<float, 3>;
+
+constexpr Colour kSky{0.085f, 0.115f, 0.175f};  ///< light from all sides, under the cold sky
+constexpr Colour kSun{1.00f, 0.94f, 0.84f};     ///< light from above
 
 /// Light that reaches the eye and what is left of the background, per column of cells.
 struct Column {
@@ -37,7 +39,7 @@ Axes AxesOf(int axis) {
 }
 
 Colour Albedo(Palette palette) {
-  return palette == Palette::Dust ? Colour{0.80f, 0.66f, 0.50f} : Colour{0.86f, 0.89f, 0.94f};
+  return palette == Palette::Dust ? Colour{0.80f, 0.66f, 0.50f} : Colour{0.90f, 0.91f, 0.92f};
 }
 
 /// Colour of heat at `t` of its full value: red, orange, yellow, white.
@@ -194,11 +196,12 @@ void Drawing::Composite(const Slice& slice, std::vector<float>& light) {
       if (depth <= 0) continue;
       const float half = std::exp(-0.5f * static_cast<float>(kShadow) * depth);
       lamp *= half;
-      const float shine = static_cast<float>(kAmbient) + static_cast<float>(kSun) * lamp;
+      const float sun = lamp;
       lamp *= half;
       const float left = std::exp(-depth);
-      const float scattered = column.through * (1 - left) * shine / depth;
-      for (int c = 0; c < 3; ++c) column.light[c] += scattered * slice.albedo[at][c];
+      const float scattered = column.through * (1 - left) / depth;
+      for (int c = 0; c < 3; ++c)
+        column.light[c] += scattered * slice.albedo[at][c] * (kSky[c] + kSun[c] * sun);
       column.through *= left;
     }
 }
