@@ -6,22 +6,28 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// A byte per cell: 1 where all eight nodes of the solid level set are clearly positive and the
-/// cell isn't in the outermost layer, so that a point in the cell neither lies in a solid nor is
-/// moved by a push-out. Lets kernels over many points skip both tests with the same result.
+/// A byte of flags per cell, from the eight nodes of the solid level set round it. Lets kernels
+/// over many points skip solid tests and push-outs where they can't do anything, with the same
+/// result. The outermost layer has no flags: points there may be moved into the domain.
 class SolidCells {
  public:
+  enum Flag : u8 {
+    kNoSolidSample = 1,  ///< no point in the cell is solid
+    kNoPushOut = 2,      ///< no point in the cell is moved by a push-out
+    kOpenCentre = 4,     ///< the centre isn't solid
+  };
+
   SolidCells() = default;
   SolidCells(const SolidCells&) {}
 
   /// `levelSet` stands on nodes; the result doesn't depend on `threads`.
   void Build(const EGrid<double>& levelSet, i32 threads);
-  void Release() { mClear.reset(); }
+  void Release() { mFlags.reset(); }
   /// Null before the first `Build`.
-  const Grid<u8>* Get() const { return mClear.get(); }
+  const Grid<u8>* Get() const { return mFlags.get(); }
 
  private:
-  std::unique_ptr<Grid<u8>> mClear;
+  std::unique_ptr<Grid<u8>> mFlags;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,5 +1,6 @@
 #include "fluids/forces/force_gravity.h"
 
+#include "fluids/emitters/emission_settings.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -26,7 +27,23 @@ bool Force_Gravity::ReadParameters(void* context) {
   return true;
 }
 
-bool Force_Gravity::ResolveLinks() { return Force::ResolveLinks(); }
+bool Force_Gravity::ResolveLinks() {
+  if (!Force::ResolveLinks()) return false;
+  mSettings = dynamic_cast<GridEmissionSettings*>(
+      mScene->FindObject(mInterface.GetLink(1003), kListSettings));
+  return true;
+}
+
+void Force_Gravity::ClearLinks() {
+  mSettings = nullptr;
+  Force::ClearLinks();
+}
+
+void Force_Gravity::Prepare(void* context) {
+  // Links of settings may be fetched after those of forces: their window is taken as late as this.
+  mDuration = mSettings ? mSettings->mDuration : nullptr;
+  Force::Prepare(context);
+}
 
 void Force_Gravity::Evaluate(ForceSample& sample) {
   if (!Has(FLAG_ACTIVE)) return;

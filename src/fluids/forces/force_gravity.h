@@ -4,6 +4,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+class GridEmissionSettings;
+
 /// Accelerates everything the same way, in the node's own axes.
 class Force_Gravity : public Force {
  public:
@@ -14,6 +16,8 @@ class Force_Gravity : public Force {
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
+  void ClearLinks() override;
+  void Prepare(void* context = nullptr) override;
   using Force::Evaluate;
   void Evaluate(ForceSample& sample) override;
   void EvaluateRow(const ForceRow& row) override;
@@ -22,6 +26,7 @@ class Force_Gravity : public Force {
  private:
   double Scalar(double weight) const { return mTime->stepDuration * weight * mWeight * mStrength; }
 
+  GridEmissionSettings* mSettings = nullptr;  ///< their time window gates the force
   Vec3d mDirection{0, -9.81, 0};
   double mStrength = 1.0;
 };

@@ -1,6 +1,7 @@
 #include "fluids/operators/advection_kernel.h"
 
-#include <cstring>
+#include "fluids/dynamics/solid_cells.h"
+#include "fluids/operators/row_sampling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -8,208 +9,131 @@ namespace {
 
 constexpr double kPushOutMargin = 0.001;
 
-/// The velocity at the samples of a row, by component: each the mean of four stored values, which
-/// coincide where fewer are needed.
-class RowVelocity {
- public:
-  static constexpr i32 kChunk = 64;
-
-  RowVelocity(const StaggeredVelocity& velocity, i32 kind, i32 y, i32 z) {
-    const VecInt3D back = kind < 3 ? ExtraOf(kind) : VecInt3D{};
-    for (i32 c = 0; c < 3; ++c) {
-      const EGrid<double>& g = velocity.Component(c);
-      const double* at = g.mData + g.Index(0, y, z);
-      if (c == kind) {
-        for (auto& tap : mTaps[c]) tap = at;
-        continue;
-      }
-      const VecInt3D up = ExtraOf(c);
-      const i32 next = g.Index(up.x, up.y, up.z), before = g.Index(back.x, back.y, back.z);
-      mTaps[c][0] = at;
-      mTaps[c][1] = at + next;
-      mTaps[c][2] = at - before;
-      mTaps[c][3] = at + next - before;
-    }
-  }
-
-  /// Fills `k` for samples first .. first + n - 1.
-  void Load(i32 first, i32 n) {
-    for (i32 c = 0; c < 3; ++c) {
-      const double *a = mTaps[c][0] + first, *b = mTaps[c][1] + first, *d = mTaps[c][2] + first,
-                   *e = mTaps[c][3] + first;
-      double* out = k[c];
-      for (i32 i = 0; i < n; ++i) out[i] = 0.25 * ((a[i] + b[i]) + (d[i] + e[i]));
-    }
-  }
-  Vec3d At(i32 i) const { return {k[0][i], k[1][i], k[2][i]}; }
-
-  double k[3][kChunk];
-
- private:
-  const double* mTaps[3][4];
-};
-
-/// Solid tests of one target; both skip the level set where the cell is known to be clear.
+/// Solid tests of one target; both skip the level set where the flags of the cell allow it.
 class Solids {
  public:
-  Solids(const AdvectionData& data)
+  explicit Solids(const AdvectionData& data)
       : mSource(*data.source),
         mBoundary(*data.boundary),
         mCells(data.source->mLayout.dims),
         mCellSize(data.source->mLayout.cellSize) {
-    if (data.clear && data.clear->mData && data.clear->Dims() == mCells) mClear = data.clear->mData;
+    const Grid<u8>* flags = data.solidCells;
+    if (flags && flags->mData && flags->Dims() == mCells) mFlags = flags->mData;
+    if (mSource.mKind != kFaceX && mSource.mKind != kFaceY && mSource.mKind != kFaceZ)
+      mOpen |= SolidCells::kOpenCentre;
   }
 
-  /// None of the samples (x .. x + n - 1, y, z) is solid; false means: ask for each.
-  bool IsRowClear(i32 x, i32 n, i32 y, i32 z) const {
-    return mClear && x + n <= mCells.x && y < mCells.y && z < mCells.z &&
-           !std::memchr(mClear + Index(x, y, z), 0, n);
+  /// Marks which of the samples first .. first + n - 1 of a row are solid; false when none is.
+  bool FindSolid(i32 first, i32 y, i32 z, i32 n, bool* solid) const {
+    const Vec3d offset = OffsetOf(mSource.mKind);
+    const bool known = mFlags && first + n <= mCells.x && y < mCells.y && z < mCells.z;
+    const u8* flags = known ? mFlags + (mCells.y * z + y) * mCells.x + first : nullptr;
+    i32 open = 0;
+    for (i32 i = 0; known && i < n; ++i) open += (flags[i] & mOpen) != 0;
+    if (open == n) return false;
+    bool any = false;
+    for (i32 i = 0; i < n; ++i) {
+      solid[i] = !(known && (flags[i] & mOpen)) &&
+                 mBoundary.IsSolid(Vec3d{double(first + i), double(y), double(z)} + offset, mSource,
+                                   false);
+      any |= solid[i];
+    }
+    return any;
   }
-  bool IsSolid(i32 x, i32 y, i32 z) const {
-    return mBoundary.IsSolid(Vec3d{double(x), double(y), double(z)} + OffsetOf(mSource.mKind),
-                             mSource, false);
-  }
-  /// Moves `p` (cells) out of solids and into the domain; whether it moved.
-  bool PushOut(Vec3d& p) const {
-    if (mClear &&
-        mClear[Index(CellOf(p.x, mCells.x), CellOf(p.y, mCells.y), CellOf(p.z, mCells.z))])
-      return false;
-    Vec3d relative = p * mCellSize;
-    if (!mBoundary.PushOut(relative, true, kPushOutMargin)) return false;
-    p = relative / mCellSize;
-    return true;
+  /// Moves points (cells) out of solids and into the domain, and marks those that it moved.
+  void PushOut(RowVectors& points, i32 n, bool* moved) const {
+    i32 cell[kRowChunk];
+    if (mFlags) FindCells(points, mCells, n, cell);
+    for (i32 i = 0; i < n; ++i) {
+      moved[i] = false;
+      if (mFlags && (mFlags[cell[i]] & SolidCells::kNoPushOut)) continue;
+      Vec3d relative = points.At(i) * mCellSize;
+      if (!mBoundary.PushOut(relative, true, kPushOutMargin)) continue;
+      moved[i] = true;
+      points.Set(i, relative / mCellSize);
+    }
   }
 
  private:
-  i32 Index(i32 x, i32 y, i32 z) const { return (mCells.y * z + y) * mCells.x + x; }
-  static i32 CellOf(double c, i32 n) {
-    const double low = c > 0 ? c : 0.0;
-    return static_cast<i32>(low < n - 1 ? low : n - 1.0);
-  }
-
   const EGrid<double>& mSource;
   const GridBoundary& mBoundary;
   VecInt3D mCells;
   double mCellSize;
-  const u8* mClear = nullptr;
+  const u8* mFlags = nullptr;
+  u8 mOpen = SolidCells::kNoSolidSample;  ///< flags that make a sample of the target's kind open
 };
 
-template <AdvectionSampling Mode>
-inline double SampleAt(const Grid<double>& g, const Vec3d& c) {
-  if constexpr (Mode == AdvectionSampling::Linear) {
-    return SampleLinear(g, c);
-  } else if constexpr (Mode == AdvectionSampling::BSpline) {
-    return Sample(g, c + Vec3d{0.5, 0.5, 0.5}, SAMPLE_BSPLINE);
-  } else {
-    const MonotonicStencil stencil = MakeMonotonicStencil(c, g.Dims());
-    return Sample(g, c, SAMPLE_MONOTONIC, &stencil);
+/// Samples `g`, which has the shape of the target, at points in cells.
+void SampleRow(const AdvectionData& data, const Grid<double>& g, const RowVectors& points, i32 n,
+               double* out) {
+  const Vec3d offset = OffsetOf(data.source->mKind);
+  switch (static_cast<AdvectionSampling>(data.sampling)) {
+    case AdvectionSampling::Linear: {
+      RowCorners corners;
+      FindCorners(points, offset, g.Dims(), n, corners);
+      return Interpolate(g, corners, n, out);
+    }
+    case AdvectionSampling::BSpline:
+      for (i32 i = 0; i < n; ++i)
+        out[i] = Sample(g, points.At(i) - offset + Vec3d{0.5, 0.5, 0.5}, SAMPLE_BSPLINE);
+      return;
+    case AdvectionSampling::Monotonic:
+      for (i32 i = 0; i < n; ++i) {
+        const Vec3d c = points.At(i) - offset;
+        const MonotonicStencil stencil = MakeMonotonicStencil(c, g.Dims());
+        out[i] = Sample(g, c, SAMPLE_MONOTONIC, &stencil);
+      }
   }
 }
 
-/// Limits `value` to the eight samples round `c`.
-inline double Limit(const Grid<double>& g, const Vec3d& c, double value) {
-  const AxisStencil sx = LinearStencil(c.x, g.mNx), sy = LinearStencil(c.y, g.mNy),
-                    sz = LinearStencil(c.z, g.mNz);
-  const double* p = g.mData + g.Index(sx.index, sy.index, sz.index);
-  const i32 ny = g.mNx, nz = g.mSlice;
-  const auto low = [](double a, double b) { return a < b ? a : b; };
-  const auto high = [](double a, double b) { return a > b ? a : b; };
-  const double least = low(low(low(p[0], p[1]), low(p[ny], p[ny + 1])),
-                           low(low(p[nz], p[nz + 1]), low(p[nz + ny], p[nz + ny + 1])));
-  const double most = high(high(high(p[0], p[1]), high(p[ny], p[ny + 1])),
-                           high(high(p[nz], p[nz + 1]), high(p[nz + ny], p[nz + ny + 1])));
-  return value < least ? least : value > most ? most : value;
-}
+/// Some samples of a row with the velocity there, and where the paths that end there start.
+struct Chunk {
+  i32 index;  ///< of the first sample
+  i32 n;
+  RowVectors start, k1, from;
+  bool solid[kRowChunk];
+  bool anySolid;
+  bool bent[kRowChunk];  ///< a solid or the domain's side moved `from`
+};
 
-/// Calls f(index, start, velocity at start) for every sample of the box that isn't solid, and
-/// solid(index) for the others.
-template <class F, class S>
-inline void ForEachOpenSample(const AdvectionData& data, const Solids& solids, const CellBox& box,
-                              F&& f, S&& solid) {
-  const EGrid<double>& source = *data.source;
-  const Vec3d offset = OffsetOf(source.mKind);
-  for (i32 z = box.min.z; z < box.max.z; ++z)
-    for (i32 y = box.min.y; y < box.max.y; ++y) {
-      RowVelocity row(data.velocity, source.mKind, y, z);
-      const i32 index = source.Index(0, y, z);
-      for (i32 first = box.min.x; first < box.max.x; first += RowVelocity::kChunk) {
-        const i32 n = std::min(RowVelocity::kChunk, box.max.x - first);
-        row.Load(first, n);
-        const bool clear = solids.IsRowClear(first, n, y, z);
-        for (i32 i = 0; i < n; ++i) {
-          const i32 x = first + i;
-          if (!clear && solids.IsSolid(x, y, z)) {
-            solid(index + x);
-            continue;
-          }
-          f(index + x, Vec3d{x + offset.x, y + offset.y, z + offset.z}, row.At(i));
-        }
-      }
-    }
-}
-
-template <int Order, AdvectionSampling Mode, class S>
-void Trace(const AdvectionData& data, const CellBox& box, double* out, S&& solid) {
-  const Solids solids(data);
+/// Calls f(chunk) for all samples of the box, with paths traced back.
+template <class F>
+void ForEachChunk(const AdvectionData& data, const Solids& solids, const CellBox& box, F&& f) {
   const EGrid<double>& source = *data.source;
   const Vec3d offset = OffsetOf(source.mKind);
   const double step = -data.step / source.mLayout.cellSize;
-  ForEachOpenSample(
-      data, solids, box,
-      [&](i32 index, const Vec3d& start, const Vec3d& k1) {
-        Vec3d p = TracePath<Order>(data.velocity, start, k1, step);
-        solids.PushOut(p);
-        out[index] = SampleAt<Mode>(source, p - offset);
-      },
-      solid);
+  Chunk c;
+  for (i32 z = box.min.z; z < box.max.z; ++z)
+    for (i32 y = box.min.y; y < box.max.y; ++y)
+      for (i32 x = box.min.x; x < box.max.x; x += kRowChunk) {
+        c.n = std::min(kRowChunk, box.max.x - x);
+        c.index = source.Index(x, y, z);
+        c.anySolid = solids.FindSolid(x, y, z, c.n, c.solid);
+        for (i32 i = 0; i < c.n; ++i)
+          c.start.Set(i, {x + i + offset.x, y + offset.y, z + offset.z});
+        VelocityAtSamples(data.velocity, source.mKind, x, y, z, c.n, c.k1);
+        TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, c.from);
+        solids.PushOut(c.from, c.n, c.bent);
+        f(c);
+      }
 }
 
-template <int Order, AdvectionSampling Mode>
-void CorrectTraced(const AdvectionData& data, const CellBox& box) {
-  const Solids solids(data);
-  const EGrid<double>& source = *data.source;
-  const Grid<double>& predicted = *data.predicted;
-  double* out = data.destination->mData;
-  const Vec3d offset = OffsetOf(source.mKind);
-  const double step = data.step / source.mLayout.cellSize;
-  const double half = 0.5 * data.strength;
-  ForEachOpenSample(
-      data, solids, box,
-      [&](i32 index, const Vec3d& start, const Vec3d& k1) {
-        Vec3d from = TracePath<Order>(data.velocity, start, k1, -step);
-        if (solids.PushOut(from)) {
-          out[index] = predicted[index];
-          return;
-        }
-        Vec3d to = TracePath<Order>(data.velocity, start, k1, step);
-        solids.PushOut(to);
-        const double returned = SampleAt<Mode>(predicted, to - offset);
-        const double value = predicted[index] + half * (source[index] - returned);
-        out[index] = Limit(source, from - offset, value);
-      },
-      [](i32) {});
-}
-
-/// Calls f.template operator()<Order, Mode>() for the order and sampling of `data`.
-template <class F>
-void Dispatch(const AdvectionData& data, F&& f) {
-  const auto withOrder = [&]<AdvectionSampling Mode>() {
-    switch (data.order) {
-      case 1: return f.template operator()<1, Mode>();
-      case 2: return f.template operator()<2, Mode>();
-      case 3: return f.template operator()<3, Mode>();
-      default: return f.template operator()<0, Mode>();
-    }
-  };
-  switch (static_cast<AdvectionSampling>(data.sampling)) {
-    case AdvectionSampling::Linear:
-      return withOrder.template operator()<AdvectionSampling::Linear>();
-    case AdvectionSampling::BSpline:
-      return withOrder.template operator()<AdvectionSampling::BSpline>();
-    case AdvectionSampling::Monotonic:
-      return withOrder.template operator()<AdvectionSampling::Monotonic>();
+/// Writes the values of a chunk; a solid sample takes what `keep` holds there, or without it stays.
+void Store(const Chunk& c, const double* values, const double* keep, double* out) {
+  double* row = out + c.index;
+  if (!c.anySolid) {
+    std::copy_n(values, c.n, row);
+    return;
+  }
+  for (i32 i = 0; i < c.n; ++i) {
+    if (!c.solid[i])
+      row[i] = values[i];
+    else if (keep)
+      row[i] = keep[c.index + i];
   }
 }
+
+bool HasSampling(const AdvectionData& data) { return data.sampling >= 0 && data.sampling <= 2; }
 
 /// Copies the part of the outermost layer of samples that a box of inner samples leaves out: whole
 /// rows beside it, and the ends of its own rows.
@@ -232,23 +156,47 @@ void CopyBorder(const AdvectionData& data, const CellBox& box) {
 }  // namespace
 
 void AdvectBackward(const AdvectionData& data, const CellBox& box) {
-  Dispatch(data, [&]<int Order, AdvectionSampling Mode>() {
-    Trace<Order, Mode>(data, box, data.destination->mData, [](i32) {});
+  if (!HasSampling(data)) return;
+  RowValues values;
+  ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
+    SampleRow(data, *data.source, c.from, c.n, values.v);
+    Store(c, values.v, nullptr, data.destination->mData);
   });
 }
 
 void Predict(const AdvectionData& data, const CellBox& box) {
+  if (!HasSampling(data)) return;
   CopyBorder(data, box);
-  const double* source = data.source->mData;
-  double* out = data.predicted->mData;
-  Dispatch(data, [&]<int Order, AdvectionSampling Mode>() {
-    Trace<Order, Mode>(data, box, out, [=](i32 index) { out[index] = source[index]; });
+  RowValues values;
+  ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
+    SampleRow(data, *data.source, c.from, c.n, values.v);
+    Store(c, values.v, data.source->mData, data.predicted->mData);
   });
 }
 
 void Correct(const AdvectionData& data, const CellBox& box) {
-  Dispatch(data,
-           [&]<int Order, AdvectionSampling Mode>() { CorrectTraced<Order, Mode>(data, box); });
+  if (!HasSampling(data)) return;
+  const Solids solids(data);
+  const EGrid<double>& source = *data.source;
+  const Vec3d offset = OffsetOf(source.mKind);
+  const double step = data.step / source.mLayout.cellSize, half = 0.5 * data.strength;
+  RowVectors to;
+  RowValues values;
+  RowCorners corners;
+  bool bent[kRowChunk];
+  ForEachChunk(data, solids, box, [&](const Chunk& c) {
+    TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, to);
+    solids.PushOut(to, c.n, bent);
+    SampleRow(data, *data.predicted, to, c.n, values.v);
+    const double* predicted = data.predicted->mData + c.index;
+    const double* before = source.mData + c.index;
+    for (i32 i = 0; i < c.n; ++i) values.v[i] = predicted[i] + half * (before[i] - values.v[i]);
+    FindCorners(c.from, offset, source.Dims(), c.n, corners);
+    LimitToCorners(source, corners, c.n, values.v);
+    for (i32 i = 0; i < c.n; ++i)
+      if (c.bent[i]) values.v[i] = predicted[i];
+    Store(c, values.v, nullptr, data.destination->mData);
+  });
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -16,11 +16,11 @@ struct AdvectionData {
   EGrid<double>* destination = nullptr;   ///< of the source's kind
   Grid<double>* predicted = nullptr;      ///< of the source's shape, for the corrected scheme
   const GridBoundary* boundary = nullptr;
-  const Grid<u8>* clear = nullptr;  ///< cells that no solid can touch; null asks the boundary
-  double step = 0;                  ///< length of the time step, seconds
-  double strength = 1.0;            ///< of the correction
-  i32 order = 0;                    ///< of the path, see `TracePath`
-  i32 sampling = 0;                 ///< `AdvectionSampling`; other numbers write nothing
+  const Grid<u8>* solidCells = nullptr;  ///< flags of `SolidCells`; null asks the boundary
+  double step = 0;                       ///< length of the time step, seconds
+  double strength = 1.0;                 ///< of the correction
+  i32 order = 0;                         ///< of the path, see `TracePath`
+  i32 sampling = 0;                      ///< `AdvectionSampling`; other numbers write nothing
 };
 
 /// Plain semi-Lagrangian step over the samples of `box` (inner samples only): every sample that

@@ -177,7 +177,7 @@ bool GridAdvection::AdvectGrid(const EGrid<double>* source, EGrid<double>* desti
                      .source = source,
                      .destination = destination,
                      .boundary = &mSolver->mBoundary,
-                     .clear = mSolver->mSolidCells.Get(),
+                     .solidCells = mSolver->mSolidCells.Get(),
                      .strength = mStrength,
                      .order = mTraceOrder,
                      .sampling = mSampling};

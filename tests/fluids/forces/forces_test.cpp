@@ -9,16 +9,6 @@ using host::InExcludeData;
 
 namespace {
 
-/// Weighs every point by its x coordinate in cells, and forbids negative y.
-class RampConstraint : public Constraint {
- public:
-  bool Test(const Vec3d& p, double& weight, const iBase*, u32) override {
-    weight *= p.x;
-    return p.y > 0.35;
-  }
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<RampConstraint>(*this); }
-};
-
 struct ForceRig : GasRig {
   using GasRig::GasRig;
   ScalarField* heat = nullptr;
@@ -68,6 +58,21 @@ TEST(Forces, GravityTurnsWithItsNodeButKeepsItsLength) {
   rig.RunGas(kForcesEmission);
   EXPECT_NEAR(rig.V(0, 3, 3, 3), 9.81 * 0.04, 1e-12);
   EXPECT_NEAR(rig.V(1, 3, 3, 3), 0, 1e-12);
+}
+
+TEST(Forces, GravityIsGatedByTheWindowOfItsSettings) {
+  ForceRig rig({6, 6, 6});
+  host::BaseNode& window = rig.Add("duration", "window");
+  window.Set(1000, 2.0);  // at 1 s half of it has passed
+  host::BaseNode& settings = rig.Add("emission_setting", "settings");
+  settings.Set(1004, LinkTo(window));
+  rig.Add("force_gravity", "g").Set(1003, LinkTo(settings));
+  rig.Begin();
+  rig.RunGas(kForcesEmission);
+  EXPECT_NEAR(rig.V(1, 3, 3, 3), 0.5 * -9.81 * 0.04, 1e-15);
+  rig.scene->mTime.elapsed = 3;
+  rig.RunGas(kForcesEmission);
+  EXPECT_NEAR(rig.V(1, 3, 3, 3), 0.5 * -9.81 * 0.04, 1e-15) << "closed";
 }
 
 TEST(Forces, AnEmptyListMeansNoForces) {
@@ -124,8 +129,6 @@ TEST(Forces, RowsAddWhatSamplesAdd) {
   host::BaseNode& swirl = rig.Add("force_swirling", "swirl");
   swirl.Set(1004, i32{1});
   host::BaseNode& gravity = rig.Add("force_gravity", "g");
-  host::BaseNode& weigh = rig.Add("duration", "stands for a constraint");
-  (void)weigh;
   rig.Begin();
   std::mt19937 random(5);
   std::uniform_real_distribution<double> unit(-0.2, 1);
