@@ -118,8 +118,12 @@ void VolumeMesh::Prepare(void*) {
 void VolumeMesh::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE) || !mMesh || !mGrid || mVoxelised.mesh) return;
   const i32 limit = mThreadLimit > 0 ? std::min(mThreadLimit, ThreadCount()) : mScene->mThreadCount;
-  if (mVoxeliser.Voxelise(mMesh->mMesh, *mGrid, true, std::min(limit, 8), data.thread))
+  if (mVoxeliser.Voxelise(mMesh->mMesh, *mGrid, true, std::min(limit, 8), data.thread)) {
     mVoxelised = CurrentState();
+  } else if (!data.TestBreak()) {
+    Release(false);
+    Deactivate("there is no memory for its work grids");
+  }
   mMaximumDistance = mVoxeliser.mMaximumDistance;
 }
 
