@@ -13,7 +13,10 @@ const ParameterTable& GridAdvection::Parameters() {
       LinkRow(1000, "target", "channel to move; the solver, or nothing, moves the velocity itself",
               {1300027, 1300028, 1300029, 1300112, 1300030, 1300002, 1300003, 1300004}),
       LongRow(1002, "scheme", 1, "", "how the field is moved")
-          .Choices({{0, "semi_lagrangian"}, {1, "maccormack"}}),
+          .Choices({{0, "semi_lagrangian"},
+                    {1, "maccormack"},
+                    {2, "conservative"},
+                    {3, "conservative_maccormack"}}),
       LongRow(1003, "path_integration", 0, "", "how paths are traced")
           .Choices({{0, "euler"}, {1, "heun"}, {2, "runge_kutta_3"}, {3, "runge_kutta_4"}}),
       LongRow(1004, "sampling", 0, "", "how the field is read between its samples")
@@ -29,6 +32,18 @@ GridAdvection::GridAdvection(BaseNode* node, Scene* scene) : iObject(node, scene
   mPassCount = 4;
   mPriority = 5;
   mStageMask |= StageBit(kAdvection);
+}
+
+GridAdvection::GridAdvection(const GridAdvection& other)
+    : iObject(other),
+      mScheme(other.mScheme),
+      mTraceOrder(other.mTraceOrder),
+      mSampling(other.mSampling),
+      mStrength(other.mStrength) {}
+
+void GridAdvection::Release(bool full) {
+  if (full) iObject::Release(true);
+  mConservative.Release();
 }
 
 bool GridAdvection::ReadParameters(void* context) {
@@ -137,7 +152,10 @@ void GridAdvection::Evaluate(const EvaluationThreadData&) {
   SetWallTangents(grids, mSolver->mBoundary.mWalls, 1.0);
   const std::array<const EGrid<double>*, 3> velocity = {grids[0], grids[1], grids[2]};
 
-  if (mScalarTarget) {
+  const bool conservative = mScheme >= static_cast<i32>(AdvectionScheme::Conservative);
+  if (mScalarTarget && conservative) {
+    AdvectConservative(velocity);
+  } else if (mScalarTarget) {
     AdvectGrid(mScalarTarget->mPrevious.get(), mScalarTarget->GetGridForWrite(0), velocity);
   } else {
     VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->mVelocity;
@@ -145,6 +163,22 @@ void GridAdvection::Evaluate(const EvaluationThreadData&) {
       if (!AdvectGrid(target.mPrevious[i].get(), target.GetGridForWrite(i), velocity)) break;
   }
   mPass = 4;
+}
+
+void GridAdvection::AdvectConservative(const std::array<const EGrid<double>*, 3>& velocity) {
+  const EGrid<double>& source = *mScalarTarget->mPrevious;
+  EGrid<double>& destination = *mScalarTarget->GetGridForWrite(0);
+  const VecInt3D cells = source.Dims();
+  if (destination.Dims() != cells || velocity[0]->mLayout.dims != cells || IsCancelled()) return;
+  const ConservativeAdvection::Flow flow{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
+                                         .boundary = &mSolver->mBoundary,
+                                         .order = mTraceOrder,
+                                         .step = mTime->stepDuration,
+                                         .threads = mScene->mThreadCount};
+  const bool corrected = mScheme == static_cast<i32>(AdvectionScheme::ConservativeMacCormack);
+  const bool done = corrected ? mConservative.AdvectCorrected(flow, source, destination)
+                              : mConservative.Advect(flow, source, destination);
+  if (!done) std::copy_n(source.mData, source.mCount, destination.mData);
 }
 
 namespace {

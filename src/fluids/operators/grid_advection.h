@@ -1,17 +1,23 @@
 // Moves a field along a solver's velocity.
 #pragma once
 #include "fluids/dynamics/fluid_solver.h"
+#include "fluids/operators/conservative_advection.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-enum class AdvectionScheme : i32 { SemiLagrangian = 0, MacCormack = 1 };
+enum class AdvectionScheme : i32 {
+  SemiLagrangian = 0,
+  MacCormack = 1,
+  Conservative = 2,            ///< scalar targets alone; others move as by scheme 0
+  ConservativeMacCormack = 3,  ///< likewise
+};
 
 /// Moves one target, a scalar channel, a vector channel or the solver's own velocity, in stage 6.
 /// Values of the step before are read from the target's second buffer.
 class GridAdvection : public iObject {
  public:
   GridAdvection(host::BaseNode* node, Scene* scene);
-  GridAdvection(const GridAdvection&) = default;
+  GridAdvection(const GridAdvection& other);
 
   static const host::ParameterTable& Parameters();
   i32 GetListIndex() const override { return kListOperators; }
@@ -23,6 +29,7 @@ class GridAdvection : public iObject {
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
+  void Release(bool full) override;
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridAdvection>(*this); }
@@ -33,6 +40,10 @@ class GridAdvection : public iObject {
   bool AdvectGrid(const EGrid<double>* source, EGrid<double>* destination,
                   const std::array<const EGrid<double>*, 3>& velocity);
 
+  /// Moves the scalar target by a conservative scheme.
+  void AdvectConservative(const std::array<const EGrid<double>*, 3>& velocity);
+
+  ConservativeAdvection mConservative;
   ScalarField* mScalarTarget = nullptr;
   VectorField* mVectorTarget = nullptr;
   FluidSolver* mSolver = nullptr;

@@ -1,0 +1,394 @@
+#include "fluids/operators/conservative_advection.h"
+
+#include "grids/fixed_blocks.h"
+#include "grids/for_each_cell.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr double kPushOutMargin = 0.001;
+constexpr i32 kEvenRounds = 7;
+
+/// Calls f(index of a corner's cell, weight) for the corners of a block that can hold smoke.
+template <class F>
+inline void ForEachCorner(const ContributionCoefficients& block, i32 row, i32 slice, F&& f) {
+  const double gx = 1 - block.fx, gy = 1 - block.fy, gz = 1 - block.fz;
+  const double w[8] = {gx * gy * gz,
+                       gx * gy * block.fz,
+                       gx * block.fy * gz,
+                       gx * block.fy * block.fz,
+                       block.fx * gy * gz,
+                       block.fx * gy * block.fz,
+                       block.fx * block.fy * gz,
+                       block.fx * block.fy * block.fz};
+  const i32 at[8] = {0, slice, row, row + slice, 1, 1 + slice, 1 + row, 1 + row + slice};
+  if (!block.closed) {
+    for (int k = 0; k < 8; ++k) f(block.base + at[k], w[k]);
+    return;
+  }
+  double sum = 0;
+  for (int k = 0; k < 8; ++k)
+    if (!(block.closed >> k & 1)) sum += w[k];
+  if (sum <= 0) return;
+  for (int k = 0; k < 8; ++k)
+    if (!(block.closed >> k & 1)) f(block.base + at[k], w[k] / sum);
+}
+
+/// Whether any corner has a weight.
+inline bool IsEmpty(const ContributionCoefficients& block) {
+  bool any = false;
+  ForEachCorner(block, 0, 0, [&](i32, double) { any = true; });
+  return !any;
+}
+
+}  // namespace
+
+template <class F>
+void ConservativeAdvection::ForEachLayer(const Flow& flow, F&& f) const {
+  ForEachBlock(mDims.z, flow.threads, f);
+}
+
+bool ConservativeAdvection::Fit(const EGrid<double>& source, bool corrected) {
+  if (mDims != source.Dims()) {
+    Release();
+    mDims = source.Dims();
+  }
+  mSlice = source.mSlice;
+  mCellSize = source.mLayout.cellSize;
+  const auto make = [&]<class T>(std::unique_ptr<Grid<T>>& grid) {
+    if (!grid) grid = std::make_unique<Grid<T>>(mDims, kCentre);
+    return grid->mData != nullptr;
+  };
+  bool made = make(mHolds) && make(mBlocks) && make(mBeta) && make(mBetaUpper) && make(mScale) &&
+              make(mGamma) && make(mWork);
+  if (corrected)
+    made = made && make(mLeast) && make(mMost) && make(mForwardValue) && make(mBackwardValue) &&
+           make(mForwardGamma);
+  mForward.resize(mDims.z);
+  if (!made) Release();
+  return made;
+}
+
+void ConservativeAdvection::Release() {
+  mDims = {};
+  mHolds.reset();
+  mBlocks.reset();
+  mForward.clear();
+  for (Field* field : {&mBeta, &mBetaUpper, &mScale, &mGamma, &mWork, &mLeast, &mMost,
+                       &mForwardValue, &mBackwardValue, &mForwardGamma})
+    field->reset();
+}
+
+void ConservativeAdvection::MarkHolders(const Flow& flow, const EGrid<double>& source) {
+  ForEachLayer(flow, [&](i32 z) {
+    for (i32 y = 0; y < mDims.y; ++y)
+      for (i32 x = 0; x < mDims.x; ++x)
+        (*mHolds)(x, y, z) = !flow.boundary->IsSolid({x + 0.5, y + 0.5, z + 0.5}, source, false);
+  });
+}
+
+/// The block round the end of the path of `step` seconds from the centre of a cell.
+ContributionCoefficients ConservativeAdvection::Trace(const Flow& flow, double step, i32 x, i32 y,
+                                                      i32 z) const {
+  Vec3d p = TracePath(flow.velocity, {x + 0.5, y + 0.5, z + 0.5}, step / mCellSize, flow.order);
+  Vec3d relative = p * static_cast<double>(mCellSize);
+  if (flow.boundary->PushOut(relative, true, kPushOutMargin))
+    p = relative / static_cast<double>(mCellSize);
+  i32 base[3];
+  double fraction[3];
+  for (int a = 0; a < 3; ++a) {
+    const double c = std::min(std::max(p[a], 1.0), mDims[a] - 1.0) - 0.5;
+    base[a] = static_cast<i32>(c);
+    fraction[a] = c - base[a];
+  }
+  ContributionCoefficients block{.base = mHolds->Index(base[0], base[1], base[2]),
+                                 .fx = fraction[0],
+                                 .fy = fraction[1],
+                                 .fz = fraction[2]};
+  const u8* holds = mHolds->mData + block.base;
+  const i32 row = mDims.x;
+  const i32 at[8] = {0, mSlice, row, row + mSlice, 1, 1 + mSlice, 1 + row, 1 + row + mSlice};
+  for (int k = 0; k < 8; ++k)
+    if (!holds[at[k]]) block.closed |= 1u << k;
+  return block;
+}
+
+void ConservativeAdvection::RecordBackward(const Flow& flow, double step, const double* source,
+                                           double* least, double* most) {
+  ForEachLayer(flow, [&](i32 z) {
+    for (i32 y = 0; y < mDims.y; ++y)
+      for (i32 x = 0; x < mDims.x; ++x) {
+        const i32 c = mHolds->Index(x, y, z);
+        const bool border =
+            x == 0 || y == 0 || z == 0 || x == mDims.x - 1 || y == mDims.y - 1 || z == mDims.z - 1;
+        // Cells in solids and in the outermost layer keep what they hold: all bits but the lowest
+        // corner's are closed.
+        ContributionCoefficients& block = (*mBlocks)[c];
+        block = border || !mHolds->mData[c] ? ContributionCoefficients{.base = c, .closed = 0xfe}
+                                            : Trace(flow, -step, x, y, z);
+        if (!least) continue;
+        bool any = false;
+        ForEachCorner(block, mDims.x, mSlice, [&](i32 corner, double) {
+          const double v = source[corner];
+          least[c] = any ? std::min(least[c], v) : v;
+          most[c] = any ? std::max(most[c], v) : v;
+          any = true;
+        });
+        if (!any) least[c] = most[c] = source[c];
+      }
+  });
+}
+
+/// How much of every cell is asked for: primary weights times `scale` of the asking cell (null: 1),
+/// and the cell's own forward share. Two fixed halves scatter apart, each in cell order.
+void ConservativeAdvection::ComputeBeta(const Flow& flow, const double* scale) {
+  double* halves[2] = {mBeta->mData, mBetaUpper->mData};
+  ForEachBlock(2, flow.threads, [&](i32 half) {
+    double* beta = halves[half];
+    std::fill_n(beta, mBeta->mCount, 0.0);
+    const i32 first = half == 0 ? 0 : mDims.z / 2, last = half == 0 ? mDims.z / 2 : mDims.z;
+    for (i32 c = first * mSlice; c < last * mSlice; ++c) {
+      const double s = scale ? scale[c] : 1.0;
+      ForEachCorner((*mBlocks)[c], mDims.x, mSlice,
+                    [&](i32 corner, double w) { beta[corner] += w * s; });
+    }
+  });
+  ForEachLayer(flow, [&](i32 z) {
+    double* beta = mBeta->mData + z * mSlice;
+    const double* upper = mBetaUpper->mData + z * mSlice;
+    for (i32 i = 0; i < mSlice; ++i) beta[i] += upper[i];
+    for (const ForwardContribution& forward : mForward[z])
+      mBeta->mData[forward.cell] += forward.share;
+  });
+}
+
+/// Cells that aren't asked for all they hold send the rest where the flow goes. `scale` is the
+/// factor on what every cell receives.
+void ConservativeAdvection::RecordForward(const Flow& flow, double step, const double* scale) {
+  const double* beta = mBeta->mData;
+  ForEachLayer(flow, [&](i32 z) {
+    std::vector<ForwardContribution>& list = mForward[z];
+    list.clear();
+    if (z == 0 || z == mDims.z - 1) return;
+    for (i32 y = 1; y < mDims.y - 1; ++y)
+      for (i32 x = 1; x < mDims.x - 1; ++x) {
+        const i32 c = mHolds->Index(x, y, z);
+        if (!(beta[c] < 1.0) || !mHolds->mData[c]) continue;
+        ForwardContribution forward{
+            .cell = c, .amount = 1.0 - beta[c], .block = Trace(flow, step, x, y, z)};
+        // Enclosed by solids on all sides: it keeps the rest.
+        if (IsEmpty(forward.block)) forward.block = {.base = c, .closed = 0xfe};
+        ForEachCorner(forward.block, mDims.x, mSlice, [&](i32 corner, double w) {
+          forward.share += forward.amount * w * scale[corner];
+        });
+        list.push_back(forward);
+      }
+  });
+}
+
+/// What every cell receives of a field of ones: the density error of the step.
+void ConservativeAdvection::ComputeGamma(const Flow& flow, const double* scale, double* gamma) {
+  // `gamma` serves as the field of ones until the last moment: a gather reads it through a copy.
+  std::fill_n(gamma, mHolds->mCount, 1.0);
+  Gather(flow, scale, gamma, gamma);
+  for (const auto& layer : mForward)
+    for (const ForwardContribution& forward : layer) {
+      const double given = forward.amount / mBeta->mData[forward.cell];
+      ForEachCorner(forward.block, mDims.x, mSlice,
+                    [&](i32 corner, double w) { gamma[corner] += given * w * scale[corner]; });
+    }
+}
+
+/// What every cell asks for of `source`, in the share that each giver can spare. The outermost
+/// layer keeps what it holds, whatever is asked of it.
+void ConservativeAdvection::Gather(const Flow& flow, const double* scale, const double* source,
+                                   double* destination) {
+  const double* beta = mBeta->mData;
+  double* given = mWork->mData;
+  ForEachLayer(flow, [&](i32 z) {
+    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c)
+      given[c] = beta[c] > 0 ? source[c] / beta[c] : source[c];
+  });
+  ForEachLayer(flow, [&](i32 z) {
+    for (i32 y = 0; y < mDims.y; ++y) {
+      const i32 row = z * mSlice + y * mDims.x, last = row + mDims.x - 1;
+      if (z == 0 || z == mDims.z - 1 || y == 0 || y == mDims.y - 1) {
+        std::copy(source + row, source + last + 1, destination + row);
+        continue;
+      }
+      destination[row] = source[row];
+      for (i32 c = row + 1; c < last; ++c) {
+        double sum = 0;
+        ForEachCorner((*mBlocks)[c], mDims.x, mSlice,
+                      [&](i32 corner, double w) { sum += w * given[corner]; });
+        destination[c] = sum * scale[c];
+      }
+      destination[last] = source[last];
+    }
+  });
+}
+
+/// What the cells send on top of it, in cell order.
+void ConservativeAdvection::Scatter(const double* scale, const double* source,
+                                    double* destination) const {
+  for (const auto& layer : mForward)
+    for (const ForwardContribution& forward : layer) {
+      if (source[forward.cell] == 0) continue;
+      const double given = source[forward.cell] * forward.amount / mBeta->mData[forward.cell];
+      ForEachCorner(forward.block, mDims.x, mSlice, [&](i32 corner, double w) {
+        destination[corner] += given * w * scale[corner];
+      });
+    }
+}
+
+void ConservativeAdvection::EvenSweep(const Flow& flow, i32 axis, const double* in, double* out,
+                                      double* destination) {
+  std::copy_n(in, mHolds->mCount, out);
+  const i32 next = axis == 0 ? 1 : axis == 1 ? mDims.x : mSlice;
+  const u8* holds = mHolds->mData;
+  const auto even = [&](i32 a) {
+    const i32 b = a + next;
+    const double difference = in[a] - in[b];
+    if (difference == 0 || !holds[a] || !holds[b]) return;
+    const i32 high = difference > 0 ? a : b, low = difference > 0 ? b : a;
+    if (!(in[high] > 0)) return;
+    const double d = std::abs(difference) / 2;
+    out[high] -= d;
+    out[low] += d;
+    const double m = destination[high] * d / in[high];
+    destination[high] -= m;
+    destination[low] += m;
+  };
+  // Cut along another axis than the sweep's own: one worker owns both cells of every pair.
+  if (axis != 2) {
+    ForEachBlock(mDims.z - 2, flow.threads, [&](i32 layer) {
+      for (i32 y = 1; y < mDims.y - 1; ++y)
+        for (i32 x = 1; x < mDims.x - 1; ++x) even((layer + 1) * mSlice + y * mDims.x + x);
+    });
+  } else {
+    ForEachBlock(mDims.y - 2, flow.threads, [&](i32 row) {
+      for (i32 z = 1; z < mDims.z - 1; ++z)
+        for (i32 x = 1; x < mDims.x - 1; ++x) even(z * mSlice + (row + 1) * mDims.x + x);
+    });
+  }
+}
+
+void ConservativeAdvection::Even(const Flow& flow, double* gamma, double* destination) {
+  double* in = gamma;
+  double* out = mWork->mData;
+  for (i32 round = 0; round < kEvenRounds; ++round)
+    for (i32 axis = 0; axis < 3; ++axis) {
+      EvenSweep(flow, axis, in, out, destination);
+      std::swap(in, out);
+    }
+  if (in != gamma) std::copy_n(in, mHolds->mCount, gamma);
+}
+
+void ConservativeAdvection::Step(const Flow& flow, double step, const double* source,
+                                 double* destination, const double* weights, double* gamma,
+                                 double* least, double* most) {
+  RecordBackward(flow, step, source, least, most);
+  double* scale = mScale->mData;
+  ForEachLayer(flow, [&](i32 z) {
+    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
+      double sum = 0;
+      ForEachCorner((*mBlocks)[c], mDims.x, mSlice,
+                    [&](i32 corner, double w) { sum += weights ? w * weights[corner] : w; });
+      scale[c] = sum > 0 ? 1 / sum : 1.0;
+    }
+    mForward[z].clear();
+  });
+  ComputeBeta(flow, nullptr);
+  RecordForward(flow, step, scale);
+  ComputeBeta(flow, scale);
+  ComputeGamma(flow, scale, gamma);
+  Gather(flow, scale, source, destination);
+  Scatter(scale, source, destination);
+  Even(flow, gamma, destination);
+}
+
+bool ConservativeAdvection::Advect(const Flow& flow, const EGrid<double>& source,
+                                   EGrid<double>& destination) {
+  if (!Fit(source, false)) return false;
+  MarkHolders(flow, source);
+  Step(flow, flow.step, source.mData, destination.mData, nullptr, mGamma->mData, nullptr, nullptr);
+  return true;
+}
+
+bool ConservativeAdvection::AdvectCorrected(const Flow& flow, const EGrid<double>& source,
+                                            EGrid<double>& destination) {
+  if (!Fit(source, true)) return false;
+  MarkHolders(flow, source);
+  double *least = mLeast->mData, *most = mMost->mData;
+  double *forth = mForwardValue->mData, *back = mBackwardValue->mData;
+  Step(flow, flow.step, source.mData, forth, nullptr, mForwardGamma->mData, least, most);
+  Step(flow, -flow.step, forth, back, mForwardGamma->mData, mGamma->mData, nullptr, nullptr);
+  double* excess = back;
+  ForEachLayer(flow, [&](i32 z) {
+    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
+      const double value = (source.mData[c] - back[c]) * 0.5 + forth[c];
+      const double limited = std::min(std::max(value, least[c]), most[c]);
+      destination.mData[c] = limited;
+      excess[c] = value - limited;
+    }
+  });
+  GiveBack(least, most, destination.mData, excess);
+  return true;
+}
+
+void ConservativeAdvection::GiveBack(const double* least, const double* most, double* value,
+                                     double* excess) const {
+  // To the neighbours first, as far as their own limits allow.
+  const i32 beside[6] = {-1, 1, -mDims.x, mDims.x, -mSlice, mSlice};
+  const u8* holds = mHolds->mData;
+  const CellBox inner{{1, 1, 1}, mDims - VecInt3D{1, 1, 1}};
+  const CellBox deep{{2, 2, 2}, mDims - VecInt3D{2, 2, 2}};
+  double rest[2] = {0, 0};  // what is left over, of surplus and of want
+  ForEachCell(inner, [&](i32 x, i32 y, i32 z) {
+    const i32 c = mHolds->Index(x, y, z);
+    double e = excess[c];
+    if (e == 0) return;
+    const VecInt3D cell{x, y, z};
+    for (int k = 0; k < 6 && e != 0; ++k) {
+      const int axis = k / 2;
+      if (k % 2 ? cell[axis] >= deep.max[axis] : cell[axis] < deep.min[axis]) continue;
+      const i32 n = c + beside[k];
+      if (!holds[n]) continue;
+      const double t = e > 0 ? std::min(e, std::max(most[n] - value[n], 0.0))
+                             : std::max(e, std::min(least[n] - value[n], 0.0));
+      // Rounding must not carry a value across its limit.
+      value[n] = e > 0 ? value[n] + t : std::max(value[n] + t, least[n]);
+      e -= t;
+    }
+    excess[c] = e;
+    rest[e < 0] += e;
+  });
+  // Then to all cells with room, in proportion to it; what finds no room stays where it was.
+  for (int want = 0; want < 2; ++want) {
+    if (rest[want] == 0) continue;
+    const auto room = [&](i32 c) {
+      return !holds[c] ? 0.0
+             : want    ? std::min(least[c] - value[c], 0.0)
+                       : std::max(most[c] - value[c], 0.0);
+    };
+    double all = 0;
+    ForEachCell(inner, [&](i32 x, i32 y, i32 z) { all += room(mHolds->Index(x, y, z)); });
+    const double share = all == 0 ? 0.0 : std::min(rest[want] / all, 1.0);
+    double given = 0;
+    ForEachCell(inner, [&](i32 x, i32 y, i32 z) {
+      const i32 c = mHolds->Index(x, y, z);
+      const double t = room(c) * share;
+      if (t == 0) return;
+      value[c] = want ? std::max(value[c] + t, least[c]) : value[c] + t;
+      given += t;
+    });
+    const double kept = 1 - given / rest[want];
+    ForEachCell(inner, [&](i32 x, i32 y, i32 z) {
+      const i32 c = mHolds->Index(x, y, z);
+      if ((excess[c] < 0) == (want == 1)) value[c] += excess[c] * kept;
+    });
+  }
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
