@@ -383,6 +383,7 @@ void ConservativeAdvection::GiveBack(const double* least, const double* most, do
       value[c] = want ? std::max(value[c] + t, least[c]) : value[c] + t;
       given += t;
     });
+    if (share < 1 && all != 0) continue;
     const double kept = 1 - given / rest[want];
     ForEachCell(inner, [&](i32 x, i32 y, i32 z) {
       const i32 c = mHolds->Index(x, y, z);
