@@ -23,6 +23,7 @@ class GasRig {
     gasNode = &Add("fluid", "gas");
     gas = Object<FluidSolver>(*gasNode);
     gasNode->Set(1010, ToReal(cells) * (100.0 * scene->mDomain.cellSize));
+    gasNode->Erase(1008);  // without a list every force acts
     gasNode->Set(1020, i32{0});
     gasNode->Set(1022, 0.9);
   }

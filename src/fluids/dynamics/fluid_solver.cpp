@@ -42,10 +42,9 @@ const ParameterTable& FluidSolver::Parameters() {
       LinkRow(1000, "density_channel", "scalar channel with the fluid's density per cell",
               {1300027, 1300028, 1300029, 1300112}),
       RealRow(1001, "density", 1.23, "kg/m^3", "density where no channel gives one").AtLeast(1e-6),
-      AbsentLinksRow(
+      LinksRow(
           1008, "forces",
-          "forces that act on the gas; without the list all grid forces do, an empty "
-          "list means none",
+          "forces that act on the gas, by name; none without names, and with null every grid force",
           {1300014, 1300015, 1300016, 1300017, 1300089, 1300115, 1300142, 1300161, 13000141}),
       LongRow(1009, "padding_cells", 5, "cells", "cells kept free round the content").AtLeast(0),
       VectorRow(1010, "box_size", {500, 500, 500}, "host", "largest box that the gas may fill"),
@@ -62,7 +61,7 @@ const ParameterTable& FluidSolver::Parameters() {
           .AtLeast(0),
       LongRow(1020, "linear_solver", 1, "", "how the pressure is solved for")
           .Choices({{0, "conjugate_gradients"}, {1, "gauss_seidel"}}),
-      LongRow(1021, "max_iterations", 200, "", "most iterations of the linear solver").AtLeast(1),
+      LongRow(1021, "max_iterations", 200, "", "most iterations of the linear solver").AtLeast(0),
       RealRow(1022, "accuracy", 0.5, "", "accuracy of the linear solver").Range(0, 1),
       LongRow(1023, "viscosity_option", 2, "", "option of the viscosity solve"),
       LongRow(1024, "viscosity_mode", 0, "", "mode of the viscosity solve"),

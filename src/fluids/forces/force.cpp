@@ -7,6 +7,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 bool Force::ResolveLinks() {
   if (!iObject::ResolveLinks() || !mScene) return false;
   mConstraints.Resolve(*this);
+  // Stands unless a solver prepares the force.
+  mInactiveReason = "no solver names it among its forces";
   return true;
 }
 

@@ -40,6 +40,7 @@ struct RisingBall {
     Make("fluid", "gas",
          {{"box_size", Vec3d{200, 300, 200}}, {"wall_high_y", 0}, {"linear_solver", 0}});
     nodes["gas"]->SetPlacement({-100, 0, -100}, {}, {1, 1, 1});
+    nodes["gas"]->Set(1008, host::InExcludeData{{{nodes["lift"]->Id(), 0}}});
     Make("grid_advection", "move heat", {{"target", LinkTo("heat")}, {"solver", LinkTo("gas")}});
     Make("grid_advection", "move gas", {{"solver", LinkTo("gas")}});
     scene = CreateScene(*server);
