@@ -31,6 +31,7 @@ void Document::Remove(BaseNode& node) {
 }
 
 void Document::Reparent(BaseNode& node, BaseNode* parent) {
+  if (parent == &node || (parent && parent->HasAncestor(&node))) return;
   Detach(node);
   node.mParent = parent;
   (parent ? parent->mChildren : mRoots).push_back(&node);

@@ -16,11 +16,11 @@ class Document {
   Document(const Document&) = delete;
   Document& operator=(const Document&) = delete;
 
-  double fps = 25;         ///< frames per second
-  i32 previewMin = 0;      ///< first frame of the preview range
-  i32 previewMax = 90;     ///< last frame of the preview range, itself simulated
-  i32 blurSample = 0;      ///< number of the motion-blur sample now rendered
-  i32 blurSamples = 0;     ///< motion-blur samples per frame, 0 = none
+  double fps = 25;      ///< frames per second
+  i32 previewMin = 0;   ///< first frame of the preview range
+  i32 previewMax = 90;  ///< last frame of the preview range, itself simulated
+  i32 blurSample = 0;   ///< number of the motion-blur sample now rendered
+  i32 blurSamples = 0;  ///< motion-blur samples per frame, 0 = none
 
   /// Time of the document in seconds.
   double Time() const { return mTime; }
@@ -31,15 +31,16 @@ class Document {
   /// T(document, id, type, name, args...).
   template <class T = BaseNode, class... Args>
   T& Create(i32 type, std::string name, BaseNode* parent, Args&&... args) {
-    auto node = std::make_unique<T>(*this, ++mLastId, type, std::move(name),
-                                    std::forward<Args>(args)...);
+    auto node =
+        std::make_unique<T>(*this, ++mLastId, type, std::move(name), std::forward<Args>(args)...);
     T& made = *node;
     Adopt(std::move(node), parent);
     return made;
   }
   /// Destroys a node with its children.
   void Remove(BaseNode& node);
-  /// Moves a node, with its children, under another parent.
+  /// Moves a node, with its children, under another parent; nothing happens when that is the node
+  /// itself or below it.
   void Reparent(BaseNode& node, BaseNode* parent);
 
   BaseNode* Find(NodeId id) const;

@@ -20,7 +20,10 @@ Matrix Inverse(const Matrix& m) {
 }
 
 Matrix RotationOf(const Matrix& m) {
-  return {{}, Normalised(m.v1), Normalised(m.v2), Normalised(m.v3)};
+  const Vec3d a = Normalised(m.v1);
+  const Vec3d b = Normalised(m.v2 - a * Dot(a, m.v2));
+  const Vec3d c = Normalised(m.v3 - a * Dot(a, m.v3) - b * Dot(b, m.v3));
+  return {{}, a, b, c};
 }
 
 Matrix Placement(const Vec3d& position, const Vec3d& rotationDegrees, const Vec3d& scale) {
@@ -49,16 +52,16 @@ Vec3d RotationVector(const Matrix& from, const Matrix& to) {
   const double twoSin = Length(skew);
   const double twoCos = r(0, 0) + r(1, 1) + r(2, 2) - 1.0;
   const double angle = std::atan2(twoSin, twoCos);
-  if (twoSin > 1e-12) return skew * (angle / twoSin);
-  if (twoCos > 0) return {};
-  // Half a turn: the axis is the largest column of R + 1.
+  if (twoCos > -1.0) return twoSin > 0 ? skew * (angle / twoSin) : Vec3d{};
+  // Towards half a turn the skew part fades: the axis is the largest column of the symmetric part,
+  // cos + (1 - cos) axis axis^T, less cos; the skew part still tells its sign.
   Vec3d axis{};
   for (int j = 0; j < 3; ++j) {
-    Vec3d column{r(0, j), r(1, j), r(2, j)};
-    column[j] += 1.0;
+    Vec3d column{0.5 * (r(0, j) + r(j, 0)), 0.5 * (r(1, j) + r(j, 1)), 0.5 * (r(2, j) + r(j, 2))};
+    column[j] -= 0.5 * twoCos;
     if (Dot(column, column) > Dot(axis, axis)) axis = column;
   }
-  return Normalised(axis) * std::numbers::pi;
+  return Normalised(axis) * (Dot(axis, skew) < 0 ? -angle : angle);
 }
 
 }  // namespace MELDO_GLOBAL

@@ -24,7 +24,8 @@ struct Matrix {
 /// The inverse of `m`; the identity where the axes are linearly dependent.
 Matrix Inverse(const Matrix& m);
 
-/// The rotation part of `m`: orthonormal axes, no offset, scale removed.
+/// The rotation part of `m`: its axes made orthonormal one after the other (Gram-Schmidt), so that
+/// scale and shear go and handedness stays; no offset.
 Matrix RotationOf(const Matrix& m);
 
 /// Rotation about x, then y, then z (angles in degrees, right-handed), after a scale and before a

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <exception>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -75,11 +76,12 @@ struct WorkerPool::Impl {
   }
 
   void Grow(i32 count) {
+    workers.reserve(kMaxWorkers);
     while (static_cast<i32>(workers.size()) < count - 1) {
-      workers.push_back(std::make_unique<Worker>());
-      Worker& worker = *workers.back();
-      const i32 index = static_cast<i32>(workers.size());
-      worker.thread = std::jthread([this, &worker, index] { Main(worker, index); });
+      auto worker = std::make_unique<Worker>();
+      const i32 index = static_cast<i32>(workers.size()) + 1;
+      worker->thread = std::jthread([this, w = worker.get(), index] { Main(*w, index); });
+      workers.push_back(std::move(worker));  // only once its thread has started
     }
   }
 };
@@ -101,7 +103,7 @@ WorkerPool& WorkerPool::Instance() {
 }
 
 void WorkerPool::RunShares(i32 count, Invoke invoke, void* context) {
-  count = std::min(count, kMaxWorkers);
+  if (count > kMaxWorkers) throw std::invalid_argument("more shares than workers");
   if (count < 1) return;
   Impl& pool = *mImpl;
   pool.Grow(count);

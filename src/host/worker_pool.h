@@ -39,12 +39,15 @@ class WorkerPool {
  public:
   static WorkerPool& Instance();
 
-  /// Runs `share(index)` for every index below `count` (at most 64), each on a thread of its own.
+  /// Runs `share(index)` for every index below `count`, each on a thread of its own. All shares are
+  /// done when it returns or throws: the first exception of a share goes on to the caller. Throws
+  /// std::invalid_argument for more than 64 shares.
   template <class Share>
   void Run(i32 count, Share&& share) {
     using F = std::remove_reference_t<Share>;
-    RunShares(count, [](void* f, i32 index) { (*static_cast<F*>(f))(index); },
-              const_cast<void*>(static_cast<const void*>(std::addressof(share))));
+    RunShares(
+        count, [](void* f, i32 index) { (*static_cast<F*>(f))(index); },
+        const_cast<void*>(static_cast<const void*>(std::addressof(share))));
   }
 
  private:
