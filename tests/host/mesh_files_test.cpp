@@ -161,6 +161,21 @@ TEST(MeshFiles, RealMeshesHaveTheirKnownShape) {
   }
 }
 
+TEST(MeshFiles, TheUrnIsClosedAndWhatItsScriptMakes) {
+  const TempFolder folder;
+  const std::string command =
+      std::string("python3 " SULVA_SOURCE_DIR "/scripts/make_assets.py --out ") +
+      folder.Path().string() + " > /dev/null";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  const Geometry urn = LoadMesh(SULVA_SOURCE_DIR "/scenes/assets/urn.obj");
+  EXPECT_EQ(LoadMesh(folder.Path() / "urn.obj"), urn);
+  const GeometryFacts facts = FactsOf(urn);
+  EXPECT_TRUE(facts.closed);
+  EXPECT_EQ(facts.euler, -2);  // two handles
+  EXPECT_GT(facts.volume, 0);
+  EXPECT_NEAR(facts.high.x - facts.low.x, 2, 1e-9);
+}
+
 TEST(MeshFiles, EveryFaultHasItsSentence) {
   const TempFolder folder;
   const std::string triangle = "v 0 0 0\nv 1 0 0\nv 0 1 0\n";
