@@ -9,4 +9,4 @@ scripts/build "$root/build"
 ctest --test-dir build --output-on-failure -j2 --progress
 
 scripts/build "$root/build-asan" -DSULVA_SANITIZE=ON
-ctest --test-dir build-asan --output-on-failure -j2 --progress -LE slow
+ctest --test-dir build-asan --output-on-failure -j2 --progress
