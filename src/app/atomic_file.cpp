@@ -60,7 +60,8 @@ int WritePart(const fs::path& part, std::string_view bytes) {
 void MakeFolder(const fs::path& path) {
   std::error_code error;
   fs::create_directories(path, error);
-  if (!error && !fs::is_directory(path)) error = std::make_error_code(std::errc::not_a_directory);
+  if (!error && !fs::is_directory(path, error) && !error)
+    error = std::make_error_code(std::errc::not_a_directory);
   if (error)
     throw CommandError(kExitFile,
                        "cannot make the folder " + path.string() + ": " + error.message());

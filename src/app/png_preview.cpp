@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 
+#include "grids/for_each_cell.h"
 #include "grids/sampling.h"
 
 namespace MELDO_GLOBAL::app {
@@ -49,151 +50,185 @@ Colour HeatColour(float t) {
           std::min(1.0f, 0.03f + 1.1f * t * t * t)};
 }
 
+/// A box of cells of the picture, upper corner exclusive.
+struct Window {
+  VecInt3D low{}, high{};
+  bool IsEmpty() const { return low.x >= high.x || low.y >= high.y || low.z >= high.z; }
+};
+
 /// One slice across the direction of view.
 struct Slice {
   std::vector<float> depth;    ///< optical depth of the slice
   std::vector<Colour> albedo;  ///< weighted by depth
   std::vector<Colour> glow;
-  void Clear(std::size_t size) {
-    depth.assign(size, 0);
-    albedo.assign(size, {});
-    glow.assign(size, {});
-  }
 };
 
+/// Columns of cells along the view. A box of many cells is drawn in coarser ones, each the mean of
+/// `mCoarse` cells on an axis.
 class Drawing {
  public:
   explicit Drawing(const PreviewView& view) : mView(view), mAxes(AxesOf(view.axis)) {
     const Vec3d size = view.max - view.min;
-    for (int a = 0; a < 3; ++a)
-      mCells[a] = std::clamp(static_cast<i32>(std::lround(size[a] / view.cell)), 1, 1 << 14);
     mLong = std::max({size.x, size.y, size.z});
+    mCoarse = std::max(1, static_cast<i32>(std::ceil(mLong / view.cell / kMostCells)));
+    mCell = view.cell * mCoarse;
+    for (int a = 0; a < 3; ++a)
+      mCells[a] = std::clamp(static_cast<i32>(std::ceil(size[a] / mCell - 1e-3)), 1, kMostCells);
     mColumns.resize(std::size_t{1} * Nu() * Nv());
+    mLight.assign(mColumns.size(), 1.0f);
+    mSlice.depth.resize(mColumns.size());
+    mSlice.albedo.resize(mColumns.size());
+    mSlice.glow.resize(mColumns.size());
   }
 
-  void Draw(const std::vector<PreviewLayer>& layers, const std::vector<PreviewSolid>& solids) {
-    Slice slice;
-    std::vector<float> light(mColumns.size(), 1.0f);
-    for (i32 d = mCells[mAxes.d] - 1; d >= 0; --d) {
-      slice.Clear(mColumns.size());
-      for (const PreviewLayer& layer : layers) AddLayer(layer, d, slice);
-      for (const PreviewSolid& solid : solids) AddSolid(solid, d);
-      Composite(slice, light);
-    }
-  }
-
+  void Draw(const std::vector<PreviewLayer>& layers, const std::vector<PreviewSolid>& solids);
   Picture Develop() const;
 
  private:
+  static constexpr i32 kMostCells = 768;  ///< on an axis
+
   i32 Nu() const { return mCells[mAxes.u]; }
   i32 Nv() const { return mCells[mAxes.v]; }
-  /// Column of a cell of the box.
-  std::size_t ColumnOf(i32 u, i32 v) const {
-    if (mAxes.flipU) u = Nu() - 1 - u;
-    if (mAxes.flipV) v = Nv() - 1 - v;
-    return std::size_t{1} * v * Nu() + u;
+  std::size_t ColumnAt(i32 u, i32 v) const { return std::size_t{1} * v * Nu() + u; }
+  /// Column of a cell of the picture.
+  std::size_t ColumnOf(const VecInt3D& cell) const {
+    const i32 u = cell[mAxes.u], v = cell[mAxes.v];
+    return ColumnAt(mAxes.flipU ? Nu() - 1 - u : u, mAxes.flipV ? Nv() - 1 - v : v);
   }
-  /// The part of a grid of `dims` samples at `first` that lies in slice `d` of the box.
-  struct Window {
-    VecInt3D low, high;  ///< cells of the box, high exclusive
-    bool isEmpty;
-  };
-  Window WindowOf(const VecInt3D& first, const VecInt3D& dims, i32 d) const {
-    Window w{Max(first, VecInt3D{}), Min(first + dims, mCells), false};
-    w.low[mAxes.d] = std::max(w.low[mAxes.d], d);
-    w.high[mAxes.d] = std::min(w.high[mAxes.d], d + 1);
-    w.isEmpty = w.low.x >= w.high.x || w.low.y >= w.high.y || w.low.z >= w.high.z;
-    return w;
-  }
+  /// Cell of the box, not coarsened, in which a grid's first sample lies.
   VecInt3D FirstCell(const GridLayout& layout) const {
     const Vec3d at = (layout.simOrigin - mView.min) / mView.cell;
     return {static_cast<i32>(std::lround(at.x)), static_cast<i32>(std::lround(at.y)),
             static_cast<i32>(std::lround(at.z))};
   }
+  /// Cells of the picture that a grid covers.
+  Window WindowOf(const GridLayout& layout) const {
+    const VecInt3D first = FirstCell(layout), end = first + layout.dims;
+    Window w;
+    for (int a = 0; a < 3; ++a) {
+      w.low[a] = std::max(first[a], 0) / mCoarse;
+      w.high[a] = std::min((std::max(end[a], 0) + mCoarse - 1) / mCoarse, mCells[a]);
+    }
+    return w;
+  }
+  Window SliceOf(Window w, i32 d) const {
+    w.low[mAxes.d] = std::max(w.low[mAxes.d], d);
+    w.high[mAxes.d] = std::min(w.high[mAxes.d], d + 1);
+    return w;
+  }
 
-  void AddLayer(const PreviewLayer& layer, i32 d, Slice& slice) const;
-  void AddSolid(const PreviewSolid& solid, i32 d);
-  void Composite(const Slice& slice, std::vector<float>& light);
+  void Clear(const Window& window);
+  void AddLayer(const PreviewLayer& layer, const Window& window);
+  void AddSolid(const PreviewSolid& solid, const Window& window);
+  void Composite(const Window& window);
 
   const PreviewView mView;
   const Axes mAxes;
   VecInt3D mCells{};
+  i32 mCoarse = 1;
+  double mCell = 1;
   double mLong = 1;
   std::vector<Column> mColumns;
+  std::vector<float> mLight;
+  Slice mSlice;
 };
 
-void Drawing::AddLayer(const PreviewLayer& layer, i32 d, Slice& slice) const {
+void Drawing::Draw(const std::vector<PreviewLayer>& layers,
+                   const std::vector<PreviewSolid>& solids) {
+  for (i32 d = mCells[mAxes.d] - 1; d >= 0; --d) {
+    // Only what lies round the layers of this slice is cleared and summed up.
+    Window smoke{mCells, {0, 0, 0}};
+    for (const PreviewLayer& layer : layers) {
+      const Window w = SliceOf(WindowOf(layer.grids[0]->mLayout), d);
+      if (!w.IsEmpty()) smoke = {Min(smoke.low, w.low), Max(smoke.high, w.high)};
+    }
+    if (!smoke.IsEmpty()) Clear(smoke);
+    for (const PreviewLayer& layer : layers)
+      AddLayer(layer, SliceOf(WindowOf(layer.grids[0]->mLayout), d));
+    for (const PreviewSolid& solid : solids)
+      AddSolid(solid, SliceOf(WindowOf(solid.distance->mLayout), d));
+    if (!smoke.IsEmpty()) Composite(smoke);
+  }
+}
+
+void Drawing::Clear(const Window& w) {
+  ForEachCell({w.low, w.high}, [&](i32 x, i32 y, i32 z) {
+    const std::size_t column = ColumnOf({x, y, z});
+    mSlice.depth[column] = 0;
+    mSlice.albedo[column] = mSlice.glow[column] = {};
+  });
+}
+
+void Drawing::AddLayer(const PreviewLayer& layer, const Window& window) {
+  if (window.IsEmpty()) return;
   const EGrid<double>& grid = *layer.grids[0];
   const VecInt3D first = FirstCell(grid.mLayout);
-  const Window w = WindowOf(first, grid.Dims(), d);
-  if (w.isEmpty) return;
+  const CellBox box = Clip({window.low * VecInt3D{mCoarse, mCoarse, mCoarse} - first,
+                            window.high * VecInt3D{mCoarse, mCoarse, mCoarse} - first},
+                           {0, 0, 0}, grid.Dims());
   const double perValue = 1 / layer.full;
-  const double perCell = mView.cell / mLong;
+  const double perCell = mView.cell / mLong / (double{1} * mCoarse * mCoarse);
   const Colour albedo = Albedo(layer.palette);
-  for (i32 z = w.low.z; z < w.high.z; ++z)
-    for (i32 y = w.low.y; y < w.high.y; ++y)
-      for (i32 x = w.low.x; x < w.high.x; ++x) {
-        const i32 at = grid.Index(x - first.x, y - first.y, z - first.z);
-        double value = grid[at];
-        if (layer.grids[1])
-          value = Length(Vec3d{value, (*layer.grids[1])[at], (*layer.grids[2])[at]});
-        if (!(value > 0)) continue;
-        const VecInt3D cell{x, y, z};
-        const std::size_t column = ColumnOf(cell[mAxes.u], cell[mAxes.v]);
-        const float share = static_cast<float>(value * perValue);
-        if (layer.palette == Palette::Heat) {
-          const Colour colour = HeatColour(share);
-          const float strength = static_cast<float>(kGlow * perCell) * share;
-          for (int c = 0; c < 3; ++c) slice.glow[column][c] += strength * colour[c];
-        } else {
-          const float depth = static_cast<float>(kFullDepth * perCell) * share;
-          slice.depth[column] += depth;
-          for (int c = 0; c < 3; ++c) slice.albedo[column][c] += depth * albedo[c];
-        }
-      }
+  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+    const i32 at = grid.Index(x, y, z);
+    double value = grid[at];
+    if (layer.grids[1]) value = Length(Vec3d{value, (*layer.grids[1])[at], (*layer.grids[2])[at]});
+    if (!(value > 0)) return;
+    const VecInt3D cell{(x + first.x) / mCoarse, (y + first.y) / mCoarse, (z + first.z) / mCoarse};
+    const std::size_t column = ColumnOf(cell);
+    const float share = static_cast<float>(value * perValue);
+    if (layer.palette == Palette::Heat) {
+      const Colour colour = HeatColour(share);
+      const float strength = static_cast<float>(kGlow * perCell) * share;
+      for (int c = 0; c < 3; ++c) mSlice.glow[column][c] += strength * colour[c];
+    } else {
+      const float depth = static_cast<float>(kFullDepth * perCell) * share;
+      mSlice.depth[column] += depth;
+      for (int c = 0; c < 3; ++c) mSlice.albedo[column][c] += depth * albedo[c];
+    }
+  });
 }
 
-void Drawing::AddSolid(const PreviewSolid& solid, i32 d) {
+void Drawing::AddSolid(const PreviewSolid& solid, const Window& window) {
+  if (window.IsEmpty()) return;
   const EGrid<double>& grid = *solid.distance;
-  const Window w = WindowOf(FirstCell(grid.mLayout), grid.mLayout.dims + VecInt3D{1, 1, 1}, d);
-  if (w.isEmpty) return;
-  const double h = mView.cell;
   const Vec3d lamp = Normalised(Vec3d{-0.35, 0.85, 0.4});
-  for (i32 z = w.low.z; z < w.high.z; ++z)
-    for (i32 y = w.low.y; y < w.high.y; ++y)
-      for (i32 x = w.low.x; x < w.high.x; ++x) {
-        const VecInt3D cell{x, y, z};
-        Column& column = mColumns[ColumnOf(cell[mAxes.u], cell[mAxes.v])];
-        if (column.through < 1e-3f) continue;
-        const Vec3d centre = mView.min + (ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) * h;
-        const Vec3d at = grid.ToSamples(centre);
-        const double distance = SampleLinear(grid, at);
-        double cover = std::clamp(0.5 - distance / h, 0.0, 1.0);
-        if (solid.isFaint) cover = std::abs(distance) < h ? 0.05 : 0;
-        if (cover == 0) continue;
-        const Vec3d normal = Normalised(SampleGradient(grid, at, h));
-        const double lit = 0.25 + 0.75 * std::max(0.0, Dot(normal, lamp));
-        const float strength = static_cast<float>(cover * lit) * column.through;
-        column.light[0] += 0.20f * strength;
-        column.light[1] += 0.24f * strength;
-        column.light[2] += 0.32f * strength;
-        column.through *= static_cast<float>(1 - cover);
-      }
+  ForEachCell({window.low, window.high}, [&](i32 x, i32 y, i32 z) {
+    const VecInt3D cell{x, y, z};
+    Column& column = mColumns[ColumnOf(cell)];
+    if (column.through < 1e-3f) return;
+    const Vec3d at = grid.ToSamples(mView.min + (ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) * mCell);
+    const double distance = SampleLinear(grid, at);
+    double cover = std::clamp(0.5 - distance / mCell, 0.0, 1.0);
+    if (solid.isFaint) cover = std::abs(distance) < mCell ? 0.05 : 0;
+    if (cover == 0) return;
+    const Vec3d normal = Normalised(SampleGradient(grid, at, mView.cell));
+    const double lit = 0.25 + 0.75 * std::max(0.0, Dot(normal, lamp));
+    const float strength = static_cast<float>(cover * lit) * column.through;
+    column.light[0] += 0.20f * strength;
+    column.light[1] += 0.24f * strength;
+    column.light[2] += 0.32f * strength;
+    column.through *= static_cast<float>(1 - cover);
+  });
 }
 
-void Drawing::Composite(const Slice& slice, std::vector<float>& light) {
+void Drawing::Composite(const Window& window) {
   // Seen along y the lamp shines along the view, so that its light carries on from slice to slice;
   // else it falls down inside the slice.
   const bool alongView = mAxes.d == 1;
-  if (!alongView) std::fill_n(light.begin(), Nu(), 1.0f);
-  for (i32 v = Nv() - 1; v >= 0; --v)
-    for (i32 u = 0; u < Nu(); ++u) {
-      const std::size_t at = std::size_t{1} * v * Nu() + u;
-      float& lamp = light[alongView ? at : static_cast<std::size_t>(u)];
-      const float depth = slice.depth[at];
+  const i32 lowV = mAxes.flipV ? Nv() - window.high[mAxes.v] : window.low[mAxes.v];
+  const i32 highV = mAxes.flipV ? Nv() - window.low[mAxes.v] : window.high[mAxes.v];
+  const i32 lowU = mAxes.flipU ? Nu() - window.high[mAxes.u] : window.low[mAxes.u];
+  const i32 highU = mAxes.flipU ? Nu() - window.low[mAxes.u] : window.high[mAxes.u];
+  if (!alongView) std::fill_n(mLight.begin(), Nu(), 1.0f);
+  for (i32 v = highV - 1; v >= lowV; --v)
+    for (i32 u = lowU; u < highU; ++u) {
+      const std::size_t at = ColumnAt(u, v);
       Column& column = mColumns[at];
-      for (int c = 0; c < 3; ++c) column.light[c] += column.through * slice.glow[at][c];
+      for (int c = 0; c < 3; ++c) column.light[c] += column.through * mSlice.glow[at][c];
+      const float depth = mSlice.depth[at];
       if (depth <= 0) continue;
+      float& lamp = mLight[alongView ? at : static_cast<std::size_t>(u)];
       const float half = std::exp(-0.5f * static_cast<float>(kShadow) * depth);
       lamp *= half;
       const float sun = lamp;
@@ -201,7 +236,7 @@ void Drawing::Composite(const Slice& slice, std::vector<float>& light) {
       const float left = std::exp(-depth);
       const float scattered = column.through * (1 - left) / depth;
       for (int c = 0; c < 3; ++c)
-        column.light[c] += scattered * slice.albedo[at][c] * (kSky[c] + kSun[c] * sun);
+        column.light[c] += scattered * mSlice.albedo[at][c] * (kSky[c] + kSun[c] * sun);
       column.through *= left;
     }
 }

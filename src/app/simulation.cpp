@@ -76,6 +76,7 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
     if (!finished || host::MainThread().TestBreak()) return FrameOutcome::Interrupted;
     AddReport(*scene, record);
   }
+  std::fflush(stdout);  // a trace appears with its frame
   record.wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();
   record.peakMemory = PeakMemory();
   return FrameOutcome::Done;
