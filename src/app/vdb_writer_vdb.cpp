@@ -5,6 +5,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "app/exit_codes.h"
 #include "app/vdb_writer.h"
 
 namespace MELDO_GLOBAL::app {
@@ -227,9 +228,7 @@ void ReplaceIdentifier(std::string& bytes) {
   bytes.replace(kIdOffset, kIdLength, text);
 }
 
-}  // namespace
-
-std::string EncodeVdb(const std::vector<NamedField>& fields) {
+std::string EncodeGrids(const std::vector<NamedField>& fields) {
   openvdb::initialize();
   openvdb::GridCPtrVec grids;
   for (const NamedField& named : fields) {
@@ -249,6 +248,16 @@ std::string EncodeVdb(const std::vector<NamedField>& fields) {
   std::string bytes = std::move(out).str();
   ReplaceIdentifier(bytes);
   return bytes;
+}
+
+}  // namespace
+
+std::string EncodeVdb(const std::vector<NamedField>& fields) {
+  try {
+    return EncodeGrids(fields);
+  } catch (const openvdb::Exception& error) {
+    throw CommandError(kExitFile, std::string("cannot make a volume file: ") + error.what());
+  }
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -209,6 +209,24 @@ TEST(Preview, SmokeIsBrightOnDarkWithYUpAndTheSameExposureInEveryBox) {
             Brightness(side, side.width * 7 / 8, side.height / 2 - 20) + 50);
 }
 
+TEST(Preview, LargeBoxesAreDrawnCoarserWithTheSameBrightness) {
+  GridLayout layout;
+  layout.Set({64, 64, 64}, {64, 64, 64}, 0.01f, {0, 0, 0});
+  EGrid<double> grid(layout, kCentre);
+  grid.Fill(1);
+  PreviewLayer layer;
+  layer.grids[0] = &grid;
+  // The same smoke in one box twice as fine as the other; only the cells of the view differ.
+  const auto brightness = [&](double size) {
+    const Picture picture = DrawPreview({{0, 0, 0}, {size, size, 0.64}, 0.01, 2}, {layer}, {});
+    const i32 at = static_cast<i32>(512 * 0.32 / size);
+    return Brightness(picture, at, 511 - at);
+  };
+  const int fine = brightness(7.5), coarse = brightness(7.8);
+  EXPECT_GT(fine, 200);
+  EXPECT_NEAR(fine, coarse, 0.06 * fine);
+}
+
 TEST(Memory, GridsBeyondTheLimitHaveNoData) {
   const u64 before = GridMemory();
   SetGridMemoryLimit(before + 20 * 1000 * 8);

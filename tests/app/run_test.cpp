@@ -191,6 +191,9 @@ TEST_F(RunCommand, TooLargeGridsAreRefusedBeforeTheyGrow) {
   EXPECT_NE(result.err.find("the limit is"), std::string::npos) << result.err;
   EXPECT_NE(result.err.find("cell_size"), std::string::npos) << result.err;
   EXPECT_EQ(Statistics("small").at(-1)["exit_code"], 6);
+  // Volumes take their grids before the box is negotiated; here one beyond any index.
+  const Result vast = Sulva("run smoke.json --quiet --set scene.cell_size=0.00002 --out vast");
+  EXPECT_EQ(vast.code, 6) << vast.err;
 }
 
 TEST_F(RunCommand, TraceNamesStagesAndObjectsAndSolversSleepAtTheStart) {

@@ -87,9 +87,7 @@ void VolumeBase::UpdateBounds() {
 
 bool VolumeBase::AllocateGrid() {
   const VecInt3D dims = mCells + VecInt3D{1, 1, 1};
-  constexpr i64 limit = std::numeric_limits<i32>::max();
-  const i64 layer = i64{dims.x} * dims.y;
-  if (mCells == VecInt3D{} || layer > limit || layer * dims.z > limit) {
+  if (mCells == VecInt3D{}) {
     mGrid.reset();
     return Deactivate("its box is empty or too large for its cell size");
   }
