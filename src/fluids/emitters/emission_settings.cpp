@@ -6,14 +6,14 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
-EmissionRate* iEmissionSettings::FindRate(i32 id) const {
-  return dynamic_cast<EmissionRate*>(mScene->FindObject(mInterface.GetLink(id), kListSettings));
-}
-
-bool iEmissionSettings::IsDirtyNow(iBase* object) {
+bool IsDirtyNow(iBase* object) {
   if (!object) return false;
   if (!object->Has(FLAG_DIRTY_CHECKED)) object->CheckDirty();
   return object->IsDirty();
+}
+
+EmissionRate* iEmissionSettings::FindRate(i32 id) const {
+  return dynamic_cast<EmissionRate*>(mScene->FindObject(mInterface.GetLink(id), kListSettings));
 }
 
 bool iEmissionSettings::ResolveLinks() {

@@ -6,6 +6,10 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+/// Whether a linked object, which may be null, is dirty in this frame: it is checked before its
+/// turn.
+bool IsDirtyNow(iBase* object);
+
 /// Base of emission settings: a rate that may come from a node of its own.
 class iEmissionSettings : public iBase {
  public:
@@ -21,8 +25,6 @@ class iEmissionSettings : public iBase {
  protected:
   /// The rate that a parameter links to, or null.
   EmissionRate* FindRate(i32 id) const;
-  /// Checks a linked object before its turn, so that its answer is this frame's.
-  static bool IsDirtyNow(iBase* object);
 };
 
 /// Settings of emission into grids.

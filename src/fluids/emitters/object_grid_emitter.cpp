@@ -61,16 +61,11 @@ void ObjectGridEmitter::CheckDirty() {
     MarkDirty(false);
     return markChannels();
   }
-  for (const ChannelPair* pair : mPairs) {
-    GridEmissionSettings* settings = pair->mSettings;
-    // Settings stand in a later list: their answer of this frame is asked for here.
-    if (settings && !settings->Has(FLAG_DIRTY_CHECKED)) settings->CheckDirty();
-    const bool changed = (settings && (settings->IsDirty() ||
-                                       (settings->mDuration && settings->mDuration->IsDirty()))) ||
-                         (pair->mScalar && pair->mScalar->IsDirty()) ||
-                         (pair->mVectorChannel && pair->mVectorChannel->IsDirty());
-    if (changed) return MarkDirty(false);
-  }
+  for (const ChannelPair* pair : mPairs)
+    if (IsDirtyNow(pair->mSettings) ||
+        (pair->mSettings && IsDirtyNow(pair->mSettings->mDuration)) || IsDirtyNow(pair->mScalar) ||
+        IsDirtyNow(pair->mVectorChannel))
+      return MarkDirty(false);
 }
 
 void ObjectGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {

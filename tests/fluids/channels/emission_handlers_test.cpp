@@ -80,8 +80,9 @@ TEST_F(EmissionHandlers, VectorsGoToTheGridOfEachComponent) {
   EXPECT_EQ((*velocity.mGrids[1])(2, 3, 3), -2);
   EXPECT_EQ((*velocity.mGrids[2])(2, 3, 4), 3);
   const auto& g = velocity.mGrids;
-  velocity.mEmissionHandler->Emit({4, 5, 6}, {}, {.mode = 1},
-                                  {g[0]->Index(8, 1, 1), g[1]->Index(1, 8, 1), g[2]->Index(1, 1, 8)});
+  velocity.mEmissionHandler->Emit(
+      {4, 5, 6}, {}, {.mode = 1},
+      {g[0]->Index(8, 1, 1), g[1]->Index(1, 8, 1), g[2]->Index(1, 1, 8)});
   EXPECT_EQ((*g[0])(8, 1, 1) + (*g[1])(1, 8, 1) + (*g[2])(1, 1, 8), 15);
 }
 

@@ -53,7 +53,8 @@ class GridEmitter : public testing::Test {
     for (i32 i = 0; i < smoke.mGrid->mCount; ++i) sum += (*smoke.mGrid)[i];
     return sum;
   }
-  /// The cells whose eight nodes have a mean distance of at most 0, weighted by `f` of their centre.
+  /// The cells whose eight nodes have a mean distance of at most 0, weighted by `f` of their
+  /// centre.
   template <class F>
   double SumInside(F&& f) const {
     const EGrid<double>& g = *volume.mGrid;
@@ -63,8 +64,8 @@ class GridEmitter : public testing::Test {
       ForEachCell({{0, 0, 0}, {2, 2, 2}},
                   [&](int i, int j, int k) { mean += g(x + i, y + j, z + k) / 8; });
       if (mean <= 0)
-        sum += f(g.mLayout.simOrigin + (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) *
-                                           g.mLayout.simCell);
+        sum +=
+            f(g.mLayout.simOrigin + (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * g.mLayout.simCell);
     });
     return sum;
   }
