@@ -7,8 +7,11 @@
 #include "fluids/channels/fuel_grid_channel.h"
 #include "fluids/channels/temperature_grid_channel.h"
 #include "fluids/dynamics/fluid_solver.h"
+#include "fluids/emitters/alignment_vector.h"
 #include "fluids/emitters/channel_value.h"
+#include "fluids/emitters/grid_cell_emitter.h"
 #include "fluids/emitters/object_grid_emitter.h"
+#include "fluids/emitters/particle_to_grid_emitter.h"
 #include "fluids/forces/force_buoyancy.h"
 #include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_swirling.h"
@@ -55,6 +58,11 @@ const std::vector<NodeKind>& Catalogue() {
     {1300005, "gridemitter", "Emitter::Grid", "ObjectGridEmitter", kTypeObjectGridEmitter, 3,
      kCategoryGrid, "", {5}, 10, {"Grids/Emitters"}, ObjectGridEmitter::Parameters,
      Make<ObjectGridEmitter>},
+    {1300008, "properties_particles", "POP::PointData To Grid", "ParticleToGridEmitter",
+     kTypeParticleToGridEmitter, 3, kDualForce, "", {7}, 20, {"Particles/Operators"},
+     ParticleToGridEmitter::Parameters, Make<ParticleToGridEmitter>},
+    {1300010, "alignment", "Alignment", "AlignmentVector3D", kTypeAlignment, 11, 0, "", {}, {},
+     {"General"}, AlignmentVector3D::Parameters, Make<AlignmentVector3D>},
     {1300011, "rate", "Value", "EmissionRate", 0, 10, 0, "", {}, {}, {"General"},
      EmissionRate::Parameters, Make<EmissionRate>},
     {1300012, "channelsettings", "Container::Channel/Settings", "ChannelPair", kTypeChannelPair,
@@ -84,6 +92,9 @@ const std::vector<NodeKind>& Catalogue() {
     {1300112, "channel_temp", "Temperature", "TemperatureGridChannel", kTypeTemperatureChannel, 1,
      kScalarChannel, "R", {}, {}, {"Grids"}, TemperatureField::Parameters,
      Make<TemperatureField>},
+    {1300121, "grid_celliterator", "Emitter::Cell Iterator", "Grid_CellEmitter", kTypeCellEmitter,
+     3, kCategoryGrid, "", {5}, 15, {"Grids/Emitters"}, Grid_CellEmitter::Parameters,
+     Make<Grid_CellEmitter>},
     {1300122, "grid_advection", "GOP::Advection", "GridAdvection", 0, 4, kCategoryGrid, "SI", {6}, 5,
      {"Grids/Operators"}, GridAdvection::Parameters, Make<GridAdvection>},
     {1300143, "mesh", "Mesh", "Mesh", kTypeMesh, 2, kCategoryMesh, "SV", {3}, 0, {"Bodies"},

@@ -1,0 +1,81 @@
+// Directions at points.
+#pragma once
+#include "fluids/volume/volume_base.h"
+#include "grids/random_stream.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A direction at a point, by a mode: of the node's axes, away from a centre, of a volume's
+/// surface, fixed, or random. Forces and particle emitters link to it.
+class AlignmentVector2D : public iObject {
+ public:
+  using iObject::iObject;
+  AlignmentVector2D() = default;
+
+  enum Mode : i32 {
+    kAxisX = 0,
+    kAxisY = 1,
+    kAxisZ = 2,
+    kRadial = 3,
+    kNearestAxis = 4,
+    kCylindrical = 5,
+    kNormal = 6,
+    kFixed = 7,
+    kRandom = 8,
+    kBodyVelocity = 9,
+  };
+
+  i32 GetTypeId() const override { return kTypeAlignment; }
+  i32 GetListIndex() const override { return kListAuxiliary; }
+  bool ReadParameters(void* context = nullptr) override;
+  void ClearLinks() override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<AlignmentVector2D>(*this);
+  }
+
+  /// The direction at `position` for axes and a centre of the caller (simulation units); not always
+  /// of length 1. `worker` has a random stream of its own.
+  virtual void GetDirection(Vec3d& out, const Vec3d& position, const Matrix& matrix,
+                            const Vec3d& centre, u32 worker);
+  /// The same with the node's, or the volume's, axes and centre.
+  virtual void GetDirection(Vec3d& out, const Vec3d& position, u32 worker);
+  /// Before a run: a random stream for each of `workers`, or where that is below 1 for each of
+  /// `fallback`, newly seeded from the frame.
+  virtual void SetWorkerCount(i32 workers, i32 fallback);
+  /// Modes 0 to 2 also make the fixed vector that axis.
+  virtual void SetMode(i32 mode);
+  virtual void SetVector(const Vec3d& vector) { mVector = vector; }
+  virtual const Vec3d& GetVector() const { return mVector; }
+  virtual void SetSecondVector(const Vec3d& vector) { mSecondVector = vector; }
+  virtual const Vec3d& GetSecondVector() const { return mSecondVector; }
+  /// Points it at a volume, given as an `iBase*`: its centre and axes, and its surface for the mode
+  /// of normals.
+  bool Attach(void* volume, void* second = nullptr) override;
+
+ protected:
+  Vec3d NormalAt(const Vec3d& position) const;
+
+  std::vector<RandomStream> mStreams;
+  Vec3d mVector{0, 1, 0};
+  Vec3d mSecondVector{};
+  i32 mMode = 0;
+  Matrix mMatrix;   ///< axes, of the node or the volume
+  Vec3d mCentre{};  ///< simulation units
+  iVolume* mVolume = nullptr;
+  std::vector<VolumeBase*> mMembers;  ///< of the volume
+};
+
+/// With a centre that may be another object.
+class AlignmentVector3D : public AlignmentVector2D {
+ public:
+  using AlignmentVector2D::AlignmentVector2D;
+  AlignmentVector3D() = default;
+
+  static const host::ParameterTable& Parameters();
+  bool ResolveLinks() override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<AlignmentVector3D>(*this);
+  }
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
