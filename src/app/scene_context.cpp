@@ -22,6 +22,13 @@ void SceneContext::Error(const JsonMember& at, const Subject& subject, const std
   mDiagnostics.Error(Where(at.line, at.column), subject + text);
 }
 
+std::string SceneContext::Suggest(std::string_view word,
+                                  const std::vector<std::string_view>& candidates) {
+  if (!MaySuggest()) return {};
+  ++mSuggestions;
+  return Suggestion(word, candidates);
+}
+
 std::filesystem::path SceneContext::Resolve(const std::string& path) const {
   return mFolder / std::filesystem::path(path);
 }
@@ -32,7 +39,7 @@ bool SceneContext::CheckKeys(const JsonValue& object, const std::vector<std::str
   for (const JsonMember& member : *object.Members()) {
     if (std::find(allowed.begin(), allowed.end(), member.key) != allowed.end()) continue;
     Error(member, subject,
-          fmt::format("unknown key '{}'{}", Shown(member.key), Suggestion(member.key, allowed)));
+          fmt::format("unknown key '{}'{}", Shown(member.key), Suggest(member.key, allowed)));
     allKnown = false;
   }
   return allKnown;

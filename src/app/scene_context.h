@@ -42,6 +42,11 @@ class SceneContext {
   void Error(const JsonValue& at, const Subject& subject, const std::string& text);
   void Error(const JsonMember& at, const Subject& subject, const std::string& text);
 
+  /// "; did you mean 'x'?", or nothing. A file of nothing but mistakes gets help with the first few
+  /// hundred: each one costs a comparison with all names.
+  std::string Suggest(std::string_view word, const std::vector<std::string_view>& candidates);
+  bool MaySuggest() const { return mSuggestions < kMostSuggestions; }
+
   /// A path of the scene file as the working directory sees it.
   std::filesystem::path Resolve(const std::string& path) const;
 
@@ -69,7 +74,10 @@ class SceneContext {
                                                const Subject& subject, const std::string& what);
 
  private:
+  static constexpr int kMostSuggestions = 500;
+
   Diagnostics& mDiagnostics;
+  int mSuggestions = 0;
   std::string mFile;
   std::string mOption;
   std::filesystem::path mFolder;

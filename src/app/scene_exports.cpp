@@ -75,9 +75,10 @@ class ExportReader {
       if (format.name == *text) return &format;
       names.push_back(format.name);
     }
-    mContext.Error(*word, "export: ",
-                   fmt::format("unknown format '{}'; expected {}{}", Shown(*text),
-                               AnyOf({names.begin(), names.end()}), Suggestion(*text, names)));
+    mContext.Error(
+        *word, "export: ",
+        fmt::format("unknown format '{}'; expected {}{}", Shown(*text),
+                    AnyOf({names.begin(), names.end()}), mContext.Suggest(*text, names)));
     return nullptr;
   }
 

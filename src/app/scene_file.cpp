@@ -135,6 +135,8 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
     scene.render = *render;
   }
   for (const std::string& override : overrides) ApplyOverride(context, builder.Names(), override);
+  context.SetOption({});
+  builder.CheckRanges();
   if (diagnostics.HasErrors()) return {};
 
   scene.servers = builder.Servers();

@@ -28,14 +28,14 @@ const NodeKind* KindOfType(const JsonValue& type) {
   return nullptr;
 }
 
-std::string UnknownType(const JsonValue& type) {
+std::string UnknownType(SceneContext& context, const JsonValue& type) {
   if (const double* id = type.Number()) return fmt::format("unknown node type {}", *id);
   if (!type.Text()) return fmt::format("'type': expected a word or a number, got {}", KindOf(type));
   std::vector<std::string_view> names;
   for (const NodeKind& kind : Catalogue()) names.push_back(kind.type);
   for (const NodeKind& kind : Catalogue()) names.push_back(kind.label);
   return fmt::format("unknown node type '{}'{}", Shown(*type.Text()),
-                     Suggestion(*type.Text(), names));
+                     context.Suggest(*type.Text(), names));
 }
 
 bool IsProperName(const std::string& name) {
@@ -80,15 +80,17 @@ void SceneBuilder::ReserveNames(const Members& siblings, SiblingNames& names) {
     const JsonValue* name = value->Find("name");
     if (!name) continue;
     const std::string* text = name->Text();
-    if (!text || !IsProperName(*text)) {
-      mContext.Error(*name, "",
-                     fmt::format("'name': expected text without control characters, got {}",
-                                 !text           ? KindOf(*name)
-                                 : text->empty() ? "an empty one"
-                                                 : "some"));
+    const JsonValue* type = value->Find("type");
+    const Subject subject = SubjectOf(type && type->Text() ? Shown(*type->Text()) : "node",
+                                      text ? *text : std::string());
+    if (!text) {
+      mContext.Error(*name, subject, fmt::format("'name': expected text, got {}", KindOf(*name)));
+    } else if (text->empty()) {
+      mContext.Error(*name, subject, "'name': a name can't be empty");
+    } else if (!IsProperName(*text)) {
+      mContext.Error(*name, subject, "'name': a name can't hold control characters");
     } else if (!names.Reserve(*text)) {
-      mContext.Error(*name, "",
-                     fmt::format("'name': a sibling is named '{}' already", Shown(*text)));
+      mContext.Error(*name, subject, "a sibling has this name already");
     }
   }
 }
@@ -109,7 +111,7 @@ void SceneBuilder::MakeNode(const JsonValue& value, BaseNode* parent, SiblingNam
   const std::string_view word = kind ? kind->type : "node";
   const Subject subject = SubjectOf(word, name);
   if (!type) mContext.Error(value, subject, "'type' is missing");
-  if (type && !kind) mContext.Error(*type, subject, UnknownType(*type));
+  if (type && !kind) mContext.Error(*type, subject, UnknownType(mContext, *type));
   if (kind && (kind->id == kServerNode) != !parent)
     mContext.Error(*type, subject,
                    parent ? "a server can't stand under another node"
@@ -173,7 +175,8 @@ void SceneBuilder::ReadPlacement(const JsonValue& value, BaseNode& node, const S
 }
 
 void SceneBuilder::Remember(BaseNode& node, Subject subject, const JsonValue& value) {
-  MadeNode made{&node, std::move(subject), value.Find("parameters"), value.Find("obstacle")};
+  MadeNode made{&node, std::move(subject), &value, value.Find("parameters"),
+                value.Find("obstacle")};
   for (const auto& [section, key] :
        {std::pair{&made.parameters, "'parameters'"}, std::pair{&made.obstacle, "'obstacle'"}}) {
     if (!*section || (*section)->Members()) continue;
@@ -192,6 +195,23 @@ void SceneBuilder::ReadParameters() {
     if (made.obstacle)
       reader.ReadParameters(*made.obstacle, AddObstacleTag(*made.node), mFirstFrame,
                             made.subject + "obstacle: ");
+  }
+}
+
+void SceneBuilder::CheckRanges() {
+  for (const MadeNode& made : mMade) {
+    if (made.node->Type() != kServerNode) continue;
+    const auto number = [&](i32 id) {
+      const Value* value = made.node->Get(id);
+      const i32* whole = value ? std::get_if<i32>(value) : nullptr;
+      return whole ? *whole : 0;
+    };
+    constexpr i32 kUsePreviewRange = 1006, kFirstFrame = 1007, kLastFrame = 1008;
+    if (number(kUsePreviewRange) == 0 && number(kFirstFrame) > number(kLastFrame))
+      mContext.Error(*made.value, made.subject,
+                     fmt::format("the range is reversed: 'first_frame' {} lies behind "
+                                 "'last_frame' {}",
+                                 number(kFirstFrame), number(kLastFrame)));
   }
 }
 

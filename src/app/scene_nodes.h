@@ -13,6 +13,7 @@ namespace MELDO_GLOBAL::app {
 struct MadeNode {
   host::BaseNode* node = nullptr;
   Subject subject;
+  const JsonValue* value = nullptr;
   const JsonValue* parameters = nullptr;
   const JsonValue* obstacle = nullptr;
 };
@@ -27,6 +28,9 @@ class SceneBuilder {
   void Make(const JsonValue* objects, const JsonValue* nodes);
   /// Reads the parameters and obstacle tags of what was made.
   void ReadParameters();
+
+  /// Reports servers whose own range of frames is reversed.
+  void CheckRanges();
 
   const NameTable& Names() const { return mNames; }
   const std::vector<host::BaseNode*>& Servers() const { return mServers; }

@@ -62,7 +62,7 @@ void SceneBuilder::MakeObject(const JsonValue& value, SiblingNames& names) {
     for (const ObjectType& t : ObjectTypes()) types.push_back(t.name);
     mContext.Error(
         *type, subject,
-        fmt::format("unknown object type '{}'{}", Shown(*word), Suggestion(*word, types)));
+        fmt::format("unknown object type '{}'{}", Shown(*word), mContext.Suggest(*word, types)));
   }
   BaseNode* node = CreateObject(value, shown, name, subject);
   mNames.Add(*node);
@@ -179,7 +179,10 @@ void SceneBuilder::ReadFrames(const JsonValue& frames, BaseNode& node, const Sub
     return;
   }
   const std::string pattern = mContext.Resolve(*path).string();
-  for (i64 frame = mFirstFrame; frame <= mLastFrame; ++frame) {
+  // A range may be absurdly long; a sequence that begins later than this is taken for missing.
+  constexpr i64 kMostFrames = 10000;
+  const i64 last = std::min<i64>(mLastFrame, mFirstFrame + kMostFrames - 1);
+  for (i64 frame = mFirstFrame; frame <= last; ++frame) {
     const std::string name = FrameFileName(pattern, static_cast<i32>(frame));
     std::error_code ignored;
     if (!std::filesystem::is_regular_file(name, ignored)) continue;
@@ -192,9 +195,9 @@ void SceneBuilder::ReadFrames(const JsonValue& frames, BaseNode& node, const Sub
     }
     return;
   }
-  mContext.Error(frames, subject,
-                 fmt::format("'frames': no file {} in the frames {} to {}", Shown(*path),
-                             mFirstFrame, mLastFrame));
+  mContext.Error(
+      frames, subject,
+      fmt::format("'frames': no file {} in the frames {} to {}", Shown(*path), mFirstFrame, last));
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -30,19 +30,25 @@ std::string WordOfType(i32 type) {
   return kind ? std::string(kind->type) : std::string();
 }
 
+/// What a link takes: "a mesh object", "a node of type volume or group".
 std::string WordsOfTypes(const std::vector<i32>& types) {
   constexpr std::size_t kMost = 6;
-  std::vector<std::string> words;
+  std::vector<std::string> objects, nodes;
   for (const i32 type : types) {
-    std::string word = WordOfType(type);
+    const std::string word = WordOfType(type);
     if (word.empty()) continue;
-    if (words.size() == kMost) {
-      words.back() = "another of its like";
-      break;
+    if (FindKind(type)) {
+      nodes.push_back(word);
+    } else {
+      objects.push_back("a " + word);
     }
-    words.push_back(std::move(word));
   }
-  return words.empty() ? "a node of another kind" : AnyOf(words);
+  if (nodes.size() > kMost) {
+    nodes.resize(kMost);
+    nodes.push_back("another of its like");
+  }
+  if (!nodes.empty()) objects.push_back("a node of type " + AnyOf(nodes));
+  return objects.empty() ? "a node of another kind" : AnyOf(objects);
 }
 
 bool Accepts(const std::vector<i32>& types, const BaseNode& node) {
@@ -60,6 +66,11 @@ std::string RangeWords(double min, double max) {
 bool CanBeKeyed(ParameterType type) {
   return type == ParameterType::Real || type == ParameterType::Long ||
          type == ParameterType::Bool || type == ParameterType::Vector;
+}
+
+/// "volume node", "mesh object".
+std::string KindWord(const BaseNode& node) {
+  return FindKind(node.Type()) ? TypeWord(node) + " node" : TypeWord(node);
 }
 
 std::string What(const ParameterRow& row) { return fmt::format("'{}'", row.name); }
@@ -103,7 +114,7 @@ const ParameterRow* ValueReader::FindRow(const JsonMember& key, const ParameterT
   }
   mContext.Error(
       key, subject,
-      fmt::format("unknown parameter '{}'{}", Shown(key.key), Suggestion(key.key, names)));
+      fmt::format("unknown parameter '{}'{}", Shown(key.key), mContext.Suggest(key.key, names)));
   return nullptr;
 }
 
@@ -206,7 +217,7 @@ std::optional<Value> ValueReader::ReadChoice(const ParameterRow& row, const Json
       if (choice.name == *text) return choice.value;
     mContext.Error(value, subject,
                    fmt::format("{}: unknown choice '{}'; expected {}{}", what, Shown(*text),
-                               AnyOf(words), Suggestion(*text, names)));
+                               AnyOf(words), mContext.Suggest(*text, names)));
     return {};
   }
   if (const double* number = value.Number()) {
@@ -225,12 +236,13 @@ std::optional<Value> ValueReader::ReadChoice(const ParameterRow& row, const Json
 
 BaseNode* ValueReader::ResolveLink(const std::string& reference, const std::vector<i32>& accepts,
                                    const JsonValue& at, const Subject& subject,
-                                   const std::string& what) {
+                                   const std::string& what, std::string_view expected) {
   const std::vector<NameTable::Candidate> found = mNames.Find(reference);
   if (found.empty()) {
-    mContext.Error(at, subject,
-                   fmt::format("{}: no node or object is named '{}'{}", what, Shown(reference),
-                               Suggestion(reference, mNames.Names())));
+    mContext.Error(
+        at, subject,
+        fmt::format("{}: no node or object is named '{}'{}", what, Shown(reference),
+                    mContext.MaySuggest() ? mContext.Suggest(reference, mNames.Names()) : ""));
     return nullptr;
   }
   std::vector<NameTable::Candidate> fitting, whole;
@@ -243,7 +255,8 @@ BaseNode* ValueReader::ResolveLink(const std::string& reference, const std::vect
   if (fitting.empty()) {
     mContext.Error(at, subject,
                    fmt::format("{}: '{}' is a {}; expected {}", what, Shown(reference),
-                               TypeWord(*found.front().node), WordsOfTypes(accepts)));
+                               KindWord(*found.front().node),
+                               expected.empty() ? WordsOfTypes(accepts) : std::string(expected)));
   } else {
     mContext.Error(at, subject,
                    fmt::format("{}: '{}' may be '{}' or '{}'; give the path", what,
