@@ -126,8 +126,9 @@ class ExportReader {
         continue;
       }
       const auto name = mContext.ReadText(member.value, subject, what);
-      const BaseNode* node =
-          name ? mValues.ResolveLink(*name, mKinds, member.value, subject, what) : nullptr;
+      const BaseNode* node = name ? mValues.ResolveLink(*name, mKinds, member.value, subject, what,
+                                                        "a channel, a solver or a volume")
+                                  : nullptr;
       if (node) spec.grids.emplace_back(member.key, node->Id());
       isWhole = isWhole && node;
     }

@@ -49,6 +49,10 @@ class SceneBuilder {
                                const std::string& name, const Subject& subject);
   void ReadShape(const JsonValue& value, const std::string& type, host::BaseNode& node,
                  const Subject& subject);
+  // The sizes of a shape: false, with a message, where one is given that doesn't fit.
+  bool ReadSize(const JsonValue& value, const char* key, const Subject& subject, double& size);
+  bool ReadExtents(const JsonValue& value, bool isFlat, const Subject& subject, Vec3d& size);
+  bool ReadSegments(const JsonValue& value, const Subject& subject, i32& segments);
   void ReadMesh(const JsonValue& value, host::BaseNode& node, const Subject& subject);
   void ReadFrames(const JsonValue& frames, host::BaseNode& node, const Subject& subject);
 

@@ -107,44 +107,62 @@ BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const std::string& 
   }
 }
 
+bool SceneBuilder::ReadSize(const JsonValue& value, const char* key, const Subject& subject,
+                            double& size) {
+  const JsonValue* given = value.Find(key);
+  if (!given) return true;
+  const auto number = mContext.ReadNumber(*given, subject, fmt::format("'{}'", key));
+  if (!number) return false;
+  if (*number > 0) {
+    size = *number;
+    return true;
+  }
+  mContext.Error(*given, subject,
+                 fmt::format("'{}': expected a size above 0, got {}", key, *number));
+  return false;
+}
+
+/// The extents of a box, or of a plane along x and z.
+bool SceneBuilder::ReadExtents(const JsonValue& value, bool isFlat, const Subject& subject,
+                               Vec3d& size) {
+  const JsonValue* given = value.Find("size");
+  if (!given) return true;
+  const auto numbers = mContext.ReadNumbers(*given, isFlat ? 2 : 3, subject, "'size'");
+  if (!numbers) return false;
+  if (*std::min_element(numbers->begin(), numbers->end()) <= 0) {
+    mContext.Error(*given, subject, "'size': expected sizes above 0");
+    return false;
+  }
+  size.x = numbers->front();
+  size.z = numbers->back();
+  if (!isFlat) size.y = (*numbers)[1];
+  return true;
+}
+
+bool SceneBuilder::ReadSegments(const JsonValue& value, const Subject& subject, i32& segments) {
+  const JsonValue* given = value.Find("segments");
+  if (!given) return true;
+  const auto count = mContext.ReadWhole(*given, subject, "'segments'");
+  if (!count) return false;
+  if (*count >= kMinSegments && *count <= kMaxSegments) {
+    segments = *count;
+    return true;
+  }
+  mContext.Error(*given, subject,
+                 fmt::format("'segments': {} is out of range; expected {} to {}", *count,
+                             kMinSegments, kMaxSegments));
+  return false;
+}
+
 void SceneBuilder::ReadShape(const JsonValue& value, const std::string& type, BaseNode& node,
                              const Subject& subject) {
   ShapeArguments arguments;
-  bool isWhole = true;
-  const auto readSize = [&](const char* key, double& size) {
-    const JsonValue* given = value.Find(key);
-    if (!given) return;
-    const auto number = mContext.ReadNumber(*given, subject, fmt::format("'{}'", key));
-    if (number && *number <= 0)
-      mContext.Error(*given, subject,
-                     fmt::format("'{}': expected a size above 0, got {}", key, *number));
-    isWhole = isWhole && number && *number > 0;
-    if (number) size = *number;
-  };
-  readSize("radius", arguments.radius);
-  readSize("height", arguments.height);
-  readSize("tube", arguments.tube);
-  if (const JsonValue* size = value.Find("size")) {
-    const bool isFlat = type == "plane";
-    const auto numbers = mContext.ReadNumbers(*size, isFlat ? 2 : 3, subject, "'size'");
-    const bool fits = numbers && *std::min_element(numbers->begin(), numbers->end()) > 0;
-    if (numbers && !fits) mContext.Error(*size, subject, "'size': expected sizes above 0");
-    if (fits)
-      arguments.size = isFlat ? Vec3d{(*numbers)[0], arguments.size.y, (*numbers)[1]}
-                              : Vec3d{(*numbers)[0], (*numbers)[1], (*numbers)[2]};
-    isWhole = isWhole && fits;
-  }
-  if (const JsonValue* segments = value.Find("segments")) {
-    const auto count = mContext.ReadWhole(*segments, subject, "'segments'");
-    const bool fits = count && *count >= kMinSegments && *count <= kMaxSegments;
-    if (count && !fits)
-      mContext.Error(*segments, subject,
-                     fmt::format("'segments': {} is out of range; expected {} to {}", *count,
-                                 kMinSegments, kMaxSegments));
-    if (fits) arguments.segments = *count;
-    isWhole = isWhole && fits;
-  }
-  if (!isWhole) return;
+  const bool results[] = {ReadSize(value, "radius", subject, arguments.radius),
+                          ReadSize(value, "height", subject, arguments.height),
+                          ReadSize(value, "tube", subject, arguments.tube),
+                          ReadExtents(value, type == "plane", subject, arguments.size),
+                          ReadSegments(value, subject, arguments.segments)};
+  if (std::find(std::begin(results), std::end(results), false) != std::end(results)) return;
   try {
     static_cast<PolygonObject&>(node).SetGeometry(MakeShape(type, arguments).value());
   } catch (const std::invalid_argument& error) {
@@ -190,6 +208,7 @@ void SceneBuilder::ReadFrames(const JsonValue& frames, BaseNode& node, const Sub
     try {
       object.SetGeometry(LoadMesh(name));
       object.SetFramePattern(pattern);
+      object.Animate(mFirstFrame);
     } catch (const MeshFileError& error) {
       mContext.Error(frames, subject, fmt::format("'frames': {}", error.what()));
     }

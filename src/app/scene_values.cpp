@@ -40,14 +40,14 @@ std::string WordsOfTypes(const std::vector<i32>& types) {
     if (FindKind(type)) {
       nodes.push_back(word);
     } else {
-      objects.push_back("a " + word);
+      objects.push_back(fmt::format("a {}", word));
     }
   }
   if (nodes.size() > kMost) {
     nodes.resize(kMost);
-    nodes.push_back("another of its like");
+    nodes.emplace_back("another of its like");
   }
-  if (!nodes.empty()) objects.push_back("a node of type " + AnyOf(nodes));
+  if (!nodes.empty()) objects.push_back(fmt::format("a node of type {}", AnyOf(nodes)));
   return objects.empty() ? "a node of another kind" : AnyOf(objects);
 }
 
@@ -290,148 +290,47 @@ std::optional<Value> ValueReader::ReadLinks(const ParameterRow& row, const JsonV
     return {};
   }
   InExcludeData list;
-  bool isWhole = true;
-  for (const JsonValue& item : *items) {
-    const JsonValue* name = &item;
-    u32 flags = 0;
-    if (item.Members()) {
-      mContext.CheckKeys(item, {"node", "flags"}, subject + what + ": ");
-      name = item.Find("node");
-      if (const JsonValue* word = item.Find("flags")) {
-        const auto number = mContext.ReadNumber(*word, subject, what + ": 'flags'");
-        const bool fits =
-            number && *number >= 0 && *number <= 0xFFFFFFFFu && *number == std::floor(*number);
-        if (number && !fits)
-          mContext.Error(*word, subject,
-                         fmt::format("{}: 'flags': {} is out of range; expected a whole number "
-                                     "from 0 to 4294967295",
-                                     what, *number));
-        if (fits) flags = static_cast<u32>(*number);
-      }
-    }
-    if (!name || !name->Text()) {
-      mContext.Error(name ? *name : item, subject,
-                     fmt::format("{}: expected a name or {{\"node\": name, \"flags\": number}}, "
-                                 "got {}",
-                                 what, name ? KindOf(*name) : "an object without 'node'"));
-      isWhole = false;
-      continue;
-    }
-    const BaseNode* node = ResolveLink(*name->Text(), row.accepts, *name, subject, what);
-    if (node) list.entries.push_back({node->Id(), flags});
-    isWhole = isWhole && node;
-  }
-  if (!isWhole) return {};
+  for (const JsonValue& item : *items)
+    if (const auto entry = ReadEntry(row, item, subject, what)) list.entries.push_back(*entry);
+  if (list.entries.size() < items->size()) return {};
   return list;
 }
 
-// ---- curves and keys --------------------------------------------------------------------------
-
-std::optional<Value> ValueReader::ReadCurve(const JsonValue& value, const Subject& subject,
-                                            const std::string& what) {
-  if (value.IsNull()) return std::monostate{};
-  const JsonValue::Array* items = value.Items();
-  if (!items || items->empty()) {
-    mContext.Error(value, subject,
-                   fmt::format("{}: expected a list of points [x, y], got {}", what,
-                               items ? "an empty one" : KindOf(value)));
+std::optional<InExcludeData::Entry> ValueReader::ReadEntry(const ParameterRow& row,
+                                                           const JsonValue& item,
+                                                           const Subject& subject,
+                                                           const std::string& what) {
+  const JsonValue* name = &item;
+  std::optional<u32> flags = 0;
+  if (item.Members()) {
+    mContext.CheckKeys(item, {"node", "flags"}, subject + what + ": ");
+    name = item.Find("node");
+    if (const JsonValue* word = item.Find("flags")) flags = ReadFlags(*word, subject, what);
+  }
+  if (!name || !name->Text()) {
+    mContext.Error(name ? *name : item, subject,
+                   fmt::format("{}: expected a name or {{\"node\": name, \"flags\": number}}, "
+                               "got {}",
+                               what, name ? KindOf(*name) : "an object without 'node'"));
     return {};
   }
-  SplineData curve;
-  for (const JsonValue& item : *items) {
-    const auto xy = mContext.ReadNumbers(item, 2, subject, what);
-    if (!xy) return {};
-    if (!curve.knots.empty() && (*xy)[0] <= curve.knots.back().x) {
-      mContext.Error(item, subject,
-                     fmt::format("{}: x must rise from point to point; {} follows {}", what,
-                                 (*xy)[0], curve.knots.back().x));
-      return {};
-    }
-    curve.knots.push_back({(*xy)[0], (*xy)[1]});
-  }
-  return curve;
+  const BaseNode* node = ResolveLink(*name->Text(), row.accepts, *name, subject, what);
+  if (!node || !flags) return {};
+  return InExcludeData::Entry{node->Id(), *flags};
 }
 
-std::optional<Value> ValueReader::ReadGradient(const JsonValue& value, const Subject& subject,
-                                               const std::string& what) {
-  if (value.IsNull()) return std::monostate{};
-  const JsonValue::Array* items = value.Items();
-  if (!items || items->empty()) {
-    mContext.Error(value, subject,
-                   fmt::format("{}: expected a list of [position, [r, g, b]], got {}", what,
-                               items ? "an empty one" : KindOf(value)));
-    return {};
-  }
-  Gradient gradient;
-  for (const JsonValue& item : *items) {
-    const JsonValue::Array* pair = item.Items();
-    if (!pair || pair->size() != 2) {
-      mContext.Error(item, subject, fmt::format("{}: expected [position, [r, g, b]]", what));
-      return {};
-    }
-    const auto position = mContext.ReadNumber((*pair)[0], subject, what);
-    const auto colour = mContext.ReadVector((*pair)[1], subject, what);
-    if (!position || !colour) return {};
-    const bool rises = gradient.knots.empty() || *position > gradient.knots.back().position;
-    if (*position < 0 || *position > 1 || !rises) {
-      mContext.Error((*pair)[0], subject,
-                     fmt::format("{}: positions must rise from 0 to 1; got {}", what, *position));
-      return {};
-    }
-    gradient.knots.push_back({*position, *colour});
-  }
-  return gradient;
-}
-
-std::optional<Track> ReadTrack(
-    SceneContext& context, const JsonValue& value, const Subject& subject, const std::string& what,
-    const std::function<std::optional<Value>(const JsonValue&)>& readValue) {
-  bool isWhole = context.CheckKeys(value, {"keys", "interpolation"}, subject + what + ": ");
-  Track track;
-  if (const JsonValue* word = value.Find("interpolation")) {
-    constexpr std::pair<std::string_view, Interpolation> words[] = {
-        {"linear", Interpolation::Linear},
-        {"step", Interpolation::Step},
-        {"smooth", Interpolation::Smooth}};
-    const std::string* text = word->Text();
-    const auto* hit = std::find_if(std::begin(words), std::end(words),
-                                   [&](const auto& w) { return text && w.first == *text; });
-    if (hit != std::end(words)) {
-      track.interpolation = hit->second;
-    } else {
-      isWhole = false;
-      context.Error(
-          *word, subject,
-          fmt::format("{}: 'interpolation': expected linear, step or smooth, got {}", what,
-                      text ? fmt::format("'{}'", Shown(*text)) : std::string(KindOf(*word))));
-    }
-  }
-  const JsonValue* keys = value.Find("keys");
-  const JsonValue::Array* items = keys ? keys->Items() : nullptr;
-  if (!items || items->empty()) {
-    context.Error(keys ? *keys : value, subject,
-                  fmt::format("{}: expected \"keys\": [[frame, value], ...], at least one", what));
-    return {};
-  }
-  for (const JsonValue& item : *items) {
-    const JsonValue::Array* pair = item.Items();
-    if (!pair || pair->size() != 2) {
-      context.Error(item, subject, fmt::format("{}: expected [frame, value]", what));
-      return {};
-    }
-    const auto frame = context.ReadNumber((*pair)[0], subject, what);
-    auto keyValue = readValue((*pair)[1]);
-    if (!frame || !keyValue) return {};
-    if (!track.keys.empty() && *frame <= track.keys.back().frame) {
-      context.Error((*pair)[0], subject,
-                    fmt::format("{}: frames must rise from key to key; {} follows {}", what, *frame,
-                                track.keys.back().frame));
-      return {};
-    }
-    track.keys.push_back({*frame, std::move(*keyValue)});
-  }
-  if (!isWhole) return {};
-  return track;
+std::optional<u32> ValueReader::ReadFlags(const JsonValue& value, const Subject& subject,
+                                          const std::string& what) {
+  constexpr double kAllBits = 4294967295;
+  const auto number = mContext.ReadNumber(value, subject, what + ": 'flags'");
+  if (!number) return {};
+  if (*number >= 0 && *number <= kAllBits && *number == std::floor(*number))
+    return static_cast<u32>(*number);
+  mContext.Error(
+      value, subject,
+      fmt::format("{}: 'flags': {} is out of range; expected a whole number from 0 to {}", what,
+                  *number, kAllBits));
+  return {};
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -31,9 +31,10 @@ class ValueReader {
                                     const Subject& subject);
 
   /// The node that a name or path means; null with a message if there is none, several, or one of
-  /// a kind that isn't among `accepts` (empty takes any).
+  /// a kind that isn't among `accepts` (empty takes any), for which `expected` are words.
   host::BaseNode* ResolveLink(const std::string& reference, const std::vector<i32>& accepts,
-                              const JsonValue& at, const Subject& subject, const std::string& what);
+                              const JsonValue& at, const Subject& subject, const std::string& what,
+                              std::string_view expected = {});
 
  private:
   std::optional<host::Value> ReadPlain(const host::ParameterRow& row, const JsonValue& value,
@@ -44,6 +45,11 @@ class ValueReader {
                                       const Subject& subject, const std::string& what);
   std::optional<host::Value> ReadLinks(const host::ParameterRow& row, const JsonValue& value,
                                        const Subject& subject, const std::string& what);
+  std::optional<host::InExcludeData::Entry> ReadEntry(const host::ParameterRow& row,
+                                                      const JsonValue& item, const Subject& subject,
+                                                      const std::string& what);
+  std::optional<u32> ReadFlags(const JsonValue& value, const Subject& subject,
+                               const std::string& what);
   std::optional<host::Value> ReadCurve(const JsonValue& value, const Subject& subject,
                                        const std::string& what);
   std::optional<host::Value> ReadGradient(const JsonValue& value, const Subject& subject,
