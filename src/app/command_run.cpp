@@ -14,6 +14,7 @@
 #include "app/scene_file.h"
 #include "app/simulation.h"
 #include "app/statistics.h"
+#include "host/mesh_files.h"
 #include "host/worker_pool.h"
 
 namespace MELDO_GLOBAL::app {
@@ -47,6 +48,9 @@ class Run {
     } catch (const CommandError& error) {
       mProgress.Error(error.what());
       code = error.code;
+    } catch (const host::MeshFileError& error) {
+      mProgress.Error(error.what());
+      code = kExitFile;
     } catch (const std::bad_alloc&) {
       mProgress.Error("out of memory; raise cell_size or lower the size of boxes and meshes");
       code = kExitMemory;

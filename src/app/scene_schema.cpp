@@ -42,17 +42,19 @@ Json Object(Json properties, Json required = Json::array()) {
           {"additionalProperties", false}};
 }
 
-/// `value`, or keys of it.
-Json OrKeys(const Json& value) {
+/// `{"keys": [[frame, value], ...], "interpolation": word}`.
+Json Keys(const Json& value) {
   Json key = {{"type", "array"},
               {"prefixItems", Json::array({{{"type", "number"}}, value})},
               {"minItems", 2},
               {"maxItems", 2}};
-  Json keyed = Object({{"keys", ListOf(std::move(key), 1)},
-                       {"interpolation", {{"enum", {"linear", "step", "smooth"}}}}},
-                      Json::array({"keys"}));
-  return {{"anyOf", Json::array({value, std::move(keyed)})}};
+  return Object({{"keys", ListOf(std::move(key), 1)},
+                 {"interpolation", {{"enum", {"linear", "step", "smooth"}}}}},
+                Json::array({"keys"}));
 }
+
+/// `value`, or keys. What the keys of a parameter hold is left to `sulva check`.
+Json OrKeys(const Json& value) { return {{"anyOf", Json::array({value, Ref("keys")})}}; }
 
 Json PlainValue(const ParameterRow& row) {
   Json json;
@@ -93,13 +95,13 @@ Json ParameterSchema(const ParameterRow& row) {
   return json;
 }
 
-/// The parameters of a table, by name and by id; `path` is where the result stands.
-Json TableSchema(const ParameterTable& table, const std::string& path) {
+/// The parameters of a table, by name; ids are left to `sulva check`.
+Json TableSchema(const ParameterTable& table) {
   Json properties = Json::object();
   for (const ParameterRow& row : table) properties[std::string(row.name)] = ParameterSchema(row);
-  for (const ParameterRow& row : table)
-    properties[std::to_string(row.id)] = Ref(fmt::format("{}/properties/{}", path, row.name));
-  return Object(std::move(properties));
+  Json schema = Object(std::move(properties));
+  schema["patternProperties"] = {{"^[0-9]+$", true}};
+  return schema;
 }
 
 void AddPlacement(Json& properties) {
@@ -182,17 +184,18 @@ Json Definitions() {
     list["type"] = {"array", "null"};
     return list;
   };
-  Json definitions = {{"placement", OrKeys(NumbersOf(3))},
+  Json definitions = {{"keys", Keys(true)},
+                      {"placement", {{"anyOf", Json::array({NumbersOf(3), Keys(NumbersOf(3))})}}},
                       {"links", orNull(ListOf(std::move(link)))},
                       {"curve", orNull(ListOf(NumbersOf(2), 1))},
                       {"gradient", orNull(ListOf(std::move(colour), 1))},
-                      {"obstacle", TableSchema(ObstacleParameters(), "obstacle")},
+                      {"obstacle", TableSchema(ObstacleParameters())},
                       {"object", ObjectSchema()},
                       {"node", NodeSchema()},
                       {"export", ExportSchema()}};
   for (const NodeKind& kind : Catalogue()) {
     const std::string name = "parameters_" + std::string(kind.type);
-    definitions[name] = TableSchema(ParametersOf(kind), name);
+    definitions[name] = TableSchema(ParametersOf(kind));
   }
   return definitions;
 }
@@ -213,7 +216,7 @@ std::string SceneSchema() {
                         {"render", {{"type", "object"}}}},
                        Json::array({"sulva", "nodes"})));
   schema["$defs"] = Definitions();
-  return schema.dump(2);
+  return schema.dump(1);
 }
 
 }  // namespace MELDO_GLOBAL::app

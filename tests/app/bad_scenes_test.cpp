@@ -58,7 +58,7 @@ TEST_P(BadScene, GivesItsMessage) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenes, BadScene, testing::ValuesIn(BadScenes()),
-                         [](const auto& info) { return info.param; });
+                         [](const auto& scene) { return scene.param; });
 
 TEST(BadScenes, EachHasItsMessage) {
   for (const auto& entry : fs::directory_iterator(kFolder))
