@@ -136,7 +136,6 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   }
   for (const std::string& override : overrides) ApplyOverride(context, builder.Names(), override);
   context.SetOption({});
-  builder.CheckRanges();
   if (diagnostics.HasErrors()) return {};
 
   scene.servers = builder.Servers();

@@ -198,21 +198,4 @@ void SceneBuilder::ReadParameters() {
   }
 }
 
-void SceneBuilder::CheckRanges() {
-  for (const MadeNode& made : mMade) {
-    if (made.node->Type() != kServerNode) continue;
-    const auto number = [&](i32 id) {
-      const Value* value = made.node->Get(id);
-      const i32* whole = value ? std::get_if<i32>(value) : nullptr;
-      return whole ? *whole : 0;
-    };
-    constexpr i32 kUsePreviewRange = 1006, kFirstFrame = 1007, kLastFrame = 1008;
-    if (number(kUsePreviewRange) == 0 && number(kFirstFrame) > number(kLastFrame))
-      mContext.Error(*made.value, made.subject,
-                     fmt::format("the range is reversed: 'first_frame' {} lies behind "
-                                 "'last_frame' {}",
-                                 number(kFirstFrame), number(kLastFrame)));
-  }
-}
-
 }  // namespace MELDO_GLOBAL::app

@@ -29,8 +29,6 @@ class SceneBuilder {
   /// Reads the parameters and obstacle tags of what was made.
   void ReadParameters();
 
-  /// Reports servers whose own range of frames is reversed.
-  void CheckRanges();
 
   const NameTable& Names() const { return mNames; }
   const std::vector<host::BaseNode*>& Servers() const { return mServers; }
