@@ -52,8 +52,7 @@ class EGrid : public Grid<T> {
       if (this->mActiveMin == this->mActiveMax) this->mActiveMax = {1, 1, 1};
       return;
     }
-    const T ref = face ? T(0) : static_cast<T>(min);
-    const ActiveRule<T> rule{face, ref, static_cast<double>(ref) + 1e-6, static_cast<T>(max)};
+    const ActiveRule<T> rule(face, min, max);
     const i32 border = skipBorder && !face ? 1 : 0;
     const i32 first = border, count = this->mNx - 2 * border;
     VecInt3D lo = this->Dims(), hi{0, 0, 0};
@@ -61,10 +60,10 @@ class EGrid : public Grid<T> {
       for (i32 y = 0; y < this->mNy; ++y) {
         T* row = this->mData + this->Index(0, y, z);
         if (border && (z == 0 || z == this->mNz - 1 || y == 0 || y == this->mNy - 1)) {
-          std::fill_n(row, this->mNx, ref);
+          std::fill_n(row, this->mNx, rule.reference);
           continue;
         }
-        if (border) row[0] = row[this->mNx - 1] = ref;
+        if (border) row[0] = row[this->mNx - 1] = rule.reference;
         const ActiveRow found = LookAtRow(row + first, count, rule);
         if (found.hasData) {
           for (i32 x = first; x < lo.x; ++x)

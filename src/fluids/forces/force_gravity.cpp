@@ -1,5 +1,6 @@
 #include "fluids/forces/force_gravity.h"
 
+#include "fluids/emitters/alignment_vector.h"
 #include "fluids/emitters/emission_settings.h"
 #include "framework/scene.h"
 
@@ -31,17 +32,21 @@ bool Force_Gravity::ResolveLinks() {
   if (!Force::ResolveLinks()) return false;
   mSettings = dynamic_cast<GridEmissionSettings*>(
       mScene->FindObject(mInterface.GetLink(1003), kListSettings));
+  mAlignment = dynamic_cast<AlignmentVector3D*>(
+      mScene->FindObject(mInterface.GetLink(1001), kListAuxiliary));
   return true;
 }
 
 void Force_Gravity::ClearLinks() {
   mSettings = nullptr;
+  mAlignment = nullptr;
   Force::ClearLinks();
 }
 
 void Force_Gravity::Prepare(void* context) {
   // Links of settings may be fetched after those of forces: their window is taken as late as this.
   mDuration = mSettings ? mSettings->mDuration : nullptr;
+  if (mAlignment) mAlignment->SetWorkerCount(mScene->mThreadCount, ThreadCount());
   Force::Prepare(context);
 }
 
@@ -49,11 +54,16 @@ void Force_Gravity::Evaluate(ForceSample& sample) {
   if (!Has(FLAG_ACTIVE)) return;
   double s = Scalar(sample.weight);
   if (!mConstraints.Test(sample.position, s, this, sample.worker)) return;
-  sample.force += mDirection * s;
+  Vec3d direction = mDirection;
+  if (mAlignment) {
+    mAlignment->GetDirection(direction, sample.position, sample.worker);
+    direction = Normalised(direction);
+  }
+  sample.force += direction * s;
 }
 
 void Force_Gravity::EvaluateRow(const ForceRow& row) {
-  if (!mConstraints.IsEmpty())
+  if (mAlignment || !mConstraints.IsEmpty())
     return ForEachSample(row, [&](ForceSample& sample) { Force_Gravity::Evaluate(sample); });
   const double s = Scalar(row.weight);
   if (s == 0) return;

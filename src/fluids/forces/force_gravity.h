@@ -4,9 +4,11 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+class AlignmentVector3D;
 class GridEmissionSettings;
 
-/// Accelerates everything the same way, in the node's own axes.
+/// Accelerates everything the same way, in the node's own axes, or by a unit of velocity a second
+/// along a direction that an alignment node gives for each point.
 class Force_Gravity : public Force {
  public:
   using Force::Force;
@@ -27,6 +29,7 @@ class Force_Gravity : public Force {
   double Scalar(double weight) const { return mTime->stepDuration * weight * mWeight * mStrength; }
 
   GridEmissionSettings* mSettings = nullptr;  ///< their time window gates the force
+  AlignmentVector3D* mAlignment = nullptr;
   Vec3d mDirection{0, -9.81, 0};
   double mStrength = 1.0;
 };

@@ -75,6 +75,24 @@ TEST(Forces, GravityIsGatedByTheWindowOfItsSettings) {
   EXPECT_NEAR(rig.V(1, 3, 3, 3), 0.5 * -9.81 * 0.04, 1e-15) << "closed";
 }
 
+TEST(Forces, GravityTakesItsDirectionFromAnAlignment) {
+  ForceRig rig({6, 6, 6});
+  host::BaseNode& inwards = rig.Add("alignment", "inwards");
+  inwards.Set(1000, i32{3});
+  inwards.Set(1001, i32{1});
+  // The middle of the box; the grids have one more layer on each side.
+  inwards.SetPlacement({30, 30, 30}, {}, {1, 1, 1});
+  host::BaseNode& g = rig.Add("force_gravity", "g");
+  g.Set(1001, LinkTo(inwards));
+  g.Set(1002, 2.0);
+  rig.Begin();
+  rig.RunGas(kForcesEmission);
+  const double left = rig.V(0, 2, 3, 3), right = rig.V(0, 6, 3, 3);
+  EXPECT_GT(left, 0.04);
+  EXPECT_LT(left, 0.08) << "a unit a second, times its strength";
+  EXPECT_LT(right, -0.04);
+}
+
 TEST(Forces, AnEmptyListMeansNoForces) {
   ForceRig rig({6, 6, 6});
   host::BaseNode& first = rig.Add("force_gravity", "a");
