@@ -83,8 +83,11 @@ template <class T, class G>
 void Channel_Dynamic<T, G>::WidenByGrid(const G* grid, Vec3d& min, Vec3d& max) const {
   if (!grid || grid->IsActiveEmpty()) return;
   const GridLayout& layout = grid->mLayout;
+  // The cells of the data whole, or a scene that mirrors itself would grow to one side first. A
+  // sample on a face or a node has its cells' border there.
+  const VecInt3D past = grid->mActiveMax + VecInt3D{1, 1, 1} - ExtraOf(grid->mKind);
   min = Min(min, layout.simOrigin + ToReal(grid->mActiveMin) * layout.simCell);
-  max = Max(max, layout.simOrigin + ToReal(grid->mActiveMax) * layout.simCell);
+  max = Max(max, layout.simOrigin + ToReal(Min(past, layout.dims)) * layout.simCell);
 }
 
 template <class T, class G>

@@ -109,3 +109,23 @@ TEST(GasPipeline, WarmthRisesAndTheContainerFollowsIt) {
   EXPECT_GT(gas.mMaxSpeedSq, 0.1);
   EXPECT_LT(gas.mPressure.DivergenceMax(), 1e-5);
 }
+
+TEST(GasPipeline, AMirroredSceneStaysMirroredWhileItsContainerGrows) {
+  RisingBall ball;
+  ball.nodes["gas"]->SetPlacement({-200, 0, -200}, {}, {1, 1, 1});
+  ball.nodes["gas"]->Set(1010, Vec3d{400, 400, 400});
+  ball.Frame(0);
+  const VecInt3D start = ball.Object<ScalarField>("heat").GetGrid(0)->Dims();
+  for (i32 frame = 1; frame <= 32; ++frame) ball.Frame(frame);
+  const EGrid<double>& g = *ball.Object<ScalarField>("heat").GetGrid(0);
+  EXPECT_GT(g.mNx, start.x + 1);
+  EXPECT_EQ(g.mNx, g.mNz);
+  EXPECT_NEAR(g.mLayout.simOrigin.x, -g.mLayout.simMax.x, 1e-9);
+  double worst = 0, most = 0;
+  ForEachCell({{0, 0, 0}, g.Dims()}, [&](i32 x, i32 y, i32 z) {
+    worst = std::max(worst, std::abs(g(x, y, z) - g(g.mNx - 1 - x, y, z)));
+    worst = std::max(worst, std::abs(g(x, y, z) - g(x, y, g.mNz - 1 - z)));
+    most = std::max(most, g(x, y, z));
+  });
+  EXPECT_LT(worst, 1e-6 * most);
+}
