@@ -76,3 +76,6 @@ TEST_P(ReadyScene, RunsWithoutAWarning) {
 
 INSTANTIATE_TEST_SUITE_P(Scenes, ReadyScene, testing::ValuesIn(ScenesIn("scenes")),
                          [](const auto& scene) { return scene.param.stem().string(); });
+
+INSTANTIATE_TEST_SUITE_P(SmallScenes, ReadyScene, testing::ValuesIn(ScenesIn("tests/scenes")),
+                         [](const auto& scene) { return scene.param.stem().string(); });
