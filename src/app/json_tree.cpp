@@ -280,7 +280,8 @@ bool ParseJson(std::string_view text, const std::string& file, JsonValue& root,
                Diagnostics& diagnostics) {
   const std::size_t broken = FindBrokenUtf8(text);
   if (broken < text.size()) {
-    Cursor cursor(text);
+    // Over what comes before alone: a stray byte must not count as part of the character before it.
+    Cursor cursor(text.substr(0, broken));
     cursor.ToByte(broken);
     diagnostics.Error({file, cursor.Line(), cursor.Column()}, "the text isn't UTF-8");
     return false;

@@ -194,7 +194,7 @@ TEST_F(SceneFile, ExportsNameTheNodesOfTheirGrids) {
   EXPECT_EQ(vdb.file, "vdb/####.vdb");
   EXPECT_EQ(vdb.grids[1], std::pair(std::string("d2"), Node("smoke").Id()));
   EXPECT_EQ(mScene->exports[1].axis, 'x');
-  EXPECT_EQ(mScene->exports[1].where.line, 1u);
+  EXPECT_EQ(mScene->exports[1].where.line, 3u);
   ASSERT_TRUE(mScene->render);
   EXPECT_TRUE(mScene->render->Find("any")->Items());
 }
