@@ -8,6 +8,7 @@
 #include "app/command_new.h"
 #include "app/command_nodes.h"
 #include "app/command_run.h"
+#include "app/diagnostics.h"
 #include "app/exit_codes.h"
 #include "host/worker_pool.h"
 
@@ -108,6 +109,13 @@ int Dispatch(int argc, char** argv) {
   const CLI::App* nodes = AddNodes(app, options);
   AddNew(app, options);
 
+  const std::vector<std::string_view> commands = {"run", "check", "nodes", "new"};
+  if (argc > 1 && argv[1][0] != '-' &&
+      std::find(commands.begin(), commands.end(), argv[1]) == commands.end()) {
+    std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n", argv[1],
+                 Suggestion(argv[1], commands).c_str());
+    return kExitUsage;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {
