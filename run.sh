@@ -6,7 +6,9 @@ root=$(cd "$(dirname "$0")" && pwd)
 [ -x "$root/build/sulva" ] || echo "building (a few minutes the first time) ..." >&2
 "$root/scripts/build" "$root/build" -- sulva
 
-if [ $# -eq 0 ]; then
-  set -- "$root/scenes/plume.json" --out "$root/out/plume"
+if [ $# -gt 0 ]; then
+  exec "$root/build/sulva" run "$@"
 fi
-exec "$root/build/sulva" run "$@"
+"$root/build/sulva" run "$root/scenes/plume.json" --out "$root/out/plume"
+echo "pictures: $root/out/plume/preview" >&2
+echo "volumes:  $root/out/plume/vdb" >&2
