@@ -42,20 +42,11 @@ struct Box {
 
 /// The user's box of the first solver of a scene, on whole cells.
 std::optional<Box> SolverBox(const Scene& scene) {
-  for (const auto& [id, solver] : scene.List(kListSolvers)) {
-    if (!dynamic_cast<const FluidSolver*>(solver.get()) || !solver->Has(FLAG_ENABLED)) continue;
-    const Vec3d scale = scene.mDomain.worldToSim;
-    const Vec3d size = solver->mInterface.GetVector(1010) * scale;
-    const Vec3d offset = size * solver->mInterface.GetVector(1028);
-    const double h = scene.mDomain.cellSize;
+  for (const auto& [id, object] : scene.List(kListSolvers)) {
+    const auto* solver = dynamic_cast<const FluidSolver*>(object.get());
+    if (!solver || !solver->Has(FLAG_ENABLED)) continue;
     Box box;
-    box.min = solver->Node()->GlobalMatrix().offset * scale - offset;
-    box.max = box.min + size;
-    for (int a = 0; a < 3; ++a) {
-      box.min[a] = std::ceil(box.min[a] / h - 1e-6) * h;
-      box.max[a] = std::floor(box.max[a] / h + 1e-6) * h;
-      if (!(box.max[a] > box.min[a])) box.max[a] = box.min[a] + h;
-    }
+    solver->GetUserBox(box.min, box.max);
     return box;
   }
   return {};

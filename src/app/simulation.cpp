@@ -16,12 +16,6 @@ using namespace MELDO_SULVA;
 
 namespace {
 
-FrameRange RangeOf(const Scene& scene, const host::Document& document) {
-  if (scene.mInterface.GetBool(1006)) return {document.previewMin, document.previewMax};
-  const i32 first = scene.mInterface.GetLong(1007), last = scene.mInterface.GetLong(1008);
-  return {std::min(first, last), std::max(first, last)};
-}
-
 /// Several scenes of one document share a frame: their times add up.
 void AddReport(const Scene& scene, FrameRecord& record) {
   const EvaluationReport& report = scene.mReport;
@@ -57,7 +51,8 @@ Simulation::Simulation(host::Document& document, const std::vector<host::BaseNod
 FrameRange Simulation::Range() const {
   FrameRange range{mDocument.previewMin, mDocument.previewMax};
   for (std::size_t i = 0; i < mScenes.size(); ++i) {
-    const FrameRange own = RangeOf(*mScenes[i], mDocument);
+    FrameRange own;
+    mScenes[i]->GetFrameRange(own.first, own.last);
     range =
         i == 0 ? own : FrameRange{std::min(range.first, own.first), std::max(range.last, own.last)};
   }

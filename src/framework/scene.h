@@ -88,6 +88,8 @@ class Scene {
                       u32 exactCategories, i32 typeId, i32 categoryA, bool includeOnly,
                       i32 categoryB = kBitAny) const;
 
+  /// First and last simulated frame: the document's preview range, or the server's own.
+  void GetFrameRange(i32& first, i32& last) const;
   void SetStage(i32 stage);
   const host::Document* GetDocument() const;
   const ObjectList& List(i32 number) const { return mLists[number]; }

@@ -25,19 +25,20 @@ bool Scene::UpdateDomain(double hostUnits, double simUnits, double cellSize) {
   return true;
 }
 
+void Scene::GetFrameRange(i32& first, i32& last) const {
+  const bool preview = mInterface.GetBool(1006);
+  first = preview ? GetDocument()->previewMin : mInterface.GetLong(1007);
+  last = preview ? GetDocument()->previewMax : mInterface.GetLong(1008);
+  if (first > last) std::swap(first, last);
+}
+
 void Scene::ReadClock() {
   const Document& document = *GetDocument();
   mClock.document = &document;
   mClock.fps = document.fps;
   mClock.frameTime = 1.0 / document.fps;
-  i32 first = document.previewMin, last = document.previewMax;
-  if (!mInterface.GetBool(1006)) {
-    first = mInterface.GetLong(1007);
-    last = mInterface.GetLong(1008);
-    if (first > last) std::swap(first, last);
-  }
-  mClock.startFrame = first;
-  mClock.endFrame = last + 1;
+  GetFrameRange(mClock.startFrame, mClock.endFrame);
+  ++mClock.endFrame;
   const double seconds = document.Time();
   // A whole frame must not fall one short by the rounding of frame / fps * fps.
   mClock.frame = static_cast<i32>(std::floor(seconds * mClock.fps + 1e-6));

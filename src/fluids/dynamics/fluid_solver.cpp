@@ -112,8 +112,6 @@ FluidSolver::FluidSolver(const FluidSolver& other)
       mPadding(other.mPadding),
       mBoxSize(other.mBoxSize),
       mBoxOffset(other.mBoxOffset),
-      mScaledSize(other.mScaledSize),
-      mBoxMin(other.mBoxMin),
       mHasStoredBox(other.mHasStoredBox),
       mStoredLayout(other.mStoredLayout) {
   LinkMembers();
@@ -160,11 +158,6 @@ bool FluidSolver::ReadParameters(void* context) {
   mPadding = mInterface.GetLong(1009) * static_cast<double>(GetDomain().cellSize);
   mBoxSize = mInterface.GetVector(1010);
   mBoxOffset = mInterface.GetVector(1028);
-  Vec3d lo, hi;
-  UserBox(lo, hi);
-  const double voxel = GetDomain().cellSize;
-  mBoxMin = lo * voxel;
-  mScaledSize = (hi - lo) * voxel;
   return true;
 }
 
@@ -299,14 +292,19 @@ void FluidSolver::UserBox(Vec3d& lo, Vec3d& hi) const {
   }
 }
 
+void FluidSolver::GetUserBox(Vec3d& min, Vec3d& max) const {
+  UserBox(min, max);
+  const double voxel = GetDomain().cellSize;
+  max = Max(max, min + Vec3d{1, 1, 1}) * voxel;
+  min *= voxel;
+}
+
 void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
   const double voxel = GetDomain().cellSize;
   Vec3d lo, hi;
   UserBox(lo, hi);
   lo -= Vec3d{1, 1, 1};
   hi += Vec3d{1, 1, 1};
-  mBoxMin = lo * voxel;
-  mScaledSize = (hi - lo) * voxel;
 
   bool usable = mTime->stepDuration != 0;
   for (int a = 0; a < 3; ++a) usable = usable && min[a] != kHuge && max[a] != -kHuge;
@@ -390,11 +388,17 @@ void FluidSolver::RunOnWorkers(iObject& target) {
   mWorkers->Run();
 }
 
-void FluidSolver::RunPasses(iObject& target, bool everyPass) {
-  while (target.NextPass()) {
-    if (everyPass) target.Prepare();
+void FluidSolver::RunPasses(iObject& target) {
+  while (target.NextPass())
     if (target.Has(FLAG_ACTIVE)) RunOnWorkers(target);
-    if (everyPass) target.Finish();
+}
+
+void FluidSolver::Project() {
+  while (mPressure.NextPass()) {
+    mPressure.Prepare();
+    // The solve has shared itself out already.
+    if (mPressure.Has(FLAG_ACTIVE) && !mPressure.IsSolving()) RunOnWorkers(mPressure);
+    mPressure.Finish();
   }
 }
 
@@ -447,7 +451,7 @@ void FluidSolver::BuildSolids() {
 }
 
 bool FluidSolver::ApplyGridForces() {
-  RunPasses(mForces, false);
+  RunPasses(mForces);
   return true;
 }
 
@@ -462,12 +466,12 @@ void FluidSolver::SetWallVelocities(double factor) {
 bool FluidSolver::SolvePressure(bool) {
   if (!mWorkers) return false;
   SetWallVelocities(1.0);
-  RunPasses(mConstrain, false);
-  RunPasses(mPressure, true);
+  RunPasses(mConstrain);
+  Project();
   ExtrapolateVelocity();
   SetWallVelocities(0.0);
   mConstrain.Prepare(this);
-  RunPasses(mConstrain, false);
+  RunPasses(mConstrain);
   mConstrain.Finish();
   mDivergence.Reset();
   return true;
@@ -480,7 +484,7 @@ void FluidSolver::ExtrapolateVelocity() {
   for (i32 axis = 0; axis < 3; ++axis) {
     mExtrapolation.mPass = -1;
     mExtrapolation.SelectAxis(axis);
-    RunPasses(mExtrapolation, false);
+    RunPasses(mExtrapolation);
   }
   mExtrapolation.Finish();
 }

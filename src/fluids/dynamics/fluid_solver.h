@@ -61,6 +61,8 @@ class FluidSolver : public iFluidSolver {
   void SetWallVelocities(double factor);
   /// Runs one pass of an embedded operator on the workers, over the velocity layout's cells.
   void RunOnWorkers(iObject& target);
+  /// The user's box in simulation units, snapped inwards to whole cells; at least a cell wide.
+  void GetUserBox(Vec3d& min, Vec3d& max) const;
   /// Layout of the velocity grids; null without grids.
   const GridLayout* GetLayout() const;
   /// Open fractions of the faces of `axis`; null before stage 5 or when they don't fit the
@@ -86,15 +88,16 @@ class FluidSolver : public iFluidSolver {
   /// The user's box in whole cells of the domain, snapped inwards.
   void UserBox(Vec3d& lo, Vec3d& hi) const;
   void BuildSolids();
-  /// Runs all passes of an embedded operator; with `everyPass` its `Prepare` and `Finish` surround
-  /// each of them.
-  void RunPasses(iObject& target, bool everyPass);
+  /// Runs all passes of an embedded operator that its owner has prepared.
+  void RunPasses(iObject& target);
+  /// All passes of the projection, each prepared and finished.
+  void Project();
   void ExtrapolateVelocity();
   bool HasVelocity() const;
 
   std::unique_ptr<Workers> mWorkers;
   double mPadding = 0;
-  Vec3d mBoxSize{}, mBoxOffset{}, mScaledSize{}, mBoxMin{};
+  Vec3d mBoxSize{}, mBoxOffset{};
   bool mHasStoredBox = false;
   GridLayout mStoredLayout;
 };

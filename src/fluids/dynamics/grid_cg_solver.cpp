@@ -8,70 +8,28 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-double ToleranceOfSlider(double slider) {
-  if (slider == 0) return 0.01;
-  static constexpr double kTolerances[] = {1e-3, 1e-4, 1e-5,  1e-6,  1e-7,
-                                           1e-8, 1e-9, 1e-10, 1e-11, 1e-12};
-  static constexpr double kBelow[] = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9, 1.0};
-  for (int i = 0; i < 10; ++i)
-    if (slider < kBelow[i]) return kTolerances[i];
-  return 1e-13;
-}
-
-bool Grid_CGSolver::ReadParameters(void*) {
-  mAccuracy.maxIterations = mInterface.GetLong(1021);
-  mAccuracy.tolerance = ToleranceOfSlider(mInterface.GetReal(1022));
+bool Grid_CGSolver::ReadParameters(void* context) {
+  if (!LatticeSolver::ReadParameters(context)) return false;
   mMinDiagonalRatio = mInterface.GetReal(1045);
   mModification = mInterface.GetReal(1046);
-  mClearResult = true;
   return true;
 }
 
-void Grid_CGSolver::Reset() {
-  if (!mHasSystem) return;
-  const i64 layer = i64{mDims.x} * mDims.y;
-  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
-    std::fill_n(mArrays[kRhs] + z * layer, layer, 0.0);
-    if (mClearResult) std::fill_n(mArrays[kResult] + z * layer, layer, 0.0);
-  });
-  mMatrix.SetLattice(mDims, mThreads);
-}
-
 void Grid_CGSolver::Release(bool full) {
-  mHasSystem = false;
+  LatticeSolver::Release(full);
   if (!full) return;
-  iObject::Release(full);
-  mMatrix.Free();
-  mArrays.Free();
   mPartials = {};
-  mScratch = {};
   mProgress.reset();
   mProgressCount = 0;
 }
 
 void Grid_CGSolver::Prepare(void*) {
-  mHasSystem = false;
-  if (!mOwner) {
-    Deactivate("its solver has no owner");
-    return;
-  }
-  const i64 rows = i64{mDims.x} * mDims.y * mDims.z;
-  const bool resized = rows != mArrays.Length();
-  if (!mArrays.Resize(rows) || !mMatrix.SetLattice(mDims, mThreads)) {
-    Deactivate("there is no memory for its linear system");
-    return;
-  }
-  if (resized) std::fill_n(mArrays[kResult], rows, 0.0);
+  if (!PrepareSystem()) return;
   mPartials.resize(std::max(mDims.z, 1));
-  mScratch.resize(std::clamp(mThreads, 1, host::kMaxWorkers));
-  for (WaveScratch& scratch : mScratch) scratch.Resize(mDims.x);
   if (mProgressCount < SlabCount()) {
     mProgressCount = SlabCount();
     mProgress = std::make_unique<Progress[]>(mProgressCount);
   }
-  mHasSystem = true;
-  Reset();
-  SetFlag(FLAG_ACTIVE, true);
 }
 
 /// f(line) for every line with rows; returns nothing, but f may use mPartials[line's layer].
@@ -232,7 +190,8 @@ double Grid_CGSolver::StartResidual() {
       top = std::max(top, std::fabs(r[c]));
     }
     mPartials[z] = top;
-    for (const Array a : {kZ, kS, kFactor}) std::fill_n(mArrays[a] + first, layer, 0.0);
+    for (const i32 a : {i32{kZ}, i32{kS}, i32{kFactor}})
+      std::fill_n(mArrays[a] + first, layer, 0.0);
   });
   return *std::max_element(mPartials.begin(), mPartials.begin() + mDims.z);
 }

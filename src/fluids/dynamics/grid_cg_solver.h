@@ -5,19 +5,9 @@
 #include <span>
 #include <vector>
 
-#include "fluids/dynamics/lattice_matrix.h"
-#include "fluids/dynamics/line_kernels.h"
-#include "framework/iobject.h"
+#include "fluids/dynamics/lattice_solver.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
-
-/// Iteration limit and tolerance of the linear solvers, from parameters 1021 and 1022.
-struct SolverAccuracy {
-  i32 maxIterations = 200;
-  double tolerance = 1e-8;
-};
-/// The tolerance of the accuracy slider: 0 gives 0.01, below 0.1 gives 1e-3, ... 1 gives 1e-13.
-double ToleranceOfSlider(double slider);
 
 /// Solves A x = b for a symmetric positive (semi-)definite A over the cells of a grid.
 ///
@@ -25,17 +15,13 @@ double ToleranceOfSlider(double slider);
 /// that level 0 drops goes to the diagonal, weighed by `mModification`. Since no dropped entry has
 /// a place in the pattern, the factor's off-diagonal entries are those of the matrix times a
 /// diagonal scaling, and only that diagonal is stored.
-class Grid_CGSolver : public iObject {
+class Grid_CGSolver : public LatticeSolver {
  public:
-  Grid_CGSolver() = default;
-  Grid_CGSolver(const Grid_CGSolver&) : iObject() {}
+  Grid_CGSolver() : LatticeSolver(kArrays) {}
+  Grid_CGSolver(const Grid_CGSolver&) : Grid_CGSolver() {}
   bool ReadParameters(void* context = nullptr) override;
-  /// Zeroes right-hand side and matrix, with `mClearResult` the result too.
-  void Reset() override;
-  /// Empties the system; its memory is kept for the next one unless `full`.
   void Release(bool full) override;
   void Prepare(void* context = nullptr) override;
-  void Finish() override { Release(false); }
 
   /// Runs to the tolerance, relative to the largest right-hand side; false when the limit was
   /// reached or the user broke off. Rows without entries stay out of it. The result doesn't depend
@@ -43,30 +29,17 @@ class Grid_CGSolver : public iObject {
   bool Solve();
 
   void AddToElement(i32 row, i32 column, double value) { mMatrix.AddToElement(row, column, value); }
-  LatticeMatrix& GetMatrix() { return mMatrix; }
   /// By row; empty without a system.
-  std::span<double> GetRhs() const { return View(kRhs); }
-  std::span<double> GetResult() const { return View(kResult); }
+  std::span<double> GetResult() const { return mHasSystem ? View(kResult) : std::span<double>(); }
   /// The inverse squares of the factor's diagonal, made by `Solve`; 0 in rows without entries.
-  std::span<double> GetFactor() const { return View(kFactor); }
+  std::span<double> GetFactor() const { return mHasSystem ? View(kFactor) : std::span<double>(); }
 
-  iObject* mOwner = nullptr;  ///< without it `Prepare` leaves the solver inactive
-  VecInt3D mDims{};           ///< cells; set by the owner before `Prepare`
-  i32 mThreads = 1;           ///< workers; set by the owner before `Prepare`
-  SolverAccuracy mAccuracy;
-  bool mClearResult = true;
   double mModification = 0.97;
   double mMinDiagonalRatio = 0.25;
-  i32 mIterations = 0;   ///< of the last solve
   double mResidual = 0;  ///< of the last solve, relative to the largest right-hand side
 
  private:
-  enum Array { kRhs, kResult, kFactor, kZ, kS, kArrays };
-  std::span<double> View(Array a) const {
-    return mArrays[a] && mHasSystem
-               ? std::span<double>(mArrays[a], static_cast<std::size_t>(mArrays.Length()))
-               : std::span<double>();
-  }
+  enum OwnArray { kFactor = kFirstOwn, kZ, kS, kArrays };
   double StartResidual();
   void FormPreconditioner();
   void DropEntriesToMissingRows();
@@ -84,11 +57,7 @@ class Grid_CGSolver : public iObject {
   void RunWavefront(bool reversed, F&& f);
   i32 SlabCount() const { return std::max(0, (mDims.z - 2 + kWaveLines - 1) / kWaveLines); }
 
-  LatticeMatrix mMatrix;
-  StaggeredArrays mArrays{kArrays, 4};
-  bool mHasSystem = false;
   std::vector<double> mPartials;  ///< one per layer or slab
-  std::vector<WaveScratch> mScratch;
   /// Waves done in a slab, on a line of its own.
   struct alignas(64) Progress {
     std::atomic<i32> waves{0};

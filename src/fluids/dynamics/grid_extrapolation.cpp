@@ -65,14 +65,18 @@ void GridExtrapolation::Prepare(void*) {
   const bool hasSource = mAxis == 3 ? mScalarChannel || mVectorChannel : mSolver != nullptr;
   if (!hasSource || mRounds <= 0) return SetFlag(FLAG_ACTIVE, false);
   if (mPass == 0) {
-    Release(false);
+    const auto fit = [](std::unique_ptr<Grid<u8>>& grid, const EGrid<double>& target) {
+      if (grid && grid->mKind == target.mKind && grid->Dims() == target.Dims())
+        grid->Fill(0);
+      else
+        grid = std::make_unique<Grid<u8>>(target.Dims(), target.mKind);
+      return grid->mData != nullptr;
+    };
     const i32 first = mAxis == 3 ? 3 : 0, last = mAxis == 3 ? 3 : 2;
     for (i32 slot = first; slot <= last; ++slot) {
       const EGrid<double>* target = Target(slot);
       if (!target) return SetFlag(FLAG_ACTIVE, false);
-      mValid[slot] = std::make_unique<Grid<u8>>(target->Dims(), target->mKind);
-      mPrevious[slot] = std::make_unique<Grid<u8>>(target->Dims(), target->mKind);
-      if (!mValid[slot]->mData || !mPrevious[slot]->mData) {
+      if (!fit(mValid[slot], *target) || !fit(mPrevious[slot], *target)) {
         Release(false);
         return SetFlag(FLAG_ACTIVE, false);
       }

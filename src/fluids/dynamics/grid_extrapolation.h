@@ -22,7 +22,8 @@ class GridExtrapolation : public iObject {
   bool NextPass() override;
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;
-  void Finish() override { Release(false); }
+  /// The byte grids stay for the next step; `Release` frees them.
+  void Finish() override { SetFlag(FLAG_ACTIVE, false); }
   void SelectAxis(i32 axis) { mAxis = axis; }
   void SetLiquid(bool liquid) { mLiquid = liquid; }
 

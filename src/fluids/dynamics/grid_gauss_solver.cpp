@@ -10,48 +10,21 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-bool Grid_GaussSolver::ReadParameters(void*) {
-  mAccuracy.maxIterations = mInterface.GetLong(1021);
-  mAccuracy.tolerance = ToleranceOfSlider(mInterface.GetReal(1022));
-  mClearResult = true;
-  return true;
-}
-
 void Grid_GaussSolver::Reset() {
-  if (!mHasSystem) return;
-  const i64 layer = i64{mDims.x} * mDims.y;
-  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
-    std::fill_n(mArrays[kRhs] + z * layer, layer, 0.0);
-    if (mClearResult) std::fill_n(mArrays[kPressure] + z * layer, layer, 0.0);
-  });
-  mMatrix.SetLattice(mDims, mThreads);
+  LatticeSolver::Reset();
   mSolving = false;
 }
 
 void Grid_GaussSolver::Release(bool full) {
-  mHasSystem = false;
+  LatticeSolver::Release(full);
   if (!full) return;
-  iObject::Release(full);
-  mMatrix.Free();
-  mArrays.Free();
   mSnapshots = {};
   mChanges = {};
-  mScratch = {};
 }
 
 void Grid_GaussSolver::Prepare(void*) {
-  mHasSystem = false;
-  if (!mOwner) {
-    Deactivate("its solver has no owner");
-    return;
-  }
-  const i64 rows = i64{mDims.x} * mDims.y * mDims.z;
-  const bool resized = rows != mArrays.Length();
-  if (!mArrays.Resize(rows) || !mMatrix.SetLattice(mDims, mThreads)) {
-    Deactivate("there is no memory for its linear system");
-    return;
-  }
-  if (resized) std::fill_n(mArrays[kPressure], rows, 0.0);
+  mSolving = false;
+  if (!PrepareSystem()) return;
   mLoopBackPass = 1;
   mLoopRounds = std::min(mAccuracy.maxIterations, std::numeric_limits<i32>::max() - 1) + 1;
   mLoopRound = 0;
@@ -60,11 +33,6 @@ void Grid_GaussSolver::Prepare(void*) {
   mChange = 0;
   mSnapshots.resize(static_cast<std::size_t>(4) * BlockCount() * mDims.x * mDims.y);
   mChanges.assign(BlockCount(), 0.0);
-  mScratch.resize(std::clamp(mThreads, 1, host::kMaxWorkers));
-  for (WaveScratch& scratch : mScratch) scratch.Resize(mDims.x);
-  mHasSystem = true;
-  Reset();
-  SetFlag(FLAG_ACTIVE, true);
 }
 
 bool Grid_GaussSolver::NextPass() {
@@ -88,7 +56,7 @@ void Grid_GaussSolver::TakeSnapshot(i32 parity, i32 block) {
   const auto [z0, z1] = LayersOf(block);
   if (z0 >= z1) return;
   const i64 layer = i64{mDims.x} * mDims.y;
-  const double* p = mArrays[kPressure];
+  const double* p = mArrays[kResult];
   std::copy_n(p + z0 * layer, layer, Snapshot(parity, block, false));
   std::copy_n(p + (z1 - 1) * layer, layer, Snapshot(parity, block, true));
 }
@@ -166,7 +134,7 @@ double Grid_GaussSolver::SweepBlock(i32 block, WaveScratch& scratch) {
       for (i32 l = 0; l < wave.count; ++l) {
         const i32 z = wave.lines[l].z, c = wave.lines[l].base + wave.first;
         const i32 inLayer = c - z * nz;
-        const double* p = mArrays[kPressure] + c;
+        const double* p = mArrays[kResult] + c;
         const double* below =
             z == first && z > 1 ? Snapshot(mParity, block - 1, true) + inLayer : p - nz;
         const double* above = z == last - 1 && z < mDims.z - 2
@@ -187,7 +155,7 @@ double Grid_GaussSolver::SweepBlock(i32 block, WaveScratch& scratch) {
       }
       RunRecurrences(lines, wave.count, n, 1);
       for (i32 l = 0; l < wave.count; ++l) {
-        double* p = mArrays[kPressure] + wave.lines[l].base + wave.first;
+        double* p = mArrays[kResult] + wave.lines[l].base + wave.first;
         change = std::max(change, StoreLine(scratch.A(l), p, n));
       }
     });
@@ -226,7 +194,7 @@ double Grid_GaussSolver::MeasureResidual() {
         Top own;
         for (i32 y = 1; y < mDims.y - 1; ++y) {
           const LatticeMatrix::Line& line = mMatrix.LineAt(y, block + 1);
-          const double *p = mArrays[kPressure] + line.base, *rhs = mArrays[kRhs] + line.base;
+          const double *p = mArrays[kResult] + line.base, *rhs = mArrays[kRhs] + line.base;
           const double *inverse = mMatrix.Diagonal() + line.base,
                        *ux = mMatrix.Upper(0) + line.base, *uy = mMatrix.Upper(1) + line.base,
                        *uz = mMatrix.Upper(2) + line.base;

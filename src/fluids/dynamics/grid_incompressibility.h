@@ -70,6 +70,8 @@ class Grid_Incompressibility : public iObject {
   /// Pass 0: what moving solids add to the right-hand side.
   virtual void AddBodyCoupling(const EvaluationThreadData& block);
 
+  /// The current pass is the linear solve, which `Prepare` runs by itself.
+  bool IsSolving() const { return mPass == kSolve; }
   /// Reports since the last call, one per projection.
   std::vector<ProjectionReport> TakeReports();
   /// Largest absolute residual, in 1/s, of the balance that the last projection solved, over the
