@@ -123,6 +123,8 @@ class VolumeMaterial {
   /// leaves the material out.
   virtual bool InitRender(const RenderData& data) = 0;
   virtual void FreeRender() = 0;
+  /// A box round all that the medium fills, so that rays can be aimed at it; false if unknown.
+  virtual bool Bounds(Vec3d& /*min*/, Vec3d& /*max*/) const { return false; }
   /// Light and transmission along a ray.
   virtual void Volumetric(VolumeRecord& record, const RenderData& data) const = 0;
   /// What the medium lets through of the light of others.

@@ -1,0 +1,105 @@
+#include "host/render_objects.h"
+
+namespace MELDO_GLOBAL::host {
+
+namespace {
+
+/// A point that a new node doesn't hold.
+ParameterRow TargetRow(i32 id, std::string_view help) {
+  ParameterRow row = VectorRow(id, "target", {}, "host", help);
+  row.creation = std::monostate{};
+  return row;
+}
+
+ParameterRow BackgroundRow() {
+  ParameterRow row =
+      GradientRow(kRenderBackground, "background",
+                  "colours of the sky, from straight below (0) to straight above (1)");
+  row.creation = Gradient{{{0.5, {0.055, 0.06, 0.07}}, {0.62, {0.03, 0.036, 0.05}}}};
+  return row;
+}
+
+}  // namespace
+
+const ParameterTable& CameraParameters() {
+  static const ParameterTable table = {
+      RealRow(kCameraFieldOfView, "field_of_view", 40, "degrees",
+              "angle of view across the picture")
+          .Range(0.1, 170),
+      TargetRow(kCameraTarget, "point to look at; without it the camera looks along its -z axis"),
+      RealRow(kCameraNearClip, "near_clip", 1, "host", "nothing nearer is seen").AtLeast(0),
+      RealRow(kCameraFarClip, "far_clip", 1e6, "host", "nothing farther is seen").AtLeast(1e-3),
+  };
+  return table;
+}
+
+const ParameterTable& LightParameters() {
+  static const ParameterTable table = {
+      LongRow(kLightKind, "kind", 0, "", "shape of the light")
+          .Choices({{0, "point"}, {1, "spot"}, {2, "distant"}, {3, "area"}}),
+      VectorRow(kLightColour, "colour", {1, 1, 1}, "", "colour, linear").AtLeast(0),
+      RealRow(kLightBrightness, "brightness", 1, "",
+              "factor on the colour; 1 shows a white surface that faces the light as white")
+          .AtLeast(0),
+      LongRow(kLightFalloff, "falloff", 2, "", "loss of brightness over distance")
+          .Choices({{0, "none"}, {1, "inverse"}, {2, "inverse_square"}}),
+      RealRow(kLightFalloffDistance, "falloff_distance", 300, "host",
+              "distance at which the light has its brightness")
+          .AtLeast(1e-3),
+      TargetRow(kLightTarget, "point to shine at; without it the light shines along its -z axis"),
+      RealRow(kLightConeAngle, "cone_angle", 60, "degrees", "opening of a spot's whole cone")
+          .Range(0.1, 180),
+      RealRow(kLightConeEdge, "cone_edge", 0.3, "", "part of a spot's cone that fades to black")
+          .Range(0, 1),
+      VectorRow(kLightSize, "size", {100, 100, 0}, "host", "x and y extent of an area light")
+          .AtLeast(0),
+      BoolRow(kLightVolumes, "illuminates_volumes", true, "light smoke too"),
+      BoolRow(kLightShadows, "casts_shadows", true, "meshes and smoke block the light"),
+  };
+  return table;
+}
+
+const ParameterTable& SurfaceParameters() {
+  static const ParameterTable table = {
+      VectorRow(kSurfaceColour, "colour", {0.6, 0.6, 0.6}, "",
+                "part of the light that is scattered")
+          .Range(0, 1),
+      RealRow(kSurfaceReflection, "reflection", 0, "", "mirrored part of light from straight ahead")
+          .Range(0, 1),
+      RealRow(kSurfaceRoughness, "roughness", 0.2, "", "0 mirrors sharply, 1 is dull").Range(0, 1),
+      VectorRow(kSurfaceEmission, "emission", {0, 0, 0}, "", "light of its own").AtLeast(0),
+  };
+  return table;
+}
+
+const ParameterTable& RenderParameters() {
+  static const ParameterTable table = {
+      LongRow(kRenderSamples, "samples", 16, "", "camera rays in a pixel").Range(1, 65536),
+      LongRow(kRenderBlurSamples, "blur_samples", 0, "",
+              "moments in which a moving camera or mesh is seen; 0 = no motion blur")
+          .Range(0, 256),
+      RealRow(kRenderShutter, "shutter", 0.5, "frames", "how long the shutter is open").Range(0, 1),
+      RealRow(kRenderExposure, "exposure", 1, "", "factor on all light of the picture").AtLeast(0),
+      LongRow(kRenderTone, "tone_curve", 0, "", "soft bends bright light so that it isn't cut off")
+          .Choices({{0, "soft"}, {1, "linear"}}),
+      BackgroundRow(),
+      VectorRow(kRenderEnvironment, "environment_colour", {1, 1, 1}, "",
+                "factor on the light that the sky throws on surfaces")
+          .AtLeast(0),
+      BoolRow(kRenderGround, "ground", true, "an endless ground"),
+      RealRow(kRenderGroundHeight, "ground_height", 0, "host", "y of the ground"),
+      VectorRow(kRenderGroundColour, "ground_colour", {0.3, 0.3, 0.3}, "",
+                "part of the light that the ground scatters")
+          .Range(0, 1),
+      RealRow(kRenderGroundFade, "ground_fade", 1500, "host",
+              "distance at which the ground has faded into the sky; 0 = never")
+          .AtLeast(0),
+      BoolRow(kRenderBounce, "bounce_light", true, "fire, sky and meshes light surfaces"),
+      LinksRow(kRenderHidden, "hidden_objects", "meshes that aren't drawn", {kMeshObject}),
+      RealRow(kRenderVolumeBrightness, "volume_brightness", 1, "", "factor on the light of media")
+          .AtLeast(0),
+  };
+  return table;
+}
+
+}  // namespace MELDO_GLOBAL::host
