@@ -17,6 +17,8 @@
 #include "fluids/forces/force_swirling.h"
 #include "fluids/operators/grid_advection.h"
 #include "fluids/surfacetracker/mesh/mesh.h"
+#include "fluids/surfacetracker/mesh/multi_mesh.h"
+#include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "framework/duration.h"
 
@@ -97,8 +99,12 @@ const std::vector<NodeKind>& Catalogue() {
      Make<Grid_CellEmitter>},
     {1300122, "grid_advection", "GOP::Advection", "GridAdvection", 0, 4, kCategoryGrid, "SI", {6}, 5,
      {"Grids/Operators"}, GridAdvection::Parameters, Make<GridAdvection>},
+    {1300133, "volume_multi", "MultiVolume", "MultiVolume", kTypeMultiVolume, 2, kCategoryVolume,
+     "SV", {3}, 0, {"Bodies"}, MultiVolume::Parameters, Make<MultiVolume>},
     {1300143, "mesh", "Mesh", "Mesh", kTypeMesh, 2, kCategoryMesh, "SV", {3}, 0, {"Bodies"},
      Mesh::Parameters, Make<Mesh>},
+    {1300144, "mesh_multi", "MultiMesh", "MultiMesh", kTypeMultiMesh, 2, kCategoryMesh, "SV", {3},
+     0, {"Bodies"}, MultiMesh::Parameters, Make<MultiMesh>},
     {1300150, "group", "Node Group", "", 0, 0, 0, "", {}, {}, {"Support"},
      NoRows, nullptr},
   };

@@ -71,7 +71,8 @@ void ObjectGridEmitter::CheckDirty() {
 void ObjectGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
   std::vector<VolumeBase*> members;
   if (mVolume) mVolume->CollectMembers(members);
-  if (!members.empty() && members.front()->HasGridData()) mVolume->ExpandBounds(min, max);
+  const auto hasGrid = [](const VolumeBase* member) { return member->HasGridData(); };
+  if (std::any_of(members.begin(), members.end(), hasGrid)) mVolume->ExpandBounds(min, max);
 }
 
 bool ObjectGridEmitter::ComesBefore(const iBase& other) const {

@@ -108,7 +108,7 @@ class VolumeBase : public iVolume {
   Vec3d mPadding{2, 2, 2};  ///< cells
   bool mHasTag = false;     ///< the node carries the obstacle tag
   bool mDeriveMass = false;
-  i32 mSubIndex = -1;              ///< index in a group, -1 stands alone
+  i32 mSubIndex = -1;              ///< mesh of a group of meshes to take, below 1 the first
   double mMaximumDistance = -1e7;  ///< greatest interior distance of the voxeliser
 
  protected:

@@ -1,5 +1,6 @@
 #include "fluids/volume/volume_mesh.h"
 
+#include "fluids/surfacetracker/mesh/multi_mesh.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -66,9 +67,17 @@ bool VolumeMesh::ReadParameters(void* context) {
 bool VolumeMesh::ResolveLinks() {
   mMesh = nullptr;
   if (!VolumeBase::ResolveLinks()) return false;
-  BaseNode* link = mInterface.GetObjectLink(1003);
+  const BaseNode* link = mIsMember ? mSource.Resolve() : mInterface.GetObjectLink(1003);
   if (!link) return false;
-  mMesh = static_cast<Mesh*>(mScene->FindObject(link, kListGeometry, kBitMesh, kBitAny, kTypeMesh));
+  const auto find = [&](i32 type) {
+    return mScene->FindObject(link, kListGeometry, kBitMesh, kBitAny, type);
+  };
+  mMesh = static_cast<Mesh*>(find(kTypeMesh));
+  if (auto* group = mMesh ? nullptr : static_cast<MultiMesh*>(find(kTypeMultiMesh))) {
+    // The group may stand later in the list: its meshes are brought up to date first.
+    group->ResolveLinks();
+    mMesh = group->GetSubMesh(mSubIndex);
+  }
   return true;
 }
 

@@ -26,6 +26,14 @@ class VolumeMesh : public VolumeBase {
   void Evaluate(const EvaluationThreadData& data) override;
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<VolumeMesh>(*this); }
 
+  /// Makes the volume a member of a group: it voxelises `source` (a mesh node, of a group of meshes
+  /// the one of that index) in place of the linked one.
+  void SetSource(host::BaseNode* source, i32 subIndex) {
+    mSource = host::BaseLink(source);
+    mSubIndex = subIndex;
+    mIsMember = true;
+  }
+
   /// Unit normal of the triangle that is nearest to node `index` of the grid; zero for a degenerate
   /// triangle, (0, 1, 0) where there is none.
   Vec3d TriangleNormalAt(i32 index) const;
@@ -44,6 +52,8 @@ class VolumeMesh : public VolumeBase {
   };
   State CurrentState() const;
 
+  host::BaseLink mSource;  ///< of a member of a group
+  bool mIsMember = false;
   VolumeVoxeliser mVoxeliser;
   double mShellThickness = 1.0;
   i32 mThreadLimit = 0;  ///< 0: the scene's thread count

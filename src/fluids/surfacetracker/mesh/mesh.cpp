@@ -1,5 +1,7 @@
 #include "fluids/surfacetracker/mesh/mesh.h"
 
+#include <atomic>
+
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -10,6 +12,12 @@ namespace {
 bool HasVolume(const Matrix& m) { return Dot(m.v1, Cross(m.v2, m.v3)) != 0; }
 bool SameAxes(const Matrix& a, const Matrix& b) {
   return a.v1 == b.v1 && a.v2 == b.v2 && a.v3 == b.v3;
+}
+/// Numbers that no mesh had before, so that a new mesh in the memory of an old one isn't taken for
+/// it. Called on pipeline threads only; only equality of the numbers is ever asked.
+u32 NextRevision() {
+  static std::atomic<u32> last{0};
+  return ++last;
 }
 }  // namespace
 
@@ -47,7 +55,8 @@ bool Mesh::ReadParameters(void* context) {
 bool Mesh::ResolveLinks() {
   if (!iObject::ResolveLinks()) return false;
   mTagOwner = nullptr;
-  mObject = dynamic_cast<PolygonObject*>(mInterface.GetObjectLink(1000));
+  mObject =
+      dynamic_cast<PolygonObject*>(mIsMember ? mSource.Resolve() : mInterface.GetObjectLink(1000));
   const NodeId id = mObject ? mObject->Id() : 0;
   if (id != mObjectId) mHasHistory = false;
   mObjectId = id;
@@ -77,7 +86,7 @@ void Mesh::CheckDirty() {
   if (!mObject) {
     if (HasTriangles()) Reset();
     Deactivate("it links no polygon object");
-  } else if (!mHasHistory || mSettling || HasObjectChanged()) {
+  } else if (!mHasHistory || mSettling || mAltered || HasObjectChanged()) {
     SetFlag(FLAG_DIRTY, true);
   }
 }
@@ -91,8 +100,8 @@ void Mesh::Reset() {
   mMesh.Clear();
   mPreviousMesh.Clear();
   mLinearVelocity = mAngularVelocity = {};
-  mHasHistory = mSettling = false;
-  ++mRevision;
+  mHasHistory = mSettling = mAltered = false;
+  mRevision = NextRevision();
 }
 
 void Mesh::Release(bool full) {
@@ -181,7 +190,7 @@ i32 Mesh::ConvertHostObject() {
   TakeNormals();
   const bool countsChanged =
       vertices != mMesh.GetVertexCount() || triangles != mMesh.GetTriangleCount();
-  if (moved || polygonsChanged || countsChanged) ++mRevision;
+  if (moved || polygonsChanged || countsChanged) mRevision = NextRevision();
   if (mMesh.GetTriangleCount() == 0) return 0;
   return countsChanged ? 2 : 1;
 }
@@ -225,6 +234,7 @@ void Mesh::Prepare(void*) {
     Deactivate("it links no polygon object");
     return;
   }
+  UndoAlteration();
   const bool moved = !mHasHistory || HasObjectChanged();
   const bool pointsChanged = mPointDirty != mObject->PointDirty();
   const Vec3d centreBefore = mMesh.GetBoundsCentre();
@@ -250,6 +260,19 @@ void Mesh::Prepare(void*) {
   mSettling = moved && mHasHistory;
   mHasHistory = true;
   SetFlag(FLAG_ACTIVE, true);
+}
+
+void Mesh::MarkAltered() {
+  mAltered = true;
+  UpdateBounds();
+}
+
+void Mesh::UndoAlteration() {
+  if (!mAltered) return;
+  mAltered = false;
+  mMesh.GetVertices() = mPreviousMesh.GetVertices();
+  mMesh.mColumns.normal = mPreviousMesh.mColumns.normal;
+  UpdateBounds();
 }
 
 void Mesh::GetVelocities(Vec3d& linear, Vec3d& angular) const {

@@ -56,11 +56,22 @@ class Mesh : public iObject {
   double GetDensity() const { return 1.0; }
   double GetMass() const { return 1.0; }
 
+  /// Makes the mesh a member of a group: it reads `source` in place of the linked object.
+  void SetSource(host::BaseNode* source, i32 index) {
+    mSource = host::BaseLink(source);
+    mMemberIndex = index;
+    mIsMember = true;
+  }
+  /// An operator moved vertices or normals of the record. The box follows; the next `Prepare`
+  /// starts from the host's shape again.
+  void MarkAltered();
+
   /// Told by each volume over this mesh: its node if that carries the obstacle tag, else null.
   void SetTagOwner(host::BaseNode* owner);
   /// Ready for use: the record holds triangles.
   bool HasTriangles() const { return mMesh.GetTriangleCount() > 0; }
-  /// Rises whenever vertices or triangles of the record change.
+  /// Another number whenever vertices or triangles of the host's shape change; no two meshes share
+  /// one.
   u32 Revision() const { return mRevision; }
 
   TriMeshSTL mMesh;
@@ -72,12 +83,16 @@ class Mesh : public iObject {
   bool CopyVertices();
   void RebuildTriangles();
   void TakeNormals();
+  void UndoAlteration();
   void UpdateMotion(const Vec3d& centreBefore, bool pointsChanged);
   void UpdateVertexVelocities(bool isStep);
   double StepShare() const { return mTime ? mTime->stepFraction : 1.0; }
 
   host::PolygonObject* mObject = nullptr;
   host::NodeId mObjectId = 0;
+  host::BaseLink mSource;  ///< of a member of a group
+  bool mIsMember = false;
+  bool mAltered = false;
   host::BaseNode* mTagOwner = nullptr;
   u32 mPointDirty = 0;
   u32 mPolygonDirty = 0;

@@ -1,0 +1,119 @@
+#include "fluids/surfacetracker/mesh/multi_mesh.h"
+
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const ParameterTable& MultiMesh::Parameters() {
+  static const ParameterTable table = [] {
+    ParameterTable rows = Mesh::Parameters();
+    std::erase_if(rows, [](const ParameterRow& row) { return row.id == 1000; });
+    rows.push_back(LinksRow(1050, "objects", "the objects whose polygons are read", {kMeshObject}));
+    return rows;
+  }();
+  return table;
+}
+
+MultiMesh::MultiMesh(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mStageMask |= StageBit(kVolumes);
+}
+
+bool MultiMesh::ReadParameters(void* context) {
+  mPriority = 0;
+  if (!iObject::ReadParameters(context)) return false;
+  for (auto& [key, mesh] : mMeshes) mesh->ReadParameters(context);
+  return true;
+}
+
+bool MultiMesh::ResolveLinks() {
+  if (!iObject::ResolveLinks()) return false;
+  for (auto& [key, mesh] : mMeshes) mesh->SetFlag(FLAG_MARK, false);
+  const InExcludeData* list = mInterface.GetInExclude(1050);
+  for (const InExcludeData::Entry& entry : list ? list->entries : InExcludeData{}.entries) {
+    BaseNode* object = Node()->GetDocument().Find(entry.node);
+    if (!dynamic_cast<PolygonObject*>(object)) continue;
+    std::unique_ptr<Mesh>& mesh = mMeshes[{entry.node, -1}];
+    if (!mesh) {
+      mesh = std::make_unique<Mesh>(Node(), mScene);
+      mesh->mName = mName + "/" + object->Name();
+      mesh->SetSource(object, -1);
+      mesh->ReadParameters();
+    }
+    mesh->ResolveLinks();
+    mesh->AfterLinks();
+    mesh->SetFlag(FLAG_MARK, true);
+  }
+  std::erase_if(mMeshes, [](const auto& entry) { return !entry.second->Has(FLAG_MARK); });
+  return !mMeshes.empty();
+}
+
+bool MultiMesh::AfterLinks() {
+  for (auto& [key, mesh] : mMeshes) mesh->AfterLinks();
+  return true;
+}
+
+void MultiMesh::ClearLinks() {
+  for (auto& [key, mesh] : mMeshes) mesh->ClearLinks();
+  iObject::ClearLinks();
+}
+
+void MultiMesh::CheckDirty() {
+  if (Has(FLAG_DIRTY_CHECKED)) return;
+  iObject::CheckDirty();
+  if (!Has(FLAG_ENABLED)) return;
+  for (auto& [key, mesh] : mMeshes) mesh->CheckDirty();
+}
+
+bool MultiMesh::IsDirty() const {
+  if (Has(FLAG_DIRTY)) return true;
+  for (const auto& [key, mesh] : mMeshes)
+    if (mesh->IsDirty()) return true;
+  return false;
+}
+
+void MultiMesh::Reset() {
+  for (auto& [key, mesh] : mMeshes) mesh->Reset();
+}
+
+void MultiMesh::Release(bool full) {
+  for (auto& [key, mesh] : mMeshes) mesh->Release(full);
+  iObject::Release(full);
+}
+
+void MultiMesh::ExpandBounds(Vec3d& min, Vec3d& max) {
+  for (auto& [key, mesh] : mMeshes) mesh->ExpandBounds(min, max);
+}
+
+void MultiMesh::Prepare(void* context) {
+  if (!IsDirty()) return;
+  if (mMeshes.empty()) return void(Deactivate("it lists no polygon object"));
+  bool any = false;
+  for (auto& [key, mesh] : mMeshes) {
+    mesh->Prepare(context);
+    any = any || mesh->HasTriangles();
+  }
+  if (!any) return void(Deactivate("none of its objects has polygons"));
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void MultiMesh::Begin(void* context) {
+  for (auto& [key, mesh] : mMeshes) mesh->Begin(context);
+}
+
+void MultiMesh::Evaluate(const EvaluationThreadData& data) {
+  for (auto& [key, mesh] : mMeshes) mesh->Evaluate(data);
+}
+
+void MultiMesh::Finish() {
+  for (auto& [key, mesh] : mMeshes) mesh->Finish();
+}
+
+Mesh* MultiMesh::GetSubMesh(i32 index) const {
+  index = std::max(index, 0);
+  if (index >= GetSubMeshCount()) return nullptr;
+  return std::next(mMeshes.begin(), index)->second.get();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,202 @@
+#include "fluids/volume/multi_volume.h"
+
+#include "fluids/surfacetracker/mesh/multi_mesh.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+constexpr i32 kMeshNode = 1300143, kMultiMeshNode = 1300144;
+}  // namespace
+
+const ParameterTable& MultiVolume::Parameters() {
+  static const ParameterTable table = [] {
+    ParameterTable rows = VolumeMesh::Parameters();
+    std::erase_if(rows, [](const ParameterRow& row) { return row.id == 1003; });
+    rows.push_back(LinksRow(1100, "meshes", "the mesh nodes to voxelise, each into a volume",
+                            {kMeshNode, kMultiMeshNode}));
+    rows.push_back(ButtonRow(1101, "take_children", "makes mesh nodes for the node's children"));
+    return rows;
+  }();
+  return table;
+}
+
+MultiVolume::MultiVolume(BaseNode* node, Scene* scene) : iVolume(node, scene) {
+  mStageMask |= StageBit(kVolumes);
+}
+
+void MultiVolume::GetCategories(u32& mask) const {
+  iVolume::GetCategories(mask);
+  if (mHasTag) mask |= kCategoryActiveVolume;
+}
+
+bool MultiVolume::ReadParameters(void* context) {
+  mPriority = 0;
+  if (!iVolume::ReadParameters(context)) return false;
+  SetFlag(FLAG_AFFECTS_BOUNDS, mInterface.GetBool(1001));
+  for (auto& [key, member] : mMembers) member->ReadParameters(context);
+  return true;
+}
+
+void MultiVolume::FindOrMake(BaseNode* meshNode, i32 subIndex) {
+  std::unique_ptr<VolumeMesh>& member = mMembers[{meshNode->Id(), subIndex}];
+  if (!member) {
+    member = std::make_unique<VolumeMesh>(Node(), mScene);
+    member->SetSource(meshNode, subIndex);
+  }
+  member->mName = mName + "/" + meshNode->Name();
+  if (subIndex >= 0) member->mName += "/" + std::to_string(subIndex);
+  member->ReadParameters();
+  member->ResolveLinks();
+  member->AfterLinks();
+  member->SetFlag(FLAG_MARK, true);
+}
+
+bool MultiVolume::ResolveLinks() {
+  if (!iVolume::ResolveLinks()) return false;
+  for (auto& [key, member] : mMembers) member->SetFlag(FLAG_MARK, false);
+  if (const InExcludeData* list = mInterface.GetInExclude(1100))
+    for (const InExcludeData::Entry& entry : list->entries) {
+      BaseNode* node = Node()->GetDocument().Find(entry.node);
+      if (!node) continue;
+      if (node->Type() == kMeshNode) FindOrMake(node, -1);
+      if (node->Type() != kMultiMeshNode) continue;
+      auto* group = static_cast<MultiMesh*>(
+          mScene->FindObject(node, kListGeometry, kBitMesh, kBitAny, kTypeMultiMesh));
+      if (!group) continue;
+      // The group may stand later in the list: its meshes are brought up to date first.
+      group->ResolveLinks();
+      for (i32 i = 0; i < group->GetSubMeshCount(); ++i) FindOrMake(node, i);
+    }
+  std::erase_if(mMembers, [](const auto& entry) { return !entry.second->Has(FLAG_MARK); });
+  return !mMembers.empty();
+}
+
+bool MultiVolume::AfterLinks() {
+  mHasTag = Node() && Node()->Tag(kObstacleTag);
+  for (auto& [key, member] : mMembers) member->AfterLinks();
+  return true;
+}
+
+void MultiVolume::ClearLinks() {
+  for (auto& [key, member] : mMembers) member->ClearLinks();
+  iVolume::ClearLinks();
+}
+
+void MultiVolume::CheckDirty() {
+  if (Has(FLAG_DIRTY_CHECKED)) return;
+  iVolume::CheckDirty();
+  if (!Has(FLAG_ENABLED)) return;
+  for (auto& [key, member] : mMembers) member->CheckDirty();
+}
+
+bool MultiVolume::IsDirty() const {
+  if (Has(FLAG_DIRTY)) return true;
+  for (const auto& [key, member] : mMembers)
+    if (member->IsDirty()) return true;
+  return false;
+}
+
+void MultiVolume::Release(bool full) {
+  for (auto& [key, member] : mMembers) member->Release(full);
+  iVolume::Release(full);
+}
+
+void MultiVolume::UniteBounds() {
+  mBoxMin = {kHuge, kHuge, kHuge};
+  mBoxMax = {-kHuge, -kHuge, -kHuge};
+  for (const auto& [key, member] : mMembers) {
+    if (!member->HasGridData()) continue;
+    mBoxMin = Min(mBoxMin, member->mBoxMin);
+    mBoxMax = Max(mBoxMax, member->mBoxMax);
+  }
+  mCentre = mBoxMin + (mBoxMax - mBoxMin) * 0.5;
+}
+
+void MultiVolume::Prepare(void* context) {
+  if (!IsDirty()) return;
+  bool any = false;
+  for (auto& [key, member] : mMembers) {
+    member->Prepare(context);
+    any = any || member->HasGridData();
+  }
+  UniteBounds();
+  if (mMembers.empty()) return void(Deactivate("it lists no mesh"));
+  if (!any) return void(Deactivate("none of its volumes has a grid"));
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void MultiVolume::Evaluate(const EvaluationThreadData& data) {
+  for (auto& [key, member] : mMembers) member->Evaluate(data);
+}
+
+void MultiVolume::Finish() {
+  for (auto& [key, member] : mMembers) member->Finish();
+}
+
+void MultiVolume::CollectMembers(std::vector<VolumeBase*>& out) {
+  for (auto& [key, member] : mMembers) out.push_back(member.get());
+}
+
+// ---- point operations -------------------------------------------------------------------------
+
+const VolumeMesh* MultiVolume::Member(i32 index) const {
+  if (index < 0 || index >= GetMemberCount()) return nullptr;
+  return std::next(mMembers.begin(), index)->second.get();
+}
+
+double MultiVolume::DistanceAtWorld(const Vec3d& p) const {
+  double least = kHuge;
+  for (const auto& [key, member] : mMembers) least = std::min(least, member->DistanceAtWorld(p));
+  return least;
+}
+
+bool MultiVolume::IsInsideWorld(const Vec3d& p, f32 offset, i32& index) const {
+  index = 0;
+  for (const auto& [key, member] : mMembers) {
+    if (member->IsInsideWorld(p, offset)) return true;
+    ++index;
+  }
+  return false;
+}
+
+bool MultiVolume::IsInsideWorld(const Vec3d& p, f32 offset) const {
+  i32 index;
+  return IsInsideWorld(p, offset, index);
+}
+
+double MultiVolume::DepthWorld(const Vec3d& p, i32 index) const {
+  if (index < 0 && !IsInsideWorld(p, 0, index)) return 1.0;
+  const VolumeMesh* member = Member(index);
+  return member ? member->DepthWorld(p) : 1.0;
+}
+
+Vec3d MultiVolume::GradientAtWorld(const Vec3d& p, i32 index) const {
+  const VolumeMesh* member = Member(index);
+  if (!member) member = Member(0);
+  return member ? member->GradientAtWorld(p) : Vec3d{};
+}
+
+bool MultiVolume::PushOut(Vec3d& position, double margin) const {
+  for (const auto& [key, member] : mMembers)
+    if (member->PushOut(position, true, margin)) return true;
+  return false;
+}
+
+bool MultiVolume::PushOutGrid(Vec3d& position, Vec3d& gridPosition, Vec3d& normal,
+                              double margin) const {
+  for (const auto& [key, member] : mMembers)
+    if (member->PushOutGrid(position, gridPosition, normal, margin)) return true;
+  return false;
+}
+
+bool MultiVolume::ClosestSurface(const Vec3d& position, SurfaceRecord& record,
+                                 double offset) const {
+  for (const auto& [key, member] : mMembers)
+    if (member->ClosestSurface(position, record, offset)) return true;
+  return false;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
