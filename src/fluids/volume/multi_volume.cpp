@@ -47,7 +47,7 @@ void MultiVolume::FindOrMake(BaseNode* meshNode, i32 subIndex) {
     member->SetSource(meshNode, subIndex);
   }
   member->mName = mName + "/" + meshNode->Name();
-  if (subIndex >= 0) member->mName += "/" + std::to_string(subIndex);
+  if (subIndex >= 0) member->mName.append("/").append(std::to_string(subIndex));
   member->ReadParameters();
   member->ResolveLinks();
   member->AfterLinks();
