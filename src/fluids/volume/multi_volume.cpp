@@ -45,6 +45,7 @@ void MultiVolume::FindOrMake(BaseNode* meshNode, i32 subIndex) {
   if (!member) {
     member = std::make_unique<VolumeMesh>(Node(), mScene);
     member->SetSource(meshNode, subIndex);
+    mListChanged = true;
   }
   member->mName = mName + "/" + meshNode->Name();
   if (subIndex >= 0) member->mName.append("/").append(std::to_string(subIndex));
@@ -70,7 +71,8 @@ bool MultiVolume::ResolveLinks() {
       group->ResolveLinks();
       for (i32 i = 0; i < group->GetSubMeshCount(); ++i) FindOrMake(node, i);
     }
-  std::erase_if(mMembers, [](const auto& entry) { return !entry.second->Has(FLAG_MARK); });
+  if (std::erase_if(mMembers, [](const auto& entry) { return !entry.second->Has(FLAG_MARK); }))
+    mListChanged = true;
   return !mMembers.empty();
 }
 
@@ -90,6 +92,8 @@ void MultiVolume::CheckDirty() {
   iVolume::CheckDirty();
   if (!Has(FLAG_ENABLED)) return;
   for (auto& [key, member] : mMembers) member->CheckDirty();
+  if (mListChanged) MarkDirty(false);
+  mListChanged = false;
 }
 
 bool MultiVolume::IsDirty() const {
@@ -149,7 +153,8 @@ const VolumeMesh* MultiVolume::Member(i32 index) const {
 
 double MultiVolume::DistanceAtWorld(const Vec3d& p) const {
   double least = kHuge;
-  for (const auto& [key, member] : mMembers) least = std::min(least, member->DistanceAtWorld(p));
+  for (const auto& [key, member] : mMembers)
+    if (member->HasGridData()) least = std::min(least, member->DistanceAtWorld(p));
   return least;
 }
 

@@ -39,7 +39,7 @@ class MultiVolume : public iVolume {
 
   // The point operations take world positions and ask the members in order.
 
-  /// The least distance; the largest double without members.
+  /// The least distance over the members that have a grid; the largest double without one.
   double DistanceAtWorld(const Vec3d& p) const;
   /// `index` counts the members that don't hold `p` before the first one that does.
   bool IsInsideWorld(const Vec3d& p, f32 offset, i32& index) const;
@@ -65,6 +65,7 @@ class MultiVolume : public iVolume {
 
   std::map<Key, std::unique_ptr<VolumeMesh>> mMembers;
   bool mHasTag = false;
+  bool mListChanged = false;  ///< members came or went when the links were fetched
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
