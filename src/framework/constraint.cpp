@@ -4,10 +4,10 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-void ConstraintList::Resolve(const iBase& holder) {
+void ConstraintList::Resolve(const iBase& holder, i32 id) {
   mNamed.clear();
   // Without a list no constraint applies: only those that the user named.
-  const host::InExcludeData* list = holder.mInterface.GetInExclude(2502);
+  const host::InExcludeData* list = holder.mInterface.GetInExclude(id);
   if (!list) return;
   std::vector<iBase*> found;
   holder.mScene->CollectObjects(list, found, kListAuxiliary, kCategoryConstraint, kTypeAny, kBitAny,

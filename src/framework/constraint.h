@@ -34,8 +34,8 @@ class ConstraintList {
     mOwn.clear();
     return *this;
   }
-  /// Takes the constraints that parameter 2502 of `holder` names.
-  void Resolve(const iBase& holder);
+  /// Takes the constraints that a parameter of `holder`, a list of links, names.
+  void Resolve(const iBase& holder, i32 id = 2502);
   void Clear() { mNamed.clear(); }
   bool IsEmpty() const { return mNamed.empty(); }
   void Prepare(iBase* owner);

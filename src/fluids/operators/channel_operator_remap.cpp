@@ -1,0 +1,74 @@
+#include "fluids/operators/channel_operator_remap.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const ParameterTable& ChannelOperator_Remap::Parameters() {
+  static const ParameterTable table = {
+      GradientRow(1000, "gradient", "the new value, black to white, over the range of the channel"),
+  };
+  return table;
+}
+
+bool ChannelOperator_Remap::Attach(void* channel, void* gradient) {
+  if (gradient) mGiven = *static_cast<const Gradient*>(gradient);
+  return ChannelOperator::Attach(channel);
+}
+
+void ChannelOperator_Remap::SetCurve(const SplineData& curve) {
+  mGiven.knots.clear();
+  for (const Vec2D<double>& knot : curve.knots)
+    mGiven.knots.push_back({knot.x, {knot.y, knot.y, knot.y}});
+}
+
+void ChannelOperator_Remap::Prepare(void*) {
+  const bool hasTarget =
+      (mScalar && mScalar->GetGrid(0)) || (mVectorChannel && mVectorChannel->GetGrid(0));
+  if (!hasTarget) return void(Deactivate("it has no channel"));
+  const Gradient* own = mInterface.GetGradient(1000);
+  mRamp = !mGiven.knots.empty() || !own ? mGiven : *own;
+  if (mRamp.knots.empty()) return void(Deactivate("it has no gradient"));
+  if (mScene) mConstraints.Resolve(*this);
+  mConstraints.Prepare(this);
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+bool ChannelOperator_Remap::Allows(const CellRecord& cell, i32 worker) const {
+  double weight = cell.weight;
+  return mConstraints.IsEmpty() || mConstraints.Test(cell.position, weight, this, worker);
+}
+
+void ChannelOperator_Remap::EvaluateCells(const CellRecord* cells, i32 count,
+                                          const EvaluationThreadData& data) {
+  if (!Has(FLAG_ENABLED) || !Has(FLAG_ACTIVE)) return;
+  if (mScalar) {
+    EGrid<double>& grid = *mScalar->GetGridForWrite(0);
+    const double low = grid.mRangeMin, high = grid.mRangeMax;
+    for (i32 i = 0; i < count; ++i) {
+      if (!Allows(cells[i], data.index)) continue;
+      double& value = grid[cells[i].cellIndex];
+      const double u = high != 0 ? (value - low) / high : 0.0;
+      value = (high - low) * mRamp.Evaluate(u).x + low;
+    }
+    return;
+  }
+  EGrid<double>* grids[3];
+  for (i32 a = 0; a < 3; ++a) grids[a] = mVectorChannel->GetGridForWrite(a);
+  const bool staggered = mVectorChannel->GetTypeId() == kTypeVelocityChannel;
+  for (i32 i = 0; i < count; ++i) {
+    if (!Allows(cells[i], data.index)) continue;
+    for (i32 a = 0; a < 3; ++a) {
+      double& value = (*grids[a])[staggered ? cells[i].cellIndices[a] : cells[i].cellIndex];
+      value = mRamp.Evaluate(value)[a];
+    }
+  }
+}
+
+void ChannelOperator_Remap::Finish() {
+  mConstraints.Finish();
+  mRamp.knots.clear();
+  SetFlag(FLAG_ACTIVE, false);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

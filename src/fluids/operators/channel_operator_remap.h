@@ -1,0 +1,49 @@
+// Values of a channel through a ramp.
+#pragma once
+#include <vector>
+
+#include "fluids/channels/channel_operator.h"
+#include "framework/constraint.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Replaces a scalar v of a grid with the range [min, max] by (max - min) * r((v - min) / max) +
+/// min, where r is the first component of the ramp, and each component of a vector by that
+/// component of the ramp at it. The ramp is the gradient of the node, or one that the owner gives.
+///
+/// Stands in no scene list: who preprocesses a grid for rendering makes its own.
+class ChannelOperator_Remap : public ChannelOperator {
+ public:
+  static constexpr i32 kPluginId = 1300063;
+  static constexpr i32 kRemapType = 116;
+
+  ChannelOperator_Remap() = default;
+  ChannelOperator_Remap(host::BaseNode* node, Scene* scene) : ChannelOperator(node, scene) {}
+  ChannelOperator_Remap(const ChannelOperator_Remap&) = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kRemapType; }
+  /// Takes the channel to work on, an `iBase*`, and as second argument a `const host::Gradient*`
+  /// in the place of the node's, or null.
+  bool Attach(void* channel, void* gradient = nullptr) override;
+  void SetGradient(const host::Gradient& gradient) { mGiven = gradient; }
+  /// A curve fills all three components.
+  void SetCurve(const host::SplineData& curve);
+
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData&) override {}
+  void EvaluateCells(const CellRecord* cells, i32 count, const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<ChannelOperator_Remap>(*this);
+  }
+
+ private:
+  bool Allows(const CellRecord& cell, i32 worker) const;
+
+  host::Gradient mGiven;
+  host::Gradient mRamp;  ///< the one in use, from `Prepare` to `Finish`
+  ConstraintList mConstraints;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
