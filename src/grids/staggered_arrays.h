@@ -9,27 +9,28 @@
 
 namespace MELDO_GLOBAL {
 
-/// Arrays of doubles of one length in one allocation. Large arrays usually all start at the same
+/// Arrays of numbers of one length in one allocation. Large arrays usually all start at the same
 /// place within a memory page, so that equal indices compete for the same few cache lines; these
 /// start nine lines apart from one another. Large ones ask for large pages.
-class StaggeredArrays {
+template <class T>
+class StaggeredArraysOf {
  public:
   /// `first` is the number of the first array among all that are walked together.
-  explicit StaggeredArrays(i32 arrays, i32 first = 0) : mArrays(arrays), mFirst(first) {}
-  StaggeredArrays(const StaggeredArrays&) = delete;
-  StaggeredArrays& operator=(const StaggeredArrays&) = delete;
-  ~StaggeredArrays() { Free(); }
+  explicit StaggeredArraysOf(i32 arrays, i32 first = 0) : mArrays(arrays), mFirst(first) {}
+  StaggeredArraysOf(const StaggeredArraysOf&) = delete;
+  StaggeredArraysOf& operator=(const StaggeredArraysOf&) = delete;
+  ~StaggeredArraysOf() { Free(); }
 
-  /// Arrays of `length` doubles; their values are undefined when the length changed. False, without
+  /// Arrays of `length` numbers; their values are undefined when the length changed. False, without
   /// arrays, when the memory can't be had.
   bool Resize(i64 length) {
     if (mData && length == mLength) return true;
     Free();
     mStride = (length + kPage - 1) / kPage * kPage + kStagger;
-    const std::size_t bytes = sizeof(double) * (mStride * mArrays + Lead());
+    const std::size_t bytes = sizeof(T) * (mStride * mArrays + Lead());
     mAlignment = bytes > 2 * kLargePage ? kLargePage : std::size_t{64};
     mData =
-        static_cast<double*>(::operator new (bytes, std::align_val_t{mAlignment}, std::nothrow));
+        static_cast<T*>(::operator new (bytes, std::align_val_t{mAlignment}, std::nothrow));
     if (!mData) return false;
     mLength = length;
 #if defined(__linux__)
@@ -44,17 +45,18 @@ class StaggeredArrays {
   }
   i64 Length() const { return mLength; }
   /// Null without memory.
-  double* operator[](i32 array) const { return mData ? mData + Lead() + array * mStride : nullptr; }
+  T* operator[](i32 array) const { return mData ? mData + Lead() + array * mStride : nullptr; }
 
  private:
-  static constexpr i64 kPage = 512, kStagger = 72;  // doubles
+  static constexpr i64 kPage = 4096 / sizeof(T), kStagger = 9 * 64 / sizeof(T);
   static constexpr std::size_t kLargePage = std::size_t{2} << 20;
   i64 Lead() const { return mFirst * kStagger; }
 
   i32 mArrays, mFirst;
   i64 mLength = 0, mStride = 0;
   std::size_t mAlignment = 64;
-  double* mData = nullptr;
+  T* mData = nullptr;
 };
+using StaggeredArrays = StaggeredArraysOf<double>;
 
 }  // namespace MELDO_GLOBAL

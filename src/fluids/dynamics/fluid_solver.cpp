@@ -60,7 +60,7 @@ const ParameterTable& FluidSolver::Parameters() {
               "viscosity of the gas; acts once the viscosity solve does")
           .AtLeast(0),
       LongRow(1020, "linear_solver", 1, "", "how the pressure is solved for")
-          .Choices({{0, "conjugate_gradients"}, {1, "gauss_seidel"}}),
+          .Choices({{0, "conjugate_gradients"}, {1, "gauss_seidel"}, {2, "multigrid"}}),
       LongRow(1021, "max_iterations", 200, "", "most iterations of the linear solver").AtLeast(0),
       RealRow(1022, "accuracy", 0.5, "", "accuracy of the linear solver").Range(0, 1),
       LongRow(1023, "viscosity_option", 2, "", "option of the viscosity solve"),

@@ -84,30 +84,6 @@ void Grid_CGSolver::RunWavefront(bool reversed, F&& f) {
 
 namespace {
 
-/// The bands and the neighbour distances of a matrix, from one cell on.
-struct Bands {
-  const double* diagonal;
-  const double* upper[3];
-  i32 ny, nz;  ///< distance of neighbours along y and z
-
-  Bands(const LatticeMatrix& m, i32 cell)
-      : diagonal(m.Diagonal() + cell),
-        upper{m.Upper(0) + cell, m.Upper(1) + cell, m.Upper(2) + cell},
-        ny(m.Offset(1)),
-        nz(m.Offset(2)) {}
-};
-
-/// z = A s.
-SULVA_WIDE_KERNEL void MultiplyLine(const Bands& m, const double* __restrict s,
-                                    double* __restrict z, i32 n) {
-  const double *d = m.diagonal, *ux = m.upper[0], *uy = m.upper[1], *uz = m.upper[2];
-  const i32 ny = m.ny, nz = m.nz;
-  for (i32 i = 0; i < n; ++i)
-    z[i] = d[i] * s[i] + (ux[i - 1] * s[i - 1] + ux[i] * s[i + 1]) +
-           (uy[i - ny] * s[i - ny] + uy[i] * s[i + ny]) +
-           (uz[i - nz] * s[i - nz] + uz[i] * s[i + nz]);
-}
-
 SULVA_WIDE_KERNEL void AdvanceLine(double alpha, double beta, double* __restrict x,
                                    double* __restrict s, const double* __restrict z, i32 n) {
   for (i32 i = 0; i < n; ++i) {

@@ -29,8 +29,6 @@ class Grid_CGSolver : public LatticeSolver {
   bool Solve();
 
   void AddToElement(i32 row, i32 column, double value) { mMatrix.AddToElement(row, column, value); }
-  /// By row; empty without a system.
-  std::span<double> GetResult() const { return mHasSystem ? View(kResult) : std::span<double>(); }
   /// The inverse squares of the factor's diagonal, made by `Solve`; 0 in rows without entries.
   std::span<double> GetFactor() const { return mHasSystem ? View(kFactor) : std::span<double>(); }
 

@@ -33,9 +33,6 @@ class Grid_GaussSolver : public LatticeSolver {
   /// Largest residual over the largest right-hand side.
   double MeasureResidual();
 
-  /// By cell; empty before the first system.
-  std::span<double> GetPressure() const { return View(kResult); }
-
   double mChange = 0;  ///< largest change of the last sweep
 
  private:

@@ -20,6 +20,11 @@ Grid_Incompressibility::Grid_Incompressibility(const Grid_Incompressibility& oth
   mCG.mModification = other.mCG.mModification;
   mCG.mMinDiagonalRatio = other.mCG.mMinDiagonalRatio;
   mGauss.mAccuracy = other.mGauss.mAccuracy;
+  mMultigrid.mAccuracy = other.mMultigrid.mAccuracy;
+}
+
+LatticeSolver& Grid_Incompressibility::Used() {
+  return *LinearSolvers()[std::clamp(mLinearSolver, 0, 2)];
 }
 
 i32 Grid_Incompressibility::Threads() const {
@@ -32,7 +37,7 @@ bool Grid_Incompressibility::ReadParameters(void* context) {
   mDensity = mInterface.GetReal(1001);
   mCompatibility = mInterface.GetBool(1309);
   mMinTheta = 0.01;
-  for (iObject* solver : {static_cast<iObject*>(&mCG), static_cast<iObject*>(&mGauss)}) {
+  for (LatticeSolver* solver : LinearSolvers()) {
     if (solver->Node() != Node()) solver->Rebind(Node(), mScene);
     solver->ReadParameters();
     solver->SetFlag(FLAG_ENABLED, true);
@@ -58,22 +63,19 @@ void Grid_Incompressibility::ClearLinks() {
   mDensityChannel = nullptr;
   mDuration = nullptr;
   mBodies.clear();
-  mCG.Release(false);
-  mGauss.Release(false);
+  for (LatticeSolver* solver : LinearSolvers()) solver->Release(false);
   iObject::ClearLinks();
 }
 
 void Grid_Incompressibility::Reset() {
-  mCG.Reset();
-  mGauss.Reset();
+  for (LatticeSolver* solver : LinearSolvers()) solver->Reset();
   mReports.clear();
   mDivergenceMax = 0;
 }
 
 void Grid_Incompressibility::Release(bool full) {
   if (full) iObject::Release(full);
-  mCG.Release(full);
-  mGauss.Release(full);
+  for (LatticeSolver* solver : LinearSolvers()) solver->Release(full);
 }
 
 bool Grid_Incompressibility::NextPass() {
@@ -134,19 +136,12 @@ bool Grid_Incompressibility::PrepareSystem() {
   mCoupling.resize(mCells.z);
   for (auto& layer : mCoupling) layer.clear();
   mShift = 0;
-  iObject* used = &mCG;
-  if (mLinearSolver == 0) {
-    mGauss.Release(true);
-    mCG.mDims = mCells;
-    mCG.mThreads = Threads();
-    mCG.mOwner = this;
-  } else {
-    used = &mGauss;
-    mCG.Release(true);
-    mGauss.mDims = mCells;
-    mGauss.mThreads = Threads();
-    mGauss.mOwner = this;
-  }
+  LatticeSolver* used = &Used();
+  for (LatticeSolver* solver : LinearSolvers())
+    if (solver != used) solver->Release(true);
+  used->mDims = mCells;
+  used->mThreads = Threads();
+  used->mOwner = this;
   used->Prepare();
   if (!used->Has(FLAG_ACTIVE)) return Deactivate(used->mInactiveReason);
   SetFlag(FLAG_ACTIVE, true);
@@ -167,6 +162,11 @@ void Grid_Incompressibility::Prepare(void*) {
 void Grid_Incompressibility::Solve() {
   if (mLinearSolver == 1) {
     mGauss.Sweep();
+    return;
+  }
+  if (mLinearSolver == 2) {
+    mMultigrid.Solve();
+    mReports.push_back({mMultigrid.mIterations, mMultigrid.mResidual});
     return;
   }
   mCG.Solve();
@@ -192,9 +192,7 @@ void Grid_Incompressibility::Finish() {
   mFields = {};
 }
 
-std::span<const double> Grid_Incompressibility::GetPressure() const {
-  return mLinearSolver == 0 ? mCG.GetResult() : mGauss.GetPressure();
-}
+std::span<const double> Grid_Incompressibility::GetPressure() const { return Used().GetResult(); }
 
 std::vector<ProjectionReport> Grid_Incompressibility::TakeReports() {
   return std::exchange(mReports, {});
@@ -212,8 +210,8 @@ void Grid_Incompressibility::ComputeMeanShift() {
 void Grid_Incompressibility::ApplyMeanShift(const EvaluationThreadData& block) {
   if (mShift == 0) return;
   const CellBox box = Clip(block.Box(), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
-  const double* diagonal = Matrix().Diagonal();
-  const std::span<double> rhs = Rhs();
+  const double* diagonal = Used().GetMatrix().Diagonal();
+  const std::span<double> rhs = Used().GetRhs();
   const i32 nx = mCells.x, slice = mCells.x * mCells.y;
   ForEachCell(box, [&, shift = mShift](i32 x, i32 y, i32 z) {
     const i32 c = z * slice + y * nx + x;
@@ -229,8 +227,8 @@ void Grid_Incompressibility::BuildSystem(const EvaluationThreadData& block) {
       LayerSum& layer = mLayerSums[z];
       for (i32 y = box.min.y; y < box.max.y; ++y) {
         const CellLine line(mFields, y, z);
-        BuildLine(line, face, 1.0 / mCellSize, Matrix(), Rhs(), box.min.x, box.max.x, layer.sum,
-                  layer.count);
+        BuildLine(line, face, 1.0 / mCellSize, Used().GetMatrix(), Used().GetRhs(), box.min.x,
+                  box.max.x, layer.sum, layer.count);
       }
     }
   };
@@ -267,7 +265,7 @@ void Grid_Incompressibility::AddBodyCoupling(const EvaluationThreadData& block) 
   const CellBox box = Clip(block.Box(), {1, 1, 1}, mCells - VecInt3D{2, 2, 2});
   const GridLayout& layout = mFields.velocity[0]->mLayout;
   const double h = mCellSize;
-  const std::span<double> rhs = Rhs();
+  const std::span<double> rhs = Used().GetRhs();
   for (i32 z = box.min.z; z < box.max.z; ++z) {
     if (IsCancelled()) return;
     for (i32 y = box.min.y; y < box.max.y; ++y) {

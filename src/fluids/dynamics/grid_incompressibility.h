@@ -7,6 +7,7 @@
 #include "fluids/channels/channel.h"
 #include "fluids/dynamics/grid_cg_solver.h"
 #include "fluids/dynamics/grid_gauss_solver.h"
+#include "fluids/dynamics/grid_multigrid_solver.h"
 #include "framework/duration.h"
 #include "framework/iobject.h"
 
@@ -82,10 +83,11 @@ class Grid_Incompressibility : public iObject {
 
   FluidSolver* mSolver = nullptr;
   bool mCompatibility = false;  ///< subtract the mean of the right-hand side
-  i32 mLinearSolver = 1;        ///< 0 conjugate gradients, 1 Gauss-Seidel
+  i32 mLinearSolver = 1;        ///< 0 conjugate gradients, 1 Gauss-Seidel, 2 multigrid
   double mDensity = 1.23;
   Grid_CGSolver mCG;
   Grid_GaussSolver mGauss;
+  Grid_MultigridSolver mMultigrid;
 
  protected:
   enum Pass : i16 { kCouple, kBuild, kShift, kSolve, kUpdate };
@@ -98,8 +100,10 @@ class Grid_Incompressibility : public iObject {
   bool PrepareSystem();
   void Solve();
   void MeasureDivergence();
-  LatticeMatrix& Matrix() { return mLinearSolver == 0 ? mCG.GetMatrix() : mGauss.GetMatrix(); }
-  std::span<double> Rhs() const { return mLinearSolver == 0 ? mCG.GetRhs() : mGauss.GetRhs(); }
+  /// The linear solver in use.
+  LatticeSolver& Used();
+  const LatticeSolver& Used() const { return const_cast<Grid_Incompressibility*>(this)->Used(); }
+  std::array<LatticeSolver*, 3> LinearSolvers() { return {&mCG, &mGauss, &mMultigrid}; }
   i32 Threads() const;
 
   /// Contributions of one layer of cells to the mean.

@@ -33,6 +33,9 @@ class LatticeSolver : public iObject {
   /// By cell; empty without a system.
   std::span<double> GetRhs() const { return mHasSystem ? View(kRhs) : std::span<double>(); }
 
+  /// By cell; empty without memory. Kept from the last system when it was dropped.
+  std::span<double> GetResult() const { return View(kResult); }
+
   iObject* mOwner = nullptr;  ///< without it `Prepare` leaves the solver inactive
   VecInt3D mDims{};           ///< cells; set by the owner before `Prepare`
   i32 mThreads = 1;           ///< workers; set by the owner before `Prepare`

@@ -41,6 +41,16 @@ void RunSideBySide(const LineRecurrence* lines, i32 n, i32 step) {
 
 }  // namespace
 
+SULVA_WIDE_KERNEL void MultiplyLine(const Bands& m, const double* __restrict s,
+                                    double* __restrict z, i32 n) {
+  const double *d = m.diagonal, *ux = m.upper[0], *uy = m.upper[1], *uz = m.upper[2];
+  const i32 ny = m.ny, nz = m.nz;
+  for (i32 i = 0; i < n; ++i)
+    z[i] = d[i] * s[i] + (ux[i - 1] * s[i - 1] + ux[i] * s[i + 1]) +
+           (uy[i - ny] * s[i - ny] + uy[i] * s[i + ny]) +
+           (uz[i - nz] * s[i - nz] + uz[i] * s[i + nz]);
+}
+
 void RunRecurrences(const LineRecurrence* lines, i32 count, i32 n, i32 step) {
   switch (count) {
     case 1: return RunSideBySide<1>(lines, n, step);

@@ -16,6 +16,22 @@ double DotLine(const double* a, const double* b, i32 n);
 /// Largest |a[i]|.
 double MaxLine(const double* a, i32 n);
 
+/// The bands and the neighbour distances of a matrix, from one cell on.
+struct Bands {
+  const double* diagonal;
+  const double* upper[3];
+  i32 ny, nz;  ///< distance of neighbours along y and z
+
+  Bands(const LatticeMatrix& m, i32 cell)
+      : diagonal(m.Diagonal() + cell),
+        upper{m.Upper(0) + cell, m.Upper(1) + cell, m.Upper(2) + cell},
+        ny(m.Offset(1)),
+        nz(m.Offset(2)) {}
+};
+
+/// z = A s on a line.
+void MultiplyLine(const Bands& m, const double* __restrict s, double* __restrict z, i32 n);
+
 /// A first-order recurrence along a line: v[i] = a[i] - b[i] v[i - 1].
 struct LineRecurrence {
   const double* a = nullptr;

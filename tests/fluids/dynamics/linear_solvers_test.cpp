@@ -4,6 +4,7 @@
 
 #include "fluids/dynamics/grid_cg_solver.h"
 #include "fluids/dynamics/grid_gauss_solver.h"
+#include "fluids/dynamics/grid_multigrid_solver.h"
 #include "host/worker_pool.h"
 #include "lattice_systems.h"
 
@@ -226,7 +227,7 @@ TEST(GaussSeidel, SweepsInOrderInsideBlocksAndReadsSnapshotsOutside) {
       change = std::max(change, std::fabs(p[c] - before[c]));
     }
     EXPECT_NEAR(solver.Sweep(), change, 1e-13);
-    ASSERT_LT(Distance(solver.GetPressure(), p), 1e-13) << "sweep " << sweep;
+    ASSERT_LT(Distance(solver.GetResult(), p), 1e-13) << "sweep " << sweep;
   }
 }
 
@@ -250,11 +251,11 @@ TEST(GaussSeidel, StopsAtTheLimitOrWhenNothingChanges) {
   Relax(solver);
   EXPECT_EQ(solver.mIterations, first);
   // The pressures outlive the system.
-  const std::vector<double> p(solver.GetPressure().begin(), solver.GetPressure().end());
+  const std::vector<double> p(solver.GetResult().begin(), solver.GetResult().end());
   solver.Release(false);
   EXPECT_TRUE(solver.GetRhs().empty());
-  ASSERT_EQ(solver.GetPressure().size(), p.size());
-  EXPECT_EQ(std::memcmp(solver.GetPressure().data(), p.data(), p.size() * sizeof(double)), 0);
+  ASSERT_EQ(solver.GetResult().size(), p.size());
+  EXPECT_EQ(std::memcmp(solver.GetResult().data(), p.data(), p.size() * sizeof(double)), 0);
 }
 
 TEST(LinearSolvers, AgreeOnOneSystem) {
@@ -270,14 +271,20 @@ TEST(LinearSolvers, AgreeOnOneSystem) {
     Relax(gauss);
     double top = 0;
     for (const double p : cg.GetResult()) top = std::max(top, std::fabs(p));
-    EXPECT_LT(Distance(cg.GetResult(), gauss.GetPressure()), 1e-8 * top);
+    EXPECT_LT(Distance(cg.GetResult(), gauss.GetResult()), 1e-8 * top);
     EXPECT_LT(gauss.MeasureResidual(), 1e-9);
+    Grid_MultigridSolver multigrid;
+    multigrid.mAccuracy.tolerance = 1e-10;
+    system.Fill(multigrid);
+    ASSERT_TRUE(multigrid.Solve());
+    EXPECT_LT(Distance(cg.GetResult(), multigrid.GetResult()), 1e-8 * top);
+    EXPECT_LT(system.Residual(multigrid.GetResult()), 1e-10);
   }
 }
 
 TEST(LinearSolvers, GiveTheSameBytesForEveryThreadCount) {
-  const System system({21, 18, 37}, 0.9, true, 4);
-  std::vector<std::vector<double>> cgResults, gaussResults;
+  const System system({21, 18, 37}, 0.9, true, 4), large({44, 41, 37}, 0.9, true, 5);
+  std::vector<std::vector<double>> cgResults, gaussResults, multigridResults;
   std::vector<i32> iterations;
   for (const i32 threads : {1, 2, 3, 7}) {
     Grid_CGSolver cg;
@@ -291,12 +298,134 @@ TEST(LinearSolvers, GiveTheSameBytesForEveryThreadCount) {
     gauss.mAccuracy = {30, 1e-8};
     system.Fill(gauss);
     Relax(gauss);
-    gaussResults.emplace_back(gauss.GetPressure().begin(), gauss.GetPressure().end());
+    gaussResults.emplace_back(gauss.GetResult().begin(), gauss.GetResult().end());
+    Grid_MultigridSolver multigrid;
+    multigrid.mThreads = threads;
+    large.Fill(multigrid);
+    EXPECT_TRUE(multigrid.Solve());
+    multigridResults.emplace_back(multigrid.GetResult().begin(), multigrid.GetResult().end());
   }
   for (std::size_t i = 1; i < cgResults.size(); ++i) {
     EXPECT_EQ(iterations[i], iterations[0]);
     const std::size_t bytes = cgResults[0].size() * sizeof(double);
     EXPECT_EQ(std::memcmp(cgResults[i].data(), cgResults[0].data(), bytes), 0);
     EXPECT_EQ(std::memcmp(gaussResults[i].data(), gaussResults[0].data(), bytes), 0);
+    EXPECT_EQ(std::memcmp(multigridResults[i].data(), multigridResults[0].data(),
+                          multigridResults[0].size() * sizeof(double)),
+              0);
   }
+}
+
+namespace {
+
+/// A Poisson system of equal weights, its sides closed or of fixed value, with closed planes of
+/// faces (walls thinner than a cell) that leave a gap.
+void FillWalls(Grid_MultigridSolver& solver, const VecInt3D& n, bool closed, bool walls) {
+  solver.mDims = n;
+  solver.mOwner = &solver;
+  solver.Prepare();
+  const auto cell = [&](const VecInt3D& p) { return (n.y * p.z + p.y) * n.x + p.x; };
+  const auto isInner = [&](const VecInt3D& p) {
+    return p.x > 0 && p.y > 0 && p.z > 0 && p.x < n.x - 1 && p.y < n.y - 1 && p.z < n.z - 1;
+  };
+  const auto weight = [&](i32 axis, const VecInt3D& p) {  // of the face below p
+    VecInt3D below = p;
+    --below[axis];
+    if (closed && (!isInner(p) || !isInner(below))) return 0.0;
+    if (walls && axis == 0 && (p.x == n.x / 2 || p.x == n.x / 4 + 1) && p.y < n.y * 3 / 4)
+      return 0.0;
+    if (walls && axis == 1 && p.y == n.y / 3 && p.x > n.x / 2 + 2 && p.x < n.x - 6) return 0.0;
+    return 1.0;
+  };
+  double sum = 0;
+  for (i32 z = 1; z < n.z - 1; ++z)
+    for (i32 y = 1; y < n.y - 1; ++y)
+      for (i32 x = 1; x < n.x - 1; ++x) {
+        const VecInt3D p{x, y, z};
+        for (i32 axis = 0; axis < 3; ++axis)
+          for (const i32 side : {0, 1}) {
+            VecInt3D face = p, next = p;
+            face[axis] += side;
+            next[axis] += side ? 1 : -1;
+            const double w = weight(axis, face);
+            solver.GetMatrix().AddToElement(cell(p), cell(p), w);
+            solver.GetMatrix().AddToElement(cell(p), cell(next), -w);
+          }
+        solver.GetRhs()[cell(p)] = std::sin(0.3 * x) + 0.1 * ((7 * x + 13 * y + 29 * z) % 17);
+        sum += solver.GetRhs()[cell(p)];
+      }
+  if (!closed) return;
+  const double mean = sum / ((n.x - 2.0) * (n.y - 2) * (n.z - 2));
+  for (i32 z = 1; z < n.z - 1; ++z)
+    for (i32 y = 1; y < n.y - 1; ++y)
+      for (i32 x = 1; x < n.x - 1; ++x) solver.GetRhs()[cell({x, y, z})] -= mean;
+}
+
+i32 IterationsOfWalls(const VecInt3D& n, bool closed, bool walls) {
+  Grid_MultigridSolver solver;
+  FillWalls(solver, n, closed, walls);
+  EXPECT_TRUE(solver.Solve());
+  return solver.mIterations;
+}
+
+}  // namespace
+
+TEST(Multigrid, IterationsHardlyGrowWithTheGrid) {
+  for (const bool closed : {false, true}) {
+    for (const i32 n : {18, 34, 66}) {
+      EXPECT_LE(IterationsOfWalls({n, n, n}, closed, false), 13) << n << " closed " << closed;
+      EXPECT_LE(IterationsOfWalls({n, n, n}, closed, true), closed ? 26 : 20) << n << " closed " << closed;
+    }
+    EXPECT_LE(IterationsOfWalls({75, 33, 12}, closed, false), 14) << "odd, unequal sides";
+    EXPECT_LE(IterationsOfWalls({90, 5, 3}, closed, false), 14) << "a channel";
+  }
+}
+
+TEST(Multigrid, TheCycleIsSymmetricAndPositive) {
+  for (const double open : {1.0, 0.7}) {
+    const System system({23, 14, 19}, open, false, 77);
+    Grid_MultigridSolver solver;
+    system.Fill(solver);
+    Multigrid multigrid;
+    ASSERT_TRUE(multigrid.Build(solver.GetMatrix(), 1));
+    ASSERT_GT(multigrid.Levels(), 2);
+    const i32 count = static_cast<i32>(system.rows.size());
+    RandomStream random;
+    random.Seed(5);
+    std::vector<double> a(count), b(count), c(count);
+    for (i32 i = 0; i < count; ++i)
+      if (system.HasRow(i)) a[i] = random.NextUnit() - 0.5, b[i] = random.NextUnit() - 0.5;
+    const auto cycle = [&](const std::vector<double>& rhs, const std::vector<double>& with) {
+      for (i32 i = 0; i < count; ++i) multigrid.FinestRhs()[i] = static_cast<float>(rhs[i]);
+      return multigrid.Cycle(with.data());
+    };
+    const double ab = cycle(a, b), ba = cycle(b, a), aa = cycle(a, a), bb = cycle(b, b);
+    EXPECT_NEAR(ab, ba, 1e-5 * std::sqrt(aa * bb));
+    EXPECT_GT(aa, 0);
+    EXPECT_GT(bb, 0);
+  }
+}
+
+TEST(Multigrid, EdgesOfTheIteration) {
+  const System system({12, 12, 12}, 1.0, true, 3);
+  Grid_MultigridSolver solver;
+  system.Fill(solver);
+  std::fill(solver.GetRhs().begin(), solver.GetRhs().end(), 0.0);
+  EXPECT_TRUE(solver.Solve());
+  EXPECT_EQ(solver.mIterations, 0);
+  for (const double p : solver.GetResult()) ASSERT_EQ(p, 0);
+  solver.mAccuracy.maxIterations = 2;
+  system.Fill(solver);
+  EXPECT_FALSE(solver.Solve());
+  EXPECT_EQ(solver.mIterations, 2);
+  EXPECT_LT(system.Residual(solver.GetResult()), 0.5) << "what stands is used";
+  // A grid without unknowns, and one whose only level is solved at once.
+  Grid_MultigridSolver small;
+  const System nothing({2, 2, 2}, 1.0, true, 1), few({4, 5, 3}, 1.0, true, 1);
+  nothing.Fill(small);
+  EXPECT_TRUE(small.Solve());
+  few.Fill(small);
+  EXPECT_TRUE(small.Solve());
+  EXPECT_LE(small.mIterations, 3);
+  EXPECT_LT(few.Residual(small.GetResult()), 1e-7);
 }

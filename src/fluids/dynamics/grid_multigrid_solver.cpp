@@ -1,0 +1,127 @@
+#include "fluids/dynamics/grid_multigrid_solver.h"
+
+#include <cmath>
+
+#include "grids/fixed_blocks.h"
+#include "grids/wide_kernel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+void Grid_MultigridSolver::Release(bool full) {
+  LatticeSolver::Release(full);
+  if (!full) return;
+  mMultigrid.Free();
+  mPartials = {};
+}
+
+void Grid_MultigridSolver::Prepare(void*) {
+  if (!PrepareSystem()) return;
+  mPartials.resize(std::max(mDims.z, 1));
+}
+
+/// f(first cell, cells, partial of the layer) for every line with rows.
+template <class F>
+void Grid_MultigridSolver::ForEachLine(F&& f) {
+  ForEachBlock(std::max(0, mDims.z - 2), mThreads, [&](i32 block) {
+    const i32 z = block + 1;
+    double& partial = mPartials[z];
+    partial = 0;
+    for (i32 y = 1; y < mDims.y - 1; ++y) {
+      const LatticeMatrix::Line& line = mMatrix.LineAt(y, z);
+      if (!line.IsEmpty()) f(line.base + line.first, line.last - line.first, partial);
+    }
+  });
+}
+
+namespace {
+
+SULVA_WIDE_KERNEL void RedirectLine(double beta, const float* __restrict value,
+                                    double* __restrict s, i32 n) {
+  for (i32 i = 0; i < n; ++i) s[i] = static_cast<double>(value[i]) + beta * s[i];
+}
+
+SULVA_WIDE_KERNEL void DescendLine(double alpha, double scale, const double* __restrict s,
+                                   const double* __restrict z, double* __restrict x,
+                                   double* __restrict r, float* __restrict rhs, i32 n) {
+  for (i32 i = 0; i < n; ++i) {
+    x[i] += alpha * s[i];
+    r[i] -= alpha * z[i];
+    rhs[i] = static_cast<float>(scale * r[i]);
+  }
+}
+
+}  // namespace
+
+double Grid_MultigridSolver::StartResidual() {
+  const i64 layer = i64{mDims.x} * mDims.y;
+  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
+    const i64 first = z * layer, last = first + layer;
+    const double* diagonal = mMatrix.Diagonal();
+    double* r = mArrays[kRhs];
+    double top = 0;
+    for (i64 c = first; c < last; ++c) {
+      if (diagonal[c] == 0) r[c] = 0;
+      top = std::max(top, std::fabs(r[c]));
+    }
+    mPartials[z] = top;
+    for (const i32 a : {i32{kZ}, i32{kS}}) std::fill_n(mArrays[a] + first, layer, 0.0);
+  });
+  return *std::max_element(mPartials.begin(), mPartials.begin() + mDims.z);
+}
+
+double Grid_MultigridSolver::Descend(double alpha, double scale) {
+  float* rhs = mMultigrid.FinestRhs();
+  ForEachLine([&](i32 c, i32 n, double& top) {
+    double* r = mArrays[kRhs] + c;
+    DescendLine(alpha, scale, mArrays[kS] + c, mArrays[kZ] + c, mArrays[kResult] + c, r, rhs + c,
+                n);
+    top = std::max(top, MaxLine(r, n));
+  });
+  return *std::max_element(mPartials.begin() + 1, mPartials.begin() + std::max(2, mDims.z - 1));
+}
+
+void Grid_MultigridSolver::Redirect(double beta) {
+  const float* value = mMultigrid.FinestValue();
+  ForEachLine([&](i32 c, i32 n, double&) { RedirectLine(beta, value + c, mArrays[kS] + c, n); });
+}
+
+double Grid_MultigridSolver::Multiply() {
+  ForEachLine([&](i32 c, i32 n, double& dot) {
+    const double* s = mArrays[kS] + c;
+    double* z = mArrays[kZ] + c;
+    MultiplyLine(Bands(mMatrix, c), s, z, n);
+    dot += DotLine(s, z, n);
+  });
+  double dot = 0;
+  for (i32 z = 1; z < mDims.z - 1; ++z) dot += mPartials[z];
+  return dot;
+}
+
+bool Grid_MultigridSolver::Solve() {
+  mIterations = 0;
+  mResidual = 0;
+  if (!mHasSystem) return false;
+  mMatrix.FindLines(mThreads);
+  const double largest = StartResidual();
+  if (largest == 0) return true;
+  mResidual = 1;
+  if (!mMultigrid.Build(mMatrix, mThreads)) return false;
+  Descend(0, 1 / largest);
+  double rho = mMultigrid.Cycle(mArrays[kRhs]);
+  Redirect(0);
+  while (mIterations < mAccuracy.maxIterations && !IsCancelled()) {
+    if (rho == 0) return false;
+    ++mIterations;
+    const double alpha = rho / Multiply();
+    if (!std::isfinite(alpha)) return false;
+    mResidual = Descend(alpha, 1 / largest) / largest;
+    if (!(mResidual > mAccuracy.tolerance)) return true;
+    if (mIterations == mAccuracy.maxIterations) return false;
+    const double next = mMultigrid.Cycle(mArrays[kRhs]);
+    Redirect(next / rho);
+    rho = next;
+  }
+  return false;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,537 @@
+#include "fluids/dynamics/multigrid.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "grids/fixed_blocks.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+/// Cells off the outermost layer below which the last level is solved at once.
+constexpr i32 kLastCells = 64;
+/// Cells from which on a level's loops pay for more than one worker.
+constexpr i32 kCellsOfWorker = 16384;
+
+VecInt3D Inner(const VecInt3D& dims) {
+  return {std::max(0, dims.x - 2), std::max(0, dims.y - 2), std::max(0, dims.z - 2)};
+}
+i64 Volume(const VecInt3D& v) { return i64{v.x} * v.y * v.z; }
+
+/// Below this share of a row's diagonal a face counts as closed.
+constexpr float kClosedShare = 0.005F;
+
+VecInt3D CoarseCell(const VecInt3D& fine, const VecInt3D& factor) {
+  return {(fine.x - 1) / factor.x + 1, (fine.y - 1) / factor.y + 1, (fine.z - 1) / factor.z + 1};
+}
+VecInt3D FirstChild(const VecInt3D& coarse, const VecInt3D& factor) {
+  return {(coarse.x - 1) * factor.x + 1, (coarse.y - 1) * factor.y + 1,
+          (coarse.z - 1) * factor.z + 1};
+}
+
+}  // namespace
+
+LevelLine Multigrid::Level::LineAt(i32 y, i32 z) const {
+  const i32 c = Cell(1, y, z);
+  return {arrays[kValue] + c,
+          arrays[kRhs] + c,
+          arrays[kInverse] + c,
+          {arrays[kWeight] + c, arrays[kWeight + 1] + c, arrays[kWeight + 2] + c},
+          Offset(1),
+          Offset(2)};
+}
+
+bool Multigrid::Level::Resize(const VecInt3D& size) {
+  dims = size;
+  // A line's kernels may look one cell beyond the last.
+  return arrays.Resize(Volume(dims) + 1);
+}
+
+void Multigrid::Free() {
+  mLevels.clear();
+  mScratch = {};
+  mPartials = {};
+  mLastCells = {};
+  mLastFactor = {};
+  mLastValues = {};
+}
+
+void Multigrid::SetPlaces(const Level* fine, i32 axis, Level& level) {
+  const i32 n = level.dims[axis];
+  std::vector<float>& places = level.places[axis];
+  places.resize(n);
+  if (!fine) {
+    std::iota(places.begin(), places.end(), 0.0F);
+    return;
+  }
+  const std::vector<float>& from = fine->places[axis];
+  places.front() = from.front();
+  places.back() = from.back();
+  for (i32 i = 1; i < n - 1; ++i) {
+    const i32 low = (i - 1) * fine->factor[axis] + 1;
+    const i32 high = std::min<i32>(low + fine->factor[axis] - 1, fine->dims[axis] - 2);
+    places[i] = 0.5F * (from[low] + from[high]);
+  }
+}
+
+bool Multigrid::SetSizes(const VecInt3D& dims, i32 threads) {
+  VecInt3D size = dims;
+  std::size_t count = 0;
+  for (;; ++count) {
+    if (mLevels.size() <= count) mLevels.emplace_back();
+    Level& level = mLevels[count];
+    if (!level.Resize(size)) return false;
+    for (i32 axis = 0; axis < 3; ++axis)
+      SetPlaces(count == 0 ? nullptr : &mLevels[count - 1], axis, level);
+    const VecInt3D inner = Inner(size);
+    level.threads =
+        std::clamp<i32>(static_cast<i32>(Volume(inner) / kCellsOfWorker), 1, std::max(1, threads));
+    level.factor = {1, 1, 1};
+    if (Volume(inner) <= kLastCells) break;
+    for (i32 axis = 0; axis < 3; ++axis) {
+      if (inner[axis] < 2) continue;
+      level.factor[axis] = 2;
+      size[axis] = (inner[axis] + 1) / 2 + 2;
+    }
+  }
+  while (mLevels.size() > count + 1) mLevels.pop_back();
+  mScratch.resize(mLevels.front().threads);
+  mPartials.resize(std::max(1, dims.z));
+  return true;
+}
+
+bool Multigrid::Build(const LatticeMatrix& matrix, i32 threads) {
+  if (!SetSizes(matrix.Dims(), threads)) return false;
+  TakeMatrix(matrix);
+  for (std::size_t l = 1; l < mLevels.size(); ++l) FormCoarse(mLevels[l - 1], mLevels[l]);
+  FactorLast();
+  return true;
+}
+
+void Multigrid::TakeMatrix(const LatticeMatrix& matrix) {
+  const Level& level = mLevels.front();
+  const VecInt3D dims = level.dims;
+  const i64 layer = i64{dims.x} * dims.y;
+  const double* diagonal = matrix.Diagonal();
+  const double largest = MaxBlocks(layer * dims.z, layer, level.threads, [&](i64 first, i64 last) {
+    return *std::max_element(diagonal + first, diagonal + last);
+  });
+  const double scale = largest > 0 ? 1 / largest : 1.0;
+  ForEachBlock(dims.z, level.threads, [&](i32 z) {
+    const i64 first = z * layer, last = first + layer;
+    for (const i32 a : {i32{kValue}, i32{kRhs}}) std::fill_n(level.arrays[a] + first, layer, 0.0F);
+    float* inverse = level.arrays[kInverse];
+    for (i64 c = first; c < last; ++c)
+      inverse[c] = diagonal[c] > 0 ? static_cast<float>(1 / (scale * diagonal[c])) : 0.0F;
+    for (i32 axis = 0; axis < 3; ++axis) {
+      float* weight = level.arrays[kWeight + axis];
+      const double* upper = matrix.Upper(axis);
+      for (i64 c = first; c < last; ++c) weight[c] = static_cast<float>(-scale * upper[c]);
+    }
+  });
+  // Couplings to neighbours below that have no row stand in no band: they are what the diagonal has
+  // beyond the other ones.
+  ForEachBlock(std::max(0, dims.z - 2), level.threads, [&](i32 block) {
+    const i32 z = block + 1;
+    for (i32 y = 1; y < dims.y - 1; ++y)
+      for (i32 x = 1; x < dims.x - 1; ++x) {
+        const i32 c = level.Cell(x, y, z);
+        if (!(diagonal[c] > 0)) continue;
+        i32 missing[3], count = 0;
+        for (i32 axis = 0; axis < 3; ++axis)
+          if (!(diagonal[c - level.Offset(axis)] > 0)) missing[count++] = axis;
+        if (count == 0) continue;
+        double excess = diagonal[c];
+        for (i32 axis = 0; axis < 3; ++axis)
+          excess += matrix.Upper(axis)[c] + matrix.Upper(axis)[c - level.Offset(axis)];
+        if (excess <= 1e-9 * diagonal[c]) continue;
+        for (i32 i = 0; i < count; ++i)
+          level.arrays[kWeight + missing[i]][c - level.Offset(missing[i])] =
+              static_cast<float>(scale * excess / count);
+      }
+  });
+}
+
+void Multigrid::FindStraysOf(const Level& fine, const VecInt3D& cell,
+                             std::vector<Stray>& strays) const {
+  const float* inverse = fine.arrays[kInverse];
+  VecInt3D at[8];
+  i32 cells[8], part[8], count = 0;
+  const VecInt3D low = FirstChild(cell, fine.factor);
+  for (i32 k = 0; k < fine.factor.x * fine.factor.y * fine.factor.z; ++k) {
+    const VecInt3D p{low.x + k % fine.factor.x, low.y + k / fine.factor.x % fine.factor.y,
+                     low.z + k / (fine.factor.x * fine.factor.y)};
+    const i32 c = fine.Cell(p.x, p.y, p.z);
+    if (inverse[c] == 0) continue;
+    at[count] = p;
+    cells[count] = c;
+    part[count] = count;
+    ++count;
+  }
+  // Parts: cells that faces join which aren't all but closed.
+  i32 parts = count;
+  const auto join = [&](i32 a, i32 b) {
+    if (part[a] == part[b]) return;
+    const i32 from = std::max(part[a], part[b]), to = std::min(part[a], part[b]);
+    std::replace(part, part + count, from, to);
+    --parts;
+  };
+  for (i32 a = 0; a < count; ++a)
+    for (i32 b = a + 1; b < count; ++b)
+      for (i32 axis = 0; axis < 3; ++axis)
+        if (cells[b] - cells[a] == fine.Offset(axis) &&
+            fine.arrays[kWeight + axis][cells[a]] * std::max(inverse[cells[a]], inverse[cells[b]]) >
+                kClosedShare)
+          join(a, b);
+  if (parts <= 1) return;
+  i32 largest = 0;
+  for (i32 a = 1; a < count; ++a)
+    if (std::count(part, part + count, part[a]) > std::count(part, part + count, part[largest]))
+      largest = a;
+  for (i32 a = 0; a < count; ++a)
+    if (part[a] != part[largest]) strays.push_back({cells[a], -1});
+}
+
+/// The coarse neighbour that most of a stray's flow goes to. It can't hang on another stray, which
+/// may lie behind a wall of its own.
+i32 Multigrid::ParentOfStray(const Level& fine, const Level& coarse, i32 cell) const {
+  const VecInt3D at = fine.Place(cell), home = CoarseCell(at, fine.factor);
+  float strongest = 0;
+  i32 parent = -1;
+  for (i32 axis = 0; axis < 3; ++axis)
+    for (const i32 side : {-1, 1}) {
+      const i32 next = cell + side * fine.Offset(axis);
+      const float w = fine.arrays[kWeight + axis][std::min(next, cell)];
+      if (fine.arrays[kInverse][next] == 0 || fine.arrays[kValue][next] != 0 || !(w > strongest))
+        continue;
+      VecInt3D beyond = at;
+      beyond[axis] += side;
+      const VecInt3D neighbour = CoarseCell(beyond, fine.factor);
+      if (neighbour == home) continue;
+      strongest = w;
+      parent = coarse.Cell(neighbour.x, neighbour.y, neighbour.z);
+    }
+  return parent;
+}
+
+void Multigrid::FindStrays(Level& fine, const Level& coarse) {
+  const i32 layers = coarse.dims.z - 2;
+  mStraysOfLayers.resize(std::max<std::size_t>(mStraysOfLayers.size(), std::max(layers, 0)));
+  ForEachBlock(layers, fine.threads, [&](i32 block) {
+    std::vector<Stray>& strays = mStraysOfLayers[block];
+    strays.clear();
+    for (i32 y = 1; y < coarse.dims.y - 1; ++y)
+      for (i32 x = 1; x < coarse.dims.x - 1; ++x) FindStraysOf(fine, {x, y, block + 1}, strays);
+    std::sort(strays.begin(), strays.end(),
+              [](const Stray& a, const Stray& b) { return a.cell < b.cell; });
+  });
+  fine.strays.clear();
+  for (i32 layer = 0; layer < layers; ++layer)
+    fine.strays.insert(fine.strays.end(), mStraysOfLayers[layer].begin(),
+                       mStraysOfLayers[layer].end());
+  fine.firstStrays.assign(fine.dims.z + 1, 0);
+  for (const Stray& stray : fine.strays)
+    ++fine.firstStrays[stray.cell / (fine.dims.x * fine.dims.y) + 1];
+  std::partial_sum(fine.firstStrays.begin(), fine.firstStrays.end(), fine.firstStrays.begin());
+  // While the coarse level is formed, the value of a stray is its number in the list, from 1 on.
+  for (std::size_t k = 0; k < fine.strays.size(); ++k)
+    fine.arrays[kValue][fine.strays[k].cell] = static_cast<float>(k + 1);
+  for (Stray& stray : fine.strays) stray.parent = ParentOfStray(fine, coarse, stray.cell);
+}
+
+/// The distance of the cells at `low` and one above on an axis, over that of their coarse cells.
+float Multigrid::DistanceRatio(const Level& fine, const Level& coarse, i32 axis, i32 low) {
+  const auto coarseOf = [&](i32 i) {
+    return i == 0                     ? 0
+           : i == fine.dims[axis] - 1 ? coarse.dims[axis] - 1
+                                      : (i - 1) / fine.factor[axis] + 1;
+  };
+  const std::vector<float>&from = fine.places[axis], &to = coarse.places[axis];
+  const float wide = to[coarseOf(low + 1)] - to[coarseOf(low)];
+  return wide > 0 ? (from[low + 1] - from[low]) / wide : 1.0F;
+}
+
+i32 Multigrid::ParentOf(const Level& fine, const Level& coarse, const VecInt3D& cell) const {
+  const float mark = fine.arrays[kValue][fine.Cell(cell.x, cell.y, cell.z)];
+  if (mark != 0) return fine.strays[static_cast<std::size_t>(mark) - 1].parent;
+  const VecInt3D c = CoarseCell(cell, fine.factor);
+  return coarse.Cell(c.x, c.y, c.z);
+}
+
+/// Adds the entries of a cell to the row of its coarse cell. The coarse cell's own row alone is
+/// written: every face is met from both its sides.
+void Multigrid::AddRow(const Level& fine, const Level& coarse, const VecInt3D& cell,
+                       i32 parent) const {
+  const float* inverse = fine.arrays[kInverse];
+  const i32 c = fine.Cell(cell.x, cell.y, cell.z);
+  const VecInt3D home = CoarseCell(cell, fine.factor);
+  const bool stray = parent != coarse.Cell(home.x, home.y, home.z);
+  float& diagonal = coarse.arrays[kInverse][parent];
+  for (i32 axis = 0; axis < 3; ++axis) {
+    const float* weight = fine.arrays[kWeight + axis];
+    const i32 offset = fine.Offset(axis);
+    for (i32 side = 0; side < 2; ++side) {
+      const float w = weight[side ? c : c - offset];
+      if (w == 0) continue;
+      VecInt3D next = cell;
+      next[axis] += side ? 1 : -1;
+      if (inverse[side ? c + offset : c - offset] == 0) {
+        const float scaled =
+            w * DistanceRatio(fine, coarse, axis, std::min(cell[axis], next[axis]));
+        diagonal += scaled;
+        if (stray) continue;
+        if (next[axis] == 0) coarse.arrays[kWeight + axis][parent - coarse.Offset(axis)] += scaled;
+        if (next[axis] == fine.dims[axis] - 1) coarse.arrays[kWeight + axis][parent] += scaled;
+        continue;
+      }
+      const i32 other = ParentOf(fine, coarse, next);
+      if (other < 0 || other == parent) continue;
+      for (i32 a = 0; a < 3; ++a) {
+        if (std::abs(other - parent) != coarse.Offset(a)) continue;
+        const float scaled =
+            w * (a == axis ? DistanceRatio(fine, coarse, a, std::min(cell[a], next[a]))
+                           : 1 / static_cast<float>(fine.factor[a]));
+        diagonal += scaled;
+        if (other > parent) coarse.arrays[kWeight + a][parent] += scaled;
+        break;
+      }
+    }
+  }
+}
+
+void Multigrid::FormCoarse(Level& fine, Level& coarse) {
+  FindStrays(fine, coarse);
+  const i64 layer = i64{coarse.dims.x} * coarse.dims.y;
+  ForEachBlock(coarse.dims.z, coarse.threads, [&](i32 z) {
+    for (i32 a = 0; a < kArrays; ++a) std::fill_n(coarse.arrays[a] + z * layer, layer, 0.0F);
+  });
+  const float* inverse = fine.arrays[kInverse];
+  const float* mark = fine.arrays[kValue];
+  ForEachBlock(std::max(0, coarse.dims.z - 2), fine.threads, [&](i32 block) {
+    const i32 z0 = block * fine.factor.z + 1, z1 = std::min(z0 + fine.factor.z, fine.dims.z - 1);
+    for (i32 z = z0; z < z1; ++z)
+      for (i32 y = 1; y < fine.dims.y - 1; ++y)
+        for (i32 x = 1; x < fine.dims.x - 1; ++x) {
+          const i32 c = fine.Cell(x, y, z);
+          if (inverse[c] == 0 || mark[c] != 0) continue;
+          const VecInt3D home = CoarseCell({x, y, z}, fine.factor);
+          AddRow(fine, coarse, {x, y, z}, coarse.Cell(home.x, home.y, home.z));
+        }
+  });
+  for (const Stray& stray : fine.strays)
+    if (stray.parent >= 0) AddRow(fine, coarse, fine.Place(stray.cell), stray.parent);
+  for (const Stray& stray : fine.strays) fine.arrays[kValue][stray.cell] = 0;
+  ForEachBlock(coarse.dims.z, coarse.threads, [&](i32 z) {
+    float* diagonal = coarse.arrays[kInverse] + z * layer;
+    for (i64 c = 0; c < layer; ++c) diagonal[c] = diagonal[c] > 0 ? 1 / diagonal[c] : 0.0F;
+  });
+}
+
+void Multigrid::FactorLast() {
+  const Level& level = mLevels.back();
+  const float* inverse = level.arrays[kInverse];
+  mLastCells.clear();
+  for (i32 z = 1; z < level.dims.z - 1; ++z)
+    for (i32 y = 1; y < level.dims.y - 1; ++y)
+      for (i32 x = 1; x < level.dims.x - 1; ++x)
+        if (inverse[level.Cell(x, y, z)] != 0) mLastCells.push_back(level.Cell(x, y, z));
+  const std::size_t n = mLastCells.size();
+  mLastFactor.assign(n * n, 0.0);
+  mLastValues.resize(n);
+  const auto at = [&](std::size_t i, std::size_t j) -> double& { return mLastFactor[i * n + j]; };
+  for (std::size_t i = 0; i < n; ++i) {
+    at(i, i) = 1.0 / inverse[mLastCells[i]];
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const auto below = std::lower_bound(mLastCells.begin(), mLastCells.begin() + i,
+                                          mLastCells[i] - level.Offset(axis));
+      if (below == mLastCells.begin() + i || *below != mLastCells[i] - level.Offset(axis)) continue;
+      at(i, below - mLastCells.begin()) = -level.arrays[kWeight + axis][*below];
+    }
+  }
+  // A pivot that rounding alone keeps from 0 belongs to a region that is closed: its constant is
+  // free, and 0 will do.
+  for (std::size_t i = 0; i < n; ++i) {
+    const double own = at(i, i);
+    for (std::size_t j = 0; j < i; ++j) {
+      double sum = at(i, j);
+      for (std::size_t k = 0; k < j; ++k) sum -= at(i, k) * at(j, k);
+      at(i, j) = sum;
+    }
+    double pivot = own;
+    for (std::size_t j = 0; j < i; ++j) {
+      const double entry = at(i, j) * at(j, j);
+      pivot -= entry * at(i, j);
+      at(i, j) = entry;
+    }
+    at(i, i) = pivot > 1e-5 * own ? 1 / pivot : 0.0;
+  }
+}
+
+void Multigrid::SolveLast() {
+  const Level& level = mLevels.back();
+  const std::size_t n = mLastCells.size();
+  const auto at = [&](std::size_t i, std::size_t j) { return mLastFactor[i * n + j]; };
+  for (std::size_t i = 0; i < n; ++i) {
+    double sum = level.arrays[kRhs][mLastCells[i]];
+    for (std::size_t j = 0; j < i; ++j) sum -= at(i, j) * mLastValues[j];
+    mLastValues[i] = sum;
+  }
+  for (std::size_t i = n; i-- > 0;) {
+    double value = mLastValues[i] * at(i, i);
+    for (std::size_t j = i + 1; j < n; ++j) value -= at(j, i) * mLastValues[j];
+    mLastValues[i] = value;
+    level.arrays[kValue][mLastCells[i]] = static_cast<float>(value);
+  }
+}
+
+/// f(line, phase of the red half, n, z) for all lines.
+template <class F>
+void Multigrid::ForEachLine(const Level& level, F&& f) {
+  const i32 n = level.dims.x - 2;
+  ForEachBlock(std::max(0, level.dims.z - 2), level.threads, [&](i32 block) {
+    const i32 z = block + 1;
+    for (i32 y = 1; y < level.dims.y - 1; ++y) f(level.LineAt(y, z), (y + z) & 1, n, y, z);
+  });
+}
+
+void Multigrid::Descend(std::size_t l) {
+  if (l + 1 == mLevels.size()) {
+    SolveLast();
+    return;
+  }
+  Level &level = mLevels[l], &next = mLevels[l + 1];
+  ForEachLine(level,
+              [](const LevelLine& line, i32 red, i32 n, i32, i32) { StartLine(line, red, n); });
+  ForEachLine(level,
+              [](const LevelLine& line, i32 red, i32 n, i32, i32) { RelaxLine(line, red + 1, n); });
+  Restrict(level, next);
+  Descend(l + 1);
+  Prolong(level, next);
+  ForEachLine(level,
+              [](const LevelLine& line, i32 red, i32 n, i32, i32) { RelaxLine(line, red + 1, n); });
+  if (l > 0)
+    ForEachLine(level,
+                [](const LevelLine& line, i32 red, i32 n, i32, i32) { RelaxLine(line, red, n); });
+}
+
+double Multigrid::Cycle(const double* b) {
+  const Level& level = mLevels.front();
+  std::fill(mPartials.begin(), mPartials.end(), 0.0);
+  if (mLevels.size() == 1) {
+    SolveLast();
+    for (const i32 c : mLastCells) mPartials[0] += level.arrays[kValue][c] * b[c];
+    return mPartials[0];
+  }
+  Descend(0);
+  ForEachLine(level, [&](const LevelLine& line, i32 red, i32 n, i32 y, i32 z) {
+    mPartials[z] += RelaxDotLine(line, red, b + level.Cell(1, y, z), n);
+  });
+  double dot = 0;
+  for (const double partial : mPartials) dot += partial;
+  return dot;
+}
+
+void Multigrid::Restrict(Level& fine, const Level& coarse) {
+  const i32 layers = coarse.dims.z - 2;
+  const i32 workers = std::clamp(std::min(fine.threads, layers), 1, host::kMaxWorkers);
+  const auto run = [&](i32 w) {
+    RestrictLayers(fine, coarse, 1 + layers * w / workers, 1 + layers * (w + 1) / workers,
+                   mScratch[w]);
+  };
+  if (workers == 1)
+    run(0);
+  else
+    host::WorkerPool::Instance().Run(workers, run);
+  for (const Stray& stray : fine.strays)
+    if (stray.parent >= 0) coarse.arrays[kRhs][stray.parent] += stray.value;
+}
+
+void Multigrid::RestrictLayers(Level& fine, const Level& coarse, i32 first, i32 last,
+                               std::vector<float>& scratch) {
+  // Left-overs are made layer by layer, of which a coarse layer needs four; outermost cells stay 0.
+  const i32 nx = fine.dims.x, ny = fine.dims.y, n = nx - 2, m = coarse.dims.x - 2;
+  const std::size_t layer = static_cast<std::size_t>(nx) * ny;
+  scratch.assign(4 * layer + 1, 0.0F);
+  i32 held[4] = {-1, -1, -1, -1};
+  const auto lineOf = [&](i32 y, i32 z) { return &scratch[(z & 3) * layer + y * nx + 1]; };
+  const auto hold = [&](i32 z) {
+    if (held[z & 3] == z) return;
+    held[z & 3] = z;
+    for (i32 y = 1; y < ny - 1; ++y) {
+      if (z < 1 || z >= fine.dims.z - 1)
+        std::fill_n(lineOf(y, z), n, 0.0F);
+      else
+        LeftOverLine(fine.LineAt(y, z), (y + z) & 1, lineOf(y, z), n);
+    }
+    if (z < 1 || z >= fine.dims.z - 1) return;
+    const bool own = z >= (first - 1) * fine.factor.z + 1 && z < (last - 1) * fine.factor.z + 1;
+    for (i32 k = fine.firstStrays[z]; k < fine.firstStrays[z + 1]; ++k) {
+      float& left = scratch[(z & 3) * layer + fine.strays[k].cell % layer];
+      if (own) fine.strays[k].value = left;
+      left = 0;
+    }
+  };
+  const VecInt3D f = fine.factor;
+  for (i32 Z = first; Z < last; ++Z) {
+    const i32 z0 = (Z - 1) * f.z + 1, z1 = std::min(z0 + f.z, fine.dims.z - 1);
+    for (i32 z = z0 - (f.z - 1); z < z1 + (f.z - 1); ++z) hold(z);
+    for (i32 Y = 1; Y < coarse.dims.y - 1; ++Y) {
+      const LevelLine line = coarse.LineAt(Y, Z);
+      float* rhs = coarse.arrays[kRhs] + coarse.Cell(1, Y, Z);
+      std::fill_n(rhs, m, 0.0F);
+      const i32 y0 = (Y - 1) * f.y + 1, y1 = std::min(y0 + f.y, ny - 1);
+      for (i32 z = z0; z < z1; ++z)
+        for (i32 y = y0; y < y1; ++y) {
+          const float* own = lineOf(y, z);
+          RestrictAlong(own, line.weight[0], f.x == 2, rhs, m);
+          if (f.y == 2)
+            RestrictAcross(own, lineOf(y == y0 ? y - 1 : y + 1, z),
+                           y == y0 ? line.weight[1] - line.ny : line.weight[1], f.x == 2, rhs, m);
+          if (f.z == 2)
+            RestrictAcross(own, lineOf(y, z == z0 ? z - 1 : z + 1),
+                           z == z0 ? line.weight[2] - line.nz : line.weight[2], f.x == 2, rhs, m);
+        }
+      for (i32 i = 0; i < m; ++i)
+        if (line.inverse[i] == 0) rhs[i] = 0;
+    }
+  }
+}
+
+void Multigrid::Prolong(Level& fine, const Level& coarse) {
+  for (Stray& stray : fine.strays) stray.value = fine.arrays[kValue][stray.cell];
+  const i32 n = fine.dims.x - 2, m = coarse.dims.x - 2;
+  const VecInt3D f = fine.factor;
+  const i32 layers = coarse.dims.z - 2;
+  const i32 workers = std::clamp(std::min(fine.threads, layers), 1, host::kMaxWorkers);
+  const auto run = [&](i32 w) {
+    std::vector<float>& base = mScratch[w];
+    base.resize(std::max<std::size_t>(base.size(), m));
+    for (i32 Z = 1 + layers * w / workers; Z < 1 + layers * (w + 1) / workers; ++Z)
+      for (i32 Y = 1; Y < coarse.dims.y - 1; ++Y) {
+        const LevelLine line = coarse.LineAt(Y, Z);
+        for (i32 k = 0; k < f.y * f.z; ++k) {
+          const i32 sideY = k % f.y, sideZ = k / f.y;
+          const i32 y = (Y - 1) * f.y + 1 + sideY, z = (Z - 1) * f.z + 1 + sideZ;
+          if (y >= fine.dims.y - 1 || z >= fine.dims.z - 1) continue;
+          const i32 stepY = f.y == 1 ? 0 : sideY ? line.ny : -line.ny;
+          const i32 stepZ = f.z == 1 ? 0 : sideZ ? line.nz : -line.nz;
+          CorrectionLine(line.value, stepY, line.weight[1] - (sideY ? 0 : line.ny), stepZ,
+                         line.weight[2] - (sideZ ? 0 : line.nz), base.data(), m);
+          const LevelLine to = fine.LineAt(y, z);
+          ProlongLine(base.data(), line.value, line.weight[0], f.x == 2, to.inverse, (y + z) & 1,
+                      to.value, n);
+        }
+      }
+  };
+  if (workers == 1)
+    run(0);
+  else
+    host::WorkerPool::Instance().Run(workers, run);
+  for (const Stray& stray : fine.strays)
+    fine.arrays[kValue][stray.cell] =
+        stray.value + (stray.parent >= 0 ? coarse.arrays[kValue][stray.parent] : 0.0F);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,51 @@
+// Loops over lines of cells along x of a level of the multigrid cycle.
+#pragma once
+#include "host/types.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A line of a level's cells, from its first cell off the outermost layer on. `weight` holds the
+/// positive couplings to the next cell on each axis, `inverse` the inverse diagonal, 0 in rows
+/// without entries, whose `value` is always 0.
+struct LevelLine {
+  float* value;
+  const float* rhs;
+  const float* inverse;
+  const float* weight[3];
+  i32 ny, nz;  ///< distance of neighbours along y and z
+};
+
+/// value = rhs over the diagonal in the cells i with (i + phase) even; the first half sweep of a
+/// cycle, whose values start at 0.
+void StartLine(const LevelLine& line, i32 phase, i32 n);
+/// A half sweep of Gauss-Seidel: the cells i with (i + phase) even.
+void RelaxLine(const LevelLine& line, i32 phase, i32 n);
+/// As `RelaxLine`; returns the sum of value[i] b[i] over all cells.
+double RelaxDotLine(const LevelLine& line, i32 phase, const double* b, i32 n);
+/// What is left in the cells i with (i + phase) even after a first half sweep there and a second in
+/// the other cells, where nothing is left: the couplings times the neighbours' values.
+void LeftOverLine(const LevelLine& line, i32 phase, float* __restrict left, i32 n);
+
+/// Share of a coarse neighbour in the correction of a cell that lies a quarter of a coarse cell off
+/// its own coarse cell's centre, with an open face between the two.
+inline constexpr float kNeighbourShare = 0.25F;
+inline float ShareThrough(float weight) { return weight > 0 ? kNeighbourShare : 0.0F; }
+
+/// What a line of coarse cells, n long, takes from fine lines on both sides of one of its faces
+/// along y or z: `own` and `other` are the left-over of the nearest line on this side and beyond.
+/// With `pairs` two fine cells lie in a coarse one along x.
+void RestrictAcross(const float* own, const float* other, const float* weight, bool pairs,
+                    float* __restrict rhs, i32 n);
+/// What a line of coarse cells takes from a fine line inside it, and along x from its neighbours.
+void RestrictAlong(const float* left, const float* weight, bool pairs, float* __restrict rhs,
+                   i32 n);
+
+/// base = value + the share of the neighbours at `stepY` and `stepZ` (0: none) through their faces.
+void CorrectionLine(const float* value, i32 stepY, const float* weightY, i32 stepZ,
+                    const float* weightZ, float* __restrict base, i32 n);
+/// Adds the correction to the cells i with (i + phase) even of a fine line of m cells; `value` and
+/// `weight` are those of the coarse line along x.
+void ProlongLine(const float* base, const float* value, const float* weight, bool pairs,
+                 const float* inverse, i32 phase, float* __restrict fine, i32 m);
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
