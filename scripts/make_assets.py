@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Makes the meshes of the ready-made scenes: scenes/assets/urn.obj.
+"""Makes the meshes of the ready-made scenes: scenes/assets/urn.obj and logs.obj.
 
-The urn is a turned profile with a bowl, a fluted belly and two handles: one closed surface, turned
-outward, without self-intersections, 2 units across. The output is the same
-on every machine: coordinates are rounded to 1e-5 of a unit.
+The urn is a turned profile with a bowl, a fluted belly and two handles. The logs lean against each
+other as for a campfire. All surfaces are closed, turned outward and free of intersections, 2 units
+across. The output is the same on every machine: coordinates are rounded to 1e-5 of a unit.
 """
 import argparse
 import math
@@ -16,6 +16,12 @@ FLUTES = 12
 HANDLE = 2        # a handle grows out of HANDLE x HANDLE faces of the body
 HANDLE_RINGS = 16
 HANDLE_RADIUS = 5.0
+
+LOGS = 7
+LOG_ROUND = 14    # points round a log
+LOG_RINGS = 12    # rings along it
+LOG_RADIUS = 0.13
+LOG_TWIST = 0.95  # how far a log's top lies round the axis from its foot, radians
 
 # Radius and height, from the middle of the foot outward, up the outside, over the lip, down into
 # the bowl.
@@ -141,6 +147,58 @@ def urn():
     return mesh
 
 
+def log_axis(k):
+    """Middle of log k at its rings, and its radius there."""
+    at = 2 * math.pi * k / LOGS + 0.08 * math.sin(5.0 * k)
+    length = 1 + 0.16 * math.sin(2.3 * k + 1)
+    foot = (math.cos(at), 0.12, math.sin(at))
+    top = (0.4 * math.cos(at + LOG_TWIST), 1.5, 0.4 * math.sin(at + LOG_TWIST))
+    middles, radii = [], []
+    for i in range(LOG_RINGS):
+        t = length * i / (LOG_RINGS - 1)
+        bow = 0.05 * math.sin(3.0 * t + 2.0 * k)
+        middles.append((foot[0] + t * (top[0] - foot[0]) + bow * math.sin(at),
+                        foot[1] + t * (top[1] - foot[1]),
+                        foot[2] + t * (top[2] - foot[2]) - bow * math.cos(at)))
+        radii.append(LOG_RADIUS * (1.12 - 0.32 * t + 0.05 * math.sin(7.0 * t + 3.0 * k)))
+    return middles, radii
+
+
+def logs():
+    mesh = Mesh()
+    axes = [log_axis(k) for k in range(LOGS)]
+    for a in range(LOGS):
+        for b in range(a):
+            gap = min(math.dist(p, q) - r - s for p, r in zip(*axes[a]) for q, s in zip(*axes[b]))
+            assert gap > 0.02, "logs run into each other"
+    for k, (middles, radii) in enumerate(axes):
+        way = [b - a for a, b in zip(middles[0], middles[-1])]
+        norm = math.hypot(*way)
+        way = [w / norm for w in way]
+        flat = math.hypot(way[0], way[2])
+        side = (way[2] / flat, 0.0, -way[0] / flat)
+        up = (way[1] * side[2] - way[2] * side[1], way[2] * side[0] - way[0] * side[2],
+              way[0] * side[1] - way[1] * side[0])
+        rings = []
+        for (x, y, z), radius in zip(middles, radii):
+            ring = []
+            for j in range(LOG_ROUND):
+                angle = 2 * math.pi * j / LOG_ROUND
+                r = radius * (1 + 0.07 * math.sin(5 * angle + k))
+                c, s = r * math.cos(angle), r * math.sin(angle)
+                ring.append(mesh.point(x + c * side[0] + s * up[0], y + c * side[1] + s * up[1],
+                                       z + c * side[2] + s * up[2]))
+            rings.append(ring)
+        foot, top = mesh.point(*middles[0]), mesh.point(*middles[-1])
+        for j in range(LOG_ROUND):
+            i = (j + 1) % LOG_ROUND
+            mesh.faces.append((foot, rings[0][i], rings[0][j]))
+            mesh.faces.append((top, rings[-1][j], rings[-1][i]))
+            for low, high in zip(rings, rings[1:]):
+                mesh.faces.append((low[j], low[i], high[i], high[j]))
+    return mesh
+
+
 def tidy(mesh):
     """Drops points that no face uses, rounds the others and fits them to 2 units across."""
     used = sorted({i for f in mesh.faces for i in f})
@@ -172,15 +230,17 @@ def main():
     root = pathlib.Path(__file__).resolve().parent.parent
     parser.add_argument("--out", type=pathlib.Path, default=root / "scenes" / "assets")
     folder = parser.parse_args().out
-    points, faces = tidy(urn())
-    check(points, faces)
-    lines = ["# made by scripts/make_assets.py"]
-    lines += ["v %.5f %.5f %.5f" % p for p in points]
-    lines += ["f " + " ".join(str(i + 1) for i in f) for f in faces]
     folder.mkdir(parents=True, exist_ok=True)
-    (folder / "urn.obj").write_text("\n".join(lines) + "\n")
-    triangles = sum(len(f) - 2 for f in faces)
-    print(f"{folder / 'urn.obj'}: {len(points)} points, {triangles} triangles")
+    for name, mesh in (("urn", urn()), ("logs", logs())):
+        points, faces = tidy(mesh)
+        check(points, faces)
+        lines = ["# made by scripts/make_assets.py"]
+        lines += ["v %.5f %.5f %.5f" % p for p in points]
+        lines += ["f " + " ".join(str(i + 1) for i in f) for f in faces]
+        file = folder / f"{name}.obj"
+        file.write_text("\n".join(lines) + "\n")
+        triangles = sum(len(f) - 2 for f in faces)
+        print(f"{file}: {len(points)} points, {triangles} triangles")
 
 
 if __name__ == "__main__":

@@ -87,7 +87,7 @@ void PictureContent::Add(const Field& field, bool isFirst) {
     return;
   }
   PreviewLayer layer;
-  layer.palette = field.isHeat || !isFirst ? Palette::Heat : Palette::Smoke;
+  layer.palette = field.isHeat || !isFirst ? Palette::Fire : Palette::Smoke;
   layer.full = field.valueMax > 0 && field.valueMax < 1e12 ? field.valueMax : 1;
   if (field.kind == Field::Kind::Velocity) {
     made.push_back(SpeedOf(field));

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 
+#include "app/fire_light.h"
 #include "grids/for_each_cell.h"
 #include "grids/sampling.h"
 
@@ -15,16 +16,17 @@ constexpr i32 kLongSide = 512;
 /// Optical depth of smoke at full density across the long side of the box.
 constexpr double kFullDepth = 32;
 constexpr double kShadow = 0.5;  ///< how much of its depth smoke casts as shadow
-constexpr double kGlow = 45;     ///< light of heat at its full value across the long side
-
-using Colour = std::array<float, 3>;
+constexpr double kGlow = 4;      ///< brightness of fire across the long side
+constexpr float kLit = 0.16f;    ///< how much of a fire's light things round it catch
 
 constexpr Colour kSky{0.085f, 0.115f, 0.175f};  ///< light from all sides, under the cold sky
 constexpr Colour kSun{1.00f, 0.94f, 0.84f};     ///< light from above
 
-/// Light that reaches the eye and what is left of the background, per column of cells.
+/// Light that reaches the eye, by what it comes from, and what is left of the background, per
+/// column of cells.
 struct Column {
-  Colour light{};
+  Colour light{};  ///< of what is lit
+  Colour glow{};   ///< of fire
   float through = 1;
 };
 
@@ -41,13 +43,6 @@ Axes AxesOf(int axis) {
 
 Colour Albedo(Palette palette) {
   return palette == Palette::Dust ? Colour{0.80f, 0.66f, 0.50f} : Colour{0.90f, 0.91f, 0.92f};
-}
-
-/// Colour of heat at `t` of its full value: red, orange, yellow, white.
-Colour HeatColour(float t) {
-  t = std::clamp(t, 0.0f, 1.0f);
-  return {std::min(1.0f, 0.55f + 2.2f * t), std::min(1.0f, 0.10f + 1.6f * t * t + 0.3f * t),
-          std::min(1.0f, 0.03f + 1.1f * t * t * t)};
 }
 
 /// A box of cells of the picture, upper corner exclusive.
@@ -67,18 +62,17 @@ struct Slice {
 /// `mCoarse` cells on an axis.
 class Drawing {
  public:
-  explicit Drawing(const PreviewView& view) : mView(view), mAxes(AxesOf(view.axis)) {
-    const Vec3d size = view.max - view.min;
-    mLong = std::max({size.x, size.y, size.z});
-    mCoarse = std::max(1, static_cast<i32>(std::ceil(mLong / view.cell / kMostCells)));
-    mCell = view.cell * mCoarse;
-    for (int a = 0; a < 3; ++a)
-      mCells[a] = std::clamp(static_cast<i32>(std::ceil(size[a] / mCell - 1e-3)), 1, kMostCells);
+  explicit Drawing(const PreviewView& view)
+      : mView(view), mAxes(AxesOf(view.axis)), mFire(MeasureCells()) {
     mColumns.resize(std::size_t{1} * Nu() * Nv());
     mLight.assign(mColumns.size(), 1.0f);
     mSlice.depth.resize(mColumns.size());
     mSlice.albedo.resize(mColumns.size());
     mSlice.glow.resize(mColumns.size());
+    for (i32 i = 0; i <= kRampSteps; ++i) {
+      mRamp.push_back(FireColour(static_cast<float>(i) / kRampSteps));
+      for (float& c : mRamp.back()) c *= static_cast<float>(kGlow * PerCell());
+    }
   }
 
   void Draw(const std::vector<PreviewLayer>& layers, const std::vector<PreviewSolid>& solids);
@@ -86,6 +80,20 @@ class Drawing {
 
  private:
   static constexpr i32 kMostCells = 768;  ///< on an axis
+  static constexpr i32 kRampSteps = 256;
+
+  /// Cells of the picture, as `mCells` as well.
+  VecInt3D MeasureCells() {
+    const Vec3d size = mView.max - mView.min;
+    mLong = std::max({size.x, size.y, size.z});
+    mCoarse = std::max(1, static_cast<i32>(std::ceil(mLong / mView.cell / kMostCells)));
+    mCell = mView.cell * mCoarse;
+    for (int a = 0; a < 3; ++a)
+      mCells[a] = std::clamp(static_cast<i32>(std::ceil(size[a] / mCell - 1e-3)), 1, kMostCells);
+    return mCells;
+  }
+  /// What a cell of the box counts across the long side, spread over a column of the picture.
+  double PerCell() const { return mView.cell / mLong / (double{1} * mCoarse * mCoarse); }
 
   i32 Nu() const { return mCells[mAxes.u]; }
   i32 Nv() const { return mCells[mAxes.v]; }
@@ -94,6 +102,14 @@ class Drawing {
   std::size_t ColumnOf(const VecInt3D& cell) const {
     const i32 u = cell[mAxes.u], v = cell[mAxes.v];
     return ColumnAt(mAxes.flipU ? Nu() - 1 - u : u, mAxes.flipV ? Nv() - 1 - v : v);
+  }
+  /// Cell of the picture in a column of a slice.
+  VecInt3D CellOf(i32 u, i32 v, i32 d) const {
+    VecInt3D cell;
+    cell[mAxes.u] = mAxes.flipU ? Nu() - 1 - u : u;
+    cell[mAxes.v] = mAxes.flipV ? Nv() - 1 - v : v;
+    cell[mAxes.d] = d;
+    return cell;
   }
   /// Cell of the box, not coarsened, in which a grid's first sample lies.
   VecInt3D FirstCell(const GridLayout& layout) const {
@@ -117,7 +133,22 @@ class Drawing {
     return w;
   }
 
+  /// Light of the fire that a cell catches.
+  Colour FireOn(const VecInt3D& cell) const {
+    if (mFire.IsDark()) return {};
+    Colour light = mFire.At(cell);
+    for (float& c : light) c *= kLit;
+    return light;
+  }
+  const Colour& GlowOf(float share) const {
+    return mRamp[static_cast<std::size_t>(std::min(share, 1.0f) * kRampSteps + 0.5f)];
+  }
   void Clear(const Window& window);
+  /// Calls f(cell, share) for the cells of a window where a layer has something: the share of its
+  /// full value, and the cell of the picture.
+  template <class F>
+  void ForEachShare(const PreviewLayer& layer, const Window& window, F&& f) const;
+  void GatherFire(const std::vector<PreviewLayer>& layers);
   void AddLayer(const PreviewLayer& layer, const Window& window);
   void AddSolid(const PreviewSolid& solid, const Window& window);
   void Composite(const Window& window);
@@ -131,10 +162,13 @@ class Drawing {
   std::vector<Column> mColumns;
   std::vector<float> mLight;
   Slice mSlice;
+  std::vector<Colour> mRamp;  ///< light of a cell of the box by its share, in `kRampSteps`
+  FireLight mFire;
 };
 
 void Drawing::Draw(const std::vector<PreviewLayer>& layers,
                    const std::vector<PreviewSolid>& solids) {
+  GatherFire(layers);
   for (i32 d = mCells[mAxes.d] - 1; d >= 0; --d) {
     // Only what lies round the layers of this slice is cleared and summed up.
     Window smoke{mCells, {0, 0, 0}};
@@ -159,7 +193,8 @@ void Drawing::Clear(const Window& w) {
   });
 }
 
-void Drawing::AddLayer(const PreviewLayer& layer, const Window& window) {
+template <class F>
+void Drawing::ForEachShare(const PreviewLayer& layer, const Window& window, F&& f) const {
   if (window.IsEmpty()) return;
   const EGrid<double>& grid = *layer.grids[0];
   const VecInt3D first = FirstCell(grid.mLayout);
@@ -167,25 +202,40 @@ void Drawing::AddLayer(const PreviewLayer& layer, const Window& window) {
                             window.high * VecInt3D{mCoarse, mCoarse, mCoarse} - first},
                            {0, 0, 0}, grid.Dims());
   const double perValue = 1 / layer.full;
-  const double perCell = mView.cell / mLong / (double{1} * mCoarse * mCoarse);
-  const Colour albedo = Albedo(layer.palette);
   ForEachCell(box, [&](i32 x, i32 y, i32 z) {
     const i32 at = grid.Index(x, y, z);
     double value = grid[at];
     if (layer.grids[1]) value = Length(Vec3d{value, (*layer.grids[1])[at], (*layer.grids[2])[at]});
     if (!(value > 0)) return;
-    const VecInt3D cell{(x + first.x) / mCoarse, (y + first.y) / mCoarse, (z + first.z) / mCoarse};
+    f(VecInt3D{(x + first.x) / mCoarse, (y + first.y) / mCoarse, (z + first.z) / mCoarse},
+      static_cast<float>(value * perValue));
+  });
+}
+
+void Drawing::GatherFire(const std::vector<PreviewLayer>& layers) {
+  for (const PreviewLayer& layer : layers)
+    if (layer.palette == Palette::Fire)
+      ForEachShare(layer, WindowOf(layer.grids[0]->mLayout),
+                   [&](const VecInt3D& cell, float share) { mFire.Add(cell, GlowOf(share)); });
+  mFire.Spread();
+}
+
+void Drawing::AddLayer(const PreviewLayer& layer, const Window& window) {
+  if (layer.palette == Palette::Fire) {
+    ForEachShare(layer, window, [&](const VecInt3D& cell, float share) {
+      Colour& sum = mSlice.glow[ColumnOf(cell)];
+      const Colour& glow = GlowOf(share);
+      for (int c = 0; c < 3; ++c) sum[c] += glow[c];
+    });
+    return;
+  }
+  const Colour albedo = Albedo(layer.palette);
+  const float perShare = static_cast<float>(kFullDepth * PerCell());
+  ForEachShare(layer, window, [&](const VecInt3D& cell, float share) {
     const std::size_t column = ColumnOf(cell);
-    const float share = static_cast<float>(value * perValue);
-    if (layer.palette == Palette::Heat) {
-      const Colour colour = HeatColour(share);
-      const float strength = static_cast<float>(kGlow * perCell) * share;
-      for (int c = 0; c < 3; ++c) mSlice.glow[column][c] += strength * colour[c];
-    } else {
-      const float depth = static_cast<float>(kFullDepth * perCell) * share;
-      mSlice.depth[column] += depth;
-      for (int c = 0; c < 3; ++c) mSlice.albedo[column][c] += depth * albedo[c];
-    }
+    const float depth = perShare * share;
+    mSlice.depth[column] += depth;
+    for (int c = 0; c < 3; ++c) mSlice.albedo[column][c] += depth * albedo[c];
   });
 }
 
@@ -205,9 +255,10 @@ void Drawing::AddSolid(const PreviewSolid& solid, const Window& window) {
     const Vec3d normal = Normalised(SampleGradient(grid, at, mView.cell));
     const double lit = 0.25 + 0.75 * std::max(0.0, Dot(normal, lamp));
     const float strength = static_cast<float>(cover * lit) * column.through;
-    column.light[0] += 0.20f * strength;
-    column.light[1] += 0.24f * strength;
-    column.light[2] += 0.32f * strength;
+    const Colour fire = FireOn(cell);
+    const float caught = static_cast<float>(cover) * column.through;
+    const Colour paint{0.20f, 0.24f, 0.32f};
+    for (int c = 0; c < 3; ++c) column.light[c] += paint[c] * strength + 0.3f * fire[c] * caught;
     column.through *= static_cast<float>(1 - cover);
   });
 }
@@ -225,7 +276,7 @@ void Drawing::Composite(const Window& window) {
     for (i32 u = lowU; u < highU; ++u) {
       const std::size_t at = ColumnAt(u, v);
       Column& column = mColumns[at];
-      for (int c = 0; c < 3; ++c) column.light[c] += column.through * mSlice.glow[at][c];
+      for (int c = 0; c < 3; ++c) column.glow[c] += column.through * mSlice.glow[at][c];
       const float depth = mSlice.depth[at];
       if (depth <= 0) continue;
       float& lamp = mLight[alongView ? at : static_cast<std::size_t>(u)];
@@ -235,8 +286,9 @@ void Drawing::Composite(const Window& window) {
       lamp *= half;
       const float left = std::exp(-depth);
       const float scattered = column.through * (1 - left) / depth;
+      const Colour fire = FireOn(CellOf(u, v, window.low[mAxes.d]));
       for (int c = 0; c < 3; ++c)
-        column.light[c] += scattered * mSlice.albedo[at][c] * (kSky[c] + kSun[c] * sun);
+        column.light[c] += scattered * mSlice.albedo[at][c] * (kSky[c] + kSun[c] * sun + fire[c]);
       column.through *= left;
     }
 }
@@ -285,17 +337,23 @@ Picture Drawing::Develop() const {
     const float up = 1 - (static_cast<float>(row) + 0.5f) / picture.height;
     const Colour background{0.006f + 0.008f * up, 0.007f + 0.010f * up, 0.010f + 0.016f * up};
     for (const Taps& tu : tapsU) {
-      Colour light{};
+      Colour light{}, glow{};
       float through = 0;
       for (int j = 0; j < 4; ++j)
         for (int i = 0; i < 4; ++i) {
           const Column& c = mColumns[std::size_t{1} * tv.index[j] * Nu() + tu.index[i]];
           const float weight = tv.weight[j] * tu.weight[i];
-          for (int k = 0; k < 3; ++k) light[k] += weight * c.light[k];
+          for (int k = 0; k < 3; ++k) {
+            light[k] += weight * c.light[k];
+            glow[k] += weight * c.glow[k];
+          }
           through += weight * c.through;
         }
       through = std::clamp(through, 0.0f, 1.0f);
-      for (int k = 0; k < 3; ++k) *out++ = ToByte(light[k] + through * background[k]);
+      // Film saturates: where a fire is deep or hot, its red comes to an end first.
+      for (int k = 0; k < 3; ++k)
+        *out++ =
+            ToByte(light[k] + through * background[k] + 1 - std::exp(-std::max(glow[k], 0.0f)));
     }
   }
   return picture;

@@ -7,9 +7,9 @@
 
 namespace MELDO_GLOBAL::app {
 
-enum class Palette { Smoke, Dust, Heat };
+enum class Palette { Smoke, Dust, Fire };
 
-/// A field that scatters (smoke, dust) or glows (heat). Grids at cell centres: one component, or
+/// A field that scatters (smoke, dust) or glows like a hot body (fire). Grids at cell centres: one component, or
 /// three of a vector whose length counts.
 struct PreviewLayer {
   const EGrid<double>* grids[3] = {};

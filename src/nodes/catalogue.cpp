@@ -16,6 +16,11 @@
 #include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_swirling.h"
 #include "fluids/operators/grid_advection.h"
+#include "fluids/operators/grid_combustion.h"
+#include "fluids/operators/grid_cooling.h"
+#include "fluids/operators/grid_diffusion.h"
+#include "fluids/operators/grid_dissipate.h"
+#include "fluids/operators/grid_variable_density.h"
 #include "fluids/surfacetracker/mesh/mesh.h"
 #include "fluids/surfacetracker/mesh/multi_mesh.h"
 #include "fluids/volume/multi_volume.h"
@@ -55,6 +60,9 @@ const std::vector<NodeKind>& Catalogue() {
      Duration::Parameters, Make<Duration>},
     {1300000, "server", "Sulva Scene", "Scene", 0, 0, 0, "", {}, {}, {"Support"},
      Scene::Parameters, nullptr},
+    {1300001, "grid_diffusion", "GOP::Diffusor", "GridDiffusion", GridDiffusion::kTypeId, 4,
+     kCategoryGrid, "IE", {15}, 30, {"Grids/Operators"}, GridDiffusion::Parameters,
+     Make<GridDiffusion>},
     {1300002, "fluid", "Gaseous Dynamics", "FluidSolver", kTypeFluidSolver, 5, 0, "S", {5, 9, 10, 11},
      30, {"Dynamics"}, FluidSolver::Parameters, Make<FluidSolver>},
     {1300005, "gridemitter", "Emitter::Grid", "ObjectGridEmitter", kTypeObjectGridEmitter, 3,
@@ -91,14 +99,25 @@ const std::vector<NodeKind>& Catalogue() {
      {}, {}, {"Grids"}, FireField::Parameters, Make<FireField>},
     {1300030, "channel_vector", "Vector", "VectorGridChannel", kTypeVectorChannel, 1,
      kVectorChannel, "R", {}, {}, {"Grids"}, VectorField::Parameters, Make<VectorField>},
+    {1300041, "grid_cooling", "GOP::Cooling", "GridCooling", GridCooling::kTypeId, 4, kCategoryGrid,
+     "", {15}, 20, {"Grids/Operators"}, GridCooling::Parameters, Make<GridCooling>},
+    {1300042, "grid_combustion_fire", "GOP::Combustion", "GridCombustion", GridCombustion::kTypeId,
+     4, kCategoryGrid, "", {7}, 20, {"Grids/Operators"}, GridCombustion::Parameters,
+     Make<GridCombustion>},
     {1300112, "channel_temp", "Temperature", "TemperatureGridChannel", kTypeTemperatureChannel, 1,
      kScalarChannel, "R", {}, {}, {"Grids"}, TemperatureField::Parameters,
      Make<TemperatureField>},
+    {1300116, "grid_dissipate", "GOP::Dissipation", "GridDissipate", GridDissipate::kTypeId, 4,
+     kCategoryGrid, "", {15}, 21, {"Grids/Operators"}, GridDissipate::Parameters,
+     Make<GridDissipate>},
     {1300121, "grid_celliterator", "Emitter::Cell Iterator", "Grid_CellEmitter", kTypeCellEmitter,
      3, kCategoryGrid, "", {5}, 15, {"Grids/Emitters"}, Grid_CellEmitter::Parameters,
      Make<Grid_CellEmitter>},
     {1300122, "grid_advection", "GOP::Advection", "GridAdvection", 0, 4, kCategoryGrid, "SI", {6}, 5,
      {"Grids/Operators"}, GridAdvection::Parameters, Make<GridAdvection>},
+    {1300125, "grid_variabledensity", "GOP::VariableDensity", "GridVariableDensity",
+     GridVariableDensity::kTypeId, 4, kCategoryGrid, "", {7}, 20, {"Dynamics/Operators"},
+     GridVariableDensity::Parameters, Make<GridVariableDensity>},
     {1300133, "volume_multi", "MultiVolume", "MultiVolume", kTypeMultiVolume, 2, kCategoryVolume,
      "SV", {3}, 0, {"Bodies"}, MultiVolume::Parameters, Make<MultiVolume>},
     {1300143, "mesh", "Mesh", "Mesh", kTypeMesh, 2, kCategoryMesh, "SV", {3}, 0, {"Bodies"},

@@ -1,43 +1,14 @@
 // Every ready-made scene and every small end-to-end scene runs, moves and warns of nothing.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <sstream>
+#include <algorithm>
+
+#include "app/scene_run.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
 
 namespace {
-
-struct SceneRun {
-  int status = -1;
-  std::string errors;
-  std::vector<json> frames;
-};
-
-/// Runs a scene's first frames, coarser than it is, in a folder of its own.
-SceneRun RunCoarsely(const fs::path& scene, double cellSize, int last) {
-  const fs::path out = fs::temp_directory_path() / ("sulva_ready_" + scene.stem().string());
-  fs::remove_all(out);
-  fs::create_directories(out);
-  std::ostringstream command;
-  command << '"' << SULVA_BINARY << "\" run \"" << scene.string()
-          << "\" --quiet --frames 0:" << last << " --out \"" << (out / "run").string()
-          << "\" --set scene.cell_size=" << cellSize << " 2> \"" << (out / "errors").string()
-          << '"';
-  SceneRun run;
-  run.status = std::system(command.str().c_str());
-  std::ifstream errors(out / "errors");
-  run.errors.assign(std::istreambuf_iterator<char>(errors), {});
-  std::ifstream lines(out / "run" / "stats.jsonl");
-  for (std::string line; std::getline(lines, line);)
-    if (json value = json::parse(line); value.contains("frame")) run.frames.push_back(value);
-  fs::remove_all(out);
-  return run;
-}
 
 std::vector<fs::path> ScenesIn(const char* folder) {
   std::vector<fs::path> found;

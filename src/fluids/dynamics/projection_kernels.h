@@ -13,14 +13,17 @@ struct ConstantDensity {
   double value;
   double operator()(i32 /*cell*/, i32 /*neighbour*/) const { return value; }
 };
-/// `scale` over the density of a face, the mean of its two cells; empty cells of the channel count
-/// as next to nothing.
+/// `scale` over the density of a face, the mean of its two cells. A cell without density, such as
+/// one of the outermost layer that nothing fills, takes that of its neighbour.
 struct VariableDensity {
   static constexpr double kLeast = 1e-6;
   double scale;
   const double* density;
   double operator()(i32 cell, i32 neighbour) const {
-    return scale / std::max(kLeast, 0.5 * (density[cell] + density[neighbour]));
+    const double a = density[cell], b = density[neighbour];
+    const double one = a > b ? a : b;
+    const double face = (a > 0) & (b > 0) ? 0.5 * (a + b) : one;
+    return scale / (face > kLeast ? face : kLeast);
   }
 };
 

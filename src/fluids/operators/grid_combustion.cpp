@@ -1,0 +1,282 @@
+#include "fluids/operators/grid_combustion.h"
+
+#include "grids/fixed_blocks.h"
+#include "grids/sampling.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+
+/// Oxygen of fresh air, less fuel and smoke in the cell.
+constexpr double kFreshOxygen = 3.23;
+constexpr i32 kPriority = 20;
+
+ParameterRow FlameCurveRow(i32 id, std::string_view name, SplineData curve, std::string_view help) {
+  ParameterRow row = CurveRow(id, name, help);
+  row.creation = std::move(curve);
+  return row.Missing(std::monostate{});
+}
+
+}  // namespace
+
+const ParameterTable& GridCombustion::Parameters() {
+  const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
+  static const ParameterTable table = {
+      LinkRow(1000, "temperature", "temperature channel that the fire heats", scalars),
+      LinkRow(1001, "fire", "fire channel that the burning cells write", {1300029}),
+      LinkRow(1002, "fuel", "channel that burns; without one the fire channel shapes a flame",
+              {1300027, 1300028}),
+      LinkRow(1003, "smoke", "channel that takes the smoke", scalars),
+      LinkRow(12, "solver", "solver that the fire expands", {1300002, 1300003, 1300004}),
+      LongRow(1004, "mode", 0, "", "how fuel burns").Choices({{0, "simple"}, {1, "oxygen"}}),
+      RealRow(2, "burn_rate", 1.0, "1/s", "fuel burnt a second").AtLeast(0),
+      RealRow(3, "oxygen_ratio", 0.19, "", "fuel per unit of oxygen, for the mode oxygen")
+          .AtLeast(1e-6),
+      RealRow(4, "base_temperature", 500.0, "K",
+              "coolest temperature of a flame, without a fuel channel"),
+      RealRow(5, "heat", 1000.0, "K", "temperature gained per unit of fuel burnt"),
+      FlameCurveRow(6, "temperature_curve", {{{0, 0.8}, {1, 0.2}}},
+                    "without a fuel channel: temperature over the age of the flame, as a share of "
+                    "the channel's range"),
+      RealRow(7, "smoke_amount", 0.2, "",
+              "smoke per unit of fuel burnt, times the length of the step in seconds: per substep; "
+              "without a fuel channel, smoke per substep")
+          .AtLeast(0),
+      FlameCurveRow(8, "smoke_curve", {{{0, 0}, {1, 1}}},
+                    "without a fuel channel: smoke over the age of the flame, per substep"),
+      RealRow(9, "expansion", 0.2, "1/s",
+              "divergence per unit of fuel burnt, times the burn rate in the mode simple: per "
+              "substep; without a fuel channel, the divergence of every burning cell"),
+  };
+  return table;
+}
+
+GridCombustion::GridCombustion(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mPriority = kPriority;
+  mStageMask |= StageBit(kOperators);
+}
+
+GridCombustion::GridCombustion(const GridCombustion& other)
+    : iObject(other),
+      mTemperature(other.mTemperature),
+      mFire(other.mFire),
+      mFuel(other.mFuel),
+      mSmoke(other.mSmoke),
+      mSolver(other.mSolver),
+      mConstraints(other.mConstraints),
+      mMode(other.mMode),
+      mBurnRate(other.mBurnRate),
+      mRatio(other.mRatio),
+      mBaseTemperature(other.mBaseTemperature),
+      mHeat(other.mHeat),
+      mSmokeAmount(other.mSmokeAmount),
+      mExpansion(other.mExpansion),
+      mTemperatureCurve(other.mTemperatureCurve),
+      mSmokeCurve(other.mSmokeCurve) {}
+
+bool GridCombustion::ReadParameters(void* context) {
+  mPriority = kPriority;
+  if (!iObject::ReadParameters(context)) return false;
+  mMode = mInterface.GetLong(1004);
+  mBurnRate = mInterface.GetReal(2);
+  mRatio = mInterface.GetReal(3);
+  mBaseTemperature = mInterface.GetReal(4);
+  mHeat = mInterface.GetReal(5);
+  mTemperatureCurve = mInterface.GetSpline(6);
+  mSmokeAmount = mInterface.GetReal(7);
+  mSmokeCurve = mInterface.GetSpline(8);
+  mExpansion = mInterface.GetReal(9);
+  return true;
+}
+
+bool GridCombustion::ResolveLinks() {
+  ClearLinks();
+  if (!iObject::ResolveLinks()) return false;
+  mTemperature = FindScalar(*this, 1000);
+  mFire = dynamic_cast<FireField*>(FindScalar(*this, 1001));
+  mFuel = dynamic_cast<FuelField*>(FindScalar(*this, 1002));
+  mSmoke = FindScalar(*this, 1003);
+  mSolver = dynamic_cast<iFluidSolver*>(mScene->FindObject(mInterface.GetLink(12), kListSolvers));
+  mConstraints.Resolve(*this);
+  return mTemperature && mFire;
+}
+
+void GridCombustion::ClearLinks() {
+  mTemperature = mSmoke = nullptr;
+  mFire = nullptr;
+  mFuel = nullptr;
+  mSolver = nullptr;
+  mConstraints.Clear();
+  iObject::ClearLinks();
+}
+
+void GridCombustion::CheckDirty() {
+  iObject::CheckDirty();
+  if (!WorkWhileSimulating(*this)) return;
+  for (iBase* channel : {static_cast<iBase*>(mTemperature), static_cast<iBase*>(mFire),
+                         static_cast<iBase*>(mFuel), static_cast<iBase*>(mSmoke)})
+    MarkChanged(channel);
+}
+
+void GridCombustion::Release(bool full) {
+  if (full) iObject::Release(true);
+  mCellExpansion.reset();
+}
+
+bool GridCombustion::GatherGrids() {
+  if (!mTemperature || !mFire) return Deactivate("it has no temperature or no fire channel");
+  mT = DataOf(mTemperature);
+  mF = DataOf(mFire);
+  mFuelGrid = DataOf(mFuel);
+  mS = DataOf(mSmoke);
+  if (!mT || !mF) return Deactivate("its temperature or its fire has no grid");
+  mBurnsFuel = mFuel != nullptr;
+  if (mBurnsFuel && !mFuelGrid) return Deactivate("its fuel has no grid");
+  mCellGrid = mBurnsFuel ? mFuelGrid : mF;
+  for (const EGrid<double>* grid : {mT, mF, mS})
+    if (grid && grid->Dims() != mCellGrid->Dims())
+      return Deactivate("its channels have different grids");
+  return true;
+}
+
+bool GridCombustion::PlaceExpansion() {
+  mE = mSolver ? DataOf(mSolver->GetDivergenceChannel()) : nullptr;
+  if (!mE || mE->mLayout.Equals(mCellGrid->mLayout)) {
+    mCellExpansion.reset();
+    return true;
+  }
+  if (!mCellExpansion || !mCellExpansion->mLayout.Equals(mCellGrid->mLayout))
+    mCellExpansion = std::make_unique<EGrid<double>>(mCellGrid->mLayout, kCentre);
+  if (!mCellExpansion->mData) return Deactivate("its expansion does not fit into memory");
+  mCellExpansion->Fill(0);
+  return true;
+}
+
+void GridCombustion::Prepare(void*) {
+  const double dt = mTime->stepDuration;
+  if (dt == 0) return (void)Deactivate("the step has no length");
+  if (!GatherGrids() || !PlaceExpansion()) return;
+  mThreshold = FlameThreshold(*mFire, mT->mRangeMax);
+  mIgnition = mFuel ? mFuel->mIgnition : 0;
+  mBurnStep = mBurnRate * dt;
+  mExpansionStep = mMode != 0 ? mExpansion : mBurnRate * mExpansion;
+  mSmokeStep = mSmokeAmount * dt;
+  mAgeSpan = 1 - mThreshold;
+  mTemperatureSpan = mT->mRangeMax - mT->mRangeMin;
+  if (!SplitZ(mBoxes, mCellGrid->Dims(), false, mScene->mThreadCount))
+    return (void)Deactivate("its grids have no inner cells");
+  mIsConstrained = !mConstraints.IsEmpty();
+  mConstraints.Prepare(this);
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void GridCombustion::Evaluate(const EvaluationThreadData& data) {
+  if (!Has(FLAG_ACTIVE)) return;
+  const CellBox box = mBoxes[data.index];
+  EGrid<double>* expansion = mCellExpansion ? mCellExpansion.get() : mE;
+  for (i32 z = box.min.z; z < box.max.z && !data.TestBreak(); ++z)
+    for (i32 y = box.min.y; y < box.max.y; ++y) {
+      const auto at = [&](EGrid<double>* g) { return g ? g->mData + g->Index(0, y, z) : nullptr; };
+      const Row row{at(mT),
+                    at(mF),
+                    at(mFuelGrid),
+                    at(mS),
+                    at(expansion),
+                    box.min.x,
+                    box.max.x,
+                    y,
+                    z,
+                    static_cast<u32>(data.index)};
+      if (!mBurnsFuel)
+        ShapeRow(row);
+      else if (mMode == 0)
+        BurnRow(row);
+      else
+        BurnRowWithOxygen(row);
+    }
+}
+
+bool GridCombustion::Allows(const Row& row, i32 x) const {
+  double weight = mTime->stepDuration;
+  mConstraints.Test(mCellGrid->PositionOf(x, row.y, row.z), weight, this, row.worker);
+  return weight != 0;
+}
+
+void GridCombustion::BurnRow(const Row& row) const {
+  for (i32 x = row.first; x < row.last; ++x) {
+    const double fuel = row.fuel[x];
+    if (!(fuel > 0) || mIgnition > row.temperature[x]) continue;
+    if (mIsConstrained && !Allows(row, x)) continue;
+    row.fire[x] = 1;
+    const double burnt = std::min(mBurnStep, fuel);
+    row.fuel[x] = fuel - burnt;
+    row.temperature[x] += burnt * mHeat;
+    if (row.smoke) row.smoke[x] += burnt * mSmokeStep;
+    if (row.expansion) row.expansion[x] += burnt * mExpansionStep;
+  }
+}
+
+void GridCombustion::BurnRowWithOxygen(const Row& row) const {
+  for (i32 x = row.first; x < row.last; ++x) {
+    const double fuel = row.fuel[x];
+    if (!(fuel > 0) || mIgnition > row.temperature[x]) continue;
+    if (mIsConstrained && !Allows(row, x)) continue;
+    row.fire[x] = 1;
+    const double left = std::max(kFreshOxygen - (fuel + (row.smoke ? row.smoke[x] : 0.0)), 0.0);
+    const double burnt = std::min(left, fuel * mRatio) * mBurnStep;
+    if (row.smoke) row.smoke[x] += (1 / mRatio + 1) * burnt * mSmokeStep;
+    row.fuel[x] = std::max(fuel - burnt / mRatio, 0.0);
+    row.temperature[x] += burnt * mHeat;
+    if (row.expansion) row.expansion[x] += burnt * mExpansionStep;
+  }
+}
+
+void GridCombustion::ShapeRow(const Row& row) const {
+  const bool smokes = row.smoke && mSmokeStep > 0;
+  const auto curve = [](const SplineData* spline, double age) {
+    return C4D_InterfaceHandler::EvaluateSpline(spline, age);
+  };
+  for (i32 x = row.first; x < row.last; ++x) {
+    const double fire = row.fire[x];
+    if (!(fire > mThreshold) || fire > 1) continue;
+    if (mIsConstrained && !Allows(row, x)) continue;
+    const double age = 1 - (fire - mThreshold) / mAgeSpan;
+    row.temperature[x] = curve(mTemperatureCurve, age) * mTemperatureSpan + mBaseTemperature;
+    if (smokes) row.smoke[x] += curve(mSmokeCurve, age) * mSmokeAmount;
+    if (row.expansion) row.expansion[x] += mExpansionStep;
+  }
+}
+
+void GridCombustion::SplatExpansion() const {
+  const EGrid<double>& cells = *mCellExpansion;
+  EGrid<double>& target = *mE;
+  // A block takes what falls into its own layers, in the order of the cells.
+  constexpr i32 kLayers = 4;
+  ForEachBlock((target.mNz + kLayers - 1) / kLayers, mScene->mThreadCount, [&](i32 block) {
+    const auto owns = [&](i32 layer) { return layer / kLayers == block; };
+    for (i32 z = 1; z < cells.mNz - 1; ++z) {
+      const i32 layer =
+          LinearStencil(target.ToSamples(cells.PositionOf(0, 0, z)).z, target.mNz).index;
+      const bool lower = owns(layer), upper = owns(layer + 1);
+      if (!lower && !upper) continue;
+      ForEachCell({{1, 1, z}, {cells.mNx - 1, cells.mNy - 1, z + 1}}, [&](i32 x, i32 y, i32) {
+        const double value = cells(x, y, z);
+        if (value == 0) return;
+        const Vec3d p = cells.PositionOf(x, y, z);
+        if (target.mLayout.Contains(p, false))
+          Splat(target, value, target.ToSamples(p), SplatOperation::Add, lower, upper);
+      });
+    }
+  });
+}
+
+void GridCombustion::Finish() {
+  if (Has(FLAG_ACTIVE) && mCellExpansion) SplatExpansion();
+  iObject::Finish();
+  SetFlag(FLAG_ACTIVE, false);
+  mConstraints.Finish();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

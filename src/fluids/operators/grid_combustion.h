@@ -1,0 +1,81 @@
+// Burns fuel, or shapes a flame.
+#pragma once
+#include <memory>
+
+#include "fluids/channels/fuel_grid_channel.h"
+#include "fluids/channels/ifluid_solver.h"
+#include "fluids/operators/channel_work.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Turns the fuel of hot cells into fire, heat, smoke and expansion, in stage 7. Without a fuel
+/// channel the fire is the flame: its age sets temperature and smoke by curves.
+class GridCombustion : public iObject {
+ public:
+  static constexpr i32 kTypeId = 63;
+  GridCombustion(host::BaseNode* node, Scene* scene);
+  GridCombustion(const GridCombustion& other);
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeId; }
+  i32 GetListIndex() const override { return kListOperators; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void Release(bool full) override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridCombustion>(*this); }
+
+ private:
+  /// A row of cells, by x. What isn't there is null.
+  struct Row {
+    double *temperature, *fire, *fuel, *smoke, *expansion;
+    i32 first, last, y, z;
+    u32 worker;
+  };
+  bool GatherGrids();
+  bool PlaceExpansion();
+  void BurnRow(const Row& row) const;
+  void BurnRowWithOxygen(const Row& row) const;
+  void ShapeRow(const Row& row) const;
+  /// The constraints let this cell burn.
+  bool Allows(const Row& row, i32 x) const;
+  /// Spreads what the cells gave over a divergence of another layout.
+  void SplatExpansion() const;
+
+  ScalarField* mTemperature = nullptr;
+  FireField* mFire = nullptr;
+  FuelField* mFuel = nullptr;
+  ScalarField* mSmoke = nullptr;
+  iFluidSolver* mSolver = nullptr;
+  ConstraintList mConstraints;
+
+  i32 mMode = 0;  ///< 0 simple burn, else the burn that oxygen limits
+  double mBurnRate = 1;
+  double mRatio = 0.19;  ///< fuel per unit of oxygen
+  double mBaseTemperature = 500;
+  double mHeat = 1000;
+  double mSmokeAmount = 0.2;
+  double mExpansion = 0.2;
+  const host::SplineData* mTemperatureCurve = nullptr;
+  const host::SplineData* mSmokeCurve = nullptr;
+
+  // For one step.
+  bool mBurnsFuel = false;
+  EGrid<double>*mT = nullptr, *mF = nullptr, *mFuelGrid = nullptr, *mS = nullptr, *mE = nullptr;
+  const EGrid<double>* mCellGrid = nullptr;  ///< its cells are walked
+  SlabTable mBoxes;
+  double mIgnition = 0, mThreshold = 0;
+  double mBurnStep = 0, mExpansionStep = 0, mSmokeStep = 0;
+  double mAgeSpan = 1, mTemperatureSpan = 1;
+  bool mIsConstrained = false;
+  /// Expansion by cell, where the divergence has another layout; written by the workers, spread in
+  /// `Finish`.
+  std::unique_ptr<EGrid<double>> mCellExpansion;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

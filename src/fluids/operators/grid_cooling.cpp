@@ -1,0 +1,198 @@
+#include "fluids/operators/grid_cooling.h"
+
+#include <vector>
+
+#include "grids/wide_kernel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+
+constexpr i32 kPriority = 20;
+
+/// Ages a row of fire; a cell that burned at its start gets a 1 in `burns`.
+SULVA_WIDE_KERNEL void AgeRow(double* __restrict fire, double* __restrict burns, i32 n,
+                              double threshold, double above, double below) {
+  for (i32 x = 0; x < n; ++x) {
+    const double f = fire[x] > 1 ? 1.0 : fire[x];
+    const double burning = f - above > threshold ? f - above : threshold;
+    const double faded = f - below > 0 ? f - below : 0.0;
+    const double rest = f > 0 ? faded : f;
+    burns[x] = f > threshold ? 1.0 : 0.0;
+    fire[x] = f > threshold ? burning : rest;
+  }
+}
+
+/// Cools a row towards `coldest`; cells with a 1 in `burns` keep their heat.
+template <CoolingMode kMode>
+[[gnu::always_inline]] inline void CoolRow(double* __restrict t, const double* __restrict burns,
+                                           i32 n, double coldest, double invSpan, double factor) {
+  for (i32 x = 0; x < n; ++x) {
+    const double v = t[x];
+    double cooled;
+    if constexpr (kMode == CoolingMode::Quartic) {
+      const double q = (v - coldest) * invSpan, q2 = q * q;
+      cooled = v - q2 * q2 * factor;
+    } else if constexpr (kMode == CoolingMode::Exponential) {
+      cooled = v * (1 - factor);
+    } else {
+      cooled = v - factor;
+    }
+    const double kept = (burns[x] != 0) | !(v > coldest) ? v : cooled;
+    t[x] = kept > coldest ? kept : coldest;
+  }
+}
+
+SULVA_WIDE_KERNEL void CoolQuartic(double* t, const double* burns, i32 n, double coldest,
+                                   double invSpan, double factor) {
+  CoolRow<CoolingMode::Quartic>(t, burns, n, coldest, invSpan, factor);
+}
+SULVA_WIDE_KERNEL void CoolExponential(double* t, const double* burns, i32 n, double coldest,
+                                       double factor) {
+  CoolRow<CoolingMode::Exponential>(t, burns, n, coldest, 1, factor);
+}
+SULVA_WIDE_KERNEL void CoolLinear(double* t, const double* burns, i32 n, double coldest,
+                                  double factor) {
+  CoolRow<CoolingMode::Linear>(t, burns, n, coldest, 1, factor);
+}
+
+}  // namespace
+
+const ParameterTable& GridCooling::Parameters() {
+  static const ParameterTable table = {
+      LinkRow(1000, "temperature", "temperature channel that cools",
+              {1300027, 1300028, 1300029, 1300112}),
+      LinkRow(1001, "fire", "fire channel that ages; its burning cells keep their heat", {1300029}),
+      LongRow(1004, "mode", 0, "", "how temperature falls")
+          .Choices({{0, "quartic"}, {1, "exponential"}, {2, "linear"}}),
+      RealRow(1002, "rate", 0.6, "",
+              "share of the range that is lost: quartic, by the hottest gas per substep; else a "
+              "second")
+          .AtLeast(0),
+  };
+  return table;
+}
+
+GridCooling::GridCooling(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mPriority = kPriority;
+  mStageMask |= StageBit(kChannelsOperators);
+}
+
+bool GridCooling::ReadParameters(void* context) {
+  mPriority = kPriority;
+  if (!iObject::ReadParameters(context)) return false;
+  mRate = mInterface.GetReal(1002);
+  mMode = mInterface.GetLong(1004);
+  return true;
+}
+
+bool GridCooling::ResolveLinks() {
+  ClearLinks();
+  if (!iObject::ResolveLinks()) return false;
+  mTemperature = FindScalar(*this, 1000);
+  mFire = dynamic_cast<FireField*>(FindScalar(*this, 1001));
+  mConstraints.Resolve(*this);
+  return mTemperature != nullptr;
+}
+
+void GridCooling::ClearLinks() {
+  mTemperature = nullptr;
+  mFire = nullptr;
+  mConstraints.Clear();
+  iObject::ClearLinks();
+}
+
+void GridCooling::CheckDirty() {
+  iObject::CheckDirty();
+  if (!WorkWhileSimulating(*this)) return;
+  MarkChanged(mTemperature);
+  MarkChanged(mFire);
+}
+
+void GridCooling::Prepare(void*) {
+  const double dt = mTime->stepDuration;
+  mT = DataOf(mTemperature);
+  mF = DataOf(mFire);
+  if (dt == 0) return (void)Deactivate("the step has no length");
+  if (!mTemperature || !mTemperature->Has(FLAG_ENABLED))
+    return (void)Deactivate("it has no temperature channel");
+  if (!mT) return (void)Deactivate("its temperature has no grid");
+  if (mF && mF->Dims() != mT->Dims()) return (void)Deactivate("its channels have different grids");
+  const double span = mT->mRangeMax - mT->mRangeMin;
+  mColdest = mT->mRangeMin;
+  mInvSpan = 1 / span;
+  switch (static_cast<CoolingMode>(mMode)) {
+    case CoolingMode::Quartic: mFactor = span * mRate; break;
+    case CoolingMode::Exponential: mFactor = mRate * dt; break;
+    default: mFactor = span * mRate * dt; break;
+  }
+  if (mF) {
+    mThreshold = FlameThreshold(*mFire, mT->mRangeMax);
+    mAbove = (1 - mThreshold) / mFire->mBurnTime * dt;
+    mBelow = mThreshold / mFire->mFadeTime * dt;
+  }
+  if (!SplitZ(mBoxes, mT->Dims(), false, mScene->mThreadCount))
+    return (void)Deactivate("its grid has no inner cells");
+  mConstraints.Prepare(this);
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void GridCooling::Evaluate(const EvaluationThreadData& data) {
+  if (!Has(FLAG_ACTIVE)) return;
+  const CellBox box = mBoxes[data.index];
+  const i32 n = box.max.x - box.min.x;
+  std::vector<double> burns(n, 0.0);
+  for (i32 z = box.min.z; z < box.max.z && !data.TestBreak(); ++z)
+    for (i32 y = box.min.y; y < box.max.y; ++y) {
+      const i32 first = mT->Index(box.min.x, y, z);
+      double* t = mT->mData + first;
+      if (mF) AgeRow(mF->mData + first, burns.data(), n, mThreshold, mAbove, mBelow);
+      if (!mConstraints.IsEmpty()) {
+        CoolConstrained(t, burns.data(), {{box.min.x, y, z}, {box.max.x, y, z}}, data.index);
+        continue;
+      }
+      switch (static_cast<CoolingMode>(mMode)) {
+        case CoolingMode::Quartic:
+          CoolQuartic(t, burns.data(), n, mColdest, mInvSpan, mFactor);
+          break;
+        case CoolingMode::Exponential:
+          CoolExponential(t, burns.data(), n, mColdest, mFactor);
+          break;
+        default: CoolLinear(t, burns.data(), n, mColdest, mFactor); break;
+      }
+    }
+}
+
+void GridCooling::CoolConstrained(double* t, const double* burns, const CellBox& row,
+                                  u32 worker) const {
+  for (i32 i = 0; i < row.max.x - row.min.x; ++i) {
+    double& v = t[i];
+    if (burns[i] != 0 || !(v > mColdest)) {
+      v = std::max(v, mColdest);
+      continue;
+    }
+    double w = 1;
+    mConstraints.Test(mT->PositionOf(row.min.x + i, row.min.y, row.min.z), w, this, worker);
+    if (w == 0) continue;
+    switch (static_cast<CoolingMode>(mMode)) {
+      case CoolingMode::Quartic: {
+        const double q = (v - mColdest) * mInvSpan, q2 = q * q;
+        v -= q2 * q2 * mFactor * w;
+        break;
+      }
+      case CoolingMode::Exponential: v *= 1 - w * mFactor; break;
+      default: v -= w * mFactor; break;
+    }
+    v = std::max(v, mColdest);
+  }
+}
+
+void GridCooling::Finish() {
+  iObject::Finish();
+  mConstraints.Finish();
+  SetFlag(FLAG_ACTIVE, false);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,71 @@
+// Smooths a channel.
+#pragma once
+#include <memory>
+#include <vector>
+
+#include "fluids/operators/channel_work.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+enum class DiffusionMode : i32 {
+  Gaussian = 0,  ///< a separable blur, an axis a pass
+  Smooth = 1,    ///< each cell and its six neighbours, in one pass
+  Grow = 2,      ///< the same where it raises the value
+};
+
+/// Smooths the components of a channel one after the other, in rounds, in stage 15.
+class GridDiffusion : public iObject {
+ public:
+  static constexpr i32 kTypeId = 100;
+  GridDiffusion(host::BaseNode* node, Scene* scene);
+  GridDiffusion(const GridDiffusion& other);
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeId; }
+  i32 GetListIndex() const override { return kListOperators; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool IsIterative() const override { return true; }
+  bool PreparesEachPass() const override { return true; }
+  bool NextPass() override;
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void Reset() override;
+  void Release(bool full) override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridDiffusion>(*this); }
+
+  /// Weights of the taps -half..half of a Gaussian exp(-k^2 / s^2) for a strength of `s` cells,
+  /// with a sum of 1. Taps further out than `reach` are left out.
+  static std::vector<double> MakeKernel(double s, i32 reach);
+
+ private:
+  EGrid<double>* Component(i32 i) const;
+  iBase* Channel() const;
+  bool MakeWorkGrids(i32 count, const EGrid<double>& like);
+  void BlurRow(i32 y, i32 z, const CellBox& box, double* sum) const;
+  void SmoothRow(i32 y, i32 z, const CellBox& box) const;
+
+  ScalarField* mScalar = nullptr;
+  VectorField* mVector = nullptr;
+  i32 mMode = 1;
+  i32 mRounds = 1;
+  double mStrengthPerSecond = 0;  ///< cells a second
+
+  // For one step.
+  double mStrength = 0;  ///< cells
+  std::vector<double> mKernel;
+  i32 mKernelHalf = 0;
+  std::vector<double> mDivisors;  ///< 1 / weights inside the grid, by position on the pass's axis
+  i32 mComponent = 0, mRound = 0;
+  const EGrid<double>* mSource = nullptr;
+  EGrid<double>* mTarget = nullptr;
+  std::unique_ptr<EGrid<double>> mWork[2];  ///< kept for the next step
+  double mRangeMax = 0;
+  SlabTable mBoxes;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

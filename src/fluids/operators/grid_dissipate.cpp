@@ -1,0 +1,141 @@
+#include "fluids/operators/grid_dissipate.h"
+
+#include "fluids/emitters/channel_kinds.h"
+#include "grids/wide_kernel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+
+constexpr i32 kPriority = 21;
+
+SULVA_WIDE_KERNEL void LowerRow(double* v, i32 n, double amount, double limit) {
+  for (i32 x = 0; x < n; ++x) {
+    const double lowered = v[x] - amount > limit ? v[x] - amount : limit;
+    v[x] = v[x] > limit ? lowered : v[x];
+  }
+}
+
+}  // namespace
+
+const ParameterTable& GridDissipate::Parameters() {
+  static const ParameterTable table = {
+      LinkRow(1000, "channel", "channel that fades", ChannelKinds()),
+      RealRow(1001, "rate", 0.04, "1/s^2",
+              "share of the range that is lost, times the square of the step's length: per substep")
+          .AtLeast(0),
+  };
+  return table;
+}
+
+GridDissipate::GridDissipate(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mPriority = kPriority;
+  mStageMask |= StageBit(kChannelsOperators);
+}
+
+bool GridDissipate::ReadParameters(void* context) {
+  mPriority = kPriority;
+  if (!iObject::ReadParameters(context)) return false;
+  mRate = mInterface.GetReal(1001);
+  return true;
+}
+
+bool GridDissipate::ResolveLinks() {
+  ClearLinks();
+  if (!iObject::ResolveLinks()) return false;
+  mScalar = FindScalar(*this, 1000);
+  if (!mScalar)
+    mVector =
+        dynamic_cast<VectorField*>(mScene->FindObject(mInterface.GetLink(1000), kListChannels));
+  mConstraints.Resolve(*this);
+  return mScalar || mVector;
+}
+
+void GridDissipate::ClearLinks() {
+  mScalar = nullptr;
+  mVector = nullptr;
+  mConstraints.Clear();
+  iObject::ClearLinks();
+}
+
+void GridDissipate::CheckDirty() {
+  iObject::CheckDirty();
+  if (!WorkWhileSimulating(*this)) return;
+  MarkChanged(mScalar);
+  MarkChanged(mVector);
+}
+
+bool GridDissipate::GatherGrids() {
+  const iBase* channel = mScalar ? static_cast<const iBase*>(mScalar) : mVector;
+  if (!channel || !channel->Has(FLAG_ENABLED)) return Deactivate("it has no channel");
+  for (i32 i = 0; i < 3; ++i) {
+    mGrids[i] = mScalar ? mScalar->GetGrid(i) : mVector->GetGrid(i);
+    if (mScalar && i > 0) break;
+    if (!mGrids[i] || !mGrids[i]->mData) return Deactivate("its channel has no grid");
+    if (mGrids[i]->Dims() != mGrids[0]->Dims())
+      return Deactivate("the components of its channel have different grids");
+  }
+  return true;
+}
+
+void GridDissipate::Prepare(void*) {
+  const double dt = mTime->stepDuration;
+  if (dt == 0) return (void)Deactivate("the step has no length");
+  if (!GatherGrids()) return;
+  mAmount = (mGrids[0]->mRangeMax - mGrids[0]->mRangeMin) * mRate * dt;
+  if (!SplitZ(mBoxes, mGrids[0]->Dims(), false, mScene->mThreadCount))
+    return (void)Deactivate("its channel has no inner cells");
+  mIsConstrained = !mConstraints.IsEmpty();
+  mConstraints.Prepare(this);
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void GridDissipate::Evaluate(const EvaluationThreadData& data) {
+  if (!Has(FLAG_ACTIVE)) return;
+  const CellBox box = mBoxes[data.index];
+  for (i32 z = box.min.z; z < box.max.z && !data.TestBreak(); ++z)
+    for (i32 y = box.min.y; y < box.max.y; ++y) {
+      const Row row{box.min.x, y, z, box.max.x - box.min.x, static_cast<u32>(data.index)};
+      mScalar ? LowerScalar(row) : LowerVector(row);
+    }
+}
+
+double GridDissipate::WeightAt(const Row& row, i32 i) const {
+  double w = mTime->stepDuration;
+  if (mIsConstrained)
+    mConstraints.Test(mGrids[0]->PositionOf(row.x + i, row.y, row.z), w, this, row.worker);
+  return w;
+}
+
+void GridDissipate::LowerScalar(const Row& row) const {
+  double* v = mGrids[0]->mData + mGrids[0]->Index(row.x, row.y, row.z);
+  const double limit = mScalar->mValueMin;
+  if (!mIsConstrained) return LowerRow(v, row.count, mAmount * mTime->stepDuration, limit);
+  for (i32 i = 0; i < row.count; ++i)
+    if (v[i] > limit) v[i] = std::max(v[i] - WeightAt(row, i) * mAmount, limit);
+}
+
+void GridDissipate::LowerVector(const Row& row) const {
+  const i32 first = mGrids[0]->Index(row.x, row.y, row.z);
+  double* v[3];
+  for (i32 c = 0; c < 3; ++c) v[c] = mGrids[c]->mData + first;
+  const Vec3d limit = mVector->mValueMin;
+  for (i32 i = 0; i < row.count; ++i) {
+    if (!(v[0][i] > limit.x && v[1][i] > limit.y && v[2][i] > limit.z)) continue;
+    const double amount = WeightAt(row, i) * mAmount;
+    if (amount == 0) continue;
+    for (i32 c = 0; c < 3; ++c) v[c][i] -= amount;
+    if (v[0][i] < limit.x && v[1][i] < limit.y && v[2][i] < limit.z)
+      for (i32 c = 0; c < 3; ++c) v[c][i] = limit[c];
+  }
+}
+
+void GridDissipate::Finish() {
+  iObject::Finish();
+  mConstraints.Finish();
+  SetFlag(FLAG_ACTIVE, false);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

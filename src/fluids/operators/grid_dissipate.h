@@ -1,0 +1,50 @@
+// Takes a fixed amount off a channel.
+#pragma once
+#include "fluids/operators/channel_work.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Lowers the values of a channel towards the lower end of its range, in stage 15.
+class GridDissipate : public iObject {
+ public:
+  static constexpr i32 kTypeId = 65;
+  GridDissipate(host::BaseNode* node, Scene* scene);
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeId; }
+  i32 GetListIndex() const override { return kListOperators; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridDissipate>(*this); }
+
+ private:
+  /// A row of the box of a worker, by its first cell.
+  struct Row {
+    i32 x, y, z, count;
+    u32 worker;
+  };
+  bool GatherGrids();
+  void LowerScalar(const Row& row) const;
+  void LowerVector(const Row& row) const;
+  /// The weight of a cell after the constraints.
+  double WeightAt(const Row& row, i32 i) const;
+
+  ScalarField* mScalar = nullptr;
+  VectorField* mVector = nullptr;
+  ConstraintList mConstraints;
+  double mRate = 0.04;
+
+  // For one step.
+  EGrid<double>* mGrids[3] = {};
+  SlabTable mBoxes;
+  double mAmount = 0;
+  bool mIsConstrained = false;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,167 @@
+#include "fluids/operators/grid_variable_density.h"
+
+#include <vector>
+
+#include "fluids/emitters/channel_kinds.h"
+#include "grids/wide_kernel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+
+constexpr i32 kPriority = 20;
+constexpr double kReference = 294;    ///< kelvin at a temperature of 0
+constexpr double kLeastShare = 0.05;  ///< of the base density
+
+SULVA_WIDE_KERNEL void MixRow(const double* __restrict t, const double* __restrict m,
+                              double* __restrict density, i32 n, double base, double k) {
+  const double least = kLeastShare * base;
+  for (i32 x = 0; x < n; ++x) {
+    // No gas is colder than absolute zero.
+    const double kelvin = t[x] + kReference > 1 ? t[x] + kReference : 1.0;
+    const double d = base * kReference / kelvin * (m[x] * k + 1);
+    density[x] = d > least ? d : least;
+  }
+}
+
+}  // namespace
+
+const ParameterTable& GridVariableDensity::Parameters() {
+  const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
+  static const ParameterTable table = {
+      LinkRow(1000, "target",
+              "channel that the density is added to; switch on its clear_each_step, switch off its "
+              "affects_bounds, and link it as the solver's density_channel",
+              ChannelKinds()),
+      LinkRow(1001, "admixture", "channel with the share of the other gas, 0..1", scalars),
+      LinkRow(1002, "temperature", "temperature channel, in degrees above 294 K", scalars),
+      RealRow(1004, "base_density", 1.184, "kg/m^3", "density of the cold gas").AtLeast(1e-6),
+      RealRow(1005, "other_density", 8.314472, "kg/m^3", "density of the pure other gas")
+          .AtLeast(0),
+      RealRow(1003, "option_value", 0.5, "", "kept with the node; the density is free of it"),
+      LongRow(1006, "option_mode", 0, "", "kept with the node; the density is free of it"),
+  };
+  return table;
+}
+
+GridVariableDensity::GridVariableDensity(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mPriority = kPriority;
+  mStageMask |= StageBit(kOperators);
+}
+
+bool GridVariableDensity::ReadParameters(void* context) {
+  mPriority = kPriority;
+  if (!iObject::ReadParameters(context)) return false;
+  mBaseDensity = mInterface.GetReal(1004);
+  mOtherDensity = mInterface.GetReal(1005);
+  return true;
+}
+
+bool GridVariableDensity::ResolveLinks() {
+  ClearLinks();
+  if (!iObject::ResolveLinks()) return false;
+  mScalar = FindScalar(*this, 1000);
+  if (!mScalar)
+    mVector = dynamic_cast<VectorField*>(
+        mScene->FindObject(mInterface.GetLink(1000), kListChannels, kBitVector));
+  mAdmixture = FindScalar(*this, 1001);
+  mTemperature = FindScalar(*this, 1002);
+  return (mScalar || mVector) && mAdmixture && mTemperature;
+}
+
+void GridVariableDensity::ClearLinks() {
+  mScalar = mAdmixture = mTemperature = nullptr;
+  mVector = nullptr;
+  iObject::ClearLinks();
+}
+
+void GridVariableDensity::CheckDirty() {
+  iObject::CheckDirty();
+  if (IsSimulating(*this) && !IsDirty()) MarkDirty(false);
+  if (!IsDirty()) return;
+  for (iBase* channel : {static_cast<iBase*>(mScalar), static_cast<iBase*>(mVector),
+                         static_cast<iBase*>(mAdmixture), static_cast<iBase*>(mTemperature)})
+    MarkChanged(channel);
+}
+
+bool GridVariableDensity::GatherGrids() {
+  mM = DataOf(mAdmixture);
+  mT = DataOf(mTemperature);
+  if (!mM || !mT) return Deactivate("its admixture or its temperature has no grid");
+  if (!mScalar && !mVector) return Deactivate("it has no target");
+  const i32 components = mScalar ? 1 : 3;
+  for (i32 i = 0; i < components; ++i) {
+    mTargets[i] = mScalar ? mScalar->GetGrid(i) : mVector->GetGrid(i);
+    if (!mTargets[i] || !mTargets[i]->mData) return Deactivate("its target has no grid");
+    const VecInt3D cells = mTargets[i]->mLayout.dims;
+    if (mM->Dims() != cells || mT->Dims() != cells)
+      return Deactivate("its channels have different grids");
+  }
+  return true;
+}
+
+void GridVariableDensity::Prepare(void*) {
+  if (!GatherGrids()) return;
+  if (!SplitZ(mBoxes, mTargets[0]->mLayout.dims, false, mScene->mThreadCount))
+    return (void)Deactivate("its target has no inner cells");
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void GridVariableDensity::Evaluate(const EvaluationThreadData& data) {
+  if (!Has(FLAG_ACTIVE)) return;
+  const CellBox box = mBoxes[data.index];
+  if (box.IsEmpty()) return;
+  if (!IsStaggered()) return AddToCells(box);
+  for (i32 axis = 0; axis < 3; ++axis) AddToFaces(box, axis);
+}
+
+void GridVariableDensity::DensityRow(i32 first, i32 count, double* density) const {
+  MixRow(mT->mData + first, mM->mData + first, density, count, mBaseDensity,
+         (mOtherDensity - mBaseDensity) / mBaseDensity);
+}
+
+void GridVariableDensity::AddToCells(const CellBox& box) const {
+  const i32 n = box.max.x - box.min.x;
+  std::vector<double> density(n);
+  for (i32 z = box.min.z; z < box.max.z; ++z)
+    for (i32 y = box.min.y; y < box.max.y; ++y) {
+      const i32 first = mTargets[0]->Index(box.min.x, y, z);
+      DensityRow(first, n, density.data());
+      for (i32 c = 0; c < (mScalar ? 1 : 3); ++c) {
+        double* target = mTargets[c]->mData + first;
+        for (i32 x = 0; x < n; ++x) target[x] += density[x];
+      }
+    }
+}
+
+void GridVariableDensity::AddToFaces(const CellBox& box, i32 axis) const {
+  EGrid<double>& faces = *mTargets[axis];
+  const VecInt3D cells = mM->Dims();
+  const i32 n = box.max.x - box.min.x;
+  std::vector<double> density(n);
+  // Adds the cells (.., y, z) to the faces `shift` above them.
+  const auto addRow = [&](i32 y, i32 z, i32 shift) {
+    DensityRow(mM->Index(box.min.x, y, z), n, density.data());
+    const i32 up[3] = {axis == 0 ? shift : 0, axis == 1 ? shift : 0, axis == 2 ? shift : 0};
+    double* face = faces.mData + faces.Index(box.min.x + up[0], y + up[1], z + up[2]);
+    for (i32 x = 0; x < n; ++x) face[x] += 0.5 * density[x];
+  };
+  for (i32 z = box.min.z; z < box.max.z; ++z) {
+    const bool isSeam = axis == 2 && z == box.min.z && z > 1;
+    const bool leavesUpper = axis == 2 && z == box.max.z - 1 && z < cells.z - 2;
+    for (i32 y = box.min.y; y < box.max.y; ++y) {
+      if (isSeam) addRow(y, z - 1, 1);
+      addRow(y, z, 0);
+      if (!leavesUpper) addRow(y, z, 1);
+    }
+  }
+}
+
+void GridVariableDensity::Finish() {
+  iObject::Finish();
+  SetFlag(FLAG_ACTIVE, false);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

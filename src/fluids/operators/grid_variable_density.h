@@ -1,0 +1,53 @@
+// The density of a mixed and heated gas.
+#pragma once
+#include "fluids/operators/channel_work.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Adds the density of a gas to a channel that the projection can read, in stage 7: the ideal gas
+/// law at constant pressure, 294 K and a mixture by volume, never below a twentieth of the base
+/// density. The channel is to be cleared in every step.
+class GridVariableDensity : public iObject {
+ public:
+  static constexpr i32 kTypeId = 66;
+  GridVariableDensity(host::BaseNode* node, Scene* scene);
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeId; }
+  i32 GetListIndex() const override { return kListOperators; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<GridVariableDensity>(*this);
+  }
+
+ private:
+  bool GatherGrids();
+  bool IsStaggered() const { return mVector && mVector->GetTypeId() == kTypeVelocityChannel; }
+  /// Densities of `count` cells from `first` on.
+  void DensityRow(i32 first, i32 count, double* density) const;
+  void AddToCells(const CellBox& box) const;
+  /// Half the density of a cell to each of its faces of an axis; a layer of faces between two
+  /// slabs belongs to the upper one.
+  void AddToFaces(const CellBox& box, i32 axis) const;
+
+  ScalarField* mScalar = nullptr;
+  VectorField* mVector = nullptr;
+  ScalarField* mAdmixture = nullptr;
+  ScalarField* mTemperature = nullptr;
+  double mBaseDensity = 1.184;
+  double mOtherDensity = 8.314472;
+
+  // For one step.
+  EGrid<double>* mTargets[3] = {};
+  const EGrid<double>*mM = nullptr, *mT = nullptr;
+  SlabTable mBoxes;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,159 @@
+#include "fluids/operators/grid_diffusion.h"
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "fluids/operators/operator_rig.h"
+
+using namespace MELDO_GLOBAL;
+using namespace MELDO_GLOBAL::MELDO_SULVA;
+
+namespace {
+
+class Diffusion : public testing::Test {
+ protected:
+  Diffusion()
+      : smoke(s.Add<FuelField>("channel_scalar", "smoke")),
+        colour(s.Add<VectorField>("channel_vector", "colour")),
+        blur(s.Add<GridDiffusion>("grid_diffusion", "blur")) {
+    OperatorRig::Link(blur, 1003, smoke);
+  }
+  /// Mode and strength, in cells of the step: a cell has 10 host units, a step 0.04 s.
+  void Begin(i32 mode, double cells) {
+    OperatorRig::Set(blur, 1005, mode);
+    OperatorRig::Set(blur, 1001, cells * 10 / 0.04);
+    s.Begin();
+  }
+  i32 CountPasses() {
+    i32 passes = 0;
+    while (blur.NextPass()) ++passes;
+    EXPECT_EQ(blur.mPass, -1);
+    return passes;
+  }
+
+  OperatorRig s{{21, 19, 23}};
+  FuelField& smoke;
+  VectorField& colour;
+  GridDiffusion& blur;
+};
+
+}  // namespace
+
+TEST_F(Diffusion, Passes) {
+  for (const bool vector : {false, true}) {
+    OperatorRig::Link(blur, 1003, vector ? static_cast<iBase&>(colour) : smoke);
+    for (const i32 mode : {0, 1, 2})
+      for (const i32 rounds : {1, 2}) {
+        OperatorRig::Set(blur, 1002, rounds);
+        Begin(mode, 1);
+        const i32 expected = (vector ? 3 : 1) * (mode == 0 ? 3 : 1) * rounds;
+        EXPECT_EQ(CountPasses(), expected) << vector << mode << rounds;
+        EXPECT_EQ(CountPasses(), expected) << "the next step starts afresh";
+      }
+  }
+}
+
+TEST_F(Diffusion, AConstantFieldStaysUpToTheBorder) {
+  for (const double strength : {0.0, 0.4, 3.0, 40.0}) {
+    Begin(0, strength);
+    smoke.mGrid->Fill(0.7);
+    s.RunOperator(blur);
+    for (i32 i = 0; i < smoke.mGrid->mCount; ++i) ASSERT_NEAR((*smoke.mGrid)[i], 0.7, 1e-14);
+  }
+}
+
+// A Gaussian exp(-k^2 / s^2) has a variance of s^2 / 2 on each axis, and rounds add up.
+TEST_F(Diffusion, AGaussianSpreadsByItsVariance) {
+  const double strength = 1.3;
+  OperatorRig::Set(blur, 1002, i32{2});
+  Begin(0, strength);
+  (*smoke.mGrid)(10, 9, 11) = 1;
+  s.RunOperator(blur);
+  double sum = 0;
+  Vec3d variance{};
+  ForEachCell({{0, 0, 0}, s.cells}, [&](i32 x, i32 y, i32 z) {
+    const double v = (*smoke.mGrid)(x, y, z);
+    const Vec3d d{x - 10.0, y - 9.0, z - 11.0};
+    sum += v;
+    variance += d * d * v;
+  });
+  EXPECT_NEAR(sum, 1, 1e-8);
+  for (i32 a = 0; a < 3; ++a) EXPECT_NEAR(variance[a], strength * strength, 0.005) << a;
+  EXPECT_NEAR((*smoke.mGrid)(9, 9, 11), (*smoke.mGrid)(10, 9, 12), 1e-15);
+}
+
+// Taps outside the grid drop out: next to the border the divisor is what is left.
+TEST_F(Diffusion, TapsOutsideTheGridDropOut) {
+  Begin(0, 1.0);
+  OperatorRig::Fill(*smoke.mGrid, [](i32 x, i32, i32) { return x == 0 ? 0.9 : 0.1; });
+  s.RunOperator(blur);
+  const std::vector<double> kernel = GridDiffusion::MakeKernel(1.0, 100);
+  ASSERT_EQ(kernel.size(), 7u);
+  EXPECT_NEAR(kernel[4] / kernel[3], std::exp(-1.0), 1e-14);
+  const double inside = std::accumulate(kernel.begin() + 2, kernel.end(), 0.0);
+  EXPECT_NEAR((*smoke.mGrid)(1, 9, 9), (kernel[2] * 0.9 + (inside - kernel[2]) * 0.1) / inside,
+              1e-12);
+  EXPECT_EQ((*smoke.mGrid)(0, 9, 9), 0.9);
+}
+
+TEST_F(Diffusion, SmoothingWeighsTheNeighboursAndGrowingOnlyRaises) {
+  for (const i32 mode : {1, 2}) {
+    Begin(mode, 0.25);
+    smoke.mGrid->Fill(0);
+    (*smoke.mGrid)(5, 5, 5) = 1;
+    s.RunOperator(blur);
+    EXPECT_NEAR((*smoke.mGrid)(5, 5, 5), mode == 1 ? 1 / 2.5 : 1.0, 1e-12);
+    for (const VecInt3D& c : {VecInt3D{4, 5, 5}, {5, 6, 5}, {5, 5, 4}})
+      EXPECT_NEAR((*smoke.mGrid)(c.x, c.y, c.z), 0.25 / 2.5, 1e-12);
+    EXPECT_EQ((*smoke.mGrid)(4, 4, 5), 0);
+    Begin(mode, 0);
+    OperatorRig::Randomise(*smoke.mGrid, 5, 0, 1);
+    const std::vector<double> before = OperatorRig::Copy(*smoke.mGrid);
+    s.RunOperator(blur);
+    EXPECT_EQ(OperatorRig::Copy(*smoke.mGrid), before) << "a strength of 0 changes nothing";
+  }
+}
+
+TEST_F(Diffusion, EveryComponentOfAVector) {
+  OperatorRig::Link(blur, 1003, colour);
+  OperatorRig::Set(blur, 1002, i32{2});
+  Begin(0, 0.8);
+  for (i32 c = 0; c < 3; ++c) (*colour.mGrids[c])(10, 9, 11) = 0.25 * (c + 1);
+  s.RunOperator(blur);
+  const double centre = (*colour.mGrids[0])(10, 9, 11);
+  EXPECT_GT(centre, 0.01);
+  EXPECT_LT(centre, 0.15);
+  for (i32 c = 1; c < 3; ++c) EXPECT_NEAR((*colour.mGrids[c])(10, 9, 11), (c + 1) * centre, 1e-12);
+}
+
+TEST_F(Diffusion, ThreadsDontShow) {
+  OperatorRig::Set(blur, 1002, i32{2});
+  for (const i32 mode : {0, 1, 2}) {
+    Begin(mode, 0.9);
+    EXPECT_TRUE(IsSameForAllThreads([&](i32 threads) {
+      OperatorRig::Randomise(*smoke.mGrid, 7, 0, 1);
+      s.RunOperator(blur, threads);
+      return OperatorRig::Copy(*smoke.mGrid);
+    })) << mode;
+  }
+}
+
+TEST_F(Diffusion, SleepsOutsideASimulationUnlessItsChannelChanged) {
+  Begin(1, 1);
+  EXPECT_TRUE(blur.IsDirty());
+  EXPECT_TRUE(smoke.IsDirty()) << "what it changes is trimmed at the end of the step";
+  s.scene->mFlags &= ~Scene::kTimeChanged;
+  const auto check = [&](bool channelChanged) {
+    for (iBase* object : {static_cast<iBase*>(&smoke), static_cast<iBase*>(&blur)})
+      object->SetFlag(FLAG_DIRTY_CHECKED, false);
+    blur.MarkDirty(false);
+    if (channelChanged) smoke.MarkDirty(false);
+    blur.CheckDirty();
+    return blur.IsDirty();
+  };
+  smoke.CheckDirty();
+  check(false);
+  EXPECT_FALSE(check(false));
+  EXPECT_TRUE(check(true));
+}
