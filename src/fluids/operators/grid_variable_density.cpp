@@ -79,7 +79,7 @@ void GridVariableDensity::ClearLinks() {
 
 void GridVariableDensity::CheckDirty() {
   iObject::CheckDirty();
-  if (IsSimulating(*this) && !IsDirty()) MarkDirty(false);
+  if ((mScene->mFlags & Scene::kTimeChanged) && !IsDirty()) MarkDirty(false);
   if (!IsDirty()) return;
   for (iBase* channel : {static_cast<iBase*>(mScalar), static_cast<iBase*>(mVector),
                          static_cast<iBase*>(mAdmixture), static_cast<iBase*>(mTemperature)})
