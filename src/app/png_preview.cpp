@@ -16,8 +16,8 @@ constexpr i32 kLongSide = 512;
 /// Optical depth of smoke at full density across the long side of the box.
 constexpr double kFullDepth = 32;
 constexpr double kShadow = 0.5;  ///< how much of its depth smoke casts as shadow
-constexpr double kGlow = 4;      ///< brightness of fire across the long side
-constexpr float kLit = 0.16f;    ///< how much of a fire's light things round it catch
+constexpr double kGlow = 3;      ///< brightness of fire across the long side
+constexpr float kLit = 0.07f;    ///< how much of a fire's light things round it catch
 
 constexpr Colour kSky{0.085f, 0.115f, 0.175f};  ///< light from all sides, under the cold sky
 constexpr Colour kSun{1.00f, 0.94f, 0.84f};     ///< light from above
