@@ -1,5 +1,7 @@
 #include "fluids/emitters/particle_to_grid_emitter.h"
 
+#include <limits>
+
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -25,7 +27,8 @@ ParameterRow FalloffRow() {
 
 const ParameterTable& ParticleToGridEmitter::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "source", "the mesh whose vertices are gathered", {1300143, 1300144, 1300036}),
+      LinkRow(1000, "source", "the mesh, or group of meshes, whose vertices are gathered",
+              {1300143, 1300144, 1300036}),
       LongRow(1001, "particle_type", 0, "", "type of the particles of a linked group")
           .Choices({{0, "passive"}, {1, "vorticity"}, {2, "liquid"}, {3, "diffuse"}}),
       LinksRow(1002, "values", "what the points carry, into which channels", {1300013}),
@@ -61,9 +64,10 @@ bool ParticleToGridEmitter::ReadParameters(void* context) {
 bool ParticleToGridEmitter::ResolveLinks() {
   mPorts = {};
   if (!Operator_ToGrid::ResolveLinks()) return false;
-  if (iBase* mesh =
-          mScene->FindObject(mInterface.GetLink(1000), kListGeometry, kBitMesh, kBitAny, kTypeMesh))
-    mPorts.SetPort(kMeshPort, mesh);
+  for (const i32 type : {kTypeMesh, kTypeMultiMesh})
+    if (iBase* source =
+            mScene->FindObject(mInterface.GetLink(1000), kListGeometry, kBitMesh, kBitAny, type))
+      mPorts.SetPort(kMeshPort, source);
   if (iBase* duration = mScene->FindObject(mInterface.GetLink(1016), kListAuxiliary, kBitAny,
                                            kBitAny, kTypeDuration))
     mPorts.SetPort(kDurationPort, duration);
@@ -96,8 +100,15 @@ void ParticleToGridEmitter::CheckDirty() {
   }
 }
 
+std::vector<Mesh*> ParticleToGridEmitter::SourceMeshes() const {
+  std::vector<Mesh*> meshes;
+  CollectMeshes(Source(), meshes);
+  std::erase_if(meshes, [](const Mesh* mesh) { return mesh->mMesh.GetVertexCount() == 0; });
+  return meshes;
+}
+
 void ParticleToGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
-  if (Source() && Source()->mMesh.GetVertexCount() > 0) Source()->mMesh.ExpandBounds(min, max);
+  for (const Mesh* mesh : SourceMeshes()) mesh->mMesh.ExpandBounds(min, max);
 }
 
 bool ParticleToGridEmitter::ComesBefore(const iBase& other) const {
@@ -122,8 +133,16 @@ void ParticleToGridEmitter::Prepare(void*) {
   if (!Source()) return void(Deactivate("it has no mesh"));
   if (mDistanceMode == kByGradient && !mFalloffGradient)
     return void(Deactivate("it has no falloff"));
-  const std::vector<Vec3d>& vertices = Source()->mMesh.GetVertices();
-  mLookup.Build(vertices.data(), static_cast<i32>(vertices.size()), mRadius);
+  constexpr double huge = std::numeric_limits<double>::max();
+  mPointsMin = {huge, huge, huge};
+  mPointsMax = {-huge, -huge, -huge};
+  mPoints.clear();
+  for (const Mesh* mesh : SourceMeshes()) {
+    const std::vector<Vec3d>& vertices = mesh->mMesh.GetVertices();
+    mPoints.insert(mPoints.end(), vertices.begin(), vertices.end());
+    mesh->mMesh.ExpandBounds(mPointsMin, mPointsMax);
+  }
+  mLookup.Build(mPoints.data(), static_cast<i32>(mPoints.size()), mRadius);
   if (mLookup.IsEmpty()) return void(Deactivate("its mesh has no vertices, or its radius is 0"));
   mPorts.mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);
@@ -133,10 +152,9 @@ void ParticleToGridEmitter::Begin(void*) {
   if (!Has(FLAG_ACTIVE)) return;
   constexpr i32 margin = 1;
   const double h = GetDomain().cellSize;
-  const TriMeshSTL& mesh = Source()->mMesh;
   for (int a = 0; a < 3; ++a) {
-    const double lo = std::floor(mesh.GetBoundsMin()[a] / h);
-    const double hi = std::floor(mesh.GetBoundsMax()[a] / h);
+    const double lo = std::floor(mPointsMin[a] / h);
+    const double hi = std::floor(mPointsMax[a] / h);
     if (!(lo > -1e9 && hi < 1e9 && lo <= hi)) return void(Deactivate("its mesh has no box"));
     mRegion.min[a] = static_cast<i32>(lo) - margin;
     mRegion.max[a] = static_cast<i32>(hi) + 1 + margin;
@@ -185,13 +203,12 @@ bool ParticleToGridEmitter::GatherCell(const Vec3d& p, double& weight, Row& row,
     mPorts.mConstraints.Test(p, cellWeight, this, worker);
     if (cellWeight == 0) return false;
   }
-  const std::vector<Vec3d>& vertices = Source()->mMesh.GetVertices();
   double sum = 0;
   i32 count = 0;
   for (const PointNeighbour& neighbour : row.neighbours) {
     double w = cellWeight;
     if (constrained && mConstraintMode != 0 &&
-        !mPorts.mConstraints.Test(vertices[neighbour.index], w, this, worker))
+        !mPorts.mConstraints.Test(mPoints[neighbour.index], w, this, worker))
       continue;
     // A vertex has a density of 1 and a radius of that of the search.
     w *= mMassScale;
@@ -234,6 +251,7 @@ void ParticleToGridEmitter::EmitRow(Row& row, bool owned, const LayerOwner& owne
 
 void ParticleToGridEmitter::Finish() {
   mLookup.Clear();
+  mPoints.clear();
   mPorts.mConstraints.Finish();
   SetFlag(FLAG_ACTIVE, false);
   Operator_ToGrid::Finish();

@@ -2,17 +2,18 @@
 #pragma once
 #include "fluids/emitters/channel_value.h"
 #include "fluids/emitters/operator_to_grid.h"
-#include "fluids/surfacetracker/mesh/mesh.h"
+#include "fluids/surfacetracker/mesh/multi_mesh.h"
 #include "framework/constraint.h"
 #include "grids/point_lookup.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Gathers the points of a source round every cell near it, and emits the mean of what they carry.
-/// The source is a mesh: each vertex carries the values of the linked channel values.
+/// The source is a mesh or a group of meshes: each vertex carries the values of the linked channel
+/// values.
 class ParticleToGridEmitter : public Operator_ToGrid {
  public:
-  /// What the emitter links to: port 1 the mesh, port 2 the duration.
+  /// What the emitter links to: port 1 the mesh or the group, port 2 the duration.
   struct ToGridPortData : iPortData {
     std::vector<ChannelValue*> mValues;
     ConstraintList mConstraints;
@@ -55,7 +56,8 @@ class ParticleToGridEmitter : public Operator_ToGrid {
     std::vector<Vec3d> places;
   };
 
-  Mesh* Source() const { return static_cast<Mesh*>(mPorts.Port(kMeshPort)); }
+  iBase* Source() const { return mPorts.Port(kMeshPort); }
+  std::vector<Mesh*> SourceMeshes() const;
   bool TestDuration();
   void GatherRow(i32 y, i32 z, Row& row, u32 worker) const;
   bool GatherCell(const Vec3d& p, double& weight, Row& row, u32 worker) const;
@@ -72,6 +74,9 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   i32 mConstraintMode = 0;  ///< 0: constraints weigh cells, otherwise points
   double mRadius = 1.4;     ///< simulation units
   double mWeight = 1;       ///< of the duration
+  // From `Prepare` to `Finish`:
+  std::vector<Vec3d> mPoints;  ///< the vertices of all meshes
+  Vec3d mPointsMin{}, mPointsMax{};
   PointLookup mLookup;
 };
 

@@ -95,6 +95,28 @@ TEST(MeshConversion, TurnsNormalsUprightUnderUnevenScales) {
   EXPECT_VEC(rig.GetMesh().mMesh.mColumns.normal[0], Normalised(Vec3d{0.5, 1, 0}), 1e-12);
 }
 
+TEST(MeshConversion, IsTheSameOnOneThreadAndMore) {
+  host::Geometry g = host::MakeTorus({.segments = 256});  // quads with uvs
+  g.polygons[7].d = g.polygons[7].c;
+  g.normals.assign(g.polygons.size(), {Vec3d{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}});
+  TriMeshSTL meshes[2];
+  for (const i32 threads : {1, 5}) {
+    host::SetThreadCount(threads);
+    MeshRig rig(g);
+    rig.Place({1, 2, 3}, {20, 30, 40});
+    rig.Frame(0);
+    meshes[threads > 1] = rig.GetMesh().mMesh;
+  }
+  host::SetThreadCount(0);
+  ASSERT_GT(meshes[0].GetVertexCount(), 8192 * 3) << "enough for several workers";
+  EXPECT_EQ(meshes[0].GetVertices(), meshes[1].GetVertices());
+  EXPECT_EQ(meshes[0].GetTriangles(), meshes[1].GetTriangles());
+  EXPECT_EQ(meshes[0].mUvs, meshes[1].mUvs);
+  EXPECT_EQ(meshes[0].mQuadMap, meshes[1].mQuadMap);
+  EXPECT_EQ(meshes[0].mColumns.normal, meshes[1].mColumns.normal);
+  EXPECT_EQ(meshes[0].mQuadMap.at(8).first, meshes[0].mQuadMap.at(7).first + 1);
+}
+
 TEST(MeshCategories, TellObstaclesByTheTagOfObjectOrVolume) {
   MeshRig rig(Box());
   rig.AddVolume();
@@ -222,6 +244,54 @@ TEST(MeshMotion, IsNoneAfterJumpsEditsAndRestarts) {
   rig.Frame(0);
   EXPECT_VEC(rig.VelocityAt({}), (Vec3d{}), 0.0) << "back at the start";
   EXPECT_NEAR(rig.GetMesh().mMesh.GetBoundsCentre().x, 0, 1e-6);
+}
+
+TEST(MeshMotion, OfABakedObjectIsReplayedWithItsOffset) {
+  MeshRig rig(Box());
+  host::BaseNode& tag = AddObstacleTag(*rig.object);
+  tag.Set(2036, i32{1});
+  tag.Set(2041, -2.5);
+  const auto place = [](double frame) { return frame * frame; };
+  for (i32 frame = 0; frame < 9; ++frame) {
+    rig.Place({place(frame), 0, 0});
+    rig.Frame(frame);
+    // Between two frames the placements are mixed; before the first one it holds still.
+    const double early = std::floor(frame - 2.5);
+    const double x = early < 0 ? 0 : (place(early) + place(early + 1)) / 2;
+    EXPECT_NEAR(rig.GetMesh().mMesh.GetBoundsCentre().x, 0.01 * x, 1e-7) << frame;
+  }
+  // Its speed is that of the replayed motion, not of the object's present one.
+  EXPECT_NEAR(rig.VelocityAt({}).x, 0.01 * (place(6) - place(4)) / 2, 1e-7);
+  // What was stored is known ahead in a second run.
+  tag.Set(2041, 3.0);
+  rig.Frame(0);
+  rig.Frame(1);
+  EXPECT_NEAR(rig.GetMesh().mMesh.GetBoundsCentre().x, 0.01 * place(4), 1e-7);
+  tag.Set(2040, i32{0});
+  rig.Place({50, 0, 0});
+  rig.Frame(2);
+  EXPECT_NEAR(rig.GetMesh().mMesh.GetBoundsCentre().x, 0.5, 1e-7) << "doesn't follow the bake";
+}
+
+TEST(MatrixCache, HoldsMixesAndForgetsFrames) {
+  iRamCache<LMatrix> cache;
+  EXPECT_FALSE(cache.At(3));
+  const auto at = [](double x) { return LMatrix{{{x, 0, 0}}, {x, x, x}}; };
+  cache.Store(3, at(30));
+  cache.Store(4, at(40));
+  cache.Store(8, at(80));
+  const auto x = [&](double frame) { return cache.At(frame)->matrix.offset.x; };
+  EXPECT_EQ(x(-1e300), 30);
+  EXPECT_EQ(x(3), 30);
+  EXPECT_EQ(x(3.25), 32.5);
+  EXPECT_EQ(cache.At(3.25)->scale, (Vec3d{32.5, 32.5, 32.5}));
+  EXPECT_EQ(x(6.5), 40) << "the next frame wasn't stored";
+  EXPECT_EQ(x(1e9), 80);
+  cache.Invalidate(3);
+  EXPECT_EQ(cache.Find(3), nullptr);
+  EXPECT_EQ(x(3.25), 40);
+  cache.Clear();
+  EXPECT_FALSE(cache.At(3));
 }
 
 TEST(MeshMotion, SurvivesFlatAndMirroredObjects) {

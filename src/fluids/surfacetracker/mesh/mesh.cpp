@@ -1,7 +1,10 @@
 #include "fluids/surfacetracker/mesh/mesh.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstring>
 
+#include "fluids/surfacetracker/mesh/mesh_converter.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -18,6 +21,18 @@ bool SameAxes(const Matrix& a, const Matrix& b) {
 u32 NextRevision() {
   static std::atomic<u32> last{0};
   return ++last;
+}
+/// A number for the bits of all coordinates: FNV-1a by words, with the high bits folded down.
+u64 DigestOf(const std::vector<Vec3d>& vertices) {
+  u64 digest = 14695981039346656037u;
+  for (const Vec3d& v : vertices)
+    for (const double c : {v.x, v.y, v.z}) {
+      u64 bits;
+      std::memcpy(&bits, &c, sizeof bits);
+      digest = (digest ^ bits) * 1099511628211u;
+      digest ^= digest >> 32;
+    }
+  return digest;
 }
 }  // namespace
 
@@ -58,7 +73,10 @@ bool Mesh::ResolveLinks() {
   mObject =
       dynamic_cast<PolygonObject*>(mIsMember ? mSource.Resolve() : mInterface.GetObjectLink(1000));
   const NodeId id = mObject ? mObject->Id() : 0;
-  if (id != mObjectId) mHasHistory = false;
+  if (id != mObjectId) {
+    mHasHistory = false;
+    mMatrixCache.Clear();
+  }
   mObjectId = id;
   return mObject != nullptr;
 }
@@ -66,7 +84,23 @@ bool Mesh::ResolveLinks() {
 bool Mesh::AfterLinks() {
   mTagPresent =
       (mObject && mObject->Tag(kObstacleTag)) || (mTagOwner && mTagOwner->Tag(kObstacleTag));
+  ReadTag();
   return true;
+}
+
+void Mesh::ReadTag() {
+  BaseNode* tag = mObject ? mObject->Tag(kObstacleTag) : nullptr;
+  if (!tag && mTagOwner) tag = mTagOwner->Tag(kObstacleTag);
+  const C4D_InterfaceHandler values(tag);
+  mReplays = values.GetBool(2036, false) && values.GetBool(2040, false);
+  mBakeOffset = mReplays ? values.GetReal(2041, 0) : 0;
+}
+
+Matrix Mesh::WantedMatrix() const {
+  const Matrix now = mObject->GlobalMatrix();
+  if (!mReplays) return now;
+  const std::optional<LMatrix> stored = mMatrixCache.At(mScene->mClock.frame + mBakeOffset);
+  return stored ? stored->matrix : now;
 }
 
 void Mesh::SetTagOwner(BaseNode* owner) {
@@ -75,7 +109,7 @@ void Mesh::SetTagOwner(BaseNode* owner) {
 }
 
 bool Mesh::HasObjectChanged() const {
-  return mObject->GlobalMatrix() != mMatrix || mObject->PointDirty() != mPointDirty ||
+  return WantedMatrix() != mMatrix || mObject->PointDirty() != mPointDirty ||
          mObject->PolygonDirty() != mPolygonDirty || GetDomain().worldToSim != mWorldToSim;
 }
 
@@ -83,6 +117,7 @@ void Mesh::CheckDirty() {
   if (Has(FLAG_DIRTY_CHECKED)) return;
   iObject::CheckDirty();
   if (!Has(FLAG_ENABLED)) return;
+  if (mObject && mReplays) mMatrixCache.Store(mScene->mClock.frame, {mObject->GlobalMatrix()});
   if (!mObject) {
     if (HasTriangles()) Reset();
     Deactivate("it links no polygon object");
@@ -111,88 +146,23 @@ void Mesh::Release(bool full) {
 
 // ---- conversion -------------------------------------------------------------------------------
 
-bool Mesh::CopyVertices() {
-  const std::vector<Vec3d>& points = mObject->GetGeometry().points;
-  std::vector<Vec3d>& vertices = mMesh.GetVertices();
-  bool changed = false;
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    const Vec3d p = (mMatrix * points[i]) * mWorldToSim;
-    changed = changed || p != vertices[i];
-    vertices[i] = p;
-  }
-  return changed;
-}
-
-void Mesh::RebuildTriangles() {
-  const Geometry& geometry = mObject->GetGeometry();
-  const i32 points = static_cast<i32>(geometry.points.size());
-  const bool hasUvs = geometry.uvs.size() == geometry.polygons.size();
-  std::vector<VecInt3D>& triangles = mMesh.GetTriangles();
-  triangles.clear();
-  mMesh.mUvs.clear();
-  mMesh.mQuadMap.clear();
-  std::vector<i32> first(geometry.polygons.size());
-  bool hasQuads = false;
-  for (std::size_t i = 0; i < geometry.polygons.size(); ++i) {
-    const Polygon& p = geometry.polygons[i];
-    first[i] = mMesh.GetTriangleCount();
-    const auto isPoint = [&](i32 index) { return index >= 0 && index < points; };
-    if (!isPoint(p.a) || !isPoint(p.b) || !isPoint(p.c) || !isPoint(p.d)) continue;
-    const auto add = [&](i32 b, i32 c, int cornerB, int cornerC) {
-      triangles.push_back({p.a, b, c});
-      if (!hasUvs) return;
-      const auto& uv = geometry.uvs[i];
-      mMesh.mUvs.insert(mMesh.mUvs.end(), {uv[0], uv[cornerB], uv[cornerC]});
-    };
-    add(p.b, p.c, 1, 2);
-    if (p.IsQuad()) add(p.c, p.d, 2, 3);
-    hasQuads = hasQuads || p.IsQuad();
-  }
-  if (!hasQuads) return;
-  for (std::size_t i = 0; i < first.size(); ++i) {
-    const i32 end = i + 1 < first.size() ? first[i + 1] : mMesh.GetTriangleCount();
-    if (end > first[i])
-      mMesh.mQuadMap[static_cast<i32>(i)] = {first[i], end - first[i] > 1 ? first[i] + 1 : -1};
-  }
-}
-
-void Mesh::TakeNormals() {
-  const Geometry& geometry = mObject->GetGeometry();
-  std::vector<Vec3d>& normals = mMesh.mColumns.normal;
-  normals.clear();
-  if (geometry.normals.empty() || geometry.normals.size() != geometry.polygons.size()) return;
-  // Normals go by the transposed inverse, so that they stay upright under uneven scales.
-  const Matrix inverse = Inverse(mMatrix);
-  normals.assign(geometry.points.size(), {});
-  for (std::size_t i = 0; i < geometry.polygons.size(); ++i) {
-    const Polygon& p = geometry.polygons[i];
-    const i32 corners[4] = {p.a, p.b, p.c, p.d};
-    for (int c = 0; c < (p.IsQuad() ? 4 : 3); ++c) {
-      if (corners[c] < 0 || corners[c] >= static_cast<i32>(normals.size())) continue;
-      const Vec3d& n = geometry.normals[i][c];
-      normals[corners[c]] =
-          Normalised(Vec3d{Dot(inverse.v1, n), Dot(inverse.v2, n), Dot(inverse.v3, n)});
-    }
-  }
-}
-
 i32 Mesh::ConvertHostObject() {
   if (!mObject) return 0;
   const Geometry& geometry = mObject->GetGeometry();
   if (geometry.points.empty() || geometry.polygons.empty()) return 0;
-  const i32 vertices = mMesh.GetVertexCount(), triangles = mMesh.GetTriangleCount();
   const bool polygonsChanged = !mHasHistory || mPolygonDirty != mObject->PolygonDirty();
   mPointDirty = mObject->PointDirty();
   mPolygonDirty = mObject->PolygonDirty();
-  mMesh.Resize(triangles, static_cast<i32>(geometry.points.size()));
-  const bool moved = CopyVertices();
-  if (polygonsChanged || vertices != mMesh.GetVertexCount()) RebuildTriangles();
-  TakeNormals();
-  const bool countsChanged =
-      vertices != mMesh.GetVertexCount() || triangles != mMesh.GetTriangleCount();
-  if (moved || polygonsChanged || countsChanged) mRevision = NextRevision();
-  if (mMesh.GetTriangleCount() == 0) return 0;
-  return countsChanged ? 2 : 1;
+  MeshConverter_C4DtoSTL converter(*mObject, mMatrix, mWorldToSim, polygonsChanged, mMesh);
+  // Waking a worker costs more than a few thousand points.
+  constexpr std::size_t pointsPerWorker = 8192;
+  converter.Convert(static_cast<i32>(
+      std::min<std::size_t>(geometry.points.size() / pointsPerWorker + 1, mScene->mThreadCount)));
+  if (converter.HasChanged()) {
+    mRevision = NextRevision();
+    mAlteredShapes.clear();
+  }
+  return converter.HaveCountsChanged() ? 2 : 1;
 }
 
 // ---- motion -----------------------------------------------------------------------------------
@@ -240,14 +210,13 @@ void Mesh::Prepare(void*) {
   const Vec3d centreBefore = mMesh.GetBoundsCentre();
   if (moved) {
     mMatrixBefore = mMatrix;
-    mMatrix = mObject->GlobalMatrix();
+    mMatrix = WantedMatrix();
     mWorldToSim = GetDomain().worldToSim;
     if (ConvertHostObject() == 0) {
       Reset();
       Deactivate("its object has no polygons");
       return;
     }
-    UpdateBounds();
   }
   const bool isStep = moved && mHasHistory && mTime->elapsed > 0 && IsNextFrame();
   if (isStep) {
@@ -265,6 +234,17 @@ void Mesh::Prepare(void*) {
 void Mesh::MarkAltered() {
   mAltered = true;
   UpdateBounds();
+  const u64 digest = DigestOf(mMesh.GetVertices());
+  const auto known = std::find_if(mAlteredShapes.begin(), mAlteredShapes.end(),
+                                  [&](const auto& shape) { return shape.first == digest; });
+  if (known != mAlteredShapes.end()) {
+    mAlteredRevision = known->second;
+    return;
+  }
+  // Operators that change with time would fill the list.
+  if (mAlteredShapes.size() == 16) mAlteredShapes.erase(mAlteredShapes.begin());
+  mAlteredRevision = NextRevision();
+  mAlteredShapes.emplace_back(digest, mAlteredRevision);
 }
 
 void Mesh::UndoAlteration() {

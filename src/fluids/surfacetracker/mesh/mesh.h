@@ -1,5 +1,6 @@
 // Host polygons in the simulation.
 #pragma once
+#include "fluids/surfacetracker/mesh/matrix_cache.h"
 #include "fluids/surfacetracker/mesh/tri_mesh.h"
 #include "framework/iobject.h"
 #include "host/polygon_object.h"
@@ -13,6 +14,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// and rests there in the others. The motion is spread over the whole frame: in each substep the
 /// velocities are that substep's share of it, and motion / `stepDuration` is the object's speed
 /// however a frame is cut.
+///
+/// With the obstacle tag's `baked` and `follow_bake` it replays the placements that the object had
+/// in the frames that were run: in each frame that of `bake_offset` frames later, mixed between two
+/// frames, and at the ends of what is stored the first or last one.
 class Mesh : public iObject {
  public:
   Mesh() = default;
@@ -65,25 +70,25 @@ class Mesh : public iObject {
   /// An operator moved vertices or normals of the record. The box follows; the next `Prepare`
   /// starts from the host's shape again.
   void MarkAltered();
+  bool HasTag() const { return mTagPresent; }
 
   /// Told by each volume over this mesh: its node if that carries the obstacle tag, else null.
   void SetTagOwner(host::BaseNode* owner);
   /// Ready for use: the record holds triangles.
   bool HasTriangles() const { return mMesh.GetTriangleCount() > 0; }
-  /// Another number whenever vertices or triangles of the host's shape change; no two meshes share
-  /// one.
-  u32 Revision() const { return mRevision; }
+  /// Another number for other vertices or triangles, of the host's shape or as operators altered
+  /// it; no two meshes share one.
+  u32 Revision() const { return mAltered ? mAlteredRevision : mRevision; }
 
   TriMeshSTL mMesh;
-  TriMeshSTL mPreviousMesh;  ///< state of the step before, then equal to `mMesh`
+  TriMeshSTL mPreviousMesh;  ///< state of the step before, then the host's shape of this one
 
  private:
   bool HasObjectChanged() const;
   bool IsNextFrame() const;
-  bool CopyVertices();
-  void RebuildTriangles();
-  void TakeNormals();
   void UndoAlteration();
+  void ReadTag();
+  Matrix WantedMatrix() const;
   void UpdateMotion(const Vec3d& centreBefore, bool pointsChanged);
   void UpdateVertexVelocities(bool isStep);
   double StepShare() const { return mTime ? mTime->stepFraction : 1.0; }
@@ -105,6 +110,12 @@ class Mesh : public iObject {
   bool mHasHistory = false;  ///< a state of the step before exists
   bool mSettling = false;    ///< moved in the last step: velocities go to zero in the next one
   u32 mRevision = 0;
+  u32 mAlteredRevision = 0;
+  /// Digests of the altered vertices since the host's shape changed, with their revisions.
+  std::vector<std::pair<u64, u32>> mAlteredShapes;
+  iRamCache<LMatrix> mMatrixCache;  ///< placements of the object by frame of the document
+  bool mReplays = false;
+  double mBakeOffset = 0;  ///< frames
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

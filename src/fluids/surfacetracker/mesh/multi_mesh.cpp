@@ -1,5 +1,7 @@
 #include "fluids/surfacetracker/mesh/multi_mesh.h"
 
+#include <algorithm>
+
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -18,6 +20,14 @@ const ParameterTable& MultiMesh::Parameters() {
 
 MultiMesh::MultiMesh(BaseNode* node, Scene* scene) : iObject(node, scene) {
   mStageMask |= StageBit(kVolumes);
+}
+
+void MultiMesh::GetCategories(u32& mask) const {
+  mask |= kCategoryMesh;
+  const bool hasTag = (Node() && Node()->Tag(kObstacleTag)) ||
+                      std::any_of(mMeshes.begin(), mMeshes.end(),
+                                  [](const auto& entry) { return entry.second->HasTag(); });
+  if (hasTag) mask |= kCategoryActiveVolume;
 }
 
 bool MultiMesh::ReadParameters(void* context) {
@@ -40,18 +50,26 @@ bool MultiMesh::ResolveLinks() {
       mesh->mName = mName + "/" + object->Name();
       mesh->SetSource(object, -1);
       mesh->ReadParameters();
+      mListChanged = true;
     }
     mesh->ResolveLinks();
     mesh->AfterLinks();
     mesh->SetFlag(FLAG_MARK, true);
   }
-  std::erase_if(mMeshes, [](const auto& entry) { return !entry.second->Has(FLAG_MARK); });
+  if (std::erase_if(mMeshes, [](const auto& entry) { return !entry.second->Has(FLAG_MARK); }))
+    mListChanged = true;
   return !mMeshes.empty();
 }
 
 bool MultiMesh::AfterLinks() {
-  for (auto& [key, mesh] : mMeshes) mesh->AfterLinks();
+  BaseNode* owner = Node() && Node()->Tag(kObstacleTag) ? Node() : nullptr;
+  for (auto& [key, mesh] : mMeshes) mesh->SetTagOwner(owner);
   return true;
+}
+
+void MultiMesh::SetMoved(bool moved) {
+  for (auto& [key, mesh] : mMeshes) mesh->SetMoved(moved);
+  iObject::SetMoved(moved);
 }
 
 void MultiMesh::ClearLinks() {
@@ -64,6 +82,8 @@ void MultiMesh::CheckDirty() {
   iObject::CheckDirty();
   if (!Has(FLAG_ENABLED)) return;
   for (auto& [key, mesh] : mMeshes) mesh->CheckDirty();
+  if (mListChanged) MarkDirty(false);
+  mListChanged = false;
 }
 
 bool MultiMesh::IsDirty() const {
@@ -80,10 +100,6 @@ void MultiMesh::Reset() {
 void MultiMesh::Release(bool full) {
   for (auto& [key, mesh] : mMeshes) mesh->Release(full);
   iObject::Release(full);
-}
-
-void MultiMesh::ExpandBounds(Vec3d& min, Vec3d& max) {
-  for (auto& [key, mesh] : mMeshes) mesh->ExpandBounds(min, max);
 }
 
 void MultiMesh::Prepare(void* context) {
@@ -114,6 +130,14 @@ Mesh* MultiMesh::GetSubMesh(i32 index) const {
   index = std::max(index, 0);
   if (index >= GetSubMeshCount()) return nullptr;
   return std::next(mMeshes.begin(), index)->second.get();
+}
+
+void CollectMeshes(iBase* object, std::vector<Mesh*>& out) {
+  if (!object) return;
+  if (object->GetTypeId() == kTypeMesh) out.push_back(static_cast<Mesh*>(object));
+  if (object->GetTypeId() != kTypeMultiMesh) return;
+  const auto& group = static_cast<const MultiMesh&>(*object);
+  for (i32 i = 0; i < group.GetSubMeshCount(); ++i) out.push_back(group.GetSubMesh(i));
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

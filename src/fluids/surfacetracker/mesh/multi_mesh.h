@@ -19,18 +19,19 @@ class MultiMesh : public iObject {
   static const host::ParameterTable& Parameters();
   i32 GetTypeId() const override { return kTypeMultiMesh; }
   i32 GetListIndex() const override { return kListGeometry; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryMesh; }
+  /// An obstacle when its node or any of its objects carries the tag.
+  void GetCategories(u32& mask) const override;
   bool IsSequential() const override { return true; }
   bool RunsOnRefresh() const override { return true; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   bool AfterLinks() override;
+  void SetMoved(bool moved) override;
   void ClearLinks() override;
   void CheckDirty() override;
   bool IsDirty() const override;
   void Reset() override;
   void Release(bool full) override;
-  void ExpandBounds(Vec3d& min, Vec3d& max) override;
   void Prepare(void* context = nullptr) override;
   void Begin(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;
@@ -46,6 +47,11 @@ class MultiMesh : public iObject {
   /// By creation number of the host object, then by the index of the clone (-1 for the object).
   using Key = std::pair<host::NodeId, i32>;
   std::map<Key, std::unique_ptr<Mesh>> mMeshes;
+  bool mListChanged = false;  ///< meshes came or went when the links were fetched
 };
+
+/// The meshes that an object of the mesh category stands for: a mesh itself, or those of a group in
+/// its order.
+void CollectMeshes(iBase* object, std::vector<Mesh*>& out);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -29,6 +29,7 @@ void TriMeshSTL::Assign(const TriMeshSTL& other) { *this = other; }
 
 bool TriMeshSTL::Resize(i32 triangles, i32 vertices) {
   const bool changed = triangles != GetTriangleCount() || vertices != GetVertexCount();
+  if (vertices != GetVertexCount()) mColumns.Clear();
   mVertices.resize(vertices);
   mTriangles.resize(triangles);
   return changed;

@@ -37,7 +37,7 @@ class TriMeshSTL {
   void UpdateBounds();
 
   void Assign(const TriMeshSTL& other);
-  /// True when a count changed.
+  /// True when a count changed; another count of vertices drops their columns.
   bool Resize(i32 triangles, i32 vertices);
   void Clear();
 
