@@ -1,6 +1,8 @@
 #include "fluids/volume/volume_base.h"
 
 #include "framework/scene.h"
+#include "grids/fixed_blocks.h"
+#include "grids/split.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -37,6 +39,7 @@ bool VolumeBase::ReadParameters(void* context) {
   mPadding = {padding, padding, padding};
   mDeriveMass = mInterface.GetBool(1018);
   SetFlag(FLAG_AFFECTS_BOUNDS, mInterface.GetBool(1001));
+  mFractions.ReadParameters(context);
   return true;
 }
 
@@ -57,6 +60,8 @@ bool VolumeBase::IsDirty() const {
 
 void VolumeBase::Release(bool full) {
   mGrid.reset();
+  MarkGridChanged();
+  mFractions.Release(full);
   mCells = {};
   mBoxMin = {kHuge, kHuge, kHuge};
   mBoxMax = {-kHuge, -kHuge, -kHuge};
@@ -86,6 +91,7 @@ void VolumeBase::UpdateBounds() {
 }
 
 bool VolumeBase::AllocateGrid() {
+  MarkGridChanged();
   const VecInt3D dims = mCells + VecInt3D{1, 1, 1};
   if (mCells == VecInt3D{}) {
     mGrid.reset();
@@ -107,6 +113,58 @@ bool VolumeBase::AllocateGrid() {
   mGrid->mRangeMax = mCellSize;
   SetFlag(FLAG_ACTIVE, true);
   return true;
+}
+
+// ---- content ----------------------------------------------------------------------------------
+
+const Grid_VolumeFractions* VolumeBase::GetFractions(u32 kinds, FractionMethod method) {
+  if (!HasGridData()) return nullptr;
+  if (mHasFractions && mFractions.mKinds == kinds && mFractions.mMethod == method)
+    return &mFractions;
+  mHasFractions = false;
+  mFractions.mSource = {mGrid.get(), nullptr};
+  mFractions.mKinds = kinds;
+  mFractions.mMethod = method;
+  mFractions.Prepare();
+  const i32 threads = mScene ? mScene->mThreadCount : 1;
+  SlabTable slabs;
+  if (!mFractions.Has(FLAG_ACTIVE) || !SplitZ(slabs, mGrid->mLayout.dims, true, threads))
+    return nullptr;
+  const i32 workers = std::min(threads, mGrid->mLayout.dims.z);
+  host::WorkerPool::Instance().Run(workers, [&](i32 index) {
+    EvaluationThreadData data;
+    data.index = index;
+    data.count = workers;
+    data.isLast = index == workers - 1;
+    data.min = slabs.min[index];
+    data.max = slabs.max[index];
+    mFractions.Evaluate(data);
+  });
+  mHasFractions = true;
+  return &mFractions;
+}
+
+double VolumeBase::VoxelVolume() const {
+  if (!HasGridData() || mGrid->mNz < 4) return 0;
+  const EGrid<double>& grid = *mGrid;
+  const i64 cells = ReduceBlocks(
+      grid.mNz - 3, mScene ? mScene->mThreadCount : 1, i64{0},
+      [&](i32 block) {
+        i64 inside = 0;
+        for (i32 y = 1; y < grid.mNy - 2; ++y) {
+          const double* a = grid.mData + grid.Index(0, y, block + 1);
+          const double *b = a + grid.mNx, *c = a + grid.mSlice, *d = b + grid.mSlice;
+          for (i32 x = 1; x < grid.mNx - 2; ++x) {
+            const double sum =
+                a[x] + a[x + 1] + b[x] + b[x + 1] + c[x] + c[x + 1] + d[x] + d[x + 1];
+            inside += !(static_cast<f32>(0.125 * sum) > 0);
+          }
+        }
+        return inside;
+      },
+      [](i64 sum, i64 part) { return sum + part; });
+  const double size = grid.mLayout.cellSize;
+  return static_cast<double>(cells) * (size * size * size);
 }
 
 // ---- point operations -------------------------------------------------------------------------

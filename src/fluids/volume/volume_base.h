@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "fluids/surfacetracker/mesh/mesh.h"
+#include "fluids/volume/volume_fractions.h"
 #include "framework/iobject.h"
 #include "grids/egrid.h"
 #include "grids/sampling.h"
@@ -98,6 +99,15 @@ class VolumeBase : public iVolume {
   Vec3d GradientAtRelative(const Vec3d& p) const;
   Vec3d GradientAtWorld(const Vec3d& p) const;
 
+  /// How much of the grid's cells, faces or edges (bits of `FractionKind`) lies inside; measured
+  /// when it is asked for and something changed since. Null without a grid, or without memory. Not
+  /// for workers.
+  const Grid_VolumeFractions* GetFractions(u32 kinds,
+                                           FractionMethod method = FractionMethod::Analytic);
+  /// The cells, without the outermost layer, whose mean distance over their corners isn't above 0:
+  /// their volume in cubed simulation units.
+  double VoxelVolume() const;
+
   EGrid<double>* GetGrid() const { return mGrid.get(); }
   bool HasGridData() const { return mGrid && mGrid->mData; }
   /// The source mesh, or null.
@@ -112,7 +122,14 @@ class VolumeBase : public iVolume {
   double mMaximumDistance = -1e7;  ///< greatest interior distance of the voxeliser
 
  protected:
+  /// The distances are no longer those that the fractions were measured from.
+  void MarkGridChanged() { mHasFractions = false; }
+
   Mesh* mMesh = nullptr;
+
+ private:
+  Grid_VolumeFractions mFractions;
+  bool mHasFractions = false;  ///< they are those of the present grid
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -88,7 +88,8 @@ void VolumeMesh::CheckDirty() {
   if (mMesh) mMesh->CheckDirty();
   const FrameClock& clock = mScene->mClock;
   const bool inRange = clock.frame >= clock.startFrame && clock.frame < clock.endFrame;
-  if ((mScene->mFlags & Scene::kDomainChanged) || inRange || (mMesh && mMesh->IsDirty()))
+  if ((mScene->mFlags & Scene::kDomainChanged) || inRange || (mMesh && mMesh->IsDirty()) ||
+      mVoxelised.mesh != mMesh)
     MarkDirty(false);
 }
 
@@ -134,6 +135,7 @@ void VolumeMesh::Evaluate(const EvaluationThreadData& data) {
     Deactivate("there is no memory for its work grids");
   }
   mMaximumDistance = mVoxeliser.mMaximumDistance;
+  MarkGridChanged();
 }
 
 Vec3d VolumeMesh::TriangleNormalAt(i32 index) const {

@@ -138,6 +138,58 @@ TEST_P(Groups, AsObstaclesAreTheirMembers) {
   EXPECT_EQ(obstacles.size(), 2u);
 }
 
+TEST_P(Groups, AreTheUnionOfTheirMembers) {
+  TwoBalls rig(GetParam());
+  rig.balls[0]->SetPlacement({-30, 0, 0}, {}, {1, 1, 1});
+  rig.balls[1]->SetPlacement({30, 10, 0}, {}, {1, 1, 1});
+  rig.Frame(0);
+  const MultiVolume& group = rig.Group();
+  const auto ball = [](const Vec3d& p, double x, double y) {
+    return Length(p - Vec3d{x, y, 0}) - 0.5;
+  };
+  ForEachCell({{-17, -12, -12}, {18, 14, 13}}, [&](i32 x, i32 y, i32 z) {
+    const Vec3d p = ToReal({x, y, z}) * kCell;
+    const double wanted = std::min(ball(p, -0.3, 0), ball(p, 0.3, 0.1));
+    if (std::abs(wanted) < 0.01) return;
+    EXPECT_EQ(group.IsInsideWorld(p), wanted < 0) << x << " " << y << " " << z;
+    if (wanted < 0) {
+      EXPECT_NEAR(group.DistanceAtWorld(p), wanted, 0.01);
+    }
+  });
+}
+
+TEST(MultiVolume, LeavesOutMembersThatAreSwitchedOff) {
+  TwoBalls rig(false);
+  rig.Frame(0);
+  EXPECT_LE(rig.Group().mBoxMin.x, -1.5);
+  rig.sources[0]->SetEnabled(false);
+  rig.Frame(1);
+  MultiVolume& group = rig.Group();
+  EXPECT_TRUE(group.Has(FLAG_ACTIVE));
+  EXPECT_FALSE(group.IsInsideWorld({-1, 0, 0}));
+  EXPECT_TRUE(group.IsInsideWorld({1, 0, 0}));
+  EXPECT_GT(group.mBoxMin.x, 0) << "its box no longer counts";
+  EXPECT_GT(group.DistanceAtWorld({0.4, 0, 0}), 0.05) << "a member without a grid has no distance";
+  rig.sources[0]->SetEnabled(true);
+  rig.Frame(2);
+  EXPECT_TRUE(group.IsInsideWorld({-1, 0, 0}));
+  rig.group->SetEnabled(false);
+  rig.Frame(3);
+  EXPECT_EQ(rig.scene->FindObject(rig.group, kListGeometry), nullptr);
+}
+
+TEST_P(Groups, WidenTheDomainWithoutMembersByNothing) {
+  TwoBalls rig(GetParam());
+  rig.group->Set(1100, InExcludeData{});
+  rig.Frame(0);
+  Vec3d min{1, 2, 3}, max{4, 5, 6};
+  rig.Group().ExpandBounds(min, max);
+  EXPECT_EQ(min, (Vec3d{1, 2, 3}));
+  EXPECT_EQ(max, (Vec3d{4, 5, 6}));
+  EXPECT_STREQ(rig.Group().mInactiveReason, "it lists no mesh");
+  EXPECT_EQ(rig.Group().DistanceAtWorld({0, 0, 0}), iVolume::kHuge);
+}
+
 TEST(MultiVolume, MembersMeasureAsSingleVolumesDo) {
   TwoBalls rig(false);
   host::BaseNode& single = rig.Create("volume", "single", rig.server);
@@ -152,6 +204,24 @@ TEST(MultiVolume, MembersMeasureAsSingleVolumesDo) {
   const EGrid<double>&a = *alone.GetGrid(), &b = *rig.Members()[1]->GetGrid();
   ASSERT_EQ(a.Dims(), b.Dims());
   EXPECT_EQ(std::memcmp(a.mData, b.mData, sizeof(double) * a.mCount), 0);
+}
+
+TEST(MultiMesh, IsAnObstacleByItsOwnTagOrThatOfAnObject) {
+  TwoBalls rig(true);
+  rig.Frame(0);
+  const auto isObstacle = [&] {
+    return rig.scene->FindObject(rig.sources[0], kListGeometry)->HasCategory(kBitActiveVolume);
+  };
+  EXPECT_FALSE(isObstacle());
+  AddObstacleTag(*rig.balls[1]);
+  rig.Frame(1);
+  EXPECT_TRUE(isObstacle());
+  rig.balls[1]->RemoveTag(host::kObstacleTag);
+  rig.Frame(2);
+  EXPECT_FALSE(isObstacle());
+  AddObstacleTag(*rig.sources[0]);
+  rig.Frame(3);
+  EXPECT_TRUE(isObstacle());
 }
 
 TEST(MultiMesh, IsASourceOfOneVolume) {

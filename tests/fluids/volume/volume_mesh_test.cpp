@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <numbers>
 
 #include "fluids/mesh/mesh_rig.h"
 
@@ -158,6 +159,106 @@ TEST(VolumeMesh, IsTheSameWithOneThreadAndTwo) {
   host::SetThreadCount(0);
   ASSERT_EQ(values[0].size(), values[1].size());
   EXPECT_EQ(std::memcmp(values[0].data(), values[1].data(), 8 * values[0].size()), 0);
+}
+
+// ---- content ---------------------------------------------------------------------------------
+
+double SumOf(const EGrid<float>& grid) {
+  double sum = 0;
+  for (i32 i = 0; i < grid.mCount; ++i) sum += grid[i];
+  return sum;
+}
+constexpr double BallVolume(double r) { return 4.0 / 3.0 * std::numbers::pi * r * r * r; }
+
+TEST(VolumeContent, CellFractionsAndVoxelsHaveTheVolumeOfABall) {
+  BallRig rig;
+  rig.Place({3, -4, 7});
+  rig.Frame(0);
+  VolumeMesh& volume = rig.GetVolume();
+  const double cube = kCell * kCell * kCell;
+  for (const FractionMethod method : {FractionMethod::Tetrahedra, FractionMethod::Sampled}) {
+    const Grid_VolumeFractions* fractions = volume.GetFractions(kFractionCell, method);
+    ASSERT_NE(fractions, nullptr);
+    const double tolerance = method == FractionMethod::Sampled ? 0.02 : 0.01;
+    EXPECT_NEAR(SumOf(*fractions->GetRead(0, 0)) * cube / BallVolume(0.5), 1, tolerance);
+  }
+  EXPECT_NEAR(volume.VoxelVolume() / BallVolume(0.5), 1, 0.015);
+}
+
+TEST(VolumeContent, FacesAcrossABallHaveItsCrossSection) {
+  BallRig rig;
+  rig.Frame(0);
+  VolumeMesh& volume = rig.GetVolume();
+  const Grid_VolumeFractions* fractions = volume.GetFractions(kFractionFaces);
+  ASSERT_NE(fractions, nullptr);
+  for (i32 axis = 0; axis < 3; ++axis) {
+    const EGrid<float>& faces = *fractions->GetRead(axis, 1);
+    // The nodes lie on multiples of the cell size: the middle layer runs through the centre.
+    CellBox box{{0, 0, 0}, faces.Dims()};
+    box.min[axis] = static_cast<i32>(std::lround(-volume.mBoxMin[axis] / kCell));
+    box.max[axis] = box.min[axis] + 1;
+    double area = 0;
+    ForEachCell(box, [&](i32 x, i32 y, i32 z) { area += faces(x, y, z); });
+    EXPECT_NEAR(area * kCell * kCell, std::numbers::pi * 0.25, 0.005) << axis;
+  }
+}
+
+TEST(VolumeContent, IsMeasuredOnDemandAndAnewWhenTheGridChanged) {
+  BallRig rig;
+  rig.Frame(0);
+  VolumeMesh& volume = rig.GetVolume();
+  const auto sum = [&] { return SumOf(*volume.GetFractions(kFractionCell)->GetRead(0, 0)); };
+  const double first = sum();
+  rig.Frame(1);
+  volume.GetFractions(kFractionCell)->GetWrite(0, 0)->Fill(0.0f);
+  EXPECT_EQ(sum(), 0) << "not measured again for the same grid";
+  rig.Place({0, 0, 0}, {}, {0.5, 0.5, 0.5});
+  rig.Frame(2);
+  EXPECT_NEAR(sum() / first, 0.125, 0.01);
+  rig.volumeNode->Set(1007, i32{1});
+  rig.Frame(3);
+  const double cells = volume.GetGrid()->mLayout.count;
+  EXPECT_NEAR((cells - sum()) / first, 0.125, 0.01) << "inverted: all but the ball";
+  rig.volumeNode->Set(1003, host::Link{});
+  rig.Frame(4);
+  EXPECT_EQ(volume.GetFractions(kFractionCell), nullptr);
+  EXPECT_EQ(volume.VoxelVolume(), 0);
+}
+
+TEST(VolumeContent, OfAShellIsItsSkin) {
+  BallRig rig;
+  rig.volumeNode->Set(1006, 0.4);
+  rig.Frame(0);
+  VolumeMesh& volume = rig.GetVolume();
+  const double inner = 0.5 - 0.4 * volume.mMaximumDistance;
+  const double wanted = BallVolume(0.5) - BallVolume(inner);
+  const double cube = kCell * kCell * kCell;
+  EXPECT_NEAR(SumOf(*volume.GetFractions(kFractionCell)->GetRead(0, 0)) * cube / wanted, 1, 0.02);
+  EXPECT_NEAR(volume.VoxelVolume() / wanted, 1, 0.03);
+  // Deepest in the middle of the skin, with a surface on either side.
+  EXPECT_NEAR(volume.DistanceAtWorld({(0.5 + inner) / 2, 0, 0}), (inner - 0.5) / 2, 0.01);
+  EXPECT_NEAR(volume.DistanceAtWorld({0, inner, 0}), 0, 0.01);
+  EXPECT_GT(volume.DistanceAtWorld({0, 0, 0}), 0.2);
+  Vec3d p{0, 0, inner + 0.03};
+  ASSERT_TRUE(volume.PushOut(p, true, 0));
+  EXPECT_NEAR(p.z, inner, 0.01) << "out of the skin to its nearer side";
+}
+
+TEST(VolumeContent, OfAnInvertedVolumeIsWhatTheMeshLeavesFree) {
+  BallRig rig;
+  rig.volumeNode->Set(1007, i32{1});
+  rig.Frame(0);
+  const VolumeMesh& volume = rig.GetVolume();
+  EXPECT_FALSE(volume.IsInsideWorld({0.1, 0, 0}));
+  EXPECT_TRUE(volume.IsInsideWorld({0, 0.6, 0}));
+  EXPECT_NEAR(volume.DistanceAtWorld({0, 0.56, 0}), -0.06, 3e-3);
+  EXPECT_NEAR(volume.DistanceAtWorld({0, 0, 0.3}), 0.2, 3e-3);
+  Vec3d p{0, 0.56, 0};
+  ASSERT_TRUE(volume.PushOut(p, true, 0));
+  EXPECT_VEC(p, (Vec3d{0, 0.5, 0}), 3e-3);
+  SurfaceRecord record;
+  ASSERT_TRUE(volume.ClosestSurface({0.57, 0, 0}, record, 0));
+  EXPECT_VEC(record.normal, (Vec3d{-1, 0, 0}), 0.02);
 }
 
 // ---- point operations ------------------------------------------------------------------------
