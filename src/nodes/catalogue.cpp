@@ -21,6 +21,8 @@
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
 #include "fluids/operators/grid_variable_density.h"
+#include "fluids/operators/mesh_curvature_operator.h"
+#include "fluids/operators/mesh_smoothing_operator.h"
 #include "fluids/surfacetracker/mesh/mesh.h"
 #include "fluids/surfacetracker/mesh/multi_mesh.h"
 #include "fluids/volume/multi_volume.h"
@@ -120,6 +122,12 @@ const std::vector<NodeKind>& Catalogue() {
      GridVariableDensity::Parameters, Make<GridVariableDensity>},
     {1300133, "volume_multi", "MultiVolume", "MultiVolume", kTypeMultiVolume, 2, kCategoryVolume,
      "SV", {3}, 0, {"Bodies"}, MultiVolume::Parameters, Make<MultiVolume>},
+    {1300135, "mop_curvature", "MOP::Curvature", "MeshCurvatureOperator", kTypeMeshOperator, 4,
+     kCategoryMesh, "I*V", {7}, 20, {"Bodies/Operators"}, MeshCurvatureOperator::Parameters,
+     Make<MeshCurvatureOperator>},
+    {1300136, "mop_smoothing", "MOP::Smoother", "MeshSmoothingOperator", kTypeMeshOperator, 4,
+     kCategoryMesh, "IV", {7}, 20, {"Bodies/Operators"}, MeshSmoothingOperator::Parameters,
+     Make<MeshSmoothingOperator>},
     {1300143, "mesh", "Mesh", "Mesh", kTypeMesh, 2, kCategoryMesh, "SV", {3}, 0, {"Bodies"},
      Mesh::Parameters, Make<Mesh>},
     {1300144, "mesh_multi", "MultiMesh", "MultiMesh", kTypeMultiMesh, 2, kCategoryMesh, "SV", {3},

@@ -1,0 +1,43 @@
+// Curvature of meshes.
+#pragma once
+#include "fluids/operators/mesh_operator.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Measures the mean curvature at each vertex of a mesh into property 13: the length of the
+/// curvature normal, which is the sum of the principal curvatures, 2 / r on a sphere; per
+/// simulation unit, never negative.
+///
+/// The cotangent formula over the barycentric area: Meyer, Desbrun, Schroeder and Barr, "Discrete
+/// Differential-Geometry Operators for Triangulated 2-Manifolds" (2003), equation 8.
+class MeshCurvatureOperator : public MeshOperator {
+ public:
+  MeshCurvatureOperator() { mPassCount = 2; }
+  MeshCurvatureOperator(host::BaseNode* node, Scene* scene) : MeshOperator(node, scene) {
+    mPassCount = 2;
+  }
+  MeshCurvatureOperator(const MeshCurvatureOperator& other)
+      : MeshOperator(other), mSmooth(other.mSmooth) {}
+
+  static const host::ParameterTable& Parameters();
+  /// Only smoothing asks for a second pass.
+  bool IsIterative() const override { return mSmooth; }
+  bool ReadParameters(void* context = nullptr) override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<MeshCurvatureOperator>(*this);
+  }
+
+ private:
+  Vec3d CurvatureNormal(i32 vertex, double& area) const;
+  void Measure(const EvaluationThreadData& data);
+  void Smooth(const EvaluationThreadData& data);
+
+  bool mSmooth = true;
+  std::vector<double> mCurvature;  ///< of each vertex, unweighted and unsmoothed
+  std::vector<double> mArea;       ///< twice the barycentric area; 0 where nothing was measured
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

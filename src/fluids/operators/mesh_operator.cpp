@@ -1,0 +1,77 @@
+#include "fluids/operators/mesh_operator.h"
+
+#include "fluids/volume/volume_mesh.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+ParameterTable MeshOperator::Rows(ParameterTable own) {
+  own.insert(own.begin(),
+             {LinkRow(1000, "target", "the mesh, or the volume whose mesh is meant",
+                      {1300143, 1028106}),
+              LinkRow(1001, "duration", "when it runs, and how strongly", {1028240})});
+  return own;
+}
+
+bool MeshOperator::ReadParameters(void* context) {
+  mPriority = 20;
+  return iObject::ReadParameters(context);
+}
+
+bool MeshOperator::ResolveLinks() {
+  mMesh = nullptr;
+  mRecord = nullptr;
+  mDuration = nullptr;
+  mConstraints.Clear();
+  if (!iObject::ResolveLinks()) return false;
+  iBase* target = mScene->FindObject(mInterface.GetLink(1000), kListGeometry, kBitMesh);
+  if (target && target->GetTypeId() == kTypeMesh) mMesh = static_cast<Mesh*>(target);
+  if (target && target->GetTypeId() == kTypeVolumeMesh)
+    mMesh = static_cast<VolumeMesh*>(target)->GetMesh();
+  if (mMesh) mRecord = &mMesh->mMesh;
+  mDuration = static_cast<Duration*>(mScene->FindObject(mInterface.GetLink(1001), kListAuxiliary,
+                                                        kBitAny, kBitAny, kTypeDuration));
+  mConstraints.Resolve(*this);
+  return mRecord != nullptr;
+}
+
+void MeshOperator::ClearLinks() {
+  mMesh = nullptr;
+  mRecord = nullptr;
+  mDuration = nullptr;
+  mConstraints.Clear();
+  iObject::ClearLinks();
+}
+
+void MeshOperator::CheckDirty() {
+  if (Has(FLAG_DIRTY_CHECKED)) return;
+  iObject::CheckDirty();
+  if (!Has(FLAG_ENABLED)) return;
+  if (mMesh) mMesh->CheckDirty();
+  if ((mScene->mFlags & Scene::kTimeChanged) || (mMesh && mMesh->IsDirty())) MarkDirty(false);
+}
+
+bool MeshOperator::IsDirty() const { return Has(FLAG_DIRTY) && (!mTime || mTime->substep < 2); }
+
+void MeshOperator::Prepare(void*) {
+  if (!mRecord) return void(Deactivate("it links no mesh"));
+  if (mMesh && !mMesh->Has(FLAG_ENABLED)) return void(Deactivate("its mesh is switched off"));
+  mWeight = 1;
+  if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, mWeight))
+    return void(Deactivate("its time window is closed"));
+  const i32 threads = mScene ? mScene->mThreadCount : 1;
+  if (!SplitCount(mFirst, mLast, mRecord->GetVertexCount(), 0, threads))
+    return void(Deactivate("its mesh has no vertices"));
+  mConstraints.Prepare(this);
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void MeshOperator::Finish() {
+  mTopology.Clear();
+  mConstraints.Finish();
+  SetFlag(FLAG_ACTIVE, false);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,71 @@
+// Operators on the vertices of a mesh.
+#pragma once
+#include <array>
+
+#include "fluids/surfacetracker/mesh/mesh.h"
+#include "fluids/surfacetracker/mesh/topology.h"
+#include "framework/constraint.h"
+#include "framework/duration.h"
+#include "grids/split.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Base of the operators that change a mesh's vertices or their properties, each vertex by itself
+/// from what its neighbours were before. A mesh starts from the host's shape once a frame, and so
+/// do its operators: in the first substep.
+class MeshOperator : public iObject {
+ public:
+  MeshOperator() { mStageMask |= StageBit(kOperators); }
+  MeshOperator(host::BaseNode* node, Scene* scene) : iObject(node, scene) {
+    mStageMask |= StageBit(kOperators);
+  }
+  /// A copy has the links, nothing of a run.
+  MeshOperator(const MeshOperator& other)
+      : iObject(other),
+        mMesh(other.mMesh),
+        mRecord(other.mRecord),
+        mDuration(other.mDuration),
+        mConstraints(other.mConstraints) {}
+
+  i32 GetTypeId() const override { return kTypeMeshOperator; }
+  i32 GetListIndex() const override { return kListOperators; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryMesh; }
+  bool RunsOnRefresh() const override { return true; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  bool IsDirty() const override;
+  /// Makes the operator ready for its target; inactive where it has none.
+  void Prepare(void* context = nullptr) override;
+  void Finish() override;
+
+ protected:
+  /// The rows of target and duration, followed by those of the class.
+  static host::ParameterTable Rows(host::ParameterTable own);
+
+  /// f(vertex, weight) for the worker's vertices, but those of weight 0: the weight of the duration
+  /// times that of the constraints at the vertex's position in `places`.
+  template <class F>
+  void ForEachVertex(const EvaluationThreadData& data, const std::vector<Vec3d>& places,
+                     F&& f) const {
+    for (i32 v = mFirst[data.index]; v < mLast[data.index]; ++v) {
+      double weight = mWeight;
+      if (!mConstraints.IsEmpty() && !mConstraints.Test(places[v], weight, this, data.index))
+        continue;
+      if (weight != 0) f(v, weight);
+    }
+  }
+
+  Mesh* mMesh = nullptr;          ///< the target, if it is a mesh
+  TriMeshSTL* mRecord = nullptr;  ///< what the operator works on
+  Duration* mDuration = nullptr;
+  ConstraintList mConstraints;
+  double mWeight = 1;
+  Topology mTopology;  ///< from `Prepare` to `Finish`
+
+ private:
+  std::array<i32, host::kMaxWorkers> mFirst{}, mLast{};  ///< vertices of each worker
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,71 @@
+#include "fluids/operators/mesh_smoothing_operator.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const ParameterTable& MeshSmoothingOperator::Parameters() {
+  static const ParameterTable table =
+      Rows({LongRow(1004, "iterations", 1, "", "how often it smooths").Range(0, 10000)});
+  return table;
+}
+
+bool MeshSmoothingOperator::ReadParameters(void* context) {
+  if (!MeshOperator::ReadParameters(context)) return false;
+  mIterations = mInterface.GetLong(1004);
+  return true;
+}
+
+void MeshSmoothingOperator::Prepare(void* context) {
+  MeshOperator::Prepare(context);
+  if (!Has(FLAG_ACTIVE)) return;
+  mRound = 0;
+  mTopology.Build(*mRecord);
+  mWeights.assign(mRecord->GetVertexCount(), 0.0);
+}
+
+bool MeshSmoothingOperator::NextPass() {
+  if (!Has(FLAG_ACTIVE) || mRound >= mIterations || IsCancelled()) {
+    mRound = 0;
+    mPass = -1;
+    return false;
+  }
+  ++mRound;
+  mPass = 0;
+  mPositions = mRecord->GetVertices();
+  mNormals = mRecord->mColumns.normal;
+  return true;
+}
+
+void MeshSmoothingOperator::Evaluate(const EvaluationThreadData& data) {
+  if (!Has(FLAG_ACTIVE)) return;
+  const bool hasNormals = mNormals.size() == mPositions.size();
+  ForEachVertex(data, mPositions, [&](i32 v, double weight) {
+    double sum = 0;
+    Vec3d position{}, normal{};
+    const auto add = [&](i32 j) {
+      const double w = mWeights[j] + 1e-8;
+      sum += w;
+      position += mPositions[j] * w;
+      if (hasNormals) normal += mNormals[j] * w;
+    };
+    add(v);
+    for (const i32 j : mTopology.Ring(v)) add(j);
+    if (sum == 0) return;
+    const auto mix = [&](const Vec3d& from, const Vec3d& mean) {
+      return from + (mean / sum - from) * weight;
+    };
+    mRecord->GetVertices()[v] = mix(mPositions[v], position);
+    if (hasNormals) mRecord->mColumns.normal[v] = Normalised(mix(mNormals[v], normal));
+  });
+}
+
+void MeshSmoothingOperator::Finish() {
+  if (mMesh && Has(FLAG_ACTIVE) && mIterations > 0) mMesh->MarkAltered();
+  mPositions.clear();
+  mNormals.clear();
+  mWeights.clear();
+  MeshOperator::Finish();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,37 @@
+// Smoothing of meshes.
+#pragma once
+#include "fluids/operators/mesh_operator.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Moves each vertex of a mesh to the mean of itself and its neighbours, some times over; normals
+/// go the same way. A mesh that it smoothed is marked altered: its box follows, and in the next
+/// frame it starts from the host's shape again.
+class MeshSmoothingOperator : public MeshOperator {
+ public:
+  MeshSmoothingOperator() = default;
+  MeshSmoothingOperator(host::BaseNode* node, Scene* scene) : MeshOperator(node, scene) {}
+  MeshSmoothingOperator(const MeshSmoothingOperator& other)
+      : MeshOperator(other), mIterations(other.mIterations) {}
+
+  static const host::ParameterTable& Parameters();
+  bool IsIterative() const override { return true; }
+  /// One pass for each iteration, with the positions that it starts from.
+  bool NextPass() override;
+  bool ReadParameters(void* context = nullptr) override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<MeshSmoothingOperator>(*this);
+  }
+
+ private:
+  i32 mIterations = 1;
+  i32 mRound = 0;
+  std::vector<Vec3d> mPositions;  ///< before the round
+  std::vector<Vec3d> mNormals;    ///< likewise; empty without normals
+  std::vector<double> mWeights;   ///< of the vertices in a mean
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,28 @@
+// Normals of mesh vertices.
+#pragma once
+#include "fluids/operators/mesh_operator.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Gives each vertex of a mesh the mean direction of its triangles' normals as property 34; zero
+/// where these cancel out or there are none. It has no node: its owner gives it a record and runs
+/// it.
+class MeshVertexNormalsOperator : public MeshOperator {
+ public:
+  using MeshOperator::MeshOperator;
+  MeshVertexNormalsOperator() { mPriority = -5; }
+
+  i32 GetTypeId() const override { return kTypeVertexNormals; }
+  void SetRecord(TriMeshSTL* record) { mRecord = record; }
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<MeshVertexNormalsOperator>(*this);
+  }
+
+ private:
+  std::vector<Vec3d> mSums;  ///< of the unit normals round each vertex
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
