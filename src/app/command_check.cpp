@@ -4,9 +4,11 @@
 
 #include <cstdio>
 
+#include "app/atomic_file.h"
 #include "app/diagnostics.h"
 #include "app/exit_codes.h"
 #include "app/scene_file.h"
+#include "app/scene_fix.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -34,11 +36,36 @@ std::string Summary(const LoadedScene& scene) {
                      Count(scene.exports.size(), "export"));
 }
 
+/// A name beside `path` that no file has yet.
+std::filesystem::path BackupOf(const std::filesystem::path& path) {
+  std::filesystem::path backup = path.string() + ".bak";
+  for (int i = 2; std::filesystem::exists(backup); ++i)
+    backup = fmt::format("{}.bak{}", path.string(), i);
+  return backup;
+}
+
+void Fix(const std::filesystem::path& path) {
+  const std::string text = ReadSceneText(path);
+  Diagnostics problems;
+  JsonValue root;
+  // What is no JSON is told by the check.
+  if (!ParseJson(text, path.string(), root, problems) || problems.HasErrors()) return;
+  const SceneFix fix = FixVolumes(text, root);
+  for (const std::string& note : fix.notes)
+    fmt::print(stderr, "{}: fixed: {}\n", path.string(), note);
+  if (fix.notes.empty()) return;
+  const std::filesystem::path backup = BackupOf(path);
+  WriteFileAtomically(backup, text);
+  WriteFileAtomically(path, fix.text);
+  fmt::print(stderr, "{}: the scene as it was\n", backup.string());
+}
+
 }  // namespace
 
-int RunCheck(const std::filesystem::path& path, const std::vector<std::string>& overrides) {
+int RunCheck(const std::filesystem::path& path, bool fix) {
+  if (fix) Fix(path);
   Diagnostics diagnostics;
-  const auto scene = LoadScene(path, diagnostics, overrides);
+  const auto scene = LoadScene(path, diagnostics);
   diagnostics.Print();
   if (!scene) return kExitInvalidScene;
   fmt::print("{}\n", Summary(*scene));

@@ -32,7 +32,7 @@ struct Options {
   RunOptions run;
   std::string frames, memory;
   std::string checkScene, kind, newName, newFile;
-  bool json = false, schema = false;
+  bool json = false, schema = false, fix = false;
 };
 
 CLI::App* AddRun(CLI::App& app, Options& o) {
@@ -59,6 +59,9 @@ CLI::App* AddRun(CLI::App& app, Options& o) {
 CLI::App* AddCheck(CLI::App& app, Options& o) {
   CLI::App* check = app.add_subcommand("check", "Reads and validates a scene; runs nothing");
   check->add_option("SCENE", o.checkScene, "scene file")->required();
+  check->add_flag("--fix", o.fix,
+                  "first put mesh nodes between volumes and the objects that they link, in the\n"
+                  "file itself; what it held before is kept beside it as SCENE.bak");
   check->footer("Example:\n  sulva check scenes/plume.json");
   return check;
 }
@@ -125,7 +128,7 @@ int Dispatch(int argc, char** argv) {
     return kExitUsage;
   }
   if (run->parsed()) return RunCommand(options);
-  if (check->parsed()) return RunCheck(options.checkScene);
+  if (check->parsed()) return RunCheck(options.checkScene, options.fix);
   if (nodes->parsed())
     return options.schema ? RunNodesSchema() : RunNodes(options.kind, options.json);
   return RunNew(options.newName, options.newFile);

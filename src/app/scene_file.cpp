@@ -20,24 +20,6 @@ namespace {
 
 constexpr std::size_t kLargestFile = std::size_t{64} << 20;
 
-std::string ReadWholeFile(const std::filesystem::path& path) {
-  const auto fail = [&](const std::string& why) {
-    throw CommandError(kExitFile, fmt::format("{}: can't be read: {}", path.string(), why));
-  };
-  std::error_code ignored;
-  if (std::filesystem::is_directory(path, ignored)) fail("it is a folder");
-  std::ifstream file(path, std::ios::binary);
-  if (!file) fail(std::strerror(errno));
-  std::string text;
-  std::vector<char> block(1 << 16);
-  while (file.read(block.data(), static_cast<std::streamsize>(block.size())) || file.gcount() > 0) {
-    text.append(block.data(), static_cast<std::size_t>(file.gcount()));
-    if (text.size() > kLargestFile) fail("it is larger than 64 MB");
-  }
-  if (file.bad()) fail(std::strerror(errno));
-  return text;
-}
-
 /// The members at the top of a scene file.
 void ReadHeader(SceneContext& context, const JsonValue& root) {
   Document& document = context.document;
@@ -103,9 +85,27 @@ void ApplyOverride(SceneContext& context, const NameTable& names, const std::str
 
 }  // namespace
 
+std::string ReadSceneText(const std::filesystem::path& path) {
+  const auto fail = [&](const std::string& why) {
+    throw CommandError(kExitFile, fmt::format("{}: can't be read: {}", path.string(), why));
+  };
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) fail("it is a folder");
+  std::ifstream file(path, std::ios::binary);
+  if (!file) fail(std::strerror(errno));
+  std::string text;
+  std::vector<char> block(1 << 16);
+  while (file.read(block.data(), static_cast<std::streamsize>(block.size())) || file.gcount() > 0) {
+    text.append(block.data(), static_cast<std::size_t>(file.gcount()));
+    if (text.size() > kLargestFile) fail("it is larger than 64 MB");
+  }
+  if (file.bad()) fail(std::strerror(errno));
+  return text;
+}
+
 std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnostics& diagnostics,
                                      const std::vector<std::string>& overrides) {
-  const std::string text = ReadWholeFile(path);
+  const std::string text = ReadSceneText(path);
   JsonValue root;
   const std::string file = path.string();
   if (!ParseJson(text, file, root, diagnostics)) return {};

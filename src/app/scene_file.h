@@ -32,6 +32,9 @@ struct LoadedScene {
   std::filesystem::path path;
 };
 
+/// The bytes of a scene file. Throws CommandError (kExitFile).
+std::string ReadSceneText(const std::filesystem::path& path);
+
 /// Reads a scene file and applies `overrides` (each "NODE.PARAMETER=VALUE", as `--set` takes
 /// them). The document stands at its first frame. Problems go to `diagnostics`; with an error among
 /// them the result is empty (exit code 3).
