@@ -82,6 +82,11 @@ bool MultiVolume::AfterLinks() {
   return true;
 }
 
+void MultiVolume::SetMoved(bool moved) {
+  for (auto& [key, member] : mMembers) member->SetMoved(moved);
+  iVolume::SetMoved(moved);
+}
+
 void MultiVolume::ClearLinks() {
   for (auto& [key, member] : mMembers) member->ClearLinks();
   iVolume::ClearLinks();

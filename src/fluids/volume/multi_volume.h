@@ -27,6 +27,7 @@ class MultiVolume : public iVolume {
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   bool AfterLinks() override;
+  void SetMoved(bool moved) override;
   void ClearLinks() override;
   void CheckDirty() override;
   bool IsDirty() const override;
