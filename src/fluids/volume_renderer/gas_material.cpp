@@ -1,0 +1,132 @@
+#include "fluids/volume_renderer/gas_material.h"
+
+#include <cmath>
+
+#include "fluids/volume_renderer/hash_random.h"
+
+namespace MELDO_GLOBAL::ZOLT_RENDERING {
+
+using namespace host;
+
+namespace {
+
+constexpr double kEndless = 1e6;         ///< host units
+constexpr double kBeforeSurface = 0.01;  ///< host units; a march to a surface ends there
+
+double Largest(const Vec3d& v) { return std::max({v.x, v.y, v.z}); }
+
+}  // namespace
+
+BaseNode& C4D_GasRenderer_Material::CreateNode(Document& document, std::string name) {
+  BaseNode& node = document.Create<BaseNode>(kPluginId, std::move(name), nullptr);
+  node.SetTable(&Parameters());
+  return node;
+}
+
+bool C4D_GasRenderer_Material::InitRender(const RenderData& data) {
+  FreeRender();
+  auto marcher = std::make_unique<RayMarcher>();
+  if (!marcher->Precompute(*mNode, mScenes, data)) return false;
+  mMarcher = std::move(marcher);
+  const MELDO_SULVA::C4D_InterfaceHandler interface(mNode);
+  mGlow = interface.GetReal(2800);
+  mGlowGradient = {};
+  if (const Gradient* colours = interface.GetGradient(2801)) mGlowGradient = MakeRamp(*colours);
+  mOpacityLight = interface.GetReal(2802);
+  mContrast = interface.GetReal(2803) + 1;
+  mSaturation = interface.GetReal(2804);
+  mSeenByCamera = interface.GetBool(2862);
+  mUnseenBy = kRayVolumeLight;
+  constexpr std::pair<i32, u32> switches[] = {{2863, kRayGlobalIllumination},
+                                              {2864, kRayTransparency},
+                                              {2865, kRayRefraction},
+                                              {2866, kRayReflection},
+                                              {2867, kRayAmbientOcclusion}};
+  for (const auto& [id, flag] : switches)
+    if (!interface.GetBool(id)) mUnseenBy |= flag;
+  // Smoke alone gives no light of its own to others.
+  if (!mMarcher->HasFireOrThird()) mUnseenBy |= kRayGlobalIllumination;
+  mShadowsObjects = interface.GetBool(2501);
+  mShadowStrength = interface.GetReal(2502);
+  mShadowColour = interface.GetVector(2506);
+  return true;
+}
+
+void C4D_GasRenderer_Material::FreeRender() {
+  if (mMarcher) mMarcher->Finish();
+  mMarcher.reset();
+}
+
+bool C4D_GasRenderer_Material::Passes(u32 rayFlags) const {
+  return !mMarcher || !mSeenByCamera || (rayFlags & mUnseenBy);
+}
+
+void C4D_GasRenderer_Material::Volumetric(VolumeRecord& record, const RenderData& data) const {
+  if (Passes(record.ray.flags)) return;
+  const RenderRay& ray = record.ray;
+  const bool endless = !record.hit || record.hit->kind == HitKind::Background;
+  const double length =
+      endless ? kEndless : Dot(record.hit->point - ray.origin, ray.direction) - kBeforeSurface;
+  double near, far;
+  if (!mMarcher->Bounds().Clip(ray.origin, ray.direction, length, near, far)) return;
+
+  const VolumeRay stretch(ray.origin + ray.direction * near, ray.origin + ray.direction * far);
+  MarchResult result;
+  MarchRecord march;
+  mMarcher->MarchRay(result, march, stretch, ray.random, data, ray.thread);
+  if (!std::isfinite(result.colour.x) || !std::isfinite(result.colour.z)) result.colour = {};
+  if (mMarcher->HasMultipleScattering() && mMarcher->HasSmoke() &&
+      (result.colour != Vec3d{} || result.transmittance != Vec3d{})) {
+    Vec3d more{};
+    mMarcher->AddMultipleScattering(more, stretch, ray.random, ray.thread);
+    result.colour += more;
+    march.scattering += more;
+  }
+  record.colour = result.colour * data.brightness;
+  record.scattering = march.scattering * data.brightness;
+  record.emission = march.emission * data.brightness;
+  record.transmission = result.transmittance;
+  if (march.firstDepth >= 0) record.depth = near + march.firstDepth;
+  for (int i = 0; i < 2; ++i) record.alpha[i] = march.opacity[i];
+  if (record.colour == Vec3d{} && record.transmission == Vec3d{1, 1, 1}) return;
+  FinishColours(record);
+  if (ray.flags & kRayGlobalIllumination) {
+    const double scale = mMarcher->GIScale();
+    record.colour *= scale;
+    record.scattering *= scale;
+    record.emission *= scale;
+  }
+}
+
+void C4D_GasRenderer_Material::FinishColours(VolumeRecord& record) const {
+  Vec3d& t = record.transmission;
+  if (Largest(t) >= 1) return;
+  const double opacity = Largest(Vec3d{1, 1, 1} - t);
+  if (mGlow > 0) record.colour += mGlowGradient(opacity) * (mGlow * opacity);
+  record.colour += (Vec3d{1, 1, 1} - t) * mOpacityLight;
+  if (mContrast != 1)
+    for (int a = 0; a < 3; ++a) t[a] = (std::abs(t[a]) - 0.5) * mContrast + 0.5;
+  if (mSaturation != 1) {
+    const double mean = (record.colour.x + record.colour.y + record.colour.z) / 3;
+    const Vec3d grey{mean, mean, mean};
+    record.colour = (record.colour - grey) * mSaturation + grey;
+  }
+}
+
+void C4D_GasRenderer_Material::Transparency(TransparencyRecord& record, const RenderData&) const {
+  if (!mMarcher || !mShadowsObjects || !mMarcher->HasSmoke()) return;
+  const RenderRay& ray = record.ray;
+  double near, far;
+  if (!mMarcher->Bounds().Clip(ray.origin, ray.direction, record.length, near, far)) return;
+  Vec3d passed{1, 1, 1};
+  const VolumeRay stretch(ray.origin + ray.direction * near, ray.origin + ray.direction * far);
+  mMarcher->ShadowRay(passed, stretch, mMarcher->ObjectShadow(), HashUnit(ray.seed, 1));
+  Vec3d transparency;
+  for (int a = 0; a < 3; ++a) {
+    const double shadow = mShadowColour[a] + (1 - mShadowColour[a]) * passed[a];
+    transparency[a] = mShadowStrength * (shadow - 1) + 1;
+  }
+  record.transparency = record.transparency * transparency;
+}
+
+}  // namespace MELDO_GLOBAL::ZOLT_RENDERING
