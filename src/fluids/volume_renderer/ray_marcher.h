@@ -185,6 +185,8 @@ class RayMarcher : public MELDO_SULVA::iObject {
   // Multiple scattering.
   struct ScatterDepths {
     double distance = 0, scattering = 0, absorption = 0;
+    double density = 0;  ///< at the last place
+    bool fresh = true;   ///< there was none
   };
   ScatterDepths ScatterMarch(VolumeRay ray, double u, i32 worker) const;
   void AddDepth(double smoke, const Vec3d& place, double ds, i32 worker,

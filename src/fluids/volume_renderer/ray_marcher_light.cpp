@@ -172,7 +172,7 @@ RayMarcher::ScatterDepths RayMarcher::ScatterMarch(VolumeRay ray, double u, i32 
         depths.distance = m.distanceScale * ray.t;
         return false;
       },
-      [](double) {});
+      [&](double ds) { AddDepth(0, ray.Here(), ds, worker, depths); });
   return depths;
 }
 
@@ -184,7 +184,11 @@ void RayMarcher::AddDepth(double smoke, const Vec3d& place, double ds, i32 worke
     rate = std::clamp(Filtered(kScatterStrength, place, worker, rate), 0.001, 2.0);
   if (mFilterMask & (1u << kScatterDensity))
     weight = std::clamp(Filtered(kScatterDensity, place, worker, weight), 0.0001, 1.0);
-  const double amount = smoke * mDensityScale * ds * weight;
+  const double density = smoke * mDensityScale * weight;
+  const double before = mTrapezoid && !depths.fresh ? depths.density : density;
+  depths.density = density;
+  depths.fresh = false;
+  const double amount = (before + density) * 0.5 * ds;
   depths.scattering += amount * rate;
   depths.absorption += amount * m.absorption;
 }

@@ -289,6 +289,7 @@ void RayMarcher::AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i
   if (!m.on || m.records.empty() || !mScatterPhase) return;
   MediumSample sample;
   ScatterDepths depths;
+  Vec3d last{};
   const Vec3d toViewer = -ray.direction;
   const WalkSteps steps{m.step, m.coarseStep, m.jitter};
   Walk(
@@ -298,12 +299,17 @@ void RayMarcher::AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i
         const double before = depths.scattering;
         AddDepth(sample.smoke, p, ds, worker, depths);
         if (depths.scattering < m.minimumDepth) return false;
+        const Vec3d light =
+            Spread(sample, p, toViewer, m.distanceScale * ray.t, depths.scattering, worker);
         // The light of a stretch goes with the scattering on it, whatever the steps.
-        colour += Spread(sample, p, toViewer, m.distanceScale * ray.t, depths.scattering, worker) *
-                  (depths.scattering - before);
+        colour += (mTrapezoid ? (light + last) * 0.5 : light) * (depths.scattering - before);
+        last = light;
         return false;
       },
-      [](double) {});
+      [&](double ds) {
+        AddDepth(0, ray.Here(), ds, worker, depths);
+        last = {};
+      });
 }
 
 Vec3d RayMarcher::Spread(const MediumSample& sample, const Vec3d& place, const Vec3d& toViewer,

@@ -230,8 +230,8 @@ TEST(RayMarcher, TheStepMattersLittle) {
   double values[2][9];
   double mean = 0;
   for (int fine = 0; fine < 2; ++fine) {
-    rig.node->Set(2154, fine ? 0.25 : 1.0);
-    rig.node->Set(2409, fine ? 0.25 : 1.0);
+    rig.node->Set(2154, fine ? 0.5 : 1.0);
+    rig.node->Set(2409, fine ? 0.5 : 1.0);
     ASSERT_TRUE(rig.Init());
     for (int i = 0; i < 9; ++i) {
       const Vec3d c = rig.See({-50, 100.0 + 60 * (i % 3), 100.0 + 60 * (i / 3)}, {1, 0, 0}).colour;
@@ -275,7 +275,7 @@ TEST(RayMarcher, FireLightsTheSmokeRoundIt) {
   rig.Fill(*rig.heat, [&](const Vec3d& p) { return 2000 * Blob(p, hot, 25); });
   rig.Fill(*rig.smoke, [](const Vec3d& p) { return p.y > 90 ? 0.5 : 0.0; });
   rig.node->Set(2453, 0.001);
-  rig.node->Set(2752, 200.0);
+  rig.node->Set(2752, 100.0);
   const auto at = [&](double y) { return rig.See({-50, y, 150}, {1, 0, 0}).scattering; };
   ASSERT_TRUE(rig.Init());
   EXPECT_EQ(at(110), Vec3d{});
