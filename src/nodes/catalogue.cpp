@@ -15,6 +15,7 @@
 #include "fluids/forces/force_buoyancy.h"
 #include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_swirling.h"
+#include "fluids/operators/channel_operator_remap.h"
 #include "fluids/operators/grid_advection.h"
 #include "fluids/operators/grid_combustion.h"
 #include "fluids/operators/grid_cooling.h"
@@ -106,6 +107,9 @@ const std::vector<NodeKind>& Catalogue() {
     {1300042, "grid_combustion_fire", "GOP::Combustion", "GridCombustion", GridCombustion::kTypeId,
      4, kCategoryGrid, "", {7}, 20, {"Grids/Operators"}, GridCombustion::Parameters,
      Make<GridCombustion>},
+    {1300063, "channelop_remap", "COP::Remap", "ChannelOperator_Remap",
+     ChannelOperator_Remap::kRemapType, 0, kCategoryGrid, "", {}, {}, {"Grids/Operators"},
+     ChannelOperator_Remap::Parameters, nullptr},
     {1300112, "channel_temp", "Temperature", "TemperatureGridChannel", kTypeTemperatureChannel, 1,
      kScalarChannel, "R", {}, {}, {"Grids"}, TemperatureField::Parameters,
      Make<TemperatureField>},
