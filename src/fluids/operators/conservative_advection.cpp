@@ -1,5 +1,6 @@
 #include "fluids/operators/conservative_advection.h"
 
+#include "fluids/operators/even_rows.h"
 #include "grids/fixed_blocks.h"
 #include "grids/for_each_cell.h"
 
@@ -81,63 +82,102 @@ void ConservativeAdvection::Release() {
 }
 
 void ConservativeAdvection::MarkHolders(const Flow& flow, const EGrid<double>& source) {
+  const u8* flags = flow.solidCells && flow.solidCells->Dims() == mDims && flow.solidCells->mData
+                        ? flow.solidCells->mData
+                        : nullptr;
+  mFlags = flags;
   ForEachLayer(flow, [&](i32 z) {
     for (i32 y = 0; y < mDims.y; ++y)
-      for (i32 x = 0; x < mDims.x; ++x)
-        (*mHolds)(x, y, z) = !flow.boundary->IsSolid({x + 0.5, y + 0.5, z + 0.5}, source, false);
+      for (i32 x = 0; x < mDims.x; ++x) {
+        const i32 c = mHolds->Index(x, y, z);
+        mHolds->mData[c] = (flags && (flags[c] & SolidCells::kOpenCentre)) ||
+                           !flow.boundary->IsSolid({x + 0.5, y + 0.5, z + 0.5}, source, false);
+      }
   });
 }
 
-/// The block round the end of the path of `step` seconds from the centre of a cell.
-ContributionCoefficients ConservativeAdvection::Trace(const Flow& flow, double step, i32 x, i32 y,
-                                                      i32 z) const {
-  Vec3d p = TracePath(flow.velocity, {x + 0.5, y + 0.5, z + 0.5}, step / mCellSize, flow.order);
-  Vec3d relative = p * static_cast<double>(mCellSize);
-  if (flow.boundary->PushOut(relative, true, kPushOutMargin))
-    p = relative / static_cast<double>(mCellSize);
-  i32 base[3];
-  double fraction[3];
-  for (int a = 0; a < 3; ++a) {
-    const double c = std::min(std::max(p[a], 1.0), mDims[a] - 1.0) - 0.5;
-    base[a] = static_cast<i32>(c);
-    fraction[a] = c - base[a];
-  }
-  ContributionCoefficients block{.base = mHolds->Index(base[0], base[1], base[2]),
-                                 .fx = fraction[0],
-                                 .fy = fraction[1],
-                                 .fz = fraction[2]};
-  const u8* holds = mHolds->mData + block.base;
+/// The blocks round the ends of paths, given in cells: points in solids are pushed out first.
+void ConservativeAdvection::PlaceBlocks(const Flow& flow, RowVectors& ends, i32 n,
+                                        ContributionCoefficients* blocks) const {
+  i32 cells[kRowChunk];
+  if (mFlags) FindCells(ends, mDims, n, cells);
   const i32 row = mDims.x;
   const i32 at[8] = {0, mSlice, row, row + mSlice, 1, 1 + mSlice, 1 + row, 1 + row + mSlice};
-  for (int k = 0; k < 8; ++k)
-    if (!holds[at[k]]) block.closed |= 1u << k;
-  return block;
+  for (i32 i = 0; i < n; ++i) {
+    Vec3d p = ends.At(i);
+    if (!mFlags || !(mFlags[cells[i]] & SolidCells::kNoPushOut)) {
+      Vec3d relative = p * static_cast<double>(mCellSize);
+      if (flow.boundary->PushOut(relative, true, kPushOutMargin))
+        p = relative / static_cast<double>(mCellSize);
+    }
+    i32 base[3];
+    double fraction[3];
+    for (int a = 0; a < 3; ++a) {
+      const double c = std::min(std::max(1.0, p[a]), mDims[a] - 1.0) - 0.5;
+      base[a] = static_cast<i32>(c);
+      fraction[a] = c - base[a];
+    }
+    blocks[i] = {.base = mHolds->Index(base[0], base[1], base[2]),
+                 .fx = fraction[0],
+                 .fy = fraction[1],
+                 .fz = fraction[2]};
+    const u8* holds = mHolds->mData + blocks[i].base;
+    u32 closed = 0;
+    for (int k = 0; k < 8; ++k) closed |= (holds[at[k]] ^ 1u) << k;
+    blocks[i].closed = static_cast<u8>(closed);
+  }
+}
+
+/// The blocks that the inner cells of a row ask, by paths of `step` seconds from their centres.
+void ConservativeAdvection::TraceInnerRow(const Flow& flow, double step, i32 y, i32 z) {
+  RowVectors start, k1, ends;
+  for (i32 x = 1; x < mDims.x - 1; x += kRowChunk) {
+    const i32 n = std::min(kRowChunk, mDims.x - 1 - x), first = mHolds->Index(x, y, z);
+    for (i32 i = 0; i < n; ++i) start.Set(i, {x + i + 0.5, y + 0.5, z + 0.5});
+    VelocityAtSamples(flow.velocity, kCentre, x, y, z, n, k1);
+    TraceRow(flow.velocity, start, k1, step / mCellSize, flow.order, n, ends);
+    PlaceBlocks(flow, ends, n, mBlocks->mData + first);
+  }
 }
 
 void ConservativeAdvection::RecordBackward(const Flow& flow, double step, const double* source,
                                            double* least, double* most) {
   ForEachLayer(flow, [&](i32 z) {
-    for (i32 y = 0; y < mDims.y; ++y)
-      for (i32 x = 0; x < mDims.x; ++x) {
-        const i32 c = mHolds->Index(x, y, z);
-        const bool border =
-            x == 0 || y == 0 || z == 0 || x == mDims.x - 1 || y == mDims.y - 1 || z == mDims.z - 1;
+    for (i32 y = 0; y < mDims.y; ++y) {
+      const bool isBorder = z == 0 || z == mDims.z - 1 || y == 0 || y == mDims.y - 1;
+      if (!isBorder) TraceInnerRow(flow, -step, y, z);
+      const i32 first = mHolds->Index(0, y, z), last = first + mDims.x - 1;
+      for (i32 c = first; c <= last; ++c) {
         // Cells in solids and in the outermost layer keep what they hold: all bits but the lowest
         // corner's are closed.
-        ContributionCoefficients& block = (*mBlocks)[c];
-        block = border || !mHolds->mData[c] ? ContributionCoefficients{.base = c, .closed = 0xfe}
-                                            : Trace(flow, -step, x, y, z);
-        if (!least) continue;
-        bool any = false;
-        ForEachCorner(block, mDims.x, mSlice, [&](i32 corner, double) {
-          const double v = source[corner];
-          least[c] = any ? std::min(least[c], v) : v;
-          most[c] = any ? std::max(most[c], v) : v;
-          any = true;
-        });
-        if (!any) least[c] = most[c] = source[c];
+        ContributionCoefficients& block = mBlocks->mData[c];
+        if (isBorder || c == first || c == last || !mHolds->mData[c])
+          block = ContributionCoefficients{.base = c, .closed = 0xfe};
+        if (least) FindLimits(block, source, c, least, most);
       }
+    }
   });
+}
+
+/// The extremes of `source` over the corners that a block asks; without one, what `c` holds.
+void ConservativeAdvection::FindLimits(const ContributionCoefficients& block, const double* source,
+                                       i32 c, double* least, double* most) const {
+  double low = kUnbounded, high = -kUnbounded;
+  const auto take = [&](i32 corner) {
+    const double v = source[corner];
+    low = v < low ? v : low;
+    high = v > high ? v : high;
+  };
+  if (block.closed) {
+    ForEachCorner(block, mDims.x, mSlice, [&](i32 corner, double) { take(corner); });
+    if (low > high) take(c);
+  } else {
+    for (const i32 dz : {0, mSlice})
+      for (const i32 dy : {0, mDims.x})
+        for (const i32 dx : {0, 1}) take(block.base + dx + dy + dz);
+  }
+  least[c] = low;
+  most[c] = high;
 }
 
 /// How much of every cell is asked for: primary weights times `scale` of the asking cell (null: 1),
@@ -171,20 +211,40 @@ void ConservativeAdvection::RecordForward(const Flow& flow, double step, const d
     std::vector<ForwardContribution>& list = mForward[z];
     list.clear();
     if (z == 0 || z == mDims.z - 1) return;
+    RowVectors start;
+    i32 cells[kRowChunk], n = 0;
     for (i32 y = 1; y < mDims.y - 1; ++y)
       for (i32 x = 1; x < mDims.x - 1; ++x) {
         const i32 c = mHolds->Index(x, y, z);
         if (!(beta[c] < 1.0) || !mHolds->mData[c]) continue;
-        ForwardContribution forward{
-            .cell = c, .amount = 1.0 - beta[c], .block = Trace(flow, step, x, y, z)};
-        // Enclosed by solids on all sides: it keeps the rest.
-        if (IsEmpty(forward.block)) forward.block = {.base = c, .closed = 0xfe};
-        ForEachCorner(forward.block, mDims.x, mSlice, [&](i32 corner, double w) {
-          forward.share += forward.amount * w * scale[corner];
-        });
-        list.push_back(forward);
+        start.Set(n, {x + 0.5, y + 0.5, z + 0.5});
+        cells[n++] = c;
+        if (n < kRowChunk) continue;
+        SendForward(flow, step, scale, start, cells, n, list);
+        n = 0;
       }
+    SendForward(flow, step, scale, start, cells, n, list);
   });
+}
+
+void ConservativeAdvection::SendForward(const Flow& flow, double step, const double* scale,
+                                        const RowVectors& start, const i32* cells, i32 n,
+                                        std::vector<ForwardContribution>& list) const {
+  RowVectors k1, ends;
+  ContributionCoefficients blocks[kRowChunk];
+  SampleVelocity(flow.velocity, start, n, k1);
+  TraceRow(flow.velocity, start, k1, step / mCellSize, flow.order, n, ends);
+  PlaceBlocks(flow, ends, n, blocks);
+  for (i32 i = 0; i < n; ++i) {
+    ForwardContribution forward{
+        .cell = cells[i], .amount = 1.0 - mBeta->mData[cells[i]], .block = blocks[i]};
+    // Enclosed by solids on all sides: it keeps the rest.
+    if (IsEmpty(forward.block)) forward.block = {.base = cells[i], .closed = 0xfe};
+    ForEachCorner(forward.block, mDims.x, mSlice, [&](i32 corner, double w) {
+      forward.share += forward.amount * w * scale[corner];
+    });
+    list.push_back(forward);
+  }
 }
 
 /// What every cell receives of a field of ones: the density error of the step.
@@ -244,34 +304,43 @@ void ConservativeAdvection::Scatter(const double* scale, const double* source,
 
 void ConservativeAdvection::EvenSweep(const Flow& flow, i32 axis, const double* in, double* out,
                                       double* destination) {
-  std::copy_n(in, mHolds->mCount, out);
-  const i32 next = axis == 0 ? 1 : axis == 1 ? mDims.x : mSlice;
-  const u8* holds = mHolds->mData;
-  const auto even = [&](i32 a) {
-    const i32 b = a + next;
-    const double difference = in[a] - in[b];
-    if (difference == 0 || !holds[a] || !holds[b]) return;
-    const i32 high = difference > 0 ? a : b, low = difference > 0 ? b : a;
-    if (!(in[high] > 0)) return;
-    const double d = std::abs(difference) / 2;
-    out[high] -= d;
-    out[low] += d;
-    const double m = destination[high] * d / in[high];
-    destination[high] -= m;
-    destination[low] += m;
+  const i32 row = mDims.x, last = mDims.x - 1;
+  const auto rowAt = [&](i32 c) {
+    return EvenRow{in + c, out + c, destination + c, mHolds->mData + c};
+  };
+  const auto copyRow = [&](i32 y, i32 z) {
+    const i32 c = z * mSlice + y * row;
+    std::copy_n(in + c, row, out + c);
   };
   // Cut along another axis than the sweep's own: one worker owns both cells of every pair.
-  if (axis != 2) {
-    ForEachBlock(mDims.z - 2, flow.threads, [&](i32 layer) {
-      for (i32 y = 1; y < mDims.y - 1; ++y)
-        for (i32 x = 1; x < mDims.x - 1; ++x) even((layer + 1) * mSlice + y * mDims.x + x);
+  if (axis == 0) {
+    ForEachLayer(flow, [&](i32 z) {
+      for (i32 y = 0; y < mDims.y; ++y) {
+        const i32 c = z * mSlice + y * row;
+        if (z == 0 || z == mDims.z - 1 || y == 0 || y == mDims.y - 1) {
+          copyRow(y, z);
+        } else {
+          out[c] = in[c];
+          EvenAlong(rowAt(c + 1), last - 1);
+        }
+      }
     });
-  } else {
-    ForEachBlock(mDims.y - 2, flow.threads, [&](i32 row) {
-      for (i32 z = 1; z < mDims.z - 1; ++z)
-        for (i32 x = 1; x < mDims.x - 1; ++x) even(z * mSlice + (row + 1) * mDims.x + x);
-    });
+    return;
   }
+  const i32 lines = axis == 1 ? mDims.y : mDims.z, across = axis == 1 ? mDims.z : mDims.y;
+  ForEachBlock(across, flow.threads, [&](i32 i) {
+    const bool border = i == 0 || i == across - 1;
+    const auto copy = [&](i32 j) { axis == 1 ? copyRow(j, i) : copyRow(i, j); };
+    for (i32 j = 0; j < (border ? lines : 2); ++j) copy(j);
+    if (border) return;
+    for (i32 j = 1; j < lines - 1; ++j) {
+      const i32 c = axis == 1 ? i * mSlice + j * row : j * mSlice + i * row;
+      const i32 next = c + (axis == 1 ? row : mSlice);
+      out[next] = in[next];
+      out[next + last] = in[next + last];
+      EvenRows(rowAt(c + 1), rowAt(next + 1), last - 1);
+    }
+  });
 }
 
 void ConservativeAdvection::Even(const Flow& flow, double* gamma, double* destination) {

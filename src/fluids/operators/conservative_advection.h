@@ -3,8 +3,9 @@
 #include <memory>
 #include <vector>
 
-#include "fluids/channels/trace_path.h"
 #include "fluids/dynamics/grid_boundary.h"
+#include "fluids/dynamics/solid_cells.h"
+#include "fluids/operators/row_sampling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -38,8 +39,9 @@ class ConservativeAdvection {
   struct Flow {
     StaggeredVelocity velocity;
     const GridBoundary* boundary = nullptr;
-    i32 order = 0;    ///< of the path, see `TracePath`
-    double step = 0;  ///< length of the time step, seconds
+    const Grid<u8>* solidCells = nullptr;  ///< flags of `SolidCells`; without them all is tested
+    i32 order = 0;                         ///< of the path, see `TracePath`
+    double step = 0;                       ///< length of the time step, seconds
     i32 threads = 1;
   };
 
@@ -54,10 +56,16 @@ class ConservativeAdvection {
   using Field = std::unique_ptr<Grid<double>>;
   bool Fit(const EGrid<double>& source, bool corrected);
   void MarkHolders(const Flow& flow, const EGrid<double>& source);
-  ContributionCoefficients Trace(const Flow& flow, double step, i32 x, i32 y, i32 z) const;
+  void PlaceBlocks(const Flow& flow, RowVectors& ends, i32 n,
+                   ContributionCoefficients* blocks) const;
+  void TraceInnerRow(const Flow& flow, double step, i32 y, i32 z);
+  void FindLimits(const ContributionCoefficients& block, const double* source, i32 c, double* least,
+                  double* most) const;
   void RecordBackward(const Flow& flow, double step, const double* source, double* least,
                       double* most);
   void RecordForward(const Flow& flow, double step, const double* scale);
+  void SendForward(const Flow& flow, double step, const double* scale, const RowVectors& start,
+                   const i32* cells, i32 n, std::vector<ForwardContribution>& list) const;
   void ComputeBeta(const Flow& flow, const double* scale);
   void ComputeGamma(const Flow& flow, const double* scale, double* gamma);
   void Gather(const Flow& flow, const double* scale, const double* source, double* destination);
@@ -73,6 +81,7 @@ class ConservativeAdvection {
   VecInt3D mDims{};
   i32 mSlice = 0;
   f32 mCellSize = 0;
+  const u8* mFlags = nullptr;                               ///< of the step's solid cells
   std::unique_ptr<Grid<u8>> mHolds;                         ///< 1: the cell can hold smoke
   std::unique_ptr<Grid<ContributionCoefficients>> mBlocks;  ///< what each cell asks for
   std::vector<std::vector<ForwardContribution>> mForward;   ///< by layer, in cell order

@@ -169,9 +169,11 @@ void GridAdvection::AdvectConservative(const std::array<const EGrid<double>*, 3>
   const EGrid<double>& source = *mScalarTarget->mPrevious;
   EGrid<double>& destination = *mScalarTarget->GetGridForWrite(0);
   const VecInt3D cells = source.Dims();
-  if (destination.Dims() != cells || velocity[0]->mLayout.dims != cells || IsCancelled()) return;
+  if (destination.Dims() != cells || velocity[0]->mLayout.dims != cells || IsCancelled())
+    return mScalarTarget->SwapBuffers();  // as it was
   const ConservativeAdvection::Flow flow{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
                                          .boundary = &mSolver->mBoundary,
+                                         .solidCells = mSolver->mSolidCells.Get(),
                                          .order = mTraceOrder,
                                          .step = mTime->stepDuration,
                                          .threads = mScene->mThreadCount};
