@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Makes the meshes of the ready-made scenes: scenes/assets/urn.obj and logs.obj.
+"""Makes the meshes of the ready-made scenes: urn.obj, logs.obj and knot.obj in scenes/assets.
 
 The urn is a turned profile with a bowl, a fluted belly and two handles. The logs lean against each
-other as for a campfire. All surfaces are closed, turned outward and free of intersections, 2 units
-across. The output is the same on every machine: coordinates are rounded to 1e-5 of a unit.
+other as for a campfire. The knot is a tube along a trefoil that stands upright. All surfaces are
+closed, turned outward and free of intersections, 2 units across. The output is the same on every
+machine: coordinates are rounded to 1e-5 of a unit.
 """
 import argparse
 import math
@@ -199,6 +200,50 @@ def logs():
     return mesh
 
 
+KNOT_POINTS = 180   # along the tube
+KNOT_ROUND = 24     # round it
+KNOT_RADIUS = 0.5   # of the tube, where its middle line reaches 3 units from the axis
+
+
+def unit(v):
+    length = math.sqrt(sum(c * c for c in v))
+    return tuple(c / length for c in v)
+
+
+def knot():
+    """A tube round a trefoil in the xy plane; its rings turn with the winding of the knot."""
+    mesh = Mesh()
+
+    def middle(t):
+        return (math.sin(t) + 2 * math.sin(2 * t), math.cos(t) - 2 * math.cos(2 * t),
+                -1.1 * math.sin(3 * t))
+
+    def along(t):
+        return unit((math.cos(t) + 4 * math.cos(2 * t), -math.sin(t) + 4 * math.sin(2 * t),
+                     -3.3 * math.cos(3 * t)))
+
+    rings = []
+    for i in range(KNOT_POINTS):
+        t = 2 * math.pi * i / KNOT_POINTS
+        centre, way = middle(t), along(t)
+        # The view axis without its part along the tube: never small, as the knot never runs along it.
+        lean = unit(tuple((a == 2) - way[2] * way[a] for a in range(3)))
+        side = (way[1] * lean[2] - way[2] * lean[1], way[2] * lean[0] - way[0] * lean[2],
+                way[0] * lean[1] - way[1] * lean[0])
+        radius = KNOT_RADIUS * (1 + 0.12 * math.cos(3 * t))
+        ring = []
+        for k in range(KNOT_ROUND):
+            angle = 2 * math.pi * k / KNOT_ROUND
+            u, v = radius * math.cos(angle), radius * math.sin(angle)
+            ring.append(mesh.point(*(centre[a] + lean[a] * u + side[a] * v for a in range(3))))
+        rings.append(ring)
+    for near, far in zip(rings, rings[1:] + rings[:1]):
+        for k in range(KNOT_ROUND):
+            j = (k + 1) % KNOT_ROUND
+            mesh.faces.append((near[k], near[j], far[j], far[k]))
+    return mesh
+
+
 def tidy(mesh):
     """Drops points that no face uses, rounds the others and fits them to 2 units across."""
     used = sorted({i for f in mesh.faces for i in f})
@@ -231,7 +276,7 @@ def main():
     parser.add_argument("--out", type=pathlib.Path, default=root / "scenes" / "assets")
     folder = parser.parse_args().out
     folder.mkdir(parents=True, exist_ok=True)
-    for name, mesh in (("urn", urn()), ("logs", logs())):
+    for name, mesh in (("urn", urn()), ("logs", logs()), ("knot", knot())):
         points, faces = tidy(mesh)
         check(points, faces)
         lines = ["# made by scripts/make_assets.py"]

@@ -103,13 +103,17 @@ void PictureContent::Add(const Field& field, bool isFirst) {
 void PictureContent::AddSolids(const Exporter::Scenes& scenes) {
   for (const auto& owner : scenes)
     for (const auto& [id, object] : owner->List(kListGeometry)) {
-      const auto* volume = dynamic_cast<const VolumeBase*>(object.get());
-      if (!volume || !volume->HasGridData() || !volume->Has(FLAG_ENABLED) || volume->mInverted)
-        continue;
-      const bool isListed = std::any_of(solids.begin(), solids.end(), [&](const PreviewSolid& s) {
-        return s.distance == volume->GetGrid();
-      });
-      if (!isListed) solids.push_back({volume->GetGrid(), !volume->mHasTag});
+      auto* named = dynamic_cast<iVolume*>(object.get());
+      if (!named || !named->Has(FLAG_ENABLED)) continue;
+      std::vector<VolumeBase*> members;
+      named->CollectMembers(members);
+      for (const VolumeBase* volume : members) {
+        if (!volume->HasGridData() || !volume->Has(FLAG_ENABLED) || volume->mInverted) continue;
+        const bool isListed = std::any_of(solids.begin(), solids.end(), [&](const PreviewSolid& s) {
+          return s.distance == volume->GetGrid();
+        });
+        if (!isListed) solids.push_back({volume->GetGrid(), !volume->mHasTag});
+      }
     }
 }
 

@@ -161,19 +161,28 @@ TEST(MeshFiles, RealMeshesHaveTheirKnownShape) {
   }
 }
 
-TEST(MeshFiles, TheUrnIsClosedAndWhatItsScriptMakes) {
+TEST(MeshFiles, AssetsAreClosedAndWhatTheirScriptMakes) {
   const TempFolder folder;
   const std::string command =
       std::string("python3 " SULVA_SOURCE_DIR "/scripts/make_assets.py --out ") +
       folder.Path().string() + " > /dev/null";
   ASSERT_EQ(std::system(command.c_str()), 0);
-  const Geometry urn = LoadMesh(SULVA_SOURCE_DIR "/scenes/assets/urn.obj");
-  EXPECT_EQ(LoadMesh(folder.Path() / "urn.obj"), urn);
-  const GeometryFacts facts = FactsOf(urn);
-  EXPECT_TRUE(facts.closed);
-  EXPECT_EQ(facts.euler, -2);  // two handles
-  EXPECT_GT(facts.volume, 0);
-  EXPECT_NEAR(facts.high.x - facts.low.x, 2, 1e-9);
+  struct Asset {
+    const char* file;
+    int euler;
+  };
+  for (const Asset& asset : {Asset{"urn.obj", -2},      // two handles
+                             Asset{"knot.obj", 0},      // one
+                             Asset{"logs.obj", 14}}) {  // seven pieces
+    const Geometry mesh =
+        LoadMesh(std::filesystem::path(SULVA_SOURCE_DIR "/scenes/assets") / asset.file);
+    EXPECT_EQ(LoadMesh(folder.Path() / asset.file), mesh);
+    const GeometryFacts facts = FactsOf(mesh);
+    EXPECT_TRUE(facts.closed) << asset.file;
+    EXPECT_EQ(facts.euler, asset.euler) << asset.file;
+    EXPECT_GT(facts.volume, 0) << asset.file;
+    EXPECT_NEAR(std::max(facts.high.x - facts.low.x, facts.high.z - facts.low.z), 2, 1e-9);
+  }
 }
 
 TEST(MeshFiles, EveryFaultHasItsSentence) {
