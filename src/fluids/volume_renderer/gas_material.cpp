@@ -13,6 +13,9 @@ namespace {
 constexpr double kEndless = 1e6;         ///< host units
 constexpr double kBeforeSurface = 0.01;  ///< host units; a march to a surface ends there
 
+bool IsFinite(const Vec3d& v) {
+  return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
 double Largest(const Vec3d& v) { return std::max({v.x, v.y, v.z}); }
 
 }  // namespace
@@ -74,7 +77,7 @@ void C4D_GasRenderer_Material::Volumetric(VolumeRecord& record, const RenderData
   MarchResult result;
   MarchRecord march;
   mMarcher->MarchRay(result, march, stretch, ray.random, data, ray.thread);
-  if (!std::isfinite(result.colour.x) || !std::isfinite(result.colour.z)) result.colour = {};
+  if (!IsFinite(result.colour)) result.colour = march.scattering = march.emission = {};
   if (mMarcher->HasMultipleScattering() && mMarcher->HasSmoke() &&
       (result.colour != Vec3d{} || result.transmittance != Vec3d{})) {
     Vec3d more{};

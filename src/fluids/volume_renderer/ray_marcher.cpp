@@ -50,6 +50,14 @@ bool RayMarcher::Precompute(host::BaseNode& container, const std::vector<Scene*>
   mInterface.Bind(&container);
   // The workers' records hold a thread that could be stopped; nothing here stops it.
   mThread = const_cast<host::HostThread*>(data.thread);
+  host::ShowStatus("Precompute");
+  const bool done = PrecomputeFields(scenes, data) && PrecomputeMaps();
+  host::ClearStatus();
+  mState = done && !data.IsCancelled();
+  return mState != 0;
+}
+
+bool RayMarcher::PrecomputeFields(const std::vector<Scene*>& scenes, const host::RenderData& data) {
   if (!FindFields(scenes, data) || !ReadParameters()) return false;
   ReadFilters();
   GatherLights(data);
@@ -60,22 +68,23 @@ bool RayMarcher::Precompute(host::BaseNode& container, const std::vector<Scene*>
   Preprocess(kColourGrid, nullptr, mHasSmokeColour ? &mSmokeColour : nullptr);
   BlurFields();
   BuildOccupancy();
-  // The maps look up the colour already.
   if (mHasSmokeColour)
     mPackedColour.Take(*mSmokeColour.mGrids[0], *mSmokeColour.mGrids[1], *mSmokeColour.mGrids[2]);
-  if (mSmoke.exists) {
-    if (mFireLightOn) {
-      host::ShowStatus("Fire Levelset");
-      mFireLightOn = BuildFireLevelSet();
-    }
-    host::ShowStatus("Scattering maps");
-    if (!AllocateMaps()) return false;
-    Begin();
-    RunOnWorkers(*this, mThread);
-    ComputeMaps();
+  return true;
+}
+
+bool RayMarcher::PrecomputeMaps() {
+  // Light is stored where it meets smoke; fire alone needs none.
+  if (!mSmoke.exists) return true;
+  if (mFireLightOn) {
+    host::ShowStatus("Fire Levelset");
+    mFireLightOn = BuildFireLevelSet();
   }
-  if (data.IsCancelled()) return false;
-  mState = 1;
+  host::ShowStatus("Scattering maps");
+  if (!AllocateMaps()) return false;
+  Begin();
+  RunOnWorkers(*this, mThread);
+  ComputeMaps();
   return true;
 }
 

@@ -126,6 +126,9 @@ class RayMarcher : public MELDO_SULVA::iObject {
 
  private:
   // Precompute, in order.
+  bool PrecomputeFields(const std::vector<MELDO_SULVA::Scene*>& scenes,
+                        const host::RenderData& data);
+  bool PrecomputeMaps();
   bool FindFields(const std::vector<MELDO_SULVA::Scene*>& scenes, const host::RenderData& data);
   bool CopyField(RenderField& field, const MELDO_SULVA::ScalarField& source, double factor);
   bool CopyColours(const MELDO_SULVA::VectorField& source, double factor);

@@ -12,14 +12,15 @@ namespace {
 constexpr double kSmokeThreshold = 0.0001;
 constexpr double kShortestStep = 0.001;  ///< host units
 constexpr double kBlackbodyStep = 5;     ///< Kelvin
+constexpr double kHottest = 10000;       ///< Kelvin; of a channel without bounds
 
 Vec3d Grey(double v) { return {v, v, v}; }
 
-/// The value range of a channel as a mapping uses it; one without bounds is 0..1.
-void TakeRange(const ScalarField& channel, FieldMapping& mapping) {
+/// The value range of a channel as a mapping uses it; one without bounds reaches to `high`.
+void TakeRange(const ScalarField& channel, double high, FieldMapping& mapping) {
   const bool bounded = channel.mValueMax < kUnbounded && channel.mValueMax > 0;
   mapping.valueMin = channel.mValueMin > -kUnbounded ? channel.mValueMin : 0.0;
-  mapping.valueMax = bounded ? channel.mValueMax : 1.0;
+  mapping.valueMax = bounded ? channel.mValueMax : high;
 }
 
 }  // namespace
@@ -103,10 +104,10 @@ void RayMarcher::ReadMultipleScattering(double cell) {
 }
 
 bool RayMarcher::ReadMappings() {
-  const auto curve = [&](RenderField& field, i32 id) {
+  const auto curve = [&](RenderField& field, i32 id, double high) {
     const host::SplineData* data = mInterface.GetSpline(id);
     if (data) field.mapping.SetCurve(*data);
-    TakeRange(field.channel, field.mapping);
+    TakeRange(field.channel, high, field.mapping);
     if (field.exists) field.view = FieldView(*field.channel.mGrid);
     return data != nullptr;
   };
@@ -115,7 +116,8 @@ bool RayMarcher::ReadMappings() {
     if (data) ramp = MakeRamp(*data);
     return data != nullptr;
   };
-  if (!curve(mSmoke, 2252) || !curve(mFire, 2651) || !curve(mThird, 2701)) return false;
+  if (!curve(mSmoke, 2252, 1) || !curve(mFire, 2651, kHottest) || !curve(mThird, 2701, 1))
+    return false;
   if (!gradient(mSmokeGradient, 2227) || !gradient(mFireGradient, 2602) ||
       !gradient(mFireLightGradient, 2754) || !mInterface.GetSpline(2303))
     return false;
