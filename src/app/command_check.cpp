@@ -26,13 +26,21 @@ std::size_t CountNodes(const BaseNode& node) {
   return count;
 }
 
+/// The objects of a scene; its nodes and what only pictures need stand at the top too.
+std::size_t CountObjects(const Document& document) {
+  return static_cast<std::size_t>(
+      std::count_if(document.Roots().begin(), document.Roots().end(), [](const BaseNode* root) {
+        return root->Type() >= kMeshObject && root->Type() <= kCameraObject;
+      }));
+}
+
 std::string Summary(const LoadedScene& scene) {
   const Document& document = *scene.document;
   std::size_t nodes = 0;
   for (const BaseNode* server : scene.servers) nodes += CountNodes(*server);
   return fmt::format("{}: valid: frames {} to {} at {} fps, {}, {}, {}", scene.path.string(),
                      document.previewMin, document.previewMax, document.fps, Count(nodes, "node"),
-                     Count(document.Roots().size() - scene.servers.size(), "object"),
+                     Count(CountObjects(document), "object"),
                      Count(scene.exports.size(), "export"));
 }
 

@@ -7,6 +7,7 @@
 #include "app/command_check.h"
 #include "app/command_new.h"
 #include "app/command_nodes.h"
+#include "app/command_render.h"
 #include "app/command_run.h"
 #include "app/diagnostics.h"
 #include "app/exit_codes.h"
@@ -16,6 +17,7 @@ namespace MELDO_GLOBAL::app {
 
 namespace {
 
+constexpr int kMostSamples = 65536;
 constexpr const char* kVersion = "sulva " SULVA_VERSION;
 
 /// The value of `--set` needs a node, a parameter and a value; what they mean is the scene's
@@ -30,7 +32,8 @@ std::string CheckOverride(const std::string& text) {
 
 struct Options {
   RunOptions run;
-  std::string frames, memory;
+  RenderOptions render;
+  std::string frames, memory, size;
   std::string checkScene, kind, newName, newFile;
   bool json = false, schema = false, fix = false;
 };
@@ -54,6 +57,30 @@ CLI::App* AddRun(CLI::App& app, Options& o) {
       "            6 out of memory, 7 interrupted\n\n"
       "Example:\n  sulva run scenes/plume.json --frames 0:20 --set scene.cell_size=0.05");
   return run;
+}
+
+CLI::App* AddRender(CLI::App& app, Options& o) {
+  CLI::App* render = app.add_subcommand("render", "Simulates a scene and draws its pictures");
+  render->add_option("SCENE", o.render.scene, "scene file")->required();
+  render->add_option("--frames", o.frames, "frames to draw, A:B (A, A: and :B work too)");
+  render->add_option("--out", o.render.out,
+                     "folder to write to; by default out/<name of the scene>");
+  render->add_option("--size", o.size, "size of the pictures in pixels, WxH");
+  render->add_option("--samples", o.render.samples, "camera rays in a pixel")
+      ->check(CLI::Range(1, kMostSamples));
+  render->add_flag("--exr", o.render.exr, "write OpenEXR files with layers beside the PNG files");
+  render->add_option("--threads", o.render.threads, "worker threads; by default all")
+      ->check(CLI::Range(1, host::kMaxWorkers));
+  render
+      ->add_option("--set", o.render.overrides,
+                   "another value for a parameter, NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false)
+      ->check(CheckOverride);
+  render->add_option("--memory", o.memory,
+                     "most memory to use, such as 8G; by default the machine's");
+  render->add_flag("--quiet", o.render.quiet, "print nothing but errors");
+  render->footer("Example:\n  sulva render scenes/plume.json --frames 60 --size 1280x720");
+  return render;
 }
 
 CLI::App* AddCheck(CLI::App& app, Options& o) {
@@ -84,21 +111,38 @@ CLI::App* AddNew(CLI::App& app, Options& o) {
   return make;
 }
 
-int RunCommand(Options& o) {
+/// Reads what "run" and "render" have in common.
+template <class T>
+void ReadFramesAndMemory(const Options& o, T& options) {
   if (!o.frames.empty()) {
     const auto frames = ParseFrames(o.frames);
     if (!frames)
       throw CommandError(kExitUsage, "--frames: expected A:B with A <= B, got '" + o.frames + "'");
-    o.run.frames = *frames;
+    options.frames = *frames;
   }
   if (!o.memory.empty()) {
     const auto bytes = ParseByteCount(o.memory);
     if (!bytes)
       throw CommandError(kExitUsage,
                          "--memory: expected a size such as 512M or 8G, got '" + o.memory + "'");
-    o.run.memory = *bytes;
+    options.memory = *bytes;
   }
+}
+
+int RunCommand(Options& o) {
+  ReadFramesAndMemory(o, o.run);
   return RunScene(o.run);
+}
+
+int RenderCommand(Options& o) {
+  ReadFramesAndMemory(o, o.render);
+  if (!o.size.empty()) {
+    o.render.size = ParseSize(o.size);
+    if (!o.render.size)
+      throw CommandError(kExitUsage,
+                         "--size: expected WxH in pixels, such as 640x360, got '" + o.size + "'");
+  }
+  return RenderScene(o.render);
 }
 
 int Dispatch(int argc, char** argv) {
@@ -108,11 +152,12 @@ int Dispatch(int argc, char** argv) {
   app.footer("Every command has --help.\n\nExample:\n  sulva run scenes/plume.json");
   Options options;
   const CLI::App* run = AddRun(app, options);
+  const CLI::App* render = AddRender(app, options);
   const CLI::App* check = AddCheck(app, options);
   const CLI::App* nodes = AddNodes(app, options);
   AddNew(app, options);
 
-  const std::vector<std::string_view> commands = {"run", "check", "nodes", "new"};
+  const std::vector<std::string_view> commands = {"run", "render", "check", "nodes", "new"};
   if (argc > 1 && argv[1][0] != '-' &&
       std::find(commands.begin(), commands.end(), argv[1]) == commands.end()) {
     std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n", argv[1],
@@ -128,6 +173,7 @@ int Dispatch(int argc, char** argv) {
     return kExitUsage;
   }
   if (run->parsed()) return RunCommand(options);
+  if (render->parsed()) return RenderCommand(options);
   if (check->parsed()) return RunCheck(options.checkScene, options.fix);
   if (nodes->parsed())
     return options.schema ? RunNodesSchema() : RunNodes(options.kind, options.json);

@@ -31,7 +31,7 @@ class Run {
         mOut(out),
         mSimulation(*scene.document, scene.servers,
                     options.memory ? options.memory : MachineMemory()),
-        mSelected(Select()),
+        mSelected(SelectFrames(mSimulation.Range(), options.frames)),
         mProgress(mSimulation.Range().first, mSelected.last,
                   options.quiet ? ProgressStyle::Quiet : StyleOfStandardError()),
         mNames(*scene.document),
@@ -67,20 +67,6 @@ class Run {
 
  private:
   using Clock = std::chrono::steady_clock;
-
-  FrameRange Select() const {
-    const FrameRange range = mSimulation.Range();
-    const FrameRange selected{mOptions.frames.first.value_or(range.first),
-                              mOptions.frames.last.value_or(range.last)};
-    if (!range.Contains(selected.first) || !range.Contains(selected.last))
-      throw CommandError(kExitUsage,
-                         fmt::format("--frames {}:{} lies outside the scene's range {}:{}",
-                                     selected.first, selected.last, range.first, range.last));
-    if (selected.first > selected.last)
-      throw CommandError(kExitUsage,
-                         fmt::format("--frames {}:{} is reversed", selected.first, selected.last));
-    return selected;
-  }
 
   /// A later start still simulates from the first frame on: there is no other way to its state.
   int RunFrames() {

@@ -75,6 +75,13 @@ void Progress::EndFrame(const FrameRecord& record) {
                           FormatCount(static_cast<double>(mCells)), record.wallSeconds));
 }
 
+void Progress::PictureDone(i32 frame, double seconds, double secondsLeft) {
+  mSecondsLeft = secondsLeft;
+  if (mStyle == ProgressStyle::Lines)
+    PrintLine(fmt::format("picture {}/{}  {:.2f} s  {} left", frame, mLast, seconds,
+                          FormatDuration(secondsLeft)));
+}
+
 void Progress::Note(std::string_view text) {
   if (mStyle == ProgressStyle::Quiet) return;
   Erase();
@@ -89,11 +96,23 @@ void Progress::Error(std::string_view text) {
 void Progress::OnStatus(std::string_view text) {
   if (text.starts_with(kStagePrefix)) mStage = text.substr(kStagePrefix.size());
   if (text.starts_with(kSubstepPrefix)) mSubstep = text.substr(kSubstepPrefix.size());
+  DrawNowAndThen();
+}
+
+void Progress::ShowWork(std::string_view work, double secondsLeft) {
+  mSubstep.clear();
+  mStage = work;
+  mSecondsLeft = secondsLeft;
+  DrawNowAndThen();
+}
+
+void Progress::DrawNowAndThen() {
   constexpr auto period = std::chrono::milliseconds(80);
   if (Clock::now() - mDrawn >= period) Draw();
 }
 
 double Progress::SecondsLeft() const {
+  if (mSecondsLeft) return *mSecondsLeft;
   if (mFramesDone == 0) return -1;
   const double spent = std::chrono::duration<double>(Clock::now() - mStart).count();
   return spent / mFramesDone * (mLast - mFirst + 1 - mFramesDone);

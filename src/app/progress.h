@@ -1,6 +1,7 @@
 // What a run shows while it works.
 #pragma once
 #include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -34,6 +35,11 @@ class Progress {
 
   void BeginFrame(i32 frame);
   void EndFrame(const FrameRecord& record);
+  /// Shows what a frame's work is at, in place of the pipeline's stage, and the time left as the
+  /// caller reckons it; below 0 if it can't tell yet.
+  void ShowWork(std::string_view work, double secondsLeft);
+  /// Prints a line for a picture that is written; nothing on a terminal, where the bar tells it.
+  void PictureDone(i32 frame, double seconds, double secondsLeft);
   /// Prints a line for the user; nothing when quiet.
   void Note(std::string_view text);
   /// Prints an error, quiet or not.
@@ -44,6 +50,7 @@ class Progress {
   void Draw();
   void Erase();
   double SecondsLeft() const;
+  void DrawNowAndThen();
 
   using Clock = std::chrono::steady_clock;
   const i32 mFirst, mLast;
@@ -55,6 +62,7 @@ class Progress {
   std::string mStage;
   std::string mSubstep;
   i64 mCells = 0;
+  std::optional<double> mSecondsLeft;  ///< as the caller told
   bool mIsDrawn = false;
 };
 

@@ -36,6 +36,19 @@ std::optional<FrameSelection> ParseFrames(const std::string& text) {
   return frames;
 }
 
+std::optional<PictureSize> ParseSize(const std::string& text) {
+  constexpr i32 kLargest = 16384;
+  const char* end = text.data() + text.size();
+  PictureSize size;
+  const auto [cross, widthError] = std::from_chars(text.data(), end, size.width);
+  if (widthError != std::errc() || cross == end || (*cross != 'x' && *cross != 'X')) return {};
+  const auto [rest, heightError] = std::from_chars(cross + 1, end, size.height);
+  if (heightError != std::errc() || rest != end) return {};
+  const auto fits = [](i32 side) { return side >= 1 && side <= kLargest; };
+  if (!fits(size.width) || !fits(size.height)) return {};
+  return size;
+}
+
 std::optional<u64> ParseByteCount(const std::string& text) {
   double value = 0;
   const char* end = text.data() + text.size();

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "app/exit_codes.h"
+#include "app/render_section.h"
 #include "app/scene_exports.h"
 #include "app/scene_nodes.h"
 #include "app/scene_values.h"
@@ -125,15 +126,11 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   if (!nodes) context.Error(root, "", "'nodes' is missing");
   if (nodes && nodes->Items() && builder.Servers().empty())
     context.Error(*nodes, "", "'nodes' has no server; a scene needs a node of type 'server'");
+  if (const JsonValue* render = root.Find("render"))
+    scene.render = ReadRender(context, builder, *render);
   builder.ReadParameters();
   if (const JsonValue* exports = root.Find("exports"))
     scene.exports = ReadExports(context, builder.Names(), *exports);
-  if (const JsonValue* render = root.Find("render")) {
-    if (!render->Members())
-      context.Error(*render, "",
-                    fmt::format("'render': expected an object, got {}", KindOf(*render)));
-    scene.render = *render;
-  }
   for (const std::string& override : overrides) ApplyOverride(context, builder.Names(), override);
   context.SetOption({});
   if (diagnostics.HasErrors()) return {};

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "app/diagnostics.h"
-#include "app/json_tree.h"
+#include "app/render/render_spec.h"
 #include "host/document.h"
 
 namespace MELDO_GLOBAL::app {
@@ -28,7 +28,7 @@ struct LoadedScene {
   std::vector<host::BaseNode*> servers;  ///< in the order of the file; at least one
   host::BaseNode* server = nullptr;      ///< the first of them
   std::vector<ExportSpec> exports;
-  std::optional<JsonValue> render;  ///< the object under "render", as it stands
+  std::optional<RenderSpec> render;
   std::filesystem::path path;
 };
 

@@ -49,11 +49,10 @@ bool IsProperName(const std::string& name) {
 void SceneBuilder::Make(const JsonValue* objects, const JsonValue* nodes) {
   const Members objectList = ObjectsOf(objects, "", "'objects'");
   const Members nodeList = ObjectsOf(nodes, "", "'nodes'");
-  SiblingNames names;
-  ReserveNames(objectList, names);
-  ReserveNames(nodeList, names);
-  for (const JsonValue* value : objectList) MakeObject(*value, names);
-  for (const JsonValue* value : nodeList) MakeNode(*value, nullptr, names);
+  ReserveNames(objectList, mRootNames);
+  ReserveNames(nodeList, mRootNames);
+  for (const JsonValue* value : objectList) MakeObject(*value, mRootNames);
+  for (const JsonValue* value : nodeList) MakeNode(*value, nullptr, mRootNames);
 }
 
 SceneBuilder::Members SceneBuilder::ObjectsOf(const JsonValue* list, const Subject& subject,
@@ -75,14 +74,15 @@ SceneBuilder::Members SceneBuilder::ObjectsOf(const JsonValue* list, const Subje
   return members;
 }
 
-void SceneBuilder::ReserveNames(const Members& siblings, SiblingNames& names) {
+void SceneBuilder::ReserveNames(const Members& siblings, SiblingNames& names,
+                                std::string_view word) {
   for (const JsonValue* value : siblings) {
     const JsonValue* name = value->Find("name");
     if (!name) continue;
     const std::string* text = name->Text();
     const JsonValue* type = value->Find("type");
-    const Subject subject = SubjectOf(type && type->Text() ? Shown(*type->Text()) : "node",
-                                      text ? *text : std::string());
+    const Subject subject =
+        SubjectOf(type && type->Text() ? Shown(*type->Text()) : word, text ? *text : std::string());
     if (!text) {
       mContext.Error(*name, subject, fmt::format("'name': expected text, got {}", KindOf(*name)));
     } else if (text->empty()) {
@@ -137,6 +137,20 @@ void SceneBuilder::MakeChildren(const JsonValue& value, BaseNode& node, const Su
   SiblingNames names;
   ReserveNames(children, names);
   for (const JsonValue* child : children) MakeNode(*child, &node, names);
+}
+
+BaseNode* SceneBuilder::MakeMaterial(const JsonValue& value, i32 type, std::string_view word,
+                                     const ParameterTable& table,
+                                     const std::vector<std::string_view>& keys) {
+  ReserveNames({&value}, mRootNames, word);
+  const std::string name = NameOf(value, fmt::format("{} material", word), mRootNames);
+  const Subject subject = SubjectOf(word, name);
+  mContext.CheckKeys(value, keys, subject);
+  BaseNode& node = mContext.document.Create<BaseNode>(type, name, nullptr);
+  node.SetTable(&table);
+  mNames.Add(node);
+  Remember(node, subject, value);
+  return &node;
 }
 
 void SceneBuilder::ReadPlacement(const JsonValue& value, BaseNode& node, const Subject& subject) {

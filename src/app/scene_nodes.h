@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "app/scene_context.h"
+#include "app/scene_objects.h"
 #include "app/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
@@ -29,6 +30,12 @@ class SceneBuilder {
   /// Reads the parameters and obstacle tags of what was made.
   void ReadParameters();
 
+  /// Makes an object of the type `word` ("camera", "light") outside the list of objects.
+  host::BaseNode* MakeObjectOf(const JsonValue& value, std::string_view word);
+  /// Makes a node with a table and without a place; `keys` are those that it may have.
+  host::BaseNode* MakeMaterial(const JsonValue& value, i32 type, std::string_view word,
+                               const host::ParameterTable& table,
+                               const std::vector<std::string_view>& keys);
 
   const NameTable& Names() const { return mNames; }
   const std::vector<host::BaseNode*>& Servers() const { return mServers; }
@@ -38,12 +45,15 @@ class SceneBuilder {
 
   /// The items of a list of objects; reports what isn't one.
   Members ObjectsOf(const JsonValue* list, const Subject& subject, const std::string& what);
-  void ReserveNames(const Members& siblings, SiblingNames& names);
+  /// `word` is what a sibling without a type is called in messages.
+  void ReserveNames(const Members& siblings, SiblingNames& names, std::string_view word = "node");
   /// The name of a node: the one given, or the label made unique.
   std::string NameOf(const JsonValue& value, const std::string& label, SiblingNames& names);
 
   void MakeObject(const JsonValue& value, SiblingNames& names);
-  host::BaseNode* CreateObject(const JsonValue& value, const std::string& type,
+  host::BaseNode* MakeKnownObject(const JsonValue& value, const ObjectType& type,
+                                  SiblingNames& names);
+  host::BaseNode* CreateObject(const JsonValue& value, const ObjectType& type,
                                const std::string& name, const Subject& subject);
   void ReadShape(const JsonValue& value, const std::string& type, host::BaseNode& node,
                  const Subject& subject);
@@ -62,6 +72,7 @@ class SceneBuilder {
   SceneContext& mContext;
   i32 mFirstFrame, mLastFrame;
   NameTable mNames;
+  SiblingNames mRootNames;
   std::vector<MadeNode> mMade;
   std::vector<host::BaseNode*> mServers;
 };

@@ -8,6 +8,7 @@
 #include "app/scene_nodes.h"
 #include "host/mesh_files.h"
 #include "host/polygon_object.h"
+#include "host/render_objects.h"
 #include "host/shapes.h"
 
 namespace MELDO_GLOBAL::app {
@@ -25,15 +26,15 @@ const std::vector<ObjectType>& ObjectTypes() {
       {"torus", kMeshObject, true, {"radius", "tube", "segments"}},
       {"spline", kSplineObject, false, {"points", "closed"}},
       {"points", kPointsObject, false, {"points"}},
-      {"light", kLightObject, false, {}},
-      {"camera", kCameraObject, false, {}},
+      {"light", kLightObject, false, {"parameters"}, LightParameters},
+      {"camera", kCameraObject, false, {"parameters"}, CameraParameters},
   };
   return types;
 }
 
 namespace {
 
-const ObjectType* FindObjectType(const std::string& name) {
+const ObjectType* FindObjectType(std::string_view name) {
   for (const ObjectType& type : ObjectTypes())
     if (type.name == name) return &type;
   return nullptr;
@@ -45,15 +46,13 @@ void SceneBuilder::MakeObject(const JsonValue& value, SiblingNames& names) {
   const JsonValue* type = value.Find("type");
   const std::string* word = type ? type->Text() : nullptr;
   const ObjectType* known = word ? FindObjectType(*word) : nullptr;
-  const std::string shown = known ? *word : "object";
-  const std::string name = NameOf(value, shown, names);
-  const Subject subject = fmt::format("{} \"{}\": ", shown, Shown(name));
   if (known) {
-    std::vector<std::string_view> keys = {"name",     "type",  "position",
-                                          "rotation", "scale", "obstacle"};
-    keys.insert(keys.end(), known->keys.begin(), known->keys.end());
-    mContext.CheckKeys(value, keys, subject);
-  } else if (!type) {
+    MakeKnownObject(value, *known, names);
+    return;
+  }
+  const std::string name = NameOf(value, "object", names);
+  const Subject subject = fmt::format("object \"{}\": ", Shown(name));
+  if (!type) {
     mContext.Error(value, subject, "'type' is missing");
   } else if (!word) {
     mContext.Error(*type, subject, fmt::format("'type': expected text, got {}", KindOf(*type)));
@@ -64,24 +63,45 @@ void SceneBuilder::MakeObject(const JsonValue& value, SiblingNames& names) {
         *type, subject,
         fmt::format("unknown object type '{}'{}", Shown(*word), mContext.Suggest(*word, types)));
   }
-  BaseNode* node = CreateObject(value, shown, name, subject);
+  BaseNode& node = mContext.document.Create<BaseNode>(kUnknownNode, name, nullptr);
+  mNames.Add(node);
+  ReadPlacement(value, node, subject);
+  Remember(node, subject, value);
+}
+
+BaseNode* SceneBuilder::MakeKnownObject(const JsonValue& value, const ObjectType& type,
+                                        SiblingNames& names) {
+  const std::string name = NameOf(value, std::string(type.name), names);
+  const Subject subject = fmt::format("{} \"{}\": ", type.name, Shown(name));
+  std::vector<std::string_view> keys = {"name",     "type",  "position",
+                                        "rotation", "scale", "obstacle"};
+  keys.insert(keys.end(), type.keys.begin(), type.keys.end());
+  mContext.CheckKeys(value, keys, subject);
+  BaseNode* node = CreateObject(value, type, name, subject);
   mNames.Add(*node);
   ReadPlacement(value, *node, subject);
   Remember(*node, subject, value);
+  return node;
 }
 
-BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const std::string& type,
+BaseNode* SceneBuilder::MakeObjectOf(const JsonValue& value, std::string_view word) {
+  ReserveNames({&value}, mRootNames, word);
+  if (const JsonValue* type = value.Find("type"); type && (!type->Text() || *type->Text() != word))
+    mContext.Error(*type, fmt::format("render: {}: ", word),
+                   fmt::format("'type': expected '{}' here", word));
+  return MakeKnownObject(value, *FindObjectType(word), mRootNames);
+}
+
+BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const ObjectType& type,
                                      const std::string& name, const Subject& subject) {
   Document& document = mContext.document;
-  const ObjectType* known = FindObjectType(type);
-  if (!known) return &document.Create<BaseNode>(kUnknownNode, name, nullptr);
   const JsonValue* points = value.Find("points");
   const auto readPoints = [&](std::size_t atLeast) {
     if (!points) mContext.Error(value, subject, "'points' is missing");
     auto read = points ? mContext.ReadPoints(*points, atLeast, subject, "'points'") : std::nullopt;
     return read.value_or(std::vector<Vec3d>());
   };
-  switch (known->type) {
+  switch (type.type) {
     case kSplineObject: {
       auto& spline = document.Create<SplineObject>(kSplineObject, name, nullptr);
       spline.points = readPoints(2);
@@ -96,15 +116,18 @@ BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const std::string& 
     }
     case kMeshObject: {
       auto& mesh = document.Create<PolygonObject>(kMeshObject, name, nullptr);
-      if (known->isShape) {
-        ReadShape(value, type, mesh, subject);
+      if (type.isShape) {
+        ReadShape(value, std::string(type.name), mesh, subject);
       } else {
         ReadMesh(value, mesh, subject);
       }
       return &mesh;
     }
-    default: return &document.Create<BaseNode>(known->type, name, nullptr);
+    default: break;
   }
+  auto& node = document.Create<BaseNode>(type.type, name, nullptr);
+  if (type.rows) node.SetTable(&type.rows());
+  return &node;
 }
 
 bool SceneBuilder::ReadSize(const JsonValue& value, const char* key, const Subject& subject,

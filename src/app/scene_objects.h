@@ -13,6 +13,7 @@ struct ObjectType {
   host::HostType type;
   bool isShape;
   std::vector<std::string_view> keys;
+  const host::ParameterTable& (*rows)() = nullptr;  ///< of the key "parameters"
 };
 
 const std::vector<ObjectType>& ObjectTypes();

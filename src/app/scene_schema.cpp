@@ -5,7 +5,9 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "app/render_section.h"
 #include "app/scene_objects.h"
+#include "host/render_objects.h"
 #include "host/shapes.h"
 #include "nodes/catalogue.h"
 
@@ -150,11 +152,47 @@ Json ObjectSchema() {
     Json properties = {{"type", {{"const", type.name}}},
                        {"name", {{"type", "string"}, {"minLength", 1}}}};
     for (const std::string_view key : type.keys)
-      properties[std::string(key)] = ObjectKey(key, type.name == "plane");
+      properties[std::string(key)] = key == "parameters"
+                                         ? Ref("parameters_" + std::string(type.name))
+                                         : ObjectKey(key, type.name == "plane");
     AddPlacement(properties);
     kinds.push_back(Object(std::move(properties), Json::array({"type"})));
   }
   return {{"oneOf", std::move(kinds)}};
+}
+
+/// A camera or light of a picture: the name of an object, or an object that needs no type.
+Json NameOrObject(const std::string& word) {
+  Json properties = {{"type", {{"const", word}}},
+                     {"name", {{"type", "string"}, {"minLength", 1}}},
+                     {"parameters", Ref("parameters_" + word)}};
+  AddPlacement(properties);
+  return {{"anyOf", Json::array({{{"type", "string"}}, Object(std::move(properties))})}};
+}
+
+Json MaterialSchema() {
+  Json kinds = Json::array();
+  for (const MaterialType& type : MaterialTypes()) {
+    Json properties = {{"type", {{"enum", {type.name, type.id, std::to_string(type.id)}}}},
+                       {"name", {{"type", "string"}, {"minLength", 1}}},
+                       {"parameters", TableSchema(type.rows())}};
+    if (type.isSurface) properties["objects"] = ListOf({{"type", "string"}});
+    kinds.push_back(Object(std::move(properties), Json::array({"type"})));
+  }
+  return {{"oneOf", std::move(kinds)}};
+}
+
+Json RenderSchema() {
+  Json size = NumbersOf(2);
+  size["items"] = {{"type", "integer"}, {"minimum", 1}, {"maximum", kLargestPicture}};
+  Json properties = {{"size", std::move(size)},
+                     {"files", ListOf({{"type", "string"}, {"pattern", "#.*\\.(png|exr)$"}}, 1)},
+                     {"camera", NameOrObject("camera")},
+                     {"lights", ListOf(NameOrObject("light"))},
+                     {"materials", ListOf(Ref("material"))}};
+  for (const ParameterRow& row : RenderParameters())
+    properties[std::string(row.name)] = ParameterSchema(row);
+  return Object(std::move(properties));
 }
 
 Json ExportSchema() {
@@ -192,7 +230,11 @@ Json Definitions() {
                       {"obstacle", TableSchema(ObstacleParameters())},
                       {"object", ObjectSchema()},
                       {"node", NodeSchema()},
-                      {"export", ExportSchema()}};
+                      {"export", ExportSchema()},
+                      {"render", RenderSchema()},
+                      {"material", MaterialSchema()}};
+  for (const ObjectType& type : ObjectTypes())
+    if (type.rows) definitions["parameters_" + std::string(type.name)] = TableSchema(type.rows());
   for (const NodeKind& kind : Catalogue()) {
     const std::string name = "parameters_" + std::string(kind.type);
     definitions[name] = TableSchema(ParametersOf(kind));
@@ -213,7 +255,7 @@ std::string SceneSchema() {
                         {"objects", ListOf(Ref("object"))},
                         {"nodes", ListOf(Ref("node"), 1)},
                         {"exports", ListOf(Ref("export"))},
-                        {"render", {{"type", "object"}}}},
+                        {"render", Ref("render")}},
                        Json::array({"sulva", "nodes"})));
   schema["$defs"] = Definitions();
   return schema.dump(1);

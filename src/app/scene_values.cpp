@@ -6,6 +6,8 @@
 #include <cmath>
 #include <limits>
 
+#include "app/render/media.h"
+#include "host/render_objects.h"
 #include "nodes/catalogue.h"
 
 namespace MELDO_GLOBAL::app {
@@ -24,8 +26,11 @@ std::string WordOfType(i32 type) {
     case kPointsObject: return "points object";
     case kLightObject: return "light object";
     case kCameraObject: return "camera object";
+    case kSurfaceMaterial: return "surface material";
     default: break;
   }
+  if (const MediumType* medium = FindMediumType(type))
+    return fmt::format("{} material", medium->name);
   const NodeKind* kind = FindKind(type);
   return kind ? std::string(kind->type) : std::string();
 }

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "app/exit_codes.h"
 #include "host/worker_pool.h"
 #include "nodes/catalogue.h"
 
@@ -34,6 +35,19 @@ u64 PeakMemory() {
   rusage usage{};
   ::getrusage(RUSAGE_SELF, &usage);
   return static_cast<u64>(usage.ru_maxrss) * 1024;
+}
+
+FrameRange SelectFrames(const FrameRange& range, const FrameSelection& selection) {
+  const FrameRange selected{selection.first.value_or(range.first),
+                            selection.last.value_or(range.last)};
+  if (!range.Contains(selected.first) || !range.Contains(selected.last))
+    throw CommandError(kExitUsage,
+                       fmt::format("--frames {}:{} lies outside the scene's range {}:{}",
+                                   selected.first, selected.last, range.first, range.last));
+  if (selected.first > selected.last)
+    throw CommandError(kExitUsage,
+                       fmt::format("--frames {}:{} is reversed", selected.first, selected.last));
+  return selected;
 }
 
 Simulation::Simulation(host::Document& document, const std::vector<host::BaseNode*>& servers,

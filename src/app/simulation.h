@@ -7,6 +7,7 @@
 
 #include "app/frame_record.h"
 #include "app/memory_limit.h"
+#include "app/run_arguments.h"
 #include "framework/scene.h"
 #include "host/document.h"
 
@@ -18,6 +19,10 @@ struct FrameRange {
   i32 last = 0;
   bool Contains(i32 frame) const { return first <= frame && frame <= last; }
 };
+
+/// The selected part of a range. Throws CommandError (kExitUsage) where it is reversed or leads out
+/// of the range.
+FrameRange SelectFrames(const FrameRange& range, const FrameSelection& selection);
 
 enum class FrameOutcome { Done, Interrupted, OutOfMemory };
 

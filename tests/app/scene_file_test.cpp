@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "host/polygon_object.h"
+#include "host/render_objects.h"
 
 namespace fs = std::filesystem;
 using namespace MELDO_GLOBAL;
@@ -186,7 +187,7 @@ TEST_F(SceneFile, ObjectsOfEveryType) {
 
 TEST_F(SceneFile, ExportsNameTheNodesOfTheirGrids) {
   Load(R"({"type": "channel_scalar", "name": "smoke"})",
-       R"("render": {"any": [1]}, "exports": [
+       R"("exports": [
          {"format": "vdb", "file": "vdb/####.vdb", "grids": {"density": "smoke", "d2": "smoke"}},
          {"format": "png", "file": "####.png", "grids": {"smoke": "scene/smoke"}, "axis": "x"}],)");
   ASSERT_EQ(mScene->exports.size(), 2u);
@@ -195,8 +196,35 @@ TEST_F(SceneFile, ExportsNameTheNodesOfTheirGrids) {
   EXPECT_EQ(vdb.grids[1], std::pair(std::string("d2"), Node("smoke").Id()));
   EXPECT_EQ(mScene->exports[1].axis, 'x');
   EXPECT_EQ(mScene->exports[1].where.line, 3u);
+}
+
+TEST_F(SceneFile, RenderSectionHoldsItsNodes) {
+  Load("",
+       R"("objects": [{"type": "light", "name": "lamp", "parameters": {"kind": "spot"}},
+                      {"type": "light", "name": "unused"}, {"type": "box", "name": "crate"}],
+          "render": {"size": [320, 200], "samples": 5, "files": ["p/##.exr"],
+            "camera": {"position": [0, 0, 9],
+                       "parameters": {"field_of_view": {"keys": [[0, 20], [10, 40]]}}},
+            "lights": ["lamp", {"name": "fill", "position": [1, 0, 0]}],
+            "materials": [{"type": "surface", "objects": ["crate"],
+                           "parameters": {"roughness": 0.5}}]},)",
+       {"fill.brightness=3"});
   ASSERT_TRUE(mScene->render);
-  EXPECT_TRUE(mScene->render->Find("any")->Items());
+  const RenderSpec& render = *mScene->render;
+  EXPECT_EQ(render.width, 320);
+  EXPECT_EQ(render.height, 200);
+  EXPECT_EQ(render.files, std::vector<std::string>{"p/##.exr"});
+  EXPECT_EQ(std::get<i32>(*render.settings->Get(kRenderSamples)), 5);
+  mScene->document->SetFrame(5);
+  EXPECT_EQ(std::get<double>(*render.camera->Get(kCameraFieldOfView)), 30);
+  EXPECT_EQ(render.camera->GlobalMatrix().offset.z, 9);
+  ASSERT_EQ(render.lights.size(), 2u);
+  EXPECT_EQ(render.lights[0], &Node("lamp"));
+  EXPECT_EQ(std::get<i32>(*render.lights[0]->Get(kLightKind)), 1);
+  EXPECT_EQ(std::get<double>(*render.lights[1]->Get(kLightBrightness)), 3);
+  ASSERT_EQ(render.surfaces.size(), 1u);
+  EXPECT_EQ(render.surfaces[0].first, Node("crate").Id());
+  EXPECT_EQ(std::get<double>(*render.surfaces[0].second->Get(kSurfaceRoughness)), 0.5);
 }
 
 TEST_F(SceneFile, OverridesAreValuesOfTheFileOrPlainText) {
@@ -235,7 +263,9 @@ TEST_F(SceneFile, MutatedScenesNeverBreakTheLoader) {
     "nodes": [{"type": "server", "children": [{"type": "mesh", "parameters": {"object": "b"}},
     {"type": "duration", "parameters": {"curve": [[0, 1]], "1000": 2, "use_frames": true,
      "constraints": ["b", {"node": "Mesh", "flags": 2}]}}]}],
-    "exports": [{"format": "png", "file": "#.png", "grids": {"a": "b"}, "axis": "x"}]})";
+    "exports": [{"format": "png", "file": "#.png", "grids": {"a": "b"}, "axis": "x"}],
+    "render": {"size": [9, 8], "camera": {"parameters": {"target": [0, 0, 1]}}, "files": ["#.exr"],
+     "lights": [{"name": "l"}], "materials": [{"type": "surface", "objects": ["b"]}]}})";
   u64 state = 88172645463325252ull;
   const auto random = [&](std::size_t n) {
     state ^= state << 13, state ^= state >> 7, state ^= state << 17;

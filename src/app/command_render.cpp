@@ -1,0 +1,224 @@
+#include "app/command_render.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <new>
+
+#include "app/atomic_file.h"
+#include "app/exit_codes.h"
+#include "app/measure.h"
+#include "app/node_names.h"
+#include "app/progress.h"
+#include "app/render/exr_file.h"
+#include "app/render/media.h"
+#include "app/render/picture_renderer.h"
+#include "app/scene_file.h"
+#include "app/simulation.h"
+#include "host/mesh_files.h"
+#include "host/polygon_object.h"
+#include "host/render_objects.h"
+#include "host/worker_pool.h"
+
+namespace MELDO_GLOBAL::app {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double SecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+/// Mean time of a kind of work, and how much of it is left.
+struct WorkTimer {
+  double seconds = 0;
+  i32 done = 0;
+  i32 planned = 0;
+
+  void Add(double spent) {
+    seconds += spent;
+    ++done;
+  }
+  /// Below 0 without experience.
+  double Left(double partDone = 0) const {
+    if (planned <= done) return 0;
+    if (done == 0) return -1;
+    return seconds / done * (planned - done - partDone);
+  }
+};
+
+/// The pictures of a scene, from its first frame on.
+class PictureRun {
+ public:
+  PictureRun(LoadedScene& scene, const RenderOptions& options, const fs::path& out)
+      : mSpec(*scene.render),
+        mOut(out),
+        mMemory(options.memory ? options.memory : MachineMemory()),
+        mSimulation(*scene.document, scene.servers, mMemory),
+        mSelected(SelectFrames(mSimulation.Range(), options.frames)),
+        mProgress(mSimulation.Range().first, mSelected.last,
+                  options.quiet ? ProgressStyle::Quiet : StyleOfStandardError()),
+        mNames(*scene.document) {
+    mMedia = MakeMedia(mSpec.media, mSimulation.Scenes());
+    mWasDrawn.resize(mMedia.size());
+    mSteps.planned = mSelected.last - mSimulation.Range().first + 1;
+    mPictures.planned = mSelected.last - mSelected.first + 1;
+    for (const std::string& file : mSpec.files) MakeFolder((mOut / file).parent_path());
+  }
+
+  int Execute() {
+    const Clock::time_point start = Clock::now();
+    int code = kExitDone;
+    try {
+      CheckMemory();
+      code = RunFrames();
+    } catch (const CommandError& error) {
+      mProgress.Error(error.what());
+      code = error.code;
+    } catch (const host::MeshFileError& error) {
+      mProgress.Error(error.what());
+      code = kExitFile;
+    } catch (const std::bad_alloc&) {
+      mProgress.Error("out of memory; raise cell_size or lower the size of the pictures");
+      code = kExitMemory;
+    }
+    PrintWarnings(code == kExitDone);
+    if (code == kExitDone)
+      mProgress.Note(fmt::format("done: {} picture{} in {}, written to {}", mPictures.done,
+                                 mPictures.done == 1 ? "" : "s",
+                                 FormatDuration(SecondsSince(start)), mOut.string()));
+    return code;
+  }
+
+ private:
+  void CheckMemory() const {
+    const double bytes = double(sizeof(RenderedPicture::Pixel)) * 2 * mSpec.width * mSpec.height;
+    if (bytes > static_cast<double>(mMemory))
+      throw CommandError(
+          kExitMemory,
+          fmt::format("a picture of {}x{} pixels needs {}, more than the {} there are", mSpec.width,
+                      mSpec.height, FormatBytes(bytes), FormatBytes(static_cast<double>(mMemory))));
+  }
+
+  int RunFrames() {
+    for (i32 frame = mSimulation.Range().first; frame <= mSelected.last; ++frame) {
+      mProgress.BeginFrame(frame);
+      if (const int code = Simulate(frame); code != kExitDone) return code;
+      if (mSelected.Contains(frame) && !Draw(frame)) {
+        mProgress.Note(fmt::format("interrupted in frame {}", frame));
+        return kExitInterrupted;
+      }
+    }
+    return kExitDone;
+  }
+
+  int Simulate(i32 frame) {
+    const Clock::time_point start = Clock::now();
+    FrameRecord record;
+    switch (mSimulation.Evaluate(frame, record)) {
+      case FrameOutcome::Done: break;
+      case FrameOutcome::Interrupted:
+        mProgress.Note(fmt::format("interrupted in frame {}", frame));
+        return kExitInterrupted;
+      case FrameOutcome::OutOfMemory:
+        mProgress.Error(mSimulation.MemoryRefusal());
+        return kExitMemory;
+    }
+    for (const auto& scene : mSimulation.Scenes()) MeasureScene(*scene, mNames, record);
+    const std::string broken = FindNonFinite(record);
+    if (!broken.empty()) {
+      mProgress.Error(fmt::format("frame {}: {} is no longer finite", frame, broken));
+      return kExitNonFinite;
+    }
+    mSteps.Add(SecondsSince(start));
+    mProgress.EndFrame(record);
+    return kExitDone;
+  }
+
+  /// Draws and writes a frame's picture; false when interrupted.
+  bool Draw(i32 frame) {
+    const Clock::time_point start = Clock::now();
+    mProgress.ShowWork("picture", SecondsLeft(0));
+    std::vector<host::VolumeMaterial*> media;
+    for (const auto& medium : mMedia) media.push_back(medium.get());
+    const RenderedPicture picture =
+        RenderPicture(mSpec, frame, media, host::MainThread(), [&](double part) {
+          mProgress.ShowWork(fmt::format("picture {:.0f} %", 100 * part), SecondsLeft(part));
+        });
+    if (host::MainThread().TestBreak()) return false;
+    for (std::size_t i = 0; i < mWasDrawn.size(); ++i)
+      mWasDrawn[i] = mWasDrawn[i] || picture.isDrawn[i];
+    for (const std::string& file : mSpec.files) {
+      const fs::path path = mOut / host::FrameFileName(file, frame);
+      WriteFileAtomically(path, path.extension() == ".exr"
+                                    ? EncodeExr(picture)
+                                    : EncodePng(ToneMap(picture, *mSpec.settings)));
+    }
+    mPictures.Add(SecondsSince(start));
+    const double left = SecondsLeft(0);
+    mProgress.PictureDone(frame, SecondsSince(start), left);
+    return true;
+  }
+
+  double SecondsLeft(double partOfPicture) const {
+    const double steps = mSteps.Left(), pictures = mPictures.Left(partOfPicture);
+    return steps < 0 || pictures < 0 ? -1 : steps + pictures;
+  }
+
+  void PrintWarnings(bool isWhole) {
+    for (const std::string& warning : mSimulation.InactiveWarnings())
+      mProgress.Note("warning: " + warning);
+    for (std::size_t i = 0; isWhole && i < mWasDrawn.size(); ++i)
+      if (!mWasDrawn[i])
+        mProgress.Note(
+            fmt::format("warning: material \"{}\" was never drawn: none of its fields has a grid",
+                        mSpec.media[i]->Name()));
+  }
+
+  const RenderSpec& mSpec;
+  const fs::path mOut;
+  const u64 mMemory;
+  Simulation mSimulation;
+  const FrameRange mSelected;
+  Progress mProgress;
+  const NodeNames mNames;
+  std::vector<std::unique_ptr<host::VolumeMaterial>> mMedia;
+  std::vector<bool> mWasDrawn;
+  WorkTimer mSteps, mPictures;
+};
+
+/// What the command line says of the pictures stands above the scene file.
+void ApplyOptions(const RenderOptions& options, RenderSpec& spec) {
+  if (options.size) {
+    spec.width = options.size->width;
+    spec.height = options.size->height;
+  }
+  if (options.samples) spec.settings->Set(host::kRenderSamples, *options.samples);
+  const auto isExr = [](const std::string& file) { return fs::path(file).extension() == ".exr"; };
+  if (!options.exr || std::any_of(spec.files.begin(), spec.files.end(), isExr)) return;
+  const std::vector<std::string> files = spec.files;
+  for (const std::string& file : files)
+    spec.files.push_back(fs::path(file).replace_extension(".exr").string());
+}
+
+}  // namespace
+
+int RenderScene(const RenderOptions& options) {
+  host::InstallInterruptHandlers();
+  if (options.threads > 0) host::SetThreadCount(options.threads);
+  Diagnostics diagnostics;
+  std::optional<LoadedScene> scene = LoadScene(options.scene, diagnostics, options.overrides);
+  if (scene && !scene->render)
+    diagnostics.Error({options.scene.string(), 1, 1},
+                      "the scene has no 'render' section, so there is nothing to draw");
+  if (!options.quiet || diagnostics.HasErrors()) diagnostics.Print();
+  if (diagnostics.HasErrors()) return kExitInvalidScene;
+  ApplyOptions(options, *scene->render);
+  const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;
+  return PictureRun(*scene, options, out).Execute();
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,55 @@
+// Lights as pictures see them.
+#pragma once
+#include "host/render_objects.h"
+#include "host/renderer.h"
+
+namespace MELDO_GLOBAL::app {
+
+/// What stands between a light and a point.
+class Blockers {
+ public:
+  virtual ~Blockers() = default;
+  /// Whether a surface stands on the way, the ends left out.
+  virtual bool IsBlocked(const Vec3d& from, const Vec3d& to) const = 0;
+};
+
+/// A point, spot, distant or area light at one moment.
+class SceneLight : public host::RenderLight {
+ public:
+  /// `node` holds the light's parameters; `blockers` outlives the light.
+  SceneLight(const host::BaseNode& node, const Blockers& blockers);
+
+  host::NodeId Node() const override { return mNode; }
+  bool IlluminatesVolumes() const override { return mVolumes; }
+  Illumination Illuminate(const Vec3d& point, bool withShadows) const override;
+  Vec3d DirectionTo(const Vec3d& point) const override;
+
+  bool CastsShadows() const { return mShadows; }
+
+  /// Light from one place of the light.
+  struct Sample {
+    Vec3d colour;     ///< at the point, as if nothing stood between
+    Vec3d direction;  ///< from the point towards the light
+    double distance = 0;
+  };
+  /// `u` in the unit square picks the place on an area light.
+  Sample At(const Vec3d& point, const Vec2D<double>& u) const;
+
+ private:
+  Vec3d PlaceOf(const Vec3d& point, const Vec2D<double>& u) const;
+  double Attenuation(const Vec3d& direction, double distance) const;
+  double BlockedPart(const Vec3d& point) const;
+
+  host::NodeId mNode;
+  const Blockers& mBlockers;
+  Matrix mPlacement;
+  host::LightKind mKind;
+  host::Falloff mFalloff;
+  Vec3d mColour;
+  double mFalloffDistance;
+  double mCosInner, mCosOuter;  ///< of a spot's cone
+  Vec3d mSize;
+  bool mVolumes, mShadows;
+};
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,31 @@
+// Materials that fill space.
+#pragma once
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "framework/scene.h"
+#include "host/renderer.h"
+
+namespace MELDO_GLOBAL::app {
+
+using Scenes = std::vector<std::unique_ptr<MELDO_SULVA::Scene>>;
+
+/// A type of material that draws what is in scenes.
+struct MediumType {
+  i32 id;
+  std::string_view name;
+  const host::ParameterTable& (*rows)();
+  /// Node and scenes outlive the material.
+  std::unique_ptr<host::VolumeMaterial> (*make)(host::BaseNode& node, const Scenes& scenes);
+};
+
+const std::vector<MediumType>& MediumTypes();
+/// By id, or null.
+const MediumType* FindMediumType(i32 id);
+
+/// The materials of nodes that each have one of these types.
+std::vector<std::unique_ptr<host::VolumeMaterial>> MakeMedia(
+    const std::vector<host::BaseNode*>& nodes, const Scenes& scenes);
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,69 @@
+// Light along the rays of a picture.
+#pragma once
+#include <limits>
+#include <vector>
+
+#include "app/render/render_world.h"
+#include "app/render/sampler.h"
+#include "host/renderer.h"
+
+namespace MELDO_GLOBAL::app {
+
+/// What a camera ray sees.
+struct RaySample {
+  Vec3d colour;                 ///< without the sky behind everything
+  Vec3d sky;                    ///< what comes through of the sky behind everything
+  double alpha = 0;             ///< opacity of all that stands before the sky
+  Vec3d scattering;             ///< light of lamps on the medium
+  Vec3d emission;               ///< light of the medium itself
+  Vec3d transmission{1, 1, 1};  ///< of the medium
+  double depth = std::numeric_limits<double>::infinity();  ///< of the nearest thing, along the ray
+};
+
+/// Follows rays through a world and the media in it. Everything is read-only.
+class PathTracer {
+ public:
+  using Media = std::vector<const host::VolumeMaterial*>;
+
+  PathTracer(const RenderWorld& world, const host::RenderData& data, Media media, bool bounceLight);
+
+  /// `pixel` is a place in the picture.
+  RaySample TraceCamera(const Vec2D<double>& pixel, Sampler& sampler, i32 thread) const;
+
+ private:
+  /// A ray on its way: what its random numbers and its flags need.
+  struct Path {
+    Sampler& sampler;
+    i32 thread;
+    i32 depth = 0;
+    u32 flags = 0;
+  };
+  struct Sphere {
+    Vec3d centre;
+    double radius = 0;
+  };
+
+  host::RenderRay MakeRay(const Vec3d& origin, const Vec3d& direction, const Path& path) const;
+  /// Light that comes back along a ray.
+  Vec3d Radiance(const Vec3d& origin, const Vec3d& direction, const Path& path) const;
+  /// Puts the media before what a ray met.
+  void AddMedia(const host::RenderRay& ray, const SurfaceHit* hit, RaySample& sample) const;
+  /// Light of a surface, without the sky that the ground fades into.
+  Vec3d Shade(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const;
+  Vec3d DirectLight(const SurfaceHit& hit, const Vec3d& view, const Path& path,
+                    bool withHighlights) const;
+  Vec3d BouncedLight(const SurfaceHit& hit, const Path& path) const;
+  Vec3d BounceDirection(const SurfaceHit& hit, Sampler& sampler, double& weight) const;
+  Vec3d Incoming(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const;
+  Vec3d Reflection(const SurfaceHit& hit, const Vec3d& view, const Path& path) const;
+  Vec3d Transparency(const Vec3d& origin, const Vec3d& direction, double length,
+                     const Path& path) const;
+
+  const RenderWorld& mWorld;
+  const host::RenderData& mData;
+  const Media mMedia;
+  const bool mBounceLight;
+  Sphere mSphere;  ///< round all media, to aim rays at; radius 0 if unknown
+};
+
+}  // namespace MELDO_GLOBAL::app

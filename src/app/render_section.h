@@ -1,0 +1,32 @@
+// The section "render" of a scene file.
+#pragma once
+#include <optional>
+
+#include "app/render/render_spec.h"
+#include "app/scene_context.h"
+#include "app/scene_nodes.h"
+
+namespace MELDO_GLOBAL::app {
+
+/// A type of material that a scene file may hold.
+struct MaterialType {
+  i32 id;
+  std::string_view name;
+  const host::ParameterTable& (*rows)();
+  bool isSurface;  ///< belongs to objects; the others fill space
+};
+const std::vector<MaterialType>& MaterialTypes();
+
+/// Keys of the section beside the names of `host::RenderParameters`.
+inline constexpr std::string_view kRenderKeys[] = {"size", "files", "camera", "lights",
+                                                   "materials"};
+inline constexpr i32 kLargestPicture = 16384;
+
+/// Makes the nodes that the section holds and resolves its names. Comes after the scene's objects
+/// and nodes were made and before their parameters are read. Without a camera of its own the
+/// picture has the scene's only one, without lights all lights. What doesn't fit gets a message;
+/// nothing where a picture can't be made.
+std::optional<RenderSpec> ReadRender(SceneContext& context, SceneBuilder& builder,
+                                     const JsonValue& section);
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,105 @@
+// The render command: exit codes, files, selection of frames.
+#include <set>
+
+#include "app/command_line.h"
+#include "app/exit_codes.h"
+#include "app/render/render_scene.h"
+
+namespace fs = std::filesystem;
+using namespace MELDO_GLOBAL;
+using namespace MELDO_GLOBAL::app;
+
+namespace {
+
+constexpr const char* kScene = R"({ "sulva": 1, "range": [2, 5],
+  "objects": [ { "type": "sphere", "name": "ball" } ],
+  "nodes": [ { "type": "server", "name": "scene" } ],
+  "render": { "size": [32, 20], "samples": 2, "camera": { "position": [0, 60, 300] } } })";
+
+struct Answer {
+  int code;
+  std::string err;
+};
+
+class RenderCommand : public testing::Test {
+ protected:
+  RenderCommand() { std::ofstream(folder / "scene.json") << kScene; }
+
+  Answer Render(std::vector<std::string> options, const std::string& scene = "scene.json") {
+    std::vector<std::string> words = {"sulva", "render", (folder / scene).string()};
+    words.insert(words.end(), options.begin(), options.end());
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    testing::internal::CaptureStderr();
+    const int code = Main(static_cast<int>(arguments.size()), arguments.data());
+    return {code, testing::internal::GetCapturedStderr()};
+  }
+  std::string Out(const std::string& name) const { return (folder / name).string(); }
+  static std::string Read(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  RenderFolder folder;
+};
+
+}  // namespace
+
+TEST_F(RenderCommand, WritesTheSelectedFrames) {
+  ASSERT_EQ(Render({"--frames", "3:4", "--out", Out("out"), "--exr"}).code, kExitDone);
+  std::set<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder / "out/render"))
+    names.insert(entry.path().filename());
+  EXPECT_EQ(names, (std::set<std::string>{"0003.png", "0003.exr", "0004.png", "0004.exr"}));
+}
+
+TEST_F(RenderCommand, RepeatsByteForByte) {
+  for (const char* threads : {"1", "2"})
+    ASSERT_EQ(Render({"--frames", "3", "--threads", threads, "--out", Out(threads)}).code,
+              kExitDone);
+  host::SetThreadCount(0);
+  const std::string picture = Read(folder / "1/render/0003.png");
+  EXPECT_FALSE(picture.empty());
+  EXPECT_TRUE(picture == Read(folder / "2/render/0003.png"));
+}
+
+TEST_F(RenderCommand, TakesSizeAndSamplesFromTheCommandLine) {
+  ASSERT_EQ(
+      Render({"--frames", "2", "--size", "40x10", "--samples", "1", "--out", Out("out")}).code,
+      kExitDone);
+  const std::string png = Read(folder / "out/render/0002.png");
+  ASSERT_GT(png.size(), 24u);
+  EXPECT_EQ(static_cast<u8>(png[19]), 40) << "width in the header";
+  EXPECT_EQ(static_cast<u8>(png[23]), 10) << "height in the header";
+}
+
+TEST_F(RenderCommand, SaysWhatIsWrong) {
+  for (const char* size : {"40", "0x10", "40x", "40x99999", "axb", "4x4x4"})
+    EXPECT_EQ(Render({"--size", size}).code, kExitUsage) << size;
+  EXPECT_EQ(Render({"--samples", "0"}).code, kExitUsage);
+  const Answer frames = Render({"--frames", "4:9", "--out", Out("out")});
+  EXPECT_EQ(frames.code, kExitUsage);
+  EXPECT_NE(frames.err.find("4:9 lies outside the scene's range 2:5"), std::string::npos);
+  const Answer missing = Render({}, "nowhere.json");
+  EXPECT_EQ(missing.code, kExitFile);
+
+  std::ofstream(folder / "plain.json") << R"({"sulva": 1, "nodes": [{"type": "server"}]})";
+  const Answer plain = Render({}, "plain.json");
+  EXPECT_EQ(plain.code, kExitInvalidScene);
+  EXPECT_NE(plain.err.find("plain.json:1:1: error: the scene has no 'render' section"),
+            std::string::npos);
+}
+
+TEST_F(RenderCommand, EndsWhereTheFolderCantBeMade) {
+  std::ofstream(folder / "file") << "not a folder";
+  const Answer answer = Render({"--frames", "2", "--out", Out("file/out")});
+  EXPECT_EQ(answer.code, kExitFile);
+  EXPECT_NE(answer.err.find("cannot make the folder"), std::string::npos);
+  EXPECT_EQ(answer.err.find("frame 2"), std::string::npos) << "told before anything is simulated";
+}
+
+TEST_F(RenderCommand, RefusesPicturesBeyondTheMemory) {
+  const Answer answer = Render({"--size", "16384x16384", "--memory", "100M", "--out", Out("out")});
+  EXPECT_EQ(answer.code, kExitMemory);
+  EXPECT_NE(answer.err.find("16384x16384"), std::string::npos);
+}
