@@ -11,7 +11,8 @@ const ParameterTable& VolumeMesh::Parameters() {
   static const ParameterTable table = {
       BoolRow(1001, "affects_bounds", false, "widens the simulated domain by the volume's box"),
       LongRow(1002, "mode", 1, "", "mode of the node's dialog"),
-      LinkRow(1003, "mesh", "the mesh node to voxelise", {1300143, 1300144}),
+      LinkRow(1003, "mesh", "the mesh node to voxelise; of a group of meshes the first alone",
+              {1300143, 1300144}),
       RealRow(1004, "preview_radius", 50.0, "host", "size shown in the viewport").AtLeast(0),
       VectorRow(1005, "preview_size", {100, 100, 100}, "host", "size shown in the viewport"),
       RealRow(1006, "shell_thickness", 1.0, "",
