@@ -60,6 +60,13 @@ void C4D_GasRenderer_Material::FreeRender() {
   mMarcher.reset();
 }
 
+bool C4D_GasRenderer_Material::Bounds(Vec3d& min, Vec3d& max) const {
+  if (!mMarcher) return false;
+  min = mMarcher->Bounds().min;
+  max = mMarcher->Bounds().max;
+  return true;
+}
+
 bool C4D_GasRenderer_Material::Passes(u32 rayFlags) const {
   return !mMarcher || !mSeenByCamera || (rayFlags & mUnseenBy);
 }
