@@ -75,6 +75,8 @@ struct PictureContent {
 
   void Add(const Field& field, bool isFirst);
   void AddSolids(const Exporter::Scenes& scenes);
+  /// The smoke of a picture with a fire is soot.
+  void BlackenByFire();
 };
 
 void PictureContent::Add(const Field& field, bool isFirst) {
@@ -98,6 +100,15 @@ void PictureContent::Add(const Field& field, bool isFirst) {
     for (int i = 0; i < 3; ++i) layer.grids[i] = field.grids[i];
   }
   layers.push_back(layer);
+}
+
+void PictureContent::BlackenByFire() {
+  const bool burns = std::any_of(layers.begin(), layers.end(), [](const PreviewLayer& layer) {
+    return layer.palette == Palette::Fire;
+  });
+  if (!burns) return;
+  for (PreviewLayer& layer : layers)
+    if (layer.palette == Palette::Smoke) layer.palette = Palette::Soot;
 }
 
 void PictureContent::AddSolids(const Exporter::Scenes& scenes) {
@@ -158,6 +169,7 @@ std::string Exporter::EncodePicture(const ExportSpec& spec, const Scenes& scenes
     isFirst = false;
   }
   const Scene& scene = content.scene ? *content.scene : *scenes.front();
+  content.BlackenByFire();
   content.AddSolids(scenes);
   const double h = scene.mDomain.cellSize;
   const Box box = SolverBox(scene).value_or(content.content.value_or(Box{{}, {h, h, h}}));

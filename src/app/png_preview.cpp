@@ -25,8 +25,8 @@ constexpr Colour kSun{1.00f, 0.94f, 0.84f};     ///< light from above
 /// Light that reaches the eye, by what it comes from, and what is left of the background, per
 /// column of cells.
 struct Column {
-  Colour light{};  ///< of what is lit
-  Colour glow{};   ///< of fire
+  Colour light{};  ///< of lamp and sky
+  Colour glow{};   ///< of fire, its own and what it lights
   float through = 1;
 };
 
@@ -42,7 +42,11 @@ Axes AxesOf(int axis) {
 }
 
 Colour Albedo(Palette palette) {
-  return palette == Palette::Dust ? Colour{0.80f, 0.66f, 0.50f} : Colour{0.90f, 0.91f, 0.92f};
+  switch (palette) {
+    case Palette::Dust: return {0.80f, 0.66f, 0.50f};
+    case Palette::Soot: return {0.36f, 0.34f, 0.33f};
+    default: return {0.90f, 0.91f, 0.92f};
+  }
 }
 
 /// A box of cells of the picture, upper corner exclusive.
@@ -258,7 +262,10 @@ void Drawing::AddSolid(const PreviewSolid& solid, const Window& window) {
     const Colour fire = FireOn(cell);
     const float caught = static_cast<float>(cover) * column.through;
     const Colour paint{0.20f, 0.24f, 0.32f};
-    for (int c = 0; c < 3; ++c) column.light[c] += paint[c] * strength + 0.3f * fire[c] * caught;
+    for (int c = 0; c < 3; ++c) {
+      column.light[c] += paint[c] * strength;
+      column.glow[c] += 0.3f * fire[c] * caught;
+    }
     column.through *= static_cast<float>(1 - cover);
   });
 }
@@ -287,8 +294,11 @@ void Drawing::Composite(const Window& window) {
       const float left = std::exp(-depth);
       const float scattered = column.through * (1 - left) / depth;
       const Colour fire = FireOn(CellOf(u, v, window.low[mAxes.d]));
-      for (int c = 0; c < 3; ++c)
-        column.light[c] += scattered * mSlice.albedo[at][c] * (kSky[c] + kSun[c] * sun + fire[c]);
+      for (int c = 0; c < 3; ++c) {
+        const float share = scattered * mSlice.albedo[at][c];
+        column.light[c] += share * (kSky[c] + kSun[c] * sun);
+        column.glow[c] += share * fire[c];
+      }
       column.through *= left;
     }
 }
@@ -351,9 +361,10 @@ Picture Drawing::Develop() const {
         }
       through = std::clamp(through, 0.0f, 1.0f);
       // Film saturates: where a fire is deep or hot, its red comes to an end first.
-      for (int k = 0; k < 3; ++k)
-        *out++ =
-            ToByte(light[k] + through * background[k] + 1 - std::exp(-std::max(glow[k], 0.0f)));
+      for (int k = 0; k < 3; ++k) {
+        const float lit = std::min(light[k] + through * background[k], 1.0f);
+        *out++ = ToByte(1 - (1 - lit) * std::exp(-std::max(glow[k], 0.0f)));
+      }
     }
   }
   return picture;

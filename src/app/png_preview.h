@@ -7,10 +7,10 @@
 
 namespace MELDO_GLOBAL::app {
 
-enum class Palette { Smoke, Dust, Fire };
+enum class Palette { Smoke, Soot, Dust, Fire };
 
-/// A field that scatters (smoke, dust) or glows like a hot body (fire). Grids at cell centres: one component, or
-/// three of a vector whose length counts.
+/// A field that scatters (smoke, the soot of a fire, dust) or glows like a hot body (fire). Grids
+/// at cell centres: one component, or three of a vector whose length counts.
 struct PreviewLayer {
   const EGrid<double>* grids[3] = {};
   Palette palette = Palette::Smoke;

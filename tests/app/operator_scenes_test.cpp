@@ -41,7 +41,7 @@ INSTANTIATE_TEST_SUITE_P(
     Scenes, OperatorScene,
     testing::Values(Trial{"grid_combustion_fire", "burn.burn_rate=0", "fuel", "sum", 0.0, 0.1},
                     Trial{"grid_cooling", "cool.rate=0", "heat", "sum", 0.5, 0.97},
-                    Trial{"grid_dissipate", "thin.rate=0", "smoke", "sum", 0.3, 0.8},
+                    Trial{"grid_dissipate", "thin.rate=0", "smoke", "sum", 0.3, 0.9},
                     Trial{"grid_diffusion", "blur.strength=0", "smoke", "max", 0.5, 0.999},
                     Trial{"grid_variabledensity", "mix.other_density=1.184", "@gas",
                           "kinetic_energy", 4, 1e300}),
