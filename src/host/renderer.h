@@ -114,6 +114,13 @@ struct TransparencyRecord {
   Vec3d transparency{1, 1, 1};  ///< part of the light that passes
 };
 
+/// A part of a medium that gives light of its own.
+struct GlowingBall {
+  Vec3d centre;
+  double radius = 0;
+  double power = 0;  ///< in comparison with other balls
+};
+
 /// A material that fills space. `InitRender` comes before the first ray of a picture and
 /// `FreeRender` after the last one.
 class VolumeMaterial {
@@ -123,8 +130,9 @@ class VolumeMaterial {
   /// leaves the material out.
   virtual bool InitRender(const RenderData& data) = 0;
   virtual void FreeRender() = 0;
-  /// A box round all that the medium fills, so that rays can be aimed at it; false if unknown.
-  virtual bool Bounds(Vec3d& /*min*/, Vec3d& /*max*/) const { return false; }
+  /// Where the light of the medium itself comes from, so that rays can be aimed at it; empty
+  /// without such light.
+  virtual std::vector<GlowingBall> Glow() const { return {}; }
   /// Light and transmission along a ray.
   virtual void Volumetric(VolumeRecord& record, const RenderData& data) const = 0;
   /// What the medium lets through of the light of others.

@@ -17,6 +17,30 @@ constexpr double kBrightestBounce = 50;
 /// A mirror shows no highlight of lights that are points; this keeps it visible.
 constexpr double kLeastRoughness = 0.08;
 
+/// Rays are aimed at no more than so many parts of the media.
+constexpr std::size_t kMostBalls = 256;
+
+/// What a point sees of a ball.
+struct Cone {
+  Vec3d axis{0, 1, 0};
+  double cosLimit = -1;  ///< all round from inside
+
+  Cone(const GlowingBall& ball, const Vec3d& point) {
+    const Vec3d way = ball.centre - point;
+    const double distance = Length(way);
+    if (distance <= ball.radius) return;
+    axis = way / distance;
+    // No narrower than single precision tells from a line.
+    cosLimit = std::min(std::sqrt(1 - std::pow(ball.radius / distance, 2)), 1 - 1e-7);
+  }
+};
+
+/// Light that a point gets from a ball, in comparison with other balls.
+double LightOf(const GlowingBall& ball, const Vec3d& point) {
+  const Vec3d way = ball.centre - point;
+  return ball.power / (Dot(way, way) + ball.radius * ball.radius);
+}
+
 /// Two axes at right angles to a unit vector and to each other.
 /// Duff et al., "Building an Orthonormal Basis, Revisited" (JCGT 6/1, 2017).
 void MakeAxes(const Vec3d& n, Vec3d& a, Vec3d& b) {
@@ -69,14 +93,11 @@ double Highlight(const Surface& surface, const Vec3d& n, const Vec3d& light, con
 PathTracer::PathTracer(const RenderWorld& world, const RenderData& data, Media media,
                        bool bounceLight)
     : mWorld(world), mData(data), mMedia(std::move(media)), mBounceLight(bounceLight) {
-  Vec3d low{kInfinity, kInfinity, kInfinity}, high = -low;
-  for (const VolumeMaterial* medium : mMedia) {
-    Vec3d min, max;
-    if (!medium->Bounds(min, max)) continue;
-    low = Min(low, min);
-    high = Max(high, max);
-  }
-  if (low.x <= high.x) mSphere = {(low + high) * 0.5, Length(high - low) / 2};
+  for (const VolumeMaterial* medium : mMedia)
+    for (const GlowingBall& ball : medium->Glow()) mGlow.push_back(ball);
+  std::stable_sort(mGlow.begin(), mGlow.end(),
+                   [](const auto& a, const auto& b) { return a.power > b.power; });
+  if (mGlow.size() > kMostBalls) mGlow.resize(kMostBalls);
 }
 
 RenderRay PathTracer::MakeRay(const Vec3d& origin, const Vec3d& direction, const Path& path) const {
@@ -187,28 +208,48 @@ Vec3d PathTracer::DirectLight(const SurfaceHit& hit, const Vec3d& view, const Pa
   return sum;
 }
 
-/// Half of the rays aim at the media, the others follow the cosine; each ray's weight is that of
+/// A ray at a ball, chosen by the light that it sends to the point, evenly over what is seen of it.
+Vec3d PathTracer::AimAtGlow(const Vec3d& point, double choice, const Vec2D<double>& u) const {
+  double total = 0;
+  for (const GlowingBall& ball : mGlow) total += LightOf(ball, point);
+  double left = choice * total;
+  std::size_t i = 0;
+  for (; i + 1 < mGlow.size(); ++i) {
+    left -= LightOf(mGlow[i], point);
+    if (left < 0) break;
+  }
+  const Cone cone(mGlow[i], point);
+  return AroundAxis(cone.axis, 1 - u.x * (1 - cone.cosLimit), u.y);
+}
+
+/// How densely `AimAtGlow` picks a direction, per steradian.
+double PathTracer::GlowDensity(const Vec3d& point, const Vec3d& direction) const {
+  double total = 0, sum = 0;
+  for (const GlowingBall& ball : mGlow) {
+    const double light = LightOf(ball, point);
+    total += light;
+    const Cone cone(ball, point);
+    if (Dot(direction, cone.axis) >= cone.cosLimit) sum += light / (2 * kPi * (1 - cone.cosLimit));
+  }
+  return sum / total;
+}
+
+/// Half of the rays aim at what glows, the others follow the cosine; each ray's weight is that of
 /// the mixture (Veach and Guibas, "Optimally Combining Sampling Techniques", 1995: the balance
 /// heuristic with one sample).
 Vec3d PathTracer::BounceDirection(const SurfaceHit& hit, Sampler& sampler, double& weight) const {
   const double choice = sampler.Next1D();
   const Vec2D<double> u = sampler.Next2D();
-  const Vec3d way = mSphere.centre - hit.point;
-  const double distance = Length(way);
-  const bool isAimed = mSphere.radius > 0 && distance > mSphere.radius;
-  const double cosLimit = isAimed ? std::sqrt(1 - std::pow(mSphere.radius / distance, 2)) : 1;
-  const double aimed = isAimed ? 0.5 : 0;
-  const Vec3d towards = isAimed ? way / distance : Vec3d{};
-  const Vec3d direction = choice < aimed ? AroundAxis(towards, 1 - u.x * (1 - cosLimit), u.y)
+  const double aimed = mGlow.empty() ? 0 : 0.5;
+  const Vec3d direction = choice < aimed ? AimAtGlow(hit.point, choice / aimed, u)
                                          : AroundAxis(hit.normal, std::sqrt(1 - u.x), u.y);
   const double cosine = Dot(direction, hit.normal);
   if (cosine <= 0 || Dot(direction, hit.facing) <= 0) {
     weight = 0;
     return direction;
   }
-  const double coneDensity =
-      isAimed && Dot(direction, towards) >= cosLimit ? 1 / (2 * kPi * (1 - cosLimit)) : 0;
-  const double density = aimed * coneDensity + (1 - aimed) * cosine / kPi;
+  const double glow = aimed > 0 ? GlowDensity(hit.point, direction) : 0;
+  const double density = aimed * glow + (1 - aimed) * cosine / kPi;
   weight = cosine / kPi / density;
   return direction;
 }

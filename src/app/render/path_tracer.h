@@ -38,11 +38,6 @@ class PathTracer {
     i32 depth = 0;
     u32 flags = 0;
   };
-  struct Sphere {
-    Vec3d centre;
-    double radius = 0;
-  };
-
   host::RenderRay MakeRay(const Vec3d& origin, const Vec3d& direction, const Path& path) const;
   /// Light that comes back along a ray.
   Vec3d Radiance(const Vec3d& origin, const Vec3d& direction, const Path& path) const;
@@ -54,6 +49,8 @@ class PathTracer {
                     bool withHighlights) const;
   Vec3d BouncedLight(const SurfaceHit& hit, const Path& path) const;
   Vec3d BounceDirection(const SurfaceHit& hit, Sampler& sampler, double& weight) const;
+  Vec3d AimAtGlow(const Vec3d& point, double choice, const Vec2D<double>& u) const;
+  double GlowDensity(const Vec3d& point, const Vec3d& direction) const;
   Vec3d Incoming(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const;
   Vec3d Reflection(const SurfaceHit& hit, const Vec3d& view, const Path& path) const;
   Vec3d Transparency(const Vec3d& origin, const Vec3d& direction, double length,
@@ -63,7 +60,7 @@ class PathTracer {
   const host::RenderData& mData;
   const Media mMedia;
   const bool mBounceLight;
-  Sphere mSphere;  ///< round all media, to aim rays at; radius 0 if unknown
+  std::vector<host::GlowingBall> mGlow;  ///< what bounced rays are aimed at
 };
 
 }  // namespace MELDO_GLOBAL::app

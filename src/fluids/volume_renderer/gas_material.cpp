@@ -60,11 +60,30 @@ void C4D_GasRenderer_Material::FreeRender() {
   mMarcher.reset();
 }
 
-bool C4D_GasRenderer_Material::Bounds(Vec3d& min, Vec3d& max) const {
-  if (!mMarcher) return false;
-  min = mMarcher->Bounds().min;
-  max = mMarcher->Bounds().max;
-  return true;
+std::vector<GlowingBall> C4D_GasRenderer_Material::Glow() const {
+  std::vector<GlowingBall> balls;
+  if (!mMarcher || !mMarcher->HasFireOrThird()) return balls;
+  constexpr i32 kBalls = 12, kProbes = 4;  // on the longest axis; in a ball, on each axis
+  const WorldBox& box = mMarcher->Bounds();
+  const Vec3d size = box.max - box.min;
+  const double edge = Largest(size) / kBalls;
+  VecInt3D count;
+  for (int a = 0; a < 3; ++a) count[a] = std::max(1, static_cast<i32>(std::ceil(size[a] / edge)));
+  const Vec3d cell = size / ToReal(count), probe = cell / kProbes;
+  for (i32 z = 0; z < count.z; ++z)
+    for (i32 y = 0; y < count.y; ++y)
+      for (i32 x = 0; x < count.x; ++x) {
+        const Vec3d corner = box.min + cell * ToReal(VecInt3D{x, y, z});
+        double power = 0;
+        for (i32 i = 0; i < kProbes * kProbes * kProbes; ++i) {
+          const VecInt3D at{i % kProbes, i / kProbes % kProbes, i / (kProbes * kProbes)};
+          const Vec3d light =
+              mMarcher->EmissionAt(corner + probe * (ToReal(at) + Vec3d{0.5, 0.5, 0.5}));
+          power += light.x + light.y + light.z;
+        }
+        if (power > 0) balls.push_back({corner + cell * 0.5, Length(cell) / 2, power});
+      }
+  return balls;
 }
 
 bool C4D_GasRenderer_Material::Passes(u32 rayFlags) const {

@@ -23,7 +23,7 @@ class C4D_GasRenderer_Material : public host::VolumeMaterial {
 
   bool InitRender(const host::RenderData& data) override;
   void FreeRender() override;
-  bool Bounds(Vec3d& min, Vec3d& max) const override;
+  std::vector<host::GlowingBall> Glow() const override;
   void Volumetric(host::VolumeRecord& record, const host::RenderData& data) const override;
   void Transparency(host::TransparencyRecord& record, const host::RenderData& data) const override;
 

@@ -123,6 +123,8 @@ class RayMarcher : public MELDO_SULVA::iObject {
   double GIScale() const { return mGIScale; }
   /// Samples of one pass: smoke, fire and third field at a place; false when all are empty.
   bool SampleMedium(const Vec3d& world, MediumSample& sample) const;
+  /// Light that the medium itself gives at a place, per host unit.
+  Vec3d EmissionAt(const Vec3d& world) const;
 
  private:
   // Precompute, in order.
@@ -176,6 +178,9 @@ class RayMarcher : public MELDO_SULVA::iObject {
   Vec3d SmokeColour(const MediumSample& sample) const;
   Vec3d Absorbance(const Vec3d& colour) const;
   Vec3d FireColour(double value) const;
+  bool Glows(const MediumSample& sample) const {
+    return mEmissionMode == 0 ? sample.hasFire : sample.hasThird;
+  }
   void AddEmission(const MediumSample& sample, Optics& optics) const;
   void AddScattering(const MediumSample& sample, const Vec3d& place, const Vec3d& toViewer,
                      i32 worker, Optics& optics, MarchRecord& record) const;

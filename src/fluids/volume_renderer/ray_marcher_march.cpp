@@ -106,6 +106,13 @@ void RayMarcher::AddEmission(const MediumSample& sample, Optics& optics) const {
   optics.emit = colour * (mFireIntensity * rho);
 }
 
+Vec3d RayMarcher::EmissionAt(const Vec3d& world) const {
+  MediumSample sample;
+  Optics optics;
+  if (SampleMedium(world, sample) && Glows(sample)) AddEmission(sample, optics);
+  return optics.emit;
+}
+
 Vec3d RayMarcher::LampLight(const Vec3d& place, const Vec3d& toViewer, double g, double k) const {
   Vec3d light{};
   if (mLights.empty()) return light;
@@ -215,7 +222,7 @@ void RayMarcher::MarchRay(MarchResult& out, MarchRecord& record, VolumeRay ray, 
       if (has[i]) record.count[i] += 1, record.sum[i] += values[i];
     if (record.firstDepth < 0) record.firstDepth = ray.t;
     Optics here;
-    if (mEmissionMode == 0 ? sample.hasFire : sample.hasThird) AddEmission(sample, here);
+    if (Glows(sample)) AddEmission(sample, here);
     if (sample.hasSmoke) AddScattering(sample, p, toViewer, worker, here, record);
     sum.Add(here, ds);
     return mEarlyExit && IsOpaque(sum.transmittance);

@@ -99,7 +99,8 @@ TEST(PictureTest, EvenSkyLightsEvenly) {
   for (const bool isAimed : {false, true}) {
     Slab nothing;
     nothing.low = 300, nothing.high = 400;
-    nothing.hasBounds = isAimed;
+    if (isAimed)
+      nothing.balls = {{{0, 350, 0}, 80, 1}, {{200, 100, 300}, 150, 3}, {{0, 0, 0}, 200, 1}};
     const RenderedPicture picture = Draw(scene, {&nothing});
     Vec3d sum;
     for (i32 y = 6; y < 10; ++y)
@@ -173,7 +174,7 @@ TEST(PictureTest, SameBytesOnAnyNumberOfThreads) {
   Slab slab;
   slab.density = 0.002;
   slab.glow = {0.5, 0.2, 0.1};
-  slab.hasBounds = true;
+  slab.balls = {{{0, 150, 0}, 50, 1}};
   std::vector<std::string> bytes;
   for (const i32 threads : {1, 2, 1, 5}) {
     host::SetThreadCount(threads);

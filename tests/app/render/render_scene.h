@@ -59,16 +59,12 @@ class Slab : public host::VolumeMaterial {
   double low = 100, high = 200;
   double density = 0;  ///< extinction per host unit
   Vec3d glow{};        ///< light that each ray through it gets
-  bool hasBounds = false;
+  std::vector<host::GlowingBall> balls;
   bool hasContent = true;
 
   bool InitRender(const host::RenderData&) override { return hasContent; }
   void FreeRender() override { ++freed; }
-  bool Bounds(Vec3d& min, Vec3d& max) const override {
-    min = {-50, low, -50};
-    max = {50, high, 50};
-    return hasBounds;
-  }
+  std::vector<host::GlowingBall> Glow() const override { return balls; }
   void Volumetric(host::VolumeRecord& record, const host::RenderData&) const override {
     const bool isSurface = record.hit && record.hit->kind == host::HitKind::Surface;
     const double way = Way(record.ray, isSurface ? record.hit->distance : 1e6);
