@@ -8,6 +8,7 @@
 
 #include "app/diagnostics.h"
 #include "app/exit_codes.h"
+#include "app/render_section.h"
 #include "app/scene_schema.h"
 #include "nodes/catalogue.h"
 
@@ -68,6 +69,12 @@ Json ParameterJson(const ParameterRow& row) {
   return json;
 }
 
+Json RowsJson(const ParameterTable& table) {
+  Json rows = Json::array();
+  for (const ParameterRow& row : table) rows.push_back(ParameterJson(row));
+  return rows;
+}
+
 Json KindJson(const NodeKind& kind) {
   Json json = {{"id", kind.id},
                {"type", kind.type},
@@ -80,9 +87,7 @@ Json KindJson(const NodeKind& kind) {
                {"stages", kind.stages},
                {"priority", kind.priority ? Json(*kind.priority) : Json(nullptr)},
                {"group", kind.groups}};
-  Json parameters = Json::array();
-  for (const ParameterRow& row : ParametersOf(kind)) parameters.push_back(ParameterJson(row));
-  json["parameters"] = std::move(parameters);
+  json["parameters"] = RowsJson(ParametersOf(kind));
   return json;
 }
 
@@ -134,6 +139,9 @@ void PrintCatalogue() {
       return std::find(kind.groups.begin(), kind.groups.end(), group) != kind.groups.end();
     });
   printGroup("Others", [](const NodeKind& kind) { return kind.groups.empty(); });
+  fmt::print("\nPictures\n");
+  for (const PictureTable& table : PictureTables())
+    fmt::print("  {:<28} {}\n", table.name, table.help);
 }
 
 std::string DefaultText(const ParameterRow& row) {
@@ -156,6 +164,15 @@ std::string RangeText(const ParameterRow& row) {
   return {};
 }
 
+void PrintRows(const ParameterTable& table) {
+  for (const ParameterRow& row : table) {
+    fmt::print("  {:<6} {:<30} {:<9} {:<14} {:<10} {}\n", row.id, row.name, NameOf(row.type),
+               DefaultText(row), row.unit, row.help);
+    const std::string range = RangeText(row);
+    if (!range.empty()) fmt::print("  {:<6} {:<30} ({})\n", "", "", range);
+  }
+}
+
 void PrintKind(const NodeKind& kind) {
   fmt::print("{}  \"{}\"  {}\n", kind.type, kind.label, kind.id);
   if (!kind.className.empty()) fmt::print("class {}\n", kind.className);
@@ -165,12 +182,7 @@ void PrintKind(const NodeKind& kind) {
   if (!stages.empty()) fmt::print("runs in stage {}", stages);
   if (!stages.empty() && kind.priority) fmt::print(", priority {}", *kind.priority);
   fmt::print("{}\n", stages.empty() ? "" : "\n");
-  for (const ParameterRow& row : ParametersOf(kind)) {
-    fmt::print("  {:<6} {:<30} {:<9} {:<14} {:<10} {}\n", row.id, row.name, NameOf(row.type),
-               DefaultText(row), row.unit, row.help);
-    const std::string range = RangeText(row);
-    if (!range.empty()) fmt::print("  {:<6} {:<30} ({})\n", "", "", range);
-  }
+  PrintRows(ParametersOf(kind));
 }
 
 const NodeKind& KindOrError(const std::string& name) {
@@ -178,6 +190,7 @@ const NodeKind& KindOrError(const std::string& name) {
   std::vector<std::string_view> names;
   for (const NodeKind& kind : Catalogue()) names.push_back(kind.type);
   for (const NodeKind& kind : Catalogue()) names.push_back(kind.label);
+  for (const PictureTable& table : PictureTables()) names.push_back(table.name);
   throw CommandError(kExitUsage,
                      fmt::format("unknown node type '{}'{}", Shown(name), Suggestion(name, names)));
 }
@@ -185,6 +198,17 @@ const NodeKind& KindOrError(const std::string& name) {
 }  // namespace
 
 int RunNodes(const std::string& name, bool asJson) {
+  for (const PictureTable& table : PictureTables()) {
+    if (table.name != name) continue;
+    if (asJson) {
+      const Json json = {{"type", table.name}, {"parameters", RowsJson(table.rows())}};
+      fmt::print("{}\n", Json::array({json}).dump(2));
+    } else {
+      fmt::print("{}: {}\n\n", table.name, table.help);
+      PrintRows(table.rows());
+    }
+    return kExitDone;
+  }
   const NodeKind* one = name.empty() ? nullptr : &KindOrError(name);
   if (!asJson) {
     if (one) {

@@ -23,6 +23,21 @@ const std::vector<MaterialType>& MaterialTypes() {
   return types;
 }
 
+const std::vector<PictureTable>& PictureTables() {
+  static const std::vector<PictureTable> tables = [] {
+    std::vector<PictureTable> all = {
+        {"camera", "\"parameters\" of an object of the type camera", CameraParameters},
+        {"light", "\"parameters\" of an object of the type light", LightParameters},
+        {"render",
+         "keys of the section \"render\" beside size, files, camera, lights and materials",
+         RenderParameters}};
+    for (const MaterialType& type : MaterialTypes())
+      all.push_back({type.name, "\"parameters\" of a material of this type", type.rows});
+    return all;
+  }();
+  return tables;
+}
+
 namespace {
 
 const Subject kSubject = "render: ";

@@ -17,6 +17,15 @@ struct MaterialType {
 };
 const std::vector<MaterialType>& MaterialTypes();
 
+/// A table of parameters that scene files use beside those of nodes.
+struct PictureTable {
+  std::string_view name;
+  std::string_view help;
+  const host::ParameterTable& (*rows)();
+};
+/// Camera, light, the section itself, and the materials.
+const std::vector<PictureTable>& PictureTables();
+
 /// Keys of the section beside the names of `host::RenderParameters`.
 inline constexpr std::string_view kRenderKeys[] = {"size", "files", "camera", "lights",
                                                    "materials"};

@@ -40,6 +40,14 @@ TEST(NodesCommand, JsonHoldsEveryKindWithItsParameters) {
   }
 }
 
+TEST(NodesCommand, KnowsTheTablesOfPictures) {
+  const json light = json::parse(Output([] { return RunNodes("light", true); }))[0];
+  EXPECT_EQ(light["type"], "light");
+  EXPECT_EQ(light["parameters"][0]["choices"][1]["name"], "spot");
+  EXPECT_NE(Output([] { return RunNodes("gas", false); }).find("phase_function"),
+            std::string::npos);
+}
+
 TEST(NodesCommand, DefaultsLimitsAndChoicesAreJsonOfTheirKind) {
   const json server = json::parse(Output([] { return RunNodes("1300000", true); }))[0];
   const auto find = [](const json& kind, int id) {
