@@ -17,7 +17,7 @@ constexpr i32 kLongSide = 512;
 constexpr double kFullDepth = 32;
 constexpr double kShadow = 0.5;  ///< how much of its depth smoke casts as shadow
 constexpr double kGlow = 3;      ///< brightness of fire across the long side
-constexpr float kLit = 0.07f;    ///< how much of a fire's light things round it catch
+constexpr float kLit = 0.06f;    ///< how much of a fire's light things round it catch
 
 constexpr Colour kSky{0.085f, 0.115f, 0.175f};  ///< light from all sides, under the cold sky
 constexpr Colour kSun{1.00f, 0.94f, 0.84f};     ///< light from above
@@ -44,7 +44,7 @@ Axes AxesOf(int axis) {
 Colour Albedo(Palette palette) {
   switch (palette) {
     case Palette::Dust: return {0.80f, 0.66f, 0.50f};
-    case Palette::Soot: return {0.36f, 0.34f, 0.33f};
+    case Palette::Soot: return {0.22f, 0.205f, 0.20f};
     default: return {0.90f, 0.91f, 0.92f};
   }
 }
