@@ -4,7 +4,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// How much a cell burns, 0..1, in grids of kind 6.
+/// Age of a flame, 0..1, in grids of kind 6: 1 is fresh, the ignition over the hottest temperature
+/// marks the end of burning, 0 is no fire.
 template <class T, class G>
 class FireGridChannel : public ScalarGridChannel<T, G> {
  public:
