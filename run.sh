@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Sets up, builds and simulates: ./run.sh [SCENE [OPTIONS]]; without a scene, scenes/plume.json.
+# Sets up, builds and simulates: ./run.sh [SCENE [OPTIONS]]; without a scene, scenes/plume.json, which
+# ends with a rendered picture.
 set -euo pipefail
 root=$(cd "$(dirname "$0")" && pwd)
 "$root/scripts/setup"
@@ -10,5 +11,8 @@ if [ $# -gt 0 ]; then
   exec "$root/build/sulva" run "$@"
 fi
 "$root/build/sulva" run "$root/scenes/plume.json" --out "$root/out/plume"
-echo "pictures: $root/out/plume/preview" >&2
+echo "previews: $root/out/plume/preview" >&2
 echo "volumes:  $root/out/plume/vdb" >&2
+echo "rendering frame 75 ..." >&2
+"$root/build/sulva" render "$root/scenes/plume.json" --frames 75 --out "$root/out/plume"
+echo "picture:  $root/out/plume/render/0075.png" >&2
