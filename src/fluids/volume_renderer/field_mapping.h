@@ -40,16 +40,19 @@ struct FieldMapping {
   bool Map(double& value) const {
     if (!(value > threshold)) return false;
     if (bypass) return true;
-    const double u = std::min(value / valueMax, 1.0);
-    value = (hasCurve ? curve(u) : u) * valueMax;
+    value = std::min(value, valueMax);
+    if (!hasCurve) return value > threshold;
+    value = curve(value / valueMax) * valueMax;
     return value > threshold;
   }
   /// The same for temperatures, which the threshold (Kelvin) sees 273.5 warmer.
   bool MapFire(double& value) const {
     if (!(value + kCelsius > threshold)) return false;
     if (bypass) return true;
-    const double w = std::min((value - valueMin) / valueMax, 1.0);
-    value = (hasCurve ? curve(w) : w) * valueMax + valueMin;
+    const double top = valueMax + valueMin;
+    value = std::min(value, top);
+    if (!hasCurve) return value + kCelsius > threshold;
+    value = curve((value - valueMin) / valueMax) * valueMax + valueMin;
     return value + kCelsius > threshold;
   }
 

@@ -20,7 +20,12 @@ class Ramp {
       const double width = at - last.at;
       last.slope = width > 0 ? (value - last.value) * (1 / width) : V{};
     }
+    mIsConstant = mKnots.empty() || (mIsConstant && value == mKnots.front().value);
     mKnots.push_back({at, value, V{}});
+  }
+  /// Its one value, or null.
+  const V* Constant() const {
+    return mIsConstant && !mKnots.empty() ? &mKnots.front().value : nullptr;
   }
 
   /// Zero without knots.
@@ -40,6 +45,7 @@ class Ramp {
     V slope;
   };
   std::vector<Knot> mKnots;
+  bool mIsConstant = false;
 };
 
 inline Ramp<double> MakeRamp(const host::SplineData& curve) {

@@ -80,6 +80,7 @@ double RayMarcher::Filtered(i32 list, const Vec3d& world, i32 worker, double val
 
 Vec3d RayMarcher::SmokeColour(const MediumSample& sample) const {
   if (mHasSmokeColour) return mPackedColour.At(sample.world);
+  if (const Vec3d* constant = mSmokeGradient.Constant()) return *constant;
   return mSmokeGradient(sample.smoke / mSmoke.mapping.valueMax);
 }
 
