@@ -312,7 +312,7 @@ void RayMarcher::AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i
         // The light of a stretch goes with the scattering on it, whatever the steps.
         colour += (mTrapezoid ? (light + last) * 0.5 : light) * (depths.scattering - before);
         last = light;
-        return false;
+        return mEarlyExit && std::exp(-depths.absorption) < kOpaque;
       },
       [&](double ds) {
         AddDepth(0, ray.Here(), ds, worker, depths);
