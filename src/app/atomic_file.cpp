@@ -1,82 +1,29 @@
 #include "app/atomic_file.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-#include <string>
-
 #include "app/exit_codes.h"
+#include "host/atomic_file.h"
 
 namespace MELDO_GLOBAL::app {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-[[noreturn]] void Fail(const fs::path& path, int error) {
-  throw CommandError(kExitFile, "cannot write " + path.string() + ": " + std::strerror(error));
-}
-
-/// An open file descriptor that is closed at the end of its life.
-class Descriptor {
- public:
-  Descriptor(const fs::path& path, int flags)
-      : mFd(::open(path.c_str(), flags | O_CLOEXEC, 0666)) {}
-  ~Descriptor() {
-    if (mFd >= 0) ::close(mFd);
+template <class F>
+void Try(F&& f) {
+  try {
+    f();
+  } catch (const host::FileError& error) {
+    throw CommandError(kExitFile, error.what());
   }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  bool IsOpen() const { return mFd >= 0; }
-  /// 0, or the error's number.
-  int Write(std::string_view bytes) {
-    while (!bytes.empty()) {
-      const ssize_t written = ::write(mFd, bytes.data(), bytes.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) return errno;
-      bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return 0;
-  }
-  int Sync() { return ::fsync(mFd) == 0 ? 0 : errno; }
-
- private:
-  int mFd;
-};
-
-/// Writes and flushes the file beside; the number of the error, or 0.
-int WritePart(const fs::path& part, std::string_view bytes) {
-  Descriptor file(part, O_WRONLY | O_CREAT | O_TRUNC);
-  if (!file.IsOpen()) return errno;
-  if (const int error = file.Write(bytes)) return error;
-  return file.Sync();
 }
-
 }  // namespace
 
-void MakeFolder(const fs::path& path) {
-  std::error_code error;
-  fs::create_directories(path, error);
-  if (!error && !fs::is_directory(path, error) && !error)
-    error = std::make_error_code(std::errc::not_a_directory);
-  if (error)
-    throw CommandError(kExitFile,
-                       "cannot make the folder " + path.string() + ": " + error.message());
+void WriteFileAtomically(const fs::path& path, std::string_view bytes) {
+  Try([&] { host::WriteFileAtomically(path, bytes); });
 }
 
-void WriteFileAtomically(const fs::path& path, std::string_view bytes) {
-  if (path.has_parent_path()) MakeFolder(path.parent_path());
-  fs::path part = path;
-  part += ".part";
-  int error = WritePart(part, bytes);
-  if (!error && ::rename(part.c_str(), path.c_str()) != 0) error = errno;
-  if (error) {
-    ::unlink(part.c_str());
-    Fail(path, error);
-  }
+void MakeFolder(const fs::path& path) {
+  Try([&] { host::MakeFolder(path); });
 }
 
 }  // namespace MELDO_GLOBAL::app

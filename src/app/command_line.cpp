@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <new>
 
+#include "app/command_cache.h"
 #include "app/command_check.h"
+#include "app/command_info.h"
 #include "app/command_new.h"
 #include "app/command_nodes.h"
 #include "app/command_render.h"
@@ -33,8 +35,9 @@ std::string CheckOverride(const std::string& text) {
 struct Options {
   RunOptions run;
   RenderOptions render;
+  CacheOptions cache;
   std::string frames, memory, size;
-  std::string checkScene, kind, newName, newFile;
+  std::string checkScene, kind, newName, newFile, infoFile;
   bool json = false, schema = false, fix = false;
 };
 
@@ -49,6 +52,12 @@ CLI::App* AddRun(CLI::App& app, Options& o) {
       ->allow_extra_args(false)
       ->check(CheckOverride);
   run->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's");
+  run->add_option("--checkpoint", o.run.checkpoint,
+                  "frames from one checkpoint to the next; 0 takes none")
+      ->check(CLI::Range(0, 1000000000))
+      ->capture_default_str();
+  run->add_flag("--resume", o.run.resume,
+                "go on behind the newest checkpoint in the output folder");
   run->add_flag("--quiet", o.run.quiet, "print nothing but errors");
   run->add_flag("--trace", o.run.trace,
                 "print a line for each object and stage that runs: frame substep stage object");
@@ -103,6 +112,27 @@ CLI::App* AddNodes(CLI::App& app, Options& o) {
   return nodes;
 }
 
+CLI::App* AddInfo(CLI::App& app, Options& o) {
+  CLI::App* info =
+      app.add_subcommand("info", "Tells what a cache, checkpoint or volume file holds");
+  info->add_option("FILE", o.infoFile, "the file")->required();
+  info->footer("Example:\n  sulva info out/plume/checkpoints/00049.checkpoint");
+  return info;
+}
+
+CLI::App* AddCache(CLI::App& app, Options& o) {
+  CLI::App* cache = app.add_subcommand("cache", "Scans or deletes the files of a scene's caches");
+  cache->add_option("ACTION", o.cache.action, "scan or delete")
+      ->required()
+      ->check(CLI::IsMember({"scan", "delete"}));
+  cache->add_option("SCENE", o.cache.scene, "scene file")->required();
+  cache->add_option("--node", o.cache.node, "one cache of the scene; by default all");
+  cache->add_option("--out", o.cache.out, "output folder of the run; by default out/<name>");
+  cache->add_flag("--yes", o.cache.yes, "delete without a question");
+  cache->footer("Example:\n  sulva cache scan scenes/plume.json");
+  return cache;
+}
+
 CLI::App* AddNew(CLI::App& app, Options& o) {
   CLI::App* make = app.add_subcommand("new", "Copies a ready-made scene to start from");
   make->add_option("NAME", o.newName, "ready-made scene; without it, their list");
@@ -155,9 +185,12 @@ int Dispatch(int argc, char** argv) {
   const CLI::App* render = AddRender(app, options);
   const CLI::App* check = AddCheck(app, options);
   const CLI::App* nodes = AddNodes(app, options);
+  const CLI::App* info = AddInfo(app, options);
+  const CLI::App* cache = AddCache(app, options);
   AddNew(app, options);
 
-  const std::vector<std::string_view> commands = {"run", "render", "check", "nodes", "new"};
+  const std::vector<std::string_view> commands = {"run",  "render", "check", "nodes",
+                                                  "info", "cache",  "new"};
   if (argc > 1 && argv[1][0] != '-' &&
       std::find(commands.begin(), commands.end(), argv[1]) == commands.end()) {
     std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n", argv[1],
@@ -177,6 +210,8 @@ int Dispatch(int argc, char** argv) {
   if (check->parsed()) return RunCheck(options.checkScene, options.fix);
   if (nodes->parsed())
     return options.schema ? RunNodesSchema() : RunNodes(options.kind, options.json);
+  if (info->parsed()) return RunInfo(options.infoFile);
+  if (cache->parsed()) return RunCache(options.cache);
   return RunNew(options.newName, options.newFile);
 }
 

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <new>
 
-#include "app/atomic_file.h"
+#include "app/checkpoint.h"
 #include "app/exit_codes.h"
 #include "app/exporter.h"
 #include "app/measure.h"
@@ -14,6 +14,7 @@
 #include "app/scene_file.h"
 #include "app/simulation.h"
 #include "app/statistics.h"
+#include "host/atomic_file.h"
 #include "host/mesh_files.h"
 #include "host/worker_pool.h"
 
@@ -36,7 +37,10 @@ class Run {
                   options.quiet ? ProgressStyle::Quiet : StyleOfStandardError()),
         mNames(*scene.document),
         mExporter(scene.exports, out),
-        mStatistics(out / "stats.jsonl") {
+        mCheckpoints(out / "checkpoints", scene.fingerprint, options.checkpoint),
+        mResumed(Resume()),
+        mStatistics(out / "stats.jsonl", mResumed ? mResumed->framesWritten : 0),
+        mFramesWritten(mResumed ? mResumed->framesWritten : 0) {
     if (options.trace) mSimulation.PrintTrace();
   }
 
@@ -49,6 +53,9 @@ class Run {
       mProgress.Error(error.what());
       code = error.code;
     } catch (const host::MeshFileError& error) {
+      mProgress.Error(error.what());
+      code = kExitFile;
+    } catch (const host::FileError& error) {
       mProgress.Error(error.what());
       code = kExitFile;
     } catch (const std::bad_alloc&) {
@@ -68,16 +75,33 @@ class Run {
  private:
   using Clock = std::chrono::steady_clock;
 
+  /// The checkpoint that the run goes on behind; without one it starts at the first frame.
+  std::optional<RunState> Resume() {
+    if (!mOptions.resume) {
+      mCheckpoints.Discard();
+      return {};
+    }
+    host::RemoveParts(mOut);
+    std::vector<std::string> notes;
+    const std::optional<RunState> state = mCheckpoints.Restore(mSimulation, notes);
+    for (const std::string& note : notes) mProgress.Note("warning: " + note);
+    mProgress.Note(state ? fmt::format("going on behind frame {}", state->frame)
+                         : "no checkpoint to go on from: starting at the first frame");
+    return state;
+  }
+
   /// A later start still simulates from the first frame on: there is no other way to its state.
   int RunFrames() {
     FrameRecord record;
-    for (i32 frame = mSimulation.Range().first; frame <= mSelected.last; ++frame) {
+    const i32 first = mResumed ? mResumed->frame + 1 : mSimulation.Range().first;
+    for (i32 frame = first; frame <= mSelected.last; ++frame) {
       mProgress.BeginFrame(frame);
       switch (mSimulation.Evaluate(frame, record)) {
         case FrameOutcome::Done: break;
-        case FrameOutcome::Interrupted:
-          mProgress.Note(fmt::format("interrupted in frame {}", frame));
-          return kExitInterrupted;
+        case FrameOutcome::Interrupted: TellInterrupt(frame); return kExitInterrupted;
+        case FrameOutcome::FileFailure:
+          mProgress.Error(mSimulation.FileFailure());
+          return kExitFile;
         case FrameOutcome::OutOfMemory:
           mProgress.Error(mSimulation.MemoryRefusal());
           return kExitMemory;
@@ -93,15 +117,23 @@ class Run {
         mStatistics.WriteFrame(record);
         ++mFramesWritten;
       }
+      mCheckpoints.FrameDone({frame, mFramesWritten}, mSimulation);
       mProgress.EndFrame(record);
     }
     return kExitDone;
   }
 
+  void TellInterrupt(i32 frame) {
+    const std::optional<i32> kept = mCheckpoints.WriteNewest();
+    mProgress.Note(kept ? fmt::format("interrupted in frame {}; --resume goes on behind frame {}",
+                                      frame, *kept)
+                        : fmt::format("interrupted in frame {}", frame));
+  }
+
   void PrintWarnings() {
-    for (const std::string& warning : mSimulation.InactiveWarnings())
-      mProgress.Note("warning: " + warning);
-    if (!mStatistics.Warning().empty()) mProgress.Note("warning: " + mStatistics.Warning());
+    for (const std::string& warning : mSimulation.Warnings()) mProgress.Note("warning: " + warning);
+    for (const std::string& warning : {mStatistics.Warning(), mCheckpoints.Warning()})
+      if (!warning.empty()) mProgress.Note("warning: " + warning);
   }
 
   const RunOptions& mOptions;
@@ -111,6 +143,8 @@ class Run {
   Progress mProgress;
   const NodeNames mNames;
   const Exporter mExporter;
+  Checkpoints mCheckpoints;
+  const std::optional<RunState> mResumed;
   StatisticsFile mStatistics;
   i32 mFramesWritten = 0;
 };
@@ -125,6 +159,7 @@ int RunScene(const RunOptions& options) {
   if (!options.quiet || !scene) diagnostics.Print();
   if (!scene) return kExitInvalidScene;
   const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;
+  scene->document->folder = CacheFolderOf(out).string();
   return Run(*scene, options, out).Execute();
 }
 

@@ -16,7 +16,9 @@ struct RunOptions {
   std::vector<std::string> overrides;
   bool quiet = false;
   bool trace = false;
-  u64 memory = 0;  ///< bytes; 0 takes the machine's
+  u64 memory = 0;       ///< bytes; 0 takes the machine's
+  i32 checkpoint = 10;  ///< frames from one checkpoint to the next; 0 takes none
+  bool resume = false;
 };
 
 /// Runs a scene and answers the exit code. Writes statistics and exports under `out`.

@@ -9,6 +9,7 @@
 #include "app/exit_codes.h"
 #include "app/render_section.h"
 #include "app/scene_exports.h"
+#include "app/scene_fingerprint.h"
 #include "app/scene_nodes.h"
 #include "app/scene_values.h"
 #include "host/mesh_files.h"
@@ -137,7 +138,9 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
 
   scene.servers = builder.Servers();
   scene.server = scene.servers.front();
+  scene.document->sceneFolder = path.parent_path().string();
   scene.document->SetFrame(scene.document->previewMin);
+  scene.fingerprint = FingerprintOf(root, overrides, *scene.document);
   return scene;
 }
 

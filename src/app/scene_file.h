@@ -30,6 +30,7 @@ struct LoadedScene {
   std::vector<ExportSpec> exports;
   std::optional<RenderSpec> render;
   std::filesystem::path path;
+  u64 fingerprint = 0;  ///< see `FingerprintOf`
 };
 
 /// The bytes of a scene file. Throws CommandError (kExitFile).

@@ -8,6 +8,8 @@
 #include <cstdio>
 
 #include "app/exit_codes.h"
+#include "cache/cache_operator.h"
+#include "framework/state_archive.h"
 #include "host/worker_pool.h"
 #include "nodes/catalogue.h"
 
@@ -49,6 +51,7 @@ FrameRange SelectFrames(const FrameRange& range, const FrameSelection& selection
                        fmt::format("--frames {}:{} is reversed", selected.first, selected.last));
   return selected;
 }
+std::filesystem::path CacheFolderOf(const std::filesystem::path& out) { return out / "cache"; }
 
 Simulation::Simulation(host::Document& document, const std::vector<host::BaseNode*>& servers,
                        u64 memoryLimit)
@@ -82,6 +85,7 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
   for (const auto& scene : mScenes) {
     const bool finished = scene->Execute(&host::MainThread(), false);
     if (!mGuard.Refusal().empty() || !mGuard.CheckGrids(*scene)) return FrameOutcome::OutOfMemory;
+    if (!CheckCaches(*scene)) return FrameOutcome::FileFailure;
     if (!finished || host::MainThread().TestBreak()) return FrameOutcome::Interrupted;
     AddReport(*scene, record);
   }
@@ -89,6 +93,34 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
   record.wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();
   record.peakMemory = PeakMemory();
   return FrameOutcome::Done;
+}
+
+void Simulation::Persist(StateArchive& archive, i32 frame) {
+  if (archive.IsLoading()) mDocument.SetFrame(frame);
+  std::vector<u32> counters;
+  mDocument.VisitCounters([&](u32& counter) { counters.push_back(counter); });
+  const std::size_t count = counters.size();
+  archive(counters);
+  if (counters.size() != count) archive.Fail("the number of nodes differs");
+  if (archive.IsLoading() && archive.IsGood()) {
+    auto next = counters.begin();
+    mDocument.VisitCounters([&](u32& counter) { counter = *next++; });
+  }
+  archive.Expect(mScenes.size(), "the number of servers");
+  for (const auto& scene : mScenes) {
+    if (!archive.IsGood()) return;
+    scene->Persist(archive);
+    if (!archive.IsLoading()) continue;
+    for (const auto& [id, object] : scene->List(kListCaches))
+      if (auto* cache = dynamic_cast<Cache_OperatorBase*>(object.get())) cache->DropLaterFrames();
+  }
+}
+
+bool Simulation::CheckCaches(const Scene& scene) {
+  for (const auto& [id, object] : scene.List(kListCaches))
+    if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(object.get()))
+      if (mFileFailure.empty()) mFileFailure = cache->Failure();
+  return mFileFailure.empty();
 }
 
 void Simulation::PrintTrace() {
@@ -101,15 +133,22 @@ void Simulation::PrintTrace() {
   }
 }
 
-std::vector<std::string> Simulation::InactiveWarnings() const {
+std::vector<std::string> Simulation::Warnings() const {
   std::vector<std::string> warnings;
+  const auto subject = [](const iBase& object) {
+    const NodeKind* kind = FindKind(object.Node()->Type());
+    return fmt::format("{} \"{}\"", kind ? kind->type : "node", object.Node()->Name());
+  };
   for (const auto& scene : mScenes)
     for (i32 list = 1; list <= 11; ++list)
       for (const auto& [id, object] : scene->List(list)) {
-        if (object->mRuns > 0 || !object->mInactiveReason || !object->Node()) continue;
-        const NodeKind* kind = FindKind(object->Node()->Type());
-        warnings.push_back(fmt::format("{} \"{}\" is inactive: {}", kind ? kind->type : "node",
-                                       object->Node()->Name(), object->mInactiveReason));
+        if (!object->Node()) continue;
+        if (object->mRuns == 0 && object->mInactiveReason)
+          warnings.push_back(
+              fmt::format("{} is inactive: {}", subject(*object), object->mInactiveReason));
+        if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(object.get()))
+          for (const std::string& warning : cache->Warnings())
+            warnings.push_back(fmt::format("{}: {}", subject(*object), warning));
       }
   return warnings;
 }

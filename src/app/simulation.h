@@ -1,5 +1,6 @@
 // The scenes of a document, run frame by frame.
 #pragma once
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -24,7 +25,7 @@ struct FrameRange {
 /// of the range.
 FrameRange SelectFrames(const FrameRange& range, const FrameSelection& selection);
 
-enum class FrameOutcome { Done, Interrupted, OutOfMemory };
+enum class FrameOutcome { Done, Interrupted, OutOfMemory, FileFailure };
 
 /// Owns one scene for every server node of a document.
 class Simulation {
@@ -40,20 +41,31 @@ class Simulation {
   /// Evaluates a frame, which comes right after the last one, and fills what the clocks say of it.
   FrameOutcome Evaluate(i32 frame, FrameRecord& record);
 
+  /// Saves or restores document and scenes as they stand behind `frame`.
+  void Persist(MELDO_SULVA::StateArchive& archive, i32 frame);
+
   /// Prints a line for every object that runs to standard output: frame, substep, stage, name.
   void PrintTrace();
 
   const std::vector<std::unique_ptr<MELDO_SULVA::Scene>>& Scenes() const { return mScenes; }
   /// Why the last evaluation was out of memory.
   const std::string& MemoryRefusal() const { return mGuard.Refusal(); }
-  /// One sentence for each object that never ran and knows why.
-  std::vector<std::string> InactiveWarnings() const;
+  /// Which file couldn't be written, and why.
+  const std::string& FileFailure() const { return mFileFailure; }
+  /// One sentence for each object that never ran and knows why, and for each fault of a cache.
+  std::vector<std::string> Warnings() const;
 
  private:
+  bool CheckCaches(const MELDO_SULVA::Scene& scene);
+
   host::Document& mDocument;
   MemoryGuard mGuard;
+  std::string mFileFailure;
   std::vector<std::unique_ptr<MELDO_SULVA::Scene>> mScenes;
 };
+
+/// Where a run into the folder `out` has the caches that name no folder of their own.
+std::filesystem::path CacheFolderOf(const std::filesystem::path& out);
 
 /// Largest resident memory of this process so far, bytes.
 u64 PeakMemory();

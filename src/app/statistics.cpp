@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 
 #include "app/json_line.h"
 
@@ -51,6 +52,18 @@ void FormatSolver(JsonLine& json, const SolverRecord& solver) {
   json.Close(']').Close('}');
 }
 
+/// The bytes of the first lines of a file; 0 when it has fewer.
+u64 LengthOfLines(const std::filesystem::path& path, i32 lines) {
+  std::ifstream file(path, std::ios::binary);
+  std::string line;
+  u64 length = 0;
+  for (i32 i = 0; i < lines; ++i) {
+    if (!std::getline(file, line) || file.eof()) return 0;
+    length += line.size() + 1;
+  }
+  return length;
+}
+
 }  // namespace
 
 std::string FormatFrame(const FrameRecord& record) {
@@ -80,10 +93,12 @@ std::string FormatSummary(i32 frames, double wallSeconds, int exitCode) {
   return json.Close('}').Close('}').Str();
 }
 
-StatisticsFile::StatisticsFile(std::filesystem::path path) : mPath(std::move(path)) {
+StatisticsFile::StatisticsFile(std::filesystem::path path, i32 keep) : mPath(std::move(path)) {
   std::error_code ignored;  // opening the file tells it too
   if (mPath.has_parent_path()) std::filesystem::create_directories(mPath.parent_path(), ignored);
-  mFile.reset(std::fopen(mPath.c_str(), "we"));
+  const u64 length = LengthOfLines(mPath, keep);
+  if (length > 0) std::filesystem::resize_file(mPath, length, ignored);
+  mFile.reset(std::fopen(mPath.c_str(), length > 0 ? "ae" : "we"));
   if (!mFile) Fail();
 }
 

@@ -18,8 +18,8 @@ std::string FormatSummary(i32 frames, double wallSeconds, int exitCode);
 /// be written is told once, as a warning, and never ends a run.
 class StatisticsFile {
  public:
-  /// Starts an empty file; makes its folder.
-  explicit StatisticsFile(std::filesystem::path path);
+  /// Goes on behind the first `keep` lines of the file, which drops the rest; makes its folder.
+  explicit StatisticsFile(std::filesystem::path path, i32 keep = 0);
   void WriteFrame(const FrameRecord& record) { WriteLine(FormatFrame(record)); }
   void WriteSummary(i32 frames, double wallSeconds, int exitCode) {
     WriteLine(FormatSummary(frames, wallSeconds, exitCode));

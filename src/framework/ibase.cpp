@@ -1,6 +1,7 @@
 #include "framework/ibase.h"
 
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -86,6 +87,10 @@ void iBase::MarkDirty(bool hard) {
   SetFlag(FLAG_DIRTY, true);
   if (hard) SetFlag(FLAG_DIRTY_HARD, true);
   --mDirtyStamp;
+}
+
+void iBase::Persist(StateArchive& archive) {
+  archive(mFlags, mDirtyStamp, mStageMask, mPriority, mPass, mLoopRound, mRuns);
 }
 
 bool iBase::HasCategory(i32 bitIndex) const {

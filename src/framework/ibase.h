@@ -16,6 +16,7 @@ class GridLayout;
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 class Scene;
+class StateArchive;
 
 /// Bits of `iBase::mFlags`.
 enum ObjectFlag : u32 {
@@ -96,6 +97,7 @@ enum TypeId : i32 {
   kTypeLevelsetChannel = 55,
   kTypeDuration = 56,
   kTypeAlignment = 58,
+  kTypeGridCacher = 59,
   kTypeMeshOperator = 67,
   kTypeVertexNormals = 68,
   kTypeParticleGroup = 72,
@@ -175,6 +177,11 @@ class iBase {
   virtual bool IsNodeAlive(i32 instanceOf, const host::Document* document) const {
     return mInterface.IsNodeAlive(instanceOf, document);
   }
+
+  /// Saves or restores, the same way in both directions, what a later frame depends on and no
+  /// parameter, link or host object gives anew. Called between two frames; an override starts with
+  /// its base. A class that keeps data from one frame to the next states them here.
+  virtual void Persist(StateArchive& archive);
 
   /// Squared largest speed of a solver, which chooses the adaptive step; 0 for all else.
   virtual double GetMaxSpeedSq() const { return 0; }

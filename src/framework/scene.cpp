@@ -86,6 +86,7 @@ Scene::FrameDecision Scene::DecideFrame(bool domainChanged, bool& hardReset) {
 bool Scene::EndEvaluation(bool result) {
   SetStage(kFinishVisual);
   DispatchStage();
+  mReport.whole = result;
   SaveCaches();
   mClock.Commit();
   return result;

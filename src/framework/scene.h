@@ -17,6 +17,7 @@ struct EvaluationReport {
   std::vector<double> steps;                       ///< length of each substep, seconds
   std::array<double, kStageCount> stageSeconds{};  ///< wall time
   bool simulated = false;                          ///< a new frame was simulated
+  bool whole = false;                              ///< and nothing cut it short
 };
 
 /// One simulation under one server node. The scene owns the objects of its lists; a list is ordered
@@ -87,6 +88,10 @@ class Scene {
   void CollectObjects(const host::InExcludeData* list, std::vector<iBase*>& out, i32 listIndex,
                       u32 exactCategories, i32 typeId, i32 categoryA, bool includeOnly,
                       i32 categoryB = kBitAny) const;
+
+  /// Saves or restores the simulation as it stands between two frames. To restore, the document
+  /// stands at the frame that was saved. An archive that doesn't fit the scene fails.
+  void Persist(StateArchive& archive);
 
   /// First and last simulated frame: the document's preview range, or the server's own.
   void GetFrameRange(i32& first, i32& last) const;

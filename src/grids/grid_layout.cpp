@@ -1,5 +1,7 @@
 #include "grids/grid_layout.h"
 
+#include <cmath>
+
 namespace MELDO_GLOBAL {
 
 void GridLayout::Set(const VecInt3D& newDims, const Vec3d& newWorldSize, f32 newCellSize,
@@ -42,6 +44,13 @@ bool GridLayout::Contains(const Vec3d& p, bool withMargin) const {
   for (int a = 0; a < 3; ++a)
     if (!(simOrigin[a] + margin <= p[a] && p[a] < simMax[a] - margin)) return false;
   return true;
+}
+
+void GridLayout::GetCellBox(double cell, Vec3d& min, Vec3d& max) const {
+  for (int a = 0; a < 3; ++a) {
+    min[a] = std::floor(simOrigin[a] / cell + 1e-6) * cell;
+    max[a] = std::ceil(simMax[a] / cell - 1e-6) * cell;
+  }
 }
 
 bool GridLayout::CellOf(const Vec3d& p, bool excludeBorder, VecInt3D& cell) const {

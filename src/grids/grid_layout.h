@@ -44,6 +44,8 @@ class GridLayout {
   bool CellOf(const Vec3d& p, bool excludeBorder, VecInt3D& cell) const;
   /// `p` (simulation units) in cells from the lower corner.
   Vec3d ToCells(const Vec3d& p) const { return (p - simOrigin) * simToCell; }
+  /// The smallest box of whole cells of size `cell` (simulation units) round this grid.
+  void GetCellBox(double cell, Vec3d& min, Vec3d& max) const;
 };
 
 }  // namespace MELDO_GLOBAL

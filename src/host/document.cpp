@@ -12,6 +12,10 @@ void Document::SetFrame(i32 frame) {
   for (const auto& [id, node] : mNodes) node->Animate(frame);
 }
 
+void Document::VisitCounters(const std::function<void(u32&)>& visit) {
+  for (const auto& [id, node] : mNodes) node->VisitCounters(visit);
+}
+
 void Document::Adopt(std::unique_ptr<BaseNode> node, BaseNode* parent) {
   node->mParent = parent;
   (parent ? parent->mChildren : mRoots).push_back(node.get());

@@ -21,11 +21,17 @@ class Document {
   i32 previewMax = 90;  ///< last frame of the preview range, itself simulated
   i32 blurSample = 0;   ///< number of the motion-blur sample now rendered
   i32 blurSamples = 0;  ///< motion-blur samples per frame, 0 = none
+  /// The document's folder: where a simulation writes what has no folder of its own; empty for
+  /// none.
+  std::string folder;
+  std::string sceneFolder;  ///< where relative paths in parameters start; empty: working directory
 
   /// Time of the document in seconds.
   double Time() const { return mTime; }
   /// Moves to a frame: evaluates all keyed values and per-frame files.
   void SetFrame(i32 frame);
+  /// `BaseNode::VisitCounters` of all nodes, in creation order.
+  void VisitCounters(const std::function<void(u32&)>& visit);
 
   /// Makes a node under `parent` (null for a root). `T` is constructed as
   /// T(document, id, type, name, args...).

@@ -94,6 +94,11 @@ void BaseNode::SetTable(const ParameterTable* table) {
     if (!std::holds_alternative<std::monostate>(row.creation)) Set(row.id, row.creation);
 }
 
+void BaseNode::VisitCounters(const std::function<void(u32&)>& visit) {
+  visit(mDirty);
+  for (const auto& tag : mTags) tag->VisitCounters(visit);
+}
+
 BaseNode* BaseNode::Tag(i32 type) const {
   for (const auto& tag : mTags)
     if (tag->Type() == type) return tag.get();

@@ -1,5 +1,6 @@
 // Nodes of a document: the tree, their placement, parameters, tags and links.
 #pragma once
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -76,6 +77,9 @@ class BaseNode {
   /// Rises with every change of the node's data.
   u32 DirtyCount() const { return mDirty; }
   void Touch() { ++mDirty; }
+  /// Calls visit(counter) for the counters of the node and its tags, always in the same order: what
+  /// the history of a document leaves in it beside its values.
+  virtual void VisitCounters(const std::function<void(u32&)>& visit);
 
   /// The stored value, or null when the node doesn't hold the parameter.
   const Value* Get(i32 id) const;

@@ -84,6 +84,12 @@ void PolygonObject::SetGeometry(Geometry geometry) {
   Touch();
 }
 
+void PolygonObject::VisitCounters(const std::function<void(u32&)>& visit) {
+  BaseNode::VisitCounters(visit);
+  visit(mPointDirty);
+  visit(mPolygonDirty);
+}
+
 void PolygonObject::SetFramePattern(std::string pattern) {
   mFramePattern = std::move(pattern);
   mLoadedFile.clear();

@@ -50,6 +50,7 @@ class PolygonObject : public BaseNode {
   /// none the last one before it, so that the result depends on the frame alone. Throws
   /// MeshFileError for a broken file.
   void Animate(double frame) override;
+  void VisitCounters(const std::function<void(u32&)>& visit) override;
 
  private:
   Geometry mGeometry;

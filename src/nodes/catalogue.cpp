@@ -3,6 +3,7 @@
 #include <map>
 #include <string>
 
+#include "cache/grid_cacher.h"
 #include "fluids/channels/fire_grid_channel.h"
 #include "fluids/channels/fuel_grid_channel.h"
 #include "fluids/channels/temperature_grid_channel.h"
@@ -110,6 +111,8 @@ const std::vector<NodeKind>& Catalogue() {
     {1300063, "channelop_remap", "COP::Remap", "ChannelOperator_Remap",
      ChannelOperator_Remap::kRemapType, 0, kCategoryGrid, "", {}, {}, {"Grids/Operators"},
      ChannelOperator_Remap::Parameters, nullptr},
+    {1300098, "cache", "GOP::Cacher", "GridCacher", kTypeGridCacher, 8, kCategoryGrid, "S",
+     {0, 5, 17}, {}, {"Grids/Operators"}, GridCacher::Parameters, Make<GridCacher>},
     {1300112, "channel_temp", "Temperature", "TemperatureGridChannel", kTypeTemperatureChannel, 1,
      kScalarChannel, "R", {}, {}, {"Grids"}, TemperatureField::Parameters,
      Make<TemperatureField>},

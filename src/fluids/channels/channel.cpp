@@ -91,10 +91,13 @@ void Channel_Dynamic<T, G>::WidenByGrid(const G* grid, Vec3d& min, Vec3d& max) c
 }
 
 template <class T, class G>
-void Channel_Dynamic<T, G>::WidenByCache(Vec3d& min, Vec3d& max) const {
-  if (!this->Has(FLAG_CACHED) || !mHasCachedLayout) return;
-  min = Min(min, mCachedLayout.simOrigin);
-  max = Max(max, mCachedLayout.simMax);
+bool Channel_Dynamic<T, G>::WidenByCache(Vec3d& min, Vec3d& max) const {
+  if (!this->Has(FLAG_CACHED) || !mHasCachedLayout) return false;
+  Vec3d low, high;
+  mCachedLayout.GetCellBox(this->GetDomain().cellSize, low, high);
+  min = Min(min, low);
+  max = Max(max, high);
+  return true;
 }
 
 template class Channel_Dynamic<double, EGrid<double>>;

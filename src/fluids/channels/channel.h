@@ -60,8 +60,9 @@ class Channel_Dynamic : public iChannel<T> {
  protected:
   /// Widens a box (simulation units) by the data of a grid, which may be null or empty.
   void WidenByGrid(const G* grid, Vec3d& min, Vec3d& max) const;
-  /// Widens it by the layout of the last cache frame while a cache feeds the channel.
-  void WidenByCache(Vec3d& min, Vec3d& max) const;
+  /// Widens it by the layout of the last cache frame while a cache feeds the channel; false while
+  /// none does.
+  bool WidenByCache(Vec3d& min, Vec3d& max) const;
 };
 
 /// A scalar field in one grid.
@@ -82,6 +83,7 @@ class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
   /// in place; cells outside the old box hold the initial value.
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void UpdateRange() override;
+  void Persist(StateArchive& archive) override;
   std::unique_ptr<iBase> Clone() const override {
     return std::make_unique<ChannelBase_Scalar>(*this);
   }
@@ -118,6 +120,7 @@ class ScalarGridChannel : public ChannelBase_Scalar<T, G> {
   void Reset() override;
   void Release(bool full) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
+  void Persist(StateArchive& archive) override;
   std::unique_ptr<iBase> Clone() const override {
     return std::make_unique<ScalarGridChannel>(*this);
   }
@@ -149,6 +152,7 @@ class ChannelBase_Vector : public Channel_Dynamic<T, G> {
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void UpdateRange() override;
+  void Persist(StateArchive& archive) override;
   std::unique_ptr<iBase> Clone() const override {
     return std::make_unique<ChannelBase_Vector>(*this);
   }
@@ -192,6 +196,7 @@ class VectorGridChannel : public ChannelBase_Vector<T, G> {
   void Release(bool full) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void SetToCoordinates() override;
+  void Persist(StateArchive& archive) override;
   std::unique_ptr<iBase> Clone() const override {
     return std::make_unique<VectorGridChannel>(*this);
   }

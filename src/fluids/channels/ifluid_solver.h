@@ -14,6 +14,8 @@ class iFluidSolver : public iObject {
   virtual ScalarField* GetDivergenceChannel() = 0;
   /// The staggered velocity, simulation units per second.
   virtual VelocityField* GetVelocityChannel() = 0;
+  /// The box that it takes while a cache feeds its velocity.
+  virtual void SetStoredLayout(const GridLayout& layout) = 0;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -2,6 +2,7 @@
 #include "fluids/channels/channel.h"
 #include "fluids/channels/channel_copies.h"
 #include "fluids/channels/emission_handlers.h"
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -55,8 +56,8 @@ void ChannelBase_Scalar<T, G>::Release(bool full) {
 
 template <class T, class G>
 void ChannelBase_Scalar<T, G>::ExpandBounds(Vec3d& min, Vec3d& max) {
-  this->WidenByGrid(mGrid.get(), min, max);
-  this->WidenByCache(min, max);
+  // What the grid holds from the frame before is about to be replaced.
+  if (!this->WidenByCache(min, max)) this->WidenByGrid(mGrid.get(), min, max);
 }
 
 template <class T, class G>
@@ -73,6 +74,12 @@ bool ChannelBase_Scalar<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
 template <class T, class G>
 void ChannelBase_Scalar<T, G>::UpdateRange() {
   if (mGrid) mGrid->UpdateActive(mValueMin, mValueMax, true);
+}
+
+template <class T, class G>
+void ChannelBase_Scalar<T, G>::Persist(StateArchive& archive) {
+  Channel_Dynamic<T, G>::Persist(archive);
+  archive(mGrid);
 }
 
 template <class T, class G>
@@ -150,6 +157,12 @@ bool ScalarGridChannel<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
     return this->Deactivate("its second buffer does not fit into memory");
   }
   return true;
+}
+
+template <class T, class G>
+void ScalarGridChannel<T, G>::Persist(StateArchive& archive) {
+  ChannelBase_Scalar<T, G>::Persist(archive);
+  archive(mPrevious);
 }
 
 template <class T, class G>

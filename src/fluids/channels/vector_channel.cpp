@@ -3,6 +3,7 @@
 #include "fluids/channels/channel_copies.h"
 #include "fluids/channels/channel_rows.h"
 #include "fluids/channels/emission_handlers.h"
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -69,8 +70,8 @@ void ChannelBase_Vector<T, G>::Release(bool full) {
 
 template <class T, class G>
 void ChannelBase_Vector<T, G>::ExpandBounds(Vec3d& min, Vec3d& max) {
+  if (this->WidenByCache(min, max)) return;
   for (const auto& grid : mGrids) this->WidenByGrid(grid.get(), min, max);
-  this->WidenByCache(min, max);
 }
 
 template <class T, class G>
@@ -89,6 +90,12 @@ template <class T, class G>
 void ChannelBase_Vector<T, G>::UpdateRange() {
   for (i32 i = 0; i < 3 && mGrids[i]; ++i)
     mGrids[i]->UpdateActive(mValueMin[i], mValueMax[i], true);
+}
+
+template <class T, class G>
+void ChannelBase_Vector<T, G>::Persist(StateArchive& archive) {
+  Channel_Dynamic<T, G>::Persist(archive);
+  archive(mGrids[0], mGrids[1], mGrids[2]);
 }
 
 template <class T, class G>
@@ -200,6 +207,12 @@ void VectorGridChannel<T, G>::SetToCoordinates() {
   ChannelBase_Vector<T, G>::SetToCoordinates();
   for (i32 i = 0; i < 3; ++i)
     if (mPrevious[i] && this->mGrids[i]) mPrevious[i] = CopyOf(this->mGrids[i]);
+}
+
+template <class T, class G>
+void VectorGridChannel<T, G>::Persist(StateArchive& archive) {
+  ChannelBase_Vector<T, G>::Persist(archive);
+  archive(mPrevious[0], mPrevious[1], mPrevious[2], mFresh);
 }
 
 template <class T, class G>

@@ -4,6 +4,7 @@
 
 #include "fluids/dynamics/wall_velocities.h"
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -222,6 +223,16 @@ void FluidSolver::Release(bool full) {
   SetFlag(FLAG_ACTIVE, false);
 }
 
+void FluidSolver::Persist(StateArchive& archive) {
+  iFluidSolver::Persist(archive);
+  for (iBase* member : {static_cast<iBase*>(&mVelocity), static_cast<iBase*>(&mDivergence),
+                        static_cast<iBase*>(&mBoundary), static_cast<iBase*>(&mForces),
+                        static_cast<iBase*>(&mConstrain), static_cast<iBase*>(&mExtrapolation),
+                        static_cast<iBase*>(&mPressure), static_cast<iBase*>(&mFractions)})
+    member->Persist(archive);
+  archive(mMaxSpeedSq);
+}
+
 void FluidSolver::GetName(std::string& out) const {
   switch (mScene ? mScene->mStage : 0) {
     case kEmitters: out = "Initialise Boundaries & Threads"; break;
@@ -329,10 +340,8 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
   }
   min = from * voxel;
   max = to * voxel;
-  if (Has(FLAG_CACHED) && mHasStoredBox) {
-    min = mStoredLayout.simOrigin;
-    max = mStoredLayout.simMax;
-  }
+  // A recording of another cell size, or one that was moved, fits no lattice of this scene.
+  if (Has(FLAG_CACHED) && mHasStoredBox) mStoredLayout.GetCellBox(voxel, min, max);
   SetFlag(FLAG_ACTIVE, true);
 }
 
@@ -346,7 +355,7 @@ bool FluidSolver::ApplyBounds(const Vec3d& min, const Vec3d& max) {
   if (!mVelocity.ApplyBounds(min, max)) return fail("its velocity grids couldn't be allocated");
   const bool cached = Has(FLAG_CACHED);
   if (cached) mPressure.Release(true);
-  const bool hasSolids = cached || mBoundary.GetLevelSet();
+  const bool hasSolids = cached || (mBoundary.GetLevelSet() && mDivergence.GetGrid(0));
   if (hasSolids && GetLayout() && GetLayout()->Equals(before)) {
     SetFlag(FLAG_ACTIVE, true);
     return true;
@@ -414,7 +423,9 @@ void FluidSolver::Prepare(void*) {
       if (mFractions.HasFields())
         for (i32 axis = 0; axis < 3; ++axis) mFractions.ZeroWallFaces(axis, mBoundary.mWalls);
       break;
-    case kForcesEmission: mForces.Prepare(this); break;
+    case kForcesEmission:
+      if (!Has(FLAG_CACHED)) mForces.Prepare(this);
+      break;
     default: break;
   }
 }
@@ -423,7 +434,9 @@ void FluidSolver::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE) || !IsDirty() || !mWorkers || !HasVelocity()) return;
   switch (mScene->mStage) {
     case kEmitters: BuildSolids(); break;
-    case kForcesEmission: ApplyGridForces(); break;
+    case kForcesEmission:
+      if (!Has(FLAG_CACHED)) ApplyGridForces();
+      break;
     case kPressure:
       if (Has(FLAG_CACHED)) break;
       mConstrain.Prepare(this);

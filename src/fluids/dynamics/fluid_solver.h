@@ -39,11 +39,16 @@ class FluidSolver : public iFluidSolver {
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
+  void Persist(StateArchive& archive) override;
   double GetMaxSpeedSq() const override { return mMaxSpeedSq; }
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<FluidSolver>(*this); }
 
   ScalarField* GetDivergenceChannel() override { return &mDivergence; }
   VelocityField* GetVelocityChannel() override { return &mVelocity; }
+  void SetStoredLayout(const GridLayout& layout) override {
+    mStoredLayout = layout;
+    mHasStoredBox = true;
+  }
 
   virtual bool ApplyGridForces();
   virtual bool SolvePressure(bool);

@@ -5,6 +5,7 @@
 
 #include "fluids/volume/volume_base.h"
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
 #include "grids/sampling.h"
 
@@ -93,21 +94,31 @@ void GridBoundary::ClearLinks() {
   iObject::ClearLinks();
 }
 
-bool GridBoundary::ApplyBounds(const Vec3d& min, const Vec3d& max) {
-  Release(false);
-  MarkDirty(false);
-  if (Has(FLAG_CACHED)) return true;
+void GridBoundary::SetUpLevelSet() {
   mLevelSet.mScene = mScene;
   mLevelSet.mTime = mTime;
   mLevelSet.mKind = kNode;
   mLevelSet.mInitial = kUntouched;
   mLevelSet.SetRange(-kUntouched, kUntouched);
+}
+
+bool GridBoundary::ApplyBounds(const Vec3d& min, const Vec3d& max) {
+  Release(false);
+  MarkDirty(false);
+  if (Has(FLAG_CACHED)) return true;
+  SetUpLevelSet();
   if (!mLevelSet.ApplyBounds(min, max)) {
     Release(false);
     return false;
   }
   mLevelSet.Reset();
   return true;
+}
+
+void GridBoundary::Persist(StateArchive& archive) {
+  iObject::Persist(archive);
+  if (archive.IsLoading()) SetUpLevelSet();
+  archive.ShapeOf(mLevelSet.mGrid);  // every step builds the distances anew
 }
 
 void GridBoundary::Evaluate(const EvaluationThreadData& data) {

@@ -34,6 +34,7 @@ class GridBoundary : public iObject {
   void Release(bool full) override { mLevelSet.Release(full); }
   void ExpandBounds(Vec3d& min, Vec3d& max) override { mLevelSet.ExpandBounds(min, max); }
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
+  void Persist(StateArchive& archive) override;
   /// Builds the level set over the nodes of a worker's cells, in stage 5 only.
   void Evaluate(const EvaluationThreadData& data) override;
   /// The box of all nodes whose value is at most 0; a single node grows by one on each axis.
@@ -64,6 +65,9 @@ class GridBoundary : public iObject {
   std::vector<VolumeBase*> mObstacles;
   u8 mWalls = 0;
   LevelField mLevelSet;
+
+ private:
+  void SetUpLevelSet();
 };
 
 /// The volumes that count as obstacles, groups replaced by their members.

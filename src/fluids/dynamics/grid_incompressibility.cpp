@@ -7,6 +7,7 @@
 #include "fluids/dynamics/projection_kernels.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -184,6 +185,11 @@ void Grid_Incompressibility::Evaluate(const EvaluationThreadData& block) {
     case kUpdate: SubtractGradient(block); break;
     default: break;
   }
+}
+
+void Grid_Incompressibility::Persist(StateArchive& archive) {
+  iObject::Persist(archive);
+  archive(mDivergenceMax);  // of the last projection, which may lie frames back
 }
 
 void Grid_Incompressibility::Finish() {

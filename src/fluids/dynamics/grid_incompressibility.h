@@ -60,6 +60,7 @@ class Grid_Incompressibility : public iObject {
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& block) override;
   void Finish() override;
+  void Persist(StateArchive& archive) override;
 
   /// Pass 1: right-hand side and matrix.
   virtual void BuildSystem(const EvaluationThreadData& block);

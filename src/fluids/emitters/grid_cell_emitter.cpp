@@ -77,6 +77,7 @@ void Grid_CellEmitter::CheckDirty() {
 void Grid_CellEmitter::Prepare(void*) {
   iObject* channel = Channel();
   if (!channel || !channel->Has(FLAG_ENABLED)) return void(Deactivate("it has no channel"));
+  if (channel->Has(FLAG_CACHED)) return void(Deactivate("its channel plays from a cache"));
   if (!Grid(0)) return void(Deactivate("its channel has no grid"));
   if (mPorts.mOperators.empty()) return void(Deactivate("it has no operators"));
   mPorts.mConstraints.Prepare(this);

@@ -100,7 +100,8 @@ void ObjectGridEmitter::Prepare(void*) {
         !duration || !duration->Has(FLAG_ENABLED) || duration->Weight(mTime->elapsed, mWeights[i]);
     if (!runs) mWeights[i] = 0;
     anyRuns = anyRuns || runs;
-    if (mPairs[i]->mScalar && mWeights[i] != 0)
+    // What a cache feeds holds its emissions already.
+    if (mPairs[i]->mScalar && mWeights[i] != 0 && !mPairs[i]->mScalar->Has(FLAG_CACHED))
       mTargets.push_back(
           {mPairs[i]->mScalar, settings, settings->Write(), settings->GetAmount(), mWeights[i]});
   }

@@ -28,6 +28,14 @@ inline void MarkChanged(iBase* channel) {
   if (channel) channel->MarkDirty(false);
 }
 
+/// A cache feeds one of these channels, which may be null, in this frame: it holds the outcome of all
+/// that works on it.
+template <class... Channels>
+bool IsPlayed(const Channels*... channels) {
+  return ((channels && channels->Has(FLAG_CACHED)) || ...);
+}
+inline constexpr const char* kPlayedReason = "its channel plays from a cache";
+
 /// The scalar channel that a link parameter of `object` names, or null.
 inline ScalarField* FindScalar(const iBase& object, i32 id) {
   return dynamic_cast<ScalarField*>(

@@ -121,6 +121,7 @@ void GridAdvection::Prepare(void*) {
   SetFlag(FLAG_ACTIVE, false);
   const auto hasData = [](const EGrid<double>* grid) { return grid && grid->mData; };
   if (!mSolver) return (void)Deactivate("it has no solver");
+  if (Target()->Has(FLAG_CACHED)) return (void)Deactivate("its target plays from a cache");
   for (i32 axis = 0; axis < 3; ++axis)
     if (!hasData(mSolver->mVelocity.GetGrid(axis)))
       return (void)Deactivate("its solver has no velocity");

@@ -157,6 +157,7 @@ bool GridCombustion::PlaceExpansion() {
 void GridCombustion::Prepare(void*) {
   const double dt = mTime->stepDuration;
   if (dt == 0) return (void)Deactivate("the step has no length");
+  if (IsPlayed(mTemperature, mFire, mFuel, mSmoke)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids() || !PlaceExpansion()) return;
   mThreshold = FlameThreshold(*mFire, mT->mRangeMax);
   mIgnition = mFuel ? mFuel->mIgnition : 0;

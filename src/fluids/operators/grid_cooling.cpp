@@ -118,6 +118,7 @@ void GridCooling::Prepare(void*) {
   if (dt == 0) return (void)Deactivate("the step has no length");
   if (!mTemperature || !mTemperature->Has(FLAG_ENABLED))
     return (void)Deactivate("it has no temperature channel");
+  if (IsPlayed(mTemperature, mFire)) return (void)Deactivate(kPlayedReason);
   if (!mT) return (void)Deactivate("its temperature has no grid");
   if (mF && mF->Dims() != mT->Dims()) return (void)Deactivate("its channels have different grids");
   const double span = mT->mRangeMax - mT->mRangeMin;

@@ -209,6 +209,7 @@ void GridDiffusion::Prepare(void*) {
   EGrid<double>* grid = Component(mComponent);
   if (!Channel()) return (void)Deactivate("it has no channel");
   if (mTime->stepDuration == 0) return (void)Deactivate("the step has no length");
+  if (IsPlayed(Channel())) return (void)Deactivate(kPlayedReason);
   if (!grid) return (void)Deactivate("its channel has no grid");
   const bool isGaussian = mMode == static_cast<i32>(DiffusionMode::Gaussian);
   if (!MakeWorkGrids(isGaussian ? 2 : 1, *grid)) return;

@@ -83,6 +83,7 @@ bool GridDissipate::GatherGrids() {
 void GridDissipate::Prepare(void*) {
   const double dt = mTime->stepDuration;
   if (dt == 0) return (void)Deactivate("the step has no length");
+  if (IsPlayed(mScalar, mVector)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids()) return;
   mAmount = (mGrids[0]->mRangeMax - mGrids[0]->mRangeMin) * mRate * dt;
   if (!SplitZ(mBoxes, mGrids[0]->Dims(), false, mScene->mThreadCount))

@@ -103,6 +103,7 @@ bool GridVariableDensity::GatherGrids() {
 }
 
 void GridVariableDensity::Prepare(void*) {
+  if (IsPlayed(mScalar, mVector)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids()) return;
   if (!SplitZ(mBoxes, mTargets[0]->mLayout.dims, false, mScene->mThreadCount))
     return (void)Deactivate("its target has no inner cells");

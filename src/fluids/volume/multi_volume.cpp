@@ -2,6 +2,7 @@
 
 #include "fluids/surfacetracker/mesh/multi_mesh.h"
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -111,6 +112,14 @@ bool MultiVolume::IsDirty() const {
 void MultiVolume::Release(bool full) {
   for (auto& [key, member] : mMembers) member->Release(full);
   iVolume::Release(full);
+}
+
+void MultiVolume::Persist(StateArchive& archive) {
+  iVolume::Persist(archive);
+  if (archive.IsLoading()) ResolveLinks();  // makes the volumes
+  archive.Expect(mMembers.size(), "the number of volumes of a group");
+  for (auto& [key, member] : mMembers) member->Persist(archive);
+  archive(mListChanged, mHasTag, mBoxMin, mBoxMax, mCentre);
 }
 
 void MultiVolume::UniteBounds() {

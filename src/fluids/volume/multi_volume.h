@@ -32,6 +32,7 @@ class MultiVolume : public iVolume {
   void CheckDirty() override;
   bool IsDirty() const override;
   void Release(bool full) override;
+  void Persist(StateArchive& archive) override;
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;

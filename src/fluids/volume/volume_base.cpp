@@ -1,6 +1,7 @@
 #include "fluids/volume/volume_base.h"
 
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
 #include "grids/split.h"
 
@@ -66,6 +67,13 @@ void VolumeBase::Release(bool full) {
   mBoxMin = {kHuge, kHuge, kHuge};
   mBoxMax = {-kHuge, -kHuge, -kHuge};
   iVolume::Release(full);
+}
+
+// The distances are measured anew; a solver asks which volumes are obstacles before it is known.
+void VolumeBase::Persist(StateArchive& archive) {
+  iVolume::Persist(archive);
+  archive(mHasTag, mDeriveMass, mCells, mExtent, mBoxMin, mBoxMax, mCentre, mOrigin, mCellSize,
+          mMaximumDistance);
 }
 
 void VolumeBase::UpdateBounds() {
@@ -165,6 +173,22 @@ double VolumeBase::VoxelVolume() const {
       [](i64 sum, i64 part) { return sum + part; });
   const double size = grid.mLayout.cellSize;
   return static_cast<double>(cells) * (size * size * size);
+}
+
+void VolumeBase::SetCachedLayout(const GridLayout& layout) {
+  mSecondBox = layout;
+  mHasSecondBox = true;
+}
+
+bool VolumeBase::AllocateCachedGrid() {
+  mBoxMin = mSecondBox.simOrigin;
+  mBoxMax = mSecondBox.simMax;
+  mCentre = mBoxMin + (mBoxMax - mBoxMin) * 0.5;
+  mCells = mSecondBox.dims;
+  mExtent = mSecondBox.worldSize;
+  mOrigin = mSecondBox.worldOrigin;
+  mCellSize = mSecondBox.cellSize;
+  return AllocateGrid();
 }
 
 // ---- point operations -------------------------------------------------------------------------

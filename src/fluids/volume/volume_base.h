@@ -60,6 +60,7 @@ class VolumeBase : public iVolume {
   void ClearLinks() override;
   bool IsDirty() const override;
   void Release(bool full) override;
+  void Persist(StateArchive& archive) override;
   void CollectMembers(std::vector<VolumeBase*>& out) override { out.push_back(this); }
 
   /// Pads `mBoxMin` and `mBoxMax`, snaps them outwards to whole cells of `mCellSize` and sets the
@@ -112,6 +113,11 @@ class VolumeBase : public iVolume {
   bool HasGridData() const { return mGrid && mGrid->mData; }
   /// The source mesh, or null.
   Mesh* GetMesh() const { return mMesh; }
+
+  /// Takes the place of a grid in a cache, for as long as the cache feeds the volume.
+  void SetCachedLayout(const GridLayout& layout);
+  /// Places the grid where the cache has it; false, and inactive, when it can't be had.
+  bool AllocateCachedGrid();
 
   std::unique_ptr<EGrid<double>> mGrid;
   bool mInverted = false;

@@ -108,6 +108,12 @@ VolumeMesh::State VolumeMesh::CurrentState() const {
 
 void VolumeMesh::Prepare(void*) {
   if (!IsDirty()) return;
+  if (Has(FLAG_CACHED) && mHasSecondBox) {
+    // The distances follow from the cache in the stage of the emitters.
+    mVoxelised = {};
+    AllocateCachedGrid();
+    return;
+  }
   if (!mMesh || !mMesh->Has(FLAG_ENABLED) || !mMesh->HasTriangles()) {
     Release(false);
     Deactivate(mMesh ? "its mesh has no polygons" : "it links no mesh");
@@ -127,7 +133,7 @@ void VolumeMesh::Prepare(void*) {
 }
 
 void VolumeMesh::Evaluate(const EvaluationThreadData& data) {
-  if (!Has(FLAG_ACTIVE) || !mMesh || !mGrid || mVoxelised.mesh) return;
+  if (!Has(FLAG_ACTIVE) || Has(FLAG_CACHED) || !mMesh || !mGrid || mVoxelised.mesh) return;
   const i32 limit = mThreadLimit > 0 ? std::min(mThreadLimit, ThreadCount()) : mScene->mThreadCount;
   if (mVoxeliser.Voxelise(mMesh->mMesh, *mGrid, true, std::min(limit, 8), data.thread)) {
     mVoxelised = CurrentState();

@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 
+#include "framework/state_archive.h"
 #include "host/matrix.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -12,6 +13,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 struct LMatrix {
   Matrix matrix;
   Vec3d scale{1, 1, 1};
+  void Persist(StateArchive& archive) { archive(matrix, scale); }
 };
 
 /// `a` + (`b` - `a`) `t`, each part by itself.
@@ -35,6 +37,8 @@ class iRamCache {
     if (found != mFrames.end()) found->second.reset();
   }
   virtual void Clear() { mFrames.clear(); }
+
+  void Persist(StateArchive& archive) { archive(mFrames); }
 
   void Store(i32 frame, const T& record) { mFrames[frame] = record; }
   /// What was stored for a frame, or null.

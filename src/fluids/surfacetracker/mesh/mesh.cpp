@@ -6,6 +6,7 @@
 
 #include "fluids/surfacetracker/mesh/mesh_converter.h"
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -142,6 +143,20 @@ void Mesh::Reset() {
 void Mesh::Release(bool full) {
   iObject::Release(full);
   if (full) Reset();
+}
+
+void Mesh::Persist(StateArchive& archive) {
+  iObject::Persist(archive);
+  mMesh.Persist(archive);
+  archive(mObjectId, mPointDirty, mPolygonDirty, mMatrix, mMatrixBefore, mWorldToSim,
+          mLinearVelocity, mAngularVelocity, mTagPresent, mHasHistory, mSettling, mAltered,
+          mMatrixCache);
+  if (mAltered) mPreviousMesh.Persist(archive);
+  if (!archive.IsLoading()) return;
+  if (!mAltered) mPreviousMesh.Assign(mMesh);
+  mRevision = NextRevision();
+  mAlteredRevision = NextRevision();
+  mAlteredShapes.clear();
 }
 
 // ---- conversion -------------------------------------------------------------------------------

@@ -38,6 +38,7 @@ class Mesh : public iObject {
   void Reset() override;
   void Release(bool full) override;
   void Prepare(void* context = nullptr) override;
+  void Persist(StateArchive& archive) override;
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<Mesh>(*this); }
 
   /// Brings the host's polygons into the record: 0 nothing could be read, 1 read, 2 the counts

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -100,6 +101,14 @@ void MultiMesh::Reset() {
 void MultiMesh::Release(bool full) {
   for (auto& [key, mesh] : mMeshes) mesh->Release(full);
   iObject::Release(full);
+}
+
+void MultiMesh::Persist(StateArchive& archive) {
+  iObject::Persist(archive);
+  if (archive.IsLoading()) ResolveLinks();  // makes the meshes
+  archive.Expect(mMeshes.size(), "the number of meshes of a group");
+  for (auto& [key, mesh] : mMeshes) mesh->Persist(archive);
+  archive(mListChanged);
 }
 
 void MultiMesh::Prepare(void* context) {

@@ -32,6 +32,7 @@ class MultiMesh : public iObject {
   bool IsDirty() const override;
   void Reset() override;
   void Release(bool full) override;
+  void Persist(StateArchive& archive) override;
   void Prepare(void* context = nullptr) override;
   void Begin(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;

@@ -1,6 +1,9 @@
 #include "fluids/surfacetracker/mesh/tri_mesh.h"
 
+#include <algorithm>
 #include <limits>
+
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -33,6 +36,14 @@ bool TriMeshSTL::Resize(i32 triangles, i32 vertices) {
   mVertices.resize(vertices);
   mTriangles.resize(triangles);
   return changed;
+}
+
+void TriMeshSTL::Persist(StateArchive& archive) {
+  std::vector<std::pair<i32, std::pair<i32, i32>>> quads(mQuadMap.begin(), mQuadMap.end());
+  std::sort(quads.begin(), quads.end());
+  archive(mBoundsMin, mBoundsMax, mCentre, mTriangles, mVertices, mUvs, mColumns.velocity,
+          mColumns.normal, mColumns.curvature, quads);
+  if (archive.IsLoading()) mQuadMap = {quads.begin(), quads.end()};
 }
 
 void TriMeshSTL::Clear() {

@@ -8,6 +8,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+class StateArchive;
+
 /// Data of one vertex beside its position: columns of `TriMeshSTL`, empty until first set.
 struct VertexColumns {
   std::vector<Vec3d> velocity;    ///< simulation units per second
@@ -40,6 +42,8 @@ class TriMeshSTL {
   /// True when a count changed; another count of vertices drops their columns.
   bool Resize(i32 triangles, i32 vertices);
   void Clear();
+  /// Saves or restores all of it.
+  void Persist(StateArchive& archive);
 
   /// The two triangles of a host polygon; the second is -1 for a triangle. Filled from the first
   /// quad on.

@@ -1,0 +1,151 @@
+#include "app/checkpoint.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+
+#include "app/exit_codes.h"
+#include "cache/cache_operator.h"
+#include "cache/state_file.h"
+#include "host/atomic_file.h"
+#include "host/worker_pool.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace MELDO_SULVA;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kSuffix = ".checkpoint";
+constexpr std::size_t kKept = 2;
+// States are taken into memory for at most this share of a run's time.
+constexpr double kMostShare = 0.02;
+
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
+
+void WriteCheckpointHeader(HyperFile& file, const CheckpointHeader& header) {
+  file.WriteText(header.version);
+  file.WriteLLong(static_cast<i64>(header.scene));
+  file.WriteLong(header.run.frame);
+  file.WriteLong(header.run.framesWritten);
+}
+
+bool ReadCheckpointHeader(HyperFile& file, CheckpointHeader& header) {
+  i64 scene = 0;
+  if (!file.ReadText(header.version) || !file.ReadLLong(scene) ||
+      !file.ReadLong(header.run.frame) || !file.ReadLong(header.run.framesWritten))
+    return false;
+  header.scene = static_cast<u64>(scene);
+  return true;
+}
+
+Checkpoints::Checkpoints(fs::path folder, u64 scene, i32 every)
+    : mFolder(std::move(folder)), mScene(scene), mEvery(every) {}
+
+std::vector<Checkpoints::Found> Checkpoints::List() const {
+  std::vector<Found> found;
+  std::error_code failed;
+  for (fs::directory_iterator entry(mFolder, failed), end; !failed && entry != end;
+       entry.increment(failed)) {
+    if (entry->path().extension() != kSuffix) continue;
+    const std::string stem = entry->path().stem().string();
+    i32 frame = 0;
+    const auto [rest, error] = std::from_chars(stem.data(), stem.data() + stem.size(), frame);
+    if (error == std::errc() && rest == stem.data() + stem.size())
+      found.push_back({frame, entry->path()});
+  }
+  std::sort(found.begin(), found.end(),
+            [](const Found& a, const Found& b) { return a.frame > b.frame; });
+  return found;
+}
+
+void Checkpoints::Discard() {
+  std::error_code ignored;
+  for (const Found& found : List()) fs::remove(found.path, ignored);
+}
+
+std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
+                                             std::vector<std::string>& notes) {
+  host::RemoveParts(mFolder);
+  std::vector<fs::path> damaged;
+  for (const Found& found : List()) {
+    HyperFile file;
+    CheckpointHeader header;
+    if (!file.Open(kCheckpointIdent, found.path, HyperFile::Mode::kRead) ||
+        !ReadCheckpointHeader(file, header)) {
+      notes.push_back(file.Error().empty() ? found.path.string() + ": it is damaged"
+                                           : file.Error());
+      damaged.push_back(found.path);
+      continue;
+    }
+    const auto refuse = [&](const std::string& why) {
+      throw CommandError(kExitFile,
+                         fmt::format("{}: can't go on from it: {}", found.path.string(), why));
+    };
+    if (header.version != SULVA_VERSION)
+      refuse(fmt::format("sulva {} wrote it, this is {}", header.version, SULVA_VERSION));
+    if (header.scene != mScene)
+      refuse("the scene, its meshes or --set are others than those of the run that wrote it");
+    StateReader reader(file, host::ThreadCount());
+    simulation.Persist(reader, header.run.frame);
+    if (!reader.IsGood()) refuse(reader.Problem());
+    mWrittenFrame = header.run.frame;
+    std::error_code ignored;
+    for (const fs::path& path : damaged) fs::remove(path, ignored);
+    return header.run;
+  }
+  Discard();
+  return {};
+}
+
+void Checkpoints::FrameDone(const RunState& run, Simulation& simulation) {
+  if (mEvery <= 0) return;
+  ++mFramesSince;
+  // Where an interrupt has come between two frames, nothing is lost.
+  const bool isDue = mFramesSince >= mEvery || host::MainThread().TestBreak();
+  if (!isDue && SecondsSince(mTaken) * kMostShare < mCost) return;
+  Take(run, simulation);
+  if (isDue) Write();
+}
+
+void Checkpoints::Take(const RunState& run, Simulation& simulation) {
+  const Clock::time_point start = Clock::now();
+  HyperFile file;
+  file.StartMemory(kCheckpointIdent);
+  WriteCheckpointHeader(file, {SULVA_VERSION, mScene, run});
+  StateWriter writer(file, host::ThreadCount());
+  simulation.Persist(writer, run.frame);
+  mBytes = file.TakeBytes();
+  mBytesFrame = run.frame;
+  mTaken = Clock::now();
+  mCost = SecondsSince(start);
+}
+
+void Checkpoints::Write() {
+  mFramesSince = 0;
+  if (mBytes.empty()) return;
+  try {
+    host::WriteFileAtomically(mFolder / fmt::format("{:05}{}", mBytesFrame, kSuffix), mBytes);
+  } catch (const host::FileError& error) {
+    mWarning = error.what();
+    return;
+  }
+  mWrittenFrame = mBytesFrame;
+  mBytes.clear();
+  const std::vector<Found> all = List();
+  std::error_code ignored;
+  for (std::size_t i = kKept; i < all.size(); ++i) fs::remove(all[i].path, ignored);
+}
+
+std::optional<i32> Checkpoints::WriteNewest() {
+  Write();
+  return mWrittenFrame;
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,76 @@
+// Checkpoints of a run: what is needed to go on behind a frame and end with the same bytes.
+#pragma once
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/simulation.h"
+#include "cache/hyper_file.h"
+
+namespace MELDO_GLOBAL::app {
+
+inline constexpr u32 kCheckpointIdent = IdentOf("svcp");
+
+/// Where a run stands after a frame.
+struct RunState {
+  i32 frame = 0;
+  i32 framesWritten = 0;  ///< lines of the statistics
+};
+
+/// What precedes the state in a checkpoint.
+struct CheckpointHeader {
+  std::string version;  ///< of the program
+  u64 scene = 0;        ///< fingerprint of the scene
+  RunState run;
+};
+void WriteCheckpointHeader(HyperFile& file, const CheckpointHeader& header);
+bool ReadCheckpointHeader(HyperFile& file, CheckpointHeader& header);
+
+/// Writes and restores the checkpoints of one run, in a folder of their own; the newest two are
+/// kept.
+///
+/// Besides those that are due, states are kept in memory as often as that costs little, so that an
+/// interrupt, which cuts a frame short, loses little: that state is written then.
+class Checkpoints {
+ public:
+  /// `every`: frames from one checkpoint to the next; 0 takes none.
+  Checkpoints(std::filesystem::path folder, u64 scene, i32 every);
+
+  /// Removes the checkpoints of another run.
+  void Discard();
+  /// Restores the newest whole checkpoint and drops what lies behind it; nothing without one.
+  /// `notes` tell of those that are damaged. Throws CommandError (kExitFile) where it is of another
+  /// scene or version.
+  std::optional<RunState> Restore(Simulation& simulation, std::vector<std::string>& notes);
+
+  /// After a frame. A checkpoint that can't be written is a warning, told once.
+  void FrameDone(const RunState& run, Simulation& simulation);
+  /// Writes the newest state that is in memory; the frame of the newest checkpoint then.
+  std::optional<i32> WriteNewest();
+  const std::string& Warning() const { return mWarning; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Found {
+    i32 frame;
+    std::filesystem::path path;
+  };
+  std::vector<Found> List() const;
+  void Take(const RunState& run, Simulation& simulation);
+  void Write();
+
+  std::filesystem::path mFolder;
+  u64 mScene;
+  i32 mEvery;
+  i32 mFramesSince = 0;  ///< the last one was written
+  std::optional<i32> mWrittenFrame;
+  std::string mBytes;  ///< of the newest state; empty when it is written
+  i32 mBytesFrame = 0;
+  Clock::time_point mTaken = Clock::now();
+  double mCost = 0;  ///< seconds to take the last state
+  std::string mWarning;
+};
+
+}  // namespace MELDO_GLOBAL::app

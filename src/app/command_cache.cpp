@@ -1,0 +1,84 @@
+#include "app/command_cache.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <iostream>
+
+#include "app/exit_codes.h"
+#include "app/scene_file.h"
+#include "app/simulation.h"
+#include "cache/cache_operator.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace MELDO_SULVA;
+namespace fs = std::filesystem;
+
+namespace {
+
+void Scan(Cache_OperatorBase& cache) {
+  cache.UpdateStatistics();
+  CacheFolderInfo info;
+  cache.ScanCacheFolder(info);
+  const std::string folder = cache.FileNames().GetFolder().string();
+  if (!info.found) {
+    fmt::print("cache \"{}\": no files in {}\n", cache.mName, folder);
+    return;
+  }
+  fmt::print("cache \"{}\": {} files in {}\n{}{}", cache.mName, info.fileCount, folder,
+             StatisticsOf(info), cache.FileStatistics());
+}
+
+bool AgreesToDelete(const Cache_OperatorBase& cache, const CacheFolderInfo& info) {
+  if (!::isatty(STDIN_FILENO))
+    throw CommandError(kExitUsage, "cache delete: add --yes where no one can be asked");
+  fmt::print(stderr, "cache \"{}\", {} files in {}\n", cache.mName, info.fileCount,
+             cache.FileNames().GetFolder().string());
+  fmt::print(stderr, "Really? Deletion cannot be undone! Choose wisely.. [y/N] ");
+  std::string answer;
+  return std::getline(std::cin, answer) && (answer == "y" || answer == "yes");
+}
+
+void Delete(Cache_OperatorBase& cache, bool yes) {
+  cache.UpdateStatistics();
+  CacheFolderInfo info;
+  cache.ScanCacheFolder(info);
+  if (!info.found || (!yes && !AgreesToDelete(cache, info))) return;
+  cache.DeleteCacheFiles();
+  CacheFolderInfo left;
+  cache.ScanCacheFolder(left);
+  if (left.found)
+    throw CommandError(kExitFile, fmt::format("cannot delete {} files in {}", left.fileCount,
+                                              cache.FileNames().GetFolder().string()));
+  fmt::print("cache \"{}\": {} files deleted\n", cache.mName, info.fileCount);
+}
+
+}  // namespace
+
+int RunCache(const CacheOptions& options) {
+  Diagnostics diagnostics;
+  std::optional<LoadedScene> loaded = LoadScene(options.scene, diagnostics);
+  diagnostics.Print();
+  if (!loaded) return kExitInvalidScene;
+  const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;
+  loaded->document->folder = CacheFolderOf(out).string();
+  Simulation simulation(*loaded->document, loaded->servers, MachineMemory());
+  bool any = false;
+  for (const auto& scene : simulation.Scenes()) {
+    scene->Synchronise(scene->GetDocument());
+    for (const auto& [id, object] : scene->List(kListCaches)) {
+      auto* cache = dynamic_cast<Cache_OperatorBase*>(object.get());
+      if (!cache || (!options.node.empty() && cache->mName != options.node)) continue;
+      any = true;
+      options.action == "delete" ? Delete(*cache, options.yes) : Scan(*cache);
+    }
+  }
+  if (!any)
+    throw CommandError(kExitUsage, options.node.empty()
+                                       ? "the scene has no cache"
+                                       : fmt::format("no cache is named '{}'", options.node));
+  return kExitDone;
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,149 @@
+#include "app/command_info.h"
+
+#include <fmt/format.h>
+
+#include <fstream>
+
+#include "app/checkpoint.h"
+#include "app/exit_codes.h"
+#include "app/vdb_info.h"
+#include "cache/cache_folder.h"
+#include "cache/grid_cache_file.h"
+#include "host/atomic_file.h"
+
+namespace MELDO_GLOBAL::app {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+[[noreturn]] void Fail(const std::string& text) { throw CommandError(kExitFile, text); }
+
+std::string Dims(const VecInt3D& d) { return fmt::format("{} x {} x {}", d.x, d.y, d.z); }
+
+/// The first bytes of a file; fewer where it is shorter.
+std::string FirstBytes(const fs::path& path) {
+  std::error_code failed;
+  if (fs::is_directory(path, failed)) Fail("cannot read " + path.string() + ": it is a folder");
+  std::ifstream file(path, std::ios::binary);
+  if (!file) Fail("cannot read " + path.string() + ": no such file, or no right to read it");
+  std::string bytes(12, '\0');
+  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(file.gcount()));
+  return bytes;
+}
+
+void Open(HyperFile& file, u32 ident, const fs::path& path) {
+  if (!file.Open(ident, path, HyperFile::Mode::kRead)) Fail(file.Error());
+}
+
+/// The lines of the grids in a cache file, with the sizes of their blocks.
+std::string GridLines(HyperFile& file, const GridCacheHeader& header) {
+  std::string lines;
+  for (std::size_t chunk = 0; chunk < header.chunks.size(); ++chunk) {
+    i32 id, level;
+    if (!file.ReadChunkStart(id, level)) Fail(file.Error());
+    std::size_t stored = 0, samples = 0;
+    int blocks = 0;
+    bool isPacked = false;
+    for (; !file.AtEnd(); ++blocks) {
+      BlockInfo block;
+      if (!ReadBlockInfo(file, block))
+        Fail(file.Error().empty() ? file.Name() + ": a block is damaged" : file.Error());
+      stored += block.stored;
+      samples += block.samples;
+      isPacked = isPacked || block.isPacked;
+    }
+    if (!file.ReadChunkEnd()) Fail(file.Error());
+    lines += fmt::format("  {}  ", chunk + 1);
+    if (header.chunks[chunk] < 0) {
+      lines += "no grid\n";
+      continue;
+    }
+    const StoredGrid& grid = header.grids[header.chunks[chunk]];
+    const Vec3d& origin = grid.layout.simOrigin;
+    const std::size_t raw = samples * sizeof(double);
+    lines += fmt::format("{} samples at ({:.6g}, {:.6g}, {:.6g}), cell size {:.6g}{}, {}",
+                         Dims(grid.dims), origin.x, origin.y, origin.z, grid.layout.cellSize,
+                         blocks > 1 ? fmt::format(", {} components", blocks) : "",
+                         FormatSize(static_cast<i64>(stored)));
+    if (isPacked && stored > 0)
+      lines += fmt::format(" packed {:.1f} times",
+                           static_cast<double>(raw) / static_cast<double>(stored));
+    lines += '\n';
+  }
+  return lines;
+}
+
+/// Length, size and gaps of the cache that a file belongs to.
+std::string SeriesOf(const fs::path& path) {
+  std::string stem = path.stem().string();
+  while (!stem.empty() && stem.back() >= '0' && stem.back() <= '9') stem.pop_back();
+  CacheName names(stem);
+  names.SetFolder(path.has_parent_path() ? path.parent_path() : fs::path("."));
+  if (stem.empty() || path.extension() != "." + names.GetSuffix()) return {};
+  return StatisticsOf(ScanCache(names));
+}
+
+void PrintCache(const fs::path& path) {
+  HyperFile file;
+  Open(file, kCacheIdent, path);
+  GridCacheHeader header;
+  std::string problem;
+  if (!ReadGridCacheHeader(file, header, problem))
+    Fail(file.Error().empty() ? path.string() + ": " + problem : problem);
+  std::string text = fmt::format("{}: a frame of a grid cache, {}\n", path.string(),
+                                 FormatSize(static_cast<i64>(file.Size())));
+  text += GridLines(file, header);
+  text += DescribeGridCache(file);
+  fmt::print("{}{}", text, SeriesOf(path));
+}
+
+void PrintCheckpoint(const fs::path& path) {
+  HyperFile file;
+  Open(file, kCheckpointIdent, path);
+  CheckpointHeader header;
+  if (!ReadCheckpointHeader(file, header)) Fail(file.Error());
+  fmt::print(
+      "{}: a checkpoint, {}\nwritten by sulva {} behind frame {}; frames written so far: {}\n"
+      "scene {:016x}\n",
+      path.string(), FormatSize(static_cast<i64>(file.Size())), header.version, header.run.frame,
+      header.run.framesWritten, header.scene);
+}
+
+void PrintVolumes(const fs::path& path) {
+  const std::vector<VdbGridInfo> grids = ReadVdbInfo(path);
+  std::error_code failed;
+  fmt::print("{}: a volume file, {}\n", path.string(),
+             FormatSize(static_cast<i64>(fs::file_size(path, failed))));
+  for (const VdbGridInfo& grid : grids) {
+    std::string line = fmt::format("  {}: {}, {}, voxel size {:.6g}", grid.name, grid.type,
+                                   grid.kind, grid.voxelSize);
+    if (grid.voxels >= 0) line += fmt::format(", {} active voxels", grid.voxels);
+    if (grid.hasBox && grid.voxels != 0)
+      line += fmt::format(", from ({}, {}, {}) to ({}, {}, {})", grid.min.x, grid.min.y, grid.min.z,
+                          grid.max.x, grid.max.y, grid.max.z);
+    fmt::print("{}\n", line);
+  }
+}
+
+}  // namespace
+
+int RunInfo(const fs::path& path) {
+  const std::string bytes = FirstBytes(path);
+  const std::string_view ident = bytes.size() >= 12 ? std::string_view(bytes).substr(8, 4) : "";
+  try {
+    if (bytes.starts_with(" BDV")) {
+      PrintVolumes(path);
+    } else if (ident == "svcp") {
+      PrintCheckpoint(path);
+    } else {
+      PrintCache(path);
+    }
+  } catch (const host::FileError& error) {
+    Fail(error.what());
+  }
+  return kExitDone;
+}
+
+}  // namespace MELDO_GLOBAL::app

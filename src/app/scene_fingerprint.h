@@ -1,0 +1,17 @@
+// What a checkpoint recognises its scene by.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "app/json_tree.h"
+#include "host/document.h"
+
+namespace MELDO_GLOBAL::app {
+
+/// A number that changes with all that a simulation depends on: the scene file's content without
+/// its exports, pictures and last frame, the values of `--set`, and the polygons of its objects.
+/// Comments, spaces and the file's place don't count.
+u64 FingerprintOf(const JsonValue& scene, const std::vector<std::string>& overrides,
+                  const host::Document& document);
+
+}  // namespace MELDO_GLOBAL::app

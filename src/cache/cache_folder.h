@@ -1,0 +1,35 @@
+// The files of a cache in its folder.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "cache/cache_name.h"
+
+namespace MELDO_GLOBAL {
+
+/// A file of a cache.
+struct CacheFile {
+  i32 frame;  ///< what the first five digits behind the stem say
+  std::filesystem::path path;
+};
+/// The files with the stem and suffix of `names` in its folder, ordered by name. Between stem and
+/// suffix stand digits alone, so that "fire" and "fire_hot" may share a folder.
+std::vector<CacheFile> ListCache(const CacheName& names);
+
+/// What lies in a cache's folder.
+struct CacheFolderInfo {
+  bool found = false;  ///< at least one file is there
+  i32 firstFrame = 0;
+  i32 lastFrame = 0;
+  std::vector<i32> missingFrames;  ///< from frame 0 to the last one
+  i64 totalSize = 0;               ///< bytes
+  i32 fileCount = 0;
+};
+CacheFolderInfo ScanCache(const CacheName& names);
+/// The text about length, size and gaps of what a scan found.
+std::string StatisticsOf(const CacheFolderInfo& info);
+
+/// A size as a person reads it: "812 bytes", "3.4 MB".
+std::string FormatSize(i64 bytes);
+
+}  // namespace MELDO_GLOBAL

@@ -1,0 +1,265 @@
+#include "cache/cache_operator.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "framework/scene.h"
+#include "framework/state_archive.h"
+#include "host/atomic_file.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kMostWarnings = 8;
+
+}  // namespace
+
+ParameterTable CacheRows() {
+  return {
+      BoolRow(1000, "render_only", false, "work only while the scene is evaluated for a picture"),
+      LongRow(1001, "mode", 0, "", "what the cache does; both plays what is there and records")
+          .Choices({{0, "play_back"}, {1, "record"}, {2, "both"}}),
+      ButtonRow(1002, "choose_folder", "asks for a folder"),
+      StringRow(1003, "custom_folder", "",
+                "folder of the files, with folder = custom; a relative one starts at the scene "
+                "file, or where none is there at the working directory"),
+      StringRow(1004, "base_name", "", "start of the files' names; empty takes the kind's own"),
+      LongRow(1006, "show_frame", -1, "frames", "frame to play; -1 follows the run").AtLeast(-1),
+      LongRow(1007, "frame_offset", 0, "frames", "added to the frame that is played"),
+      LongRow(1009, "compression", 0, "", "how written files are packed")
+          .Choices({{0, "none"}, {1, "fast"}, {2, "small"}}),
+      LongRow(1011, "numbering", 0, "", "what written files are numbered by")
+          .Choices({{0, "from_start"}, {1, "document"}}),
+      LinksRow(1012, "objects", "what is cached; the order is that of the files", {}),
+      LongRow(1013, "folder", 0, "", "where the files lie").Choices({{0, "output"}, {1, "custom"}}),
+      BoolRow(1014, "backwards", false, "play from the last file to the first"),
+      BoolRow(1030, "go_on_after_failure", false,
+              "a frame that can't be written is a warning and doesn't end the run"),
+  };
+}
+
+Cache_OperatorBase::Cache_OperatorBase(BaseNode* node, Scene* scene, std::string defaultName)
+    : iObject(node, scene), mFileName(std::move(defaultName)) {
+  mStageMask |= StageBit(kLoadCache) | StageBit(kSaveCache);
+}
+
+Cache_OperatorBase::Cache_OperatorBase(const Cache_OperatorBase& other)
+    : iObject(other),
+      mFileName(other.mFileName),
+      mUseCustomFolder(other.mUseCustomFolder),
+      mRenderOnly(other.mRenderOnly),
+      mMode(other.mMode),
+      mFolderPath(other.mFolderPath),
+      mBaseName(other.mBaseName),
+      mDigits(other.mDigits),
+      mShowFrame(other.mShowFrame),
+      mFrameOffset(other.mFrameOffset),
+      mBackwards(other.mBackwards),
+      mCompression(other.mCompression),
+      mFormat(other.mFormat),
+      mNumbering(other.mNumbering),
+      mGoesOn(other.mGoesOn) {}
+
+bool Cache_OperatorBase::ReadParameters(void* context) {
+  mPriority = 0;
+  if (!iObject::ReadParameters(context)) return false;
+  mRenderOnly = mInterface.GetBool(1000);
+  mMode = mInterface.GetLong(1001);
+  mBaseName = mInterface.GetString(1004, "");
+  mShowFrame = mInterface.GetLong(1006);
+  mFrameOffset = mInterface.GetLong(1007);
+  mCompression = mInterface.GetLong(1009);
+  mFormat = mInterface.GetLong(1010);
+  mNumbering = mInterface.GetLong(1011);
+  mUseCustomFolder = mInterface.GetLong(1013) != 0;
+  mBackwards = mInterface.GetBool(1014);
+  mDigits = mInterface.GetLong(ParameterIds().digits);
+  mGoesOn = mInterface.GetBool(1030);
+  mFolderPath = ReadFolder();
+  return true;
+}
+
+fs::path Cache_OperatorBase::ReadFolder() {
+  const Document& document = *mScene->GetDocument();
+  const fs::path custom = mInterface.GetString(1003, "");
+  if (!mUseCustomFolder) {
+    if (!custom.empty()) Warn("custom_folder isn't used, since folder is 'output'");
+    return document.folder;
+  }
+  if (custom.empty() || custom.is_absolute()) return custom;
+  const fs::path beside = fs::path(document.sceneFolder) / custom;
+  std::error_code failed;
+  if (!fs::is_directory(beside, failed) && fs::is_directory(custom, failed)) return custom;
+  return beside;
+}
+
+bool Cache_OperatorBase::ResolveLinks() {
+  mDuration = nullptr;
+  mObjects.clear();
+  mFilters.Clear();
+  if (!iObject::ResolveLinks()) return false;
+  if (const InExcludeData* list = mInterface.GetInExclude(1012)) {
+    std::vector<iBase*> found;
+    mScene->CollectObjects(list, found, kListAll, kBitAny, kTypeAny, kBitAny, true);
+    for (iBase* object : found)
+      if (object->IsPipelineObject()) mObjects.push_back(static_cast<iObject*>(object));
+  }
+  mDuration =
+      static_cast<Duration*>(mScene->FindObject(mInterface.GetLink(ParameterIds().duration),
+                                                kListAuxiliary, kBitAny, kBitAny, kTypeDuration));
+  // Caches are asked before the set-up passes of the frame.
+  if (mDuration) mDuration->ReadParameters();
+  mFilters.Resolve(*this);
+  return true;
+}
+
+void Cache_OperatorBase::ClearLinks() {
+  mDuration = nullptr;
+  mObjects.clear();
+  mFilters.Clear();
+  iObject::ClearLinks();
+}
+
+void Cache_OperatorBase::CheckDirty() {
+  if (Has(FLAG_DIRTY_CHECKED)) return;
+  iObject::CheckDirty();
+  if (!Has(FLAG_ENABLED)) return;
+  const bool changed = mScene->mFlags & (Scene::kDomainChanged | Scene::kTimeChanged);
+  if (changed || (IsDirty() && (mMode == 0 || mTime->elapsed == 0))) {
+    MarkDirty(false);
+  } else {
+    SetFlag(FLAG_DIRTY | FLAG_DIRTY_HARD, false);
+  }
+}
+
+// ---- a stage ------------------------------------------------------------------------------------
+
+void Cache_OperatorBase::SetUpNames() {
+  mFileName.SetFolder(mFolderPath);
+  mFileName.SetName(mBaseName);
+  mFileName.SetFormat(mFormat + FirstFormat());
+  mFileName.SetDigits(mDigits);
+}
+
+void Cache_OperatorBase::PrepareShared() {
+  const i32 stage = mScene->mStage;
+  const bool isSave = stage == kSaveCache, isLoad = stage == kLoadCache;
+  // Whatever else holds now: what no file feeds in this frame works for itself.
+  if (isSave || isLoad)
+    for (iObject* object : mObjects) object->SetFlag(FLAG_CACHED, false);
+  if (mObjects.empty()) return (void)Deactivate("it names no objects");
+  if (mRenderOnly && !mScene->mIsRender) return SetFlag(FLAG_ACTIVE, false);
+  if (mFolderPath.empty()) return (void)Deactivate("it has no folder");
+  double weight = 1;
+  if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, weight))
+    return SetFlag(FLAG_ACTIVE, false);
+  mFilters.Prepare(this);
+  SetUpNames();
+  if (isSave) {
+    if (mMode == 0 || !mScene->mReport.whole) return SetFlag(FLAG_ACTIVE, false);
+    if (!mFileName.MakeFolder(true)) {
+      FailWriting(fmt::format("cannot make the folder {}", mFolderPath.string()));
+      return (void)Deactivate("its folder can't be made");
+    }
+    SetFlag(FLAG_ACTIVE, true);
+  } else if (isLoad) {
+    NoteFilesAtStart();
+    SetFlag(FLAG_ACTIVE, mMode != 1 && PrepareLoad());
+  } else {
+    SetFlag(FLAG_ACTIVE, true);
+  }
+}
+
+void Cache_OperatorBase::Finish() {
+  SetFlag(FLAG_ACTIVE, false);
+  mFilters.Finish();
+}
+
+i32 Cache_OperatorBase::FrameToRead() const {
+  const FrameClock& clock = mScene->mClock;
+  const double shown = mShowFrame == -1 ? clock.frameFromStart : mShowFrame;
+  double t = shown > -1 ? shown + mFrameOffset : clock.frame;
+  if (mBackwards) {
+    CacheFolderInfo info;
+    ScanCacheFolder(info);
+    if (info.found) t = info.lastFrame - t;
+  }
+  return static_cast<i32>(std::ceil(t));
+}
+
+i32 Cache_OperatorBase::FrameToWrite() const {
+  return mNumbering != 0 ? mScene->mClock.frame : mScene->mClock.frameFromStart;
+}
+
+bool Cache_OperatorBase::OpenFrame(HyperFile& file) {
+  fs::path path;
+  if (mFileName.OpenForRead(file, FrameToRead(), path)) return true;
+  if (!file.Error().empty()) Warn(file.Error());
+  return false;
+}
+
+void Cache_OperatorBase::Warn(const std::string& text) {
+  if (mWarnings.size() > kMostWarnings ||
+      std::find(mWarnings.begin(), mWarnings.end(), text) != mWarnings.end())
+    return;
+  mWarnings.push_back(mWarnings.size() < kMostWarnings ? text : "more of its files have faults");
+}
+
+void Cache_OperatorBase::FailWriting(const std::string& text) {
+  if (mGoesOn) return Warn(text);
+  if (mFailure.empty()) mFailure = text;
+}
+
+// ---- the folder ---------------------------------------------------------------------------------
+
+void Cache_OperatorBase::DeleteCacheFiles() {
+  ReadParameters();
+  SetUpNames();
+  std::error_code failed;
+  for (const CacheFile& entry : ListCache(mFileName)) fs::remove(entry.path, failed);
+}
+
+void Cache_OperatorBase::UpdateStatistics() {
+  ReadParameters();
+  SetUpNames();
+  CacheFolderInfo info;
+  ScanCacheFolder(info);
+  if (!info.found) return;
+  fs::path path;
+  mFileName.BuildPath(path, FrameToRead());
+  mInterface.SetString(ParameterIds().text, StatisticsOf(info).c_str());
+  mInterface.SetString(ParameterIds().secondText, DescribeFile(path).c_str());
+}
+
+void Cache_OperatorBase::NoteFilesAtStart() {
+  if (mHasNoted || !Plays() || !Records()) return;
+  mHasNoted = true;
+  for (const CacheFile& entry : ListCache(mFileName)) mFramesAtStart.push_back(entry.frame);
+}
+
+void Cache_OperatorBase::Persist(StateArchive& archive) {
+  iObject::Persist(archive);
+  archive(mHasNoted, mFramesAtStart);
+}
+
+void Cache_OperatorBase::DropLaterFrames() {
+  ReadParameters();
+  if (mFolderPath.empty() || !Records()) return;
+  SetUpNames();
+  RemoveParts(mFolderPath);
+  if (!Plays()) return;
+  const i32 now = FrameToWrite();
+  std::error_code failed;
+  for (const CacheFile& entry : ListCache(mFileName))
+    if (entry.frame > now && std::find(mFramesAtStart.begin(), mFramesAtStart.end(), entry.frame) ==
+                                 mFramesAtStart.end())
+      fs::remove(entry.path, failed);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

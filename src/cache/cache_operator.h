@@ -1,0 +1,109 @@
+// What all cachers share: which files, which frame, and what goes wrong with them.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "cache/cache_folder.h"
+#include "framework/constraint.h"
+#include "framework/duration.h"
+#include "framework/iobject.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Base of the cachers. Mode 0 plays back, 1 records, any other does both.
+///
+/// In stage 0 a cacher reads what its file says of sizes and marks the objects that it feeds with
+/// FLAG_CACHED, in the stage that its data are wanted in it fills them, in stage 17 it writes the
+/// frame. It keeps no data of a frame, and no file stays open.
+class Cache_OperatorBase : public iObject {
+ public:
+  Cache_OperatorBase(host::BaseNode* node, Scene* scene, std::string defaultName);
+  Cache_OperatorBase(const Cache_OperatorBase& other);
+  i32 GetListIndex() const override { return kListCaches; }
+  bool IsSequential() const override { return true; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void Finish() override;
+  void Persist(StateArchive& archive) override;
+
+  /// Deletes all files of this cache: those of its stem and suffix in its folder.
+  virtual void DeleteCacheFiles();
+  virtual void ScanCacheFolder(CacheFolderInfo& info) const { info = ScanCache(mFileName); }
+  /// The text about what a file holds; empty when it can't be read.
+  virtual std::string DescribeFile(const std::filesystem::path& path) const = 0;
+  /// Scans and stores both texts in the node.
+  void UpdateStatistics();
+  /// The second of the texts that `UpdateStatistics` stored.
+  std::string FileStatistics() const { return mInterface.GetString(ParameterIds().secondText, ""); }
+  /// Before a run goes on from a checkpoint: removes unfinished files and, from a cache that would
+  /// play them, what the run had recorded beyond the present frame.
+  void DropLaterFrames();
+
+  /// Why a frame couldn't be written, the first time; empty if all were.
+  const std::string& Failure() const { return mFailure; }
+  /// The scene says that a run goes on without what couldn't be written.
+  bool GoesOnAfterFailure() const { return mGoesOn; }
+  /// What was wrong with files that were read or written, each once.
+  const std::vector<std::string>& Warnings() const { return mWarnings; }
+  bool Records() const { return mMode != 0; }
+  bool Plays() const { return mMode != 1; }
+  const CacheName& FileNames() const { return mFileName; }
+
+ protected:
+  /// Ids of the parameters whose numbers differ between the kinds.
+  struct Ids {
+    i32 digits, duration, text, secondText;
+  };
+  virtual Ids ParameterIds() const = 0;
+  /// Added to the format parameter.
+  virtual i32 FirstFormat() const = 0;
+  /// What `Prepare` does in stage 0 once everything is settled: reads the header.
+  virtual bool PrepareLoad() = 0;
+
+  /// The part of `Prepare` that all kinds share; leaves FLAG_ACTIVE as the stage asks for it.
+  void PrepareShared();
+  /// Sets folder, name, suffix and digits.
+  void SetUpNames();
+  /// The frame whose file is read now.
+  i32 FrameToRead() const;
+  i32 FrameToWrite() const;
+  /// Opens the file to read; a file that is there but broken becomes a warning.
+  bool OpenFrame(HyperFile& file);
+  /// Once a run: keeps in mind which files of a cache that plays and records are older than it.
+  void NoteFilesAtStart();
+  void Warn(const std::string& text);
+  void FailWriting(const std::string& text);
+
+  CacheName mFileName;
+  bool mUseCustomFolder = false;
+  ConstraintList mFilters;
+  Duration* mDuration = nullptr;
+  std::vector<iObject*> mObjects;
+  bool mRenderOnly = false;
+  i32 mMode = 0;
+  std::filesystem::path mFolderPath;
+  std::string mBaseName;
+  i32 mDigits = 5;
+  i32 mShowFrame = -1;  ///< -1 follows the run
+  i32 mFrameOffset = 0;
+  bool mBackwards = false;
+  i32 mCompression = 0;
+  i32 mFormat = 0;
+  i32 mNumbering = 0;  ///< of written files: 0 counts from the start, else the document's frame
+
+ private:
+  std::filesystem::path ReadFolder();
+
+  bool mGoesOn = false;
+  bool mHasNoted = false;
+  std::vector<i32> mFramesAtStart;
+  std::string mFailure;
+  std::vector<std::string> mWarnings;
+};
+
+/// Rows of the parameters that all cachers have under the same ids.
+host::ParameterTable CacheRows();
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,195 @@
+#include "cache/grid_cache_file.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+
+#include "cache/block_compressor.h"
+
+namespace MELDO_GLOBAL {
+
+namespace {
+
+void WriteReals(HyperFile& file, std::initializer_list<Vec3d> vectors) {
+  for (const Vec3d& v : vectors)
+    for (int a = 0; a < 3; ++a) file.WriteLReal(v[a]);
+}
+void WriteLongs(HyperFile& file, const VecInt3D& v) {
+  for (int a = 0; a < 3; ++a) file.WriteLong(v[a]);
+}
+bool ReadReals(HyperFile& file, std::initializer_list<Vec3d*> vectors) {
+  for (Vec3d* v : vectors)
+    for (int a = 0; a < 3; ++a)
+      if (!file.ReadLReal((*v)[a])) return false;
+  return true;
+}
+bool ReadLongs(HyperFile& file, VecInt3D& v) {
+  return file.ReadLong(v.x) && file.ReadLong(v.y) && file.ReadLong(v.z);
+}
+
+/// Sizes that a grid can have.
+bool IsSane(const GridLayout& layout) {
+  double count = 1;
+  for (int a = 0; a < 3; ++a) {
+    if (layout.dims[a] < 1 || !(layout.worldSize[a] > 0 && layout.worldSize[a] < 1e30))
+      return false;
+    if (!(std::abs(layout.worldOrigin[a]) < 1e30)) return false;
+    count *= layout.dims[a] + 1.0;
+  }
+  return layout.cellSize > 0 && layout.cellSize < 1e30f && count < 2e9;
+}
+
+}  // namespace
+
+void WriteLayout(HyperFile& file, const GridLayout& l) {
+  WriteReals(file, {l.worldHalfCell, l.worldSize, l.simSize});
+  WriteLongs(file, l.dims);
+  file.WriteLong(l.count);
+  file.WriteLong(l.slice);
+  WriteReals(file,
+             {l.worldCell, l.simToWorld, l.worldToCell, l.simToCell, l.worldToSim, l.simCell});
+  for (const f32 value : {l.cellSize, l.inverseCell, l.halfCell}) file.WriteSReal(value);
+  WriteReals(file, {l.worldOrigin, l.simOrigin});
+  WriteLongs(file, l.originCell);
+  WriteReals(file, {l.worldMax, l.simMax});
+  WriteLongs(file, l.maxCell);
+}
+
+bool ReadLayout(HyperFile& file, GridLayout& layout) {
+  GridLayout l;
+  if (!ReadReals(file, {&l.worldHalfCell, &l.worldSize, &l.simSize}) || !ReadLongs(file, l.dims) ||
+      !file.ReadLong(l.count) || !file.ReadLong(l.slice) ||
+      !ReadReals(file, {&l.worldCell, &l.simToWorld, &l.worldToCell, &l.simToCell, &l.worldToSim,
+                        &l.simCell}) ||
+      !file.ReadSReal(l.cellSize) || !file.ReadSReal(l.inverseCell) ||
+      !file.ReadSReal(l.halfCell) || !ReadReals(file, {&l.worldOrigin, &l.simOrigin}) ||
+      !ReadLongs(file, l.originCell) || !ReadReals(file, {&l.worldMax, &l.simMax}) ||
+      !ReadLongs(file, l.maxCell) || !IsSane(l))
+    return false;
+  layout.Set(l.dims, l.worldSize, l.cellSize, l.worldOrigin);
+  return true;
+}
+
+void WriteStoredGrid(HyperFile& file, const EGrid<double>* grid) {
+  file.WriteBool(grid && grid->mData);
+  if (!grid || !grid->mData) return;
+  file.WriteLong(grid->mKind);
+  WriteLongs(file, grid->Dims());
+  WriteLayout(file, grid->mLayout);
+}
+
+bool ReadStoredGrid(HyperFile& file, StoredGrid& stored) {
+  stored = {};
+  if (!file.ReadBool(stored.isPresent)) return false;
+  if (!stored.isPresent) return true;
+  return file.ReadLong(stored.kind) && ReadLongs(file, stored.dims) &&
+         ReadLayout(file, stored.layout) &&
+         stored.dims == stored.layout.dims + ExtraOf(stored.kind);
+}
+
+bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& problem) {
+  header = {};
+  file.Rewind();
+  const auto fail = [&](const char* what) {
+    problem = file.Error().empty() ? what : file.Error();
+    return false;
+  };
+  const auto readHeaders = [&] {
+    i32 count = 0;
+    // A header has an item of two bytes at the least.
+    if (!ReadLayout(file, header.domain) || !file.ReadLong(count) || count < 0 ||
+        static_cast<std::size_t>(count) > file.Size() / 2)
+      return false;
+    header.grids.resize(count);
+    for (StoredGrid& grid : header.grids)
+      if (!ReadStoredGrid(file, grid)) return false;
+    return true;
+  };
+  if (!readHeaders()) return fail("its grid sizes are damaged");
+  i32 next = 0;
+  while (!file.AtEnd()) {
+    i32 id, level;
+    if (!file.ReadChunkStart(id, level)) return fail("its chunks are damaged");
+    const bool isEmpty = file.AtEnd();
+    if (!file.SkipToEndChunk() || !file.ReadChunkEnd()) return fail("its chunks are damaged");
+    header.chunks.push_back(isEmpty ? -1 : next++);
+  }
+  if (next != static_cast<i32>(header.grids.size()))
+    return fail("it holds other grids than it says");
+  file.Rewind();
+  if (!readHeaders()) return fail("its grid sizes are damaged");
+  return true;
+}
+
+// ---- samples ------------------------------------------------------------------------------------
+
+void WriteSamples(HyperFile& file, std::span<const double> samples, i32 compression, i32 threads) {
+  const std::span<const std::byte> bytes = std::as_bytes(samples);
+  if (compression >= 1) {
+    const std::size_t room = CompressBound(bytes.size());
+    const auto packed = std::make_unique_for_overwrite<std::byte[]>(room);
+    Packing packing;
+    packing.threads = threads;
+    if (compression >= 2) packing = {Codec::kSmall, 4, 8, threads};
+    const std::size_t size = Compress(bytes, {packed.get(), room}, packing);
+    if (size > 0) {
+      file.WriteBool(true);
+      file.WriteMemory(packed.get(), size);
+      return;
+    }
+  }
+  file.WriteBool(false);
+  file.WriteMemory(bytes.data(), bytes.size());
+}
+
+bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads) {
+  bool isPacked = false;
+  std::span<const std::byte> block;
+  if (!file.ReadBool(isPacked) || !file.ReadMemory(block)) return false;
+  const std::span<std::byte> target = std::as_writable_bytes(samples);
+  if (isPacked) return Decompress(block, target, threads);
+  if (block.size() != target.size()) return false;
+  std::memcpy(target.data(), block.data(), block.size());
+  return true;
+}
+
+bool ReadBlockInfo(HyperFile& file, BlockInfo& info) {
+  std::span<const std::byte> block;
+  if (!file.ReadBool(info.isPacked) || !file.ReadMemory(block)) return false;
+  info.stored = block.size();
+  std::size_t bytes = block.size();
+  if (info.isPacked && !UnpackedSize(block, bytes)) return false;
+  info.samples = bytes / sizeof(double);
+  return true;
+}
+
+// ---- texts --------------------------------------------------------------------------------------
+
+const char* LabelOfKind(i32 kind) {
+  constexpr const char* labels[] = {"Velocity U",  "Velocity V", "Velocity W",     "Smoke",
+                                    "Temperature", "Fuel",       "Fire",           "Color R",
+                                    "Color G",     "Color B",    "Texture X",      "Texture Y",
+                                    "Texture Z",   "Levelset",   "Nodal Levelset", "Viscosity",
+                                    "Density",     "Vorticity",  "Pressure"};
+  if (kind == 50) return "Boundary";
+  return kind >= 0 && kind < static_cast<i32>(std::size(labels)) ? labels[kind] : "Custom";
+}
+
+std::string DescribeGridCache(HyperFile& file) {
+  GridCacheHeader header;
+  std::string problem;
+  if (!ReadGridCacheHeader(file, header, problem)) return {};
+  VecInt3D most{};
+  std::string lines;
+  for (std::size_t i = 0; i < header.grids.size(); ++i) {
+    const StoredGrid& grid = header.grids[i];
+    most = Max(most, grid.dims);
+    lines += fmt::format("Grid Type ({}): {}\n", i + 1, LabelOfKind(grid.kind));
+  }
+  return fmt::format("Grids: {}\nMax. cell count: {}\n{}", header.grids.size(),
+                     i64{most.x} * most.y * most.z, lines);
+}
+
+}  // namespace MELDO_GLOBAL

@@ -1,0 +1,67 @@
+// What stands in the file of a grid cache.
+//
+// Items in order: the scene's domain as a layout record; the number of headers; a header for each
+// object with a grid; for every object of the list a chunk with a block for each of its grids. The
+// file holds no names: a grid belongs to the object at its place in the list.
+#pragma once
+#include <span>
+#include <vector>
+
+#include "cache/hyper_file.h"
+#include "grids/egrid.h"
+
+namespace MELDO_GLOBAL {
+
+/// A header: the first grid of an object.
+struct StoredGrid {
+  bool isPresent = false;
+  i32 kind = 0;
+  VecInt3D dims{};  ///< samples
+  GridLayout layout;
+
+  /// The samples of component `c` of a staggered field whose component 0 this is.
+  VecInt3D DimsOf(i32 c) const { return layout.dims + ExtraOf(c); }
+};
+
+/// What precedes the chunks.
+struct GridCacheHeader {
+  GridLayout domain;
+  std::vector<StoredGrid> grids;
+  /// For each chunk the index of its header, -1 for an empty one.
+  std::vector<i32> chunks;
+};
+
+/// All fields of a layout, in the order of the format.
+void WriteLayout(HyperFile& file, const GridLayout& layout);
+/// False, too, when sizes make no sense. Ratios are those that follow from the sizes.
+bool ReadLayout(HyperFile& file, GridLayout& layout);
+
+/// A null grid writes that nothing is there.
+void WriteStoredGrid(HyperFile& file, const EGrid<double>* grid);
+bool ReadStoredGrid(HyperFile& file, StoredGrid& stored);
+
+/// Reads up to the first chunk, looks which chunks hold something, and rewinds behind the headers.
+/// On false the file, or else `problem`, tells why.
+bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& problem);
+
+/// `compression`: 0 stores samples as they are, 1 packs them fast, 2 small.
+void WriteSamples(HyperFile& file, std::span<const double> samples, i32 compression, i32 threads);
+/// Fills `samples` from the next block, which must have as many; false, with anything in them, when
+/// it can't.
+bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads);
+/// The next block's size on disk and in memory, without unpacking it.
+struct BlockInfo {
+  bool isPacked = false;
+  std::size_t stored = 0;
+  std::size_t samples = 0;
+};
+bool ReadBlockInfo(HyperFile& file, BlockInfo& info);
+
+/// What a grid of a kind is called in the statistics of a cache.
+const char* LabelOfKind(i32 kind);
+
+/// The text about what the file of a frame holds, a line for each header; empty when the file
+/// can't be read.
+std::string DescribeGridCache(HyperFile& file);
+
+}  // namespace MELDO_GLOBAL

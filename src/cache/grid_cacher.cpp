@@ -1,0 +1,236 @@
+#include "cache/grid_cacher.h"
+
+#include <fmt/format.h>
+
+#include "fluids/channels/ifluid_solver.h"
+#include "fluids/volume/volume_base.h"
+#include "framework/scene.h"
+#include "grids/grid_resampler.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+namespace fs = std::filesystem;
+
+const ParameterTable& GridCacher::Parameters() {
+  static const ParameterTable table = [] {
+    ParameterTable rows = CacheRows();
+    const ParameterTable own = {
+        StringRow(1008, "file_statistics", "", "what the file of the frame holds; an output"),
+        LongRow(1010, "format", 0, "", "format of the files").Choices({{0, "grid_cache"}}),
+        StringRow(1015, "statistics", "", "length, size and gaps of the cache; an output"),
+        ButtonRow(1016, "delete_files", "deletes the files of the cache"),
+        ButtonRow(1017, "choose_objects", "picks or makes objects for the list"),
+        LinkRow(1018, "duration", "time window in which the cache works", {1028240}),
+        ButtonRow(1019, "choose_duration", "picks or makes a time window"),
+        LongRow(1020, "resampling", 0, "", "how grids of another place or size are read")
+            .Choices({{0, "linear"},
+                      {1, "cosine"},
+                      {2, "cubic"},
+                      {3, "monotonic_cubic"},
+                      {4, "bspline"}}),
+        LongRow(1021, "digits", 5, "", "width of the frame number in a file's name").Range(1, 6),
+    };
+    rows.insert(rows.end(), own.begin(), own.end());
+    return rows;
+  }();
+  return table;
+}
+
+GridCacher::GridCacher(BaseNode* node, Scene* scene)
+    : Cache_OperatorBase(node, scene, "sulva_grid_c4d") {
+  mStageMask |= StageBit(kEmitters);
+}
+
+GridCacher::GridCacher(const GridCacher& other)
+    : Cache_OperatorBase(other), mResampleMode(other.mResampleMode) {}
+
+bool GridCacher::ReadParameters(void* context) {
+  if (!Cache_OperatorBase::ReadParameters(context)) return false;
+  mResampleMode = mInterface.GetLong(1020);
+  return true;
+}
+
+// ---- objects ------------------------------------------------------------------------------------
+
+GridCacher::Grids GridCacher::GridsOf(iBase& object) {
+  Grids grids{};
+  const auto three = [&](const auto& channel) {
+    for (i32 c = 0; c < 3; ++c) grids[c] = channel.GetGrid(c);
+  };
+  if (auto* solver = dynamic_cast<iFluidSolver*>(&object)) {
+    three(*solver->GetVelocityChannel());
+  } else if (auto* vector = dynamic_cast<ChannelBase_Vector<Vec3d, EGrid<double>>*>(&object)) {
+    three(*vector);
+  } else if (auto* volume = dynamic_cast<VolumeBase*>(&object)) {
+    grids[0] = volume->GetGrid();
+  } else if (auto* scalar = dynamic_cast<LevelField*>(&object)) {
+    grids[0] = scalar->GetGrid(0);
+  }
+  for (EGrid<double>*& grid : grids)
+    if (grid && !grid->mData) grid = nullptr;
+  if (!grids[0]) return {};
+  return grids;
+}
+
+bool GridCacher::Place(iBase& object, const StoredGrid& stored) {
+  const auto place = [&](auto& channel) {
+    channel.mCachedLayout = stored.layout;
+    channel.mHasCachedLayout = true;
+  };
+  if (auto* solver = dynamic_cast<iFluidSolver*>(&object)) {
+    if (stored.kind != kFaceX) return false;
+    solver->SetStoredLayout(stored.layout);
+  } else if (auto* vector = dynamic_cast<ChannelBase_Vector<Vec3d, EGrid<double>>*>(&object)) {
+    place(*vector);
+  } else if (auto* volume = dynamic_cast<VolumeBase*>(&object)) {
+    if (stored.kind != kNode) return false;
+    volume->SetCachedLayout(stored.layout);
+  } else if (auto* scalar = dynamic_cast<LevelField*>(&object)) {
+    if (stored.kind == kFaceX) return false;
+    place(*scalar);
+  } else {
+    return false;
+  }
+  object.SetFlag(FLAG_CACHED, true);
+  return true;
+}
+
+// ---- stages -------------------------------------------------------------------------------------
+
+void GridCacher::Prepare(void*) {
+  // What stage 0 settled holds in the stage of the emitters too.
+  if (mScene->mStage != kEmitters) PrepareShared();
+}
+
+void GridCacher::Evaluate(const EvaluationThreadData&) {
+  if (!Has(FLAG_ACTIVE) || !IsDirty()) return;
+  if (mScene->mStage == kSaveCache) WriteFrame();
+  if (mScene->mStage == kEmitters) ReadFrame();
+}
+
+void GridCacher::Finish() {
+  mFile.reset();
+  Cache_OperatorBase::Finish();
+}
+
+void GridCacher::WriteFrame() {
+  HyperFile file;
+  fs::path path;
+  if (!mFileName.OpenForWrite(file, FrameToWrite(), path)) return FailWriting(file.Error());
+  std::vector<Grids> all;
+  for (iObject* object : mObjects) all.push_back(GridsOf(*object));
+  WriteLayout(file, GetDomain());
+  file.WriteLong(static_cast<i32>(
+      std::count_if(all.begin(), all.end(), [](const Grids& grids) { return grids[0]; })));
+  for (const Grids& grids : all)
+    if (grids[0]) WriteStoredGrid(file, grids[0]);
+  i32 id = 0;
+  for (const Grids& grids : all) {
+    file.WriteChunkStart(++id, 0);
+    for (const EGrid<double>* grid : grids)
+      if (grid)
+        WriteSamples(file, {grid->mData, static_cast<std::size_t>(grid->mCount)}, mCompression,
+                     mScene->mThreadCount);
+    file.WriteChunkEnd();
+  }
+  if (!file.Close()) return FailWriting(file.Error());
+  ++mRuns;
+}
+
+bool GridCacher::PrepareLoad() {
+  mFile = std::make_unique<HyperFile>();
+  std::string problem;
+  const auto fail = [&](const char* reason) {
+    mFile.reset();
+    return Deactivate(reason);
+  };
+  if (!OpenFrame(*mFile)) return fail("it has no file for the frame");
+  if (!ReadGridCacheHeader(*mFile, mHeader, problem)) {
+    Warn(problem.find(mFile->Name()) == std::string::npos ? mFile->Name() + ": " + problem
+                                                          : problem);
+    return fail("its file can't be read");
+  }
+  if (mHeader.chunks.size() != mObjects.size())
+    Warn(fmt::format("{}: it holds {} objects, 'objects' names {}", mFile->Name(),
+                     mHeader.chunks.size(), mObjects.size()));
+  Matrix placement;
+  mInterface.GetMatrix(placement);
+  for (StoredGrid& stored : mHeader.grids)
+    if (stored.isPresent && placement.offset != Vec3d{})
+      stored.layout.SetOrigin(stored.layout.worldOrigin + placement.offset);
+  const std::size_t count = std::min(mHeader.chunks.size(), mObjects.size());
+  for (std::size_t i = 0; i < count; ++i) {
+    if (mHeader.chunks[i] < 0) continue;
+    StoredGrid& stored = mHeader.grids[mHeader.chunks[i]];
+    if (!stored.isPresent || Place(*mObjects[i], stored)) continue;
+    Warn(fmt::format("{}: what stands at place {} doesn't fit \"{}\"", mFile->Name(), i + 1,
+                     mObjects[i]->mName));
+    stored.isPresent = false;
+  }
+  return true;
+}
+
+void GridCacher::ReadFrame() {
+  if (!mFile) return;
+  const std::size_t count = std::min(mHeader.chunks.size(), mObjects.size());
+  for (std::size_t i = 0; i < count; ++i) {
+    i32 id, level;
+    if (!mFile->ReadChunkStart(id, level)) break;
+    const i32 header = mHeader.chunks[i];
+    if (header >= 0 && mHeader.grids[header].isPresent &&
+        !ReadObject(*mObjects[i], mHeader.grids[header]))
+      Warn(fmt::format("{}: the samples of \"{}\" can't be read", mFile->Name(),
+                       mObjects[i]->mName));
+    if (!mFile->SkipToEndChunk() || !mFile->ReadChunkEnd()) break;
+  }
+  if (!mFile->Error().empty()) Warn(mFile->Error());
+  mFile.reset();
+}
+
+bool GridCacher::ReadObject(iBase& object, const StoredGrid& stored) {
+  const Grids grids = GridsOf(object);
+  if (!grids[0]) return true;
+  const bool isStaggered = stored.kind == kFaceX;
+  for (i32 c = 0; c < 3 && grids[c]; ++c)
+    if (!ReadGrid(stored, isStaggered ? c : stored.kind, *grids[c])) return false;
+  return true;
+}
+
+bool GridCacher::ReadGrid(const StoredGrid& stored, i32 kind, EGrid<double>& target) {
+  const i32 threads = mScene->mThreadCount;
+  const VecInt3D dims = stored.layout.dims + ExtraOf(kind);
+  const bool fits = stored.layout.Equals(target.mLayout) && dims == target.Dims();
+  if (fits) {
+    if (!ReadSamples(*mFile, {target.mData, static_cast<std::size_t>(target.mCount)}, threads))
+      return false;
+  } else {
+    EGrid<double> source(stored.layout, kind);
+    if (!source.mData) return false;
+    if (!ReadSamples(*mFile, {source.mData, static_cast<std::size_t>(source.mCount)}, threads))
+      return false;
+    Resample(source, target);
+  }
+  // The end of the step looks for the data.
+  target.mActiveMin = {0, 0, 0};
+  target.mActiveMax = target.Dims() - VecInt3D{1, 1, 1};
+  return true;
+}
+
+void GridCacher::Resample(const EGrid<double>& source, EGrid<double>& target) {
+  EGridResampler resampler;
+  if (!resampler.Init(&source, &target, false, mResampleMode, kWriteValue, {}, true)) return;
+  GridResamplerControlThread control;
+  GridResampler_ThreadData data;
+  data.resampler = &resampler;
+  data.thread = mScene->mThread;
+  if (control.Init(data, ThreadCount())) control.Run();
+}
+
+std::string GridCacher::DescribeFile(const fs::path& path) const {
+  HyperFile file;
+  if (mFormat != 0 || !file.Open(kCacheIdent, path, HyperFile::Mode::kRead)) return {};
+  return DescribeGridCache(file);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,53 @@
+// Grids that are recorded and played back.
+#pragma once
+#include <array>
+#include <memory>
+
+#include "cache/cache_operator.h"
+#include "cache/grid_cache_file.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Writes the grids of its objects into a file a frame and puts them back: solvers give their
+/// velocity, channels and volumes their grids. A stored grid that fits the live one is copied, any
+/// other is resampled into it. The node's position moves what is played.
+class GridCacher : public Cache_OperatorBase {
+ public:
+  GridCacher(host::BaseNode* node, Scene* scene);
+  GridCacher(const GridCacher& other);
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeGridCacher; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool ReadParameters(void* context = nullptr) override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::string DescribeFile(const std::filesystem::path& path) const override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridCacher>(*this); }
+
+ protected:
+  Ids ParameterIds() const override { return {1021, 1018, 1015, 1008}; }
+  i32 FirstFormat() const override { return 21; }
+  bool PrepareLoad() override;
+
+ private:
+  using Grids = std::array<EGrid<double>*, 3>;
+  /// The grids of an object; those that it hasn't, or that hold no data, are null.
+  static Grids GridsOf(iBase& object);
+  /// Makes the object take the place of a stored grid in this frame.
+  static bool Place(iBase& object, const StoredGrid& stored);
+  void WriteFrame();
+  void ReadFrame();
+  /// Reads the blocks of one object.
+  bool ReadObject(iBase& object, const StoredGrid& stored);
+  bool ReadGrid(const StoredGrid& stored, i32 kind, EGrid<double>& target);
+  void Resample(const EGrid<double>& source, EGrid<double>& target);
+
+  i32 mResampleMode = 0;
+  /// The file of the frame that is played, from stage 0 until its data are read.
+  std::unique_ptr<HyperFile> mFile;
+  GridCacheHeader mHeader;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

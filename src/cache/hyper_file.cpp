@@ -1,0 +1,318 @@
+#include "cache/hyper_file.h"
+
+#include <fmt/format.h>
+
+#include <bit>
+#include <cstring>
+#include <utility>
+
+#include "host/atomic_file.h"
+
+namespace MELDO_GLOBAL {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The first byte is no text, the line ends show a transfer that took the file for text.
+constexpr char kMagic[8] = {'\x89', 'S', 'V', 'H', 'F', '\r', '\n', '\x1a'};
+constexpr u32 kByteOrder = 0x01020304;
+constexpr std::size_t kHeader = 32, kTrailer = 8, kBodyLengthAt = 24;
+
+template <class T>
+T Load(const char* at) {
+  T value;
+  std::memcpy(&value, at, sizeof value);
+  return value;
+}
+
+}  // namespace
+
+// Four lanes of words, each a multiplicative hash with a rotation, so that high bits reach low ones
+// too (after Fowler, Noll, Vo: FNV-1a). Every step is one to one in the word and in the lane.
+u64 ChecksumOf(std::string_view bytes) {
+  constexpr u64 prime = 0x9e3779b97f4a7c15ull;
+  u64 lanes[4] = {1, 2, 3, 4};
+  std::size_t at = 0;
+  for (; at + 32 <= bytes.size(); at += 32)
+    for (int i = 0; i < 4; ++i)
+      lanes[i] = std::rotl(lanes[i] ^ Load<u64>(bytes.data() + at + 8 * i), 29) * prime;
+  u64 hash = bytes.size();
+  for (const u64 lane : lanes) hash = std::rotl(hash ^ lane, 31) * prime;
+  for (; at < bytes.size(); ++at) hash = std::rotl(hash ^ static_cast<u8>(bytes[at]), 29) * prime;
+  return hash ^ hash >> 32;
+}
+
+// ---- the file -----------------------------------------------------------------------------------
+
+bool HyperFile::Open(u32 ident, const fs::path& path, Mode mode) {
+  mPath = path;
+  mName = path.string();
+  mError.clear();
+  if (mode == Mode::kWrite) {
+    StartMemory(ident);
+    return true;
+  }
+  std::string bytes;
+  try {
+    bytes = host::ReadFile(path);
+  } catch (const host::FileError& error) {
+    mError = error.what();
+    return false;
+  } catch (const std::bad_alloc&) {
+    return Fail("there is no memory for it");
+  }
+  return OpenMemory(ident, std::move(bytes), path.string());
+}
+
+bool HyperFile::OpenMemory(u32 ident, std::string bytes, std::string name) {
+  mName = std::move(name);
+  mBytes = std::move(bytes);
+  mError.clear();
+  mChunks.clear();
+  mWriting = false;
+  mAt = mEnd = 0;
+  return CheckFrame(ident);
+}
+
+bool HyperFile::CheckFrame(u32 ident) {
+  const auto shown = [](const char* text) {
+    std::string out;
+    for (int i = 0; i < 4; ++i) out += text[i] >= ' ' && text[i] < 127 ? text[i] : '?';
+    return out;
+  };
+  const char* data = mBytes.data();
+  if (mBytes.size() < sizeof kMagic || std::memcmp(data, kMagic, sizeof kMagic) != 0)
+    return Fail("it is no file of this system, or its start is damaged");
+  if (mBytes.size() < kHeader + kTrailer) return Fail("it is cut short");
+  if (Load<u32>(data + 16) != kByteOrder) {
+    return Load<u32>(data + 16) == 0x04030201
+               ? Fail("it was written on a machine of another byte order")
+               : Fail("its header is damaged");
+  }
+  if (const u32 version = Load<u32>(data + 12); version != kVersion)
+    return Fail(fmt::format("its format has version {}, expected {}", version, kVersion));
+  if (Load<u32>(data + 8) != ident)
+    return Fail(fmt::format("it holds '{}', not '{}'", shown(data + 8),
+                            shown(reinterpret_cast<const char*>(&ident))));
+  const u64 body = Load<u64>(data + kBodyLengthAt);
+  const u64 there = mBytes.size() - kHeader - kTrailer;
+  if (body > there)
+    return Fail(fmt::format("it is cut short: {} of {} bytes are there", mBytes.size(),
+                            body + kHeader + kTrailer));
+  if (body < there) return Fail("it is longer than it says");
+  const std::string_view checked(data, mBytes.size() - kTrailer);
+  if (Load<u64>(data + checked.size()) != ChecksumOf(checked))
+    return Fail("it is damaged: its checksum doesn't fit");
+  mAt = kHeader;
+  mEnd = kHeader + body;
+  return true;
+}
+
+void HyperFile::StartMemory(u32 ident) {
+  mBytes.assign(kMagic, sizeof kMagic);
+  const u32 words[4] = {ident, kVersion, kByteOrder, 0};
+  mBytes.append(reinterpret_cast<const char*>(words), sizeof words);
+  mBytes.append(8, '\0');
+  mChunks.clear();
+  mWriting = true;
+}
+
+void HyperFile::Finish() {
+  while (!mChunks.empty()) WriteChunkEnd();
+  const u64 body = mBytes.size() - kHeader;
+  std::memcpy(mBytes.data() + kBodyLengthAt, &body, sizeof body);
+  const u64 sum = ChecksumOf(mBytes);
+  mBytes.append(reinterpret_cast<const char*>(&sum), sizeof sum);
+  mWriting = false;
+}
+
+bool HyperFile::Close() {
+  if (!mWriting) return mError.empty();
+  Finish();
+  try {
+    host::WriteFileAtomically(mPath, mBytes);
+  } catch (const host::FileError& error) {
+    mError = error.what();
+  }
+  return mError.empty();
+}
+
+std::string HyperFile::TakeBytes() {
+  if (mWriting) Finish();
+  return std::exchange(mBytes, {});
+}
+
+bool HyperFile::Fail(std::string_view what) {
+  if (mError.empty()) mError = fmt::format("{}: {}", mName, what);
+  mAt = mEnd;
+  return false;
+}
+
+std::string FrameBody(u32 ident, std::string_view body) {
+  HyperFile file;
+  file.StartMemory(ident);
+  file.WriteItems(body);
+  return file.TakeBytes();
+}
+
+// ---- writing ------------------------------------------------------------------------------------
+
+void HyperFile::Put(Tag tag, const void* data, std::size_t bytes) {
+  mBytes.push_back(static_cast<char>(tag));
+  mBytes.append(static_cast<const char*>(data), bytes);
+}
+
+void HyperFile::PutCounted(Tag tag, const void* data, std::size_t bytes) {
+  const u64 length = bytes;
+  Put(tag, &length, sizeof length);
+  mBytes.append(static_cast<const char*>(data), bytes);
+}
+
+void HyperFile::WriteBool(bool value) {
+  const u8 byte = value;
+  Put(kBool, &byte, 1);
+}
+
+void HyperFile::WriteVector(const Vec3d& value) {
+  const double v[3] = {value.x, value.y, value.z};
+  Put(kVector, v, sizeof v);
+}
+
+void HyperFile::WriteText(std::string_view text) { PutCounted(kText, text.data(), text.size()); }
+
+void HyperFile::WriteMemory(const void* data, std::size_t bytes) {
+  PutCounted(kMemory, data, bytes);
+}
+
+void HyperFile::WriteChunkStart(i32 id, i32 level) {
+  char head[16] = {};
+  std::memcpy(head, &id, 4);
+  std::memcpy(head + 4, &level, 4);
+  Put(kChunkStart, head, sizeof head);
+  mChunks.push_back(mBytes.size() - sizeof(u64));
+}
+
+void HyperFile::WriteChunkEnd() {
+  if (mChunks.empty()) return;
+  mBytes.push_back(static_cast<char>(kChunkEnd));
+  const u64 length = mBytes.size() - mChunks.back() - sizeof(u64);
+  std::memcpy(mBytes.data() + mChunks.back(), &length, sizeof length);
+  mChunks.pop_back();
+}
+
+// ---- reading ------------------------------------------------------------------------------------
+
+const char* HyperFile::NameOf(u8 tag) {
+  constexpr const char* names[] = {"nothing known",
+                                   "a whole number",
+                                   "a word",
+                                   "an unsigned word",
+                                   "a truth value",
+                                   "a short real",
+                                   "a real",
+                                   "a long real",
+                                   "a vector",
+                                   "a block",
+                                   "a chunk",
+                                   "the end of a chunk",
+                                   "a long whole number",
+                                   "a text"};
+  return tag < std::size(names) ? names[tag] : names[0];
+}
+
+void HyperFile::Rewind() {
+  mChunks.clear();
+  mAt = mError.empty() && mEnd > 0 ? kHeader : mEnd;
+}
+
+std::size_t HyperFile::Limit() const { return mChunks.empty() ? mEnd : mChunks.back() - 1; }
+
+bool HyperFile::GetTag(Tag tag) {
+  if (mAt >= Limit()) {
+    return Fail(fmt::format("it ends at byte {} where {} was expected", mAt, NameOf(tag)));
+  }
+  const u8 found = static_cast<u8>(mBytes[mAt]);
+  if (found != tag)
+    return Fail(
+        fmt::format("at byte {} stands {} where {} was expected", mAt, NameOf(found), NameOf(tag)));
+  ++mAt;
+  return true;
+}
+
+bool HyperFile::Get(Tag tag, void* data, std::size_t bytes) {
+  if (!mError.empty() || !GetTag(tag)) return false;
+  if (bytes > Limit() - mAt) return Fail("it ends inside of an item");
+  std::memcpy(data, mBytes.data() + mAt, bytes);
+  mAt += bytes;
+  return true;
+}
+
+bool HyperFile::GetLength(u64& length) {
+  if (sizeof length > Limit() - mAt) return Fail("it ends inside of an item");
+  length = Load<u64>(mBytes.data() + mAt);
+  mAt += sizeof length;
+  if (length > Limit() - mAt) return Fail("the length of an item is damaged");
+  return true;
+}
+
+bool HyperFile::ReadBool(bool& value) {
+  u8 byte = 0;
+  if (!Get(kBool, &byte, 1)) return false;
+  value = byte != 0;
+  return true;
+}
+
+bool HyperFile::ReadVector(Vec3d& value) {
+  double v[3];
+  if (!Get(kVector, v, sizeof v)) return false;
+  value = {v[0], v[1], v[2]};
+  return true;
+}
+
+bool HyperFile::ReadText(std::string& text) {
+  u64 length = 0;
+  if (!mError.empty() || !GetTag(kText) || !GetLength(length)) return false;
+  text.assign(mBytes, mAt, length);
+  mAt += length;
+  return true;
+}
+
+bool HyperFile::ReadMemory(std::span<const std::byte>& block) {
+  u64 length = 0;
+  if (!mError.empty() || !GetTag(kMemory) || !GetLength(length)) return false;
+  block = {reinterpret_cast<const std::byte*>(mBytes.data() + mAt), length};
+  mAt += length;
+  return true;
+}
+
+bool HyperFile::ReadChunkStart(i32& id, i32& level) {
+  u64 length = 0;
+  if (!mError.empty() || !GetTag(kChunkStart)) return false;
+  if (2 * sizeof(i32) > Limit() - mAt) return Fail("it ends inside of an item");
+  id = Load<i32>(mBytes.data() + mAt);
+  level = Load<i32>(mBytes.data() + mAt + 4);
+  mAt += 8;
+  if (!GetLength(length)) return false;
+  const std::size_t end = mAt + length;
+  if (length < 1 || static_cast<u8>(mBytes[end - 1]) != kChunkEnd)
+    return Fail("a chunk has no end");
+  mChunks.push_back(end);
+  return true;
+}
+
+bool HyperFile::SkipToEndChunk() {
+  if (!mError.empty() || mChunks.empty()) return false;
+  mAt = Limit();
+  return true;
+}
+
+bool HyperFile::ReadChunkEnd() {
+  if (!mError.empty()) return false;
+  if (mChunks.empty() || mAt != Limit()) return Fail("a chunk holds more than was expected");
+  mAt = mChunks.back();
+  mChunks.pop_back();
+  return true;
+}
+
+}  // namespace MELDO_GLOBAL

@@ -1,0 +1,136 @@
+// The typed stream that caches and checkpoints are written in.
+#pragma once
+#include <cstddef>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/vector.h"
+
+namespace MELDO_GLOBAL {
+
+/// Names a kind of file: four characters.
+constexpr u32 IdentOf(const char (&text)[5]) {
+  u32 ident = 0;
+  for (int i = 3; i >= 0; --i) ident = ident << 8 | static_cast<u8>(text[i]);
+  return ident;
+}
+inline constexpr u32 kCacheIdent = IdentOf("zlsv");
+
+/// A file of typed items. Every item starts with a byte that tells its type, and blocks and chunks
+/// tell their length, so that a reader that is out of step notices.
+///
+/// The file: a header of 32 bytes (8 of magic, the ident, the format's version, a mark of the byte
+/// order, 4 of zero, the length of the body), the body of items, a checksum of all before it.
+/// Writing gathers the file in memory; `Close` puts it on the disk, whole or not at all. Opening
+/// reads the file and checks header, length and checksum. No operation throws: those that fail
+/// answer false, and `Error` tells the first reason.
+class HyperFile {
+ public:
+  enum class Mode { kRead = 1, kWrite = 2 };
+  static constexpr u32 kVersion = 1;
+
+  bool Open(u32 ident, const std::filesystem::path& path, Mode mode);
+  /// Reads what stands in memory; `name` stands for the file in messages.
+  bool OpenMemory(u32 ident, std::string bytes, std::string name = "memory");
+  /// Starts a file that `TakeBytes` gives back instead of `Close`.
+  void StartMemory(u32 ident);
+  /// Writes the file if it was opened to be written; false where that fails.
+  bool Close();
+  /// The whole file, header and checksum included, and an empty stream.
+  std::string TakeBytes();
+  /// Why something failed: a sentence that names the file; empty without a failure.
+  const std::string& Error() const { return mError; }
+  /// The file's path, or what stands for it.
+  const std::string& Name() const { return mName; }
+  /// The size of the file that was opened or written, bytes.
+  std::size_t Size() const { return mBytes.size(); }
+
+  void WriteLong(i32 value) { Put(kLong, &value, sizeof value); }
+  void WriteLLong(i64 value) { Put(kLLong, &value, sizeof value); }
+  void WriteWord(i16 value) { Put(kWord, &value, sizeof value); }
+  void WriteUWord(u16 value) { Put(kUWord, &value, sizeof value); }
+  void WriteBool(bool value);
+  void WriteSReal(f32 value) { Put(kSReal, &value, sizeof value); }
+  void WriteReal(double value) { Put(kReal, &value, sizeof value); }
+  void WriteLReal(double value) { Put(kLReal, &value, sizeof value); }
+  void WriteVector(const Vec3d& value);
+  void WriteText(std::string_view text);
+  void WriteMemory(const void* data, std::size_t bytes);
+  /// Items that another stream wrote.
+  void WriteItems(std::string_view items) { mBytes.append(items); }
+  void WriteChunkStart(i32 id, i32 level);
+  void WriteChunkEnd();
+
+  bool ReadLong(i32& value) { return Get(kLong, &value, sizeof value); }
+  bool ReadLLong(i64& value) { return Get(kLLong, &value, sizeof value); }
+  bool ReadWord(i16& value) { return Get(kWord, &value, sizeof value); }
+  bool ReadUWord(u16& value) { return Get(kUWord, &value, sizeof value); }
+  bool ReadBool(bool& value);
+  bool ReadSReal(f32& value) { return Get(kSReal, &value, sizeof value); }
+  bool ReadReal(double& value) { return Get(kReal, &value, sizeof value); }
+  bool ReadLReal(double& value) { return Get(kLReal, &value, sizeof value); }
+  bool ReadVector(Vec3d& value);
+  bool ReadText(std::string& text);
+  /// The block stands in the stream itself, until that is closed.
+  bool ReadMemory(std::span<const std::byte>& block);
+  /// Enters the next chunk. Reading can't leave a chunk but by `ReadChunkEnd`.
+  bool ReadChunkStart(i32& id, i32& level);
+  /// Leaves what is left of the chunk unread.
+  bool SkipToEndChunk();
+  bool ReadChunkEnd();
+  /// Back to the first item.
+  void Rewind();
+  /// Nothing is left to read in this chunk, or outside of chunks in the file.
+  bool AtEnd() const { return mAt >= Limit(); }
+
+ private:
+  enum Tag : u8 {
+    kLong = 1,
+    kWord,
+    kUWord,
+    kBool,
+    kSReal,
+    kReal,
+    kLReal,
+    kVector,
+    kMemory,
+    kChunkStart,
+    kChunkEnd,
+    kLLong,
+    kText,
+  };
+  static const char* NameOf(u8 tag);
+
+  void Put(Tag tag, const void* data, std::size_t bytes);
+  void PutCounted(Tag tag, const void* data, std::size_t bytes);
+  bool Get(Tag tag, void* data, std::size_t bytes);
+  bool GetTag(Tag tag);
+  /// The length that stands here, at most what is left.
+  bool GetLength(u64& length);
+  bool CheckFrame(u32 ident);
+  bool Fail(std::string_view what);
+  /// Where the readable part ends: of the chunk, without its end mark, or of the body.
+  std::size_t Limit() const;
+  void Finish();
+
+  std::filesystem::path mPath;
+  std::string mName;
+  std::string mBytes;
+  std::size_t mAt = 0;   ///< of the next item to read
+  std::size_t mEnd = 0;  ///< of the body that is read
+  /// Open chunks: of one that is written where its length stands, of one that is read its end.
+  std::vector<std::size_t> mChunks;
+  bool mWriting = false;
+  std::string mError;
+};
+
+/// A whole file round items that are there as bytes: a header and checksum that fit.
+std::string FrameBody(u32 ident, std::string_view body);
+
+/// A checksum of 64 bits. A change of any one byte changes it.
+u64 ChecksumOf(std::string_view bytes);
+
+}  // namespace MELDO_GLOBAL

@@ -1,0 +1,313 @@
+// Grids that go through a cache.
+#include "cache/grid_cacher.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+
+#include "fluids/channels/fuel_grid_channel.h"
+#include "fluids/dynamics/fluid_solver.h"
+#include "fluids/test_scene.h"
+#include "grids/random_stream.h"
+#include "host/atomic_file.h"
+#include "host/console.h"
+#include "host/temp_folder.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A scene with a solver, an empty channel, a scalar and a vector channel, and a cache of them.
+struct CacheScene : TestScene {
+  FluidSolver& solver = Add<FluidSolver>("fluid", "gas");
+  FuelField& empty = Add<FuelField>("channel_scalar", "empty");
+  FuelField& smoke = Add<FuelField>("channel_scalar", "smoke");
+  VectorField& colour = Add<VectorField>("channel_vector", "colour");
+  GridCacher& cacher = Add<GridCacher>("cache", "recording");
+
+  CacheScene(const fs::path& folder, i32 mode, double cellSize = 0.1) : TestScene(cellSize) {
+    host::TheConsole().print = [](std::string_view) {};
+    document.folder = folder.string();
+    Set(cacher, 1001, mode);
+    Links(cacher, 1012, {&solver, &empty, &smoke, &colour});
+    scene->mReport.whole = true;
+    scene->mClock.startFrame = 0;
+    scene->mTime.elapsed = 0.04;
+  }
+  ~CacheScene() { host::TheConsole().print = nullptr; }
+
+  /// Gives the grids a box (simulation units) and fills them by f(position) or with noise.
+  template <class F>
+  void Fill(Vec3d min, Vec3d max, F&& f) {
+    // On whole cells, as solvers and volumes have their boxes.
+    const double h = scene->mDomain.cellSize;
+    for (int a = 0; a < 3; ++a) {
+      min[a] = std::round(min[a] / h) * h;
+      max[a] = std::round(max[a] / h) * h;
+    }
+    solver.mVelocity.ApplyBounds(min, max);
+    smoke.ApplyBounds(min, max);
+    colour.ApplyBounds(min, max);
+    for (EGrid<double>* grid : Grids())
+      for (i32 z = 0; z < grid->mNz; ++z)
+        for (i32 y = 0; y < grid->mNy; ++y)
+          for (i32 x = 0; x < grid->mNx; ++x) (*grid)(x, y, z) = f(grid->PositionOf(x, y, z));
+  }
+  void FillWithNoise() {
+    RandomStream stream;
+    Fill({-0.5, 0, 0.2}, {0.6, 0.8, 1.1}, [&](const Vec3d&) { return stream.NextUnit(); });
+  }
+  std::vector<EGrid<double>*> Grids() {
+    return {solver.mVelocity.GetGrid(0),
+            solver.mVelocity.GetGrid(1),
+            solver.mVelocity.GetGrid(2),
+            smoke.GetGrid(0),
+            colour.GetGrid(0),
+            colour.GetGrid(1),
+            colour.GetGrid(2)};
+  }
+
+  void SetFrame(i32 frame) {
+    scene->mClock.frame = scene->mClock.frameFromStart = frame;
+    scene->mFlags |= Scene::kTimeChanged;
+  }
+  void Save(i32 frame) {
+    SetFrame(frame);
+    ReadLinks();
+    Stage(kSaveCache);
+    cacher.Finish();
+    cacher.ClearLinks();
+  }
+  /// The three parts of a frame in which a cache plays: sizes, boxes, data.
+  void Load(i32 frame) {
+    SetFrame(frame);
+    ReadLinks();
+    scene->SetStage(kLoadCache);
+    cacher.Prepare();
+    for (iBase* channel : {static_cast<iBase*>(&smoke), static_cast<iBase*>(&colour)}) {
+      Vec3d min{1e9, 1e9, 1e9}, max{-1e9, -1e9, -1e9};
+      channel->ExpandBounds(min, max);
+      if (min.x < max.x) channel->ApplyBounds(min, max);
+    }
+    if (solver.Has(FLAG_CACHED)) {
+      Vec3d min{}, max{0.1, 0.1, 0.1};
+      solver.ExpandBounds(min, max);
+      solver.mVelocity.ApplyBounds(min, max);
+    }
+    Stage(kEmitters);
+    cacher.Finish();
+    cacher.ClearLinks();
+  }
+
+ private:
+  void ReadLinks() {
+    cacher.ReadParameters();
+    cacher.ResolveLinks();
+    cacher.CheckDirty();
+  }
+  void Stage(i32 stage) {
+    scene->SetStage(stage);
+    cacher.Prepare();
+    cacher.Evaluate({});
+  }
+};
+
+void ExpectSame(const EGrid<double>& a, const EGrid<double>& b) {
+  ASSERT_EQ(a.Dims(), b.Dims());
+  EXPECT_TRUE(a.mLayout.Equals(b.mLayout));
+  EXPECT_EQ(std::memcmp(a.mData, b.mData, sizeof(double) * a.mCount), 0);
+}
+
+class GridCache : public testing::Test {
+ protected:
+  fs::path File(i32 frame) const {
+    std::string number = std::to_string(frame);
+    return folder.Path() /
+           ("sulva_grid_c4d" + std::string(5 - number.size(), '0') + number + ".cache");
+  }
+  const host::TempFolder folder;
+};
+
+TEST_F(GridCache, RecordedGridsComeBackBitForBit) {
+  for (const i32 compression : {0, 1, 2}) {
+    CacheScene recorded(folder.Path(), 1), played(folder.Path(), 0);
+    CacheScene::Set(recorded.cacher, 1009, compression);
+    recorded.FillWithNoise();
+    recorded.Save(3);
+    ASSERT_TRUE(fs::exists(File(3))) << recorded.cacher.Failure();
+    played.Load(3);
+    for (std::size_t i = 0; i < recorded.Grids().size(); ++i) {
+      ASSERT_NE(played.Grids()[i], nullptr) << i;
+      ExpectSame(*recorded.Grids()[i], *played.Grids()[i]);
+    }
+    EXPECT_TRUE(played.smoke.Has(FLAG_CACHED));
+    EXPECT_TRUE(played.solver.Has(FLAG_CACHED));
+    EXPECT_FALSE(played.empty.Has(FLAG_CACHED)) << "it had no grid";
+    EXPECT_TRUE(played.cacher.Warnings().empty());
+  }
+}
+
+TEST_F(GridCache, ContainerFollowsTheRecordingDownToo) {
+  CacheScene recorded(folder.Path(), 1), played(folder.Path(), 0);
+  recorded.FillWithNoise();
+  recorded.Save(0);
+  recorded.Fill({-0.2, 0.1, 0.3}, {0.3, 0.5, 0.7}, [](const Vec3d& p) { return p.x; });
+  recorded.Save(1);
+  played.Load(0);
+  played.Load(1);
+  ExpectSame(*recorded.smoke.GetGrid(0), *played.smoke.GetGrid(0));
+}
+
+TEST_F(GridCache, FinerAndMovedScenesReadTheSameField) {
+  const auto ramp = [](const Vec3d& p) { return 1 + 2 * p.x - p.y + 0.5 * p.z; };
+  CacheScene recorded(folder.Path(), 1), played(folder.Path(), 0, 0.03);
+  recorded.Fill({-0.5, 0, 0.2}, {0.6, 0.8, 1.1}, ramp);
+  recorded.Save(0);
+  const Vec3d moved{0.25, -0.1, 0.5};
+  played.cacher.Node()->SetPlacement(moved * 100.0, {}, {1, 1, 1});
+  played.Load(0);
+  for (const EGrid<double>* grid : played.Grids()) {
+    ASSERT_TRUE(grid);
+    EXPECT_FLOAT_EQ(grid->mLayout.cellSize, 0.03f);
+    // Beyond the recording's outermost samples its border goes on.
+    i32 inside = 0;
+    for (i32 z = 0; z < grid->mNz; ++z)
+      for (i32 y = 0; y < grid->mNy; ++y)
+        for (i32 x = 0; x < grid->mNx; ++x) {
+          const Vec3d p = grid->PositionOf(x, y, z) - moved;
+          if (p.x < -0.4 || p.x > 0.5 || p.y < 0.1 || p.y > 0.7 || p.z < 0.3 || p.z > 1.0) continue;
+          ASSERT_NEAR((*grid)(x, y, z), ramp(p), 1e-6);
+          ++inside;
+        }
+    EXPECT_GT(inside, 10000);
+  }
+}
+
+TEST_F(GridCache, ModesOffsetsAndDirectionsChooseTheFile) {
+  CacheScene recorded(folder.Path(), 1);
+  const auto value = [&](double v) { return [v](const Vec3d&) { return v; }; };
+  for (i32 frame = 0; frame < 6; ++frame) {
+    recorded.Fill({0, 0, 0}, {0.5, 0.5, 0.5}, value(frame));
+    recorded.Save(frame);
+  }
+  recorded.Load(2);
+  EXPECT_FALSE(recorded.smoke.Has(FLAG_CACHED)) << "recording reads nothing";
+
+  const auto shown = [&](i32 frame, auto&& set) {
+    CacheScene played(folder.Path(), 0);
+    set(played.cacher);
+    played.Load(frame);
+    const auto* grid = played.smoke.GetGrid(0);
+    const double v = grid ? (*grid)[0] : -1;
+    played.Save(frame + 50);
+    EXPECT_FALSE(fs::exists(File(frame + 50))) << "playing writes nothing";
+    EXPECT_FALSE(played.smoke.Has(FLAG_CACHED)) << "the mark ends with the frame";
+    return v;
+  };
+  const auto set = [](std::initializer_list<std::pair<i32, i32>> values) {
+    return [values = std::vector<std::pair<i32, i32>>(values)](GridCacher& cacher) {
+      for (const auto& [id, v] : values) CacheScene::Set(cacher, id, v);
+    };
+  };
+  EXPECT_EQ(shown(2, set({})), 2);
+  EXPECT_EQ(shown(2, set({{1007, 3}})), 5);
+  EXPECT_EQ(shown(2, set({{1006, 4}})), 4);
+  EXPECT_EQ(shown(2, set({{1014, 1}})), 3) << "backwards from the last file";
+  EXPECT_EQ(shown(9, set({})), -1) << "no file";
+  EXPECT_EQ(shown(2, set({{1000, 1}})), -1) << "only for pictures";
+
+  // A window that is closed leaves the objects to themselves.
+  CacheScene played(folder.Path(), 0);
+  auto& window = played.Add<Duration>("duration", "window");
+  CacheScene::Set(window, 1001, 10.0);
+  CacheScene::Link(played.cacher, 1018, window);
+  played.Load(2);
+  EXPECT_FALSE(played.smoke.Has(FLAG_CACHED));
+  played.scene->mTime.elapsed = 11;
+  played.Load(2);
+  EXPECT_TRUE(played.smoke.Has(FLAG_CACHED));
+}
+
+TEST_F(GridCache, FrameThatWasCutShortIsNotRecorded) {
+  CacheScene recorded(folder.Path(), 1);
+  recorded.FillWithNoise();
+  recorded.scene->mReport.whole = false;
+  recorded.Save(0);
+  EXPECT_FALSE(fs::exists(File(0)));
+}
+
+TEST_F(GridCache, FailedWriteIsKeptInMindAndTheOldFileStays) {
+  CacheScene recorded(folder.Path(), 1);
+  recorded.FillWithNoise();
+  recorded.Save(0);
+  const std::string old = host::ReadFile(File(0));
+  fs::create_symlink("/dev/full", File(0).string() + ".part");
+  recorded.Fill({0, 0, 0}, {0.5, 0.5, 0.5}, [](const Vec3d&) { return 1.0; });
+  recorded.Save(0);
+  EXPECT_NE(recorded.cacher.Failure().find("No space left on device"), std::string::npos);
+  EXPECT_NE(recorded.cacher.Failure().find(File(0).string()), std::string::npos);
+  EXPECT_EQ(host::ReadFile(File(0)), old);
+
+  std::ofstream(folder.Path() / "file") << "in the way";
+  CacheScene going(folder.Path() / "file" / "cache", 1);
+  CacheScene::Set(going.cacher, 1030, 1);
+  going.FillWithNoise();
+  going.Save(0);
+  EXPECT_EQ(going.cacher.Failure(), "");
+  ASSERT_EQ(going.cacher.Warnings().size(), 1u);
+  EXPECT_NE(going.cacher.Warnings()[0].find("cannot make the folder"), std::string::npos);
+}
+
+TEST_F(GridCache, DamagedAndForeignFilesBecomeWarnings) {
+  CacheScene recorded(folder.Path(), 1);
+  CacheScene::Set(recorded.cacher, 1009, 1);
+  recorded.Fill({0, 0, 0}, {0.3, 0.3, 0.3}, [](const Vec3d& p) { return p.x; });
+  recorded.Save(0);
+  const std::string whole = host::ReadFile(File(0));
+  const auto play = [&](const std::string& bytes) {
+    std::ofstream(File(0), std::ios::binary) << bytes;
+    CacheScene played(folder.Path(), 0);
+    played.Load(0);
+    EXPECT_EQ(played.cacher.Warnings().size(), 1u);
+    EXPECT_FALSE(played.smoke.Has(FLAG_CACHED));
+    return played.cacher.Warnings().empty() ? "" : played.cacher.Warnings()[0];
+  };
+  for (std::size_t length = 0; length < whole.size(); length += 1 + length / 8)
+    EXPECT_NE(play(whole.substr(0, length)).find(File(0).string()), std::string::npos);
+  for (std::size_t at = 0; at < whole.size(); at += 1 + at / 8) {
+    std::string damaged = whole;
+    damaged[at] = static_cast<char>(damaged[at] ^ 0x10);
+    EXPECT_NE(play(damaged), "") << at;
+  }
+
+  // A list that is out of step with the file.
+  std::ofstream(File(0), std::ios::binary) << whole;
+  CacheScene played(folder.Path(), 0);
+  CacheScene::Links(played.cacher, 1012, {&played.smoke, &played.solver});
+  played.Load(0);
+  EXPECT_EQ(played.smoke.GetGrid(0), nullptr) << "velocity doesn't go into a scalar";
+  EXPECT_EQ(played.cacher.Warnings().size(), 2u);
+}
+
+TEST_F(GridCache, CommandsCountAndDeleteItsFiles) {
+  CacheScene recorded(folder.Path(), 1);
+  recorded.Fill({0, 0, 0}, {0.3, 0.4, 0.5}, [](const Vec3d& p) { return p.x; });
+  for (const i32 frame : {1, 2, 4}) recorded.Save(frame);
+  folder.Write("sulva_grid_c4d_old00001.cache", "another's");
+  recorded.SetFrame(2);
+  recorded.cacher.UpdateStatistics();
+  EXPECT_EQ(recorded.cacher.FileStatistics(),
+            "Grids: 3\nMax. cell count: 80\nGrid Type (1): Velocity U\nGrid Type (2): Fuel\n"
+            "Grid Type (3): Custom\n");
+  const std::string text = recorded.cacher.mInterface.GetString(1015, "");
+  EXPECT_NE(text.find("Length: 4(1 - 4)\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("Missing Frames: 2\n"), std::string::npos) << text;
+  recorded.cacher.DeleteCacheFiles();
+  EXPECT_FALSE(fs::exists(File(1)) || fs::exists(File(2)) || fs::exists(File(4)));
+  EXPECT_TRUE(fs::exists(folder.Path() / "sulva_grid_c4d_old00001.cache"));
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
