@@ -126,6 +126,9 @@ class PictureRun {
       case FrameOutcome::OutOfMemory:
         mProgress.Error(mSimulation.MemoryRefusal());
         return kExitMemory;
+      case FrameOutcome::FileFailure:
+        mProgress.Error(mSimulation.FileFailure());
+        return kExitFile;
     }
     for (const auto& scene : mSimulation.Scenes()) MeasureScene(*scene, mNames, record);
     const std::string broken = FindNonFinite(record);
@@ -169,7 +172,7 @@ class PictureRun {
   }
 
   void PrintWarnings(bool isWhole) {
-    for (const std::string& warning : mSimulation.InactiveWarnings())
+    for (const std::string& warning : mSimulation.Warnings())
       mProgress.Note("warning: " + warning);
     for (std::size_t i = 0; isWhole && i < mWasDrawn.size(); ++i)
       if (!mWasDrawn[i])
@@ -218,6 +221,7 @@ int RenderScene(const RenderOptions& options) {
   if (diagnostics.HasErrors()) return kExitInvalidScene;
   ApplyOptions(options, *scene->render);
   const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;
+  scene->document->folder = CacheFolderOf(out).string();
   return PictureRun(*scene, options, out).Execute();
 }
 

@@ -12,6 +12,8 @@ namespace MELDO_GLOBAL {
 
 namespace {
 
+constexpr double kMostCells = 1e9;  ///< from the origin of the world, on an axis
+
 void WriteReals(HyperFile& file, std::initializer_list<Vec3d> vectors) {
   for (const Vec3d& v : vectors)
     for (int a = 0; a < 3; ++a) file.WriteLReal(v[a]);
@@ -29,16 +31,16 @@ bool ReadLongs(HyperFile& file, VecInt3D& v) {
   return file.ReadLong(v.x) && file.ReadLong(v.y) && file.ReadLong(v.z);
 }
 
-/// Sizes that a grid can have.
+/// Sizes that a grid can have, and a place that can be counted in its cells.
 bool IsSane(const GridLayout& layout) {
   double count = 1;
   for (int a = 0; a < 3; ++a) {
-    if (layout.dims[a] < 1 || !(layout.worldSize[a] > 0 && layout.worldSize[a] < 1e30))
-      return false;
-    if (!(std::abs(layout.worldOrigin[a]) < 1e30)) return false;
+    const double size = layout.worldSize[a], origin = layout.worldOrigin[a];
+    if (layout.dims[a] < 1 || !(size > 1e-30 && size < 1e30)) return false;
+    if (!(std::abs(origin) * layout.dims[a] < kMostCells * size)) return false;
     count *= layout.dims[a] + 1.0;
   }
-  return layout.cellSize > 0 && layout.cellSize < 1e30f && count < 2e9;
+  return layout.cellSize > 1e-30f && layout.cellSize < 1e30f && count < 2e9;
 }
 
 }  // namespace
@@ -69,6 +71,14 @@ bool ReadLayout(HyperFile& file, GridLayout& layout) {
       !ReadLongs(file, l.maxCell) || !IsSane(l))
     return false;
   layout.Set(l.dims, l.worldSize, l.cellSize, l.worldOrigin);
+  return true;
+}
+
+bool LiesOnLattice(const GridLayout& layout, double cell) {
+  for (int a = 0; a < 3; ++a)
+    if (!(std::abs(layout.simOrigin[a]) < kMostCells * cell &&
+          std::abs(layout.simMax[a]) < kMostCells * cell))
+      return false;
   return true;
 }
 

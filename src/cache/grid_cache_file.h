@@ -36,6 +36,9 @@ void WriteLayout(HyperFile& file, const GridLayout& layout);
 /// False, too, when sizes make no sense. Ratios are those that follow from the sizes.
 bool ReadLayout(HyperFile& file, GridLayout& layout);
 
+/// The grid's corners can be counted in cells of this size (simulation units).
+bool LiesOnLattice(const GridLayout& layout, double cell);
+
 /// A null grid writes that nothing is there.
 void WriteStoredGrid(HyperFile& file, const EGrid<double>* grid);
 bool ReadStoredGrid(HyperFile& file, StoredGrid& stored);

@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cmath>
+
 #include "fluids/channels/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/scene.h"
@@ -156,9 +159,15 @@ bool GridCacher::PrepareLoad() {
                      mHeader.chunks.size(), mObjects.size()));
   Matrix placement;
   mInterface.GetMatrix(placement);
-  for (StoredGrid& stored : mHeader.grids)
-    if (stored.isPresent && placement.offset != Vec3d{})
-      stored.layout.SetOrigin(stored.layout.worldOrigin + placement.offset);
+  for (StoredGrid& stored : mHeader.grids) {
+    if (!stored.isPresent) continue;
+    const Vec3d cells = placement.offset / stored.layout.worldCell;
+    const double far = std::max({std::abs(cells.x), std::abs(cells.y), std::abs(cells.z)});
+    if (far > 0 && far < 1e9) stored.layout.SetOrigin(stored.layout.worldOrigin + placement.offset);
+    if (far < 1e9 && LiesOnLattice(stored.layout, GetDomain().cellSize)) continue;
+    Warn(mFile->Name() + ": a grid lies too far away");
+    stored.isPresent = false;
+  }
   const std::size_t count = std::min(mHeader.chunks.size(), mObjects.size());
   for (std::size_t i = 0; i < count; ++i) {
     if (mHeader.chunks[i] < 0) continue;

@@ -58,7 +58,7 @@ TEST(Checkpoint, RunThatGoesOnEndsWithTheSameBytes) {
                                              : "going on behind frame " + std::to_string(stop - 1)),
               std::string::npos)
         << folder.Errors();
-    folder.ExpectSame("whole", out, true);
+    folder.ExpectSame("whole", out);
   }
   EXPECT_EQ(Checkpoints(folder.Path() / "whole").size(), 2u);
   EXPECT_EQ(Checkpoints(folder.Path() / "whole").back().filename(), "00009.checkpoint");
@@ -222,10 +222,10 @@ TEST_P(ResumedScene, EndsWithTheSameBytes) {
     more.insert(more.begin(), run.begin(), run.end());
     return folder.Run(more);
   };
-  ASSERT_EQ(with({"--out", "whole", "--frames", "0:9"}), 0) << folder.Errors();
+  ASSERT_EQ(with({"--out", "whole", "--frames", "0:8"}), 0) << folder.Errors();
   ASSERT_EQ(with({"--out", "part", "--frames", "0:5"}), 0) << folder.Errors();
-  ASSERT_EQ(with({"--out", "part", "--frames", "0:9", "--resume"}), 0) << folder.Errors();
-  folder.ExpectSame("whole", "part", true);
+  ASSERT_EQ(with({"--out", "part", "--frames", "0:8", "--resume"}), 0) << folder.Errors();
+  folder.ExpectSame("whole", "part");
 }
 
 namespace {

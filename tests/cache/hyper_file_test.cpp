@@ -48,14 +48,14 @@ bool ReadsAll(HyperFile& file) {
   std::span<const std::byte> block;
   return file.ReadLong(n) && n == -7 && file.ReadWord(word) && word == -300 &&
          file.ReadUWord(unsignedWord) && unsignedWord == 65000 && file.ReadBool(truth) && truth &&
-         file.ReadSReal(small) && small == 0.1f && file.ReadReal(real) && std::signbit(real) &&
-         file.ReadLReal(large) && large == 1e-310 && file.ReadVector(vector) &&
-         vector == Vec3d{1, 2, 3} && file.ReadText(text) && text == "text" &&
-         file.ReadChunkStart(id, level) && id == 4 && level == 2 && file.ReadMemory(block) &&
-         block.size() == 5 && std::memcmp(block.data(), "block", 5) == 0 &&
-         file.ReadChunkStart(id, level) && id == 5 && level == 3 && file.ReadLLong(wide) &&
-         wide == i64{1} << 40 && file.AtEnd() && file.ReadChunkEnd() && file.ReadChunkEnd() &&
-         file.ReadLong(n) && n == 9 && file.AtEnd();
+         file.ReadSReal(small) && small == 0.1f && file.ReadReal(real) && real == 0 &&
+         std::signbit(real) && file.ReadLReal(large) && large == 1e-310 &&
+         file.ReadVector(vector) && vector == Vec3d{1, 2, 3} && file.ReadText(text) &&
+         text == "text" && file.ReadChunkStart(id, level) && id == 4 && level == 2 &&
+         file.ReadMemory(block) && block.size() == 5 &&
+         std::memcmp(block.data(), "block", 5) == 0 && file.ReadChunkStart(id, level) && id == 5 &&
+         level == 3 && file.ReadLLong(wide) && wide == i64{1} << 40 && file.AtEnd() &&
+         file.ReadChunkEnd() && file.ReadChunkEnd() && file.ReadLong(n) && n == 9 && file.AtEnd();
 }
 
 TEST(HyperFile, EveryKindOfItemComesBackFromMemoryAndDisk) {
