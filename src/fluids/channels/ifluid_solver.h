@@ -15,7 +15,7 @@ class iFluidSolver : public iObject {
   /// The staggered velocity, simulation units per second.
   virtual VelocityField* GetVelocityChannel() = 0;
   /// The box that it takes while a cache feeds its velocity.
-  virtual void SetStoredLayout(const GridLayout& layout) = 0;
+  virtual void SetStoredLayout(const GridLayout& /*layout*/) {}
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
