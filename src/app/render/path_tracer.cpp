@@ -11,6 +11,7 @@ namespace {
 
 constexpr double kPi = std::numbers::pi;
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kEndless = 1e6;  ///< host units; as far as rays go into the sky
 constexpr i32 kMaxReflections = 3;
 /// Bounced light brighter than this comes from single lucky rays and only makes specks.
 constexpr double kBrightestBounce = 50;
@@ -111,8 +112,10 @@ RenderRay PathTracer::MakeRay(const Vec3d& origin, const Vec3d& direction, const
   return ray;
 }
 
+/// `hit` is where the ray ends; null for one that goes on into the sky.
 void PathTracer::AddMedia(const RenderRay& ray, const SurfaceHit* hit, RaySample& sample) const {
-  HitRecord record{HitKind::Background, ray.origin + ray.direction * 1e6, -ray.direction, 1e6};
+  HitRecord record{HitKind::Background, ray.origin + ray.direction * kEndless, -ray.direction,
+                   kEndless};
   if (hit) record = {HitKind::Surface, hit->point, hit->normal, hit->distance};
   for (const VolumeMaterial* medium : mMedia) {
     VolumeRecord volume{ray};
@@ -129,20 +132,24 @@ void PathTracer::AddMedia(const RenderRay& ray, const SurfaceHit* hit, RaySample
 RaySample PathTracer::TraceCamera(const Vec2D<double>& pixel, Sampler& sampler, i32 thread) const {
   const Camera& camera = mWorld.GetCamera();
   const Vec3d direction = camera.Direction(pixel.x, pixel.y);
-  const Vec3d origin = camera.Origin();
+  const double near = camera.NearAlong(direction), far = camera.FarAlong(direction) - near;
+  const Vec3d start = camera.Origin() + direction * near;
   const Path path{sampler, thread};
-  const RenderRay ray = MakeRay(origin, direction, path);
+  const RenderRay ray = MakeRay(start, direction, path);
   SurfaceHit hit;
-  const bool isHit =
-      mWorld.Trace(origin, direction, camera.NearAlong(direction), camera.FarAlong(direction), hit);
+  const bool isHit = mWorld.Trace(start, direction, 0, far, hit);
   RaySample sample;
   double behind = 1;  // part of the sky that surfaces leave open
   if (isHit) {
     sample.colour = Shade(hit, direction, path);
     sample.depth = hit.distance;
     behind = hit.fade;
+  } else {
+    hit.distance = far;
+    hit.point = start + direction * far;
   }
-  AddMedia(ray, isHit ? &hit : nullptr, sample);
+  AddMedia(ray, isHit || far < kEndless ? &hit : nullptr, sample);
+  sample.depth += near;
   const Vec3d& t = sample.transmission;
   if (behind > 0) sample.sky = mWorld.Background(direction) * t * behind;
   sample.alpha = 1 - behind * std::clamp((t.x + t.y + t.z) / 3, 0.0, 1.0);
@@ -286,7 +293,7 @@ Vec3d PathTracer::Incoming(const SurfaceHit& hit, const Vec3d& direction, const 
   AddMedia(ray, isHit ? &other : nullptr, sample);
   // A medium that doesn't take part in bounced light still throws its shadow.
   if (sample.transmission == Vec3d{1, 1, 1}) {
-    const double length = isHit ? other.distance : 1e6;
+    const double length = isHit ? other.distance : kEndless;
     sample.colour += before * (Transparency(origin, direction, length, path) - Vec3d{1, 1, 1});
   }
   return sample.colour;
