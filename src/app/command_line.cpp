@@ -78,6 +78,8 @@ CLI::App* AddRender(CLI::App& app, Options& o) {
   render->add_option("--samples", o.render.samples, "camera rays in a pixel")
       ->check(CLI::Range(1, kMostSamples));
   render->add_flag("--exr", o.render.exr, "write OpenEXR files with layers beside the PNG files");
+  render->add_flag("--cached", o.render.cached,
+                   "play what caches hold, whatever their mode, and simulate nothing");
   render->add_option("--threads", o.render.threads, "worker threads; by default all")
       ->check(CLI::Range(1, host::kMaxWorkers));
   render

@@ -10,6 +10,7 @@
 #include "app/measure.h"
 #include "app/node_names.h"
 #include "app/progress.h"
+#include "app/recorded_frames.h"
 #include "app/render/exr_file.h"
 #include "app/render/media.h"
 #include "app/render/picture_renderer.h"
@@ -64,7 +65,8 @@ class PictureRun {
         mNames(*scene.document) {
     mMedia = MakeMedia(mSpec.media, mSimulation.Scenes());
     mWasDrawn.resize(mMedia.size());
-    mSteps.planned = mSelected.last - mSimulation.Range().first + 1;
+    mFirst = FirstFrame(options.cached);
+    mSteps.planned = mSelected.last - mFirst + 1;
     mPictures.planned = mSelected.last - mSelected.first + 1;
     for (const std::string& file : mSpec.files) MakeFolder((mOut / file).parent_path());
   }
@@ -94,6 +96,36 @@ class PictureRun {
   }
 
  private:
+  /// Where the simulation starts.
+  i32 FirstFrame(bool cached) {
+    if (PlayRecordedFrames(mSimulation, FieldsOfMedia(), mSelected, cached)) {
+      mProgress.Note("frames play from caches");
+      return mSelected.first;
+    }
+    if (cached)
+      throw CommandError(
+          kExitFile,
+          fmt::format("--cached: no cache holds all fields of the gas in the frames {} to {}",
+                      mSelected.first, mSelected.last));
+    return mSimulation.Range().first;
+  }
+
+  /// The nodes whose grids the media draw; none where the media need more than grids.
+  std::set<host::NodeId> FieldsOfMedia() const {
+    std::set<host::NodeId> fields;
+    for (const host::BaseNode* medium : mSpec.media)
+      for (const auto& [id, value] : medium->Values()) {
+        if (const auto* link = std::get_if<host::Link>(&value); link && link->node != 0)
+          fields.insert(link->node);
+        const auto* list = std::get_if<host::InExcludeData>(&value);
+        for (std::size_t i = 0; list && i < list->entries.size(); ++i) {
+          const host::BaseNode* node = medium->GetDocument().Find(list->entries[i].node);
+          if (node && node->Type() != host::kLightObject) return {};
+        }
+      }
+    return fields;
+  }
+
   void CheckMemory() const {
     const double bytes = double(sizeof(RenderedPicture::Pixel)) * 2 * mSpec.width * mSpec.height;
     if (bytes > static_cast<double>(mMemory))
@@ -104,7 +136,10 @@ class PictureRun {
   }
 
   int RunFrames() {
-    for (i32 frame = mSimulation.Range().first; frame <= mSelected.last; ++frame) {
+    // A scene settles in its first frame and then takes any other that plays from caches.
+    if (const i32 start = mSimulation.Range().first; mFirst > start)
+      if (const int code = Simulate(start); code != kExitDone) return code;
+    for (i32 frame = mFirst; frame <= mSelected.last; ++frame) {
       mProgress.BeginFrame(frame);
       if (const int code = Simulate(frame); code != kExitDone) return code;
       if (mSelected.Contains(frame) && !Draw(frame)) {
@@ -126,9 +161,7 @@ class PictureRun {
       case FrameOutcome::OutOfMemory:
         mProgress.Error(mSimulation.MemoryRefusal());
         return kExitMemory;
-      case FrameOutcome::FileFailure:
-        mProgress.Error(mSimulation.FileFailure());
-        return kExitFile;
+      case FrameOutcome::FileFailure: mProgress.Error(mSimulation.FileFailure()); return kExitFile;
     }
     for (const auto& scene : mSimulation.Scenes()) MeasureScene(*scene, mNames, record);
     const std::string broken = FindNonFinite(record);
@@ -172,8 +205,7 @@ class PictureRun {
   }
 
   void PrintWarnings(bool isWhole) {
-    for (const std::string& warning : mSimulation.Warnings())
-      mProgress.Note("warning: " + warning);
+    for (const std::string& warning : mSimulation.Warnings()) mProgress.Note("warning: " + warning);
     for (std::size_t i = 0; isWhole && i < mWasDrawn.size(); ++i)
       if (!mWasDrawn[i])
         mProgress.Note(
@@ -187,6 +219,7 @@ class PictureRun {
   Simulation mSimulation;
   const FrameRange mSelected;
   Progress mProgress;
+  i32 mFirst = 0;  ///< first frame that is evaluated
   const NodeNames mNames;
   std::vector<std::unique_ptr<host::VolumeMaterial>> mMedia;
   std::vector<bool> mWasDrawn;

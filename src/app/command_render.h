@@ -16,13 +16,15 @@ struct RenderOptions {
   std::filesystem::path out;  ///< empty for out/<name of the scene file>
   std::optional<PictureSize> size;
   std::optional<i32> samples;
-  bool exr = false;  ///< an OpenEXR file beside each PNG, where the scene asks for none
+  bool exr = false;     ///< an OpenEXR file beside each PNG, where the scene asks for none
+  bool cached = false;  ///< play caches, whatever their mode, and simulate nothing
   std::vector<std::string> overrides;
   bool quiet = false;
   u64 memory = 0;  ///< bytes; 0 takes the machine's
 };
 
-/// Simulates a scene up to each selected frame, draws its picture, and answers the exit code.
+/// Draws the selected frames of a scene and answers the exit code. Frames whose fields all play
+/// from caches aren't simulated; otherwise the simulation starts at the scene's first frame.
 int RenderScene(const RenderOptions& options);
 
 }  // namespace MELDO_GLOBAL::app

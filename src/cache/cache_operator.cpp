@@ -182,15 +182,32 @@ void Cache_OperatorBase::Finish() {
 }
 
 i32 Cache_OperatorBase::FrameToRead() const {
-  const FrameClock& clock = mScene->mClock;
-  const double shown = mShowFrame == -1 ? clock.frameFromStart : mShowFrame;
-  double t = shown > -1 ? shown + mFrameOffset : clock.frame;
+  return FileFrame(mScene->mClock.frameFromStart, mScene->mClock.frame);
+}
+
+i32 Cache_OperatorBase::FileFrame(double fromStart, i32 frame) const {
+  const double shown = mShowFrame == -1 ? fromStart : mShowFrame;
+  double t = shown > -1 ? shown + mFrameOffset : frame;
   if (mBackwards) {
     CacheFolderInfo info;
     ScanCacheFolder(info);
     if (info.found) t = info.lastFrame - t;
   }
   return static_cast<i32>(std::ceil(t));
+}
+
+bool Cache_OperatorBase::HasFrames(i32 first, i32 last) {
+  if (mDuration || mRenderOnly || mFolderPath.empty()) return false;
+  SetUpNames();
+  i32 start, end;
+  mScene->GetFrameRange(start, end);
+  for (i32 frame = first; frame <= last; ++frame) {
+    fs::path path;
+    mFileName.BuildPath(path, FileFrame(frame - start, frame));
+    std::error_code failed;
+    if (!fs::is_regular_file(path, failed)) return false;
+  }
+  return true;
 }
 
 i32 Cache_OperatorBase::FrameToWrite() const {

@@ -37,6 +37,10 @@ class Cache_OperatorBase : public iObject {
   void UpdateStatistics();
   /// The second of the texts that `UpdateStatistics` stored.
   std::string FileStatistics() const { return mInterface.GetString(ParameterIds().secondText, ""); }
+  /// Whether there is a file to play for each of these frames of the document; false where that
+  /// hangs on more than the frame. After `ReadParameters` and `ResolveLinks`.
+  bool HasFrames(i32 first, i32 last);
+  const std::vector<iObject*>& Objects() const { return mObjects; }
   /// Before a run goes on from a checkpoint: removes unfinished files and, from a cache that would
   /// play them, what the run had recorded beyond the present frame.
   void DropLaterFrames();
@@ -68,6 +72,8 @@ class Cache_OperatorBase : public iObject {
   void SetUpNames();
   /// The frame whose file is read now.
   i32 FrameToRead() const;
+  /// The frame whose file is read in a frame of the document, `fromStart` behind the first.
+  i32 FileFrame(double fromStart, i32 frame) const;
   i32 FrameToWrite() const;
   /// Opens the file to read; a file that is there but broken becomes a warning.
   bool OpenFrame(HyperFile& file);

@@ -16,6 +16,28 @@ constexpr const char* kScene = R"({ "sulva": 1, "range": [2, 5],
   "nodes": [ { "type": "server", "name": "scene" } ],
   "render": { "size": [32, 20], "samples": 2, "camera": { "position": [0, 60, 300] } } })";
 
+/// Smoke that rises from a ball and is recorded.
+constexpr const char* kSmoke = R"({ "sulva": 1, "range": [2, 6],
+  "objects": [ { "name": "ball", "type": "sphere", "radius": 30, "segments": 16, "position": [0, 50, 0] } ],
+  "nodes": [ { "type": "server", "name": "scene", "parameters": { "cell_size": 0.2 }, "children": [
+    { "type": "channel_scalar", "name": "smoke" },
+    { "type": "mesh", "name": "ball mesh", "parameters": { "object": "ball" } },
+    { "type": "volume", "name": "ball volume", "parameters": { "mesh": "ball mesh" } },
+    { "type": "emission_setting", "name": "rate", "parameters": { "amount": 20 } },
+    { "type": "channelsettings", "name": "pair", "parameters": { "channel": "smoke", "settings": "rate" } },
+    { "type": "gridemitter", "name": "source", "parameters": { "volume": "ball volume", "channels": ["pair"] } },
+    { "type": "force_gravity", "name": "lift", "parameters": { "acceleration": [0, 2, 0] } },
+    { "type": "grid_advection", "name": "move smoke", "parameters": { "target": "smoke", "solver": "gas" } },
+    { "type": "grid_advection", "name": "move gas", "parameters": { "target": "gas", "solver": "gas" } },
+    { "type": "fluid", "name": "gas", "position": [-100, 0, -100],
+      "parameters": { "box_size": [200, 200, 200], "linear_solver": 0, "forces": ["lift"] } },
+    { "type": "cache", "name": "recording", "parameters": { "mode": "record", "objects": ["smoke", "gas"] } }
+  ] } ],
+  "render": { "size": [32, 24], "samples": 2,
+    "camera": { "position": [0, 100, 500], "parameters": { "target": [0, 90, 0] } },
+    "lights": [ { "position": [300, 300, 100] } ],
+    "materials": [ { "type": "gas", "parameters": { "smoke": "smoke", "absorption": 0.2 } } ] } })";
+
 struct Answer {
   int code;
   std::string err;
@@ -61,6 +83,28 @@ TEST_F(RenderCommand, RepeatsByteForByte) {
   const std::string picture = Read(folder / "1/render/0003.png");
   EXPECT_FALSE(picture.empty());
   EXPECT_TRUE(picture == Read(folder / "2/render/0003.png"));
+}
+
+TEST_F(RenderCommand, PlaysCachesWithoutSimulating) {
+  std::ofstream(folder / "smoke.json") << kSmoke;
+  const std::string run = Out("run"), plain = Out("plain");
+  std::vector<std::string> words = {"sulva", "run", Out("smoke.json"), "--out", run, "--quiet"};
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  ASSERT_EQ(Main(static_cast<int>(arguments.size()), arguments.data()), kExitDone);
+
+  const Answer simulated = Render({"--frames", "5:6", "--out", plain}, "smoke.json");
+  ASSERT_EQ(simulated.code, kExitDone) << simulated.err;
+  const Answer played = Render({"--frames", "5:6", "--out", run, "--cached"}, "smoke.json");
+  ASSERT_EQ(played.code, kExitDone) << played.err;
+  EXPECT_EQ(played.err.find("frame 3"), std::string::npos) << "no frame before is evaluated";
+  EXPECT_EQ(played.err.find("warning"), std::string::npos) << played.err;
+  for (const char* name : {"render/0005.png", "render/0006.png"})
+    EXPECT_TRUE(Read(folder / "plain" / name) == Read(folder / "run" / name)) << name;
+
+  const Answer missing = Render({"--frames", "5:6", "--out", Out("new"), "--cached"}, "smoke.json");
+  EXPECT_EQ(missing.code, kExitFile);
+  EXPECT_NE(missing.err.find("no cache holds all fields"), std::string::npos);
 }
 
 TEST_F(RenderCommand, TakesSizeAndSamplesFromTheCommandLine) {
