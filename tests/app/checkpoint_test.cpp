@@ -47,8 +47,8 @@ TEST(Checkpoint, RunThatGoesOnEndsWithTheSameBytes) {
   ASSERT_EQ(folder.Run({"run", "smoke.json", "--out", "whole", "--checkpoint", "2"}), 0)
       << folder.Errors();
   for (int stop = 0; stop < 9; stop += 2) {
-    const std::string out = "part" + std::to_string(stop);
-    const std::string frames = ":" + std::to_string(stop);
+    const std::string out = std::string("part").append(std::to_string(stop));
+    const std::string frames = std::string("0:").append(std::to_string(stop));
     ASSERT_EQ(folder.Run({"run", "smoke.json", "--out", out, "--checkpoint", "2", "--frames",
                           frames, "--quiet"}),
               0);
