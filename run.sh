@@ -14,5 +14,5 @@ fi
 echo "previews: $root/out/plume/preview" >&2
 echo "volumes:  $root/out/plume/vdb" >&2
 echo "rendering frame 75 ..." >&2
-"$root/build/sulva" render "$root/scenes/plume.json" --frames 75 --out "$root/out/plume"
+"$root/build/sulva" render "$root/scenes/plume.json" --frames 75 --cached --out "$root/out/plume"
 echo "picture:  $root/out/plume/render/0075.png" >&2

@@ -104,6 +104,24 @@ std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
   return {};
 }
 
+std::optional<RunState> Checkpoints::RestoreUpTo(i32 last, Simulation& simulation) const {
+  for (const Found& found : List()) {
+    if (found.frame > last) continue;
+    HyperFile file;
+    CheckpointHeader header;
+    if (!file.Open(kCheckpointIdent, found.path, HyperFile::Mode::kRead) ||
+        !ReadCheckpointHeader(file, header) || header.version != SULVA_VERSION ||
+        header.scene != mScene)
+      continue;
+    StateReader reader(file, host::ThreadCount());
+    simulation.Persist(reader, header.run.frame);
+    if (reader.IsGood()) return header.run;
+    throw CommandError(kExitFile, fmt::format("{}: can't go on from it: {}", found.path.string(),
+                                              reader.Problem()));
+  }
+  return {};
+}
+
 void Checkpoints::FrameDone(const RunState& run, Simulation& simulation) {
   if (mEvery <= 0) return;
   ++mFramesSince;

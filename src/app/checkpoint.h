@@ -45,6 +45,11 @@ class Checkpoints {
   /// scene or version.
   std::optional<RunState> Restore(Simulation& simulation, std::vector<std::string>& notes);
 
+  /// Restores the newest whole checkpoint of this scene at or before a frame, and leaves all files
+  /// as they are; nothing without one. Throws CommandError (kExitFile) where the state in it
+  /// doesn't fit: the simulation is then good for nothing.
+  std::optional<RunState> RestoreUpTo(i32 last, Simulation& simulation) const;
+
   /// After a frame. A checkpoint that can't be written is a warning, told once.
   void FrameDone(const RunState& run, Simulation& simulation);
   /// Writes the newest state that is in memory; the frame of the newest checkpoint then.

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "app/atomic_file.h"
+#include "app/checkpoint.h"
 #include "app/exit_codes.h"
 #include "app/measure.h"
 #include "app/node_names.h"
@@ -55,17 +56,18 @@ struct WorkTimer {
 class PictureRun {
  public:
   PictureRun(LoadedScene& scene, const RenderOptions& options, const fs::path& out)
-      : mSpec(*scene.render),
+      : mScene(scene),
+        mSpec(*scene.render),
         mOut(out),
         mMemory(options.memory ? options.memory : MachineMemory()),
-        mSimulation(*scene.document, scene.servers, mMemory),
-        mSelected(SelectFrames(mSimulation.Range(), options.frames)),
-        mProgress(mSimulation.Range().first, mSelected.last,
+        mSimulation(MakeSimulation()),
+        mSelected(SelectFrames(mSimulation->Range(), options.frames)),
+        mProgress(mSimulation->Range().first, mSelected.last,
                   options.quiet ? ProgressStyle::Quiet : StyleOfStandardError()),
         mNames(*scene.document) {
-    mMedia = MakeMedia(mSpec.media, mSimulation.Scenes());
-    mWasDrawn.resize(mMedia.size());
     mFirst = FirstFrame(options.cached);
+    mMedia = MakeMedia(mSpec.media, mSimulation->Scenes());
+    mWasDrawn.resize(mMedia.size());
     mSteps.planned = mSelected.last - mFirst + 1;
     mPictures.planned = mSelected.last - mSelected.first + 1;
     for (const std::string& file : mSpec.files) MakeFolder((mOut / file).parent_path());
@@ -96,10 +98,15 @@ class PictureRun {
   }
 
  private:
-  /// Where the simulation starts.
+  std::unique_ptr<Simulation> MakeSimulation() const {
+    return std::make_unique<Simulation>(*mScene.document, mScene.servers, mMemory);
+  }
+
+  /// The first frame to evaluate: what caches play or a checkpoint holds isn't simulated again.
   i32 FirstFrame(bool cached) {
-    if (PlayRecordedFrames(mSimulation, FieldsOfMedia(), mSelected, cached)) {
+    if (PlayRecordedFrames(*mSimulation, FieldsOfMedia(), mSelected, cached)) {
       mProgress.Note("frames play from caches");
+      mStartsAnywhere = true;
       return mSelected.first;
     }
     if (cached)
@@ -107,7 +114,26 @@ class PictureRun {
           kExitFile,
           fmt::format("--cached: no cache holds all fields of the gas in the frames {} to {}",
                       mSelected.first, mSelected.last));
-    return mSimulation.Range().first;
+    const std::optional<i32> behind = RestoreCheckpoint();
+    if (!behind) return mSimulation->Range().first;
+    mProgress.Note(fmt::format("going on behind frame {}", *behind));
+    return *behind + 1;
+  }
+
+  /// The frame of the newest checkpoint before the pictures. A run that records goes through all
+  /// frames: what it recorded beyond a checkpoint would be lost otherwise.
+  std::optional<i32> RestoreCheckpoint() {
+    if (HasRecordingCache(*mSimulation)) return {};
+    const Checkpoints checkpoints(mOut / "checkpoints", mScene.fingerprint, 0);
+    try {
+      const auto state = checkpoints.RestoreUpTo(mSelected.first - 1, *mSimulation);
+      if (state) return state->frame;
+    } catch (const CommandError& error) {
+      mProgress.Note(fmt::format("warning: {}; starting at the first frame", error.what()));
+      mSimulation = MakeSimulation();
+      mScene.document->SetFrame(mSimulation->Range().first);
+    }
+    return {};
   }
 
   /// The nodes whose grids the media draw; none where the media need more than grids.
@@ -137,7 +163,7 @@ class PictureRun {
 
   int RunFrames() {
     // A scene settles in its first frame and then takes any other that plays from caches.
-    if (const i32 start = mSimulation.Range().first; mFirst > start)
+    if (const i32 start = mSimulation->Range().first; mStartsAnywhere && mFirst > start)
       if (const int code = Simulate(start); code != kExitDone) return code;
     for (i32 frame = mFirst; frame <= mSelected.last; ++frame) {
       mProgress.BeginFrame(frame);
@@ -153,17 +179,17 @@ class PictureRun {
   int Simulate(i32 frame) {
     const Clock::time_point start = Clock::now();
     FrameRecord record;
-    switch (mSimulation.Evaluate(frame, record)) {
+    switch (mSimulation->Evaluate(frame, record)) {
       case FrameOutcome::Done: break;
       case FrameOutcome::Interrupted:
         mProgress.Note(fmt::format("interrupted in frame {}", frame));
         return kExitInterrupted;
       case FrameOutcome::OutOfMemory:
-        mProgress.Error(mSimulation.MemoryRefusal());
+        mProgress.Error(mSimulation->MemoryRefusal());
         return kExitMemory;
-      case FrameOutcome::FileFailure: mProgress.Error(mSimulation.FileFailure()); return kExitFile;
+      case FrameOutcome::FileFailure: mProgress.Error(mSimulation->FileFailure()); return kExitFile;
     }
-    for (const auto& scene : mSimulation.Scenes()) MeasureScene(*scene, mNames, record);
+    for (const auto& scene : mSimulation->Scenes()) MeasureScene(*scene, mNames, record);
     const std::string broken = FindNonFinite(record);
     if (!broken.empty()) {
       mProgress.Error(fmt::format("frame {}: {} is no longer finite", frame, broken));
@@ -205,7 +231,8 @@ class PictureRun {
   }
 
   void PrintWarnings(bool isWhole) {
-    for (const std::string& warning : mSimulation.Warnings()) mProgress.Note("warning: " + warning);
+    for (const std::string& warning : mSimulation->Warnings())
+      mProgress.Note("warning: " + warning);
     for (std::size_t i = 0; isWhole && i < mWasDrawn.size(); ++i)
       if (!mWasDrawn[i])
         mProgress.Note(
@@ -213,13 +240,15 @@ class PictureRun {
                         mSpec.media[i]->Name()));
   }
 
+  LoadedScene& mScene;
   const RenderSpec& mSpec;
   const fs::path mOut;
   const u64 mMemory;
-  Simulation mSimulation;
+  std::unique_ptr<Simulation> mSimulation;
   const FrameRange mSelected;
   Progress mProgress;
-  i32 mFirst = 0;  ///< first frame that is evaluated
+  i32 mFirst = 0;                ///< first frame that is evaluated
+  bool mStartsAnywhere = false;  ///< all frames play from caches
   const NodeNames mNames;
   std::vector<std::unique_ptr<host::VolumeMaterial>> mMedia;
   std::vector<bool> mWasDrawn;

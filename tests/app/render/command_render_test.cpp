@@ -31,7 +31,7 @@ constexpr const char* kSmoke = R"({ "sulva": 1, "range": [2, 6],
     { "type": "grid_advection", "name": "move gas", "parameters": { "target": "gas", "solver": "gas" } },
     { "type": "fluid", "name": "gas", "position": [-100, 0, -100],
       "parameters": { "box_size": [200, 200, 200], "linear_solver": 0, "forces": ["lift"] } },
-    { "type": "cache", "name": "recording", "parameters": { "mode": "record", "objects": ["smoke", "gas"] } }
+    { "type": "cache", "name": "recording", "enabled": true, "parameters": { "mode": "record", "objects": ["smoke", "gas"] } }
   ] } ],
   "render": { "size": [32, 24], "samples": 2,
     "camera": { "position": [0, 100, 500], "parameters": { "target": [0, 90, 0] } },
@@ -55,6 +55,13 @@ class RenderCommand : public testing::Test {
     testing::internal::CaptureStderr();
     const int code = Main(static_cast<int>(arguments.size()), arguments.data());
     return {code, testing::internal::GetCapturedStderr()};
+  }
+  void Run(std::vector<std::string> words) {
+    words.insert(words.begin(), {"sulva", "run"});
+    words.push_back("--quiet");
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    ASSERT_EQ(Main(static_cast<int>(arguments.size()), arguments.data()), kExitDone);
   }
   std::string Out(const std::string& name) const { return (folder / name).string(); }
   static std::string Read(const fs::path& path) {
@@ -88,10 +95,7 @@ TEST_F(RenderCommand, RepeatsByteForByte) {
 TEST_F(RenderCommand, PlaysCachesWithoutSimulating) {
   std::ofstream(folder / "smoke.json") << kSmoke;
   const std::string run = Out("run"), plain = Out("plain");
-  std::vector<std::string> words = {"sulva", "run", Out("smoke.json"), "--out", run, "--quiet"};
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  ASSERT_EQ(Main(static_cast<int>(arguments.size()), arguments.data()), kExitDone);
+  Run({Out("smoke.json"), "--out", run});
 
   const Answer simulated = Render({"--frames", "5:6", "--out", plain}, "smoke.json");
   ASSERT_EQ(simulated.code, kExitDone) << simulated.err;
@@ -105,6 +109,29 @@ TEST_F(RenderCommand, PlaysCachesWithoutSimulating) {
   const Answer missing = Render({"--frames", "5:6", "--out", Out("new"), "--cached"}, "smoke.json");
   EXPECT_EQ(missing.code, kExitFile);
   EXPECT_NE(missing.err.find("no cache holds all fields"), std::string::npos);
+}
+
+TEST_F(RenderCommand, GoesOnBehindACheckpoint) {
+  std::string text = kSmoke;
+  const std::size_t cache = text.find("\"enabled\": true");
+  ASSERT_NE(cache, std::string::npos);
+  text.replace(cache, 15, "\"enabled\": false");
+  std::ofstream(folder / "smoke.json") << text;
+  Run({Out("smoke.json"), "--checkpoint", "1", "--out", Out("run")});
+  const Answer plain = Render({"--frames", "6", "--out", Out("plain")}, "smoke.json");
+  const Answer resumed = Render({"--frames", "6", "--out", Out("run")}, "smoke.json");
+  ASSERT_EQ(resumed.code, kExitDone) << resumed.err;
+  EXPECT_NE(resumed.err.find("going on behind frame 5"), std::string::npos) << resumed.err;
+  EXPECT_TRUE(Read(folder / "plain/render/0006.png") == Read(folder / "run/render/0006.png"));
+
+  // Lights are no part of a simulation, but a checkpoint knows the number of nodes.
+  text.replace(text.find("{ \"position\": [300, 300, 100] }"), 0, "{}, ");
+  std::ofstream(folder / "smoke.json") << text;
+  const Answer other = Render({"--frames", "6", "--out", Out("run")}, "smoke.json");
+  EXPECT_EQ(other.code, kExitDone) << other.err;
+  EXPECT_NE(other.err.find("starting at the first frame"), std::string::npos) << other.err;
+  Render({"--frames", "6", "--out", Out("plain")}, "smoke.json");
+  EXPECT_TRUE(Read(folder / "plain/render/0006.png") == Read(folder / "run/render/0006.png"));
 }
 
 TEST_F(RenderCommand, TakesSizeAndSamplesFromTheCommandLine) {
