@@ -15,7 +15,7 @@ u64 MixBits(u64 a, u64 b);
 /// dimensions padded by shuffled index.
 class Sampler {
  public:
-  Sampler(u64 seed, u32 sample) : mSeed(seed), mSample(sample) {}
+  Sampler(u64 seed, u32 sample);
 
   /// 0 <= u < 1.
   double Next1D();
@@ -26,6 +26,7 @@ class Sampler {
  private:
   u64 mSeed;
   u32 mSample;
+  u32 mReversed;  ///< bits of the sample's number
   u32 mDimension = 0;
 };
 
