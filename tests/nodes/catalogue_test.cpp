@@ -26,7 +26,7 @@ TEST(Catalogue, KindsAreSortedUniqueAndFound) {
     EXPECT_EQ(kind.make != nullptr, kind.list != 0) << kind.type;
   }
   EXPECT_EQ(FindKind("no such kind"), nullptr);
-  EXPECT_EQ(FindKind(7), nullptr);
+  EXPECT_EQ(FindKind(1399999), nullptr);
 }
 
 /// Whether a row's default is of the row's type; empty means that new nodes don't hold it.
@@ -177,7 +177,7 @@ TEST(Catalogue, NodesGetOneObjectAndUnknownIdsNone) {
       EXPECT_FALSE(full.scene->CreateObject(full.nodes[kind.id], kind.id)) << kind.type;
     }
   BaseNode& stray = full.document.Create<BaseNode>(1, "stray", nullptr);
-  for (const i32 id : {1300150, 1300063, 1300143 * 3, 0})
+  for (const i32 id : {1300150, 1399999, 1300143 * 3, 0})
     EXPECT_FALSE(full.scene->CreateObject(&stray, id)) << id;
   EXPECT_FALSE(full.scene->CreateObject(nullptr, 1028240));
 }

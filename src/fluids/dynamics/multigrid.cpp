@@ -80,7 +80,7 @@ bool Multigrid::SetSizes(const VecInt3D& dims, i32 threads) {
   VecInt3D size = dims;
   std::size_t count = 0;
   for (;; ++count) {
-    if (mLevels.size() <= count) mLevels.emplace_back();
+    if (mLevels.size() <= count) mLevels.emplace_back(count == 0);
     Level& level = mLevels[count];
     if (!level.Resize(size)) return false;
     for (i32 axis = 0; axis < 3; ++axis)
@@ -324,8 +324,17 @@ void Multigrid::FormCoarse(Level& fine, Level& coarse) {
     if (stray.parent >= 0) AddRow(fine, coarse, fine.Place(stray.cell), stray.parent);
   for (const Stray& stray : fine.strays) fine.arrays[kValue][stray.cell] = 0;
   ForEachBlock(coarse.dims.z, coarse.threads, [&](i32 z) {
-    float* diagonal = coarse.arrays[kInverse] + z * layer;
-    for (i64 c = 0; c < layer; ++c) diagonal[c] = diagonal[c] > 0 ? 1 / diagonal[c] : 0.0F;
+    for (i64 c = z * layer; c < (z + 1) * layer; ++c) {
+      float& diagonal = coarse.arrays[kInverse][c];
+      if (!(diagonal > 0)) continue;
+      diagonal = 1 / diagonal;
+      float best = 0;
+      for (i32 axis = 0; axis < 3; ++axis) {
+        const float* weight = coarse.arrays[kWeight + axis];
+        best = std::max({best, weight[c], weight[c - coarse.Offset(axis)]});
+      }
+      if (best > 0) coarse.arrays[kShare][c] = 0.25F / best;
+    }
   });
 }
 
@@ -479,19 +488,24 @@ void Multigrid::RestrictLayers(Level& fine, const Level& coarse, i32 first, i32 
     for (i32 z = z0 - (f.z - 1); z < z1 + (f.z - 1); ++z) hold(z);
     for (i32 Y = 1; Y < coarse.dims.y - 1; ++Y) {
       const LevelLine line = coarse.LineAt(Y, Z);
+      const float* share = coarse.arrays[kShare] + coarse.Cell(1, Y, Z);
       float* rhs = coarse.arrays[kRhs] + coarse.Cell(1, Y, Z);
       std::fill_n(rhs, m, 0.0F);
       const i32 y0 = (Y - 1) * f.y + 1, y1 = std::min(y0 + f.y, ny - 1);
       for (i32 z = z0; z < z1; ++z)
         for (i32 y = y0; y < y1; ++y) {
           const float* own = lineOf(y, z);
-          RestrictAlong(own, line.weight[0], f.x == 2, rhs, m);
-          if (f.y == 2)
-            RestrictAcross(own, lineOf(y == y0 ? y - 1 : y + 1, z),
-                           y == y0 ? line.weight[1] - line.ny : line.weight[1], f.x == 2, rhs, m);
-          if (f.z == 2)
-            RestrictAcross(own, lineOf(y, z == z0 ? z - 1 : z + 1),
-                           z == z0 ? line.weight[2] - line.nz : line.weight[2], f.x == 2, rhs, m);
+          RestrictAlong(own, line.weight[0], share, f.x == 2, rhs, m);
+          if (f.y == 2) {
+            const i32 step = y == y0 ? -1 : 1;
+            RestrictAcross(own, lineOf(y + step, z), line.weight[1] - (step < 0 ? line.ny : 0),
+                           share, step * line.ny, f.x == 2, rhs, m);
+          }
+          if (f.z == 2) {
+            const i32 step = z == z0 ? -1 : 1;
+            RestrictAcross(own, lineOf(y, z + step), line.weight[2] - (step < 0 ? line.nz : 0),
+                           share, step * line.nz, f.x == 2, rhs, m);
+          }
         }
       for (i32 i = 0; i < m; ++i)
         if (line.inverse[i] == 0) rhs[i] = 0;
@@ -511,17 +525,18 @@ void Multigrid::Prolong(Level& fine, const Level& coarse) {
     for (i32 Z = 1 + layers * w / workers; Z < 1 + layers * (w + 1) / workers; ++Z)
       for (i32 Y = 1; Y < coarse.dims.y - 1; ++Y) {
         const LevelLine line = coarse.LineAt(Y, Z);
+        const float* share = coarse.arrays[kShare] + coarse.Cell(1, Y, Z);
         for (i32 k = 0; k < f.y * f.z; ++k) {
           const i32 sideY = k % f.y, sideZ = k / f.y;
           const i32 y = (Y - 1) * f.y + 1 + sideY, z = (Z - 1) * f.z + 1 + sideZ;
           if (y >= fine.dims.y - 1 || z >= fine.dims.z - 1) continue;
           const i32 stepY = f.y == 1 ? 0 : sideY ? line.ny : -line.ny;
           const i32 stepZ = f.z == 1 ? 0 : sideZ ? line.nz : -line.nz;
-          CorrectionLine(line.value, stepY, line.weight[1] - (sideY ? 0 : line.ny), stepZ,
+          CorrectionLine(line.value, share, stepY, line.weight[1] - (sideY ? 0 : line.ny), stepZ,
                          line.weight[2] - (sideZ ? 0 : line.nz), base.data(), m);
           const LevelLine to = fine.LineAt(y, z);
-          ProlongLine(base.data(), line.value, line.weight[0], f.x == 2, to.inverse, (y + z) & 1,
-                      to.value, n);
+          ProlongLine(base.data(), line.value, share, line.weight[0], f.x == 2, to.inverse,
+                      (y + z) & 1, to.value, n);
         }
       }
   };

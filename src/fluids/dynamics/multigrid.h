@@ -38,7 +38,7 @@ class Multigrid {
   double Cycle(const double* b);
 
  private:
-  enum Array { kValue, kRhs, kInverse, kWeight, kArrays = kWeight + 3 };
+  enum Array { kValue, kRhs, kInverse, kWeight, kShare = kWeight + 3, kArrays };
 
   /// A cell that walls cut off from most of its coarse cell: it belongs to a coarse neighbour.
   struct Stray {
@@ -48,13 +48,16 @@ class Multigrid {
   };
 
   struct Level {
+    /// The finest level takes part in no coarser one's corrections and needs no shares.
+    explicit Level(bool finest) : arrays(finest ? i32{kShare} : i32{kArrays}) {}
+
     VecInt3D dims{};
     VecInt3D factor{1, 1, 1};  ///< fine cells in a cell of the next level
     /// Places of the cells' centres on each axis, in finest cells; the outermost layers keep
     /// theirs.
     std::array<std::vector<float>, 3> places;
     i32 threads = 1;
-    StaggeredArraysOf<float> arrays{kArrays};
+    StaggeredArraysOf<float> arrays;
     std::vector<Stray> strays;     ///< in cell order
     std::vector<i32> firstStrays;  ///< by layer
 

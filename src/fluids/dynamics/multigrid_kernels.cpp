@@ -56,39 +56,41 @@ SULVA_WIDE_KERNEL void LeftOverLine(const LevelLine& line, i32 phase, float* __r
 }
 
 SULVA_WIDE_KERNEL void RestrictAcross(const float* own, const float* other, const float* weight,
-                                      bool pairs, float* __restrict rhs, i32 n) {
+                                      const float* share, i32 step, bool pairs,
+                                      float* __restrict rhs, i32 n) {
+  const float* beyond = share + step;
   if (pairs) {
     for (i32 i = 0; i < n; ++i)
-      rhs[i] += ShareThrough(weight[i]) *
-                ((other[2 * i] + other[2 * i + 1]) - (own[2 * i] + own[2 * i + 1]));
+      rhs[i] += weight[i] * (beyond[i] * (other[2 * i] + other[2 * i + 1]) -
+                             share[i] * (own[2 * i] + own[2 * i + 1]));
   } else {
-    for (i32 i = 0; i < n; ++i) rhs[i] += ShareThrough(weight[i]) * (other[i] - own[i]);
+    for (i32 i = 0; i < n; ++i) rhs[i] += weight[i] * (beyond[i] * other[i] - share[i] * own[i]);
   }
 }
 
-SULVA_WIDE_KERNEL void RestrictAlong(const float* left, const float* weight, bool pairs,
-                                     float* __restrict rhs, i32 n) {
+SULVA_WIDE_KERNEL void RestrictAlong(const float* left, const float* weight, const float* share,
+                                     bool pairs, float* __restrict rhs, i32 n) {
   if (!pairs) {
     for (i32 i = 0; i < n; ++i) rhs[i] += left[i];
     return;
   }
   for (i32 i = 0; i < n; ++i) {
     const float low = left[2 * i], high = left[2 * i + 1];
-    rhs[i] += (low + high) + ShareThrough(weight[i - 1]) * (left[2 * i - 1] - low) +
-              ShareThrough(weight[i]) * (left[2 * i + 2] - high);
+    rhs[i] += (low + high) + weight[i - 1] * (share[i - 1] * left[2 * i - 1] - share[i] * low) +
+              weight[i] * (share[i + 1] * left[2 * i + 2] - share[i] * high);
   }
 }
 
-SULVA_WIDE_KERNEL void CorrectionLine(const float* value, i32 stepY, const float* weightY,
-                                      i32 stepZ, const float* weightZ, float* __restrict base,
-                                      i32 n) {
+SULVA_WIDE_KERNEL void CorrectionLine(const float* value, const float* share, i32 stepY,
+                                      const float* weightY, i32 stepZ, const float* weightZ,
+                                      float* __restrict base, i32 n) {
   for (i32 i = 0; i < n; ++i)
-    base[i] = value[i] + ShareThrough(weightY[i]) * (value[i + stepY] - value[i]) +
-              ShareThrough(weightZ[i]) * (value[i + stepZ] - value[i]);
+    base[i] = value[i] + share[i] * (weightY[i] * (value[i + stepY] - value[i]) +
+                                     weightZ[i] * (value[i + stepZ] - value[i]));
 }
 
-SULVA_WIDE_KERNEL void ProlongLine(const float* base, const float* value, const float* weight,
-                                   bool pairs, const float* inverse, i32 phase,
+SULVA_WIDE_KERNEL void ProlongLine(const float* base, const float* value, const float* share,
+                                   const float* weight, bool pairs, const float* inverse, i32 phase,
                                    float* __restrict fine, i32 m) {
   if (!pairs) {
     for (i32 i = 0; i < m; ++i) fine[i] += ((i + phase) & 1) || inverse[i] == 0 ? 0.0F : base[i];
@@ -98,18 +100,18 @@ SULVA_WIDE_KERNEL void ProlongLine(const float* base, const float* value, const 
   const i32 coarse = m / 2;
   if ((phase & 1) == 0) {
     for (i32 i = 0; i < coarse; ++i) {
-      const float e = base[i] + ShareThrough(weight[i - 1]) * (value[i - 1] - value[i]);
+      const float e = base[i] + share[i] * weight[i - 1] * (value[i - 1] - value[i]);
       fine[2 * i] += inverse[2 * i] == 0 ? 0.0F : e;
     }
   } else {
     for (i32 i = 0; i < coarse; ++i) {
-      const float e = base[i] + ShareThrough(weight[i]) * (value[i + 1] - value[i]);
+      const float e = base[i] + share[i] * weight[i] * (value[i + 1] - value[i]);
       fine[2 * i + 1] += inverse[2 * i + 1] == 0 ? 0.0F : e;
     }
   }
   if (m % 2 == 1 && (phase & 1) == 0) {
     const float e =
-        base[coarse] + ShareThrough(weight[coarse - 1]) * (value[coarse - 1] - value[coarse]);
+        base[coarse] + share[coarse] * weight[coarse - 1] * (value[coarse - 1] - value[coarse]);
     fine[m - 1] += inverse[m - 1] == 0 ? 0.0F : e;
   }
 }

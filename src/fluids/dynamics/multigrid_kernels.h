@@ -26,26 +26,26 @@ double RelaxDotLine(const LevelLine& line, i32 phase, const double* b, i32 n);
 /// the other cells, where nothing is left: the couplings times the neighbours' values.
 void LeftOverLine(const LevelLine& line, i32 phase, float* __restrict left, i32 n);
 
-/// Share of a coarse neighbour in the correction of a cell that lies a quarter of a coarse cell off
-/// its own coarse cell's centre, with an open face between the two.
-inline constexpr float kNeighbourShare = 0.25F;
-inline float ShareThrough(float weight) { return weight > 0 ? kNeighbourShare : 0.0F; }
+/// In the next functions a coarse cell's `share` times a face's weight is the share that the
+/// neighbour beyond the face has in the correction of the fine cells next to it: a quarter through
+/// a face that is as open as the cell's best.
 
 /// What a line of coarse cells, n long, takes from fine lines on both sides of one of its faces
-/// along y or z: `own` and `other` are the left-over of the nearest line on this side and beyond.
-/// With `pairs` two fine cells lie in a coarse one along x.
-void RestrictAcross(const float* own, const float* other, const float* weight, bool pairs,
-                    float* __restrict rhs, i32 n);
+/// along y or z: `own` and `other` are the left-over of the nearest line on this side and beyond,
+/// `step` leads to the coarse cell beyond. With `pairs` two fine cells lie in a coarse one along x.
+void RestrictAcross(const float* own, const float* other, const float* weight, const float* share,
+                    i32 step, bool pairs, float* __restrict rhs, i32 n);
 /// What a line of coarse cells takes from a fine line inside it, and along x from its neighbours.
-void RestrictAlong(const float* left, const float* weight, bool pairs, float* __restrict rhs,
-                   i32 n);
+void RestrictAlong(const float* left, const float* weight, const float* share, bool pairs,
+                   float* __restrict rhs, i32 n);
 
-/// base = value + the share of the neighbours at `stepY` and `stepZ` (0: none) through their faces.
-void CorrectionLine(const float* value, i32 stepY, const float* weightY, i32 stepZ,
-                    const float* weightZ, float* __restrict base, i32 n);
-/// Adds the correction to the cells i with (i + phase) even of a fine line of m cells; `value` and
-/// `weight` are those of the coarse line along x.
-void ProlongLine(const float* base, const float* value, const float* weight, bool pairs,
-                 const float* inverse, i32 phase, float* __restrict fine, i32 m);
+/// base = value + the shares of the neighbours at `stepY` and `stepZ` (0: none) through their
+/// faces.
+void CorrectionLine(const float* value, const float* share, i32 stepY, const float* weightY,
+                    i32 stepZ, const float* weightZ, float* __restrict base, i32 n);
+/// Adds the correction to the cells i with (i + phase) even of a fine line of m cells; `value`,
+/// `share` and `weight` are those of the coarse line along x.
+void ProlongLine(const float* base, const float* value, const float* share, const float* weight,
+                 bool pairs, const float* inverse, i32 phase, float* __restrict fine, i32 m);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,4 +1,4 @@
-// cache_bench FILE: speed and ratio of a grid cache's file, packed in every way.
+// bench_cache FILE: speed and ratio of a grid cache's file, packed in every way.
 //
 // Every figure counts bytes of samples in memory: what the simulation sees of a cache.
 #include <fmt/format.h>
@@ -54,13 +54,13 @@ std::vector<std::vector<double>> LoadSamples(const char* path) {
 int main(int argc, char** argv) {
   const auto samples = argc > 1 ? LoadSamples(argv[1]) : std::vector<std::vector<double>>();
   if (samples.empty()) {
-    fmt::print(stderr, "usage: cache_bench FILE, a frame of a grid cache\n");
+    fmt::print(stderr, "usage: bench_cache FILE, a frame of a grid cache\n");
     return 2;
   }
   double bytes = 0;
   for (const auto& grid : samples) bytes += static_cast<double>(grid.size() * sizeof(double));
   const i32 threads = host::ThreadCount();
-  const auto path = std::filesystem::temp_directory_path() / "sulva_cache_bench";
+  const auto path = std::filesystem::temp_directory_path() / "sulva_bench_cache";
   fmt::print("{:.1f} MB of samples, {} threads\n{:<8}{:>8}{:>16}{:>16}{:>16}\n", bytes / 1e6,
              threads, "packing", "ratio", "pack MB/s", "to disk MB/s", "from disk MB/s");
   const char* names[] = {"none", "fast", "small"};

@@ -1,4 +1,4 @@
-// march_bench [N]: rays through a cloud of N^3 cells (96), in million samples a second and
+// bench_march [N]: rays through a cloud of N^3 cells (96), in million samples a second and
 // nanoseconds a sample; and what a picture's preparation takes.
 #include <fmt/format.h>
 
