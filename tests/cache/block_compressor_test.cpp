@@ -43,7 +43,7 @@ TEST(BlockCompressor, EverySizeAndCodecComesBack) {
         ASSERT_EQ(size, count * 8);
         std::vector<double> back(count, -1);
         ASSERT_TRUE(Decompress(packed, std::as_writable_bytes(std::span(back)), 2));
-        ASSERT_EQ(std::memcmp(back.data(), values.data(), size), 0) << count;
+        ASSERT_TRUE(size == 0 || std::memcmp(back.data(), values.data(), size) == 0) << count;
       }
   EXPECT_LT(Packed(Smooth(400000)).size() * 3, 400000u * 8);
   EXPECT_LT(Packed(Noise(400000)).size(), 400000u * 8 + 1000);
