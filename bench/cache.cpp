@@ -4,28 +4,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 
 #include "cache/grid_cache_file.h"
 #include "host/worker_pool.h"
+#include "timing.h"
 
 using namespace MELDO_GLOBAL;
 
 namespace {
-
-/// The shortest time of a few runs, seconds.
-template <class F>
-double Best(F&& f) {
-  double best = 1e9;
-  for (int i = 0; i < 5; ++i) {
-    const auto start = std::chrono::steady_clock::now();
-    f();
-    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-    best = std::min(best, time.count());
-  }
-  return best;
-}
 
 std::vector<std::vector<double>> LoadSamples(const char* path) {
   HyperFile file;

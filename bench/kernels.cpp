@@ -14,6 +14,7 @@
 #include "fluids/dynamics/line_kernels.h"
 #include "fluids/operators/advection_kernel.h"
 #include "grids/fixed_blocks.h"
+#include "timing.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
@@ -26,29 +27,17 @@ struct Settings {
   i32 repeats = 9;
 };
 
-/// The median of the wall times of f(), seconds.
-template <class F>
-double Median(i32 repeats, F&& f) {
-  std::vector<double> times;
-  for (i32 i = 0; i < repeats + 1; ++i) {
-    const auto start = std::chrono::steady_clock::now();
-    f();
-    const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
-    if (i > 0) times.push_back(wall.count());  // the first one pays for the pages
-  }
-  std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
-  return times[times.size() / 2];
-}
-
 /// Bytes a second of a[i] = b[i] + s c[i], with the write counted once.
 double Triad(const Settings& s) {
   constexpr i64 kLength = i64{1} << 24, kBlock = kLength / 64;
   std::vector<double> a(kLength, 1.0), b(kLength, 2.0), c(kLength, 3.0);
-  const double wall = Median(s.repeats, [&] {
-    ForEachBlock(64, s.threads, [&](i32 block) {
-      for (i64 i = block * kBlock; i < (block + 1) * kBlock; ++i) a[i] = b[i] + 0.5 * c[i];
-    });
-  });
+  const double wall = Best(
+      [&] {
+        ForEachBlock(64, s.threads, [&](i32 block) {
+          for (i64 i = block * kBlock; i < (block + 1) * kBlock; ++i) a[i] = b[i] + 0.5 * c[i];
+        });
+      },
+      s.repeats);
   return 24.0 * kLength / wall;
 }
 
@@ -97,36 +86,34 @@ void TimeSolvers(const Settings& s, double bandwidth) {
   LatticeMatrix& matrix = multigrid.GetMatrix();
   matrix.FindLines(s.threads);
   std::vector<double> a(static_cast<std::size_t>(cells), 1.0), b(a.size());
-  const double multiply = Median(s.repeats, [&] {
-    ForEachBlock(s.size - 2, s.threads, [&](i32 block) {
-      for (i32 y = 1; y < s.size - 1; ++y) {
-        const LatticeMatrix::Line& line = matrix.LineAt(y, block + 1);
-        const i32 c = line.base + line.first;
-        MultiplyLine(Bands(matrix, c), a.data() + c, b.data() + c, line.last - line.first);
-      }
-    });
-  });
+  const double multiply = Best(
+      [&] {
+        ForEachBlock(s.size - 2, s.threads, [&](i32 block) {
+          for (i32 y = 1; y < s.size - 1; ++y) {
+            const LatticeMatrix::Line& line = matrix.LineAt(y, block + 1);
+            const i32 c = line.base + line.first;
+            MultiplyLine(Bands(matrix, c), a.data() + c, b.data() + c, line.last - line.first);
+          }
+        });
+      },
+      s.repeats);
   Print("7-point product", multiply, cells, 48, bandwidth);
   Multigrid levels;
-  const double build = Median(s.repeats, [&] { levels.Build(matrix, s.threads); });
+  const double build = Best([&] { levels.Build(matrix, s.threads); }, s.repeats);
   Print("multigrid: forming the levels", build, cells, 56, bandwidth);
   for (i64 i = 0; i < static_cast<i64>(a.size()); ++i)
     levels.FinestRhs()[i] = static_cast<float>(multigrid.GetRhs()[i]);
-  const double cycle = Median(s.repeats, [&] { levels.Cycle(a.data()); });
+  const double cycle = Best([&] { levels.Cycle(a.data()); }, s.repeats);
   Print("multigrid: a V-cycle", cycle, cells, 135, bandwidth);
 
   const auto solve = [&](auto& solver, const char* name, double tolerance, i32 limit) {
-    std::vector<double> times;
+    double best = 1e9;
     for (i32 i = 0; i < 3; ++i) {
       FillPoisson(solver, s);
       solver.mAccuracy = {limit, tolerance};
-      const auto start = std::chrono::steady_clock::now();
-      solver.Solve();
-      const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
-      times.push_back(wall.count());
+      best = std::min(best, Best([&] { solver.Solve(); }, 1));
     }
-    std::sort(times.begin(), times.end());
-    Print(fmt::format("{}, {} iterations", name, solver.mIterations).c_str(), times[1], cells, 0,
+    Print(fmt::format("{}, {} iterations", name, solver.mIterations).c_str(), best, cells, 0,
           bandwidth);
   };
   solve(multigrid, "multigrid to 1e-6", 1e-6, 100);
@@ -162,11 +149,13 @@ void TimeAdvection(const Settings& s, double bandwidth) {
                      .solidCells = &open,
                      .step = 2 * h};
   const auto time = [&](const char* name, auto pass, double bytes) {
-    const double wall = Median(s.repeats, [&] {
-      ForEachBlock(n - 2, s.threads, [&](i32 z) {
-        pass(data, CellBox{{1, 1, z + 1}, {n - 1, n - 1, z + 2}});
-      });
-    });
+    const double wall = Best(
+        [&] {
+          ForEachBlock(n - 2, s.threads, [&](i32 z) {
+            pass(data, CellBox{{1, 1, z + 1}, {n - 1, n - 1, z + 2}});
+          });
+        },
+        s.repeats);
     Print(name, wall, cells, bytes, bandwidth);
   };
   const char* orders[] = {"Euler", "Heun", "Runge-Kutta 3", "Runge-Kutta 4"};

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
 
@@ -11,24 +10,13 @@
 #include "framework/scene.h"
 #include "host/noise.h"
 #include "nodes/catalogue.h"
+#include "timing.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
 using namespace MELDO_GLOBAL::ZOLT_RENDERING;
 
 namespace {
-
-template <class F>
-double Best(F&& f) {
-  double best = 1e9;
-  for (int i = 0; i < 5; ++i) {
-    const auto start = std::chrono::steady_clock::now();
-    f();
-    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-    best = std::min(best, time.count());
-  }
-  return best;
-}
 
 class Sun : public host::RenderLight {
  public:

@@ -1,5 +1,6 @@
 // The stages of a step: who runs in them, in which groups, and how.
 #include "framework/scene.h"
+#include "grids/run_shares.h"
 
 #include <chrono>
 #include <limits>
@@ -155,12 +156,7 @@ void Scene::NoteRun(iObject& object) {
 }
 
 void Scene::RunWorkers(const std::vector<iObject*>& group) {
-  WorkerPool::Instance().Run(mThreadCount, [&](i32 index) {
-    EvaluationThreadData data;
-    data.thread = mThread;
-    data.index = index;
-    data.count = mThreadCount;
-    data.isLast = index == mThreadCount - 1;
+  RunShares(mThreadCount, mThread, [&](EvaluationThreadData& data) {
     data.objects = &group;
     for (iObject* object : group)
       if (object->Has(FLAG_ENABLED)) object->Evaluate(data);

@@ -43,6 +43,7 @@ class StaggeredArraysOf {
     mData = nullptr;
     mLength = 0;
   }
+  i32 Count() const { return mArrays; }
   i64 Length() const { return mLength; }
   /// Null without memory.
   T* operator[](i32 array) const { return mData ? mData + Lead() + array * mStride : nullptr; }

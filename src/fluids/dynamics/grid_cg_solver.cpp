@@ -3,47 +3,30 @@
 #include <cmath>
 #include <thread>
 
-#include "grids/fixed_blocks.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 bool Grid_CGSolver::ReadParameters(void* context) {
-  if (!LatticeSolver::ReadParameters(context)) return false;
+  if (!ConjugateGradients::ReadParameters(context)) return false;
   mMinDiagonalRatio = mInterface.GetReal(1045);
   mModification = mInterface.GetReal(1046);
   return true;
 }
 
 void Grid_CGSolver::Release(bool full) {
-  LatticeSolver::Release(full);
+  ConjugateGradients::Release(full);
   if (!full) return;
-  mPartials = {};
   mProgress.reset();
   mProgressCount = 0;
 }
 
 void Grid_CGSolver::Prepare(void*) {
-  if (!PrepareSystem()) return;
-  mPartials.resize(std::max(mDims.z, 1));
+  if (!PrepareIteration()) return;
   if (mProgressCount < SlabCount()) {
     mProgressCount = SlabCount();
     mProgress = std::make_unique<Progress[]>(mProgressCount);
   }
-}
-
-/// f(line) for every line with rows; returns nothing, but f may use mPartials[line's layer].
-template <class F>
-void Grid_CGSolver::ForEachLine(F&& f) {
-  ForEachBlock(std::max(0, mDims.z - 2), mThreads, [&](i32 block) {
-    const i32 z = block + 1;
-    double& partial = mPartials[z];
-    partial = 0;
-    for (i32 y = 1; y < mDims.y - 1; ++y) {
-      const LatticeMatrix::Line& line = mMatrix.LineAt(y, z);
-      if (!line.IsEmpty()) f(line.base + line.first, line.last - line.first, partial);
-    }
-  });
 }
 
 /// f(wave, scratch, partial) for all lines with rows so that every line follows its lower
@@ -154,24 +137,6 @@ void FactorLine(const Bands& m, double modification, double minRatio, double* fa
 
 }  // namespace
 
-double Grid_CGSolver::StartResidual() {
-  const i64 layer = i64{mDims.x} * mDims.y;
-  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
-    const i64 first = z * layer, last = first + layer;
-    const double* diagonal = mMatrix.Diagonal();
-    double* r = mArrays[kRhs];
-    double top = 0;
-    for (i64 c = first; c < last; ++c) {
-      if (diagonal[c] == 0) r[c] = 0;
-      top = std::max(top, std::fabs(r[c]));
-    }
-    mPartials[z] = top;
-    for (const i32 a : {i32{kZ}, i32{kS}, i32{kFactor}})
-      std::fill_n(mArrays[a] + first, layer, 0.0);
-  });
-  return *std::max_element(mPartials.begin(), mPartials.begin() + mDims.z);
-}
-
 void Grid_CGSolver::FormPreconditioner() {
   RunWavefront(false, [&](const Wave& wave, WaveScratch&, double&) {
     for (i32 l = 0; l < wave.count; ++l) {
@@ -238,18 +203,6 @@ void Grid_CGSolver::Advance(double alpha, double beta) {
   ForEachLine([&](i32 c, i32 n, double&) {
     AdvanceLine(alpha, beta, mArrays[kResult] + c, mArrays[kS] + c, mArrays[kZ] + c, n);
   });
-}
-
-double Grid_CGSolver::Multiply() {
-  ForEachLine([&](i32 c, i32 n, double& dot) {
-    const double* s = mArrays[kS] + c;
-    double* z = mArrays[kZ] + c;
-    MultiplyLine(Bands(mMatrix, c), s, z, n);
-    dot += DotLine(s, z, n);
-  });
-  double dot = 0;
-  for (i32 z = 1; z < mDims.z - 1; ++z) dot += mPartials[z];
-  return dot;
 }
 
 bool Grid_CGSolver::Solve() {

@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "fluids/dynamics/lattice_solver.h"
+#include "fluids/dynamics/conjugate_gradients.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -15,9 +15,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// that level 0 drops goes to the diagonal, weighed by `mModification`. Since no dropped entry has
 /// a place in the pattern, the factor's off-diagonal entries are those of the matrix times a
 /// diagonal scaling, and only that diagonal is stored.
-class Grid_CGSolver : public LatticeSolver {
+class Grid_CGSolver : public ConjugateGradients {
  public:
-  Grid_CGSolver() : LatticeSolver(kArrays) {}
+  Grid_CGSolver() : ConjugateGradients(kArrays) {}
   Grid_CGSolver(const Grid_CGSolver&) : Grid_CGSolver() {}
   bool ReadParameters(void* context = nullptr) override;
   void Release(bool full) override;
@@ -34,11 +34,9 @@ class Grid_CGSolver : public LatticeSolver {
 
   double mModification = 0.97;
   double mMinDiagonalRatio = 0.25;
-  double mResidual = 0;  ///< of the last solve, relative to the largest right-hand side
 
  private:
-  enum OwnArray { kFactor = kFirstOwn, kZ, kS, kArrays };
-  double StartResidual();
+  enum OwnArray { kFactor = kFirstOfMethod, kArrays };
   void FormPreconditioner();
   void DropEntriesToMissingRows();
   /// r -= alpha z, then the lower half of z = M^-1 r; returns the largest |r|.
@@ -47,15 +45,10 @@ class Grid_CGSolver : public LatticeSolver {
   double Backward();
   /// x += alpha s, then s = z + beta s.
   void Advance(double alpha, double beta);
-  /// z = A s; returns s . z.
-  double Multiply();
-  template <class F>
-  void ForEachLine(F&& f);
   template <class F>
   void RunWavefront(bool reversed, F&& f);
   i32 SlabCount() const { return std::max(0, (mDims.z - 2 + kWaveLines - 1) / kWaveLines); }
 
-  std::vector<double> mPartials;  ///< one per layer or slab
   /// Waves done in a slab, on a line of its own.
   struct alignas(64) Progress {
     std::atomic<i32> waves{0};

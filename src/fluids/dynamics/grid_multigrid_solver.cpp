@@ -2,36 +2,16 @@
 
 #include <cmath>
 
-#include "grids/fixed_blocks.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 void Grid_MultigridSolver::Release(bool full) {
-  LatticeSolver::Release(full);
-  if (!full) return;
-  mMultigrid.Free();
-  mPartials = {};
+  ConjugateGradients::Release(full);
+  if (full) mMultigrid.Free();
 }
 
-void Grid_MultigridSolver::Prepare(void*) {
-  if (!PrepareSystem()) return;
-  mPartials.resize(std::max(mDims.z, 1));
-}
-
-/// f(first cell, cells, partial of the layer) for every line with rows.
-template <class F>
-void Grid_MultigridSolver::ForEachLine(F&& f) {
-  ForEachBlock(std::max(0, mDims.z - 2), mThreads, [&](i32 block) {
-    const i32 z = block + 1;
-    double& partial = mPartials[z];
-    partial = 0;
-    for (i32 y = 1; y < mDims.y - 1; ++y) {
-      const LatticeMatrix::Line& line = mMatrix.LineAt(y, z);
-      if (!line.IsEmpty()) f(line.base + line.first, line.last - line.first, partial);
-    }
-  });
-}
+void Grid_MultigridSolver::Prepare(void*) { PrepareIteration(); }
 
 namespace {
 
@@ -52,23 +32,6 @@ SULVA_WIDE_KERNEL void DescendLine(double alpha, double scale, const double* __r
 
 }  // namespace
 
-double Grid_MultigridSolver::StartResidual() {
-  const i64 layer = i64{mDims.x} * mDims.y;
-  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
-    const i64 first = z * layer, last = first + layer;
-    const double* diagonal = mMatrix.Diagonal();
-    double* r = mArrays[kRhs];
-    double top = 0;
-    for (i64 c = first; c < last; ++c) {
-      if (diagonal[c] == 0) r[c] = 0;
-      top = std::max(top, std::fabs(r[c]));
-    }
-    mPartials[z] = top;
-    for (const i32 a : {i32{kZ}, i32{kS}}) std::fill_n(mArrays[a] + first, layer, 0.0);
-  });
-  return *std::max_element(mPartials.begin(), mPartials.begin() + mDims.z);
-}
-
 double Grid_MultigridSolver::Descend(double alpha, double scale) {
   float* rhs = mMultigrid.FinestRhs();
   ForEachLine([&](i32 c, i32 n, double& top) {
@@ -83,18 +46,6 @@ double Grid_MultigridSolver::Descend(double alpha, double scale) {
 void Grid_MultigridSolver::Redirect(double beta) {
   const float* value = mMultigrid.FinestValue();
   ForEachLine([&](i32 c, i32 n, double&) { RedirectLine(beta, value + c, mArrays[kS] + c, n); });
-}
-
-double Grid_MultigridSolver::Multiply() {
-  ForEachLine([&](i32 c, i32 n, double& dot) {
-    const double* s = mArrays[kS] + c;
-    double* z = mArrays[kZ] + c;
-    MultiplyLine(Bands(mMatrix, c), s, z, n);
-    dot += DotLine(s, z, n);
-  });
-  double dot = 0;
-  for (i32 z = 1; z < mDims.z - 1; ++z) dot += mPartials[z];
-  return dot;
 }
 
 bool Grid_MultigridSolver::Solve() {

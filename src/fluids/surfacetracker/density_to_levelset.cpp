@@ -1,6 +1,7 @@
 #include "fluids/surfacetracker/density_to_levelset.h"
 
 #include "fluids/surfacetracker/fast_sweeper.h"
+#include "grids/run_shares.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -86,15 +87,8 @@ bool DensityToLevelset::Run(host::HostThread* thread) {
       // The sweeps bring workers of their own.
       FastSweeper<double>(*mLevelSet->GetGridForWrite(0), thread).Run(true, 1);
     } else if (worked) {
-      const i32 threads = host::ThreadCount();
-      host::WorkerPool::Instance().Run(threads, [&](i32 index) {
-        EvaluationThreadData data;
-        data.thread = thread;
-        data.index = index;
-        data.count = threads;
-        data.isLast = index == threads - 1;
-        Evaluate(data);
-      });
+      RunShares(host::ThreadCount(), thread,
+                [&](const EvaluationThreadData& share) { Evaluate(share); });
     }
     Finish();
   }

@@ -3,6 +3,7 @@
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
+#include "grids/run_shares.h"
 #include "grids/split.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -139,14 +140,10 @@ const Grid_VolumeFractions* VolumeBase::GetFractions(u32 kinds, FractionMethod m
   if (!mFractions.Has(FLAG_ACTIVE) || !SplitZ(slabs, mGrid->mLayout.dims, true, threads))
     return nullptr;
   const i32 workers = std::min(threads, mGrid->mLayout.dims.z);
-  host::WorkerPool::Instance().Run(workers, [&](i32 index) {
-    EvaluationThreadData data;
-    data.index = index;
-    data.count = workers;
-    data.isLast = index == workers - 1;
-    data.min = slabs.min[index];
-    data.max = slabs.max[index];
-    mFractions.Evaluate(data);
+  RunShares(workers, nullptr, [&](EvaluationThreadData& share) {
+    share.min = slabs.min[share.index];
+    share.max = slabs.max[share.index];
+    mFractions.Evaluate(share);
   });
   mHasFractions = true;
   return &mFractions;

@@ -8,6 +8,7 @@
 #include "fluids/volume_renderer/render_grid_preprocessor.h"
 #include "framework/scene.h"
 #include "grids/fixed_blocks.h"
+#include "grids/run_shares.h"
 #include "host/console.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
@@ -22,15 +23,8 @@ constexpr i32 kBrick = 8;  ///< cells
 
 /// Runs an object's `Evaluate` on all workers.
 void RunOnWorkers(iObject& object, host::HostThread* thread) {
-  const i32 threads = host::ThreadCount();
-  host::WorkerPool::Instance().Run(threads, [&](i32 index) {
-    EvaluationThreadData data;
-    data.thread = thread;
-    data.index = index;
-    data.count = threads;
-    data.isLast = index == threads - 1;
-    object.Evaluate(data);
-  });
+  RunShares(host::ThreadCount(), thread,
+            [&](const EvaluationThreadData& share) { object.Evaluate(share); });
 }
 
 double LargestOf(const EGrid<double>& grid) {

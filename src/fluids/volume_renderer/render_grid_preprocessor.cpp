@@ -1,6 +1,7 @@
 #include "fluids/volume_renderer/render_grid_preprocessor.h"
 
 #include "fluids/operators/channel_operator_remap.h"
+#include "grids/run_shares.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
@@ -103,15 +104,8 @@ void RenderGridPreprocessor::Run(host::HostThread* thread) {
   Prepare();
   Begin();
   if (Has(FLAG_ACTIVE)) {
-    const i32 threads = host::ThreadCount();
-    host::WorkerPool::Instance().Run(threads, [&](i32 index) {
-      EvaluationThreadData data;
-      data.thread = thread;
-      data.index = index;
-      data.count = threads;
-      data.isLast = index == threads - 1;
-      Evaluate(data);
-    });
+    RunShares(host::ThreadCount(), thread,
+              [&](const EvaluationThreadData& share) { Evaluate(share); });
   }
   Finish();
 }

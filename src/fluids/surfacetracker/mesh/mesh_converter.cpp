@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "grids/run_shares.h"
 #include "grids/split.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -11,13 +12,7 @@ using host::Polygon;
 void MeshConverter::Convert(i32 threads) {
   while (NextStep()) {
     Begin(threads);
-    host::WorkerPool::Instance().Run(threads, [&](i32 index) {
-      EvaluationThreadData data;
-      data.index = index;
-      data.count = threads;
-      data.isLast = index == threads - 1;
-      Run(data);
-    });
+    RunShares(threads, nullptr, [&](const EvaluationThreadData& share) { Run(share); });
   }
 }
 
