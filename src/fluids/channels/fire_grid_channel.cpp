@@ -35,8 +35,10 @@ const ParameterTable& FireGridChannel<T, G>::Parameters() {
     ParameterTable rows = ScalarChannelRows(1);
     const ParameterTable own = {
         RealRow(2000, "ignition", 1600.0, "K", "temperature at which the cell counts as burning"),
-        RealRow(2001, "burn_time", 2.5, "s", "time in which fire falls from 1 to the threshold"),
-        RealRow(2002, "fade_time", 0.5, "s", "time in which fire falls from the threshold to 0"),
+        RealRow(2001, "burn_time", 2.5, "s", "time in which fire falls from 1 to the threshold")
+            .AtLeast(0),
+        RealRow(2002, "fade_time", 0.5, "s", "time in which fire falls from the threshold to 0")
+            .AtLeast(0),
     };
     rows.insert(rows.begin() + 3, own.begin(), own.end());
     return rows;

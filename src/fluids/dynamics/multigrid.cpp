@@ -23,9 +23,6 @@ i64 Volume(const VecInt3D& v) { return i64{v.x} * v.y * v.z; }
 /// Below this share of a row's diagonal a face counts as closed.
 constexpr float kClosedShare = 0.005F;
 
-VecInt3D CoarseCell(const VecInt3D& fine, const VecInt3D& factor) {
-  return {(fine.x - 1) / factor.x + 1, (fine.y - 1) / factor.y + 1, (fine.z - 1) / factor.z + 1};
-}
 VecInt3D FirstChild(const VecInt3D& coarse, const VecInt3D& factor) {
   return {(coarse.x - 1) * factor.x + 1, (coarse.y - 1) * factor.y + 1,
           (coarse.z - 1) * factor.z + 1};
@@ -58,21 +55,30 @@ void Multigrid::Free() {
   mLastValues = {};
 }
 
-void Multigrid::SetPlaces(const Level* fine, i32 axis, Level& level) {
+void Multigrid::SetPlaces(Level* fine, i32 axis, Level& level) {
   const i32 n = level.dims[axis];
-  std::vector<float>& places = level.places[axis];
+  std::vector<float>& places = level.axes[axis].places;
   places.resize(n);
   if (!fine) {
     std::iota(places.begin(), places.end(), 0.0F);
     return;
   }
-  const std::vector<float>& from = fine->places[axis];
-  places.front() = from.front();
-  places.back() = from.back();
+  const i32 factor = fine->factor[axis], fineCells = fine->dims[axis];
+  Axis& from = fine->axes[axis];
+  places.front() = from.places.front();
+  places.back() = from.places.back();
   for (i32 i = 1; i < n - 1; ++i) {
-    const i32 low = (i - 1) * fine->factor[axis] + 1;
-    const i32 high = std::min<i32>(low + fine->factor[axis] - 1, fine->dims[axis] - 2);
-    places[i] = 0.5F * (from[low] + from[high]);
+    const i32 low = (i - 1) * factor + 1;
+    const i32 high = std::min<i32>(low + factor - 1, fineCells - 2);
+    places[i] = 0.5F * (from.places[low] + from.places[high]);
+  }
+  from.coarse.resize(fineCells);
+  for (i32 i = 0; i < fineCells; ++i)
+    from.coarse[i] = i == 0 ? 0 : i == fineCells - 1 ? n - 1 : (i - 1) / factor + 1;
+  from.ratio.assign(fineCells, 1.0F);
+  for (i32 i = 0; i + 1 < fineCells; ++i) {
+    const float wide = places[from.coarse[i + 1]] - places[from.coarse[i]];
+    if (wide > 0) from.ratio[i] = (from.places[i + 1] - from.places[i]) / wide;
   }
 }
 
@@ -154,10 +160,32 @@ void Multigrid::TakeMatrix(const LatticeMatrix& matrix) {
   });
 }
 
+bool Multigrid::IsWhole(const Level& fine, const VecInt3D& low) const {
+  const float* inverse = fine.arrays[kInverse];
+  const VecInt3D f = fine.factor;
+  for (i32 z = 0; z < f.z; ++z)
+    for (i32 y = 0; y < f.y; ++y)
+      for (i32 x = 0; x < f.x; ++x) {
+        const i32 c = fine.Cell(low.x + x, low.y + y, low.z + z);
+        if (inverse[c] == 0) return false;
+        const VecInt3D at{x, y, z};
+        for (i32 axis = 0; axis < 3; ++axis)
+          if (at[axis] + 1 < f[axis] && !IsOpen(fine, c, axis)) return false;
+      }
+  return true;
+}
+
+bool Multigrid::IsOpen(const Level& fine, i32 cell, i32 axis) {
+  const float* inverse = fine.arrays[kInverse];
+  return fine.arrays[kWeight + axis][cell] *
+             std::max(inverse[cell], inverse[cell + fine.Offset(axis)]) >
+         kClosedShare;
+}
+
 void Multigrid::FindStraysOf(const Level& fine, const VecInt3D& cell,
                              std::vector<Stray>& strays) const {
+  if (IsWhole(fine, FirstChild(cell, fine.factor))) return;
   const float* inverse = fine.arrays[kInverse];
-  VecInt3D at[8];
   i32 cells[8], part[8], count = 0;
   const VecInt3D low = FirstChild(cell, fine.factor);
   for (i32 k = 0; k < fine.factor.x * fine.factor.y * fine.factor.z; ++k) {
@@ -165,7 +193,6 @@ void Multigrid::FindStraysOf(const Level& fine, const VecInt3D& cell,
                      low.z + k / (fine.factor.x * fine.factor.y)};
     const i32 c = fine.Cell(p.x, p.y, p.z);
     if (inverse[c] == 0) continue;
-    at[count] = p;
     cells[count] = c;
     part[count] = count;
     ++count;
@@ -181,10 +208,7 @@ void Multigrid::FindStraysOf(const Level& fine, const VecInt3D& cell,
   for (i32 a = 0; a < count; ++a)
     for (i32 b = a + 1; b < count; ++b)
       for (i32 axis = 0; axis < 3; ++axis)
-        if (cells[b] - cells[a] == fine.Offset(axis) &&
-            fine.arrays[kWeight + axis][cells[a]] * std::max(inverse[cells[a]], inverse[cells[b]]) >
-                kClosedShare)
-          join(a, b);
+        if (cells[b] - cells[a] == fine.Offset(axis) && IsOpen(fine, cells[a], axis)) join(a, b);
   if (parts <= 1) return;
   i32 largest = 0;
   for (i32 a = 1; a < count; ++a)
@@ -197,7 +221,8 @@ void Multigrid::FindStraysOf(const Level& fine, const VecInt3D& cell,
 /// The coarse neighbour that most of a stray's flow goes to. It can't hang on another stray, which
 /// may lie behind a wall of its own.
 i32 Multigrid::ParentOfStray(const Level& fine, const Level& coarse, i32 cell) const {
-  const VecInt3D at = fine.Place(cell), home = CoarseCell(at, fine.factor);
+  const VecInt3D at = fine.Place(cell);
+  const i32 home = Home(fine, coarse, at);
   float strongest = 0;
   i32 parent = -1;
   for (i32 axis = 0; axis < 3; ++axis)
@@ -208,10 +233,10 @@ i32 Multigrid::ParentOfStray(const Level& fine, const Level& coarse, i32 cell) c
         continue;
       VecInt3D beyond = at;
       beyond[axis] += side;
-      const VecInt3D neighbour = CoarseCell(beyond, fine.factor);
+      const i32 neighbour = Home(fine, coarse, beyond);
       if (neighbour == home) continue;
       strongest = w;
-      parent = coarse.Cell(neighbour.x, neighbour.y, neighbour.z);
+      parent = neighbour;
     }
   return parent;
 }
@@ -241,23 +266,10 @@ void Multigrid::FindStrays(Level& fine, const Level& coarse) {
   for (Stray& stray : fine.strays) stray.parent = ParentOfStray(fine, coarse, stray.cell);
 }
 
-/// The distance of the cells at `low` and one above on an axis, over that of their coarse cells.
-float Multigrid::DistanceRatio(const Level& fine, const Level& coarse, i32 axis, i32 low) {
-  const auto coarseOf = [&](i32 i) {
-    return i == 0                     ? 0
-           : i == fine.dims[axis] - 1 ? coarse.dims[axis] - 1
-                                      : (i - 1) / fine.factor[axis] + 1;
-  };
-  const std::vector<float>&from = fine.places[axis], &to = coarse.places[axis];
-  const float wide = to[coarseOf(low + 1)] - to[coarseOf(low)];
-  return wide > 0 ? (from[low + 1] - from[low]) / wide : 1.0F;
-}
-
 i32 Multigrid::ParentOf(const Level& fine, const Level& coarse, const VecInt3D& cell) const {
   const float mark = fine.arrays[kValue][fine.Cell(cell.x, cell.y, cell.z)];
   if (mark != 0) return fine.strays[static_cast<std::size_t>(mark) - 1].parent;
-  const VecInt3D c = CoarseCell(cell, fine.factor);
-  return coarse.Cell(c.x, c.y, c.z);
+  return Home(fine, coarse, cell);
 }
 
 /// Adds the entries of a cell to the row of its coarse cell. The coarse cell's own row alone is
@@ -266,11 +278,11 @@ void Multigrid::AddRow(const Level& fine, const Level& coarse, const VecInt3D& c
                        i32 parent) const {
   const float* inverse = fine.arrays[kInverse];
   const i32 c = fine.Cell(cell.x, cell.y, cell.z);
-  const VecInt3D home = CoarseCell(cell, fine.factor);
-  const bool stray = parent != coarse.Cell(home.x, home.y, home.z);
+  const bool stray = parent != Home(fine, coarse, cell);
   float& diagonal = coarse.arrays[kInverse][parent];
   for (i32 axis = 0; axis < 3; ++axis) {
     const float* weight = fine.arrays[kWeight + axis];
+    const std::vector<float>& ratio = fine.axes[axis].ratio;
     const i32 offset = fine.Offset(axis);
     for (i32 side = 0; side < 2; ++side) {
       const float w = weight[side ? c : c - offset];
@@ -278,8 +290,7 @@ void Multigrid::AddRow(const Level& fine, const Level& coarse, const VecInt3D& c
       VecInt3D next = cell;
       next[axis] += side ? 1 : -1;
       if (inverse[side ? c + offset : c - offset] == 0) {
-        const float scaled =
-            w * DistanceRatio(fine, coarse, axis, std::min(cell[axis], next[axis]));
+        const float scaled = w * ratio[std::min(cell[axis], next[axis])];
         diagonal += scaled;
         if (stray) continue;
         if (next[axis] == 0) coarse.arrays[kWeight + axis][parent - coarse.Offset(axis)] += scaled;
@@ -290,9 +301,8 @@ void Multigrid::AddRow(const Level& fine, const Level& coarse, const VecInt3D& c
       if (other < 0 || other == parent) continue;
       for (i32 a = 0; a < 3; ++a) {
         if (std::abs(other - parent) != coarse.Offset(a)) continue;
-        const float scaled =
-            w * (a == axis ? DistanceRatio(fine, coarse, a, std::min(cell[a], next[a]))
-                           : 1 / static_cast<float>(fine.factor[a]));
+        const float scaled = w * (a == axis ? ratio[std::min(cell[a], next[a])]
+                                            : 1 / static_cast<float>(fine.factor[a]));
         diagonal += scaled;
         if (other > parent) coarse.arrays[kWeight + a][parent] += scaled;
         break;
@@ -316,8 +326,7 @@ void Multigrid::FormCoarse(Level& fine, Level& coarse) {
         for (i32 x = 1; x < fine.dims.x - 1; ++x) {
           const i32 c = fine.Cell(x, y, z);
           if (inverse[c] == 0 || mark[c] != 0) continue;
-          const VecInt3D home = CoarseCell({x, y, z}, fine.factor);
-          AddRow(fine, coarse, {x, y, z}, coarse.Cell(home.x, home.y, home.z));
+          AddRow(fine, coarse, {x, y, z}, Home(fine, coarse, {x, y, z}));
         }
   });
   for (const Stray& stray : fine.strays)

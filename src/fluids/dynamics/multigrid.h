@@ -47,15 +47,21 @@ class Multigrid {
     float value = 0;
   };
 
+  /// What the cells of an axis have in common.
+  struct Axis {
+    /// Of the cells' centres, in finest cells; the outermost layers keep theirs.
+    std::vector<float> places;
+    std::vector<i32> coarse;   ///< index on the next level
+    std::vector<float> ratio;  ///< distance to the next cell, over that of their coarse cells
+  };
+
   struct Level {
     /// The finest level takes part in no coarser one's corrections and needs no shares.
     explicit Level(bool finest) : arrays(finest ? i32{kShare} : i32{kArrays}) {}
 
     VecInt3D dims{};
     VecInt3D factor{1, 1, 1};  ///< fine cells in a cell of the next level
-    /// Places of the cells' centres on each axis, in finest cells; the outermost layers keep
-    /// theirs.
-    std::array<std::vector<float>, 3> places;
+    std::array<Axis, 3> axes;
     i32 threads = 1;
     StaggeredArraysOf<float> arrays;
     std::vector<Stray> strays;     ///< in cell order
@@ -70,14 +76,22 @@ class Multigrid {
     bool Resize(const VecInt3D& size);
   };
 
-  static void SetPlaces(const Level* fine, i32 axis, Level& level);
-  static float DistanceRatio(const Level& fine, const Level& coarse, i32 axis, i32 low);
+  static void SetPlaces(Level* fine, i32 axis, Level& level);
   bool SetSizes(const VecInt3D& dims, i32 threads);
   void TakeMatrix(const LatticeMatrix& matrix);
   void FormCoarse(Level& fine, Level& coarse);
   void FindStrays(Level& fine, const Level& coarse);
   void FindStraysOf(const Level& fine, const VecInt3D& cell, std::vector<Stray>& strays) const;
   i32 ParentOfStray(const Level& fine, const Level& coarse, i32 cell) const;
+  /// All fine cells of a coarse one, from `low` on, have rows and open faces between them.
+  bool IsWhole(const Level& fine, const VecInt3D& low) const;
+  /// The face above a cell isn't all but closed.
+  static bool IsOpen(const Level& fine, i32 cell, i32 axis);
+  /// The coarse cell that holds a cell.
+  static i32 Home(const Level& fine, const Level& coarse, const VecInt3D& cell) {
+    return coarse.Cell(fine.axes[0].coarse[cell.x], fine.axes[1].coarse[cell.y],
+                       fine.axes[2].coarse[cell.z]);
+  }
   /// The coarse cell of a cell with a row, or -1.
   i32 ParentOf(const Level& fine, const Level& coarse, const VecInt3D& cell) const;
   void AddRow(const Level& fine, const Level& coarse, const VecInt3D& cell, i32 parent) const;

@@ -29,8 +29,8 @@ SULVA_WIDE_KERNEL void TakeMeans(const double* __restrict sum, const double* __r
   }
 }
 SULVA_WIDE_KERNEL void TakeMeansAlike(const double* __restrict sum, double divisor,
-                                 const double* __restrict source, double* __restrict target, i32 n,
-                                 double most) {
+                                      const double* __restrict source, double* __restrict target,
+                                      i32 n, double most) {
   for (i32 x = 0; x < n; ++x) {
     const double mean = sum[x] * divisor;
     const double capped = mean > most ? most : mean;
@@ -196,7 +196,7 @@ std::vector<double> GridDiffusion::MakeKernel(double s, i32 reach) {
 bool GridDiffusion::MakeWorkGrids(i32 count, const EGrid<double>& like) {
   for (i32 i = 0; i < count; ++i) {
     if (!mWork[i] || mWork[i]->Dims() != like.Dims())
-      mWork[i] = std::make_unique<EGrid<double>>(like.mLayout, kCentre);
+      mWork[i] = std::make_unique<EGrid<double>>(like.mLayout, like.mKind);
     if (!mWork[i]->mData) {
       Release(false);
       return Deactivate("its work grids do not fit into memory");

@@ -9,8 +9,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// it.
 class MeshVertexNormalsOperator : public MeshOperator {
  public:
-  using MeshOperator::MeshOperator;
   MeshVertexNormalsOperator() { mPriority = -5; }
+  MeshVertexNormalsOperator(host::BaseNode* node, Scene* scene) : MeshOperator(node, scene) {
+    mPriority = -5;
+  }
 
   i32 GetTypeId() const override { return kTypeVertexNormals; }
   void SetRecord(TriMeshSTL* record) { mRecord = record; }

@@ -45,8 +45,8 @@ class TriMeshSTL {
   /// Saves or restores all of it.
   void Persist(StateArchive& archive);
 
-  /// The two triangles of a host polygon; the second is -1 for a triangle. Filled from the first
-  /// quad on.
+  /// The two triangles of a host polygon; the second is -1 for a triangle. Empty in a mesh without
+  /// quads.
   std::unordered_map<i32, std::pair<i32, i32>> mQuadMap;
   std::vector<Vec3d> mUvs;  ///< three corners per triangle, or empty
   VertexColumns mColumns;
