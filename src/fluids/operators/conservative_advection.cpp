@@ -36,7 +36,7 @@ inline void ForEachCorner(const ContributionCoefficients& block, i32 row, i32 sl
     if (!(block.closed >> k & 1)) f(block.base + at[k], w[k] / sum);
 }
 
-/// Whether any corner has a weight.
+/// Whether no corner has a weight.
 inline bool IsEmpty(const ContributionCoefficients& block) {
   bool any = false;
   ForEachCorner(block, 0, 0, [&](i32, double) { any = true; });
@@ -180,24 +180,37 @@ void ConservativeAdvection::FindLimits(const ContributionCoefficients& block, co
   most[c] = high;
 }
 
-/// How much of every cell is asked for: primary weights times `scale` of the asking cell (null: 1),
-/// and the cell's own forward share. Two fixed halves scatter apart, each in cell order.
+/// How much of every cell is asked for: primary weights times `scale` of the asking cell (null: 1;
+/// the outermost layer asks for itself alone, unscaled). Two fixed halves scatter apart, each in
+/// cell order.
 void ConservativeAdvection::ComputeBeta(const Flow& flow, const double* scale) {
   double* halves[2] = {mBeta->mData, mBetaUpper->mData};
   ForEachBlock(2, flow.threads, [&](i32 half) {
     double* beta = halves[half];
     std::fill_n(beta, mBeta->mCount, 0.0);
     const i32 first = half == 0 ? 0 : mDims.z / 2, last = half == 0 ? mDims.z / 2 : mDims.z;
-    for (i32 c = first * mSlice; c < last * mSlice; ++c) {
-      const double s = scale ? scale[c] : 1.0;
-      ForEachCorner((*mBlocks)[c], mDims.x, mSlice,
-                    [&](i32 corner, double w) { beta[corner] += w * s; });
-    }
+    for (i32 z = first; z < last; ++z)
+      for (i32 y = 0; y < mDims.y; ++y) {
+        const bool border = z == 0 || z == mDims.z - 1 || y == 0 || y == mDims.y - 1;
+        for (i32 x = 0; x < mDims.x; ++x) {
+          const i32 c = z * mSlice + y * mDims.x + x;
+          const bool scaled = scale && !border && x > 0 && x < mDims.x - 1;
+          const double s = scaled ? scale[c] : 1.0;
+          ForEachCorner((*mBlocks)[c], mDims.x, mSlice,
+                        [&](i32 corner, double w) { beta[corner] += w * s; });
+        }
+      }
   });
   ForEachLayer(flow, [&](i32 z) {
     double* beta = mBeta->mData + z * mSlice;
     const double* upper = mBetaUpper->mData + z * mSlice;
     for (i32 i = 0; i < mSlice; ++i) beta[i] += upper[i];
+  });
+}
+
+/// Adds what the cells send forward to what is asked of them.
+void ConservativeAdvection::AddForwardShares(const Flow& flow) {
+  ForEachLayer(flow, [&](i32 z) {
     for (const ForwardContribution& forward : mForward[z])
       mBeta->mData[forward.cell] += forward.share;
   });
@@ -250,7 +263,7 @@ void ConservativeAdvection::SendForward(const Flow& flow, double step, const dou
 /// What every cell receives of a field of ones: the density error of the step.
 void ConservativeAdvection::ComputeGamma(const Flow& flow, const double* scale, double* gamma) {
   // `gamma` serves as the field of ones until the last moment: a gather reads it through a copy.
-  std::fill_n(gamma, mHolds->mCount, 1.0);
+  ForEachLayer(flow, [&](i32 z) { std::fill_n(gamma + z * mSlice, mSlice, 1.0); });
   Gather(flow, scale, gamma, gamma);
   for (const auto& layer : mForward)
     for (const ForwardContribution& forward : layer) {
@@ -261,7 +274,7 @@ void ConservativeAdvection::ComputeGamma(const Flow& flow, const double* scale, 
 }
 
 /// What every cell asks for of `source`, in the share that each giver can spare. The outermost
-/// layer keeps what it holds, whatever is asked of it.
+/// layer keeps what it holds, whatever is asked of it. `destination` may be the source.
 void ConservativeAdvection::Gather(const Flow& flow, const double* scale, const double* source,
                                    double* destination) {
   const double* beta = mBeta->mData;
@@ -274,7 +287,7 @@ void ConservativeAdvection::Gather(const Flow& flow, const double* scale, const 
     for (i32 y = 0; y < mDims.y; ++y) {
       const i32 row = z * mSlice + y * mDims.x, last = row + mDims.x - 1;
       if (z == 0 || z == mDims.z - 1 || y == 0 || y == mDims.y - 1) {
-        std::copy(source + row, source + last + 1, destination + row);
+        if (destination != source) std::copy_n(source + row, mDims.x, destination + row);
         continue;
       }
       destination[row] = source[row];
@@ -351,7 +364,8 @@ void ConservativeAdvection::Even(const Flow& flow, double* gamma, double* destin
       EvenSweep(flow, axis, in, out, destination);
       std::swap(in, out);
     }
-  if (in != gamma) std::copy_n(in, mHolds->mCount, gamma);
+  if (in == gamma) return;
+  ForEachLayer(flow, [&](i32 z) { std::copy_n(in + z * mSlice, mSlice, gamma + z * mSlice); });
 }
 
 void ConservativeAdvection::Step(const Flow& flow, double step, const double* source,
@@ -359,18 +373,21 @@ void ConservativeAdvection::Step(const Flow& flow, double step, const double* so
                                  double* least, double* most) {
   RecordBackward(flow, step, source, least, most);
   double* scale = mScale->mData;
+  // Without weights a cell's shares add up to 1 already.
   ForEachLayer(flow, [&](i32 z) {
-    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
+    if (!weights) std::fill_n(scale + z * mSlice, mSlice, 1.0);
+    for (i32 c = z * mSlice; weights && c < (z + 1) * mSlice; ++c) {
       double sum = 0;
       ForEachCorner((*mBlocks)[c], mDims.x, mSlice,
-                    [&](i32 corner, double w) { sum += weights ? w * weights[corner] : w; });
+                    [&](i32 corner, double w) { sum += w * weights[corner]; });
       scale[c] = sum > 0 ? 1 / sum : 1.0;
     }
     mForward[z].clear();
   });
   ComputeBeta(flow, nullptr);
   RecordForward(flow, step, scale);
-  ComputeBeta(flow, scale);
+  if (weights) ComputeBeta(flow, scale);
+  AddForwardShares(flow);
   ComputeGamma(flow, scale, gamma);
   Gather(flow, scale, source, destination);
   Scatter(scale, source, destination);

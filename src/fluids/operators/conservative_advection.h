@@ -67,6 +67,7 @@ class ConservativeAdvection {
   void SendForward(const Flow& flow, double step, const double* scale, const RowVectors& start,
                    const i32* cells, i32 n, std::vector<ForwardContribution>& list) const;
   void ComputeBeta(const Flow& flow, const double* scale);
+  void AddForwardShares(const Flow& flow);
   void ComputeGamma(const Flow& flow, const double* scale, double* gamma);
   void Gather(const Flow& flow, const double* scale, const double* source, double* destination);
   void Scatter(const double* scale, const double* source, double* destination) const;

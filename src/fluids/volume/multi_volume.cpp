@@ -111,6 +111,7 @@ bool MultiVolume::IsDirty() const {
 
 void MultiVolume::Release(bool full) {
   for (auto& [key, member] : mMembers) member->Release(full);
+  UniteBounds();
   iVolume::Release(full);
 }
 
@@ -130,7 +131,7 @@ void MultiVolume::UniteBounds() {
     mBoxMin = Min(mBoxMin, member->mBoxMin);
     mBoxMax = Max(mBoxMax, member->mBoxMax);
   }
-  mCentre = mBoxMin + (mBoxMax - mBoxMin) * 0.5;
+  mCentre = mBoxMin.x > mBoxMax.x ? Vec3d{} : mBoxMin + (mBoxMax - mBoxMin) * 0.5;
 }
 
 void MultiVolume::Prepare(void* context) {

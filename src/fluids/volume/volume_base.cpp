@@ -65,8 +65,7 @@ void VolumeBase::Release(bool full) {
   MarkGridChanged();
   mFractions.Release(full);
   mCells = {};
-  mBoxMin = {kHuge, kHuge, kHuge};
-  mBoxMax = {-kHuge, -kHuge, -kHuge};
+  ClearBox();
   iVolume::Release(full);
 }
 
@@ -104,6 +103,7 @@ bool VolumeBase::AllocateGrid() {
   const VecInt3D dims = mCells + VecInt3D{1, 1, 1};
   if (mCells == VecInt3D{}) {
     mGrid.reset();
+    ClearBox();
     return Deactivate("its box is empty or too large for its cell size");
   }
   const f32 cellSize = static_cast<f32>(mCellSize);
@@ -115,6 +115,7 @@ bool VolumeBase::AllocateGrid() {
   }
   if (!mGrid->mData) {
     mGrid.reset();
+    ClearBox();
     return Deactivate("there is no memory for its grid");
   }
   mGrid->Fill(kHuge);

@@ -63,6 +63,11 @@ class VolumeBase : public iVolume {
   void Persist(StateArchive& archive) override;
   void CollectMembers(std::vector<VolumeBase*>& out) override { out.push_back(this); }
 
+  /// Makes the box the empty one.
+  void ClearBox() {
+    mBoxMin = {kHuge, kHuge, kHuge};
+    mBoxMax = {-kHuge, -kHuge, -kHuge};
+  }
   /// Pads `mBoxMin` and `mBoxMax`, snaps them outwards to whole cells of `mCellSize` and sets the
   /// cell counts; no cells when the box isn't finite or too large to count.
   virtual void UpdateBounds();

@@ -75,8 +75,9 @@ bool VolumeMesh::ResolveLinks() {
   };
   mMesh = static_cast<Mesh*>(find(kTypeMesh));
   if (auto* group = mMesh ? nullptr : static_cast<MultiMesh*>(find(kTypeMultiMesh))) {
-    // The group may stand later in the list: its meshes are brought up to date first.
-    group->ResolveLinks();
+    // The group may stand later in the list: its meshes are brought up to date first. For a member
+    // of a group of volumes that has done it.
+    if (!mIsMember) group->ResolveLinks();
     mMesh = group->GetSubMesh(mSubIndex);
   }
   return true;
