@@ -1,4 +1,9 @@
+#include <openvdb/io/Stream.h>
 #include <openvdb/openvdb.h>
+
+#include <fstream>
+#include <new>
+#include <stdexcept>
 
 #include "app/vdb_info.h"
 #include "host/atomic_file.h"
@@ -29,17 +34,29 @@ VdbGridInfo InfoOf(const openvdb::GridBase& grid) {
 }  // namespace
 
 std::vector<VdbGridInfo> ReadVdbInfo(const std::filesystem::path& path) {
+  const auto fail = [&](const std::string& why) {
+    throw host::FileError("cannot read " + path.string() + ": " + why);
+  };
   try {
     openvdb::initialize();
-    openvdb::io::File file(path.string());
-    file.open(false);
-    const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
+    // The library never asks whether a read succeeded: on a file that was cut it would go on with
+    // whatever its variables held. A stream that throws stops it at the first missing byte.
+    std::ifstream bytes(path, std::ios::binary);
+    bytes.exceptions(std::ios::failbit | std::ios::badbit | std::ios::eofbit);
+    openvdb::io::Stream file(bytes, /*delayLoad=*/false);
     std::vector<VdbGridInfo> infos;
-    for (const auto& grid : *grids) infos.push_back(InfoOf(*grid));
+    for (const auto& grid : *file.getGrids()) infos.push_back(InfoOf(*grid));
     return infos;
+  } catch (const std::ios_base::failure&) {
+    fail("it ends too early");
+  } catch (const std::bad_alloc&) {
+    fail("it is damaged");
+  } catch (const std::length_error&) {
+    fail("it is damaged");
   } catch (const std::exception& error) {
-    throw host::FileError("cannot read " + path.string() + ": " + error.what());
+    fail(error.what());
   }
+  return {};
 }
 
 }  // namespace MELDO_GLOBAL::app

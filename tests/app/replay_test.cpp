@@ -107,7 +107,12 @@ TEST(Replay, CommandsTellWhatFilesHold) {
 
   // Files that are none of these, or not whole.
   folder.Write("text", "some text that is long enough");
-  folder.Write("short.vdb", ReadAll(folder.Path() / "o/vdb/0004.vdb").substr(0, 300));
+  const std::string whole = ReadAll(folder.Path() / "o/vdb/0004.vdb");
+  for (std::size_t length = 12; length < whole.size(); length += whole.size() / 37 + 1) {
+    folder.Write("short.vdb", whole.substr(0, length));
+    EXPECT_EQ(folder.Run({"info", "short.vdb"}), 5) << length;
+    EXPECT_LT(folder.Errors().size(), 300U) << length;
+  }
   folder.Write("short.cache",
                ReadAll(folder.Path() / "o/cache/sulva_grid_c4d00004.cache").substr(0, 99));
   for (const char* file : {"text", "short.vdb", "short.cache", "nowhere", "o"}) {
