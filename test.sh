@@ -10,7 +10,7 @@ cd "$root"
 if [ "${1:-}" = --fuzz ]; then
   exec scripts/fuzz
 fi
-scripts/setup
+scripts/setup --tests
 scripts/build "$root/build"
 ctest --test-dir build --output-on-failure -j2
 [ "${1:-}" = --quick ] && exit 0

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 
@@ -49,6 +50,16 @@ std::string Description(const std::string& text) {
     at = next != std::string::npos && text.compare(next, 2, "//") == 0 ? next : std::string::npos;
   }
   return words;
+}
+
+/// The scene with the schema's place as it is seen from anywhere.
+std::string WithSchema(std::string text, const fs::path& folder) {
+  const std::string relative = "../docs/sulva.schema.json", quoted = '"' + relative + '"';
+  const std::size_t at = text.find(quoted);
+  std::error_code failed;
+  const fs::path schema = fs::canonical(folder / relative, failed);
+  if (at == std::string::npos || failed) return text;
+  return text.replace(at, quoted.size(), nlohmann::json(schema.string()).dump());
 }
 
 std::set<std::string> SceneNames(const fs::path& folder) {
@@ -117,7 +128,7 @@ int RunNew(const std::string& name, const fs::path& file) {
   fs::path target = file.empty() ? fs::path(name + ".json") : file;
   if (fs::is_directory(target, failed)) target /= name + ".json";
 
-  std::vector<Copy> copies = {{target, ReadFile(source)}};
+  std::vector<Copy> copies = {{target, WithSchema(ReadFile(source), *folder)}};
   for (const fs::path& asset : AssetsOf(copies.front().bytes, source))
     copies.push_back({target.parent_path() / asset, ReadFile(folder.value() / asset)});
   for (const Copy& copy : copies) CheckTarget(copy);

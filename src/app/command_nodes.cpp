@@ -8,6 +8,7 @@
 
 #include "app/diagnostics.h"
 #include "app/exit_codes.h"
+#include "app/parameter_text.h"
 #include "app/render_section.h"
 #include "app/scene_schema.h"
 #include "nodes/catalogue.h"
@@ -26,30 +27,6 @@ namespace {
 constexpr double kOpen = std::numeric_limits<double>::infinity();
 
 // ---- JSON -------------------------------------------------------------------------------------
-
-Json VectorJson(const Vec3d& v) { return Json::array({v.x, v.y, v.z}); }
-
-Json DefaultJson(const ParameterRow& row) {
-  if (const double* real = std::get_if<double>(&row.creation)) return *real;
-  if (const i32* whole = std::get_if<i32>(&row.creation))
-    return row.type == ParameterType::Bool ? Json(*whole != 0) : Json(*whole);
-  if (const auto* text = std::get_if<std::string>(&row.creation)) return *text;
-  if (const Vec3d* vector = std::get_if<Vec3d>(&row.creation)) return VectorJson(*vector);
-  if (const Filename* file = std::get_if<Filename>(&row.creation)) return file->path;
-  if (std::holds_alternative<InExcludeData>(row.creation)) return Json::array();
-  if (const auto* curve = std::get_if<SplineData>(&row.creation)) {
-    Json knots = Json::array();
-    for (const auto& knot : curve->knots) knots.push_back(Json::array({knot.x, knot.y}));
-    return knots;
-  }
-  if (const auto* gradient = std::get_if<Gradient>(&row.creation)) {
-    Json knots = Json::array();
-    for (const auto& knot : gradient->knots)
-      knots.push_back(Json::array({knot.position, VectorJson(knot.colour)}));
-    return knots;
-  }
-  return nullptr;
-}
 
 Json LimitJson(const ParameterRow& row, double limit) {
   return row.type == ParameterType::Long ? Json(static_cast<i64>(limit)) : Json(limit);
@@ -147,8 +124,7 @@ void PrintCatalogue() {
 std::string DefaultText(const ParameterRow& row) {
   const Json json = DefaultJson(row);
   if (const i32* whole = std::get_if<i32>(&row.creation))
-    for (const Choice& choice : row.choices)
-      if (choice.value == *whole) return std::string(choice.name);
+    if (const Choice* choice = ChoiceOf(row, *whole)) return std::string(choice->name);
   if (const double* real = std::get_if<double>(&row.creation)) return fmt::format("{}", *real);
   return json.is_null() ? "-" : json.is_array() && json.empty() ? "[]" : json.dump();
 }
@@ -158,10 +134,7 @@ std::string RangeText(const ParameterRow& row) {
   for (const Choice& choice : row.choices)
     text += fmt::format("{}{} {}", text.empty() ? "" : ", ", choice.value, choice.name);
   if (!text.empty()) return text;
-  if (row.min != -kOpen && row.max != kOpen) return fmt::format("{} to {}", row.min, row.max);
-  if (row.min != -kOpen) return fmt::format("at least {}", row.min);
-  if (row.max != kOpen) return fmt::format("at most {}", row.max);
-  return {};
+  return LimitsText(row);
 }
 
 void PrintRows(const ParameterTable& table) {

@@ -25,7 +25,10 @@ constexpr std::size_t kLargestFile = std::size_t{64} << 20;
 /// The members at the top of a scene file.
 void ReadHeader(SceneContext& context, const JsonValue& root) {
   Document& document = context.document;
-  context.CheckKeys(root, {"sulva", "fps", "range", "objects", "nodes", "exports", "render"}, "");
+  context.CheckKeys(
+      root, {"$schema", "sulva", "fps", "range", "objects", "nodes", "exports", "render"}, "");
+  // Where an editor finds names and ranges; it means nothing here.
+  if (const JsonValue* schema = root.Find("$schema")) context.ReadText(*schema, "", "'$schema'");
   if (const JsonValue* version = root.Find("sulva")) {
     const auto number = context.ReadNumber(*version, "", "'sulva'");
     if (number && *number != 1)

@@ -49,7 +49,9 @@ u64 FingerprintOf(const JsonValue& scene, const std::vector<std::string>& overri
   std::string out;
   if (const JsonValue::Object* members = scene.Members())
     for (const JsonMember& member : *members) {
-      if (member.key == "exports" || member.key == "render" || member.key == "range") continue;
+      if (member.key == "exports" || member.key == "render" || member.key == "range" ||
+          member.key == "$schema")
+        continue;
       AppendBytes(out, member.key.data(), member.key.size());
       Append(out, member.value);
     }

@@ -5,6 +5,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "app/parameter_text.h"
 #include "app/render_section.h"
 #include "app/scene_objects.h"
 #include "host/render_objects.h"
@@ -44,6 +45,43 @@ Json Object(Json properties, Json required = Json::array()) {
           {"additionalProperties", false}};
 }
 
+Json Text(const std::string& description) {
+  return {{"type", "string"}, {"minLength", 1}, {"description", description}};
+}
+
+Json Described(Json schema, const std::string& description) {
+  schema["description"] = description;
+  return schema;
+}
+
+/// One of a few whole numbers; an `enum` would be offered by editors.
+Json OneOf(const std::vector<i32>& numbers) {
+  Json cases = Json::array();
+  for (const i32 number : numbers) cases.push_back({{"minimum", number}, {"maximum", number}});
+  return {{"type", "integer"}, {"anyOf", std::move(cases)}};
+}
+
+/// The words of a choice, which editors offer, and its numbers, which they only accept.
+Json ChoiceSchema(const ParameterRow& row) {
+  Json words = Json::array();
+  std::vector<i32> numbers;
+  for (const Choice& choice : row.choices) {
+    words.push_back(choice.name);
+    numbers.push_back(choice.value);
+  }
+  return {{"anyOf", Json::array({{{"enum", std::move(words)}}, OneOf(numbers)})}};
+}
+
+/// `text` as a part of a regular expression.
+std::string Escaped(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    if (std::string_view("\\^$.|?*+()[]{}/").find(c) != std::string_view::npos) escaped += '\\';
+    escaped += c;
+  }
+  return escaped;
+}
+
 /// `{"keys": [[frame, value], ...], "interpolation": word}`.
 Json Keys(const Json& value) {
   Json key = {{"type", "array"},
@@ -62,15 +100,9 @@ Json PlainValue(const ParameterRow& row) {
   Json json;
   switch (row.type) {
     case ParameterType::Real: json = {{"type", "number"}}; break;
-    case ParameterType::Long: {
-      Json words = Json::array();
-      for (const Choice& choice : row.choices) {
-        words.push_back(choice.name);
-        words.push_back(choice.value);
-      }
-      json = words.empty() ? Json{{"type", "integer"}} : Json{{"enum", std::move(words)}};
+    case ParameterType::Long:
+      json = row.choices.empty() ? Json{{"type", "integer"}} : ChoiceSchema(row);
       break;
-    }
     case ParameterType::Bool: json = {{"enum", {true, false, 0, 1}}}; break;
     case ParameterType::String: json = {{"type", "string"}}; break;
     case ParameterType::Vector: json = NumbersOf(3); break;
@@ -94,6 +126,10 @@ Json ParameterSchema(const ParameterRow& row) {
   Json json = canBeKeyed ? OrKeys(PlainValue(row)) : PlainValue(row);
   json["description"] =
       row.unit.empty() ? std::string(row.help) : fmt::format("{} [{}]", row.help, row.unit);
+  Json standard = DefaultJson(row);
+  if (const i32* whole = std::get_if<i32>(&row.creation))
+    if (const Choice* choice = ChoiceOf(row, *whole)) standard = choice->name;
+  if (!standard.is_null() && !standard.empty()) json["default"] = std::move(standard);
   return json;
 }
 
@@ -107,25 +143,39 @@ Json TableSchema(const ParameterTable& table) {
 }
 
 void AddPlacement(Json& properties) {
-  for (const char* key : {"position", "rotation", "scale"}) properties[key] = Ref("placement");
-  properties["obstacle"] = Ref("obstacle");
+  properties["position"] = Described(Ref("placement"), "Place in host units, y up.");
+  properties["rotation"] = Described(Ref("placement"), "Degrees round x, y and z.");
+  properties["scale"] = Described(Ref("placement"), "Factors along x, y and z.");
+  properties["obstacle"] =
+      Described(Ref("obstacle"), "Makes it an obstacle, with these parameters; {} for defaults.");
 }
 
 Json NodeSchema() {
   Json types = Json::array(), cases = Json::array();
+  std::vector<i32> ids;
+  std::string others;
   for (const NodeKind& kind : Catalogue()) {
-    Json words = {kind.type, kind.label, kind.id, std::to_string(kind.id)};
-    types.insert(types.end(), words.begin(), words.end());
+    const std::string names = fmt::format("{}|{}", Escaped(kind.label), kind.id);
+    types.push_back({{"const", kind.type}, {"description", kind.label}});
+    ids.push_back(kind.id);
+    others += (others.empty() ? "" : "|") + names;
+    Json type =
+        Json::array({{{"type", "string"}, {"pattern", fmt::format("^({}|{})$", kind.type, names)}},
+                     OneOf({kind.id})});
     cases.push_back(
-        {{"if", {{"properties", {{"type", {{"enum", std::move(words)}}}}}}},
+        {{"if", {{"properties", {{"type", {{"anyOf", std::move(type)}}}}}, {"required", {"type"}}}},
          {"then",
           {{"properties", {{"parameters", Ref("parameters_" + std::string(kind.type))}}}}}});
   }
-  Json properties = {{"type", {{"enum", std::move(types)}}},
-                     {"name", {{"type", "string"}, {"minLength", 1}}},
-                     {"parameters", {{"type", "object"}}},
-                     {"children", ListOf(Ref("node"))},
-                     {"enabled", {{"enum", {true, false, 0, 1}}}}};
+  // Labels and ids are accepted too, but not offered.
+  types.push_back({{"type", "string"}, {"pattern", "^(" + others + ")$"}});
+  types.push_back(OneOf(ids));
+  Json properties = {
+      {"type", {{"anyOf", std::move(types)}, {"description", "Kind of the node."}}},
+      {"name", Text("Name by which other nodes link this one; siblings have different names.")},
+      {"parameters", {{"type", "object"}, {"description", "What differs from the defaults."}}},
+      {"children", Described(ListOf(Ref("node")), "Nodes below this one.")},
+      {"enabled", {{"enum", {true, false, 0, 1}}, {"description", "False leaves the node out."}}}};
   AddPlacement(properties);
   Json node = Object(std::move(properties), Json::array({"type"}));
   node["allOf"] = std::move(cases);
@@ -150,7 +200,7 @@ Json ObjectSchema() {
   Json kinds = Json::array();
   for (const ObjectType& type : ObjectTypes()) {
     Json properties = {{"type", {{"const", type.name}}},
-                       {"name", {{"type", "string"}, {"minLength", 1}}}};
+                       {"name", Text("Name by which others link it.")}};
     for (const std::string_view key : type.keys)
       properties[std::string(key)] = key == "parameters"
                                          ? Ref("parameters_" + std::string(type.name))
@@ -164,7 +214,7 @@ Json ObjectSchema() {
 /// A camera or light of a picture: the name of an object, or an object that needs no type.
 Json NameOrObject(const std::string& word) {
   Json properties = {{"type", {{"const", word}}},
-                     {"name", {{"type", "string"}, {"minLength", 1}}},
+                     {"name", Text("Name by which others link it.")},
                      {"parameters", Ref("parameters_" + word)}};
   AddPlacement(properties);
   return {{"anyOf", Json::array({{{"type", "string"}}, Object(std::move(properties))})}};
@@ -174,7 +224,7 @@ Json MaterialSchema() {
   Json kinds = Json::array();
   for (const MaterialType& type : MaterialTypes()) {
     Json properties = {{"type", {{"enum", {type.name, type.id, std::to_string(type.id)}}}},
-                       {"name", {{"type", "string"}, {"minLength", 1}}},
+                       {"name", Text("Name by which others link it.")},
                        {"parameters", TableSchema(type.rows())}};
     if (type.isSurface) properties["objects"] = ListOf({{"type", "string"}});
     kinds.push_back(Object(std::move(properties), Json::array({"type"})));
@@ -197,14 +247,20 @@ Json RenderSchema() {
 
 Json ExportSchema() {
   const Json common = {
-      {"file", {{"type", "string"}, {"pattern", "#"}}},
+      {"file",
+       {{"type", "string"},
+        {"pattern", "#"},
+        {"description", "File in the output folder; #### is the frame number."}}},
       {"grids",
-       {{"type", "object"}, {"additionalProperties", {{"type", "string"}}}, {"minProperties", 1}}}};
+       {{"type", "object"},
+        {"additionalProperties", {{"type", "string"}}},
+        {"minProperties", 1},
+        {"description", "Name in the file, and the channel, solver or volume that it shows."}}}};
   const Json required = {"format", "file", "grids"};
   Json vdb = common, png = common;
   vdb["format"] = {{"const", "vdb"}};
   png["format"] = {{"const", "png"}};
-  png["axis"] = {{"enum", {"x", "y", "z"}}};
+  png["axis"] = {{"enum", {"x", "y", "z"}}, {"description", "Direction of view."}};
   return {
       {"oneOf", Json::array({Object(std::move(vdb), required), Object(std::move(png), required)})}};
 }
@@ -249,14 +305,18 @@ std::string SceneSchema() {
   range["items"] = {{"type", "integer"}};
   Json schema = {{"$schema", "https://json-schema.org/draft/2020-12/schema"},
                  {"title", "Sulva scene"}};
-  schema.update(Object({{"sulva", {{"const", 1}}},
-                        {"fps", {{"type", "number"}, {"exclusiveMinimum", 0}}},
-                        {"range", std::move(range)},
-                        {"objects", ListOf(Ref("object"))},
-                        {"nodes", ListOf(Ref("node"), 1)},
-                        {"exports", ListOf(Ref("export"))},
-                        {"render", Ref("render")}},
-                       Json::array({"sulva", "nodes"})));
+  schema.update(Object(
+      {{"$schema", Text("Where editors find this schema.")},
+       {"sulva", {{"const", 1}, {"description", "Version of the format."}}},
+       {"fps", {{"type", "number"}, {"exclusiveMinimum", 0}, {"description", "Frames a second."}}},
+       {"range", Described(std::move(range), "First and last frame, both simulated.")},
+       {"objects",
+        Described(ListOf(Ref("object")), "Geometry, splines, lights and cameras that nodes use.")},
+       {"nodes",
+        Described(ListOf(Ref("node"), 1), "Servers; all other nodes are children of one.")},
+       {"exports", Described(ListOf(Ref("export")), "Files for other tools, each frame.")},
+       {"render", Described(Ref("render"), "Pictures that the render command draws.")}},
+      Json::array({"sulva", "nodes"})));
   schema["$defs"] = Definitions();
   return schema.dump(1);
 }
