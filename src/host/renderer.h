@@ -115,10 +115,10 @@ struct TransparencyRecord {
 };
 
 /// A part of a medium that gives light of its own.
-struct GlowingBall {
-  Vec3d centre;
-  double radius = 0;
-  double power = 0;  ///< in comparison with other balls
+struct GlowingBox {
+  Vec3d min, max;
+  Vec3d power;        ///< its light to all sides: radiance per host unit, times the volume
+  double weight = 0;  ///< how often it is worth a ray, in comparison with other boxes
 };
 
 /// A material that fills space. `InitRender` comes before the first ray of a picture and
@@ -130,9 +130,9 @@ class VolumeMaterial {
   /// leaves the material out.
   virtual bool InitRender(const RenderData& data) = 0;
   virtual void FreeRender() = 0;
-  /// Where the light of the medium itself comes from, so that rays can be aimed at it; empty
-  /// without such light.
-  virtual std::vector<GlowingBall> Glow() const { return {}; }
+  /// All the light of the medium itself that falls on other things, so that rays can be aimed at
+  /// it, in a fixed order. Without boxes rays in random directions gather it.
+  virtual std::vector<GlowingBox> Glow() const { return {}; }
   /// Light and transmission along a ray.
   virtual void Volumetric(VolumeRecord& record, const RenderData& data) const = 0;
   /// What the medium lets through of the light of others.

@@ -18,30 +18,6 @@ constexpr double kBrightestBounce = 50;
 /// A mirror shows no highlight of lights that are points; this keeps it visible.
 constexpr double kLeastRoughness = 0.08;
 
-/// Rays are aimed at no more than so many parts of the media.
-constexpr std::size_t kMostBalls = 256;
-
-/// What a point sees of a ball.
-struct Cone {
-  Vec3d axis{0, 1, 0};
-  double cosLimit = -1;  ///< all round from inside
-
-  Cone(const GlowingBall& ball, const Vec3d& point) {
-    const Vec3d way = ball.centre - point;
-    const double distance = Length(way);
-    if (distance <= ball.radius) return;
-    axis = way / distance;
-    // No narrower than single precision tells from a line.
-    cosLimit = std::min(std::sqrt(1 - std::pow(ball.radius / distance, 2)), 1 - 1e-7);
-  }
-};
-
-/// Light that a point gets from a ball, in comparison with other balls.
-double LightOf(const GlowingBall& ball, const Vec3d& point) {
-  const Vec3d way = ball.centre - point;
-  return ball.power / (Dot(way, way) + ball.radius * ball.radius);
-}
-
 /// Two axes at right angles to a unit vector and to each other.
 /// Duff et al., "Building an Orthonormal Basis, Revisited" (JCGT 6/1, 2017).
 void MakeAxes(const Vec3d& n, Vec3d& a, Vec3d& b) {
@@ -94,11 +70,13 @@ double Highlight(const Surface& surface, const Vec3d& n, const Vec3d& light, con
 PathTracer::PathTracer(const RenderWorld& world, const RenderData& data, Media media,
                        bool bounceLight)
     : mWorld(world), mData(data), mMedia(std::move(media)), mBounceLight(bounceLight) {
-  for (const VolumeMaterial* medium : mMedia)
-    for (const GlowingBall& ball : medium->Glow()) mGlow.push_back(ball);
-  std::stable_sort(mGlow.begin(), mGlow.end(),
-                   [](const auto& a, const auto& b) { return a.power > b.power; });
-  if (mGlow.size() > kMostBalls) mGlow.resize(kMostBalls);
+  std::vector<GlowingBox> boxes;
+  for (const VolumeMaterial* medium : mMedia) {
+    const std::vector<GlowingBox> some = bounceLight ? medium->Glow() : std::vector<GlowingBox>{};
+    boxes.insert(boxes.end(), some.begin(), some.end());
+    mIsAimedAt.push_back(!some.empty());
+  }
+  mGlow = GlowTree(std::move(boxes));
 }
 
 RenderRay PathTracer::MakeRay(const Vec3d& origin, const Vec3d& direction, const Path& path) const {
@@ -112,16 +90,22 @@ RenderRay PathTracer::MakeRay(const Vec3d& origin, const Vec3d& direction, const
   return ray;
 }
 
+/// Bounced rays leave out the light that other rays are aimed at.
+Vec3d PathTracer::ColourFor(const VolumeRecord& volume, std::size_t medium) const {
+  if (!mIsAimedAt[medium] || !(volume.ray.flags & kRayGlobalIllumination)) return volume.colour;
+  return Max(volume.colour - volume.emission, Vec3d{});
+}
+
 /// `hit` is where the ray ends; null for one that goes on into the sky.
 void PathTracer::AddMedia(const RenderRay& ray, const SurfaceHit* hit, RaySample& sample) const {
   HitRecord record{HitKind::Background, ray.origin + ray.direction * kEndless, -ray.direction,
                    kEndless};
   if (hit) record = {HitKind::Surface, hit->point, hit->normal, hit->distance};
-  for (const VolumeMaterial* medium : mMedia) {
+  for (std::size_t i = 0; i < mMedia.size(); ++i) {
     VolumeRecord volume{ray};
     volume.hit = &record;
-    medium->Volumetric(volume, mData);
-    sample.colour = sample.colour * volume.transmission + volume.colour;
+    mMedia[i]->Volumetric(volume, mData);
+    sample.colour = sample.colour * volume.transmission + ColourFor(volume, i);
     sample.scattering = sample.scattering * volume.transmission + volume.scattering;
     sample.emission = sample.emission * volume.transmission + volume.emission;
     sample.transmission = sample.transmission * volume.transmission;
@@ -215,59 +199,28 @@ Vec3d PathTracer::DirectLight(const SurfaceHit& hit, const Vec3d& view, const Pa
   return sum;
 }
 
-/// A ray at a ball, chosen by the light that it sends to the point, evenly over what is seen of it.
-Vec3d PathTracer::AimAtGlow(const Vec3d& point, double choice, const Vec2D<double>& u) const {
-  double total = 0;
-  for (const GlowingBall& ball : mGlow) total += LightOf(ball, point);
-  double left = choice * total;
-  std::size_t i = 0;
-  for (; i + 1 < mGlow.size(); ++i) {
-    left -= LightOf(mGlow[i], point);
-    if (left < 0) break;
-  }
-  const Cone cone(mGlow[i], point);
-  return AroundAxis(cone.axis, 1 - u.x * (1 - cone.cosLimit), u.y);
-}
-
-/// How densely `AimAtGlow` picks a direction, per steradian.
-double PathTracer::GlowDensity(const Vec3d& point, const Vec3d& direction) const {
-  double total = 0, sum = 0;
-  for (const GlowingBall& ball : mGlow) {
-    const double light = LightOf(ball, point);
-    total += light;
-    const Cone cone(ball, point);
-    if (Dot(direction, cone.axis) >= cone.cosLimit) sum += light / (2 * kPi * (1 - cone.cosLimit));
-  }
-  return sum / total;
-}
-
-/// Half of the rays aim at what glows, the others follow the cosine; each ray's weight is that of
-/// the mixture (Veach and Guibas, "Optimally Combining Sampling Techniques", 1995: the balance
-/// heuristic with one sample).
-Vec3d PathTracer::BounceDirection(const SurfaceHit& hit, Sampler& sampler, double& weight) const {
-  const double choice = sampler.Next1D();
-  const Vec2D<double> u = sampler.Next2D();
-  const double aimed = mGlow.empty() ? 0 : 0.5;
-  const Vec3d direction = choice < aimed ? AimAtGlow(hit.point, choice / aimed, u)
-                                         : AroundAxis(hit.normal, std::sqrt(1 - u.x), u.y);
-  const double cosine = Dot(direction, hit.normal);
-  if (cosine <= 0 || Dot(direction, hit.facing) <= 0) {
-    weight = 0;
-    return direction;
-  }
-  const double glow = aimed > 0 ? GlowDensity(hit.point, direction) : 0;
-  const double density = aimed * glow + (1 - aimed) * cosine / kPi;
-  weight = cosine / kPi / density;
-  return direction;
+Vec3d PathTracer::GlowLight(const SurfaceHit& hit, const Path& path) const {
+  if (mGlow.IsEmpty()) return {};
+  const double choice = path.sampler.Next1D(), depth = path.sampler.Next1D();
+  const Vec2D<double> place = path.sampler.Next2D();
+  const GlowTree::Pick pick = mGlow.Choose(hit.point, choice, {place.x, place.y, depth});
+  const Vec3d way = pick.point - hit.point;
+  const double distance = Length(way);
+  const double cosine = distance > 0 ? Dot(hit.normal, way) / distance : 0;
+  if (cosine <= 0 || Dot(hit.facing, way) <= 0) return {};
+  if (mWorld.IsBlocked(hit.point, pick.point)) return {};
+  const Vec3d passes = Transparency(hit.point, way / distance, distance, path);
+  return pick.light * passes * (cosine / kPi * mData.brightness);
 }
 
 Vec3d PathTracer::BouncedLight(const SurfaceHit& hit, const Path& path) const {
-  double weight = 0;
-  const Vec3d direction = BounceDirection(hit, path.sampler, weight);
-  if (weight == 0) return {};
   Path bounce = path;
   bounce.flags |= kRayGlobalIllumination;
-  return Limited(Incoming(hit, direction, bounce) * weight);
+  const Vec3d glow = Limited(GlowLight(hit, bounce));
+  const Vec2D<double> u = path.sampler.Next2D();
+  const Vec3d direction = AroundAxis(hit.normal, std::sqrt(1 - u.x), u.y);
+  if (Dot(direction, hit.facing) <= 0) return glow;
+  return glow + Limited(Incoming(hit, direction, bounce));
 }
 
 /// Light that a surface gets from one direction: the sky or a mesh, through the media, and what

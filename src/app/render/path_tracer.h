@@ -3,6 +3,7 @@
 #include <limits>
 #include <vector>
 
+#include "app/render/glow_tree.h"
 #include "app/render/render_world.h"
 #include "app/render/sampler.h"
 #include "host/renderer.h"
@@ -43,14 +44,14 @@ class PathTracer {
   Vec3d Radiance(const Vec3d& origin, const Vec3d& direction, const Path& path) const;
   /// Puts the media before what a ray met.
   void AddMedia(const host::RenderRay& ray, const SurfaceHit* hit, RaySample& sample) const;
+  Vec3d ColourFor(const host::VolumeRecord& volume, std::size_t medium) const;
   /// Light of a surface, without the sky that the ground fades into.
   Vec3d Shade(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const;
   Vec3d DirectLight(const SurfaceHit& hit, const Vec3d& view, const Path& path,
                     bool withHighlights) const;
   Vec3d BouncedLight(const SurfaceHit& hit, const Path& path) const;
-  Vec3d BounceDirection(const SurfaceHit& hit, Sampler& sampler, double& weight) const;
-  Vec3d AimAtGlow(const Vec3d& point, double choice, const Vec2D<double>& u) const;
-  double GlowDensity(const Vec3d& point, const Vec3d& direction) const;
+  /// Light of the media on a surface.
+  Vec3d GlowLight(const SurfaceHit& hit, const Path& path) const;
   Vec3d Incoming(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const;
   Vec3d Reflection(const SurfaceHit& hit, const Vec3d& view, const Path& path) const;
   Vec3d Transparency(const Vec3d& origin, const Vec3d& direction, double length,
@@ -60,7 +61,8 @@ class PathTracer {
   const host::RenderData& mData;
   const Media mMedia;
   const bool mBounceLight;
-  std::vector<host::GlowingBall> mGlow;  ///< what bounced rays are aimed at
+  std::vector<bool> mIsAimedAt;  ///< media whose own light bounced rays needn't gather
+  GlowTree mGlow;
 };
 
 }  // namespace MELDO_GLOBAL::app

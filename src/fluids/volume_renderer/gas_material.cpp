@@ -3,6 +3,8 @@
 #include <cmath>
 
 #include "fluids/volume_renderer/hash_random.h"
+#include "grids/fixed_blocks.h"
+#include "grids/for_each_cell.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
@@ -10,7 +12,9 @@ using namespace host;
 
 namespace {
 
-constexpr double kEndless = 1e6;         ///< host units
+constexpr double kEndless = 1e6;  ///< host units
+constexpr Vec3d kMiddle{0.5, 0.5, 0.5};
+constexpr i32 kGlowBoxes = 48;           ///< that light is sent from, on the longest axis
 constexpr double kBeforeSurface = 0.01;  ///< host units; a march to a surface ends there
 
 bool IsFinite(const Vec3d& v) {
@@ -60,30 +64,52 @@ void C4D_GasRenderer_Material::FreeRender() {
   mMarcher.reset();
 }
 
-std::vector<GlowingBall> C4D_GasRenderer_Material::Glow() const {
-  std::vector<GlowingBall> balls;
-  if (!mMarcher || !mMarcher->HasFireOrThird()) return balls;
-  constexpr i32 kBalls = 12, kProbes = 4;  // on the longest axis; in a ball, on each axis
+std::vector<GlowingBox> C4D_GasRenderer_Material::Glow() const {
+  if (Passes(kRayGlobalIllumination)) return {};
   const WorldBox& box = mMarcher->Bounds();
-  const Vec3d size = box.max - box.min;
-  const double edge = Largest(size) / kBalls;
+  const VecInt3D cells = mMarcher->Cells();
+  const i32 edge = (std::max({cells.x, cells.y, cells.z}) + kGlowBoxes - 1) / kGlowBoxes;
   VecInt3D count;
-  for (int a = 0; a < 3; ++a) count[a] = std::max(1, static_cast<i32>(std::ceil(size[a] / edge)));
-  const Vec3d cell = size / ToReal(count), probe = cell / kProbes;
-  for (i32 z = 0; z < count.z; ++z)
+  for (int a = 0; a < 3; ++a) count[a] = (cells[a] + edge - 1) / edge;
+  const Vec3d cell = (box.max - box.min) / ToReal(cells), half = cell * 0.5;
+  std::vector<std::vector<GlowingBox>> layers(count.z);
+  ForEachBlock(count.z, ThreadCount(), [&](i32 z) {
     for (i32 y = 0; y < count.y; ++y)
       for (i32 x = 0; x < count.x; ++x) {
-        const Vec3d corner = box.min + cell * ToReal(VecInt3D{x, y, z});
-        double power = 0;
-        for (i32 i = 0; i < kProbes * kProbes * kProbes; ++i) {
-          const VecInt3D at{i % kProbes, i / kProbes % kProbes, i / (kProbes * kProbes)};
-          const Vec3d light =
-              mMarcher->EmissionAt(corner + probe * (ToReal(at) + Vec3d{0.5, 0.5, 0.5}));
-          power += light.x + light.y + light.z;
-        }
-        if (power > 0) balls.push_back({corner + cell * 0.5, Length(cell) / 2, power});
+        const VecInt3D low = VecInt3D{x, y, z} * edge;
+        const VecInt3D high = Min(low + VecInt3D{edge, edge, edge}, cells);
+        GlowingBox part{box.min + cell * ToReal(low), box.min + cell * ToReal(high), {}, 0};
+        // Flames are thin: each cell counts with eight places.
+        ForEachCell({low * 2, high * 2}, [&](i32 i, i32 j, i32 k) {
+          part.power += mMarcher->EmissionAt(box.min + half * (ToReal({i, j, k}) + kMiddle));
+        });
+        if (part.power == Vec3d{}) continue;
+        part.power *= half.x * half.y * half.z * mMarcher->GIScale();
+        part.weight = (part.power.x + part.power.y + part.power.z) * Escape(part);
+        layers[z].push_back(part);
       }
-  return balls;
+  });
+  std::vector<GlowingBox> all;
+  for (const auto& layer : layers) all.insert(all.end(), layer.begin(), layer.end());
+  return all;
+}
+
+/// How much of a box's light gets out of the smoke, on average along the axes; never so little
+/// that what does get out makes single bright specks.
+double C4D_GasRenderer_Material::Escape(const GlowingBox& part) const {
+  constexpr double kLeast = 0.1;
+  if (!mShadowsObjects || !mMarcher->HasSmoke()) return 1;
+  const Vec3d centre = (part.min + part.max) * 0.5;
+  const WorldBox& box = mMarcher->Bounds();
+  double sum = 0;
+  for (int a = 0; a < 3; ++a)
+    for (const double wall : {box.min[a], box.max[a]}) {
+      Vec3d end = centre, passed{1, 1, 1};
+      end[a] = wall;
+      mMarcher->ShadowRay(passed, VolumeRay(centre, end), mMarcher->ObjectShadow(), 0.5);
+      sum += (passed.x + passed.y + passed.z) / 3;
+    }
+  return kLeast + (1 - kLeast) * sum / 6;
 }
 
 bool C4D_GasRenderer_Material::Passes(u32 rayFlags) const {

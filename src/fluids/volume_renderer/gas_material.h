@@ -23,7 +23,7 @@ class C4D_GasRenderer_Material : public host::VolumeMaterial {
 
   bool InitRender(const host::RenderData& data) override;
   void FreeRender() override;
-  std::vector<host::GlowingBall> Glow() const override;
+  std::vector<host::GlowingBox> Glow() const override;
   void Volumetric(host::VolumeRecord& record, const host::RenderData& data) const override;
   void Transparency(host::TransparencyRecord& record, const host::RenderData& data) const override;
 
@@ -31,6 +31,7 @@ class C4D_GasRenderer_Material : public host::VolumeMaterial {
   const RayMarcher* Marcher() const { return mMarcher.get(); }
 
  private:
+  double Escape(const host::GlowingBox& part) const;
   bool Passes(u32 rayFlags) const;
   void FinishColours(host::VolumeRecord& record) const;
 

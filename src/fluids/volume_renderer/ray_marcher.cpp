@@ -115,6 +115,7 @@ bool RayMarcher::FindFields(const std::vector<Scene*>& scenes, const host::Rende
     const RenderField& first = mSmoke.exists ? mSmoke : mFire.exists ? mFire : mThird;
     const GridLayout& layout = first.channel.mGrid->mLayout;
     mBounds = {layout.worldOrigin, layout.worldMax};
+    mCells = first.channel.mGrid->Dims();
     mWorldToSim = layout.worldToSim;
     return true;
   }

@@ -115,6 +115,8 @@ class RayMarcher : public MELDO_SULVA::iObject {
   void Finish() override;
 
   const WorldBox& Bounds() const { return mBounds; }
+  /// Of the field that the bounds come from.
+  const VecInt3D& Cells() const { return mCells; }
   bool HasSmoke() const { return mSmoke.exists; }
   bool HasFireOrThird() const { return mFire.exists || mThird.exists; }
   /// How the material weakens the rays of other objects.
@@ -221,6 +223,7 @@ class RayMarcher : public MELDO_SULVA::iObject {
   i32 mState = 0;  ///< 1 once the precomputation has run
   host::HostThread* mThread = nullptr;
   WorldBox mBounds;
+  VecInt3D mCells{};
   Vec3d mWorldToSim{1, 1, 1};
   Occupancy mOccupancy;
   VelocityGridDisplacer mDisplacer;

@@ -57,14 +57,14 @@ inline Vec3d LightAt(const RenderedPicture& picture, i32 x, i32 y) {
 class Slab : public host::VolumeMaterial {
  public:
   double low = 100, high = 200;
-  double density = 0;  ///< extinction per host unit
-  Vec3d glow{};        ///< light that each ray through it gets
-  std::vector<host::GlowingBall> balls;
+  double density = 0;                   ///< extinction per host unit
+  Vec3d glow{};                         ///< light that each ray through it gets
+  std::vector<host::GlowingBox> boxes;  ///< that it says it glows in
   bool hasContent = true;
 
   bool InitRender(const host::RenderData&) override { return hasContent; }
   void FreeRender() override { ++freed; }
-  std::vector<host::GlowingBall> Glow() const override { return balls; }
+  std::vector<host::GlowingBox> Glow() const override { return boxes; }
   void Volumetric(host::VolumeRecord& record, const host::RenderData&) const override {
     const bool isSurface = record.hit && record.hit->kind == host::HitKind::Surface;
     const double way = Way(record.ray, isSurface ? record.hit->distance : 1e6);
