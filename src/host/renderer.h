@@ -101,8 +101,9 @@ struct VolumeRecord {
   Vec3d transmission{1, 1, 1};
 
   // For picture layers; `colour` is the sum of the first two as far as the finish leaves it so.
-  Vec3d scattering{};                                      ///< light of lamps and ambience
-  Vec3d emission{};                                        ///< light of its own
+  Vec3d scattering{};  ///< light of lamps and ambience
+  Vec3d emission{};    ///< light of its own
+  Vec3d glow{};        ///< part of the colour that the medium's `Glow` stands for
   double depth = std::numeric_limits<double>::infinity();  ///< where the medium is met first
   double alpha[2] = {1, 1};  ///< opacity outputs, faded by the camera's clip distances
 };
@@ -130,8 +131,8 @@ class VolumeMaterial {
   /// leaves the material out.
   virtual bool InitRender(const RenderData& data) = 0;
   virtual void FreeRender() = 0;
-  /// All the light of the medium itself that falls on other things, so that rays can be aimed at
-  /// it, in a fixed order. Without boxes rays in random directions gather it.
+  /// All light of fire in the medium that falls on other things, straight or by smoke, so that rays
+  /// can be aimed at it, in a fixed order. Without boxes rays in random directions gather it.
   virtual std::vector<GlowingBox> Glow() const { return {}; }
   /// Light and transmission along a ray.
   virtual void Volumetric(VolumeRecord& record, const RenderData& data) const = 0;

@@ -93,7 +93,7 @@ RenderRay PathTracer::MakeRay(const Vec3d& origin, const Vec3d& direction, const
 /// Bounced rays leave out the light that other rays are aimed at.
 Vec3d PathTracer::ColourFor(const VolumeRecord& volume, std::size_t medium) const {
   if (!mIsAimedAt[medium] || !(volume.ray.flags & kRayGlobalIllumination)) return volume.colour;
-  return Max(volume.colour - volume.emission, Vec3d{});
+  return Max(volume.colour - volume.glow, Vec3d{});
 }
 
 /// `hit` is where the ray ends; null for one that goes on into the sky.

@@ -81,7 +81,7 @@ std::vector<GlowingBox> C4D_GasRenderer_Material::Glow() const {
         GlowingBox part{box.min + cell * ToReal(low), box.min + cell * ToReal(high), {}, 0};
         // Flames are thin: each cell counts with eight places.
         ForEachCell({low * 2, high * 2}, [&](i32 i, i32 j, i32 k) {
-          part.power += mMarcher->EmissionAt(box.min + half * (ToReal({i, j, k}) + kMiddle));
+          part.power += mMarcher->GlowAt(box.min + half * (ToReal({i, j, k}) + kMiddle));
         });
         if (part.power == Vec3d{}) continue;
         part.power *= half.x * half.y * half.z * mMarcher->GIScale();
@@ -129,7 +129,8 @@ void C4D_GasRenderer_Material::Volumetric(VolumeRecord& record, const RenderData
   MarchResult result;
   MarchRecord march;
   mMarcher->MarchRay(result, march, stretch, ray.random, data, ray.thread);
-  if (!IsFinite(result.colour)) result.colour = march.scattering = march.emission = {};
+  if (!IsFinite(result.colour))
+    result.colour = march.scattering = march.emission = march.fireScattering = {};
   if (mMarcher->HasMultipleScattering() && mMarcher->HasSmoke() &&
       (result.colour != Vec3d{} || result.transmittance != Vec3d{})) {
     Vec3d more{};
@@ -140,6 +141,7 @@ void C4D_GasRenderer_Material::Volumetric(VolumeRecord& record, const RenderData
   record.colour = result.colour * data.brightness;
   record.scattering = march.scattering * data.brightness;
   record.emission = march.emission * data.brightness;
+  record.glow = (march.emission + march.fireScattering) * data.brightness;
   record.transmission = result.transmittance;
   if (march.firstDepth >= 0) record.depth = near + march.firstDepth;
   for (int i = 0; i < 2; ++i) record.alpha[i] = march.opacity[i];
@@ -150,6 +152,7 @@ void C4D_GasRenderer_Material::Volumetric(VolumeRecord& record, const RenderData
     record.colour *= scale;
     record.scattering *= scale;
     record.emission *= scale;
+    record.glow *= scale;
   }
 }
 

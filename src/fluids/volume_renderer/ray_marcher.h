@@ -33,6 +33,7 @@ struct MarchRecord {
   Vec3d scattering{};          ///< part of the colour
   Vec3d emission{};            ///< part of the colour
   Vec3d fireLight{};           ///< light of the fire at the samples, summed
+  Vec3d fireScattering{};      ///< part of `scattering` that is light of the fire
   double opacity[2] = {1, 1};  ///< of the largest transmittance, faded by the clip distances
 };
 
@@ -125,8 +126,8 @@ class RayMarcher : public MELDO_SULVA::iObject {
   double GIScale() const { return mGIScale; }
   /// Samples of one pass: smoke, fire and third field at a place; false when all are empty.
   bool SampleMedium(const Vec3d& world, MediumSample& sample) const;
-  /// Light that the medium itself gives at a place, per host unit.
-  Vec3d EmissionAt(const Vec3d& world) const;
+  /// Light that fire, and smoke that it lights, give at a place to all sides, per host unit.
+  Vec3d GlowAt(const Vec3d& world) const;
 
  private:
   // Precompute, in order.
@@ -169,7 +170,8 @@ class RayMarcher : public MELDO_SULVA::iObject {
   /// What a place does to a ray, per host unit.
   struct Optics {
     Vec3d sigma{};    ///< extinction
-    Vec3d scatter{};  ///< light of others
+    Vec3d scatter{};  ///< light of lamps, fire and all around
+    Vec3d fire{};     ///< part of that
     Vec3d emit{};     ///< light of its own
   };
   class Accumulator;
@@ -187,7 +189,8 @@ class RayMarcher : public MELDO_SULVA::iObject {
   void AddScattering(const MediumSample& sample, const Vec3d& place, const Vec3d& toViewer,
                      i32 worker, Optics& optics, MarchRecord& record) const;
   Vec3d LampLight(const Vec3d& place, const Vec3d& toViewer, double g, double k) const;
-  Vec3d FireLight(const Vec3d& place, const Vec3d& toViewer, double g, double k) const;
+  Vec3d FireLight(const Vec3d& place) const;
+  double FirePhase(const Vec3d& place, const Vec3d& toViewer, double g, double k) const;
   double Filtered(i32 list, const Vec3d& world, i32 worker, double value) const;
   void FadeOpacity(const MarchResult& result, const host::RenderData& data,
                    MarchRecord& record) const;

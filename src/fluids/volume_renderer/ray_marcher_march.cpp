@@ -107,10 +107,14 @@ void RayMarcher::AddEmission(const MediumSample& sample, Optics& optics) const {
   optics.emit = colour * (mFireIntensity * rho);
 }
 
-Vec3d RayMarcher::EmissionAt(const Vec3d& world) const {
+Vec3d RayMarcher::GlowAt(const Vec3d& world) const {
   MediumSample sample;
   Optics optics;
-  if (SampleMedium(world, sample) && Glows(sample)) AddEmission(sample, optics);
+  if (!SampleMedium(world, sample)) return {};
+  if (Glows(sample)) AddEmission(sample, optics);
+  if (mFireLightOn && sample.hasSmoke)
+    optics.emit += SmokeColour(sample) * mScattering * FireLight(world) *
+                   (sample.smoke * mDensityScale * (mFireLightDirected ? mPhaseScale : 1.0));
   return optics.emit;
 }
 
@@ -133,21 +137,23 @@ Vec3d RayMarcher::LampLight(const Vec3d& place, const Vec3d& toViewer, double g,
   return light;
 }
 
-Vec3d RayMarcher::FireLight(const Vec3d& place, const Vec3d& toViewer, double g, double k) const {
+/// Before it is scattered.
+Vec3d RayMarcher::FireLight(const Vec3d& place) const {
   const FireLightRecord& record = *mFireRecord;
   const double f = record.strengthView(place) * mFireLightScale;
   if (!(f > 0)) return {};
-  double phase = 1;
-  if (mFireLightDirected && mPhase) {
-    const Vec3d way = Normalised(record.packedDirections.At(place));
-    phase = k * mPhase->Evaluate(Dot(way, toViewer), false, g, mAnisotropy2);
-  }
   Vec3d colour;
   if (mFireLightMode != 0)
     colour = mFireLightGradient(std::min(f / record.strength.mValueMax, 1.0));
   else
     mBlackbody.Colour(colour, f);
-  return colour * (phase * record.reachView(place) * mFireLight);
+  return colour * (record.reachView(place) * mFireLight);
+}
+
+double RayMarcher::FirePhase(const Vec3d& place, const Vec3d& toViewer, double g, double k) const {
+  if (!mFireLightDirected || !mPhase) return 1;
+  const Vec3d way = Normalised(mFireRecord->packedDirections.At(place));
+  return k * mPhase->Evaluate(Dot(way, toViewer), false, g, mAnisotropy2);
 }
 
 void RayMarcher::AddScattering(const MediumSample& sample, const Vec3d& place,
@@ -161,15 +167,15 @@ void RayMarcher::AddScattering(const MediumSample& sample, const Vec3d& place,
     absorb = Filtered(kAbsorption, place, worker, 1);
     scatter = Filtered(kScattering, place, worker, 1);
   }
-  Vec3d light = LampLight(place, toViewer, g, k);
-  if (mFireLightOn) {
-    const Vec3d glow = FireLight(place, toViewer, g, k);
-    light += glow;
-    record.fireLight += glow;
-  }
   const double rho = sample.smoke * mDensityScale;
+  const Vec3d albedo = colour * mScattering * (rho * scatter);
   optics.sigma += Absorbance(colour) * mAbsorption * (rho * absorb);
-  optics.scatter = colour * mScattering * (light + mAmbient) * (rho * scatter);
+  optics.scatter = albedo * (LampLight(place, toViewer, g, k) + mAmbient);
+  if (!mFireLightOn) return;
+  const Vec3d light = FireLight(place) * FirePhase(place, toViewer, g, k);
+  record.fireLight += light;
+  optics.fire = albedo * light;
+  optics.scatter += optics.fire;
 }
 
 /// Gathers light and transmittance. With the trapezoid rule a stretch takes the mean of its two
@@ -189,12 +195,14 @@ class RayMarcher::Accumulator {
       transmittance = before * Decay((here.sigma + mLast.sigma) * (0.5 * ds));
       scattering += (before * mLast.scatter + transmittance * here.scatter) * (0.5 * ds);
       emission += (before * mLast.emit + transmittance * here.emit) * (0.5 * ds);
+      fire += (before * mLast.fire + transmittance * here.fire) * (0.5 * ds);
       mLast = here;
       return;
     }
     transmittance = transmittance * Decay(here.sigma * ds);
     scattering += transmittance * here.scatter * ds;
     emission += transmittance * here.emit * ds;
+    fire += transmittance * here.fire * ds;
   }
   /// A stretch that ends outside.
   void AddGap(double ds) {
@@ -202,7 +210,7 @@ class RayMarcher::Accumulator {
     mFresh = false;
   }
 
-  Vec3d transmittance{1, 1, 1}, scattering{}, emission{};
+  Vec3d transmittance{1, 1, 1}, scattering{}, emission{}, fire{};
 
  private:
   bool mTrapezoid;
@@ -236,6 +244,7 @@ void RayMarcher::MarchRay(MarchResult& out, MarchRecord& record, VolumeRay ray, 
     if (record.count[i] > 0) record.sum[i] /= record.count[i];
   record.scattering = sum.scattering;
   record.emission = sum.emission;
+  record.fireScattering = sum.fire;
   out.colour = sum.scattering + sum.emission;
   out.transmittance = sum.transmittance;
   FadeOpacity(out, data, record);

@@ -71,7 +71,7 @@ class Slab : public host::VolumeMaterial {
     if (way == 0) return;
     const double t = std::exp(-density * way);
     record.transmission = {t, t, t};
-    record.colour = record.emission = glow * (0.5 + record.ray.random);
+    record.colour = record.emission = record.glow = glow * (0.5 + record.ray.random);
     record.depth = 10;
   }
   void Transparency(host::TransparencyRecord& record, const host::RenderData&) const override {

@@ -289,6 +289,49 @@ TEST(RayMarcher, FireLightsTheSmokeRoundIt) {
   }
 }
 
+// What leaves the boxes to all sides is what parallel rays find of fire and of smoke that it
+// lights.
+TEST(RayMarcher, GlowingBoxesHoldAllLightOfTheFire) {
+  RenderRig rig({25, 20, 18});
+  rig.LinkFire();
+  const Vec3d hot{130, 60, 90};
+  rig.Fill(*rig.heat, [&](const Vec3d& p) { return 2500 * Blob(p, hot, 50); });
+  rig.Fill(*rig.smoke, [&](const Vec3d& p) { return 0.4 * Blob(p, {110, 120, 90}, 60); });
+  for (const i32 id : {2351, 2453}) rig.node->Set(id, 0.0);  // no light is lost on the way
+  rig.node->Set(2757, 1.5);
+  rig.node->Set(2752, 40.0);
+  rig.node->Set(2554, 2.0);
+  ASSERT_TRUE(rig.Init());
+  constexpr double kEvery = 2.5;
+  Vec3d seen, sent;
+  for (double y = kEvery / 2; y < rig.size.y; y += kEvery)
+    for (double z = kEvery / 2; z < rig.size.z; z += kEvery)
+      seen += rig.See({-50, y, z}, {1, 0, 0}).colour * (kEvery * kEvery);
+  for (const host::GlowingBox& box : rig.material->Glow()) {
+    sent += box.power;
+    EXPECT_GT(box.weight, 0);
+    for (int a = 0; a < 3; ++a) EXPECT_TRUE(box.min[a] >= 0 && box.max[a] <= rig.size[a] + 1e-9);
+  }
+  ASSERT_GT(seen.x, 0);
+  EXPECT_NEAR(sent.x / (2 * seen.x), 1, 0.02) << "gi_scale is 2";
+  EXPECT_NEAR(sent.y / (2 * seen.y), 1, 0.02);
+
+  // A lamp adds nothing to them, and what they hold is told apart on every ray.
+  rig.AddLight({0, -1, 0});
+  ASSERT_TRUE(rig.Init());
+  const auto ray = host::RenderRay{{-50, 90, 90}, {1, 0, 0}, 0, 0, 17, 0.5};
+  host::VolumeRecord record{ray};
+  rig.material->Volumetric(record, rig.data);
+  EXPECT_GT(record.glow.x, record.emission.x);
+  EXPECT_GT(record.colour.x, record.glow.x);
+  Vec3d again;
+  for (const host::GlowingBox& box : rig.material->Glow()) again += box.power;
+  EXPECT_EQ(again, sent);
+  rig.node->Set(2863, i32{0});
+  ASSERT_TRUE(rig.Init());
+  EXPECT_TRUE(rig.material->Glow().empty()) << "indirect light doesn't see it";
+}
+
 // ---- shadows on others, visibility, failures ----------------------------------------------------
 
 TEST(RayMarcher, SmokeShadowsOtherObjects) {
