@@ -6,6 +6,7 @@
 
 #include "app/command_cache.h"
 #include "app/command_check.h"
+#include "app/command_graph.h"
 #include "app/command_info.h"
 #include "app/command_new.h"
 #include "app/command_nodes.h"
@@ -37,7 +38,7 @@ struct Options {
   RenderOptions render;
   CacheOptions cache;
   std::string frames, memory, size;
-  std::string checkScene, kind, newName, newFile, infoFile;
+  std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile;
   bool json = false, schema = false, fix = false;
 };
 
@@ -114,6 +115,15 @@ CLI::App* AddNodes(CLI::App& app, Options& o) {
   return nodes;
 }
 
+CLI::App* AddGraph(CLI::App& app, Options& o) {
+  CLI::App* graph = app.add_subcommand("graph", "Shows a scene's nodes by stage, with their links");
+  graph->add_option("SCENE", o.graphScene, "scene file")->required();
+  graph->add_option("--html", o.graphPage,
+                    "write a web page to look at in a browser; by default prints a list");
+  graph->footer("Example:\n  sulva graph scenes/plume.json --html plume.html");
+  return graph;
+}
+
 CLI::App* AddInfo(CLI::App& app, Options& o) {
   CLI::App* info =
       app.add_subcommand("info", "Tells what a cache, checkpoint or volume file holds");
@@ -187,12 +197,13 @@ int Dispatch(int argc, char** argv) {
   const CLI::App* render = AddRender(app, options);
   const CLI::App* check = AddCheck(app, options);
   const CLI::App* nodes = AddNodes(app, options);
+  const CLI::App* graph = AddGraph(app, options);
   const CLI::App* info = AddInfo(app, options);
   const CLI::App* cache = AddCache(app, options);
   AddNew(app, options);
 
-  const std::vector<std::string_view> commands = {"run",  "render", "check", "nodes",
-                                                  "info", "cache",  "new"};
+  const std::vector<std::string_view> commands = {"run",   "render", "check", "nodes",
+                                                  "graph", "info",   "cache", "new"};
   if (argc > 1 && argv[1][0] != '-' &&
       std::find(commands.begin(), commands.end(), argv[1]) == commands.end()) {
     std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n", argv[1],
@@ -212,6 +223,7 @@ int Dispatch(int argc, char** argv) {
   if (check->parsed()) return RunCheck(options.checkScene, options.fix);
   if (nodes->parsed())
     return options.schema ? RunNodesSchema() : RunNodes(options.kind, options.json);
+  if (graph->parsed()) return RunGraph(options.graphScene, options.graphPage);
   if (info->parsed()) return RunInfo(options.infoFile);
   if (cache->parsed()) return RunCache(options.cache);
   return RunNew(options.newName, options.newFile);
