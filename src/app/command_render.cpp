@@ -67,6 +67,7 @@ class PictureRun {
         mNames(*scene.document) {
     mFirst = FirstFrame(options.cached);
     mMedia = MakeMedia(mSpec.media, mSimulation->Scenes());
+    mShaders = MakeShaders(mSpec.shaders, mSimulation->Scenes());
     mWasDrawn.resize(mMedia.size());
     mSteps.planned = mSelected.last - mFirst + 1;
     mPictures.planned = mSelected.last - mSelected.first + 1;
@@ -104,7 +105,7 @@ class PictureRun {
 
   /// The first frame to evaluate: what caches play or a checkpoint holds isn't simulated again.
   i32 FirstFrame(bool cached) {
-    if (PlayRecordedFrames(*mSimulation, FieldsOfMedia(), mSelected, cached)) {
+    if (PlayRecordedFrames(*mSimulation, FieldsOfMaterials(), mSelected, cached)) {
       mProgress.Note("frames play from caches");
       mStartsAnywhere = true;
       return mSelected.first;
@@ -136,10 +137,12 @@ class PictureRun {
     return {};
   }
 
-  /// The nodes whose grids the media draw; none where the media need more than grids.
-  std::set<host::NodeId> FieldsOfMedia() const {
+  /// The nodes whose grids the materials draw; none where they need more than grids.
+  std::set<host::NodeId> FieldsOfMaterials() const {
     std::set<host::NodeId> fields;
-    for (const host::BaseNode* medium : mSpec.media)
+    std::vector<host::BaseNode*> all = mSpec.media;
+    all.insert(all.end(), mSpec.shaders.begin(), mSpec.shaders.end());
+    for (const host::BaseNode* medium : all)
       for (const auto& [id, value] : medium->Values()) {
         if (const auto* link = std::get_if<host::Link>(&value); link && link->node != 0)
           fields.insert(link->node);
@@ -204,10 +207,11 @@ class PictureRun {
   bool Draw(i32 frame) {
     const Clock::time_point start = Clock::now();
     mProgress.ShowWork("picture", SecondsLeft(0));
-    std::vector<host::VolumeMaterial*> media;
-    for (const auto& medium : mMedia) media.push_back(medium.get());
+    PictureMaterials materials;
+    for (const auto& medium : mMedia) materials.media.push_back(medium.get());
+    for (const auto& [node, shader] : mShaders) materials.shaders.emplace_back(node, shader.get());
     const RenderedPicture picture =
-        RenderPicture(mSpec, frame, media, host::MainThread(), [&](double part) {
+        RenderPicture(mSpec, frame, materials, host::MainThread(), [&](double part) {
           mProgress.ShowWork(fmt::format("picture {:.0f} %", 100 * part), SecondsLeft(part));
         });
     if (host::MainThread().TestBreak()) return false;
@@ -251,6 +255,7 @@ class PictureRun {
   bool mStartsAnywhere = false;  ///< all frames play from caches
   const NodeNames mNames;
   std::vector<std::unique_ptr<host::VolumeMaterial>> mMedia;
+  std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> mShaders;
   std::vector<bool> mWasDrawn;
   WorkTimer mSteps, mPictures;
 };

@@ -14,10 +14,13 @@ namespace MELDO_GLOBAL::app {
 using namespace host;
 
 const std::vector<MaterialType>& MaterialTypes() {
+  using Use = MaterialType::Use;
   static const std::vector<MaterialType> types = [] {
-    std::vector<MaterialType> all = {{kSurfaceMaterial, "surface", SurfaceParameters, true}};
+    std::vector<MaterialType> all = {
+        {kSurfaceMaterial, "surface", SurfaceParameters, Use::Surface},
+        {kGridSamplerShader, kGridSamplerName, GridSamplerParameters, Use::Shader}};
     for (const MediumType& type : MediumTypes())
-      all.push_back({type.id, type.name, type.rows, false});
+      all.push_back({type.id, type.name, type.rows, Use::Medium});
     return all;
   }();
   return types;
@@ -200,12 +203,13 @@ class RenderReader {
     const MaterialType* type = TypeOf(value);
     if (!type) return;
     std::vector<std::string_view> keys = {"type", "name", "parameters"};
-    if (type->isSurface) keys.push_back("objects");
+    if (type->use == MaterialType::Use::Surface) keys.push_back("objects");
     BaseNode* node = mBuilder.MakeMaterial(value, type->id, type->name, type->rows(), keys);
-    if (type->isSurface)
-      mSurfaces.emplace_back(&value, node);
-    else
-      mSpec.media.push_back(node);
+    switch (type->use) {
+      case MaterialType::Use::Surface: mSurfaces.emplace_back(&value, node); break;
+      case MaterialType::Use::Medium: mSpec.media.push_back(node); break;
+      case MaterialType::Use::Shader: mSpec.shaders.push_back(node); break;
+    }
   }
 
   const MaterialType* TypeOf(const JsonValue& value) {

@@ -13,7 +13,8 @@ struct MaterialType {
   i32 id;
   std::string_view name;
   const host::ParameterTable& (*rows)();
-  bool isSurface;  ///< belongs to objects; the others fill space
+  enum class Use { Surface, Medium, Shader };
+  Use use;  ///< belongs to objects, fills space, or is linked by surfaces
 };
 const std::vector<MaterialType>& MaterialTypes();
 

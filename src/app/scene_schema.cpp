@@ -226,7 +226,8 @@ Json MaterialSchema() {
     Json properties = {{"type", {{"enum", {type.name, type.id, std::to_string(type.id)}}}},
                        {"name", Text("Name by which others link it.")},
                        {"parameters", TableSchema(type.rows())}};
-    if (type.isSurface) properties["objects"] = ListOf({{"type", "string"}});
+    if (type.use == MaterialType::Use::Surface)
+      properties["objects"] = ListOf({{"type", "string"}});
     kinds.push_back(Object(std::move(properties), Json::array({"type"})));
   }
   return {{"oneOf", std::move(kinds)}};

@@ -27,6 +27,7 @@ std::string WordOfType(i32 type) {
     case kLightObject: return "light object";
     case kCameraObject: return "camera object";
     case kSurfaceMaterial: return "surface material";
+    case kGridSamplerShader: return fmt::format("{} material", kGridSamplerName);
     default: break;
   }
   if (const MediumType* medium = FindMediumType(type))

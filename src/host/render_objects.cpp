@@ -68,6 +68,10 @@ const ParameterTable& SurfaceParameters() {
           .Range(0, 1),
       RealRow(kSurfaceRoughness, "roughness", 0.2, "", "0 mirrors sharply, 1 is dull").Range(0, 1),
       VectorRow(kSurfaceEmission, "emission", {0, 0, 0}, "", "light of its own").AtLeast(0),
+      LinkRow(kSurfaceColourShader, "colour_shader", "multiplies the colour, place by place",
+              {kGridSamplerShader}),
+      LinkRow(kSurfaceEmissionShader, "emission_shader", "multiplies the emission, place by place",
+              {kGridSamplerShader}),
   };
   return table;
 }

@@ -9,6 +9,8 @@ namespace MELDO_GLOBAL::host {
 /// Types of host nodes beside those of `HostType`.
 inline constexpr i32 kRenderSettings = 5105;
 inline constexpr i32 kSurfaceMaterial = 5106;
+/// A colour that fields of a simulation give.
+inline constexpr i32 kGridSamplerShader = 1023637;
 
 enum CameraParameter : i32 {
   kCameraFieldOfView = 1000,
@@ -40,6 +42,8 @@ enum SurfaceParameter : i32 {
   kSurfaceReflection = 1001,
   kSurfaceRoughness = 1002,
   kSurfaceEmission = 1003,
+  kSurfaceColourShader = 1004,
+  kSurfaceEmissionShader = 1005,
 };
 const ParameterTable& SurfaceParameters();
 

@@ -1,6 +1,7 @@
 #include "app/render/media.h"
 
 #include "fluids/volume_renderer/gas_material.h"
+#include "fluids/volume_renderer/grid_sampler_shader.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -8,10 +9,14 @@ namespace {
 
 using GasMaterial = ZOLT_RENDERING::C4D_GasRenderer_Material;
 
-std::unique_ptr<host::VolumeMaterial> MakeGas(host::BaseNode& node, const Scenes& scenes) {
+std::vector<MELDO_SULVA::Scene*> AllOf(const Scenes& scenes) {
   std::vector<MELDO_SULVA::Scene*> all;
   for (const auto& scene : scenes) all.push_back(scene.get());
-  return std::make_unique<GasMaterial>(node, std::move(all));
+  return all;
+}
+
+std::unique_ptr<host::VolumeMaterial> MakeGas(host::BaseNode& node, const Scenes& scenes) {
+  return std::make_unique<GasMaterial>(node, AllOf(scenes));
 }
 
 }  // namespace
@@ -34,6 +39,19 @@ std::vector<std::unique_ptr<host::VolumeMaterial>> MakeMedia(
   for (host::BaseNode* node : nodes)
     media.push_back(FindMediumType(node->Type())->make(*node, scenes));
   return media;
+}
+
+const host::ParameterTable& GridSamplerParameters() {
+  return ZOLT_RENDERING::C4D_GridSampler_Shader::Parameters();
+}
+
+std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> MakeShaders(
+    const std::vector<host::BaseNode*>& nodes, const Scenes& scenes) {
+  std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> shaders;
+  for (host::BaseNode* node : nodes)
+    shaders.emplace_back(
+        node->Id(), std::make_unique<ZOLT_RENDERING::C4D_GridSampler_Shader>(*node, AllOf(scenes)));
+  return shaders;
 }
 
 }  // namespace MELDO_GLOBAL::app

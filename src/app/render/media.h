@@ -1,4 +1,4 @@
-// Materials that fill space.
+// Materials that fill space, and shaders, both made from what is in scenes.
 #pragma once
 #include <memory>
 #include <string_view>
@@ -26,6 +26,13 @@ const MediumType* FindMediumType(i32 id);
 
 /// The materials of nodes that each have one of these types.
 std::vector<std::unique_ptr<host::VolumeMaterial>> MakeMedia(
+    const std::vector<host::BaseNode*>& nodes, const Scenes& scenes);
+
+/// The word for grid sampler shaders.
+inline constexpr std::string_view kGridSamplerName = "grid_sampler";
+const host::ParameterTable& GridSamplerParameters();
+/// Shaders of nodes of that type, with their nodes.
+std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> MakeShaders(
     const std::vector<host::BaseNode*>& nodes, const Scenes& scenes);
 
 }  // namespace MELDO_GLOBAL::app

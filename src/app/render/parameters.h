@@ -14,6 +14,7 @@ class ParameterReader {
   bool Bool(i32 id) const { return As<i32>(id) != 0; }
   Vec3d Vector(i32 id) const { return As<Vec3d>(id); }
   host::Gradient Gradient(i32 id) const { return As<host::Gradient>(id); }
+  host::Link Link(i32 id) const { return As<host::Link>(id); }
   host::InExcludeData Links(i32 id) const { return As<host::InExcludeData>(id); }
 
  private:

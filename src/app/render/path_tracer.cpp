@@ -155,9 +155,9 @@ Vec3d PathTracer::Radiance(const Vec3d& origin, const Vec3d& direction, const Pa
 Vec3d PathTracer::Shade(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const {
   if (hit.fade >= 1) return {};
   const Vec3d view = -direction;
-  Vec3d colour = hit.surface->emission + DirectLight(hit, view, path, true);
-  const bool isDiffuse = hit.surface->colour != Vec3d{};
-  if (mBounceLight && isDiffuse) colour += hit.surface->colour * BouncedLight(hit, path);
+  Vec3d colour = hit.emission + DirectLight(hit, view, path, true);
+  const bool isDiffuse = hit.colour != Vec3d{};
+  if (mBounceLight && isDiffuse) colour += hit.colour * BouncedLight(hit, path);
   if (hit.surface->reflection > 0 && path.depth < kMaxReflections)
     colour += Reflection(hit, view, path);
   return colour * (1 - hit.fade);
@@ -183,7 +183,7 @@ Vec3d PathTracer::DirectLight(const SurfaceHit& hit, const Vec3d& view, const Pa
     const SceneLight::Sample sample = light.At(hit.point, path.sampler.Next2D());
     const double cosine = Dot(hit.normal, sample.direction);
     if (cosine <= 0 || sample.colour == Vec3d{}) continue;
-    Vec3d answer = surface.colour * cosine;
+    Vec3d answer = hit.colour * cosine;
     if (withHighlights && surface.reflection > 0) {
       const double shine = Highlight(surface, hit.normal, sample.direction, view);
       answer += {shine, shine, shine};
@@ -234,8 +234,8 @@ Vec3d PathTracer::Incoming(const SurfaceHit& hit, const Vec3d& direction, const 
   if (isHit) {
     // Beyond the second surface the sky stands for all that bounces on.
     const Vec3d ambience = mWorld.Background(other.normal) * mWorld.Environment();
-    sample.colour = other.surface->emission + DirectLight(other, -direction, path, false) +
-                    other.surface->colour * ambience;
+    sample.colour =
+        other.emission + DirectLight(other, -direction, path, false) + other.colour * ambience;
     const Vec3d sky = mWorld.Background(direction) * mWorld.Environment();
     sample.colour = sample.colour * (1 - other.fade) + sky * other.fade;
   } else {

@@ -45,6 +45,27 @@ class ReadyMedia {
   std::vector<bool> mIsReady;
 };
 
+/// The same for shaders.
+class ReadyShaders {
+ public:
+  ReadyShaders(const std::vector<std::pair<NodeId, Shader*>>& shaders, const RenderData& data) {
+    for (const auto& [node, shader] : shaders) {
+      mStarted.push_back(shader);
+      if (shader->InitRender(data)) mReady[node] = shader;
+    }
+  }
+  ~ReadyShaders() {
+    for (Shader* shader : mStarted) shader->FreeRender();
+  }
+  ReadyShaders(const ReadyShaders&) = delete;
+  ReadyShaders& operator=(const ReadyShaders&) = delete;
+  const ShaderMap& Get() const { return mReady; }
+
+ private:
+  std::vector<Shader*> mStarted;
+  ShaderMap mReady;
+};
+
 /// The moments in which the shutter is open, evenly about the frame.
 std::vector<double> BlurMoments(const BaseNode& settings, i32 frame) {
   const ParameterReader read(settings);
@@ -63,13 +84,14 @@ void MoveObjects(const Document& document, const RenderSpec& spec, double frame)
   spec.camera->Animate(frame);
 }
 
-std::deque<RenderWorld> MakeBlurWorlds(const RenderSpec& spec, i32 frame) {
+std::deque<RenderWorld> MakeBlurWorlds(const RenderSpec& spec, i32 frame,
+                                       const ShaderMap& shaders) {
   const Document& document = spec.settings->GetDocument();
   std::deque<RenderWorld> worlds;
   const std::vector<double> moments = BlurMoments(*spec.settings, frame);
   for (const double moment : moments) {
     MoveObjects(document, spec, moment);
-    worlds.emplace_back(spec);
+    worlds.emplace_back(spec, shaders);
   }
   if (!moments.empty()) MoveObjects(document, spec, frame);
   return worlds;
@@ -165,27 +187,27 @@ double EncodeSrgb(double x) {
 
 }  // namespace
 
-RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame,
-                              const std::vector<VolumeMaterial*>& media, const HostThread& thread,
-                              const RenderProgress& progress) {
+RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame, const PictureMaterials& materials,
+                              const HostThread& thread, const RenderProgress& progress) {
   const ParameterReader read(*spec.settings);
-  const auto world = std::make_shared<const RenderWorld>(spec);
   RenderData data;
   data.document = &spec.settings->GetDocument();
   data.threadCount = ThreadCount();
   data.brightness = read.Real(kRenderVolumeBrightness);
+  data.thread = &thread;
+  const ReadyShaders shaders(materials.shaders, data);
+  const auto world = std::make_shared<const RenderWorld>(spec, shaders.Get());
   data.nearClip = world->GetCamera().NearClip();
   data.farClip = world->GetCamera().FarClip();
-  data.thread = &thread;
   for (const SceneLight& light : world->Lights()) data.lights.emplace_back(world, &light);
 
   RenderedPicture picture{spec.width, spec.height, {}, {}};
   picture.pixels.resize(static_cast<std::size_t>(spec.width) * spec.height);
-  const ReadyMedia ready(media, data);
+  const ReadyMedia ready(materials.media, data);
   picture.isDrawn = ready.IsReady();
   if (thread.TestBreak()) return picture;
 
-  const std::deque<RenderWorld> blurred = MakeBlurWorlds(spec, frame);
+  const std::deque<RenderWorld> blurred = MakeBlurWorlds(spec, frame, shaders.Get());
   const bool bounce = read.Bool(kRenderBounce);
   std::vector<PathTracer> tracers;
   for (const RenderWorld& moment : blurred) tracers.emplace_back(moment, data, ready.Get(), bounce);

@@ -27,15 +27,20 @@ struct RenderedPicture {
   std::vector<bool> isDrawn;  ///< for each medium, whether it had anything to draw
 };
 
+/// The materials of a `RenderSpec`, in its order.
+struct PictureMaterials {
+  std::vector<host::VolumeMaterial*> media;
+  std::vector<std::pair<host::NodeId, host::Shader*>> shaders;
+};
+
 /// Called now and then by the thread that asked for the picture, with the part that is done.
 using RenderProgress = std::function<void(double part)>;
 
 /// Draws the document's frame with as many threads as the worker pool has. The pixels depend on
-/// nothing but the scene. `media` are those of `spec`; those with nothing to draw are left out. The
-/// objects of the document move for motion blur and stand at `frame` again at the end. Stopped
-/// early, with an unfinished picture, by `thread`.
-RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame,
-                              const std::vector<host::VolumeMaterial*>& media,
+/// nothing but the scene. Media with nothing to draw are left out, and shaders with nothing to read
+/// are white. The objects of the document move for motion blur and stand at `frame` again at the
+/// end. Stopped early, with an unfinished picture, by `thread`.
+RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame, const PictureMaterials& materials,
                               const host::HostThread& thread, const RenderProgress& progress = {});
 
 /// The picture for a screen: exposure and tone curve of the settings, sRGB, with a grain of half a

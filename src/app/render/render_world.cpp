@@ -11,10 +11,15 @@ using namespace host;
 
 namespace {
 
-Surface ReadSurface(const BaseNode& node) {
+Surface ReadSurface(const BaseNode& node, const ShaderMap& shaders) {
   const ParameterReader read(node);
-  return {read.Vector(kSurfaceColour), read.Real(kSurfaceReflection), read.Real(kSurfaceRoughness),
-          read.Vector(kSurfaceEmission)};
+  const auto shader = [&](i32 id) -> const Shader* {
+    const auto found = shaders.find(read.Link(id).node);
+    return found != shaders.end() ? found->second : nullptr;
+  };
+  return {read.Vector(kSurfaceColour),  read.Real(kSurfaceReflection),
+          read.Real(kSurfaceRoughness), read.Vector(kSurfaceEmission),
+          shader(kSurfaceColourShader), shader(kSurfaceEmissionShader)};
 }
 
 /// How far from a surface a ray must start so as not to meet it again.
@@ -25,11 +30,13 @@ double Clearance(const Vec3d& point) {
 
 }  // namespace
 
-RenderWorld::RenderWorld(const RenderSpec& spec) : mCamera(*spec.camera, spec.width, spec.height) {
+RenderWorld::RenderWorld(const RenderSpec& spec, const ShaderMap& shaders)
+    : mCamera(*spec.camera, spec.width, spec.height) {
   for (const BaseNode* light : spec.lights)
     if (light->IsEnabled()) mLights.emplace_back(*light, *this);
-  mSurfaces.push_back(ReadSurface(*spec.standard));
-  for (const auto& [object, surface] : spec.surfaces) mSurfaces.push_back(ReadSurface(*surface));
+  mSurfaces.push_back(ReadSurface(*spec.standard, shaders));
+  for (const auto& [object, surface] : spec.surfaces)
+    mSurfaces.push_back(ReadSurface(*surface, shaders));
 
   const ParameterReader read(*spec.settings);
   mBackground = read.Gradient(kRenderBackground);
@@ -70,6 +77,8 @@ bool RenderWorld::TraceGround(const Vec3d& origin, const Vec3d& direction, doubl
   hit.point.y = mGroundHeight;
   hit.facing = hit.normal = {0, direction.y < 0 ? 1.0 : -1.0, 0};
   hit.surface = &mGround;
+  hit.colour = mGround.colour;
+  hit.emission = mGround.emission;
   hit.fade = 0;
   if (mGroundFade > 0) {
     const double t = std::clamp(2 * distance / mGroundFade - 1, 0.0, 1.0);
@@ -88,8 +97,20 @@ bool RenderWorld::Trace(const Vec3d& origin, const Vec3d& direction, double near
   hit.facing = mesh.facing;
   hit.normal = mesh.normal;
   hit.surface = &mSurfaces[mesh.material];
+  hit.colour = hit.surface->colour;
+  hit.emission = hit.surface->emission;
+  if (hit.surface->colourShader || hit.surface->emissionShader) AskShaders(hit);
   hit.fade = 0;
   return true;
+}
+
+void RenderWorld::AskShaders(SurfaceHit& hit) const {
+  const HitRecord record{HitKind::Surface, hit.point, hit.normal, hit.distance};
+  const ShaderPoint point{hit.point, &record};
+  if (const Shader* shader = hit.surface->colourShader)
+    hit.colour = Max(hit.colour * shader->Output(point), Vec3d{});
+  if (const Shader* shader = hit.surface->emissionShader)
+    hit.emission = Max(hit.emission * shader->Output(point), Vec3d{});
 }
 
 bool RenderWorld::IsBlocked(const Vec3d& from, const Vec3d& to) const {

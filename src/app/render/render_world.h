@@ -1,12 +1,14 @@
 // Everything that rays can meet, as it stands at one moment.
 #pragma once
 #include <deque>
+#include <map>
 #include <vector>
 
 #include "app/render/camera.h"
 #include "app/render/lights.h"
 #include "app/render/mesh_scene.h"
 #include "app/render/render_spec.h"
+#include "host/renderer.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -16,7 +18,12 @@ struct Surface {
   double reflection = 0;
   double roughness = 0;
   Vec3d emission;
+  const host::Shader* colourShader = nullptr;    ///< times the colour
+  const host::Shader* emissionShader = nullptr;  ///< times the emission
 };
+
+/// Shaders that are ready for a picture, by their nodes.
+using ShaderMap = std::map<host::NodeId, const host::Shader*>;
 
 struct SurfaceHit {
   double distance = 0;
@@ -24,13 +31,14 @@ struct SurfaceHit {
   Vec3d facing;  ///< of the flat surface, towards the ray
   Vec3d normal;  ///< of the smooth surface
   const Surface* surface = nullptr;
-  double fade = 0;  ///< part of the ground that has become sky
+  Vec3d colour, emission;  ///< of the surface here
+  double fade = 0;         ///< part of the ground that has become sky
 };
 
 /// Camera, lights, meshes, ground and sky at the present moment of a document.
 class RenderWorld : public Blockers {
  public:
-  explicit RenderWorld(const RenderSpec& spec);
+  explicit RenderWorld(const RenderSpec& spec, const ShaderMap& shaders = {});
   RenderWorld(const RenderWorld&) = delete;
   RenderWorld& operator=(const RenderWorld&) = delete;
 
@@ -49,6 +57,7 @@ class RenderWorld : public Blockers {
 
  private:
   void AddMeshes(const RenderSpec& spec);
+  void AskShaders(SurfaceHit& hit) const;
   bool TraceGround(const Vec3d& origin, const Vec3d& direction, double near, double far,
                    SurfaceHit& hit) const;
 

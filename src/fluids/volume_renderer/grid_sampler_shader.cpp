@@ -42,6 +42,7 @@ const ParameterTable& C4D_GridSampler_Shader::Parameters() {
                 {{0, "ntsc"}, {1, "ebu"}, {2, "smpte"}, {3, "hdtv"}, {4, "cie"}, {5, "rec709"}}),
         VectorRow(3012, "blackbody_tint", {1, 1, 1}, "", "multiplies X, Y, Z"),
         RealRow(3013, "blackbody_scale", 1, "", "multiplies the temperature").AtLeast(0),
+        RealRow(3014, "blackbody_brightness", 1, "", "multiplies the colour").AtLeast(0),
         BoolRow(3015, "blackbody_gamma", true, "apply the display's curve"),
         BoolRow(3016, "blackbody_adapt", false, "the hottest colour is white"),
     };
@@ -69,6 +70,7 @@ bool C4D_GridSampler_Shader::InitRender(const RenderData&) {
   mDisplacement = interface.GetReal(3008);
   mDisplacer.Set(dynamic_cast<FluidSolver*>(object), nullptr);
   mColourMode = interface.GetLong(3009);
+  mBrightness = interface.GetReal(3014);
   if (mColourMode != 1) return true;
   mBlackbody.mTStep = 5;
   mBlackbody.Build(interface.GetReal(3013), interface.GetVector(3012), interface.GetLong(3011),
@@ -170,7 +172,7 @@ Vec3d C4D_GridSampler_Shader::Colour(const Reading& reading) const {
   if (mColourMode == 1) {
     Vec3d glow;
     mBlackbody.Colour(glow, reading.kelvin + kRoomTemperature);
-    colour = colour * glow;
+    colour = colour * glow * mBrightness;
   }
   for (int a = 0; a < 3; ++a) colour[a] = std::max(mClampLow, std::min(colour[a], mClampHigh));
   return colour;

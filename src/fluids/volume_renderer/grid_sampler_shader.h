@@ -8,6 +8,7 @@
 #include "fluids/volume_renderer/ramp.h"
 #include "framework/scene.h"
 #include "grids/egrid.h"
+#include "host/render_objects.h"
 #include "host/renderer.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
@@ -18,7 +19,7 @@ namespace MELDO_GLOBAL::ZOLT_RENDERING {
 /// The grids are read in place: no step of the simulation may run while a picture is made.
 class C4D_GridSampler_Shader : public host::Shader {
  public:
-  static constexpr i32 kPluginId = 1023637;
+  static constexpr i32 kPluginId = host::kGridSamplerShader;
   static constexpr std::string_view kTypeName = "shader_gridsampler";
   static const host::ParameterTable& Parameters();
 
@@ -53,6 +54,7 @@ class C4D_GridSampler_Shader : public host::Shader {
   Ramp<Vec3d> mGradient;
   BlackBody mBlackbody;
   i32 mColourMode = 0;
+  double mBrightness = 1;
   double mClampLow = 0, mClampHigh = 1;
   VelocityGridDisplacer mDisplacer;
   double mDisplacement = 0;

@@ -1,4 +1,7 @@
 // The render command: exit codes, files, selection of frames.
+#include <OpenEXR/ImfArray.h>
+#include <OpenEXR/ImfRgbaFile.h>
+
 #include <set>
 
 #include "app/command_line.h"
@@ -173,4 +176,35 @@ TEST_F(RenderCommand, RefusesPicturesBeyondTheMemory) {
   const Answer answer = Render({"--size", "16384x16384", "--memory", "100M", "--out", Out("out")});
   EXPECT_EQ(answer.code, kExitMemory);
   EXPECT_NE(answer.err.find("16384x16384"), std::string::npos);
+}
+
+// A field of the simulation colours a surface.
+TEST_F(RenderCommand, GridSamplerColoursASurface) {
+  std::string text = kSmoke;
+  const auto replace = [&](const std::string& from, const std::string& to) {
+    const std::size_t at = text.find(from);
+    ASSERT_NE(at, std::string::npos) << from;
+    text.replace(at, from.size(), to);
+  };
+  // The smoke is thickest in the ball that it comes from; a wall cuts the box behind it.
+  replace("\"objects\": [", R"("objects": [ { "name": "wall", "type": "plane", "size": [150, 150],
+      "position": [0, 80, 0], "rotation": [90, 0, 0] },)");
+  replace(R"([ { "type": "gas", "parameters": { "smoke": "smoke", "absorption": 0.2 } } ])",
+          R"([ { "type": "grid_sampler", "name": "map", "parameters": { "field": "smoke",
+                 "gradient": [[0, [0, 0, 1]], [0.5, [0, 1, 0]], [1, [0, 1, 0]]] } },
+               { "type": "surface", "objects": ["wall"], "parameters": { "colour": [0, 0, 0],
+                 "emission": [0.4, 0.4, 0.4], "emission_shader": "map" } } ],
+             "hidden_objects": ["ball"])");
+  std::ofstream(folder / "shader.json") << text;
+  const Answer answer = Render({"--out", Out("out"), "--frames", "6", "--exr"}, "shader.json");
+  ASSERT_EQ(answer.code, kExitDone) << answer.err;
+  EXPECT_EQ(answer.err.find("warning"), std::string::npos) << answer.err;
+  Imf::RgbaInputFile file(Out("out/render/0006.exr").c_str());
+  Imf::Array2D<Imf::Rgba> rows(24, 32);
+  file.setFrameBuffer(&rows[0][0], 1, 32);
+  file.readPixels(0, 23);
+  const Imf::Rgba smoky = rows[14][16], clear = rows[9][13];
+  EXPECT_GT(smoky.g, 2 * smoky.b) << "green where the smoke is";
+  EXPECT_NEAR(clear.b, 0.4, 0.02) << "blue where there is none";
+  EXPECT_EQ(clear.g, 0);
 }
