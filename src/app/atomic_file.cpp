@@ -1,5 +1,7 @@
 #include "app/atomic_file.h"
 
+#include <fmt/format.h>
+
 #include "app/exit_codes.h"
 #include "host/atomic_file.h"
 
@@ -24,6 +26,13 @@ void WriteFileAtomically(const fs::path& path, std::string_view bytes) {
 
 void MakeFolder(const fs::path& path) {
   Try([&] { host::MakeFolder(path); });
+}
+
+std::filesystem::path BackupOf(const std::filesystem::path& path) {
+  std::filesystem::path backup = path.string() + ".bak";
+  for (int i = 2; std::filesystem::exists(backup); ++i)
+    backup = fmt::format("{}.bak{}", path.string(), i);
+  return backup;
 }
 
 }  // namespace MELDO_GLOBAL::app

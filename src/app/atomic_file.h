@@ -11,4 +11,7 @@ void WriteFileAtomically(const std::filesystem::path& path, std::string_view byt
 /// Makes a folder with its parents. Throws CommandError (kExitFile).
 void MakeFolder(const std::filesystem::path& path);
 
+/// A name beside `path` that no file has yet: with .bak, .bak2, ... behind it.
+std::filesystem::path BackupOf(const std::filesystem::path& path);
+
 }  // namespace MELDO_GLOBAL::app

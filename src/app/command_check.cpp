@@ -44,14 +44,6 @@ std::string Summary(const LoadedScene& scene) {
                      Count(scene.exports.size(), "export"));
 }
 
-/// A name beside `path` that no file has yet.
-std::filesystem::path BackupOf(const std::filesystem::path& path) {
-  std::filesystem::path backup = path.string() + ".bak";
-  for (int i = 2; std::filesystem::exists(backup); ++i)
-    backup = fmt::format("{}.bak{}", path.string(), i);
-  return backup;
-}
-
 void Fix(const std::filesystem::path& path) {
   const std::string text = ReadSceneText(path);
   Diagnostics problems;

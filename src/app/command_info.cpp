@@ -6,6 +6,9 @@
 
 #include "app/checkpoint.h"
 #include "app/exit_codes.h"
+#include "app/scene_file.h"
+#include "app/simulation.h"
+#include "app/solver_info.h"
 #include "app/vdb_info.h"
 #include "cache/cache_folder.h"
 #include "cache/grid_cache_file.h"
@@ -127,6 +130,51 @@ void PrintVolumes(const fs::path& path) {
   }
 }
 
+/// Keeps caches from writing: who asks about a scene doesn't record it.
+void StopRecording(const host::BaseNode& parent) {
+  constexpr i32 kGridCacher = 1300098, kMode = 1001, kPlayBack = 0, kRecord = 1;
+  for (host::BaseNode* node : parent.Children()) {
+    StopRecording(*node);
+    const host::Value* mode = node->Type() == kGridCacher ? node->Get(kMode) : nullptr;
+    if (!mode) continue;
+    if (*mode == host::Value(kRecord)) {
+      node->SetEnabled(false);
+    } else {
+      node->Set(kMode, kPlayBack);
+    }
+  }
+}
+
+/// The sizes of a scene as they are behind its first frame.
+int PrintScene(const fs::path& path) {
+  Diagnostics diagnostics;
+  std::optional<LoadedScene> scene = LoadScene(path, diagnostics);
+  diagnostics.Print();
+  if (!scene) return kExitInvalidScene;
+  for (const host::BaseNode* server : scene->servers) StopRecording(*server);
+  scene->document->folder = CacheFolderOf(fs::path("out") / path.stem()).string();
+  Simulation simulation(*scene->document, scene->servers, MachineMemory());
+  const FrameRange range = simulation.Range();
+  FrameRecord record;
+  switch (simulation.Evaluate(range.first, record)) {
+    case FrameOutcome::Done: break;
+    case FrameOutcome::Interrupted: return kExitInterrupted;
+    case FrameOutcome::FileFailure: Fail(simulation.FileFailure());
+    case FrameOutcome::OutOfMemory: throw CommandError(kExitMemory, simulation.MemoryRefusal());
+  }
+  fmt::print("{}: a scene, frames {} to {} at {} fps; in frame {}:\n", path.string(), range.first,
+             range.last, scene->document->fps, range.first);
+  for (const auto& each : simulation.Scenes()) fmt::print("{}", DescribeSolvers(*each));
+  return kExitDone;
+}
+
+/// A scene is text that begins with a brace or a comment.
+bool LooksLikeAScene(std::string_view bytes) {
+  if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+  const std::size_t at = bytes.find_first_not_of(" \t\r\n");
+  return at != std::string_view::npos && (bytes[at] == '{' || bytes[at] == '/');
+}
+
 }  // namespace
 
 int RunInfo(const fs::path& path) {
@@ -137,6 +185,8 @@ int RunInfo(const fs::path& path) {
       PrintVolumes(path);
     } else if (ident == "svcp") {
       PrintCheckpoint(path);
+    } else if (path.extension() == ".json" || LooksLikeAScene(bytes)) {
+      return PrintScene(path);
     } else {
       PrintCache(path);
     }

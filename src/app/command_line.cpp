@@ -5,6 +5,7 @@
 #include <new>
 
 #include "app/command_cache.h"
+#include "app/command_cache_setup.h"
 #include "app/command_check.h"
 #include "app/command_graph.h"
 #include "app/command_info.h"
@@ -37,6 +38,7 @@ struct Options {
   RunOptions run;
   RenderOptions render;
   CacheOptions cache;
+  CacheSetupOptions cacheSetup;
   std::string frames, memory, size;
   std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile;
   bool json = false, schema = false, fix = false;
@@ -126,9 +128,12 @@ CLI::App* AddGraph(CLI::App& app, Options& o) {
 
 CLI::App* AddInfo(CLI::App& app, Options& o) {
   CLI::App* info =
-      app.add_subcommand("info", "Tells what a cache, checkpoint or volume file holds");
+      app.add_subcommand("info", "Tells what a scene, cache, checkpoint or volume file holds");
   info->add_option("FILE", o.infoFile, "the file")->required();
-  info->footer("Example:\n  sulva info out/plume/checkpoints/00049.checkpoint");
+  info->footer(
+      "Of a scene it simulates the first frame and tells how many cells that takes.\n\n"
+      "Example:\n  sulva info scenes/plume.json\n  sulva info "
+      "out/plume/checkpoints/00049.checkpoint");
   return info;
 }
 
@@ -145,9 +150,28 @@ CLI::App* AddCache(CLI::App& app, Options& o) {
   return cache;
 }
 
+CLI::App* AddCacheSetup(CLI::App& app, Options& o) {
+  CLI::App* setup = app.add_subcommand("cache-setup", "Writes a scene that records what it makes");
+  setup->add_option("SCENE", o.cacheSetup.scene, "scene file")->required();
+  setup->add_option("NODE", o.cacheSetup.nodes,
+                    "fields, volumes and gases to record; by default all fields and gases");
+  setup->add_option("--out", o.cacheSetup.out,
+                    "file to write; by default the scene itself, with a copy of what it was");
+  setup
+      ->add_option("--set", o.cacheSetup.overrides,
+                   "another value for a parameter, NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false)
+      ->check(CheckOverride);
+  setup->footer(
+      "The parameters cache_... of the server say how; `sulva nodes server` shows them.\n\n"
+      "Example:\n  sulva cache-setup my.json smoke heat --set scene.cache_compression=fast");
+  return setup;
+}
+
 CLI::App* AddNew(CLI::App& app, Options& o) {
   CLI::App* make = app.add_subcommand("new", "Copies a ready-made scene to start from");
-  make->add_option("NAME", o.newName, "ready-made scene; without it, their list");
+  make->add_option("NAME", o.newName,
+                   "ready-made scene, by its name or label; without it, their list");
   make->add_option("FILE", o.newFile, "where to; by default NAME.json in this folder");
   make->footer("Example:\n  sulva new plume my_plume.json");
   return make;
@@ -200,10 +224,11 @@ int Dispatch(int argc, char** argv) {
   const CLI::App* graph = AddGraph(app, options);
   const CLI::App* info = AddInfo(app, options);
   const CLI::App* cache = AddCache(app, options);
+  const CLI::App* cacheSetup = AddCacheSetup(app, options);
   AddNew(app, options);
 
-  const std::vector<std::string_view> commands = {"run",   "render", "check", "nodes",
-                                                  "graph", "info",   "cache", "new"};
+  const std::vector<std::string_view> commands = {"run",  "render", "check",       "nodes", "graph",
+                                                  "info", "cache",  "cache-setup", "new"};
   if (argc > 1 && argv[1][0] != '-' &&
       std::find(commands.begin(), commands.end(), argv[1]) == commands.end()) {
     std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n", argv[1],
@@ -226,6 +251,7 @@ int Dispatch(int argc, char** argv) {
   if (graph->parsed()) return RunGraph(options.graphScene, options.graphPage);
   if (info->parsed()) return RunInfo(options.infoFile);
   if (cache->parsed()) return RunCache(options.cache);
+  if (cacheSetup->parsed()) return RunCacheSetup(options.cacheSetup);
   return RunNew(options.newName, options.newFile);
 }
 

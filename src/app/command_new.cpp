@@ -13,6 +13,7 @@
 #include "app/diagnostics.h"
 #include "app/exit_codes.h"
 #include "app/json_tree.h"
+#include "nodes/presets.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -37,7 +38,7 @@ std::string ReadFile(const fs::path& path) {
   return text;
 }
 
-/// The first comment of a scene: what it shows.
+/// What a scene shows: the first sentence of its first comment.
 std::string Description(const std::string& text) {
   std::string words;
   std::size_t at = text.find("//");
@@ -49,7 +50,7 @@ std::string Description(const std::string& text) {
     const std::size_t next = text.find_first_not_of(" \t", std::min(end + 1, text.size()));
     at = next != std::string::npos && text.compare(next, 2, "//") == 0 ? next : std::string::npos;
   }
-  return words;
+  return words.substr(0, words.find(". "));
 }
 
 /// The scene with the schema's place as it is seen from anywhere.
@@ -95,6 +96,23 @@ std::set<fs::path> AssetsOf(const std::string& text, const fs::path& scene) {
   return assets;
 }
 
+void PrintScenes(const fs::path& folder, const std::set<std::string>& names) {
+  std::size_t width = 0;
+  for (const std::string& name : names) width = std::max(width, name.size());
+  for (const std::string& name : names) {
+    std::string shown = Description(ReadFile(folder / (name + ".json")));
+    if (shown.ends_with('.')) shown.pop_back();
+    fmt::print("{:<{}}  {}\n", name, width, shown);
+  }
+}
+
+/// The name of the scene that a word means: its name, or the label or id of a preset.
+std::string SceneOf(const std::string& word) {
+  for (const MELDO_SULVA::Preset& preset : MELDO_SULVA::Presets())
+    if (word == preset.label || word == std::to_string(preset.id)) return std::string(preset.name);
+  return word;
+}
+
 struct Copy {
   fs::path to;
   std::string bytes;
@@ -111,15 +129,15 @@ void CheckTarget(const Copy& copy) {
 
 }  // namespace
 
-int RunNew(const std::string& name, const fs::path& file) {
+int RunNew(const std::string& word, const fs::path& file) {
   const auto folder = SceneFolder();
   if (!folder) throw CommandError(kExitFile, "the folder of ready-made scenes isn't there");
   const std::set<std::string> names = SceneNames(*folder);
-  if (name.empty()) {
-    for (const std::string& scene : names)
-      fmt::print("{:<12} {}\n", scene, Description(ReadFile(*folder / (scene + ".json"))));
+  if (word.empty()) {
+    PrintScenes(*folder, names);
     return kExitDone;
   }
+  const std::string name = SceneOf(word);
   if (!names.contains(name))
     throw CommandError(kExitUsage, fmt::format("no ready-made scene is named '{}'{}", Shown(name),
                                                Suggestion(name, {names.begin(), names.end()})));

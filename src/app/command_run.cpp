@@ -13,6 +13,7 @@
 #include "app/progress.h"
 #include "app/scene_file.h"
 #include "app/simulation.h"
+#include "app/solver_info.h"
 #include "app/statistics.h"
 #include "host/atomic_file.h"
 #include "host/mesh_files.h"
@@ -106,6 +107,7 @@ class Run {
           mProgress.Error(mSimulation.MemoryRefusal());
           return kExitMemory;
       }
+      if (frame == first) DescribeScenes();
       for (const auto& scene : mSimulation.Scenes()) MeasureScene(*scene, mNames, record);
       const std::string broken = FindNonFinite(record);
       if (!broken.empty()) {
@@ -121,6 +123,14 @@ class Run {
       mProgress.EndFrame(record);
     }
     return kExitDone;
+  }
+
+  void DescribeScenes() {
+    std::string text;
+    for (const auto& scene : mSimulation.Scenes()) text += DescribeSolvers(*scene);
+    if (text.empty()) return;
+    text.pop_back();
+    mProgress.Note(text);
   }
 
   void TellInterrupt(i32 frame) {

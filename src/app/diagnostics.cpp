@@ -16,6 +16,21 @@ void Diagnostics::Warning(SourceLocation where, std::string text) {
   mMessages.push_back({Message::Severity::Warning, std::move(where), std::move(text)});
 }
 
+void Diagnostics::Note(SourceLocation where, std::string text) {
+  mMessages.push_back({Message::Severity::Note, std::move(where), std::move(text)});
+}
+
+namespace {
+std::string_view WordOf(Message::Severity severity) {
+  switch (severity) {
+    case Message::Severity::Error: return "error";
+    case Message::Severity::Warning: return "warning";
+    case Message::Severity::Note: break;
+  }
+  return "note";
+}
+}  // namespace
+
 std::vector<std::string> Diagnostics::Lines() const {
   std::vector<const Message*> ordered;
   for (const Message& message : mMessages) ordered.push_back(&message);
@@ -26,7 +41,7 @@ std::vector<std::string> Diagnostics::Lines() const {
                    [&](const Message* a, const Message* b) { return place(a) < place(b); });
   std::vector<std::string> lines;
   for (const Message* m : ordered) {
-    const std::string_view word = m->severity == Message::Severity::Error ? "error" : "warning";
+    const std::string_view word = WordOf(m->severity);
     lines.push_back(m->where.line == 0
                         ? fmt::format("{}: {}: {}", m->where.file, word, m->text)
                         : fmt::format("{}:{}:{}: {}: {}", m->where.file, m->where.line,

@@ -18,7 +18,7 @@ struct SourceLocation {
 };
 
 struct Message {
-  enum class Severity { Warning, Error };
+  enum class Severity { Note, Warning, Error };
   Severity severity;
   SourceLocation where;
   std::string text;
@@ -29,6 +29,7 @@ class Diagnostics {
  public:
   void Error(SourceLocation where, std::string text);
   void Warning(SourceLocation where, std::string text);
+  void Note(SourceLocation where, std::string text);
 
   bool HasErrors() const { return mErrors > 0; }
   const std::vector<Message>& Messages() const { return mMessages; }

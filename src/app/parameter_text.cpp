@@ -47,6 +47,21 @@ const Choice* ChoiceOf(const ParameterRow& row, i32 value) {
   return nullptr;
 }
 
+std::string WordFor(const ParameterRow& row, i32 value) {
+  if (row.type == ParameterType::Bool) return value ? "true" : "false";
+  const Choice* choice = ChoiceOf(row, value);
+  return choice ? std::string(choice->name) : std::to_string(value);
+}
+
+std::string ConditionText(const ParameterTable& table, const ParameterRow& row) {
+  if (!row.condition) return {};
+  const ParameterRow* mode = FindRow(table, row.condition->id);
+  std::string words;
+  for (const i32 value : row.condition->values)
+    words.append(words.empty() ? "" : " or ").append(WordFor(*mode, value));
+  return fmt::format("with {} {}", mode->name, words);
+}
+
 std::string LimitsText(const ParameterRow& row) {
   if (row.min != -kOpen && row.max != kOpen) return fmt::format("{} to {}", row.min, row.max);
   if (row.min != -kOpen) return fmt::format("at least {}", row.min);

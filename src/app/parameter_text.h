@@ -17,6 +17,12 @@ nlohmann::ordered_json DefaultJson(const host::ParameterRow& row);
 /// The word of a choice, or null where the row has none of this value.
 const host::Choice* ChoiceOf(const host::ParameterRow& row, i32 value);
 
+/// The word for a value of a long or bool, as scene files give it.
+std::string WordFor(const host::ParameterRow& row, i32 value);
+
+/// "with time_mode fixed_step": when a parameter of `table` counts; empty for always.
+std::string ConditionText(const host::ParameterTable& table, const host::ParameterRow& row);
+
 /// "0 to 1", "at least 0", "at most 5", or an empty text.
 std::string LimitsText(const host::ParameterRow& row);
 

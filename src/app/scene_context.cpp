@@ -22,6 +22,14 @@ void SceneContext::Error(const JsonMember& at, const Subject& subject, const std
   mDiagnostics.Error(Where(at.line, at.column), subject + text);
 }
 
+void SceneContext::Warning(const JsonValue& at, const Subject& subject, const std::string& text) {
+  mDiagnostics.Warning(Where(at), subject + text);
+}
+
+void SceneContext::Note(const JsonMember& at, const Subject& subject, const std::string& text) {
+  mDiagnostics.Note(Where(at.line, at.column), subject + text);
+}
+
 std::string SceneContext::Suggest(std::string_view word,
                                   const std::vector<std::string_view>& candidates) {
   if (!MaySuggest()) return {};

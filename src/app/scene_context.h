@@ -41,6 +41,8 @@ class SceneContext {
   SourceLocation Where(u32 line, u32 column) const;
   void Error(const JsonValue& at, const Subject& subject, const std::string& text);
   void Error(const JsonMember& at, const Subject& subject, const std::string& text);
+  void Warning(const JsonValue& at, const Subject& subject, const std::string& text);
+  void Note(const JsonMember& at, const Subject& subject, const std::string& text);
 
   /// "; did you mean 'x'?", or nothing. A file of nothing but mistakes gets help with the first few
   /// hundred: each one costs a comparison with all names.

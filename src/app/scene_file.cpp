@@ -8,6 +8,7 @@
 
 #include "app/exit_codes.h"
 #include "app/render_section.h"
+#include "app/scene_advice.h"
 #include "app/scene_exports.h"
 #include "app/scene_fingerprint.h"
 #include "app/scene_nodes.h"
@@ -19,6 +20,8 @@ namespace MELDO_GLOBAL::app {
 using namespace host;
 
 namespace {
+
+constexpr i32 kSimulationUnits = 1001;
 
 constexpr std::size_t kLargestFile = std::size_t{64} << 20;
 
@@ -59,8 +62,9 @@ void ReadHeader(SceneContext& context, const JsonValue& root) {
   document.previewMax = *last;
 }
 
-/// Applies one `NODE.PARAMETER=VALUE`.
-void ApplyOverride(SceneContext& context, const NameTable& names, const std::string& text) {
+/// Applies one `NODE.PARAMETER=VALUE` and adds it to `given`.
+void ApplyOverride(SceneContext& context, const NameTable& names, const std::string& text,
+                   std::vector<GivenOption>& given) {
   const std::string option = "--set " + Shown(text);
   context.SetOption(option);
   const JsonValue nowhere;
@@ -84,8 +88,22 @@ void ApplyOverride(SceneContext& context, const NameTable& names, const std::str
     return;
   }
   const JsonMember key{text.substr(dot + 1, equals - dot - 1), 0, 0, {}};
-  if (const ParameterRow* row = reader.FindRow(key, *node->Table(), subject))
-    reader.ReadParameter(*row, value, *node, context.document.previewMin, subject);
+  const ParameterRow* row = reader.FindRow(key, *node->Table(), subject);
+  if (!row) return;
+  const Value* held = node->Get(row->id);
+  const Value before = held ? *held : row->WhenMissing();
+  reader.ReadParameter(*row, value, *node, context.document.previewMin, subject);
+  given.push_back({node, row, option, subject});
+  if (node->Type() != kServerNode || row->id != kSimulationUnits) return;
+  if (const std::string done = FollowUnits(*node, std::get<double>(before)); !done.empty())
+    context.Note(key, subject, done);
+}
+
+/// Whether an override changes a server's units: the cell sizes follow these, and those that the
+/// command line gives stand above that.
+bool ChangesUnits(const std::string& text) {
+  const std::string left = text.substr(0, text.find('='));
+  return left.ends_with(".simulation_units") || left.ends_with(".1001");
 }
 
 }  // namespace
@@ -135,8 +153,12 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   builder.ReadParameters();
   if (const JsonValue* exports = root.Find("exports"))
     scene.exports = ReadExports(context, builder.Names(), *exports);
-  for (const std::string& override : overrides) ApplyOverride(context, builder.Names(), override);
+  std::vector<GivenOption> given;
+  for (const bool units : {true, false})
+    for (const std::string& override : overrides)
+      if (ChangesUnits(override) == units) ApplyOverride(context, builder.Names(), override, given);
   context.SetOption({});
+  if (!diagnostics.HasErrors()) Advise(context, builder.Made(), given);
   if (diagnostics.HasErrors()) return {};
 
   scene.servers = builder.Servers();

@@ -8,6 +8,7 @@
 
 #include "app/scene_context.h"
 #include "app/scene_objects.h"
+#include "app/text_edits.h"
 #include "nodes/catalogue.h"
 
 namespace MELDO_GLOBAL::app {
@@ -27,79 +28,6 @@ std::string Joined(const std::vector<std::string>& parts) {
 }
 
 std::string Quoted(const std::string& text) { return nlohmann::json(text).dump(); }
-
-/// Places of values in a text, and replacements at them.
-class TextEdits {
- public:
-  explicit TextEdits(std::string_view text) : mText(text) {
-    mLines.push_back(text.starts_with("\xEF\xBB\xBF") ? 3 : 0);
-    for (std::size_t i = 0; i < text.size(); ++i)
-      if (text[i] == '\n') mLines.push_back(i + 1);
-  }
-
-  std::size_t Begin(const JsonValue& value) const {
-    std::size_t at = mLines[value.line - 1];
-    for (u32 column = 1; column < value.column; ++column) {
-      ++at;
-      while (at < mText.size() && (static_cast<unsigned char>(mText[at]) & 0xC0) == 0x80) ++at;
-    }
-    return at;
-  }
-  /// One behind a text, a list or an object.
-  std::size_t End(const JsonValue& value) const {
-    int depth = 0;
-    std::size_t at = Begin(value);
-    do {
-      const std::string_view rest = mText.substr(at);
-      if (rest.starts_with("//") || rest.starts_with("/*")) {
-        const std::size_t end = rest[1] == '/' ? rest.find('\n') : rest.find("*/", 2) + 1;
-        at = end == std::string_view::npos ? mText.size() : at + end + 1;
-        continue;
-      }
-      const char c = mText[at++];
-      if (c == '[' || c == '{') ++depth;
-      if (c == ']' || c == '}') --depth;
-      if (c != '"') continue;
-      for (; at < mText.size() && mText[at] != '"'; ++at)
-        if (mText[at] == '\\') ++at;
-      ++at;
-    } while (depth > 0 && at < mText.size());
-    return at;
-  }
-  std::string Raw(const JsonValue& value) const {
-    return std::string(mText.substr(Begin(value), End(value) - Begin(value)));
-  }
-
-  void Replace(const JsonValue& value, std::string by) {
-    mEdits.push_back({Begin(value), End(value), std::move(by)});
-  }
-  /// Behind the bracket with which a list or an object begins.
-  void InsertFirst(const JsonValue& value, std::string what) {
-    const std::size_t at = Begin(value) + 1;
-    mEdits.push_back({at, at, std::move(what)});
-  }
-  std::string Apply() {
-    std::stable_sort(mEdits.begin(), mEdits.end(),
-                     [](const Edit& a, const Edit& b) { return a.begin < b.begin; });
-    std::string result;
-    std::size_t done = 0;
-    for (const Edit& edit : mEdits) {
-      result += mText.substr(done, edit.begin - done);
-      result += edit.by;
-      done = edit.end;
-    }
-    return result.append(mText.substr(done));
-  }
-
- private:
-  struct Edit {
-    std::size_t begin, end;
-    std::string by;
-  };
-  std::string_view mText;
-  std::vector<std::size_t> mLines;
-  std::vector<Edit> mEdits;
-};
 
 class VolumeFixer {
  public:

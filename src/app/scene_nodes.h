@@ -37,6 +37,7 @@ class SceneBuilder {
                                const host::ParameterTable& table,
                                const std::vector<std::string_view>& keys);
 
+  const std::vector<MadeNode>& Made() const { return mMade; }
   const NameTable& Names() const { return mNames; }
   const std::vector<host::BaseNode*>& Servers() const { return mServers; }
 

@@ -281,9 +281,51 @@ std::optional<Value> ValueReader::ReadLink(const ParameterRow& row, const JsonVa
                                KindOf(value)));
     return {};
   }
-  const BaseNode* node = ResolveLink(*value.Text(), row.accepts, value, subject, what);
+  const BaseNode* node = ResolveLinkOrGroup(*value.Text(), row, value, subject, what);
   if (!node) return {};
-  return Link{node->Id()};
+  if (node->Type() != kGroupNode) return Link{node->Id()};
+  std::vector<const BaseNode*> members;
+  if (!Members(*node, row, value, subject, what, members)) return {};
+  if (members.size() == 1) return Link{members.front()->Id()};
+  mContext.Error(value, subject,
+                 fmt::format("{}: the group '{}' has {} children; a group stands here for its one "
+                             "child, so name the child that is meant",
+                             what, Shown(node->Name()), members.size()));
+  return {};
+}
+
+BaseNode* ValueReader::ResolveLinkOrGroup(const std::string& reference, const ParameterRow& row,
+                                          const JsonValue& at, const Subject& subject,
+                                          const std::string& what) {
+  const std::vector<NameTable::Candidate> found = mNames.Find(reference);
+  const auto fits = [&](const auto& candidate) { return Accepts(row.accepts, *candidate.node); };
+  const auto isGroup = [](const auto& candidate) { return candidate.node->Type() == kGroupNode; };
+  const bool mayBeGroup = std::none_of(found.begin(), found.end(), fits) &&
+                          std::any_of(found.begin(), found.end(), isGroup);
+  const std::vector<i32> groups = {kGroupNode};
+  return ResolveLink(reference, mayBeGroup ? groups : row.accepts, at, subject, what);
+}
+
+bool ValueReader::Members(const BaseNode& group, const ParameterRow& row, const JsonValue& at,
+                          const Subject& subject, const std::string& what,
+                          std::vector<const BaseNode*>& members) {
+  const auto refuse = [&](const std::string& why) {
+    mContext.Error(at, subject,
+                   fmt::format("{}: the group '{}' {}", what, Shown(group.Name()), why));
+    return false;
+  };
+  if (group.Children().empty()) return refuse("is empty; it stands for its children");
+  for (const BaseNode* child : group.Children()) {
+    if (child->Type() == kGroupNode) {
+      if (!Members(*child, row, at, subject, what, members)) return false;
+    } else if (Accepts(row.accepts, *child)) {
+      members.push_back(child);
+    } else {
+      return refuse(fmt::format("stands for its children, but its '{}' is a {}; expected {}",
+                                Shown(child->Name()), KindWord(*child), WordsOfTypes(row.accepts)));
+    }
+  }
+  return true;
 }
 
 std::optional<Value> ValueReader::ReadLinks(const ParameterRow& row, const JsonValue& value,
@@ -296,16 +338,15 @@ std::optional<Value> ValueReader::ReadLinks(const ParameterRow& row, const JsonV
     return {};
   }
   InExcludeData list;
+  bool allRead = true;
   for (const JsonValue& item : *items)
-    if (const auto entry = ReadEntry(row, item, subject, what)) list.entries.push_back(*entry);
-  if (list.entries.size() < items->size()) return {};
+    allRead = ReadEntry(row, item, subject, what, list) && allRead;
+  if (!allRead) return {};
   return list;
 }
 
-std::optional<InExcludeData::Entry> ValueReader::ReadEntry(const ParameterRow& row,
-                                                           const JsonValue& item,
-                                                           const Subject& subject,
-                                                           const std::string& what) {
+bool ValueReader::ReadEntry(const ParameterRow& row, const JsonValue& item, const Subject& subject,
+                            const std::string& what, InExcludeData& list) {
   const JsonValue* name = &item;
   std::optional<u32> flags = 0;
   if (item.Members()) {
@@ -318,11 +359,17 @@ std::optional<InExcludeData::Entry> ValueReader::ReadEntry(const ParameterRow& r
                    fmt::format("{}: expected a name or {{\"node\": name, \"flags\": number}}, "
                                "got {}",
                                what, name ? KindOf(*name) : "an object without 'node'"));
-    return {};
+    return false;
   }
-  const BaseNode* node = ResolveLink(*name->Text(), row.accepts, *name, subject, what);
-  if (!node || !flags) return {};
-  return InExcludeData::Entry{node->Id(), *flags};
+  const BaseNode* node = ResolveLinkOrGroup(*name->Text(), row, *name, subject, what);
+  if (!node || !flags) return false;
+  std::vector<const BaseNode*> members = {node};
+  if (node->Type() == kGroupNode) {
+    members.clear();
+    if (!Members(*node, row, *name, subject, what, members)) return false;
+  }
+  for (const BaseNode* member : members) list.entries.push_back({member->Id(), *flags});
+  return true;
 }
 
 std::optional<u32> ValueReader::ReadFlags(const JsonValue& value, const Subject& subject,

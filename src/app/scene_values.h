@@ -45,9 +45,18 @@ class ValueReader {
                                       const Subject& subject, const std::string& what);
   std::optional<host::Value> ReadLinks(const host::ParameterRow& row, const JsonValue& value,
                                        const Subject& subject, const std::string& what);
-  std::optional<host::InExcludeData::Entry> ReadEntry(const host::ParameterRow& row,
-                                                      const JsonValue& item, const Subject& subject,
-                                                      const std::string& what);
+  /// Adds what an item of a list names: a node, or the children of a group. False with a message.
+  bool ReadEntry(const host::ParameterRow& row, const JsonValue& item, const Subject& subject,
+                 const std::string& what, host::InExcludeData& list);
+  /// The node or group that a link may name; null with a message.
+  host::BaseNode* ResolveLinkOrGroup(const std::string& reference, const host::ParameterRow& row,
+                                     const JsonValue& at, const Subject& subject,
+                                     const std::string& what);
+  /// What a group stands for: its children, those of groups in it among them. False, with a
+  /// message, where it has none or one that `row` doesn't take.
+  bool Members(const host::BaseNode& group, const host::ParameterRow& row, const JsonValue& at,
+               const Subject& subject, const std::string& what,
+               std::vector<const host::BaseNode*>& members);
   std::optional<u32> ReadFlags(const JsonValue& value, const Subject& subject,
                                const std::string& what);
   std::optional<host::Value> ReadCurve(const JsonValue& value, const Subject& subject,

@@ -22,23 +22,38 @@ constexpr std::size_t kMostWarnings = 8;
 
 ParameterTable CacheRows() {
   return {
-      BoolRow(1000, "render_only", false, "work only while the scene is evaluated for a picture"),
-      LongRow(1001, "mode", 0, "", "what the cache does; both plays what is there and records")
+      BoolRow(1000, "render_only", false,
+              "rests while a scene is only simulated, and works when pictures are made"),
+      LongRow(1001, "mode", 0, "",
+              "record writes what was simulated, play_back shows it again without simulating, both "
+              "plays what is there and records the rest")
           .Choices({{0, "play_back"}, {1, "record"}, {2, "both"}}),
-      ButtonRow(1002, "choose_folder", "asks for a folder"),
+      ButtonRow(1002, "choose_folder", "asks a person where the files go"),
       StringRow(1003, "custom_folder", "",
-                "folder of the files, with folder = custom; a relative one starts at the scene "
+                "where the files lie, with folder = custom; a relative path starts at the scene "
                 "file, or where none is there at the working directory"),
-      StringRow(1004, "base_name", "", "start of the files' names; empty takes the kind's own"),
-      LongRow(1006, "show_frame", -1, "frames", "frame to play; -1 follows the run").AtLeast(-1),
-      LongRow(1007, "frame_offset", 0, "frames", "added to the frame that is played"),
-      LongRow(1009, "compression", 0, "", "how written files are packed")
+      StringRow(1004, "base_name", "",
+                "how the names of the files begin; two caches in one folder need two of them"),
+      LongRow(1006, "show_frame", -1, "frames",
+              "holds the picture at this one frame; -1 plays along with the run")
+          .AtLeast(-1),
+      LongRow(1007, "frame_offset", 0, "frames",
+              "plays that many frames later in the recording; negative starts late"),
+      LongRow(1009, "compression", 0, "",
+              "smaller files for a little time: fast packs to about a tenth, small packs harder")
           .Choices({{0, "none"}, {1, "fast"}, {2, "small"}}),
-      LongRow(1011, "numbering", 0, "", "what written files are numbered by")
+      LongRow(1011, "numbering", 0, "",
+              "whether files count from the first simulated frame or by the scene's own frames")
           .Choices({{0, "from_start"}, {1, "document"}}),
-      LinksRow(1012, "objects", "what is cached; the order is that of the files", {}),
-      LongRow(1013, "folder", 0, "", "where the files lie").Choices({{0, "output"}, {1, "custom"}}),
-      BoolRow(1014, "backwards", false, "play from the last file to the first"),
+      LinksRow(1012, "objects",
+               "the fields, volumes and gas that are kept; play back with the list in the order in "
+               "which it was recorded",
+               {}),
+      LongRow(1013, "folder", 0, "",
+              "output follows each run's own folder, custom keeps one place for all of them")
+          .Choices({{0, "output"}, {1, "custom"}}),
+      BoolRow(1014, "backwards", false,
+              "the recording plays in reverse: smoke goes back into its source"),
       BoolRow(1030, "go_on_after_failure", false,
               "a frame that can't be written is a warning and doesn't end the run"),
   };

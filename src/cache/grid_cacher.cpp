@@ -19,20 +19,27 @@ const ParameterTable& GridCacher::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = CacheRows();
     const ParameterTable own = {
-        StringRow(1008, "file_statistics", "", "what the file of the frame holds; an output"),
-        LongRow(1010, "format", 0, "", "format of the files").Choices({{0, "grid_cache"}}),
-        StringRow(1015, "statistics", "", "length, size and gaps of the cache; an output"),
-        ButtonRow(1016, "delete_files", "deletes the files of the cache"),
-        ButtonRow(1017, "choose_objects", "picks or makes objects for the list"),
-        LinkRow(1018, "duration", "time window in which the cache works", {1028240}),
+        StringRow(1008, "file_statistics", "",
+                  "filled in by the program: what the file of this frame holds"),
+        LongRow(1010, "format", 0, "", "which kind of file is written")
+            .Choices({{0, "grid_cache"}}),
+        StringRow(1015, "statistics", "",
+                  "filled in by the program: first and last file, size and gaps"),
+        ButtonRow(1016, "delete_files", "what `sulva cache delete` does"),
+        ButtonRow(1017, "choose_objects", "picks or makes what is to be recorded"),
+        LinkRow(1018, "duration", "records and plays only inside this time window", {1028240}),
         ButtonRow(1019, "choose_duration", "picks or makes a time window"),
-        LongRow(1020, "resampling", 0, "", "how grids of another place or size are read")
+        LongRow(1020, "resampling", 0, "",
+                "how a recording is read into cells of another size: linear is smooth and quick, "
+                "cubic keeps more detail")
             .Choices({{0, "linear"},
                       {1, "cosine"},
                       {2, "cubic"},
                       {3, "monotonic_cubic"},
                       {4, "bspline"}}),
-        LongRow(1021, "digits", 5, "", "width of the frame number in a file's name").Range(1, 6),
+        LongRow(1021, "digits", 5, "",
+                "width of the frame number in the names of files: 5 gives 00012")
+            .Range(1, 6),
     };
     rows.insert(rows.end(), own.begin(), own.end());
     return rows;

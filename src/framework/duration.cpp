@@ -6,15 +6,22 @@ using namespace host;
 
 const ParameterTable& Duration::Parameters() {
   static const ParameterTable table = {
-      RealRow(1000, "length", 0.0, "s", "length of the window; 0 or less leaves it open for ever"),
-      RealRow(1001, "start", 0.0, "s", "when the first window opens"),
-      LongRow(1002, "repeats", 0, "", "windows after the first").AtLeast(0),
-      RealRow(1003, "pause", 10.0, "s", "time between windows"),
-      CurveRow(1004, "curve", "weight over the window, 0..1; without it the window fades out"),
-      LongRow(1005, "length_frames", 0, "frames", "length of the window, with use_frames"),
-      LongRow(1006, "start_frames", 0, "frames", "when the first window opens, with use_frames"),
-      LongRow(1007, "pause_frames", 10, "frames", "time between windows, with use_frames"),
-      BoolRow(1008, "use_frames", false, "take length, start and pause in frames"),
+      RealRow(1000, "length", 0.0, "s", "how long a puff lasts; 0 or less never ends")
+          .OnlyWith(1008, {0}),
+      RealRow(1001, "start", 0.0, "s", "how long it waits before the first puff")
+          .OnlyWith(1008, {0}),
+      LongRow(1002, "repeats", 0, "", "further puffs after the first").AtLeast(0),
+      RealRow(1003, "pause", 10.0, "s", "quiet time between two puffs").OnlyWith(1008, {0}),
+      CurveRow(1004, "curve",
+               "strength from the beginning (0) to the end (1); without it a puff fades out"),
+      LongRow(1005, "length_frames", 0, "frames", "how many frames a puff lasts, with use_frames")
+          .OnlyWith(1008, {1}),
+      LongRow(1006, "start_frames", 0, "frames",
+              "how many frames it waits before the first puff, with use_frames")
+          .OnlyWith(1008, {1}),
+      LongRow(1007, "pause_frames", 10, "frames", "quiet frames between two puffs, with use_frames")
+          .OnlyWith(1008, {1}),
+      BoolRow(1008, "use_frames", false, "counts in frames of the scene instead of seconds"),
   };
   return table;
 }

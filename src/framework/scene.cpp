@@ -11,31 +11,98 @@ using namespace host;
 
 const ParameterTable& Scene::Parameters() {
   static const ParameterTable table = {
-      RealRow(1000, "host_units", 100.0, "host", "host units of the scale").AtLeast(1e-9),
-      RealRow(1001, "simulation_units", 1.0, "m", "simulation units of the scale").AtLeast(1e-9),
-      RealRow(1002, "cell_size", 0.2, "m", "edge of a cell").AtLeast(1e-6),
-      RealRow(1015, "render_cell_size", 0.2, "m", "edge of a cell when rendering").AtLeast(1e-6),
-      LongRow(1003, "time_mode", 0, "", "how a frame is cut into substeps")
+      RealRow(
+          1000, "host_units", 100.0, "host",
+          "how many units of the scene file make up simulation_units: 100 reads it in centimetres")
+          .AtLeast(1e-9),
+      RealRow(1001, "simulation_units", 1.0, "m",
+              "how long host_units really are: a larger world moves more slowly in the picture")
+          .AtLeast(1e-9),
+      RealRow(1002, "cell_size", 0.2, "m",
+              "the finest detail that smoke can show; half of it needs eight times the memory")
+          .AtLeast(1e-6),
+      RealRow(1015, "render_cell_size", 0.2, "m",
+              "takes the place of cell_size where a scene is evaluated for a picture")
+          .AtLeast(1e-6),
+      LongRow(1003, "time_mode", 0, "",
+              "how a frame is cut into substeps: as fast flow asks for, or always alike")
           .Choices({{0, "adaptive"}, {1, "fixed_substeps"}, {2, "fixed_step"}}),
-      RealRow(1004, "fixed_step", 0.2, "s", "step length in the mode fixed_step").AtLeast(0),
-      LongRow(1005, "extra_substeps", 2, "",
-              "substeps less one: the maximum when adaptive, else the count")
+      RealRow(1004, "fixed_step", 0.2, "s",
+              "time that every substep advances, whatever the frame rate is")
+          .AtLeast(0)
+          .OnlyWith(1003, {2}),
+      LongRow(
+          1005, "extra_substeps", 2, "",
+          "substeps less one: the most that fast flow gets when adaptive, else every frame's count")
           .Range(0, 254),
-      LongRow(1010, "extra_min_substeps", 0, "", "minimum substeps less one, when adaptive")
-          .Range(0, 254),
-      RealRow(1011, "cfl", 2.0, "cells", "cells that the fastest flow may cross in a substep")
-          .AtLeast(0),
-      RealRow(1013, "time_scale", 1.0, "", "speed of time; 0 or less stops the simulation"),
-      VectorRow(1012, "gravity", {0, -9.81, 0}, "m/s^2", "gravity of bodies and liquids"),
-      LongRow(1014, "seed", 2150, "", "base of all random sequences"),
-      BoolRow(1006, "use_preview_range", true, "simulate the document's range"),
-      LongRow(1007, "first_frame", 0, "frames", "first frame, without use_preview_range"),
-      LongRow(1008, "last_frame", 90, "frames", "last frame, without use_preview_range"),
-      LongRow(1009, "thread_limit", 0, "", "most worker threads; 0 = as many as there are")
+      LongRow(1010, "extra_min_substeps", 0, "",
+              "substeps less one that even slow flow gets: raise it for sudden starts")
+          .Range(0, 254)
+          .OnlyWith(1003, {0}),
+      RealRow(1011, "cfl", 2.0, "cells",
+              "how far the fastest flow may go in a substep: lower is sharper and slower")
+          .AtLeast(0)
+          .OnlyWith(1003, {0}),
+      RealRow(1013, "time_scale", 1.0, "",
+              "slow motion below 1, fast motion above; 0 or less freezes the picture"),
+      VectorRow(1012, "gravity", {0, -9.81, 0}, "m/s^2",
+                "pulls bodies and liquids; smoke rises and sinks by its own forces"),
+      LongRow(1014, "seed", 2150, "",
+              "start of everything random: another one gives a sister of the same shot"),
+      BoolRow(1006, "use_preview_range", true,
+              "the frames are those of the scene's range; off: of first_frame and last_frame"),
+      LongRow(1007, "first_frame", 0, "frames", "where the simulation begins, from an empty world")
+          .OnlyWith(1006, {0}),
+      LongRow(1008, "last_frame", 90, "frames", "behind it nothing moves any more")
+          .OnlyWith(1006, {0}),
+      LongRow(1009, "thread_limit", 0, "",
+              "most processor cores to use, 0 for all; the picture is the same with any number")
           .Range(0, kMaxWorkers),
-      LongRow(1300, "rigid_iterations", 10, "", "iterations of the rigid-body solver").AtLeast(1),
-      LongRow(1301, "rigid_substeps", 10, "", "rigid-body substeps in a substep").AtLeast(1),
-      LongRow(1302, "rigid_mode", 0, "", "mode of the rigid-body world"),
+      LongRow(1300, "rigid_iterations", 10, "",
+              "how hard stacks of rigid bodies are kept from sinking into each other")
+          .AtLeast(1),
+      LongRow(1301, "rigid_substeps", 10, "",
+              "how finely rigid bodies move: raise it where fast ones pass through walls")
+          .AtLeast(1),
+      LongRow(1302, "rigid_mode", 0, "", "an option of the rigid world; kept with the scene"),
+      BoolRow(1401, "show_statistics", true, "a viewport writes numbers beside the scene"),
+      RealRow(1402, "display_scale", 2.5, "", "size of what a viewport draws for the scene"),
+      BoolRow(1500, "cache_render_only", false,
+              "`sulva cache-setup`: the caches that it makes rest unless a picture is made"),
+      LongRow(1501, "cache_setup_mode", 1, "",
+              "`sulva cache-setup`: record here, both at once, or play back in a new server")
+          .Choices({{0, "new_server"}, {1, "record"}, {2, "both"}}),
+      StringRow(1503, "cache_folder", "", "`sulva cache-setup`: where the files go")
+          .OnlyWith(1513, {1}),
+      StringRow(1504, "cache_name", "", "`sulva cache-setup`: how the names of the files begin"),
+      BoolRow(1505, "cache_window", false,
+              "`sulva cache-setup`: adds a duration that says when the caches work"),
+      LongRow(1506, "cache_show_frame", 0, "frames",
+              "`sulva cache-setup`: holds the picture at one recorded frame; 0 follows the run"),
+      LongRow(1507, "cache_frame_offset", 0, "frames",
+              "`sulva cache-setup`: plays that many frames later in the recording"),
+      LongRow(1508, "cache_compression", 0, "",
+              "`sulva cache-setup`: smaller files, for a little time")
+          .Choices({{0, "none"}, {1, "fast"}, {2, "small"}}),
+      LongRow(1509, "cache_particle_format", 21, "", "kept with the scene for caches of particles"),
+      LongRow(1510, "cache_format", 0, "", "`sulva cache-setup`: which kind of file is written")
+          .Choices({{0, "grid_cache"}}),
+      LongRow(1511, "cache_numbering", 0, "",
+              "`sulva cache-setup`: files count from the first frame, or by the scene's numbers")
+          .Choices({{0, "from_start"}, {1, "document"}}),
+      LinksRow(1512, "cache_candidates", "kept with the scene; a list to choose from", {}),
+      LongRow(1513, "cache_place", 0, "",
+              "`sulva cache-setup`: files go below the output of each run, or to cache_folder")
+          .Choices({{0, "output"}, {1, "custom"}}),
+      BoolRow(1514, "cache_backwards", false,
+              "`sulva cache-setup`: the recording plays in reverse"),
+      LinksRow(1515, "cache_objects",
+               "`sulva cache-setup`: what is recorded; empty takes every field and the gas", {}),
+      ButtonRow(1516, "choose_cache_folder", "asks a person where recordings go"),
+      ButtonRow(1517, "set_up_caches", "what `sulva cache-setup` does"),
+      BoolRow(1518, "cache_copy_server", true,
+              "`sulva cache-setup`: with new_server, make that server; off: play back right here")
+          .OnlyWith(1501, {0}),
   };
   return table;
 }

@@ -23,6 +23,7 @@ enum HostType : i32 {
   kCameraObject = 5104,
   kServerNode = 1300000,   ///< owner of a scene, and the base type of every simulation node
   kObstacleTag = 1300111,  ///< marks an object as an obstacle
+  kGroupNode = 1300150,    ///< keeps nodes together; links to it mean its children
 };
 
 /// How the values between two keys follow.

@@ -14,7 +14,17 @@
 namespace MELDO_GLOBAL::host {
 
 enum class ParameterType {
-  Real, Long, Bool, String, Vector, Link, Filename, Links, Curve, Gradient, Button
+  Real,
+  Long,
+  Bool,
+  String,
+  Vector,
+  Link,
+  Filename,
+  Links,
+  Curve,
+  Gradient,
+  Button
 };
 
 /// The name of a type as `sulva nodes --json` prints it: "real", "long", ...
@@ -24,6 +34,12 @@ std::string_view NameOf(ParameterType type);
 struct Choice {
   i32 value;
   std::string_view name;
+};
+
+/// A parameter counts only while another one of its node, a long or bool, has one of these values.
+struct Condition {
+  i32 id = 0;
+  std::vector<i32> values;
 };
 
 struct ParameterRow {
@@ -36,7 +52,8 @@ struct ParameterRow {
   double min = -std::numeric_limits<double>::infinity();
   double max = std::numeric_limits<double>::infinity();
   std::vector<Choice> choices;
-  std::vector<i32> accepts;  ///< node types that a link may point to; empty means any
+  std::vector<i32> accepts;            ///< node types that a link may point to; empty means any
+  std::optional<Condition> condition;  ///< none: it always counts
   std::string_view help;
 
   /// The value that a core object reads when the node doesn't hold the parameter.
@@ -46,6 +63,9 @@ struct ParameterRow {
   ParameterRow& Range(double low, double high) { return min = low, max = high, *this; }
   ParameterRow& AtLeast(double low) { return min = low, *this; }
   ParameterRow& Choices(std::vector<Choice> c) { return choices = std::move(c), *this; }
+  ParameterRow& OnlyWith(i32 other, std::vector<i32> values) {
+    return condition = {other, std::move(values)}, *this;
+  }
   ParameterRow& Accepts(std::vector<i32> types) { return accepts = std::move(types), *this; }
 };
 

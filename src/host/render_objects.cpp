@@ -27,21 +27,29 @@ const ParameterTable& CameraParameters() {
               "angle of view across the picture")
           .Range(0.1, 170),
       TargetRow(kCameraTarget, "point to look at; without it the camera looks along its -z axis"),
-      RealRow(kCameraNearClip, "near_clip", 1, "host", "nothing nearer is seen").AtLeast(0),
-      RealRow(kCameraFarClip, "far_clip", 1e6, "host", "nothing farther is seen").AtLeast(1e-3),
+      RealRow(kCameraNearClip, "near_clip", 1, "host",
+              "hides what is nearer to the camera than this")
+          .AtLeast(0),
+      RealRow(kCameraFarClip, "far_clip", 1e6, "host",
+              "hides what is farther from the camera than this")
+          .AtLeast(1e-3),
   };
   return table;
 }
 
 const ParameterTable& LightParameters() {
   static const ParameterTable table = {
-      LongRow(kLightKind, "kind", 0, "", "shape of the light")
+      LongRow(
+          kLightKind, "kind", 0, "",
+          "point shines all round, spot in a cone, distant like the sun, area from a soft panel")
           .Choices({{0, "point"}, {1, "spot"}, {2, "distant"}, {3, "area"}}),
-      VectorRow(kLightColour, "colour", {1, 1, 1}, "", "colour, linear").AtLeast(0),
+      VectorRow(kLightColour, "colour", {1, 1, 1}, "",
+                "tint of what it throws, linear: [1, 0.9, 0.8] is warm")
+          .AtLeast(0),
       RealRow(kLightBrightness, "brightness", 1, "",
               "factor on the colour; 1 shows a white surface that faces the light as white")
           .AtLeast(0),
-      LongRow(kLightFalloff, "falloff", 2, "", "loss of brightness over distance")
+      LongRow(kLightFalloff, "falloff", 2, "", "how fast it gets darker with distance")
           .Choices({{0, "none"}, {1, "inverse"}, {2, "inverse_square"}}),
       RealRow(kLightFalloffDistance, "falloff_distance", 300, "host",
               "distance at which the light has its brightness")
@@ -51,7 +59,8 @@ const ParameterTable& LightParameters() {
           .Range(0.1, 180),
       RealRow(kLightConeEdge, "cone_edge", 0.3, "", "part of a spot's cone that fades to black")
           .Range(0, 1),
-      VectorRow(kLightSize, "size", {100, 100, 0}, "host", "x and y extent of an area light")
+      VectorRow(kLightSize, "size", {100, 100, 0}, "host",
+                "x and y extent of an area light: a larger one throws softer shadows")
           .AtLeast(0),
       BoolRow(kLightVolumes, "illuminates_volumes", true, "light smoke too"),
       BoolRow(kLightShadows, "casts_shadows", true, "meshes and smoke block the light"),
@@ -62,15 +71,18 @@ const ParameterTable& LightParameters() {
 const ParameterTable& SurfaceParameters() {
   static const ParameterTable table = {
       VectorRow(kSurfaceColour, "colour", {0.6, 0.6, 0.6}, "",
-                "part of the light that is scattered")
+                "how much red, green and blue light it gives back, linear")
           .Range(0, 1),
       RealRow(kSurfaceReflection, "reflection", 0, "", "mirrored part of light from straight ahead")
           .Range(0, 1),
       RealRow(kSurfaceRoughness, "roughness", 0.2, "", "0 mirrors sharply, 1 is dull").Range(0, 1),
-      VectorRow(kSurfaceEmission, "emission", {0, 0, 0}, "", "light of its own").AtLeast(0),
-      LinkRow(kSurfaceColourShader, "colour_shader", "multiplies the colour, place by place",
-              {kGridSamplerShader}),
-      LinkRow(kSurfaceEmissionShader, "emission_shader", "multiplies the emission, place by place",
+      VectorRow(kSurfaceEmission, "emission", {0, 0, 0}, "",
+                "how brightly it shines by itself, in each colour")
+          .AtLeast(0),
+      LinkRow(kSurfaceColourShader, "colour_shader",
+              "paints the surface: multiplies its colour, place by place", {kGridSamplerShader}),
+      LinkRow(kSurfaceEmissionShader, "emission_shader",
+              "where it shines by itself: multiplies emission, place by place",
               {kGridSamplerShader}),
   };
   return table;
@@ -78,7 +90,9 @@ const ParameterTable& SurfaceParameters() {
 
 const ParameterTable& RenderParameters() {
   static const ParameterTable table = {
-      LongRow(kRenderSamples, "samples", 16, "", "camera rays in a pixel").Range(1, 65536),
+      LongRow(kRenderSamples, "samples", 16, "",
+              "camera rays for each pixel: more is less grainy and slower")
+          .Range(1, 65536),
       LongRow(kRenderBlurSamples, "blur_samples", 0, "",
               "moments in which a moving camera or mesh is seen; 0 = no motion blur")
           .Range(0, 256),
@@ -90,8 +104,8 @@ const ParameterTable& RenderParameters() {
       VectorRow(kRenderEnvironment, "environment_colour", {1, 1, 1}, "",
                 "factor on the light that the sky throws on surfaces")
           .AtLeast(0),
-      BoolRow(kRenderGround, "ground", true, "an endless ground"),
-      RealRow(kRenderGroundHeight, "ground_height", 0, "host", "y of the ground"),
+      BoolRow(kRenderGround, "ground", true, "an endless floor to stand on, which takes shadows"),
+      RealRow(kRenderGroundHeight, "ground_height", 0, "host", "how high that floor lies"),
       VectorRow(kRenderGroundColour, "ground_colour", {0.3, 0.3, 0.3}, "",
                 "part of the light that the ground scatters")
           .Range(0, 1),

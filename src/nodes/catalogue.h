@@ -25,8 +25,7 @@ struct NodeKind {
                                 ///< refresh, R resets on change; a star: computed
   std::vector<i32> stages;      ///< stages of the class
   std::optional<i32> priority;  ///< base priority inside a stage
-  std::vector<std::string_view> groups;  ///< menu groups, outer/inner
-  const host::ParameterTable& (*rows)(); ///< the class's own rows
+  const host::ParameterTable& (*rows)();                    ///< the class's own rows
   std::unique_ptr<iBase> (*make)(host::BaseNode*, Scene*);  ///< null without a core object
 };
 
@@ -42,6 +41,8 @@ const NodeKind* FindKind(std::string_view name);
 const host::ParameterTable& ParametersOf(const NodeKind& kind);
 /// Rows of the obstacle tag.
 const host::ParameterTable& ObstacleParameters();
+/// Rows of the group, which has no core class.
+const host::ParameterTable& GroupParameters();
 
 /// Makes a node of a kind with its creation defaults; an empty name takes the label.
 host::BaseNode& CreateNode(host::Document& document, const NodeKind& kind, std::string name,

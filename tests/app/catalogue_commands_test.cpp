@@ -4,17 +4,25 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
 
 #include "app/command_new.h"
 #include "app/command_nodes.h"
 #include "app/exit_codes.h"
+#include "app/render_section.h"
+#include "app/scene_file.h"
 #include "app/scene_schema.h"
 #include "nodes/catalogue.h"
+#include "nodes/guide.h"
+#include "nodes/help_words.h"
+#include "nodes/presets.h"
 
 namespace fs = std::filesystem;
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::app;
 using MELDO_SULVA::Catalogue;
+using MELDO_SULVA::SaysMoreThanItsName;
 using nlohmann::json;
 
 namespace {
@@ -75,6 +83,74 @@ TEST(NodesCommand, TextNamesEveryKind) {
     EXPECT_NE(text.find(std::string(kind.label)), std::string::npos) << kind.label;
 }
 
+TEST(NodesCommand, HelpOfPicturesSaysMoreThanTheName) {
+  for (const PictureTable& table : PictureTables())
+    for (const host::ParameterRow& row : table.rows())
+      EXPECT_TRUE(SaysMoreThanItsName(row)) << table.name << '.' << row.name << ": " << row.help;
+}
+
+TEST(NodesCommand, GroupsStandInTheOrderOfTheMenu) {
+  const std::string text = Output([] { return RunNodes("", false); });
+  std::size_t at = 0;
+  for (const char* line :
+       {"Support\n  server ", "  group ", "General\n  duration ", "Bodies\n  volume ",
+        "  obstacle ", "Dynamics\n  fluid ", "Grids\n  channel_scalar ", "  channel_vector ",
+        "  channel_temp ", "Grids/Forces", "Grids/Emitters", "Presets", "  gas_windsmoke ",
+        "  gas_tempsmoke ", "  preset_fire "}) {
+    const std::size_t found = text.find(line, at);
+    ASSERT_NE(found, std::string::npos) << line;
+    at = found;
+  }
+  EXPECT_EQ(text.find("Particles/Properties"), std::string::npos) << "nothing stands in it yet";
+}
+
+TEST(NodesCommand, OneKindIsFoundHoweverItIsWritten) {
+  const std::string emitter = Output([] { return RunNodes("gridemitter", false); });
+  EXPECT_EQ(Output([] { return RunNodes("GridEmitter", false); }), emitter);
+  EXPECT_EQ(Output([] { return RunNodes("emitter::grid", false); }), emitter);
+  EXPECT_NE(Output([] { return RunNodes("Obstacle", false); }).find("linear_velocity_transfer"),
+            std::string::npos);
+  try {
+    RunNodes("gridemiter", false);
+    FAIL();
+  } catch (const CommandError& error) {
+    EXPECT_NE(std::string(error.what()).find("did you mean 'gridemitter'?"), std::string::npos);
+  }
+}
+
+TEST(NodesCommand, AParameterIsShownWithAllThatIsKnownOfIt) {
+  const std::string text = Output([] { return RunNodes("server", false); });
+  EXPECT_NE(
+      text.find("cfl                            1011   real      default 2 cells, at least 0, "
+                "only with time_mode adaptive\n      how far the fastest flow"),
+      std::string::npos)
+      << text;
+  EXPECT_NE(text.find("default adaptive, one of adaptive (0), fixed_substeps (1), fixed_step (2)"),
+            std::string::npos);
+}
+
+TEST(NodesCommand, EveryKindHasAPurposeAndAnExampleThatIsValid) {
+  const fs::path folder = fs::temp_directory_path() / "sulva_examples";
+  fs::create_directories(folder);
+  std::vector<std::pair<i32, std::string>> kinds = {{host::kObstacleTag, "\"obstacle\": {"}};
+  for (const auto& kind : Catalogue())
+    kinds.emplace_back(kind.id, "\"type\": \"" + std::string(kind.type) + "\"");
+  for (const auto& [id, use] : kinds) {
+    SCOPED_TRACE(id);
+    EXPECT_FALSE(MELDO_SULVA::PurposeOf(id).empty());
+    const std::string example = MELDO_SULVA::ExampleOf(id);
+    EXPECT_NE(example.find(use), std::string::npos) << "the example uses the kind:\n" << example;
+    const auto lines = std::count(example.begin(), example.end(), '\n');
+    EXPECT_GE(lines, 4);
+    EXPECT_LE(lines, 16);
+    std::ofstream(folder / "example.json") << example;
+    Diagnostics diagnostics;
+    EXPECT_TRUE(LoadScene(folder / "example.json", diagnostics)) << example;
+    for (const std::string& line : diagnostics.Lines()) ADD_FAILURE() << line << "\n" << example;
+  }
+  fs::remove_all(folder);
+}
+
 TEST(SceneSchema, EveryReferenceResolvesAndEveryKindIsThere) {
   const json schema = json::parse(SceneSchema());
   for (const auto& kind : Catalogue())
@@ -102,7 +178,59 @@ TEST(NewCommand, CopiesASceneOnceAndNeverOverwrites) {
   EXPECT_THROW(RunNew("box", target), CommandError);
   EXPECT_EQ(fs::file_size(target), size);
   EXPECT_THROW(RunNew("bax", folder / "other.json"), CommandError);
-  const std::string list = Output([] { return RunNew("", {}); });
-  EXPECT_NE(list.find("box"), std::string::npos);
   fs::remove_all(folder);
+}
+
+TEST(NewCommand, ListsEachSceneInALineAndPresetsByTheirLabel) {
+  std::istringstream list(Output([] { return RunNew("", {}); }));
+  std::set<std::string> names;
+  for (std::string line; std::getline(list, line);) {
+    EXPECT_LT(line.size(), 140u) << line;
+    names.insert(line.substr(0, line.find(' ')));
+    EXPECT_GT(line.size(), line.find(' ') + 12) << line << ": says what it shows";
+  }
+  for (const auto& entry : fs::directory_iterator(SULVA_SOURCE_DIR "/scenes"))
+    if (entry.path().extension() == ".json") {
+      EXPECT_TRUE(names.erase(entry.path().stem().string())) << entry.path();
+    }
+  EXPECT_TRUE(names.empty());
+
+  const fs::path folder = fs::temp_directory_path() / "sulva_presets";
+  for (const auto& preset : MELDO_SULVA::Presets()) {
+    const fs::path file = folder / (std::string(preset.name) + ".json");
+    fs::remove(file);
+    Output([&] { return RunNew(std::string(preset.label), file); });
+    Diagnostics diagnostics;
+    const auto scene = LoadScene(file, diagnostics);
+    ASSERT_TRUE(scene) << preset.name;
+    EXPECT_TRUE(diagnostics.Lines().empty());
+    EXPECT_TRUE(scene->render) << "it makes a picture";
+    std::ifstream in(file);
+    const std::string text(std::istreambuf_iterator<char>(in), {});
+    EXPECT_NE(text.find("// " + std::string(preset.label) + ": "), std::string::npos);
+  }
+  fs::remove_all(folder);
+}
+
+/// A comment tells what a node is for; a few of one kind may share it.
+TEST(ReadyMadeScenes, EveryNodeIsExplained) {
+  constexpr int most = 4;
+  for (const auto& entry : fs::directory_iterator(SULVA_SOURCE_DIR "/scenes")) {
+    if (entry.path().extension() != ".json") continue;
+    std::ifstream in(entry.path());
+    int sharers = most, number = 0;
+    bool inNodes = false;
+    for (std::string line; std::getline(in, line);) {
+      ++number;
+      const std::size_t at = line.find_first_not_of(' ');
+      if (line.starts_with("  \"")) inNodes = line.starts_with("  \"nodes\"");
+      if (at == std::string::npos) {
+        sharers = most;
+      } else if (line.compare(at, 2, "//") == 0) {
+        sharers = 0;
+      } else if (inNodes && line.compare(at, 8, "{ \"type\"") == 0) {
+        EXPECT_LT(sharers++, most) << entry.path() << ':' << number << ": " << line;
+      }
+    }
+  }
 }

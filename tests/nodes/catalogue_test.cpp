@@ -5,6 +5,9 @@
 #include <set>
 #include <typeinfo>
 
+#include "nodes/help_words.h"
+#include "nodes/menu.h"
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
@@ -22,7 +25,7 @@ TEST(Catalogue, KindsAreSortedUniqueAndFound) {
     EXPECT_EQ(FindKind(kind.type), &kind);
     EXPECT_EQ(FindKind(kind.label), &kind);
     EXPECT_EQ(FindKind(std::to_string(kind.id)), &kind);
-    EXPECT_FALSE(kind.groups.empty()) << kind.type;
+    EXPECT_FALSE(GroupsOf(kind.id).empty()) << kind.type;
     EXPECT_EQ(kind.make != nullptr, kind.list != 0) << kind.type;
   }
   EXPECT_EQ(FindKind("no such kind"), nullptr);
@@ -104,6 +107,40 @@ TEST(Catalogue, RowsAreSound) {
   check("obstacle", ObstacleParameters());
 }
 
+TEST(Catalogue, HelpSaysMoreThanTheName) {
+  const auto says = [](std::string_view name, std::string_view help) {
+    ParameterRow row;
+    row.name = name;
+    row.help = help;
+    return SaysMoreThanItsName(row);
+  };
+  EXPECT_FALSE(says("noise_octaves", "octaves of the noise"));
+  EXPECT_FALSE(says("wall_low_x", "wall at the low x side"));
+  EXPECT_TRUE(says("amount", "how fast a cell fills"));
+  std::vector<std::pair<std::string_view, const ParameterTable*>> tables = {
+      {"obstacle", &ObstacleParameters()}};
+  for (const NodeKind& kind : Catalogue()) tables.emplace_back(kind.type, &ParametersOf(kind));
+  for (const auto& [owner, table] : tables)
+    for (const ParameterRow& row : *table)
+      EXPECT_TRUE(SaysMoreThanItsName(row)) << owner << '.' << row.name << ": " << row.help;
+}
+
+TEST(Catalogue, ConditionsNameAParameterThatCanHaveTheValue) {
+  for (const NodeKind& kind : Catalogue())
+    for (const ParameterRow& row : ParametersOf(kind)) {
+      if (!row.condition) continue;
+      SCOPED_TRACE(std::string(kind.type) + "." + std::string(row.name));
+      const ParameterRow* mode = FindRow(ParametersOf(kind), row.condition->id);
+      ASSERT_NE(mode, nullptr);
+      EXPECT_FALSE(row.condition->values.empty());
+      for (const i32 value : row.condition->values)
+        EXPECT_TRUE(mode->type == ParameterType::Bool
+                        ? value == 0 || value == 1
+                        : std::any_of(mode->choices.begin(), mode->choices.end(),
+                                      [&](const Choice& choice) { return choice.value == value; }));
+    }
+}
+
 /// The server of a document with a scene, and one node of every kind that has an object.
 struct FullScene {
   FullScene() {
@@ -134,6 +171,19 @@ bool HasFlag(const NodeKind& kind, char letter) {
 bool IsComputed(const NodeKind& kind, char letter) {
   const auto at = kind.flags.find(letter);
   return at != std::string_view::npos && kind.flags.substr(at + 1).starts_with('*');
+}
+
+TEST(Menu, NamesEachKindOnceInAGroup) {
+  std::set<std::string_view> names;
+  for (const MenuGroup& group : Menu()) {
+    EXPECT_TRUE(names.insert(group.name).second) << group.name;
+    EXPECT_EQ(std::set<i32>(group.entries.begin(), group.entries.end()).size(),
+              group.entries.size())
+        << group.name;
+  }
+  EXPECT_EQ(GroupsOf(1300015),
+            (std::vector<std::string_view>{"Bodies/Forces", "Grids/Forces", "Particles/Forces"}));
+  EXPECT_EQ(GroupsOf(kObstacleTag), std::vector<std::string_view>{"Bodies"});
 }
 
 TEST(Catalogue, ObjectsAnswerAsTheirLineSays) {

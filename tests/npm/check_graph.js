@@ -73,7 +73,7 @@ test('the plume: nodes by stage and list, links, parameters', async () => {
   assert.deepEqual(await texts(page, '.links.used button'), ['gas']);
   assert.equal(await page.locator('#links .uses').count(), 2);
   const coefficient = await row(page, 'temperature_coefficient');
-  assert.match(coefficient, /0\.03[^]*lift per degree[^]*default 0\.0015/);
+  assert.match(coefficient, /0\.03[^]*per degree above[^]*default 0\.0015/);
   await picture(page, 'plume_stages.png');
 
   await page.locator('.links.used button').click();

@@ -34,10 +34,13 @@ const ParameterTable& FireGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = ScalarChannelRows(1);
     const ParameterTable own = {
-        RealRow(2000, "ignition", 1600.0, "K", "temperature at which the cell counts as burning"),
-        RealRow(2001, "burn_time", 2.5, "s", "time in which fire falls from 1 to the threshold")
+        RealRow(2000, "ignition", 1600.0, "K",
+                "how hot the gas has to be before a flame is seen in it"),
+        RealRow(2001, "burn_time", 2.5, "s",
+                "how long a flame stays bright: longer makes taller flames")
             .AtLeast(0),
-        RealRow(2002, "fade_time", 0.5, "s", "time in which fire falls from the threshold to 0")
+        RealRow(2002, "fade_time", 0.5, "s",
+                "how long its tip takes to die out: longer makes softer tips")
             .AtLeast(0),
     };
     rows.insert(rows.begin() + 3, own.begin(), own.end());

@@ -22,7 +22,8 @@ const ParameterTable& FuelGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = ScalarChannelRows(1);
     rows.insert(rows.begin() + 3,
-                LongRow(2000, "ignition", 600, "K", "temperature at which the fuel burns"));
+                LongRow(2000, "ignition", 600, "K",
+                        "how hot fuel has to be before it catches fire; 0 burns at once"));
     return rows;
   }();
   return table;

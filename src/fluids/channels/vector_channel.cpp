@@ -149,11 +149,14 @@ template <class T, class G>
 const ParameterTable& VectorGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = {
-        VectorRow(1050, "value_min", {0, 0, 0}, "", "lower ends of the value range"),
-        VectorRow(1051, "value_max", {1, 1, 1}, "", "upper ends of the value range"),
-        VectorRow(1052, "initial_value", {0, 0, 0}, "", "value of cells that nothing has reached"),
+        VectorRow(1050, "value_min", {0, 0, 0}, "",
+                  "no component gets below: a floor for sources and operators"),
+        VectorRow(1051, "value_max", {1, 1, 1}, "",
+                  "no component gets above: a ceiling for sources and operators"),
+        VectorRow(1052, "initial_value", {0, 0, 0}, "",
+                  "what the air holds where nothing has arrived yet"),
         BoolRow(1053, "texture_coordinates", false,
-                "start as a field of positions, to carry textures with the flow"),
+                "starts as a map of places, so that a texture is carried along with the smoke"),
     };
     for (ParameterRow& row : ChannelRows()) rows.push_back(std::move(row));
     return rows;

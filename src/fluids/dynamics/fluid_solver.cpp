@@ -40,51 +40,79 @@ double LargestMagnitude(const double* values, i64 count) {
 
 const ParameterTable& FluidSolver::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "density_channel", "scalar channel with the fluid's density per cell",
+      LinkRow(1000, "density_channel",
+              "gas of differing weight: a heavy cloud sinks and spreads along the ground",
               {1300027, 1300028, 1300029, 1300112}),
-      RealRow(1001, "density", 1.23, "kg/m^3", "density where no channel gives one").AtLeast(1e-6),
-      LinksRow(
-          1008, "forces",
-          "forces that act on the gas, by name; none without names, and with null every grid force",
-          {1300014, 1300015, 1300016, 1300017, 1300089, 1300115, 1300142, 1300161, 13000141}),
-      LongRow(1009, "padding_cells", 5, "cells", "cells kept free round the content").AtLeast(0),
-      VectorRow(1010, "box_size", {500, 500, 500}, "host", "largest box that the gas may fill"),
-      WallRow(1011, "wall_low_x", "wall at the low x side"),
-      WallRow(1012, "wall_high_x", "wall at the high x side"),
-      WallRow(1013, "wall_low_y", "wall at the low y side"),
-      WallRow(1014, "wall_high_y", "wall at the high y side"),
-      WallRow(1015, "wall_low_z", "wall at the low z side"),
-      WallRow(1016, "wall_high_z", "wall at the high z side"),
-      LongRow(1018, "extrapolation_rounds", 3, "cells", "layers that velocity reaches into solids")
+      RealRow(1001, "density", 1.23, "kg/m^3",
+              "how heavy the gas is where no channel says so; matters once other bodies push it")
+          .AtLeast(1e-6),
+      LinksRow(1008, "forces",
+               "what moves the gas, by name; none without names, and with null every grid force",
+               {1300014, 1300015, 1300016, 1300017, 1300089, 1300115, 1300142, 1300161, 13000141}),
+      LongRow(1009, "padding_cells", 5, "cells",
+              "free air round the smoke: more of it lets eddies form unhindered, at a cost")
           .AtLeast(0),
-      RealRow(1019, "viscosity", 0.0, "",
-              "viscosity of the gas; acts once the viscosity solve does")
+      VectorRow(1010, "box_size", {500, 500, 500}, "host",
+                "the space that smoke may ever fill; it ends at the walls of this box"),
+      WallRow(1011, "wall_low_x",
+              "closed keeps smoke in at the box's low x side, open lets it out there"),
+      WallRow(1012, "wall_high_x",
+              "closed keeps smoke in at the box's high x side, open lets it out there"),
+      WallRow(1013, "wall_low_y",
+              "the floor of the box: closed carries smoke, open lets it sink through"),
+      WallRow(1014, "wall_high_y",
+              "the ceiling of the box: under a closed one smoke spreads, through an open one it "
+              "leaves"),
+      WallRow(1015, "wall_low_z",
+              "closed keeps smoke in at the box's low z side, open lets it out there"),
+      WallRow(1016, "wall_high_z",
+              "closed keeps smoke in at the box's high z side, open lets it out there"),
+      LongRow(1018, "extrapolation_rounds", 3, "cells",
+              "how many cells into a solid the flow is continued, so that smoke glides along it")
           .AtLeast(0),
-      LongRow(1020, "linear_solver", 1, "", "how the pressure is solved for")
+      RealRow(
+          1019, "viscosity", 0.0, "",
+          "honey instead of air: slows differences of speed; acts once the viscosity solve does")
+          .AtLeast(0),
+      LongRow(1020, "linear_solver", 1, "",
+              "how the pressure is found: multigrid is the quickest for large boxes, gauss_seidel "
+              "for a rough look")
           .Choices({{0, "conjugate_gradients"}, {1, "gauss_seidel"}, {2, "multigrid"}}),
-      LongRow(1021, "max_iterations", 200, "", "most iterations of the linear solver").AtLeast(0),
-      RealRow(1022, "accuracy", 0.5, "", "accuracy of the linear solver").Range(0, 1),
-      LongRow(1023, "viscosity_option", 2, "", "option of the viscosity solve"),
-      LongRow(1024, "viscosity_mode", 0, "", "mode of the viscosity solve"),
-      VectorRow(1028, "box_offset", {0, 0, 0}, "",
-                "shifts the box down from the node, as a fraction of its size"),
-      RealRow(1035, "solid_blend", 1.0, "", "0 = gas sticks to solids, 1 = it slides freely")
+      LongRow(1021, "max_iterations", 200, "",
+              "gives up after that many rounds: too few let smoke shrink and swell")
+          .AtLeast(0),
+      RealRow(1022, "accuracy", 0.5, "",
+              "how well the gas keeps its volume: 0 is rough and quick, 1 exact")
           .Range(0, 1),
-      BoolRow(1036, "follow_obstacles", true, "gas at moving obstacles slides along their motion"),
-      RealRow(1045, "min_diagonal_ratio", 0.25, "", "smallest diagonal of the preconditioner")
+      LongRow(1023, "viscosity_option", 2, "",
+              "an option of the viscosity solve, kept with the scene"),
+      LongRow(1024, "viscosity_mode", 0, "", "a mode of the viscosity solve, kept with the scene"),
+      VectorRow(1028, "box_offset", {0, 0, 0}, "",
+                "where the node stands in its box: 0.5 puts it in the middle, 0 at the low corner"),
+      RealRow(1035, "solid_blend", 1.0, "",
+              "0 lets gas stick to walls, 1 lets it slide along them freely")
+          .Range(0, 1),
+      BoolRow(1036, "follow_obstacles", true,
+              "a moving obstacle drags the gas along and leaves a wake"),
+      RealRow(1045, "min_diagonal_ratio", 0.25, "",
+              "keeps conjugate_gradients from going astray in thin gaps; leave it")
           .Range(0, 1),
       RealRow(1046, "preconditioner_modification", 0.97, "",
-              "share of dropped entries that the preconditioner keeps on its diagonal")
+              "speeds conjugate_gradients up near 1; the picture doesn't change")
           .Range(0, 1),
-      BoolRow(1047, "use_body_velocities", false, "closed faces take the velocity of their body"),
-      LinkRow(1300, "viscosity_channel", "scalar channel with the viscosity per cell",
+      BoolRow(1047, "use_body_velocities", false,
+              "walls of moving bodies push with the speed of the body itself"),
+      LinkRow(1300, "viscosity_channel", "thick and thin gas in one scene: a field of viscosity",
               {1300027, 1300028, 1300029, 1300112}),
-      LongRow(1301, "viscosity_iterations", 100, "", "iterations of the viscosity solve"),
-      RealRow(1302, "viscosity_tolerance", 0.2, "", "tolerance of the viscosity solve"),
-      LinkRow(1307, "projection_duration", "time window in which the flow is made divergence-free",
+      LongRow(1301, "viscosity_iterations", 100, "",
+              "how hard the viscosity solve works before it gives up"),
+      RealRow(1302, "viscosity_tolerance", 0.2, "", "how rough the viscosity solve may be"),
+      LinkRow(1307, "projection_duration",
+              "only inside this time window gas keeps its volume; outside, it can be squeezed",
               {1028240}),
       BoolRow(1309, "compatibility", false,
-              "balance the divergence; the solver sets it when all walls are closed"),
+              "balances what flows in and out of a closed box; switched on by itself when all "
+              "walls are closed"),
   };
   return table;
 }

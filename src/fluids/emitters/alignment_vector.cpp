@@ -96,7 +96,9 @@ void AlignmentVector2D::GetDirection(Vec3d& out, const Vec3d& position, u32 work
 
 const ParameterTable& AlignmentVector3D::Parameters() {
   static const ParameterTable table = {
-      LongRow(1000, "mode", 0, "", "where the direction comes from")
+      LongRow(1000, "mode", 0, "",
+              "which way it points: along an axis, away from a centre, round it, off a surface, or "
+              "at random")
           .Choices({{0, "x_axis"},
                     {1, "y_axis"},
                     {2, "z_axis"},
@@ -107,9 +109,10 @@ const ParameterTable& AlignmentVector3D::Parameters() {
                     {7, "fixed"},
                     {8, "random"},
                     {9, "body_velocity"}}),
-      BoolRow(1001, "flip", false, "turn the direction round; not in the mode random"),
-      VectorRow(1002, "vector", {0, 1, 0}, "", "the fixed vector, in the node's own axes"),
-      LinkRow(1003, "centre", "a volume or an object whose position is the centre", {}),
+      BoolRow(1001, "flip", false, "points the other way round; not in the mode random"),
+      VectorRow(1002, "vector", {0, 1, 0}, "",
+                "where it points with mode fixed, in the node's own axes"),
+      LinkRow(1003, "centre", "a volume or object that directions lead away from or round", {}),
   };
   return table;
 }

@@ -34,9 +34,10 @@ void ChannelTarget::Resolve(const iBase& holder, i32 id, i32 solverField) {
 
 const ParameterTable& ChannelPair::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "the channel, or the solver whose divergence source is meant",
+      LinkRow(1000, "channel", "what is filled: a field, or a solver, whose gas then swells",
               FieldKinds()),
-      LinkRow(1001, "settings", "what is emitted into it", {1300024}),
+      LinkRow(1001, "settings", "how much of it, when, and how it mixes with what is there",
+              {1300024}),
   };
   return table;
 }

@@ -9,14 +9,15 @@ using namespace host;
 
 const ParameterTable& ChannelValue::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "the channel, or a solver whose field is meant", FieldKinds()),
-      LongRow(1008, "solver_field", 0, "", "field of a linked solver")
+      LinkRow(1000, "channel", "what is filled or read: a field, or a solver's flow", FieldKinds()),
+      LongRow(1008, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}}),
-      RealRow(1001, "value", 1.0, "", "value of a scalar channel"),
-      VectorRow(1002, "vector_value", {1, 1, 1}, "", "value of a vector channel"),
-      RealRow(1003, "second_value", 0.0, "", "a further value of the holder"),
-      LinkRow(1004, "property", "particle property that gives the value", {}),
-      BoolRow(1007, "property_switch", false, "option of a linked property"),
+      RealRow(1001, "value", 1.0, "", "number for a field of numbers: what a point or cell brings"),
+      VectorRow(1002, "vector_value", {1, 1, 1}, "",
+                "vector for a field of vectors: a colour, a velocity"),
+      RealRow(1003, "second_value", 0.0, "", "a further number for the node that reads this one"),
+      LinkRow(1004, "property", "takes the number from each particle instead", {}),
+      BoolRow(1007, "property_switch", false, "how a linked property is read"),
   };
   return table;
 }

@@ -34,8 +34,9 @@ void iEmissionSettings::CheckDirty() {
 
 namespace {
 ParameterRow FalloffCurveRow() {
-  ParameterRow row = CurveRow(1005, "falloff_curve",
-                              "factor over the depth, 0 at the surface to 1 at the deepest point");
+  ParameterRow row = CurveRow(
+      1005, "falloff_curve",
+      "strength from the surface (0) to the deepest point (1): 0 at the left makes soft edges");
   row.creation = SplineData{{{0, 0}, {1, 1}}};
   return row.Missing(std::monostate{});
 }
@@ -43,22 +44,30 @@ ParameterRow FalloffCurveRow() {
 
 const ParameterTable& GridEmissionSettings::Parameters() {
   static const ParameterTable table = {
-      RealRow(1013, "amount", 1.0, "1/s", "amount per second, or per step when absolute"),
-      VectorRow(1014, "vector_amount", {1, 1, 1}, "1/s", "the same for vector channels"),
-      BoolRow(1015, "show_vector", false, "show the vector amount instead of the amount"),
-      LinkRow(1002, "rate", "a value node that replaces the amount", {1300011}),
-      LongRow(1000, "mode", 0, "", "how the amount combines with what a cell holds")
+      RealRow(1013, "amount", 1.0, "1/s",
+              "how fast a cell fills: higher is thicker smoke or hotter gas"),
+      VectorRow(1014, "vector_amount", {1, 1, 1}, "1/s",
+                "how fast a cell of a vector field fills, for each component"),
+      BoolRow(1015, "show_vector", false, "a dialog shows vector_amount in place of amount"),
+      LinkRow(1002, "rate",
+              "a value node that takes the place of amount, shared by several sources", {1300011}),
+      LongRow(1000, "mode", 0, "",
+              "add piles up, set replaces what was there, add_to_limit stops at the limit")
           .Choices({{0, "add"}, {1, "set"}, {2, "add_to_limit"}}),
       LinkRow(1003, "limit",
-              "a value node with the limit of add_to_limit; without it the upper "
-              "end of the channel's range",
+              "value node with the level at which add_to_limit stops; without it the upper end of "
+              "the channel's range",
               {1300011}),
-      BoolRow(1001, "absolute", false, "give the amount in every step, whatever its length"),
-      LinkRow(1004, "duration", "when, and how strongly, the emission runs", {1028240}),
-      LongRow(1006, "falloff", 0, "", "weakens the emission towards the surface of the volume")
+      BoolRow(1001, "absolute", false,
+              "gives the whole amount in every step, whatever its length: full at once"),
+      LinkRow(1004, "duration", "a puff instead of a steady source: when it runs, and how strongly",
+              {1028240}),
+      LongRow(1006, "falloff", 0, "",
+              "fades the source towards its surface, so that no hard shape shows in the smoke")
           .Choices({{0, "none"}, {1, "depth"}, {2, "depth_curve"}}),
       FalloffCurveRow(),
-      BoolRow(1012, "splat", false, "spread the amount over the nearest cells, without a limit")
+      BoolRow(1012, "splat", false,
+              "spreads each gift softly over the nearest cells, without a limit")
           .Missing(i32{1}),
   };
   return table;

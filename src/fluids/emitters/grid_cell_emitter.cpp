@@ -15,10 +15,11 @@ Grid_CellEmitter::Grid_CellEmitter(BaseNode* node, Scene* scene) : iObject(node,
 
 const ParameterTable& Grid_CellEmitter::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "the channel, or a solver whose field is meant", FieldKinds()),
-      LongRow(1004, "solver_field", 0, "", "field of a linked solver")
+      LinkRow(1000, "channel", "whose cells are worked on: a field, or a solver's flow",
+              FieldKinds()),
+      LongRow(1004, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}}),
-      LinksRow(1001, "operators", "what works on the cells, in this order", {}),
+      LinksRow(1001, "operators", "what changes the cells, one after the other", {}),
   };
   return table;
 }

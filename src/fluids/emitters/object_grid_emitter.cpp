@@ -17,8 +17,9 @@ ObjectGridEmitter::ObjectGridEmitter(const ObjectGridEmitter& other)
 
 const ParameterTable& ObjectGridEmitter::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1002, "volume", "where it emits", {1028106, 1300133, 1300034}),
-      LinksRow(1000, "channels", "what it emits into which channel", {1300012}),
+      LinkRow(1002, "volume", "where smoke comes from: every cell inside this shape",
+              {1028106, 1300133, 1300034}),
+      LinksRow(1000, "channels", "what comes out there: pairs of field and settings", {1300012}),
   };
   return table;
 }

@@ -17,9 +17,9 @@ ParticleToGridEmitter::ParticleToGridEmitter(BaseNode* node, Scene* scene)
 
 namespace {
 ParameterRow FalloffRow() {
-  ParameterRow row = GradientRow(1004, "falloff",
-                                 "its red is the weight over the distance, from "
-                                 "the point to the radius");
+  ParameterRow row =
+      GradientRow(1004, "falloff",
+                  "how a point fades outwards: red is its strength from the middle to the radius");
   row.creation = Gradient{{{0, {1, 1, 1}}, {1, {0, 0, 0}}}};
   return row.Missing(std::monostate{});
 }
@@ -27,22 +27,27 @@ ParameterRow FalloffRow() {
 
 const ParameterTable& ParticleToGridEmitter::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "source", "the mesh, or group of meshes, whose vertices are gathered",
+      LinkRow(1000, "source", "the mesh, or group of meshes, whose vertices become smoke",
               {1300143, 1300144, 1300036}),
-      LongRow(1001, "particle_type", 0, "", "type of the particles of a linked group")
+      LongRow(1001, "particle_type", 0, "", "which particles of a linked group count")
           .Choices({{0, "passive"}, {1, "vorticity"}, {2, "liquid"}, {3, "diffuse"}}),
-      LinksRow(1002, "values", "what the points carry, into which channels", {1300013}),
-      LongRow(1003, "distance_mode", 0, "", "how points weigh by their distance")
+      LinksRow(1002, "values", "what each point brings, into which field", {1300013}),
+      LongRow(1003, "distance_mode", 0, "",
+              "soft or even blobs: how points weigh by their distance")
           .Choices({{0, "none"}, {2, "falloff"}}),
       FalloffRow(),
-      RealRow(1005, "mass_scale", 1.0, "", "scales the mass of the points"),
-      RealRow(1006, "radius_scale", 1.0, "", "scales the radius of the points"),
-      BoolRow(1007, "per_second", false, "values are per second"),
-      BoolRow(1009, "show_options", false, "show further options"),
-      LongRow(1013, "constraint_mode", 0, "", "what the constraints weigh")
+      RealRow(1005, "mass_scale", 1.0, "", "makes every point count for more or less"),
+      RealRow(1006, "radius_scale", 1.0, "", "makes every point's blob larger or smaller"),
+      BoolRow(1007, "per_second", false,
+              "brings its values over a second instead of all in a step"),
+      BoolRow(1009, "show_options", false, "a dialog shows what is seldom needed too"),
+      LongRow(1013, "constraint_mode", 0, "",
+              "whether constraints thin out points or what they bring")
           .Choices({{0, "cells"}, {1, "points"}}),
-      RealRow(1014, "radius", 1.4, "cells", "how far points are gathered").AtLeast(0),
-      LinkRow(1016, "duration", "when it runs", {1028240}),
+      RealRow(1014, "radius", 1.4, "cells",
+              "how far a point reaches: larger blobs join into a smooth skin")
+          .AtLeast(0),
+      LinkRow(1016, "duration", "points are gathered only inside this time window", {1028240}),
   };
   return table;
 }

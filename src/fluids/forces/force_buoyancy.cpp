@@ -9,15 +9,18 @@ using namespace host;
 const ParameterTable& Force_Buoyancy::Parameters() {
   const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   static const ParameterTable table = {
-      LinkRow(1000, "temperature_channel", "what makes the gas rise", scalars),
-      LinkRow(1002, "density_channel", "what weighs it down, such as smoke", scalars),
-      LinkRow(1001, "second_density_channel", "another one; weights then count twice", scalars),
-      VectorRow(1003, "direction", {0, 1, 0}, "", "of the lift, in world axes"),
+      LinkRow(1000, "temperature_channel", "the heat that lifts: where it is high, gas shoots up",
+              scalars),
+      LinkRow(1002, "density_channel",
+              "what weighs gas down, such as thick smoke that rolls off a table", scalars),
+      LinkRow(1001, "second_density_channel",
+              "another field that weighs it down; weights then count twice", scalars),
+      VectorRow(1003, "direction", {0, 1, 0}, "", "which way hot gas goes, in world axes"),
       RealRow(1004, "temperature_coefficient", 0.0015, "",
-              "lift per degree above the channel's minimum"),
+              "how wildly hot gas rises, per degree above the channel's minimum"),
       RealRow(1005, "density_coefficient", -0.008, "",
-              "lift per unit of density; negative pulls down"),
-      LinkRow(1009, "duration", "time window of the force", {1028240}),
+              "how smoke moves by its own weight: negative sinks, positive rises"),
+      LinkRow(1009, "duration", "lifts only inside this time window", {1028240}),
   };
   return table;
 }

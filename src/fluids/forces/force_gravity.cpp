@@ -10,10 +10,14 @@ using namespace host;
 
 const ParameterTable& Force_Gravity::Parameters() {
   static const ParameterTable table = {
-      VectorRow(1000, "acceleration", {0, -9.81, 0}, "m/s^2", "in the node's own axes"),
-      LinkRow(1001, "alignment", "gives a direction per point instead", {1300010}),
-      RealRow(1002, "strength", 1.0, "", "scales the acceleration"),
-      LinkRow(1003, "settings", "emission settings whose time window gates the force", {1300024}),
+      VectorRow(1000, "acceleration", {0, -9.81, 0}, "m/s^2",
+                "how hard and which way the gas is pushed, in the node's own axes"),
+      LinkRow(1001, "alignment",
+              "pushes each place its own way instead, such as away from a centre", {1300010}),
+      RealRow(1002, "strength", 1.0, "",
+              "a handle on the whole push: 2 is twice as hard, 0 is calm"),
+      LinkRow(1003, "settings", "emission settings whose time window switches the push on and off",
+              {1300024}),
   };
   return table;
 }

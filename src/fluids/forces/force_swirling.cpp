@@ -10,10 +10,14 @@ using namespace host;
 
 const ParameterTable& Force_Swirling::Parameters() {
   static const ParameterTable table = {
-      RealRow(1000, "strength", 0.8, "", "of the swirls; counts a fifth unless along_flow is on"),
-      LinkRow(1001, "duration", "time window of the force", {1028240}),
-      BoolRow(1003, "subtract_mean", true, "leave out the mean rotation of the whole grid"),
-      BoolRow(1004, "along_flow", false, "weigh by the velocity along the vorticity"),
+      RealRow(
+          1000, "strength", 0.8, "",
+          "how curly it gets: too much looks like boiling; counts a fifth unless along_flow is on"),
+      LinkRow(1001, "duration", "curls only inside this time window", {1028240}),
+      BoolRow(1003, "subtract_mean", true,
+              "leaves out the turning of the whole cloud, so that only small curls grow"),
+      BoolRow(1004, "along_flow", false,
+              "favours curls that stretch along the flow: long, ropy smoke"),
   };
   return table;
 }

@@ -6,7 +6,9 @@ using namespace host;
 
 const ParameterTable& ChannelOperator_Remap::Parameters() {
   static const ParameterTable table = {
-      GradientRow(1000, "gradient", "the new value, black to white, over the range of the channel"),
+      GradientRow(1000, "gradient",
+                  "what a value becomes, black to white, from the low to the high end of the "
+                  "channel: a steep step gives hard edges"),
   };
   return table;
 }

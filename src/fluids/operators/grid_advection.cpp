@@ -10,20 +10,26 @@ using namespace host;
 
 const ParameterTable& GridAdvection::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "target", "channel to move; the solver, or nothing, moves the velocity itself",
+      LinkRow(1000, "target",
+              "what is carried along: a field; the solver, or nothing, means the flow itself",
               {1300027, 1300028, 1300029, 1300112, 1300030, 1300002, 1300003, 1300004}),
-      LongRow(1002, "scheme", 1, "", "how the field is moved")
+      LongRow(1002, "scheme", 1, "",
+              "sharper or safer: semi_lagrangian blurs, MacCormack keeps detail, the conservative "
+              "ones lose no smoke")
           .Choices({{0, "semi_lagrangian"},
                     {1, "maccormack"},
                     {2, "conservative"},
                     {3, "conservative_maccormack"}}),
-      LongRow(1003, "path_integration", 0, "", "how paths are traced")
+      LongRow(1003, "path_integration", 0, "",
+              "how exactly curved paths are followed: heun keeps thin whirls round")
           .Choices({{0, "euler"}, {1, "heun"}, {2, "runge_kutta_3"}, {3, "runge_kutta_4"}}),
-      LongRow(1004, "sampling", 0, "", "how the field is read between its samples")
+      LongRow(1004, "sampling", 0, "",
+              "how the field is read between cells: cubic ways stay sharper than linear")
           .Choices({{0, "linear"}, {1, "bspline"}, {2, "monotonic_cubic"}}),
-      LinkRow(1005, "solver", "the solver whose velocity moves the field",
-              {1300002, 1300003, 1300004}),
-      RealRow(1007, "strength", 1.0, "", "share of the MacCormack correction").AtLeast(0),
+      LinkRow(1005, "solver", "whose flow carries it", {1300002, 1300003, 1300004}),
+      RealRow(1007, "strength", 1.0, "",
+              "how much of the detail MacCormack brings back: lower is calmer")
+          .AtLeast(0),
   };
   return table;
 }

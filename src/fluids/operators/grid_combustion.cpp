@@ -24,31 +24,38 @@ ParameterRow FlameCurveRow(i32 id, std::string_view name, SplineData curve, std:
 const ParameterTable& GridCombustion::Parameters() {
   const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   static const ParameterTable table = {
-      LinkRow(1000, "temperature", "temperature channel that the fire heats", scalars),
-      LinkRow(1001, "fire", "fire channel that the burning cells write", {1300029}),
-      LinkRow(1002, "fuel", "channel that burns; without one the fire channel shapes a flame",
+      LinkRow(1000, "temperature",
+              "the heat that flames give: it lifts, and it lights the next fuel", scalars),
+      LinkRow(1001, "fire", "where flames are seen", {1300029}),
+      LinkRow(1002, "fuel", "what burns away; without one the fire channel shapes a flame",
               {1300027, 1300028}),
-      LinkRow(1003, "smoke", "channel that takes the smoke", scalars),
-      LinkRow(12, "solver", "solver that the fire expands", {1300002, 1300003, 1300004}),
-      LongRow(1004, "mode", 0, "", "how fuel burns").Choices({{0, "simple"}, {1, "oxygen"}}),
-      RealRow(2, "burn_rate", 1.0, "1/s", "fuel burnt a second").AtLeast(0),
-      RealRow(3, "oxygen_ratio", 0.19, "", "fuel per unit of oxygen, for the mode oxygen")
-          .AtLeast(1e-6),
+      LinkRow(1003, "smoke", "soot that flames leave behind", scalars),
+      LinkRow(12, "solver", "the gas that flames blow up, so that an explosion swells",
+              {1300002, 1300003, 1300004}),
+      LongRow(1004, "mode", 0, "", "whether fuel burns at a set pace, or as far as there is air")
+          .Choices({{0, "simple"}, {1, "oxygen"}}),
+      RealRow(2, "burn_rate", 1.0, "1/s",
+              "how fast fuel is used up: fast gives a bang, slow a long flame")
+          .AtLeast(0),
+      RealRow(3, "oxygen_ratio", 0.19, "", "fuel per unit of air: higher burns less at a time")
+          .AtLeast(1e-6)
+          .OnlyWith(1004, {1}),
       RealRow(4, "base_temperature", 500.0, "K",
-              "coolest temperature of a flame, without a fuel channel"),
-      RealRow(5, "heat", 1000.0, "K", "temperature gained per unit of fuel burnt"),
+              "how hot the coolest part of a flame is, without a fuel channel"),
+      RealRow(5, "heat", 1000.0, "K",
+              "how hot a unit of fuel makes the gas: brighter flames that rise faster"),
       FlameCurveRow(6, "temperature_curve", {{{0, 0.8}, {1, 0.2}}},
                     "without a fuel channel: temperature over the age of the flame, as a share of "
                     "the channel's range"),
       RealRow(7, "smoke_amount", 0.2, "",
-              "smoke per unit of fuel burnt, times the length of the step in seconds: per substep; "
-              "without a fuel channel, smoke per substep")
+              "how sooty the fire is, per unit of fuel and second of the step: per substep; "
+              "without a fuel channel, per substep alone")
           .AtLeast(0),
       FlameCurveRow(8, "smoke_curve", {{{0, 0}, {1, 1}}},
                     "without a fuel channel: smoke over the age of the flame, per substep"),
       RealRow(9, "expansion", 0.2, "1/s",
-              "divergence per unit of fuel burnt, times the burn rate in the mode simple: per "
-              "substep; without a fuel channel, the divergence of every burning cell"),
+              "how hard a unit of fuel blows the gas apart, times burn_rate in the mode simple: "
+              "per substep; without a fuel channel, of every burning cell"),
   };
   return table;
 }

@@ -62,14 +62,17 @@ SULVA_WIDE_KERNEL void CoolLinear(double* t, const double* burns, i32 n, double 
 
 const ParameterTable& GridCooling::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "temperature", "temperature channel that cools",
+      LinkRow(1000, "temperature", "the heat that fades: how far up gas keeps rising",
               {1300027, 1300028, 1300029, 1300112}),
-      LinkRow(1001, "fire", "fire channel that ages; its burning cells keep their heat", {1300029}),
-      LongRow(1004, "mode", 0, "", "how temperature falls")
+      LinkRow(1001, "fire", "the flames that age along with it; cells that burn keep their heat",
+              {1300029}),
+      LongRow(1004, "mode", 0, "",
+              "quartic cools hot gas at once and warm gas slowly, as glowing bodies do; the others "
+              "are even")
           .Choices({{0, "quartic"}, {1, "exponential"}, {2, "linear"}}),
       RealRow(1002, "rate", 0.6, "",
-              "share of the range that is lost: quartic, by the hottest gas per substep; else a "
-              "second")
+              "how short flames get: share of the range that is lost: quartic, by the hottest gas "
+              "per substep; else a second")
           .AtLeast(0),
   };
   return table;

@@ -77,16 +77,16 @@ void CopyAll(const EGrid<double>& from, EGrid<double>& to, i32 threads) {
 
 const ParameterTable& GridDiffusion::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1003, "channel", "channel that is smoothed", ChannelKinds()),
-      LongRow(1005, "mode", 1, "", "how it is smoothed")
+      LinkRow(1003, "channel", "what gets soft edges", ChannelKinds()),
+      LongRow(1005, "mode", 1, "",
+              "how it blurs: gaussian wide and even, the others between neighbours")
           .Choices({{0, "gaussian"}, {1, "smooth"}, {2, "grow"}}),
-      RealRow(
-          1001, "strength", 1.0, "host/s",
-          "gaussian: width of the blur a second; else how much the neighbours count, in cells a "
-          "second")
+      RealRow(1001, "strength", 1.0, "host/s",
+              "how soft it gets: with gaussian the width of the blur a second; else how much "
+              "neighbours count, in cells a second")
           .AtLeast(0),
-      LongRow(1002, "rounds", 1, "", "rounds of the whole filter, per substep").AtLeast(1),
-      CurveRow(1000, "round_curve", "a curve over the rounds, kept with the node"),
+      LongRow(1002, "rounds", 1, "", "repeats the blur in each substep, for more of it").AtLeast(1),
+      CurveRow(1000, "round_curve", "a curve over the repeats, kept with the node"),
   };
   return table;
 }

@@ -22,9 +22,10 @@ SULVA_WIDE_KERNEL void LowerRow(double* v, i32 n, double amount, double limit) {
 
 const ParameterTable& GridDissipate::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "channel that fades", ChannelKinds()),
+      LinkRow(1000, "channel", "what fades away", ChannelKinds()),
       RealRow(1001, "rate", 0.04, "1/s^2",
-              "share of the range that is lost, times the square of the step's length: per substep")
+              "how quickly smoke thins out: share of the range, times the square of the step's "
+              "length, per substep")
           .AtLeast(0),
   };
   return table;

@@ -32,13 +32,14 @@ const ParameterTable& GridVariableDensity::Parameters() {
   const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   static const ParameterTable table = {
       LinkRow(1000, "target",
-              "channel that the density is added to; switch on its clear_each_step, switch off its "
-              "affects_bounds, and link it as the solver's density_channel",
+              "where the weight of the gas is written: switch on its clear_each_step, switch off "
+              "its affects_bounds, and link it as the solver's density_channel",
               ChannelKinds()),
-      LinkRow(1001, "admixture", "channel with the share of the other gas, 0..1", scalars),
-      LinkRow(1002, "temperature", "temperature channel, in degrees above 294 K", scalars),
-      RealRow(1004, "base_density", 1.184, "kg/m^3", "density of the cold gas").AtLeast(1e-6),
-      RealRow(1005, "other_density", 8.314472, "kg/m^3", "density of the pure other gas")
+      LinkRow(1001, "admixture", "how much of the other gas a cell holds, 0..1", scalars),
+      LinkRow(1002, "temperature", "heat that makes gas lighter, in degrees above 294 K", scalars),
+      RealRow(1004, "base_density", 1.184, "kg/m^3", "weight of the cold air").AtLeast(1e-6),
+      RealRow(1005, "other_density", 8.314472, "kg/m^3",
+              "weight of the other gas alone: heavier than air flows downhill")
           .AtLeast(0),
       RealRow(1003, "option_value", 0.5, "", "kept with the node; the density is free of it"),
       LongRow(1006, "option_mode", 0, "", "kept with the node; the density is free of it"),

@@ -17,8 +17,9 @@ double Cotangent(const Vec3d& a, const Vec3d& b) {
 }  // namespace
 
 const ParameterTable& MeshCurvatureOperator::Parameters() {
-  static const ParameterTable table =
-      Rows({BoolRow(1004, "smooth", true, "takes the mean over a vertex and its neighbours")});
+  static const ParameterTable table = Rows(
+      {BoolRow(1004, "smooth", true,
+               "evens the result out over neighbours, so that single sharp points count less")});
   return table;
 }
 

@@ -9,9 +9,9 @@ using namespace host;
 
 ParameterTable MeshOperator::Rows(ParameterTable own) {
   own.insert(own.begin(),
-             {LinkRow(1000, "target", "the mesh, or the volume whose mesh is meant",
+             {LinkRow(1000, "target", "the mesh that is changed, or the volume whose mesh is meant",
                       {1300143, 1028106}),
-              LinkRow(1001, "duration", "when it runs, and how strongly", {1028240})});
+              LinkRow(1001, "duration", "when it works, and how strongly", {1028240})});
   return own;
 }
 

@@ -6,7 +6,9 @@ using namespace host;
 
 const ParameterTable& MeshSmoothingOperator::Parameters() {
   static const ParameterTable table =
-      Rows({LongRow(1004, "iterations", 1, "", "how often it smooths").Range(0, 10000)});
+      Rows({LongRow(1004, "iterations", 1, "",
+                    "how round it gets: each time, edges and small bumps melt a little more")
+                .Range(0, 10000)});
   return table;
 }
 

@@ -16,7 +16,8 @@ const ParameterTable& MultiVolume::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = VolumeMesh::Parameters();
     std::erase_if(rows, [](const ParameterRow& row) { return row.id == 1003; });
-    rows.push_back(LinksRow(1100, "meshes", "the mesh nodes to voxelise, each into a volume",
+    rows.push_back(LinksRow(1100, "meshes",
+                            "what the volume is made of; inside any of them is inside",
                             {kMeshNode, kMultiMeshNode}));
     rows.push_back(ButtonRow(1101, "take_children", "makes mesh nodes for the node's children"));
     return rows;

@@ -26,23 +26,29 @@ const ParameterTable& C4D_GridSampler_Shader::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable t = {
         LinkRow(3000, "field", "channel, solver or volume that is read", {}),
-        GradientRow(3001, "gradient", "colour by value"),
-        LongRow(3002, "solver_field", 0, "", "what is read of a solver")
+        GradientRow(3001, "gradient", "what colour a low (0) to a high (1) value gets"),
+        LongRow(3002, "solver_field", 0, "",
+                "what is looked at of a solver: how fast it flows, or where its surface is")
             .Choices({{0, "speed"}, {1, "surface"}, {2, "divergence"}}),
-        RealRow(3003, "input_low", 0, "", "speed or distance that is 0"),
-        RealRow(3004, "input_high", 1, "", "speed or distance that is 1"),
+        RealRow(3003, "input_low", 0, "", "speed or distance that gets the first colour"),
+        RealRow(3004, "input_high", 1, "", "speed or distance that gets the last colour"),
         RealRow(3005, "clamp_low", 0, "", "least component of the colour"),
         RealRow(3006, "clamp_high", 1, "", "greatest component of the colour"),
         BoolRow(3007, "own_point", false, "read at the shader's point instead of the hit"),
         RealRow(3008, "displacement", 0, "s", "time by which points move along a solver's flow"),
         LongRow(3009, "colour_mode", 0, "", "how the value becomes a colour")
             .Choices({{0, "gradient"}, {1, "blackbody"}}),
-        LongRow(3011, "blackbody_system", 4, "", "primaries of the display")
+        LongRow(3011, "blackbody_system", 4, "",
+                "which screen the glow is meant for: its primaries and white")
             .Choices(
                 {{0, "ntsc"}, {1, "ebu"}, {2, "smpte"}, {3, "hdtv"}, {4, "cie"}, {5, "rec709"}}),
         VectorRow(3012, "blackbody_tint", {1, 1, 1}, "", "multiplies X, Y, Z"),
-        RealRow(3013, "blackbody_scale", 1, "", "multiplies the temperature").AtLeast(0),
-        RealRow(3014, "blackbody_brightness", 1, "", "multiplies the colour").AtLeast(0),
+        RealRow(3013, "blackbody_scale", 1, "",
+                "redder (below 1) or whiter (above) glow: multiplies the temperature")
+            .AtLeast(0),
+        RealRow(3014, "blackbody_brightness", 1, "",
+                "how bright the glow looks: multiplies its colour")
+            .AtLeast(0),
         BoolRow(3015, "blackbody_gamma", true, "apply the display's curve"),
         BoolRow(3016, "blackbody_adapt", false, "the hottest colour is white"),
     };

@@ -39,13 +39,14 @@ u64 DigestOf(const std::vector<Vec3d>& vertices) {
 
 const ParameterTable& Mesh::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "object", "the object whose polygons are read", {kMeshObject}),
-      BoolRow(1004, "vertex_velocities", false, "keep a velocity for every vertex"),
-      RealRow(1005, "body_linear_value", 10.0, "",
-              "value of the rigid body; no effect without one"),
+      LinkRow(1000, "object", "the geometry that comes into the simulation", {kMeshObject}),
+      BoolRow(1004, "vertex_velocities", false,
+              "a shape that deforms pushes the gas with each of its parts"),
+      RealRow(1005, "body_linear_value", 10.0, "", "of the rigid body; no effect without one"),
       RealRow(1007, "body_angular_value", 10.0, "",
-              "value of the rigid body; no effect without one"),
-      LongRow(10002, "priority", -10, "", "added to the class's priority inside a stage")
+              "of the rigid body's turning; no effect without one"),
+      LongRow(10002, "priority", -10, "",
+              "added to the class's place in its stage: lower runs earlier")
           .Missing(0),
   };
   return table;

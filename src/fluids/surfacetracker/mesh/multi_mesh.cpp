@@ -13,7 +13,8 @@ const ParameterTable& MultiMesh::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = Mesh::Parameters();
     std::erase_if(rows, [](const ParameterRow& row) { return row.id == 1000; });
-    rows.push_back(LinksRow(1050, "objects", "the objects whose polygons are read", {kMeshObject}));
+    rows.push_back(
+        LinksRow(1050, "objects", "the pieces of geometry that count as one mesh", {kMeshObject}));
     return rows;
   }();
   return table;
