@@ -225,7 +225,9 @@ class PictureRun {
     }
     mPictures.Add(SecondsSince(start));
     const double left = SecondsLeft(0);
-    mProgress.PictureDone(frame, SecondsSince(start), left);
+    mProgress.PictureDone(
+        frame, {SecondsSince(start), picture.setUpSeconds, static_cast<double>(picture.samples)},
+        left);
     return true;
   }
 

@@ -75,11 +75,15 @@ void Progress::EndFrame(const FrameRecord& record) {
                           FormatCount(static_cast<double>(mCells)), record.wallSeconds));
 }
 
-void Progress::PictureDone(i32 frame, double seconds, double secondsLeft) {
+void Progress::PictureDone(i32 frame, const PictureTime& time, double secondsLeft) {
   mSecondsLeft = secondsLeft;
-  if (mStyle == ProgressStyle::Lines)
-    PrintLine(fmt::format("picture {}/{}  {:.2f} s  {} left", frame, mLast, seconds,
-                          FormatDuration(secondsLeft)));
+  if (mStyle != ProgressStyle::Lines) return;
+  std::string speed;
+  if (const double tracing = time.seconds - time.setUpSeconds; time.samples > 0 && tracing > 0)
+    speed = fmt::format(" ({:.2f} s to set up, {:.1f} M samples of the gas, {:.1f} M/s)",
+                        time.setUpSeconds, time.samples * 1e-6, time.samples * 1e-6 / tracing);
+  PrintLine(fmt::format("picture {}/{}  {:.2f} s{}  {} left", frame, mLast, time.seconds, speed,
+                        FormatDuration(secondsLeft)));
 }
 
 void Progress::Note(std::string_view text) {

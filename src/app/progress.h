@@ -24,6 +24,13 @@ std::string FormatDuration(double seconds);
 /// A count with three digits: "812", "1.23M".
 std::string FormatCount(double count);
 
+/// What a picture took.
+struct PictureTime {
+  double seconds = 0;
+  double setUpSeconds = 0;  ///< part of it: before the first ray
+  double samples = 0;       ///< of media, on all rays
+};
+
 /// Shows the progress of a run. While it lives it takes the status line and the console messages
 /// of the host.
 class Progress {
@@ -39,7 +46,7 @@ class Progress {
   /// caller reckons it; below 0 if it can't tell yet.
   void ShowWork(std::string_view work, double secondsLeft);
   /// Prints a line for a picture that is written; nothing on a terminal, where the bar tells it.
-  void PictureDone(i32 frame, double seconds, double secondsLeft);
+  void PictureDone(i32 frame, const PictureTime& time, double secondsLeft);
   /// Prints a line for the user; nothing when quiet.
   void Note(std::string_view text);
   /// Prints an error, quiet or not.

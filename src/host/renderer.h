@@ -106,6 +106,7 @@ struct VolumeRecord {
   Vec3d glow{};        ///< part of the colour that the medium's `Glow` stands for
   double depth = std::numeric_limits<double>::infinity();  ///< where the medium is met first
   double alpha[2] = {1, 1};  ///< opacity outputs, faded by the camera's clip distances
+  i32 samples = 0;           ///< places that were looked at
 };
 
 /// A shadow ray that passes a medium on its way.
@@ -113,6 +114,7 @@ struct TransparencyRecord {
   const RenderRay& ray;
   double length = 0;            ///< the ray ends here
   Vec3d transparency{1, 1, 1};  ///< part of the light that passes
+  i32 samples = 0;              ///< places that were looked at
 };
 
 /// A part of a medium that gives light of its own.

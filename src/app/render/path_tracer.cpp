@@ -97,7 +97,8 @@ Vec3d PathTracer::ColourFor(const VolumeRecord& volume, std::size_t medium) cons
 }
 
 /// `hit` is where the ray ends; null for one that goes on into the sky.
-void PathTracer::AddMedia(const RenderRay& ray, const SurfaceHit* hit, RaySample& sample) const {
+void PathTracer::AddMedia(const RenderRay& ray, const SurfaceHit* hit, const Path& path,
+                          RaySample& sample) const {
   HitRecord record{HitKind::Background, ray.origin + ray.direction * kEndless, -ray.direction,
                    kEndless};
   if (hit) record = {HitKind::Surface, hit->point, hit->normal, hit->distance};
@@ -105,6 +106,7 @@ void PathTracer::AddMedia(const RenderRay& ray, const SurfaceHit* hit, RaySample
     VolumeRecord volume{ray};
     volume.hit = &record;
     mMedia[i]->Volumetric(volume, mData);
+    path.samples += volume.samples;
     sample.colour = sample.colour * volume.transmission + ColourFor(volume, i);
     sample.scattering = sample.scattering * volume.transmission + volume.scattering;
     sample.emission = sample.emission * volume.transmission + volume.emission;
@@ -118,11 +120,11 @@ RaySample PathTracer::TraceCamera(const Vec2D<double>& pixel, Sampler& sampler, 
   const Vec3d direction = camera.Direction(pixel.x, pixel.y);
   const double near = camera.NearAlong(direction), far = camera.FarAlong(direction) - near;
   const Vec3d start = camera.Origin() + direction * near;
-  const Path path{sampler, thread};
+  RaySample sample;
+  const Path path{sampler, sample.samples, thread};
   const RenderRay ray = MakeRay(start, direction, path);
   SurfaceHit hit;
   const bool isHit = mWorld.Trace(start, direction, 0, far, hit);
-  RaySample sample;
   double behind = 1;  // part of the sky that surfaces leave open
   if (isHit) {
     sample.colour = Shade(hit, direction, path);
@@ -132,7 +134,7 @@ RaySample PathTracer::TraceCamera(const Vec2D<double>& pixel, Sampler& sampler, 
     hit.distance = far;
     hit.point = start + direction * far;
   }
-  AddMedia(ray, isHit || far < kEndless ? &hit : nullptr, sample);
+  AddMedia(ray, isHit || far < kEndless ? &hit : nullptr, path, sample);
   sample.depth += near;
   const Vec3d& t = sample.transmission;
   if (behind > 0) sample.sky = mWorld.Background(direction) * t * behind;
@@ -148,7 +150,7 @@ Vec3d PathTracer::Radiance(const Vec3d& origin, const Vec3d& direction, const Pa
   if (isHit) sample.colour = Shade(hit, direction, path);
   const double behind = isHit ? hit.fade : 1;
   if (behind > 0) sample.colour += mWorld.Background(direction) * behind;
-  AddMedia(ray, isHit ? &hit : nullptr, sample);
+  AddMedia(ray, isHit ? &hit : nullptr, path, sample);
   return sample.colour;
 }
 
@@ -170,6 +172,7 @@ Vec3d PathTracer::Transparency(const Vec3d& origin, const Vec3d& direction, doub
     const RenderRay ray = MakeRay(origin, direction, path);
     TransparencyRecord record{ray, length};
     medium->Transparency(record, mData);
+    path.samples += record.samples;
     passes = passes * record.transparency;
   }
   return passes;
@@ -243,7 +246,7 @@ Vec3d PathTracer::Incoming(const SurfaceHit& hit, const Vec3d& direction, const 
   }
   const RenderRay ray = MakeRay(origin, direction, path);
   const Vec3d before = sample.colour;
-  AddMedia(ray, isHit ? &other : nullptr, sample);
+  AddMedia(ray, isHit ? &other : nullptr, path, sample);
   // A medium that doesn't take part in bounced light still throws its shadow.
   if (sample.transmission == Vec3d{1, 1, 1}) {
     const double length = isHit ? other.distance : kEndless;

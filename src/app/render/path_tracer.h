@@ -19,6 +19,7 @@ struct RaySample {
   Vec3d emission;               ///< light of the medium itself
   Vec3d transmission{1, 1, 1};  ///< of the medium
   double depth = std::numeric_limits<double>::infinity();  ///< of the nearest thing, along the ray
+  i64 samples = 0;  ///< of the media, on this ray and all that follow from it
 };
 
 /// Follows rays through a world and the media in it. Everything is read-only.
@@ -35,6 +36,7 @@ class PathTracer {
   /// A ray on its way: what its random numbers and its flags need.
   struct Path {
     Sampler& sampler;
+    i64& samples;
     i32 thread;
     i32 depth = 0;
     u32 flags = 0;
@@ -43,7 +45,8 @@ class PathTracer {
   /// Light that comes back along a ray.
   Vec3d Radiance(const Vec3d& origin, const Vec3d& direction, const Path& path) const;
   /// Puts the media before what a ray met.
-  void AddMedia(const host::RenderRay& ray, const SurfaceHit* hit, RaySample& sample) const;
+  void AddMedia(const host::RenderRay& ray, const SurfaceHit* hit, const Path& path,
+                RaySample& sample) const;
   Vec3d ColourFor(const host::VolumeRecord& volume, std::size_t medium) const;
   /// Light of a surface, without the sky that the ground fades into.
   Vec3d Shade(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const;

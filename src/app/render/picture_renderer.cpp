@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <deque>
 
@@ -107,6 +108,7 @@ struct PixelSum {
     sum.colour += sample.colour;
     sum.sky += sample.sky;
     sum.alpha += sample.alpha;
+    sum.samples += sample.samples;
     sum.scattering += sample.scattering;
     sum.emission += sample.emission;
     sum.transmission += sample.transmission;
@@ -143,15 +145,19 @@ class TileRenderer {
       const i32 x0 = tile % mColumns * kTile, y0 = tile / mColumns * kTile;
       const i32 x1 = std::min(x0 + kTile, mPicture.width);
       const i32 y1 = std::min(y0 + kTile, mPicture.height);
+      i64 samples = 0;
       for (i32 y = y0; y < y1 && !control.TestBreak(); ++y)
-        for (i32 x = x0; x < x1; ++x) DrawPixel(x, y, thread);
+        for (i32 x = x0; x < x1; ++x) samples += DrawPixel(x, y, thread);
+      mMediaSamples += samples;
       const i32 done = ++mDone;
       if (thread == 0 && progress) progress(static_cast<double>(done) / mTiles);
     }
   }
 
+  i64 MediaSamples() const { return mMediaSamples; }
+
  private:
-  void DrawPixel(i32 x, i32 y, i32 thread) {
+  i64 DrawPixel(i32 x, i32 y, i32 thread) {
     const u64 seed = MixBits(mSeed, (static_cast<u64>(y) << 32) | static_cast<u32>(x));
     PixelSum pixel;
     for (i32 i = 0; i < mSamples; ++i) {
@@ -162,6 +168,7 @@ class TileRenderer {
       pixel.Add(tracer.TraceCamera({x + TentOffset(u.x), y + TentOffset(u.y)}, sampler, thread));
     }
     mPicture.pixels[static_cast<std::size_t>(y) * mPicture.width + x] = pixel.Mean(mSamples);
+    return pixel.sum.samples;
   }
 
   const std::vector<PathTracer> mTracers;  ///< one for each moment of the shutter
@@ -170,6 +177,7 @@ class TileRenderer {
   RenderedPicture& mPicture;
   i32 mColumns, mTiles;
   std::atomic<i32> mNext{0}, mDone{0};
+  std::atomic<i64> mMediaSamples{0};
 };
 
 /// Bends what is brighter than `kBend` towards 1, so that nothing is cut off.
@@ -190,6 +198,8 @@ double EncodeSrgb(double x) {
 RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame, const PictureMaterials& materials,
                               const HostThread& thread, const RenderProgress& progress) {
   const ParameterReader read(*spec.settings);
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
   RenderData data;
   data.document = &spec.settings->GetDocument();
   data.threadCount = ThreadCount();
@@ -201,7 +211,9 @@ RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame, const PictureMa
   data.farClip = world->GetCamera().FarClip();
   for (const SceneLight& light : world->Lights()) data.lights.emplace_back(world, &light);
 
-  RenderedPicture picture{spec.width, spec.height, {}, {}};
+  RenderedPicture picture;
+  picture.width = spec.width;
+  picture.height = spec.height;
   picture.pixels.resize(static_cast<std::size_t>(spec.width) * spec.height);
   const ReadyMedia ready(materials.media, data);
   picture.isDrawn = ready.IsReady();
@@ -213,10 +225,12 @@ RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame, const PictureMa
   for (const RenderWorld& moment : blurred) tracers.emplace_back(moment, data, ready.Get(), bounce);
   if (tracers.empty()) tracers.emplace_back(*world, data, ready.Get(), bounce);
 
+  picture.setUpSeconds = std::chrono::duration<double>(Clock::now() - start).count();
   TileRenderer tiles(std::move(tracers), read.Long(kRenderSamples),
                      MixBits(static_cast<u64>(frame), 0x53756C76), picture);
   WorkerPool::Instance().Run(data.threadCount,
                              [&](i32 index) { tiles.Run(index, thread, progress); });
+  picture.samples = tiles.MediaSamples();
   return picture;
 }
 

@@ -25,6 +25,8 @@ struct RenderedPicture {
   i32 height = 0;
   std::vector<Pixel> pixels;
   std::vector<bool> isDrawn;  ///< for each medium, whether it had anything to draw
+  double setUpSeconds = 0;    ///< until the first ray
+  i64 samples = 0;            ///< of the media, on all rays
 };
 
 /// The materials of a `RenderSpec`, in its order.

@@ -134,7 +134,7 @@ void C4D_GasRenderer_Material::Volumetric(VolumeRecord& record, const RenderData
   if (mMarcher->HasMultipleScattering() && mMarcher->HasSmoke() &&
       (result.colour != Vec3d{} || result.transmittance != Vec3d{})) {
     Vec3d more{};
-    mMarcher->AddMultipleScattering(more, stretch, ray.random, ray.thread);
+    march.places += mMarcher->AddMultipleScattering(more, stretch, ray.random, ray.thread);
     result.colour += more;
     march.scattering += more;
   }
@@ -143,6 +143,7 @@ void C4D_GasRenderer_Material::Volumetric(VolumeRecord& record, const RenderData
   record.emission = march.emission * data.brightness;
   record.glow = (march.emission + march.fireScattering) * data.brightness;
   record.transmission = result.transmittance;
+  record.samples = march.places;
   if (march.firstDepth >= 0) record.depth = near + march.firstDepth;
   for (int i = 0; i < 2; ++i) record.alpha[i] = march.opacity[i];
   if (record.colour == Vec3d{} && record.transmission == Vec3d{1, 1, 1}) return;
@@ -178,7 +179,8 @@ void C4D_GasRenderer_Material::Transparency(TransparencyRecord& record, const Re
   if (!mMarcher->Bounds().Clip(ray.origin, ray.direction, record.length, near, far)) return;
   Vec3d passed{1, 1, 1};
   const VolumeRay stretch(ray.origin + ray.direction * near, ray.origin + ray.direction * far);
-  mMarcher->ShadowRay(passed, stretch, mMarcher->ObjectShadow(), HashUnit(ray.seed, 1));
+  record.samples =
+      mMarcher->ShadowRay(passed, stretch, mMarcher->ObjectShadow(), HashUnit(ray.seed, 1));
   Vec3d transparency;
   for (int a = 0; a < 3; ++a) {
     const double shadow = mShadowColour[a] + (1 - mShadowColour[a]) * passed[a];

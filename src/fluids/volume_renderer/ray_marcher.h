@@ -105,10 +105,12 @@ class RayMarcher : public MELDO_SULVA::iObject {
   virtual void MarchRay(MarchResult& out, MarchRecord& record, VolumeRay ray, double u,
                         const host::RenderData& data, i32 worker) const;
   /// Multiplies `colour` by what the smoke on a ray inside the bounds leaves of it.
-  virtual void ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowSettings& settings,
-                         double u) const;
+  /// Returns the number of places looked at.
+  virtual i32 ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowSettings& settings,
+                        double u) const;
   /// Adds the light that was scattered more than once, along a ray inside the bounds.
-  virtual void AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i32 worker) const;
+  /// Returns the number of places looked at.
+  virtual i32 AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i32 worker) const;
 
   void Begin(void* context = nullptr) override;
   /// The light maps of a worker's share.

@@ -265,8 +265,8 @@ void RayMarcher::FadeOpacity(const MarchResult& result, const host::RenderData& 
   record.opacity[1] = 1 - open * far;
 }
 
-void RayMarcher::ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowSettings& settings,
-                           double u) const {
+i32 RayMarcher::ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowSettings& settings,
+                          double u) const {
   const double opaqueDepth = -std::log(kOpaque);
   MediumSample sample;
   Vec3d depth{}, last{};
@@ -280,7 +280,7 @@ void RayMarcher::ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowSettings& s
       depth += sigma * ds;
     }
   };
-  Walk(
+  const i32 places = Walk(
       ray, settings.steps, u, mOccupancy,
       [&](const Vec3d& p) {
         return !(mOccupancy.IsSet() && mOccupancy.IsEmptyAt(p)) && SampleSmoke(p, sample);
@@ -296,20 +296,21 @@ void RayMarcher::ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowSettings& s
         fresh = false;
       });
   colour = colour * Decay(depth);
+  return places;
 }
 
 // ---- multiple scattering ------------------------------------------------------------------------
 
-void RayMarcher::AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i32 worker) const {
+i32 RayMarcher::AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i32 worker) const {
   constexpr double kLeastSmoke = 0.01;
   const MultipleScattering& m = mMultiple;
-  if (!m.on || m.records.empty() || !mScatterPhase) return;
+  if (!m.on || m.records.empty() || !mScatterPhase) return 0;
   MediumSample sample;
   ScatterDepths depths;
   Vec3d last{};
   const Vec3d toViewer = -ray.direction;
   const WalkSteps steps{m.step, m.coarseStep, m.jitter};
-  Walk(
+  return Walk(
       ray, steps, u, mOccupancy,
       [&](const Vec3d& p) { return SampleSmoke(p, sample) && sample.smoke >= kLeastSmoke; },
       [&](const Vec3d& p, double ds) {
