@@ -56,6 +56,7 @@ Json ParameterJson(const ParameterTable& table, const ParameterRow& row) {
   if (row.max != kOpen) json["max"] = LimitJson(row, row.max);
   for (const Choice& choice : row.choices)
     json["choices"].push_back({{"value", choice.value}, {"name", choice.name}});
+  if (!row.accepts.empty()) json["accepts"] = row.accepts;
   if (row.condition) json["counts"] = ConditionText(table, row);
   return json;
 }
@@ -143,12 +144,24 @@ std::string RangeText(const ParameterRow& row) {
   return text.empty() ? LimitsText(row) : text;
 }
 
+/// "to volume, volume_multi": the kinds that a link takes, as far as this version has them.
+std::string AcceptsText(const ParameterRow& row) {
+  std::string text;
+  for (const i32 type : row.accepts) {
+    const NodeKind* kind = FindKind(type);
+    const std::string_view word = type == kMeshObject ? "an object" : kind ? kind->type : "";
+    if (!word.empty()) text.append(text.empty() ? "to " : ", ").append(word);
+  }
+  return text;
+}
+
 /// Two lines for a parameter: what it is, and what it does.
 void PrintRow(const ParameterTable& table, const ParameterRow& row) {
   std::string facts = fmt::format("{:<9}", NameOf(row.type));
   if (row.type != ParameterType::Button) facts += fmt::format(" default {}", DefaultText(row));
   if (!row.unit.empty()) facts += fmt::format(" {}", row.unit);
   if (const std::string range = RangeText(row); !range.empty()) facts += ", " + range;
+  if (const std::string kinds = AcceptsText(row); !kinds.empty()) facts += ", " + kinds;
   if (row.condition) facts += ", only " + ConditionText(table, row);
   fmt::print("  {:<30} {:<6} {}\n      {}\n", row.name, row.id, facts, row.help);
 }

@@ -143,7 +143,9 @@ std::vector<std::string> Simulation::Warnings() const {
     for (i32 list = 1; list <= 11; ++list)
       for (const auto& [id, object] : scene->List(list)) {
         if (!object->Node()) continue;
-        if (object->mRuns == 0 && object->mInactiveReason)
+        // No force acts before there is a flow, in the third frame.
+        const bool isEarly = list == kListForces && scene->mClock.frameFromStart < 2;
+        if (object->mRuns == 0 && object->mInactiveReason && !isEarly)
           warnings.push_back(
               fmt::format("{} is inactive: {}", subject(*object), object->mInactiveReason));
         if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(object.get()))

@@ -125,6 +125,10 @@ TEST(NodesCommand, AParameterIsShownWithAllThatIsKnownOfIt) {
                 "only with time_mode adaptive\n      how far the fastest flow"),
       std::string::npos)
       << text;
+  EXPECT_NE(Output([] {
+              return RunNodes("gridemitter", false);
+            }).find("link      default none, to volume, volume_multi\n"),
+            std::string::npos);
   EXPECT_NE(text.find("default adaptive, one of adaptive (0), fixed_substeps (1), fixed_step (2)"),
             std::string::npos);
 }
