@@ -117,17 +117,20 @@ class Setup {
                          fmt::format("{} can't be cached; expected a field, a volume or a gas",
                                      SubjectOf(object)));
     const auto cacher = mCachedBy.find(&object);
-    if (cacher != mCachedBy.end() && !PlaysElsewhere(*mScene.servers.front()))
+    if (cacher != mCachedBy.end() && !PlaysElsewhere(ServerOf(object)))
       throw CommandError(kExitUsage, fmt::format("{} is cached by {} already", SubjectOf(object),
                                                  SubjectOf(*cacher->second)));
   }
   void Collect(const BaseNode& node, std::vector<const BaseNode*>& objects) const {
     for (const BaseNode* child : node.Children()) {
       const bool isKept = IsField(child->Type()) || IsSolver(child->Type());
-      if (isKept && (PlaysElsewhere(*mScene.servers.front()) || !mCachedBy.contains(child)))
+      if (isKept && (PlaysElsewhere(ServerOf(node)) || !mCachedBy.contains(child)))
         objects.push_back(child);
       Collect(*child, objects);
     }
+  }
+  static const BaseNode& ServerOf(const BaseNode& node) {
+    return node.Parent() ? ServerOf(*node.Parent()) : node;
   }
   static bool PlaysElsewhere(const BaseNode& server) {
     const C4D_InterfaceHandler parameters(const_cast<BaseNode*>(&server));

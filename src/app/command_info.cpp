@@ -164,7 +164,9 @@ int PrintScene(const fs::path& path) {
   }
   fmt::print("{}: a scene, frames {} to {} at {} fps; in frame {}:\n", path.string(), range.first,
              range.last, scene->document->fps, range.first);
-  for (const auto& each : simulation.Scenes()) fmt::print("{}", DescribeSolvers(*each));
+  std::string solvers;
+  for (const auto& each : simulation.Scenes()) solvers += DescribeSolvers(*each);
+  fmt::print("{}", solvers.empty() ? "it has no gas\n" : solvers);
   return kExitDone;
 }
 

@@ -15,8 +15,10 @@ const ParameterTable& Scene::Parameters() {
           1000, "host_units", 100.0, "host",
           "how many units of the scene file make up simulation_units: 100 reads it in centimetres")
           .AtLeast(1e-9),
-      RealRow(1001, "simulation_units", 1.0, "m",
-              "how long host_units really are: a larger world moves more slowly in the picture")
+      RealRow(
+          1001, "simulation_units", 1.0, "m",
+          "how long host_units really are: a larger world moves more slowly; with --set the cell "
+          "sizes follow it")
           .AtLeast(1e-9),
       RealRow(1002, "cell_size", 0.2, "m",
               "the finest detail that smoke can show; half of it needs eight times the memory")

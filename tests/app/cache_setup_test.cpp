@@ -112,4 +112,28 @@ TEST(CacheSetup, SaysWhatItCannotDoAndLeavesTheSceneAlone) {
   EXPECT_EQ(CountFiles(folder.Path() / "o/cache"), 6) << "two caches, three frames each";
 }
 
+TEST(CacheSetup, FindsItsPlaceBetweenBracketsCommentsAndGroups) {
+  const RunFolder folder("odd");
+  folder.Write("s.json", R"({ "sulva": 1, "nodes": [ { "type": "server", "name": "ü", "children": [
+ { "type": "group", "children": [ { "type": "channel_scalar", "name": "a \" ]b" } ] }, { "type": "fluid", "name": "gas" } /* ] */ ] },
+ { "type": "server", "name": "two", "children": [
+  { "type": "channel_scalar" } // last ]
+] } ] })");
+  ASSERT_EQ(folder.Run({"cache-setup", "s.json", "--out", "o.json"}), 0) << folder.Errors();
+  EXPECT_EQ(folder.Run({"check", "o.json"}), 0) << folder.Errors();
+  EXPECT_THAT(folder.Answers(), HasSubstr("8 nodes"));
+  const std::string both = ReadAll(folder.Path() / "o.json");
+  EXPECT_THAT(both, HasSubstr("/* ] */"));
+  EXPECT_THAT(both, HasSubstr("// last ]\n"));
+  EXPECT_THAT(both, HasSubstr(R"("objects": ["a \" ]b", "gas"])"));
+  EXPECT_THAT(both, HasSubstr(R"("base_name": "cache_2_", "objects": ["Scalar"])"))
+      << "two servers don't write over each other's files";
+  ASSERT_EQ(folder.Run({"cache-setup", "s.json", "gas", "--out", "p.json", "--set",
+                        "ü.cache_setup_mode=new_server"}),
+            0)
+      << folder.Errors();
+  EXPECT_EQ(folder.Run({"check", "p.json"}), 0) << folder.Errors();
+  EXPECT_THAT(folder.Answers(), HasSubstr("9 nodes"));
+}
+
 }  // namespace MELDO_GLOBAL::app
