@@ -211,6 +211,23 @@ int RenderCommand(Options& o) {
   return RenderScene(o.render);
 }
 
+/// Says which words a command doesn't know, each with the nearest flag that it has.
+void TellUnknownWords(const CLI::App& app) {
+  for (const CLI::App* command : app.get_subcommands()) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : command->get_options())
+      for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+    const std::vector<std::string_view> flags(names.begin(), names.end());
+    for (const std::string& word : command->remaining())
+      std::fprintf(stderr,
+                   word.starts_with('-') ? "error: %s has no option '%s'%s\n"
+                                         : "error: %s doesn't expect '%s' here%s\n",
+                   command->get_name().c_str(), Shown(word).c_str(),
+                   word.starts_with('-') ? Suggestion(word, flags).c_str() : "");
+    std::fprintf(stderr, "Try 'sulva %s --help'.\n", command->get_name().c_str());
+  }
+}
+
 int Dispatch(int argc, char** argv) {
   CLI::App app("Sulva: fluid simulation from a graph of nodes", "sulva");
   app.set_version_flag("--version", kVersion, "print the version and end");
@@ -239,6 +256,9 @@ int Dispatch(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {
     return app.exit(asked, std::cout, std::cerr);
+  } catch (const CLI::ExtrasError&) {
+    TellUnknownWords(app);
+    return kExitUsage;
   } catch (const CLI::ParseError& error) {
     std::fprintf(stderr, "error: %s\nTry 'sulva --help'.\n", error.what());
     return kExitUsage;

@@ -285,7 +285,8 @@ int RenderScene(const RenderOptions& options) {
   std::optional<LoadedScene> scene = LoadScene(options.scene, diagnostics, options.overrides);
   if (scene && !scene->render)
     diagnostics.Error({options.scene.string(), 1, 1},
-                      "the scene has no 'render' section, so there is nothing to draw");
+                      "the scene has no 'render' section, so there is nothing to draw; give it one "
+                      "with a camera, lights and a material of type gas");
   if (!options.quiet || diagnostics.HasErrors()) diagnostics.Print();
   if (diagnostics.HasErrors()) return kExitInvalidScene;
   ApplyOptions(options, *scene->render);

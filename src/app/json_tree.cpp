@@ -23,6 +23,8 @@ class Cursor {
   u32 Column() const { return mColumn; }
   std::size_t Byte() const { return mAt; }
   bool AtEnd() const { return mAt >= mText.size(); }
+  /// The text from here on.
+  std::string_view Rest() const { return mText.substr(std::min(mAt, mText.size())); }
 
   /// To the first character of the next token: over white space, comments, commas and colons.
   /// With `stopAtSeparator` a comma or colon counts as a token.
@@ -136,7 +138,8 @@ class Builder : public nlohmann::json_sax<Json> {
     } else {
       mCursor.ToByte(position > 0 ? position - 1 : 0);
     }
-    mDiagnostics.Error(Here(), "not valid JSON: " + Shown(text));
+    mDiagnostics.Error(Here(), fmt::format("not valid JSON: {}{}", Shown(text),
+                                           Advice(text, mCursor.Rest(), mOpen.empty())));
     return false;
   }
 
@@ -239,6 +242,38 @@ class Builder : public nlohmann::json_sax<Json> {
     replace("expected string literal", "expected a key in quotes");
     replace("expected '[', '{', or a literal", "expected a value");
     return text;
+  }
+
+  /// What to do about it, from what was expected and what stands there.
+  static std::string_view Advice(std::string_view wrong, std::string_view here, bool isEmpty) {
+    const auto says = [&](std::string_view part) {
+      return wrong.find(part) != std::string_view::npos;
+    };
+    const char first = here.empty() ? '\0' : here.front();
+    if (says("unexpected end") && isEmpty) return "; the file is empty";
+    if (says("unexpected end")) return "; a bracket, brace or quote isn't closed";
+    if (says("forbidden character after backslash"))
+      return "; write \\\\ for a backslash, or / in a path";
+    if (says("U+000A") || says("U+000D") || says("missing closing quote"))
+      return "; the closing quote of this text is missing";
+    if (says("expected ':'")) return "; a ':' stands between a key and its value";
+    if (says("unexpected '}'") && says("expected a value")) return "; the key has no value";
+    if ((says("unexpected '}'") && says("a key")) || (says("unexpected ']'") && says("a value")))
+      return "; take away the comma before it";
+    if (says("unexpected '}'") && says("or ']'")) return "; a ']' is missing before it";
+    if (says("unexpected ']'") && says("or '}'")) return "; a '}' is missing before it";
+    if (says("expected ',' or") && !says("unexpected ','") && !says("invalid literal"))
+      return "; is a comma missing before it?";
+    if (!says("invalid literal")) return {};
+    for (const std::string_view word : {"True", "False", "TRUE", "FALSE", "None", "NULL"})
+      if (here.starts_with(word)) return "; write true, false or null in small letters";
+    switch (first) {
+      case '#': return "; comments begin with //";
+      case '=': return "; a ':' stands between a key and its value";
+      case '.':
+      case '+': return "; numbers begin with a digit or -, as in 0.5";
+      default: return "; keys and texts stand in double quotes";
+    }
   }
 
   const std::string& mFile;

@@ -134,9 +134,11 @@ class RenderReader {
       const std::vector<BaseNode*> all = ObjectsOfType(kCameraObject);
       if (all.size() == 1) mSpec.camera = all.front();
       if (all.size() != 1)
-        mContext.Error(
-            section, kSubject,
-            all.empty() ? "'camera' is missing" : "'camera' is missing: the scene has several");
+        mContext.Error(section, kSubject,
+                       all.empty()
+                           ? "'camera' is missing; give it as \"camera\": { \"position\": [x, y, "
+                             "z], \"parameters\": { \"target\": [x, y, z] } }"
+                           : "'camera' is missing: the scene has several; name one of them");
       return;
     }
     mSpec.camera = ReadNode(*camera, "camera", kCameraObject);

@@ -42,12 +42,18 @@ std::filesystem::path SceneContext::Resolve(const std::string& path) const {
 }
 
 bool SceneContext::CheckKeys(const JsonValue& object, const std::vector<std::string_view>& allowed,
-                             const Subject& subject) {
+                             const Subject& subject, const ParameterTable* parameters) {
+  const auto isParameter = [&](const std::string& key) {
+    return parameters && std::any_of(parameters->begin(), parameters->end(),
+                                     [&](const ParameterRow& row) { return row.name == key; });
+  };
   bool allKnown = true;
   for (const JsonMember& member : *object.Members()) {
     if (std::find(allowed.begin(), allowed.end(), member.key) != allowed.end()) continue;
     Error(member, subject,
-          fmt::format("unknown key '{}'{}", Shown(member.key), Suggest(member.key, allowed)));
+          fmt::format("unknown key '{}'{}", Shown(member.key),
+                      isParameter(member.key) ? "; it belongs under \"parameters\""
+                                              : Suggest(member.key, allowed)));
     allKnown = false;
   }
   return allKnown;

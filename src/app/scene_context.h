@@ -56,8 +56,9 @@ class SceneContext {
   // value in messages: "'fps'".
 
   /// The members of an object whose keys are all among `allowed`; unknown keys get a message.
+  /// A key that is among `parameters` was meant for the object of that name.
   bool CheckKeys(const JsonValue& object, const std::vector<std::string_view>& allowed,
-                 const Subject& subject);
+                 const Subject& subject, const host::ParameterTable* parameters = nullptr);
   std::optional<double> ReadNumber(const JsonValue& value, const Subject& subject,
                                    const std::string& what);
   std::optional<i32> ReadWhole(const JsonValue& value, const Subject& subject,

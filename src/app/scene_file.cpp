@@ -11,6 +11,7 @@
 #include "app/scene_advice.h"
 #include "app/scene_exports.h"
 #include "app/scene_fingerprint.h"
+#include "app/scene_hints.h"
 #include "app/scene_nodes.h"
 #include "app/scene_values.h"
 #include "host/mesh_files.h"
@@ -166,6 +167,7 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   scene.document->sceneFolder = path.parent_path().string();
   scene.document->SetFrame(scene.document->previewMin);
   scene.fingerprint = FingerprintOf(root, overrides, *scene.document);
+  AddHints(scene, diagnostics);
   return scene;
 }
 

@@ -120,7 +120,7 @@ void SceneBuilder::MakeNode(const JsonValue& value, BaseNode* parent, SiblingNam
   mContext.CheckKeys(value,
                      {"type", "name", "parameters", "children", "position", "rotation", "scale",
                       "enabled", "obstacle"},
-                     subject);
+                     subject, kind ? &MELDO_SULVA::ParametersOf(*kind) : nullptr);
   BaseNode& node = kind ? CreateNode(mContext.document, *kind, name, parent)
                         : mContext.document.Create<BaseNode>(kUnknownNode, name, parent);
   if (node.Type() == kServerNode) mServers.push_back(&node);

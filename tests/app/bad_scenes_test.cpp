@@ -1,10 +1,14 @@
 // Every scene in tests/bad_scenes gives exactly the messages and the exit code that stand in the
-// file of its name that ends in .expected: "exit N", then standard error.
+// file of its name that ends in .expected: "exit N", then standard error without the lines of
+// progress. They are checked, or given to the command in the file that ends in .command, where
+// SCENE stands for the scene and OUT for an output folder.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "app/command_line.h"
 
@@ -43,6 +47,30 @@ Answer Command(std::vector<std::string> words) {
   return {code, std::move(out), testing::internal::GetCapturedStderr()};
 }
 
+std::string Replaced(std::string text, const std::string& what, const std::string& with) {
+  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size())
+    text.replace(at, what.size(), with);
+  return text;
+}
+
+/// The words of a bad scene's command.
+std::vector<std::string> WordsOf(const std::string& name, const fs::path& out) {
+  std::vector<std::string> words = {"sulva"};
+  std::ifstream file(kFolder / (name + ".command"));
+  for (std::string word; file >> word;)
+    words.push_back(word == "SCENE" ? name + ".json" : word == "OUT" ? out.string() : word);
+  if (words.size() == 1) words.insert(words.end(), {"check", name + ".json"});
+  return words;
+}
+
+std::string WithoutProgress(const std::string& text) {
+  std::istringstream lines(text);
+  std::string kept;
+  for (std::string line; std::getline(lines, line);)
+    if (!line.starts_with("frame ") && !line.starts_with("done: ")) kept += line + "\n";
+  return kept;
+}
+
 class BadScene : public testing::TestWithParam<std::string> {};
 
 }  // namespace
@@ -50,9 +78,13 @@ class BadScene : public testing::TestWithParam<std::string> {};
 TEST_P(BadScene, GivesItsMessage) {
   const fs::path before = fs::current_path();
   fs::current_path(kFolder);
-  const Answer answer = Command({"sulva", "check", GetParam() + ".json"});
+  const fs::path out =
+      fs::path(testing::TempDir()) / ("sulva_bad_" + std::to_string(getpid()) + GetParam());
+  const Answer answer = Command(WordsOf(GetParam(), out));
   fs::current_path(before);
-  EXPECT_EQ("exit " + std::to_string(answer.code) + "\n" + answer.err,
+  fs::remove_all(out);
+  EXPECT_EQ("exit " + std::to_string(answer.code) + "\n" +
+                Replaced(WithoutProgress(answer.err), out.string(), "OUT"),
             Read(kFolder / (GetParam() + ".expected")));
   EXPECT_EQ(answer.out, "");
 }
@@ -62,7 +94,7 @@ INSTANTIATE_TEST_SUITE_P(Scenes, BadScene, testing::ValuesIn(BadScenes()),
 
 TEST(BadScenes, EachHasItsMessage) {
   for (const auto& entry : fs::directory_iterator(kFolder))
-    EXPECT_TRUE(entry.path().extension() != ".json" ||
+    EXPECT_TRUE((entry.path().extension() != ".json" && entry.path().extension() != ".command") ||
                 fs::exists(fs::path(entry.path()).replace_extension(".expected")))
         << entry.path();
 }

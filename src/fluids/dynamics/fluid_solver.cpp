@@ -355,7 +355,8 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
     usable = lo[a] <= hi[a] && lo[a] <= to[a] && from[a] <= hi[a];
   }
   if (!usable) {
-    Deactivate("no content lies in its box");
+    Deactivate("no emitter fills anything in its box; it begins at its position, its lowest corner, and its "
+               "box_size is in host units");
     return;
   }
   const double padding = std::round(mPadding / voxel);

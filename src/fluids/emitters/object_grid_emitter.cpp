@@ -84,8 +84,9 @@ bool ObjectGridEmitter::ComesBefore(const iBase& other) const {
 void ObjectGridEmitter::Prepare(void*) {
   if (!IsDirty()) return;
   mTargets.clear();
-  if (!mVolume) return void(Deactivate("it has no volume"));
-  if (mPairs.empty()) return void(Deactivate("it has no channels"));
+  if (!mVolume) return void(Deactivate("it has no volume; name one under 'volume'"));
+  if (mPairs.empty())
+    return void(Deactivate("it has no channels; name channelsettings nodes under 'channels'"));
   mMembers.clear();
   mVolume->CollectMembers(mMembers);
   std::erase_if(mMembers, [](const VolumeBase* member) { return !member->HasGridData(); });

@@ -8,7 +8,7 @@ bool Force::ResolveLinks() {
   if (!iObject::ResolveLinks() || !mScene) return false;
   mConstraints.Resolve(*this);
   // Stands unless a solver prepares the force.
-  mInactiveReason = "no solver names it among its forces";
+  mInactiveReason = "no solver that runs names it under 'forces'";
   return true;
 }
 

@@ -126,7 +126,7 @@ bool GridAdvection::NextPass() {
 void GridAdvection::Prepare(void*) {
   SetFlag(FLAG_ACTIVE, false);
   const auto hasData = [](const EGrid<double>* grid) { return grid && grid->mData; };
-  if (!mSolver) return (void)Deactivate("it has no solver");
+  if (!mSolver) return (void)Deactivate("it has no solver; name one under 'solver'");
   if (Target()->Has(FLAG_CACHED)) return (void)Deactivate("its target plays from a cache");
   for (i32 axis = 0; axis < 3; ++axis)
     if (!hasData(mSolver->mVelocity.GetGrid(axis)))

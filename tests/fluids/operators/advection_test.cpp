@@ -237,5 +237,5 @@ TEST(GridAdvection, WithoutASolverItSaysWhy) {
   rig.RunOperators();
   const auto* advection = rig.Object<GridAdvection>(node);
   EXPECT_FALSE(advection->Has(FLAG_ACTIVE));
-  EXPECT_STREQ(advection->mInactiveReason, "it has no solver");
+  EXPECT_STREQ(advection->mInactiveReason, "it has no solver; name one under 'solver'");
 }

@@ -122,7 +122,7 @@ void Mesh::CheckDirty() {
   if (mObject && mReplays) mMatrixCache.Store(mScene->mClock.frame, {mObject->GlobalMatrix()});
   if (!mObject) {
     if (HasTriangles()) Reset();
-    Deactivate("it links no polygon object");
+    Deactivate("it links no polygon object; name one under 'object'");
   } else if (!mHasHistory || mSettling || mAltered || HasObjectChanged()) {
     SetFlag(FLAG_DIRTY, true);
   }
@@ -217,7 +217,7 @@ void Mesh::UpdateVertexVelocities(bool isStep) {
 void Mesh::Prepare(void*) {
   if (!IsDirty()) return;
   if (!mObject) {
-    Deactivate("it links no polygon object");
+    Deactivate("it links no polygon object; name one under 'object'");
     return;
   }
   UndoAlteration();

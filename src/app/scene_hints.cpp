@@ -1,0 +1,125 @@
+#include "app/scene_hints.h"
+
+#include <fmt/format.h>
+
+#include <limits>
+#include <set>
+
+#include "host/polygon_object.h"
+#include "nodes/catalogue.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using MELDO_SULVA::FindKind;
+using MELDO_SULVA::NodeKind;
+
+namespace {
+
+class HintFinder {
+ public:
+  HintFinder(const LoadedScene& scene, Diagnostics& diagnostics)
+      : mScene(scene), mDiagnostics(diagnostics) {}
+
+  void LookAt(const BaseNode& server) {
+    mNodes.clear();
+    Collect(server);
+    const double hostUnits = Number(server, "host_units", 100);
+    const double simulationUnits = Number(server, "simulation_units", 1);
+    const double cell = Number(server, "cell_size", 0.2) * hostUnits / simulationUnits;
+    for (const BaseNode* node : mNodes)
+      if (IsKind(*node, "mesh")) CheckSize(*node, cell);
+    CheckMoved();
+  }
+
+ private:
+  void Collect(const BaseNode& node) {
+    for (const BaseNode* child : node.Children()) {
+      if (child->IsEnabled()) mNodes.push_back(child);
+      Collect(*child);
+    }
+  }
+
+  static bool IsKind(const BaseNode& node, std::string_view type) {
+    const NodeKind* kind = FindKind(node.Type());
+    return kind && kind->type == type;
+  }
+
+  static const Value* ValueOf(const BaseNode& node, std::string_view name) {
+    if (node.Table())
+      for (const ParameterRow& row : *node.Table())
+        if (row.name == name) return node.Get(row.id);
+    return nullptr;
+  }
+
+  static double Number(const BaseNode& node, std::string_view name, double otherwise) {
+    const Value* value = ValueOf(node, name);
+    const double* number = value ? std::get_if<double>(value) : nullptr;
+    return number ? *number : otherwise;
+  }
+
+  const BaseNode* Linked(const BaseNode& node, std::string_view name) const {
+    const Value* value = ValueOf(node, name);
+    const Link* link = value ? std::get_if<Link>(value) : nullptr;
+    return link ? mScene.document->Find(link->node) : nullptr;
+  }
+
+  void Warn(const BaseNode& node, const std::string& text) {
+    mDiagnostics.Warning(
+        {mScene.path.string(), 0, 0},
+        fmt::format("{} \"{}\": {}", FindKind(node.Type())->type, Shown(node.Name()), text));
+  }
+
+  void CheckSize(const BaseNode& mesh, double cell) {
+    const auto* object = dynamic_cast<const PolygonObject*>(Linked(mesh, "object"));
+    if (!object || object->GetGeometry().points.empty()) return;
+    constexpr double kFar = std::numeric_limits<double>::infinity();
+    Vec3d low{kFar, kFar, kFar}, high{-kFar, -kFar, -kFar};
+    const Matrix place = object->GlobalMatrix();
+    for (const Vec3d& point : object->GetGeometry().points) {
+      const Vec3d p = place * point;
+      low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+      high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+    }
+    const double size = std::max({high.x - low.x, high.y - low.y, high.z - low.z});
+    if (size < cell)
+      Warn(mesh,
+           fmt::format("'{}' is {:.3g} host units large, less than one cell ({:.3g}); lengths "
+                       "of objects are host units, by default 100 to a metre",
+                       Shown(object->Name()), size, cell));
+  }
+
+  /// Channels that an emitter feeds stand still where no advection has them as its target.
+  void CheckMoved() {
+    bool hasSolver = false;
+    std::set<const BaseNode*> fed, moved;
+    for (const BaseNode* node : mNodes) {
+      hasSolver = hasSolver || IsKind(*node, "fluid");
+      if (IsKind(*node, "channelsettings")) fed.insert(Linked(*node, "channel"));
+      if (!IsKind(*node, "grid_advection")) continue;
+      const BaseNode* target = Linked(*node, "target");
+      moved.insert(target);
+      // A group stands for its children.
+      if (target) moved.insert(target->Children().begin(), target->Children().end());
+    }
+    if (!hasSolver) return;
+    for (const BaseNode* channel : mNodes)
+      if (fed.contains(channel) && !moved.contains(channel))
+        Warn(*channel,
+             "an emitter feeds it, but nothing moves it; add a grid_advection that has it "
+             "as its 'target'");
+  }
+
+  const LoadedScene& mScene;
+  Diagnostics& mDiagnostics;
+  std::vector<const BaseNode*> mNodes;
+};
+
+}  // namespace
+
+void AddHints(const LoadedScene& scene, Diagnostics& diagnostics) {
+  HintFinder finder(scene, diagnostics);
+  for (const BaseNode* server : scene.servers) finder.LookAt(*server);
+}
+
+}  // namespace MELDO_GLOBAL::app

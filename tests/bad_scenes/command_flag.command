@@ -1,0 +1,1 @@
+run good.scene --frame 0:3

@@ -1,0 +1,1 @@
+run good.scene --frames 3:1

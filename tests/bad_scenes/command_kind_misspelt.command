@@ -1,0 +1,1 @@
+nodes gridemiter

@@ -1,0 +1,1 @@
+render good.scene --out OUT

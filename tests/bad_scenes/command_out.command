@@ -1,0 +1,1 @@
+run good.scene --out /proc/nowhere/out

@@ -1,0 +1,1 @@
+run good.scene --frames 5:9 --out OUT

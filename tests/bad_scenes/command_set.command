@@ -1,0 +1,1 @@
+run good.scene --set scene.cellsize=1 --out OUT

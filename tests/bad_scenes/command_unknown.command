@@ -1,0 +1,1 @@
+rum good.scene
