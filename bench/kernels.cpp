@@ -141,10 +141,9 @@ void TimeAdvection(const Settings& s, double bandwidth) {
   Grid<double> predicted({n, n, n}, kCentre);
   Grid<u8> open({n, n, n}, kCentre);
   open.Fill(0xff);
+  const AdvectedField field{&source, &destination, &predicted};
   AdvectionData data{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
-                     .source = &source,
-                     .destination = &destination,
-                     .predicted = &predicted,
+                     .fields = {&field, 1},
                      .boundary = &boundary,
                      .solidCells = &open,
                      .step = 2 * h};

@@ -140,7 +140,7 @@ class Scene {
   void RunGroup(const std::vector<iObject*>& group);
   void RunSequentialOnce(const std::vector<iObject*>& group);
   void RunParallelOnce(const std::vector<iObject*>& group);
-  void RunSequentialPasses(iObject& object);
+  void RunSequentialPasses(iObject& object, const std::vector<iObject*>& group);
   void RunParallelPasses(iObject& object);
   void RunWorkers(const std::vector<iObject*>& group);
   void NoteRun(iObject& object);

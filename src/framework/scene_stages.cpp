@@ -123,8 +123,9 @@ bool Scene::RunStage(i32 stage, bool refreshOnly) {
   const iObject* previous = nullptr;
   for (iObject* object : CollectStage(stage)) {
     if (!object->IsDirty() || (refreshOnly && !object->RunsOnRefresh())) continue;
-    if (!previous || object->Has(FLAG_GROUP_BREAK) ||
-        object->IsIterative() != previous->IsIterative() ||
+    // Iterative objects run one by one whatever the group; together, they know who follows.
+    const bool opensGroup = object->Has(FLAG_GROUP_BREAK) && !object->IsIterative();
+    if (!previous || opensGroup || object->IsIterative() != previous->IsIterative() ||
         object->IsSequential() != previous->IsSequential())
       groups.emplace_back();
     groups.back().push_back(object);
@@ -144,8 +145,9 @@ void Scene::RunGroup(const std::vector<iObject*>& group) {
     return;
   }
   for (iObject* object : group) {
+    if (IsCancelled()) return;
     if (!object->Has(FLAG_ENABLED)) continue;
-    first.IsSequential() ? RunSequentialPasses(*object) : RunParallelPasses(*object);
+    first.IsSequential() ? RunSequentialPasses(*object, group) : RunParallelPasses(*object);
   }
 }
 
@@ -189,9 +191,10 @@ void Scene::RunParallelOnce(const std::vector<iObject*>& group) {
   for (iObject* object : group) object->Finish();
 }
 
-void Scene::RunSequentialPasses(iObject& object) {
+void Scene::RunSequentialPasses(iObject& object, const std::vector<iObject*>& group) {
   EvaluationThreadData data;
   data.thread = mThread;
+  data.objects = &group;
   bool noted = false;
   while (object.NextPass()) {
     object.Prepare();

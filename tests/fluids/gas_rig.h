@@ -69,16 +69,20 @@ class GasRig {
     gas->Finish();
   }
   /// Runs every object of a list in stage order of a sequential operator.
-  void RunOperators() {
+  /// The operators in list order, each for itself or knowing the others of its group.
+  void RunOperators(bool together = false) {
     scene->SetStage(kAdvection);
-    for (const auto& [id, object] : scene->List(kListOperators)) {
-      auto& work = static_cast<iObject&>(*object);
-      while (work.NextPass()) {
-        work.Prepare();
-        if (work.Has(FLAG_ACTIVE)) work.Evaluate({});
-        work.Finish();
+    std::vector<iObject*> group;
+    for (const auto& [id, object] : scene->List(kListOperators))
+      group.push_back(static_cast<iObject*>(object.get()));
+    EvaluationThreadData data;
+    if (together) data.objects = &group;
+    for (iObject* work : group)
+      while (work->NextPass()) {
+        work->Prepare();
+        if (work->Has(FLAG_ACTIVE)) work->Evaluate(data);
+        work->Finish();
       }
-    }
   }
   /// Set-up, bounds and solids: the state in which stages 6 to 11 may run.
   void Begin() {

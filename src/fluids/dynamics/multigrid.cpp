@@ -47,6 +47,7 @@ bool Multigrid::Level::Resize(const VecInt3D& size) {
 }
 
 void Multigrid::Free() {
+  mFormed = false;
   mLevels.clear();
   mScratch = {};
   mPartials = {};
@@ -109,14 +110,60 @@ bool Multigrid::SetSizes(const VecInt3D& dims, i32 threads) {
 }
 
 bool Multigrid::Build(const LatticeMatrix& matrix, i32 threads) {
+  const bool sameSize = mFormed && mLevels.front().dims == matrix.Dims();
+  mFormed = false;
   if (!SetSizes(matrix.Dims(), threads)) return false;
-  TakeMatrix(matrix);
-  for (std::size_t l = 1; l < mLevels.size(); ++l) FormCoarse(mLevels[l - 1], mLevels[l]);
-  FactorLast();
+  const bool changed = TakeMatrix(matrix) || !sameSize;
+  if (changed) {
+    for (std::size_t l = 1; l < mLevels.size(); ++l) FormCoarse(mLevels[l - 1], mLevels[l]);
+    FactorLast();
+  }
+  mFormed = true;
   return true;
 }
 
-void Multigrid::TakeMatrix(const LatticeMatrix& matrix) {
+namespace {
+
+/// The coupling of a row to its lower neighbour on `axis`, which has no row. No band holds it: such
+/// couplings are what the diagonal has beyond the other ones.
+double CouplingBelow(const LatticeMatrix& matrix, i64 row) {
+  const double* diagonal = matrix.Diagonal();
+  double excess = diagonal[row];
+  i32 missing = 0;
+  for (i32 axis = 0; axis < 3; ++axis) {
+    const i64 below = row - matrix.Offset(axis);
+    missing += !(diagonal[below] > 0);
+    excess += matrix.Upper(axis)[row] + matrix.Upper(axis)[below];
+  }
+  return excess <= 1e-9 * diagonal[row] ? 0.0 : excess / missing;
+}
+
+}  // namespace
+
+bool Multigrid::TakeLine(const LatticeMatrix& matrix, double scale, i32 y, i32 z,
+                         std::vector<float>& scratch) const {
+  const Level& level = mLevels.front();
+  const VecInt3D dims = level.dims;
+  const i64 first = level.Cell(0, y, z);
+  const double* diagonal = matrix.Diagonal() + first;
+  scratch.resize(dims.x);
+  InvertLine(diagonal, scale, scratch.data(), dims.x);
+  bool changed = ReplaceLine(scratch.data(), level.arrays[kInverse] + first, dims.x);
+  for (i32 axis = 0; axis < 3; ++axis) {
+    ScaleLine(matrix.Upper(axis) + first, -scale, scratch.data(), dims.x);
+    const i32 nextY = y + (axis == 1), nextZ = z + (axis == 2);
+    const bool hasAbove = nextY > 0 && nextY < dims.y - 1 && nextZ > 0 && nextZ < dims.z - 1;
+    const double* above = diagonal + level.Offset(axis);
+    for (i32 x = 0; hasAbove && x < dims.x - 1; ++x)
+      if (!(diagonal[x] > 0) && above[x] > 0)
+        scratch[x] =
+            static_cast<float>(scale * CouplingBelow(matrix, first + x + level.Offset(axis)));
+    changed |= ReplaceLine(scratch.data(), level.arrays[kWeight + axis] + first, dims.x);
+  }
+  return changed;
+}
+
+bool Multigrid::TakeMatrix(const LatticeMatrix& matrix) {
   const Level& level = mLevels.front();
   const VecInt3D dims = level.dims;
   const i64 layer = i64{dims.x} * dims.y;
@@ -125,39 +172,16 @@ void Multigrid::TakeMatrix(const LatticeMatrix& matrix) {
     return *std::max_element(diagonal + first, diagonal + last);
   });
   const double scale = largest > 0 ? 1 / largest : 1.0;
-  ForEachBlock(dims.z, level.threads, [&](i32 z) {
-    const i64 first = z * layer, last = first + layer;
-    for (const i32 a : {i32{kValue}, i32{kRhs}}) std::fill_n(level.arrays[a] + first, layer, 0.0F);
-    float* inverse = level.arrays[kInverse];
-    for (i64 c = first; c < last; ++c)
-      inverse[c] = diagonal[c] > 0 ? static_cast<float>(1 / (scale * diagonal[c])) : 0.0F;
-    for (i32 axis = 0; axis < 3; ++axis) {
-      float* weight = level.arrays[kWeight + axis];
-      const double* upper = matrix.Upper(axis);
-      for (i64 c = first; c < last; ++c) weight[c] = static_cast<float>(-scale * upper[c]);
-    }
+  const double changed = MaxBlocks(dims.z, 1, level.threads, [&](i64 z, i64) {
+    std::vector<float> scratch;
+    bool any = false;
+    for (const i32 a : {i32{kValue}, i32{kRhs}})
+      std::fill_n(level.arrays[a] + z * layer, layer, 0.0F);
+    for (i32 y = 0; y < dims.y; ++y)
+      any |= TakeLine(matrix, scale, y, static_cast<i32>(z), scratch);
+    return any ? 1.0 : 0.0;
   });
-  // Couplings to neighbours below that have no row stand in no band: they are what the diagonal has
-  // beyond the other ones.
-  ForEachBlock(std::max(0, dims.z - 2), level.threads, [&](i32 block) {
-    const i32 z = block + 1;
-    for (i32 y = 1; y < dims.y - 1; ++y)
-      for (i32 x = 1; x < dims.x - 1; ++x) {
-        const i32 c = level.Cell(x, y, z);
-        if (!(diagonal[c] > 0)) continue;
-        i32 missing[3], count = 0;
-        for (i32 axis = 0; axis < 3; ++axis)
-          if (!(diagonal[c - level.Offset(axis)] > 0)) missing[count++] = axis;
-        if (count == 0) continue;
-        double excess = diagonal[c];
-        for (i32 axis = 0; axis < 3; ++axis)
-          excess += matrix.Upper(axis)[c] + matrix.Upper(axis)[c - level.Offset(axis)];
-        if (excess <= 1e-9 * diagonal[c]) continue;
-        for (i32 i = 0; i < count; ++i)
-          level.arrays[kWeight + missing[i]][c - level.Offset(missing[i])] =
-              static_cast<float>(scale * excess / count);
-      }
-  });
+  return changed > 0;
 }
 
 bool Multigrid::IsWhole(const Level& fine, const VecInt3D& low) const {
@@ -311,23 +335,53 @@ void Multigrid::AddRow(const Level& fine, const Level& coarse, const VecInt3D& c
   }
 }
 
+/// Rows of a line of coarse cells. Where no fine cell about one lacks a row or strays, its row is a
+/// sum over its faces; the others are put together cell by cell.
+void Multigrid::FormLine(const Level& fine, const Level& coarse, i32 y, i32 z,
+                         CoarseLine& line) const {
+  const VecInt3D f = fine.factor, low = FirstChild({1, y, z}, f);
+  const i32 n = coarse.dims.x - 2, first = coarse.Cell(1, y, z);
+  const bool inside = f == VecInt3D{2, 2, 2} && low.y + 2 < fine.dims.y && low.z + 2 < fine.dims.z;
+  // An odd line's last coarse cell holds one fine cell only; its second isn't there.
+  const i32 whole = inside ? (fine.dims.x - 2) / 2 : 0;
+  line.least.assign(n, 0.0F);
+  if (inside) {
+    const i32 c = fine.Cell(1, low.y, low.z);
+    line.Sum(fine.arrays[kInverse] + c, fine.arrays[kValue] + c,
+             {fine.arrays[kWeight] + c, fine.arrays[kWeight + 1] + c, fine.arrays[kWeight + 2] + c},
+             fine.Offset(1), fine.Offset(2), 2 * whole);
+    const float ratioY[2] = {fine.axes[1].ratio[low.y - 1], fine.axes[1].ratio[low.y + 1]};
+    const float ratioZ[2] = {fine.axes[2].ratio[low.z - 1], fine.axes[2].ratio[low.z + 1]};
+    line.Form(fine.axes[0].ratio.data() + 1, ratioY, ratioZ, whole, coarse.arrays[kInverse] + first,
+              {coarse.arrays[kWeight] + first, coarse.arrays[kWeight + 1] + first,
+               coarse.arrays[kWeight + 2] + first});
+  }
+  const float* inverse = fine.arrays[kInverse];
+  const float* mark = fine.arrays[kValue];
+  const i32 lastY = std::min(low.y + f.y, fine.dims.y - 1);
+  const i32 lastZ = std::min(low.z + f.z, fine.dims.z - 1);
+  for (i32 i = 0; i < n; ++i) {
+    if (line.least[i] > 0) continue;
+    const i32 lowX = 1 + i * f.x, lastX = std::min(lowX + f.x, fine.dims.x - 1);
+    for (i32 fz = low.z; fz < lastZ; ++fz)
+      for (i32 fy = low.y; fy < lastY; ++fy)
+        for (i32 fx = lowX; fx < lastX; ++fx) {
+          const i32 c = fine.Cell(fx, fy, fz);
+          if (inverse[c] == 0 || mark[c] != 0) continue;
+          AddRow(fine, coarse, {fx, fy, fz}, first + i);
+        }
+  }
+}
+
 void Multigrid::FormCoarse(Level& fine, Level& coarse) {
   FindStrays(fine, coarse);
   const i64 layer = i64{coarse.dims.x} * coarse.dims.y;
   ForEachBlock(coarse.dims.z, coarse.threads, [&](i32 z) {
     for (i32 a = 0; a < kArrays; ++a) std::fill_n(coarse.arrays[a] + z * layer, layer, 0.0F);
   });
-  const float* inverse = fine.arrays[kInverse];
-  const float* mark = fine.arrays[kValue];
   ForEachBlock(std::max(0, coarse.dims.z - 2), fine.threads, [&](i32 block) {
-    const i32 z0 = block * fine.factor.z + 1, z1 = std::min(z0 + fine.factor.z, fine.dims.z - 1);
-    for (i32 z = z0; z < z1; ++z)
-      for (i32 y = 1; y < fine.dims.y - 1; ++y)
-        for (i32 x = 1; x < fine.dims.x - 1; ++x) {
-          const i32 c = fine.Cell(x, y, z);
-          if (inverse[c] == 0 || mark[c] != 0) continue;
-          AddRow(fine, coarse, {x, y, z}, Home(fine, coarse, {x, y, z}));
-        }
+    CoarseLine line;
+    for (i32 y = 1; y < coarse.dims.y - 1; ++y) FormLine(fine, coarse, y, block + 1, line);
   });
   for (const Stray& stray : fine.strays)
     if (stray.parent >= 0) AddRow(fine, coarse, fine.Place(stray.cell), stray.parent);

@@ -25,7 +25,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// result doesn't depend on the number of workers.
 class Multigrid {
  public:
-  /// Forms the levels; false when the memory can't be had. The matrix isn't used afterwards.
+  /// Forms the levels; false when the memory can't be had. The matrix isn't used afterwards. Levels
+  /// of the same entries as last time stand already.
   bool Build(const LatticeMatrix& matrix, i32 threads);
   void Free();
   i32 Levels() const { return static_cast<i32>(mLevels.size()); }
@@ -78,8 +79,12 @@ class Multigrid {
 
   static void SetPlaces(Level* fine, i32 axis, Level& level);
   bool SetSizes(const VecInt3D& dims, i32 threads);
-  void TakeMatrix(const LatticeMatrix& matrix);
+  /// Takes the entries in single precision; false when all are what they were.
+  bool TakeMatrix(const LatticeMatrix& matrix);
+  bool TakeLine(const LatticeMatrix& matrix, double scale, i32 y, i32 z,
+                std::vector<float>& scratch) const;
   void FormCoarse(Level& fine, Level& coarse);
+  void FormLine(const Level& fine, const Level& coarse, i32 y, i32 z, CoarseLine& line) const;
   void FindStrays(Level& fine, const Level& coarse);
   void FindStraysOf(const Level& fine, const VecInt3D& cell, std::vector<Stray>& strays) const;
   i32 ParentOfStray(const Level& fine, const Level& coarse, i32 cell) const;
@@ -106,6 +111,7 @@ class Multigrid {
                       std::vector<float>& scratch);
   void Prolong(Level& fine, const Level& coarse);
 
+  bool mFormed = false;  ///< the levels are those of the entries of the finest one
   std::deque<Level> mLevels;
   std::vector<std::vector<Stray>> mStraysOfLayers;
   std::vector<std::vector<float>> mScratch;  ///< one per worker

@@ -1,8 +1,92 @@
 #include "fluids/dynamics/multigrid_kernels.h"
 
+#include <algorithm>
+#include <limits>
+
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
+
+SULVA_WIDE_KERNEL void InvertLine(const double* diagonal, double scale, float* __restrict out,
+                                  i32 n) {
+  for (i32 i = 0; i < n; ++i) {
+    const double inverse = 1 / (scale * (diagonal[i] > 0 ? diagonal[i] : 1.0));
+    out[i] = diagonal[i] > 0 ? static_cast<float>(inverse) : 0.0F;
+  }
+}
+
+SULVA_WIDE_KERNEL void ScaleLine(const double* from, double scale, float* __restrict out, i32 n) {
+  for (i32 i = 0; i < n; ++i) out[i] = static_cast<float>(scale * from[i]);
+}
+
+SULVA_WIDE_KERNEL bool ReplaceLine(const float* from, float* __restrict to, i32 n) {
+  i32 changed = 0;
+  for (i32 i = 0; i < n; ++i) {
+    changed |= to[i] != from[i];
+    to[i] = from[i];
+  }
+  return changed != 0;
+}
+
+namespace {
+
+/// out = the least of `inverse` over four lines, 0 at strays.
+SULVA_WIDE_KERNEL void LeastOfFour(const float* inverse, const float* mark, const i32* lines,
+                                   float* __restrict out, i32 n) {
+  std::fill_n(out, n, std::numeric_limits<float>::max());
+  for (i32 l = 0; l < 4; ++l) {
+    const float *a = inverse + lines[l], *m = mark + lines[l];
+    for (i32 i = 0; i < n; ++i) {
+      const float v = m[i] != 0 ? 0.0F : a[i];
+      out[i] = v < out[i] ? v : out[i];
+    }
+  }
+}
+
+SULVA_WIDE_KERNEL void SumOfTwo(const float* a, const float* b, float* __restrict out, i32 n) {
+  for (i32 i = 0; i < n; ++i) out[i] = a[i] + b[i];
+}
+
+}  // namespace
+
+SULVA_WIDE_KERNEL void CoarseLine::Sum(const float* inverse, const float* mark,
+                                       std::array<const float*, 3> weight, i32 ny, i32 nz, i32 n) {
+  for (std::vector<float>* line : {&faces, &belowY, &aboveY, &belowZ, &aboveZ, &own, &beside})
+    line->resize(n + 2);
+  const i32 inner[] = {-1, ny - 1, nz - 1, ny + nz - 1};
+  const i32 sides[][4] = {{-ny, nz - ny, 2 * ny, nz + 2 * ny}, {-nz, ny - nz, 2 * nz, ny + 2 * nz}};
+  LeastOfFour(inverse, mark, inner, own.data(), n + 2);
+  LeastOfFour(inverse, mark, sides[0], beside.data(), n);
+  for (i32 i = 0; i < n / 2; ++i) {
+    const float* o = own.data() + 2 * i;
+    const float lowest = std::min(std::min(o[0], o[1]), std::min(o[2], o[3]));
+    least[i] = std::min(lowest, std::min(beside[2 * i], beside[2 * i + 1]));
+  }
+  LeastOfFour(inverse, mark, sides[1], beside.data(), n);
+  for (i32 i = 0; i < n / 2; ++i)
+    least[i] = std::min(least[i], std::min(beside[2 * i], beside[2 * i + 1]));
+  SumOfTwo(weight[1] - ny, weight[1] + nz - ny, belowY.data(), n);
+  SumOfTwo(weight[1] + ny, weight[1] + nz + ny, aboveY.data(), n);
+  SumOfTwo(weight[2] - nz, weight[2] + ny - nz, belowZ.data(), n);
+  SumOfTwo(weight[2] + nz, weight[2] + ny + nz, aboveZ.data(), n);
+  const float* x = weight[0] - 1;
+  for (i32 i = 0; i < n + 1; ++i) faces[i] = (x[i] + x[i + ny]) + (x[i + nz] + x[i + nz + ny]);
+}
+
+void CoarseLine::Form(const float* ratioX, const float* ratioY, const float* ratioZ, i32 n,
+                      float* diagonal, std::array<float*, 3> weight) const {
+  for (i32 i = 0; i < n; ++i) {
+    if (!(least[i] > 0)) continue;
+    const i32 a = 2 * i, b = a + 1;
+    const float x[2] = {ratioX[a - 1] * faces[a], ratioX[b] * faces[b + 1]};
+    const float y[2] = {ratioY[0] * (belowY[a] + belowY[b]), ratioY[1] * (aboveY[a] + aboveY[b])};
+    const float z[2] = {ratioZ[0] * (belowZ[a] + belowZ[b]), ratioZ[1] * (aboveZ[a] + aboveZ[b])};
+    diagonal[i] = (x[0] + x[1]) + (y[0] + y[1]) + (z[0] + z[1]);
+    weight[0][i] = x[1];
+    weight[1][i] = y[1];
+    weight[2][i] = z[1];
+  }
+}
 
 SULVA_WIDE_KERNEL void StartLine(const LevelLine& line, i32 phase, i32 n) {
   float* __restrict x = line.value;

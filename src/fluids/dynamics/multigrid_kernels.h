@@ -1,5 +1,8 @@
 // Loops over lines of cells along x of a level of the multigrid cycle.
 #pragma once
+#include <array>
+#include <vector>
+
 #include "host/types.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -13,6 +16,36 @@ struct LevelLine {
   const float* inverse;
   const float* weight[3];
   i32 ny, nz;  ///< distance of neighbours along y and z
+};
+
+/// out = the inverse of a scaled diagonal, 0 where it isn't positive.
+void InvertLine(const double* diagonal, double scale, float* __restrict out, i32 n);
+/// out = from, scaled, in single precision.
+void ScaleLine(const double* from, double scale, float* __restrict out, i32 n);
+/// Copies, and tells whether that changed anything.
+bool ReplaceLine(const float* from, float* __restrict to, i32 n);
+
+/// What a line of coarse cells takes from the four lines of fine cells that it holds.
+struct CoarseLine {
+  /// By coarse cell: more than 0 where all its fine cells and their neighbours have rows and none
+  /// strays.
+  std::vector<float> least;
+
+  /// Sums weights over the four lines, `n` fine cells long, whose first cells `inverse`, `mark`
+  /// (not 0: a stray) and `weight` point to, and finds `least`; `ny` and `nz` lead to the next
+  /// lines.
+  void Sum(const float* inverse, const float* mark, std::array<const float*, 3> weight, i32 ny,
+           i32 nz, i32 n);
+  /// Writes diagonal and couplings of the first `n` coarse cells where `least` is more than 0.
+  /// `ratio` are those of the fine faces, along x from the one above the first fine cell on, and
+  /// below and above the line.
+  void Form(const float* ratioX, const float* ratioY, const float* ratioZ, i32 n, float* diagonal,
+            std::array<float*, 3> weight) const;
+
+ private:
+  /// Along fine cells, one before the first and one beyond the last included in `faces`: weights of
+  /// the faces across x, and below and above the lines.
+  std::vector<float> faces, belowY, aboveY, belowZ, aboveZ, own, beside;
 };
 
 /// value = rhs over the diagonal in the cells i with (i + phase) even; the first half sweep of a

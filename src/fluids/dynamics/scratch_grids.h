@@ -7,14 +7,16 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Three work grids of a layout for whoever runs now: their content lasts from the start of an
+/// Work grids of a layout for whoever runs now: their content lasts from the start of an
 /// operator's run to its end. Kept from step to step, so that a steady state allocates nothing.
 class ScratchGrids {
  public:
+  static constexpr i32 kSlots = 4;
+
   ScratchGrids() = default;
   ScratchGrids(const ScratchGrids&) {}
 
-  /// Work grid `slot` (0, 1, 2) with the samples of `kind` over `cells`; holds anything. Null when
+  /// Work grid `slot`, below `kSlots`, with the samples of `kind` over `cells`; holds anything. Null when
   /// the memory isn't there.
   Grid<double>* Get(i32 slot, const VecInt3D& cells, i32 kind) {
     if (mCells != cells) {
@@ -43,7 +45,7 @@ class ScratchGrids {
     }
   };
   VecInt3D mCells{};
-  std::array<std::unique_ptr<Work>, 3> mGrids;
+  std::array<std::unique_ptr<Work>, kSlots> mGrids;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -13,10 +13,10 @@ constexpr double kPushOutMargin = 0.001;
 class Solids {
  public:
   explicit Solids(const AdvectionData& data)
-      : mSource(*data.source),
+      : mSource(data.Shape()),
         mBoundary(*data.boundary),
-        mCells(data.source->mLayout.dims),
-        mCellSize(data.source->mLayout.cellSize) {
+        mCells(mSource.mLayout.dims),
+        mCellSize(mSource.mLayout.cellSize) {
     const Grid<u8>* flags = data.solidCells;
     if (flags && flags->mData && flags->Dims() == mCells) mFlags = flags->mData;
     if (mSource.mKind != kFaceX && mSource.mKind != kFaceY && mSource.mKind != kFaceZ)
@@ -63,23 +63,32 @@ class Solids {
   u8 mOpen = SolidCells::kNoSolidSample;  ///< flags that make a sample of the target's kind open
 };
 
-/// Samples `g`, which has the shape of the target, at points in cells.
-void SampleRow(const AdvectionData& data, const Grid<double>& g, const RowVectors& points, i32 n,
+/// Points (cells) at which the fields are sampled, with the samples round them.
+struct SamplePoints {
+  const RowVectors* points;
+  i32 n;
+  RowCorners corners;
+
+  void Find(const AdvectionData& data, const RowVectors& at, i32 count) {
+    points = &at;
+    n = count;
+    FindCorners(at, OffsetOf(data.Shape().mKind), data.Shape().Dims(), n, corners);
+  }
+};
+
+/// Samples `g`, which has the shape of the fields.
+void SampleRow(const AdvectionData& data, const Grid<double>& g, const SamplePoints& at,
                double* out) {
-  const Vec3d offset = OffsetOf(data.source->mKind);
+  const Vec3d offset = OffsetOf(data.Shape().mKind);
   switch (static_cast<AdvectionSampling>(data.sampling)) {
-    case AdvectionSampling::Linear: {
-      RowCorners corners;
-      FindCorners(points, offset, g.Dims(), n, corners);
-      return Interpolate(g, corners, n, out);
-    }
+    case AdvectionSampling::Linear: return Interpolate(g, at.corners, at.n, out);
     case AdvectionSampling::BSpline:
-      for (i32 i = 0; i < n; ++i)
-        out[i] = Sample(g, points.At(i) - offset + Vec3d{0.5, 0.5, 0.5}, SAMPLE_BSPLINE);
+      for (i32 i = 0; i < at.n; ++i)
+        out[i] = Sample(g, at.points->At(i) - offset + Vec3d{0.5, 0.5, 0.5}, SAMPLE_BSPLINE);
       return;
     case AdvectionSampling::Monotonic:
-      for (i32 i = 0; i < n; ++i) {
-        const Vec3d c = points.At(i) - offset;
+      for (i32 i = 0; i < at.n; ++i) {
+        const Vec3d c = at.points->At(i) - offset;
         const MonotonicStencil stencil = MakeMonotonicStencil(c, g.Dims());
         out[i] = Sample(g, c, SAMPLE_MONOTONIC, &stencil);
       }
@@ -99,19 +108,19 @@ struct Chunk {
 /// Calls f(chunk) for all samples of the box, with paths traced back.
 template <class F>
 void ForEachChunk(const AdvectionData& data, const Solids& solids, const CellBox& box, F&& f) {
-  const EGrid<double>& source = *data.source;
-  const Vec3d offset = OffsetOf(source.mKind);
-  const double step = -data.step / source.mLayout.cellSize;
+  const EGrid<double>& shape = data.Shape();
+  const Vec3d offset = OffsetOf(shape.mKind);
+  const double step = -data.step / shape.mLayout.cellSize;
   Chunk c;
   for (i32 z = box.min.z; z < box.max.z; ++z)
     for (i32 y = box.min.y; y < box.max.y; ++y)
       for (i32 x = box.min.x; x < box.max.x; x += kRowChunk) {
         c.n = std::min(kRowChunk, box.max.x - x);
-        c.index = source.Index(x, y, z);
+        c.index = shape.Index(x, y, z);
         c.anySolid = solids.FindSolid(x, y, z, c.n, c.solid);
         for (i32 i = 0; i < c.n; ++i)
           c.start.Set(i, {x + i + offset.x, y + offset.y, z + offset.z});
-        VelocityAtSamples(data.velocity, source.mKind, x, y, z, c.n, c.k1);
+        VelocityAtSamples(data.velocity, shape.mKind, x, y, z, c.n, c.k1);
         TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, c.from);
         solids.PushOut(c.from, c.n, c.bent);
         f(c);
@@ -137,9 +146,9 @@ bool HasSampling(const AdvectionData& data) { return data.sampling >= 0 && data.
 
 /// Copies the part of the outermost layer of samples that a box of inner samples leaves out: whole
 /// rows beside it, and the ends of its own rows.
-void CopyBorder(const AdvectionData& data, const CellBox& box) {
-  const Grid<double>& source = *data.source;
-  double* out = data.predicted->mData;
+void CopyBorder(const AdvectedField& field, const CellBox& box) {
+  const Grid<double>& source = *field.source;
+  double* out = field.predicted->mData;
   const bool first = box.min.z == 1, last = box.max.z == source.mNz - 1;
   for (i32 z = box.min.z - first; z < box.max.z + last; ++z)
     for (i32 y = 0; y < source.mNy; ++y) {
@@ -158,44 +167,54 @@ void CopyBorder(const AdvectionData& data, const CellBox& box) {
 void AdvectBackward(const AdvectionData& data, const CellBox& box) {
   if (!HasSampling(data)) return;
   RowValues values;
+  SamplePoints from;
   ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
-    SampleRow(data, *data.source, c.from, c.n, values.v);
-    Store(c, values.v, nullptr, data.destination->mData);
+    from.Find(data, c.from, c.n);
+    for (const AdvectedField& field : data.fields) {
+      SampleRow(data, *field.source, from, values.v);
+      Store(c, values.v, nullptr, field.destination->mData);
+    }
   });
 }
 
 void Predict(const AdvectionData& data, const CellBox& box) {
   if (!HasSampling(data)) return;
-  CopyBorder(data, box);
+  for (const AdvectedField& field : data.fields) CopyBorder(field, box);
   RowValues values;
+  SamplePoints from;
   ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
-    SampleRow(data, *data.source, c.from, c.n, values.v);
-    Store(c, values.v, data.source->mData, data.predicted->mData);
+    from.Find(data, c.from, c.n);
+    for (const AdvectedField& field : data.fields) {
+      SampleRow(data, *field.source, from, values.v);
+      Store(c, values.v, field.source->mData, field.predicted->mData);
+    }
   });
 }
 
 void Correct(const AdvectionData& data, const CellBox& box) {
   if (!HasSampling(data)) return;
   const Solids solids(data);
-  const EGrid<double>& source = *data.source;
-  const Vec3d offset = OffsetOf(source.mKind);
-  const double step = data.step / source.mLayout.cellSize, half = 0.5 * data.strength;
-  RowVectors to;
+  const double step = data.step / data.Shape().mLayout.cellSize;
+  RowVectors end;
   RowValues values;
-  RowCorners corners;
+  SamplePoints from, to;
   bool bent[kRowChunk];
   ForEachChunk(data, solids, box, [&](const Chunk& c) {
-    TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, to);
-    solids.PushOut(to, c.n, bent);
-    SampleRow(data, *data.predicted, to, c.n, values.v);
-    const double* predicted = data.predicted->mData + c.index;
-    const double* before = source.mData + c.index;
-    for (i32 i = 0; i < c.n; ++i) values.v[i] = predicted[i] + half * (before[i] - values.v[i]);
-    FindCorners(c.from, offset, source.Dims(), c.n, corners);
-    LimitToCorners(source, corners, c.n, values.v);
-    for (i32 i = 0; i < c.n; ++i)
-      if (c.bent[i]) values.v[i] = predicted[i];
-    Store(c, values.v, nullptr, data.destination->mData);
+    TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, end);
+    solids.PushOut(end, c.n, bent);
+    from.Find(data, c.from, c.n);
+    to.Find(data, end, c.n);
+    for (const AdvectedField& field : data.fields) {
+      SampleRow(data, *field.predicted, to, values.v);
+      const double* predicted = field.predicted->mData + c.index;
+      const double* before = field.source->mData + c.index;
+      const double half = 0.5 * field.strength;
+      for (i32 i = 0; i < c.n; ++i) values.v[i] = predicted[i] + half * (before[i] - values.v[i]);
+      LimitToCorners(*field.source, from.corners, c.n, values.v);
+      for (i32 i = 0; i < c.n; ++i)
+        if (c.bent[i]) values.v[i] = predicted[i];
+      Store(c, values.v, nullptr, field.destination->mData);
+    }
   });
 }
 

@@ -1,5 +1,7 @@
-// Semi-Lagrangian advection of one grid.
+// Semi-Lagrangian advection of grids.
 #pragma once
+#include <span>
+
 #include "fluids/channels/trace_path.h"
 #include "fluids/dynamics/grid_boundary.h"
 #include "grids/for_each_cell.h"
@@ -9,18 +11,27 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// How advection samples its target between samples.
 enum class AdvectionSampling : i32 { Linear = 0, BSpline = 1, Monotonic = 2 };
 
-/// What the workers of one target grid see. All grids stand on the same layout.
+/// A field that is moved, and where to.
+struct AdvectedField {
+  const EGrid<double>* source = nullptr;
+  EGrid<double>* destination = nullptr;  ///< of the source's kind
+  Grid<double>* predicted = nullptr;     ///< of the source's shape, for the corrected scheme
+  double strength = 1.0;                 ///< of the correction
+};
+
+/// What the workers see. All grids stand on the same layout. Fields of one kind can be moved
+/// together: their samples lie at the same places, so that one path serves them all.
 struct AdvectionData {
   StaggeredVelocity velocity;
-  const EGrid<double>* source = nullptr;  ///< the field to be moved
-  EGrid<double>* destination = nullptr;   ///< of the source's kind
-  Grid<double>* predicted = nullptr;      ///< of the source's shape, for the corrected scheme
+  std::span<const AdvectedField> fields;  ///< one or more, of one kind
   const GridBoundary* boundary = nullptr;
   const Grid<u8>* solidCells = nullptr;  ///< flags of `SolidCells`; null asks the boundary
   double step = 0;                       ///< length of the time step, seconds
-  double strength = 1.0;                 ///< of the correction
   i32 order = 0;                         ///< of the path, see `TracePath`
   i32 sampling = 0;                      ///< `AdvectionSampling`; other numbers write nothing
+
+  /// Shape and kind of all fields.
+  const EGrid<double>& Shape() const { return *fields.front().source; }
 };
 
 /// Plain semi-Lagrangian step over the samples of `box` (inner samples only): every sample that

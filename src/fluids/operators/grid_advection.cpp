@@ -1,7 +1,9 @@
 #include "fluids/operators/grid_advection.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "fluids/dynamics/wall_velocities.h"
-#include "fluids/operators/advection_kernel.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -97,6 +99,7 @@ iBase* GridAdvection::Target() const {
 
 void GridAdvection::CheckDirty() {
   iObject::CheckDirty();
+  mMovedByCompanion = false;
   iBase* target = Target();
   if (IsDirty()) {
     if (target) target->MarkDirty(false);
@@ -124,6 +127,7 @@ bool GridAdvection::NextPass() {
 }
 
 void GridAdvection::Prepare(void*) {
+  if (mMovedByCompanion) return;
   SetFlag(FLAG_ACTIVE, false);
   const auto hasData = [](const EGrid<double>* grid) { return grid && grid->mData; };
   if (!mSolver) return (void)Deactivate("it has no solver; name one under 'solver'");
@@ -146,8 +150,46 @@ void GridAdvection::Prepare(void*) {
   SetFlag(FLAG_ACTIVE, true);
 }
 
-void GridAdvection::Evaluate(const EvaluationThreadData&) {
+bool GridAdvection::IsCompanion(const GridAdvection& other) const {
+  return mScalarTarget && other.mScalarTarget && other.Has(FLAG_ENABLED) &&
+         other.mSolver == mSolver && other.mScheme == mScheme && other.mTraceOrder == mTraceOrder &&
+         other.mSampling == mSampling;
+}
+
+AdvectedField GridAdvection::ScalarTargetField() const {
+  return {.source = mScalarTarget->mPrevious.get(),
+          .destination = mScalarTarget->GetGridForWrite(0),
+          .strength = mStrength};
+}
+
+std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObject*>& group) {
+  std::vector<AdvectedField> fields{ScalarTargetField()};
+  const EGrid<double>& shape = *fields.front().source;
+  std::vector<const ScalarField*> targets{mScalarTarget};
+  auto next = std::find(group.begin(), group.end(), this);
+  if (next == group.end()) return fields;
+  // Only those that follow at once: whatever ran in between may change what they read.
+  while (++next != group.end() && fields.size() < ScratchGrids::kSlots) {
+    auto* other = dynamic_cast<GridAdvection*>(*next);
+    if (!other || !IsCompanion(*other)) break;
+    if (std::find(targets.begin(), targets.end(), other->mScalarTarget) != targets.end()) break;
+    const EGrid<double>* grid = other->mScalarTarget->GetGrid(0);
+    if (!grid || grid->mKind != shape.mKind || grid->Dims() != shape.Dims()) break;
+    other->Prepare();
+    if (!other->Has(FLAG_ACTIVE)) break;
+    other->mMovedByCompanion = true;
+    targets.push_back(other->mScalarTarget);
+    fields.push_back(other->ScalarTargetField());
+  }
+  return fields;
+}
+
+void GridAdvection::Evaluate(const EvaluationThreadData& block) {
   if (!Has(FLAG_ACTIVE) || mPass != 0) return;
+  if (std::exchange(mMovedByCompanion, false)) {
+    mPass = 4;
+    return;
+  }
   VelocityField& field = mSolver->mVelocity;
   // The velocity moves through itself as it was before this stage, all else through what it is now.
   const bool movesVelocity = !mScalarTarget && !mVectorTarget;
@@ -163,16 +205,22 @@ void GridAdvection::Evaluate(const EvaluationThreadData&) {
   if (mScalarTarget && conservative) {
     AdvectConservative(velocity);
   } else if (mScalarTarget) {
-    AdvectGrid(mScalarTarget->mPrevious.get(), mScalarTarget->GetGridForWrite(0), velocity);
+    AdvectGrids(block.objects ? TakeCompanions(*block.objects)
+                              : std::vector<AdvectedField>{ScalarTargetField()},
+                velocity);
   } else {
     VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->mVelocity;
     for (i32 i = 0; i < 3; ++i)
-      if (!AdvectGrid(target.mPrevious[i].get(), target.GetGridForWrite(i), velocity)) break;
+      if (!AdvectGrids({{.source = target.mPrevious[i].get(),
+                         .destination = target.GetGridForWrite(i),
+                         .strength = mStrength}},
+                       velocity))
+        break;
   }
   mPass = 4;
 }
 
-void GridAdvection::AdvectConservative(const std::array<const EGrid<double>*, 3>& velocity) {
+void GridAdvection::AdvectConservative(const Velocity& velocity) {
   const EGrid<double>& source = *mScalarTarget->mPrevious;
   EGrid<double>& destination = *mScalarTarget->GetGridForWrite(0);
   const VecInt3D cells = source.Dims();
@@ -209,29 +257,32 @@ struct AdvectionWork {
 
 }  // namespace
 
-bool GridAdvection::AdvectGrid(const EGrid<double>* source, EGrid<double>* destination,
-                               const std::array<const EGrid<double>*, 3>& velocity) {
-  if (!source || !destination || !source->mData || !destination->mData) return false;
-  // The kernels work in cells of one layout.
-  const VecInt3D cells = source->mLayout.dims;
-  if (destination->Dims() != source->Dims() || velocity[0]->mLayout.dims != cells) return false;
+bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity) {
+  const EGrid<double>* shape = fields.front().source;
   const bool corrected = mScheme == static_cast<i32>(AdvectionScheme::MacCormack);
+  i32 slot = 0;
+  for (AdvectedField& field : fields) {
+    if (!field.source || !field.destination || !field.source->mData || !field.destination->mData)
+      return false;
+    // The kernels work in cells of one layout.
+    const VecInt3D cells = field.source->mLayout.dims;
+    if (field.source->Dims() != shape->Dims() || field.destination->Dims() != shape->Dims() ||
+        velocity[0]->mLayout.dims != cells)
+      return false;
+    if (!corrected) continue;
+    field.predicted = mSolver->mScratch.Get(slot++, cells, field.source->mKind);
+    if (!field.predicted) return false;
+  }
   AdvectionData data{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
-                     .source = source,
-                     .destination = destination,
+                     .fields = fields,
                      .boundary = &mSolver->mBoundary,
                      .solidCells = mSolver->mSolidCells.Get(),
-                     .strength = mStrength,
                      .order = mTraceOrder,
                      .sampling = mSampling};
-  if (corrected) {
-    data.predicted = mSolver->mScratch.Get(0, cells, source->mKind);
-    if (!data.predicted) return false;
-  }
 
   using Workers = ScalarGridControlThread<ScalarGridThread<AdvectionWork>>;
   Workers workers;
-  workers.SetRegion({1, 1, 1}, source->Dims() - VecInt3D{1, 1, 1});
+  workers.SetRegion({1, 1, 1}, shape->Dims() - VecInt3D{1, 1, 1});
   AdvectionWork work{.data = &data};
   MPdata share;
   share.thread = mScene->mThread;

@@ -1,6 +1,7 @@
 // Moves a field along a solver's velocity.
 #pragma once
 #include "fluids/dynamics/fluid_solver.h"
+#include "fluids/operators/advection_kernel.h"
 #include "fluids/operators/conservative_advection.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -14,6 +15,9 @@ enum class AdvectionScheme : i32 {
 
 /// Moves one target, a scalar channel, a vector channel or the solver's own velocity, in stage 6.
 /// Values of the step before are read from the target's second buffer.
+///
+/// Advections that run one after the other and move scalar channels in the same way are companions:
+/// the first one moves the fields of all along one set of paths, with the results of each alone.
 class GridAdvection : public iObject {
  public:
   GridAdvection(host::BaseNode* node, Scene* scene);
@@ -35,13 +39,19 @@ class GridAdvection : public iObject {
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridAdvection>(*this); }
 
  private:
+  using Velocity = std::array<const EGrid<double>*, 3>;
+
   iBase* Target() const;
-  /// Moves one grid through all passes of the scheme; false when it can't.
-  bool AdvectGrid(const EGrid<double>* source, EGrid<double>* destination,
-                  const std::array<const EGrid<double>*, 3>& velocity);
+  AdvectedField ScalarTargetField() const;
+  /// Collects the scalar target and those of the companions behind this advection in `group`, which
+  /// take no run of their own then.
+  std::vector<AdvectedField> TakeCompanions(const std::vector<iObject*>& group);
+  bool IsCompanion(const GridAdvection& other) const;
+  /// Moves grids of one kind through all passes of the scheme; false when it can't.
+  bool AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity);
 
   /// Moves the scalar target by a conservative scheme.
-  void AdvectConservative(const std::array<const EGrid<double>*, 3>& velocity);
+  void AdvectConservative(const Velocity& velocity);
 
   ConservativeAdvection mConservative;
   ScalarField* mScalarTarget = nullptr;
@@ -52,6 +62,7 @@ class GridAdvection : public iObject {
   i32 mSampling = 0;
   f32 mStrength = 1.0f;
   f32 mStep = 0;  ///< of the current pass, signed, seconds
+  bool mMovedByCompanion = false;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

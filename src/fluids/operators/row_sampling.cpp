@@ -1,5 +1,7 @@
 #include "fluids/operators/row_sampling.h"
 
+#include <cstring>
+
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -33,9 +35,6 @@ SULVA_WIDE_KERNEL void Advance(const RowVectors& start, const WeightedRow* rows,
     for (i32 i = 0; i < n; ++i) out[i] += from[i];
   }
 }
-
-inline double Lerp(double a, double b, double t) { return a + (b - a) * t; }
-
 }  // namespace
 
 SULVA_WIDE_KERNEL void FindCorners(const RowVectors& points, const Vec3d& offset,
@@ -68,32 +67,102 @@ SULVA_WIDE_KERNEL void FindCells(const RowVectors& points, const VecInt3D& cells
     out[i] = (cellOf(pz[i], d.z) * d.y + cellOf(py[i], d.y)) * d.x + cellOf(px[i], d.x);
 }
 
-void Interpolate(const Grid<double>& grid, const RowCorners& corners, i32 n, double* out) {
-  const double *fx = corners.fraction[0].v, *fy = corners.fraction[1].v,
-               *fz = corners.fraction[2].v;
+namespace {
+
+/// Points whose corners lie side by side are taken together: a smooth flow leaves neighbours
+/// together, and what they load lies in a row.
+constexpr i32 kRun = 4;
+typedef double RunLanes __attribute__((vector_size(kRun * sizeof(double))));
+
+inline bool IsRun(const i32* index) {
+  return index[1] - index[0] == 1 && index[2] - index[0] == 2 && index[3] - index[0] == 3;
+}
+
+/// value = the numbers from `p` on, one per lane. By reference, since lanes that the baseline has
+/// no registers for can't be returned.
+template <class T>
+inline __attribute__((always_inline)) void Load(const double* p, T& value) {
+  std::memcpy(&value, p, sizeof(T));
+}
+
+/// value += (the numbers from `p` on - value) * t.
+template <class T>
+inline __attribute__((always_inline)) void LerpTo(const double* p, const T& t, T& value) {
+  T other;
+  Load(p, other);
+  value += (other - value) * t;
+}
+
+/// Trilinear samples of points whose lower corners are at p, p + 1, ...
+template <class T>
+inline __attribute__((always_inline)) void InterpolateLanes(const double* p, i32 ny, i32 nz,
+                                                            const RowCorners& corners, i32 i,
+                                                            double* out) {
+  const double* q = p + nz;
+  T x, y, z, low, lowY, high, highY;
+  Load(corners.fraction[0].v + i, x);
+  Load(corners.fraction[1].v + i, y);
+  Load(corners.fraction[2].v + i, z);
+  Load(p, low);
+  Load(p + ny, lowY);
+  Load(q, high);
+  Load(q + ny, highY);
+  LerpTo(p + 1, x, low);
+  LerpTo(p + ny + 1, x, lowY);
+  LerpTo(q + 1, x, high);
+  LerpTo(q + ny + 1, x, highY);
+  low += (lowY - low) * y;
+  high += (highY - high) * y;
+  low += (high - low) * z;
+  std::memcpy(out + i, &low, sizeof(T));
+}
+
+template <class T>
+inline __attribute__((always_inline)) void LimitLanes(const double* p, i32 ny, i32 nz,
+                                                      double* value) {
+  T least, most, v;
+  Load(p, least);
+  most = least;
+  for (const i32 corner : {1, ny, ny + 1, nz, nz + 1, nz + ny, nz + ny + 1}) {
+    Load(p + corner, v);
+    least = v < least ? v : least;
+    most = v > most ? v : most;
+  }
+  Load(value, v);
+  v = most < v ? most : v;
+  v = least > v ? least : v;
+  std::memcpy(value, &v, sizeof(T));
+}
+
+}  // namespace
+
+SULVA_WIDE_KERNEL void Interpolate(const Grid<double>& grid, const RowCorners& corners, i32 n,
+                                   double* out) {
+  const double* data = grid.mData;
   const i32 ny = grid.mNx, nz = grid.mSlice;
-  for (i32 i = 0; i < n; ++i) {
-    const double* p = grid.mData + corners.index[i];
-    const double* q = p + nz;
-    const double x = fx[i], y = fy[i];
-    const double low = Lerp(Lerp(p[0], p[1], x), Lerp(p[ny], p[ny + 1], x), y);
-    const double high = Lerp(Lerp(q[0], q[1], x), Lerp(q[ny], q[ny + 1], x), y);
-    out[i] = Lerp(low, high, fz[i]);
+  for (i32 i = 0; i < n;) {
+    const double* p = data + corners.index[i];
+    if (i + kRun <= n && IsRun(corners.index + i)) {
+      InterpolateLanes<RunLanes>(p, ny, nz, corners, i, out);
+      i += kRun;
+    } else {
+      InterpolateLanes<double>(p, ny, nz, corners, i++, out);
+    }
   }
 }
 
-void LimitToCorners(const Grid<double>& grid, const RowCorners& corners, i32 n, double* values) {
+SULVA_WIDE_KERNEL void LimitToCorners(const Grid<double>& grid, const RowCorners& corners, i32 n,
+                                      double* values) {
+  const double* data = grid.mData;
   const i32 ny = grid.mNx, nz = grid.mSlice;
-  const auto low = [](double a, double b) { return a < b ? a : b; };
-  const auto high = [](double a, double b) { return a > b ? a : b; };
-  for (i32 i = 0; i < n; ++i) {
-    const double* p = grid.mData + corners.index[i];
-    const double* q = p + nz;
-    const double least = low(low(low(p[0], p[1]), low(p[ny], p[ny + 1])),
-                             low(low(q[0], q[1]), low(q[ny], q[ny + 1])));
-    const double most = high(high(high(p[0], p[1]), high(p[ny], p[ny + 1])),
-                             high(high(q[0], q[1]), high(q[ny], q[ny + 1])));
-    values[i] = high(least, low(most, values[i]));
+  for (i32 i = 0; i < n;) {
+    const double* p = data + corners.index[i];
+    if (i + kRun <= n && IsRun(corners.index + i)) {
+      LimitLanes<RunLanes>(p, ny, nz, values + i);
+      i += kRun;
+    } else {
+      LimitLanes<double>(p, ny, nz, values + i++);
+    }
   }
 }
 

@@ -392,6 +392,26 @@ TEST(Multigrid, IterationsHardlyGrowWithTheGrid) {
   }
 }
 
+TEST(Multigrid, LevelsThatStandAreKeptOnlyForTheSameMatrix) {
+  const auto solveAfter = [](Grid_MultigridSolver& solver, const VecInt3D& n, Inside inside) {
+    FillBox(solver, n, false, inside);
+    EXPECT_TRUE(solver.Solve());
+    return std::vector<double>(solver.GetResult().begin(), solver.GetResult().end());
+  };
+  const VecInt3D cube{34, 34, 34}, flat{36, 32, 34};
+  Grid_MultigridSolver used;
+  for (const auto& [n, inside] : {std::pair{cube, Inside::Walls},
+                                  {cube, Inside::Walls},
+                                  {cube, Inside::Nothing},
+                                  {flat, Inside::Nothing},
+                                  {cube, Inside::Walls},
+                                  {cube, Inside::Walls}}) {
+    Grid_MultigridSolver fresh;
+    EXPECT_EQ(solveAfter(used, n, inside), solveAfter(fresh, n, inside));
+    EXPECT_EQ(used.mIterations, fresh.mIterations);
+  }
+}
+
 TEST(Multigrid, TheCycleIsSymmetricAndPositive) {
   for (const double open : {1.0, 0.7}) {
     const System system({23, 14, 19}, open, false, 77);

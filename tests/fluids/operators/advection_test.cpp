@@ -4,6 +4,7 @@
 #include "fluids/channels/trace_path.h"
 #include "fluids/gas_rig.h"
 #include "fluids/operators/grid_advection.h"
+#include "fluids/operators/row_sampling.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
@@ -126,6 +127,71 @@ TEST(GridAdvection, WithStrengthZeroTheCorrectedSchemeIsThePlainOne) {
           results[scheme].push_back((*smoke.mGrid)(x, y, z));
   }
   EXPECT_EQ(results[0], results[1]);
+}
+
+TEST(GridAdvection, CompanionsEndAsEachAlone) {
+  // Six channels: the second half of the first three differs in its path, one channel moves twice.
+  const auto run = [](bool together, i32 scheme, i32 threads) {
+    AdvectionRig rig({40, 22, 12}, 0.1, threads);
+    std::vector<ScalarField*> fields;
+    for (const i32 order : {0, 0, 0, 1, 1, 1}) {
+      host::BaseNode& channel =
+          rig.Add("channel_scalar", "channel " + std::to_string(fields.size()));
+      fields.push_back(rig.Object<ScalarField>(channel));
+      host::BaseNode& move = rig.AddAdvection(&channel, scheme);
+      move.Set(1003, order);
+      move.Set(1007, 1.0 - 0.1 * fields.size());
+      if (fields.size() == 5) rig.AddAdvection(&channel, scheme).Set(1003, order);
+    }
+    rig.Begin();
+    rig.FillVelocity([](const Vec3d& p) { return Swirl(p, 2.0) * 9.0; });
+    for (std::size_t i = 0; i < fields.size(); ++i)
+      GasRig::Fill(*fields[i]->mGrid, [&](const Vec3d& p) {
+        return Bell(p, {0.5 + 0.3 * i, 0.7, 0.4}, 0.3) + 0.1 * std::sin(9 * p.x + i);
+      });
+    rig.RunOperators(together);
+    std::vector<double> all;
+    for (const ScalarField* field : fields)
+      all.insert(all.end(), field->mGrid->mData, field->mGrid->mData + field->mGrid->mCount);
+    return all;
+  };
+  for (const i32 scheme : {kSemiLagrangian, kMacCormack}) {
+    const std::vector<double> alone = run(false, scheme, 1);
+    EXPECT_EQ(run(true, scheme, 1), alone) << scheme;
+    EXPECT_EQ(run(true, scheme, 3), alone) << scheme;
+  }
+}
+
+TEST(RowSampling, RunsOfPointsRoundLikeSinglePoints) {
+  const VecInt3D dims{30, 9, 8};
+  Grid<double> g(dims, kCentre);
+  std::mt19937 random(7);
+  std::uniform_real_distribution<double> unit(0, 1);
+  for (i32 i = 0; i < g.mCount; ++i) g.mData[i] = unit(random) - 0.5;
+  for (i32 round = 0; round < 200; ++round) {
+    // A row that drifts, so that runs of every length and place occur, the border included.
+    RowVectors points;
+    const double drift = 0.9 + 0.2 * unit(random);
+    const Vec3d start{26 * unit(random) - 1, 8 * unit(random), 7 * unit(random)};
+    const i32 n = 1 + round % 29;
+    for (i32 i = 0; i < n; ++i) points.Set(i, start + Vec3d{i * drift, 0, 0});
+    RowCorners corners;
+    FindCorners(points, {}, dims, n, corners);
+    double row[kRowChunk], limited[kRowChunk];
+    Interpolate(g, corners, n, row);
+    std::fill_n(limited, n, round % 2 ? 1.0 : -1.0);
+    LimitToCorners(g, corners, n, limited);
+    for (i32 i = 0; i < n; ++i) {
+      ASSERT_EQ(row[i], SampleLinear(g, points.At(i)));
+      double bound = limited[i];
+      for (i32 k = 0; k < 8; ++k) {
+        const double v =
+            g.mData[corners.index[i] + (k & 1) + (k >> 1 & 1) * g.mNx + (k >> 2) * g.mSlice];
+        bound = round % 2 ? std::max(bound, v) : std::min(bound, v);
+      }
+      ASSERT_EQ(limited[i], bound);
+    }
+  }
 }
 
 TEST(GridAdvection, TheCorrectedSchemeIsSecondOrder) {
