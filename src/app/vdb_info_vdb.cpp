@@ -1,4 +1,5 @@
-#include <openvdb/io/Stream.h>
+#include <openvdb/io/Archive.h>
+#include <openvdb/io/GridDescriptor.h>
 #include <openvdb/openvdb.h>
 
 #include <fstream>
@@ -31,6 +32,34 @@ VdbGridInfo InfoOf(const openvdb::GridBase& grid) {
   return info;
 }
 
+/// The parts of the library's reader that tell where the grids of a file lie.
+struct Index : openvdb::io::Archive {
+  using Archive::inputHasGridOffsets;
+  using Archive::readGridCount;
+  using Archive::readHeader;
+  using Archive::setFormatVersion;
+};
+
+/// Throws `std::ios_base::failure` when a file was cut. The library never asks whether a read
+/// succeeded: it would go on with whatever its variables held. A stream that throws stops it at the
+/// first missing byte; the grids themselves, where that would leak, aren't read here.
+void ExpectWhole(const std::filesystem::path& path) {
+  std::ifstream bytes(path, std::ios::binary);
+  bytes.exceptions(std::ios::failbit | std::ios::badbit | std::ios::eofbit);
+  const auto size = static_cast<openvdb::Int64>(std::filesystem::file_size(path));
+  Index index;
+  index.readHeader(bytes);
+  index.setFormatVersion(bytes);
+  openvdb::MetaMap().readMeta(bytes);
+  if (!index.inputHasGridOffsets()) return;
+  for (openvdb::Int32 left = Index::readGridCount(bytes); left > 0; --left) {
+    openvdb::io::GridDescriptor grid;
+    grid.read(bytes);
+    if (grid.getEndPos() > size) throw std::ios_base::failure("cut");
+    grid.seekToEnd(bytes);
+  }
+}
+
 }  // namespace
 
 std::vector<VdbGridInfo> ReadVdbInfo(const std::filesystem::path& path) {
@@ -39,13 +68,12 @@ std::vector<VdbGridInfo> ReadVdbInfo(const std::filesystem::path& path) {
   };
   try {
     openvdb::initialize();
-    // The library never asks whether a read succeeded: on a file that was cut it would go on with
-    // whatever its variables held. A stream that throws stops it at the first missing byte.
-    std::ifstream bytes(path, std::ios::binary);
-    bytes.exceptions(std::ios::failbit | std::ios::badbit | std::ios::eofbit);
-    openvdb::io::Stream file(bytes, /*delayLoad=*/false);
+    ExpectWhole(path);
+    openvdb::io::File file(path.string());
+    file.open(false);
     std::vector<VdbGridInfo> infos;
-    for (const auto& grid : *file.getGrids()) infos.push_back(InfoOf(*grid));
+    const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
+    for (const auto& grid : *grids) infos.push_back(InfoOf(*grid));
     return infos;
   } catch (const std::ios_base::failure&) {
     fail("it ends too early");
