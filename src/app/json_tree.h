@@ -16,7 +16,7 @@ struct JsonValue {
   using Array = std::vector<JsonValue>;
   using Object = std::vector<JsonMember>;
 
-  std::variant<std::nullptr_t, bool, double, std::string, Array, Object> data = nullptr;
+  std::variant<std::nullptr_t, bool, double, std::string, Array, Object> data;  ///< null at first
   u32 line = 0;
   u32 column = 0;
 
