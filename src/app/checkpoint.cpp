@@ -66,6 +66,7 @@ std::vector<Checkpoints::Found> Checkpoints::List() const {
 }
 
 void Checkpoints::Discard() {
+  host::RemoveParts(mFolder);
   std::error_code ignored;
   for (const Found& found : List()) fs::remove(found.path, ignored);
 }
@@ -129,36 +130,44 @@ void Checkpoints::FrameDone(const RunState& run, Simulation& simulation) {
   const bool isDue = mFramesSince >= mEvery || host::MainThread().TestBreak();
   if (!isDue && SecondsSince(mTaken) * kMostShare < mCost) return;
   Take(run, simulation);
-  if (isDue) Write();
+  if (!isDue) return;
+  mFramesSince = 0;
+  Write();
 }
 
 void Checkpoints::Take(const RunState& run, Simulation& simulation) {
   const Clock::time_point start = Clock::now();
-  HyperFile file;
-  file.StartMemory(kCheckpointIdent);
-  WriteCheckpointHeader(file, {SULVA_VERSION, mScene, run});
-  StateWriter writer(file, host::ThreadCount());
-  simulation.Persist(writer, run.frame);
-  mBytes = file.TakeBytes();
-  mBytesFrame = run.frame;
+  auto file = std::make_unique<HyperFile>();
+  if (file->Open(kCheckpointIdent, PathOf(run.frame), HyperFile::Mode::kWrite)) {
+    WriteCheckpointHeader(*file, {SULVA_VERSION, mScene, run});
+    StateWriter writer(*file, host::ThreadCount());
+    simulation.Persist(writer, run.frame);
+  }
+  if (file->Seal()) {
+    mNewest = std::move(file);
+    mNewestFrame = run.frame;
+  } else {
+    mWarning = file->Error();
+  }
   mTaken = Clock::now();
   mCost = SecondsSince(start);
 }
 
 void Checkpoints::Write() {
-  mFramesSince = 0;
-  if (mBytes.empty()) return;
-  try {
-    host::WriteFileAtomically(mFolder / fmt::format("{:05}{}", mBytesFrame, kSuffix), mBytes);
-  } catch (const host::FileError& error) {
-    mWarning = error.what();
+  if (!mNewest) return;
+  const std::unique_ptr<HyperFile> newest = std::move(mNewest);
+  if (!newest->Close()) {
+    mWarning = newest->Error();
     return;
   }
-  mWrittenFrame = mBytesFrame;
-  mBytes.clear();
+  mWrittenFrame = mNewestFrame;
   const std::vector<Found> all = List();
   std::error_code ignored;
   for (std::size_t i = kKept; i < all.size(); ++i) fs::remove(all[i].path, ignored);
+}
+
+fs::path Checkpoints::PathOf(i32 frame) const {
+  return mFolder / fmt::format("{:05}{}", frame, kSuffix);
 }
 
 std::optional<i32> Checkpoints::WriteNewest() {

@@ -2,6 +2,7 @@
 #pragma once
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,8 +32,8 @@ bool ReadCheckpointHeader(HyperFile& file, CheckpointHeader& header);
 /// Writes and restores the checkpoints of one run, in a folder of their own; the newest two are
 /// kept.
 ///
-/// Besides those that are due, states are kept in memory as often as that costs little, so that an
-/// interrupt, which cuts a frame short, loses little: that state is written then.
+/// Besides those that are due, states are written beside as often as that costs little, so that an
+/// interrupt, which cuts a frame short, loses little: that state becomes a checkpoint then.
 class Checkpoints {
  public:
   /// `every`: frames from one checkpoint to the next; 0 takes none.
@@ -52,7 +53,7 @@ class Checkpoints {
 
   /// After a frame. A checkpoint that can't be written is a warning, told once.
   void FrameDone(const RunState& run, Simulation& simulation);
-  /// Writes the newest state that is in memory; the frame of the newest checkpoint then.
+  /// Makes a checkpoint of the newest state; the frame of the newest checkpoint then.
   std::optional<i32> WriteNewest();
   const std::string& Warning() const { return mWarning; }
 
@@ -63,6 +64,7 @@ class Checkpoints {
     std::filesystem::path path;
   };
   std::vector<Found> List() const;
+  std::filesystem::path PathOf(i32 frame) const;
   void Take(const RunState& run, Simulation& simulation);
   void Write();
 
@@ -71,8 +73,8 @@ class Checkpoints {
   i32 mEvery;
   i32 mFramesSince = 0;  ///< the last one was written
   std::optional<i32> mWrittenFrame;
-  std::string mBytes;  ///< of the newest state; empty when it is written
-  i32 mBytesFrame = 0;
+  std::unique_ptr<HyperFile> mNewest;  ///< the newest state, whole beside its place; or none
+  i32 mNewestFrame = 0;
   Clock::time_point mTaken = Clock::now();
   double mCost = 0;  ///< seconds to take the last state
   std::string mWarning;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <utility>
@@ -18,6 +19,9 @@ namespace {
 constexpr char kMagic[8] = {'\x89', 'S', 'V', 'H', 'F', '\r', '\n', '\x1a'};
 constexpr u32 kByteOrder = 0x01020304;
 constexpr std::size_t kHeader = 32, kTrailer = 8, kBodyLengthAt = 24;
+constexpr u64 kPrime = 0x9e3779b97f4a7c15ull;
+// What is gathered before it is written, and read back at once.
+constexpr std::size_t kGathered = std::size_t{1} << 20;
 
 template <class T>
 T Load(const char* at) {
@@ -28,20 +32,32 @@ T Load(const char* at) {
 
 }  // namespace
 
-// Four lanes of words, each a multiplicative hash with a rotation, so that high bits reach low ones
-// too (after Fowler, Noll, Vo: FNV-1a). Every step is one to one in the word and in the lane.
-u64 ChecksumOf(std::string_view bytes) {
-  constexpr u64 prime = 0x9e3779b97f4a7c15ull;
-  u64 lanes[4] = {1, 2, 3, 4};
+void Checksum::Add(std::string_view bytes) {
   std::size_t at = 0;
-  for (; at + 32 <= bytes.size(); at += 32)
+  for (; at + kStep <= bytes.size(); at += kStep)
     for (int i = 0; i < 4; ++i)
-      lanes[i] = std::rotl(lanes[i] ^ Load<u64>(bytes.data() + at + 8 * i), 29) * prime;
-  u64 hash = bytes.size();
-  for (const u64 lane : lanes) hash = std::rotl(hash ^ lane, 31) * prime;
-  for (; at < bytes.size(); ++at) hash = std::rotl(hash ^ static_cast<u8>(bytes[at]), 29) * prime;
+      mLanes[i] = std::rotl(mLanes[i] ^ Load<u64>(bytes.data() + at + 8 * i), 29) * kPrime;
+  mCount += bytes.size();
+  mRest = bytes.substr(at);
+}
+
+u64 Checksum::Value() const {
+  u64 hash = mCount;
+  for (const u64 lane : mLanes) hash = std::rotl(hash ^ lane, 31) * kPrime;
+  for (const char byte : mRest) hash = std::rotl(hash ^ static_cast<u8>(byte), 29) * kPrime;
   return hash ^ hash >> 32;
 }
+
+u64 ChecksumOf(std::string_view bytes) {
+  Checksum sum;
+  sum.Add(bytes);
+  return sum.Value();
+}
+
+HyperFile::HyperFile() = default;
+HyperFile::~HyperFile() = default;
+HyperFile::HyperFile(HyperFile&&) noexcept = default;
+HyperFile& HyperFile::operator=(HyperFile&&) noexcept = default;
 
 // ---- the file -----------------------------------------------------------------------------------
 
@@ -50,8 +66,9 @@ bool HyperFile::Open(u32 ident, const fs::path& path, Mode mode) {
   mName = path.string();
   mError.clear();
   if (mode == Mode::kWrite) {
-    StartMemory(ident);
-    return true;
+    Start(ident);
+    Try([&] { mPart = std::make_unique<host::PartFile>(path); });
+    return mError.empty();
   }
   std::string bytes;
   try {
@@ -68,6 +85,8 @@ bool HyperFile::Open(u32 ident, const fs::path& path, Mode mode) {
 bool HyperFile::OpenMemory(u32 ident, std::string bytes, std::string name) {
   mName = std::move(name);
   mBytes = std::move(bytes);
+  mGone = 0;
+  mPart.reset();
   mError.clear();
   mChunks.clear();
   mWriting = false;
@@ -110,6 +129,13 @@ bool HyperFile::CheckFrame(u32 ident) {
 }
 
 void HyperFile::StartMemory(u32 ident) {
+  mError.clear();
+  Start(ident);
+}
+
+void HyperFile::Start(u32 ident) {
+  mPart.reset();
+  mGone = 0;
   mBytes.assign(kMagic, sizeof kMagic);
   const u32 words[4] = {ident, kVersion, kByteOrder, 0};
   mBytes.append(reinterpret_cast<const char*>(words), sizeof words);
@@ -120,21 +146,23 @@ void HyperFile::StartMemory(u32 ident) {
 
 void HyperFile::Finish() {
   while (!mChunks.empty()) WriteChunkEnd();
-  const u64 body = mBytes.size() - kHeader;
-  std::memcpy(mBytes.data() + kBodyLengthAt, &body, sizeof body);
-  const u64 sum = ChecksumOf(mBytes);
-  mBytes.append(reinterpret_cast<const char*>(&sum), sizeof sum);
+  Patch(kBodyLengthAt, Size() - kHeader);
+  const u64 sum = ChecksumOfWritten();
+  Append(&sum, sizeof sum);
   mWriting = false;
 }
 
-bool HyperFile::Close() {
+bool HyperFile::Seal() {
   if (!mWriting) return mError.empty();
   Finish();
-  try {
-    host::WriteFileAtomically(mPath, mBytes);
-  } catch (const host::FileError& error) {
-    mError = error.what();
-  }
+  Flush();
+  if (!mError.empty()) mPart.reset();
+  return mError.empty();
+}
+
+bool HyperFile::Close() {
+  if (Seal() && mPart) Try([&] { mPart->Commit(); });
+  mPart.reset();
   return mError.empty();
 }
 
@@ -158,15 +186,70 @@ std::string FrameBody(u32 ident, std::string_view body) {
 
 // ---- writing ------------------------------------------------------------------------------------
 
+template <class Work>
+void HyperFile::Try(Work&& work) {
+  try {
+    if (mError.empty()) work();
+  } catch (const host::FileError& error) {
+    mError = error.what();
+  }
+}
+
+void HyperFile::Flush() {
+  if (mPart) Try([&] { mPart->Append(mBytes); });
+  mGone += mBytes.size();
+  mBytes.clear();
+}
+
+void HyperFile::Append(const void* data, std::size_t bytes) {
+  if (!mError.empty()) return;
+  const std::string_view added(static_cast<const char*>(data), bytes);
+  if (mPart && mBytes.size() + bytes > kGathered) {
+    Flush();
+    if (bytes > kGathered) {
+      Try([&] { mPart->Append(added); });
+      mGone += bytes;
+      return;
+    }
+  }
+  mBytes.append(added);
+}
+
+void HyperFile::Patch(std::size_t at, u64 value) {
+  if (!mError.empty()) return;
+  const std::string_view bytes(reinterpret_cast<const char*>(&value), sizeof value);
+  if (at >= mGone) {
+    bytes.copy(mBytes.data() + (at - mGone), bytes.size());
+  } else {
+    Try([&] { mPart->Patch(at, bytes); });
+  }
+}
+
+// Lengths are patched, so that the sum can't be taken while the bytes pass by.
+u64 HyperFile::ChecksumOfWritten() {
+  if (!mPart) return ChecksumOf(mBytes);
+  Flush();
+  Checksum sum;
+  Try([&] {
+    std::string piece;
+    for (std::size_t at = 0; at < mGone; at += piece.size()) {
+      piece.resize(std::min(kGathered, mGone - at));
+      mPart->Read(at, piece);
+      sum.Add(piece);
+    }
+  });
+  return sum.Value();
+}
+
 void HyperFile::Put(Tag tag, const void* data, std::size_t bytes) {
-  mBytes.push_back(static_cast<char>(tag));
-  mBytes.append(static_cast<const char*>(data), bytes);
+  Append(&tag, 1);
+  Append(data, bytes);
 }
 
 void HyperFile::PutCounted(Tag tag, const void* data, std::size_t bytes) {
   const u64 length = bytes;
   Put(tag, &length, sizeof length);
-  mBytes.append(static_cast<const char*>(data), bytes);
+  Append(data, bytes);
 }
 
 void HyperFile::WriteBool(bool value) {
@@ -190,14 +273,14 @@ void HyperFile::WriteChunkStart(i32 id, i32 level) {
   std::memcpy(head, &id, 4);
   std::memcpy(head + 4, &level, 4);
   Put(kChunkStart, head, sizeof head);
-  mChunks.push_back(mBytes.size() - sizeof(u64));
+  mChunks.push_back(Size() - sizeof(u64));
 }
 
 void HyperFile::WriteChunkEnd() {
   if (mChunks.empty()) return;
-  mBytes.push_back(static_cast<char>(kChunkEnd));
-  const u64 length = mBytes.size() - mChunks.back() - sizeof(u64);
-  std::memcpy(mBytes.data() + mChunks.back(), &length, sizeof length);
+  const Tag end = kChunkEnd;
+  Append(&end, 1);
+  Patch(mChunks.back(), Size() - mChunks.back() - sizeof(u64));
   mChunks.pop_back();
 }
 

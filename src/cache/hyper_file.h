@@ -2,12 +2,17 @@
 #pragma once
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "host/vector.h"
+
+namespace MELDO_GLOBAL::host {
+class PartFile;
+}
 
 namespace MELDO_GLOBAL {
 
@@ -24,20 +29,28 @@ inline constexpr u32 kCacheIdent = IdentOf("zlsv");
 ///
 /// The file: a header of 32 bytes (8 of magic, the ident, the format's version, a mark of the byte
 /// order, 4 of zero, the length of the body), the body of items, a checksum of all before it.
-/// Writing gathers the file in memory; `Close` puts it on the disk, whole or not at all. Opening
-/// reads the file and checks header, length and checksum. No operation throws: those that fail
-/// answer false, and `Error` tells the first reason.
+/// What is written goes on into a file beside, so that little of it stands in memory; `Close` gives
+/// that its name, whole or not at all. Opening reads the file and checks header, length and
+/// checksum. No operation throws: those that fail answer false, and `Error` tells the first reason;
+/// what is written behind a failure is dropped.
 class HyperFile {
  public:
   enum class Mode { kRead = 1, kWrite = 2 };
   static constexpr u32 kVersion = 1;
+
+  HyperFile();
+  ~HyperFile();
+  HyperFile(HyperFile&&) noexcept;
+  HyperFile& operator=(HyperFile&&) noexcept;
 
   bool Open(u32 ident, const std::filesystem::path& path, Mode mode);
   /// Reads what stands in memory; `name` stands for the file in messages.
   bool OpenMemory(u32 ident, std::string bytes, std::string name = "memory");
   /// Starts a file that `TakeBytes` gives back instead of `Close`.
   void StartMemory(u32 ident);
-  /// Writes the file if it was opened to be written; false where that fails.
+  /// Ends a file that is written, which is then whole beside its place; false where that fails.
+  bool Seal();
+  /// Ends a file that is written and puts it in its place; false where that fails.
   bool Close();
   /// The whole file, header and checksum included, and an empty stream.
   std::string TakeBytes();
@@ -46,7 +59,7 @@ class HyperFile {
   /// The file's path, or what stands for it.
   const std::string& Name() const { return mName; }
   /// The size of the file that was opened or written, bytes.
-  std::size_t Size() const { return mBytes.size(); }
+  std::size_t Size() const { return mGone + mBytes.size(); }
 
   void WriteLong(i32 value) { Put(kLong, &value, sizeof value); }
   void WriteLLong(i64 value) { Put(kLLong, &value, sizeof value); }
@@ -60,7 +73,7 @@ class HyperFile {
   void WriteText(std::string_view text);
   void WriteMemory(const void* data, std::size_t bytes);
   /// Items that another stream wrote.
-  void WriteItems(std::string_view items) { mBytes.append(items); }
+  void WriteItems(std::string_view items) { Append(items.data(), items.size()); }
   void WriteChunkStart(i32 id, i32 level);
   void WriteChunkEnd();
 
@@ -104,6 +117,16 @@ class HyperFile {
   };
   static const char* NameOf(u8 tag);
 
+  void Start(u32 ident);
+  void Append(const void* data, std::size_t bytes);
+  /// A length that is known later than the place where it stands.
+  void Patch(std::size_t at, u64 value);
+  /// Moves what is gathered into the file beside.
+  void Flush();
+  /// Runs what may throw a FileError.
+  template <class Work>
+  void Try(Work&& work);
+  u64 ChecksumOfWritten();
   void Put(Tag tag, const void* data, std::size_t bytes);
   void PutCounted(Tag tag, const void* data, std::size_t bytes);
   bool Get(Tag tag, void* data, std::size_t bytes);
@@ -118,6 +141,8 @@ class HyperFile {
 
   std::filesystem::path mPath;
   std::string mName;
+  std::unique_ptr<host::PartFile> mPart;  ///< of a file that is written, until it has its name
+  std::size_t mGone = 0;  ///< bytes that `mBytes` no longer holds: they are in `mPart`
   std::string mBytes;
   std::size_t mAt = 0;   ///< of the next item to read
   std::size_t mEnd = 0;  ///< of the body that is read
@@ -130,7 +155,22 @@ class HyperFile {
 /// A whole file round items that are there as bytes: a header and checksum that fit.
 std::string FrameBody(u32 ident, std::string_view body);
 
-/// A checksum of 64 bits. A change of any one byte changes it.
+/// A checksum of 64 bits, taken piece by piece. A change of any one byte changes it.
+///
+/// Four lanes of words, each a multiplicative hash with a rotation, so that high bits reach low
+/// ones too (after Fowler, Noll, Vo: FNV-1a). Every step is one to one in the word and in the lane.
+class Checksum {
+ public:
+  static constexpr std::size_t kStep = 32;
+  /// Every piece but the last has a multiple of `kStep` bytes.
+  void Add(std::string_view bytes);
+  u64 Value() const;
+
+ private:
+  u64 mLanes[4] = {1, 2, 3, 4};
+  u64 mCount = 0;
+  std::string mRest;  ///< less than a step
+};
 u64 ChecksumOf(std::string_view bytes);
 
 }  // namespace MELDO_GLOBAL

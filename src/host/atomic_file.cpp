@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace MELDO_GLOBAL::host {
@@ -18,55 +19,78 @@ namespace {
   throw FileError("cannot write " + path.string() + ": " + std::strerror(error));
 }
 
-/// An open file descriptor that is closed at the end of its life.
-class Descriptor {
- public:
-  Descriptor(const fs::path& path, int flags)
-      : mFd(::open(path.c_str(), flags | O_CLOEXEC, 0666)) {}
-  ~Descriptor() {
-    if (mFd >= 0) ::close(mFd);
+/// Repeats a system call that moves bytes from or to `at` until all are moved, or one fails or
+/// moves none; the bytes moved, or the error's number below 0.
+template <class Char, class Call>
+i64 MoveAll(Char* at, std::size_t bytes, Call&& call) {
+  std::size_t moved = 0;
+  while (moved < bytes) {
+    const ssize_t count = call(at + moved, bytes - moved, moved);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return -errno;
+    if (count == 0) break;
+    moved += static_cast<std::size_t>(count);
   }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  bool IsOpen() const { return mFd >= 0; }
-  /// 0, or the error's number.
-  int Write(std::string_view bytes) {
-    while (!bytes.empty()) {
-      const ssize_t written = ::write(mFd, bytes.data(), bytes.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) return errno;
-      bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return 0;
-  }
-  /// Fills `bytes`, less where the file ends; the count, or the error's number below 0.
-  long Read(std::string& bytes) {
-    std::size_t count = 0;
-    while (count < bytes.size()) {
-      const ssize_t read = ::read(mFd, bytes.data() + count, bytes.size() - count);
-      if (read < 0 && errno == EINTR) continue;
-      if (read < 0) return -errno;
-      if (read == 0) break;
-      count += static_cast<std::size_t>(read);
-    }
-    return static_cast<long>(count);
-  }
-  int Sync() { return ::fsync(mFd) == 0 ? 0 : errno; }
-
- private:
-  int mFd;
-};
-
-/// Writes and flushes the file beside; the number of the error, or 0.
-int WritePart(const fs::path& part, std::string_view bytes) {
-  Descriptor file(part, O_WRONLY | O_CREAT | O_TRUNC);
-  if (!file.IsOpen()) return errno;
-  if (const int error = file.Write(bytes)) return error;
-  return file.Sync();
+  return static_cast<i64>(moved);
 }
 
+/// Closes a file at the end of its life.
+struct Descriptor {
+  ~Descriptor() {
+    if (number >= 0) ::close(number);
+  }
+  int number;
+};
+
 }  // namespace
+
+PartFile::PartFile(fs::path path) : mPath(std::move(path)), mPart(mPath) {
+  if (mPath.has_parent_path()) MakeFolder(mPath.parent_path());
+  mPart += kPartSuffix;
+  mFile = ::open(mPart.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (mFile < 0) Fail(mPath, errno);
+}
+
+PartFile::~PartFile() {
+  if (mFile < 0) return;
+  ::close(mFile);
+  ::unlink(mPart.c_str());
+}
+
+void PartFile::Append(std::string_view bytes) {
+  const i64 written =
+      MoveAll(bytes.data(), bytes.size(),
+              [&](const char* at, std::size_t n, std::size_t) { return ::write(mFile, at, n); });
+  if (written < 0) Fail(mPath, static_cast<int>(-written));
+  mSize += bytes.size();
+}
+
+void PartFile::Patch(u64 at, std::string_view bytes) {
+  const i64 written =
+      MoveAll(bytes.data(), bytes.size(), [&](const char* from, std::size_t n, std::size_t done) {
+        return ::pwrite(mFile, from, n, static_cast<off_t>(at + done));
+      });
+  if (written < 0) Fail(mPath, static_cast<int>(-written));
+}
+
+void PartFile::Read(u64 at, std::span<char> bytes) const {
+  const i64 read =
+      MoveAll(bytes.data(), bytes.size(), [&](char* to, std::size_t n, std::size_t done) {
+        return ::pread(mFile, to, n, static_cast<off_t>(at + done));
+      });
+  if (read != static_cast<i64>(bytes.size())) Fail(mPath, read < 0 ? static_cast<int>(-read) : EIO);
+}
+
+void PartFile::Commit() {
+  if (::fsync(mFile) != 0) Fail(mPath, errno);
+  // Some file systems tell of a failed write when the file is closed.
+  const int closed = ::close(std::exchange(mFile, -1));
+  if (closed != 0 || ::rename(mPart.c_str(), mPath.c_str()) != 0) {
+    const int error = errno;
+    ::unlink(mPart.c_str());
+    Fail(mPath, error);
+  }
+}
 
 void MakeFolder(const fs::path& path) {
   std::error_code error;
@@ -77,28 +101,24 @@ void MakeFolder(const fs::path& path) {
 }
 
 void WriteFileAtomically(const fs::path& path, std::string_view bytes) {
-  if (path.has_parent_path()) MakeFolder(path.parent_path());
-  fs::path part = path;
-  part += kPartSuffix;
-  int error = WritePart(part, bytes);
-  if (!error && ::rename(part.c_str(), path.c_str()) != 0) error = errno;
-  if (error) {
-    ::unlink(part.c_str());
-    Fail(path, error);
-  }
+  PartFile file(path);
+  file.Append(bytes);
+  file.Commit();
 }
 
 std::string ReadFile(const fs::path& path) {
   const auto fail = [&](int error) {
     throw FileError("cannot read " + path.string() + ": " + std::strerror(error));
   };
-  Descriptor file(path, O_RDONLY);
-  if (!file.IsOpen()) fail(errno);
   std::error_code failed;
   std::string bytes;
+  const Descriptor file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+  if (file.number < 0) fail(errno);
   bytes.resize(fs::file_size(path, failed));
   if (failed) fail(failed.value());
-  const long count = file.Read(bytes);
+  const i64 count = MoveAll(bytes.data(), bytes.size(), [&](char* at, std::size_t n, std::size_t) {
+    return ::read(file.number, at, n);
+  });
   if (count < 0) fail(static_cast<int>(-count));
   bytes.resize(static_cast<std::size_t>(count));
   return bytes;

@@ -1,9 +1,13 @@
 // Files that appear under their name only when they are whole, and reading whole files.
 #pragma once
+#include <cstddef>
 #include <filesystem>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "host/types.h"
 
 namespace MELDO_GLOBAL::host {
 
@@ -16,9 +20,33 @@ class FileError : public std::runtime_error {
 /// What the name of a file that isn't whole yet ends with.
 inline constexpr std::string_view kPartSuffix = ".part";
 
-/// Writes `bytes` to a file beside `path` (its name with ".part" behind it), flushes it to the disk
-/// and renames it to `path`, which a reader therefore sees old, or new and whole. Makes the folders
-/// that are missing. Throws FileError and removes the unfinished file.
+/// A file that is written beside `path` (its name with ".part" behind it) until `Commit` gives it
+/// its name, so that a reader sees it old, or new and whole. Without `Commit` nothing is left of
+/// it. All of it throws FileError.
+class PartFile {
+ public:
+  /// Makes the folders that are missing.
+  explicit PartFile(std::filesystem::path path);
+  ~PartFile();
+  PartFile(const PartFile&) = delete;
+  PartFile& operator=(const PartFile&) = delete;
+
+  void Append(std::string_view bytes);
+  /// Over bytes that were appended.
+  void Patch(u64 at, std::string_view bytes);
+  /// Bytes that were appended, from byte `at` on.
+  void Read(u64 at, std::span<char> bytes) const;
+  u64 Size() const { return mSize; }
+  /// Flushes the file to the disk and gives it its name.
+  void Commit();
+
+ private:
+  std::filesystem::path mPath, mPart;
+  int mFile = -1;
+  u64 mSize = 0;
+};
+
+/// Writes a whole file by way of a PartFile. Throws FileError.
 void WriteFileAtomically(const std::filesystem::path& path, std::string_view bytes);
 
 /// Makes a folder with its parents. Throws FileError.

@@ -79,6 +79,42 @@ TEST(HyperFile, EveryKindOfItemComesBackFromMemoryAndDisk) {
   EXPECT_FALSE(read.ReadLong(n));
 }
 
+// A file on the disk is written piece by piece and patched behind, one in memory is a single text.
+TEST(HyperFile, LargeFileIsTheSameOnDiskAsInMemory) {
+  std::string noise(2'500'001, '\0');
+  for (std::size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<char>(i * i >> 7);
+  const auto write = [&](HyperFile& file) {
+    file.WriteChunkStart(1, 0);
+    for (const std::size_t bytes : {700'000, 700'000, 2'500'001, 3}) {
+      file.WriteChunkStart(2, 1);
+      file.WriteMemory(noise.data(), bytes);
+      file.WriteChunkEnd();
+    }
+    for (i32 i = 0; i < 300'000; ++i) file.WriteLong(i);
+    file.WriteChunkEnd();
+  };
+  HyperFile memory;
+  memory.StartMemory(kCacheIdent);
+  write(memory);
+  const host::TempFolder folder;
+  const auto path = folder.Path() / "large";
+  HyperFile disk;
+  ASSERT_TRUE(disk.Open(kCacheIdent, path, HyperFile::Mode::kWrite)) << disk.Error();
+  write(disk);
+  ASSERT_TRUE(disk.Seal()) << disk.Error();
+  EXPECT_FALSE(std::filesystem::exists(path));
+  ASSERT_TRUE(disk.Close()) << disk.Error();
+  EXPECT_TRUE(host::ReadFile(path) == memory.TakeBytes());
+  EXPECT_EQ(disk.Size(), std::filesystem::file_size(path));
+  {
+    HyperFile dropped;
+    ASSERT_TRUE(dropped.Open(kCacheIdent, path, HyperFile::Mode::kWrite));
+    write(dropped);
+  }
+  EXPECT_FALSE(std::filesystem::exists(path.string() + ".part")) << "left behind by a dropped file";
+  EXPECT_TRUE(disk.Open(kCacheIdent, path, HyperFile::Mode::kRead)) << disk.Error();
+}
+
 TEST(HyperFile, ReaderOutOfStepIsToldWhatStandsThere) {
   HyperFile file;
   ASSERT_TRUE(file.OpenMemory(kCacheIdent, OneOfEach(), "x.cache"));
@@ -157,7 +193,13 @@ TEST(HyperFile, FailedWriteLeavesTheOldFile) {
   std::filesystem::create_symlink("/dev/full", path.string() + ".part");
   HyperFile file;
   ASSERT_TRUE(file.Open(kCacheIdent, path, HyperFile::Mode::kWrite));
-  file.WriteLong(1);
+  // More than is gathered before it is written, so that the write fails on the way.
+  const std::string block(3'000'000, 'x');
+  for (i32 i = 0; i < 3; ++i) {
+    file.WriteChunkStart(i, 0);
+    file.WriteMemory(block.data(), block.size());
+    file.WriteChunkEnd();
+  }
   EXPECT_FALSE(file.Close());
   EXPECT_EQ(file.Error(), "cannot write " + path.string() + ": No space left on device");
   EXPECT_EQ(host::ReadFile(path), "old");
