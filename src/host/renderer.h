@@ -59,6 +59,8 @@ class RenderLight {
 
   /// The light object, for lists of lights.
   virtual NodeId Node() const = 0;
+  /// Its colour with its brightness, wherever it shines.
+  virtual Vec3d Colour() const = 0;
   /// False for a light that leaves smoke in the dark.
   virtual bool IlluminatesVolumes() const = 0;
 

@@ -20,6 +20,7 @@ class SceneLight : public host::RenderLight {
   SceneLight(const host::BaseNode& node, const Blockers& blockers);
 
   host::NodeId Node() const override { return mNode; }
+  Vec3d Colour() const override { return mColour; }
   bool IlluminatesVolumes() const override { return mVolumes; }
   Illumination Illuminate(const Vec3d& point, bool withShadows) const override;
   Vec3d DirectionTo(const Vec3d& point) const override;

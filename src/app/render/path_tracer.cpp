@@ -96,23 +96,39 @@ Vec3d PathTracer::ColourFor(const VolumeRecord& volume, std::size_t medium) cons
   return Max(volume.colour - volume.glow, Vec3d{});
 }
 
-/// `hit` is where the ray ends; null for one that goes on into the sky.
+/// `hit` is where the ray ends; null for one that goes on into the sky. Media that overlap count as
+/// one behind the other, by where the ray meets them first.
 void PathTracer::AddMedia(const RenderRay& ray, const SurfaceHit* hit, const Path& path,
                           RaySample& sample) const {
   HitRecord record{HitKind::Background, ray.origin + ray.direction * kEndless, -ray.direction,
                    kEndless};
   if (hit) record = {HitKind::Surface, hit->point, hit->normal, hit->distance};
-  for (std::size_t i = 0; i < mMedia.size(); ++i) {
+  const auto ask = [&](std::size_t medium) {
     VolumeRecord volume{ray};
     volume.hit = &record;
-    mMedia[i]->Volumetric(volume, mData);
+    mMedia[medium]->Volumetric(volume, mData);
     path.samples += volume.samples;
-    sample.colour = sample.colour * volume.transmission + ColourFor(volume, i);
+    return volume;
+  };
+  const auto putBefore = [&](const VolumeRecord& volume, std::size_t medium) {
+    sample.colour = sample.colour * volume.transmission + ColourFor(volume, medium);
     sample.scattering = sample.scattering * volume.transmission + volume.scattering;
     sample.emission = sample.emission * volume.transmission + volume.emission;
     sample.transmission = sample.transmission * volume.transmission;
     sample.depth = std::min(sample.depth, volume.depth);
+  };
+  if (mMedia.size() == 1) return putBefore(ask(0), 0);
+  std::vector<VolumeRecord> volumes;
+  std::vector<std::size_t> farthestFirst;
+  volumes.reserve(mMedia.size());
+  for (std::size_t i = 0; i < mMedia.size(); ++i) {
+    volumes.push_back(ask(i));
+    farthestFirst.push_back(i);
   }
+  std::stable_sort(farthestFirst.begin(), farthestFirst.end(), [&](std::size_t a, std::size_t b) {
+    return volumes[a].depth > volumes[b].depth;
+  });
+  for (const std::size_t i : farthestFirst) putBefore(volumes[i], i);
 }
 
 RaySample PathTracer::TraceCamera(const Vec2D<double>& pixel, Sampler& sampler, i32 thread) const {

@@ -180,6 +180,8 @@ class TileRenderer {
   std::atomic<i64> mMediaSamples{0};
 };
 
+constexpr double kBrightest = 1e6;  ///< far beyond white
+
 /// Bends what is brighter than `kBend` towards 1, so that nothing is cut off.
 double SoftShoulder(double x) {
   constexpr double kBend = 0.6;
@@ -243,7 +245,7 @@ Picture ToneMap(const RenderedPicture& picture, const BaseNode& settings) {
   for (std::size_t i = 0; i < picture.pixels.size(); ++i) {
     const auto light = picture.pixels[i].colour + picture.pixels[i].sky;
     for (int channel = 0; channel < 3; ++channel) {
-      const double x = std::max(0.0, double{light[channel]} * exposure);
+      const double x = std::min(std::max(0.0, double{light[channel]} * exposure), kBrightest);
       const double shown = EncodeSrgb(std::min(isSoft ? SoftShoulder(x) : x, 1.0));
       const double grain = static_cast<double>(MixBits(i, channel) >> 11) * 0x1p-53;
       out.rgb.push_back(static_cast<u8>(std::clamp(shown * 255 + grain, 0.0, 255.0)));

@@ -164,11 +164,11 @@ void C4D_GasRenderer_Material::FinishColours(VolumeRecord& record) const {
   if (mGlow > 0) record.colour += mGlowGradient(opacity) * (mGlow * opacity);
   record.colour += (Vec3d{1, 1, 1} - t) * mOpacityLight;
   if (mContrast != 1)
-    for (int a = 0; a < 3; ++a) t[a] = (std::abs(t[a]) - 0.5) * mContrast + 0.5;
+    for (int a = 0; a < 3; ++a) t[a] = std::clamp((t[a] - 0.5) * mContrast + 0.5, 0.0, 1.0);
   if (mSaturation != 1) {
     const double mean = (record.colour.x + record.colour.y + record.colour.z) / 3;
     const Vec3d grey{mean, mean, mean};
-    record.colour = (record.colour - grey) * mSaturation + grey;
+    record.colour = Max((record.colour - grey) * mSaturation + grey, Vec3d{});
   }
 }
 

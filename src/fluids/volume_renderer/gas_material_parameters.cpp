@@ -195,9 +195,9 @@ void AddMultiple(ParameterTable& t) {
                       "takes the rate of the parameter absorption"));
   t.push_back(BoolRow(2413, "multiple_same_step", false, "takes the length of the parameter step"));
   t.push_back(BoolRow(2414, "multiple_own_view_spread", false,
-                      "takes multiple_view_spread for the way to the viewer"));
+                      "takes multiple_view_spread in the place of multiple_spread"));
   t.push_back(RealRow(2415, "multiple_view_spread", 0.55, "",
-                      "how far light that comes to the viewer has strayed")
+                      "mean square of the angle of an event, where that is chosen")
                   .AtLeast(0));
   t.push_back(RealRow(2416, "multiple_strength", 1, "", "how bright the spread light is in the end")
                   .AtLeast(0));

@@ -30,8 +30,11 @@ const ParameterTable& C4D_GridSampler_Shader::Parameters() {
         LongRow(3002, "solver_field", 0, "",
                 "what is looked at of a solver: how fast it flows, or where its surface is")
             .Choices({{0, "speed"}, {1, "surface"}, {2, "divergence"}}),
-        RealRow(3003, "input_low", 0, "", "speed or distance that gets the first colour"),
-        RealRow(3004, "input_high", 1, "", "speed or distance that gets the last colour"),
+        RealRow(3003, "input_low", 0, "",
+                "distance in cells that gets the first colour; for a speed its value over the "
+                "square root "
+                "of cell_size"),
+        RealRow(3004, "input_high", 1, "", "the same for the last colour"),
         RealRow(3005, "clamp_low", 0, "", "least component of the colour"),
         RealRow(3006, "clamp_high", 1, "", "greatest component of the colour"),
         BoolRow(3007, "own_point", false, "read at the shader's point instead of the hit"),

@@ -50,8 +50,7 @@ struct MultipleScattering {
   bool uniform = false;  ///< light crosses a medium of the mean density
   double distanceScale = 1;
   double absorption = 0.1, scattering = 0.6;
-  double spread = 0.2;      ///< mean square of the scattering angle
-  double viewSpread = 0.2;  ///< the same for the angle to the viewer
+  double spread = 0.2;  ///< mean square of the scattering angle
   double minimumDepth = 0.01;
   double step = 1;          ///< host units
   double coarseStep = 2.5;  ///< host units

@@ -239,10 +239,8 @@ bool RayMarcher::AllocateMaps() {
       if (!allocate(map)) return false;
   if (mFireLightOn) {
     if (!allocate(mFireRecord->reach) || !allocate(mFireRecord->strength)) return false;
-    for (i32 a = 0; mFireLightDirected && a < 3; ++a) {
+    for (i32 a = 0; mFireLightDirected && a < 3; ++a)
       if (!allocate(mFireRecord->directions[a])) return false;
-      mFireRecord->directions[a].mGrid->Fill(1);
-    }
   }
   mMultiple.records.clear();
   if (!mMultiple.on) return true;

@@ -72,7 +72,7 @@ struct FireLightRecord {
   MELDO_SULVA::LevelField levelSet;                    ///< distance to the fire, simulation units
   MELDO_SULVA::ScalarField reach;                      ///< how much of the light arrives, 0..1
   MELDO_SULVA::ScalarField strength;                   ///< temperature that the light comes from
-  std::array<MELDO_SULVA::ScalarField, 3> directions;  ///< away from the fire
+  std::array<MELDO_SULVA::ScalarField, 3> directions;  ///< away from the fire; zero without one
   FieldView reachView, strengthView, levelSetView;
   ColourGrid packedDirections;
 };
@@ -163,9 +163,12 @@ class RayMarcher : public MELDO_SULVA::iObject {
   void LightCell(const Vec3d& world, i32 cell);
   void FireCell(const Vec3d& world, i32 cell);
   void ScatterCell(const Vec3d& world, i32 cell, i32 worker);
+  /// The way out of the fire at a place, of length 1; zero where none is shorter than others.
+  Vec3d AwayFromFire(const Vec3d& place) const;
   /// A place in the fire next to a place, or the place itself inside.
   Vec3d NearestFire(const Vec3d& place) const;
-  bool HasSmokeAround(const Vec3d& world) const;
+  /// Whether a cell of the smoke within a box round a place, or next to it, holds any.
+  bool HasSmokeAround(const Vec3d& world, const Vec3d& extent) const;
   Vec3d ToBounds(const Vec3d& world, const Vec3d& direction, double length) const;
 
   // Rays.

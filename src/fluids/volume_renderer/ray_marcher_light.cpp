@@ -32,9 +32,8 @@ void RayMarcher::Begin(void*) {
   double sum = 0;
   for (i32 i = 0; i < smoke.mCount; ++i) sum += smoke[i];
   mMultiple.meanDensity = sum / smoke.mCount;
-  const Vec3d centre = (mBounds.min + mBounds.max) * 0.5;
   for (size_t i = 0; i < mLights.size(); ++i) {
-    const Vec3d colour = mLights[i]->light->Illuminate(centre, false).colour;
+    const Vec3d colour = mLights[i]->light->Colour();
     const double luminance = Luminance(colour);
     if (luminance > 0) mMultiple.records[i].hue = colour / luminance;
   }
@@ -47,7 +46,7 @@ void RayMarcher::Evaluate(const EvaluationThreadData& data) {
   if (maps)
     ForEachCellOf(*maps, data, [&](const Vec3d& world, i32 cell) {
       MediumSample sample;
-      if (!SampleSmoke(world, sample) && !HasSmokeAround(world)) return;
+      if (!SampleSmoke(world, sample) && !HasSmokeAround(world, maps->mLayout.worldCell)) return;
       LightCell(world, cell);
       if (mFireLightOn) FireCell(world, cell);
     });
@@ -58,20 +57,23 @@ void RayMarcher::Evaluate(const EvaluationThreadData& data) {
     });
 }
 
-bool RayMarcher::HasSmokeAround(const Vec3d& world) const {
+bool RayMarcher::HasSmokeAround(const Vec3d& world, const Vec3d& extent) const {
   const EGrid<double>& smoke = *mSmoke.channel.mGrid;
   Vec3d at, unused;
   Displaced(world, at, unused);
   const Vec3d c = mSmoke.view.map(at) + Vec3d{0.5, 0.5, 0.5};
-  const VecInt3D last = smoke.Dims() - VecInt3D{1, 1, 1};
-  const VecInt3D i =
-      Max(Min(VecInt3D{static_cast<i32>(c.x), static_cast<i32>(c.y), static_cast<i32>(c.z)}, last),
-          VecInt3D{});
-  for (int a = 0; a < 3; ++a)
-    for (const i32 step : {-1, 1}) {
-      VecInt3D n = i;
-      n[a] = std::clamp(n[a] + step, 0, last[a]);
-      if (smoke(n.x, n.y, n.z) != 0) return true;
+  const Vec3d reach = (extent * mSmoke.view.map.scale + Vec3d{1, 1, 1}) * 0.5;
+  CellBox box;
+  for (int a = 0; a < 3; ++a) {
+    const double n = smoke.Dims()[a];
+    box.min[a] = static_cast<i32>(std::clamp(c[a] - reach[a], 0.0, n));
+    box.max[a] = static_cast<i32>(std::ceil(std::clamp(c[a] + reach[a], 0.0, n)));
+  }
+  for (i32 z = box.min.z; z < box.max.z; ++z)
+    for (i32 y = box.min.y; y < box.max.y; ++y) {
+      const double* row = smoke.mData + smoke.Index(0, y, z);
+      for (i32 x = box.min.x; x < box.max.x; ++x)
+        if (row[x] != 0) return true;
     }
   return false;
 }
@@ -95,19 +97,23 @@ void RayMarcher::LightCell(const Vec3d& world, i32 cell) {
   }
 }
 
+Vec3d RayMarcher::AwayFromFire(const Vec3d& place) const {
+  const EGrid<double>& levelSet = *mFireRecord->levelSet.mGrid;
+  const Vec3d c = mFireRecord->levelSetView.map(place);
+  return Normalised(SampleGradient(levelSet, c, levelSet.mLayout.cellSize));
+}
+
 Vec3d RayMarcher::NearestFire(const Vec3d& place) const {
   // Distances of the level set are counted in steps between neighbours and come out short along
   // diagonals: several moves reach what one would miss.
   constexpr i32 kMoves = 8;
-  const EGrid<double>& levelSet = *mFireRecord->levelSet.mGrid;
-  const GridLayout& layout = levelSet.mLayout;
   const FieldView& view = mFireRecord->levelSetView;
+  const GridLayout& layout = view.grid->mLayout;
   Vec3d p = place;
   for (i32 i = 0; i < kMoves; ++i) {
     const double distance = view(p);
     if (!(distance > 0)) break;
-    const Vec3d away = Normalised(SampleGradient(levelSet, view.map(p), layout.cellSize));
-    p -= away * (distance + layout.halfCell) * layout.simToWorld;
+    p -= AwayFromFire(p) * (distance + layout.halfCell) * layout.simToWorld;
   }
   return p;
 }
@@ -134,8 +140,9 @@ void RayMarcher::FireCell(const Vec3d& world, i32 cell) {
   }
   (*record.reach.mGrid)[cell] = reach;
   (*record.strength.mGrid)[cell] = temperature * mFireLightScale;
-  if (mFireLightDirected && distance > 0)
-    for (i32 a = 0; a < 3; ++a) (*record.directions[a].mGrid)[cell] = -way[a] / distance;
+  if (!mFireLightDirected) return;
+  const Vec3d away = distance > 0 ? way / -distance : AwayFromFire(place);
+  for (i32 a = 0; a < 3; ++a) (*record.directions[a].mGrid)[cell] = away[a];
 }
 
 void RayMarcher::ScatterCell(const Vec3d& world, i32 cell, i32 worker) {

@@ -20,6 +20,14 @@ Vec3d Decay(const Vec3d& depth) {
   return {x, std::exp(-depth.y), std::exp(-depth.z)};
 }
 
+/// The mean of exp(-t) for t from 0 to each of the depths, whose decays are given.
+Vec3d MeanDecay(const Vec3d& depth, const Vec3d& decay) {
+  const auto mean = [](double t, double left) { return t > 1e-4 ? (1 - left) / t : 1 - 0.5 * t; };
+  const double x = mean(depth.x, decay.x);
+  if (depth.y == depth.x && depth.z == depth.x) return {x, x, x};
+  return {x, mean(depth.y, decay.y), mean(depth.z, decay.z)};
+}
+
 }  // namespace
 
 // ---- samples ------------------------------------------------------------------------------------
@@ -178,31 +186,27 @@ void RayMarcher::AddScattering(const MediumSample& sample, const Vec3d& place,
   optics.scatter += optics.fire;
 }
 
-/// Gathers light and transmittance. With the trapezoid rule a stretch takes the mean of its two
-/// ends: of the extinction, so that an even medium comes out right for any steps, and of the light
-/// as the ray still lets it through.
+/// Gathers light and transmittance. The optics of a stretch are the mean of its two ends, without
+/// the trapezoid rule those of its far end. What smoke scatters goes with its extinction and is
+/// weakened on the way out of the stretch, so that neither thick smoke nor long steps set the
+/// brightness; what glows begins anywhere in the stretch and counts at the ends, as the ray still
+/// lets it through.
 class RayMarcher::Accumulator {
  public:
   explicit Accumulator(bool trapezoid) : mTrapezoid(trapezoid) {}
 
   void Add(const Optics& here, double ds) {
-    if (mTrapezoid) {
-      if (mFresh) {
-        mLast = here;
-        mFresh = false;
-      }
-      const Vec3d before = transmittance;
-      transmittance = before * Decay((here.sigma + mLast.sigma) * (0.5 * ds));
-      scattering += (before * mLast.scatter + transmittance * here.scatter) * (0.5 * ds);
-      emission += (before * mLast.emit + transmittance * here.emit) * (0.5 * ds);
-      fire += (before * mLast.fire + transmittance * here.fire) * (0.5 * ds);
-      mLast = here;
-      return;
-    }
-    transmittance = transmittance * Decay(here.sigma * ds);
-    scattering += transmittance * here.scatter * ds;
-    emission += transmittance * here.emit * ds;
-    fire += transmittance * here.fire * ds;
+    const Optics last = mTrapezoid && !mFresh ? mLast : here;
+    const Vec3d before = transmittance;
+    const double half = 0.5 * ds;
+    const Vec3d depth = (here.sigma + last.sigma) * half, decay = Decay(depth);
+    const Vec3d reach = before * MeanDecay(depth, decay) * half;
+    transmittance = before * decay;
+    scattering += reach * (last.scatter + here.scatter);
+    fire += reach * (last.fire + here.fire);
+    emission += (before * last.emit + transmittance * here.emit) * half;
+    mLast = here;
+    mFresh = false;
   }
   /// A stretch that ends outside.
   void AddGap(double ds) {
@@ -347,7 +351,7 @@ Vec3d RayMarcher::Spread(const MediumSample& sample, const Vec3d& place, const V
     if (!(source > 0) || !(t > 0)) continue;
     const double c = std::clamp(Dot(mLights[i]->light->DirectionTo(place), toViewer), -1.0, 1.0);
     const double angle = std::acos(c);
-    const double lobe = m.viewSpread > 0 ? std::exp(-angle * angle / (4 * m.viewSpread * t)) : 0.0;
+    const double lobe = m.spread > 0 ? std::exp(-angle * angle / (4 * m.spread * t)) : 0.0;
     const double phase = mScatterPhase->Evaluate(c, false, g, mAnisotropy2);
     sum += tint * record.hue * (source * phase * strength * lobe * std::exp(-loss * t));
   }

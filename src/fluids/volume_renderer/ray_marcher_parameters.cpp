@@ -90,8 +90,7 @@ void RayMarcher::ReadMultipleScattering(double cell) {
   m.distanceScale = mInterface.GetReal(2403);
   m.absorption = mInterface.GetBool(2412) ? mAbsorption.x : mInterface.GetReal(2405);
   m.scattering = mInterface.GetReal(2406);
-  m.spread = mInterface.GetReal(2407);
-  m.viewSpread = mInterface.GetBool(2414) ? mInterface.GetReal(2415) : m.spread;
+  m.spread = mInterface.GetReal(mInterface.GetBool(2414) ? 2415 : 2407);
   m.minimumDepth = mInterface.GetReal(2408);
   m.step = mInterface.GetBool(2413) ? mSteps.fine : mInterface.GetReal(2409) * cell;
   m.step = std::max(m.step, kShortestStep);

@@ -91,6 +91,16 @@ TEST(PictureTest, SmokeThrowsItsShadowOnTheGroundAndVeilsIt) {
   EXPECT_NEAR(middle.depth, 11, 0.1) << "the smoke stands before the ground";
 }
 
+TEST(PictureTest, NearSmokeHidesFarFireHoweverTheyAreListed) {
+  const LoadedScene scene = LoadRenderScene(kView, kBlackSky);
+  Slab smoke, fire;
+  smoke.density = 1;
+  fire.glow = {1, 0, 0};
+  fire.depth = 20;
+  for (const auto& media : {std::vector<host::VolumeMaterial*>{&smoke, &fire}, {&fire, &smoke}})
+    EXPECT_NEAR(LightAt(scene, Draw(scene, media), {0, 0, 0}).x, 0, 1e-9);
+}
+
 // Under an even sky a convex body shows its colour times the sky's light.
 TEST(PictureTest, EvenSkyLightsEvenly) {
   const LoadedScene scene = LoadRenderScene(
@@ -275,6 +285,8 @@ TEST(PictureTest, ToneCurveKeepsBrightLightApart) {
   EXPECT_NEAR(soft.rgb[0], 188, 1) << "below the shoulder sRGB alone";
   EXPECT_LT(soft.rgb[3], soft.rgb[6]);
   EXPECT_LT(soft.rgb[6], 255);
+  picture.pixels[0].colour = {std::numeric_limits<float>::infinity(), 0, 0};
+  EXPECT_EQ(ToneMap(picture, *scene.render->settings).rgb[0], 255);
   scene.render->settings->Set(host::kRenderTone, static_cast<i32>(host::ToneCurve::Linear));
   EXPECT_EQ(ToneMap(picture, *scene.render->settings).rgb[3], 255);
   scene.render->settings->Set(host::kRenderExposure, 0.25);

@@ -58,6 +58,7 @@ class Slab : public host::VolumeMaterial {
  public:
   double low = 100, high = 200;
   double density = 0;                   ///< extinction per host unit
+  double depth = 10;                    ///< at which it says that rays meet it
   Vec3d glow{};                         ///< light that each ray through it gets
   std::vector<host::GlowingBox> boxes;  ///< that it says it glows in
   bool hasContent = true;
@@ -72,7 +73,7 @@ class Slab : public host::VolumeMaterial {
     const double t = std::exp(-density * way);
     record.transmission = {t, t, t};
     record.colour = record.emission = record.glow = glow * (0.5 + record.ray.random);
-    record.depth = 10;
+    record.depth = depth;
   }
   void Transparency(host::TransparencyRecord& record, const host::RenderData&) const override {
     const double t = std::exp(-density * Way(record.ray, record.length));

@@ -139,6 +139,24 @@ TEST(RayMarcher, AnEvenGlowHasItsRadiance) {
   EXPECT_LT(error[1], error[0] / 3.5);
 }
 
+TEST(RayMarcher, EvenSmokeHasItsBrightnessForAnyThicknessAndStep) {
+  RenderRig rig({20, 8, 8});
+  rig.Fill(*rig.smoke, [](const Vec3d&) { return 1.0; });
+  rig.node->Set(2350, Vec3d{1, 1, 1});
+  rig.node->Set(2351, 0.02);
+  rig.node->Set(2352, 0.01);
+  for (const double density : {0.01, 1.0, 100.0})
+    for (const double step : {0.3, 1.0, 7.0})
+      for (const bool trapezoid : {false, true}) {
+        rig.node->Set(2251, density);
+        rig.node->Set(2154, step);
+        rig.node->Set(2159, i32{trapezoid});
+        ASSERT_TRUE(rig.Init());
+        const double exact = 0.5 * (1 - std::exp(-0.02 * density * 200));
+        EXPECT_NEAR(rig.See().colour.x, exact, 1e-3 * exact) << density << " step " << step;
+      }
+}
+
 TEST(RayMarcher, ColdFireIsNotSeenHoweverBright) {
   RenderRig rig({8, 8, 8});
   rig.LinkFire();
@@ -268,6 +286,38 @@ TEST(RayMarcher, MultipleScatteringBrightensThickSmokeOnTheLitSide) {
   EXPECT_EQ(rig.See().colour.x, once);
 }
 
+TEST(RayMarcher, MultipleScatteringKeepsTheColourOfALampThatMissesTheMiddle) {
+  RenderRig rig({16, 16, 16});
+  rig.Fill(*rig.smoke, [](const Vec3d&) { return 1.0; });
+  rig.node->Set(2400, i32{1});
+  for (const i32 id : {2351, 2352, 2405, 2406, 2453}) rig.node->Set(id, 0.01);
+  TestLight& light = rig.AddLight({0, -1, 0});
+  light.colour = {1, 0, 0};
+  light.darkBelow = 110;
+  ASSERT_TRUE(rig.Init());
+  const Vec3d seen = rig.See({-50, 130, 80}, {1, 0, 0}).colour;
+  EXPECT_GT(seen.x, 0);
+  EXPECT_EQ(seen.y, 0);
+}
+
+TEST(RayMarcher, CoarseLightMapsLoseNoThinSmoke) {
+  // A sheet that the centres of the maps' cells miss.
+  RenderRig rig({40, 40, 40});
+  rig.node->Set(2453, 0.0);
+  rig.node->Set(2155, 0.5);
+  rig.AddLight({0, -1, 0});
+  for (const double x : {45.0, 225.0, 375.0}) {
+    rig.Fill(*rig.smoke, [&](const Vec3d& p) { return std::abs(p.x - x) < 10 ? 1.0 : 0.0; });
+    double light[2];
+    for (const bool coarse : {false, true}) {
+      rig.node->Set(2455, coarse ? 0.1 : 1.0);
+      ASSERT_TRUE(rig.Init());
+      light[coarse] = rig.See().colour.x;
+    }
+    EXPECT_GT(light[1], 0.4 * light[0]) << x;
+  }
+}
+
 TEST(RayMarcher, FireLightsTheSmokeRoundIt) {
   RenderRig rig({30, 30, 30});
   rig.LinkFire();
@@ -286,6 +336,27 @@ TEST(RayMarcher, FireLightsTheSmokeRoundIt) {
     EXPECT_GT(at(110).x, 0) << directed;
     EXPECT_GT(at(110).x, 2 * at(270).x) << directed;
     EXPECT_GT(at(110).x, at(110).z) << directed;  // the light of fire is warm
+  }
+}
+
+TEST(RayMarcher, DirectedLightOfFireFavoursNoSide) {
+  RenderRig rig({24, 24, 24});
+  rig.LinkFire();
+  const Vec3d middle = rig.size * 0.5;
+  rig.Fill(*rig.heat, [&](const Vec3d& p) { return 3000 * Blob(p, middle, 60); });
+  rig.Fill(*rig.smoke, [&](const Vec3d& p) { return Length(p - middle) < 95 ? 0.5 : 0.0; });
+  rig.node->Set(2453, 0.0);
+  rig.node->Set(2752, 30.0);
+  rig.node->Set(2757, 1.0);
+  rig.node->Set(2760, i32{1});
+  ASSERT_TRUE(rig.Init());
+  const auto along = [&](const Vec3d& way) {
+    const Vec3d d = Normalised(way);
+    return rig.See(middle - d * 300, d, 1).scattering.x;
+  };
+  for (const Vec3d& way : {Vec3d{1, 1, 1}, Vec3d{1, 0.8, 0.9}, Vec3d{1, 0, 0}}) {
+    EXPECT_GT(along(way), 0);
+    EXPECT_NEAR(along(way) / along(-way), 1, 1e-3);
   }
 }
 
@@ -421,6 +492,16 @@ TEST(RayMarcher, FinishOfTheColours) {
   for (int a = 0; a < 3; ++a) {
     EXPECT_NEAR(seen.colour[a], mean, 1e-4);
     EXPECT_NEAR(seen.transmission[a], (t - 0.5) * 1.2 + 0.5, 1e-4);
+  }
+  // Contrast and saturation lead to no light below black and to no smoke that amplifies.
+  rig.node->Set(2803, 9.0);
+  rig.node->Set(2804, 9.0);
+  for (const double absorption : {0.002, 0.02}) {
+    rig.node->Set(2351, absorption);
+    ASSERT_TRUE(rig.Init());
+    EXPECT_EQ(rig.See().transmission.x, absorption < 0.01 ? 1 : 0);
+    EXPECT_GT(rig.See().colour.x, 0);
+    EXPECT_EQ(rig.See().colour.y, 0);
   }
 }
 

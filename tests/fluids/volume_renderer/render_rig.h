@@ -17,14 +17,16 @@ class TestLight : public host::RenderLight {
   Vec3d place{}, direction{0, -1, 0}, colour{1, 1, 1};
   bool distant = true;
   bool volumes = true;
-  Vec3d blocked{};  ///< what meshes take away everywhere
+  Vec3d blocked{};       ///< what meshes take away everywhere
+  double darkBelow = 0;  ///< nothing lower is lit
   host::NodeId node = 0;
 
   host::NodeId Node() const override { return node; }
+  Vec3d Colour() const override { return colour; }
   bool IlluminatesVolumes() const override { return volumes; }
   Illumination Illuminate(const Vec3d& point, bool withShadows) const override {
     Illumination light;
-    light.colour = colour;
+    if (point.y >= darkBelow) light.colour = colour;
     light.direction = DirectionTo(point);
     light.distance = distant ? kFarLight : Length(point - place);
     if (withShadows) {
