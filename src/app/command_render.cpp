@@ -17,6 +17,7 @@
 #include "app/render/picture_renderer.h"
 #include "app/scene_file.h"
 #include "app/simulation.h"
+#include "grids/grid_memory.h"
 #include "host/mesh_files.h"
 #include "host/polygon_object.h"
 #include "host/render_objects.h"
@@ -164,6 +165,19 @@ class PictureRun {
                       mSpec.height, FormatBytes(bytes), FormatBytes(static_cast<double>(mMemory))));
   }
 
+  /// A picture whose gas had no room for its copies and maps would lack smoke or light.
+  void CheckGasMemory(i32 frame) const {
+    const GridRefusal refused = RefusedGrid();
+    if (refused.bytes > 0)
+      throw CommandError(
+          kExitMemory,
+          fmt::format("out of memory: the gas in the picture of frame {} needs more than {}, the "
+                      "limit is {}; lower its resolution, light_map_resolution or "
+                      "multiple_resolution, or raise cell_size",
+                      frame, FormatBytes(refused.bytes),
+                      FormatBytes(static_cast<double>(mMemory))));
+  }
+
   int RunFrames() {
     // A scene settles in its first frame and then takes any other that plays from caches.
     if (const i32 start = mSimulation->Range().first; mStartsAnywhere && mFirst > start)
@@ -215,6 +229,7 @@ class PictureRun {
           mProgress.ShowWork(fmt::format("picture {:.0f} %", 100 * part), SecondsLeft(part));
         });
     if (host::MainThread().TestBreak()) return false;
+    CheckGasMemory(frame);
     for (std::size_t i = 0; i < mWasDrawn.size(); ++i)
       mWasDrawn[i] = mWasDrawn[i] || picture.isDrawn[i];
     for (const std::string& file : mSpec.files) {
@@ -242,7 +257,8 @@ class PictureRun {
     for (std::size_t i = 0; isWhole && i < mWasDrawn.size(); ++i)
       if (!mWasDrawn[i])
         mProgress.Note(
-            fmt::format("warning: material \"{}\" was never drawn: none of its fields has a grid",
+            fmt::format("warning: material \"{}\" was never drawn: neither its smoke nor its fire "
+                        "nor its third_field is a channel with a grid",
                         mSpec.media[i]->Name()));
   }
 

@@ -100,6 +100,15 @@ void ApplyOverride(SceneContext& context, const NameTable& names, const std::str
     context.Note(key, subject, done);
 }
 
+/// The overrides without those of nodes that pictures alone are made of.
+std::vector<std::string> OfSimulation(const std::vector<GivenOption>& given,
+                                      const std::optional<RenderSpec>& render) {
+  std::vector<std::string> options;
+  for (const GivenOption& one : given)
+    if (!render || !render->Holds(*one.node)) options.push_back(one.option);
+  return options;
+}
+
 /// Whether an override changes a server's units: the cell sizes follow these, and those that the
 /// command line gives stand above that.
 bool ChangesUnits(const std::string& text) {
@@ -166,7 +175,7 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   scene.server = scene.servers.front();
   scene.document->sceneFolder = path.parent_path().string();
   scene.document->SetFrame(scene.document->previewMin);
-  scene.fingerprint = FingerprintOf(root, overrides, *scene.document);
+  scene.fingerprint = FingerprintOf(root, OfSimulation(given, scene.render), *scene.document);
   AddHints(scene, diagnostics);
   return scene;
 }

@@ -22,6 +22,9 @@ struct RenderSpec {
   /// Which object has which surface; the others get `standard`.
   std::vector<std::pair<host::NodeId, host::BaseNode*>> surfaces;
   host::BaseNode* standard = nullptr;
+
+  /// Whether a node is looked at for pictures alone, so that no simulation depends on it.
+  bool Holds(const host::BaseNode& node) const;
 };
 
 }  // namespace MELDO_GLOBAL::app

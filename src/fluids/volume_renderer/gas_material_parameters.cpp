@@ -1,5 +1,4 @@
 // The rows of the gas material.
-#include "fluids/emitters/channel_kinds.h"
 #include "fluids/operators/channel_operator_remap.h"
 #include "fluids/volume_renderer/gas_material.h"
 #include "fluids/volume_renderer/phase_functions.h"
@@ -56,17 +55,19 @@ std::vector<Choice> ColourModes() { return {{0, "blackbody"}, {1, "gradient"}}; 
 constexpr double kSmallestStep = 0.01;  ///< cells
 
 void AddFields(ParameterTable& t) {
-  const std::vector<i32> kinds = MELDO_SULVA::ChannelKinds();
-  t.push_back(LinkRow(2200, "smoke", "channel that is seen as smoke", kinds));
-  t.push_back(LinkRow(2225, "smoke_colour", "vector channel of the smoke's colour", kinds));
-  t.push_back(LinkRow(2551, "fire", "channel of temperatures that is seen as fire", kinds));
-  t.push_back(LinkRow(2552, "third_field", "channel that may decide what glows", kinds));
-  t.push_back(LinkRow(2203, "displacement_solver", "solver whose flow moves the samples", {}));
+  const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
+  t.push_back(LinkRow(2200, "smoke", "channel that is seen as smoke", scalars));
+  t.push_back(LinkRow(2225, "smoke_colour", "vector channel of the smoke's colour", {1300030}));
+  t.push_back(LinkRow(2551, "fire", "channel of temperatures that is seen as fire", scalars));
+  t.push_back(LinkRow(2552, "third_field", "channel that may decide what glows", scalars));
+  t.push_back(LinkRow(2203, "displacement_solver", "solver whose flow moves the samples",
+                      {1300002, 1300003, 1300004}));
   t.push_back(RealRow(2202, "displacement", 0, "s", "time by which smoke is moved along the flow"));
   t.push_back(
       RealRow(2553, "fire_displacement", 0, "s", "the same for fire; 0 takes that of the smoke"));
   t.push_back(RealRow(2201, "fire_density", 0.02, "", "density of fire where there is no smoke"));
-  t.push_back(LinksRow(2158, "lights", "the lights that count; empty for all", {}));
+  t.push_back(
+      LinksRow(2158, "lights", "the lights that count; empty for all", {host::kLightObject}));
 }
 
 void AddQuality(ParameterTable& t) {

@@ -39,7 +39,7 @@ constexpr const char* kSmoke = R"({ "sulva": 1, "range": [2, 6],
   "render": { "size": [32, 24], "samples": 2,
     "camera": { "position": [0, 100, 500], "parameters": { "target": [0, 90, 0] } },
     "lights": [ { "position": [300, 300, 100] } ],
-    "materials": [ { "type": "gas", "parameters": { "smoke": "smoke", "absorption": 0.2 } } ] } })";
+    "materials": [ { "type": "gas", "name": "look", "parameters": { "smoke": "smoke", "absorption": 0.2 } } ] } })";
 
 struct Answer {
   int code;
@@ -127,6 +127,16 @@ TEST_F(RenderCommand, GoesOnBehindACheckpoint) {
   EXPECT_NE(resumed.err.find("going on behind frame 5"), std::string::npos) << resumed.err;
   EXPECT_TRUE(Read(folder / "plain/render/0006.png") == Read(folder / "run/render/0006.png"));
 
+  // What only pictures are made of may change.
+  const Answer thicker =
+      Render({"--frames", "6", "--set", "look.density=2", "--out", Out("run")}, "smoke.json");
+  ASSERT_EQ(thicker.code, kExitDone) << thicker.err;
+  EXPECT_NE(thicker.err.find("going on behind frame 5"), std::string::npos) << thicker.err;
+  EXPECT_FALSE(Read(folder / "plain/render/0006.png") == Read(folder / "run/render/0006.png"));
+  const Answer coarser =
+      Render({"--frames", "6", "--set", "scene.cell_size=0.25", "--out", Out("run")}, "smoke.json");
+  EXPECT_EQ(coarser.err.find("going on"), std::string::npos) << coarser.err;
+
   // Lights are no part of a simulation, but a checkpoint knows the number of nodes.
   text.replace(text.find("{ \"position\": [300, 300, 100] }"), 0, "{}, ");
   std::ofstream(folder / "smoke.json") << text;
@@ -178,6 +188,19 @@ TEST_F(RenderCommand, RefusesPicturesBeyondTheMemory) {
   EXPECT_NE(answer.err.find("16384x16384"), std::string::npos);
 }
 
+// Gas without its maps would be drawn wrong: no picture is written.
+TEST_F(RenderCommand, RefusesGasBeyondTheMemory) {
+  std::string text = kSmoke;
+  const std::string look = R"("absorption": 0.2)";
+  text.replace(text.find(look), look.size(), look + R"(, "resolution": 8)");
+  std::ofstream(folder / "smoke.json") << text;
+  const Answer answer =
+      Render({"--frames", "6", "--memory", "8M", "--out", Out("out")}, "smoke.json");
+  EXPECT_EQ(answer.code, kExitMemory) << answer.err;
+  EXPECT_NE(answer.err.find("lower its resolution"), std::string::npos) << answer.err;
+  EXPECT_FALSE(fs::exists(folder / "out/render/0006.png"));
+}
+
 // A field of the simulation colours a surface.
 TEST_F(RenderCommand, GridSamplerColoursASurface) {
   std::string text = kSmoke;
@@ -189,8 +212,9 @@ TEST_F(RenderCommand, GridSamplerColoursASurface) {
   // The smoke is thickest in the ball that it comes from; a wall cuts the box behind it.
   replace("\"objects\": [", R"("objects": [ { "name": "wall", "type": "plane", "size": [150, 150],
       "position": [0, 80, 0], "rotation": [90, 0, 0] },)");
-  replace(R"([ { "type": "gas", "parameters": { "smoke": "smoke", "absorption": 0.2 } } ])",
-          R"([ { "type": "grid_sampler", "name": "map", "parameters": { "field": "smoke",
+  replace(
+      R"([ { "type": "gas", "name": "look", "parameters": { "smoke": "smoke", "absorption": 0.2 } } ])",
+      R"([ { "type": "grid_sampler", "name": "map", "parameters": { "field": "smoke",
                  "gradient": [[0, [0, 0, 1]], [0.5, [0, 1, 0]], [1, [0, 1, 0]]] } },
                { "type": "surface", "objects": ["wall"], "parameters": { "colour": [0, 0, 0],
                  "emission": [0.4, 0.4, 0.4], "emission_shader": "map" } } ],
