@@ -13,11 +13,14 @@ import pyopenvdb as vdb
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 SCENE = """{ "sulva": 1, "range": [0, 4],
-  "objects": [ { "name": "ball", "type": "sphere", "radius": 30, "segments": 32, "position": [0, 50, 0] } ],
+  "objects": [ { "name": "ball", "type": "sphere", "radius": 30, "segments": 32, "position": [0, 50, 0] },
+               { "name": "cube", "type": "box", "size": [40, 40, 40], "position": [200, 0, 0] } ],
   "nodes": [ { "type": "server", "name": "scene", "parameters": { "cell_size": 0.1 }, "children": [
     { "type": "channel_scalar", "name": "smoke" },
     { "type": "mesh", "name": "skin", "parameters": { "object": "ball" } },
     { "type": "volume", "name": "inside", "parameters": { "mesh": "skin" } },
+    { "type": "mesh", "name": "crust", "parameters": { "object": "cube" } },
+    { "type": "volume_multi", "name": "both", "parameters": { "meshes": ["skin", "crust"] } },
     { "type": "emission_setting", "name": "rate", "parameters": { "amount": 2 } },
     { "type": "channelsettings", "name": "pair", "parameters": { "channel": "smoke", "settings": "rate" } },
     { "type": "gridemitter", "name": "source", "parameters": { "volume": "inside", "channels": ["pair"] } },
@@ -26,7 +29,7 @@ SCENE = """{ "sulva": 1, "range": [0, 4],
     { "type": "fluid", "name": "gas", "position": [-100, -50, -100],
       "parameters": { "box_size": [200, 300, 200], "wall_high_y": "open", "forces": ["pull"] } } ] } ],
   "exports": [ { "format": "vdb", "file": "####.vdb",
-                 "grids": { "density": "smoke", "vel": "gas", "solid": "inside" } } ] }"""
+                 "grids": { "density": "smoke", "vel": "gas", "solid": "inside", "both": "both" } } ] }"""
 
 
 def main():
@@ -36,8 +39,9 @@ def main():
         subprocess.run([sys.argv[1], "run", scene, "--out", folder, "--quiet"], check=True)
         lines = [json.loads(line) for line in pathlib.Path(folder, "stats.jsonl").read_text().splitlines()]
         grids = {grid.name: grid for grid in vdb.readAllGridMetadata(f"{folder}/0004.vdb")}
-        assert set(grids) == {"density", "vel", "solid"}, set(grids)
-        density, vel, solid = (vdb.read(f"{folder}/0004.vdb", name) for name in ("density", "vel", "solid"))
+        names = ("density", "vel", "solid", "both")
+        assert set(grids) == set(names), set(grids)
+        density, vel, solid, both = (vdb.read(f"{folder}/0004.vdb", name) for name in names)
     assert density.gridClass == vdb.GridClass.FOG_VOLUME, density.gridClass
     assert solid.gridClass == vdb.GridClass.LEVEL_SET, solid.gridClass
     assert vel.gridClass == vdb.GridClass.STAGGERED, vel.gridClass
@@ -53,6 +57,11 @@ def main():
     reader = solid.getConstAccessor()
     assert reader.getValue((0, 5, 0)) < 0 < reader.getValue((6, 5, 0))
     assert abs(reader.getValue((4, 5, 0)) - 0.1) < 0.01, reader.getValue((4, 5, 0))
+    # A group of volumes is one level set: the ball, and the cube of 0.4 m round (2, 0, 0).
+    assert both.gridClass == vdb.GridClass.LEVEL_SET, both.gridClass
+    group = both.getConstAccessor()
+    assert group.getValue((4, 5, 0)) == reader.getValue((4, 5, 0))
+    assert abs(group.getValue((24, 0, 0)) - 0.2) < 1e-6 and group.getValue((20, 0, 0)) < 0
     assert any(item.value[1] > 0 for item in vel.citerOnValues())
 
 

@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <iostream>
 #include <new>
+#include <system_error>
 
 #include "app/command_cache.h"
 #include "app/command_cache_setup.h"
@@ -34,6 +36,10 @@ std::string CheckOverride(const std::string& text) {
   return {};
 }
 
+std::string CheckGiven(const std::string& text) {
+  return text.empty() ? "expected a value, got an empty text" : std::string();
+}
+
 struct Options {
   RunOptions run;
   RenderOptions render;
@@ -47,14 +53,17 @@ struct Options {
 CLI::App* AddRun(CLI::App& app, Options& o) {
   CLI::App* run = app.add_subcommand("run", "Simulates a scene; writes statistics and exports");
   run->add_option("SCENE", o.run.scene, "scene file")->required();
-  run->add_option("--frames", o.frames, "part of the range to write, A:B (A: and :B work too)");
+  run->add_option("--frames", o.frames, "part of the range to write, A:B (A: and :B work too)")
+      ->check(CheckGiven);
   run->add_option("--threads", o.run.threads, "worker threads; by default all")
       ->check(CLI::Range(1, host::kMaxWorkers));
-  run->add_option("--out", o.run.out, "folder to write to; by default out/<name of the scene>");
+  run->add_option("--out", o.run.out, "folder to write to; by default out/<name of the scene>")
+      ->check(CheckGiven);
   run->add_option("--set", o.run.overrides, "another value for a parameter, NODE.PARAMETER=VALUE")
       ->allow_extra_args(false)
       ->check(CheckOverride);
-  run->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's");
+  run->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's")
+      ->check(CheckGiven);
   run->add_option("--checkpoint", o.run.checkpoint,
                   "frames from one checkpoint to the next; 0 takes none")
       ->check(CLI::Range(0, 1000000000))
@@ -74,10 +83,12 @@ CLI::App* AddRun(CLI::App& app, Options& o) {
 CLI::App* AddRender(CLI::App& app, Options& o) {
   CLI::App* render = app.add_subcommand("render", "Simulates a scene and draws its pictures");
   render->add_option("SCENE", o.render.scene, "scene file")->required();
-  render->add_option("--frames", o.frames, "frames to draw, A:B (A, A: and :B work too)");
-  render->add_option("--out", o.render.out,
-                     "folder to write to; by default out/<name of the scene>");
-  render->add_option("--size", o.size, "size of the pictures in pixels, WxH");
+  render->add_option("--frames", o.frames, "frames to draw, A:B (A, A: and :B work too)")
+      ->check(CheckGiven);
+  render
+      ->add_option("--out", o.render.out, "folder to write to; by default out/<name of the scene>")
+      ->check(CheckGiven);
+  render->add_option("--size", o.size, "size of the pictures in pixels, WxH")->check(CheckGiven);
   render->add_option("--samples", o.render.samples, "camera rays in a pixel")
       ->check(CLI::Range(1, kMostSamples));
   render->add_flag("--exr", o.render.exr, "write OpenEXR files with layers beside the PNG files");
@@ -90,8 +101,9 @@ CLI::App* AddRender(CLI::App& app, Options& o) {
                    "another value for a parameter, NODE.PARAMETER=VALUE")
       ->allow_extra_args(false)
       ->check(CheckOverride);
-  render->add_option("--memory", o.memory,
-                     "most memory to use, such as 8G; by default the machine's");
+  render
+      ->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's")
+      ->check(CheckGiven);
   render->add_flag("--quiet", o.render.quiet, "print nothing but errors");
   render->footer("Example:\n  sulva render scenes/plume.json --frames 60 --size 1280x720");
   return render;
@@ -144,7 +156,8 @@ CLI::App* AddCache(CLI::App& app, Options& o) {
       ->check(CLI::IsMember({"scan", "delete"}));
   cache->add_option("SCENE", o.cache.scene, "scene file")->required();
   cache->add_option("--node", o.cache.node, "one cache of the scene; by default all");
-  cache->add_option("--out", o.cache.out, "output folder of the run; by default out/<name>");
+  cache->add_option("--out", o.cache.out, "output folder of the run; by default out/<name>")
+      ->check(CheckGiven);
   cache->add_flag("--yes", o.cache.yes, "delete without a question");
   cache->footer("Example:\n  sulva cache scan scenes/plume.json");
   return cache;
@@ -275,17 +288,27 @@ int Dispatch(int argc, char** argv) {
   return RunNew(options.newName, options.newFile);
 }
 
+/// An answer that doesn't reach its reader is a file that can't be written.
+int FinishAnswer(int code) {
+  if (std::cout.flush() && std::fflush(stdout) == 0 && !std::ferror(stdout)) return code;
+  std::fputs("error: cannot write to standard output\n", stderr);
+  return code == kExitDone ? int{kExitFile} : code;
+}
+
 }  // namespace
 
 int Main(int argc, char** argv) {
   try {
-    return Dispatch(argc, argv);
+    return FinishAnswer(Dispatch(argc, argv));
   } catch (const CommandError& error) {
     std::fprintf(stderr, "error: %s\n", error.what());
     return error.code;
   } catch (const std::bad_alloc&) {
     std::fputs("error: out of memory\n", stderr);
     return kExitMemory;
+  } catch (const std::system_error& error) {
+    std::fprintf(stderr, "error: %s\n", error.what());
+    return kExitFile;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "error: internal: %s\n", error.what());
     return 1;

@@ -65,7 +65,7 @@ class PictureRun {
         mSelected(SelectFrames(mSimulation->Range(), options.frames)),
         mProgress(mSimulation->Range().first, mSelected.last,
                   options.quiet ? ProgressStyle::Quiet : StyleOfStandardError()),
-        mNames(*scene.document) {
+        mNames(*scene.document, NodeNames::Among::SameList) {
     mFirst = FirstFrame(options.cached);
     mMedia = MakeMedia(mSpec.media, mSimulation->Scenes());
     mShaders = MakeShaders(mSpec.shaders, mSimulation->Scenes());

@@ -36,7 +36,7 @@ class Run {
         mSelected(SelectFrames(mSimulation.Range(), options.frames)),
         mProgress(mSimulation.Range().first, mSelected.last,
                   options.quiet ? ProgressStyle::Quiet : StyleOfStandardError()),
-        mNames(*scene.document),
+        mNames(*scene.document, NodeNames::Among::SameList),
         mExporter(scene.exports, out),
         mCheckpoints(out / "checkpoints", scene.fingerprint, options.checkpoint),
         mResumed(Resume()),

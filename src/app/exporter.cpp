@@ -19,7 +19,7 @@ namespace {
 /// The core object of a node and the scene that owns it.
 struct Found {
   const Scene* scene = nullptr;
-  const iBase* object = nullptr;
+  iBase* object = nullptr;
 };
 
 Found Find(const Exporter::Scenes& scenes, host::NodeId node) {
@@ -29,10 +29,6 @@ Found Find(const Exporter::Scenes& scenes, host::NodeId node) {
       if (found != scene->List(list).end()) return {scene.get(), found->second.get()};
     }
   return {};
-}
-
-bool LeadsOut(const fs::path& path) {
-  return path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end();
 }
 
 /// A box in simulation units.
@@ -74,18 +70,27 @@ struct PictureContent {
   const Scene* scene = nullptr;
 
   void Add(const Field& field, bool isFirst);
+  /// Widens the box of the content.
+  void Cover(const GridLayout& layout);
   void AddSolids(const Exporter::Scenes& scenes);
   /// The smoke of a picture with a fire is soot.
   void BlackenByFire();
 };
 
-void PictureContent::Add(const Field& field, bool isFirst) {
-  if (!field.HasGrid()) return;
-  const GridLayout& layout = field.grids[0]->mLayout;
+void PictureContent::Cover(const GridLayout& layout) {
   content = content ? Box{{Min(content->min, layout.simOrigin)}, {Max(content->max, layout.simMax)}}
                     : Box{layout.simOrigin, layout.simMax};
+}
+
+void PictureContent::Add(const Field& field, bool isFirst) {
+  if (!field.HasGrid()) return;
+  Cover(field.grids[0]->mLayout);
   if (field.kind == Field::Kind::LevelSet) {
     solids.push_back({field.grids[0], false});
+    for (const EGrid<double>* other : field.others) {
+      Cover(other->mLayout);
+      solids.push_back({other, false});
+    }
     return;
   }
   PreviewLayer layer;
@@ -132,10 +137,6 @@ void PictureContent::AddSolids(const Exporter::Scenes& scenes) {
 
 Exporter::Exporter(std::vector<ExportSpec> exports, fs::path folder)
     : mExports(std::move(exports)), mFolder(std::move(folder)) {
-  for (const ExportSpec& spec : mExports)
-    if (LeadsOut(spec.file))
-      throw CommandError(kExitInvalidScene,
-                         "export \"" + spec.file + "\" leads out of the output folder");
   if (!mExports.empty()) MakeFolder(mFolder);
 }
 

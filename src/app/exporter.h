@@ -17,8 +17,8 @@ class Exporter {
  public:
   using Scenes = std::vector<std::unique_ptr<MELDO_SULVA::Scene>>;
 
-  /// `folder` is where the files' names start. Throws CommandError: kExitInvalidScene where a name
-  /// leads out of it, kExitFile where it can't be made.
+  /// `folder` is where the files' names start. Throws CommandError (kExitFile) where it can't be
+  /// made.
   Exporter(std::vector<ExportSpec> exports, std::filesystem::path folder);
 
   /// Throws CommandError where a file can't be written.

@@ -32,9 +32,25 @@ Field FieldOfVector(const VectorChannel& channel, Field::Kind kind) {
   return field;
 }
 
+Field FieldOfVolume(iVolume& volume) {
+  Field field;
+  field.kind = Field::Kind::LevelSet;
+  std::vector<VolumeBase*> members;
+  volume.CollectMembers(members);
+  for (const VolumeBase* member : members) {
+    if (!member->HasGridData()) continue;
+    if (field.grids[0]) {
+      field.others.push_back(member->GetGrid());
+    } else {
+      field.grids[0] = member->GetGrid();
+    }
+  }
+  return field;
+}
+
 }  // namespace
 
-std::optional<Field> FieldOf(const iBase& object) {
+std::optional<Field> FieldOf(iBase& object) {
   std::optional<Field> field;
   if (const auto* solver = dynamic_cast<const FluidSolver*>(&object)) {
     field = FieldOfVector(solver->mVelocity, Field::Kind::Velocity);
@@ -42,10 +58,8 @@ std::optional<Field> FieldOf(const iBase& object) {
     field = FieldOfVector(*vector, Field::Kind::Vector);
   } else if (const auto* scalar = dynamic_cast<const ScalarChannel*>(&object)) {
     field = FieldOfScalar(*scalar);
-  } else if (const auto* volume = dynamic_cast<const VolumeBase*>(&object)) {
-    field.emplace();
-    field->kind = Field::Kind::LevelSet;
-    field->grids[0] = volume->GetGrid();
+  } else if (auto* volume = dynamic_cast<iVolume*>(&object)) {
+    field = FieldOfVolume(*volume);
   }
   if (field) field->cellSize = object.GetDomain().cellSize;
   return field;

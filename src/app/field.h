@@ -2,6 +2,7 @@
 #pragma once
 #include <array>
 #include <optional>
+#include <vector>
 
 #include "framework/scene.h"
 #include "grids/egrid.h"
@@ -15,10 +16,12 @@ struct Field {
     Scalar,    ///< one grid at cell centres
     Vector,    ///< three grids at cell centres
     Velocity,  ///< three grids on faces, simulation units per second
-    LevelSet,  ///< one grid of signed distances, negative inside
+    LevelSet,  ///< signed distances, negative inside; several grids are one shape together
   };
   Kind kind = Kind::Scalar;
   std::array<const EGrid<double>*, 3> grids{};
+  std::vector<const EGrid<double>*>
+      others;           ///< of a level set of several grids those behind the first
   double valueMax = 1;  ///< upper end of the value range
   bool isHeat = false;  ///< temperature or fire: drawn in warm colours
   f32 cellSize = 1;     ///< of the scene, where there is no grid
@@ -26,7 +29,8 @@ struct Field {
   bool HasGrid() const { return grids[0] && grids[0]->mData; }
 };
 
-/// The field of a core object: a channel, a solver (its velocity) or a volume; empty for any other.
-std::optional<Field> FieldOf(const MELDO_SULVA::iBase& object);
+/// The field of a core object: a channel, a solver (its velocity), a volume or a group of volumes;
+/// empty for any other.
+std::optional<Field> FieldOf(MELDO_SULVA::iBase& object);
 
 }  // namespace MELDO_GLOBAL::app

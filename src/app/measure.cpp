@@ -91,7 +91,7 @@ FaceSums MeasureLayer(const EGrid<double>& velocity, const EGrid<float>* open, i
 
 }  // namespace
 
-ChannelRecord MeasureChannel(const iBase& channel, i32 threads) {
+ChannelRecord MeasureChannel(iBase& channel, i32 threads) {
   ChannelRecord record;
   const std::optional<Field> field = FieldOf(channel);
   record.cellSize = channel.GetDomain().cellSize;

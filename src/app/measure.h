@@ -10,7 +10,7 @@ namespace MELDO_GLOBAL::app {
 /// Minimum, maximum and sum of every component over all samples of its grid. Sums go layer by
 /// layer in layer order, so that they don't depend on the thread count. A value that is not finite
 /// makes the sum not finite.
-ChannelRecord MeasureChannel(const MELDO_SULVA::iBase& channel, i32 threads);
+ChannelRecord MeasureChannel(MELDO_SULVA::iBase& channel, i32 threads);
 
 /// The largest component and the kinetic energy of a solver's velocity, and what its projections
 /// reported since the last call.

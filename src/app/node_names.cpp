@@ -1,6 +1,9 @@
 #include "app/node_names.h"
 
+#include <utility>
 #include <vector>
+
+#include "nodes/catalogue.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -21,23 +24,33 @@ std::string PathOf(const host::BaseNode& node, int levels) {
   return path;
 }
 
+/// The scene list of a node's kind; 0 for what has none.
+i32 ListOf(const host::BaseNode& node) {
+  const MELDO_SULVA::NodeKind* kind = MELDO_SULVA::FindKind(node.Type());
+  return kind ? kind->list : 0;
+}
+
 }  // namespace
 
-NodeNames::NodeNames(const host::Document& document) {
+NodeNames::NodeNames(const host::Document& document, Among among) {
   std::vector<const host::BaseNode*> open;
   Collect(document.Roots(), open);
   // Names that meet get one level more in each round; a tree is never deeper than its nodes.
   const std::size_t most = open.size();
   for (std::size_t levels = 1; !open.empty() && levels <= most + 1; ++levels) {
-    std::map<std::string, int> uses;
-    for (const host::BaseNode* node : open) ++uses[PathOf(*node, static_cast<int>(levels))];
+    const auto keyOf = [&](const host::BaseNode& node) {
+      return std::pair(among == Among::SameList ? ListOf(node) : 0,
+                       PathOf(node, static_cast<int>(levels)));
+    };
+    std::map<std::pair<i32, std::string>, int> uses;
+    for (const host::BaseNode* node : open) ++uses[keyOf(*node)];
     std::vector<const host::BaseNode*> left;
     for (const host::BaseNode* node : open) {
-      const std::string path = PathOf(*node, static_cast<int>(levels));
-      if (uses[path] > 1 && levels <= most) {
+      const auto key = keyOf(*node);
+      if (uses[key] > 1 && levels <= most) {
         left.push_back(node);
       } else {
-        mNames[node->Id()] = path;
+        mNames[node->Id()] = key.second;
       }
     }
     open = std::move(left);

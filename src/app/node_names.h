@@ -11,7 +11,9 @@ namespace MELDO_GLOBAL::app {
 /// "server/child" as far up as it takes.
 class NodeNames {
  public:
-  explicit NodeNames(const host::Document& document);
+  /// Which nodes have to differ: all, or those of one scene list, as statistics name them.
+  enum class Among { AllNodes, SameList };
+  explicit NodeNames(const host::Document& document, Among among = Among::AllNodes);
   /// The name of a node, by identity; the empty text for one that wasn't there.
   const std::string& Of(host::NodeId node) const;
 

@@ -34,16 +34,10 @@ std::string WhyUnused(const BaseNode& node, const ParameterRow& row) {
                      WordFor(*mode, *now), ConditionText(*node.Table(), row));
 }
 
-const ParameterRow* RowOfKey(const ParameterTable& table, const std::string& key) {
-  for (const ParameterRow& row : table)
-    if (row.name == key || std::to_string(row.id) == key) return &row;
-  return nullptr;
-}
-
 void NoteUnused(SceneContext& context, const MadeNode& made) {
   if (!made.parameters || !made.node->Table()) return;
   for (const JsonMember& member : *made.parameters->Members())
-    if (const ParameterRow* row = RowOfKey(*made.node->Table(), member.key))
+    if (const ParameterRow* row = RowNamed(*made.node->Table(), member.key))
       if (const std::string why = WhyUnused(*made.node, *row); !why.empty())
         context.Note(member, made.subject, why);
 }

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 
@@ -97,6 +98,11 @@ class ExportReader {
                      fmt::format("'file': '{}' needs a run of # for the frame number, as in "
                                  "'{}/####.{}'",
                                  Shown(*text), spec.format, spec.format));
+      return false;
+    }
+    if (path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end()) {
+      mContext.Error(*file, subject,
+                     fmt::format("'file': '{}' leads out of the output folder", Shown(*text)));
       return false;
     }
     const auto [first, isNew] = mFiles.try_emplace(path.lexically_normal().string(), file->line);

@@ -26,6 +26,10 @@ constexpr i32 kSimulationUnits = 1001;
 
 constexpr std::size_t kLargestFile = std::size_t{64} << 20;
 
+// Frames a second and frames between which times, and the distance of two frames, are exact.
+constexpr double kSlowest = 1e-6, kFastest = 1e6;
+constexpr i32 kFarthestFrame = 1000000000;
+
 /// The members at the top of a scene file.
 void ReadHeader(SceneContext& context, const JsonValue& root) {
   Document& document = context.document;
@@ -43,9 +47,15 @@ void ReadHeader(SceneContext& context, const JsonValue& root) {
   }
   if (const JsonValue* fps = root.Find("fps")) {
     const auto number = context.ReadNumber(*fps, "", "'fps'");
-    if (number && !(*number > 0))
+    const bool isRate = number && *number >= kSlowest && *number <= kFastest;
+    if (number && !(*number > 0)) {
       context.Error(*fps, "", fmt::format("'fps': expected a number above 0, got {}", *number));
-    if (number && *number > 0) document.fps = *number;
+    } else if (number && !isRate) {
+      context.Error(
+          *fps, "",
+          fmt::format("'fps': {} is out of range; expected {} to {}", *number, kSlowest, kFastest));
+    }
+    if (isRate) document.fps = *number;
   }
   const JsonValue* range = root.Find("range");
   if (!range) return;
@@ -54,6 +64,13 @@ void ReadHeader(SceneContext& context, const JsonValue& root) {
   const auto first = context.ReadWhole((*range->Items())[0], "", "'range'");
   const auto last = context.ReadWhole((*range->Items())[1], "", "'range'");
   if (!first || !last) return;
+  for (const i32 frame : {*first, *last}) {
+    if (frame >= -kFarthestFrame && frame <= kFarthestFrame) continue;
+    context.Error(*range, "",
+                  fmt::format("'range': {} is out of range; expected {} to {}", frame,
+                              -kFarthestFrame, kFarthestFrame));
+    return;
+  }
   if (*first > *last) {
     context.Error(*range, "",
                   fmt::format("'range': is reversed: {} lies behind {}", *first, *last));
@@ -61,6 +78,29 @@ void ReadHeader(SceneContext& context, const JsonValue& root) {
   }
   document.previewMin = *first;
   document.previewMax = *last;
+}
+
+/// The value of an override: as the scene file writes it, or plain text. A text needs no quotes,
+/// even where it looks like something else.
+JsonValue OverrideValue(const ParameterRow& row, const std::string& text) {
+  JsonValue value;
+  Diagnostics unused;
+  const bool isJson = ParseJson(text, {}, value, unused) && !unused.HasErrors();
+  const bool isText = row.type == ParameterType::String;
+  const bool isName = row.type == ParameterType::Filename || row.type == ParameterType::Link;
+  if (!isJson || ((isText || (isName && !value.IsNull())) && !value.Text())) value.data = text;
+  return value;
+}
+
+/// The node of an override: of several of a name the one that has the parameter.
+BaseNode* OverriddenNode(SceneContext& context, const NameTable& names,
+                         const std::string& reference, const std::string& key) {
+  std::vector<BaseNode*> fitting;
+  for (const NameTable::Candidate& candidate : names.Find(reference))
+    if (const ParameterTable* table = candidate.node->Table(); table && RowNamed(*table, key))
+      fitting.push_back(candidate.node);
+  if (fitting.size() == 1) return fitting.front();
+  return ValueReader(context, names).ResolveLink(reference, {}, {}, "", "node");
 }
 
 /// Applies one `NODE.PARAMETER=VALUE` and adds it to `given`.
@@ -75,22 +115,18 @@ void ApplyOverride(SceneContext& context, const NameTable& names, const std::str
     context.Error(nowhere, "", "expected NODE.PARAMETER=VALUE");
     return;
   }
-  JsonValue value;
-  Diagnostics unused;
-  const std::string valueText = text.substr(equals + 1);
-  if (!ParseJson(valueText, option, value, unused) || unused.HasErrors()) value.data = valueText;
-
-  ValueReader reader(context, names);
-  BaseNode* node = reader.ResolveLink(text.substr(0, dot), {}, nowhere, "", "node");
+  const JsonMember key{text.substr(dot + 1, equals - dot - 1), 0, 0, {}};
+  BaseNode* node = OverriddenNode(context, names, text.substr(0, dot), key.key);
   if (!node || node->Type() == kUnknownNode) return;
   const Subject subject = fmt::format("{} \"{}\": ", TypeWord(*node), Shown(node->Name()));
   if (!node->Table()) {
     context.Error(nowhere, subject, "it has no parameters");
     return;
   }
-  const JsonMember key{text.substr(dot + 1, equals - dot - 1), 0, 0, {}};
+  ValueReader reader(context, names);
   const ParameterRow* row = reader.FindRow(key, *node->Table(), subject);
   if (!row) return;
+  const JsonValue value = OverrideValue(*row, text.substr(equals + 1));
   const Value* held = node->Get(row->id);
   const Value before = held ? *held : row->WhenMissing();
   reader.ReadParameter(*row, value, *node, context.document.previewMin, subject);

@@ -16,7 +16,7 @@ namespace MELDO_GLOBAL::app {
 /// A sequence of files for another tool.
 struct ExportSpec {
   std::string format;  ///< "vdb" or "png"
-  std::string file;    ///< relative to the output folder, with one run of # for the frame number
+  std::string file;    ///< below the output folder, with a run of # for the frame number
   std::vector<std::pair<std::string, host::NodeId>> grids;  ///< name in the file, node
   char axis = 'z';       ///< png: 'x', 'y' or 'z', the direction of view
   SourceLocation where;  ///< of the export in the scene file

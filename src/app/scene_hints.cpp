@@ -2,9 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <functional>
 #include <limits>
 #include <set>
 
+#include "app/scene_values.h"
 #include "host/polygon_object.h"
 #include "nodes/catalogue.h"
 
@@ -20,6 +22,23 @@ class HintFinder {
  public:
   HintFinder(const LoadedScene& scene, Diagnostics& diagnostics)
       : mScene(scene), mDiagnostics(diagnostics) {}
+
+  /// Tags outside of volumes make nothing solid, unless a volume with a tag has the shape.
+  void LookAtTags() {
+    std::set<NodeId> solid;
+    for (const auto isShape : {IsVolume, IsMesh})
+      ForEachNode([&](const BaseNode& node) {
+        if (!isShape(node)) return;
+        const bool hasTag = node.Tag(kObstacleTag) != nullptr;
+        if (IsVolume(node) ? hasTag : solid.contains(node.Id())) AddLinks(node, solid);
+      });
+    ForEachNode([&](const BaseNode& node) {
+      if (node.Tag(kObstacleTag) && !IsVolume(node) && !solid.contains(node.Id()))
+        Warn(node,
+             "its obstacle tag makes nothing solid for the gas; give the tag to the volume that "
+             "has its shape");
+    });
+  }
 
   void LookAt(const BaseNode& server) {
     mNodes.clear();
@@ -64,10 +83,30 @@ class HintFinder {
     return link ? mScene.document->Find(link->node) : nullptr;
   }
 
+  static bool IsVolume(const BaseNode& node) {
+    return IsKind(node, "volume") || IsKind(node, "volume_multi");
+  }
+  static bool IsMesh(const BaseNode& node) {
+    return IsKind(node, "mesh") || IsKind(node, "mesh_multi");
+  }
+  static void AddLinks(const BaseNode& node, std::set<NodeId>& linked) {
+    for (const auto& [id, value] : node.Values()) {
+      if (const Link* link = std::get_if<Link>(&value)) linked.insert(link->node);
+      if (const auto* list = std::get_if<InExcludeData>(&value))
+        for (const InExcludeData::Entry& entry : list->entries) linked.insert(entry.node);
+    }
+  }
+  void ForEachNode(const std::function<void(const BaseNode&)>& visit) const {
+    const std::function<void(const BaseNode&)> walk = [&](const BaseNode& node) {
+      visit(node);
+      for (const BaseNode* child : node.Children()) walk(*child);
+    };
+    for (const BaseNode* root : mScene.document->Roots()) walk(*root);
+  }
+
   void Warn(const BaseNode& node, const std::string& text) {
-    mDiagnostics.Warning(
-        {mScene.path.string(), 0, 0},
-        fmt::format("{} \"{}\": {}", FindKind(node.Type())->type, Shown(node.Name()), text));
+    mDiagnostics.Warning({mScene.path.string(), 0, 0},
+                         fmt::format("{} \"{}\": {}", TypeWord(node), Shown(node.Name()), text));
   }
 
   void CheckSize(const BaseNode& mesh, double cell) {
@@ -120,6 +159,7 @@ class HintFinder {
 void AddHints(const LoadedScene& scene, Diagnostics& diagnostics) {
   HintFinder finder(scene, diagnostics);
   for (const BaseNode* server : scene.servers) finder.LookAt(*server);
+  finder.LookAtTags();
 }
 
 }  // namespace MELDO_GLOBAL::app

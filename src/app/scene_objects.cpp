@@ -40,6 +40,16 @@ const ObjectType* FindObjectType(std::string_view name) {
   return nullptr;
 }
 
+std::optional<std::string> ReadFileName(SceneContext& context, const JsonValue& value,
+                                        const Subject& subject, const std::string& what) {
+  auto name = context.ReadText(value, subject, what);
+  if (!name || (!name->empty() && name->find('\0') == std::string::npos)) return name;
+  context.Error(value, subject,
+                fmt::format("{}: expected the name of a file, got {}", what,
+                            name->empty() ? "an empty text" : "text with a zero byte"));
+  return {};
+}
+
 }  // namespace
 
 void SceneBuilder::MakeObject(const JsonValue& value, SiblingNames& names) {
@@ -203,7 +213,7 @@ void SceneBuilder::ReadMesh(const JsonValue& value, BaseNode& node, const Subjec
     return;
   }
   if (frames) return ReadFrames(*frames, node, subject);
-  const auto path = mContext.ReadText(*file, subject, "'file'");
+  const auto path = ReadFileName(mContext, *file, subject, "'file'");
   if (!path) return;
   try {
     static_cast<PolygonObject&>(node).SetGeometry(LoadMesh(mContext.Resolve(*path)));
@@ -213,7 +223,7 @@ void SceneBuilder::ReadMesh(const JsonValue& value, BaseNode& node, const Subjec
 }
 
 void SceneBuilder::ReadFrames(const JsonValue& frames, BaseNode& node, const Subject& subject) {
-  const auto path = mContext.ReadText(frames, subject, "'frames'");
+  const auto path = ReadFileName(mContext, frames, subject, "'frames'");
   if (!path) return;
   if (path->find('#') == std::string::npos) {
     mContext.Error(frames, subject, "'frames': expected a run of # for the frame number");

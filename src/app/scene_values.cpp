@@ -107,17 +107,21 @@ void ValueReader::ReadParameters(const JsonValue& object, BaseNode& node, i32 fr
   }
 }
 
+const ParameterRow* RowNamed(const ParameterTable& table, std::string_view key) {
+  i32 id = 0;
+  const char* end = key.data() + key.size();
+  const auto [stop, error] = std::from_chars(key.data(), end, id);
+  const bool isId = error == std::errc() && stop == end;
+  for (const ParameterRow& row : table)
+    if (isId ? row.id == id : row.name == key) return &row;
+  return nullptr;
+}
+
 const ParameterRow* ValueReader::FindRow(const JsonMember& key, const ParameterTable& table,
                                          const Subject& subject) {
-  i32 id = 0;
-  const char* end = key.key.data() + key.key.size();
-  const auto [stop, error] = std::from_chars(key.key.data(), end, id);
-  const bool isId = error == std::errc() && stop == end;
+  if (const ParameterRow* row = RowNamed(table, key.key)) return row;
   std::vector<std::string_view> names;
-  for (const ParameterRow& row : table) {
-    if (isId ? row.id == id : row.name == key.key) return &row;
-    names.push_back(row.name);
-  }
+  for (const ParameterRow& row : table) names.push_back(row.name);
   mContext.Error(
       key, subject,
       fmt::format("unknown parameter '{}'{}", Shown(key.key), mContext.Suggest(key.key, names)));

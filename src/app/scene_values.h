@@ -76,6 +76,9 @@ std::optional<host::Track> ReadTrack(
     SceneContext& context, const JsonValue& value, const Subject& subject, const std::string& what,
     const std::function<std::optional<host::Value>(const JsonValue&)>& readValue);
 
+/// The row that a key of a scene file names, by its name or its id as text; null if none does.
+const host::ParameterRow* RowNamed(const host::ParameterTable& table, std::string_view key);
+
 /// What a node is called in messages: its short type name, or the word for a host object.
 std::string TypeWord(const host::BaseNode& node);
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 #include <sstream>
 
 #include "app/exit_codes.h"
@@ -130,6 +131,75 @@ openvdb::GridBase::Ptr EncodeVelocity(const Field& field) {
   return out;
 }
 
+/// A grid of a level set and where it stands.
+struct LevelSetPart {
+  const EGrid<double>* grid;
+  Placement placement;
+  float beyond;  ///< the distance, cut to the band, where the grid ends
+
+  /// The distance at a voxel, cut to the band.
+  float At(const Coord& voxel) const {
+    const Coord c = voxel - placement.first;
+    const VecInt3D& d = placement.dims;
+    const bool isHeld =
+        c.x() >= 0 && c.y() >= 0 && c.z() >= 0 && c.x() < d.x && c.y() < d.y && c.z() < d.z;
+    const float band = std::abs(beyond);
+    return isHeld ? std::clamp(static_cast<float>((*grid)(c.x(), c.y(), c.z())), -band, band)
+                  : beyond;
+  }
+  bool Meets(const Coord& leaf) const {
+    const Coord end = placement.first + Coord(placement.dims.x, placement.dims.y, placement.dims.z);
+    return openvdb::CoordBBox(placement.first, end.offsetBy(-1))
+        .hasOverlap(openvdb::CoordBBox::createCube(leaf, kLeaf));
+  }
+};
+
+/// The distance at a voxel to the nearest of some parts, at most `most`.
+float LeastDistance(const std::vector<const LevelSetPart*>& parts, const Coord& voxel, float most) {
+  for (const LevelSetPart* part : parts) most = std::min(most, part->At(voxel));
+  return most;
+}
+
+std::vector<LevelSetPart> PartsOf(const Field& field, float band) {
+  std::vector<LevelSetPart> parts;
+  const auto add = [&](const EGrid<double>& grid) {
+    // What lies beyond a grid is on the side that its corner is on: inside for an inverted volume.
+    parts.push_back({&grid, PlacementOf(grid, grid.Dims(), OffsetOf(grid.mKind)),
+                     grid(0, 0, 0) < 0 ? -band : band});
+  };
+  add(*field.grids[0]);
+  for (const EGrid<double>* other : field.others) add(*other);
+  return parts;
+}
+
+/// Adds the leaf at `low`, or a tile where the leaf would be of one value.
+void AddLeaf(openvdb::FloatTree& tree, const std::vector<LevelSetPart>& parts, const Coord& low) {
+  using Leaf = openvdb::FloatTree::LeafNodeType;
+  const float band = std::abs(tree.background());
+  std::vector<const LevelSetPart*> near;
+  float far = band;
+  for (const LevelSetPart& part : parts) {
+    if (part.Meets(low)) {
+      near.push_back(&part);
+    } else {
+      far = std::min(far, part.beyond);
+    }
+  }
+  auto leaf = std::make_unique<Leaf>(low, tree.background(), false);
+  for (openvdb::Index i = 0; i < Leaf::SIZE; ++i) {
+    const float d = LeastDistance(near, leaf->offsetToGlobalCoord(i), far);
+    leaf->setValueOff(i, d);
+    if (std::abs(d) < band) leaf->setActiveState(i, true);
+  }
+  float same;
+  bool active;
+  if (!leaf->isConstant(same, active)) {
+    tree.addLeaf(leaf.release());
+  } else if (same != tree.background()) {
+    tree.addTile(1, low, same, false);
+  }
+}
+
 openvdb::GridBase::Ptr EncodeLevelSet(const Field& field) {
   const double h = field.HasGrid() ? field.grids[0]->mLayout.cellSize : field.cellSize;
   const float band = static_cast<float>(kLevelSetBand * h);
@@ -139,35 +209,16 @@ openvdb::GridBase::Ptr EncodeLevelSet(const Field& field) {
     return out;
   };
   if (!field.HasGrid()) return create(band);
-  const EGrid<double>& grid = *field.grids[0];
-  // What lies beyond the grid is on the side that its corner is on: inside for an inverted volume.
-  auto out = create(grid(0, 0, 0) < 0 ? -band : band);
-  const Placement p = PlacementOf(grid, grid.Dims(), OffsetOf(grid.mKind));
-  out->setTransform(p.transform);
-  auto& tree = out->tree();
-  using Leaf = openvdb::FloatTree::LeafNodeType;
-  ForEachLeaf(p, [&](const Coord& low, const openvdb::CoordBBox& box) {
-    auto leaf = std::make_unique<Leaf>(low, tree.background(), false);
-    for (int x = box.min().x(); x <= box.max().x(); ++x)
-      for (int y = box.min().y(); y <= box.max().y(); ++y)
-        for (int z = box.min().z(); z <= box.max().z(); ++z) {
-          const float d =
-              static_cast<float>(grid(x - p.first.x(), y - p.first.y(), z - p.first.z()));
-          const auto offset = Leaf::coordToOffset(Coord(x, y, z));
-          if (std::abs(d) < band) {
-            leaf->setValueOn(offset, d);
-          } else {
-            leaf->setValueOff(offset, d < 0 ? -band : band);
-          }
-        }
-    float same;
-    bool active;
-    if (!leaf->isConstant(same, active)) {
-      tree.addLeaf(leaf.release());
-    } else if (same != tree.background()) {
-      tree.addTile(1, low, same, false);
-    }
-  });
+  const std::vector<LevelSetPart> parts = PartsOf(field, band);
+  float beyond = band;
+  for (const LevelSetPart& part : parts) beyond = std::min(beyond, part.beyond);
+  auto out = create(beyond);
+  out->setTransform(parts.front().placement.transform);
+  std::set<Coord> done;
+  for (const LevelSetPart& part : parts)
+    ForEachLeaf(part.placement, [&](const Coord& low, const openvdb::CoordBBox&) {
+      if (done.insert(low).second) AddLeaf(out->tree(), parts, low);
+    });
   return out;
 }
 

@@ -1,5 +1,7 @@
 #include "framework/duration.h"
 
+#include "framework/scene.h"
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
@@ -31,7 +33,7 @@ bool Duration::ReadParameters(void* context) {
   if (!iBase::ReadParameters(context)) return false;
   repeats = mInterface.GetLong(1002);
   if (mInterface.GetBool(1008)) {
-    const double frame = mTime && mTime->fps > 0 ? 1.0 / mTime->fps : 0.0;
+    const double frame = mScene ? mScene->mClock.frameTime : 0.0;
     length = mInterface.GetLong(1005) * frame;
     start = mInterface.GetLong(1006) * frame;
     pause = mInterface.GetLong(1007) * frame;

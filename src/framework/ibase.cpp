@@ -1,5 +1,7 @@
 #include "framework/ibase.h"
 
+#include <algorithm>
+
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
@@ -53,7 +55,8 @@ void iBase::Release(bool) { SetFlag(FLAG_ACTIVE, false); }
 bool iBase::ReadParameters(void*) {
   if (!mInterface.HasNode()) return false;
   const i32 stage = mInterface.GetLong(10001, 0);
-  const i32 priority = mInterface.GetLong(10002, 0);
+  // A base priority is a small number: what is added leaves room for it.
+  const i32 priority = std::clamp(mInterface.GetLong(10002, 0), -1000000000, 1000000000);
   if (stage >= 1) {
     mPriority = priority;
     mStageMask = StageBit(stage & 31);

@@ -9,6 +9,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
+namespace {
+constexpr double kFarthestFrame = 1e9;  // the distance of two frames fits a long
+}  // namespace
+
 const ParameterTable& Scene::Parameters() {
   static const ParameterTable table = {
       RealRow(
@@ -54,8 +58,10 @@ const ParameterTable& Scene::Parameters() {
       BoolRow(1006, "use_preview_range", true,
               "the frames are those of the scene's range; off: of first_frame and last_frame"),
       LongRow(1007, "first_frame", 0, "frames", "where the simulation begins, from an empty world")
+          .Range(-kFarthestFrame, kFarthestFrame)
           .OnlyWith(1006, {0}),
       LongRow(1008, "last_frame", 90, "frames", "behind it nothing moves any more")
+          .Range(-kFarthestFrame, kFarthestFrame)
           .OnlyWith(1006, {0}),
       LongRow(1009, "thread_limit", 0, "",
               "most processor cores to use, 0 for all; the picture is the same with any number")
@@ -225,6 +231,15 @@ std::vector<iObject*> Scene::Caches(bool enabledOnly) const {
   return caches;
 }
 
+namespace {
+/// Tells which caches work in the stages that are theirs alone.
+void Trace(const Scene& scene, const std::vector<iObject*>& caches) {
+  if (!scene.mTrace) return;
+  for (const iObject* cache : caches)
+    if (cache->Has(FLAG_ACTIVE) && cache->IsDirty()) scene.mTrace(scene.mStage, *cache);
+}
+}  // namespace
+
 void Scene::LoadCaches() {
   SetStage(kLoadCache);
   for (iObject* cache : Caches(true)) {
@@ -234,6 +249,7 @@ void Scene::LoadCaches() {
   for (iObject* cache : Caches(false))
     if (!cache->Has(FLAG_DIRTY_CHECKED)) cache->CheckDirty();
   for (iObject* cache : Caches(true)) cache->Prepare();
+  Trace(*this, Caches(true));
 }
 
 void Scene::SaveCaches() {
@@ -241,6 +257,7 @@ void Scene::SaveCaches() {
   EvaluationThreadData data;
   data.thread = mThread;
   for (iObject* cache : Caches(true)) cache->Prepare();
+  Trace(*this, Caches(true));
   for (iObject* cache : Caches(true)) cache->Evaluate(data);
   for (iObject* cache : Caches(false)) cache->Finish();
   for (iObject* cache : Caches(false)) cache->ClearLinks();

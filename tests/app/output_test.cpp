@@ -16,6 +16,7 @@
 #include "app/png_preview.h"
 #include "app/run_arguments.h"
 #include "app/statistics.h"
+#include "nodes/catalogue.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::app;
@@ -179,6 +180,25 @@ TEST(NodeNames, GrowPathsOnlyWhereNamesMeet) {
   EXPECT_EQ(names.Of(b.Id()), "two/smoke");
   EXPECT_EQ(names.Of(c.Id()), "heat");
   EXPECT_EQ(names.Of(999), "");
+}
+
+TEST(NodeNames, StatisticsTellOnlyNodesOfAListApart) {
+  host::Document document;
+  const auto make = [&](i32 id, const char* name, host::BaseNode* parent) {
+    return &MELDO_SULVA::CreateNode(document, *MELDO_SULVA::FindKind(id), name, parent);
+  };
+  constexpr i32 scalar = 1300027, emitter = 1300005;
+  document.Create(host::kMeshObject, "fire", nullptr);
+  host::BaseNode* server = make(host::kServerNode, "scene", nullptr);
+  host::BaseNode* fire = make(scalar, "fire", server);
+  host::BaseNode* source = make(emitter, "smoke", server);
+  host::BaseNode* smoke = make(scalar, "smoke", server);
+  host::BaseNode* hidden = make(scalar, "smoke", source);
+  const NodeNames names(document, NodeNames::Among::SameList);
+  EXPECT_EQ(names.Of(fire->Id()), "fire");
+  EXPECT_EQ(names.Of(smoke->Id()), "scene/smoke");
+  EXPECT_EQ(names.Of(hidden->Id()), "smoke/smoke");
+  EXPECT_EQ(NodeNames(document).Of(fire->Id()), "scene/fire");
 }
 
 TEST(Preview, SmokeIsBrightOnDarkWithYUpAndTheSameExposureInEveryBox) {

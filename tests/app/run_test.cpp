@@ -80,12 +80,14 @@ class RunCommand : public testing::Test {
   }
 
   /// Runs the binary in the test's folder.
-  Result Sulva(const std::string& arguments) {
-    const fs::path out = mFolder / "stdout.txt", err = mFolder / "stderr.txt";
+  Result Sulva(const std::string& arguments, fs::path out = {}) {
+    if (out.empty()) out = mFolder / "stdout.txt";
+    const fs::path err = mFolder / "stderr.txt";
     const std::string command = "cd '" + mFolder.string() + "' && '" SULVA_BINARY "' " + arguments +
                                 " > '" + out.string() + "' 2> '" + err.string() + "'";
     const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out), ReadAll(err)};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+            fs::is_regular_file(out) ? ReadAll(out) : std::string(), ReadAll(err)};
   }
 
   /// The lines of a statistics file without timings and memory, by frame; the summary is under -1.
@@ -129,7 +131,8 @@ TEST_F(RunCommand, WrongUsageIsToldOnStandardError) {
   for (const char* arguments :
        {"", "run", "fly", "run empty.json --speed 3", "run empty.json --frames 9:3",
         "run empty.json --frames 0:3", "run empty.json --threads 0",
-        "run empty.json --set cell_size=2", "run empty.json --memory much"}) {
+        "run empty.json --set cell_size=2", "run empty.json --memory much",
+        "run empty.json --out ''", "run empty.json --frames ''"}) {
     const Result result = Sulva(arguments);
     EXPECT_EQ(result.code, 2) << arguments;
     EXPECT_EQ(result.out, "") << arguments;
@@ -220,6 +223,28 @@ TEST_F(RunCommand, TraceNamesStagesAndObjectsAndSolversSleepAtTheStart) {
   EXPECT_TRUE(pressure[2].contains("gas"));
   EXPECT_TRUE(pressure[3].contains("gas"));
   EXPECT_NE(result.out.find(" 5 source\n"), std::string::npos);
+}
+
+TEST_F(RunCommand, TraceTellsWhenCachesWriteAndRead) {
+  std::string text = kSmoke;
+  const std::string before = R"({ "type": "channel_scalar", "name": "smoke" },)";
+  text.insert(text.find(before) + before.size(),
+              R"({ "type": "cache", "name": "keep", "parameters": { "objects": ["smoke"] } },)");
+  Scene("kept.json", text);
+  const Result written = Sulva("run kept.json --quiet --trace --frames :2 --set keep.mode=record");
+  EXPECT_NE(written.out.find("2 1 17 keep\n"), std::string::npos) << written.out;
+  EXPECT_EQ(written.out.find(" 0 keep\n"), std::string::npos) << written.out;
+  const Result read = Sulva("run kept.json --quiet --trace --frames :2 --set keep.mode=play_back");
+  EXPECT_NE(read.out.find("2 0 0 keep\n"), std::string::npos) << read.out;
+  EXPECT_EQ(read.out.find(" 17 keep\n"), std::string::npos) << read.out;
+}
+
+TEST_F(RunCommand, AnswersThatReachNoOneAreFileErrors) {
+  for (const char* arguments : {"nodes --json", "check empty.json", "--version"}) {
+    const Result result = Sulva(arguments, "/dev/full");
+    EXPECT_EQ(result.code, 5) << arguments;
+    EXPECT_NE(result.err.find("cannot write to "), std::string::npos) << result.err;
+  }
 }
 
 TEST_F(RunCommand, LaterStartSimulatesFromTheFirstFrame) {

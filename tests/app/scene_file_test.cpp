@@ -239,6 +239,27 @@ TEST_F(SceneFile, OverridesAreValuesOfTheFileOrPlainText) {
   EXPECT_EQ(Get<InExcludeData>("x", kConstraints).entries.front().node, Node("a.b").Id());
 }
 
+TEST_F(SceneFile, OverridesOfTextsNeedNoQuotes) {
+  constexpr i32 kName = 1504, kObject = 1000;
+  const std::string objects = R"("objects": [{"name": "12", "type": "box"}],)";
+  for (const char* text : {"12", "true", "null", "[1, 2]", "{\"a\": 1}", "3 // x", "a=b"}) {
+    Load(R"({"type": "mesh", "name": "m"})", objects,
+         {std::string("scene.cache_name=") + text, "m.object=12"});
+    EXPECT_EQ(Get<std::string>("scene", kName), text);
+    EXPECT_EQ(Get<Link>("m", kObject).node, Node("12").Id());
+  }
+  Load("", "", {"scene.cache_name=\"in quotes\""});
+  EXPECT_EQ(Get<std::string>("scene", kName), "in quotes");
+}
+
+TEST_F(SceneFile, OverridesOfASharedNameMeanTheNodeWithTheParameter) {
+  Load(R"({"type": "duration", "name": "puff"}, {"type": "rate", "name": "w", "children": [
+            {"type": "duration", "name": "w"}]})",
+       R"("objects": [{"name": "puff", "type": "box"}],)", {"puff.length=3", "w.repeats=2"});
+  EXPECT_EQ(Get<double>("scene/puff", kLength), 3);
+  EXPECT_EQ(Get<i32>("w/w", kRepeats), 2);
+}
+
 TEST_F(SceneFile, OverridesAreCheckedAndNameTheOption) {
   Load(R"({"type": "duration", "name": "w"})", R"("objects": [{"name": "o", "type": "box"}],)");
   EXPECT_THAT(

@@ -132,6 +132,45 @@ TEST(VdbWriter, LevelSetsAreExactInTheBandAndSignedEverywhere) {
   EXPECT_GT(inverted->getConstAccessor().getValue({0, 0, 0}), 0);
 }
 
+TEST(VdbWriter, LevelSetOfSeveralGridsIsTheirUnion) {
+  const f32 h = 0.1f;
+  const auto ball = [&](const VecInt3D& first, const Vec3d& centre, double sign) {
+    EGrid<double> grid = MakeGrid({13, 13, 13}, first, h, kNode);
+    for (i32 z = 0; z <= 13; ++z)
+      for (i32 y = 0; y <= 13; ++y)
+        for (i32 x = 0; x <= 13; ++x)
+          grid(x, y, z) = sign * (Length(grid.PositionOf(x, y, z) - centre) - 0.35);
+    return grid;
+  };
+  const Vec3d at[] = {{0, 0, 0}, {0.4, 0.1, 0}, {3, 0, 0}};
+  const EGrid<double> near = ball({-7, -6, -6}, at[0], 1), beside = ball({-2, -5, -7}, at[1], 1),
+                      far = ball({24, -6, -6}, at[2], 1), room = ball({-6, -6, -6}, at[0], -1);
+  const auto read = [&](std::vector<const EGrid<double>*> parts) {
+    Field field = FieldWith(Field::Kind::LevelSet, {parts.front()});
+    field.others.assign(parts.begin() + 1, parts.end());
+    return openvdb::gridPtrCast<openvdb::FloatGrid>(
+        ReadBack(EncodeVdb({{"parts", field}}), "union.vdb")->front());
+  };
+  const auto expect = [&](const openvdb::FloatGrid& grid, auto&& distance) {
+    auto access = grid.getConstAccessor();
+    for (i32 z = -12; z <= 12; ++z)
+      for (i32 y = -12; y <= 12; ++y)
+        for (i32 x = -12; x <= 40; ++x) {
+          const Vec3d p{x * h, y * h, z * h};
+          ASSERT_NEAR(access.getValue({x, y, z}), std::clamp(distance(p), -3.0 * h, 3.0 * h), 1e-6)
+              << x << ' ' << y << ' ' << z;
+        }
+  };
+  const auto to = [&](const Vec3d& p, int i) { return Length(p - at[i]) - 0.35; };
+  const auto three = read({&near, &beside, &far});
+  expect(*three, [&](const Vec3d& p) { return std::min({to(p, 0), to(p, 1), to(p, 2)}); });
+  EXPECT_GT(three->background(), 0);
+  // A room with a ball in it: all is solid but what lies in the room beside the ball.
+  const auto inside = read({&room, &beside});
+  expect(*inside, [&](const Vec3d& p) { return std::min(-to(p, 0), to(p, 1)); });
+  EXPECT_LT(inside->background(), 0);
+}
+
 TEST(VdbWriter, EqualFieldsAreEqualFilesAndOthersDiffer) {
   EGrid<double> grid = MakeGrid({8, 8, 8}, {0, 0, 0}, 0.1f, kCentre);
   grid(3, 4, 5) = 0.5;

@@ -162,11 +162,13 @@ TEST_F(DurationTest, CountsFramesOnRequest) {
   node.Set(1005, i32{50});
   node.Set(1006, i32{25});
   node.Set(1007, i32{5});
-  s.scene.mTime.fps = 25;
-  duration.ReadParameters();
-  EXPECT_DOUBLE_EQ(duration.length, 2);
-  EXPECT_DOUBLE_EQ(duration.start, 1);
-  EXPECT_DOUBLE_EQ(duration.pause, 0.2);
+  for (const double fps : {25.0, 29.97, 0.5}) {
+    s.scene.mClock.frameTime = 1 / fps;
+    duration.ReadParameters();
+    EXPECT_DOUBLE_EQ(duration.length, 50 / fps);
+    EXPECT_DOUBLE_EQ(duration.start, 25 / fps);
+    EXPECT_DOUBLE_EQ(duration.pause, 5 / fps);
+  }
 }
 
 /// Halves the weight, and counts its own tests.

@@ -85,7 +85,8 @@ const ParameterTable& GridDiffusion::Parameters() {
               "how soft it gets: with gaussian the width of the blur a second; else how much "
               "neighbours count, in cells a second")
           .AtLeast(0),
-      LongRow(1002, "rounds", 1, "", "repeats the blur in each substep, for more of it").AtLeast(1),
+      LongRow(1002, "rounds", 1, "", "repeats the blur in each substep, for more of it")
+          .Range(1, 10000),
       CurveRow(1000, "round_curve", "a curve over the repeats, kept with the node"),
   };
   return table;
