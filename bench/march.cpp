@@ -21,6 +21,7 @@ namespace {
 class Sun : public host::RenderLight {
  public:
   host::NodeId Node() const override { return 0; }
+  Vec3d Colour() const override { return {1, 1, 1}; }
   bool IlluminatesVolumes() const override { return true; }
   Illumination Illuminate(const Vec3d&, bool) const override {
     return {{1, 1, 1}, mDirection, kFarLight, {}};

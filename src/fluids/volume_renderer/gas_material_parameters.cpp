@@ -195,8 +195,9 @@ void AddMultiple(ParameterTable& t) {
   t.push_back(BoolRow(2412, "multiple_same_absorption", false,
                       "takes the rate of the parameter absorption"));
   t.push_back(BoolRow(2413, "multiple_same_step", false, "takes the length of the parameter step"));
-  t.push_back(BoolRow(2414, "multiple_own_view_spread", false,
-                      "takes multiple_view_spread in the place of multiple_spread"));
+  t.push_back(BoolRow(
+      2414, "multiple_own_view_spread", false,
+      "multiple_view_spread stands for the angle instead of multiple_spread, as a second look"));
   t.push_back(RealRow(2415, "multiple_view_spread", 0.55, "",
                       "mean square of the angle of an event, where that is chosen")
                   .AtLeast(0));
