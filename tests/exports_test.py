@@ -17,6 +17,7 @@ SCENE = """{ "sulva": 1, "range": [0, 4],
                { "name": "cube", "type": "box", "size": [40, 40, 40], "position": [200, 0, 0] } ],
   "nodes": [ { "type": "server", "name": "scene", "parameters": { "cell_size": 0.1 }, "children": [
     { "type": "channel_scalar", "name": "smoke" },
+    { "type": "channel_scalar", "name": "ash", "enabled": false },
     { "type": "mesh", "name": "skin", "parameters": { "object": "ball" } },
     { "type": "volume", "name": "inside", "parameters": { "mesh": "skin" } },
     { "type": "mesh", "name": "crust", "parameters": { "object": "cube" } },
@@ -29,7 +30,7 @@ SCENE = """{ "sulva": 1, "range": [0, 4],
     { "type": "fluid", "name": "gas", "position": [-100, -50, -100],
       "parameters": { "box_size": [200, 300, 200], "wall_high_y": "open", "forces": ["pull"] } } ] } ],
   "exports": [ { "format": "vdb", "file": "####.vdb",
-                 "grids": { "density": "smoke", "vel": "gas", "solid": "inside", "both": "both" } } ] }"""
+                 "grids": { "density": "smoke", "vel": "gas", "solid": "inside", "both": "both", "ash": "ash" } } ] }"""
 
 
 def main():
@@ -40,7 +41,7 @@ def main():
         lines = [json.loads(line) for line in pathlib.Path(folder, "stats.jsonl").read_text().splitlines()]
         grids = {grid.name: grid for grid in vdb.readAllGridMetadata(f"{folder}/0004.vdb")}
         names = ("density", "vel", "solid", "both")
-        assert set(grids) == set(names), set(grids)
+        assert set(grids) == {*names, "ash"}, set(grids)
         density, vel, solid, both = (vdb.read(f"{folder}/0004.vdb", name) for name in names)
     assert density.gridClass == vdb.GridClass.FOG_VOLUME, density.gridClass
     assert solid.gridClass == vdb.GridClass.LEVEL_SET, solid.gridClass

@@ -31,6 +31,16 @@ Found Find(const Exporter::Scenes& scenes, host::NodeId node) {
   return {};
 }
 
+/// The field of a node; of one that is switched off an empty one.
+std::optional<Field> FieldAt(const Exporter::Scenes& scenes, host::NodeId id) {
+  if (const Found found = Find(scenes, id); found.object) return FieldOf(*found.object);
+  const host::BaseNode* node = scenes.front()->GetDocument()->Find(id);
+  for (const auto& scene : scenes)
+    if (node && node->HasAncestor(scene->Server()))
+      return EmptyFieldOf(*node, scene->mDomain.cellSize);
+  return {};
+}
+
 /// A box in simulation units.
 struct Box {
   Vec3d min, max;
@@ -151,9 +161,7 @@ void Exporter::Write(i32 frame, const Scenes& scenes) const {
 std::string Exporter::EncodeVolumes(const ExportSpec& spec, const Scenes& scenes) const {
   std::vector<NamedField> fields;
   for (const auto& [name, node] : spec.grids) {
-    const Found found = Find(scenes, node);
-    const std::optional<Field> field = found.object ? FieldOf(*found.object) : std::nullopt;
-    if (field) fields.push_back({name, *field});
+    if (const std::optional<Field> field = FieldAt(scenes, node)) fields.push_back({name, *field});
   }
   return EncodeVdb(fields);
 }

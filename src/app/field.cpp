@@ -3,6 +3,7 @@
 #include "fluids/channels/channel.h"
 #include "fluids/dynamics/fluid_solver.h"
 #include "fluids/volume/volume_base.h"
+#include "nodes/catalogue.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -63,6 +64,21 @@ std::optional<Field> FieldOf(iBase& object) {
   }
   if (field) field->cellSize = object.GetDomain().cellSize;
   return field;
+}
+
+std::optional<Field> EmptyFieldOf(const host::BaseNode& node, f32 cellSize) {
+  const NodeKind* kind = FindKind(node.Type());
+  if (!kind) return {};
+  Field field;
+  field.cellSize = cellSize;
+  switch (kind->list) {
+    case kListChannels:
+      field.kind = kind->categories & kCategoryVector ? Field::Kind::Vector : Field::Kind::Scalar;
+      return field;
+    case kListSolvers: field.kind = Field::Kind::Velocity; return field;
+    case kListGeometry: field.kind = Field::Kind::LevelSet; return field;
+    default: return {};
+  }
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -33,4 +33,8 @@ struct Field {
 /// empty for any other.
 std::optional<Field> FieldOf(MELDO_SULVA::iBase& object);
 
+/// The field, without a grid, of a node that has no core object, being switched off; empty for a
+/// kind without fields.
+std::optional<Field> EmptyFieldOf(const host::BaseNode& node, f32 cellSize);
+
 }  // namespace MELDO_GLOBAL::app

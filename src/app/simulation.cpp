@@ -19,10 +19,11 @@ using namespace MELDO_SULVA;
 
 namespace {
 
-/// Several scenes of one document share a frame: their times add up.
-void AddReport(const Scene& scene, FrameRecord& record) {
+/// Several scenes of one document share a frame: their times add up, and its steps are those of the
+/// first one that simulates it.
+void AddReport(const Scene& scene, bool isFirst, FrameRecord& record) {
   const EvaluationReport& report = scene.mReport;
-  if (!record.simulated) {
+  if (isFirst || (!record.simulated && report.simulated)) {
     record.steps = report.steps;
     record.elapsed = scene.mTime.elapsed;
   }
@@ -87,7 +88,7 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
     if (!mGuard.Refusal().empty() || !mGuard.CheckGrids(*scene)) return FrameOutcome::OutOfMemory;
     if (!CheckCaches(*scene)) return FrameOutcome::FileFailure;
     if (!finished || host::MainThread().TestBreak()) return FrameOutcome::Interrupted;
-    AddReport(*scene, record);
+    AddReport(*scene, scene == mScenes.front(), record);
   }
   std::fflush(stdout);  // a trace appears with its frame
   record.wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();

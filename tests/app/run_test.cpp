@@ -247,6 +247,22 @@ TEST_F(RunCommand, AnswersThatReachNoOneAreFileErrors) {
   }
 }
 
+TEST_F(RunCommand, FrameOfSeveralServersTellsTheTimeOfTheFirst) {
+  std::string text = kSmoke;
+  text.insert(text.find("  ] } ],") + 5,
+              R"(, { "type": "server", "name": "later", "children": [], "parameters": {
+                     "use_preview_range": false, "first_frame": 3, "last_frame": 7 } })");
+  Scene("two.json", text);
+  const Result result = Sulva("run two.json --quiet --out two");
+  ASSERT_EQ(result.code, 0) << result.err;
+  const auto lines = Statistics("two");
+  ASSERT_EQ(lines.size(), 9u);
+  EXPECT_NEAR(lines.at(4)["elapsed_s"].get<double>(), 0.16, 1e-6);
+  // Behind the end of the first server's range its clock stands still.
+  EXPECT_EQ(lines.at(7)["elapsed_s"], lines.at(5)["elapsed_s"]);
+  EXPECT_EQ(lines.at(7)["substeps"], 0);
+}
+
 TEST_F(RunCommand, LaterStartSimulatesFromTheFirstFrame) {
   ASSERT_EQ(Sulva("run smoke.json --quiet --out all").code, 0);
   ASSERT_EQ(Sulva("run smoke.json --quiet --out part --frames 4:5").code, 0);
