@@ -49,6 +49,7 @@ class HintFinder {
     for (const BaseNode* node : mNodes)
       if (IsKind(*node, "mesh")) CheckSize(*node, cell);
     CheckMoved();
+    for (const BaseNode* node : mNodes) CheckLinks(*node, server);
   }
 
  private:
@@ -126,6 +127,23 @@ class HintFinder {
            fmt::format("'{}' is {:.3g} host units large, less than one cell ({:.3g}); lengths "
                        "of objects are host units, by default 100 to a metre",
                        Shown(object->Name()), size, cell));
+  }
+
+  /// Links to nodes that their holder doesn't see.
+  void CheckLinks(const BaseNode& node, const BaseNode& server) {
+    for (const ParameterRow& row : *node.Table()) {
+      const Value* value = node.Get(row.id);
+      const Link* link = value ? std::get_if<Link>(value) : nullptr;
+      const BaseNode* target = link ? mScene.document->Find(link->node) : nullptr;
+      if (!target || !FindKind(target->Type())) continue;
+      if (!target->HasAncestor(&server)) {
+        Warn(node, fmt::format("'{}': '{}' belongs to another server; a node sees those of its own "
+                               "server alone",
+                               row.name, Shown(target->Name())));
+      } else if (!target->IsEnabled()) {
+        Warn(node, fmt::format("'{}': '{}' is switched off", row.name, Shown(target->Name())));
+      }
+    }
   }
 
   /// Channels that an emitter feeds stand still where no advection has them as its target.
