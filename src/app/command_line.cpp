@@ -1,6 +1,7 @@
 #include "app/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 #include <iostream>
 #include <new>
@@ -298,6 +299,8 @@ int FinishAnswer(int code) {
 }  // namespace
 
 int Main(int argc, char** argv) {
+  // A file beyond the system's limit is a failed write, not the end of the program.
+  std::signal(SIGXFSZ, SIG_IGN);
   try {
     return FinishAnswer(Dispatch(argc, argv));
   } catch (const CommandError& error) {
