@@ -49,6 +49,8 @@ void ExpectWhole(const std::filesystem::path& path) {
   const auto size = static_cast<openvdb::Int64>(std::filesystem::file_size(path));
   Index index;
   index.readHeader(bytes);
+  if (index.fileVersion() < openvdb::OPENVDB_FILE_VERSION_ROOTNODE_MAP)
+    throw std::length_error("no version of the format");
   index.setFormatVersion(bytes);
   openvdb::MetaMap().readMeta(bytes);
   if (!index.inputHasGridOffsets()) return;

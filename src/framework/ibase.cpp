@@ -1,6 +1,7 @@
 #include "framework/ibase.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "framework/scene.h"
 #include "framework/state_archive.h"
@@ -55,13 +56,14 @@ void iBase::Release(bool) { SetFlag(FLAG_ACTIVE, false); }
 bool iBase::ReadParameters(void*) {
   if (!mInterface.HasNode()) return false;
   const i32 stage = mInterface.GetLong(10001, 0);
-  // A base priority is a small number: what is added leaves room for it.
-  const i32 priority = std::clamp(mInterface.GetLong(10002, 0), -1000000000, 1000000000);
+  const i32 priority = mInterface.GetLong(10002, 0);
   if (stage >= 1) {
     mPriority = priority;
     mStageMask = StageBit(stage & 31);
   } else {
-    mPriority += priority;
+    // Classes without a base priority add up, frame by frame.
+    constexpr i64 most = std::numeric_limits<i32>::max();
+    mPriority = static_cast<i32>(std::clamp(i64{mPriority} + priority, -most, most));
   }
   SetFlag(FLAG_GROUP_BREAK, mInterface.GetBool(10003, true));
   return true;
