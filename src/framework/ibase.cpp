@@ -91,7 +91,8 @@ void iBase::CheckDirty() {
 void iBase::MarkDirty(bool hard) {
   SetFlag(FLAG_DIRTY, true);
   if (hard) SetFlag(FLAG_DIRTY_HARD, true);
-  --mDirtyStamp;
+  // Without a node there is no next look.
+  if (mInterface.HasNode()) --mDirtyStamp;
 }
 
 void iBase::Persist(StateArchive& archive) {

@@ -63,6 +63,8 @@ class Channel_Dynamic : public iChannel<T> {
   /// Widens it by the layout of the last cache frame while a cache feeds the channel; false while
   /// none does.
   bool WidenByCache(Vec3d& min, Vec3d& max) const;
+  /// `ApplyBounds` clears the data. Those of a cache come once a frame, and stay in all its steps.
+  bool ClearsNow() const { return mClearEachFrame && !this->Has(FLAG_CACHED); }
 };
 
 /// A scalar field in one grid.

@@ -80,7 +80,7 @@ bool ChannelBase_Vector<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
   const ContainerShape shape(domain, min, max);
   for (i32 i = 0; i < 3; ++i)
     if (!FitContainer(mGrids[i], domain, shape,
-                      {KindOf(i), mValueMin[i], mValueMax[i], mInitial[i], this->mClearEachFrame}))
+                      {KindOf(i), mValueMin[i], mValueMax[i], mInitial[i], this->ClearsNow()}))
       return this->Deactivate("its grids do not fit into memory or are thinner than two cells");
   this->SetFlag(FLAG_ACTIVE, true);
   return true;

@@ -355,8 +355,10 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
     usable = lo[a] <= hi[a] && lo[a] <= to[a] && from[a] <= hi[a];
   }
   if (!usable) {
-    Deactivate("no emitter fills anything in its box; it begins at its position, its lowest corner, and its "
-               "box_size is in host units");
+    Deactivate(
+        "no emitter fills anything in its box; it begins at its position, its lowest corner, and "
+        "its "
+        "box_size is in host units");
     return;
   }
   const double padding = std::round(mPadding / voxel);
@@ -381,8 +383,9 @@ bool FluidSolver::ApplyBounds(const Vec3d& min, const Vec3d& max) {
     return Deactivate(reason);
   };
   if (!Has(FLAG_ACTIVE)) return fail(mInactiveReason);
-  if (!mVelocity.ApplyBounds(min, max)) return fail("its velocity grids couldn't be allocated");
   const bool cached = Has(FLAG_CACHED);
+  mVelocity.SetFlag(FLAG_CACHED, cached);
+  if (!mVelocity.ApplyBounds(min, max)) return fail("its velocity grids couldn't be allocated");
   if (cached) mPressure.Release(true);
   const bool hasSolids = cached || (mBoundary.GetLevelSet() && mDivergence.GetGrid(0));
   if (hasSolids && GetLayout() && GetLayout()->Equals(before)) {

@@ -241,7 +241,8 @@ void ParticleToGridEmitter::EmitRow(Row& row, bool owned, const LayerOwner& owne
   };
   for (const ChannelValue* target : mPorts.mValues) {
     const auto emit = [&](auto* channel, const auto& value, auto& values) {
-      if (!channel || !channel->mEmissionHandler) return;
+      // What a cache feeds holds its emissions already.
+      if (!channel || channel->Has(FLAG_CACHED) || !channel->mEmissionHandler) return;
       collect(channel->GetGrid(0), value, values);
       channel->mEmissionHandler->EmitRow(values.data(), row.places.data(),
                                          static_cast<i32>(values.size()), write, owner);

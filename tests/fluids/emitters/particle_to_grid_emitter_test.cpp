@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -115,6 +116,14 @@ TEST_F(PointsToGrid, CellsTakeTheMeanOfThePointsNearby) {
   TestScene::Set(emitter, 1003, i32{2});
   Run();
   Expect(2 * 0.25 * 0.04, [](const Vec3d&, double r) { return 1 - r; });
+}
+
+TEST_F(PointsToGrid, FieldsThatPlayFromACacheAreLeftAlone) {
+  smoke.SetFlag(FLAG_CACHED, true);
+  Run();
+  const EGrid<double>&a = *smoke.mGrid, &b = *flow.mGrids[0];
+  EXPECT_EQ(std::count(a.mData, a.mData + a.mCount, 0.0), a.mCount);
+  EXPECT_NE(std::count(b.mData, b.mData + b.mCount, 0.0), b.mCount);
 }
 
 TEST_F(PointsToGrid, ConstraintsWeighPoints) {
