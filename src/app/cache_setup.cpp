@@ -39,7 +39,7 @@ constexpr Passed kPassed[] = {{1500, 1000}, {1513, 1013}, {1503, 1003}, {1504, 1
 
 bool IsSolver(i32 type) { return type >= 1300002 && type <= 1300004; }
 bool IsField(i32 type) { return (type >= 1300027 && type <= 1300030) || type == 1300112; }
-bool IsVolume(i32 type) { return type == 1028106 || type == 1300133; }
+bool IsVolume(i32 type) { return type == 1028106; }
 
 std::string Quoted(const std::string& text) { return nlohmann::json(text).dump(); }
 

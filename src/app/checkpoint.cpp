@@ -65,10 +65,40 @@ std::vector<Checkpoints::Found> Checkpoints::List() const {
   return found;
 }
 
-void Checkpoints::Discard() {
+fs::path Checkpoints::StartPath() const { return mFolder / fmt::format("start{}", kSuffix); }
+
+void Checkpoints::Start(Simulation& simulation) {
   host::RemoveParts(mFolder);
   std::error_code ignored;
   for (const Found& found : List()) fs::remove(found.path, ignored);
+  fs::remove(StartPath(), ignored);
+  bool any = false;
+  for (const auto& scene : simulation.Scenes()) scene->Synchronise(scene->GetDocument());
+  simulation.ForEachCache([&](Cache_OperatorBase& cache) {
+    cache.ReadParameters();
+    any = cache.NoteOldFiles() || any;
+  });
+  if (!any || mEvery <= 0) return;
+  HyperFile file;
+  file.Open(kCheckpointIdent, StartPath(), HyperFile::Mode::kWrite);
+  WriteCheckpointHeader(file, {SULVA_VERSION, mScene, {simulation.Range().first - 1, 0}});
+  StateWriter writer(file, host::ThreadCount());
+  simulation.ForEachCache([&](Cache_OperatorBase& cache) { cache.PersistOldFiles(writer); });
+  if (!file.Close()) mWarning = file.Error();
+}
+
+void Checkpoints::RestoreStart(Simulation& simulation) {
+  for (const auto& scene : simulation.Scenes()) scene->Synchronise(scene->GetDocument());
+  HyperFile file;
+  CheckpointHeader header;
+  if (!file.Open(kCheckpointIdent, StartPath(), HyperFile::Mode::kRead) ||
+      !ReadCheckpointHeader(file, header) || header.version != SULVA_VERSION ||
+      header.scene != mScene)
+    return;
+  StateReader reader(file, host::ThreadCount());
+  simulation.ForEachCache([&](Cache_OperatorBase& cache) { cache.PersistOldFiles(reader); });
+  if (reader.IsGood())
+    simulation.ForEachCache([](Cache_OperatorBase& cache) { cache.DropAllFrames(); });
 }
 
 std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
@@ -78,10 +108,11 @@ std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
   for (const Found& found : List()) {
     HyperFile file;
     CheckpointHeader header;
-    if (!file.Open(kCheckpointIdent, found.path, HyperFile::Mode::kRead) ||
-        !ReadCheckpointHeader(file, header)) {
-      notes.push_back(file.Error().empty() ? found.path.string() + ": it is damaged"
-                                           : file.Error());
+    if (!file.Open(kCheckpointIdent, found.path, HyperFile::Mode::kRead)) {
+      // What may be whole isn't passed over: the run would write over all that it stands for.
+      if (file.FaultFound() != HyperFile::Fault::kDamaged)
+        throw CommandError(kExitFile, "can't go on: " + file.Error());
+      notes.push_back(file.Error());
       damaged.push_back(found.path);
       continue;
     }
@@ -89,6 +120,7 @@ std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
       throw CommandError(kExitFile,
                          fmt::format("{}: can't go on from it: {}", found.path.string(), why));
     };
+    if (!ReadCheckpointHeader(file, header)) refuse("another build of sulva wrote it");
     if (header.version != SULVA_VERSION)
       refuse(fmt::format("sulva {} wrote it, this is {}", header.version, SULVA_VERSION));
     if (header.scene != mScene)
@@ -96,12 +128,14 @@ std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
     StateReader reader(file, host::ThreadCount());
     simulation.Persist(reader, header.run.frame);
     if (!reader.IsGood()) refuse(reader.Problem());
+    simulation.ForEachCache([](Cache_OperatorBase& cache) { cache.DropLaterFrames(); });
     mWrittenFrame = header.run.frame;
     std::error_code ignored;
     for (const fs::path& path : damaged) fs::remove(path, ignored);
     return header.run;
   }
-  Discard();
+  RestoreStart(simulation);
+  Start(simulation);
   return {};
 }
 

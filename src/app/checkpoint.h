@@ -39,11 +39,13 @@ class Checkpoints {
   /// `every`: frames from one checkpoint to the next; 0 takes none.
   Checkpoints(std::filesystem::path folder, u64 scene, i32 every);
 
-  /// Removes the checkpoints of another run.
-  void Discard();
-  /// Restores the newest whole checkpoint and drops what lies behind it; nothing without one.
-  /// `notes` tell of those that are damaged. Throws CommandError (kExitFile) where it is of another
-  /// scene or version.
+  /// Before the first frame of a run that doesn't go on: removes the checkpoints of another run,
+  /// and notes what a run that goes on without a checkpoint has to know.
+  void Start(Simulation& simulation);
+  /// Restores the newest whole checkpoint and drops what lies behind it; nothing without one, and
+  /// then what the run had recorded is dropped.
+  /// `notes` tell of those that are damaged. Throws CommandError (kExitFile), with all files as
+  /// they were, where it is of another scene or version or can't be read.
   std::optional<RunState> Restore(Simulation& simulation, std::vector<std::string>& notes);
 
   /// Restores the newest whole checkpoint of this scene at or before a frame, and leaves all files
@@ -65,6 +67,8 @@ class Checkpoints {
   };
   std::vector<Found> List() const;
   std::filesystem::path PathOf(i32 frame) const;
+  std::filesystem::path StartPath() const;
+  void RestoreStart(Simulation& simulation);
   void Take(const RunState& run, Simulation& simulation);
   void Write();
 

@@ -17,24 +17,30 @@ namespace fs = std::filesystem;
 
 namespace {
 
+std::string FolderOf(const Cache_OperatorBase& cache) {
+  return cache.FileNames().GetFolder().string();
+}
+
+std::string Files(i32 count) { return count == 1 ? "1 file" : fmt::format("{} files", count); }
+
+void TellNoFiles(const Cache_OperatorBase& cache) {
+  fmt::print("cache \"{}\": no files in {}\n", cache.mName, FolderOf(cache));
+}
+
 void Scan(Cache_OperatorBase& cache) {
   cache.UpdateStatistics();
   CacheFolderInfo info;
   cache.ScanCacheFolder(info);
-  const std::string folder = cache.FileNames().GetFolder().string();
-  if (!info.found) {
-    fmt::print("cache \"{}\": no files in {}\n", cache.mName, folder);
-    return;
-  }
-  fmt::print("cache \"{}\": {} files in {}\n{}{}", cache.mName, info.fileCount, folder,
+  if (!info.found) return TellNoFiles(cache);
+  fmt::print("cache \"{}\": {} in {}\n{}{}", cache.mName, Files(info.fileCount), FolderOf(cache),
              StatisticsOf(info), cache.FileStatistics());
 }
 
 bool AgreesToDelete(const Cache_OperatorBase& cache, const CacheFolderInfo& info) {
   if (!::isatty(STDIN_FILENO))
     throw CommandError(kExitUsage, "cache delete: add --yes where no one can be asked");
-  fmt::print(stderr, "cache \"{}\", {} files in {}\n", cache.mName, info.fileCount,
-             cache.FileNames().GetFolder().string());
+  fmt::print(stderr, "cache \"{}\", {} in {}\n", cache.mName, Files(info.fileCount),
+             FolderOf(cache));
   fmt::print(stderr, "Really? Deletion cannot be undone! Choose wisely.. [y/N] ");
   std::string answer;
   return std::getline(std::cin, answer) && (answer == "y" || answer == "yes");
@@ -44,21 +50,18 @@ void Delete(Cache_OperatorBase& cache, bool yes) {
   cache.UpdateStatistics();
   CacheFolderInfo info;
   cache.ScanCacheFolder(info);
-  if (!info.found || (!yes && !AgreesToDelete(cache, info))) return;
-  cache.DeleteCacheFiles();
-  CacheFolderInfo left;
-  cache.ScanCacheFolder(left);
-  if (left.found)
-    throw CommandError(kExitFile, fmt::format("cannot delete {} files in {}", left.fileCount,
-                                              cache.FileNames().GetFolder().string()));
-  fmt::print("cache \"{}\": {} files deleted\n", cache.mName, info.fileCount);
+  if (!info.found) return TellNoFiles(cache);
+  if (!yes && !AgreesToDelete(cache, info)) return;
+  if (const std::string problem = cache.DeleteCacheFiles(); !problem.empty())
+    throw CommandError(kExitFile, problem);
+  fmt::print("cache \"{}\": {} deleted\n", cache.mName, Files(info.fileCount));
 }
 
 }  // namespace
 
 int RunCache(const CacheOptions& options) {
   Diagnostics diagnostics;
-  std::optional<LoadedScene> loaded = LoadScene(options.scene, diagnostics);
+  std::optional<LoadedScene> loaded = LoadScene(options.scene, diagnostics, options.overrides);
   diagnostics.Print();
   if (!loaded) return kExitInvalidScene;
   const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;

@@ -2,6 +2,7 @@
 #pragma once
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace MELDO_GLOBAL::app {
 
@@ -10,7 +11,8 @@ struct CacheOptions {
   std::filesystem::path scene;
   std::filesystem::path out;  ///< the run's output folder; empty for out/<name of the scene file>
   std::string node;           ///< one cache of the scene; empty for all
-  bool yes = false;           ///< delete without a question
+  std::vector<std::string> overrides;
+  bool yes = false;  ///< delete without a question
 };
 
 /// Scans or deletes the files of caches and answers the exit code.

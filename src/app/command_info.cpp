@@ -50,10 +50,10 @@ std::string GridLines(HyperFile& file, const GridCacheHeader& header) {
     int blocks = 0;
     bool isPacked = false;
     for (; !file.AtEnd(); ++blocks) {
-      BlockInfo block;
-      if (!ReadBlockInfo(file, block))
+      SampleBlock block;
+      if (!ReadBlock(file, block))
         Fail(file.Error().empty() ? file.Name() + ": a block is damaged" : file.Error());
-      stored += block.stored;
+      stored += block.bytes.size();
       samples += block.samples;
       isPacked = isPacked || block.isPacked;
     }
@@ -81,7 +81,9 @@ std::string GridLines(HyperFile& file, const GridCacheHeader& header) {
 /// Length, size and gaps of the cache that a file belongs to.
 std::string SeriesOf(const fs::path& path) {
   std::string stem = path.stem().string();
-  while (!stem.empty() && stem.back() >= '0' && stem.back() <= '9') stem.pop_back();
+  // A base name may end in digits of its own.
+  for (int i = 0; i < 5 && !stem.empty() && stem.back() >= '0' && stem.back() <= '9'; ++i)
+    stem.pop_back();
   CacheName names(stem);
   names.SetFolder(path.has_parent_path() ? path.parent_path() : fs::path("."));
   if (stem.empty() || path.extension() != "." + names.GetSuffix()) return {};
@@ -93,8 +95,7 @@ void PrintCache(const fs::path& path) {
   Open(file, kCacheIdent, path);
   GridCacheHeader header;
   std::string problem;
-  if (!ReadGridCacheHeader(file, header, problem))
-    Fail(file.Error().empty() ? path.string() + ": " + problem : problem);
+  if (!ReadGridCacheHeader(file, header, problem)) Fail(problem);
   std::string text = fmt::format("{}: a frame of a grid cache, {}\n", path.string(),
                                  FormatSize(static_cast<i64>(file.Size())));
   text += GridLines(file, header);

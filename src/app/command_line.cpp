@@ -159,6 +159,11 @@ CLI::App* AddCache(CLI::App& app, Options& o) {
   cache->add_option("--node", o.cache.node, "one cache of the scene; by default all");
   cache->add_option("--out", o.cache.out, "output folder of the run; by default out/<name>")
       ->check(CheckGiven);
+  cache
+      ->add_option("--set", o.cache.overrides,
+                   "another value for a parameter, NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false)
+      ->check(CheckOverride);
   cache->add_flag("--yes", o.cache.yes, "delete without a question");
   cache->footer("Example:\n  sulva cache scan scenes/plume.json");
   return cache;

@@ -308,6 +308,7 @@ int RenderScene(const RenderOptions& options) {
   ApplyOptions(options, *scene->render);
   const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;
   scene->document->folder = CacheFolderOf(out).string();
+  WakeRenderCaches(*scene->document);
   return PictureRun(*scene, options, out).Execute();
 }
 

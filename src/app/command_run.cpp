@@ -63,6 +63,7 @@ class Run {
       mProgress.Error("out of memory; raise cell_size or lower the size of boxes and meshes");
       code = kExitMemory;
     }
+    if (code == kExitInterrupted || code == kExitFile || code == kExitMemory) KeepNewestState();
     const std::chrono::duration<double> wall = Clock::now() - start;
     mStatistics.WriteSummary(mFramesWritten, wall.count(), code);
     PrintWarnings();
@@ -79,7 +80,7 @@ class Run {
   /// The checkpoint that the run goes on behind; without one it starts at the first frame.
   std::optional<RunState> Resume() {
     if (!mOptions.resume) {
-      mCheckpoints.Discard();
+      mCheckpoints.Start(mSimulation);
       return {};
     }
     host::RemoveParts(mOut);
@@ -99,7 +100,9 @@ class Run {
       mProgress.BeginFrame(frame);
       switch (mSimulation.Evaluate(frame, record)) {
         case FrameOutcome::Done: break;
-        case FrameOutcome::Interrupted: TellInterrupt(frame); return kExitInterrupted;
+        case FrameOutcome::Interrupted:
+          mProgress.Note(fmt::format("interrupted in frame {}", frame));
+          return kExitInterrupted;
         case FrameOutcome::FileFailure:
           mProgress.Error(mSimulation.FileFailure());
           return kExitFile;
@@ -133,11 +136,10 @@ class Run {
     mProgress.Note(text);
   }
 
-  void TellInterrupt(i32 frame) {
-    const std::optional<i32> kept = mCheckpoints.WriteNewest();
-    mProgress.Note(kept ? fmt::format("interrupted in frame {}; --resume goes on behind frame {}",
-                                      frame, *kept)
-                        : fmt::format("interrupted in frame {}", frame));
+  /// What ended the run need not cost more than the frame in work.
+  void KeepNewestState() {
+    if (const std::optional<i32> kept = mCheckpoints.WriteNewest())
+      mProgress.Note(fmt::format("--resume goes on behind frame {}", *kept));
   }
 
   void PrintWarnings() {

@@ -1,6 +1,7 @@
 #include "app/recorded_frames.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "cache/cache_operator.h"
 
@@ -10,7 +11,8 @@ using namespace MELDO_SULVA;
 
 namespace {
 
-constexpr i32 kMode = 1001;  ///< of a cache
+constexpr i32 kGridCacher = 1300098;
+constexpr i32 kRenderOnly = 1000, kMode = 1001;  ///< of a cache
 constexpr i32 kPlayBack = 0;
 
 /// Calls f(cache) for every enabled cache, which knows its parameters and objects.
@@ -66,6 +68,14 @@ bool PlayRecordedFrames(const Simulation& simulation, const std::set<host::NodeI
     DisableBut(*scene->Server(), kept);
   }
   return true;
+}
+
+void WakeRenderCaches(host::Document& document) {
+  const std::function<void(host::BaseNode&)> wake = [&](host::BaseNode& node) {
+    if (node.Type() == kGridCacher) node.Set(kRenderOnly, 0);
+    for (host::BaseNode* child : node.Children()) wake(*child);
+  };
+  for (host::BaseNode* root : document.Roots()) wake(*root);
 }
 
 bool HasRecordingCache(const Simulation& simulation) {

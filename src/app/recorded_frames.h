@@ -13,6 +13,9 @@ namespace MELDO_GLOBAL::app {
 bool PlayRecordedFrames(const Simulation& simulation, const std::set<host::NodeId>& nodes,
                         const FrameRange& frames, bool anyMode);
 
+/// Before pictures are made: caches that rest while a scene is only simulated work.
+void WakeRenderCaches(host::Document& document);
+
 /// Whether a cache of the scenes records.
 bool HasRecordingCache(const Simulation& simulation);
 

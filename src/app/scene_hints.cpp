@@ -4,7 +4,9 @@
 
 #include <functional>
 #include <limits>
+#include <map>
 #include <set>
+#include <tuple>
 
 #include "app/scene_values.h"
 #include "host/polygon_object.h"
@@ -50,6 +52,15 @@ class HintFinder {
       if (IsKind(*node, "mesh")) CheckSize(*node, cell);
     CheckMoved();
     for (const BaseNode* node : mNodes) CheckLinks(*node, server);
+    const bool ownRange = Whole(server, "use_preview_range") == 0;
+    CheckNumbers(ownRange ? Whole(server, "first_frame") : mScene.document->previewMin);
+  }
+
+  /// What concerns the nodes of all servers together.
+  void LookAtAll() {
+    mNodes.clear();
+    for (const BaseNode* server : mScene.servers) Collect(*server);
+    CheckRecordings();
   }
 
  private:
@@ -167,6 +178,46 @@ class HintFinder {
              "as its 'target'");
   }
 
+  /// Two caches of one name in one folder write over each other's files, frame by frame.
+  void CheckRecordings() {
+    using Place = std::tuple<i32, std::string, std::string>;
+    std::map<Place, const BaseNode*> recorders;
+    for (const BaseNode* cache : mNodes) {
+      if (!IsKind(*cache, "cache") || Whole(*cache, "mode") == 0) continue;
+      const i32 folder = Whole(*cache, "folder");
+      const Place place = {folder, folder ? Text(*cache, "custom_folder") : "",
+                           Text(*cache, "base_name")};
+      const auto [found, isNew] = recorders.try_emplace(place, cache);
+      if (!isNew)
+        Warn(*cache, fmt::format("writes over the files of the cache '{}'; give it another "
+                                 "'base_name'",
+                                 Shown(found->second->Name())));
+    }
+  }
+
+  /// Files are read by their count from the first frame, however they are numbered.
+  void CheckNumbers(i32 first) {
+    for (const BaseNode* cache : mNodes)
+      if (IsKind(*cache, "cache") && Whole(*cache, "mode") != 1 &&
+          Whole(*cache, "numbering") != 0 && Whole(*cache, "show_frame") == -1 &&
+          Whole(*cache, "frame_offset") != first)
+        Warn(*cache,
+             fmt::format("it plays its files counted from the first frame, {}, and their numbers "
+                         "are those of the scene; to bring both together, set 'frame_offset' to {}",
+                         first, first));
+  }
+
+  static i32 Whole(const BaseNode& node, std::string_view name) {
+    const Value* value = ValueOf(node, name);
+    const i32* whole = value ? std::get_if<i32>(value) : nullptr;
+    return whole ? *whole : 0;
+  }
+  static std::string Text(const BaseNode& node, std::string_view name) {
+    const Value* value = ValueOf(node, name);
+    const std::string* text = value ? std::get_if<std::string>(value) : nullptr;
+    return text ? *text : "";
+  }
+
   const LoadedScene& mScene;
   Diagnostics& mDiagnostics;
   std::vector<const BaseNode*> mNodes;
@@ -178,6 +229,7 @@ void AddHints(const LoadedScene& scene, Diagnostics& diagnostics) {
   HintFinder finder(scene, diagnostics);
   for (const BaseNode* server : scene.servers) finder.LookAt(*server);
   finder.LookAtTags();
+  finder.LookAtAll();
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -111,10 +111,13 @@ void Simulation::Persist(StateArchive& archive, i32 frame) {
   for (const auto& scene : mScenes) {
     if (!archive.IsGood()) return;
     scene->Persist(archive);
-    if (!archive.IsLoading()) continue;
-    for (const auto& [id, object] : scene->List(kListCaches))
-      if (auto* cache = dynamic_cast<Cache_OperatorBase*>(object.get())) cache->DropLaterFrames();
   }
+}
+
+void Simulation::ForEachCache(const std::function<void(Cache_OperatorBase&)>& f) const {
+  for (const auto& scene : mScenes)
+    for (const auto& [id, object] : scene->List(kListCaches))
+      if (auto* cache = dynamic_cast<Cache_OperatorBase*>(object.get())) f(*cache);
 }
 
 bool Simulation::CheckCaches(const Scene& scene) {

@@ -12,6 +12,10 @@
 #include "framework/scene.h"
 #include "host/document.h"
 
+namespace MELDO_GLOBAL::MELDO_SULVA {
+class Cache_OperatorBase;
+}
+
 namespace MELDO_GLOBAL::app {
 
 /// First and last frame, both included.
@@ -43,6 +47,8 @@ class Simulation {
 
   /// Saves or restores document and scenes as they stand behind `frame`.
   void Persist(MELDO_SULVA::StateArchive& archive, i32 frame);
+  /// Calls f(cache) for every cache of the scenes, enabled or not.
+  void ForEachCache(const std::function<void(MELDO_SULVA::Cache_OperatorBase&)>& f) const;
 
   /// Prints a line for every object that runs to standard output: frame, substep, stage, name.
   void PrintTrace();

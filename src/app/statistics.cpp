@@ -1,5 +1,7 @@
 #include "app/statistics.h"
 
+#include <fmt/format.h>
+
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -52,17 +54,17 @@ void FormatSolver(JsonLine& json, const SolverRecord& solver) {
   json.Close(']').Close('}');
 }
 
-/// The bytes of the first lines of a file; 0 when it has fewer.
-u64 LengthOfLines(const std::filesystem::path& path, i32 lines) {
-  std::ifstream file(path, std::ios::binary);
-  std::string line;
-  u64 length = 0;
-  for (i32 i = 0; i < lines; ++i) {
-    if (!std::getline(file, line) || file.eof()) return 0;
-    length += line.size() + 1;
+/// The first lines of a file: how many are whole, at most `most`, and their bytes.
+struct FirstLines {
+  i32 count = 0;
+  u64 bytes = 0;
+
+  FirstLines(const std::filesystem::path& path, i32 most) {
+    std::ifstream file(path, std::ios::binary);
+    for (std::string line; count < most && std::getline(file, line) && !file.eof(); ++count)
+      bytes += line.size() + 1;
   }
-  return length;
-}
+};
 
 }  // namespace
 
@@ -96,10 +98,17 @@ std::string FormatSummary(i32 frames, double wallSeconds, int exitCode) {
 StatisticsFile::StatisticsFile(std::filesystem::path path, i32 keep) : mPath(std::move(path)) {
   std::error_code ignored;  // opening the file tells it too
   if (mPath.has_parent_path()) std::filesystem::create_directories(mPath.parent_path(), ignored);
-  const u64 length = LengthOfLines(mPath, keep);
-  if (length > 0) std::filesystem::resize_file(mPath, length, ignored);
-  mFile.reset(std::fopen(mPath.c_str(), length > 0 ? "ae" : "we"));
-  if (!mFile) Fail();
+  const FirstLines kept(mPath, keep);
+  if (kept.bytes > 0) std::filesystem::resize_file(mPath, kept.bytes, ignored);
+  mFile.reset(std::fopen(mPath.c_str(), kept.bytes > 0 ? "ae" : "we"));
+  if (!mFile) {
+    Fail();
+    return;
+  }
+  mWritten = kept.bytes;
+  if (kept.count < keep)
+    mWarning = fmt::format("{} has {} of the {} frames that the run had written before",
+                           mPath.string(), kept.count, keep);
 }
 
 void StatisticsFile::Fail() {
@@ -112,7 +121,15 @@ void StatisticsFile::WriteLine(const std::string& line) {
   errno = 0;
   std::fwrite(line.data(), 1, line.size(), mFile.get());
   std::fputc('\n', mFile.get());
-  if (std::fflush(mFile.get()) != 0) Fail();
+  if (std::fflush(mFile.get()) == 0) {
+    mWritten += line.size() + 1;
+    return;
+  }
+  Fail();
+  // A line is there whole or not at all.
+  std::error_code ignored;
+  if (std::filesystem::is_regular_file(mPath, ignored))
+    std::filesystem::resize_file(mPath, mWritten, ignored);
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -18,7 +18,8 @@ std::string FormatSummary(i32 frames, double wallSeconds, int exitCode);
 /// be written is told once, as a warning, and never ends a run.
 class StatisticsFile {
  public:
-  /// Goes on behind the first `keep` lines of the file, which drops the rest; makes its folder.
+  /// Goes on behind the first `keep` lines of the file, which drops the rest; a file with fewer is
+  /// a warning. Makes its folder.
   explicit StatisticsFile(std::filesystem::path path, i32 keep = 0);
   void WriteFrame(const FrameRecord& record) { WriteLine(FormatFrame(record)); }
   void WriteSummary(i32 frames, double wallSeconds, int exitCode) {
@@ -36,6 +37,7 @@ class StatisticsFile {
 
   std::filesystem::path mPath;
   std::unique_ptr<std::FILE, Close> mFile;
+  u64 mWritten = 0;  ///< bytes of whole lines
   std::string mWarning;
 };
 

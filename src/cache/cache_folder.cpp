@@ -3,11 +3,59 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
+#include <charconv>
+#include <tuple>
+
+#include "host/atomic_file.h"
 
 namespace MELDO_GLOBAL {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+/// What digits say that stand for a frame below 100000; below 0 for any other text.
+i32 NumberOf(std::string_view digits) {
+  // Wider than five digits are padded ones alone, as `FileStem` writes them.
+  const bool isPadded = digits.size() == 6 && digits.starts_with("00");
+  if (digits.empty() || (digits.size() > 5 && !isPadded)) return -1;
+  i32 number = 0;
+  const char* end = digits.data() + digits.size();
+  const auto [rest, error] = std::from_chars(digits.data(), end, number);
+  return error == std::errc() && rest == end ? number : -1;
+}
+
+/// The files of a cache whose names have `ending` behind those of whole ones.
+std::vector<CacheFile> FilesOf(const CacheName& names, std::string_view ending) {
+  std::vector<CacheFile> files;
+  if (!names.MakeFolder(false)) return files;
+  // A base name may lead into a folder below the cache's own.
+  fs::path first;
+  names.BuildPath(first, 0);
+  std::string stem;
+  names.FileStem(stem, 0, false);
+  const std::string prefix = fs::path(stem).filename().string();
+  const std::string suffix = fmt::format(".{}{}", names.GetSuffix(), ending);
+  std::error_code failed;
+  for (fs::directory_iterator entry(first.has_parent_path() ? first.parent_path() : ".", failed),
+       end;
+       !failed && entry != end; entry.increment(failed)) {
+    const std::string name = entry->path().filename().string();
+    if (name.size() <= prefix.size() + suffix.size() || !name.starts_with(prefix) ||
+        !name.ends_with(suffix))
+      continue;
+    const std::string digits =
+        name.substr(prefix.size(), name.size() - prefix.size() - suffix.size());
+    if (const i32 number = NumberOf(digits); number >= 0)
+      files.push_back({NumberOf(digits.substr(0, 5)), number, entry->path()});
+  }
+  std::sort(files.begin(), files.end(), [](const CacheFile& a, const CacheFile& b) {
+    return std::tie(a.number, a.path) < std::tie(b.number, b.path);
+  });
+  return files;
+}
+
+}  // namespace
 
 std::string FormatSize(i64 bytes) {
   double size = static_cast<double>(bytes);
@@ -19,28 +67,11 @@ std::string FormatSize(i64 bytes) {
   return fmt::format("{:.1f} TB", size);
 }
 
-std::vector<CacheFile> ListCache(const CacheName& names) {
-  std::vector<CacheFile> files;
-  if (!names.MakeFolder(false)) return files;
-  std::string stem;
-  names.FileStem(stem, 0, false);
-  const fs::path& folder = names.GetFolder();
-  const std::string suffix = "." + names.GetSuffix();
-  std::error_code failed;
-  for (fs::directory_iterator entry(folder, failed), end; !failed && entry != end;
-       entry.increment(failed)) {
-    if (entry->path().extension() != suffix) continue;
-    const std::string name = entry->path().stem().string();
-    if (!name.starts_with(stem)) continue;
-    const std::string number = name.substr(stem.size());
-    const auto isDigit = [](unsigned char c) { return std::isdigit(c) != 0; };
-    if (number.empty() || number.size() > 10 || !std::all_of(number.begin(), number.end(), isDigit))
-      continue;
-    files.push_back({std::stoi(number.substr(0, 5)), entry->path()});
-  }
-  std::sort(files.begin(), files.end(),
-            [](const CacheFile& a, const CacheFile& b) { return a.path < b.path; });
-  return files;
+std::vector<CacheFile> ListCache(const CacheName& names) { return FilesOf(names, ""); }
+
+void RemoveUnfinished(const CacheName& names) {
+  std::error_code ignored;
+  for (const CacheFile& file : FilesOf(names, host::kPartSuffix)) fs::remove(file.path, ignored);
 }
 
 CacheFolderInfo ScanCache(const CacheName& names) {

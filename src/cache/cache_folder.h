@@ -9,12 +9,16 @@ namespace MELDO_GLOBAL {
 
 /// A file of a cache.
 struct CacheFile {
-  i32 frame;  ///< what the first five digits behind the stem say
+  i32 frame;   ///< what the first five digits behind the stem say
+  i32 number;  ///< what all of them say
   std::filesystem::path path;
 };
-/// The files with the stem and suffix of `names` in its folder, ordered by name. Between stem and
-/// suffix stand digits alone, so that "fire" and "fire_hot" may share a folder.
+/// The files with the stem and suffix of `names` in its folder, in the order of their numbers.
+/// Between stem and suffix stand digits alone, and no more than a frame below 100000 has, so that
+/// "fire", "fire_hot" and "fire2" may share a folder.
 std::vector<CacheFile> ListCache(const CacheName& names);
+/// Removes what a killed process left of this cache's files.
+void RemoveUnfinished(const CacheName& names);
 
 /// What lies in a cache's folder.
 struct CacheFolderInfo {

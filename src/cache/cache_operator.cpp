@@ -7,7 +7,6 @@
 
 #include "framework/scene.h"
 #include "framework/state_archive.h"
-#include "host/atomic_file.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -131,6 +130,9 @@ bool Cache_OperatorBase::ResolveLinks() {
   // Caches are asked before the set-up passes of the frame.
   if (mDuration) mDuration->ReadParameters();
   mFilters.Resolve(*this);
+  // All caches fetch their links before the first one marks what it feeds, so that none takes the
+  // mark from what another feeds. What no file feeds in this frame works for itself.
+  for (iObject* object : mObjects) object->SetFlag(FLAG_CACHED, false);
   return true;
 }
 
@@ -165,9 +167,9 @@ void Cache_OperatorBase::SetUpNames() {
 void Cache_OperatorBase::PrepareShared() {
   const i32 stage = mScene->mStage;
   const bool isSave = stage == kSaveCache, isLoad = stage == kLoadCache;
-  // Whatever else holds now: what no file feeds in this frame works for itself.
-  if (isSave || isLoad)
+  if (isSave)
     for (iObject* object : mObjects) object->SetFlag(FLAG_CACHED, false);
+  if (isLoad) NoteOldFiles();
   if (mObjects.empty()) return (void)Deactivate("it names no objects");
   if (mRenderOnly && !mScene->mIsRender) return SetFlag(FLAG_ACTIVE, false);
   if (mFolderPath.empty()) return (void)Deactivate("it has no folder");
@@ -184,7 +186,6 @@ void Cache_OperatorBase::PrepareShared() {
     }
     SetFlag(FLAG_ACTIVE, true);
   } else if (isLoad) {
-    NoteFilesAtStart();
     SetFlag(FLAG_ACTIVE, mMode != 1 && PrepareLoad());
   } else {
     SetFlag(FLAG_ACTIVE, true);
@@ -250,11 +251,17 @@ void Cache_OperatorBase::FailWriting(const std::string& text) {
 
 // ---- the folder ---------------------------------------------------------------------------------
 
-void Cache_OperatorBase::DeleteCacheFiles() {
+std::string Cache_OperatorBase::DeleteCacheFiles() {
   ReadParameters();
   SetUpNames();
-  std::error_code failed;
-  for (const CacheFile& entry : ListCache(mFileName)) fs::remove(entry.path, failed);
+  std::string problem;
+  for (const CacheFile& entry : ListCache(mFileName)) {
+    std::error_code failed;
+    fs::remove(entry.path, failed);
+    if (failed && problem.empty())
+      problem = fmt::format("cannot delete {}: {}", entry.path.string(), failed.message());
+  }
+  return problem;
 }
 
 void Cache_OperatorBase::UpdateStatistics() {
@@ -265,32 +272,38 @@ void Cache_OperatorBase::UpdateStatistics() {
   if (!info.found) return;
   fs::path path;
   mFileName.BuildPath(path, FrameToRead());
+  std::error_code failed;
+  if (!fs::exists(path, failed)) path = ListCache(mFileName).front().path;
   mInterface.SetString(ParameterIds().text, StatisticsOf(info).c_str());
   mInterface.SetString(ParameterIds().secondText, DescribeFile(path).c_str());
 }
 
-void Cache_OperatorBase::NoteFilesAtStart() {
-  if (mHasNoted || !Plays() || !Records()) return;
+bool Cache_OperatorBase::NoteOldFiles() {
+  if (!Plays() || !Records() || mFolderPath.empty()) return false;
+  if (mHasNoted) return true;
   mHasNoted = true;
-  for (const CacheFile& entry : ListCache(mFileName)) mFramesAtStart.push_back(entry.frame);
+  SetUpNames();
+  for (const CacheFile& entry : ListCache(mFileName)) mOldFrames.push_back(entry.number);
+  return true;
 }
+
+void Cache_OperatorBase::PersistOldFiles(StateArchive& archive) { archive(mHasNoted, mOldFrames); }
 
 void Cache_OperatorBase::Persist(StateArchive& archive) {
   iObject::Persist(archive);
-  archive(mHasNoted, mFramesAtStart);
+  PersistOldFiles(archive);
 }
 
-void Cache_OperatorBase::DropLaterFrames() {
+void Cache_OperatorBase::DropFramesBehind(i32 last) {
   ReadParameters();
   if (mFolderPath.empty() || !Records()) return;
   SetUpNames();
-  RemoveParts(mFolderPath);
-  if (!Plays()) return;
-  const i32 now = FrameToWrite();
+  RemoveUnfinished(mFileName);
+  if (!Plays() || !mHasNoted) return;
   std::error_code failed;
   for (const CacheFile& entry : ListCache(mFileName))
-    if (entry.frame > now && std::find(mFramesAtStart.begin(), mFramesAtStart.end(), entry.frame) ==
-                                 mFramesAtStart.end())
+    if (entry.number > last &&
+        std::find(mOldFrames.begin(), mOldFrames.end(), entry.number) == mOldFrames.end())
       fs::remove(entry.path, failed);
 }
 

@@ -1,5 +1,6 @@
 // What all cachers share: which files, which frame, and what goes wrong with them.
 #pragma once
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -28,10 +29,11 @@ class Cache_OperatorBase : public iObject {
   void Finish() override;
   void Persist(StateArchive& archive) override;
 
-  /// Deletes all files of this cache: those of its stem and suffix in its folder.
-  virtual void DeleteCacheFiles();
+  /// Deletes all files of this cache: those of its stem and suffix in its folder. Why the first one
+  /// that is left couldn't be deleted; empty if none is.
+  virtual std::string DeleteCacheFiles();
   virtual void ScanCacheFolder(CacheFolderInfo& info) const { info = ScanCache(mFileName); }
-  /// The text about what a file holds; empty when it can't be read.
+  /// The text about what a file holds, or about what is wrong with it.
   virtual std::string DescribeFile(const std::filesystem::path& path) const = 0;
   /// Scans and stores both texts in the node.
   void UpdateStatistics();
@@ -41,9 +43,15 @@ class Cache_OperatorBase : public iObject {
   /// hangs on more than the frame. After `ReadParameters` and `ResolveLinks`.
   bool HasFrames(i32 first, i32 last);
   const std::vector<iObject*>& Objects() const { return mObjects; }
+  /// Before a run's first frame: a cache that plays and records keeps in mind which of its files
+  /// are older than the run. Whether it is one.
+  bool NoteOldFiles();
+  void PersistOldFiles(StateArchive& archive);
   /// Before a run goes on from a checkpoint: removes unfinished files and, from a cache that would
   /// play them, what the run had recorded beyond the present frame.
-  void DropLaterFrames();
+  void DropLaterFrames() { DropFramesBehind(FrameToWrite()); }
+  /// The same for a run that starts over.
+  void DropAllFrames() { DropFramesBehind(std::numeric_limits<i32>::min()); }
 
   /// Why a frame couldn't be written, the first time; empty if all were.
   const std::string& Failure() const { return mFailure; }
@@ -77,8 +85,6 @@ class Cache_OperatorBase : public iObject {
   i32 FrameToWrite() const;
   /// Opens the file to read; a file that is there but broken becomes a warning.
   bool OpenFrame(HyperFile& file);
-  /// Once a run: keeps in mind which files of a cache that plays and records are older than it.
-  void NoteFilesAtStart();
   void Warn(const std::string& text);
   void FailWriting(const std::string& text);
 
@@ -101,10 +107,11 @@ class Cache_OperatorBase : public iObject {
 
  private:
   std::filesystem::path ReadFolder();
+  void DropFramesBehind(i32 last);
 
   bool mGoesOn = false;
   bool mHasNoted = false;
-  std::vector<i32> mFramesAtStart;
+  std::vector<i32> mOldFrames;  ///< of files that are older than the run
   std::string mFailure;
   std::vector<std::string> mWarnings;
 };

@@ -103,7 +103,7 @@ bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& 
   header = {};
   file.Rewind();
   const auto fail = [&](const char* what) {
-    problem = file.Error().empty() ? what : file.Error();
+    problem = file.Error().empty() ? fmt::format("{}: {}", file.Name(), what) : file.Error();
     return false;
   };
   const auto readHeaders = [&] {
@@ -154,25 +154,25 @@ void WriteSamples(HyperFile& file, std::span<const double> samples, i32 compress
   file.WriteMemory(bytes.data(), bytes.size());
 }
 
-bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads) {
-  bool isPacked = false;
-  std::span<const std::byte> block;
-  if (!file.ReadBool(isPacked) || !file.ReadMemory(block)) return false;
+bool ReadBlock(HyperFile& file, SampleBlock& block) {
+  if (!file.ReadBool(block.isPacked) || !file.ReadMemory(block.bytes)) return false;
+  std::size_t bytes = block.bytes.size();
+  if (block.isPacked && !UnpackedSize(block.bytes, bytes)) return false;
+  block.samples = bytes / sizeof(double);
+  return bytes % sizeof(double) == 0;
+}
+
+bool Unpack(const SampleBlock& block, std::span<double> samples, i32 threads) {
+  if (block.samples != samples.size()) return false;
   const std::span<std::byte> target = std::as_writable_bytes(samples);
-  if (isPacked) return Decompress(block, target, threads);
-  if (block.size() != target.size()) return false;
-  std::memcpy(target.data(), block.data(), block.size());
+  if (block.isPacked) return Decompress(block.bytes, target, threads);
+  std::memcpy(target.data(), block.bytes.data(), target.size());
   return true;
 }
 
-bool ReadBlockInfo(HyperFile& file, BlockInfo& info) {
-  std::span<const std::byte> block;
-  if (!file.ReadBool(info.isPacked) || !file.ReadMemory(block)) return false;
-  info.stored = block.size();
-  std::size_t bytes = block.size();
-  if (info.isPacked && !UnpackedSize(block, bytes)) return false;
-  info.samples = bytes / sizeof(double);
-  return true;
+bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads) {
+  SampleBlock block;
+  return ReadBlock(file, block) && Unpack(block, samples, threads);
 }
 
 // ---- texts --------------------------------------------------------------------------------------
@@ -190,7 +190,7 @@ const char* LabelOfKind(i32 kind) {
 std::string DescribeGridCache(HyperFile& file) {
   GridCacheHeader header;
   std::string problem;
-  if (!ReadGridCacheHeader(file, header, problem)) return {};
+  if (!ReadGridCacheHeader(file, header, problem)) return problem + "\n";
   VecInt3D most{};
   std::string lines;
   for (std::size_t i = 0; i < header.grids.size(); ++i) {

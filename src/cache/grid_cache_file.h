@@ -44,27 +44,29 @@ void WriteStoredGrid(HyperFile& file, const EGrid<double>* grid);
 bool ReadStoredGrid(HyperFile& file, StoredGrid& stored);
 
 /// Reads up to the first chunk, looks which chunks hold something, and rewinds behind the headers.
-/// On false the file, or else `problem`, tells why.
+/// On false `problem` names the file and tells why.
 bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& problem);
 
 /// `compression`: 0 stores samples as they are, 1 packs them fast, 2 small.
 void WriteSamples(HyperFile& file, std::span<const double> samples, i32 compression, i32 threads);
-/// Fills `samples` from the next block, which must have as many; false, with anything in them, when
-/// it can't.
-bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads);
-/// The next block's size on disk and in memory, without unpacking it.
-struct BlockInfo {
+/// A block as it stands in the file.
+struct SampleBlock {
   bool isPacked = false;
-  std::size_t stored = 0;
-  std::size_t samples = 0;
+  std::span<const std::byte> bytes;
+  std::size_t samples = 0;  ///< that it says to hold
 };
-bool ReadBlockInfo(HyperFile& file, BlockInfo& info);
+bool ReadBlock(HyperFile& file, SampleBlock& block);
+/// Fills `samples` from a block, which must have as many; false, with anything in them, when it
+/// can't.
+bool Unpack(const SampleBlock& block, std::span<double> samples, i32 threads);
+/// Both for the next block.
+bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads);
 
 /// What a grid of a kind is called in the statistics of a cache.
 const char* LabelOfKind(i32 kind);
 
-/// The text about what the file of a frame holds, a line for each header; empty when the file
-/// can't be read.
+/// The text about what the file of a frame holds, a line for each header; what is wrong with a file
+/// that can't be read.
 std::string DescribeGridCache(HyperFile& file);
 
 }  // namespace MELDO_GLOBAL

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "fluids/channels/ifluid_solver.h"
+#include "fluids/emitters/channel_kinds.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/scene.h"
 #include "grids/grid_resampler.h"
@@ -15,9 +16,18 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 namespace fs = std::filesystem;
 
+namespace {
+constexpr i32 kVolumeNode = 1028106;
+}  // namespace
+
 const ParameterTable& GridCacher::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = CacheRows();
+    std::vector<i32> kept = FieldKinds();
+    kept.push_back(kVolumeNode);
+    std::find_if(rows.begin(), rows.end(), [](const ParameterRow& row) {
+      return row.id == 1012;
+    })->Accepts(std::move(kept));
     const ParameterTable own = {
         StringRow(1008, "file_statistics", "",
                   "filled in by the program: what the file of this frame holds"),
@@ -157,8 +167,7 @@ bool GridCacher::PrepareLoad() {
   };
   if (!OpenFrame(*mFile)) return fail("it has no file for the frame");
   if (!ReadGridCacheHeader(*mFile, mHeader, problem)) {
-    Warn(problem.find(mFile->Name()) == std::string::npos ? mFile->Name() + ": " + problem
-                                                          : problem);
+    Warn(problem);
     return fail("its file can't be read");
   }
   if (mHeader.chunks.size() != mObjects.size())
@@ -214,17 +223,19 @@ bool GridCacher::ReadObject(iBase& object, const StoredGrid& stored) {
 }
 
 bool GridCacher::ReadGrid(const StoredGrid& stored, i32 kind, EGrid<double>& target) {
-  const i32 threads = mScene->mThreadCount;
   const VecInt3D dims = stored.layout.dims + ExtraOf(kind);
-  const bool fits = stored.layout.Equals(target.mLayout) && dims == target.Dims();
-  if (fits) {
-    if (!ReadSamples(*mFile, {target.mData, static_cast<std::size_t>(target.mCount)}, threads))
-      return false;
+  SampleBlock block;
+  // Nothing is allocated for what isn't there.
+  if (!ReadBlock(*mFile, block) || block.samples != static_cast<std::size_t>(CountOf(dims)))
+    return false;
+  const auto unpack = [&](EGrid<double>& grid) {
+    return Unpack(block, {grid.mData, static_cast<std::size_t>(grid.mCount)}, mScene->mThreadCount);
+  };
+  if (stored.layout.Equals(target.mLayout) && dims == target.Dims()) {
+    if (!unpack(target)) return false;
   } else {
     EGrid<double> source(stored.layout, kind);
-    if (!source.mData) return false;
-    if (!ReadSamples(*mFile, {source.mData, static_cast<std::size_t>(source.mCount)}, threads))
-      return false;
+    if (!source.mData || !unpack(source)) return false;
     Resample(source, target);
   }
   // The end of the step looks for the data.
@@ -245,7 +256,8 @@ void GridCacher::Resample(const EGrid<double>& source, EGrid<double>& target) {
 
 std::string GridCacher::DescribeFile(const fs::path& path) const {
   HyperFile file;
-  if (mFormat != 0 || !file.Open(kCacheIdent, path, HyperFile::Mode::kRead)) return {};
+  if (mFormat != 0) return {};
+  if (!file.Open(kCacheIdent, path, HyperFile::Mode::kRead)) return file.Error() + "\n";
   return DescribeGridCache(file);
 }
 

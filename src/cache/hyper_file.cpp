@@ -65,6 +65,7 @@ bool HyperFile::Open(u32 ident, const fs::path& path, Mode mode) {
   mPath = path;
   mName = path.string();
   mError.clear();
+  mFault = Fault::kNone;
   if (mode == Mode::kWrite) {
     Start(ident);
     Try([&] { mPart = std::make_unique<host::PartFile>(path); });
@@ -75,9 +76,10 @@ bool HyperFile::Open(u32 ident, const fs::path& path, Mode mode) {
     bytes = host::ReadFile(path);
   } catch (const host::FileError& error) {
     mError = error.what();
+    mFault = Fault::kUnreadable;
     return false;
   } catch (const std::bad_alloc&) {
-    return Fail("there is no memory for it");
+    return Fail("there is no memory for it", Fault::kUnreadable);
   }
   return OpenMemory(ident, std::move(bytes), path.string());
 }
@@ -88,6 +90,7 @@ bool HyperFile::OpenMemory(u32 ident, std::string bytes, std::string name) {
   mGone = 0;
   mPart.reset();
   mError.clear();
+  mFault = Fault::kNone;
   mChunks.clear();
   mWriting = false;
   mAt = mEnd = 0;
@@ -106,14 +109,16 @@ bool HyperFile::CheckFrame(u32 ident) {
   if (mBytes.size() < kHeader + kTrailer) return Fail("it is cut short");
   if (Load<u32>(data + 16) != kByteOrder) {
     return Load<u32>(data + 16) == 0x04030201
-               ? Fail("it was written on a machine of another byte order")
+               ? Fail("it was written on a machine of another byte order", Fault::kForeign)
                : Fail("its header is damaged");
   }
   if (const u32 version = Load<u32>(data + 12); version != kVersion)
-    return Fail(fmt::format("its format has version {}, expected {}", version, kVersion));
+    return Fail(fmt::format("its format has version {}, expected {}", version, kVersion),
+                Fault::kForeign);
   if (Load<u32>(data + 8) != ident)
     return Fail(fmt::format("it holds '{}', not '{}'", shown(data + 8),
-                            shown(reinterpret_cast<const char*>(&ident))));
+                            shown(reinterpret_cast<const char*>(&ident))),
+                Fault::kForeign);
   const u64 body = Load<u64>(data + kBodyLengthAt);
   const u64 there = mBytes.size() - kHeader - kTrailer;
   if (body > there)
@@ -171,8 +176,11 @@ std::string HyperFile::TakeBytes() {
   return std::exchange(mBytes, {});
 }
 
-bool HyperFile::Fail(std::string_view what) {
-  if (mError.empty()) mError = fmt::format("{}: {}", mName, what);
+bool HyperFile::Fail(std::string_view what, Fault fault) {
+  if (mError.empty()) {
+    mError = fmt::format("{}: {}", mName, what);
+    mFault = fault;
+  }
   mAt = mEnd;
   return false;
 }

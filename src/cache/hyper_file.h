@@ -36,6 +36,13 @@ inline constexpr u32 kCacheIdent = IdentOf("zlsv");
 class HyperFile {
  public:
   enum class Mode { kRead = 1, kWrite = 2 };
+  /// What is wrong with a file that was opened or read.
+  enum class Fault : u8 {
+    kNone,
+    kUnreadable,  ///< the system gives no access to it, or no memory for it
+    kForeign,     ///< it is of another kind, version or byte order, and may be whole
+    kDamaged,
+  };
   static constexpr u32 kVersion = 1;
 
   HyperFile();
@@ -56,6 +63,7 @@ class HyperFile {
   std::string TakeBytes();
   /// Why something failed: a sentence that names the file; empty without a failure.
   const std::string& Error() const { return mError; }
+  Fault FaultFound() const { return mFault; }
   /// The file's path, or what stands for it.
   const std::string& Name() const { return mName; }
   /// The size of the file that was opened or written, bytes.
@@ -134,7 +142,7 @@ class HyperFile {
   /// The length that stands here, at most what is left.
   bool GetLength(u64& length);
   bool CheckFrame(u32 ident);
-  bool Fail(std::string_view what);
+  bool Fail(std::string_view what, Fault fault = Fault::kDamaged);
   /// Where the readable part ends: of the chunk, without its end mark, or of the body.
   std::size_t Limit() const;
   void Finish();
@@ -150,6 +158,7 @@ class HyperFile {
   std::vector<std::size_t> mChunks;
   bool mWriting = false;
   std::string mError;
+  Fault mFault = Fault::kNone;
 };
 
 /// A whole file round items that are there as bytes: a header and checksum that fit.

@@ -127,8 +127,9 @@ std::string ReadFile(const fs::path& path) {
 void RemoveParts(const fs::path& folder) {
   std::error_code failed;
   std::vector<fs::path> parts;
-  for (fs::recursive_directory_iterator entry(folder, failed), end; !failed && entry != end;
-       entry.increment(failed)) {
+  constexpr auto options = fs::directory_options::skip_permission_denied;
+  for (fs::recursive_directory_iterator entry(folder, options, failed), end;
+       !failed && entry != end; entry.increment(failed)) {
     std::error_code ignored;
     if (entry->path().extension() == kPartSuffix && entry->is_regular_file(ignored))
       parts.push_back(entry->path());

@@ -17,12 +17,13 @@ class FileError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// What the name of a file that isn't whole yet ends with.
-inline constexpr std::string_view kPartSuffix = ".part";
+/// What the name of a file that isn't whole yet ends with. Unfinished files are removed, so no
+/// other program's files, such as downloads, may end so.
+inline constexpr std::string_view kPartSuffix = ".sulva-part";
 
-/// A file that is written beside `path` (its name with ".part" behind it) until `Commit` gives it
-/// its name, so that a reader sees it old, or new and whole. Without `Commit` nothing is left of
-/// it. All of it throws FileError.
+/// A file that is written beside `path` (its name with `kPartSuffix` behind it) until `Commit`
+/// gives it its name, so that a reader sees it old, or new and whole. Without `Commit` nothing is
+/// left of it. All of it throws FileError.
 class PartFile {
  public:
   /// Makes the folders that are missing.

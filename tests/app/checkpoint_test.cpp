@@ -64,6 +64,20 @@ TEST(Checkpoint, RunThatGoesOnEndsWithTheSameBytes) {
   EXPECT_EQ(Checkpoints(folder.Path() / "whole").back().filename(), "00009.checkpoint");
 }
 
+TEST(Checkpoint, RunThatStartsOverRecordsAgainWhatItRecorded) {
+  const RunFolder folder("over");
+  folder.Write("smoke.json", RecordedSmoke(4));
+  const auto run = [&](const char* out, std::vector<std::string> more) {
+    more.insert(more.begin(), {"run", "smoke.json", "--out", out, "--quiet", "--checkpoint", "100",
+                               "--set", "recording.mode=both"});
+    return folder.Run(more);
+  };
+  ASSERT_EQ(run("whole", {}), 0) << folder.Errors();
+  ASSERT_EQ(run("part", {"--frames", ":2"}), 0) << folder.Errors();
+  ASSERT_EQ(run("part", {"--resume"}), 0) << folder.Errors();
+  folder.ExpectSame("whole", "part");
+}
+
 TEST(Checkpoint, RunThatIsKilledAtRandomMomentsEndsWithTheSameBytes) {
   const RunFolder folder("killed");
   folder.Write("smoke.json", RecordedSmoke(11));
@@ -79,7 +93,7 @@ TEST(Checkpoint, RunThatIsKilledAtRandomMomentsEndsWithTheSameBytes) {
   folder.ExpectSame("whole", "killed");
   if (asked) std::printf("%d kills, seed %u\n", kills, seed);
   for (const auto& [name, bytes] : folder.Files("killed"))
-    EXPECT_EQ(name.find(".part"), std::string::npos) << name;
+    EXPECT_EQ(name.find("-part"), std::string::npos) << name;
 }
 
 TEST(Checkpoint, InterruptWritesWhatIsNeededToGoOn) {
@@ -115,6 +129,17 @@ TEST(Checkpoint, OtherScenesAndVersionsAreRefusedAndDamagedOnesPassedOver) {
   EXPECT_NE(folder.Errors().find("can't go on from it: the scene"), std::string::npos)
       << folder.Errors();
   EXPECT_TRUE(folder.Files("o") == whole) << "nothing was touched";
+  const fs::path newest = Checkpoints(folder.Path() / "o").back();
+  const std::string before = ReadAll(newest);
+  std::string later = before;
+  later[12] = 99;  // the format's version
+  std::ofstream(newest, std::ios::binary) << later;
+  const auto other = folder.Files("o");
+  EXPECT_EQ(resume(), 5);
+  EXPECT_NE(folder.Errors().find("version 99"), std::string::npos) << folder.Errors();
+  EXPECT_TRUE(folder.Files("o") == other) << "nothing was touched";
+  std::ofstream(newest, std::ios::binary) << before;
+  folder.Write("o/film.part", "half of a download");
 
   // Comments, exports and a longer range are the same simulation.
   std::string text = RecordedSmoke(6);
@@ -135,6 +160,7 @@ TEST(Checkpoint, OtherScenesAndVersionsAreRefusedAndDamagedOnesPassedOver) {
   EXPECT_NE(folder.Errors().find("going on behind frame 3"), std::string::npos);
   EXPECT_EQ(folder.Files("o").at("stats.jsonl"), whole.at("stats.jsonl"));
   EXPECT_TRUE(folder.Files("o").at("vdb/0005.vdb") == whole.at("vdb/0005.vdb"));
+  EXPECT_TRUE(fs::exists(folder.Path() / "o/film.part")) << "not ours";
 
   EXPECT_EQ(folder.Run({"run", "smoke.json", "--out", "o", "--quiet", "--frames", ":0"}), 0);
   EXPECT_TRUE(Checkpoints(folder.Path() / "o").empty()) << "a new run starts without old ones";
@@ -144,7 +170,7 @@ TEST(Checkpoint, FullDiskEndsTheRunAndLeavesWhatWasThere) {
   const RunFolder folder("full");
   folder.Write("smoke.json", RecordedSmoke(6));
   fs::create_directories(folder.Path() / "o/cache");
-  fs::create_symlink("/dev/full", folder.Path() / "o/cache/sulva_grid_c4d00003.cache.part");
+  fs::create_symlink("/dev/full", folder.Path() / "o/cache/sulva_grid_c4d00003.cache.sulva-part");
   EXPECT_EQ(folder.Run({"run", "smoke.json", "--out", "o", "--checkpoint", "1"}), 5);
   EXPECT_NE(folder.Errors().find("sulva_grid_c4d00003.cache: No space left on device"),
             std::string::npos)
@@ -153,7 +179,7 @@ TEST(Checkpoint, FullDiskEndsTheRunAndLeavesWhatWasThere) {
   ASSERT_EQ(folder.Run({"run", "smoke.json", "--out", "whole", "--quiet"}), 0);
   folder.ExpectSame("whole", "o");
 
-  fs::create_symlink("/dev/full", folder.Path() / "o/cache/sulva_grid_c4d00003.cache.part");
+  fs::create_symlink("/dev/full", folder.Path() / "o/cache/sulva_grid_c4d00003.cache.sulva-part");
   EXPECT_EQ(folder.Run(
                 {"run", "smoke.json", "--out", "o", "--set", "recording.go_on_after_failure=true"}),
             0);
@@ -172,7 +198,7 @@ TEST(Checkpoint, SmallDiskThatFillsUp) {
   const std::string errors = folder.Errors();
   int parts = 0;
   for (const auto& entry : fs::recursive_directory_iterator(disk))
-    parts += entry.path().extension() == ".part";
+    parts += entry.path().extension() == ".sulva-part";
   // With more room the run goes on where it was.
   mount("sulva", disk.c_str(), "tmpfs", MS_REMOUNT, "size=64m");
   const int resumed =

@@ -107,6 +107,14 @@ TEST(Statistics, FileGrowsWhileItIsOpenAndAFailureIsOnlyAWarning) {
   EXPECT_TRUE(file.Warning().empty());
 
   std::ofstream(folder / "plain") << "a file where a folder should be";
+  // A file that has lost lines keeps those that it has.
+  std::ofstream(folder / "short.jsonl") << "{\"frame\": 0}\n{\"frame\": 1}\n{\"fra";
+  StatisticsFile goesOn(folder / "short.jsonl", 5);
+  goesOn.WriteSummary(2, 0, 0);
+  EXPECT_TRUE(
+      ReadAll(folder / "short.jsonl").starts_with("{\"frame\": 0}\n{\"frame\": 1}\n{\"summary\""));
+  EXPECT_NE(goesOn.Warning().find("2 of the 5 frames"), std::string::npos);
+
   StatisticsFile broken(folder / "plain" / "stats.jsonl");
   broken.WriteFrame({});
   EXPECT_NE(broken.Warning().find("plain/stats.jsonl"), std::string::npos);
@@ -145,7 +153,7 @@ TEST(AtomicFile, ReplacesWholeFilesAndLeavesNothingBeside) {
     EXPECT_EQ(error.code, kExitFile);
     EXPECT_NE(std::string(error.what()).find("taken"), std::string::npos);
   }
-  EXPECT_FALSE(fs::exists(folder / "taken.part"));
+  EXPECT_FALSE(fs::exists(folder / "taken.sulva-part"));
   EXPECT_THROW(WriteFileAtomically(path / "below a file", "x"), CommandError);
 }
 

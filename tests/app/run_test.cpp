@@ -328,7 +328,7 @@ TEST_F(RunCommand, InterruptEndsInOrder) {
   EXPECT_EQ(lines.at(-1)["exit_code"], 7);
   EXPECT_EQ(lines.at(-1)["frames"].get<std::size_t>(), lines.size() - 1);
   for (const auto& entry : fs::recursive_directory_iterator(mFolder / "long"))
-    EXPECT_NE(entry.path().extension(), ".part");
+    EXPECT_NE(entry.path().extension(), ".sulva-part");
 }
 
 TEST_F(RunCommand, InactiveObjectsAreToldOnceAtTheEnd) {

@@ -46,6 +46,7 @@ TEST(CacheFolder, ScanTellsGapsAndSizesOfItsOwnFilesAlone) {
   write("fire00003.cache", 600);
   write("fire00006.cache", 400);
   write("fire_hot00004.cache", 50);
+  write("fire200004.cache", 50);
   write("fire00005.mcache", 50);
   write("fire.cache", 50);
   CacheName names("other");
@@ -58,6 +59,11 @@ TEST(CacheFolder, ScanTellsGapsAndSizesOfItsOwnFilesAlone) {
   EXPECT_EQ(info.lastFrame, 6);
   EXPECT_EQ(info.missingFrames, (std::vector<i32>{0, 1, 4, 5}));
   EXPECT_EQ(StatisticsOf(info), "Length: 5(2 - 6)\nSize: 1.7 kB\nMissing Frames: 4\n");
+
+  for (const char* name : {"ember10.cache", "ember100.cache", "ember9.cache"}) write(name, 1);
+  names.SetName("ember");
+  EXPECT_EQ(ScanCache(names).firstFrame, 9);
+  EXPECT_EQ(ScanCache(names).lastFrame, 100);
 }
 
 }  // namespace

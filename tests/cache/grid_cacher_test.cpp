@@ -230,6 +230,56 @@ TEST_F(GridCache, ModesOffsetsAndDirectionsChooseTheFile) {
   EXPECT_TRUE(played.smoke.Has(FLAG_CACHED));
 }
 
+TEST_F(GridCache, RecorderLeavesWhatAnotherCachePlays) {
+  CacheScene recorded(folder.Path(), 1), played(folder.Path(), 0);
+  recorded.FillWithNoise();
+  recorded.Save(0);
+  auto& second = played.Add<GridCacher>("cache", "second");
+  CacheScene::Set(second, 1001, 1);
+  CacheScene::Links(second, 1012, {&played.smoke});
+  played.SetFrame(0);
+  played.scene->LoadCaches();
+  EXPECT_TRUE(played.smoke.Has(FLAG_CACHED));
+  played.scene->SaveCaches();
+  EXPECT_FALSE(played.smoke.Has(FLAG_CACHED)) << "the mark ends with the frame";
+}
+
+TEST_F(GridCache, DataStayInAllStepsOfAFrame) {
+  CacheScene recorded(folder.Path(), 1), played(folder.Path(), 0);
+  recorded.FillWithNoise();
+  recorded.Save(0);
+  CacheScene::Set(played.smoke, 1001, 1);  // cleared in every step
+  played.smoke.ReadParameters();
+  played.Load(0);
+  Vec3d min{1e9, 1e9, 1e9}, max{-1e9, -1e9, -1e9};
+  played.smoke.ExpandBounds(min, max);
+  played.smoke.ApplyBounds(min, max);
+  ExpectSame(*recorded.smoke.GetGrid(0), *played.smoke.GetGrid(0));
+}
+
+TEST_F(GridCache, RunThatGoesOnDropsWhatItRecordedLaterAndNothingElse) {
+  const auto file = [&](const char* number) {
+    return folder.Path() / (std::string("sulva_grid_c4d") + number + ".cache");
+  };
+  CacheScene run(folder.Path(), 2);
+  CacheScene::Set(run.cacher, 1021, 6);
+  run.FillWithNoise();
+  fs::copy(folder.Write("old", "an older run's"), file("000013"));
+  fs::copy(folder.Path() / "old", file("000014").string() + ".sulva-part");
+  fs::copy(folder.Path() / "old", folder.Path() / "film.sulva-part");
+  run.SetFrame(2);
+  run.cacher.DropLaterFrames();
+  EXPECT_TRUE(fs::exists(file("000013"))) << "nothing was recorded yet";
+  EXPECT_FALSE(fs::exists(file("000014").string() + ".sulva-part"));
+  EXPECT_TRUE(fs::exists(folder.Path() / "film.sulva-part")) << "another's";
+  run.Load(0);
+  for (const i32 frame : {0, 2, 12}) run.Save(frame);
+  run.SetFrame(2);
+  run.cacher.DropLaterFrames();
+  EXPECT_FALSE(fs::exists(file("000012")));
+  for (const char* number : {"000000", "000002", "000013"}) EXPECT_TRUE(fs::exists(file(number)));
+}
+
 TEST_F(GridCache, FrameThatWasCutShortIsNotRecorded) {
   CacheScene recorded(folder.Path(), 1);
   recorded.FillWithNoise();
@@ -243,7 +293,7 @@ TEST_F(GridCache, FailedWriteIsKeptInMindAndTheOldFileStays) {
   recorded.FillWithNoise();
   recorded.Save(0);
   const std::string old = host::ReadFile(File(0));
-  fs::create_symlink("/dev/full", File(0).string() + ".part");
+  fs::create_symlink("/dev/full", File(0).string() + ".sulva-part");
   recorded.Fill({0, 0, 0}, {0.5, 0.5, 0.5}, [](const Vec3d&) { return 1.0; });
   recorded.Save(0);
   EXPECT_NE(recorded.cacher.Failure().find("No space left on device"), std::string::npos);

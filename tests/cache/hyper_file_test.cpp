@@ -111,7 +111,8 @@ TEST(HyperFile, LargeFileIsTheSameOnDiskAsInMemory) {
     ASSERT_TRUE(dropped.Open(kCacheIdent, path, HyperFile::Mode::kWrite));
     write(dropped);
   }
-  EXPECT_FALSE(std::filesystem::exists(path.string() + ".part")) << "left behind by a dropped file";
+  EXPECT_FALSE(std::filesystem::exists(path.string() + ".sulva-part"))
+      << "left behind by a dropped file";
   EXPECT_TRUE(disk.Open(kCacheIdent, path, HyperFile::Mode::kRead)) << disk.Error();
 }
 
@@ -190,7 +191,7 @@ TEST(HyperFile, FailedWriteLeavesTheOldFile) {
   const auto path = folder.Path() / "frame";
   std::ofstream(path) << "old";
   // A full disk: what is written beside goes to a device without space.
-  std::filesystem::create_symlink("/dev/full", path.string() + ".part");
+  std::filesystem::create_symlink("/dev/full", path.string() + ".sulva-part");
   HyperFile file;
   ASSERT_TRUE(file.Open(kCacheIdent, path, HyperFile::Mode::kWrite));
   // More than is gathered before it is written, so that the write fails on the way.
@@ -203,7 +204,7 @@ TEST(HyperFile, FailedWriteLeavesTheOldFile) {
   EXPECT_FALSE(file.Close());
   EXPECT_EQ(file.Error(), "cannot write " + path.string() + ": No space left on device");
   EXPECT_EQ(host::ReadFile(path), "old");
-  EXPECT_FALSE(std::filesystem::exists(path.string() + ".part"));
+  EXPECT_FALSE(std::filesystem::exists(path.string() + ".sulva-part"));
 }
 
 }  // namespace
