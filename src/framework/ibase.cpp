@@ -91,8 +91,7 @@ void iBase::CheckDirty() {
 void iBase::MarkDirty(bool hard) {
   SetFlag(FLAG_DIRTY, true);
   if (hard) SetFlag(FLAG_DIRTY_HARD, true);
-  // Without a node there is no next look.
-  if (mInterface.HasNode()) --mDirtyStamp;
+  --mDirtyStamp;
 }
 
 void iBase::Persist(StateArchive& archive) {

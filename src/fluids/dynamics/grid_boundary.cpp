@@ -118,6 +118,7 @@ bool GridBoundary::ApplyBounds(const Vec3d& min, const Vec3d& max) {
 void GridBoundary::Persist(StateArchive& archive) {
   iObject::Persist(archive);
   if (archive.IsLoading()) SetUpLevelSet();
+  archive(mWalls);                   // a change of them makes it dirty
   archive.ShapeOf(mLevelSet.mGrid);  // every step builds the distances anew
 }
 
