@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -25,8 +26,8 @@ class StateArchive {
   bool IsGood() const { return mProblem.empty(); }
   const std::string& Problem() const { return mProblem; }
   /// Marks the archive as failed; the first reason stands.
-  void Fail(std::string problem) {
-    if (mProblem.empty()) mProblem = std::move(problem);
+  void Fail(std::string_view problem) {
+    if (mProblem.empty()) mProblem = problem;
   }
 
   template <class... T>
@@ -38,7 +39,7 @@ class StateArchive {
   void Expect(T value, const char* what) {
     T stored = value;
     Item(stored);
-    if (IsGood() && stored != value) Fail(std::string(what) + " differs");
+    if (IsGood() && stored != value) Fail(std::string(what).append(" differs"));
   }
   /// A grid whose samples are filled before they are read: its place and size alone. A restored one
   /// holds zeros.

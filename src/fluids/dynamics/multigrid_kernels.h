@@ -15,7 +15,8 @@ struct LevelLine {
   const float* rhs;
   const float* inverse;
   const float* weight[3];
-  i32 ny, nz;  ///< distance of neighbours along y and z
+  i32 ny, nz;           ///< distance of neighbours along y and z
+  bool atSeam = false;  ///< a neighbour along z is another worker's, who relaxes it meanwhile
 };
 
 /// out = the inverse of a scaled diagonal, 0 where it isn't positive.
@@ -51,7 +52,8 @@ struct CoarseLine {
 /// value = rhs over the diagonal in the cells i with (i + phase) even; the first half sweep of a
 /// cycle, whose values start at 0.
 void StartLine(const LevelLine& line, i32 phase, i32 n);
-/// A half sweep of Gauss-Seidel: the cells i with (i + phase) even.
+/// A half sweep of Gauss-Seidel: the cells i with (i + phase) even. At a seam the cells of the
+/// other half aren't touched but to be read.
 void RelaxLine(const LevelLine& line, i32 phase, i32 n);
 /// As `RelaxLine`; returns the sum of value[i] b[i] over all cells.
 double RelaxDotLine(const LevelLine& line, i32 phase, const double* b, i32 n);
