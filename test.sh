@@ -20,4 +20,5 @@ ctest --test-dir build-asan --output-on-failure -j2
 [ "${1:-}" = --sanitize ] || exit 0
 
 scripts/build "$root/build-tsan" -DSULVA_THREAD_SANITIZE=ON -- sulva sulva_tests
-"$root/build-tsan/sulva_tests" --gtest_filter='*Worker*:*Thread*:*Share*:*Split*:BlockCompressor.*:GridCache.*'
+TSAN_OPTIONS="suppressions=$root/tests/thread_sanitizer.supp" "$root/build-tsan/sulva_tests" \
+  --gtest_filter='*Worker*:*Thread*:*Share*:*Split*:*Solver*:Multigrid*:BlockCompressor.*:GridCache.*'

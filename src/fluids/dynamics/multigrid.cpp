@@ -104,19 +104,13 @@ void Multigrid::SolveLast() {
   }
 }
 
-/// f(line, phase of the red half, n, y, z) for all lines, each worker a run of layers.
+/// f(line, phase of the red half, n, z) for all lines.
 template <class F>
 void Multigrid::ForEachLine(const Level& level, F&& f) {
-  const i32 n = level.dims.x - 2, layers = std::max(0, level.dims.z - 2);
-  const i32 workers = std::clamp(std::min(level.threads, layers), 1, host::kMaxWorkers);
-  ForEachBlock(workers, workers, [&](i32 w) {
-    const i32 first = 1 + layers * w / workers, last = layers * (w + 1) / workers;
-    for (i32 z = first; z <= last; ++z)
-      for (i32 y = 1; y < level.dims.y - 1; ++y) {
-        LevelLine line = level.LineAt(y, z);
-        line.atSeam = (z == first && w > 0) || (z == last && w < workers - 1);
-        f(line, (y + z) & 1, n, y, z);
-      }
+  const i32 n = level.dims.x - 2;
+  ForEachBlock(std::max(0, level.dims.z - 2), level.threads, [&](i32 block) {
+    const i32 z = block + 1;
+    for (i32 y = 1; y < level.dims.y - 1; ++y) f(level.LineAt(y, z), (y + z) & 1, n, y, z);
   });
 }
 

@@ -91,40 +91,19 @@ void CoarseLine::Form(const float* ratioX, const float* ratioY, const float* rat
 SULVA_WIDE_KERNEL void StartLine(const LevelLine& line, i32 phase, i32 n) {
   float* __restrict x = line.value;
   const float *b = line.rhs, *inverse = line.inverse;
-  for (i32 i = 0; i < n; ++i) {
-    const float v = inverse[i] * b[i];
-    x[i] = ((i + phase) & 1) ? x[i] : v;
-  }
+  for (i32 i = phase & 1; i < n; i += 2) x[i] = inverse[i] * b[i];
 }
 
-namespace {
-
-float Relaxed(const LevelLine& line, i32 i) {
-  const float *x = line.value, *wx = line.weight[0], *wy = line.weight[1], *wz = line.weight[2];
-  const i32 ny = line.ny, nz = line.nz;
-  return line.inverse[i] * (line.rhs[i] + (wx[i - 1] * x[i - 1] + wx[i] * x[i + 1]) +
-                            (wy[i - ny] * x[i - ny] + wy[i] * x[i + ny]) +
-                            (wz[i - nz] * x[i - nz] + wz[i] * x[i + nz]));
-}
-
-// Cells of the other half are read and written back as they were, which fills vector registers.
-SULVA_WIDE_KERNEL void RelaxInside(const LevelLine& line, i32 phase, i32 n) {
+SULVA_WIDE_KERNEL void RelaxLine(const LevelLine& line, i32 phase, i32 n) {
   float* x = line.value;
+  const float *b = line.rhs, *inverse = line.inverse;
+  const float *wx = line.weight[0], *wy = line.weight[1], *wz = line.weight[2];
+  const i32 ny = line.ny, nz = line.nz;
 #pragma GCC ivdep
-  for (i32 i = 0; i < n; ++i) {
-    const float v = Relaxed(line, i);
-    x[i] = ((i + phase) & 1) ? x[i] : v;
-  }
-}
-
-void RelaxAtSeam(const LevelLine& line, i32 phase, i32 n) {
-  for (i32 i = phase & 1; i < n; i += 2) line.value[i] = Relaxed(line, i);
-}
-
-}  // namespace
-
-void RelaxLine(const LevelLine& line, i32 phase, i32 n) {
-  line.atSeam ? RelaxAtSeam(line, phase, n) : RelaxInside(line, phase, n);
+  for (i32 i = phase & 1; i < n; i += 2)
+    x[i] = inverse[i] * (b[i] + (wx[i - 1] * x[i - 1] + wx[i] * x[i + 1]) +
+                         (wy[i - ny] * x[i - ny] + wy[i] * x[i + ny]) +
+                         (wz[i - nz] * x[i - nz] + wz[i] * x[i + nz]));
 }
 
 SULVA_WIDE_KERNEL static double DotFloat(const float* a, const double* b, i32 n) {

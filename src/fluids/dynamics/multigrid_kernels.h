@@ -15,8 +15,7 @@ struct LevelLine {
   const float* rhs;
   const float* inverse;
   const float* weight[3];
-  i32 ny, nz;           ///< distance of neighbours along y and z
-  bool atSeam = false;  ///< a neighbour along z is another worker's, who relaxes it meanwhile
+  i32 ny, nz;  ///< distance of neighbours along y and z
 };
 
 /// out = the inverse of a scaled diagonal, 0 where it isn't positive.
@@ -52,8 +51,7 @@ struct CoarseLine {
 /// value = rhs over the diagonal in the cells i with (i + phase) even; the first half sweep of a
 /// cycle, whose values start at 0.
 void StartLine(const LevelLine& line, i32 phase, i32 n);
-/// A half sweep of Gauss-Seidel: the cells i with (i + phase) even. At a seam the cells of the
-/// other half aren't touched but to be read.
+/// A half sweep of Gauss-Seidel: the cells i with (i + phase) even.
 void RelaxLine(const LevelLine& line, i32 phase, i32 n);
 /// As `RelaxLine`; returns the sum of value[i] b[i] over all cells.
 double RelaxDotLine(const LevelLine& line, i32 phase, const double* b, i32 n);
