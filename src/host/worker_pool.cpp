@@ -40,6 +40,8 @@ void InstallInterruptHandlers() {
   MainThread();  // constructed before a handler can run
   std::signal(SIGINT, OnInterrupt);
   std::signal(SIGTERM, OnInterrupt);
+  // A terminal that is closed; who starts a run under nohup wants it to go on.
+  if (std::signal(SIGHUP, OnInterrupt) == SIG_IGN) std::signal(SIGHUP, SIG_IGN);
 }
 
 // One generation counter per worker starts it; one shared counter of open shares ends the run.

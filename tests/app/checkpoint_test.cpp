@@ -96,7 +96,9 @@ TEST(Checkpoint, RunThatIsKilledAtRandomMomentsEndsWithTheSameBytes) {
     EXPECT_EQ(name.find("-part"), std::string::npos) << name;
 }
 
-TEST(Checkpoint, InterruptWritesWhatIsNeededToGoOn) {
+class StoppedBy : public testing::TestWithParam<int> {};
+
+TEST_P(StoppedBy, SignalTheRunKeepsWhatIsNeededToGoOn) {
   const RunFolder folder("interrupt");
   folder.Write("smoke.json", RecordedSmoke(12));
   ASSERT_EQ(folder.Run({"run", "smoke.json", "--out", "whole", "--quiet", "--checkpoint", "0"}), 0);
@@ -104,7 +106,7 @@ TEST(Checkpoint, InterruptWritesWhatIsNeededToGoOn) {
   const pid_t child = folder.Start({"run", "smoke.json", "--out", "cut", "--checkpoint", "1000"});
   const fs::path fourth = folder.Path() / "cut/preview/0004.png";
   for (int i = 0; i < 3000 && !fs::exists(fourth); ++i) WaitMilliseconds(5);
-  kill(child, SIGINT);
+  kill(child, GetParam());
   const int code = RunFolder::Wait(child);
   if (code == 0) GTEST_SKIP() << "the run ended before the interrupt came";
   ASSERT_EQ(code, 7) << folder.Errors();
@@ -115,6 +117,8 @@ TEST(Checkpoint, InterruptWritesWhatIsNeededToGoOn) {
       << folder.Errors();
   folder.ExpectSame("whole", "cut");
 }
+
+INSTANTIATE_TEST_SUITE_P(Checkpoint, StoppedBy, testing::Values(SIGINT, SIGTERM, SIGHUP));
 
 TEST(Checkpoint, OtherScenesAndVersionsAreRefusedAndDamagedOnesPassedOver) {
   const RunFolder folder("refused");
