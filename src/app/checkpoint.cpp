@@ -65,7 +65,9 @@ std::vector<Checkpoints::Found> Checkpoints::List() const {
   return found;
 }
 
-fs::path Checkpoints::StartPath() const { return mFolder / fmt::format("start{}", kSuffix); }
+fs::path Checkpoints::StartPath() const {
+  return mFolder / fmt::format("{}{}", kStartCheckpoint, kSuffix);
+}
 
 void Checkpoints::Start(Simulation& simulation) {
   host::RemoveParts(mFolder);

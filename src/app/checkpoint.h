@@ -14,6 +14,9 @@ namespace MELDO_GLOBAL::app {
 
 inline constexpr u32 kCheckpointIdent = IdentOf("svcp");
 
+/// The name of the file that stands for the time before the first frame.
+inline constexpr std::string_view kStartCheckpoint = "start";
+
 /// Where a run stands after a frame.
 struct RunState {
   i32 frame = 0;

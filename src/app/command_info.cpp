@@ -108,11 +108,12 @@ void PrintCheckpoint(const fs::path& path) {
   Open(file, kCheckpointIdent, path);
   CheckpointHeader header;
   if (!ReadCheckpointHeader(file, header)) Fail(file.Error());
-  fmt::print(
-      "{}: a checkpoint, {}\nwritten by sulva {} behind frame {}; frames written so far: {}\n"
-      "scene {:016x}\n",
-      path.string(), FormatSize(static_cast<i64>(file.Size())), header.version, header.run.frame,
-      header.run.framesWritten, header.scene);
+  const bool isStart = path.stem() == kStartCheckpoint;
+  const std::string place = isStart ? "before the first frame"
+                                    : fmt::format("behind frame {}; frames written so far: {}",
+                                                  header.run.frame, header.run.framesWritten);
+  fmt::print("{}: a checkpoint, {}\nwritten by sulva {} {}\nscene {:016x}\n", path.string(),
+             FormatSize(static_cast<i64>(file.Size())), header.version, place, header.scene);
 }
 
 void PrintVolumes(const fs::path& path) {
@@ -183,15 +184,18 @@ bool LooksLikeAScene(std::string_view bytes) {
 int RunInfo(const fs::path& path) {
   const std::string bytes = FirstBytes(path);
   const std::string_view ident = bytes.size() >= 12 ? std::string_view(bytes).substr(8, 4) : "";
+  const std::string extension = path.extension().string();
   try {
     if (bytes.starts_with(" BDV")) {
       PrintVolumes(path);
-    } else if (ident == "svcp") {
+    } else if (ident == "svcp" || extension == ".checkpoint") {
       PrintCheckpoint(path);
-    } else if (path.extension() == ".json" || LooksLikeAScene(bytes)) {
+    } else if (ident == "zlsv" || extension == ".cache") {
+      PrintCache(path);
+    } else if (extension == ".json" || (LooksLikeAScene(bytes) && extension != ".jsonl")) {
       return PrintScene(path);
     } else {
-      PrintCache(path);
+      Fail(path.string() + ": it is no scene, cache, checkpoint or volume file");
     }
   } catch (const host::FileError& error) {
     Fail(error.what());

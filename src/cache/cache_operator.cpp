@@ -7,6 +7,7 @@
 
 #include "framework/scene.h"
 #include "framework/state_archive.h"
+#include "host/atomic_file.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -180,16 +181,22 @@ void Cache_OperatorBase::PrepareShared() {
   SetUpNames();
   if (isSave) {
     if (mMode == 0 || !mScene->mReport.whole) return SetFlag(FLAG_ACTIVE, false);
-    if (!mFileName.MakeFolder(true)) {
-      FailWriting(fmt::format("cannot make the folder {}", mFolderPath.string()));
-      return (void)Deactivate("its folder can't be made");
-    }
-    SetFlag(FLAG_ACTIVE, true);
+    SetFlag(FLAG_ACTIVE, MakeFolder());
   } else if (isLoad) {
     SetFlag(FLAG_ACTIVE, mMode != 1 && PrepareLoad());
   } else {
     SetFlag(FLAG_ACTIVE, true);
   }
+}
+
+bool Cache_OperatorBase::MakeFolder() {
+  if (mFileName.MakeFolder(true)) return true;
+  try {
+    host::MakeFolder(mFolderPath);
+  } catch (const FileError& error) {
+    FailWriting(error.what());
+  }
+  return false;
 }
 
 void Cache_OperatorBase::Finish() {

@@ -107,6 +107,7 @@ class Cache_OperatorBase : public iObject {
 
  private:
   std::filesystem::path ReadFolder();
+  bool MakeFolder();
   void DropFramesBehind(i32 last);
 
   bool mGoesOn = false;

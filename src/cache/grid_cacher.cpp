@@ -188,7 +188,16 @@ bool GridCacher::PrepareLoad() {
   for (std::size_t i = 0; i < count; ++i) {
     if (mHeader.chunks[i] < 0) continue;
     StoredGrid& stored = mHeader.grids[mHeader.chunks[i]];
-    if (!stored.isPresent || Place(*mObjects[i], stored)) continue;
+    if (!stored.isPresent) continue;
+    if (Place(*mObjects[i], stored)) {
+      const auto* scalar = dynamic_cast<const LevelField*>(mObjects[i]);
+      if (scalar && scalar->mKind != stored.kind)
+        Warn(
+            fmt::format("\"{}\" plays what another kind of field was recorded from; 'objects' has "
+                        "the order of the recording's own",
+                        mObjects[i]->mName));
+      continue;
+    }
     Warn(fmt::format("{}: what stands at place {} doesn't fit \"{}\"", mFile->Name(), i + 1,
                      mObjects[i]->mName));
     stored.isPresent = false;

@@ -104,6 +104,7 @@ bool HyperFile::CheckFrame(u32 ident) {
     return out;
   };
   const char* data = mBytes.data();
+  if (mBytes.empty()) return Fail("it is empty");
   if (mBytes.size() < sizeof kMagic || std::memcmp(data, kMagic, sizeof kMagic) != 0)
     return Fail("it is no file of this system, or its start is damaged");
   if (mBytes.size() < kHeader + kTrailer) return Fail("it is cut short");

@@ -114,8 +114,9 @@ std::string ReadFile(const fs::path& path) {
   std::string bytes;
   const Descriptor file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
   if (file.number < 0) fail(errno);
-  bytes.resize(fs::file_size(path, failed));
+  const auto size = fs::file_size(path, failed);
   if (failed) fail(failed.value());
+  bytes.resize(size);
   const i64 count = MoveAll(bytes.data(), bytes.size(), [&](char* at, std::size_t n, std::size_t) {
     return ::read(file.number, at, n);
   });
