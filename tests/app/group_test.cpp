@@ -101,6 +101,7 @@ TEST(Group, WhatItCannotStandForIsAnErrorAtItsPlace) {
                     "children, but its 'smoke' is a channel_scalar node"),
           HasSubstr("did you mean 'forces'?"),
           HasSubstr("'duration': the group 'forces' stands for its children, but its 'wind'"),
+          HasSubstr("'objects': the group 'forces' stands for its children, but its 'wind'"),
           HasSubstr("'constraints': the group 'none' is empty"),
           HasSubstr("its 'curls' is a force_swirling node")));
 }
