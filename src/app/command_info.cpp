@@ -87,7 +87,8 @@ std::string SeriesOf(const fs::path& path) {
   CacheName names(stem);
   names.SetFolder(path.has_parent_path() ? path.parent_path() : fs::path("."));
   if (stem.empty() || path.extension() != "." + names.GetSuffix()) return {};
-  return StatisticsOf(ScanCache(names));
+  const CacheFolderInfo info = ScanCache(names);
+  return info.found ? StatisticsOf(info) : std::string();
 }
 
 void PrintCache(const fs::path& path) {

@@ -142,7 +142,7 @@ void WriteSamples(HyperFile& file, std::span<const double> samples, i32 compress
     const auto packed = std::make_unique_for_overwrite<std::byte[]>(room);
     Packing packing;
     packing.threads = threads;
-    if (compression >= 2) packing = {Codec::kSmall, 4, 8, threads};
+    if (compression >= 2) packing = {Codec::kSmall, 1, 8, threads};
     const std::size_t size = Compress(bytes, {packed.get(), room}, packing);
     if (size > 0) {
       file.WriteBool(true);
