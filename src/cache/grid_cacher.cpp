@@ -125,7 +125,10 @@ void GridCacher::Prepare(void*) {
 
 void GridCacher::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE) || !IsDirty()) return;
-  if (mScene->mStage == kSaveCache) WriteFrame();
+  if (mScene->mStage == kSaveCache) {
+    WriteFrame();
+    mPlayed.clear();
+  }
   if (mScene->mStage == kEmitters) ReadFrame();
 }
 
@@ -137,9 +140,11 @@ void GridCacher::Finish() {
 void GridCacher::WriteFrame() {
   HyperFile file;
   fs::path path;
-  if (!mFileName.OpenForWrite(file, FrameToWrite(), path)) return FailWriting(file.Error());
   std::vector<Grids> all;
   for (iObject* object : mObjects) all.push_back(GridsOf(*object));
+  mFileName.BuildPath(path, FrameToWrite());
+  if (path == mPlayed && HoldsAll(all)) return;
+  if (!mFileName.OpenForWrite(file, FrameToWrite(), path)) return FailWriting(file.Error());
   WriteLayout(file, GetDomain());
   file.WriteLong(static_cast<i32>(
       std::count_if(all.begin(), all.end(), [](const Grids& grids) { return grids[0]; })));
@@ -158,7 +163,14 @@ void GridCacher::WriteFrame() {
   ++mRuns;
 }
 
+bool GridCacher::HoldsAll(const std::vector<Grids>& all) const {
+  for (std::size_t i = 0; i < all.size(); ++i)
+    if (all[i][0] && mHeader.chunks[i] < 0) return false;
+  return true;
+}
+
 bool GridCacher::PrepareLoad() {
+  mPlayed.clear();
   mFile = std::make_unique<HyperFile>();
   std::string problem;
   const auto fail = [&](const char* reason) {
@@ -208,17 +220,23 @@ bool GridCacher::PrepareLoad() {
 void GridCacher::ReadFrame() {
   if (!mFile) return;
   const std::size_t count = std::min(mHeader.chunks.size(), mObjects.size());
+  bool feedsAll = mHeader.chunks.size() == mObjects.size();
   for (std::size_t i = 0; i < count; ++i) {
     i32 id, level;
     if (!mFile->ReadChunkStart(id, level)) break;
     const i32 header = mHeader.chunks[i];
-    if (header >= 0 && mHeader.grids[header].isPresent &&
-        !ReadObject(*mObjects[i], mHeader.grids[header]))
-      Warn(fmt::format("{}: the samples of \"{}\" can't be read", mFile->Name(),
-                       mObjects[i]->mName));
+    if (header >= 0) {
+      const StoredGrid& stored = mHeader.grids[header];
+      const bool isRead = stored.isPresent && ReadObject(*mObjects[i], stored);
+      if (stored.isPresent && !isRead)
+        Warn(fmt::format("{}: the samples of \"{}\" can't be read", mFile->Name(),
+                         mObjects[i]->mName));
+      feedsAll = feedsAll && isRead;
+    }
     if (!mFile->SkipToEndChunk() || !mFile->ReadChunkEnd()) break;
   }
   if (!mFile->Error().empty()) Warn(mFile->Error());
+  if (feedsAll && mFile->Error().empty()) mPlayed = mFile->Name();
   mFile.reset();
 }
 

@@ -10,7 +10,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Writes the grids of its objects into a file a frame and puts them back: solvers give their
 /// velocity, channels and volumes their grids. A stored grid that fits the live one is copied, any
-/// other is resampled into it. The node's position moves what is played.
+/// other is resampled into it. The node's position moves what is played. A file that feeds all
+/// objects isn't written anew: of what was resampled little would be left after some runs.
 class GridCacher : public Cache_OperatorBase {
  public:
   GridCacher(host::BaseNode* node, Scene* scene);
@@ -38,6 +39,8 @@ class GridCacher : public Cache_OperatorBase {
   /// Makes the object take the place of a stored grid in this frame.
   static bool Place(iBase& object, const StoredGrid& stored);
   void WriteFrame();
+  /// The file that is played has what these grids of the objects would give another.
+  bool HoldsAll(const std::vector<Grids>& all) const;
   void ReadFrame();
   /// Reads the blocks of one object.
   bool ReadObject(iBase& object, const StoredGrid& stored);
@@ -48,6 +51,8 @@ class GridCacher : public Cache_OperatorBase {
   /// The file of the frame that is played, from stage 0 until its data are read.
   std::unique_ptr<HyperFile> mFile;
   GridCacheHeader mHeader;
+  /// The file that feeds all objects in this frame, if one does.
+  std::filesystem::path mPlayed;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

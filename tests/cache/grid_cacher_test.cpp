@@ -244,6 +244,25 @@ TEST_F(GridCache, RecorderLeavesWhatAnotherCachePlays) {
   EXPECT_FALSE(played.smoke.Has(FLAG_CACHED)) << "the mark ends with the frame";
 }
 
+TEST_F(GridCache, FileThatIsPlayedStaysAsItIs) {
+  CacheScene recorded(folder.Path(), 1), both(folder.Path(), 2, 0.03);
+  recorded.FillWithNoise();
+  recorded.Save(0);
+  const std::string bytes = host::ReadFile(File(0));
+  both.Load(0);
+  ASSERT_TRUE(both.smoke.Has(FLAG_CACHED));
+  both.Save(0);
+  EXPECT_EQ(host::ReadFile(File(0)), bytes) << "finer samples of it are none of their own";
+  both.Load(1);
+  both.Save(1);
+  EXPECT_TRUE(fs::exists(File(1)));
+  // What the file lacks is recorded.
+  both.empty.ApplyBounds({0, 0, 0}, {0.3, 0.3, 0.3});
+  both.Load(0);
+  both.Save(0);
+  EXPECT_NE(host::ReadFile(File(0)), bytes);
+}
+
 TEST_F(GridCache, DataStayInAllStepsOfAFrame) {
   CacheScene recorded(folder.Path(), 1), played(folder.Path(), 0);
   recorded.FillWithNoise();
