@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <memory>
 
 #include "cache/block_compressor.h"
@@ -166,7 +166,7 @@ bool Unpack(const SampleBlock& block, std::span<double> samples, i32 threads) {
   if (block.samples != samples.size()) return false;
   const std::span<std::byte> target = std::as_writable_bytes(samples);
   if (block.isPacked) return Decompress(block.bytes, target, threads);
-  std::memcpy(target.data(), block.bytes.data(), target.size());
+  std::copy(block.bytes.begin(), block.bytes.end(), target.begin());
   return true;
 }
 
