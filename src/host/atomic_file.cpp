@@ -62,7 +62,6 @@ void PartFile::Append(std::string_view bytes) {
       MoveAll(bytes.data(), bytes.size(),
               [&](const char* at, std::size_t n, std::size_t) { return ::write(mFile, at, n); });
   if (written < 0) Fail(mPath, static_cast<int>(-written));
-  mSize += bytes.size();
 }
 
 void PartFile::Patch(u64 at, std::string_view bytes) {

@@ -37,14 +37,12 @@ class PartFile {
   void Patch(u64 at, std::string_view bytes);
   /// Bytes that were appended, from byte `at` on.
   void Read(u64 at, std::span<char> bytes) const;
-  u64 Size() const { return mSize; }
   /// Flushes the file to the disk and gives it its name.
   void Commit();
 
  private:
   std::filesystem::path mPath, mPart;
   int mFile = -1;
-  u64 mSize = 0;
 };
 
 /// Writes a whole file by way of a PartFile. Throws FileError.

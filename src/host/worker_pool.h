@@ -28,8 +28,8 @@ class HostThread {
 
 /// The one thread whose break flag the interrupt signals set.
 HostThread& MainThread();
-/// Makes the interrupt, termination and hang-up signals (the last unless it is ignored) set the break
-/// flag of `MainThread`; a second signal ends the process at once.
+/// Makes the interrupt, termination and hang-up signals (the last unless it is ignored) set the
+/// break flag of `MainThread`; a second signal ends the process at once.
 void InstallInterruptHandlers();
 
 /// The process-wide pool: share 0 runs on the caller, share i on worker thread i, and the call
