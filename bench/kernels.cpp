@@ -8,11 +8,11 @@
 #include <chrono>
 #include <cmath>
 
-#include "fluids/dynamics/grid_cg_solver.h"
-#include "fluids/dynamics/grid_gauss_solver.h"
-#include "fluids/dynamics/grid_multigrid_solver.h"
-#include "fluids/dynamics/line_kernels.h"
-#include "fluids/operators/advection_kernel.h"
+#include "fluids/advection/advection_kernel.h"
+#include "fluids/pressure/grid_cg_solver.h"
+#include "fluids/pressure/grid_gauss_solver.h"
+#include "fluids/pressure/grid_multigrid_solver.h"
+#include "fluids/pressure/line_kernels.h"
 #include "grids/fixed_blocks.h"
 #include "timing.h"
 

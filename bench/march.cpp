@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "fluids/volume_renderer/gas_material.h"
+#include "fluids/rendering/gas_material.h"
 #include "framework/scene.h"
 #include "host/noise.h"
 #include "nodes/catalogue.h"
@@ -44,7 +44,7 @@ struct Cloud {
       return d < 0.4 ? std::max(0.0, 0.6 + noise.Evaluate(host::NoiseType::Fbm, p * 8, 3)) : 0.0;
     });
     Fill(*heat, [&](const Vec3d&, double d) { return std::max(0.0, 2500 * (1 - 4 * d)); });
-    node = &C4D_GasRenderer_Material::CreateNode(document, "gas");
+    node = &GasRenderer_Material::CreateNode(document, "gas");
     node->Set(2200, host::Link{smoke->Node()->Id()});
     // Thin enough for rays to go through.
     for (const i32 id : {2351, 2352, 2453}) node->Set(id, 0.002);
@@ -90,7 +90,7 @@ void ForEachRay(const WorldBox& box, F&& f) {
 }
 
 void TimeRays(Cloud& cloud, const char* what) {
-  C4D_GasRenderer_Material material(*cloud.node, {cloud.scene.get()});
+  GasRenderer_Material material(*cloud.node, {cloud.scene.get()});
   const double set = Best([&] { material.InitRender(cloud.data); });
   const RayMarcher& marcher = *material.Marcher();
   i64 places = 0, inside = 0;

@@ -17,7 +17,7 @@ constexpr std::array<const char*, 25> kSuffixes = {
 }  // namespace
 
 template <class File, class Path>
-void SV_C4DCacheName_Operator<File, Path>::Reset() {
+void SV_CacheName_Operator<File, Path>::Reset() {
   mDefaultName = "sulvacache";
   mName.clear();
   mSuffix = "cache";
@@ -26,14 +26,14 @@ void SV_C4DCacheName_Operator<File, Path>::Reset() {
 }
 
 template <class File, class Path>
-void SV_C4DCacheName_Operator<File, Path>::SetFormat(i32 format) {
+void SV_CacheName_Operator<File, Path>::SetFormat(i32 format) {
   if (format >= 0 && format < static_cast<i32>(kSuffixes.size()) && kSuffixes[format])
     mSuffix = kSuffixes[format];
 }
 
 template <class File, class Path>
-void SV_C4DCacheName_Operator<File, Path>::FileStem(std::string& out, i32 frame,
-                                                    bool withFrame) const {
+void SV_CacheName_Operator<File, Path>::FileStem(std::string& out, i32 frame,
+                                                 bool withFrame) const {
   out = mName.empty() ? mDefaultName : mName;
   if (!withFrame) return;
   const std::string number = std::to_string(std::abs(static_cast<i64>(frame)));
@@ -44,14 +44,14 @@ void SV_C4DCacheName_Operator<File, Path>::FileStem(std::string& out, i32 frame,
 }
 
 template <class File, class Path>
-void SV_C4DCacheName_Operator<File, Path>::BuildPath(Path& out, i32 frame) const {
+void SV_CacheName_Operator<File, Path>::BuildPath(Path& out, i32 frame) const {
   std::string stem;
   FileStem(stem, frame, true);
   out = mFolder / (stem + "." + mSuffix);
 }
 
 template <class File, class Path>
-bool SV_C4DCacheName_Operator<File, Path>::OpenForRead(File& file, i32 frame, Path& out) {
+bool SV_CacheName_Operator<File, Path>::OpenForRead(File& file, i32 frame, Path& out) {
   BuildPath(out, frame);
   std::error_code failed;
   if (!std::filesystem::exists(out, failed)) {
@@ -62,13 +62,13 @@ bool SV_C4DCacheName_Operator<File, Path>::OpenForRead(File& file, i32 frame, Pa
 }
 
 template <class File, class Path>
-bool SV_C4DCacheName_Operator<File, Path>::OpenForWrite(File& file, i32 frame, Path& out) {
+bool SV_CacheName_Operator<File, Path>::OpenForWrite(File& file, i32 frame, Path& out) {
   BuildPath(out, frame);
   return file.Open(kCacheIdent, out, File::Mode::kWrite);
 }
 
 template <class File, class Path>
-bool SV_C4DCacheName_Operator<File, Path>::MakeFolder(bool create) const {
+bool SV_CacheName_Operator<File, Path>::MakeFolder(bool create) const {
   Path first;
   BuildPath(first, 0);
   const Path folder = first.has_parent_path() ? first.parent_path() : Path(".");
@@ -79,6 +79,6 @@ bool SV_C4DCacheName_Operator<File, Path>::MakeFolder(bool create) const {
   return std::filesystem::is_directory(folder, failed);
 }
 
-template class SV_C4DCacheName_Operator<HyperFile, std::filesystem::path>;
+template class SV_CacheName_Operator<HyperFile, std::filesystem::path>;
 
 }  // namespace MELDO_GLOBAL

@@ -21,12 +21,11 @@ class iSVCacheName_Operator {
   virtual ~iSVCacheName_Operator() = default;
 };
 
-/// Files of the name STEM FRAME "." SUFFIX in one folder, such as `sulva_grid_c4d00007.cache`.
+/// Files of the name STEM FRAME "." SUFFIX in one folder, such as `sulva_grid_frame00007.cache`.
 template <class File, class Path>
-class SV_C4DCacheName_Operator : public iSVCacheName_Operator<File, Path> {
+class SV_CacheName_Operator : public iSVCacheName_Operator<File, Path> {
  public:
-  explicit SV_C4DCacheName_Operator(std::string defaultName)
-      : mDefaultName(std::move(defaultName)) {}
+  explicit SV_CacheName_Operator(std::string defaultName) : mDefaultName(std::move(defaultName)) {}
   void Reset() override;
   bool OpenForRead(File& file, i32 frame, Path& out) override;
   bool OpenForWrite(File& file, i32 frame, Path& out) override;
@@ -57,7 +56,7 @@ class SV_C4DCacheName_Operator : public iSVCacheName_Operator<File, Path> {
   i32 mDigits = 5;
 };
 
-using CacheName = SV_C4DCacheName_Operator<HyperFile, std::filesystem::path>;
-extern template class SV_C4DCacheName_Operator<HyperFile, std::filesystem::path>;
+using CacheName = SV_CacheName_Operator<HyperFile, std::filesystem::path>;
+extern template class SV_CacheName_Operator<HyperFile, std::filesystem::path>;
 
 }  // namespace MELDO_GLOBAL

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "fluids/channels/ifluid_solver.h"
-#include "fluids/emitters/channel_kinds.h"
+#include "fluids/emission/channel_kinds.h"
+#include "fluids/fields/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/scene.h"
 #include "grids/grid_resampler.h"
@@ -58,7 +58,7 @@ const ParameterTable& GridCacher::Parameters() {
 }
 
 GridCacher::GridCacher(BaseNode* node, Scene* scene)
-    : Cache_OperatorBase(node, scene, "sulva_grid_c4d") {
+    : Cache_OperatorBase(node, scene, "sulva_grid_frame") {
   mStageMask |= StageBit(kEmitters);
 }
 

@@ -16,10 +16,10 @@ class iGraph {
 };
 
 /// A curve over the spline data of a node's parameter; null means no curve: 0 everywhere.
-class iGraphC4D : public iGraph {
+class iGraphHost : public iGraph {
  public:
-  iGraphC4D() = default;
-  explicit iGraphC4D(host::SplineData* spline) : mSpline(spline) {}
+  iGraphHost() = default;
+  explicit iGraphHost(host::SplineData* spline) : mSpline(spline) {}
 
   f32 Evaluate(f32 x) const override {
     return mSpline ? static_cast<f32>(mSpline->Evaluate(x)) : 0.0f;

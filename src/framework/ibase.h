@@ -207,7 +207,7 @@ class iBase {
   /// The host node, or null when unbound.
   host::BaseNode* Node() const { return mInterface.GetObject(); }
 
-  C4D_InterfaceHandler mInterface;
+  InterfaceHandler mInterface;
   i32 mLoopRound = 0;
   i32 mLoopBackPass = -2;  ///< pass at which `NextPass` loops back to pass 0; -2 means never
   i32 mLoopRounds = 0;     ///< rounds of the loop-back; 0 switches it off

@@ -6,7 +6,7 @@ using host::BaseNode;
 using host::Value;
 
 template <class T>
-const T* C4D_InterfaceHandler::Stored(i32 id) const {
+const T* InterfaceHandler::Stored(i32 id) const {
   const Value* value = mNode ? mNode->Get(id) : nullptr;
   return value ? std::get_if<T>(value) : nullptr;
 }
@@ -32,124 +32,120 @@ i32 ToLong(const Value& value, i32 fallback) {
 }
 }  // namespace
 
-const Value& C4D_InterfaceHandler::RowDefault(i32 id) const {
+const Value& InterfaceHandler::RowDefault(i32 id) const {
   static const Value none;
   if (!mNode || !mNode->Table()) return none;
   const host::ParameterRow* row = host::FindRow(*mNode->Table(), id);
   return row ? row->WhenMissing() : none;
 }
 
-void C4D_InterfaceHandler::GetVector(Vec3d& out, i32 id, const Vec3d& fallback) const {
+void InterfaceHandler::GetVector(Vec3d& out, i32 id, const Vec3d& fallback) const {
   const Vec3d* v = Stored<Vec3d>(id);
   out = v ? *v : fallback;
 }
 
-void C4D_InterfaceHandler::GetVectorInt(VecInt3D& out, i32 id, const VecInt3D& fallback) const {
+void InterfaceHandler::GetVectorInt(VecInt3D& out, i32 id, const VecInt3D& fallback) const {
   Vec3d v;
   GetVector(v, id, MELDO_GLOBAL::ToReal(fallback));
   out = {Truncate(v.x), Truncate(v.y), Truncate(v.z)};
 }
 
-f32 C4D_InterfaceHandler::GetFloat32(i32 id, f32 fallback) const {
+f32 InterfaceHandler::GetFloat32(i32 id, f32 fallback) const {
   return static_cast<f32>(GetReal(id, fallback));
 }
 
-f64 C4D_InterfaceHandler::GetReal(i32 id, f64 fallback) const {
+f64 InterfaceHandler::GetReal(i32 id, f64 fallback) const {
   const Value* value = mNode ? mNode->Get(id) : nullptr;
   return value ? ToReal(*value, fallback) : fallback;
 }
 
-i32 C4D_InterfaceHandler::GetInt(i32 id, i32 fallback) const { return GetLong(id, fallback); }
+i32 InterfaceHandler::GetInt(i32 id, i32 fallback) const { return GetLong(id, fallback); }
 
-i32 C4D_InterfaceHandler::GetLong(i32 id, i32 fallback) const {
+i32 InterfaceHandler::GetLong(i32 id, i32 fallback) const {
   const Value* value = mNode ? mNode->Get(id) : nullptr;
   return value ? ToLong(*value, fallback) : fallback;
 }
 
-bool C4D_InterfaceHandler::GetBool(i32 id, bool fallback) const {
-  return GetLong(id, fallback) == 1;
-}
+bool InterfaceHandler::GetBool(i32 id, bool fallback) const { return GetLong(id, fallback) == 1; }
 
-const char* C4D_InterfaceHandler::GetString(i32 id, const char* fallback) const {
+const char* InterfaceHandler::GetString(i32 id, const char* fallback) const {
   const std::string* v = Stored<std::string>(id);
   return v ? v->c_str() : fallback;
 }
 
-BaseNode* C4D_InterfaceHandler::GetObjectLink(i32 id, const host::Document* document) const {
+BaseNode* InterfaceHandler::GetObjectLink(i32 id, const host::Document* document) const {
   return GetLink(id, document);
 }
 
-BaseNode* C4D_InterfaceHandler::GetLink(i32 id, const host::Document* document) const {
+BaseNode* InterfaceHandler::GetLink(i32 id, const host::Document* document) const {
   const host::Link* link = Stored<host::Link>(id);
   if (!link || (document && document != &mNode->GetDocument())) return nullptr;
   return mNode->GetDocument().Find(link->node);
 }
 
-void C4D_InterfaceHandler::SetVector(i32 id, const Vec3d& value) {
+void InterfaceHandler::SetVector(i32 id, const Vec3d& value) {
   if (mNode) mNode->Set(id, value);
 }
-void C4D_InterfaceHandler::SetVectorInt(i32 id, const VecInt3D& value) {
+void InterfaceHandler::SetVectorInt(i32 id, const VecInt3D& value) {
   SetVector(id, MELDO_GLOBAL::ToReal(value));
 }
-void C4D_InterfaceHandler::SetFloat32(i32 id, f32 value) { SetReal(id, value); }
-void C4D_InterfaceHandler::SetReal(i32 id, f64 value) {
+void InterfaceHandler::SetFloat32(i32 id, f32 value) { SetReal(id, value); }
+void InterfaceHandler::SetReal(i32 id, f64 value) {
   if (mNode) mNode->Set(id, value);
 }
-void C4D_InterfaceHandler::SetInt(i32 id, i32 value) { SetLong(id, value); }
-void C4D_InterfaceHandler::SetLong(i32 id, i32 value) {
+void InterfaceHandler::SetInt(i32 id, i32 value) { SetLong(id, value); }
+void InterfaceHandler::SetLong(i32 id, i32 value) {
   if (mNode) mNode->Set(id, value);
 }
-void C4D_InterfaceHandler::SetBool(i32 id, bool value) { SetLong(id, value); }
-void C4D_InterfaceHandler::SetString(i32 id, const char* value) {
+void InterfaceHandler::SetBool(i32 id, bool value) { SetLong(id, value); }
+void InterfaceHandler::SetString(i32 id, const char* value) {
   if (mNode) mNode->Set(id, std::string(value));
 }
-void C4D_InterfaceHandler::SetObjectLink(i32 id, const BaseNode* node) { SetLink(id, node); }
-void C4D_InterfaceHandler::SetLink(i32 id, const BaseNode* node) {
+void InterfaceHandler::SetObjectLink(i32 id, const BaseNode* node) { SetLink(id, node); }
+void InterfaceHandler::SetLink(i32 id, const BaseNode* node) {
   if (mNode) mNode->Set(id, host::Link{node ? node->Id() : 0});
 }
 
-bool C4D_InterfaceHandler::IsNodeAlive(i32 instanceOf, const host::Document* document) const {
+bool InterfaceHandler::IsNodeAlive(i32 instanceOf, const host::Document* document) const {
   return mNode && mNodeLink.Resolve(instanceOf, document) == mNode;
 }
 
-bool C4D_InterfaceHandler::GetDirtyCount(u32& out) const {
+bool InterfaceHandler::GetDirtyCount(u32& out) const {
   if (!IsNodeAlive(0, nullptr) || !mNode->IsEnabled()) return false;
   out = mNode->DirtyCount();
   return true;
 }
 
-void C4D_InterfaceHandler::SetDirty() {
+void InterfaceHandler::SetDirty() {
   if (mNode) mNode->Touch();
 }
 
-std::string C4D_InterfaceHandler::GetFilename(i32 id) const {
+std::string InterfaceHandler::GetFilename(i32 id) const {
   const host::Filename* v = Stored<host::Filename>(id);
   return v ? v->path : std::string();
 }
 
-void C4D_InterfaceHandler::SetFilename(i32 id, const std::string& path) {
+void InterfaceHandler::SetFilename(i32 id, const std::string& path) {
   if (mNode) mNode->Set(id, host::Filename{path});
 }
 
-Vec3d C4D_InterfaceHandler::GetVector(i32 id) const {
+Vec3d InterfaceHandler::GetVector(i32 id) const {
   const Vec3d* row = std::get_if<Vec3d>(&RowDefault(id));
   Vec3d out;
   GetVector(out, id, row ? *row : Vec3d{});
   return out;
 }
-f64 C4D_InterfaceHandler::GetReal(i32 id) const { return GetReal(id, ToReal(RowDefault(id), 0.0)); }
-i32 C4D_InterfaceHandler::GetLong(i32 id) const { return GetLong(id, ToLong(RowDefault(id), 0)); }
-bool C4D_InterfaceHandler::GetBool(i32 id) const {
-  return GetBool(id, ToLong(RowDefault(id), 0) == 1);
-}
+f64 InterfaceHandler::GetReal(i32 id) const { return GetReal(id, ToReal(RowDefault(id), 0.0)); }
+i32 InterfaceHandler::GetLong(i32 id) const { return GetLong(id, ToLong(RowDefault(id), 0)); }
+bool InterfaceHandler::GetBool(i32 id) const { return GetBool(id, ToLong(RowDefault(id), 0) == 1); }
 
-const host::InExcludeData* C4D_InterfaceHandler::GetInExclude(i32 id) const {
+const host::InExcludeData* InterfaceHandler::GetInExclude(i32 id) const {
   return Stored<host::InExcludeData>(id);
 }
-const host::SplineData* C4D_InterfaceHandler::GetSpline(i32 id) const {
+const host::SplineData* InterfaceHandler::GetSpline(i32 id) const {
   return Stored<host::SplineData>(id);
 }
-const host::Gradient* C4D_InterfaceHandler::GetGradient(i32 id) const {
+const host::Gradient* InterfaceHandler::GetGradient(i32 id) const {
   return Stored<host::Gradient>(id);
 }
 

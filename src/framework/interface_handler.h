@@ -12,11 +12,11 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// A getter returns its default when the handler is unbound or the node doesn't hold the id. The
 /// getters without a default take it from the row of the node's parameter table ("when missing"),
 /// and zero when there is no row. For the pipeline thread only: workers never read parameters.
-class C4D_InterfaceHandler {
+class InterfaceHandler {
  public:
-  C4D_InterfaceHandler() = default;
-  explicit C4D_InterfaceHandler(host::BaseNode* node) { Bind(node); }
-  virtual ~C4D_InterfaceHandler() = default;
+  InterfaceHandler() = default;
+  explicit InterfaceHandler(host::BaseNode* node) { Bind(node); }
+  virtual ~InterfaceHandler() = default;
 
   void Bind(host::BaseNode* node) {
     mNode = node;

@@ -100,7 +100,7 @@ class Scene {
   const ObjectList& List(i32 number) const { return mLists[number]; }
   host::BaseNode* Server() const { return mInterface.GetObject(); }
 
-  C4D_InterfaceHandler mInterface;
+  InterfaceHandler mInterface;
   u32 mFlags = 1;
   bool mIsRender = false;
   i32 mThreadCount = 1;

@@ -21,7 +21,7 @@ struct SceneTime {
   u8 substep = 0;             ///< number of the current substep, from 1
   u8 maxSubsteps = 0;         ///< substeps per frame; in adaptive mode this frame's running count
   u8 minSubsteps = 0;
-  u8 isLastSubstep = 0;       ///< 1 during the frame's last substep
+  u8 isLastSubstep = 0;  ///< 1 during the frame's last substep
 };
 
 /// What the document's clock said at this evaluation and the last one.
@@ -29,14 +29,14 @@ struct FrameClock {
   const host::Document* document = nullptr;
   i32 frameOffset = 0;
   i32 frame = 0;
-  i32 lastFrame = 1;       ///< -1 after `Restart`
+  i32 lastFrame = 1;  ///< -1 after `Restart`
   i32 frameFromStart = 0;
   f64 fps = 25;
-  f64 frameTime = 0.04;    ///< 1 / fps
-  f64 time = 0;            ///< seconds
+  f64 frameTime = 0.04;  ///< 1 / fps
+  f64 time = 0;          ///< seconds
   f64 lastTime = -0.033;
   i32 startFrame = 0;
-  i32 endFrame = 91;       ///< one beyond the last simulated frame
+  i32 endFrame = 91;  ///< one beyond the last simulated frame
 
   void Restart() {
     lastFrame = -1;

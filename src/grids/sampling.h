@@ -85,8 +85,8 @@ inline Vec3d SampleGradient(const Grid<T>& g, const Vec3d& c, double cellSize) {
 /// How `Splat` combines a weighted value with a sample.
 enum class SplatOperation { Assign = 0, Add = 1, Subtract = 2, Multiply = 3, Divide = 4 };
 
-/// Spreads `value` over the eight samples round `c` with trilinear weights; `lower` and `upper` leave
-/// out the samples of a z layer. Nothing happens to a grid of a single sample on an axis.
+/// Spreads `value` over the eight samples round `c` with trilinear weights; `lower` and `upper`
+/// leave out the samples of a z layer. Nothing happens to a grid of a single sample on an axis.
 template <class T>
 void Splat(Grid<T>& g, double value, const Vec3d& c, SplatOperation operation, bool lower = true,
            bool upper = true);

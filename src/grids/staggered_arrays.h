@@ -29,8 +29,7 @@ class StaggeredArraysOf {
     mStride = (length + kPage - 1) / kPage * kPage + kStagger;
     const std::size_t bytes = sizeof(T) * (mStride * mArrays + Lead());
     mAlignment = bytes > 2 * kLargePage ? kLargePage : std::size_t{64};
-    mData =
-        static_cast<T*>(::operator new (bytes, std::align_val_t{mAlignment}, std::nothrow));
+    mData = static_cast<T*>(::operator new (bytes, std::align_val_t{mAlignment}, std::nothrow));
     if (!mData) return false;
     mLength = length;
 #if defined(__linux__)

@@ -3,7 +3,7 @@
 namespace MELDO_GLOBAL::host {
 
 std::string_view NameOf(ParameterType type) {
-  constexpr std::string_view names[] = {"real",  "long",  "bool",     "string", "vector", "link",
+  constexpr std::string_view names[] = {"real",     "long",  "bool",  "string",   "vector", "link",
                                         "filename", "links", "curve", "gradient", "button"};
   return names[static_cast<int>(type)];
 }

@@ -17,9 +17,9 @@ std::string PathOf(const CacheName& names, i32 frame) {
 }
 
 TEST(CacheName, FramesArePaddedUpToTenThousand) {
-  CacheName names("sulva_grid_c4d");
+  CacheName names("sulva_grid_frame");
   names.SetFolder("folder");
-  EXPECT_EQ(PathOf(names, 7), "folder/sulva_grid_c4d00007.cache");
+  EXPECT_EQ(PathOf(names, 7), "folder/sulva_grid_frame00007.cache");
   names.SetName("mine");
   EXPECT_EQ(PathOf(names, 12345), "folder/mine12345.cache");
   names.SetDigits(6);

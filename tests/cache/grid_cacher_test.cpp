@@ -6,8 +6,8 @@
 #include <cstring>
 #include <fstream>
 
-#include "fluids/channels/fuel_grid_channel.h"
-#include "fluids/dynamics/fluid_solver.h"
+#include "fluids/fields/fuel_grid_channel.h"
+#include "fluids/solvers/fluid_solver.h"
 #include "fluids/test_scene.h"
 #include "grids/random_stream.h"
 #include "host/atomic_file.h"
@@ -125,7 +125,7 @@ class GridCache : public testing::Test {
   fs::path File(i32 frame) const {
     std::string number = std::to_string(frame);
     return folder.Path() /
-           ("sulva_grid_c4d" + std::string(5 - number.size(), '0') + number + ".cache");
+           ("sulva_grid_frame" + std::string(5 - number.size(), '0') + number + ".cache");
   }
   const host::TempFolder folder;
 };
@@ -278,7 +278,7 @@ TEST_F(GridCache, DataStayInAllStepsOfAFrame) {
 
 TEST_F(GridCache, RunThatGoesOnDropsWhatItRecordedLaterAndNothingElse) {
   const auto file = [&](const char* number) {
-    return folder.Path() / (std::string("sulva_grid_c4d") + number + ".cache");
+    return folder.Path() / (std::string("sulva_grid_frame") + number + ".cache");
   };
   CacheScene run(folder.Path(), 2);
   CacheScene::Set(run.cacher, 1021, 6);
@@ -364,7 +364,7 @@ TEST_F(GridCache, CommandsCountAndDeleteItsFiles) {
   CacheScene recorded(folder.Path(), 1);
   recorded.Fill({0, 0, 0}, {0.3, 0.4, 0.5}, [](const Vec3d& p) { return p.x; });
   for (const i32 frame : {1, 2, 4}) recorded.Save(frame);
-  folder.Write("sulva_grid_c4d_old00001.cache", "another's");
+  folder.Write("sulva_grid_frame_old00001.cache", "another's");
   recorded.SetFrame(2);
   recorded.cacher.UpdateStatistics();
   EXPECT_EQ(recorded.cacher.FileStatistics(),
@@ -375,7 +375,7 @@ TEST_F(GridCache, CommandsCountAndDeleteItsFiles) {
   EXPECT_NE(text.find("Missing Frames: 2\n"), std::string::npos) << text;
   recorded.cacher.DeleteCacheFiles();
   EXPECT_FALSE(fs::exists(File(1)) || fs::exists(File(2)) || fs::exists(File(4)));
-  EXPECT_TRUE(fs::exists(folder.Path() / "sulva_grid_c4d_old00001.cache"));
+  EXPECT_TRUE(fs::exists(folder.Path() / "sulva_grid_frame_old00001.cache"));
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 #pragma once
 #include <string>
 
-#include "fluids/dynamics/fluid_solver.h"
+#include "fluids/solvers/fluid_solver.h"
 #include "framework/scene.h"
 #include "nodes/catalogue.h"
 

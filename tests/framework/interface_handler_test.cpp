@@ -24,11 +24,11 @@ const ParameterTable& Rows() {
 struct HandlerTest : ::testing::Test {
   Document document;
   BaseNode& node = document.Create<BaseNode>(42, "node", nullptr);
-  C4D_InterfaceHandler handler{&node};
+  InterfaceHandler handler{&node};
 };
 
 TEST(Handler, UnboundGivesDefaultsAndStoresNothing) {
-  C4D_InterfaceHandler h;
+  InterfaceHandler h;
   Vec3d v;
   h.GetVector(v, 1, {4, 5, 6});
   EXPECT_EQ(v, (Vec3d{4, 5, 6}));
@@ -115,9 +115,9 @@ TEST_F(HandlerTest, LinksNeverDangle) {
 }
 
 TEST_F(HandlerTest, CopiesHoldTheirOwnLink) {
-  C4D_InterfaceHandler assigned;
+  InterfaceHandler assigned;
   {
-    const C4D_InterfaceHandler copy(handler);
+    const InterfaceHandler copy(handler);
     EXPECT_TRUE(copy.IsNodeAlive(42, &document));
     assigned = copy;
   }
@@ -148,7 +148,7 @@ TEST_F(HandlerTest, StoresTheStructuredKinds) {
 
 TEST(Graph, EditsTheKnotsOfItsCurve) {
   SplineData curve;
-  iGraphC4D graph(&curve);
+  iGraphHost graph(&curve);
   EXPECT_EQ(graph.Evaluate(0.5f), 0);
   graph.InsertKnot(1, 4);
   EXPECT_EQ(graph.InsertKnot(0, 2), 0);
@@ -159,7 +159,7 @@ TEST(Graph, EditsTheKnotsOfItsCurve) {
   EXPECT_EQ(graph.Evaluate(0.5f), 4);
   graph.ClearKnots();
   EXPECT_EQ(graph.GetKnotCount(), 0);
-  iGraphC4D none;
+  iGraphHost none;
   EXPECT_EQ(none.Evaluate(0.5f), 0);
   EXPECT_EQ(none.InsertKnot(0, 0), -1);
 }

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "app/exit_codes.h"
-#include "app/scene_file.h"
+#include "host/exit_codes.h"
+#include "scene/scene_file.h"
 
 using namespace MELDO_GLOBAL;
 

@@ -2,7 +2,7 @@
 #pragma once
 #include <array>
 
-#include "fluids/channels/channel.h"
+#include "fluids/fields/channel.h"
 #include "framework/constraint.h"
 #include "framework/duration.h"
 #include "framework/iobject.h"

@@ -1,7 +1,7 @@
 #include "fluids/forces/force_gravity.h"
 
-#include "fluids/emitters/alignment_vector.h"
-#include "fluids/emitters/emission_settings.h"
+#include "fluids/emission/alignment_vector.h"
+#include "fluids/emission/emission_settings.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {

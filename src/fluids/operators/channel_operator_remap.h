@@ -2,7 +2,7 @@
 #pragma once
 #include <vector>
 
-#include "fluids/channels/channel_operator.h"
+#include "fluids/fields/channel_operator.h"
 #include "framework/constraint.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {

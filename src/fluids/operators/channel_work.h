@@ -1,6 +1,6 @@
 // What the operators that change channels cell by cell have in common.
 #pragma once
-#include "fluids/channels/fire_grid_channel.h"
+#include "fluids/fields/fire_grid_channel.h"
 #include "framework/constraint.h"
 #include "framework/scene.h"
 #include "grids/split.h"
@@ -28,8 +28,8 @@ inline void MarkChanged(iBase* channel) {
   if (channel) channel->MarkDirty(false);
 }
 
-/// A cache feeds one of these channels, which may be null, in this frame: it holds the outcome of all
-/// that works on it.
+/// A cache feeds one of these channels, which may be null, in this frame: it holds the outcome of
+/// all that works on it.
 template <class... Channels>
 bool IsPlayed(const Channels*... channels) {
   return ((channels && channels->Has(FLAG_CACHED)) || ...);

@@ -244,7 +244,7 @@ void GridCombustion::BurnRowWithOxygen(const Row& row) const {
 void GridCombustion::ShapeRow(const Row& row) const {
   const bool smokes = row.smoke && mSmokeStep > 0;
   const auto curve = [](const SplineData* spline, double age) {
-    return C4D_InterfaceHandler::EvaluateSpline(spline, age);
+    return InterfaceHandler::EvaluateSpline(spline, age);
   };
   for (i32 x = row.first; x < row.last; ++x) {
     const double fire = row.fire[x];

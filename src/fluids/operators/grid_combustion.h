@@ -2,8 +2,8 @@
 #pragma once
 #include <memory>
 
-#include "fluids/channels/fuel_grid_channel.h"
-#include "fluids/channels/ifluid_solver.h"
+#include "fluids/fields/fuel_grid_channel.h"
+#include "fluids/fields/ifluid_solver.h"
 #include "fluids/operators/channel_work.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {

@@ -1,7 +1,7 @@
 #include "fluids/operators/grid_diffusion.h"
 
-#include "fluids/emitters/channel_kinds.h"
-#include "fluids/emitters/emission_settings.h"
+#include "fluids/emission/channel_kinds.h"
+#include "fluids/emission/emission_settings.h"
 #include "grids/fixed_blocks.h"
 #include "grids/wide_kernel.h"
 

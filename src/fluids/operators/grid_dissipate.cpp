@@ -1,6 +1,6 @@
 #include "fluids/operators/grid_dissipate.h"
 
-#include "fluids/emitters/channel_kinds.h"
+#include "fluids/emission/channel_kinds.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "fluids/emitters/channel_kinds.h"
+#include "fluids/emission/channel_kinds.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {

@@ -2,8 +2,8 @@
 #pragma once
 #include <array>
 
-#include "fluids/surfacetracker/mesh/mesh.h"
-#include "fluids/surfacetracker/mesh/topology.h"
+#include "fluids/mesh/mesh.h"
+#include "fluids/mesh/topology.h"
 #include "framework/constraint.h"
 #include "framework/duration.h"
 #include "grids/split.h"

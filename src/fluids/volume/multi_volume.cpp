@@ -1,6 +1,6 @@
 #include "fluids/volume/multi_volume.h"
 
-#include "fluids/surfacetracker/mesh/multi_mesh.h"
+#include "fluids/mesh/multi_mesh.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 

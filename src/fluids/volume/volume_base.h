@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "fluids/surfacetracker/mesh/mesh.h"
+#include "fluids/mesh/mesh.h"
 #include "fluids/volume/volume_fractions.h"
 #include "framework/iobject.h"
 #include "grids/egrid.h"

@@ -1,6 +1,6 @@
 #include "fluids/volume/volume_mesh.h"
 
-#include "fluids/surfacetracker/mesh/multi_mesh.h"
+#include "fluids/mesh/multi_mesh.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {

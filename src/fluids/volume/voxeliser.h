@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "fluids/surfacetracker/mesh/tri_mesh.h"
+#include "fluids/mesh/tri_mesh.h"
 #include "fluids/volume/triangle_distance.h"
 #include "grids/egrid.h"
 #include "host/worker_pool.h"

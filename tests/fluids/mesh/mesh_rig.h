@@ -2,7 +2,7 @@
 #pragma once
 #include <gtest/gtest.h>
 
-#include "fluids/surfacetracker/mesh/mesh.h"
+#include "fluids/mesh/mesh.h"
 #include "fluids/volume/volume_mesh.h"
 #include "framework/scene.h"
 #include "host/shapes.h"

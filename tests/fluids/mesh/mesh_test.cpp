@@ -1,4 +1,4 @@
-#include "fluids/surfacetracker/mesh/mesh.h"
+#include "fluids/mesh/mesh.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "fluids/surfacetracker/mesh/topology.h"
+#include "fluids/mesh/topology.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,9 +3,9 @@
 #include <functional>
 #include <vector>
 
-#include "fluids/channels/fire_grid_channel.h"
-#include "fluids/channels/fuel_grid_channel.h"
-#include "fluids/channels/temperature_grid_channel.h"
+#include "fluids/fields/fire_grid_channel.h"
+#include "fluids/fields/fuel_grid_channel.h"
+#include "fluids/fields/temperature_grid_channel.h"
 #include "fluids/test_scene.h"
 #include "grids/random_stream.h"
 

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "fluids/dynamics/projection_box.h"
 #include "fluids/gas_rig.h"
 #include "fluids/operators/grid_variable_density.h"
 #include "fluids/operators/operator_rig.h"
+#include "fluids/pressure/projection_box.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;

@@ -5,8 +5,8 @@
 
 #include <cstring>
 
-#include "fluids/dynamics/grid_boundary.h"
-#include "fluids/surfacetracker/mesh/multi_mesh.h"
+#include "fluids/flow/grid_boundary.h"
+#include "fluids/mesh/multi_mesh.h"
 #include "framework/scene.h"
 #include "host/shapes.h"
 #include "nodes/catalogue.h"

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <numbers>
 
-#include "fluids/surfacetracker/mesh/tri_mesh.h"
+#include "fluids/mesh/tri_mesh.h"
 #include "grids/egrid.h"
 #include "host/mesh_files.h"
 #include "host/shapes.h"

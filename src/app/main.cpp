@@ -1,3 +1,0 @@
-#include "app/command_line.h"
-
-int main(int argc, char** argv) { return MELDO_GLOBAL::app::Main(argc, argv); }

@@ -1,0 +1,75 @@
+#include "cli/command_check.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+
+#include "host/exit_codes.h"
+#include "scene/atomic_file.h"
+#include "scene/diagnostics.h"
+#include "scene/scene_file.h"
+#include "scene/scene_fix.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+
+namespace {
+
+std::string Count(std::size_t count, const std::string& thing) {
+  return fmt::format("{} {}{}", count, thing, count == 1 ? "" : "s");
+}
+
+std::size_t CountNodes(const BaseNode& node) {
+  std::size_t count = 1;
+  for (const BaseNode* child : node.Children()) count += CountNodes(*child);
+  return count;
+}
+
+/// The objects of a scene; its nodes and what only pictures need stand at the top too.
+std::size_t CountObjects(const Document& document) {
+  return static_cast<std::size_t>(
+      std::count_if(document.Roots().begin(), document.Roots().end(), [](const BaseNode* root) {
+        return root->Type() >= kMeshObject && root->Type() <= kCameraObject;
+      }));
+}
+
+std::string Summary(const LoadedScene& scene) {
+  const Document& document = *scene.document;
+  std::size_t nodes = 0;
+  for (const BaseNode* server : scene.servers) nodes += CountNodes(*server);
+  return fmt::format("{}: valid: frames {} to {} at {} fps, {}, {}, {}", scene.path.string(),
+                     document.previewMin, document.previewMax, document.fps, Count(nodes, "node"),
+                     Count(CountObjects(document), "object"),
+                     Count(scene.exports.size(), "export"));
+}
+
+void Fix(const std::filesystem::path& path) {
+  const std::string text = ReadSceneText(path);
+  Diagnostics problems;
+  JsonValue root;
+  // What is no JSON is told by the check.
+  if (!ParseJson(text, path.string(), root, problems) || problems.HasErrors()) return;
+  const SceneFix fix = FixVolumes(text, root);
+  for (const std::string& note : fix.notes)
+    fmt::print(stderr, "{}: fixed: {}\n", path.string(), note);
+  if (fix.notes.empty()) return;
+  const std::filesystem::path backup = BackupOf(path);
+  WriteFileAtomically(backup, text);
+  WriteFileAtomically(path, fix.text);
+  fmt::print(stderr, "{}: the scene as it was\n", backup.string());
+}
+
+}  // namespace
+
+int RunCheck(const std::filesystem::path& path, bool fix) {
+  if (fix) Fix(path);
+  Diagnostics diagnostics;
+  const auto scene = LoadScene(path, diagnostics);
+  diagnostics.Print();
+  if (!scene) return kExitInvalidScene;
+  fmt::print("{}\n", Summary(*scene));
+  return kExitDone;
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,207 @@
+#include "cli/command_info.h"
+
+#include <fmt/format.h>
+
+#include <fstream>
+
+#include "cache/cache_folder.h"
+#include "cache/grid_cache_file.h"
+#include "host/atomic_file.h"
+#include "host/exit_codes.h"
+#include "io/solver_info.h"
+#include "io/vdb_info.h"
+#include "run/checkpoint.h"
+#include "run/simulation.h"
+#include "scene/scene_file.h"
+
+namespace MELDO_GLOBAL::app {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+[[noreturn]] void Fail(const std::string& text) { throw CommandError(kExitFile, text); }
+
+std::string Dims(const VecInt3D& d) { return fmt::format("{} x {} x {}", d.x, d.y, d.z); }
+
+/// The first bytes of a file; fewer where it is shorter.
+std::string FirstBytes(const fs::path& path) {
+  std::error_code failed;
+  if (fs::is_directory(path, failed)) Fail("cannot read " + path.string() + ": it is a folder");
+  std::ifstream file(path, std::ios::binary);
+  if (!file) Fail("cannot read " + path.string() + ": no such file, or no right to read it");
+  std::string bytes(12, '\0');
+  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(file.gcount()));
+  return bytes;
+}
+
+void Open(HyperFile& file, u32 ident, const fs::path& path) {
+  if (!file.Open(ident, path, HyperFile::Mode::kRead)) Fail(file.Error());
+}
+
+/// The lines of the grids in a cache file, with the sizes of their blocks.
+std::string GridLines(HyperFile& file, const GridCacheHeader& header) {
+  std::string lines;
+  for (std::size_t chunk = 0; chunk < header.chunks.size(); ++chunk) {
+    i32 id, level;
+    if (!file.ReadChunkStart(id, level)) Fail(file.Error());
+    std::size_t stored = 0, samples = 0;
+    int blocks = 0;
+    bool isPacked = false;
+    for (; !file.AtEnd(); ++blocks) {
+      SampleBlock block;
+      if (!ReadBlock(file, block))
+        Fail(file.Error().empty() ? file.Name() + ": a block is damaged" : file.Error());
+      stored += block.bytes.size();
+      samples += block.samples;
+      isPacked = isPacked || block.isPacked;
+    }
+    if (!file.ReadChunkEnd()) Fail(file.Error());
+    lines += fmt::format("  {}  ", chunk + 1);
+    if (header.chunks[chunk] < 0) {
+      lines += "no grid\n";
+      continue;
+    }
+    const StoredGrid& grid = header.grids[header.chunks[chunk]];
+    const Vec3d& origin = grid.layout.simOrigin;
+    const std::size_t raw = samples * sizeof(double);
+    lines += fmt::format("{} samples at ({:.6g}, {:.6g}, {:.6g}), cell size {:.6g}{}, {}",
+                         Dims(grid.dims), origin.x, origin.y, origin.z, grid.layout.cellSize,
+                         blocks > 1 ? fmt::format(", {} components", blocks) : "",
+                         FormatSize(static_cast<i64>(stored)));
+    if (isPacked && stored > 0)
+      lines += fmt::format(" packed {:.1f} times",
+                           static_cast<double>(raw) / static_cast<double>(stored));
+    lines += '\n';
+  }
+  return lines;
+}
+
+/// Length, size and gaps of the cache that a file belongs to.
+std::string SeriesOf(const fs::path& path) {
+  std::string stem = path.stem().string();
+  // A base name may end in digits of its own.
+  for (int i = 0; i < 5 && !stem.empty() && stem.back() >= '0' && stem.back() <= '9'; ++i)
+    stem.pop_back();
+  CacheName names(stem);
+  names.SetFolder(path.has_parent_path() ? path.parent_path() : fs::path("."));
+  if (stem.empty() || path.extension() != "." + names.GetSuffix()) return {};
+  const CacheFolderInfo info = ScanCache(names);
+  return info.found ? StatisticsOf(info) : std::string();
+}
+
+void PrintCache(const fs::path& path) {
+  HyperFile file;
+  Open(file, kCacheIdent, path);
+  GridCacheHeader header;
+  std::string problem;
+  if (!ReadGridCacheHeader(file, header, problem)) Fail(problem);
+  std::string text = fmt::format("{}: a frame of a grid cache, {}\n", path.string(),
+                                 FormatSize(static_cast<i64>(file.Size())));
+  text += GridLines(file, header);
+  text += DescribeGridCache(file);
+  fmt::print("{}{}", text, SeriesOf(path));
+}
+
+void PrintCheckpoint(const fs::path& path) {
+  HyperFile file;
+  Open(file, kCheckpointIdent, path);
+  CheckpointHeader header;
+  if (!ReadCheckpointHeader(file, header)) Fail(file.Error());
+  const bool isStart = path.stem() == kStartCheckpoint;
+  const std::string place = isStart ? "before the first frame"
+                                    : fmt::format("behind frame {}; frames written so far: {}",
+                                                  header.run.frame, header.run.framesWritten);
+  fmt::print("{}: a checkpoint, {}\nwritten by sulva {} {}\nscene {:016x}\n", path.string(),
+             FormatSize(static_cast<i64>(file.Size())), header.version, place, header.scene);
+}
+
+void PrintVolumes(const fs::path& path) {
+  const std::vector<VdbGridInfo> grids = ReadVdbInfo(path);
+  std::error_code failed;
+  fmt::print("{}: a volume file, {}\n", path.string(),
+             FormatSize(static_cast<i64>(fs::file_size(path, failed))));
+  for (const VdbGridInfo& grid : grids) {
+    std::string line = fmt::format("  {}: {}, {}, voxel size {:.6g}", grid.name, grid.type,
+                                   grid.kind, grid.voxelSize);
+    if (grid.voxels >= 0) line += fmt::format(", {} active voxels", grid.voxels);
+    if (grid.hasBox && grid.voxels != 0)
+      line += fmt::format(", from ({}, {}, {}) to ({}, {}, {})", grid.min.x, grid.min.y, grid.min.z,
+                          grid.max.x, grid.max.y, grid.max.z);
+    fmt::print("{}\n", line);
+  }
+}
+
+/// Keeps caches from writing: who asks about a scene doesn't record it.
+void StopRecording(const host::BaseNode& parent) {
+  constexpr i32 kGridCacher = 1300098, kMode = 1001, kPlayBack = 0, kRecord = 1;
+  for (host::BaseNode* node : parent.Children()) {
+    StopRecording(*node);
+    const host::Value* mode = node->Type() == kGridCacher ? node->Get(kMode) : nullptr;
+    if (!mode) continue;
+    if (*mode == host::Value(kRecord)) {
+      node->SetEnabled(false);
+    } else {
+      node->Set(kMode, kPlayBack);
+    }
+  }
+}
+
+/// The sizes of a scene as they are behind its first frame.
+int PrintScene(const fs::path& path) {
+  Diagnostics diagnostics;
+  std::optional<LoadedScene> scene = LoadScene(path, diagnostics);
+  diagnostics.Print();
+  if (!scene) return kExitInvalidScene;
+  for (const host::BaseNode* server : scene->servers) StopRecording(*server);
+  scene->document->folder = CacheFolderOf(fs::path("out") / path.stem()).string();
+  Simulation simulation(*scene->document, scene->servers, MachineMemory());
+  const FrameRange range = simulation.Range();
+  FrameRecord record;
+  switch (simulation.Evaluate(range.first, record)) {
+    case FrameOutcome::Done: break;
+    case FrameOutcome::Interrupted: return kExitInterrupted;
+    case FrameOutcome::FileFailure: Fail(simulation.FileFailure());
+    case FrameOutcome::OutOfMemory: throw CommandError(kExitMemory, simulation.MemoryRefusal());
+  }
+  fmt::print("{}: a scene, frames {} to {} at {} fps; in frame {}:\n", path.string(), range.first,
+             range.last, scene->document->fps, range.first);
+  std::string solvers;
+  for (const auto& each : simulation.Scenes()) solvers += DescribeSolvers(*each);
+  fmt::print("{}", solvers.empty() ? "it has no gas\n" : solvers);
+  return kExitDone;
+}
+
+/// A scene is text that begins with a brace or a comment.
+bool LooksLikeAScene(std::string_view bytes) {
+  if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+  const std::size_t at = bytes.find_first_not_of(" \t\r\n");
+  return at != std::string_view::npos && (bytes[at] == '{' || bytes[at] == '/');
+}
+
+}  // namespace
+
+int RunInfo(const fs::path& path) {
+  const std::string bytes = FirstBytes(path);
+  const std::string_view ident = bytes.size() >= 12 ? std::string_view(bytes).substr(8, 4) : "";
+  const std::string extension = path.extension().string();
+  try {
+    if (bytes.starts_with(" BDV")) {
+      PrintVolumes(path);
+    } else if (ident == "svcp" || extension == ".checkpoint") {
+      PrintCheckpoint(path);
+    } else if (ident == "zlsv" || extension == ".cache") {
+      PrintCache(path);
+    } else if (extension == ".json" || (LooksLikeAScene(bytes) && extension != ".jsonl")) {
+      return PrintScene(path);
+    } else {
+      Fail(path.string() + ": it is no scene, cache, checkpoint or volume file");
+    }
+  } catch (const host::FileError& error) {
+    Fail(error.what());
+  }
+  return kExitDone;
+}
+
+}  // namespace MELDO_GLOBAL::app

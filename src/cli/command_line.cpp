@@ -1,0 +1,326 @@
+#include "cli/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+#include <new>
+#include <system_error>
+
+#include "cli/command_cache.h"
+#include "cli/command_cache_setup.h"
+#include "cli/command_check.h"
+#include "cli/command_graph.h"
+#include "cli/command_info.h"
+#include "cli/command_new.h"
+#include "cli/command_nodes.h"
+#include "cli/command_render.h"
+#include "cli/command_run.h"
+#include "host/exit_codes.h"
+#include "host/worker_pool.h"
+#include "scene/diagnostics.h"
+
+namespace MELDO_GLOBAL::app {
+
+namespace {
+
+constexpr int kMostSamples = 65536;
+constexpr const char* kVersion = "sulva " SULVA_VERSION;
+
+/// The value of `--set` needs a node, a parameter and a value; what they mean is the scene's
+/// matter.
+std::string CheckOverride(const std::string& text) {
+  const std::size_t equals = text.find('=');
+  const std::size_t dot = text.rfind('.', equals);
+  if (equals == std::string::npos || dot == std::string::npos || dot == 0 || dot + 1 == equals)
+    return "expected NODE.PARAMETER=VALUE, got '" + text + "'";
+  return {};
+}
+
+std::string CheckGiven(const std::string& text) {
+  return text.empty() ? "expected a value, got an empty text" : std::string();
+}
+
+struct Options {
+  RunOptions run;
+  RenderOptions render;
+  CacheOptions cache;
+  CacheSetupOptions cacheSetup;
+  std::string frames, memory, size;
+  std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile;
+  bool json = false, schema = false, fix = false;
+};
+
+CLI::App* AddRun(CLI::App& app, Options& o) {
+  CLI::App* run = app.add_subcommand("run", "Simulates a scene; writes statistics and exports");
+  run->add_option("SCENE", o.run.scene, "scene file")->required();
+  run->add_option("--frames", o.frames, "part of the range to write, A:B (A: and :B work too)")
+      ->check(CheckGiven);
+  run->add_option("--threads", o.run.threads, "worker threads; by default all")
+      ->check(CLI::Range(1, host::kMaxWorkers));
+  run->add_option("--out", o.run.out, "folder to write to; by default out/<name of the scene>")
+      ->check(CheckGiven);
+  run->add_option("--set", o.run.overrides, "another value for a parameter, NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false)
+      ->check(CheckOverride);
+  run->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's")
+      ->check(CheckGiven);
+  run->add_option("--checkpoint", o.run.checkpoint,
+                  "frames from one checkpoint to the next; 0 takes none")
+      ->check(CLI::Range(0, 1000000000))
+      ->capture_default_str();
+  run->add_flag("--resume", o.run.resume,
+                "go on behind the newest checkpoint in the output folder");
+  run->add_flag("--quiet", o.run.quiet, "print nothing but errors");
+  run->add_flag("--trace", o.run.trace,
+                "print a line for each object and stage that runs: frame substep stage object");
+  run->footer(
+      "Exit codes: 0 done, 2 wrong usage, 3 invalid scene, 4 not finite, 5 file error,\n"
+      "            6 out of memory, 7 interrupted\n\n"
+      "Example:\n  sulva run scenes/plume.json --frames 0:20 --set scene.cell_size=0.05");
+  return run;
+}
+
+CLI::App* AddRender(CLI::App& app, Options& o) {
+  CLI::App* render = app.add_subcommand("render", "Simulates a scene and draws its pictures");
+  render->add_option("SCENE", o.render.scene, "scene file")->required();
+  render->add_option("--frames", o.frames, "frames to draw, A:B (A, A: and :B work too)")
+      ->check(CheckGiven);
+  render
+      ->add_option("--out", o.render.out, "folder to write to; by default out/<name of the scene>")
+      ->check(CheckGiven);
+  render->add_option("--size", o.size, "size of the pictures in pixels, WxH")->check(CheckGiven);
+  render->add_option("--samples", o.render.samples, "camera rays in a pixel")
+      ->check(CLI::Range(1, kMostSamples));
+  render->add_flag("--exr", o.render.exr, "write OpenEXR files with layers beside the PNG files");
+  render->add_flag("--cached", o.render.cached,
+                   "play what caches hold, whatever their mode, and simulate nothing");
+  render->add_option("--threads", o.render.threads, "worker threads; by default all")
+      ->check(CLI::Range(1, host::kMaxWorkers));
+  render
+      ->add_option("--set", o.render.overrides,
+                   "another value for a parameter, NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false)
+      ->check(CheckOverride);
+  render
+      ->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's")
+      ->check(CheckGiven);
+  render->add_flag("--quiet", o.render.quiet, "print nothing but errors");
+  render->footer("Example:\n  sulva render scenes/plume.json --frames 60 --size 1280x720");
+  return render;
+}
+
+CLI::App* AddCheck(CLI::App& app, Options& o) {
+  CLI::App* check = app.add_subcommand("check", "Reads and validates a scene; runs nothing");
+  check->add_option("SCENE", o.checkScene, "scene file")->required();
+  check->add_flag("--fix", o.fix,
+                  "first put mesh nodes between volumes and the objects that they link, in the\n"
+                  "file itself; what it held before is kept beside it as SCENE.bak");
+  check->footer("Example:\n  sulva check scenes/plume.json");
+  return check;
+}
+
+CLI::App* AddNodes(CLI::App& app, Options& o) {
+  CLI::App* nodes =
+      app.add_subcommand("nodes", "Lists the kinds of nodes, or one with its parameters");
+  nodes->add_option("KIND", o.kind, "short name, label or id of a kind");
+  CLI::Option* json = nodes->add_flag("--json", o.json, "print JSON");
+  nodes->add_flag("--schema", o.schema, "print the JSON schema of scene files")->excludes(json);
+  nodes->footer("Example:\n  sulva nodes gridemitter");
+  return nodes;
+}
+
+CLI::App* AddGraph(CLI::App& app, Options& o) {
+  CLI::App* graph = app.add_subcommand("graph", "Shows a scene's nodes by stage, with their links");
+  graph->add_option("SCENE", o.graphScene, "scene file")->required();
+  graph->add_option("--html", o.graphPage,
+                    "write a web page to look at in a browser; by default prints a list");
+  graph->footer("Example:\n  sulva graph scenes/plume.json --html plume.html");
+  return graph;
+}
+
+CLI::App* AddInfo(CLI::App& app, Options& o) {
+  CLI::App* info =
+      app.add_subcommand("info", "Tells what a scene, cache, checkpoint or volume file holds");
+  info->add_option("FILE", o.infoFile, "the file")->required();
+  info->footer(
+      "Of a scene it simulates the first frame and tells how many cells that takes.\n\n"
+      "Example:\n  sulva info scenes/plume.json\n  sulva info "
+      "out/plume/checkpoints/00049.checkpoint");
+  return info;
+}
+
+CLI::App* AddCache(CLI::App& app, Options& o) {
+  CLI::App* cache = app.add_subcommand("cache", "Scans or deletes the files of a scene's caches");
+  cache->add_option("ACTION", o.cache.action, "scan or delete")
+      ->required()
+      ->check(CLI::IsMember({"scan", "delete"}));
+  cache->add_option("SCENE", o.cache.scene, "scene file")->required();
+  cache->add_option("--node", o.cache.node, "one cache of the scene; by default all");
+  cache->add_option("--out", o.cache.out, "output folder of the run; by default out/<name>")
+      ->check(CheckGiven);
+  cache
+      ->add_option("--set", o.cache.overrides,
+                   "another value for a parameter, NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false)
+      ->check(CheckOverride);
+  cache->add_flag("--yes", o.cache.yes, "delete without a question");
+  cache->footer("Example:\n  sulva cache scan scenes/plume.json");
+  return cache;
+}
+
+CLI::App* AddCacheSetup(CLI::App& app, Options& o) {
+  CLI::App* setup = app.add_subcommand("cache-setup", "Writes a scene that records what it makes");
+  setup->add_option("SCENE", o.cacheSetup.scene, "scene file")->required();
+  setup->add_option("NODE", o.cacheSetup.nodes,
+                    "fields, volumes and gases to record; by default all fields and gases");
+  setup->add_option("--out", o.cacheSetup.out,
+                    "file to write; by default the scene itself, with a copy of what it was");
+  setup
+      ->add_option("--set", o.cacheSetup.overrides,
+                   "another value for a parameter, NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false)
+      ->check(CheckOverride);
+  setup->footer(
+      "The parameters cache_... of the server say how; `sulva nodes server` shows them.\n\n"
+      "Example:\n  sulva cache-setup my.json smoke heat --set scene.cache_compression=fast");
+  return setup;
+}
+
+CLI::App* AddNew(CLI::App& app, Options& o) {
+  CLI::App* make = app.add_subcommand("new", "Copies a ready-made scene to start from");
+  make->add_option("NAME", o.newName,
+                   "ready-made scene, by its name or label; without it, their list");
+  make->add_option("FILE", o.newFile, "where to; by default NAME.json in this folder");
+  make->footer("Example:\n  sulva new plume my_plume.json");
+  return make;
+}
+
+/// Reads what "run" and "render" have in common.
+template <class T>
+void ReadFramesAndMemory(const Options& o, T& options) {
+  if (!o.frames.empty()) {
+    const auto frames = ParseFrames(o.frames);
+    if (!frames)
+      throw CommandError(kExitUsage, "--frames: expected A:B with A <= B, got '" + o.frames + "'");
+    options.frames = *frames;
+  }
+  if (!o.memory.empty()) {
+    const auto bytes = ParseByteCount(o.memory);
+    if (!bytes)
+      throw CommandError(kExitUsage,
+                         "--memory: expected a size such as 512M or 8G, got '" + o.memory + "'");
+    options.memory = *bytes;
+  }
+}
+
+int RunCommand(Options& o) {
+  ReadFramesAndMemory(o, o.run);
+  return RunScene(o.run);
+}
+
+int RenderCommand(Options& o) {
+  ReadFramesAndMemory(o, o.render);
+  if (!o.size.empty()) {
+    o.render.size = ParseSize(o.size);
+    if (!o.render.size)
+      throw CommandError(kExitUsage,
+                         "--size: expected WxH in pixels, such as 640x360, got '" + o.size + "'");
+  }
+  return RenderScene(o.render);
+}
+
+/// Says which words a command doesn't know, each with the nearest flag that it has.
+void TellUnknownWords(const CLI::App& app) {
+  for (const CLI::App* command : app.get_subcommands()) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : command->get_options())
+      for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+    const std::vector<std::string_view> flags(names.begin(), names.end());
+    for (const std::string& word : command->remaining())
+      std::fprintf(stderr,
+                   word.starts_with('-') ? "error: %s has no option '%s'%s\n"
+                                         : "error: %s doesn't expect '%s' here%s\n",
+                   command->get_name().c_str(), Shown(word).c_str(),
+                   word.starts_with('-') ? Suggestion(word, flags).c_str() : "");
+    std::fprintf(stderr, "Try 'sulva %s --help'.\n", command->get_name().c_str());
+  }
+}
+
+int Dispatch(int argc, char** argv) {
+  CLI::App app("Sulva: fluid simulation from a graph of nodes", "sulva");
+  app.set_version_flag("--version", kVersion, "print the version and end");
+  app.require_subcommand(1);
+  app.footer("Every command has --help.\n\nExample:\n  sulva run scenes/plume.json");
+  Options options;
+  const CLI::App* run = AddRun(app, options);
+  const CLI::App* render = AddRender(app, options);
+  const CLI::App* check = AddCheck(app, options);
+  const CLI::App* nodes = AddNodes(app, options);
+  const CLI::App* graph = AddGraph(app, options);
+  const CLI::App* info = AddInfo(app, options);
+  const CLI::App* cache = AddCache(app, options);
+  const CLI::App* cacheSetup = AddCacheSetup(app, options);
+  AddNew(app, options);
+
+  const std::vector<std::string_view> commands = {"run",  "render", "check",       "nodes", "graph",
+                                                  "info", "cache",  "cache-setup", "new"};
+  if (argc > 1 && argv[1][0] != '-' &&
+      std::find(commands.begin(), commands.end(), argv[1]) == commands.end()) {
+    std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n", argv[1],
+                 Suggestion(argv[1], commands).c_str());
+    return kExitUsage;
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& asked) {
+    return app.exit(asked, std::cout, std::cerr);
+  } catch (const CLI::ExtrasError&) {
+    TellUnknownWords(app);
+    return kExitUsage;
+  } catch (const CLI::ParseError& error) {
+    std::fprintf(stderr, "error: %s\nTry 'sulva --help'.\n", error.what());
+    return kExitUsage;
+  }
+  if (run->parsed()) return RunCommand(options);
+  if (render->parsed()) return RenderCommand(options);
+  if (check->parsed()) return RunCheck(options.checkScene, options.fix);
+  if (nodes->parsed())
+    return options.schema ? RunNodesSchema() : RunNodes(options.kind, options.json);
+  if (graph->parsed()) return RunGraph(options.graphScene, options.graphPage);
+  if (info->parsed()) return RunInfo(options.infoFile);
+  if (cache->parsed()) return RunCache(options.cache);
+  if (cacheSetup->parsed()) return RunCacheSetup(options.cacheSetup);
+  return RunNew(options.newName, options.newFile);
+}
+
+/// An answer that doesn't reach its reader is a file that can't be written.
+int FinishAnswer(int code) {
+  if (std::cout.flush() && std::fflush(stdout) == 0 && !std::ferror(stdout)) return code;
+  std::fputs("error: cannot write to standard output\n", stderr);
+  return code == kExitDone ? int{kExitFile} : code;
+}
+
+}  // namespace
+
+int Main(int argc, char** argv) {
+  // A file beyond the system's limit is a failed write, not the end of the program.
+  std::signal(SIGXFSZ, SIG_IGN);
+  try {
+    return FinishAnswer(Dispatch(argc, argv));
+  } catch (const CommandError& error) {
+    std::fprintf(stderr, "error: %s\n", error.what());
+    return error.code;
+  } catch (const std::bad_alloc&) {
+    std::fputs("error: out of memory\n", stderr);
+    return kExitMemory;
+  } catch (const std::system_error& error) {
+    std::fprintf(stderr, "error: %s\n", error.what());
+    return kExitFile;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "error: internal: %s\n", error.what());
+    return 1;
+  }
+}
+
+}  // namespace MELDO_GLOBAL::app

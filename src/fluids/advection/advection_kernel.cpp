@@ -1,0 +1,221 @@
+#include "fluids/advection/advection_kernel.h"
+
+#include "fluids/advection/row_sampling.h"
+#include "fluids/flow/solid_cells.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr double kPushOutMargin = 0.001;
+
+/// Solid tests of one target; both skip the level set where the flags of the cell allow it.
+class Solids {
+ public:
+  explicit Solids(const AdvectionData& data)
+      : mSource(data.Shape()),
+        mBoundary(*data.boundary),
+        mCells(mSource.mLayout.dims),
+        mCellSize(mSource.mLayout.cellSize) {
+    const Grid<u8>* flags = data.solidCells;
+    if (flags && flags->mData && flags->Dims() == mCells) mFlags = flags->mData;
+    if (mSource.mKind != kFaceX && mSource.mKind != kFaceY && mSource.mKind != kFaceZ)
+      mOpen |= SolidCells::kOpenCentre;
+  }
+
+  /// Marks which of the samples first .. first + n - 1 of a row are solid; false when none is.
+  bool FindSolid(i32 first, i32 y, i32 z, i32 n, bool* solid) const {
+    const Vec3d offset = OffsetOf(mSource.mKind);
+    const bool known = mFlags && first + n <= mCells.x && y < mCells.y && z < mCells.z;
+    const u8* flags = known ? mFlags + (mCells.y * z + y) * mCells.x + first : nullptr;
+    i32 open = 0;
+    for (i32 i = 0; known && i < n; ++i) open += (flags[i] & mOpen) != 0;
+    if (open == n) return false;
+    bool any = false;
+    for (i32 i = 0; i < n; ++i) {
+      solid[i] = !(known && (flags[i] & mOpen)) &&
+                 mBoundary.IsSolid(Vec3d{double(first + i), double(y), double(z)} + offset, mSource,
+                                   false);
+      any |= solid[i];
+    }
+    return any;
+  }
+  /// Moves points (cells) out of solids and into the domain, and marks those that it moved.
+  void PushOut(RowVectors& points, i32 n, bool* moved) const {
+    i32 cell[kRowChunk];
+    if (mFlags) FindCells(points, mCells, n, cell);
+    for (i32 i = 0; i < n; ++i) {
+      moved[i] = false;
+      if (mFlags && (mFlags[cell[i]] & SolidCells::kNoPushOut)) continue;
+      Vec3d relative = points.At(i) * mCellSize;
+      if (!mBoundary.PushOut(relative, true, kPushOutMargin)) continue;
+      moved[i] = true;
+      points.Set(i, relative / mCellSize);
+    }
+  }
+
+ private:
+  const EGrid<double>& mSource;
+  const GridBoundary& mBoundary;
+  VecInt3D mCells;
+  double mCellSize;
+  const u8* mFlags = nullptr;
+  u8 mOpen = SolidCells::kNoSolidSample;  ///< flags that make a sample of the target's kind open
+};
+
+/// Points (cells) at which the fields are sampled, with the samples round them.
+struct SamplePoints {
+  const RowVectors* points;
+  i32 n;
+  RowCorners corners;
+
+  void Find(const AdvectionData& data, const RowVectors& at, i32 count) {
+    points = &at;
+    n = count;
+    FindCorners(at, OffsetOf(data.Shape().mKind), data.Shape().Dims(), n, corners);
+  }
+};
+
+/// Samples `g`, which has the shape of the fields.
+void SampleRow(const AdvectionData& data, const Grid<double>& g, const SamplePoints& at,
+               double* out) {
+  const Vec3d offset = OffsetOf(data.Shape().mKind);
+  switch (static_cast<AdvectionSampling>(data.sampling)) {
+    case AdvectionSampling::Linear: return Interpolate(g, at.corners, at.n, out);
+    case AdvectionSampling::BSpline:
+      for (i32 i = 0; i < at.n; ++i)
+        out[i] = Sample(g, at.points->At(i) - offset + Vec3d{0.5, 0.5, 0.5}, SAMPLE_BSPLINE);
+      return;
+    case AdvectionSampling::Monotonic:
+      for (i32 i = 0; i < at.n; ++i) {
+        const Vec3d c = at.points->At(i) - offset;
+        const MonotonicStencil stencil = MakeMonotonicStencil(c, g.Dims());
+        out[i] = Sample(g, c, SAMPLE_MONOTONIC, &stencil);
+      }
+  }
+}
+
+/// Some samples of a row with the velocity there, and where the paths that end there start.
+struct Chunk {
+  i32 index;  ///< of the first sample
+  i32 n;
+  RowVectors start, k1, from;
+  bool solid[kRowChunk];
+  bool anySolid;
+  bool bent[kRowChunk];  ///< a solid or the domain's side moved `from`
+};
+
+/// Calls f(chunk) for all samples of the box, with paths traced back.
+template <class F>
+void ForEachChunk(const AdvectionData& data, const Solids& solids, const CellBox& box, F&& f) {
+  const EGrid<double>& shape = data.Shape();
+  const Vec3d offset = OffsetOf(shape.mKind);
+  const double step = -data.step / shape.mLayout.cellSize;
+  Chunk c;
+  for (i32 z = box.min.z; z < box.max.z; ++z)
+    for (i32 y = box.min.y; y < box.max.y; ++y)
+      for (i32 x = box.min.x; x < box.max.x; x += kRowChunk) {
+        c.n = std::min(kRowChunk, box.max.x - x);
+        c.index = shape.Index(x, y, z);
+        c.anySolid = solids.FindSolid(x, y, z, c.n, c.solid);
+        for (i32 i = 0; i < c.n; ++i)
+          c.start.Set(i, {x + i + offset.x, y + offset.y, z + offset.z});
+        VelocityAtSamples(data.velocity, shape.mKind, x, y, z, c.n, c.k1);
+        TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, c.from);
+        solids.PushOut(c.from, c.n, c.bent);
+        f(c);
+      }
+}
+
+/// Writes the values of a chunk; a solid sample takes what `keep` holds there, or without it stays.
+void Store(const Chunk& c, const double* values, const double* keep, double* out) {
+  double* row = out + c.index;
+  if (!c.anySolid) {
+    std::copy_n(values, c.n, row);
+    return;
+  }
+  for (i32 i = 0; i < c.n; ++i) {
+    if (!c.solid[i])
+      row[i] = values[i];
+    else if (keep)
+      row[i] = keep[c.index + i];
+  }
+}
+
+bool HasSampling(const AdvectionData& data) { return data.sampling >= 0 && data.sampling <= 2; }
+
+/// Copies the part of the outermost layer of samples that a box of inner samples leaves out: whole
+/// rows beside it, and the ends of its own rows.
+void CopyBorder(const AdvectedField& field, const CellBox& box) {
+  const Grid<double>& source = *field.source;
+  double* out = field.predicted->mData;
+  const bool first = box.min.z == 1, last = box.max.z == source.mNz - 1;
+  for (i32 z = box.min.z - first; z < box.max.z + last; ++z)
+    for (i32 y = 0; y < source.mNy; ++y) {
+      const i32 row = source.Index(0, y, z), end = source.mNx - 1;
+      if (z == 0 || z == source.mNz - 1 || y == 0 || y == source.mNy - 1) {
+        std::copy_n(source.mData + row, source.mNx, out + row);
+      } else {
+        out[row] = source[row];
+        out[row + end] = source[row + end];
+      }
+    }
+}
+
+}  // namespace
+
+void AdvectBackward(const AdvectionData& data, const CellBox& box) {
+  if (!HasSampling(data)) return;
+  RowValues values;
+  SamplePoints from;
+  ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
+    from.Find(data, c.from, c.n);
+    for (const AdvectedField& field : data.fields) {
+      SampleRow(data, *field.source, from, values.v);
+      Store(c, values.v, nullptr, field.destination->mData);
+    }
+  });
+}
+
+void Predict(const AdvectionData& data, const CellBox& box) {
+  if (!HasSampling(data)) return;
+  for (const AdvectedField& field : data.fields) CopyBorder(field, box);
+  RowValues values;
+  SamplePoints from;
+  ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
+    from.Find(data, c.from, c.n);
+    for (const AdvectedField& field : data.fields) {
+      SampleRow(data, *field.source, from, values.v);
+      Store(c, values.v, field.source->mData, field.predicted->mData);
+    }
+  });
+}
+
+void Correct(const AdvectionData& data, const CellBox& box) {
+  if (!HasSampling(data)) return;
+  const Solids solids(data);
+  const double step = data.step / data.Shape().mLayout.cellSize;
+  RowVectors end;
+  RowValues values;
+  SamplePoints from, to;
+  bool bent[kRowChunk];
+  ForEachChunk(data, solids, box, [&](const Chunk& c) {
+    TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, end);
+    solids.PushOut(end, c.n, bent);
+    from.Find(data, c.from, c.n);
+    to.Find(data, end, c.n);
+    for (const AdvectedField& field : data.fields) {
+      SampleRow(data, *field.predicted, to, values.v);
+      const double* predicted = field.predicted->mData + c.index;
+      const double* before = field.source->mData + c.index;
+      const double half = 0.5 * field.strength;
+      for (i32 i = 0; i < c.n; ++i) values.v[i] = predicted[i] + half * (before[i] - values.v[i]);
+      LimitToCorners(*field.source, from.corners, c.n, values.v);
+      for (i32 i = 0; i < c.n; ++i)
+        if (c.bent[i]) values.v[i] = predicted[i];
+      Store(c, values.v, nullptr, field.destination->mData);
+    }
+  });
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

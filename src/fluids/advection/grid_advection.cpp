@@ -1,0 +1,302 @@
+#include "fluids/advection/grid_advection.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "fluids/flow/wall_velocities.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const ParameterTable& GridAdvection::Parameters() {
+  static const ParameterTable table = {
+      LinkRow(1000, "target",
+              "what is carried along: a field; the solver, or nothing, means the flow itself",
+              {1300027, 1300028, 1300029, 1300112, 1300030, 1300002, 1300003, 1300004}),
+      LongRow(1002, "scheme", 1, "",
+              "sharper or safer: semi_lagrangian blurs, MacCormack keeps detail, the conservative "
+              "ones lose no smoke")
+          .Choices({{0, "semi_lagrangian"},
+                    {1, "maccormack"},
+                    {2, "conservative"},
+                    {3, "conservative_maccormack"}}),
+      LongRow(1003, "path_integration", 0, "",
+              "how exactly curved paths are followed: heun keeps thin whirls round")
+          .Choices({{0, "euler"}, {1, "heun"}, {2, "runge_kutta_3"}, {3, "runge_kutta_4"}}),
+      LongRow(1004, "sampling", 0, "",
+              "how the field is read between cells: cubic ways stay sharper than linear")
+          .Choices({{0, "linear"}, {1, "bspline"}, {2, "monotonic_cubic"}}),
+      LinkRow(1005, "solver", "whose flow carries it", {1300002, 1300003, 1300004}),
+      RealRow(1007, "strength", 1.0, "",
+              "how much of the detail MacCormack brings back: lower is calmer")
+          .AtLeast(0),
+  };
+  return table;
+}
+
+GridAdvection::GridAdvection(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mPassCount = 4;
+  mPriority = 5;
+  mStageMask |= StageBit(kAdvection);
+}
+
+GridAdvection::GridAdvection(const GridAdvection& other)
+    : iObject(other),
+      mScheme(other.mScheme),
+      mTraceOrder(other.mTraceOrder),
+      mSampling(other.mSampling),
+      mStrength(other.mStrength) {}
+
+void GridAdvection::Release(bool full) {
+  if (full) iObject::Release(true);
+  mConservative.Release();
+}
+
+bool GridAdvection::ReadParameters(void* context) {
+  mPriority = 5;
+  if (!iObject::ReadParameters(context)) return false;
+  mScheme = mInterface.GetLong(1002);
+  mTraceOrder = mInterface.GetLong(1003);
+  mSampling = mInterface.GetLong(1004);
+  mStrength = static_cast<f32>(mInterface.GetReal(1007));
+  return true;
+}
+
+bool GridAdvection::ResolveLinks() {
+  if (!iObject::ResolveLinks() || !mScene) return false;
+  const BaseNode* target = mInterface.GetLink(1000);
+  const BaseNode* solver = mInterface.GetLink(1005);
+  mScalarTarget = nullptr;
+  mVectorTarget = nullptr;
+  mSolver = nullptr;
+  if (!solver) return false;
+  const auto asSolver = [&](const BaseNode* node) {
+    return dynamic_cast<FluidSolver*>(mScene->FindObject(node, kListSolvers));
+  };
+  mScalarTarget = dynamic_cast<ScalarField*>(mScene->FindObject(target, kListChannels, kBitScalar));
+  if (!mScalarTarget)
+    mVectorTarget =
+        dynamic_cast<VectorField*>(mScene->FindObject(target, kListChannels, kBitVector));
+  if (!mScalarTarget && !mVectorTarget) mSolver = asSolver(target);
+  if (!mSolver) mSolver = asSolver(solver);
+  return mSolver != nullptr;
+}
+
+void GridAdvection::ClearLinks() {
+  mScalarTarget = nullptr;
+  mVectorTarget = nullptr;
+  mSolver = nullptr;
+  iObject::ClearLinks();
+}
+
+iBase* GridAdvection::Target() const {
+  if (mScalarTarget) return mScalarTarget;
+  if (mVectorTarget) return mVectorTarget;
+  return mSolver;
+}
+
+void GridAdvection::CheckDirty() {
+  iObject::CheckDirty();
+  mMovedByCompanion = false;
+  iBase* target = Target();
+  if (IsDirty()) {
+    if (target) target->MarkDirty(false);
+  } else if ((mScene->mFlags & Scene::kTimeChanged) && mTime->elapsed > 0) {
+    if (target) target->MarkDirty(false);
+    MarkDirty(false);
+  } else {
+    SetFlag(FLAG_DIRTY | FLAG_DIRTY_HARD, false);
+  }
+}
+
+bool GridAdvection::NextPass() {
+  ++mPass;
+  mStep = static_cast<f32>(-mTime->stepDuration);
+  if (mPass == 2) {
+    if (mScheme != static_cast<i32>(AdvectionScheme::MacCormack)) {
+      mPass = 4;
+    } else {
+      mStep = static_cast<f32>(mTime->stepDuration);
+    }
+  }
+  if (mPass < 4) return true;
+  mPass = -1;
+  return false;
+}
+
+void GridAdvection::Prepare(void*) {
+  if (mMovedByCompanion) return;
+  SetFlag(FLAG_ACTIVE, false);
+  const auto hasData = [](const EGrid<double>* grid) { return grid && grid->mData; };
+  if (!mSolver) return (void)Deactivate("it has no solver; name one under 'solver'");
+  if (Target()->Has(FLAG_CACHED)) return (void)Deactivate("its target plays from a cache");
+  for (i32 axis = 0; axis < 3; ++axis)
+    if (!hasData(mSolver->mVelocity.GetGrid(axis)))
+      return (void)Deactivate("its solver has no velocity");
+  if (mScalarTarget) {
+    if (!hasData(mScalarTarget->GetGrid(0))) return (void)Deactivate("its target has no grid");
+    if (!mScalarTarget->mPrevious) return (void)Deactivate("its target keeps no second buffer");
+    mScalarTarget->SwapBuffers();
+  } else {
+    VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->mVelocity;
+    for (i32 i = 0; i < 3; ++i) {
+      if (!hasData(target.GetGrid(i))) return (void)Deactivate("its target has no grid");
+      if (!target.mPrevious[i]) return (void)Deactivate("its target keeps no second buffer");
+    }
+    target.SwapBuffers();
+  }
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+bool GridAdvection::IsCompanion(const GridAdvection& other) const {
+  return mScalarTarget && other.mScalarTarget && other.Has(FLAG_ENABLED) &&
+         other.mSolver == mSolver && other.mScheme == mScheme && other.mTraceOrder == mTraceOrder &&
+         other.mSampling == mSampling;
+}
+
+AdvectedField GridAdvection::ScalarTargetField() const {
+  return {.source = mScalarTarget->mPrevious.get(),
+          .destination = mScalarTarget->GetGridForWrite(0),
+          .strength = mStrength};
+}
+
+std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObject*>& group) {
+  std::vector<AdvectedField> fields{ScalarTargetField()};
+  const EGrid<double>& shape = *fields.front().source;
+  std::vector<const ScalarField*> targets{mScalarTarget};
+  auto next = std::find(group.begin(), group.end(), this);
+  if (next == group.end()) return fields;
+  // Only those that follow at once: whatever ran in between may change what they read.
+  while (++next != group.end() && fields.size() < ScratchGrids::kSlots) {
+    auto* other = dynamic_cast<GridAdvection*>(*next);
+    if (!other || !IsCompanion(*other)) break;
+    if (std::find(targets.begin(), targets.end(), other->mScalarTarget) != targets.end()) break;
+    const EGrid<double>* grid = other->mScalarTarget->GetGrid(0);
+    if (!grid || grid->mKind != shape.mKind || grid->Dims() != shape.Dims()) break;
+    other->Prepare();
+    if (!other->Has(FLAG_ACTIVE)) break;
+    other->mMovedByCompanion = true;
+    targets.push_back(other->mScalarTarget);
+    fields.push_back(other->ScalarTargetField());
+  }
+  return fields;
+}
+
+void GridAdvection::Evaluate(const EvaluationThreadData& block) {
+  if (!Has(FLAG_ACTIVE) || mPass != 0) return;
+  if (std::exchange(mMovedByCompanion, false)) {
+    mPass = 4;
+    return;
+  }
+  VelocityField& field = mSolver->mVelocity;
+  // The velocity moves through itself as it was before this stage, all else through what it is now.
+  const bool movesVelocity = !mScalarTarget && !mVectorTarget;
+  StaggeredGrids grids;
+  for (i32 axis = 0; axis < 3; ++axis)
+    grids[axis] = movesVelocity ? field.mPrevious[axis].get() : field.GetGridForWrite(axis);
+  // The projection leaves resting layers behind walls. A gas without viscosity slips along them:
+  // sampled as they are, they would brake whatever moves beside a wall.
+  SetWallTangents(grids, mSolver->mBoundary.mWalls, 1.0);
+  const std::array<const EGrid<double>*, 3> velocity = {grids[0], grids[1], grids[2]};
+
+  const bool conservative = mScheme >= static_cast<i32>(AdvectionScheme::Conservative);
+  if (mScalarTarget && conservative) {
+    AdvectConservative(velocity);
+  } else if (mScalarTarget) {
+    AdvectGrids(block.objects ? TakeCompanions(*block.objects)
+                              : std::vector<AdvectedField>{ScalarTargetField()},
+                velocity);
+  } else {
+    VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->mVelocity;
+    for (i32 i = 0; i < 3; ++i)
+      if (!AdvectGrids({{.source = target.mPrevious[i].get(),
+                         .destination = target.GetGridForWrite(i),
+                         .strength = mStrength}},
+                       velocity))
+        break;
+  }
+  mPass = 4;
+}
+
+void GridAdvection::AdvectConservative(const Velocity& velocity) {
+  const EGrid<double>& source = *mScalarTarget->mPrevious;
+  EGrid<double>& destination = *mScalarTarget->GetGridForWrite(0);
+  const VecInt3D cells = source.Dims();
+  if (destination.Dims() != cells || velocity[0]->mLayout.dims != cells || IsCancelled())
+    return mScalarTarget->SwapBuffers();  // as it was
+  const ConservativeAdvection::Flow flow{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
+                                         .boundary = &mSolver->mBoundary,
+                                         .solidCells = mSolver->mSolidCells.Get(),
+                                         .order = mTraceOrder,
+                                         .step = mTime->stepDuration,
+                                         .threads = mScene->mThreadCount};
+  const bool corrected = mScheme == static_cast<i32>(AdvectionScheme::ConservativeMacCormack);
+  const bool done = corrected ? mConservative.AdvectCorrected(flow, source, destination)
+                              : mConservative.Advect(flow, source, destination);
+  if (!done) std::copy_n(source.mData, source.mCount, destination.mData);
+}
+
+namespace {
+
+/// Runs one pass on a worker's share.
+struct AdvectionWork {
+  const AdvectionData* data = nullptr;
+  void (*pass)(const AdvectionData& data, const CellBox& box) = nullptr;
+
+  void Evaluate(const MPdata& share) const {
+    for (i32 z = share.min.z; z < share.max.z && !share.TestBreak(); ++z) {
+      CellBox layer = share.Box();
+      layer.min.z = z;
+      layer.max.z = z + 1;
+      pass(*data, layer);
+    }
+  }
+};
+
+}  // namespace
+
+bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity) {
+  const EGrid<double>* shape = fields.front().source;
+  const bool corrected = mScheme == static_cast<i32>(AdvectionScheme::MacCormack);
+  i32 slot = 0;
+  for (AdvectedField& field : fields) {
+    if (!field.source || !field.destination || !field.source->mData || !field.destination->mData)
+      return false;
+    // The kernels work in cells of one layout.
+    const VecInt3D cells = field.source->mLayout.dims;
+    if (field.source->Dims() != shape->Dims() || field.destination->Dims() != shape->Dims() ||
+        velocity[0]->mLayout.dims != cells)
+      return false;
+    if (!corrected) continue;
+    field.predicted = mSolver->mScratch.Get(slot++, cells, field.source->mKind);
+    if (!field.predicted) return false;
+  }
+  AdvectionData data{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
+                     .fields = fields,
+                     .boundary = &mSolver->mBoundary,
+                     .solidCells = mSolver->mSolidCells.Get(),
+                     .order = mTraceOrder,
+                     .sampling = mSampling};
+
+  using Workers = ScalarGridControlThread<ScalarGridThread<AdvectionWork>>;
+  Workers workers;
+  workers.SetRegion({1, 1, 1}, shape->Dims() - VecInt3D{1, 1, 1});
+  AdvectionWork work{.data = &data};
+  MPdata share;
+  share.thread = mScene->mThread;
+  share.user = &work;
+  if (!workers.Init(share, mScene->mThreadCount)) return false;
+  mPass = 0;
+  while (NextPass()) {
+    data.step = std::abs(static_cast<double>(mStep));
+    work.pass = !corrected ? AdvectBackward : mPass == 1 ? Predict : Correct;
+    // The second pass of the corrected scheme clamps as it goes: both read the same things.
+    if (mPass < 3) workers.Run();
+  }
+  mPass = 0;
+  return true;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,68 @@
+// Moves a field along a solver's velocity.
+#pragma once
+#include "fluids/advection/advection_kernel.h"
+#include "fluids/advection/conservative_advection.h"
+#include "fluids/solvers/fluid_solver.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+enum class AdvectionScheme : i32 {
+  SemiLagrangian = 0,
+  MacCormack = 1,
+  Conservative = 2,            ///< scalar targets alone; others move as by scheme 0
+  ConservativeMacCormack = 3,  ///< likewise
+};
+
+/// Moves one target, a scalar channel, a vector channel or the solver's own velocity, in stage 6.
+/// Values of the step before are read from the target's second buffer.
+///
+/// Advections that run one after the other and move scalar channels in the same way are companions:
+/// the first one moves the fields of all along one set of paths, with the results of each alone.
+class GridAdvection : public iObject {
+ public:
+  GridAdvection(host::BaseNode* node, Scene* scene);
+  GridAdvection(const GridAdvection& other);
+
+  static const host::ParameterTable& Parameters();
+  i32 GetListIndex() const override { return kListOperators; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool IsSequential() const override { return true; }
+  bool IsIterative() const override { return true; }
+  bool NextPass() override;
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void Release(bool full) override;
+  void Prepare(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridAdvection>(*this); }
+
+ private:
+  using Velocity = std::array<const EGrid<double>*, 3>;
+
+  iBase* Target() const;
+  AdvectedField ScalarTargetField() const;
+  /// Collects the scalar target and those of the companions behind this advection in `group`, which
+  /// take no run of their own then.
+  std::vector<AdvectedField> TakeCompanions(const std::vector<iObject*>& group);
+  bool IsCompanion(const GridAdvection& other) const;
+  /// Moves grids of one kind through all passes of the scheme; false when it can't.
+  bool AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity);
+
+  /// Moves the scalar target by a conservative scheme.
+  void AdvectConservative(const Velocity& velocity);
+
+  ConservativeAdvection mConservative;
+  ScalarField* mScalarTarget = nullptr;
+  VectorField* mVectorTarget = nullptr;
+  FluidSolver* mSolver = nullptr;
+  i32 mScheme = 1;
+  i32 mTraceOrder = 0;
+  i32 mSampling = 0;
+  f32 mStrength = 1.0f;
+  f32 mStep = 0;  ///< of the current pass, signed, seconds
+  bool mMovedByCompanion = false;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,131 @@
+#include "fluids/emission/alignment_vector.h"
+
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+bool AlignmentVector2D::ReadParameters(void* context) {
+  mPriority = 0;
+  if (!iObject::ReadParameters(context)) return false;
+  mMode = mInterface.GetLong(1000);
+  SetFlag(FLAG_FLIPPED, mInterface.GetBool(1001));
+  mVector = mInterface.GetVector(1002);
+  mInterface.GetMatrix(mMatrix);
+  mCentre = mMatrix.offset * GetDomain().worldToSim;
+  return true;
+}
+
+void AlignmentVector2D::ClearLinks() {
+  mVolume = nullptr;
+  mMembers.clear();
+  iObject::ClearLinks();
+}
+
+bool AlignmentVector2D::Attach(void* volume, void*) {
+  mVolume = dynamic_cast<iVolume*>(static_cast<iBase*>(volume));
+  mMembers.clear();
+  if (!mVolume) return false;
+  mVolume->CollectMembers(mMembers);
+  mVolume->mInterface.GetMatrix(mMatrix);
+  mCentre = mMatrix.offset * GetDomain().worldToSim;
+  const Vec3d &min = mVolume->mBoxMin, &max = mVolume->mBoxMax;
+  if (min.x <= max.x && min.y <= max.y && min.z <= max.z) mCentre = min + (max - min) * 0.5;
+  return true;
+}
+
+void AlignmentVector2D::SetWorkerCount(i32 workers, i32 fallback) {
+  mStreams.resize(std::max(1, workers < 1 ? fallback : workers));
+  for (std::size_t i = 0; i < mStreams.size(); ++i)
+    mStreams[i].Seed(static_cast<u32>(mTime->frameIndex + 234145 + static_cast<i32>(i)));
+  // The volume may have moved since the links were fetched.
+  if (mVolume) Attach(static_cast<iBase*>(mVolume));
+}
+
+void AlignmentVector2D::SetMode(i32 mode) {
+  mMode = mode;
+  if (mode >= kAxisX && mode <= kAxisZ)
+    mVector = {double(mode == kAxisX), double(mode == kAxisY), double(mode == kAxisZ)};
+}
+
+Vec3d AlignmentVector2D::NormalAt(const Vec3d& position) const {
+  const VolumeBase* nearest = nullptr;
+  for (const VolumeBase* member : mMembers)
+    if (!nearest || (!nearest->IsInsideWorld(position) && member->IsInsideWorld(position)))
+      nearest = member;
+  return nearest ? Normalised(nearest->GradientAtWorld(position)) : Vec3d{};
+}
+
+void AlignmentVector2D::GetDirection(Vec3d& out, const Vec3d& position, const Matrix& matrix,
+                                     const Vec3d& centre, u32 worker) {
+  const Vec3d axes[] = {matrix.v1, matrix.v2, matrix.v3};
+  switch (mMode) {
+    case kAxisX:
+    case kAxisY:
+    case kAxisZ: out = axes[mMode]; break;
+    case kRadial: out = Normalised(position - centre); break;
+    case kNearestAxis: {
+      const Vec3d d = mVector - centre;
+      int axis = 0;
+      for (int a = 1; a < 3; ++a)
+        if (std::abs(d[a]) > std::abs(d[axis])) axis = a;
+      out = d[axis] < 0 ? -axes[axis] : axes[axis];
+      break;
+    }
+    case kCylindrical: {
+      const Matrix frame = RotationOf(matrix);
+      const Vec3d d = position - centre;
+      out = frame.v1 * Dot(d, frame.v1) + frame.v2 * Dot(d, frame.v2);
+      break;
+    }
+    case kNormal: out = mVolume ? NormalAt(position) : matrix.Rotate(mVector); break;
+    case kRandom:
+      out = worker < mStreams.size() ? mStreams[worker].NextOnSphere() : Vec3d{};
+      return;
+    // A linked object has no rigid body, and so no velocity of one.
+    case kBodyVelocity: out = {}; break;
+    default: out = matrix.Rotate(mVector);
+  }
+  if (Has(FLAG_FLIPPED)) out = -out;
+}
+
+void AlignmentVector2D::GetDirection(Vec3d& out, const Vec3d& position, u32 worker) {
+  GetDirection(out, position, mMatrix, mCentre, worker);
+}
+
+const ParameterTable& AlignmentVector3D::Parameters() {
+  static const ParameterTable table = {
+      LongRow(1000, "mode", 0, "",
+              "which way it points: along an axis, away from a centre, round it, off a surface, or "
+              "at random")
+          .Choices({{0, "x_axis"},
+                    {1, "y_axis"},
+                    {2, "z_axis"},
+                    {3, "radial"},
+                    {4, "nearest_axis"},
+                    {5, "cylindrical"},
+                    {6, "surface_normal"},
+                    {7, "fixed"},
+                    {8, "random"},
+                    {9, "body_velocity"}}),
+      BoolRow(1001, "flip", false, "points the other way round; not in the mode random"),
+      VectorRow(1002, "vector", {0, 1, 0}, "",
+                "where it points with mode fixed, in the node's own axes"),
+      LinkRow(1003, "centre", "a volume or object that directions lead away from or round", {}),
+  };
+  return table;
+}
+
+bool AlignmentVector3D::ResolveLinks() {
+  if (!AlignmentVector2D::ResolveLinks()) return false;
+  const BaseNode* node = mInterface.GetLink(1003);
+  if (iBase* volume = mScene->FindObject(node, kListGeometry, kBitVolume)) {
+    Attach(volume);
+  } else if (node) {
+    mCentre = node->GlobalMatrix().offset * GetDomain().worldToSim;
+  }
+  return true;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

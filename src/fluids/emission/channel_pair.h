@@ -1,0 +1,39 @@
+// Channels joined to what goes into them.
+#pragma once
+#include "fluids/emission/emission_settings.h"
+#include "fluids/fields/ifluid_solver.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A field as a link names it: a channel node, or a field of a solver.
+struct ChannelTarget {
+  ScalarField* scalar = nullptr;
+  VectorField* vector = nullptr;
+
+  enum SolverField : i32 { kPressure = 0, kVelocity = 2 };
+  /// Looks up the link `id` of a node: a scalar channel, a solver's field, or a vector channel.
+  void Resolve(const iBase& holder, i32 id, i32 solverField);
+  bool IsEmpty() const { return !scalar && !vector; }
+  void Clear() { scalar = nullptr, vector = nullptr; }
+};
+
+/// Joins a channel to the settings of an emission into it.
+class ChannelPair : public iBase {
+ public:
+  using iBase::iBase;
+  ChannelPair() = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeChannelPair; }
+  i32 GetListIndex() const override { return kListSettings; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<ChannelPair>(*this); }
+
+  ScalarField* mScalar = nullptr;
+  VectorField* mVectorChannel = nullptr;  ///< read by forces and operators
+  GridEmissionSettings* mSettings = nullptr;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

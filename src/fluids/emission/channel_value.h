@@ -1,0 +1,32 @@
+// Channels joined to values.
+#pragma once
+#include "fluids/emission/channel_pair.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Joins a channel to a value, or to a property of particles with the value as its default.
+class ChannelValue : public iBase {
+ public:
+  using iBase::iBase;
+  ChannelValue() = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeChannelValue; }
+  i32 GetListIndex() const override { return kListSettings; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryProperty; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<ChannelValue>(*this); }
+
+  double mValue = 1;
+  Vec3d mVector{1, 1, 1};
+  double mSecondValue = 0;
+  ScalarField* mScalar = nullptr;
+  VectorField* mVectorChannel = nullptr;
+  iBase* mScalarProperty = nullptr;
+  iBase* mVectorProperty = nullptr;
+  iBase* mBoolProperty = nullptr;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,120 @@
+#include "fluids/emission/emission_settings.h"
+
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+bool IsDirtyNow(iBase* object) {
+  if (!object) return false;
+  if (!object->Has(FLAG_DIRTY_CHECKED)) object->CheckDirty();
+  return object->IsDirty();
+}
+
+EmissionRate* iEmissionSettings::FindRate(i32 id) const {
+  return dynamic_cast<EmissionRate*>(mScene->FindObject(mInterface.GetLink(id), kListSettings));
+}
+
+bool iEmissionSettings::ResolveLinks() {
+  if (!iBase::ResolveLinks()) return false;
+  mRate = FindRate(1002);
+  return true;
+}
+
+void iEmissionSettings::ClearLinks() {
+  mRate = nullptr;
+  iBase::ClearLinks();
+}
+
+void iEmissionSettings::CheckDirty() {
+  iBase::CheckDirty();
+  if (!IsDirty() && IsDirtyNow(mRate)) MarkDirty(false);
+}
+
+namespace {
+ParameterRow FalloffCurveRow() {
+  ParameterRow row = CurveRow(
+      1005, "falloff_curve",
+      "strength from the surface (0) to the deepest point (1): 0 at the left makes soft edges");
+  row.creation = SplineData{{{0, 0}, {1, 1}}};
+  return row.Missing(std::monostate{});
+}
+}  // namespace
+
+const ParameterTable& GridEmissionSettings::Parameters() {
+  static const ParameterTable table = {
+      RealRow(1013, "amount", 1.0, "1/s",
+              "how fast a cell fills: higher is thicker smoke or hotter gas"),
+      VectorRow(1014, "vector_amount", {1, 1, 1}, "1/s",
+                "how fast a cell of a vector field fills, for each component"),
+      BoolRow(1015, "show_vector", false, "a dialog shows vector_amount in place of amount"),
+      LinkRow(1002, "rate",
+              "a value node that takes the place of amount, shared by several sources", {1300011}),
+      LongRow(1000, "mode", 0, "",
+              "add piles up, set replaces what was there, add_to_limit stops at the limit")
+          .Choices({{0, "add"}, {1, "set"}, {2, "add_to_limit"}}),
+      LinkRow(1003, "limit",
+              "value node with the level at which add_to_limit stops; without it the upper end of "
+              "the channel's range",
+              {1300011}),
+      BoolRow(1001, "absolute", false,
+              "gives the whole amount in every step, whatever its length: full at once"),
+      LinkRow(1004, "duration", "a puff instead of a steady source: when it runs, and how strongly",
+              {1028240}),
+      LongRow(1006, "falloff", 0, "",
+              "fades the source towards its surface, so that no hard shape shows in the smoke")
+          .Choices({{0, "none"}, {1, "depth"}, {2, "depth_curve"}}),
+      FalloffCurveRow(),
+      BoolRow(1012, "splat", false,
+              "spreads each gift softly over the nearest cells, without a limit")
+          .Missing(i32{1}),
+  };
+  return table;
+}
+
+bool GridEmissionSettings::ReadParameters(void* context) {
+  mPriority = 0;
+  if (!iEmissionSettings::ReadParameters(context)) return false;
+  mValue = mInterface.GetReal(1013);
+  mVector = mInterface.GetVector(1014);
+  mMode = mInterface.GetLong(1000);
+  mAbsolute = mInterface.GetBool(1001);
+  mFalloff = mInterface.GetLong(1006);
+  mFalloffCurve = mInterface.GetSpline(1005);
+  mSplat = mInterface.GetBool(1012);
+  return true;
+}
+
+bool GridEmissionSettings::ResolveLinks() {
+  if (!iEmissionSettings::ResolveLinks()) return false;
+  mLimit = FindRate(1003);
+  mDuration = static_cast<Duration*>(mScene->FindObject(mInterface.GetLink(1004), kListAuxiliary,
+                                                        kBitAny, kBitAny, kTypeDuration));
+  return true;
+}
+
+void GridEmissionSettings::ClearLinks() {
+  mDuration = nullptr;
+  mLimit = nullptr;
+  iEmissionSettings::ClearLinks();
+}
+
+void GridEmissionSettings::CheckDirty() {
+  iEmissionSettings::CheckDirty();
+  if (!IsDirty() && (IsDirtyNow(mDuration) || IsDirtyNow(mLimit))) MarkDirty(false);
+}
+
+EmissionWrite GridEmissionSettings::Write() const {
+  EmissionWrite write;
+  write.mode = mMode;
+  write.splat = mSplat;
+  write.hasLimit = mLimit != nullptr;
+  if (mLimit) {
+    write.limit = mLimit->mReal;
+    write.vectorLimit = mLimit->mVector;
+  }
+  return write;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,145 @@
+#include "fluids/emission/grid_cell_emitter.h"
+
+#include "fluids/emission/channel_kinds.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+Grid_CellEmitter::Grid_CellEmitter() { mStageMask |= StageBit(kEmitters); }
+
+Grid_CellEmitter::Grid_CellEmitter(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mStageMask |= StageBit(kEmitters);
+}
+
+const ParameterTable& Grid_CellEmitter::Parameters() {
+  static const ParameterTable table = {
+      LinkRow(1000, "channel", "whose cells are worked on: a field, or a solver's flow",
+              FieldKinds()),
+      LongRow(1004, "solver_field", 0, "", "which part of a linked solver is meant")
+          .Choices({{0, "pressure"}, {2, "velocity"}}),
+      LinksRow(1001, "operators", "what changes the cells, one after the other", {}),
+  };
+  return table;
+}
+
+bool Grid_CellEmitter::ReadParameters(void* context) {
+  mPriority = 15;
+  return iObject::ReadParameters(context);
+}
+
+bool Grid_CellEmitter::ResolveLinks() {
+  mPorts = {};
+  if (!iObject::ResolveLinks()) return false;
+  ChannelTarget target;
+  target.Resolve(*this, 1000, mInterface.GetLong(1004));
+  mPorts.mScalar = target.scalar;
+  mPorts.mVectorChannel = target.vector;
+  // Without a list at all, every operator of the scene.
+  std::vector<iBase*> found;
+  mScene->CollectObjects(mInterface.GetInExclude(1001), found, kListAuxiliary, kCategoryGrid,
+                         kTypeAny, kBitAny, true);
+  for (iBase* object : found)
+    if (auto* op = dynamic_cast<ChannelOperator*>(object)) mPorts.mOperators.push_back(op);
+  mPorts.mConstraints.Resolve(*this);
+  return !target.IsEmpty();
+}
+
+void Grid_CellEmitter::ClearLinks() {
+  mPorts = {};
+  iObject::ClearLinks();
+}
+
+iObject* Grid_CellEmitter::Channel() const {
+  if (mPorts.mScalar) return mPorts.mScalar;
+  return mPorts.mVectorChannel;
+}
+
+const EGrid<double>* Grid_CellEmitter::Grid(i32 i) const {
+  const EGrid<double>* grid = mPorts.mScalar          ? mPorts.mScalar->GetGrid(i)
+                              : mPorts.mVectorChannel ? mPorts.mVectorChannel->GetGrid(i)
+                                                      : nullptr;
+  return grid && grid->mData ? grid : nullptr;
+}
+
+void Grid_CellEmitter::CheckDirty() {
+  iObject::CheckDirty();
+  const FrameClock& clock = mScene->mClock;
+  bool rests = !IsDirty() && clock.frame > clock.startFrame &&
+               clock.lastFrame <= clock.startFrame && !(mScene->mFlags & Scene::kTimeChanged);
+  for (ChannelOperator* op : mPorts.mOperators) rests = !IsDirtyNow(op) && rests;
+  if (rests) return;
+  if (!IsDirty()) MarkDirty(false);
+  for (ChannelOperator* op : mPorts.mOperators) op->MarkDirty(false);
+  if (iObject* channel = Channel()) channel->MarkDirty(false);
+}
+
+void Grid_CellEmitter::Prepare(void*) {
+  iObject* channel = Channel();
+  if (!channel || !channel->Has(FLAG_ENABLED)) return void(Deactivate("it has no channel"));
+  if (channel->Has(FLAG_CACHED)) return void(Deactivate("its channel plays from a cache"));
+  if (!Grid(0)) return void(Deactivate("its channel has no grid"));
+  if (mPorts.mOperators.empty()) return void(Deactivate("it has no operators"));
+  mPorts.mConstraints.Prepare(this);
+  for (ChannelOperator* op : mPorts.mOperators) {
+    if (!op->Has(FLAG_ENABLED)) continue;
+    op->Attach(static_cast<iBase*>(channel));
+    op->Prepare(nullptr);
+  }
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void Grid_CellEmitter::Begin(void*) {
+  if (!Has(FLAG_ACTIVE)) return;
+  for (ChannelOperator* op : mPorts.mOperators)
+    if (op->Has(FLAG_ENABLED)) op->Begin(nullptr);
+}
+
+void Grid_CellEmitter::Evaluate(const EvaluationThreadData& data) {
+  if (!Has(FLAG_ACTIVE)) return;
+  const GridLayout& layout = Grid(0)->mLayout;
+  const LayerOwner owner{data.index, data.count};
+  for (i32 z = 1; z < layout.dims.z - 1; ++z) {
+    if (data.TestBreak()) return;
+    if (!owner.Owns(layout.originCell.z + z)) continue;
+    for (i32 y = 1; y < layout.dims.y - 1; ++y) EvaluateRow(y, z, data);
+  }
+}
+
+void Grid_CellEmitter::EvaluateRow(i32 y, i32 z, const EvaluationThreadData& data) const {
+  const GridLayout& layout = Grid(0)->mLayout;
+  const i32 components = mPorts.mScalar ? 1 : 3;
+  CellRecord cells[kRun];
+  i32 count = 0;
+  const auto flush = [&] {
+    for (ChannelOperator* op : mPorts.mOperators)
+      if (op->Has(FLAG_ENABLED)) op->EvaluateCells(cells, count, data);
+    count = 0;
+  };
+  for (i32 x = 1; x < layout.dims.x - 1; ++x) {
+    CellRecord& cell = cells[count];
+    cell.position = layout.simOrigin + (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell;
+    cell.weight = 1;
+    if (!mPorts.mConstraints.IsEmpty())
+      mPorts.mConstraints.Test(cell.position, cell.weight, this, data.index);
+    if (cell.weight == 0) continue;
+    // As `position` is counted from the world's origin, so is this.
+    cell.worldPosition = cell.position * layout.simToWorld;
+    for (i32 i = 0; i < components; ++i)
+      if (const EGrid<double>* grid = Grid(i)) cell.cellIndices[i] = grid->Index(x, y, z);
+    cell.cellIndex = cell.cellIndices[0];
+    if (++count == kRun) flush();
+  }
+  if (count > 0) flush();
+}
+
+void Grid_CellEmitter::Finish() {
+  for (ChannelOperator* op : mPorts.mOperators)
+    if (op->Has(FLAG_ENABLED)) op->Finish();
+  mPorts.mConstraints.Finish();
+  SetFlag(FLAG_ACTIVE, false);
+  iObject::Finish();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,51 @@
+// Channel operators over all cells of a channel.
+#pragma once
+#include "fluids/emission/channel_pair.h"
+#include "fluids/fields/channel_operator.h"
+#include "framework/constraint.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Runs channel operators on every cell of one channel but its outermost layer.
+class Grid_CellEmitter : public iObject {
+ public:
+  /// What the emitter links to.
+  struct Grid_CellEmitterPortData : iPortData {
+    ConstraintList mConstraints;
+    std::vector<ChannelOperator*> mOperators;
+    ScalarField* mScalar = nullptr;
+    VectorField* mVectorChannel = nullptr;
+  };
+
+  Grid_CellEmitter();
+  Grid_CellEmitter(host::BaseNode* node, Scene* scene);
+  Grid_CellEmitter(const Grid_CellEmitter& other) = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeCellEmitter; }
+  i32 GetListIndex() const override { return kListEmitters; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void Prepare(void* context = nullptr) override;
+  void Begin(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<Grid_CellEmitter>(*this);
+  }
+
+ private:
+  static constexpr i32 kRun = 64;  ///< cells that go to an operator in one call
+
+  iObject* Channel() const;
+  /// Component `i` of the target, or null.
+  const EGrid<double>* Grid(i32 i) const;
+  void EvaluateRow(i32 y, i32 z, const EvaluationThreadData& data) const;
+
+  Grid_CellEmitterPortData mPorts;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,215 @@
+#include "fluids/emission/object_grid_emitter.h"
+
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+ObjectGridEmitter::ObjectGridEmitter() { mStageMask |= StageBit(kEmitters); }
+
+ObjectGridEmitter::ObjectGridEmitter(BaseNode* node, Scene* scene) : ObjectVolume(node, scene) {
+  mStageMask |= StageBit(kEmitters);
+}
+
+ObjectGridEmitter::ObjectGridEmitter(const ObjectGridEmitter& other)
+    : ObjectVolume(other), mPairs(other.mPairs), mConstraints(other.mConstraints) {}
+
+const ParameterTable& ObjectGridEmitter::Parameters() {
+  static const ParameterTable table = {
+      LinkRow(1002, "volume", "where smoke comes from: every cell inside this shape",
+              {1028106, 1300133, 1300034}),
+      LinksRow(1000, "channels", "what comes out there: pairs of field and settings", {1300012}),
+  };
+  return table;
+}
+
+bool ObjectGridEmitter::ReadParameters(void* context) {
+  mPriority = 10;
+  return iBase::ReadParameters(context);
+}
+
+bool ObjectGridEmitter::ResolveLinks() {
+  mVolume = nullptr;
+  mPairs.clear();
+  mConstraints.Clear();
+  if (!ObjectVolume::ResolveLinks()) return false;
+  mVolume = static_cast<iVolume*>(
+      mScene->FindObject(mInterface.GetLink(1002), kListGeometry, kBitVolume));
+  if (const InExcludeData* list = mInterface.GetInExclude(1000)) {
+    std::vector<iBase*> found;
+    mScene->CollectObjects(list, found, kListSettings, kBitAny, kTypeChannelPair, kBitAny, true);
+    for (iBase* object : found) mPairs.push_back(static_cast<ChannelPair*>(object));
+  }
+  mConstraints.Resolve(*this);
+  return mVolume && !mPairs.empty();
+}
+
+void ObjectGridEmitter::ClearLinks() {
+  mPairs.clear();
+  mConstraints.Clear();
+  ObjectVolume::ClearLinks();
+}
+
+void ObjectGridEmitter::CheckDirty() {
+  ObjectVolume::CheckDirty();
+  const auto markChannels = [&] {
+    for (ChannelPair* pair : mPairs)
+      if (pair->mScalar) pair->mScalar->MarkDirty(false);
+  };
+  if (IsDirty()) return markChannels();
+  if ((mVolume && mVolume->IsDirty()) || (mScene && mScene->mFlags & Scene::kTimeChanged)) {
+    MarkDirty(false);
+    return markChannels();
+  }
+  for (const ChannelPair* pair : mPairs)
+    if (IsDirtyNow(pair->mSettings) ||
+        (pair->mSettings && IsDirtyNow(pair->mSettings->mDuration)) || IsDirtyNow(pair->mScalar) ||
+        IsDirtyNow(pair->mVectorChannel))
+      return MarkDirty(false);
+}
+
+void ObjectGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
+  std::vector<VolumeBase*> members;
+  if (mVolume) mVolume->CollectMembers(members);
+  const auto hasGrid = [](const VolumeBase* member) { return member->HasGridData(); };
+  if (std::any_of(members.begin(), members.end(), hasGrid)) mVolume->ExpandBounds(min, max);
+}
+
+bool ObjectGridEmitter::ComesBefore(const iBase& other) const {
+  if (other.HasCategory(kBitParticle) || other.GetListIndex() == kListCaches) return false;
+  return ObjectVolume::ComesBefore(other);
+}
+
+void ObjectGridEmitter::Prepare(void*) {
+  if (!IsDirty()) return;
+  mTargets.clear();
+  if (!mVolume) return void(Deactivate("it has no volume; name one under 'volume'"));
+  if (mPairs.empty())
+    return void(Deactivate("it has no channels; name channelsettings nodes under 'channels'"));
+  mMembers.clear();
+  mVolume->CollectMembers(mMembers);
+  std::erase_if(mMembers, [](const VolumeBase* member) { return !member->HasGridData(); });
+  if (mMembers.empty()) return void(Deactivate("its volume has no grid"));
+
+  mWeights.assign(mPairs.size(), 1.0);
+  bool anyRuns = false;
+  for (std::size_t i = 0; i < mPairs.size(); ++i) {
+    const GridEmissionSettings* settings = mPairs[i]->mSettings;
+    if (!settings) continue;
+    const Duration* duration = settings->mDuration;
+    const bool runs =
+        !duration || !duration->Has(FLAG_ENABLED) || duration->Weight(mTime->elapsed, mWeights[i]);
+    if (!runs) mWeights[i] = 0;
+    anyRuns = anyRuns || runs;
+    // What a cache feeds holds its emissions already.
+    if (mPairs[i]->mScalar && mWeights[i] != 0 && !mPairs[i]->mScalar->Has(FLAG_CACHED))
+      mTargets.push_back(
+          {mPairs[i]->mScalar, settings, settings->Write(), settings->GetAmount(), mWeights[i]});
+  }
+  if (!anyRuns) return void(Deactivate("none of its emissions is due"));
+  mConstraints.Prepare(this);
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void ObjectGridEmitter::Begin(void*) {
+  if (!Has(FLAG_ACTIVE)) return;
+  i32 layers = 0;
+  for (const VolumeBase* member : mMembers) layers = std::max(layers, member->GetGrid()->mNz - 3);
+  if (layers <= 0) Deactivate("its volume is thinner than a cell");
+}
+
+void ObjectGridEmitter::Evaluate(const EvaluationThreadData& data) {
+  if (!IsDirty() || !Has(FLAG_ACTIVE) || mTargets.empty()) return;
+  const LayerOwner owner{data.index, data.count};
+  bool splats = false;
+  for (const Target& target : mTargets) splats = splats || target.write.splat;
+  for (const VolumeBase* volume : mMembers) {
+    const EGrid<double>& grid = *volume->GetGrid();
+    for (i32 z = 1; z < grid.mNz - 2; ++z) {
+      if (data.TestBreak()) return;
+      const i32 layer = grid.mLayout.originCell.z + z;
+      const bool owned = owner.Owns(layer);
+      // Only a splat reaches from a neighbour's layer into an own one.
+      if (owned || (splats && owner.Reaches(layer))) EmitLayer(*volume, z, owned, data);
+    }
+  }
+}
+
+void ObjectGridEmitter::EmitLayer(const VolumeBase& volume, i32 z, bool owned,
+                                  const EvaluationThreadData& data) const {
+  const EGrid<double>& grid = *volume.GetGrid();
+  const GridLayout& layout = grid.mLayout;
+  const auto place = [](double origin, i32 cell, double size) {
+    return origin + (cell + 0.5) * size;
+  };
+  CellRun run;
+  for (i32 y = 1; y < grid.mNy - 2; ++y) {
+    const double* a = grid.mData + grid.Index(0, y, z);
+    const double* b = a + grid.mNx;
+    const double* c = a + grid.mSlice;
+    const double* d = b + grid.mSlice;
+    const double py = place(layout.simOrigin.y, y, layout.simCell.y);
+    const double pz = place(layout.simOrigin.z, z, layout.simCell.z);
+    for (i32 x = 1; x < grid.mNx - 2; ++x) {
+      const double sum = a[x] + a[x + 1] + b[x] + b[x + 1] + c[x] + c[x + 1] + d[x] + d[x + 1];
+      if (sum * 0.125 > 0) continue;
+      run.positions[run.count++] = {place(layout.simOrigin.x, x, layout.simCell.x), py, pz};
+      if (run.count == kRun) {
+        EmitRun(volume, run, owned, data);
+        run.count = 0;
+      }
+    }
+  }
+  EmitRun(volume, run, owned, data);
+}
+
+void ObjectGridEmitter::EmitRun(const VolumeBase& volume, const CellRun& run, bool owned,
+                                const EvaluationThreadData& data) const {
+  double values[kRun];
+  Vec3d positions[kRun];
+  for (const Target& target : mTargets) {
+    if (!owned && !target.write.splat) continue;
+    const EGrid<double>* grid = target.channel->GetGrid(0);
+    if (!grid || !target.channel->mEmissionHandler) continue;
+    i32 count = 0;
+    for (i32 i = 0; i < run.count; ++i) {
+      const Vec3d& p = run.positions[i];
+      if (!grid->mLayout.Contains(p, false)) continue;
+      const double weight = WeightAt(target, volume, p, data.index);
+      if (weight == 0) continue;
+      values[count] = target.amount * weight;
+      positions[count++] = p;
+    }
+    target.channel->mEmissionHandler->EmitRow(values, positions, count, target.write,
+                                              {data.index, data.count});
+  }
+}
+
+double ObjectGridEmitter::WeightAt(const Target& target, const VolumeBase& volume, const Vec3d& p,
+                                   u32 worker) const {
+  const GridEmissionSettings& settings = *target.settings;
+  double weight = settings.mAbsolute ? 1.0 : mTime->stepDuration;
+  // A constraint that ends the chain leaves the weight as it stands there.
+  if (!mConstraints.IsEmpty()) mConstraints.Test(p, weight, this, worker);
+  if (weight == 0) return 0;
+  switch (settings.mFalloff) {
+    case GridEmissionSettings::kNoFalloff: return weight * target.duration;
+    case GridEmissionSettings::kDepth: return weight * (volume.DepthWorld(p) * target.duration);
+    case GridEmissionSettings::kDepthCurve:
+      if (!settings.mFalloffCurve) return weight;
+      return weight * (settings.mFalloffCurve->Evaluate(volume.DepthWorld(p)) * target.duration);
+    default: return weight;
+  }
+}
+
+void ObjectGridEmitter::Finish() {
+  SetFlag(FLAG_ACTIVE, false);
+  mWeights.clear();
+  mTargets.clear();
+  mMembers.clear();
+  mConstraints.Finish();
+  ObjectVolume::Finish();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,70 @@
+// Emission into channels inside a volume.
+#pragma once
+#include "fluids/emission/channel_pair.h"
+#include "fluids/emission/object_volume.h"
+#include "framework/constraint.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Writes into channels every cell whose centre lies inside a volume.
+///
+/// A cell of the volume's node grid is inside if the mean of its eight distances isn't above 0; the
+/// outermost layers of that grid are left out. Workers own whole layers of the world's lattice, so
+/// that the result doesn't depend on their number.
+class ObjectGridEmitter : public ObjectVolume {
+ public:
+  ObjectGridEmitter();
+  ObjectGridEmitter(host::BaseNode* node, Scene* scene);
+  ObjectGridEmitter(const ObjectGridEmitter& other);
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeObjectGridEmitter; }
+  i32 GetListIndex() const override { return kListEmitters; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  bool ComesBefore(const iBase& other) const override;
+  void Prepare(void* context = nullptr) override;
+  void Begin(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<ObjectGridEmitter>(*this);
+  }
+
+  std::vector<double> mWeights;  ///< per pair, of its duration in this step; 0 rests
+  std::vector<ChannelPair*> mPairs;
+  ConstraintList mConstraints;
+
+ private:
+  static constexpr i32 kRun = 64;  ///< cells that go to a channel in one call
+
+  /// A pair that runs in this step.
+  struct Target {
+    ScalarField* channel;
+    const GridEmissionSettings* settings;
+    EmissionWrite write;
+    double amount;    ///< per second, or per step
+    double duration;  ///< weight of the duration
+  };
+  /// Inside cells of one row of a volume.
+  struct CellRun {
+    i32 count = 0;
+    Vec3d positions[kRun];
+  };
+
+  void EmitLayer(const VolumeBase& volume, i32 z, bool owned,
+                 const EvaluationThreadData& data) const;
+  void EmitRun(const VolumeBase& volume, const CellRun& run, bool owned,
+               const EvaluationThreadData& data) const;
+  /// Scales the amount of a cell; 0 leaves the cell alone.
+  double WeightAt(const Target& target, const VolumeBase& volume, const Vec3d& p, u32 worker) const;
+
+  std::vector<Target> mTargets;
+  std::vector<VolumeBase*> mMembers;  ///< of the volume, those with a grid
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

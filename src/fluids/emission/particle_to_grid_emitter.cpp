@@ -1,0 +1,266 @@
+#include "fluids/emission/particle_to_grid_emitter.h"
+
+#include <limits>
+
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+ParticleToGridEmitter::ParticleToGridEmitter() { mStageMask |= StageBit(kOperators); }
+
+ParticleToGridEmitter::ParticleToGridEmitter(BaseNode* node, Scene* scene)
+    : Operator_ToGrid(node, scene) {
+  mStageMask |= StageBit(kOperators);
+}
+
+namespace {
+ParameterRow FalloffRow() {
+  ParameterRow row =
+      GradientRow(1004, "falloff",
+                  "how a point fades outwards: red is its strength from the middle to the radius");
+  row.creation = Gradient{{{0, {1, 1, 1}}, {1, {0, 0, 0}}}};
+  return row.Missing(std::monostate{});
+}
+}  // namespace
+
+const ParameterTable& ParticleToGridEmitter::Parameters() {
+  static const ParameterTable table = {
+      LinkRow(1000, "source", "the mesh, or group of meshes, whose vertices become smoke",
+              {1300143, 1300144, 1300036}),
+      LongRow(1001, "particle_type", 0, "", "which particles of a linked group count")
+          .Choices({{0, "passive"}, {1, "vorticity"}, {2, "liquid"}, {3, "diffuse"}}),
+      LinksRow(1002, "values", "what each point brings, into which field", {1300013}),
+      LongRow(1003, "distance_mode", 0, "",
+              "soft or even blobs: how points weigh by their distance")
+          .Choices({{0, "none"}, {2, "falloff"}}),
+      FalloffRow(),
+      RealRow(1005, "mass_scale", 1.0, "", "makes every point count for more or less"),
+      RealRow(1006, "radius_scale", 1.0, "", "makes every point's blob larger or smaller"),
+      BoolRow(1007, "per_second", false,
+              "brings its values over a second instead of all in a step"),
+      BoolRow(1009, "show_options", false, "a dialog shows what is seldom needed too"),
+      LongRow(1013, "constraint_mode", 0, "",
+              "whether constraints thin out points or what they bring")
+          .Choices({{0, "cells"}, {1, "points"}}),
+      RealRow(1014, "radius", 1.4, "cells",
+              "how far a point reaches: larger blobs join into a smooth skin")
+          .AtLeast(0),
+      LinkRow(1016, "duration", "points are gathered only inside this time window", {1028240}),
+  };
+  return table;
+}
+
+bool ParticleToGridEmitter::ReadParameters(void* context) {
+  mPriority = 20;
+  if (!Operator_ToGrid::ReadParameters(context)) return false;
+  mParticleType = mInterface.GetLong(1001);
+  mDistanceMode = mInterface.GetLong(1003);
+  mFalloffGradient = mInterface.GetGradient(1004);
+  mMassScale = mInterface.GetReal(1005);
+  mRadiusScale = mInterface.GetReal(1006);
+  mPerSecond = mInterface.GetBool(1007);
+  mConstraintMode = mInterface.GetLong(1013);
+  mRadius = mInterface.GetReal(1014) * GetDomain().cellSize;
+  return true;
+}
+
+bool ParticleToGridEmitter::ResolveLinks() {
+  mPorts = {};
+  if (!Operator_ToGrid::ResolveLinks()) return false;
+  for (const i32 type : {kTypeMesh, kTypeMultiMesh})
+    if (iBase* source =
+            mScene->FindObject(mInterface.GetLink(1000), kListGeometry, kBitMesh, kBitAny, type))
+      mPorts.SetPort(kMeshPort, source);
+  if (iBase* duration = mScene->FindObject(mInterface.GetLink(1016), kListAuxiliary, kBitAny,
+                                           kBitAny, kTypeDuration))
+    mPorts.SetPort(kDurationPort, duration);
+  if (const InExcludeData* list = mInterface.GetInExclude(1002)) {
+    std::vector<iBase*> found;
+    mScene->CollectObjects(list, found, kListSettings, kBitAny, kTypeChannelValue, kBitAny, true);
+    for (iBase* object : found) mPorts.mValues.push_back(static_cast<ChannelValue*>(object));
+  }
+  mPorts.mConstraints.Resolve(*this);
+  return Source() && !mPorts.mValues.empty();
+}
+
+void ParticleToGridEmitter::ClearLinks() {
+  mPorts = {};
+  Operator_ToGrid::ClearLinks();
+}
+
+void ParticleToGridEmitter::CheckDirty() {
+  Operator_ToGrid::CheckDirty();
+  bool changed = IsDirty() || mScene->mFlags & Scene::kTimeChanged;
+  for (ChannelValue* value : mPorts.mValues)
+    changed = changed || IsDirtyNow(value) || IsDirtyNow(value->mScalar);
+  if (!changed) return;
+  if (!IsDirty()) MarkDirty(false);
+  if (!(mScene->mFlags & Scene::kTimeChanged)) return;
+  // A channel that nothing else feeds is trimmed and reset all the same.
+  for (ChannelValue* value : mPorts.mValues) {
+    if (value->mScalar) value->mScalar->MarkDirty(false);
+    if (value->mVectorChannel) value->mVectorChannel->MarkDirty(false);
+  }
+}
+
+std::vector<Mesh*> ParticleToGridEmitter::SourceMeshes() const {
+  std::vector<Mesh*> meshes;
+  CollectMeshes(Source(), meshes);
+  std::erase_if(meshes, [](const Mesh* mesh) { return mesh->mMesh.GetVertexCount() == 0; });
+  return meshes;
+}
+
+void ParticleToGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
+  for (const Mesh* mesh : SourceMeshes()) mesh->mMesh.ExpandBounds(min, max);
+}
+
+bool ParticleToGridEmitter::ComesBefore(const iBase& other) const {
+  for (const auto& [port, object] : mPorts.ports)
+    if (object == &other) return false;
+  return Operator_ToGrid::ComesBefore(other);
+}
+
+bool ParticleToGridEmitter::TestDuration() {
+  mWeight = 1;
+  const auto* duration = static_cast<const Duration*>(mPorts.Port(kDurationPort));
+  if (!duration || !duration->Has(FLAG_ENABLED) || duration->Weight(mTime->elapsed, mWeight))
+    return true;
+  mWeight = 0;
+  return false;
+}
+
+void ParticleToGridEmitter::Prepare(void*) {
+  if (!IsDirty()) return;
+  if (!TestDuration()) return void(Deactivate("its time window is closed"));
+  if (mPorts.mValues.empty()) return void(Deactivate("it has no values"));
+  if (!Source()) return void(Deactivate("it has no mesh"));
+  if (mDistanceMode == kByGradient && !mFalloffGradient)
+    return void(Deactivate("it has no falloff"));
+  constexpr double huge = std::numeric_limits<double>::max();
+  mPointsMin = {huge, huge, huge};
+  mPointsMax = {-huge, -huge, -huge};
+  mPoints.clear();
+  for (const Mesh* mesh : SourceMeshes()) {
+    const std::vector<Vec3d>& vertices = mesh->mMesh.GetVertices();
+    mPoints.insert(mPoints.end(), vertices.begin(), vertices.end());
+    mesh->mMesh.ExpandBounds(mPointsMin, mPointsMax);
+  }
+  mLookup.Build(mPoints.data(), static_cast<i32>(mPoints.size()), mRadius);
+  if (mLookup.IsEmpty()) return void(Deactivate("its mesh has no vertices, or its radius is 0"));
+  mPorts.mConstraints.Prepare(this);
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void ParticleToGridEmitter::Begin(void*) {
+  if (!Has(FLAG_ACTIVE)) return;
+  constexpr i32 margin = 1;
+  const double h = GetDomain().cellSize;
+  for (int a = 0; a < 3; ++a) {
+    const double lo = std::floor(mPointsMin[a] / h);
+    const double hi = std::floor(mPointsMax[a] / h);
+    if (!(lo > -1e9 && hi < 1e9 && lo <= hi)) return void(Deactivate("its mesh has no box"));
+    mRegion.min[a] = static_cast<i32>(lo) - margin;
+    mRegion.max[a] = static_cast<i32>(hi) + 1 + margin;
+  }
+}
+
+void ParticleToGridEmitter::Evaluate(const EvaluationThreadData& data) {
+  if (!Has(FLAG_ACTIVE)) return;
+  const LayerOwner owner{data.index, data.count};
+  // Centres of cells are samples of centred grids: only faces lie between the layers of two owners.
+  bool faces = false;
+  for (const ChannelValue* value : mPorts.mValues)
+    faces = faces || (!value->mScalar && dynamic_cast<VelocityField*>(value->mVectorChannel));
+  Row row;
+  for (i32 z = mRegion.min.z; z < mRegion.max.z; ++z) {
+    if (data.TestBreak()) return;
+    const bool owned = owner.Owns(z);
+    if (!owned && !(faces && owner.Reaches(z))) continue;
+    for (i32 y = mRegion.min.y; y < mRegion.max.y; ++y) {
+      GatherRow(y, z, row, data.index);
+      if (!row.positions.empty()) EmitRow(row, owned, owner);
+    }
+  }
+}
+
+void ParticleToGridEmitter::GatherRow(i32 y, i32 z, Row& row, u32 worker) const {
+  row.positions.clear();
+  row.weights.clear();
+  const GridLayout& domain = GetDomain();
+  const double h = domain.cellSize;
+  for (i32 x = mRegion.min.x; x < mRegion.max.x; ++x) {
+    const Vec3d p = domain.simOrigin + (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * h;
+    double weight;
+    if (!GatherCell(p, weight, row, worker)) continue;
+    row.positions.push_back(p);
+    row.weights.push_back(weight);
+  }
+}
+
+bool ParticleToGridEmitter::GatherCell(const Vec3d& p, double& weight, Row& row, u32 worker) const {
+  mLookup.Find(p, kMostNeighbours, row.neighbours);
+  if (row.neighbours.empty()) return false;
+  double cellWeight = mPerSecond && mWeight != 0 ? mTime->stepDuration : 1.0;
+  const bool constrained = !mPorts.mConstraints.IsEmpty();
+  if (constrained && mConstraintMode == 0) {
+    mPorts.mConstraints.Test(p, cellWeight, this, worker);
+    if (cellWeight == 0) return false;
+  }
+  double sum = 0;
+  i32 count = 0;
+  for (const PointNeighbour& neighbour : row.neighbours) {
+    double w = cellWeight;
+    if (constrained && mConstraintMode != 0 &&
+        !mPorts.mConstraints.Test(mPoints[neighbour.index], w, this, worker))
+      continue;
+    // A vertex has a density of 1 and a radius of that of the search.
+    w *= mMassScale;
+    w *= mRadiusScale;
+    if (mDistanceMode == kByGradient)
+      w *= mFalloffGradient->Evaluate(std::sqrt(neighbour.distanceSquared) / mRadius).x;
+    sum += w;
+    ++count;
+  }
+  weight = count > 0 ? sum / count : 0;
+  return count > 0;
+}
+
+void ParticleToGridEmitter::EmitRow(Row& row, bool owned, const LayerOwner& owner) const {
+  const EmissionWrite write = mSettings.Write();
+  const auto collect = [&](const EGrid<double>* grid, const auto& value, auto& values) {
+    values.clear();
+    row.places.clear();
+    if (!grid || !grid->mData) return;
+    for (std::size_t i = 0; i < row.positions.size(); ++i) {
+      if (!grid->mLayout.Contains(row.positions[i], true)) continue;
+      values.push_back(row.weights[i] * value);
+      row.places.push_back(row.positions[i]);
+    }
+  };
+  for (const ChannelValue* target : mPorts.mValues) {
+    const auto emit = [&](auto* channel, const auto& value, auto& values) {
+      // What a cache feeds holds its emissions already.
+      if (!channel || channel->Has(FLAG_CACHED) || !channel->mEmissionHandler) return;
+      collect(channel->GetGrid(0), value, values);
+      channel->mEmissionHandler->EmitRow(values.data(), row.places.data(),
+                                         static_cast<i32>(values.size()), write, owner);
+    };
+    if (target->mScalar) {
+      if (owned) emit(target->mScalar, target->mValue, row.scalars);
+    } else if (owned || dynamic_cast<VelocityField*>(target->mVectorChannel)) {
+      emit(target->mVectorChannel, target->mVector, row.vectors);
+    }
+  }
+}
+
+void ParticleToGridEmitter::Finish() {
+  mLookup.Clear();
+  mPoints.clear();
+  mPorts.mConstraints.Finish();
+  SetFlag(FLAG_ACTIVE, false);
+  Operator_ToGrid::Finish();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

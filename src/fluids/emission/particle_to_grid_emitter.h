@@ -1,0 +1,83 @@
+// Points to grids.
+#pragma once
+#include "fluids/emission/channel_value.h"
+#include "fluids/emission/operator_to_grid.h"
+#include "fluids/mesh/multi_mesh.h"
+#include "framework/constraint.h"
+#include "grids/point_lookup.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Gathers the points of a source round every cell near it, and emits the mean of what they carry.
+/// The source is a mesh or a group of meshes: each vertex carries the values of the linked channel
+/// values.
+class ParticleToGridEmitter : public Operator_ToGrid {
+ public:
+  /// What the emitter links to: port 1 the mesh or the group, port 2 the duration.
+  struct ToGridPortData : iPortData {
+    std::vector<ChannelValue*> mValues;
+    ConstraintList mConstraints;
+  };
+
+  ParticleToGridEmitter();
+  ParticleToGridEmitter(host::BaseNode* node, Scene* scene);
+  ParticleToGridEmitter(const ParticleToGridEmitter& other) = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeParticleToGridEmitter; }
+  i32 GetListIndex() const override { return kListEmitters; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryParticle; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  bool ComesBefore(const iBase& other) const override;
+  void Prepare(void* context = nullptr) override;
+  void Begin(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<ParticleToGridEmitter>(*this);
+  }
+
+ private:
+  static constexpr i32 kMostNeighbours = 100;
+  enum Port : i32 { kMeshPort = 1, kDurationPort = 2 };
+  enum DistanceMode : i32 { kByGradient = 2 };
+
+  /// Cells of one row with the weight of their points.
+  struct Row {
+    std::vector<PointNeighbour> neighbours;
+    std::vector<Vec3d> positions;
+    std::vector<double> weights;  ///< mean over the points of a cell
+    std::vector<double> scalars;
+    std::vector<Vec3d> vectors;
+    std::vector<Vec3d> places;
+  };
+
+  iBase* Source() const { return mPorts.Port(kMeshPort); }
+  std::vector<Mesh*> SourceMeshes() const;
+  bool TestDuration();
+  void GatherRow(i32 y, i32 z, Row& row, u32 worker) const;
+  bool GatherCell(const Vec3d& p, double& weight, Row& row, u32 worker) const;
+  void EmitRow(Row& row, bool owned, const LayerOwner& owner) const;
+
+  ToGridPortData mPorts;
+  GridEmissionSettings mSettings;  ///< of all emissions: as a class that reads no parameters has it
+  i32 mParticleType = 0;
+  i32 mDistanceMode = 0;
+  const host::Gradient* mFalloffGradient = nullptr;
+  double mMassScale = 1;
+  double mRadiusScale = 1;
+  bool mPerSecond = false;
+  i32 mConstraintMode = 0;  ///< 0: constraints weigh cells, otherwise points
+  double mRadius = 1.4;     ///< simulation units
+  double mWeight = 1;       ///< of the duration
+  // From `Prepare` to `Finish`:
+  std::vector<Vec3d> mPoints;  ///< the vertices of all meshes
+  Vec3d mPointsMin{}, mPointsMax{};
+  PointLookup mLookup;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,114 @@
+#include "fluids/fields/channel.h"
+
+#include "fluids/fields/channel_rows.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+ParameterTable ChannelRows() {
+  return {
+      BoolRow(1001, "clear_each_step", false,
+              "forgets what it held before each step, so that only what this step adds is seen"),
+      BoolRow(1002, "keep_previous", true,
+              "keeps a second copy of the values before a change, which moving sharp detail needs"),
+      BoolRow(
+          1021, "affects_bounds", true,
+          "the box of the simulation grows round this data; off: what drifts out of it is lost"),
+      LongRow(1000, "display_mode", 0, "", "whether a viewport draws slices or a cloud"),
+      BoolRow(1008, "display", false, "shows the data in a viewport"),
+      LongRow(1012, "display_axis", 0, "", "which way a viewport's slices face"),
+      RealRow(1013, "display_position", 0.5, "",
+              "how far through the box a viewport's slice lies, 0..1"),
+      RealRow(1014, "display_minimum", 0.01, "", "a viewport leaves out anything below this"),
+      RealRow(1015, "display_maximum", 1.0, "", "a viewport draws this and more at full strength"),
+      VectorRow(1016, "display_color", {1, 1, 0}, "", "tint of what a viewport draws"),
+      BoolRow(1017, "display_shading", true, "gives a viewport's cloud light and dark sides"),
+      LongRow(1018, "display_component", 0, "", "which part of a vector a viewport draws"),
+      RealRow(1019, "display_opacity", 1.0, "", "how solid a viewport's cloud looks"),
+      RealRow(1020, "display_threshold", 0.03, "", "thinner than this isn't drawn in a viewport"),
+      LongRow(1022, "display_quality", 1, "", "finer slices in a viewport, for slower drawing"),
+      LongRow(1023, "display_resolution", 2, "",
+              "coarser texture in a viewport, for quicker drawing"),
+  };
+}
+
+ParameterTable ScalarChannelRows(double valueMax) {
+  ParameterTable table = {
+      RealRow(1050, "value_min", 0.0, "", "nothing gets below: a floor for sources and operators"),
+      RealRow(1051, "value_max", valueMax, "",
+              "nothing gets above: how thick smoke or how hot fire can become, at least 0.0001 "
+              "above value_min"),
+      RealRow(1052, "initial_value", 0.0, "", "what the air holds where nothing has arrived yet"),
+  };
+  for (ParameterRow& row : ChannelRows()) table.push_back(std::move(row));
+  return table;
+}
+
+template <class T, class G>
+Channel_Dynamic<T, G>::Channel_Dynamic(const Channel_Dynamic& other)
+    : iChannel<T>(other),
+      mClearEachFrame(other.mClearEachFrame),
+      mHasCachedLayout(other.mHasCachedLayout),
+      mCachedLayout(other.mCachedLayout),
+      mKind(other.mKind),
+      mKeepPrevious(other.mKeepPrevious) {}
+
+template <class T, class G>
+bool Channel_Dynamic<T, G>::ReadParameters(void* context) {
+  this->mPriority = 0;
+  if (!iChannel<T>::ReadParameters(context)) return false;
+  mClearEachFrame = this->mInterface.GetBool(1001);
+  this->SetFlag(FLAG_AFFECTS_BOUNDS, this->mInterface.GetBool(1021));
+  mKeepPrevious = this->mInterface.GetBool(1002);
+  return true;
+}
+
+template <class T, class G>
+void Channel_Dynamic<T, G>::Assign(const iBase& other) {
+  iChannel<T>::Assign(other);
+  const auto& channel = static_cast<const Channel_Dynamic&>(other);
+  mClearEachFrame = channel.mClearEachFrame;
+  mKind = channel.mKind;
+  mKeepPrevious = channel.mKeepPrevious;
+}
+
+template <class T, class G>
+bool Channel_Dynamic<T, G>::ContainsPoint(const Vec3d& p, bool withMargin) const {
+  const G* grid = GetGrid(0);
+  return grid && grid->mLayout.Contains(p, withMargin);
+}
+
+template <class T, class G>
+bool Channel_Dynamic<T, G>::ContainsCell(const Vec3d& p, bool excludeBorder) const {
+  VecInt3D cell;
+  const G* grid = GetGrid(0);
+  return grid && grid->mLayout.CellOf(p, excludeBorder, cell);
+}
+
+template <class T, class G>
+void Channel_Dynamic<T, G>::WidenByGrid(const G* grid, Vec3d& min, Vec3d& max) const {
+  if (!grid || grid->IsActiveEmpty()) return;
+  const GridLayout& layout = grid->mLayout;
+  // The cells of the data whole, or a scene that mirrors itself would grow to one side first. A
+  // sample on a face or a node has its cells' border there.
+  const VecInt3D past = grid->mActiveMax + VecInt3D{1, 1, 1} - ExtraOf(grid->mKind);
+  min = Min(min, layout.simOrigin + ToReal(grid->mActiveMin) * layout.simCell);
+  max = Max(max, layout.simOrigin + ToReal(Min(past, layout.dims)) * layout.simCell);
+}
+
+template <class T, class G>
+bool Channel_Dynamic<T, G>::WidenByCache(Vec3d& min, Vec3d& max) const {
+  if (!this->Has(FLAG_CACHED) || !mHasCachedLayout) return false;
+  Vec3d low, high;
+  mCachedLayout.GetCellBox(this->GetDomain().cellSize, low, high);
+  min = Min(min, low);
+  max = Max(max, high);
+  return true;
+}
+
+template class Channel_Dynamic<double, EGrid<double>>;
+template class Channel_Dynamic<float, EGrid<float>>;
+template class Channel_Dynamic<Vec3d, EGrid<double>>;
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

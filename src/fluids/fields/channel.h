@@ -1,0 +1,258 @@
+// Channels: named fields of the scene with a value range and a container that follows the data.
+#pragma once
+#include <array>
+#include <limits>
+#include <memory>
+
+#include "fluids/fields/emission_handler.h"
+#include "framework/iobject.h"
+#include "grids/egrid.h"
+#include "grids/sampling.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// End of a value range that bounds nothing.
+inline constexpr double kUnbounded = std::numeric_limits<double>::max();
+
+/// Root of all channels; `T` is the value, double, float or Vec3d.
+template <class T>
+class iChannel : public iObject {
+ public:
+  using iObject::iObject;
+  i32 GetTypeId() const override { return kTypeChannel; }
+  i32 GetListIndex() const override { return kListChannels; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
+  bool ResetsOnChange() const override { return true; }
+
+  /// Replaces the emission handler by a new one of the channel's kind.
+  virtual void CreateEmissionHandler() {}
+  /// `p` (simulation units) lies in the grid, with or without a margin of one cell; false without
+  /// a grid.
+  virtual bool ContainsPoint(const Vec3d& p, bool withMargin) const = 0;
+  virtual bool ContainsCell(const Vec3d& p, bool excludeBorder) const = 0;
+};
+
+/// What all channels with grids share. `G` is the grid, `EGrid<double>` or `EGrid<float>`.
+template <class T, class G>
+class Channel_Dynamic : public iChannel<T> {
+ public:
+  using iChannel<T>::iChannel;
+  Channel_Dynamic() = default;
+  Channel_Dynamic(const Channel_Dynamic& other);
+  i32 GetTypeId() const override { return kTypeDynamicChannel; }
+  bool ReadParameters(void* context = nullptr) override;
+  void Assign(const iBase& other) override;
+
+  /// Component `i`: a scalar channel has component 0 alone. Null without a grid.
+  virtual G* GetGrid(i32 i) const = 0;
+  /// The buffer to write; the same grid.
+  virtual G* GetGridForWrite(i32 i) const { return GetGrid(i); }
+  bool ContainsPoint(const Vec3d& p, bool withMargin) const override;
+  bool ContainsCell(const Vec3d& p, bool excludeBorder) const override;
+
+  std::unique_ptr<iEmissionHandler<T>> mEmissionHandler;
+  bool mClearEachFrame = false;  ///< back to the initial value in every `ApplyBounds`
+  bool mHasCachedLayout = false;
+  GridLayout mCachedLayout;   ///< layout of the last cache frame
+  i32 mKind = kCentre;        ///< kind of the grid's samples
+  bool mKeepPrevious = true;  ///< keeps a second buffer
+
+ protected:
+  /// Widens a box (simulation units) by the data of a grid, which may be null or empty.
+  void WidenByGrid(const G* grid, Vec3d& min, Vec3d& max) const;
+  /// Widens it by the layout of the last cache frame while a cache feeds the channel; false while
+  /// none does.
+  bool WidenByCache(Vec3d& min, Vec3d& max) const;
+  /// `ApplyBounds` clears the data. Those of a cache come once a frame, and stay in all its steps.
+  bool ClearsNow() const { return mClearEachFrame && !this->Has(FLAG_CACHED); }
+};
+
+/// A scalar field in one grid.
+template <class T, class G>
+class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
+ public:
+  using Channel_Dynamic<T, G>::Channel_Dynamic;
+  ChannelBase_Scalar() = default;
+  ChannelBase_Scalar(const ChannelBase_Scalar& other);
+  i32 GetTypeId() const override { return kTypeScalarChannel; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryScalar; }
+  bool ReadParameters(void* context = nullptr) override;
+  void Assign(const iBase& other) override;
+  void Reset() override;
+  void Release(bool full) override;
+  void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  /// The adaptive container: resizes the grid to the box, a whole number of cells, keeping the data
+  /// in place; cells outside the old box hold the initial value.
+  bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
+  void UpdateRange() override;
+  void Persist(StateArchive& archive) override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<ChannelBase_Scalar>(*this);
+  }
+
+  G* GetGrid(i32 i) const override { return i == 0 ? mGrid.get() : nullptr; }
+  /// A grid of the layout of `layout`, filled with `initial`; false and inactive on failure.
+  virtual bool Allocate(const G* layout, i32 kind, double initial);
+  /// Linear sample at a position in simulation units; 0 without a grid.
+  virtual double SampleAt(const Vec3d& p) const;
+  /// Sample at a position in cells of the layout, with the offset of the kind taken off here.
+  virtual double Sample(double x, double y, double z, i32 mode,
+                        const MonotonicStencil* stencil = nullptr) const;
+  double Sample(const Vec3d& c, i32 mode, const MonotonicStencil* stencil = nullptr) const {
+    return Sample(c.x, c.y, c.z, mode, stencil);
+  }
+  /// The value range of an embedded channel, which reads no parameters.
+  void SetRange(double min, double max) { mValueMin = min, mValueMax = max; }
+  void SetUnbounded() { SetRange(-kUnbounded, kUnbounded); }
+
+  std::unique_ptr<G> mGrid;
+  double mValueMin = 0;
+  double mValueMax = 1;
+  double mInitial = 0;
+};
+
+/// A scalar field with a second buffer of the same layout.
+template <class T, class G>
+class ScalarGridChannel : public ChannelBase_Scalar<T, G> {
+ public:
+  ScalarGridChannel();
+  ScalarGridChannel(host::BaseNode* node, Scene* scene);
+  ScalarGridChannel(const ScalarGridChannel& other);
+  void CreateEmissionHandler() override;
+  void Reset() override;
+  void Release(bool full) override;
+  bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
+  void Persist(StateArchive& archive) override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<ScalarGridChannel>(*this);
+  }
+
+  /// Swaps the data of the two buffers, if there are two.
+  virtual void SwapBuffers();
+  virtual double SamplePrevious(double x, double y, double z, i32 mode,
+                                const MonotonicStencil* stencil = nullptr) const;
+  double SamplePrevious(const Vec3d& c, i32 mode, const MonotonicStencil* stencil = nullptr) const {
+    return SamplePrevious(c.x, c.y, c.z, mode, stencil);
+  }
+
+  std::unique_ptr<G> mPrevious;
+};
+
+/// A vector field in three component grids.
+template <class T, class G>
+class ChannelBase_Vector : public Channel_Dynamic<T, G> {
+ public:
+  using Channel_Dynamic<T, G>::Channel_Dynamic;
+  ChannelBase_Vector() = default;
+  ChannelBase_Vector(const ChannelBase_Vector& other);
+  i32 GetTypeId() const override { return kTypeVectorChannel; }
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryVector; }
+  bool ReadParameters(void* context = nullptr) override;
+  void Assign(const iBase& other) override;
+  void Reset() override;
+  void Release(bool full) override;
+  void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
+  void UpdateRange() override;
+  void Persist(StateArchive& archive) override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<ChannelBase_Vector>(*this);
+  }
+
+  G* GetGrid(i32 i) const override { return i >= 0 && i < 3 ? mGrids[i].get() : nullptr; }
+  /// Every cell takes the position of its centre: a field of texture coordinates.
+  virtual void SetToCoordinates();
+  virtual Vec3d SampleAt(const Vec3d& p) const;
+  virtual Vec3d Sample(double x, double y, double z, i32 mode,
+                       const MonotonicStencil* stencil = nullptr) const;
+  Vec3d Sample(const Vec3d& c, i32 mode, const MonotonicStencil* stencil = nullptr) const {
+    return Sample(c.x, c.y, c.z, mode, stencil);
+  }
+
+  void SetRange(const Vec3d& min, const Vec3d& max) { mValueMin = min, mValueMax = max; }
+  void SetUnbounded() {
+    SetRange({-kUnbounded, -kUnbounded, -kUnbounded}, {kUnbounded, kUnbounded, kUnbounded});
+  }
+
+  std::array<std::unique_ptr<G>, 3> mGrids;
+  Vec3d mValueMin{};
+  Vec3d mValueMax{1, 1, 1};
+  Vec3d mInitial{};
+
+ protected:
+  /// Kind of component `i`; a staggered field has a kind per component.
+  virtual i32 KindOf(i32 /*i*/) const { return this->mKind; }
+};
+
+/// A vector field with a second buffer.
+template <class T, class G>
+class VectorGridChannel : public ChannelBase_Vector<T, G> {
+ public:
+  VectorGridChannel();
+  VectorGridChannel(host::BaseNode* node, Scene* scene);
+  VectorGridChannel(const VectorGridChannel& other);
+  static const host::ParameterTable& Parameters();
+  bool ReadParameters(void* context = nullptr) override;
+  void CreateEmissionHandler() override;
+  void Reset() override;
+  void Release(bool full) override;
+  bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
+  void SetToCoordinates() override;
+  void Persist(StateArchive& archive) override;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<VectorGridChannel>(*this);
+  }
+
+  virtual void SwapBuffers();
+  virtual Vec3d SamplePrevious(double x, double y, double z, i32 mode,
+                               const MonotonicStencil* stencil = nullptr) const;
+
+  Vec3d SamplePrevious(const Vec3d& c, i32 mode, const MonotonicStencil* stencil = nullptr) const {
+    return SamplePrevious(c.x, c.y, c.z, mode, stencil);
+  }
+
+  std::array<std::unique_ptr<G>, 3> mPrevious;
+  bool mTextureCoordinates = false;  ///< starts every simulation as a field of coordinates
+
+ private:
+  bool mFresh = true;  ///< no step has been taken since the start of the simulation
+};
+
+/// A velocity field on faces: u at x faces, v at y faces, w at z faces. Embedded in a solver.
+template <class T, class G>
+class VelocityGridChannel : public VectorGridChannel<T, G> {
+ public:
+  VelocityGridChannel();
+  VelocityGridChannel(const VelocityGridChannel& other);
+  i32 GetTypeId() const override { return kTypeVelocityChannel; }
+  Vec3d Sample(double x, double y, double z, i32 mode,
+               const MonotonicStencil* stencil = nullptr) const override;
+  using ChannelBase_Vector<T, G>::Sample;
+  Vec3d SamplePrevious(double x, double y, double z, i32 mode,
+                       const MonotonicStencil* stencil = nullptr) const override;
+  using VectorGridChannel<T, G>::SamplePrevious;
+  std::unique_ptr<iBase> Clone() const override {
+    return std::make_unique<VelocityGridChannel>(*this);
+  }
+
+ protected:
+  i32 KindOf(i32 i) const override { return i; }
+};
+
+using ScalarField = ScalarGridChannel<double, EGrid<double>>;
+using VectorField = VectorGridChannel<Vec3d, EGrid<double>>;
+using VelocityField = VelocityGridChannel<Vec3d, EGrid<double>>;
+using LevelField = ChannelBase_Scalar<double, EGrid<double>>;
+using FractionField = ChannelBase_Scalar<float, EGrid<float>>;
+
+extern template class Channel_Dynamic<double, EGrid<double>>;
+extern template class Channel_Dynamic<float, EGrid<float>>;
+extern template class Channel_Dynamic<Vec3d, EGrid<double>>;
+extern template class ChannelBase_Scalar<double, EGrid<double>>;
+extern template class ChannelBase_Scalar<float, EGrid<float>>;
+extern template class ScalarGridChannel<double, EGrid<double>>;
+extern template class ChannelBase_Vector<Vec3d, EGrid<double>>;
+extern template class VectorGridChannel<Vec3d, EGrid<double>>;
+extern template class VelocityGridChannel<Vec3d, EGrid<double>>;
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

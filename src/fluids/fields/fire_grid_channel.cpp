@@ -1,0 +1,68 @@
+#include "fluids/fields/fire_grid_channel.h"
+
+#include "fluids/fields/channel_rows.h"
+#include "fluids/fields/emission_handlers.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+template <class T, class G>
+FireGridChannel<T, G>::FireGridChannel() {
+  this->mKind = 6;
+  FireGridChannel::CreateEmissionHandler();
+}
+
+template <class T, class G>
+FireGridChannel<T, G>::FireGridChannel(BaseNode* node, Scene* scene)
+    : ScalarGridChannel<T, G>(node, scene) {
+  this->mKind = 6;
+  FireGridChannel::CreateEmissionHandler();
+}
+
+template <class T, class G>
+FireGridChannel<T, G>::FireGridChannel(const FireGridChannel& other)
+    : ScalarGridChannel<T, G>(other),
+      mIgnition(other.mIgnition),
+      mBurnTime(other.mBurnTime),
+      mFadeTime(other.mFadeTime) {
+  FireGridChannel::CreateEmissionHandler();
+}
+
+template <class T, class G>
+const ParameterTable& FireGridChannel<T, G>::Parameters() {
+  static const ParameterTable table = [] {
+    ParameterTable rows = ScalarChannelRows(1);
+    const ParameterTable own = {
+        RealRow(2000, "ignition", 1600.0, "K",
+                "how hot the gas has to be before a flame is seen in it"),
+        RealRow(2001, "burn_time", 2.5, "s",
+                "how long a flame stays bright: longer makes taller flames")
+            .AtLeast(0),
+        RealRow(2002, "fade_time", 0.5, "s",
+                "how long its tip takes to die out: longer makes softer tips")
+            .AtLeast(0),
+    };
+    rows.insert(rows.begin() + 3, own.begin(), own.end());
+    return rows;
+  }();
+  return table;
+}
+
+template <class T, class G>
+bool FireGridChannel<T, G>::ReadParameters(void* context) {
+  if (!ScalarGridChannel<T, G>::ReadParameters(context)) return false;
+  mIgnition = this->mInterface.GetReal(2000);
+  mBurnTime = this->mInterface.GetReal(2001);
+  mFadeTime = this->mInterface.GetReal(2002);
+  return true;
+}
+
+template <class T, class G>
+void FireGridChannel<T, G>::CreateEmissionHandler() {
+  this->mEmissionHandler = std::make_unique<FireEmissionHandler<T, G>>(this);
+}
+
+template class FireGridChannel<double, EGrid<double>>;
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,48 @@
+#include "fluids/fields/fuel_grid_channel.h"
+
+#include "fluids/fields/channel_rows.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+template <class T, class G>
+FuelGridChannel<T, G>::FuelGridChannel() {
+  this->mKind = 5;
+}
+
+template <class T, class G>
+FuelGridChannel<T, G>::FuelGridChannel(BaseNode* node, Scene* scene)
+    : ScalarGridChannel<T, G>(node, scene) {
+  this->mKind = 5;
+}
+
+template <class T, class G>
+const ParameterTable& FuelGridChannel<T, G>::Parameters() {
+  static const ParameterTable table = [] {
+    ParameterTable rows = ScalarChannelRows(1);
+    rows.insert(rows.begin() + 3,
+                LongRow(2000, "ignition", 600, "K",
+                        "how hot fuel has to be before it catches fire; 0 burns at once"));
+    return rows;
+  }();
+  return table;
+}
+
+template <class T, class G>
+const ParameterTable& FuelGridChannel<T, G>::ScalarParameters() {
+  static const ParameterTable table = ScalarChannelRows(1);
+  return table;
+}
+
+template <class T, class G>
+bool FuelGridChannel<T, G>::ReadParameters(void* context) {
+  if (!ScalarGridChannel<T, G>::ReadParameters(context)) return false;
+  // A plain scalar has no row for it.
+  mIgnition = this->mInterface.GetLong(2000, 600);
+  return true;
+}
+
+template class FuelGridChannel<double, EGrid<double>>;
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

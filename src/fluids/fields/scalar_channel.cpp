@@ -1,0 +1,183 @@
+#include "fluids/fields/adaptive_container.h"
+#include "fluids/fields/channel.h"
+#include "fluids/fields/channel_copies.h"
+#include "fluids/fields/emission_handlers.h"
+#include "framework/state_archive.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+// ---- ChannelBase_Scalar -------------------------------------------------------------------------
+
+template <class T, class G>
+ChannelBase_Scalar<T, G>::ChannelBase_Scalar(const ChannelBase_Scalar& other)
+    : Channel_Dynamic<T, G>(other),
+      mGrid(CopyOf(other.mGrid)),
+      mValueMin(other.mValueMin),
+      mValueMax(other.mValueMax),
+      mInitial(other.mInitial) {}
+
+template <class T, class G>
+bool ChannelBase_Scalar<T, G>::ReadParameters(void* context) {
+  if (!Channel_Dynamic<T, G>::ReadParameters(context)) return false;
+  mValueMin = this->mInterface.GetReal(1050);
+  mValueMax = std::max(this->mInterface.GetReal(1051), mValueMin + 0.0001);
+  mInitial = this->mInterface.GetReal(1052);
+  return true;
+}
+
+template <class T, class G>
+void ChannelBase_Scalar<T, G>::Assign(const iBase& other) {
+  Channel_Dynamic<T, G>::Assign(other);
+  const auto& channel = static_cast<const ChannelBase_Scalar&>(other);
+  mValueMin = channel.mValueMin;
+  mValueMax = channel.mValueMax;
+  mInitial = channel.mInitial;
+  if (!mGrid || !channel.mGrid) return;
+  mGrid->mRangeMin = channel.mGrid->mRangeMin;
+  mGrid->mRangeMax = channel.mGrid->mRangeMax;
+  mGrid->mActiveMin = channel.mGrid->mActiveMin;
+  mGrid->mActiveMax = channel.mGrid->mActiveMax;
+}
+
+template <class T, class G>
+void ChannelBase_Scalar<T, G>::Reset() {
+  Channel_Dynamic<T, G>::Reset();
+  ResetGrid(mGrid, mInitial);
+}
+
+template <class T, class G>
+void ChannelBase_Scalar<T, G>::Release(bool full) {
+  if (!full) return;
+  Channel_Dynamic<T, G>::Release(true);
+  mGrid.reset();
+}
+
+template <class T, class G>
+void ChannelBase_Scalar<T, G>::ExpandBounds(Vec3d& min, Vec3d& max) {
+  // What the grid holds from the frame before is about to be replaced.
+  if (!this->WidenByCache(min, max)) this->WidenByGrid(mGrid.get(), min, max);
+}
+
+template <class T, class G>
+bool ChannelBase_Scalar<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
+  const GridLayout& domain = this->GetDomain();
+  const ContainerShape shape(domain, min, max);
+  if (!FitContainer(mGrid, domain, shape,
+                    {this->mKind, mValueMin, mValueMax, mInitial, this->ClearsNow()}))
+    return this->Deactivate("its grid does not fit into memory or is thinner than two cells");
+  this->SetFlag(FLAG_ACTIVE, true);
+  return true;
+}
+
+template <class T, class G>
+void ChannelBase_Scalar<T, G>::UpdateRange() {
+  if (mGrid) mGrid->UpdateActive(mValueMin, mValueMax, true);
+}
+
+template <class T, class G>
+void ChannelBase_Scalar<T, G>::Persist(StateArchive& archive) {
+  Channel_Dynamic<T, G>::Persist(archive);
+  archive(mGrid);
+}
+
+template <class T, class G>
+bool ChannelBase_Scalar<T, G>::Allocate(const G* layout, i32 kind, double initial) {
+  mInitial = initial;
+  if (!layout) return this->Deactivate("its grid has no place");
+  this->mKind = kind;
+  if (!mGrid || mGrid->mKind != kind || !mGrid->mLayout.Equals(layout->mLayout)) {
+    mGrid = std::make_unique<G>(layout->mLayout, kind);
+    if (!mGrid->mData) {
+      mGrid.reset();
+      return this->Deactivate("its grid does not fit into memory");
+    }
+  }
+  mGrid->mRangeMin = mValueMin;
+  mGrid->mRangeMax = mValueMax;
+  ResetGrid(mGrid, mInitial);
+  this->SetFlag(FLAG_ACTIVE, true);
+  return true;
+}
+
+template <class T, class G>
+double ChannelBase_Scalar<T, G>::SampleAt(const Vec3d& p) const {
+  return mGrid ? Sample(mGrid->mLayout.ToCells(p), SAMPLE_LINEAR) : 0.0;
+}
+
+template <class T, class G>
+double ChannelBase_Scalar<T, G>::Sample(double x, double y, double z, i32 mode,
+                                        const MonotonicStencil* stencil) const {
+  return SampleGrid(mGrid.get(), {x, y, z}, mode, stencil);
+}
+
+// ---- ScalarGridChannel --------------------------------------------------------------------------
+
+template <class T, class G>
+ScalarGridChannel<T, G>::ScalarGridChannel() {
+  ScalarGridChannel::CreateEmissionHandler();
+}
+
+template <class T, class G>
+ScalarGridChannel<T, G>::ScalarGridChannel(BaseNode* node, Scene* scene)
+    : ChannelBase_Scalar<T, G>(node, scene) {
+  ScalarGridChannel::CreateEmissionHandler();
+}
+
+template <class T, class G>
+ScalarGridChannel<T, G>::ScalarGridChannel(const ScalarGridChannel& other)
+    : ChannelBase_Scalar<T, G>(other), mPrevious(CopyOf(other.mPrevious)) {
+  ScalarGridChannel::CreateEmissionHandler();
+}
+
+template <class T, class G>
+void ScalarGridChannel<T, G>::CreateEmissionHandler() {
+  this->mEmissionHandler = std::make_unique<ScalarEmissionHandler<T, G>>(this);
+}
+
+template <class T, class G>
+void ScalarGridChannel<T, G>::Reset() {
+  ChannelBase_Scalar<T, G>::Reset();
+  ResetGrid(mPrevious, this->mInitial);
+}
+
+template <class T, class G>
+void ScalarGridChannel<T, G>::Release(bool full) {
+  ChannelBase_Scalar<T, G>::Release(full);
+  mPrevious.reset();
+}
+
+template <class T, class G>
+bool ScalarGridChannel<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
+  if (!ChannelBase_Scalar<T, G>::ApplyBounds(min, max)) return false;
+  if (!this->mKeepPrevious) {
+    Release(false);
+  } else if (!FitPrevious(mPrevious, *this->mGrid, this->mInitial)) {
+    return this->Deactivate("its second buffer does not fit into memory");
+  }
+  return true;
+}
+
+template <class T, class G>
+void ScalarGridChannel<T, G>::Persist(StateArchive& archive) {
+  ChannelBase_Scalar<T, G>::Persist(archive);
+  archive(mPrevious);
+}
+
+template <class T, class G>
+void ScalarGridChannel<T, G>::SwapBuffers() {
+  if (mPrevious && this->mGrid && this->mKeepPrevious) this->mGrid->Swap(*mPrevious);
+}
+
+template <class T, class G>
+double ScalarGridChannel<T, G>::SamplePrevious(double x, double y, double z, i32 mode,
+                                               const MonotonicStencil* stencil) const {
+  return SampleGrid(mPrevious.get(), {x, y, z}, mode, stencil);
+}
+
+template class ChannelBase_Scalar<double, EGrid<double>>;
+template class ChannelBase_Scalar<float, EGrid<float>>;
+template class ScalarGridChannel<double, EGrid<double>>;
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,262 @@
+#include "fluids/fields/adaptive_container.h"
+#include "fluids/fields/channel.h"
+#include "fluids/fields/channel_copies.h"
+#include "fluids/fields/channel_rows.h"
+#include "fluids/fields/emission_handlers.h"
+#include "framework/state_archive.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+template <class G>
+Vec3d SampleThree(const std::array<std::unique_ptr<G>, 3>& grids, const Vec3d& c, i32 mode,
+                  const MonotonicStencil* stencil) {
+  if (!grids[2]) return {};
+  return {SampleGrid(grids[0].get(), c, mode, stencil),
+          SampleGrid(grids[1].get(), c, mode, stencil),
+          SampleGrid(grids[2].get(), c, mode, stencil)};
+}
+}  // namespace
+
+// ---- ChannelBase_Vector -------------------------------------------------------------------------
+
+template <class T, class G>
+ChannelBase_Vector<T, G>::ChannelBase_Vector(const ChannelBase_Vector& other)
+    : Channel_Dynamic<T, G>(other),
+      mGrids{CopyOf(other.mGrids[0]), CopyOf(other.mGrids[1]), CopyOf(other.mGrids[2])},
+      mValueMin(other.mValueMin),
+      mValueMax(other.mValueMax),
+      mInitial(other.mInitial) {}
+
+template <class T, class G>
+bool ChannelBase_Vector<T, G>::ReadParameters(void* context) {
+  if (!Channel_Dynamic<T, G>::ReadParameters(context)) return false;
+  mValueMin = this->mInterface.GetVector(1050);
+  mValueMax = this->mInterface.GetVector(1051);
+  mInitial = this->mInterface.GetVector(1052);
+  return true;
+}
+
+template <class T, class G>
+void ChannelBase_Vector<T, G>::Assign(const iBase& other) {
+  Channel_Dynamic<T, G>::Assign(other);
+  const auto& channel = static_cast<const ChannelBase_Vector&>(other);
+  mValueMin = channel.mValueMin;
+  mValueMax = channel.mValueMax;
+  mInitial = channel.mInitial;
+  for (i32 i = 0; i < 3; ++i) {
+    if (!mGrids[i] || !channel.mGrids[i]) return;
+    mGrids[i]->mRangeMin = channel.mGrids[i]->mRangeMin;
+    mGrids[i]->mRangeMax = channel.mGrids[i]->mRangeMax;
+    mGrids[i]->mActiveMin = channel.mGrids[i]->mActiveMin;
+    mGrids[i]->mActiveMax = channel.mGrids[i]->mActiveMax;
+  }
+}
+
+template <class T, class G>
+void ChannelBase_Vector<T, G>::Reset() {
+  Channel_Dynamic<T, G>::Reset();
+  for (i32 i = 0; i < 3; ++i) ResetGrid(mGrids[i], mInitial[i]);
+}
+
+template <class T, class G>
+void ChannelBase_Vector<T, G>::Release(bool full) {
+  if (!full) return;
+  Channel_Dynamic<T, G>::Release(true);
+  for (auto& grid : mGrids) grid.reset();
+}
+
+template <class T, class G>
+void ChannelBase_Vector<T, G>::ExpandBounds(Vec3d& min, Vec3d& max) {
+  if (this->WidenByCache(min, max)) return;
+  for (const auto& grid : mGrids) this->WidenByGrid(grid.get(), min, max);
+}
+
+template <class T, class G>
+bool ChannelBase_Vector<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
+  const GridLayout& domain = this->GetDomain();
+  const ContainerShape shape(domain, min, max);
+  for (i32 i = 0; i < 3; ++i)
+    if (!FitContainer(mGrids[i], domain, shape,
+                      {KindOf(i), mValueMin[i], mValueMax[i], mInitial[i], this->ClearsNow()}))
+      return this->Deactivate("its grids do not fit into memory or are thinner than two cells");
+  this->SetFlag(FLAG_ACTIVE, true);
+  return true;
+}
+
+template <class T, class G>
+void ChannelBase_Vector<T, G>::UpdateRange() {
+  for (i32 i = 0; i < 3 && mGrids[i]; ++i)
+    mGrids[i]->UpdateActive(mValueMin[i], mValueMax[i], true);
+}
+
+template <class T, class G>
+void ChannelBase_Vector<T, G>::Persist(StateArchive& archive) {
+  Channel_Dynamic<T, G>::Persist(archive);
+  archive(mGrids[0], mGrids[1], mGrids[2]);
+}
+
+template <class T, class G>
+void ChannelBase_Vector<T, G>::SetToCoordinates() {
+  for (i32 axis = 0; axis < 3; ++axis) {
+    G* g = mGrids[axis].get();
+    if (!g || !g->mData) return;
+    const double step = g->mLayout.simCell[axis];
+    for (i32 z = 0; z < g->mNz; ++z)
+      for (i32 y = 0; y < g->mNy; ++y)
+        for (i32 x = 0; x < g->mNx; ++x)
+          (*g)(x, y, z) = ((axis == 0 ? x : axis == 1 ? y : z) + 0.5) * step;
+    g->UpdateActive(mValueMin[axis], mValueMax[axis], false);
+  }
+}
+
+template <class T, class G>
+Vec3d ChannelBase_Vector<T, G>::SampleAt(const Vec3d& p) const {
+  return mGrids[0] ? Sample(mGrids[0]->mLayout.ToCells(p), SAMPLE_LINEAR) : Vec3d{};
+}
+
+template <class T, class G>
+Vec3d ChannelBase_Vector<T, G>::Sample(double x, double y, double z, i32 mode,
+                                       const MonotonicStencil* stencil) const {
+  return SampleThree(mGrids, {x, y, z}, mode, stencil);
+}
+
+// ---- VectorGridChannel --------------------------------------------------------------------------
+
+template <class T, class G>
+VectorGridChannel<T, G>::VectorGridChannel() {
+  VectorGridChannel::CreateEmissionHandler();
+}
+
+template <class T, class G>
+VectorGridChannel<T, G>::VectorGridChannel(BaseNode* node, Scene* scene)
+    : ChannelBase_Vector<T, G>(node, scene) {
+  VectorGridChannel::CreateEmissionHandler();
+}
+
+template <class T, class G>
+VectorGridChannel<T, G>::VectorGridChannel(const VectorGridChannel& other)
+    : ChannelBase_Vector<T, G>(other),
+      mPrevious{CopyOf(other.mPrevious[0]), CopyOf(other.mPrevious[1]), CopyOf(other.mPrevious[2])},
+      mTextureCoordinates(other.mTextureCoordinates),
+      mFresh(other.mFresh) {
+  VectorGridChannel::CreateEmissionHandler();
+}
+
+template <class T, class G>
+const ParameterTable& VectorGridChannel<T, G>::Parameters() {
+  static const ParameterTable table = [] {
+    ParameterTable rows = {
+        VectorRow(1050, "value_min", {0, 0, 0}, "",
+                  "no component gets below: a floor for sources and operators"),
+        VectorRow(1051, "value_max", {1, 1, 1}, "",
+                  "no component gets above: a ceiling for sources and operators"),
+        VectorRow(1052, "initial_value", {0, 0, 0}, "",
+                  "what the air holds where nothing has arrived yet"),
+        BoolRow(1053, "texture_coordinates", false,
+                "starts as a map of places, so that a texture is carried along with the smoke"),
+    };
+    for (ParameterRow& row : ChannelRows()) rows.push_back(std::move(row));
+    return rows;
+  }();
+  return table;
+}
+
+template <class T, class G>
+bool VectorGridChannel<T, G>::ReadParameters(void* context) {
+  if (!ChannelBase_Vector<T, G>::ReadParameters(context)) return false;
+  mTextureCoordinates = this->mInterface.GetBool(1053);
+  return true;
+}
+
+template <class T, class G>
+void VectorGridChannel<T, G>::CreateEmissionHandler() {
+  this->mEmissionHandler = std::make_unique<VectorEmissionHandler<T, G>>(this);
+}
+
+template <class T, class G>
+void VectorGridChannel<T, G>::Reset() {
+  ChannelBase_Vector<T, G>::Reset();
+  for (i32 i = 0; i < 3; ++i) ResetGrid(mPrevious[i], this->mInitial[i]);
+  mFresh = true;
+}
+
+template <class T, class G>
+void VectorGridChannel<T, G>::Release(bool full) {
+  ChannelBase_Vector<T, G>::Release(full);
+  for (auto& grid : mPrevious) grid.reset();
+  if (full) mFresh = true;
+}
+
+template <class T, class G>
+bool VectorGridChannel<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
+  if (!ChannelBase_Vector<T, G>::ApplyBounds(min, max)) return false;
+  for (i32 i = 0; i < 3; ++i) {
+    if (!this->mKeepPrevious) {
+      mPrevious[i].reset();
+    } else if (!FitPrevious(mPrevious[i], *this->mGrids[i], this->mInitial[i])) {
+      return this->Deactivate("its second buffer does not fit into memory");
+    }
+  }
+  if (mTextureCoordinates && mFresh) SetToCoordinates();
+  mFresh = false;
+  return true;
+}
+
+template <class T, class G>
+void VectorGridChannel<T, G>::SetToCoordinates() {
+  ChannelBase_Vector<T, G>::SetToCoordinates();
+  for (i32 i = 0; i < 3; ++i)
+    if (mPrevious[i] && this->mGrids[i]) mPrevious[i] = CopyOf(this->mGrids[i]);
+}
+
+template <class T, class G>
+void VectorGridChannel<T, G>::Persist(StateArchive& archive) {
+  ChannelBase_Vector<T, G>::Persist(archive);
+  archive(mPrevious[0], mPrevious[1], mPrevious[2], mFresh);
+}
+
+template <class T, class G>
+void VectorGridChannel<T, G>::SwapBuffers() {
+  if (!this->mKeepPrevious) return;
+  for (i32 i = 0; i < 3; ++i)
+    if (mPrevious[i] && this->mGrids[i]) this->mGrids[i]->Swap(*mPrevious[i]);
+}
+
+template <class T, class G>
+Vec3d VectorGridChannel<T, G>::SamplePrevious(double x, double y, double z, i32 mode,
+                                              const MonotonicStencil* stencil) const {
+  return SampleThree(mPrevious, {x, y, z}, mode, stencil);
+}
+
+// ---- VelocityGridChannel ------------------------------------------------------------------------
+
+template <class T, class G>
+VelocityGridChannel<T, G>::VelocityGridChannel() {
+  this->SetUnbounded();
+}
+
+template <class T, class G>
+VelocityGridChannel<T, G>::VelocityGridChannel(const VelocityGridChannel& other)
+    : VectorGridChannel<T, G>(other) {}
+
+// The components are staggered: a stencil made for one position fits none of them.
+template <class T, class G>
+Vec3d VelocityGridChannel<T, G>::Sample(double x, double y, double z, i32 mode,
+                                        const MonotonicStencil*) const {
+  return SampleThree(this->mGrids, {x, y, z}, mode, nullptr);
+}
+
+template <class T, class G>
+Vec3d VelocityGridChannel<T, G>::SamplePrevious(double x, double y, double z, i32 mode,
+                                                const MonotonicStencil*) const {
+  return SampleThree(this->mPrevious, {x, y, z}, mode, nullptr);
+}
+
+template class ChannelBase_Vector<Vec3d, EGrid<double>>;
+template class VectorGridChannel<Vec3d, EGrid<double>>;
+template class VelocityGridChannel<Vec3d, EGrid<double>>;
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

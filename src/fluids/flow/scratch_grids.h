@@ -1,0 +1,51 @@
+// Work grids that a solver's operators share.
+#pragma once
+#include <array>
+#include <memory>
+
+#include "grids/egrid.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Work grids of a layout for whoever runs now: their content lasts from the start of an
+/// operator's run to its end. Kept from step to step, so that a steady state allocates nothing.
+class ScratchGrids {
+ public:
+  static constexpr i32 kSlots = 4;
+
+  ScratchGrids() = default;
+  ScratchGrids(const ScratchGrids&) {}
+
+  /// Work grid `slot`, below `kSlots`, with the samples of `kind` over `cells`; holds anything.
+  /// Null when the memory isn't there.
+  Grid<double>* Get(i32 slot, const VecInt3D& cells, i32 kind) {
+    if (mCells != cells) {
+      Release();
+      mCells = cells;
+    }
+    std::unique_ptr<Work>& work = mGrids[slot];
+    if (!work) work = std::make_unique<Work>(cells);
+    if (!work->mData) return work.reset(), nullptr;
+    work->Shape(cells + ExtraOf(kind), kind);
+    return work.get();
+  }
+  void Release() {
+    for (auto& grid : mGrids) grid.reset();
+  }
+
+ private:
+  /// Room for the largest kind; the shape in front of it changes from use to use.
+  struct Work : Grid<double> {
+    explicit Work(const VecInt3D& cells) : Grid<double>(cells + ExtraOf(kNode), kNode) {}
+    void Shape(const VecInt3D& dims, i32 kind) {
+      mKind = kind;
+      mNx = dims.x, mNy = dims.y, mNz = dims.z;
+      mSlice = dims.x * dims.y;
+      mCount = mSlice * dims.z;
+    }
+  };
+  VecInt3D mCells{};
+  std::array<std::unique_ptr<Work>, kSlots> mGrids;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

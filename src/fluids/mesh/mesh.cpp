@@ -1,0 +1,289 @@
+#include "fluids/mesh/mesh.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "fluids/mesh/mesh_converter.h"
+#include "framework/scene.h"
+#include "framework/state_archive.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+bool HasVolume(const Matrix& m) { return Dot(m.v1, Cross(m.v2, m.v3)) != 0; }
+bool SameAxes(const Matrix& a, const Matrix& b) {
+  return a.v1 == b.v1 && a.v2 == b.v2 && a.v3 == b.v3;
+}
+/// Numbers that no mesh had before, so that a new mesh in the memory of an old one isn't taken for
+/// it. Called on pipeline threads only; only equality of the numbers is ever asked.
+u32 NextRevision() {
+  static std::atomic<u32> last{0};
+  return ++last;
+}
+/// A number for the bits of all coordinates: FNV-1a by words, with the high bits folded down.
+u64 DigestOf(const std::vector<Vec3d>& vertices) {
+  u64 digest = 14695981039346656037u;
+  for (const Vec3d& v : vertices)
+    for (const double c : {v.x, v.y, v.z}) {
+      u64 bits;
+      std::memcpy(&bits, &c, sizeof bits);
+      digest = (digest ^ bits) * 1099511628211u;
+      digest ^= digest >> 32;
+    }
+  return digest;
+}
+}  // namespace
+
+const ParameterTable& Mesh::Parameters() {
+  static const ParameterTable table = {
+      LinkRow(1000, "object", "the geometry that comes into the simulation", {kMeshObject}),
+      BoolRow(1004, "vertex_velocities", false,
+              "a shape that deforms pushes the gas with each of its parts"),
+      RealRow(1005, "body_linear_value", 10.0, "", "of the rigid body; no effect without one"),
+      RealRow(1007, "body_angular_value", 10.0, "",
+              "of the rigid body's turning; no effect without one"),
+      LongRow(10002, "priority", -10, "",
+              "added to the class's place in its stage: lower runs earlier")
+          .Missing(0),
+  };
+  return table;
+}
+
+Mesh::Mesh(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mStageMask |= StageBit(kVolumes);
+  mPriority = -5;
+}
+
+void Mesh::GetCategories(u32& mask) const {
+  mask |= kCategoryMesh;
+  if (mTagPresent) mask |= kCategoryActiveVolume;
+}
+
+bool Mesh::ReadParameters(void* context) {
+  mPriority = 0;
+  if (!iObject::ReadParameters(context)) return false;
+  mVertexVelocities = mInterface.GetBool(1004);
+  return true;
+}
+
+bool Mesh::ResolveLinks() {
+  if (!iObject::ResolveLinks()) return false;
+  mTagOwner = nullptr;
+  mObject =
+      dynamic_cast<PolygonObject*>(mIsMember ? mSource.Resolve() : mInterface.GetObjectLink(1000));
+  const NodeId id = mObject ? mObject->Id() : 0;
+  if (id != mObjectId) {
+    mHasHistory = false;
+    mMatrixCache.Clear();
+  }
+  mObjectId = id;
+  return mObject != nullptr;
+}
+
+bool Mesh::AfterLinks() {
+  mTagPresent =
+      (mObject && mObject->Tag(kObstacleTag)) || (mTagOwner && mTagOwner->Tag(kObstacleTag));
+  ReadTag();
+  return true;
+}
+
+void Mesh::ReadTag() {
+  BaseNode* tag = mObject ? mObject->Tag(kObstacleTag) : nullptr;
+  if (!tag && mTagOwner) tag = mTagOwner->Tag(kObstacleTag);
+  const InterfaceHandler values(tag);
+  mReplays = values.GetBool(2036, false) && values.GetBool(2040, false);
+  mBakeOffset = mReplays ? values.GetReal(2041, 0) : 0;
+}
+
+Matrix Mesh::WantedMatrix() const {
+  const Matrix now = mObject->GlobalMatrix();
+  if (!mReplays) return now;
+  const std::optional<LMatrix> stored = mMatrixCache.At(mScene->mClock.frame + mBakeOffset);
+  return stored ? stored->matrix : now;
+}
+
+void Mesh::SetTagOwner(BaseNode* owner) {
+  if (owner) mTagOwner = owner;
+  AfterLinks();
+}
+
+bool Mesh::HasObjectChanged() const {
+  return WantedMatrix() != mMatrix || mObject->PointDirty() != mPointDirty ||
+         mObject->PolygonDirty() != mPolygonDirty || GetDomain().worldToSim != mWorldToSim;
+}
+
+void Mesh::CheckDirty() {
+  if (Has(FLAG_DIRTY_CHECKED)) return;
+  iObject::CheckDirty();
+  if (!Has(FLAG_ENABLED)) return;
+  if (mObject && mReplays) mMatrixCache.Store(mScene->mClock.frame, {mObject->GlobalMatrix()});
+  if (!mObject) {
+    if (HasTriangles()) Reset();
+    Deactivate("it links no polygon object; name one under 'object'");
+  } else if (!mHasHistory || mSettling || mAltered || HasObjectChanged()) {
+    SetFlag(FLAG_DIRTY, true);
+  }
+}
+
+bool Mesh::IsDirty() const {
+  return Has(FLAG_DIRTY) && (!mTime || mTime->substep < 2 || Has(FLAG_MOVED));
+}
+
+void Mesh::Reset() {
+  SetFlag(FLAG_ACTIVE, false);
+  mMesh.Clear();
+  mPreviousMesh.Clear();
+  mLinearVelocity = mAngularVelocity = {};
+  mHasHistory = mSettling = mAltered = false;
+  mRevision = NextRevision();
+}
+
+void Mesh::Release(bool full) {
+  iObject::Release(full);
+  if (full) Reset();
+}
+
+void Mesh::Persist(StateArchive& archive) {
+  iObject::Persist(archive);
+  mMesh.Persist(archive);
+  archive(mObjectId, mPointDirty, mPolygonDirty, mMatrix, mMatrixBefore, mWorldToSim,
+          mLinearVelocity, mAngularVelocity, mTagPresent, mHasHistory, mSettling, mAltered,
+          mMatrixCache);
+  if (mAltered) mPreviousMesh.Persist(archive);
+  if (!archive.IsLoading()) return;
+  if (!mAltered) mPreviousMesh.Assign(mMesh);
+  mRevision = NextRevision();
+  mAlteredRevision = NextRevision();
+  mAlteredShapes.clear();
+}
+
+// ---- conversion -------------------------------------------------------------------------------
+
+i32 Mesh::ConvertHostObject() {
+  if (!mObject) return 0;
+  const Geometry& geometry = mObject->GetGeometry();
+  if (geometry.points.empty() || geometry.polygons.empty()) return 0;
+  const bool polygonsChanged = !mHasHistory || mPolygonDirty != mObject->PolygonDirty();
+  mPointDirty = mObject->PointDirty();
+  mPolygonDirty = mObject->PolygonDirty();
+  MeshConverter_HostToSTL converter(*mObject, mMatrix, mWorldToSim, polygonsChanged, mMesh);
+  // Waking a worker costs more than a few thousand points.
+  constexpr std::size_t pointsPerWorker = 8192;
+  converter.Convert(static_cast<i32>(
+      std::min<std::size_t>(geometry.points.size() / pointsPerWorker + 1, mScene->mThreadCount)));
+  if (converter.HasChanged()) {
+    mRevision = NextRevision();
+    mAlteredShapes.clear();
+  }
+  return converter.HaveCountsChanged() ? 2 : 1;
+}
+
+// ---- motion -----------------------------------------------------------------------------------
+
+bool Mesh::IsNextFrame() const {
+  const FrameClock& clock = mScene->mClock;
+  return (mScene->mFlags & Scene::kTimeChanged) && clock.frame == clock.lastFrame + 1;
+}
+
+void Mesh::UpdateMotion(const Vec3d& centreBefore, bool pointsChanged) {
+  const Vec3d centre = mMesh.GetBoundsCentre();
+  mLinearVelocity = centre - centreBefore;
+  mAngularVelocity = {};
+  if (SameAxes(mMatrix, mMatrixBefore) || !HasVolume(mMatrix) || !HasVolume(mMatrixBefore)) return;
+  mAngularVelocity = RotationVector(mMatrixBefore, mMatrix);
+  if (pointsChanged) return;
+  // The box of a turning shape changes, so its centre isn't a point of the shape: what moves is the
+  // material that is at the centre now.
+  const Vec3d material = Inverse(mMatrix) * (centre / mWorldToSim);
+  mLinearVelocity = centre - (mMatrixBefore * material) * mWorldToSim;
+}
+
+void Mesh::UpdateVertexVelocities(bool isStep) {
+  std::vector<Vec3d>& velocity = mMesh.mColumns.velocity;
+  velocity.clear();
+  if (!mVertexVelocities) return;
+  velocity.assign(mMesh.GetVertexCount(), {});
+  if (!isStep || mPreviousMesh.GetVertexCount() != mMesh.GetVertexCount() ||
+      mPreviousMesh.GetTriangleCount() != mMesh.GetTriangleCount() || !(mTime->stepDuration > 0))
+    return;
+  const double rate = StepShare() / mTime->stepDuration;
+  const std::vector<Vec3d>&now = mMesh.GetVertices(), &before = mPreviousMesh.GetVertices();
+  for (std::size_t i = 0; i < now.size(); ++i) velocity[i] = (now[i] - before[i]) * rate;
+}
+
+void Mesh::Prepare(void*) {
+  if (!IsDirty()) return;
+  if (!mObject) {
+    Deactivate("it links no polygon object; name one under 'object'");
+    return;
+  }
+  UndoAlteration();
+  const bool moved = !mHasHistory || HasObjectChanged();
+  const bool pointsChanged = mPointDirty != mObject->PointDirty();
+  const Vec3d centreBefore = mMesh.GetBoundsCentre();
+  if (moved) {
+    mMatrixBefore = mMatrix;
+    mMatrix = WantedMatrix();
+    mWorldToSim = GetDomain().worldToSim;
+    if (ConvertHostObject() == 0) {
+      Reset();
+      Deactivate("its object has no polygons");
+      return;
+    }
+  }
+  const bool isStep = moved && mHasHistory && mTime->elapsed > 0 && IsNextFrame();
+  if (isStep) {
+    UpdateMotion(centreBefore, pointsChanged);
+  } else {
+    mLinearVelocity = mAngularVelocity = {};
+  }
+  UpdateVertexVelocities(isStep);
+  if (moved) mPreviousMesh.Assign(mMesh);
+  mSettling = moved && mHasHistory;
+  mHasHistory = true;
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void Mesh::MarkAltered() {
+  mAltered = true;
+  UpdateBounds();
+  const u64 digest = DigestOf(mMesh.GetVertices());
+  const auto known = std::find_if(mAlteredShapes.begin(), mAlteredShapes.end(),
+                                  [&](const auto& shape) { return shape.first == digest; });
+  if (known != mAlteredShapes.end()) {
+    mAlteredRevision = known->second;
+    return;
+  }
+  // Operators that change with time would fill the list.
+  if (mAlteredShapes.size() == 16) mAlteredShapes.erase(mAlteredShapes.begin());
+  mAlteredRevision = NextRevision();
+  mAlteredShapes.emplace_back(digest, mAlteredRevision);
+}
+
+void Mesh::UndoAlteration() {
+  if (!mAltered) return;
+  mAltered = false;
+  mMesh.GetVertices() = mPreviousMesh.GetVertices();
+  mMesh.mColumns.normal = mPreviousMesh.mColumns.normal;
+  UpdateBounds();
+}
+
+void Mesh::GetVelocities(Vec3d& linear, Vec3d& angular) const {
+  const double share = StepShare();
+  linear = mLinearVelocity * share;
+  angular = mAngularVelocity * share;
+}
+
+void Mesh::GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const {
+  GetVelocities(linear, angular);
+  cross = Cross(angular, point - mMesh.GetBoundsCentre());
+}
+
+void Mesh::GetVelocityAt(Vec3d& out, const Vec3d& point) const {
+  out = (mLinearVelocity + Cross(mAngularVelocity, point - mMesh.GetBoundsCentre())) * StepShare();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,122 @@
+// Host polygons in the simulation.
+#pragma once
+#include "fluids/mesh/matrix_cache.h"
+#include "fluids/mesh/tri_mesh.h"
+#include "framework/iobject.h"
+#include "host/polygon_object.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A triangle copy of a host polygon object in simulation space; it follows the object's animation
+/// and knows its motion.
+///
+/// The document moves once a frame, so the copy takes its new place in the first substep of a frame
+/// and rests there in the others. The motion is spread over the whole frame: in each substep the
+/// velocities are that substep's share of it, and motion / `stepDuration` is the object's speed
+/// however a frame is cut.
+///
+/// With the obstacle tag's `baked` and `follow_bake` it replays the placements that the object had
+/// in the frames that were run: in each frame that of `bake_offset` frames later, mixed between two
+/// frames, and at the ends of what is stored the first or last one.
+class Mesh : public iObject {
+ public:
+  Mesh() = default;
+  Mesh(host::BaseNode* node, Scene* scene);
+  Mesh(const Mesh&) = default;
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeMesh; }
+  i32 GetListIndex() const override { return kListGeometry; }
+  void GetCategories(u32& mask) const override;
+  bool IsSequential() const override { return true; }
+  bool RunsOnRefresh() const override { return true; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  bool AfterLinks() override;
+  void CheckDirty() override;
+  bool IsDirty() const override;
+  void Reset() override;
+  void Release(bool full) override;
+  void Prepare(void* context = nullptr) override;
+  void Persist(StateArchive& archive) override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Mesh>(*this); }
+
+  /// Brings the host's polygons into the record: 0 nothing could be read, 1 read, 2 the counts
+  /// changed.
+  virtual i32 ConvertHostObject();
+  virtual void UpdateBounds() { mMesh.UpdateBounds(); }
+
+  void GetCentre(Vec3d& out) const { out = mMesh.GetBoundsCentre(); }
+  /// Motion in the present substep at a point: linear + angular x (point - centre). Simulation
+  /// units per step, not scaled by transfer factors.
+  void GetVelocityAt(Vec3d& out, const Vec3d& point) const;
+  /// Motion in the present substep: simulation units, and axis times angle in radians. Scaled by
+  /// the rigid body's transfer factors, which are 1 without a body.
+  void GetVelocities(Vec3d& linear, Vec3d& angular) const;
+  /// The same with angular x (point - centre) as `cross`.
+  void GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const;
+  /// A mesh without a rigid body is none of the three.
+  bool IsDynamic() const { return false; }
+  bool IsKinematic() const { return false; }
+  bool IsStatic() const { return false; }
+  double GetDensity() const { return 1.0; }
+  double GetMass() const { return 1.0; }
+
+  /// Makes the mesh a member of a group: it reads `source` in place of the linked object.
+  void SetSource(host::BaseNode* source, i32 index) {
+    mSource = host::BaseLink(source);
+    mMemberIndex = index;
+    mIsMember = true;
+  }
+  /// An operator moved vertices or normals of the record. The box follows; the next `Prepare`
+  /// starts from the host's shape again.
+  void MarkAltered();
+  bool HasTag() const { return mTagPresent; }
+
+  /// Told by each volume over this mesh: its node if that carries the obstacle tag, else null.
+  void SetTagOwner(host::BaseNode* owner);
+  /// Ready for use: the record holds triangles.
+  bool HasTriangles() const { return mMesh.GetTriangleCount() > 0; }
+  /// Another number for other vertices or triangles, of the host's shape or as operators altered
+  /// it; no two meshes share one.
+  u32 Revision() const { return mAltered ? mAlteredRevision : mRevision; }
+
+  TriMeshSTL mMesh;
+  TriMeshSTL mPreviousMesh;  ///< state of the step before, then the host's shape of this one
+
+ private:
+  bool HasObjectChanged() const;
+  bool IsNextFrame() const;
+  void UndoAlteration();
+  void ReadTag();
+  Matrix WantedMatrix() const;
+  void UpdateMotion(const Vec3d& centreBefore, bool pointsChanged);
+  void UpdateVertexVelocities(bool isStep);
+  double StepShare() const { return mTime ? mTime->stepFraction : 1.0; }
+
+  host::PolygonObject* mObject = nullptr;
+  host::NodeId mObjectId = 0;
+  host::BaseLink mSource;  ///< of a member of a group
+  bool mIsMember = false;
+  bool mAltered = false;
+  host::BaseNode* mTagOwner = nullptr;
+  u32 mPointDirty = 0;
+  u32 mPolygonDirty = 0;
+  Matrix mMatrix, mMatrixBefore;
+  Vec3d mWorldToSim{};
+  bool mVertexVelocities = false;
+  Vec3d mLinearVelocity{};   ///< simulation units per frame
+  Vec3d mAngularVelocity{};  ///< axis times angle per frame
+  bool mTagPresent = false;
+  bool mHasHistory = false;  ///< a state of the step before exists
+  bool mSettling = false;    ///< moved in the last step: velocities go to zero in the next one
+  u32 mRevision = 0;
+  u32 mAlteredRevision = 0;
+  /// Digests of the altered vertices since the host's shape changed, with their revisions.
+  std::vector<std::pair<u64, u32>> mAlteredShapes;
+  iRamCache<LMatrix> mMatrixCache;  ///< placements of the object by frame of the document
+  bool mReplays = false;
+  double mBakeOffset = 0;  ///< frames
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

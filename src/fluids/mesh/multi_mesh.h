@@ -1,0 +1,58 @@
+// Groups of meshes.
+#pragma once
+#include <map>
+#include <memory>
+#include <utility>
+
+#include "fluids/mesh/mesh.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// One node for many host objects: it keeps a mesh for each polygon object of its list.
+class MultiMesh : public iObject {
+ public:
+  MultiMesh() = default;
+  MultiMesh(host::BaseNode* node, Scene* scene);
+  /// A copy has the node, not the meshes: it makes its own in `ResolveLinks`.
+  MultiMesh(const MultiMesh& other) : iObject(other) {}
+
+  static const host::ParameterTable& Parameters();
+  i32 GetTypeId() const override { return kTypeMultiMesh; }
+  i32 GetListIndex() const override { return kListGeometry; }
+  /// An obstacle when its node or any of its objects carries the tag.
+  void GetCategories(u32& mask) const override;
+  bool IsSequential() const override { return true; }
+  bool RunsOnRefresh() const override { return true; }
+  bool ReadParameters(void* context = nullptr) override;
+  bool ResolveLinks() override;
+  bool AfterLinks() override;
+  void SetMoved(bool moved) override;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  bool IsDirty() const override;
+  void Reset() override;
+  void Release(bool full) override;
+  void Persist(StateArchive& archive) override;
+  void Prepare(void* context = nullptr) override;
+  void Begin(void* context = nullptr) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  std::unique_ptr<iBase> Clone() const override { return std::make_unique<MultiMesh>(*this); }
+
+  i32 GetSubMeshCount() const { return static_cast<i32>(mMeshes.size()); }
+  /// The mesh at that place of the group; an index below 1 gives the first, one beyond the count
+  /// null.
+  Mesh* GetSubMesh(i32 index) const;
+
+ private:
+  /// By creation number of the host object, then by the index of the clone (-1 for the object).
+  using Key = std::pair<host::NodeId, i32>;
+  std::map<Key, std::unique_ptr<Mesh>> mMeshes;
+  bool mListChanged = false;  ///< meshes came or went when the links were fetched
+};
+
+/// The meshes that an object of the mesh category stands for: a mesh itself, or those of a group in
+/// its order.
+void CollectMeshes(iBase* object, std::vector<Mesh*>& out);
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,48 @@
+// What the solvers by conjugate gradients share, whatever leads them.
+#pragma once
+#include <vector>
+
+#include "fluids/pressure/lattice_solver.h"
+#include "grids/fixed_blocks.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Conjugate gradients on a lattice without their preconditioner: `kRhs` holds the residual r,
+/// `kS` the direction s and `kZ` what comes of it. Sums run layer by layer, so that they don't
+/// depend on the number of workers.
+class ConjugateGradients : public LatticeSolver {
+ public:
+  void Release(bool full) override;
+
+  double mResidual = 0;  ///< of the last solve, relative to the largest right-hand side
+
+ protected:
+  enum CommonArray { kZ = kFirstOwn, kS, kFirstOfMethod };
+
+  explicit ConjugateGradients(i32 arrays) : LatticeSolver(arrays) {}
+
+  /// As `PrepareSystem`, with room for the sums of the layers.
+  bool PrepareIteration();
+  /// r in rows without entries, z, s and the arrays of the method become 0; returns the largest
+  /// |r|.
+  double StartResidual();
+  /// z = A s; returns s . z.
+  double Multiply();
+  /// f(first cell, cells, partial of the layer) for every line with rows; the partials start at 0.
+  template <class F>
+  void ForEachLine(F&& f) {
+    ForEachBlock(std::max(0, mDims.z - 2), mThreads, [&](i32 block) {
+      const i32 z = block + 1;
+      double& partial = mPartials[z];
+      partial = 0;
+      for (i32 y = 1; y < mDims.y - 1; ++y) {
+        const LatticeMatrix::Line& line = mMatrix.LineAt(y, z);
+        if (!line.IsEmpty()) f(line.base + line.first, line.last - line.first, partial);
+      }
+    });
+  }
+
+  std::vector<double> mPartials;  ///< one per layer
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,318 @@
+#include "fluids/pressure/grid_incompressibility.h"
+
+#include <cmath>
+#include <utility>
+
+#include "fluids/pressure/projection_kernels.h"
+#include "fluids/solvers/fluid_solver.h"
+#include "fluids/volume/volume_base.h"
+#include "framework/scene.h"
+#include "framework/state_archive.h"
+#include "grids/fixed_blocks.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+Grid_Incompressibility::Grid_Incompressibility(const Grid_Incompressibility& other)
+    : iObject(other),
+      mCompatibility(other.mCompatibility),
+      mLinearSolver(other.mLinearSolver),
+      mDensity(other.mDensity) {
+  mCG.mAccuracy = other.mCG.mAccuracy;
+  mCG.mModification = other.mCG.mModification;
+  mCG.mMinDiagonalRatio = other.mCG.mMinDiagonalRatio;
+  mGauss.mAccuracy = other.mGauss.mAccuracy;
+  mMultigrid.mAccuracy = other.mMultigrid.mAccuracy;
+}
+
+LatticeSolver& Grid_Incompressibility::Used() {
+  return *LinearSolvers()[std::clamp(mLinearSolver, 0, 2)];
+}
+
+i32 Grid_Incompressibility::Threads() const {
+  return mScene ? mScene->mThreadCount : host::ThreadCount();
+}
+
+bool Grid_Incompressibility::ReadParameters(void* context) {
+  if (!iObject::ReadParameters(context)) return false;
+  mLinearSolver = mInterface.GetLong(1020);
+  mDensity = mInterface.GetReal(1001);
+  mCompatibility = mInterface.GetBool(1309);
+  mMinTheta = 0.01;
+  for (LatticeSolver* solver : LinearSolvers()) {
+    if (solver->Node() != Node()) solver->Rebind(Node(), mScene);
+    solver->ReadParameters();
+    solver->SetFlag(FLAG_ENABLED, true);
+  }
+  return true;
+}
+
+bool Grid_Incompressibility::ResolveLinks() {
+  if (!iObject::ResolveLinks() || !mSolver) return false;
+  mDuration = dynamic_cast<Duration*>(
+      mScene->FindObject(mInterface.GetLink(1307), kListAuxiliary, kBitAny, kBitAny));
+  mDensityChannel = dynamic_cast<ScalarField*>(
+      mScene->FindObject(mInterface.GetLink(1000), kListChannels, kBitScalar, kBitAny));
+  CollectObstacles(*mScene, mBodies);
+  std::erase_if(mBodies, [](const VolumeBase* body) {
+    return body->GetMesh() && body->GetMesh()->IsStatic();
+  });
+  return !mBodies.empty();
+}
+
+void Grid_Incompressibility::ClearLinks() {
+  mSolver = nullptr;
+  mDensityChannel = nullptr;
+  mDuration = nullptr;
+  mBodies.clear();
+  for (LatticeSolver* solver : LinearSolvers()) solver->Release(false);
+  iObject::ClearLinks();
+}
+
+void Grid_Incompressibility::Reset() {
+  for (LatticeSolver* solver : LinearSolvers()) solver->Reset();
+  mReports.clear();
+  mDivergenceMax = 0;
+}
+
+void Grid_Incompressibility::Release(bool full) {
+  if (full) iObject::Release(full);
+  for (LatticeSolver* solver : LinearSolvers()) solver->Release(full);
+}
+
+bool Grid_Incompressibility::NextPass() {
+  if (mPass == kSolve && mLinearSolver == 1 && Has(FLAG_ACTIVE)) {
+    if (mGauss.NextPass()) return true;
+    mReports.push_back({mGauss.mIterations, mGauss.MeasureResidual()});
+  }
+  bool more = iObject::NextPass();
+  if (mPass == kShift) {
+    if (mCompatibility)
+      ComputeMeanShift();
+    else
+      more = iObject::NextPass();
+  }
+  return more;
+}
+
+bool Grid_Incompressibility::GatherFields(ProjectionFields& fields) const {
+  if (!mSolver) return false;
+  const Grid_VolumeFractions& fractions = mSolver->mFractions;
+  for (i32 axis = 0; axis < 3; ++axis) {
+    fields.velocity[axis] = mSolver->mVelocity.GetGrid(axis);
+    fields.open[axis] = fractions.HasField(axis, 1) ? fractions.GetRead(axis, 1) : nullptr;
+    if (!fields.velocity[axis] || !fields.open[axis]) return false;
+  }
+  fields.openCell = fractions.HasField(0, 0) ? fractions.GetRead(0, 0) : nullptr;
+  fields.source = mSolver->mDivergence.GetGrid(0);
+  fields.density = mDensityChannel ? mDensityChannel->GetGrid(0) : nullptr;
+  fields.dt = mTime ? mTime->stepDuration : 0;
+  return fields.openCell && fields.dt > 0;
+}
+
+void Grid_Incompressibility::GatherMovingBodies(std::vector<MovingBody>& bodies) const {
+  for (const VolumeBase* body : mBodies) {
+    const Mesh* mesh = body->GetMesh();
+    if (!body->Has(FLAG_ENABLED) || !mesh || !body->HasGridData()) continue;
+    MovingBody moving{body, {}, {}, {}};
+    mesh->GetCentre(moving.centre);
+    mesh->GetVelocities(moving.linear, moving.angular);
+    if (moving.linear == Vec3d{} && moving.angular == Vec3d{}) continue;
+    moving.linear = moving.linear / mFields.dt;
+    moving.angular = moving.angular / mFields.dt;
+    bodies.push_back(moving);
+  }
+}
+
+bool Grid_Incompressibility::PrepareSystem() {
+  mFields = {};
+  mMoving.clear();
+  if (!GatherFields(mFields)) return Deactivate("it has no velocity or no face fractions");
+  const GridLayout& layout = mFields.velocity[0]->mLayout;
+  mCells = layout.dims;
+  mCellSize = layout.cellSize;
+  if (mFields.density && mFields.density->Dims() != mCells) mFields.density = nullptr;
+  if (mFields.source && mFields.source->Dims() != mCells) mFields.source = nullptr;
+  GatherMovingBodies(mMoving);
+  mLayerSums.assign(mCells.z, {});
+  mCoupling.resize(mCells.z);
+  for (auto& layer : mCoupling) layer.clear();
+  mShift = 0;
+  LatticeSolver* used = &Used();
+  for (LatticeSolver* solver : LinearSolvers())
+    if (solver != used) solver->Release(true);
+  used->mDims = mCells;
+  used->mThreads = Threads();
+  used->mOwner = this;
+  used->Prepare();
+  if (!used->Has(FLAG_ACTIVE)) return Deactivate(used->mInactiveReason);
+  SetFlag(FLAG_ACTIVE, true);
+  return true;
+}
+
+void Grid_Incompressibility::Prepare(void*) {
+  double weight = 1;
+  if (mDuration && mDuration->Has(FLAG_ENABLED) && mTime &&
+      !mDuration->Weight(mTime->elapsed, weight)) {
+    Deactivate("its duration is over");
+    return;
+  }
+  if (mPass == kCouple) PrepareSystem();
+  if (mPass == kSolve && Has(FLAG_ACTIVE)) Solve();
+}
+
+void Grid_Incompressibility::Solve() {
+  if (mLinearSolver == 1) {
+    mGauss.Sweep();
+    return;
+  }
+  if (mLinearSolver == 2) {
+    mMultigrid.Solve();
+    mReports.push_back({mMultigrid.mIterations, mMultigrid.mResidual});
+    return;
+  }
+  mCG.Solve();
+  mReports.push_back({mCG.mIterations, mCG.mResidual});
+}
+
+void Grid_Incompressibility::Evaluate(const EvaluationThreadData& block) {
+  if (!Has(FLAG_ACTIVE)) return;
+  switch (mPass) {
+    case kCouple:
+      if (!mMoving.empty()) AddBodyCoupling(block);
+      break;
+    case kBuild: BuildSystem(block); break;
+    case kShift: ApplyMeanShift(block); break;
+    case kUpdate: SubtractGradient(block); break;
+    default: break;
+  }
+}
+
+void Grid_Incompressibility::Persist(StateArchive& archive) {
+  iObject::Persist(archive);
+  archive(mDivergenceMax);  // of the last projection, which may lie frames back
+}
+
+void Grid_Incompressibility::Finish() {
+  if (mPass != kUpdate || !Has(FLAG_ACTIVE)) return;
+  MeasureDivergence();
+  mFields = {};
+}
+
+std::span<const double> Grid_Incompressibility::GetPressure() const { return Used().GetResult(); }
+
+std::vector<ProjectionReport> Grid_Incompressibility::TakeReports() {
+  return std::exchange(mReports, {});
+}
+
+void Grid_Incompressibility::ComputeMeanShift() {
+  LayerSum all;
+  for (const LayerSum& layer : mLayerSums) {
+    all.sum += layer.sum;
+    all.count += layer.count;
+  }
+  mShift = all.sum != 0 && all.count > 0 ? -all.sum / all.count : 0.0;
+}
+
+void Grid_Incompressibility::ApplyMeanShift(const EvaluationThreadData& block) {
+  if (mShift == 0) return;
+  const CellBox box = Clip(block.Box(), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
+  const double* diagonal = Used().GetMatrix().Diagonal();
+  const std::span<double> rhs = Used().GetRhs();
+  const i32 nx = mCells.x, slice = mCells.x * mCells.y;
+  ForEachCell(box, [&, shift = mShift](i32 x, i32 y, i32 z) {
+    const i32 c = z * slice + y * nx + x;
+    if (diagonal[c] != 0) rhs[c] += shift;
+  });
+}
+
+void Grid_Incompressibility::BuildSystem(const EvaluationThreadData& block) {
+  const CellBox box = Clip(block.Box(), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
+  const double c = mFields.dt / (mCellSize * mCellSize);
+  const auto coefficient = [&](auto face) {
+    for (i32 z = box.min.z; z < box.max.z; ++z) {
+      LayerSum& layer = mLayerSums[z];
+      for (i32 y = box.min.y; y < box.max.y; ++y) {
+        const CellLine line(mFields, y, z);
+        BuildLine(line, face, 1.0 / mCellSize, Used().GetMatrix(), Used().GetRhs(), box.min.x,
+                  box.max.x, layer.sum, layer.count);
+      }
+    }
+  };
+  if (mFields.density)
+    coefficient(VariableDensity{c, mFields.density->mData});
+  else
+    coefficient(ConstantDensity{c / mDensity});
+}
+
+void Grid_Incompressibility::SubtractGradient(const EvaluationThreadData& block) {
+  const double g = mFields.dt / mCellSize;
+  const std::span<const double> p = GetPressure();
+  const auto update = [&](auto face) {
+    for (i32 axis = 0; axis < 3; ++axis) {
+      // Faces below the cells of the block that have a cell on both sides.
+      VecInt3D low{0, 0, 0}, high = mCells - VecInt3D{1, 1, 1};
+      low[axis] = 1;
+      high[axis] = mCells[axis];
+      if (mCells[axis] < 3) continue;
+      const CellBox box = Clip(block.Box(), low, high);
+      for (i32 z = box.min.z; z < box.max.z; ++z)
+        for (i32 y = box.min.y; y < box.max.y; ++y)
+          UpdateLine(*mFields.velocity[axis], *mFields.open[axis], p.data(), mCells, axis, face,
+                     box.min.x, box.max.x, y, z);
+    }
+  };
+  if (mFields.density)
+    update(VariableDensity{g, mFields.density->mData});
+  else
+    update(ConstantDensity{g / mDensity});
+}
+
+void Grid_Incompressibility::AddBodyCoupling(const EvaluationThreadData& block) {
+  const CellBox box = Clip(block.Box(), {1, 1, 1}, mCells - VecInt3D{2, 2, 2});
+  const GridLayout& layout = mFields.velocity[0]->mLayout;
+  const double h = mCellSize;
+  const std::span<double> rhs = Used().GetRhs();
+  for (i32 z = box.min.z; z < box.max.z; ++z) {
+    if (IsCancelled()) return;
+    for (i32 y = box.min.y; y < box.max.y; ++y) {
+      const CellLine line(mFields, y, z);
+      for (i32 x = box.min.x; x < box.max.x; ++x) {
+        // The solid fractions of opposite faces: equal ones, most by far, cost no distance.
+        const Vec3d jacobian = line.SolidGradient(x, h);
+        if (jacobian == Vec3d{}) continue;
+        const Vec3d corner = layout.simOrigin + ToReal(VecInt3D{x, y, z}) * layout.simCell;
+        const Vec3d centre = corner + layout.simCell * 0.5;
+        double b = 0;
+        for (const MovingBody& body : mMoving) {
+          if (!(body.volume->DistanceAtWorld(centre) < h)) continue;
+          const Vec3d turn = Cross(corner - body.centre, jacobian);
+          b -= Dot(jacobian, body.linear) + Dot(turn, body.angular);
+        }
+        if (b == 0) continue;
+        rhs[line.cell + x] += b;
+        mCoupling[z].push_back({line.cell + x, b});
+      }
+    }
+  }
+}
+
+void Grid_Incompressibility::MeasureDivergence() {
+  mDivergenceMax = MaxBlocks(std::max(0, mCells.z - 2), 1, Threads(), [&](i64 first, i64) {
+    const i32 z = static_cast<i32>(first) + 1;
+    auto coupling = mCoupling[z].cbegin();
+    double top = 0;
+    for (i32 y = 1; y < mCells.y - 1; ++y) {
+      const CellLine line(mFields, y, z);
+      for (i32 x = 1; x < mCells.x - 1; ++x) {
+        double wanted = line.Source(x) + mShift;
+        if (coupling != mCoupling[z].cend() && coupling->cell == line.cell + x)
+          wanted += (coupling++)->value;
+        if (line.IsOpen(x))
+          top = std::max(top, std::fabs(wanted - line.Divergence(x, 1.0 / mCellSize)));
+      }
+    }
+    return top;
+  });
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

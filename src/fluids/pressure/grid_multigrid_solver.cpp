@@ -1,0 +1,78 @@
+#include "fluids/pressure/grid_multigrid_solver.h"
+
+#include <cmath>
+
+#include "grids/wide_kernel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+void Grid_MultigridSolver::Release(bool full) {
+  ConjugateGradients::Release(full);
+  if (full) mMultigrid.Free();
+}
+
+void Grid_MultigridSolver::Prepare(void*) { PrepareIteration(); }
+
+namespace {
+
+SULVA_WIDE_KERNEL void RedirectLine(double beta, const float* __restrict value,
+                                    double* __restrict s, i32 n) {
+  for (i32 i = 0; i < n; ++i) s[i] = static_cast<double>(value[i]) + beta * s[i];
+}
+
+SULVA_WIDE_KERNEL void DescendLine(double alpha, double scale, const double* __restrict s,
+                                   const double* __restrict z, double* __restrict x,
+                                   double* __restrict r, float* __restrict rhs, i32 n) {
+  for (i32 i = 0; i < n; ++i) {
+    x[i] += alpha * s[i];
+    r[i] -= alpha * z[i];
+    rhs[i] = static_cast<float>(scale * r[i]);
+  }
+}
+
+}  // namespace
+
+double Grid_MultigridSolver::Descend(double alpha, double scale) {
+  float* rhs = mMultigrid.FinestRhs();
+  ForEachLine([&](i32 c, i32 n, double& top) {
+    double* r = mArrays[kRhs] + c;
+    DescendLine(alpha, scale, mArrays[kS] + c, mArrays[kZ] + c, mArrays[kResult] + c, r, rhs + c,
+                n);
+    top = std::max(top, MaxLine(r, n));
+  });
+  return *std::max_element(mPartials.begin() + 1, mPartials.begin() + std::max(2, mDims.z - 1));
+}
+
+void Grid_MultigridSolver::Redirect(double beta) {
+  const float* value = mMultigrid.FinestValue();
+  ForEachLine([&](i32 c, i32 n, double&) { RedirectLine(beta, value + c, mArrays[kS] + c, n); });
+}
+
+bool Grid_MultigridSolver::Solve() {
+  mIterations = 0;
+  mResidual = 0;
+  if (!mHasSystem) return false;
+  mMatrix.FindLines(mThreads);
+  const double largest = StartResidual();
+  if (largest == 0) return true;
+  mResidual = 1;
+  if (!mMultigrid.Build(mMatrix, mThreads)) return false;
+  Descend(0, 1 / largest);
+  double rho = mMultigrid.Cycle(mArrays[kRhs]);
+  Redirect(0);
+  while (mIterations < mAccuracy.maxIterations && !IsCancelled()) {
+    if (rho == 0) return false;
+    ++mIterations;
+    const double alpha = rho / Multiply();
+    if (!std::isfinite(alpha)) return false;
+    mResidual = Descend(alpha, 1 / largest) / largest;
+    if (!(mResidual > mAccuracy.tolerance)) return true;
+    if (mIterations == mAccuracy.maxIterations) return false;
+    const double next = mMultigrid.Cycle(mArrays[kRhs]);
+    Redirect(next / rho);
+    rho = next;
+  }
+  return false;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,35 @@
+// Conjugate gradients preconditioned by a multigrid cycle.
+#pragma once
+#include <span>
+#include <vector>
+
+#include "fluids/pressure/conjugate_gradients.h"
+#include "fluids/pressure/multigrid.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Solves A x = b for a symmetric positive (semi-)definite A over the cells of a grid whose
+/// off-diagonal entries are at most 0. The number of iterations hardly grows with the grid.
+class Grid_MultigridSolver : public ConjugateGradients {
+ public:
+  Grid_MultigridSolver() : ConjugateGradients(kArrays) {}
+  Grid_MultigridSolver(const Grid_MultigridSolver&) : Grid_MultigridSolver() {}
+  void Release(bool full) override;
+  void Prepare(void* context = nullptr) override;
+
+  /// Runs to the tolerance, relative to the largest right-hand side; false when the limit was
+  /// reached or the user broke off. Rows without entries stay out of it. The result doesn't depend
+  /// on the number of workers. Uses up the right-hand side.
+  bool Solve();
+
+ private:
+  enum { kArrays = kFirstOfMethod };
+  /// x += alpha s, r -= alpha z, and r as the cycle's right-hand side; returns the largest |r|.
+  double Descend(double alpha, double scale);
+  /// s = value of the cycle + beta s.
+  void Redirect(double beta);
+
+  Multigrid mMultigrid;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,35 @@
+// Writes the exports of a scene.
+#pragma once
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/scene.h"
+#include "io/field.h"
+#include "io/png_preview.h"
+#include "scene/scene_file.h"
+
+namespace MELDO_GLOBAL::app {
+
+/// Writes one file per export and frame, each of them whole or not at all.
+class Exporter {
+ public:
+  using Scenes = std::vector<std::unique_ptr<MELDO_SULVA::Scene>>;
+
+  /// `folder` is where the files' names start. Throws CommandError (kExitFile) where it can't be
+  /// made.
+  Exporter(std::vector<ExportSpec> exports, std::filesystem::path folder);
+
+  /// Throws CommandError where a file can't be written.
+  void Write(i32 frame, const Scenes& scenes) const;
+
+ private:
+  std::string EncodeVolumes(const ExportSpec& spec, const Scenes& scenes) const;
+  std::string EncodePicture(const ExportSpec& spec, const Scenes& scenes) const;
+
+  std::vector<ExportSpec> mExports;
+  std::filesystem::path mFolder;
+};
+
+}  // namespace MELDO_GLOBAL::app

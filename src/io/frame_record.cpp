@@ -1,0 +1,29 @@
+#include "io/frame_record.h"
+
+#include <cmath>
+#include <limits>
+
+namespace MELDO_GLOBAL::app {
+
+i64 FrameRecord::Cells() const {
+  i64 cells = 0;
+  const auto add = [&](const VecInt3D& d) { cells = std::max(cells, i64{d.x} * d.y * d.z); };
+  for (const ChannelRecord& channel : channels) add(channel.dims);
+  for (const SolverRecord& solver : solvers) add(solver.dims);
+  return cells;
+}
+
+std::string FindNonFinite(const FrameRecord& record) {
+  const auto isFinite = [](double v) { return std::abs(v) <= std::numeric_limits<float>::max(); };
+  for (const SolverRecord& solver : record.solvers)
+    if (!isFinite(solver.maxSpeed) || !std::isfinite(solver.kineticEnergy) ||
+        !std::isfinite(solver.divergenceMax))
+      return "the velocity of \"" + solver.name + "\"";
+  for (const ChannelRecord& channel : record.channels)
+    for (int i = 0; i < channel.components; ++i)
+      if (!isFinite(channel.min[i]) || !isFinite(channel.max[i]) || !std::isfinite(channel.sum[i]))
+        return "channel \"" + channel.name + "\"";
+  return {};
+}
+
+}  // namespace MELDO_GLOBAL::app

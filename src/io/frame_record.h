@@ -1,0 +1,53 @@
+// What is told of a simulated frame.
+#pragma once
+#include <array>
+#include <string>
+#include <vector>
+
+#include "fluids/pressure/grid_incompressibility.h"
+#include "framework/pipeline.h"
+#include "host/vector.h"
+
+namespace MELDO_GLOBAL::app {
+
+/// A channel at the end of a frame. Without a grid the dims are 0 and so are the values.
+struct ChannelRecord {
+  std::string name;
+  VecInt3D dims{};
+  Vec3d origin{};      ///< lower corner of the grid, simulation units
+  f32 cellSize = 0;    ///< simulation units
+  int components = 1;  ///< 1 or 3
+  /// Per component, over all samples of the grid.
+  Vec3d min{}, max{}, sum{};
+};
+
+/// A solver at the end of a frame. Without grids the dims are 0.
+struct SolverRecord {
+  std::string name;
+  VecInt3D dims{};
+  double maxSpeed = 0;       ///< largest component over open faces, simulation units per second
+  double kineticEnergy = 0;  ///< joules; see `MeasureSolver`
+  double divergenceMax = 0;  ///< 1/s
+  std::vector<MELDO_SULVA::ProjectionReport> pressure;  ///< of this frame's substeps, in order
+};
+
+struct FrameRecord {
+  i32 frame = 0;
+  double elapsed = 0;         ///< simulated seconds
+  std::vector<double> steps;  ///< seconds
+  double wallSeconds = 0;
+  u64 peakMemory = 0;  ///< of the process, bytes
+  bool simulated = false;
+  std::array<double, MELDO_SULVA::kStageCount> stageSeconds{};
+  std::vector<ChannelRecord> channels;
+  std::vector<SolverRecord> solvers;
+
+  /// Cells of the largest grid.
+  i64 Cells() const;
+};
+
+/// The name of what holds a value that is not finite, or an empty text. Fields beyond the range of
+/// single precision count too: volume files couldn't hold them.
+std::string FindNonFinite(const FrameRecord& record);
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,158 @@
+#include "io/measure.h"
+
+#include <cmath>
+#include <limits>
+
+#include "grids/fixed_blocks.h"
+#include "io/field.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace MELDO_SULVA;
+
+namespace {
+
+struct Range {
+  double min = std::numeric_limits<double>::infinity();
+  double max = -std::numeric_limits<double>::infinity();
+  double sum = 0;
+};
+
+Range RangeOfLayer(const Grid<double>& grid, i32 z) {
+  Range range;
+  const double* values = grid.mData + i64{z} * grid.mSlice;
+  // Four running values each, combined in order at the end: wide enough to stream, and fixed.
+  constexpr int kLanes = 4;
+  double min[kLanes], max[kLanes], sum[kLanes];
+  for (int l = 0; l < kLanes; ++l) min[l] = range.min, max[l] = range.max, sum[l] = 0;
+  i32 i = 0;
+  for (; i + kLanes <= grid.mSlice; i += kLanes)
+    for (int l = 0; l < kLanes; ++l) {
+      const double v = values[i + l];
+      min[l] = v < min[l] ? v : min[l];
+      max[l] = v > max[l] ? v : max[l];
+      sum[l] += v;
+    }
+  for (; i < grid.mSlice; ++i) {
+    min[0] = std::min(min[0], values[i]);
+    max[0] = std::max(max[0], values[i]);
+    sum[0] += values[i];
+  }
+  for (int l = 0; l < kLanes; ++l) {
+    range.min = std::min(range.min, min[l]);
+    range.max = std::max(range.max, max[l]);
+    range.sum += sum[l];
+  }
+  return range;
+}
+
+Range RangeOf(const Grid<double>& grid, i32 threads) {
+  return ReduceBlocks(
+      grid.mNz, threads, Range{}, [&](i32 z) { return RangeOfLayer(grid, z); },
+      [](const Range& a, const Range& b) {
+        return Range{std::min(a.min, b.min), std::max(a.max, b.max), a.sum + b.sum};
+      });
+}
+
+/// Largest component and energy of the faces of one axis.
+struct FaceSums {
+  double largest = 0;
+  double energy = 0;  ///< sum of weight * u^2
+  bool isFinite = true;
+};
+
+/// One z layer of faces. `cells` are the cells of the layout.
+FaceSums MeasureLayer(const EGrid<double>& velocity, const EGrid<float>* open, int axis, i32 z) {
+  FaceSums sums;
+  const VecInt3D cells = velocity.mLayout.dims;
+  // Half a face for each of the cells 1 to n - 2 beside it.
+  const auto halves = [&](int a, i32 i) {
+    if (a != axis) return i >= 1 && i <= cells[a] - 2 ? 1.0 : 0.0;
+    const double low = i - 1 >= 1 && i - 1 <= cells[a] - 2 ? 0.5 : 0.0;
+    const double high = i >= 1 && i <= cells[a] - 2 ? 0.5 : 0.0;
+    return low + high;
+  };
+  const double weightZ = halves(2, z);
+  for (i32 y = 0; y < velocity.mNy; ++y) {
+    const double weightYZ = weightZ * halves(1, y);
+    const i32 row = velocity.Index(0, y, z);
+    for (i32 x = 0; x < velocity.mNx; ++x) {
+      const double u = velocity[row + x];
+      const double fraction = open ? double{(*open)[row + x]} : 1.0;
+      if (!(std::abs(u) <= std::numeric_limits<double>::max())) sums.isFinite = false;
+      if (!(fraction > 0)) continue;
+      sums.largest = std::max(sums.largest, std::abs(u));
+      const double weightX = axis == 0 || x == 0 || x >= velocity.mNx - 1 ? halves(0, x) : 1.0;
+      sums.energy += weightYZ * weightX * fraction * u * u;
+    }
+  }
+  return sums;
+}
+
+}  // namespace
+
+ChannelRecord MeasureChannel(iBase& channel, i32 threads) {
+  ChannelRecord record;
+  const std::optional<Field> field = FieldOf(channel);
+  record.cellSize = channel.GetDomain().cellSize;
+  if (!field) return record;
+  record.components = field->kind == Field::Kind::Vector ? 3 : 1;
+  if (!field->HasGrid()) return record;
+  record.dims = field->grids[0]->Dims();
+  record.origin = field->grids[0]->mLayout.simOrigin;
+  for (int i = 0; i < record.components; ++i) {
+    if (!field->grids[i] || !field->grids[i]->mData) continue;
+    const Range range = RangeOf(*field->grids[i], threads);
+    record.min[i] = range.min;
+    record.max[i] = range.max;
+    record.sum[i] = range.sum;
+  }
+  return record;
+}
+
+SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
+  SolverRecord record;
+  record.pressure = solver.mPressure.TakeReports();
+  const GridLayout* layout = solver.GetLayout();
+  if (!layout) return record;
+  record.divergenceMax = solver.mPressure.DivergenceMax();
+  record.dims = layout->dims;
+  double sum = 0;
+  for (int axis = 0; axis < 3; ++axis) {
+    const EGrid<double>* velocity = solver.mVelocity.GetGrid(axis);
+    if (!velocity || !velocity->mData) continue;
+    const EGrid<float>* open = solver.GetOpenFaces(axis);
+    const FaceSums sums = ReduceBlocks(
+        velocity->mNz, threads, FaceSums{},
+        [&](i32 z) { return MeasureLayer(*velocity, open, axis, z); },
+        [](const FaceSums& a, const FaceSums& b) {
+          return FaceSums{std::max(a.largest, b.largest), a.energy + b.energy,
+                          a.isFinite && b.isFinite};
+        });
+    record.maxSpeed = std::max(record.maxSpeed, sums.largest);
+    sum += sums.energy;
+    if (!sums.isFinite) {
+      record.maxSpeed = std::numeric_limits<double>::quiet_NaN();
+      return record;
+    }
+  }
+  const double h = layout->cellSize;
+  record.kineticEnergy = 0.5 * solver.mInterface.GetReal(1001) * sum * h * h * h;
+  return record;
+}
+
+void MeasureScene(const Scene& scene, const NodeNames& names, FrameRecord& record) {
+  for (const auto& [id, channel] : scene.List(kListChannels)) {
+    if (!channel->Has(FLAG_ENABLED)) continue;
+    record.channels.push_back(MeasureChannel(*channel, scene.mThreadCount));
+    record.channels.back().name = names.Of(id);
+  }
+  for (const auto& [id, object] : scene.List(kListSolvers)) {
+    auto* solver = dynamic_cast<FluidSolver*>(object.get());
+    if (!solver || !solver->Has(FLAG_ENABLED)) continue;
+    record.solvers.push_back(MeasureSolver(*solver, scene.mThreadCount));
+    record.solvers.back().name = names.Of(id);
+  }
+}
+
+}  // namespace MELDO_GLOBAL::app

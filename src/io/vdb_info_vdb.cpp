@@ -1,0 +1,92 @@
+#include <openvdb/io/Archive.h>
+#include <openvdb/io/GridDescriptor.h>
+#include <openvdb/openvdb.h>
+
+#include <fstream>
+#include <new>
+#include <stdexcept>
+
+#include "host/atomic_file.h"
+#include "io/vdb_info.h"
+
+namespace MELDO_GLOBAL::app {
+
+namespace {
+
+VdbGridInfo InfoOf(const openvdb::GridBase& grid) {
+  VdbGridInfo info;
+  info.name = grid.getName();
+  info.type = grid.valueType();
+  info.kind = openvdb::GridBase::gridClassToString(grid.getGridClass());
+  info.voxelSize = grid.voxelSize()[0];
+  const auto low = grid.getMetadata<openvdb::Vec3IMetadata>("file_bbox_min");
+  const auto high = grid.getMetadata<openvdb::Vec3IMetadata>("file_bbox_max");
+  if (low && high) {
+    const openvdb::Vec3i a = low->value(), b = high->value();
+    info.min = {a[0], a[1], a[2]};
+    info.max = {b[0], b[1], b[2]};
+    info.hasBox = true;
+  }
+  if (const auto count = grid.getMetadata<openvdb::Int64Metadata>("file_voxel_count"))
+    info.voxels = count->value();
+  return info;
+}
+
+/// The parts of the library's reader that tell where the grids of a file lie.
+struct Index : openvdb::io::Archive {
+  using Archive::inputHasGridOffsets;
+  using Archive::readGridCount;
+  using Archive::readHeader;
+  using Archive::setFormatVersion;
+};
+
+/// Throws `std::ios_base::failure` when a file was cut. The library never asks whether a read
+/// succeeded: it would go on with whatever its variables held. A stream that throws stops it at the
+/// first missing byte; the grids themselves, where that would leak, aren't read here.
+void ExpectWhole(const std::filesystem::path& path) {
+  std::ifstream bytes(path, std::ios::binary);
+  bytes.exceptions(std::ios::failbit | std::ios::badbit | std::ios::eofbit);
+  const auto size = static_cast<openvdb::Int64>(std::filesystem::file_size(path));
+  Index index;
+  index.readHeader(bytes);
+  if (index.fileVersion() < openvdb::OPENVDB_FILE_VERSION_ROOTNODE_MAP)
+    throw std::length_error("no version of the format");
+  index.setFormatVersion(bytes);
+  openvdb::MetaMap().readMeta(bytes);
+  if (!index.inputHasGridOffsets()) return;
+  for (openvdb::Int32 left = Index::readGridCount(bytes); left > 0; --left) {
+    openvdb::io::GridDescriptor grid;
+    grid.read(bytes);
+    if (grid.getEndPos() > size) throw std::ios_base::failure("cut");
+    grid.seekToEnd(bytes);
+  }
+}
+
+}  // namespace
+
+std::vector<VdbGridInfo> ReadVdbInfo(const std::filesystem::path& path) {
+  const auto fail = [&](const std::string& why) {
+    throw host::FileError("cannot read " + path.string() + ": " + why);
+  };
+  try {
+    openvdb::initialize();
+    ExpectWhole(path);
+    openvdb::io::File file(path.string());
+    file.open(false);
+    std::vector<VdbGridInfo> infos;
+    const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
+    for (const auto& grid : *grids) infos.push_back(InfoOf(*grid));
+    return infos;
+  } catch (const std::ios_base::failure&) {
+    fail("it ends too early");
+  } catch (const std::bad_alloc&) {
+    fail("it is damaged");
+  } catch (const std::length_error&) {
+    fail("it is damaged");
+  } catch (const std::exception& error) {
+    fail(error.what());
+  }
+  return {};
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,57 @@
+#include "nodes/media.h"
+
+#include "fluids/rendering/gas_material.h"
+#include "fluids/rendering/grid_sampler_shader.h"
+
+namespace MELDO_GLOBAL::app {
+
+namespace {
+
+using GasMaterial = ZOLT_RENDERING::GasRenderer_Material;
+
+std::vector<MELDO_SULVA::Scene*> AllOf(const Scenes& scenes) {
+  std::vector<MELDO_SULVA::Scene*> all;
+  for (const auto& scene : scenes) all.push_back(scene.get());
+  return all;
+}
+
+std::unique_ptr<host::VolumeMaterial> MakeGas(host::BaseNode& node, const Scenes& scenes) {
+  return std::make_unique<GasMaterial>(node, AllOf(scenes));
+}
+
+}  // namespace
+
+const std::vector<MediumType>& MediumTypes() {
+  static const std::vector<MediumType> types = {
+      {GasMaterial::kPluginId, "gas", GasMaterial::Parameters, MakeGas}};
+  return types;
+}
+
+const MediumType* FindMediumType(i32 id) {
+  for (const MediumType& type : MediumTypes())
+    if (type.id == id) return &type;
+  return nullptr;
+}
+
+std::vector<std::unique_ptr<host::VolumeMaterial>> MakeMedia(
+    const std::vector<host::BaseNode*>& nodes, const Scenes& scenes) {
+  std::vector<std::unique_ptr<host::VolumeMaterial>> media;
+  for (host::BaseNode* node : nodes)
+    media.push_back(FindMediumType(node->Type())->make(*node, scenes));
+  return media;
+}
+
+const host::ParameterTable& GridSamplerParameters() {
+  return ZOLT_RENDERING::GridSampler_Shader::Parameters();
+}
+
+std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> MakeShaders(
+    const std::vector<host::BaseNode*>& nodes, const Scenes& scenes) {
+  std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> shaders;
+  for (host::BaseNode* node : nodes)
+    shaders.emplace_back(
+        node->Id(), std::make_unique<ZOLT_RENDERING::GridSampler_Shader>(*node, AllOf(scenes)));
+  return shaders;
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,132 @@
+#include "render/render_world.h"
+
+#include <algorithm>
+#include <numbers>
+
+#include "render/parameters.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+
+namespace {
+
+Surface ReadSurface(const BaseNode& node, const ShaderMap& shaders) {
+  const ParameterReader read(node);
+  const auto shader = [&](i32 id) -> const Shader* {
+    const auto found = shaders.find(read.Link(id).node);
+    return found != shaders.end() ? found->second : nullptr;
+  };
+  return {read.Vector(kSurfaceColour),  read.Real(kSurfaceReflection),
+          read.Real(kSurfaceRoughness), read.Vector(kSurfaceEmission),
+          shader(kSurfaceColourShader), shader(kSurfaceEmissionShader)};
+}
+
+/// How far from a surface a ray must start so as not to meet it again.
+double Clearance(const Vec3d& point) {
+  constexpr double kOfCoordinates = 1e-5, kLeast = 1e-3;
+  return std::max(kLeast, kOfCoordinates * Length(point));
+}
+
+}  // namespace
+
+RenderWorld::RenderWorld(const RenderSpec& spec, const ShaderMap& shaders)
+    : mCamera(*spec.camera, spec.width, spec.height) {
+  for (const BaseNode* light : spec.lights)
+    if (light->IsEnabled()) mLights.emplace_back(*light, *this);
+  mSurfaces.push_back(ReadSurface(*spec.standard, shaders));
+  for (const auto& [object, surface] : spec.surfaces)
+    mSurfaces.push_back(ReadSurface(*surface, shaders));
+
+  const ParameterReader read(*spec.settings);
+  mBackground = read.Gradient(kRenderBackground);
+  mEnvironment = read.Vector(kRenderEnvironment);
+  mHasGround = read.Bool(kRenderGround);
+  mGroundHeight = read.Real(kRenderGroundHeight);
+  mGroundFade = read.Real(kRenderGroundFade);
+  mGround.colour = read.Vector(kRenderGroundColour);
+  AddMeshes(spec);
+}
+
+void RenderWorld::AddMeshes(const RenderSpec& spec) {
+  const InExcludeData hidden = ParameterReader(*spec.settings).Links(kRenderHidden);
+  const auto isHidden = [&](const BaseNode& node) {
+    return std::any_of(hidden.entries.begin(), hidden.entries.end(),
+                       [&](const auto& entry) { return entry.node == node.Id(); });
+  };
+  const auto surfaceOf = [&](const BaseNode& node) -> i32 {
+    for (std::size_t i = 0; i < spec.surfaces.size(); ++i)
+      if (spec.surfaces[i].first == node.Id()) return static_cast<i32>(i) + 1;
+    return 0;
+  };
+  for (const BaseNode* root : spec.settings->GetDocument().Roots()) {
+    const auto* mesh = dynamic_cast<const PolygonObject*>(root);
+    if (!mesh || !mesh->IsEnabled() || isHidden(*mesh)) continue;
+    mMeshes.Add(mesh->GetGeometry(), mesh->GlobalMatrix(), surfaceOf(*mesh));
+  }
+  mMeshes.Commit();
+}
+
+bool RenderWorld::TraceGround(const Vec3d& origin, const Vec3d& direction, double near, double far,
+                              SurfaceHit& hit) const {
+  if (!mHasGround || direction.y == 0) return false;
+  const double distance = (mGroundHeight - origin.y) / direction.y;
+  if (!(distance > near && distance < far)) return false;
+  hit.distance = distance;
+  hit.point = origin + direction * distance;
+  hit.point.y = mGroundHeight;
+  hit.facing = hit.normal = {0, direction.y < 0 ? 1.0 : -1.0, 0};
+  hit.surface = &mGround;
+  hit.colour = mGround.colour;
+  hit.emission = mGround.emission;
+  hit.fade = 0;
+  if (mGroundFade > 0) {
+    const double t = std::clamp(2 * distance / mGroundFade - 1, 0.0, 1.0);
+    hit.fade = t * t * (3 - 2 * t);
+  }
+  return true;
+}
+
+bool RenderWorld::Trace(const Vec3d& origin, const Vec3d& direction, double near, double far,
+                        SurfaceHit& hit) const {
+  const bool ground = TraceGround(origin, direction, near, far, hit);
+  MeshHit mesh;
+  if (!mMeshes.Trace(origin, direction, near, ground ? hit.distance : far, mesh)) return ground;
+  hit.distance = mesh.distance;
+  hit.point = origin + direction * mesh.distance;
+  hit.facing = mesh.facing;
+  hit.normal = mesh.normal;
+  hit.surface = &mSurfaces[mesh.material];
+  hit.colour = hit.surface->colour;
+  hit.emission = hit.surface->emission;
+  if (hit.surface->colourShader || hit.surface->emissionShader) AskShaders(hit);
+  hit.fade = 0;
+  return true;
+}
+
+void RenderWorld::AskShaders(SurfaceHit& hit) const {
+  const HitRecord record{HitKind::Surface, hit.point, hit.normal, hit.distance};
+  const ShaderPoint point{hit.point, &record};
+  if (const Shader* shader = hit.surface->colourShader)
+    hit.colour = Max(hit.colour * shader->Output(point), Vec3d{});
+  if (const Shader* shader = hit.surface->emissionShader)
+    hit.emission = Max(hit.emission * shader->Output(point), Vec3d{});
+}
+
+bool RenderWorld::IsBlocked(const Vec3d& from, const Vec3d& to) const {
+  const Vec3d way = to - from;
+  const double length = Length(way);
+  const double near = Clearance(from), far = length - Clearance(to);
+  if (far <= near) return false;
+  const Vec3d direction = way / length;
+  SurfaceHit ignored;
+  return TraceGround(from, direction, near, far, ignored) ||
+         mMeshes.IsBlocked(from, direction, near, far);
+}
+
+Vec3d RenderWorld::Background(const Vec3d& direction) const {
+  const double elevation = std::asin(std::clamp(direction.y, -1.0, 1.0));
+  return mBackground.Evaluate(0.5 + elevation / std::numbers::pi);
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,162 @@
+#include "run/simulation.h"
+
+#include <fmt/format.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+#include "cache/cache_operator.h"
+#include "framework/state_archive.h"
+#include "host/exit_codes.h"
+#include "host/worker_pool.h"
+#include "nodes/catalogue.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace MELDO_SULVA;
+
+namespace {
+
+/// Several scenes of one document share a frame: their times add up, and its steps are those of the
+/// first one that simulates it.
+void AddReport(const Scene& scene, bool isFirst, FrameRecord& record) {
+  const EvaluationReport& report = scene.mReport;
+  if (isFirst || (!record.simulated && report.simulated)) {
+    record.steps = report.steps;
+    record.elapsed = scene.mTime.elapsed;
+  }
+  record.simulated = record.simulated || report.simulated;
+  for (i32 stage = 0; stage < kStageCount; ++stage)
+    record.stageSeconds[stage] += report.stageSeconds[stage];
+}
+
+}  // namespace
+
+u64 PeakMemory() {
+  rusage usage{};
+  ::getrusage(RUSAGE_SELF, &usage);
+  return static_cast<u64>(usage.ru_maxrss) * 1024;
+}
+
+FrameRange SelectFrames(const FrameRange& range, const FrameSelection& selection) {
+  const FrameRange selected{selection.first.value_or(range.first),
+                            selection.last.value_or(range.last)};
+  if (!range.Contains(selected.first) || !range.Contains(selected.last))
+    throw CommandError(kExitUsage,
+                       fmt::format("--frames {}:{} lies outside the scene's range {}:{}",
+                                   selected.first, selected.last, range.first, range.last));
+  if (selected.first > selected.last)
+    throw CommandError(kExitUsage,
+                       fmt::format("--frames {}:{} is reversed", selected.first, selected.last));
+  return selected;
+}
+std::filesystem::path CacheFolderOf(const std::filesystem::path& out) { return out / "cache"; }
+
+Simulation::Simulation(host::Document& document, const std::vector<host::BaseNode*>& servers,
+                       u64 memoryLimit)
+    : mDocument(document), mGuard(memoryLimit) {
+  for (host::BaseNode* server : servers) {
+    mScenes.push_back(CreateScene(*server));
+    Scene* scene = mScenes.back().get();
+    scene->mBoundsGuard = [this, scene](const Vec3d& min, const Vec3d& max) {
+      return mGuard.Allows(*scene, min, max);
+    };
+  }
+}
+
+FrameRange Simulation::Range() const {
+  FrameRange range{mDocument.previewMin, mDocument.previewMax};
+  for (std::size_t i = 0; i < mScenes.size(); ++i) {
+    FrameRange own;
+    mScenes[i]->GetFrameRange(own.first, own.last);
+    range =
+        i == 0 ? own : FrameRange{std::min(range.first, own.first), std::max(range.last, own.last)};
+  }
+  return range;
+}
+
+FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  record = {};
+  record.frame = frame;
+  mDocument.SetFrame(frame);
+  for (const auto& scene : mScenes) {
+    const bool finished = scene->Execute(&host::MainThread(), false);
+    if (!mGuard.Refusal().empty() || !mGuard.CheckGrids(*scene)) return FrameOutcome::OutOfMemory;
+    if (!CheckCaches(*scene)) return FrameOutcome::FileFailure;
+    if (!finished || host::MainThread().TestBreak()) return FrameOutcome::Interrupted;
+    AddReport(*scene, scene == mScenes.front(), record);
+  }
+  std::fflush(stdout);  // a trace appears with its frame
+  record.wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();
+  record.peakMemory = PeakMemory();
+  return FrameOutcome::Done;
+}
+
+void Simulation::Persist(StateArchive& archive, i32 frame) {
+  if (archive.IsLoading()) mDocument.SetFrame(frame);
+  std::vector<u32> counters;
+  mDocument.VisitCounters([&](u32& counter) { counters.push_back(counter); });
+  const std::size_t count = counters.size();
+  archive(counters);
+  if (counters.size() != count) archive.Fail("the number of nodes differs");
+  if (archive.IsLoading() && archive.IsGood()) {
+    auto next = counters.begin();
+    mDocument.VisitCounters([&](u32& counter) { counter = *next++; });
+  }
+  archive.Expect(mScenes.size(), "the number of servers");
+  for (const auto& scene : mScenes) {
+    if (!archive.IsGood()) return;
+    scene->Persist(archive);
+  }
+}
+
+void Simulation::ForEachCache(const std::function<void(Cache_OperatorBase&)>& f) const {
+  for (const auto& scene : mScenes)
+    for (const auto& [id, object] : scene->List(kListCaches))
+      if (auto* cache = dynamic_cast<Cache_OperatorBase*>(object.get())) f(*cache);
+}
+
+bool Simulation::CheckCaches(const Scene& scene) {
+  for (const auto& [id, object] : scene.List(kListCaches))
+    if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(object.get()))
+      if (mFileFailure.empty()) mFileFailure = cache->Failure();
+  return mFileFailure.empty();
+}
+
+void Simulation::PrintTrace() {
+  for (const auto& owner : mScenes) {
+    const Scene* scene = owner.get();
+    owner->mTrace = [scene](i32 stage, const iBase& object) {
+      std::printf("%d %d %d %s\n", scene->mClock.frame, int{scene->mTime.substep}, stage,
+                  object.mName.c_str());
+    };
+  }
+}
+
+std::vector<std::string> Simulation::Warnings() const {
+  std::vector<std::string> warnings;
+  const auto subject = [](const iBase& object) {
+    const NodeKind* kind = FindKind(object.Node()->Type());
+    return fmt::format("{} \"{}\"", kind ? kind->type : "node", object.Node()->Name());
+  };
+  for (const auto& scene : mScenes)
+    for (i32 list = 1; list <= 11; ++list)
+      for (const auto& [id, object] : scene->List(list)) {
+        if (!object->Node()) continue;
+        // No force acts before there is a flow, in the third frame.
+        const bool isEarly = list == kListForces && scene->mClock.frameFromStart < 2;
+        if (object->mRuns == 0 && object->mInactiveReason && !isEarly)
+          warnings.push_back(
+              fmt::format("{} is inactive: {}", subject(*object), object->mInactiveReason));
+        if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(object.get()))
+          for (const std::string& warning : cache->Warnings())
+            warnings.push_back(fmt::format("{}: {}", subject(*object), warning));
+      }
+  return warnings;
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,79 @@
+// The scenes of a document, run frame by frame.
+#pragma once
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/scene.h"
+#include "host/document.h"
+#include "io/frame_record.h"
+#include "run/memory_limit.h"
+#include "run/run_arguments.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+class Cache_OperatorBase;
+}
+
+namespace MELDO_GLOBAL::app {
+
+/// First and last frame, both included.
+struct FrameRange {
+  i32 first = 0;
+  i32 last = 0;
+  bool Contains(i32 frame) const { return first <= frame && frame <= last; }
+};
+
+/// The selected part of a range. Throws CommandError (kExitUsage) where it is reversed or leads out
+/// of the range.
+FrameRange SelectFrames(const FrameRange& range, const FrameSelection& selection);
+
+enum class FrameOutcome { Done, Interrupted, OutOfMemory, FileFailure };
+
+/// Owns one scene for every server node of a document.
+class Simulation {
+ public:
+  /// `memoryLimit` in bytes.
+  Simulation(host::Document& document, const std::vector<host::BaseNode*>& servers,
+             u64 memoryLimit);
+
+  /// The frames that are simulated: of a server that follows the preview range that range, else its
+  /// own first and last frame; of several servers all frames that one of them simulates.
+  FrameRange Range() const;
+
+  /// Evaluates a frame, which comes right after the last one, and fills what the clocks say of it.
+  FrameOutcome Evaluate(i32 frame, FrameRecord& record);
+
+  /// Saves or restores document and scenes as they stand behind `frame`.
+  void Persist(MELDO_SULVA::StateArchive& archive, i32 frame);
+  /// Calls f(cache) for every cache of the scenes, enabled or not.
+  void ForEachCache(const std::function<void(MELDO_SULVA::Cache_OperatorBase&)>& f) const;
+
+  /// Prints a line for every object that runs to standard output: frame, substep, stage, name.
+  void PrintTrace();
+
+  const std::vector<std::unique_ptr<MELDO_SULVA::Scene>>& Scenes() const { return mScenes; }
+  /// Why the last evaluation was out of memory.
+  const std::string& MemoryRefusal() const { return mGuard.Refusal(); }
+  /// Which file couldn't be written, and why.
+  const std::string& FileFailure() const { return mFileFailure; }
+  /// One sentence for each object that never ran and knows why, and for each fault of a cache.
+  std::vector<std::string> Warnings() const;
+
+ private:
+  bool CheckCaches(const MELDO_SULVA::Scene& scene);
+
+  host::Document& mDocument;
+  MemoryGuard mGuard;
+  std::string mFileFailure;
+  std::vector<std::unique_ptr<MELDO_SULVA::Scene>> mScenes;
+};
+
+/// Where a run into the folder `out` has the caches that name no folder of their own.
+std::filesystem::path CacheFolderOf(const std::filesystem::path& out);
+
+/// Largest resident memory of this process so far, bytes.
+u64 PeakMemory();
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,306 @@
+#include "scene/cache_setup.h"
+
+#include <fmt/format.h>
+
+#include <functional>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "framework/interface_handler.h"
+#include "host/exit_codes.h"
+#include "nodes/catalogue.h"
+#include "scene/parameter_text.h"
+#include "scene/scene_context.h"
+#include "scene/text_edits.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using MELDO_SULVA::FindKind;
+using MELDO_SULVA::InterfaceHandler;
+using MELDO_SULVA::ParametersOf;
+
+namespace {
+
+constexpr i32 kGridCacher = 1300098, kCacherObjects = 1012, kPlayBack = 0;
+// Of a server.
+constexpr i32 kMode = 1501, kWithWindow = 1505, kObjects = 1515, kCopyServer = 1518;
+constexpr i32 kExtraSubsteps = 1005, kExtraMinSubsteps = 1010;
+/// Parameters of a server that set its caches up rather than its simulation.
+constexpr i32 kFirstOfSetUp = 1500, kLastOfSetUp = 1518;
+
+struct Passed {
+  i32 server, cacher;
+};
+/// What a cacher takes over from its server where that has another value than a new one.
+constexpr Passed kPassed[] = {{1500, 1000}, {1513, 1013}, {1503, 1003}, {1504, 1004}, {1506, 1006},
+                              {1507, 1007}, {1514, 1014}, {1508, 1009}, {1510, 1010}, {1511, 1011}};
+
+bool IsSolver(i32 type) { return type >= 1300002 && type <= 1300004; }
+bool IsField(i32 type) { return (type >= 1300027 && type <= 1300030) || type == 1300112; }
+bool IsVolume(i32 type) { return type == 1028106; }
+
+std::string Quoted(const std::string& text) { return nlohmann::json(text).dump(); }
+
+std::string SubjectOf(const BaseNode& node) {
+  const auto* kind = FindKind(node.Type());
+  return fmt::format("{} \"{}\"", kind ? kind->type : "node", Shown(node.Name()));
+}
+
+class Setup {
+ public:
+  Setup(std::string_view text, const JsonValue& root, const LoadedScene& scene)
+      : mText(text), mEdits(text), mScene(scene), mNodes(*root.Find("nodes")) {
+    for (const BaseNode* node : scene.document->Roots()) AddName(*node);
+    const JsonValue::Array& servers = *mNodes.Items();
+    for (std::size_t i = 0; i < servers.size(); ++i) AddPlaces(*scene.servers[i], servers[i]);
+    for (const BaseNode* server : scene.servers) FindCachers(*server);
+  }
+
+  CacheSetup Run() {
+    std::vector<const BaseNode*> named;
+    for (const BaseNode* server : mScene.servers)
+      for (const BaseNode* object : Linked(*server, kObjects)) named.push_back(object);
+    for (const BaseNode* object : named) CheckCacheable(*object);
+    for (const BaseNode* server : mScene.servers) {
+      std::vector<const BaseNode*> objects;
+      if (named.empty()) Collect(*server, objects);
+      for (const BaseNode* object : named)
+        if (object->HasAncestor(server)) objects.push_back(object);
+      if (!objects.empty()) SetUp(*server, objects);
+    }
+    if (mNotes.empty())
+      throw CommandError(kExitUsage,
+                         "nothing is left to cache: every field and gas has its cacher already");
+    return {mEdits.Apply(), std::move(mNotes)};
+  }
+
+ private:
+  void AddName(const BaseNode& node) {
+    mTaken.insert(node.Name());
+    for (const BaseNode* child : node.Children()) AddName(*child);
+  }
+  std::string NewName(const std::string& base) {
+    std::string name = base;
+    for (int i = 2; !mTaken.insert(name).second; ++i) name = fmt::format("{} {}", base, i);
+    return name;
+  }
+  /// Where the nodes stand in the file: they have its order.
+  void AddPlaces(const BaseNode& node, const JsonValue& value) {
+    mPlaces[&node] = &value;
+    const JsonValue* children = value.Find("children");
+    for (std::size_t i = 0; i < node.Children().size(); ++i)
+      AddPlaces(*node.Children()[i], (*children->Items())[i]);
+  }
+  void FindCachers(const BaseNode& node) {
+    if (node.Type() == kGridCacher) {
+      ++mCachers;
+      for (const BaseNode* object : Linked(node, kCacherObjects)) mCachedBy[object] = &node;
+    }
+    for (const BaseNode* child : node.Children()) FindCachers(*child);
+  }
+  std::vector<const BaseNode*> Linked(const BaseNode& node, i32 id) const {
+    std::vector<const BaseNode*> nodes;
+    const Value* value = node.Get(id);
+    const auto* list = value ? std::get_if<InExcludeData>(value) : nullptr;
+    if (!list) return nodes;
+    for (const auto& entry : list->entries)
+      if (const BaseNode* linked = mScene.document->Find(entry.node)) nodes.push_back(linked);
+    return nodes;
+  }
+
+  void CheckCacheable(const BaseNode& object) const {
+    const i32 type = object.Type();
+    if (!IsSolver(type) && !IsField(type) && !IsVolume(type))
+      throw CommandError(kExitUsage,
+                         fmt::format("{} can't be cached; expected a field, a volume or a gas",
+                                     SubjectOf(object)));
+    const auto cacher = mCachedBy.find(&object);
+    if (cacher != mCachedBy.end() && !PlaysElsewhere(ServerOf(object)))
+      throw CommandError(kExitUsage, fmt::format("{} is cached by {} already", SubjectOf(object),
+                                                 SubjectOf(*cacher->second)));
+  }
+  void Collect(const BaseNode& node, std::vector<const BaseNode*>& objects) const {
+    for (const BaseNode* child : node.Children()) {
+      const bool isKept = IsField(child->Type()) || IsSolver(child->Type());
+      if (isKept && (PlaysElsewhere(ServerOf(node)) || !mCachedBy.contains(child)))
+        objects.push_back(child);
+      Collect(*child, objects);
+    }
+  }
+  static const BaseNode& ServerOf(const BaseNode& node) {
+    return node.Parent() ? ServerOf(*node.Parent()) : node;
+  }
+  static bool PlaysElsewhere(const BaseNode& server) {
+    const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
+    return parameters.GetLong(kMode) == 0 && parameters.GetBool(kCopyServer);
+  }
+
+  void SetUp(const BaseNode& server, const std::vector<const BaseNode*>& objects) {
+    if (PlaysElsewhere(server)) {
+      AddServer(server, objects);
+    } else {
+      std::vector<std::string> names;
+      for (const BaseNode* object : objects) names.push_back(ReferenceTo(*object));
+      const std::string cacher = NewName("cacher");
+      const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
+      const i32 mode = parameters.GetLong(kMode);
+      Append(*mPlaces.at(&server)->Find("children"), CacherNodes(server, cacher, names, mode));
+      Note(server, cacher, mode == kPlayBack ? "plays" : "records", objects);
+    }
+    ++mCachers;
+  }
+  void Note(const BaseNode& server, const std::string& cacher, std::string_view does,
+            const std::vector<const BaseNode*>& objects) {
+    std::string names;
+    for (const BaseNode* object : objects) names += (names.empty() ? "" : ", ") + object->Name();
+    mNotes.push_back(fmt::format("{}: the cache \"{}\" {} {}", SubjectOf(server), Shown(cacher),
+                                 does, Shown(names)));
+  }
+
+  /// A name where it is the only one, else the path.
+  std::string ReferenceTo(const BaseNode& node) const {
+    int count = 0;
+    const std::function<void(const BaseNode&)> look = [&](const BaseNode& each) {
+      count += each.Name() == node.Name();
+      for (const BaseNode* child : each.Children()) look(*child);
+    };
+    for (const BaseNode* each : mScene.document->Roots()) look(*each);
+    return count > 1 ? fmt::format("/{}", NameTable::PathOf(node)) : node.Name();
+  }
+
+  // ---- text of nodes --------------------------------------------------------------------------
+
+  /// The cacher, and its time window where one is wanted, each with a comment in front.
+  std::vector<std::string> CacherNodes(const BaseNode& server, const std::string& name,
+                                       const std::vector<std::string>& objects, i32 mode) {
+    const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
+    std::vector<std::string> lines;
+    std::string settings = fmt::format("\"mode\": {}", Word(kGridCacher, 1001, Value(mode)));
+    if (parameters.GetBool(kWithWindow)) {
+      const std::string window = NewName("cache window");
+      lines.emplace_back("// When the cache works; without a length, always.");
+      lines.push_back(fmt::format(R"({{ "type": "duration", "name": {} }},)", Quoted(window)));
+      settings += fmt::format(", \"duration\": {}", Quoted(window));
+    }
+    settings += Settings(server);
+    std::string list;
+    for (const std::string& object : objects) list += (list.empty() ? "" : ", ") + Quoted(object);
+    lines.emplace_back(mode == kPlayBack
+                           ? "// Shows what was recorded, a file a frame, and simulates nothing."
+                           : "// Keeps what is simulated, a file a frame. With the mode "
+                             "\"play_back\" a later run shows it again.");
+    lines.push_back(
+        fmt::format(R"({{ "type": "cache", "name": {}, "parameters": {{ {}, "objects": [{}] }} }})",
+                    Quoted(name), settings, list));
+    return lines;
+  }
+  std::string Settings(const BaseNode& server) const {
+    std::string settings;
+    const ParameterTable& own = ParametersOf(*FindKind(kServerNode));
+    bool hasBaseName = false;
+    for (const Passed& passed : kPassed) {
+      const Value* value = server.Get(passed.server);
+      if (!value || *value == FindRow(own, passed.server)->creation) continue;
+      hasBaseName = hasBaseName || passed.cacher == 1004;
+      settings += fmt::format(", \"{}\": {}", RowOf(kGridCacher, passed.cacher).name,
+                              Word(kGridCacher, passed.cacher, *value));
+    }
+    // Two caches of one folder would write over each other's files.
+    const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
+    if (!hasBaseName && mCachers > 0 && parameters.GetLong(kMode) != 0)
+      settings += fmt::format(", \"base_name\": \"cache_{}_\"", mCachers + 1);
+    return settings;
+  }
+  static const ParameterRow& RowOf(i32 kind, i32 id) {
+    return *FindRow(ParametersOf(*FindKind(kind)), id);
+  }
+  /// A value as the scene file writes it, a word where there is one.
+  static std::string Word(i32 kind, i32 id, const Value& value) {
+    const ParameterRow& row = RowOf(kind, id);
+    if (const i32* whole = std::get_if<i32>(&value))
+      if (const Choice* choice = ChoiceOf(row, *whole)) return Quoted(std::string(choice->name));
+    return ValueJson(row, value).dump();
+  }
+
+  /// Lines at the end of a list that isn't empty.
+  void Append(const JsonValue& list, const std::vector<std::string>& lines) {
+    const JsonValue& last = list.Items()->back();
+    const std::string indent = mEdits.IndentOf(last);
+    std::string text;
+    for (const std::string& line : lines) text += indent + line + "\n";
+    mEdits.InsertBehind(last, ",");
+    mEdits.InsertLines(list, text);
+  }
+
+  // ---- a server that plays --------------------------------------------------------------------
+
+  void AddServer(const BaseNode& server, const std::vector<const BaseNode*>& objects) {
+    const std::string name = NewName("Cache");
+    const JsonValue& place = *mPlaces.at(&server);
+    std::vector<std::string> lines = {
+        "// Plays what was recorded, beside the server that simulates it.",
+        fmt::format(R"({{ "type": "server", "name": {}, "parameters": {{ {} }}, "children": [)",
+                    Quoted(name), ServerParameters(place))};
+    std::vector<std::string> names;
+    for (const BaseNode* object : objects) {
+      names.push_back(NewName(object->Name() + " cached"));
+      lines.push_back("  " + CopyOf(*mPlaces.at(object), names.back()) + ",");
+    }
+    const std::string cacher = NewName("cacher");
+    for (const std::string& line : CacherNodes(server, cacher, names, kPlayBack))
+      lines.push_back("  " + line);
+    lines.emplace_back("] }");
+    Append(mNodes, lines);
+    Note(server, cacher, fmt::format("in the new server \"{}\" plays", name), objects);
+  }
+
+  /// The parameters that the file gives a server, with one substep and without what sets up caches.
+  std::string ServerParameters(const JsonValue& server) const {
+    std::string text = R"("extra_substeps": 0, "extra_min_substeps": 0)";
+    const JsonValue* parameters = server.Find("parameters");
+    if (!parameters) return text;
+    for (const JsonMember& member : *parameters->Members())
+      for (const ParameterRow& row : ParametersOf(*FindKind(kServerNode))) {
+        if (row.name != member.key && std::to_string(row.id) != member.key) continue;
+        const bool isSetUp = row.id >= kFirstOfSetUp && row.id <= kLastOfSetUp;
+        const bool isSteps = row.id == kExtraSubsteps || row.id == kExtraMinSubsteps;
+        if (isSetUp || isSteps) continue;
+        text += fmt::format(", {}: {}", Quoted(member.key), RawOf(member.value));
+      }
+    return text;
+  }
+  /// A node under another name and without children.
+  std::string CopyOf(const JsonValue& node, const std::string& name) const {
+    std::string text = fmt::format("{{ \"name\": {}", Quoted(name));
+    for (const JsonMember& member : *node.Members())
+      if (member.key != "name" && member.key != "children")
+        text += fmt::format(", {}: {}", Quoted(member.key), RawOf(member.value));
+    return text + " }";
+  }
+  /// The text of a value; of a number or a word too.
+  std::string RawOf(const JsonValue& value) const {
+    if (value.Text() || value.Items() || value.Members()) return mEdits.Raw(value);
+    const std::size_t at = mEdits.Begin(value);
+    return std::string(mText.substr(at, mText.find_first_of(" \t\r\n,]}/", at) - at));
+  }
+
+  std::string_view mText;
+  TextEdits mEdits;
+  const LoadedScene& mScene;
+  const JsonValue& mNodes;
+  std::map<const BaseNode*, const JsonValue*> mPlaces;
+  std::map<const BaseNode*, const BaseNode*> mCachedBy;
+  std::set<std::string> mTaken;
+  int mCachers = 0;
+  std::vector<std::string> mNotes;
+};
+
+}  // namespace
+
+CacheSetup SetUpCaches(std::string_view text, const JsonValue& root, const LoadedScene& scene) {
+  return Setup(text, root, scene).Run();
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,91 @@
+#include "scene/scene_advice.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "scene/parameter_text.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+
+namespace {
+
+constexpr i32 kSimulationUnits = 1001, kCellSize = 1002, kRenderCellSize = 1015;
+constexpr double kMostCellsInAUnit = 100000;
+
+double RealOf(const BaseNode& node, i32 id) {
+  const Value* value = node.Get(id);
+  const double* real = value ? std::get_if<double>(value) : nullptr;
+  return real ? *real : std::get<double>(FindRow(*node.Table(), id)->creation);
+}
+
+/// Why a parameter doesn't count in its node's mode; empty where it does, or where keys change the
+/// mode on the way.
+std::string WhyUnused(const BaseNode& node, const ParameterRow& row) {
+  if (!row.condition || node.Tracks().contains(row.condition->id)) return {};
+  const ParameterRow* mode = FindRow(*node.Table(), row.condition->id);
+  const Value* value = node.Get(row.condition->id);
+  const i32* now = std::get_if<i32>(value ? value : &mode->WhenMissing());
+  const std::vector<i32>& counts = row.condition->values;
+  if (!now || std::find(counts.begin(), counts.end(), *now) != counts.end()) return {};
+  return fmt::format("'{}' has no effect while '{}' is {}; it counts {}", row.name, mode->name,
+                     WordFor(*mode, *now), ConditionText(*node.Table(), row));
+}
+
+void NoteUnused(SceneContext& context, const MadeNode& made) {
+  if (!made.parameters || !made.node->Table()) return;
+  for (const JsonMember& member : *made.parameters->Members())
+    if (const ParameterRow* row = RowNamed(*made.node->Table(), member.key))
+      if (const std::string why = WhyUnused(*made.node, *row); !why.empty())
+        context.Note(member, made.subject, why);
+}
+
+void WarnOfSmallCells(SceneContext& context, const MadeNode& made) {
+  const double cell = RealOf(*made.node, kCellSize);
+  const double cells = RealOf(*made.node, kSimulationUnits) / cell;
+  if (!(cells > kMostCellsInAUnit)) return;
+  context.Warning(*made.value, made.subject,
+                  fmt::format("'cell_size': the cells are very small: {} m, {:.0f} of them along "
+                              "'simulation_units'; make sure that this size is meant and that "
+                              "there is memory enough",
+                              cell, cells));
+}
+
+}  // namespace
+
+void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
+            const std::vector<GivenOption>& options) {
+  for (const MadeNode& made : nodes) {
+    NoteUnused(context, made);
+    if (made.node->Type() == kServerNode) WarnOfSmallCells(context, made);
+  }
+  for (const GivenOption& given : options) {
+    const std::string why = WhyUnused(*given.node, *given.row);
+    if (why.empty()) continue;
+    context.SetOption(given.option);
+    context.Note(JsonMember{}, given.subject, why);
+    context.SetOption({});
+  }
+}
+
+std::string FollowUnits(BaseNode& server, double oldUnits) {
+  const double factor = RealOf(server, kSimulationUnits) / oldUnits;
+  if (factor == 1) return {};
+  const auto scale = [&](Value& value) {
+    if (double* real = std::get_if<double>(&value)) *real *= factor;
+  };
+  for (const i32 id : {kCellSize, kRenderCellSize}) {
+    server.Set(id, RealOf(server, id) * factor);
+    const auto track = server.Tracks().find(id);
+    if (track == server.Tracks().end()) continue;
+    Track scaled = track->second;
+    for (Track::Key& key : scaled.keys) scale(key.value);
+    server.SetTrack(id, std::move(scaled));
+  }
+  return fmt::format("'cell_size' follows to {}, 'render_cell_size' to {}: as many cells as before",
+                     RealOf(server, kCellSize), RealOf(server, kRenderCellSize));
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,182 @@
+#include "scene/scene_exports.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+
+#include "nodes/catalogue.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using MELDO_SULVA::Catalogue;
+using MELDO_SULVA::NodeKind;
+
+namespace {
+
+/// A format with the keys that only it has.
+struct Format {
+  std::string_view name;
+  std::vector<std::string_view> keys;
+};
+
+const std::vector<Format>& Formats() {
+  static const std::vector<Format> formats = {{"vdb", {}}, {"png", {"axis"}}};
+  return formats;
+}
+
+/// The kinds of nodes that hold grids: channels, solvers and volumes.
+std::vector<i32> KindsWithGrids() {
+  std::vector<i32> ids;
+  for (const NodeKind& kind : Catalogue()) {
+    const bool isVolume =
+        kind.list == MELDO_SULVA::kListGeometry && (kind.categories & MELDO_SULVA::kCategoryVolume);
+    if (kind.list == MELDO_SULVA::kListChannels || kind.list == MELDO_SULVA::kListSolvers ||
+        isVolume)
+      ids.push_back(kind.id);
+  }
+  return ids;
+}
+
+class ExportReader {
+ public:
+  ExportReader(SceneContext& context, const NameTable& names)
+      : mContext(context), mValues(context, names), mKinds(KindsWithGrids()) {}
+
+  std::optional<ExportSpec> Read(const JsonValue& value) {
+    const Format* format = ReadFormat(value);
+    if (!format) return {};
+    const Subject subject = fmt::format("{} export: ", format->name);
+    std::vector<std::string_view> keys = {"format", "file", "grids"};
+    keys.insert(keys.end(), format->keys.begin(), format->keys.end());
+    mContext.CheckKeys(value, keys, subject);
+    ExportSpec spec;
+    spec.format = format->name;
+    spec.where = mContext.Where(value);
+    const bool hasFile = ReadFile(value, spec, subject);
+    const bool hasGrids = ReadGrids(value, spec, subject);
+    const bool hasAxis = ReadAxis(value, spec, subject);
+    if (!hasFile || !hasGrids || !hasAxis) return {};
+    return spec;
+  }
+
+ private:
+  const Format* ReadFormat(const JsonValue& value) {
+    const JsonValue* word = value.Find("format");
+    if (!word) {
+      mContext.Error(value, "export: ", "'format' is missing");
+      return nullptr;
+    }
+    const auto text = mContext.ReadText(*word, "export: ", "'format'");
+    if (!text) return nullptr;
+    std::vector<std::string_view> names;
+    for (const Format& format : Formats()) {
+      if (format.name == *text) return &format;
+      names.push_back(format.name);
+    }
+    mContext.Error(
+        *word, "export: ",
+        fmt::format("unknown format '{}'; expected {}{}", Shown(*text),
+                    AnyOf({names.begin(), names.end()}), mContext.Suggest(*text, names)));
+    return nullptr;
+  }
+
+  bool ReadFile(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
+    const JsonValue* file = value.Find("file");
+    if (!file) {
+      mContext.Error(value, subject, "'file' is missing");
+      return false;
+    }
+    const auto text = mContext.ReadText(*file, subject, "'file'");
+    if (!text) return false;
+    const std::filesystem::path path(*text);
+    const bool isName = text->find('\0') == std::string::npos && path.has_filename();
+    if (!isName || text->find('#') == std::string::npos) {
+      mContext.Error(*file, subject,
+                     fmt::format("'file': '{}' needs a run of # for the frame number, as in "
+                                 "'{}/####.{}'",
+                                 Shown(*text), spec.format, spec.format));
+      return false;
+    }
+    if (path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end()) {
+      mContext.Error(*file, subject,
+                     fmt::format("'file': '{}' leads out of the output folder", Shown(*text)));
+      return false;
+    }
+    const auto [first, isNew] = mFiles.try_emplace(path.lexically_normal().string(), file->line);
+    if (!isNew) {
+      mContext.Error(*file, subject,
+                     fmt::format("'file': the export in line {} writes '{}' too", first->second,
+                                 Shown(*text)));
+      return false;
+    }
+    spec.file = *text;
+    return true;
+  }
+
+  bool ReadGrids(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
+    const JsonValue* grids = value.Find("grids");
+    if (!grids || !grids->Members() || grids->Members()->empty()) {
+      mContext.Error(grids ? *grids : value, subject,
+                     "'grids': expected an object of names in the file and nodes, at least one");
+      return false;
+    }
+    bool isWhole = true;
+    for (const JsonMember& member : *grids->Members()) {
+      const std::string what = fmt::format("grid '{}'", Shown(member.key));
+      if (member.key.empty()) {
+        mContext.Error(member, subject, "'grids': a grid needs a name");
+        isWhole = false;
+        continue;
+      }
+      const auto name = mContext.ReadText(member.value, subject, what);
+      const BaseNode* node = name ? mValues.ResolveLink(*name, mKinds, member.value, subject, what,
+                                                        "a channel, a solver or a volume")
+                                  : nullptr;
+      if (node) spec.grids.emplace_back(member.key, node->Id());
+      isWhole = isWhole && node;
+    }
+    return isWhole;
+  }
+
+  bool ReadAxis(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
+    const JsonValue* axis = value.Find("axis");
+    if (!axis || spec.format != "png") return true;
+    const std::string* text = axis->Text();
+    if (text && (*text == "x" || *text == "y" || *text == "z")) {
+      spec.axis = text->front();
+      return true;
+    }
+    mContext.Error(*axis, subject, "'axis': expected \"x\", \"y\" or \"z\"");
+    return false;
+  }
+
+  SceneContext& mContext;
+  ValueReader mValues;
+  std::vector<i32> mKinds;
+  std::map<std::string, u32> mFiles;
+};
+
+}  // namespace
+
+std::vector<ExportSpec> ReadExports(SceneContext& context, const NameTable& names,
+                                    const JsonValue& list) {
+  std::vector<ExportSpec> exports;
+  if (!list.Items()) {
+    context.Error(list, "", fmt::format("'exports': expected a list, got {}", KindOf(list)));
+    return exports;
+  }
+  ExportReader reader(context, names);
+  for (const JsonValue& item : *list.Items()) {
+    if (!item.Members()) {
+      context.Error(item, "", fmt::format("'exports': expected an object, got {}", KindOf(item)));
+    } else if (auto spec = reader.Read(item)) {
+      exports.push_back(std::move(*spec));
+    }
+  }
+  return exports;
+}
+
+}  // namespace MELDO_GLOBAL::app

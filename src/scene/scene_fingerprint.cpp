@@ -1,0 +1,64 @@
+#include "scene/scene_fingerprint.h"
+
+#include "cache/hyper_file.h"
+#include "host/polygon_object.h"
+
+namespace MELDO_GLOBAL::app {
+
+namespace {
+
+template <class T>
+void AppendBytes(std::string& out, const T* data, std::size_t count) {
+  const u64 length = count;
+  out.append(reinterpret_cast<const char*>(&length), sizeof length);
+  out.append(reinterpret_cast<const char*>(data), count * sizeof(T));
+}
+
+/// A text in which different values differ.
+void Append(std::string& out, const JsonValue& value) {
+  out += static_cast<char>('0' + value.data.index());
+  if (const bool* truth = value.Bool()) out += *truth ? '1' : '0';
+  if (const double* number = value.Number()) AppendBytes(out, number, 1);
+  if (const std::string* text = value.Text()) AppendBytes(out, text->data(), text->size());
+  if (const JsonValue::Array* items = value.Items()) {
+    for (const JsonValue& item : *items) Append(out, item);
+    out += ']';
+  }
+  if (const JsonValue::Object* members = value.Members()) {
+    for (const JsonMember& member : *members) {
+      AppendBytes(out, member.key.data(), member.key.size());
+      Append(out, member.value);
+    }
+    out += '}';
+  }
+}
+
+void AppendPolygons(std::string& out, const host::BaseNode& node) {
+  if (const auto* object = dynamic_cast<const host::PolygonObject*>(&node)) {
+    const host::Geometry& geometry = object->GetGeometry();
+    AppendBytes(out, geometry.points.data(), geometry.points.size());
+    AppendBytes(out, geometry.polygons.data(), geometry.polygons.size());
+  }
+  for (const host::BaseNode* child : node.Children()) AppendPolygons(out, *child);
+}
+
+}  // namespace
+
+u64 FingerprintOf(const JsonValue& scene, const std::vector<std::string>& overrides,
+                  const host::Document& document) {
+  std::string out;
+  if (const JsonValue::Object* members = scene.Members())
+    for (const JsonMember& member : *members) {
+      if (member.key == "exports" || member.key == "render" || member.key == "range" ||
+          member.key == "$schema")
+        continue;
+      AppendBytes(out, member.key.data(), member.key.size());
+      Append(out, member.value);
+    }
+  AppendBytes(out, &document.previewMin, 1);
+  for (const std::string& text : overrides) AppendBytes(out, text.data(), text.size());
+  for (const host::BaseNode* root : document.Roots()) AppendPolygons(out, *root);
+  return ChecksumOf(out);
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,255 @@
+#include "scene/scene_objects.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "host/mesh_files.h"
+#include "host/polygon_object.h"
+#include "host/render_objects.h"
+#include "host/shapes.h"
+#include "scene/scene_nodes.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+
+const std::vector<ObjectType>& ObjectTypes() {
+  static const std::vector<ObjectType> types = {
+      {"mesh", kMeshObject, false, {"file", "frames"}},
+      {"box", kMeshObject, true, {"size"}},
+      {"sphere", kMeshObject, true, {"radius", "segments"}},
+      {"plane", kMeshObject, true, {"size"}},
+      {"cylinder", kMeshObject, true, {"radius", "height", "segments"}},
+      {"cone", kMeshObject, true, {"radius", "height", "segments"}},
+      {"torus", kMeshObject, true, {"radius", "tube", "segments"}},
+      {"spline", kSplineObject, false, {"points", "closed"}},
+      {"points", kPointsObject, false, {"points"}},
+      {"light", kLightObject, false, {"parameters"}, LightParameters},
+      {"camera", kCameraObject, false, {"parameters"}, CameraParameters},
+  };
+  return types;
+}
+
+namespace {
+
+const ObjectType* FindObjectType(std::string_view name) {
+  for (const ObjectType& type : ObjectTypes())
+    if (type.name == name) return &type;
+  return nullptr;
+}
+
+std::optional<std::string> ReadFileName(SceneContext& context, const JsonValue& value,
+                                        const Subject& subject, const std::string& what) {
+  auto name = context.ReadText(value, subject, what);
+  if (!name || (!name->empty() && name->find('\0') == std::string::npos)) return name;
+  context.Error(value, subject,
+                fmt::format("{}: expected the name of a file, got {}", what,
+                            name->empty() ? "an empty text" : "text with a zero byte"));
+  return {};
+}
+
+}  // namespace
+
+void SceneBuilder::MakeObject(const JsonValue& value, SiblingNames& names) {
+  const JsonValue* type = value.Find("type");
+  const std::string* word = type ? type->Text() : nullptr;
+  const ObjectType* known = word ? FindObjectType(*word) : nullptr;
+  if (known) {
+    MakeKnownObject(value, *known, names);
+    return;
+  }
+  const std::string name = NameOf(value, "object", names);
+  const Subject subject = fmt::format("object \"{}\": ", Shown(name));
+  if (!type) {
+    mContext.Error(value, subject, "'type' is missing");
+  } else if (!word) {
+    mContext.Error(*type, subject, fmt::format("'type': expected text, got {}", KindOf(*type)));
+  } else {
+    std::vector<std::string_view> types;
+    for (const ObjectType& t : ObjectTypes()) types.push_back(t.name);
+    mContext.Error(
+        *type, subject,
+        fmt::format("unknown object type '{}'{}", Shown(*word), mContext.Suggest(*word, types)));
+  }
+  BaseNode& node = mContext.document.Create<BaseNode>(kUnknownNode, name, nullptr);
+  mNames.Add(node);
+  ReadPlacement(value, node, subject);
+  Remember(node, subject, value);
+}
+
+BaseNode* SceneBuilder::MakeKnownObject(const JsonValue& value, const ObjectType& type,
+                                        SiblingNames& names) {
+  const std::string name = NameOf(value, std::string(type.name), names);
+  const Subject subject = fmt::format("{} \"{}\": ", type.name, Shown(name));
+  std::vector<std::string_view> keys = {"name",     "type",  "position",
+                                        "rotation", "scale", "obstacle"};
+  keys.insert(keys.end(), type.keys.begin(), type.keys.end());
+  mContext.CheckKeys(value, keys, subject);
+  BaseNode* node = CreateObject(value, type, name, subject);
+  mNames.Add(*node);
+  ReadPlacement(value, *node, subject);
+  Remember(*node, subject, value);
+  return node;
+}
+
+BaseNode* SceneBuilder::MakeObjectOf(const JsonValue& value, std::string_view word) {
+  ReserveNames({&value}, mRootNames, word);
+  if (const JsonValue* type = value.Find("type"); type && (!type->Text() || *type->Text() != word))
+    mContext.Error(*type, fmt::format("render: {}: ", word),
+                   fmt::format("'type': expected '{}' here", word));
+  return MakeKnownObject(value, *FindObjectType(word), mRootNames);
+}
+
+BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const ObjectType& type,
+                                     const std::string& name, const Subject& subject) {
+  Document& document = mContext.document;
+  const JsonValue* points = value.Find("points");
+  const auto readPoints = [&](std::size_t atLeast) {
+    if (!points) mContext.Error(value, subject, "'points' is missing");
+    auto read = points ? mContext.ReadPoints(*points, atLeast, subject, "'points'") : std::nullopt;
+    return read.value_or(std::vector<Vec3d>());
+  };
+  switch (type.type) {
+    case kSplineObject: {
+      auto& spline = document.Create<SplineObject>(kSplineObject, name, nullptr);
+      spline.points = readPoints(2);
+      if (const JsonValue* closed = value.Find("closed"))
+        spline.closed = mContext.ReadBool(*closed, subject, "'closed'").value_or(false);
+      return &spline;
+    }
+    case kPointsObject: {
+      auto& cloud = document.Create<PointsObject>(kPointsObject, name, nullptr);
+      cloud.points = readPoints(1);
+      return &cloud;
+    }
+    case kMeshObject: {
+      auto& mesh = document.Create<PolygonObject>(kMeshObject, name, nullptr);
+      if (type.isShape) {
+        ReadShape(value, std::string(type.name), mesh, subject);
+      } else {
+        ReadMesh(value, mesh, subject);
+      }
+      return &mesh;
+    }
+    default: break;
+  }
+  auto& node = document.Create<BaseNode>(type.type, name, nullptr);
+  if (type.rows) node.SetTable(&type.rows());
+  return &node;
+}
+
+bool SceneBuilder::ReadSize(const JsonValue& value, const char* key, const Subject& subject,
+                            double& size) {
+  const JsonValue* given = value.Find(key);
+  if (!given) return true;
+  const auto number = mContext.ReadNumber(*given, subject, fmt::format("'{}'", key));
+  if (!number) return false;
+  if (*number > 0) {
+    size = *number;
+    return true;
+  }
+  mContext.Error(*given, subject,
+                 fmt::format("'{}': expected a size above 0, got {}", key, *number));
+  return false;
+}
+
+/// The extents of a box, or of a plane along x and z.
+bool SceneBuilder::ReadExtents(const JsonValue& value, bool isFlat, const Subject& subject,
+                               Vec3d& size) {
+  const JsonValue* given = value.Find("size");
+  if (!given) return true;
+  const auto numbers = mContext.ReadNumbers(*given, isFlat ? 2 : 3, subject, "'size'");
+  if (!numbers) return false;
+  if (*std::min_element(numbers->begin(), numbers->end()) <= 0) {
+    mContext.Error(*given, subject, "'size': expected sizes above 0");
+    return false;
+  }
+  size.x = numbers->front();
+  size.z = numbers->back();
+  if (!isFlat) size.y = (*numbers)[1];
+  return true;
+}
+
+bool SceneBuilder::ReadSegments(const JsonValue& value, const Subject& subject, i32& segments) {
+  const JsonValue* given = value.Find("segments");
+  if (!given) return true;
+  const auto count = mContext.ReadWhole(*given, subject, "'segments'");
+  if (!count) return false;
+  if (*count >= kMinSegments && *count <= kMaxSegments) {
+    segments = *count;
+    return true;
+  }
+  mContext.Error(*given, subject,
+                 fmt::format("'segments': {} is out of range; expected {} to {}", *count,
+                             kMinSegments, kMaxSegments));
+  return false;
+}
+
+void SceneBuilder::ReadShape(const JsonValue& value, const std::string& type, BaseNode& node,
+                             const Subject& subject) {
+  ShapeArguments arguments;
+  const bool results[] = {ReadSize(value, "radius", subject, arguments.radius),
+                          ReadSize(value, "height", subject, arguments.height),
+                          ReadSize(value, "tube", subject, arguments.tube),
+                          ReadExtents(value, type == "plane", subject, arguments.size),
+                          ReadSegments(value, subject, arguments.segments)};
+  if (std::find(std::begin(results), std::end(results), false) != std::end(results)) return;
+  try {
+    static_cast<PolygonObject&>(node).SetGeometry(MakeShape(type, arguments).value());
+  } catch (const std::invalid_argument& error) {
+    mContext.Error(value, subject, error.what());
+  }
+}
+
+void SceneBuilder::ReadMesh(const JsonValue& value, BaseNode& node, const Subject& subject) {
+  const JsonValue* file = value.Find("file");
+  const JsonValue* frames = value.Find("frames");
+  if (!file == !frames) {
+    mContext.Error(value, subject,
+                   file ? "'file' and 'frames' can't both be given"
+                        : "'file' is missing (or 'frames', a file per frame)");
+    return;
+  }
+  if (frames) return ReadFrames(*frames, node, subject);
+  const auto path = ReadFileName(mContext, *file, subject, "'file'");
+  if (!path) return;
+  try {
+    static_cast<PolygonObject&>(node).SetGeometry(LoadMesh(mContext.Resolve(*path)));
+  } catch (const MeshFileError& error) {
+    mContext.Error(*file, subject, fmt::format("'file': {}", error.what()));
+  }
+}
+
+void SceneBuilder::ReadFrames(const JsonValue& frames, BaseNode& node, const Subject& subject) {
+  const auto path = ReadFileName(mContext, frames, subject, "'frames'");
+  if (!path) return;
+  if (path->find('#') == std::string::npos) {
+    mContext.Error(frames, subject, "'frames': expected a run of # for the frame number");
+    return;
+  }
+  const std::string pattern = mContext.Resolve(*path).string();
+  // A range may be absurdly long; a sequence that begins later than this is taken for missing.
+  constexpr i64 kMostFrames = 10000;
+  const i64 last = std::min<i64>(mLastFrame, mFirstFrame + kMostFrames - 1);
+  for (i64 frame = mFirstFrame; frame <= last; ++frame) {
+    const std::string name = FrameFileName(pattern, static_cast<i32>(frame));
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(name, ignored)) continue;
+    auto& object = static_cast<PolygonObject&>(node);
+    try {
+      object.SetGeometry(LoadMesh(name));
+      object.SetFramePattern(pattern);
+      object.Animate(mFirstFrame);
+    } catch (const MeshFileError& error) {
+      mContext.Error(frames, subject, fmt::format("'frames': {}", error.what()));
+    }
+    return;
+  }
+  mContext.Error(
+      frames, subject,
+      fmt::format("'frames': no file {} in the frames {} to {}", Shown(*path), mFirstFrame, last));
+}
+
+}  // namespace MELDO_GLOBAL::app

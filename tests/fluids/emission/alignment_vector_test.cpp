@@ -1,0 +1,80 @@
+#include "fluids/emission/alignment_vector.h"
+
+#include <gtest/gtest.h>
+
+#include "fluids/emission/sphere_volume.h"
+
+using namespace MELDO_GLOBAL;
+using namespace MELDO_GLOBAL::MELDO_SULVA;
+
+namespace {
+
+void ExpectNear(const Vec3d& a, const Vec3d& b, double tolerance = 1e-12) {
+  EXPECT_LE(Length(a - b), tolerance)
+      << a.x << " " << a.y << " " << a.z << " is not " << b.x << " " << b.y << " " << b.z;
+}
+
+class Alignment : public testing::Test {
+ protected:
+  Alignment() : node(s.Add<AlignmentVector3D>("alignment", "direction")) {
+    // At (1, 2, 3) metres, turned by a quarter about z: x to y, y to -x.
+    node.Node()->SetPlacement({100, 200, 300}, {0, 0, 90}, {1, 1, 1});
+  }
+  Vec3d At(const Vec3d& p, i32 mode, u32 worker = 0) {
+    TestScene::Set(node, 1000, mode);
+    s.SetUp();
+    node.SetWorkerCount(2, 1);
+    Vec3d out{7, 7, 7};
+    node.GetDirection(out, p, worker);
+    return out;
+  }
+  TestScene s{0.125};  // exact in single precision
+  AlignmentVector3D& node;
+};
+
+TEST_F(Alignment, AxesVectorsAndCentre) {
+  ExpectNear(At({}, 0), {0, 1, 0});
+  ExpectNear(At({}, 1), {-1, 0, 0});
+  ExpectNear(At({}, 2), {0, 0, 1});
+  ExpectNear(At({1, 2, 8}, 3), {0, 0, 1});
+  ExpectNear(At({1, 2, 3}, 3), {0, 0, 0});
+  ExpectNear(At({4, 6, 5}, 5), {3, 4, 0});
+  ExpectNear(At({}, 6), {-1, 0, 0});  // without a volume the fixed vector
+  ExpectNear(At({}, 7), {-1, 0, 0});
+  ExpectNear(At({}, 9), {0, 0, 0});
+  ExpectNear(At({}, 77), {-1, 0, 0});
+  // The vector lies at (0, 1, 0) - (1, 2, 3) from the centre: below in z.
+  ExpectNear(At({}, 4), {0, 0, -1});
+  TestScene::Set(node, 1001, i32{1});
+  ExpectNear(At({}, 0), {0, -1, 0});
+  node.SetMode(2);
+  EXPECT_EQ(node.GetVector(), (Vec3d{0, 0, 1}));
+}
+
+TEST_F(Alignment, AVolumeGivesCentreAndNormals) {
+  auto& ball = s.AddOwn<SphereVolume>("volume", "ball");
+  ball.Make({0.5, 0.5, 0.5}, 0.3, {8, 8, 8}, {});
+  TestScene::Link(node, 1003, ball);
+  ExpectNear(At({0.5, 0.5, 0.9}, 3), {0, 0, 1}, 1e-6);
+  ExpectNear(At({0.2, 0.5, 0.5}, 6), {-1, 0, 0}, 1e-2);
+  auto& other = s.Add<AlignmentVector3D>("alignment", "a place");
+  other.Node()->SetPlacement({0, 50, 0}, {}, {1, 1, 1});
+  TestScene::Link(node, 1003, other);
+  ExpectNear(At({0.2, 0.5, 0}, 3), {1, 0, 0});
+}
+
+TEST_F(Alignment, RandomDirectionsAreUnitVectorsOfEachWorker) {
+  s.scene->mTime.frameIndex = 12;
+  const Vec3d first = At({}, 8), second = At({}, 8, 1);
+  EXPECT_NEAR(Length(first), 1, 1e-12);
+  EXPECT_NE(first, second);
+  EXPECT_EQ(first, At({}, 8)) << "a run begins with the frame's own seed";
+  RandomStream reference;
+  reference.Seed(12 + 234145);
+  EXPECT_EQ(first, reference.NextOnSphere());
+  EXPECT_EQ(At({}, 8, 9), (Vec3d{})) << "a worker without a stream";
+  s.scene->mTime.frameIndex = 13;
+  EXPECT_EQ(second, At({}, 8)) << "seeds go on from worker to worker";
+}
+
+}  // namespace

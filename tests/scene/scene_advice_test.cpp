@@ -1,0 +1,119 @@
+// What a scene's reader is told of parameters that don't count, of units and of very small cells.
+#include "scene/scene_advice.h"
+
+#include <gmock/gmock.h>
+
+#include "cli/run_folder.h"
+#include "scene/scene_file.h"
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace MELDO_GLOBAL::app {
+namespace {
+
+struct Loaded {
+  explicit Loaded(const std::string& parameters, const std::vector<std::string>& overrides = {}) {
+    const RunFolder folder("advice");
+    scene = LoadScene(folder.Write("s.json",
+                                   "{ \"sulva\": 1, \"nodes\": [ { \"type\": \"server\", "
+                                   "\"name\": \"scene\",\n \"parameters\": {" +
+                                       parameters + "} } ] }"),
+                      diagnostics, overrides);
+  }
+  double Real(i32 id) const { return std::get<double>(*scene->server->Get(id)); }
+  std::vector<std::string> Lines() const { return diagnostics.Lines(); }
+
+  Diagnostics diagnostics;
+  std::optional<LoadedScene> scene;
+};
+
+constexpr i32 kCellSize = 1002, kRenderCellSize = 1015;
+
+}  // namespace
+
+TEST(SceneAdvice, ParametersOfAnotherModeAreNoted) {
+  EXPECT_THAT(
+      Loaded(R"("fixed_step": 0.1, "cfl": 3, "first_frame": 1)").Lines(),
+      ElementsAre(HasSubstr("s.json:2:17: note: server \"scene\": 'fixed_step' has no effect "
+                            "while 'time_mode' is adaptive; it counts with time_mode fixed_step"),
+                  HasSubstr("'first_frame' has no effect while 'use_preview_range' is true")));
+  EXPECT_THAT(
+      Loaded(R"("time_mode": "fixed_step", "1004": 0.1, "1011": 3, "extra_min_substeps": 1)")
+          .Lines(),
+      ElementsAre(HasSubstr("'cfl' has no effect"), HasSubstr("'extra_min_substeps' has no")));
+  EXPECT_THAT(Loaded(R"("use_preview_range": false, "last_frame": 3, "cfl": 3)").Lines(),
+              IsEmpty());
+  EXPECT_THAT(Loaded(R"("time_mode": {"keys": [[0, 0], [5, 2]]}, "fixed_step": 0.1)").Lines(),
+              IsEmpty())
+      << "the mode changes on the way";
+  EXPECT_THAT(Loaded(R"("fixed_step": 0.1)", {"scene.time_mode=fixed_step"}).Lines(), IsEmpty());
+  EXPECT_THAT(
+      Loaded("", {"scene.last_frame=4"}).Lines(),
+      ElementsAre(HasSubstr("--set scene.last_frame=4: note: server \"scene\": 'last_frame'")));
+}
+
+TEST(SceneAdvice, CellSizesFollowTheUnits) {
+  const Loaded loaded(R"("cell_size": 0.05, "simulation_units": 2)",
+                      {"scene.simulation_units=0.5"});
+  EXPECT_DOUBLE_EQ(loaded.Real(kCellSize), 0.0125);
+  EXPECT_DOUBLE_EQ(loaded.Real(kRenderCellSize), 0.05) << "a default follows too";
+  EXPECT_THAT(loaded.Lines(),
+              ElementsAre(HasSubstr("note: server \"scene\": 'cell_size' follows to 0.0125")));
+  for (const bool cellFirst : {true, false}) {
+    std::vector<std::string> options = {"scene.cell_size=0.3", "scene.1001=4"};
+    if (!cellFirst) std::swap(options[0], options[1]);
+    const Loaded given(R"("cell_size": 0.05)", options);
+    EXPECT_DOUBLE_EQ(given.Real(kCellSize), 0.3) << "what the command line gives stands";
+    EXPECT_DOUBLE_EQ(given.Real(kRenderCellSize), 0.8);
+  }
+  const Loaded keyed(R"("cell_size": {"keys": [[0, 0.1], [10, 0.2]]})",
+                     {"scene.simulation_units=3"});
+  keyed.scene->document->SetFrame(10);
+  EXPECT_DOUBLE_EQ(keyed.Real(kCellSize), 0.6);
+  EXPECT_THAT(Loaded("", {"scene.simulation_units=1"}).Lines(), IsEmpty());
+  EXPECT_FALSE(Loaded("", {"scene.simulation_units=0"}).scene);
+}
+
+TEST(SceneAdvice, VerySmallCellsAreAWarning) {
+  EXPECT_THAT(
+      Loaded(R"("cell_size": 0.000009)").Lines(),
+      ElementsAre(HasSubstr("warning: server \"scene\": 'cell_size': the cells are very small")));
+  EXPECT_THAT(Loaded(R"("cell_size": 0.00001)").Lines(), IsEmpty())
+      << "only above a hundred thousand";
+  EXPECT_THAT(Loaded(R"("cell_size": 0.00001, "simulation_units": 2)").Lines(),
+              ElementsAre(HasSubstr("very small")));
+}
+
+TEST(SolverInfo, TellsTheContainerOfTheFirstFrame) {
+  const RunFolder folder("info");
+  folder.Write("s.json", RecordedSmoke(2));
+  ASSERT_EQ(folder.Run({"info", "s.json"}), 0) << folder.Errors();
+  const std::string told = folder.Answers();
+  EXPECT_FALSE(fs::exists(folder.Path() / "out")) << "a question writes nothing";
+  ASSERT_EQ(folder.Run({"run", "s.json", "--frames", "0:0", "--out", "o"}), 0);
+  const auto frame =
+      nlohmann::json::parse(ReadAll(folder.Path() / "o/stats.jsonl")
+                                .substr(0, ReadAll(folder.Path() / "o/stats.jsonl").find('\n')));
+  const auto dims = frame["solvers"]["gas"]["dims"].get<std::vector<int>>();
+  ASSERT_EQ(dims.size(), 3u);
+  char cells[200], rendering[200];
+  std::snprintf(cells, sizeof cells, "Cells [Voxels]: %d x %d x %d (%d)\n", dims[0], dims[1],
+                dims[2], dims[0] * dims[1] * dims[2]);
+  const auto coarse = [](int n) { return static_cast<int>(std::lround(n * double{0.15f} / 0.2)); };
+  std::snprintf(rendering, sizeof rendering, "Cells Rendering [Voxels]: %d x %d x %d (",
+                coarse(dims[0]), coarse(dims[1]), coarse(dims[2]));
+  const std::string errors = folder.Errors();
+  for (const std::string& text : {told, errors}) {
+    EXPECT_THAT(text, HasSubstr(cells)) << "info and the first lines of a run say the same";
+    EXPECT_THAT(text, HasSubstr(rendering));
+    EXPECT_THAT(text, HasSubstr("m (simulation space units)\n"));
+    EXPECT_THAT(text, HasSubstr("Cell Size: 0.15"));
+  }
+  ASSERT_EQ(folder.Run({"run", "s.json", "--frames", "0:0", "--out", "o", "--quiet"}), 0);
+  EXPECT_EQ(folder.Errors(), "");
+}
+
+}  // namespace MELDO_GLOBAL::app
