@@ -14,6 +14,7 @@
 #include "nodes/guide.h"
 #include "nodes/help_words.h"
 #include "nodes/presets.h"
+#include "paths.h"
 #include "scene/render_section.h"
 #include "scene/scene_file.h"
 #include "scene/scene_schema.h"
@@ -193,7 +194,7 @@ TEST(NewCommand, ListsEachSceneInALineAndPresetsByTheirLabel) {
     names.insert(line.substr(0, line.find(' ')));
     EXPECT_GT(line.size(), line.find(' ') + 12) << line << ": says what it shows";
   }
-  for (const auto& entry : fs::directory_iterator(SULVA_SOURCE_DIR "/scenes"))
+  for (const auto& entry : fs::directory_iterator(SourcePath("/scenes")))
     if (entry.path().extension() == ".json") {
       EXPECT_TRUE(names.erase(entry.path().stem().string())) << entry.path();
     }
@@ -219,7 +220,7 @@ TEST(NewCommand, ListsEachSceneInALineAndPresetsByTheirLabel) {
 /// A comment tells what a node is for; a few of one kind may share it.
 TEST(ReadyMadeScenes, EveryNodeIsExplained) {
   constexpr int most = 4;
-  for (const auto& entry : fs::directory_iterator(SULVA_SOURCE_DIR "/scenes")) {
+  for (const auto& entry : fs::directory_iterator(SourcePath("/scenes"))) {
     if (entry.path().extension() != ".json") continue;
     std::ifstream in(entry.path());
     int sharers = most, number = 0;

@@ -8,6 +8,7 @@
 #include "fluids/volume/multi_volume.h"
 #include "grids/sampling.h"
 #include "nodes/catalogue.h"
+#include "paths.h"
 #include "scene/scene_file.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -16,7 +17,7 @@ namespace {
 struct SmallScene {
   explicit SmallScene(const std::string& name, i32 lastFrame = 1) {
     app::Diagnostics diagnostics;
-    loaded = app::LoadScene(SULVA_SOURCE_DIR "/tests/scenes/" + name + ".json", diagnostics);
+    loaded = app::LoadScene(SourcePath("/tests/scenes/") + name + ".json", diagnostics);
     if (!loaded) throw std::runtime_error(testing::PrintToString(diagnostics.Lines()));
     scene = CreateScene(*loaded->server);
     for (i32 frame = 0; frame <= lastFrame; ++frame) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "cli/scene_run.h"
+#include "paths.h"
 
 namespace {
 
@@ -26,8 +27,8 @@ double Measure(const SceneRun& run, const Trial& trial) {
 
 TEST_P(OperatorScene, ShowsWhatItsOperatorDoes) {
   const Trial& trial = GetParam();
-  const std::filesystem::path scene = std::filesystem::path(SULVA_SOURCE_DIR) / "tests/scenes" /
-                                      (std::string(trial.scene) + ".json");
+  const std::filesystem::path scene =
+      std::filesystem::path(SourcePath()) / "tests/scenes" / (std::string(trial.scene) + ".json");
   const SceneRun with = RunCoarsely(scene, 0.1, 12);
   const SceneRun without = RunCoarsely(scene, 0.1, 12, std::string("--set \"") + trial.idle + '"');
   ASSERT_EQ(with.status, 0) << with.errors;

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "cli/scene_run.h"
+#include "paths.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -13,7 +14,7 @@ namespace {
 
 std::vector<fs::path> ScenesIn(const char* folder) {
   std::vector<fs::path> found;
-  const fs::path path = fs::path(SULVA_SOURCE_DIR) / folder;
+  const fs::path path = fs::path(SourcePath()) / folder;
   if (fs::is_directory(path))
     for (const auto& entry : fs::directory_iterator(path))
       if (entry.path().extension() == ".json" &&

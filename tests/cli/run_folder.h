@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "paths.h"
+
 namespace MELDO_GLOBAL::app {
 
 inline std::string ReadAll(const std::filesystem::path& path) {
@@ -51,7 +53,7 @@ class RunFolder {
     std::vector<char*> words = {const_cast<char*>("sulva")};
     for (const std::string& word : arguments) words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
-    execv(SULVA_BINARY, words.data());
+    execv(BinaryPath(), words.data());
     _exit(99);
   }
   /// The exit code, or minus the number of the signal that ended the process.

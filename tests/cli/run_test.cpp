@@ -13,6 +13,8 @@
 #include <sstream>
 #include <thread>
 
+#include "paths.h"
+
 namespace fs = std::filesystem;
 using nlohmann::json;
 
@@ -66,7 +68,7 @@ struct Result {
 class RunCommand : public testing::Test {
  protected:
   void SetUp() override {
-    if (!fs::exists(SULVA_BINARY)) GTEST_SKIP() << SULVA_BINARY << " isn't built";
+    if (!fs::exists(BinaryPath())) GTEST_SKIP() << BinaryPath() << " isn't built";
     const auto* info = testing::UnitTest::GetInstance()->current_test_info();
     mFolder = fs::path(testing::TempDir()) / ("run_" + std::string(info->name()));
     fs::remove_all(mFolder);
@@ -83,8 +85,8 @@ class RunCommand : public testing::Test {
   Result Sulva(const std::string& arguments, fs::path out = {}) {
     if (out.empty()) out = mFolder / "stdout.txt";
     const fs::path err = mFolder / "stderr.txt";
-    const std::string command = "cd '" + mFolder.string() + "' && '" SULVA_BINARY "' " + arguments +
-                                " > '" + out.string() + "' 2> '" + err.string() + "'";
+    const std::string command = "cd '" + mFolder.string() + "' && '" + BinaryPath() + "' " +
+                                arguments + " > '" + out.string() + "' 2> '" + err.string() + "'";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
             fs::is_regular_file(out) ? ReadAll(out) : std::string(), ReadAll(err)};
@@ -312,7 +314,7 @@ TEST_F(RunCommand, InterruptEndsInOrder) {
   ASSERT_GE(child, 0);
   if (child == 0) {
     if (chdir(mFolder.c_str()) != 0) _exit(99);
-    execl(SULVA_BINARY, "sulva", "run", "long.json", "--quiet", "--out", "long", nullptr);
+    execl(BinaryPath(), "sulva", "run", "long.json", "--quiet", "--out", "long", nullptr);
     _exit(99);
   }
   const fs::path third = mFolder / "long/preview/0003.png";

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "paths.h"
+
 struct SceneRun {
   int status = -1;
   std::string errors;
@@ -23,7 +25,7 @@ inline SceneRun RunCoarsely(const std::filesystem::path& scene, double cellSize,
   fs::remove_all(out);
   fs::create_directories(out);
   std::ostringstream command;
-  command << '"' << SULVA_BINARY << "\" run \"" << scene.string()
+  command << '"' << BinaryPath() << "\" run \"" << scene.string()
           << "\" --quiet --frames 0:" << last << " --out \"" << (out / "run").string()
           << "\" --set scene.cell_size=" << cellSize << ' ' << options << " 2> \""
           << (out / "errors").string() << '"';

@@ -9,6 +9,7 @@
 #include <algorithm>
 
 #include "cli/scene_run.h"
+#include "paths.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -58,7 +59,7 @@ bool SwitchOff(json& nodes, const std::string& name) {
 
 std::vector<fs::path> ScenesWithExpectations() {
   std::vector<fs::path> found;
-  for (const auto& entry : fs::directory_iterator(fs::path(SULVA_SOURCE_DIR) / "tests/scenes"))
+  for (const auto& entry : fs::directory_iterator(fs::path(SourcePath()) / "tests/scenes"))
     if (entry.path().extension() == ".json" && fs::exists(ExpectationsOf(entry.path())))
       found.push_back(entry.path());
   std::sort(found.begin(), found.end());

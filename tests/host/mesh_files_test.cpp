@@ -10,6 +10,7 @@
 #include "host/mesh_writers.h"
 #include "host/shapes.h"
 #include "host/temp_folder.h"
+#include "paths.h"
 
 namespace MELDO_GLOBAL::host {
 namespace {
@@ -138,7 +139,7 @@ TEST(MeshFiles, GltfBuffersBesideTheFileAndInside) {
 }
 
 TEST(MeshFiles, RealMeshesHaveTheirKnownShape) {
-  const std::filesystem::path folder = SULVA_SOURCE_DIR "/../shared/data/meshes";
+  const std::filesystem::path folder = SourcePath("/../shared/data/meshes");
   if (!std::filesystem::exists(folder)) GTEST_SKIP() << "no real meshes beside the checkout";
   struct Case {
     const char* file;
@@ -163,9 +164,8 @@ TEST(MeshFiles, RealMeshesHaveTheirKnownShape) {
 
 TEST(MeshFiles, AssetsAreClosedAndWhatTheirScriptMakes) {
   const TempFolder folder;
-  const std::string command =
-      std::string("python3 " SULVA_SOURCE_DIR "/scripts/make_assets.py --out ") +
-      folder.Path().string() + " > /dev/null";
+  const std::string command = ("python3 " + SourcePath("/scripts/make_assets.py --out ")) +
+                              folder.Path().string() + " > /dev/null";
   ASSERT_EQ(std::system(command.c_str()), 0);
   struct Asset {
     const char* file;
@@ -175,7 +175,7 @@ TEST(MeshFiles, AssetsAreClosedAndWhatTheirScriptMakes) {
                              Asset{"knot.obj", 0},      // one
                              Asset{"logs.obj", 14}}) {  // seven pieces
     const Geometry mesh =
-        LoadMesh(std::filesystem::path(SULVA_SOURCE_DIR "/scenes/assets") / asset.file);
+        LoadMesh(std::filesystem::path(SourcePath("/scenes/assets")) / asset.file);
     EXPECT_EQ(LoadMesh(folder.Path() / asset.file), mesh);
     const GeometryFacts facts = FactsOf(mesh);
     EXPECT_TRUE(facts.closed) << asset.file;

@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "cli/run_folder.h"
+#include "paths.h"
 
 namespace fs = std::filesystem;
 
@@ -45,7 +46,7 @@ double ShareOf(const std::vector<float>& values, F&& holds) {
 
 std::vector<fs::path> ReadyScenes() {
   std::vector<fs::path> found;
-  for (const auto& entry : fs::directory_iterator(fs::path(SULVA_SOURCE_DIR) / "scenes"))
+  for (const auto& entry : fs::directory_iterator(fs::path(SourcePath()) / "scenes"))
     // A replay plays what another scene has recorded.
     if (entry.path().extension() == ".json" && entry.path().stem() != "replay")
       found.push_back(entry.path());

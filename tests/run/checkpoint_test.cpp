@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "cli/run_folder.h"
+#include "paths.h"
 
 namespace fs = std::filesystem;
 
@@ -265,7 +266,7 @@ namespace {
 std::vector<fs::path> AllScenes() {
   std::vector<fs::path> found;
   for (const char* name : {"scenes", "tests/scenes"})
-    for (const auto& entry : fs::directory_iterator(fs::path(SULVA_SOURCE_DIR) / name))
+    for (const auto& entry : fs::directory_iterator(fs::path(SourcePath()) / name))
       if (entry.path().extension() == ".json") found.push_back(entry.path());
   std::sort(found.begin(), found.end());
   return found;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "cli/run_folder.h"
+#include "paths.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -9,8 +10,8 @@ using nlohmann::json;
 namespace MELDO_GLOBAL::app {
 namespace {
 
-const std::string kScenes = SULVA_SOURCE_DIR "/scenes/";
-const std::string kRecorded = SULVA_SOURCE_DIR "/tests/scenes/cache.json";
+const std::string kScenes = SourcePath("/scenes/");
+const std::string kRecorded = SourcePath("/tests/scenes/cache.json");
 
 std::map<int, json> Frames(const RunFolder& folder, const std::string& out) {
   std::map<int, json> frames;

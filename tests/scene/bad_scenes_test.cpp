@@ -11,13 +11,14 @@
 #include <sstream>
 
 #include "cli/command_line.h"
+#include "paths.h"
 
 namespace fs = std::filesystem;
 using namespace MELDO_GLOBAL;
 
 namespace {
 
-const fs::path kFolder = fs::path(SULVA_SOURCE_DIR) / "tests/bad_scenes";
+const fs::path kFolder = fs::path(SourcePath()) / "tests/bad_scenes";
 
 std::string Read(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);

@@ -4,7 +4,7 @@
 
 #include "fluids/solvers/fluid_solver.h"
 #include "host/document.h"
-#include "projection_box.h"
+#include "fluids/pressure/projection_box.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;

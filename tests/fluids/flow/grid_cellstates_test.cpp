@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "fluids/gas_rig.h"
-#include "projection_box.h"
+#include "fluids/pressure/projection_box.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;

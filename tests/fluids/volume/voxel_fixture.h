@@ -7,6 +7,7 @@
 #include "grids/egrid.h"
 #include "host/mesh_files.h"
 #include "host/shapes.h"
+#include "paths.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -95,7 +96,7 @@ inline double VolumeOf(const TriMeshSTL& mesh) {
 }
 
 inline std::string DataMesh(const char* name) {
-  return std::string(SULVA_SOURCE_DIR "/../shared/data/meshes/") + name;
+  return std::string(SourcePath("/../shared/data/meshes/")) + name;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
