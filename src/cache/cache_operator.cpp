@@ -60,9 +60,7 @@ ParameterTable CacheRows() {
 }
 
 Cache_OperatorBase::Cache_OperatorBase(BaseNode* node, Scene* scene, std::string defaultName)
-    : iObject(node, scene), mFileName(std::move(defaultName)) {
-  mStageMask |= StageBit(kLoadCache) | StageBit(kSaveCache);
-}
+    : iObject(node, scene), mFileName(std::move(defaultName)) {}
 
 Cache_OperatorBase::Cache_OperatorBase(const Cache_OperatorBase& other)
     : iObject(other),
@@ -82,7 +80,6 @@ Cache_OperatorBase::Cache_OperatorBase(const Cache_OperatorBase& other)
       mGoesOn(other.mGoesOn) {}
 
 bool Cache_OperatorBase::ReadParameters(void* context) {
-  mPriority = 0;
   if (!iObject::ReadParameters(context)) return false;
   mRenderOnly = mInterface.GetBool(1000);
   mMode = mInterface.GetLong(1001);
@@ -117,7 +114,6 @@ fs::path Cache_OperatorBase::ReadFolder() {
 bool Cache_OperatorBase::ResolveLinks() {
   mDuration = nullptr;
   mObjects.clear();
-  mFilters.Clear();
   if (!iObject::ResolveLinks()) return false;
   if (const InExcludeData* list = mInterface.GetInExclude(1012)) {
     std::vector<iBase*> found;
@@ -130,7 +126,6 @@ bool Cache_OperatorBase::ResolveLinks() {
                                                 kListAuxiliary, kBitAny, kBitAny, kTypeDuration));
   // Caches are asked before the set-up passes of the frame.
   if (mDuration) mDuration->ReadParameters();
-  mFilters.Resolve(*this);
   // All caches fetch their links before the first one marks what it feeds, so that none takes the
   // mark from what another feeds. What no file feeds in this frame works for itself.
   for (iObject* object : mObjects) object->SetFlag(FLAG_CACHED, false);
@@ -140,7 +135,6 @@ bool Cache_OperatorBase::ResolveLinks() {
 void Cache_OperatorBase::ClearLinks() {
   mDuration = nullptr;
   mObjects.clear();
-  mFilters.Clear();
   iObject::ClearLinks();
 }
 

@@ -20,9 +20,8 @@ class Cache_OperatorBase : public iObject {
  public:
   Cache_OperatorBase(host::BaseNode* node, Scene* scene, std::string defaultName);
   Cache_OperatorBase(const Cache_OperatorBase& other);
-  i32 GetListIndex() const override { return kListCaches; }
-  bool IsSequential() const override { return true; }
   bool ReadParameters(void* context = nullptr) override;
+  ConstraintList* Constraints() override { return &mFilters; }
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;

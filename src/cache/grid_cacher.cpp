@@ -8,6 +8,7 @@
 #include "fluids/emission/channel_kinds.h"
 #include "fluids/fields/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "grids/grid_resampler.h"
 
@@ -19,6 +20,29 @@ namespace fs = std::filesystem;
 namespace {
 constexpr i32 kVolumeNode = 1028106;
 }  // namespace
+
+const NodeKind& GridCacher::Kind() {
+  static const NodeKind kind = {
+      .id = 1300098,
+      .type = "cache",
+      .label = "GOP::Cacher",
+      .className = "GridCacher",
+      .typeId = kTypeGridCacher,
+      .list = kListCaches,
+      .categories = kCategoryGrid,
+      .flags = "S",
+      .stages = {kLoadCache, kEmitters, kSaveCache},
+      .menu = {"Grids/Operators"},
+      .purpose = "records fields, volumes and the gas, a file a frame, and plays them back",
+      .example =
+          {{},
+           {example::kSmoke, example::kGas,
+            R"({ "type": "cache", "name": "recording", "parameters": { "mode": "record", "compression": "fast", "objects": ["smoke", "gas"] } })"}},
+      .rows = Parameters,
+      .make = MakeNode<GridCacher>,
+  };
+  return kind;
+}
 
 const ParameterTable& GridCacher::Parameters() {
   static const ParameterTable table = [] {
@@ -46,7 +70,8 @@ const ParameterTable& GridCacher::Parameters() {
                       {1, "cosine"},
                       {2, "cubic"},
                       {3, "monotonic_cubic"},
-                      {4, "bspline"}}),
+                      {4, "bspline"}})
+            .To(&GridCacher::mResampleMode),
         LongRow(1021, "digits", 5, "",
                 "width of the frame number in the names of files: 5 gives 00012")
             .Range(1, 6),
@@ -58,16 +83,13 @@ const ParameterTable& GridCacher::Parameters() {
 }
 
 GridCacher::GridCacher(BaseNode* node, Scene* scene)
-    : Cache_OperatorBase(node, scene, "sulva_grid_frame") {
-  mStageMask |= StageBit(kEmitters);
-}
+    : Cache_OperatorBase(node, scene, "sulva_grid_frame") {}
 
 GridCacher::GridCacher(const GridCacher& other)
     : Cache_OperatorBase(other), mResampleMode(other.mResampleMode) {}
 
 bool GridCacher::ReadParameters(void* context) {
   if (!Cache_OperatorBase::ReadParameters(context)) return false;
-  mResampleMode = mInterface.GetLong(1020);
   return true;
 }
 

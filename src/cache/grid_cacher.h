@@ -17,9 +17,8 @@ class GridCacher : public Cache_OperatorBase {
   GridCacher(host::BaseNode* node, Scene* scene);
   GridCacher(const GridCacher& other);
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeGridCacher; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ReadParameters(void* context = nullptr) override;
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;

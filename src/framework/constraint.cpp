@@ -1,18 +1,18 @@
 #include "framework/constraint.h"
 
+#include <algorithm>
+
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-void ConstraintList::Resolve(const iBase& holder, i32 id) {
+void ConstraintList::Name(std::span<const host::LinkTarget> targets) {
   mNamed.clear();
-  // Without a list no constraint applies: only those that the user named.
-  const host::InExcludeData* list = holder.mInterface.GetInExclude(id);
-  if (!list) return;
-  std::vector<iBase*> found;
-  holder.mScene->CollectObjects(list, found, kListAuxiliary, kCategoryConstraint, kTypeAny, kBitAny,
-                                true);
-  for (iBase* object : found) mNamed.push_back(static_cast<Constraint*>(object));
+  for (const host::LinkTarget& target : targets)
+    // One that is named twice is asked once.
+    if (auto* constraint = dynamic_cast<Constraint*>(target.object);
+        constraint && std::find(mNamed.begin(), mNamed.end(), constraint) == mNamed.end())
+      mNamed.push_back(constraint);
 }
 
 void ConstraintList::Prepare(iBase* owner) {

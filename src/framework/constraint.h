@@ -1,5 +1,6 @@
 // Constraints turn a position into a weight.
 #pragma once
+#include <span>
 #include <vector>
 
 #include "framework/ibase.h"
@@ -34,8 +35,8 @@ class ConstraintList {
     mOwn.clear();
     return *this;
   }
-  /// Takes the constraints that a parameter of `holder`, a list of links, names.
-  void Resolve(const iBase& holder, i32 id = 2502);
+  /// Takes the enabled constraints among what a list of links names, in its order.
+  void Name(std::span<const host::LinkTarget> targets);
   void Clear() { mNamed.clear(); }
   bool IsEmpty() const { return mNamed.empty(); }
   void Prepare(iBase* owner);

@@ -1,10 +1,33 @@
 #include "framework/duration.h"
 
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
+
+const NodeKind& Duration::Kind() {
+  static const NodeKind kind = {
+      .id = 1028240,
+      .type = "duration",
+      .label = "Duration",
+      .className = "Duration",
+      .typeId = kTypeDuration,
+      .list = kListAuxiliary,
+      .menu = {"General"},
+      .purpose = "says when something happens and how strongly: emission, forces, operators",
+      .example =
+          {{example::kBall},
+           {R"({ "type": "duration", "name": "puff", "parameters": { "start": 0.2, "length": 1.5, "curve": [[0, 1], [0.7, 1], [1, 0]] } })",
+            R"({ "type": "emission_setting", "name": "rate", "parameters": { "amount": 3, "duration": "puff" } })",
+            example::kSmoke, example::kPair, example::kBallMesh, example::kBallVolume,
+            example::kEmitter}},
+      .rows = Parameters,
+      .make = MakeNode<Duration>,
+  };
+  return kind;
+}
 
 const ParameterTable& Duration::Parameters() {
   static const ParameterTable table = {
@@ -12,10 +35,13 @@ const ParameterTable& Duration::Parameters() {
           .OnlyWith(1008, {0}),
       RealRow(1001, "start", 0.0, "s", "how long it waits before the first puff")
           .OnlyWith(1008, {0}),
-      LongRow(1002, "repeats", 0, "", "further puffs after the first").AtLeast(0),
+      LongRow(1002, "repeats", 0, "", "further puffs after the first")
+          .AtLeast(0)
+          .To(&Duration::repeats),
       RealRow(1003, "pause", 10.0, "s", "quiet time between two puffs").OnlyWith(1008, {0}),
       CurveRow(1004, "curve",
-               "strength from the beginning (0) to the end (1); without it a puff fades out"),
+               "strength from the beginning (0) to the end (1); without it a puff fades out")
+          .To(&Duration::spline),
       LongRow(1005, "length_frames", 0, "frames", "how many frames a puff lasts, with use_frames")
           .OnlyWith(1008, {1}),
       LongRow(1006, "start_frames", 0, "frames",
@@ -29,9 +55,7 @@ const ParameterTable& Duration::Parameters() {
 }
 
 bool Duration::ReadParameters(void* context) {
-  mPriority = 0;
   if (!iBase::ReadParameters(context)) return false;
-  repeats = mInterface.GetLong(1002);
   if (mInterface.GetBool(1008)) {
     const double frame = mScene ? mScene->mClock.frameTime : 0.0;
     length = mInterface.GetLong(1005) * frame;
@@ -42,7 +66,6 @@ bool Duration::ReadParameters(void* context) {
     start = mInterface.GetReal(1001);
     pause = mInterface.GetReal(1003);
   }
-  spline = mInterface.GetSpline(1004);
   return true;
 }
 

@@ -11,9 +11,8 @@ class Duration : public iBase {
   Duration(host::BaseNode* node, Scene* scene) : iBase(node, scene) {}
   Duration(const Duration&) = default;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeDuration; }
-  i32 GetListIndex() const override { return kListAuxiliary; }
   bool ReadParameters(void* context = nullptr) override;
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<Duration>(*this); }
 

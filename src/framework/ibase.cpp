@@ -3,12 +3,40 @@
 #include <algorithm>
 #include <limits>
 
+#include "framework/constraint.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-iBase::iBase(host::BaseNode* node, Scene* scene) { Rebind(node, scene); }
+namespace {
+/// The stages of a kind as a mask.
+u32 StagesOf(const NodeKind& kind) {
+  u32 mask = 0;
+  for (const i32 stage : kind.stages) mask |= StageBit(stage);
+  return mask;
+}
+}  // namespace
+
+iBase::iBase(host::BaseNode* node, Scene* scene) : mKind(node ? node->Kind() : nullptr) {
+  Rebind(node, scene);
+  if (mKind) mStageMask = StagesOf(*mKind);
+}
+
+void iBase::ActAs(const NodeKind& kind) {
+  mKind = &kind;
+  mStageMask = StagesOf(kind);
+}
+
+i32 iBase::GetTypeId() const { return mKind ? mKind->typeId : 0; }
+i32 iBase::GetListIndex() const { return mKind ? mKind->list : 0; }
+void iBase::GetCategories(u32& mask) const { mask |= mKind ? mKind->categories : 0; }
+bool iBase::IsSequential() const { return mKind && mKind->HasFlag('S'); }
+bool iBase::IsIterative() const { return mKind && mKind->HasFlag('I'); }
+bool iBase::PreparesEachPass() const { return mKind && mKind->HasFlag('E'); }
+bool iBase::RunsOnRefresh() const { return mKind && mKind->HasFlag('V'); }
+bool iBase::ResetsOnChange() const { return mKind && mKind->HasFlag('R'); }
 
 iBase::iBase(const iBase& other) {
   iBase::Assign(other);
@@ -17,9 +45,14 @@ iBase::iBase(const iBase& other) {
 
 void iBase::Rebind(host::BaseNode* node, Scene* scene) {
   mInterface.Bind(node);
+  TakeRows();
   mName = node ? node->Name() : std::string();
   mScene = scene;
   mTime = scene ? &scene->mTime : nullptr;
+}
+
+void iBase::TakeRows() {
+  mRows = !Node() ? nullptr : Node()->Table() ? Node()->Table() : &CommonParameters();
 }
 
 bool iBase::NextPass() {
@@ -39,6 +72,8 @@ bool iBase::NextPass() {
 
 void iBase::Assign(const iBase& other) {
   mInterface = other.mInterface;
+  mKind = other.mKind;
+  mRows = other.mRows;
   mFlags = other.mFlags;
   mDirtyStamp = other.mDirtyStamp;
   mScene = other.mScene;
@@ -55,21 +90,64 @@ void iBase::Release(bool) { SetFlag(FLAG_ACTIVE, false); }
 
 bool iBase::ReadParameters(void*) {
   if (!mInterface.HasNode()) return false;
-  const i32 stage = mInterface.GetLong(10001, 0);
-  const i32 priority = mInterface.GetLong(10002, 0);
-  if (stage >= 1) {
-    mPriority = priority;
-    mStageMask = StageBit(stage & 31);
+  TakeRows();
+  host::FillMembers(*mRows, Node(), *this);
+  if (mKind && mKind->priority) mPriority = *mKind->priority;
+  if (mOwnStage >= 1) {
+    mPriority = mOwnPriority;
+    mStageMask = StageBit(mOwnStage & 31);
   } else {
     // Classes without a base priority add up, frame by frame.
     constexpr i64 most = std::numeric_limits<i32>::max();
-    mPriority = static_cast<i32>(std::clamp(i64{mPriority} + priority, -most, most));
+    mPriority = static_cast<i32>(std::clamp(i64{mPriority} + mOwnPriority, -most, most));
   }
-  SetFlag(FLAG_GROUP_BREAK, mInterface.GetBool(10003, true));
+  SetFlag(FLAG_GROUP_BREAK, mGroupBreak);
   return true;
 }
 
-bool iBase::ResolveLinks() { return mInterface.HasNode(); }
+bool iBase::ResolveLinks() {
+  if (!mInterface.HasNode()) return false;
+  TakeRows();
+  if (mScene)
+    host::ConnectLinks(*mRows, *Node(), *this,
+                       [this](const host::BaseNode& node, const host::ParameterRow&) {
+                         return mScene->FindObject(&node, kListAll);
+                       });
+  return true;
+}
+
+void iBase::ClearLinks() {
+  if (mRows) host::ClearLinks(*mRows, *this);
+  SetFlag(FLAG_DIRTY_CHECKED, false);
+}
+
+const host::ParameterTable& iBase::CommonParameters() {
+  using namespace host;
+  static const ParameterTable table = [] {
+    ParameterRow constraints =
+        LinksRow(2502, "constraints",
+                 "where, and how strongly, the node works: every one that is named weakens it "
+                 "outside of its own region",
+                 {});
+    constraints.connect = [](ParameterHolder& holder, std::span<const LinkTarget> targets) {
+      iBase* object = dynamic_cast<iBase*>(&holder);
+      if (ConstraintList* list = object ? object->Constraints() : nullptr) list->Name(targets);
+    };
+    return ParameterTable{
+        constraints.AcceptsAny(kListAuxiliary, kCategoryConstraint),
+        LongRow(2604, "class_option", 0, "", "kept with the node; nothing reads it").Kept(),
+        LongRow(10001, "stage", 0, "",
+                "moves the node to another stage of the step; 0 keeps its own")
+            .Range(0, 25)
+            .To(&iBase::mOwnStage),
+        LongRow(10002, "priority", 0, "", "runs later in its stage than others with a lower number")
+            .To(&iBase::mOwnPriority),
+        BoolRow(10003, "group_break", true, "others in its stage wait until it is done")
+            .To(&iBase::mGroupBreak),
+    };
+  }();
+  return table;
+}
 
 void iBase::CheckDirty() {
   if (!mInterface.HasNode() || Has(FLAG_DIRTY_CHECKED)) return;

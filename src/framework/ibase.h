@@ -15,6 +15,8 @@ class GridLayout;
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+class ConstraintList;
+struct NodeKind;
 class Scene;
 class StateArchive;
 
@@ -115,7 +117,7 @@ enum TypeId : i32 {
 /// A node object: it reads the parameters of one host node, sits in one of the scene's lists and
 /// tells the pipeline when and how it wants to run. Objects report no errors: one that can't
 /// proceed clears `FLAG_ACTIVE` and returns, or returns false, and the pipeline goes on.
-class iBase {
+class iBase : public host::ParameterHolder {
  public:
   /// The objects linked to this object, by port number; not owned.
   struct iPortData {
@@ -133,7 +135,7 @@ class iBase {
   iBase(host::BaseNode* node, Scene* scene);
   iBase(const iBase& other);
   iBase& operator=(const iBase&) = delete;
-  virtual ~iBase() = default;
+  ~iBase() override = default;
 
   /// Advances the pass counter; false, with `mPass` at -1, when the run is over.
   virtual bool NextPass();
@@ -148,24 +150,25 @@ class iBase {
   virtual void UpdateRange() {}
   /// Takes the negotiated box, in simulation units.
   virtual bool ApplyBounds(const Vec3d& /*min*/, const Vec3d& /*max*/) { return true; }
-  virtual i32 GetTypeId() const { return 0; }
-  virtual i32 GetListIndex() const { return 0; }
+  virtual i32 GetTypeId() const;
+  virtual i32 GetListIndex() const;
   /// ORs the category bits into `mask`.
-  virtual void GetCategories(u32& /*mask*/) const {}
-  virtual bool IsSequential() const { return false; }
-  virtual bool IsIterative() const { return false; }
-  virtual bool PreparesEachPass() const { return false; }
-  virtual bool RunsOnRefresh() const { return false; }
-  virtual bool ResetsOnChange() const { return false; }
-  /// First set-up pass. Overrides set their base priority, call the base, and stop when it is
-  /// false.
+  virtual void GetCategories(u32& mask) const;
+  virtual bool IsSequential() const;
+  virtual bool IsIterative() const;
+  virtual bool PreparesEachPass() const;
+  virtual bool RunsOnRefresh() const;
+  virtual bool ResetsOnChange() const;
+  /// First set-up pass. The base fills every member that the node's rows name; overrides set their
+  /// base priority, call the base, stop when it is false, and derive what follows from the members.
   virtual bool ReadParameters(void* context = nullptr);
   /// Third set-up pass.
   virtual bool AfterLinks() { return true; }
-  /// Second set-up pass: fetches links. The base answers whether the interface is bound.
+  /// Second set-up pass: the base fills every link that the node's rows name, and answers whether
+  /// the interface is bound.
   virtual bool ResolveLinks();
-  /// End of a phase; overrides also drop what `ResolveLinks` filled.
-  virtual void ClearLinks() { mFlags &= ~FLAG_DIRTY_CHECKED; }
+  /// End of a phase: the base clears the links that the rows name, overrides what they derived.
+  virtual void ClearLinks();
   virtual void CheckDirty();
   /// Sort order inside a stage.
   virtual bool ComesBefore(const iBase& other) const { return mPriority < other.mPriority; }
@@ -174,6 +177,8 @@ class iBase {
   virtual void GetName(std::string& out) const { out = mName; }
   virtual bool IsPipelineObject() const { return false; }
   virtual std::unique_ptr<iBase> Clone() const { return std::make_unique<iBase>(*this); }
+  /// The constraints that the node names, of a class that has some; null for all else.
+  virtual ConstraintList* Constraints() { return nullptr; }
   virtual bool IsNodeAlive(i32 instanceOf, const host::Document* document) const {
     return mInterface.IsNodeAlive(instanceOf, document);
   }
@@ -207,6 +212,13 @@ class iBase {
   /// The host node, or null when unbound.
   host::BaseNode* Node() const { return mInterface.GetObject(); }
 
+  /// The descriptor of the node's kind; null for what no node stands for.
+  const NodeKind* GetKind() const { return mKind; }
+  /// Makes a member of a group object, which has the group's node, one of its own kind.
+  void ActAs(const NodeKind& kind);
+  /// What every kind of node can be told: rows 2502, 2604 and 10001 to 10003.
+  static const host::ParameterTable& CommonParameters();
+
   InterfaceHandler mInterface;
   i32 mLoopRound = 0;
   i32 mLoopBackPass = -2;  ///< pass at which `NextPass` loops back to pass 0; -2 means never
@@ -223,6 +235,16 @@ class iBase {
   SceneTime* mTime = nullptr;
   const char* mInactiveReason = nullptr;  ///< why the last `Deactivate` was called
   u32 mRuns = 0;                          ///< stage runs in which the object was active
+
+ private:
+  /// The rows of the node as it stands; those of all kinds where it has none.
+  void TakeRows();
+
+  const NodeKind* mKind = nullptr;
+  const host::ParameterTable* mRows = nullptr;  ///< of the node's kind
+  i32 mOwnStage = 0;                            ///< 0: the stages of the class
+  i32 mOwnPriority = 0;
+  bool mGroupBreak = true;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

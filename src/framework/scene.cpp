@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "framework/node_kind.h"
 #include "host/console.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -12,6 +13,20 @@ using namespace host;
 namespace {
 constexpr double kFarthestFrame = 1e9;  // the distance of two frames fits a long
 }  // namespace
+
+const NodeKind& Scene::Kind() {
+  static const NodeKind kind = {
+      .id = 1300000,
+      .type = "server",
+      .label = "Sulva Scene",
+      .className = "Scene",
+      .menu = {"Support"},
+      .purpose = "owns one simulation: its cell size, its time steps and all of its nodes",
+      .example = {{}, {example::kSmoke, example::kGas}},
+      .rows = Parameters,
+  };
+  return kind;
+}
 
 const ParameterTable& Scene::Parameters() {
   static const ParameterTable table = {

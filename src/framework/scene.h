@@ -45,6 +45,7 @@ class Scene {
   Scene& operator=(const Scene&) = delete;
 
   /// Parameters of the server node.
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
 
   /// Reads the node's dirty count.

@@ -10,6 +10,10 @@
 #include "host/parameter.h"
 #include "host/value.h"
 
+namespace MELDO_GLOBAL::MELDO_SULVA {
+struct NodeKind;
+}
+
 namespace MELDO_GLOBAL::host {
 
 class Document;
@@ -94,6 +98,11 @@ class BaseNode {
   /// Attaches the rows and stores every creation default that isn't "absent".
   void SetTable(const ParameterTable* table);
 
+  /// The descriptor of a simulation node's kind, which the document carries and doesn't look into;
+  /// null for all else.
+  const MELDO_SULVA::NodeKind* Kind() const { return mKind; }
+  void SetKind(const MELDO_SULVA::NodeKind* kind) { mKind = kind; }
+
   /// The tag of a type, or null. A tag is a node of its own with parameters, outside the tree.
   BaseNode* Tag(i32 type) const;
   BaseNode& AddTag(i32 type);
@@ -123,6 +132,7 @@ class BaseNode {
   u32 mDirty = 1;
   std::map<i32, Value> mValues;
   const ParameterTable* mTable = nullptr;
+  const MELDO_SULVA::NodeKind* mKind = nullptr;
   std::vector<std::unique_ptr<BaseNode>> mTags;
   std::map<i32, Track> mTracks;
   std::map<PlacementTrack, Track> mPlacementTracks;

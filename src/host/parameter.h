@@ -1,12 +1,15 @@
 // The rows of a parameter table: the one place where a parameter of a node kind is described.
 //
-// Creation defaults, scene-file validation, `sulva nodes`, the node reference and the values that a
-// core object reads when a parameter is missing all come from these rows.
+// Creation defaults, scene-file validation, `sulva nodes`, the node reference and the members that
+// a core object reads all come from these rows: a row names the member that it fills.
 #pragma once
+#include <functional>
 #include <limits>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "host/value.h"
@@ -42,6 +45,29 @@ struct Condition {
   std::vector<i32> values;
 };
 
+class BaseNode;
+
+/// The root of every class whose members rows may fill.
+struct ParameterHolder {
+  virtual ~ParameterHolder() = default;
+};
+
+/// What an entry of a link leads to: its node, and the object that stands for it in the scene of
+/// the holder; null where there is none that takes part.
+struct LinkTarget {
+  BaseNode* node = nullptr;
+  ParameterHolder* object = nullptr;
+  u32 flags = 0;
+};
+
+/// An entry of a list of links, with its word of flags.
+template <class T>
+struct Linked {
+  T* object = nullptr;
+  u32 flags = 0;
+  T* operator->() const { return object; }
+};
+
 struct ParameterRow {
   i32 id = 0;
   std::string_view name;  ///< readable, snake_case
@@ -52,9 +78,20 @@ struct ParameterRow {
   double min = -std::numeric_limits<double>::infinity();
   double max = std::numeric_limits<double>::infinity();
   std::vector<Choice> choices;
-  std::vector<i32> accepts;            ///< node types that a link may point to; empty means any
+  std::vector<i32> accepts;   ///< node types that a link may point to; empty means any
+  i32 acceptsList = 0;        ///< number of the object list that a link may point to; 0 means any
+  u32 acceptsCategories = 0;  ///< what an object of that list has to be able to, bit for bit
+  bool required = false;      ///< without this link the node does nothing
+  bool kept = false;          ///< stored and kept with the scene, without effect
   std::optional<Condition> condition;  ///< none: it always counts
   std::string_view help;
+  /// Gives a value of the row's type to the member that the row names; null where it names none.
+  std::function<void(ParameterHolder&, const Value&)> fill;
+  /// Gives the targets of a link or list to the member; none clears it.
+  std::function<void(ParameterHolder&, std::span<const LinkTarget>)> connect;
+
+  /// Whether a member, or some other reader, takes the parameter.
+  bool HasEffect() const { return !kept; }
 
   /// The value that a core object reads when the node doesn't hold the parameter.
   const Value& WhenMissing() const { return missing ? *missing : creation; }
@@ -67,12 +104,118 @@ struct ParameterRow {
     return condition = {other, std::move(values)}, *this;
   }
   ParameterRow& Accepts(std::vector<i32> types) { return accepts = std::move(types), *this; }
+  /// Links may point to objects of a list that have all of these categories.
+  ParameterRow& AcceptsAny(i32 list, u32 categories) {
+    return acceptsList = list, acceptsCategories = categories, *this;
+  }
+  ParameterRow& Required() { return required = true, *this; }
+  /// Nothing reads the parameter; it is kept with the scene.
+  ParameterRow& Kept() { return kept = true, *this; }
+
+  /// The member that the row fills. Holders of other classes pass unharmed, since the parts of an
+  /// object share its node and its rows. Members: bool, i32, f32, double, std::string, Vec3d;
+  /// pointers to const SplineData, Gradient or InExcludeData, null without one; for links a pointer
+  /// to the class of object or host node, null unless the target is one; for lists a vector of such
+  /// pointers, or of `Linked` where the flags count.
+  template <class C, class M>
+  ParameterRow& To(M C::*member);
+
+ private:
+  template <class T>
+  static T* As(const LinkTarget& target);
+  template <class T>
+  static void Append(std::vector<T*>& list, const LinkTarget& target);
+  template <class T>
+  static void Append(std::vector<Linked<T>>& list, const LinkTarget& target);
 };
+
+/// The conversions of a stored value: a long becomes a real, a real is truncated towards zero into
+/// the range of a long (not a number becomes 0), a bool is true if it is exactly 1.
+double RealOf(const Value& value, double fallback);
+i32 LongOf(const Value& value, i32 fallback);
+
+template <class M>
+struct IsList : std::false_type {};
+template <class T>
+struct IsList<std::vector<T>> : std::true_type {};
+
+template <class T>
+T* ParameterRow::As(const LinkTarget& target) {
+  if constexpr (std::is_base_of_v<BaseNode, T>) {
+    return dynamic_cast<T*>(target.node);
+  } else {
+    return dynamic_cast<T*>(target.object);
+  }
+}
+
+template <class T>
+void ParameterRow::Append(std::vector<T*>& list, const LinkTarget& target) {
+  if (T* object = As<T>(target)) list.push_back(object);
+}
+
+template <class T>
+void ParameterRow::Append(std::vector<Linked<T>>& list, const LinkTarget& target) {
+  if (T* object = As<T>(target)) list.push_back({object, target.flags});
+}
+
+template <class C, class M>
+ParameterRow& ParameterRow::To(M C::*member) {
+  if constexpr (std::is_pointer_v<M> && std::is_const_v<std::remove_pointer_t<M>>) {
+    using Data = std::remove_const_t<std::remove_pointer_t<M>>;
+    fill = [member](ParameterHolder& holder, const Value& value) {
+      if (C* object = dynamic_cast<C*>(&holder)) object->*member = std::get_if<Data>(&value);
+    };
+  } else if constexpr (std::is_pointer_v<M>) {
+    connect = [member](ParameterHolder& holder, std::span<const LinkTarget> targets) {
+      if (C* object = dynamic_cast<C*>(&holder))
+        object->*member = targets.empty() ? nullptr : As<std::remove_pointer_t<M>>(targets.front());
+    };
+  } else if constexpr (IsList<M>::value) {
+    connect = [member](ParameterHolder& holder, std::span<const LinkTarget> targets) {
+      C* object = dynamic_cast<C*>(&holder);
+      if (!object) return;
+      M& list = object->*member;
+      list.clear();
+      for (const LinkTarget& target : targets) Append(list, target);
+    };
+  } else {
+    fill = [member](ParameterHolder& holder, const Value& value) {
+      C* object = dynamic_cast<C*>(&holder);
+      if (!object) return;
+      M& out = object->*member;
+      if constexpr (std::is_same_v<M, bool>) {
+        out = LongOf(value, 0) == 1;
+      } else if constexpr (std::is_integral_v<M> || std::is_enum_v<M>) {
+        out = static_cast<M>(LongOf(value, 0));
+      } else if constexpr (std::is_floating_point_v<M>) {
+        out = static_cast<M>(RealOf(value, 0));
+      } else if (const M* stored = std::get_if<M>(&value)) {
+        out = *stored;
+      } else {
+        out = M{};
+      }
+    };
+  }
+  return *this;
+}
 
 using ParameterTable = std::vector<ParameterRow>;
 
 /// The row of `id`, or null.
 const ParameterRow* FindRow(const ParameterTable& table, i32 id);
+
+/// Fills every member that the rows name with what `node` holds, limited to the range of the row,
+/// or with the value of a missing parameter. A null node fills nothing.
+void FillMembers(const ParameterTable& table, const BaseNode* node, ParameterHolder& holder);
+
+/// Finds the object that stands for a node, or null.
+using ObjectFinder = std::function<ParameterHolder*(const BaseNode&, const ParameterRow&)>;
+/// Resolves every link and list that the rows name, in the order of the lists; what leads nowhere
+/// or to an object of another class is left out.
+void ConnectLinks(const ParameterTable& table, const BaseNode& node, ParameterHolder& holder,
+                  const ObjectFinder& find);
+/// Clears what `ConnectLinks` filled.
+void ClearLinks(const ParameterTable& table, ParameterHolder& holder);
 
 /// Makers of rows, so that a table reads as a table. Lengths with the unit "host" are in host
 /// units, "cells" in cells.

@@ -10,7 +10,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// One group of the menu. A kind may stand in several groups.
 struct MenuGroup {
   std::string_view name;     ///< "Grids", or "Grids/Forces" for a group inside another
-  std::vector<i32> entries;  ///< ids of kinds, in order; kinds that aren't made yet among them
+  std::vector<i32> entries;  ///< ids of the kinds that name it, in the order of the catalogue
 };
 
 /// All groups, in the order in which they are shown.

@@ -21,8 +21,8 @@ constexpr double kFiveDegrees = 0.08726646259971647;
 
 const ParameterTable& ObstacleParameters() {
   static const ParameterTable table = {
-      LongRow(2000, "body_option", 0, "", "kept with the scene; nothing reads it"),
-      LongRow(2001, "body_mode", 1, "", "kept with the scene; nothing reads it"),
+      LongRow(2000, "body_option", 0, "", "kept with the scene; nothing reads it").Kept(),
+      LongRow(2001, "body_mode", 1, "", "kept with the scene; nothing reads it").Kept(),
       RealRow(2002, "mass", 0.0, "kg",
               "how hard the body is to push, with mass_mode given; 0 keeps it where it is")
           .AtLeast(0),
@@ -56,10 +56,10 @@ const ParameterTable& ObstacleParameters() {
       RealRow(2014, "rolling_friction", 0.3, "", "how soon it stops when it rolls")
           .Missing(0.1)
           .AtLeast(0),
-      LongRow(2015, "direction_mode", 0, "", "kept with the scene; nothing reads it"),
-      VectorRow(2016, "direction", {1, 0, 0}, "", "kept with the scene; nothing reads it"),
-      BoolRow(2017, "direction_option", true, "kept with the scene; nothing reads it"),
-      LongRow(2018, "direction_space", 0, "", "kept with the scene; nothing reads it"),
+      LongRow(2015, "direction_mode", 0, "", "kept with the scene; nothing reads it").Kept(),
+      VectorRow(2016, "direction", {1, 0, 0}, "", "kept with the scene; nothing reads it").Kept(),
+      BoolRow(2017, "direction_option", true, "kept with the scene; nothing reads it").Kept(),
+      LongRow(2018, "direction_space", 0, "", "kept with the scene; nothing reads it").Kept(),
       LinkRow(2019, "centre_object", "an object that marks the point round which the body turns",
               {}),
       RealRow(2020, "angular_sleep_speed", kFiveDegrees, "rad/s",
@@ -95,13 +95,31 @@ const ParameterTable& ObstacleParameters() {
           .AtLeast(0),
       BoolRow(2036, "baked", false, "plays a stored motion instead of simulating one"),
       ButtonRow(2037, "bake", "stores the motion, to be played again"),
-      BoolRow(2038, "bake_option", false, "kept with the scene; nothing reads it"),
+      BoolRow(2038, "bake_option", false, "kept with the scene; nothing reads it").Kept(),
       ButtonRow(2039, "clear_bake", "forgets the stored motion"),
       BoolRow(2040, "follow_bake", true, "the stored motion is what moves the body")
           .Missing(i32{0}),
       RealRow(2041, "bake_offset", 0.0, "frames", "plays the stored motion earlier or later"),
   };
   return table;
+}
+
+const NodeKind& ObstacleKind() {
+  static const NodeKind kind = {
+      .id = kObstacleTag,
+      .type = "obstacle",
+      .label = "Obstacle",
+      .menu = {"Bodies"},
+      .purpose =
+          "makes a volume solid for the gas (the key \"obstacle\" of a node, no node itself)",
+      .example =
+          {{example::kBall},
+           {example::kBallMesh,
+            R"({ "type": "volume", "name": "ball volume", "parameters": { "mesh": "ball mesh" },)",
+            R"(  "obstacle": { "linear_velocity_transfer": 1 } })", example::kGas}},
+      .rows = ObstacleParameters,
+  };
+  return kind;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

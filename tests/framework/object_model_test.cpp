@@ -184,6 +184,13 @@ class Halver : public Constraint {
   int mTests = 100;
 };
 
+class Holder : public iObject {
+ public:
+  using iObject::iObject;
+  ConstraintList* Constraints() override { return &mConstraints; }
+  ConstraintList mConstraints;
+};
+
 TEST(ConstraintList, EachHolderHasItsOwnCopies) {
   host::Document document;
   host::BaseNode& server = document.Create<host::BaseNode>(host::kServerNode, "s", nullptr);
@@ -200,13 +207,13 @@ TEST(ConstraintList, EachHolderHasItsOwnCopies) {
   host::BaseNode& holderNode = document.Create<host::BaseNode>(1, "holder", nullptr);
   scene.Synchronise(&document);
 
-  iObject holder(&holderNode, &scene);
-  ConstraintList first, second, none;
-  none.Resolve(holder);
-  EXPECT_TRUE(none.IsEmpty()) << "without a list no constraint applies";
+  holderNode.SetTable(&iBase::CommonParameters());
+  Holder holder(&holderNode, &scene), other(&holderNode, &scene);
+  ConstraintList &first = holder.mConstraints, &second = other.mConstraints;
+  ASSERT_TRUE(holder.ResolveLinks());
+  EXPECT_TRUE(first.IsEmpty()) << "without a list no constraint applies";
   holderNode.Set(2502, host::InExcludeData{{{a.Id(), 0}, {a.Id(), 0}}});
-  first.Resolve(holder);
-  second.Resolve(holder);
+  ASSERT_TRUE(holder.ResolveLinks() && other.ResolveLinks());
   first.Prepare(&holder);
   second.Prepare(&holder);
   double w = 8;
@@ -223,6 +230,8 @@ TEST(ConstraintList, EachHolderHasItsOwnCopies) {
   w = 8;
   EXPECT_TRUE(first.Test({}, w, &holder, 0));
   EXPECT_EQ(w, 8);
+  holder.ClearLinks();
+  EXPECT_TRUE(first.IsEmpty());
 }
 
 }  // namespace

@@ -4,11 +4,36 @@
 #include <utility>
 
 #include "fluids/flow/wall_velocities.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
+
+const NodeKind& GridAdvection::Kind() {
+  static const NodeKind kind = {
+      .id = 1300122,
+      .type = "grid_advection",
+      .label = "GOP::Advection",
+      .className = "GridAdvection",
+      .list = kListOperators,
+      .categories = kCategoryGrid,
+      .flags = "SI",
+      .stages = {kAdvection},
+      .priority = 5,
+      .menu = {"Grids/Operators"},
+      .purpose = "moves a field, or the velocity itself, along with the flow",
+      .example =
+          {{},
+           {example::kSmoke, example::kGas,
+            R"({ "type": "grid_advection", "name": "move smoke", "parameters": { "target": "smoke", "solver": "gas", "path_integration": "heun" } })",
+            R"({ "type": "grid_advection", "name": "move gas", "parameters": { "target": "gas", "solver": "gas" } })"}},
+      .rows = Parameters,
+      .make = MakeNode<GridAdvection>,
+  };
+  return kind;
+}
 
 const ParameterTable& GridAdvection::Parameters() {
   static const ParameterTable table = {
@@ -21,13 +46,16 @@ const ParameterTable& GridAdvection::Parameters() {
           .Choices({{0, "semi_lagrangian"},
                     {1, "maccormack"},
                     {2, "conservative"},
-                    {3, "conservative_maccormack"}}),
+                    {3, "conservative_maccormack"}})
+          .To(&GridAdvection::mScheme),
       LongRow(1003, "path_integration", 0, "",
               "how exactly curved paths are followed: heun keeps thin whirls round")
-          .Choices({{0, "euler"}, {1, "heun"}, {2, "runge_kutta_3"}, {3, "runge_kutta_4"}}),
+          .Choices({{0, "euler"}, {1, "heun"}, {2, "runge_kutta_3"}, {3, "runge_kutta_4"}})
+          .To(&GridAdvection::mTraceOrder),
       LongRow(1004, "sampling", 0, "",
               "how the field is read between cells: cubic ways stay sharper than linear")
-          .Choices({{0, "linear"}, {1, "bspline"}, {2, "monotonic_cubic"}}),
+          .Choices({{0, "linear"}, {1, "bspline"}, {2, "monotonic_cubic"}})
+          .To(&GridAdvection::mSampling),
       LinkRow(1005, "solver", "whose flow carries it", {1300002, 1300003, 1300004}),
       RealRow(1007, "strength", 1.0, "",
               "how much of the detail MacCormack brings back: lower is calmer")
@@ -38,8 +66,6 @@ const ParameterTable& GridAdvection::Parameters() {
 
 GridAdvection::GridAdvection(BaseNode* node, Scene* scene) : iObject(node, scene) {
   mPassCount = 4;
-  mPriority = 5;
-  mStageMask |= StageBit(kAdvection);
 }
 
 GridAdvection::GridAdvection(const GridAdvection& other)
@@ -55,11 +81,7 @@ void GridAdvection::Release(bool full) {
 }
 
 bool GridAdvection::ReadParameters(void* context) {
-  mPriority = 5;
   if (!iObject::ReadParameters(context)) return false;
-  mScheme = mInterface.GetLong(1002);
-  mTraceOrder = mInterface.GetLong(1003);
-  mSampling = mInterface.GetLong(1004);
   mStrength = static_cast<f32>(mInterface.GetReal(1007));
   return true;
 }

@@ -23,11 +23,8 @@ class GridAdvection : public iObject {
   GridAdvection(host::BaseNode* node, Scene* scene);
   GridAdvection(const GridAdvection& other);
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetListIndex() const override { return kListOperators; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
-  bool IsSequential() const override { return true; }
-  bool IsIterative() const override { return true; }
   bool NextPass() override;
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;

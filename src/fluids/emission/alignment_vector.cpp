@@ -1,5 +1,6 @@
 #include "fluids/emission/alignment_vector.h"
 
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -7,7 +8,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 
 bool AlignmentVector2D::ReadParameters(void* context) {
-  mPriority = 0;
   if (!iObject::ReadParameters(context)) return false;
   mMode = mInterface.GetLong(1000);
   SetFlag(FLAG_FLIPPED, mInterface.GetBool(1001));
@@ -92,6 +92,27 @@ void AlignmentVector2D::GetDirection(Vec3d& out, const Vec3d& position, const Ma
 
 void AlignmentVector2D::GetDirection(Vec3d& out, const Vec3d& position, u32 worker) {
   GetDirection(out, position, mMatrix, mCentre, worker);
+}
+
+const NodeKind& AlignmentVector3D::Kind() {
+  static const NodeKind kind = {
+      .id = 1300010,
+      .type = "alignment",
+      .label = "Alignment",
+      .className = "AlignmentVector3D",
+      .typeId = kTypeAlignment,
+      .list = kListAuxiliary,
+      .menu = {"General"},
+      .purpose = "gives a direction for each place, such as away from a centre",
+      .example =
+          {{example::kBall},
+           {R"({ "type": "alignment", "name": "outwards", "parameters": { "mode": "radial", "centre": "ball" } })",
+            R"({ "type": "force_gravity", "name": "blast", "parameters": { "alignment": "outwards", "strength": 0.5 } })",
+            R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150], "parameters": { "forces": ["blast"] } })"}},
+      .rows = Parameters,
+      .make = MakeNode<AlignmentVector3D>,
+  };
+  return kind;
 }
 
 const ParameterTable& AlignmentVector3D::Parameters() {

@@ -25,8 +25,6 @@ class AlignmentVector2D : public iObject {
     kBodyVelocity = 9,
   };
 
-  i32 GetTypeId() const override { return kTypeAlignment; }
-  i32 GetListIndex() const override { return kListAuxiliary; }
   bool ReadParameters(void* context = nullptr) override;
   void ClearLinks() override;
   std::unique_ptr<iBase> Clone() const override {
@@ -71,6 +69,7 @@ class AlignmentVector3D : public AlignmentVector2D {
   using AlignmentVector2D::AlignmentVector2D;
   AlignmentVector3D() = default;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
   std::unique_ptr<iBase> Clone() const override {

@@ -1,6 +1,7 @@
 #include "fluids/emission/channel_pair.h"
 
 #include "fluids/emission/channel_kinds.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -30,6 +31,26 @@ void ChannelTarget::Resolve(const iBase& holder, i32 id, i32 solverField) {
     return;
   }
   vector = dynamic_cast<VectorField*>(scene.FindObject(node, kListChannels, kBitVector));
+}
+
+const NodeKind& ChannelPair::Kind() {
+  static const NodeKind kind = {
+      .id = 1300012,
+      .type = "channelsettings",
+      .label = "Container::Channel/Settings",
+      .className = "ChannelPair",
+      .typeId = kTypeChannelPair,
+      .list = kListSettings,
+      .categories = kCategoryGrid,
+      .menu = {"Grids/Emitters"},
+      .purpose = "joins a field with the settings of what is emitted into it",
+      .example = {{example::kBall},
+                  {example::kSmoke, example::kRate, example::kPair, example::kBallMesh,
+                   example::kBallVolume, example::kEmitter}},
+      .rows = Parameters,
+      .make = MakeNode<ChannelPair>,
+  };
+  return kind;
 }
 
 const ParameterTable& ChannelPair::Parameters() {

@@ -23,10 +23,8 @@ class ChannelPair : public iBase {
   using iBase::iBase;
   ChannelPair() = default;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeChannelPair; }
-  i32 GetListIndex() const override { return kListSettings; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ResolveLinks() override;
   void ClearLinks() override;
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<ChannelPair>(*this); }

@@ -1,21 +1,47 @@
 #include "fluids/emission/channel_value.h"
 
 #include "fluids/emission/channel_kinds.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
+const NodeKind& ChannelValue::Kind() {
+  static const NodeKind kind = {
+      .id = 1300013,
+      .type = "channelvalue",
+      .label = "Container::Channel/Value",
+      .className = "ChannelValue",
+      .typeId = kTypeChannelValue,
+      .list = kListSettings,
+      .categories = kCategoryGrid | kCategoryProperty,
+      .menu = {"Particles/Emitters"},
+      .purpose = "a value for a field, as points carry it into the grid",
+      .example =
+          {{example::kBall},
+           {example::kHeat, example::kBallMesh,
+            R"({ "type": "channelvalue", "name": "warm", "parameters": { "channel": "heat", "value": 300 } })",
+            R"({ "type": "properties_particles", "name": "warm skin", "parameters": { "source": "ball mesh", "values": ["warm"] } })"}},
+      .rows = Parameters,
+      .make = MakeNode<ChannelValue>,
+  };
+  return kind;
+}
+
 const ParameterTable& ChannelValue::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "channel", "what is filled or read: a field, or a solver's flow", FieldKinds()),
       LongRow(1008, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}}),
-      RealRow(1001, "value", 1.0, "", "number for a field of numbers: what a point or cell brings"),
+      RealRow(1001, "value", 1.0, "", "number for a field of numbers: what a point or cell brings")
+          .To(&ChannelValue::mValue),
       VectorRow(1002, "vector_value", {1, 1, 1}, "",
-                "vector for a field of vectors: a colour, a velocity"),
-      RealRow(1003, "second_value", 0.0, "", "a further number for the node that reads this one"),
+                "vector for a field of vectors: a colour, a velocity")
+          .To(&ChannelValue::mVector),
+      RealRow(1003, "second_value", 0.0, "", "a further number for the node that reads this one")
+          .To(&ChannelValue::mSecondValue),
       LinkRow(1004, "property", "takes the number from each particle instead", {}),
       BoolRow(1007, "property_switch", false, "how a linked property is read"),
   };
@@ -23,11 +49,7 @@ const ParameterTable& ChannelValue::Parameters() {
 }
 
 bool ChannelValue::ReadParameters(void* context) {
-  mPriority = 0;
   if (!iBase::ReadParameters(context)) return false;
-  mValue = mInterface.GetReal(1001);
-  mVector = mInterface.GetVector(1002);
-  mSecondValue = mInterface.GetReal(1003);
   return true;
 }
 

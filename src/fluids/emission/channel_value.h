@@ -10,10 +10,8 @@ class ChannelValue : public iBase {
   using iBase::iBase;
   ChannelValue() = default;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeChannelValue; }
-  i32 GetListIndex() const override { return kListSettings; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryProperty; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

@@ -11,16 +11,16 @@ class EmissionRate : public iBase {
   EmissionRate(host::BaseNode* node, Scene* scene) : iBase(node, scene) {}
   EmissionRate(const EmissionRate&) = default;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetListIndex() const override { return kListSettings; }
   void GetCategories(u32& mask) const override {
-    mask |= mKind == kReal ? 0x1u : u32{kCategoryVector};
+    mask |= mType == kReal ? 0x1u : u32{kCategoryVector};
   }
   bool ReadParameters(void* context = nullptr) override;
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<EmissionRate>(*this); }
 
-  enum Kind : i32 { kReal = 0, kVector = 1, kWhole = 2 };
-  i32 mKind = kReal;
+  enum Type : i32 { kReal = 0, kVector = 1, kWhole = 2 };
+  i32 mType = kReal;
   double mReal = 1;
   Vec3d mVector{1, 0, 0};
   i32 mWhole = 100;  ///< read by particle emitters

@@ -1,5 +1,6 @@
 #include "fluids/emission/emission_settings.h"
 
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -34,55 +35,77 @@ void iEmissionSettings::CheckDirty() {
 
 namespace {
 ParameterRow FalloffCurveRow() {
-  ParameterRow row = CurveRow(
-      1005, "falloff_curve",
-      "strength from the surface (0) to the deepest point (1): 0 at the left makes soft edges");
+  ParameterRow row =
+      CurveRow(
+          1005, "falloff_curve",
+          "strength from the surface (0) to the deepest point (1): 0 at the left makes soft edges")
+          .To(&GridEmissionSettings::mFalloffCurve);
   row.creation = SplineData{{{0, 0}, {1, 1}}};
   return row.Missing(std::monostate{});
 }
 }  // namespace
 
+const NodeKind& GridEmissionSettings::Kind() {
+  static const NodeKind kind = {
+      .id = 1300024,
+      .type = "emission_setting",
+      .label = "Settings::Grid Emission",
+      .className = "GridEmissionSettings",
+      .typeId = kTypeGridEmissionSettings,
+      .list = kListSettings,
+      .categories = kCategoryGrid,
+      .menu = {"Grids/Emitters"},
+      .purpose = "how much is emitted, when, and how it combines with what a cell holds",
+      .example =
+          {{example::kBall},
+           {example::kSmoke,
+            R"({ "type": "emission_setting", "name": "rate", "parameters": { "amount": 0.8, "mode": "set", "absolute": true } })",
+            example::kPair, example::kBallMesh, example::kBallVolume, example::kEmitter}},
+      .rows = Parameters,
+      .make = MakeNode<GridEmissionSettings>,
+  };
+  return kind;
+}
+
 const ParameterTable& GridEmissionSettings::Parameters() {
   static const ParameterTable table = {
       RealRow(1013, "amount", 1.0, "1/s",
-              "how fast a cell fills: higher is thicker smoke or hotter gas"),
+              "how fast a cell fills: higher is thicker smoke or hotter gas")
+          .To(&GridEmissionSettings::mValue),
       VectorRow(1014, "vector_amount", {1, 1, 1}, "1/s",
-                "how fast a cell of a vector field fills, for each component"),
+                "how fast a cell of a vector field fills, for each component")
+          .To(&GridEmissionSettings::mVector),
       BoolRow(1015, "show_vector", false, "a dialog shows vector_amount in place of amount"),
       LinkRow(1002, "rate",
               "a value node that takes the place of amount, shared by several sources", {1300011}),
       LongRow(1000, "mode", 0, "",
               "add piles up, set replaces what was there, add_to_limit stops at the limit")
-          .Choices({{0, "add"}, {1, "set"}, {2, "add_to_limit"}}),
+          .Choices({{0, "add"}, {1, "set"}, {2, "add_to_limit"}})
+          .To(&GridEmissionSettings::mMode),
       LinkRow(1003, "limit",
               "value node with the level at which add_to_limit stops; without it the upper end of "
               "the channel's range",
               {1300011}),
       BoolRow(1001, "absolute", false,
-              "gives the whole amount in every step, whatever its length: full at once"),
+              "gives the whole amount in every step, whatever its length: full at once")
+          .To(&GridEmissionSettings::mAbsolute),
       LinkRow(1004, "duration", "a puff instead of a steady source: when it runs, and how strongly",
               {1028240}),
       LongRow(1006, "falloff", 0, "",
               "fades the source towards its surface, so that no hard shape shows in the smoke")
-          .Choices({{0, "none"}, {1, "depth"}, {2, "depth_curve"}}),
+          .Choices({{0, "none"}, {1, "depth"}, {2, "depth_curve"}})
+          .To(&GridEmissionSettings::mFalloff),
       FalloffCurveRow(),
       BoolRow(1012, "splat", false,
               "spreads each gift softly over the nearest cells, without a limit")
-          .Missing(i32{1}),
+          .Missing(i32{1})
+          .To(&GridEmissionSettings::mSplat),
   };
   return table;
 }
 
 bool GridEmissionSettings::ReadParameters(void* context) {
-  mPriority = 0;
   if (!iEmissionSettings::ReadParameters(context)) return false;
-  mValue = mInterface.GetReal(1013);
-  mVector = mInterface.GetVector(1014);
-  mMode = mInterface.GetLong(1000);
-  mAbsolute = mInterface.GetBool(1001);
-  mFalloff = mInterface.GetLong(1006);
-  mFalloffCurve = mInterface.GetSpline(1005);
-  mSplat = mInterface.GetBool(1012);
   return true;
 }
 

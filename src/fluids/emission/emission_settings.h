@@ -15,7 +15,6 @@ class iEmissionSettings : public iBase {
  public:
   using iBase::iBase;
   iEmissionSettings() = default;
-  i32 GetListIndex() const override { return kListSettings; }
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
@@ -33,9 +32,8 @@ class GridEmissionSettings : public iEmissionSettings {
   using iEmissionSettings::iEmissionSettings;
   GridEmissionSettings() = default;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeGridEmissionSettings; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

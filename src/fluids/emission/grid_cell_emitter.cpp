@@ -1,6 +1,7 @@
 #include "fluids/emission/grid_cell_emitter.h"
 
 #include "fluids/emission/channel_kinds.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -9,8 +10,29 @@ using namespace host;
 
 Grid_CellEmitter::Grid_CellEmitter() { mStageMask |= StageBit(kEmitters); }
 
-Grid_CellEmitter::Grid_CellEmitter(BaseNode* node, Scene* scene) : iObject(node, scene) {
-  mStageMask |= StageBit(kEmitters);
+Grid_CellEmitter::Grid_CellEmitter(BaseNode* node, Scene* scene) : iObject(node, scene) {}
+
+const NodeKind& Grid_CellEmitter::Kind() {
+  static const NodeKind kind = {
+      .id = 1300121,
+      .type = "grid_celliterator",
+      .label = "Emitter::Cell Iterator",
+      .className = "Grid_CellEmitter",
+      .typeId = kTypeCellEmitter,
+      .list = kListEmitters,
+      .categories = kCategoryGrid,
+      .stages = {kEmitters},
+      .priority = 15,
+      .menu = {"Grids/Emitters"},
+      .purpose = "works on every cell of a field through the operators of its list",
+      .example =
+          {{},
+           {example::kSmoke,
+            R"({ "type": "grid_celliterator", "name": "each cell", "parameters": { "channel": "smoke" } })"}},
+      .rows = Parameters,
+      .make = MakeNode<Grid_CellEmitter>,
+  };
+  return kind;
 }
 
 const ParameterTable& Grid_CellEmitter::Parameters() {
@@ -24,10 +46,7 @@ const ParameterTable& Grid_CellEmitter::Parameters() {
   return table;
 }
 
-bool Grid_CellEmitter::ReadParameters(void* context) {
-  mPriority = 15;
-  return iObject::ReadParameters(context);
-}
+bool Grid_CellEmitter::ReadParameters(void* context) { return iObject::ReadParameters(context); }
 
 bool Grid_CellEmitter::ResolveLinks() {
   mPorts = {};
@@ -42,7 +61,6 @@ bool Grid_CellEmitter::ResolveLinks() {
                          kTypeAny, kBitAny, true);
   for (iBase* object : found)
     if (auto* op = dynamic_cast<ChannelOperator*>(object)) mPorts.mOperators.push_back(op);
-  mPorts.mConstraints.Resolve(*this);
   return !target.IsEmpty();
 }
 

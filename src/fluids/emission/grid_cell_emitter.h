@@ -21,10 +21,9 @@ class Grid_CellEmitter : public iObject {
   Grid_CellEmitter(host::BaseNode* node, Scene* scene);
   Grid_CellEmitter(const Grid_CellEmitter& other) = default;
 
+  static const NodeKind& Kind();
+  ConstraintList* Constraints() override { return &mPorts.mConstraints; }
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeCellEmitter; }
-  i32 GetListIndex() const override { return kListEmitters; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

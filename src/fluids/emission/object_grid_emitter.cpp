@@ -1,5 +1,6 @@
 #include "fluids/emission/object_grid_emitter.h"
 
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -8,12 +9,32 @@ using namespace host;
 
 ObjectGridEmitter::ObjectGridEmitter() { mStageMask |= StageBit(kEmitters); }
 
-ObjectGridEmitter::ObjectGridEmitter(BaseNode* node, Scene* scene) : ObjectVolume(node, scene) {
-  mStageMask |= StageBit(kEmitters);
-}
+ObjectGridEmitter::ObjectGridEmitter(BaseNode* node, Scene* scene) : ObjectVolume(node, scene) {}
 
 ObjectGridEmitter::ObjectGridEmitter(const ObjectGridEmitter& other)
     : ObjectVolume(other), mPairs(other.mPairs), mConstraints(other.mConstraints) {}
+
+const NodeKind& ObjectGridEmitter::Kind() {
+  static const NodeKind kind = {
+      .id = 1300005,
+      .type = "gridemitter",
+      .label = "Emitter::Grid",
+      .className = "ObjectGridEmitter",
+      .typeId = kTypeObjectGridEmitter,
+      .list = kListEmitters,
+      .categories = kCategoryGrid,
+      .stages = {kEmitters},
+      .priority = 10,
+      .menu = {"Grids/Emitters"},
+      .purpose = "fills a volume with smoke, heat or fuel in every step",
+      .example = {{example::kBall},
+                  {example::kSmoke, example::kBallMesh, example::kBallVolume, example::kRate,
+                   example::kPair, example::kEmitter}},
+      .rows = Parameters,
+      .make = MakeNode<ObjectGridEmitter>,
+  };
+  return kind;
+}
 
 const ParameterTable& ObjectGridEmitter::Parameters() {
   static const ParameterTable table = {
@@ -24,15 +45,11 @@ const ParameterTable& ObjectGridEmitter::Parameters() {
   return table;
 }
 
-bool ObjectGridEmitter::ReadParameters(void* context) {
-  mPriority = 10;
-  return iBase::ReadParameters(context);
-}
+bool ObjectGridEmitter::ReadParameters(void* context) { return iBase::ReadParameters(context); }
 
 bool ObjectGridEmitter::ResolveLinks() {
   mVolume = nullptr;
   mPairs.clear();
-  mConstraints.Clear();
   if (!ObjectVolume::ResolveLinks()) return false;
   mVolume = static_cast<iVolume*>(
       mScene->FindObject(mInterface.GetLink(1002), kListGeometry, kBitVolume));
@@ -41,13 +58,11 @@ bool ObjectGridEmitter::ResolveLinks() {
     mScene->CollectObjects(list, found, kListSettings, kBitAny, kTypeChannelPair, kBitAny, true);
     for (iBase* object : found) mPairs.push_back(static_cast<ChannelPair*>(object));
   }
-  mConstraints.Resolve(*this);
   return mVolume && !mPairs.empty();
 }
 
 void ObjectGridEmitter::ClearLinks() {
   mPairs.clear();
-  mConstraints.Clear();
   ObjectVolume::ClearLinks();
 }
 

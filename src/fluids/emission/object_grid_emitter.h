@@ -17,10 +17,9 @@ class ObjectGridEmitter : public ObjectVolume {
   ObjectGridEmitter(host::BaseNode* node, Scene* scene);
   ObjectGridEmitter(const ObjectGridEmitter& other);
 
+  static const NodeKind& Kind();
+  ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeObjectGridEmitter; }
-  i32 GetListIndex() const override { return kListEmitters; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

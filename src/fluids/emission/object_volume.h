@@ -9,7 +9,6 @@ class ObjectVolume : public iObject {
  public:
   using iObject::iObject;
   ObjectVolume() = default;
-  i32 GetTypeId() const override { return kTypeObjectVolume; }
   void ClearLinks() override {
     mVolume = nullptr;
     iObject::ClearLinks();

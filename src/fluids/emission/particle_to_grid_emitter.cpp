@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -11,9 +12,7 @@ using namespace host;
 ParticleToGridEmitter::ParticleToGridEmitter() { mStageMask |= StageBit(kOperators); }
 
 ParticleToGridEmitter::ParticleToGridEmitter(BaseNode* node, Scene* scene)
-    : Operator_ToGrid(node, scene) {
-  mStageMask |= StageBit(kOperators);
-}
+    : Operator_ToGrid(node, scene) {}
 
 namespace {
 ParameterRow FalloffRow() {
@@ -25,25 +24,54 @@ ParameterRow FalloffRow() {
 }
 }  // namespace
 
+const NodeKind& ParticleToGridEmitter::Kind() {
+  static const NodeKind kind = {
+      .id = 1300008,
+      .type = "properties_particles",
+      .label = "POP::PointData To Grid",
+      .className = "ParticleToGridEmitter",
+      .typeId = kTypeParticleToGridEmitter,
+      .list = kListEmitters,
+      .categories = kCategoryGrid | kCategoryParticle,
+      .stages = {kOperators},
+      .priority = 20,
+      .menu = {"Particles/Operators"},
+      .purpose = "gives the vertices of a mesh to a field, each with a soft blob round it",
+      .example =
+          {{example::kBall},
+           {example::kSmoke, example::kBallMesh,
+            R"({ "type": "channelvalue", "name": "dust", "parameters": { "channel": "smoke", "value": 0.5 } })",
+            R"({ "type": "properties_particles", "name": "dusty", "parameters": { "source": "ball mesh", "values": ["dust"], "radius": 2 } })"}},
+      .rows = Parameters,
+      .make = MakeNode<ParticleToGridEmitter>,
+  };
+  return kind;
+}
+
 const ParameterTable& ParticleToGridEmitter::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "source", "the mesh, or group of meshes, whose vertices become smoke",
               {1300143, 1300144, 1300036}),
       LongRow(1001, "particle_type", 0, "", "which particles of a linked group count")
-          .Choices({{0, "passive"}, {1, "vorticity"}, {2, "liquid"}, {3, "diffuse"}}),
+          .Choices({{0, "passive"}, {1, "vorticity"}, {2, "liquid"}, {3, "diffuse"}})
+          .To(&ParticleToGridEmitter::mParticleType),
       LinksRow(1002, "values", "what each point brings, into which field", {1300013}),
       LongRow(1003, "distance_mode", 0, "",
               "soft or even blobs: how points weigh by their distance")
-          .Choices({{0, "none"}, {2, "falloff"}}),
-      FalloffRow(),
-      RealRow(1005, "mass_scale", 1.0, "", "makes every point count for more or less"),
-      RealRow(1006, "radius_scale", 1.0, "", "makes every point's blob larger or smaller"),
-      BoolRow(1007, "per_second", false,
-              "brings its values over a second instead of all in a step"),
+          .Choices({{0, "none"}, {2, "falloff"}})
+          .To(&ParticleToGridEmitter::mDistanceMode),
+      FalloffRow().To(&ParticleToGridEmitter::mFalloffGradient),
+      RealRow(1005, "mass_scale", 1.0, "", "makes every point count for more or less")
+          .To(&ParticleToGridEmitter::mMassScale),
+      RealRow(1006, "radius_scale", 1.0, "", "makes every point's blob larger or smaller")
+          .To(&ParticleToGridEmitter::mRadiusScale),
+      BoolRow(1007, "per_second", false, "brings its values over a second instead of all in a step")
+          .To(&ParticleToGridEmitter::mPerSecond),
       BoolRow(1009, "show_options", false, "a dialog shows what is seldom needed too"),
       LongRow(1013, "constraint_mode", 0, "",
               "whether constraints thin out points or what they bring")
-          .Choices({{0, "cells"}, {1, "points"}}),
+          .Choices({{0, "cells"}, {1, "points"}})
+          .To(&ParticleToGridEmitter::mConstraintMode),
       RealRow(1014, "radius", 1.4, "cells",
               "how far a point reaches: larger blobs join into a smooth skin")
           .AtLeast(0),
@@ -53,15 +81,7 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
 }
 
 bool ParticleToGridEmitter::ReadParameters(void* context) {
-  mPriority = 20;
   if (!Operator_ToGrid::ReadParameters(context)) return false;
-  mParticleType = mInterface.GetLong(1001);
-  mDistanceMode = mInterface.GetLong(1003);
-  mFalloffGradient = mInterface.GetGradient(1004);
-  mMassScale = mInterface.GetReal(1005);
-  mRadiusScale = mInterface.GetReal(1006);
-  mPerSecond = mInterface.GetBool(1007);
-  mConstraintMode = mInterface.GetLong(1013);
   mRadius = mInterface.GetReal(1014) * GetDomain().cellSize;
   return true;
 }
@@ -81,7 +101,6 @@ bool ParticleToGridEmitter::ResolveLinks() {
     mScene->CollectObjects(list, found, kListSettings, kBitAny, kTypeChannelValue, kBitAny, true);
     for (iBase* object : found) mPorts.mValues.push_back(static_cast<ChannelValue*>(object));
   }
-  mPorts.mConstraints.Resolve(*this);
   return Source() && !mPorts.mValues.empty();
 }
 

@@ -23,10 +23,9 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   ParticleToGridEmitter(host::BaseNode* node, Scene* scene);
   ParticleToGridEmitter(const ParticleToGridEmitter& other) = default;
 
+  static const NodeKind& Kind();
+  ConstraintList* Constraints() override { return &mPorts.mConstraints; }
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeParticleToGridEmitter; }
-  i32 GetListIndex() const override { return kListEmitters; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryParticle; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

@@ -19,7 +19,9 @@ template <class T>
 class iChannel : public iObject {
  public:
   using iObject::iObject;
-  i32 GetTypeId() const override { return kTypeChannel; }
+  /// A channel that no node stands for tells what it is itself.
+  i32 GetTypeId() const override { return GetKind() ? iBase::GetTypeId() : OwnTypeId(); }
+  virtual i32 OwnTypeId() const { return kTypeChannel; }
   i32 GetListIndex() const override { return kListChannels; }
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ResetsOnChange() const override { return true; }
@@ -39,7 +41,7 @@ class Channel_Dynamic : public iChannel<T> {
   using iChannel<T>::iChannel;
   Channel_Dynamic() = default;
   Channel_Dynamic(const Channel_Dynamic& other);
-  i32 GetTypeId() const override { return kTypeDynamicChannel; }
+  i32 OwnTypeId() const override { return kTypeDynamicChannel; }
   bool ReadParameters(void* context = nullptr) override;
   void Assign(const iBase& other) override;
 
@@ -74,7 +76,7 @@ class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
   using Channel_Dynamic<T, G>::Channel_Dynamic;
   ChannelBase_Scalar() = default;
   ChannelBase_Scalar(const ChannelBase_Scalar& other);
-  i32 GetTypeId() const override { return kTypeScalarChannel; }
+  i32 OwnTypeId() const override { return kTypeScalarChannel; }
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryScalar; }
   bool ReadParameters(void* context = nullptr) override;
   void Assign(const iBase& other) override;
@@ -145,7 +147,7 @@ class ChannelBase_Vector : public Channel_Dynamic<T, G> {
   using Channel_Dynamic<T, G>::Channel_Dynamic;
   ChannelBase_Vector() = default;
   ChannelBase_Vector(const ChannelBase_Vector& other);
-  i32 GetTypeId() const override { return kTypeVectorChannel; }
+  i32 OwnTypeId() const override { return kTypeVectorChannel; }
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryVector; }
   bool ReadParameters(void* context = nullptr) override;
   void Assign(const iBase& other) override;
@@ -191,6 +193,7 @@ class VectorGridChannel : public ChannelBase_Vector<T, G> {
   VectorGridChannel();
   VectorGridChannel(host::BaseNode* node, Scene* scene);
   VectorGridChannel(const VectorGridChannel& other);
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool ReadParameters(void* context = nullptr) override;
   void CreateEmissionHandler() override;
@@ -224,7 +227,7 @@ class VelocityGridChannel : public VectorGridChannel<T, G> {
  public:
   VelocityGridChannel();
   VelocityGridChannel(const VelocityGridChannel& other);
-  i32 GetTypeId() const override { return kTypeVelocityChannel; }
+  i32 OwnTypeId() const override { return kTypeVelocityChannel; }
   Vec3d Sample(double x, double y, double z, i32 mode,
                const MonotonicStencil* stencil = nullptr) const override;
   using ChannelBase_Vector<T, G>::Sample;

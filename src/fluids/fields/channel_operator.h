@@ -22,8 +22,6 @@ class ChannelOperator : public iObject {
  public:
   using iObject::iObject;
   ChannelOperator() = default;
-  i32 GetListIndex() const override { return kListAuxiliary; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   void ClearLinks() override {
     mScalar = nullptr;
     mVectorChannel = nullptr;

@@ -2,6 +2,7 @@
 
 #include "fluids/fields/channel_rows.h"
 #include "fluids/fields/emission_handlers.h"
+#include "framework/node_kind.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -30,18 +31,46 @@ FireGridChannel<T, G>::FireGridChannel(const FireGridChannel& other)
 }
 
 template <class T, class G>
+const NodeKind& FireGridChannel<T, G>::Kind() {
+  static const NodeKind kind = {
+      .id = 1300029,
+      .type = "channel_fire",
+      .label = "Fire",
+      .className = "FireGridChannel",
+      .typeId = kTypeFireChannel,
+      .list = kListChannels,
+      .categories = kCategoryGrid | kCategoryScalar,
+      .flags = "R",
+      .menu = {"Grids"},
+      .purpose = "a field of the age of flames: 1 where it burns, then down to 0",
+      .example =
+          {{},
+           {example::kFuel, example::kHeat,
+            R"({ "type": "channel_fire", "name": "fire", "parameters": { "ignition": 900, "burn_time": 0.5, "fade_time": 0.3 } })",
+            R"({ "type": "grid_combustion_fire", "name": "burn", "parameters": { "fuel": "fuel", "fire": "fire", "temperature": "heat" } })",
+            R"({ "type": "grid_cooling", "name": "cool", "parameters": { "temperature": "heat", "fire": "fire", "rate": 0.12 } })"}},
+      .rows = Parameters,
+      .make = MakeNode<FireGridChannel>,
+  };
+  return kind;
+}
+
+template <class T, class G>
 const ParameterTable& FireGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = ScalarChannelRows(1);
     const ParameterTable own = {
         RealRow(2000, "ignition", 1600.0, "K",
-                "how hot the gas has to be before a flame is seen in it"),
+                "how hot the gas has to be before a flame is seen in it")
+            .To(&FireGridChannel::mIgnition),
         RealRow(2001, "burn_time", 2.5, "s",
                 "how long a flame stays bright: longer makes taller flames")
-            .AtLeast(0),
+            .AtLeast(0)
+            .To(&FireGridChannel::mBurnTime),
         RealRow(2002, "fade_time", 0.5, "s",
                 "how long its tip takes to die out: longer makes softer tips")
-            .AtLeast(0),
+            .AtLeast(0)
+            .To(&FireGridChannel::mFadeTime),
     };
     rows.insert(rows.begin() + 3, own.begin(), own.end());
     return rows;
@@ -52,9 +81,6 @@ const ParameterTable& FireGridChannel<T, G>::Parameters() {
 template <class T, class G>
 bool FireGridChannel<T, G>::ReadParameters(void* context) {
   if (!ScalarGridChannel<T, G>::ReadParameters(context)) return false;
-  mIgnition = this->mInterface.GetReal(2000);
-  mBurnTime = this->mInterface.GetReal(2001);
-  mFadeTime = this->mInterface.GetReal(2002);
   return true;
 }
 

@@ -13,8 +13,8 @@ class FireGridChannel : public ScalarGridChannel<T, G> {
   FireGridChannel(host::BaseNode* node, Scene* scene);
   FireGridChannel(const FireGridChannel& other);
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeFireChannel; }
   bool ReadParameters(void* context = nullptr) override;
   void CreateEmissionHandler() override;
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<FireGridChannel>(*this); }

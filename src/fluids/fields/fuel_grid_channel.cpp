@@ -1,6 +1,7 @@
 #include "fluids/fields/fuel_grid_channel.h"
 
 #include "fluids/fields/channel_rows.h"
+#include "framework/node_kind.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -18,6 +19,30 @@ FuelGridChannel<T, G>::FuelGridChannel(BaseNode* node, Scene* scene)
 }
 
 template <class T, class G>
+const NodeKind& FuelGridChannel<T, G>::Kind() {
+  static const NodeKind kind = {
+      .id = 1300028,
+      .type = "channel_fuel",
+      .label = "Fuel",
+      .className = "FuelGridChannel",
+      .typeId = kTypeFuelChannel,
+      .list = kListChannels,
+      .categories = kCategoryGrid | kCategoryScalar,
+      .flags = "R",
+      .menu = {"Grids"},
+      .purpose = "a field of what burns",
+      .example =
+          {{},
+           {R"({ "type": "channel_fuel", "name": "fuel", "parameters": { "ignition": 500, "value_max": 3 } })",
+            example::kFire, example::kHeat,
+            R"({ "type": "grid_combustion_fire", "name": "burn", "parameters": { "fuel": "fuel", "fire": "fire", "temperature": "heat" } })"}},
+      .rows = Parameters,
+      .make = MakeNode<FuelGridChannel>,
+  };
+  return kind;
+}
+
+template <class T, class G>
 const ParameterTable& FuelGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = ScalarChannelRows(1);
@@ -27,6 +52,30 @@ const ParameterTable& FuelGridChannel<T, G>::Parameters() {
     return rows;
   }();
   return table;
+}
+
+template <class T, class G>
+const NodeKind& FuelGridChannel<T, G>::ScalarKind() {
+  static const NodeKind kind = {
+      .id = 1300027,
+      .type = "channel_scalar",
+      .label = "Scalar",
+      .className = "FuelGridChannel",
+      .typeId = kTypeFuelChannel,
+      .list = kListChannels,
+      .categories = kCategoryGrid | kCategoryScalar,
+      .flags = "R",
+      .menu = {"Grids"},
+      .purpose = "a field of numbers that the gas carries, such as smoke",
+      .example =
+          {{},
+           {R"({ "type": "channel_scalar", "name": "smoke", "parameters": { "value_max": 2 } })",
+            R"({ "type": "grid_advection", "name": "move smoke", "parameters": { "target": "smoke", "solver": "gas" } })",
+            example::kGas}},
+      .rows = ScalarParameters,
+      .make = MakeNode<FuelGridChannel>,
+  };
+  return kind;
 }
 
 template <class T, class G>

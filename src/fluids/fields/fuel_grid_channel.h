@@ -13,9 +13,10 @@ class FuelGridChannel : public ScalarGridChannel<T, G> {
   FuelGridChannel(host::BaseNode* node, Scene* scene);
   FuelGridChannel(const FuelGridChannel& other) = default;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeFuelChannel; }
   /// Rows of a plain scalar: without the ignition.
+  static const NodeKind& ScalarKind();
   static const host::ParameterTable& ScalarParameters();
   bool ReadParameters(void* context = nullptr) override;
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<FuelGridChannel>(*this); }

@@ -15,7 +15,7 @@ class LevelsetChannel : public ChannelBase_Scalar<T, G> {
   LevelsetChannel(const LevelsetChannel& other) : ChannelBase_Scalar<T, G>(other) {
     LevelsetChannel::CreateEmissionHandler();
   }
-  i32 GetTypeId() const override { return kTypeLevelsetChannel; }
+  i32 OwnTypeId() const override { return kTypeLevelsetChannel; }
   void CreateEmissionHandler() override {
     this->mEmissionHandler = std::make_unique<ScalarEmissionHandler<T, G>>(this);
   }

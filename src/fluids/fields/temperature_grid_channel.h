@@ -12,8 +12,8 @@ class TemperatureGridChannel : public ScalarGridChannel<T, G> {
   TemperatureGridChannel(host::BaseNode* node, Scene* scene);
   TemperatureGridChannel(const TemperatureGridChannel& other) = default;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeTemperatureChannel; }
 
   std::unique_ptr<iBase> Clone() const override {
     return std::make_unique<TemperatureGridChannel>(*this);

@@ -3,6 +3,7 @@
 #include "fluids/fields/channel_copies.h"
 #include "fluids/fields/channel_rows.h"
 #include "fluids/fields/emission_handlers.h"
+#include "framework/node_kind.h"
 #include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -33,9 +34,6 @@ ChannelBase_Vector<T, G>::ChannelBase_Vector(const ChannelBase_Vector& other)
 template <class T, class G>
 bool ChannelBase_Vector<T, G>::ReadParameters(void* context) {
   if (!Channel_Dynamic<T, G>::ReadParameters(context)) return false;
-  mValueMin = this->mInterface.GetVector(1050);
-  mValueMax = this->mInterface.GetVector(1051);
-  mInitial = this->mInterface.GetVector(1052);
   return true;
 }
 
@@ -146,17 +144,47 @@ VectorGridChannel<T, G>::VectorGridChannel(const VectorGridChannel& other)
 }
 
 template <class T, class G>
+const NodeKind& VectorGridChannel<T, G>::Kind() {
+  static const NodeKind kind = {
+      .id = 1300030,
+      .type = "channel_vector",
+      .label = "Vector",
+      .className = "VectorGridChannel",
+      .typeId = kTypeVectorChannel,
+      .list = kListChannels,
+      .categories = kCategoryGrid | kCategoryVector,
+      .flags = "R",
+      .menu = {"Grids"},
+      .purpose = "a field of vectors that the gas carries, such as the colour of smoke",
+      .example =
+          {{example::kBall},
+           {R"({ "type": "channel_vector", "name": "colour" })",
+            R"({ "type": "emission_setting", "name": "red", "parameters": { "vector_amount": [3, 0.2, 0.1] } })",
+            R"({ "type": "channelsettings", "name": "paint", "parameters": { "channel": "colour", "settings": "red" } })",
+            example::kBallMesh, example::kBallVolume,
+            R"({ "type": "gridemitter", "name": "source", "parameters": { "volume": "ball volume", "channels": ["paint"] } })"}},
+      .rows = Parameters,
+      .make = MakeNode<VectorGridChannel>,
+  };
+  return kind;
+}
+
+template <class T, class G>
 const ParameterTable& VectorGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = {
         VectorRow(1050, "value_min", {0, 0, 0}, "",
-                  "no component gets below: a floor for sources and operators"),
+                  "no component gets below: a floor for sources and operators")
+            .To(&VectorGridChannel::mValueMin),
         VectorRow(1051, "value_max", {1, 1, 1}, "",
-                  "no component gets above: a ceiling for sources and operators"),
+                  "no component gets above: a ceiling for sources and operators")
+            .To(&VectorGridChannel::mValueMax),
         VectorRow(1052, "initial_value", {0, 0, 0}, "",
-                  "what the air holds where nothing has arrived yet"),
+                  "what the air holds where nothing has arrived yet")
+            .To(&VectorGridChannel::mInitial),
         BoolRow(1053, "texture_coordinates", false,
-                "starts as a map of places, so that a texture is carried along with the smoke"),
+                "starts as a map of places, so that a texture is carried along with the smoke")
+            .To(&VectorGridChannel::mTextureCoordinates),
     };
     for (ParameterRow& row : ChannelRows()) rows.push_back(std::move(row));
     return rows;
@@ -167,7 +195,6 @@ const ParameterTable& VectorGridChannel<T, G>::Parameters() {
 template <class T, class G>
 bool VectorGridChannel<T, G>::ReadParameters(void* context) {
   if (!ChannelBase_Vector<T, G>::ReadParameters(context)) return false;
-  mTextureCoordinates = this->mInterface.GetBool(1053);
   return true;
 }
 

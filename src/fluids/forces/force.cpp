@@ -6,7 +6,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 bool Force::ResolveLinks() {
   if (!iObject::ResolveLinks() || !mScene) return false;
-  mConstraints.Resolve(*this);
   // Stands unless a solver prepares the force.
   mInactiveReason = "no solver that runs names it under 'forces'";
   return true;
@@ -18,7 +17,6 @@ void Force::LinkDuration(i32 id) {
 }
 
 void Force::ClearLinks() {
-  mConstraints.Clear();
   mDuration = nullptr;
   mVelocity = nullptr;
   iObject::ClearLinks();

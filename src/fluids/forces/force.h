@@ -48,7 +48,7 @@ class Force : public iObject {
   using iObject::iObject;
   Force() = default;
   Force(const Force&) = default;
-  i32 GetListIndex() const override { return kListForces; }
+  ConstraintList* Constraints() override { return &mConstraints; }
   bool ResolveLinks() override;
   void ClearLinks() override;
   /// Takes the solver's `VelocityField*` and `GridBoundary*`.

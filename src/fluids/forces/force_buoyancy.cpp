@@ -1,10 +1,33 @@
 #include "fluids/forces/force_buoyancy.h"
 
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
+
+const NodeKind& Force_Buoyancy::Kind() {
+  static const NodeKind kind = {
+      .id = 1300015,
+      .type = "force_buoyancy",
+      .label = "DF::Buoyancy",
+      .className = "Force_Buoyancy",
+      .typeId = kTypeBuoyancy,
+      .list = kListForces,
+      .categories = kCategoryGrid | kCategoryParticle,
+      .menu = {"Bodies/Forces", "Grids/Forces", "Particles/Forces"},
+      .purpose = "lets hot gas rise and heavy smoke sink",
+      .example =
+          {{},
+           {example::kSmoke, example::kHeat, R"({ "type": "force_buoyancy", "name": "lift",)",
+            R"(  "parameters": { "temperature_channel": "heat", "density_channel": "smoke", "temperature_coefficient": 0.03 } })",
+            R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150], "parameters": { "forces": ["lift"] } })"}},
+      .rows = Parameters,
+      .make = MakeNode<Force_Buoyancy>,
+  };
+  return kind;
+}
 
 const ParameterTable& Force_Buoyancy::Parameters() {
   const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
@@ -17,19 +40,18 @@ const ParameterTable& Force_Buoyancy::Parameters() {
               "another field that weighs it down; weights then count twice", scalars),
       VectorRow(1003, "direction", {0, 1, 0}, "", "which way hot gas goes, in world axes"),
       RealRow(1004, "temperature_coefficient", 0.0015, "",
-              "how wildly hot gas rises, per degree above the channel's minimum"),
+              "how wildly hot gas rises, per degree above the channel's minimum")
+          .To(&Force_Buoyancy::mTemperatureCoefficient),
       RealRow(1005, "density_coefficient", -0.008, "",
-              "how smoke moves by its own weight: negative sinks, positive rises"),
+              "how smoke moves by its own weight: negative sinks, positive rises")
+          .To(&Force_Buoyancy::mDensityCoefficient),
       LinkRow(1009, "duration", "lifts only inside this time window", {1028240}),
   };
   return table;
 }
 
 bool Force_Buoyancy::ReadParameters(void* context) {
-  mPriority = 0;
   if (!Force::ReadParameters(context)) return false;
-  mTemperatureCoefficient = mInterface.GetReal(1004);
-  mDensityCoefficient = mInterface.GetReal(1005);
   return true;
 }
 

@@ -10,9 +10,8 @@ class Force_Buoyancy : public Force {
  public:
   using Force::Force;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeBuoyancy; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryParticle; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

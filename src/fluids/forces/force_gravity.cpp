@@ -2,11 +2,35 @@
 
 #include "fluids/emission/alignment_vector.h"
 #include "fluids/emission/emission_settings.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
+
+const NodeKind& Force_Gravity::Kind() {
+  static const NodeKind kind = {
+      .id = 1300014,
+      .type = "force_gravity",
+      .label = "GF::External",
+      .className = "Force_Gravity",
+      .typeId = kTypeGravity,
+      .list = kListForces,
+      .categories = kCategoryGrid,
+      .priority = 20,
+      .menu = {"Grids/Forces"},
+      .purpose = "pushes all of the gas: wind, a draught, gravity",
+      .example =
+          {{},
+           {R"({ "type": "force_gravity", "name": "wind", "parameters": { "acceleration": [2, 0, 0] } })",
+            R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150],)",
+            R"(  "parameters": { "wall_low_x": "open", "wall_high_x": "open", "forces": ["wind"] } })"}},
+      .rows = Parameters,
+      .make = MakeNode<Force_Gravity>,
+  };
+  return kind;
+}
 
 const ParameterTable& Force_Gravity::Parameters() {
   static const ParameterTable table = {
@@ -15,7 +39,8 @@ const ParameterTable& Force_Gravity::Parameters() {
       LinkRow(1001, "alignment",
               "pushes each place its own way instead, such as away from a centre", {1300010}),
       RealRow(1002, "strength", 1.0, "",
-              "a handle on the whole push: 2 is twice as hard, 0 is calm"),
+              "a handle on the whole push: 2 is twice as hard, 0 is calm")
+          .To(&Force_Gravity::mStrength),
       LinkRow(1003, "settings", "emission settings whose time window switches the push on and off",
               {1300024}),
   };
@@ -23,12 +48,10 @@ const ParameterTable& Force_Gravity::Parameters() {
 }
 
 bool Force_Gravity::ReadParameters(void* context) {
-  mPriority = 20;
   if (!Force::ReadParameters(context)) return false;
   Matrix placement;
   mInterface.GetMatrix(placement);
   mDirection = RotationOf(placement).Rotate(mInterface.GetVector(1000));
-  mStrength = mInterface.GetReal(1002);
   return true;
 }
 

@@ -1,5 +1,6 @@
 #include "fluids/forces/force_swirling.h"
 
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "grids/fixed_blocks.h"
 #include "grids/for_each_cell.h"
@@ -8,16 +9,40 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
+const NodeKind& Force_Swirling::Kind() {
+  static const NodeKind kind = {
+      .id = 1300016,
+      .type = "force_swirling",
+      .label = "GF::Swirling",
+      .className = "Force_Swirling",
+      .typeId = kTypeSwirling,
+      .list = kListForces,
+      .categories = kCategoryGrid,
+      .menu = {"Grids/Forces"},
+      .purpose = "gives back the small eddies that the grid smooths away: curls and flicker",
+      .example =
+          {{},
+           {R"({ "type": "force_swirling", "name": "curls", "parameters": { "strength": 2 } })",
+            R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150], "parameters": { "forces": ["curls"] } })"}},
+      .rows = Parameters,
+      .make = MakeNode<Force_Swirling>,
+  };
+  return kind;
+}
+
 const ParameterTable& Force_Swirling::Parameters() {
   static const ParameterTable table = {
       RealRow(
           1000, "strength", 0.8, "",
-          "how curly it gets: too much looks like boiling; counts a fifth unless along_flow is on"),
+          "how curly it gets: too much looks like boiling; counts a fifth unless along_flow is on")
+          .To(&Force_Swirling::mStrength),
       LinkRow(1001, "duration", "curls only inside this time window", {1028240}),
       BoolRow(1003, "subtract_mean", true,
-              "leaves out the turning of the whole cloud, so that only small curls grow"),
+              "leaves out the turning of the whole cloud, so that only small curls grow")
+          .To(&Force_Swirling::mSubtractMean),
       BoolRow(1004, "along_flow", false,
-              "favours curls that stretch along the flow: long, ropy smoke"),
+              "favours curls that stretch along the flow: long, ropy smoke")
+          .To(&Force_Swirling::mAlongFlow),
   };
   return table;
 }
@@ -29,11 +54,7 @@ Force_Swirling::Force_Swirling(const Force_Swirling& other)
       mAlongFlow(other.mAlongFlow) {}
 
 bool Force_Swirling::ReadParameters(void* context) {
-  mPriority = 0;
   if (!Force::ReadParameters(context)) return false;
-  mSubtractMean = mInterface.GetBool(1003);
-  mAlongFlow = mInterface.GetBool(1004);
-  mStrength = mInterface.GetReal(1000);
   if (!mAlongFlow) mStrength *= 0.2;
   return true;
 }

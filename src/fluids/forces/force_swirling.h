@@ -13,9 +13,8 @@ class Force_Swirling : public Force {
   Force_Swirling() = default;
   Force_Swirling(const Force_Swirling& other);
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeSwirling; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void Release(bool full) override;

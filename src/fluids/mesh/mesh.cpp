@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "fluids/mesh/mesh_converter.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
@@ -37,11 +38,33 @@ u64 DigestOf(const std::vector<Vec3d>& vertices) {
 }
 }  // namespace
 
+const NodeKind& Mesh::Kind() {
+  static const NodeKind kind = {
+      .id = 1300143,
+      .type = "mesh",
+      .label = "Mesh",
+      .className = "Mesh",
+      .typeId = kTypeMesh,
+      .list = kListGeometry,
+      .categories = kCategoryMesh,
+      .flags = "SV",
+      .stages = {kVolumes},
+      .priority = 0,
+      .menu = {"Bodies"},
+      .purpose = "reads the polygons of a host object, as they move and deform",
+      .example = {{example::kBall}, {example::kBallMesh, example::kBallVolume}},
+      .rows = Parameters,
+      .make = MakeNode<Mesh>,
+  };
+  return kind;
+}
+
 const ParameterTable& Mesh::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "object", "the geometry that comes into the simulation", {kMeshObject}),
       BoolRow(1004, "vertex_velocities", false,
-              "a shape that deforms pushes the gas with each of its parts"),
+              "a shape that deforms pushes the gas with each of its parts")
+          .To(&Mesh::mVertexVelocities),
       RealRow(1005, "body_linear_value", 10.0, "", "of the rigid body; no effect without one"),
       RealRow(1007, "body_angular_value", 10.0, "",
               "of the rigid body's turning; no effect without one"),
@@ -52,20 +75,15 @@ const ParameterTable& Mesh::Parameters() {
   return table;
 }
 
-Mesh::Mesh(BaseNode* node, Scene* scene) : iObject(node, scene) {
-  mStageMask |= StageBit(kVolumes);
-  mPriority = -5;
-}
+Mesh::Mesh(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
 void Mesh::GetCategories(u32& mask) const {
-  mask |= kCategoryMesh;
+  iObject::GetCategories(mask);
   if (mTagPresent) mask |= kCategoryActiveVolume;
 }
 
 bool Mesh::ReadParameters(void* context) {
-  mPriority = 0;
   if (!iObject::ReadParameters(context)) return false;
-  mVertexVelocities = mInterface.GetBool(1004);
   return true;
 }
 

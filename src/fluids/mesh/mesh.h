@@ -24,12 +24,9 @@ class Mesh : public iObject {
   Mesh(host::BaseNode* node, Scene* scene);
   Mesh(const Mesh&) = default;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeMesh; }
-  i32 GetListIndex() const override { return kListGeometry; }
   void GetCategories(u32& mask) const override;
-  bool IsSequential() const override { return true; }
-  bool RunsOnRefresh() const override { return true; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   bool AfterLinks() override;

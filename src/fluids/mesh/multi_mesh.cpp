@@ -2,12 +2,37 @@
 
 #include <algorithm>
 
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
+
+const NodeKind& MultiMesh::Kind() {
+  static const NodeKind kind = {
+      .id = 1300144,
+      .type = "mesh_multi",
+      .label = "MultiMesh",
+      .className = "MultiMesh",
+      .typeId = kTypeMultiMesh,
+      .list = kListGeometry,
+      .categories = kCategoryMesh,
+      .flags = "SV",
+      .stages = {kVolumes},
+      .priority = 0,
+      .menu = {"Bodies"},
+      .purpose = "reads the polygons of several host objects into one mesh",
+      .example =
+          {{example::kBall, example::kCube},
+           {R"({ "type": "mesh_multi", "name": "pile", "parameters": { "objects": ["ball", "cube"] } })",
+            R"({ "type": "volume_multi", "name": "pile volume", "parameters": { "meshes": ["pile"] } })"}},
+      .rows = Parameters,
+      .make = MakeNode<MultiMesh>,
+  };
+  return kind;
+}
 
 const ParameterTable& MultiMesh::Parameters() {
   static const ParameterTable table = [] {
@@ -20,12 +45,10 @@ const ParameterTable& MultiMesh::Parameters() {
   return table;
 }
 
-MultiMesh::MultiMesh(BaseNode* node, Scene* scene) : iObject(node, scene) {
-  mStageMask |= StageBit(kVolumes);
-}
+MultiMesh::MultiMesh(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
 void MultiMesh::GetCategories(u32& mask) const {
-  mask |= kCategoryMesh;
+  iObject::GetCategories(mask);
   const bool hasTag = (Node() && Node()->Tag(kObstacleTag)) ||
                       std::any_of(mMeshes.begin(), mMeshes.end(),
                                   [](const auto& entry) { return entry.second->HasTag(); });
@@ -33,7 +56,6 @@ void MultiMesh::GetCategories(u32& mask) const {
 }
 
 bool MultiMesh::ReadParameters(void* context) {
-  mPriority = 0;
   if (!iObject::ReadParameters(context)) return false;
   for (auto& [key, mesh] : mMeshes) mesh->ReadParameters(context);
   return true;
@@ -49,6 +71,7 @@ bool MultiMesh::ResolveLinks() {
     std::unique_ptr<Mesh>& mesh = mMeshes[{entry.node, -1}];
     if (!mesh) {
       mesh = std::make_unique<Mesh>(Node(), mScene);
+      mesh->ActAs(Mesh::Kind());
       mesh->mName = mName + "/" + object->Name();
       mesh->SetSource(object, -1);
       mesh->ReadParameters();

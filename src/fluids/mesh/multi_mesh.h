@@ -16,13 +16,10 @@ class MultiMesh : public iObject {
   /// A copy has the node, not the meshes: it makes its own in `ResolveLinks`.
   MultiMesh(const MultiMesh& other) : iObject(other) {}
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeMultiMesh; }
-  i32 GetListIndex() const override { return kListGeometry; }
   /// An obstacle when its node or any of its objects carries the tag.
   void GetCategories(u32& mask) const override;
-  bool IsSequential() const override { return true; }
-  bool RunsOnRefresh() const override { return true; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   bool AfterLinks() override;

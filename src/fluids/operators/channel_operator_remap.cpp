@@ -1,8 +1,28 @@
 #include "fluids/operators/channel_operator_remap.h"
+#include "framework/node_kind.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
+
+const NodeKind& ChannelOperator_Remap::Kind() {
+  static const NodeKind kind = {
+      .id = 1300063,
+      .type = "channelop_remap",
+      .label = "COP::Remap",
+      .className = "ChannelOperator_Remap",
+      .typeId = kRemapType,
+      .categories = kCategoryGrid,
+      .menu = {"Grids/Operators"},
+      .purpose = "gives a picture other values than a field holds, through a ramp",
+      .example =
+          {{},
+           {example::kSmoke,
+            R"({ "type": "channelop_remap", "name": "crisp", "parameters": { "gradient": [[0.2, [0, 0, 0]], [0.4, [1, 1, 1]]] } })"}},
+      .rows = Parameters,
+  };
+  return kind;
+}
 
 const ParameterTable& ChannelOperator_Remap::Parameters() {
   static const ParameterTable table = {
@@ -31,7 +51,6 @@ void ChannelOperator_Remap::Prepare(void*) {
   const Gradient* own = mInterface.GetGradient(1000);
   mRamp = !mGiven.knots.empty() || !own ? mGiven : *own;
   if (mRamp.knots.empty()) return void(Deactivate("it has no gradient"));
-  if (mScene) mConstraints.Resolve(*this);
   mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);
 }

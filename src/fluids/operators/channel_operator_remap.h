@@ -21,8 +21,9 @@ class ChannelOperator_Remap : public ChannelOperator {
   ChannelOperator_Remap(host::BaseNode* node, Scene* scene) : ChannelOperator(node, scene) {}
   ChannelOperator_Remap(const ChannelOperator_Remap&) = default;
 
+  static const NodeKind& Kind();
+  ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kRemapType; }
   /// Takes the channel to work on, an `iBase*`, and as second argument a `const host::Gradient*`
   /// in the place of the node's, or null.
   bool Attach(void* channel, void* gradient = nullptr) override;

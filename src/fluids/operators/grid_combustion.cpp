@@ -1,5 +1,6 @@
 #include "fluids/operators/grid_combustion.h"
 
+#include "framework/node_kind.h"
 #include "grids/fixed_blocks.h"
 #include "grids/sampling.h"
 
@@ -11,7 +12,6 @@ namespace {
 
 /// Oxygen of fresh air, less fuel and smoke in the cell.
 constexpr double kFreshOxygen = 3.23;
-constexpr i32 kPriority = 20;
 
 ParameterRow FlameCurveRow(i32 id, std::string_view name, SplineData curve, std::string_view help) {
   ParameterRow row = CurveRow(id, name, help);
@@ -20,6 +20,30 @@ ParameterRow FlameCurveRow(i32 id, std::string_view name, SplineData curve, std:
 }
 
 }  // namespace
+
+const NodeKind& GridCombustion::Kind() {
+  static const NodeKind kind = {
+      .id = 1300042,
+      .type = "grid_combustion_fire",
+      .label = "GOP::Combustion",
+      .className = "GridCombustion",
+      .typeId = kTypeId,
+      .list = kListOperators,
+      .categories = kCategoryGrid,
+      .stages = {kOperators},
+      .priority = 20,
+      .menu = {"Grids/Operators"},
+      .purpose = "burns fuel into fire, heat and smoke, and swells the gas",
+      .example =
+          {{},
+           {example::kFuel, example::kFire, example::kHeat, example::kSmoke, example::kGas,
+            R"({ "type": "grid_combustion_fire", "name": "burn",)",
+            R"(  "parameters": { "fuel": "fuel", "fire": "fire", "temperature": "heat", "smoke": "smoke", "solver": "gas", "burn_rate": 5, "heat": 1800 } })"}},
+      .rows = Parameters,
+      .make = MakeNode<GridCombustion>,
+  };
+  return kind;
+}
 
 const ParameterTable& GridCombustion::Parameters() {
   const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
@@ -33,37 +57,41 @@ const ParameterTable& GridCombustion::Parameters() {
       LinkRow(12, "solver", "the gas that flames blow up, so that an explosion swells",
               {1300002, 1300003, 1300004}),
       LongRow(1004, "mode", 0, "", "whether fuel burns at a set pace, or as far as there is air")
-          .Choices({{0, "simple"}, {1, "oxygen"}}),
+          .Choices({{0, "simple"}, {1, "oxygen"}})
+          .To(&GridCombustion::mMode),
       RealRow(2, "burn_rate", 1.0, "1/s",
               "how fast fuel is used up: fast gives a bang, slow a long flame")
-          .AtLeast(0),
+          .AtLeast(0)
+          .To(&GridCombustion::mBurnRate),
       RealRow(3, "oxygen_ratio", 0.19, "", "fuel per unit of air: higher burns less at a time")
           .AtLeast(1e-6)
-          .OnlyWith(1004, {1}),
+          .OnlyWith(1004, {1})
+          .To(&GridCombustion::mRatio),
       RealRow(4, "base_temperature", 500.0, "K",
-              "how hot the coolest part of a flame is, without a fuel channel"),
+              "how hot the coolest part of a flame is, without a fuel channel")
+          .To(&GridCombustion::mBaseTemperature),
       RealRow(5, "heat", 1000.0, "K",
-              "how hot a unit of fuel makes the gas: brighter flames that rise faster"),
+              "how hot a unit of fuel makes the gas: brighter flames that rise faster")
+          .To(&GridCombustion::mHeat),
       FlameCurveRow(6, "temperature_curve", {{{0, 0.8}, {1, 0.2}}},
                     "without a fuel channel: temperature over the age of the flame, as a share of "
                     "the channel's range"),
       RealRow(7, "smoke_amount", 0.2, "",
               "how sooty the fire is, per unit of fuel and second of the step: per substep; "
               "without a fuel channel, per substep alone")
-          .AtLeast(0),
+          .AtLeast(0)
+          .To(&GridCombustion::mSmokeAmount),
       FlameCurveRow(8, "smoke_curve", {{{0, 0}, {1, 1}}},
                     "without a fuel channel: smoke over the age of the flame, per substep"),
       RealRow(9, "expansion", 0.2, "1/s",
               "how hard a unit of fuel blows the gas apart, times burn_rate in the mode simple: "
-              "per substep; without a fuel channel, of every burning cell"),
+              "per substep; without a fuel channel, of every burning cell")
+          .To(&GridCombustion::mExpansion),
   };
   return table;
 }
 
-GridCombustion::GridCombustion(BaseNode* node, Scene* scene) : iObject(node, scene) {
-  mPriority = kPriority;
-  mStageMask |= StageBit(kOperators);
-}
+GridCombustion::GridCombustion(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
 GridCombustion::GridCombustion(const GridCombustion& other)
     : iObject(other),
@@ -84,17 +112,9 @@ GridCombustion::GridCombustion(const GridCombustion& other)
       mSmokeCurve(other.mSmokeCurve) {}
 
 bool GridCombustion::ReadParameters(void* context) {
-  mPriority = kPriority;
   if (!iObject::ReadParameters(context)) return false;
-  mMode = mInterface.GetLong(1004);
-  mBurnRate = mInterface.GetReal(2);
-  mRatio = mInterface.GetReal(3);
-  mBaseTemperature = mInterface.GetReal(4);
-  mHeat = mInterface.GetReal(5);
   mTemperatureCurve = mInterface.GetSpline(6);
-  mSmokeAmount = mInterface.GetReal(7);
   mSmokeCurve = mInterface.GetSpline(8);
-  mExpansion = mInterface.GetReal(9);
   return true;
 }
 
@@ -106,7 +126,6 @@ bool GridCombustion::ResolveLinks() {
   mFuel = dynamic_cast<FuelField*>(FindScalar(*this, 1002));
   mSmoke = FindScalar(*this, 1003);
   mSolver = dynamic_cast<iFluidSolver*>(mScene->FindObject(mInterface.GetLink(12), kListSolvers));
-  mConstraints.Resolve(*this);
   return mTemperature && mFire;
 }
 
@@ -115,7 +134,6 @@ void GridCombustion::ClearLinks() {
   mFire = nullptr;
   mFuel = nullptr;
   mSolver = nullptr;
-  mConstraints.Clear();
   iObject::ClearLinks();
 }
 

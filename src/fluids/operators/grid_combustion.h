@@ -16,10 +16,9 @@ class GridCombustion : public iObject {
   GridCombustion(host::BaseNode* node, Scene* scene);
   GridCombustion(const GridCombustion& other);
 
+  static const NodeKind& Kind();
+  ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeId; }
-  i32 GetListIndex() const override { return kListOperators; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "framework/node_kind.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -9,8 +10,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 
 namespace {
-
-constexpr i32 kPriority = 20;
 
 /// Ages a row of fire; a cell that burned at its start gets a 1 in `burns`.
 SULVA_WIDE_KERNEL void AgeRow(double* __restrict fire, double* __restrict burns, i32 n,
@@ -60,6 +59,29 @@ SULVA_WIDE_KERNEL void CoolLinear(double* t, const double* burns, i32 n, double 
 
 }  // namespace
 
+const NodeKind& GridCooling::Kind() {
+  static const NodeKind kind = {
+      .id = 1300041,
+      .type = "grid_cooling",
+      .label = "GOP::Cooling",
+      .className = "GridCooling",
+      .typeId = kTypeId,
+      .list = kListOperators,
+      .categories = kCategoryGrid,
+      .stages = {kChannelsOperators},
+      .priority = 20,
+      .menu = {"Grids/Operators"},
+      .purpose = "lets heat fade and flames age: how high they reach",
+      .example =
+          {{},
+           {example::kHeat, example::kFire,
+            R"({ "type": "grid_cooling", "name": "cool", "parameters": { "temperature": "heat", "fire": "fire", "rate": 0.12 } })"}},
+      .rows = Parameters,
+      .make = MakeNode<GridCooling>,
+  };
+  return kind;
+}
+
 const ParameterTable& GridCooling::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "temperature", "the heat that fades: how far up gas keeps rising",
@@ -69,25 +91,21 @@ const ParameterTable& GridCooling::Parameters() {
       LongRow(1004, "mode", 0, "",
               "quartic cools hot gas at once and warm gas slowly, as glowing bodies do; the others "
               "are even")
-          .Choices({{0, "quartic"}, {1, "exponential"}, {2, "linear"}}),
+          .Choices({{0, "quartic"}, {1, "exponential"}, {2, "linear"}})
+          .To(&GridCooling::mMode),
       RealRow(1002, "rate", 0.6, "",
               "how short flames get: share of the range that is lost: quartic, by the hottest gas "
               "per substep; else a second")
-          .AtLeast(0),
+          .AtLeast(0)
+          .To(&GridCooling::mRate),
   };
   return table;
 }
 
-GridCooling::GridCooling(BaseNode* node, Scene* scene) : iObject(node, scene) {
-  mPriority = kPriority;
-  mStageMask |= StageBit(kChannelsOperators);
-}
+GridCooling::GridCooling(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
 bool GridCooling::ReadParameters(void* context) {
-  mPriority = kPriority;
   if (!iObject::ReadParameters(context)) return false;
-  mRate = mInterface.GetReal(1002);
-  mMode = mInterface.GetLong(1004);
   return true;
 }
 
@@ -96,14 +114,12 @@ bool GridCooling::ResolveLinks() {
   if (!iObject::ResolveLinks()) return false;
   mTemperature = FindScalar(*this, 1000);
   mFire = dynamic_cast<FireField*>(FindScalar(*this, 1001));
-  mConstraints.Resolve(*this);
   return mTemperature != nullptr;
 }
 
 void GridCooling::ClearLinks() {
   mTemperature = nullptr;
   mFire = nullptr;
-  mConstraints.Clear();
   iObject::ClearLinks();
 }
 

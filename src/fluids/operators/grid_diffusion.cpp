@@ -2,6 +2,7 @@
 
 #include "fluids/emission/channel_kinds.h"
 #include "fluids/emission/emission_settings.h"
+#include "framework/node_kind.h"
 #include "grids/fixed_blocks.h"
 #include "grids/wide_kernel.h"
 
@@ -10,8 +11,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 
 namespace {
-
-constexpr i32 kPriority = 30;
 
 /// sum[x] += w * v[x].
 SULVA_WIDE_KERNEL void AddTap(double* __restrict sum, const double* __restrict v, double w, i32 n) {
@@ -75,18 +74,44 @@ void CopyAll(const EGrid<double>& from, EGrid<double>& to, i32 threads) {
 
 }  // namespace
 
+const NodeKind& GridDiffusion::Kind() {
+  static const NodeKind kind = {
+      .id = 1300001,
+      .type = "grid_diffusion",
+      .label = "GOP::Diffusor",
+      .className = "GridDiffusion",
+      .typeId = kTypeId,
+      .list = kListOperators,
+      .categories = kCategoryGrid,
+      .flags = "IE",
+      .stages = {kChannelsOperators},
+      .priority = 30,
+      .menu = {"Grids/Operators"},
+      .purpose = "blurs a field: soft edges, no single bright cells",
+      .example =
+          {{},
+           {example::kSmoke,
+            R"({ "type": "grid_diffusion", "name": "soften", "parameters": { "channel": "smoke", "mode": "smooth", "strength": 8 } })"}},
+      .rows = Parameters,
+      .make = MakeNode<GridDiffusion>,
+  };
+  return kind;
+}
+
 const ParameterTable& GridDiffusion::Parameters() {
   static const ParameterTable table = {
       LinkRow(1003, "channel", "what gets soft edges", ChannelKinds()),
       LongRow(1005, "mode", 1, "",
               "how it blurs: gaussian wide and even, the others between neighbours")
-          .Choices({{0, "gaussian"}, {1, "smooth"}, {2, "grow"}}),
+          .Choices({{0, "gaussian"}, {1, "smooth"}, {2, "grow"}})
+          .To(&GridDiffusion::mMode),
       RealRow(1001, "strength", 1.0, "host/s",
               "how soft it gets: with gaussian the width of the blur a second; else how much "
               "neighbours count, in cells a second")
           .AtLeast(0),
       LongRow(1002, "rounds", 1, "", "repeats the blur in each substep, for more of it")
-          .Range(1, 10000),
+          .Range(1, 10000)
+          .To(&GridDiffusion::mRounds),
       CurveRow(1000, "round_curve", "a curve over the repeats, kept with the node"),
   };
   return table;
@@ -94,8 +119,6 @@ const ParameterTable& GridDiffusion::Parameters() {
 
 GridDiffusion::GridDiffusion(BaseNode* node, Scene* scene) : iObject(node, scene) {
   mPassCount = 3;
-  mPriority = kPriority;
-  mStageMask |= StageBit(kChannelsOperators);
 }
 
 GridDiffusion::GridDiffusion(const GridDiffusion& other)
@@ -107,12 +130,9 @@ GridDiffusion::GridDiffusion(const GridDiffusion& other)
       mStrengthPerSecond(other.mStrengthPerSecond) {}
 
 bool GridDiffusion::ReadParameters(void* context) {
-  mPriority = kPriority;
   if (!iObject::ReadParameters(context)) return false;
   // The length of the step is known once it is prepared.
   mStrengthPerSecond = mInterface.GetReal(1001) / GetDomain().worldCell.x;
-  mRounds = mInterface.GetLong(1002);
-  mMode = mInterface.GetLong(1005);
   return true;
 }
 

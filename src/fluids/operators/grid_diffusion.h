@@ -20,12 +20,8 @@ class GridDiffusion : public iObject {
   GridDiffusion(host::BaseNode* node, Scene* scene);
   GridDiffusion(const GridDiffusion& other);
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeId; }
-  i32 GetListIndex() const override { return kListOperators; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
-  bool IsIterative() const override { return true; }
-  bool PreparesEachPass() const override { return true; }
   bool NextPass() override;
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;

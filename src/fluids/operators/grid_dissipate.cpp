@@ -1,6 +1,7 @@
 #include "fluids/operators/grid_dissipate.h"
 
 #include "fluids/emission/channel_kinds.h"
+#include "framework/node_kind.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -8,8 +9,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 
 namespace {
-
-constexpr i32 kPriority = 21;
 
 SULVA_WIDE_KERNEL void LowerRow(double* v, i32 n, double amount, double limit) {
   for (i32 x = 0; x < n; ++x) {
@@ -20,26 +19,45 @@ SULVA_WIDE_KERNEL void LowerRow(double* v, i32 n, double amount, double limit) {
 
 }  // namespace
 
+const NodeKind& GridDissipate::Kind() {
+  static const NodeKind kind = {
+      .id = 1300116,
+      .type = "grid_dissipate",
+      .label = "GOP::Dissipation",
+      .className = "GridDissipate",
+      .typeId = kTypeId,
+      .list = kListOperators,
+      .categories = kCategoryGrid,
+      .stages = {kChannelsOperators},
+      .priority = 21,
+      .menu = {"Grids/Operators"},
+      .purpose = "lets a field fade away: smoke that thins out",
+      .example =
+          {{},
+           {example::kSmoke,
+            R"({ "type": "grid_dissipate", "name": "thin smoke", "parameters": { "channel": "smoke", "rate": 3 } })"}},
+      .rows = Parameters,
+      .make = MakeNode<GridDissipate>,
+  };
+  return kind;
+}
+
 const ParameterTable& GridDissipate::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "channel", "what fades away", ChannelKinds()),
       RealRow(1001, "rate", 0.04, "1/s^2",
               "how quickly smoke thins out: share of the range, times the square of the step's "
               "length, per substep")
-          .AtLeast(0),
+          .AtLeast(0)
+          .To(&GridDissipate::mRate),
   };
   return table;
 }
 
-GridDissipate::GridDissipate(BaseNode* node, Scene* scene) : iObject(node, scene) {
-  mPriority = kPriority;
-  mStageMask |= StageBit(kChannelsOperators);
-}
+GridDissipate::GridDissipate(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
 bool GridDissipate::ReadParameters(void* context) {
-  mPriority = kPriority;
   if (!iObject::ReadParameters(context)) return false;
-  mRate = mInterface.GetReal(1001);
   return true;
 }
 
@@ -50,14 +68,12 @@ bool GridDissipate::ResolveLinks() {
   if (!mScalar)
     mVector =
         dynamic_cast<VectorField*>(mScene->FindObject(mInterface.GetLink(1000), kListChannels));
-  mConstraints.Resolve(*this);
   return mScalar || mVector;
 }
 
 void GridDissipate::ClearLinks() {
   mScalar = nullptr;
   mVector = nullptr;
-  mConstraints.Clear();
   iObject::ClearLinks();
 }
 

@@ -10,10 +10,9 @@ class GridDissipate : public iObject {
   static constexpr i32 kTypeId = 65;
   GridDissipate(host::BaseNode* node, Scene* scene);
 
+  static const NodeKind& Kind();
+  ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeId; }
-  i32 GetListIndex() const override { return kListOperators; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

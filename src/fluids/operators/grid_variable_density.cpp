@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "fluids/emission/channel_kinds.h"
+#include "framework/node_kind.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -11,7 +12,6 @@ using namespace host;
 
 namespace {
 
-constexpr i32 kPriority = 20;
 constexpr double kReference = 294;    ///< kelvin at a temperature of 0
 constexpr double kLeastShare = 0.05;  ///< of the base density
 
@@ -28,6 +28,32 @@ SULVA_WIDE_KERNEL void MixRow(const double* __restrict t, const double* __restri
 
 }  // namespace
 
+const NodeKind& GridVariableDensity::Kind() {
+  static const NodeKind kind = {
+      .id = 1300125,
+      .type = "grid_variabledensity",
+      .label = "GOP::VariableDensity",
+      .className = "GridVariableDensity",
+      .typeId = kTypeId,
+      .list = kListOperators,
+      .categories = kCategoryGrid,
+      .stages = {kOperators},
+      .priority = 20,
+      .menu = {"Dynamics/Operators"},
+      .purpose =
+          "gives the gas a density of its own in each cell: a heavy gas flows along the ground",
+      .example =
+          {{},
+           {example::kHeat,
+            R"({ "type": "channel_scalar", "name": "density", "parameters": { "clear_each_step": true, "affects_bounds": false, "value_max": 10 } })",
+            R"({ "type": "grid_variabledensity", "name": "mix", "parameters": { "target": "density", "temperature": "heat" } })",
+            R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150], "parameters": { "density_channel": "density" } })"}},
+      .rows = Parameters,
+      .make = MakeNode<GridVariableDensity>,
+  };
+  return kind;
+}
+
 const ParameterTable& GridVariableDensity::Parameters() {
   const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   static const ParameterTable table = {
@@ -37,26 +63,23 @@ const ParameterTable& GridVariableDensity::Parameters() {
               ChannelKinds()),
       LinkRow(1001, "admixture", "how much of the other gas a cell holds, 0..1", scalars),
       LinkRow(1002, "temperature", "heat that makes gas lighter, in degrees above 294 K", scalars),
-      RealRow(1004, "base_density", 1.184, "kg/m^3", "weight of the cold air").AtLeast(1e-6),
+      RealRow(1004, "base_density", 1.184, "kg/m^3", "weight of the cold air")
+          .AtLeast(1e-6)
+          .To(&GridVariableDensity::mBaseDensity),
       RealRow(1005, "other_density", 8.314472, "kg/m^3",
               "weight of the other gas alone: heavier than air flows downhill")
-          .AtLeast(0),
+          .AtLeast(0)
+          .To(&GridVariableDensity::mOtherDensity),
       RealRow(1003, "option_value", 0.5, "", "kept with the node; the density is free of it"),
       LongRow(1006, "option_mode", 0, "", "kept with the node; the density is free of it"),
   };
   return table;
 }
 
-GridVariableDensity::GridVariableDensity(BaseNode* node, Scene* scene) : iObject(node, scene) {
-  mPriority = kPriority;
-  mStageMask |= StageBit(kOperators);
-}
+GridVariableDensity::GridVariableDensity(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
 bool GridVariableDensity::ReadParameters(void* context) {
-  mPriority = kPriority;
   if (!iObject::ReadParameters(context)) return false;
-  mBaseDensity = mInterface.GetReal(1004);
-  mOtherDensity = mInterface.GetReal(1005);
   return true;
 }
 

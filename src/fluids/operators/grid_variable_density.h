@@ -12,10 +12,8 @@ class GridVariableDensity : public iObject {
   static constexpr i32 kTypeId = 66;
   GridVariableDensity(host::BaseNode* node, Scene* scene);
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeId; }
-  i32 GetListIndex() const override { return kListOperators; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

@@ -1,4 +1,5 @@
 #include "fluids/operators/mesh_curvature_operator.h"
+#include "framework/node_kind.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -16,16 +17,40 @@ double Cotangent(const Vec3d& a, const Vec3d& b) {
 }
 }  // namespace
 
+const NodeKind& MeshCurvatureOperator::Kind() {
+  static const NodeKind kind = {
+      .id = 1300135,
+      .type = "mop_curvature",
+      .label = "MOP::Curvature",
+      .className = "MeshCurvatureOperator",
+      .typeId = kTypeMeshOperator,
+      .list = kListOperators,
+      .categories = kCategoryMesh,
+      .flags = "I*V",
+      .stages = {kOperators},
+      .priority = 20,
+      .menu = {"Bodies/Operators"},
+      .purpose = "works out how strongly a mesh is bent at its vertices",
+      .example =
+          {{example::kBall},
+           {example::kBallMesh,
+            R"({ "type": "mop_curvature", "name": "bend", "parameters": { "target": "ball mesh" } })"}},
+      .rows = Parameters,
+      .make = MakeNode<MeshCurvatureOperator>,
+  };
+  return kind;
+}
+
 const ParameterTable& MeshCurvatureOperator::Parameters() {
-  static const ParameterTable table = Rows(
-      {BoolRow(1004, "smooth", true,
-               "evens the result out over neighbours, so that single sharp points count less")});
+  static const ParameterTable table =
+      Rows({BoolRow(1004, "smooth", true,
+                    "evens the result out over neighbours, so that single sharp points count less")
+                .To(&MeshCurvatureOperator::mSmooth)});
   return table;
 }
 
 bool MeshCurvatureOperator::ReadParameters(void* context) {
   if (!MeshOperator::ReadParameters(context)) return false;
-  mSmooth = mInterface.GetBool(1004);
   return true;
 }
 

@@ -19,6 +19,7 @@ class MeshCurvatureOperator : public MeshOperator {
   MeshCurvatureOperator(const MeshCurvatureOperator& other)
       : MeshOperator(other), mSmooth(other.mSmooth) {}
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   /// Only smoothing asks for a second pass.
   bool IsIterative() const override { return mSmooth; }

@@ -15,16 +15,12 @@ ParameterTable MeshOperator::Rows(ParameterTable own) {
   return own;
 }
 
-bool MeshOperator::ReadParameters(void* context) {
-  mPriority = 20;
-  return iObject::ReadParameters(context);
-}
+bool MeshOperator::ReadParameters(void* context) { return iObject::ReadParameters(context); }
 
 bool MeshOperator::ResolveLinks() {
   mMesh = nullptr;
   mRecord = nullptr;
   mDuration = nullptr;
-  mConstraints.Clear();
   if (!iObject::ResolveLinks()) return false;
   iBase* target = mScene->FindObject(mInterface.GetLink(1000), kListGeometry, kBitMesh);
   if (target && target->GetTypeId() == kTypeMesh) mMesh = static_cast<Mesh*>(target);
@@ -33,7 +29,6 @@ bool MeshOperator::ResolveLinks() {
   if (mMesh) mRecord = &mMesh->mMesh;
   mDuration = static_cast<Duration*>(mScene->FindObject(mInterface.GetLink(1001), kListAuxiliary,
                                                         kBitAny, kBitAny, kTypeDuration));
-  mConstraints.Resolve(*this);
   return mRecord != nullptr;
 }
 
@@ -41,7 +36,6 @@ void MeshOperator::ClearLinks() {
   mMesh = nullptr;
   mRecord = nullptr;
   mDuration = nullptr;
-  mConstraints.Clear();
   iObject::ClearLinks();
 }
 

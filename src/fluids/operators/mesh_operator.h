@@ -15,10 +15,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// do its operators: in the first substep.
 class MeshOperator : public iObject {
  public:
-  MeshOperator() { mStageMask |= StageBit(kOperators); }
-  MeshOperator(host::BaseNode* node, Scene* scene) : iObject(node, scene) {
-    mStageMask |= StageBit(kOperators);
-  }
+  MeshOperator() = default;
+  MeshOperator(host::BaseNode* node, Scene* scene) : iObject(node, scene) {}
   /// A copy has the links, nothing of a run.
   MeshOperator(const MeshOperator& other)
       : iObject(other),
@@ -27,10 +25,7 @@ class MeshOperator : public iObject {
         mDuration(other.mDuration),
         mConstraints(other.mConstraints) {}
 
-  i32 GetTypeId() const override { return kTypeMeshOperator; }
-  i32 GetListIndex() const override { return kListOperators; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryMesh; }
-  bool RunsOnRefresh() const override { return true; }
+  ConstraintList* Constraints() override { return &mConstraints; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

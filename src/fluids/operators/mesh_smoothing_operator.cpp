@@ -1,20 +1,46 @@
 #include "fluids/operators/mesh_smoothing_operator.h"
+#include "framework/node_kind.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
+const NodeKind& MeshSmoothingOperator::Kind() {
+  static const NodeKind kind = {
+      .id = 1300136,
+      .type = "mop_smoothing",
+      .label = "MOP::Smoother",
+      .className = "MeshSmoothingOperator",
+      .typeId = kTypeMeshOperator,
+      .list = kListOperators,
+      .categories = kCategoryMesh,
+      .flags = "IV",
+      .stages = {kOperators},
+      .priority = 20,
+      .menu = {"Bodies/Operators"},
+      .purpose = "rounds off a mesh before it becomes a volume",
+      .example =
+          {{example::kCube},
+           {R"({ "type": "mesh", "name": "cube mesh", "parameters": { "object": "cube" } })",
+            R"({ "type": "mop_smoothing", "name": "round off", "parameters": { "target": "cube mesh", "iterations": 3 } })",
+            R"({ "type": "volume", "name": "cube volume", "parameters": { "mesh": "cube mesh" } })"}},
+      .rows = Parameters,
+      .make = MakeNode<MeshSmoothingOperator>,
+  };
+  return kind;
+}
+
 const ParameterTable& MeshSmoothingOperator::Parameters() {
   static const ParameterTable table =
       Rows({LongRow(1004, "iterations", 1, "",
                     "how round it gets: each time, edges and small bumps melt a little more")
-                .Range(0, 10000)});
+                .Range(0, 10000)
+                .To(&MeshSmoothingOperator::mIterations)});
   return table;
 }
 
 bool MeshSmoothingOperator::ReadParameters(void* context) {
   if (!MeshOperator::ReadParameters(context)) return false;
-  mIterations = mInterface.GetLong(1004);
   return true;
 }
 

@@ -14,8 +14,8 @@ class MeshSmoothingOperator : public MeshOperator {
   MeshSmoothingOperator(const MeshSmoothingOperator& other)
       : MeshOperator(other), mIterations(other.mIterations) {}
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool IsIterative() const override { return true; }
   /// One pass for each iteration, with the positions that it starts from.
   bool NextPass() override;
   bool ReadParameters(void* context = nullptr) override;

@@ -142,17 +142,20 @@ void RayMarcher::ReadFilters() {
   mFilterMask = 0;
   for (i32 list = 0; list < kFilterLists; ++list) {
     mRemaps[list].clear();
-    mFilters[list].Resolve(*this, ids[list]);
+    std::vector<host::LinkTarget> targets;
+    if (const host::InExcludeData* named = mInterface.GetInExclude(ids[list])) {
+      const host::Document& document = mInterface.GetObject()->GetDocument();
+      for (const auto& entry : named->entries) {
+        host::BaseNode* node = document.Find(entry.node);
+        if (!node) continue;
+        targets.push_back({node, mScene->FindObject(node, kListAuxiliary), entry.flags});
+        if (node->Type() == ChannelOperator_Remap::kPluginId && node->IsEnabled())
+          mRemaps[list].push_back(node);
+      }
+    }
+    mFilters[list].Name(targets);
     mFilters[list].Prepare(this);
     if (!mFilters[list].IsEmpty()) mFilterMask |= 1u << list;
-    const host::InExcludeData* named = mInterface.GetInExclude(ids[list]);
-    if (!named) continue;
-    const host::Document& document = mInterface.GetObject()->GetDocument();
-    for (const auto& entry : named->entries) {
-      host::BaseNode* node = document.Find(entry.node);
-      if (node && node->Type() == ChannelOperator_Remap::kPluginId && node->IsEnabled())
-        mRemaps[list].push_back(node);
-    }
   }
 }
 

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "fluids/flow/wall_velocities.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
@@ -37,6 +38,30 @@ double LargestMagnitude(const double* values, i64 count) {
 }
 
 }  // namespace
+
+const NodeKind& FluidSolver::Kind() {
+  static const NodeKind kind = {
+      .id = 1300002,
+      .type = "fluid",
+      .label = "Gaseous Dynamics",
+      .className = "FluidSolver",
+      .typeId = kTypeFluidSolver,
+      .list = kListSolvers,
+      .flags = "S",
+      .stages = {kEmitters, kForcesEmission, kPressure, kFlip},
+      .priority = 30,
+      .menu = {"Dynamics"},
+      .purpose = "the gas itself: the box that it may fill, its walls, its forces and its pressure",
+      .example =
+          {{},
+           {R"({ "type": "force_gravity", "name": "draught", "parameters": { "acceleration": [0, 1, 0] } })",
+            R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150],)",
+            R"(  "parameters": { "box_size": [300, 400, 300], "wall_high_y": "open", "forces": ["draught"], "linear_solver": "multigrid" } })"}},
+      .rows = Parameters,
+      .make = MakeNode<FluidSolver>,
+  };
+  return kind;
+}
 
 const ParameterTable& FluidSolver::Parameters() {
   static const ParameterTable table = {
@@ -118,9 +143,6 @@ const ParameterTable& FluidSolver::Parameters() {
 }
 
 FluidSolver::FluidSolver(BaseNode* node, Scene* scene) : iFluidSolver(node, scene) {
-  mPriority = 30;
-  mStageMask |=
-      StageBit(kEmitters) | StageBit(kForcesEmission) | StageBit(kPressure) | StageBit(kFlip);
   mVelocity.mValueMin = {-kHuge, -kHuge, -kHuge};
   mVelocity.mValueMax = {kHuge, kHuge, kHuge};
   mDivergence.SetRange(-kHuge, kHuge);
@@ -169,7 +191,6 @@ void FluidSolver::LinkMembers() {
 // ---- set-up -----------------------------------------------------------------------------------
 
 bool FluidSolver::ReadParameters(void* context) {
-  mPriority = 30;
   if (!iFluidSolver::ReadParameters(context)) return false;
   mVelocity.ReadParameters();
   mBoundary.ReadParameters();

@@ -22,10 +22,8 @@ class FluidSolver : public iFluidSolver {
   FluidSolver(host::BaseNode* node, Scene* scene);
   FluidSolver(const FluidSolver& other);
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeFluidSolver; }
-  i32 GetListIndex() const override { return kListSolvers; }
-  bool IsSequential() const override { return true; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;

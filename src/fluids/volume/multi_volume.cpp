@@ -1,6 +1,7 @@
 #include "fluids/volume/multi_volume.h"
 
 #include "fluids/mesh/multi_mesh.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
@@ -11,6 +12,32 @@ using namespace host;
 namespace {
 constexpr i32 kMeshNode = 1300143, kMultiMeshNode = 1300144;
 }  // namespace
+
+const NodeKind& MultiVolume::Kind() {
+  static const NodeKind kind = {
+      .id = 1300133,
+      .type = "volume_multi",
+      .label = "MultiVolume",
+      .className = "MultiVolume",
+      .typeId = kTypeMultiVolume,
+      .list = kListGeometry,
+      .categories = kCategoryVolume,
+      .flags = "SV",
+      .stages = {kVolumes},
+      .priority = 0,
+      .menu = {"Bodies"},
+      .purpose = "one volume of several meshes: a whole sculpture as one obstacle or source",
+      .example =
+          {{example::kBall, example::kCube},
+           {example::kBallMesh,
+            R"({ "type": "mesh", "name": "cube mesh", "parameters": { "object": "cube" } })",
+            R"({ "type": "volume_multi", "name": "both", "parameters": { "meshes": ["ball mesh", "cube mesh"] }, "obstacle": {} })",
+            example::kGas}},
+      .rows = Parameters,
+      .make = MakeNode<MultiVolume>,
+  };
+  return kind;
+}
 
 const ParameterTable& MultiVolume::Parameters() {
   static const ParameterTable table = [] {
@@ -25,9 +52,7 @@ const ParameterTable& MultiVolume::Parameters() {
   return table;
 }
 
-MultiVolume::MultiVolume(BaseNode* node, Scene* scene) : iVolume(node, scene) {
-  mStageMask |= StageBit(kVolumes);
-}
+MultiVolume::MultiVolume(BaseNode* node, Scene* scene) : iVolume(node, scene) {}
 
 void MultiVolume::GetCategories(u32& mask) const {
   iVolume::GetCategories(mask);
@@ -35,7 +60,6 @@ void MultiVolume::GetCategories(u32& mask) const {
 }
 
 bool MultiVolume::ReadParameters(void* context) {
-  mPriority = 0;
   if (!iVolume::ReadParameters(context)) return false;
   SetFlag(FLAG_AFFECTS_BOUNDS, mInterface.GetBool(1001));
   for (auto& [key, member] : mMembers) member->ReadParameters(context);

@@ -19,11 +19,9 @@ class MultiVolume : public iVolume {
   /// A copy has the node, not the members: it makes its own in `ResolveLinks`.
   MultiVolume(const MultiVolume& other) : iVolume(other), mHasTag(other.mHasTag) {}
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeMultiVolume; }
   void GetCategories(u32& mask) const override;
-  bool IsSequential() const override { return true; }
-  bool RunsOnRefresh() const override { return true; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   bool AfterLinks() override;

@@ -27,8 +27,6 @@ class iVolume : public iObject {
  public:
   using iObject::iObject;
   iVolume() = default;
-  i32 GetListIndex() const override { return kListGeometry; }
-  void GetCategories(u32& mask) const override { mask |= kCategoryVolume; }
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   /// Appends the volumes with grids that this object stands for: itself, or a group's members.
   virtual void CollectMembers(std::vector<VolumeBase*>& /*out*/) {}

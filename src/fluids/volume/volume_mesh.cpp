@@ -1,11 +1,38 @@
 #include "fluids/volume/volume_mesh.h"
 
 #include "fluids/mesh/multi_mesh.h"
+#include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
+
+const NodeKind& VolumeMesh::Kind() {
+  static const NodeKind kind = {
+      .id = 1028106,
+      .type = "volume",
+      .label = "Volume",
+      .className = "VolumeMesh",
+      .typeId = kTypeVolumeMesh,
+      .list = kListGeometry,
+      .categories = kCategoryMesh | kCategoryVolume,
+      .flags = "SV",
+      .stages = {kVolumes},
+      .priority = 0,
+      .menu = {"Bodies"},
+      .purpose = "turns a mesh into inside and outside: a place to emit from, or an obstacle",
+      .example =
+          {{example::kBall},
+           {example::kBallMesh,
+            R"({ "type": "volume", "name": "shell", "parameters": { "mesh": "ball mesh", "shell_thickness": 0.3 } })",
+            example::kSmoke, example::kRate, example::kPair,
+            R"({ "type": "gridemitter", "name": "source", "parameters": { "volume": "shell", "channels": ["pair"] } })"}},
+      .rows = Parameters,
+      .make = MakeNode<VolumeMesh>,
+  };
+  return kind;
+}
 
 const ParameterTable& VolumeMesh::Parameters() {
   static const ParameterTable table = {
@@ -18,7 +45,8 @@ const ParameterTable& VolumeMesh::Parameters() {
       VectorRow(1005, "preview_size", {100, 100, 100}, "host", "of the box that a viewport shows"),
       RealRow(1006, "shell_thickness", 1.0, "",
               "1 is solid; less makes a hollow skin of that part of the greatest depth")
-          .AtLeast(0),
+          .AtLeast(0)
+          .To(&VolumeMesh::mShellThickness),
       BoolRow(1007, "inverted", false,
               "swaps inside and outside: a ball becomes a room with gas in it"),
       LongRow(1008, "padding_cells", 3, "cells",
@@ -28,7 +56,8 @@ const ParameterTable& VolumeMesh::Parameters() {
       LongRow(1009, "preview_mode", 1, "", "what a viewport draws for the node"),
       LongRow(1010, "thread_limit", 0, "",
               "most processor cores for this volume, 0 for the scene's limit")
-          .Range(0, kMaxWorkers),
+          .Range(0, kMaxWorkers)
+          .To(&VolumeMesh::mThreadLimit),
       RealRow(1011, "preview_scale", 1.0, "", "how large a viewport draws the node"),
       RealRow(1012, "preview_opacity", 1.0, "", "how solid a viewport draws the node"),
       ButtonRow(1013, "make_mesh", "makes the mesh node that belongs to an object"),
@@ -53,21 +82,11 @@ const ParameterTable& VolumeMesh::Parameters() {
   return table;
 }
 
-VolumeMesh::VolumeMesh(BaseNode* node, Scene* scene) : VolumeBase(node, scene) {
-  mStageMask |= StageBit(kVolumes);
-}
-
-void VolumeMesh::GetCategories(u32& mask) const {
-  VolumeBase::GetCategories(mask);
-  mask |= kCategoryMesh;
-}
+VolumeMesh::VolumeMesh(BaseNode* node, Scene* scene) : VolumeBase(node, scene) {}
 
 bool VolumeMesh::ReadParameters(void* context) {
-  mPriority = 0;
   if (!VolumeBase::ReadParameters(context)) return false;
   mVoxeliser.mExactBand = 3;
-  mShellThickness = mInterface.GetReal(1006);
-  mThreadLimit = mInterface.GetLong(1010);
   return true;
 }
 

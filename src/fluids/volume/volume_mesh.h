@@ -13,11 +13,8 @@ class VolumeMesh : public VolumeBase {
   VolumeMesh(host::BaseNode* node, Scene* scene);
   VolumeMesh(const VolumeMesh& other) = default;
 
+  static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  i32 GetTypeId() const override { return kTypeVolumeMesh; }
-  void GetCategories(u32& mask) const override;
-  bool IsSequential() const override { return true; }
-  bool RunsOnRefresh() const override { return true; }
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void CheckDirty() override;

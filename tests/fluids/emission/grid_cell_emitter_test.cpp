@@ -16,6 +16,7 @@ class AddHeight : public ChannelOperator {
  public:
   AddHeight(host::BaseNode* node, Scene* scene, double factor)
       : ChannelOperator(node, scene), mFactor(factor) {}
+  void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
   void Prepare(void*) override { ++prepared; }
   void Finish() override { ++finished; }
   void EvaluateCells(const CellRecord* cells, i32 count, const EvaluationThreadData&) override {

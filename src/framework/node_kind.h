@@ -1,0 +1,75 @@
+// What a kind of node is: the one descriptor that stands in the file of its class.
+#pragma once
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "framework/ibase.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A scene of some ten lines in which a kind does its work: its host objects and the nodes of its
+/// server, a text line each; a line that goes on in the next begins that one with two blanks.
+struct KindExample {
+  std::vector<std::string_view> objects{};
+  std::vector<std::string_view> nodes{};
+};
+
+/// One kind of node. Everything that speaks of kinds comes from here: scene lists, stages, the
+/// catalogue, its menu, help and examples.
+struct NodeKind {
+  i32 id = 0;                    ///< plug-in id: the type of the host node
+  std::string_view type{};       ///< short name used by scene files
+  std::string_view label{};      ///< name shown, and given to new nodes
+  std::string_view className{};  ///< core class
+  i32 typeId = 0;                ///< `GetTypeId`
+  i32 list = 0;                  ///< scene list; 0 for nodes without a core object
+  u32 categories = 0;            ///< `GetCategories`; the fixed part where the class computes it
+  /// S sequential, I iterative, E prepares each pass, V runs on refresh, R resets on change; a
+  /// star: the class decides.
+  std::string_view flags{};
+  std::vector<i32> stages{};      ///< in which it runs, unless its parameter `stage` moves it
+  std::optional<i32> priority{};  ///< base priority inside a stage
+  std::vector<std::string_view> menu{};  ///< groups in which it stands, as `Menu` names them
+  std::string_view purpose{};            ///< what it is for, in a clause
+  KindExample example{};
+  const host::ParameterTable& (*rows)() = nullptr;  ///< the class's own rows
+  std::unique_ptr<iBase> (*make)(host::BaseNode*,
+                                 Scene*) = nullptr;  ///< null without a core object
+
+  bool HasFlag(char flag) const { return flags.find(flag) != flags.npos; }
+};
+
+/// The factory of a class.
+template <class T>
+std::unique_ptr<iBase> MakeNode(host::BaseNode* node, Scene* scene) {
+  return std::make_unique<T>(node, scene);
+}
+
+/// Lines that many examples share.
+namespace example {
+inline constexpr std::string_view kBall =
+    R"({ "name": "ball", "type": "sphere", "radius": 40, "position": [0, 60, 0] })";
+inline constexpr std::string_view kCube =
+    R"({ "name": "cube", "type": "box", "size": [60, 60, 60], "position": [0, 160, 0] })";
+inline constexpr std::string_view kSmoke = R"({ "type": "channel_scalar", "name": "smoke" })";
+inline constexpr std::string_view kHeat =
+    R"({ "type": "channel_temp", "name": "heat", "parameters": { "value_max": 1000 } })";
+inline constexpr std::string_view kFuel = R"({ "type": "channel_fuel", "name": "fuel" })";
+inline constexpr std::string_view kFire = R"({ "type": "channel_fire", "name": "fire" })";
+inline constexpr std::string_view kBallMesh =
+    R"({ "type": "mesh", "name": "ball mesh", "parameters": { "object": "ball" } })";
+inline constexpr std::string_view kBallVolume =
+    R"({ "type": "volume", "name": "ball volume", "parameters": { "mesh": "ball mesh" } })";
+inline constexpr std::string_view kRate =
+    R"({ "type": "emission_setting", "name": "rate", "parameters": { "amount": 3 } })";
+inline constexpr std::string_view kPair =
+    R"({ "type": "channelsettings", "name": "pair", "parameters": { "channel": "smoke", "settings": "rate" } })";
+inline constexpr std::string_view kEmitter =
+    R"({ "type": "gridemitter", "name": "source", "parameters": { "volume": "ball volume", "channels": ["pair"] } })";
+inline constexpr std::string_view kGas =
+    R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150], "parameters": { "box_size": [300, 400, 300] } })";
+}  // namespace example
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
