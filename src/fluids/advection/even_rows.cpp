@@ -18,9 +18,12 @@ SULVA_WIDE_KERNEL void Flows(const double* __restrict inA, const double* __restr
     const double high = a > b ? a : b;
     const double open = static_cast<double>(holdsA[i] & holdsB[i]);
     const double half = (a - b) * 0.5 * open;
-    const double flow = high > 0 ? half : 0.0;
-    density[i] = flow;
-    share[i] = flow / (high > 0 ? high : 1.0);
+    density[i] = high > 0 ? half : 0.0;
+  }
+  // A loop of its own: two choices by one comparison become a branch.
+  for (i32 i = 0; i < n; ++i) {
+    const double high = inA[i] > inB[i] ? inA[i] : inB[i];
+    share[i] = density[i] / (high > 0 ? high : 1.0);
   }
 }
 

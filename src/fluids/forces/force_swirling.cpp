@@ -1,13 +1,46 @@
 #include "fluids/forces/force_swirling.h"
 
+#include <cmath>
+
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "grids/fixed_blocks.h"
 #include "grids/for_each_cell.h"
+#include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
+
+namespace {
+
+/// Samples whose sums are subtracted: (high[0] + high[1]) - (low[0] + low[1]).
+struct DifferenceRow {
+  const double *high[2], *low[2];
+};
+
+/// A component of the vorticity, such as omega_x = dw/dy - dv/dz, 1/s.
+SULVA_WIDE_KERNEL void CurlComponent(const DifferenceRow& a, const DifferenceRow& b, double scale,
+                                     double* __restrict out, i32 n) {
+  const double *a0 = a.high[0], *a1 = a.high[1], *a2 = a.low[0], *a3 = a.low[1];
+  const double *b0 = b.high[0], *b1 = b.high[1], *b2 = b.low[0], *b3 = b.low[1];
+  for (i32 i = 0; i < n; ++i)
+    out[i] = scale * (((a0[i] + a1[i]) - (a2[i] + a3[i])) - ((b0[i] + b1[i]) - (b2[i] + b3[i])));
+}
+
+/// Takes a mean off the components of a row of vectors; and takes their lengths.
+SULVA_WIDE_KERNEL void CentreRow(double* __restrict x, double* __restrict y, double* __restrict z,
+                                 const Vec3d& mean, double* __restrict length, i32 n) {
+  const double mx = mean.x, my = mean.y, mz = mean.z;
+  for (i32 i = 0; i < n; ++i) {
+    x[i] -= mx;
+    y[i] -= my;
+    z[i] -= mz;
+    length[i] = std::sqrt(x[i] * x[i] + y[i] * y[i] + z[i] * z[i]);
+  }
+}
+
+}  // namespace
 
 const NodeKind& Force_Swirling::Kind() {
   static const NodeKind kind = {
@@ -108,27 +141,19 @@ void Force_Swirling::CurlRow(i32 y, i32 z) {
   const double scale = 0.25 / u.mLayout.cellSize;
   // A tangential component at a face is the mean of the two cells beside it, so that the
   // difference between opposite faces leaves the cells beyond them: two samples in each.
-  const auto row = [&](const EGrid<double>& g, i32 dy, i32 dz) {
-    return g.mData + g.Index(0, y + dy, z + dz);
+  const auto row = [&](const EGrid<double>& g, i32 dx, i32 dy, i32 dz) {
+    return g.mData + g.Index(1 + dx, y + dy, z + dz);
   };
-  const double *uUp = row(u, 1, 0), *uDown = row(u, -1, 0), *uFront = row(u, 0, 1),
-               *uBack = row(u, 0, -1);
-  const double *vLow = row(v, 0, 0), *vHigh = row(v, 1, 0), *vLowFront = row(v, 0, 1),
-               *vHighFront = row(v, 1, 1), *vLowBack = row(v, 0, -1), *vHighBack = row(v, 1, -1);
-  const double *wLow = row(w, 0, 0), *wHigh = row(w, 0, 1), *wLowUp = row(w, 1, 0),
-               *wHighUp = row(w, 1, 1), *wLowDown = row(w, -1, 0), *wHighDown = row(w, -1, 1);
-  const i32 nx = mMagnitude->mNx, first = mMagnitude->Index(0, y, z);
-  double* ox = mVorticity[0]->mData + first;
-  double* oy = mVorticity[1]->mData + first;
-  double* oz = mVorticity[2]->mData + first;
-  for (i32 x = 1; x < nx - 1; ++x) {
-    ox[x] = scale * (((wLowUp[x] + wHighUp[x]) - (wLowDown[x] + wHighDown[x])) -
-                     ((vLowFront[x] + vHighFront[x]) - (vLowBack[x] + vHighBack[x])));
-    oy[x] = scale * (((uFront[x] + uFront[x + 1]) - (uBack[x] + uBack[x + 1])) -
-                     ((wLow[x + 1] + wHigh[x + 1]) - (wLow[x - 1] + wHigh[x - 1])));
-    oz[x] = scale * (((vLow[x + 1] + vHigh[x + 1]) - (vLow[x - 1] + vHigh[x - 1])) -
-                     ((uUp[x] + uUp[x + 1]) - (uDown[x] + uDown[x + 1])));
-  }
+  const auto pairs = [&](const EGrid<double>& g, VecInt3D up, VecInt3D along) {
+    return DifferenceRow{
+        {row(g, up.x, up.y, up.z), row(g, up.x + along.x, up.y + along.y, up.z + along.z)},
+        {row(g, -up.x, -up.y, -up.z), row(g, along.x - up.x, along.y - up.y, along.z - up.z)}};
+  };
+  constexpr VecInt3D kX{1, 0, 0}, kY{0, 1, 0}, kZ{0, 0, 1};
+  const i32 n = mMagnitude->mNx - 2, first = mMagnitude->Index(1, y, z);
+  CurlComponent(pairs(w, kY, kZ), pairs(v, kZ, kY), scale, mVorticity[0]->mData + first, n);
+  CurlComponent(pairs(u, kZ, kX), pairs(w, kX, kZ), scale, mVorticity[1]->mData + first, n);
+  CurlComponent(pairs(v, kX, kY), pairs(u, kY, kX), scale, mVorticity[2]->mData + first, n);
 }
 
 void Force_Swirling::ComputeVorticity() {
@@ -159,12 +184,7 @@ void Force_Swirling::ComputeVorticity() {
         forEachRow(layer + 1, [&](i32, i32 row) {
           double *ox = mVorticity[0]->mData + row, *oy = mVorticity[1]->mData + row,
                  *oz = mVorticity[2]->mData + row, *length = mMagnitude->mData + row;
-          for (i32 x = 1; x < n.x - 1; ++x) {
-            ox[x] -= mean.x;
-            oy[x] -= mean.y;
-            oz[x] -= mean.z;
-            length[x] = std::sqrt(ox[x] * ox[x] + oy[x] * oy[x] + oz[x] * oz[x]);
-          }
+          CentreRow(ox + 1, oy + 1, oz + 1, mean, length + 1, n.x - 2);
           for (i32 x = 1; x < n.x - 1; ++x) most = std::max(most, length[x]);
         });
         return most;

@@ -106,19 +106,12 @@ SULVA_WIDE_KERNEL void RelaxTerms(const RelaxLine& l, double* __restrict a, doub
 
 /// Writes the new pressures; returns the largest change.
 SULVA_WIDE_KERNEL double StoreLine(const double* __restrict fresh, double* __restrict p, i32 n) {
-  double top[4] = {0, 0, 0, 0};
-  i32 i = 0;
-  for (; i + 4 <= n; i += 4)
-    for (i32 k = 0; k < 4; ++k) {
-      const double change = std::fabs(p[i + k] - fresh[i + k]);
-      top[k] = change > top[k] ? change : top[k];
-      p[i + k] = fresh[i + k];
-    }
-  for (; i < n; ++i) {
-    top[0] = std::max(top[0], std::fabs(p[i] - fresh[i]));
+  i64 top = 0;
+  for (i32 i = 0; i < n; ++i) {
+    top = std::max(top, MagnitudeKey(p[i] - fresh[i]));
     p[i] = fresh[i];
   }
-  return std::max(std::max(top[0], top[1]), std::max(top[2], top[3]));
+  return std::bit_cast<double>(top);
 }
 
 }  // namespace

@@ -205,8 +205,8 @@ std::vector<ProjectionReport> Grid_Incompressibility::TakeReports() {
 }
 
 void Grid_Incompressibility::ComputeMeanShift() {
-  LayerSum all;
-  for (const LayerSum& layer : mLayerSums) {
+  RowSum all;
+  for (const RowSum& layer : mLayerSums) {
     all.sum += layer.sum;
     all.count += layer.count;
   }
@@ -230,11 +230,10 @@ void Grid_Incompressibility::BuildSystem(const EvaluationThreadData& block) {
   const double c = mFields.dt / (mCellSize * mCellSize);
   const auto coefficient = [&](auto face) {
     for (i32 z = box.min.z; z < box.max.z; ++z) {
-      LayerSum& layer = mLayerSums[z];
       for (i32 y = box.min.y; y < box.max.y; ++y) {
         const CellLine line(mFields, y, z);
         BuildLine(line, face, 1.0 / mCellSize, Used().GetMatrix(), Used().GetRhs(), box.min.x,
-                  box.max.x, layer.sum, layer.count);
+                  box.max.x, mLayerSums[z]);
       }
     }
   };
@@ -247,6 +246,7 @@ void Grid_Incompressibility::BuildSystem(const EvaluationThreadData& block) {
 void Grid_Incompressibility::SubtractGradient(const EvaluationThreadData& block) {
   const double g = mFields.dt / mCellSize;
   const std::span<const double> p = GetPressure();
+  const i32 offsets[3] = {1, mCells.x, mCells.x * mCells.y};
   const auto update = [&](auto face) {
     for (i32 axis = 0; axis < 3; ++axis) {
       // Faces below the cells of the block that have a cell on both sides.
@@ -256,9 +256,15 @@ void Grid_Incompressibility::SubtractGradient(const EvaluationThreadData& block)
       if (mCells[axis] < 3) continue;
       const CellBox box = Clip(block.Box(), low, high);
       for (i32 z = box.min.z; z < box.max.z; ++z)
-        for (i32 y = box.min.y; y < box.max.y; ++y)
-          UpdateLine(*mFields.velocity[axis], *mFields.open[axis], p.data(), mCells, axis, face,
-                     box.min.x, box.max.x, y, z);
+        for (i32 y = box.min.y; y < box.max.y; ++y) {
+          const EGrid<double>& velocity = *mFields.velocity[axis];
+          const EGrid<float>& open = *mFields.open[axis];
+          UpdateLine(
+              {velocity.mData + velocity.Index(box.min.x, y, z),
+               open.mData + open.Index(box.min.x, y, z), p.data(),
+               (mCells.y * z + y) * mCells.x + box.min.x, offsets[axis], box.max.x - box.min.x},
+              face);
+        }
     }
   };
   if (mFields.density)

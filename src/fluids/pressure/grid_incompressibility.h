@@ -40,6 +40,12 @@ struct MovingBody {
   Vec3d angular{};  ///< radians per second
 };
 
+/// What rows of the system add up to.
+struct RowSum {
+  double sum = 0;  ///< of the right-hand sides
+  u32 count = 0;   ///< of the cells with a row
+};
+
 /// Makes the owner's velocity divergence-free on the cut cells that the face fractions tell
 /// (Batty, Bertails and Bridson 2007), and lets moving solids push the fluid.
 ///
@@ -107,11 +113,6 @@ class Grid_Incompressibility : public iObject {
   std::array<LatticeSolver*, 3> LinearSolvers() { return {&mCG, &mGauss, &mMultigrid}; }
   i32 Threads() const;
 
-  /// Contributions of one layer of cells to the mean.
-  struct LayerSum {
-    double sum = 0;
-    u32 count = 0;
-  };
   /// What the moving solids added to a cell.
   struct CouplingTerm {
     i32 cell;
@@ -127,7 +128,7 @@ class Grid_Incompressibility : public iObject {
   double mCellSize = 0;
   std::vector<MovingBody> mMoving;
   std::vector<std::vector<CouplingTerm>> mCoupling;  ///< by layer, in cell order
-  std::vector<LayerSum> mLayerSums;
+  std::vector<RowSum> mLayerSums;
   double mShift = 0;
   double mDivergenceMax = 0;
   std::vector<ProjectionReport> mReports;

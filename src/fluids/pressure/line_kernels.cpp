@@ -1,6 +1,6 @@
 #include "fluids/pressure/line_kernels.h"
 
-#include <cmath>
+#include <algorithm>
 
 #include "grids/wide_kernel.h"
 
@@ -16,15 +16,9 @@ SULVA_WIDE_KERNEL double DotLine(const double* a, const double* b, i32 n) {
 }
 
 SULVA_WIDE_KERNEL double MaxLine(const double* a, i32 n) {
-  double top[4] = {0, 0, 0, 0};
-  i32 i = 0;
-  for (; i + 4 <= n; i += 4)
-    for (i32 k = 0; k < 4; ++k) {
-      const double m = std::fabs(a[i + k]);
-      top[k] = m > top[k] ? m : top[k];
-    }
-  for (; i < n; ++i) top[0] = std::max(top[0], std::fabs(a[i]));
-  return std::max(std::max(top[0], top[1]), std::max(top[2], top[3]));
+  i64 top = 0;
+  for (i32 i = 0; i < n; ++i) top = std::max(top, MagnitudeKey(a[i]));
+  return std::bit_cast<double>(top);
 }
 
 namespace {

@@ -1,6 +1,8 @@
 // Loops over lines of cells along x, shared by the linear solvers.
 #pragma once
 #include <algorithm>
+#include <bit>
+#include <limits>
 #include <vector>
 
 #include "fluids/pressure/lattice_matrix.h"
@@ -10,6 +12,14 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Doubles of a cache line. The waves walk too many arrays at once for the processor to foresee, so
 /// the kernels ask for the lines of the next wave a cache line at a time.
 inline constexpr i32 kCacheLine = 8;
+
+/// |v| as a whole number in the same order; 0 for a NaN. Maxima of whole numbers vectorise, and
+/// those of floating-point numbers don't.
+inline i64 MagnitudeKey(double v) {
+  const i64 key = std::bit_cast<i64>(v) & std::numeric_limits<i64>::max();
+  const i64 kept = key <= std::bit_cast<i64>(std::numeric_limits<double>::infinity()) ? -1 : 0;
+  return key & kept;
+}
 
 /// Sum of a[i] b[i], in four interleaved partial sums.
 double DotLine(const double* a, const double* b, i32 n);

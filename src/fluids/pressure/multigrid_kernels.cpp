@@ -1,6 +1,7 @@
 #include "fluids/pressure/multigrid_kernels.h"
 
 #include <algorithm>
+#include <bit>
 #include <limits>
 
 #include "grids/wide_kernel.h"
@@ -30,17 +31,21 @@ SULVA_WIDE_KERNEL bool ReplaceLine(const float* from, float* __restrict to, i32 
 
 namespace {
 
-/// out = the least of `inverse` over four lines, 0 at strays.
-SULVA_WIDE_KERNEL void LeastOfFour(const float* inverse, const float* mark, const i32* lines,
-                                   float* __restrict out, i32 n) {
-  std::fill_n(out, n, std::numeric_limits<float>::max());
-  for (i32 l = 0; l < 4; ++l) {
-    const float *a = inverse + lines[l], *m = mark + lines[l];
-    for (i32 i = 0; i < n; ++i) {
-      const float v = m[i] != 0 ? 0.0F : a[i];
-      out[i] = v < out[i] ? v : out[i];
-    }
+/// out = the lesser of out and `inverse`, 0 at strays.
+SULVA_WIDE_KERNEL void LowerToLine(const float* inverse, const float* mark, float* __restrict out,
+                                   i32 n) {
+  for (i32 i = 0; i < n; ++i) {
+    // A mask: two comparisons one after the other become a branch.
+    const u32 kept = mark[i] != 0 ? 0U : ~0U;
+    const float v = std::bit_cast<float>(std::bit_cast<u32>(inverse[i]) & kept);
+    out[i] = v < out[i] ? v : out[i];
   }
+}
+
+/// out = the least of `inverse` over four lines, 0 at strays.
+void LeastOfFour(const float* inverse, const float* mark, const i32* lines, float* out, i32 n) {
+  std::fill_n(out, n, std::numeric_limits<float>::max());
+  for (i32 l = 0; l < 4; ++l) LowerToLine(inverse + lines[l], mark + lines[l], out, n);
 }
 
 SULVA_WIDE_KERNEL void SumOfTwo(const float* a, const float* b, float* __restrict out, i32 n) {
@@ -106,9 +111,17 @@ SULVA_WIDE_KERNEL void RelaxLine(const LevelLine& line, i32 phase, i32 n) {
                          (wz[i - nz] * x[i - nz] + wz[i] * x[i + nz]));
 }
 
+/// Products that are widened in one go before they are added.
+constexpr i32 kChunk = 32;
+
 SULVA_WIDE_KERNEL static double DotFloat(const float* a, const double* b, i32 n) {
-  double sum[4] = {};
+  double sum[4] = {}, products[kChunk];
   i32 i = 0;
+  for (; i + kChunk <= n; i += kChunk) {
+    for (i32 k = 0; k < kChunk; ++k) products[k] = static_cast<double>(a[i + k]) * b[i + k];
+    for (i32 first = 0; first < kChunk; first += 4)
+      for (i32 k = 0; k < 4; ++k) sum[k] += products[first + k];
+  }
   for (; i + 4 <= n; i += 4)
     for (i32 k = 0; k < 4; ++k) sum[k] += static_cast<double>(a[i + k]) * b[i + k];
   for (; i < n; ++i) sum[0] += static_cast<double>(a[i]) * b[i];

@@ -1,6 +1,5 @@
 // The projection's formulas on a line of cells along x.
 #pragma once
-#include <algorithm>
 #include <span>
 
 #include "fluids/pressure/grid_incompressibility.h"
@@ -49,6 +48,17 @@ struct CellLine {
         openCell(Row(f.openCell, y, z)),
         source(f.source ? Row(f.source, y, z) : nullptr) {}
 
+  /// The line from one of its cells on.
+  CellLine From(i32 x) const {
+    CellLine rest = *this;
+    rest.cell += x;
+    for (const double** row : {&rest.u, &rest.v0, &rest.v1, &rest.w0, &rest.w1}) *row += x;
+    for (const float** row : {&rest.ox, &rest.oy0, &rest.oy1, &rest.oz0, &rest.oz1, &rest.openCell})
+      *row += x;
+    if (source) rest.source += x;
+    return rest;
+  }
+
   bool IsOpen(i32 x) const {
     return ox[x] > 0 || ox[x + 1] > 0 || oy0[x] > 0 || oy1[x] > 0 || oz0[x] > 0 || oz1[x] > 0;
   }
@@ -73,45 +83,27 @@ struct CellLine {
 };
 
 /// Adds the rows of the cells [first, last) of a line to a system, and their right-hand sides to
-/// `sum`. `face` gives dt / h^2 over the density of a face.
-template <class Face>
-void BuildLine(const CellLine& line, const Face& face, double inverseCell, LatticeMatrix& matrix,
-               std::span<double> rhs, i32 first, i32 last, double& sum, u32& count) {
-  const i32 ny = matrix.Offset(1), nz = matrix.Offset(2);
-  double *diagonal = matrix.Diagonal(), *ux = matrix.Upper(0), *uy = matrix.Upper(1),
-         *uz = matrix.Upper(2);
-  for (i32 x = first; x < last; ++x) {
-    if (!line.IsOpen(x)) continue;
-    const i32 c = line.cell + x;
-    const double b = line.Source(x) - line.Divergence(x, inverseCell);
-    sum += b;
-    ++count;
-    rhs[c] += b;
-    const double xHigh = line.ox[x + 1] * face(c, c + 1), xLow = line.ox[x] * face(c, c - 1);
-    const double yHigh = line.oy1[x] * face(c, c + ny), yLow = line.oy0[x] * face(c, c - ny);
-    const double zHigh = line.oz1[x] * face(c, c + nz), zLow = line.oz0[x] * face(c, c - nz);
-    diagonal[c] += xHigh + xLow + yHigh + yLow + zHigh + zLow;
-    ux[c] -= xHigh;
-    uy[c] -= yHigh;
-    uz[c] -= zHigh;
-  }
-}
+/// `total`. With the open share a of each face and its density rho, the row of cell c is
+///   sum over faces of a dt / (rho h^2) (p_c - p_neighbour) = source - div(a u);
+/// `face` gives dt / (rho h^2).
+void BuildLine(const CellLine& line, const ConstantDensity& face, double inverseCell,
+               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last, RowSum& total);
+void BuildLine(const CellLine& line, const VariableDensity& face, double inverseCell,
+               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last, RowSum& total);
 
-/// Takes the pressure gradient off the faces [first, last) of `axis` on a line; closed faces become
-/// 0. `face` gives dt / h over the density of a face.
-template <class Face>
-void UpdateLine(EGrid<double>& velocity, const EGrid<float>& open, const double* p,
-                const VecInt3D& cells, i32 axis, const Face& face, i32 first, i32 last, i32 y,
-                i32 z) {
-  const i32 offset = axis == 0 ? 1 : axis == 1 ? cells.x : cells.x * cells.y;
-  const i32 base = (cells.y * z + y) * cells.x;
-  double* v = velocity.mData + velocity.Index(0, y, z);
-  const float* f = open.mData + open.Index(0, y, z);
-  for (i32 x = first; x < last; ++x) {
-    const i32 c = base + x;
-    const double g = face(c, c - offset);
-    v[x] = f[x] > 0 ? (v[x] + p[c - offset] * g) - p[c] * g : 0.0;
-  }
-}
+/// Faces on a line and the pressures of the cells above and below them.
+struct FaceLine {
+  double* velocity;
+  const float* open;
+  const double* pressure;  ///< of the whole grid
+  i32 cell;                ///< index of the cell above the first face
+  i32 offset;              ///< from the cell below a face to the one above
+  i32 count;
+};
+
+/// Takes the pressure gradient off faces, u -= dt / rho grad p; closed ones become 0. `face` gives
+/// dt / (rho h).
+void UpdateLine(const FaceLine& line, const ConstantDensity& face);
+void UpdateLine(const FaceLine& line, const VariableDensity& face);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

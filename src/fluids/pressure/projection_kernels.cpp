@@ -1,0 +1,146 @@
+#include "fluids/pressure/projection_kernels.h"
+
+#include <algorithm>
+
+#include "grids/wide_kernel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr i32 kChunk = 64;
+
+/// The bands of a system from one cell on.
+struct SystemLine {
+  double *diagonal, *upper[3];
+};
+
+/// Open cells of a line get a 1, others a 0.
+SULVA_WIDE_KERNEL void FindOpen(const CellLine& line, i32 first, i32 n, double* __restrict open) {
+  const float *x = line.ox + first, *y0 = line.oy0 + first, *y1 = line.oy1 + first,
+              *z0 = line.oz0 + first, *z1 = line.oz1 + first;
+  for (i32 i = 0; i < n; ++i) {
+    const bool any =
+        (x[i] > 0) | (x[i + 1] > 0) | (y0[i] > 0) | (y1[i] > 0) | (z0[i] > 0) | (z1[i] > 0);
+    open[i] = any ? 1.0 : 0.0;
+  }
+}
+
+/// b = source - div(open u) at open cells, 0 at others.
+SULVA_WIDE_KERNEL void FindRhs(const CellLine& line, i32 first, i32 n, double inverseCell,
+                               const double* __restrict open, double* __restrict b) {
+  const CellLine l = line.From(first);
+  if (l.source) {
+    for (i32 i = 0; i < n; ++i) {
+      const double v = l.openCell[i] * l.source[i] - l.Divergence(i, inverseCell);
+      b[i] = open[i] != 0 ? v : 0.0;
+    }
+  } else {
+    for (i32 i = 0; i < n; ++i) {
+      const double v = 0.0 - l.Divergence(i, inverseCell);
+      b[i] = open[i] != 0 ? v : 0.0;
+    }
+  }
+}
+
+/// Weights of the six faces of cells: low and high along x, y and z.
+struct FaceWeights {
+  double face[6][kChunk];
+};
+
+/// out = open / density, times the scale of `density`, for the faces between cells and those
+/// `offset` from them. Closed cells have closed faces, and add nothing.
+SULVA_WIDE_KERNEL void WeighAlike(const float* open, ConstantDensity density, i32 /*cell*/,
+                                  i32 /*offset*/, double* __restrict out, i32 n) {
+  for (i32 i = 0; i < n; ++i) out[i] = open[i] * density.value;
+}
+SULVA_WIDE_KERNEL void WeighByDensity(const float* open, VariableDensity density, i32 cell,
+                                      i32 offset, double* __restrict out, i32 n) {
+  for (i32 i = 0; i < n; ++i) out[i] = open[i] * density(cell + i, cell + i + offset);
+}
+
+/// Adds the rows of the matrix: the weights' sum on the diagonal, minus a weight beside it.
+SULVA_WIDE_KERNEL void AddRows(const FaceWeights& weights, const SystemLine& system, i32 n) {
+  double *__restrict diagonal = system.diagonal, *__restrict ux = system.upper[0],
+         *__restrict uy = system.upper[1], *__restrict uz = system.upper[2];
+  const auto& w = weights.face;
+  for (i32 i = 0; i < n; ++i) {
+    diagonal[i] += w[1][i] + w[0][i] + w[3][i] + w[2][i] + w[5][i] + w[4][i];
+    ux[i] -= w[1][i];
+    uy[i] -= w[3][i];
+    uz[i] -= w[5][i];
+  }
+}
+
+template <class Weigh>
+void Build(const CellLine& line, double inverseCell, LatticeMatrix& matrix, std::span<double> rhs,
+           i32 first, i32 last, RowSum& total, Weigh&& weigh) {
+  double open[kChunk], b[kChunk];
+  FaceWeights weights;
+  const i32 ny = matrix.Offset(1), nz = matrix.Offset(2);
+  for (i32 x = first; x < last; x += kChunk) {
+    const i32 n = std::min(kChunk, last - x), c = line.cell + x;
+    FindOpen(line, x, n, open);
+    FindRhs(line, x, n, inverseCell, open, b);
+    const float* faces[] = {line.ox, line.ox + 1, line.oy0, line.oy1, line.oz0, line.oz1};
+    const i32 offsets[] = {-1, 1, -ny, ny, -nz, nz};
+    for (i32 f = 0; f < 6; ++f) weigh(faces[f] + x, c, offsets[f], weights.face[f], n);
+    AddRows(
+        weights,
+        {matrix.Diagonal() + c, {matrix.Upper(0) + c, matrix.Upper(1) + c, matrix.Upper(2) + c}},
+        n);
+    for (i32 i = 0; i < n; ++i) {
+      if (open[i] == 0) continue;
+      total.sum += b[i];
+      ++total.count;
+      rhs[c + i] += b[i];
+    }
+  }
+}
+
+/// v = (v + p_below g) - p_above g, g = dt / (rho h).
+template <class Face>
+[[gnu::always_inline]] inline void TakeGradient(const FaceLine& line, const Face face) {
+  double* __restrict v = line.velocity;
+  const float* open = line.open;
+  const double *above = line.pressure + line.cell, *below = above - line.offset;
+  const i32 cell = line.cell, offset = line.offset, n = line.count;
+  for (i32 i = 0; i < n; ++i) {
+    const double g = face(cell + i, cell + i - offset);
+    const double moved = (v[i] + below[i] * g) - above[i] * g;
+    v[i] = open[i] > 0 ? moved : 0.0;
+  }
+}
+
+SULVA_WIDE_KERNEL void TakeGradientAlike(const FaceLine& line, const ConstantDensity& face) {
+  TakeGradient(line, face);
+}
+SULVA_WIDE_KERNEL void TakeGradientByDensity(const FaceLine& line, const VariableDensity& face) {
+  TakeGradient(line, face);
+}
+
+}  // namespace
+
+void BuildLine(const CellLine& line, const ConstantDensity& face, double inverseCell,
+               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last, RowSum& total) {
+  Build(line, inverseCell, matrix, rhs, first, last, total,
+        [&](const float* open, i32 cell, i32 offset, double* out, i32 n) {
+          WeighAlike(open, face, cell, offset, out, n);
+        });
+}
+void BuildLine(const CellLine& line, const VariableDensity& face, double inverseCell,
+               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last, RowSum& total) {
+  Build(line, inverseCell, matrix, rhs, first, last, total,
+        [&](const float* open, i32 cell, i32 offset, double* out, i32 n) {
+          WeighByDensity(open, face, cell, offset, out, n);
+        });
+}
+
+void UpdateLine(const FaceLine& line, const ConstantDensity& face) {
+  TakeGradientAlike(line, face);
+}
+void UpdateLine(const FaceLine& line, const VariableDensity& face) {
+  TakeGradientByDensity(line, face);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
