@@ -6,7 +6,7 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-void ConstraintList::Name(std::span<const host::LinkTarget> targets) {
+void ConstraintList::Connect(std::span<const host::LinkTarget> targets) {
   mNamed.clear();
   for (const host::LinkTarget& target : targets)
     // One that is named twice is asked once.

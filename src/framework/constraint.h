@@ -36,7 +36,7 @@ class ConstraintList {
     return *this;
   }
   /// Takes the enabled constraints among what a list of links names, in its order.
-  void Name(std::span<const host::LinkTarget> targets);
+  void Connect(std::span<const host::LinkTarget> targets);
   void Clear() { mNamed.clear(); }
   bool IsEmpty() const { return mNamed.empty(); }
   void Prepare(iBase* owner);

@@ -108,11 +108,7 @@ bool iBase::ReadParameters(void*) {
 bool iBase::ResolveLinks() {
   if (!mInterface.HasNode()) return false;
   TakeRows();
-  if (mScene)
-    host::ConnectLinks(*mRows, *Node(), *this,
-                       [this](const host::BaseNode& node, const host::ParameterRow&) {
-                         return mScene->FindObject(&node, kListAll);
-                       });
+  if (mScene) host::ConnectLinks(*mRows, *Node(), *this, *mScene);
   return true;
 }
 
@@ -131,7 +127,7 @@ const host::ParameterTable& iBase::CommonParameters() {
                  {});
     constraints.connect = [](ParameterHolder& holder, std::span<const LinkTarget> targets) {
       iBase* object = dynamic_cast<iBase*>(&holder);
-      if (ConstraintList* list = object ? object->Constraints() : nullptr) list->Name(targets);
+      if (ConstraintList* list = object ? object->Constraints() : nullptr) list->Connect(targets);
     };
     return ParameterTable{
         constraints.AcceptsAny(kListAuxiliary, kCategoryConstraint),

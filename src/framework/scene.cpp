@@ -33,61 +33,79 @@ const ParameterTable& Scene::Parameters() {
       RealRow(
           1000, "host_units", 100.0, "host",
           "how many units of the scene file make up simulation_units: 100 reads it in centimetres")
-          .AtLeast(1e-9),
+          .AtLeast(1e-9)
+          .To(&SceneSettings::hostUnits),
       RealRow(
           1001, "simulation_units", 1.0, "m",
           "how long host_units really are: a larger world moves more slowly; with --set the cell "
           "sizes follow it")
-          .AtLeast(1e-9),
+          .AtLeast(1e-9)
+          .To(&SceneSettings::simulationUnits),
       RealRow(1002, "cell_size", 0.2, "m",
               "the finest detail that smoke can show; half of it needs eight times the memory")
-          .AtLeast(1e-6),
+          .AtLeast(1e-6)
+          .To(&SceneSettings::cellSize),
       RealRow(1015, "render_cell_size", 0.2, "m",
               "takes the place of cell_size where a scene is evaluated for a picture")
-          .AtLeast(1e-6),
+          .AtLeast(1e-6)
+          .To(&SceneSettings::renderCellSize),
       LongRow(1003, "time_mode", 0, "",
               "how a frame is cut into substeps: as fast flow asks for, or always alike")
-          .Choices({{0, "adaptive"}, {1, "fixed_substeps"}, {2, "fixed_step"}}),
+          .Choices({{0, "adaptive"}, {1, "fixed_substeps"}, {2, "fixed_step"}})
+          .To(&SceneSettings::timeMode),
       RealRow(1004, "fixed_step", 0.2, "s",
               "time that every substep advances, whatever the frame rate is")
           .AtLeast(0)
-          .OnlyWith(1003, {2}),
+          .OnlyWith(1003, {2})
+          .To(&SceneSettings::fixedStep),
       LongRow(
           1005, "extra_substeps", 2, "",
           "substeps less one: the most that fast flow gets when adaptive, else every frame's count")
-          .Range(0, 254),
+          .Range(0, 254)
+          .To(&SceneSettings::extraSubsteps),
       LongRow(1010, "extra_min_substeps", 0, "",
               "substeps less one that even slow flow gets: raise it for sudden starts")
           .Range(0, 254)
-          .OnlyWith(1003, {0}),
+          .OnlyWith(1003, {0})
+          .To(&SceneSettings::extraMinSubsteps),
       RealRow(1011, "cfl", 2.0, "cells",
               "how far the fastest flow may go in a substep: lower is sharper and slower")
           .AtLeast(0)
-          .OnlyWith(1003, {0}),
+          .OnlyWith(1003, {0})
+          .To(&SceneSettings::cfl),
       RealRow(1013, "time_scale", 1.0, "",
-              "slow motion below 1, fast motion above; 0 or less freezes the picture"),
+              "slow motion below 1, fast motion above; 0 or less freezes the picture")
+          .To(&SceneSettings::timeScale),
       VectorRow(1012, "gravity", {0, -9.81, 0}, "m/s^2",
-                "pulls bodies and liquids; smoke rises and sinks by its own forces"),
+                "pulls bodies and liquids; smoke rises and sinks by its own forces")
+          .To(&SceneSettings::gravity),
       LongRow(1014, "seed", 2150, "",
-              "start of everything random: another one gives a sister of the same shot"),
+              "start of everything random: another one gives a sister of the same shot")
+          .To(&SceneSettings::seed),
       BoolRow(1006, "use_preview_range", true,
-              "the frames are those of the scene's range; off: of first_frame and last_frame"),
+              "the frames are those of the scene's range; off: of first_frame and last_frame")
+          .To(&SceneSettings::usePreviewRange),
       LongRow(1007, "first_frame", 0, "frames", "where the simulation begins, from an empty world")
           .Range(-kFarthestFrame, kFarthestFrame)
-          .OnlyWith(1006, {0}),
+          .OnlyWith(1006, {0})
+          .To(&SceneSettings::firstFrame),
       LongRow(1008, "last_frame", 90, "frames", "behind it nothing moves any more")
           .Range(-kFarthestFrame, kFarthestFrame)
-          .OnlyWith(1006, {0}),
+          .OnlyWith(1006, {0})
+          .To(&SceneSettings::lastFrame),
       LongRow(1009, "thread_limit", 0, "",
               "most processor cores to use, 0 for all; the picture is the same with any number")
-          .Range(0, kMaxWorkers),
+          .Range(0, kMaxWorkers)
+          .To(&SceneSettings::threadLimit),
       LongRow(1300, "rigid_iterations", 10, "",
               "how hard stacks of rigid bodies are kept from sinking into each other")
           .AtLeast(1),
       LongRow(1301, "rigid_substeps", 10, "",
               "how finely rigid bodies move: raise it where fast ones pass through walls")
-          .AtLeast(1),
-      LongRow(1302, "rigid_mode", 0, "", "an option of the rigid world; kept with the scene"),
+          .AtLeast(1)
+          .To(&SceneSettings::rigidSubsteps),
+      LongRow(1302, "rigid_mode", 0, "", "an option of the rigid world; kept with the scene")
+          .Kept(),
       BoolRow(1401, "show_statistics", true, "a viewport writes numbers beside the scene"),
       RealRow(1402, "display_scale", 2.5, "", "size of what a viewport draws for the scene"),
       BoolRow(1500, "cache_render_only", false,
@@ -107,7 +125,8 @@ const ParameterTable& Scene::Parameters() {
       LongRow(1508, "cache_compression", 0, "",
               "`sulva cache-setup`: smaller files, for a little time")
           .Choices({{0, "none"}, {1, "fast"}, {2, "small"}}),
-      LongRow(1509, "cache_particle_format", 21, "", "kept with the scene for caches of particles"),
+      LongRow(1509, "cache_particle_format", 21, "", "kept with the scene for caches of particles")
+          .Kept(),
       LongRow(1510, "cache_format", 0, "", "`sulva cache-setup`: which kind of file is written")
           .Choices({{0, "grid_cache"}}),
       LongRow(1511, "cache_numbering", 0, "",
@@ -138,6 +157,12 @@ Scene::Scene(BaseNode* server, ObjectFactory factory)
 Scene::~Scene() { Clear(); }
 
 const Document* Scene::GetDocument() const { return Server() ? &Server()->GetDocument() : nullptr; }
+
+SceneSettings Scene::ReadSettings() const {
+  SceneSettings settings;
+  FillMembers(Parameters(), Server(), settings);
+  return settings;
+}
 
 void Scene::DetectChanges() { mInterface.GetDirtyCount(mServerDirty); }
 
@@ -185,22 +210,21 @@ bool Scene::EndEvaluation(bool result) {
 bool Scene::Execute(HostThread* thread, bool render) {
   mThread = thread;
   mReport = {};
-  mInterface.GetVector(mGravity, 1012, {0, -9.81, 0});
+  const SceneSettings settings = ReadSettings();
+  mGravity = settings.gravity;
   mFlags &= ~(kDomainChanged | kTimeChanged);
-  mSeed = static_cast<i32>(mInterface.GetReal(1014));
-  mRigidSubsteps = mInterface.GetLong(1301);
-  const double timeScale = mInterface.GetReal(1013);
-  const double cellSize = mInterface.GetReal(render ? 1015 : 1002);
+  mSeed = settings.seed;
+  mRigidSubsteps = settings.rigidSubsteps;
+  const double cellSize = render ? settings.renderCellSize : settings.cellSize;
   ReadClock();
   if (mClock.time != mClock.lastTime) mFlags |= kTimeChanged;
-  const i32 limit = mInterface.GetLong(1009);
+  const i32 limit = settings.threadLimit;
   mThreadCount = limit > 0 ? std::min(limit, ThreadCount()) : ThreadCount();
   mIsRender = render;
 
   SetStage(kStartSimulation);
   DetectChanges();
-  const bool domainChanged =
-      UpdateDomain(mInterface.GetReal(1000), mInterface.GetReal(1001), cellSize);
+  const bool domainChanged = UpdateDomain(settings.hostUnits, settings.simulationUnits, cellSize);
   Synchronise(GetDocument());
   bool hardReset = false;
   const FrameDecision decision = DecideFrame(domainChanged, hardReset);
@@ -208,12 +232,12 @@ bool Scene::Execute(HostThread* thread, bool render) {
 
   i32 blurSample, blurSamples;
   ReadBlur(blurSample, blurSamples);
-  SetTimes(mClock.frameFromStart, mClock.time, static_cast<f32>(timeScale * mClock.frameTime),
-           mInterface.GetLong(1003), mInterface.GetReal(1011), mInterface.GetReal(1004),
-           mInterface.GetLong(1005) + 1, mInterface.GetLong(1010) + 1, mClock.fps, blurSample,
-           blurSamples);
+  SetTimes(mClock.frameFromStart, mClock.time,
+           static_cast<f32>(settings.timeScale * mClock.frameTime), settings.timeMode, settings.cfl,
+           settings.fixedStep, settings.extraSubsteps + 1, settings.extraMinSubsteps + 1,
+           mClock.fps, blurSample, blurSamples);
   LoadCaches();
-  if (timeScale <= 0) return EndEvaluation(true);
+  if (settings.timeScale <= 0) return EndEvaluation(true);
 
   if (decision == FrameDecision::Refresh) {
     SetStage(kUpdate);

@@ -20,9 +20,30 @@ struct EvaluationReport {
   bool whole = false;                              ///< and nothing cut it short
 };
 
+/// What the server node says of its scene, as the rows of `Scene::Parameters` name it.
+struct SceneSettings : host::ParameterHolder {
+  double hostUnits = 100.0;
+  double simulationUnits = 1.0;
+  double cellSize = 0.2;
+  double renderCellSize = 0.2;
+  i32 timeMode = 0;
+  double fixedStep = 0.2;
+  i32 extraSubsteps = 2;
+  i32 extraMinSubsteps = 0;
+  double cfl = 2.0;
+  double timeScale = 1.0;
+  Vec3d gravity{0, -9.81, 0};
+  i32 seed = 2150;
+  bool usePreviewRange = true;
+  i32 firstFrame = 0;
+  i32 lastFrame = 90;
+  i32 threadLimit = 0;
+  i32 rigidSubsteps = 10;
+};
+
 /// One simulation under one server node. The scene owns the objects of its lists; a list is ordered
 /// by node creation number.
-class Scene {
+class Scene : public host::LinkSource {
  public:
   enum Flag : u32 {
     kDomainChanged = 0x2,  ///< in this evaluation
@@ -40,7 +61,7 @@ class Scene {
   using BoundsGuard = std::function<bool(const Vec3d& min, const Vec3d& max)>;
 
   Scene(host::BaseNode* server, ObjectFactory factory);
-  virtual ~Scene();
+  ~Scene() override;
   Scene(const Scene&) = delete;
   Scene& operator=(const Scene&) = delete;
 
@@ -90,10 +111,16 @@ class Scene {
                       u32 exactCategories, i32 typeId, i32 categoryA, bool includeOnly,
                       i32 categoryB = kBitAny) const;
 
+  host::ParameterHolder* Find(const host::BaseNode& node,
+                              const host::ParameterRow& row) const override;
+  std::vector<host::LinkTarget> All(const host::ParameterRow& row) const override;
+
   /// Saves or restores the simulation as it stands between two frames. To restore, the document
   /// stands at the frame that was saved. An archive that doesn't fit the scene fails.
   void Persist(StateArchive& archive);
 
+  /// The parameters of the server node as they stand.
+  SceneSettings ReadSettings() const;
   /// First and last simulated frame: the document's preview range, or the server's own.
   void GetFrameRange(i32& first, i32& last) const;
   void SetStage(i32 stage);

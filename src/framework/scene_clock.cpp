@@ -26,9 +26,10 @@ bool Scene::UpdateDomain(double hostUnits, double simUnits, double cellSize) {
 }
 
 void Scene::GetFrameRange(i32& first, i32& last) const {
-  const bool preview = mInterface.GetBool(1006);
-  first = preview ? GetDocument()->previewMin : mInterface.GetLong(1007);
-  last = preview ? GetDocument()->previewMax : mInterface.GetLong(1008);
+  const SceneSettings settings = ReadSettings();
+  const bool preview = settings.usePreviewRange;
+  first = preview ? GetDocument()->previewMin : settings.firstFrame;
+  last = preview ? GetDocument()->previewMax : settings.lastFrame;
   if (first > last) std::swap(first, last);
 }
 

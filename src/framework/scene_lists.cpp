@@ -117,6 +117,32 @@ void Scene::CollectObjects(const InExcludeData* list, std::vector<iBase*>& out, 
       if (!isNamed(id) && passes(*object)) out.push_back(object.get());
 }
 
+namespace {
+/// Whether a row may link an object: by its list and categories, or by its kind.
+bool Accepts(const ParameterRow& row, const iBase& object) {
+  if (row.acceptsList && object.GetListIndex() != row.acceptsList) return false;
+  u32 mask = 0;
+  object.GetCategories(mask);
+  return (mask & row.acceptsCategories) == row.acceptsCategories;
+}
+}  // namespace
+
+ParameterHolder* Scene::Find(const BaseNode& node, const ParameterRow& row) const {
+  iBase* object = FindObject(&node, kListAll);
+  return object && Accepts(row, *object) ? object : nullptr;
+}
+
+std::vector<LinkTarget> Scene::All(const ParameterRow& row) const {
+  std::vector<LinkTarget> targets;
+  ForEachObject(
+      [&](iBase& object) {
+        if (object.Has(FLAG_ENABLED) && Accepts(row, object))
+          targets.push_back({object.Node(), &object, 0});
+      },
+      true);
+  return targets;
+}
+
 bool Scene::NeedsRun() const {
   if (mStage != kStartSimulation && mStage != kUpdate) return false;
   bool dirty = false;

@@ -78,11 +78,12 @@ struct ParameterRow {
   double min = -std::numeric_limits<double>::infinity();
   double max = std::numeric_limits<double>::infinity();
   std::vector<Choice> choices;
-  std::vector<i32> accepts;   ///< node types that a link may point to; empty means any
-  i32 acceptsList = 0;        ///< number of the object list that a link may point to; 0 means any
-  u32 acceptsCategories = 0;  ///< what an object of that list has to be able to, bit for bit
-  bool required = false;      ///< without this link the node does nothing
-  bool kept = false;          ///< stored and kept with the scene, without effect
+  std::vector<i32> accepts;    ///< node types that a link may point to; empty means any
+  i32 acceptsList = 0;         ///< number of the object list that a link may point to; 0 means any
+  u32 acceptsCategories = 0;   ///< what an object of that list has to be able to, bit for bit
+  bool allWhenAbsent = false;  ///< a node without the list means all that it could name
+  bool required = false;       ///< without this link the node does nothing
+  bool kept = false;           ///< stored and kept with the scene, without effect
   std::optional<Condition> condition;  ///< none: it always counts
   std::string_view help;
   /// Gives a value of the row's type to the member that the row names; null where it names none.
@@ -108,6 +109,7 @@ struct ParameterRow {
   ParameterRow& AcceptsAny(i32 list, u32 categories) {
     return acceptsList = list, acceptsCategories = categories, *this;
   }
+  ParameterRow& AllWhenAbsent() { return allWhenAbsent = true, *this; }
   ParameterRow& Required() { return required = true, *this; }
   /// Nothing reads the parameter; it is kept with the scene.
   ParameterRow& Kept() { return kept = true, *this; }
@@ -116,7 +118,8 @@ struct ParameterRow {
   /// object share its node and its rows. Members: bool, i32, f32, double, std::string, Vec3d;
   /// pointers to const SplineData, Gradient or InExcludeData, null without one; for links a pointer
   /// to the class of object or host node, null unless the target is one; for lists a vector of such
-  /// pointers, or of `Linked` where the flags count.
+  /// pointers, or of `Linked` where the flags count; or a port that has `Connect(targets)`.
+  /// A link may fill several pointers, of which each takes its own class.
   template <class C, class M>
   ParameterRow& To(M C::*member);
 
@@ -166,9 +169,17 @@ ParameterRow& ParameterRow::To(M C::*member) {
       if (C* object = dynamic_cast<C*>(&holder)) object->*member = std::get_if<Data>(&value);
     };
   } else if constexpr (std::is_pointer_v<M>) {
-    connect = [member](ParameterHolder& holder, std::span<const LinkTarget> targets) {
+    connect = [member, other = std::move(connect)](ParameterHolder& holder,
+                                                   std::span<const LinkTarget> targets) {
+      if (other) other(holder, targets);
       if (C* object = dynamic_cast<C*>(&holder))
         object->*member = targets.empty() ? nullptr : As<std::remove_pointer_t<M>>(targets.front());
+    };
+  } else if constexpr (requires(M & port, std::span<const LinkTarget> targets) {
+                         port.Connect(targets);
+                       }) {
+    connect = [member](ParameterHolder& holder, std::span<const LinkTarget> targets) {
+      if (C* object = dynamic_cast<C*>(&holder)) (object->*member).Connect(targets);
     };
   } else if constexpr (IsList<M>::value) {
     connect = [member](ParameterHolder& holder, std::span<const LinkTarget> targets) {
@@ -208,12 +219,18 @@ const ParameterRow* FindRow(const ParameterTable& table, i32 id);
 /// or with the value of a missing parameter. A null node fills nothing.
 void FillMembers(const ParameterTable& table, const BaseNode* node, ParameterHolder& holder);
 
-/// Finds the object that stands for a node, or null.
-using ObjectFinder = std::function<ParameterHolder*(const BaseNode&, const ParameterRow&)>;
+/// Where links find the objects that stand for nodes.
+struct LinkSource {
+  virtual ~LinkSource() = default;
+  /// The object of a node that a row may link, or null.
+  virtual ParameterHolder* Find(const BaseNode& node, const ParameterRow& row) const = 0;
+  /// All objects that a row may link, in the order of the scene.
+  virtual std::vector<LinkTarget> All(const ParameterRow& row) const = 0;
+};
 /// Resolves every link and list that the rows name, in the order of the lists; what leads nowhere
 /// or to an object of another class is left out.
 void ConnectLinks(const ParameterTable& table, const BaseNode& node, ParameterHolder& holder,
-                  const ObjectFinder& find);
+                  const LinkSource& source);
 /// Clears what `ConnectLinks` filled.
 void ClearLinks(const ParameterTable& table, ParameterHolder& holder);
 

@@ -71,16 +71,18 @@ void FillMembers(const ParameterTable& table, const BaseNode* node, ParameterHol
 }
 
 void ConnectLinks(const ParameterTable& table, const BaseNode& node, ParameterHolder& holder,
-                  const ObjectFinder& find) {
+                  const LinkSource& source) {
   std::vector<LinkTarget> targets;
   for (const ParameterRow& row : table) {
     if (!row.connect) continue;
     targets.clear();
     const auto add = [&](NodeId id, u32 flags) {
       BaseNode* target = node.GetDocument().Find(id);
-      if (target) targets.push_back({target, find(*target, row), flags});
+      if (target) targets.push_back({target, source.Find(*target, row), flags});
     };
-    if (const Value* value = node.Get(row.id)) {
+    const Value* value = node.Get(row.id);
+    if (!value && row.allWhenAbsent) targets = source.All(row);
+    if (value) {
       if (const Link* link = std::get_if<Link>(value)) add(link->node, 0);
       if (const auto* list = std::get_if<InExcludeData>(value))
         for (const InExcludeData::Entry& entry : list->entries) add(entry.node, entry.flags);

@@ -9,9 +9,7 @@ using namespace host;
 
 bool AlignmentVector2D::ReadParameters(void* context) {
   if (!iObject::ReadParameters(context)) return false;
-  mMode = mInterface.GetLong(1000);
-  SetFlag(FLAG_FLIPPED, mInterface.GetBool(1001));
-  mVector = mInterface.GetVector(1002);
+  SetFlag(FLAG_FLIPPED, mFlip);
   mInterface.GetMatrix(mMatrix);
   mCentre = mMatrix.offset * GetDomain().worldToSim;
   return true;
@@ -129,22 +127,25 @@ const ParameterTable& AlignmentVector3D::Parameters() {
                     {6, "surface_normal"},
                     {7, "fixed"},
                     {8, "random"},
-                    {9, "body_velocity"}}),
-      BoolRow(1001, "flip", false, "points the other way round; not in the mode random"),
+                    {9, "body_velocity"}})
+          .To(&AlignmentVector3D::mMode),
+      BoolRow(1001, "flip", false, "points the other way round; not in the mode random")
+          .To(&AlignmentVector3D::mFlip),
       VectorRow(1002, "vector", {0, 1, 0}, "",
-                "where it points with mode fixed, in the node's own axes"),
-      LinkRow(1003, "centre", "a volume or object that directions lead away from or round", {}),
+                "where it points with mode fixed, in the node's own axes")
+          .To(&AlignmentVector3D::mVector),
+      LinkRow(1003, "centre", "a volume or object that directions lead away from or round", {})
+          .To(&AlignmentVector3D::mCentreNode),
   };
   return table;
 }
 
 bool AlignmentVector3D::ResolveLinks() {
   if (!AlignmentVector2D::ResolveLinks()) return false;
-  const BaseNode* node = mInterface.GetLink(1003);
-  if (iBase* volume = mScene->FindObject(node, kListGeometry, kBitVolume)) {
+  if (iBase* volume = mScene->FindObject(mCentreNode, kListGeometry, kBitVolume)) {
     Attach(volume);
-  } else if (node) {
-    mCentre = node->GlobalMatrix().offset * GetDomain().worldToSim;
+  } else if (mCentreNode) {
+    mCentre = mCentreNode->GlobalMatrix().offset * GetDomain().worldToSim;
   }
   return true;
 }

@@ -57,8 +57,10 @@ class AlignmentVector2D : public iObject {
   Vec3d mVector{0, 1, 0};
   Vec3d mSecondVector{};
   i32 mMode = 0;
-  Matrix mMatrix;   ///< axes, of the node or the volume
-  Vec3d mCentre{};  ///< simulation units
+  bool mFlip = false;
+  host::BaseNode* mCentreNode = nullptr;  ///< a volume, or any object
+  Matrix mMatrix;                         ///< axes, of the node or the volume
+  Vec3d mCentre{};                        ///< simulation units
   iVolume* mVolume = nullptr;
   std::vector<VolumeBase*> mMembers;  ///< of the volume
 };

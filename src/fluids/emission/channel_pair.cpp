@@ -19,18 +19,18 @@ const std::vector<i32>& FieldKinds() {
   return kinds;
 }
 
-void ChannelTarget::Resolve(const iBase& holder, i32 id, i32 solverField) {
-  Clear();
-  const Scene& scene = *holder.mScene;
-  const BaseNode* node = holder.mInterface.GetLink(id);
-  scalar = dynamic_cast<ScalarField*>(scene.FindObject(node, kListChannels, kBitScalar));
-  if (scalar) return;
-  if (auto* solver = dynamic_cast<iFluidSolver*>(scene.FindObject(node, kListSolvers))) {
-    if (solverField == kPressure) scalar = solver->GetDivergenceChannel();
-    if (solverField == kVelocity) vector = solver->GetVelocityChannel();
-    return;
-  }
-  vector = dynamic_cast<VectorField*>(scene.FindObject(node, kListChannels, kBitVector));
+void ChannelTarget::Connect(std::span<const host::LinkTarget> targets) {
+  *this = {};
+  if (targets.empty()) return;
+  scalar = dynamic_cast<ScalarField*>(targets.front().object);
+  vector = dynamic_cast<VectorField*>(targets.front().object);
+  solver = dynamic_cast<iFluidSolver*>(targets.front().object);
+}
+
+void ChannelTarget::ChooseField(i32 solverField) {
+  if (!solver) return;
+  if (solverField == kPressure) scalar = solver->GetDivergenceChannel();
+  if (solverField == kVelocity) vector = solver->GetVelocityChannel();
 }
 
 const NodeKind& ChannelPair::Kind() {
@@ -56,28 +56,26 @@ const NodeKind& ChannelPair::Kind() {
 const ParameterTable& ChannelPair::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "channel", "what is filled: a field, or a solver, whose gas then swells",
-              FieldKinds()),
+              FieldKinds())
+          .To(&ChannelPair::mTarget),
       LinkRow(1001, "settings", "how much of it, when, and how it mixes with what is there",
-              {1300024}),
+              {1300024})
+          .To(&ChannelPair::mSettings),
   };
   return table;
 }
 
 bool ChannelPair::ResolveLinks() {
   if (!iBase::ResolveLinks()) return false;
-  ChannelTarget target;
-  target.Resolve(*this, 1000, ChannelTarget::kPressure);
-  mScalar = target.scalar;
-  mVectorChannel = target.vector;
-  mSettings = static_cast<GridEmissionSettings*>(mScene->FindObject(
-      mInterface.GetLink(1001), kListSettings, kBitAny, kBitAny, kTypeGridEmissionSettings));
-  return !target.IsEmpty() && mSettings;
+  mTarget.ChooseField(ChannelTarget::kPressure);
+  mScalar = mTarget.scalar;
+  mVectorChannel = mTarget.vector;
+  return !mTarget.IsEmpty() && mSettings;
 }
 
 void ChannelPair::ClearLinks() {
   mScalar = nullptr;
   mVectorChannel = nullptr;
-  mSettings = nullptr;
   iBase::ClearLinks();
 }
 

@@ -9,12 +9,15 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 struct ChannelTarget {
   ScalarField* scalar = nullptr;
   VectorField* vector = nullptr;
+  iFluidSolver* solver = nullptr;
 
   enum SolverField : i32 { kPressure = 0, kVelocity = 2 };
-  /// Looks up the link `id` of a node: a scalar channel, a solver's field, or a vector channel.
-  void Resolve(const iBase& holder, i32 id, i32 solverField);
+  /// Takes a scalar channel, a solver or a vector channel; of a solver the field is still to be
+  /// chosen.
+  void Connect(std::span<const host::LinkTarget> targets);
+  /// The field of a linked solver that is meant.
+  void ChooseField(i32 solverField);
   bool IsEmpty() const { return !scalar && !vector; }
-  void Clear() { scalar = nullptr, vector = nullptr; }
 };
 
 /// Joins a channel to the settings of an emission into it.
@@ -29,6 +32,7 @@ class ChannelPair : public iBase {
   void ClearLinks() override;
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<ChannelPair>(*this); }
 
+  ChannelTarget mTarget;
   ScalarField* mScalar = nullptr;
   VectorField* mVectorChannel = nullptr;  ///< read by forces and operators
   GridEmissionSettings* mSettings = nullptr;

@@ -32,9 +32,11 @@ const NodeKind& ChannelValue::Kind() {
 
 const ParameterTable& ChannelValue::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "what is filled or read: a field, or a solver's flow", FieldKinds()),
+      LinkRow(1000, "channel", "what is filled or read: a field, or a solver's flow", FieldKinds())
+          .To(&ChannelValue::mTarget),
       LongRow(1008, "solver_field", 0, "", "which part of a linked solver is meant")
-          .Choices({{0, "pressure"}, {2, "velocity"}}),
+          .Choices({{0, "pressure"}, {2, "velocity"}})
+          .To(&ChannelValue::mSolverField),
       RealRow(1001, "value", 1.0, "", "number for a field of numbers: what a point or cell brings")
           .To(&ChannelValue::mValue),
       VectorRow(1002, "vector_value", {1, 1, 1}, "",
@@ -42,31 +44,25 @@ const ParameterTable& ChannelValue::Parameters() {
           .To(&ChannelValue::mVector),
       RealRow(1003, "second_value", 0.0, "", "a further number for the node that reads this one")
           .To(&ChannelValue::mSecondValue),
-      LinkRow(1004, "property", "takes the number from each particle instead", {}),
-      BoolRow(1007, "property_switch", false, "how a linked property is read"),
+      LinkRow(1004, "property", "takes the number from each particle instead", {})
+          .To(&ChannelValue::mProperty),
+      BoolRow(1007, "property_switch", false, "how a linked property is read").Kept(),
   };
   return table;
 }
 
-bool ChannelValue::ReadParameters(void* context) {
-  if (!iBase::ReadParameters(context)) return false;
-  return true;
-}
-
 bool ChannelValue::ResolveLinks() {
   if (!iBase::ResolveLinks()) return false;
-  ChannelTarget target;
-  target.Resolve(*this, 1000, mInterface.GetLong(1008));
-  mScalar = target.scalar;
-  mVectorChannel = target.vector;
-  const BaseNode* property = mInterface.GetLink(1004);
+  mTarget.ChooseField(mSolverField);
+  mScalar = mTarget.scalar;
+  mVectorChannel = mTarget.vector;
   const auto find = [&](i32 bit) {
-    return mScene->FindObject(property, kListParticles, kBitProperty, bit);
+    return mScene->FindObject(mProperty, kListParticles, kBitProperty, bit);
   };
   mScalarProperty = find(kBitScalar);
   mVectorProperty = find(kBitVector);
   mBoolProperty = find(kBitBoolean);
-  return !target.IsEmpty();
+  return !mTarget.IsEmpty();
 }
 
 void ChannelValue::ClearLinks() {

@@ -12,7 +12,6 @@ class ChannelValue : public iBase {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<ChannelValue>(*this); }
@@ -20,6 +19,9 @@ class ChannelValue : public iBase {
   double mValue = 1;
   Vec3d mVector{1, 1, 1};
   double mSecondValue = 0;
+  ChannelTarget mTarget;
+  i32 mSolverField = ChannelTarget::kPressure;  ///< of a linked solver
+  host::BaseNode* mProperty = nullptr;          ///< node of the property of particles
   ScalarField* mScalar = nullptr;
   VectorField* mVectorChannel = nullptr;
   iBase* mScalarProperty = nullptr;

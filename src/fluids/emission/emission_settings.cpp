@@ -13,21 +13,6 @@ bool IsDirtyNow(iBase* object) {
   return object->IsDirty();
 }
 
-EmissionRate* iEmissionSettings::FindRate(i32 id) const {
-  return dynamic_cast<EmissionRate*>(mScene->FindObject(mInterface.GetLink(id), kListSettings));
-}
-
-bool iEmissionSettings::ResolveLinks() {
-  if (!iBase::ResolveLinks()) return false;
-  mRate = FindRate(1002);
-  return true;
-}
-
-void iEmissionSettings::ClearLinks() {
-  mRate = nullptr;
-  iBase::ClearLinks();
-}
-
 void iEmissionSettings::CheckDirty() {
   iBase::CheckDirty();
   if (!IsDirty() && IsDirtyNow(mRate)) MarkDirty(false);
@@ -75,9 +60,10 @@ const ParameterTable& GridEmissionSettings::Parameters() {
       VectorRow(1014, "vector_amount", {1, 1, 1}, "1/s",
                 "how fast a cell of a vector field fills, for each component")
           .To(&GridEmissionSettings::mVector),
-      BoolRow(1015, "show_vector", false, "a dialog shows vector_amount in place of amount"),
+      BoolRow(1015, "show_vector", false, "a dialog shows vector_amount in place of amount").Kept(),
       LinkRow(1002, "rate",
-              "a value node that takes the place of amount, shared by several sources", {1300011}),
+              "a value node that takes the place of amount, shared by several sources", {1300011})
+          .To(&iEmissionSettings::mRate),
       LongRow(1000, "mode", 0, "",
               "add piles up, set replaces what was there, add_to_limit stops at the limit")
           .Choices({{0, "add"}, {1, "set"}, {2, "add_to_limit"}})
@@ -85,12 +71,14 @@ const ParameterTable& GridEmissionSettings::Parameters() {
       LinkRow(1003, "limit",
               "value node with the level at which add_to_limit stops; without it the upper end of "
               "the channel's range",
-              {1300011}),
+              {1300011})
+          .To(&GridEmissionSettings::mLimit),
       BoolRow(1001, "absolute", false,
               "gives the whole amount in every step, whatever its length: full at once")
           .To(&GridEmissionSettings::mAbsolute),
       LinkRow(1004, "duration", "a puff instead of a steady source: when it runs, and how strongly",
-              {1028240}),
+              {1028240})
+          .To(&GridEmissionSettings::mDuration),
       LongRow(1006, "falloff", 0, "",
               "fades the source towards its surface, so that no hard shape shows in the smoke")
           .Choices({{0, "none"}, {1, "depth"}, {2, "depth_curve"}})
@@ -102,25 +90,6 @@ const ParameterTable& GridEmissionSettings::Parameters() {
           .To(&GridEmissionSettings::mSplat),
   };
   return table;
-}
-
-bool GridEmissionSettings::ReadParameters(void* context) {
-  if (!iEmissionSettings::ReadParameters(context)) return false;
-  return true;
-}
-
-bool GridEmissionSettings::ResolveLinks() {
-  if (!iEmissionSettings::ResolveLinks()) return false;
-  mLimit = FindRate(1003);
-  mDuration = static_cast<Duration*>(mScene->FindObject(mInterface.GetLink(1004), kListAuxiliary,
-                                                        kBitAny, kBitAny, kTypeDuration));
-  return true;
-}
-
-void GridEmissionSettings::ClearLinks() {
-  mDuration = nullptr;
-  mLimit = nullptr;
-  iEmissionSettings::ClearLinks();
 }
 
 void GridEmissionSettings::CheckDirty() {

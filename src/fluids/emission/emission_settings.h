@@ -15,15 +15,9 @@ class iEmissionSettings : public iBase {
  public:
   using iBase::iBase;
   iEmissionSettings() = default;
-  bool ResolveLinks() override;
-  void ClearLinks() override;
   void CheckDirty() override;
 
   EmissionRate* mRate = nullptr;
-
- protected:
-  /// The rate that a parameter links to, or null.
-  EmissionRate* FindRate(i32 id) const;
 };
 
 /// Settings of emission into grids.
@@ -34,9 +28,6 @@ class GridEmissionSettings : public iEmissionSettings {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
-  bool ResolveLinks() override;
-  void ClearLinks() override;
   void CheckDirty() override;
   std::unique_ptr<iBase> Clone() const override {
     return std::make_unique<GridEmissionSettings>(*this);

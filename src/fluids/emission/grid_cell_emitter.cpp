@@ -38,46 +38,34 @@ const NodeKind& Grid_CellEmitter::Kind() {
 const ParameterTable& Grid_CellEmitter::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "channel", "whose cells are worked on: a field, or a solver's flow",
-              FieldKinds()),
+              FieldKinds())
+          .To(&Grid_CellEmitter::mTarget),
       LongRow(1004, "solver_field", 0, "", "which part of a linked solver is meant")
-          .Choices({{0, "pressure"}, {2, "velocity"}}),
-      LinksRow(1001, "operators", "what changes the cells, one after the other", {}),
+          .Choices({{0, "pressure"}, {2, "velocity"}})
+          .To(&Grid_CellEmitter::mSolverField),
+      LinksRow(1001, "operators",
+               "what changes the cells, one after the other; with null, every one of the scene", {})
+          .AllWhenAbsent()
+          .To(&Grid_CellEmitter::mOperators),
   };
   return table;
 }
 
-bool Grid_CellEmitter::ReadParameters(void* context) { return iObject::ReadParameters(context); }
-
 bool Grid_CellEmitter::ResolveLinks() {
-  mPorts = {};
   if (!iObject::ResolveLinks()) return false;
-  ChannelTarget target;
-  target.Resolve(*this, 1000, mInterface.GetLong(1004));
-  mPorts.mScalar = target.scalar;
-  mPorts.mVectorChannel = target.vector;
-  // Without a list at all, every operator of the scene.
-  std::vector<iBase*> found;
-  mScene->CollectObjects(mInterface.GetInExclude(1001), found, kListAuxiliary, kCategoryGrid,
-                         kTypeAny, kBitAny, true);
-  for (iBase* object : found)
-    if (auto* op = dynamic_cast<ChannelOperator*>(object)) mPorts.mOperators.push_back(op);
-  return !target.IsEmpty();
-}
-
-void Grid_CellEmitter::ClearLinks() {
-  mPorts = {};
-  iObject::ClearLinks();
+  mTarget.ChooseField(mSolverField);
+  return !mTarget.IsEmpty();
 }
 
 iObject* Grid_CellEmitter::Channel() const {
-  if (mPorts.mScalar) return mPorts.mScalar;
-  return mPorts.mVectorChannel;
+  if (mTarget.scalar) return mTarget.scalar;
+  return mTarget.vector;
 }
 
 const EGrid<double>* Grid_CellEmitter::Grid(i32 i) const {
-  const EGrid<double>* grid = mPorts.mScalar          ? mPorts.mScalar->GetGrid(i)
-                              : mPorts.mVectorChannel ? mPorts.mVectorChannel->GetGrid(i)
-                                                      : nullptr;
+  const EGrid<double>* grid = mTarget.scalar   ? mTarget.scalar->GetGrid(i)
+                              : mTarget.vector ? mTarget.vector->GetGrid(i)
+                                               : nullptr;
   return grid && grid->mData ? grid : nullptr;
 }
 
@@ -86,10 +74,10 @@ void Grid_CellEmitter::CheckDirty() {
   const FrameClock& clock = mScene->mClock;
   bool rests = !IsDirty() && clock.frame > clock.startFrame &&
                clock.lastFrame <= clock.startFrame && !(mScene->mFlags & Scene::kTimeChanged);
-  for (ChannelOperator* op : mPorts.mOperators) rests = !IsDirtyNow(op) && rests;
+  for (ChannelOperator* op : mOperators) rests = !IsDirtyNow(op) && rests;
   if (rests) return;
   if (!IsDirty()) MarkDirty(false);
-  for (ChannelOperator* op : mPorts.mOperators) op->MarkDirty(false);
+  for (ChannelOperator* op : mOperators) op->MarkDirty(false);
   if (iObject* channel = Channel()) channel->MarkDirty(false);
 }
 
@@ -98,9 +86,9 @@ void Grid_CellEmitter::Prepare(void*) {
   if (!channel || !channel->Has(FLAG_ENABLED)) return void(Deactivate("it has no channel"));
   if (channel->Has(FLAG_CACHED)) return void(Deactivate("its channel plays from a cache"));
   if (!Grid(0)) return void(Deactivate("its channel has no grid"));
-  if (mPorts.mOperators.empty()) return void(Deactivate("it has no operators"));
-  mPorts.mConstraints.Prepare(this);
-  for (ChannelOperator* op : mPorts.mOperators) {
+  if (mOperators.empty()) return void(Deactivate("it has no operators"));
+  mConstraints.Prepare(this);
+  for (ChannelOperator* op : mOperators) {
     if (!op->Has(FLAG_ENABLED)) continue;
     op->Attach(static_cast<iBase*>(channel));
     op->Prepare(nullptr);
@@ -110,7 +98,7 @@ void Grid_CellEmitter::Prepare(void*) {
 
 void Grid_CellEmitter::Begin(void*) {
   if (!Has(FLAG_ACTIVE)) return;
-  for (ChannelOperator* op : mPorts.mOperators)
+  for (ChannelOperator* op : mOperators)
     if (op->Has(FLAG_ENABLED)) op->Begin(nullptr);
 }
 
@@ -127,11 +115,11 @@ void Grid_CellEmitter::Evaluate(const EvaluationThreadData& data) {
 
 void Grid_CellEmitter::EvaluateRow(i32 y, i32 z, const EvaluationThreadData& data) const {
   const GridLayout& layout = Grid(0)->mLayout;
-  const i32 components = mPorts.mScalar ? 1 : 3;
+  const i32 components = mTarget.scalar ? 1 : 3;
   CellRecord cells[kRun];
   i32 count = 0;
   const auto flush = [&] {
-    for (ChannelOperator* op : mPorts.mOperators)
+    for (ChannelOperator* op : mOperators)
       if (op->Has(FLAG_ENABLED)) op->EvaluateCells(cells, count, data);
     count = 0;
   };
@@ -139,8 +127,7 @@ void Grid_CellEmitter::EvaluateRow(i32 y, i32 z, const EvaluationThreadData& dat
     CellRecord& cell = cells[count];
     cell.position = layout.simOrigin + (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell;
     cell.weight = 1;
-    if (!mPorts.mConstraints.IsEmpty())
-      mPorts.mConstraints.Test(cell.position, cell.weight, this, data.index);
+    if (!mConstraints.IsEmpty()) mConstraints.Test(cell.position, cell.weight, this, data.index);
     if (cell.weight == 0) continue;
     // As `position` is counted from the world's origin, so is this.
     cell.worldPosition = cell.position * layout.simToWorld;
@@ -153,9 +140,9 @@ void Grid_CellEmitter::EvaluateRow(i32 y, i32 z, const EvaluationThreadData& dat
 }
 
 void Grid_CellEmitter::Finish() {
-  for (ChannelOperator* op : mPorts.mOperators)
+  for (ChannelOperator* op : mOperators)
     if (op->Has(FLAG_ENABLED)) op->Finish();
-  mPorts.mConstraints.Finish();
+  mConstraints.Finish();
   SetFlag(FLAG_ACTIVE, false);
   iObject::Finish();
 }

@@ -9,24 +9,14 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Runs channel operators on every cell of one channel but its outermost layer.
 class Grid_CellEmitter : public iObject {
  public:
-  /// What the emitter links to.
-  struct Grid_CellEmitterPortData : iPortData {
-    ConstraintList mConstraints;
-    std::vector<ChannelOperator*> mOperators;
-    ScalarField* mScalar = nullptr;
-    VectorField* mVectorChannel = nullptr;
-  };
-
   Grid_CellEmitter();
   Grid_CellEmitter(host::BaseNode* node, Scene* scene);
   Grid_CellEmitter(const Grid_CellEmitter& other) = default;
 
   static const NodeKind& Kind();
-  ConstraintList* Constraints() override { return &mPorts.mConstraints; }
+  ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
-  void ClearLinks() override;
   void CheckDirty() override;
   void Prepare(void* context = nullptr) override;
   void Begin(void* context = nullptr) override;
@@ -44,7 +34,10 @@ class Grid_CellEmitter : public iObject {
   const EGrid<double>* Grid(i32 i) const;
   void EvaluateRow(i32 y, i32 z, const EvaluationThreadData& data) const;
 
-  Grid_CellEmitterPortData mPorts;
+  ConstraintList mConstraints;
+  ChannelTarget mTarget;
+  i32 mSolverField = ChannelTarget::kPressure;  ///< of a linked solver
+  std::vector<ChannelOperator*> mOperators;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

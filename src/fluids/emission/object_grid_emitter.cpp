@@ -39,31 +39,17 @@ const NodeKind& ObjectGridEmitter::Kind() {
 const ParameterTable& ObjectGridEmitter::Parameters() {
   static const ParameterTable table = {
       LinkRow(1002, "volume", "where smoke comes from: every cell inside this shape",
-              {1028106, 1300133, 1300034}),
-      LinksRow(1000, "channels", "what comes out there: pairs of field and settings", {1300012}),
+              {1028106, 1300133, 1300034})
+          .To(&ObjectGridEmitter::mVolume),
+      LinksRow(1000, "channels", "what comes out there: pairs of field and settings", {1300012})
+          .To(&ObjectGridEmitter::mPairs),
   };
   return table;
 }
 
-bool ObjectGridEmitter::ReadParameters(void* context) { return iBase::ReadParameters(context); }
-
 bool ObjectGridEmitter::ResolveLinks() {
-  mVolume = nullptr;
-  mPairs.clear();
   if (!ObjectVolume::ResolveLinks()) return false;
-  mVolume = static_cast<iVolume*>(
-      mScene->FindObject(mInterface.GetLink(1002), kListGeometry, kBitVolume));
-  if (const InExcludeData* list = mInterface.GetInExclude(1000)) {
-    std::vector<iBase*> found;
-    mScene->CollectObjects(list, found, kListSettings, kBitAny, kTypeChannelPair, kBitAny, true);
-    for (iBase* object : found) mPairs.push_back(static_cast<ChannelPair*>(object));
-  }
   return mVolume && !mPairs.empty();
-}
-
-void ObjectGridEmitter::ClearLinks() {
-  mPairs.clear();
-  ObjectVolume::ClearLinks();
 }
 
 void ObjectGridEmitter::CheckDirty() {

@@ -20,9 +20,7 @@ class ObjectGridEmitter : public ObjectVolume {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
-  void ClearLinks() override;
   void CheckDirty() override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   bool ComesBefore(const iBase& other) const override;

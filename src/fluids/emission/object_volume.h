@@ -9,10 +9,6 @@ class ObjectVolume : public iObject {
  public:
   using iObject::iObject;
   ObjectVolume() = default;
-  void ClearLinks() override {
-    mVolume = nullptr;
-    iObject::ClearLinks();
-  }
 
  protected:
   iVolume* mVolume = nullptr;

@@ -51,11 +51,13 @@ const NodeKind& ParticleToGridEmitter::Kind() {
 const ParameterTable& ParticleToGridEmitter::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "source", "the mesh, or group of meshes, whose vertices become smoke",
-              {1300143, 1300144, 1300036}),
+              {1300143, 1300144, 1300036})
+          .To(&ParticleToGridEmitter::mSource),
       LongRow(1001, "particle_type", 0, "", "which particles of a linked group count")
           .Choices({{0, "passive"}, {1, "vorticity"}, {2, "liquid"}, {3, "diffuse"}})
           .To(&ParticleToGridEmitter::mParticleType),
-      LinksRow(1002, "values", "what each point brings, into which field", {1300013}),
+      LinksRow(1002, "values", "what each point brings, into which field", {1300013})
+          .To(&ParticleToGridEmitter::mValues),
       LongRow(1003, "distance_mode", 0, "",
               "soft or even blobs: how points weigh by their distance")
           .Choices({{0, "none"}, {2, "falloff"}})
@@ -67,58 +69,42 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
           .To(&ParticleToGridEmitter::mRadiusScale),
       BoolRow(1007, "per_second", false, "brings its values over a second instead of all in a step")
           .To(&ParticleToGridEmitter::mPerSecond),
-      BoolRow(1009, "show_options", false, "a dialog shows what is seldom needed too"),
+      BoolRow(1009, "show_options", false, "a dialog shows what is seldom needed too").Kept(),
       LongRow(1013, "constraint_mode", 0, "",
               "whether constraints thin out points or what they bring")
           .Choices({{0, "cells"}, {1, "points"}})
           .To(&ParticleToGridEmitter::mConstraintMode),
       RealRow(1014, "radius", 1.4, "cells",
               "how far a point reaches: larger blobs join into a smooth skin")
-          .AtLeast(0),
-      LinkRow(1016, "duration", "points are gathered only inside this time window", {1028240}),
+          .AtLeast(0)
+          .To(&ParticleToGridEmitter::mRadiusCells),
+      LinkRow(1016, "duration", "points are gathered only inside this time window", {1028240})
+          .To(&ParticleToGridEmitter::mDuration),
   };
   return table;
 }
 
 bool ParticleToGridEmitter::ReadParameters(void* context) {
   if (!Operator_ToGrid::ReadParameters(context)) return false;
-  mRadius = mInterface.GetReal(1014) * GetDomain().cellSize;
+  mRadius = mRadiusCells * GetDomain().cellSize;
   return true;
 }
 
 bool ParticleToGridEmitter::ResolveLinks() {
-  mPorts = {};
   if (!Operator_ToGrid::ResolveLinks()) return false;
-  for (const i32 type : {kTypeMesh, kTypeMultiMesh})
-    if (iBase* source =
-            mScene->FindObject(mInterface.GetLink(1000), kListGeometry, kBitMesh, kBitAny, type))
-      mPorts.SetPort(kMeshPort, source);
-  if (iBase* duration = mScene->FindObject(mInterface.GetLink(1016), kListAuxiliary, kBitAny,
-                                           kBitAny, kTypeDuration))
-    mPorts.SetPort(kDurationPort, duration);
-  if (const InExcludeData* list = mInterface.GetInExclude(1002)) {
-    std::vector<iBase*> found;
-    mScene->CollectObjects(list, found, kListSettings, kBitAny, kTypeChannelValue, kBitAny, true);
-    for (iBase* object : found) mPorts.mValues.push_back(static_cast<ChannelValue*>(object));
-  }
-  return Source() && !mPorts.mValues.empty();
-}
-
-void ParticleToGridEmitter::ClearLinks() {
-  mPorts = {};
-  Operator_ToGrid::ClearLinks();
+  return Source() && !mValues.empty();
 }
 
 void ParticleToGridEmitter::CheckDirty() {
   Operator_ToGrid::CheckDirty();
   bool changed = IsDirty() || mScene->mFlags & Scene::kTimeChanged;
-  for (ChannelValue* value : mPorts.mValues)
+  for (ChannelValue* value : mValues)
     changed = changed || IsDirtyNow(value) || IsDirtyNow(value->mScalar);
   if (!changed) return;
   if (!IsDirty()) MarkDirty(false);
   if (!(mScene->mFlags & Scene::kTimeChanged)) return;
   // A channel that nothing else feeds is trimmed and reset all the same.
-  for (ChannelValue* value : mPorts.mValues) {
+  for (ChannelValue* value : mValues) {
     if (value->mScalar) value->mScalar->MarkDirty(false);
     if (value->mVectorChannel) value->mVectorChannel->MarkDirty(false);
   }
@@ -136,15 +122,13 @@ void ParticleToGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
 }
 
 bool ParticleToGridEmitter::ComesBefore(const iBase& other) const {
-  for (const auto& [port, object] : mPorts.ports)
-    if (object == &other) return false;
+  if (&other == mSource || &other == mDuration) return false;
   return Operator_ToGrid::ComesBefore(other);
 }
 
 bool ParticleToGridEmitter::TestDuration() {
   mWeight = 1;
-  const auto* duration = static_cast<const Duration*>(mPorts.Port(kDurationPort));
-  if (!duration || !duration->Has(FLAG_ENABLED) || duration->Weight(mTime->elapsed, mWeight))
+  if (!mDuration || !mDuration->Has(FLAG_ENABLED) || mDuration->Weight(mTime->elapsed, mWeight))
     return true;
   mWeight = 0;
   return false;
@@ -153,7 +137,7 @@ bool ParticleToGridEmitter::TestDuration() {
 void ParticleToGridEmitter::Prepare(void*) {
   if (!IsDirty()) return;
   if (!TestDuration()) return void(Deactivate("its time window is closed"));
-  if (mPorts.mValues.empty()) return void(Deactivate("it has no values"));
+  if (mValues.empty()) return void(Deactivate("it has no values"));
   if (!Source()) return void(Deactivate("it has no mesh"));
   if (mDistanceMode == kByGradient && !mFalloffGradient)
     return void(Deactivate("it has no falloff"));
@@ -168,7 +152,7 @@ void ParticleToGridEmitter::Prepare(void*) {
   }
   mLookup.Build(mPoints.data(), static_cast<i32>(mPoints.size()), mRadius);
   if (mLookup.IsEmpty()) return void(Deactivate("its mesh has no vertices, or its radius is 0"));
-  mPorts.mConstraints.Prepare(this);
+  mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);
 }
 
@@ -190,7 +174,7 @@ void ParticleToGridEmitter::Evaluate(const EvaluationThreadData& data) {
   const LayerOwner owner{data.index, data.count};
   // Centres of cells are samples of centred grids: only faces lie between the layers of two owners.
   bool faces = false;
-  for (const ChannelValue* value : mPorts.mValues)
+  for (const ChannelValue* value : mValues)
     faces = faces || (!value->mScalar && dynamic_cast<VelocityField*>(value->mVectorChannel));
   Row row;
   for (i32 z = mRegion.min.z; z < mRegion.max.z; ++z) {
@@ -222,9 +206,9 @@ bool ParticleToGridEmitter::GatherCell(const Vec3d& p, double& weight, Row& row,
   mLookup.Find(p, kMostNeighbours, row.neighbours);
   if (row.neighbours.empty()) return false;
   double cellWeight = mPerSecond && mWeight != 0 ? mTime->stepDuration : 1.0;
-  const bool constrained = !mPorts.mConstraints.IsEmpty();
+  const bool constrained = !mConstraints.IsEmpty();
   if (constrained && mConstraintMode == 0) {
-    mPorts.mConstraints.Test(p, cellWeight, this, worker);
+    mConstraints.Test(p, cellWeight, this, worker);
     if (cellWeight == 0) return false;
   }
   double sum = 0;
@@ -232,7 +216,7 @@ bool ParticleToGridEmitter::GatherCell(const Vec3d& p, double& weight, Row& row,
   for (const PointNeighbour& neighbour : row.neighbours) {
     double w = cellWeight;
     if (constrained && mConstraintMode != 0 &&
-        !mPorts.mConstraints.Test(mPoints[neighbour.index], w, this, worker))
+        !mConstraints.Test(mPoints[neighbour.index], w, this, worker))
       continue;
     // A vertex has a density of 1 and a radius of that of the search.
     w *= mMassScale;
@@ -258,7 +242,7 @@ void ParticleToGridEmitter::EmitRow(Row& row, bool owned, const LayerOwner& owne
       row.places.push_back(row.positions[i]);
     }
   };
-  for (const ChannelValue* target : mPorts.mValues) {
+  for (const ChannelValue* target : mValues) {
     const auto emit = [&](auto* channel, const auto& value, auto& values) {
       // What a cache feeds holds its emissions already.
       if (!channel || channel->Has(FLAG_CACHED) || !channel->mEmissionHandler) return;
@@ -277,7 +261,7 @@ void ParticleToGridEmitter::EmitRow(Row& row, bool owned, const LayerOwner& owne
 void ParticleToGridEmitter::Finish() {
   mLookup.Clear();
   mPoints.clear();
-  mPorts.mConstraints.Finish();
+  mConstraints.Finish();
   SetFlag(FLAG_ACTIVE, false);
   Operator_ToGrid::Finish();
 }

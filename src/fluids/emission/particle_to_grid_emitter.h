@@ -13,22 +13,15 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// values.
 class ParticleToGridEmitter : public Operator_ToGrid {
  public:
-  /// What the emitter links to: port 1 the mesh or the group, port 2 the duration.
-  struct ToGridPortData : iPortData {
-    std::vector<ChannelValue*> mValues;
-    ConstraintList mConstraints;
-  };
-
   ParticleToGridEmitter();
   ParticleToGridEmitter(host::BaseNode* node, Scene* scene);
   ParticleToGridEmitter(const ParticleToGridEmitter& other) = default;
 
   static const NodeKind& Kind();
-  ConstraintList* Constraints() override { return &mPorts.mConstraints; }
+  ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
-  void ClearLinks() override;
   void CheckDirty() override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   bool ComesBefore(const iBase& other) const override;
@@ -42,7 +35,6 @@ class ParticleToGridEmitter : public Operator_ToGrid {
 
  private:
   static constexpr i32 kMostNeighbours = 100;
-  enum Port : i32 { kMeshPort = 1, kDurationPort = 2 };
   enum DistanceMode : i32 { kByGradient = 2 };
 
   /// Cells of one row with the weight of their points.
@@ -55,14 +47,17 @@ class ParticleToGridEmitter : public Operator_ToGrid {
     std::vector<Vec3d> places;
   };
 
-  iBase* Source() const { return mPorts.Port(kMeshPort); }
+  iBase* Source() const { return mSource && mSource->HasCategory(kBitMesh) ? mSource : nullptr; }
   std::vector<Mesh*> SourceMeshes() const;
   bool TestDuration();
   void GatherRow(i32 y, i32 z, Row& row, u32 worker) const;
   bool GatherCell(const Vec3d& p, double& weight, Row& row, u32 worker) const;
   void EmitRow(Row& row, bool owned, const LayerOwner& owner) const;
 
-  ToGridPortData mPorts;
+  iBase* mSource = nullptr;  ///< a mesh or a group of meshes
+  Duration* mDuration = nullptr;
+  std::vector<ChannelValue*> mValues;
+  ConstraintList mConstraints;
   GridEmissionSettings mSettings;  ///< of all emissions: as a class that reads no parameters has it
   i32 mParticleType = 0;
   i32 mDistanceMode = 0;
@@ -71,8 +66,9 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   double mRadiusScale = 1;
   bool mPerSecond = false;
   i32 mConstraintMode = 0;  ///< 0: constraints weigh cells, otherwise points
-  double mRadius = 1.4;     ///< simulation units
-  double mWeight = 1;       ///< of the duration
+  double mRadiusCells = 1.4;
+  double mRadius = 1.4;  ///< simulation units
+  double mWeight = 1;    ///< of the duration
   // From `Prepare` to `Finish`:
   std::vector<Vec3d> mPoints;  ///< the vertices of all meshes
   Vec3d mPointsMin{}, mPointsMax{};

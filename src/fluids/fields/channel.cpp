@@ -1,49 +1,8 @@
 #include "fluids/fields/channel.h"
 
-#include "fluids/fields/channel_rows.h"
-
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
-
-ParameterTable ChannelRows() {
-  return {
-      BoolRow(1001, "clear_each_step", false,
-              "forgets what it held before each step, so that only what this step adds is seen"),
-      BoolRow(1002, "keep_previous", true,
-              "keeps a second copy of the values before a change, which moving sharp detail needs"),
-      BoolRow(
-          1021, "affects_bounds", true,
-          "the box of the simulation grows round this data; off: what drifts out of it is lost"),
-      LongRow(1000, "display_mode", 0, "", "whether a viewport draws slices or a cloud"),
-      BoolRow(1008, "display", false, "shows the data in a viewport"),
-      LongRow(1012, "display_axis", 0, "", "which way a viewport's slices face"),
-      RealRow(1013, "display_position", 0.5, "",
-              "how far through the box a viewport's slice lies, 0..1"),
-      RealRow(1014, "display_minimum", 0.01, "", "a viewport leaves out anything below this"),
-      RealRow(1015, "display_maximum", 1.0, "", "a viewport draws this and more at full strength"),
-      VectorRow(1016, "display_color", {1, 1, 0}, "", "tint of what a viewport draws"),
-      BoolRow(1017, "display_shading", true, "gives a viewport's cloud light and dark sides"),
-      LongRow(1018, "display_component", 0, "", "which part of a vector a viewport draws"),
-      RealRow(1019, "display_opacity", 1.0, "", "how solid a viewport's cloud looks"),
-      RealRow(1020, "display_threshold", 0.03, "", "thinner than this isn't drawn in a viewport"),
-      LongRow(1022, "display_quality", 1, "", "finer slices in a viewport, for slower drawing"),
-      LongRow(1023, "display_resolution", 2, "",
-              "coarser texture in a viewport, for quicker drawing"),
-  };
-}
-
-ParameterTable ScalarChannelRows(double valueMax) {
-  ParameterTable table = {
-      RealRow(1050, "value_min", 0.0, "", "nothing gets below: a floor for sources and operators"),
-      RealRow(1051, "value_max", valueMax, "",
-              "nothing gets above: how thick smoke or how hot fire can become, at least 0.0001 "
-              "above value_min"),
-      RealRow(1052, "initial_value", 0.0, "", "what the air holds where nothing has arrived yet"),
-  };
-  for (ParameterRow& row : ChannelRows()) table.push_back(std::move(row));
-  return table;
-}
 
 template <class T, class G>
 Channel_Dynamic<T, G>::Channel_Dynamic(const Channel_Dynamic& other)
@@ -55,12 +14,47 @@ Channel_Dynamic<T, G>::Channel_Dynamic(const Channel_Dynamic& other)
       mKeepPrevious(other.mKeepPrevious) {}
 
 template <class T, class G>
+ParameterTable Channel_Dynamic<T, G>::Rows() {
+  return {
+      BoolRow(1001, "clear_each_step", false,
+              "forgets what it held before each step, so that only what this step adds is seen")
+          .To(&Channel_Dynamic::mClearEachFrame),
+      BoolRow(1002, "keep_previous", true,
+              "keeps a second copy of the values before a change, which moving sharp detail needs")
+          .To(&Channel_Dynamic::mKeepPrevious),
+      BoolRow(1021, "affects_bounds", true,
+              "the box of the simulation grows round this data; off: what drifts out of it is lost")
+          .To(&Channel_Dynamic::mWidensBounds),
+      LongRow(1000, "display_mode", 0, "", "whether a viewport draws slices or a cloud").Kept(),
+      BoolRow(1008, "display", false, "shows the data in a viewport").Kept(),
+      LongRow(1012, "display_axis", 0, "", "which way a viewport's slices face").Kept(),
+      RealRow(1013, "display_position", 0.5, "",
+              "how far through the box a viewport's slice lies, 0..1")
+          .Kept(),
+      RealRow(1014, "display_minimum", 0.01, "", "a viewport leaves out anything below this")
+          .Kept(),
+      RealRow(1015, "display_maximum", 1.0, "", "a viewport draws this and more at full strength")
+          .Kept(),
+      VectorRow(1016, "display_color", {1, 1, 0}, "", "tint of what a viewport draws").Kept(),
+      BoolRow(1017, "display_shading", true, "gives a viewport's cloud light and dark sides")
+          .Kept(),
+      LongRow(1018, "display_component", 0, "", "which part of a vector a viewport draws").Kept(),
+      RealRow(1019, "display_opacity", 1.0, "", "how solid a viewport's cloud looks").Kept(),
+      RealRow(1020, "display_threshold", 0.03, "", "thinner than this isn't drawn in a viewport")
+          .Kept(),
+      LongRow(1022, "display_quality", 1, "", "finer slices in a viewport, for slower drawing")
+          .Kept(),
+      LongRow(1023, "display_resolution", 2, "",
+              "coarser texture in a viewport, for quicker drawing")
+          .Kept(),
+  };
+}
+
+template <class T, class G>
 bool Channel_Dynamic<T, G>::ReadParameters(void* context) {
   this->mPriority = 0;
   if (!iChannel<T>::ReadParameters(context)) return false;
-  mClearEachFrame = this->mInterface.GetBool(1001);
-  this->SetFlag(FLAG_AFFECTS_BOUNDS, this->mInterface.GetBool(1021));
-  mKeepPrevious = this->mInterface.GetBool(1002);
+  this->SetFlag(FLAG_AFFECTS_BOUNDS, mWidensBounds);
   return true;
 }
 

@@ -42,6 +42,8 @@ class Channel_Dynamic : public iChannel<T> {
   Channel_Dynamic() = default;
   Channel_Dynamic(const Channel_Dynamic& other);
   i32 OwnTypeId() const override { return kTypeDynamicChannel; }
+  /// What every channel can be told: buffers, bounds and the viewport display.
+  static host::ParameterTable Rows();
   bool ReadParameters(void* context = nullptr) override;
   void Assign(const iBase& other) override;
 
@@ -53,6 +55,7 @@ class Channel_Dynamic : public iChannel<T> {
   bool ContainsCell(const Vec3d& p, bool excludeBorder) const override;
 
   std::unique_ptr<iEmissionHandler<T>> mEmissionHandler;
+  bool mWidensBounds = true;
   bool mClearEachFrame = false;  ///< back to the initial value in every `ApplyBounds`
   bool mHasCachedLayout = false;
   GridLayout mCachedLayout;   ///< layout of the last cache frame
@@ -78,6 +81,8 @@ class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
   ChannelBase_Scalar(const ChannelBase_Scalar& other);
   i32 OwnTypeId() const override { return kTypeScalarChannel; }
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryScalar; }
+  /// The range of values, followed by what every channel can be told.
+  static host::ParameterTable Rows(double valueMax);
   bool ReadParameters(void* context = nullptr) override;
   void Assign(const iBase& other) override;
   void Reset() override;

@@ -1,6 +1,5 @@
 #include "fluids/fields/fire_grid_channel.h"
 
-#include "fluids/fields/channel_rows.h"
 #include "fluids/fields/emission_handlers.h"
 #include "framework/node_kind.h"
 
@@ -58,7 +57,7 @@ const NodeKind& FireGridChannel<T, G>::Kind() {
 template <class T, class G>
 const ParameterTable& FireGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
-    ParameterTable rows = ScalarChannelRows(1);
+    ParameterTable rows = ScalarGridChannel<T, G>::Rows(1);
     const ParameterTable own = {
         RealRow(2000, "ignition", 1600.0, "K",
                 "how hot the gas has to be before a flame is seen in it")

@@ -1,6 +1,5 @@
 #include "fluids/fields/fuel_grid_channel.h"
 
-#include "fluids/fields/channel_rows.h"
 #include "framework/node_kind.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -45,10 +44,11 @@ const NodeKind& FuelGridChannel<T, G>::Kind() {
 template <class T, class G>
 const ParameterTable& FuelGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
-    ParameterTable rows = ScalarChannelRows(1);
+    ParameterTable rows = ScalarGridChannel<T, G>::Rows(1);
     rows.insert(rows.begin() + 3,
                 LongRow(2000, "ignition", 600, "K",
-                        "how hot fuel has to be before it catches fire; 0 burns at once"));
+                        "how hot fuel has to be before it catches fire; 0 burns at once")
+                    .To(&FuelGridChannel::mIgnition));
     return rows;
   }();
   return table;
@@ -80,15 +80,13 @@ const NodeKind& FuelGridChannel<T, G>::ScalarKind() {
 
 template <class T, class G>
 const ParameterTable& FuelGridChannel<T, G>::ScalarParameters() {
-  static const ParameterTable table = ScalarChannelRows(1);
+  static const ParameterTable table = ScalarGridChannel<T, G>::Rows(1);
   return table;
 }
 
 template <class T, class G>
 bool FuelGridChannel<T, G>::ReadParameters(void* context) {
   if (!ScalarGridChannel<T, G>::ReadParameters(context)) return false;
-  // A plain scalar has no row for it.
-  mIgnition = this->mInterface.GetLong(2000, 600);
   return true;
 }
 

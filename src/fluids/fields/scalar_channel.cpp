@@ -19,11 +19,25 @@ ChannelBase_Scalar<T, G>::ChannelBase_Scalar(const ChannelBase_Scalar& other)
       mInitial(other.mInitial) {}
 
 template <class T, class G>
+ParameterTable ChannelBase_Scalar<T, G>::Rows(double valueMax) {
+  ParameterTable table = {
+      RealRow(1050, "value_min", 0.0, "", "nothing gets below: a floor for sources and operators")
+          .To(&ChannelBase_Scalar::mValueMin),
+      RealRow(1051, "value_max", valueMax, "",
+              "nothing gets above: how thick smoke or how hot fire can become, at least 0.0001 "
+              "above value_min")
+          .To(&ChannelBase_Scalar::mValueMax),
+      RealRow(1052, "initial_value", 0.0, "", "what the air holds where nothing has arrived yet")
+          .To(&ChannelBase_Scalar::mInitial),
+  };
+  for (ParameterRow& row : (Channel_Dynamic<T, G>::Rows())) table.push_back(std::move(row));
+  return table;
+}
+
+template <class T, class G>
 bool ChannelBase_Scalar<T, G>::ReadParameters(void* context) {
   if (!Channel_Dynamic<T, G>::ReadParameters(context)) return false;
-  mValueMin = this->mInterface.GetReal(1050);
-  mValueMax = std::max(this->mInterface.GetReal(1051), mValueMin + 0.0001);
-  mInitial = this->mInterface.GetReal(1052);
+  mValueMax = std::max(mValueMax, mValueMin + 0.0001);
   return true;
 }
 

@@ -1,6 +1,5 @@
 #include "fluids/fields/temperature_grid_channel.h"
 
-#include "fluids/fields/channel_rows.h"
 #include "framework/node_kind.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -46,7 +45,7 @@ const NodeKind& TemperatureGridChannel<T, G>::Kind() {
 
 template <class T, class G>
 const ParameterTable& TemperatureGridChannel<T, G>::Parameters() {
-  static const ParameterTable table = ScalarChannelRows(5000);
+  static const ParameterTable table = ScalarGridChannel<T, G>::Rows(5000);
   return table;
 }
 

@@ -1,7 +1,6 @@
 #include "fluids/fields/adaptive_container.h"
 #include "fluids/fields/channel.h"
 #include "fluids/fields/channel_copies.h"
-#include "fluids/fields/channel_rows.h"
 #include "fluids/fields/emission_handlers.h"
 #include "framework/node_kind.h"
 #include "framework/state_archive.h"
@@ -186,7 +185,7 @@ const ParameterTable& VectorGridChannel<T, G>::Parameters() {
                 "starts as a map of places, so that a texture is carried along with the smoke")
             .To(&VectorGridChannel::mTextureCoordinates),
     };
-    for (ParameterRow& row : ChannelRows()) rows.push_back(std::move(row));
+    for (ParameterRow& row : (Channel_Dynamic<T, G>::Rows())) rows.push_back(std::move(row));
     return rows;
   }();
   return table;

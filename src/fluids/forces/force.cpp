@@ -11,13 +11,7 @@ bool Force::ResolveLinks() {
   return true;
 }
 
-void Force::LinkDuration(i32 id) {
-  mDuration = static_cast<Duration*>(
-      mScene->FindObject(mInterface.GetLink(id), kListAuxiliary, kBitAny, kBitAny, kTypeDuration));
-}
-
 void Force::ClearLinks() {
-  mDuration = nullptr;
   mVelocity = nullptr;
   iObject::ClearLinks();
 }

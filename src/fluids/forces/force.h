@@ -66,8 +66,6 @@ class Force : public iObject {
   /// Class work of `Prepare`; false leaves the force inactive.
   virtual bool PrepareForce() { return true; }
   virtual void FinishForce() {}
-  /// Fetches the time window from a link.
-  void LinkDuration(i32 id);
   /// Calls f(sample) for every open cell of the row and keeps what
   /// it left in `sample.force`.
   template <class F>

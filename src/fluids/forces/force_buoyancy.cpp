@@ -33,44 +33,34 @@ const ParameterTable& Force_Buoyancy::Parameters() {
   const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   static const ParameterTable table = {
       LinkRow(1000, "temperature_channel", "the heat that lifts: where it is high, gas shoots up",
-              scalars),
+              scalars)
+          .To(&Force_Buoyancy::mTemperature),
       LinkRow(1002, "density_channel",
-              "what weighs gas down, such as thick smoke that rolls off a table", scalars),
+              "what weighs gas down, such as thick smoke that rolls off a table", scalars)
+          .To(&Force_Buoyancy::mDensity1),
       LinkRow(1001, "second_density_channel",
-              "another field that weighs it down; weights then count twice", scalars),
-      VectorRow(1003, "direction", {0, 1, 0}, "", "which way hot gas goes, in world axes"),
+              "another field that weighs it down; weights then count twice", scalars)
+          .To(&Force_Buoyancy::mDensity2),
+      VectorRow(1003, "direction", {0, 1, 0}, "", "which way hot gas goes, in world axes")
+          .To(&Force_Buoyancy::mUpwards),
       RealRow(1004, "temperature_coefficient", 0.0015, "",
               "how wildly hot gas rises, per degree above the channel's minimum")
           .To(&Force_Buoyancy::mTemperatureCoefficient),
       RealRow(1005, "density_coefficient", -0.008, "",
               "how smoke moves by its own weight: negative sinks, positive rises")
           .To(&Force_Buoyancy::mDensityCoefficient),
-      LinkRow(1009, "duration", "lifts only inside this time window", {1028240}),
+      LinkRow(1009, "duration", "lifts only inside this time window", {1028240})
+          .To(&Force_Buoyancy::mDuration),
   };
   return table;
 }
 
-bool Force_Buoyancy::ReadParameters(void* context) {
-  if (!Force::ReadParameters(context)) return false;
-  return true;
-}
-
-ScalarField* Force_Buoyancy::Channel(i32 id) const {
-  return dynamic_cast<ScalarField*>(
-      mScene->FindObject(mInterface.GetLink(id), kListChannels, kBitScalar));
-}
-
 bool Force_Buoyancy::ResolveLinks() {
   if (!Force::ResolveLinks()) return false;
-  LinkDuration(1009);
-  mTemperature = Channel(1000);
-  mDensity1 = Channel(1002);
-  mDensity2 = Channel(1001);
   return mTemperature != nullptr;
 }
 
 void Force_Buoyancy::ClearLinks() {
-  mTemperature = mDensity1 = mDensity2 = nullptr;
   mT = mD1 = mD2 = nullptr;
   Force::ClearLinks();
 }
@@ -87,7 +77,7 @@ bool Force_Buoyancy::PrepareForce() {
   mD1 = data(mDensity1);
   mD2 = data(mDensity2);
   mColdest = mTemperature->GetGrid(0)->mRangeMin;
-  mUp = mInterface.GetVector(1003) * (0.5 * mTime->stepDuration);
+  mUp = mUpwards * (0.5 * mTime->stepDuration);
   return true;
 }
 

@@ -12,7 +12,6 @@ class Force_Buoyancy : public Force {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;
   using Force::Evaluate;
@@ -24,8 +23,7 @@ class Force_Buoyancy : public Force {
   bool PrepareForce() override;
 
  private:
-  ScalarField* Channel(i32 id) const;
-
+  Vec3d mUpwards{0, 1, 0};
   ScalarField* mTemperature = nullptr;
   ScalarField* mDensity1 = nullptr;
   ScalarField* mDensity2 = nullptr;

@@ -35,14 +35,17 @@ const NodeKind& Force_Gravity::Kind() {
 const ParameterTable& Force_Gravity::Parameters() {
   static const ParameterTable table = {
       VectorRow(1000, "acceleration", {0, -9.81, 0}, "m/s^2",
-                "how hard and which way the gas is pushed, in the node's own axes"),
+                "how hard and which way the gas is pushed, in the node's own axes")
+          .To(&Force_Gravity::mAcceleration),
       LinkRow(1001, "alignment",
-              "pushes each place its own way instead, such as away from a centre", {1300010}),
+              "pushes each place its own way instead, such as away from a centre", {1300010})
+          .To(&Force_Gravity::mAlignment),
       RealRow(1002, "strength", 1.0, "",
               "a handle on the whole push: 2 is twice as hard, 0 is calm")
           .To(&Force_Gravity::mStrength),
       LinkRow(1003, "settings", "emission settings whose time window switches the push on and off",
-              {1300024}),
+              {1300024})
+          .To(&Force_Gravity::mSettings),
   };
   return table;
 }
@@ -51,23 +54,8 @@ bool Force_Gravity::ReadParameters(void* context) {
   if (!Force::ReadParameters(context)) return false;
   Matrix placement;
   mInterface.GetMatrix(placement);
-  mDirection = RotationOf(placement).Rotate(mInterface.GetVector(1000));
+  mDirection = RotationOf(placement).Rotate(mAcceleration);
   return true;
-}
-
-bool Force_Gravity::ResolveLinks() {
-  if (!Force::ResolveLinks()) return false;
-  mSettings = dynamic_cast<GridEmissionSettings*>(
-      mScene->FindObject(mInterface.GetLink(1003), kListSettings));
-  mAlignment = dynamic_cast<AlignmentVector3D*>(
-      mScene->FindObject(mInterface.GetLink(1001), kListAuxiliary));
-  return true;
-}
-
-void Force_Gravity::ClearLinks() {
-  mSettings = nullptr;
-  mAlignment = nullptr;
-  Force::ClearLinks();
 }
 
 void Force_Gravity::Prepare(void* context) {

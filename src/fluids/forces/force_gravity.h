@@ -16,8 +16,6 @@ class Force_Gravity : public Force {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool ReadParameters(void* context = nullptr) override;
-  bool ResolveLinks() override;
-  void ClearLinks() override;
   void Prepare(void* context = nullptr) override;
   using Force::Evaluate;
   void Evaluate(ForceSample& sample) override;
@@ -29,6 +27,7 @@ class Force_Gravity : public Force {
 
   GridEmissionSettings* mSettings = nullptr;  ///< their time window gates the force
   AlignmentVector3D* mAlignment = nullptr;
+  Vec3d mAcceleration{0, -9.81, 0};  ///< in the node's own axes
   Vec3d mDirection{0, -9.81, 0};
   double mStrength = 1.0;
 };

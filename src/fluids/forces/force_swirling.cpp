@@ -69,7 +69,8 @@ const ParameterTable& Force_Swirling::Parameters() {
           1000, "strength", 0.8, "",
           "how curly it gets: too much looks like boiling; counts a fifth unless along_flow is on")
           .To(&Force_Swirling::mStrength),
-      LinkRow(1001, "duration", "curls only inside this time window", {1028240}),
+      LinkRow(1001, "duration", "curls only inside this time window", {1028240})
+          .To(&Force_Swirling::mDuration),
       BoolRow(1003, "subtract_mean", true,
               "leaves out the turning of the whole cloud, so that only small curls grow")
           .To(&Force_Swirling::mSubtractMean),
@@ -89,12 +90,6 @@ Force_Swirling::Force_Swirling(const Force_Swirling& other)
 bool Force_Swirling::ReadParameters(void* context) {
   if (!Force::ReadParameters(context)) return false;
   if (!mAlongFlow) mStrength *= 0.2;
-  return true;
-}
-
-bool Force_Swirling::ResolveLinks() {
-  if (!Force::ResolveLinks()) return false;
-  LinkDuration(1001);
   return true;
 }
 

@@ -16,7 +16,6 @@ class Force_Swirling : public Force {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool ReadParameters(void* context = nullptr) override;
-  bool ResolveLinks() override;
   void Release(bool full) override;
   using Force::Evaluate;
   void Evaluate(ForceSample& sample) override;

@@ -61,7 +61,8 @@ const NodeKind& Mesh::Kind() {
 
 const ParameterTable& Mesh::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "object", "the geometry that comes into the simulation", {kMeshObject}),
+      LinkRow(1000, "object", "the geometry that comes into the simulation", {kMeshObject})
+          .To(&Mesh::mLinkedObject),
       BoolRow(1004, "vertex_velocities", false,
               "a shape that deforms pushes the gas with each of its parts")
           .To(&Mesh::mVertexVelocities),
@@ -90,8 +91,7 @@ bool Mesh::ReadParameters(void* context) {
 bool Mesh::ResolveLinks() {
   if (!iObject::ResolveLinks()) return false;
   mTagOwner = nullptr;
-  mObject =
-      dynamic_cast<PolygonObject*>(mIsMember ? mSource.Resolve() : mInterface.GetObjectLink(1000));
+  mObject = mIsMember ? dynamic_cast<PolygonObject*>(mSource.Resolve()) : mLinkedObject;
   const NodeId id = mObject ? mObject->Id() : 0;
   if (id != mObjectId) {
     mHasHistory = false;

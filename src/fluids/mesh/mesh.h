@@ -91,6 +91,7 @@ class Mesh : public iObject {
   void UpdateVertexVelocities(bool isStep);
   double StepShare() const { return mTime ? mTime->stepFraction : 1.0; }
 
+  host::PolygonObject* mLinkedObject = nullptr;  ///< what the node links; members have a source
   host::PolygonObject* mObject = nullptr;
   host::NodeId mObjectId = 0;
   host::BaseLink mSource;  ///< of a member of a group

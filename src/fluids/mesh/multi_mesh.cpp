@@ -39,7 +39,8 @@ const ParameterTable& MultiMesh::Parameters() {
     ParameterTable rows = Mesh::Parameters();
     std::erase_if(rows, [](const ParameterRow& row) { return row.id == 1000; });
     rows.push_back(
-        LinksRow(1050, "objects", "the pieces of geometry that count as one mesh", {kMeshObject}));
+        LinksRow(1050, "objects", "the pieces of geometry that count as one mesh", {kMeshObject})
+            .To(&MultiMesh::mSources));
     return rows;
   }();
   return table;
@@ -64,11 +65,8 @@ bool MultiMesh::ReadParameters(void* context) {
 bool MultiMesh::ResolveLinks() {
   if (!iObject::ResolveLinks()) return false;
   for (auto& [key, mesh] : mMeshes) mesh->SetFlag(FLAG_MARK, false);
-  const InExcludeData* list = mInterface.GetInExclude(1050);
-  for (const InExcludeData::Entry& entry : list ? list->entries : InExcludeData{}.entries) {
-    BaseNode* object = Node()->GetDocument().Find(entry.node);
-    if (!dynamic_cast<PolygonObject*>(object)) continue;
-    std::unique_ptr<Mesh>& mesh = mMeshes[{entry.node, -1}];
+  for (PolygonObject* object : mSources) {
+    std::unique_ptr<Mesh>& mesh = mMeshes[{object->Id(), -1}];
     if (!mesh) {
       mesh = std::make_unique<Mesh>(Node(), mScene);
       mesh->ActAs(Mesh::Kind());

@@ -46,6 +46,7 @@ class MultiMesh : public iObject {
   using Key = std::pair<host::NodeId, i32>;
   std::map<Key, std::unique_ptr<Mesh>> mMeshes;
   bool mListChanged = false;  ///< meshes came or went when the links were fetched
+  std::vector<host::PolygonObject*> mSources;
 };
 
 /// The meshes that an object of the mesh category stands for: a mesh itself, or those of a group in

@@ -36,12 +36,6 @@ bool IsPlayed(const Channels*... channels) {
 }
 inline constexpr const char* kPlayedReason = "its channel plays from a cache";
 
-/// The scalar channel that a link parameter of `object` names, or null.
-inline ScalarField* FindScalar(const iBase& object, i32 id) {
-  return dynamic_cast<ScalarField*>(
-      object.mScene->FindObject(object.mInterface.GetLink(id), kListChannels, kBitScalar));
-}
-
 /// Grid 0 of a channel that may be null; null without data.
 inline EGrid<double>* DataOf(const ScalarField* channel) {
   EGrid<double>* grid = channel ? channel->GetGrid(0) : nullptr;

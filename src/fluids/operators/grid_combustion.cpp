@@ -49,13 +49,16 @@ const ParameterTable& GridCombustion::Parameters() {
   const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   static const ParameterTable table = {
       LinkRow(1000, "temperature",
-              "the heat that flames give: it lifts, and it lights the next fuel", scalars),
-      LinkRow(1001, "fire", "where flames are seen", {1300029}),
+              "the heat that flames give: it lifts, and it lights the next fuel", scalars)
+          .To(&GridCombustion::mTemperature),
+      LinkRow(1001, "fire", "where flames are seen", {1300029}).To(&GridCombustion::mFire),
       LinkRow(1002, "fuel", "what burns away; without one the fire channel shapes a flame",
-              {1300027, 1300028}),
-      LinkRow(1003, "smoke", "soot that flames leave behind", scalars),
+              {1300027, 1300028})
+          .To(&GridCombustion::mFuel),
+      LinkRow(1003, "smoke", "soot that flames leave behind", scalars).To(&GridCombustion::mSmoke),
       LinkRow(12, "solver", "the gas that flames blow up, so that an explosion swells",
-              {1300002, 1300003, 1300004}),
+              {1300002, 1300003, 1300004})
+          .To(&GridCombustion::mSolver),
       LongRow(1004, "mode", 0, "", "whether fuel burns at a set pace, or as far as there is air")
           .Choices({{0, "simple"}, {1, "oxygen"}})
           .To(&GridCombustion::mMode),
@@ -75,14 +78,16 @@ const ParameterTable& GridCombustion::Parameters() {
           .To(&GridCombustion::mHeat),
       FlameCurveRow(6, "temperature_curve", {{{0, 0.8}, {1, 0.2}}},
                     "without a fuel channel: temperature over the age of the flame, as a share of "
-                    "the channel's range"),
+                    "the channel's range")
+          .To(&GridCombustion::mTemperatureCurve),
       RealRow(7, "smoke_amount", 0.2, "",
               "how sooty the fire is, per unit of fuel and second of the step: per substep; "
               "without a fuel channel, per substep alone")
           .AtLeast(0)
           .To(&GridCombustion::mSmokeAmount),
       FlameCurveRow(8, "smoke_curve", {{{0, 0}, {1, 1}}},
-                    "without a fuel channel: smoke over the age of the flame, per substep"),
+                    "without a fuel channel: smoke over the age of the flame, per substep")
+          .To(&GridCombustion::mSmokeCurve),
       RealRow(9, "expansion", 0.2, "1/s",
               "how hard a unit of fuel blows the gas apart, times burn_rate in the mode simple: "
               "per substep; without a fuel channel, of every burning cell")
@@ -111,30 +116,9 @@ GridCombustion::GridCombustion(const GridCombustion& other)
       mTemperatureCurve(other.mTemperatureCurve),
       mSmokeCurve(other.mSmokeCurve) {}
 
-bool GridCombustion::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
-  mTemperatureCurve = mInterface.GetSpline(6);
-  mSmokeCurve = mInterface.GetSpline(8);
-  return true;
-}
-
 bool GridCombustion::ResolveLinks() {
-  ClearLinks();
   if (!iObject::ResolveLinks()) return false;
-  mTemperature = FindScalar(*this, 1000);
-  mFire = dynamic_cast<FireField*>(FindScalar(*this, 1001));
-  mFuel = dynamic_cast<FuelField*>(FindScalar(*this, 1002));
-  mSmoke = FindScalar(*this, 1003);
-  mSolver = dynamic_cast<iFluidSolver*>(mScene->FindObject(mInterface.GetLink(12), kListSolvers));
   return mTemperature && mFire;
-}
-
-void GridCombustion::ClearLinks() {
-  mTemperature = mSmoke = nullptr;
-  mFire = nullptr;
-  mFuel = nullptr;
-  mSolver = nullptr;
-  iObject::ClearLinks();
 }
 
 void GridCombustion::CheckDirty() {

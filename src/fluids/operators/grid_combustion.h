@@ -19,9 +19,7 @@ class GridCombustion : public iObject {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
-  void ClearLinks() override;
   void CheckDirty() override;
   void Release(bool full) override;
   void Prepare(void* context = nullptr) override;

@@ -85,9 +85,11 @@ const NodeKind& GridCooling::Kind() {
 const ParameterTable& GridCooling::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "temperature", "the heat that fades: how far up gas keeps rising",
-              {1300027, 1300028, 1300029, 1300112}),
+              {1300027, 1300028, 1300029, 1300112})
+          .To(&GridCooling::mTemperature),
       LinkRow(1001, "fire", "the flames that age along with it; cells that burn keep their heat",
-              {1300029}),
+              {1300029})
+          .To(&GridCooling::mFire),
       LongRow(1004, "mode", 0, "",
               "quartic cools hot gas at once and warm gas slowly, as glowing bodies do; the others "
               "are even")
@@ -104,23 +106,9 @@ const ParameterTable& GridCooling::Parameters() {
 
 GridCooling::GridCooling(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
-bool GridCooling::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
-  return true;
-}
-
 bool GridCooling::ResolveLinks() {
-  ClearLinks();
   if (!iObject::ResolveLinks()) return false;
-  mTemperature = FindScalar(*this, 1000);
-  mFire = dynamic_cast<FireField*>(FindScalar(*this, 1001));
   return mTemperature != nullptr;
-}
-
-void GridCooling::ClearLinks() {
-  mTemperature = nullptr;
-  mFire = nullptr;
-  iObject::ClearLinks();
 }
 
 void GridCooling::CheckDirty() {

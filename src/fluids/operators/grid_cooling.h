@@ -22,9 +22,7 @@ class GridCooling : public iObject {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
-  void ClearLinks() override;
   void CheckDirty() override;
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;

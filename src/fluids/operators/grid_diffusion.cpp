@@ -100,7 +100,9 @@ const NodeKind& GridDiffusion::Kind() {
 
 const ParameterTable& GridDiffusion::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1003, "channel", "what gets soft edges", ChannelKinds()),
+      LinkRow(1003, "channel", "what gets soft edges", ChannelKinds())
+          .To(&GridDiffusion::mScalar)
+          .To(&GridDiffusion::mVector),
       LongRow(1005, "mode", 1, "",
               "how it blurs: gaussian wide and even, the others between neighbours")
           .Choices({{0, "gaussian"}, {1, "smooth"}, {2, "grow"}})
@@ -108,11 +110,12 @@ const ParameterTable& GridDiffusion::Parameters() {
       RealRow(1001, "strength", 1.0, "host/s",
               "how soft it gets: with gaussian the width of the blur a second; else how much "
               "neighbours count, in cells a second")
-          .AtLeast(0),
+          .AtLeast(0)
+          .To(&GridDiffusion::mStrengthRow),
       LongRow(1002, "rounds", 1, "", "repeats the blur in each substep, for more of it")
           .Range(1, 10000)
           .To(&GridDiffusion::mRounds),
-      CurveRow(1000, "round_curve", "a curve over the repeats, kept with the node"),
+      CurveRow(1000, "round_curve", "a curve over the repeats, kept with the node").Kept(),
   };
   return table;
 }
@@ -132,23 +135,13 @@ GridDiffusion::GridDiffusion(const GridDiffusion& other)
 bool GridDiffusion::ReadParameters(void* context) {
   if (!iObject::ReadParameters(context)) return false;
   // The length of the step is known once it is prepared.
-  mStrengthPerSecond = mInterface.GetReal(1001) / GetDomain().worldCell.x;
+  mStrengthPerSecond = mStrengthRow / GetDomain().worldCell.x;
   return true;
 }
 
 bool GridDiffusion::ResolveLinks() {
-  ClearLinks();
   if (!iObject::ResolveLinks()) return false;
-  iBase* channel = mScene->FindObject(mInterface.GetLink(1003), kListChannels);
-  mScalar = dynamic_cast<ScalarField*>(channel);
-  mVector = dynamic_cast<VectorField*>(channel);
   return mScalar || mVector;
-}
-
-void GridDiffusion::ClearLinks() {
-  mScalar = nullptr;
-  mVector = nullptr;
-  iObject::ClearLinks();
 }
 
 iBase* GridDiffusion::Channel() const {

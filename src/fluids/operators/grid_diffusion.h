@@ -25,7 +25,6 @@ class GridDiffusion : public iObject {
   bool NextPass() override;
   bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
-  void ClearLinks() override;
   void CheckDirty() override;
   void Reset() override;
   void Release(bool full) override;
@@ -49,6 +48,7 @@ class GridDiffusion : public iObject {
   VectorField* mVector = nullptr;
   i32 mMode = 1;
   i32 mRounds = 1;
+  double mStrengthRow = 1;        ///< as the row has it, host units a second
   double mStrengthPerSecond = 0;  ///< cells a second
 
   // For one step.

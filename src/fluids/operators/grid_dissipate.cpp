@@ -44,7 +44,9 @@ const NodeKind& GridDissipate::Kind() {
 
 const ParameterTable& GridDissipate::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "what fades away", ChannelKinds()),
+      LinkRow(1000, "channel", "what fades away", ChannelKinds())
+          .To(&GridDissipate::mScalar)
+          .To(&GridDissipate::mVector),
       RealRow(1001, "rate", 0.04, "1/s^2",
               "how quickly smoke thins out: share of the range, times the square of the step's "
               "length, per substep")
@@ -56,25 +58,9 @@ const ParameterTable& GridDissipate::Parameters() {
 
 GridDissipate::GridDissipate(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
-bool GridDissipate::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
-  return true;
-}
-
 bool GridDissipate::ResolveLinks() {
-  ClearLinks();
   if (!iObject::ResolveLinks()) return false;
-  mScalar = FindScalar(*this, 1000);
-  if (!mScalar)
-    mVector =
-        dynamic_cast<VectorField*>(mScene->FindObject(mInterface.GetLink(1000), kListChannels));
   return mScalar || mVector;
-}
-
-void GridDissipate::ClearLinks() {
-  mScalar = nullptr;
-  mVector = nullptr;
-  iObject::ClearLinks();
 }
 
 void GridDissipate::CheckDirty() {

@@ -60,9 +60,13 @@ const ParameterTable& GridVariableDensity::Parameters() {
       LinkRow(1000, "target",
               "where the weight of the gas is written: switch on its clear_each_step, switch off "
               "its affects_bounds, and link it as the solver's density_channel",
-              ChannelKinds()),
-      LinkRow(1001, "admixture", "how much of the other gas a cell holds, 0..1", scalars),
-      LinkRow(1002, "temperature", "heat that makes gas lighter, in degrees above 294 K", scalars),
+              ChannelKinds())
+          .To(&GridVariableDensity::mScalar)
+          .To(&GridVariableDensity::mVector),
+      LinkRow(1001, "admixture", "how much of the other gas a cell holds, 0..1", scalars)
+          .To(&GridVariableDensity::mAdmixture),
+      LinkRow(1002, "temperature", "heat that makes gas lighter, in degrees above 294 K", scalars)
+          .To(&GridVariableDensity::mTemperature),
       RealRow(1004, "base_density", 1.184, "kg/m^3", "weight of the cold air")
           .AtLeast(1e-6)
           .To(&GridVariableDensity::mBaseDensity),
@@ -70,35 +74,18 @@ const ParameterTable& GridVariableDensity::Parameters() {
               "weight of the other gas alone: heavier than air flows downhill")
           .AtLeast(0)
           .To(&GridVariableDensity::mOtherDensity),
-      RealRow(1003, "option_value", 0.5, "", "kept with the node; the density is free of it"),
-      LongRow(1006, "option_mode", 0, "", "kept with the node; the density is free of it"),
+      RealRow(1003, "option_value", 0.5, "", "kept with the node; the density is free of it")
+          .Kept(),
+      LongRow(1006, "option_mode", 0, "", "kept with the node; the density is free of it").Kept(),
   };
   return table;
 }
 
 GridVariableDensity::GridVariableDensity(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
-bool GridVariableDensity::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
-  return true;
-}
-
 bool GridVariableDensity::ResolveLinks() {
-  ClearLinks();
   if (!iObject::ResolveLinks()) return false;
-  mScalar = FindScalar(*this, 1000);
-  if (!mScalar)
-    mVector = dynamic_cast<VectorField*>(
-        mScene->FindObject(mInterface.GetLink(1000), kListChannels, kBitVector));
-  mAdmixture = FindScalar(*this, 1001);
-  mTemperature = FindScalar(*this, 1002);
   return (mScalar || mVector) && mAdmixture && mTemperature;
-}
-
-void GridVariableDensity::ClearLinks() {
-  mScalar = mAdmixture = mTemperature = nullptr;
-  mVector = nullptr;
-  iObject::ClearLinks();
 }
 
 void GridVariableDensity::CheckDirty() {

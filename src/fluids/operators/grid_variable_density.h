@@ -14,9 +14,7 @@ class GridVariableDensity : public iObject {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
-  void ClearLinks() override;
   void CheckDirty() override;
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;

@@ -49,11 +49,6 @@ const ParameterTable& MeshCurvatureOperator::Parameters() {
   return table;
 }
 
-bool MeshCurvatureOperator::ReadParameters(void* context) {
-  if (!MeshOperator::ReadParameters(context)) return false;
-  return true;
-}
-
 void MeshCurvatureOperator::Prepare(void* context) {
   MeshOperator::Prepare(context);
   if (!Has(FLAG_ACTIVE)) return;

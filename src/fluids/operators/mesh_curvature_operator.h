@@ -23,7 +23,6 @@ class MeshCurvatureOperator : public MeshOperator {
   static const host::ParameterTable& Parameters();
   /// Only smoothing asks for a second pass.
   bool IsIterative() const override { return mSmooth; }
-  bool ReadParameters(void* context = nullptr) override;
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;

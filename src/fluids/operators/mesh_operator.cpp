@@ -10,32 +10,26 @@ using namespace host;
 ParameterTable MeshOperator::Rows(ParameterTable own) {
   own.insert(own.begin(),
              {LinkRow(1000, "target", "the mesh that is changed, or the volume whose mesh is meant",
-                      {1300143, 1028106}),
-              LinkRow(1001, "duration", "when it works, and how strongly", {1028240})});
+                      {1300143, 1028106})
+                  .To(&MeshOperator::mTarget),
+              LinkRow(1001, "duration", "when it works, and how strongly", {1028240})
+                  .To(&MeshOperator::mDuration)});
   return own;
 }
-
-bool MeshOperator::ReadParameters(void* context) { return iObject::ReadParameters(context); }
 
 bool MeshOperator::ResolveLinks() {
   mMesh = nullptr;
   mRecord = nullptr;
-  mDuration = nullptr;
   if (!iObject::ResolveLinks()) return false;
-  iBase* target = mScene->FindObject(mInterface.GetLink(1000), kListGeometry, kBitMesh);
-  if (target && target->GetTypeId() == kTypeMesh) mMesh = static_cast<Mesh*>(target);
-  if (target && target->GetTypeId() == kTypeVolumeMesh)
-    mMesh = static_cast<VolumeMesh*>(target)->GetMesh();
+  mMesh = dynamic_cast<Mesh*>(mTarget);
+  if (auto* volume = dynamic_cast<VolumeMesh*>(mTarget)) mMesh = volume->GetMesh();
   if (mMesh) mRecord = &mMesh->mMesh;
-  mDuration = static_cast<Duration*>(mScene->FindObject(mInterface.GetLink(1001), kListAuxiliary,
-                                                        kBitAny, kBitAny, kTypeDuration));
   return mRecord != nullptr;
 }
 
 void MeshOperator::ClearLinks() {
   mMesh = nullptr;
   mRecord = nullptr;
-  mDuration = nullptr;
   iObject::ClearLinks();
 }
 

@@ -26,7 +26,6 @@ class MeshOperator : public iObject {
         mConstraints(other.mConstraints) {}
 
   ConstraintList* Constraints() override { return &mConstraints; }
-  bool ReadParameters(void* context = nullptr) override;
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
@@ -52,6 +51,7 @@ class MeshOperator : public iObject {
     }
   }
 
+  iBase* mTarget = nullptr;       ///< a mesh, or the volume whose mesh is meant
   Mesh* mMesh = nullptr;          ///< the target, if it is a mesh
   TriMeshSTL* mRecord = nullptr;  ///< what the operator works on
   Duration* mDuration = nullptr;

@@ -39,11 +39,6 @@ const ParameterTable& MeshSmoothingOperator::Parameters() {
   return table;
 }
 
-bool MeshSmoothingOperator::ReadParameters(void* context) {
-  if (!MeshOperator::ReadParameters(context)) return false;
-  return true;
-}
-
 void MeshSmoothingOperator::Prepare(void* context) {
   MeshOperator::Prepare(context);
   if (!Has(FLAG_ACTIVE)) return;

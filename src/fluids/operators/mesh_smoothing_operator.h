@@ -18,7 +18,6 @@ class MeshSmoothingOperator : public MeshOperator {
   static const host::ParameterTable& Parameters();
   /// One pass for each iteration, with the positions that it starts from.
   bool NextPass() override;
-  bool ReadParameters(void* context = nullptr) override;
   void Prepare(void* context = nullptr) override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;

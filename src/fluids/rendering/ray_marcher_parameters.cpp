@@ -153,7 +153,7 @@ void RayMarcher::ReadFilters() {
           mRemaps[list].push_back(node);
       }
     }
-    mFilters[list].Name(targets);
+    mFilters[list].Connect(targets);
     mFilters[list].Prepare(this);
     if (!mFilters[list].IsEmpty()) mFilterMask |= 1u << list;
   }

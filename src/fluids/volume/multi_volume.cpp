@@ -45,7 +45,8 @@ const ParameterTable& MultiVolume::Parameters() {
     std::erase_if(rows, [](const ParameterRow& row) { return row.id == 1003; });
     rows.push_back(LinksRow(1100, "meshes",
                             "what the volume is made of; inside any of them is inside",
-                            {kMeshNode, kMultiMeshNode}));
+                            {kMeshNode, kMultiMeshNode})
+                       .To(&MultiVolume::mSources));
     rows.push_back(ButtonRow(1101, "take_children", "makes mesh nodes for the node's children"));
     return rows;
   }();
@@ -61,7 +62,7 @@ void MultiVolume::GetCategories(u32& mask) const {
 
 bool MultiVolume::ReadParameters(void* context) {
   if (!iVolume::ReadParameters(context)) return false;
-  SetFlag(FLAG_AFFECTS_BOUNDS, mInterface.GetBool(1001));
+  SetFlag(FLAG_AFFECTS_BOUNDS, mWidensBounds);
   for (auto& [key, member] : mMembers) member->ReadParameters(context);
   return true;
 }
@@ -70,6 +71,7 @@ void MultiVolume::FindOrMake(BaseNode* meshNode, i32 subIndex) {
   std::unique_ptr<VolumeMesh>& member = mMembers[{meshNode->Id(), subIndex}];
   if (!member) {
     member = std::make_unique<VolumeMesh>(Node(), mScene);
+    member->ActAs(VolumeMesh::Kind());
     member->SetSource(meshNode, subIndex);
     mListChanged = true;
   }
@@ -84,19 +86,16 @@ void MultiVolume::FindOrMake(BaseNode* meshNode, i32 subIndex) {
 bool MultiVolume::ResolveLinks() {
   if (!iVolume::ResolveLinks()) return false;
   for (auto& [key, member] : mMembers) member->SetFlag(FLAG_MARK, false);
-  if (const InExcludeData* list = mInterface.GetInExclude(1100))
-    for (const InExcludeData::Entry& entry : list->entries) {
-      BaseNode* node = Node()->GetDocument().Find(entry.node);
-      if (!node) continue;
-      if (node->Type() == kMeshNode) FindOrMake(node, -1);
-      if (node->Type() != kMultiMeshNode) continue;
-      auto* group = static_cast<MultiMesh*>(
-          mScene->FindObject(node, kListGeometry, kBitMesh, kBitAny, kTypeMultiMesh));
-      if (!group) continue;
-      // The group may stand later in the list: its meshes are brought up to date first.
-      group->ResolveLinks();
-      for (i32 i = 0; i < group->GetSubMeshCount(); ++i) FindOrMake(node, i);
-    }
+  for (BaseNode* node : mSources) {
+    if (node->Type() == kMeshNode) FindOrMake(node, -1);
+    if (node->Type() != kMultiMeshNode) continue;
+    auto* group = static_cast<MultiMesh*>(
+        mScene->FindObject(node, kListGeometry, kBitMesh, kBitAny, kTypeMultiMesh));
+    if (!group) continue;
+    // The group may stand later in the list: its meshes are brought up to date first.
+    group->ResolveLinks();
+    for (i32 i = 0; i < group->GetSubMeshCount(); ++i) FindOrMake(node, i);
+  }
   if (std::erase_if(mMembers, [](const auto& entry) { return !entry.second->Has(FLAG_MARK); }))
     mListChanged = true;
   return !mMembers.empty();

@@ -65,7 +65,8 @@ class MultiVolume : public iVolume {
 
   std::map<Key, std::unique_ptr<VolumeMesh>> mMembers;
   bool mHasTag = false;
-  bool mListChanged = false;  ///< members came or went when the links were fetched
+  bool mListChanged = false;              ///< members came or went when the links were fetched
+  std::vector<host::BaseNode*> mSources;  ///< nodes of meshes and groups of meshes
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

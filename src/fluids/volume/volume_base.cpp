@@ -36,11 +36,8 @@ void VolumeBase::GetCategories(u32& mask) const {
 
 bool VolumeBase::ReadParameters(void* context) {
   if (!iVolume::ReadParameters(context)) return false;
-  mInverted = mInterface.GetBool(1007);
-  const double padding = mInterface.GetReal(1008);
-  mPadding = {padding, padding, padding};
-  mDeriveMass = mInterface.GetBool(1018);
-  SetFlag(FLAG_AFFECTS_BOUNDS, mInterface.GetBool(1001));
+  mPadding = {mPaddingCells, mPaddingCells, mPaddingCells};
+  SetFlag(FLAG_AFFECTS_BOUNDS, mWidensBounds);
   mFractions.ReadParameters(context);
   return true;
 }

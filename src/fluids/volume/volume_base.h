@@ -38,6 +38,7 @@ class iVolume : public iObject {
   Vec3d mCentre{};
   Vec3d mOrigin{};  ///< lower corner, host units
   double mCellSize = 1.0;
+  bool mWidensBounds = false;  ///< the simulation covers it even where nothing is in it
   bool mHasSecondBox = false;  ///< a cached placement that `ExpandBounds` merges in
   GridLayout mSecondBox;
 
@@ -124,6 +125,7 @@ class VolumeBase : public iVolume {
 
   std::unique_ptr<EGrid<double>> mGrid;
   bool mInverted = false;
+  double mPaddingCells = 0;
   Vec3d mPadding{2, 2, 2};  ///< cells
   bool mHasTag = false;     ///< the node carries the obstacle tag
   bool mDeriveMass = false;

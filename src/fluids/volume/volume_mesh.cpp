@@ -37,47 +37,59 @@ const NodeKind& VolumeMesh::Kind() {
 const ParameterTable& VolumeMesh::Parameters() {
   static const ParameterTable table = {
       BoolRow(1001, "affects_bounds", false,
-              "the simulation covers this shape even where nothing is in it yet"),
-      LongRow(1002, "mode", 1, "", "what a dialog shows of the node"),
+              "the simulation covers this shape even where nothing is in it yet")
+          .To(&VolumeMesh::mWidensBounds),
+      LongRow(1002, "mode", 1, "", "what a dialog shows of the node").Kept(),
       LinkRow(1003, "mesh", "the shape, as a mesh node; of a group of meshes the first alone",
-              {1300143, 1300144}),
-      RealRow(1004, "preview_radius", 50.0, "host", "of the ball that a viewport shows").AtLeast(0),
-      VectorRow(1005, "preview_size", {100, 100, 100}, "host", "of the box that a viewport shows"),
+              {1300143, 1300144})
+          .To(&VolumeMesh::mLinkedMesh),
+      RealRow(1004, "preview_radius", 50.0, "host", "of the ball that a viewport shows")
+          .AtLeast(0)
+          .Kept(),
+      VectorRow(1005, "preview_size", {100, 100, 100}, "host", "of the box that a viewport shows")
+          .Kept(),
       RealRow(1006, "shell_thickness", 1.0, "",
               "1 is solid; less makes a hollow skin of that part of the greatest depth")
           .AtLeast(0)
           .To(&VolumeMesh::mShellThickness),
       BoolRow(1007, "inverted", false,
-              "swaps inside and outside: a ball becomes a room with gas in it"),
+              "swaps inside and outside: a ball becomes a room with gas in it")
+          .To(&VolumeMesh::mInverted),
       LongRow(1008, "padding_cells", 3, "cells",
               "how far round the shape distances are known; falloffs and soft walls need some")
           .Missing(0)
-          .Range(0, 1000),
-      LongRow(1009, "preview_mode", 1, "", "what a viewport draws for the node"),
+          .Range(0, 1000)
+          .To(&VolumeMesh::mPaddingCells),
+      LongRow(1009, "preview_mode", 1, "", "what a viewport draws for the node").Kept(),
       LongRow(1010, "thread_limit", 0, "",
               "most processor cores for this volume, 0 for the scene's limit")
           .Range(0, kMaxWorkers)
           .To(&VolumeMesh::mThreadLimit),
-      RealRow(1011, "preview_scale", 1.0, "", "how large a viewport draws the node"),
-      RealRow(1012, "preview_opacity", 1.0, "", "how solid a viewport draws the node"),
+      RealRow(1011, "preview_scale", 1.0, "", "how large a viewport draws the node").Kept(),
+      RealRow(1012, "preview_opacity", 1.0, "", "how solid a viewport draws the node").Kept(),
       ButtonRow(1013, "make_mesh", "makes the mesh node that belongs to an object"),
       ButtonRow(1014, "toggle_obstacle", "makes the volume solid for gas, or not any more"),
       ButtonRow(1015, "make_constraint",
                 "makes a constraint that keeps other nodes inside this shape"),
       ButtonRow(1016, "make_force", "makes a force that acts in this shape"),
       ButtonRow(1017, "make_body_forces", "makes the node that lets forces move this body"),
-      BoolRow(1018, "derive_mass", false, "a rigid body weighs what its space would"),
-      LongRow(1019, "display_option", 0, "", "what a dialog shows"),
-      BoolRow(8001, "show_field", false, "a viewport colours the distances to the surface"),
-      LongRow(6601, "field_axis", 0, "", "which way a viewport's slice faces"),
+      BoolRow(1018, "derive_mass", false, "a rigid body weighs what its space would")
+          .To(&VolumeMesh::mDeriveMass),
+      LongRow(1019, "display_option", 0, "", "what a dialog shows").Kept(),
+      BoolRow(8001, "show_field", false, "a viewport colours the distances to the surface").Kept(),
+      LongRow(6601, "field_axis", 0, "", "which way a viewport's slice faces").Kept(),
       RealRow(6602, "field_slice", 0.5, "",
-              "how far through the box a viewport's slice lies, 0 to 1"),
-      RealRow(6603, "field_low", -0.05, "m", "distance that a viewport shows in the first colour"),
-      RealRow(6604, "field_high", 0.05, "m", "distance that a viewport shows in the last colour"),
-      VectorRow(6605, "field_colour", {1, 1, 0}, "", "tint of the surface in a viewport"),
-      BoolRow(6606, "field_blend", true, "lets a viewport's colours run into each other"),
-      LongRow(6607, "field_mode", 0, "", "whether a viewport shows distances or a surface"),
-      RealRow(6608, "field_offset", 0.0, "m", "how far from the surface a viewport draws it"),
+              "how far through the box a viewport's slice lies, 0 to 1")
+          .Kept(),
+      RealRow(6603, "field_low", -0.05, "m", "distance that a viewport shows in the first colour")
+          .Kept(),
+      RealRow(6604, "field_high", 0.05, "m", "distance that a viewport shows in the last colour")
+          .Kept(),
+      VectorRow(6605, "field_colour", {1, 1, 0}, "", "tint of the surface in a viewport").Kept(),
+      BoolRow(6606, "field_blend", true, "lets a viewport's colours run into each other").Kept(),
+      LongRow(6607, "field_mode", 0, "", "whether a viewport shows distances or a surface").Kept(),
+      RealRow(6608, "field_offset", 0.0, "m", "how far from the surface a viewport draws it")
+          .Kept(),
   };
   return table;
 }
@@ -93,7 +105,7 @@ bool VolumeMesh::ReadParameters(void* context) {
 bool VolumeMesh::ResolveLinks() {
   mMesh = nullptr;
   if (!VolumeBase::ResolveLinks()) return false;
-  const BaseNode* link = mIsMember ? mSource.Resolve() : mInterface.GetObjectLink(1003);
+  const BaseNode* link = mIsMember ? mSource.Resolve() : mLinkedMesh;
   if (!link) return false;
   const auto find = [&](i32 type) {
     return mScene->FindObject(link, kListGeometry, kBitMesh, kBitAny, type);

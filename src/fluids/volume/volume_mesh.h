@@ -53,8 +53,9 @@ class VolumeMesh : public VolumeBase {
   bool mIsMember = false;
   VolumeVoxeliser mVoxeliser;
   double mShellThickness = 1.0;
-  i32 mThreadLimit = 0;  ///< 0: the scene's thread count
-  State mVoxelised;      ///< what the grid was made from
+  i32 mThreadLimit = 0;                   ///< 0: the scene's thread count
+  State mVoxelised;                       ///< what the grid was made from
+  host::BaseNode* mLinkedMesh = nullptr;  ///< a mesh node or a group of them; members have a source
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
