@@ -1,13 +1,19 @@
 #include "host/atomic_file.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "host/output_guard.h"
 
 namespace MELDO_GLOBAL::host {
 
@@ -34,6 +40,13 @@ i64 MoveAll(Char* at, std::size_t bytes, Call&& call) {
   return static_cast<i64>(moved);
 }
 
+/// What was renamed or made in a folder is there after a power cut too. Not every file system knows
+/// how to.
+void SyncFolder(int folder, const fs::path& path) {
+  if (::fsync(folder) != 0 && errno != EINVAL && errno != EROFS && errno != ENOTSUP)
+    Fail(path, errno);
+}
+
 /// Closes a file at the end of its life.
 struct Descriptor {
   ~Descriptor() {
@@ -44,17 +57,40 @@ struct Descriptor {
 
 }  // namespace
 
-PartFile::PartFile(fs::path path) : mPath(std::move(path)), mPart(mPath) {
-  if (mPath.has_parent_path()) MakeFolder(mPath.parent_path());
-  mPart += kPartSuffix;
-  mFile = ::open(mPart.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (mFile < 0) Fail(mPath, errno);
+PartFile::PartFile(fs::path path) : mPath(std::move(path)), mName(mPath.filename().string()) {
+  const fs::path folder = mPath.has_parent_path() ? mPath.parent_path() : fs::path(".");
+  MakeFolder(folder);
+  mFolder = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (mFolder < 0) Fail(mPath, errno);
+  // Renaming would put a file in the place of a device or a pipe.
+  struct stat there {};
+  if (::fstatat(mFolder, mName.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+      !S_ISREG(there.st_mode) && !S_ISLNK(there.st_mode)) {
+    ::close(mFolder);
+    Fail(mPath, S_ISDIR(there.st_mode) ? EISDIR : EEXIST);
+  }
+  try {
+    OutputGuard::CheckFolder(mFolder, mPath);
+    static std::atomic<u32> made{0};
+    do {
+      mPart = fmt::format("{}.{:x}-{:x}{}", mName, ::getpid(), made++, kPartSuffix);
+      mFile = ::openat(mFolder, mPart.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                       0666);
+    } while (mFile < 0 && errno == EEXIST);
+    if (mFile < 0) Fail(mPath, errno);
+  } catch (...) {
+    ::close(mFolder);
+    throw;
+  }
+  ::flock(mFile, LOCK_EX | LOCK_NB);  // where the file system knows locks
 }
 
 PartFile::~PartFile() {
-  if (mFile < 0) return;
-  ::close(mFile);
-  ::unlink(mPart.c_str());
+  if (mFile >= 0) {
+    ::close(mFile);
+    ::unlinkat(mFolder, mPart.c_str(), 0);
+  }
+  ::close(mFolder);
 }
 
 void PartFile::Append(std::string_view bytes) {
@@ -84,16 +120,22 @@ void PartFile::Commit() {
   if (::fsync(mFile) != 0) Fail(mPath, errno);
   // Some file systems tell of a failed write when the file is closed.
   const int closed = ::close(std::exchange(mFile, -1));
-  if (closed != 0 || ::rename(mPart.c_str(), mPath.c_str()) != 0) {
+  if (closed != 0 || ::renameat(mFolder, mPart.c_str(), mFolder, mName.c_str()) != 0) {
     const int error = errno;
-    ::unlink(mPart.c_str());
+    ::unlinkat(mFolder, mPart.c_str(), 0);
     Fail(mPath, error);
   }
+  SyncFolder(mFolder, mPath);
 }
 
 void MakeFolder(const fs::path& path) {
+  OutputGuard::CheckPath(path);
   std::error_code error;
-  fs::create_directories(path, error);
+  if (fs::create_directories(path, error)) {
+    const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    const Descriptor folder{::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    if (folder.number >= 0) SyncFolder(folder.number, path);
+  }
   if (!error && !fs::is_directory(path, error) && !error)
     error = std::make_error_code(std::errc::not_a_directory);
   if (error) throw FileError("cannot make the folder " + path.string() + ": " + error.message());
@@ -105,36 +147,71 @@ void WriteFileAtomically(const fs::path& path, std::string_view bytes) {
   file.Commit();
 }
 
+int OpenToAppend(const fs::path& path) {
+  MakeFolder(path.has_parent_path() ? path.parent_path() : fs::path("."));
+  // A pipe without a reader would have to be waited for.
+  const int file =
+      ::open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+  struct stat found {};
+  if (file < 0 || ::fstat(file, &found) != 0) Fail(path, errno);
+  if (S_ISREG(found.st_mode)) return file;
+  ::close(file);
+  throw FileError("cannot write " + path.string() + ": it is no plain file");
+}
+
 std::string ReadFile(const fs::path& path) {
-  const auto fail = [&](int error) {
-    throw FileError("cannot read " + path.string() + ": " + std::strerror(error));
+  const auto fail = [&](const char* why) {
+    throw FileError("cannot read " + path.string() + ": " + why);
   };
-  std::error_code failed;
-  std::string bytes;
-  const Descriptor file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
-  if (file.number < 0) fail(errno);
-  const auto size = fs::file_size(path, failed);
-  if (failed) fail(failed.value());
-  bytes.resize(size);
+  const Descriptor file{::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
+  struct stat found {};
+  if (file.number < 0 || ::fstat(file.number, &found) != 0) fail(std::strerror(errno));
+  if (S_ISDIR(found.st_mode)) fail(std::strerror(EISDIR));
+  if (!S_ISREG(found.st_mode)) fail("it is no plain file");
+  std::string bytes(static_cast<std::size_t>(found.st_size), '\0');
   const i64 count = MoveAll(bytes.data(), bytes.size(), [&](char* at, std::size_t n, std::size_t) {
     return ::read(file.number, at, n);
   });
-  if (count < 0) fail(static_cast<int>(-count));
+  if (count < 0) fail(std::strerror(static_cast<int>(-count)));
   bytes.resize(static_cast<std::size_t>(count));
   return bytes;
 }
 
-void RemoveParts(const fs::path& folder) {
+fs::path NameOfPart(const fs::path& part) {
+  if (part.extension() != kPartSuffix) return {};
+  const fs::path tagged = part.parent_path() / part.stem();
+  return tagged.has_extension() ? tagged.parent_path() / tagged.stem() : fs::path();
+}
+
+void RemovePart(const fs::path& part) {
+  const Descriptor file{::open(part.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+  if (file.number >= 0 && ::flock(file.number, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    return;
+  std::error_code ignored;
+  fs::remove(part, ignored);
+}
+
+void RemoveParts(const fs::path& folder, const std::string& spared) {
   std::error_code failed;
   std::vector<fs::path> parts;
   constexpr auto options = fs::directory_options::skip_permission_denied;
   for (fs::recursive_directory_iterator entry(folder, options, failed), end;
        !failed && entry != end; entry.increment(failed)) {
     std::error_code ignored;
-    if (entry->path().extension() == kPartSuffix && entry->is_regular_file(ignored))
+    if (entry.depth() == 0 && !spared.empty() && entry->path().filename() == spared)
+      entry.disable_recursion_pending();
+    if (entry->path().extension() == kPartSuffix && entry->is_regular_file(ignored) &&
+        !entry->is_symlink(ignored))
       parts.push_back(entry->path());
   }
-  for (const fs::path& part : parts) fs::remove(part, failed);
+  for (const fs::path& part : parts) RemovePart(part);
+}
+
+void SettleStandardDescriptors() {
+  // Opening takes the lowest number that is free.
+  for (int number = 0; number <= 2; ++number)
+    if (::fcntl(number, F_GETFD) < 0 && errno == EBADF)
+      if (const int file = ::open("/dev/null", O_RDONLY); file > 2) ::close(file);
 }
 
 }  // namespace MELDO_GLOBAL::host

@@ -21,12 +21,16 @@ class FileError : public std::runtime_error {
 /// other program's files, such as downloads, may end so.
 inline constexpr std::string_view kPartSuffix = ".sulva-part";
 
-/// A file that is written beside `path` (its name with `kPartSuffix` behind it) until `Commit`
-/// gives it its name, so that a reader sees it old, or new and whole. Without `Commit` nothing is
-/// left of it. All of it throws FileError.
+/// A file that is written beside `path` until `Commit` gives it its name, so that a reader sees it
+/// old, or new and whole. Without `Commit` nothing is left of it. All of it throws FileError.
+///
+/// Beside it stands a new file of a name that nothing has (the file's own, a tag and
+/// `kPartSuffix`), in the folder as it was opened: what others planted there is neither followed
+/// nor waited for, and two processes never write into one another's. It is locked as long as this
+/// process lives, which tells unfinished files from those that a killed process left.
 class PartFile {
  public:
-  /// Makes the folders that are missing.
+  /// Makes the folders that are missing, where the OutputGuard allows it.
   explicit PartFile(std::filesystem::path path);
   ~PartFile();
   PartFile(const PartFile&) = delete;
@@ -37,24 +41,41 @@ class PartFile {
   void Patch(u64 at, std::string_view bytes);
   /// Bytes that were appended, from byte `at` on.
   void Read(u64 at, std::span<char> bytes) const;
-  /// Flushes the file to the disk and gives it its name.
+  /// Flushes the file to the disk, gives it its name and flushes the folder.
   void Commit();
 
  private:
-  std::filesystem::path mPath, mPart;
-  int mFile = -1;
+  std::filesystem::path mPath;
+  std::string mName, mPart;  ///< in the folder
+  int mFolder = -1, mFile = -1;
 };
 
 /// Writes a whole file by way of a PartFile. Throws FileError.
 void WriteFileAtomically(const std::filesystem::path& path, std::string_view bytes);
 
-/// Makes a folder with its parents. Throws FileError.
+/// Makes a folder with its parents, where the OutputGuard allows it. Throws FileError.
 void MakeFolder(const std::filesystem::path& path);
 
-/// All bytes of a file. Throws FileError.
+/// Opens a plain file to append lines to it, made where it is missing, and answers its descriptor.
+/// A link is refused, and so is what is no plain file. Throws FileError.
+int OpenToAppend(const std::filesystem::path& path);
+
+/// All bytes of a plain file. Throws FileError; what is no plain file, such as a pipe, isn't waited
+/// for.
 std::string ReadFile(const std::filesystem::path& path);
 
-/// Removes the unfinished files that a killed process left in a folder and the folders in it.
-void RemoveParts(const std::filesystem::path& folder);
+/// The name that an unfinished file would have had; empty where the file is none.
+std::filesystem::path NameOfPart(const std::filesystem::path& part);
+
+/// Removes an unfinished file, unless a living process writes it.
+void RemovePart(const std::filesystem::path& part);
+
+/// Removes the unfinished files that a killed process left in a folder and the folders in it, but
+/// for the one below it that is named `spared`.
+void RemoveParts(const std::filesystem::path& folder, const std::string& spared = {});
+
+/// Gives 0, 1 and 2 to nothing where they are closed, so that no file of ours gets their number and
+/// what is printed doesn't land in it. Printing then fails.
+void SettleStandardDescriptors();
 
 }  // namespace MELDO_GLOBAL::host
