@@ -25,8 +25,8 @@ i32 NumberOf(std::string_view digits) {
   return error == std::errc() && rest == end ? number : -1;
 }
 
-/// The files of a cache whose names have `ending` behind those of whole ones.
-std::vector<CacheFile> FilesOf(const CacheName& names, std::string_view ending) {
+/// The files of a cache that are whole, or those that aren't.
+std::vector<CacheFile> FilesOf(const CacheName& names, bool areParts) {
   std::vector<CacheFile> files;
   if (!names.MakeFolder(false)) return files;
   // A base name may lead into a folder below the cache's own.
@@ -35,12 +35,13 @@ std::vector<CacheFile> FilesOf(const CacheName& names, std::string_view ending) 
   std::string stem;
   names.FileStem(stem, 0, false);
   const std::string prefix = fs::path(stem).filename().string();
-  const std::string suffix = fmt::format(".{}{}", names.GetSuffix(), ending);
+  const std::string suffix = fmt::format(".{}", names.GetSuffix());
   std::error_code failed;
   for (fs::directory_iterator entry(first.has_parent_path() ? first.parent_path() : ".", failed),
        end;
        !failed && entry != end; entry.increment(failed)) {
-    const std::string name = entry->path().filename().string();
+    const fs::path whole = areParts ? host::NameOfPart(entry->path()) : entry->path();
+    const std::string name = whole.filename().string();
     if (name.size() <= prefix.size() + suffix.size() || !name.starts_with(prefix) ||
         !name.ends_with(suffix))
       continue;
@@ -67,11 +68,10 @@ std::string FormatSize(i64 bytes) {
   return fmt::format("{:.1f} TB", size);
 }
 
-std::vector<CacheFile> ListCache(const CacheName& names) { return FilesOf(names, ""); }
+std::vector<CacheFile> ListCache(const CacheName& names) { return FilesOf(names, false); }
 
 void RemoveUnfinished(const CacheName& names) {
-  std::error_code ignored;
-  for (const CacheFile& file : FilesOf(names, host::kPartSuffix)) fs::remove(file.path, ignored);
+  for (const CacheFile& file : FilesOf(names, true)) host::RemovePart(file.path);
 }
 
 CacheFolderInfo ScanCache(const CacheName& names) {

@@ -51,6 +51,15 @@ void SV_CacheName_Operator<File, Path>::BuildPath(Path& out, i32 frame) const {
 }
 
 template <class File, class Path>
+bool SV_CacheName_Operator<File, Path>::IsOwn(const Path& path) const {
+  std::string stem;
+  FileStem(stem, 0, false);
+  const Path first = mFolder / stem;
+  return path.parent_path() == first.parent_path() && path.extension() == "." + mSuffix &&
+         path.filename().string().starts_with(first.filename().string());
+}
+
+template <class File, class Path>
 bool SV_CacheName_Operator<File, Path>::OpenForRead(File& file, i32 frame, Path& out) {
   BuildPath(out, frame);
   std::error_code failed;

@@ -42,6 +42,8 @@ class SV_CacheName_Operator : public iSVCacheName_Operator<File, Path> {
   const std::string& GetSuffix() const { return mSuffix; }
 
   void BuildPath(Path& out, i32 frame) const;
+  /// Whether a path has the folder, the stem and the suffix of these files.
+  bool IsOwn(const Path& path) const;
   /// The file's name without its suffix, with or without the frame number. Frames of 10000 and more
   /// aren't padded, however wide the number is.
   void FileStem(std::string& out, i32 frame, bool withFrame) const;

@@ -55,7 +55,7 @@ ParameterTable CacheRows() {
       BoolRow(1014, "backwards", false,
               "the recording plays in reverse: smoke goes back into its source"),
       BoolRow(1030, "go_on_after_failure", false,
-              "a frame that can't be written is a warning and doesn't end the run"),
+              "a frame that can't be written or played is a warning and doesn't end the run"),
   };
 }
 
@@ -174,7 +174,9 @@ void Cache_OperatorBase::PrepareShared() {
   mFilters.Prepare(this);
   SetUpNames();
   if (isSave) {
-    if (mMode == 0 || !mScene->mReport.whole) return SetFlag(FLAG_ACTIVE, false);
+    // Behind a failure a frame isn't what it would have been.
+    if (mMode == 0 || !mRun.mayRecord || !mScene->mReport.whole || HasAnyFailed())
+      return SetFlag(FLAG_ACTIVE, false);
     SetFlag(FLAG_ACTIVE, MakeFolder());
   } else if (isLoad) {
     SetFlag(FLAG_ACTIVE, mMode != 1 && PrepareLoad());
@@ -188,7 +190,7 @@ bool Cache_OperatorBase::MakeFolder() {
   try {
     host::MakeFolder(mFolderPath);
   } catch (const FileError& error) {
-    FailWriting(error.what());
+    Fail(error.what());
   }
   return false;
 }
@@ -233,9 +235,58 @@ i32 Cache_OperatorBase::FrameToWrite() const {
 
 bool Cache_OperatorBase::OpenFrame(HyperFile& file) {
   fs::path path;
+  mSpared.clear();
   if (mFileName.OpenForRead(file, FrameToRead(), path)) return true;
-  if (!file.Error().empty()) Warn(file.Error());
+  if (file.Error().empty()) {
+    TellMissing(path);
+    return false;
+  }
+  mSpared = path;
+  Fail(file.Error());
   return false;
+}
+
+void Cache_OperatorBase::TellMissing(const fs::path& path) {
+  const i32 frame = mScene->mClock.frame;
+  if (mMode != 0 || frame < mRun.firstPlayed || frame > mRun.lastPlayed) return;
+  const std::vector<CacheFile> files = ListCache(mFileName);
+  // With an offset below 0 a recording starts late.
+  if (!files.empty() && FrameToRead() < files.front().number) return;
+  const std::string what =
+      files.empty() ? fmt::format("nothing is recorded in {}", path.parent_path().string())
+                    : fmt::format("the recording has frames {} to {}", files.front().number,
+                                  files.back().number);
+  Fail(fmt::format("cannot play {} in frame {}: it isn't there; {}", path.string(), frame, what));
+}
+
+CacheOrigin Cache_OperatorBase::OriginOfFrame() const {
+  CacheOrigin origin;
+  origin.version = SULVA_VERSION;
+  origin.simulation = mRun.simulation;
+  mFileName.FileStem(origin.stem, 0, false);
+  origin.number = FrameToWrite();
+  origin.frame = mScene->mClock.frame;
+  origin.seconds = mTime->elapsed;
+  origin.fps = mScene->GetDocument()->fps;
+  return origin;
+}
+
+bool Cache_OperatorBase::CheckOrigin(const HyperFile& file, const CacheOrigin& origin) {
+  if (origin.simulation == 0) return true;
+  const auto fail = [&](const char* what) {
+    mSpared = file.Name();
+    Fail(fmt::format("{}: {}", file.Name(), what));
+    return mGoesOn;
+  };
+  if (Records() && mRun.mayRecord && mRun.simulation != 0 && origin.simulation != mRun.simulation)
+    return fail(
+        "another simulation recorded it, so that this cache can't go on with it; delete the "
+        "recording with `sulva cache delete`, or give the cache another base_name");
+  if (mPlayedSimulation != 0 && mPlayedSimulation != origin.simulation)
+    return fail(
+        "another simulation recorded it than the frames before; record them again, all in one run");
+  mPlayedSimulation = origin.simulation;
+  return true;
 }
 
 void Cache_OperatorBase::Warn(const std::string& text) {
@@ -245,9 +296,18 @@ void Cache_OperatorBase::Warn(const std::string& text) {
   mWarnings.push_back(mWarnings.size() < kMostWarnings ? text : "more of its files have faults");
 }
 
-void Cache_OperatorBase::FailWriting(const std::string& text) {
+void Cache_OperatorBase::Fail(const std::string& text) {
   if (mGoesOn) return Warn(text);
-  if (mFailure.empty()) mFailure = text;
+  if (mFailure.empty())
+    mFailure =
+        fmt::format("cache \"{}\": {}; go_on_after_failure would let the run go on", mName, text);
+}
+
+bool Cache_OperatorBase::HasAnyFailed() const {
+  for (const auto& [id, object] : mScene->List(kListCaches))
+    if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(object.get()))
+      if (!cache->mFailure.empty()) return true;
+  return false;
 }
 
 // ---- the folder ---------------------------------------------------------------------------------
@@ -286,6 +346,11 @@ bool Cache_OperatorBase::NoteOldFiles() {
   SetUpNames();
   for (const CacheFile& entry : ListCache(mFileName)) mOldFrames.push_back(entry.number);
   return true;
+}
+
+void Cache_OperatorBase::ForgetOldFiles() {
+  mHasNoted = false;
+  mOldFrames.clear();
 }
 
 void Cache_OperatorBase::PersistOldFiles(StateArchive& archive) { archive(mHasNoted, mOldFrames); }

@@ -2,14 +2,25 @@
 #pragma once
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cache/cache_folder.h"
+#include "cache/cache_origin.h"
 #include "framework/constraint.h"
 #include "framework/duration.h"
 #include "framework/iobject.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// What caches have to know of the run that they work in.
+struct CacheRun {
+  u64 simulation = 0;     ///< fingerprint of what is simulated; 0 where nobody knows it
+  bool mayRecord = true;  ///< else caches that record write nothing
+  /// The frames of the document in which a cache that plays has to have a file.
+  i32 firstPlayed = std::numeric_limits<i32>::min();
+  i32 lastPlayed = std::numeric_limits<i32>::max();
+};
 
 /// Base of the cachers. Mode 0 plays back, 1 records, any other does both.
 ///
@@ -42,17 +53,23 @@ class Cache_OperatorBase : public iObject {
   /// hangs on more than the frame. After `ReadParameters` and `ResolveLinks`.
   bool HasFrames(i32 first, i32 last);
   const std::vector<iObject*>& Objects() const { return mObjects; }
+  void SetRun(const CacheRun& run) { mRun = run; }
+  /// The files that stand for the frame: written in it, or played by a cache that would have
+  /// written it. Forgets them.
+  std::vector<WrittenFile> TakeWritten() { return std::exchange(mWritten, {}); }
   /// Before a run's first frame: a cache that plays and records keeps in mind which of its files
   /// are older than the run. Whether it is one.
   bool NoteOldFiles();
   void PersistOldFiles(StateArchive& archive);
+  void ForgetOldFiles();
   /// Before a run goes on from a checkpoint: removes unfinished files and, from a cache that would
   /// play them, what the run had recorded beyond the present frame.
   void DropLaterFrames() { DropFramesBehind(FrameToWrite()); }
   /// The same for a run that starts over.
   void DropAllFrames() { DropFramesBehind(std::numeric_limits<i32>::min()); }
 
-  /// Why a frame couldn't be written, the first time; empty if all were.
+  /// What ends the run: why a frame couldn't be written or played, the first time; empty if all
+  /// were.
   const std::string& Failure() const { return mFailure; }
   /// The scene says that a run goes on without what couldn't be written.
   bool GoesOnAfterFailure() const { return mGoesOn; }
@@ -82,10 +99,19 @@ class Cache_OperatorBase : public iObject {
   /// The frame whose file is read in a frame of the document, `fromStart` behind the first.
   i32 FileFrame(double fromStart, i32 frame) const;
   i32 FrameToWrite() const;
-  /// Opens the file to read; a file that is there but broken becomes a warning.
+  /// Opens the file to read. One that is there but can't be read is a failure, and one that is
+  /// missing where a recording has a hole or ends.
   bool OpenFrame(HyperFile& file);
+  /// Holds the origin of the file that is played against this run and what was played before;
+  /// false, with a failure, where it is of another simulation.
+  bool CheckOrigin(const HyperFile& file, const CacheOrigin& origin);
+  CacheOrigin OriginOfFrame() const;
+  void Spare(std::filesystem::path path) { mSpared = std::move(path); }
+  /// This file is never written: it holds what can't be read, or another simulation.
+  bool IsSpared(const std::filesystem::path& path) const { return path == mSpared; }
   void Warn(const std::string& text);
-  void FailWriting(const std::string& text);
+  /// A failure, or a warning where the scene says that the run goes on.
+  void Fail(const std::string& text);
 
   CacheName mFileName;
   bool mUseCustomFolder = false;
@@ -103,13 +129,19 @@ class Cache_OperatorBase : public iObject {
   i32 mCompression = 0;
   i32 mFormat = 0;
   i32 mNumbering = 0;  ///< of written files: 0 counts from the start, else the document's frame
+  CacheRun mRun;
+  std::vector<WrittenFile> mWritten;
 
  private:
   std::filesystem::path ReadFolder();
   bool MakeFolder();
   void DropFramesBehind(i32 last);
+  void TellMissing(const std::filesystem::path& path);
+  bool HasAnyFailed() const;
 
   bool mGoesOn = false;
+  u64 mPlayedSimulation = 0;  ///< fingerprint of the files that were played; 0 before the first
+  std::filesystem::path mSpared;
   bool mHasNoted = false;
   std::vector<i32> mOldFrames;  ///< of files that are older than the run
   std::string mFailure;

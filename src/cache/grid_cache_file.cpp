@@ -122,6 +122,12 @@ bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& 
   while (!file.AtEnd()) {
     i32 id, level;
     if (!file.ReadChunkStart(id, level)) return fail("its chunks are damaged");
+    if (id == kOriginChunk) {
+      if (!ReadOrigin(file, header.origin) || !file.ReadChunkEnd() || !file.AtEnd() ||
+          header.origin.objects.size() != header.chunks.size())
+        return fail("what it says of its origin is damaged");
+      break;
+    }
     const bool isEmpty = file.AtEnd();
     if (!file.SkipToEndChunk() || !file.ReadChunkEnd()) return fail("its chunks are damaged");
     header.chunks.push_back(isEmpty ? -1 : next++);

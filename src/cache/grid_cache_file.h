@@ -1,12 +1,14 @@
 // What stands in the file of a grid cache.
 //
 // Items in order: the scene's domain as a layout record; the number of headers; a header for each
-// object with a grid; for every object of the list a chunk with a block for each of its grids. The
-// file holds no names: a grid belongs to the object at its place in the list.
+// object with a grid; for every object of the list a chunk with a block for each of its grids; a
+// chunk that tells of its origin, with the names of the objects. In files without it a grid belongs
+// to the object at its place in the list.
 #pragma once
 #include <span>
 #include <vector>
 
+#include "cache/cache_origin.h"
 #include "cache/hyper_file.h"
 #include "grids/egrid.h"
 
@@ -29,6 +31,7 @@ struct GridCacheHeader {
   std::vector<StoredGrid> grids;
   /// For each chunk the index of its header, -1 for an empty one.
   std::vector<i32> chunks;
+  CacheOrigin origin;
 };
 
 /// All fields of a layout, in the order of the format.

@@ -115,6 +115,16 @@ GridCacher::Grids GridCacher::GridsOf(iBase& object) {
   return grids;
 }
 
+const char* GridCacher::UnitOf(const iBase& object) {
+  if (dynamic_cast<const iFluidSolver*>(&object)) return "m/s";
+  if (dynamic_cast<const VolumeBase*>(&object)) return "m";
+  switch (object.GetTypeId()) {
+    case kTypeLevelsetChannel: return "m";
+    case kTypeTemperatureChannel: return "K";
+    default: return "1";
+  }
+}
+
 bool GridCacher::Place(iBase& object, const StoredGrid& stored) {
   const auto place = [&](auto& channel) {
     channel.mCachedLayout = stored.layout;
@@ -149,7 +159,7 @@ void GridCacher::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE) || !IsDirty()) return;
   if (mScene->mStage == kSaveCache) {
     WriteFrame();
-    mPlayed.clear();
+    mPlayed = {};
   }
   if (mScene->mStage == kEmitters) ReadFrame();
 }
@@ -165,8 +175,9 @@ void GridCacher::WriteFrame() {
   std::vector<Grids> all;
   for (iObject* object : mObjects) all.push_back(GridsOf(*object));
   mFileName.BuildPath(path, FrameToWrite());
-  if (path == mPlayed && HoldsAll(all)) return;
-  if (!mFileName.OpenForWrite(file, FrameToWrite(), path)) return FailWriting(file.Error());
+  if (path == mPlayed.path && HoldsAll(all)) return mWritten.push_back(mPlayed);
+  if (IsSpared(path)) return;
+  if (!mFileName.OpenForWrite(file, FrameToWrite(), path)) return Fail(file.Error());
   WriteLayout(file, GetDomain());
   file.WriteLong(static_cast<i32>(
       std::count_if(all.begin(), all.end(), [](const Grids& grids) { return grids[0]; })));
@@ -181,18 +192,49 @@ void GridCacher::WriteFrame() {
                      mScene->mThreadCount);
     file.WriteChunkEnd();
   }
-  if (!file.Close()) return FailWriting(file.Error());
+  CacheOrigin origin = OriginOfFrame();
+  for (const iObject* object : mObjects) origin.objects.push_back({object->mName, UnitOf(*object)});
+  WriteOrigin(file, origin);
+  if (!file.Close()) return Fail(file.Error());
+  mWritten.push_back({path, file.Size(), file.Sum()});
   ++mRuns;
 }
 
 bool GridCacher::HoldsAll(const std::vector<Grids>& all) const {
   for (std::size_t i = 0; i < all.size(); ++i)
-    if (all[i][0] && mHeader.chunks[i] < 0) return false;
+    if (all[i][0] && (mChunks[i] < 0 || mHeader.chunks[mChunks[i]] < 0)) return false;
   return true;
 }
 
+void GridCacher::MatchObjects() {
+  const std::size_t count = mHeader.chunks.size();
+  const std::vector<StoredObject>& stored = mHeader.origin.objects;
+  mChunks.assign(mObjects.size(), -1);
+  std::vector<bool> isTaken(count);
+  const auto take = [&](std::size_t object, std::size_t chunk) {
+    mChunks[object] = static_cast<i32>(chunk);
+    isTaken[chunk] = true;
+  };
+  for (std::size_t i = 0; i < mObjects.size(); ++i)
+    for (std::size_t chunk = 0; chunk < stored.size() && mChunks[i] < 0; ++chunk)
+      if (!isTaken[chunk] && stored[chunk].name == mObjects[i]->mName) take(i, chunk);
+  for (std::size_t i = 0; i < mObjects.size(); ++i) {
+    if (mChunks[i] >= 0) continue;
+    const bool hasPlace = i < count && !isTaken[i];
+    if (hasPlace) take(i, i);
+    if (stored.empty()) continue;
+    Warn(hasPlace ? fmt::format("the recording has no \"{}\"; it plays \"{}\", which stands at its "
+                                "place in 'objects'",
+                                mObjects[i]->mName, stored[i].name)
+                  : fmt::format("the recording has no \"{}\"", mObjects[i]->mName));
+  }
+  if (stored.empty() && count != mObjects.size())
+    Warn(fmt::format("{}: it holds {} objects, 'objects' names {}", mFile->Name(), count,
+                     mObjects.size()));
+}
+
 bool GridCacher::PrepareLoad() {
-  mPlayed.clear();
+  mPlayed = {};
   mFile = std::make_unique<HyperFile>();
   std::string problem;
   const auto fail = [&](const char* reason) {
@@ -201,12 +243,34 @@ bool GridCacher::PrepareLoad() {
   };
   if (!OpenFrame(*mFile)) return fail("it has no file for the frame");
   if (!ReadGridCacheHeader(*mFile, mHeader, problem)) {
-    Warn(problem);
+    Spare(mFile->Name());
+    Fail(problem);
     return fail("its file can't be read");
   }
-  if (mHeader.chunks.size() != mObjects.size())
-    Warn(fmt::format("{}: it holds {} objects, 'objects' names {}", mFile->Name(),
-                     mHeader.chunks.size(), mObjects.size()));
+  if (!CheckOrigin(*mFile, mHeader.origin)) return fail("its file is of another simulation");
+  MatchObjects();
+  MoveStored();
+  for (std::size_t i = 0; i < mObjects.size(); ++i) {
+    if (mChunks[i] < 0 || mHeader.chunks[mChunks[i]] < 0) continue;
+    StoredGrid& stored = mHeader.grids[mHeader.chunks[mChunks[i]]];
+    if (!stored.isPresent) continue;
+    if (Place(*mObjects[i], stored)) {
+      const auto* scalar = dynamic_cast<const LevelField*>(mObjects[i]);
+      if (scalar && scalar->mKind != stored.kind)
+        Warn(
+            fmt::format("\"{}\" plays what another kind of field was recorded from; 'objects' has "
+                        "the order of the recording's own",
+                        mObjects[i]->mName));
+      continue;
+    }
+    Warn(fmt::format("{}: what stands at place {} doesn't fit \"{}\"", mFile->Name(),
+                     mChunks[i] + 1, mObjects[i]->mName));
+    stored.isPresent = false;
+  }
+  return true;
+}
+
+void GridCacher::MoveStored() {
   Matrix placement;
   mInterface.GetMatrix(placement);
   for (StoredGrid& stored : mHeader.grids) {
@@ -218,47 +282,35 @@ bool GridCacher::PrepareLoad() {
     Warn(mFile->Name() + ": a grid lies too far away");
     stored.isPresent = false;
   }
-  const std::size_t count = std::min(mHeader.chunks.size(), mObjects.size());
-  for (std::size_t i = 0; i < count; ++i) {
-    if (mHeader.chunks[i] < 0) continue;
-    StoredGrid& stored = mHeader.grids[mHeader.chunks[i]];
-    if (!stored.isPresent) continue;
-    if (Place(*mObjects[i], stored)) {
-      const auto* scalar = dynamic_cast<const LevelField*>(mObjects[i]);
-      if (scalar && scalar->mKind != stored.kind)
-        Warn(
-            fmt::format("\"{}\" plays what another kind of field was recorded from; 'objects' has "
-                        "the order of the recording's own",
-                        mObjects[i]->mName));
-      continue;
-    }
-    Warn(fmt::format("{}: what stands at place {} doesn't fit \"{}\"", mFile->Name(), i + 1,
-                     mObjects[i]->mName));
-    stored.isPresent = false;
-  }
-  return true;
 }
 
 void GridCacher::ReadFrame() {
   if (!mFile) return;
-  const std::size_t count = std::min(mHeader.chunks.size(), mObjects.size());
+  std::vector<iObject*> fed(mHeader.chunks.size(), nullptr);
   bool feedsAll = mHeader.chunks.size() == mObjects.size();
-  for (std::size_t i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i < mObjects.size(); ++i) {
+    if (mChunks[i] >= 0) {
+      fed[mChunks[i]] = mObjects[i];
+    } else {
+      feedsAll = false;
+    }
+  }
+  for (std::size_t chunk = 0; chunk < fed.size(); ++chunk) {
     i32 id, level;
     if (!mFile->ReadChunkStart(id, level)) break;
-    const i32 header = mHeader.chunks[i];
-    if (header >= 0) {
+    const i32 header = mHeader.chunks[chunk];
+    if (header >= 0 && fed[chunk]) {
       const StoredGrid& stored = mHeader.grids[header];
-      const bool isRead = stored.isPresent && ReadObject(*mObjects[i], stored);
+      const bool isRead = stored.isPresent && ReadObject(*fed[chunk], stored);
       if (stored.isPresent && !isRead)
-        Warn(fmt::format("{}: the samples of \"{}\" can't be read", mFile->Name(),
-                         mObjects[i]->mName));
+        Fail(fmt::format("{}: the samples of \"{}\" can't be read", mFile->Name(),
+                         fed[chunk]->mName));
       feedsAll = feedsAll && isRead;
     }
     if (!mFile->SkipToEndChunk() || !mFile->ReadChunkEnd()) break;
   }
-  if (!mFile->Error().empty()) Warn(mFile->Error());
-  if (feedsAll && mFile->Error().empty()) mPlayed = mFile->Name();
+  if (!mFile->Error().empty()) Fail(mFile->Error());
+  if (feedsAll && mFile->Error().empty()) mPlayed = {mFile->Name(), mFile->Size(), mFile->Sum()};
   mFile.reset();
 }
 

@@ -37,6 +37,8 @@ class GridCacher : public Cache_OperatorBase {
   static Grids GridsOf(iBase& object);
   /// Makes the object take the place of a stored grid in this frame.
   static bool Place(iBase& object, const StoredGrid& stored);
+  /// Of the values in an object's grids.
+  static const char* UnitOf(const iBase& object);
   void WriteFrame();
   /// The file that is played has what these grids of the objects would give another.
   bool HoldsAll(const std::vector<Grids>& all) const;
@@ -47,11 +49,17 @@ class GridCacher : public Cache_OperatorBase {
   void Resample(const EGrid<double>& source, EGrid<double>& target);
 
   i32 mResampleMode = 0;
+  /// Moves what is stored along with the node.
+  void MoveStored();
+  /// Finds for each object its chunk, by its name or where the file has none by its place.
+  void MatchObjects();
+
   /// The file of the frame that is played, from stage 0 until its data are read.
   std::unique_ptr<HyperFile> mFile;
   GridCacheHeader mHeader;
+  std::vector<i32> mChunks;  ///< of each object; -1 for none
   /// The file that feeds all objects in this frame, if one does.
-  std::filesystem::path mPlayed;
+  WrittenFile mPlayed;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

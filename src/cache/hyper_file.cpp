@@ -129,6 +129,7 @@ bool HyperFile::CheckFrame(u32 ident) {
   const std::string_view checked(data, mBytes.size() - kTrailer);
   if (Load<u64>(data + checked.size()) != ChecksumOf(checked))
     return Fail("it is damaged: its checksum doesn't fit");
+  mSum = ChecksumOf(mBytes);
   mAt = kHeader;
   mEnd = kHeader + body;
   return true;
@@ -153,8 +154,15 @@ void HyperFile::Start(u32 ident) {
 void HyperFile::Finish() {
   while (!mChunks.empty()) WriteChunkEnd();
   Patch(kBodyLengthAt, Size() - kHeader);
-  const u64 sum = ChecksumOfWritten();
+  Checksum before;
+  std::string last = AddWritten(before);
+  Checksum whole = before;
+  before.Add(last);
+  const u64 sum = before.Value();
   Append(&sum, sizeof sum);
+  last.append(reinterpret_cast<const char*>(&sum), sizeof sum);
+  whole.Add(last);
+  mSum = whole.Value();
   mWriting = false;
 }
 
@@ -235,19 +243,18 @@ void HyperFile::Patch(std::size_t at, u64 value) {
 }
 
 // Lengths are patched, so that the sum can't be taken while the bytes pass by.
-u64 HyperFile::ChecksumOfWritten() {
-  if (!mPart) return ChecksumOf(mBytes);
+std::string HyperFile::AddWritten(Checksum& sum) {
+  if (!mPart) return mBytes;
   Flush();
-  Checksum sum;
+  std::string piece;
   Try([&] {
-    std::string piece;
     for (std::size_t at = 0; at < mGone; at += piece.size()) {
+      sum.Add(piece);
       piece.resize(std::min(kGathered, mGone - at));
       mPart->Read(at, piece);
-      sum.Add(piece);
     }
   });
-  return sum.Value();
+  return piece;
 }
 
 void HyperFile::Put(Tag tag, const void* data, std::size_t bytes) {

@@ -16,6 +16,31 @@ class PartFile;
 
 namespace MELDO_GLOBAL {
 
+/// A checksum of 64 bits, taken piece by piece. A change of any one byte changes it.
+///
+/// Four lanes of words, each a multiplicative hash with a rotation, so that high bits reach low
+/// ones too (after Fowler, Noll, Vo: FNV-1a). Every step is one to one in the word and in the lane.
+class Checksum {
+ public:
+  static constexpr std::size_t kStep = 32;
+  /// Every piece but the last has a multiple of `kStep` bytes.
+  void Add(std::string_view bytes);
+  u64 Value() const;
+
+ private:
+  u64 mLanes[4] = {1, 2, 3, 4};
+  u64 mCount = 0;
+  std::string mRest;  ///< less than a step
+};
+u64 ChecksumOf(std::string_view bytes);
+
+/// A file that was written, as a list of them tells it.
+struct WrittenFile {
+  std::filesystem::path path;
+  u64 bytes = 0;
+  u64 sum = 0;  ///< `ChecksumOf` its bytes
+};
+
 /// Names a kind of file: four characters.
 constexpr u32 IdentOf(const char (&text)[5]) {
   u32 ident = 0;
@@ -68,6 +93,8 @@ class HyperFile {
   const std::string& Name() const { return mName; }
   /// The size of the file that was opened or written, bytes.
   std::size_t Size() const { return mGone + mBytes.size(); }
+  /// The checksum of the whole file that was opened or written, its own checksum included.
+  u64 Sum() const { return mSum; }
 
   void WriteLong(i32 value) { Put(kLong, &value, sizeof value); }
   void WriteLLong(i64 value) { Put(kLLong, &value, sizeof value); }
@@ -134,7 +161,8 @@ class HyperFile {
   /// Runs what may throw a FileError.
   template <class Work>
   void Try(Work&& work);
-  u64 ChecksumOfWritten();
+  /// Adds to the sum what was written, but for a last piece of it, which it answers.
+  std::string AddWritten(Checksum& sum);
   void Put(Tag tag, const void* data, std::size_t bytes);
   void PutCounted(Tag tag, const void* data, std::size_t bytes);
   bool Get(Tag tag, void* data, std::size_t bytes);
@@ -152,6 +180,7 @@ class HyperFile {
   std::unique_ptr<host::PartFile> mPart;  ///< of a file that is written, until it has its name
   std::size_t mGone = 0;  ///< bytes that `mBytes` no longer holds: they are in `mPart`
   std::string mBytes;
+  u64 mSum = 0;
   std::size_t mAt = 0;   ///< of the next item to read
   std::size_t mEnd = 0;  ///< of the body that is read
   /// Open chunks: of one that is written where its length stands, of one that is read its end.
@@ -163,23 +192,5 @@ class HyperFile {
 
 /// A whole file round items that are there as bytes: a header and checksum that fit.
 std::string FrameBody(u32 ident, std::string_view body);
-
-/// A checksum of 64 bits, taken piece by piece. A change of any one byte changes it.
-///
-/// Four lanes of words, each a multiplicative hash with a rotation, so that high bits reach low
-/// ones too (after Fowler, Noll, Vo: FNV-1a). Every step is one to one in the word and in the lane.
-class Checksum {
- public:
-  static constexpr std::size_t kStep = 32;
-  /// Every piece but the last has a multiple of `kStep` bytes.
-  void Add(std::string_view bytes);
-  u64 Value() const;
-
- private:
-  u64 mLanes[4] = {1, 2, 3, 4};
-  u64 mCount = 0;
-  std::string mRest;  ///< less than a step
-};
-u64 ChecksumOf(std::string_view bytes);
 
 }  // namespace MELDO_GLOBAL

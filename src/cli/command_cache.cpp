@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <iostream>
+#include <memory>
 
 #include "cache/cache_operator.h"
+#include "host/atomic_file.h"
 #include "host/exit_codes.h"
+#include "host/folder_lock.h"
 #include "run/simulation.h"
 #include "scene/scene_file.h"
 
@@ -57,6 +60,17 @@ void Delete(Cache_OperatorBase& cache, bool yes) {
   fmt::print("cache \"{}\": {} deleted\n", cache.mName, Files(info.fileCount));
 }
 
+/// What a run is about to write or play isn't deleted.
+std::unique_ptr<host::FolderLock> LockToDelete(const CacheOptions& options, const fs::path& out) {
+  std::error_code failed;
+  if (options.action != "delete" || !fs::is_directory(out, failed)) return {};
+  try {
+    return std::make_unique<host::FolderLock>(out, "cache delete");
+  } catch (const host::FileError& error) {
+    throw CommandError(kExitFile, error.what());
+  }
+}
+
 }  // namespace
 
 int RunCache(const CacheOptions& options) {
@@ -66,6 +80,7 @@ int RunCache(const CacheOptions& options) {
   if (!loaded) return kExitInvalidScene;
   const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;
   loaded->document->folder = CacheFolderOf(out).string();
+  const auto lock = LockToDelete(options, out);
   Simulation simulation(*loaded->document, loaded->servers, MachineMemory());
   bool any = false;
   for (const auto& scene : simulation.Scenes()) {

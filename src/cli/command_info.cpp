@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "cache/cache_folder.h"
+#include "cache/cache_operator.h"
 #include "cache/grid_cache_file.h"
 #include "host/atomic_file.h"
 #include "host/exit_codes.h"
@@ -133,30 +134,16 @@ void PrintVolumes(const fs::path& path) {
   }
 }
 
-/// Keeps caches from writing: who asks about a scene doesn't record it.
-void StopRecording(const host::BaseNode& parent) {
-  constexpr i32 kGridCacher = 1300098, kMode = 1001, kPlayBack = 0, kRecord = 1;
-  for (host::BaseNode* node : parent.Children()) {
-    StopRecording(*node);
-    const host::Value* mode = node->Type() == kGridCacher ? node->Get(kMode) : nullptr;
-    if (!mode) continue;
-    if (*mode == host::Value(kRecord)) {
-      node->SetEnabled(false);
-    } else {
-      node->Set(kMode, kPlayBack);
-    }
-  }
-}
-
 /// The sizes of a scene as they are behind its first frame.
 int PrintScene(const fs::path& path) {
   Diagnostics diagnostics;
   std::optional<LoadedScene> scene = LoadScene(path, diagnostics);
   diagnostics.Print();
   if (!scene) return kExitInvalidScene;
-  for (const host::BaseNode* server : scene->servers) StopRecording(*server);
   scene->document->folder = CacheFolderOf(fs::path("out") / path.stem()).string();
   Simulation simulation(*scene->document, scene->servers, MachineMemory());
+  // Who asks about a scene neither records it nor needs its recordings.
+  simulation.SetCacheRun({.mayRecord = false, .firstPlayed = 1, .lastPlayed = 0});
   const FrameRange range = simulation.Range();
   FrameRecord record;
   switch (simulation.Evaluate(range.first, record)) {

@@ -16,6 +16,7 @@
 #include "cli/command_nodes.h"
 #include "cli/command_render.h"
 #include "cli/command_run.h"
+#include "host/atomic_file.h"
 #include "host/exit_codes.h"
 #include "host/worker_pool.h"
 #include "scene/diagnostics.h"
@@ -25,6 +26,7 @@ namespace MELDO_GLOBAL::app {
 namespace {
 
 constexpr int kMostSamples = 65536;
+constexpr const char* kAllowOutsideHelp = "let the scene write files outside of the output folder";
 constexpr const char* kVersion = "sulva " SULVA_VERSION;
 
 /// The value of `--set` needs a node, a parameter and a value; what they mean is the scene's
@@ -46,7 +48,7 @@ struct Options {
   RenderOptions render;
   CacheOptions cache;
   CacheSetupOptions cacheSetup;
-  std::string frames, memory, size;
+  std::string frames, memory, size, checkpoint;
   std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile;
   bool json = false, schema = false, fix = false;
 };
@@ -65,12 +67,31 @@ CLI::App* AddRun(CLI::App& app, Options& o) {
       ->check(CheckOverride);
   run->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's")
       ->check(CheckGiven);
-  run->add_option("--checkpoint", o.run.checkpoint,
-                  "frames from one checkpoint to the next; 0 takes none")
+  run->add_option("--checkpoint", o.checkpoint,
+                  "frames, minutes or both from one checkpoint to the next, such as 20, 5m or\n"
+                  "20,5m; 0 takes none; by default 10,5m, as long as that costs less than 5 % of\n"
+                  "the run's time")
+      ->check(CheckGiven);
+  run->add_option("--keep", o.run.kept, "checkpoints that stay, the newest; 0 keeps all")
       ->check(CLI::Range(0, 1000000000))
       ->capture_default_str();
-  run->add_flag("--resume", o.run.resume,
-                "go on behind the newest checkpoint in the output folder");
+  CLI::Option* resume =
+      run->add_flag("--resume", o.run.resume,
+                    "go on behind the newest checkpoint in the output folder, or with --from\n"
+                    "behind one of another run, also with other parameters");
+  run->add_flag("--restart", o.run.restart,
+                "start at the first frame, whatever a run before has left in the output folder")
+      ->excludes(resume);
+  CLI::Option* out = run->get_option("--out");
+  CLI::Option* from =
+      run->add_option("--from", o.run.from, "frame behind which a run branches off into --out")
+          ->needs(resume)
+          ->needs(out);
+  run->add_option("--base", o.run.base,
+                  "output folder of the run that --from leaves; by default out/<name of the scene>")
+      ->needs(from)
+      ->check(CheckGiven);
+  run->add_flag("--allow-outside", o.run.allowOutside, kAllowOutsideHelp);
   run->add_flag("--quiet", o.run.quiet, "print nothing but errors");
   run->add_flag("--trace", o.run.trace,
                 "print a line for each object and stage that runs: frame substep stage object");
@@ -95,6 +116,9 @@ CLI::App* AddRender(CLI::App& app, Options& o) {
   render->add_flag("--exr", o.render.exr, "write OpenEXR files with layers beside the PNG files");
   render->add_flag("--cached", o.render.cached,
                    "play what caches hold, whatever their mode, and simulate nothing");
+  render->add_flag("--record", o.render.record,
+                   "let caches that record write what is simulated; by default they don't");
+  render->add_flag("--allow-outside", o.render.allowOutside, kAllowOutsideHelp);
   render->add_option("--threads", o.render.threads, "worker threads; by default all")
       ->check(CLI::Range(1, host::kMaxWorkers));
   render
@@ -216,6 +240,15 @@ void ReadFramesAndMemory(const Options& o, T& options) {
 
 int RunCommand(Options& o) {
   ReadFramesAndMemory(o, o.run);
+  if (!o.checkpoint.empty()) {
+    const auto plan = ParseCheckpoints(o.checkpoint);
+    if (!plan)
+      throw CommandError(kExitUsage,
+                         "--checkpoint: expected frames, minutes or both, such as 20, 5m or 20,5m, "
+                         "got '" +
+                             o.checkpoint + "'");
+    o.run.checkpoint = *plan;
+  }
   return RunScene(o.run);
 }
 
@@ -304,6 +337,7 @@ int FinishAnswer(int code) {
 }  // namespace
 
 int Main(int argc, char** argv) {
+  host::SettleStandardDescriptors();
   // A file beyond the system's limit is a failed write, not the end of the program.
   std::signal(SIGXFSZ, SIG_IGN);
   try {

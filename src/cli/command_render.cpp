@@ -5,9 +5,13 @@
 #include <chrono>
 #include <new>
 
+#include "cache/cache_operator.h"
 #include "grids/grid_memory.h"
+#include "host/atomic_file.h"
 #include "host/exit_codes.h"
+#include "host/folder_lock.h"
 #include "host/mesh_files.h"
+#include "host/output_guard.h"
 #include "host/polygon_object.h"
 #include "host/render_objects.h"
 #include "host/worker_pool.h"
@@ -61,6 +65,7 @@ class PictureRun {
         mSpec(*scene.render),
         mOut(out),
         mMemory(options.memory ? options.memory : MachineMemory()),
+        mRecords(options.record),
         mSimulation(MakeSimulation()),
         mSelected(SelectFrames(mSimulation->Range(), options.frames)),
         mProgress(mSimulation->Range().first, mSelected.last,
@@ -72,7 +77,7 @@ class PictureRun {
     mWasDrawn.resize(mMedia.size());
     mSteps.planned = mSelected.last - mFirst + 1;
     mPictures.planned = mSelected.last - mSelected.first + 1;
-    for (const std::string& file : mSpec.files) MakeFolder((mOut / file).parent_path());
+    HoldFolder(options.allowOutside);
   }
 
   int Execute() {
@@ -85,6 +90,9 @@ class PictureRun {
       mProgress.Error(error.what());
       code = error.code;
     } catch (const host::MeshFileError& error) {
+      mProgress.Error(error.what());
+      code = kExitFile;
+    } catch (const host::FileError& error) {
       mProgress.Error(error.what());
       code = kExitFile;
     } catch (const std::bad_alloc&) {
@@ -101,7 +109,18 @@ class PictureRun {
 
  private:
   std::unique_ptr<Simulation> MakeSimulation() const {
-    return std::make_unique<Simulation>(*mScene.document, mScene.servers, mMemory);
+    auto simulation = std::make_unique<Simulation>(*mScene.document, mScene.servers, mMemory);
+    simulation->SetCacheRun({.simulation = mScene.simulation, .mayRecord = mRecords});
+    return simulation;
+  }
+
+  /// Pictures are whole files of names of their own: several renders, and a run beside them, may
+  /// share a folder. Recordings aren't.
+  void HoldFolder(bool allowOutside) {
+    MakeFolder(mOut);
+    if (mRecords) mLock.emplace(mOut, "render --record");
+    mGuard.emplace(mOut, allowOutside);
+    for (const std::string& file : mSpec.files) MakeFolder((mOut / file).parent_path());
   }
 
   /// The first frame to evaluate: what caches play or a checkpoint holds isn't simulated again.
@@ -109,6 +128,11 @@ class PictureRun {
     if (PlayRecordedFrames(*mSimulation, FieldsOfMaterials(), mSelected, cached)) {
       mProgress.Note("frames play from caches");
       mStartsAnywhere = true;
+      // The frame in which the scene settles need not be recorded.
+      mSimulation->SetCacheRun({.simulation = mScene.simulation,
+                                .mayRecord = false,
+                                .firstPlayed = mSelected.first,
+                                .lastPlayed = mSelected.last});
       return mSelected.first;
     }
     if (cached)
@@ -125,8 +149,8 @@ class PictureRun {
   /// The frame of the newest checkpoint before the pictures. A run that records goes through all
   /// frames: what it recorded beyond a checkpoint would be lost otherwise.
   std::optional<i32> RestoreCheckpoint() {
-    if (HasRecordingCache(*mSimulation)) return {};
-    const Checkpoints checkpoints(mOut / "checkpoints", mScene.fingerprint, 0);
+    if (mRecords && HasRecordingCache(*mSimulation)) return {};
+    const Checkpoints checkpoints(mOut / "checkpoints", mScene.fingerprint, {});
     try {
       const auto state = checkpoints.RestoreUpTo(mSelected.first - 1, *mSimulation);
       if (state) return state->frame;
@@ -266,6 +290,9 @@ class PictureRun {
   const RenderSpec& mSpec;
   const fs::path mOut;
   const u64 mMemory;
+  const bool mRecords;
+  std::optional<host::FolderLock> mLock;
+  std::optional<host::OutputGuard> mGuard;
   std::unique_ptr<Simulation> mSimulation;
   const FrameRange mSelected;
   Progress mProgress;
@@ -309,7 +336,11 @@ int RenderScene(const RenderOptions& options) {
   const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;
   scene->document->folder = CacheFolderOf(out).string();
   WakeRenderCaches(*scene->document);
-  return PictureRun(*scene, options, out).Execute();
+  try {
+    return PictureRun(*scene, options, out).Execute();
+  } catch (const host::FileError& error) {
+    throw CommandError(kExitFile, error.what());
+  }
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -4,18 +4,25 @@
 
 #include <chrono>
 #include <new>
+#include <set>
 
+#include "cache/cache_operator.h"
 #include "host/atomic_file.h"
 #include "host/exit_codes.h"
+#include "host/folder_lock.h"
 #include "host/mesh_files.h"
+#include "host/output_guard.h"
 #include "host/worker_pool.h"
 #include "io/exporter.h"
 #include "io/measure.h"
 #include "io/solver_info.h"
 #include "io/statistics.h"
 #include "run/checkpoint.h"
+#include "run/manifest.h"
 #include "run/progress.h"
+#include "run/run_history.h"
 #include "run/simulation.h"
+#include "scene/atomic_file.h"
 #include "scene/node_names.h"
 #include "scene/scene_file.h"
 
@@ -25,23 +32,40 @@ namespace fs = std::filesystem;
 
 namespace {
 
+fs::path DefaultOut(const RunOptions& options) { return fs::path("out") / options.scene.stem(); }
+
+/// The folder of a run, made and held as long as the run lives.
+struct HeldFolder {
+  HeldFolder(const fs::path& out, bool allowOutside)
+      : isMade((MakeFolder(out), true)), lock(out, "run"), guard(out, allowOutside) {}
+  bool isMade;
+  host::FolderLock lock;
+  host::OutputGuard guard;
+};
+
 /// One run of a scene, from the first frame to the last line of the statistics.
 class Run {
  public:
   Run(LoadedScene& scene, const RunOptions& options, const fs::path& out)
       : mOptions(options),
+        mScene(scene),
         mOut(out),
         mSimulation(*scene.document, scene.servers,
                     options.memory ? options.memory : MachineMemory()),
         mSelected(SelectFrames(mSimulation.Range(), options.frames)),
+        mFolder(out, options.allowOutside),
         mProgress(mSimulation.Range().first, mSelected.last,
                   options.quiet ? ProgressStyle::Quiet : StyleOfStandardError()),
         mNames(*scene.document, NodeNames::Among::SameList),
         mExporter(scene.exports, out),
-        mCheckpoints(out / "checkpoints", scene.fingerprint, options.checkpoint),
-        mResumed(Resume()),
-        mStatistics(out / "stats.jsonl", mResumed ? mResumed->framesWritten : 0),
-        mFramesWritten(mResumed ? mResumed->framesWritten : 0) {
+        mStatistics(out / "stats.jsonl"),
+        mManifest(out),
+        mCheckpoints(out / "checkpoints", scene.fingerprint, options.checkpoint, options.kept,
+                     [this] { SyncLogs(); }) {
+    if (!mFolder.lock.Warning().empty()) mProgress.Note("warning: " + mFolder.lock.Warning());
+    mSimulation.SetCacheRun({.simulation = scene.simulation});
+    mResumed = Begin();
+    if (mResumed) mFramesWritten = mResumed->framesWritten;
     if (options.trace) mSimulation.PrintTrace();
   }
 
@@ -65,7 +89,8 @@ class Run {
     }
     if (code == kExitInterrupted || code == kExitFile || code == kExitMemory) KeepNewestState();
     const std::chrono::duration<double> wall = Clock::now() - start;
-    mStatistics.WriteSummary(mFramesWritten, wall.count(), code);
+    mStatistics.WriteSummary(mStatistics.Count(mFramesWritten), wall.count(), code);
+    code = EndManifest(code);
     PrintWarnings();
     if (code == kExitDone)
       mProgress.Note(fmt::format("done: {} frame{} in {}, written to {}", mFramesWritten,
@@ -77,18 +102,62 @@ class Run {
  private:
   using Clock = std::chrono::steady_clock;
 
-  /// The checkpoint that the run goes on behind; without one it starts at the first frame.
+  ManifestHead Head() const {
+    return {SULVA_VERSION, ScenePathOf(mScene), mScene.fingerprint, mScene.simulation,
+            mOptions.from};
+  }
+
+  /// The state that the run goes on behind; without one it starts at the first frame.
+  std::optional<RunState> Begin() {
+    if (mOptions.from) return Branch();
+    if (mOptions.resume) return Resume();
+    StartOver();
+    mCheckpoints.Start(mSimulation);
+    TellCheckpoints();
+    return {};
+  }
+
+  void StartOver() {
+    const FolderUse use{mOut, mOptions.out.empty(), mOptions.restart};
+    if (const std::string note = CheckBeforeStart(use, mScene, mCheckpoints); !note.empty())
+      mProgress.Note("note: " + note);
+    // States that were written beside stay until this run has its own.
+    host::RemoveParts(mOut, "checkpoints");
+    mManifest.Start(Head());
+  }
+
   std::optional<RunState> Resume() {
-    if (!mOptions.resume) {
-      mCheckpoints.Start(mSimulation);
-      return {};
-    }
-    host::RemoveParts(mOut);
+    const std::optional<ManifestContent> manifest = ReadManifest(mOut);
     std::vector<std::string> notes;
-    const std::optional<RunState> state = mCheckpoints.Restore(mSimulation, notes);
+    const auto check = [&](const RunState& state) {
+      if (manifest) CheckFiles(mOut, *manifest, state.frame, mSimulation, notes);
+    };
+    const std::optional<RunState> state = mCheckpoints.Restore(mSimulation, manifest, check, notes);
+    host::RemoveParts(mOut);
+    if (state) {
+      mManifest.GoOn(Head(), state->frame);
+      mStatistics.GoOn(state->frame, state->framesWritten);
+    } else {
+      mManifest.Start(Head());
+    }
     for (const std::string& note : notes) mProgress.Note("warning: " + note);
     mProgress.Note(state ? fmt::format("going on behind frame {}", state->frame)
                          : "no checkpoint to go on from: starting at the first frame");
+    return state;
+  }
+
+  RunState Branch() {
+    const fs::path base = mOptions.base.empty() ? DefaultOut(mOptions) : mOptions.base;
+    std::error_code failed;
+    if (fs::equivalent(base, mOut, failed))
+      throw CommandError(kExitUsage,
+                         "--from: a run branches into another folder than its own; "
+                         "name it with --out");
+    StartOver();
+    const RunState state = mCheckpoints.Branch(base / "checkpoints", *mOptions.from, mSimulation);
+    TellCheckpoints();
+    mProgress.Note(
+        fmt::format("going on behind frame {} of the run in {}", state.frame, base.string()));
     return state;
   }
 
@@ -104,6 +173,7 @@ class Run {
           mProgress.Note(fmt::format("interrupted in frame {}", frame));
           return kExitInterrupted;
         case FrameOutcome::FileFailure:
+          mFolder.guard.CheckSame();
           mProgress.Error(mSimulation.FileFailure());
           return kExitFile;
         case FrameOutcome::OutOfMemory:
@@ -117,15 +187,59 @@ class Run {
         mProgress.Error(fmt::format("frame {}: {} is no longer finite", frame, broken));
         return kExitNonFinite;
       }
-      if (mSelected.Contains(frame)) {
-        mExporter.Write(frame, mSimulation.Scenes());
-        mStatistics.WriteFrame(record);
-        ++mFramesWritten;
-      }
-      mCheckpoints.FrameDone({frame, mFramesWritten}, mSimulation);
-      mProgress.EndFrame(record);
+      FinishFrame(frame, record);
     }
     return kExitDone;
+  }
+
+  void FinishFrame(i32 frame, const FrameRecord& record) {
+    // Without exports nothing else would notice.
+    mFolder.guard.CheckSame();
+    std::vector<WrittenFile> files = mSimulation.TakeWritten();
+    if (mSelected.Contains(frame)) {
+      for (WrittenFile& file : mExporter.Write(frame, mSimulation.Scenes()))
+        files.push_back(std::move(file));
+      mStatistics.WriteFrame(record);
+      ++mFramesWritten;
+    }
+    mManifest.Add(frame, files);
+    mCheckpoints.FrameDone({frame, mFramesWritten}, mSimulation);
+    TellCheckpoints();
+    mProgress.EndFrame(record);
+  }
+
+  /// Before a checkpoint gets its name.
+  void SyncLogs() {
+    mStatistics.Sync();
+    try {
+      mManifest.Sync();
+    } catch (const host::FileError& error) {
+      mProgress.Note(fmt::format("warning: {}", error.what()));
+    }
+  }
+
+  /// A checkpoint that can't be written costs time, not results.
+  void TellCheckpoints() {
+    const std::string warning = mCheckpoints.TakeWarning();
+    if (!warning.empty() && mToldWarnings.insert(warning).second)
+      mProgress.Note(fmt::format("warning: no checkpoint: {}", warning));
+  }
+
+  /// A run that wrote nothing leaves the list of what was there as it was.
+  int EndManifest(int code) {
+    try {
+      mFolder.guard.CheckSame();
+      if (code != kExitDone && mFramesWritten == 0 && mSimulation.TakeWritten().empty() &&
+          mManifest.GiveBack())
+        return code;
+      mManifest.End({mSelected.first, mSelected.last, code});
+    } catch (const host::FileError& error) {
+      if (code == kExitDone) {
+        mProgress.Error(error.what());
+        return kExitFile;
+      }
+    }
+    return code;
   }
 
   void DescribeScenes() {
@@ -140,24 +254,28 @@ class Run {
   void KeepNewestState() {
     if (const std::optional<i32> kept = mCheckpoints.WriteNewest())
       mProgress.Note(fmt::format("--resume goes on behind frame {}", *kept));
+    TellCheckpoints();
   }
 
   void PrintWarnings() {
     for (const std::string& warning : mSimulation.Warnings()) mProgress.Note("warning: " + warning);
-    for (const std::string& warning : {mStatistics.Warning(), mCheckpoints.Warning()})
-      if (!warning.empty()) mProgress.Note("warning: " + warning);
+    if (!mStatistics.Warning().empty()) mProgress.Note("warning: " + mStatistics.Warning());
   }
 
   const RunOptions& mOptions;
+  const LoadedScene& mScene;
   const fs::path mOut;
   Simulation mSimulation;
   const FrameRange mSelected;
+  const HeldFolder mFolder;
   Progress mProgress;
   const NodeNames mNames;
   const Exporter mExporter;
-  Checkpoints mCheckpoints;
-  const std::optional<RunState> mResumed;
   StatisticsFile mStatistics;
+  Manifest mManifest;
+  Checkpoints mCheckpoints;
+  std::optional<RunState> mResumed;
+  std::set<std::string> mToldWarnings;
   i32 mFramesWritten = 0;
 };
 
@@ -170,9 +288,13 @@ int RunScene(const RunOptions& options) {
   std::optional<LoadedScene> scene = LoadScene(options.scene, diagnostics, options.overrides);
   if (!options.quiet || !scene) diagnostics.Print();
   if (!scene) return kExitInvalidScene;
-  const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;
+  const fs::path out = options.out.empty() ? DefaultOut(options) : options.out;
   scene->document->folder = CacheFolderOf(out).string();
-  return Run(*scene, options, out).Execute();
+  try {
+    return Run(*scene, options, out).Execute();
+  } catch (const host::FileError& error) {
+    throw CommandError(kExitFile, error.what());
+  }
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -1,6 +1,7 @@
 // `sulva run`: simulates a scene.
 #pragma once
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,9 +17,14 @@ struct RunOptions {
   std::vector<std::string> overrides;
   bool quiet = false;
   bool trace = false;
-  u64 memory = 0;       ///< bytes; 0 takes the machine's
-  i32 checkpoint = 10;  ///< frames from one checkpoint to the next; 0 takes none
+  u64 memory = 0;  ///< bytes; 0 takes what is free
+  CheckpointPlan checkpoint;
+  i32 kept = 2;  ///< checkpoints that stay; 0 keeps all
   bool resume = false;
+  bool restart = false;
+  std::optional<i32> from;     ///< with resume: the frame behind which a run in `base` is left
+  std::filesystem::path base;  ///< empty for out/<name of the scene file>
+  bool allowOutside = false;   ///< files may be written outside of `out`
 };
 
 /// Runs a scene and answers the exit code. Writes statistics and exports under `out`.

@@ -150,12 +150,16 @@ Exporter::Exporter(std::vector<ExportSpec> exports, fs::path folder)
   if (!mExports.empty()) MakeFolder(mFolder);
 }
 
-void Exporter::Write(i32 frame, const Scenes& scenes) const {
+std::vector<WrittenFile> Exporter::Write(i32 frame, const Scenes& scenes) const {
+  std::vector<WrittenFile> written;
   for (const ExportSpec& spec : mExports) {
     const std::string bytes =
         spec.format == "vdb" ? EncodeVolumes(spec, scenes) : EncodePicture(spec, scenes);
-    WriteFileAtomically(mFolder / host::FrameFileName(spec.file, frame), bytes);
+    const fs::path path = mFolder / host::FrameFileName(spec.file, frame);
+    WriteFileAtomically(path, bytes);
+    written.push_back({path, bytes.size(), ChecksumOf(bytes)});
   }
+  return written;
 }
 
 std::string Exporter::EncodeVolumes(const ExportSpec& spec, const Scenes& scenes) const {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cache/hyper_file.h"
 #include "framework/scene.h"
 #include "io/field.h"
 #include "io/png_preview.h"
@@ -21,8 +22,8 @@ class Exporter {
   /// made.
   Exporter(std::vector<ExportSpec> exports, std::filesystem::path folder);
 
-  /// Throws CommandError where a file can't be written.
-  void Write(i32 frame, const Scenes& scenes) const;
+  /// The files that were written. Throws CommandError where one can't be.
+  std::vector<WrittenFile> Write(i32 frame, const Scenes& scenes) const;
 
  private:
   std::string EncodeVolumes(const ExportSpec& spec, const Scenes& scenes) const;

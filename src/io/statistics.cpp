@@ -2,10 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-
+#include "host/atomic_file.h"
 #include "io/json_line.h"
 
 namespace MELDO_GLOBAL::app {
@@ -54,18 +51,6 @@ void FormatSolver(JsonLine& json, const SolverRecord& solver) {
   json.Close(']').Close('}');
 }
 
-/// The first lines of a file: how many are whole, at most `most`, and their bytes.
-struct FirstLines {
-  i32 count = 0;
-  u64 bytes = 0;
-
-  FirstLines(const std::filesystem::path& path, i32 most) {
-    std::ifstream file(path, std::ios::binary);
-    for (std::string line; count < most && std::getline(file, line) && !file.eof(); ++count)
-      bytes += line.size() + 1;
-  }
-};
-
 }  // namespace
 
 std::string FormatFrame(const FrameRecord& record) {
@@ -95,41 +80,51 @@ std::string FormatSummary(i32 frames, double wallSeconds, int exitCode) {
   return json.Close('}').Close('}').Str();
 }
 
-StatisticsFile::StatisticsFile(std::filesystem::path path, i32 keep) : mPath(std::move(path)) {
-  std::error_code ignored;  // opening the file tells it too
-  if (mPath.has_parent_path()) std::filesystem::create_directories(mPath.parent_path(), ignored);
-  const FirstLines kept(mPath, keep);
-  if (kept.bytes > 0) std::filesystem::resize_file(mPath, kept.bytes, ignored);
-  mFile.reset(std::fopen(mPath.c_str(), kept.bytes > 0 ? "ae" : "we"));
-  if (!mFile) {
-    Fail();
-    return;
+template <class Work>
+void StatisticsFile::Try(Work&& work) {
+  if (mHasFailed) return;
+  try {
+    work();
+  } catch (const host::FileError& error) {
+    mHasFailed = true;
+    mWarning = fmt::format("{} isn't whole: {}", mLog.Path().string(), error.what());
   }
-  mWritten = kept.bytes;
-  if (kept.count < keep)
-    mWarning = fmt::format("{} has {} of the {} frames that the run had written before",
-                           mPath.string(), kept.count, keep);
 }
 
-void StatisticsFile::Fail() {
-  mWarning = "cannot write the statistics to " + mPath.string() + ": " + std::strerror(errno);
-  mFile.reset();
+void StatisticsFile::GoOn(i32 frame, i32 expected) {
+  Try([&] {
+    mIsOurs = mLog.GoOn();
+    const i32 there = mIsOurs ? mLog.CountUpTo(frame) : 0;
+    if (there < expected)
+      mWarning = fmt::format("{} has {} of the {} frames that the run had written before",
+                             mLog.Path().string(), there, expected);
+  });
 }
 
-void StatisticsFile::WriteLine(const std::string& line) {
-  if (!mFile) return;
-  errno = 0;
-  std::fwrite(line.data(), 1, line.size(), mFile.get());
-  std::fputc('\n', mFile.get());
-  if (std::fflush(mFile.get()) == 0) {
-    mWritten += line.size() + 1;
+void StatisticsFile::StartIfNew() {
+  if (!mIsOurs) mLog.Start({});
+  mIsOurs = true;
+}
+
+void StatisticsFile::WriteFrame(const FrameRecord& record) {
+  Try([&] {
+    StartIfNew();
+    if (!mLog.Has(record.frame)) mLog.Put(record.frame, FormatFrame(record));
+  });
+}
+
+void StatisticsFile::WriteSummary(i32 frames, double wallSeconds, int exitCode) {
+  std::error_code failed;
+  if (!mIsOurs && frames == 0 && std::filesystem::exists(mLog.Path(), failed) && exitCode != 0)
     return;
-  }
-  Fail();
-  // A line is there whole or not at all.
-  std::error_code ignored;
-  if (std::filesystem::is_regular_file(mPath, ignored))
-    std::filesystem::resize_file(mPath, mWritten, ignored);
+  Try([&] {
+    StartIfNew();
+    mLog.Finish(FormatSummary(frames, wallSeconds, exitCode));
+  });
+}
+
+void StatisticsFile::Sync() {
+  Try([&] { mLog.Sync(); });
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -1,10 +1,9 @@
 // stats.jsonl: one JSON object a frame and a summary at the end.
 #pragma once
-#include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <string>
 
+#include "io/frame_log.h"
 #include "io/frame_record.h"
 
 namespace MELDO_GLOBAL::app {
@@ -14,30 +13,33 @@ std::string FormatFrame(const FrameRecord& record);
 /// The last line, without the newline.
 std::string FormatSummary(i32 frames, double wallSeconds, int exitCode);
 
-/// Appends lines to the statistics file as frames are done, each flushed at once. A file that can't
-/// be written is told once, as a warning, and never ends a run.
+/// The statistics file, to which lines are added as frames are done, each at once. A file that
+/// can't be written is told once, as a warning, and never ends a run. What an earlier run left
+/// stays until there is a frame to write.
 class StatisticsFile {
  public:
-  /// Goes on behind the first `keep` lines of the file, which drops the rest; a file with fewer is
-  /// a warning. Makes its folder.
-  explicit StatisticsFile(std::filesystem::path path, i32 keep = 0);
-  void WriteFrame(const FrameRecord& record) { WriteLine(FormatFrame(record)); }
-  void WriteSummary(i32 frames, double wallSeconds, int exitCode) {
-    WriteLine(FormatSummary(frames, wallSeconds, exitCode));
-  }
+  explicit StatisticsFile(std::filesystem::path path) : mLog(std::move(path)) {}
+  /// Goes on behind a frame, up to which the run wrote `expected` lines; fewer are a warning. Lines
+  /// of later frames stay, since those frames would give the same ones.
+  void GoOn(i32 frame, i32 expected);
+  void WriteFrame(const FrameRecord& record);
+  void WriteSummary(i32 frames, double wallSeconds, int exitCode);
+  /// Flushes it to the disk.
+  void Sync();
+  /// The frames that the file tells of, as long as it could be written; else `frames`.
+  i32 Count(i32 frames) const { return mWarning.empty() && mIsOurs ? mLog.Count() : frames; }
   /// What went wrong, as a warning; empty when all was written.
   const std::string& Warning() const { return mWarning; }
 
  private:
-  struct Close {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-  };
-  void WriteLine(const std::string& line);
-  void Fail();
+  /// Runs what may throw a FileError; nothing behind a failure.
+  template <class Work>
+  void Try(Work&& work);
+  void StartIfNew();
 
-  std::filesystem::path mPath;
-  std::unique_ptr<std::FILE, Close> mFile;
-  u64 mWritten = 0;  ///< bytes of whole lines
+  FrameLog mLog;
+  bool mIsOurs = false;  ///< no longer an earlier run's
+  bool mHasFailed = false;
   std::string mWarning;
 };
 

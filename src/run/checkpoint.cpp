@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <tuple>
 
 #include "cache/cache_operator.h"
 #include "cache/state_file.h"
@@ -19,7 +20,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kSuffix = ".checkpoint";
-constexpr std::size_t kKept = 2;
 // States are taken into memory for at most this share of a run's time.
 constexpr double kMostShare = 0.02;
 
@@ -45,23 +45,27 @@ bool ReadCheckpointHeader(HyperFile& file, CheckpointHeader& header) {
   return true;
 }
 
-Checkpoints::Checkpoints(fs::path folder, u64 scene, i32 every)
-    : mFolder(std::move(folder)), mScene(scene), mEvery(every) {}
+Checkpoints::Checkpoints(fs::path folder, u64 scene, const CheckpointPlan& plan, i32 kept,
+                         Sync sync)
+    : mFolder(std::move(folder)), mScene(scene), mPlan(plan), mKept(kept), mSync(std::move(sync)) {}
 
 std::vector<Checkpoints::Found> Checkpoints::List() const {
   std::vector<Found> found;
   std::error_code failed;
   for (fs::directory_iterator entry(mFolder, failed), end; !failed && entry != end;
        entry.increment(failed)) {
-    if (entry->path().extension() != kSuffix) continue;
-    const std::string stem = entry->path().stem().string();
+    const fs::path whole = host::NameOfPart(entry->path());
+    const fs::path& name = whole.empty() ? entry->path() : whole;
+    if (name.extension() != kSuffix) continue;
+    const std::string stem = name.stem().string();
     i32 frame = 0;
     const auto [rest, error] = std::from_chars(stem.data(), stem.data() + stem.size(), frame);
     if (error == std::errc() && rest == stem.data() + stem.size())
-      found.push_back({frame, entry->path()});
+      found.push_back({frame, !whole.empty(), entry->path()});
   }
-  std::sort(found.begin(), found.end(),
-            [](const Found& a, const Found& b) { return a.frame > b.frame; });
+  std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) {
+    return std::tie(b.frame, a.isPart, a.path) < std::tie(a.frame, b.isPart, b.path);
+  });
   return found;
 }
 
@@ -69,18 +73,18 @@ fs::path Checkpoints::StartPath() const {
   return mFolder / fmt::format("{}{}", kStartCheckpoint, kSuffix);
 }
 
+fs::path Checkpoints::PathOf(i32 frame) const {
+  return mFolder / fmt::format("{:05}{}", frame, kSuffix);
+}
+
 void Checkpoints::Start(Simulation& simulation) {
-  host::RemoveParts(mFolder);
-  std::error_code ignored;
-  for (const Found& found : List()) fs::remove(found.path, ignored);
-  fs::remove(StartPath(), ignored);
   bool any = false;
   for (const auto& scene : simulation.Scenes()) scene->Synchronise(scene->GetDocument());
   simulation.ForEachCache([&](Cache_OperatorBase& cache) {
     cache.ReadParameters();
     any = cache.NoteOldFiles() || any;
   });
-  if (!any || mEvery <= 0) return;
+  if (!any || mPlan.IsOff()) return;
   HyperFile file;
   file.Open(kCheckpointIdent, StartPath(), HyperFile::Mode::kWrite);
   WriteCheckpointHeader(file, {SULVA_VERSION, mScene, {simulation.Range().first - 1, 0}});
@@ -104,13 +108,16 @@ void Checkpoints::RestoreStart(Simulation& simulation) {
 }
 
 std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
-                                             std::vector<std::string>& notes) {
-  host::RemoveParts(mFolder);
+                                             const std::optional<ManifestContent>& manifest,
+                                             const Check& check, std::vector<std::string>& notes) {
+  // What lies here and isn't of the run that the manifest tells of was left by one before it.
+  const bool isSame = manifest && manifest->head.fingerprint == mScene;
   std::vector<fs::path> damaged;
   for (const Found& found : List()) {
     HyperFile file;
     CheckpointHeader header;
     if (!file.Open(kCheckpointIdent, found.path, HyperFile::Mode::kRead)) {
+      if (found.isPart) continue;
       // What may be whole isn't passed over: the run would write over all that it stands for.
       if (file.FaultFound() != HyperFile::Fault::kDamaged)
         throw CommandError(kExitFile, "can't go on: " + file.Error());
@@ -120,19 +127,30 @@ std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
     }
     const auto refuse = [&](const std::string& why) {
       throw CommandError(kExitFile,
-                         fmt::format("{}: can't go on from it: {}", found.path.string(), why));
+                         fmt::format("{}: can't go on from it: {}; --restart starts over",
+                                     found.path.string(), why));
     };
-    if (!ReadCheckpointHeader(file, header)) refuse("another build of sulva wrote it");
+    const bool isRead = ReadCheckpointHeader(file, header);
+    if (isSame && (!isRead || header.scene != mScene || !manifest->Covers(header.run.frame)))
+      continue;
+    if (!isRead) refuse("another build of sulva wrote it");
     if (header.version != SULVA_VERSION)
       refuse(fmt::format("sulva {} wrote it, this is {}", header.version, SULVA_VERSION));
     if (header.scene != mScene)
       refuse("the scene, its meshes or --set are others than those of the run that wrote it");
+    if (manifest && !isSame)
+      refuse(fmt::format("{} has run in this folder since", manifest->head.scene));
+    if (check) check(header.run);
     StateReader reader(file, host::ThreadCount());
     simulation.Persist(reader, header.run.frame);
     if (!reader.IsGood()) refuse(reader.Problem());
     simulation.ForEachCache([](Cache_OperatorBase& cache) { cache.DropLaterFrames(); });
-    mWrittenFrame = header.run.frame;
     std::error_code ignored;
+    if (found.isPart) fs::rename(found.path, PathOf(header.run.frame), ignored);
+    for (const Found& other : List())
+      if (!other.isPart && other.frame <= header.run.frame &&
+          (!manifest || manifest->Covers(other.frame)))
+        mOwn.insert(other.frame);
     for (const fs::path& path : damaged) fs::remove(path, ignored);
     return header.run;
   }
@@ -143,7 +161,7 @@ std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
 
 std::optional<RunState> Checkpoints::RestoreUpTo(i32 last, Simulation& simulation) const {
   for (const Found& found : List()) {
-    if (found.frame > last) continue;
+    if (found.isPart || found.frame > last) continue;
     HyperFile file;
     CheckpointHeader header;
     if (!file.Open(kCheckpointIdent, found.path, HyperFile::Mode::kRead) ||
@@ -159,16 +177,54 @@ std::optional<RunState> Checkpoints::RestoreUpTo(i32 last, Simulation& simulatio
   return {};
 }
 
-void Checkpoints::FrameDone(const RunState& run, Simulation& simulation) {
-  if (mEvery <= 0) return;
-  ++mFramesSince;
-  // Where an interrupt has come between two frames, nothing is lost.
-  const bool isDue = mFramesSince >= mEvery || host::MainThread().TestBreak();
-  if (!isDue && SecondsSince(mTaken) * kMostShare < mCost) return;
-  Take(run, simulation);
-  if (!isDue) return;
-  mFramesSince = 0;
+RunState Checkpoints::Branch(const fs::path& from, i32 frame, Simulation& simulation) {
+  const Checkpoints source(from, 0, {});
+  HyperFile file;
+  CheckpointHeader header;
+  const fs::path path = source.PathOf(frame);
+  std::error_code failed;
+  if (!fs::exists(path, failed)) {
+    std::string there;
+    for (const Found& found : source.List())
+      if (!found.isPart) there += fmt::format("{}{}", there.empty() ? "" : ", ", found.frame);
+    throw CommandError(
+        kExitFile,
+        fmt::format("--from {}: {} has no checkpoint behind that frame; {}", frame, from.string(),
+                    there.empty() ? "it has none" : "there are those behind the frames " + there));
+  }
+  const auto refuse = [&](const std::string& why) {
+    throw CommandError(kExitFile, fmt::format("{}: can't go on from it: {}", path.string(), why));
+  };
+  if (!file.Open(kCheckpointIdent, path, HyperFile::Mode::kRead))
+    throw CommandError(kExitFile, file.Error());
+  if (!ReadCheckpointHeader(file, header) || header.version != SULVA_VERSION)
+    refuse("another build of sulva wrote it");
+  StateReader reader(file, host::ThreadCount());
+  simulation.Persist(reader, frame);
+  if (!reader.IsGood()) refuse(reader.Problem());
+  simulation.ForEachCache([](Cache_OperatorBase& cache) { cache.ForgetOldFiles(); });
+  Start(simulation);
+  const RunState state{frame, 0};
+  Take(state, simulation);
   Write();
+  return state;
+}
+
+bool Checkpoints::IsAffordable() const {
+  return mPlan.mostShare >= 1 ||
+         mSpent + mTakeCost + mWriteCost <= mPlan.mostShare * SecondsSince(mStart);
+}
+
+void Checkpoints::FrameDone(const RunState& run, Simulation& simulation) {
+  if (mPlan.IsOff()) return;
+  ++mFramesSince;
+  const bool isWanted = (mPlan.frames > 0 && mFramesSince >= mPlan.frames) ||
+                        (mPlan.minutes > 0 && SecondsSince(mWritten) >= 60 * mPlan.minutes);
+  // Where an interrupt has come between two frames, nothing is lost.
+  const bool isDue = (isWanted && IsAffordable()) || host::MainThread().TestBreak();
+  if (!isDue && SecondsSince(mTaken) * kMostShare < mTakeCost) return;
+  Take(run, simulation);
+  if (isDue) Write();
 }
 
 void Checkpoints::Take(const RunState& run, Simulation& simulation) {
@@ -186,29 +242,43 @@ void Checkpoints::Take(const RunState& run, Simulation& simulation) {
     mWarning = file->Error();
   }
   mTaken = Clock::now();
-  mCost = SecondsSince(start);
+  mTakeCost = SecondsSince(start);
+  mSpent += mTakeCost;
 }
 
 void Checkpoints::Write() {
   if (!mNewest) return;
+  const Clock::time_point start = Clock::now();
   const std::unique_ptr<HyperFile> newest = std::move(mNewest);
-  if (!newest->Close()) {
+  if (mSync) mSync();
+  if (newest->Close()) {
+    mOwn.insert(mNewestFrame);
+    RemoveOthers();
+    mFramesSince = 0;
+  } else {
     mWarning = newest->Error();
-    return;
   }
-  mWrittenFrame = mNewestFrame;
-  const std::vector<Found> all = List();
-  std::error_code ignored;
-  for (std::size_t i = kKept; i < all.size(); ++i) fs::remove(all[i].path, ignored);
+  mWritten = Clock::now();
+  mWriteCost = SecondsSince(start);
+  mSpent += mWriteCost;
 }
 
-fs::path Checkpoints::PathOf(i32 frame) const {
-  return mFolder / fmt::format("{:05}{}", frame, kSuffix);
+void Checkpoints::RemoveOthers() {
+  while (mKept > 0 && mOwn.size() > static_cast<std::size_t>(mKept)) mOwn.erase(mOwn.begin());
+  std::error_code ignored;
+  for (const Found& found : List()) {
+    if (found.isPart) {
+      host::RemovePart(found.path);
+    } else if (!mOwn.contains(found.frame)) {
+      fs::remove(found.path, ignored);
+    }
+  }
 }
 
 std::optional<i32> Checkpoints::WriteNewest() {
   Write();
-  return mWrittenFrame;
+  if (mOwn.empty()) return {};
+  return *mOwn.rbegin();
 }
 
 }  // namespace MELDO_GLOBAL::app

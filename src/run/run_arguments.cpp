@@ -1,5 +1,6 @@
 #include "run/run_arguments.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <string_view>
@@ -47,6 +48,29 @@ std::optional<PictureSize> ParseSize(const std::string& text) {
   const auto fits = [](i32 side) { return side >= 1 && side <= kLargest; };
   if (!fits(size.width) || !fits(size.height)) return {};
   return size;
+}
+
+std::optional<CheckpointPlan> ParseCheckpoints(const std::string& text) {
+  constexpr double kMostMinutes = 1e6;
+  constexpr i32 kMostFrames = 1000000000;
+  CheckpointPlan plan{0, 0, 1};
+  bool hasFrames = false, hasMinutes = false;
+  for (std::size_t at = 0; at <= text.size();) {
+    const std::size_t end = std::min(text.find(',', at), text.size());
+    const std::string_view part = std::string_view(text).substr(at, end - at);
+    const bool isTime = part.ends_with('m');
+    bool& isGiven = isTime ? hasMinutes : hasFrames;
+    if (part.empty() || isGiven) return {};
+    isGiven = true;
+    const char* last = part.data() + part.size() - (isTime ? 1 : 0);
+    const auto [rest, error] = isTime ? std::from_chars(part.data(), last, plan.minutes)
+                                      : std::from_chars(part.data(), last, plan.frames);
+    if (error != std::errc() || rest != last || plan.frames < 0 || plan.frames > kMostFrames ||
+        !(plan.minutes >= 0 && plan.minutes <= kMostMinutes))
+      return {};
+    at = end + 1;
+  }
+  return plan;
 }
 
 std::optional<u64> ParseByteCount(const std::string& text) {

@@ -120,6 +120,19 @@ void Simulation::ForEachCache(const std::function<void(Cache_OperatorBase&)>& f)
       if (auto* cache = dynamic_cast<Cache_OperatorBase*>(object.get())) f(*cache);
 }
 
+void Simulation::SetCacheRun(const CacheRun& run) {
+  for (const auto& scene : mScenes) scene->Synchronise(scene->GetDocument());
+  ForEachCache([&](Cache_OperatorBase& cache) { cache.SetRun(run); });
+}
+
+std::vector<WrittenFile> Simulation::TakeWritten() {
+  std::vector<WrittenFile> all;
+  ForEachCache([&](Cache_OperatorBase& cache) {
+    for (WrittenFile& file : cache.TakeWritten()) all.push_back(std::move(file));
+  });
+  return all;
+}
+
 bool Simulation::CheckCaches(const Scene& scene) {
   for (const auto& [id, object] : scene.List(kListCaches))
     if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(object.get()))

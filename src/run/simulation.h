@@ -12,9 +12,13 @@
 #include "run/memory_limit.h"
 #include "run/run_arguments.h"
 
-namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace MELDO_GLOBAL {
+struct WrittenFile;
+namespace MELDO_SULVA {
 class Cache_OperatorBase;
-}
+struct CacheRun;
+}  // namespace MELDO_SULVA
+}  // namespace MELDO_GLOBAL
 
 namespace MELDO_GLOBAL::app {
 
@@ -50,13 +54,18 @@ class Simulation {
   /// Calls f(cache) for every cache of the scenes, enabled or not.
   void ForEachCache(const std::function<void(MELDO_SULVA::Cache_OperatorBase&)>& f) const;
 
+  /// Makes the objects of all nodes, and tells the caches of the run that they work in.
+  void SetCacheRun(const MELDO_SULVA::CacheRun& run);
+  /// The files of caches that stand for the last frame; forgets them.
+  std::vector<WrittenFile> TakeWritten();
+
   /// Prints a line for every object that runs to standard output: frame, substep, stage, name.
   void PrintTrace();
 
   const std::vector<std::unique_ptr<MELDO_SULVA::Scene>>& Scenes() const { return mScenes; }
   /// Why the last evaluation was out of memory.
   const std::string& MemoryRefusal() const { return mGuard.Refusal(); }
-  /// Which file couldn't be written, and why.
+  /// Which file couldn't be written or played, and why.
   const std::string& FileFailure() const { return mFileFailure; }
   /// One sentence for each object that never ran and knows why, and for each fault of a cache.
   std::vector<std::string> Warnings() const;

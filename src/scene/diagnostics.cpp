@@ -58,12 +58,11 @@ void Diagnostics::Print(std::FILE* out) const {
   std::fflush(out);
 }
 
-std::string Shown(std::string_view text) {
-  constexpr std::size_t kLongest = 80;
-  std::string shown(text.substr(0, kLongest));
+std::string Shown(std::string_view text, std::size_t longest) {
+  std::string shown(text.substr(0, longest));
   // A cut must not leave half a character of several bytes.
-  if (text.size() > kLongest) {
-    std::size_t end = kLongest;
+  if (text.size() > longest) {
+    std::size_t end = longest;
     while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
     shown.resize(end);
     shown += "...";

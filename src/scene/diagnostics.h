@@ -45,7 +45,7 @@ class Diagnostics {
 };
 
 /// `text` for a message: control characters become `?`, a long text is shortened.
-std::string Shown(std::string_view text);
+std::string Shown(std::string_view text, std::size_t longest = 80);
 
 /// "a", "a or b", "a, b or c".
 std::string AnyOf(const std::vector<std::string>& words);

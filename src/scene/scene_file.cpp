@@ -136,13 +136,18 @@ void ApplyOverride(SceneContext& context, const NameTable& names, const std::str
     context.Note(key, subject, done);
 }
 
-/// The overrides without those of nodes that pictures alone are made of.
-std::vector<std::string> OfSimulation(const std::vector<GivenOption>& given,
-                                      const std::optional<RenderSpec>& render) {
-  std::vector<std::string> options;
-  for (const GivenOption& one : given)
-    if (!render || !render->Holds(*one.node)) options.push_back(one.option);
-  return options;
+/// Both fingerprints of a scene. Overrides of nodes that pictures alone are made of don't count.
+void TakeFingerprints(const JsonValue& root, const std::vector<GivenOption>& given,
+                      LoadedScene& scene) {
+  std::vector<std::string> all, ofSimulation;
+  for (const GivenOption& one : given) {
+    if (scene.render && scene.render->Holds(*one.node)) continue;
+    all.push_back(one.option);
+    if (!IsRecorder(*one.node)) ofSimulation.push_back(one.option);
+  }
+  scene.fingerprint = FingerprintOf(root, all, *scene.document);
+  scene.simulation =
+      FingerprintOf(root, ofSimulation, *scene.document, RecordersOf(*scene.document));
 }
 
 /// Whether an override changes a server's units: the cell sizes follow these, and those that the
@@ -211,7 +216,7 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   scene.server = scene.servers.front();
   scene.document->sceneFolder = path.parent_path().string();
   scene.document->SetFrame(scene.document->previewMin);
-  scene.fingerprint = FingerprintOf(root, OfSimulation(given, scene.render), *scene.document);
+  TakeFingerprints(root, given, scene);
   AddHints(scene, diagnostics);
   return scene;
 }

@@ -31,6 +31,7 @@ struct LoadedScene {
   std::optional<RenderSpec> render;
   std::filesystem::path path;
   u64 fingerprint = 0;  ///< see `FingerprintOf`
+  u64 simulation = 0;   ///< the same without caches that record
 };
 
 /// The bytes of a scene file. Throws CommandError (kExitFile).

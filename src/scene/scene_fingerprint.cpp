@@ -2,6 +2,7 @@
 
 #include "cache/hyper_file.h"
 #include "host/polygon_object.h"
+#include "nodes/catalogue.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -14,20 +15,37 @@ void AppendBytes(std::string& out, const T* data, std::size_t count) {
   out.append(reinterpret_cast<const char*>(data), count * sizeof(T));
 }
 
+/// A list of nodes may hold some that don't count.
+using Names = std::set<std::string>;
+
+const std::string* TextOf(const JsonValue& object, const char* key) {
+  const JsonValue* value = object.Find(key);
+  return value ? value->Text() : nullptr;
+}
+
+bool IsOneOf(const JsonValue& value, const Names& names) {
+  if (names.empty() || !value.Members()) return false;
+  const std::string *name = TextOf(value, "name"), *type = TextOf(value, "type");
+  if (!name || !type || !names.contains(*name)) return false;
+  const MELDO_SULVA::NodeKind* kind = MELDO_SULVA::FindKind(*type);
+  return kind && kind->list == MELDO_SULVA::kListCaches;
+}
+
 /// A text in which different values differ.
-void Append(std::string& out, const JsonValue& value) {
+void Append(std::string& out, const JsonValue& value, const Names& without) {
   out += static_cast<char>('0' + value.data.index());
   if (const bool* truth = value.Bool()) out += *truth ? '1' : '0';
   if (const double* number = value.Number()) AppendBytes(out, number, 1);
   if (const std::string* text = value.Text()) AppendBytes(out, text->data(), text->size());
   if (const JsonValue::Array* items = value.Items()) {
-    for (const JsonValue& item : *items) Append(out, item);
+    for (const JsonValue& item : *items)
+      if (!IsOneOf(item, without)) Append(out, item, without);
     out += ']';
   }
   if (const JsonValue::Object* members = value.Members()) {
     for (const JsonMember& member : *members) {
       AppendBytes(out, member.key.data(), member.key.size());
-      Append(out, member.value);
+      Append(out, member.value, without);
     }
     out += '}';
   }
@@ -45,7 +63,7 @@ void AppendPolygons(std::string& out, const host::BaseNode& node) {
 }  // namespace
 
 u64 FingerprintOf(const JsonValue& scene, const std::vector<std::string>& overrides,
-                  const host::Document& document) {
+                  const host::Document& document, const Names& without) {
   std::string out;
   if (const JsonValue::Object* members = scene.Members())
     for (const JsonMember& member : *members) {
@@ -53,12 +71,30 @@ u64 FingerprintOf(const JsonValue& scene, const std::vector<std::string>& overri
           member.key == "$schema")
         continue;
       AppendBytes(out, member.key.data(), member.key.size());
-      Append(out, member.value);
+      Append(out, member.value, without);
     }
   AppendBytes(out, &document.previewMin, 1);
   for (const std::string& text : overrides) AppendBytes(out, text.data(), text.size());
   for (const host::BaseNode* root : document.Roots()) AppendPolygons(out, *root);
   return ChecksumOf(out);
+}
+
+bool IsRecorder(const host::BaseNode& node) {
+  constexpr i32 kMode = 1001, kPlayBack = 0;
+  const MELDO_SULVA::NodeKind* kind = MELDO_SULVA::FindKind(node.Type());
+  const host::Value* mode = node.Get(kMode);
+  return kind && kind->list == MELDO_SULVA::kListCaches && mode &&
+         *mode != host::Value(i32{kPlayBack});
+}
+
+Names RecordersOf(const host::Document& document) {
+  Names names;
+  const std::function<void(const host::BaseNode&)> visit = [&](const host::BaseNode& node) {
+    if (IsRecorder(node)) names.insert(node.Name());
+    for (const host::BaseNode* child : node.Children()) visit(*child);
+  };
+  for (const host::BaseNode* root : document.Roots()) visit(*root);
+  return names;
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -1,5 +1,6 @@
-// What a checkpoint recognises its scene by.
+// What checkpoints, caches and exports recognise their scene by.
 #pragma once
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,14 @@ namespace MELDO_GLOBAL::app {
 /// A number that changes with all that a simulation depends on: the scene file's content without
 /// its exports, pictures and last frame, the `overrides` that it depends on, and the polygons of
 /// its objects. Comments, spaces and the file's place don't count.
+///
+/// The nodes of the names in `without` don't count either.
 u64 FingerprintOf(const JsonValue& scene, const std::vector<std::string>& overrides,
-                  const host::Document& document);
+                  const host::Document& document, const std::set<std::string>& without = {});
+
+/// Whether a node is a cache that records, which changes nothing of what is simulated.
+bool IsRecorder(const host::BaseNode& node);
+/// The names of all of them in a document.
+std::set<std::string> RecordersOf(const host::Document& document);
 
 }  // namespace MELDO_GLOBAL::app

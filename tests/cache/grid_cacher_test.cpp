@@ -12,6 +12,7 @@
 #include "grids/random_stream.h"
 #include "host/atomic_file.h"
 #include "host/console.h"
+#include "host/file_limit.h"
 #include "host/temp_folder.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -284,12 +285,12 @@ TEST_F(GridCache, RunThatGoesOnDropsWhatItRecordedLaterAndNothingElse) {
   CacheScene::Set(run.cacher, 1021, 6);
   run.FillWithNoise();
   fs::copy(folder.Write("old", "an older run's"), file("000013"));
-  fs::copy(folder.Path() / "old", file("000014").string() + ".sulva-part");
+  fs::copy(folder.Path() / "old", file("000014").string() + ".1-0.sulva-part");
   fs::copy(folder.Path() / "old", folder.Path() / "film.sulva-part");
   run.SetFrame(2);
   run.cacher.DropLaterFrames();
   EXPECT_TRUE(fs::exists(file("000013"))) << "nothing was recorded yet";
-  EXPECT_FALSE(fs::exists(file("000014").string() + ".sulva-part"));
+  EXPECT_FALSE(fs::exists(file("000014").string() + ".1-0.sulva-part"));
   EXPECT_TRUE(fs::exists(folder.Path() / "film.sulva-part")) << "another's";
   run.Load(0);
   for (const i32 frame : {0, 2, 12}) run.Save(frame);
@@ -312,10 +313,12 @@ TEST_F(GridCache, FailedWriteIsKeptInMindAndTheOldFileStays) {
   recorded.FillWithNoise();
   recorded.Save(0);
   const std::string old = host::ReadFile(File(0));
-  fs::create_symlink("/dev/full", File(0).string() + ".sulva-part");
   recorded.Fill({0, 0, 0}, {0.5, 0.5, 0.5}, [](const Vec3d&) { return 1.0; });
-  recorded.Save(0);
-  EXPECT_NE(recorded.cacher.Failure().find("No space left on device"), std::string::npos);
+  {
+    const host::FileLimit full(1000);
+    recorded.Save(0);
+  }
+  EXPECT_NE(recorded.cacher.Failure().find("File too large"), std::string::npos);
   EXPECT_NE(recorded.cacher.Failure().find(File(0).string()), std::string::npos);
   EXPECT_EQ(host::ReadFile(File(0)), old);
 
@@ -329,7 +332,7 @@ TEST_F(GridCache, FailedWriteIsKeptInMindAndTheOldFileStays) {
   EXPECT_NE(going.cacher.Warnings()[0].find("cannot make the folder"), std::string::npos);
 }
 
-TEST_F(GridCache, DamagedAndForeignFilesBecomeWarnings) {
+TEST_F(GridCache, DamagedAndForeignFilesAreFailures) {
   CacheScene recorded(folder.Path(), 1);
   CacheScene::Set(recorded.cacher, 1009, 1);
   recorded.Fill({0, 0, 0}, {0.3, 0.3, 0.3}, [](const Vec3d& p) { return p.x; });
@@ -339,9 +342,8 @@ TEST_F(GridCache, DamagedAndForeignFilesBecomeWarnings) {
     std::ofstream(File(0), std::ios::binary) << bytes;
     CacheScene played(folder.Path(), 0);
     played.Load(0);
-    EXPECT_EQ(played.cacher.Warnings().size(), 1u);
     EXPECT_FALSE(played.smoke.Has(FLAG_CACHED));
-    return played.cacher.Warnings().empty() ? "" : played.cacher.Warnings()[0];
+    return played.cacher.Failure();
   };
   for (std::size_t length = 0; length < whole.size(); length += 1 + length / 8)
     EXPECT_NE(play(whole.substr(0, length)).find(File(0).string()), std::string::npos);
@@ -352,12 +354,96 @@ TEST_F(GridCache, DamagedAndForeignFilesBecomeWarnings) {
   }
 
   // A list that is out of step with the file.
-  std::ofstream(File(0), std::ios::binary) << whole;
+  // Where the scene says so, a run goes on, and a cache that records too leaves them alone.
+  const std::string cut = whole.substr(0, whole.size() / 2);
+  std::ofstream(File(0), std::ios::binary) << cut;
+  CacheScene both(folder.Path(), 2);
+  CacheScene::Set(both.cacher, 1030, 1);
+  both.FillWithNoise();
+  both.Load(0);
+  EXPECT_EQ(both.cacher.Failure(), "");
+  ASSERT_EQ(both.cacher.Warnings().size(), 1u);
+  both.Save(0);
+  EXPECT_EQ(host::ReadFile(File(0)), cut);
+}
+
+TEST_F(GridCache, ObjectsFindTheirDataByName) {
+  CacheScene recorded(folder.Path(), 1);
+  recorded.FillWithNoise();
+  recorded.Save(0);
+  const auto play = [&](std::initializer_list<const iBase*> list, CacheScene& played) {
+    CacheScene::Links(played.cacher, 1012, list);
+    played.Load(0);
+  };
+  CacheScene other(folder.Path(), 0);
+  play({&other.colour, &other.smoke, &other.solver}, other);
+  for (std::size_t i = 0; i < other.Grids().size(); ++i)
+    ExpectSame(*recorded.Grids()[i], *other.Grids()[i]);
+  EXPECT_TRUE(other.cacher.Warnings().empty());
+
+  // What has another name takes what stands at its place, if nothing else does.
+  CacheScene renamed(folder.Path(), 0);
+  renamed.colour.mName = "tint";
+  play({&renamed.solver, &renamed.empty, &renamed.smoke, &renamed.colour}, renamed);
+  ExpectSame(*recorded.colour.GetGrid(0), *renamed.colour.GetGrid(0));
+  ASSERT_EQ(renamed.cacher.Warnings().size(), 1u);
+  EXPECT_NE(renamed.cacher.Warnings()[0].find("no \"tint\"; it plays \"colour\""),
+            std::string::npos)
+      << renamed.cacher.Warnings()[0];
+  CacheScene wrong(folder.Path(), 0);
+  wrong.smoke.mName = "fog";
+  play({&wrong.smoke, &wrong.colour}, wrong);
+  EXPECT_EQ(wrong.smoke.GetGrid(0), nullptr) << "velocity doesn't go into a scalar";
+  EXPECT_EQ(wrong.cacher.Warnings().size(), 2u);
+}
+
+TEST_F(GridCache, FramesOfTwoSimulationsAreNotMixed) {
+  const auto record = [&](i32 frame, u64 simulation) {
+    CacheScene recorded(folder.Path(), 1);
+    recorded.cacher.SetRun({.simulation = simulation});
+    recorded.FillWithNoise();
+    recorded.Save(frame);
+  };
+  record(0, 7);
+  record(1, 8);
   CacheScene played(folder.Path(), 0);
-  CacheScene::Links(played.cacher, 1012, {&played.smoke, &played.solver});
   played.Load(0);
-  EXPECT_EQ(played.smoke.GetGrid(0), nullptr) << "velocity doesn't go into a scalar";
-  EXPECT_EQ(played.cacher.Warnings().size(), 2u);
+  EXPECT_EQ(played.cacher.Failure(), "") << "the recording may be another scene's";
+  played.Load(1);
+  EXPECT_NE(played.cacher.Failure().find("another simulation recorded it than the frames before"),
+            std::string::npos)
+      << played.cacher.Failure();
+  EXPECT_FALSE(played.smoke.Has(FLAG_CACHED));
+
+  CacheScene both(folder.Path(), 2);
+  both.cacher.SetRun({.simulation = 8});
+  both.Load(1);
+  EXPECT_EQ(both.cacher.Failure(), "");
+  both.Load(0);
+  EXPECT_NE(both.cacher.Failure().find("can't go on with it"), std::string::npos);
+  both.SetFrame(5);
+  both.Save(5);
+  EXPECT_FALSE(fs::exists(File(5))) << "nothing is recorded behind a failure";
+}
+
+TEST_F(GridCache, HolesInARecordingAreFailuresAndItsBeginIsNone) {
+  CacheScene recorded(folder.Path(), 1);
+  recorded.FillWithNoise();
+  for (const i32 frame : {1, 2, 4}) recorded.Save(frame);
+  const auto failure = [&](i32 frame, i32 mode) {
+    CacheScene played(folder.Path(), mode);
+    played.Load(frame);
+    return played.cacher.Failure();
+  };
+  EXPECT_EQ(failure(0, 0), "") << "it starts late";
+  EXPECT_EQ(failure(1, 0), "");
+  for (const i32 frame : {3, 5})
+    EXPECT_NE(failure(frame, 0).find("the recording has frames 1 to 4"), std::string::npos);
+  EXPECT_EQ(failure(3, 2), "") << "it is going to be recorded";
+  CacheScene picture(folder.Path(), 0);
+  picture.cacher.SetRun({.mayRecord = false, .firstPlayed = 4, .lastPlayed = 4});
+  picture.Load(3);
+  EXPECT_EQ(picture.cacher.Failure(), "") << "nobody needs that frame";
 }
 
 TEST_F(GridCache, CommandsCountAndDeleteItsFiles) {

@@ -70,7 +70,7 @@ class RunFolder {
   std::map<std::string, std::string> Files(const std::string& out) const {
     std::map<std::string, std::string> files;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(mPath / out)) {
-      if (!entry.is_regular_file()) continue;
+      if (!entry.is_regular_file() || entry.path().filename() == ".sulva-lock") continue;
       const std::string name = std::filesystem::relative(entry.path(), mPath / out).string();
       files[name] = name == "stats.jsonl" ? Timeless(ReadAll(entry.path())) : ReadAll(entry.path());
     }

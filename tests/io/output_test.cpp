@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "host/exit_codes.h"
+#include "host/file_limit.h"
 #include "io/json_line.h"
 #include "io/png_preview.h"
 #include "io/statistics.h"
@@ -108,20 +109,58 @@ TEST(Statistics, FileGrowsWhileItIsOpenAndAFailureIsOnlyAWarning) {
 
   std::ofstream(folder / "plain") << "a file where a folder should be";
   // A file that has lost lines keeps those that it has.
-  std::ofstream(folder / "short.jsonl") << "{\"frame\": 0}\n{\"frame\": 1}\n{\"fra";
-  StatisticsFile goesOn(folder / "short.jsonl", 5);
+  std::ofstream(folder / "short.jsonl") << "{\"frame\": 0,}\n{\"frame\": 1,}\n{\"fra";
+  StatisticsFile goesOn(folder / "short.jsonl");
+  goesOn.GoOn(4, 5);
   goesOn.WriteSummary(2, 0, 0);
-  EXPECT_TRUE(
-      ReadAll(folder / "short.jsonl").starts_with("{\"frame\": 0}\n{\"frame\": 1}\n{\"summary\""));
+  EXPECT_TRUE(ReadAll(folder / "short.jsonl")
+                  .starts_with("{\"frame\": 0,}\n{\"frame\": 1,}\n{\"summary\""));
   EXPECT_NE(goesOn.Warning().find("2 of the 5 frames"), std::string::npos);
 
   StatisticsFile broken(folder / "plain" / "stats.jsonl");
   broken.WriteFrame({});
   EXPECT_NE(broken.Warning().find("plain/stats.jsonl"), std::string::npos);
 
-  StatisticsFile full("/dev/full");
-  full.WriteSummary(0, 0, 0);
-  EXPECT_NE(full.Warning().find("No space left"), std::string::npos);
+  StatisticsFile full(folder / "full.jsonl");
+  const host::FileLimit limit(1000);
+  full.WriteFrame({});
+  const std::string line = ReadAll(folder / "full.jsonl");
+  FrameRecord more;
+  more.frame = 1;
+  for (int i = 0; i < 30; ++i) more.channels.push_back({.name = "smoke"});
+  full.WriteFrame(more);
+  EXPECT_NE(full.Warning().find("File too large"), std::string::npos) << full.Warning();
+  EXPECT_EQ(ReadAll(folder / "full.jsonl"), line) << "a line is there whole or not at all";
+
+  // What an earlier run left stays until there is a frame to write.
+  StatisticsFile failed(folder / "full.jsonl");
+  failed.WriteSummary(0, 0, 6);
+  EXPECT_EQ(ReadAll(folder / "full.jsonl"), line);
+}
+
+TEST(FrameLog, LinesAreInTheOrderOfTheirFrames) {
+  const fs::path folder = FreshFolder("log");
+  const auto line = [](int frame, const char* text) {
+    return "{\"frame\": " + std::to_string(frame) + ", \"x\": \"" + text + "\"}";
+  };
+  FrameLog log(folder / "log");
+  EXPECT_FALSE(log.GoOn());
+  log.Start("{\"head\": 1}");
+  for (const int frame : {-3, 0, 4}) log.Put(frame, line(frame, "a"));
+  log.Finish("{\"end\": 1}");
+  std::ofstream(folder / "log", std::ios::app) << "{\"frame\": 9, torn";
+  FrameLog again(folder / "log");
+  ASSERT_TRUE(again.GoOn());
+  EXPECT_EQ(again.Count(), 3);
+  EXPECT_EQ(again.CountUpTo(0), 2);
+  again.Put(2, line(2, "b"));
+  again.Put(0, line(0, "longer"));
+  again.Put(4, line(4, "a"));
+  again.Put(7, line(7, "c"));
+  again.Finish("{\"end\": 2}");
+  EXPECT_EQ(ReadAll(folder / "log"), "{\"head\": 1}\n" + line(-3, "a") + "\n" + line(0, "longer") +
+                                         "\n" + line(2, "b") + "\n" + line(4, "a") + "\n" +
+                                         line(7, "c") + "\n{\"end\": 2}\n");
 }
 
 TEST(FrameRecord, NonFiniteValuesAreNamed) {
@@ -155,6 +194,19 @@ TEST(AtomicFile, ReplacesWholeFilesAndLeavesNothingBeside) {
   }
   EXPECT_FALSE(fs::exists(folder / "taken.sulva-part"));
   EXPECT_THROW(WriteFileAtomically(path / "below a file", "x"), CommandError);
+}
+
+TEST(RunOptions, Checkpoints) {
+  const auto plan = [](const char* text) {
+    const auto read = ParseCheckpoints(text);
+    return read ? std::pair(read->frames, read->minutes) : std::pair(-1, -1.0);
+  };
+  EXPECT_EQ(plan("20"), std::pair(20, 0.0));
+  EXPECT_EQ(plan("1.5m"), std::pair(0, 1.5));
+  EXPECT_EQ(plan("5m,20"), std::pair(20, 5.0));
+  EXPECT_TRUE(ParseCheckpoints("0")->IsOff());
+  for (const char* bad : {"", ",", "m", "-1", "5m,5m", "2,3", "1.5", "3h", "nanm", "5m,"})
+    EXPECT_EQ(plan(bad), std::pair(-1, -1.0)) << bad;
 }
 
 TEST(RunOptions, FramesAndByteCounts) {
