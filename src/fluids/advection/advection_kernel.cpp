@@ -21,10 +21,12 @@ class Solids {
     if (flags && flags->mData && flags->Dims() == mCells) mFlags = flags->mData;
     if (mSource.mKind != kFaceX && mSource.mKind != kFaceY && mSource.mKind != kFaceZ)
       mOpen |= SolidCells::kOpenCentre;
+    if (data.open && data.open->Dims() == mSource.Dims()) mFaces = data.open->mData;
   }
 
   /// Marks which of the samples first .. first + n - 1 of a row are solid; false when none is.
   bool FindSolid(i32 first, i32 y, i32 z, i32 n, bool* solid) const {
+    if (mFaces) return FindClosed(mFaces + mSource.Index(first, y, z), n, solid);
     const Vec3d offset = OffsetOf(mSource.mKind);
     const bool known = mFlags && first + n <= mCells.x && y < mCells.y && z < mCells.z;
     const u8* flags = known ? mFlags + (mCells.y * z + y) * mCells.x + first : nullptr;
@@ -55,11 +57,18 @@ class Solids {
   }
 
  private:
+  static bool FindClosed(const float* open, i32 n, bool* solid) {
+    bool any = false;
+    for (i32 i = 0; i < n; ++i) any |= solid[i] = !(open[i] > 0);
+    return any;
+  }
+
   const EGrid<double>& mSource;
   const GridBoundary& mBoundary;
   VecInt3D mCells;
   double mCellSize;
   const u8* mFlags = nullptr;
+  const float* mFaces = nullptr;
   u8 mOpen = SolidCells::kNoSolidSample;  ///< flags that make a sample of the target's kind open
 };
 
@@ -127,19 +136,14 @@ void ForEachChunk(const AdvectionData& data, const Solids& solids, const CellBox
       }
 }
 
-/// Writes the values of a chunk; a solid sample takes what `keep` holds there, or without it stays.
-void Store(const Chunk& c, const double* values, const double* keep, double* out) {
+/// Writes the values of a chunk; a solid sample takes what the source holds there.
+void Store(const Chunk& c, const double* values, const Grid<double>& source, double* out) {
   double* row = out + c.index;
   if (!c.anySolid) {
     std::copy_n(values, c.n, row);
     return;
   }
-  for (i32 i = 0; i < c.n; ++i) {
-    if (!c.solid[i])
-      row[i] = values[i];
-    else if (keep)
-      row[i] = keep[c.index + i];
-  }
+  for (i32 i = 0; i < c.n; ++i) row[i] = c.solid[i] ? source[c.index + i] : values[i];
 }
 
 bool HasSampling(const AdvectionData& data) { return data.sampling >= 0 && data.sampling <= 2; }
@@ -172,7 +176,7 @@ void AdvectBackward(const AdvectionData& data, const CellBox& box) {
     from.Find(data, c.from, c.n);
     for (const AdvectedField& field : data.fields) {
       SampleRow(data, *field.source, from, values.v);
-      Store(c, values.v, nullptr, field.destination->mData);
+      Store(c, values.v, *field.source, field.destination->mData);
     }
   });
 }
@@ -186,7 +190,7 @@ void Predict(const AdvectionData& data, const CellBox& box) {
     from.Find(data, c.from, c.n);
     for (const AdvectedField& field : data.fields) {
       SampleRow(data, *field.source, from, values.v);
-      Store(c, values.v, field.source->mData, field.predicted->mData);
+      Store(c, values.v, *field.source, field.predicted->mData);
     }
   });
 }
@@ -213,7 +217,7 @@ void Correct(const AdvectionData& data, const CellBox& box) {
       LimitToCorners(*field.source, from.corners, c.n, values.v);
       for (i32 i = 0; i < c.n; ++i)
         if (c.bent[i]) values.v[i] = predicted[i];
-      Store(c, values.v, nullptr, field.destination->mData);
+      Store(c, values.v, *field.source, field.destination->mData);
     }
   });
 }

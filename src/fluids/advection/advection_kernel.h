@@ -26,17 +26,20 @@ struct AdvectionData {
   std::span<const AdvectedField> fields;  ///< one or more, of one kind
   const GridBoundary* boundary = nullptr;
   const Grid<u8>* solidCells = nullptr;  ///< flags of `SolidCells`; null asks the boundary
-  double step = 0;                       ///< length of the time step, seconds
-  i32 order = 0;                         ///< of the path, see `TracePath`
-  i32 sampling = 0;                      ///< `AdvectionSampling`; other numbers write nothing
+  /// Open fractions of the fields' faces: a face is solid when none of it is open. Null goes by the
+  /// boundary at the samples.
+  const Grid<float>* open = nullptr;
+  double step = 0;   ///< length of the time step, seconds
+  i32 order = 0;     ///< of the path, see `TracePath`
+  i32 sampling = 0;  ///< `AdvectionSampling`; other numbers write nothing
 
   /// Shape and kind of all fields.
   const EGrid<double>& Shape() const { return *fields.front().source; }
 };
 
 /// Plain semi-Lagrangian step over the samples of `box` (inner samples only): every sample that
-/// isn't solid takes the source's value at the start of its path. Solid samples keep what they
-/// hold.
+/// isn't solid takes the source's value at the start of its path, solid samples that of the source
+/// at their place.
 void AdvectBackward(const AdvectionData& data, const CellBox& box);
 
 /// The first half of a MacCormack step: as `AdvectBackward` into `predicted`, which takes the

@@ -299,6 +299,7 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
                      .fields = fields,
                      .boundary = &mSolver->mBoundary,
                      .solidCells = mSolver->mSolidCells.Get(),
+                     .open = shape->mKind <= kFaceZ ? mSolver->GetOpenFaces(shape->mKind) : nullptr,
                      .order = mTraceOrder,
                      .sampling = mSampling};
 

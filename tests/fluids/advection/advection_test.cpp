@@ -229,7 +229,7 @@ TEST(GridAdvection, TheCorrectedSchemeIsSecondOrder) {
   EXPECT_LT(errors[1][1], 0.2 * errors[0][1]);
 }
 
-TEST(GridAdvection, SolidCellsKeepWhatTheyHold) {
+TEST(GridAdvection, SolidCellsKeepWhatTheyHeldBefore) {
   AdvectionRig rig({10, 10, 10}, 0.1);
   ScalarField& smoke = rig.AddSmoke();
   rig.AddAdvection(rig.smokeNode, kMacCormack);
@@ -243,9 +243,33 @@ TEST(GridAdvection, SolidCellsKeepWhatTheyHold) {
   smoke.mPrevious->Fill(0.75);  // the buffer that is written
   rig.FillVelocity([](const Vec3d&) { return Vec3d{0.3, 0.2, 0}; });
   rig.RunOperators();
-  EXPECT_EQ((*smoke.mGrid)(5, 5, 5), 0.75);
+  EXPECT_EQ((*smoke.mGrid)(5, 5, 5), 0.25);
   EXPECT_EQ((*smoke.mGrid)(0, 5, 5), 0.75) << "the outermost layer isn't written";
   EXPECT_EQ((*smoke.mGrid)(2, 5, 5), 0.25);
+}
+
+// A face moves when any part of it is open, wherever its centre lies; a closed one keeps its value.
+TEST(GridAdvection, EveryFaceWithAnOpenPartMoves) {
+  AdvectionRig rig({10, 10, 10}, 0.1);
+  rig.AddAdvection(nullptr, kSemiLagrangian);
+  rig.Begin();
+  EGrid<double>& phi = *rig.gas->mBoundary.GetLevelSet();
+  for (i32 z = 0; z < phi.mNz; ++z)
+    for (i32 y = 0; y < phi.mNy; ++y)
+      for (i32 x = 0; x < phi.mNx; ++x) phi(x, y, z) = phi.PositionOf(x, y, z).x - 0.53;
+  rig.gas->mSolidCells.Build(phi, 1);
+  EGrid<float>& open = *rig.gas->mFractions.GetWrite(1, 1);
+  for (i32 z = 0; z < open.mNz; ++z)
+    for (i32 y = 0; y < open.mNy; ++y)
+      for (i32 x = 0; x < open.mNx; ++x) open(x, y, z) = x < 6 ? 0.0F : x == 6 ? 0.3F : 1.0F;
+  rig.FillVelocity([](const Vec3d& p) { return Vec3d{-0.5, p.x, 0}; });
+  rig.gas->mVelocity.mPrevious[1]->Fill(7);  // the buffer that is written
+  const double before = (*rig.gas->mVelocity.GetGrid(1))(6, 5, 5);
+  rig.RunOperators();
+  const EGrid<double>& v = *rig.gas->mVelocity.GetGrid(1);
+  EXPECT_GT(v(6, 5, 5), before + 0.015) << "the face's centre is in the solid";
+  EXPECT_NEAR(v(8, 5, 5), v.PositionOf(8, 5, 5).x + 0.02, 1e-9);
+  EXPECT_EQ(v(4, 5, 5), v.PositionOf(4, 5, 5).x) << "closed";
 }
 
 TEST(GridAdvection, KnowingClearCellsChangesNothing) {
