@@ -31,7 +31,7 @@ struct ForceRow {
   i32 cellIndex = 0;               ///< of the first cell
   std::array<i32, 3> faceIndex{};  ///< of the first cell
   std::array<const float*, 3> fraction{};
-  const u8* open = nullptr;  ///< 1 where one of the three low faces is open
+  const u8* open = nullptr;  ///< 1 where one of the six faces is open
   double weight = 1.0;
   Vec3d position{};  ///< centre of the first cell, simulation units
   double step = 0;   ///< from centre to centre, simulation units

@@ -19,7 +19,9 @@ inline double EdgeFraction(double u, double v) {
 }
 
 /// The inside part of a square with corner values `c` in cyclic order. A diagonal pair inside is
-/// joined when the mean of the four isn't above 0, and stays two triangles when it is.
+/// joined when the mean of the four isn't above 0, and stays two triangles when it is. Two walls
+/// that meet in a corner of the square, their values 0 along both of its edges, leave all of it
+/// open.
 inline double SquareFraction(const double c[4]) {
   int inside[4], count = 0, first = -1;
   for (int i = 0; i < 4; ++i) {
@@ -48,6 +50,9 @@ inline double SquareFraction(const double c[4]) {
     }
     case 3: {
       const int i = find(0);
+      const double rest =
+          std::abs(c[(i + 1) & 3]) + std::abs(c[(i + 2) & 3]) + std::abs(c[(i + 3) & 3]);
+      if (rest < 1e-10) return 0;
       return 1 - 0.5 * (1 - edge(i, i + 3)) * (1 - edge(i, i + 1));
     }
     default: return 1;

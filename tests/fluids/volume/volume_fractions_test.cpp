@@ -75,6 +75,16 @@ TEST(SquareFraction, FollowsItsCasesUnderEveryTurnAndMirror) {
       }
 }
 
+TEST(SquareFraction, TwoWallsThatMeetInACornerLeaveItOpen) {
+  for (int i = 0; i < 4; ++i) {
+    double c[4] = {};
+    c[i] = 0.1;
+    EXPECT_EQ(SquareFraction(c), 0);
+    c[(i + 2) & 3] = -0.1;
+    EXPECT_NEAR(SquareFraction(c), 0.5, 1e-8) << "a plane along the diagonal";
+  }
+}
+
 TEST(CubeFraction, IsExactForPlanesAndJoinsBothSigns) {
   std::mt19937 random(5);
   std::uniform_real_distribution<double> at(-1, 1);
