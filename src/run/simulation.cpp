@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "cache/cache_operator.h"
+#include "fluids/solvers/fluid_solver.h"
 #include "framework/state_archive.h"
 #include "host/exit_codes.h"
 #include "host/worker_pool.h"
@@ -167,6 +168,9 @@ std::vector<std::string> Simulation::Warnings() const {
               fmt::format("{} is inactive: {}", subject(*object), object->mInactiveReason));
         if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(object.get()))
           for (const std::string& warning : cache->Warnings())
+            warnings.push_back(fmt::format("{}: {}", subject(*object), warning));
+        if (const auto* solver = dynamic_cast<const FluidSolver*>(object.get()))
+          for (const std::string& warning : solver->mPressure.Warnings())
             warnings.push_back(fmt::format("{}: {}", subject(*object), warning));
       }
   return warnings;

@@ -4,6 +4,67 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+namespace {
+
+constexpr double kGrowth = 1e3;  // over the least residual, beyond which a solve has gone astray
+constexpr i32 kPatience = 100;   // iterations without a new least residual
+constexpr double kWorse = 1.1;   // over the least residual, from which on it pays to go back
+
+}  // namespace
+
+bool ConjugateGradients::Solve() {
+  mIterations = 0;
+  mResidual = 0;
+  mEnd = mHasSystem ? SolveEnd::Converged : SolveEnd::Broken;
+  mLargest = 0;
+  if (!mHasSystem) return false;
+  mMatrix.FindLines(mThreads);
+  mLargest = StartResidual();
+  if (mLargest == 0) return true;
+  mResidual = mBest = 1;
+  mBestIteration = 0;
+  mEnd = Iterate(mAccuracy.maxIterations);
+  if (mEnd == SolveEnd::Converged) return true;
+  if (mResidual > kWorse * mBest && !IsCancelled()) {
+    // Going there again costs less than to keep a copy of every iterate that could be the best.
+    const i32 done = mIterations;
+    StartAnew();
+    mResidual = 1;
+    Iterate(mBestIteration);
+    mIterations = done;
+  }
+  return false;
+}
+
+void ConjugateGradients::StartAnew() {
+  ForEachLine([&](i32 c, i32 n, double&) {
+    MultiplyLine(Bands(mMatrix, c), mArrays[kResult] + c, mArrays[kZ] + c, n);
+  });
+  ForEachLine([&](i32 c, i32 n, double&) {
+    double *r = mArrays[kRhs] + c, *x = mArrays[kResult] + c;
+    const double* z = mArrays[kZ] + c;
+    for (i32 i = 0; i < n; ++i) {
+      r[i] += z[i];
+      x[i] = 0;
+    }
+  });
+  mIterations = 0;
+  StartResidual();
+}
+
+std::optional<SolveEnd> ConjugateGradients::Note(double left, i32 limit) {
+  mResidual = left / mLargest;
+  if (!(left > mLargest * mAccuracy.tolerance)) return SolveEnd::Converged;
+  if (mResidual < mBest) {
+    mBest = mResidual;
+    mBestIteration = mIterations;
+  }
+  if (mResidual > kGrowth * mBest) return SolveEnd::Grew;
+  if (mIterations - mBestIteration >= kPatience) return SolveEnd::Stalled;
+  if (mIterations >= limit) return SolveEnd::OutOfIterations;
+  return {};
+}
+
 void ConjugateGradients::Release(bool full) {
   LatticeSolver::Release(full);
   if (full) mPartials = {};

@@ -1,11 +1,15 @@
 // What the solvers by conjugate gradients share, whatever leads them.
 #pragma once
+#include <optional>
 #include <vector>
 
 #include "fluids/pressure/lattice_solver.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// How a solve ended.
+enum class SolveEnd { Converged, OutOfIterations, Stalled, Grew, Broken };
 
 /// Conjugate gradients on a lattice without their preconditioner: `kRhs` holds the residual r,
 /// `kS` the direction s and `kZ` what comes of it. Sums run layer by layer, so that they don't
@@ -14,13 +18,26 @@ class ConjugateGradients : public LatticeSolver {
  public:
   void Release(bool full) override;
 
+  /// Runs to the tolerance, relative to the largest right-hand side; false when something else
+  /// ended it. A solve whose residual grows, or comes no further for long, stops. Whatever ends it,
+  /// the result is the best that it found. Rows without entries stay out of it. The result doesn't
+  /// depend on the number of workers. Uses up the right-hand side.
+  bool Solve();
+
   double mResidual = 0;  ///< of the last solve, relative to the largest right-hand side
+  double mLargest = 0;   ///< the largest right-hand side of the last solve
+  SolveEnd mEnd = SolveEnd::Converged;  ///< of the last solve
 
  protected:
   enum CommonArray { kZ = kFirstOwn, kS, kFirstOfMethod };
 
   explicit ConjugateGradients(i32 arrays) : LatticeSolver(arrays) {}
 
+  /// Iterates from a result of 0 to the tolerance, over at most `limit` iterations, and counts
+  /// them.
+  virtual SolveEnd Iterate(i32 limit) = 0;
+  /// Notes the largest residual that an iteration left; tells how the solve ends, if it does.
+  std::optional<SolveEnd> Note(double left, i32 limit);
   /// As `PrepareSystem`, with room for the sums of the layers.
   bool PrepareIteration();
   /// r in rows without entries, z, s and the arrays of the method become 0; returns the largest
@@ -43,6 +60,13 @@ class ConjugateGradients : public LatticeSolver {
   }
 
   std::vector<double> mPartials;  ///< one per layer
+
+ private:
+  /// Puts back the right-hand side from the residual and the result, which becomes 0.
+  void StartAnew();
+
+  double mBest = 0;  ///< least residual of the running solve, relative
+  i32 mBestIteration = 0;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

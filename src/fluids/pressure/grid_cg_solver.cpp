@@ -205,36 +205,26 @@ void Grid_CGSolver::Advance(double alpha, double beta) {
   });
 }
 
-bool Grid_CGSolver::Solve() {
-  mIterations = 0;
-  mResidual = 0;
-  if (!mHasSystem) return false;
-  mMatrix.FindLines(mThreads);
-  const double largest = StartResidual();
-  if (largest == 0) return true;
-  mResidual = 1;
+SolveEnd Grid_CGSolver::Iterate(i32 limit) {
   FormPreconditioner();
   DropEntriesToMissingRows();
   Forward(0);
   double rho = Backward();
-  if (rho == 0) return false;
+  if (rho == 0) return SolveEnd::Broken;
   Advance(0, 0);
-  while (mIterations < mAccuracy.maxIterations && !IsCancelled()) {
+  while (mIterations < limit && !IsCancelled()) {
     ++mIterations;
     const double alpha = rho / Multiply();
-    if (!std::isfinite(alpha)) return false;
-    const double left = Forward(alpha);
-    mResidual = left / largest;
-    const bool done = !(left > largest * mAccuracy.tolerance);
-    if (done || mIterations == mAccuracy.maxIterations) {
+    if (!std::isfinite(alpha)) return SolveEnd::Broken;
+    if (const auto end = Note(Forward(alpha), limit)) {
       Advance(alpha, 0);
-      return done;
+      return *end;
     }
     const double next = Backward();
     Advance(alpha, rho == 0 ? 0 : next / rho);
     rho = next;
   }
-  return false;
+  return SolveEnd::OutOfIterations;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

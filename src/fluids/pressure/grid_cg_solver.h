@@ -23,11 +23,6 @@ class Grid_CGSolver : public ConjugateGradients {
   void Release(bool full) override;
   void Prepare(void* context = nullptr) override;
 
-  /// Runs to the tolerance, relative to the largest right-hand side; false when the limit was
-  /// reached or the user broke off. Rows without entries stay out of it. The result doesn't depend
-  /// on the number of workers. Uses up the right-hand side.
-  bool Solve();
-
   void AddToElement(i32 row, i32 column, double value) { mMatrix.AddToElement(row, column, value); }
   /// The inverse squares of the factor's diagonal, made by `Solve`; 0 in rows without entries.
   std::span<double> GetFactor() const { return mHasSystem ? View(kFactor) : std::span<double>(); }
@@ -36,6 +31,7 @@ class Grid_CGSolver : public ConjugateGradients {
   double mMinDiagonalRatio = 0.25;
 
  private:
+  SolveEnd Iterate(i32 limit) override;
   enum OwnArray { kFactor = kFirstOfMethod, kArrays };
   void FormPreconditioner();
   void DropEntriesToMissingRows();

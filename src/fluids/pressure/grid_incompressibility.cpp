@@ -1,5 +1,7 @@
 #include "fluids/pressure/grid_incompressibility.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
 #include <utility>
 
@@ -12,11 +14,15 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+namespace {
+
+constexpr double kSqueezeRate = 1e-3;  // of a room's volume in a second, below which no one is told
+constexpr double kSqueezeCells = 8;    // the least volume of a room, in cells
+
+}  // namespace
+
 Grid_Incompressibility::Grid_Incompressibility(const Grid_Incompressibility& other)
-    : iObject(other),
-      mCompatibility(other.mCompatibility),
-      mLinearSolver(other.mLinearSolver),
-      mDensity(other.mDensity) {
+    : iObject(other), mLinearSolver(other.mLinearSolver), mDensity(other.mDensity) {
   mCG.mAccuracy = other.mCG.mAccuracy;
   mCG.mModification = other.mCG.mModification;
   mCG.mMinDiagonalRatio = other.mCG.mMinDiagonalRatio;
@@ -36,7 +42,6 @@ bool Grid_Incompressibility::ReadParameters(void* context) {
   if (!iObject::ReadParameters(context)) return false;
   mLinearSolver = mInterface.GetLong(1020);
   mDensity = mInterface.GetReal(1001);
-  mCompatibility = mInterface.GetBool(1309);
   mMinTheta = 0.01;
   for (LatticeSolver* solver : LinearSolvers()) {
     if (solver->Node() != Node()) solver->Rebind(Node(), mScene);
@@ -72,6 +77,8 @@ void Grid_Incompressibility::Reset() {
   for (LatticeSolver* solver : LinearSolvers()) solver->Reset();
   mReports.clear();
   mDivergenceMax = 0;
+  mWarned = 0;
+  mWarnings.clear();
 }
 
 void Grid_Incompressibility::Release(bool full) {
@@ -83,14 +90,10 @@ bool Grid_Incompressibility::NextPass() {
   if (mPass == kSolve && mLinearSolver == 1 && Has(FLAG_ACTIVE)) {
     if (mGauss.NextPass()) return true;
     mReports.push_back({mGauss.mIterations, mGauss.MeasureResidual()});
+    mLargestRhs = 0;  // measured just now
   }
-  bool more = iObject::NextPass();
-  if (mPass == kShift) {
-    if (mCompatibility)
-      ComputeMeanShift();
-    else
-      more = iObject::NextPass();
-  }
+  const bool more = iObject::NextPass();
+  if (mPass == kBalance && Has(FLAG_ACTIVE)) BalanceRegions();
   return more;
 }
 
@@ -133,10 +136,8 @@ bool Grid_Incompressibility::PrepareSystem() {
   if (mFields.density && mFields.density->Dims() != mCells) mFields.density = nullptr;
   if (mFields.source && mFields.source->Dims() != mCells) mFields.source = nullptr;
   GatherMovingBodies(mMoving);
-  mLayerSums.assign(mCells.z, {});
   mCoupling.resize(mCells.z);
   for (auto& layer : mCoupling) layer.clear();
-  mShift = 0;
   LatticeSolver* used = &Used();
   for (LatticeSolver* solver : LinearSolvers())
     if (solver != used) solver->Release(true);
@@ -165,13 +166,12 @@ void Grid_Incompressibility::Solve() {
     mGauss.Sweep();
     return;
   }
-  if (mLinearSolver == 2) {
-    mMultigrid.Solve();
-    mReports.push_back({mMultigrid.mIterations, mMultigrid.mResidual});
-    return;
-  }
-  mCG.Solve();
-  mReports.push_back({mCG.mIterations, mCG.mResidual});
+  ConjugateGradients& solver =
+      mLinearSolver == 2 ? static_cast<ConjugateGradients&>(mMultigrid) : mCG;
+  solver.Solve();
+  mLargestRhs = solver.mLargest;
+  mReports.push_back({solver.mIterations, solver.mResidual});
+  CheckSolve(solver.mEnd);
 }
 
 void Grid_Incompressibility::Evaluate(const EvaluationThreadData& block) {
@@ -181,7 +181,6 @@ void Grid_Incompressibility::Evaluate(const EvaluationThreadData& block) {
       if (!mMoving.empty()) AddBodyCoupling(block);
       break;
     case kBuild: BuildSystem(block); break;
-    case kShift: ApplyMeanShift(block); break;
     case kUpdate: SubtractGradient(block); break;
     default: break;
   }
@@ -204,27 +203,6 @@ std::vector<ProjectionReport> Grid_Incompressibility::TakeReports() {
   return std::exchange(mReports, {});
 }
 
-void Grid_Incompressibility::ComputeMeanShift() {
-  RowSum all;
-  for (const RowSum& layer : mLayerSums) {
-    all.sum += layer.sum;
-    all.count += layer.count;
-  }
-  mShift = all.sum != 0 && all.count > 0 ? -all.sum / all.count : 0.0;
-}
-
-void Grid_Incompressibility::ApplyMeanShift(const EvaluationThreadData& block) {
-  if (mShift == 0) return;
-  const CellBox box = Clip(block.Box(), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
-  const double* diagonal = Used().GetMatrix().Diagonal();
-  const std::span<double> rhs = Used().GetRhs();
-  const i32 nx = mCells.x, slice = mCells.x * mCells.y;
-  ForEachCell(box, [&, shift = mShift](i32 x, i32 y, i32 z) {
-    const i32 c = z * slice + y * nx + x;
-    if (diagonal[c] != 0) rhs[c] += shift;
-  });
-}
-
 void Grid_Incompressibility::BuildSystem(const EvaluationThreadData& block) {
   const CellBox box = Clip(block.Box(), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
   const double c = mFields.dt / (mCellSize * mCellSize);
@@ -233,7 +211,7 @@ void Grid_Incompressibility::BuildSystem(const EvaluationThreadData& block) {
       for (i32 y = box.min.y; y < box.max.y; ++y) {
         const CellLine line(mFields, y, z);
         BuildLine(line, face, 1.0 / mCellSize, Used().GetMatrix(), Used().GetRhs(), box.min.x,
-                  box.max.x, mLayerSums[z]);
+                  box.max.x);
       }
     }
   };
@@ -274,26 +252,16 @@ void Grid_Incompressibility::SubtractGradient(const EvaluationThreadData& block)
 }
 
 void Grid_Incompressibility::AddBodyCoupling(const EvaluationThreadData& block) {
-  const CellBox box = Clip(block.Box(), {1, 1, 1}, mCells - VecInt3D{2, 2, 2});
-  const GridLayout& layout = mFields.velocity[0]->mLayout;
-  const double h = mCellSize;
+  const SolidPush push(mFields, mMoving);
+  const CellBox box = Clip(push.Reach(block.Box()), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
   const std::span<double> rhs = Used().GetRhs();
   for (i32 z = box.min.z; z < box.max.z; ++z) {
     if (IsCancelled()) return;
     for (i32 y = box.min.y; y < box.max.y; ++y) {
       const CellLine line(mFields, y, z);
       for (i32 x = box.min.x; x < box.max.x; ++x) {
-        // The solid fractions of opposite faces: equal ones, most by far, cost no distance.
-        const Vec3d jacobian = line.SolidGradient(x, h);
-        if (jacobian == Vec3d{}) continue;
-        const Vec3d corner = layout.simOrigin + ToReal(VecInt3D{x, y, z}) * layout.simCell;
-        const Vec3d centre = corner + layout.simCell * 0.5;
-        double b = 0;
-        for (const MovingBody& body : mMoving) {
-          if (!(body.volume->DistanceAtWorld(centre) < h)) continue;
-          const Vec3d turn = Cross(corner - body.centre, jacobian);
-          b -= Dot(jacobian, body.linear) + Dot(turn, body.angular);
-        }
+        if (line.IsClear(x) || !line.IsOpen(x)) continue;
+        const double b = push.Balance(x, y, z);
         if (b == 0) continue;
         rhs[line.cell + x] += b;
         mCoupling[z].push_back({line.cell + x, b});
@@ -302,23 +270,81 @@ void Grid_Incompressibility::AddBodyCoupling(const EvaluationThreadData& block) 
   }
 }
 
+void Grid_Incompressibility::BalanceRegions() {
+  mRegions.Find(mFields, mCells, Threads());
+  mRegions.Balance(mFields, Used().GetRhs(), Threads());
+  if (!mMoving.empty() && !(mWarned & kSqueezed)) CheckRegions();
+}
+
+double Grid_Incompressibility::MeasureLayer(i32 z) const {
+  auto coupling = mCoupling[z].cbegin();
+  double top = 0;
+  for (const RegionRun& run : mRegions.Runs(z)) {
+    const Region& region = mRegions.Of(run);
+    const CellLine line(mFields, run.y, z);
+    for (i32 x = run.first; x < run.last; ++x) {
+      double wanted = line.Source(x) + ClosedRegions::Shift(region, line.openCell[x]);
+      if (coupling != mCoupling[z].cend() && coupling->cell == line.cell + x)
+        wanted += (coupling++)->value;
+      top = std::max(top, std::fabs(wanted - line.Divergence(x, 1.0 / mCellSize)));
+    }
+  }
+  return top;
+}
+
 void Grid_Incompressibility::MeasureDivergence() {
   mDivergenceMax = MaxBlocks(std::max(0, mCells.z - 2), 1, Threads(), [&](i64 first, i64) {
-    const i32 z = static_cast<i32>(first) + 1;
-    auto coupling = mCoupling[z].cbegin();
-    double top = 0;
-    for (i32 y = 1; y < mCells.y - 1; ++y) {
-      const CellLine line(mFields, y, z);
-      for (i32 x = 1; x < mCells.x - 1; ++x) {
-        double wanted = line.Source(x) + mShift;
-        if (coupling != mCoupling[z].cend() && coupling->cell == line.cell + x)
-          wanted += (coupling++)->value;
-        if (line.IsOpen(x))
-          top = std::max(top, std::fabs(wanted - line.Divergence(x, 1.0 / mCellSize)));
-      }
-    }
-    return top;
+    return MeasureLayer(static_cast<i32>(first) + 1);
   });
+  // Solvers track their residual, which rounding can part from what is there.
+  if (!mReports.empty() && mLargestRhs > 0) mReports.back().residual = mDivergenceMax / mLargestRhs;
+}
+
+// ---- warnings ---------------------------------------------------------------------------------
+
+void Grid_Incompressibility::CheckRegions() {
+  std::vector<double> pushed(mRegions.All().size(), 0.0);
+  for (i32 z = 1; z < mCells.z - 1; ++z) {
+    auto term = mCoupling[z].cbegin();
+    for (const RegionRun& run : mRegions.Runs(z)) {
+      const i32 line = mFields.openCell->Index(0, run.y, z);
+      for (; term != mCoupling[z].cend() && term->cell < line + run.last; ++term)
+        pushed[run.region] += term->value;
+    }
+  }
+  const Region* worst = nullptr;
+  double rate = kSqueezeRate;
+  for (std::size_t i = 0; i < pushed.size(); ++i) {
+    const Region& region = mRegions.All()[i];
+    if (!region.isClosed || region.volume < kSqueezeCells) continue;
+    if (!(std::fabs(pushed[i]) > rate * region.volume)) continue;
+    rate = std::fabs(pushed[i]) / region.volume;
+    worst = &region;
+  }
+  if (!worst) return;
+  const GridLayout& layout = mFields.velocity[0]->mLayout;
+  const Vec3d at =
+      (layout.simOrigin + (ToReal(worst->first) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell) *
+      layout.simToWorld;
+  Warn(kSqueezed,
+       fmt::format("a moving obstacle squeezes or stretches a sealed room of {} cells, one of them "
+                   "at [{:.4g}, {:.4g}, {:.4g}], by {:.3g} % a second at {:.3g} s; the gas there "
+                   "can't keep its volume",
+                   worst->cells, at.x, at.y, at.z, 100 * rate, SecondsSoFar()));
+}
+
+void Grid_Incompressibility::CheckSolve(SolveEnd end) {
+  if (end == SolveEnd::Grew || end == SolveEnd::Stalled)
+    Warn(kUnsolved, fmt::format("the pressure solve {} at {:.3g} s and was stopped at its best, a "
+                                "residual of {:.2g}",
+                                end == SolveEnd::Grew ? "went astray" : "came no further",
+                                SecondsSoFar(), mReports.back().residual));
+}
+
+void Grid_Incompressibility::Warn(WarningKind kind, std::string text) {
+  if (mWarned & kind) return;
+  mWarned |= kind;
+  mWarnings.push_back(std::move(text));
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

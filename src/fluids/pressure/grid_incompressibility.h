@@ -2,12 +2,15 @@
 #pragma once
 #include <array>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "fluids/fields/channel.h"
+#include "fluids/pressure/closed_regions.h"
 #include "fluids/pressure/grid_cg_solver.h"
 #include "fluids/pressure/grid_gauss_solver.h"
 #include "fluids/pressure/grid_multigrid_solver.h"
+#include "fluids/pressure/solid_push.h"
 #include "framework/duration.h"
 #include "framework/iobject.h"
 
@@ -19,7 +22,7 @@ class VolumeBase;
 /// What a projection left behind, for the statistics.
 struct ProjectionReport {
   i32 iterations = 0;
-  double residual = 0;  ///< largest residual of the linear system over its largest right-hand side
+  double residual = 0;  ///< largest residual that is left over the largest right-hand side
 };
 
 /// The fields that a projection works on, for one step.
@@ -30,20 +33,6 @@ struct ProjectionFields {
   const EGrid<double>* source = nullptr;      ///< wanted divergence, cells, 1/s; may be null
   const EGrid<double>* density = nullptr;     ///< cells; null means constant density
   double dt = 0;                              ///< seconds
-};
-
-/// A solid in motion, as the coupling sees it.
-struct MovingBody {
-  const VolumeBase* volume = nullptr;
-  Vec3d centre{};
-  Vec3d linear{};   ///< simulation units per second
-  Vec3d angular{};  ///< radians per second
-};
-
-/// What rows of the system add up to.
-struct RowSum {
-  double sum = 0;  ///< of the right-hand sides
-  u32 count = 0;   ///< of the cells with a row
 };
 
 /// Makes the owner's velocity divergence-free on the cut cells that the face fractions tell
@@ -70,11 +59,10 @@ class Grid_Incompressibility : public iObject {
 
   /// Pass 1: right-hand side and matrix.
   virtual void BuildSystem(const EvaluationThreadData& block);
-  /// Entry of pass 2: the mean of the right-hand side, layer by layer.
-  virtual void ComputeMeanShift();
-  virtual void ApplyMeanShift(const EvaluationThreadData& block);
   /// Pass 4: the velocity update; each face is written by the block of the cell above it.
   virtual void SubtractGradient(const EvaluationThreadData& block);
+  /// Entry of pass 2: makes the right-hand sides of closed regions add up to 0.
+  virtual void BalanceRegions();
   /// Pass 0: what moving solids add to the right-hand side.
   virtual void AddBodyCoupling(const EvaluationThreadData& block);
 
@@ -83,21 +71,26 @@ class Grid_Incompressibility : public iObject {
   /// Reports since the last call, one per projection.
   std::vector<ProjectionReport> TakeReports();
   /// Largest absolute residual, in 1/s, of the balance that the last projection solved, over the
-  /// cells 1 to n-2 with an open face: source, moving solids and mean shift included.
+  /// cells 1 to n-2 with an open face: source, moving solids and the shift of closed regions
+  /// included.
   double DivergenceMax() const { return mDivergenceMax; }
   /// Pressures of the last projection by cell, 0 in cells without an open face.
   std::span<const double> GetPressure() const;
+  /// What went wrong in solves since the start, each kind told once, the first time: a clause with
+  /// the place and the time.
+  std::span<const std::string> Warnings() const { return mWarnings; }
 
   FluidSolver* mSolver = nullptr;
-  bool mCompatibility = false;  ///< subtract the mean of the right-hand side
-  i32 mLinearSolver = 1;        ///< 0 conjugate gradients, 1 Gauss-Seidel, 2 multigrid
+  i32 mLinearSolver = 1;  ///< 0 conjugate gradients, 1 Gauss-Seidel, 2 multigrid
   double mDensity = 1.23;
   Grid_CGSolver mCG;
   Grid_GaussSolver mGauss;
   Grid_MultigridSolver mMultigrid;
 
  protected:
-  enum Pass : i16 { kCouple, kBuild, kShift, kSolve, kUpdate };
+  enum Pass : i16 { kCouple, kBuild, kBalance, kSolve, kUpdate };
+
+  enum WarningKind : u32 { kSqueezed = 1, kUnsolved = 2 };
 
   /// The owner's fields of this step; false when one is missing.
   virtual bool GatherFields(ProjectionFields& fields) const;
@@ -107,6 +100,13 @@ class Grid_Incompressibility : public iObject {
   bool PrepareSystem();
   void Solve();
   void MeasureDivergence();
+  double MeasureLayer(i32 z) const;
+  /// Warns when moving solids squeeze or stretch a closed region.
+  void CheckRegions();
+  void CheckSolve(SolveEnd end);
+  /// Keeps a warning unless one of its kind is there.
+  void Warn(WarningKind kind, std::string text);
+  double SecondsSoFar() const { return mTime ? mTime->elapsed : 0.0; }
   /// The linear solver in use.
   LatticeSolver& Used();
   const LatticeSolver& Used() const { return const_cast<Grid_Incompressibility*>(this)->Used(); }
@@ -128,10 +128,12 @@ class Grid_Incompressibility : public iObject {
   double mCellSize = 0;
   std::vector<MovingBody> mMoving;
   std::vector<std::vector<CouplingTerm>> mCoupling;  ///< by layer, in cell order
-  std::vector<RowSum> mLayerSums;
-  double mShift = 0;
+  ClosedRegions mRegions;
   double mDivergenceMax = 0;
+  double mLargestRhs = 0;  ///< before the last solve
   std::vector<ProjectionReport> mReports;
+  u32 mWarned = 0;  ///< bits of the kinds of warnings given
+  std::vector<std::string> mWarnings;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

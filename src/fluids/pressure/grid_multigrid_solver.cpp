@@ -48,31 +48,23 @@ void Grid_MultigridSolver::Redirect(double beta) {
   ForEachLine([&](i32 c, i32 n, double&) { RedirectLine(beta, value + c, mArrays[kS] + c, n); });
 }
 
-bool Grid_MultigridSolver::Solve() {
-  mIterations = 0;
-  mResidual = 0;
-  if (!mHasSystem) return false;
-  mMatrix.FindLines(mThreads);
-  const double largest = StartResidual();
-  if (largest == 0) return true;
-  mResidual = 1;
-  if (!mMultigrid.Build(mMatrix, mThreads)) return false;
-  Descend(0, 1 / largest);
+SolveEnd Grid_MultigridSolver::Iterate(i32 limit) {
+  if (!mMultigrid.Build(mMatrix, mThreads)) return SolveEnd::Broken;
+  const double scale = 1 / mLargest;
+  Descend(0, scale);
   double rho = mMultigrid.Cycle(mArrays[kRhs]);
   Redirect(0);
-  while (mIterations < mAccuracy.maxIterations && !IsCancelled()) {
-    if (rho == 0) return false;
+  while (mIterations < limit && !IsCancelled()) {
+    if (rho == 0) return SolveEnd::Broken;
     ++mIterations;
     const double alpha = rho / Multiply();
-    if (!std::isfinite(alpha)) return false;
-    mResidual = Descend(alpha, 1 / largest) / largest;
-    if (!(mResidual > mAccuracy.tolerance)) return true;
-    if (mIterations == mAccuracy.maxIterations) return false;
+    if (!std::isfinite(alpha)) return SolveEnd::Broken;
+    if (const auto end = Note(Descend(alpha, scale), limit)) return *end;
     const double next = mMultigrid.Cycle(mArrays[kRhs]);
     Redirect(next / rho);
     rho = next;
   }
-  return false;
+  return SolveEnd::OutOfIterations;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -17,13 +17,9 @@ class Grid_MultigridSolver : public ConjugateGradients {
   void Release(bool full) override;
   void Prepare(void* context = nullptr) override;
 
-  /// Runs to the tolerance, relative to the largest right-hand side; false when the limit was
-  /// reached or the user broke off. Rows without entries stay out of it. The result doesn't depend
-  /// on the number of workers. Uses up the right-hand side.
-  bool Solve();
-
  private:
   enum { kArrays = kFirstOfMethod };
+  SolveEnd Iterate(i32 limit) override;
   /// x += alpha s, r -= alpha z, and r as the cycle's right-hand side; returns the largest |r|.
   double Descend(double alpha, double scale);
   /// s = value of the cycle + beta s.

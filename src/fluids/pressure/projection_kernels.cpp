@@ -74,7 +74,7 @@ SULVA_WIDE_KERNEL void AddRows(const FaceWeights& weights, const SystemLine& sys
 
 template <class Weigh>
 void Build(const CellLine& line, double inverseCell, LatticeMatrix& matrix, std::span<double> rhs,
-           i32 first, i32 last, RowSum& total, Weigh&& weigh) {
+           i32 first, i32 last, Weigh&& weigh) {
   double open[kChunk], b[kChunk];
   FaceWeights weights;
   const i32 ny = matrix.Offset(1), nz = matrix.Offset(2);
@@ -89,12 +89,8 @@ void Build(const CellLine& line, double inverseCell, LatticeMatrix& matrix, std:
         weights,
         {matrix.Diagonal() + c, {matrix.Upper(0) + c, matrix.Upper(1) + c, matrix.Upper(2) + c}},
         n);
-    for (i32 i = 0; i < n; ++i) {
-      if (open[i] == 0) continue;
-      total.sum += b[i];
-      ++total.count;
-      rhs[c + i] += b[i];
-    }
+    for (i32 i = 0; i < n; ++i)
+      if (open[i] != 0) rhs[c + i] += b[i];
   }
 }
 
@@ -122,15 +118,15 @@ SULVA_WIDE_KERNEL void TakeGradientByDensity(const FaceLine& line, const Variabl
 }  // namespace
 
 void BuildLine(const CellLine& line, const ConstantDensity& face, double inverseCell,
-               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last, RowSum& total) {
-  Build(line, inverseCell, matrix, rhs, first, last, total,
+               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last) {
+  Build(line, inverseCell, matrix, rhs, first, last,
         [&](const float* open, i32 cell, i32 offset, double* out, i32 n) {
           WeighAlike(open, face, cell, offset, out, n);
         });
 }
 void BuildLine(const CellLine& line, const VariableDensity& face, double inverseCell,
-               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last, RowSum& total) {
-  Build(line, inverseCell, matrix, rhs, first, last, total,
+               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last) {
+  Build(line, inverseCell, matrix, rhs, first, last,
         [&](const float* open, i32 cell, i32 offset, double* out, i32 n) {
           WeighByDensity(open, face, cell, offset, out, n);
         });

@@ -69,10 +69,9 @@ struct CellLine {
            inverseCell;
   }
   double Source(i32 x) const { return source ? openCell[x] * source[x] : 0.0; }
-  /// Differences of the solid fractions of opposite faces over the cell size.
-  Vec3d SolidGradient(i32 x, double h) const {
-    const auto difference = [h](float low, float high) { return ((1.0 - high) - (1.0 - low)) / h; };
-    return {difference(ox[x], ox[x + 1]), difference(oy0[x], oy1[x]), difference(oz0[x], oz1[x])};
+  /// No part of the cell's faces is solid.
+  bool IsClear(i32 x) const {
+    return ox[x] >= 1 && ox[x + 1] >= 1 && oy0[x] >= 1 && oy1[x] >= 1 && oz0[x] >= 1 && oz1[x] >= 1;
   }
 
  private:
@@ -82,14 +81,14 @@ struct CellLine {
   }
 };
 
-/// Adds the rows of the cells [first, last) of a line to a system, and their right-hand sides to
-/// `total`. With the open share a of each face and its density rho, the row of cell c is
+/// Adds the rows of the cells [first, last) of a line to a system. With the open share a of each
+/// face and its density rho, the row of cell c is
 ///   sum over faces of a dt / (rho h^2) (p_c - p_neighbour) = source - div(a u);
 /// `face` gives dt / (rho h^2).
 void BuildLine(const CellLine& line, const ConstantDensity& face, double inverseCell,
-               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last, RowSum& total);
+               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last);
 void BuildLine(const CellLine& line, const VariableDensity& face, double inverseCell,
-               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last, RowSum& total);
+               LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last);
 
 /// Faces on a line and the pressures of the cells above and below them.
 struct FaceLine {

@@ -136,8 +136,7 @@ const ParameterTable& FluidSolver::Parameters() {
               "only inside this time window gas keeps its volume; outside, it can be squeezed",
               {1028240}),
       BoolRow(1309, "compatibility", false,
-              "balances what flows in and out of a closed box; switched on by itself when all "
-              "walls are closed"),
+              "kept with the scene; what flows in and out of a closed region is always balanced"),
   };
   return table;
 }
@@ -195,7 +194,6 @@ bool FluidSolver::ReadParameters(void* context) {
   mVelocity.ReadParameters();
   mBoundary.ReadParameters();
   mPressure.ReadParameters();
-  mPressure.mCompatibility = mBoundary.mWalls == kWallsAll;
   mExtrapolation.ReadParameters();
   mConstrain.ReadParameters();
   mForces.ReadParameters();
@@ -203,6 +201,7 @@ bool FluidSolver::ReadParameters(void* context) {
   mFractions.mMethod = FractionMethod::Analytic;
   mFractions.mInvert = true;
   mFractions.mKinds = kFractionCell | kFractionFaces;
+  mFractions.mLeast = kLeastOpening;
   if (!Has(FLAG_ACTIVE)) mBoundary.MarkDirty(false);
 
   mPadding = mInterface.GetLong(1009) * static_cast<double>(GetDomain().cellSize);

@@ -14,7 +14,8 @@ Grid_VolumeFractions::Grid_VolumeFractions(const Grid_VolumeFractions& other)
       mMethod(other.mMethod),
       mKinds(other.mKinds),
       mSamples(other.mSamples),
-      mInvert(other.mInvert) {}
+      mInvert(other.mInvert),
+      mLeast(other.mLeast) {}
 
 bool Grid_VolumeFractions::ReadParameters(void*) {
   mSamples = 2;
@@ -157,7 +158,8 @@ void Grid_VolumeFractions::AnalyticFaces(EGrid<float>& field,
             const double c[4] = {static_cast<float>(node[x]), static_cast<float>(node[x + u]),
                                  static_cast<float>(node[x + u + v]),
                                  static_cast<float>(node[x + v])};
-            out[x] = Stored(SquareFraction(c));
+            const float part = Stored(SquareFraction(c)), least = static_cast<float>(mLeast);
+            out[x] = part >= least ? part : part < 0.5F * least ? 0.0F : least;
           });
     }
 }

@@ -21,6 +21,10 @@ enum FractionKind : u32 {
   kFractionFaceVolumes = 8,  ///< keys (axis, 3): control volumes of faces
 };
 
+/// The least opening of a face in a flow: what a moving solid presses through a hair would be as
+/// fast as the hair is thin. Faces open by less than half of it are closed, others open so far.
+constexpr double kLeastOpening = 0.05;
+
 /// Fractions of faces, edges and cells inside (or with `mInvert` outside) the zero surface of a
 /// signed distance field; values 0 to 1, single precision, over the cells of the field's layout.
 ///
@@ -63,6 +67,7 @@ class Grid_VolumeFractions : public iObject {
   u32 mKinds = 0;
   i32 mSamples = 2;  ///< per axis; sub-cells of control volumes are 2^mSamples per axis
   bool mInvert = false;
+  double mLeast = 0;  ///< analytic fractions of faces: 0, or at least so much; rounded below
 
  private:
   /// Samples inside, for each octant of a cell: bit 0 upper half in x, bit 1 in y, bit 2 in z.

@@ -166,6 +166,40 @@ TEST(ConjugateGradients, EdgesOfTheIteration) {
   EXPECT_FALSE(solver.Has(FLAG_ACTIVE));
 }
 
+// A closed system whose right-hand side adds up to something has no solution. The solve notices
+// that it comes no further, and what it leaves is the best of its iterates: a longer leash never
+// ends at a worse residual.
+template <class Solver>
+void ExpectTheBestOfAHopelessSolve() {
+  System system({10, 9, 8}, 1.0, false, 17);
+  for (std::size_t c = 0; c < system.rhs.size(); ++c) {
+    double sum = 0;
+    for (const auto& [column, value] : system.rows[c]) sum += value * std::sin(0.37 * column);
+    system.rhs[c] = system.HasRow(static_cast<i32>(c)) ? sum + 1e-4 : 0.0;
+  }
+  double least = 1e9, last = 0;
+  for (const i32 limit : {1, 2, 4, 8, 12, 16, 24, 40, 1000}) {
+    Solver solver;
+    solver.mAccuracy.maxIterations = limit;
+    system.Fill(solver);
+    EXPECT_FALSE(solver.Solve());
+    last = system.Residual(solver.GetResult());
+    EXPECT_NEAR(last, solver.mResidual * solver.mLargest, 1e-6 * last);
+    EXPECT_LE(last, 1.1001 * least) << limit;
+    least = std::min(least, last);
+    if (limit < 1000) continue;
+    EXPECT_LT(solver.mIterations, 400);
+    EXPECT_TRUE(solver.mEnd == SolveEnd::Stalled || solver.mEnd == SolveEnd::Grew);
+  }
+  EXPECT_LT(last, 1e-3);
+  EXPECT_GT(last, 0.9e-4);
+}
+
+TEST(LinearSolvers, AHopelessSolveStopsAtItsBest) {
+  ExpectTheBestOfAHopelessSolve<Grid_CGSolver>();
+  ExpectTheBestOfAHopelessSolve<Grid_MultigridSolver>();
+}
+
 // -laplace p = f on the unit cube with p = 0 outside, second order in the cell size.
 TEST(ConjugateGradients, ConvergesToTheContinuousSolution) {
   double errors[2];

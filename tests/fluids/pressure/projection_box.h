@@ -98,7 +98,6 @@ struct Box {
     projection.fields.openCell = fractions.GetRead(0, 0);
     projection.fields.source = source.get();
     projection.fields.dt = 0.02;
-    projection.mCompatibility = walls == kWallsAll;
     projection.mLinearSolver = 0;
     projection.mDensity = 1.23;
   }

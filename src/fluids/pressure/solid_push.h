@@ -1,0 +1,53 @@
+// What moving solids push through the faces of cells.
+#pragma once
+#include <span>
+#include <vector>
+
+#include "grids/egrid.h"
+#include "grids/for_each_cell.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class VolumeBase;
+struct ProjectionFields;
+
+/// A solid in motion, as the coupling sees it.
+struct MovingBody {
+  const VolumeBase* volume = nullptr;
+  Vec3d centre{};
+  Vec3d linear{};   ///< simulation units per second
+  Vec3d angular{};  ///< radians per second
+};
+
+/// The flow of moving solids through faces.
+///
+/// Every face has one value, whichever of its two cells asks: the solid part of the face, body by
+/// body as each one's own distances cut it, times the velocity of that body there. So a rigid body
+/// that moves inside a closed region pushes as much in front as it leaves behind, to rounding, and
+/// a wall beside it pushes nothing.
+class SolidPush {
+ public:
+  /// `fields` and `bodies` have to last.
+  SolidPush(const ProjectionFields& fields, std::span<const MovingBody> bodies);
+
+  /// The cells that a body may push, of those in `box`.
+  CellBox Reach(const CellBox& box) const { return Clip(box, mReach.min, mReach.max); }
+  /// What all bodies add to the balance of cell (x, y, z), 1/s: what they leave free.
+  double Balance(i32 x, i32 y, i32 z) const;
+
+ private:
+  struct Body {
+    MovingBody motion;
+    CellBox reach;  ///< cells that its grid touches
+  };
+  /// The solid's flow through a face per area of a face, simulation units per second.
+  double FlowThrough(i32 axis, const VecInt3D& face) const;
+  double ShareOf(const Body& body, i32 axis, const VecInt3D& face) const;
+
+  const ProjectionFields& mFields;
+  const GridLayout& mLayout;
+  std::vector<Body> mBodies;
+  CellBox mReach;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
