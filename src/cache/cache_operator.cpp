@@ -143,7 +143,7 @@ void Cache_OperatorBase::CheckDirty() {
   iObject::CheckDirty();
   if (!Has(FLAG_ENABLED)) return;
   const bool changed = mScene->mFlags & (Scene::kDomainChanged | Scene::kTimeChanged);
-  if (changed || (IsDirty() && (mMode == 0 || mTime->elapsed == 0))) {
+  if (changed || (IsDirty() && (mMode == 0 || !mTime->IsUnderWay()))) {
     MarkDirty(false);
   } else {
     SetFlag(FLAG_DIRTY | FLAG_DIRTY_HARD, false);

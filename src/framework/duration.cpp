@@ -1,5 +1,7 @@
 #include "framework/duration.h"
 
+#include <algorithm>
+
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 
@@ -69,7 +71,8 @@ bool Duration::ReadParameters(void* context) {
   return true;
 }
 
-bool Duration::WindowAt(double t, double& windowStart) const {
+bool Duration::WindowAt(double time, double& windowStart) const {
+  const double t = time + 1e-6 * (mScene ? mScene->mClock.frameTime : 1e-3);
   windowStart = start;
   if (length <= 0) return start <= t;
   if (t >= start && t < start + length) return true;
@@ -91,7 +94,7 @@ bool Duration::Weight(double time, double& weight) const {
   double windowStart;
   if (!WindowAt(time, windowStart)) return false;
   if (length > 0) {
-    const double u = (time - windowStart) / length;
+    const double u = std::max(0.0, (time - windowStart) / length);
     weight = spline ? spline->Evaluate(u) : 1 - u;
   }
   return true;

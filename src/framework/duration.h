@@ -17,6 +17,7 @@ class Duration : public iBase {
   std::unique_ptr<iBase> Clone() const override { return std::make_unique<Duration>(*this); }
 
   /// Whether the window is open at `time` (seconds). A length of 0 or less is open from `start` on.
+  /// A millionth of a frame before its start counts as its start: times are sums of rounded steps.
   bool IsActive(double time) const;
   /// As `IsActive`; inside a window of some length `weight` becomes the curve's y over the window,
   /// or without a curve fades from 1 to 0.

@@ -232,10 +232,9 @@ bool Scene::Execute(HostThread* thread, bool render) {
 
   i32 blurSample, blurSamples;
   ReadBlur(blurSample, blurSamples);
-  SetTimes(mClock.frameFromStart, mClock.time,
-           static_cast<f32>(settings.timeScale * mClock.frameTime), settings.timeMode, settings.cfl,
-           settings.fixedStep, settings.extraSubsteps + 1, settings.extraMinSubsteps + 1,
-           mClock.fps, blurSample, blurSamples);
+  SetTimes(mClock.frameFromStart, mClock.time, settings.timeScale * mClock.frameTime,
+           settings.timeMode, settings.cfl, settings.fixedStep, settings.extraSubsteps + 1,
+           settings.extraMinSubsteps + 1, mClock.fps, blurSample, blurSamples);
   LoadCaches();
   if (settings.timeScale <= 0) return EndEvaluation(true);
 
@@ -252,7 +251,7 @@ bool Scene::Execute(HostThread* thread, bool render) {
     SetStage(kStartSimulation);
     DispatchStage();
     if (!NeedsRun() || IsCancelled()) return EndEvaluation(!IsCancelled());
-    if (!hardReset && (mClock.frame <= mClock.startFrame || mTime.elapsed == 0)) Reset(false);
+    if (!hardReset && !mTime.IsUnderWay()) Reset(false);
     mReport.simulated = true;
     const bool finished = RunSubsteps();
     ClearStatus();

@@ -156,7 +156,10 @@ class Scene : public host::LinkSource {
   void ReadClock();
   void ReadBlur(i32& sample, i32& samples) const;
   bool RunSubsteps();
-  double NextAdaptiveStep(bool first, double dtMin, double dtMax, bool& last);
+  /// The next step of a frame whose flow says how long it may be, between two limits.
+  void NextAdaptiveStep(double dtMin, double dtMax, bool& last);
+  /// One step that takes the place of all substeps of a frame.
+  void TakeWholeFrame(double duration);
   bool EndEvaluation(bool result);
   std::vector<iObject*> Caches(bool enabledOnly) const;
   void RunSetUpPasses();

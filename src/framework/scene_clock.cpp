@@ -93,26 +93,19 @@ double Scene::ComputeAdaptiveStep(double seed) {
   return dt;
 }
 
-double Scene::NextAdaptiveStep(bool first, double dtMin, double dtMax, bool& last) {
-  const double frame = mTime.frameDuration;
-  double dt = static_cast<f32>(first ? frame : ComputeAdaptiveStep(1e-16));
-  if (dt > dtMax) {
-    dt = dtMax;
-  } else if (dt < dtMin) {
-    dt = dtMin;
-  } else if (dt > frame) {
-    dt = frame;
-  }
-  if (dt + mTime.timeInFrame < frame) {
-    // The frame must not end on a sliver.
-    if (frame <= dt * 1.5 + mTime.timeInFrame) dt = (frame - mTime.timeInFrame) * 0.5;
-  } else {
-    dt = frame - mTime.timeInFrame;
-    last = true;
+void Scene::NextAdaptiveStep(double dtMin, double dtMax, bool& last) {
+  const double frame = mTime.frameDuration, left = frame - mTime.timeInFrame;
+  double dt = std::clamp(ComputeAdaptiveStep(1e-16), dtMin, dtMax);
+  // Thirds of a frame don't add up to it to the last bit; the rest of a bit is no step.
+  last = dt >= left * (1 - 1e-9);
+  if (last) {
+    dt = left;
+  } else if (left <= dt * 1.5) {
+    dt = left * 0.5;  // the frame must not end on a sliver
   }
   mTime.stepDuration = dt;
-  mTime.stepFraction = dt == 0 ? 0 : dt / frame;
-  mTime.remainingFraction -= mTime.stepFraction;
+  mTime.stepFraction = dt / frame;
+  mTime.remainingFraction = last ? 0 : mTime.remainingFraction - mTime.stepFraction;
   if (mTime.timeInFrame == 0 && last) {
     mTime.substep = 1;
     mTime.maxSubsteps = 1;
@@ -121,38 +114,45 @@ double Scene::NextAdaptiveStep(bool first, double dtMin, double dtMax, bool& las
     mTime.maxSubsteps = static_cast<u8>(std::min(count, 255));
     mTime.substep = static_cast<u8>(std::min(mTime.substep + 1, 255));
   }
-  return dt;
+}
+
+void Scene::TakeWholeFrame(double duration) {
+  mTime.stepDuration = duration;
+  mTime.stepFraction = 1;
+  mTime.remainingFraction = 0;
+  mTime.substep = mTime.maxSubsteps = 1;
 }
 
 bool Scene::RunSubsteps() {
   mTime.timeInFrame = 0;
   mTime.remainingFraction = 1;
-  const i32 minimum = mTime.minSubsteps, maximum = mTime.maxSubsteps;
-  const double dtMax = static_cast<f32>(mTime.frameDuration / std::max(1, minimum));
-  const double dtMin = static_cast<f32>(mTime.frameDuration / std::max(maximum, minimum));
-  if (mTimeMode == 0) mTime.maxSubsteps = 0;
+  const bool isAdaptive = mTimeMode == 0;
+  const i32 minimum = std::max<i32>(1, mTime.minSubsteps), maximum = mTime.maxSubsteps;
+  const double dtMax = mTime.frameDuration / minimum;
+  const double dtMin = mTime.frameDuration / std::max(maximum, minimum);
+  const double whole = isAdaptive ? mTime.frameDuration : mTime.stepDuration * maximum;
+  const double start = mTime.elapsed;
+  if (isAdaptive) mTime.maxSubsteps = 0;
   mTime.isLastSubstep = 0;
   bool last = false;
   for (i32 i = 0; !last; ++i) {
-    const bool first = mTime.elapsed == 0;
-    double dt;
-    if (mTimeMode == 0) {
-      dt = NextAdaptiveStep(first, dtMin, dtMax, last);
+    if (!mTime.IsUnderWay()) {
+      TakeWholeFrame(whole);
+      last = true;
+    } else if (isAdaptive) {
+      NextAdaptiveStep(dtMin, dtMax, last);
     } else {
       mTime.substep = static_cast<u8>(i + 1);
       mTime.remainingFraction = 1 - (i + 1) * mTime.stepFraction;
-      last = i == mTime.maxSubsteps - 1;
-      dt = mTime.stepDuration;
+      last = i == maximum - 1;
     }
-    mTime.timeInFrame += dt;
+    mTime.timeInFrame = last ? whole : mTime.timeInFrame + mTime.stepDuration;
     ShowStatus("Substep: " + std::to_string(mTime.substep));
-    // A frame at the start of a simulation takes one step only.
-    if (first || mTime.frameIndex == 0) last = true;
     mTime.isLastSubstep = last;
-    mReport.steps.push_back(dt);
+    mReport.steps.push_back(mTime.stepDuration);
     if (!Simulate(false)) return false;
     SetStage(kFinishSubstep);
-    if ((mFlags & kTimeChanged) && mClock.frame > mClock.startFrame) mTime.elapsed += dt;
+    if ((mFlags & kTimeChanged) && mTime.IsUnderWay()) mTime.elapsed = start + mTime.timeInFrame;
   }
   return !IsCancelled();
 }

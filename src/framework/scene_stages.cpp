@@ -28,7 +28,7 @@ bool Scene::Simulate(bool refresh) {
     SetStage(stage);
     const StageTimer timer(mReport.stageSeconds[stage]);
     if (stage == kInitialiseSubstep) {
-      if (!refresh && mTime.elapsed > 0) DispatchStage();
+      if (!refresh && mTime.IsUnderWay()) DispatchStage();
     } else if (stage == kCalculateBounds) {
       if (!refresh && !NegotiateBounds()) return false;
     } else if (stage == kFinish) {

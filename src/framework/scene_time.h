@@ -12,7 +12,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 struct SceneTime {
   i32 frameIndex = 0;         ///< frames since the start frame
   f64 frameDuration = 0;      ///< timeScale / fps
-  f64 elapsed = 0;            ///< simulated time; 0 means that no step has been taken
+  f64 elapsed = 0;            ///< simulated time at the start of the substep; 0 at the start
   f64 stepDuration = 0;       ///< dt of the current substep
   f64 timeInFrame = 0;        ///< sum of this frame's substeps so far
   i32 fps = 0;                ///< document rate
@@ -22,6 +22,10 @@ struct SceneTime {
   u8 maxSubsteps = 0;         ///< substeps per frame; in adaptive mode this frame's running count
   u8 minSubsteps = 0;
   u8 isLastSubstep = 0;  ///< 1 during the frame's last substep
+
+  /// Whether the frame moves on from the one before it. The start frame is a state, not a stretch of
+  /// time: sources fill it with what a frame of theirs holds, and nothing flows yet.
+  bool IsUnderWay() const { return frameIndex > 0; }
 };
 
 /// What the document's clock said at this evaluation and the last one.

@@ -161,8 +161,8 @@ std::vector<std::string> Simulation::Warnings() const {
     for (i32 list = 1; list <= 11; ++list)
       for (const auto& [id, object] : scene->List(list)) {
         if (!object->Node()) continue;
-        // No force acts before there is a flow, in the third frame.
-        const bool isEarly = list == kListForces && scene->mClock.frameFromStart < 2;
+        // No force acts before there is a flow, in the second frame.
+        const bool isEarly = list == kListForces && scene->mClock.frameFromStart < 1;
         if (object->mRuns == 0 && object->mInactiveReason && !isEarly)
           warnings.push_back(
               fmt::format("{} is inactive: {}", subject(*object), object->mInactiveReason));

@@ -36,6 +36,7 @@ struct CacheScene : TestScene {
     scene->mReport.whole = true;
     scene->mClock.startFrame = 0;
     scene->mTime.elapsed = 0.04;
+    scene->mTime.frameIndex = 1;
   }
   ~CacheScene() { host::TheConsole().print = nullptr; }
 

@@ -19,6 +19,7 @@ class GasRig {
     scene->mThreadCount = threads;
     scene->mFlags |= Scene::kTimeChanged;
     scene->mTime.elapsed = 1;
+    scene->mTime.frameIndex = 1;
     scene->mTime.stepDuration = 0.04;
     gasNode = &Add("fluid", "gas");
     gas = Object<FluidSolver>(*gasNode);

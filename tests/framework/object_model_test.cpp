@@ -171,6 +171,34 @@ TEST_F(DurationTest, CountsFramesOnRequest) {
   }
 }
 
+TEST_F(DurationTest, OpensAtItsFrameAtEveryRate) {
+  for (const double fps : {23.976, 24.0, 25.0, 29.97, 30.0, 50.0, 60.0})
+    for (const i32 substeps : {1, 3}) {
+      ProbeScene run;
+      run.document.fps = fps;
+      run.server.Set(1003, i32{1});
+      run.server.Set(1005, substeps - 1);
+      ProbeSetup setup;
+      setup.stages = {kEmitters};
+      const host::BaseNode& emitter = run.Add("emitter", setup);
+      run.Run(0);
+      Duration window(&node, &run.scene);
+      node.SetTable(&Duration::Parameters());
+      node.Set(1008, i32{1});
+      node.Set(1005, i32{2});
+      node.Set(1006, i32{7});
+      window.ReadParameters();
+      i32 open = 0;
+      run.Get(emitter).mOnPrepare = [&](Probe& p) { open += window.IsActive(p.mTime->elapsed); };
+      for (i32 frame = 1; frame <= 12; ++frame) {
+        open = 0;
+        run.Run(frame);
+        EXPECT_EQ(open, frame == 8 || frame == 9 ? substeps : 0)
+            << "frame " << frame << " moves from " << frame - 1 << " on, fps " << fps;
+      }
+    }
+}
+
 /// Halves the weight, and counts its own tests.
 class Halver : public Constraint {
  public:

@@ -22,7 +22,7 @@ struct ProbeSetup {
   bool resetsOnChange = false;
   i32 passes = 1;
   bool timeDirty = true;       ///< dirty in every frame whose time moved on
-  bool sleepsAtStart = false;  ///< inactive while `elapsed` is 0
+  bool sleepsAtStart = false;  ///< inactive in the start frame
   bool active = true;          ///< what `Prepare` and `ApplyBounds` leave in FLAG_ACTIVE
   u32 categories = 0;
   i32 typeId = 0;
@@ -79,7 +79,7 @@ class Probe : public iObject {
   double GetMaxSpeedSq() const override { return mMaxSpeedSq; }
 
   void Prepare(void*) override {
-    SetFlag(FLAG_ACTIVE, mSetup.active && !(mSetup.sleepsAtStart && mTime->elapsed == 0));
+    SetFlag(FLAG_ACTIVE, mSetup.active && !(mSetup.sleepsAtStart && !mTime->IsUnderWay()));
     Note("prepare");
     if (mOnPrepare) mOnPrepare(*this);
   }

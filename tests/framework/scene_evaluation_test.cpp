@@ -42,7 +42,7 @@ TEST(Evaluation, FramesZeroToThree) {
   emitter.list = kListEmitters;
   emitter.stages = {kEmitters};
   s.Add("emitter", emitter);
-  const double frame = static_cast<f32>(0.04);
+  const double frame = 0.04;
   const SceneTime& time = s.scene.mTime;
 
   ASSERT_TRUE(s.Run(0));
@@ -55,17 +55,11 @@ TEST(Evaluation, FramesZeroToThree) {
   EXPECT_EQ(time.maxSubsteps, 1);
   EXPECT_EQ(time.isLastSubstep, 1);
 
-  ASSERT_TRUE(s.Run(1));
-  EXPECT_THAT(s.lines, Contains("reset channel")) << "channels are cleared once more";
-  EXPECT_THAT(s.lines, Not(Contains("reset emitter")));
-  EXPECT_THAT(s.trace, ElementsAre("5 emitter"));
-  EXPECT_EQ(time.elapsed, frame) << "time counts from the second frame on";
-
-  for (const i32 number : {2, 3}) {
+  for (const i32 number : {1, 2, 3}) {
     ASSERT_TRUE(s.Run(number));
-    EXPECT_THAT(s.lines, Not(Contains("reset channel")));
+    EXPECT_THAT(s.lines, Not(Contains("reset channel"))) << "what the first frame emits stays";
     EXPECT_THAT(s.trace, ElementsAre("5 emitter", "5 solver", "10 solver"));
-    EXPECT_EQ(time.elapsed, frame * number);
+    EXPECT_DOUBLE_EQ(time.elapsed, frame * number);
     EXPECT_EQ(time.frameIndex, number);
     EXPECT_EQ(time.fps, 25);
   }

@@ -125,7 +125,7 @@ void GridAdvection::CheckDirty() {
   iBase* target = Target();
   if (IsDirty()) {
     if (target) target->MarkDirty(false);
-  } else if ((mScene->mFlags & Scene::kTimeChanged) && mTime->elapsed > 0) {
+  } else if ((mScene->mFlags & Scene::kTimeChanged) && mTime->IsUnderWay()) {
     if (target) target->MarkDirty(false);
     MarkDirty(false);
   } else {

@@ -25,7 +25,7 @@ void VelocityGridEmitter::ClearLinks() {
 }
 
 void VelocityGridEmitter::CheckDirty() {
-  if ((mScene->mFlags & Scene::kTimeChanged) && mTime->elapsed > 0) {
+  if ((mScene->mFlags & Scene::kTimeChanged) && mTime->IsUnderWay()) {
     if (!IsDirty()) MarkDirty(false);
   } else {
     SetFlag(FLAG_DIRTY | FLAG_DIRTY_HARD, false);

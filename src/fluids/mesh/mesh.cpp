@@ -252,7 +252,7 @@ void Mesh::Prepare(void*) {
       return;
     }
   }
-  const bool isStep = moved && mHasHistory && mTime->elapsed > 0 && IsNextFrame();
+  const bool isStep = moved && mHasHistory && mTime->IsUnderWay() && IsNextFrame();
   if (isStep) {
     UpdateMotion(centreBefore, pointsChanged);
   } else {

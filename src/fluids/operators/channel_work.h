@@ -9,7 +9,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// The scene moves on in this evaluation: operators on the content have work.
 inline bool IsSimulating(const iBase& object) {
-  return (object.mScene->mFlags & Scene::kTimeChanged) && object.mTime->elapsed > 0;
+  return (object.mScene->mFlags & Scene::kTimeChanged) && object.mTime->IsUnderWay();
 }
 
 /// The dirt of an operator that works in every step of a simulation and sleeps outside of one.

@@ -236,7 +236,7 @@ void FluidSolver::ClearLinks() {
 void FluidSolver::CheckDirty() {
   mForces.CheckDirty();
   iFluidSolver::CheckDirty();
-  if ((mScene->mFlags & Scene::kTimeChanged) && mTime->elapsed > 0) {
+  if ((mScene->mFlags & Scene::kTimeChanged) && mTime->IsUnderWay()) {
     if (!IsDirty()) MarkDirty(false);
   } else {
     SetFlag(FLAG_DIRTY | FLAG_DIRTY_HARD, false);

@@ -32,6 +32,7 @@ struct OperatorRig : TestScene {
   explicit OperatorRig(const VecInt3D& size, double cellSize = 0.1)
       : TestScene(cellSize), cells(size) {
     scene->mTime.elapsed = 1;
+    scene->mTime.frameIndex = 1;
     scene->mClock.frame = 1;
   }
 
