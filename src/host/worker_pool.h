@@ -32,14 +32,14 @@ HostThread& MainThread();
 /// break flag of `MainThread`; a second signal ends the process at once.
 void InstallInterruptHandlers();
 
-/// The process-wide pool: share 0 runs on the caller, share i on worker thread i, and the call
-/// returns when all shares are done. Idle workers are parked. Not reentrant: a share must not start
-/// another run.
+/// The process-wide pool: share 0 runs on the caller, share i on the i-th idle worker, and the call
+/// returns when all shares are done. Any threads may run work at once; shares that find no idle
+/// worker go to who is free first, so none may wait for another. A run in a share runs in line.
 class WorkerPool {
  public:
   static WorkerPool& Instance();
 
-  /// Runs `share(index)` for every index below `count`, each on a thread of its own. All shares are
+  /// Runs `share(index)` for every index below `count`, on the caller and idle workers. All are
   /// done when it returns or throws: the first exception of a share goes on to the caller. Throws
   /// std::invalid_argument for more than 64 shares.
   template <class Share>

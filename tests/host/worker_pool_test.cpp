@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <csignal>
 #include <latch>
 #include <set>
@@ -40,6 +41,32 @@ TEST(WorkerPool, ManyShortRunsLoseNoShare) {
   for (int run = 0; run < 5000; ++run)
     for (i32 index = 0; index < 1 + run % 6; ++index) expected[index] += run;
   for (int i = 0; i < 6; ++i) EXPECT_EQ(sums[i], expected[i]);
+}
+
+TEST(WorkerPool, ThreadsShareItAndNestedRunsAreInLine) {
+  constexpr i32 kCallers = 5, kRuns = 400;
+  std::vector<i64> sums(kCallers);
+  std::vector<std::jthread> callers;
+  for (i32 caller = 0; caller < kCallers; ++caller)
+    callers.emplace_back([&, caller] {
+      for (i32 run = 0; run < kRuns; ++run) {
+        std::array<i64, 4> parts{};
+        WorkerPool::Instance().Run(4, [&](i32 index) {
+          const auto self = std::this_thread::get_id();
+          WorkerPool::Instance().Run(3, [&](i32 inner) {
+            if (self == std::this_thread::get_id()) parts[index] += inner + 1;
+          });
+        });
+        for (const i64 part : parts) sums[caller] += part;
+        EXPECT_THROW(WorkerPool::Instance().Run(3,
+                                                [](i32 i) {
+                                                  if (i == 2) throw std::logic_error("");
+                                                }),
+                     std::logic_error);
+      }
+    });
+  callers.clear();
+  for (const i64 sum : sums) EXPECT_EQ(sum, kRuns * 4 * 6);
 }
 
 TEST(WorkerPool, ExceptionsReachTheCallerAfterAllSharesAreDone) {

@@ -30,7 +30,7 @@ void Grid_CGSolver::Prepare(void*) {
 }
 
 /// f(wave, scratch, partial) for all lines with rows so that every line follows its lower
-/// neighbours (or `reversed`, its upper ones). Slabs are dealt to the workers in turn; a worker
+/// neighbours (or `reversed`, its upper ones). Workers take the slabs in turn; each
 /// follows the slab before its own at a distance. The partial is the slab's.
 template <class F>
 void Grid_CGSolver::RunWavefront(bool reversed, F&& f) {
@@ -52,8 +52,10 @@ void Grid_CGSolver::RunWavefront(bool reversed, F&& f) {
       for (i32 wave = 0; wave < waves; ++wave) runWave(step, wave, mScratch[0]);
     return;
   }
+  // Taken in order, so that the slab that one waits for is in work, on however few threads.
+  std::atomic<i32> next{0};
   host::WorkerPool::Instance().Run(workers, [&](i32 worker) {
-    for (i32 step = worker; step < slabs; step += workers)
+    for (i32 step; (step = next.fetch_add(1)) < slabs;)
       for (i32 wave = 0; wave < waves; ++wave) {
         const i32 needed = std::min(wave + kWaveLines, waves);
         for (i32 spins = 0;

@@ -59,7 +59,7 @@ class VolumeVoxeliser {
   void MeasureRow(i32 triangle, i32 j, i32 k, double boundYZ);
   void CountCrossings(const TriMeshSTL& mesh, i32 triangle, i32 zLow, i32 zHigh);
   void SweepPass(i32 index, i32 threads);
-  void SweepPlanes(const Sweep& sweep, i32 worker, i32 workers);
+  void SweepPlane(const Sweep& sweep, i32 plane, bool isShared);
   void SweepRow(const Sweep& sweep, i32 j, i32 k);
   void SignPass(bool isSigned, i32 threads);
   void ShellPass(i32 threads);

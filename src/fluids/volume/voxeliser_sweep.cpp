@@ -55,28 +55,31 @@ void VolumeVoxeliser::SweepPass(i32 index, i32 threads) {
   const i32 workers = std::clamp(std::min(threads, planes), 1, kMostWorkers);
   for (i32 k = 0; k < mTarget->mNz; ++k) mProgress[k].store(0, std::memory_order_relaxed);
   if (workers == 1) {
-    SweepPlanes(sweep, 0, 1);
-  } else {
-    host::WorkerPool::Instance().Run(workers, [&](i32 w) { SweepPlanes(sweep, w, workers); });
+    for (i32 plane = 0; plane < planes; ++plane) SweepPlane(sweep, plane, false);
+    return;
   }
+  // Taken in order, so that the plane that one waits for is in work, on however few threads.
+  std::atomic<i32> next{0};
+  host::WorkerPool::Instance().Run(workers, [&](i32) {
+    for (i32 plane; (plane = next.fetch_add(1)) < planes;) SweepPlane(sweep, plane, true);
+  });
 }
 
-void VolumeVoxeliser::SweepPlanes(const Sweep& sweep, i32 worker, i32 workers) {
-  const i32 rows = mTarget->mNy - 1, planes = mTarget->mNz - 1;
-  for (i32 plane = worker; plane < planes; plane += workers) {
-    const i32 k = sweep.first.z + plane * sweep.step.z;
-    for (i32 row = 0; row < rows;) {
-      const i32 last = std::min(rows, row + kRowsAtOnce);
-      if (workers > 1 && plane > 0) {
-        std::atomic<i32>& before = mProgress[plane - 1];
-        for (i32 done; (done = before.load(std::memory_order_acquire)) < last;)
-          before.wait(done, std::memory_order_acquire);
-      }
-      for (; row < last; ++row) SweepRow(sweep, sweep.first.y + row * sweep.step.y, k);
-      if (workers > 1) {
-        mProgress[plane].store(last, std::memory_order_release);
-        mProgress[plane].notify_one();
-      }
+/// Follows the plane before at a distance where planes are swept side by side.
+void VolumeVoxeliser::SweepPlane(const Sweep& sweep, i32 plane, bool isShared) {
+  const i32 rows = mTarget->mNy - 1;
+  const i32 k = sweep.first.z + plane * sweep.step.z;
+  for (i32 row = 0; row < rows;) {
+    const i32 last = std::min(rows, row + kRowsAtOnce);
+    if (isShared && plane > 0) {
+      std::atomic<i32>& before = mProgress[plane - 1];
+      for (i32 done; (done = before.load(std::memory_order_acquire)) < last;)
+        before.wait(done, std::memory_order_acquire);
+    }
+    for (; row < last; ++row) SweepRow(sweep, sweep.first.y + row * sweep.step.y, k);
+    if (isShared) {
+      mProgress[plane].store(last, std::memory_order_release);
+      mProgress[plane].notify_one();
     }
   }
 }
