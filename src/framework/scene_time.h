@@ -23,8 +23,8 @@ struct SceneTime {
   u8 minSubsteps = 0;
   u8 isLastSubstep = 0;  ///< 1 during the frame's last substep
 
-  /// Whether the frame moves on from the one before it. The start frame is a state, not a stretch of
-  /// time: sources fill it with what a frame of theirs holds, and nothing flows yet.
+  /// Whether the frame moves on from the one before it. The start frame is a state, not a stretch
+  /// of time: sources fill it with what a frame of theirs holds, and nothing flows yet.
   bool IsUnderWay() const { return frameIndex > 0; }
 };
 

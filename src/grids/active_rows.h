@@ -11,7 +11,8 @@
 namespace MELDO_GLOBAL {
 
 /// Which values count as data: on faces those that differ from 0 by at least 1e-6, elsewhere those
-/// of at least `reference` + 1e-6, which are limited to `maximum`. All others become `reference`.
+/// of at least `reference` + 1e-6, which are limited to `maximum`. All others become `reference`,
+/// but for NaN, which is data as it is: a statistic will tell of it.
 template <class T>
 struct ActiveRule {
   bool face;
@@ -26,7 +27,7 @@ struct ActiveRule {
     if (threshold < bound) threshold = std::nextafter(threshold, std::numeric_limits<T>::max());
     maximum = static_cast<T>(max);
   }
-  bool IsData(T v) const { return face ? !(v < threshold && v > -threshold) : v >= threshold; }
+  bool IsData(T v) const { return face ? !(v < threshold && v > -threshold) : !(v < threshold); }
 };
 
 /// What a row needs.
@@ -58,7 +59,7 @@ inline ActiveRow LookAtLanes(const T* row, i32 n, const ActiveRule<T>& rule) {
       isData = ~(std::bit_cast<Values>(magnitude) < threshold);
       cleaned = bits(v);
     } else {
-      isData = v >= threshold;
+      isData = ~(v < threshold);
       cleaned = bits(v > maximum ? maximum : v);
     }
     cleaned = (isData & cleaned) | (~isData & bits(reference));
@@ -96,7 +97,7 @@ inline void CleanRow(T* __restrict row, i32 n, const ActiveRule<T>& rule) {
   for (i32 x = 0; x < n; ++x) {
     const T v = row[x];
     const T limited = v > maximum ? maximum : v;
-    row[x] = v >= threshold ? limited : reference;
+    row[x] = v < threshold ? reference : limited;
   }
 }
 

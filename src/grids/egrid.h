@@ -40,9 +40,9 @@ class EGrid : public Grid<T> {
   ///
   /// With ref = 0 for face kinds and `min` otherwise. Faces: a value within 1e-6 of ref becomes
   /// ref, any other extends the box. Others: a value of at least ref + 1e-6 extends the box and is
-  /// limited to `max`, any other becomes ref; with `skipBorder` the outermost layer becomes ref.
-  /// A box of a single sample grows by one on each axis.
-  /// A range without bounds has nothing to clean: the whole grid is active.
+  /// limited to `max`, NaN stays, any other becomes ref; with `skipBorder` the outermost layer
+  /// becomes ref. A box of a single sample grows by one on each axis. A range without bounds has
+  /// nothing to clean: the whole grid is active.
   void UpdateActive(double min, double max, bool skipBorder) {
     const bool face = this->mKind < 3 && this->mKind >= 0;
     constexpr double huge = std::numeric_limits<double>::max();

@@ -3,19 +3,13 @@
 #include <cstddef>
 #include <filesystem>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "host/file_error.h"
 #include "host/types.h"
 
 namespace MELDO_GLOBAL::host {
-
-/// A file that can't be read or written; `what()` names it and says why.
-class FileError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// What the name of a file that isn't whole yet ends with. Unfinished files are removed, so no
 /// other program's files, such as downloads, may end so.

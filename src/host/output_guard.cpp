@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <atomic>
 
-#include "host/atomic_file.h"
+#include "host/file_error.h"
 
 namespace MELDO_GLOBAL::host {
 

@@ -56,8 +56,8 @@ struct SharedRun {
   void* context;
   i32 count;
   std::atomic<i32> next;  ///< the first share that has no worker of its own
-  std::mutex failureMutex;
-  std::exception_ptr failure;
+  std::mutex failureMutex{};
+  std::exception_ptr failure{};
 
   void Work(i32 index) {
     for (; index < count; index = next.fetch_add(1)) {

@@ -186,7 +186,8 @@ TEST_F(RunCommand, BadInputsAndPlacesHaveTheirExitCodes) {
   fs::create_directories(mFolder / "taken" / "stats.jsonl");
   const Result warned = Sulva("run empty.json --out taken");
   EXPECT_EQ(warned.code, 0);
-  EXPECT_NE(warned.err.find("warning: taken/stats.jsonl isn't whole: cannot write"), std::string::npos);
+  EXPECT_NE(warned.err.find("warning: taken/stats.jsonl isn't whole: cannot write"),
+            std::string::npos);
 }
 
 TEST_F(RunCommand, TooLargeGridsAreRefusedBeforeTheyGrow) {

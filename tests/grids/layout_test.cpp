@@ -97,7 +97,9 @@ TEST(UpdateActive, CentredDataIsLimitedAndNoiseCleaned) {
   g(5, 1, 2) = 2e-6;
   g(6, 6, 5) = 9e-7;
   g(0, 0, 0) = -3;
+  g(4, 3, 4) = std::numeric_limits<double>::quiet_NaN();
   g.UpdateActive(0, 1, false);
+  EXPECT_TRUE(std::isnan(g(4, 3, 4))) << "an error must not be trimmed away";
   EXPECT_EQ(g.mActiveMin, (VecInt3D{2, 1, 2}));
   EXPECT_EQ(g.mActiveMax, (VecInt3D{5, 3, 4}));
   EXPECT_EQ(g(2, 3, 4), 1);

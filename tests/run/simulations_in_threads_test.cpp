@@ -33,8 +33,9 @@ std::vector<double> Simulate(const std::string& scene, const std::string& cellSi
 }  // namespace
 
 TEST(Simulations, InAnyThreadsOfAProcessTheyGiveTheBytesOfOneAlone) {
-  const std::pair<std::string, std::string> scenes[] = {
-      {"scenes/plume.json", "0.12"}, {"scenes/fire.json", "0.12"}, {"scenes/plume.json", "0.15"}};
+  const std::pair<std::string, std::string> scenes[] = {{"/scenes/plume.json", "0.12"},
+                                                        {"/scenes/fire.json", "0.12"},
+                                                        {"/scenes/plume.json", "0.15"}};
   host::SetThreadCount(3);
   std::vector<std::vector<double>> alone;
   for (const auto& [scene, cellSize] : scenes) alone.push_back(Simulate(scene, cellSize, 6));

@@ -1,7 +1,10 @@
 #include "fluids/advection/advection_kernel.h"
 
+#include <cmath>
+
 #include "fluids/advection/row_sampling.h"
 #include "fluids/flow/solid_cells.h"
+#include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -85,16 +88,17 @@ struct SamplePoints {
   }
 };
 
-/// Samples `g`, which has the shape of the fields.
-void SampleRow(const AdvectionData& data, const Grid<double>& g, const SamplePoints& at,
-               double* out) {
+/// Samples `g`, which has the shape of the fields and `spline` through it.
+void SampleRow(const AdvectionData& data, const Grid<double>& g, const Grid<double>* spline,
+               const SamplePoints& at, double* out) {
   const Vec3d offset = OffsetOf(data.Shape().mKind);
   switch (static_cast<AdvectionSampling>(data.sampling)) {
     case AdvectionSampling::Linear: return Interpolate(g, at.corners, at.n, out);
     case AdvectionSampling::BSpline:
       for (i32 i = 0; i < at.n; ++i)
-        out[i] = Sample(g, at.points->At(i) - offset + Vec3d{0.5, 0.5, 0.5}, SAMPLE_BSPLINE);
-      return;
+        out[i] = Sample(*spline, at.points->At(i) - offset + Vec3d{0.5, 0.5, 0.5}, SAMPLE_BSPLINE);
+      // It passes through the samples, and swings beyond them at edges.
+      return LimitToCorners(g, at.corners, at.n, out);
     case AdvectionSampling::Monotonic:
       for (i32 i = 0; i < at.n; ++i) {
         const Vec3d c = at.points->At(i) - offset;
@@ -146,6 +150,15 @@ void Store(const Chunk& c, const double* values, const Grid<double>& source, dou
   for (i32 i = 0; i < c.n; ++i) row[i] = c.solid[i] ? source[c.index + i] : values[i];
 }
 
+/// Thins what moved along the paths of a chunk. A parcel grows by the mean outflow at both ends.
+void Thin(const AdvectionData& data, const Chunk& c, const SamplePoints& from, double* values) {
+  if (!data.outflow) return;
+  RowValues start;
+  Interpolate(*data.outflow, from.corners, c.n, start.v);
+  const double* end = data.outflow->mData + c.index;
+  for (i32 i = 0; i < c.n; ++i) values[i] *= std::exp(-0.5 * data.step * (start.v[i] + end[i]));
+}
+
 bool HasSampling(const AdvectionData& data) { return data.sampling >= 0 && data.sampling <= 2; }
 
 /// Copies the part of the outermost layer of samples that a box of inner samples leaves out: whole
@@ -168,6 +181,29 @@ void CopyBorder(const AdvectedField& field, const CellBox& box) {
 
 }  // namespace
 
+void FindOutflow(const StaggeredVelocity& velocity, const std::array<const EGrid<float>*, 3>& open,
+                 i32 threads, Grid<double>& outflow) {
+  const double perCell = 1 / velocity.Component(0).mLayout.simCell.x;
+  ForEachBlock(outflow.mNz, threads, [&](i32 z) {
+    double* layer = outflow.mData + z * outflow.mSlice;
+    std::fill_n(layer, outflow.mSlice, 0.0);
+    if (z == 0 || z == outflow.mNz - 1) return;
+    for (i32 a = 0; a < 3; ++a) {
+      const EGrid<double>& u = velocity.Component(a);
+      const VecInt3D up = ExtraOf(a);
+      const i32 next = u.Index(up.x, up.y, up.z);
+      const auto flow = [&](i32 face) {
+        return open[a] ? u.mData[face] * double{open[a]->mData[face]} : u.mData[face];
+      };
+      for (i32 y = 1; y < outflow.mNy - 1; ++y)
+        for (i32 x = 1; x < outflow.mNx - 1; ++x) {
+          const i32 face = u.Index(x, y, z);
+          layer[y * outflow.mNx + x] += (flow(face + next) - flow(face)) * perCell;
+        }
+    }
+  });
+}
+
 void AdvectBackward(const AdvectionData& data, const CellBox& box) {
   if (!HasSampling(data)) return;
   RowValues values;
@@ -175,7 +211,8 @@ void AdvectBackward(const AdvectionData& data, const CellBox& box) {
   ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
     from.Find(data, c.from, c.n);
     for (const AdvectedField& field : data.fields) {
-      SampleRow(data, *field.source, from, values.v);
+      SampleRow(data, *field.source, field.spline, from, values.v);
+      Thin(data, c, from, values.v);
       Store(c, values.v, *field.source, field.destination->mData);
     }
   });
@@ -189,7 +226,7 @@ void Predict(const AdvectionData& data, const CellBox& box) {
   ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
     from.Find(data, c.from, c.n);
     for (const AdvectedField& field : data.fields) {
-      SampleRow(data, *field.source, from, values.v);
+      SampleRow(data, *field.source, field.spline, from, values.v);
       Store(c, values.v, *field.source, field.predicted->mData);
     }
   });
@@ -209,7 +246,7 @@ void Correct(const AdvectionData& data, const CellBox& box) {
     from.Find(data, c.from, c.n);
     to.Find(data, end, c.n);
     for (const AdvectedField& field : data.fields) {
-      SampleRow(data, *field.predicted, to, values.v);
+      SampleRow(data, *field.predicted, field.spline, to, values.v);
       const double* predicted = field.predicted->mData + c.index;
       const double* before = field.source->mData + c.index;
       const double half = 0.5 * field.strength;
@@ -217,6 +254,7 @@ void Correct(const AdvectionData& data, const CellBox& box) {
       LimitToCorners(*field.source, from.corners, c.n, values.v);
       for (i32 i = 0; i < c.n; ++i)
         if (c.bent[i]) values.v[i] = predicted[i];
+      Thin(data, c, from, values.v);
       Store(c, values.v, *field.source, field.destination->mData);
     }
   });

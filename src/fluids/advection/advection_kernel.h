@@ -1,5 +1,6 @@
 // Semi-Lagrangian advection of grids.
 #pragma once
+#include <array>
 #include <span>
 
 #include "fluids/fields/trace_path.h"
@@ -16,7 +17,10 @@ struct AdvectedField {
   const EGrid<double>* source = nullptr;
   EGrid<double>* destination = nullptr;  ///< of the source's kind
   Grid<double>* predicted = nullptr;     ///< of the source's shape, for the corrected scheme
-  double strength = 1.0;                 ///< of the correction
+  /// The coefficients of a B-spline through what the pass samples, which is the source, or in
+  /// `Correct` what was predicted.
+  const Grid<double>* spline = nullptr;
+  double strength = 1.0;  ///< of the correction
 };
 
 /// What the workers see. All grids stand on the same layout. Fields of one kind can be moved
@@ -32,10 +36,18 @@ struct AdvectionData {
   double step = 0;   ///< length of the time step, seconds
   i32 order = 0;     ///< of the path, see `TracePath`
   i32 sampling = 0;  ///< `AdvectionSampling`; other numbers write nothing
+  /// Outflow per volume and second of each cell, which thins the fields; they are centred then.
+  /// Null: they keep their values.
+  const Grid<double>* outflow = nullptr;
 
   /// Shape and kind of all fields.
   const EGrid<double>& Shape() const { return *fields.front().source; }
 };
+
+/// Outflow per volume and second of the inner cells, 1/s, through the open parts of their faces
+/// (null: all are open). The outermost layer gets 0.
+void FindOutflow(const StaggeredVelocity& velocity, const std::array<const EGrid<float>*, 3>& open,
+                 i32 threads, Grid<double>& outflow);
 
 /// Plain semi-Lagrangian step over the samples of `box` (inner samples only): every sample that
 /// isn't solid takes the source's value at the start of its path, solid samples that of the source

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "fluids/advection/spline_coefficients.h"
 #include "fluids/flow/wall_velocities.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
@@ -78,6 +79,8 @@ GridAdvection::GridAdvection(const GridAdvection& other)
 void GridAdvection::Release(bool full) {
   if (full) iObject::Release(true);
   mConservative.Release();
+  for (auto& spline : mSplines) spline.reset();
+  mOutflow.reset();
 }
 
 bool GridAdvection::ReadParameters(void* context) {
@@ -279,6 +282,32 @@ struct AdvectionWork {
 
 }  // namespace
 
+const Grid<double>* GridAdvection::FindThinning(const Velocity& velocity) {
+  if (!mScalarTarget || !mSolver->mExpands) return nullptr;
+  const VecInt3D cells = velocity[0]->mLayout.dims;
+  if (!mOutflow || mOutflow->Dims() != cells)
+    mOutflow = std::make_unique<Grid<double>>(cells, kCentre);
+  if (!mOutflow->mData) return nullptr;
+  std::array<const EGrid<float>*, 3> open;
+  for (i32 axis = 0; axis < 3; ++axis) open[axis] = mSolver->GetOpenFaces(axis);
+  FindOutflow({*velocity[0], *velocity[1], *velocity[2]}, open, mScene->mThreadCount, *mOutflow);
+  return mOutflow.get();
+}
+
+bool GridAdvection::FindSplines(std::vector<AdvectedField>& fields, bool predicted) {
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const Grid<double>* sampled = fields[i].source;
+    if (predicted) sampled = fields[i].predicted;
+    auto& spline = mSplines[i];
+    if (!spline || spline->Dims() != sampled->Dims())
+      spline = std::make_unique<Grid<double>>(sampled->Dims(), sampled->mKind);
+    if (!spline->mData) return false;
+    FindSplineCoefficients(*sampled, mScene->mThreadCount, *spline);
+    fields[i].spline = spline.get();
+  }
+  return true;
+}
+
 bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity) {
   const EGrid<double>* shape = fields.front().source;
   const bool corrected = mScheme == static_cast<i32>(AdvectionScheme::MacCormack);
@@ -301,7 +330,8 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
                      .solidCells = mSolver->mSolidCells.Get(),
                      .open = shape->mKind <= kFaceZ ? mSolver->GetOpenFaces(shape->mKind) : nullptr,
                      .order = mTraceOrder,
-                     .sampling = mSampling};
+                     .sampling = mSampling,
+                     .outflow = FindThinning(velocity)};
 
   using Workers = ScalarGridControlThread<ScalarGridThread<AdvectionWork>>;
   Workers workers;
@@ -312,7 +342,9 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
   share.user = &work;
   if (!workers.Init(share, mScene->mThreadCount)) return false;
   mPass = 0;
+  const bool isSpline = mSampling == static_cast<i32>(AdvectionSampling::BSpline);
   while (NextPass()) {
+    if (isSpline && mPass < 3 && !FindSplines(fields, mPass == 2)) break;
     data.step = std::abs(static_cast<double>(mStep));
     work.pass = !corrected ? AdvectBackward : mPass == 1 ? Predict : Correct;
     // The second pass of the corrected scheme clamps as it goes: both read the same things.

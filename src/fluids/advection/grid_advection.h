@@ -50,7 +50,14 @@ class GridAdvection : public iObject {
   /// Moves the scalar target by a conservative scheme.
   void AdvectConservative(const Velocity& velocity);
 
+  /// The outflow that thins the scalar target; null where the gas doesn't expand.
+  const Grid<double>* FindThinning(const Velocity& velocity);
+  /// Finds the splines through what a pass samples; false without memory.
+  bool FindSplines(std::vector<AdvectedField>& fields, bool predicted);
+
   ConservativeAdvection mConservative;
+  std::array<std::unique_ptr<Grid<double>>, ScratchGrids::kSlots> mSplines;
+  std::unique_ptr<Grid<double>> mOutflow;
   ScalarField* mScalarTarget = nullptr;
   VectorField* mVectorTarget = nullptr;
   FluidSolver* mSolver = nullptr;

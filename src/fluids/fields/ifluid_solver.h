@@ -16,6 +16,10 @@ class iFluidSolver : public iObject {
   virtual VelocityField* GetVelocityChannel() = 0;
   /// The box that it takes while a cache feeds its velocity.
   virtual void SetStoredLayout(const GridLayout& /*layout*/) {}
+
+  /// Something makes gas in this frame: what it carries gets thinner there. Set while links
+  /// resolve.
+  bool mExpands = false;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

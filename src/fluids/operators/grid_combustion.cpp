@@ -98,6 +98,11 @@ const ParameterTable& GridCombustion::Parameters() {
 
 GridCombustion::GridCombustion(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
+bool GridCombustion::AfterLinks() {
+  if (mSolver && mExpansion != 0) mSolver->mExpands = true;
+  return iObject::AfterLinks();
+}
+
 GridCombustion::GridCombustion(const GridCombustion& other)
     : iObject(other),
       mTemperature(other.mTemperature),

@@ -20,6 +20,7 @@ class GridCombustion : public iObject {
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
+  bool AfterLinks() override;
   void CheckDirty() override;
   void Release(bool full) override;
   void Prepare(void* context = nullptr) override;

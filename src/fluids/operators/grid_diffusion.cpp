@@ -1,5 +1,7 @@
 #include "fluids/operators/grid_diffusion.h"
 
+#include <cmath>
+
 #include "fluids/emission/channel_kinds.h"
 #include "fluids/emission/emission_settings.h"
 #include "framework/node_kind.h"
@@ -11,6 +13,17 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 
 namespace {
+
+/// Below this width, in cells, samples of a Gaussian no longer have its variance.
+constexpr double kNarrow = 1.0;
+
+/// The weight at a distance of k cells in a blur of width s: exp(-k^2 / s^2), or the same in a
+/// world of cells, exp(-t) I_k(t), whose variance t = s^2 / 2 is exact however narrow it is
+/// (Lindeberg, "Scale-space for discrete signals", 1990).
+double TapOf(i32 k, double s) {
+  if (s >= kNarrow) return std::exp(-(double(k) * k) / (s * s));
+  return std::exp(-s * s / 2) * std::cyl_bessel_i(double(k), s * s / 2);
+}
 
 /// sum[x] += w * v[x].
 SULVA_WIDE_KERNEL void AddTap(double* __restrict sum, const double* __restrict v, double w, i32 n) {
@@ -108,8 +121,8 @@ const ParameterTable& GridDiffusion::Parameters() {
           .Choices({{0, "gaussian"}, {1, "smooth"}, {2, "grow"}})
           .To(&GridDiffusion::mMode),
       RealRow(1001, "strength", 1.0, "host/s",
-              "how soft it gets: with gaussian the width of the blur a second; else how much "
-              "neighbours count, in cells a second")
+              "how soft it gets: with gaussian the width of the blur behind a second, in host "
+              "units; else how much neighbours count, in cells a second")
           .AtLeast(0)
           .To(&GridDiffusion::mStrengthRow),
       LongRow(1002, "rounds", 1, "", "repeats the blur in each substep, for more of it")
@@ -134,8 +147,8 @@ GridDiffusion::GridDiffusion(const GridDiffusion& other)
 
 bool GridDiffusion::ReadParameters(void* context) {
   if (!iObject::ReadParameters(context)) return false;
-  // The length of the step is known once it is prepared.
-  mStrengthPerSecond = mStrengthRow / GetDomain().worldCell.x;
+  const bool isGaussian = mMode == static_cast<i32>(DiffusionMode::Gaussian);
+  mStrengthPerSecond = isGaussian ? mStrengthRow / GetDomain().worldCell.x : mStrengthRow;
   return true;
 }
 
@@ -196,11 +209,12 @@ bool GridDiffusion::NextPass() {
 }
 
 std::vector<double> GridDiffusion::MakeKernel(double s, i32 reach) {
-  const i32 half = s > 0 ? static_cast<i32>(std::min<double>(std::ceil(3 * s), reach)) : 0;
+  const double wide = s < kNarrow ? kNarrow : s;
+  const i32 half = s > 0 ? static_cast<i32>(std::min<double>(std::ceil(3 * wide), reach)) : 0;
   std::vector<double> kernel(1 + 2 * half, 1.0);
   double sum = 0;
   for (i32 k = -half; k <= half; ++k) {
-    if (k != 0) kernel[half + k] = std::exp(-(double(k) * k) / (s * s));
+    kernel[half + k] = TapOf(std::abs(k), s);
     sum += kernel[half + k];
   }
   for (double& tap : kernel) tap /= sum;
@@ -231,7 +245,10 @@ void GridDiffusion::Prepare(void*) {
     return (void)Deactivate("its channel has no inner cells");
   const i32 threads = mScene->mThreadCount;
   mRangeMax = grid->mRangeMax;
-  if (mPass == 0) mStrength = mStrengthPerSecond * mTime->stepDuration;
+  // Variances add up over the steps, and the variance of a blur is the square of its width.
+  if (mPass == 0)
+    mStrength =
+        mStrengthPerSecond * (isGaussian ? std::sqrt(mTime->stepDuration) : mTime->stepDuration);
   if (!isGaussian) {
     CopyAll(*grid, *mWork[0], threads);
     mSource = mWork[0].get();

@@ -191,6 +191,7 @@ void FluidSolver::LinkMembers() {
 
 bool FluidSolver::ReadParameters(void* context) {
   if (!iFluidSolver::ReadParameters(context)) return false;
+  mExpands = false;
   mVelocity.ReadParameters();
   mBoundary.ReadParameters();
   mPressure.ReadParameters();

@@ -19,10 +19,11 @@ class Diffusion : public testing::Test {
         blur(s.Add<GridDiffusion>("grid_diffusion", "blur")) {
     OperatorRig::Link(blur, 1003, smoke);
   }
-  /// Mode and strength, in cells of the step: a cell has 10 host units, a step 0.04 s.
+  /// Mode and strength, in cells of the step: a cell has 10 host units, a step 0.04 s, and the
+  /// square of a Gaussian's width grows with the time.
   void Begin(i32 mode, double cells) {
     OperatorRig::Set(blur, 1005, mode);
-    OperatorRig::Set(blur, 1001, cells * 10 / 0.04);
+    OperatorRig::Set(blur, 1001, mode == 0 ? cells * 10 / 0.2 : cells / 0.04);
     s.Begin();
   }
   i32 CountPasses() {
@@ -81,6 +82,24 @@ TEST_F(Diffusion, AGaussianSpreadsByItsVariance) {
   EXPECT_NEAR(sum, 1, 1e-8);
   for (i32 a = 0; a < 3; ++a) EXPECT_NEAR(variance[a], strength * strength, 0.005) << a;
   EXPECT_NEAR((*smoke.mGrid)(9, 9, 11), (*smoke.mGrid)(10, 9, 12), 1e-15);
+}
+
+TEST_F(Diffusion, ASecondOfABlurHasItsWidthHoweverItIsCut) {
+  for (const double cells : {0.3, 1.0, 2.0})
+    for (const i32 steps : {1, 5, 25}) {
+      OperatorRig::Set(blur, 1005, i32{0});
+      OperatorRig::Set(blur, 1001, cells * 10);
+      s.scene->mTime.stepDuration = 1.0 / steps;
+      s.Begin();
+      smoke.mGrid->Fill(0);
+      (*smoke.mGrid)(10, 9, 11) = 1;
+      for (i32 i = 0; i < steps; ++i) s.RunOperator(blur);
+      double variance = 0;
+      ForEachCell({{0, 0, 0}, s.cells}, [&](i32 x, i32 y, i32 z) {
+        variance += (x - 10.0) * (x - 10.0) * (*smoke.mGrid)(x, y, z);
+      });
+      EXPECT_NEAR(variance / (cells * cells / 2), 1, 0.01) << cells << ' ' << steps;
+    }
 }
 
 // Taps outside the grid drop out: next to the border the divisor is what is left.

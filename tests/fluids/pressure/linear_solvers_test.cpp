@@ -191,7 +191,7 @@ void ExpectTheBestOfAHopelessSolve() {
     EXPECT_LT(solver.mIterations, 400);
     EXPECT_TRUE(solver.mEnd == SolveEnd::Stalled || solver.mEnd == SolveEnd::Grew);
   }
-  EXPECT_LT(last, 1e-3);
+  EXPECT_LT(last, 2e-2) << "about the root of what has no solution";
   EXPECT_GT(last, 0.9e-4);
 }
 
