@@ -48,7 +48,8 @@ ParameterTable CacheRows() {
       LinksRow(1012, "objects",
                "the fields, volumes and gas that are kept; play back with the list in the order in "
                "which it was recorded",
-               {}),
+               {})
+          .Writes(),
       LongRow(1013, "folder", 0, "",
               "output follows each run's own folder, custom keeps one place for all of them")
           .Choices({{0, "output"}, {1, "custom"}}),
@@ -62,25 +63,8 @@ ParameterTable CacheRows() {
 Cache_OperatorBase::Cache_OperatorBase(BaseNode* node, Scene* scene, std::string defaultName)
     : iObject(node, scene), mFileName(std::move(defaultName)) {}
 
-Cache_OperatorBase::Cache_OperatorBase(const Cache_OperatorBase& other)
-    : iObject(other),
-      mFileName(other.mFileName),
-      mUseCustomFolder(other.mUseCustomFolder),
-      mRenderOnly(other.mRenderOnly),
-      mMode(other.mMode),
-      mFolderPath(other.mFolderPath),
-      mBaseName(other.mBaseName),
-      mDigits(other.mDigits),
-      mShowFrame(other.mShowFrame),
-      mFrameOffset(other.mFrameOffset),
-      mBackwards(other.mBackwards),
-      mCompression(other.mCompression),
-      mFormat(other.mFormat),
-      mNumbering(other.mNumbering),
-      mGoesOn(other.mGoesOn) {}
-
-bool Cache_OperatorBase::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
+bool Cache_OperatorBase::ReadParameters() {
+  if (!iObject::ReadParameters()) return false;
   mRenderOnly = mInterface.GetBool(1000);
   mMode = mInterface.GetLong(1001);
   mBaseName = mInterface.GetString(1004, "");

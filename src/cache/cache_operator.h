@@ -30,8 +30,7 @@ struct CacheRun {
 class Cache_OperatorBase : public iObject {
  public:
   Cache_OperatorBase(host::BaseNode* node, Scene* scene, std::string defaultName);
-  Cache_OperatorBase(const Cache_OperatorBase& other);
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   ConstraintList* Constraints() override { return &mFilters; }
   bool ResolveLinks() override;
   void ClearLinks() override;

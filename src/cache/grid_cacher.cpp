@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include "fluids/emission/channel_kinds.h"
-#include "fluids/fields/ifluid_solver.h"
+#include "fluids/flow/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
@@ -85,11 +85,8 @@ const ParameterTable& GridCacher::Parameters() {
 GridCacher::GridCacher(BaseNode* node, Scene* scene)
     : Cache_OperatorBase(node, scene, "sulva_grid_frame") {}
 
-GridCacher::GridCacher(const GridCacher& other)
-    : Cache_OperatorBase(other), mResampleMode(other.mResampleMode) {}
-
-bool GridCacher::ReadParameters(void* context) {
-  if (!Cache_OperatorBase::ReadParameters(context)) return false;
+bool GridCacher::ReadParameters() {
+  if (!Cache_OperatorBase::ReadParameters()) return false;
   return true;
 }
 
@@ -101,7 +98,7 @@ GridCacher::Grids GridCacher::GridsOf(iBase& object) {
     for (i32 c = 0; c < 3; ++c) grids[c] = channel.GetGrid(c);
   };
   if (auto* solver = dynamic_cast<iFluidSolver*>(&object)) {
-    three(*solver->GetVelocityChannel());
+    three(solver->GetFlow().mVelocity);
   } else if (auto* vector = dynamic_cast<ChannelBase_Vector<Vec3d, EGrid<double>>*>(&object)) {
     three(*vector);
   } else if (auto* volume = dynamic_cast<VolumeBase*>(&object)) {
@@ -150,7 +147,7 @@ bool GridCacher::Place(iBase& object, const StoredGrid& stored) {
 
 // ---- stages -------------------------------------------------------------------------------------
 
-void GridCacher::Prepare(void*) {
+void GridCacher::Prepare() {
   // What stage 0 settled holds in the stage of the emitters too.
   if (mScene->mStage != kEmitters) PrepareShared();
 }
@@ -347,12 +344,8 @@ bool GridCacher::ReadGrid(const StoredGrid& stored, i32 kind, EGrid<double>& tar
 
 void GridCacher::Resample(const EGrid<double>& source, EGrid<double>& target) {
   EGridResampler resampler;
-  if (!resampler.Init(&source, &target, false, mResampleMode, kWriteValue, {}, true)) return;
-  GridResamplerControlThread control;
-  GridResampler_ThreadData data;
-  data.resampler = &resampler;
-  data.thread = mScene->mThread;
-  if (control.Init(data, ThreadCount())) control.Run();
+  if (resampler.Init(&source, &target, false, mResampleMode, kWriteValue, {}, true))
+    resampler.Run(ThreadCount(), mScene->mThread);
 }
 
 std::string GridCacher::DescribeFile(const fs::path& path) const {

@@ -15,16 +15,13 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class GridCacher : public Cache_OperatorBase {
  public:
   GridCacher(host::BaseNode* node, Scene* scene);
-  GridCacher(const GridCacher& other);
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
-  void Prepare(void* context = nullptr) override;
+  bool ReadParameters() override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
   std::string DescribeFile(const std::filesystem::path& path) const override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridCacher>(*this); }
 
  protected:
   Ids ParameterIds() const override { return {1021, 1018, 1015, 1008}; }

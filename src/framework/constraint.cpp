@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "framework/scene.h"
-
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 void ConstraintList::Connect(std::span<const host::LinkTarget> targets) {
@@ -18,22 +16,20 @@ void ConstraintList::Connect(std::span<const host::LinkTarget> targets) {
 void ConstraintList::Prepare(iBase* owner) {
   mOwn.clear();
   for (const Constraint* named : mNamed) {
-    mOwn.push_back(named->Clone());
-    static_cast<Constraint&>(*mOwn.back()).Prepare(owner);
+    mOwn.push_back(named->Copy());
+    mOwn.back()->Prepare(owner);
   }
 }
 
 void ConstraintList::Finish() {
-  for (const auto& own : mOwn) static_cast<Constraint&>(*own).Finish();
+  for (const auto& own : mOwn) own->Finish();
   mOwn.clear();
 }
 
 bool ConstraintList::Test(const Vec3d& position, double& weight, const iBase* owner,
                           u32 worker) const {
   for (const auto& own : mOwn)
-    if (own->Has(FLAG_ENABLED) &&
-        !static_cast<Constraint&>(*own).Test(position, weight, owner, worker))
-      return false;
+    if (own->Has(FLAG_ENABLED) && !own->Test(position, weight, owner, worker)) return false;
   return weight != 0;
 }
 

@@ -1,5 +1,6 @@
 // Constraints turn a position into a weight.
 #pragma once
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -14,8 +15,10 @@ class Constraint : public iBase {
   i32 GetListIndex() const override { return kListAuxiliary; }
   void GetCategories(u32& mask) const override { mask |= kCategoryConstraint; }
 
-  /// Whether the constraint is on the particle side.
-  virtual bool Attach(void* /*target*/) { return false; }
+  Constraint() = default;
+  Constraint(const Constraint&) = default;
+  /// One of the same kind with the same settings, for a holder of its own.
+  virtual std::unique_ptr<Constraint> Copy() const = 0;
   /// Once a step, before any test, on the pipeline thread.
   virtual void Prepare(iBase* /*owner*/) {}
   virtual void Finish() {}
@@ -25,18 +28,10 @@ class Constraint : public iBase {
 
 /// The constraints of one holder, in list order. Between `Prepare` and `Finish` the holder has
 /// copies of its own, so that a constraint that several holders name keeps a state for each.
-class ConstraintList {
+class ConstraintList : public LinkPort {
  public:
-  ConstraintList() = default;
-  /// A copy names the same constraints; copies of its own it makes in its `Prepare`.
-  ConstraintList(const ConstraintList& other) : mNamed(other.mNamed) {}
-  ConstraintList& operator=(const ConstraintList& other) {
-    mNamed = other.mNamed;
-    mOwn.clear();
-    return *this;
-  }
   /// Takes the enabled constraints among what a list of links names, in its order.
-  void Connect(std::span<const host::LinkTarget> targets);
+  void Connect(std::span<const host::LinkTarget> targets) override;
   void Clear() { mNamed.clear(); }
   bool IsEmpty() const { return mNamed.empty(); }
   void Prepare(iBase* owner);
@@ -47,7 +42,7 @@ class ConstraintList {
 
  private:
   std::vector<Constraint*> mNamed;
-  std::vector<std::unique_ptr<iBase>> mOwn;
+  std::vector<std::unique_ptr<Constraint>> mOwn;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

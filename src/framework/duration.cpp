@@ -56,8 +56,8 @@ const ParameterTable& Duration::Parameters() {
   return table;
 }
 
-bool Duration::ReadParameters(void* context) {
-  if (!iBase::ReadParameters(context)) return false;
+bool Duration::ReadParameters() {
+  if (!iBase::ReadParameters()) return false;
   if (mInterface.GetBool(1008)) {
     const double frame = mScene ? mScene->mClock.frameTime : 0.0;
     length = mInterface.GetLong(1005) * frame;

@@ -13,8 +13,7 @@ class Duration : public iBase {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Duration>(*this); }
+  bool ReadParameters() override;
 
   /// Whether the window is open at `time` (seconds). A length of 0 or less is open from `start` on.
   /// A millionth of a frame before its start counts as its start: times are sums of rounded steps.

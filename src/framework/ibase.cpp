@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <limits>
 
-#include "framework/constraint.h"
-#include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
@@ -38,11 +36,6 @@ bool iBase::PreparesEachPass() const { return mKind && mKind->HasFlag('E'); }
 bool iBase::RunsOnRefresh() const { return mKind && mKind->HasFlag('V'); }
 bool iBase::ResetsOnChange() const { return mKind && mKind->HasFlag('R'); }
 
-iBase::iBase(const iBase& other) {
-  iBase::Assign(other);
-  mDirtyStamp = 0;
-}
-
 void iBase::Rebind(host::BaseNode* node, Scene* scene) {
   mInterface.Bind(node);
   TakeRows();
@@ -56,39 +49,14 @@ void iBase::TakeRows() {
 }
 
 bool iBase::NextPass() {
-  ++mPass;
-  if (mPass == mLoopBackPass && mLoopRounds > 0) {
-    ++mLoopRound;
-    if (mLoopRound < mLoopRounds) {
-      mPass = 0;
-    } else {
-      mLoopRound = 0;
-    }
-  }
-  if (mPass < mPassCount) return true;
+  if (++mPass < mPassCount) return true;
   mPass = -1;
   return false;
 }
 
-void iBase::Assign(const iBase& other) {
-  mInterface = other.mInterface;
-  mKind = other.mKind;
-  mRows = other.mRows;
-  mFlags = other.mFlags;
-  mDirtyStamp = other.mDirtyStamp;
-  mScene = other.mScene;
-  mTime = other.mTime;
-  mStageMask = other.mStageMask;
-  mPriority = other.mPriority;
-  mPass = other.mPass;
-  mPassCount = other.mPassCount;
-  mName = other.mName;
-  mMemberIndex = other.mMemberIndex;
-}
-
 void iBase::Release(bool) { SetFlag(FLAG_ACTIVE, false); }
 
-bool iBase::ReadParameters(void*) {
+bool iBase::ReadParameters() {
   if (!mInterface.HasNode()) return false;
   TakeRows();
   host::FillMembers(*mRows, Node(), *this);
@@ -127,7 +95,7 @@ const host::ParameterTable& iBase::CommonParameters() {
                  {});
     constraints.connect = [](ParameterHolder& holder, std::span<const LinkTarget> targets) {
       iBase* object = dynamic_cast<iBase*>(&holder);
-      if (ConstraintList* list = object ? object->Constraints() : nullptr) list->Connect(targets);
+      if (LinkPort* list = object ? object->Constraints() : nullptr) list->Connect(targets);
     };
     return ParameterTable{
         constraints.AcceptsAny(kListAuxiliary, kCategoryConstraint),
@@ -169,7 +137,7 @@ void iBase::MarkDirty(bool hard) {
 }
 
 void iBase::Persist(StateArchive& archive) {
-  archive(mFlags, mDirtyStamp, mStageMask, mPriority, mPass, mLoopRound, mRuns);
+  archive(mFlags, mDirtyStamp, mStageMask, mPriority, mPass, mRuns);
 }
 
 bool iBase::HasCategory(i32 bitIndex) const {

@@ -5,6 +5,9 @@
 #include <string>
 
 #include "framework/interface_handler.h"
+#include "framework/link_port.h"
+#include "framework/node_kind.h"
+#include "framework/object_ids.h"
 #include "framework/pipeline.h"
 #include "framework/scene_time.h"
 #include "host/vector.h"
@@ -15,8 +18,6 @@ class GridLayout;
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-class ConstraintList;
-struct NodeKind;
 class Scene;
 class StateArchive;
 
@@ -33,85 +34,6 @@ enum ObjectFlag : u32 {
   FLAG_GROUP_BREAK = 0x100,    ///< opens a new evaluation group in its stage
   FLAG_MARK = 0x200,           ///< scratch mark of owners that walk their children
   FLAG_FLIPPED = 0x400,        ///< class-specific
-};
-
-/// Bits of `GetCategories`; the same numbers as bit indices go to the look-ups of `Scene`.
-enum Category : u32 {
-  kCategoryScalar = 0x2,
-  kCategoryVector = 0x4,
-  kCategoryBoolean = 0x8,
-  kCategoryGrid = 0x40,
-  kCategoryParticle = 0x80,
-  kCategoryConstraint = 0x100,
-  kCategoryInstant = 0x200,
-  kCategoryProperty = 0x400,
-  kCategoryMesh = 0x1000,
-  kCategoryActiveVolume = 0x2000,  ///< geometry that acts as an obstacle
-  kCategoryVolume = 0x4000,
-};
-enum CategoryBit : i32 {
-  kBitScalar = 1,
-  kBitVector = 2,
-  kBitBoolean = 3,
-  kBitParticle = 7,
-  kBitProperty = 10,
-  kBitMesh = 12,
-  kBitActiveVolume = 13,
-  kBitVolume = 14,
-  kBitAny = 31,
-};
-
-/// Numbers of the scene's object lists.
-enum ListNumber : i32 {
-  kListChannels = 1,
-  kListGeometry = 2,
-  kListEmitters = 3,
-  kListOperators = 4,
-  kListSolvers = 5,
-  kListParticles = 6,
-  kListForces = 7,
-  kListCaches = 8,
-  kListSettings = 10,
-  kListAuxiliary = 11,
-  kListAll = 12,  ///< look-ups: every list in order
-};
-
-/// `GetTypeId` answers that other classes ask for. Two classes may share one.
-enum TypeId : i32 {
-  kTypeChannel = 46,
-  kTypeDynamicChannel = 47,
-  kTypeObjectVolume = 3,
-  kTypeObjectGridEmitter = 4,
-  kTypeCellEmitter = 5,
-  kTypeParticleToGridEmitter = 8,
-  kTypeGridEmissionSettings = 10,
-  kTypeGravity = 35,
-  kTypeBuoyancy = 33,
-  kTypeSwirling = 37,
-  kTypeFluidSolver = 42,
-  kTypeWaterSolver = 43,
-  kTypeScalarChannel = 49,
-  kTypeVectorChannel = 50,
-  kTypeVelocityChannel = 51,
-  kTypeFuelChannel = 52,
-  kTypeTemperatureChannel = 53,
-  kTypeFireChannel = 54,
-  kTypeLevelsetChannel = 55,
-  kTypeDuration = 56,
-  kTypeAlignment = 58,
-  kTypeGridCacher = 59,
-  kTypeMeshOperator = 67,
-  kTypeVertexNormals = 68,
-  kTypeParticleGroup = 72,
-  kTypeMultiVolume = 76,
-  kTypeVolumeMesh = 84,
-  kTypeSurfaceReconstructor = 90,
-  kTypeMesh = 95,
-  kTypeMultiMesh = 96,
-  kTypeChannelPair = 98,
-  kTypeChannelValue = 99,
-  kTypeGridBoundary = 101,
-  kTypeAny = 2000,  ///< look-ups: any type
 };
 
 /// A node object: it reads the parameters of one host node, sits in one of the scene's lists and
@@ -133,19 +55,19 @@ class iBase : public host::ParameterHolder {
 
   iBase() = default;
   iBase(host::BaseNode* node, Scene* scene);
-  iBase(const iBase& other);
   iBase& operator=(const iBase&) = delete;
   ~iBase() override = default;
 
   /// Advances the pass counter; false, with `mPass` at -1, when the run is over.
   virtual bool NextPass();
-  virtual void Assign(const iBase& other);
   /// Back to the state at simulation start.
   virtual void Reset() {}
   /// Drops run-time data. `full` also means: stop acting.
   virtual void Release(bool full);
   /// Widens the running box of the content, in simulation units.
   virtual void ExpandBounds(Vec3d& /*min*/, Vec3d& /*max*/) {}
+  /// Takes over the state of a step that has run to its end, in stage 16, whatever was dirty.
+  virtual void CommitStep() {}
   /// Refreshes statistics at the end of a step.
   virtual void UpdateRange() {}
   /// Takes the negotiated box, in simulation units.
@@ -161,7 +83,7 @@ class iBase : public host::ParameterHolder {
   virtual bool ResetsOnChange() const;
   /// First set-up pass. The base fills every member that the node's rows name; overrides set their
   /// base priority, call the base, stop when it is false, and derive what follows from the members.
-  virtual bool ReadParameters(void* context = nullptr);
+  virtual bool ReadParameters();
   /// Third set-up pass.
   virtual bool AfterLinks() { return true; }
   /// Second set-up pass: the base fills every link that the node's rows name, and answers whether
@@ -176,9 +98,8 @@ class iBase : public host::ParameterHolder {
   virtual void SetMoved(bool moved) { SetFlag(FLAG_MOVED, moved); }
   virtual void GetName(std::string& out) const { out = mName; }
   virtual bool IsPipelineObject() const { return false; }
-  virtual std::unique_ptr<iBase> Clone() const { return std::make_unique<iBase>(*this); }
-  /// The constraints that the node names, of a class that has some; null for all else.
-  virtual ConstraintList* Constraints() { return nullptr; }
+  /// What takes the constraints that the node names, of a class that has some; null for all else.
+  virtual LinkPort* Constraints() { return nullptr; }
   virtual bool IsNodeAlive(i32 instanceOf, const host::Document* document) const {
     return mInterface.IsNodeAlive(instanceOf, document);
   }
@@ -188,6 +109,9 @@ class iBase : public host::ParameterHolder {
   /// its base. A class that keeps data from one frame to the next states them here.
   virtual void Persist(StateArchive& archive);
 
+  /// Whether the object chooses a box of its own inside that of the content, which channels then
+  /// cover: it widens or narrows the box in `ExpandBounds`, and is inactive where it has none.
+  virtual bool HasOwnBox() const { return false; }
   /// Squared largest speed of a solver, which chooses the adaptive step; 0 for all else.
   virtual double GetMaxSpeedSq() const { return 0; }
 
@@ -216,13 +140,12 @@ class iBase : public host::ParameterHolder {
   const NodeKind* GetKind() const { return mKind; }
   /// Makes a member of a group object, which has the group's node, one of its own kind.
   void ActAs(const NodeKind& kind);
+  /// The rows of the node; null when unbound.
+  const host::ParameterTable* Rows() const { return mRows; }
   /// What every kind of node can be told: rows 2502, 2604 and 10001 to 10003.
   static const host::ParameterTable& CommonParameters();
 
   InterfaceHandler mInterface;
-  i32 mLoopRound = 0;
-  i32 mLoopBackPass = -2;  ///< pass at which `NextPass` loops back to pass 0; -2 means never
-  i32 mLoopRounds = 0;     ///< rounds of the loop-back; 0 switches it off
   std::string mName;
   i32 mMemberIndex = -1;  ///< index inside a group object; -1 stands alone
   u32 mFlags = FLAG_ACTIVE | FLAG_ENABLED | FLAG_AFFECTS_BOUNDS;
@@ -235,6 +158,10 @@ class iBase : public host::ParameterHolder {
   SceneTime* mTime = nullptr;
   const char* mInactiveReason = nullptr;  ///< why the last `Deactivate` was called
   u32 mRuns = 0;                          ///< stage runs in which the object was active
+
+ protected:
+  /// For constraints alone, of which every holder has a copy.
+  iBase(const iBase&) = default;
 
  private:
   /// The rows of the node as it stands; those of all kinds where it has none.

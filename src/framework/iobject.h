@@ -11,17 +11,12 @@ class iObject : public iBase {
  public:
   iObject() = default;
   iObject(host::BaseNode* node, Scene* scene) : iBase(node, scene) {}
-  iObject(const iObject&) = default;
+  iObject(const iObject&) = delete;
 
   bool IsPipelineObject() const override { return true; }
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<iObject>(*this); }
 
-  /// Class-specific hook: a force keeps its targets, a constraint answers whether it is on the
-  /// particle side.
-  virtual bool Attach(void* /*target*/, void* /*second*/ = nullptr) { return false; }
-  /// `context` is null from the pipeline, the owning object where one prepares its helpers.
-  virtual void Prepare(void* /*context*/ = nullptr) {}
-  virtual void Begin(void* /*context*/ = nullptr) {}
+  virtual void Prepare() {}
+  virtual void Begin() {}
   virtual void Evaluate(const EvaluationThreadData& /*data*/) {}
   virtual void Finish() {}
 };

@@ -5,9 +5,13 @@
 #include <string_view>
 #include <vector>
 
-#include "framework/ibase.h"
+#include "framework/object_ids.h"
+#include "host/parameter.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class iBase;
+class Scene;
 
 /// A scene of some ten lines in which a kind does its work: its host objects and the nodes of its
 /// server, a text line each; a line that goes on in the next begins that one with two blanks.

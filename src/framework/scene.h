@@ -1,16 +1,20 @@
-// One simulation: the object lists, the clock, and the pipeline.
+// What an object sees of the simulation that it is part of.
 #pragma once
 #include <array>
-#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
 
-#include "framework/iobject.h"
+#include "framework/interface_handler.h"
+#include "framework/object_ids.h"
+#include "framework/pipeline.h"
 #include "framework/scene_time.h"
 #include "grids/grid_layout.h"
+#include "host/worker_pool.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class iBase;
 
 /// What one evaluation did, for progress, statistics and traces.
 struct EvaluationReport {
@@ -20,29 +24,7 @@ struct EvaluationReport {
   bool whole = false;                              ///< and nothing cut it short
 };
 
-/// What the server node says of its scene, as the rows of `Scene::Parameters` name it.
-struct SceneSettings : host::ParameterHolder {
-  double hostUnits = 100.0;
-  double simulationUnits = 1.0;
-  double cellSize = 0.2;
-  double renderCellSize = 0.2;
-  i32 timeMode = 0;
-  double fixedStep = 0.2;
-  i32 extraSubsteps = 2;
-  i32 extraMinSubsteps = 0;
-  double cfl = 2.0;
-  double timeScale = 1.0;
-  Vec3d gravity{0, -9.81, 0};
-  i32 seed = 2150;
-  bool usePreviewRange = true;
-  i32 firstFrame = 0;
-  i32 lastFrame = 90;
-  i32 threadLimit = 0;
-  i32 rigidSubsteps = 10;
-};
-
-/// One simulation under one server node. The scene owns the objects of its lists; a list is ordered
-/// by node creation number.
+/// The clock, the lattice of cells and the other objects of a simulation.
 class Scene : public host::LinkSource {
  public:
   enum Flag : u32 {
@@ -51,81 +33,35 @@ class Scene : public host::LinkSource {
     kNoBounds = 0x8,       ///< in this step
   };
   using ObjectList = std::map<host::NodeId, std::unique_ptr<iBase>>;
-  /// Makes the object of a plug-in id; null for an id without a core class.
-  using ObjectFactory =
-      std::function<std::unique_ptr<iBase>(i32 pluginId, host::BaseNode* node, Scene* scene)>;
-  /// Called for every object that ran, with the stage.
-  using TraceSink = std::function<void(i32 stage, const iBase& object)>;
-  /// Asked once a step, before channels and solvers take the negotiated box (simulation units);
-  /// false cancels the evaluation.
-  using BoundsGuard = std::function<bool(const Vec3d& min, const Vec3d& max)>;
 
-  Scene(host::BaseNode* server, ObjectFactory factory);
-  ~Scene() override;
+  explicit Scene(host::BaseNode* server) : mInterface(server) {}
   Scene(const Scene&) = delete;
   Scene& operator=(const Scene&) = delete;
 
-  /// Parameters of the server node.
-  static const NodeKind& Kind();
-  static const host::ParameterTable& Parameters();
-
-  /// Reads the node's dirty count.
-  virtual void DetectChanges();
-  /// The step that moves the fastest flow by `mCfl` cells, at most a frame. `seed` is a lower limit
-  /// of the squared speed. Sets `mStepRatio`.
-  virtual double ComputeAdaptiveStep(double seed);
-  virtual void SetTimes(i32 frameIndex, double time, double frameDuration, i32 timeMode, double cfl,
-                        double fixedStep, i32 substeps, i32 minSubsteps, double fps, i32 blurSample,
-                        i32 blurSamples);
-  /// Brings the lists in line with the node tree.
-  virtual void Synchronise(const host::Document* document);
-  virtual void RemoveDead();
-  virtual void DispatchStage();
-  virtual void LoadCaches();
-  /// Stages 2 to 16; false = cancelled.
-  virtual bool Simulate(bool refresh);
-  virtual void RunVisualStages();
-  virtual void SaveCaches();
-  virtual void Reset(bool full);
-  /// One evaluation of the document; false = cancelled. The pipeline thread is the caller's.
-  virtual bool Execute(host::HostThread* thread, bool render);
-  /// False if the object is null or its node already has an entry.
-  virtual bool AddObject(i32 list, std::unique_ptr<iBase> object);
-  virtual bool NeedsRun() const;
-  virtual bool IsCancelled(const host::HostThread* control = nullptr) const;
-  /// Rebuilds `mDomain` for a scale and a cell size (simulation units); true if it changed.
-  virtual bool UpdateDomain(double hostUnits, double simUnits, double cellSize);
-  virtual bool CreateObject(host::BaseNode* node, i32 pluginId);
-  /// Destroys all objects of all lists.
-  virtual void Clear();
-
   /// The enabled object of a host node, in `list` or, above 11, in any list. Category bit 31 and
   /// type 2000 switch their tests off.
-  iBase* FindObject(const host::BaseNode* node, i32 list, i32 categoryA = kBitAny,
-                    i32 categoryB = kBitAny, i32 typeId = kTypeAny) const;
+  virtual iBase* FindObject(const host::BaseNode* node, i32 list, i32 categoryA = kBitAny,
+                            i32 categoryB = kBitAny, i32 typeId = kTypeAny) const = 0;
   /// Objects of a list that pass type and category tests: without `list` all of `listIndex` (above
   /// 11: of every list), else those named in it (`includeOnly`, in its order) or not named in it.
   /// The category test passes if the mask equals `exactCategories`, or if it has bit `categoryA`
   /// and `categoryB` (31 = not asked), or if `exactCategories` and `categoryA` are both 31.
-  void CollectObjects(const host::InExcludeData* list, std::vector<iBase*>& out, i32 listIndex,
-                      u32 exactCategories, i32 typeId, i32 categoryA, bool includeOnly,
-                      i32 categoryB = kBitAny) const;
+  virtual void CollectObjects(const host::InExcludeData* list, std::vector<iBase*>& out,
+                              i32 listIndex, u32 exactCategories, i32 typeId, i32 categoryA,
+                              bool includeOnly, i32 categoryB = kBitAny) const = 0;
 
-  host::ParameterHolder* Find(const host::BaseNode& node,
-                              const host::ParameterRow& row) const override;
-  std::vector<host::LinkTarget> All(const host::ParameterRow& row) const override;
-
-  /// Saves or restores the simulation as it stands between two frames. To restore, the document
-  /// stands at the frame that was saved. An archive that doesn't fit the scene fails.
-  void Persist(StateArchive& archive);
-
-  /// The parameters of the server node as they stand.
-  SceneSettings ReadSettings() const;
+  /// The objects of a list by node, in the order in which their nodes were made.
+  virtual const ObjectList& List(i32 number) const = 0;
   /// First and last simulated frame: the document's preview range, or the server's own.
-  void GetFrameRange(i32& first, i32& last) const;
-  void SetStage(i32 stage);
-  const host::Document* GetDocument() const;
-  const ObjectList& List(i32 number) const { return mLists[number]; }
+  virtual void GetFrameRange(i32& first, i32& last) const = 0;
+
+  /// The user broke off, or `control` says so.
+  bool IsCancelled(const host::HostThread* control = nullptr) const {
+    return (mThread && mThread->TestBreak()) || (control && control->TestBreak());
+  }
+  const host::Document* GetDocument() const {
+    return Server() ? &Server()->GetDocument() : nullptr;
+  }
   host::BaseNode* Server() const { return mInterface.GetObject(); }
 
   InterfaceHandler mInterface;
@@ -145,52 +81,7 @@ class Scene : public host::LinkSource {
   Vec3d mGravity{0, -9.81, 0};
   i32 mRigidSubsteps = 10;
   host::HostThread* mThread = nullptr;
-
   EvaluationReport mReport;
-  TraceSink mTrace;
-  BoundsGuard mBoundsGuard;
-
- private:
-  enum class FrameDecision { Nothing, Refresh, NewFrame };
-  FrameDecision DecideFrame(bool domainChanged, bool& hardReset);
-  void ReadClock();
-  void ReadBlur(i32& sample, i32& samples) const;
-  bool RunSubsteps();
-  /// The next step of a frame whose flow says how long it may be, between two limits.
-  void NextAdaptiveStep(double dtMin, double dtMax, bool& last);
-  /// One step that takes the place of all substeps of a frame.
-  void TakeWholeFrame(double duration);
-  bool EndEvaluation(bool result);
-  std::vector<iObject*> Caches(bool enabledOnly) const;
-  void RunSetUpPasses();
-  void CheckAllDirty();
-  bool NegotiateBounds();
-  bool FinishStep();
-  std::vector<iObject*> CollectStage(i32 stage) const;
-  bool RunStage(i32 stage, bool refreshOnly);
-  void RunGroup(const std::vector<iObject*>& group);
-  void RunSequentialOnce(const std::vector<iObject*>& group);
-  void RunParallelOnce(const std::vector<iObject*>& group);
-  void RunSequentialPasses(iObject& object, const std::vector<iObject*>& group);
-  void RunParallelPasses(iObject& object);
-  void RunWorkers(const std::vector<iObject*>& group);
-  void NoteRun(iObject& object);
-  /// Calls f(object) list by list; caches on request.
-  template <class F>
-  void ForEachObject(F&& f, bool withCaches = false) const {
-    for (i32 list = 1; list <= 11; ++list) {
-      if (list == 9 || (list == kListCaches && !withCaches)) continue;
-      for (const auto& [id, object] : mLists[list]) f(*object);
-    }
-  }
-
-  ObjectFactory mFactory;
-  std::array<ObjectList, 12> mLists;
-  u32 mServerDirty = 0;
-  bool mBoundsValid = false;  ///< the finish work of stage 16 is on
 };
-
-/// The scene that a server node gets.
-using SulvaScene = Scene;
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,5 +1,5 @@
 // The clock of a scene: the frame, its substeps, and their length.
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,7 +10,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
-bool Scene::UpdateDomain(double hostUnits, double simUnits, double cellSize) {
+bool SulvaScene::UpdateDomain(double hostUnits, double simUnits, double cellSize) {
   const double w = hostUnits / simUnits * cellSize;
   GridLayout layout;
   layout.Set({1, 1, 1}, {w, w, w}, static_cast<f32>(cellSize), {});
@@ -25,7 +25,7 @@ bool Scene::UpdateDomain(double hostUnits, double simUnits, double cellSize) {
   return true;
 }
 
-void Scene::GetFrameRange(i32& first, i32& last) const {
+void SulvaScene::GetFrameRange(i32& first, i32& last) const {
   const SceneSettings settings = ReadSettings();
   const bool preview = settings.usePreviewRange;
   first = preview ? GetDocument()->previewMin : settings.firstFrame;
@@ -33,7 +33,7 @@ void Scene::GetFrameRange(i32& first, i32& last) const {
   if (first > last) std::swap(first, last);
 }
 
-void Scene::ReadClock() {
+void SulvaScene::ReadClock() {
   const Document& document = *GetDocument();
   mClock.document = &document;
   mClock.fps = document.fps;
@@ -49,7 +49,7 @@ void Scene::ReadClock() {
   if (!keepsTime) mClock.time = seconds;
 }
 
-void Scene::ReadBlur(i32& sample, i32& samples) const {
+void SulvaScene::ReadBlur(i32& sample, i32& samples) const {
   sample = samples = 0;
   if (!mIsRender) return;
   samples = GetDocument()->blurSamples;
@@ -57,9 +57,9 @@ void Scene::ReadBlur(i32& sample, i32& samples) const {
   sample = static_cast<i32>(std::floor(past * mClock.fps * samples + 1e-6));
 }
 
-void Scene::SetTimes(i32 frameIndex, double, double frameDuration, i32 timeMode, double cfl,
-                     double fixedStep, i32 substeps, i32 minSubsteps, double fps, i32 blurSample,
-                     i32 blurSamples) {
+void SulvaScene::SetTimes(i32 frameIndex, double, double frameDuration, i32 timeMode, double cfl,
+                          double fixedStep, i32 substeps, i32 minSubsteps, double fps,
+                          i32 blurSample, i32 blurSamples) {
   mTime.frameIndex = frameIndex;
   mTime.frameDuration = frameDuration;
   mTime.fps = static_cast<i32>(fps);
@@ -83,7 +83,7 @@ void Scene::SetTimes(i32 frameIndex, double, double frameDuration, i32 timeMode,
   }
 }
 
-double Scene::ComputeAdaptiveStep(double seed) {
+double SulvaScene::ComputeAdaptiveStep(double seed) {
   double top = seed;
   for (const auto& [id, object] : mLists[kListSolvers])
     top = std::max(top, object->GetMaxSpeedSq());
@@ -93,7 +93,7 @@ double Scene::ComputeAdaptiveStep(double seed) {
   return dt;
 }
 
-void Scene::NextAdaptiveStep(double dtMin, double dtMax, bool& last) {
+void SulvaScene::NextAdaptiveStep(double dtMin, double dtMax, bool& last) {
   const double frame = mTime.frameDuration, left = frame - mTime.timeInFrame;
   double dt = std::clamp(ComputeAdaptiveStep(1e-16), dtMin, dtMax);
   // Thirds of a frame don't add up to it to the last bit; the rest of a bit is no step.
@@ -116,14 +116,14 @@ void Scene::NextAdaptiveStep(double dtMin, double dtMax, bool& last) {
   }
 }
 
-void Scene::TakeWholeFrame(double duration) {
+void SulvaScene::TakeWholeFrame(double duration) {
   mTime.stepDuration = duration;
   mTime.stepFraction = 1;
   mTime.remainingFraction = 0;
   mTime.substep = mTime.maxSubsteps = 1;
 }
 
-bool Scene::RunSubsteps() {
+bool SulvaScene::RunSubsteps() {
   mTime.timeInFrame = 0;
   mTime.remainingFraction = 1;
   const bool isAdaptive = mTimeMode == 0;

@@ -1,5 +1,5 @@
 // The lists of a scene: what stands in them, and look-ups.
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 
 #include <algorithm>
 
@@ -7,13 +7,13 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
-bool Scene::AddObject(i32 list, std::unique_ptr<iBase> object) {
+bool SulvaScene::AddObject(i32 list, std::unique_ptr<iBase> object) {
   if (!object || list == 200 || !object->Node()) return false;
   if (list < 1 || list > 11 || list == 9) list = kListGeometry;
   return mLists[list].try_emplace(object->Node()->Id(), std::move(object)).second;
 }
 
-bool Scene::CreateObject(BaseNode* node, i32 pluginId) {
+bool SulvaScene::CreateObject(BaseNode* node, i32 pluginId) {
   if (!node) return false;
   for (i32 list = 1; list <= 11; ++list)
     if (mLists[list].contains(node->Id())) return false;
@@ -23,7 +23,7 @@ bool Scene::CreateObject(BaseNode* node, i32 pluginId) {
   return AddObject(list, std::move(object));
 }
 
-void Scene::Synchronise(const Document*) {
+void SulvaScene::Synchronise(const Document*) {
   const auto find = [&](NodeId id) -> iBase* {
     for (const ObjectList& list : mLists) {
       const auto found = list.find(id);
@@ -31,20 +31,14 @@ void Scene::Synchronise(const Document*) {
     }
     return nullptr;
   };
-  // Ids under which nodes of other programs join the catalogue.
-  constexpr i32 adopted[] = {1300139, 1300140, 1300141};
   const std::function<void(BaseNode&)> walk = [&](BaseNode& node) {
     for (BaseNode* child : node.Children()) {
       iBase* object = find(child->Id());
       // Switched on or off before the set-up passes, so that a node is read before it runs and no
       // link finds one that is off.
       if (object) object->SetFlag(FLAG_ENABLED, child->IsEnabled());
-      if (!object && child->IsInstanceOf(kServerNode) && child->IsEnabled()) {
-        i32 id = child->Type();
-        for (const i32 base : adopted)
-          if (child->IsInstanceOf(base)) id = base;
-        CreateObject(child, id);
-      }
+      if (!object && child->IsInstanceOf(kServerNode) && child->IsEnabled())
+        CreateObject(child, child->Type());
       walk(*child);
     }
   };
@@ -52,7 +46,7 @@ void Scene::Synchronise(const Document*) {
   RemoveDead();
 }
 
-void Scene::RemoveDead() {
+void SulvaScene::RemoveDead() {
   for (ObjectList& list : mLists)
     std::erase_if(list, [&](const auto& entry) {
       const iBase& object = *entry.second;
@@ -60,12 +54,12 @@ void Scene::RemoveDead() {
     });
 }
 
-void Scene::Clear() {
+void SulvaScene::Clear() {
   for (ObjectList& list : mLists) list.clear();
 }
 
-iBase* Scene::FindObject(const BaseNode* node, i32 list, i32 categoryA, i32 categoryB,
-                         i32 typeId) const {
+iBase* SulvaScene::FindObject(const BaseNode* node, i32 list, i32 categoryA, i32 categoryB,
+                              i32 typeId) const {
   if (!node) return nullptr;
   const auto look = [&](i32 number) -> iBase* {
     const auto found = mLists[number].find(node->Id());
@@ -84,9 +78,9 @@ iBase* Scene::FindObject(const BaseNode* node, i32 list, i32 categoryA, i32 cate
   return nullptr;
 }
 
-void Scene::CollectObjects(const InExcludeData* list, std::vector<iBase*>& out, i32 listIndex,
-                           u32 exactCategories, i32 typeId, i32 categoryA, bool includeOnly,
-                           i32 categoryB) const {
+void SulvaScene::CollectObjects(const InExcludeData* list, std::vector<iBase*>& out, i32 listIndex,
+                                u32 exactCategories, i32 typeId, i32 categoryA, bool includeOnly,
+                                i32 categoryB) const {
   out.clear();
   const auto passes = [&](const iBase& object) {
     if (!object.Has(FLAG_ENABLED)) return false;
@@ -127,12 +121,12 @@ bool Accepts(const ParameterRow& row, const iBase& object) {
 }
 }  // namespace
 
-ParameterHolder* Scene::Find(const BaseNode& node, const ParameterRow& row) const {
+ParameterHolder* SulvaScene::Find(const BaseNode& node, const ParameterRow& row) const {
   iBase* object = FindObject(&node, kListAll);
   return object && Accepts(row, *object) ? object : nullptr;
 }
 
-std::vector<LinkTarget> Scene::All(const ParameterRow& row) const {
+std::vector<LinkTarget> SulvaScene::All(const ParameterRow& row) const {
   std::vector<LinkTarget> targets;
   ForEachObject(
       [&](iBase& object) {
@@ -143,7 +137,7 @@ std::vector<LinkTarget> Scene::All(const ParameterRow& row) const {
   return targets;
 }
 
-bool Scene::NeedsRun() const {
+bool SulvaScene::NeedsRun() const {
   if (mStage != kStartSimulation && mStage != kUpdate) return false;
   bool dirty = false;
   ForEachObject(
@@ -152,7 +146,7 @@ bool Scene::NeedsRun() const {
   return dirty;
 }
 
-void Scene::Reset(bool full) {
+void SulvaScene::Reset(bool full) {
   ForEachObject(
       [&](iBase& object) {
         if (full || (object.IsDirty() && object.ResetsOnChange())) object.Reset();

@@ -1,9 +1,10 @@
 // The stages of a step: who runs in them, in which groups, and how.
-#include "framework/scene.h"
-#include "grids/run_shares.h"
-
+#include <algorithm>
 #include <chrono>
 #include <limits>
+
+#include "framework/stage_order.h"
+#include "framework/sulva_scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -23,7 +24,7 @@ class StageTimer {
 };
 }  // namespace
 
-bool Scene::Simulate(bool refresh) {
+bool SulvaScene::Simulate(bool refresh) {
   for (i32 stage = kInitialiseSubstep; stage <= kFinish; ++stage) {
     SetStage(stage);
     const StageTimer timer(mReport.stageSeconds[stage]);
@@ -40,7 +41,7 @@ bool Scene::Simulate(bool refresh) {
   return !IsCancelled();
 }
 
-void Scene::RunVisualStages() {
+void SulvaScene::RunVisualStages() {
   for (i32 stage = kStartVisual; stage <= kVisualPost; ++stage) {
     SetStage(stage);
     const StageTimer timer(mReport.stageSeconds[stage]);
@@ -48,24 +49,39 @@ void Scene::RunVisualStages() {
   }
 }
 
-bool Scene::NegotiateBounds() {
-  constexpr double huge = std::numeric_limits<double>::max();
-  Vec3d min{huge, huge, huge}, max{-huge, -huge, -huge};
+namespace {
+
+/// A box that grows; at the start it holds nothing.
+struct Bounds {
+  static constexpr double kHuge = std::numeric_limits<double>::max();
+  Vec3d min{kHuge, kHuge, kHuge}, max{-kHuge, -kHuge, -kHuge};
+
+  bool IsValid() const {
+    for (int a = 0; a < 3; ++a)
+      if (!(min[a] != kHuge && max[a] != -kHuge && min[a] <= max[a])) return false;
+    return true;
+  }
+  void Add(const Bounds& other) {
+    min = Min(min, other.min);
+    max = Max(max, other.max);
+  }
+};
+
+}  // namespace
+
+bool SulvaScene::NegotiateBounds() {
   const auto forEachContent = [&](auto&& f) {
     for (i32 list = 1; list <= 8; ++list)
       if (list != kListSolvers)
         for (const auto& [id, object] : mLists[list])
           if (object->Has(FLAG_ENABLED)) f(*object);
   };
+  Bounds content;
   forEachContent([&](iBase& o) {
-    if (o.Has(FLAG_AFFECTS_BOUNDS)) o.ExpandBounds(min, max);
+    if (o.Has(FLAG_AFFECTS_BOUNDS)) o.ExpandBounds(content.min, content.max);
   });
-
-  bool valid = true;
-  for (int a = 0; a < 3; ++a)
-    valid = valid && min[a] != huge && max[a] != -huge && min[a] <= max[a];
   mBoundsValid = false;
-  if (!valid) {
+  if (!content.IsValid()) {
     mFlags |= kNoBounds;
     for (const i32 list : {kListChannels, kListSolvers})
       for (const auto& [id, object] : mLists[list])
@@ -74,22 +90,32 @@ bool Scene::NegotiateBounds() {
   }
   mFlags &= ~kNoBounds;
 
-  std::vector<iBase*> solvers;
+  // Each solver takes the content in its own reach, fields cover what all solvers took.
+  std::vector<std::pair<iBase*, Bounds>> solvers;
+  Bounds all;
   for (const auto& [id, object] : mLists[kListSolvers]) {
-    const i32 type = object->GetTypeId();
-    if (object->Has(FLAG_ENABLED) && (type == kTypeFluidSolver || type == kTypeWaterSolver))
-      solvers.push_back(object.get());
+    if (!object->Has(FLAG_ENABLED) || !object->HasOwnBox()) continue;
+    Bounds own = content;
+    object->ExpandBounds(own.min, own.max);
+    if (object->Has(FLAG_ACTIVE)) all.Add(own);
+    solvers.emplace_back(object.get(), own);
   }
-  for (iBase* solver : solvers) solver->ExpandBounds(min, max);
-  if (mBoundsGuard && !mBoundsGuard(min, max)) return false;
-  for (iBase* solver : solvers) solver->ApplyBounds(min, max);
-  const i32 state = solvers.empty() ? 2 : solvers.back()->Has(FLAG_ACTIVE);
-  if (state > 0) forEachContent([&](iBase& o) { o.ApplyBounds(min, max); });
-  mBoundsValid = state == 1;
+  if (!all.IsValid()) all = content;
+  if (mBoundsGuard && !mBoundsGuard(all.min, all.max)) return false;
+  for (const auto& [solver, own] : solvers) solver->ApplyBounds(own.min, own.max);
+  const bool anyActive = std::any_of(solvers.begin(), solvers.end(), [](const auto& solver) {
+    return solver.first->Has(FLAG_ACTIVE);
+  });
+  if (anyActive || solvers.empty())
+    forEachContent([&](iBase& o) { o.ApplyBounds(all.min, all.max); });
+  mBoundsValid = anyActive;
   return true;
 }
 
-bool Scene::FinishStep() {
+bool SulvaScene::FinishStep() {
+  for (const ObjectList& list : mLists)
+    for (const auto& [id, object] : list)
+      if (object->Has(FLAG_ENABLED)) object->CommitStep();
   if (!mBoundsValid) return !IsCancelled();
   for (const i32 list : {kListChannels, kListSolvers})
     for (const auto& [id, object] : mLists[list]) {
@@ -99,25 +125,27 @@ bool Scene::FinishStep() {
   return !IsCancelled();
 }
 
-std::vector<iObject*> Scene::CollectStage(i32 stage) const {
-  std::vector<iObject*> objects;
+std::vector<iObject*> SulvaScene::CollectStage(i32 stage) const {
+  std::vector<iBase*> sorted;
   for (i32 list = 1; list <= 8; ++list)
-    for (const auto& [id, object] : mLists[list])
-      if (object->Has(FLAG_ENABLED) && (object->mStageMask & StageBit(stage)) &&
-          object->IsPipelineObject())
-        objects.push_back(static_cast<iObject*>(object.get()));
-  // Overrides of ComesBefore need not be a strict weak order, which a library sort would ask for:
-  // each object moves up from the end past those that it precedes. Equal ones keep list order.
-  std::vector<iObject*> sorted;
-  for (iObject* object : objects) {
-    auto at = sorted.end();
-    while (at != sorted.begin() && object->ComesBefore(*at[-1])) --at;
-    sorted.insert(at, object);
-  }
-  return sorted;
+    for (const auto& [id, object] : mLists[list]) {
+      if (!object->Has(FLAG_ENABLED) || !(object->mStageMask & StageBit(stage)) ||
+          !object->IsPipelineObject())
+        continue;
+      // Overrides of ComesBefore need not be a strict weak order, which a library sort would ask
+      // for: each object moves up from the end past those that it precedes. Equal ones keep list
+      // order.
+      auto at = sorted.end();
+      while (at != sorted.begin() && object->ComesBefore(*at[-1])) --at;
+      sorted.insert(at, object.get());
+    }
+  std::vector<iObject*> objects;
+  for (iBase* object : OrderByLinks(sorted, *this))
+    objects.push_back(static_cast<iObject*>(object));
+  return objects;
 }
 
-bool Scene::RunStage(i32 stage, bool refreshOnly) {
+bool SulvaScene::RunStage(i32 stage, bool refreshOnly) {
   // All groups stand before the first one runs: what a run makes dirty waits for its next stage.
   std::vector<std::vector<iObject*>> groups;
   const iObject* previous = nullptr;
@@ -138,7 +166,7 @@ bool Scene::RunStage(i32 stage, bool refreshOnly) {
   return !IsCancelled();
 }
 
-void Scene::RunGroup(const std::vector<iObject*>& group) {
+void SulvaScene::RunGroup(const std::vector<iObject*>& group) {
   const iObject& first = *group.front();
   if (!first.IsIterative()) {
     first.IsSequential() ? RunSequentialOnce(group) : RunParallelOnce(group);
@@ -151,21 +179,21 @@ void Scene::RunGroup(const std::vector<iObject*>& group) {
   }
 }
 
-void Scene::NoteRun(iObject& object) {
+void SulvaScene::NoteRun(iObject& object) {
   if (!object.Has(FLAG_ACTIVE)) return;
   ++object.mRuns;
   if (mTrace) mTrace(mStage, object);
 }
 
-void Scene::RunWorkers(const std::vector<iObject*>& group) {
-  RunShares(mThreadCount, mThread, [&](EvaluationThreadData& data) {
+void SulvaScene::RunWorkers(const std::vector<iObject*>& group) {
+  ForEachShare(mThreadCount, mThread, [&](EvaluationThreadData data) {
     data.objects = &group;
     for (iObject* object : group)
       if (object->Has(FLAG_ENABLED)) object->Evaluate(data);
   });
 }
 
-void Scene::RunSequentialOnce(const std::vector<iObject*>& group) {
+void SulvaScene::RunSequentialOnce(const std::vector<iObject*>& group) {
   EvaluationThreadData data;
   data.thread = mThread;
   data.objects = &group;
@@ -180,7 +208,7 @@ void Scene::RunSequentialOnce(const std::vector<iObject*>& group) {
   }
 }
 
-void Scene::RunParallelOnce(const std::vector<iObject*>& group) {
+void SulvaScene::RunParallelOnce(const std::vector<iObject*>& group) {
   for (iObject* object : group) {
     if (!object->Has(FLAG_ENABLED)) continue;
     object->Prepare();
@@ -191,7 +219,7 @@ void Scene::RunParallelOnce(const std::vector<iObject*>& group) {
   for (iObject* object : group) object->Finish();
 }
 
-void Scene::RunSequentialPasses(iObject& object, const std::vector<iObject*>& group) {
+void SulvaScene::RunSequentialPasses(iObject& object, const std::vector<iObject*>& group) {
   EvaluationThreadData data;
   data.thread = mThread;
   data.objects = &group;
@@ -206,7 +234,7 @@ void Scene::RunSequentialPasses(iObject& object, const std::vector<iObject*>& gr
   }
 }
 
-void Scene::RunParallelPasses(iObject& object) {
+void SulvaScene::RunParallelPasses(iObject& object) {
   const std::vector<iObject*> alone{&object};
   bool noted = false;
   const auto start = [&] {

@@ -1,6 +1,6 @@
 // What a scene keeps from one frame to the next.
-#include "framework/scene.h"
 #include "framework/state_archive.h"
+#include "framework/sulva_scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -27,7 +27,7 @@ void PersistDomain(StateArchive& archive, GridLayout& domain) {
 
 }  // namespace
 
-void Scene::Persist(StateArchive& archive) {
+void SulvaScene::Persist(StateArchive& archive) {
   if (archive.IsLoading()) Synchronise(GetDocument());
   archive.BeginPart(Server() ? Server()->Id() : 0);
   PersistClock(archive, mClock);

@@ -25,6 +25,19 @@ void ForEachBlock(i32 blocks, i32 threads, F&& f) {
   });
 }
 
+struct IndexRange {
+  i32 first = 0, last = 0;
+  bool IsEmpty() const { return first >= last; }
+};
+
+/// The items of [first, last) that fall to one of `parts` parts, which follow each other; some are
+/// empty when there are few items.
+inline IndexRange PartOf(i32 part, i32 parts, i32 first, i32 last) {
+  const i64 count = std::max(last - first, 0);
+  return {first + static_cast<i32>(count * part / parts),
+          first + static_cast<i32>(count * (part + 1) / parts)};
+}
+
 /// Folds f(block) over all blocks, in block order whatever the thread count:
 /// combine(...combine(start, f(0))..., f(blocks - 1)).
 template <class R, class F, class Combine>

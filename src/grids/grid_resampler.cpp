@@ -1,5 +1,6 @@
 #include "grids/grid_resampler.h"
 
+#include "grids/fixed_blocks.h"
 #include "grids/sampling.h"
 
 namespace MELDO_GLOBAL {
@@ -53,10 +54,6 @@ bool ForEachRow(const VecInt3D& min, const VecInt3D& max, host::HostThread* thre
 
 }  // namespace
 
-void GridResampler_ThreadData::Run() {
-  if (resampler) resampler->Run(*this);
-}
-
 template <class T>
 bool EGridResamplerOf<T>::Init(const EGrid<T>* source, EGrid<T>* target, bool direct,
                                i32 sampleMode, i32 writeMode, const VecInt3D& offset,
@@ -67,14 +64,21 @@ bool EGridResamplerOf<T>::Init(const EGrid<T>* source, EGrid<T>* target, bool di
   mSampleMode = sampleMode;
   mWriteMode = writeMode;
   mOffset = offset;
-  if (!source || !target) return false;
-  return SplitZ(mSlabs, target->Dims(), includeBorder, host::ThreadCount());
+  mIncludeBorder = includeBorder;
+  return source && target && target->mNz > (includeBorder ? 0 : 2);
 }
 
 template <class T>
-bool EGridResamplerOf<T>::Run(const GridResampler_ThreadData& data) {
-  const CellBox box = mSlabs[data.index];
-  return mDirect ? Copy(box.min, box.max, data.thread) : Interpolate(box.min, box.max, data.thread);
+bool EGridResamplerOf<T>::Run(i32 threads, host::HostThread* thread) {
+  const i32 border = mIncludeBorder ? 0 : 1;
+  const VecInt3D low{border, border, border}, high = mTarget->Dims() - low;
+  return ReduceBlocks(
+      high.z - low.z, threads, i32{1},
+      [&](i32 layer) -> i32 {
+        const VecInt3D min{low.x, low.y, low.z + layer}, max{high.x, high.y, min.z + 1};
+        return mDirect ? Copy(min, max, thread) : Interpolate(min, max, thread);
+      },
+      [](i32 all, i32 one) { return all & one; });
 }
 
 template <class T>

@@ -2,27 +2,11 @@
 #pragma once
 #include <memory>
 
-#include "grids/control_thread.h"
 #include "grids/egrid.h"
-#include "grids/split.h"
+#include "grids/for_each_cell.h"
+#include "host/worker_pool.h"
 
 namespace MELDO_GLOBAL {
-
-class GridResampler;
-
-/// The record of a worker that resamples its slab.
-struct GridResampler_ThreadData {
-  GridResampler* resampler = nullptr;
-  host::HostThread* thread = nullptr;  ///< asked for a break once a layer; may be null
-  i32 index = 0;
-  i32 count = 1;
-  bool isLast = true;
-  void Run();
-};
-
-/// Resamples on all workers: `Init` with a `GridResampler_ThreadData`, then `Run`.
-using GridResamplerControlThread =
-    CustomControlThread<AnyThread<GridResampler_ThreadData>, GridResampler_ThreadData>;
 
 /// How a source value `v` goes into the target sample `t`.
 enum ResampleWrite : i32 {
@@ -33,18 +17,10 @@ enum ResampleWrite : i32 {
   kWriteMax = 4,        ///< t = max(t, v)
 };
 
-/// The base of the resamplers: runs a worker's share.
-class GridResampler {
- public:
-  virtual ~GridResampler() = default;
-  /// Works through the slab of `data.index`; false on a cancel.
-  virtual bool Run(const GridResampler_ThreadData& data) = 0;
-};
-
 /// Resamples between grids of one value type, by direct copy on a shared cell lattice or by
 /// sampling at the positions of the target's samples.
 template <class T>
-class EGridResamplerOf : public GridResampler {
+class EGridResamplerOf {
  public:
   i32 mSampleMode = 0;
   i32 mWriteMode = 0;
@@ -54,13 +30,13 @@ class EGridResamplerOf : public GridResampler {
   /// `Interpolate`.
   VecInt3D mOffset{};
   bool mDirect = false;
-  SlabTable mSlabs;  ///< of the target's array
+  bool mIncludeBorder = true;  ///< the target's outermost layer as well
 
-  /// Cuts the target, with or without its outermost layer, for the host's thread count; false
-  /// without a source, a target or a slab.
+  /// False without a source, a target or a layer.
   bool Init(const EGrid<T>* source, EGrid<T>* target, bool direct, i32 sampleMode, i32 writeMode,
             const VecInt3D& offset, bool includeBorder);
-  bool Run(const GridResampler_ThreadData& data) override;
+  /// The whole target on `threads` workers; false on a cancel.
+  bool Run(i32 threads, host::HostThread* thread = nullptr);
 
   /// Samples the source at the place of every target sample in [min, max), each kind at its own
   /// offset in the cell. Write modes as told at `ResampleWrite`. False on a null grid or a cancel;

@@ -65,4 +65,26 @@ BaseNode* Document::FindByName(std::string_view nameOrPath) const {
   return nullptr;
 }
 
+// ---- what nodes take from their document ------------------------------------------------------
+
+BaseNode& BaseNode::AddTag(i32 type) {
+  if (BaseNode* tag = Tag(type)) return *tag;
+  mTags.push_back(std::make_unique<BaseNode>(mDocument, mDocument.NextId(), type, mName));
+  Touch();
+  return *mTags.back();
+}
+
+BaseLink::BaseLink(const BaseNode* node) {
+  if (!node) return;
+  mDocument = node->GetDocument().Self();
+  mNode = node->Id();
+}
+
+BaseNode* BaseLink::Resolve(i32 instanceOf, const Document* document) const {
+  const auto owner = mDocument.lock();
+  if (!owner || (document && *owner != document)) return nullptr;
+  BaseNode* node = (*owner)->Find(mNode);
+  return node && (instanceOf == 0 || node->IsInstanceOf(instanceOf)) ? node : nullptr;
+}
+
 }  // namespace MELDO_GLOBAL::host

@@ -1,18 +1,10 @@
 // Meshes from files of other tools.
 #pragma once
 #include <filesystem>
-#include <stdexcept>
 
-#include "host/polygon_object.h"
+#include "host/geometry.h"
 
 namespace MELDO_GLOBAL::host {
-
-/// A mesh file that can't be used; `what` is one sentence with the file's name and, in text
-/// formats, the line.
-class MeshFileError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// Reads a mesh by the file's extension: .obj, .ply, .stl, .gltf or .glb. Coordinates are taken as
 /// they stand, as host units, in double. Points keep the order of the file, so that the points of a

@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/mesh_files.h"
+#include "host/geometry.h"
 
 namespace MELDO_GLOBAL::host {
 

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host/document.h"
-
 namespace MELDO_GLOBAL::host {
 
 namespace {
@@ -105,13 +103,6 @@ BaseNode* BaseNode::Tag(i32 type) const {
   return nullptr;
 }
 
-BaseNode& BaseNode::AddTag(i32 type) {
-  if (BaseNode* tag = Tag(type)) return *tag;
-  mTags.push_back(std::make_unique<BaseNode>(mDocument, mDocument.NextId(), type, mName));
-  Touch();
-  return *mTags.back();
-}
-
 void BaseNode::RemoveTag(i32 type) {
   if (std::erase_if(mTags, [&](const auto& tag) { return tag->Type() == type; })) Touch();
 }
@@ -131,19 +122,6 @@ void BaseNode::Animate(double frame) {
     UpdateLocal();
   }
   for (const auto& tag : mTags) tag->Animate(frame);
-}
-
-BaseLink::BaseLink(const BaseNode* node) {
-  if (!node) return;
-  mDocument = node->GetDocument().Self();
-  mNode = node->Id();
-}
-
-BaseNode* BaseLink::Resolve(i32 instanceOf, const Document* document) const {
-  const auto owner = mDocument.lock();
-  if (!owner || (document && *owner != document)) return nullptr;
-  BaseNode* node = (*owner)->Find(mNode);
-  return node && (instanceOf == 0 || node->IsInstanceOf(instanceOf)) ? node : nullptr;
 }
 
 }  // namespace MELDO_GLOBAL::host

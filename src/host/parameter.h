@@ -83,6 +83,7 @@ struct ParameterRow {
   u32 acceptsCategories = 0;   ///< what an object of that list has to be able to, bit for bit
   bool allWhenAbsent = false;  ///< a node without the list means all that it could name
   bool required = false;       ///< without this link the node does nothing
+  bool writes = false;         ///< the node changes what the link leads to, others only read it
   bool kept = false;           ///< stored and kept with the scene, without effect
   std::optional<Condition> condition;  ///< none: it always counts
   std::string_view help;
@@ -110,6 +111,7 @@ struct ParameterRow {
     return acceptsList = list, acceptsCategories = categories, *this;
   }
   ParameterRow& AllWhenAbsent() { return allWhenAbsent = true, *this; }
+  ParameterRow& Writes() { return writes = true, *this; }
   ParameterRow& Required() { return required = true, *this; }
   /// Nothing reads the parameter; it is kept with the scene.
   ParameterRow& Kept() { return kept = true, *this; }
@@ -227,6 +229,9 @@ struct LinkSource {
   /// All objects that a row may link, in the order of the scene.
   virtual std::vector<LinkTarget> All(const ParameterRow& row) const = 0;
 };
+/// What the links of a row lead to, in the order of its list; targets that have no object too.
+std::vector<LinkTarget> TargetsOf(const ParameterRow& row, const BaseNode& node,
+                                  const LinkSource& source);
 /// Resolves every link and list that the rows name, in the order of the lists; what leads nowhere
 /// or to an object of another class is left out.
 void ConnectLinks(const ParameterTable& table, const BaseNode& node, ParameterHolder& holder,

@@ -70,25 +70,25 @@ void FillMembers(const ParameterTable& table, const BaseNode* node, ParameterHol
   }
 }
 
+std::vector<LinkTarget> TargetsOf(const ParameterRow& row, const BaseNode& node,
+                                  const LinkSource& source) {
+  const Value* value = node.Get(row.id);
+  if (!value) return row.allWhenAbsent ? source.All(row) : std::vector<LinkTarget>{};
+  std::vector<LinkTarget> targets;
+  const auto add = [&](NodeId id, u32 flags) {
+    BaseNode* target = node.GetDocument().Find(id);
+    if (target) targets.push_back({target, source.Find(*target, row), flags});
+  };
+  if (const Link* link = std::get_if<Link>(value)) add(link->node, 0);
+  if (const auto* list = std::get_if<InExcludeData>(value))
+    for (const InExcludeData::Entry& entry : list->entries) add(entry.node, entry.flags);
+  return targets;
+}
+
 void ConnectLinks(const ParameterTable& table, const BaseNode& node, ParameterHolder& holder,
                   const LinkSource& source) {
-  std::vector<LinkTarget> targets;
-  for (const ParameterRow& row : table) {
-    if (!row.connect) continue;
-    targets.clear();
-    const auto add = [&](NodeId id, u32 flags) {
-      BaseNode* target = node.GetDocument().Find(id);
-      if (target) targets.push_back({target, source.Find(*target, row), flags});
-    };
-    const Value* value = node.Get(row.id);
-    if (!value && row.allWhenAbsent) targets = source.All(row);
-    if (value) {
-      if (const Link* link = std::get_if<Link>(value)) add(link->node, 0);
-      if (const auto* list = std::get_if<InExcludeData>(value))
-        for (const InExcludeData::Entry& entry : list->entries) add(entry.node, entry.flags);
-    }
-    row.connect(holder, targets);
-  }
+  for (const ParameterRow& row : table)
+    if (row.connect) row.connect(holder, TargetsOf(row, node, source));
 }
 
 void ClearLinks(const ParameterTable& table, ParameterHolder& holder) {

@@ -5,26 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "host/geometry.h"
 #include "host/node.h"
 
 namespace MELDO_GLOBAL::host {
-
-/// Indices of three or four points; a triangle repeats its third index.
-struct Polygon {
-  i32 a = 0, b = 0, c = 0, d = 0;
-  bool IsQuad() const { return c != d; }
-  friend bool operator==(const Polygon&, const Polygon&) = default;
-};
-
-/// Points and polygons with optional corner data, in the object's own frame and host units.
-/// Polygons turn counter-clockwise seen from outside (right-handed axes).
-struct Geometry {
-  std::vector<Vec3d> points;
-  std::vector<Polygon> polygons;
-  std::vector<std::array<Vec3d, 4>> uvs;      ///< per polygon corner; empty without
-  std::vector<std::array<Vec3d, 4>> normals;  ///< per polygon corner; empty without
-  friend bool operator==(const Geometry&, const Geometry&) = default;
-};
 
 /// A polygon object. Its counters rise when its points or polygons change.
 class PolygonObject : public BaseNode {

@@ -46,16 +46,17 @@ struct Box {
   Vec3d min, max;
 };
 
-/// The user's box of the first solver of a scene, on whole cells.
+/// The users' boxes of the solvers of a scene, on whole cells: one box round all.
 std::optional<Box> SolverBox(const Scene& scene) {
+  std::optional<Box> all;
   for (const auto& [id, object] : scene.List(kListSolvers)) {
     const auto* solver = dynamic_cast<const FluidSolver*>(object.get());
     if (!solver || !solver->Has(FLAG_ENABLED)) continue;
     Box box;
     solver->GetUserBox(box.min, box.max);
-    return box;
+    all = all ? Box{Min(all->min, box.min), Max(all->max, box.max)} : box;
   }
-  return {};
+  return all;
 }
 
 /// The lengths of a staggered field at the centres of its cells.

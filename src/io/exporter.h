@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "cache/hyper_file.h"
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "io/field.h"
 #include "io/png_preview.h"
 #include "scene/scene_file.h"
@@ -16,7 +16,7 @@ namespace MELDO_GLOBAL::app {
 /// Writes one file per export and frame, each of them whole or not at all.
 class Exporter {
  public:
-  using Scenes = std::vector<std::unique_ptr<MELDO_SULVA::Scene>>;
+  using Scenes = std::vector<std::unique_ptr<MELDO_SULVA::SulvaScene>>;
 
   /// `folder` is where the files' names start. Throws CommandError (kExitFile) where it can't be
   /// made.

@@ -1,7 +1,7 @@
 #include "io/field.h"
 
 #include "fluids/fields/channel.h"
-#include "fluids/solvers/fluid_solver.h"
+#include "fluids/flow/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "nodes/catalogue.h"
 
@@ -53,8 +53,8 @@ Field FieldOfVolume(iVolume& volume) {
 
 std::optional<Field> FieldOf(iBase& object) {
   std::optional<Field> field;
-  if (const auto* solver = dynamic_cast<const FluidSolver*>(&object)) {
-    field = FieldOfVector(solver->mVelocity, Field::Kind::Velocity);
+  if (const auto* solver = dynamic_cast<const iFluidSolver*>(&object)) {
+    field = FieldOfVector(solver->GetFlow().mVelocity, Field::Kind::Velocity);
   } else if (const auto* vector = dynamic_cast<const VectorChannel*>(&object)) {
     field = FieldOfVector(*vector, Field::Kind::Vector);
   } else if (const auto* scalar = dynamic_cast<const ScalarChannel*>(&object)) {

@@ -113,15 +113,16 @@ ChannelRecord MeasureChannel(iBase& channel, i32 threads) {
 SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
   SolverRecord record;
   record.pressure = solver.mPressure.TakeReports();
-  const GridLayout* layout = solver.GetLayout();
+  const Flow& flow = solver.GetFlow();
+  const GridLayout* layout = flow.GetLayout();
   if (!layout) return record;
   record.divergenceMax = solver.mPressure.DivergenceMax();
   record.dims = layout->dims;
   double sum = 0;
   for (int axis = 0; axis < 3; ++axis) {
-    const EGrid<double>* velocity = solver.mVelocity.GetGrid(axis);
+    const EGrid<double>* velocity = flow.mVelocity.GetGrid(axis);
     if (!velocity || !velocity->mData) continue;
-    const EGrid<float>* open = solver.GetOpenFaces(axis);
+    const EGrid<float>* open = flow.GetOpenFaces(axis);
     const FaceSums sums = ReduceBlocks(
         velocity->mNz, threads, FaceSums{},
         [&](i32 z) { return MeasureLayer(*velocity, open, axis, z); },

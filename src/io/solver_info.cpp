@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "fluids/solvers/fluid_solver.h"
+#include "fluids/flow/ifluid_solver.h"
 #include "host/node.h"
 
 namespace MELDO_GLOBAL::app {
@@ -27,8 +27,8 @@ VecInt3D CellsOfSize(const GridLayout& layout, double cellSize) {
   return {count(layout.simSize.x), count(layout.simSize.y), count(layout.simSize.z)};
 }
 
-std::string Describe(const FluidSolver& solver, const Scene& scene) {
-  const GridLayout* layout = solver.GetLayout();
+std::string Describe(const iFluidSolver& solver, const Scene& scene) {
+  const GridLayout* layout = solver.GetFlow().GetLayout();
   if (!layout || layout->count == 0)
     return fmt::format("{}: has no cells: nothing is in its box yet\n", solver.mName);
   const double rendering = InterfaceHandler(scene.Server()).GetReal(kRenderCellSize);
@@ -50,7 +50,7 @@ std::string Describe(const FluidSolver& solver, const Scene& scene) {
 std::string DescribeSolvers(const Scene& scene) {
   std::string text;
   for (const auto& [id, object] : scene.List(kListSolvers))
-    if (const auto* solver = dynamic_cast<const FluidSolver*>(object.get()))
+    if (const auto* solver = dynamic_cast<const iFluidSolver*>(object.get()))
       text += Describe(*solver, scene);
   return text;
 }

@@ -40,7 +40,7 @@ const std::vector<NodeKind>& Catalogue() {
   static const std::vector<NodeKind> kinds = {
       VolumeMesh::Kind(),
       Duration::Kind(),
-      Scene::Kind(),
+      SulvaScene::Kind(),
       GridDiffusion::Kind(),
       FluidSolver::Kind(),
       ObjectGridEmitter::Kind(),
@@ -88,6 +88,20 @@ const NodeKind* FindKind(std::string_view name) {
   return nullptr;
 }
 
+namespace {
+
+/// The kinds that a row takes by list and categories.
+std::vector<i32> AcceptedKinds(const ParameterRow& row) {
+  std::vector<i32> ids;
+  for (const NodeKind& kind : Catalogue())
+    if (kind.list == row.acceptsList &&
+        (kind.categories & row.acceptsCategories) == row.acceptsCategories)
+      ids.push_back(kind.id);
+  return ids;
+}
+
+}  // namespace
+
 const ParameterTable& ParametersOf(const NodeKind& kind) {
   static const std::map<i32, ParameterTable> tables = [] {
     std::map<i32, ParameterTable> all;
@@ -104,6 +118,8 @@ const ParameterTable& ParametersOf(const NodeKind& kind) {
           own->connect = row.connect;
         }
       }
+      for (ParameterRow& row : table)
+        if (row.acceptsList && row.accepts.empty()) row.accepts = AcceptedKinds(row);
     }
     return all;
   }();
@@ -125,15 +141,18 @@ BaseNode& AddObstacleTag(BaseNode& node) {
   return tag;
 }
 
-Scene::ObjectFactory NodeFactory() {
+SulvaScene::ObjectFactory NodeFactory() {
   return [](i32 pluginId, BaseNode* node, Scene* scene) -> std::unique_ptr<iBase> {
     const NodeKind* kind = FindKind(pluginId);
+    // Nodes of other programs stand for one of these kinds.
+    for (const i32 adopted : {1300139, 1300140, 1300141})
+      if (node && node->IsInstanceOf(adopted)) kind = FindKind(adopted);
     return kind && kind->make ? kind->make(node, scene) : nullptr;
   };
 }
 
-std::unique_ptr<Scene> CreateScene(BaseNode& server) {
-  return std::make_unique<Scene>(&server, NodeFactory());
+std::unique_ptr<SulvaScene> CreateScene(BaseNode& server) {
+  return std::make_unique<SulvaScene>(&server, NodeFactory());
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "framework/node_kind.h"
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "host/document.h"
 #include "host/parameter.h"
 
@@ -37,9 +37,9 @@ host::BaseNode& CreateNode(host::Document& document, const NodeKind& kind, std::
 host::BaseNode& AddObstacleTag(host::BaseNode& node);
 
 /// The factory that scenes get.
-Scene::ObjectFactory NodeFactory();
+SulvaScene::ObjectFactory NodeFactory();
 
 /// A new scene for a server node.
-std::unique_ptr<Scene> CreateScene(host::BaseNode& server);
+std::unique_ptr<SulvaScene> CreateScene(host::BaseNode& server);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -4,12 +4,12 @@
 #include <string_view>
 #include <vector>
 
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "host/renderer.h"
 
 namespace MELDO_GLOBAL::app {
 
-using Scenes = std::vector<std::unique_ptr<MELDO_SULVA::Scene>>;
+using Scenes = std::vector<std::unique_ptr<MELDO_SULVA::SulvaScene>>;
 
 /// A type of material that draws what is in scenes.
 struct MediumType {

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <fstream>
 
+#include "framework/ibase.h"
 #include "grids/grid_memory.h"
 
 namespace MELDO_GLOBAL::app {

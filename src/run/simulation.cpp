@@ -9,6 +9,7 @@
 
 #include "cache/cache_operator.h"
 #include "fluids/solvers/fluid_solver.h"
+#include "framework/stage_order.h"
 #include "framework/state_archive.h"
 #include "host/exit_codes.h"
 #include "host/worker_pool.h"
@@ -22,7 +23,7 @@ namespace {
 
 /// Several scenes of one document share a frame: their times add up, and its steps are those of the
 /// first one that simulates it.
-void AddReport(const Scene& scene, bool isFirst, FrameRecord& record) {
+void AddReport(const SulvaScene& scene, bool isFirst, FrameRecord& record) {
   const EvaluationReport& report = scene.mReport;
   if (isFirst || (!record.simulated && report.simulated)) {
     record.steps = report.steps;
@@ -60,7 +61,7 @@ Simulation::Simulation(host::Document& document, const std::vector<host::BaseNod
     : mDocument(document), mGuard(memoryLimit) {
   for (host::BaseNode* server : servers) {
     mScenes.push_back(CreateScene(*server));
-    Scene* scene = mScenes.back().get();
+    SulvaScene* scene = mScenes.back().get();
     scene->mBoundsGuard = [this, scene](const Vec3d& min, const Vec3d& max) {
       return mGuard.Allows(*scene, min, max);
     };
@@ -78,6 +79,16 @@ FrameRange Simulation::Range() const {
   return range;
 }
 
+namespace {
+bool Execute(SulvaScene& scene) {
+  try {
+    return scene.Execute(&host::MainThread(), false);
+  } catch (const OrderError& error) {
+    throw CommandError(kExitInvalidScene, error.what());
+  }
+}
+}  // namespace
+
 FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
@@ -85,7 +96,7 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
   record.frame = frame;
   mDocument.SetFrame(frame);
   for (const auto& scene : mScenes) {
-    const bool finished = scene->Execute(&host::MainThread(), false);
+    const bool finished = Execute(*scene);
     if (!mGuard.Refusal().empty() || !mGuard.CheckGrids(*scene)) return FrameOutcome::OutOfMemory;
     if (!CheckCaches(*scene)) return FrameOutcome::FileFailure;
     if (!finished || host::MainThread().TestBreak()) return FrameOutcome::Interrupted;

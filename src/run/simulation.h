@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "host/document.h"
 #include "io/frame_record.h"
 #include "run/memory_limit.h"
@@ -62,7 +62,7 @@ class Simulation {
   /// Prints a line for every object that runs to standard output: frame, substep, stage, name.
   void PrintTrace();
 
-  const std::vector<std::unique_ptr<MELDO_SULVA::Scene>>& Scenes() const { return mScenes; }
+  const std::vector<std::unique_ptr<MELDO_SULVA::SulvaScene>>& Scenes() const { return mScenes; }
   /// Why the last evaluation was out of memory.
   const std::string& MemoryRefusal() const { return mGuard.Refusal(); }
   /// Which file couldn't be written or played, and why.
@@ -76,7 +76,7 @@ class Simulation {
   host::Document& mDocument;
   MemoryGuard mGuard;
   std::string mFileFailure;
-  std::vector<std::unique_ptr<MELDO_SULVA::Scene>> mScenes;
+  std::vector<std::unique_ptr<MELDO_SULVA::SulvaScene>> mScenes;
 };
 
 /// Where a run into the folder `out` has the caches that name no folder of their own.

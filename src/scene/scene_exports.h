@@ -2,8 +2,8 @@
 #pragma once
 #include <vector>
 
+#include "scene/loaded_scene.h"
 #include "scene/scene_context.h"
-#include "scene/scene_file.h"
 #include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {

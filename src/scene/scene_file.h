@@ -1,38 +1,13 @@
 // Scene files: from JSON text to a document of host objects and nodes.
 #pragma once
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "host/document.h"
-#include "scene/diagnostics.h"
-#include "scene/render_spec.h"
+#include "scene/loaded_scene.h"
 
 namespace MELDO_GLOBAL::app {
-
-/// A sequence of files for another tool.
-struct ExportSpec {
-  std::string format;  ///< "vdb" or "png"
-  std::string file;    ///< below the output folder, with a run of # for the frame number
-  std::vector<std::pair<std::string, host::NodeId>> grids;  ///< name in the file, node
-  char axis = 'z';       ///< png: 'x', 'y' or 'z', the direction of view
-  SourceLocation where;  ///< of the export in the scene file
-};
-
-/// A scene that was read and found valid.
-struct LoadedScene {
-  std::unique_ptr<host::Document> document;
-  std::vector<host::BaseNode*> servers;  ///< in the order of the file; at least one
-  host::BaseNode* server = nullptr;      ///< the first of them
-  std::vector<ExportSpec> exports;
-  std::optional<RenderSpec> render;
-  std::filesystem::path path;
-  u64 fingerprint = 0;  ///< see `FingerprintOf`
-  u64 simulation = 0;   ///< the same without caches that record
-};
 
 /// The bytes of a scene file. Throws CommandError (kExitFile).
 std::string ReadSceneText(const std::filesystem::path& path);

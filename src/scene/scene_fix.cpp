@@ -7,8 +7,8 @@
 #include <nlohmann/json.hpp>
 
 #include "nodes/catalogue.h"
+#include "scene/object_types.h"
 #include "scene/scene_context.h"
-#include "scene/scene_objects.h"
 #include "scene/text_edits.h"
 
 namespace MELDO_GLOBAL::app {

@@ -1,6 +1,6 @@
 // What a valid scene most likely doesn't mean.
 #pragma once
-#include "scene/scene_file.h"
+#include "scene/loaded_scene.h"
 
 namespace MELDO_GLOBAL::app {
 

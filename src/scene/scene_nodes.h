@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "scene/object_types.h"
 #include "scene/scene_context.h"
-#include "scene/scene_objects.h"
 #include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {

@@ -1,5 +1,4 @@
-#include "scene/scene_objects.h"
-
+// The objects of a scene file.
 #include <fmt/format.h>
 
 #include <filesystem>
@@ -14,23 +13,6 @@
 namespace MELDO_GLOBAL::app {
 
 using namespace host;
-
-const std::vector<ObjectType>& ObjectTypes() {
-  static const std::vector<ObjectType> types = {
-      {"mesh", kMeshObject, false, {"file", "frames"}},
-      {"box", kMeshObject, true, {"size"}},
-      {"sphere", kMeshObject, true, {"radius", "segments"}},
-      {"plane", kMeshObject, true, {"size"}},
-      {"cylinder", kMeshObject, true, {"radius", "height", "segments"}},
-      {"cone", kMeshObject, true, {"radius", "height", "segments"}},
-      {"torus", kMeshObject, true, {"radius", "tube", "segments"}},
-      {"spline", kSplineObject, false, {"points", "closed"}},
-      {"points", kPointsObject, false, {"points"}},
-      {"light", kLightObject, false, {"parameters"}, LightParameters},
-      {"camera", kCameraObject, false, {"parameters"}, CameraParameters},
-  };
-  return types;
-}
 
 namespace {
 

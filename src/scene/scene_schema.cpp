@@ -8,9 +8,9 @@
 #include "host/render_objects.h"
 #include "host/shapes.h"
 #include "nodes/catalogue.h"
+#include "scene/object_types.h"
 #include "scene/parameter_text.h"
 #include "scene/render_section.h"
-#include "scene/scene_objects.h"
 
 namespace MELDO_GLOBAL::app {
 

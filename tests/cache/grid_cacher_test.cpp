@@ -49,7 +49,7 @@ struct CacheScene : TestScene {
       min[a] = std::round(min[a] / h) * h;
       max[a] = std::round(max[a] / h) * h;
     }
-    solver.mVelocity.ApplyBounds(min, max);
+    solver.mFlow.mVelocity.ApplyBounds(min, max);
     smoke.ApplyBounds(min, max);
     colour.ApplyBounds(min, max);
     for (EGrid<double>* grid : Grids())
@@ -62,9 +62,9 @@ struct CacheScene : TestScene {
     Fill({-0.5, 0, 0.2}, {0.6, 0.8, 1.1}, [&](const Vec3d&) { return stream.NextUnit(); });
   }
   std::vector<EGrid<double>*> Grids() {
-    return {solver.mVelocity.GetGrid(0),
-            solver.mVelocity.GetGrid(1),
-            solver.mVelocity.GetGrid(2),
+    return {solver.mFlow.mVelocity.GetGrid(0),
+            solver.mFlow.mVelocity.GetGrid(1),
+            solver.mFlow.mVelocity.GetGrid(2),
             smoke.GetGrid(0),
             colour.GetGrid(0),
             colour.GetGrid(1),
@@ -96,7 +96,7 @@ struct CacheScene : TestScene {
     if (solver.Has(FLAG_CACHED)) {
       Vec3d min{}, max{0.1, 0.1, 0.1};
       solver.ExpandBounds(min, max);
-      solver.mVelocity.ApplyBounds(min, max);
+      solver.mFlow.mVelocity.ApplyBounds(min, max);
     }
     Stage(kEmitters);
     cacher.Finish();

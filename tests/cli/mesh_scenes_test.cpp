@@ -35,7 +35,7 @@ struct SmallScene {
   }
 
   std::optional<app::LoadedScene> loaded;
-  std::unique_ptr<Scene> scene;
+  std::unique_ptr<SulvaScene> scene;
 };
 
 TEST(MeshScenes, AGroupOfVolumesEmitsFromAllAndStandsInTheWayWithAll) {

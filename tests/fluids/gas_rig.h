@@ -3,7 +3,7 @@
 #include <string>
 
 #include "fluids/solvers/fluid_solver.h"
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "nodes/catalogue.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -112,12 +112,12 @@ class GasRig {
   template <class F>
   void FillVelocity(F&& f) {
     for (i32 a = 0; a < 3; ++a)
-      Fill(*gas->mVelocity.GetGrid(a), [&](const Vec3d& p) { return f(p)[a]; });
+      Fill(*gas->mFlow.mVelocity.GetGrid(a), [&](const Vec3d& p) { return f(p)[a]; });
   }
 
   host::Document document;
   host::BaseNode* server = nullptr;
-  std::unique_ptr<Scene> scene;
+  std::unique_ptr<SulvaScene> scene;
   host::BaseNode* gasNode = nullptr;
   FluidSolver* gas = nullptr;
 

@@ -12,7 +12,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 struct TestScene {
   host::Document document;
   host::BaseNode* server;
-  std::unique_ptr<Scene> scene;
+  std::unique_ptr<SulvaScene> scene;
 
   explicit TestScene(double cellSize = 0.1) {
     server = &CreateNode(document, *FindKind("server"), "sim", nullptr);
@@ -64,13 +64,8 @@ struct TestScene {
   static void Run(iObject& object, i32 threads = 1) {
     object.Prepare();
     object.Begin();
-    host::WorkerPool::Instance().Run(threads, [&](i32 index) {
-      EvaluationThreadData data;
-      data.index = index;
-      data.count = threads;
-      data.isLast = index == threads - 1;
-      object.Evaluate(data);
-    });
+    ForEachShare(threads, nullptr,
+                 [&](const EvaluationThreadData& share) { object.Evaluate(share); });
     object.Finish();
   }
 };

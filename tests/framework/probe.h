@@ -1,10 +1,13 @@
 // A scene of test objects that write down what the pipeline does with them.
 #pragma once
 #include <map>
+#include <mutex>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA::testing {
 
@@ -38,6 +41,7 @@ class Probe : public iObject {
   }
 
   i32 GetTypeId() const override { return mSetup.typeId; }
+  bool HasOwnBox() const override { return mSetup.typeId == kTypeFluidSolver; }
   i32 GetListIndex() const override { return mSetup.list; }
   void GetCategories(u32& mask) const override { mask |= mSetup.categories; }
   bool IsSequential() const override { return mSetup.sequential; }
@@ -45,10 +49,10 @@ class Probe : public iObject {
   bool PreparesEachPass() const override { return mSetup.preparesEachPass; }
   bool RunsOnRefresh() const override { return mSetup.runsOnRefresh; }
   bool ResetsOnChange() const override { return mSetup.resetsOnChange; }
-  bool ReadParameters(void* context) override {
+  bool ReadParameters() override {
     mPriority = mSetup.priority;
     ++mReads;
-    return iObject::ReadParameters(context);
+    return iObject::ReadParameters();
   }
   void CheckDirty() override {
     iObject::CheckDirty();
@@ -75,17 +79,22 @@ class Probe : public iObject {
     Note("bounds");
     return true;
   }
+  void CommitStep() override { ++mCommits; }
   void UpdateRange() override { Note("range"); }
   double GetMaxSpeedSq() const override { return mMaxSpeedSq; }
 
-  void Prepare(void*) override {
+  void Prepare() override {
     SetFlag(FLAG_ACTIVE, mSetup.active && !(mSetup.sleepsAtStart && !mTime->IsUnderWay()));
     Note("prepare");
     if (mOnPrepare) mOnPrepare(*this);
   }
-  void Begin(void*) override { Note("begin"); }
+  void Begin() override { Note("begin"); }
   void Evaluate(const EvaluationThreadData& data) override {
-    mSeen[data.index] += data.count + (data.isLast ? 1000 : 0);
+    mSeen[data.index] += data.count;
+    {
+      const std::lock_guard lock(mMutex);
+      mThreads.insert(std::this_thread::get_id());
+    }
     if (data.index == 0) Note("evaluate");
   }
   void Finish() override { Note("finish"); }
@@ -97,8 +106,10 @@ class Probe : public iObject {
   bool mHasBox = false;
   Vec3d mBoxMin, mBoxMax, mGotMin, mGotMax;
   double mMaxSpeedSq = 0;
-  i32 mReads = 0, mClears = 0;
-  std::array<i32, host::kMaxWorkers> mSeen{};  ///< per worker: its count, and 1000 if the last
+  i32 mReads = 0, mClears = 0, mCommits = 0;
+  std::array<i32, host::kMaxWorkers> mSeen{};  ///< per worker: how many there are, at each run
+  std::mutex mMutex;
+  std::set<std::thread::id> mThreads;  ///< that have worked on it
   std::function<void(Probe&)> mOnPrepare;
 };
 
@@ -112,7 +123,7 @@ struct ProbeScene {
           lastPluginId = id;
           return std::make_unique<Probe>(node, owner, setups[node->Id()], lines);
         }) {
-    server.SetTable(&Scene::Parameters());
+    server.SetTable(&SulvaScene::Parameters());
     scene.mTrace = [this](i32 stage, const iBase& object) {
       trace.push_back(std::to_string(stage) + " " + object.mName);
     };
@@ -152,7 +163,7 @@ struct ProbeScene {
   std::map<host::NodeId, ProbeSetup> setups;
   Lines lines, trace;
   i32 lastPluginId = 0;
-  Scene scene;
+  SulvaScene scene;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA::testing

@@ -76,16 +76,6 @@ TEST(Lists, SwitchedNodesKeepTheirObject) {
   EXPECT_THAT(s.trace, ElementsAre("5 a"));
 }
 
-TEST(Lists, NodesOfOtherProgramsTakeTheirBaseId) {
-  ProbeScene s;
-  s.Add("own", {});
-  s.scene.Synchronise(&s.document);
-  EXPECT_EQ(s.lastPluginId, ProbeScene::kProbeKind);
-  s.Add("adopted", {}).AddInstanceOf(1300140);
-  s.scene.Synchronise(&s.document);
-  EXPECT_EQ(s.lastPluginId, 1300140);
-}
-
 TEST(Lists, TakeAnObjectOfANodeOnce) {
   ProbeScene s;
   host::BaseNode& node = s.Add("a", InList(77));
@@ -209,12 +199,24 @@ TEST_F(BoundsTest, AnInactiveSolverLeavesTheChannels) {
   EXPECT_THAT(s.lines, ElementsAre("bounds solver"));
 }
 
+TEST_F(BoundsTest, ASleepingSolverDoesNotSilenceAnother) {
+  s.Add("first", InList(kListSolvers, 0, kTypeFluidSolver));
+  host::BaseNode& last = s.Add("last", InList(kListSolvers, 0, kTypeFluidSolver));
+  Start();
+  s.Get(last).mSetup.active = false;
+  s.Run(1);
+  s.Run(2);
+  EXPECT_THAT(s.lines, ElementsAre("bounds first", "bounds last", "bounds channel",
+                                   "bounds emitter", "range channel", "range first", "range last"));
+}
+
 TEST_F(BoundsTest, WithoutASolverChannelsFitButNothingFinishes) {
   s.Add("liquid", InList(kListSolvers, 0, 44));
   Start();
   s.Run(1);
   EXPECT_THAT(s.lines, ElementsAre("bounds channel", "bounds emitter"))
-      << "another kind of solver is no grid solver";
+      << "a solver without a box of its own is no grid solver";
+  EXPECT_GT(s.Get(channel).mCommits, 0) << "but the step is committed";
 }
 
 TEST_F(BoundsTest, NoContentReleasesChannelsAndSolvers) {

@@ -67,17 +67,11 @@ TEST(Resampler, EveryExactModeKeepsARamp) {
 TEST(Resampler, WorkersAndOneThreadGiveTheSameBytes) {
   const EGrid<double> source = NoiseGrid({20, 21, 22}, kCentre, {0, 0, 0});
   const auto run = [&](i32 threads) {
-    host::SetThreadCount(threads);
     EGrid<double> target = NoiseGrid({31, 17, 23}, kNode, {2, 2, 2});
     target.Fill(-1);
     EGridResampler r;
     EXPECT_TRUE(r.Init(&source, &target, false, SAMPLE_MONOTONIC, kWriteValue, {}, false));
-    GridResamplerControlThread control;
-    GridResampler_ThreadData data;
-    data.resampler = &r;
-    EXPECT_TRUE(control.Init(data, host::ThreadCount()));
-    control.Run();
-    host::SetThreadCount(0);
+    EXPECT_TRUE(r.Run(threads));
     return target;
   };
   const EGrid<double> one = run(1), five = run(5);

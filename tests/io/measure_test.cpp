@@ -25,16 +25,16 @@ struct MeasuredScene {
     solver = static_cast<FluidSolver*>(scene->List(kListSolvers).at(gasNode->Id()).get());
     channel = static_cast<ScalarField*>(scene->List(kListChannels).at(smokeNode->Id()).get());
     for (i32 axis = 0; axis < 3; ++axis)
-      solver->mVelocity.mGrids[axis] = std::make_unique<EGrid<double>>(layout, axis);
+      solver->mFlow.mVelocity.mGrids[axis] = std::make_unique<EGrid<double>>(layout, axis);
     channel->mGrid = std::make_unique<EGrid<double>>(layout, kCentre);
   }
-  EGrid<double>& Velocity(i32 axis) { return *solver->mVelocity.mGrids[axis]; }
+  EGrid<double>& Velocity(i32 axis) { return *solver->mFlow.mVelocity.mGrids[axis]; }
 
   GridLayout layout;
   host::Document document;
   host::BaseNode* gasNode = nullptr;
   host::BaseNode* smokeNode = nullptr;
-  std::unique_ptr<Scene> scene;
+  std::unique_ptr<SulvaScene> scene;
   FluidSolver* solver = nullptr;
   ScalarField* channel = nullptr;
 };

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "host/temp_folder.h"
 #include "nodes/catalogue.h"
 #include "scene/scene_file.h"

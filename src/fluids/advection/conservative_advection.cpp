@@ -1,6 +1,7 @@
 #include "fluids/advection/conservative_advection.h"
 
 #include "fluids/advection/even_rows.h"
+#include "fluids/fields/channel.h"
 #include "grids/fixed_blocks.h"
 #include "grids/for_each_cell.h"
 

@@ -4,9 +4,11 @@
 #include <utility>
 
 #include "fluids/advection/spline_coefficients.h"
+#include "fluids/flow/flow_cells.h"
 #include "fluids/flow/wall_velocities.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
+#include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -65,16 +67,7 @@ const ParameterTable& GridAdvection::Parameters() {
   return table;
 }
 
-GridAdvection::GridAdvection(BaseNode* node, Scene* scene) : iObject(node, scene) {
-  mPassCount = 4;
-}
-
-GridAdvection::GridAdvection(const GridAdvection& other)
-    : iObject(other),
-      mScheme(other.mScheme),
-      mTraceOrder(other.mTraceOrder),
-      mSampling(other.mSampling),
-      mStrength(other.mStrength) {}
+GridAdvection::GridAdvection(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
 void GridAdvection::Release(bool full) {
   if (full) iObject::Release(true);
@@ -83,8 +76,8 @@ void GridAdvection::Release(bool full) {
   mOutflow.reset();
 }
 
-bool GridAdvection::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
+bool GridAdvection::ReadParameters() {
+  if (!iObject::ReadParameters()) return false;
   mStrength = static_cast<f32>(mInterface.GetReal(1007));
   return true;
 }
@@ -98,7 +91,7 @@ bool GridAdvection::ResolveLinks() {
   mSolver = nullptr;
   if (!solver) return false;
   const auto asSolver = [&](const BaseNode* node) {
-    return dynamic_cast<FluidSolver*>(mScene->FindObject(node, kListSolvers));
+    return dynamic_cast<iFluidSolver*>(mScene->FindObject(node, kListSolvers));
   };
   mScalarTarget = dynamic_cast<ScalarField*>(mScene->FindObject(target, kListChannels, kBitScalar));
   if (!mScalarTarget)
@@ -136,36 +129,21 @@ void GridAdvection::CheckDirty() {
   }
 }
 
-bool GridAdvection::NextPass() {
-  ++mPass;
-  mStep = static_cast<f32>(-mTime->stepDuration);
-  if (mPass == 2) {
-    if (mScheme != static_cast<i32>(AdvectionScheme::MacCormack)) {
-      mPass = 4;
-    } else {
-      mStep = static_cast<f32>(mTime->stepDuration);
-    }
-  }
-  if (mPass < 4) return true;
-  mPass = -1;
-  return false;
-}
-
-void GridAdvection::Prepare(void*) {
+void GridAdvection::Prepare() {
   if (mMovedByCompanion) return;
   SetFlag(FLAG_ACTIVE, false);
   const auto hasData = [](const EGrid<double>* grid) { return grid && grid->mData; };
   if (!mSolver) return (void)Deactivate("it has no solver; name one under 'solver'");
   if (Target()->Has(FLAG_CACHED)) return (void)Deactivate("its target plays from a cache");
   for (i32 axis = 0; axis < 3; ++axis)
-    if (!hasData(mSolver->mVelocity.GetGrid(axis)))
+    if (!hasData(mSolver->GetFlow().mVelocity.GetGrid(axis)))
       return (void)Deactivate("its solver has no velocity");
   if (mScalarTarget) {
     if (!hasData(mScalarTarget->GetGrid(0))) return (void)Deactivate("its target has no grid");
     if (!mScalarTarget->mPrevious) return (void)Deactivate("its target keeps no second buffer");
     mScalarTarget->SwapBuffers();
   } else {
-    VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->mVelocity;
+    VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->GetFlow().mVelocity;
     for (i32 i = 0; i < 3; ++i) {
       if (!hasData(target.GetGrid(i))) return (void)Deactivate("its target has no grid");
       if (!target.mPrevious[i]) return (void)Deactivate("its target keeps no second buffer");
@@ -210,12 +188,8 @@ std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObje
 }
 
 void GridAdvection::Evaluate(const EvaluationThreadData& block) {
-  if (!Has(FLAG_ACTIVE) || mPass != 0) return;
-  if (std::exchange(mMovedByCompanion, false)) {
-    mPass = 4;
-    return;
-  }
-  VelocityField& field = mSolver->mVelocity;
+  if (!Has(FLAG_ACTIVE) || std::exchange(mMovedByCompanion, false)) return;
+  VelocityField& field = mSolver->GetFlow().mVelocity;
   // The velocity moves through itself as it was before this stage, all else through what it is now.
   const bool movesVelocity = !mScalarTarget && !mVectorTarget;
   StaggeredGrids grids;
@@ -223,73 +197,73 @@ void GridAdvection::Evaluate(const EvaluationThreadData& block) {
     grids[axis] = movesVelocity ? field.mPrevious[axis].get() : field.GetGridForWrite(axis);
   // The projection leaves resting layers behind walls. A gas without viscosity slips along them:
   // sampled as they are, they would brake whatever moves beside a wall.
-  SetWallTangents(grids, mSolver->mBoundary.mWalls, 1.0);
+  SetWallTangents(grids, mSolver->GetFlow().mBoundary.mWalls, 1.0);
   const std::array<const EGrid<double>*, 3> velocity = {grids[0], grids[1], grids[2]};
 
-  const bool conservative = mScheme >= static_cast<i32>(AdvectionScheme::Conservative);
-  if (mScalarTarget && conservative) {
-    AdvectConservative(velocity);
-  } else if (mScalarTarget) {
-    AdvectGrids(block.objects ? TakeCompanions(*block.objects)
-                              : std::vector<AdvectedField>{ScalarTargetField()},
-                velocity);
+  if (mScalarTarget) {
+    const bool isConservative = mScheme >= static_cast<i32>(AdvectionScheme::Conservative);
+    if (block.objects && !isConservative && IsOnFlow(*mScalarTarget->mPrevious))
+      AdvectGrids(TakeCompanions(*block.objects), velocity);
+    else
+      MoveGrid(*mScalarTarget->mPrevious, *mScalarTarget->GetGridForWrite(0), velocity);
   } else {
-    VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->mVelocity;
+    VectorField& target = mVectorTarget ? *mVectorTarget : field;
     for (i32 i = 0; i < 3; ++i)
-      if (!AdvectGrids({{.source = target.mPrevious[i].get(),
-                         .destination = target.GetGridForWrite(i),
-                         .strength = mStrength}},
-                       velocity))
-        break;
+      if (!MoveGrid(*target.mPrevious[i], *target.GetGridForWrite(i), velocity)) break;
   }
-  mPass = 4;
 }
 
-void GridAdvection::AdvectConservative(const Velocity& velocity) {
-  const EGrid<double>& source = *mScalarTarget->mPrevious;
-  EGrid<double>& destination = *mScalarTarget->GetGridForWrite(0);
-  const VecInt3D cells = source.Dims();
-  if (destination.Dims() != cells || velocity[0]->mLayout.dims != cells || IsCancelled())
-    return mScalarTarget->SwapBuffers();  // as it was
+bool GridAdvection::IsOnFlow(const EGrid<double>& grid) const {
+  const GridLayout& layout = *mSolver->GetFlow().GetLayout();
+  return grid.mLayout.dims == layout.dims && grid.mLayout.originCell == layout.originCell;
+}
+
+bool GridAdvection::MoveGrid(const EGrid<double>& source, EGrid<double>& destination,
+                             const Velocity& velocity) {
+  if (IsOnFlow(source)) return MoveOnFlow(source, destination, velocity);
+  // With several solvers a field covers the boxes of all: each carries what lies in its own.
+  if (destination.Dims() != source.Dims()) return false;
+  std::copy_n(source.mData, source.mCount, destination.mData);
+  const GridLayout& layout = *mSolver->GetFlow().GetLayout();
+  const auto from = PartOver(source, layout), to = PartOver(source, layout);
+  if (!from || !to || !MoveOnFlow(*from, *to, velocity)) return false;
+  PutBack(*to, destination);
+  return true;
+}
+
+bool GridAdvection::MoveOnFlow(const EGrid<double>& source, EGrid<double>& destination,
+                               const Velocity& velocity) {
+  if (mScalarTarget && mScheme >= static_cast<i32>(AdvectionScheme::Conservative))
+    return MoveConservative(source, destination, velocity);
+  return AdvectGrids({{.source = &source, .destination = &destination, .strength = mStrength}},
+                     velocity);
+}
+
+bool GridAdvection::MoveConservative(const EGrid<double>& source, EGrid<double>& destination,
+                                     const Velocity& velocity) {
+  if (destination.Dims() != source.Dims()) return false;
   const ConservativeAdvection::Flow flow{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
-                                         .boundary = &mSolver->mBoundary,
-                                         .solidCells = mSolver->mSolidCells.Get(),
+                                         .boundary = &mSolver->GetFlow().mBoundary,
+                                         .solidCells = mSolver->GetFlow().mSolidCells.Get(),
                                          .order = mTraceOrder,
                                          .step = mTime->stepDuration,
                                          .threads = mScene->mThreadCount};
   const bool corrected = mScheme == static_cast<i32>(AdvectionScheme::ConservativeMacCormack);
-  const bool done = corrected ? mConservative.AdvectCorrected(flow, source, destination)
-                              : mConservative.Advect(flow, source, destination);
-  if (!done) std::copy_n(source.mData, source.mCount, destination.mData);
+  const bool done =
+      !IsCancelled() && (corrected ? mConservative.AdvectCorrected(flow, source, destination)
+                                   : mConservative.Advect(flow, source, destination));
+  if (!done) std::copy_n(source.mData, source.mCount, destination.mData);  // as it was
+  return done;
 }
 
-namespace {
-
-/// Runs one pass on a worker's share.
-struct AdvectionWork {
-  const AdvectionData* data = nullptr;
-  void (*pass)(const AdvectionData& data, const CellBox& box) = nullptr;
-
-  void Evaluate(const MPdata& share) const {
-    for (i32 z = share.min.z; z < share.max.z && !share.TestBreak(); ++z) {
-      CellBox layer = share.Box();
-      layer.min.z = z;
-      layer.max.z = z + 1;
-      pass(*data, layer);
-    }
-  }
-};
-
-}  // namespace
-
 const Grid<double>* GridAdvection::FindThinning(const Velocity& velocity) {
-  if (!mScalarTarget || !mSolver->mExpands) return nullptr;
+  if (!mScalarTarget || !mSolver->GetFlow().mExpands) return nullptr;
   const VecInt3D cells = velocity[0]->mLayout.dims;
   if (!mOutflow || mOutflow->Dims() != cells)
     mOutflow = std::make_unique<Grid<double>>(cells, kCentre);
   if (!mOutflow->mData) return nullptr;
   std::array<const EGrid<float>*, 3> open;
-  for (i32 axis = 0; axis < 3; ++axis) open[axis] = mSolver->GetOpenFaces(axis);
+  for (i32 axis = 0; axis < 3; ++axis) open[axis] = mSolver->GetFlow().GetOpenFaces(axis);
   FindOutflow({*velocity[0], *velocity[1], *velocity[2]}, open, mScene->mThreadCount, *mOutflow);
   return mOutflow.get();
 }
@@ -321,36 +295,37 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
         velocity[0]->mLayout.dims != cells)
       return false;
     if (!corrected) continue;
-    field.predicted = mSolver->mScratch.Get(slot++, cells, field.source->mKind);
+    field.predicted = mSolver->GetFlow().mScratch.Get(slot++, cells, field.source->mKind);
     if (!field.predicted) return false;
   }
+  const bool isOnFaces = shape->mKind <= kFaceZ;
   AdvectionData data{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
                      .fields = fields,
-                     .boundary = &mSolver->mBoundary,
-                     .solidCells = mSolver->mSolidCells.Get(),
-                     .open = shape->mKind <= kFaceZ ? mSolver->GetOpenFaces(shape->mKind) : nullptr,
+                     .boundary = &mSolver->GetFlow().mBoundary,
+                     .solidCells = mSolver->GetFlow().mSolidCells.Get(),
+                     .open = isOnFaces ? mSolver->GetFlow().GetOpenFaces(shape->mKind) : nullptr,
+                     .step = static_cast<f32>(mTime->stepDuration),
                      .order = mTraceOrder,
                      .sampling = mSampling,
                      .outflow = FindThinning(velocity)};
 
-  using Workers = ScalarGridControlThread<ScalarGridThread<AdvectionWork>>;
-  Workers workers;
-  workers.SetRegion({1, 1, 1}, shape->Dims() - VecInt3D{1, 1, 1});
-  AdvectionWork work{.data = &data};
-  MPdata share;
-  share.thread = mScene->mThread;
-  share.user = &work;
-  if (!workers.Init(share, mScene->mThreadCount)) return false;
-  mPass = 0;
+  const i32 layers = shape->Dims().z - 2;
+  if (layers <= 0) return false;
+  const auto run = [&](auto* pass) {
+    ForEachBlock(layers, mScene->mThreadCount, [&](i32 layer) {
+      const VecInt3D n = shape->Dims();
+      if (!IsCancelled()) pass(data, {{1, 1, layer + 1}, {n.x - 1, n.y - 1, layer + 2}});
+    });
+  };
   const bool isSpline = mSampling == static_cast<i32>(AdvectionSampling::BSpline);
-  while (NextPass()) {
-    if (isSpline && mPass < 3 && !FindSplines(fields, mPass == 2)) break;
-    data.step = std::abs(static_cast<double>(mStep));
-    work.pass = !corrected ? AdvectBackward : mPass == 1 ? Predict : Correct;
-    // The second pass of the corrected scheme clamps as it goes: both read the same things.
-    if (mPass < 3) workers.Run();
+  if (isSpline && !FindSplines(fields, false)) return false;
+  if (!corrected) {
+    run(&AdvectBackward);
+    return true;
   }
-  mPass = 0;
+  run(&Predict);
+  if (isSpline && !FindSplines(fields, true)) return false;
+  run(&Correct);
   return true;
 }
 

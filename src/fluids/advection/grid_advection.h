@@ -2,7 +2,7 @@
 #pragma once
 #include "fluids/advection/advection_kernel.h"
 #include "fluids/advection/conservative_advection.h"
-#include "fluids/solvers/fluid_solver.h"
+#include "fluids/flow/ifluid_solver.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -21,19 +21,15 @@ enum class AdvectionScheme : i32 {
 class GridAdvection : public iObject {
  public:
   GridAdvection(host::BaseNode* node, Scene* scene);
-  GridAdvection(const GridAdvection& other);
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool NextPass() override;
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
   void Release(bool full) override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridAdvection>(*this); }
 
  private:
   using Velocity = std::array<const EGrid<double>*, 3>;
@@ -44,11 +40,18 @@ class GridAdvection : public iObject {
   /// take no run of their own then.
   std::vector<AdvectedField> TakeCompanions(const std::vector<iObject*>& group);
   bool IsCompanion(const GridAdvection& other) const;
-  /// Moves grids of one kind through all passes of the scheme; false when it can't.
+  /// Moves grids of one kind by the scheme; false when it can't.
   bool AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity);
 
-  /// Moves the scalar target by a conservative scheme.
-  void AdvectConservative(const Velocity& velocity);
+  /// The grid covers the box of the flow and no more.
+  bool IsOnFlow(const EGrid<double>& grid) const;
+  /// Moves one grid as the scheme says, or the part of it inside the box of the flow; false when it
+  /// can't.
+  bool MoveGrid(const EGrid<double>& source, EGrid<double>& destination, const Velocity& velocity);
+  bool MoveOnFlow(const EGrid<double>& source, EGrid<double>& destination,
+                  const Velocity& velocity);
+  bool MoveConservative(const EGrid<double>& source, EGrid<double>& destination,
+                        const Velocity& velocity);
 
   /// The outflow that thins the scalar target; null where the gas doesn't expand.
   const Grid<double>* FindThinning(const Velocity& velocity);
@@ -60,12 +63,11 @@ class GridAdvection : public iObject {
   std::unique_ptr<Grid<double>> mOutflow;
   ScalarField* mScalarTarget = nullptr;
   VectorField* mVectorTarget = nullptr;
-  FluidSolver* mSolver = nullptr;
+  iFluidSolver* mSolver = nullptr;
   i32 mScheme = 1;
   i32 mTraceOrder = 0;
   i32 mSampling = 0;
   f32 mStrength = 1.0f;
-  f32 mStep = 0;  ///< of the current pass, signed, seconds
   bool mMovedByCompanion = false;
 };
 

@@ -7,8 +7,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
-bool AlignmentVector2D::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
+bool AlignmentVector2D::ReadParameters() {
+  if (!iObject::ReadParameters()) return false;
   SetFlag(FLAG_FLIPPED, mFlip);
   mInterface.GetMatrix(mMatrix);
   mCentre = mMatrix.offset * GetDomain().worldToSim;
@@ -21,24 +21,22 @@ void AlignmentVector2D::ClearLinks() {
   iObject::ClearLinks();
 }
 
-bool AlignmentVector2D::Attach(void* volume, void*) {
-  mVolume = dynamic_cast<iVolume*>(static_cast<iBase*>(volume));
+void AlignmentVector2D::PointAt(iVolume& volume) {
+  mVolume = &volume;
   mMembers.clear();
-  if (!mVolume) return false;
   mVolume->CollectMembers(mMembers);
   mVolume->mInterface.GetMatrix(mMatrix);
   mCentre = mMatrix.offset * GetDomain().worldToSim;
   const Vec3d &min = mVolume->mBoxMin, &max = mVolume->mBoxMax;
   if (min.x <= max.x && min.y <= max.y && min.z <= max.z) mCentre = min + (max - min) * 0.5;
-  return true;
 }
 
-void AlignmentVector2D::SetWorkerCount(i32 workers, i32 fallback) {
-  mStreams.resize(std::max(1, workers < 1 ? fallback : workers));
+void AlignmentVector2D::SetWorkerCount(i32 workers) {
+  mStreams.resize(std::max(1, workers));
   for (std::size_t i = 0; i < mStreams.size(); ++i)
     mStreams[i].Seed(static_cast<u32>(mTime->frameIndex + 234145 + static_cast<i32>(i)));
   // The volume may have moved since the links were fetched.
-  if (mVolume) Attach(static_cast<iBase*>(mVolume));
+  if (mVolume) PointAt(*mVolume);
 }
 
 void AlignmentVector2D::SetMode(i32 mode) {
@@ -142,8 +140,9 @@ const ParameterTable& AlignmentVector3D::Parameters() {
 
 bool AlignmentVector3D::ResolveLinks() {
   if (!AlignmentVector2D::ResolveLinks()) return false;
-  if (iBase* volume = mScene->FindObject(mCentreNode, kListGeometry, kBitVolume)) {
-    Attach(volume);
+  if (auto* volume =
+          dynamic_cast<iVolume*>(mScene->FindObject(mCentreNode, kListGeometry, kBitVolume))) {
+    PointAt(*volume);
   } else if (mCentreNode) {
     mCentre = mCentreNode->GlobalMatrix().offset * GetDomain().worldToSim;
   }

@@ -25,11 +25,8 @@ class AlignmentVector2D : public iObject {
     kBodyVelocity = 9,
   };
 
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   void ClearLinks() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<AlignmentVector2D>(*this);
-  }
 
   /// The direction at `position` for axes and a centre of the caller (simulation units); not always
   /// of length 1. `worker` has a random stream of its own.
@@ -37,18 +34,16 @@ class AlignmentVector2D : public iObject {
                             const Vec3d& centre, u32 worker);
   /// The same with the node's, or the volume's, axes and centre.
   virtual void GetDirection(Vec3d& out, const Vec3d& position, u32 worker);
-  /// Before a run: a random stream for each of `workers`, or where that is below 1 for each of
-  /// `fallback`, newly seeded from the frame.
-  virtual void SetWorkerCount(i32 workers, i32 fallback);
+  /// Before a run: a random stream for each of `workers`, newly seeded from the frame.
+  virtual void SetWorkerCount(i32 workers);
   /// Modes 0 to 2 also make the fixed vector that axis.
   virtual void SetMode(i32 mode);
   virtual void SetVector(const Vec3d& vector) { mVector = vector; }
   virtual const Vec3d& GetVector() const { return mVector; }
   virtual void SetSecondVector(const Vec3d& vector) { mSecondVector = vector; }
   virtual const Vec3d& GetSecondVector() const { return mSecondVector; }
-  /// Points it at a volume, given as an `iBase*`: its centre and axes, and its surface for the mode
-  /// of normals.
-  bool Attach(void* volume, void* second = nullptr) override;
+  /// Points it at a volume: its centre and axes, and its surface for the mode of normals.
+  void PointAt(iVolume& volume);
 
  protected:
   Vec3d NormalAt(const Vec3d& position) const;
@@ -74,9 +69,6 @@ class AlignmentVector3D : public AlignmentVector2D {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<AlignmentVector3D>(*this);
-  }
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -29,8 +29,8 @@ void ChannelTarget::Connect(std::span<const host::LinkTarget> targets) {
 
 void ChannelTarget::ChooseField(i32 solverField) {
   if (!solver) return;
-  if (solverField == kPressure) scalar = solver->GetDivergenceChannel();
-  if (solverField == kVelocity) vector = solver->GetVelocityChannel();
+  if (solverField == kPressure) scalar = &solver->GetFlow().mDivergence;
+  if (solverField == kVelocity) vector = &solver->GetFlow().mVelocity;
 }
 
 const NodeKind& ChannelPair::Kind() {
@@ -57,7 +57,8 @@ const ParameterTable& ChannelPair::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "channel", "what is filled: a field, or a solver, whose gas then swells",
               FieldKinds())
-          .To(&ChannelPair::mTarget),
+          .To(&ChannelPair::mTarget)
+          .Writes(),
       LinkRow(1001, "settings", "how much of it, when, and how it mixes with what is there",
               {1300024})
           .To(&ChannelPair::mSettings),

@@ -1,7 +1,7 @@
 // Channels joined to what goes into them.
 #pragma once
 #include "fluids/emission/emission_settings.h"
-#include "fluids/fields/ifluid_solver.h"
+#include "fluids/flow/ifluid_solver.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -30,7 +30,6 @@ class ChannelPair : public iBase {
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
   void ClearLinks() override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<ChannelPair>(*this); }
 
   ChannelTarget mTarget;
   ScalarField* mScalar = nullptr;

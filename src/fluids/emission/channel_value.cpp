@@ -33,7 +33,8 @@ const NodeKind& ChannelValue::Kind() {
 const ParameterTable& ChannelValue::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "channel", "what is filled or read: a field, or a solver's flow", FieldKinds())
-          .To(&ChannelValue::mTarget),
+          .To(&ChannelValue::mTarget)
+          .Writes(),
       LongRow(1008, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}})
           .To(&ChannelValue::mSolverField),

@@ -14,7 +14,6 @@ class ChannelValue : public iBase {
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
   void ClearLinks() override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<ChannelValue>(*this); }
 
   double mValue = 1;
   Vec3d mVector{1, 1, 1};

@@ -43,8 +43,8 @@ const ParameterTable& EmissionRate::Parameters() {
   return table;
 }
 
-bool EmissionRate::ReadParameters(void* context) {
-  if (!iBase::ReadParameters(context)) return false;
+bool EmissionRate::ReadParameters() {
+  if (!iBase::ReadParameters()) return false;
   return true;
 }
 

@@ -9,15 +9,12 @@ class EmissionRate : public iBase {
  public:
   EmissionRate() = default;
   EmissionRate(host::BaseNode* node, Scene* scene) : iBase(node, scene) {}
-  EmissionRate(const EmissionRate&) = default;
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   void GetCategories(u32& mask) const override {
     mask |= mType == kReal ? 0x1u : u32{kCategoryVector};
   }
-  bool ReadParameters(void* context = nullptr) override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<EmissionRate>(*this); }
+  bool ReadParameters() override;
 
   enum Type : i32 { kReal = 0, kVector = 1, kWhole = 2 };
   i32 mType = kReal;

@@ -29,9 +29,6 @@ class GridEmissionSettings : public iEmissionSettings {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   void CheckDirty() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<GridEmissionSettings>(*this);
-  }
 
   /// The amount per second, or per step when absolute.
   double GetAmount() const { return mRate ? mRate->mReal : mValue; }

@@ -39,7 +39,8 @@ const ParameterTable& Grid_CellEmitter::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "channel", "whose cells are worked on: a field, or a solver's flow",
               FieldKinds())
-          .To(&Grid_CellEmitter::mTarget),
+          .To(&Grid_CellEmitter::mTarget)
+          .Writes(),
       LongRow(1004, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}})
           .To(&Grid_CellEmitter::mSolverField),
@@ -81,7 +82,7 @@ void Grid_CellEmitter::CheckDirty() {
   if (iObject* channel = Channel()) channel->MarkDirty(false);
 }
 
-void Grid_CellEmitter::Prepare(void*) {
+void Grid_CellEmitter::Prepare() {
   iObject* channel = Channel();
   if (!channel || !channel->Has(FLAG_ENABLED)) return void(Deactivate("it has no channel"));
   if (channel->Has(FLAG_CACHED)) return void(Deactivate("its channel plays from a cache"));
@@ -90,16 +91,16 @@ void Grid_CellEmitter::Prepare(void*) {
   mConstraints.Prepare(this);
   for (ChannelOperator* op : mOperators) {
     if (!op->Has(FLAG_ENABLED)) continue;
-    op->Attach(static_cast<iBase*>(channel));
-    op->Prepare(nullptr);
+    op->Attach(channel);
+    op->Prepare();
   }
   SetFlag(FLAG_ACTIVE, true);
 }
 
-void Grid_CellEmitter::Begin(void*) {
+void Grid_CellEmitter::Begin() {
   if (!Has(FLAG_ACTIVE)) return;
   for (ChannelOperator* op : mOperators)
-    if (op->Has(FLAG_ENABLED)) op->Begin(nullptr);
+    if (op->Has(FLAG_ENABLED)) op->Begin();
 }
 
 void Grid_CellEmitter::Evaluate(const EvaluationThreadData& data) {

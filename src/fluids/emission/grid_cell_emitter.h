@@ -11,20 +11,15 @@ class Grid_CellEmitter : public iObject {
  public:
   Grid_CellEmitter();
   Grid_CellEmitter(host::BaseNode* node, Scene* scene);
-  Grid_CellEmitter(const Grid_CellEmitter& other) = default;
-
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
   void CheckDirty() override;
-  void Prepare(void* context = nullptr) override;
-  void Begin(void* context = nullptr) override;
+  void Prepare() override;
+  void Begin() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<Grid_CellEmitter>(*this);
-  }
 
  private:
   static constexpr i32 kRun = 64;  ///< cells that go to an operator in one call

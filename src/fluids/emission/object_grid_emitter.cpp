@@ -11,9 +11,6 @@ ObjectGridEmitter::ObjectGridEmitter() { mStageMask |= StageBit(kEmitters); }
 
 ObjectGridEmitter::ObjectGridEmitter(BaseNode* node, Scene* scene) : ObjectVolume(node, scene) {}
 
-ObjectGridEmitter::ObjectGridEmitter(const ObjectGridEmitter& other)
-    : ObjectVolume(other), mPairs(other.mPairs), mConstraints(other.mConstraints) {}
-
 const NodeKind& ObjectGridEmitter::Kind() {
   static const NodeKind kind = {
       .id = 1300005,
@@ -82,7 +79,7 @@ bool ObjectGridEmitter::ComesBefore(const iBase& other) const {
   return ObjectVolume::ComesBefore(other);
 }
 
-void ObjectGridEmitter::Prepare(void*) {
+void ObjectGridEmitter::Prepare() {
   if (!IsDirty()) return;
   mTargets.clear();
   if (!mVolume) return void(Deactivate("it has no volume; name one under 'volume'"));
@@ -113,7 +110,7 @@ void ObjectGridEmitter::Prepare(void*) {
   SetFlag(FLAG_ACTIVE, true);
 }
 
-void ObjectGridEmitter::Begin(void*) {
+void ObjectGridEmitter::Begin() {
   if (!Has(FLAG_ACTIVE)) return;
   i32 layers = 0;
   for (const VolumeBase* member : mMembers) layers = std::max(layers, member->GetGrid()->mNz - 3);

@@ -15,8 +15,6 @@ class ObjectGridEmitter : public ObjectVolume {
  public:
   ObjectGridEmitter();
   ObjectGridEmitter(host::BaseNode* node, Scene* scene);
-  ObjectGridEmitter(const ObjectGridEmitter& other);
-
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
@@ -24,13 +22,10 @@ class ObjectGridEmitter : public ObjectVolume {
   void CheckDirty() override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   bool ComesBefore(const iBase& other) const override;
-  void Prepare(void* context = nullptr) override;
-  void Begin(void* context = nullptr) override;
+  void Prepare() override;
+  void Begin() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<ObjectGridEmitter>(*this);
-  }
 
   std::vector<double> mWeights;  ///< per pair, of its duration in this step; 0 rests
   std::vector<ChannelPair*> mPairs;

@@ -84,8 +84,8 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
   return table;
 }
 
-bool ParticleToGridEmitter::ReadParameters(void* context) {
-  if (!Operator_ToGrid::ReadParameters(context)) return false;
+bool ParticleToGridEmitter::ReadParameters() {
+  if (!Operator_ToGrid::ReadParameters()) return false;
   mRadius = mRadiusCells * GetDomain().cellSize;
   return true;
 }
@@ -134,7 +134,7 @@ bool ParticleToGridEmitter::TestDuration() {
   return false;
 }
 
-void ParticleToGridEmitter::Prepare(void*) {
+void ParticleToGridEmitter::Prepare() {
   if (!IsDirty()) return;
   if (!TestDuration()) return void(Deactivate("its time window is closed"));
   if (mValues.empty()) return void(Deactivate("it has no values"));
@@ -156,7 +156,7 @@ void ParticleToGridEmitter::Prepare(void*) {
   SetFlag(FLAG_ACTIVE, true);
 }
 
-void ParticleToGridEmitter::Begin(void*) {
+void ParticleToGridEmitter::Begin() {
   if (!Has(FLAG_ACTIVE)) return;
   constexpr i32 margin = 1;
   const double h = GetDomain().cellSize;

@@ -15,23 +15,18 @@ class ParticleToGridEmitter : public Operator_ToGrid {
  public:
   ParticleToGridEmitter();
   ParticleToGridEmitter(host::BaseNode* node, Scene* scene);
-  ParticleToGridEmitter(const ParticleToGridEmitter& other) = default;
-
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   bool ResolveLinks() override;
   void CheckDirty() override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   bool ComesBefore(const iBase& other) const override;
-  void Prepare(void* context = nullptr) override;
-  void Begin(void* context = nullptr) override;
+  void Prepare() override;
+  void Begin() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<ParticleToGridEmitter>(*this);
-  }
 
  private:
   static constexpr i32 kMostNeighbours = 100;

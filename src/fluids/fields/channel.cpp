@@ -5,15 +5,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 
 template <class T, class G>
-Channel_Dynamic<T, G>::Channel_Dynamic(const Channel_Dynamic& other)
-    : iChannel<T>(other),
-      mClearEachFrame(other.mClearEachFrame),
-      mHasCachedLayout(other.mHasCachedLayout),
-      mCachedLayout(other.mCachedLayout),
-      mKind(other.mKind),
-      mKeepPrevious(other.mKeepPrevious) {}
-
-template <class T, class G>
 ParameterTable Channel_Dynamic<T, G>::Rows() {
   return {
       BoolRow(1001, "clear_each_step", false,
@@ -51,20 +42,11 @@ ParameterTable Channel_Dynamic<T, G>::Rows() {
 }
 
 template <class T, class G>
-bool Channel_Dynamic<T, G>::ReadParameters(void* context) {
+bool Channel_Dynamic<T, G>::ReadParameters() {
   this->mPriority = 0;
-  if (!iChannel<T>::ReadParameters(context)) return false;
+  if (!iChannel<T>::ReadParameters()) return false;
   this->SetFlag(FLAG_AFFECTS_BOUNDS, mWidensBounds);
   return true;
-}
-
-template <class T, class G>
-void Channel_Dynamic<T, G>::Assign(const iBase& other) {
-  iChannel<T>::Assign(other);
-  const auto& channel = static_cast<const Channel_Dynamic&>(other);
-  mClearEachFrame = channel.mClearEachFrame;
-  mKind = channel.mKind;
-  mKeepPrevious = channel.mKeepPrevious;
 }
 
 template <class T, class G>

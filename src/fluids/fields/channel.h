@@ -40,12 +40,10 @@ class Channel_Dynamic : public iChannel<T> {
  public:
   using iChannel<T>::iChannel;
   Channel_Dynamic() = default;
-  Channel_Dynamic(const Channel_Dynamic& other);
   i32 OwnTypeId() const override { return kTypeDynamicChannel; }
   /// What every channel can be told: buffers, bounds and the viewport display.
   static host::ParameterTable Rows();
-  bool ReadParameters(void* context = nullptr) override;
-  void Assign(const iBase& other) override;
+  bool ReadParameters() override;
 
   /// Component `i`: a scalar channel has component 0 alone. Null without a grid.
   virtual G* GetGrid(i32 i) const = 0;
@@ -78,13 +76,11 @@ class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
  public:
   using Channel_Dynamic<T, G>::Channel_Dynamic;
   ChannelBase_Scalar() = default;
-  ChannelBase_Scalar(const ChannelBase_Scalar& other);
   i32 OwnTypeId() const override { return kTypeScalarChannel; }
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryScalar; }
   /// The range of values, followed by what every channel can be told.
   static host::ParameterTable Rows(double valueMax);
-  bool ReadParameters(void* context = nullptr) override;
-  void Assign(const iBase& other) override;
+  bool ReadParameters() override;
   void Reset() override;
   void Release(bool full) override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
@@ -93,9 +89,6 @@ class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void UpdateRange() override;
   void Persist(StateArchive& archive) override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<ChannelBase_Scalar>(*this);
-  }
 
   G* GetGrid(i32 i) const override { return i == 0 ? mGrid.get() : nullptr; }
   /// A grid of the layout of `layout`, filled with `initial`; false and inactive on failure.
@@ -124,15 +117,11 @@ class ScalarGridChannel : public ChannelBase_Scalar<T, G> {
  public:
   ScalarGridChannel();
   ScalarGridChannel(host::BaseNode* node, Scene* scene);
-  ScalarGridChannel(const ScalarGridChannel& other);
   void CreateEmissionHandler() override;
   void Reset() override;
   void Release(bool full) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void Persist(StateArchive& archive) override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<ScalarGridChannel>(*this);
-  }
 
   /// Swaps the data of the two buffers, if there are two.
   virtual void SwapBuffers();
@@ -151,20 +140,15 @@ class ChannelBase_Vector : public Channel_Dynamic<T, G> {
  public:
   using Channel_Dynamic<T, G>::Channel_Dynamic;
   ChannelBase_Vector() = default;
-  ChannelBase_Vector(const ChannelBase_Vector& other);
   i32 OwnTypeId() const override { return kTypeVectorChannel; }
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryVector; }
-  bool ReadParameters(void* context = nullptr) override;
-  void Assign(const iBase& other) override;
+  bool ReadParameters() override;
   void Reset() override;
   void Release(bool full) override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void UpdateRange() override;
   void Persist(StateArchive& archive) override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<ChannelBase_Vector>(*this);
-  }
 
   G* GetGrid(i32 i) const override { return i >= 0 && i < 3 ? mGrids[i].get() : nullptr; }
   /// Every cell takes the position of its centre: a field of texture coordinates.
@@ -197,19 +181,15 @@ class VectorGridChannel : public ChannelBase_Vector<T, G> {
  public:
   VectorGridChannel();
   VectorGridChannel(host::BaseNode* node, Scene* scene);
-  VectorGridChannel(const VectorGridChannel& other);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   void CreateEmissionHandler() override;
   void Reset() override;
   void Release(bool full) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void SetToCoordinates() override;
   void Persist(StateArchive& archive) override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<VectorGridChannel>(*this);
-  }
 
   virtual void SwapBuffers();
   virtual Vec3d SamplePrevious(double x, double y, double z, i32 mode,
@@ -231,7 +211,6 @@ template <class T, class G>
 class VelocityGridChannel : public VectorGridChannel<T, G> {
  public:
   VelocityGridChannel();
-  VelocityGridChannel(const VelocityGridChannel& other);
   i32 OwnTypeId() const override { return kTypeVelocityChannel; }
   Vec3d Sample(double x, double y, double z, i32 mode,
                const MonotonicStencil* stencil = nullptr) const override;
@@ -239,9 +218,6 @@ class VelocityGridChannel : public VectorGridChannel<T, G> {
   Vec3d SamplePrevious(double x, double y, double z, i32 mode,
                        const MonotonicStencil* stencil = nullptr) const override;
   using VectorGridChannel<T, G>::SamplePrevious;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<VelocityGridChannel>(*this);
-  }
 
  protected:
   i32 KindOf(i32 i) const override { return i; }

@@ -2,15 +2,14 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-bool ChannelOperator::Attach(void* channel, void*) {
+bool ChannelOperator::Attach(iBase* channel) {
   mScalar = nullptr;
   mVectorChannel = nullptr;
-  auto* object = static_cast<iBase*>(channel);
-  if (!object) return false;
-  if (object->HasCategory(kBitVector))
-    mVectorChannel = dynamic_cast<VectorField*>(object);
+  if (!channel) return false;
+  if (channel->HasCategory(kBitVector))
+    mVectorChannel = dynamic_cast<VectorField*>(channel);
   else
-    mScalar = dynamic_cast<ScalarField*>(object);
+    mScalar = dynamic_cast<ScalarField*>(channel);
   return mScalar || mVectorChannel;
 }
 

@@ -28,8 +28,8 @@ class ChannelOperator : public iObject {
     iObject::ClearLinks();
   }
 
-  /// Takes the channel to work on, an `iBase*`.
-  bool Attach(void* channel, void* second = nullptr) override;
+  /// Takes the channel to work on; false when it is none.
+  bool Attach(iBase* channel);
   /// Works on `count` cells; runs on all workers at once, each with cells of its own.
   virtual void EvaluateCells(const CellRecord* cells, i32 count,
                              const EvaluationThreadData& data) = 0;

@@ -21,15 +21,6 @@ FireGridChannel<T, G>::FireGridChannel(BaseNode* node, Scene* scene)
 }
 
 template <class T, class G>
-FireGridChannel<T, G>::FireGridChannel(const FireGridChannel& other)
-    : ScalarGridChannel<T, G>(other),
-      mIgnition(other.mIgnition),
-      mBurnTime(other.mBurnTime),
-      mFadeTime(other.mFadeTime) {
-  FireGridChannel::CreateEmissionHandler();
-}
-
-template <class T, class G>
 const NodeKind& FireGridChannel<T, G>::Kind() {
   static const NodeKind kind = {
       .id = 1300029,
@@ -78,8 +69,8 @@ const ParameterTable& FireGridChannel<T, G>::Parameters() {
 }
 
 template <class T, class G>
-bool FireGridChannel<T, G>::ReadParameters(void* context) {
-  if (!ScalarGridChannel<T, G>::ReadParameters(context)) return false;
+bool FireGridChannel<T, G>::ReadParameters() {
+  if (!ScalarGridChannel<T, G>::ReadParameters()) return false;
   return true;
 }
 

@@ -11,13 +11,10 @@ class FireGridChannel : public ScalarGridChannel<T, G> {
  public:
   FireGridChannel();
   FireGridChannel(host::BaseNode* node, Scene* scene);
-  FireGridChannel(const FireGridChannel& other);
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   void CreateEmissionHandler() override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<FireGridChannel>(*this); }
 
   double mIgnition = 0.7;  ///< temperature at which the cell counts as burning
   double mBurnTime = 1.0;  ///< seconds in which fire falls from 1 to the threshold

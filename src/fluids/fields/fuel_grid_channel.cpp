@@ -85,8 +85,8 @@ const ParameterTable& FuelGridChannel<T, G>::ScalarParameters() {
 }
 
 template <class T, class G>
-bool FuelGridChannel<T, G>::ReadParameters(void* context) {
-  if (!ScalarGridChannel<T, G>::ReadParameters(context)) return false;
+bool FuelGridChannel<T, G>::ReadParameters() {
+  if (!ScalarGridChannel<T, G>::ReadParameters()) return false;
   return true;
 }
 

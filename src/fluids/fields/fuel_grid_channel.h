@@ -11,15 +11,12 @@ class FuelGridChannel : public ScalarGridChannel<T, G> {
  public:
   FuelGridChannel();
   FuelGridChannel(host::BaseNode* node, Scene* scene);
-  FuelGridChannel(const FuelGridChannel& other) = default;
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   /// Rows of a plain scalar: without the ignition.
   static const NodeKind& ScalarKind();
   static const host::ParameterTable& ScalarParameters();
-  bool ReadParameters(void* context = nullptr) override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<FuelGridChannel>(*this); }
+  bool ReadParameters() override;
 
   double mIgnition = 600;  ///< temperature at which the fuel burns
 };

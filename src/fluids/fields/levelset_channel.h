@@ -12,14 +12,10 @@ class LevelsetChannel : public ChannelBase_Scalar<T, G> {
   LevelsetChannel(host::BaseNode* node, Scene* scene) : ChannelBase_Scalar<T, G>(node, scene) {
     LevelsetChannel::CreateEmissionHandler();
   }
-  LevelsetChannel(const LevelsetChannel& other) : ChannelBase_Scalar<T, G>(other) {
-    LevelsetChannel::CreateEmissionHandler();
-  }
   i32 OwnTypeId() const override { return kTypeLevelsetChannel; }
   void CreateEmissionHandler() override {
     this->mEmissionHandler = std::make_unique<ScalarEmissionHandler<T, G>>(this);
   }
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<LevelsetChannel>(*this); }
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

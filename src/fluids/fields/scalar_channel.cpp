@@ -11,14 +11,6 @@ using namespace host;
 // ---- ChannelBase_Scalar -------------------------------------------------------------------------
 
 template <class T, class G>
-ChannelBase_Scalar<T, G>::ChannelBase_Scalar(const ChannelBase_Scalar& other)
-    : Channel_Dynamic<T, G>(other),
-      mGrid(CopyOf(other.mGrid)),
-      mValueMin(other.mValueMin),
-      mValueMax(other.mValueMax),
-      mInitial(other.mInitial) {}
-
-template <class T, class G>
 ParameterTable ChannelBase_Scalar<T, G>::Rows(double valueMax) {
   ParameterTable table = {
       RealRow(1050, "value_min", 0.0, "", "nothing gets below: a floor for sources and operators")
@@ -35,24 +27,10 @@ ParameterTable ChannelBase_Scalar<T, G>::Rows(double valueMax) {
 }
 
 template <class T, class G>
-bool ChannelBase_Scalar<T, G>::ReadParameters(void* context) {
-  if (!Channel_Dynamic<T, G>::ReadParameters(context)) return false;
+bool ChannelBase_Scalar<T, G>::ReadParameters() {
+  if (!Channel_Dynamic<T, G>::ReadParameters()) return false;
   mValueMax = std::max(mValueMax, mValueMin + 0.0001);
   return true;
-}
-
-template <class T, class G>
-void ChannelBase_Scalar<T, G>::Assign(const iBase& other) {
-  Channel_Dynamic<T, G>::Assign(other);
-  const auto& channel = static_cast<const ChannelBase_Scalar&>(other);
-  mValueMin = channel.mValueMin;
-  mValueMax = channel.mValueMax;
-  mInitial = channel.mInitial;
-  if (!mGrid || !channel.mGrid) return;
-  mGrid->mRangeMin = channel.mGrid->mRangeMin;
-  mGrid->mRangeMax = channel.mGrid->mRangeMax;
-  mGrid->mActiveMin = channel.mGrid->mActiveMin;
-  mGrid->mActiveMax = channel.mGrid->mActiveMax;
 }
 
 template <class T, class G>
@@ -136,12 +114,6 @@ ScalarGridChannel<T, G>::ScalarGridChannel() {
 template <class T, class G>
 ScalarGridChannel<T, G>::ScalarGridChannel(BaseNode* node, Scene* scene)
     : ChannelBase_Scalar<T, G>(node, scene) {
-  ScalarGridChannel::CreateEmissionHandler();
-}
-
-template <class T, class G>
-ScalarGridChannel<T, G>::ScalarGridChannel(const ScalarGridChannel& other)
-    : ChannelBase_Scalar<T, G>(other), mPrevious(CopyOf(other.mPrevious)) {
   ScalarGridChannel::CreateEmissionHandler();
 }
 

@@ -10,14 +10,8 @@ class TemperatureGridChannel : public ScalarGridChannel<T, G> {
  public:
   TemperatureGridChannel();
   TemperatureGridChannel(host::BaseNode* node, Scene* scene);
-  TemperatureGridChannel(const TemperatureGridChannel& other) = default;
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<TemperatureGridChannel>(*this);
-  }
 };
 
 using TemperatureField = TemperatureGridChannel<double, EGrid<double>>;

@@ -23,33 +23,9 @@ Vec3d SampleThree(const std::array<std::unique_ptr<G>, 3>& grids, const Vec3d& c
 // ---- ChannelBase_Vector -------------------------------------------------------------------------
 
 template <class T, class G>
-ChannelBase_Vector<T, G>::ChannelBase_Vector(const ChannelBase_Vector& other)
-    : Channel_Dynamic<T, G>(other),
-      mGrids{CopyOf(other.mGrids[0]), CopyOf(other.mGrids[1]), CopyOf(other.mGrids[2])},
-      mValueMin(other.mValueMin),
-      mValueMax(other.mValueMax),
-      mInitial(other.mInitial) {}
-
-template <class T, class G>
-bool ChannelBase_Vector<T, G>::ReadParameters(void* context) {
-  if (!Channel_Dynamic<T, G>::ReadParameters(context)) return false;
+bool ChannelBase_Vector<T, G>::ReadParameters() {
+  if (!Channel_Dynamic<T, G>::ReadParameters()) return false;
   return true;
-}
-
-template <class T, class G>
-void ChannelBase_Vector<T, G>::Assign(const iBase& other) {
-  Channel_Dynamic<T, G>::Assign(other);
-  const auto& channel = static_cast<const ChannelBase_Vector&>(other);
-  mValueMin = channel.mValueMin;
-  mValueMax = channel.mValueMax;
-  mInitial = channel.mInitial;
-  for (i32 i = 0; i < 3; ++i) {
-    if (!mGrids[i] || !channel.mGrids[i]) return;
-    mGrids[i]->mRangeMin = channel.mGrids[i]->mRangeMin;
-    mGrids[i]->mRangeMax = channel.mGrids[i]->mRangeMax;
-    mGrids[i]->mActiveMin = channel.mGrids[i]->mActiveMin;
-    mGrids[i]->mActiveMax = channel.mGrids[i]->mActiveMax;
-  }
 }
 
 template <class T, class G>
@@ -134,15 +110,6 @@ VectorGridChannel<T, G>::VectorGridChannel(BaseNode* node, Scene* scene)
 }
 
 template <class T, class G>
-VectorGridChannel<T, G>::VectorGridChannel(const VectorGridChannel& other)
-    : ChannelBase_Vector<T, G>(other),
-      mPrevious{CopyOf(other.mPrevious[0]), CopyOf(other.mPrevious[1]), CopyOf(other.mPrevious[2])},
-      mTextureCoordinates(other.mTextureCoordinates),
-      mFresh(other.mFresh) {
-  VectorGridChannel::CreateEmissionHandler();
-}
-
-template <class T, class G>
 const NodeKind& VectorGridChannel<T, G>::Kind() {
   static const NodeKind kind = {
       .id = 1300030,
@@ -192,8 +159,8 @@ const ParameterTable& VectorGridChannel<T, G>::Parameters() {
 }
 
 template <class T, class G>
-bool VectorGridChannel<T, G>::ReadParameters(void* context) {
-  if (!ChannelBase_Vector<T, G>::ReadParameters(context)) return false;
+bool VectorGridChannel<T, G>::ReadParameters() {
+  if (!ChannelBase_Vector<T, G>::ReadParameters()) return false;
   return true;
 }
 
@@ -263,10 +230,6 @@ template <class T, class G>
 VelocityGridChannel<T, G>::VelocityGridChannel() {
   this->SetUnbounded();
 }
-
-template <class T, class G>
-VelocityGridChannel<T, G>::VelocityGridChannel(const VelocityGridChannel& other)
-    : VectorGridChannel<T, G>(other) {}
 
 // The components are staggered: a stencil made for one position fits none of them.
 template <class T, class G>

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 
+#include "fluids/fields/adaptive_container.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
@@ -14,8 +15,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr double kUntouched = std::numeric_limits<double>::max();
-// Parameters 1011 to 1016 in order.
-constexpr u8 kWallBits[6] = {kWallLowX, kWallHighX, kWallLowY, kWallHighY, kWallLowZ, kWallHighZ};
 
 /// Distance of node `i` of `n` to the nearer plane of its axis, in cells: a wall stands one cell
 /// inside the outermost nodes, an open side one cell outside.
@@ -68,86 +67,48 @@ void CollectObstacles(const Scene& scene, std::vector<VolumeBase*>& out) {
     if (auto* volume = dynamic_cast<iVolume*>(object)) volume->CollectMembers(out);
 }
 
-GridBoundary::GridBoundary() {
-  mPassCount = 2;
-  mStageMask = StageBit(kEmitters);
+bool GridBoundary::Fit(const GridLayout& domain, const Vec3d& min, const Vec3d& max) {
+  const ContainerShape shape(domain, min, max);
+  if (FitContainer(mLevelSet, domain, shape,
+                   {kNode, -kUntouched, kUntouched, kUntouched, /*clear=*/true}))
+    return true;
+  Release();
+  return false;
 }
 
-bool GridBoundary::ReadParameters(void*) {
-  u8 walls = 0;
-  for (int i = 0; i < 6; ++i)
-    if (mInterface.GetLong(1011 + i) != 0) walls |= kWallBits[i];
-  if (walls != mWalls) MarkDirty(false);
-  mWalls = walls;
-  return true;
-}
-
-bool GridBoundary::ResolveLinks() {
-  mObstacles.clear();
-  if (!mScene) return false;
-  CollectObstacles(*mScene, mObstacles);
-  return true;
-}
-
-void GridBoundary::ClearLinks() {
-  mObstacles.clear();
-  iObject::ClearLinks();
-}
-
-void GridBoundary::SetUpLevelSet() {
-  mLevelSet.mScene = mScene;
-  mLevelSet.mTime = mTime;
-  mLevelSet.mKind = kNode;
-  mLevelSet.mInitial = kUntouched;
-  mLevelSet.SetRange(-kUntouched, kUntouched);
-}
-
-bool GridBoundary::ApplyBounds(const Vec3d& min, const Vec3d& max) {
-  Release(false);
-  MarkDirty(false);
-  if (Has(FLAG_CACHED)) return true;
-  SetUpLevelSet();
-  if (!mLevelSet.ApplyBounds(min, max)) {
-    Release(false);
-    return false;
-  }
-  mLevelSet.Reset();
-  return true;
+void GridBoundary::Reset() {
+  if (!mLevelSet || !mLevelSet->mData) return;
+  mLevelSet->ResetActive();
+  mLevelSet->Fill(kUntouched);
 }
 
 void GridBoundary::Persist(StateArchive& archive) {
-  iObject::Persist(archive);
-  if (archive.IsLoading()) SetUpLevelSet();
-  archive(mWalls);                   // a change of them makes it dirty
-  archive.ShapeOf(mLevelSet.mGrid);  // every step builds the distances anew
+  archive.ShapeOf(mLevelSet);  // every step builds the distances anew
 }
 
-void GridBoundary::Evaluate(const EvaluationThreadData& data) {
-  EGrid<double>* level = GetLevelSet();
-  if (!level || (mScene && mScene->mStage != kEmitters)) return;
-  const VecInt3D n = level->Dims();
-  CellBox nodes = data.Box();
-  nodes.max += VecInt3D{1, 1, data.isLast ? 1 : 0};
-  nodes = Clip(nodes, {0, 0, 0}, n);
-  const double h = level->mLayout.cellSize;
+void GridBoundary::Build(i32 threads) {
+  if (!mLevelSet) return;
+  ForEachBlock(mLevelSet->mNz, threads, [&](i32 z) { BuildLayer(z); });
+}
+
+void GridBoundary::BuildLayer(i32 z) {
+  EGrid<double>& level = *mLevelSet;
+  const VecInt3D n = level.Dims();
+  const double h = level.mLayout.cellSize;
   const auto wall = [this](u8 bit) { return (mWalls & bit) != 0; };
-  for (i32 z = nodes.min.z; z < nodes.max.z; ++z) {
-    const i32 dz = PlaneDistance(z, n.z, wall(kWallLowZ), wall(kWallHighZ));
-    for (i32 y = nodes.min.y; y < nodes.max.y; ++y) {
-      const i32 dyz = std::min(dz, PlaneDistance(y, n.y, wall(kWallLowY), wall(kWallHighY)));
-      double* row = level->mData + level->Index(0, y, z);
-      for (i32 x = nodes.min.x; x < nodes.max.x; ++x) {
-        const i32 d = std::min(dyz, PlaneDistance(x, n.x, wall(kWallLowX), wall(kWallHighX)));
-        row[x] = std::min(row[x], d * h);
-      }
-    }
+  const i32 dz = PlaneDistance(z, n.z, wall(kWallLowZ), wall(kWallHighZ));
+  for (i32 y = 0; y < n.y; ++y) {
+    const i32 dyz = std::min(dz, PlaneDistance(y, n.y, wall(kWallLowY), wall(kWallHighY)));
+    double* row = level.mData + level.Index(0, y, z);
+    for (i32 x = 0; x < n.x; ++x)
+      row[x] = std::min(dyz, PlaneDistance(x, n.x, wall(kWallLowX), wall(kWallHighX))) * h;
   }
   for (const VolumeBase* obstacle : mObstacles)
     if (obstacle->Has(FLAG_ENABLED) && obstacle->HasGridData())
-      MergeVolume(*level, *obstacle->GetGrid(), nodes);
+      MergeVolume(level, *obstacle->GetGrid(), {{0, 0, z}, {n.x, n.y, z + 1}});
 }
 
-void GridBoundary::ComputeActiveBox() {
+void GridBoundary::ComputeActiveBox(i32 threads) {
   EGrid<double>* level = GetLevelSet();
   if (!level || !level->mData) return;
   struct Box {
@@ -156,7 +117,7 @@ void GridBoundary::ComputeActiveBox() {
   const VecInt3D n = level->Dims();
   const Box empty{n, {-1, -1, -1}};
   const Box box = ReduceBlocks(
-      n.z, mScene ? mScene->mThreadCount : host::ThreadCount(), empty,
+      n.z, threads, empty,
       [&](i32 z) {
         Box layer = empty;
         for (i32 y = 0; y < n.y; ++y) {

@@ -1,13 +1,15 @@
 // Domain walls and obstacles as one signed distance field.
 #pragma once
+#include <memory>
 #include <vector>
 
-#include "fluids/fields/channel.h"
 #include "fluids/volume/wall_bits.h"
-#include "framework/iobject.h"
+#include "grids/egrid.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+class Scene;
+class StateArchive;
 class VolumeBase;
 
 /// A contact with a solid.
@@ -22,23 +24,20 @@ struct SolidContact {
 ///
 /// Positions are in simulation units ("world"), relative to the grid's origin in simulation units
 /// ("relative"), or relative times the inverse cell size ("index").
-class GridBoundary : public iObject {
+class GridBoundary {
  public:
-  GridBoundary();
-  GridBoundary(const GridBoundary&) = default;
-  i32 GetTypeId() const override { return kTypeGridBoundary; }
-  bool ReadParameters(void* context = nullptr) override;
-  bool ResolveLinks() override;
-  void ClearLinks() override;
-  void Reset() override { mLevelSet.Reset(); }
-  void Release(bool full) override { mLevelSet.Release(full); }
-  void ExpandBounds(Vec3d& min, Vec3d& max) override { mLevelSet.ExpandBounds(min, max); }
-  bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
-  void Persist(StateArchive& archive) override;
-  /// Builds the level set over the nodes of a worker's cells, in stage 5 only.
-  void Evaluate(const EvaluationThreadData& data) override;
+  /// Takes a box of a scene whose scale is `domain`; the distances are to be built anew. False, and
+  /// without a level set, when there is no memory.
+  bool Fit(const GridLayout& domain, const Vec3d& min, const Vec3d& max);
+  /// Fills the level set from the walls and the enabled obstacles; the result doesn't depend on
+  /// `threads`.
+  void Build(i32 threads);
   /// The box of all nodes whose value is at most 0; a single node grows by one on each axis.
-  void ComputeActiveBox();
+  void ComputeActiveBox(i32 threads);
+  /// Nothing is solid.
+  void Reset();
+  void Release() { mLevelSet.reset(); }
+  void Persist(StateArchive& archive);
 
   double SampleWorld(const Vec3d& p) const;
   double SampleRelative(const Vec3d& p) const;
@@ -60,14 +59,14 @@ class GridBoundary : public iObject {
   Vec3d GetSolidVelocity(const Vec3d& world) const;
   bool IsOutsideOpenSide(const Vec3d& relative) const;
 
-  EGrid<double>* GetLevelSet() const { return mLevelSet.GetGrid(0); }
+  EGrid<double>* GetLevelSet() const { return mLevelSet.get(); }
 
   std::vector<VolumeBase*> mObstacles;
   u8 mWalls = 0;
-  LevelField mLevelSet;
+  std::unique_ptr<EGrid<double>> mLevelSet;
 
  private:
-  void SetUpLevelSet();
+  void BuildLayer(i32 z);
 };
 
 /// The volumes that count as obstacles, groups replaced by their members.

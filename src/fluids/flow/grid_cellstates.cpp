@@ -1,7 +1,6 @@
 #include "fluids/flow/grid_cellstates.h"
 
-#include "fluids/solvers/fluid_solver.h"
-#include "grids/for_each_cell.h"
+#include "grids/fixed_blocks.h"
 #include "grids/sampling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -10,62 +9,46 @@ namespace {
 constexpr double kBandCells = 3;
 }
 
-void Grid_Cellstates::Reset() {
-  for (auto& states : mStates) {
-    if (!states) continue;
-    states->Fill(kFaceFixed);
-    states->mActiveMin = {0, 0, 0};
-    states->mActiveMax = states->Dims() - VecInt3D{1, 1, 1};
-  }
-}
-
-void Grid_Cellstates::Release(bool full) {
+void Grid_Cellstates::Release() {
   for (auto& states : mStates) states.reset();
-  if (full) iObject::Release(true);
 }
 
-void Grid_Cellstates::Prepare(void*) {
-  Release(false);
-  if (!mSolver || !mSolver->mBoundary.GetLevelSet())
-    return void(Deactivate("its solver has no solid level set"));
+bool Grid_Cellstates::Allocate(const Flow& flow) {
   for (i32 axis = 0; axis < 3; ++axis) {
-    const EGrid<double>* velocity = mSolver->mVelocity.GetGrid(axis);
-    if (!velocity) return void(Deactivate("its solver has no velocity"));
+    const EGrid<double>* velocity = flow.mVelocity.GetGrid(axis);
+    if (!velocity) return false;
     mStates[axis] = std::make_unique<Grid<u8>>(velocity->Dims(), velocity->mKind);
-    if (mStates[axis]->mData) continue;
-    Release(false);
-    return void(Deactivate("there is no memory for its grids"));
+    if (!mStates[axis]->mData) return false;
+    mStates[axis]->Fill(kFaceFixed);
   }
-  Reset();
-  SetFlag(FLAG_ACTIVE, true);
+  return true;
 }
 
-void Grid_Cellstates::Finish() {
-  Release(false);
-  SetFlag(FLAG_ACTIVE, false);
-  iObject::Finish();
-}
-
-void Grid_Cellstates::Evaluate(const EvaluationThreadData& data) {
-  if (!Has(FLAG_ACTIVE)) return;
-  const bool hasSurface = mSolver->GetSurfaceLevelSetRead() != nullptr;
-  for (i32 axis = 0; axis < 3; ++axis) {
-    // The border stays fixed, as `Prepare` left it.
-    VecInt3D top = mStates[axis]->Dims() - VecInt3D{1, 1, 1};
-    top[axis] -= 1;
-    const CellBox inner = Clip(data.Box(), {1, 1, 1}, top);
-    for (i32 z = inner.min.z; z < inner.max.z; ++z)
-      for (i32 y = inner.min.y; y < inner.max.y; ++y) {
-        FillRow(axis, y, z, inner.min.x, inner.max.x);
-        if (hasSurface) MarkFarFaces(axis, y, z, inner.min.x, inner.max.x);
+bool Grid_Cellstates::Build(const Flow& flow) {
+  Release();
+  if (!flow.mBoundary.GetLevelSet() || !Allocate(flow)) {
+    Release();
+    return false;
+  }
+  ForEachBlock(flow.GetLayout()->dims.z, flow.Threads(), [&](i32 z) {
+    for (i32 axis = 0; axis < 3; ++axis) {
+      // The border stays fixed.
+      VecInt3D top = mStates[axis]->Dims() - VecInt3D{1, 1, 1};
+      top[axis] -= 1;
+      if (z < 1 || z >= top.z) continue;
+      for (i32 y = 1; y < top.y; ++y) {
+        FillRow(flow, axis, y, z, 1, top.x);
+        if (flow.mSurface) MarkFarFaces(*flow.mSurface, axis, y, z, 1, top.x);
       }
-  }
+    }
+  });
+  return true;
 }
 
-void Grid_Cellstates::FillRow(i32 axis, i32 y, i32 z, i32 first, i32 last) {
-  const EGrid<float>* open = mSolver->GetOpenFaces(axis);
+void Grid_Cellstates::FillRow(const Flow& flow, i32 axis, i32 y, i32 z, i32 first, i32 last) {
+  const EGrid<float>* open = flow.GetOpenFaces(axis);
   if (!open) return;
-  const EGrid<double>& solid = *mSolver->mBoundary.GetLevelSet();
+  const EGrid<double>& solid = *flow.mBoundary.GetLevelSet();
   const i32 step[3] = {1, solid.mNx, solid.mSlice};
   const i32 u = step[axis == 0 ? 1 : 0], v = step[axis == 2 ? 1 : 2];
   Grid<u8>& states = *mStates[axis];
@@ -79,8 +62,8 @@ void Grid_Cellstates::FillRow(i32 axis, i32 y, i32 z, i32 first, i32 last) {
   }
 }
 
-void Grid_Cellstates::MarkFarFaces(i32 axis, i32 y, i32 z, i32 first, i32 last) {
-  const EGrid<double>& surface = *mSolver->GetSurfaceLevelSetRead();
+void Grid_Cellstates::MarkFarFaces(const EGrid<double>& surface, i32 axis, i32 y, i32 z, i32 first,
+                                   i32 last) {
   const double band = kBandCells * surface.mLayout.cellSize;
   const Vec3d shift = OffsetOf(axis) - OffsetOf(surface.mKind);
   Grid<u8>& states = *mStates[axis];

@@ -1,49 +1,35 @@
-// Velocity beyond the faces where it is known.
+// Values beyond the cells and faces where they are known.
 #pragma once
 #include <array>
 #include <memory>
 
-#include "fluids/fields/channel.h"
-#include "framework/iobject.h"
+#include "fluids/flow/flow.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-class FluidSolver;
-
-/// Fills faces that have no valid velocity from their valid neighbours, a layer a round.
-class GridExtrapolation : public iObject {
+/// Fills samples that have no valid value with the mean of their valid neighbours, a layer a round;
+/// the outermost layer isn't touched. Keeps its grids of flags from run to run.
+class GridExtrapolation {
  public:
-  GridExtrapolation() { mPassCount = 2; }
-  GridExtrapolation(const GridExtrapolation& other);
-  bool ReadParameters(void* context = nullptr) override;
-  void ClearLinks() override;
-  void Reset() override;
-  void Release(bool full) override;
-  bool NextPass() override;
-  void Prepare(void* context = nullptr) override;
-  void Evaluate(const EvaluationThreadData& data) override;
-  /// The byte grids stay for the next step; `Release` frees them.
-  void Finish() override { SetFlag(FLAG_ACTIVE, false); }
-  void SelectAxis(i32 axis) { mAxis = axis; }
-  void SetLiquid(bool liquid) { mLiquid = liquid; }
-
-  FluidSolver* mSolver = nullptr;
-  ScalarField* mScalarChannel = nullptr;
-  VectorField* mVectorChannel = nullptr;
-  i32 mComponent = 0;  ///< of the vector channel
-  i32 mAxis = 0;       ///< velocity component; 3 is the scalar mode
-  i32 mRounds = 1;
+  /// Continues the velocity from the open faces (in a liquid: from those at its cells) into closed
+  /// ones, in a gas no deeper than two cells into a solid.
+  void ExtendVelocity(Flow& flow, i32 rounds);
+  /// Continues a field from the samples above `initial` into the others.
+  void ExtendField(EGrid<double>& field, double initial, i32 rounds, i32 threads);
+  void Release();
 
  private:
-  EGrid<double>* Target(i32 slot) const;
-  CellBox ShareOf(const EGrid<double>& grid, const EvaluationThreadData& data) const;
-  void Mark(const EGrid<double>& grid, const CellBox& box);
-  void Extend(EGrid<double>& grid, const CellBox& box);
+  /// The flags of a grid: what is valid now, and what was before the round.
+  struct Flags {
+    std::unique_ptr<Grid<u8>> valid, known;
+    bool Fit(const EGrid<double>& target);
+  };
+  /// Solids below which nothing is filled; null fills everything.
+  void Extend(EGrid<double>& grid, Flags& flags, const EGrid<double>* solids, i32 rounds,
+              i32 threads) const;
 
-  bool mLiquid = false;
-  i32 mRound = 0;
-  std::array<std::unique_ptr<Grid<u8>>, 4> mValid;
-  std::array<std::unique_ptr<Grid<u8>>, 4> mPrevious;
+  std::array<Flags, 3> mFaces;
+  Flags mField;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -14,8 +14,6 @@ class ScratchGrids {
   static constexpr i32 kSlots = 4;
 
   ScratchGrids() = default;
-  ScratchGrids(const ScratchGrids&) {}
-
   /// Work grid `slot`, below `kSlots`, with the samples of `kind` over `cells`; holds anything.
   /// Null when the memory isn't there.
   Grid<double>* Get(i32 slot, const VecInt3D& cells, i32 kind) {

@@ -18,8 +18,6 @@ class SolidCells {
   };
 
   SolidCells() = default;
-  SolidCells(const SolidCells&) {}
-
   /// `levelSet` stands on nodes; the result doesn't depend on `threads`.
   void Build(const EGrid<double>& levelSet, i32 threads);
   void Release() { mFlags.reset(); }

@@ -12,21 +12,18 @@ bool Force::ResolveLinks() {
 }
 
 void Force::ClearLinks() {
+  mFlow = nullptr;
   mVelocity = nullptr;
   iObject::ClearLinks();
 }
 
-bool Force::Attach(void* velocity, void*) {
-  mVelocity = static_cast<VelocityField*>(velocity);
-  return true;
+void Force::EvaluateRow(const ForceRow& row) {
+  ForEachSample(row, [this](ForceSample& sample) { Evaluate(sample); });
 }
 
-bool Force::FitsVelocity(const EGrid<double>* grid) const {
-  const EGrid<double>* u = mVelocity ? mVelocity->GetGrid(0) : nullptr;
-  return grid && grid->mData && u && grid->Dims() == u->mLayout.dims;
-}
-
-void Force::Prepare(void*) {
+void Force::PrepareFor(Flow& flow) {
+  mFlow = &flow;
+  mVelocity = &flow.mVelocity;
   mWeight = 1.0;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, mWeight)) {
     mWeight = 0;

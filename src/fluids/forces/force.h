@@ -2,7 +2,7 @@
 #pragma once
 #include <array>
 
-#include "fluids/fields/channel.h"
+#include "fluids/flow/flow.h"
 #include "framework/constraint.h"
 #include "framework/duration.h"
 #include "framework/iobject.h"
@@ -47,33 +47,29 @@ class Force : public iObject {
  public:
   using iObject::iObject;
   Force() = default;
-  Force(const Force&) = default;
   ConstraintList* Constraints() override { return &mConstraints; }
   bool ResolveLinks() override;
   void ClearLinks() override;
-  /// Takes the solver's `VelocityField*` and `GridBoundary*`.
-  bool Attach(void* velocity, void* boundary) override;
-  void Prepare(void* context = nullptr) override;
+  /// Makes ready for a step on a flow, where the time window is open.
+  virtual void PrepareFor(Flow& flow);
   void Finish() override;
 
   using iObject::Evaluate;
   /// Adds to `sample.force`; nothing without `FLAG_ACTIVE`. Runs on all workers at once.
   virtual void Evaluate(ForceSample& sample) = 0;
   /// Adds to every open cell of the row what `Evaluate` adds at that cell, to the last bit.
-  virtual void EvaluateRow(const ForceRow& row) = 0;
+  virtual void EvaluateRow(const ForceRow& row);
 
  protected:
-  /// Class work of `Prepare`; false leaves the force inactive.
+  /// Class work of `PrepareFor`; false leaves the force inactive.
   virtual bool PrepareForce() { return true; }
   virtual void FinishForce() {}
   /// Calls f(sample) for every open cell of the row and keeps what
   /// it left in `sample.force`.
   template <class F>
   static void ForEachSample(const ForceRow& row, F&& f);
-  /// `grid` has a value for every cell of the attached velocity.
-  bool FitsVelocity(const EGrid<double>* grid) const;
-
-  VelocityField* mVelocity = nullptr;
+  Flow* mFlow = nullptr;               ///< the one that it works on
+  VelocityField* mVelocity = nullptr;  ///< of the flow
   ConstraintList mConstraints;
   Duration* mDuration = nullptr;
   double mWeight = 1.0;  ///< 1, or the window's weight in this step

@@ -61,68 +61,62 @@ bool Force_Buoyancy::ResolveLinks() {
 }
 
 void Force_Buoyancy::ClearLinks() {
-  mT = mD1 = mD2 = nullptr;
+  FinishForce();
   Force::ClearLinks();
 }
 
 bool Force_Buoyancy::PrepareForce() {
-  const auto data = [&](const ScalarField* channel) -> const double* {
-    const EGrid<double>* grid = channel ? channel->GetGrid(0) : nullptr;
-    return FitsVelocity(grid) ? grid->mData : nullptr;
-  };
   if (!mTemperature) return Deactivate("it has no temperature channel");
   if (mTime->stepDuration == 0) return Deactivate("the step has no length");
-  mT = data(mTemperature);
-  if (!mT) return Deactivate("its temperature channel has no grid");
-  mD1 = data(mDensity1);
-  mD2 = data(mDensity2);
+  const GridLayout& layout = *mFlow->GetLayout();
+  if (!mT.Bind(mTemperature->GetGrid(0), layout))
+    return Deactivate("its temperature channel has no grid");
+  mD1.Bind(mDensity1 ? mDensity1->GetGrid(0) : nullptr, layout);
+  mD2.Bind(mDensity2 ? mDensity2->GetGrid(0) : nullptr, layout);
   mColdest = mTemperature->GetGrid(0)->mRangeMin;
   mUp = mUpwards * (0.5 * mTime->stepDuration);
   return true;
 }
 
+void Force_Buoyancy::FinishForce() {
+  for (CellSamples* samples : {&mT, &mD1, &mD2}) samples->Release();
+}
+
 void Force_Buoyancy::Evaluate(ForceSample& sample) {
   if (!Has(FLAG_ACTIVE)) return;
-  const double t = mT[sample.cellIndex] - mColdest;
-  const double d1 = mD1 ? mD1[sample.cellIndex] : 0.0;
-  if (!(d1 > 0) && !(t > 0)) return;
+  const auto at = [&](const CellSamples& samples) {
+    return samples.Data() ? samples.Data()[sample.cellIndex] : 0.0;
+  };
+  const double lift = Lift(at(mT), at(mD1), at(mD2));
+  if (lift == 0) return;
   double s = sample.weight * mWeight;
   if (!mConstraints.Test(sample.position, s, this, sample.worker)) return;
-  double lift = t * mTemperatureCoefficient + d1 * mDensityCoefficient;
-  if (mDensity2) {
-    lift += (mD2 ? mD2[sample.cellIndex] : 0.0) * mDensityCoefficient;
-    s *= s;
-  }
-  sample.force += mUp * (lift * s);
+  sample.force += mUp * (lift * Weight(s));
 }
 
 void Force_Buoyancy::EvaluateRow(const ForceRow& row) {
-  if (!mConstraints.IsEmpty())
-    return ForEachSample(row, [&](ForceSample& sample) { Force_Buoyancy::Evaluate(sample); });
-  double s = row.weight * mWeight;
+  if (!mConstraints.IsEmpty()) return Force::EvaluateRow(row);
+  const double s = Weight(row.weight * mWeight);
   if (s == 0) return;
-  if (mDensity2) s *= s;
-  const double c1 = mTemperatureCoefficient, c2 = mDensityCoefficient;
-  const double* temperature = mT + row.cellIndex;
-  const double* d1 = mD1 ? mD1 + row.cellIndex : nullptr;
-  const double* d2 = mD2 ? mD2 + row.cellIndex : nullptr;
+  const auto from = [&](const CellSamples& samples) {
+    return samples.Data() ? samples.Data() + row.cellIndex : nullptr;
+  };
+  const double *temperature = from(mT), *d1 = from(mD1), *d2 = from(mD2);
   constexpr i32 kChunk = 128;
   double lift[kChunk];
   for (i32 first = 0; first < row.count; first += kChunk) {
     const i32 n = std::min(kChunk, row.count - first);
-    for (i32 x = 0; x < n; ++x) lift[x] = temperature[first + x] - mColdest;
+    const auto fill = [&](auto density1, auto density2) {
+      for (i32 x = 0; x < n; ++x)
+        lift[x] = Lift(temperature[first + x], density1(first + x), density2(first + x)) * s;
+    };
+    const auto none = [](i32) { return 0.0; };
+    const auto one = [d1](i32 x) { return d1[x]; };
+    const auto two = [d2](i32 x) { return d2[x]; };
     if (d1) {
-      for (i32 x = 0; x < n; ++x) {
-        const double t = lift[x], d = d1[first + x];
-        const double sum = t * c1 + d * c2 + (d2 ? d2[first + x] * c2 : 0.0);
-        lift[x] = (d > 0) | (t > 0) ? sum * s : 0.0;
-      }
+      d2 ? fill(one, two) : fill(one, none);
     } else {
-      for (i32 x = 0; x < n; ++x) {
-        const double t = lift[x];
-        const double sum = t * c1 + (d2 ? d2[first + x] * c2 : 0.0);
-        lift[x] = t > 0 ? sum * s : 0.0;
-      }
+      d2 ? fill(none, two) : fill(none, none);
     }
     for (int a = 0; a < 3; ++a) {
       if (mUp[a] == 0) continue;

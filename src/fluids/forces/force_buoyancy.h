@@ -1,5 +1,6 @@
 // Thermal lift.
 #pragma once
+#include "fluids/flow/flow_cells.h"
 #include "fluids/forces/force.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -17,12 +18,22 @@ class Force_Buoyancy : public Force {
   using Force::Evaluate;
   void Evaluate(ForceSample& sample) override;
   void EvaluateRow(const ForceRow& row) override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Force_Buoyancy>(*this); }
 
  protected:
   bool PrepareForce() override;
+  void FinishForce() override;
 
  private:
+  /// The lift of a cell: nothing where it is neither warm nor laden.
+  double Lift(double temperature, double density1, double density2) const {
+    const double t = temperature - mColdest;
+    const double lift = t * mTemperatureCoefficient + density1 * mDensityCoefficient +
+                        density2 * mDensityCoefficient;
+    return (density1 > 0) | (t > 0) ? lift : 0.0;
+  }
+  /// A second density counts weights twice.
+  double Weight(double s) const { return mDensity2 ? s * s : s; }
+
   Vec3d mUpwards{0, 1, 0};
   ScalarField* mTemperature = nullptr;
   ScalarField* mDensity1 = nullptr;
@@ -30,10 +41,8 @@ class Force_Buoyancy : public Force {
   Vec3d mUp{};  ///< lift of a unit of temperature with a coefficient of 1, in this step
   double mTemperatureCoefficient = 0;
   double mDensityCoefficient = 0;
-  double mColdest = 0;  ///< lower limit of the temperature channel
-  const double* mT = nullptr;
-  const double* mD1 = nullptr;  ///< null without the channel
-  const double* mD2 = nullptr;
+  double mColdest = 0;       ///< lower limit of the temperature channel
+  CellSamples mT, mD1, mD2;  ///< at the flow's cells, from `PrepareFor` to `Finish`
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -4,6 +4,7 @@
 #include "fluids/emission/emission_settings.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
+#include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -50,19 +51,19 @@ const ParameterTable& Force_Gravity::Parameters() {
   return table;
 }
 
-bool Force_Gravity::ReadParameters(void* context) {
-  if (!Force::ReadParameters(context)) return false;
+bool Force_Gravity::ReadParameters() {
+  if (!Force::ReadParameters()) return false;
   Matrix placement;
   mInterface.GetMatrix(placement);
   mDirection = RotationOf(placement).Rotate(mAcceleration);
   return true;
 }
 
-void Force_Gravity::Prepare(void* context) {
+void Force_Gravity::PrepareFor(Flow& flow) {
   // Links of settings may be fetched after those of forces: their window is taken as late as this.
   mDuration = mSettings ? mSettings->mDuration : nullptr;
-  if (mAlignment) mAlignment->SetWorkerCount(mScene->mThreadCount, ThreadCount());
-  Force::Prepare(context);
+  if (mAlignment) mAlignment->SetWorkerCount(kShares);
+  Force::PrepareFor(flow);
 }
 
 void Force_Gravity::Evaluate(ForceSample& sample) {
@@ -78,8 +79,7 @@ void Force_Gravity::Evaluate(ForceSample& sample) {
 }
 
 void Force_Gravity::EvaluateRow(const ForceRow& row) {
-  if (mAlignment || !mConstraints.IsEmpty())
-    return ForEachSample(row, [&](ForceSample& sample) { Force_Gravity::Evaluate(sample); });
+  if (mAlignment || !mConstraints.IsEmpty()) return Force::EvaluateRow(row);
   const double s = Scalar(row.weight);
   if (s == 0) return;
   for (int a = 0; a < 3; ++a) {

@@ -15,12 +15,11 @@ class Force_Gravity : public Force {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
-  void Prepare(void* context = nullptr) override;
+  bool ReadParameters() override;
+  void PrepareFor(Flow& flow) override;
   using Force::Evaluate;
   void Evaluate(ForceSample& sample) override;
   void EvaluateRow(const ForceRow& row) override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Force_Gravity>(*this); }
 
  private:
   double Scalar(double weight) const { return mTime->stepDuration * weight * mWeight * mStrength; }

@@ -81,14 +81,8 @@ const ParameterTable& Force_Swirling::Parameters() {
   return table;
 }
 
-Force_Swirling::Force_Swirling(const Force_Swirling& other)
-    : Force(other),
-      mStrength(other.mStrength),
-      mSubtractMean(other.mSubtractMean),
-      mAlongFlow(other.mAlongFlow) {}
-
-bool Force_Swirling::ReadParameters(void* context) {
-  if (!Force::ReadParameters(context)) return false;
+bool Force_Swirling::ReadParameters() {
+  if (!Force::ReadParameters()) return false;
   if (!mAlongFlow) mStrength *= 0.2;
   return true;
 }
@@ -220,8 +214,7 @@ void Force_Swirling::Evaluate(ForceSample& sample) {
 }
 
 void Force_Swirling::EvaluateRow(const ForceRow& row) {
-  if (!mConstraints.IsEmpty())
-    return ForEachSample(row, [&](ForceSample& sample) { Force_Swirling::Evaluate(sample); });
+  if (!mConstraints.IsEmpty()) return Force::EvaluateRow(row);
   const double s = mForceScale * row.weight * mWeight;
   if (s == 0) return;
   for (i32 x = 0; x < row.count; ++x) {

@@ -11,16 +11,13 @@ class Force_Swirling : public Force {
  public:
   using Force::Force;
   Force_Swirling() = default;
-  Force_Swirling(const Force_Swirling& other);
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   void Release(bool full) override;
   using Force::Evaluate;
   void Evaluate(ForceSample& sample) override;
   void EvaluateRow(const ForceRow& row) override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Force_Swirling>(*this); }
 
   /// The length of the vorticity (1/s) at cell centres; null outside of a step.
   const EGrid<double>* GetMagnitude() const {

@@ -4,34 +4,28 @@
 #include <vector>
 
 #include "fluids/forces/force.h"
-#include "framework/iobject.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-class FluidSolver;
-
-/// Sums the grid forces at cell centres and carries them to the faces.
-class VelocityGridEmitter : public iObject {
+/// Sums forces at the cell centres of a flow and carries them to its faces.
+class VelocityGridEmitter {
  public:
-  VelocityGridEmitter() { mPassCount = 2; }
-  VelocityGridEmitter(const VelocityGridEmitter& other);
-  bool ResolveLinks() override;
-  void ClearLinks() override;
-  void CheckDirty() override;
-  void Release(bool full) override;
-  void Prepare(void* context = nullptr) override;
-  void Evaluate(const EvaluationThreadData& data) override;
-  void Finish() override;
+  /// Prepares the enabled forces for a step on `flow`; false when there is nothing to do.
+  bool Prepare(Flow& flow);
+  /// Adds what the forces give; only after `Prepare`, and without effect when that was false.
+  void Run(Flow& flow);
+  /// Lets go of the forces.
+  void Finish();
 
-  FluidSolver* mSolver = nullptr;
+  std::vector<Force*> mForces;  ///< in the order in which they add up
 
  private:
-  void ZeroBorder(const CellBox& box);
-  void SumForces(const EvaluationThreadData& data);
-  void CarryToFaces(const EvaluationThreadData& data);
+  void ZeroBorder(i32 z);
+  void SumForces(const Flow& flow, i32 z, u32 worker, u8* isOpen);
+  void CarryToFaces(Flow& flow, i32 z);
 
-  std::vector<Force*> mForces;
-  /// The cell force of this step by axis, in the solver's work grids.
+  bool mReady = false;
+  /// The cell force of this step by axis, in the flow's work grids.
   std::array<Grid<double>*, 3> mScratch{};
 };
 

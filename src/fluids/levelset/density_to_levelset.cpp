@@ -1,98 +1,55 @@
 #include "fluids/levelset/density_to_levelset.h"
 
+#include <algorithm>
+
 #include "fluids/levelset/fast_sweeper.h"
-#include "grids/run_shares.h"
+#include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-DensityToLevelset::DensityToLevelset(const DensityToLevelset& other)
-    : iObject(other),
-      mLevelSet(other.mLevelSet),
-      mSource(other.mSource),
-      mThreshold(other.mThreshold),
-      mSigned(other.mSigned) {}
+namespace {
 
-bool DensityToLevelset::NextPass() {
-  if (!mSigned && mPass == 2) {
-    mPass = -1;
-    mInside.reset();
+constexpr i32 kFlagKind = 13;
+
+/// Calls f(sample) for the inner samples of a grid, on all workers.
+template <class F>
+void ForEachInner(const EGrid<double>& grid, F&& f) {
+  ForEachBlock(std::max(grid.mNz - 2, 0), host::ThreadCount(), [&](i32 block) {
+    for (i32 y = 1; y < grid.mNy - 1; ++y) {
+      const i32 row = grid.Index(0, y, block + 1);
+      for (i32 x = 1; x < grid.mNx - 1; ++x) f(row + x);
+    }
+  });
+}
+
+}  // namespace
+
+bool DensityToLevelset::Run(host::HostThread* thread) {
+  EGrid<double>* grid = mLevelSet ? mLevelSet->GetGridForWrite(0) : nullptr;
+  const EGrid<double>* source = mSource ? mSource->GetGrid(0) : nullptr;
+  if (!grid || !grid->mData || !source || !source->mData || source->Dims() != grid->Dims() ||
+      grid->mNz < 3)
     return false;
-  }
-  return iObject::NextPass();
-}
-
-void DensityToLevelset::Prepare(void*) {
-  if (!mLevelSet) return SetFlag(FLAG_ACTIVE, false);
-  const EGrid<double>* grid = mLevelSet->GetGrid(0);
-  const EGrid<double>* density = mSource ? mSource->GetGrid(0) : nullptr;
-  const bool fits =
-      grid && grid->mData && density && density->mData && density->Dims() == grid->Dims();
-  if (!fits) return SetFlag(FLAG_ACTIVE, false);
-  if (mPass == 0) {
-    mInside = std::make_unique<Grid<bool>>(grid->Dims(), kFlagKind);
-    if (!mInside->mData) mInside.reset();
-  }
-  const bool ready = mInside && SplitZ(mSlabs, grid->Dims(), false, host::ThreadCount());
-  SetFlag(FLAG_ACTIVE, ready);
-}
-
-void DensityToLevelset::Evaluate(const EvaluationThreadData& data) {
-  if (!Has(FLAG_ACTIVE)) return;
-  const CellBox box = mSlabs[data.index];
-  if (mPass == 0) Seed(box);
-  if (mPass == 1) EmptyInside(box);
-  if (mPass == 3) Negate(box);
-}
-
-void DensityToLevelset::Seed(const CellBox& box) {
-  EGrid<double>& phi = *mLevelSet->GetGridForWrite(0);
-  const EGrid<double>& density = *mSource->GetGrid(0);
+  Grid<bool> inside(grid->Dims(), kFlagKind);
+  if (!inside.mData) return false;
+  EGrid<double>& phi = *grid;
+  const EGrid<double>& density = *source;
   const double far = mLevelSet->mInitial, near = -double{phi.mLayout.halfCell};
-  Grid<bool>& inside = *mInside;
-  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-    const i32 i = phi.Index(x, y, z);
+  ForEachInner(phi, [&](i32 i) {
     inside[i] = density[i] >= mThreshold;
     phi[i] = inside[i] ? near : far;
   });
-}
-
-void DensityToLevelset::EmptyInside(const CellBox& box) {
-  EGrid<double>& phi = *mLevelSet->GetGridForWrite(0);
-  const double far = mLevelSet->mInitial;
   const i32 ny = phi.mNx, nz = phi.mSlice;
-  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-    const bool* f = mInside->mData + phi.Index(x, y, z);
-    if (f[1] && f[-1] && f[ny] && f[-ny] && f[nz] && f[-nz]) phi(x, y, z) = far;
+  ForEachInner(phi, [&](i32 i) {
+    const bool* f = inside.mData + i;
+    if (f[1] && f[-1] && f[ny] && f[-ny] && f[nz] && f[-nz]) phi[i] = far;
   });
-}
-
-void DensityToLevelset::Negate(const CellBox& box) {
-  EGrid<double>& phi = *mLevelSet->GetGridForWrite(0);
-  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-    const i32 i = phi.Index(x, y, z);
-    if ((*mInside)[i] && phi[i] >= 0) phi[i] = -phi[i];
+  FastSweeper<double>(phi, thread).Run(true, 1);
+  if (!mSigned) return true;
+  ForEachInner(phi, [&](i32 i) {
+    if (inside[i] && phi[i] >= 0) phi[i] = -phi[i];
   });
-}
-
-void DensityToLevelset::Finish() {
-  if (mPass == mPassCount - 1) mInside.reset();
-}
-
-bool DensityToLevelset::Run(host::HostThread* thread) {
-  bool worked = false;
-  while (NextPass()) {
-    Prepare();
-    worked = Has(FLAG_ACTIVE);
-    if (worked && mPass == 2) {
-      // The sweeps bring workers of their own.
-      FastSweeper<double>(*mLevelSet->GetGridForWrite(0), thread).Run(true, 1);
-    } else if (worked) {
-      RunShares(host::ThreadCount(), thread,
-                [&](const EvaluationThreadData& share) { Evaluate(share); });
-    }
-    Finish();
-  }
-  return worked;
+  return true;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

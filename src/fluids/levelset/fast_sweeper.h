@@ -1,7 +1,7 @@
 // Distances that spread over a grid from the samples that know theirs.
 #pragma once
-#include "grids/control_thread.h"
 #include "grids/egrid.h"
+#include "host/worker_pool.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 

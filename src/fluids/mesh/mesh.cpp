@@ -83,8 +83,8 @@ void Mesh::GetCategories(u32& mask) const {
   if (mTagPresent) mask |= kCategoryActiveVolume;
 }
 
-bool Mesh::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
+bool Mesh::ReadParameters() {
+  if (!iObject::ReadParameters()) return false;
   return true;
 }
 
@@ -232,7 +232,7 @@ void Mesh::UpdateVertexVelocities(bool isStep) {
   for (std::size_t i = 0; i < now.size(); ++i) velocity[i] = (now[i] - before[i]) * rate;
 }
 
-void Mesh::Prepare(void*) {
+void Mesh::Prepare() {
   if (!IsDirty()) return;
   if (!mObject) {
     Deactivate("it links no polygon object; name one under 'object'");

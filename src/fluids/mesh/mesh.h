@@ -22,21 +22,18 @@ class Mesh : public iObject {
  public:
   Mesh() = default;
   Mesh(host::BaseNode* node, Scene* scene);
-  Mesh(const Mesh&) = default;
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   void GetCategories(u32& mask) const override;
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   bool ResolveLinks() override;
   bool AfterLinks() override;
   void CheckDirty() override;
   bool IsDirty() const override;
   void Reset() override;
   void Release(bool full) override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Persist(StateArchive& archive) override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<Mesh>(*this); }
 
   /// Brings the host's polygons into the record: 0 nothing could be read, 1 read, 2 the counts
   /// changed.

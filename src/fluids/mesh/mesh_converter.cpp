@@ -2,88 +2,70 @@
 
 #include <algorithm>
 
-#include "grids/run_shares.h"
-#include "grids/split.h"
+#include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using host::Polygon;
 
-void MeshConverter::Convert(i32 threads) {
-  while (NextStep()) {
-    Begin(threads);
-    RunShares(threads, nullptr, [&](const EvaluationThreadData& share) { Run(share); });
-  }
-}
+namespace {
+constexpr i32 kBlock = 2048;  // points or polygons
+i32 BlocksOf(std::size_t items) { return static_cast<i32>((items + kBlock - 1) / kBlock); }
+}  // namespace
 
-bool MeshConverter_HostToSTL::AnyMoved() const {
-  return std::find(mHasMoved.begin(), mHasMoved.end(), 1) != mHasMoved.end();
-}
-
-bool MeshConverter_HostToSTL::NextStep() {
-  if (mStep == kBox || (mStep == kVertices && !HasChanged())) return false;
-  ++mStep;
-  if (mStep == kTriangles && !mRebuild) ++mStep;
-  return true;
-}
-
-void MeshConverter_HostToSTL::Begin(i32 workers) {
-  if (mStep == kVertices) {
-    Split(workers);
-  } else if (mStep == kTriangles) {
+void MeshConverter_HostToSTL::Convert(i32 threads) {
+  Resize();
+  WriteVertices(threads);
+  if (!HasChanged()) return;
+  if (mRebuild) {
     mMesh.mUvs.clear();
     if (mGeometry.uvs.size() == mGeometry.polygons.size())
       mMesh.mUvs.resize(3 * static_cast<std::size_t>(mMesh.GetTriangleCount()));
+    ForEachBlock(BlocksOf(mGeometry.polygons.size()), threads,
+                 [&](i32 block) { WriteTriangles(block); });
+    WriteQuadMap();
   }
+  WriteNormals();
+  mMesh.UpdateBounds();
 }
 
-void MeshConverter_HostToSTL::Split(i32 workers) {
+void MeshConverter_HostToSTL::Resize() {
   const i32 points = static_cast<i32>(mGeometry.points.size());
   const i32 polygons = static_cast<i32>(mGeometry.polygons.size());
-  SplitCount(mFirstPoint, mLastPoint, points, 0, workers);
-  SplitCount(mFirstPolygon, mLastPolygon, polygons, 0, workers);
+  mFirstTriangle.resize(BlocksOf(mGeometry.polygons.size()));
   i32 triangles = 0;
-  for (i32 w = 0; w < workers; ++w) {
-    mFirstTriangle[w] = triangles;
-    for (i32 i = mFirstPolygon[w]; i < mLastPolygon[w]; ++i)
-      triangles += mGeometry.polygons[i].IsQuad() ? 2 : 1;
+  for (i32 i = 0; i < polygons; ++i) {
+    if (i % kBlock == 0) mFirstTriangle[i / kBlock] = triangles;
+    triangles += mGeometry.polygons[i].IsQuad() ? 2 : 1;
   }
   mHasQuads = triangles != polygons;
   mCountsChanged = mMesh.Resize(triangles, points);
   mRebuild = mRebuild || mCountsChanged;
 }
 
-void MeshConverter_HostToSTL::Run(const EvaluationThreadData& data) {
-  switch (mStep) {
-    case kVertices: WriteVertices(data.index); break;
-    case kTriangles:
-      WriteTriangles(data.index);
-      if (data.isLast) WriteQuadMap();
-      break;
-    case kNormals:
-      if (data.isLast) WriteNormals();
-      break;
-    case kBox:
-      if (data.isLast) mMesh.UpdateBounds();
-      break;
-    default: break;
-  }
-}
-
-void MeshConverter_HostToSTL::WriteVertices(i32 worker) {
+void MeshConverter_HostToSTL::WriteVertices(i32 threads) {
   std::vector<Vec3d>& vertices = mMesh.GetVertices();
-  for (i32 i = mFirstPoint[worker]; i < mLastPoint[worker]; ++i) {
-    const Vec3d p = (mMatrix * mGeometry.points[i]) * mWorldToSim;
-    if (p == vertices[i]) continue;
-    vertices[i] = p;
-    mHasMoved[worker] = 1;
-  }
+  const i32 points = static_cast<i32>(mGeometry.points.size());
+  mHasMoved = ReduceBlocks(
+                  BlocksOf(mGeometry.points.size()), threads, i32{0},
+                  [&](i32 block) {
+                    i32 moved = 0;
+                    for (i32 i = block * kBlock; i < std::min((block + 1) * kBlock, points); ++i) {
+                      const Vec3d p = (mMatrix * mGeometry.points[i]) * mWorldToSim;
+                      if (p == vertices[i]) continue;
+                      vertices[i] = p;
+                      moved = 1;
+                    }
+                    return moved;
+                  },
+                  [](i32 a, i32 b) { return a | b; }) != 0;
 }
 
-void MeshConverter_HostToSTL::WriteTriangles(i32 worker) {
+void MeshConverter_HostToSTL::WriteTriangles(i32 block) {
   const bool hasUvs = !mMesh.mUvs.empty();
-  i32 triangle = mFirstTriangle[worker];
-  for (i32 i = mFirstPolygon[worker]; i < mLastPolygon[worker]; ++i) {
+  i32 triangle = mFirstTriangle[block];
+  const i32 polygons = static_cast<i32>(mGeometry.polygons.size());
+  for (i32 i = block * kBlock; i < std::min((block + 1) * kBlock, polygons); ++i) {
     const Polygon& p = mGeometry.polygons[i];
     const auto write = [&](i32 b, i32 c, int cornerB, int cornerC) {
       mMesh.GetTriangles()[triangle] = {p.a, b, c};

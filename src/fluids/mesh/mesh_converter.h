@@ -1,29 +1,15 @@
-// From host geometry to triangle meshes, on several threads.
+// From host geometry to triangle meshes.
 #pragma once
-#include <array>
+#include <vector>
 
 #include "fluids/mesh/tri_mesh.h"
-#include "grids/work_data.h"
 #include "host/polygon_object.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// A conversion in steps: `NextStep` and `Begin` on one thread, then `Run` on each worker.
-class MeshConverter {
- public:
-  virtual ~MeshConverter() = default;
-  /// Goes to the next step; false when the conversion is over.
-  virtual bool NextStep() = 0;
-  virtual void Begin(i32 workers) = 0;
-  virtual void Run(const EvaluationThreadData& data) = 0;
-
-  /// All steps on at most `threads` workers.
-  void Convert(i32 threads);
-};
-
 /// Reads a polygon object into a mesh: first the vertices, then, where it must, the triangles with
 /// their uvs and the map of quads, then the normals, then the box.
-class MeshConverter_HostToSTL : public MeshConverter {
+class MeshConverter_HostToSTL {
  public:
   /// `mesh` holds what was read last, and with `polygonsChanged` other polygons than the object's.
   MeshConverter_HostToSTL(const host::PolygonObject& object, const Matrix& matrix,
@@ -34,20 +20,19 @@ class MeshConverter_HostToSTL : public MeshConverter {
         mRebuild(polygonsChanged),
         mMesh(mesh) {}
 
-  bool NextStep() override;
-  void Begin(i32 workers) override;
-  void Run(const EvaluationThreadData& data) override;
+  /// The whole conversion on at most `threads` workers. Nothing but the vertices is looked at where
+  /// none of them moved.
+  void Convert(i32 threads);
 
   /// A vertex moved, or the triangles were rebuilt.
-  bool HasChanged() const { return mRebuild || AnyMoved(); }
+  bool HasChanged() const { return mRebuild || mHasMoved; }
   bool HaveCountsChanged() const { return mCountsChanged; }
 
  private:
-  enum Step : i32 { kBefore = -1, kVertices, kTriangles, kNormals, kBox };
-  bool AnyMoved() const;
-  void Split(i32 workers);
-  void WriteVertices(i32 worker);
-  void WriteTriangles(i32 worker);
+  /// Makes room, and finds where the triangles of each block of polygons begin.
+  void Resize();
+  void WriteVertices(i32 threads);
+  void WriteTriangles(i32 block);
   void WriteQuadMap();
   void WriteNormals();
 
@@ -56,13 +41,10 @@ class MeshConverter_HostToSTL : public MeshConverter {
   Vec3d mWorldToSim;
   bool mRebuild;
   TriMeshSTL& mMesh;
-  i32 mStep = kBefore;
   bool mCountsChanged = false;
   bool mHasQuads = false;
-  using Table = std::array<i32, host::kMaxWorkers>;
-  Table mFirstPoint{}, mLastPoint{}, mFirstPolygon{}, mLastPolygon{};
-  Table mFirstTriangle{};                         ///< of a worker's first polygon
-  std::array<u8, host::kMaxWorkers> mHasMoved{};  ///< a vertex of the worker did
+  bool mHasMoved = false;
+  std::vector<i32> mFirstTriangle;  ///< of each block of polygons
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

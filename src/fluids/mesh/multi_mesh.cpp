@@ -56,9 +56,9 @@ void MultiMesh::GetCategories(u32& mask) const {
   if (hasTag) mask |= kCategoryActiveVolume;
 }
 
-bool MultiMesh::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
-  for (auto& [key, mesh] : mMeshes) mesh->ReadParameters(context);
+bool MultiMesh::ReadParameters() {
+  if (!iObject::ReadParameters()) return false;
+  for (auto& [key, mesh] : mMeshes) mesh->ReadParameters();
   return true;
 }
 
@@ -133,20 +133,20 @@ void MultiMesh::Persist(StateArchive& archive) {
   archive(mListChanged);
 }
 
-void MultiMesh::Prepare(void* context) {
+void MultiMesh::Prepare() {
   if (!IsDirty()) return;
   if (mMeshes.empty()) return void(Deactivate("it lists no polygon object"));
   bool any = false;
   for (auto& [key, mesh] : mMeshes) {
-    mesh->Prepare(context);
+    mesh->Prepare();
     any = any || mesh->HasTriangles();
   }
   if (!any) return void(Deactivate("none of its objects has polygons"));
   SetFlag(FLAG_ACTIVE, true);
 }
 
-void MultiMesh::Begin(void* context) {
-  for (auto& [key, mesh] : mMeshes) mesh->Begin(context);
+void MultiMesh::Begin() {
+  for (auto& [key, mesh] : mMeshes) mesh->Begin();
 }
 
 void MultiMesh::Evaluate(const EvaluationThreadData& data) {

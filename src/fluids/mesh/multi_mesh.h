@@ -14,13 +14,11 @@ class MultiMesh : public iObject {
   MultiMesh() = default;
   MultiMesh(host::BaseNode* node, Scene* scene);
   /// A copy has the node, not the meshes: it makes its own in `ResolveLinks`.
-  MultiMesh(const MultiMesh& other) : iObject(other) {}
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   /// An obstacle when its node or any of its objects carries the tag.
   void GetCategories(u32& mask) const override;
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   bool ResolveLinks() override;
   bool AfterLinks() override;
   void SetMoved(bool moved) override;
@@ -30,11 +28,10 @@ class MultiMesh : public iObject {
   void Reset() override;
   void Release(bool full) override;
   void Persist(StateArchive& archive) override;
-  void Prepare(void* context = nullptr) override;
-  void Begin(void* context = nullptr) override;
+  void Prepare() override;
+  void Begin() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<MultiMesh>(*this); }
 
   i32 GetSubMeshCount() const { return static_cast<i32>(mMeshes.size()); }
   /// The mesh at that place of the group; an index below 1 gives the first, one beyond the count

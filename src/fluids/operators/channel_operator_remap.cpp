@@ -33,18 +33,13 @@ const ParameterTable& ChannelOperator_Remap::Parameters() {
   return table;
 }
 
-bool ChannelOperator_Remap::Attach(void* channel, void* gradient) {
-  if (gradient) mGiven = *static_cast<const Gradient*>(gradient);
-  return ChannelOperator::Attach(channel);
-}
-
 void ChannelOperator_Remap::SetCurve(const SplineData& curve) {
   mGiven.knots.clear();
   for (const Vec2D<double>& knot : curve.knots)
     mGiven.knots.push_back({knot.x, {knot.y, knot.y, knot.y}});
 }
 
-void ChannelOperator_Remap::Prepare(void*) {
+void ChannelOperator_Remap::Prepare() {
   const bool hasTarget =
       (mScalar && mScalar->GetGrid(0)) || (mVectorChannel && mVectorChannel->GetGrid(0));
   if (!hasTarget) return void(Deactivate("it has no channel"));

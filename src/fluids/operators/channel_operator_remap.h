@@ -19,25 +19,18 @@ class ChannelOperator_Remap : public ChannelOperator {
 
   ChannelOperator_Remap() = default;
   ChannelOperator_Remap(host::BaseNode* node, Scene* scene) : ChannelOperator(node, scene) {}
-  ChannelOperator_Remap(const ChannelOperator_Remap&) = default;
-
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  /// Takes the channel to work on, an `iBase*`, and as second argument a `const host::Gradient*`
-  /// in the place of the node's, or null.
-  bool Attach(void* channel, void* gradient = nullptr) override;
+  /// Takes the place of the node's own ramp.
   void SetGradient(const host::Gradient& gradient) { mGiven = gradient; }
   /// A curve fills all three components.
   void SetCurve(const host::SplineData& curve);
 
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData&) override {}
   void EvaluateCells(const CellRecord* cells, i32 count, const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<ChannelOperator_Remap>(*this);
-  }
 
  private:
   bool Allows(const CellRecord& cell, i32 worker) const;

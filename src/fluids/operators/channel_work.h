@@ -3,7 +3,6 @@
 #include "fluids/fields/fire_grid_channel.h"
 #include "framework/constraint.h"
 #include "framework/scene.h"
-#include "grids/split.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 

@@ -50,12 +50,16 @@ const ParameterTable& GridCombustion::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "temperature",
               "the heat that flames give: it lifts, and it lights the next fuel", scalars)
-          .To(&GridCombustion::mTemperature),
-      LinkRow(1001, "fire", "where flames are seen", {1300029}).To(&GridCombustion::mFire),
+          .To(&GridCombustion::mTemperature)
+          .Writes(),
+      LinkRow(1001, "fire", "where flames are seen", {1300029}).To(&GridCombustion::mFire).Writes(),
       LinkRow(1002, "fuel", "what burns away; without one the fire channel shapes a flame",
               {1300027, 1300028})
-          .To(&GridCombustion::mFuel),
-      LinkRow(1003, "smoke", "soot that flames leave behind", scalars).To(&GridCombustion::mSmoke),
+          .To(&GridCombustion::mFuel)
+          .Writes(),
+      LinkRow(1003, "smoke", "soot that flames leave behind", scalars)
+          .To(&GridCombustion::mSmoke)
+          .Writes(),
       LinkRow(12, "solver", "the gas that flames blow up, so that an explosion swells",
               {1300002, 1300003, 1300004})
           .To(&GridCombustion::mSolver),
@@ -99,27 +103,9 @@ const ParameterTable& GridCombustion::Parameters() {
 GridCombustion::GridCombustion(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
 bool GridCombustion::AfterLinks() {
-  if (mSolver && mExpansion != 0) mSolver->mExpands = true;
+  if (mSolver && mExpansion != 0) mSolver->GetFlow().mExpands = true;
   return iObject::AfterLinks();
 }
-
-GridCombustion::GridCombustion(const GridCombustion& other)
-    : iObject(other),
-      mTemperature(other.mTemperature),
-      mFire(other.mFire),
-      mFuel(other.mFuel),
-      mSmoke(other.mSmoke),
-      mSolver(other.mSolver),
-      mConstraints(other.mConstraints),
-      mMode(other.mMode),
-      mBurnRate(other.mBurnRate),
-      mRatio(other.mRatio),
-      mBaseTemperature(other.mBaseTemperature),
-      mHeat(other.mHeat),
-      mSmokeAmount(other.mSmokeAmount),
-      mExpansion(other.mExpansion),
-      mTemperatureCurve(other.mTemperatureCurve),
-      mSmokeCurve(other.mSmokeCurve) {}
 
 bool GridCombustion::ResolveLinks() {
   if (!iObject::ResolveLinks()) return false;
@@ -156,7 +142,7 @@ bool GridCombustion::GatherGrids() {
 }
 
 bool GridCombustion::PlaceExpansion() {
-  mE = mSolver ? DataOf(mSolver->GetDivergenceChannel()) : nullptr;
+  mE = mSolver ? DataOf(&mSolver->GetFlow().mDivergence) : nullptr;
   if (!mE || mE->mLayout.Equals(mCellGrid->mLayout)) {
     mCellExpansion.reset();
     return true;
@@ -168,7 +154,7 @@ bool GridCombustion::PlaceExpansion() {
   return true;
 }
 
-void GridCombustion::Prepare(void*) {
+void GridCombustion::Prepare() {
   const double dt = mTime->stepDuration;
   if (dt == 0) return (void)Deactivate("the step has no length");
   if (IsPlayed(mTemperature, mFire, mFuel, mSmoke)) return (void)Deactivate(kPlayedReason);
@@ -180,8 +166,7 @@ void GridCombustion::Prepare(void*) {
   mSmokeStep = mSmokeAmount * dt;
   mAgeSpan = 1 - mThreshold;
   mTemperatureSpan = mT->mRangeMax - mT->mRangeMin;
-  if (!SplitZ(mBoxes, mCellGrid->Dims(), false, mScene->mThreadCount))
-    return (void)Deactivate("its grids have no inner cells");
+  if (mCellGrid->mNz < 3) return (void)Deactivate("its grids have no inner cells");
   mIsConstrained = !mConstraints.IsEmpty();
   mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);
@@ -189,7 +174,7 @@ void GridCombustion::Prepare(void*) {
 
 void GridCombustion::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
-  const CellBox box = mBoxes[data.index];
+  const CellBox box = data.InnerLayersOf(mCellGrid->Dims());
   EGrid<double>* expansion = mCellExpansion ? mCellExpansion.get() : mE;
   for (i32 z = box.min.z; z < box.max.z && !data.TestBreak(); ++z)
     for (i32 y = box.min.y; y < box.max.y; ++y) {

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "fluids/fields/fuel_grid_channel.h"
-#include "fluids/fields/ifluid_solver.h"
+#include "fluids/flow/ifluid_solver.h"
 #include "fluids/operators/channel_work.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -14,8 +14,6 @@ class GridCombustion : public iObject {
  public:
   static constexpr i32 kTypeId = 63;
   GridCombustion(host::BaseNode* node, Scene* scene);
-  GridCombustion(const GridCombustion& other);
-
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
@@ -23,10 +21,9 @@ class GridCombustion : public iObject {
   bool AfterLinks() override;
   void CheckDirty() override;
   void Release(bool full) override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridCombustion>(*this); }
 
  private:
   /// A row of cells, by x. What isn't there is null.
@@ -66,7 +63,6 @@ class GridCombustion : public iObject {
   bool mBurnsFuel = false;
   EGrid<double>*mT = nullptr, *mF = nullptr, *mFuelGrid = nullptr, *mS = nullptr, *mE = nullptr;
   const EGrid<double>* mCellGrid = nullptr;  ///< its cells are walked
-  SlabTable mBoxes;
   double mIgnition = 0, mThreshold = 0;
   double mBurnStep = 0, mExpansionStep = 0, mSmokeStep = 0;
   double mAgeSpan = 1, mTemperatureSpan = 1;

@@ -86,10 +86,12 @@ const ParameterTable& GridCooling::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "temperature", "the heat that fades: how far up gas keeps rising",
               {1300027, 1300028, 1300029, 1300112})
-          .To(&GridCooling::mTemperature),
+          .To(&GridCooling::mTemperature)
+          .Writes(),
       LinkRow(1001, "fire", "the flames that age along with it; cells that burn keep their heat",
               {1300029})
-          .To(&GridCooling::mFire),
+          .To(&GridCooling::mFire)
+          .Writes(),
       LongRow(1004, "mode", 0, "",
               "quartic cools hot gas at once and warm gas slowly, as glowing bodies do; the others "
               "are even")
@@ -118,7 +120,7 @@ void GridCooling::CheckDirty() {
   MarkChanged(mFire);
 }
 
-void GridCooling::Prepare(void*) {
+void GridCooling::Prepare() {
   const double dt = mTime->stepDuration;
   mT = DataOf(mTemperature);
   mF = DataOf(mFire);
@@ -141,15 +143,14 @@ void GridCooling::Prepare(void*) {
     mAbove = (1 - mThreshold) / mFire->mBurnTime * dt;
     mBelow = mThreshold / mFire->mFadeTime * dt;
   }
-  if (!SplitZ(mBoxes, mT->Dims(), false, mScene->mThreadCount))
-    return (void)Deactivate("its grid has no inner cells");
+  if (mT->mNz < 3) return (void)Deactivate("its grid has no inner cells");
   mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);
 }
 
 void GridCooling::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
-  const CellBox box = mBoxes[data.index];
+  const CellBox box = data.InnerLayersOf(mT->Dims());
   const i32 n = box.max.x - box.min.x;
   std::vector<double> burns(n, 0.0);
   for (i32 z = box.min.z; z < box.max.z && !data.TestBreak(); ++z)

@@ -24,10 +24,9 @@ class GridCooling : public iObject {
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
   void CheckDirty() override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridCooling>(*this); }
 
  private:
   /// Cools the cells of a row by the weights of the constraints.
@@ -41,7 +40,6 @@ class GridCooling : public iObject {
 
   // For one step.
   EGrid<double>*mT = nullptr, *mF = nullptr;
-  SlabTable mBoxes;
   double mColdest = 0, mInvSpan = 1;
   double mFactor = 0;  ///< of the mode's rule, for a weight of 1
   double mThreshold = 0, mAbove = 0, mBelow = 0;

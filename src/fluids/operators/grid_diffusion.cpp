@@ -115,7 +115,8 @@ const ParameterTable& GridDiffusion::Parameters() {
   static const ParameterTable table = {
       LinkRow(1003, "channel", "what gets soft edges", ChannelKinds())
           .To(&GridDiffusion::mScalar)
-          .To(&GridDiffusion::mVector),
+          .To(&GridDiffusion::mVector)
+          .Writes(),
       LongRow(1005, "mode", 1, "",
               "how it blurs: gaussian wide and even, the others between neighbours")
           .Choices({{0, "gaussian"}, {1, "smooth"}, {2, "grow"}})
@@ -137,16 +138,8 @@ GridDiffusion::GridDiffusion(BaseNode* node, Scene* scene) : iObject(node, scene
   mPassCount = 3;
 }
 
-GridDiffusion::GridDiffusion(const GridDiffusion& other)
-    : iObject(other),
-      mScalar(other.mScalar),
-      mVector(other.mVector),
-      mMode(other.mMode),
-      mRounds(other.mRounds),
-      mStrengthPerSecond(other.mStrengthPerSecond) {}
-
-bool GridDiffusion::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
+bool GridDiffusion::ReadParameters() {
+  if (!iObject::ReadParameters()) return false;
   const bool isGaussian = mMode == static_cast<i32>(DiffusionMode::Gaussian);
   mStrengthPerSecond = isGaussian ? mStrengthRow / GetDomain().worldCell.x : mStrengthRow;
   return true;
@@ -233,7 +226,7 @@ bool GridDiffusion::MakeWorkGrids(i32 count, const EGrid<double>& like) {
   return true;
 }
 
-void GridDiffusion::Prepare(void*) {
+void GridDiffusion::Prepare() {
   EGrid<double>* grid = Component(mComponent);
   if (!Channel()) return (void)Deactivate("it has no channel");
   if (mTime->stepDuration == 0) return (void)Deactivate("the step has no length");
@@ -241,8 +234,7 @@ void GridDiffusion::Prepare(void*) {
   if (!grid) return (void)Deactivate("its channel has no grid");
   const bool isGaussian = mMode == static_cast<i32>(DiffusionMode::Gaussian);
   if (!MakeWorkGrids(isGaussian ? 2 : 1, *grid)) return;
-  if (!SplitZ(mBoxes, grid->Dims(), false, mScene->mThreadCount))
-    return (void)Deactivate("its channel has no inner cells");
+  if (grid->mNz < 3) return (void)Deactivate("its channel has no inner cells");
   const i32 threads = mScene->mThreadCount;
   mRangeMax = grid->mRangeMax;
   // Variances add up over the steps, and the variance of a blur is the square of its width.
@@ -277,20 +269,22 @@ void GridDiffusion::Prepare(void*) {
 
 void GridDiffusion::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
-  const CellBox box = mBoxes[data.index];
-  if (box.IsEmpty()) return;
   if (mMode != static_cast<i32>(DiffusionMode::Gaussian)) {
+    const CellBox box = data.InnerLayersOf(mTarget->Dims());
     for (i32 z = box.min.z; z < box.max.z && !data.TestBreak(); ++z)
       for (i32 y = box.min.y; y < box.max.y; ++y) SmoothRow(y, z, box);
     return;
   }
   // The axis of the pass runs inside the other one, so that the rows of the taps stay at hand.
-  std::vector<double> sum(box.max.x - box.min.x);
+  const CellBox box{{1, 1, 1}, mTarget->Dims() - VecInt3D{1, 1, 1}};
+  std::vector<double> sum(std::max(box.max.x - box.min.x, 0));
   if (mPass == 2) {
-    for (i32 y = box.min.y; y < box.max.y && !data.TestBreak(); ++y)
+    const IndexRange own = data.ItemsOf(box.min.y, box.max.y);
+    for (i32 y = own.first; y < own.last && !data.TestBreak(); ++y)
       for (i32 z = box.min.z; z < box.max.z; ++z) BlurRow(y, z, box, sum.data());
   } else {
-    for (i32 z = box.min.z; z < box.max.z && !data.TestBreak(); ++z)
+    const IndexRange own = data.ItemsOf(box.min.z, box.max.z);
+    for (i32 z = own.first; z < own.last && !data.TestBreak(); ++z)
       for (i32 y = box.min.y; y < box.max.y; ++y) BlurRow(y, z, box, sum.data());
   }
 }

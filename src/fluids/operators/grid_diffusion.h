@@ -18,20 +18,17 @@ class GridDiffusion : public iObject {
  public:
   static constexpr i32 kTypeId = 100;
   GridDiffusion(host::BaseNode* node, Scene* scene);
-  GridDiffusion(const GridDiffusion& other);
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool NextPass() override;
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   bool ResolveLinks() override;
   void CheckDirty() override;
   void Reset() override;
   void Release(bool full) override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridDiffusion>(*this); }
 
   /// Weights of the taps -half..half of a Gaussian exp(-k^2 / s^2) for a strength of `s` cells,
   /// with a sum of 1. Taps further out than `reach` are left out.
@@ -61,7 +58,6 @@ class GridDiffusion : public iObject {
   EGrid<double>* mTarget = nullptr;
   std::unique_ptr<EGrid<double>> mWork[2];  ///< kept for the next step
   double mRangeMax = 0;
-  SlabTable mBoxes;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -46,7 +46,8 @@ const ParameterTable& GridDissipate::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "channel", "what fades away", ChannelKinds())
           .To(&GridDissipate::mScalar)
-          .To(&GridDissipate::mVector),
+          .To(&GridDissipate::mVector)
+          .Writes(),
       RealRow(1001, "rate", 0.04, "1/s^2",
               "how quickly smoke thins out: share of the range, times the square of the step's "
               "length, per substep")
@@ -83,14 +84,13 @@ bool GridDissipate::GatherGrids() {
   return true;
 }
 
-void GridDissipate::Prepare(void*) {
+void GridDissipate::Prepare() {
   const double dt = mTime->stepDuration;
   if (dt == 0) return (void)Deactivate("the step has no length");
   if (IsPlayed(mScalar, mVector)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids()) return;
   mAmount = (mGrids[0]->mRangeMax - mGrids[0]->mRangeMin) * mRate * dt;
-  if (!SplitZ(mBoxes, mGrids[0]->Dims(), false, mScene->mThreadCount))
-    return (void)Deactivate("its channel has no inner cells");
+  if (mGrids[0]->mNz < 3) return (void)Deactivate("its channel has no inner cells");
   mIsConstrained = !mConstraints.IsEmpty();
   mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);
@@ -98,7 +98,7 @@ void GridDissipate::Prepare(void*) {
 
 void GridDissipate::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
-  const CellBox box = mBoxes[data.index];
+  const CellBox box = data.InnerLayersOf(mGrids[0]->Dims());
   for (i32 z = box.min.z; z < box.max.z && !data.TestBreak(); ++z)
     for (i32 y = box.min.y; y < box.max.y; ++y) {
       const Row row{box.min.x, y, z, box.max.x - box.min.x, static_cast<u32>(data.index)};

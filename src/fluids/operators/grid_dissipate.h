@@ -15,10 +15,9 @@ class GridDissipate : public iObject {
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
   void CheckDirty() override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<GridDissipate>(*this); }
 
  private:
   /// A row of the box of a worker, by its first cell.
@@ -39,7 +38,6 @@ class GridDissipate : public iObject {
 
   // For one step.
   EGrid<double>* mGrids[3] = {};
-  SlabTable mBoxes;
   double mAmount = 0;
   bool mIsConstrained = false;
 };

@@ -62,7 +62,8 @@ const ParameterTable& GridVariableDensity::Parameters() {
               "its affects_bounds, and link it as the solver's density_channel",
               ChannelKinds())
           .To(&GridVariableDensity::mScalar)
-          .To(&GridVariableDensity::mVector),
+          .To(&GridVariableDensity::mVector)
+          .Writes(),
       LinkRow(1001, "admixture", "how much of the other gas a cell holds, 0..1", scalars)
           .To(&GridVariableDensity::mAdmixture),
       LinkRow(1002, "temperature", "heat that makes gas lighter, in degrees above 294 K", scalars)
@@ -113,17 +114,16 @@ bool GridVariableDensity::GatherGrids() {
   return true;
 }
 
-void GridVariableDensity::Prepare(void*) {
+void GridVariableDensity::Prepare() {
   if (IsPlayed(mScalar, mVector)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids()) return;
-  if (!SplitZ(mBoxes, mTargets[0]->mLayout.dims, false, mScene->mThreadCount))
-    return (void)Deactivate("its target has no inner cells");
+  if (mTargets[0]->mLayout.dims.z < 3) return (void)Deactivate("its target has no inner cells");
   SetFlag(FLAG_ACTIVE, true);
 }
 
 void GridVariableDensity::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
-  const CellBox box = mBoxes[data.index];
+  const CellBox box = data.InnerLayersOf(mTargets[0]->mLayout.dims);
   if (box.IsEmpty()) return;
   if (!IsStaggered()) return AddToCells(box);
   for (i32 axis = 0; axis < 3; ++axis) AddToFaces(box, axis);

@@ -16,12 +16,9 @@ class GridVariableDensity : public iObject {
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
   void CheckDirty() override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<GridVariableDensity>(*this);
-  }
 
  private:
   bool GatherGrids();
@@ -43,7 +40,6 @@ class GridVariableDensity : public iObject {
   // For one step.
   EGrid<double>* mTargets[3] = {};
   const EGrid<double>*mM = nullptr, *mT = nullptr;
-  SlabTable mBoxes;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -49,8 +49,8 @@ const ParameterTable& MeshCurvatureOperator::Parameters() {
   return table;
 }
 
-void MeshCurvatureOperator::Prepare(void* context) {
-  MeshOperator::Prepare(context);
+void MeshCurvatureOperator::Prepare() {
+  MeshOperator::Prepare();
   if (!Has(FLAG_ACTIVE)) return;
   mTopology.Build(*mRecord);
   mCurvature.assign(mRecord->GetVertexCount(), 0.0);

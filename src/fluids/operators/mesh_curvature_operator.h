@@ -16,19 +16,13 @@ class MeshCurvatureOperator : public MeshOperator {
   MeshCurvatureOperator(host::BaseNode* node, Scene* scene) : MeshOperator(node, scene) {
     mPassCount = 2;
   }
-  MeshCurvatureOperator(const MeshCurvatureOperator& other)
-      : MeshOperator(other), mSmooth(other.mSmooth) {}
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   /// Only smoothing asks for a second pass.
   bool IsIterative() const override { return mSmooth; }
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<MeshCurvatureOperator>(*this);
-  }
 
  private:
   Vec3d CurvatureNormal(i32 vertex, double& area) const;

@@ -11,7 +11,8 @@ ParameterTable MeshOperator::Rows(ParameterTable own) {
   own.insert(own.begin(),
              {LinkRow(1000, "target", "the mesh that is changed, or the volume whose mesh is meant",
                       {1300143, 1028106})
-                  .To(&MeshOperator::mTarget),
+                  .To(&MeshOperator::mTarget)
+                  .Writes(),
               LinkRow(1001, "duration", "when it works, and how strongly", {1028240})
                   .To(&MeshOperator::mDuration)});
   return own;
@@ -43,15 +44,13 @@ void MeshOperator::CheckDirty() {
 
 bool MeshOperator::IsDirty() const { return Has(FLAG_DIRTY) && (!mTime || mTime->substep < 2); }
 
-void MeshOperator::Prepare(void*) {
+void MeshOperator::Prepare() {
   if (!mRecord) return void(Deactivate("it links no mesh"));
   if (mMesh && !mMesh->Has(FLAG_ENABLED)) return void(Deactivate("its mesh is switched off"));
   mWeight = 1;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, mWeight))
     return void(Deactivate("its time window is closed"));
-  const i32 threads = mScene ? mScene->mThreadCount : 1;
-  if (!SplitCount(mFirst, mLast, mRecord->GetVertexCount(), 0, threads))
-    return void(Deactivate("its mesh has no vertices"));
+  if (mRecord->GetVertexCount() == 0) return void(Deactivate("its mesh has no vertices"));
   mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);
 }

@@ -6,7 +6,6 @@
 #include "fluids/mesh/topology.h"
 #include "framework/constraint.h"
 #include "framework/duration.h"
-#include "grids/split.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -17,21 +16,13 @@ class MeshOperator : public iObject {
  public:
   MeshOperator() = default;
   MeshOperator(host::BaseNode* node, Scene* scene) : iObject(node, scene) {}
-  /// A copy has the links, nothing of a run.
-  MeshOperator(const MeshOperator& other)
-      : iObject(other),
-        mMesh(other.mMesh),
-        mRecord(other.mRecord),
-        mDuration(other.mDuration),
-        mConstraints(other.mConstraints) {}
-
   ConstraintList* Constraints() override { return &mConstraints; }
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
   bool IsDirty() const override;
   /// Makes the operator ready for its target; inactive where it has none.
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Finish() override;
 
  protected:
@@ -43,7 +34,8 @@ class MeshOperator : public iObject {
   template <class F>
   void ForEachVertex(const EvaluationThreadData& data, const std::vector<Vec3d>& places,
                      F&& f) const {
-    for (i32 v = mFirst[data.index]; v < mLast[data.index]; ++v) {
+    const IndexRange own = data.ItemsOf(0, mRecord->GetVertexCount());
+    for (i32 v = own.first; v < own.last; ++v) {
       double weight = mWeight;
       if (!mConstraints.IsEmpty() && !mConstraints.Test(places[v], weight, this, data.index))
         continue;
@@ -58,9 +50,6 @@ class MeshOperator : public iObject {
   ConstraintList mConstraints;
   double mWeight = 1;
   Topology mTopology;  ///< from `Prepare` to `Finish`
-
- private:
-  std::array<i32, host::kMaxWorkers> mFirst{}, mLast{};  ///< vertices of each worker
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -39,8 +39,8 @@ const ParameterTable& MeshSmoothingOperator::Parameters() {
   return table;
 }
 
-void MeshSmoothingOperator::Prepare(void* context) {
-  MeshOperator::Prepare(context);
+void MeshSmoothingOperator::Prepare() {
+  MeshOperator::Prepare();
   if (!Has(FLAG_ACTIVE)) return;
   mRound = 0;
   mTopology.Build(*mRecord);

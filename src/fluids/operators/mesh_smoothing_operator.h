@@ -11,19 +11,13 @@ class MeshSmoothingOperator : public MeshOperator {
  public:
   MeshSmoothingOperator() = default;
   MeshSmoothingOperator(host::BaseNode* node, Scene* scene) : MeshOperator(node, scene) {}
-  MeshSmoothingOperator(const MeshSmoothingOperator& other)
-      : MeshOperator(other), mIterations(other.mIterations) {}
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   /// One pass for each iteration, with the positions that it starts from.
   bool NextPass() override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<MeshSmoothingOperator>(*this);
-  }
 
  private:
   i32 mIterations = 1;

@@ -2,8 +2,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-void MeshVertexNormalsOperator::Prepare(void* context) {
-  MeshOperator::Prepare(context);
+void MeshVertexNormalsOperator::Prepare() {
+  MeshOperator::Prepare();
   if (!Has(FLAG_ACTIVE)) return;
   const std::vector<Vec3d>& x = mRecord->GetVertices();
   mSums.assign(x.size(), {});

@@ -16,12 +16,9 @@ class MeshVertexNormalsOperator : public MeshOperator {
 
   i32 GetTypeId() const override { return kTypeVertexNormals; }
   void SetRecord(TriMeshSTL* record) { mRecord = record; }
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<MeshVertexNormalsOperator>(*this);
-  }
 
  private:
   std::vector<Vec3d> mSums;  ///< of the unit normals round each vertex

@@ -7,13 +7,6 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-bool Grid_CGSolver::ReadParameters(void* context) {
-  if (!ConjugateGradients::ReadParameters(context)) return false;
-  mMinDiagonalRatio = mInterface.GetReal(1045);
-  mModification = mInterface.GetReal(1046);
-  return true;
-}
-
 void Grid_CGSolver::Release(bool full) {
   ConjugateGradients::Release(full);
   if (!full) return;
@@ -21,7 +14,7 @@ void Grid_CGSolver::Release(bool full) {
   mProgressCount = 0;
 }
 
-void Grid_CGSolver::Prepare(void*) {
+void Grid_CGSolver::Prepare() {
   if (!PrepareIteration()) return;
   if (mProgressCount < SlabCount()) {
     mProgressCount = SlabCount();

@@ -18,10 +18,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class Grid_CGSolver : public ConjugateGradients {
  public:
   Grid_CGSolver() : ConjugateGradients(kArrays) {}
-  Grid_CGSolver(const Grid_CGSolver&) : Grid_CGSolver() {}
-  bool ReadParameters(void* context = nullptr) override;
   void Release(bool full) override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
 
   void AddToElement(i32 row, i32 column, double value) { mMatrix.AddToElement(row, column, value); }
   /// The inverse squares of the factor's diagonal, made by `Solve`; 0 in rows without entries.

@@ -22,25 +22,18 @@ void Grid_GaussSolver::Release(bool full) {
   mChanges = {};
 }
 
-void Grid_GaussSolver::Prepare(void*) {
+void Grid_GaussSolver::Prepare() {
   mSolving = false;
   if (!PrepareSystem()) return;
-  mLoopBackPass = 1;
-  mLoopRounds = std::min(mAccuracy.maxIterations, std::numeric_limits<i32>::max() - 1) + 1;
-  mLoopRound = 0;
-  mPass = -1;
   mIterations = 0;
   mChange = 0;
   mSnapshots.resize(static_cast<std::size_t>(4) * BlockCount() * mDims.x * mDims.y);
   mChanges.assign(BlockCount(), 0.0);
 }
 
-bool Grid_GaussSolver::NextPass() {
-  if (!iObject::NextPass()) return false;
-  if (mChange >= mAccuracy.tolerance) return true;
-  mPass = -1;
-  mLoopRound = 0;
-  return false;
+bool Grid_GaussSolver::WantsSweep() const {
+  return mHasSystem && mIterations < i64{mAccuracy.maxIterations} + 2 &&
+         mChange >= mAccuracy.tolerance && !IsCancelled();
 }
 
 std::pair<i32, i32> Grid_GaussSolver::LayersOf(i32 block) const {

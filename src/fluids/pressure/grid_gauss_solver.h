@@ -17,15 +17,14 @@ class Grid_GaussSolver : public LatticeSolver {
  public:
   static constexpr i32 kBlockLayers = 8;
 
-  Grid_GaussSolver() : LatticeSolver(kFirstOwn) { mPassCount = 1; }
-  Grid_GaussSolver(const Grid_GaussSolver&) : Grid_GaussSolver() {}
+  Grid_GaussSolver() : LatticeSolver(kFirstOwn) {}
   void Reset() override;
   /// Drops the system; the pressures stay unless `full`.
   void Release(bool full) override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   /// Asked after every sweep: true for another one, as long as a pressure changed by the tolerance
   /// or more and the limit isn't reached, which is two sweeps above the parameter's number.
-  bool NextPass() override;
+  bool WantsSweep() const;
 
   /// One sweep over all cells 1 to n-2; returns the largest change of a pressure, 0 when the user
   /// broke off.

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "fluids/pressure/projection_kernels.h"
-#include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
@@ -21,15 +20,6 @@ constexpr double kSqueezeCells = 8;    // the least volume of a room, in cells
 
 }  // namespace
 
-Grid_Incompressibility::Grid_Incompressibility(const Grid_Incompressibility& other)
-    : iObject(other), mLinearSolver(other.mLinearSolver), mDensity(other.mDensity) {
-  mCG.mAccuracy = other.mCG.mAccuracy;
-  mCG.mModification = other.mCG.mModification;
-  mCG.mMinDiagonalRatio = other.mCG.mMinDiagonalRatio;
-  mGauss.mAccuracy = other.mGauss.mAccuracy;
-  mMultigrid.mAccuracy = other.mMultigrid.mAccuracy;
-}
-
 LatticeSolver& Grid_Incompressibility::Used() {
   return *LinearSolvers()[std::clamp(mLinearSolver, 0, 2)];
 }
@@ -38,37 +28,19 @@ i32 Grid_Incompressibility::Threads() const {
   return mScene ? mScene->mThreadCount : host::ThreadCount();
 }
 
-bool Grid_Incompressibility::ReadParameters(void* context) {
-  if (!iObject::ReadParameters(context)) return false;
-  mLinearSolver = mInterface.GetLong(1020);
-  mDensity = mInterface.GetReal(1001);
-  mMinTheta = 0.01;
+void Grid_Incompressibility::SetAccuracy(const SolverAccuracy& accuracy, double modification,
+                                         double minDiagonalRatio) {
   for (LatticeSolver* solver : LinearSolvers()) {
-    if (solver->Node() != Node()) solver->Rebind(Node(), mScene);
-    solver->ReadParameters();
-    solver->SetFlag(FLAG_ENABLED, true);
+    solver->Rebind(nullptr, mScene);
+    solver->mAccuracy = accuracy;
   }
-  return true;
-}
-
-bool Grid_Incompressibility::ResolveLinks() {
-  if (!iObject::ResolveLinks() || !mSolver) return false;
-  mDuration = dynamic_cast<Duration*>(
-      mScene->FindObject(mInterface.GetLink(1307), kListAuxiliary, kBitAny, kBitAny));
-  mDensityChannel = dynamic_cast<ScalarField*>(
-      mScene->FindObject(mInterface.GetLink(1000), kListChannels, kBitScalar, kBitAny));
-  CollectObstacles(*mScene, mBodies);
-  std::erase_if(mBodies, [](const VolumeBase* body) {
-    return body->GetMesh() && body->GetMesh()->IsStatic();
-  });
-  return !mBodies.empty();
+  mCG.mModification = modification;
+  mCG.mMinDiagonalRatio = minDiagonalRatio;
 }
 
 void Grid_Incompressibility::ClearLinks() {
-  mSolver = nullptr;
   mDensityChannel = nullptr;
   mDuration = nullptr;
-  mBodies.clear();
   for (LatticeSolver* solver : LinearSolvers()) solver->Release(false);
   iObject::ClearLinks();
 }
@@ -86,36 +58,26 @@ void Grid_Incompressibility::Release(bool full) {
   for (LatticeSolver* solver : LinearSolvers()) solver->Release(full);
 }
 
-bool Grid_Incompressibility::NextPass() {
-  if (mPass == kSolve && mLinearSolver == 1 && Has(FLAG_ACTIVE)) {
-    if (mGauss.NextPass()) return true;
-    mReports.push_back({mGauss.mIterations, mGauss.MeasureResidual()});
-    mLargestRhs = 0;  // measured just now
-  }
-  const bool more = iObject::NextPass();
-  if (mPass == kBalance && Has(FLAG_ACTIVE)) BalanceRegions();
-  return more;
-}
-
-bool Grid_Incompressibility::GatherFields(ProjectionFields& fields) const {
-  if (!mSolver) return false;
-  const Grid_VolumeFractions& fractions = mSolver->mFractions;
+bool Grid_Incompressibility::GatherFields(ProjectionFields& fields) {
+  if (!mFlow) return false;
+  const Grid_VolumeFractions& fractions = mFlow->mFractions;
   for (i32 axis = 0; axis < 3; ++axis) {
-    fields.velocity[axis] = mSolver->mVelocity.GetGrid(axis);
+    fields.velocity[axis] = mFlow->mVelocity.GetGrid(axis);
     fields.open[axis] = fractions.HasField(axis, 1) ? fractions.GetRead(axis, 1) : nullptr;
     if (!fields.velocity[axis] || !fields.open[axis]) return false;
   }
   fields.openCell = fractions.HasField(0, 0) ? fractions.GetRead(0, 0) : nullptr;
-  fields.source = mSolver->mDivergence.GetGrid(0);
-  fields.density = mDensityChannel ? mDensityChannel->GetGrid(0) : nullptr;
+  fields.source = mFlow->mDivergence.GetGrid(0);
+  mDensities.Bind(mDensityChannel ? mDensityChannel->GetGrid(0) : nullptr, *mFlow->GetLayout());
+  fields.density = mDensities.Grid();
   fields.dt = mTime ? mTime->stepDuration : 0;
   return fields.openCell && fields.dt > 0;
 }
 
 void Grid_Incompressibility::GatherMovingBodies(std::vector<MovingBody>& bodies) const {
-  for (const VolumeBase* body : mBodies) {
+  for (const VolumeBase* body : mFlow->mBoundary.mObstacles) {
     const Mesh* mesh = body->GetMesh();
-    if (!body->Has(FLAG_ENABLED) || !mesh || !body->HasGridData()) continue;
+    if (!body->Has(FLAG_ENABLED) || !mesh || mesh->IsStatic() || !body->HasGridData()) continue;
     MovingBody moving{body, {}, {}, {}};
     mesh->GetCentre(moving.centre);
     mesh->GetVelocities(moving.linear, moving.angular);
@@ -150,20 +112,34 @@ bool Grid_Incompressibility::PrepareSystem() {
   return true;
 }
 
-void Grid_Incompressibility::Prepare(void*) {
+bool Grid_Incompressibility::Project() {
   double weight = 1;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && mTime &&
-      !mDuration->Weight(mTime->elapsed, weight)) {
-    Deactivate("its duration is over");
-    return;
-  }
-  if (mPass == kCouple) PrepareSystem();
-  if (mPass == kSolve && Has(FLAG_ACTIVE)) Solve();
+      !mDuration->Weight(mTime->elapsed, weight))
+    return Deactivate("its duration is over");
+  if (!PrepareSystem()) return false;
+  const auto forEachLayer = [&](void (Grid_Incompressibility::*work)(const CellBox&)) {
+    ForEachBlock(mCells.z, Threads(), [&](i32 z) {
+      (this->*work)({{0, 0, z}, {mCells.x, mCells.y, z + 1}});
+    });
+  };
+  if (!mMoving.empty()) forEachLayer(&Grid_Incompressibility::AddBodyCoupling);
+  forEachLayer(&Grid_Incompressibility::BuildSystem);
+  BalanceRegions();
+  Solve();
+  forEachLayer(&Grid_Incompressibility::SubtractGradient);
+  MeasureDivergence();
+  mFields = {};
+  mDensities.Release();
+  return true;
 }
 
 void Grid_Incompressibility::Solve() {
   if (mLinearSolver == 1) {
-    mGauss.Sweep();
+    do mGauss.Sweep();
+    while (mGauss.WantsSweep());
+    mReports.push_back({mGauss.mIterations, mGauss.MeasureResidual()});
+    mLargestRhs = 0;  // measured just now
     return;
   }
   ConjugateGradients& solver =
@@ -174,27 +150,9 @@ void Grid_Incompressibility::Solve() {
   CheckSolve(solver.mEnd);
 }
 
-void Grid_Incompressibility::Evaluate(const EvaluationThreadData& block) {
-  if (!Has(FLAG_ACTIVE)) return;
-  switch (mPass) {
-    case kCouple:
-      if (!mMoving.empty()) AddBodyCoupling(block);
-      break;
-    case kBuild: BuildSystem(block); break;
-    case kUpdate: SubtractGradient(block); break;
-    default: break;
-  }
-}
-
 void Grid_Incompressibility::Persist(StateArchive& archive) {
   iObject::Persist(archive);
   archive(mDivergenceMax);  // of the last projection, which may lie frames back
-}
-
-void Grid_Incompressibility::Finish() {
-  if (mPass != kUpdate || !Has(FLAG_ACTIVE)) return;
-  MeasureDivergence();
-  mFields = {};
 }
 
 std::span<const double> Grid_Incompressibility::GetPressure() const { return Used().GetResult(); }
@@ -203,8 +161,8 @@ std::vector<ProjectionReport> Grid_Incompressibility::TakeReports() {
   return std::exchange(mReports, {});
 }
 
-void Grid_Incompressibility::BuildSystem(const EvaluationThreadData& block) {
-  const CellBox box = Clip(block.Box(), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
+void Grid_Incompressibility::BuildSystem(const CellBox& block) {
+  const CellBox box = Clip(block, {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
   const double c = mFields.dt / (mCellSize * mCellSize);
   const auto coefficient = [&](auto face) {
     for (i32 z = box.min.z; z < box.max.z; ++z) {
@@ -221,7 +179,7 @@ void Grid_Incompressibility::BuildSystem(const EvaluationThreadData& block) {
     coefficient(ConstantDensity{c / mDensity});
 }
 
-void Grid_Incompressibility::SubtractGradient(const EvaluationThreadData& block) {
+void Grid_Incompressibility::SubtractGradient(const CellBox& block) {
   const double g = mFields.dt / mCellSize;
   const std::span<const double> p = GetPressure();
   const i32 offsets[3] = {1, mCells.x, mCells.x * mCells.y};
@@ -232,7 +190,7 @@ void Grid_Incompressibility::SubtractGradient(const EvaluationThreadData& block)
       low[axis] = 1;
       high[axis] = mCells[axis];
       if (mCells[axis] < 3) continue;
-      const CellBox box = Clip(block.Box(), low, high);
+      const CellBox box = Clip(block, low, high);
       for (i32 z = box.min.z; z < box.max.z; ++z)
         for (i32 y = box.min.y; y < box.max.y; ++y) {
           const EGrid<double>& velocity = *mFields.velocity[axis];
@@ -251,9 +209,9 @@ void Grid_Incompressibility::SubtractGradient(const EvaluationThreadData& block)
     update(ConstantDensity{g / mDensity});
 }
 
-void Grid_Incompressibility::AddBodyCoupling(const EvaluationThreadData& block) {
+void Grid_Incompressibility::AddBodyCoupling(const CellBox& block) {
   const SolidPush push(mFields, mMoving);
-  const CellBox box = Clip(push.Reach(block.Box()), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
+  const CellBox box = Clip(push.Reach(block), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
   const std::span<double> rhs = Used().GetRhs();
   for (i32 z = box.min.z; z < box.max.z; ++z) {
     if (IsCancelled()) return;

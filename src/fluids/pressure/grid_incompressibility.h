@@ -5,18 +5,19 @@
 #include <string>
 #include <vector>
 
-#include "fluids/fields/channel.h"
+#include "fluids/flow/flow.h"
+#include "fluids/flow/flow_cells.h"
 #include "fluids/pressure/closed_regions.h"
 #include "fluids/pressure/grid_cg_solver.h"
 #include "fluids/pressure/grid_gauss_solver.h"
 #include "fluids/pressure/grid_multigrid_solver.h"
+#include "fluids/pressure/projection_fields.h"
 #include "fluids/pressure/solid_push.h"
 #include "framework/duration.h"
 #include "framework/iobject.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-class FluidSolver;
 class VolumeBase;
 
 /// What a projection left behind, for the statistics.
@@ -25,49 +26,30 @@ struct ProjectionReport {
   double residual = 0;  ///< largest residual that is left over the largest right-hand side
 };
 
-/// The fields that a projection works on, for one step.
-struct ProjectionFields {
-  std::array<EGrid<double>*, 3> velocity{};   ///< faces, simulation units per second
-  std::array<const EGrid<float>*, 3> open{};  ///< open fractions of faces
-  const EGrid<float>* openCell = nullptr;     ///< open fractions of cells
-  const EGrid<double>* source = nullptr;      ///< wanted divergence, cells, 1/s; may be null
-  const EGrid<double>* density = nullptr;     ///< cells; null means constant density
-  double dt = 0;                              ///< seconds
-};
-
 /// Makes the owner's velocity divergence-free on the cut cells that the face fractions tell
 /// (Batty, Bertails and Bridson 2007), and lets moving solids push the fluid.
-///
-/// The owner runs the passes: `while (NextPass()) { Prepare(); <Evaluate on workers>; Finish(); }`.
-/// `Evaluate` may be called with any z slabs of the velocity layout's cells: results don't depend
-/// on them. Pass 3, the linear solve, runs on the worker pool from `Prepare`; its `Evaluate` does
-/// nothing. With Gauss-Seidel pass 3 repeats, one sweep each.
 class Grid_Incompressibility : public iObject {
  public:
-  Grid_Incompressibility() { mPassCount = 5; }
-  Grid_Incompressibility(const Grid_Incompressibility& other);
-  bool ReadParameters(void* context = nullptr) override;
-  bool ResolveLinks() override;
   void ClearLinks() override;
   void Reset() override;
   void Release(bool full) override;
-  bool NextPass() override;
-  void Prepare(void* context = nullptr) override;
-  void Evaluate(const EvaluationThreadData& block) override;
-  void Finish() override;
   void Persist(StateArchive& archive) override;
 
-  /// Pass 1: right-hand side and matrix.
-  virtual void BuildSystem(const EvaluationThreadData& block);
-  /// Pass 4: the velocity update; each face is written by the block of the cell above it.
-  virtual void SubtractGradient(const EvaluationThreadData& block);
-  /// Entry of pass 2: makes the right-hand sides of closed regions add up to 0.
-  virtual void BalanceRegions();
-  /// Pass 0: what moving solids add to the right-hand side.
-  virtual void AddBodyCoupling(const EvaluationThreadData& block);
+  /// Projects the owner's velocity on all workers; the result doesn't depend on their number. False
+  /// outside of its duration, and where fields or memory are missing.
+  bool Project();
 
-  /// The current pass is the linear solve, which `Prepare` runs by itself.
-  bool IsSolving() const { return mPass == kSolve; }
+  // The parts of a projection, each over the cells of a block but for the balance, which looks at
+  // all.
+  /// Right-hand side and matrix.
+  virtual void BuildSystem(const CellBox& block);
+  /// Makes the right-hand sides of closed regions add up to 0.
+  virtual void BalanceRegions();
+  /// The velocity update; each face is written by the block of the cell above it.
+  virtual void SubtractGradient(const CellBox& block);
+  /// What moving solids add to the right-hand side.
+  virtual void AddBodyCoupling(const CellBox& block);
+
   /// Reports since the last call, one per projection.
   std::vector<ProjectionReport> TakeReports();
   /// Largest absolute residual, in 1/s, of the balance that the last projection solved, over the
@@ -80,20 +62,23 @@ class Grid_Incompressibility : public iObject {
   /// the place and the time.
   std::span<const std::string> Warnings() const { return mWarnings; }
 
-  FluidSolver* mSolver = nullptr;
+  /// Takes what its owner reads from a node.
+  void SetAccuracy(const SolverAccuracy& accuracy, double modification, double minDiagonalRatio);
+
+  Flow* mFlow = nullptr;
   i32 mLinearSolver = 1;  ///< 0 conjugate gradients, 1 Gauss-Seidel, 2 multigrid
   double mDensity = 1.23;
+  ScalarField* mDensityChannel = nullptr;  ///< takes the place of the constant density
+  Duration* mDuration = nullptr;           ///< outside of it nothing is projected
   Grid_CGSolver mCG;
   Grid_GaussSolver mGauss;
   Grid_MultigridSolver mMultigrid;
 
  protected:
-  enum Pass : i16 { kCouple, kBuild, kBalance, kSolve, kUpdate };
-
   enum WarningKind : u32 { kSqueezed = 1, kUnsolved = 2 };
 
   /// The owner's fields of this step; false when one is missing.
-  virtual bool GatherFields(ProjectionFields& fields) const;
+  virtual bool GatherFields(ProjectionFields& fields);
   /// The bodies that move in this step.
   virtual void GatherMovingBodies(std::vector<MovingBody>& bodies) const;
 
@@ -119,11 +104,9 @@ class Grid_Incompressibility : public iObject {
     double value;
   };
 
-  ScalarField* mDensityChannel = nullptr;
-  std::vector<VolumeBase*> mBodies;
-  Duration* mDuration = nullptr;
   double mMinTheta = 0.01;  ///< lower limit of the surface fraction in a free-surface solve
   ProjectionFields mFields;
+  CellSamples mDensities;  ///< of the density channel
   VecInt3D mCells{};
   double mCellSize = 0;
   std::vector<MovingBody> mMoving;

@@ -11,7 +11,7 @@ void Grid_MultigridSolver::Release(bool full) {
   if (full) mMultigrid.Free();
 }
 
-void Grid_MultigridSolver::Prepare(void*) { PrepareIteration(); }
+void Grid_MultigridSolver::Prepare() { PrepareIteration(); }
 
 namespace {
 

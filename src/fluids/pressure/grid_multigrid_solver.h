@@ -13,9 +13,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class Grid_MultigridSolver : public ConjugateGradients {
  public:
   Grid_MultigridSolver() : ConjugateGradients(kArrays) {}
-  Grid_MultigridSolver(const Grid_MultigridSolver&) : Grid_MultigridSolver() {}
   void Release(bool full) override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
 
  private:
   enum { kArrays = kFirstOfMethod };

@@ -16,13 +16,6 @@ double ToleranceOfSlider(double slider) {
   return 1e-13;
 }
 
-bool LatticeSolver::ReadParameters(void*) {
-  mAccuracy.maxIterations = mInterface.GetLong(1021);
-  mAccuracy.tolerance = ToleranceOfSlider(mInterface.GetReal(1022));
-  mClearResult = true;
-  return true;
-}
-
 void LatticeSolver::ZeroArrays() {
   const i64 layer = i64{mDims.x} * mDims.y;
   ForEachBlock(mDims.z, mThreads, [&](i32 z) {

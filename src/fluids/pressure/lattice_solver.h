@@ -10,7 +10,7 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Iteration limit and tolerance of the linear solvers, from parameters 1021 and 1022.
+/// Iteration limit and tolerance of the linear solvers.
 struct SolverAccuracy {
   i32 maxIterations = 200;
   double tolerance = 1e-8;
@@ -22,7 +22,6 @@ double ToleranceOfSlider(double slider);
 /// solve to solve.
 class LatticeSolver : public iObject {
  public:
-  bool ReadParameters(void* context = nullptr) override;
   /// Zeroes right-hand side and matrix, with `mClearResult` the result too.
   void Reset() override;
   /// Drops the system; its memory is kept for the next one unless `full`.

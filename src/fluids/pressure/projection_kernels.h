@@ -2,8 +2,8 @@
 #pragma once
 #include <span>
 
-#include "fluids/pressure/grid_incompressibility.h"
 #include "fluids/pressure/lattice_matrix.h"
+#include "fluids/pressure/projection_fields.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "fluids/pressure/grid_incompressibility.h"
+#include "fluids/pressure/projection_fields.h"
 #include "fluids/volume/cell_fractions.h"
 #include "fluids/volume/volume_base.h"
 #include "fluids/volume/volume_fractions.h"

@@ -1,6 +1,9 @@
 #include "fluids/rendering/diffusor.h"
 
+#include <algorithm>
 #include <cmath>
+
+#include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
@@ -33,16 +36,11 @@ void Diffusor::Blur(Grid<double>& grid, Grid<double>& scratch, double strength, 
     }
   }
 
-  DiffusorControlThread workers;
-  workers.SetRegion({0, 0, 0}, mDims);
-  MPdata record;
-  record.user = this;
-  if (!workers.Init(record, host::ThreadCount())) return;
   mSource = &grid;
   mTarget = &scratch;
   for (i32 round = 0; round < iterations; ++round)
     for (mAxis = 0; mAxis < 3; ++mAxis) {
-      workers.Run();
+      ForEachBlock(mDims.z, host::ThreadCount(), [&](i32 z) { FilterLayer(z); });
       // The data of the two change places, so that the newest is always in `grid`.
       grid.Swap(scratch);
     }
@@ -74,16 +72,15 @@ void Diffusor::MixRows(const double* source, double* __restrict target, i32 posi
   for (i32 x = 0; x < nx; ++x) target[x] *= scale;
 }
 
-void Diffusor::Evaluate(const MPdata& data) const {
-  for (i32 z = data.min.z; z < data.max.z; ++z)
-    for (i32 y = 0; y < mDims.y; ++y) {
-      const i32 at = mSource->Index(0, y, z);
-      const double* source = mSource->mData + at;
-      double* target = mTarget->mData + at;
-      if (mAxis == 0) FilterRow(source, target);
-      if (mAxis == 1) MixRows(source, target, y, mDims.x);
-      if (mAxis == 2) MixRows(source, target, z, mSource->mSlice);
-    }
+void Diffusor::FilterLayer(i32 z) const {
+  for (i32 y = 0; y < mDims.y; ++y) {
+    const i32 at = mSource->Index(0, y, z);
+    const double* source = mSource->mData + at;
+    double* target = mTarget->mData + at;
+    if (mAxis == 0) FilterRow(source, target);
+    if (mAxis == 1) MixRows(source, target, y, mDims.x);
+    if (mAxis == 2) MixRows(source, target, z, mSource->mSlice);
+  }
 }
 
 }  // namespace MELDO_GLOBAL::ZOLT_RENDERING

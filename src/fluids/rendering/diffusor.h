@@ -2,7 +2,6 @@
 #pragma once
 #include <vector>
 
-#include "grids/control_thread.h"
 #include "grids/grid.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
@@ -18,10 +17,9 @@ class Diffusor {
   /// The same with a scratch grid of its own.
   void Blur(Grid<double>& grid, double strength, i32 iterations);
 
-  /// One axis pass over the z layers of a worker.
-  void Evaluate(const MPdata& data) const;
-
  private:
+  /// One axis pass over a z layer.
+  void FilterLayer(i32 z) const;
   void FilterRow(const double* source, double* target) const;
   void MixRows(const double* source, double* target, i32 position, i32 step) const;
 
@@ -33,8 +31,5 @@ class Diffusor {
   const Grid<double>* mSource = nullptr;
   Grid<double>* mTarget = nullptr;
 };
-
-using DiffusorThread = ScalarGridThread<Diffusor>;
-using DiffusorControlThread = ScalarGridControlThread<DiffusorThread>;
 
 }  // namespace MELDO_GLOBAL::ZOLT_RENDERING

@@ -1,17 +1,17 @@
 #include "fluids/rendering/displacer.h"
 
-#include "fluids/solvers/fluid_solver.h"
+#include "fluids/flow/flow.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
 using namespace MELDO_SULVA;
 
-void VelocityGridDisplacer::Set(const FluidSolver* solver, const InterfaceHandler* container) {
-  mSolver = solver;
+void VelocityGridDisplacer::Set(const Flow* flow, const InterfaceHandler* container) {
+  mFlow = flow;
   mVelocity.reset();
-  mLayout = solver ? solver->GetLayout() : nullptr;
-  if (solver) {
-    const VelocityField& field = solver->mVelocity;
+  mLayout = flow ? flow->GetLayout() : nullptr;
+  if (flow) {
+    const VelocityField& field = flow->mVelocity;
     const EGrid<double>*u = field.GetGrid(0), *v = field.GetGrid(1), *w = field.GetGrid(2);
     if (u && v && w && u->mData && v->mData && w->mData) mVelocity.emplace(*u, *v, *w);
   }

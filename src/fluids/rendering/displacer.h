@@ -7,7 +7,7 @@
 #include "framework/interface_handler.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
-class FluidSolver;
+class Flow;
 }
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
@@ -20,24 +20,23 @@ class Displacer {
   virtual ~Displacer() = default;
   /// Takes the source of the motion, and the amounts from a node's parameters 2202 (smoke) and
   /// 2553 (fire); without a node the amounts stay.
-  virtual void Set(const MELDO_SULVA::FluidSolver* solver,
+  virtual void Set(const MELDO_SULVA::Flow* flow,
                    const MELDO_SULVA::InterfaceHandler* container) = 0;
   virtual void Displace(Points& points) const = 0;
   virtual Vec3d DisplaceBy(const Vec3d& point, double amount) const = 0;
   virtual Vec3d DisplaceFirst(const Vec3d& point) const = 0;
 };
 
-/// Traces points back along a solver's velocity (Heun) by an amount of seconds.
+/// Traces points back along a flow (Heun) by an amount of seconds.
 class VelocityGridDisplacer : public Displacer {
  public:
-  void Set(const MELDO_SULVA::FluidSolver* solver,
-           const MELDO_SULVA::InterfaceHandler* container) override;
+  void Set(const MELDO_SULVA::Flow* flow, const MELDO_SULVA::InterfaceHandler* container) override;
   void Displace(Points& points) const override;
   Vec3d DisplaceBy(const Vec3d& point, double amount) const override;
   Vec3d DisplaceFirst(const Vec3d& point) const override;
 
   bool mEnabled = false;
-  const MELDO_SULVA::FluidSolver* mSolver = nullptr;
+  const MELDO_SULVA::Flow* mFlow = nullptr;
   f32 mAmount = 0;      ///< seconds, of the first point
   f32 mAmount2 = 0;     ///< seconds, of the second point
   bool mSingle = true;  ///< both points go the same way

@@ -6,13 +6,8 @@ namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
 bool Resample(const EGrid<double>& from, EGrid<double>& to, i32 mode) {
   EGridResampler resampler;
-  if (!resampler.Init(&from, &to, false, mode, kWriteValue, {}, true)) return false;
-  GridResampler_ThreadData record;
-  record.resampler = &resampler;
-  GridResamplerControlThread workers;
-  if (!workers.Init(record, host::ThreadCount())) return false;
-  workers.Run();
-  return true;
+  return resampler.Init(&from, &to, false, mode, kWriteValue, {}, true) &&
+         resampler.Run(host::ThreadCount());
 }
 
 std::unique_ptr<EGrid<double>> EmptyScaled(const EGrid<double>& like, double factor) {

@@ -1,6 +1,6 @@
 #include "fluids/rendering/grid_sampler_shader.h"
 
-#include "fluids/solvers/fluid_solver.h"
+#include "fluids/flow/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
@@ -77,7 +77,8 @@ bool GridSampler_Shader::InitRender(const RenderData&) {
   mClampHigh = interface.GetReal(3006);
   mOwnPoint = interface.GetBool(3007);
   mDisplacement = interface.GetReal(3008);
-  mDisplacer.Set(dynamic_cast<FluidSolver*>(object), nullptr);
+  auto* solver = dynamic_cast<iFluidSolver*>(object);
+  mDisplacer.Set(solver ? &solver->GetFlow() : nullptr, nullptr);
   mColourMode = interface.GetLong(3009);
   mBrightness = interface.GetReal(3014);
   if (mColourMode != 1) return true;
@@ -103,17 +104,18 @@ void GridSampler_Shader::BindVector(const EGrid<double>* x, const EGrid<double>*
 }
 
 bool GridSampler_Shader::Bind(iBase& object) {
-  if (auto* solver = dynamic_cast<FluidSolver*>(&object)) {
-    const VelocityField& velocity = solver->mVelocity;
+  if (auto* solver = dynamic_cast<iFluidSolver*>(&object)) {
+    const Flow& flow = solver->GetFlow();
+    const VelocityField& velocity = flow.mVelocity;
     switch (InterfaceHandler(mNode).GetLong(3002)) {
       case 1:
         mSource = Source::Distance;
-        mGrid = solver->GetSurfaceLevelSetRead();
-        if (!mGrid) mGrid = solver->mBoundary.GetLevelSet();
+        mGrid = flow.mSurface;
+        if (!mGrid) mGrid = flow.mBoundary.GetLevelSet();
         break;
       case 2:
         mSource = Source::Cell;
-        mGrid = solver->mDivergence.GetGrid(0);
+        mGrid = flow.mDivergence.GetGrid(0);
         break;
       default:
         mSource = Source::Speed;

@@ -1,14 +1,14 @@
 #include "fluids/rendering/ray_marcher.h"
 
+#include "fluids/flow/grid_extrapolation.h"
+#include "fluids/flow/ifluid_solver.h"
 #include "fluids/levelset/density_to_levelset.h"
 #include "fluids/operators/channel_operator_remap.h"
 #include "fluids/rendering/diffusor.h"
 #include "fluids/rendering/grid_copies.h"
 #include "fluids/rendering/render_grid_preprocessor.h"
-#include "fluids/solvers/fluid_solver.h"
 #include "framework/scene.h"
 #include "grids/fixed_blocks.h"
-#include "grids/run_shares.h"
 #include "host/console.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
@@ -23,8 +23,8 @@ constexpr i32 kBrick = 8;  ///< cells
 
 /// Runs an object's `Evaluate` on all workers.
 void RunOnWorkers(iObject& object, host::HostThread* thread) {
-  RunShares(host::ThreadCount(), thread,
-            [&](const EvaluationThreadData& share) { object.Evaluate(share); });
+  ForEachShare(host::ThreadCount(), thread,
+               [&](const EvaluationThreadData& share) { object.Evaluate(share); });
 }
 
 double LargestOf(const EGrid<double>& grid) {
@@ -108,10 +108,9 @@ bool RayMarcher::FindFields(const std::vector<Scene*>& scenes, const host::Rende
         colour ? dynamic_cast<VectorField*>(scene->FindObject(colour, kListChannels, kBitVector))
                : nullptr;
     mHasSmokeColour = colours && CopyColours(*colours, factor);
-    const host::BaseNode* flow = mInterface.GetLink(2203);
-    mDisplacer.Set(
-        flow ? dynamic_cast<FluidSolver*>(scene->FindObject(flow, kListSolvers)) : nullptr,
-        &mInterface);
+    auto* solver =
+        dynamic_cast<iFluidSolver*>(scene->FindObject(mInterface.GetLink(2203), kListSolvers));
+    mDisplacer.Set(solver ? &solver->GetFlow() : nullptr, &mInterface);
     const RenderField& first = mSmoke.exists ? mSmoke : mFire.exists ? mFire : mThird;
     const GridLayout& layout = first.channel.mGrid->mLayout;
     mBounds = {layout.worldOrigin, layout.worldMax};
@@ -274,22 +273,7 @@ void RayMarcher::FinishLightMaps() {
   for (const auto& record : mLights)
     for (ScalarField& map : record->maps) {
       Diffusor().Blur(*map.mGrid, strength, rounds);
-      if (layers <= 0) continue;
-      GridExtrapolation spread;
-      spread.mScalarChannel = &map;
-      spread.SelectAxis(3);
-      spread.mRounds = layers;
-      while (spread.NextPass()) {
-        spread.Prepare();
-        if (!spread.Has(FLAG_ACTIVE)) continue;
-        const VecInt3D dims = map.mGrid->Dims();
-        ForEachBlock(dims.z, host::ThreadCount(), [&](i32 z) {
-          EvaluationThreadData slab;
-          slab.min = {0, 0, z};
-          slab.max = {dims.x, dims.y, z + 1};
-          spread.Evaluate(slab);
-        });
-      }
+      GridExtrapolation().ExtendField(*map.mGrid, map.mInitial, layers, host::ThreadCount());
     }
 }
 

@@ -112,7 +112,7 @@ class RayMarcher : public MELDO_SULVA::iObject {
   /// Returns the number of places looked at.
   virtual i32 AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i32 worker) const;
 
-  void Begin(void* context = nullptr) override;
+  void Begin() override;
   /// The light maps of a worker's share.
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;

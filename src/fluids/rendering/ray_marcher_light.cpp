@@ -26,7 +26,7 @@ void ForEachCellOf(const EGrid<double>& grid, const EvaluationThreadData& data, 
 
 }  // namespace
 
-void RayMarcher::Begin(void*) {
+void RayMarcher::Begin() {
   if (!mMultiple.on) return;
   const EGrid<double>& smoke = *mSmoke.channel.mGrid;
   double sum = 0;

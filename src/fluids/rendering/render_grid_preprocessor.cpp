@@ -1,7 +1,6 @@
 #include "fluids/rendering/render_grid_preprocessor.h"
 
 #include "fluids/operators/channel_operator_remap.h"
-#include "grids/run_shares.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
@@ -35,17 +34,17 @@ const EGrid<double>* ColorRenderGridPreprocessor::Shape() const {
   return mColourTarget->GetGrid(0);
 }
 
-void RenderGridPreprocessor::Prepare(void*) {
+void RenderGridPreprocessor::Prepare() {
   if (!Shape()) return SetFlag(FLAG_ACTIVE, false);
   for (const auto& op : mOperators) {
     if (!op->Has(FLAG_ENABLED)) continue;
-    op->Attach(static_cast<iBase*>(Target()));
+    op->Attach(Target());
     op->Prepare();
   }
   SetFlag(FLAG_ACTIVE, !mOperators.empty() || mFilters);
 }
 
-void RenderGridPreprocessor::Begin(void*) {
+void RenderGridPreprocessor::Begin() {
   if (!Has(FLAG_ACTIVE)) return;
   for (const auto& op : mOperators)
     if (op->Has(FLAG_ENABLED)) op->Begin();
@@ -104,8 +103,8 @@ void RenderGridPreprocessor::Run(host::HostThread* thread) {
   Prepare();
   Begin();
   if (Has(FLAG_ACTIVE)) {
-    RunShares(host::ThreadCount(), thread,
-              [&](const EvaluationThreadData& share) { Evaluate(share); });
+    ForEachShare(host::ThreadCount(), thread,
+                 [&](const EvaluationThreadData& share) { Evaluate(share); });
   }
   Finish();
 }

@@ -23,8 +23,8 @@ class RenderGridPreprocessor : public MELDO_SULVA::iObject {
     mOperators.push_back(std::move(op));
   }
 
-  void Prepare(void* context = nullptr) override;
-  void Begin(void* context = nullptr) override;
+  void Prepare() override;
+  void Begin() override;
   /// The z layers of a worker.
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;

@@ -1,7 +1,7 @@
 // Control-volume sampling: sub-cells inside, counted by octant of each cell.
 //
 // A face gathers the nearer halves of its two cells, an edge the nearer quarters of its four. Each
-// worker counts the layer below its slab once more for what it shares with the slab before.
+// share counts the layer below its slab once more for what it shares with the slab before.
 #include "fluids/volume/volume_fractions.h"
 #include "grids/sampling.h"
 
@@ -106,17 +106,16 @@ void Grid_VolumeFractions::GatherLayer(i32 z, const std::vector<Octants>& below,
   });
 }
 
-void Grid_VolumeFractions::ControlVolumes(const EvaluationThreadData& data) {
+void Grid_VolumeFractions::ControlVolumes(i32 first, i32 last) {
   const i32 layers = SourceLayout()->dims.z;
-  auto& [below, here] = mScratch[data.index];
-  below.clear();
-  if (data.min.z > 0) CountLayer(data.min.z - 1, below);
-  for (i32 z = data.min.z; z < std::min(data.max.z, layers); ++z) {
+  std::vector<Octants> below, here;
+  if (first > 0) CountLayer(first - 1, below);
+  for (i32 z = first; z < last; ++z) {
     CountLayer(z, here);
     GatherLayer(z, below, here);
     std::swap(below, here);
   }
-  if (data.max.z < layers) return;
+  if (last < layers) return;
   here.clear();
   GatherLayer(layers, below, here);
 }

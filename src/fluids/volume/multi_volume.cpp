@@ -60,10 +60,10 @@ void MultiVolume::GetCategories(u32& mask) const {
   if (mHasTag) mask |= kCategoryActiveVolume;
 }
 
-bool MultiVolume::ReadParameters(void* context) {
-  if (!iVolume::ReadParameters(context)) return false;
+bool MultiVolume::ReadParameters() {
+  if (!iVolume::ReadParameters()) return false;
   SetFlag(FLAG_AFFECTS_BOUNDS, mWidensBounds);
-  for (auto& [key, member] : mMembers) member->ReadParameters(context);
+  for (auto& [key, member] : mMembers) member->ReadParameters();
   return true;
 }
 
@@ -158,11 +158,11 @@ void MultiVolume::UniteBounds() {
   mCentre = mBoxMin.x > mBoxMax.x ? Vec3d{} : mBoxMin + (mBoxMax - mBoxMin) * 0.5;
 }
 
-void MultiVolume::Prepare(void* context) {
+void MultiVolume::Prepare() {
   if (!IsDirty()) return;
   bool any = false;
   for (auto& [key, member] : mMembers) {
-    member->Prepare(context);
+    member->Prepare();
     any = any || member->HasGridData();
   }
   UniteBounds();

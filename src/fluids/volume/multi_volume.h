@@ -17,12 +17,10 @@ class MultiVolume : public iVolume {
   MultiVolume() = default;
   MultiVolume(host::BaseNode* node, Scene* scene);
   /// A copy has the node, not the members: it makes its own in `ResolveLinks`.
-  MultiVolume(const MultiVolume& other) : iVolume(other), mHasTag(other.mHasTag) {}
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   void GetCategories(u32& mask) const override;
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   bool ResolveLinks() override;
   bool AfterLinks() override;
   void SetMoved(bool moved) override;
@@ -31,11 +29,10 @@ class MultiVolume : public iVolume {
   bool IsDirty() const override;
   void Release(bool full) override;
   void Persist(StateArchive& archive) override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
   void CollectMembers(std::vector<VolumeBase*>& out) override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<MultiVolume>(*this); }
 
   // The point operations take world positions and ask the members in order.
 

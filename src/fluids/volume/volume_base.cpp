@@ -3,8 +3,6 @@
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
-#include "grids/run_shares.h"
-#include "grids/split.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -17,28 +15,15 @@ void iVolume::ExpandBounds(Vec3d& min, Vec3d& max) {
   }
 }
 
-VolumeBase::VolumeBase(const VolumeBase& other)
-    : iVolume(other),
-      mInverted(other.mInverted),
-      mPadding(other.mPadding),
-      mHasTag(other.mHasTag),
-      mDeriveMass(other.mDeriveMass),
-      mSubIndex(other.mSubIndex),
-      mMaximumDistance(other.mMaximumDistance),
-      mMesh(other.mMesh) {
-  if (other.HasGridData()) mGrid = std::make_unique<EGrid<double>>(*other.mGrid);
-}
-
 void VolumeBase::GetCategories(u32& mask) const {
   iVolume::GetCategories(mask);
   if (mHasTag && !mDeriveMass) mask |= kCategoryActiveVolume;
 }
 
-bool VolumeBase::ReadParameters(void* context) {
-  if (!iVolume::ReadParameters(context)) return false;
+bool VolumeBase::ReadParameters() {
+  if (!iVolume::ReadParameters()) return false;
   mPadding = {mPaddingCells, mPaddingCells, mPaddingCells};
   SetFlag(FLAG_AFFECTS_BOUNDS, mWidensBounds);
-  mFractions.ReadParameters(context);
   return true;
 }
 
@@ -60,7 +45,7 @@ bool VolumeBase::IsDirty() const {
 void VolumeBase::Release(bool full) {
   mGrid.reset();
   MarkGridChanged();
-  mFractions.Release(full);
+  mFractions.Release();
   mCells = {};
   ClearBox();
   iVolume::Release(full);
@@ -132,17 +117,7 @@ const Grid_VolumeFractions* VolumeBase::GetFractions(u32 kinds, FractionMethod m
   mFractions.mSource = {mGrid.get(), nullptr};
   mFractions.mKinds = kinds;
   mFractions.mMethod = method;
-  mFractions.Prepare();
-  const i32 threads = mScene ? mScene->mThreadCount : 1;
-  SlabTable slabs;
-  if (!mFractions.Has(FLAG_ACTIVE) || !SplitZ(slabs, mGrid->mLayout.dims, true, threads))
-    return nullptr;
-  const i32 workers = std::min(threads, mGrid->mLayout.dims.z);
-  RunShares(workers, nullptr, [&](EvaluationThreadData& share) {
-    share.min = slabs.min[share.index];
-    share.max = slabs.max[share.index];
-    mFractions.Evaluate(share);
-  });
+  if (!mFractions.Measure(mScene ? mScene->mThreadCount : 1)) return nullptr;
   mHasFractions = true;
   return &mFractions;
 }

@@ -52,9 +52,8 @@ class VolumeBase : public iVolume {
  public:
   VolumeBase() = default;
   VolumeBase(host::BaseNode* node, Scene* scene) : iVolume(node, scene) {}
-  VolumeBase(const VolumeBase& other);
   void GetCategories(u32& mask) const override;
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   bool AfterLinks() override;
   void ClearLinks() override;
   bool IsDirty() const override;

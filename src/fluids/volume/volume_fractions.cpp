@@ -4,33 +4,18 @@
 
 #include "fluids/volume/cell_fractions.h"
 #include "fluids/volume/wall_bits.h"
+#include "grids/fixed_blocks.h"
 #include "grids/sampling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-Grid_VolumeFractions::Grid_VolumeFractions(const Grid_VolumeFractions& other)
-    : iObject(other),
-      mSource(other.mSource),
-      mMethod(other.mMethod),
-      mKinds(other.mKinds),
-      mSamples(other.mSamples),
-      mInvert(other.mInvert),
-      mLeast(other.mLeast) {}
-
-bool Grid_VolumeFractions::ReadParameters(void*) {
-  mSamples = 2;
-  mInvert = false;
-  return true;
+namespace {
+constexpr i32 kControlVolumeShares = 16;
 }
 
 void Grid_VolumeFractions::Reset() {
   for (auto& [key, field] : mFields)
     if (field) field->Fill(0.0f);
-}
-
-void Grid_VolumeFractions::Release(bool full) {
-  mFields.clear();
-  iObject::Release(full);
 }
 
 EGrid<float>* Grid_VolumeFractions::GetRead(i32 axis, i32 kind) const {
@@ -52,7 +37,7 @@ bool Grid_VolumeFractions::SetField(i32 axis, i32 kind, i32 gridKind, bool wante
   }
   std::unique_ptr<EGrid<float>>& field = mFields[{axis, kind}];
   if (field && field->mKind == gridKind && field->mLayout.Equals(layout)) {
-    // `Evaluate` of these writes every sample.
+    // What measures these writes every sample.
     const bool isCovered =
         mMethod == FractionMethod::Analytic && kind <= 1 && mSource.grid && !IsControlVolume();
     if (!isCovered) field->Fill(0.0f);
@@ -66,48 +51,49 @@ bool Grid_VolumeFractions::SetField(i32 axis, i32 kind, i32 gridKind, bool wante
   return field != nullptr;
 }
 
-void Grid_VolumeFractions::Prepare(void*) {
+bool Grid_VolumeFractions::Allocate() {
   const GridLayout* layout = SourceLayout();
-  if (!layout || layout->count <= 0) {
-    Deactivate("the field that it measures is missing");
-    return;
-  }
+  if (!layout || layout->count <= 0) return false;
   bool complete = SetField(0, 0, kCentre, mKinds & kFractionCell, *layout);
   for (i32 axis = 0; axis < 3; ++axis) {
     complete &= SetField(axis, 1, axis, mKinds & kFractionFaces, *layout);
     complete &= SetField(axis, 3, axis, mKinds & kFractionFaceVolumes, *layout);
     complete &= SetField(axis, 2, kEdgeZ + axis, mKinds & kFractionEdges, *layout);
   }
-  if (!complete) {
-    Deactivate("there is no memory for its grids");
-    return;
-  }
-  if (IsControlVolume()) mScratch.resize(host::kMaxWorkers);
-  SetFlag(FLAG_ACTIVE, true);
+  return complete;
 }
 
-void Grid_VolumeFractions::Evaluate(const EvaluationThreadData& data) {
-  if (!Has(FLAG_ACTIVE)) return;
+bool Grid_VolumeFractions::Measure(i32 threads) {
+  if (!Allocate()) return false;
+  const VecInt3D cells = SourceLayout()->dims;
   if (IsControlVolume()) {
-    ControlVolumes(data);
-    return;
+    // Each share counts a layer anew that the one below it has counted: few large ones.
+    const i32 shares = std::min(cells.z, kControlVolumeShares);
+    ForEachBlock(shares, threads, [&](i32 share) {
+      ControlVolumes(static_cast<i32>(i64{cells.z} * share / shares),
+                     static_cast<i32>(i64{cells.z} * (share + 1) / shares));
+    });
+  } else if (mSource.grid) {
+    ForEachBlock(cells.z, threads, [&](i32 z) {
+      const CellBox layer{{0, 0, z}, {cells.x, cells.y, z + 1}};
+      for (const auto& [key, field] : mFields)
+        MeasureField(*field, layer, mMethod == FractionMethod::Analytic && key.second == 1);
+    });
   }
-  if (!mSource.grid) return;
-  for (auto& [key, field] : mFields)
-    EvaluateField(*field, data, mMethod == FractionMethod::Analytic && key.second == 1);
+  return true;
 }
 
-void Grid_VolumeFractions::EvaluateField(EGrid<float>& field, const EvaluationThreadData& data,
-                                         bool analytic) const {
+void Grid_VolumeFractions::MeasureField(EGrid<float>& field, const CellBox& box,
+                                        bool analytic) const {
   const bool isNodal = mSource.grid->mKind == kNode;
   if (analytic && isNodal) {
-    AnalyticFaces(field, data);
+    AnalyticFaces(field, box);
   } else if (mMethod == FractionMethod::Sampled) {
-    SampledCount(field, data);
+    SampledCount(field, box);
   } else if (field.mKind == kCentre && isNodal) {
-    NodalCells(field, data);
+    NodalCells(field, box);
   } else {
-    Tetrahedra(field, data);
+    Tetrahedra(field, box);
   }
 }
 
@@ -132,11 +118,10 @@ void FillRow(i32 first, i32 last, float* out, float inside, float outside, Corne
 }
 }  // namespace
 
-void Grid_VolumeFractions::AnalyticFaces(EGrid<float>& field,
-                                         const EvaluationThreadData& data) const {
+void Grid_VolumeFractions::AnalyticFaces(EGrid<float>& field, const CellBox& cells) const {
   const EGrid<double>& source = *mSource.grid;
   const i32 axis = field.mKind;
-  CellBox box = data.Box();
+  CellBox box = cells;
   if (box.max[axis] == field.mLayout.dims[axis]) ++box.max[axis];
   const i32 step[3] = {1, source.mNx, source.mSlice};
   const i32 u = step[axis == 0 ? 1 : 0], v = step[axis == 2 ? 1 : 2];
@@ -164,16 +149,16 @@ void Grid_VolumeFractions::AnalyticFaces(EGrid<float>& field,
     }
 }
 
-void Grid_VolumeFractions::NodalCells(EGrid<float>& field, const EvaluationThreadData& data) const {
+void Grid_VolumeFractions::NodalCells(EGrid<float>& field, const CellBox& box) const {
   const EGrid<double>& source = *mSource.grid;
   const i32 dy = source.mNx, dz = source.mSlice;
   const float inside = Stored(1), outside = Stored(0);
-  for (i32 z = data.min.z; z < data.max.z; ++z)
-    for (i32 y = data.min.y; y < data.max.y; ++y) {
+  for (i32 z = box.min.z; z < box.max.z; ++z)
+    for (i32 y = box.min.y; y < box.max.y; ++y) {
       const double* __restrict node = source.mData + source.Index(0, y, z);
       float* __restrict out = field.mData + field.Index(0, y, z);
       FillRow<double>(
-          data.min.x, data.max.x, out, inside, outside,
+          box.min.x, box.max.x, out, inside, outside,
           [=](i32 x, double& low, double& high) {
             const double *a = node + x, *b = a + dy, *c = a + dz, *d = b + dz;
             low = std::min(std::min(std::min(a[0], a[1]), std::min(b[0], b[1])),
@@ -189,10 +174,10 @@ void Grid_VolumeFractions::NodalCells(EGrid<float>& field, const EvaluationThrea
     }
 }
 
-void Grid_VolumeFractions::Tetrahedra(EGrid<float>& field, const EvaluationThreadData& data) const {
+void Grid_VolumeFractions::Tetrahedra(EGrid<float>& field, const CellBox& box) const {
   const EGrid<double>& source = *mSource.grid;
   const Vec3d shift = OffsetOf(field.mKind) - OffsetOf(source.mKind);
-  ForEachCell(data.Box(), [&](i32 x, i32 y, i32 z) {
+  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
     const Vec3d centre = Vec3d{double(x), double(y), double(z)} + shift;
     double corners[8];
     for (int c = 0; c < 8; ++c)
@@ -204,13 +189,12 @@ void Grid_VolumeFractions::Tetrahedra(EGrid<float>& field, const EvaluationThrea
 }
 
 /// Counts the `mSamples`^3 points of a unit box that begins at the field's sample point.
-void Grid_VolumeFractions::SampledCount(EGrid<float>& field,
-                                        const EvaluationThreadData& data) const {
+void Grid_VolumeFractions::SampledCount(EGrid<float>& field, const CellBox& box) const {
   const EGrid<double>& source = *mSource.grid;
   const Vec3d offset = OffsetOf(source.mKind), shift = OffsetOf(field.mKind) - offset;
   const i32 n = std::clamp(mSamples, 1, 64);
   const CellBox samples{{0, 0, 0}, {n, n, n}};
-  ForEachCell(data.Box(), [&](i32 x, i32 y, i32 z) {
+  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
     i32 count = 0;
     ForEachCell(samples, [&](i32 a, i32 b, i32 c) {
       const double v =

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "framework/iobject.h"
 #include "grids/egrid.h"
+#include "grids/for_each_cell.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -30,21 +30,17 @@ constexpr double kLeastOpening = 0.05;
 ///
 /// Faces with `FractionMethod::Analytic` have all their layers; the other methods leave the last
 /// layer of a face grid at 0. With `kFractionEdges` and `kFractionFaceVolumes` together all is
-/// measured by control-volume sampling, which knows no inversion. The fractions of a step are
-/// zeroed by `Prepare` and filled by `Evaluate` on the owner's workers, each over z slabs of cells.
-class Grid_VolumeFractions : public iObject {
+/// measured by control-volume sampling, which knows no inversion. `Measure` makes the fractions of
+/// a step; their memory is kept for the next one.
+class Grid_VolumeFractions {
  public:
-  Grid_VolumeFractions() = default;
-  Grid_VolumeFractions(const Grid_VolumeFractions& other);
-  /// The settings that an owner then changes: 2 samples, not inverted.
-  bool ReadParameters(void* context = nullptr) override;
-  void Reset() override;
-  void Release(bool full) override;
-  void Prepare(void* context = nullptr) override;
-  void Evaluate(const EvaluationThreadData& data) override;
-  std::unique_ptr<iBase> Clone() const override {
-    return std::make_unique<Grid_VolumeFractions>(*this);
-  }
+  /// Measures the source by the settings, on `threads` workers; the result doesn't depend on their
+  /// number. False without a source or memory. Without a grid, all fractions are 0, but those of
+  /// control volumes, which are whole.
+  bool Measure(i32 threads);
+  /// All fractions become 0.
+  void Reset();
+  void Release() { mFields.clear(); }
 
   /// The grid of a field; null when it couldn't be allocated. A key that isn't there is a
   /// programming error: std::out_of_range "invalid map<K, T> key".
@@ -56,8 +52,7 @@ class Grid_VolumeFractions : public iObject {
   /// outermost layer, and along the faces' own axis the one inside it as well.
   void ZeroWallFaces(i32 axis, u8 walls);
 
-  /// Where the distance field comes from, told by the owner before `Prepare`: the grid, or when
-  /// there is none its layout.
+  /// Where the distance field comes from: the grid, or when there is none its layout.
   struct Source {
     const EGrid<double>* grid = nullptr;
     const GridLayout* layout = nullptr;
@@ -74,19 +69,20 @@ class Grid_VolumeFractions : public iObject {
   using Octants = std::array<u16, 8>;
 
   const GridLayout* SourceLayout() const;
+  bool Allocate();
   bool SetField(i32 axis, i32 kind, i32 gridKind, bool wanted, const GridLayout& layout);
   bool IsControlVolume() const {
     return (mKinds & kFractionEdges) && (mKinds & kFractionFaceVolumes);
   }
-  void EvaluateField(EGrid<float>& field, const EvaluationThreadData& data, bool analytic) const;
+  void MeasureField(EGrid<float>& field, const CellBox& box, bool analytic) const;
   float Stored(double fraction) const {
     return static_cast<float>(std::clamp(mInvert ? 1 - fraction : fraction, 0.0, 1.0));
   }
-  void AnalyticFaces(EGrid<float>& field, const EvaluationThreadData& data) const;
-  void NodalCells(EGrid<float>& field, const EvaluationThreadData& data) const;
-  void Tetrahedra(EGrid<float>& field, const EvaluationThreadData& data) const;
-  void SampledCount(EGrid<float>& field, const EvaluationThreadData& data) const;
-  void ControlVolumes(const EvaluationThreadData& data);
+  void AnalyticFaces(EGrid<float>& field, const CellBox& box) const;
+  void NodalCells(EGrid<float>& field, const CellBox& box) const;
+  void Tetrahedra(EGrid<float>& field, const CellBox& box) const;
+  void SampledCount(EGrid<float>& field, const CellBox& box) const;
+  void ControlVolumes(i32 first, i32 last);
   void CountLayer(i32 z, std::vector<Octants>& layer) const;
   Octants CountCell(i32 x, i32 y, i32 z) const;
   void GatherLayer(i32 z, const std::vector<Octants>& below, const std::vector<Octants>& here);
@@ -94,8 +90,6 @@ class Grid_VolumeFractions : public iObject {
   void WriteLayer(i32 axis, i32 kind, i32 z, F&& count);
 
   std::map<std::pair<i32, i32>, std::unique_ptr<EGrid<float>>> mFields;
-  /// Two layers of sample counts for each worker.
-  std::vector<std::array<std::vector<Octants>, 2>> mScratch;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -96,8 +96,8 @@ const ParameterTable& VolumeMesh::Parameters() {
 
 VolumeMesh::VolumeMesh(BaseNode* node, Scene* scene) : VolumeBase(node, scene) {}
 
-bool VolumeMesh::ReadParameters(void* context) {
-  if (!VolumeBase::ReadParameters(context)) return false;
+bool VolumeMesh::ReadParameters() {
+  if (!VolumeBase::ReadParameters()) return false;
   mVoxeliser.mExactBand = 3;
   return true;
 }
@@ -144,7 +144,7 @@ VolumeMesh::State VolumeMesh::CurrentState() const {
           mPadding.x, mShellThickness,   mInverted};
 }
 
-void VolumeMesh::Prepare(void*) {
+void VolumeMesh::Prepare() {
   if (!IsDirty()) return;
   if (Has(FLAG_CACHED) && mHasSecondBox) {
     // The distances follow from the cache in the stage of the emitters.

@@ -11,17 +11,14 @@ class VolumeMesh : public VolumeBase {
  public:
   VolumeMesh() = default;
   VolumeMesh(host::BaseNode* node, Scene* scene);
-  VolumeMesh(const VolumeMesh& other) = default;
-
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters(void* context = nullptr) override;
+  bool ReadParameters() override;
   bool ResolveLinks() override;
   void CheckDirty() override;
   void Release(bool full) override;
-  void Prepare(void* context = nullptr) override;
+  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<VolumeMesh>(*this); }
 
   /// Makes the volume a member of a group: it voxelises `source` (a mesh node, of a group of meshes
   /// the one of that index) in place of the linked one.

@@ -20,12 +20,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class VolumeVoxeliser {
  public:
   VolumeVoxeliser() = default;
-  VolumeVoxeliser(const VolumeVoxeliser& other)
-      : mShellThickness(other.mShellThickness),
-        mExactBand(other.mExactBand),
-        mInverted(other.mInverted),
-        mMaximumDistance(other.mMaximumDistance) {}
-
   /// Fills `target` with the distances to `mesh`, both in simulation units; signed ones are
   /// negative inside. Unsigned, only the band is filled and the largest double stands elsewhere.
   /// Runs on at most `threads` workers. False without triangles or memory, or when `thread` was

@@ -234,11 +234,11 @@ TEST(GridAdvection, SolidCellsKeepWhatTheyHeldBefore) {
   ScalarField& smoke = rig.AddSmoke();
   rig.AddAdvection(rig.smokeNode, kMacCormack);
   rig.Begin();
-  EGrid<double>& phi = *rig.gas->mBoundary.GetLevelSet();
+  EGrid<double>& phi = *rig.gas->mFlow.mBoundary.GetLevelSet();
   for (i32 z = 4; z <= 7; ++z)
     for (i32 y = 4; y <= 7; ++y)
       for (i32 x = 4; x <= 7; ++x) phi(x, y, z) = -0.05;
-  rig.gas->mSolidCells.Build(phi, 1);
+  rig.gas->mFlow.mSolidCells.Build(phi, 1);
   smoke.mGrid->Fill(0.25);      // becomes the field that is read
   smoke.mPrevious->Fill(0.75);  // the buffer that is written
   rig.FillVelocity([](const Vec3d&) { return Vec3d{0.3, 0.2, 0}; });
@@ -253,20 +253,20 @@ TEST(GridAdvection, EveryFaceWithAnOpenPartMoves) {
   AdvectionRig rig({10, 10, 10}, 0.1);
   rig.AddAdvection(nullptr, kSemiLagrangian);
   rig.Begin();
-  EGrid<double>& phi = *rig.gas->mBoundary.GetLevelSet();
+  EGrid<double>& phi = *rig.gas->mFlow.mBoundary.GetLevelSet();
   for (i32 z = 0; z < phi.mNz; ++z)
     for (i32 y = 0; y < phi.mNy; ++y)
       for (i32 x = 0; x < phi.mNx; ++x) phi(x, y, z) = phi.PositionOf(x, y, z).x - 0.53;
-  rig.gas->mSolidCells.Build(phi, 1);
-  EGrid<float>& open = *rig.gas->mFractions.GetWrite(1, 1);
+  rig.gas->mFlow.mSolidCells.Build(phi, 1);
+  EGrid<float>& open = *rig.gas->mFlow.mFractions.GetWrite(1, 1);
   for (i32 z = 0; z < open.mNz; ++z)
     for (i32 y = 0; y < open.mNy; ++y)
       for (i32 x = 0; x < open.mNx; ++x) open(x, y, z) = x < 6 ? 0.0F : x == 6 ? 0.3F : 1.0F;
   rig.FillVelocity([](const Vec3d& p) { return Vec3d{-0.5, p.x, 0}; });
-  rig.gas->mVelocity.mPrevious[1]->Fill(7);  // the buffer that is written
-  const double before = (*rig.gas->mVelocity.GetGrid(1))(6, 5, 5);
+  rig.gas->mFlow.mVelocity.mPrevious[1]->Fill(7);  // the buffer that is written
+  const double before = (*rig.gas->mFlow.mVelocity.GetGrid(1))(6, 5, 5);
   rig.RunOperators();
-  const EGrid<double>& v = *rig.gas->mVelocity.GetGrid(1);
+  const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
   EXPECT_GT(v(6, 5, 5), before + 0.015) << "the face's centre is in the solid";
   EXPECT_NEAR(v(8, 5, 5), v.PositionOf(8, 5, 5).x + 0.02, 1e-9);
   EXPECT_EQ(v(4, 5, 5), v.PositionOf(4, 5, 5).x) << "closed";
@@ -280,19 +280,20 @@ TEST(GridAdvection, KnowingClearCellsChangesNothing) {
     rig.AddAdvection(rig.smokeNode, kMacCormack).Set(1003, i32{1});
     rig.AddAdvection(nullptr, kMacCormack);
     rig.Begin();
-    EGrid<double>& phi = *rig.gas->mBoundary.GetLevelSet();
+    EGrid<double>& phi = *rig.gas->mFlow.mBoundary.GetLevelSet();
     for (i32 z = 0; z < phi.mNz; ++z)
       for (i32 y = 0; y < phi.mNy; ++y)
         for (i32 x = 0; x < phi.mNx; ++x) {
           const Vec3d d = phi.PositionOf(x, y, z) - Vec3d{0.8, 0.6, 0.6};
           phi(x, y, z) = std::min(phi(x, y, z), Length(d) - 0.27);
         }
-    known ? rig.gas->mSolidCells.Build(phi, 1) : rig.gas->mSolidCells.Release();
+    known ? rig.gas->mFlow.mSolidCells.Build(phi, 1) : rig.gas->mFlow.mSolidCells.Release();
     GasRig::Fill(*smoke.mGrid, [](const Vec3d& p) { return p.x + p.y * p.z; });
     rig.FillVelocity([](const Vec3d& p) { return Swirl(p, 1.4) * 7.0 + Vec3d{0.1, 0, 0.9}; });
     rig.RunOperators();
-    for (const EGrid<double>* g : {smoke.GetGrid(0), rig.gas->mVelocity.GetGrid(0),
-                                   rig.gas->mVelocity.GetGrid(1), rig.gas->mVelocity.GetGrid(2)})
+    for (const EGrid<double>* g :
+         {smoke.GetGrid(0), rig.gas->mFlow.mVelocity.GetGrid(0),
+          rig.gas->mFlow.mVelocity.GetGrid(1), rig.gas->mFlow.mVelocity.GetGrid(2)})
       results[known].insert(results[known].end(), g->mData, g->mData + g->mCount);
   }
   EXPECT_EQ(results[0], results[1]);
@@ -315,9 +316,9 @@ TEST(GridAdvection, MovesVectorChannelsAndTheVelocityItself) {
     const EGrid<double>& g = *colour.GetGrid(a);
     EXPECT_NEAR(g(8, 4, 4), (a + 1) * g.PositionOf(7, 4, 4).x, 1e-9);
   }
-  const EGrid<double>& v = *rig.gas->mVelocity.GetGrid(1);
+  const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
   EXPECT_NEAR(v(8, 4, 4), v.PositionOf(7, 4, 4).x, 1e-9);
-  EXPECT_EQ((*rig.gas->mVelocity.GetGrid(0))(8, 4, 4), 0.5);
+  EXPECT_EQ((*rig.gas->mFlow.mVelocity.GetGrid(0))(8, 4, 4), 0.5);
 }
 
 TEST(GridAdvection, WithoutASolverItSaysWhy) {

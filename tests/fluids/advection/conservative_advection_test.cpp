@@ -23,18 +23,18 @@ struct ConservativeRig : GasRig {
     node->Set(1002, scheme);
   }
   void Ball(const Vec3d& centre, double radius) {
-    EGrid<double>& phi = *gas->mBoundary.GetLevelSet();
+    EGrid<double>& phi = *gas->mFlow.mBoundary.GetLevelSet();
     for (i32 z = 0; z < phi.mNz; ++z)
       for (i32 y = 0; y < phi.mNy; ++y)
         for (i32 x = 0; x < phi.mNx; ++x)
           phi(x, y, z) = std::min(phi(x, y, z), Length(phi.PositionOf(x, y, z) - centre) - radius);
-    gas->mSolidCells.Build(phi, 1);
+    gas->mFlow.mSolidCells.Build(phi, 1);
   }
   /// Smoke in a ball, nothing in cells that lie in solids.
   void Puff(const Vec3d& centre, double radius) {
     const EGrid<double>& g = *smoke->mGrid;
     Fill(*smoke->mGrid, [&](const Vec3d& p) {
-      const bool solid = gas->mBoundary.IsSolid(g.mLayout.ToCells(p), g, false);
+      const bool solid = gas->mFlow.mBoundary.IsSolid(g.mLayout.ToCells(p), g, false);
       return !solid && Length(p - centre) < radius ? 0.7 : 0.0;
     });
   }

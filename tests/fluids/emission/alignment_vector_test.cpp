@@ -23,7 +23,7 @@ class Alignment : public testing::Test {
   Vec3d At(const Vec3d& p, i32 mode, u32 worker = 0) {
     TestScene::Set(node, 1000, mode);
     s.SetUp();
-    node.SetWorkerCount(2, 1);
+    node.SetWorkerCount(2);
     Vec3d out{7, 7, 7};
     node.GetDirection(out, p, worker);
     return out;

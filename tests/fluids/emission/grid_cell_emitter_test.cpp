@@ -17,7 +17,7 @@ class AddHeight : public ChannelOperator {
   AddHeight(host::BaseNode* node, Scene* scene, double factor)
       : ChannelOperator(node, scene), mFactor(factor) {}
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
-  void Prepare(void*) override { ++prepared; }
+  void Prepare() override { ++prepared; }
   void Finish() override { ++finished; }
   void EvaluateCells(const CellRecord* cells, i32 count, const EvaluationThreadData&) override {
     for (i32 i = 0; i < count; ++i) {
@@ -30,7 +30,6 @@ class AddHeight : public ChannelOperator {
       }
     }
   }
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<AddHeight>(*this); }
   int prepared = 0, finished = 0;
 
  private:
@@ -39,27 +38,23 @@ class AddHeight : public ChannelOperator {
 
 class LeftOnly : public Constraint {
  public:
+  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<LeftOnly>(*this); }
   using Constraint::Constraint;
   bool Test(const Vec3d& p, double& weight, const iBase*, u32) override {
     weight *= p.x < 0.3 ? 0.5 : 0.0;
     return weight != 0;
   }
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<LeftOnly>(*this); }
 };
 
 /// A solver with nothing but fields.
 class Fields : public iFluidSolver {
  public:
-  Fields(host::BaseNode* node, Scene* scene) : iFluidSolver(node, scene) {
-    velocity.Rebind(nullptr, scene);
-    divergence.Rebind(nullptr, scene);
-    divergence.SetUnbounded();
-  }
+  Fields(host::BaseNode* node, Scene* scene) : iFluidSolver(node, scene), flow(scene) {}
   i32 GetListIndex() const override { return kListSolvers; }
-  ScalarField* GetDivergenceChannel() override { return &divergence; }
-  VelocityField* GetVelocityChannel() override { return &velocity; }
-  ScalarField divergence;
-  VelocityField velocity;
+  Flow& GetFlow() override { return flow; }
+  Flow flow;
+  ScalarField& divergence = flow.mDivergence;
+  VelocityField& velocity = flow.mVelocity;
 };
 
 class CellEmitter : public testing::Test {

@@ -15,13 +15,13 @@ namespace {
 /// Keeps the half above a plane, at half strength.
 class UpperHalf : public Constraint {
  public:
+  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<UpperHalf>(*this); }
   using Constraint::Constraint;
   bool Test(const Vec3d& p, double& weight, const iBase*, u32) override {
     if (p.y < 0.6) weight = 0;
     weight *= 0.5;
     return weight != 0;
   }
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<UpperHalf>(*this); }
 };
 
 class GridEmitter : public testing::Test {

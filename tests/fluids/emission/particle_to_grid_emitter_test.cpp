@@ -18,7 +18,7 @@ namespace {
 class Points : public Mesh {
  public:
   Points(host::BaseNode* node, Scene* scene) : Mesh(node, scene) {}
-  bool ReadParameters(void*) override { return true; }
+  bool ReadParameters() override { return true; }
   bool ResolveLinks() override { return true; }
   bool AfterLinks() override { return true; }
   void CheckDirty() override {}
@@ -30,12 +30,12 @@ class Points : public Mesh {
 
 class BelowHalf : public Constraint {
  public:
+  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<BelowHalf>(*this); }
   using Constraint::Constraint;
   bool Test(const Vec3d& p, double& weight, const iBase*, u32) override {
     weight *= p.y < 0.5 ? 0.25 : 0.0;
     return weight != 0;
   }
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<BelowHalf>(*this); }
 };
 
 class PointsToGrid : public testing::Test {

@@ -9,7 +9,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class SphereVolume : public VolumeBase {
  public:
   SphereVolume(host::BaseNode* node, Scene* scene) : VolumeBase(node, scene) {}
-  bool ReadParameters(void*) override { return true; }
+  bool ReadParameters() override { return true; }
   bool ResolveLinks() override { return true; }
   bool AfterLinks() override { return true; }
   bool IsDirty() const override { return false; }

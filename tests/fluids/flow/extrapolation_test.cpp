@@ -11,30 +11,18 @@ struct ClosedSlab {
   EGrid<double>* u;
   EGrid<float>* open;
 
-  ClosedSlab(i32 first, i32 last, i32 rounds) {
-    rig.gasNode->Set(1018, rounds);
+  ClosedSlab(i32 first, i32 last, i32 rounds) : mRounds(rounds) {
     rig.Begin();
-    u = rig.gas->mVelocity.GetGrid(0);
-    open = rig.gas->mFractions.GetWrite(0, 1);
+    u = rig.gas->mFlow.mVelocity.GetGrid(0);
+    open = rig.gas->mFlow.mFractions.GetWrite(0, 1);
     open->Fill(1);
     u->Fill(5);
     for (i32 z = 0; z < u->mNz; ++z)
       for (i32 y = 0; y < u->mNy; ++y)
         for (i32 x = first; x <= last; ++x) (*open)(x, y, z) = 0, (*u)(x, y, z) = -1;
   }
-  void Run() {
-    GridExtrapolation& e = rig.gas->mExtrapolation;
-    e.mPass = -1;
-    e.NextPass();
-    e.Prepare();
-    for (i32 axis = 0; axis < 3; ++axis) {
-      e.mPass = -1;
-      e.SelectAxis(axis);
-      while (e.NextPass())
-        if (e.Has(FLAG_ACTIVE)) rig.gas->RunOnWorkers(e);
-    }
-    e.Finish();
-  }
+  void Run() { rig.gas->mExtrapolation.ExtendVelocity(rig.gas->mFlow, mRounds); }
+  i32 mRounds;
 };
 
 }  // namespace
@@ -53,8 +41,8 @@ TEST(GridExtrapolation, GrowsByOneLayerARound) {
 
 TEST(GridExtrapolation, AnotherAxisRunsAsWell) {
   ClosedSlab slab(4, 5, 1);
-  EGrid<double>& w = *slab.rig.gas->mVelocity.GetGrid(2);
-  EGrid<float>& open = *slab.rig.gas->mFractions.GetWrite(2, 1);
+  EGrid<double>& w = *slab.rig.gas->mFlow.mVelocity.GetGrid(2);
+  EGrid<float>& open = *slab.rig.gas->mFlow.mFractions.GetWrite(2, 1);
   open.Fill(1);
   w.Fill(2);
   open(5, 5, 5) = 0;
@@ -75,7 +63,7 @@ TEST(GridExtrapolation, TakesTheMeanOfKnownNeighbours) {
 
 TEST(GridExtrapolation, StopsTwoCellsInsideSolids) {
   ClosedSlab slab(4, 11, 6);
-  EGrid<double>& phi = *slab.rig.gas->mBoundary.GetLevelSet();
+  EGrid<double>& phi = *slab.rig.gas->mFlow.mBoundary.GetLevelSet();
   const double h = phi.mLayout.cellSize;
   // Solid from the node plane x = 4 on, a distance field.
   for (i32 z = 0; z < phi.mNz; ++z)
@@ -93,25 +81,37 @@ TEST(GridExtrapolation, WithoutRoundsNothingHappens) {
   EXPECT_EQ((*slab.u)(4, 4, 4), -1);
 }
 
+TEST(GridExtrapolation, FieldsGrowFromWhatLiesAboveTheirInitialValue) {
+  GridLayout layout;
+  layout.Set({7, 6, 5}, {70, 60, 50}, 0.1f, {});
+  EGrid<double> field(layout, kCentre);
+  field.Fill(-1);
+  field(3, 2, 2) = 4;
+  GridExtrapolation extrapolation;
+  extrapolation.ExtendField(field, -1, 2, 3);
+  EXPECT_EQ(field(3, 3, 2), 4);
+  EXPECT_EQ(field(5, 2, 2), 4);
+  EXPECT_EQ(field(4, 3, 2), 4) << "a corner takes two rounds";
+  EXPECT_EQ(field(5, 3, 2), -1);
+  EXPECT_EQ(field(3, 2, 4), -1) << "the outermost layer";
+}
+
 TEST(VelocityConstrain, ClosedFacesStickSlideOrBlend) {
   for (const double blend : {0.0, 0.25, 1.0}) {
     GasRig rig({10, 8, 8});
     rig.gasNode->Set(1035, blend);
     rig.Begin();
     // A solid below the node plane x = 4.
-    EGrid<double>& phi = *rig.gas->mBoundary.GetLevelSet();
+    EGrid<double>& phi = *rig.gas->mFlow.mBoundary.GetLevelSet();
     const double h = phi.mLayout.cellSize;
     for (i32 i = 0; i < phi.mCount; ++i) phi[i] = (i % phi.mNx - 4) * h;
     for (i32 a = 0; a < 3; ++a) {
-      EGrid<float>& open = *rig.gas->mFractions.GetWrite(a, 1);
+      EGrid<float>& open = *rig.gas->mFlow.mFractions.GetWrite(a, 1);
       for (i32 i = 0; i < open.mCount; ++i) open[i] = i % open.mNx < 4 ? 0 : 1;
     }
     rig.FillVelocity([](const Vec3d&) { return Vec3d{1, 2, 3}; });
-    VelocityConstrain& constrain = rig.gas->mConstrain;
-    constrain.Prepare();
-    while (constrain.NextPass()) rig.gas->RunOnWorkers(constrain);
-    constrain.Finish();
-    const VelocityField& v = rig.gas->mVelocity;
+    rig.gas->mConstrain.Run(rig.gas->mFlow);
+    const VelocityField& v = rig.gas->mFlow.mVelocity;
     EXPECT_NEAR((*v.GetGrid(0))(2, 4, 4), 0, 1e-12) << "across the surface";
     EXPECT_NEAR((*v.GetGrid(1))(2, 4, 4), 2 * blend, 1e-12) << "along it";
     EXPECT_NEAR((*v.GetGrid(2))(2, 4, 4), 3 * blend, 1e-12);

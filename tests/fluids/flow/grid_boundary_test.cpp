@@ -2,8 +2,7 @@
 
 #include <cmath>
 
-#include "fluids/solvers/fluid_solver.h"
-#include "host/document.h"
+#include "fluids/gas_rig.h"
 #include "fluids/pressure/projection_box.h"
 
 using namespace MELDO_GLOBAL;
@@ -22,9 +21,8 @@ struct Level {
         const Vec3d& origin = {}, i32 workers = 3) {
     boundary.mWalls = walls;
     boundary.mObstacles = std::move(obstacles);
-    boundary.mLevelSet.mGrid = std::make_unique<EGrid<double>>(MakeLayout(cells, h, origin), kNode);
-    boundary.mLevelSet.mGrid->Fill(std::numeric_limits<double>::max());
-    projection::RunOnSlabs(boundary, cells, workers);
+    boundary.mLevelSet = std::make_unique<EGrid<double>>(MakeLayout(cells, h, origin), kNode);
+    boundary.Build(workers);
   }
   double operator()(i32 x, i32 y, i32 z) const { return (*boundary.GetLevelSet())(x, y, z); }
 };
@@ -62,21 +60,12 @@ TEST(GridBoundary, EverySideHasItsOwnWallBit) {
   EXPECT_EQ(kWallHighY, 4);
 
   // The parameters of a node set the same bits.
-  host::Document document;
-  host::BaseNode& node = document.Create(0, "gas", nullptr);
-  node.SetTable(&FluidSolver::Parameters());
-  GridBoundary boundary;
-  boundary.Rebind(&node, nullptr);
-  EXPECT_TRUE(boundary.ReadParameters());
-  EXPECT_EQ(boundary.mWalls, kWallsAll) << "closed by default";
-  boundary.SetFlag(FLAG_DIRTY, false);
-  boundary.ReadParameters();
-  EXPECT_FALSE(boundary.Has(FLAG_DIRTY));
-  node.Set(1014, 0);
-  node.Set(1015, 0);
-  boundary.ReadParameters();
-  EXPECT_EQ(boundary.mWalls, kWallsAll & ~kWallHighY & ~kWallLowZ);
-  EXPECT_TRUE(boundary.Has(FLAG_DIRTY));
+  GasRig rig({4, 4, 4});
+  rig.SetUp();
+  EXPECT_EQ(rig.gas->mFlow.mBoundary.mWalls, kWallsAll) << "closed by default";
+  rig.Walls(1, 1, 1, 0, 0, 1);
+  rig.SetUp();
+  EXPECT_EQ(rig.gas->mFlow.mBoundary.mWalls, kWallsAll & ~kWallHighY & ~kWallLowZ);
 }
 
 TEST(GridBoundary, TakesTheNearestOfWallsAndObstacles) {
@@ -104,16 +93,16 @@ TEST(GridBoundary, TakesTheNearestOfWallsAndObstacles) {
 
 TEST(GridBoundary, ActiveBoxHoldsTheSolidNodes) {
   Level level({10, 11, 12}, 0.5f, kWallLowX);
-  level.boundary.ComputeActiveBox();
+  level.boundary.ComputeActiveBox(2);
   EXPECT_EQ(level.boundary.GetLevelSet()->mActiveMin, (VecInt3D{0, 0, 0}));
   EXPECT_EQ(level.boundary.GetLevelSet()->mActiveMax, (VecInt3D{1, 11, 12}));
   Level single({10, 11, 12}, 0.5f, 0);
   (*single.boundary.GetLevelSet())(4, 5, 6) = -1;
-  single.boundary.ComputeActiveBox();
+  single.boundary.ComputeActiveBox(2);
   EXPECT_EQ(single.boundary.GetLevelSet()->mActiveMin, (VecInt3D{4, 5, 6}));
   EXPECT_EQ(single.boundary.GetLevelSet()->mActiveMax, (VecInt3D{5, 6, 7}));
   Level none({4, 4, 4}, 0.5f, 0);
-  none.boundary.ComputeActiveBox();
+  none.boundary.ComputeActiveBox(2);
   EXPECT_TRUE(none.boundary.GetLevelSet()->IsActiveEmpty());
 }
 

@@ -4,22 +4,14 @@
 
 #include <cmath>
 #include <cstring>
+#include <memory>
 
 #include "fluids/gas_rig.h"
-#include "fluids/pressure/projection_box.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
-using projection::RunOnSlabs;
 
 namespace {
-
-/// A solver with a liquid surface of its own.
-struct Pool : FluidSolver {
-  explicit Pool(const FluidSolver& gas) : FluidSolver(gas) {}
-  const EGrid<double>* GetSurfaceLevelSetRead() const override { return surface.get(); }
-  std::unique_ptr<EGrid<double>> surface;
-};
 
 constexpr double kCell = 0.1;
 const Vec3d kCentre3{0.85, 0.8, 0.75};
@@ -28,33 +20,29 @@ constexpr double kRadius = 0.33;
 /// A box with a ball in it, after the stage that builds solids.
 struct CellStates {
   GasRig rig{{16, 15, 14}, kCell};
-  std::unique_ptr<Pool> pool;
+  Flow& flow = rig.gas->mFlow;
+  std::unique_ptr<EGrid<double>> surface;
   Grid_Cellstates states;
 
   explicit CellStates(bool openTop = false) {
     if (openTop) rig.Walls(1, 1, 1, 0, 1, 1);
     rig.Begin();
-    pool = std::make_unique<Pool>(*rig.gas);
-    EGrid<double>& phi = *pool->mBoundary.GetLevelSet();
+    EGrid<double>& phi = *flow.mBoundary.GetLevelSet();
     ForEachCell({{0, 0, 0}, phi.Dims()}, [&](i32 x, i32 y, i32 z) {
       const double ball = Length(phi.PositionOf(x, y, z) - kCentre3) - kRadius;
       phi(x, y, z) = std::min(phi(x, y, z), ball);
     });
-    pool->mFractions.mSource = {&phi, nullptr};
-    pool->mFractions.Prepare();
-    RunOnSlabs(pool->mFractions, Cells(), 2);
-    states.mSolver = pool.get();
+    EXPECT_TRUE(flow.mFractions.Measure(2));
   }
-  VecInt3D Cells() const { return pool->GetLayout()->dims; }
+  VecInt3D Cells() const { return flow.GetLayout()->dims; }
   void Run(i32 workers) {
-    states.Prepare();
-    ASSERT_TRUE(states.Has(FLAG_ACTIVE));
-    RunOnSlabs(states, Cells(), workers);
+    rig.scene->mThreadCount = workers;
+    ASSERT_TRUE(states.Build(flow));
   }
   /// Calls f(state, centre of the face, index) for all faces of a component.
   template <class F>
   void ForEachFace(i32 axis, F&& f) const {
-    const EGrid<double>& velocity = *pool->mVelocity.GetGrid(axis);
+    const EGrid<double>& velocity = *flow.mVelocity.GetGrid(axis);
     const Grid<u8>& grid = *states.GetStates(axis);
     ASSERT_EQ(grid.Dims(), velocity.Dims());
     ForEachCell({{0, 0, 0}, grid.Dims()}, [&](i32 x, i32 y, i32 z) {
@@ -102,9 +90,10 @@ TEST(CellStates, AnOpenSideIsBorderAlone) {
 
 TEST(CellStates, FacesFarFromTheLiquidAreOutOfBand) {
   CellStates box;
-  auto& surface = box.pool->surface;
-  surface = std::make_unique<EGrid<double>>(*box.pool->GetLayout(), kCentre);
+  auto& surface = box.surface;
+  surface = std::make_unique<EGrid<double>>(*box.flow.GetLayout(), kCentre);
   const double level = 0.5;
+  box.flow.mSurface = surface.get();
   GasRig::Fill(*surface, [&](const Vec3d& p) { return p.y - level; });
   box.Run(2);
   for (i32 axis = 0; axis < 3; ++axis) {
@@ -126,9 +115,9 @@ TEST(CellStates, NeedSolidsAndDoNotDependOnTheWorkers) {
   const Grid<u8> one(*box.states.GetStates(2));
   box.Run(5);
   EXPECT_EQ(std::memcmp(one.mData, box.states.GetStates(2)->mData, one.mCount), 0);
-  box.states.Finish();
+  box.states.Release();
   EXPECT_EQ(box.states.GetStates(2), nullptr);
-  box.pool->mBoundary.Release(true);
-  box.states.Prepare();
-  EXPECT_FALSE(box.states.Has(FLAG_ACTIVE));
+  box.flow.mBoundary.Release();
+  EXPECT_FALSE(box.states.Build(box.flow));
+  EXPECT_EQ(box.states.GetStates(2), nullptr);
 }

@@ -32,7 +32,9 @@ struct ForceRig : GasRig {
     dust = Object<ScalarField>(d);
     force->Set(1001, LinkTo(d));
   }
-  double V(i32 axis, i32 x, i32 y, i32 z) const { return (*gas->mVelocity.GetGrid(axis))(x, y, z); }
+  double V(i32 axis, i32 x, i32 y, i32 z) const {
+    return (*gas->mFlow.mVelocity.GetGrid(axis))(x, y, z);
+  }
 };
 
 }  // namespace
@@ -100,7 +102,7 @@ TEST(Forces, AnEmptyListMeansNoForces) {
   const auto fall = [&] {
     rig.SetUp();
     rig.Fit();
-    rig.gas->mVelocity.Reset();
+    rig.gas->mFlow.mVelocity.Reset();
     rig.RunGas(kEmitters);
     rig.RunGas(kForcesEmission);
     return rig.V(1, 3, 3, 3) / (-9.81 * 0.04);
@@ -153,14 +155,13 @@ TEST(Forces, RowsAddWhatSamplesAdd) {
   for (ScalarField* field : {rig.heat, rig.smoke, rig.dust})
     for (i32 i = 0; i < field->GetGrid(0)->mCount; ++i) (*field->GetGrid(0))[i] = unit(random);
   for (i32 a = 0; a < 3; ++a)
-    for (i32 i = 0; i < rig.gas->mVelocity.GetGrid(a)->mCount; ++i)
-      (*rig.gas->mVelocity.GetGrid(a))[i] = unit(random);
+    for (i32 i = 0; i < rig.gas->mFlow.mVelocity.GetGrid(a)->mCount; ++i)
+      (*rig.gas->mFlow.mVelocity.GetGrid(a))[i] = unit(random);
 
-  const GridLayout& layout = *rig.gas->GetLayout();
+  const GridLayout& layout = *rig.gas->mFlow.GetLayout();
   for (const host::BaseNode* node : {rig.force, &swirl, &gravity}) {
     Force& force = *rig.Object<Force>(*node);
-    force.Attach(&rig.gas->mVelocity, &rig.gas->mBoundary);
-    force.Prepare();
+    force.PrepareFor(rig.gas->mFlow);
     ASSERT_TRUE(force.Has(FLAG_ACTIVE)) << node->Name();
     const i32 n = layout.dims.x - 2;
     std::vector<u8> open(n, 1);
@@ -204,8 +205,7 @@ TEST(Swirling, LeavesUniformAndRigidFlowAlone) {
     rig.FillVelocity([&](const Vec3d& p) {
       return rigid ? Vec3d{-3 * p.y, 3 * p.x, 0} : Vec3d{1, -2, 0.5};
     });
-    swirl.Attach(&rig.gas->mVelocity, &rig.gas->mBoundary);
-    swirl.Prepare();
+    swirl.PrepareFor(rig.gas->mFlow);
     // The rotation of the whole is its mean, which is left out.
     const EGrid<double>& m = *swirl.GetMagnitude();
     for (i32 i = 0; i < m.mCount; ++i) ASSERT_NEAR(m[i], 0, 1e-11);
@@ -221,7 +221,7 @@ TEST(Swirling, PushesRoundAVortexAndNotOutOfIt) {
   host::BaseNode& node = rig.Add("force_swirling", "swirl");
   node.Set(1003, i32{0});
   rig.Begin();
-  const double h = rig.gas->GetLayout()->cellSize, centre = 12 * h, core = 3 * h;
+  const double h = rig.gas->mFlow.GetLayout()->cellSize, centre = 12 * h, core = 3 * h;
   // A vortex about the z axis whose vorticity falls off as a bell, counter-clockwise.
   rig.FillVelocity([&](const Vec3d& p) {
     const double x = p.x - centre, y = p.y - centre, r2 = x * x + y * y;
@@ -230,13 +230,12 @@ TEST(Swirling, PushesRoundAVortexAndNotOutOfIt) {
   });
   const Vec3d before{rig.V(0, 17, 13, 4), rig.V(1, 17, 13, 4), 0};
   Force_Swirling& swirl = *rig.Object<Force_Swirling>(node);
-  swirl.Attach(&rig.gas->mVelocity, &rig.gas->mBoundary);
-  swirl.Prepare();
+  swirl.PrepareFor(rig.gas->mFlow);
   ASSERT_TRUE(swirl.GetMagnitude());
   const double atCore = (*swirl.GetMagnitude())(13, 13, 4);
   EXPECT_NEAR(atCore, 2 / (core * core), 0.15 * atCore);
   ForceSample sample;
-  sample.position = rig.gas->GetLayout()->simOrigin + Vec3d{16.5, 13, 4.5} * h;
+  sample.position = rig.gas->mFlow.GetLayout()->simOrigin + Vec3d{16.5, 13, 4.5} * h;
   sample.cellIndex = 0;
   swirl.Evaluate(sample);
   // The gradient points to the core, so N x W points along the rotation: at (3.5, 0.5) cells from
@@ -259,11 +258,11 @@ TEST(Swirling, IsTheSameForAnyNumberOfThreads) {
     std::mt19937 random(3);
     std::uniform_real_distribution<double> unit(-1, 1);
     for (i32 a = 0; a < 3; ++a)
-      for (i32 i = 0; i < rig.gas->mVelocity.GetGrid(a)->mCount; ++i)
-        (*rig.gas->mVelocity.GetGrid(a))[i] = unit(random);
+      for (i32 i = 0; i < rig.gas->mFlow.mVelocity.GetGrid(a)->mCount; ++i)
+        (*rig.gas->mFlow.mVelocity.GetGrid(a))[i] = unit(random);
     rig.RunGas(kForcesEmission);
     for (i32 a = 0; a < 3; ++a) {
-      const EGrid<double>& g = *rig.gas->mVelocity.GetGrid(a);
+      const EGrid<double>& g = *rig.gas->mFlow.mVelocity.GetGrid(a);
       results[threads - 1].insert(results[threads - 1].end(), g.mData, g.mData + g.mCount);
     }
   }

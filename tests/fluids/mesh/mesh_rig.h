@@ -4,7 +4,7 @@
 
 #include "fluids/mesh/mesh.h"
 #include "fluids/volume/volume_mesh.h"
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "host/shapes.h"
 #include "nodes/catalogue.h"
 
@@ -51,7 +51,7 @@ class MeshRig {
   host::PolygonObject* object = nullptr;
   host::BaseNode* meshNode = nullptr;
   host::BaseNode* volumeNode = nullptr;
-  std::unique_ptr<Scene> scene;
+  std::unique_ptr<SulvaScene> scene;
 
  private:
   host::BaseNode& Create(std::string_view type, host::BaseNode* parent) {

@@ -12,14 +12,11 @@ namespace {
 /// A solver with nothing but a divergence.
 class DivergenceOnly : public iFluidSolver {
  public:
-  DivergenceOnly(host::BaseNode* node, Scene* scene) : iFluidSolver(node, scene) {
-    divergence.Rebind(nullptr, scene);
-    divergence.SetUnbounded();
-  }
+  DivergenceOnly(host::BaseNode* node, Scene* scene) : iFluidSolver(node, scene), flow(scene) {}
   i32 GetListIndex() const override { return kListSolvers; }
-  ScalarField* GetDivergenceChannel() override { return &divergence; }
-  VelocityField* GetVelocityChannel() override { return nullptr; }
-  ScalarField divergence;
+  Flow& GetFlow() override { return flow; }
+  Flow flow;
+  ScalarField& divergence = flow.mDivergence;
 };
 
 class Combustion : public testing::Test {
@@ -232,8 +229,8 @@ TEST(CombustionFlow, ExpansionLeavesThroughTheOpenTop) {
   rig.RunOperators();
   rig.RunGas(kPressure);
   const double h = rig.scene->mDomain.cellSize, dt = 0.04;
-  const EGrid<double>& v = *rig.gas->mVelocity.GetGrid(1);
-  const EGrid<float>& open = *rig.gas->GetOpenFaces(1);
+  const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
+  const EGrid<float>& open = *rig.gas->mFlow.GetOpenFaces(1);
   double flow = 0;
   ForEachCell({{1, v.mNy - 2, 1}, {v.mNx - 1, v.mNy - 1, v.mNz - 1}},
               [&](i32 x, i32 y, i32 z) { flow += open(x, y, z) * v(x, y, z) * h * h; });
@@ -241,5 +238,6 @@ TEST(CombustionFlow, ExpansionLeavesThroughTheOpenTop) {
   const double made = burning * (3 * dt) * (3 * 5) * h * h * h;
   EXPECT_GT(made, 0.1);
   EXPECT_NEAR(flow, made, 1e-5 * made);
-  EXPECT_EQ((*rig.gas->mDivergence.GetGrid(0))(5, 5, 6), 0) << "the source lives for one step";
+  EXPECT_EQ((*rig.gas->mFlow.mDivergence.GetGrid(0))(5, 5, 6), 0)
+      << "the source lives for one step";
 }

@@ -17,7 +17,7 @@ class StaggeredChannel : public VelocityField {
     Rebind(node, scene);
     SetUnbounded();
   }
-  bool ReadParameters(void*) override { return true; }
+  bool ReadParameters() override { return true; }
 };
 
 class Density : public testing::Test {
@@ -142,7 +142,7 @@ TEST(DensityFlow, ALightBallRisesAgainstItsAddedMass) {
     rig.FillVelocity([&](const Vec3d&) { return Vec3d{0, -g * dt, 0}; });
     rig.RunOperators();
     rig.RunGas(kPressure);
-    const EGrid<double>& v = *rig.gas->mVelocity.GetGrid(1);
+    const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
     double sum = 0, count = 0;
     ForEachCell({{1, 1, 1}, v.Dims() - VecInt3D{1, 1, 1}}, [&](i32 x, i32 y, i32 z) {
       if (Length(v.PositionOf(x, y, z) - centre) > 0.7 * radius * h) return;

@@ -128,7 +128,7 @@ TEST(ClosedRegions, ABallThatCrossesAWallKnowsBounds) {
     const auto ball = Ball(centre, 3.7, kCell);
     Box box({18, 18, 18}, kCell, kWallsAll, {ball.get()});
     box.fractions.mLeast = kLeastOpening;
-    projection::RunOnSlabs(box.fractions, {18, 18, 18}, 1);
+    box.fractions.Measure(1);
     box.projection.moving = {{ball.get(), centre * double(kCell), {1, 0, 0}, {}}};
     box.Project();
     double top = 0;

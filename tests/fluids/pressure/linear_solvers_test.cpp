@@ -59,7 +59,7 @@ double Distance(std::span<const double> a, std::span<const double> b) {
 /// Sweeps as the projection does, until the solver says stop.
 void Relax(Grid_GaussSolver& solver) {
   do solver.Sweep();
-  while (solver.NextPass());
+  while (solver.WantsSweep());
 }
 
 }  // namespace

@@ -37,20 +37,6 @@ class FormulaVolume : public VolumeBase {
   }
 };
 
-/// Runs one operation on z slabs, one per worker.
-inline void RunOnSlabs(iObject& target, const VecInt3D& cells, i32 threads) {
-  threads = std::min(threads, cells.z);
-  host::WorkerPool::Instance().Run(threads, [&](i32 i) {
-    MPdata data;
-    data.index = i;
-    data.count = threads;
-    data.isLast = i == threads - 1;
-    data.min = {0, 0, cells.z / threads * i};
-    data.max = {cells.x, cells.y, data.isLast ? cells.z : cells.z / threads * (i + 1)};
-    target.Evaluate(data);
-  });
-}
-
 /// The projection on fields of its own.
 class Projection : public Grid_Incompressibility {
  public:
@@ -60,7 +46,7 @@ class Projection : public Grid_Incompressibility {
   void Gate(Duration* duration, SceneTime* time) { mDuration = duration, mTime = time; }
 
  protected:
-  bool GatherFields(ProjectionFields& out) const override {
+  bool GatherFields(ProjectionFields& out) override {
     out = fields;
     return true;
   }
@@ -80,15 +66,13 @@ struct Box {
       : layout(MakeLayout(cells, h, origin)) {
     boundary.mWalls = walls;
     boundary.mObstacles = std::move(obstacles);
-    boundary.mLevelSet.mGrid = std::make_unique<EGrid<double>>(layout, kNode);
-    boundary.mLevelSet.mGrid->Fill(std::numeric_limits<double>::max());
-    RunOnSlabs(boundary, cells, host::ThreadCount());
+    boundary.mLevelSet = std::make_unique<EGrid<double>>(layout, kNode);
+    boundary.Build(host::ThreadCount());
     fractions.mSource = {boundary.GetLevelSet(), nullptr};
     fractions.mMethod = FractionMethod::Analytic;
     fractions.mKinds = kFractionCell | kFractionFaces;
     fractions.mInvert = true;
-    fractions.Prepare();
-    RunOnSlabs(fractions, cells, host::ThreadCount());
+    fractions.Measure(host::ThreadCount());
     for (i32 axis = 0; axis < 3; ++axis) {
       velocity[axis] = std::make_unique<EGrid<double>>(layout, axis);
       projection.fields.velocity[axis] = velocity[axis].get();
@@ -109,14 +93,7 @@ struct Box {
       for (i32 i = 0; i < grid->mCount; ++i) grid->mData[i] = 2 * random.NextUnit() - 1;
   }
 
-  void Project() {
-    projection.mPass = -1;
-    while (projection.NextPass()) {
-      projection.Prepare();
-      RunOnSlabs(projection, layout.dims, host::ThreadCount());
-      projection.Finish();
-    }
-  }
+  void Project() { projection.Project(); }
 
   /// The volume flow out of a cell through the open parts of its faces, 1/s.
   double Divergence(i32 x, i32 y, i32 z) const {

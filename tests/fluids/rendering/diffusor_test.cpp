@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "grids/random_stream.h"
+#include "host/worker_pool.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 namespace {

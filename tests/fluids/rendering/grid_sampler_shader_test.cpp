@@ -73,7 +73,7 @@ TEST(GridSampler, SpeedAndDivergenceOfASolver) {
   look.node.Set(3004, 50.0);  // 50^2 times a cell of 0.1: a squared speed of 250
   ASSERT_TRUE(look.shader->InitRender(look.data));
   EXPECT_NEAR(look.At({50, 50, 50}).x, 0.1, 1e-6);
-  gas.gas->mDivergence.GetGrid(0)->Fill(0.25);
+  gas.gas->mFlow.mDivergence.GetGrid(0)->Fill(0.25);
   look.node.Set(3002, i32{2});
   look.node.Set(3004, 1.0);
   ASSERT_TRUE(look.shader->InitRender(look.data));

@@ -34,7 +34,7 @@ TEST(Remap, ScalesOverTheRangeOfAScalarAndTakesVectorsAsTheyAre) {
   ChannelOperator_Remap remap;
   const host::Gradient ramp{{{0, {0, 0, 0}}, {1, {1, 2, 3}}}};
   remap.SetGradient(ramp);
-  ASSERT_TRUE(remap.Attach(static_cast<iBase*>(&colours)));
+  ASSERT_TRUE(remap.Attach(&colours));
   remap.Prepare();
   CellRecord cell;
   cell.cellIndex = 7;
@@ -49,7 +49,7 @@ TEST(Remap, WithoutAChannelOrARampItRests) {
   remap.Prepare();
   EXPECT_FALSE(remap.Has(FLAG_ACTIVE));
   RenderRig rig({4, 4, 4});
-  remap.Attach(static_cast<iBase*>(rig.smoke));
+  remap.Attach(rig.smoke);
   remap.Prepare();
   EXPECT_FALSE(remap.Has(FLAG_ACTIVE));
   RenderGridPreprocessor work;
@@ -60,12 +60,12 @@ TEST(Remap, WithoutAChannelOrARampItRests) {
 /// Lets half of what lies at x > limit pass.
 class HalfBeyond : public Constraint {
  public:
+  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<HalfBeyond>(*this); }
   HalfBeyond(host::BaseNode* node, Scene* scene) : Constraint(node, scene) {}
   bool Test(const Vec3d& position, double& weight, const iBase*, u32) override {
     if (position.x > 0.2) weight *= 0.5;
     return true;
   }
-  std::unique_ptr<iBase> Clone() const override { return std::make_unique<HalfBeyond>(*this); }
 };
 
 TEST(RenderFilters, ConstraintsWeighGridsAndSamples) {
@@ -94,7 +94,7 @@ TEST(VelocityGridDisplacer, TracesBackByTheAmounts) {
   const auto displaced = [&](double first, double second) {
     node.Set(2202, first);
     node.Set(2553, second);
-    displacer.Set(gas.gas, &interface);
+    displacer.Set(&gas.gas->mFlow, &interface);
     Displacer::Points points{Vec3d{0.5, 0.5, 0.5}, Vec3d{0.5, 0.5, 0.5}};
     displacer.Displace(points);
     return points;

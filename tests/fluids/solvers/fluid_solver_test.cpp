@@ -12,7 +12,7 @@ namespace {
 VecInt3D DimsAfterFit(GasRig& rig, const Vec3d& min, const Vec3d& max) {
   rig.SetUp();
   rig.Fit(min, max);
-  return rig.gas->GetLayout() ? rig.gas->GetLayout()->dims : VecInt3D{};
+  return rig.gas->mFlow.GetLayout() ? rig.gas->mFlow.GetLayout()->dims : VecInt3D{};
 }
 
 StaggeredGrids GridsOf(const VelocityField& v) {
@@ -27,7 +27,8 @@ void FillRandom(EGrid<double>& g, u32 seed) {
 
 /// Velocity through the open part of a face.
 double Flux(const GasRig& rig, i32 axis, i32 x, i32 y, i32 z) {
-  return (*rig.gas->GetOpenFaces(axis))(x, y, z) * (*rig.gas->mVelocity.GetGrid(axis))(x, y, z);
+  return (*rig.gas->mFlow.GetOpenFaces(axis))(x, y, z) *
+         (*rig.gas->mFlow.mVelocity.GetGrid(axis))(x, y, z);
 }
 
 }  // namespace
@@ -36,12 +37,12 @@ TEST(FluidSolverBounds, FollowTheContentInsideTheUsersBox) {
   GasRig rig({40, 40, 40});
   // Padding of 5 cells round a content of 4.
   EXPECT_EQ(DimsAfterFit(rig, {18, 18, 18}, {22, 22, 22}), (VecInt3D{14, 14, 14}));
-  EXPECT_EQ(rig.gas->GetLayout()->originCell, (VecInt3D{13, 13, 13}));
+  EXPECT_EQ(rig.gas->mFlow.GetLayout()->originCell, (VecInt3D{13, 13, 13}));
   // Content that isn't on the lattice is snapped outwards.
   EXPECT_EQ(DimsAfterFit(rig, {18.5, 18, 18}, {21.5, 22, 22}), (VecInt3D{14, 14, 14}));
   // The box, and one layer round it, is the limit.
   EXPECT_EQ(DimsAfterFit(rig, {-9, 2, 38}, {60, 4, 39}), (VecInt3D{42, 10, 8}));
-  EXPECT_EQ(rig.gas->GetLayout()->originCell, (VecInt3D{-1, -1, 33}));
+  EXPECT_EQ(rig.gas->mFlow.GetLayout()->originCell, (VecInt3D{-1, -1, 33}));
 }
 
 TEST(FluidSolverBounds, WithoutContentInTheBoxTheSolverHasNoGrids) {
@@ -63,8 +64,8 @@ TEST(FluidSolverBounds, TheNodeIsTheLowCornerLessTheOffset) {
   rig.gasNode->SetPlacement({30, 0, 0}, {}, {1, 1, 1});
   rig.gasNode->Set(1028, Vec3d{0, 0.5, 0});
   DimsAfterFit(rig, {-50, -50, -50}, {50, 50, 50});
-  EXPECT_EQ(rig.gas->GetLayout()->originCell, (VecInt3D{2, -6, -1}));
-  EXPECT_EQ(rig.gas->GetLayout()->dims, (VecInt3D{12, 12, 12}));
+  EXPECT_EQ(rig.gas->mFlow.GetLayout()->originCell, (VecInt3D{2, -6, -1}));
+  EXPECT_EQ(rig.gas->mFlow.GetLayout()->dims, (VecInt3D{12, 12, 12}));
 }
 
 TEST(FluidSolverBounds, ALatticeThatDoesNotRoundNeverDrifts) {
@@ -73,11 +74,11 @@ TEST(FluidSolverBounds, ALatticeThatDoesNotRoundNeverDrifts) {
     rig.gasNode->Set(1009, i32{0});
     const VecInt3D dims = DimsAfterFit(rig, {7, 8, 9}, {50, 51, 52});
     EXPECT_EQ(dims, (VecInt3D{43, 43, 43})) << h;
-    const GridLayout first = *rig.gas->GetLayout();
+    const GridLayout first = *rig.gas->mFlow.GetLayout();
     // What a grid reports as its own box must give the same grid again.
     const double cell = rig.scene->mDomain.cellSize;
     rig.Fit(first.simOrigin * (1 / cell), first.simMax * (1 / cell));
-    EXPECT_TRUE(rig.gas->GetLayout()->Equals(first)) << h;
+    EXPECT_TRUE(rig.gas->mFlow.GetLayout()->Equals(first)) << h;
   }
 }
 
@@ -87,13 +88,13 @@ TEST(FluidSolverBounds, GrowthLeavesEveryOldCellBitEqual) {
   EGrid<double>* before[3];
   std::unique_ptr<EGrid<double>> kept[3];
   for (i32 a = 0; a < 3; ++a) {
-    before[a] = rig.gas->mVelocity.GetGrid(a);
+    before[a] = rig.gas->mFlow.mVelocity.GetGrid(a);
     FillRandom(*before[a], 7 + a);
     kept[a] = std::make_unique<EGrid<double>>(*before[a]);
   }
   DimsAfterFit(rig, {17, 20, 15}, {31, 36, 30});
   for (i32 a = 0; a < 3; ++a) {
-    const EGrid<double>& grown = *rig.gas->mVelocity.GetGrid(a);
+    const EGrid<double>& grown = *rig.gas->mFlow.mVelocity.GetGrid(a);
     ASSERT_NE(grown.Dims(), kept[a]->Dims());
     const VecInt3D shift = kept[a]->mLayout.originCell - grown.mLayout.originCell;
     ForEachCell({{0, 0, 0}, kept[a]->Dims()}, [&](i32 x, i32 y, i32 z) {
@@ -106,7 +107,7 @@ TEST(FluidSolverBounds, GrowthLeavesEveryOldCellBitEqual) {
 TEST(WallVelocities, NormalFlowStopsAtWallsAndPassesOpenSides) {
   GasRig rig({4, 4, 4});
   rig.Begin();
-  VelocityField& velocity = rig.gas->mVelocity;
+  VelocityField& velocity = rig.gas->mFlow.mVelocity;
   for (i32 a = 0; a < 3; ++a) velocity.GetGrid(a)->Fill(3);
   SetWallVelocities(GridsOf(velocity), kWallLowX | kWallHighY, 1.0);
   const EGrid<double>&u = *velocity.GetGrid(0), &v = *velocity.GetGrid(1);
@@ -122,7 +123,7 @@ TEST(WallVelocities, NormalFlowStopsAtWallsAndPassesOpenSides) {
 TEST(WallVelocities, TangentialLayersFollowTheFactorAtWallsAlone) {
   GasRig rig({4, 4, 4});
   rig.Begin();
-  VelocityField& velocity = rig.gas->mVelocity;
+  VelocityField& velocity = rig.gas->mFlow.mVelocity;
   const auto run = [&](u8 walls, double factor) {
     for (i32 a = 0; a < 3; ++a) velocity.GetGrid(a)->Fill(3);
     EGrid<double>& u = *velocity.GetGrid(0);
@@ -174,7 +175,7 @@ TEST(FluidSolver, AClosedBoxAtRestStaysAtRest) {
   advection.Set(1005, LinkTo(*rig.gasNode));
   for (i32 i = 0; i < 5; ++i) rig.Step();
   for (i32 a = 0; a < 3; ++a) {
-    const EGrid<double>& g = *rig.gas->mVelocity.GetGrid(a);
+    const EGrid<double>& g = *rig.gas->mFlow.mVelocity.GetGrid(a);
     for (i32 i = 0; i < g.mCount; ++i) ASSERT_EQ(g[i], 0);
   }
   EXPECT_EQ(rig.gas->mMaxSpeedSq, 1e-8);
@@ -185,10 +186,10 @@ TEST(FluidSolver, ProjectionLeavesNoDivergenceWithClosedAndOpenSides) {
     GasRig rig({10, 12, 8});
     if (open) rig.Walls(1, 1, 1, 0, 1, 1);
     rig.Begin();
-    for (i32 a = 0; a < 3; ++a) FillRandom(*rig.gas->mVelocity.GetGrid(a), 11 + a);
+    for (i32 a = 0; a < 3; ++a) FillRandom(*rig.gas->mFlow.mVelocity.GetGrid(a), 11 + a);
     rig.RunGas(kForcesEmission);
     rig.RunGas(kPressure);
-    const GridLayout& layout = *rig.gas->GetLayout();
+    const GridLayout& layout = *rig.gas->mFlow.GetLayout();
     double most = 0, flow = 0;
     ForEachCell({{1, 1, 1}, layout.dims - VecInt3D{1, 1, 1}}, [&](i32 x, i32 y, i32 z) {
       double sum = 0;
@@ -199,8 +200,8 @@ TEST(FluidSolver, ProjectionLeavesNoDivergenceWithClosedAndOpenSides) {
       }
       most = std::max(most, std::abs(sum) / layout.cellSize);
     });
-    const auto& u = *rig.gas->mVelocity.GetGrid(0);
-    const auto& v = *rig.gas->mVelocity.GetGrid(1);
+    const auto& u = *rig.gas->mFlow.mVelocity.GetGrid(0);
+    const auto& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
     EXPECT_LT(most, 1e-8) << open;
     EXPECT_GT(flow, 0.1) << open;
     EXPECT_EQ(u(1, 4, 4), 0);
@@ -213,10 +214,10 @@ TEST(FluidSolver, TheDivergenceSourceLivesForOneStepAndSetsTheOutflow) {
   GasRig rig({8, 8, 8});
   rig.Walls(1, 1, 1, 0, 1, 1);
   rig.Begin();
-  EGrid<double>& source = *rig.gas->mDivergence.GetGrid(0);
+  EGrid<double>& source = *rig.gas->mFlow.mDivergence.GetGrid(0);
   source(4, 4, 4) = 2.0;
   rig.RunGas(kPressure);
-  const EGrid<double>& v = *rig.gas->mVelocity.GetGrid(1);
+  const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
   const double h = v.mLayout.cellSize;
   double outflow = 0;
   for (i32 z = 1; z < v.mNz - 1; ++z)

@@ -36,9 +36,9 @@ struct FlowRig : GasRig {
   double Energy() const {
     double sum = 0;
     for (i32 a = 0; a < 3; ++a) {
-      const EGrid<double>& g = *gas->mVelocity.GetGrid(a);
+      const EGrid<double>& g = *gas->mFlow.mVelocity.GetGrid(a);
       const VecInt3D up = ExtraOf(a);
-      ForEachCell({{1, 1, 1}, gas->GetLayout()->dims - VecInt3D{1, 1, 1}},
+      ForEachCell({{1, 1, 1}, gas->mFlow.GetLayout()->dims - VecInt3D{1, 1, 1}},
                   [&](i32 x, i32 y, i32 z) {
                     const double v = 0.5 * (g(x, y, z) + g(x + up.x, y + up.y, z + up.z));
                     sum += v * v;
@@ -47,8 +47,9 @@ struct FlowRig : GasRig {
     return sum;
   }
   void AppendState(std::vector<double>& out) const {
-    for (const EGrid<double>* g : {gas->mVelocity.GetGrid(0), gas->mVelocity.GetGrid(1),
-                                   gas->mVelocity.GetGrid(2), heat->GetGrid(0), smoke->GetGrid(0)})
+    for (const EGrid<double>* g :
+         {gas->mFlow.mVelocity.GetGrid(0), gas->mFlow.mVelocity.GetGrid(1),
+          gas->mFlow.mVelocity.GetGrid(2), heat->GetGrid(0), smoke->GetGrid(0)})
       out.insert(out.end(), g->mData, g->mData + g->mCount);
   }
 };
@@ -112,7 +113,7 @@ TEST(GasFlow, AWarmSphereStartsWithTwoThirdsOfItsLift) {
   rig.RunGas(kForcesEmission);
   rig.RunGas(kPressure);
   const double lift = 0.5 * 0.04 * 0.03 * 100;
-  const EGrid<double>& v = *rig.gas->mVelocity.GetGrid(1);
+  const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
   double sum = 0, cells = 0;
   for (i32 z = 0; z < v.mNz; ++z)
     for (i32 y = 0; y < v.mNy; ++y)
@@ -137,7 +138,7 @@ TEST(GasFlow, AMirrorSymmetricPlumeStaysSymmetric) {
   puff(*rig.smoke->GetGrid(0), 0.8);
   for (i32 step = 0; step < 100; ++step) rig.Step();
   const EGrid<double>& g = *rig.smoke->GetGrid(0);
-  const EGrid<double>& v = *rig.gas->mVelocity.GetGrid(1);
+  const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
   double most = 0, difference = 0, rise = 0;
   ForEachCell({{0, 0, 0}, g.Dims()}, [&](i32 x, i32 y, i32 z) {
     most = std::max(most, g(x, y, z));

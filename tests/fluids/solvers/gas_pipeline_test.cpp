@@ -2,7 +2,7 @@
 #include <map>
 
 #include "fluids/solvers/fluid_solver.h"
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "host/shapes.h"
 #include "nodes/catalogue.h"
 
@@ -18,7 +18,7 @@ struct RisingBall {
   host::Document document;
   host::BaseNode* server;
   std::map<std::string, host::BaseNode*> nodes;
-  std::unique_ptr<Scene> scene;
+  std::unique_ptr<SulvaScene> scene;
 
   RisingBall() {
     server = &CreateNode(document, *FindKind("server"), "scene", nullptr);
@@ -96,11 +96,11 @@ TEST(GasPipeline, WarmthRisesAndTheContainerFollowsIt) {
     });
     return moment / sum;
   };
-  const VecInt3D before = gas.GetLayout()->dims;
+  const VecInt3D before = gas.mFlow.GetLayout()->dims;
   const double low = centreOfHeat();
   EXPECT_NEAR(low, 0.6, 0.05);
   for (i32 frame = 7; frame <= 30; ++frame) ball.Frame(frame);
-  const VecInt3D after = gas.GetLayout()->dims;
+  const VecInt3D after = gas.mFlow.GetLayout()->dims;
   EXPECT_GT(centreOfHeat(), low + 0.2);
   EXPECT_GT(after.y, before.y);
   EXPECT_LT(after.y, 33) << "not the whole box yet";

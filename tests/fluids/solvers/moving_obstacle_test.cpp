@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "fluids/solvers/fluid_solver.h"
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "host/document.h"
 #include "host/shapes.h"
 #include "host/worker_pool.h"
@@ -22,7 +22,7 @@ struct MovingBox {
   host::Document document;
   host::PolygonObject* object;
   host::BaseNode* gasNode;
-  std::unique_ptr<Scene> scene;
+  std::unique_ptr<SulvaScene> scene;
 
   explicit MovingBox(i32 linearSolver) {
     host::BaseNode& server = Make("server", nullptr);
@@ -64,13 +64,13 @@ struct MovingBox {
   }
   /// The flow along x at `p` (simulation units).
   double FlowAt(const Vec3d& p) const {
-    const EGrid<double>* u = Gas()->mVelocity.GetGrid(0);
+    const EGrid<double>* u = Gas()->mFlow.mVelocity.GetGrid(0);
     return u ? SampleLinear(*u, u->ToSamples(p)) : 0.0;
   }
   /// How far open faces of the flow along x differ from their mirror image in y.
   double Asymmetry() const {
-    const EGrid<double>& u = *Gas()->mVelocity.GetGrid(0);
-    const EGrid<float>& open = *Gas()->mFractions.GetRead(0, 1);
+    const EGrid<double>& u = *Gas()->mFlow.mVelocity.GetGrid(0);
+    const EGrid<float>& open = *Gas()->mFlow.mFractions.GetRead(0, 1);
     double top = 0;
     ForEachCell({{0, 0, 0}, u.Dims()}, [&](i32 x, i32 y, i32 z) {
       if (open(x, y, z) > 0) top = std::max(top, std::fabs(u(x, y, z) - u(x, u.mNy - 1 - y, z)));
@@ -79,15 +79,15 @@ struct MovingBox {
   }
   /// The largest divergence, 1/s: what solids push shows in it.
   double LargestOutflow() const {
-    const EGrid<double>& u = *Gas()->mVelocity.GetGrid(0);
+    const EGrid<double>& u = *Gas()->mFlow.mVelocity.GetGrid(0);
     double top = 0;
     ForEachCell({{1, 1, 1}, u.mLayout.dims - VecInt3D{1, 1, 1}}, [&](i32 x, i32 y, i32 z) {
       double sum = 0;
       for (i32 axis = 0; axis < 3; ++axis) {
         VecInt3D high{x, y, z};
         ++high[axis];
-        const EGrid<double>& v = *Gas()->mVelocity.GetGrid(axis);
-        const EGrid<float>& open = *Gas()->mFractions.GetRead(axis, 1);
+        const EGrid<double>& v = *Gas()->mFlow.mVelocity.GetGrid(axis);
+        const EGrid<float>& open = *Gas()->mFlow.mFractions.GetRead(axis, 1);
         sum +=
             open(high.x, high.y, high.z) * v(high.x, high.y, high.z) - open(x, y, z) * v(x, y, z);
       }
@@ -98,7 +98,7 @@ struct MovingBox {
   double LargestSpeed() const {
     double top = 0;
     for (i32 axis = 0; axis < 3; ++axis) {
-      const EGrid<double>* grid = Gas()->mVelocity.GetGrid(axis);
+      const EGrid<double>* grid = Gas()->mFlow.mVelocity.GetGrid(axis);
       if (!grid) return -1;
       for (i32 i = 0; i < grid->mCount; ++i) top = std::max(top, std::fabs(grid->mData[i]));
     }

@@ -7,7 +7,7 @@
 
 #include "fluids/flow/grid_boundary.h"
 #include "fluids/mesh/multi_mesh.h"
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "host/shapes.h"
 #include "nodes/catalogue.h"
 
@@ -66,7 +66,7 @@ struct TwoBalls {
   host::Document document;
   host::BaseNode *server, *group, *sources[2] = {};
   host::PolygonObject* balls[2];
-  std::unique_ptr<Scene> scene;
+  std::unique_ptr<SulvaScene> scene;
 };
 
 class Groups : public testing::TestWithParam<bool> {};

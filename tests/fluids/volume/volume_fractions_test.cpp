@@ -8,7 +8,6 @@
 
 #include "fluids/volume/cell_fractions.h"
 #include "fluids/volume/wall_bits.h"
-#include "grids/control_thread.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
@@ -31,17 +30,7 @@ constexpr Vec3d kMiddle{0.47, 0.53, 0.51};
 constexpr double kRadius = 0.3;
 double Ball(const Vec3d& p) { return Length(p - kMiddle) - kRadius; }
 
-void Measure(Grid_VolumeFractions& f, i32 threads = 2) {
-  f.Prepare();
-  ASSERT_TRUE(f.Has(FLAG_ACTIVE));
-  const VecInt3D n = f.mSource.grid ? f.mSource.grid->mLayout.dims : f.mSource.layout->dims;
-  ScalarGridControlThread<ScalarGridThread<iObject>> control;
-  control.SetRegion({0, 0, 0}, n);
-  MPdata data;
-  data.user = static_cast<iObject*>(&f);
-  ASSERT_TRUE(control.Init(data, threads));
-  control.Run();
-}
+void Measure(Grid_VolumeFractions& f, i32 threads = 2) { ASSERT_TRUE(f.Measure(threads)); }
 
 double SumOf(const EGrid<float>& g) {
   double sum = 0;
@@ -245,9 +234,8 @@ TEST(VolumeFractions, WithoutAFieldEveryControlVolumeIsFull) {
       EXPECT_EQ((*f.GetRead(axis, 2))(x, y, z), 1.0f);
     });
   f.mSource = {};
-  f.Prepare();
-  EXPECT_FALSE(f.Has(FLAG_ACTIVE));
-  f.Release(true);
+  EXPECT_FALSE(f.Measure(2));
+  f.Release();
   EXPECT_FALSE(f.HasFields());
 }
 

@@ -1,9 +1,10 @@
 // An evaluation of a scene, from the frame decision to the caches.
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 
 #include <algorithm>
 
 #include "framework/node_kind.h"
+#include "framework/stage_order.h"
 #include "host/console.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -14,7 +15,7 @@ namespace {
 constexpr double kFarthestFrame = 1e9;  // the distance of two frames fits a long
 }  // namespace
 
-const NodeKind& Scene::Kind() {
+const NodeKind& SulvaScene::Kind() {
   static const NodeKind kind = {
       .id = 1300000,
       .type = "server",
@@ -28,7 +29,7 @@ const NodeKind& Scene::Kind() {
   return kind;
 }
 
-const ParameterTable& Scene::Parameters() {
+const ParameterTable& SulvaScene::Parameters() {
   static const ParameterTable table = {
       RealRow(
           1000, "host_units", 100.0, "host",
@@ -149,33 +150,27 @@ const ParameterTable& Scene::Parameters() {
   return table;
 }
 
-Scene::Scene(BaseNode* server, ObjectFactory factory)
-    : mInterface(server), mFactory(std::move(factory)) {
+SulvaScene::SulvaScene(BaseNode* server, ObjectFactory factory)
+    : Scene(server), mFactory(std::move(factory)) {
   mClock.document = GetDocument();
 }
 
-Scene::~Scene() { Clear(); }
+SulvaScene::~SulvaScene() { Clear(); }
 
-const Document* Scene::GetDocument() const { return Server() ? &Server()->GetDocument() : nullptr; }
-
-SceneSettings Scene::ReadSettings() const {
+SceneSettings SulvaScene::ReadSettings() const {
   SceneSettings settings;
   FillMembers(Parameters(), Server(), settings);
   return settings;
 }
 
-void Scene::DetectChanges() { mInterface.GetDirtyCount(mServerDirty); }
+void SulvaScene::DetectChanges() { mInterface.GetDirtyCount(mServerDirty); }
 
-bool Scene::IsCancelled(const HostThread* control) const {
-  return (mThread && mThread->TestBreak()) || (control && control->TestBreak());
-}
-
-void Scene::SetStage(i32 stage) {
+void SulvaScene::SetStage(i32 stage) {
   mStage = stage;
   ShowStatus("PipelineStage: " + std::string(kPipeline[stage].name));
 }
 
-Scene::FrameDecision Scene::DecideFrame(bool domainChanged, bool& hardReset) {
+SulvaScene::FrameDecision SulvaScene::DecideFrame(bool domainChanged, bool& hardReset) {
   hardReset = false;
   const i32 f = mClock.frame, s = mClock.startFrame;
   if (f < s) {
@@ -198,7 +193,7 @@ Scene::FrameDecision Scene::DecideFrame(bool domainChanged, bool& hardReset) {
   return mClock.time == mClock.lastTime ? FrameDecision::Refresh : FrameDecision::NewFrame;
 }
 
-bool Scene::EndEvaluation(bool result) {
+bool SulvaScene::EndEvaluation(bool result) {
   SetStage(kFinishVisual);
   DispatchStage();
   mReport.whole = result;
@@ -207,7 +202,7 @@ bool Scene::EndEvaluation(bool result) {
   return result;
 }
 
-bool Scene::Execute(HostThread* thread, bool render) {
+bool SulvaScene::Execute(HostThread* thread, bool render) {
   mThread = thread;
   mReport = {};
   const SceneSettings settings = ReadSettings();
@@ -261,7 +256,7 @@ bool Scene::Execute(HostThread* thread, bool render) {
   return EndEvaluation(!IsCancelled());
 }
 
-std::vector<iObject*> Scene::Caches(bool enabledOnly) const {
+std::vector<iObject*> SulvaScene::Caches(bool enabledOnly) const {
   std::vector<iObject*> caches;
   for (const auto& [id, object] : mLists[kListCaches])
     if (object->IsPipelineObject() && (!enabledOnly || object->Has(FLAG_ENABLED)))
@@ -271,14 +266,14 @@ std::vector<iObject*> Scene::Caches(bool enabledOnly) const {
 
 namespace {
 /// Tells which caches work in the stages that are theirs alone.
-void Trace(const Scene& scene, const std::vector<iObject*>& caches) {
+void Trace(const SulvaScene& scene, const std::vector<iObject*>& caches) {
   if (!scene.mTrace) return;
   for (const iObject* cache : caches)
     if (cache->Has(FLAG_ACTIVE) && cache->IsDirty()) scene.mTrace(scene.mStage, *cache);
 }
 }  // namespace
 
-void Scene::LoadCaches() {
+void SulvaScene::LoadCaches() {
   SetStage(kLoadCache);
   for (iObject* cache : Caches(true)) {
     cache->ReadParameters();
@@ -290,7 +285,7 @@ void Scene::LoadCaches() {
   Trace(*this, Caches(true));
 }
 
-void Scene::SaveCaches() {
+void SulvaScene::SaveCaches() {
   SetStage(kSaveCache);
   EvaluationThreadData data;
   data.thread = mThread;
@@ -301,7 +296,7 @@ void Scene::SaveCaches() {
   for (iObject* cache : Caches(false)) cache->ClearLinks();
 }
 
-void Scene::RunSetUpPasses() {
+void SulvaScene::RunSetUpPasses() {
   ForEachObject([](iBase& o) {
     if (o.Has(FLAG_ENABLED)) o.ReadParameters();
   });
@@ -313,13 +308,16 @@ void Scene::RunSetUpPasses() {
   });
 }
 
-void Scene::CheckAllDirty() {
+void SulvaScene::CheckAllDirty() {
   // In stage order, so that an object's dirt reaches objects of later stages in one sweep.
   std::vector<iBase*> order;
-  for (i32 stage = 0; stage <= kVisualPost; ++stage)
+  for (i32 stage = 0; stage <= kVisualPost; ++stage) {
+    std::vector<iBase*> objects;
     ForEachObject([&](iBase& o) {
-      if (o.Has(FLAG_ENABLED) && (o.mStageMask & StageBit(stage))) order.push_back(&o);
+      if (o.Has(FLAG_ENABLED) && (o.mStageMask & StageBit(stage))) objects.push_back(&o);
     });
+    for (iBase* object : OrderByLinks(objects, *this)) order.push_back(object);
+  }
   order.erase(std::unique(order.begin(), order.end()), order.end());
   for (iBase* object : order) object->CheckDirty();
   ForEachObject([](iBase& o) {
@@ -327,7 +325,7 @@ void Scene::CheckAllDirty() {
   });
 }
 
-void Scene::DispatchStage() {
+void SulvaScene::DispatchStage() {
   switch (mStage) {
     case kStartSimulation:
     case kUpdate:

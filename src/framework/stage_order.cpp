@@ -1,0 +1,90 @@
+#include "framework/stage_order.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+/// What the objects of a stage read and write, and whom they wait for.
+class Waits {
+ public:
+  Waits(const std::vector<iBase*>& objects, const Scene& scene)
+      : mScene(scene), mObjects(objects.begin(), objects.end()) {
+    for (iBase* object : objects) {
+      std::set<const iBase*> seen;
+      Follow(*object, *object, seen);
+    }
+    for (const auto& [target, readers] : mReaders)
+      for (iBase* writer : mWriters[target])
+        for (iBase* reader : readers)
+          if (!mWriters[target].contains(reader)) mFor[reader].insert(writer);
+  }
+  const std::set<iBase*>& Of(iBase* object) { return mFor[object]; }
+
+ private:
+  /// The links of `holder`, which count as those of `object`.
+  void Follow(iBase& object, const iBase& holder, std::set<const iBase*>& seen) {
+    if (!holder.Rows() || !holder.Node() || !seen.insert(&holder).second) return;
+    for (const host::ParameterRow& row : *holder.Rows()) {
+      if (row.type != host::ParameterType::Link && row.type != host::ParameterType::Links) continue;
+      for (const host::LinkTarget& link : host::TargetsOf(row, *holder.Node(), mScene)) {
+        auto* target = dynamic_cast<iBase*>(link.object);
+        if (!target || target == &object) continue;
+        if (mObjects.contains(target) && !row.writes) mFor[&object].insert(target);
+        (row.writes ? mWriters : mReaders)[target].insert(&object);
+        const i32 list = target->GetListIndex();
+        if (list == kListSettings || list == kListAuxiliary) Follow(object, *target, seen);
+      }
+    }
+  }
+
+  const Scene& mScene;
+  std::set<iBase*> mObjects;
+  std::map<iBase*, std::set<iBase*>> mReaders, mWriters;
+  std::map<iBase*, std::set<iBase*>> mFor;
+};
+
+/// Names of a circle among objects of which each waits for another one.
+std::string CircleOf(const std::vector<iBase*>& waiting, Waits& waits) {
+  std::vector<iBase*> way{waiting.front()};
+  for (;;) {
+    iBase* next = nullptr;
+    for (iBase* object : waiting)
+      if (!next && waits.Of(way.back()).contains(object)) next = object;
+    const auto start = std::find(way.begin(), way.end(), next);
+    if (start != way.end()) {
+      way.erase(way.begin(), start);
+      break;
+    }
+    way.push_back(next);
+  }
+  std::string text;
+  for (const iBase* object : way) text += "'" + object->mName + "' waits for ";
+  return text + "'" + way.front()->mName + "'";
+}
+
+}  // namespace
+
+std::vector<iBase*> OrderByLinks(const std::vector<iBase*>& objects, const Scene& scene) {
+  if (objects.size() < 2) return objects;
+  Waits waits(objects, scene);
+  std::vector<iBase*> ordered, waiting = objects;
+  while (!waiting.empty()) {
+    const auto ready = [&](iBase* object) {
+      return std::all_of(waiting.begin(), waiting.end(), [&](iBase* other) {
+        return other == object || !waits.Of(object).contains(other);
+      });
+    };
+    const auto next = std::find_if(waiting.begin(), waiting.end(), ready);
+    if (next == waiting.end())
+      throw OrderError("these nodes wait for each other: " + CircleOf(waiting, waits));
+    ordered.push_back(*next);
+    waiting.erase(next);
+  }
+  return ordered;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

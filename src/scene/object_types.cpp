@@ -1,0 +1,26 @@
+#include "scene/object_types.h"
+
+#include "host/render_objects.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+
+const std::vector<ObjectType>& ObjectTypes() {
+  static const std::vector<ObjectType> types = {
+      {"mesh", kMeshObject, false, {"file", "frames"}},
+      {"box", kMeshObject, true, {"size"}},
+      {"sphere", kMeshObject, true, {"radius", "segments"}},
+      {"plane", kMeshObject, true, {"size"}},
+      {"cylinder", kMeshObject, true, {"radius", "height", "segments"}},
+      {"cone", kMeshObject, true, {"radius", "height", "segments"}},
+      {"torus", kMeshObject, true, {"radius", "tube", "segments"}},
+      {"spline", kSplineObject, false, {"points", "closed"}},
+      {"points", kPointsObject, false, {"points"}},
+      {"light", kLightObject, false, {"parameters"}, LightParameters},
+      {"camera", kCameraObject, false, {"parameters"}, CameraParameters},
+  };
+  return types;
+}
+
+}  // namespace MELDO_GLOBAL::app
