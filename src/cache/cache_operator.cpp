@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "cache/cache_rows.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 #include "host/atomic_file.h"
@@ -20,43 +21,55 @@ constexpr std::size_t kMostWarnings = 8;
 
 }  // namespace
 
-ParameterTable CacheRows() {
+ParameterTable Cache_OperatorBase::CommonRows() {
   return {
-      BoolRow(1000, "render_only", false,
-              "rests while a scene is only simulated, and works when pictures are made"),
-      LongRow(1001, "mode", 0, "",
+      BoolRow(cache_row::kRenderOnly, "render_only", false,
+              "rests while a scene is only simulated, and works when pictures are made")
+          .To(&Cache_OperatorBase::mRenderOnly),
+      LongRow(cache_row::kMode, "mode", 0, "",
               "record writes what was simulated, play_back shows it again without simulating, both "
               "plays what is there and records the rest")
-          .Choices({{0, "play_back"}, {1, "record"}, {2, "both"}}),
+          .Choices({{0, "play_back"}, {1, "record"}, {2, "both"}})
+          .To(&Cache_OperatorBase::mMode),
       ButtonRow(1002, "choose_folder", "asks a person where the files go"),
-      StringRow(1003, "custom_folder", "",
+      StringRow(cache_row::kCustomFolder, "custom_folder", "",
                 "where the files lie, with folder = custom; a relative path starts at the scene "
-                "file, or where none is there at the working directory"),
-      StringRow(1004, "base_name", "",
-                "how the names of the files begin; two caches in one folder need two of them"),
-      LongRow(1006, "show_frame", -1, "frames",
+                "file, or where none is there at the working directory")
+          .To(&Cache_OperatorBase::mCustomFolder),
+      StringRow(cache_row::kBaseName, "base_name", "",
+                "how the names of the files begin; two caches in one folder need two of them")
+          .To(&Cache_OperatorBase::mBaseName),
+      LongRow(cache_row::kShowFrame, "show_frame", -1, "frames",
               "holds the picture at this one frame; -1 plays along with the run")
-          .AtLeast(-1),
-      LongRow(1007, "frame_offset", 0, "frames",
-              "plays that many frames later in the recording; negative starts late"),
-      LongRow(1009, "compression", 0, "",
+          .AtLeast(-1)
+          .To(&Cache_OperatorBase::mShowFrame),
+      LongRow(cache_row::kFrameOffset, "frame_offset", 0, "frames",
+              "plays that many frames later in the recording; negative starts late")
+          .To(&Cache_OperatorBase::mFrameOffset),
+      LongRow(cache_row::kCompression, "compression", 0, "",
               "smaller files for a little time: fast packs to about a tenth, small packs harder")
-          .Choices({{0, "none"}, {1, "fast"}, {2, "small"}}),
-      LongRow(1011, "numbering", 0, "",
+          .Choices({{0, "none"}, {1, "fast"}, {2, "small"}})
+          .To(&Cache_OperatorBase::mCompression),
+      LongRow(cache_row::kNumbering, "numbering", 0, "",
               "whether files count from the first simulated frame or by the scene's own frames")
-          .Choices({{0, "from_start"}, {1, "document"}}),
-      LinksRow(1012, "objects",
+          .Choices({{0, "from_start"}, {1, "document"}})
+          .To(&Cache_OperatorBase::mNumbering),
+      LinksRow(cache_row::kObjects, "objects",
                "the fields, volumes and gas that are kept; play back with the list in the order in "
                "which it was recorded",
                {})
-          .Writes(),
-      LongRow(1013, "folder", 0, "",
+          .Writes()
+          .To(&Cache_OperatorBase::mListed),
+      LongRow(cache_row::kFolder, "folder", 0, "",
               "output follows each run's own folder, custom keeps one place for all of them")
-          .Choices({{0, "output"}, {1, "custom"}}),
-      BoolRow(1014, "backwards", false,
-              "the recording plays in reverse: smoke goes back into its source"),
+          .Choices({{0, "output"}, {1, "custom"}})
+          .To(&Cache_OperatorBase::mUseCustomFolder),
+      BoolRow(cache_row::kBackwards, "backwards", false,
+              "the recording plays in reverse: smoke goes back into its source")
+          .To(&Cache_OperatorBase::mBackwards),
       BoolRow(1030, "go_on_after_failure", false,
-              "a frame that can't be written or played is a warning and doesn't end the run"),
+              "a frame that can't be written or played is a warning and doesn't end the run")
+          .To(&Cache_OperatorBase::mGoesOn),
   };
 }
 
@@ -65,25 +78,13 @@ Cache_OperatorBase::Cache_OperatorBase(BaseNode* node, Scene* scene, std::string
 
 bool Cache_OperatorBase::ReadParameters() {
   if (!iObject::ReadParameters()) return false;
-  mRenderOnly = mInterface.GetBool(1000);
-  mMode = mInterface.GetLong(1001);
-  mBaseName = mInterface.GetString(1004, "");
-  mShowFrame = mInterface.GetLong(1006);
-  mFrameOffset = mInterface.GetLong(1007);
-  mCompression = mInterface.GetLong(1009);
-  mFormat = mInterface.GetLong(1010);
-  mNumbering = mInterface.GetLong(1011);
-  mUseCustomFolder = mInterface.GetLong(1013) != 0;
-  mBackwards = mInterface.GetBool(1014);
-  mDigits = mInterface.GetLong(ParameterIds().digits);
-  mGoesOn = mInterface.GetBool(1030);
   mFolderPath = ReadFolder();
   return true;
 }
 
 fs::path Cache_OperatorBase::ReadFolder() {
   const Document& document = *mScene->GetDocument();
-  const fs::path custom = mInterface.GetString(1003, "");
+  const fs::path custom = mCustomFolder;
   if (!mUseCustomFolder) {
     if (!custom.empty()) Warn("custom_folder isn't used, since folder is 'output'");
     return document.folder;
@@ -96,18 +97,11 @@ fs::path Cache_OperatorBase::ReadFolder() {
 }
 
 bool Cache_OperatorBase::ResolveLinks() {
-  mDuration = nullptr;
   mObjects.clear();
   if (!iObject::ResolveLinks()) return false;
-  if (const InExcludeData* list = mInterface.GetInExclude(1012)) {
-    std::vector<iBase*> found;
-    mScene->CollectObjects(list, found, kListAll, kBitAny, kTypeAny, kBitAny, true);
-    for (iBase* object : found)
-      if (object->IsPipelineObject()) mObjects.push_back(static_cast<iObject*>(object));
-  }
-  mDuration =
-      static_cast<Duration*>(mScene->FindObject(mInterface.GetLink(ParameterIds().duration),
-                                                kListAuxiliary, kBitAny, kBitAny, kTypeDuration));
+  for (iObject* object : mListed)
+    if (std::find(mObjects.begin(), mObjects.end(), object) == mObjects.end())
+      mObjects.push_back(object);
   // Caches are asked before the set-up passes of the frame.
   if (mDuration) mDuration->ReadParameters();
   // All caches fetch their links before the first one marks what it feeds, so that none takes the
@@ -117,7 +111,6 @@ bool Cache_OperatorBase::ResolveLinks() {
 }
 
 void Cache_OperatorBase::ClearLinks() {
-  mDuration = nullptr;
   mObjects.clear();
   iObject::ClearLinks();
 }

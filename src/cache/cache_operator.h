@@ -81,9 +81,11 @@ class Cache_OperatorBase : public iObject {
  protected:
   /// Ids of the parameters whose numbers differ between the kinds.
   struct Ids {
-    i32 digits, duration, text, secondText;
+    i32 text, secondText;
   };
   virtual Ids ParameterIds() const = 0;
+  /// The rows of all kinds.
+  static host::ParameterTable CommonRows();
   /// Added to the format parameter.
   virtual i32 FirstFormat() const = 0;
   /// What `Prepare` does in stage 0 once everything is settled: reads the header.
@@ -116,10 +118,12 @@ class Cache_OperatorBase : public iObject {
   bool mUseCustomFolder = false;
   ConstraintList mFilters;
   Duration* mDuration = nullptr;
-  std::vector<iObject*> mObjects;
+  std::vector<iObject*> mListed;   ///< as the scene lists them
+  std::vector<iObject*> mObjects;  ///< the same, each once
   bool mRenderOnly = false;
   i32 mMode = 0;
   std::filesystem::path mFolderPath;
+  std::string mCustomFolder;
   std::string mBaseName;
   i32 mDigits = 5;
   i32 mShowFrame = -1;  ///< -1 follows the run
@@ -146,8 +150,5 @@ class Cache_OperatorBase : public iObject {
   std::string mFailure;
   std::vector<std::string> mWarnings;
 };
-
-/// Rows of the parameters that all cachers have under the same ids.
-host::ParameterTable CacheRows();
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

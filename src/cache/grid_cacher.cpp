@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "cache/cache_rows.h"
 #include "fluids/emission/channel_kinds.h"
 #include "fluids/flow/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
@@ -46,22 +47,26 @@ const NodeKind& GridCacher::Kind() {
 
 const ParameterTable& GridCacher::Parameters() {
   static const ParameterTable table = [] {
-    ParameterTable rows = CacheRows();
+    ParameterTable rows = CommonRows();
     std::vector<i32> kept = FieldKinds();
     kept.push_back(kVolumeNode);
     std::find_if(rows.begin(), rows.end(), [](const ParameterRow& row) {
-      return row.id == 1012;
+      return row.id == cache_row::kObjects;
     })->Accepts(std::move(kept));
     const ParameterTable own = {
         StringRow(1008, "file_statistics", "",
-                  "filled in by the program: what the file of this frame holds"),
-        LongRow(1010, "format", 0, "", "which kind of file is written")
-            .Choices({{0, "grid_cache"}}),
+                  "filled in by the program: what the file of this frame holds")
+            .Kept(),
+        LongRow(cache_row::kFormat, "format", 0, "", "which kind of file is written")
+            .Choices({{0, "grid_cache"}})
+            .To(&GridCacher::mFormat),
         StringRow(1015, "statistics", "",
-                  "filled in by the program: first and last file, size and gaps"),
+                  "filled in by the program: first and last file, size and gaps")
+            .Kept(),
         ButtonRow(1016, "delete_files", "what `sulva cache delete` does"),
         ButtonRow(1017, "choose_objects", "picks or makes what is to be recorded"),
-        LinkRow(1018, "duration", "records and plays only inside this time window", {1028240}),
+        LinkRow(1018, "duration", "records and plays only inside this time window", {1028240})
+            .To(&GridCacher::mDuration),
         ButtonRow(1019, "choose_duration", "picks or makes a time window"),
         LongRow(1020, "resampling", 0, "",
                 "how a recording is read into cells of another size: linear is smooth and quick, "
@@ -74,7 +79,8 @@ const ParameterTable& GridCacher::Parameters() {
             .To(&GridCacher::mResampleMode),
         LongRow(1021, "digits", 5, "",
                 "width of the frame number in the names of files: 5 gives 00012")
-            .Range(1, 6),
+            .Range(1, 6)
+            .To(&GridCacher::mDigits),
     };
     rows.insert(rows.end(), own.begin(), own.end());
     return rows;
@@ -84,11 +90,6 @@ const ParameterTable& GridCacher::Parameters() {
 
 GridCacher::GridCacher(BaseNode* node, Scene* scene)
     : Cache_OperatorBase(node, scene, "sulva_grid_frame") {}
-
-bool GridCacher::ReadParameters() {
-  if (!Cache_OperatorBase::ReadParameters()) return false;
-  return true;
-}
 
 // ---- objects ------------------------------------------------------------------------------------
 

@@ -17,14 +17,13 @@ class GridCacher : public Cache_OperatorBase {
   GridCacher(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters() override;
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
   std::string DescribeFile(const std::filesystem::path& path) const override;
 
  protected:
-  Ids ParameterIds() const override { return {1021, 1018, 1015, 1008}; }
+  Ids ParameterIds() const override { return {1015, 1008}; }
   i32 FirstFormat() const override { return 21; }
   bool PrepareLoad() override;
 

@@ -29,6 +29,9 @@ class Duration : public iBase {
   const host::SplineData* spline = nullptr;
 
  private:
+  bool mUsesFrames = false;
+  i32 mLengthFrames = 0, mStartFrames = 0, mPauseFrames = 0;
+
   /// The start of the open window at `time`; false when none is open.
   bool WindowAt(double time, double& windowStart) const;
 };

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 
+#include "framework/cache_setup_rows.h"
 #include "framework/node_kind.h"
+#include "framework/server_rows.h"
 #include "framework/stage_order.h"
 #include "host/console.h"
 
@@ -37,16 +39,16 @@ const ParameterTable& SulvaScene::Parameters() {
           .AtLeast(1e-9)
           .To(&SceneSettings::hostUnits),
       RealRow(
-          1001, "simulation_units", 1.0, "m",
+          server_row::kSimulationUnits, "simulation_units", 1.0, "m",
           "how long host_units really are: a larger world moves more slowly; with --set the cell "
           "sizes follow it")
           .AtLeast(1e-9)
           .To(&SceneSettings::simulationUnits),
-      RealRow(1002, "cell_size", 0.2, "m",
+      RealRow(server_row::kCellSize, "cell_size", 0.2, "m",
               "the finest detail that smoke can show; half of it needs eight times the memory")
           .AtLeast(1e-6)
           .To(&SceneSettings::cellSize),
-      RealRow(1015, "render_cell_size", 0.2, "m",
+      RealRow(server_row::kRenderCellSize, "render_cell_size", 0.2, "m",
               "takes the place of cell_size where a scene is evaluated for a picture")
           .AtLeast(1e-6)
           .To(&SceneSettings::renderCellSize),
@@ -60,11 +62,11 @@ const ParameterTable& SulvaScene::Parameters() {
           .OnlyWith(1003, {2})
           .To(&SceneSettings::fixedStep),
       LongRow(
-          1005, "extra_substeps", 2, "",
+          server_row::kExtraSubsteps, "extra_substeps", 2, "",
           "substeps less one: the most that fast flow gets when adaptive, else every frame's count")
           .Range(0, 254)
           .To(&SceneSettings::extraSubsteps),
-      LongRow(1010, "extra_min_substeps", 0, "",
+      LongRow(server_row::kExtraMinSubsteps, "extra_min_substeps", 0, "",
               "substeps less one that even slow flow gets: raise it for sudden starts")
           .Range(0, 254)
           .OnlyWith(1003, {0})
@@ -100,52 +102,59 @@ const ParameterTable& SulvaScene::Parameters() {
           .To(&SceneSettings::threadLimit),
       LongRow(1300, "rigid_iterations", 10, "",
               "how hard stacks of rigid bodies are kept from sinking into each other")
-          .AtLeast(1),
+          .AtLeast(1)
+          .Kept(),
       LongRow(1301, "rigid_substeps", 10, "",
               "how finely rigid bodies move: raise it where fast ones pass through walls")
           .AtLeast(1)
           .To(&SceneSettings::rigidSubsteps),
       LongRow(1302, "rigid_mode", 0, "", "an option of the rigid world; kept with the scene")
           .Kept(),
-      BoolRow(1401, "show_statistics", true, "a viewport writes numbers beside the scene"),
-      RealRow(1402, "display_scale", 2.5, "", "size of what a viewport draws for the scene"),
-      BoolRow(1500, "cache_render_only", false,
+      BoolRow(1401, "show_statistics", true, "a viewport writes numbers beside the scene").Kept(),
+      RealRow(1402, "display_scale", 2.5, "", "size of what a viewport draws for the scene").Kept(),
+      BoolRow(cache_setup::kRenderOnly, "cache_render_only", false,
               "`sulva cache-setup`: the caches that it makes rest unless a picture is made"),
-      LongRow(1501, "cache_setup_mode", 1, "",
+      LongRow(cache_setup::kMode, "cache_setup_mode", 1, "",
               "`sulva cache-setup`: record here, both at once, or play back in a new server")
           .Choices({{0, "new_server"}, {1, "record"}, {2, "both"}}),
-      StringRow(1503, "cache_folder", "", "`sulva cache-setup`: where the files go")
-          .OnlyWith(1513, {1}),
-      StringRow(1504, "cache_name", "", "`sulva cache-setup`: how the names of the files begin"),
-      BoolRow(1505, "cache_window", false,
+      StringRow(cache_setup::kFolder, "cache_folder", "", "`sulva cache-setup`: where the files go")
+          .OnlyWith(cache_setup::kPlace, {1}),
+      StringRow(cache_setup::kName, "cache_name", "",
+                "`sulva cache-setup`: how the names of the files begin"),
+      BoolRow(cache_setup::kWindow, "cache_window", false,
               "`sulva cache-setup`: adds a duration that says when the caches work"),
-      LongRow(1506, "cache_show_frame", 0, "frames",
+      LongRow(cache_setup::kShowFrame, "cache_show_frame", 0, "frames",
               "`sulva cache-setup`: holds the picture at one recorded frame; 0 follows the run"),
-      LongRow(1507, "cache_frame_offset", 0, "frames",
+      LongRow(cache_setup::kFrameOffset, "cache_frame_offset", 0, "frames",
               "`sulva cache-setup`: plays that many frames later in the recording"),
-      LongRow(1508, "cache_compression", 0, "",
+      LongRow(cache_setup::kCompression, "cache_compression", 0, "",
               "`sulva cache-setup`: smaller files, for a little time")
           .Choices({{0, "none"}, {1, "fast"}, {2, "small"}}),
-      LongRow(1509, "cache_particle_format", 21, "", "kept with the scene for caches of particles")
+      LongRow(cache_setup::kParticleFormat, "cache_particle_format", 21, "",
+              "kept with the scene for caches of particles")
           .Kept(),
-      LongRow(1510, "cache_format", 0, "", "`sulva cache-setup`: which kind of file is written")
+      LongRow(cache_setup::kFormat, "cache_format", 0, "",
+              "`sulva cache-setup`: which kind of file is written")
           .Choices({{0, "grid_cache"}}),
-      LongRow(1511, "cache_numbering", 0, "",
+      LongRow(cache_setup::kNumbering, "cache_numbering", 0, "",
               "`sulva cache-setup`: files count from the first frame, or by the scene's numbers")
           .Choices({{0, "from_start"}, {1, "document"}}),
-      LinksRow(1512, "cache_candidates", "kept with the scene; a list to choose from", {}),
-      LongRow(1513, "cache_place", 0, "",
+      LinksRow(cache_setup::kCandidates, "cache_candidates",
+               "kept with the scene; a list to choose from", {})
+          .Kept(),
+      LongRow(cache_setup::kPlace, "cache_place", 0, "",
               "`sulva cache-setup`: files go below the output of each run, or to cache_folder")
           .Choices({{0, "output"}, {1, "custom"}}),
-      BoolRow(1514, "cache_backwards", false,
+      BoolRow(cache_setup::kBackwards, "cache_backwards", false,
               "`sulva cache-setup`: the recording plays in reverse"),
-      LinksRow(1515, "cache_objects",
+      LinksRow(cache_setup::kObjects, "cache_objects",
                "`sulva cache-setup`: what is recorded; empty takes every field and the gas", {}),
-      ButtonRow(1516, "choose_cache_folder", "asks a person where recordings go"),
-      ButtonRow(1517, "set_up_caches", "what `sulva cache-setup` does"),
-      BoolRow(1518, "cache_copy_server", true,
+      ButtonRow(cache_setup::kChooseFolder, "choose_cache_folder",
+                "asks a person where recordings go"),
+      ButtonRow(cache_setup::kSetUp, "set_up_caches", "what `sulva cache-setup` does"),
+      BoolRow(cache_setup::kCopyServer, "cache_copy_server", true,
               "`sulva cache-setup`: with new_server, make that server; off: play back right here")
-          .OnlyWith(1501, {0}),
+          .OnlyWith(cache_setup::kMode, {0}),
   };
   return table;
 }

@@ -138,7 +138,7 @@ SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
     }
   }
   const double h = layout->cellSize;
-  record.kineticEnergy = 0.5 * solver.mInterface.GetReal(1001) * sum * h * h * h;
+  record.kineticEnergy = 0.5 * solver.density * sum * h * h * h;
   return record;
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "fluids/flow/ifluid_solver.h"
+#include "framework/server_rows.h"
 #include "host/node.h"
 
 namespace MELDO_GLOBAL::app {
@@ -12,8 +13,6 @@ namespace MELDO_GLOBAL::app {
 using namespace MELDO_SULVA;
 
 namespace {
-
-constexpr i32 kRenderCellSize = 1015;
 
 std::string CellsText(const VecInt3D& dims) {
   return fmt::format("{} x {} x {} ({})", dims.x, dims.y, dims.z, i64{dims.x} * dims.y * dims.z);
@@ -31,7 +30,7 @@ std::string Describe(const iFluidSolver& solver, const Scene& scene) {
   const GridLayout* layout = solver.GetFlow().GetLayout();
   if (!layout || layout->count == 0)
     return fmt::format("{}: has no cells: nothing is in its box yet\n", solver.mName);
-  const double rendering = InterfaceHandler(scene.Server()).GetReal(kRenderCellSize);
+  const double rendering = InterfaceHandler(scene.Server()).GetReal(server_row::kRenderCellSize);
   const Vec3d &edges = layout->simSize, &world = layout->worldSize;
   std::string text = solver.mName + ":\n";
   text += fmt::format("  Cells [Voxels]: {}\n", CellsText(layout->dims));

@@ -13,6 +13,7 @@
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/fields/fire_grid_channel.h"
 #include "fluids/fields/fuel_grid_channel.h"
+#include "fluids/fields/plain_grid_channel.h"
 #include "fluids/fields/temperature_grid_channel.h"
 #include "fluids/forces/force_buoyancy.h"
 #include "fluids/forces/force_gravity.h"
@@ -53,7 +54,7 @@ const std::vector<NodeKind>& Catalogue() {
       Force_Buoyancy::Kind(),
       Force_Swirling::Kind(),
       GridEmissionSettings::Kind(),
-      FuelField::ScalarKind(),
+      PlainField::Kind(),
       FuelField::Kind(),
       FireField::Kind(),
       VectorField::Kind(),

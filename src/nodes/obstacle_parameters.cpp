@@ -1,4 +1,5 @@
 // The parameters of the obstacle tag: how the tagged object acts as a body.
+#include "fluids/mesh/obstacle_settings.h"
 #include "nodes/catalogue.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -25,81 +26,111 @@ const ParameterTable& ObstacleParameters() {
       LongRow(2001, "body_mode", 1, "", "kept with the scene; nothing reads it").Kept(),
       RealRow(2002, "mass", 0.0, "kg",
               "how hard the body is to push, with mass_mode given; 0 keeps it where it is")
-          .AtLeast(0),
+          .AtLeast(0)
+          .Kept(),
       RealRow(2003, "density", 100.0, "kg/m^3",
               "weight of its material, with mass_mode from_density: a light one is blown away")
-          .AtLeast(0),
+          .AtLeast(0)
+          .Kept(),
       RealRow(2004, "linear_velocity_transfer", 1.0, "",
-              "how much a moving obstacle pushes the gas: 0 lets it pass like a ghost's wall"),
+              "how much a moving obstacle pushes the gas: 0 lets it pass like a ghost's wall")
+          .Kept(),
       RealRow(2005, "angular_velocity_transfer", 1.0, "",
-              "how much a turning obstacle stirs the gas"),
-      BoolRow(2006, "ghost", false, "other bodies pass through it"),
+              "how much a turning obstacle stirs the gas")
+          .Kept(),
+      BoolRow(2006, "ghost", false, "other bodies pass through it").Kept(),
       RealRow(2007, "linear_sleep_speed", 0.1, "m/s",
               "slower than this, a body comes to rest for good")
           .Missing(0.0)
-          .AtLeast(0),
+          .AtLeast(0)
+          .Kept(),
       LongRow(2008, "mass_mode", 0, "", "whether its weight is given or follows from its size")
-          .Choices({{0, "given"}, {1, "from_density"}}),
-      RealRow(2009, "linear_damping", 0.0, "", "how soon a flying body slows down").Range(0, 1),
-      RealRow(2010, "angular_damping", 0.0, "", "how soon a spinning body slows down").Range(0, 1),
+          .Choices({{0, "given"}, {1, "from_density"}})
+          .Kept(),
+      RealRow(2009, "linear_damping", 0.0, "", "how soon a flying body slows down")
+          .Range(0, 1)
+          .Kept(),
+      RealRow(2010, "angular_damping", 0.0, "", "how soon a spinning body slows down")
+          .Range(0, 1)
+          .Kept(),
       RealRow(2011, "collision_margin", 0.04, "host",
               "how far apart bodies look when they touch; negative leaves the choice to the rigid "
               "world")
-          .Missing(-0.01),
+          .Missing(-0.01)
+          .Kept(),
       RealRow(2012, "restitution", 0.4, "",
               "how high it bounces: 0 stays down, 1 comes all the way back")
           .Missing(0.1)
-          .AtLeast(0),
+          .AtLeast(0)
+          .Kept(),
       RealRow(2013, "friction", 0.3, "", "how soon it stops when it slides")
           .Missing(0.1)
-          .AtLeast(0),
+          .AtLeast(0)
+          .Kept(),
       RealRow(2014, "rolling_friction", 0.3, "", "how soon it stops when it rolls")
           .Missing(0.1)
-          .AtLeast(0),
+          .AtLeast(0)
+          .Kept(),
       LongRow(2015, "direction_mode", 0, "", "kept with the scene; nothing reads it").Kept(),
       VectorRow(2016, "direction", {1, 0, 0}, "", "kept with the scene; nothing reads it").Kept(),
       BoolRow(2017, "direction_option", true, "kept with the scene; nothing reads it").Kept(),
       LongRow(2018, "direction_space", 0, "", "kept with the scene; nothing reads it").Kept(),
       LinkRow(2019, "centre_object", "an object that marks the point round which the body turns",
-              {}),
+              {})
+          .Kept(),
       RealRow(2020, "angular_sleep_speed", kFiveDegrees, "rad/s",
               "turning slower than this, a body comes to rest for good")
           .Missing(0.0)
-          .AtLeast(0),
+          .AtLeast(0)
+          .Kept(),
       VectorRow(2021, "linear_factor", {1, 1, 1}, "",
                 "0 holds it in place along an axis, 1 lets it move there")
-          .Missing(Vec3d{}),
+          .Missing(Vec3d{})
+          .Kept(),
       VectorRow(2022, "angular_factor", {1, 1, 1}, "",
                 "0 keeps it from turning about an axis, 1 lets it turn")
-          .Missing(Vec3d{}),
-      LinkRow(2023, "start_direction", "node that says which way it flies off", {kAlignmentNode}),
-      RealRow(2024, "start_speed", 1.0, "m/s", "how fast it flies off, along start_direction"),
+          .Missing(Vec3d{})
+          .Kept(),
+      LinkRow(2023, "start_direction", "node that says which way it flies off", {kAlignmentNode})
+          .Kept(),
+      RealRow(2024, "start_speed", 1.0, "m/s", "how fast it flies off, along start_direction")
+          .Kept(),
       LinksRow(2025, "linear_damping_constraints", "where linear_damping counts, and how much",
-               Constraints()),
+               Constraints())
+          .Kept(),
       LinksRow(2026, "angular_damping_constraints", "where angular_damping counts, and how much",
-               Constraints()),
-      LinksRow(2027, "friction_constraints", "where friction counts, and how much", Constraints()),
+               Constraints())
+          .Kept(),
+      LinksRow(2027, "friction_constraints", "where friction counts, and how much", Constraints())
+          .Kept(),
       LinksRow(2028, "rolling_friction_constraints", "where rolling_friction counts, and how much",
-               Constraints()),
+               Constraints())
+          .Kept(),
       LinksRow(2029, "restitution_constraints", "where restitution counts, and how much",
-               Constraints()),
-      RealRow(2030, "force_transfer", 1.0, "", "how much the gas can push the body along"),
-      RealRow(2031, "torque_transfer", 1.0, "", "how much the gas can make the body spin"),
-      BoolRow(2032, "wake_on_contact", false, "hangs still until something touches it"),
+               Constraints())
+          .Kept(),
+      RealRow(2030, "force_transfer", 1.0, "", "how much the gas can push the body along").Kept(),
+      RealRow(2031, "torque_transfer", 1.0, "", "how much the gas can make the body spin").Kept(),
+      BoolRow(2032, "wake_on_contact", false, "hangs still until something touches it").Kept(),
       BoolRow(2033, "write_back", true,
               "the picture shows the object where the simulated body went")
-          .Missing(i32{0}),
-      BoolRow(2034, "wake_on_force", false,
-              "hangs still until a force above wake_force acts on it"),
+          .Missing(i32{0})
+          .Kept(),
+      BoolRow(2034, "wake_on_force", false, "hangs still until a force above wake_force acts on it")
+          .Kept(),
       RealRow(2035, "wake_force", 10.0, "N", "how strong a gust has to be to set it off")
-          .AtLeast(0),
-      BoolRow(2036, "baked", false, "plays a stored motion instead of simulating one"),
+          .AtLeast(0)
+          .Kept(),
+      BoolRow(2036, "baked", false, "plays a stored motion instead of simulating one")
+          .To(&ObstacleSettings::baked),
       ButtonRow(2037, "bake", "stores the motion, to be played again"),
       BoolRow(2038, "bake_option", false, "kept with the scene; nothing reads it").Kept(),
       ButtonRow(2039, "clear_bake", "forgets the stored motion"),
       BoolRow(2040, "follow_bake", true, "the stored motion is what moves the body")
-          .Missing(i32{0}),
-      RealRow(2041, "bake_offset", 0.0, "frames", "plays the stored motion earlier or later"),
+          .Missing(i32{0})
+          .To(&ObstacleSettings::followsBake),
+      RealRow(2041, "bake_offset", 0.0, "frames", "plays the stored motion earlier or later")
+          .To(&ObstacleSettings::bakeOffset),
   };
   return table;
 }

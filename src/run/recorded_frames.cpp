@@ -3,17 +3,14 @@
 #include <algorithm>
 #include <functional>
 
-#include "cache/cache_operator.h"
+#include "cache/cache_rows.h"
+#include "cache/grid_cacher.h"
 
 namespace MELDO_GLOBAL::app {
 
 using namespace MELDO_SULVA;
 
 namespace {
-
-constexpr i32 kGridCacher = 1300098;
-constexpr i32 kRenderOnly = 1000, kMode = 1001;  ///< of a cache
-constexpr i32 kPlayBack = 0;
 
 /// Calls f(cache) for every enabled cache, which knows its parameters and objects.
 template <class F>
@@ -58,7 +55,7 @@ bool PlayRecordedFrames(const Simulation& simulation, const std::set<host::NodeI
 
   std::set<host::NodeId> kept;
   for (host::BaseNode* cache : caches) {
-    cache->Set(kMode, kPlayBack);
+    cache->Set(cache_row::kMode, i32{cache_row::kPlayBack});
     KeepWithAncestors(cache, kept);
   }
   for (const auto& scene : simulation.Scenes()) {
@@ -72,7 +69,7 @@ bool PlayRecordedFrames(const Simulation& simulation, const std::set<host::NodeI
 
 void WakeRenderCaches(host::Document& document) {
   const std::function<void(host::BaseNode&)> wake = [&](host::BaseNode& node) {
-    if (node.Type() == kGridCacher) node.Set(kRenderOnly, 0);
+    if (node.Type() == GridCacher::Kind().id) node.Set(cache_row::kRenderOnly, 0);
     for (host::BaseNode* child : node.Children()) wake(*child);
   };
   for (host::BaseNode* root : document.Roots()) wake(*root);

@@ -7,7 +7,10 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "cache/cache_rows.h"
+#include "framework/cache_setup_rows.h"
 #include "framework/interface_handler.h"
+#include "framework/server_rows.h"
 #include "host/exit_codes.h"
 #include "nodes/catalogue.h"
 #include "scene/parameter_text.h"
@@ -23,19 +26,20 @@ using MELDO_SULVA::ParametersOf;
 
 namespace {
 
-constexpr i32 kGridCacher = 1300098, kCacherObjects = 1012, kPlayBack = 0;
-// Of a server.
-constexpr i32 kMode = 1501, kWithWindow = 1505, kObjects = 1515, kCopyServer = 1518;
-constexpr i32 kExtraSubsteps = 1005, kExtraMinSubsteps = 1010;
-/// Parameters of a server that set its caches up rather than its simulation.
-constexpr i32 kFirstOfSetUp = 1500, kLastOfSetUp = 1518;
+namespace setup = MELDO_SULVA::cache_setup;
+namespace cache_row = MELDO_SULVA::cache_row;
 
+constexpr i32 kGridCacher = 1300098;
 struct Passed {
   i32 server, cacher;
 };
 /// What a cacher takes over from its server where that has another value than a new one.
-constexpr Passed kPassed[] = {{1500, 1000}, {1513, 1013}, {1503, 1003}, {1504, 1004}, {1506, 1006},
-                              {1507, 1007}, {1514, 1014}, {1508, 1009}, {1510, 1010}, {1511, 1011}};
+constexpr Passed kPassed[] = {
+    {setup::kRenderOnly, cache_row::kRenderOnly}, {setup::kPlace, cache_row::kFolder},
+    {setup::kFolder, cache_row::kCustomFolder},   {setup::kName, cache_row::kBaseName},
+    {setup::kShowFrame, cache_row::kShowFrame},   {setup::kFrameOffset, cache_row::kFrameOffset},
+    {setup::kBackwards, cache_row::kBackwards},   {setup::kCompression, cache_row::kCompression},
+    {setup::kFormat, cache_row::kFormat},         {setup::kNumbering, cache_row::kNumbering}};
 
 bool IsSolver(i32 type) { return type >= 1300002 && type <= 1300004; }
 bool IsField(i32 type) { return (type >= 1300027 && type <= 1300030) || type == 1300112; }
@@ -61,7 +65,7 @@ class Setup {
   CacheSetup Run() {
     std::vector<const BaseNode*> named;
     for (const BaseNode* server : mScene.servers)
-      for (const BaseNode* object : Linked(*server, kObjects)) named.push_back(object);
+      for (const BaseNode* object : Linked(*server, setup::kObjects)) named.push_back(object);
     for (const BaseNode* object : named) CheckCacheable(*object);
     for (const BaseNode* server : mScene.servers) {
       std::vector<const BaseNode*> objects;
@@ -96,7 +100,7 @@ class Setup {
   void FindCachers(const BaseNode& node) {
     if (node.Type() == kGridCacher) {
       ++mCachers;
-      for (const BaseNode* object : Linked(node, kCacherObjects)) mCachedBy[object] = &node;
+      for (const BaseNode* object : Linked(node, cache_row::kObjects)) mCachedBy[object] = &node;
     }
     for (const BaseNode* child : node.Children()) FindCachers(*child);
   }
@@ -134,7 +138,7 @@ class Setup {
   }
   static bool PlaysElsewhere(const BaseNode& server) {
     const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
-    return parameters.GetLong(kMode) == 0 && parameters.GetBool(kCopyServer);
+    return parameters.GetLong(setup::kMode) == 0 && parameters.GetBool(setup::kCopyServer);
   }
 
   void SetUp(const BaseNode& server, const std::vector<const BaseNode*>& objects) {
@@ -145,9 +149,9 @@ class Setup {
       for (const BaseNode* object : objects) names.push_back(ReferenceTo(*object));
       const std::string cacher = NewName("cacher");
       const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
-      const i32 mode = parameters.GetLong(kMode);
+      const i32 mode = parameters.GetLong(setup::kMode);
       Append(*mPlaces.at(&server)->Find("children"), CacherNodes(server, cacher, names, mode));
-      Note(server, cacher, mode == kPlayBack ? "plays" : "records", objects);
+      Note(server, cacher, mode == cache_row::kPlayBack ? "plays" : "records", objects);
     }
     ++mCachers;
   }
@@ -177,8 +181,9 @@ class Setup {
                                        const std::vector<std::string>& objects, i32 mode) {
     const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
     std::vector<std::string> lines;
-    std::string settings = fmt::format("\"mode\": {}", Word(kGridCacher, 1001, Value(mode)));
-    if (parameters.GetBool(kWithWindow)) {
+    std::string settings =
+        fmt::format("\"mode\": {}", Word(kGridCacher, cache_row::kMode, Value(mode)));
+    if (parameters.GetBool(setup::kWindow)) {
       const std::string window = NewName("cache window");
       lines.emplace_back("// When the cache works; without a length, always.");
       lines.push_back(fmt::format(R"({{ "type": "duration", "name": {} }},)", Quoted(window)));
@@ -187,7 +192,7 @@ class Setup {
     settings += Settings(server);
     std::string list;
     for (const std::string& object : objects) list += (list.empty() ? "" : ", ") + Quoted(object);
-    lines.emplace_back(mode == kPlayBack
+    lines.emplace_back(mode == cache_row::kPlayBack
                            ? "// Shows what was recorded, a file a frame, and simulates nothing."
                            : "// Keeps what is simulated, a file a frame. With the mode "
                              "\"play_back\" a later run shows it again.");
@@ -203,13 +208,13 @@ class Setup {
     for (const Passed& passed : kPassed) {
       const Value* value = server.Get(passed.server);
       if (!value || *value == FindRow(own, passed.server)->creation) continue;
-      hasBaseName = hasBaseName || passed.cacher == 1004;
+      hasBaseName = hasBaseName || passed.cacher == cache_row::kBaseName;
       settings += fmt::format(", \"{}\": {}", RowOf(kGridCacher, passed.cacher).name,
                               Word(kGridCacher, passed.cacher, *value));
     }
     // Two caches of one folder would write over each other's files.
     const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
-    if (!hasBaseName && mCachers > 0 && parameters.GetLong(kMode) != 0)
+    if (!hasBaseName && mCachers > 0 && parameters.GetLong(setup::kMode) != 0)
       settings += fmt::format(", \"base_name\": \"cache_{}_\"", mCachers + 1);
     return settings;
   }
@@ -249,7 +254,7 @@ class Setup {
       lines.push_back("  " + CopyOf(*mPlaces.at(object), names.back()) + ",");
     }
     const std::string cacher = NewName("cacher");
-    for (const std::string& line : CacherNodes(server, cacher, names, kPlayBack))
+    for (const std::string& line : CacherNodes(server, cacher, names, cache_row::kPlayBack))
       lines.push_back("  " + line);
     lines.emplace_back("] }");
     Append(mNodes, lines);
@@ -264,8 +269,9 @@ class Setup {
     for (const JsonMember& member : *parameters->Members())
       for (const ParameterRow& row : ParametersOf(*FindKind(kServerNode))) {
         if (row.name != member.key && std::to_string(row.id) != member.key) continue;
-        const bool isSetUp = row.id >= kFirstOfSetUp && row.id <= kLastOfSetUp;
-        const bool isSteps = row.id == kExtraSubsteps || row.id == kExtraMinSubsteps;
+        const bool isSetUp = row.id >= setup::kFirst && row.id <= setup::kLast;
+        const bool isSteps = row.id == MELDO_SULVA::server_row::kExtraSubsteps ||
+                             row.id == MELDO_SULVA::server_row::kExtraMinSubsteps;
         if (isSetUp || isSteps) continue;
         text += fmt::format(", {}: {}", Quoted(member.key), RawOf(member.value));
       }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "framework/server_rows.h"
 #include "scene/parameter_text.h"
 
 namespace MELDO_GLOBAL::app {
@@ -12,7 +13,6 @@ using namespace host;
 
 namespace {
 
-constexpr i32 kSimulationUnits = 1001, kCellSize = 1002, kRenderCellSize = 1015;
 constexpr double kMostCellsInAUnit = 100000;
 
 double RealOf(const BaseNode& node, i32 id) {
@@ -43,8 +43,8 @@ void NoteUnused(SceneContext& context, const MadeNode& made) {
 }
 
 void WarnOfSmallCells(SceneContext& context, const MadeNode& made) {
-  const double cell = RealOf(*made.node, kCellSize);
-  const double cells = RealOf(*made.node, kSimulationUnits) / cell;
+  const double cell = RealOf(*made.node, MELDO_SULVA::server_row::kCellSize);
+  const double cells = RealOf(*made.node, MELDO_SULVA::server_row::kSimulationUnits) / cell;
   if (!(cells > kMostCellsInAUnit)) return;
   context.Warning(*made.value, made.subject,
                   fmt::format("'cell_size': the cells are very small: {} m, {:.0f} of them along "
@@ -71,12 +71,13 @@ void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
 }
 
 std::string FollowUnits(BaseNode& server, double oldUnits) {
-  const double factor = RealOf(server, kSimulationUnits) / oldUnits;
+  const double factor = RealOf(server, MELDO_SULVA::server_row::kSimulationUnits) / oldUnits;
   if (factor == 1) return {};
   const auto scale = [&](Value& value) {
     if (double* real = std::get_if<double>(&value)) *real *= factor;
   };
-  for (const i32 id : {kCellSize, kRenderCellSize}) {
+  for (const i32 id :
+       {MELDO_SULVA::server_row::kCellSize, MELDO_SULVA::server_row::kRenderCellSize}) {
     server.Set(id, RealOf(server, id) * factor);
     const auto track = server.Tracks().find(id);
     if (track == server.Tracks().end()) continue;
@@ -85,7 +86,8 @@ std::string FollowUnits(BaseNode& server, double oldUnits) {
     server.SetTrack(id, std::move(scaled));
   }
   return fmt::format("'cell_size' follows to {}, 'render_cell_size' to {}: as many cells as before",
-                     RealOf(server, kCellSize), RealOf(server, kRenderCellSize));
+                     RealOf(server, MELDO_SULVA::server_row::kCellSize),
+                     RealOf(server, MELDO_SULVA::server_row::kRenderCellSize));
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "framework/server_rows.h"
 #include "host/exit_codes.h"
 #include "host/mesh_files.h"
 #include "scene/render_section.h"
@@ -22,7 +23,7 @@ using namespace host;
 
 namespace {
 
-constexpr i32 kSimulationUnits = 1001;
+constexpr i32 kSimulationUnits = MELDO_SULVA::server_row::kSimulationUnits;
 
 constexpr std::size_t kLargestFile = std::size_t{64} << 20;
 
@@ -154,7 +155,8 @@ void TakeFingerprints(const JsonValue& root, const std::vector<GivenOption>& giv
 /// command line gives stand above that.
 bool ChangesUnits(const std::string& text) {
   const std::string left = text.substr(0, text.find('='));
-  return left.ends_with(".simulation_units") || left.ends_with(".1001");
+  return left.ends_with(".simulation_units") ||
+         left.ends_with(fmt::format(".{}", kSimulationUnits));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "scene/scene_fingerprint.h"
 
+#include "cache/cache_rows.h"
 #include "cache/hyper_file.h"
 #include "host/polygon_object.h"
 #include "nodes/catalogue.h"
@@ -80,11 +81,10 @@ u64 FingerprintOf(const JsonValue& scene, const std::vector<std::string>& overri
 }
 
 bool IsRecorder(const host::BaseNode& node) {
-  constexpr i32 kMode = 1001, kPlayBack = 0;
   const MELDO_SULVA::NodeKind* kind = MELDO_SULVA::FindKind(node.Type());
-  const host::Value* mode = node.Get(kMode);
+  const host::Value* mode = node.Get(MELDO_SULVA::cache_row::kMode);
   return kind && kind->list == MELDO_SULVA::kListCaches && mode &&
-         *mode != host::Value(i32{kPlayBack});
+         *mode != host::Value(i32{MELDO_SULVA::cache_row::kPlayBack});
 }
 
 Names RecordersOf(const host::Document& document) {

@@ -23,8 +23,8 @@ namespace fs = std::filesystem;
 /// A scene with a solver, an empty channel, a scalar and a vector channel, and a cache of them.
 struct CacheScene : TestScene {
   FluidSolver& solver = Add<FluidSolver>("fluid", "gas");
-  FuelField& empty = Add<FuelField>("channel_scalar", "empty");
-  FuelField& smoke = Add<FuelField>("channel_scalar", "smoke");
+  PlainField& empty = Add<PlainField>("channel_scalar", "empty");
+  PlainField& smoke = Add<PlainField>("channel_scalar", "smoke");
   VectorField& colour = Add<VectorField>("channel_vector", "colour");
   GridCacher& cacher = Add<GridCacher>("cache", "recording");
 

@@ -5,6 +5,7 @@
 #include <set>
 #include <typeinfo>
 
+#include "framework/cache_setup_rows.h"
 #include "nodes/help_words.h"
 #include "nodes/menu.h"
 
@@ -104,6 +105,21 @@ TEST(Catalogue, RowsAreSound) {
     for (const i32 id : {2502, 2604, 10001, 10002, 10003})
       EXPECT_NE(FindRow(ParametersOf(kind), id), nullptr) << kind.type << " " << id;
   }
+  check("obstacle", ObstacleParameters());
+}
+
+TEST(Catalogue, EveryRowFillsAMemberOrSaysThatItIsKept) {
+  const auto check = [](std::string_view owner, const ParameterTable& table) {
+    for (const ParameterRow& row : table) {
+      if (row.type == ParameterType::Button) continue;
+      // A command reads these.
+      if (owner == "server" && row.id >= cache_setup::kFirst && row.id <= cache_setup::kLast)
+        continue;
+      EXPECT_NE(row.kept, row.fill || row.connect) << owner << '.' << row.name;
+    }
+  };
+  for (const NodeKind& kind : Catalogue()) check(kind.type, ParametersOf(kind));
+  check("server", SulvaScene::Parameters());
   check("obstacle", ObstacleParameters());
 }
 

@@ -42,7 +42,10 @@ const ParameterTable& GridAdvection::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "target",
               "what is carried along: a field; the solver, or nothing, means the flow itself",
-              {1300027, 1300028, 1300029, 1300112, 1300030, 1300002, 1300003, 1300004}),
+              {1300027, 1300028, 1300029, 1300112, 1300030, 1300002, 1300003, 1300004})
+          .To(&GridAdvection::mScalarTarget)
+          .To(&GridAdvection::mVectorTarget)
+          .To(&GridAdvection::mSolverTarget),
       LongRow(1002, "scheme", 1, "",
               "sharper or safer: semi_lagrangian blurs, MacCormack keeps detail, the conservative "
               "ones lose no smoke")
@@ -59,10 +62,13 @@ const ParameterTable& GridAdvection::Parameters() {
               "how the field is read between cells: cubic ways stay sharper than linear")
           .Choices({{0, "linear"}, {1, "bspline"}, {2, "monotonic_cubic"}})
           .To(&GridAdvection::mSampling),
-      LinkRow(1005, "solver", "whose flow carries it", {1300002, 1300003, 1300004}),
+      LinkRow(1005, "solver", "whose flow carries it", {1300002, 1300003, 1300004})
+          .Required()
+          .To(&GridAdvection::mNamedSolver),
       RealRow(1007, "strength", 1.0, "",
               "how much of the detail MacCormack brings back: lower is calmer")
-          .AtLeast(0),
+          .AtLeast(0)
+          .To(&GridAdvection::mStrength),
   };
   return table;
 }
@@ -76,35 +82,14 @@ void GridAdvection::Release(bool full) {
   mOutflow.reset();
 }
 
-bool GridAdvection::ReadParameters() {
-  if (!iObject::ReadParameters()) return false;
-  mStrength = static_cast<f32>(mInterface.GetReal(1007));
+bool GridAdvection::ResolveLinks() {
+  mSolver = nullptr;
+  if (!iObject::ResolveLinks() || !mNamedSolver) return false;
+  mSolver = mSolverTarget ? mSolverTarget : mNamedSolver;
   return true;
 }
 
-bool GridAdvection::ResolveLinks() {
-  if (!iObject::ResolveLinks() || !mScene) return false;
-  const BaseNode* target = mInterface.GetLink(1000);
-  const BaseNode* solver = mInterface.GetLink(1005);
-  mScalarTarget = nullptr;
-  mVectorTarget = nullptr;
-  mSolver = nullptr;
-  if (!solver) return false;
-  const auto asSolver = [&](const BaseNode* node) {
-    return dynamic_cast<iFluidSolver*>(mScene->FindObject(node, kListSolvers));
-  };
-  mScalarTarget = dynamic_cast<ScalarField*>(mScene->FindObject(target, kListChannels, kBitScalar));
-  if (!mScalarTarget)
-    mVectorTarget =
-        dynamic_cast<VectorField*>(mScene->FindObject(target, kListChannels, kBitVector));
-  if (!mScalarTarget && !mVectorTarget) mSolver = asSolver(target);
-  if (!mSolver) mSolver = asSolver(solver);
-  return mSolver != nullptr;
-}
-
 void GridAdvection::ClearLinks() {
-  mScalarTarget = nullptr;
-  mVectorTarget = nullptr;
   mSolver = nullptr;
   iObject::ClearLinks();
 }
@@ -190,11 +175,13 @@ std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObje
 void GridAdvection::Evaluate(const EvaluationThreadData& block) {
   if (!Has(FLAG_ACTIVE) || std::exchange(mMovedByCompanion, false)) return;
   VelocityField& field = mSolver->GetFlow().mVelocity;
-  // The velocity moves through itself as it was before this stage, all else through what it is now.
-  const bool movesVelocity = !mScalarTarget && !mVectorTarget;
+  // All things move through the velocity as it was before this stage, which is free of divergence,
+  // whether it moves before them or behind.
+  if (!mScalarTarget && !mVectorTarget) mSolver->GetFlow().mHasMoved = true;
   StaggeredGrids grids;
   for (i32 axis = 0; axis < 3; ++axis)
-    grids[axis] = movesVelocity ? field.mPrevious[axis].get() : field.GetGridForWrite(axis);
+    grids[axis] = mSolver->GetFlow().mHasMoved ? field.mPrevious[axis].get()
+                                               : field.GetGridForWrite(axis);
   // The projection leaves resting layers behind walls. A gas without viscosity slips along them:
   // sampled as they are, they would brake whatever moves beside a wall.
   SetWallTangents(grids, mSolver->GetFlow().mBoundary.mWalls, 1.0);

@@ -23,7 +23,6 @@ class GridAdvection : public iObject {
   GridAdvection(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool ReadParameters() override;
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
@@ -63,7 +62,9 @@ class GridAdvection : public iObject {
   std::unique_ptr<Grid<double>> mOutflow;
   ScalarField* mScalarTarget = nullptr;
   VectorField* mVectorTarget = nullptr;
-  iFluidSolver* mSolver = nullptr;
+  iFluidSolver* mSolverTarget = nullptr;
+  iFluidSolver* mNamedSolver = nullptr;
+  iFluidSolver* mSolver = nullptr;  ///< whose flow carries: the target, or the one that is named
   i32 mScheme = 1;
   i32 mTraceOrder = 0;
   i32 mSampling = 0;

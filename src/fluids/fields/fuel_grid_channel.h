@@ -1,22 +1,16 @@
-// Fuel, and plain scalars.
+// Fuel.
 #pragma once
-#include "fluids/fields/channel.h"
+#include "fluids/fields/plain_grid_channel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Fuel of a combustion, in grids of kind 5. A plain scalar channel is one too: its node doesn't
-/// set the ignition, which only combustion reads.
+/// Fuel of a combustion, which asks for its ignition.
 template <class T, class G>
-class FuelGridChannel : public ScalarGridChannel<T, G> {
+class FuelGridChannel : public PlainGridChannel<T, G> {
  public:
-  FuelGridChannel();
-  FuelGridChannel(host::BaseNode* node, Scene* scene);
+  using PlainGridChannel<T, G>::PlainGridChannel;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  /// Rows of a plain scalar: without the ignition.
-  static const NodeKind& ScalarKind();
-  static const host::ParameterTable& ScalarParameters();
-  bool ReadParameters() override;
 
   double mIgnition = 600;  ///< temperature at which the fuel burns
 };

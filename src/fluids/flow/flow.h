@@ -59,6 +59,8 @@ class Flow {
   /// Something makes gas in this frame: what it carries gets thinner there. Set while links
   /// resolve.
   bool mExpands = false;
+  /// The velocity has moved in this step; before that it is in its other buffer.
+  bool mHasMoved = false;
 
  private:
   Scene* mScene;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "fluids/mesh/mesh_converter.h"
+#include "fluids/mesh/obstacle_settings.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
@@ -66,9 +67,11 @@ const ParameterTable& Mesh::Parameters() {
       BoolRow(1004, "vertex_velocities", false,
               "a shape that deforms pushes the gas with each of its parts")
           .To(&Mesh::mVertexVelocities),
-      RealRow(1005, "body_linear_value", 10.0, "", "of the rigid body; no effect without one"),
+      RealRow(1005, "body_linear_value", 10.0, "", "of the rigid body; no effect without one")
+          .Kept(),
       RealRow(1007, "body_angular_value", 10.0, "",
-              "of the rigid body's turning; no effect without one"),
+              "of the rigid body's turning; no effect without one")
+          .Kept(),
       LongRow(10002, "priority", -10, "",
               "added to the class's place in its stage: lower runs earlier")
           .Missing(0),
@@ -111,9 +114,10 @@ bool Mesh::AfterLinks() {
 void Mesh::ReadTag() {
   BaseNode* tag = mObject ? mObject->Tag(kObstacleTag) : nullptr;
   if (!tag && mTagOwner) tag = mTagOwner->Tag(kObstacleTag);
-  const InterfaceHandler values(tag);
-  mReplays = values.GetBool(2036, false) && values.GetBool(2040, false);
-  mBakeOffset = mReplays ? values.GetReal(2041, 0) : 0;
+  ObstacleSettings settings;
+  if (tag && tag->Table()) FillMembers(*tag->Table(), tag, settings);
+  mReplays = settings.baked && settings.followsBake;
+  mBakeOffset = mReplays ? settings.bakeOffset : 0;
 }
 
 Matrix Mesh::WantedMatrix() const {

@@ -28,7 +28,8 @@ const ParameterTable& ChannelOperator_Remap::Parameters() {
   static const ParameterTable table = {
       GradientRow(1000, "gradient",
                   "what a value becomes, black to white, from the low to the high end of the "
-                  "channel: a steep step gives hard edges"),
+                  "channel: a steep step gives hard edges")
+          .To(&ChannelOperator_Remap::mOwn),
   };
   return table;
 }
@@ -43,8 +44,8 @@ void ChannelOperator_Remap::Prepare() {
   const bool hasTarget =
       (mScalar && mScalar->GetGrid(0)) || (mVectorChannel && mVectorChannel->GetGrid(0));
   if (!hasTarget) return void(Deactivate("it has no channel"));
-  const Gradient* own = mInterface.GetGradient(1000);
-  mRamp = !mGiven.knots.empty() || !own ? mGiven : *own;
+  ReadParameters();  // stands in no list, so nobody else sees to it
+  mRamp = !mGiven.knots.empty() || !mOwn ? mGiven : *mOwn;
   if (mRamp.knots.empty()) return void(Deactivate("it has no gradient"));
   mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);

@@ -35,6 +35,7 @@ class ChannelOperator_Remap : public ChannelOperator {
  private:
   bool Allows(const CellRecord& cell, i32 worker) const;
 
+  const host::Gradient* mOwn = nullptr;  ///< of the node
   host::Gradient mGiven;
   host::Gradient mRamp;  ///< the one in use, from `Prepare` to `Finish`
   ConstraintList mConstraints;

@@ -10,6 +10,8 @@ using namespace host;
 
 namespace {
 
+constexpr double kPlainIgnition = 600;  // of a fuel that says nothing of it, K
+
 /// Oxygen of fresh air, less fuel and smoke in the cell.
 constexpr double kFreshOxygen = 3.23;
 
@@ -56,6 +58,7 @@ const ParameterTable& GridCombustion::Parameters() {
       LinkRow(1002, "fuel", "what burns away; without one the fire channel shapes a flame",
               {1300027, 1300028})
           .To(&GridCombustion::mFuel)
+          .To(&GridCombustion::mKindled)
           .Writes(),
       LinkRow(1003, "smoke", "soot that flames leave behind", scalars)
           .To(&GridCombustion::mSmoke)
@@ -160,7 +163,7 @@ void GridCombustion::Prepare() {
   if (IsPlayed(mTemperature, mFire, mFuel, mSmoke)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids() || !PlaceExpansion()) return;
   mThreshold = FlameThreshold(*mFire, mT->mRangeMax);
-  mIgnition = mFuel ? mFuel->mIgnition : 0;
+  mIgnition = mKindled ? mKindled->mIgnition : mFuel ? kPlainIgnition : 0;
   mBurnStep = mBurnRate * dt;
   mExpansionStep = mMode != 0 ? mExpansion : mBurnRate * mExpansion;
   mSmokeStep = mSmokeAmount * dt;

@@ -44,7 +44,8 @@ class GridCombustion : public iObject {
 
   ScalarField* mTemperature = nullptr;
   FireField* mFire = nullptr;
-  FuelField* mFuel = nullptr;
+  ScalarField* mFuel = nullptr;
+  FuelField* mKindled = nullptr;  ///< the same where it says at which heat it burns
   ScalarField* mSmoke = nullptr;
   iFluidSolver* mSolver = nullptr;
   ConstraintList mConstraints;

@@ -151,7 +151,8 @@ const ParameterTable& FluidSolver::Parameters() {
               {1028240})
           .To(&GasSettings::projectionDuration),
       BoolRow(1309, "compatibility", false,
-              "kept with the scene; what flows in and out of a closed region is always balanced"),
+              "kept with the scene; what flows in and out of a closed region is always balanced")
+          .Kept(),
   };
   return table;
 }
@@ -329,7 +330,10 @@ void FluidSolver::Prepare() {
 
 void FluidSolver::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE) || !IsDirty() || !mFlow.HasVelocity()) return;
-  if (mScene->mStage == kEmitters) mFlow.BuildSolids();
+  if (mScene->mStage == kEmitters) {
+    mFlow.mHasMoved = false;
+    mFlow.BuildSolids();
+  }
   if (Has(FLAG_CACHED)) return;
   if (mScene->mStage == kForcesEmission) ApplyGridForces();
   if (mScene->mStage == kPressure) {

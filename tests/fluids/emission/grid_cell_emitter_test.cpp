@@ -61,7 +61,7 @@ class CellEmitter : public testing::Test {
  protected:
   CellEmitter()
       : emitter(s.Add<Grid_CellEmitter>("grid_celliterator", "cells")),
-        smoke(s.Add<FuelField>("channel_scalar", "smoke")) {
+        smoke(s.Add<PlainField>("channel_scalar", "smoke")) {
     TestScene::Link(emitter, 1000, smoke);
     TestScene::Set(smoke, 1051, 1e6);
   }
@@ -72,7 +72,7 @@ class CellEmitter : public testing::Test {
   }
   TestScene s;
   Grid_CellEmitter& emitter;
-  FuelField& smoke;
+  PlainField& smoke;
 };
 
 TEST_F(CellEmitter, OperatorsRunInOrderOnAllCellsButTheBorder) {

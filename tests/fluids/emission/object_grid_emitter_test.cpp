@@ -28,7 +28,7 @@ class GridEmitter : public testing::Test {
  protected:
   GridEmitter()
       : volume(s.AddOwn<SphereVolume>("volume", "ball")),
-        smoke(s.Add<FuelField>("channel_scalar", "smoke")),
+        smoke(s.Add<PlainField>("channel_scalar", "smoke")),
         settings(s.Add<GridEmissionSettings>("emission_setting", "settings")),
         pair(s.Add<ChannelPair>("channelsettings", "pair")),
         emitter(s.Add<ObjectGridEmitter>("gridemitter", "source")) {
@@ -75,7 +75,7 @@ class GridEmitter : public testing::Test {
 
   TestScene s;
   SphereVolume& volume;
-  FuelField& smoke;
+  PlainField& smoke;
   GridEmissionSettings& settings;
   ChannelPair& pair;
   ObjectGridEmitter& emitter;

@@ -42,7 +42,7 @@ class PointsToGrid : public testing::Test {
  protected:
   PointsToGrid()
       : points(s.AddOwn<Points>("mesh", "points")),
-        smoke(s.Add<FuelField>("channel_scalar", "smoke")),
+        smoke(s.Add<PlainField>("channel_scalar", "smoke")),
         flow(s.Add<VectorField>("channel_vector", "flow")),
         value(s.Add<ChannelValue>("channelvalue", "value")),
         vector(s.Add<ChannelValue>("channelvalue", "vector")),
@@ -97,7 +97,7 @@ class PointsToGrid : public testing::Test {
 
   TestScene s;
   Points& points;
-  FuelField& smoke;
+  PlainField& smoke;
   VectorField& flow;
   ChannelValue& value;
   ChannelValue& vector;

@@ -27,7 +27,7 @@ class Combustion : public testing::Test {
       : fuel(s.Add<FuelField>("channel_fuel", "fuel")),
         fire(s.Add<FireField>("channel_fire", "fire")),
         heat(s.Add<TemperatureField>("channel_temp", "heat")),
-        smoke(s.Add<FuelField>("channel_scalar", "smoke")),
+        smoke(s.Add<PlainField>("channel_scalar", "smoke")),
         solver(s.AddOwn<DivergenceOnly>("fluid", "gas")),
         burn(s.Add<GridCombustion>("grid_combustion_fire", "burn")) {
     OperatorRig::Link(burn, 1000, heat);
@@ -47,7 +47,7 @@ class Combustion : public testing::Test {
   FuelField& fuel;
   FireField& fire;
   TemperatureField& heat;
-  FuelField& smoke;
+  PlainField& smoke;
   DivergenceOnly& solver;
   GridCombustion& burn;
   EGrid<double>* divergence = nullptr;

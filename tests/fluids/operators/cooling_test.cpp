@@ -136,7 +136,7 @@ TEST_F(Cooling, ThreadsDontShow) {
 
 TEST(Dissipate, TakesTheSameOffEveryValueAboveTheMinimum) {
   OperatorRig s({7, 6, 8});
-  auto& smoke = s.Add<FuelField>("channel_scalar", "smoke");
+  auto& smoke = s.Add<PlainField>("channel_scalar", "smoke");
   auto& fade = s.Add<GridDissipate>("grid_dissipate", "fade");
   int asked = 0;
   auto& left = s.AddOwn<HalfLeft>("duration", "left", 0.4, &asked);

@@ -14,7 +14,7 @@ namespace {
 class Diffusion : public testing::Test {
  protected:
   Diffusion()
-      : smoke(s.Add<FuelField>("channel_scalar", "smoke")),
+      : smoke(s.Add<PlainField>("channel_scalar", "smoke")),
         colour(s.Add<VectorField>("channel_vector", "colour")),
         blur(s.Add<GridDiffusion>("grid_diffusion", "blur")) {
     OperatorRig::Link(blur, 1003, smoke);
@@ -34,7 +34,7 @@ class Diffusion : public testing::Test {
   }
 
   OperatorRig s{{21, 19, 23}};
-  FuelField& smoke;
+  PlainField& smoke;
   VectorField& colour;
   GridDiffusion& blur;
 };

@@ -23,8 +23,8 @@ class StaggeredChannel : public VelocityField {
 class Density : public testing::Test {
  protected:
   Density()
-      : density(s.Add<FuelField>("channel_scalar", "density")),
-        gas(s.Add<FuelField>("channel_scalar", "gas")),
+      : density(s.Add<PlainField>("channel_scalar", "density")),
+        gas(s.Add<PlainField>("channel_scalar", "gas")),
         heat(s.Add<TemperatureField>("channel_temp", "heat")),
         mix(s.Add<GridVariableDensity>("grid_variabledensity", "mix")) {
     OperatorRig::Link(mix, 1000, density);
@@ -38,8 +38,8 @@ class Density : public testing::Test {
     OperatorRig::Randomise(*heat.mGrid, 2, 0, 2000);
   }
   OperatorRig s{{7, 6, 9}};
-  FuelField& density;
-  FuelField& gas;
+  PlainField& density;
+  PlainField& gas;
   TemperatureField& heat;
   GridVariableDensity& mix;
 };
@@ -136,7 +136,7 @@ TEST(DensityFlow, ALightBallRisesAgainstItsAddedMass) {
     const double h = rig.scene->mDomain.cellSize;
     const Vec3d centre = Vec3d{1, 1, 1} * (0.5 * n * h);
     // The share of a cell inside the ball, so that the ball has its volume.
-    GasRig::Fill(*rig.Object<FuelField>(gasNode)->mGrid, [&](const Vec3d& p) {
+    GasRig::Fill(*rig.Object<PlainField>(gasNode)->mGrid, [&](const Vec3d& p) {
       return std::clamp(0.5 + radius - Length(p - centre) / h, 0.0, 1.0);
     });
     rig.FillVelocity([&](const Vec3d&) { return Vec3d{0, -g * dt, 0}; });

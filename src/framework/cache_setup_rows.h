@@ -1,0 +1,30 @@
+// The parameters of a server by which caches are set up; no simulation reads them.
+#pragma once
+#include "host/types.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA::cache_setup {
+
+enum Row : i32 {
+  kRenderOnly = 1500,
+  kMode = 1501,
+  kFolder = 1503,
+  kName = 1504,
+  kWindow = 1505,
+  kShowFrame = 1506,
+  kFrameOffset = 1507,
+  kCompression = 1508,
+  kParticleFormat = 1509,
+  kFormat = 1510,
+  kNumbering = 1511,
+  kCandidates = 1512,
+  kPlace = 1513,
+  kBackwards = 1514,
+  kObjects = 1515,
+  kChooseFolder = 1516,
+  kSetUp = 1517,
+  kCopyServer = 1518,
+  kFirst = kRenderOnly,
+  kLast = kCopyServer,
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA::cache_setup
