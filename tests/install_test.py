@@ -1,0 +1,58 @@
+"""install_test.py BUILD: what `cmake --install` leaves works on its own: the command finds its scenes, and a
+program finds the library as a package."""
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+PROJECT = """cmake_minimum_required(VERSION 3.25)
+project(user CXX)
+find_package(sulva REQUIRED)
+add_executable(user main.cpp)
+target_link_libraries(user PRIVATE sulva::libsulva)
+"""
+
+PROGRAM = r"""#include <cstdio>
+
+#include "nodes/catalogue.h"
+#include "run/simulation.h"
+#include "scene/scene_file.h"
+
+int main(int, char** arguments) {
+  using namespace MELDO_GLOBAL;
+  app::Diagnostics diagnostics;
+  const auto scene = app::LoadScene(arguments[1], diagnostics);
+  if (!scene) return 1;
+  app::Simulation simulation(*scene->document, scene->servers, 1ull << 32);
+  app::FrameRecord record;
+  for (i32 frame = 0; frame < 3; ++frame)
+    if (simulation.Evaluate(frame, record) != app::FrameOutcome::Done) return 2;
+  std::printf("%zu kinds, %.3f\n", MELDO_SULVA::Catalogue().size(), record.elapsed);
+}
+"""
+
+
+def main():
+    build = sys.argv[1]
+    with tempfile.TemporaryDirectory() as folder:
+        root = pathlib.Path(folder)
+        prefix, user = root / "prefix", root / "user"
+        subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True, stdout=subprocess.DEVNULL)
+        sulva = prefix / "bin/sulva"
+        subprocess.run([sulva, "new", "plume", "mine.json"], cwd=root, check=True, stdout=subprocess.DEVNULL)
+        subprocess.run([sulva, "check", "mine.json"], cwd=root, check=True, stdout=subprocess.DEVNULL)
+        for name in ("share/sulva/docs/sulva.schema.json", "include/sulva/nodes/catalogue.h"):
+            assert (prefix / name).exists(), name
+        assert any(prefix.rglob("LICENSE")), "no licence"
+
+        user.mkdir()
+        (user / "CMakeLists.txt").write_text(PROJECT)
+        (user / "main.cpp").write_text(PROGRAM)
+        quiet = {"check": True, "stdout": subprocess.DEVNULL}
+        subprocess.run(["cmake", "-S", user, "-B", user / "build", "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={prefix}"], **quiet)
+        subprocess.run(["cmake", "--build", user / "build"], **quiet)
+        told = subprocess.run([user / "build/user", root / "mine.json"], check=True, capture_output=True, text=True).stdout
+        assert told.strip().endswith("0.080"), told
+
+
+main()
