@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/types.h"
+#include "host/parameter.h"
 #include "host/vector.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
@@ -19,6 +19,15 @@ struct ColourSystem {
   static const ColourSystem& ByIndex(i32 index);
   /// Rows of the matrix from CIE XYZ to linear RGB; white has Y = 1 and becomes (1, 1, 1).
   std::array<Vec3d, 3> FromXyz() const;
+};
+
+/// How heat becomes a colour.
+struct BlackBodySettings : host::ParameterHolder {
+  double scale = 1;  ///< of every temperature
+  Vec3d tint{1, 1, 1};
+  i32 system = 4;  ///< the display's
+  bool adapt = false;
+  bool gamma = true;
 };
 
 /// Colours by temperature, in a table that is built once and then only read.
@@ -38,6 +47,7 @@ class BlackBody {
   /// x, y, z; `adapt` makes the colour of `mTMax` the white; `gamma` applies the display's curve.
   /// A range of more than 65536 steps ends there; a temperature of 0 or less is black.
   void Build(double scale, const Vec3d& tint, i32 systemIndex, bool adapt, bool gamma);
+  void Build(const BlackBodySettings& s) { Build(s.scale, s.tint, s.system, s.adapt, s.gamma); }
   /// The colour of a temperature (Kelvin), the first or last one's outside the range; black before
   /// `Build`.
   void Colour(Vec3d& out, double temperature) const {

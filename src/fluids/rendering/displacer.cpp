@@ -6,7 +6,7 @@ namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
 using namespace MELDO_SULVA;
 
-void VelocityGridDisplacer::Set(const Flow* flow, const InterfaceHandler* container) {
+void VelocityGridDisplacer::Set(const Flow* flow, const DisplacementSettings* amounts) {
   mFlow = flow;
   mVelocity.reset();
   mLayout = flow ? flow->GetLayout() : nullptr;
@@ -18,9 +18,9 @@ void VelocityGridDisplacer::Set(const Flow* flow, const InterfaceHandler* contai
   mEnabled = mVelocity && mLayout;
   if (!mEnabled) return;
   mSingle = true;
-  if (!container) return;
-  mAmount = container->GetFloat32(2202, 0);
-  mAmount2 = container->GetFloat32(2553, 0);
+  if (!amounts) return;
+  mAmount = amounts->smoke;
+  mAmount2 = amounts->fire;
   mEnabled = mAmount != 0;
   mSingle = !(mAmount != mAmount2 && mAmount != 0 && mAmount2 != 0);
 }

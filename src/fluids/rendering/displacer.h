@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "fluids/fields/trace_path.h"
-#include "framework/interface_handler.h"
+#include "fluids/rendering/gas_look.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 class Flow;
@@ -18,10 +18,8 @@ class Displacer {
   /// The point at which the smoke is read, and that of the fire.
   using Points = std::array<Vec3d, 2>;
   virtual ~Displacer() = default;
-  /// Takes the source of the motion, and the amounts from a node's parameters 2202 (smoke) and
-  /// 2553 (fire); without a node the amounts stay.
-  virtual void Set(const MELDO_SULVA::Flow* flow,
-                   const MELDO_SULVA::InterfaceHandler* container) = 0;
+  /// Takes the source of the motion, and the amounts; without `amounts` they stay.
+  virtual void Set(const MELDO_SULVA::Flow* flow, const DisplacementSettings* amounts) = 0;
   virtual void Displace(Points& points) const = 0;
   virtual Vec3d DisplaceBy(const Vec3d& point, double amount) const = 0;
   virtual Vec3d DisplaceFirst(const Vec3d& point) const = 0;
@@ -30,7 +28,7 @@ class Displacer {
 /// Traces points back along a flow (Heun) by an amount of seconds.
 class VelocityGridDisplacer : public Displacer {
  public:
-  void Set(const MELDO_SULVA::Flow* flow, const MELDO_SULVA::InterfaceHandler* container) override;
+  void Set(const MELDO_SULVA::Flow* flow, const DisplacementSettings* amounts) override;
   void Displace(Points& points) const override;
   Vec3d DisplaceBy(const Vec3d& point, double amount) const override;
   Vec3d DisplaceFirst(const Vec3d& point) const override;

@@ -3,20 +3,19 @@
 #include <optional>
 
 #include "fluids/rendering/field_view.h"
+#include "fluids/rendering/gas_look.h"
 #include "fluids/rendering/ramp.h"
-#include "framework/interface_handler.h"
 #include "host/noise.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
 /// Noise that multiplies a field.
-struct FieldNoise {
-  bool on = false;
-  bool inSimulationUnits = false;  ///< else the position is taken in host units
-  host::NoiseType type = host::NoiseType::Fbm;
+struct FieldNoise : NoiseSettings {
+  FieldNoise() = default;
+  /// Keeps nothing of the curve but its ramp.
+  explicit FieldNoise(const NoiseSettings& settings);
+
   Vec3d frequency{1, 1, 1};  ///< per unit of length
-  i32 octaves = 3;
-  double cutLow = 0, cutHigh = 1, offset = 0, contrast = 1;
   bool hasRemap = false;
   Ramp<double> remap;
   std::optional<host::Noise> noise;
@@ -58,8 +57,5 @@ struct FieldMapping {
 
   static constexpr double kCelsius = 273.5;
 };
-
-/// The noise of the smoke: parameters 2301 to 2317.
-FieldNoise ReadNoise(const MELDO_SULVA::InterfaceHandler& interface);
 
 }  // namespace MELDO_GLOBAL::ZOLT_RENDERING

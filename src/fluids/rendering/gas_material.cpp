@@ -35,27 +35,18 @@ bool GasRenderer_Material::InitRender(const RenderData& data) {
   auto marcher = std::make_unique<RayMarcher>();
   if (!marcher->Precompute(*mNode, mScenes, data)) return false;
   mMarcher = std::move(marcher);
-  const MELDO_SULVA::InterfaceHandler interface(mNode);
-  mGlow = interface.GetReal(2800);
-  mGlowGradient = {};
-  if (const Gradient* colours = interface.GetGradient(2801)) mGlowGradient = MakeRamp(*colours);
-  mOpacityLight = interface.GetReal(2802);
-  mContrast = interface.GetReal(2803) + 1;
-  mSaturation = interface.GetReal(2804);
-  mSeenByCamera = interface.GetBool(2862);
+  const FinishSettings& finish = mMarcher->Look().finish;
+  mGlowGradient = finish.glowGradient ? MakeRamp(*finish.glowGradient) : Ramp<Vec3d>();
   mUnseenBy = kRayVolumeLight;
-  constexpr std::pair<i32, u32> switches[] = {{2863, kRayGlobalIllumination},
-                                              {2864, kRayTransparency},
-                                              {2865, kRayRefraction},
-                                              {2866, kRayReflection},
-                                              {2867, kRayAmbientOcclusion}};
-  for (const auto& [id, flag] : switches)
-    if (!interface.GetBool(id)) mUnseenBy |= flag;
+  const std::pair<bool, u32> seen[] = {{finish.byGI, kRayGlobalIllumination},
+                                       {finish.byTransparency, kRayTransparency},
+                                       {finish.byRefraction, kRayRefraction},
+                                       {finish.byReflection, kRayReflection},
+                                       {finish.byAmbientOcclusion, kRayAmbientOcclusion}};
+  for (const auto& [isSeen, flag] : seen)
+    if (!isSeen) mUnseenBy |= flag;
   // Smoke alone gives no light of its own to others.
   if (!mMarcher->HasFireOrThird()) mUnseenBy |= kRayGlobalIllumination;
-  mShadowsObjects = interface.GetBool(2501);
-  mShadowStrength = interface.GetReal(2502);
-  mShadowColour = interface.GetVector(2506);
   return true;
 }
 
@@ -84,7 +75,7 @@ std::vector<GlowingBox> GasRenderer_Material::Glow() const {
           part.power += mMarcher->GlowAt(box.min + half * (ToReal({i, j, k}) + kMiddle));
         });
         if (part.power == Vec3d{}) continue;
-        part.power *= half.x * half.y * half.z * mMarcher->GIScale();
+        part.power *= half.x * half.y * half.z * mMarcher->Look().fire.giScale;
         part.weight = (part.power.x + part.power.y + part.power.z) * Escape(part);
         layers[z].push_back(part);
       }
@@ -98,7 +89,7 @@ std::vector<GlowingBox> GasRenderer_Material::Glow() const {
 /// that what does get out makes single bright specks.
 double GasRenderer_Material::Escape(const GlowingBox& part) const {
   constexpr double kLeast = 0.1;
-  if (!mShadowsObjects || !mMarcher->HasSmoke()) return 1;
+  if (!mMarcher->Look().objectShadow.onObjects || !mMarcher->HasSmoke()) return 1;
   const Vec3d centre = (part.min + part.max) * 0.5;
   const WorldBox& box = mMarcher->Bounds();
   double sum = 0;
@@ -113,7 +104,7 @@ double GasRenderer_Material::Escape(const GlowingBox& part) const {
 }
 
 bool GasRenderer_Material::Passes(u32 rayFlags) const {
-  return !mMarcher || !mSeenByCamera || (rayFlags & mUnseenBy);
+  return !mMarcher || !mMarcher->Look().finish.byCamera || (rayFlags & mUnseenBy);
 }
 
 void GasRenderer_Material::Volumetric(VolumeRecord& record, const RenderData& data) const {
@@ -149,7 +140,7 @@ void GasRenderer_Material::Volumetric(VolumeRecord& record, const RenderData& da
   if (record.colour == Vec3d{} && record.transmission == Vec3d{1, 1, 1}) return;
   FinishColours(record);
   if (ray.flags & kRayGlobalIllumination) {
-    const double scale = mMarcher->GIScale();
+    const double scale = mMarcher->Look().fire.giScale;
     record.colour *= scale;
     record.scattering *= scale;
     record.emission *= scale;
@@ -161,19 +152,23 @@ void GasRenderer_Material::FinishColours(VolumeRecord& record) const {
   Vec3d& t = record.transmission;
   if (Largest(t) >= 1) return;
   const double opacity = Largest(Vec3d{1, 1, 1} - t);
-  if (mGlow > 0) record.colour += mGlowGradient(opacity) * (mGlow * opacity);
-  record.colour += (Vec3d{1, 1, 1} - t) * mOpacityLight;
-  if (mContrast != 1)
-    for (int a = 0; a < 3; ++a) t[a] = std::clamp((t[a] - 0.5) * mContrast + 0.5, 0.0, 1.0);
-  if (mSaturation != 1) {
+  const FinishSettings& finish = mMarcher->Look().finish;
+  if (finish.glow > 0) record.colour += mGlowGradient(opacity) * (finish.glow * opacity);
+  record.colour += (Vec3d{1, 1, 1} - t) * finish.opacityLight;
+  const double contrast = finish.contrast + 1;
+  if (contrast != 1)
+    for (int a = 0; a < 3; ++a) t[a] = std::clamp((t[a] - 0.5) * contrast + 0.5, 0.0, 1.0);
+  if (finish.saturation != 1) {
     const double mean = (record.colour.x + record.colour.y + record.colour.z) / 3;
     const Vec3d grey{mean, mean, mean};
-    record.colour = Max((record.colour - grey) * mSaturation + grey, Vec3d{});
+    record.colour = Max((record.colour - grey) * finish.saturation + grey, Vec3d{});
   }
 }
 
 void GasRenderer_Material::Transparency(TransparencyRecord& record, const RenderData&) const {
-  if (!mMarcher || !mShadowsObjects || !mMarcher->HasSmoke()) return;
+  if (!mMarcher || !mMarcher->HasSmoke()) return;
+  const ObjectShadowSettings& look = mMarcher->Look().objectShadow;
+  if (!look.onObjects) return;
   const RenderRay& ray = record.ray;
   double near, far;
   if (!mMarcher->Bounds().Clip(ray.origin, ray.direction, record.length, near, far)) return;
@@ -183,8 +178,8 @@ void GasRenderer_Material::Transparency(TransparencyRecord& record, const Render
       mMarcher->ShadowRay(passed, stretch, mMarcher->ObjectShadow(), HashUnit(ray.seed, 1));
   Vec3d transparency;
   for (int a = 0; a < 3; ++a) {
-    const double shadow = mShadowColour[a] + (1 - mShadowColour[a]) * passed[a];
-    transparency[a] = mShadowStrength * (shadow - 1) + 1;
+    const double shadow = look.colour[a] + (1 - look.colour[a]) * passed[a];
+    transparency[a] = look.strength * (shadow - 1) + 1;
   }
   record.transparency = record.transparency * transparency;
 }

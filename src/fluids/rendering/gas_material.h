@@ -13,7 +13,7 @@ class GasRenderer_Material : public host::VolumeMaterial {
  public:
   static constexpr i32 kPluginId = 1300062;
   static constexpr std::string_view kTypeName = "shader_gas";
-  static const host::ParameterTable& Parameters();
+  static const host::ParameterTable& Parameters() { return GasLook::Rows(); }
   /// A material's node with its creation defaults.
   static host::BaseNode& CreateNode(host::Document& document, std::string name);
 
@@ -39,13 +39,8 @@ class GasRenderer_Material : public host::VolumeMaterial {
   std::vector<MELDO_SULVA::Scene*> mScenes;
   std::unique_ptr<RayMarcher> mMarcher;
 
-  bool mSeenByCamera = true;
   u32 mUnseenBy = 0;  ///< ray flags that pass unchanged
-  double mGlow = 0, mOpacityLight = 0, mContrast = 1, mSaturation = 1;
   Ramp<Vec3d> mGlowGradient;
-  bool mShadowsObjects = true;
-  double mShadowStrength = 1;
-  Vec3d mShadowColour{};
 };
 
 }  // namespace MELDO_GLOBAL::ZOLT_RENDERING

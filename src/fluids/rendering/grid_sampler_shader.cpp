@@ -25,35 +25,51 @@ double Remapped(double v, double high, double low) {
 const ParameterTable& GridSampler_Shader::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable t = {
-        LinkRow(3000, "field", "channel, solver or volume that is read", {}),
-        GradientRow(3001, "gradient", "what colour a low (0) to a high (1) value gets"),
+        LinkRow(3000, "field", "channel, solver or volume that is read", {})
+            .To(&GridSamplerSettings::field),
+        GradientRow(3001, "gradient", "what colour a low (0) to a high (1) value gets")
+            .To(&GridSamplerSettings::gradient),
         LongRow(3002, "solver_field", 0, "",
                 "what is looked at of a solver: how fast it flows, or where its surface is")
-            .Choices({{0, "speed"}, {1, "surface"}, {2, "divergence"}}),
+            .Choices({{0, "speed"}, {1, "surface"}, {2, "divergence"}})
+            .To(&GridSamplerSettings::solverField),
         RealRow(3003, "input_low", 0, "",
                 "distance in cells that gets the first colour; for a speed its value over the "
                 "square root "
-                "of cell_size"),
-        RealRow(3004, "input_high", 1, "", "the same for the last colour"),
-        RealRow(3005, "clamp_low", 0, "", "least component of the colour"),
-        RealRow(3006, "clamp_high", 1, "", "greatest component of the colour"),
-        BoolRow(3007, "own_point", false, "read at the shader's point instead of the hit"),
-        RealRow(3008, "displacement", 0, "s", "time by which points move along a solver's flow"),
+                "of cell_size")
+            .To(&GridSamplerSettings::low),
+        RealRow(3004, "input_high", 1, "", "the same for the last colour")
+            .To(&GridSamplerSettings::high),
+        RealRow(3005, "clamp_low", 0, "", "least component of the colour")
+            .To(&GridSamplerSettings::clampLow),
+        RealRow(3006, "clamp_high", 1, "", "greatest component of the colour")
+            .To(&GridSamplerSettings::clampHigh),
+        BoolRow(3007, "own_point", false, "read at the shader's point instead of the hit")
+            .To(&GridSamplerSettings::ownPoint),
+        RealRow(3008, "displacement", 0, "s", "time by which points move along a solver's flow")
+            .To(&GridSamplerSettings::displacement),
         LongRow(3009, "colour_mode", 0, "", "how the value becomes a colour")
-            .Choices({{0, "gradient"}, {1, "blackbody"}}),
+            .Choices({{0, "gradient"}, {1, "blackbody"}})
+            .To(&GridSamplerSettings::isBlackBody),
         LongRow(3011, "blackbody_system", 4, "",
                 "which screen the glow is meant for: its primaries and white")
             .Choices(
-                {{0, "ntsc"}, {1, "ebu"}, {2, "smpte"}, {3, "hdtv"}, {4, "cie"}, {5, "rec709"}}),
-        VectorRow(3012, "blackbody_tint", {1, 1, 1}, "", "multiplies X, Y, Z"),
+                {{0, "ntsc"}, {1, "ebu"}, {2, "smpte"}, {3, "hdtv"}, {4, "cie"}, {5, "rec709"}})
+            .To(&BlackBodySettings::system),
+        VectorRow(3012, "blackbody_tint", {1, 1, 1}, "", "multiplies X, Y, Z")
+            .To(&BlackBodySettings::tint),
         RealRow(3013, "blackbody_scale", 1, "",
                 "redder (below 1) or whiter (above) glow: multiplies the temperature")
-            .AtLeast(0),
+            .AtLeast(0)
+            .To(&BlackBodySettings::scale),
         RealRow(3014, "blackbody_brightness", 1, "",
                 "how bright the glow looks: multiplies its colour")
-            .AtLeast(0),
-        BoolRow(3015, "blackbody_gamma", true, "apply the display's curve"),
-        BoolRow(3016, "blackbody_adapt", false, "the hottest colour is white"),
+            .AtLeast(0)
+            .To(&GridSamplerSettings::brightness),
+        BoolRow(3015, "blackbody_gamma", true, "apply the display's curve")
+            .To(&BlackBodySettings::gamma),
+        BoolRow(3016, "blackbody_adapt", false, "the hottest colour is white")
+            .To(&BlackBodySettings::adapt),
     };
     t[1].creation = Gradient{{{0, {0, 0, 0}}, {1, {1, 1, 1}}}};
     return t;
@@ -63,32 +79,23 @@ const ParameterTable& GridSampler_Shader::Parameters() {
 
 bool GridSampler_Shader::InitRender(const RenderData&) {
   FreeRender();
-  const InterfaceHandler interface(mNode);
-  const BaseNode* linked = interface.GetLink(3000);
-  iBase* object = nullptr;
-  for (Scene* scene : mScenes)
-    if (linked && !object) object = scene->FindObject(linked, kListAll);
-  if (!object) return false;
-  mLow = interface.GetReal(3003);
-  mHigh = interface.GetReal(3004);
-  if (!Bind(*object)) return false;
-  if (const Gradient* gradient = interface.GetGradient(3001)) mGradient = MakeRamp(*gradient);
-  mClampLow = interface.GetReal(3005);
-  mClampHigh = interface.GetReal(3006);
-  mOwnPoint = interface.GetBool(3007);
-  mDisplacement = interface.GetReal(3008);
-  auto* solver = dynamic_cast<iFluidSolver*>(object);
+  FillMembers(Parameters(), mNode, mSettings);
+  for (size_t i = 0; i < mScenes.size() && !mSettings.field; ++i)
+    ConnectLinks(Parameters(), *mNode, mSettings, *mScenes[i]);
+  if (!mSettings.field || !Bind(*mSettings.field)) return false;
+  if (mSettings.gradient) mGradient = MakeRamp(*mSettings.gradient);
+  auto* solver = dynamic_cast<iFluidSolver*>(mSettings.field);
   mDisplacer.Set(solver ? &solver->GetFlow() : nullptr, nullptr);
-  mColourMode = interface.GetLong(3009);
-  mBrightness = interface.GetReal(3014);
-  if (mColourMode != 1) return true;
+  if (!mSettings.isBlackBody) return true;
+  BlackBodySettings glow;
+  FillMembers(Parameters(), mNode, glow);
   mBlackbody.mTStep = 5;
-  mBlackbody.Build(interface.GetReal(3013), interface.GetVector(3012), interface.GetLong(3011),
-                   interface.GetBool(3016), interface.GetBool(3015));
+  mBlackbody.Build(glow);
   return true;
 }
 
 void GridSampler_Shader::FreeRender() {
+  mSettings = {};
   mSource = Source::None;
   mGrid = nullptr;
   mGradient = {};
@@ -104,10 +111,12 @@ void GridSampler_Shader::BindVector(const EGrid<double>* x, const EGrid<double>*
 }
 
 bool GridSampler_Shader::Bind(iBase& object) {
+  mLow = mSettings.low;
+  mHigh = mSettings.high;
   if (auto* solver = dynamic_cast<iFluidSolver*>(&object)) {
     const Flow& flow = solver->GetFlow();
     const VelocityField& velocity = flow.mVelocity;
-    switch (InterfaceHandler(mNode).GetLong(3002)) {
+    switch (mSettings.solverField) {
       case 1:
         mSource = Source::Distance;
         mGrid = flow.mSurface;
@@ -180,23 +189,24 @@ GridSampler_Shader::Reading GridSampler_Shader::Read(const Vec3d& sim) const {
 
 Vec3d GridSampler_Shader::Colour(const Reading& reading) const {
   Vec3d colour = mGradient(reading.value);
-  if (mColourMode == 1) {
+  if (mSettings.isBlackBody) {
     Vec3d glow;
     mBlackbody.Colour(glow, reading.kelvin + kRoomTemperature);
-    colour = colour * glow * mBrightness;
+    colour = colour * glow * mSettings.brightness;
   }
-  for (int a = 0; a < 3; ++a) colour[a] = std::max(mClampLow, std::min(colour[a], mClampHigh));
+  for (int a = 0; a < 3; ++a)
+    colour[a] = std::max(mSettings.clampLow, std::min(colour[a], mSettings.clampHigh));
   return colour;
 }
 
 Vec3d GridSampler_Shader::Output(const ShaderPoint& point) const {
   if (mSource == Source::None) return {1, 1, 1};
   const GridLayout& layout = mGrid->mLayout;
-  const Vec3d world = !mOwnPoint && point.hit ? point.hit->point : point.point;
+  const Vec3d world = !mSettings.ownPoint && point.hit ? point.hit->point : point.point;
   Vec3d sim = world * layout.worldToSim;
   for (int a = 0; a < 3; ++a)
     if (!(sim[a] >= layout.simOrigin[a] && sim[a] <= layout.simMax[a])) return Colour({});
-  if (mDisplacement != 0) sim = mDisplacer.DisplaceBy(sim, mDisplacement);
+  if (mSettings.displacement != 0) sim = mDisplacer.DisplaceBy(sim, mSettings.displacement);
   return Colour(Read(sim));
 }
 

@@ -13,6 +13,19 @@
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
+/// What the rows of the shader say. The gradient points into the node.
+struct GridSamplerSettings : host::ParameterHolder {
+  MELDO_SULVA::iBase* field = nullptr;
+  const host::Gradient* gradient = nullptr;
+  i32 solverField = 0;
+  double low = 0, high = 1;
+  double clampLow = 0, clampHigh = 1;
+  bool ownPoint = false;
+  double displacement = 0;  ///< seconds
+  bool isBlackBody = false;
+  double brightness = 1;
+};
+
 /// Reads a channel, a solver or a volume at a point and maps the value to a colour: through a
 /// gradient, or as the colour of a temperature times the gradient. White without a link.
 ///
@@ -50,14 +63,10 @@ class GridSampler_Shader : public host::Shader {
   const EGrid<double>* mGrid = nullptr;  ///< the field, or its first component
   const EGrid<double>* mOthers[2] = {};  ///< the other components
   double mLow = 0, mHigh = 1;            ///< of the remapped input
-  bool mOwnPoint = false;
+  GridSamplerSettings mSettings;
   Ramp<Vec3d> mGradient;
   BlackBody mBlackbody;
-  i32 mColourMode = 0;
-  double mBrightness = 1;
-  double mClampLow = 0, mClampHigh = 1;
   VelocityGridDisplacer mDisplacer;
-  double mDisplacement = 0;
 };
 
 }  // namespace MELDO_GLOBAL::ZOLT_RENDERING

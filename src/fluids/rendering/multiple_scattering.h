@@ -5,6 +5,7 @@
 
 #include "fluids/fields/channel.h"
 #include "fluids/rendering/field_view.h"
+#include "fluids/rendering/gas_look.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
@@ -45,21 +46,9 @@ struct ScatterRecord {
 /// After Premoze, Ashikhmin, Tessendorf, Ramamoorthi, Nayar, "Practical rendering of multiple
 /// scattering effects in participating media" (2004): the spread of a beam after a scattering
 /// depth T is a Gaussian whose width grows with the way and the depth.
-struct MultipleScattering {
-  bool on = false;
-  bool uniform = false;  ///< light crosses a medium of the mean density
-  double distanceScale = 1;
-  double absorption = 0.1, scattering = 0.6;
-  double spread = 0.2;  ///< mean square of the scattering angle
-  double minimumDepth = 0.01;
-  double step = 1;          ///< host units
-  double coarseStep = 2.5;  ///< host units
-  double blur = 1;          ///< cells
-  double density = 1;       ///< weight of the smoke
-  double strength = 1;
+struct MultipleScattering : MultipleSettings {
   double anisotropy = 0.6;
-  double jitter = 1;
-  double resolution = 0.5;
+  WalkSteps steps;                     ///< host units
   double meanDensity = 0;              ///< of the smoke, for `uniform`
   std::vector<ScatterRecord> records;  ///< by lamp
 

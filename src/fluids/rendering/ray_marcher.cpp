@@ -42,6 +42,7 @@ bool RayMarcher::Precompute(host::BaseNode& container, const std::vector<Scene*>
                             const host::RenderData& data) {
   Finish();
   mInterface.Bind(&container);
+  mLook.Fill(container);
   // The workers' records hold a thread that could be stopped; nothing here stops it.
   mThread = const_cast<host::HostThread*>(data.thread);
   host::ShowStatus("Precompute");
@@ -52,14 +53,17 @@ bool RayMarcher::Precompute(host::BaseNode& container, const std::vector<Scene*>
 }
 
 bool RayMarcher::PrecomputeFields(const std::vector<Scene*>& scenes, const host::RenderData& data) {
-  if (!FindFields(scenes, data) || !ReadParameters()) return false;
-  ReadFilters();
+  if (!FindFields(scenes, data) || !mLook.IsComplete()) return false;
+  SetWalks();
+  SetMappings();
+  mLook.filters.ForEach([&](FilterList& list) { list.Prepare(this); });
   GatherLights(data);
   host::ShowStatus("Preprocessors");
-  Preprocess(kSmokeGrid, mSmoke.exists ? &mSmoke.channel : nullptr, nullptr);
-  Preprocess(kFireGrid, mFire.exists ? &mFire.channel : nullptr, nullptr);
-  Preprocess(kThirdGrid, mThird.exists ? &mThird.channel : nullptr, nullptr);
-  Preprocess(kColourGrid, nullptr, mHasSmokeColour ? &mSmokeColour : nullptr);
+  const FilterSettings& filters = mLook.filters;
+  Preprocess(filters.smokeGrid, mSmoke.exists ? &mSmoke.channel : nullptr, nullptr);
+  Preprocess(filters.fireGrid, mFire.exists ? &mFire.channel : nullptr, nullptr);
+  Preprocess(filters.thirdGrid, mThird.exists ? &mThird.channel : nullptr, nullptr);
+  Preprocess(filters.colourGrid, nullptr, mHasSmokeColour ? &mSmokeColour : nullptr);
   BlurFields();
   BuildOccupancy();
   if (mHasSmokeColour)
@@ -85,32 +89,22 @@ bool RayMarcher::PrecomputeMaps() {
 // ---- fields -------------------------------------------------------------------------------------
 
 bool RayMarcher::FindFields(const std::vector<Scene*>& scenes, const host::RenderData& data) {
-  const bool full = mInterface.GetBool(2151) && (data.flags & host::kRenderFinal);
-  const double factor = full ? 1.0 : mInterface.GetReal(2150);
-  mCopyMode = mInterface.GetLong(2152);
+  const bool full = mLook.copies.fullInFinal && (data.flags & host::kRenderFinal);
+  const double factor = full ? 1.0 : mLook.copies.resolution;
+  const FieldSettings& linked = mLook.fields;
   for (Scene* scene : scenes) {
     mScene = scene;
-    const auto scalar = [&](i32 id) {
-      const host::BaseNode* node = mInterface.GetLink(id);
-      return node ? dynamic_cast<ScalarField*>(scene->FindObject(node, kListChannels, kBitScalar))
-                  : nullptr;
-    };
-    const auto take = [&](RenderField& field, i32 id) {
-      const ScalarField* source = scalar(id);
+    mLook.Connect(*mInterface.GetObject(), *scene);
+    const auto take = [&](RenderField& field, const ScalarField* source) {
       field.exists = source && CopyField(field, *source, factor);
     };
-    take(mSmoke, 2200);
-    take(mFire, 2551);
-    take(mThird, 2552);
+    take(mSmoke, linked.smoke);
+    take(mFire, linked.fire);
+    take(mThird, linked.third);
     if (!mSmoke.exists && !mFire.exists && !mThird.exists) continue;
-    const host::BaseNode* colour = mInterface.GetLink(2225);
-    const auto* colours =
-        colour ? dynamic_cast<VectorField*>(scene->FindObject(colour, kListChannels, kBitVector))
-               : nullptr;
-    mHasSmokeColour = colours && CopyColours(*colours, factor);
-    auto* solver =
-        dynamic_cast<iFluidSolver*>(scene->FindObject(mInterface.GetLink(2203), kListSolvers));
-    mDisplacer.Set(solver ? &solver->GetFlow() : nullptr, &mInterface);
+    mHasSmokeColour = linked.smokeColour && CopyColours(*linked.smokeColour, factor);
+    iFluidSolver* solver = linked.displacementSolver;
+    mDisplacer.Set(solver ? &solver->GetFlow() : nullptr, &mLook.displacement);
     const RenderField& first = mSmoke.exists ? mSmoke : mFire.exists ? mFire : mThird;
     const GridLayout& layout = first.channel.mGrid->mLayout;
     mBounds = {layout.worldOrigin, layout.worldMax};
@@ -125,7 +119,7 @@ bool RayMarcher::FindFields(const std::vector<Scene*>& scenes, const host::Rende
 bool RayMarcher::CopyField(RenderField& field, const ScalarField& source, double factor) {
   const EGrid<double>* grid = source.GetGrid(0);
   if (!grid || !grid->mData) return false;
-  std::unique_ptr<EGrid<double>> copy = CopiedGrid(*grid, factor, mCopyMode);
+  std::unique_ptr<EGrid<double>> copy = CopiedGrid(*grid, factor, mLook.copies.sampling);
   if (!copy) return false;
   field.channel.mGrid = std::move(copy);
   field.channel.SetRange(source.mValueMin, source.mValueMax);
@@ -138,33 +132,31 @@ bool RayMarcher::CopyColours(const VectorField& source, double factor) {
   for (i32 a = 0; a < 3; ++a) {
     const EGrid<double>* grid = source.GetGrid(a);
     if (!grid || !grid->mData) return false;
-    mSmokeColour.mGrids[a] = CopiedGrid(*grid, factor, mCopyMode);
+    mSmokeColour.mGrids[a] = CopiedGrid(*grid, factor, mLook.copies.sampling);
     if (!mSmokeColour.mGrids[a]) return false;
   }
   mSmokeColour.SetRange(source.mValueMin, source.mValueMax);
   return true;
 }
 
-void RayMarcher::Preprocess(i32 list, ScalarField* target, VectorField* colours) {
+void RayMarcher::Preprocess(const FilterList& list, ScalarField* target, VectorField* colours) {
   if (!target && !colours) return;
   RenderGridPreprocessor scalar;
   ColorRenderGridPreprocessor colour;
   RenderGridPreprocessor& work = colours ? colour : scalar;
-  if (!work.Bind(this, target, colours, &mFilters[list])) return;
-  for (host::BaseNode* node : mRemaps[list])
+  if (!work.Bind(this, target, colours, &list)) return;
+  for (host::BaseNode* node : list.Ramps())
     work.AddOperator(std::make_unique<ChannelOperator_Remap>(node, mScene));
   work.Run(mThread);
 }
 
 void RayMarcher::BlurFields() {
-  const auto blur = [&](RenderField& field, i32 rounds, i32 strength) {
-    if (field.exists)
-      Diffusor().Blur(*field.channel.mGrid, mInterface.GetReal(strength),
-                      mInterface.GetLong(rounds));
+  const auto blur = [&](RenderField& field, const auto& settings) {
+    if (field.exists) Diffusor().Blur(*field.channel.mGrid, settings.blur, settings.blurRounds);
   };
-  blur(mSmoke, 2253, 2254);
-  blur(mFire, 2652, 2653);
-  blur(mThird, 2702, 2703);
+  blur(mSmoke, mLook.smoke);
+  blur(mFire, mLook.fire);
+  blur(mThird, mLook.third);
 }
 
 void RayMarcher::BuildOccupancy() {
@@ -227,7 +219,7 @@ bool RayMarcher::BuildFireLevelSet() {
 
 bool RayMarcher::AllocateMaps() {
   const EGrid<double>& smoke = *mSmoke.channel.mGrid;
-  const std::unique_ptr<EGrid<double>> shape = EmptyScaled(smoke, mInterface.GetReal(2455));
+  const std::unique_ptr<EGrid<double>> shape = EmptyScaled(smoke, mLook.shadow.mapResolution);
   if (!shape) return false;
   const auto allocate = [&](ScalarField& map) {
     map.SetRange(0, 1);
@@ -238,7 +230,7 @@ bool RayMarcher::AllocateMaps() {
       if (!allocate(map)) return false;
   if (mFireLightOn) {
     if (!allocate(mFireRecord->reach) || !allocate(mFireRecord->strength)) return false;
-    for (i32 a = 0; mFireLightDirected && a < 3; ++a)
+    for (i32 a = 0; mLook.fireLight.directed && a < 3; ++a)
       if (!allocate(mFireRecord->directions[a])) return false;
   }
   mMultiple.records.clear();
@@ -268,21 +260,21 @@ void RayMarcher::FinishScattering() {
 }
 
 void RayMarcher::FinishLightMaps() {
-  const i32 rounds = mInterface.GetLong(2457), layers = mInterface.GetLong(2463);
-  const double strength = mInterface.GetReal(2458);
+  const ShadowSettings& maps = mLook.shadow;
   for (const auto& record : mLights)
     for (ScalarField& map : record->maps) {
-      Diffusor().Blur(*map.mGrid, strength, rounds);
-      GridExtrapolation().ExtendField(*map.mGrid, map.mInitial, layers, host::ThreadCount());
+      Diffusor().Blur(*map.mGrid, maps.mapBlur, maps.mapBlurRounds);
+      GridExtrapolation().ExtendField(*map.mGrid, map.mInitial, maps.mapLayers,
+                                      host::ThreadCount());
     }
 }
 
 void RayMarcher::FinishFireMaps() {
   host::ShowStatus("Blur fire map");
-  const host::SplineData* curve = mInterface.GetSpline(2759);
+  const host::SplineData* curve = mLook.fireLight.curve;
   for (ScalarField* map : {&mFireRecord->strength, &mFireRecord->reach}) {
     EGrid<double>& grid = *map->mGrid;
-    const double cells = mFireLightRadius * grid.mLayout.worldToSim.x * grid.mLayout.simToCell.x;
+    const double cells = mFireReach * grid.mLayout.worldToSim.x * grid.mLayout.simToCell.x;
     Diffusor().Blur(grid, cells, 1);
     if (map == &mFireRecord->strength) map->SetRange(0, std::max(LargestOf(grid), 1e-6));
     grid.mRangeMin = map->mValueMin;
@@ -295,7 +287,7 @@ void RayMarcher::FinishFireMaps() {
   }
   mFireRecord->reachView = FieldView(*mFireRecord->reach.mGrid);
   mFireRecord->strengthView = FieldView(*mFireRecord->strength.mGrid);
-  if (mFireLightDirected)
+  if (mLook.fireLight.directed)
     mFireRecord->packedDirections.Take(*mFireRecord->directions[0].mGrid,
                                        *mFireRecord->directions[1].mGrid,
                                        *mFireRecord->directions[2].mGrid);
@@ -309,7 +301,8 @@ void RayMarcher::PackMaps() {
 }
 
 void RayMarcher::Finish() {
-  ReleaseFilters();
+  mLook.filters.ForEach([](FilterList& list) { list.Finish(); });
+  mLook = {};
   for (RenderField* field : {&mSmoke, &mFire, &mThird}) field->Clear();
   for (auto& grid : mSmokeColour.mGrids) grid.reset();
   mHasSmokeColour = false;

@@ -9,6 +9,7 @@
 #include "fluids/rendering/colour_grid.h"
 #include "fluids/rendering/displacer.h"
 #include "fluids/rendering/field_mapping.h"
+#include "fluids/rendering/gas_look.h"
 #include "fluids/rendering/multiple_scattering.h"
 #include "fluids/rendering/phase_functions.h"
 #include "fluids/rendering/volume_ray.h"
@@ -78,7 +79,7 @@ struct FireLightRecord {
 };
 
 /// How a ray of light through the smoke is weakened.
-struct ShadowSettings {
+struct ShadowWalk {
   WalkSteps steps;
   Vec3d density{};  ///< absorption per channel
   bool IsOff() const { return density == Vec3d{}; }
@@ -94,7 +95,7 @@ class RayMarcher : public MELDO_SULVA::iObject {
   RayMarcher(const RayMarcher&) = delete;
   ~RayMarcher() override;
 
-  /// Reads the parameters of a material node, copies the fields that it links from the first of
+  /// Takes the look of a material node, copies the fields that it links from the first of
   /// `scenes` that has one, and works out the light in them. False, with no medium to draw, when
   /// nothing is linked, no linked channel has data, a gradient or curve is missing, or the render
   /// was cancelled.
@@ -106,8 +107,7 @@ class RayMarcher : public MELDO_SULVA::iObject {
                         const host::RenderData& data, i32 worker) const;
   /// Multiplies `colour` by what the smoke on a ray inside the bounds leaves of it.
   /// Returns the number of places looked at.
-  virtual i32 ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowSettings& settings,
-                        double u) const;
+  virtual i32 ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowWalk& settings, double u) const;
   /// Adds the light that was scattered more than once, along a ray inside the bounds.
   /// Returns the number of places looked at.
   virtual i32 AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i32 worker) const;
@@ -123,9 +123,9 @@ class RayMarcher : public MELDO_SULVA::iObject {
   bool HasSmoke() const { return mSmoke.exists; }
   bool HasFireOrThird() const { return mFire.exists || mThird.exists; }
   /// How the material weakens the rays of other objects.
-  const ShadowSettings& ObjectShadow() const { return mObjectShadow; }
+  const ShadowWalk& ObjectShadow() const { return mObjectShadow; }
   bool HasMultipleScattering() const { return mMultiple.on; }
-  double GIScale() const { return mGIScale; }
+  const GasLook& Look() const { return mLook; }
   /// Samples of one pass: smoke, fire and third field at a place; false when all are empty.
   bool SampleMedium(const Vec3d& world, MediumSample& sample) const;
   /// Light that fire, and smoke that it lights, give at a place to all sides, per host unit.
@@ -139,15 +139,12 @@ class RayMarcher : public MELDO_SULVA::iObject {
   bool FindFields(const std::vector<MELDO_SULVA::Scene*>& scenes, const host::RenderData& data);
   bool CopyField(RenderField& field, const MELDO_SULVA::ScalarField& source, double factor);
   bool CopyColours(const MELDO_SULVA::VectorField& source, double factor);
-  bool ReadParameters();
-  bool ReadMappings();
-  void ReadShadows();
-  void ReadFireLight();
-  void ReadMultipleScattering(double cell);
-  void ReadFilters();
-  void ReleaseFilters();
+  void SetWalks();
+  void SetMultipleScattering(double cell);
+  void SetMappings();
   void GatherLights(const host::RenderData& data);
-  void Preprocess(i32 list, MELDO_SULVA::ScalarField* target, MELDO_SULVA::VectorField* colours);
+  void Preprocess(const FilterList& list, MELDO_SULVA::ScalarField* target,
+                  MELDO_SULVA::VectorField* colours);
   void BlurFields();
   void BuildOccupancy();
   void MarkBricks(const RenderField& field, double threshold, const VecInt3D& bricks);
@@ -188,7 +185,7 @@ class RayMarcher : public MELDO_SULVA::iObject {
   Vec3d Absorbance(const Vec3d& colour) const;
   Vec3d FireColour(double value) const;
   bool Glows(const MediumSample& sample) const {
-    return mEmissionMode == 0 ? sample.hasFire : sample.hasThird;
+    return mLook.fire.emitter == Emitter::Fire ? sample.hasFire : sample.hasThird;
   }
   void AddEmission(const MediumSample& sample, Optics& optics) const;
   void AddScattering(const MediumSample& sample, const Vec3d& place, const Vec3d& toViewer,
@@ -196,7 +193,7 @@ class RayMarcher : public MELDO_SULVA::iObject {
   Vec3d LampLight(const Vec3d& place, const Vec3d& toViewer, double g, double k) const;
   Vec3d FireLight(const Vec3d& place) const;
   double FirePhase(const Vec3d& place, const Vec3d& toViewer, double g, double k) const;
-  double Filtered(i32 list, const Vec3d& world, i32 worker, double value) const;
+  double Filtered(const FilterList& list, const Vec3d& world, i32 worker, double value) const;
   void FadeOpacity(const MarchResult& result, const host::RenderData& data,
                    MarchRecord& record) const;
 
@@ -212,22 +209,7 @@ class RayMarcher : public MELDO_SULVA::iObject {
   Vec3d Spread(const MediumSample& sample, const Vec3d& place, const Vec3d& toViewer, double way,
                double depth, i32 worker) const;
 
-  enum FilterListIndex : i32 {
-    kSmokeGrid,
-    kColourGrid,
-    kAbsorption,
-    kScattering,
-    kAnisotropy,
-    kPhaseScale,
-    kScatterStrength,
-    kScatterDensity,
-    kMultipleAnisotropy,
-    kMultipleStrength,
-    kFireGrid,
-    kThirdGrid,
-    kFilterLists
-  };
-
+  GasLook mLook;
   i32 mState = 0;  ///< 1 once the precomputation has run
   host::HostThread* mThread = nullptr;
   WorldBox mBounds;
@@ -241,35 +223,14 @@ class RayMarcher : public MELDO_SULVA::iObject {
   ColourGrid mPackedColour;
   Ramp<Vec3d> mSmokeGradient, mFireGradient, mFireLightGradient;
   BlackBody mBlackbody;
-  i32 mFireColourMode = 0;
-  i32 mEmissionMode = 0;
   WalkSteps mSteps;
-  bool mEarlyExit = true;
-  bool mTrapezoid = true;
-  bool mShadowTrapezoid = true;
-  i32 mCopyMode = 0;
-  double mDensityScale = 1;
-  Vec3d mAbsorption{}, mScattering{}, mAmbient{};
-  bool mGreyAbsorption = false;
-  std::unique_ptr<PhaseFunction> mPhase, mScatterPhase;
-  double mAnisotropy = 0.6, mAnisotropy2 = 0, mPhaseScale = 1;
-  double mFireIntensity = 0.6, mFireExtinction = 0, mFireDensity = 0.02;
-  double mFireLight = 0, mFireLightScale = 2, mFireLightRadius = 100;
-  i32 mFireLightMode = 0;
-  bool mFireLightDirected = false;
-  double mGIScale = 5;
-  ShadowSettings mShadow, mObjectShadow;
-  bool mShadowIgnoresColour = false;
-  bool mHostShadows = true;
-  double mHostShadowStrength = 0;
-  Vec3d mHostShadowColour{};
+  ShadowWalk mShadow, mObjectShadow;
+  std::unique_ptr<PhaseFunction> mPhase;
+  double mFireReach = 100;    ///< host units
   bool mFireLightOn = false;  ///< there is fire, smoke, and light between them
   std::vector<std::unique_ptr<LightRecord>> mLights;
   std::unique_ptr<FireLightRecord> mFireRecord;
   MultipleScattering mMultiple;
-  u32 mFilterMask = 0;
-  std::array<MELDO_SULVA::ConstraintList, kFilterLists> mFilters;
-  std::array<std::vector<host::BaseNode*>, kFilterLists> mRemaps;  ///< ramps among the filters
 };
 
 }  // namespace MELDO_GLOBAL::ZOLT_RENDERING

@@ -87,7 +87,7 @@ Vec3d RayMarcher::ToBounds(const Vec3d& world, const Vec3d& direction, double le
 void RayMarcher::LightCell(const Vec3d& world, i32 cell) {
   for (size_t i = 0; i < mLights.size(); ++i) {
     LightRecord& record = *mLights[i];
-    const auto light = record.light->Illuminate(world, mHostShadows);
+    const auto light = record.light->Illuminate(world, mLook.objectShadow.inSmoke);
     Vec3d colour = light.colour * record.scale;
     if (colour != Vec3d{} && !mShadow.IsOff()) {
       const VolumeRay ray(world, ToBounds(world, -light.direction, light.distance));
@@ -130,7 +130,7 @@ void RayMarcher::FireCell(const Vec3d& world, i32 cell) {
   if (!SampleFire(surface, temperature)) temperature = 0;
   double reach = 1;
   if (distance > 0) {
-    reach = 1 - std::min(distance / mFireLightRadius, 1.0);
+    reach = 1 - std::min(distance / mFireReach, 1.0);
     if (!mShadow.IsOff() && reach > 0) {
       Vec3d passed{1, 1, 1};
       const VolumeRay ray(world, ToBounds(world, way / distance, distance));
@@ -139,8 +139,8 @@ void RayMarcher::FireCell(const Vec3d& world, i32 cell) {
     }
   }
   (*record.reach.mGrid)[cell] = reach;
-  (*record.strength.mGrid)[cell] = temperature * mFireLightScale;
-  if (!mFireLightDirected) return;
+  (*record.strength.mGrid)[cell] = temperature * mLook.fireLight.scale;
+  if (!mLook.fireLight.directed) return;
   const Vec3d away = distance > 0 ? way / -distance : AwayFromFire(place);
   for (i32 a = 0; a < 3; ++a) (*record.directions[a].mGrid)[cell] = away[a];
 }
@@ -149,7 +149,7 @@ void RayMarcher::ScatterCell(const Vec3d& world, i32 cell, i32 worker) {
   constexpr u64 kPurpose = 2000;
   for (size_t i = 0; i < mLights.size(); ++i) {
     ScatterRecord& record = mMultiple.records[i];
-    const auto light = mLights[i]->light->Illuminate(world, mHostShadows);
+    const auto light = mLights[i]->light->Illuminate(world, mLook.objectShadow.inSmoke);
     const VolumeRay ray(world, ToBounds(world, -light.direction, light.distance));
     const ScatterDepths depths = ScatterMarch(ray, HashUnit(cell, kPurpose + i), worker);
     (*record.depth)[cell] = depths.scattering;
@@ -165,15 +165,14 @@ RayMarcher::ScatterDepths RayMarcher::ScatterMarch(VolumeRay ray, double u, i32 
   ScatterDepths depths;
   if (m.uniform) {
     depths.distance = m.distanceScale * ray.tMax;
-    const double x = m.meanDensity * mDensityScale * ray.tMax * m.density;
+    const double x = m.meanDensity * mLook.smoke.density * ray.tMax * m.density;
     depths.absorption = x * m.absorption;
     depths.scattering = x * m.scattering;
     return depths;
   }
-  const WalkSteps steps{m.step, m.coarseStep, m.jitter};
   MediumSample sample;
   Walk(
-      ray, steps, u, mOccupancy, [&](const Vec3d& p) { return SampleSmoke(p, sample); },
+      ray, m.steps, u, mOccupancy, [&](const Vec3d& p) { return SampleSmoke(p, sample); },
       [&](const Vec3d& p, double ds) {
         AddDepth(sample.smoke, p, ds, worker, depths);
         depths.distance = m.distanceScale * ray.t;
@@ -187,12 +186,13 @@ void RayMarcher::AddDepth(double smoke, const Vec3d& place, double ds, i32 worke
                           ScatterDepths& depths) const {
   const MultipleScattering& m = mMultiple;
   double rate = m.scattering, weight = m.density;
-  if (mFilterMask & (1u << kScatterStrength))
-    rate = std::clamp(Filtered(kScatterStrength, place, worker, rate), 0.001, 2.0);
-  if (mFilterMask & (1u << kScatterDensity))
-    weight = std::clamp(Filtered(kScatterDensity, place, worker, weight), 0.0001, 1.0);
-  const double density = smoke * mDensityScale * weight;
-  const double before = mTrapezoid && !depths.fresh ? depths.density : density;
+  const FilterSettings& filters = mLook.filters;
+  if (!filters.multipleRate.IsEmpty())
+    rate = std::clamp(Filtered(filters.multipleRate, place, worker, rate), 0.001, 2.0);
+  if (!filters.multipleDensity.IsEmpty())
+    weight = std::clamp(Filtered(filters.multipleDensity, place, worker, weight), 0.0001, 1.0);
+  const double density = smoke * mLook.smoke.density * weight;
+  const double before = mLook.view.trapezoid && !depths.fresh ? depths.density : density;
   depths.density = density;
   depths.fresh = false;
   const double amount = (before + density) * 0.5 * ds;

@@ -78,9 +78,9 @@ bool RayMarcher::SampleMedium(const Vec3d& world, MediumSample& sample) const {
   return sample.hasSmoke || sample.hasFire || sample.hasThird;
 }
 
-double RayMarcher::Filtered(i32 list, const Vec3d& world, i32 worker, double value) const {
-  if (mFilterMask & (1u << list))
-    mFilters[list].Test(world * mWorldToSim, value, this, static_cast<u32>(worker));
+double RayMarcher::Filtered(const FilterList& list, const Vec3d& world, i32 worker,
+                            double value) const {
+  if (!list.IsEmpty()) list.Test(world * mWorldToSim, value, this, static_cast<u32>(worker));
   return value;
 }
 
@@ -93,26 +93,27 @@ Vec3d RayMarcher::SmokeColour(const MediumSample& sample) const {
 }
 
 Vec3d RayMarcher::Absorbance(const Vec3d& colour) const {
-  if (!mGreyAbsorption) return colour;
+  if (!mLook.scattering.greyAbsorption) return colour;
   const double largest = std::max({colour.x, colour.y, colour.z});
   return {largest, largest, largest};
 }
 
 Vec3d RayMarcher::FireColour(double value) const {
-  if (mFireColourMode != 0) return mFireGradient(value / mFire.mapping.valueMax);
+  if (mLook.fire.colours == FireColours::Gradient)
+    return mFireGradient(value / mFire.mapping.valueMax);
   Vec3d colour;
   mBlackbody.Colour(colour, value);
   return colour;
 }
 
 void RayMarcher::AddEmission(const MediumSample& sample, Optics& optics) const {
-  const double rho = sample.hasSmoke ? sample.smoke : mFireDensity;
-  const double extinction = rho * mFireExtinction;
+  const double rho = sample.hasSmoke ? sample.smoke : mLook.fire.density;
+  const double extinction = rho * mLook.fire.extinction;
   optics.sigma += Vec3d{extinction, extinction, extinction};
   // The third field says where; what glows is still the fire, or the hottest there is without one.
   const Vec3d colour = mFire.exists ? FireColour(sample.fire)
                                     : mFireGradient(sample.third / mThird.mapping.valueMax);
-  optics.emit = colour * (mFireIntensity * rho);
+  optics.emit = colour * (mLook.fire.intensity * rho);
 }
 
 Vec3d RayMarcher::GlowAt(const Vec3d& world) const {
@@ -121,26 +122,28 @@ Vec3d RayMarcher::GlowAt(const Vec3d& world) const {
   if (!SampleMedium(world, sample)) return {};
   if (Glows(sample)) AddEmission(sample, optics);
   if (mFireLightOn && sample.hasSmoke)
-    optics.emit += SmokeColour(sample) * mScattering * FireLight(world) *
-                   (sample.smoke * mDensityScale * (mFireLightDirected ? mPhaseScale : 1.0));
+    optics.emit += SmokeColour(sample) * mLook.scattering.scattering * FireLight(world) *
+                   (sample.smoke * mLook.smoke.density *
+                    (mLook.fireLight.directed ? mLook.scattering.phaseScale : 1.0));
   return optics.emit;
 }
 
 Vec3d RayMarcher::LampLight(const Vec3d& place, const Vec3d& toViewer, double g, double k) const {
   Vec3d light{};
   if (mLights.empty()) return light;
+  const ObjectShadowSettings& meshes = mLook.objectShadow;
   const ColourGrid::Place cell = mLights.front()->packed.PlaceOf(place);
   for (const auto& record : mLights) {
     Vec3d arrives = record->packed.At(cell);
     if (arrives == Vec3d{}) continue;
-    if (mHostShadowStrength != 0) {
+    if (meshes.inSmoke && meshes.extra != 0) {
       const Vec3d shadow = record->light->Illuminate(place, true).shadow;
-      const Vec3d left = kWhite + (mHostShadowColour - kWhite) * shadow * mHostShadowStrength;
+      const Vec3d left = kWhite + (meshes.extraColour - kWhite) * shadow * meshes.extra;
       arrives = arrives * Max(left, Vec3d{});
     }
     if (!mPhase) continue;
     const double c = Dot(record->light->DirectionTo(place), toViewer);
-    light += arrives * (k * mPhase->Evaluate(c, false, g, mAnisotropy2));
+    light += arrives * (k * mPhase->Evaluate(c, false, g, mLook.scattering.anisotropy2));
   }
   return light;
 }
@@ -148,37 +151,37 @@ Vec3d RayMarcher::LampLight(const Vec3d& place, const Vec3d& toViewer, double g,
 /// Before it is scattered.
 Vec3d RayMarcher::FireLight(const Vec3d& place) const {
   const FireLightRecord& record = *mFireRecord;
-  const double f = record.strengthView(place) * mFireLightScale;
+  const double f = record.strengthView(place) * mLook.fireLight.scale;
   if (!(f > 0)) return {};
   Vec3d colour;
-  if (mFireLightMode != 0)
+  if (mLook.fireLight.colours == FireColours::Gradient)
     colour = mFireLightGradient(std::min(f / record.strength.mValueMax, 1.0));
   else
     mBlackbody.Colour(colour, f);
-  return colour * (record.reachView(place) * mFireLight);
+  return colour * (record.reachView(place) * mLook.fireLight.strength);
 }
 
 double RayMarcher::FirePhase(const Vec3d& place, const Vec3d& toViewer, double g, double k) const {
-  if (!mFireLightDirected || !mPhase) return 1;
+  if (!mLook.fireLight.directed || !mPhase) return 1;
   const Vec3d way = Normalised(mFireRecord->packedDirections.At(place));
-  return k * mPhase->Evaluate(Dot(way, toViewer), false, g, mAnisotropy2);
+  return k * mPhase->Evaluate(Dot(way, toViewer), false, g, mLook.scattering.anisotropy2);
 }
 
 void RayMarcher::AddScattering(const MediumSample& sample, const Vec3d& place,
                                const Vec3d& toViewer, i32 worker, Optics& optics,
                                MarchRecord& record) const {
   const Vec3d colour = SmokeColour(sample);
-  double absorb = 1, scatter = 1, g = mAnisotropy, k = mPhaseScale;
-  if (mFilterMask) {
-    g = std::clamp(Filtered(kAnisotropy, place, worker, g), -1.0, 1.0);
-    k *= Filtered(kPhaseScale, place, worker, 1);
-    absorb = Filtered(kAbsorption, place, worker, 1);
-    scatter = Filtered(kScattering, place, worker, 1);
-  }
-  const double rho = sample.smoke * mDensityScale;
-  const Vec3d albedo = colour * mScattering * (rho * scatter);
-  optics.sigma += Absorbance(colour) * mAbsorption * (rho * absorb);
-  optics.scatter = albedo * (LampLight(place, toViewer, g, k) + mAmbient);
+  const ScatteringSettings& look = mLook.scattering;
+  const FilterSettings& filters = mLook.filters;
+  const double g =
+      std::clamp(Filtered(filters.anisotropy, place, worker, look.anisotropy), -1.0, 1.0);
+  const double k = look.phaseScale * Filtered(filters.phaseScale, place, worker, 1);
+  const double absorb = Filtered(filters.absorption, place, worker, 1);
+  const double scatter = Filtered(filters.scattering, place, worker, 1);
+  const double rho = sample.smoke * mLook.smoke.density;
+  const Vec3d albedo = colour * look.scattering * (rho * scatter);
+  optics.sigma += Absorbance(colour) * look.absorption * (rho * absorb);
+  optics.scatter = albedo * (LampLight(place, toViewer, g, k) + look.ambient);
   if (!mFireLightOn) return;
   const Vec3d light = FireLight(place) * FirePhase(place, toViewer, g, k);
   record.fireLight += light;
@@ -224,7 +227,7 @@ class RayMarcher::Accumulator {
 
 void RayMarcher::MarchRay(MarchResult& out, MarchRecord& record, VolumeRay ray, double u,
                           const host::RenderData& data, i32 worker) const {
-  Accumulator sum(mTrapezoid);
+  Accumulator sum(mLook.view.trapezoid);
   MediumSample sample;
   const Vec3d toViewer = -ray.direction;
   record.length = ray.tMax;
@@ -238,7 +241,7 @@ void RayMarcher::MarchRay(MarchResult& out, MarchRecord& record, VolumeRay ray, 
     if (Glows(sample)) AddEmission(sample, here);
     if (sample.hasSmoke) AddScattering(sample, p, toViewer, worker, here, record);
     sum.Add(here, ds);
-    return mEarlyExit && IsOpaque(sum.transmittance);
+    return mLook.view.earlyExit && IsOpaque(sum.transmittance);
   };
   record.places = Walk(
       ray, mSteps, u, mOccupancy, [&](const Vec3d& p) { return SampleMedium(p, sample); }, inside,
@@ -269,14 +272,13 @@ void RayMarcher::FadeOpacity(const MarchResult& result, const host::RenderData& 
   record.opacity[1] = 1 - open * far;
 }
 
-i32 RayMarcher::ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowSettings& settings,
-                          double u) const {
+i32 RayMarcher::ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowWalk& walk, double u) const {
   const double opaqueDepth = -std::log(kOpaque);
   MediumSample sample;
   Vec3d depth{}, last{};
   bool fresh = true;
   const auto add = [&](const Vec3d& sigma, double ds) {
-    if (mShadowTrapezoid) {
+    if (mLook.shadow.trapezoid) {
       depth += (sigma + (fresh ? sigma : last)) * (0.5 * ds);
       last = sigma;
       fresh = false;
@@ -285,18 +287,18 @@ i32 RayMarcher::ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowSettings& se
     }
   };
   const i32 places = Walk(
-      ray, settings.steps, u, mOccupancy,
+      ray, walk.steps, u, mOccupancy,
       [&](const Vec3d& p) {
         return !(mOccupancy.IsSet() && mOccupancy.IsEmptyAt(p)) && SampleSmoke(p, sample);
       },
       [&](const Vec3d&, double ds) {
-        Vec3d sigma = settings.density * (sample.smoke * mDensityScale);
-        if (!mShadowIgnoresColour) sigma = sigma * Absorbance(SmokeColour(sample));
+        Vec3d sigma = walk.density * (sample.smoke * mLook.smoke.density);
+        if (!mLook.shadow.ignoresColour) sigma = sigma * Absorbance(SmokeColour(sample));
         add(sigma, ds);
         return std::min({depth.x, depth.y, depth.z}) > opaqueDepth;
       },
       [&](double ds) {
-        if (mShadowTrapezoid && !fresh) add({}, ds);
+        if (mLook.shadow.trapezoid && !fresh) add({}, ds);
         fresh = false;
       });
   colour = colour * Decay(depth);
@@ -308,14 +310,13 @@ i32 RayMarcher::ShadowRay(Vec3d& colour, VolumeRay ray, const ShadowSettings& se
 i32 RayMarcher::AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i32 worker) const {
   constexpr double kLeastSmoke = 0.01;
   const MultipleScattering& m = mMultiple;
-  if (!m.on || m.records.empty() || !mScatterPhase) return 0;
+  if (!m.on || m.records.empty() || !mPhase) return 0;
   MediumSample sample;
   ScatterDepths depths;
   Vec3d last{};
   const Vec3d toViewer = -ray.direction;
-  const WalkSteps steps{m.step, m.coarseStep, m.jitter};
   return Walk(
-      ray, steps, u, mOccupancy,
+      ray, m.steps, u, mOccupancy,
       [&](const Vec3d& p) { return SampleSmoke(p, sample) && sample.smoke >= kLeastSmoke; },
       [&](const Vec3d& p, double ds) {
         const double before = depths.scattering;
@@ -324,9 +325,10 @@ i32 RayMarcher::AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i3
         const Vec3d light =
             Spread(sample, p, toViewer, m.distanceScale * ray.t, depths.scattering, worker);
         // The light of a stretch goes with the scattering on it, whatever the steps.
-        colour += (mTrapezoid ? (light + last) * 0.5 : light) * (depths.scattering - before);
+        colour +=
+            (mLook.view.trapezoid ? (light + last) * 0.5 : light) * (depths.scattering - before);
         last = light;
-        return mEarlyExit && std::exp(-depths.absorption) < kOpaque;
+        return mLook.view.earlyExit && std::exp(-depths.absorption) < kOpaque;
       },
       [&](double ds) {
         AddDepth(0, ray.Here(), ds, worker, depths);
@@ -337,9 +339,9 @@ i32 RayMarcher::AddMultipleScattering(Vec3d& colour, VolumeRay ray, double u, i3
 Vec3d RayMarcher::Spread(const MediumSample& sample, const Vec3d& place, const Vec3d& toViewer,
                          double way, double depth, i32 worker) const {
   const MultipleScattering& m = mMultiple;
-  const double g =
-      std::clamp(Filtered(kMultipleAnisotropy, place, worker, m.anisotropy), -1.0, 1.0);
-  const double strength = m.strength * Filtered(kMultipleStrength, place, worker, 1);
+  const double g = std::clamp(
+      Filtered(mLook.filters.multipleAnisotropy, place, worker, m.anisotropy), -1.0, 1.0);
+  const double strength = m.strength * Filtered(mLook.filters.multipleStrength, place, worker, 1);
   const double loss = m.scattering > 0 ? m.absorption / m.scattering : 0.0;
   const Vec3d tint = mSmokeGradient(sample.smoke / mSmoke.mapping.valueMax);
   Vec3d sum{};
@@ -352,7 +354,7 @@ Vec3d RayMarcher::Spread(const MediumSample& sample, const Vec3d& place, const V
     const double c = std::clamp(Dot(mLights[i]->light->DirectionTo(place), toViewer), -1.0, 1.0);
     const double angle = std::acos(c);
     const double lobe = m.spread > 0 ? std::exp(-angle * angle / (4 * m.spread * t)) : 0.0;
-    const double phase = mScatterPhase->Evaluate(c, false, g, mAnisotropy2);
+    const double phase = mPhase->Evaluate(c, false, g, mLook.scattering.anisotropy2);
     sum += tint * record.hue * (source * phase * strength * lobe * std::exp(-loss * t));
   }
   return sum;

@@ -88,27 +88,26 @@ TEST(VelocityGridDisplacer, TracesBackByTheAmounts) {
   GasRig gas({12, 12, 12});
   gas.Begin();
   gas.FillVelocity([](const Vec3d&) { return Vec3d{1, 0, -0.5}; });
-  host::BaseNode& node = GasRenderer_Material::CreateNode(gas.document, "gas");
-  const InterfaceHandler interface(&node);
   VelocityGridDisplacer displacer;
-  const auto displaced = [&](double first, double second) {
-    node.Set(2202, first);
-    node.Set(2553, second);
-    displacer.Set(&gas.gas->mFlow, &interface);
+  const auto displaced = [&](f32 first, f32 second) {
+    DisplacementSettings amounts;
+    amounts.smoke = first;
+    amounts.fire = second;
+    displacer.Set(&gas.gas->mFlow, &amounts);
     Displacer::Points points{Vec3d{0.5, 0.5, 0.5}, Vec3d{0.5, 0.5, 0.5}};
     displacer.Displace(points);
     return points;
   };
-  const Displacer::Points two = displaced(0.1, 0.2);
+  const Displacer::Points two = displaced(0.1f, 0.2f);
   EXPECT_NEAR(two[0].x, 0.4, 1e-6);
   EXPECT_NEAR(two[0].z, 0.55, 1e-6);
   EXPECT_NEAR(two[1].x, 0.3, 1e-6);
   EXPECT_NEAR(displacer.DisplaceBy({0.5, 0.5, 0.5}, 0.3).x, 0.2, 1e-6);
-  const Displacer::Points one = displaced(0.1, 0.1);
+  const Displacer::Points one = displaced(0.1f, 0.1f);
   EXPECT_EQ(one[0], one[1]);
-  EXPECT_EQ(displaced(0.1, 0)[1], one[0]);
-  EXPECT_EQ(displaced(0, 0.3)[1], (Vec3d{0.5, 0.5, 0.5}));
-  displacer.Set(nullptr, &interface);
+  EXPECT_EQ(displaced(0.1f, 0)[1], one[0]);
+  EXPECT_EQ(displaced(0, 0.3f)[1], (Vec3d{0.5, 0.5, 0.5}));
+  displacer.Set(nullptr, nullptr);
   EXPECT_FALSE(displacer.mEnabled);
 }
 
@@ -144,11 +143,10 @@ TEST(FieldMapping, ThresholdCurveAndKelvin) {
 }
 
 TEST(FieldNoise, ControlsBendIt) {
-  RenderRig rig({4, 4, 4});
-  rig.node->Set(2301, i32{1});
-  rig.node->Set(2306, 25.0);
-  const InterfaceHandler interface(rig.node);
-  FieldNoise noise = ReadNoise(interface);
+  NoiseSettings settings;
+  settings.on = true;
+  settings.scale = 25;
+  FieldNoise noise(settings);
   double low = 1e9, high = -1e9;
   for (int i = 0; i < 500; ++i) {
     const double n = noise.At({i * 3.1, i * 1.7, 0}, {});
