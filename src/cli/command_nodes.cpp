@@ -159,7 +159,7 @@ std::string AcceptsText(const ParameterRow& row) {
 void PrintRow(const ParameterTable& table, const ParameterRow& row) {
   std::string facts = fmt::format("{:<9}", NameOf(row.type));
   if (row.type != ParameterType::Button) facts += fmt::format(" default {}", DefaultText(row));
-  if (!row.unit.empty()) facts += fmt::format(" {}", row.unit);
+  if (!row.unit.empty() && row.unit != "none") facts += fmt::format(" {}", row.unit);
   if (const std::string range = RangeText(row); !range.empty()) facts += ", " + range;
   if (const std::string kinds = AcceptsText(row); !kinds.empty()) facts += ", " + kinds;
   if (row.condition) facts += ", only " + ConditionText(table, row);

@@ -76,7 +76,7 @@ const ParameterTable& SulvaScene::Parameters() {
           .AtLeast(0)
           .OnlyWith(1003, {0})
           .To(&SceneSettings::cfl),
-      RealRow(1013, "time_scale", 1.0, "",
+      RealRow(1013, "time_scale", 1.0, "none",
               "slow motion below 1, fast motion above; 0 or less freezes the picture")
           .To(&SceneSettings::timeScale),
       VectorRow(1012, "gravity", {0, -9.81, 0}, "m/s^2",
@@ -111,7 +111,8 @@ const ParameterTable& SulvaScene::Parameters() {
       LongRow(1302, "rigid_mode", 0, "", "an option of the rigid world; kept with the scene")
           .Kept(),
       BoolRow(1401, "show_statistics", true, "a viewport writes numbers beside the scene").Kept(),
-      RealRow(1402, "display_scale", 2.5, "", "size of what a viewport draws for the scene").Kept(),
+      RealRow(1402, "display_scale", 2.5, "none", "size of what a viewport draws for the scene")
+          .Kept(),
       BoolRow(cache_setup::kRenderOnly, "cache_render_only", false,
               "`sulva cache-setup`: the caches that it makes rest unless a picture is made"),
       LongRow(cache_setup::kMode, "cache_setup_mode", 1, "",

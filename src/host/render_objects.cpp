@@ -43,10 +43,10 @@ const ParameterTable& LightParameters() {
           kLightKind, "kind", 0, "",
           "point shines all round, spot in a cone, distant like the sun, area from a soft panel")
           .Choices({{0, "point"}, {1, "spot"}, {2, "distant"}, {3, "area"}}),
-      VectorRow(kLightColour, "colour", {1, 1, 1}, "",
+      VectorRow(kLightColour, "colour", {1, 1, 1}, "none",
                 "tint of what it throws, linear: [1, 0.9, 0.8] is warm")
           .AtLeast(0),
-      RealRow(kLightBrightness, "brightness", 1, "",
+      RealRow(kLightBrightness, "brightness", 1, "none",
               "factor on the colour; 1 shows a white surface that faces the light as white")
           .AtLeast(0),
       LongRow(kLightFalloff, "falloff", 2, "", "how fast it gets darker with distance")
@@ -57,7 +57,7 @@ const ParameterTable& LightParameters() {
       TargetRow(kLightTarget, "point to shine at; without it the light shines along its -z axis"),
       RealRow(kLightConeAngle, "cone_angle", 60, "degrees", "opening of a spot's whole cone")
           .Range(0.1, 180),
-      RealRow(kLightConeEdge, "cone_edge", 0.3, "", "part of a spot's cone that fades to black")
+      RealRow(kLightConeEdge, "cone_edge", 0.3, "none", "part of a spot's cone that fades to black")
           .Range(0, 1),
       VectorRow(kLightSize, "size", {100, 100, 0}, "host",
                 "x and y extent of an area light: a larger one throws softer shadows")
@@ -70,13 +70,15 @@ const ParameterTable& LightParameters() {
 
 const ParameterTable& SurfaceParameters() {
   static const ParameterTable table = {
-      VectorRow(kSurfaceColour, "colour", {0.6, 0.6, 0.6}, "",
+      VectorRow(kSurfaceColour, "colour", {0.6, 0.6, 0.6}, "none",
                 "how much red, green and blue light it gives back, linear")
           .Range(0, 1),
-      RealRow(kSurfaceReflection, "reflection", 0, "", "mirrored part of light from straight ahead")
+      RealRow(kSurfaceReflection, "reflection", 0, "none",
+              "mirrored part of light from straight ahead")
           .Range(0, 1),
-      RealRow(kSurfaceRoughness, "roughness", 0.2, "", "0 mirrors sharply, 1 is dull").Range(0, 1),
-      VectorRow(kSurfaceEmission, "emission", {0, 0, 0}, "",
+      RealRow(kSurfaceRoughness, "roughness", 0.2, "none", "0 mirrors sharply, 1 is dull")
+          .Range(0, 1),
+      VectorRow(kSurfaceEmission, "emission", {0, 0, 0}, "none",
                 "how brightly it shines by itself, in each colour")
           .AtLeast(0),
       LinkRow(kSurfaceColourShader, "colour_shader",
@@ -97,16 +99,17 @@ const ParameterTable& RenderParameters() {
               "moments in which a moving camera or mesh is seen; 0 = no motion blur")
           .Range(0, 256),
       RealRow(kRenderShutter, "shutter", 0.5, "frames", "how long the shutter is open").Range(0, 1),
-      RealRow(kRenderExposure, "exposure", 1, "", "factor on all light of the picture").AtLeast(0),
+      RealRow(kRenderExposure, "exposure", 1, "none", "factor on all light of the picture")
+          .AtLeast(0),
       LongRow(kRenderTone, "tone_curve", 0, "", "soft bends bright light so that it isn't cut off")
           .Choices({{0, "soft"}, {1, "linear"}}),
       BackgroundRow(),
-      VectorRow(kRenderEnvironment, "environment_colour", {1, 1, 1}, "",
+      VectorRow(kRenderEnvironment, "environment_colour", {1, 1, 1}, "none",
                 "factor on the light that the sky throws on surfaces")
           .AtLeast(0),
       BoolRow(kRenderGround, "ground", true, "an endless floor to stand on, which takes shadows"),
       RealRow(kRenderGroundHeight, "ground_height", 0, "host", "how high that floor lies"),
-      VectorRow(kRenderGroundColour, "ground_colour", {0.3, 0.3, 0.3}, "",
+      VectorRow(kRenderGroundColour, "ground_colour", {0.3, 0.3, 0.3}, "none",
                 "part of the light that the ground scatters")
           .Range(0, 1),
       RealRow(kRenderGroundFade, "ground_fade", 1500, "host",
@@ -114,7 +117,8 @@ const ParameterTable& RenderParameters() {
           .AtLeast(0),
       BoolRow(kRenderBounce, "bounce_light", true, "fire, sky and meshes light surfaces"),
       LinksRow(kRenderHidden, "hidden_objects", "meshes that aren't drawn", {kMeshObject}),
-      RealRow(kRenderVolumeBrightness, "volume_brightness", 1, "", "factor on the light of media")
+      RealRow(kRenderVolumeBrightness, "volume_brightness", 1, "none",
+              "factor on the light of media")
           .AtLeast(0),
   };
   return table;

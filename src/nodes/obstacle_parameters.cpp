@@ -32,10 +32,10 @@ const ParameterTable& ObstacleParameters() {
               "weight of its material, with mass_mode from_density: a light one is blown away")
           .AtLeast(0)
           .Kept(),
-      RealRow(2004, "linear_velocity_transfer", 1.0, "",
+      RealRow(2004, "linear_velocity_transfer", 1.0, "none",
               "how much a moving obstacle pushes the gas: 0 lets it pass like a ghost's wall")
           .Kept(),
-      RealRow(2005, "angular_velocity_transfer", 1.0, "",
+      RealRow(2005, "angular_velocity_transfer", 1.0, "none",
               "how much a turning obstacle stirs the gas")
           .Kept(),
       BoolRow(2006, "ghost", false, "other bodies pass through it").Kept(),
@@ -47,10 +47,10 @@ const ParameterTable& ObstacleParameters() {
       LongRow(2008, "mass_mode", 0, "", "whether its weight is given or follows from its size")
           .Choices({{0, "given"}, {1, "from_density"}})
           .Kept(),
-      RealRow(2009, "linear_damping", 0.0, "", "how soon a flying body slows down")
+      RealRow(2009, "linear_damping", 0.0, "none", "how soon a flying body slows down")
           .Range(0, 1)
           .Kept(),
-      RealRow(2010, "angular_damping", 0.0, "", "how soon a spinning body slows down")
+      RealRow(2010, "angular_damping", 0.0, "none", "how soon a spinning body slows down")
           .Range(0, 1)
           .Kept(),
       RealRow(2011, "collision_margin", 0.04, "host",
@@ -58,21 +58,22 @@ const ParameterTable& ObstacleParameters() {
               "world")
           .Missing(-0.01)
           .Kept(),
-      RealRow(2012, "restitution", 0.4, "",
+      RealRow(2012, "restitution", 0.4, "none",
               "how high it bounces: 0 stays down, 1 comes all the way back")
           .Missing(0.1)
           .AtLeast(0)
           .Kept(),
-      RealRow(2013, "friction", 0.3, "", "how soon it stops when it slides")
+      RealRow(2013, "friction", 0.3, "none", "how soon it stops when it slides")
           .Missing(0.1)
           .AtLeast(0)
           .Kept(),
-      RealRow(2014, "rolling_friction", 0.3, "", "how soon it stops when it rolls")
+      RealRow(2014, "rolling_friction", 0.3, "none", "how soon it stops when it rolls")
           .Missing(0.1)
           .AtLeast(0)
           .Kept(),
       LongRow(2015, "direction_mode", 0, "", "kept with the scene; nothing reads it").Kept(),
-      VectorRow(2016, "direction", {1, 0, 0}, "", "kept with the scene; nothing reads it").Kept(),
+      VectorRow(2016, "direction", {1, 0, 0}, "none", "kept with the scene; nothing reads it")
+          .Kept(),
       BoolRow(2017, "direction_option", true, "kept with the scene; nothing reads it").Kept(),
       LongRow(2018, "direction_space", 0, "", "kept with the scene; nothing reads it").Kept(),
       LinkRow(2019, "centre_object", "an object that marks the point round which the body turns",
@@ -83,11 +84,11 @@ const ParameterTable& ObstacleParameters() {
           .Missing(0.0)
           .AtLeast(0)
           .Kept(),
-      VectorRow(2021, "linear_factor", {1, 1, 1}, "",
+      VectorRow(2021, "linear_factor", {1, 1, 1}, "none",
                 "0 holds it in place along an axis, 1 lets it move there")
           .Missing(Vec3d{})
           .Kept(),
-      VectorRow(2022, "angular_factor", {1, 1, 1}, "",
+      VectorRow(2022, "angular_factor", {1, 1, 1}, "none",
                 "0 keeps it from turning about an axis, 1 lets it turn")
           .Missing(Vec3d{})
           .Kept(),
@@ -109,8 +110,10 @@ const ParameterTable& ObstacleParameters() {
       LinksRow(2029, "restitution_constraints", "where restitution counts, and how much",
                Constraints())
           .Kept(),
-      RealRow(2030, "force_transfer", 1.0, "", "how much the gas can push the body along").Kept(),
-      RealRow(2031, "torque_transfer", 1.0, "", "how much the gas can make the body spin").Kept(),
+      RealRow(2030, "force_transfer", 1.0, "none", "how much the gas can push the body along")
+          .Kept(),
+      RealRow(2031, "torque_transfer", 1.0, "none", "how much the gas can make the body spin")
+          .Kept(),
       BoolRow(2032, "wake_on_contact", false, "hangs still until something touches it").Kept(),
       BoolRow(2033, "write_back", true,
               "the picture shows the object where the simulated body went")

@@ -124,8 +124,9 @@ Json ParameterSchema(const ParameterRow& row) {
   const bool canBeKeyed = row.type == ParameterType::Real || row.type == ParameterType::Long ||
                           row.type == ParameterType::Bool || row.type == ParameterType::Vector;
   Json json = canBeKeyed ? OrKeys(PlainValue(row)) : PlainValue(row);
-  json["description"] =
-      row.unit.empty() ? std::string(row.help) : fmt::format("{} [{}]", row.help, row.unit);
+  json["description"] = row.unit.empty() || row.unit == "none"
+                            ? std::string(row.help)
+                            : fmt::format("{} [{}]", row.help, row.unit);
   Json standard = DefaultJson(row);
   if (const i32* whole = std::get_if<i32>(&row.creation))
     if (const Choice* choice = ChoiceOf(row, *whole)) standard = choice->name;

@@ -43,7 +43,7 @@ struct MeasuredScene {
 
 TEST(Measure, UniformFlowHasTheEnergyOfTheInnerCells) {
   MeasuredScene m({9, 7, 12}, 0.1f);
-  m.gasNode->Set(1001, 2.5);
+  m.solver->density = 2.5;
   for (i32 axis = 0; axis < 3; ++axis) {
     for (i32 other = 0; other < 3; ++other) m.Velocity(other).Fill(other == axis ? -3.0 : 0.0);
     const SolverRecord record = MeasureSolver(*m.solver, 1);

@@ -81,6 +81,8 @@ void ExpectSoundRow(const ParameterRow& row) {
   EXPECT_FALSE(row.help.empty());
   EXPECT_FALSE(row.help.ends_with('.')) << "help is a clause";
   EXPECT_LE(row.min, row.max);
+  const bool isReal = row.type == ParameterType::Real || row.type == ParameterType::Vector;
+  EXPECT_FALSE(isReal && row.unit.empty()) << "a unit, or 'none'";
   EXPECT_TRUE(FitsType(row, row.creation));
   EXPECT_TRUE(FitsType(row, row.WhenMissing()));
   ExpectInRange(row, row.creation);

@@ -65,7 +65,7 @@ const ParameterTable& GridAdvection::Parameters() {
       LinkRow(1005, "solver", "whose flow carries it", {1300002, 1300003, 1300004})
           .Required()
           .To(&GridAdvection::mNamedSolver),
-      RealRow(1007, "strength", 1.0, "",
+      RealRow(1007, "strength", 1.0, "none",
               "how much of the detail MacCormack brings back: lower is calmer")
           .AtLeast(0)
           .To(&GridAdvection::mStrength),
@@ -180,8 +180,8 @@ void GridAdvection::Evaluate(const EvaluationThreadData& block) {
   if (!mScalarTarget && !mVectorTarget) mSolver->GetFlow().mHasMoved = true;
   StaggeredGrids grids;
   for (i32 axis = 0; axis < 3; ++axis)
-    grids[axis] = mSolver->GetFlow().mHasMoved ? field.mPrevious[axis].get()
-                                               : field.GetGridForWrite(axis);
+    grids[axis] =
+        mSolver->GetFlow().mHasMoved ? field.mPrevious[axis].get() : field.GetGridForWrite(axis);
   // The projection leaves resting layers behind walls. A gas without viscosity slips along them:
   // sampled as they are, they would brake whatever moves beside a wall.
   SetWallTangents(grids, mSolver->GetFlow().mBoundary.mWalls, 1.0);

@@ -129,7 +129,7 @@ const ParameterTable& AlignmentVector3D::Parameters() {
           .To(&AlignmentVector3D::mMode),
       BoolRow(1001, "flip", false, "points the other way round; not in the mode random")
           .To(&AlignmentVector3D::mFlip),
-      VectorRow(1002, "vector", {0, 1, 0}, "",
+      VectorRow(1002, "vector", {0, 1, 0}, "none",
                 "where it points with mode fixed, in the node's own axes")
           .To(&AlignmentVector3D::mVector),
       LinkRow(1003, "centre", "a volume or object that directions lead away from or round", {})

@@ -38,12 +38,14 @@ const ParameterTable& ChannelValue::Parameters() {
       LongRow(1008, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}})
           .To(&ChannelValue::mSolverField),
-      RealRow(1001, "value", 1.0, "", "number for a field of numbers: what a point or cell brings")
+      RealRow(1001, "value", 1.0, "field",
+              "number for a field of numbers: what a point or cell brings")
           .To(&ChannelValue::mValue),
-      VectorRow(1002, "vector_value", {1, 1, 1}, "",
+      VectorRow(1002, "vector_value", {1, 1, 1}, "field",
                 "vector for a field of vectors: a colour, a velocity")
           .To(&ChannelValue::mVector),
-      RealRow(1003, "second_value", 0.0, "", "a further number for the node that reads this one")
+      RealRow(1003, "second_value", 0.0, "field",
+              "a further number for the node that reads this one")
           .To(&ChannelValue::mSecondValue),
       LinkRow(1004, "property", "takes the number from each particle instead", {})
           .To(&ChannelValue::mProperty),

@@ -63,9 +63,9 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
           .Choices({{0, "none"}, {2, "falloff"}})
           .To(&ParticleToGridEmitter::mDistanceMode),
       FalloffRow().To(&ParticleToGridEmitter::mFalloffGradient),
-      RealRow(1005, "mass_scale", 1.0, "", "makes every point count for more or less")
+      RealRow(1005, "mass_scale", 1.0, "none", "makes every point count for more or less")
           .To(&ParticleToGridEmitter::mMassScale),
-      RealRow(1006, "radius_scale", 1.0, "", "makes every point's blob larger or smaller")
+      RealRow(1006, "radius_scale", 1.0, "none", "makes every point's blob larger or smaller")
           .To(&ParticleToGridEmitter::mRadiusScale),
       BoolRow(1007, "per_second", false, "brings its values over a second instead of all in a step")
           .To(&ParticleToGridEmitter::mPerSecond),

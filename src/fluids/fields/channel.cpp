@@ -19,19 +19,21 @@ ParameterTable Channel_Dynamic<T, G>::Rows() {
       LongRow(1000, "display_mode", 0, "", "whether a viewport draws slices or a cloud").Kept(),
       BoolRow(1008, "display", false, "shows the data in a viewport").Kept(),
       LongRow(1012, "display_axis", 0, "", "which way a viewport's slices face").Kept(),
-      RealRow(1013, "display_position", 0.5, "",
+      RealRow(1013, "display_position", 0.5, "none",
               "how far through the box a viewport's slice lies, 0..1")
           .Kept(),
-      RealRow(1014, "display_minimum", 0.01, "", "a viewport leaves out anything below this")
+      RealRow(1014, "display_minimum", 0.01, "field", "a viewport leaves out anything below this")
           .Kept(),
-      RealRow(1015, "display_maximum", 1.0, "", "a viewport draws this and more at full strength")
+      RealRow(1015, "display_maximum", 1.0, "field",
+              "a viewport draws this and more at full strength")
           .Kept(),
-      VectorRow(1016, "display_color", {1, 1, 0}, "", "tint of what a viewport draws").Kept(),
+      VectorRow(1016, "display_color", {1, 1, 0}, "none", "tint of what a viewport draws").Kept(),
       BoolRow(1017, "display_shading", true, "gives a viewport's cloud light and dark sides")
           .Kept(),
       LongRow(1018, "display_component", 0, "", "which part of a vector a viewport draws").Kept(),
-      RealRow(1019, "display_opacity", 1.0, "", "how solid a viewport's cloud looks").Kept(),
-      RealRow(1020, "display_threshold", 0.03, "", "thinner than this isn't drawn in a viewport")
+      RealRow(1019, "display_opacity", 1.0, "none", "how solid a viewport's cloud looks").Kept(),
+      RealRow(1020, "display_threshold", 0.03, "field",
+              "thinner than this isn't drawn in a viewport")
           .Kept(),
       LongRow(1022, "display_quality", 1, "", "finer slices in a viewport, for slower drawing")
           .Kept(),

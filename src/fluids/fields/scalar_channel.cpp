@@ -13,13 +13,15 @@ using namespace host;
 template <class T, class G>
 ParameterTable ChannelBase_Scalar<T, G>::Rows(double valueMax) {
   ParameterTable table = {
-      RealRow(1050, "value_min", 0.0, "", "nothing gets below: a floor for sources and operators")
+      RealRow(1050, "value_min", 0.0, "field",
+              "nothing gets below: a floor for sources and operators")
           .To(&ChannelBase_Scalar::mValueMin),
-      RealRow(1051, "value_max", valueMax, "",
+      RealRow(1051, "value_max", valueMax, "field",
               "nothing gets above: how thick smoke or how hot fire can become, at least 0.0001 "
               "above value_min")
           .To(&ChannelBase_Scalar::mValueMax),
-      RealRow(1052, "initial_value", 0.0, "", "what the air holds where nothing has arrived yet")
+      RealRow(1052, "initial_value", 0.0, "field",
+              "what the air holds where nothing has arrived yet")
           .To(&ChannelBase_Scalar::mInitial),
   };
   for (ParameterRow& row : (Channel_Dynamic<T, G>::Rows())) table.push_back(std::move(row));

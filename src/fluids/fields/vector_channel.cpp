@@ -139,13 +139,13 @@ template <class T, class G>
 const ParameterTable& VectorGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = {
-        VectorRow(1050, "value_min", {0, 0, 0}, "",
+        VectorRow(1050, "value_min", {0, 0, 0}, "field",
                   "no component gets below: a floor for sources and operators")
             .To(&VectorGridChannel::mValueMin),
-        VectorRow(1051, "value_max", {1, 1, 1}, "",
+        VectorRow(1051, "value_max", {1, 1, 1}, "field",
                   "no component gets above: a ceiling for sources and operators")
             .To(&VectorGridChannel::mValueMax),
-        VectorRow(1052, "initial_value", {0, 0, 0}, "",
+        VectorRow(1052, "initial_value", {0, 0, 0}, "field",
                   "what the air holds where nothing has arrived yet")
             .To(&VectorGridChannel::mInitial),
         BoolRow(1053, "texture_coordinates", false,

@@ -41,12 +41,12 @@ const ParameterTable& Force_Buoyancy::Parameters() {
       LinkRow(1001, "second_density_channel",
               "another field that weighs it down; weights then count twice", scalars)
           .To(&Force_Buoyancy::mDensity2),
-      VectorRow(1003, "direction", {0, 1, 0}, "", "which way hot gas goes, in world axes")
+      VectorRow(1003, "direction", {0, 1, 0}, "none", "which way hot gas goes, in world axes")
           .To(&Force_Buoyancy::mUpwards),
-      RealRow(1004, "temperature_coefficient", 0.0015, "",
+      RealRow(1004, "temperature_coefficient", 0.0015, "m/s^2/K",
               "how wildly hot gas rises, per degree above the channel's minimum")
           .To(&Force_Buoyancy::mTemperatureCoefficient),
-      RealRow(1005, "density_coefficient", -0.008, "",
+      RealRow(1005, "density_coefficient", -0.008, "m/s^2",
               "how smoke moves by its own weight: negative sinks, positive rises")
           .To(&Force_Buoyancy::mDensityCoefficient),
       LinkRow(1009, "duration", "lifts only inside this time window", {1028240})

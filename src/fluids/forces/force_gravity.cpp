@@ -41,7 +41,7 @@ const ParameterTable& Force_Gravity::Parameters() {
       LinkRow(1001, "alignment",
               "pushes each place its own way instead, such as away from a centre", {1300010})
           .To(&Force_Gravity::mAlignment),
-      RealRow(1002, "strength", 1.0, "",
+      RealRow(1002, "strength", 1.0, "none",
               "a handle on the whole push: 2 is twice as hard, 0 is calm")
           .To(&Force_Gravity::mStrength),
       LinkRow(1003, "settings", "emission settings whose time window switches the push on and off",

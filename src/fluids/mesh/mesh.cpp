@@ -67,9 +67,9 @@ const ParameterTable& Mesh::Parameters() {
       BoolRow(1004, "vertex_velocities", false,
               "a shape that deforms pushes the gas with each of its parts")
           .To(&Mesh::mVertexVelocities),
-      RealRow(1005, "body_linear_value", 10.0, "", "of the rigid body; no effect without one")
+      RealRow(1005, "body_linear_value", 10.0, "none", "of the rigid body; no effect without one")
           .Kept(),
-      RealRow(1007, "body_angular_value", 10.0, "",
+      RealRow(1007, "body_angular_value", 10.0, "none",
               "of the rigid body's turning; no effect without one")
           .Kept(),
       LongRow(10002, "priority", -10, "",

@@ -73,7 +73,7 @@ const ParameterTable& GridCombustion::Parameters() {
               "how fast fuel is used up: fast gives a bang, slow a long flame")
           .AtLeast(0)
           .To(&GridCombustion::mBurnRate),
-      RealRow(3, "oxygen_ratio", 0.19, "", "fuel per unit of air: higher burns less at a time")
+      RealRow(3, "oxygen_ratio", 0.19, "none", "fuel per unit of air: higher burns less at a time")
           .AtLeast(1e-6)
           .OnlyWith(1004, {1})
           .To(&GridCombustion::mRatio),
@@ -87,7 +87,7 @@ const ParameterTable& GridCombustion::Parameters() {
                     "without a fuel channel: temperature over the age of the flame, as a share of "
                     "the channel's range")
           .To(&GridCombustion::mTemperatureCurve),
-      RealRow(7, "smoke_amount", 0.2, "",
+      RealRow(7, "smoke_amount", 0.2, "1/s",
               "how sooty the fire is, per unit of fuel and second of the step: per substep; "
               "without a fuel channel, per substep alone")
           .AtLeast(0)

@@ -97,7 +97,7 @@ const ParameterTable& GridCooling::Parameters() {
               "are even")
           .Choices({{0, "quartic"}, {1, "exponential"}, {2, "linear"}})
           .To(&GridCooling::mMode),
-      RealRow(1002, "rate", 0.6, "",
+      RealRow(1002, "rate", 0.6, "1/s",
               "how short flames get: share of the range that is lost: quartic, by the hottest gas "
               "per substep; else a second")
           .AtLeast(0)

@@ -75,7 +75,7 @@ const ParameterTable& GridVariableDensity::Parameters() {
               "weight of the other gas alone: heavier than air flows downhill")
           .AtLeast(0)
           .To(&GridVariableDensity::mOtherDensity),
-      RealRow(1003, "option_value", 0.5, "", "kept with the node; the density is free of it")
+      RealRow(1003, "option_value", 0.5, "none", "kept with the node; the density is free of it")
           .Kept(),
       LongRow(1006, "option_mode", 0, "", "kept with the node; the density is free of it").Kept(),
   };

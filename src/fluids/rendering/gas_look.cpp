@@ -74,7 +74,7 @@ ParameterTable FieldRows() {
           .To(&DisplacementSettings::smoke),
       RealRow(2553, "fire_displacement", 0, "s", "the same for fire; 0 takes that of the smoke")
           .To(&DisplacementSettings::fire),
-      RealRow(2201, "fire_density", 0.02, "", "density of fire where there is no smoke")
+      RealRow(2201, "fire_density", 0.02, "none", "density of fire where there is no smoke")
           .To(&FireSettings::density),
       LinksRow(2158, "lights", "the lights that count; empty for all", {host::kLightObject})
           .To(&FieldSettings::lights),
@@ -83,7 +83,7 @@ ParameterTable FieldRows() {
 
 ParameterTable QualityRows() {
   return {
-      RealRow(2150, "resolution", 1, "",
+      RealRow(2150, "resolution", 1, "none",
               "finer or coarser copies of the fields to look at: below 1 is quicker and softer")
           .Range(0.05, 8)
           .To(&CopySettings::resolution),
@@ -121,7 +121,7 @@ ParameterTable SmokeRows() {
           .To(&SmokeSettings::gradient),
       BoolRow(2250, "smoke_bypass", false, "smoke counts without curve and noise")
           .To(&SmokeSettings::bypass),
-      RealRow(2251, "density", 1, "",
+      RealRow(2251, "density", 1, "none",
               "thicker or thinner smoke in the picture alone, without a new simulation")
           .AtLeast(0)
           .To(&SmokeSettings::density),
@@ -153,21 +153,24 @@ ParameterTable SmokeRows() {
       LongRow(2305, "noise_type", 13, "", "what the pattern looks like: clouds, cells, veins")
           .Choices(NoiseChoices())
           .To(&NoiseSettings::type),
-      RealRow(2306, "noise_scale", 1, "", "large billows or fine grain, in units of the space")
+      RealRow(2306, "noise_scale", 1, "none", "large billows or fine grain, in units of the space")
           .To(&NoiseSettings::scale),
-      VectorRow(2307, "noise_axes", {1, 1, 1}, "", "stretches the pattern along each axis")
+      VectorRow(2307, "noise_axes", {1, 1, 1}, "none", "stretches the pattern along each axis")
           .To(&NoiseSettings::axes),
-      RealRow(2308, "noise_octaves", 3, "", "how much fine grain lies on top of the large shapes")
+      RealRow(2308, "noise_octaves", 3, "none",
+              "how much fine grain lies on top of the large shapes")
           .Range(1, 16)
           .To(&NoiseSettings::octaves),
-      RealRow(2314, "noise_cut_low", 0, "", "where the pattern lies below this, smoke has a hole")
+      RealRow(2314, "noise_cut_low", 0, "none",
+              "where the pattern lies below this, smoke has a hole")
           .To(&NoiseSettings::cutLow),
-      RealRow(2315, "noise_cut_high", 1, "", "where the pattern lies above this, smoke stays whole")
+      RealRow(2315, "noise_cut_high", 1, "none",
+              "where the pattern lies above this, smoke stays whole")
           .To(&NoiseSettings::cutHigh),
-      RealRow(2316, "noise_offset", 0, "",
+      RealRow(2316, "noise_offset", 0, "none",
               "more (above 0) or less (below 0) smoke between the holes")
           .To(&NoiseSettings::offset),
-      RealRow(2317, "noise_contrast", 1, "",
+      RealRow(2317, "noise_contrast", 1, "none",
               "hard holes or soft ones: stretches the pattern about 0.5")
           .To(&NoiseSettings::contrast),
   };
@@ -175,7 +178,7 @@ ParameterTable SmokeRows() {
 
 ParameterTable ScatteringRows() {
   return {
-      VectorRow(2350, "ambient", {0, 0, 0}, "", "light that comes from everywhere")
+      VectorRow(2350, "ambient", {0, 0, 0}, "none", "light that comes from everywhere")
           .To(&ScatteringSettings::ambient),
       RealRow(2351, "absorption", 0.1, "1/host", "light lost on the way")
           .AtLeast(0)
@@ -186,14 +189,14 @@ ParameterTable ScatteringRows() {
       LongRow(2353, "phase_function", 1, "", "where light is scattered to")
           .Choices(PhaseChoices())
           .To(&ScatteringSettings::phase),
-      RealRow(2354, "anisotropy", 0.6, "",
+      RealRow(2354, "anisotropy", 0.6, "none",
               "where light goes in smoke: towards 1 it glows against the lamp, towards -1 with it")
           .Range(-1, 1)
           .To(&ScatteringSettings::anisotropy),
-      RealRow(2355, "phase_scale", 1, "",
+      RealRow(2355, "phase_scale", 1, "none",
               "a handle on how much light the chosen phase function gives")
           .To(&ScatteringSettings::phaseScale),
-      RealRow(2356, "anisotropy_2", 0, "", "the same for the second lobe of light")
+      RealRow(2356, "anisotropy_2", 0, "none", "the same for the second lobe of light")
           .Range(-1, 1)
           .To(&ScatteringSettings::anisotropy2),
       LinksRow(2357, "absorption_filters", "constraints and ramps that say where smoke is dark", {})
@@ -218,11 +221,11 @@ ParameterTable MultipleRows() {
           .To(&MultipleSettings::on),
       BoolRow(2401, "multiple_uniform", false, "take smoke of its mean density")
           .To(&MultipleSettings::uniform),
-      RealRow(2402, "multiple_resolution", 0.5, "",
+      RealRow(2402, "multiple_resolution", 0.5, "none",
               "finer or coarser maps of the light that spreads: below 1 is quicker and softer")
           .Range(0.05, 2)
           .To(&MultipleSettings::resolution),
-      RealRow(2403, "multiple_distance", 1, "", "scales the way of the light")
+      RealRow(2403, "multiple_distance", 1, "none", "scales the way of the light")
           .To(&MultipleSettings::distanceScale),
       RealRow(2405, "multiple_absorption", 0.1, "1/host",
               "how soon spreading light dies out in the smoke")
@@ -232,10 +235,10 @@ ParameterTable MultipleRows() {
               "how much light spreads: higher makes clouds glow from inside")
           .AtLeast(0)
           .To(&MultipleSettings::scattering),
-      RealRow(2407, "multiple_spread", 0.2, "", "mean square of the angle of an event")
+      RealRow(2407, "multiple_spread", 0.2, "none", "mean square of the angle of an event")
           .AtLeast(0)
           .To(&MultipleSettings::spread),
-      RealRow(2408, "multiple_minimum_depth", 0.01, "",
+      RealRow(2408, "multiple_minimum_depth", 0.01, "none",
               "smoke in front, in scattering depth, before anything counts")
           .To(&MultipleSettings::minimumDepth),
       RealRow(2409, "multiple_step", 1, "cells",
@@ -245,7 +248,7 @@ ParameterTable MultipleRows() {
       RealRow(2410, "multiple_blur", 1, "cells", "blur between two levels")
           .AtLeast(0)
           .To(&MultipleSettings::blur),
-      RealRow(2411, "multiple_density", 1, "",
+      RealRow(2411, "multiple_density", 1, "none",
               "how thick the smoke is to light that spreads inside of it")
           .AtLeast(0)
           .To(&MultipleSettings::density),
@@ -257,11 +260,11 @@ ParameterTable MultipleRows() {
           2414, "multiple_own_view_spread", false,
           "multiple_view_spread stands for the angle instead of multiple_spread, as a second look")
           .To(&MultipleSettings::ownViewSpread),
-      RealRow(2415, "multiple_view_spread", 0.55, "",
+      RealRow(2415, "multiple_view_spread", 0.55, "none",
               "mean square of the angle of an event, where that is chosen")
           .AtLeast(0)
           .To(&MultipleSettings::viewSpread),
-      RealRow(2416, "multiple_strength", 1, "", "how bright the spread light is in the end")
+      RealRow(2416, "multiple_strength", 1, "none", "how bright the spread light is in the end")
           .AtLeast(0)
           .To(&MultipleSettings::strength),
       LinksRow(2417, "multiple_rate_filters", "constraints and ramps that say where light spreads",
@@ -295,9 +298,9 @@ ParameterTable ShadowRows() {
               "how dark the shadows are that smoke throws, on itself and the ground")
           .AtLeast(0)
           .To(&ShadowSettings::density),
-      VectorRow(2454, "shadow_colour", {1, 1, 1}, "", "which light is absorbed")
+      VectorRow(2454, "shadow_colour", {1, 1, 1}, "none", "which light is absorbed")
           .To(&ShadowSettings::colour),
-      RealRow(2455, "light_map_resolution", 0.5, "",
+      RealRow(2455, "light_map_resolution", 0.5, "none",
               "finer or coarser stored light, in its cells per cell of smoke: lower is "
               "quicker and softer")
           .Range(0.05, 2)
@@ -320,7 +323,7 @@ ParameterTable ShadowRows() {
           .To(&ObjectShadowSettings::inSmoke),
       BoolRow(2501, "shadow_on_objects", true, "darkens the ground and meshes behind smoke")
           .To(&ObjectShadowSettings::onObjects),
-      RealRow(2502, "object_shadow_strength", 1, "",
+      RealRow(2502, "object_shadow_strength", 1, "none",
               "how dark smoke's shadow on objects is: 0 none, 1 full")
           .Range(0, 1)
           .To(&ObjectShadowSettings::strength),
@@ -335,13 +338,13 @@ ParameterTable ShadowRows() {
       RealRow(2505, "object_shadow_coarse_step", 2.5, "cells", "the same in the empty air round it")
           .AtLeast(kSmallestStep)
           .To(&ObjectShadowSettings::coarseStep),
-      VectorRow(2506, "object_shadow_colour", {0, 0, 0}, "",
+      VectorRow(2506, "object_shadow_colour", {0, 0, 0}, "none",
                 "tint of the shadow that smoke throws on objects")
           .To(&ObjectShadowSettings::colour),
-      RealRow(2507, "extra_object_shadow", 0, "",
+      RealRow(2507, "extra_object_shadow", 0, "none",
               "objects shadow each sample again, finer than the light maps")
           .To(&ObjectShadowSettings::extra),
-      VectorRow(2508, "extra_object_shadow_colour", {0, 0, 0}, "",
+      VectorRow(2508, "extra_object_shadow_colour", {0, 0, 0}, "none",
                 "tint of the finer shadow of objects in smoke")
           .To(&ObjectShadowSettings::extraColour),
   };
@@ -349,7 +352,7 @@ ParameterTable ShadowRows() {
 
 ParameterTable FireRows() {
   return {
-      RealRow(2554, "gi_scale", 5, "", "multiplies what indirect light sees")
+      RealRow(2554, "gi_scale", 5, "none", "multiplies what indirect light sees")
           .AtLeast(0)
           .To(&FireSettings::giScale),
       LongRow(2556, "emission_by", 0, "", "which field glows")
@@ -365,9 +368,9 @@ ParameterTable FireRows() {
               "which screen the glow is meant for: its primaries and white")
           .Choices(SystemChoices())
           .To(&BlackBodySettings::system),
-      VectorRow(2604, "blackbody_tint", {1, 1, 1}, "", "multiplies X, Y, Z")
+      VectorRow(2604, "blackbody_tint", {1, 1, 1}, "none", "multiplies X, Y, Z")
           .To(&BlackBodySettings::tint),
-      RealRow(2605, "blackbody_scale", 1, "",
+      RealRow(2605, "blackbody_scale", 1, "none",
               "redder (below 1) or whiter (above) fire: multiplies its temperature")
           .AtLeast(0)
           .To(&BlackBodySettings::scale),
@@ -387,7 +390,7 @@ ParameterTable FireRows() {
           .To(&FireSettings::blur),
       LinksRow(2654, "fire_filters", "constraints and ramps that say where fire shows", {})
           .To(&FilterSettings::fireGrid),
-      RealRow(2700, "third_threshold", 0.6, "", "third field up to this is not seen")
+      RealRow(2700, "third_threshold", 0.6, "none", "third field up to this is not seen")
           .To(&ThirdSettings::threshold),
       StraightCurveRow(2701, "third_curve", "seen third field, 0..1 of the range")
           .To(&ThirdSettings::curve),
@@ -422,11 +425,11 @@ ParameterTable FireLightRows() {
       FilledGradientRow(2754, "fire_light_gradient", Flames(),
                         "tint of the light that weak (0) and strong (1) flames throw")
           .To(&FireLightSettings::gradient),
-      RealRow(2755, "fire_light_scale", 2, "",
+      RealRow(2755, "fire_light_scale", 2, "none",
               "warmer or colder colour of that light: scales its temperature")
           .AtLeast(0)
           .To(&FireLightSettings::scale),
-      RealRow(2757, "fire_light", 0, "",
+      RealRow(2757, "fire_light", 0, "none",
               "how brightly flames light the smoke and what stands round; 0 doesn't")
           .AtLeast(0)
           .To(&FireLightSettings::strength),
@@ -440,15 +443,17 @@ ParameterTable FireLightRows() {
 
 ParameterTable FinishRows() {
   return {
-      RealRow(2800, "glow", 0, "", "makes thick smoke shine by itself").To(&FinishSettings::glow),
+      RealRow(2800, "glow", 0, "none", "makes thick smoke shine by itself")
+          .To(&FinishSettings::glow),
       FilledGradientRow(2801, "glow_gradient", White(),
                         "tint of that shine in thin (0) and thick (1) smoke")
           .To(&FinishSettings::glowGradient),
-      RealRow(2802, "opacity_light", 0, "", "brightens thick smoke: opacity added to the colour")
+      RealRow(2802, "opacity_light", 0, "none",
+              "brightens thick smoke: opacity added to the colour")
           .To(&FinishSettings::opacityLight),
-      RealRow(2803, "transmission_contrast", 0, "", "contrast of what shines through")
+      RealRow(2803, "transmission_contrast", 0, "none", "contrast of what shines through")
           .To(&FinishSettings::contrast),
-      RealRow(2804, "saturation", 1, "", "more or less colourful smoke: 0 is grey")
+      RealRow(2804, "saturation", 1, "none", "more or less colourful smoke: 0 is grey")
           .AtLeast(0)
           .To(&FinishSettings::saturation),
       BoolRow(2862, "seen_by_camera", true, "false: only shadows are left")

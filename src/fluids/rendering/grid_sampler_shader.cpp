@@ -33,16 +33,16 @@ const ParameterTable& GridSampler_Shader::Parameters() {
                 "what is looked at of a solver: how fast it flows, or where its surface is")
             .Choices({{0, "speed"}, {1, "surface"}, {2, "divergence"}})
             .To(&GridSamplerSettings::solverField),
-        RealRow(3003, "input_low", 0, "",
+        RealRow(3003, "input_low", 0, "none",
                 "distance in cells that gets the first colour; for a speed its value over the "
                 "square root "
                 "of cell_size")
             .To(&GridSamplerSettings::low),
-        RealRow(3004, "input_high", 1, "", "the same for the last colour")
+        RealRow(3004, "input_high", 1, "none", "the same for the last colour")
             .To(&GridSamplerSettings::high),
-        RealRow(3005, "clamp_low", 0, "", "least component of the colour")
+        RealRow(3005, "clamp_low", 0, "none", "least component of the colour")
             .To(&GridSamplerSettings::clampLow),
-        RealRow(3006, "clamp_high", 1, "", "greatest component of the colour")
+        RealRow(3006, "clamp_high", 1, "none", "greatest component of the colour")
             .To(&GridSamplerSettings::clampHigh),
         BoolRow(3007, "own_point", false, "read at the shader's point instead of the hit")
             .To(&GridSamplerSettings::ownPoint),
@@ -56,13 +56,13 @@ const ParameterTable& GridSampler_Shader::Parameters() {
             .Choices(
                 {{0, "ntsc"}, {1, "ebu"}, {2, "smpte"}, {3, "hdtv"}, {4, "cie"}, {5, "rec709"}})
             .To(&BlackBodySettings::system),
-        VectorRow(3012, "blackbody_tint", {1, 1, 1}, "", "multiplies X, Y, Z")
+        VectorRow(3012, "blackbody_tint", {1, 1, 1}, "none", "multiplies X, Y, Z")
             .To(&BlackBodySettings::tint),
-        RealRow(3013, "blackbody_scale", 1, "",
+        RealRow(3013, "blackbody_scale", 1, "none",
                 "redder (below 1) or whiter (above) glow: multiplies the temperature")
             .AtLeast(0)
             .To(&BlackBodySettings::scale),
-        RealRow(3014, "blackbody_brightness", 1, "",
+        RealRow(3014, "blackbody_brightness", 1, "none",
                 "how bright the glow looks: multiplies its colour")
             .AtLeast(0)
             .To(&GridSamplerSettings::brightness),

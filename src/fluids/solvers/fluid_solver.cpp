@@ -96,7 +96,7 @@ const ParameterTable& FluidSolver::Parameters() {
           .AtLeast(0)
           .To(&GasSettings::extrapolationRounds),
       RealRow(
-          1019, "viscosity", 0.0, "",
+          1019, "viscosity", 0.0, "Pa s",
           "honey instead of air: slows differences of speed; acts once the viscosity solve does")
           .AtLeast(0)
           .Kept(),
@@ -109,7 +109,7 @@ const ParameterTable& FluidSolver::Parameters() {
               "gives up after that many rounds: too few let smoke shrink and swell")
           .AtLeast(0)
           .To(&GasSettings::maxIterations),
-      RealRow(1022, "accuracy", 0.5, "",
+      RealRow(1022, "accuracy", 0.5, "none",
               "how well the gas keeps its volume: 0 is rough and quick, 1 exact")
           .Range(0, 1)
           .To(&GasSettings::accuracy),
@@ -118,21 +118,21 @@ const ParameterTable& FluidSolver::Parameters() {
           .Kept(),
       LongRow(1024, "viscosity_mode", 0, "", "a mode of the viscosity solve, kept with the scene")
           .Kept(),
-      VectorRow(1028, "box_offset", {0, 0, 0}, "",
+      VectorRow(1028, "box_offset", {0, 0, 0}, "none",
                 "where the node stands in its box: 0.5 puts it in the middle, 0 at the low corner")
           .To(&GasSettings::boxOffset),
-      RealRow(1035, "solid_blend", 1.0, "",
+      RealRow(1035, "solid_blend", 1.0, "none",
               "0 lets gas stick to walls, 1 lets it slide along them freely")
           .Range(0, 1)
           .To(&GasSettings::solidBlend),
       BoolRow(1036, "follow_obstacles", true,
               "a moving obstacle drags the gas along and leaves a wake")
           .To(&GasSettings::followObstacles),
-      RealRow(1045, "min_diagonal_ratio", 0.25, "",
+      RealRow(1045, "min_diagonal_ratio", 0.25, "none",
               "keeps conjugate_gradients from going astray in thin gaps; leave it")
           .Range(0, 1)
           .To(&GasSettings::minDiagonalRatio),
-      RealRow(1046, "preconditioner_modification", 0.97, "",
+      RealRow(1046, "preconditioner_modification", 0.97, "none",
               "speeds conjugate_gradients up near 1; the picture doesn't change")
           .Range(0, 1)
           .To(&GasSettings::modification),
@@ -145,7 +145,8 @@ const ParameterTable& FluidSolver::Parameters() {
       LongRow(1301, "viscosity_iterations", 100, "",
               "how hard the viscosity solve works before it gives up")
           .Kept(),
-      RealRow(1302, "viscosity_tolerance", 0.2, "", "how rough the viscosity solve may be").Kept(),
+      RealRow(1302, "viscosity_tolerance", 0.2, "none", "how rough the viscosity solve may be")
+          .Kept(),
       LinkRow(1307, "projection_duration",
               "only inside this time window gas keeps its volume; outside, it can be squeezed",
               {1028240})

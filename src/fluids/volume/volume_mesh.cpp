@@ -48,7 +48,7 @@ const ParameterTable& VolumeMesh::Parameters() {
           .Kept(),
       VectorRow(1005, "preview_size", {100, 100, 100}, "host", "of the box that a viewport shows")
           .Kept(),
-      RealRow(1006, "shell_thickness", 1.0, "",
+      RealRow(1006, "shell_thickness", 1.0, "none",
               "1 is solid; less makes a hollow skin of that part of the greatest depth")
           .AtLeast(0)
           .To(&VolumeMesh::mShellThickness),
@@ -65,8 +65,8 @@ const ParameterTable& VolumeMesh::Parameters() {
               "most processor cores for this volume, 0 for the scene's limit")
           .Range(0, kMaxWorkers)
           .To(&VolumeMesh::mThreadLimit),
-      RealRow(1011, "preview_scale", 1.0, "", "how large a viewport draws the node").Kept(),
-      RealRow(1012, "preview_opacity", 1.0, "", "how solid a viewport draws the node").Kept(),
+      RealRow(1011, "preview_scale", 1.0, "none", "how large a viewport draws the node").Kept(),
+      RealRow(1012, "preview_opacity", 1.0, "none", "how solid a viewport draws the node").Kept(),
       ButtonRow(1013, "make_mesh", "makes the mesh node that belongs to an object"),
       ButtonRow(1014, "toggle_obstacle", "makes the volume solid for gas, or not any more"),
       ButtonRow(1015, "make_constraint",
@@ -78,14 +78,15 @@ const ParameterTable& VolumeMesh::Parameters() {
       LongRow(1019, "display_option", 0, "", "what a dialog shows").Kept(),
       BoolRow(8001, "show_field", false, "a viewport colours the distances to the surface").Kept(),
       LongRow(6601, "field_axis", 0, "", "which way a viewport's slice faces").Kept(),
-      RealRow(6602, "field_slice", 0.5, "",
+      RealRow(6602, "field_slice", 0.5, "none",
               "how far through the box a viewport's slice lies, 0 to 1")
           .Kept(),
       RealRow(6603, "field_low", -0.05, "m", "distance that a viewport shows in the first colour")
           .Kept(),
       RealRow(6604, "field_high", 0.05, "m", "distance that a viewport shows in the last colour")
           .Kept(),
-      VectorRow(6605, "field_colour", {1, 1, 0}, "", "tint of the surface in a viewport").Kept(),
+      VectorRow(6605, "field_colour", {1, 1, 0}, "none", "tint of the surface in a viewport")
+          .Kept(),
       BoolRow(6606, "field_blend", true, "lets a viewport's colours run into each other").Kept(),
       LongRow(6607, "field_mode", 0, "", "whether a viewport shows distances or a surface").Kept(),
       RealRow(6608, "field_offset", 0.0, "m", "how far from the surface a viewport draws it")
