@@ -316,6 +316,15 @@ void Cache_OperatorBase::UpdateStatistics() {
   mInterface.SetString(ParameterIds().secondText, DescribeFile(path).c_str());
 }
 
+bool Cache_OperatorBase::CanDoWithout(const fs::path& file) {
+  ReadParameters();
+  SetUpNames();
+  const auto whole = [](const fs::path& path) { return fs::absolute(path).lexically_normal(); };
+  CacheName names = mFileName;
+  names.SetFolder(whole(mFolderPath));
+  return mGoesOn && !mFolderPath.empty() && names.IsOwn(whole(file));
+}
+
 bool Cache_OperatorBase::NoteOldFiles() {
   if (!Plays() || !Records() || mFolderPath.empty()) return false;
   if (mHasNoted) return true;

@@ -43,12 +43,10 @@ std::string CheckBeforeStart(const FolderUse& use, const LoadedScene& scene,
 
 void CheckFiles(const fs::path& out, const ManifestContent& manifest, i32 frame,
                 const Simulation& simulation, std::vector<std::string>& notes) {
-  // Of the caches that bear it.
   const auto isBorne = [&](const fs::path& path) {
     bool borne = false;
-    simulation.ForEachCache([&](const Cache_OperatorBase& cache) {
-      borne = borne || (cache.GoesOnAfterFailure() && cache.FileNames().IsOwn(path));
-    });
+    simulation.ForEachCache(
+        [&](Cache_OperatorBase& cache) { borne = borne || cache.CanDoWithout(path); });
     return borne;
   };
   std::size_t missing = 0;
