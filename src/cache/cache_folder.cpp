@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 #include <tuple>
 
+#include "cache/grid_cache_file.h"
 #include "host/atomic_file.h"
 
 namespace MELDO_GLOBAL {
@@ -14,15 +16,35 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// What digits say that stand for a frame below 100000; below 0 for any other text.
-i32 NumberOf(std::string_view digits) {
-  // Wider than five digits are padded ones alone, as `FileStem` writes them.
-  const bool isPadded = digits.size() == 6 && digits.starts_with("00");
-  if (digits.empty() || (digits.size() > 5 && !isPadded)) return -1;
+/// The frame that stands behind a cache's name in the name of a file.
+struct Numeral {
   i32 number = 0;
-  const char* end = digits.data() + digits.size();
-  const auto [rest, error] = std::from_chars(digits.data(), end, number);
-  return error == std::errc() && rest == end ? number : -1;
+  /// Another cache, whose name goes on with the first of these characters, may have written it.
+  bool isAmbiguous = false;
+};
+
+std::optional<Numeral> ReadNumeral(std::string_view text) {
+  const bool isNegative = text.starts_with('-');
+  const std::string_view digits = text.substr(isNegative ? 1 : 0);
+  if (digits.empty() || digits.front() < '0' || digits.front() > '9') return {};
+  // Wider than five digits are large numbers and padded small ones, as `FileStem` writes them.
+  const bool isLarge = digits.size() > 5 && digits.front() != '0';
+  const bool isPadded = digits.size() == 6 && digits.starts_with("00");
+  if (digits.size() > 5 && !isLarge && !isPadded) return {};
+  Numeral numeral{0, isNegative || isLarge};
+  const char* end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, numeral.number);
+  if (error != std::errc() || rest != end) return {};
+  return numeral;
+}
+
+/// Whether a file says that a cache of this name wrote it.
+bool SaysItIsOf(const std::string& stem, const fs::path& path) {
+  HyperFile file;
+  GridCacheHeader header;
+  std::string problem;
+  return file.Open(kCacheIdent, path, HyperFile::Mode::kRead) &&
+         ReadGridCacheHeader(file, header, problem) && header.origin.stem == stem;
 }
 
 /// The files of a cache that are whole, or those that aren't.
@@ -47,8 +69,9 @@ std::vector<CacheFile> FilesOf(const CacheName& names, bool areParts) {
       continue;
     const std::string digits =
         name.substr(prefix.size(), name.size() - prefix.size() - suffix.size());
-    if (const i32 number = NumberOf(digits); number >= 0)
-      files.push_back({NumberOf(digits.substr(0, 5)), number, entry->path()});
+    const std::optional<Numeral> numeral = ReadNumeral(digits);
+    if (!numeral || (numeral->isAmbiguous && !areParts && !SaysItIsOf(stem, whole))) continue;
+    files.push_back({numeral->number, entry->path()});
   }
   std::sort(files.begin(), files.end(), [](const CacheFile& a, const CacheFile& b) {
     return std::tie(a.number, a.path) < std::tie(b.number, b.path);
@@ -78,11 +101,11 @@ CacheFolderInfo ScanCache(const CacheName& names) {
   CacheFolderInfo info;
   i32 next = 0;  // the frame that is expected
   for (const CacheFile& entry : ListCache(names)) {
-    for (; next < entry.frame; ++next) info.missingFrames.push_back(next);
-    if (!info.found) info.firstFrame = entry.frame;
+    for (; next < entry.number; ++next) info.missingFrames.push_back(next);
+    if (!info.found) info.firstFrame = entry.number;
     info.found = true;
-    info.lastFrame = entry.frame;
-    next = entry.frame + 1;
+    info.lastFrame = entry.number;
+    next = entry.number + 1;
     std::error_code failed;
     const auto size = fs::file_size(entry.path, failed);
     if (!failed) info.totalSize += static_cast<i64>(size);

@@ -9,13 +9,13 @@ namespace MELDO_GLOBAL {
 
 /// A file of a cache.
 struct CacheFile {
-  i32 frame;   ///< what the first five digits behind the stem say
-  i32 number;  ///< what all of them say
+  i32 number;  ///< the frame that its name tells
   std::filesystem::path path;
 };
 /// The files with the stem and suffix of `names` in its folder, in the order of their numbers.
-/// Between stem and suffix stand digits alone, and no more than a frame below 100000 has, so that
-/// "fire", "fire_hot" and "fire2" may share a folder.
+/// Between stem and suffix stands a number alone. "fire", "fire_hot" and "fire2" may share a
+/// folder: where the number is below 0 or has six digits and more, the file itself has to say that
+/// it is of this cache.
 std::vector<CacheFile> ListCache(const CacheName& names);
 /// Removes what a killed process left of this cache's files.
 void RemoveUnfinished(const CacheName& names);

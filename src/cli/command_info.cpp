@@ -80,10 +80,12 @@ std::string GridLines(HyperFile& file, const GridCacheHeader& header) {
 }
 
 /// Length, size and gaps of the cache that a file belongs to.
-std::string SeriesOf(const fs::path& path) {
+std::string SeriesOf(const fs::path& path, const CacheOrigin& origin) {
   std::string stem = path.stem().string();
+  if (origin.isPresent && stem.starts_with(origin.stem)) stem = origin.stem;
   // A base name may end in digits of its own.
-  for (int i = 0; i < 5 && !stem.empty() && stem.back() >= '0' && stem.back() <= '9'; ++i)
+  for (int i = 0;
+       i < 5 && !origin.isPresent && !stem.empty() && stem.back() >= '0' && stem.back() <= '9'; ++i)
     stem.pop_back();
   CacheName names(stem);
   names.SetFolder(path.has_parent_path() ? path.parent_path() : fs::path("."));
@@ -102,7 +104,7 @@ void PrintCache(const fs::path& path) {
                                  FormatSize(static_cast<i64>(file.Size())));
   text += GridLines(file, header);
   text += DescribeGridCache(file);
-  fmt::print("{}{}", text, SeriesOf(path));
+  fmt::print("{}{}", text, SeriesOf(path, header.origin));
 }
 
 void PrintCheckpoint(const fs::path& path) {
@@ -124,7 +126,7 @@ void PrintVolumes(const fs::path& path) {
   fmt::print("{}: a volume file, {}\n", path.string(),
              FormatSize(static_cast<i64>(fs::file_size(path, failed))));
   for (const VdbGridInfo& grid : grids) {
-    std::string line = fmt::format("  {}: {}, {}, voxel size {:.6g}", grid.name, grid.type,
+    std::string line = fmt::format("  {}: {}, {}, voxel size {:.6g}", Shown(grid.name), grid.type,
                                    grid.kind, grid.voxelSize);
     if (grid.voxels >= 0) line += fmt::format(", {} active voxels", grid.voxels);
     if (grid.hasBox && grid.voxels != 0)
