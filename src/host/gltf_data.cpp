@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 
 #include <bit>
+#include <filesystem>
 #include <optional>
 
 #include "host/mesh_readers.h"
+#include "host/output_guard.h"
 
 namespace MELDO_GLOBAL::host {
 
@@ -89,6 +91,18 @@ int HexDigit(char c) {
   return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
 }
 
+/// What a file names is read from its own folder alone, whatever links there lead to: a mesh of
+/// somebody else's must not get at other files.
+bool LeadsBelow(const std::filesystem::path& folder, const std::string& name) {
+  if (name.find('\0') != std::string::npos) return false;
+  std::error_code failed;
+  const std::filesystem::path root =
+      std::filesystem::canonical(folder.empty() ? std::filesystem::path(".") : folder, failed);
+  if (failed) return false;
+  const std::filesystem::path whole = std::filesystem::weakly_canonical(root / name, failed);
+  return !failed && IsBelow(whole, root);
+}
+
 std::string DecodePercent(const std::string& uri) {
   std::string path;
   for (size_t i = 0; i < uri.size(); ++i) {
@@ -150,6 +164,8 @@ std::string_view GltfData::Buffer(u64 index) {
     entry->second = DecodeBase64(std::string_view(uri).substr(comma + 8));
   } else {
     const std::string path = DecodePercent(uri);
+    if (!LeadsBelow(mFolder, path))
+      throw MeshFileError(fmt::format("needs \"{}\", which isn't below its own folder", path));
     try {
       entry->second = ReadBytes(mFolder / path);
     } catch (const MeshFileError& error) {

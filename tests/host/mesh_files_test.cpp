@@ -136,6 +136,19 @@ TEST(MeshFiles, GltfBuffersBesideTheFileAndInside) {
   const Gltf inside = ToGltf(sphere, R"([{"mesh":0}])",
                              "\"uri\":\"data:application/octet-stream;base64," + text + "\",");
   EXPECT_EQ(LoadMesh(folder.Write("b.gltf", inside.json)), read);
+
+  // The same bytes, but not below the file's own folder.
+  std::filesystem::create_directories(folder.Path() / "own");
+  std::filesystem::create_symlink("../with blank.bin", folder.Path() / "own/link.bin");
+  const std::string whole = (folder.Path() / "with blank.bin").string();
+  for (const std::string& uri :
+       {std::string("../with%20blank.bin"), std::string("%2e%2e/with%20blank.bin"), whole,
+        std::string("link.bin"), std::string("none/../../with%20blank.bin")})
+    EXPECT_THROW(
+        LoadMesh(folder.Write("own/c.gltf",
+                              ToGltf(sphere, R"([{"mesh":0}])", "\"uri\":\"" + uri + "\",").json)),
+        MeshFileError)
+        << uri;
 }
 
 TEST(MeshFiles, RealMeshesHaveTheirKnownShape) {
