@@ -8,6 +8,7 @@
 #include "host/polygon_object.h"
 #include "host/render_objects.h"
 #include "nodes/media.h"
+#include "scene/output_name.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -119,8 +120,8 @@ class RenderReader {
       wrong = "needs a run of # for the frame number, as in 'render/####.png'";
     else if (extension != ".png" && extension != ".exr")
       wrong = "has to end in .png or .exr";
-    else if (path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end())
-      wrong = "leads out of the output folder";
+    else if (const std::string fault = FaultOfOutputName(text); !fault.empty())
+      wrong = fault;
     else if (std::find(mSpec.files.begin(), mSpec.files.end(), text) != mSpec.files.end())
       wrong = "is written already";
     if (!wrong.empty())

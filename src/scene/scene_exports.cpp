@@ -7,6 +7,7 @@
 #include <map>
 
 #include "nodes/catalogue.h"
+#include "scene/output_name.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -100,9 +101,8 @@ class ExportReader {
                                  Shown(*text), spec.format, spec.format));
       return false;
     }
-    if (path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end()) {
-      mContext.Error(*file, subject,
-                     fmt::format("'file': '{}' leads out of the output folder", Shown(*text)));
+    if (const std::string fault = FaultOfOutputName(*text); !fault.empty()) {
+      mContext.Error(*file, subject, fmt::format("'file': '{}' {}", Shown(*text), fault));
       return false;
     }
     const auto [first, isNew] = mFiles.try_emplace(path.lexically_normal().string(), file->line);

@@ -9,6 +9,7 @@
 #include "framework/server_rows.h"
 #include "host/exit_codes.h"
 #include "host/mesh_files.h"
+#include "scene/output_name.h"
 #include "scene/render_section.h"
 #include "scene/scene_advice.h"
 #include "scene/scene_exports.h"
@@ -211,6 +212,7 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
     for (const std::string& override : overrides)
       if (ChangesUnits(override) == units) ApplyOverride(context, builder.Names(), override, given);
   context.SetOption({});
+  CheckCacheNames(context, builder.Made());
   if (!diagnostics.HasErrors()) Advise(context, builder.Made(), given);
   if (diagnostics.HasErrors()) return {};
 
