@@ -46,11 +46,11 @@ const ParameterTable& SulvaScene::Parameters() {
           .To(&SceneSettings::simulationUnits),
       RealRow(server_row::kCellSize, "cell_size", 0.2, "m",
               "the finest detail that smoke can show; half of it needs eight times the memory")
-          .AtLeast(1e-6)
+          .Range(1e-6, 1e6)
           .To(&SceneSettings::cellSize),
       RealRow(server_row::kRenderCellSize, "render_cell_size", 0.2, "m",
               "takes the place of cell_size where a scene is evaluated for a picture")
-          .AtLeast(1e-6)
+          .Range(1e-6, 1e6)
           .To(&SceneSettings::renderCellSize),
       LongRow(1003, "time_mode", 0, "",
               "how a frame is cut into substeps: as fast flow asks for, or always alike")

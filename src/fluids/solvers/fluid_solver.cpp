@@ -71,6 +71,7 @@ const ParameterTable& FluidSolver::Parameters() {
           .To(&GasSettings::paddingCells),
       VectorRow(1010, "box_size", {500, 500, 500}, "host",
                 "the space that smoke may ever fill; it ends at the walls of this box")
+          .Range(1e-6, 1e12)
           .To(&GasSettings::boxSize),
       WallRow(1011, "wall_low_x",
               "closed keeps smoke in at the box's low x side, open lets it out there")
