@@ -5,6 +5,7 @@
 #include <chrono>
 #include <new>
 #include <set>
+#include <sstream>
 
 #include "cache/cache_operator.h"
 #include "host/atomic_file.h"
@@ -245,9 +246,8 @@ class Run {
   void DescribeScenes() {
     std::string text;
     for (const auto& scene : mSimulation.Scenes()) text += DescribeSolvers(*scene);
-    if (text.empty()) return;
-    text.pop_back();
-    mProgress.Note(text);
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) mProgress.Note(line);
   }
 
   /// What ended the run need not cost more than the frame in work.

@@ -14,6 +14,10 @@ struct Console {
 };
 Console& TheConsole();
 
+/// Text that may come from a file, as a terminal can be given it: control characters, and bytes
+/// that are no UTF-8, become \xNN.
+std::string Escaped(std::string_view text);
+
 void ShowStatus(std::string_view text);
 void ClearStatus();
 void Print(std::string_view text);

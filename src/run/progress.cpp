@@ -16,9 +16,7 @@ namespace {
 constexpr std::string_view kStagePrefix = "PipelineStage: ";
 constexpr std::string_view kSubstepPrefix = "Substep: ";
 
-void PrintLine(std::string_view text) {
-  std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
-}
+void PrintLine(std::string_view text) { std::fprintf(stderr, "%s\n", host::Escaped(text).c_str()); }
 
 std::size_t TerminalWidth() {
   winsize size{};

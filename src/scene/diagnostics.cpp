@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <tuple>
 
+#include "host/console.h"
+
 namespace MELDO_GLOBAL::app {
 
 void Diagnostics::Error(SourceLocation where, std::string text) {
@@ -29,9 +31,16 @@ std::string_view WordOf(Message::Severity severity) {
   }
   return "note";
 }
+
+std::string LineOf(const Message& m) {
+  const std::string_view word = WordOf(m.severity);
+  return m.where.line == 0 ? fmt::format("{}: {}: {}", m.where.file, word, m.text)
+                           : fmt::format("{}:{}:{}: {}: {}", m.where.file, m.where.line,
+                                         m.where.column, word, m.text);
+}
 }  // namespace
 
-std::vector<std::string> Diagnostics::Lines() const {
+std::vector<const Message*> Diagnostics::Ordered() const {
   std::vector<const Message*> ordered;
   for (const Message& message : mMessages) ordered.push_back(&message);
   const auto place = [](const Message* m) {
@@ -39,22 +48,29 @@ std::vector<std::string> Diagnostics::Lines() const {
   };
   std::stable_sort(ordered.begin(), ordered.end(),
                    [&](const Message* a, const Message* b) { return place(a) < place(b); });
+  return ordered;
+}
+
+std::vector<std::string> Diagnostics::Lines() const {
   std::vector<std::string> lines;
-  for (const Message* m : ordered) {
-    const std::string_view word = WordOf(m->severity);
-    lines.push_back(m->where.line == 0
-                        ? fmt::format("{}: {}: {}", m->where.file, word, m->text)
-                        : fmt::format("{}:{}:{}: {}: {}", m->where.file, m->where.line,
-                                      m->where.column, word, m->text));
-  }
+  for (const Message* message : Ordered()) lines.push_back(LineOf(*message));
   return lines;
 }
 
 void Diagnostics::Print(std::FILE* out) const {
-  for (const std::string& line : Lines()) {
-    std::fwrite(line.data(), 1, line.size(), out);
+  constexpr std::size_t kMostErrors = 50;
+  std::size_t errors = 0;
+  const auto print = [&](const std::string& line) {
+    const std::string shown = host::Escaped(line);
+    std::fwrite(shown.data(), 1, shown.size(), out);
     std::fputc('\n', out);
-  }
+  };
+  for (const Message* message : Ordered())
+    if (message->severity != Message::Severity::Error || errors++ < kMostErrors)
+      print(LineOf(*message));
+  if (errors > kMostErrors)
+    print(fmt::format("{}: error: {} more errors aren't shown; mend those above first",
+                      mMessages.front().where.file, errors - kMostErrors));
   std::fflush(out);
 }
 

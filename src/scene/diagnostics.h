@@ -37,9 +37,12 @@ class Diagnostics {
   /// One line each: `file:line:column: error: text`, ordered by place within a file; an option has
   /// no line and column.
   std::vector<std::string> Lines() const;
+  /// Prints the lines; of many errors the first ones, and how many more there are.
   void Print(std::FILE* out = stderr) const;
 
  private:
+  std::vector<const Message*> Ordered() const;
+
   std::vector<Message> mMessages;
   std::size_t mErrors = 0;
 };
