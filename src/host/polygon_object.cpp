@@ -5,7 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <filesystem>
-#include <limits>
+#include <iterator>
 #include <stdexcept>
 
 #include "host/mesh_files.h"
@@ -31,33 +31,6 @@ Run LastRun(const std::string& pattern) {
 bool IsFile(const fs::path& path) {
   std::error_code ignored;
   return fs::is_regular_file(path, ignored);
-}
-
-/// The file of the highest frame number below `frame`, or an empty name.
-std::string LastFileBefore(const std::string& pattern, i32 frame) {
-  const fs::path whole(pattern);
-  const std::string name = whole.filename().string();
-  const Run run = LastRun(name);
-  if (run.length == 0) return {};
-  std::string best;
-  i64 bestFrame = std::numeric_limits<i64>::min();
-  std::error_code failed;
-  const fs::path folder = whole.has_parent_path() ? whole.parent_path() : fs::path(".");
-  for (fs::directory_iterator entry(folder, failed), end; !failed && entry != end;
-       entry.increment(failed)) {
-    const std::string file = entry->path().filename().string();
-    if (file.size() < name.size() || !file.starts_with(name.substr(0, run.begin))) continue;
-    i32 number = 0;
-    const char* digits = file.data() + run.begin;
-    if (std::from_chars(digits, file.data() + file.size(), number).ec != std::errc()) continue;
-    // Only the name that this number is written to counts, not "7" or "00007" for "####".
-    const std::string wanted = FrameFileName(pattern, number);
-    if (number >= frame || number <= bestFrame || fs::path(wanted).filename() != file) continue;
-    if (!IsFile(wanted)) continue;
-    best = wanted;
-    bestFrame = number;
-  }
-  return best;
 }
 
 void CheckGeometry(const Geometry& geometry) {
@@ -90,8 +63,9 @@ void PolygonObject::VisitCounters(const std::function<void(u32&)>& visit) {
   visit(mPolygonDirty);
 }
 
-void PolygonObject::SetFramePattern(std::string pattern) {
+void PolygonObject::SetFramePattern(std::string pattern, bool goesOn) {
   mFramePattern = std::move(pattern);
+  mGoesOn = goesOn;
   mLoadedFile.clear();
 }
 
@@ -100,10 +74,42 @@ void PolygonObject::Animate(double frame) {
   if (mFramePattern.empty()) return;
   const i32 whole = static_cast<i32>(std::floor(frame));
   std::string file = FrameFileName(mFramePattern, whole);
-  if (!IsFile(file)) file = LastFileBefore(mFramePattern, whole);
-  if (file.empty() || file == mLoadedFile) return;
+  if (!IsFile(file)) {
+    const std::map<i32, fs::path> files = FilesOfSequence(mFramePattern);
+    const auto behind = files.upper_bound(whole);
+    if (behind == files.begin()) return;
+    if (behind != files.end() && !mGoesOn)
+      throw MeshFileError(
+          fmt::format("mesh file \"{}\" is missing, and the sequence goes on behind it; "
+                      "go_on_after_failure of \"{}\" would keep the mesh before",
+                      file, Name()));
+    file = std::prev(behind)->second.string();
+  }
+  if (file == mLoadedFile) return;
   SetGeometry(LoadMesh(file));
   mLoadedFile = std::move(file);
+}
+
+std::map<i32, fs::path> FilesOfSequence(const std::string& pattern) {
+  std::map<i32, fs::path> files;
+  const fs::path whole(pattern);
+  const std::string name = whole.filename().string();
+  const Run run = LastRun(name);
+  if (run.length == 0) return files;
+  std::error_code failed;
+  const fs::path folder = whole.has_parent_path() ? whole.parent_path() : fs::path(".");
+  for (fs::directory_iterator entry(folder, failed), end; !failed && entry != end;
+       entry.increment(failed)) {
+    const std::string file = entry->path().filename().string();
+    if (file.size() < name.size() || !file.starts_with(name.substr(0, run.begin))) continue;
+    i32 number = 0;
+    const char* digits = file.data() + run.begin;
+    if (std::from_chars(digits, file.data() + file.size(), number).ec != std::errc()) continue;
+    // Only the name that this number is written to counts, not "7" or "00007" for "####".
+    const fs::path wanted = FrameFileName(pattern, number);
+    if (wanted.filename() == file && IsFile(wanted)) files.emplace(number, wanted);
+  }
+  return files;
 }
 
 std::string FrameFileName(const std::string& pattern, i32 frame) {

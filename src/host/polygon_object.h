@@ -1,6 +1,8 @@
 // Host geometry: polygons, splines and points.
 #pragma once
 #include <array>
+#include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,9 +24,9 @@ class PolygonObject : public BaseNode {
   /// per polygon.
   void SetGeometry(Geometry geometry);
   /// A file per frame: `pattern` is a path that is absolute or relative to the working directory,
-  /// with one run of # for the padded frame number. A frame without a file keeps the geometry of
-  /// the frame before.
-  void SetFramePattern(std::string pattern);
+  /// with one run of # for the padded frame number. Before the first file and behind the last one
+  /// the geometry stays; in a hole between files it does so only where `goesOn` says it.
+  void SetFramePattern(std::string pattern, bool goesOn = false);
   const std::string& FramePattern() const { return mFramePattern; }
 
   u32 PointDirty() const { return mPointDirty; }
@@ -32,17 +34,21 @@ class PolygonObject : public BaseNode {
 
   /// Animates the node's values, then loads the frame's file: the frame rounded down, and if it has
   /// none the last one before it, so that the result depends on the frame alone. Throws
-  /// MeshFileError for a broken file.
+  /// MeshFileError for a broken file and for a hole.
   void Animate(double frame) override;
   void VisitCounters(const std::function<void(u32&)>& visit) override;
 
  private:
   Geometry mGeometry;
   std::string mFramePattern;
+  bool mGoesOn = false;
   std::string mLoadedFile;  ///< the frame file that the geometry comes from
   u32 mPointDirty = 0;
   u32 mPolygonDirty = 0;
 };
+
+/// The files of a sequence by their frames; see `PolygonObject::SetFramePattern`.
+std::map<i32, std::filesystem::path> FilesOfSequence(const std::string& pattern);
 
 /// A spline object: a polyline through its points, in host units.
 class SplineObject : public BaseNode {

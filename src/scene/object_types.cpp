@@ -8,7 +8,7 @@ using namespace host;
 
 const std::vector<ObjectType>& ObjectTypes() {
   static const std::vector<ObjectType> types = {
-      {"mesh", kMeshObject, false, {"file", "frames"}},
+      {"mesh", kMeshObject, false, {"file", "frames", "go_on_after_failure"}},
       {"box", kMeshObject, true, {"size"}},
       {"sphere", kMeshObject, true, {"radius", "segments"}},
       {"plane", kMeshObject, true, {"size"}},

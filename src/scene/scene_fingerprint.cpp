@@ -2,6 +2,7 @@
 
 #include "cache/cache_rows.h"
 #include "cache/hyper_file.h"
+#include "host/atomic_file.h"
 #include "host/polygon_object.h"
 #include "nodes/catalogue.h"
 
@@ -52,11 +53,42 @@ void Append(std::string& out, const JsonValue& value, const Names& without) {
   }
 }
 
+/// All files of a sequence, also those of later frames. Very large ones count by size and time:
+/// nobody waits for gigabytes to be read before the first frame.
+void AppendSequence(std::string& out, const std::string& pattern) {
+  constexpr u64 kMostBytes = u64{512} << 20;
+  const std::map<i32, std::filesystem::path> files = host::FilesOfSequence(pattern);
+  u64 total = 0;
+  std::error_code failed;
+  for (const auto& [frame, path] : files) {
+    const u64 size = std::filesystem::file_size(path, failed);
+    if (!failed) total += size;
+  }
+  for (const auto& [frame, path] : files) {
+    AppendBytes(out, &frame, 1);
+    if (total <= kMostBytes) {
+      // What can't be read ends the run in its own frame.
+      try {
+        const u64 sum = ChecksumOf(host::ReadFile(path));
+        AppendBytes(out, &sum, 1);
+      } catch (const host::FileError&) {
+        continue;
+      }
+    } else {
+      const u64 size = std::filesystem::file_size(path, failed);
+      const i64 time = std::filesystem::last_write_time(path, failed).time_since_epoch().count();
+      AppendBytes(out, &size, 1);
+      AppendBytes(out, &time, 1);
+    }
+  }
+}
+
 void AppendPolygons(std::string& out, const host::BaseNode& node) {
   if (const auto* object = dynamic_cast<const host::PolygonObject*>(&node)) {
     const host::Geometry& geometry = object->GetGeometry();
     AppendBytes(out, geometry.points.data(), geometry.points.size());
     AppendBytes(out, geometry.polygons.data(), geometry.polygons.size());
+    if (!object->FramePattern().empty()) AppendSequence(out, object->FramePattern());
   }
   for (const host::BaseNode* child : node.Children()) AppendPolygons(out, *child);
 }

@@ -63,7 +63,9 @@ class SceneBuilder {
   bool ReadExtents(const JsonValue& value, bool isFlat, const Subject& subject, Vec3d& size);
   bool ReadSegments(const JsonValue& value, const Subject& subject, i32& segments);
   void ReadMesh(const JsonValue& value, host::BaseNode& node, const Subject& subject);
-  void ReadFrames(const JsonValue& frames, host::BaseNode& node, const Subject& subject);
+  void ReadFrames(const JsonValue& frames, bool goesOn, host::BaseNode& node,
+                  const Subject& subject);
+  void WarnOfHoles(const JsonValue& frames, const std::string& pattern, const Subject& subject);
 
   void MakeNode(const JsonValue& value, host::BaseNode* parent, SiblingNames& names);
   void MakeChildren(const JsonValue& value, host::BaseNode& node, const Subject& subject);

@@ -194,7 +194,17 @@ void SceneBuilder::ReadMesh(const JsonValue& value, BaseNode& node, const Subjec
                         : "'file' is missing (or 'frames', a file per frame)");
     return;
   }
-  if (frames) return ReadFrames(*frames, node, subject);
+  bool goesOn = false;
+  if (const JsonValue* given = value.Find("go_on_after_failure")) {
+    if (!frames || !given->Bool()) {
+      mContext.Error(*given, subject,
+                     frames ? "'go_on_after_failure': expected true or false"
+                            : "'go_on_after_failure' counts for 'frames' alone");
+      return;
+    }
+    goesOn = *given->Bool();
+  }
+  if (frames) return ReadFrames(*frames, goesOn, node, subject);
   const auto path = ReadFileName(mContext, *file, subject, "'file'");
   if (!path) return;
   try {
@@ -204,7 +214,25 @@ void SceneBuilder::ReadMesh(const JsonValue& value, BaseNode& node, const Subjec
   }
 }
 
-void SceneBuilder::ReadFrames(const JsonValue& frames, BaseNode& node, const Subject& subject) {
+void SceneBuilder::WarnOfHoles(const JsonValue& frames, const std::string& pattern,
+                               const Subject& subject) {
+  const std::map<i32, std::filesystem::path> files = FilesOfSequence(pattern);
+  for (auto file = files.begin(); file != files.end(); ++file) {
+    const auto next = std::next(file);
+    const i64 missing = i64{file->first} + 1;
+    if (next == files.end() || next->first == missing || next->first <= mFirstFrame) continue;
+    if (missing > mLastFrame) return;
+    mContext.Warning(
+        frames, subject,
+        fmt::format("'frames': {} is missing: the run will end there, unless "
+                    "'go_on_after_failure' of the object is true",
+                    FrameFileName(pattern, static_cast<i32>(std::max<i64>(missing, mFirstFrame)))));
+    return;
+  }
+}
+
+void SceneBuilder::ReadFrames(const JsonValue& frames, bool goesOn, BaseNode& node,
+                              const Subject& subject) {
   const auto path = ReadFileName(mContext, frames, subject, "'frames'");
   if (!path) return;
   if (path->find('#') == std::string::npos) {
@@ -222,8 +250,9 @@ void SceneBuilder::ReadFrames(const JsonValue& frames, BaseNode& node, const Sub
     auto& object = static_cast<PolygonObject&>(node);
     try {
       object.SetGeometry(LoadMesh(name));
-      object.SetFramePattern(pattern);
+      object.SetFramePattern(pattern, goesOn);
       object.Animate(mFirstFrame);
+      if (!goesOn) WarnOfHoles(frames, pattern, subject);
     } catch (const MeshFileError& error) {
       mContext.Error(frames, subject, fmt::format("'frames': {}", error.what()));
     }

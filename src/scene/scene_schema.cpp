@@ -188,7 +188,7 @@ Json ObjectKey(std::string_view key, bool isFlat) {
   if (key == "file" || key == "frames") return {{"type", "string"}};
   if (key == "segments")
     return {{"type", "integer"}, {"minimum", kMinSegments}, {"maximum", kMaxSegments}};
-  if (key == "closed") return {{"type", "boolean"}};
+  if (key == "closed" || key == "go_on_after_failure") return {{"type", "boolean"}};
   if (key == "points") return ListOf(NumbersOf(3), 1);
   Json size = {{"type", "number"}, {"exclusiveMinimum", 0}};
   if (key != "size") return size;

@@ -67,7 +67,7 @@ TEST(PolygonObject, FramesWithoutAFileKeepTheOneBeforeWhateverTheOrder) {
   write("s.0003.obj.obj", 99);
   Document document;
   auto& object = document.Create<PolygonObject>(kMeshObject, "object", nullptr);
-  object.SetFramePattern((folder.Path() / "s.####.obj").string());
+  object.SetFramePattern((folder.Path() / "s.####.obj").string(), true);
   object.SetTrack(1000, {{{0, 0.0}, {10, 1.0}}});
   const auto radius = [&](i32 frame) {
     document.SetFrame(frame);
