@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdio>
 #include <fstream>
+#include <limits>
 
 #include "framework/ibase.h"
 #include "grids/grid_memory.h"
@@ -12,6 +14,7 @@
 namespace MELDO_GLOBAL::app {
 
 using namespace MELDO_SULVA;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -26,18 +29,57 @@ constexpr double kSolverSamples = 6 + 6 + 4 + 13 + 9;
 // Cells are counted in 32 bits; the samples on nodes are a few more than the cells.
 constexpr double kMostCells = 2.1e9;
 
+u64 NumberIn(const fs::path& file, u64 otherwise) {
+  u64 number = 0;
+  return std::ifstream(file) >> number ? number : otherwise;
+}
+
+/// What a control group leaves free: its limit without what is in use. Copies of files count as
+/// free, since they make room.
+u64 FreeInGroup(const fs::path& group, bool isSecond) {
+  constexpr u64 kNone = std::numeric_limits<u64>::max();
+  const u64 limit = NumberIn(group / (isSecond ? "memory.max" : "memory.limit_in_bytes"), kNone);
+  if (limit == kNone) return kNone;
+  const u64 used = NumberIn(group / (isSecond ? "memory.current" : "memory.usage_in_bytes"), 0);
+  u64 files = 0;
+  std::ifstream stat(group / "memory.stat");
+  std::string key;
+  for (u64 value = 0; stat >> key >> value;)
+    if (key == (isSecond ? "inactive_file" : "total_inactive_file")) files = value;
+  const u64 taken = used - std::min(used, files);
+  return limit - std::min(limit, taken);
+}
+
 }  // namespace
 
-u64 MachineMemory() {
+u64 FreeMemory(const std::filesystem::path& root) {
   u64 bytes =
       static_cast<u64>(::sysconf(_SC_PHYS_PAGES)) * static_cast<u64>(::sysconf(_SC_PAGESIZE));
-  for (const char* file :
-       {"/sys/fs/cgroup/memory.max", "/sys/fs/cgroup/memory/memory.limit_in_bytes"}) {
-    u64 limit = 0;
-    if (std::ifstream(file) >> limit && limit > 0) bytes = std::min(bytes, limit);
+  std::ifstream info(root / "proc/meminfo");
+  for (std::string line; std::getline(info, line);)
+    if (unsigned long long kilobytes = 0;
+        std::sscanf(line.c_str(), "MemAvailable: %llu kB", &kilobytes) == 1)
+      bytes = std::min<u64>(bytes, u64{kilobytes} * 1024);
+  std::ifstream groups(root / "proc/self/cgroup");
+  for (std::string line; std::getline(groups, line);) {
+    // A number, the controllers and the path of a group; "0::/path" in the second version.
+    const std::size_t first = line.find(':'), second = line.find(':', first + 1);
+    if (first == std::string::npos || second == std::string::npos) continue;
+    const std::string controllers = line.substr(first + 1, second - first - 1);
+    const bool isSecond = controllers.empty();
+    if (!isSecond && (',' + controllers + ',').find(",memory,") == std::string::npos) continue;
+    const fs::path mount = root / "sys/fs/cgroup" / (isSecond ? "" : "memory");
+    // A limit holds for all groups below. Inside of a container its own group is the mount.
+    for (fs::path group = fs::path(line.substr(second + 1)).relative_path();;
+         group = group.parent_path()) {
+      bytes = std::min(bytes, FreeInGroup(mount / group, isSecond));
+      if (group.empty()) break;
+    }
   }
   return bytes;
 }
+
+u64 MachineMemory() { return FreeMemory("/"); }
 
 std::string FormatBytes(double bytes) {
   const char* unit = "B";

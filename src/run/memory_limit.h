@@ -1,12 +1,15 @@
 // How much memory a run may take, and what a step is going to need.
 #pragma once
+#include <filesystem>
 #include <string>
 
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::app {
 
-/// Memory that the machine, or the container that holds this process, gives it at most; bytes.
+/// Memory that this process can have now: what the machine, and each control group that holds the
+/// process, has free; bytes. `root` is where the system's files are looked for.
+u64 FreeMemory(const std::filesystem::path& root);
 u64 MachineMemory();
 
 /// Bytes as "812 MB" or "1.2 TB", in units of 1000.
