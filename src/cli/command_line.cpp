@@ -16,7 +16,9 @@
 #include "cli/command_nodes.h"
 #include "cli/command_render.h"
 #include "cli/command_run.h"
+#include "cli/command_verify.h"
 #include "host/atomic_file.h"
+#include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/worker_pool.h"
 #include "scene/diagnostics.h"
@@ -49,7 +51,7 @@ struct Options {
   CacheOptions cache;
   CacheSetupOptions cacheSetup;
   std::string frames, memory, size, checkpoint;
-  std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile;
+  std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile, verifyOut;
   bool json = false, schema = false, fix = false;
 };
 
@@ -65,7 +67,7 @@ CLI::App* AddRun(CLI::App& app, Options& o) {
   run->add_option("--set", o.run.overrides, "another value for a parameter, NODE.PARAMETER=VALUE")
       ->allow_extra_args(false)
       ->check(CheckOverride);
-  run->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's")
+  run->add_option("--memory", o.memory, "most memory to use, such as 8G; by default what is free")
       ->check(CheckGiven);
   run->add_option("--checkpoint", o.checkpoint,
                   "frames, minutes or both from one checkpoint to the next, such as 20, 5m or\n"
@@ -127,7 +129,7 @@ CLI::App* AddRender(CLI::App& app, Options& o) {
       ->allow_extra_args(false)
       ->check(CheckOverride);
   render
-      ->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's")
+      ->add_option("--memory", o.memory, "most memory to use, such as 8G; by default what is free")
       ->check(CheckGiven);
   render->add_flag("--quiet", o.render.quiet, "print nothing but errors");
   render->footer("Example:\n  sulva render scenes/plume.json --frames 60 --size 1280x720");
@@ -172,6 +174,16 @@ CLI::App* AddInfo(CLI::App& app, Options& o) {
       "Example:\n  sulva info scenes/plume.json\n  sulva info "
       "out/plume/checkpoints/00049.checkpoint");
   return info;
+}
+
+CLI::App* AddVerify(CLI::App& app, Options& o) {
+  CLI::App* verify = app.add_subcommand(
+      "verify", "Holds an output folder against the manifest of its run: checksums and holes");
+  verify->add_option("OUT", o.verifyOut, "output folder of a run")->required();
+  verify->footer(
+      "Prints a line for each finding; exit code 5 where there are any.\n\n"
+      "Example:\n  sulva verify out/plume");
+  return verify;
 }
 
 CLI::App* AddCache(CLI::App& app, Options& o) {
@@ -292,16 +304,17 @@ int Dispatch(int argc, char** argv) {
   const CLI::App* nodes = AddNodes(app, options);
   const CLI::App* graph = AddGraph(app, options);
   const CLI::App* info = AddInfo(app, options);
+  const CLI::App* verify = AddVerify(app, options);
   const CLI::App* cache = AddCache(app, options);
   const CLI::App* cacheSetup = AddCacheSetup(app, options);
   AddNew(app, options);
 
-  const std::vector<std::string_view> commands = {"run",  "render", "check",       "nodes", "graph",
-                                                  "info", "cache",  "cache-setup", "new"};
+  const std::vector<std::string_view> commands = {"run",  "render", "check", "nodes",       "graph",
+                                                  "info", "verify", "cache", "cache-setup", "new"};
   if (argc > 1 && argv[1][0] != '-' &&
       std::find(commands.begin(), commands.end(), argv[1]) == commands.end()) {
-    std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n", argv[1],
-                 Suggestion(argv[1], commands).c_str());
+    std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n",
+                 Shown(argv[1]).c_str(), Suggestion(argv[1], commands).c_str());
     return kExitUsage;
   }
   try {
@@ -312,7 +325,7 @@ int Dispatch(int argc, char** argv) {
     TellUnknownWords(app);
     return kExitUsage;
   } catch (const CLI::ParseError& error) {
-    std::fprintf(stderr, "error: %s\nTry 'sulva --help'.\n", error.what());
+    std::fprintf(stderr, "error: %s\nTry 'sulva --help'.\n", host::Escaped(error.what()).c_str());
     return kExitUsage;
   }
   if (run->parsed()) return RunCommand(options);
@@ -322,6 +335,7 @@ int Dispatch(int argc, char** argv) {
     return options.schema ? RunNodesSchema() : RunNodes(options.kind, options.json);
   if (graph->parsed()) return RunGraph(options.graphScene, options.graphPage);
   if (info->parsed()) return RunInfo(options.infoFile);
+  if (verify->parsed()) return RunVerify(options.verifyOut);
   if (cache->parsed()) return RunCache(options.cache);
   if (cacheSetup->parsed()) return RunCacheSetup(options.cacheSetup);
   return RunNew(options.newName, options.newFile);
@@ -343,13 +357,13 @@ int Main(int argc, char** argv) {
   try {
     return FinishAnswer(Dispatch(argc, argv));
   } catch (const CommandError& error) {
-    std::fprintf(stderr, "error: %s\n", error.what());
+    std::fprintf(stderr, "error: %s\n", host::Escaped(error.what()).c_str());
     return error.code;
   } catch (const std::bad_alloc&) {
     std::fputs("error: out of memory\n", stderr);
     return kExitMemory;
   } catch (const std::system_error& error) {
-    std::fprintf(stderr, "error: %s\n", error.what());
+    std::fprintf(stderr, "error: %s\n", host::Escaped(error.what()).c_str());
     return kExitFile;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "error: internal: %s\n", error.what());

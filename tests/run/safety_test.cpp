@@ -1,4 +1,5 @@
 // Nothing is lost and nobody is let in: folders that hold runs, runs beside runs, planted files.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -7,6 +8,7 @@
 #include <thread>
 
 #include "cli/run_folder.h"
+#include "run/memory_limit.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -116,6 +118,60 @@ TEST_F(Safety, ScenesOfOneNameDoNotShareTheirFolderUnseen) {
   EXPECT_EQ(folder.Run({"run", "c/smoke.json", "--quiet"}), 0) << folder.Errors();
 }
 
+TEST_F(Safety, CacheFileThatIsGoneEndsResumingUnlessTheSceneGoesOn) {
+  ASSERT_EQ(Run({"--quiet"}, "whole"), 0);
+  CutShort();
+  fs::remove(folder.Path() / "o/cache/sulva_grid_frame00003.cache");
+  EXPECT_EQ(Run({"--resume"}), 5);
+  EXPECT_TRUE(Says("sulva_grid_frame00003.cache is missing; put it back")) << folder.Errors();
+
+  std::string lenient = RecordedSmoke(12);
+  lenient.replace(lenient.find("\"mode\""), 0, "\"go_on_after_failure\": true, ");
+  folder.Write("smoke.json", lenient);
+  CutShort("p");
+  fs::remove(folder.Path() / "p/cache/sulva_grid_frame00003.cache");
+  EXPECT_EQ(Run({"--resume"}, "p"), 0) << folder.Errors();
+  EXPECT_TRUE(Says("sulva_grid_frame00003.cache is missing")) << folder.Errors();
+  EXPECT_TRUE(folder.Files("p").at("vdb/0012.vdb") == folder.Files("whole").at("vdb/0012.vdb"));
+}
+
+TEST_F(Safety, VerifyTellsEachFileThatIsNotAsTheRunLeftIt) {
+  const auto verify = [&] { return folder.Run({"verify", "o"}); };
+  const auto tells = [&](const std::string& text) {
+    return folder.Answers().find(text) != std::string::npos;
+  };
+  EXPECT_EQ(verify(), 5);
+  EXPECT_TRUE(Says("o: no run has left a manifest.jsonl here")) << folder.Errors();
+  ASSERT_EQ(Run({"--quiet", "--checkpoint", "5"}), 0);
+  EXPECT_EQ(verify(), 0) << folder.Answers();
+  EXPECT_TRUE(tells("o: 13 frames, 41 files, all whole\n")) << folder.Answers();
+
+  const fs::path o = folder.Path() / "o";
+  fs::remove(o / "preview/0004.png");
+  fs::resize_file(o / "vdb/0005.vdb", 100);
+  for (const char* name : {"cache/sulva_grid_frame00006.cache", "checkpoints/00009.checkpoint"}) {
+    std::string bytes = ReadAll(o / name);
+    bytes[bytes.size() / 2] ^= 1;
+    folder.Write(std::string("o/") + name, bytes);
+  }
+  std::string text = ReadAll(o / "manifest.jsonl");
+  const std::size_t line = text.find("{\"frame\": 7,");
+  text.erase(line, text.find('\n', line) + 1 - line);
+  folder.Write("o/manifest.jsonl", text);
+  EXPECT_EQ(verify(), 5);
+  for (const char* finding :
+       {"o/preview/0004.png: of frame 4: it is missing\n",
+        "o/vdb/0005.vdb: of frame 5: it has 100 bytes, the run wrote ",
+        "o/cache/sulva_grid_frame00006.cache: of frame 6: its bytes are others than the run wrote",
+        "o/checkpoints/00009.checkpoint: it is damaged", "the manifest has no frame 7\n",
+        ", 5 findings\n"})
+    EXPECT_TRUE(tells(finding)) << finding << "\n" << folder.Answers();
+
+  CutShort("p");
+  EXPECT_EQ(folder.Run({"verify", "p"}), 5);
+  EXPECT_TRUE(tells("the run was cut short: its manifest has no end\n")) << folder.Answers();
+}
+
 // ---- two at once --------------------------------------------------------------------------------
 
 TEST_F(Safety, FolderBelongsToOneRunAtATime) {
@@ -186,6 +242,118 @@ TEST_F(Safety, LinkedFoldersLeadNowhereOutsideUnasked) {
   EXPECT_TRUE(fs::is_empty(folder.Path() / "elsewhere"));
   EXPECT_EQ(Run({"--restart", "--frames", ":2", "--allow-outside"}), 0) << folder.Errors();
   EXPECT_TRUE(Exists("elsewhere/0002.vdb") && Exists("o/inside/0002.png"));
+}
+
+// ---- names and texts ----------------------------------------------------------------------------
+
+TEST_F(Safety, NamesOfOurOwnFilesAreNotForExportsAndCachesStayInTheirFolder) {
+  const auto check = [&](const std::string& from, const std::string& to) {
+    std::string text = RecordedSmoke(1);
+    text.replace(text.find(from), from.size(), to);
+    folder.Write("names.json", text);
+    return folder.Run({"check", "names.json"});
+  };
+  for (const char* name : {"checkpoints/####.vdb", "./Cache/a####.cache", "stats.jsonl/####.vdb",
+                           ".sulva-lock/####.vdb", "a/####.sulva-part"})
+    EXPECT_EQ(check("vdb/####.vdb", name), 3) << name;
+  EXPECT_TRUE(Says("'a/####.sulva-part' ends in '.sulva-part'")) << folder.Errors();
+  EXPECT_EQ(check("vdb/####.vdb", "a/cache/####.vdb"), 0) << folder.Errors();
+  for (const char* name : {"../x", "a/../../x", "/tmp/x", "x/"})
+    EXPECT_EQ(check("\"mode\"", "\"base_name\": \"" + std::string(name) + "\", \"mode\""), 3)
+        << name;
+  EXPECT_TRUE(Says("'base_name': 'x/' leads out of the cache's folder")) << folder.Errors();
+  EXPECT_EQ(check("\"mode\"", "\"base_name\": \"a/x\", \"mode\""), 0) << folder.Errors();
+}
+
+TEST_F(Safety, CachesFindTheirFilesBelowZeroAndFromAHundredThousandOn) {
+  std::string text = RecordedSmoke(4);
+  text.replace(text.find("\"mode\""), 0, "\"numbering\": \"document\", ");
+  for (const auto& [first, last] : {std::pair{-3, 2}, {99998, 100001}, {-100001, -99999}}) {
+    std::string moved = text;
+    moved.replace(moved.find("[0, 4]"), 6, fmt::format("[{}, {}]", first, last));
+    folder.Write("smoke.json", moved);
+    ASSERT_EQ(Run({"--quiet", "--restart"}), 0) << folder.Errors();
+    EXPECT_EQ(folder.Run({"cache", "scan", "smoke.json", "--out", "o"}), 0);
+    const std::string files = fmt::format("{} files in o/cache\nLength: {}({} - {})",
+                                          last - first + 1, last - first + 1, first, last);
+    EXPECT_NE(folder.Answers().find(files), std::string::npos) << folder.Answers();
+    // One whose name goes on with a digit, or a minus, keeps its own.
+    folder.Write("o/cache/sulva_grid_frame-00007.cache", "mine");
+    EXPECT_EQ(folder.Run({"cache", "delete", "smoke.json", "--out", "o", "--yes"}), 0);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.Path() / "o/cache"), {}), 1) << first;
+  }
+}
+
+TEST_F(Safety, HolesInASequenceEndTheRunAndEachFileOfItCounts) {
+  std::string text = RecordedSmoke(5);
+  const std::string ball = R"("type": "sphere", "radius": 30, "segments": 16)";
+  const auto scene = [&](const std::string& more) {
+    std::string made = text;
+    made.replace(made.find(ball), ball.size(), R"("type": "mesh", "frames": "m.####.obj")" + more);
+    folder.Write("smoke.json", made);
+  };
+  const std::string mesh =
+      "v 0 0 0\nv 40 0 0\nv 0 40 0\nv 0 0 40\nf 1 3 2\nf 1 2 4\nf 2 3 4\nf 1 4 3\n";
+  for (int i = 0; i <= 4; ++i)
+    if (i != 3) folder.Write(fmt::format("m.{:04}.obj", i), mesh);
+  scene("");
+  EXPECT_EQ(Run({}), 5);
+  EXPECT_TRUE(Says("m.0003.obj is missing: the run will end there")) << folder.Errors();
+  EXPECT_TRUE(Says("m.0003.obj\" is missing, and the sequence goes on")) << folder.Errors();
+  scene(R"(, "go_on_after_failure": true)");
+  EXPECT_EQ(Run({"--restart"}), 0) << folder.Errors();
+  folder.Write("m.0003.obj", mesh);
+  scene("");
+  EXPECT_EQ(Run({"--restart", "--frames", ":1", "--checkpoint", "1"}), 0)
+      << "behind the last file the mesh stays: " << folder.Errors();
+  folder.Write("m.0004.obj", mesh + "v 9 9 9\n");
+  EXPECT_EQ(Run({"--resume"}), 5);
+  EXPECT_TRUE(Says("the scene, its meshes or --set are others")) << folder.Errors();
+}
+
+TEST_F(Safety, TextsFromFilesGiveTerminalsNoOrdersAndErrorsEnd) {
+  std::string text = RecordedSmoke(1), many;
+  const std::string ball = R"("type": "sphere", "radius": 30, "segments": 16)";
+  text.replace(text.find(ball), ball.size(),
+               R"("type": "mesh", "file": "a\u001b[2J\u009b\n\u00e9.obj")");
+  folder.Write("smoke.json", text);
+  EXPECT_EQ(folder.Run({"check", "smoke.json"}), 3);
+  EXPECT_TRUE(Says("a\\x1b[2J\\xc2\\x9b\\x0a\u00e9.obj")) << folder.Errors();
+
+  for (int i = 0; i < 60; ++i) many += fmt::format("\"x{}\": 1, ", i);
+  text = RecordedSmoke(1);
+  text.replace(text.find("\"cell_size\""), 0, many);
+  folder.Write("smoke.json", text);
+  EXPECT_EQ(folder.Run({"check", "smoke.json"}), 3);
+  const std::string errors = folder.Errors();
+  EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 51) << errors;
+  EXPECT_TRUE(Says("error: 10 more errors aren't shown"));
+}
+
+// ---- memory -------------------------------------------------------------------------------------
+
+TEST_F(Safety, MemoryIsWhatTheMachineAndEveryGroupHaveFree) {
+  const fs::path root = folder.Path();
+  const auto write = [&](const std::string& name, const std::string& text) {
+    fs::create_directories((root / name).parent_path());
+    folder.Write(name, text);
+  };
+  write("proc/meminfo", "MemTotal: 900 kB\nMemFree: 1 kB\nMemAvailable:    800 kB\n");
+  EXPECT_EQ(FreeMemory(root), 800u * 1024);
+  write("proc/self/cgroup", "0::/outer/inner\n");
+  write("sys/fs/cgroup/outer/inner/memory.max", "max\n");
+  write("sys/fs/cgroup/outer/memory.max", "600000\n");
+  write("sys/fs/cgroup/outer/memory.current", "500000\n");
+  write("sys/fs/cgroup/outer/memory.stat", "anon 100000\ninactive_file 400000\n");
+  EXPECT_EQ(FreeMemory(root), 500000u);
+  write("sys/fs/cgroup/outer/memory.stat", "anon 700000\n");
+  write("sys/fs/cgroup/outer/memory.current", "700000\n");
+  EXPECT_EQ(FreeMemory(root), 0u);
+  write("proc/self/cgroup", "7:cpu,memory:/box\n0::/\n");
+  write("sys/fs/cgroup/memory/box/memory.limit_in_bytes", "300000\n");
+  write("sys/fs/cgroup/memory/box/memory.usage_in_bytes", "250000\n");
+  write("sys/fs/cgroup/memory/box/memory.stat", "total_inactive_file 50000\n");
+  EXPECT_EQ(FreeMemory(root), 100000u);
 }
 
 }  // namespace MELDO_GLOBAL::app
