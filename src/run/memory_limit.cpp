@@ -105,11 +105,16 @@ double EstimateGridMemory(const Scene& scene, double cells) {
 MemoryGuard::MemoryGuard(u64 limit) : mLimit(limit) { SetGridMemoryLimit(limit); }
 MemoryGuard::~MemoryGuard() { SetGridMemoryLimit(0); }
 
-void MemoryGuard::Refuse(const std::string& what, double bytes, const Scene& scene) {
+void MemoryGuard::Refuse(const std::string& what, double cells, double bytes, const Scene& scene) {
   const double limit = static_cast<double>(mLimit);
   mRefusal = fmt::format("out of memory: {} need about {}, ", what, FormatBytes(bytes));
-  mRefusal += bytes > limit ? fmt::format("the limit is {}", FormatBytes(limit))
-                            : fmt::format("and a grid may have at most {:.2g} cells", kMostCells);
+  if (bytes > limit) {
+    mRefusal += fmt::format("the limit is {}", FormatBytes(limit));
+  } else if (cells > kMostCells) {
+    mRefusal += fmt::format("and a grid may have at most {:.2g} cells", kMostCells);
+  } else {
+    mRefusal += "more than the system gives";
+  }
   mRefusal += fmt::format("; raise cell_size (now {}) or lower the size of boxes and meshes",
                           scene.mDomain.cellSize);
 }
@@ -121,7 +126,8 @@ bool MemoryGuard::Allows(const Scene& scene, const Vec3d& min, const Vec3d& max)
   const double count = cells.x * cells.y * cells.z;
   const double bytes = EstimateGridMemory(scene, count);
   if (count <= kMostCells && bytes <= static_cast<double>(mLimit)) return true;
-  Refuse(fmt::format("{:.0f} x {:.0f} x {:.0f} cells", cells.x, cells.y, cells.z), bytes, scene);
+  Refuse(fmt::format("{:.0f} x {:.0f} x {:.0f} cells", cells.x, cells.y, cells.z), count, bytes,
+         scene);
   return false;
 }
 
@@ -129,8 +135,8 @@ bool MemoryGuard::CheckGrids(const Scene& scene) {
   const GridRefusal refused = RefusedGrid();
   if (refused.bytes == 0) return true;
   const VecInt3D& d = refused.dims;
-  Refuse(fmt::format("grids with one more of {} x {} x {} samples", d.x, d.y, d.z), refused.bytes,
-         scene);
+  Refuse(fmt::format("grids with one more of {} x {} x {} samples", d.x, d.y, d.z),
+         double(d.x) * d.y * d.z, refused.bytes, scene);
   return false;
 }
 

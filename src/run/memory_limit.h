@@ -36,7 +36,7 @@ class MemoryGuard {
   const std::string& Refusal() const { return mRefusal; }
 
  private:
-  void Refuse(const std::string& what, double bytes, const MELDO_SULVA::Scene& scene);
+  void Refuse(const std::string& what, double cells, double bytes, const MELDO_SULVA::Scene& scene);
 
   u64 mLimit;
   std::string mRefusal;
