@@ -94,6 +94,19 @@ std::string SeriesOf(const fs::path& path, const CacheOrigin& origin) {
   return info.found ? StatisticsOf(info) : std::string();
 }
 
+/// Whose recording a cache file is, with the names and units of what it holds.
+std::string OriginLines(const CacheOrigin& origin) {
+  if (!origin.isPresent) return {};
+  std::string objects;
+  for (const StoredObject& object : origin.objects)
+    objects += fmt::format("{}{} [{}]", objects.empty() ? "" : ", ", Shown(object.name),
+                           Shown(object.unit));
+  return fmt::format(
+      "Objects: {}\nOf frame {}, {:.6g} s, {:.6g} frames a second; sulva {}, "
+      "simulation {:016x}\n",
+      objects, origin.frame, origin.seconds, origin.fps, Shown(origin.version), origin.simulation);
+}
+
 void PrintCache(const fs::path& path) {
   HyperFile file;
   Open(file, kCacheIdent, path);
@@ -104,6 +117,7 @@ void PrintCache(const fs::path& path) {
                                  FormatSize(static_cast<i64>(file.Size())));
   text += GridLines(file, header);
   text += DescribeGridCache(file);
+  text += OriginLines(header.origin);
   fmt::print("{}{}", text, SeriesOf(path, header.origin));
 }
 
@@ -132,6 +146,7 @@ void PrintVolumes(const fs::path& path) {
     if (grid.hasBox && grid.voxels != 0)
       line += fmt::format(", from ({}, {}, {}) to ({}, {}, {})", grid.min.x, grid.min.y, grid.min.z,
                           grid.max.x, grid.max.y, grid.max.z);
+    if (!grid.origin.empty()) line += "\n    " + Shown(grid.origin, 400);
     fmt::print("{}\n", line);
   }
 }

@@ -58,7 +58,7 @@ class Run {
         mProgress(mSimulation.Range().first, mSelected.last,
                   options.quiet ? ProgressStyle::Quiet : StyleOfStandardError()),
         mNames(*scene.document, NodeNames::Among::SameList),
-        mExporter(scene.exports, out),
+        mExporter(scene.exports, out, scene.simulation),
         mStatistics(out / "stats.jsonl"),
         mManifest(out),
         mCheckpoints(out / "checkpoints", scene.fingerprint, options.checkpoint, options.kept,

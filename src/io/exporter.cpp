@@ -146,8 +146,8 @@ void PictureContent::AddSolids(const Exporter::Scenes& scenes) {
 
 }  // namespace
 
-Exporter::Exporter(std::vector<ExportSpec> exports, fs::path folder)
-    : mExports(std::move(exports)), mFolder(std::move(folder)) {
+Exporter::Exporter(std::vector<ExportSpec> exports, fs::path folder, u64 simulation)
+    : mExports(std::move(exports)), mFolder(std::move(folder)), mSimulation(simulation) {
   if (!mExports.empty()) MakeFolder(mFolder);
 }
 
@@ -155,7 +155,7 @@ std::vector<WrittenFile> Exporter::Write(i32 frame, const Scenes& scenes) const 
   std::vector<WrittenFile> written;
   for (const ExportSpec& spec : mExports) {
     const std::string bytes =
-        spec.format == "vdb" ? EncodeVolumes(spec, scenes) : EncodePicture(spec, scenes);
+        spec.format == "vdb" ? EncodeVolumes(spec, frame, scenes) : EncodePicture(spec, scenes);
     const fs::path path = mFolder / host::FrameFileName(spec.file, frame);
     WriteFileAtomically(path, bytes);
     written.push_back({path, bytes.size(), ChecksumOf(bytes)});
@@ -163,12 +163,14 @@ std::vector<WrittenFile> Exporter::Write(i32 frame, const Scenes& scenes) const 
   return written;
 }
 
-std::string Exporter::EncodeVolumes(const ExportSpec& spec, const Scenes& scenes) const {
+std::string Exporter::EncodeVolumes(const ExportSpec& spec, i32 frame, const Scenes& scenes) const {
   std::vector<NamedField> fields;
   for (const auto& [name, node] : spec.grids) {
     if (const std::optional<Field> field = FieldAt(scenes, node)) fields.push_back({name, *field});
   }
-  return EncodeVdb(fields);
+  const SulvaScene& scene = *scenes.front();
+  return EncodeVdb(
+      fields, {SULVA_VERSION, frame, scene.mTime.elapsed, scene.GetDocument()->fps, mSimulation});
 }
 
 std::string Exporter::EncodePicture(const ExportSpec& spec, const Scenes& scenes) const {

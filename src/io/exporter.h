@@ -18,19 +18,20 @@ class Exporter {
  public:
   using Scenes = std::vector<std::unique_ptr<MELDO_SULVA::SulvaScene>>;
 
-  /// `folder` is where the files' names start. Throws CommandError (kExitFile) where it can't be
-  /// made.
-  Exporter(std::vector<ExportSpec> exports, std::filesystem::path folder);
+  /// `folder` is where the files' names start, `simulation` the fingerprint that they tell. Throws
+  /// CommandError (kExitFile) where it can't be made.
+  Exporter(std::vector<ExportSpec> exports, std::filesystem::path folder, u64 simulation = 0);
 
   /// The files that were written. Throws CommandError where one can't be.
   std::vector<WrittenFile> Write(i32 frame, const Scenes& scenes) const;
 
  private:
-  std::string EncodeVolumes(const ExportSpec& spec, const Scenes& scenes) const;
+  std::string EncodeVolumes(const ExportSpec& spec, i32 frame, const Scenes& scenes) const;
   std::string EncodePicture(const ExportSpec& spec, const Scenes& scenes) const;
 
   std::vector<ExportSpec> mExports;
   std::filesystem::path mFolder;
+  u64 mSimulation;
 };
 
 }  // namespace MELDO_GLOBAL::app

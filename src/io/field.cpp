@@ -18,6 +18,8 @@ Field FieldOfScalar(const ScalarChannel& channel) {
   Field field;
   field.kind =
       channel.GetTypeId() == kTypeLevelsetChannel ? Field::Kind::LevelSet : Field::Kind::Scalar;
+  if (field.kind == Field::Kind::LevelSet) field.unit = "m";
+  if (channel.GetTypeId() == kTypeTemperatureChannel) field.unit = "K";
   field.grids[0] = channel.GetGrid(0);
   field.valueMax = channel.mValueMax;
   field.isHeat =
@@ -28,6 +30,7 @@ Field FieldOfScalar(const ScalarChannel& channel) {
 Field FieldOfVector(const VectorChannel& channel, Field::Kind kind) {
   Field field;
   field.kind = kind;
+  if (kind == Field::Kind::Velocity) field.unit = "m/s";
   for (i32 i = 0; i < 3; ++i) field.grids[i] = channel.GetGrid(i);
   field.valueMax = std::max({channel.mValueMax.x, channel.mValueMax.y, channel.mValueMax.z});
   return field;
@@ -36,6 +39,7 @@ Field FieldOfVector(const VectorChannel& channel, Field::Kind kind) {
 Field FieldOfVolume(iVolume& volume) {
   Field field;
   field.kind = Field::Kind::LevelSet;
+  field.unit = "m";
   std::vector<VolumeBase*> members;
   volume.CollectMembers(members);
   for (const VolumeBase* member : members) {

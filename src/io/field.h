@@ -21,10 +21,11 @@ struct Field {
   Kind kind = Kind::Scalar;
   std::array<const EGrid<double>*, 3> grids{};
   std::vector<const EGrid<double>*>
-      others;           ///< of a level set of several grids those behind the first
-  double valueMax = 1;  ///< upper end of the value range
-  bool isHeat = false;  ///< temperature or fire: drawn in warm colours
-  f32 cellSize = 1;     ///< of the scene, where there is no grid
+      others;              ///< of a level set of several grids those behind the first
+  const char* unit = "1";  ///< of the values; "1" for a plain number
+  double valueMax = 1;     ///< upper end of the value range
+  bool isHeat = false;     ///< temperature or fire: drawn in warm colours
+  f32 cellSize = 1;        ///< of the scene, where there is no grid
 
   bool HasGrid() const { return grids[0] && grids[0]->mData; }
 };

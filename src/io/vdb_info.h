@@ -17,6 +17,7 @@ struct VdbGridInfo {
   bool hasBox = false;
   i64 voxels = -1;  ///< active ones; -1 where the file doesn't tell
   double voxelSize = 0;
+  std::string origin;  ///< frame, time, unit and fingerprint, of a file of our own; else empty
 };
 
 /// Reads the metadata of a volume file. Throws host::FileError.

@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <openvdb/io/Archive.h>
 #include <openvdb/io/GridDescriptor.h>
 #include <openvdb/openvdb.h>
@@ -12,6 +13,21 @@
 namespace MELDO_GLOBAL::app {
 
 namespace {
+
+std::string OriginOf(const openvdb::GridBase& grid) {
+  std::string text;
+  for (const auto& [key, format] : {std::pair{"unit", "values in {}"},
+                                    {"frame", "frame {}"},
+                                    {"time", "{} s"},
+                                    {"fps", "{} frames a second"},
+                                    {"version", "sulva {}"},
+                                    {"fingerprint", "simulation {}"}}) {
+    const openvdb::Metadata::ConstPtr meta = grid[key];
+    if (!meta) return {};
+    text += (text.empty() ? "" : ", ") + fmt::format(fmt::runtime(format), meta->str());
+  }
+  return text;
+}
 
 VdbGridInfo InfoOf(const openvdb::GridBase& grid) {
   VdbGridInfo info;
@@ -29,6 +45,7 @@ VdbGridInfo InfoOf(const openvdb::GridBase& grid) {
   }
   if (const auto count = grid.getMetadata<openvdb::Int64Metadata>("file_voxel_count"))
     info.voxels = count->value();
+  info.origin = OriginOf(grid);
   return info;
 }
 

@@ -18,6 +18,15 @@ struct NamedField {
   Field field;
 };
 
+/// What a file says of where it comes from.
+struct VolumeOrigin {
+  std::string version;  ///< of the program
+  i32 frame = 0;
+  double seconds = 0;  ///< of the simulation
+  double fps = 0;
+  u64 simulation = 0;  ///< fingerprint of what was simulated
+};
+
 /// Half the width of the band of a level set in which distances are exact, in cells.
 inline constexpr int kLevelSetBand = 3;
 
@@ -25,7 +34,8 @@ inline constexpr int kLevelSetBand = 3;
 /// active voxels are those that are not 0; level sets hold exact distances within `kLevelSetBand`
 /// cells of the surface and plus or minus that distance elsewhere; velocities are active in the
 /// whole container. A field without a grid gives an empty volume. The file's identifier is made
-/// from its content: equal fields give equal bytes.
-std::string EncodeVdb(const std::vector<NamedField>& fields);
+/// from its content: equal fields give equal bytes. Each volume has its origin, the unit of its
+/// values and that of lengths as metadata.
+std::string EncodeVdb(const std::vector<NamedField>& fields, const VolumeOrigin& origin = {});
 
 }  // namespace MELDO_GLOBAL::app

@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <openvdb/io/Archive.h>
 #include <openvdb/openvdb.h>
 
@@ -279,7 +280,19 @@ void ReplaceIdentifier(std::string& bytes) {
   bytes.replace(kIdOffset, kIdLength, text);
 }
 
-std::string EncodeGrids(const std::vector<NamedField>& fields) {
+void Describe(openvdb::GridBase& grid, const Field& field, const VolumeOrigin& origin) {
+  grid.setCreator("Sulva");
+  grid.insertMeta("version", openvdb::StringMetadata(origin.version));
+  grid.insertMeta("fingerprint",
+                  openvdb::StringMetadata(fmt::format("{:016x}", origin.simulation)));
+  grid.insertMeta("frame", openvdb::Int32Metadata(origin.frame));
+  grid.insertMeta("time", openvdb::DoubleMetadata(origin.seconds));
+  grid.insertMeta("fps", openvdb::DoubleMetadata(origin.fps));
+  grid.insertMeta("unit", openvdb::StringMetadata(field.unit));
+  grid.insertMeta("length_unit", openvdb::StringMetadata("m"));
+}
+
+std::string EncodeGrids(const std::vector<NamedField>& fields, const VolumeOrigin& origin) {
   openvdb::initialize();
   openvdb::GridCPtrVec grids;
   for (const NamedField& named : fields) {
@@ -291,7 +304,7 @@ std::string EncodeGrids(const std::vector<NamedField>& fields) {
         grid->transform().postTranslate(openvdb::Vec3d(0.5 * h));
     }
     grid->setName(named.name);
-    grid->setCreator("Sulva");
+    Describe(*grid, named.field, origin);
     grids.push_back(grid);
   }
   std::ostringstream out(std::ios::binary);
@@ -303,9 +316,9 @@ std::string EncodeGrids(const std::vector<NamedField>& fields) {
 
 }  // namespace
 
-std::string EncodeVdb(const std::vector<NamedField>& fields) {
+std::string EncodeVdb(const std::vector<NamedField>& fields, const VolumeOrigin& origin) {
   try {
-    return EncodeGrids(fields);
+    return EncodeGrids(fields, origin);
   } catch (const openvdb::Exception& error) {
     throw CommandError(kExitFile, std::string("cannot make a volume file: ") + error.what());
   }

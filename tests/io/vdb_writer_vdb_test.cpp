@@ -72,6 +72,22 @@ TEST(VdbWriter, ScalarsKeepGlobalIndicesAndMetres) {
   EXPECT_NEAR(at.z(), expected.z, 1e-7);
 }
 
+TEST(VdbWriter, VolumesTellTheirOriginAndUnits) {
+  const EGrid<double> grid = MakeGrid({8, 8, 8}, {0, 0, 0}, 0.1f, kCentre);
+  Field field = FieldWith(Field::Kind::Scalar, {&grid});
+  field.unit = "K";
+  const auto grids =
+      ReadBack(EncodeVdb({{"heat", field}}, {"1.2.3", -3, 0.25, 24, 0xabcdef}), "origin.vdb");
+  const openvdb::GridBase& read = *grids->front();
+  EXPECT_EQ(read.metaValue<std::string>("unit"), "K");
+  EXPECT_EQ(read.metaValue<std::string>("length_unit"), "m");
+  EXPECT_EQ(read.metaValue<openvdb::Int32>("frame"), -3);
+  EXPECT_EQ(read.metaValue<double>("time"), 0.25);
+  EXPECT_EQ(read.metaValue<double>("fps"), 24);
+  EXPECT_EQ(read.metaValue<std::string>("version"), "1.2.3");
+  EXPECT_EQ(read.metaValue<std::string>("fingerprint"), "0000000000abcdef");
+}
+
 TEST(VdbWriter, VelocityIsStaggeredWithItsHighFaces) {
   const VecInt3D cells{5, 4, 3};
   EGrid<double> u = MakeGrid(cells, {0, 0, -1}, 0.1f, kFaceX);
