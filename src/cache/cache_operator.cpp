@@ -316,9 +316,14 @@ void Cache_OperatorBase::UpdateStatistics() {
   mInterface.SetString(ParameterIds().secondText, DescribeFile(path).c_str());
 }
 
-bool Cache_OperatorBase::CanDoWithout(const fs::path& file) {
+const CacheName& Cache_OperatorBase::ReadNames() {
   ReadParameters();
   SetUpNames();
+  return mFileName;
+}
+
+bool Cache_OperatorBase::CanDoWithout(const fs::path& file) {
+  ReadNames();
   const auto whole = [](const fs::path& path) { return fs::absolute(path).lexically_normal(); };
   CacheName names = mFileName;
   names.SetFolder(whole(mFolderPath));

@@ -70,6 +70,8 @@ class Cache_OperatorBase : public iObject {
   /// What ends the run: why a frame couldn't be written or played, the first time; empty if all
   /// were.
   const std::string& Failure() const { return mFailure; }
+  /// Folder and names of its files, as its parameters say now.
+  const CacheName& ReadNames();
   /// Whether the scene says that a run goes on without this file, which is one of the cache's own.
   bool CanDoWithout(const std::filesystem::path& file);
   /// What was wrong with files that were read or written, each once.

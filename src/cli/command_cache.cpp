@@ -10,6 +10,7 @@
 #include "host/atomic_file.h"
 #include "host/exit_codes.h"
 #include "host/folder_lock.h"
+#include "run/recording_locks.h"
 #include "run/simulation.h"
 #include "scene/scene_file.h"
 
@@ -61,11 +62,15 @@ void Delete(Cache_OperatorBase& cache, bool yes) {
 }
 
 /// What a run is about to write or play isn't deleted.
-std::unique_ptr<host::FolderLock> LockToDelete(const CacheOptions& options, const fs::path& out) {
+RecordingLocks LockToDelete(const CacheOptions& options, const Simulation& simulation,
+                            const fs::path& out) {
+  if (options.action != "delete") return {};
   std::error_code failed;
-  if (options.action != "delete" || !fs::is_directory(out, failed)) return {};
   try {
-    return std::make_unique<host::FolderLock>(out, "cache delete");
+    RecordingLocks locks = LockRecordings(simulation, out, "cache delete");
+    if (fs::is_directory(out, failed))
+      locks.push_back(std::make_unique<host::FolderLock>(out, "cache delete"));
+    return locks;
   } catch (const host::FileError& error) {
     throw CommandError(kExitFile, error.what());
   }
@@ -80,11 +85,11 @@ int RunCache(const CacheOptions& options) {
   if (!loaded) return kExitInvalidScene;
   const fs::path out = options.out.empty() ? fs::path("out") / options.scene.stem() : options.out;
   loaded->document->folder = CacheFolderOf(out).string();
-  const auto lock = LockToDelete(options, out);
   Simulation simulation(*loaded->document, loaded->servers, MachineMemory());
+  for (const auto& scene : simulation.Scenes()) scene->Synchronise(scene->GetDocument());
+  const RecordingLocks locks = LockToDelete(options, simulation, out);
   bool any = false;
   for (const auto& scene : simulation.Scenes()) {
-    scene->Synchronise(scene->GetDocument());
     for (const auto& [id, object] : scene->List(kListCaches)) {
       auto* cache = dynamic_cast<Cache_OperatorBase*>(object.get());
       if (!cache || (!options.node.empty() && cache->mName != options.node)) continue;

@@ -22,6 +22,8 @@
 #include "run/checkpoint.h"
 #include "run/progress.h"
 #include "run/recorded_frames.h"
+#include "run/recording_locks.h"
+#include "run/run_history.h"
 #include "run/simulation.h"
 #include "scene/atomic_file.h"
 #include "scene/node_names.h"
@@ -77,7 +79,9 @@ class PictureRun {
     mWasDrawn.resize(mMedia.size());
     mSteps.planned = mSelected.last - mFirst + 1;
     mPictures.planned = mSelected.last - mSelected.first + 1;
-    HoldFolder(options.allowOutside);
+    HoldFolder(options);
+    if (mRecords && options.allowOutside)
+      mRecordingLocks = LockRecordings(*mSimulation, mOut, "render --record");
   }
 
   int Execute() {
@@ -116,10 +120,10 @@ class PictureRun {
 
   /// Pictures are whole files of names of their own: several renders, and a run beside them, may
   /// share a folder. Recordings aren't.
-  void HoldFolder(bool allowOutside) {
+  void HoldFolder(const RenderOptions& options) {
     MakeFolder(mOut);
     if (mRecords) mLock.emplace(mOut, "render --record");
-    mGuard.emplace(mOut, allowOutside);
+    mGuard.emplace(mOut, options.allowOutside);
     for (const std::string& file : mSpec.files) MakeFolder((mOut / file).parent_path());
   }
 
@@ -293,6 +297,7 @@ class PictureRun {
   const bool mRecords;
   std::optional<host::FolderLock> mLock;
   std::optional<host::OutputGuard> mGuard;
+  RecordingLocks mRecordingLocks;
   std::unique_ptr<Simulation> mSimulation;
   const FrameRange mSelected;
   Progress mProgress;
@@ -319,6 +324,15 @@ void ApplyOptions(const RenderOptions& options, RenderSpec& spec) {
     spec.files.push_back(fs::path(file).replace_extension(".exr").string());
 }
 
+/// The folder that goes by a scene's name isn't shared with another scene of that name unseen.
+void CheckOwner(const RenderOptions& options, const LoadedScene& scene, const fs::path& out) {
+  const std::optional<ManifestContent> manifest = ReadManifest(out);
+  if (options.out.empty() && manifest && IsOfAnother(*manifest, scene))
+    throw CommandError(kExitUsage, fmt::format("{} holds what {} made, another scene of this name; "
+                                               "name a folder with --out",
+                                               out.string(), Shown(manifest->head.scene, 200)));
+}
+
 }  // namespace
 
 int RenderScene(const RenderOptions& options) {
@@ -337,6 +351,7 @@ int RenderScene(const RenderOptions& options) {
   scene->document->folder = CacheFolderOf(out).string();
   WakeRenderCaches(*scene->document);
   try {
+    CheckOwner(options, *scene, out);
     return PictureRun(*scene, options, out).Execute();
   } catch (const host::FileError& error) {
     throw CommandError(kExitFile, error.what());

@@ -21,6 +21,7 @@
 #include "run/checkpoint.h"
 #include "run/manifest.h"
 #include "run/progress.h"
+#include "run/recording_locks.h"
 #include "run/run_history.h"
 #include "run/simulation.h"
 #include "scene/atomic_file.h"
@@ -65,6 +66,7 @@ class Run {
                      [this] { SyncLogs(); }) {
     if (!mFolder.lock.Warning().empty()) mProgress.Note("warning: " + mFolder.lock.Warning());
     mSimulation.SetCacheRun({.simulation = scene.simulation});
+    if (options.allowOutside) mRecordingLocks = LockRecordings(mSimulation, out, "run");
     mResumed = Begin();
     if (mResumed) mFramesWritten = mResumed->framesWritten;
     if (options.trace) mSimulation.PrintTrace();
@@ -268,6 +270,7 @@ class Run {
   Simulation mSimulation;
   const FrameRange mSelected;
   const HeldFolder mFolder;
+  RecordingLocks mRecordingLocks;
   Progress mProgress;
   const NodeNames mNames;
   const Exporter mExporter;

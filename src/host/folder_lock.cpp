@@ -44,8 +44,8 @@ bool HasItsName(int file, const fs::path& path) {
 
 }  // namespace
 
-FolderLock::FolderLock(const fs::path& folder, const std::string& purpose)
-    : mPath(folder / kLockName) {
+FolderLock::FolderLock(const fs::path& folder, const std::string& purpose, const std::string& name)
+    : mPath(folder / name) {
   const auto fail = [&](const std::string& why) {
     if (mFile >= 0) ::close(mFile);
     throw FileError(why);

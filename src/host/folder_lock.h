@@ -12,10 +12,11 @@ inline constexpr std::string_view kLockName = ".sulva-lock";
 /// whatever way, so that the file a killed one leaves holds nobody back.
 class FolderLock {
  public:
-  /// The folder is there. `purpose` tells others what holds it. Throws FileError where another
-  /// process holds the folder, or the file can't be made. Where the file system knows no locks,
-  /// there is none, and `Warning` says so.
-  FolderLock(const std::filesystem::path& folder, const std::string& purpose);
+  /// The folder is there; `name` is that of the lock's file. `purpose` tells others what holds it.
+  /// Throws FileError where another process holds the folder, or the file can't be made. Where the
+  /// file system knows no locks, there is none, and `Warning` says so.
+  FolderLock(const std::filesystem::path& folder, const std::string& purpose,
+             const std::string& name = std::string(kLockName));
   /// Gives the folder back and removes the file.
   ~FolderLock();
   FolderLock(const FolderLock&) = delete;

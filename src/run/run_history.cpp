@@ -17,13 +17,17 @@ std::string ScenePathOf(const LoadedScene& scene) {
   return (failed ? scene.path : whole).string();
 }
 
+bool IsOfAnother(const ManifestContent& manifest, const LoadedScene& scene) {
+  return manifest.head.fingerprint != scene.fingerprint &&
+         manifest.head.scene != ScenePathOf(scene);
+}
+
 std::string CheckBeforeStart(const FolderUse& use, const LoadedScene& scene,
                              const Checkpoints& checkpoints) {
   if (use.restarts) return {};
   const std::string out = use.out.string();
   const std::optional<ManifestContent> manifest = ReadManifest(use.out);
-  const bool isOther = manifest && manifest->head.fingerprint != scene.fingerprint &&
-                       manifest->head.scene != ScenePathOf(scene);
+  const bool isOther = manifest && IsOfAnother(*manifest, scene);
   const std::string other = manifest ? Shown(manifest->head.scene, 200) : std::string();
   if (isOther && use.isDefault)
     throw CommandError(kExitUsage, fmt::format("{} holds what {} made, another scene of this name; "

@@ -21,6 +21,9 @@ struct FolderUse {
 /// The scene file's path as a manifest has it.
 std::string ScenePathOf(const LoadedScene& scene);
 
+/// Whether another scene than this one has left the manifest; one that was moved is the same.
+bool IsOfAnother(const ManifestContent& manifest, const LoadedScene& scene);
+
 /// Before a run that starts over. Throws CommandError (kExitUsage), with one sentence about what to
 /// do, where that would lose the states of a run that was cut short, or where the folder that goes
 /// by the scene's name is another scene's. A note where the folder was given and is another's.

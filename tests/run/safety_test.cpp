@@ -172,6 +172,24 @@ TEST_F(Safety, VerifyTellsEachFileThatIsNotAsTheRunLeftIt) {
   EXPECT_TRUE(tells("the run was cut short: its manifest has no end\n")) << folder.Answers();
 }
 
+TEST_F(Safety, RecordingsAndVolumesTellWhoseTheyAre) {
+  ASSERT_EQ(Run({"--quiet", "--frames", ":2"}), 0) << folder.Errors();
+  const std::string head = ReadAll(folder.Path() / "o/manifest.jsonl");
+  const std::size_t at = head.find("\"simulation\": \"") + 15;
+  const std::string simulation = "simulation " + head.substr(at, 16);
+  ASSERT_EQ(folder.Run({"info", "o/cache/sulva_grid_frame00002.cache"}), 0) << folder.Errors();
+  EXPECT_NE(folder.Answers().find("Objects: smoke [1], heat [K], gas [m/s], block volume [m]\n"
+                                  "Of frame 2, 0.08 s, 25 frames a second; sulva "),
+            std::string::npos)
+      << folder.Answers();
+  EXPECT_NE(folder.Answers().find(simulation), std::string::npos) << simulation;
+  ASSERT_EQ(folder.Run({"info", "o/vdb/0002.vdb"}), 0) << folder.Errors();
+  EXPECT_NE(folder.Answers().find("values in m/s, frame 2, 0.08 s, 25 frames a second, sulva "),
+            std::string::npos)
+      << folder.Answers();
+  EXPECT_NE(folder.Answers().find(simulation), std::string::npos) << simulation;
+}
+
 // ---- two at once --------------------------------------------------------------------------------
 
 TEST_F(Safety, FolderBelongsToOneRunAtATime) {
@@ -194,6 +212,28 @@ TEST_F(Safety, FolderBelongsToOneRunAtATime) {
   // The lock of a killed process holds nobody back.
   EXPECT_EQ(Run({"--restart", "--frames", ":1"}), 0) << folder.Errors();
   EXPECT_FALSE(Exists("o/.sulva-lock"));
+}
+
+TEST_F(Safety, RecordingOutsideOfTheOutputFolderBelongsToOneRunToo) {
+  std::string text = RecordedSmoke(5000);
+  text.replace(text.find("\"mode\""), 0, "\"folder\": \"custom\", \"custom_folder\": \"shared\", ");
+  folder.Write("long.json", text);
+  const std::vector<std::string> run = {"run", "long.json", "--frames", ":2", "--allow-outside"};
+  const auto with = [&](std::vector<std::string> more) {
+    more.insert(more.begin(), run.begin(), run.end());
+    return folder.Run(more);
+  };
+  fs::create_directories(folder.Path() / "shared");
+  const pid_t child =
+      StartAndWaitFor(folder, {"run", "long.json", "--out", "a", "--quiet", "--allow-outside"},
+                      "shared/sulva_grid_frame00003.cache");
+  EXPECT_EQ(with({"--out", "b"}), 5);
+  EXPECT_TRUE(Says("shared is in use by sulva run (process " + std::to_string(child)))
+      << folder.Errors();
+  EXPECT_EQ(folder.Run({"cache", "delete", "long.json", "--out", "b", "--yes"}), 5);
+  EXPECT_EQ(with({"--out", "b", "--set", "recording.base_name=mine"}), 0) << folder.Errors();
+  Kill(child);
+  EXPECT_EQ(with({"--out", "c"}), 0) << folder.Errors();
 }
 
 // ---- planted files ------------------------------------------------------------------------------
