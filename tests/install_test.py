@@ -32,15 +32,21 @@ int main(int, char** arguments) {
 """
 
 
+def run(words, folder=None):
+    done = subprocess.run(words, cwd=folder, capture_output=True, text=True)
+    assert done.returncode == 0, f"{words}\n{done.stdout}{done.stderr}"
+    return done.stdout
+
+
 def main():
     build = sys.argv[1]
     with tempfile.TemporaryDirectory() as folder:
         root = pathlib.Path(folder)
         prefix, user = root / "prefix", root / "user"
-        subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True, stdout=subprocess.DEVNULL)
+        run(["cmake", "--install", build, "--prefix", prefix])
         sulva = prefix / "bin/sulva"
-        subprocess.run([sulva, "new", "plume", "mine.json"], cwd=root, check=True, stdout=subprocess.DEVNULL)
-        subprocess.run([sulva, "check", "mine.json"], cwd=root, check=True, stdout=subprocess.DEVNULL)
+        run([sulva, "new", "plume", "mine.json"], root)
+        run([sulva, "check", "mine.json"], root)
         for name in ("share/sulva/docs/sulva.schema.json", "include/sulva/nodes/catalogue.h"):
             assert (prefix / name).exists(), name
         assert any(prefix.rglob("LICENSE")), "no licence"
@@ -48,10 +54,9 @@ def main():
         user.mkdir()
         (user / "CMakeLists.txt").write_text(PROJECT)
         (user / "main.cpp").write_text(PROGRAM)
-        quiet = {"check": True, "stdout": subprocess.DEVNULL}
-        subprocess.run(["cmake", "-S", user, "-B", user / "build", "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={prefix}"], **quiet)
-        subprocess.run(["cmake", "--build", user / "build"], **quiet)
-        told = subprocess.run([user / "build/user", root / "mine.json"], check=True, capture_output=True, text=True).stdout
+        run(["cmake", "-S", user, "-B", user / "build", "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={prefix}"])
+        run(["cmake", "--build", user / "build"])
+        told = run([user / "build/user", root / "mine.json"])
         assert told.strip().endswith("0.080"), told
 
 

@@ -21,12 +21,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The folder of ready-made scenes: installed beside the binary, or that of the sources.
+/// The folder of ready-made scenes: installed under the binary's prefix, or, in a build folder,
+/// that of the sources round it.
 std::optional<fs::path> SceneFolder() {
   std::error_code failed;
   const fs::path binary = fs::read_symlink("/proc/self/exe", failed);
-  for (const fs::path& folder : {binary.parent_path() / "../share/sulva/scenes",
-                                 binary.parent_path() / "../scenes", fs::path(SULVA_SCENE_FOLDER)})
+  for (const fs::path& folder :
+       {binary.parent_path() / "../share/sulva/scenes", binary.parent_path() / "../scenes"})
     if (fs::is_directory(folder, failed)) return folder.lexically_normal();
   return {};
 }
@@ -53,14 +54,16 @@ std::string Description(const std::string& text) {
   return words.substr(0, words.find(". "));
 }
 
-/// The scene with the schema's place as it is seen from anywhere.
-std::string WithSchema(std::string text, const fs::path& folder) {
+/// A scene of `folder` with the schema's place as it is seen from the file `target`.
+std::string WithSchema(std::string text, const fs::path& folder, const fs::path& target) {
   const std::string relative = "../docs/sulva.schema.json", quoted = '"' + relative + '"';
   const std::size_t at = text.find(quoted);
   std::error_code failed;
-  const fs::path schema = fs::canonical(folder / relative, failed);
+  fs::path schema = fs::canonical(folder / relative, failed);
   if (at == std::string::npos || failed) return text;
-  return text.replace(at, quoted.size(), nlohmann::json(schema.string()).dump());
+  const fs::path home = fs::weakly_canonical(fs::absolute(target)).parent_path();
+  schema = schema.lexically_relative(home);
+  return text.replace(at, quoted.size(), nlohmann::json(schema.generic_string()).dump());
 }
 
 std::set<std::string> SceneNames(const fs::path& folder) {
@@ -146,7 +149,7 @@ int RunNew(const std::string& word, const fs::path& file) {
   fs::path target = file.empty() ? fs::path(name + ".json") : file;
   if (fs::is_directory(target, failed)) target /= name + ".json";
 
-  std::vector<Copy> copies = {{target, WithSchema(ReadFile(source), *folder)}};
+  std::vector<Copy> copies = {{target, WithSchema(ReadFile(source), *folder, target)}};
   for (const fs::path& asset : AssetsOf(copies.front().bytes, source))
     copies.push_back({target.parent_path() / asset, ReadFile(folder.value() / asset)});
   for (const Copy& copy : copies) CheckTarget(copy);

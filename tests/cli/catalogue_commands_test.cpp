@@ -178,6 +178,10 @@ TEST(NewCommand, CopiesASceneOnceAndNeverOverwrites) {
   const fs::path target = folder / "mine.json";
   Output([&] { return RunNew("box", target); });
   EXPECT_TRUE(fs::is_regular_file(target));
+  std::ifstream file(target);
+  const auto schema = json::parse(file, nullptr, true, true)["$schema"].get<std::string>();
+  EXPECT_TRUE(fs::path(schema).is_relative()) << schema;
+  EXPECT_TRUE(fs::equivalent(folder / schema, SourcePath("/docs/sulva.schema.json"))) << schema;
   std::ofstream(target, std::ios::app) << "// changed by its owner\n";
   const auto size = fs::file_size(target);
   EXPECT_THROW(RunNew("box", target), CommandError);
