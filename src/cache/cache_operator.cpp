@@ -99,14 +99,14 @@ fs::path Cache_OperatorBase::ReadFolder() {
 bool Cache_OperatorBase::ResolveLinks() {
   mObjects.clear();
   if (!iObject::ResolveLinks()) return false;
-  for (iObject* object : mListed)
+  for (iBase* object : mListed)
     if (std::find(mObjects.begin(), mObjects.end(), object) == mObjects.end())
       mObjects.push_back(object);
   // Caches are asked before the set-up passes of the frame.
   if (mDuration) mDuration->ReadParameters();
   // All caches fetch their links before the first one marks what it feeds, so that none takes the
   // mark from what another feeds. What no file feeds in this frame works for itself.
-  for (iObject* object : mObjects) object->SetFlag(FLAG_CACHED, false);
+  for (iBase* object : mObjects) object->SetFlag(FLAG_CACHED, false);
   return true;
 }
 
@@ -140,7 +140,7 @@ void Cache_OperatorBase::PrepareShared() {
   const i32 stage = mScene->mStage;
   const bool isSave = stage == kSaveCache, isLoad = stage == kLoadCache;
   if (isSave)
-    for (iObject* object : mObjects) object->SetFlag(FLAG_CACHED, false);
+    for (iBase* object : mObjects) object->SetFlag(FLAG_CACHED, false);
   if (isLoad) NoteOldFiles();
   if (mObjects.empty()) return (void)Deactivate("it names no objects");
   if (mRenderOnly && !mScene->mIsRender) return SetFlag(FLAG_ACTIVE, false);

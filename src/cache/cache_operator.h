@@ -51,7 +51,7 @@ class Cache_OperatorBase : public iObject {
   /// Whether there is a file to play for each of these frames of the document; false where that
   /// hangs on more than the frame. After `ReadParameters` and `ResolveLinks`.
   bool HasFrames(i32 first, i32 last);
-  const std::vector<iObject*>& Objects() const { return mObjects; }
+  const std::vector<iBase*>& Objects() const { return mObjects; }
   void SetRun(const CacheRun& run) { mRun = run; }
   /// The files that stand for the frame: written in it, or played by a cache that would have
   /// written it. Forgets them.
@@ -120,8 +120,8 @@ class Cache_OperatorBase : public iObject {
   bool mUseCustomFolder = false;
   ConstraintList mFilters;
   Duration* mDuration = nullptr;
-  std::vector<iObject*> mListed;   ///< as the scene lists them
-  std::vector<iObject*> mObjects;  ///< the same, each once
+  std::vector<iBase*> mListed;   ///< as the scene lists them
+  std::vector<iBase*> mObjects;  ///< the same, each once
   bool mRenderOnly = false;
   i32 mMode = 0;
   std::filesystem::path mFolderPath;

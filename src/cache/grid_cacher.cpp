@@ -171,7 +171,7 @@ void GridCacher::WriteFrame() {
   HyperFile file;
   fs::path path;
   std::vector<Grids> all;
-  for (iObject* object : mObjects) all.push_back(GridsOf(*object));
+  for (iBase* object : mObjects) all.push_back(GridsOf(*object));
   mFileName.BuildPath(path, FrameToWrite());
   if (path == mPlayed.path && HoldsAll(all)) return mWritten.push_back(mPlayed);
   if (IsSpared(path)) return;
@@ -191,7 +191,7 @@ void GridCacher::WriteFrame() {
     file.WriteChunkEnd();
   }
   CacheOrigin origin = OriginOfFrame();
-  for (const iObject* object : mObjects) origin.objects.push_back({object->mName, UnitOf(*object)});
+  for (const iBase* object : mObjects) origin.objects.push_back({object->mName, UnitOf(*object)});
   WriteOrigin(file, origin);
   if (!file.Close()) return Fail(file.Error());
   mWritten.push_back({path, file.Size(), file.Sum()});
@@ -284,7 +284,7 @@ void GridCacher::MoveStored() {
 
 void GridCacher::ReadFrame() {
   if (!mFile) return;
-  std::vector<iObject*> fed(mHeader.chunks.size(), nullptr);
+  std::vector<iBase*> fed(mHeader.chunks.size(), nullptr);
   bool feedsAll = mHeader.chunks.size() == mObjects.size();
   for (std::size_t i = 0; i < mObjects.size(); ++i) {
     if (mChunks[i] >= 0) {

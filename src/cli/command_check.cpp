@@ -26,12 +26,13 @@ std::size_t CountNodes(const BaseNode& node) {
   return count;
 }
 
-/// The objects of a scene; its nodes and what only pictures need stand at the top too.
+/// The objects of a scene.
 std::size_t CountObjects(const Document& document) {
-  return static_cast<std::size_t>(
-      std::count_if(document.Roots().begin(), document.Roots().end(), [](const BaseNode* root) {
-        return root->Type() >= kMeshObject && root->Type() <= kCameraObject;
-      }));
+  std::size_t count = 0;
+  document.ForEachNode([&](const BaseNode& node) {
+    count += node.Type() >= kMeshObject && node.Type() <= kCameraObject;
+  });
+  return count;
 }
 
 std::string Summary(const LoadedScene& scene) {

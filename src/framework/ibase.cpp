@@ -138,6 +138,7 @@ void iBase::MarkDirty(bool hard) {
 
 void iBase::Persist(StateArchive& archive) {
   archive(mFlags, mDirtyStamp, mStageMask, mPriority, mPass, mRuns);
+  for (const auto& part : mParts) part->Persist(archive);
 }
 
 bool iBase::HasCategory(i32 bitIndex) const {

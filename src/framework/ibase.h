@@ -9,6 +9,7 @@
 #include "framework/node_kind.h"
 #include "framework/object_ids.h"
 #include "framework/pipeline.h"
+#include "framework/scene_part.h"
 #include "framework/scene_time.h"
 #include "host/vector.h"
 
@@ -112,6 +113,11 @@ class iBase : public host::ParameterHolder {
   /// Whether the object chooses a box of its own inside that of the content, which channels then
   /// cover: it widens or narrows the box in `ExpandBounds`, and is inactive where it has none.
   virtual bool HasOwnBox() const { return false; }
+  /// Bytes for each cell of the negotiated box, with what work on it needs meanwhile.
+  virtual double MemoryPerCell() const { return 0; }
+  /// What the object has beside the data of its class.
+  ScenePartList mParts;
+
   /// Squared largest speed of a solver, which chooses the adaptive step; 0 for all else.
   virtual double GetMaxSpeedSq() const { return 0; }
 

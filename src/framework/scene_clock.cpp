@@ -22,6 +22,7 @@ bool SulvaScene::UpdateDomain(double hostUnits, double simUnits, double cellSize
   mFlags |= kDomainChanged;
   mCellHalf = mDomain.cellSize * 0.5;
   mCellQuarter = mCellHalf * 0.5;
+  ForEachPart([&](ScenePart& part) { part.DomainChanged(mDomain); });
   return true;
 }
 

@@ -149,10 +149,14 @@ bool SulvaScene::NeedsRun() const {
 void SulvaScene::Reset(bool full) {
   ForEachObject(
       [&](iBase& object) {
-        if (full || (object.IsDirty() && object.ResetsOnChange())) object.Reset();
+        if (!full && !(object.IsDirty() && object.ResetsOnChange())) return;
+        object.Reset();
+        for (const auto& part : object.mParts) part->Reset();
       },
       true);
-  if (full) mTime.elapsed = 0;
+  if (!full) return;
+  for (const auto& part : mParts) part->Reset();
+  mTime.elapsed = 0;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -29,13 +29,17 @@ bool SulvaScene::Simulate(bool refresh) {
     SetStage(stage);
     const StageTimer timer(mReport.stageSeconds[stage]);
     if (stage == kInitialiseSubstep) {
-      if (!refresh && mTime.IsUnderWay()) DispatchStage();
+      if (!refresh && mTime.IsUnderWay()) {
+        ForEachPart([&](ScenePart& part) { part.BeginStep(*this); });
+        DispatchStage();
+      }
     } else if (stage == kCalculateBounds) {
       if (!refresh && !NegotiateBounds()) return false;
     } else if (stage == kFinish) {
       if (!refresh && !FinishStep()) return false;
-    } else if (!RunStage(stage, refresh)) {
-      return false;
+    } else {
+      if (stage == kVolumes && !refresh) ForEachPart([&](ScenePart& part) { part.Advance(*this); });
+      if (!RunStage(stage, refresh)) return false;
     }
   }
   return !IsCancelled();

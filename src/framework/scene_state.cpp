@@ -35,6 +35,7 @@ void SulvaScene::Persist(StateArchive& archive) {
   PersistDomain(archive, mDomain);
   archive(mFlags, mStepRatio, mTimeMode, mCfl, mStage, mCellHalf, mCellQuarter, mServerDirty,
           mBoundsValid);
+  for (const auto& part : mParts) part->Persist(archive);
   archive.EndPart();
   for (const ObjectList& list : mLists) {
     archive.Expect(static_cast<u64>(list.size()), "the number of nodes");

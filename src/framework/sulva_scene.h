@@ -101,6 +101,8 @@ class SulvaScene : public Scene {
   SceneSettings ReadSettings() const;
   void SetStage(i32 stage);
 
+  /// What belongs to the simulation as a whole, such as the world of rigid bodies.
+  ScenePartList mParts;
   TraceSink mTrace;
   BoundsGuard mBoundsGuard;
 
@@ -129,6 +131,15 @@ class SulvaScene : public Scene {
   void RunParallelPasses(iObject& object);
   void RunWorkers(const std::vector<iObject*>& group);
   void NoteRun(iObject& object);
+  /// Calls f(part) for the parts of the simulation, then for those of its enabled objects.
+  template <class F>
+  void ForEachPart(F&& f) const {
+    for (const auto& part : mParts) f(*part);
+    ForEachObject([&](iBase& object) {
+      if (object.Has(FLAG_ENABLED))
+        for (const auto& part : object.mParts) f(*part);
+    });
+  }
   /// Calls f(object) list by list; caches on request.
   template <class F>
   void ForEachObject(F&& f, bool withCaches = false) const {

@@ -53,6 +53,11 @@ class Document {
   /// The first node of a name, or at a path "server/child", in creation order; null if none.
   BaseNode* FindByName(std::string_view nameOrPath) const;
   const std::vector<BaseNode*>& Roots() const { return mRoots; }
+  /// Calls f(node) for every node, in the order in which they were made.
+  template <class F>
+  void ForEachNode(F&& f) const {
+    for (const auto& [id, node] : mNodes) f(*node);
+  }
 
   /// A new identity, for tags.
   NodeId NextId() { return ++mLastId; }

@@ -77,6 +77,11 @@ class BaseNode {
   void SetPlacement(const Vec3d& position, const Vec3d& rotationDegrees, const Vec3d& scale);
   /// Replaces the placement by a matrix.
   void SetLocalMatrix(const Matrix& m);
+  /// Replaces the placement by what a simulation found: it belongs to the simulation's state, which
+  /// a checkpoint keeps.
+  void WriteBack(const Matrix& m) { SetLocalMatrix(m), mIsWrittenBack = true; }
+  bool IsWrittenBack() const { return mIsWrittenBack; }
+  const Matrix& LocalMatrix() const { return mLocal; }
   Matrix GlobalMatrix() const;
 
   /// Rises with every change of the node's data.
@@ -129,6 +134,7 @@ class BaseNode {
   bool mEnabled = true;
   Vec3d mPosition{}, mRotation{}, mScale{1, 1, 1};
   Matrix mLocal;
+  bool mIsWrittenBack = false;
   u32 mDirty = 1;
   std::map<i32, Value> mValues;
   const ParameterTable* mTable = nullptr;

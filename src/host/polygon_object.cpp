@@ -45,6 +45,15 @@ void CheckGeometry(const Geometry& geometry) {
 }
 }  // namespace
 
+void PointsObject::Animate(double frame) {
+  BaseNode::Animate(frame);
+  if (track.keys.empty()) return;
+  std::vector<Vec3d> moved = track.Evaluate(frame);
+  if (moved == points) return;
+  points = std::move(moved);
+  Touch();
+}
+
 void PolygonObject::SetGeometry(Geometry geometry) {
   CheckGeometry(geometry);
   const bool points = geometry.points != mGeometry.points;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/geometry.h"
+#include "host/keyed_points.h"
 #include "host/node.h"
 
 namespace MELDO_GLOBAL::host {
@@ -23,6 +24,12 @@ class PolygonObject : public BaseNode {
   /// geometry, when a polygon names a point that isn't there or corner data doesn't have one entry
   /// per polygon.
   void SetGeometry(Geometry geometry);
+  /// As `SetGeometry`, for what a simulation made: a checkpoint keeps it.
+  void WriteOutput(Geometry geometry) {
+    SetGeometry(std::move(geometry));
+    mIsOutput = true;
+  }
+  bool IsOutput() const { return mIsOutput; }
   /// A file per frame: `pattern` is a path that is absolute or relative to the working directory,
   /// with one run of # for the padded frame number. Before the first file and behind the last one
   /// the geometry stays; in a hole between files it does so only where `goesOn` says it.
@@ -40,6 +47,7 @@ class PolygonObject : public BaseNode {
 
  private:
   Geometry mGeometry;
+  bool mIsOutput = false;
   std::string mFramePattern;
   bool mGoesOn = false;
   std::string mLoadedFile;  ///< the frame file that the geometry comes from
@@ -50,19 +58,22 @@ class PolygonObject : public BaseNode {
 /// The files of a sequence by their frames; see `PolygonObject::SetFramePattern`.
 std::map<i32, std::filesystem::path> FilesOfSequence(const std::string& pattern);
 
-/// A spline object: a polyline through its points, in host units.
-class SplineObject : public BaseNode {
- public:
-  using BaseNode::BaseNode;
-  std::vector<Vec3d> points;
-  bool closed = false;
-};
-
-/// A set of loose points, in host units.
+/// A set of loose points, in host units, which keys may move.
 class PointsObject : public BaseNode {
  public:
   using BaseNode::BaseNode;
+  /// Animates the node's values, then the points; the dirty count rises when they move.
+  void Animate(double frame) override;
+
   std::vector<Vec3d> points;
+  PointTrack track;  ///< without keys the points stay
+};
+
+/// A spline object: a polyline through its points, in host units.
+class SplineObject : public PointsObject {
+ public:
+  using PointsObject::PointsObject;
+  bool closed = false;
 };
 
 /// "smoke.####.vdb" with frame 7 gives "smoke.0007.vdb"; a pattern without # is returned as it is.

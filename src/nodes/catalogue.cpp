@@ -1,7 +1,10 @@
 #include "nodes/catalogue.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <map>
+#include <stdexcept>
 #include <string>
 
 #include "cache/grid_cacher.h"
@@ -37,8 +40,11 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
-const std::vector<NodeKind>& Catalogue() {
-  static const std::vector<NodeKind> kinds = {
+namespace {
+
+/// A deque keeps kinds where they are when others are added.
+std::deque<NodeKind>& Kinds() {
+  static std::deque<NodeKind> kinds = {
       VolumeMesh::Kind(),
       Duration::Kind(),
       SulvaScene::Kind(),
@@ -77,6 +83,58 @@ const std::vector<NodeKind>& Catalogue() {
   return kinds;
 }
 
+bool Takes(const ParameterRow& row, const NodeKind& kind) {
+  return row.acceptsList && kind.list == row.acceptsList &&
+         (kind.categories & row.acceptsCategories) == row.acceptsCategories;
+}
+
+/// The rows of a kind with those that every node has.
+ParameterTable MakeTable(const NodeKind& kind) {
+  ParameterTable table = kind.rows();
+  for (const ParameterRow& row : iBase::CommonParameters()) {
+    const auto own = std::find_if(table.begin(), table.end(),
+                                  [&](const ParameterRow& r) { return r.id == row.id; });
+    if (own == table.end()) {
+      table.push_back(row);
+    } else {
+      // A kind may have its own words and default for what all kinds can be told.
+      own->fill = row.fill;
+      own->connect = row.connect;
+    }
+  }
+  for (ParameterRow& row : table)
+    if (row.acceptsList && row.accepts.empty())
+      for (const NodeKind& other : Kinds())
+        if (Takes(row, other)) row.accepts.push_back(other.id);
+  return table;
+}
+
+std::map<i32, ParameterTable>& Tables() {
+  static std::map<i32, ParameterTable> tables = [] {
+    std::map<i32, ParameterTable> all;
+    for (const NodeKind& kind : Kinds()) all[kind.id] = MakeTable(kind);
+    return all;
+  }();
+  return tables;
+}
+
+}  // namespace
+
+const std::deque<NodeKind>& Catalogue() { return Kinds(); }
+
+void AddKind(const NodeKind& kind) {
+  if (FindKind(kind.id) || FindKind(kind.type) || FindKind(kind.label))
+    throw std::invalid_argument(
+        fmt::format("a kind of the id {}, the name '{}' or the label '{}' is there", kind.id,
+                    kind.type, kind.label));
+  std::map<i32, ParameterTable>& tables = Tables();
+  Kinds().push_back(kind);
+  for (auto& [id, table] : tables)
+    for (ParameterRow& row : table)
+      if (Takes(row, kind)) row.accepts.push_back(kind.id);
+  tables[kind.id] = MakeTable(Kinds().back());
+}
+
 const NodeKind* FindKind(i32 id) {
   for (const NodeKind& kind : Catalogue())
     if (kind.id == id) return &kind;
@@ -89,43 +147,7 @@ const NodeKind* FindKind(std::string_view name) {
   return nullptr;
 }
 
-namespace {
-
-/// The kinds that a row takes by list and categories.
-std::vector<i32> AcceptedKinds(const ParameterRow& row) {
-  std::vector<i32> ids;
-  for (const NodeKind& kind : Catalogue())
-    if (kind.list == row.acceptsList &&
-        (kind.categories & row.acceptsCategories) == row.acceptsCategories)
-      ids.push_back(kind.id);
-  return ids;
-}
-
-}  // namespace
-
-const ParameterTable& ParametersOf(const NodeKind& kind) {
-  static const std::map<i32, ParameterTable> tables = [] {
-    std::map<i32, ParameterTable> all;
-    for (const NodeKind& k : Catalogue()) {
-      ParameterTable& table = all[k.id] = k.rows();
-      for (const ParameterRow& row : iBase::CommonParameters()) {
-        const auto own = std::find_if(table.begin(), table.end(),
-                                      [&](const ParameterRow& r) { return r.id == row.id; });
-        if (own == table.end()) {
-          table.push_back(row);
-        } else {
-          // A kind may have its own words and default for what all kinds can be told.
-          own->fill = row.fill;
-          own->connect = row.connect;
-        }
-      }
-      for (ParameterRow& row : table)
-        if (row.acceptsList && row.accepts.empty()) row.accepts = AcceptedKinds(row);
-    }
-    return all;
-  }();
-  return tables.at(kind.id);
-}
+const ParameterTable& ParametersOf(const NodeKind& kind) { return Tables().at(kind.id); }
 
 BaseNode& CreateNode(Document& document, const NodeKind& kind, std::string name, BaseNode* parent) {
   BaseNode& node = document.Create<BaseNode>(

@@ -1,5 +1,6 @@
 // The catalogue: the one list of all node kinds, and what is generated from it.
 #pragma once
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,8 +14,11 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// All kinds, ordered by id.
-const std::vector<NodeKind>& Catalogue();
+/// All kinds, ordered by id, and behind them those that were added.
+const std::deque<NodeKind>& Catalogue();
+/// Adds a kind that the program brings, before scenes are read: scene files, links, help and schema
+/// know it from then on. Throws std::invalid_argument where its id, name or label is taken.
+void AddKind(const NodeKind& kind);
 
 /// By plug-in id, or null.
 const NodeKind* FindKind(i32 id);

@@ -79,8 +79,9 @@ std::vector<double> BlurMoments(const BaseNode& settings, i32 frame) {
 
 /// Moves what pictures are made of, and nothing that a simulation is made of.
 void MoveObjects(const Document& document, const RenderSpec& spec, double frame) {
-  for (BaseNode* root : document.Roots())
-    if (root->Type() == kMeshObject) root->Animate(frame);
+  document.ForEachNode([&](BaseNode& node) {
+    if (node.Type() == kMeshObject) node.Animate(frame);
+  });
   for (BaseNode* light : spec.lights) light->Animate(frame);
   spec.camera->Animate(frame);
 }

@@ -59,11 +59,11 @@ void RenderWorld::AddMeshes(const RenderSpec& spec) {
       if (spec.surfaces[i].first == node.Id()) return static_cast<i32>(i) + 1;
     return 0;
   };
-  for (const BaseNode* root : spec.settings->GetDocument().Roots()) {
-    const auto* mesh = dynamic_cast<const PolygonObject*>(root);
-    if (!mesh || !mesh->IsEnabled() || isHidden(*mesh)) continue;
+  spec.settings->GetDocument().ForEachNode([&](const BaseNode& node) {
+    const auto* mesh = dynamic_cast<const PolygonObject*>(&node);
+    if (!mesh || !mesh->IsEnabled() || isHidden(*mesh)) return;
     mMeshes.Add(mesh->GetGeometry(), mesh->GlobalMatrix(), surfaceOf(*mesh));
-  }
+  });
   mMeshes.Commit();
 }
 

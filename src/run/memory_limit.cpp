@@ -18,14 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Samples of 8 bytes per cell. A channel holds two buffers and, while it is resized, a third; a
-// solver holds two velocity fields of three components, the scratch of forces and constraints (6),
-// level set, divergence source and fractions (4), its linear system (13), and a share for the
-// encoding of its exports and the volumes' grids (9).
-constexpr double kScalarSamples = 3;
-constexpr double kVectorSamples = 7;
-constexpr double kSolverSamples = 6 + 6 + 4 + 13 + 9;
-
 // Cells are counted in 32 bits; the samples on nodes are a few more than the cells.
 constexpr double kMostCells = 2.1e9;
 
@@ -93,13 +85,14 @@ std::string FormatBytes(double bytes) {
 }
 
 double EstimateGridMemory(const Scene& scene, double cells) {
-  double samples = 0;
-  for (const auto& [id, channel] : scene.List(kListChannels))
-    if (channel->Has(FLAG_ENABLED))
-      samples += channel->HasCategory(kBitVector) ? kVectorSamples : kScalarSamples;
-  for (const auto& [id, solver] : scene.List(kListSolvers))
-    if (solver->Has(FLAG_ENABLED)) samples += kSolverSamples;
-  return samples * cells * 8;
+  double bytes = 0;
+  for (i32 list = 1; list <= 11; ++list)
+    for (const auto& [id, object] : scene.List(list)) {
+      if (!object->Has(FLAG_ENABLED)) continue;
+      bytes += object->MemoryPerCell() * cells;
+      for (const auto& part : object->mParts) bytes += part->Memory();
+    }
+  return bytes;
 }
 
 MemoryGuard::MemoryGuard(u64 limit) : mLimit(limit) { SetGridMemoryLimit(limit); }

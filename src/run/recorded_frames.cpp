@@ -47,7 +47,7 @@ bool PlayRecordedFrames(const Simulation& simulation, const std::set<host::NodeI
   ForEachCache(simulation, [&](Cache_OperatorBase& cache) {
     if (!(cache.Plays() || anyMode) || !cache.HasFrames(frames.first, frames.last)) return;
     caches.push_back(cache.Node());
-    for (const iObject* object : cache.Objects())
+    for (const iBase* object : cache.Objects())
       if (object->Node()) played.insert(object->Node()->Id());
   });
   if (nodes.empty() || !std::includes(played.begin(), played.end(), nodes.begin(), nodes.end()))

@@ -108,6 +108,39 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
   return FrameOutcome::Done;
 }
 
+namespace {
+
+/// What the simulation left in the document beside counters: placements and meshes that it wrote.
+void PersistWritten(StateArchive& archive, host::BaseNode& node) {
+  bool isWritten = node.IsWrittenBack();
+  archive(isWritten);
+  if (isWritten) {
+    Matrix placement = node.LocalMatrix();
+    archive(placement);
+    if (archive.IsLoading() && archive.IsGood()) node.WriteBack(placement);
+  }
+  if (auto* mesh = dynamic_cast<host::PolygonObject*>(&node)) {
+    bool isOutput = mesh->IsOutput();
+    archive(isOutput);
+    if (isOutput) {
+      host::Geometry geometry = mesh->GetGeometry();
+      archive(geometry.points, geometry.polygons);
+      if (archive.IsLoading() && archive.IsGood()) {
+        geometry.uvs.clear();
+        geometry.normals.clear();
+        mesh->WriteOutput(std::move(geometry));
+      }
+    }
+  }
+  for (host::BaseNode* child : node.Children()) PersistWritten(archive, *child);
+}
+
+void PersistWritten(StateArchive& archive, host::Document& document) {
+  for (host::BaseNode* root : document.Roots()) PersistWritten(archive, *root);
+}
+
+}  // namespace
+
 void Simulation::Persist(StateArchive& archive, i32 frame) {
   if (archive.IsLoading()) mDocument.SetFrame(frame);
   std::vector<u32> counters;
@@ -119,6 +152,7 @@ void Simulation::Persist(StateArchive& archive, i32 frame) {
     auto next = counters.begin();
     mDocument.VisitCounters([&](u32& counter) { counter = *next++; });
   }
+  PersistWritten(archive, mDocument);
   archive.Expect(mScenes.size(), "the number of servers");
   for (const auto& scene : mScenes) {
     if (!archive.IsGood()) return;

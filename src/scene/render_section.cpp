@@ -167,8 +167,9 @@ class RenderReader {
 
   std::vector<BaseNode*> ObjectsOfType(i32 type) const {
     std::vector<BaseNode*> found;
-    for (BaseNode* root : mContext.document.Roots())
-      if (root->Type() == type) found.push_back(root);
+    mContext.document.ForEachNode([&](BaseNode& node) {
+      if (node.Type() == type) found.push_back(&node);
+    });
     return found;
   }
 

@@ -80,44 +80,78 @@ std::optional<Interpolation> ReadInterpolation(SceneContext& context, const Json
   return {};
 }
 
-}  // namespace
-
-std::optional<Track> ReadTrack(
-    SceneContext& context, const JsonValue& value, const Subject& subject, const std::string& what,
-    const std::function<std::optional<Value>(const JsonValue&)>& readValue) {
+/// Reads an object with "keys" and "interpolation": calls take(frame, value) for each key, which
+/// answers whether it could be read. False with a problem.
+bool ReadKeys(SceneContext& context, const JsonValue& value, const Subject& subject,
+              const std::string& what, Interpolation& interpolation,
+              const std::function<bool(double, const JsonValue&)>& take) {
   bool isWhole = context.CheckKeys(value, {"keys", "interpolation"}, subject + what + ": ");
-  Track track;
   if (const JsonValue* word = value.Find("interpolation")) {
-    const auto interpolation = ReadInterpolation(context, *word, subject, what);
-    track.interpolation = interpolation.value_or(Interpolation::Linear);
-    isWhole = isWhole && interpolation;
+    const auto read = ReadInterpolation(context, *word, subject, what);
+    interpolation = read.value_or(Interpolation::Linear);
+    isWhole = isWhole && read;
   }
   const JsonValue* keys = value.Find("keys");
   const JsonValue::Array* items = keys ? keys->Items() : nullptr;
   if (!items || items->empty()) {
     context.Error(keys ? *keys : value, subject,
                   fmt::format("{}: expected \"keys\": [[frame, value], ...], at least one", what));
-    return {};
+    return false;
   }
+  std::optional<double> last;
   for (const JsonValue& item : *items) {
     const JsonValue::Array* pair = item.Items();
     if (!pair || pair->size() != 2) {
       context.Error(item, subject, fmt::format("{}: expected [frame, value]", what));
-      return {};
+      return false;
     }
     const auto frame = context.ReadNumber((*pair)[0], subject, what);
-    auto keyValue = readValue((*pair)[1]);
-    if (!frame || !keyValue) return {};
-    if (!track.keys.empty() && *frame <= track.keys.back().frame) {
-      context.Error((*pair)[0], subject,
-                    fmt::format("{}: frames must rise from key to key; {} follows {}", what, *frame,
-                                track.keys.back().frame));
-      return {};
+    if (!frame) return false;
+    if (last && *frame <= *last) {
+      context.Error(
+          (*pair)[0], subject,
+          fmt::format("{}: frames must rise from key to key; {} follows {}", what, *frame, *last));
+      return false;
     }
-    track.keys.push_back({*frame, std::move(*keyValue)});
+    if (!take(*frame, (*pair)[1])) return false;
+    last = frame;
   }
-  if (!isWhole) return {};
-  return track;
+  return isWhole;
+}
+
+}  // namespace
+
+std::optional<Track> ReadTrack(
+    SceneContext& context, const JsonValue& value, const Subject& subject, const std::string& what,
+    const std::function<std::optional<Value>(const JsonValue&)>& readValue) {
+  Track track;
+  const bool isRead = ReadKeys(context, value, subject, what, track.interpolation,
+                               [&](double frame, const JsonValue& item) {
+                                 auto key = readValue(item);
+                                 if (key) track.keys.push_back({frame, std::move(*key)});
+                                 return key.has_value();
+                               });
+  return isRead ? std::optional(std::move(track)) : std::nullopt;
+}
+
+std::optional<PointTrack> ReadPointTrack(SceneContext& context, const JsonValue& value,
+                                         std::size_t atLeast, const Subject& subject,
+                                         const std::string& what) {
+  PointTrack track;
+  const auto take = [&](double frame, const JsonValue& item) {
+    auto points = context.ReadPoints(item, atLeast, subject, what);
+    if (!points) return false;
+    if (!track.keys.empty() && points->size() != track.keys.front().points.size()) {
+      context.Error(item, subject,
+                    fmt::format("{}: every key has as many points as the first, {}; here are {}",
+                                what, track.keys.front().points.size(), points->size()));
+      return false;
+    }
+    track.keys.push_back({frame, std::move(*points)});
+    return true;
+  };
+  const bool isRead = ReadKeys(context, value, subject, what, track.interpolation, take);
+  return isRead ? std::optional(std::move(track)) : std::nullopt;
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -51,9 +51,9 @@ class SceneBuilder {
   /// The name of a node: the one given, or the label made unique.
   std::string NameOf(const JsonValue& value, const std::string& label, SiblingNames& names);
 
-  void MakeObject(const JsonValue& value, SiblingNames& names);
+  void MakeObject(const JsonValue& value, SiblingNames& names, host::BaseNode* parent = nullptr);
   host::BaseNode* MakeKnownObject(const JsonValue& value, const ObjectType& type,
-                                  SiblingNames& names);
+                                  SiblingNames& names, host::BaseNode* parent = nullptr);
   host::BaseNode* CreateObject(const JsonValue& value, const ObjectType& type,
                                const std::string& name, const Subject& subject);
   void ReadShape(const JsonValue& value, const std::string& type, host::BaseNode& node,

@@ -34,12 +34,12 @@ std::optional<std::string> ReadFileName(SceneContext& context, const JsonValue& 
 
 }  // namespace
 
-void SceneBuilder::MakeObject(const JsonValue& value, SiblingNames& names) {
+void SceneBuilder::MakeObject(const JsonValue& value, SiblingNames& names, BaseNode* parent) {
   const JsonValue* type = value.Find("type");
   const std::string* word = type ? type->Text() : nullptr;
   const ObjectType* known = word ? FindObjectType(*word) : nullptr;
   if (known) {
-    MakeKnownObject(value, *known, names);
+    MakeKnownObject(value, *known, names, parent);
     return;
   }
   const std::string name = NameOf(value, "object", names);
@@ -62,17 +62,24 @@ void SceneBuilder::MakeObject(const JsonValue& value, SiblingNames& names) {
 }
 
 BaseNode* SceneBuilder::MakeKnownObject(const JsonValue& value, const ObjectType& type,
-                                        SiblingNames& names) {
+                                        SiblingNames& names, BaseNode* parent) {
   const std::string name = NameOf(value, std::string(type.name), names);
   const Subject subject = fmt::format("{} \"{}\": ", type.name, Shown(name));
-  std::vector<std::string_view> keys = {"name",     "type",  "position",
-                                        "rotation", "scale", "obstacle"};
+  std::vector<std::string_view> keys = {"name",  "type",     "position", "rotation",
+                                        "scale", "obstacle", "children"};
   keys.insert(keys.end(), type.keys.begin(), type.keys.end());
   mContext.CheckKeys(value, keys, subject);
   BaseNode* node = CreateObject(value, type, name, subject);
+  if (parent) mContext.document.Reparent(*node, parent);
   mNames.Add(*node);
   ReadPlacement(value, *node, subject);
   Remember(*node, subject, value);
+  if (const JsonValue* below = value.Find("children")) {
+    const Members children = ObjectsOf(below, subject, "'children'");
+    SiblingNames own;
+    ReserveNames(children, own);
+    for (const JsonValue* child : children) MakeObject(*child, own, node);
+  }
   return node;
 }
 
@@ -88,22 +95,28 @@ BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const ObjectType& t
                                      const std::string& name, const Subject& subject) {
   Document& document = mContext.document;
   const JsonValue* points = value.Find("points");
-  const auto readPoints = [&](std::size_t atLeast) {
-    if (!points) mContext.Error(value, subject, "'points' is missing");
-    auto read = points ? mContext.ReadPoints(*points, atLeast, subject, "'points'") : std::nullopt;
-    return read.value_or(std::vector<Vec3d>());
+  const auto readPoints = [&](PointsObject& object, std::size_t atLeast) {
+    if (!points) return mContext.Error(value, subject, "'points' is missing");
+    if (points->Members()) {
+      const auto track = ReadPointTrack(mContext, *points, atLeast, subject, "'points'");
+      if (!track) return;
+      object.track = *track;
+      object.points = track->keys.front().points;
+    } else if (const auto read = mContext.ReadPoints(*points, atLeast, subject, "'points'")) {
+      object.points = *read;
+    }
   };
   switch (type.type) {
     case kSplineObject: {
       auto& spline = document.Create<SplineObject>(kSplineObject, name, nullptr);
-      spline.points = readPoints(2);
+      readPoints(spline, 2);
       if (const JsonValue* closed = value.Find("closed"))
         spline.closed = mContext.ReadBool(*closed, subject, "'closed'").value_or(false);
       return &spline;
     }
     case kPointsObject: {
       auto& cloud = document.Create<PointsObject>(kPointsObject, name, nullptr);
-      cloud.points = readPoints(1);
+      readPoints(cloud, 1);
       return &cloud;
     }
     case kMeshObject: {

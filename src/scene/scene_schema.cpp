@@ -189,7 +189,17 @@ Json ObjectKey(std::string_view key, bool isFlat) {
   if (key == "segments")
     return {{"type", "integer"}, {"minimum", kMinSegments}, {"maximum", kMaxSegments}};
   if (key == "closed" || key == "go_on_after_failure") return {{"type", "boolean"}};
-  if (key == "points") return ListOf(NumbersOf(3), 1);
+  if (key == "points") {
+    const Json points = ListOf(NumbersOf(3), 1);
+    Json key = {{"type", "array"},
+                {"prefixItems", {{{"type", "number"}}, points}},
+                {"minItems", 2},
+                {"maxItems", 2}};
+    Json keyed = Object({{"keys", ListOf(std::move(key), 1)},
+                         {"interpolation", {{"enum", {"linear", "step", "smooth"}}}}},
+                        Json::array({"keys"}));
+    return {{"anyOf", {points, std::move(keyed)}}};
+  }
   Json size = {{"type", "number"}, {"exclusiveMinimum", 0}};
   if (key != "size") return size;
   Json sizes = NumbersOf(isFlat ? 2 : 3);
@@ -200,8 +210,10 @@ Json ObjectKey(std::string_view key, bool isFlat) {
 Json ObjectSchema() {
   Json kinds = Json::array();
   for (const ObjectType& type : ObjectTypes()) {
-    Json properties = {{"type", {{"const", type.name}}},
-                       {"name", Text("Name by which others link it.")}};
+    Json properties = {
+        {"type", {{"const", type.name}}},
+        {"name", Text("Name by which others link it.")},
+        {"children", Described(ListOf(Ref("object")), "Objects that move with it.")}};
     for (const std::string_view key : type.keys)
       properties[std::string(key)] = key == "parameters"
                                          ? Ref("parameters_" + std::string(type.name))

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "host/keyed_points.h"
 #include "host/node.h"
 #include "host/parameter.h"
 #include "scene/scene_context.h"
@@ -75,6 +76,12 @@ class ValueReader {
 std::optional<host::Track> ReadTrack(
     SceneContext& context, const JsonValue& value, const Subject& subject, const std::string& what,
     const std::function<std::optional<host::Value>(const JsonValue&)>& readValue);
+
+/// Reads `{"keys": [[frame, [[x, y, z], ...]], ...], "interpolation": word}`, with as many points
+/// in every key. Nothing, with a message, if it doesn't fit.
+std::optional<host::PointTrack> ReadPointTrack(SceneContext& context, const JsonValue& value,
+                                               std::size_t atLeast, const Subject& subject,
+                                               const std::string& what);
 
 /// The row that a key of a scene file names, by its name or its id as text; null if none does.
 const host::ParameterRow* RowNamed(const host::ParameterTable& table, std::string_view key);

@@ -260,5 +260,51 @@ TEST(Catalogue, UnlinkedNodesRunQuietly) {
   EXPECT_TRUE(full.scene->Execute(&thread, false));
 }
 
+/// Counts its own steps.
+class Counter : public iObject {
+ public:
+  Counter(BaseNode* node, Scene* scene) : iObject(node, scene) {}
+  static const ParameterTable& Rows() {
+    static const ParameterTable rows = {
+        RealRow(1000, "by", 2.0, "", "how far it counts in a step").To(&Counter::mBy)};
+    return rows;
+  }
+  void CheckDirty() override { MarkDirty(false); }
+  void Prepare() override { SetFlag(FLAG_ACTIVE, true); }
+  void Evaluate(const EvaluationThreadData&) override { mSum += mBy; }
+  double mBy = 0, mSum = 0;
+};
+
+TEST(Catalogue, TakesKindsThatAProgramBrings) {
+  const NodeKind added = {.id = 1399901,
+                          .type = "counter",
+                          .label = "Test::Counter",
+                          .className = "Counter",
+                          .list = kListOperators,
+                          .categories = kCategoryGrid,
+                          .flags = "S",
+                          .stages = {kOperators},
+                          .menu = {"Support"},
+                          .purpose = "counts",
+                          .rows = Counter::Rows,
+                          .make = MakeNode<Counter>};
+  AddKind(added);
+  EXPECT_THROW(AddKind(added), std::invalid_argument);
+  ASSERT_NE(FindKind("counter"), nullptr);
+  Document document;
+  document.previewMax = 10;
+  BaseNode& server = CreateNode(document, *FindKind("server"), "scene", nullptr);
+  BaseNode& node = CreateNode(document, *FindKind("counter"), "mine", &server);
+  node.Set(1000, 1.5);
+  const auto scene = CreateScene(server);
+  for (i32 frame = 0; frame < 4; ++frame) {
+    document.SetFrame(frame);
+    scene->Execute(nullptr, false);
+  }
+  const auto* counter = dynamic_cast<Counter*>(scene->FindObject(&node, kListAll));
+  ASSERT_NE(counter, nullptr);
+  EXPECT_EQ(counter->mSum, 6);
+}
+
 }  // namespace
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

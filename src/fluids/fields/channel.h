@@ -78,6 +78,8 @@ class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
   ChannelBase_Scalar() = default;
   i32 OwnTypeId() const override { return kTypeScalarChannel; }
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryScalar; }
+  /// Two buffers, and a third while they are resized.
+  double MemoryPerCell() const override { return 3 * sizeof(T); }
   /// The range of values, followed by what every channel can be told.
   static host::ParameterTable Rows(double valueMax);
   bool ReadParameters() override;
@@ -142,6 +144,8 @@ class ChannelBase_Vector : public Channel_Dynamic<T, G> {
   ChannelBase_Vector() = default;
   i32 OwnTypeId() const override { return kTypeVectorChannel; }
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid | kCategoryVector; }
+  /// Two buffers of three components, and one more while they are resized.
+  double MemoryPerCell() const override { return 7 * sizeof(double); }
   bool ReadParameters() override;
   void Reset() override;
   void Release(bool full) override;

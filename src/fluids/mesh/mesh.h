@@ -2,6 +2,7 @@
 #pragma once
 #include "fluids/mesh/matrix_cache.h"
 #include "fluids/mesh/tri_mesh.h"
+#include "framework/body_state.h"
 #include "framework/iobject.h"
 #include "host/polygon_object.h"
 
@@ -49,12 +50,14 @@ class Mesh : public iObject {
   void GetVelocities(Vec3d& linear, Vec3d& angular) const;
   /// The same with angular x (point - centre) as `cross`.
   void GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const;
+  /// The rigid body that moves it, which lasts longer than the mesh; null for none.
+  void SetBody(const BodyState* body) { mBody = body; }
   /// A mesh without a rigid body is none of the three.
-  bool IsDynamic() const { return false; }
-  bool IsKinematic() const { return false; }
-  bool IsStatic() const { return false; }
-  double GetDensity() const { return 1.0; }
-  double GetMass() const { return 1.0; }
+  bool IsDynamic() const { return mBody && mBody->IsDynamic(); }
+  bool IsKinematic() const { return mBody && mBody->IsKinematic(); }
+  bool IsStatic() const { return mBody && mBody->IsStatic(); }
+  double GetDensity() const { return mBody ? mBody->Density() : 1.0; }
+  double GetMass() const { return mBody ? mBody->Mass() : 1.0; }
 
   /// Makes the mesh a member of a group: it reads `source` in place of the linked object.
   void SetSource(host::BaseNode* source, i32 index) {
@@ -110,6 +113,7 @@ class Mesh : public iObject {
   /// Digests of the altered vertices since the host's shape changed, with their revisions.
   std::vector<std::pair<u64, u32>> mAlteredShapes;
   iRamCache<LMatrix> mMatrixCache;  ///< placements of the object by frame of the document
+  const BodyState* mBody = nullptr;
   bool mReplays = false;
   double mBakeOffset = 0;  ///< frames
 };

@@ -56,6 +56,10 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   void Persist(StateArchive& archive) override;
   bool HasOwnBox() const override { return true; }
   double GetMaxSpeedSq() const override { return mMaxSpeedSq; }
+  /// Two velocities of three components, the scratch of forces and constraints (6), level set,
+  /// divergence source and fractions (4), the linear system (13), and a share for the encoding of
+  /// exports and the grids of volumes (9).
+  double MemoryPerCell() const override { return (6 + 6 + 4 + 13 + 9) * sizeof(double); }
 
   using iFluidSolver::GetFlow;
   Flow& GetFlow() override { return mFlow; }
