@@ -91,6 +91,10 @@ void SceneBuilder::ReserveNames(const Members& siblings, SiblingNames& names,
       mContext.Error(*name, subject, "'name': a name can't hold control characters");
     } else if (!names.Reserve(*text)) {
       mContext.Error(*name, subject, "a sibling has this name already");
+    } else if (text->find('/') != std::string::npos) {
+      mContext.Warning(*name, subject,
+                       "'name': a '/' parts the names of a path, so that a link to this one may "
+                       "be taken for another node");
     }
   }
 }
@@ -204,6 +208,7 @@ void SceneBuilder::Remember(BaseNode& node, Subject subject, const JsonValue& va
 void SceneBuilder::ReadParameters() {
   ValueReader reader(mContext, mNames);
   for (const MadeNode& made : mMade) {
+    reader.LookFrom(*made.node);
     if (made.parameters && made.node->Table())
       reader.ReadParameters(*made.parameters, *made.node, mFirstFrame, made.subject);
     if (made.obstacle)

@@ -280,9 +280,14 @@ Json ExportSchema() {
 }
 
 Json Definitions() {
+  Json kinds = {{"type", "array"},
+                {"items", {{"enum", {"passive", "vorticity", "liquid", "diffuse"}}}},
+                {"minItems", 1},
+                {"description", "Which particles of a group; one entry for each."}};
   Json link = {{"anyOf", Json::array({{{"type", "string"}},
                                       Object({{"node", {{"type", "string"}}},
-                                              {"flags", {{"type", "integer"}, {"minimum", 0}}}},
+                                              {"flags", {{"type", "integer"}, {"minimum", 0}}},
+                                              {"kinds", std::move(kinds)}},
                                              Json::array({"node"}))})}};
   Json colour = {{"type", "array"},
                  {"prefixItems", Json::array({{{"type", "number"}}, NumbersOf(3)})},

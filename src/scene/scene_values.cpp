@@ -74,6 +74,17 @@ bool CanBeKeyed(ParameterType type) {
          type == ParameterType::Bool || type == ParameterType::Vector;
 }
 
+/// Whether the lattice that a server's fields share follows from a parameter.
+bool IsOfDomain(const ParameterRow& row) {
+  constexpr std::string_view kNames[] = {"host_units", "simulation_units", "cell_size",
+                                         "render_cell_size"};
+  return std::find(std::begin(kNames), std::end(kNames), row.name) != std::end(kNames);
+}
+
+/// Words for kinds of particles, with the flag of an entry that means each.
+constexpr std::pair<std::string_view, u32> kKindFlags[] = {
+    {"passive", 1}, {"liquid", 2}, {"vorticity", 4}, {"diffuse", 8}};
+
 /// "volume node", "mesh object".
 std::string KindWord(const BaseNode& node) {
   return FindKind(node.Type()) ? TypeWord(node) + " node" : TypeWord(node);
@@ -86,6 +97,11 @@ std::string What(const ParameterRow& row) { return fmt::format("'{}'", row.name)
 std::string TypeWord(const BaseNode& node) {
   const std::string word = WordOfType(node.Type());
   return word.empty() ? "node" : word;
+}
+
+void ValueReader::LookFrom(const BaseNode& node) {
+  mServer = &node;
+  while (mServer->Parent()) mServer = mServer->Parent();
 }
 
 // ---- parameters -------------------------------------------------------------------------------
@@ -132,6 +148,11 @@ void ValueReader::ReadParameter(const ParameterRow& row, const JsonValue& value,
                                 i32 frame, const Subject& subject) {
   const std::string what = What(row);
   const auto readPlain = [&](const JsonValue& v) { return ReadPlain(row, v, subject, what); };
+  if (IsKeyed(value) && node.Type() == kServerNode && IsOfDomain(row)) {
+    mContext.Error(value, subject,
+                   what + ": can't have keys: a change of it starts the simulation anew");
+    return;
+  }
   if (IsKeyed(value) && row.type != ParameterType::Button) {
     if (!CanBeKeyed(row.type)) {
       mContext.Error(value, subject,
@@ -255,9 +276,12 @@ BaseNode* ValueReader::ResolveLink(const std::string& reference, const std::vect
                     mContext.MaySuggest() ? mContext.Suggest(reference, mNames.Names()) : ""));
     return nullptr;
   }
-  std::vector<NameTable::Candidate> fitting, whole;
+  std::vector<NameTable::Candidate> fitting, whole, own;
   for (const auto& candidate : found)
     if (Accepts(accepts, *candidate.node)) fitting.push_back(candidate);
+  for (const auto& candidate : fitting)
+    if (mServer && candidate.node->HasAncestor(mServer)) own.push_back(candidate);
+  if (!own.empty()) fitting = own;
   for (const auto& candidate : fitting)
     if (candidate.isWholePath) whole.push_back(candidate);
   if (fitting.size() == 1) return fitting.front().node;
@@ -352,28 +376,73 @@ std::optional<Value> ValueReader::ReadLinks(const ParameterRow& row, const JsonV
 bool ValueReader::ReadEntry(const ParameterRow& row, const JsonValue& item, const Subject& subject,
                             const std::string& what, InExcludeData& list) {
   const JsonValue* name = &item;
-  std::optional<u32> flags = 0;
+  std::vector<u32> flags = {0};
   if (item.Members()) {
-    mContext.CheckKeys(item, {"node", "flags"}, subject + what + ": ");
+    mContext.CheckKeys(item, {"node", "flags", "kinds"}, subject + what + ": ");
     name = item.Find("node");
-    if (const JsonValue* word = item.Find("flags")) flags = ReadFlags(*word, subject, what);
+    flags = ReadEntryFlags(item, subject, what);
   }
   if (!name || !name->Text()) {
     mContext.Error(name ? *name : item, subject,
-                   fmt::format("{}: expected a name or {{\"node\": name, \"flags\": number}}, "
+                   fmt::format("{}: expected a name or {{\"node\": name, \"kinds\": [word]}}, "
                                "got {}",
                                what, name ? KindOf(*name) : "an object without 'node'"));
     return false;
   }
   const BaseNode* node = ResolveLinkOrGroup(*name->Text(), row, *name, subject, what);
-  if (!node || !flags) return false;
+  if (!node || flags.empty()) return false;
   std::vector<const BaseNode*> members = {node};
   if (node->Type() == kGroupNode) {
     members.clear();
     if (!Members(*node, row, *name, subject, what, members)) return false;
   }
-  for (const BaseNode* member : members) list.entries.push_back({member->Id(), *flags});
+  for (const BaseNode* member : members)
+    for (const u32 word : flags) list.entries.push_back({member->Id(), word});
   return true;
+}
+
+std::vector<u32> ValueReader::ReadEntryFlags(const JsonValue& item, const Subject& subject,
+                                             const std::string& what) {
+  const JsonValue* number = item.Find("flags");
+  const JsonValue* kinds = item.Find("kinds");
+  if (number && kinds) {
+    mContext.Error(*kinds, subject, what + ": 'flags' and 'kinds' say the same; give one of them");
+    return {};
+  }
+  if (kinds) return ReadKinds(*kinds, subject, what);
+  if (!number) return {0};
+  const std::optional<u32> flags = ReadFlags(*number, subject, what);
+  return flags ? std::vector<u32>{*flags} : std::vector<u32>{};
+}
+
+std::vector<u32> ValueReader::ReadKinds(const JsonValue& value, const Subject& subject,
+                                        const std::string& what) {
+  std::vector<std::string_view> words;
+  for (const auto& [word, flag] : kKindFlags) words.push_back(word);
+  const std::string expected = AnyOf({words.begin(), words.end()});
+  const JsonValue::Array* items = value.Items();
+  if (!items || items->empty()) {
+    mContext.Error(value, subject,
+                   fmt::format("{}: 'kinds': expected a list of {}, got {}", what, expected,
+                               items ? "an empty one" : KindOf(value)));
+    return {};
+  }
+  std::vector<u32> flags;
+  for (const JsonValue& item : *items) {
+    const std::string* text = item.Text();
+    const auto found = std::find_if(std::begin(kKindFlags), std::end(kKindFlags),
+                                    [&](const auto& kind) { return text && kind.first == *text; });
+    if (found == std::end(kKindFlags)) {
+      mContext.Error(
+          item, subject,
+          text ? fmt::format("{}: 'kinds': unknown kind '{}'; expected {}{}", what, Shown(*text),
+                             expected, mContext.Suggest(*text, words))
+               : fmt::format("{}: 'kinds': expected {}, got {}", what, expected, KindOf(item)));
+      return {};
+    }
+    flags.push_back(found->second);
+  }
+  return flags;
 }
 
 std::optional<u32> ValueReader::ReadFlags(const JsonValue& value, const Subject& subject,

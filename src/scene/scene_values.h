@@ -18,6 +18,9 @@ class ValueReader {
  public:
   ValueReader(SceneContext& context, const NameTable& names) : mContext(context), mNames(names) {}
 
+  /// Names mean nodes of this node's server first.
+  void LookFrom(const host::BaseNode& node);
+
   /// Reads an object of parameters into a node with a table (a node or a tag): readable names or
   /// numeric ids as keys. Keyed values take the value of `frame`.
   void ReadParameters(const JsonValue& object, host::BaseNode& node, i32 frame,
@@ -58,6 +61,12 @@ class ValueReader {
   bool Members(const host::BaseNode& group, const host::ParameterRow& row, const JsonValue& at,
                const Subject& subject, const std::string& what,
                std::vector<const host::BaseNode*>& members);
+  /// The flags of an entry: a number, or a word for each kind of particles, which makes an entry
+  /// for each. Empty, with a message, where they don't fit.
+  std::vector<u32> ReadEntryFlags(const JsonValue& item, const Subject& subject,
+                                  const std::string& what);
+  std::vector<u32> ReadKinds(const JsonValue& value, const Subject& subject,
+                             const std::string& what);
   std::optional<u32> ReadFlags(const JsonValue& value, const Subject& subject,
                                const std::string& what);
   std::optional<host::Value> ReadCurve(const JsonValue& value, const Subject& subject,
@@ -69,6 +78,7 @@ class ValueReader {
 
   SceneContext& mContext;
   const NameTable& mNames;
+  const host::BaseNode* mServer = nullptr;  ///< of the node that is read
 };
 
 /// Reads `{"keys": [[frame, value], ...], "interpolation": word}`; `readValue` reads the value of a

@@ -315,3 +315,30 @@ TEST_F(SceneFile, MutatedScenesNeverBreakTheLoader) {
   }
   EXPECT_LT(accepted, 1500);
 }
+
+TEST_F(SceneFile, NamesMeanNodesOfTheOwnServerFirst) {
+  const auto emitter = [](const char* server) {
+    return std::string(R"({ "type": "server", "name": ")") + server + R"(", "children": [
+      { "type": "channel_scalar", "name": "smoke" },
+      { "type": "grid_dissipate", "name": "fade", "parameters": { "channel": "smoke" } } ] })";
+  };
+  Write("two.json", R"({ "sulva": 1, "nodes": [ )" + emitter("a") + ", " + emitter("b") + " ] }");
+  mScene = LoadScene(mFolder / "two.json", mDiagnostics,
+                     {"b/fade.channel=smoke", "a/fade.channel=b/smoke"});
+  ASSERT_TRUE(mScene) << testing::PrintToString(mDiagnostics.Lines());
+  EXPECT_EQ(Get<Link>("b/fade", 1000).node, Node("b/smoke").Id());
+  EXPECT_EQ(Get<Link>("a/fade", 1000).node, Node("b/smoke").Id()) << "a path says it";
+}
+
+TEST_F(SceneFile, KindsOfParticlesAreFlagsOfTheirOwnEntries) {
+  Load(R"({ "type": "alignment", "name": "a" },
+          { "type": "grid_dissipate", "name": "fade", "parameters": { "constraints": [
+            {"node": "a", "kinds": ["liquid", "passive"]}, {"node": "a", "kinds": ["vorticity"]},
+            {"node": "a", "kinds": ["diffuse"]}, {"node": "a", "flags": 5}, "a"] } })");
+  std::vector<u32> flags;
+  for (const auto& entry : Get<InExcludeData>("scene/fade", 2502).entries) {
+    EXPECT_EQ(entry.node, Node("scene/a").Id());
+    flags.push_back(entry.flags);
+  }
+  EXPECT_THAT(flags, ElementsAre(2u, 1u, 4u, 8u, 5u, 0u));
+}
