@@ -58,6 +58,7 @@ Json ParameterJson(const ParameterTable& table, const ParameterRow& row) {
     json["choices"].push_back({{"value", choice.value}, {"name", choice.name}});
   if (!row.accepts.empty()) json["accepts"] = row.accepts;
   if (row.condition) json["counts"] = ConditionText(table, row);
+  if (!row.HasEffect()) json["kept"] = true;
   return json;
 }
 
@@ -166,21 +167,38 @@ void PrintRow(const ParameterTable& table, const ParameterRow& row) {
   fmt::print("  {:<30} {:<6} {}\n      {}\n", row.name, row.id, facts, row.help);
 }
 
-void PrintRows(const ParameterTable& table) {
-  for (const ParameterRow& row : table) PrintRow(table, row);
+/// Parameters that do something, and apart from them those that are only kept with the scene.
+void PrintRows(const ParameterTable& table, const std::vector<const ParameterRow*>& rows) {
+  for (const ParameterRow* row : rows)
+    if (row->HasEffect()) PrintRow(table, *row);
+  bool isFirst = true;
+  for (const ParameterRow* row : rows) {
+    if (row->HasEffect()) continue;
+    if (isFirst) fmt::print("\nKept with the scene, without effect:\n");
+    isFirst = false;
+    PrintRow(table, *row);
+  }
 }
 
-/// The parameters of a kind, and below them those that every kind has.
+void PrintRows(const ParameterTable& table) {
+  std::vector<const ParameterRow*> rows;
+  for (const ParameterRow& row : table) rows.push_back(&row);
+  PrintRows(table, rows);
+}
+
+/// The parameters of a kind: its own, those that every kind has, and those without effect.
 void PrintParameters(const ParameterTable& table) {
   const auto isCommon = [](const ParameterRow& row) {
     constexpr i32 common[] = {2502, 2604, 10001, 10002, 10003};
     return std::find(std::begin(common), std::end(common), row.id) != std::end(common);
   };
   for (const ParameterRow& row : table)
-    if (!isCommon(row)) PrintRow(table, row);
+    if (!isCommon(row) && row.HasEffect()) PrintRow(table, row);
   fmt::print("\nAs every node has them:\n");
+  std::vector<const ParameterRow*> rest;
   for (const ParameterRow& row : table)
-    if (isCommon(row)) PrintRow(table, row);
+    if (isCommon(row) || !row.HasEffect()) rest.push_back(&row);
+  PrintRows(table, rest);
 }
 
 void PrintHead(const Entry& entry) {

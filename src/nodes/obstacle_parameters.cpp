@@ -150,7 +150,7 @@ const NodeKind& ObstacleKind() {
           {{example::kBall},
            {example::kBallMesh,
             R"({ "type": "volume", "name": "ball volume", "parameters": { "mesh": "ball mesh" },)",
-            R"(  "obstacle": { "linear_velocity_transfer": 1 } })", example::kGas}},
+            R"(  "obstacle": {} })", example::kGas}},
       .rows = ObstacleParameters,
   };
   return kind;

@@ -42,6 +42,44 @@ void NoteUnused(SceneContext& context, const MadeNode& made) {
         context.Note(member, made.subject, why);
 }
 
+/// Collects what a scene sets and nothing reads, to be told in one note.
+class KeptParameters {
+ public:
+  void Add(const BaseNode& node, const ParameterTable* table, const JsonValue* given) {
+    if (!table || !given || !given->Members()) return;
+    for (const JsonMember& member : *given->Members())
+      if (const ParameterRow* row = RowNamed(*table, member.key); row && !row->HasEffect()) {
+        if (!mFirst) mFirst = &member;
+        AddName(node, *row);
+      }
+  }
+  void Add(const GivenOption& given) {
+    if (given.row->HasEffect()) return;
+    if (!mFirst && mOption.empty()) mOption = given.option;
+    AddName(*given.node, *given.row);
+  }
+  void Tell(SceneContext& context) const {
+    if (mNames.empty()) return;
+    context.SetOption(mFirst ? std::string() : mOption);
+    std::string names;
+    for (const std::string& name : mNames) names += (names.empty() ? "" : ", ") + name;
+    context.Note(mFirst ? *mFirst : JsonMember{}, "",
+                 "set, kept with the scene, but without effect: " + names);
+    context.SetOption({});
+  }
+
+ private:
+  void AddName(const BaseNode& node, const ParameterRow& row) {
+    std::string name = fmt::format("'{}' of \"{}\"", row.name, Shown(node.Name()));
+    if (std::find(mNames.begin(), mNames.end(), name) == mNames.end())
+      mNames.push_back(std::move(name));
+  }
+
+  const JsonMember* mFirst = nullptr;  ///< has the place of the note; null: the option has
+  std::string mOption;
+  std::vector<std::string> mNames;
+};
+
 void WarnOfSmallCells(SceneContext& context, const MadeNode& made) {
   const double cell = RealOf(*made.node, MELDO_SULVA::server_row::kCellSize);
   const double cells = RealOf(*made.node, MELDO_SULVA::server_row::kSimulationUnits) / cell;
@@ -57,34 +95,31 @@ void WarnOfSmallCells(SceneContext& context, const MadeNode& made) {
 
 void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
             const std::vector<GivenOption>& options) {
+  KeptParameters kept;
   for (const MadeNode& made : nodes) {
     NoteUnused(context, made);
+    kept.Add(*made.node, made.node->Table(), made.parameters);
+    if (const BaseNode* tag = made.obstacle ? made.node->Tag(kObstacleTag) : nullptr)
+      kept.Add(*made.node, tag->Table(), made.obstacle);
     if (made.node->Type() == kServerNode) WarnOfSmallCells(context, made);
   }
   for (const GivenOption& given : options) {
+    kept.Add(given);
     const std::string why = WhyUnused(*given.node, *given.row);
     if (why.empty()) continue;
     context.SetOption(given.option);
     context.Note(JsonMember{}, given.subject, why);
     context.SetOption({});
   }
+  kept.Tell(context);
 }
 
 std::string FollowUnits(BaseNode& server, double oldUnits) {
   const double factor = RealOf(server, MELDO_SULVA::server_row::kSimulationUnits) / oldUnits;
   if (factor == 1) return {};
-  const auto scale = [&](Value& value) {
-    if (double* real = std::get_if<double>(&value)) *real *= factor;
-  };
   for (const i32 id :
-       {MELDO_SULVA::server_row::kCellSize, MELDO_SULVA::server_row::kRenderCellSize}) {
+       {MELDO_SULVA::server_row::kCellSize, MELDO_SULVA::server_row::kRenderCellSize})
     server.Set(id, RealOf(server, id) * factor);
-    const auto track = server.Tracks().find(id);
-    if (track == server.Tracks().end()) continue;
-    Track scaled = track->second;
-    for (Track::Key& key : scaled.keys) scale(key.value);
-    server.SetTrack(id, std::move(scaled));
-  }
   return fmt::format("'cell_size' follows to {}, 'render_cell_size' to {}: as many cells as before",
                      RealOf(server, MELDO_SULVA::server_row::kCellSize),
                      RealOf(server, MELDO_SULVA::server_row::kRenderCellSize));

@@ -15,12 +15,12 @@ struct GivenOption {
   Subject subject;
 };
 
-/// Notes the parameters that are given but don't count in the mode that their node has, and warns
-/// of servers with very small cells. For nodes that hold their final values.
+/// Notes the parameters that are given but don't count in the mode that their node has, in one note
+/// those that nothing reads, and warns of servers with very small cells. For nodes that hold their final values.
 void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
             const std::vector<GivenOption>& options);
 
-/// Scales the cell sizes of a server, keyed ones too, when its simulation units have changed from
+/// Scales the cell sizes of a server when its simulation units have changed from
 /// `oldUnits`: the cells keep their size in the scene. Returns what was done, for the user.
 std::string FollowUnits(host::BaseNode& server, double oldUnits);
 

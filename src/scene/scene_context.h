@@ -42,6 +42,9 @@ class SceneContext {
   void Error(const JsonValue& at, const Subject& subject, const std::string& text);
   void Error(const JsonMember& at, const Subject& subject, const std::string& text);
   void Warning(const JsonValue& at, const Subject& subject, const std::string& text);
+  void Warning(SourceLocation where, const std::string& text) {
+    mDiagnostics.Warning(std::move(where), text);
+  }
   void Note(const JsonMember& at, const Subject& subject, const std::string& text);
 
   /// "; did you mean 'x'?", or nothing. A file of nothing but mistakes gets help with the first few

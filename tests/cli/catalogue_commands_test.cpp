@@ -49,6 +49,19 @@ TEST(NodesCommand, JsonHoldsEveryKindWithItsParameters) {
   }
 }
 
+TEST(NodesCommand, ShowsApartWhatIsOnlyKept) {
+  const std::string text = Output([] { return RunNodes("fluid", false); });
+  const std::size_t kept = text.find("\nKept with the scene, without effect:\n");
+  ASSERT_NE(kept, std::string::npos);
+  EXPECT_LT(text.find("  accuracy "), kept);
+  EXPECT_GT(text.find("  viscosity "), kept);
+  std::set<std::string> names;
+  const json fluid = json::parse(Output([] { return RunNodes("fluid", true); }))[0];
+  for (const json& row : fluid["parameters"])
+    if (row.contains("kept")) names.insert(row["name"]);
+  EXPECT_TRUE(names.contains("viscosity") && !names.contains("accuracy"));
+}
+
 TEST(NodesCommand, KnowsTheTablesOfPictures) {
   const json light = json::parse(Output([] { return RunNodes("light", true); }))[0];
   EXPECT_EQ(light["type"], "light");

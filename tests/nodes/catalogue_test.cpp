@@ -247,6 +247,18 @@ TEST(Catalogue, NodesGetOneObjectAndUnknownIdsNone) {
   EXPECT_FALSE(full.scene->CreateObject(nullptr, 1028240));
 }
 
+/// What `sulva nodes` shows as working must reach an object, or a command that reads it by name.
+TEST(Catalogue, RowsFillAMemberOrAreKept) {
+  for (const NodeKind& kind : Catalogue()) {
+    if (!kind.make) continue;
+    for (const ParameterRow& row : ParametersOf(kind)) {
+      const bool isBound = row.fill || row.connect || row.type == ParameterType::Button;
+      EXPECT_TRUE(isBound || !row.HasEffect()) << kind.type << "." << row.name;
+      EXPECT_FALSE(isBound && !row.HasEffect()) << kind.type << "." << row.name;
+    }
+  }
+}
+
 /// A scene of every kind at once, none linked to anything, runs and goes without a fault.
 TEST(Catalogue, UnlinkedNodesRunQuietly) {
   FullScene full;

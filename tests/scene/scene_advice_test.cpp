@@ -55,6 +55,19 @@ TEST(SceneAdvice, ParametersOfAnotherModeAreNoted) {
       ElementsAre(HasSubstr("--set scene.last_frame=4: note: server \"scene\": 'last_frame'")));
 }
 
+TEST(SceneAdvice, WhatNothingReadsIsToldInOneNote) {
+  EXPECT_THAT(Loaded(R"("gravity": [0, -5, 0], "rigid_mode": 1, "show_statistics": false)",
+                     {"scene.rigid_mode=2", "scene.display_scale=3"})
+                  .Lines(),
+              ElementsAre(testing::AllOf(
+                  HasSubstr("s.json:2:40: note: set, kept with the scene, but without effect: "),
+                  testing::EndsWith("'rigid_mode' of \"scene\", 'show_statistics' of \"scene\", "
+                                    "'display_scale' of \"scene\""))));
+  EXPECT_THAT(Loaded("", {"scene.rigid_mode=2"}).Lines(),
+              ElementsAre("--set scene.rigid_mode=2: note: set, kept with the scene, but without "
+                          "effect: 'rigid_mode' of \"scene\""));
+}
+
 TEST(SceneAdvice, CellSizesFollowTheUnits) {
   const Loaded loaded(R"("cell_size": 0.05, "simulation_units": 2)",
                       {"scene.simulation_units=0.5"});
@@ -69,10 +82,6 @@ TEST(SceneAdvice, CellSizesFollowTheUnits) {
     EXPECT_DOUBLE_EQ(given.Real(kCellSize), 0.3) << "what the command line gives stands";
     EXPECT_DOUBLE_EQ(given.Real(kRenderCellSize), 0.8);
   }
-  const Loaded keyed(R"("cell_size": {"keys": [[0, 0.1], [10, 0.2]]})",
-                     {"scene.simulation_units=3"});
-  keyed.scene->document->SetFrame(10);
-  EXPECT_DOUBLE_EQ(keyed.Real(kCellSize), 0.6);
   EXPECT_THAT(Loaded("", {"scene.simulation_units=1"}).Lines(), IsEmpty());
   EXPECT_FALSE(Loaded("", {"scene.simulation_units=0"}).scene);
 }
