@@ -57,6 +57,11 @@ std::vector<std::string> LinesOf(const Json& graph) {
     lines[from] += Shown(nodes[link["to"].get<std::size_t>()]["name"].get<std::string>());
     hasLinks[from] = true;
   }
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    if (nodes[i].contains("idle"))
+      lines[i] += fmt::format("  (never works: {})", nodes[i]["idle"].get<std::string>());
+    if (nodes[i].contains("unread")) lines[i] += "  (never read)";
+  }
   return lines;
 }
 

@@ -103,6 +103,10 @@ class GraphBuilder {
                       {"parent", parent},
                       {"enabled", node.IsEnabled()},
                       {"position", {place.x, place.y, place.z}}});
+    if (const NodeReach* reach = mScene.reach.Of(node.Id())) {
+      if (!reach->whyIdle.empty()) mNodes[index]["idle"] = reach->whyIdle;
+      if (reach->isUnread) mNodes[index]["unread"] = true;
+    }
     for (const BaseNode* child : node.Children()) AddNode(*child, index);
   }
 

@@ -12,7 +12,8 @@ namespace MELDO_GLOBAL::app {
 ///   kinds {type: {label, class, group, stages, priority, parameters [{name, id, type, unit, help,
 ///     default, limits, choices}]}};
 ///   nodes [{name, path, type, group, parent, enabled, position, values {parameter: {value, keys}},
-///     obstacle {...}}], where values hold what differs from the defaults;
+///     obstacle {...}, idle, unread}], where values hold what differs from the defaults, idle says
+///     why the node never works, and unread is there where it only serves and nobody reads it;
 ///   links [{from, to, parameter}], from the node that names another to the one that it names, by
 ///     index into nodes.
 /// Objects, materials and exports are nodes of this graph too.

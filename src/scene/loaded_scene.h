@@ -9,6 +9,7 @@
 
 #include "host/document.h"
 #include "scene/diagnostics.h"
+#include "scene/reachability.h"
 #include "scene/render_spec.h"
 
 namespace MELDO_GLOBAL::app {
@@ -29,6 +30,7 @@ struct LoadedScene {
   host::BaseNode* server = nullptr;      ///< the first of them
   std::vector<ExportSpec> exports;
   std::optional<RenderSpec> render;
+  Reachability reach;  ///< who takes part
   std::filesystem::path path;
   u64 fingerprint = 0;  ///< see `FingerprintOf`
   u64 simulation = 0;   ///< the same without caches that record

@@ -16,6 +16,7 @@
 #include "scene/scene_fingerprint.h"
 #include "scene/scene_hints.h"
 #include "scene/scene_nodes.h"
+#include "scene/scene_places.h"
 #include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
@@ -126,6 +127,7 @@ void ApplyOverride(SceneContext& context, const NameTable& names, const std::str
     return;
   }
   ValueReader reader(context, names);
+  reader.LookFrom(*node);
   const ParameterRow* row = reader.FindRow(key, *node->Table(), subject);
   if (!row) return;
   const JsonValue value = OverrideValue(*row, text.substr(equals + 1));
@@ -150,6 +152,26 @@ void TakeFingerprints(const JsonValue& root, const std::vector<GivenOption>& giv
   scene.fingerprint = FingerprintOf(root, all, *scene.document);
   scene.simulation =
       FingerprintOf(root, ofSimulation, *scene.document, RecordersOf(*scene.document));
+}
+
+std::set<NodeId> NodesOf(const std::vector<ExportSpec>& exports) {
+  std::set<NodeId> nodes;
+  for (const ExportSpec& spec : exports)
+    for (const auto& [name, node] : spec.grids) nodes.insert(node);
+  return nodes;
+}
+
+void TellFindings(const Reachability& reach, const ScenePlaces& places, Diagnostics& diagnostics) {
+  for (const Finding& found : reach.Findings()) {
+    SourceLocation where = places.Of(*found.node, found.row, found.entry);
+    std::string text =
+        fmt::format("{} \"{}\": {}", TypeWord(*found.node), Shown(found.node->Name()), found.text);
+    if (found.isNote) {
+      diagnostics.Note(std::move(where), std::move(text));
+    } else {
+      diagnostics.Warning(std::move(where), std::move(text));
+    }
+  }
 }
 
 /// Whether an override changes a server's units: the cell sizes follow these, and those that the
@@ -221,7 +243,10 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   scene.document->sceneFolder = path.parent_path().string();
   scene.document->SetFrame(scene.document->previewMin);
   TakeFingerprints(root, given, scene);
-  AddHints(scene, diagnostics);
+  const ScenePlaces places(context, builder.Made(), given);
+  scene.reach = Reachability(*scene.document, scene.servers, NodesOf(scene.exports));
+  TellFindings(scene.reach, places, diagnostics);
+  AddHints(scene, places, diagnostics);
   return scene;
 }
 

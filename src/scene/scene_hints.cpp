@@ -22,8 +22,8 @@ namespace {
 
 class HintFinder {
  public:
-  HintFinder(const LoadedScene& scene, Diagnostics& diagnostics)
-      : mScene(scene), mDiagnostics(diagnostics) {}
+  HintFinder(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics)
+      : mScene(scene), mPlaces(places), mDiagnostics(diagnostics) {}
 
   /// Tags outside of volumes make nothing solid, unless a volume with a tag has the shape.
   void LookAtTags() {
@@ -51,7 +51,7 @@ class HintFinder {
     for (const BaseNode* node : mNodes)
       if (IsKind(*node, "mesh")) CheckSize(*node, cell);
     CheckMoved();
-    for (const BaseNode* node : mNodes) CheckLinks(*node, server);
+    CheckEmitters(cell);
     const bool ownRange = Whole(server, "use_preview_range") == 0;
     CheckNumbers(ownRange ? Whole(server, "first_frame") : mScene.document->previewMin);
   }
@@ -116,45 +116,116 @@ class HintFinder {
     for (const BaseNode* root : mScene.document->Roots()) walk(*root);
   }
 
-  void Warn(const BaseNode& node, const std::string& text) {
-    mDiagnostics.Warning({mScene.path.string(), 0, 0},
+  void Warn(const BaseNode& node, const std::string& text, std::string_view key = {}) {
+    mDiagnostics.Warning(mPlaces.Of(node, key),
                          fmt::format("{} \"{}\": {}", TypeWord(node), Shown(node.Name()), text));
+  }
+
+  static void AddBox(const PolygonObject& object, Vec3d& low, Vec3d& high) {
+    const Matrix place = object.GlobalMatrix();
+    for (const Vec3d& point : object.GetGeometry().points) {
+      const Vec3d p = place * point;
+      low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+      high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+    }
   }
 
   void CheckSize(const BaseNode& mesh, double cell) {
     const auto* object = dynamic_cast<const PolygonObject*>(Linked(mesh, "object"));
     if (!object || object->GetGeometry().points.empty()) return;
-    constexpr double kFar = std::numeric_limits<double>::infinity();
     Vec3d low{kFar, kFar, kFar}, high{-kFar, -kFar, -kFar};
-    const Matrix place = object->GlobalMatrix();
-    for (const Vec3d& point : object->GetGeometry().points) {
-      const Vec3d p = place * point;
-      low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-      high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
-    }
+    AddBox(*object, low, high);
     const double size = std::max({high.x - low.x, high.y - low.y, high.z - low.z});
     if (size < cell)
       Warn(mesh,
            fmt::format("'{}' is {:.3g} host units large, less than one cell ({:.3g}); lengths "
                        "of objects are host units, by default 100 to a metre",
-                       Shown(object->Name()), size, cell));
+                       Shown(object->Name()), size, cell),
+           "object");
   }
 
-  /// Links to nodes that their holder doesn't see.
-  void CheckLinks(const BaseNode& node, const BaseNode& server) {
-    for (const ParameterRow& row : *node.Table()) {
-      const Value* value = node.Get(row.id);
-      const Link* link = value ? std::get_if<Link>(value) : nullptr;
-      const BaseNode* target = link ? mScene.document->Find(link->node) : nullptr;
-      if (!target || !FindKind(target->Type())) continue;
-      if (!target->HasAncestor(&server)) {
-        Warn(node, fmt::format("'{}': '{}' belongs to another server; a node sees those of its own "
-                               "server alone",
-                               row.name, Shown(target->Name())));
-      } else if (!target->IsEnabled()) {
-        Warn(node, fmt::format("'{}': '{}' is switched off", row.name, Shown(target->Name())));
-      }
+  /// The box of the points of all polygon objects that a node leads to, in host units; false where
+  /// there are none, or where they move or change on the way.
+  bool StillBox(const BaseNode& node, Vec3d& low, Vec3d& high, int depth = 0) const {
+    constexpr int kDeepest = 16;
+    if (depth > kDeepest || mPlaces.IsMoved(node) || Whole(node, "inverted") != 0) return false;
+    if (const auto* object = dynamic_cast<const PolygonObject*>(&node)) {
+      if (!object->FramePattern().empty() || object->GetGeometry().points.empty()) return false;
+      AddBox(*object, low, high);
+      return true;
     }
+    std::set<NodeId> linked;
+    AddLinks(node, linked);
+    bool any = false;
+    for (const NodeId id : linked) {
+      const BaseNode* target = mScene.document->Find(id);
+      const bool isShape =
+          target && (IsVolume(*target) || IsMesh(*target) || target->Type() == kMeshObject);
+      if (!isShape) continue;
+      if (!StillBox(*target, low, high, depth + 1)) return false;
+      any = true;
+    }
+    return any;
+  }
+
+  /// Nothing comes out of an emitter that lies outside of every box of a gas.
+  void CheckEmitters(double cell) {
+    const auto deforms = [](const BaseNode* node) {
+      return IsKind(*node, "mop_smoothing") || IsKind(*node, "mop_curvature");
+    };
+    if (std::any_of(mNodes.begin(), mNodes.end(), deforms)) return;
+    for (const BaseNode* emitter : mNodes) {
+      if (!IsKind(*emitter, "gridemitter") || !MayWork(*emitter)) continue;
+      const BaseNode* volume = Linked(*emitter, "volume");
+      Vec3d low{kFar, kFar, kFar}, high{-kFar, -kFar, -kFar};
+      if (!volume || !StillBox(*volume, low, high)) continue;
+      const double thinnest = std::min({high.x - low.x, high.y - low.y, high.z - low.z}) / cell;
+      if (thinnest <= 0) {
+        Warn(*emitter,
+             fmt::format("it never emits: the shape of '{}' is flat and has no inside",
+                         Shown(volume->Name())),
+             "volume");
+        continue;
+      }
+      if (thinnest < 1)
+        Warn(*emitter,
+             fmt::format("the shape of '{}' is {:.2g} of a cell thin: it emits only into cells "
+                         "whose centres lie inside, of which there may be none",
+                         Shown(volume->Name()), thinnest),
+             "volume");
+      if (LiesOutside(low, high))
+        Warn(*emitter,
+             fmt::format("it never emits: the shape of '{}' lies outside of the box of every "
+                         "fluid; a box begins at its node's position, and its box_size is in host "
+                         "units",
+                         Shown(volume->Name())),
+             "volume");
+    }
+  }
+
+  bool LiesOutside(const Vec3d& low, const Vec3d& high) const {
+    bool any = false;
+    for (const BaseNode* fluid : mNodes) {
+      if (!IsKind(*fluid, "fluid")) continue;
+      const bool isKeyed = mPlaces.IsMoved(*fluid) || !fluid->Tracks().empty();
+      const Value* value = ValueOf(*fluid, "box_size");
+      const Vec3d* size = value ? std::get_if<Vec3d>(value) : nullptr;
+      if (isKeyed || !size) return false;
+      value = ValueOf(*fluid, "box_offset");
+      const Vec3d* offset = value ? std::get_if<Vec3d>(value) : nullptr;
+      const Vec3d from = fluid->GlobalMatrix().offset - *size * (offset ? *offset : Vec3d{});
+      bool meets = true;
+      for (int a = 0; a < 3; ++a)
+        meets = meets && low[a] <= from[a] + (*size)[a] && high[a] >= from[a];
+      if (meets) return false;
+      any = true;
+    }
+    return any;
+  }
+
+  bool MayWork(const BaseNode& node) const {
+    const NodeReach* reach = mScene.reach.Of(node.Id());
+    return !reach || reach->MayWork();
   }
 
   /// Channels that an emitter feeds stand still where no advection has them as its target.
@@ -218,15 +289,18 @@ class HintFinder {
     return text ? *text : "";
   }
 
+  static constexpr double kFar = std::numeric_limits<double>::infinity();
+
   const LoadedScene& mScene;
+  const ScenePlaces& mPlaces;
   Diagnostics& mDiagnostics;
   std::vector<const BaseNode*> mNodes;
 };
 
 }  // namespace
 
-void AddHints(const LoadedScene& scene, Diagnostics& diagnostics) {
-  HintFinder finder(scene, diagnostics);
+void AddHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
+  HintFinder finder(scene, places, diagnostics);
   for (const BaseNode* server : scene.servers) finder.LookAt(*server);
   finder.LookAtTags();
   finder.LookAtAll();

@@ -61,6 +61,8 @@ TEST(Graph, ListsByStageAndTellsWhatIsWrong) {
   ASSERT_NE(pressure, std::string::npos);
   EXPECT_LT(list.find("\"gas\"", pressure), apart);
   EXPECT_NE(list.find("\"solid\"  <- skin\n"), std::string::npos);
+  EXPECT_NE(list.find("\"smoke\"  (never works: it is switched off)\n"), std::string::npos);
+  EXPECT_NE(list.find("\"rate\"  (never read)\n"), std::string::npos);
 
   folder.Write("broken.json", R"({ "sulva": 1, "nodes": [] })");
   EXPECT_EQ(folder.Run({"graph", "broken.json", "--html", "page.html"}), 3);

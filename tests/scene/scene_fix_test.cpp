@@ -43,7 +43,10 @@ std::vector<std::string> ProblemsOf(const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
   Diagnostics diagnostics;
   LoadScene(path, diagnostics);
-  return diagnostics.Lines();
+  std::vector<std::string> lines = diagnostics.Lines();
+  // These scenes have nothing that reads their nodes.
+  std::erase_if(lines, [](const std::string& line) { return line.find(": note: ") != line.npos; });
+  return lines;
 }
 
 }  // namespace

@@ -15,10 +15,11 @@ const NodeKind& EmissionRate::Kind() {
       .menu = {"General"},
       .purpose = "a number that several nodes share: change it once, all of them follow",
       .example =
-          {{},
-           {R"({ "type": "rate", "name": "strength", "parameters": { "rate": 4 } })",
-            R"({ "type": "emission_setting", "name": "left", "parameters": { "rate": "strength" } })",
-            R"({ "type": "emission_setting", "name": "right", "parameters": { "rate": "strength" } })"}},
+          {{example::kBall},
+           {example::kSmoke, example::kBallMesh, example::kBallVolume,
+            R"({ "type": "rate", "name": "strength", "parameters": { "rate": 4 } })",
+            R"({ "type": "emission_setting", "name": "rate", "parameters": { "rate": "strength" } })",
+            example::kPair, example::kEmitter}},
       .rows = Parameters,
       .make = MakeNode<EmissionRate>,
   };

@@ -53,7 +53,11 @@ const NodeKind& Mesh::Kind() {
       .priority = 0,
       .menu = {"Bodies"},
       .purpose = "reads the polygons of a host object, as they move and deform",
-      .example = {{example::kBall}, {example::kBallMesh, example::kBallVolume}},
+      .example =
+          {{example::kBall},
+           {example::kBallMesh,
+            R"({ "type": "volume", "name": "ball volume", "parameters": { "mesh": "ball mesh" }, "obstacle": {} })",
+            example::kGas}},
       .rows = Parameters,
       .make = MakeNode<Mesh>,
   };

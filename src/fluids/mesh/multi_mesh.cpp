@@ -27,7 +27,8 @@ const NodeKind& MultiMesh::Kind() {
       .example =
           {{example::kBall, example::kCube},
            {R"({ "type": "mesh_multi", "name": "pile", "parameters": { "objects": ["ball", "cube"] } })",
-            R"({ "type": "volume_multi", "name": "pile volume", "parameters": { "meshes": ["pile"] } })"}},
+            R"({ "type": "volume_multi", "name": "pile volume", "parameters": { "meshes": ["pile"] }, "obstacle": {} })",
+            example::kGas}},
       .rows = Parameters,
       .make = MakeNode<MultiMesh>,
   };

@@ -18,7 +18,8 @@ const NodeKind& ChannelOperator_Remap::Kind() {
       .example =
           {{},
            {example::kSmoke,
-            R"({ "type": "channelop_remap", "name": "crisp", "parameters": { "gradient": [[0.2, [0, 0, 0]], [0.4, [1, 1, 1]]] } })"}},
+            R"({ "type": "channelop_remap", "name": "crisp", "parameters": { "gradient": [[0.2, [0, 0, 0]], [0.4, [1, 1, 1]]] } })",
+            R"({ "type": "grid_celliterator", "name": "each cell", "parameters": { "channel": "smoke", "operators": ["crisp"] } })"}},
       .rows = Parameters,
   };
   return kind;

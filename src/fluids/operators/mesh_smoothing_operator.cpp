@@ -23,7 +23,8 @@ const NodeKind& MeshSmoothingOperator::Kind() {
           {{example::kCube},
            {R"({ "type": "mesh", "name": "cube mesh", "parameters": { "object": "cube" } })",
             R"({ "type": "mop_smoothing", "name": "round off", "parameters": { "target": "cube mesh", "iterations": 3 } })",
-            R"({ "type": "volume", "name": "cube volume", "parameters": { "mesh": "cube mesh" } })"}},
+            R"({ "type": "volume", "name": "cube volume", "parameters": { "mesh": "cube mesh" }, "obstacle": {} })",
+            example::kGas}},
       .rows = Parameters,
       .make = MakeNode<MeshSmoothingOperator>,
   };

@@ -1,0 +1,301 @@
+#include "scene/reachability.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "nodes/catalogue.h"
+#include "scene/diagnostics.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using namespace MELDO_SULVA;
+
+namespace {
+
+/// A link that a kind can't do without.
+struct Need {
+  std::string_view type, row;
+  std::string_view text;  ///< what is wrong without it
+};
+
+constexpr Need kNeeds[] = {
+    {"gridemitter", "volume", "it has no volume; name one under 'volume'"},
+    {"gridemitter", "channels", "it has no channels; name channelsettings nodes under 'channels'"},
+    {"channelsettings", "channel", "it has no channel; name a field under 'channel'"},
+    {"channelsettings", "settings",
+     "it has no settings; name an emission_setting under 'settings'"},
+    {"channelvalue", "channel", "it has no channel; name a field under 'channel'"},
+    {"properties_particles", "source", "it has no source; name a mesh under 'source'"},
+    {"properties_particles", "values", "it has no values; name channelvalue nodes under 'values'"},
+    {"grid_celliterator", "channel", "it has no channel; name a field under 'channel'"},
+    {"grid_celliterator", "operators", "it has no operators; name some under 'operators'"},
+    {"mesh", "object", "it has no polygon object; name one under 'object'"},
+    {"mesh_multi", "objects", "it has no polygon object; name some under 'objects'"},
+    {"volume", "mesh", "it has no mesh; name one under 'mesh'"},
+    {"volume_multi", "meshes", "it has no mesh; name some under 'meshes'"},
+    {"grid_advection", "solver", "it has no solver; name one under 'solver'"},
+    {"grid_cooling", "temperature", "it has no temperature; name a field under 'temperature'"},
+    {"grid_combustion_fire", "temperature",
+     "it has no temperature; name a field under 'temperature'"},
+    {"grid_combustion_fire", "fire", "it has no fire; name a channel_fire under 'fire'"},
+    {"grid_dissipate", "channel", "it has no channel; name a field under 'channel'"},
+    {"grid_diffusion", "channel", "it has no channel; name a field under 'channel'"},
+    {"force_buoyancy", "temperature_channel",
+     "it has no temperature; name a field under 'temperature_channel'"},
+};
+
+/// Kinds that do nothing but serve those that name them.
+constexpr std::string_view kServants[] = {"channelsettings",
+                                          "channelvalue",
+                                          "emission_setting",
+                                          "duration",
+                                          "alignment",
+                                          "rate",
+                                          "mesh",
+                                          "mesh_multi",
+                                          "volume",
+                                          "volume_multi",
+                                          "channelop_remap"};
+
+/// Stages in which the pipeline runs objects.
+bool RunsObjects(i32 stage) {
+  return (stage > kInitialiseSubstep && stage < kFinish && stage != kCalculateBounds) ||
+         (stage >= kStartVisual && stage <= kVisualPost);
+}
+
+std::string Named(const BaseNode& node) { return fmt::format("'{}'", Shown(node.Name())); }
+
+}  // namespace
+
+class ReachFinder {
+ public:
+  ReachFinder(const Document& document, const std::vector<BaseNode*>& servers,
+              const std::set<NodeId>& exported, Reachability& reach)
+      : mDocument(document), mExported(exported), mReach(reach) {
+    for (const BaseNode* root : document.Roots()) NoteReaders(*root);
+    for (const BaseNode* server : servers)
+      ForEachChild(*server, [&](const BaseNode& node) {
+        mServerOf[node.Id()] = server;
+        mReach.mNodes[node.Id()];
+      });
+    for (const BaseNode* server : servers) {
+      if (!server->IsEnabled())
+        Find(*server, "enabled", "it is switched off: none of its nodes runs");
+      ForEachChild(*server, [&](const BaseNode& node) { LookAt(node); });
+    }
+  }
+
+ private:
+  struct Target {
+    const BaseNode* node;
+    const ParameterRow* row;
+    int entry;
+  };
+
+  template <class F>
+  static void ForEachChild(const BaseNode& parent, F&& visit) {
+    for (const BaseNode* child : parent.Children()) {
+      visit(*child);
+      ForEachChild(*child, visit);
+    }
+  }
+
+  /// What a node names, parameter by parameter.
+  std::vector<Target> TargetsOf(const BaseNode& node) const {
+    std::vector<Target> targets;
+    if (!node.Table()) return targets;
+    for (const ParameterRow& row : *node.Table()) {
+      const Value* value = node.Get(row.id);
+      if (!value) continue;
+      const auto add = [&](NodeId id, int entry) {
+        if (const BaseNode* target = mDocument.Find(id)) targets.push_back({target, &row, entry});
+      };
+      if (const Link* link = std::get_if<Link>(value)) add(link->node, -1);
+      if (const auto* list = std::get_if<InExcludeData>(value))
+        for (std::size_t i = 0; i < list->entries.size(); ++i)
+          add(list->entries[i].node, static_cast<int>(i));
+    }
+    return targets;
+  }
+
+  void NoteReaders(const BaseNode& node) {
+    const auto note = [&](const BaseNode& reader) {
+      for (const Target& target : TargetsOf(reader)) {
+        std::vector<const BaseNode*>& readers = mReach.mNodes[target.node->Id()].readers;
+        if (std::find(readers.begin(), readers.end(), &node) == readers.end())
+          readers.push_back(&node);
+      }
+    };
+    if (node.IsEnabled()) {
+      note(node);
+      if (const BaseNode* tag = node.Tag(kObstacleTag)) note(*tag);
+    }
+    for (const BaseNode* child : node.Children()) NoteReaders(*child);
+  }
+
+  void LookAt(const BaseNode& node) {
+    const NodeKind* kind = FindKind(node.Type());
+    if (!kind || !node.Table()) return;
+    WhyIdle(node);
+    if (!node.IsEnabled()) return;
+    LookAtLinks(node);
+    const bool isServant =
+        std::find(std::begin(kServants), std::end(kServants), kind->type) != std::end(kServants);
+    NodeReach& reach = mReach.mNodes[node.Id()];
+    if (!isServant || node.Tag(kObstacleTag) || WidensBounds(node) ||
+        mExported.contains(node.Id()) || !reach.readers.empty())
+      return;
+    reach.isUnread = true;
+    Find(node, "", "no node that is switched on reads it, so that it changes nothing", true);
+  }
+
+  /// Volumes may be there for the space alone that the simulation has to cover.
+  static bool WidensBounds(const BaseNode& node) {
+    for (const ParameterRow& row : *node.Table()) {
+      if (row.name != "affects_bounds") continue;
+      const Value* value = node.Get(row.id);
+      return node.Tracks().contains(row.id) || (value && LongOf(*value, 0) != 0);
+    }
+    return false;
+  }
+
+  /// Links to nodes that their holder doesn't see.
+  void LookAtLinks(const BaseNode& node) {
+    for (const Target& target : TargetsOf(node))
+      if (const std::string why = WhyUnseen(node, *target.node); !why.empty())
+        Find(node, target.row->name, fmt::format("'{}': {}", target.row->name, why), false,
+             target.entry);
+  }
+
+  std::string WhyUnseen(const BaseNode& node, const BaseNode& target) const {
+    if (!FindKind(target.Type())) return {};
+    const auto server = mServerOf.find(target.Id());
+    if (server == mServerOf.end()) return {};
+    if (server->second != mServerOf.at(node.Id()))
+      return Named(target) +
+             " belongs to another server; a node sees those of its own server alone";
+    return target.IsEnabled() ? "" : Named(target) + " is switched off";
+  }
+
+  std::string StandsInNoStage(const BaseNode& node, const NodeKind& kind) {
+    const Value* value = node.Get(kStageRow);
+    const i32 stage = value ? LongOf(*value, 0) : 0;
+    if (stage <= 0 || stage >= kStageCount || node.Tracks().contains(kStageRow)) return {};
+    if (RunsObjects(stage) || kind.stages.empty()) return {};
+    const std::string text =
+        fmt::format("no node runs in stage {} ({})", stage, kPipeline[stage].name);
+    Find(node, "stage", fmt::format("it never works: 'stage': {}", text));
+    return text;
+  }
+
+  /// Why a node never works; empty where it may.
+  const std::string& WhyIdle(const BaseNode& node) {
+    NodeReach& reach = mReach.mNodes[node.Id()];
+    // Whoever leads back to a node that is being looked at is taken to work.
+    if (!mSeen.insert(node.Id()).second) return reach.whyIdle;
+    reach.whyIdle = FindCause(node);
+    return reach.whyIdle;
+  }
+
+  std::string FindCause(const BaseNode& node) {
+    if (!node.IsEnabled()) {
+      for (const BaseNode* above = node.Parent(); above; above = above->Parent())
+        if (!above->IsEnabled()) return Named(*above) + ", above it, is switched off";
+      return "it is switched off";
+    }
+    const NodeKind* kind = FindKind(node.Type());
+    if (!kind) return {};
+    std::string cause;
+    for (const Need& need : kNeeds)
+      if (need.type == kind->type && cause.empty()) cause = Lacks(node, need.row, need.text);
+    if (cause.empty()) cause = StandsInNoStage(node, *kind);
+    if (cause.empty() && kind->list == kListForces) cause = LacksSolver(node);
+    return cause;
+  }
+
+  std::string Lacks(const BaseNode& node, std::string_view row, std::string_view text) {
+    std::string cause;
+    bool isGiven = false;
+    for (const Target& target : TargetsOf(node)) {
+      if (target.row->name != row) continue;
+      isGiven = true;
+      std::string why = WhyUnseen(node, *target.node);
+      if (why.empty() && mServerOf.contains(target.node->Id()))
+        if (const std::string& idle = WhyIdle(*target.node); !idle.empty())
+          why = fmt::format("{} never works: {}", Named(*target.node), idle);
+      if (why.empty()) return {};
+      if (cause.empty()) cause = fmt::format("its '{}': {}", row, why);
+    }
+    if (isGiven) return cause;
+    Find(node, row, fmt::format("it never works: {}", text));
+    return std::string(text);
+  }
+
+  /// Forces act where a solver that works names them; without a list it takes all of its server.
+  std::string LacksSolver(const BaseNode& node) {
+    constexpr std::string_view kRow = "forces";
+    std::string idle;
+    for (const auto& [id, server] : mServerOf) {
+      if (server != mServerOf.at(node.Id())) continue;
+      const BaseNode* solver = mDocument.Find(id);
+      const NodeKind* kind = solver ? FindKind(solver->Type()) : nullptr;
+      if (!kind || kind->list != kListSolvers || !solver->IsEnabled()) continue;
+      const auto row = std::find_if(solver->Table()->begin(), solver->Table()->end(),
+                                    [&](const ParameterRow& r) { return r.name == kRow; });
+      if (row == solver->Table()->end()) continue;
+      const Value* value = solver->Get(row->id);
+      const auto* list = value ? std::get_if<InExcludeData>(value) : nullptr;
+      const auto isThis = [&](const InExcludeData::Entry& entry) {
+        return entry.node == node.Id();
+      };
+      if (list && std::none_of(list->entries.begin(), list->entries.end(), isThis)) continue;
+      const std::string& why = WhyIdle(*solver);
+      if (why.empty()) return {};
+      idle = fmt::format("{} never works: {}", Named(*solver), why);
+    }
+    if (!idle.empty()) return idle;
+    // Other operators may drive forces too.
+    for (const BaseNode* reader : mReach.mNodes[node.Id()].readers) {
+      const NodeKind* kind = FindKind(reader->Type());
+      if (kind && kind->list != kListSolvers && kind->list != kListCaches) return {};
+    }
+    constexpr std::string_view text = "no solver that runs names it under 'forces'";
+    Find(node, "", fmt::format("it never works: {}", text));
+    return std::string(text);
+  }
+
+  void Find(const BaseNode& node, std::string_view row, std::string text, bool isNote = false,
+            int entry = -1) {
+    mReach.mFindings.push_back({&node, row, entry, std::move(text), isNote});
+  }
+
+  static constexpr i32 kStageRow = 10001;
+
+  const Document& mDocument;
+  const std::set<NodeId>& mExported;
+  Reachability& mReach;
+  std::map<NodeId, const BaseNode*> mServerOf;
+  std::set<NodeId> mSeen;
+};
+
+Reachability::Reachability(const Document& document, const std::vector<BaseNode*>& servers,
+                           const std::set<NodeId>& exported) {
+  ReachFinder(document, servers, exported, *this);
+}
+
+const NodeReach* Reachability::Of(NodeId node) const {
+  const auto found = mNodes.find(node);
+  return found == mNodes.end() ? nullptr : &found->second;
+}
+
+std::set<NodeId> Reachability::Idle() const {
+  std::set<NodeId> idle;
+  for (const auto& [id, reach] : mNodes)
+    if (!reach.MayWork()) idle.insert(id);
+  return idle;
+}
+
+}  // namespace MELDO_GLOBAL::app

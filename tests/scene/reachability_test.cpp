@@ -1,0 +1,129 @@
+// Who takes part in a simulation, and what is told of it with its place.
+#include "scene/reachability.h"
+
+#include <gmock/gmock.h>
+
+#include "cli/run_folder.h"
+#include "scene/scene_file.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace MELDO_GLOBAL::app {
+namespace {
+
+/// A source of smoke in a box, of which a test changes a part.
+const char* const kSmoke = R"({ "sulva": 1, "range": [0, 4],
+ "objects": [ { "name": "ball", "type": "sphere", "radius": 30, "segments": 16, "position": [0, 60, 0] } ],
+ "nodes": [ { "type": "server", "name": "scene", "parameters": { "cell_size": 0.1 }, "children": [
+  { "type": "channel_scalar", "name": "smoke" },
+  { "type": "mesh", "name": "skin", "parameters": { "object": "ball" } },
+  { "type": "volume", "name": "shape", "parameters": { "mesh": "skin" } },
+  { "type": "emission_setting", "name": "rate" },
+  { "type": "channelsettings", "name": "pair", "parameters": { "channel": "smoke", "settings": "rate" } },
+  { "type": "gridemitter", "name": "source", "parameters": { "volume": "shape", "channels": ["pair"] } },
+  { "type": "force_gravity", "name": "wind" },
+  { "type": "grid_advection", "name": "move", "parameters": { "target": "smoke", "solver": "gas" } },
+  { "type": "fluid", "name": "gas", "position": [-100, 0, -100], "parameters": { "box_size": [200, 200, 200], "forces": ["wind"] } } ] } ] })";
+
+struct Loaded {
+  explicit Loaded(const std::string& what = "", const std::string& with = "",
+                  const std::vector<std::string>& overrides = {}) {
+    std::string text = kSmoke;
+    if (!what.empty()) {
+      if (text.find(what) == text.npos) throw std::runtime_error(what + " isn't there");
+      text.replace(text.find(what), what.size(), with);
+    }
+    const RunFolder folder("reachability");
+    scene = LoadScene(folder.Write("s.json", text), diagnostics, overrides);
+    for (std::string line : diagnostics.Lines()) {
+      if (line.find("/s.json:") != line.npos) line.erase(0, line.find("/s.json:") + 1);
+      lines.push_back(line);
+    }
+  }
+  const NodeReach& Of(const std::string& name) const {
+    return *scene->reach.Of(scene->document->FindByName("scene/" + name)->Id());
+  }
+
+  Diagnostics diagnostics;
+  std::optional<LoadedScene> scene;
+  std::vector<std::string> lines;
+};
+
+}  // namespace
+
+TEST(Reachability, AWholeSceneHasNothingToTell) {
+  const Loaded whole;
+  EXPECT_THAT(whole.lines, IsEmpty());
+  EXPECT_THAT(whole.scene->reach.Idle(), IsEmpty());
+  ASSERT_EQ(whole.Of("smoke").readers.size(), 2u);
+  EXPECT_EQ(whole.Of("smoke").readers[0]->Name(), "pair");
+  EXPECT_EQ(whole.Of("smoke").readers[1]->Name(), "move");
+}
+
+TEST(Reachability, ACauseIsToldOnceAndItsVictimsSleep) {
+  const Loaded cut(R"({ "object": "ball" })", "{ }");
+  EXPECT_THAT(cut.lines,
+              ElementsAre(HasSubstr("s.json:5:3: warning: mesh \"skin\": it never works: it has "
+                                    "no polygon object; name one under 'object'")));
+  EXPECT_EQ(cut.Of("source").whyIdle,
+            "its 'volume': 'shape' never works: its 'mesh': 'skin' never works: it has no polygon "
+            "object; name one under 'object'");
+  EXPECT_TRUE(cut.Of("gas").MayWork() && cut.Of("pair").MayWork());
+}
+
+TEST(Reachability, LinksThatLeadNowhereHaveThePlaceOfTheirEntry) {
+  const Loaded off(R"("name": "wind" })", R"("name": "wind", "enabled": false })");
+  EXPECT_THAT(off.lines, ElementsAre(HasSubstr(
+                             "s.json:12:122: warning: fluid \"gas\": 'forces': 'wind' is switched "
+                             "off")));
+  EXPECT_EQ(off.Of("wind").whyIdle, "it is switched off");
+  const Loaded given("", "", {"gas.forces=[]"});
+  EXPECT_THAT(given.lines,
+              ElementsAre(HasSubstr("s.json:10:3: warning: force_gravity \"wind\": it never works: "
+                                    "no solver that runs names it under 'forces'")));
+  const Loaded option("", "", {"move.solver=null"});
+  EXPECT_THAT(option.lines,
+              testing::Contains(HasSubstr("--set move.solver=null: warning: grid_advection")));
+}
+
+TEST(Reachability, StagesInWhichNothingRunsAndServantsWithoutReaders) {
+  for (const int stage : {1, 4, 16, 17, 23})
+    EXPECT_THAT(Loaded(R"("solver": "gas" })",
+                       R"("solver": "gas", "stage": )" + std::to_string(stage) + " }")
+                    .lines,
+                ElementsAre(HasSubstr("'stage': no node runs in stage " + std::to_string(stage))));
+  EXPECT_THAT(Loaded(R"("solver": "gas" })", R"("solver": "gas", "stage": 12 })").lines, IsEmpty());
+  const Loaded unread(R"(, "settings": "rate")", "");
+  EXPECT_THAT(unread.lines,
+              ElementsAre(HasSubstr("s.json:7:3: note: emission_setting \"rate\": no node"),
+                          HasSubstr("channelsettings \"pair\": it never works")));
+  EXPECT_FALSE(unread.Of("source").MayWork()) << "its only pair never works";
+  EXPECT_TRUE(unread.Of("rate").isUnread);
+}
+
+TEST(Reachability, ShapesThatNothingComesOutOf) {
+  const std::string ball =
+      R"("type": "sphere", "radius": 30, "segments": 16, "position": [0, 60, 0])";
+  EXPECT_THAT(
+      Loaded(ball, R"("type": "sphere", "radius": 30, "position": [0, 260, 0])").lines,
+      ElementsAre(HasSubstr("s.json:9:72: warning: gridemitter \"source\": it never emits: "
+                            "the shape of 'shape' lies outside of the box of every fluid")));
+  EXPECT_THAT(Loaded(ball, R"("type": "plane", "size": [60, 60], "position": [0, 60, 0])").lines,
+              ElementsAre(HasSubstr("is flat and has no inside")));
+  EXPECT_THAT(Loaded(ball, R"("type": "box", "size": [60, 4, 60], "position": [0, 60, 0])").lines,
+              ElementsAre(HasSubstr("is 0.4 of a cell thin")));
+  EXPECT_THAT(Loaded(ball, R"("type": "sphere", "radius": 30, "position": [0, 215, 0])").lines,
+              IsEmpty())
+      << "it reaches into the box";
+  EXPECT_THAT(
+      Loaded(
+          ball,
+          R"("type": "sphere", "radius": 30, "position": {"keys": [[0, [0, 260, 0]], [3, [0, 60, 0]]]})")
+          .lines,
+      IsEmpty())
+      << "it comes into the box later";
+}
+
+}  // namespace MELDO_GLOBAL::app
