@@ -76,6 +76,7 @@ class Cache_OperatorBase : public iObject {
   bool CanDoWithout(const std::filesystem::path& file);
   /// What was wrong with files that were read or written, each once.
   const std::vector<std::string>& Warnings() const { return mWarnings; }
+  std::vector<std::string> TakeWarnings() { return std::exchange(mWarnings, {}); }
   bool Records() const { return mMode != 0; }
   bool Plays() const { return mMode != 1; }
   const CacheName& FileNames() const { return mFileName; }

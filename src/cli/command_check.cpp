@@ -63,12 +63,12 @@ void Fix(const std::filesystem::path& path) {
 
 }  // namespace
 
-int RunCheck(const std::filesystem::path& path, bool fix) {
+int RunCheck(const std::filesystem::path& path, bool fix, bool strict) {
   if (fix) Fix(path);
   Diagnostics diagnostics;
   const auto scene = LoadScene(path, diagnostics);
   diagnostics.Print();
-  if (!scene) return kExitInvalidScene;
+  if (!scene || (strict && diagnostics.HasWarnings())) return kExitInvalidScene;
   fmt::print("{}\n", Summary(*scene));
   return kExitDone;
 }

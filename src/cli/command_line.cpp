@@ -52,7 +52,7 @@ struct Options {
   CacheSetupOptions cacheSetup;
   std::string frames, memory, size, checkpoint;
   std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile, verifyOut;
-  bool json = false, schema = false, fix = false;
+  bool json = false, schema = false, fix = false, strict = false;
 };
 
 CLI::App* AddRun(CLI::App& app, Options& o) {
@@ -94,6 +94,7 @@ CLI::App* AddRun(CLI::App& app, Options& o) {
       ->needs(from)
       ->check(CheckGiven);
   run->add_flag("--allow-outside", o.run.allowOutside, kAllowOutsideHelp);
+  run->add_flag("--strict", o.run.strict, "a warning makes the exit code 3");
   run->add_flag("--quiet", o.run.quiet, "print nothing but errors");
   run->add_flag("--trace", o.run.trace,
                 "print a line for each object and stage that runs: frame substep stage object");
@@ -142,6 +143,7 @@ CLI::App* AddCheck(CLI::App& app, Options& o) {
   check->add_flag("--fix", o.fix,
                   "first put mesh nodes between volumes and the objects that they link, in the\n"
                   "file itself; what it held before is kept beside it as SCENE.bak");
+  check->add_flag("--strict", o.strict, "a warning makes the exit code 3");
   check->footer("Example:\n  sulva check scenes/plume.json");
   return check;
 }
@@ -330,7 +332,7 @@ int Dispatch(int argc, char** argv) {
   }
   if (run->parsed()) return RunCommand(options);
   if (render->parsed()) return RenderCommand(options);
-  if (check->parsed()) return RunCheck(options.checkScene, options.fix);
+  if (check->parsed()) return RunCheck(options.checkScene, options.fix, options.strict);
   if (nodes->parsed())
     return options.schema ? RunNodesSchema() : RunNodes(options.kind, options.json);
   if (graph->parsed()) return RunGraph(options.graphScene, options.graphPage);

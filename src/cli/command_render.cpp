@@ -115,6 +115,7 @@ class PictureRun {
   std::unique_ptr<Simulation> MakeSimulation() const {
     auto simulation = std::make_unique<Simulation>(*mScene.document, mScene.servers, mMemory);
     simulation->SetCacheRun({.simulation = mScene.simulation, .mayRecord = mRecords});
+    simulation->Silence(mScene.reach.Idle());
     return simulation;
   }
 
@@ -234,6 +235,8 @@ class PictureRun {
         return kExitMemory;
       case FrameOutcome::FileFailure: mProgress.Error(mSimulation->FileFailure()); return kExitFile;
     }
+    for (const std::string& warning : record.warnings)
+      mProgress.Note(fmt::format("warning: frame {}: {}", frame, warning));
     for (const auto& scene : mSimulation->Scenes()) MeasureScene(*scene, mNames, record);
     const std::string broken = FindNonFinite(record);
     if (!broken.empty()) {

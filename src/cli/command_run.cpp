@@ -64,12 +64,13 @@ class Run {
         mManifest(out),
         mCheckpoints(out / "checkpoints", scene.fingerprint, options.checkpoint, options.kept,
                      [this] { SyncLogs(); }) {
-    if (!mFolder.lock.Warning().empty()) mProgress.Note("warning: " + mFolder.lock.Warning());
+    if (!mFolder.lock.Warning().empty()) Warn(mFolder.lock.Warning());
     mSimulation.SetCacheRun({.simulation = scene.simulation});
     if (options.allowOutside) mRecordingLocks = LockRecordings(mSimulation, out, "run");
     mResumed = Begin();
     if (mResumed) mFramesWritten = mResumed->framesWritten;
     if (options.trace) mSimulation.PrintTrace();
+    mSimulation.Silence(scene.reach.Idle());
   }
 
   int Execute() {
@@ -92,9 +93,15 @@ class Run {
     }
     if (code == kExitInterrupted || code == kExitFile || code == kExitMemory) KeepNewestState();
     const std::chrono::duration<double> wall = Clock::now() - start;
-    mStatistics.WriteSummary(mStatistics.Count(mFramesWritten), wall.count(), code);
+    const std::vector<std::string> warnings = mSimulation.Warnings();
+    for (const std::string& warning : warnings) Warn(warning);
+    if (code == kExitDone && mOptions.strict && (mHasWarned || mSimulation.HasWarned())) {
+      mProgress.Error("--strict: there are warnings");
+      code = kExitInvalidScene;
+    }
+    mStatistics.WriteSummary(mStatistics.Count(mFramesWritten), wall.count(), code, warnings);
     code = EndManifest(code);
-    PrintWarnings();
+    if (!mStatistics.Warning().empty()) Warn(mStatistics.Warning());
     if (code == kExitDone)
       mProgress.Note(fmt::format("done: {} frame{} in {}, written to {}", mFramesWritten,
                                  mFramesWritten == 1 ? "" : "s", FormatDuration(wall.count()),
@@ -143,7 +150,7 @@ class Run {
     } else {
       mManifest.Start(Head());
     }
-    for (const std::string& note : notes) mProgress.Note("warning: " + note);
+    for (const std::string& note : notes) Warn(note);
     mProgress.Note(state ? fmt::format("going on behind frame {}", state->frame)
                          : "no checkpoint to go on from: starting at the first frame");
     return state;
@@ -185,6 +192,8 @@ class Run {
       }
       if (frame == first) DescribeScenes();
       for (const auto& scene : mSimulation.Scenes()) MeasureScene(*scene, mNames, record);
+      for (const std::string& warning : record.warnings)
+        Warn(fmt::format("frame {}: {}", frame, warning));
       const std::string broken = FindNonFinite(record);
       if (!broken.empty()) {
         mProgress.Error(fmt::format("frame {}: {} is no longer finite", frame, broken));
@@ -217,15 +226,14 @@ class Run {
     try {
       mManifest.Sync();
     } catch (const host::FileError& error) {
-      mProgress.Note(fmt::format("warning: {}", error.what()));
+      Warn(error.what());
     }
   }
 
   /// A checkpoint that can't be written costs time, not results.
   void TellCheckpoints() {
     const std::string warning = mCheckpoints.TakeWarning();
-    if (!warning.empty() && mToldWarnings.insert(warning).second)
-      mProgress.Note(fmt::format("warning: no checkpoint: {}", warning));
+    if (!warning.empty() && mToldWarnings.insert(warning).second) Warn("no checkpoint: " + warning);
   }
 
   /// A run that wrote nothing leaves the list of what was there as it was.
@@ -259,9 +267,9 @@ class Run {
     TellCheckpoints();
   }
 
-  void PrintWarnings() {
-    for (const std::string& warning : mSimulation.Warnings()) mProgress.Note("warning: " + warning);
-    if (!mStatistics.Warning().empty()) mProgress.Note("warning: " + mStatistics.Warning());
+  void Warn(const std::string& warning) {
+    mHasWarned = true;
+    mProgress.Note("warning: " + warning);
   }
 
   const RunOptions& mOptions;
@@ -280,6 +288,7 @@ class Run {
   std::optional<RunState> mResumed;
   std::set<std::string> mToldWarnings;
   i32 mFramesWritten = 0;
+  bool mHasWarned = false;
 };
 
 }  // namespace
@@ -289,8 +298,9 @@ int RunScene(const RunOptions& options) {
   if (options.threads > 0) host::SetThreadCount(options.threads);
   Diagnostics diagnostics;
   std::optional<LoadedScene> scene = LoadScene(options.scene, diagnostics, options.overrides);
-  if (!options.quiet || !scene) diagnostics.Print();
-  if (!scene) return kExitInvalidScene;
+  const bool isRefused = !scene || (options.strict && diagnostics.HasWarnings());
+  if (!options.quiet || isRefused) diagnostics.Print();
+  if (isRefused) return kExitInvalidScene;
   const fs::path out = options.out.empty() ? DefaultOut(options) : options.out;
   scene->document->folder = CacheFolderOf(out).string();
   try {

@@ -25,6 +25,7 @@ struct RunOptions {
   std::optional<i32> from;     ///< with resume: the frame behind which a run in `base` is left
   std::filesystem::path base;  ///< empty for out/<name of the scene file>
   bool allowOutside = false;   ///< files may be written outside of `out`
+  bool strict = false;  ///< a warning makes the exit code 3
 };
 
 /// Runs a scene and answers the exit code. Writes statistics and exports under `out`.

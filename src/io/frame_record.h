@@ -37,10 +37,14 @@ struct FrameRecord {
   std::vector<double> steps;  ///< seconds
   double wallSeconds = 0;
   u64 peakMemory = 0;  ///< of the process, bytes
+  /// CFL number reached: the most cells that a flow could cross in a substep, by its speed when
+  /// that began (the root of the summed squares of its axes' largest components).
+  double cfl = 0;
   bool simulated = false;
   std::array<double, MELDO_SULVA::kStageCount> stageSeconds{};
   std::vector<ChannelRecord> channels;
   std::vector<SolverRecord> solvers;
+  std::vector<std::string> warnings;  ///< what began in this frame and most likely isn't meant
 
   /// Cells of the largest grid.
   i64 Cells() const;

@@ -51,6 +51,12 @@ void FormatSolver(JsonLine& json, const SolverRecord& solver) {
   json.Close(']').Close('}');
 }
 
+void FormatWarnings(JsonLine& json, const std::vector<std::string>& warnings) {
+  json.Key("warnings").Open('[');
+  for (const std::string& warning : warnings) json.Text(warning);
+  json.Close(']');
+}
+
 }  // namespace
 
 std::string FormatFrame(const FrameRecord& record) {
@@ -60,7 +66,7 @@ std::string FormatFrame(const FrameRecord& record) {
   json.Key("substeps").Number(static_cast<i64>(record.steps.size()));
   json.Key("dt_s").Open('[');
   for (const double step : record.steps) json.Number(step);
-  json.Close(']');
+  json.Close(']').Key("cfl").Number(record.cfl);
   json.Key("wall_s").Number(record.wallSeconds);
   json.Key("peak_rss_bytes").Number(static_cast<i64>(record.peakMemory));
   FormatStages(json, record);
@@ -70,13 +76,16 @@ std::string FormatFrame(const FrameRecord& record) {
   for (const SolverRecord& solver : record.solvers) FormatSolver(json, solver);
   json.Close('}');
   json.Key("particles").Open('{').Close('}').Key("bodies").Open('{').Close('}');
+  FormatWarnings(json, record.warnings);
   return json.Close('}').Str();
 }
 
-std::string FormatSummary(i32 frames, double wallSeconds, int exitCode) {
+std::string FormatSummary(i32 frames, double wallSeconds, int exitCode,
+                          const std::vector<std::string>& warnings) {
   JsonLine json;
   json.Open('{').Key("summary").Open('{').Key("frames").Number(i64{frames});
   json.Key("wall_s").Number(wallSeconds).Key("exit_code").Number(i64{exitCode});
+  FormatWarnings(json, warnings);
   return json.Close('}').Close('}').Str();
 }
 
@@ -113,13 +122,14 @@ void StatisticsFile::WriteFrame(const FrameRecord& record) {
   });
 }
 
-void StatisticsFile::WriteSummary(i32 frames, double wallSeconds, int exitCode) {
+void StatisticsFile::WriteSummary(i32 frames, double wallSeconds, int exitCode,
+                                  const std::vector<std::string>& warnings) {
   std::error_code failed;
   if (!mIsOurs && frames == 0 && std::filesystem::exists(mLog.Path(), failed) && exitCode != 0)
     return;
   Try([&] {
     StartIfNew();
-    mLog.Finish(FormatSummary(frames, wallSeconds, exitCode));
+    mLog.Finish(FormatSummary(frames, wallSeconds, exitCode, warnings));
   });
 }
 

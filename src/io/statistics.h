@@ -10,8 +10,9 @@ namespace MELDO_GLOBAL::app {
 
 /// The line of a frame, without the newline.
 std::string FormatFrame(const FrameRecord& record);
-/// The last line, without the newline.
-std::string FormatSummary(i32 frames, double wallSeconds, int exitCode);
+/// The last line, without the newline; `warnings` are those that no frame has told.
+std::string FormatSummary(i32 frames, double wallSeconds, int exitCode,
+                          const std::vector<std::string>& warnings = {});
 
 /// The statistics file, to which lines are added as frames are done, each at once. A file that
 /// can't be written is told once, as a warning, and never ends a run. What an earlier run left
@@ -23,7 +24,8 @@ class StatisticsFile {
   /// of later frames stay, since those frames would give the same ones.
   void GoOn(i32 frame, i32 expected);
   void WriteFrame(const FrameRecord& record);
-  void WriteSummary(i32 frames, double wallSeconds, int exitCode);
+  void WriteSummary(i32 frames, double wallSeconds, int exitCode,
+                    const std::vector<std::string>& warnings = {});
   /// Flushes it to the disk.
   void Sync();
   /// The frames that the file tells of, as long as it could be written; else `frames`.

@@ -5,13 +5,16 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 
 #include "cache/cache_operator.h"
 #include "fluids/solvers/fluid_solver.h"
+#include "framework/rest.h"
 #include "framework/stage_order.h"
 #include "framework/state_archive.h"
 #include "host/exit_codes.h"
+#include "host/polygon_object.h"
 #include "host/worker_pool.h"
 #include "nodes/catalogue.h"
 
@@ -63,6 +66,7 @@ Simulation::Simulation(host::Document& document, const std::vector<host::BaseNod
     mScenes.push_back(CreateScene(*server));
     SulvaScene* scene = mScenes.back().get();
     scene->mBoundsGuard = [this, scene](const Vec3d& min, const Vec3d& max) {
+      NoteCfl(*scene);
       return mGuard.Allows(*scene, min, max);
     };
   }
@@ -95,6 +99,8 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
   record = {};
   record.frame = frame;
   mDocument.SetFrame(frame);
+  BeginWatch();
+  mCfl = 0;
   for (const auto& scene : mScenes) {
     const bool finished = Execute(*scene);
     if (!mGuard.Refusal().empty() || !mGuard.CheckGrids(*scene)) return FrameOutcome::OutOfMemory;
@@ -102,6 +108,9 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
     if (!finished || host::MainThread().TestBreak()) return FrameOutcome::Interrupted;
     AddReport(*scene, scene == mScenes.front(), record);
   }
+  EndWatch();
+  record.cfl = mCfl;
+  AddWarnings(record);
   std::fflush(stdout);  // a trace appears with its frame
   record.wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();
   record.peakMemory = PeakMemory();
@@ -158,6 +167,8 @@ void Simulation::Persist(StateArchive& archive, i32 frame) {
     if (!archive.IsGood()) return;
     scene->Persist(archive);
   }
+  // A run that goes on tells what one that was never interrupted does.
+  archive(mTold, mHasWarned);
 }
 
 void Simulation::ForEachCache(const std::function<void(Cache_OperatorBase&)>& f) const {
@@ -196,28 +207,126 @@ void Simulation::PrintTrace() {
   }
 }
 
+namespace {
+template <class F>
+void ForEachObject(const Scene& scene, F&& f) {
+  for (i32 list = 1; list <= 11; ++list)
+    for (const auto& [id, object] : scene.List(list))
+      if (object->Node()) f(*object);
+}
+
+std::string Subject(const iBase& object) {
+  const NodeKind* kind = FindKind(object.Node()->Type());
+  return fmt::format("{} \"{}\"", kind ? kind->type : "node", object.Node()->Name());
+}
+
+std::string InactiveText(const iBase& object) {
+  return fmt::format("{} is inactive: {}", Subject(object), object.mInactiveReason);
+}
+}  // namespace
+
+// A solver that rests still answers a small speed, which seeds the first adaptive step.
+void Simulation::NoteCfl(const SulvaScene& scene) {
+  double top = 0;
+  for (const auto& [id, object] : scene.List(kListSolvers))
+    if (object->Has(FLAG_ENABLED) && object->Has(FLAG_ACTIVE))
+      top = std::max(top, object->GetMaxSpeedSq());
+  mCfl = std::max(mCfl, std::sqrt(top) * scene.mTime.stepDuration / scene.mDomain.cellSize);
+}
+
+bool Simulation::IsToTell(const iBase& object) const {
+  const host::NodeId id = object.Node()->Id();
+  return object.mInactiveReason && !IsRest(object.mInactiveReason) && object.Has(FLAG_ENABLED) &&
+         !mSilenced.contains(id) && std::find(mTold.begin(), mTold.end(), id) == mTold.end();
+}
+
+void Simulation::BeginWatch() {
+  mBefore.clear();
+  for (const auto& scene : mScenes)
+    ForEachObject(*scene, [&](iBase& object) {
+      mBefore[&object] = {object.mRuns, object.mInactiveReason};
+      object.mInactiveReason = nullptr;
+    });
+}
+
+void Simulation::EndWatch() {
+  mWentIdle.clear();
+  for (const auto& scene : mScenes)
+    ForEachObject(*scene, [&](iBase& object) {
+      if (object.mInactiveReason) return void(mWentIdle.insert(&object));
+      // What had no work keeps its reason: only a change would bring another.
+      const auto before = mBefore.find(&object);
+      if (before != mBefore.end()) object.mInactiveReason = before->second.reason;
+    });
+}
+
+u32 Simulation::RunsOf(const iBase& object) const {
+  const auto before = mBefore.find(&object);
+  return object.mRuns - (before == mBefore.end() ? 0 : before->second.runs);
+}
+
+const char* Simulation::IdleReasonOf(const iBase& object) const {
+  return mWentIdle.contains(&object) ? object.mInactiveReason : nullptr;
+}
+
+void Simulation::AddWarningsOf(const Scene& scene, FrameRecord& record) {
+  // The first frames have no flow yet, and a scene without content has nothing to work on; what
+  // stays that way is told when the run ends.
+  constexpr i32 kStartUp = 2;
+  const bool isEmpty = scene.mFlags & Scene::kNoBounds;
+  if (scene.mClock.frameFromStart < kStartUp || !scene.mReport.simulated || isEmpty) return;
+  ForEachObject(scene, [&](const iBase& object) {
+    const bool stands = object.mRuns == 0 || IdleReasonOf(object);
+    if (RunsOf(object) > 0 || !stands || !IsToTell(object)) return;
+    mTold.push_back(object.Node()->Id());
+    record.warnings.push_back(InactiveText(object));
+  });
+}
+
+void Simulation::AddFaults(const Scene& scene, FrameRecord& record) {
+  ForEachObject(scene, [&](iBase& object) {
+    const auto add = [&](const std::vector<std::string>& warnings) {
+      for (const std::string& warning : warnings)
+        record.warnings.push_back(fmt::format("{}: {}", Subject(object), warning));
+    };
+    if (auto* cache = dynamic_cast<Cache_OperatorBase*>(&object)) add(cache->TakeWarnings());
+    if (auto* solver = dynamic_cast<FluidSolver*>(&object)) add(solver->mPressure.TakeWarnings());
+  });
+}
+
+void Simulation::AddWarnings(FrameRecord& record) {
+  constexpr double kMostCells = 20;
+  constexpr u64 kStep = 0;
+  for (const auto& scene : mScenes) {
+    AddFaults(*scene, record);
+    AddWarningsOf(*scene, record);
+  }
+  if (record.cfl > kMostCells && std::find(mTold.begin(), mTold.end(), kStep) == mTold.end()) {
+    mTold.push_back(kStep);
+    record.warnings.push_back(fmt::format(
+        "the flow crosses {:.0f} cells in a substep, and what lies between is skipped; "
+        "raise the server's 'extra_substeps', or 'cell_size'",
+        record.cfl));
+  }
+  mHasWarned |= !record.warnings.empty();
+}
+
 std::vector<std::string> Simulation::Warnings() const {
   std::vector<std::string> warnings;
-  const auto subject = [](const iBase& object) {
-    const NodeKind* kind = FindKind(object.Node()->Type());
-    return fmt::format("{} \"{}\"", kind ? kind->type : "node", object.Node()->Name());
-  };
   for (const auto& scene : mScenes)
-    for (i32 list = 1; list <= 11; ++list)
-      for (const auto& [id, object] : scene->List(list)) {
-        if (!object->Node()) continue;
-        // No force acts before there is a flow, in the second frame.
-        const bool isEarly = list == kListForces && scene->mClock.frameFromStart < 1;
-        if (object->mRuns == 0 && object->mInactiveReason && !isEarly)
-          warnings.push_back(
-              fmt::format("{} is inactive: {}", subject(*object), object->mInactiveReason));
-        if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(object.get()))
-          for (const std::string& warning : cache->Warnings())
-            warnings.push_back(fmt::format("{}: {}", subject(*object), warning));
-        if (const auto* solver = dynamic_cast<const FluidSolver*>(object.get()))
-          for (const std::string& warning : solver->mPressure.Warnings())
-            warnings.push_back(fmt::format("{}: {}", subject(*object), warning));
-      }
+    ForEachObject(*scene, [&](const iBase& object) {
+      const auto add = [&](const std::string& warning) {
+        warnings.push_back(fmt::format("{}: {}", Subject(object), warning));
+      };
+      // No force acts before there is a flow, in the second frame.
+      const bool isEarly = object.GetListIndex() == kListForces && scene->mClock.frameFromStart < 1;
+      if (object.mRuns == 0 && IsToTell(object) && !isEarly)
+        warnings.push_back(InactiveText(object));
+      if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(&object))
+        for (const std::string& warning : cache->Warnings()) add(warning);
+      if (const auto* solver = dynamic_cast<const FluidSolver*>(&object))
+        for (const std::string& warning : solver->mPressure.Warnings()) add(warning);
+    });
   return warnings;
 }
 

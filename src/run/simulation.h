@@ -2,7 +2,9 @@
 #pragma once
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -67,15 +69,45 @@ class Simulation {
   const std::string& MemoryRefusal() const { return mGuard.Refusal(); }
   /// Which file couldn't be written or played, and why.
   const std::string& FileFailure() const { return mFileFailure; }
-  /// One sentence for each object that never ran and knows why, and for each fault of a cache.
+  /// How often an object ran in the last frame.
+  u32 RunsOf(const MELDO_SULVA::iBase& object) const;
+  /// Why an object went idle in the last frame; null where it didn't.
+  const char* IdleReasonOf(const MELDO_SULVA::iBase& object) const;
+  /// What nodes the user was told of before the run: no warning repeats it.
+  void Silence(std::set<host::NodeId> nodes) { mSilenced = std::move(nodes); }
+  /// One sentence for each object that never ran, knows why and wasn't told of in a frame, and for
+  /// each fault that no frame has told.
   std::vector<std::string> Warnings() const;
+  /// Whether a frame had a warning, in this run or in the one that it goes on from.
+  bool HasWarned() const { return mHasWarned; }
 
  private:
+  /// What a frame shows of objects that ought to work and don't, and of steps that are too long;
+  /// each is told once.
+  void AddWarnings(FrameRecord& record);
+  void AddFaults(const MELDO_SULVA::Scene& scene, FrameRecord& record);
+  void AddWarningsOf(const MELDO_SULVA::Scene& scene, FrameRecord& record);
+  bool IsToTell(const MELDO_SULVA::iBase& object) const;
+  /// Keeps how many cells the flow, as fast as it is now, crosses in the step that begins.
+  void NoteCfl(const MELDO_SULVA::SulvaScene& scene);
+  void BeginWatch();
+  void EndWatch();
   bool CheckCaches(const MELDO_SULVA::Scene& scene);
 
   host::Document& mDocument;
   MemoryGuard mGuard;
   std::string mFileFailure;
+  double mCfl = 0;  ///< reached in this frame
+  std::set<host::NodeId> mSilenced;
+  bool mHasWarned = false;
+  std::vector<u64> mTold;  ///< nodes, in the order in which they were told of; 0 for the step
+  /// An object as it stood before the last frame.
+  struct Before {
+    u32 runs = 0;
+    const char* reason = nullptr;
+  };
+  std::map<const MELDO_SULVA::iBase*, Before> mBefore;
+  std::set<const MELDO_SULVA::iBase*> mWentIdle;  ///< deactivated in the last frame
   std::vector<std::unique_ptr<MELDO_SULVA::SulvaScene>> mScenes;
 };
 

@@ -22,6 +22,12 @@ void Diagnostics::Note(SourceLocation where, std::string text) {
   mMessages.push_back({Message::Severity::Note, std::move(where), std::move(text)});
 }
 
+bool Diagnostics::HasWarnings() const {
+  return std::any_of(mMessages.begin(), mMessages.end(), [](const Message& message) {
+    return message.severity == Message::Severity::Warning;
+  });
+}
+
 namespace {
 std::string_view WordOf(Message::Severity severity) {
   switch (severity) {

@@ -32,6 +32,7 @@ class Diagnostics {
   void Note(SourceLocation where, std::string text);
 
   bool HasErrors() const { return mErrors > 0; }
+  bool HasWarnings() const;
   const std::vector<Message>& Messages() const { return mMessages; }
 
   /// One line each: `file:line:column: error: text`, ordered by place within a file; an option has

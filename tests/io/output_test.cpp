@@ -82,6 +82,8 @@ TEST(Statistics, LinesHoldTheContract) {
   record.channels.push_back({.name = "smoke", .dims = {4, 5, 6}, .max = {1, 0, 0}});
   record.channels.push_back({.name = "colour", .components = 3, .sum = {1, 2, 3}});
   record.solvers.push_back({.name = "gas", .maxSpeed = 1.5, .pressure = {{31, 8e-9}}});
+  record.cfl = 2.5;
+  record.warnings = {"it \"leaks\""};
   const auto json = nlohmann::json::parse(FormatFrame(record));
   EXPECT_EQ(json["frame"], 12);
   EXPECT_EQ(json["substeps"], 2);
@@ -92,12 +94,17 @@ TEST(Statistics, LinesHoldTheContract) {
   EXPECT_EQ(json["solvers"]["gas"]["pressure"][0]["iterations"], 31);
   EXPECT_EQ(json["solvers"]["gas"]["max_speed"], 1.5);
   EXPECT_TRUE(json["particles"].is_object() && json["bodies"].is_object());
+  EXPECT_EQ(json["cfl"], 2.5);
+  EXPECT_EQ(json["warnings"], nlohmann::json({"it \"leaks\""}));
   bool hasAdvection = false;
   for (const auto& stage : json["stages"])
     hasAdvection |= stage["stage"] == 6 && stage["name"] == "Advection" && stage["wall_s"] == 0.05;
   EXPECT_TRUE(hasAdvection);
-  EXPECT_EQ(nlohmann::json::parse(FormatSummary(3, 1.5, 7))["summary"],
-            nlohmann::json({{"frames", 3}, {"wall_s", 1.5}, {"exit_code", 7}}));
+  EXPECT_EQ(nlohmann::json::parse(FormatSummary(3, 1.5, 7, {"late"}))["summary"],
+            nlohmann::json({{"frames", 3},
+                            {"wall_s", 1.5},
+                            {"exit_code", 7},
+                            {"warnings", nlohmann::json::array({"late"})}}));
 }
 
 TEST(Statistics, FileGrowsWhileItIsOpenAndAFailureIsOnlyAWarning) {

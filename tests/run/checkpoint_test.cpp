@@ -196,7 +196,7 @@ TEST(Checkpoint, FileThatCannotBeWrittenEndsTheRunAndLeavesWhatWasThere) {
   EXPECT_EQ(folder.Run(
                 {"run", "smoke.json", "--out", "o", "--set", "recording.go_on_after_failure=true"}),
             0);
-  EXPECT_NE(folder.Errors().find("warning: cache \"recording\": cannot write"), std::string::npos)
+  EXPECT_NE(folder.Errors().find("cache \"recording\": cannot write"), std::string::npos)
       << folder.Errors();
 }
 

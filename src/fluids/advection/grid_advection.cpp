@@ -7,6 +7,7 @@
 #include "fluids/flow/flow_cells.h"
 #include "fluids/flow/wall_velocities.h"
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "framework/scene.h"
 #include "grids/fixed_blocks.h"
 
@@ -119,7 +120,7 @@ void GridAdvection::Prepare() {
   SetFlag(FLAG_ACTIVE, false);
   const auto hasData = [](const EGrid<double>* grid) { return grid && grid->mData; };
   if (!mSolver) return (void)Deactivate("it has no solver; name one under 'solver'");
-  if (Target()->Has(FLAG_CACHED)) return (void)Deactivate("its target plays from a cache");
+  if (Target()->Has(FLAG_CACHED)) return (void)Deactivate(kPlayedTargetReason);
   for (i32 axis = 0; axis < 3; ++axis)
     if (!hasData(mSolver->GetFlow().mVelocity.GetGrid(axis)))
       return (void)Deactivate("its solver has no velocity");

@@ -2,6 +2,7 @@
 
 #include "fluids/emission/channel_kinds.h"
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -28,7 +29,8 @@ const NodeKind& Grid_CellEmitter::Kind() {
       .example =
           {{},
            {example::kSmoke,
-            R"({ "type": "grid_celliterator", "name": "each cell", "parameters": { "channel": "smoke" } })"}},
+            R"({ "type": "channelop_remap", "name": "crisp", "parameters": { "gradient": [[0.2, [0, 0, 0]], [0.4, [1, 1, 1]]] } })",
+            R"({ "type": "grid_celliterator", "name": "each cell", "parameters": { "channel": "smoke", "operators": ["crisp"] } })"}},
       .rows = Parameters,
       .make = MakeNode<Grid_CellEmitter>,
   };
@@ -85,7 +87,7 @@ void Grid_CellEmitter::CheckDirty() {
 void Grid_CellEmitter::Prepare() {
   iObject* channel = Channel();
   if (!channel || !channel->Has(FLAG_ENABLED)) return void(Deactivate("it has no channel"));
-  if (channel->Has(FLAG_CACHED)) return void(Deactivate("its channel plays from a cache"));
+  if (channel->Has(FLAG_CACHED)) return void(Deactivate(kPlayedReason));
   if (!Grid(0)) return void(Deactivate("its channel has no grid"));
   if (mOperators.empty()) return void(Deactivate("it has no operators"));
   mConstraints.Prepare(this);

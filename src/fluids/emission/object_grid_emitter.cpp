@@ -1,6 +1,7 @@
 #include "fluids/emission/object_grid_emitter.h"
 
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -105,7 +106,7 @@ void ObjectGridEmitter::Prepare() {
       mTargets.push_back(
           {mPairs[i]->mScalar, settings, settings->Write(), settings->GetAmount(), mWeights[i]});
   }
-  if (!anyRuns) return void(Deactivate("none of its emissions is due"));
+  if (!anyRuns) return void(Deactivate(kNotDueReason));
   mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);
 }

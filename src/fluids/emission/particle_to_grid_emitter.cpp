@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -136,7 +137,7 @@ bool ParticleToGridEmitter::TestDuration() {
 
 void ParticleToGridEmitter::Prepare() {
   if (!IsDirty()) return;
-  if (!TestDuration()) return void(Deactivate("its time window is closed"));
+  if (!TestDuration()) return void(Deactivate(kClosedReason));
   if (mValues.empty()) return void(Deactivate("it has no values"));
   if (!Source()) return void(Deactivate("it has no mesh"));
   if (mDistanceMode == kByGradient && !mFalloffGradient)

@@ -1,5 +1,6 @@
 #include "fluids/forces/force.h"
 
+#include "framework/rest.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -27,8 +28,7 @@ void Force::PrepareFor(Flow& flow) {
   mWeight = 1.0;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, mWeight)) {
     mWeight = 0;
-    SetFlag(FLAG_ACTIVE, false);
-    return;
+    return void(Deactivate(kClosedReason));
   }
   if (!PrepareForce()) {
     SetFlag(FLAG_ACTIVE, false);

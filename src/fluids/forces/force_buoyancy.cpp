@@ -1,6 +1,7 @@
 #include "fluids/forces/force_buoyancy.h"
 
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -67,7 +68,7 @@ void Force_Buoyancy::ClearLinks() {
 
 bool Force_Buoyancy::PrepareForce() {
   if (!mTemperature) return Deactivate("it has no temperature channel");
-  if (mTime->stepDuration == 0) return Deactivate("the step has no length");
+  if (mTime->stepDuration == 0) return Deactivate(kNoStepReason);
   const GridLayout& layout = *mFlow->GetLayout();
   if (!mT.Bind(mTemperature->GetGrid(0), layout))
     return Deactivate("its temperature channel has no grid");

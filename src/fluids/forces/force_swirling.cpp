@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "framework/scene.h"
 #include "grids/fixed_blocks.h"
 #include "grids/for_each_cell.h"
@@ -110,12 +111,12 @@ bool Force_Swirling::PrepareForce() {
   for (i32 axis = 0; axis < 3; ++axis)
     if (!mVelocity || !mVelocity->GetGrid(axis) || !mVelocity->GetGrid(axis)->mData)
       return Deactivate("there is no velocity to swirl");
-  if (mStrength <= 0) return Deactivate("its strength is 0");
+  if (mStrength <= 0) return Deactivate(kNoStrengthReason);
   const GridLayout& layout = mVelocity->GetGrid(0)->mLayout;
   // Another holder of this force prepared it in this step already.
   if (Has(FLAG_ACTIVE) && mMagnitude && mMagnitude->mLayout.Equals(layout)) return true;
   const double h = layout.cellSize, dt = mTime->stepDuration;
-  if (dt == 0) return Deactivate("the step has no length");
+  if (dt == 0) return Deactivate(kNoStepReason);
   mHalfInverse = 0.5 / h;
   mEpsilon = 1e-19 / (h * dt);
   mForceScale = h * mStrength * dt;

@@ -33,8 +33,6 @@ template <class... Channels>
 bool IsPlayed(const Channels*... channels) {
   return ((channels && channels->Has(FLAG_CACHED)) || ...);
 }
-inline constexpr const char* kPlayedReason = "its channel plays from a cache";
-
 /// Grid 0 of a channel that may be null; null without data.
 inline EGrid<double>* DataOf(const ScalarField* channel) {
   EGrid<double>* grid = channel ? channel->GetGrid(0) : nullptr;

@@ -1,6 +1,7 @@
 #include "fluids/operators/grid_combustion.h"
 
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "grids/fixed_blocks.h"
 #include "grids/sampling.h"
 
@@ -159,7 +160,7 @@ bool GridCombustion::PlaceExpansion() {
 
 void GridCombustion::Prepare() {
   const double dt = mTime->stepDuration;
-  if (dt == 0) return (void)Deactivate("the step has no length");
+  if (dt == 0) return (void)Deactivate(kNoStepReason);
   if (IsPlayed(mTemperature, mFire, mFuel, mSmoke)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids() || !PlaceExpansion()) return;
   mThreshold = FlameThreshold(*mFire, mT->mRangeMax);

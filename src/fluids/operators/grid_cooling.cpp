@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -124,7 +125,7 @@ void GridCooling::Prepare() {
   const double dt = mTime->stepDuration;
   mT = DataOf(mTemperature);
   mF = DataOf(mFire);
-  if (dt == 0) return (void)Deactivate("the step has no length");
+  if (dt == 0) return (void)Deactivate(kNoStepReason);
   if (!mTemperature || !mTemperature->Has(FLAG_ENABLED))
     return (void)Deactivate("it has no temperature channel");
   if (IsPlayed(mTemperature, mFire)) return (void)Deactivate(kPlayedReason);

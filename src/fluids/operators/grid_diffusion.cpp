@@ -5,6 +5,7 @@
 #include "fluids/emission/channel_kinds.h"
 #include "fluids/emission/emission_settings.h"
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "grids/fixed_blocks.h"
 #include "grids/wide_kernel.h"
 
@@ -229,7 +230,7 @@ bool GridDiffusion::MakeWorkGrids(i32 count, const EGrid<double>& like) {
 void GridDiffusion::Prepare() {
   EGrid<double>* grid = Component(mComponent);
   if (!Channel()) return (void)Deactivate("it has no channel");
-  if (mTime->stepDuration == 0) return (void)Deactivate("the step has no length");
+  if (mTime->stepDuration == 0) return (void)Deactivate(kNoStepReason);
   if (IsPlayed(Channel())) return (void)Deactivate(kPlayedReason);
   if (!grid) return (void)Deactivate("its channel has no grid");
   const bool isGaussian = mMode == static_cast<i32>(DiffusionMode::Gaussian);

@@ -2,6 +2,7 @@
 
 #include "fluids/emission/channel_kinds.h"
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -86,7 +87,7 @@ bool GridDissipate::GatherGrids() {
 
 void GridDissipate::Prepare() {
   const double dt = mTime->stepDuration;
-  if (dt == 0) return (void)Deactivate("the step has no length");
+  if (dt == 0) return (void)Deactivate(kNoStepReason);
   if (IsPlayed(mScalar, mVector)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids()) return;
   mAmount = (mGrids[0]->mRangeMax - mGrids[0]->mRangeMin) * mRate * dt;

@@ -4,6 +4,7 @@
 
 #include "fluids/emission/channel_kinds.h"
 #include "framework/node_kind.h"
+#include "framework/rest.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {

@@ -1,6 +1,7 @@
 #include "fluids/operators/mesh_operator.h"
 
 #include "fluids/volume/volume_mesh.h"
+#include "framework/rest.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -49,7 +50,7 @@ void MeshOperator::Prepare() {
   if (mMesh && !mMesh->Has(FLAG_ENABLED)) return void(Deactivate("its mesh is switched off"));
   mWeight = 1;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, mWeight))
-    return void(Deactivate("its time window is closed"));
+    return void(Deactivate(kClosedReason));
   if (mRecord->GetVertexCount() == 0) return void(Deactivate("its mesh has no vertices"));
   mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);

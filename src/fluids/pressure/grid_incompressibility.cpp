@@ -7,6 +7,7 @@
 
 #include "fluids/pressure/projection_kernels.h"
 #include "fluids/volume/volume_base.h"
+#include "framework/rest.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
@@ -116,7 +117,7 @@ bool Grid_Incompressibility::Project() {
   double weight = 1;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && mTime &&
       !mDuration->Weight(mTime->elapsed, weight))
-    return Deactivate("its duration is over");
+    return Deactivate(kOverReason);
   if (!PrepareSystem()) return false;
   const auto forEachLayer = [&](void (Grid_Incompressibility::*work)(const CellBox&)) {
     ForEachBlock(mCells.z, Threads(), [&](i32 z) {
@@ -152,7 +153,8 @@ void Grid_Incompressibility::Solve() {
 
 void Grid_Incompressibility::Persist(StateArchive& archive) {
   iObject::Persist(archive);
-  archive(mDivergenceMax);  // of the last projection, which may lie frames back
+  // Of the last projection, which may lie frames back, and what was told up to it.
+  archive(mDivergenceMax, mWarned);
 }
 
 std::span<const double> Grid_Incompressibility::GetPressure() const { return Used().GetResult(); }

@@ -3,6 +3,7 @@
 #include <array>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fluids/flow/flow.h"
@@ -58,9 +59,10 @@ class Grid_Incompressibility : public iObject {
   double DivergenceMax() const { return mDivergenceMax; }
   /// Pressures of the last projection by cell, 0 in cells without an open face.
   std::span<const double> GetPressure() const;
-  /// What went wrong in solves since the start, each kind told once, the first time: a clause with
-  /// the place and the time.
+  /// What went wrong in solves and wasn't taken yet, each kind told once since the start, the first
+  /// time: a clause with the place and the time.
   std::span<const std::string> Warnings() const { return mWarnings; }
+  std::vector<std::string> TakeWarnings() { return std::exchange(mWarnings, {}); }
 
   /// Takes what its owner reads from a node.
   void SetAccuracy(const SolverAccuracy& accuracy, double modification, double minDiagonalRatio);
