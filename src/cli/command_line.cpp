@@ -17,6 +17,7 @@
 #include "cli/command_render.h"
 #include "cli/command_run.h"
 #include "cli/command_verify.h"
+#include "cli/command_why.h"
 #include "host/atomic_file.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
@@ -50,6 +51,7 @@ struct Options {
   RenderOptions render;
   CacheOptions cache;
   CacheSetupOptions cacheSetup;
+  WhyOptions why;
   std::string frames, memory, size, checkpoint;
   std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile, verifyOut;
   bool json = false, schema = false, fix = false, strict = false;
@@ -165,6 +167,26 @@ CLI::App* AddGraph(CLI::App& app, Options& o) {
                     "write a web page to look at in a browser; by default prints a list");
   graph->footer("Example:\n  sulva graph scenes/plume.json --html plume.html");
   return graph;
+}
+
+CLI::App* AddWhy(CLI::App& app, Options& o) {
+  CLI::App* why =
+      app.add_subcommand("why", "Simulates a scene; tells frame by frame why a node ran or slept");
+  why->add_option("SCENE", o.why.scene, "scene file")->required();
+  why->add_option("NODE", o.why.node, "a node of a server, by its name or path")->required();
+  why->add_option("--frames", o.frames, "frames to tell of, A:B (A, A: and :B work too)")
+      ->check(CheckGiven);
+  why->add_option("--threads", o.why.threads, "worker threads; by default all")
+      ->check(CLI::Range(1, host::kMaxWorkers));
+  why->add_option("--memory", o.memory, "most memory to use, such as 8G; by default the machine's")
+      ->check(CheckGiven);
+  why->add_option("--set", o.why.overrides, "another value for a parameter, NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false)
+      ->check(CheckOverride);
+  why->footer(
+      "It writes no file: caches that record rest, those that play do so from out/<name>.\n\n"
+      "Example:\n  sulva why scenes/plume.json lift --frames 0:5");
+  return why;
 }
 
 CLI::App* AddInfo(CLI::App& app, Options& o) {
@@ -305,14 +327,16 @@ int Dispatch(int argc, char** argv) {
   const CLI::App* check = AddCheck(app, options);
   const CLI::App* nodes = AddNodes(app, options);
   const CLI::App* graph = AddGraph(app, options);
+  const CLI::App* why = AddWhy(app, options);
   const CLI::App* info = AddInfo(app, options);
   const CLI::App* verify = AddVerify(app, options);
   const CLI::App* cache = AddCache(app, options);
   const CLI::App* cacheSetup = AddCacheSetup(app, options);
   AddNew(app, options);
 
-  const std::vector<std::string_view> commands = {"run",  "render", "check", "nodes",       "graph",
-                                                  "info", "verify", "cache", "cache-setup", "new"};
+  const std::vector<std::string_view> commands = {"run",   "render",      "check", "nodes",
+                                                  "graph", "why",         "info",  "verify",
+                                                  "cache", "cache-setup", "new"};
   if (argc > 1 && argv[1][0] != '-' &&
       std::find(commands.begin(), commands.end(), argv[1]) == commands.end()) {
     std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n",
@@ -336,6 +360,10 @@ int Dispatch(int argc, char** argv) {
   if (nodes->parsed())
     return options.schema ? RunNodesSchema() : RunNodes(options.kind, options.json);
   if (graph->parsed()) return RunGraph(options.graphScene, options.graphPage);
+  if (why->parsed()) {
+    ReadFramesAndMemory(options, options.why);
+    return RunWhy(options.why);
+  }
   if (info->parsed()) return RunInfo(options.infoFile);
   if (verify->parsed()) return RunVerify(options.verifyOut);
   if (cache->parsed()) return RunCache(options.cache);
