@@ -1,6 +1,8 @@
 // Host nodes that pictures are made of: cameras, lights, materials of surfaces, settings.
 //
-// Cameras look, and lights shine, along their -z axis with y up, or towards their `target`.
+// Cameras look, and lights shine, along their -z axis with y up, or towards their `target`. What
+// their rows say fills a struct beside the numbers; pointers lead into the node, and are null where
+// it doesn't hold the parameter.
 #pragma once
 #include "host/node.h"
 
@@ -17,6 +19,11 @@ enum CameraParameter : i32 {
   kCameraTarget = 1001,
   kCameraNearClip = 1002,
   kCameraFarClip = 1003,
+};
+struct CameraSettings : ParameterHolder {
+  double fieldOfView = 40;  ///< degrees
+  const Vec3d* target = nullptr;
+  double nearClip = 1, farClip = 1e6;
 };
 const ParameterTable& CameraParameters();
 
@@ -35,6 +42,18 @@ enum LightParameter : i32 {
 };
 enum class LightKind : i32 { Point, Spot, Distant, Area };
 enum class Falloff : i32 { None, Inverse, InverseSquare };
+struct LightSettings : ParameterHolder {
+  LightKind kind = LightKind::Point;
+  Vec3d colour{1, 1, 1};
+  double brightness = 1;
+  Falloff falloff = Falloff::InverseSquare;
+  double falloffDistance = 300;
+  const Vec3d* target = nullptr;
+  double coneAngle = 60;  ///< degrees
+  double coneEdge = 0.3;
+  Vec3d size{100, 100, 0};
+  bool volumes = true, shadows = true;
+};
 const ParameterTable& LightParameters();
 
 enum SurfaceParameter : i32 {
@@ -44,6 +63,13 @@ enum SurfaceParameter : i32 {
   kSurfaceEmission = 1003,
   kSurfaceColourShader = 1004,
   kSurfaceEmissionShader = 1005,
+};
+struct SurfaceSettings : ParameterHolder {
+  Vec3d colour{0.6, 0.6, 0.6};
+  double reflection = 0, roughness = 0.2;
+  Vec3d emission{};
+  const Link* colourShader = nullptr;
+  const Link* emissionShader = nullptr;
 };
 const ParameterTable& SurfaceParameters();
 
@@ -64,6 +90,20 @@ enum RenderParameter : i32 {
   kRenderVolumeBrightness = 1013,
 };
 enum class ToneCurve : i32 { Soft, Linear };
+struct RenderSettings : ParameterHolder {
+  i32 samples = 16, blurSamples = 0;
+  double shutter = 0.5;  ///< frames
+  double exposure = 1;
+  ToneCurve tone = ToneCurve::Soft;
+  const Gradient* background = nullptr;
+  Vec3d environment{1, 1, 1};
+  bool hasGround = true;
+  double groundHeight = 0, groundFade = 1500;
+  Vec3d groundColour{0.3, 0.3, 0.3};
+  bool bounce = true;
+  const InExcludeData* hidden = nullptr;
+  double volumeBrightness = 1;
+};
 const ParameterTable& RenderParameters();
 
 }  // namespace MELDO_GLOBAL::host

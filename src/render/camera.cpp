@@ -4,20 +4,17 @@
 #include <numbers>
 
 #include "host/render_objects.h"
-#include "render/parameters.h"
 
 namespace MELDO_GLOBAL::app {
 
 using namespace host;
 
-Matrix AimedPlacement(const BaseNode& node, i32 target) {
+Matrix AimedPlacement(const BaseNode& node, const Vec3d* target) {
   const Matrix global = node.GlobalMatrix();
   Matrix placement = RotationOf(global);
   placement.offset = global.offset;
-  const Value* value = node.Get(target);
-  const Vec3d* point = value ? std::get_if<Vec3d>(value) : nullptr;
-  if (!point || *point == global.offset) return placement;
-  placement.v3 = Normalised(global.offset - *point);
+  if (!target || *target == global.offset) return placement;
+  placement.v3 = Normalised(global.offset - *target);
   // Straight up or down nothing tells where the top is: take -z.
   const bool isVertical = std::abs(placement.v3.y) > 1 - 1e-9;
   placement.v1 = Normalised(Cross(isVertical ? Vec3d{0, 0, -1} : Vec3d{0, 1, 0}, placement.v3));
@@ -26,14 +23,13 @@ Matrix AimedPlacement(const BaseNode& node, i32 target) {
 }
 
 Camera::Camera(const BaseNode& node, i32 width, i32 height)
-    : mPlacement(AimedPlacement(node, kCameraTarget)),
-      mCentreX(width / 2.0),
-      mCentreY(height / 2.0) {
-  const ParameterReader read(node);
-  const double half = read.Real(kCameraFieldOfView) * std::numbers::pi / 360;
-  mFocal = mCentreX / std::tan(half);
-  mNear = read.Real(kCameraNearClip);
-  mFar = std::max(read.Real(kCameraFarClip), mNear);
+    : mCentreX(width / 2.0), mCentreY(height / 2.0) {
+  CameraSettings settings;
+  FillMembers(CameraParameters(), &node, settings);
+  mPlacement = AimedPlacement(node, settings.target);
+  mFocal = mCentreX / std::tan(settings.fieldOfView * std::numbers::pi / 360);
+  mNear = settings.nearClip;
+  mFar = std::max(settings.farClip, mNear);
 }
 
 Vec3d Camera::Direction(double x, double y) const {

@@ -7,8 +7,8 @@
 namespace MELDO_GLOBAL::app {
 
 /// The placement, without scale, of a node that looks or shines along its -z axis: its own, or,
-/// with a point under the parameter `target`, its position turned towards that point with y up.
-Matrix AimedPlacement(const host::BaseNode& node, i32 target);
+/// with a target, its position turned towards that point with y up.
+Matrix AimedPlacement(const host::BaseNode& node, const Vec3d* target);
 
 /// A camera with perspective, as it stands at one moment. Pixels are square; x runs right and y
 /// down from the upper left corner, so that the first pixel's centre is (0.5, 0.5).

@@ -21,11 +21,11 @@ class SceneLight : public host::RenderLight {
 
   host::NodeId Node() const override { return mNode; }
   Vec3d Colour() const override { return mColour; }
-  bool IlluminatesVolumes() const override { return mVolumes; }
+  bool IlluminatesVolumes() const override { return mSettings.volumes; }
   Illumination Illuminate(const Vec3d& point, bool withShadows) const override;
   Vec3d DirectionTo(const Vec3d& point) const override;
 
-  bool CastsShadows() const { return mShadows; }
+  bool CastsShadows() const { return mSettings.shadows; }
 
   /// Light from one place of the light.
   struct Sample {
@@ -43,14 +43,10 @@ class SceneLight : public host::RenderLight {
 
   host::NodeId mNode;
   const Blockers& mBlockers;
+  host::LightSettings mSettings;
   Matrix mPlacement;
-  host::LightKind mKind;
-  host::Falloff mFalloff;
-  Vec3d mColour;
-  double mFalloffDistance;
+  Vec3d mColour;                ///< with its brightness
   double mCosInner, mCosOuter;  ///< of a spot's cone
-  Vec3d mSize;
-  bool mVolumes, mShadows;
 };
 
 }  // namespace MELDO_GLOBAL::app

@@ -7,7 +7,6 @@
 #include <deque>
 
 #include "host/polygon_object.h"
-#include "render/parameters.h"
 #include "render/path_tracer.h"
 
 namespace MELDO_GLOBAL::app {
@@ -67,13 +66,18 @@ class ReadyShaders {
   ShaderMap mReady;
 };
 
+RenderSettings SettingsOf(const BaseNode& node) {
+  RenderSettings settings;
+  FillMembers(RenderParameters(), &node, settings);
+  return settings;
+}
+
 /// The moments in which the shutter is open, evenly about the frame.
-std::vector<double> BlurMoments(const BaseNode& settings, i32 frame) {
-  const ParameterReader read(settings);
-  const i32 count = read.Long(kRenderBlurSamples);
-  const double shutter = read.Real(kRenderShutter);
+std::vector<double> BlurMoments(const RenderSettings& settings, i32 frame) {
+  const i32 count = settings.blurSamples;
   std::vector<double> moments;
-  for (i32 i = 0; i < count; ++i) moments.push_back(frame + shutter * ((i + 0.5) / count - 0.5));
+  for (i32 i = 0; i < count; ++i)
+    moments.push_back(frame + settings.shutter * ((i + 0.5) / count - 0.5));
   return moments;
 }
 
@@ -86,11 +90,11 @@ void MoveObjects(const Document& document, const RenderSpec& spec, double frame)
   spec.camera->Animate(frame);
 }
 
-std::deque<RenderWorld> MakeBlurWorlds(const RenderSpec& spec, i32 frame,
-                                       const ShaderMap& shaders) {
+std::deque<RenderWorld> MakeBlurWorlds(const RenderSpec& spec, const RenderSettings& settings,
+                                       i32 frame, const ShaderMap& shaders) {
   const Document& document = spec.settings->GetDocument();
   std::deque<RenderWorld> worlds;
-  const std::vector<double> moments = BlurMoments(*spec.settings, frame);
+  const std::vector<double> moments = BlurMoments(settings, frame);
   for (const double moment : moments) {
     MoveObjects(document, spec, moment);
     worlds.emplace_back(spec, shaders);
@@ -200,13 +204,13 @@ double EncodeSrgb(double x) {
 
 RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame, const PictureMaterials& materials,
                               const HostThread& thread, const RenderProgress& progress) {
-  const ParameterReader read(*spec.settings);
+  const RenderSettings settings = SettingsOf(*spec.settings);
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
   RenderData data;
   data.document = &spec.settings->GetDocument();
   data.threadCount = ThreadCount();
-  data.brightness = read.Real(kRenderVolumeBrightness);
+  data.brightness = settings.volumeBrightness;
   data.thread = &thread;
   const ReadyShaders shaders(materials.shaders, data);
   const auto world = std::make_shared<const RenderWorld>(spec, shaders.Get());
@@ -222,14 +226,14 @@ RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame, const PictureMa
   picture.isDrawn = ready.IsReady();
   if (thread.TestBreak()) return picture;
 
-  const std::deque<RenderWorld> blurred = MakeBlurWorlds(spec, frame, shaders.Get());
-  const bool bounce = read.Bool(kRenderBounce);
+  const std::deque<RenderWorld> blurred = MakeBlurWorlds(spec, settings, frame, shaders.Get());
+  const bool bounce = settings.bounce;
   std::vector<PathTracer> tracers;
   for (const RenderWorld& moment : blurred) tracers.emplace_back(moment, data, ready.Get(), bounce);
   if (tracers.empty()) tracers.emplace_back(*world, data, ready.Get(), bounce);
 
   picture.setUpSeconds = std::chrono::duration<double>(Clock::now() - start).count();
-  TileRenderer tiles(std::move(tracers), read.Long(kRenderSamples),
+  TileRenderer tiles(std::move(tracers), settings.samples,
                      MixBits(static_cast<u64>(frame), 0x53756C76), picture);
   WorkerPool::Instance().Run(data.threadCount,
                              [&](i32 index) { tiles.Run(index, thread, progress); });
@@ -237,10 +241,10 @@ RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame, const PictureMa
   return picture;
 }
 
-Picture ToneMap(const RenderedPicture& picture, const BaseNode& settings) {
-  const ParameterReader read(settings);
-  const double exposure = read.Real(kRenderExposure);
-  const bool isSoft = static_cast<ToneCurve>(read.Long(kRenderTone)) == ToneCurve::Soft;
+Picture ToneMap(const RenderedPicture& picture, const BaseNode& node) {
+  const RenderSettings settings = SettingsOf(node);
+  const double exposure = settings.exposure;
+  const bool isSoft = settings.tone == ToneCurve::Soft;
   Picture out{picture.width, picture.height, {}};
   out.rgb.reserve(picture.pixels.size() * 3);
   for (std::size_t i = 0; i < picture.pixels.size(); ++i) {

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <numbers>
 
-#include "render/parameters.h"
-
 namespace MELDO_GLOBAL::app {
 
 using namespace host;
@@ -12,14 +10,14 @@ using namespace host;
 namespace {
 
 Surface ReadSurface(const BaseNode& node, const ShaderMap& shaders) {
-  const ParameterReader read(node);
-  const auto shader = [&](i32 id) -> const Shader* {
-    const auto found = shaders.find(read.Link(id).node);
+  SurfaceSettings settings;
+  FillMembers(SurfaceParameters(), &node, settings);
+  const auto shader = [&](const Link* link) -> const Shader* {
+    const auto found = link ? shaders.find(link->node) : shaders.end();
     return found != shaders.end() ? found->second : nullptr;
   };
-  return {read.Vector(kSurfaceColour),  read.Real(kSurfaceReflection),
-          read.Real(kSurfaceRoughness), read.Vector(kSurfaceEmission),
-          shader(kSurfaceColourShader), shader(kSurfaceEmissionShader)};
+  return {settings.colour,   settings.reflection,           settings.roughness,
+          settings.emission, shader(settings.colourShader), shader(settings.emissionShader)};
 }
 
 /// How far from a surface a ray must start so as not to meet it again.
@@ -38,18 +36,14 @@ RenderWorld::RenderWorld(const RenderSpec& spec, const ShaderMap& shaders)
   for (const auto& [object, surface] : spec.surfaces)
     mSurfaces.push_back(ReadSurface(*surface, shaders));
 
-  const ParameterReader read(*spec.settings);
-  mBackground = read.Gradient(kRenderBackground);
-  mEnvironment = read.Vector(kRenderEnvironment);
-  mHasGround = read.Bool(kRenderGround);
-  mGroundHeight = read.Real(kRenderGroundHeight);
-  mGroundFade = read.Real(kRenderGroundFade);
-  mGround.colour = read.Vector(kRenderGroundColour);
+  FillMembers(RenderParameters(), spec.settings, mSettings);
+  if (mSettings.background) mBackground = *mSettings.background;
+  mGround.colour = mSettings.groundColour;
   AddMeshes(spec);
 }
 
 void RenderWorld::AddMeshes(const RenderSpec& spec) {
-  const InExcludeData hidden = ParameterReader(*spec.settings).Links(kRenderHidden);
+  const InExcludeData hidden = mSettings.hidden ? *mSettings.hidden : InExcludeData{};
   const auto isHidden = [&](const BaseNode& node) {
     return std::any_of(hidden.entries.begin(), hidden.entries.end(),
                        [&](const auto& entry) { return entry.node == node.Id(); });
@@ -69,19 +63,19 @@ void RenderWorld::AddMeshes(const RenderSpec& spec) {
 
 bool RenderWorld::TraceGround(const Vec3d& origin, const Vec3d& direction, double near, double far,
                               SurfaceHit& hit) const {
-  if (!mHasGround || direction.y == 0) return false;
-  const double distance = (mGroundHeight - origin.y) / direction.y;
+  if (!mSettings.hasGround || direction.y == 0) return false;
+  const double distance = (mSettings.groundHeight - origin.y) / direction.y;
   if (!(distance > near && distance < far)) return false;
   hit.distance = distance;
   hit.point = origin + direction * distance;
-  hit.point.y = mGroundHeight;
+  hit.point.y = mSettings.groundHeight;
   hit.facing = hit.normal = {0, direction.y < 0 ? 1.0 : -1.0, 0};
   hit.surface = &mGround;
   hit.colour = mGround.colour;
   hit.emission = mGround.emission;
   hit.fade = 0;
-  if (mGroundFade > 0) {
-    const double t = std::clamp(2 * distance / mGroundFade - 1, 0.0, 1.0);
+  if (mSettings.groundFade > 0) {
+    const double t = std::clamp(2 * distance / mSettings.groundFade - 1, 0.0, 1.0);
     hit.fade = t * t * (3 - 2 * t);
   }
   return true;

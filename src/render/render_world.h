@@ -53,7 +53,7 @@ class RenderWorld : public Blockers {
   /// The light of the sky.
   Vec3d Background(const Vec3d& direction) const;
   /// Factor on the sky's light where it lights surfaces.
-  const Vec3d& Environment() const { return mEnvironment; }
+  const Vec3d& Environment() const { return mSettings.environment; }
 
  private:
   void AddMeshes(const RenderSpec& spec);
@@ -65,10 +65,8 @@ class RenderWorld : public Blockers {
   std::deque<SceneLight> mLights;
   MeshScene mMeshes;
   std::vector<Surface> mSurfaces;  ///< the standard one, those of `RenderSpec::surfaces`
+  host::RenderSettings mSettings;
   host::Gradient mBackground;
-  Vec3d mEnvironment;
-  bool mHasGround;
-  double mGroundHeight, mGroundFade;
   Surface mGround;
 };
 

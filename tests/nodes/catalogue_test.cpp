@@ -8,6 +8,7 @@
 #include "framework/cache_setup_rows.h"
 #include "nodes/help_words.h"
 #include "nodes/menu.h"
+#include "scene/render_section.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
@@ -123,6 +124,7 @@ TEST(Catalogue, EveryRowFillsAMemberOrSaysThatItIsKept) {
   for (const NodeKind& kind : Catalogue()) check(kind.type, ParametersOf(kind));
   check("server", SulvaScene::Parameters());
   check("obstacle", ObstacleParameters());
+  for (const app::PictureTable& picture : app::PictureTables()) check(picture.name, picture.rows());
 }
 
 TEST(Catalogue, HelpSaysMoreThanTheName) {
