@@ -189,8 +189,7 @@ void PrintRows(const ParameterTable& table) {
 /// The parameters of a kind: its own, those that every kind has, and those without effect.
 void PrintParameters(const ParameterTable& table) {
   const auto isCommon = [](const ParameterRow& row) {
-    constexpr i32 common[] = {2502, 2604, 10001, 10002, 10003};
-    return std::find(std::begin(common), std::end(common), row.id) != std::end(common);
+    return FindRow(MELDO_SULVA::iBase::CommonParameters(), row.id) != nullptr;
   };
   for (const ParameterRow& row : table)
     if (!isCommon(row) && row.HasEffect()) PrintRow(table, row);

@@ -89,7 +89,7 @@ const host::ParameterTable& iBase::CommonParameters() {
   using namespace host;
   static const ParameterTable table = [] {
     ParameterRow constraints =
-        LinksRow(2502, "constraints",
+        LinksRow(common_row::kConstraints, "constraints",
                  "where, and how strongly, the node works: every one that is named weakens it "
                  "outside of its own region",
                  {});
@@ -99,14 +99,18 @@ const host::ParameterTable& iBase::CommonParameters() {
     };
     return ParameterTable{
         constraints.AcceptsAny(kListAuxiliary, kCategoryConstraint),
-        LongRow(2604, "class_option", 0, "", "kept with the node; nothing reads it").Kept(),
-        LongRow(10001, "stage", 0, "",
+        LongRow(common_row::kClassOption, "class_option", 0, "",
+                "kept with the node; nothing reads it")
+            .Kept(),
+        LongRow(common_row::kStage, "stage", 0, "",
                 "moves the node to another stage of the step; 0 keeps its own")
             .Range(0, 25)
             .To(&iBase::mOwnStage),
-        LongRow(10002, "priority", 0, "", "runs later in its stage than others with a lower number")
+        LongRow(common_row::kPriority, "priority", 0, "",
+                "runs later in its stage than others with a lower number")
             .To(&iBase::mOwnPriority),
-        BoolRow(10003, "group_break", true, "others in its stage wait until it is done")
+        BoolRow(common_row::kGroupBreak, "group_break", true,
+                "others in its stage wait until it is done")
             .To(&iBase::mGroupBreak),
     };
   }();

@@ -13,6 +13,17 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class iBase;
 class Scene;
 
+/// The rows that every kind has; see `iBase::CommonParameters`.
+namespace common_row {
+enum Row : i32 {
+  kConstraints = 2502,
+  kClassOption = 2604,
+  kStage = 10001,
+  kPriority = 10002,
+  kGroupBreak = 10003
+};
+}
+
 /// A scene of some ten lines in which a kind does its work: its host objects and the nodes of its
 /// server, a text line each; a line that goes on in the next begins that one with two blanks.
 struct KindExample {
@@ -42,6 +53,12 @@ struct NodeKind {
   std::unique_ptr<iBase> (*make)(host::BaseNode*,
                                  Scene*) = nullptr;  ///< null without a core object
 
+  /// Whether its nodes work for those alone that name them: geometry, settings, time windows and
+  /// the filters of pictures.
+  bool OnlyServes() const {
+    return list == kListGeometry || list == kListSettings || list == kListAuxiliary ||
+           (list == 0 && categories != 0);
+  }
   bool HasFlag(char flag) const { return flags.find(flag) != flags.npos; }
 };
 

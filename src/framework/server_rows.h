@@ -5,11 +5,17 @@
 namespace MELDO_GLOBAL::MELDO_SULVA::server_row {
 
 enum Row : i32 {
+  kHostUnits = 1000,
   kSimulationUnits = 1001,
   kCellSize = 1002,
   kExtraSubsteps = 1005,
+  kUsePreviewRange = 1006,
+  kFirstFrame = 1007,
   kExtraMinSubsteps = 1010,
   kRenderCellSize = 1015,
 };
+
+/// Those from which the lattice of the fields follows: a change starts a simulation anew.
+inline constexpr Row kOfLattice[] = {kHostUnits, kSimulationUnits, kCellSize, kRenderCellSize};
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA::server_row

@@ -34,7 +34,7 @@ const NodeKind& SulvaScene::Kind() {
 const ParameterTable& SulvaScene::Parameters() {
   static const ParameterTable table = {
       RealRow(
-          1000, "host_units", 100.0, "host",
+          server_row::kHostUnits, "host_units", 100.0, "host",
           "how many units of the scene file make up simulation_units: 100 reads it in centimetres")
           .AtLeast(1e-9)
           .To(&SceneSettings::hostUnits),
@@ -85,16 +85,17 @@ const ParameterTable& SulvaScene::Parameters() {
       LongRow(1014, "seed", 2150, "",
               "start of everything random: another one gives a sister of the same shot")
           .To(&SceneSettings::seed),
-      BoolRow(1006, "use_preview_range", true,
+      BoolRow(server_row::kUsePreviewRange, "use_preview_range", true,
               "the frames are those of the scene's range; off: of first_frame and last_frame")
           .To(&SceneSettings::usePreviewRange),
-      LongRow(1007, "first_frame", 0, "frames", "where the simulation begins, from an empty world")
+      LongRow(server_row::kFirstFrame, "first_frame", 0, "frames",
+              "where the simulation begins, from an empty world")
           .Range(-kFarthestFrame, kFarthestFrame)
-          .OnlyWith(1006, {0})
+          .OnlyWith(server_row::kUsePreviewRange, {0})
           .To(&SceneSettings::firstFrame),
       LongRow(1008, "last_frame", 90, "frames", "behind it nothing moves any more")
           .Range(-kFarthestFrame, kFarthestFrame)
-          .OnlyWith(1006, {0})
+          .OnlyWith(server_row::kUsePreviewRange, {0})
           .To(&SceneSettings::lastFrame),
       LongRow(1009, "thread_limit", 0, "",
               "most processor cores to use, 0 for all; the picture is the same with any number")

@@ -25,7 +25,13 @@ const NodeKind* FindKind(i32 id);
 /// By short name, label or id as text, or null.
 const NodeKind* FindKind(std::string_view name);
 
-/// The class's rows followed by those that every node has (2502, 2604, 10001, 10002, 10003).
+/// Whether a node is of the kind of a class.
+template <class T>
+bool IsA(const host::BaseNode& node) {
+  return node.Type() == T::Kind().id;
+}
+
+/// The class's rows followed by those that every node has.
 const host::ParameterTable& ParametersOf(const NodeKind& kind);
 /// Rows of the obstacle tag.
 const host::ParameterTable& ObstacleParameters();

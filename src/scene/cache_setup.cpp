@@ -215,7 +215,8 @@ class Setup {
     // Two caches of one folder would write over each other's files.
     const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
     if (!hasBaseName && mCachers > 0 && parameters.GetLong(setup::kMode) != 0)
-      settings += fmt::format(", \"base_name\": \"cache_{}_\"", mCachers + 1);
+      settings += fmt::format(", \"{}\": \"cache_{}_\"",
+                              RowOf(kGridCacher, cache_row::kBaseName).name, mCachers + 1);
     return settings;
   }
   static const ParameterRow& RowOf(i32 kind, i32 id) {

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <functional>
 
+#include "fluids/volume/multi_volume.h"
+#include "fluids/volume/volume_mesh.h"
 #include "nodes/catalogue.h"
 #include "scene/diagnostics.h"
 
@@ -15,50 +17,13 @@ using namespace MELDO_SULVA;
 
 namespace {
 
-/// A link that a kind can't do without.
-struct Need {
-  std::string_view type, row;
-  std::string_view text;  ///< what is wrong without it
-};
-
-constexpr Need kNeeds[] = {
-    {"gridemitter", "volume", "it has no volume; name one under 'volume'"},
-    {"gridemitter", "channels", "it has no channels; name channelsettings nodes under 'channels'"},
-    {"channelsettings", "channel", "it has no channel; name a field under 'channel'"},
-    {"channelsettings", "settings",
-     "it has no settings; name an emission_setting under 'settings'"},
-    {"channelvalue", "channel", "it has no channel; name a field under 'channel'"},
-    {"properties_particles", "source", "it has no source; name a mesh under 'source'"},
-    {"properties_particles", "values", "it has no values; name channelvalue nodes under 'values'"},
-    {"grid_celliterator", "channel", "it has no channel; name a field under 'channel'"},
-    {"grid_celliterator", "operators", "it has no operators; name some under 'operators'"},
-    {"mesh", "object", "it has no polygon object; name one under 'object'"},
-    {"mesh_multi", "objects", "it has no polygon object; name some under 'objects'"},
-    {"volume", "mesh", "it has no mesh; name one under 'mesh'"},
-    {"volume_multi", "meshes", "it has no mesh; name some under 'meshes'"},
-    {"grid_advection", "solver", "it has no solver; name one under 'solver'"},
-    {"grid_cooling", "temperature", "it has no temperature; name a field under 'temperature'"},
-    {"grid_combustion_fire", "temperature",
-     "it has no temperature; name a field under 'temperature'"},
-    {"grid_combustion_fire", "fire", "it has no fire; name a channel_fire under 'fire'"},
-    {"grid_dissipate", "channel", "it has no channel; name a field under 'channel'"},
-    {"grid_diffusion", "channel", "it has no channel; name a field under 'channel'"},
-    {"force_buoyancy", "temperature_channel",
-     "it has no temperature; name a field under 'temperature_channel'"},
-};
-
-/// Kinds that do nothing but serve those that name them.
-constexpr std::string_view kServants[] = {"channelsettings",
-                                          "channelvalue",
-                                          "emission_setting",
-                                          "duration",
-                                          "alignment",
-                                          "rate",
-                                          "mesh",
-                                          "mesh_multi",
-                                          "volume",
-                                          "volume_multi",
-                                          "channelop_remap"};
+/// What is wrong where nothing stands under a row that its node can't do without.
+std::string TextWithout(const ParameterRow& row) {
+  std::string thing(row.name);
+  std::replace(thing.begin(), thing.end(), '_', ' ');
+  return fmt::format("it has no {}; name {} under '{}'", thing,
+                     row.type == ParameterType::Links ? "some" : "one", row.name);
+}
 
 /// Stages in which the pipeline runs objects.
 bool RunsObjects(i32 stage) {
@@ -142,10 +107,8 @@ class ReachFinder {
     WhyIdle(node);
     if (!node.IsEnabled()) return;
     LookAtLinks(node);
-    const bool isServant =
-        std::find(std::begin(kServants), std::end(kServants), kind->type) != std::end(kServants);
     NodeReach& reach = mReach.mNodes[node.Id()];
-    if (!isServant || node.Tag(kObstacleTag) || WidensBounds(node) ||
+    if (!kind->OnlyServes() || node.Tag(kObstacleTag) || WidensBounds(node) ||
         mExported.contains(node.Id()) || !reach.readers.empty())
       return;
     reach.isUnread = true;
@@ -154,12 +117,10 @@ class ReachFinder {
 
   /// Volumes may be there for the space alone that the simulation has to cover.
   static bool WidensBounds(const BaseNode& node) {
-    for (const ParameterRow& row : *node.Table()) {
-      if (row.name != "affects_bounds") continue;
-      const Value* value = node.Get(row.id);
-      return node.Tracks().contains(row.id) || (value && LongOf(*value, 0) != 0);
-    }
-    return false;
+    if (!IsA<VolumeMesh>(node) && !IsA<MultiVolume>(node)) return false;
+    constexpr i32 kRow = VolumeMesh::kAffectsBoundsRow;
+    const Value* value = node.Get(kRow);
+    return node.Tracks().contains(kRow) || (value && LongOf(*value, 0) != 0);
   }
 
   /// Links to nodes that their holder doesn't see.
@@ -181,13 +142,14 @@ class ReachFinder {
   }
 
   std::string StandsInNoStage(const BaseNode& node, const NodeKind& kind) {
-    const Value* value = node.Get(kStageRow);
+    const Value* value = node.Get(common_row::kStage);
     const i32 stage = value ? LongOf(*value, 0) : 0;
-    if (stage <= 0 || stage >= kStageCount || node.Tracks().contains(kStageRow)) return {};
+    if (stage <= 0 || stage >= kStageCount || node.Tracks().contains(common_row::kStage)) return {};
     if (RunsObjects(stage) || kind.stages.empty()) return {};
     const std::string text =
         fmt::format("no node runs in stage {} ({})", stage, kPipeline[stage].name);
-    Find(node, "stage", fmt::format("it never works: 'stage': {}", text));
+    Find(node, FindRow(*node.Table(), common_row::kStage)->name,
+         fmt::format("it never works: 'stage': {}", text));
     return text;
   }
 
@@ -209,42 +171,43 @@ class ReachFinder {
     const NodeKind* kind = FindKind(node.Type());
     if (!kind) return {};
     std::string cause;
-    for (const Need& need : kNeeds)
-      if (need.type == kind->type && cause.empty()) cause = Lacks(node, need.row, need.text);
+    for (const ParameterRow& row : *node.Table())
+      if (row.required && cause.empty()) cause = Lacks(node, row);
     if (cause.empty()) cause = StandsInNoStage(node, *kind);
     if (cause.empty() && kind->list == kListForces) cause = LacksSolver(node);
     return cause;
   }
 
-  std::string Lacks(const BaseNode& node, std::string_view row, std::string_view text) {
+  std::string Lacks(const BaseNode& node, const ParameterRow& row) {
     std::string cause;
     bool isGiven = false;
     for (const Target& target : TargetsOf(node)) {
-      if (target.row->name != row) continue;
+      if (target.row != &row) continue;
       isGiven = true;
       std::string why = WhyUnseen(node, *target.node);
       if (why.empty() && mServerOf.contains(target.node->Id()))
         if (const std::string& idle = WhyIdle(*target.node); !idle.empty())
           why = fmt::format("{} never works: {}", Named(*target.node), idle);
       if (why.empty()) return {};
-      if (cause.empty()) cause = fmt::format("its '{}': {}", row, why);
+      if (cause.empty()) cause = fmt::format("its '{}': {}", row.name, why);
     }
     if (isGiven) return cause;
-    Find(node, row, fmt::format("it never works: {}", text));
-    return std::string(text);
+    const std::string text = TextWithout(row);
+    Find(node, row.name, fmt::format("it never works: {}", text));
+    return text;
   }
 
   /// Forces act where a solver that works names them; without a list it takes all of its server.
   std::string LacksSolver(const BaseNode& node) {
-    constexpr std::string_view kRow = "forces";
     std::string idle;
     for (const auto& [id, server] : mServerOf) {
       if (server != mServerOf.at(node.Id())) continue;
       const BaseNode* solver = mDocument.Find(id);
       const NodeKind* kind = solver ? FindKind(solver->Type()) : nullptr;
       if (!kind || kind->list != kListSolvers || !solver->IsEnabled()) continue;
-      const auto row = std::find_if(solver->Table()->begin(), solver->Table()->end(),
-                                    [&](const ParameterRow& r) { return r.name == kRow; });
+      const auto row =
+          std::find_if(solver->Table()->begin(), solver->Table()->end(),
+                       [](const ParameterRow& r) { return r.acceptsList == kListForces; });
       if (row == solver->Table()->end()) continue;
       const Value* value = solver->Get(row->id);
       const auto* list = value ? std::get_if<InExcludeData>(value) : nullptr;
@@ -271,8 +234,6 @@ class ReachFinder {
             int entry = -1) {
     mReach.mFindings.push_back({&node, row, entry, std::move(text), isNote});
   }
-
-  static constexpr i32 kStageRow = 10001;
 
   const Document& mDocument;
   const std::set<NodeId>& mExported;

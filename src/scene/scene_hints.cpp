@@ -8,6 +8,17 @@
 #include <set>
 #include <tuple>
 
+#include "cache/cache_rows.h"
+#include "cache/grid_cacher.h"
+#include "fluids/advection/grid_advection.h"
+#include "fluids/emission/channel_pair.h"
+#include "fluids/emission/object_grid_emitter.h"
+#include "fluids/mesh/multi_mesh.h"
+#include "fluids/operators/mesh_curvature_operator.h"
+#include "fluids/operators/mesh_smoothing_operator.h"
+#include "fluids/solvers/fluid_solver.h"
+#include "fluids/volume/multi_volume.h"
+#include "framework/server_rows.h"
 #include "host/polygon_object.h"
 #include "nodes/catalogue.h"
 #include "scene/scene_values.h"
@@ -15,8 +26,7 @@
 namespace MELDO_GLOBAL::app {
 
 using namespace host;
-using MELDO_SULVA::FindKind;
-using MELDO_SULVA::NodeKind;
+using namespace MELDO_SULVA;
 
 namespace {
 
@@ -45,15 +55,15 @@ class HintFinder {
   void LookAt(const BaseNode& server) {
     mNodes.clear();
     Collect(server);
-    const double hostUnits = Number(server, "host_units", 100);
-    const double simulationUnits = Number(server, "simulation_units", 1);
-    const double cell = Number(server, "cell_size", 0.2) * hostUnits / simulationUnits;
+    const double hostUnits = Number(server, server_row::kHostUnits);
+    const double simulationUnits = Number(server, server_row::kSimulationUnits);
+    const double cell = Number(server, server_row::kCellSize) * hostUnits / simulationUnits;
     for (const BaseNode* node : mNodes)
-      if (IsKind(*node, "mesh")) CheckSize(*node, cell);
+      if (IsA<Mesh>(*node)) CheckSize(*node, cell);
     CheckMoved();
     CheckEmitters(cell);
-    const bool ownRange = Whole(server, "use_preview_range") == 0;
-    CheckNumbers(ownRange ? Whole(server, "first_frame") : mScene.document->previewMin);
+    const bool ownRange = Whole(server, server_row::kUsePreviewRange) == 0;
+    CheckNumbers(ownRange ? Whole(server, server_row::kFirstFrame) : mScene.document->previewMin);
   }
 
   /// What concerns the nodes of all servers together.
@@ -71,36 +81,39 @@ class HintFinder {
     }
   }
 
-  static bool IsKind(const BaseNode& node, std::string_view type) {
-    const NodeKind* kind = FindKind(node.Type());
-    return kind && kind->type == type;
+  /// What a row gives: the node's value, else that of a node without one; null where the node has
+  /// no such row, or one of another type.
+  template <class T>
+  static const T* Get(const BaseNode& node, i32 row) {
+    const Value* value = node.Get(row);
+    if (!value && node.Table())
+      if (const ParameterRow* own = FindRow(*node.Table(), row)) value = &own->WhenMissing();
+    return value ? std::get_if<T>(value) : nullptr;
   }
-
-  static const Value* ValueOf(const BaseNode& node, std::string_view name) {
-    if (node.Table())
-      for (const ParameterRow& row : *node.Table())
-        if (row.name == name) return node.Get(row.id);
-    return nullptr;
+  static double Number(const BaseNode& node, i32 row) {
+    const double* number = Get<double>(node, row);
+    return number ? *number : 0;
   }
-
-  static double Number(const BaseNode& node, std::string_view name, double otherwise) {
-    const Value* value = ValueOf(node, name);
-    const double* number = value ? std::get_if<double>(value) : nullptr;
-    return number ? *number : otherwise;
+  static i32 Whole(const BaseNode& node, i32 row) {
+    const i32* whole = Get<i32>(node, row);
+    return whole ? *whole : 0;
   }
-
-  const BaseNode* Linked(const BaseNode& node, std::string_view name) const {
-    const Value* value = ValueOf(node, name);
-    const Link* link = value ? std::get_if<Link>(value) : nullptr;
+  static std::string Text(const BaseNode& node, i32 row) {
+    const std::string* text = Get<std::string>(node, row);
+    return text ? *text : "";
+  }
+  const BaseNode* Linked(const BaseNode& node, i32 row) const {
+    const Link* link = Get<Link>(node, row);
     return link ? mScene.document->Find(link->node) : nullptr;
+  }
+  static std::string_view NameOf(const BaseNode& node, i32 row) {
+    return FindRow(*node.Table(), row)->name;
   }
 
   static bool IsVolume(const BaseNode& node) {
-    return IsKind(node, "volume") || IsKind(node, "volume_multi");
+    return IsA<VolumeMesh>(node) || IsA<MultiVolume>(node);
   }
-  static bool IsMesh(const BaseNode& node) {
-    return IsKind(node, "mesh") || IsKind(node, "mesh_multi");
-  }
+  static bool IsMesh(const BaseNode& node) { return IsA<Mesh>(node) || IsA<MultiMesh>(node); }
   static void AddLinks(const BaseNode& node, std::set<NodeId>& linked) {
     for (const auto& [id, value] : node.Values()) {
       if (const Link* link = std::get_if<Link>(&value)) linked.insert(link->node);
@@ -116,8 +129,8 @@ class HintFinder {
     for (const BaseNode* root : mScene.document->Roots()) walk(*root);
   }
 
-  void Warn(const BaseNode& node, const std::string& text, std::string_view key = {}) {
-    mDiagnostics.Warning(mPlaces.Of(node, key),
+  void Warn(const BaseNode& node, const std::string& text, i32 row = 0) {
+    mDiagnostics.Warning(mPlaces.Of(node, row ? NameOf(node, row) : ""),
                          fmt::format("{} \"{}\": {}", TypeWord(node), Shown(node.Name()), text));
   }
 
@@ -131,7 +144,7 @@ class HintFinder {
   }
 
   void CheckSize(const BaseNode& mesh, double cell) {
-    const auto* object = dynamic_cast<const PolygonObject*>(Linked(mesh, "object"));
+    const auto* object = dynamic_cast<const PolygonObject*>(Linked(mesh, Mesh::kObjectRow));
     if (!object || object->GetGeometry().points.empty()) return;
     Vec3d low{kFar, kFar, kFar}, high{-kFar, -kFar, -kFar};
     AddBox(*object, low, high);
@@ -141,14 +154,16 @@ class HintFinder {
            fmt::format("'{}' is {:.3g} host units large, less than one cell ({:.3g}); lengths "
                        "of objects are host units, by default 100 to a metre",
                        Shown(object->Name()), size, cell),
-           "object");
+           Mesh::kObjectRow);
   }
 
   /// The box of the points of all polygon objects that a node leads to, in host units; false where
   /// there are none, or where they move or change on the way.
   bool StillBox(const BaseNode& node, Vec3d& low, Vec3d& high, int depth = 0) const {
     constexpr int kDeepest = 16;
-    if (depth > kDeepest || mPlaces.IsMoved(node) || Whole(node, "inverted") != 0) return false;
+    if (depth > kDeepest || mPlaces.IsMoved(node) ||
+        (IsVolume(node) && Whole(node, VolumeMesh::kInvertedRow)))
+      return false;
     if (const auto* object = dynamic_cast<const PolygonObject*>(&node)) {
       if (!object->FramePattern().empty() || object->GetGeometry().points.empty()) return false;
       AddBox(*object, low, high);
@@ -171,12 +186,12 @@ class HintFinder {
   /// Nothing comes out of an emitter that lies outside of every box of a gas.
   void CheckEmitters(double cell) {
     const auto deforms = [](const BaseNode* node) {
-      return IsKind(*node, "mop_smoothing") || IsKind(*node, "mop_curvature");
+      return IsA<MeshSmoothingOperator>(*node) || IsA<MeshCurvatureOperator>(*node);
     };
     if (std::any_of(mNodes.begin(), mNodes.end(), deforms)) return;
     for (const BaseNode* emitter : mNodes) {
-      if (!IsKind(*emitter, "gridemitter") || !MayWork(*emitter)) continue;
-      const BaseNode* volume = Linked(*emitter, "volume");
+      if (!IsA<ObjectGridEmitter>(*emitter) || !MayWork(*emitter)) continue;
+      const BaseNode* volume = Linked(*emitter, ObjectGridEmitter::kVolumeRow);
       Vec3d low{kFar, kFar, kFar}, high{-kFar, -kFar, -kFar};
       if (!volume || !StillBox(*volume, low, high)) continue;
       const double thinnest = std::min({high.x - low.x, high.y - low.y, high.z - low.z}) / cell;
@@ -184,7 +199,7 @@ class HintFinder {
         Warn(*emitter,
              fmt::format("it never emits: the shape of '{}' is flat and has no inside",
                          Shown(volume->Name())),
-             "volume");
+             ObjectGridEmitter::kVolumeRow);
         continue;
       }
       if (thinnest < 1)
@@ -192,27 +207,25 @@ class HintFinder {
              fmt::format("the shape of '{}' is {:.2g} of a cell thin: it emits only into cells "
                          "whose centres lie inside, of which there may be none",
                          Shown(volume->Name()), thinnest),
-             "volume");
+             ObjectGridEmitter::kVolumeRow);
       if (LiesOutside(low, high))
         Warn(*emitter,
              fmt::format("it never emits: the shape of '{}' lies outside of the box of every "
                          "fluid; a box begins at its node's position, and its box_size is in host "
                          "units",
                          Shown(volume->Name())),
-             "volume");
+             ObjectGridEmitter::kVolumeRow);
     }
   }
 
   bool LiesOutside(const Vec3d& low, const Vec3d& high) const {
     bool any = false;
     for (const BaseNode* fluid : mNodes) {
-      if (!IsKind(*fluid, "fluid")) continue;
+      if (!IsA<FluidSolver>(*fluid)) continue;
       const bool isKeyed = mPlaces.IsMoved(*fluid) || !fluid->Tracks().empty();
-      const Value* value = ValueOf(*fluid, "box_size");
-      const Vec3d* size = value ? std::get_if<Vec3d>(value) : nullptr;
+      const Vec3d* size = Get<Vec3d>(*fluid, FluidSolver::kBoxSizeRow);
       if (isKeyed || !size) return false;
-      value = ValueOf(*fluid, "box_offset");
-      const Vec3d* offset = value ? std::get_if<Vec3d>(value) : nullptr;
+      const Vec3d* offset = Get<Vec3d>(*fluid, FluidSolver::kBoxOffsetRow);
       const Vec3d from = fluid->GlobalMatrix().offset - *size * (offset ? *offset : Vec3d{});
       bool meets = true;
       for (int a = 0; a < 3; ++a)
@@ -233,10 +246,10 @@ class HintFinder {
     bool hasSolver = false;
     std::set<const BaseNode*> fed, moved;
     for (const BaseNode* node : mNodes) {
-      hasSolver = hasSolver || IsKind(*node, "fluid");
-      if (IsKind(*node, "channelsettings")) fed.insert(Linked(*node, "channel"));
-      if (!IsKind(*node, "grid_advection")) continue;
-      const BaseNode* target = Linked(*node, "target");
+      hasSolver = hasSolver || IsA<FluidSolver>(*node);
+      if (IsA<ChannelPair>(*node)) fed.insert(Linked(*node, ChannelPair::kChannelRow));
+      if (!IsA<GridAdvection>(*node)) continue;
+      const BaseNode* target = Linked(*node, GridAdvection::kTargetRow);
       moved.insert(target);
       // A group stands for its children.
       if (target) moved.insert(target->Children().begin(), target->Children().end());
@@ -245,8 +258,10 @@ class HintFinder {
     for (const BaseNode* channel : mNodes)
       if (fed.contains(channel) && !moved.contains(channel))
         Warn(*channel,
-             "an emitter feeds it, but nothing moves it; add a grid_advection that has it "
-             "as its 'target'");
+             fmt::format(
+                 "an emitter feeds it, but nothing moves it; add a {} that has it as its '{}'",
+                 GridAdvection::Kind().type,
+                 FindRow(GridAdvection::Parameters(), GridAdvection::kTargetRow)->name));
   }
 
   /// Two caches of one name in one folder write over each other's files, frame by frame.
@@ -254,39 +269,29 @@ class HintFinder {
     using Place = std::tuple<i32, std::string, std::string>;
     std::map<Place, const BaseNode*> recorders;
     for (const BaseNode* cache : mNodes) {
-      if (!IsKind(*cache, "cache") || Whole(*cache, "mode") == 0) continue;
-      const i32 folder = Whole(*cache, "folder");
-      const Place place = {folder, folder ? Text(*cache, "custom_folder") : "",
-                           Text(*cache, "base_name")};
+      if (!IsA<GridCacher>(*cache) || Whole(*cache, cache_row::kMode) == cache_row::kPlayBack)
+        continue;
+      const i32 folder = Whole(*cache, cache_row::kFolder);
+      const Place place = {folder, folder ? Text(*cache, cache_row::kCustomFolder) : "",
+                           Text(*cache, cache_row::kBaseName)};
       const auto [found, isNew] = recorders.try_emplace(place, cache);
       if (!isNew)
-        Warn(*cache, fmt::format("writes over the files of the cache '{}'; give it another "
-                                 "'base_name'",
-                                 Shown(found->second->Name())));
+        Warn(*cache,
+             fmt::format("writes over the files of the cache '{}'; give it another '{}'",
+                         Shown(found->second->Name()), NameOf(*cache, cache_row::kBaseName)));
     }
   }
 
   /// Files are read by their count from the first frame, however they are numbered.
   void CheckNumbers(i32 first) {
     for (const BaseNode* cache : mNodes)
-      if (IsKind(*cache, "cache") && Whole(*cache, "mode") != 1 &&
-          Whole(*cache, "numbering") != 0 && Whole(*cache, "show_frame") == -1 &&
-          Whole(*cache, "frame_offset") != first)
+      if (IsA<GridCacher>(*cache) && Whole(*cache, cache_row::kMode) != cache_row::kRecord &&
+          Whole(*cache, cache_row::kNumbering) != 0 && Whole(*cache, cache_row::kShowFrame) == -1 &&
+          Whole(*cache, cache_row::kFrameOffset) != first)
         Warn(*cache,
              fmt::format("it plays its files counted from the first frame, {}, and their numbers "
-                         "are those of the scene; to bring both together, set 'frame_offset' to {}",
-                         first, first));
-  }
-
-  static i32 Whole(const BaseNode& node, std::string_view name) {
-    const Value* value = ValueOf(node, name);
-    const i32* whole = value ? std::get_if<i32>(value) : nullptr;
-    return whole ? *whole : 0;
-  }
-  static std::string Text(const BaseNode& node, std::string_view name) {
-    const Value* value = ValueOf(node, name);
-    const std::string* text = value ? std::get_if<std::string>(value) : nullptr;
-    return text ? *text : "";
+                         "are those of the scene; to bring both together, set '{}' to {}",
+                         first, NameOf(*cache, cache_row::kFrameOffset), first));
   }
 
   static constexpr double kFar = std::numeric_limits<double>::infinity();

@@ -11,6 +11,7 @@
 #include "scene/object_types.h"
 #include "scene/parameter_text.h"
 #include "scene/render_section.h"
+#include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -119,10 +120,9 @@ Json PlainValue(const ParameterRow& row) {
   return json;
 }
 
-Json ParameterSchema(const ParameterRow& row) {
+Json ParameterSchema(const ParameterRow& row, i32 kind = 0) {
   if (row.type == ParameterType::Button) return false;
-  const bool canBeKeyed = row.type == ParameterType::Real || row.type == ParameterType::Long ||
-                          row.type == ParameterType::Bool || row.type == ParameterType::Vector;
+  const bool canBeKeyed = CanBeKeyed(row.type) && !IsOfLattice(kind, row);
   Json json = canBeKeyed ? OrKeys(PlainValue(row)) : PlainValue(row);
   json["description"] = row.unit.empty() || row.unit == "none"
                             ? std::string(row.help)
@@ -135,9 +135,10 @@ Json ParameterSchema(const ParameterRow& row) {
 }
 
 /// The parameters of a table, by name; ids are left to `sulva check`.
-Json TableSchema(const ParameterTable& table) {
+Json TableSchema(const ParameterTable& table, i32 kind = 0) {
   Json properties = Json::object();
-  for (const ParameterRow& row : table) properties[std::string(row.name)] = ParameterSchema(row);
+  for (const ParameterRow& row : table)
+    properties[std::string(row.name)] = ParameterSchema(row, kind);
   Json schema = Object(std::move(properties));
   schema["patternProperties"] = {{"^[0-9]+$", true}};
   return schema;
@@ -191,11 +192,11 @@ Json ObjectKey(std::string_view key, bool isFlat) {
   if (key == "closed" || key == "go_on_after_failure") return {{"type", "boolean"}};
   if (key == "points") {
     const Json points = ListOf(NumbersOf(3), 1);
-    Json key = {{"type", "array"},
-                {"prefixItems", {{{"type", "number"}}, points}},
-                {"minItems", 2},
-                {"maxItems", 2}};
-    Json keyed = Object({{"keys", ListOf(std::move(key), 1)},
+    Json entry = {{"type", "array"},
+                  {"prefixItems", {{{"type", "number"}}, points}},
+                  {"minItems", 2},
+                  {"maxItems", 2}};
+    Json keyed = Object({{"keys", ListOf(std::move(entry), 1)},
                          {"interpolation", {{"enum", {"linear", "step", "smooth"}}}}},
                         Json::array({"keys"}));
     return {{"anyOf", {points, std::move(keyed)}}};
@@ -312,7 +313,7 @@ Json Definitions() {
     if (type.rows) definitions["parameters_" + std::string(type.name)] = TableSchema(type.rows());
   for (const NodeKind& kind : Catalogue()) {
     const std::string name = "parameters_" + std::string(kind.type);
-    definitions[name] = TableSchema(ParametersOf(kind));
+    definitions[name] = TableSchema(ParametersOf(kind), kind.id);
   }
   return definitions;
 }

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "framework/server_rows.h"
 #include "host/render_objects.h"
 #include "nodes/catalogue.h"
 #include "nodes/media.h"
@@ -69,18 +70,6 @@ std::string RangeWords(double min, double max) {
   return fmt::format("{} to {}", min, max);
 }
 
-bool CanBeKeyed(ParameterType type) {
-  return type == ParameterType::Real || type == ParameterType::Long ||
-         type == ParameterType::Bool || type == ParameterType::Vector;
-}
-
-/// Whether the lattice that a server's fields share follows from a parameter.
-bool IsOfDomain(const ParameterRow& row) {
-  constexpr std::string_view kNames[] = {"host_units", "simulation_units", "cell_size",
-                                         "render_cell_size"};
-  return std::find(std::begin(kNames), std::end(kNames), row.name) != std::end(kNames);
-}
-
 /// Words for kinds of particles, with the flag of an entry that means each.
 constexpr std::pair<std::string_view, u32> kKindFlags[] = {
     {"passive", 1}, {"liquid", 2}, {"vorticity", 4}, {"diffuse", 8}};
@@ -93,6 +82,17 @@ std::string KindWord(const BaseNode& node) {
 std::string What(const ParameterRow& row) { return fmt::format("'{}'", row.name); }
 
 }  // namespace
+
+bool CanBeKeyed(ParameterType type) {
+  return type == ParameterType::Real || type == ParameterType::Long ||
+         type == ParameterType::Bool || type == ParameterType::Vector;
+}
+
+bool IsOfLattice(i32 kind, const ParameterRow& row) {
+  using namespace MELDO_SULVA::server_row;
+  return kind == kServerNode &&
+         std::find(std::begin(kOfLattice), std::end(kOfLattice), row.id) != std::end(kOfLattice);
+}
 
 std::string TypeWord(const BaseNode& node) {
   const std::string word = WordOfType(node.Type());
@@ -148,7 +148,7 @@ void ValueReader::ReadParameter(const ParameterRow& row, const JsonValue& value,
                                 i32 frame, const Subject& subject) {
   const std::string what = What(row);
   const auto readPlain = [&](const JsonValue& v) { return ReadPlain(row, v, subject, what); };
-  if (IsKeyed(value) && node.Type() == kServerNode && IsOfDomain(row)) {
+  if (IsKeyed(value) && IsOfLattice(node.Type(), row)) {
     mContext.Error(value, subject,
                    what + ": can't have keys: a change of it starts the simulation anew");
     return;
@@ -358,7 +358,7 @@ bool ValueReader::Members(const BaseNode& group, const ParameterRow& row, const 
 
 std::optional<Value> ValueReader::ReadLinks(const ParameterRow& row, const JsonValue& value,
                                             const Subject& subject, const std::string& what) {
-  if (value.IsNull()) return row.creation;
+  if (value.IsNull()) return row.allWhenAbsent ? Value() : row.creation;
   const JsonValue::Array* items = value.Items();
   if (!items) {
     mContext.Error(value, subject,

@@ -14,6 +14,13 @@ namespace MELDO_GLOBAL::app {
 /// True for `{"keys": ...}` and its misspellings: an object where a value was due.
 inline bool IsKeyed(const JsonValue& value) { return value.Members() != nullptr; }
 
+/// Whether the values of a type may change with the frame.
+bool CanBeKeyed(host::ParameterType type);
+
+/// Whether the lattice that a server's fields share follows from a row of a kind of node: keys
+/// would start the simulation anew in every frame.
+bool IsOfLattice(i32 kind, const host::ParameterRow& row);
+
 class ValueReader {
  public:
   ValueReader(SceneContext& context, const NameTable& names) : mContext(context), mNames(names) {}

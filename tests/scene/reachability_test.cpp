@@ -66,9 +66,9 @@ TEST(Reachability, ACauseIsToldOnceAndItsVictimsSleep) {
   const Loaded cut(R"({ "object": "ball" })", "{ }");
   EXPECT_THAT(cut.lines,
               ElementsAre(HasSubstr("s.json:5:3: warning: mesh \"skin\": it never works: it has "
-                                    "no polygon object; name one under 'object'")));
+                                    "no object; name one under 'object'")));
   EXPECT_EQ(cut.Of("source").whyIdle,
-            "its 'volume': 'shape' never works: its 'mesh': 'skin' never works: it has no polygon "
+            "its 'volume': 'shape' never works: its 'mesh': 'skin' never works: it has no "
             "object; name one under 'object'");
   EXPECT_TRUE(cut.Of("gas").MayWork() && cut.Of("pair").MayWork());
 }
@@ -83,6 +83,7 @@ TEST(Reachability, LinksThatLeadNowhereHaveThePlaceOfTheirEntry) {
   EXPECT_THAT(given.lines,
               ElementsAre(HasSubstr("s.json:10:3: warning: force_gravity \"wind\": it never works: "
                                     "no solver that runs names it under 'forces'")));
+  EXPECT_THAT(Loaded("", "", {"gas.forces=null"}).lines, IsEmpty()) << "all forces of the server";
   const Loaded option("", "", {"move.solver=null"});
   EXPECT_THAT(option.lines,
               testing::Contains(HasSubstr("--set move.solver=null: warning: grid_advection")));

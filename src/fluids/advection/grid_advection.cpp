@@ -41,7 +41,7 @@ const NodeKind& GridAdvection::Kind() {
 
 const ParameterTable& GridAdvection::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "target",
+      LinkRow(kTargetRow, "target",
               "what is carried along: a field; the solver, or nothing, means the flow itself",
               {1300027, 1300028, 1300029, 1300112, 1300030, 1300002, 1300003, 1300004})
           .To(&GridAdvection::mScalarTarget)

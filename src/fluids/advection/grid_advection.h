@@ -23,6 +23,7 @@ class GridAdvection : public iObject {
   GridAdvection(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kTargetRow = 1000;
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;

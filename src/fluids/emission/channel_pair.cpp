@@ -55,13 +55,15 @@ const NodeKind& ChannelPair::Kind() {
 
 const ParameterTable& ChannelPair::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "what is filled: a field, or a solver, whose gas then swells",
+      LinkRow(kChannelRow, "channel", "what is filled: a field, or a solver, whose gas then swells",
               FieldKinds())
           .To(&ChannelPair::mTarget)
-          .Writes(),
+          .Writes()
+          .Required(),
       LinkRow(1001, "settings", "how much of it, when, and how it mixes with what is there",
               {1300024})
-          .To(&ChannelPair::mSettings),
+          .To(&ChannelPair::mSettings)
+          .Required(),
   };
   return table;
 }

@@ -34,7 +34,8 @@ const ParameterTable& ChannelValue::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "channel", "what is filled or read: a field, or a solver's flow", FieldKinds())
           .To(&ChannelValue::mTarget)
-          .Writes(),
+          .Writes()
+          .Required(),
       LongRow(1008, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}})
           .To(&ChannelValue::mSolverField),

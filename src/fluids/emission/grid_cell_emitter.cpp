@@ -42,14 +42,16 @@ const ParameterTable& Grid_CellEmitter::Parameters() {
       LinkRow(1000, "channel", "whose cells are worked on: a field, or a solver's flow",
               FieldKinds())
           .To(&Grid_CellEmitter::mTarget)
-          .Writes(),
+          .Writes()
+          .Required(),
       LongRow(1004, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}})
           .To(&Grid_CellEmitter::mSolverField),
       LinksRow(1001, "operators",
                "what changes the cells, one after the other; with null, every one of the scene", {})
           .AllWhenAbsent()
-          .To(&Grid_CellEmitter::mOperators),
+          .To(&Grid_CellEmitter::mOperators)
+          .Required(),
   };
   return table;
 }

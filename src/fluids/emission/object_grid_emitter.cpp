@@ -36,11 +36,13 @@ const NodeKind& ObjectGridEmitter::Kind() {
 
 const ParameterTable& ObjectGridEmitter::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1002, "volume", "where smoke comes from: every cell inside this shape",
+      LinkRow(kVolumeRow, "volume", "where smoke comes from: every cell inside this shape",
               {1028106, 1300133, 1300034})
-          .To(&ObjectGridEmitter::mVolume),
+          .To(&ObjectGridEmitter::mVolume)
+          .Required(),
       LinksRow(1000, "channels", "what comes out there: pairs of field and settings", {1300012})
-          .To(&ObjectGridEmitter::mPairs),
+          .To(&ObjectGridEmitter::mPairs)
+          .Required(),
   };
   return table;
 }

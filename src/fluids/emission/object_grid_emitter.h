@@ -18,6 +18,7 @@ class ObjectGridEmitter : public ObjectVolume {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kVolumeRow = 1002;
   bool ResolveLinks() override;
   void CheckDirty() override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;

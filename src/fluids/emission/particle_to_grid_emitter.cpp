@@ -53,12 +53,14 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "source", "the mesh, or group of meshes, whose vertices become smoke",
               {1300143, 1300144, 1300036})
-          .To(&ParticleToGridEmitter::mSource),
+          .To(&ParticleToGridEmitter::mSource)
+          .Required(),
       LongRow(1001, "particle_type", 0, "", "which particles of a linked group count")
           .Choices({{0, "passive"}, {1, "vorticity"}, {2, "liquid"}, {3, "diffuse"}})
           .To(&ParticleToGridEmitter::mParticleType),
       LinksRow(1002, "values", "what each point brings, into which field", {1300013})
-          .To(&ParticleToGridEmitter::mValues),
+          .To(&ParticleToGridEmitter::mValues)
+          .Required(),
       LongRow(1003, "distance_mode", 0, "",
               "soft or even blobs: how points weigh by their distance")
           .Choices({{0, "none"}, {2, "falloff"}})

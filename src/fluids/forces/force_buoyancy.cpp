@@ -35,7 +35,8 @@ const ParameterTable& Force_Buoyancy::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "temperature_channel", "the heat that lifts: where it is high, gas shoots up",
               scalars)
-          .To(&Force_Buoyancy::mTemperature),
+          .To(&Force_Buoyancy::mTemperature)
+          .Required(),
       LinkRow(1002, "density_channel",
               "what weighs gas down, such as thick smoke that rolls off a table", scalars)
           .To(&Force_Buoyancy::mDensity1),

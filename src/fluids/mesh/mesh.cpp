@@ -66,8 +66,9 @@ const NodeKind& Mesh::Kind() {
 
 const ParameterTable& Mesh::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "object", "the geometry that comes into the simulation", {kMeshObject})
-          .To(&Mesh::mLinkedObject),
+      LinkRow(kObjectRow, "object", "the geometry that comes into the simulation", {kMeshObject})
+          .To(&Mesh::mLinkedObject)
+          .Required(),
       BoolRow(1004, "vertex_velocities", false,
               "a shape that deforms pushes the gas with each of its parts")
           .To(&Mesh::mVertexVelocities),

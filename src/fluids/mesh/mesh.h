@@ -25,6 +25,7 @@ class Mesh : public iObject {
   Mesh(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kObjectRow = 1000;
   void GetCategories(u32& mask) const override;
   bool ReadParameters() override;
   bool ResolveLinks() override;

@@ -41,7 +41,8 @@ const ParameterTable& MultiMesh::Parameters() {
     std::erase_if(rows, [](const ParameterRow& row) { return row.id == 1000; });
     rows.push_back(
         LinksRow(1050, "objects", "the pieces of geometry that count as one mesh", {kMeshObject})
-            .To(&MultiMesh::mSources));
+            .To(&MultiMesh::mSources)
+            .Required());
     return rows;
   }();
   return table;

@@ -54,8 +54,12 @@ const ParameterTable& GridCombustion::Parameters() {
       LinkRow(1000, "temperature",
               "the heat that flames give: it lifts, and it lights the next fuel", scalars)
           .To(&GridCombustion::mTemperature)
-          .Writes(),
-      LinkRow(1001, "fire", "where flames are seen", {1300029}).To(&GridCombustion::mFire).Writes(),
+          .Writes()
+          .Required(),
+      LinkRow(1001, "fire", "where flames are seen", {1300029})
+          .To(&GridCombustion::mFire)
+          .Writes()
+          .Required(),
       LinkRow(1002, "fuel", "what burns away; without one the fire channel shapes a flame",
               {1300027, 1300028})
           .To(&GridCombustion::mFuel)

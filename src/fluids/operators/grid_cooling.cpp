@@ -88,7 +88,8 @@ const ParameterTable& GridCooling::Parameters() {
       LinkRow(1000, "temperature", "the heat that fades: how far up gas keeps rising",
               {1300027, 1300028, 1300029, 1300112})
           .To(&GridCooling::mTemperature)
-          .Writes(),
+          .Writes()
+          .Required(),
       LinkRow(1001, "fire", "the flames that age along with it; cells that burn keep their heat",
               {1300029})
           .To(&GridCooling::mFire)

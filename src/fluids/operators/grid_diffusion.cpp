@@ -117,7 +117,8 @@ const ParameterTable& GridDiffusion::Parameters() {
       LinkRow(1003, "channel", "what gets soft edges", ChannelKinds())
           .To(&GridDiffusion::mScalar)
           .To(&GridDiffusion::mVector)
-          .Writes(),
+          .Writes()
+          .Required(),
       LongRow(1005, "mode", 1, "",
               "how it blurs: gaussian wide and even, the others between neighbours")
           .Choices({{0, "gaussian"}, {1, "smooth"}, {2, "grow"}})

@@ -48,7 +48,8 @@ const ParameterTable& GridDissipate::Parameters() {
       LinkRow(1000, "channel", "what fades away", ChannelKinds())
           .To(&GridDissipate::mScalar)
           .To(&GridDissipate::mVector)
-          .Writes(),
+          .Writes()
+          .Required(),
       RealRow(1001, "rate", 0.04, "1/s^2",
               "how quickly smoke thins out: share of the range, times the square of the step's "
               "length, per substep")

@@ -69,7 +69,7 @@ const ParameterTable& FluidSolver::Parameters() {
               "free air round the smoke: more of it lets eddies form unhindered, at a cost")
           .AtLeast(0)
           .To(&GasSettings::paddingCells),
-      VectorRow(1010, "box_size", {500, 500, 500}, "host",
+      VectorRow(kBoxSizeRow, "box_size", {500, 500, 500}, "host",
                 "the space that smoke may ever fill; it ends at the walls of this box")
           .Range(1e-6, 1e12)
           .To(&GasSettings::boxSize),
@@ -119,7 +119,7 @@ const ParameterTable& FluidSolver::Parameters() {
           .Kept(),
       LongRow(1024, "viscosity_mode", 0, "", "a mode of the viscosity solve, kept with the scene")
           .Kept(),
-      VectorRow(1028, "box_offset", {0, 0, 0}, "none",
+      VectorRow(kBoxOffsetRow, "box_offset", {0, 0, 0}, "none",
                 "where the node stands in its box: 0.5 puts it in the middle, 0 at the low corner")
           .To(&GasSettings::boxOffset),
       RealRow(1035, "solid_blend", 1.0, "none",

@@ -40,6 +40,7 @@ class FluidSolver : public iFluidSolver, public GasSettings {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kBoxSizeRow = 1010, kBoxOffsetRow = 1028;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ClearLinks() override;

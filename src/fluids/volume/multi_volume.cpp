@@ -46,7 +46,8 @@ const ParameterTable& MultiVolume::Parameters() {
     rows.push_back(LinksRow(1100, "meshes",
                             "what the volume is made of; inside any of them is inside",
                             {kMeshNode, kMultiMeshNode})
-                       .To(&MultiVolume::mSources));
+                       .To(&MultiVolume::mSources)
+                       .Required());
     rows.push_back(ButtonRow(1101, "take_children", "makes mesh nodes for the node's children"));
     return rows;
   }();

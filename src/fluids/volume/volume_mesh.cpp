@@ -36,13 +36,14 @@ const NodeKind& VolumeMesh::Kind() {
 
 const ParameterTable& VolumeMesh::Parameters() {
   static const ParameterTable table = {
-      BoolRow(1001, "affects_bounds", false,
+      BoolRow(kAffectsBoundsRow, "affects_bounds", false,
               "the simulation covers this shape even where nothing is in it yet")
           .To(&VolumeMesh::mWidensBounds),
       LongRow(1002, "mode", 1, "", "what a dialog shows of the node").Kept(),
       LinkRow(1003, "mesh", "the shape, as a mesh node; of a group of meshes the first alone",
               {1300143, 1300144})
-          .To(&VolumeMesh::mLinkedMesh),
+          .To(&VolumeMesh::mLinkedMesh)
+          .Required(),
       RealRow(1004, "preview_radius", 50.0, "host", "of the ball that a viewport shows")
           .AtLeast(0)
           .Kept(),
@@ -52,7 +53,7 @@ const ParameterTable& VolumeMesh::Parameters() {
               "1 is solid; less makes a hollow skin of that part of the greatest depth")
           .AtLeast(0)
           .To(&VolumeMesh::mShellThickness),
-      BoolRow(1007, "inverted", false,
+      BoolRow(kInvertedRow, "inverted", false,
               "swaps inside and outside: a ball becomes a room with gas in it")
           .To(&VolumeMesh::mInverted),
       LongRow(1008, "padding_cells", 3, "cells",
