@@ -4,7 +4,7 @@
 #include <span>
 
 #include "fluids/fields/trace_path.h"
-#include "fluids/flow/grid_boundary.h"
+#include "fluids/flow/scalar_walls.h"
 #include "grids/for_each_cell.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -20,7 +20,8 @@ struct AdvectedField {
   /// The coefficients of a B-spline through what the pass samples, which is the source, or in
   /// `Correct` what was predicted.
   const Grid<double>* spline = nullptr;
-  double strength = 1.0;  ///< of the correction
+  double strength = 1.0;        ///< of the correction
+  ScalarWalls::Values walls{};  ///< of a scalar
 };
 
 /// What the workers see. All grids stand on the same layout. Fields of one kind can be moved

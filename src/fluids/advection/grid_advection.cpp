@@ -145,10 +145,26 @@ bool GridAdvection::IsCompanion(const GridAdvection& other) const {
          other.mSampling == mSampling;
 }
 
+bool GridAdvection::IsConservative() const {
+  return mScalarTarget && mScheme >= static_cast<i32>(AdvectionScheme::Conservative);
+}
+
 AdvectedField GridAdvection::ScalarTargetField() const {
+  PrepareSource(*mScalarTarget->mPrevious);
   return {.source = mScalarTarget->mPrevious.get(),
           .destination = mScalarTarget->GetGridForWrite(0),
-          .strength = mStrength};
+          .strength = mStrength,
+          .walls = WallValues()};
+}
+
+ScalarWalls::Values GridAdvection::WallValues() const {
+  return {.nothing = mScalarTarget->mValueMin,
+          .outside = std::max(mScalarTarget->mInitial, mScalarTarget->mValueMin)};
+}
+
+void GridAdvection::PrepareSource(EGrid<double>& source) const {
+  const ScalarWalls& walls = mSolver->GetFlow().mWallCells;
+  if (walls.Fits(source) && !IsConservative()) walls.Fill(WallValues(), false, source);
 }
 
 std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObject*>& group) {
@@ -189,8 +205,7 @@ void GridAdvection::Evaluate(const EvaluationThreadData& block) {
   const std::array<const EGrid<double>*, 3> velocity = {grids[0], grids[1], grids[2]};
 
   if (mScalarTarget) {
-    const bool isConservative = mScheme >= static_cast<i32>(AdvectionScheme::Conservative);
-    if (block.objects && !isConservative && IsOnFlow(*mScalarTarget->mPrevious))
+    if (block.objects && !IsConservative() && IsOnFlow(*mScalarTarget->mPrevious))
       AdvectGrids(TakeCompanions(*block.objects), velocity);
     else
       MoveGrid(*mScalarTarget->mPrevious, *mScalarTarget->GetGridForWrite(0), velocity);
@@ -206,7 +221,7 @@ bool GridAdvection::IsOnFlow(const EGrid<double>& grid) const {
   return grid.mLayout.dims == layout.dims && grid.mLayout.originCell == layout.originCell;
 }
 
-bool GridAdvection::MoveGrid(const EGrid<double>& source, EGrid<double>& destination,
+bool GridAdvection::MoveGrid(EGrid<double>& source, EGrid<double>& destination,
                              const Velocity& velocity) {
   if (IsOnFlow(source)) return MoveOnFlow(source, destination, velocity);
   // With several solvers a field covers the boxes of all: each carries what lies in its own.
@@ -219,12 +234,14 @@ bool GridAdvection::MoveGrid(const EGrid<double>& source, EGrid<double>& destina
   return true;
 }
 
-bool GridAdvection::MoveOnFlow(const EGrid<double>& source, EGrid<double>& destination,
+bool GridAdvection::MoveOnFlow(EGrid<double>& source, EGrid<double>& destination,
                                const Velocity& velocity) {
-  if (mScalarTarget && mScheme >= static_cast<i32>(AdvectionScheme::Conservative))
-    return MoveConservative(source, destination, velocity);
-  return AdvectGrids({{.source = &source, .destination = &destination, .strength = mStrength}},
-                     velocity);
+  AdvectedField field{.source = &source, .destination = &destination, .strength = mStrength};
+  if (!mScalarTarget) return AdvectGrids({field}, velocity);
+  PrepareSource(source);
+  if (IsConservative()) return MoveConservative(source, destination, velocity);
+  field.walls = WallValues();
+  return AdvectGrids({field}, velocity);
 }
 
 bool GridAdvection::MoveConservative(const EGrid<double>& source, EGrid<double>& destination,
@@ -307,14 +324,23 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
   };
   const bool isSpline = mSampling == static_cast<i32>(AdvectionSampling::BSpline);
   if (isSpline && !FindSplines(fields, false)) return false;
+  const ScalarWalls& walls = mSolver->GetFlow().mWallCells;
+  const bool closed = mScalarTarget && walls.Fits(*shape);
+  const auto clear = [&] {
+    for (const AdvectedField& field : fields)
+      if (closed) walls.Clear(field.walls, *field.destination);
+    return true;
+  };
   if (!corrected) {
     run(&AdvectBackward);
-    return true;
+    return clear();
   }
   run(&Predict);
+  if (closed)
+    for (const AdvectedField& field : fields) walls.Fill(field.walls, true, *field.predicted);
   if (isSpline && !FindSplines(fields, true)) return false;
   run(&Correct);
-  return true;
+  return clear();
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

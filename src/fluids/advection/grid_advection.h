@@ -39,7 +39,13 @@ class GridAdvection : public iObject {
   /// Collects the scalar target and those of the companions behind this advection in `group`, which
   /// take no run of their own then.
   std::vector<AdvectedField> TakeCompanions(const std::vector<iObject*>& group);
+  bool IsConservative() const;
   bool IsCompanion(const GridAdvection& other) const;
+  /// The values of a scalar target behind walls.
+  ScalarWalls::Values WallValues() const;
+  /// Continues the scalar target into what is closed: a source has to hold right values wherever
+  /// paths look.
+  void PrepareSource(EGrid<double>& source) const;
   /// Moves grids of one kind by the scheme; false when it can't.
   bool AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity);
 
@@ -47,9 +53,8 @@ class GridAdvection : public iObject {
   bool IsOnFlow(const EGrid<double>& grid) const;
   /// Moves one grid as the scheme says, or the part of it inside the box of the flow; false when it
   /// can't.
-  bool MoveGrid(const EGrid<double>& source, EGrid<double>& destination, const Velocity& velocity);
-  bool MoveOnFlow(const EGrid<double>& source, EGrid<double>& destination,
-                  const Velocity& velocity);
+  bool MoveGrid(EGrid<double>& source, EGrid<double>& destination, const Velocity& velocity);
+  bool MoveOnFlow(EGrid<double>& source, EGrid<double>& destination, const Velocity& velocity);
   bool MoveConservative(const EGrid<double>& source, EGrid<double>& destination,
                         const Velocity& velocity);
 

@@ -91,9 +91,13 @@ void Flow::BuildSolids() {
   if (levelSet) mBoundary.Build(Threads());
   mFractions.mSource = {levelSet, GetLayout()};
   mFractions.Measure(Threads());
-  if (!levelSet) return mSolidCells.Release();
+  if (!levelSet) {
+    mSolidCells.Release();
+    return mWallCells.Release();
+  }
   mBoundary.ComputeActiveBox(Threads());
   mSolidCells.Build(*levelSet, Threads());
+  mWallCells.Build(mBoundary, mSolidCells.Get(), Threads());
 }
 
 void Flow::SetWallVelocities(double factor) {
@@ -119,6 +123,7 @@ void Flow::Reset() {
   mBoundary.Reset();
   mDivergence.Reset();
   mFractions.Reset();
+  mWallCells.Release();
 }
 
 void Flow::Release(bool full) {
@@ -127,6 +132,7 @@ void Flow::Release(bool full) {
   mDivergence.Release(full);
   mFractions.Release();
   mSolidCells.Release();
+  if (full) mWallCells.Release();
   mScratch.Release();
 }
 
@@ -134,6 +140,7 @@ void Flow::Persist(StateArchive& archive) {
   mVelocity.Persist(archive);
   mDivergence.Persist(archive);
   mBoundary.Persist(archive);
+  mWallCells.Persist(archive);
 }
 
 i32 Flow::Threads() const { return mScene->mThreadCount; }

@@ -2,6 +2,7 @@
 #pragma once
 #include "fluids/fields/channel.h"
 #include "fluids/flow/grid_boundary.h"
+#include "fluids/flow/scalar_walls.h"
 #include "fluids/flow/scratch_grids.h"
 #include "fluids/flow/solid_cells.h"
 #include "fluids/volume/volume_fractions.h"
@@ -53,6 +54,7 @@ class Flow {
   GridBoundary mBoundary;
   Grid_VolumeFractions mFractions;
   SolidCells mSolidCells;  ///< which cells are clear of solids in this step
+  ScalarWalls mWallCells;  ///< which cells hold nothing, and what continues into them
   ScratchGrids mScratch;   ///< for the operators that work on this flow
   /// A liquid's level set at cell centres, negative inside; null for a gas.
   EGrid<double>* mSurface = nullptr;

@@ -229,7 +229,7 @@ TEST(GridAdvection, TheCorrectedSchemeIsSecondOrder) {
   EXPECT_LT(errors[1][1], 0.2 * errors[0][1]);
 }
 
-TEST(GridAdvection, SolidCellsKeepWhatTheyHeldBefore) {
+TEST(GridAdvection, SolidCellsHoldNothingBehindTheMove) {
   AdvectionRig rig({10, 10, 10}, 0.1);
   ScalarField& smoke = rig.AddSmoke();
   rig.AddAdvection(rig.smokeNode, kMacCormack);
@@ -239,12 +239,13 @@ TEST(GridAdvection, SolidCellsKeepWhatTheyHeldBefore) {
     for (i32 y = 4; y <= 7; ++y)
       for (i32 x = 4; x <= 7; ++x) phi(x, y, z) = -0.05;
   rig.gas->mFlow.mSolidCells.Build(phi, 1);
+  rig.gas->mFlow.mWallCells.Build(rig.gas->mFlow.mBoundary, rig.gas->mFlow.mSolidCells.Get(), 1);
   smoke.mGrid->Fill(0.25);      // becomes the field that is read
   smoke.mPrevious->Fill(0.75);  // the buffer that is written
   rig.FillVelocity([](const Vec3d&) { return Vec3d{0.3, 0.2, 0}; });
   rig.RunOperators();
-  EXPECT_EQ((*smoke.mGrid)(5, 5, 5), 0.25);
-  EXPECT_EQ((*smoke.mGrid)(0, 5, 5), 0.75) << "the outermost layer isn't written";
+  EXPECT_EQ((*smoke.mGrid)(5, 5, 5), 0);
+  EXPECT_EQ((*smoke.mGrid)(0, 5, 5), 0.25) << "behind a wall the field goes on";
   EXPECT_EQ((*smoke.mGrid)(2, 5, 5), 0.25);
 }
 

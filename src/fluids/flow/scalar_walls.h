@@ -1,0 +1,71 @@
+// What scalar fields hold in solids and beyond the sides of their grid.
+#pragma once
+#include <memory>
+#include <vector>
+
+#include "fluids/flow/grid_boundary.h"
+#include "fluids/flow/solid_cells.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// The closed cells of a grid: those whose centre lies in a solid, or in the outermost layer behind
+/// a wall. They hold nothing but what is emitted into them; while a field moves along paths, those
+/// beside open cells continue what is there, so that no path that ends near a solid reads
+/// emptiness, and so do cells that a solid has just left. Works on cell-centred fields over the
+/// cells of the flow; nothing depends on the number of workers.
+class ScalarWalls {
+ public:
+  /// What matters of a field's range.
+  struct Values {
+    double nothing = 0;  ///< the low end
+    double outside = 0;  ///< of the air that comes in through open sides
+  };
+
+  /// Finds the closed cells of a step; what was closed before tells what solids cover and leave.
+  /// `flags` may be null.
+  void Build(const GridBoundary& boundary, const Grid<u8>* flags, i32 threads);
+  /// There is no step before the next one.
+  void Release();
+  void Persist(StateArchive& archive);
+
+  /// Closed cells that hold nothing and cells that a solid has left take the mean of the nearest
+  /// open cells that touch them, with `all` also closed ones that hold something; the layer outside
+  /// open sides takes `outside`.
+  void Fill(const Values& values, bool all, Grid<double>& field) const;
+  /// Closed cells lose what they hold; behind walls and outside of open sides the outermost layer
+  /// continues the field.
+  void Clear(const Values& values, Grid<double>& field) const;
+  /// The field stands on the centres of these cells.
+  bool Fits(const Grid<double>& field) const;
+
+ private:
+  enum State : u8 { kOpen = 0, kClosed = 1, kLeft = 2 };
+
+  struct Beside {
+    i32 cell;
+    u32 open;  ///< which of the 27 cells round it count, in order of z, y, x
+  };
+  struct Run {
+    i32 first, last;  ///< inner cells, by index
+  };
+  struct Layer {
+    std::vector<Beside> beside;
+    std::vector<Run> closed;
+    std::vector<i32> outside;  ///< cells of the outermost layer at open sides
+  };
+  void MarkRow(const GridBoundary& boundary, const Grid<u8>* flags, i32 y, i32 z);
+  void ListLeft();
+  void ListRow(i32 y, i32 z, Layer& layer) const;
+  u32 OpenRound(i32 cell) const;
+  /// Whether the cell existed in the step before, and as a closed one.
+  bool WasThere(const VecInt3D& cell, bool& wasClosed) const;
+  VecInt3D CellAt(i32 index) const;
+  void FillOne(const Beside& b, Grid<double>& field) const;
+
+  std::unique_ptr<EGrid<u8>> mState, mBefore;
+  std::vector<Beside> mLeft;  ///< cells that a solid left, each behind those that it continues
+  std::vector<Layer> mLayers;
+  i32 mThreads = 1;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
