@@ -1,6 +1,7 @@
 #include "fluids/advection/grid_advection.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "fluids/advection/spline_coefficients.h"
@@ -159,12 +160,17 @@ AdvectedField GridAdvection::ScalarTargetField() const {
 
 ScalarWalls::Values GridAdvection::WallValues() const {
   return {.nothing = mScalarTarget->mValueMin,
-          .outside = std::max(mScalarTarget->mInitial, mScalarTarget->mValueMin)};
+          .outside = std::max(mScalarTarget->mInitial, mScalarTarget->mValueMin),
+          .initial = mScalarTarget->mInitial};
 }
 
 void GridAdvection::PrepareSource(EGrid<double>& source) const {
-  const ScalarWalls& walls = mSolver->GetFlow().mWallCells;
-  if (walls.Fits(source) && !IsConservative()) walls.Fill(WallValues(), false, source);
+  const Flow& flow = mSolver->GetFlow();
+  if (!flow.mWallCells.Fits(source)) return;
+  if (!IsConservative()) return flow.mWallCells.Fill(WallValues(), false, source);
+  // Paths take what a solid has just covered along by themselves; shares have to be given away.
+  const i32 reach = 1 + static_cast<i32>(std::ceil(flow.ObstacleTravel()));
+  flow.mWallCells.HandOver(WallValues(), reach, source);
 }
 
 std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObject*>& group) {

@@ -43,8 +43,8 @@ class GridAdvection : public iObject {
   bool IsCompanion(const GridAdvection& other) const;
   /// The values of a scalar target behind walls.
   ScalarWalls::Values WallValues() const;
-  /// Continues the scalar target into what is closed: a source has to hold right values wherever
-  /// paths look.
+  /// Continues the scalar target into what is closed, or hands over what is there: a source has to
+  /// hold right values wherever paths look.
   void PrepareSource(EGrid<double>& source) const;
   /// Moves grids of one kind by the scheme; false when it can't.
   bool AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity);

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "fluids/flow/wall_velocities.h"
+#include "fluids/volume/volume_base.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
@@ -98,6 +99,20 @@ void Flow::BuildSolids() {
   mBoundary.ComputeActiveBox(Threads());
   mSolidCells.Build(*levelSet, Threads());
   mWallCells.Build(mBoundary, mSolidCells.Get(), Threads());
+}
+
+double Flow::ObstacleTravel() const {
+  double most = 0;
+  for (const VolumeBase* obstacle : mBoundary.mObstacles) {
+    const Mesh* mesh = obstacle->GetMesh();
+    if (!obstacle->Has(FLAG_ENABLED) || !mesh || mesh->IsStatic() || !obstacle->HasGridData())
+      continue;
+    Vec3d linear{}, angular{};
+    mesh->GetVelocities(linear, angular);
+    const double radius = Length(obstacle->mBoxMax - obstacle->mBoxMin) / 2;
+    most = std::max(most, Length(linear) + Length(angular) * radius);
+  }
+  return most / mScene->mDomain.cellSize;
 }
 
 void Flow::SetWallVelocities(double factor) {

@@ -36,6 +36,8 @@ class Flow {
   /// Sets the velocity at the six sides: normal 0 at walls and copied outwards, tangential ghost
   /// layers at walls `factor` times the layer inside (1 slips freely, 0 sticks).
   void SetWallVelocities(double factor);
+  /// How far the fastest obstacle moves in this step, in cells.
+  double ObstacleTravel() const;
   /// Squares of the largest magnitudes of the three components, added up; at least 1e-8.
   double MeasureMaxSpeedSq() const;
 

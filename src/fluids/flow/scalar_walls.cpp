@@ -2,6 +2,7 @@
 
 #include <array>
 #include <bit>
+#include <limits>
 #include <utility>
 
 #include "framework/state_archive.h"
@@ -199,6 +200,52 @@ void ScalarWalls::Clear(const Values& values, Grid<double>& field) const {
     for (const Beside& b : mLayers[z].beside)
       if (IsOutermost(CellAt(b.cell), mState->Dims())) FillOne(b, field);
   });
+}
+
+/// Calls f(index) for the inner open cells that lie nearest to a cell.
+template <class F>
+void ScalarWalls::ForEachOpenNearest(const VecInt3D& cell, i32 reach, F&& f) const {
+  const VecInt3D r{reach, reach, reach};
+  const CellBox box =
+      Clip({cell - r, cell + r + VecInt3D{1, 1, 1}}, {1, 1, 1}, mState->Dims() - VecInt3D{1, 1, 1});
+  const auto takes = [&](i32 x, i32 y, i32 z) {
+    bool wasClosed = false;
+    WasThere({x, y, z}, wasClosed);
+    return (*mState)(x, y, z) == kOpen && !wasClosed;
+  };
+  const auto distance = [&](i32 x, i32 y, i32 z) {
+    const VecInt3D d = VecInt3D{x, y, z} - cell;
+    return d.x * d.x + d.y * d.y + d.z * d.z;
+  };
+  i32 nearest = std::numeric_limits<i32>::max();
+  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+    if (takes(x, y, z)) nearest = std::min(nearest, distance(x, y, z));
+  });
+  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+    if (takes(x, y, z) && distance(x, y, z) == nearest) f(mState->Index(x, y, z));
+  });
+}
+
+double ScalarWalls::HandOver(const Values& values, i32 reach, Grid<double>& field) const {
+  double lost = 0;
+  for (const Layer& layer : mLayers)
+    for (const Run& run : layer.closed)
+      for (i32 c = run.first; c < run.last; ++c) {
+        if (!(field[c] > values.nothing)) continue;
+        const VecInt3D cell = CellAt(c);
+        bool wasClosed = false;
+        const bool isNew = !WasThere(cell, wasClosed);
+        const double held =
+            field[c] - (isNew ? std::max(values.initial, values.nothing) : values.nothing);
+        lost += field[c] - values.nothing;
+        field[c] = values.nothing;
+        if (!(held > 0)) continue;
+        i32 takers = 0;
+        ForEachOpenNearest(cell, reach, [&](i32) { ++takers; });
+        if (takers > 0) lost -= held;
+        ForEachOpenNearest(cell, reach, [&](i32 taker) { field[taker] += held / takers; });
+      }
+  return lost;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

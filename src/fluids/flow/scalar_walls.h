@@ -19,6 +19,7 @@ class ScalarWalls {
   struct Values {
     double nothing = 0;  ///< the low end
     double outside = 0;  ///< of the air that comes in through open sides
+    double initial = 0;  ///< where nothing has arrived yet
   };
 
   /// Finds the closed cells of a step; what was closed before tells what solids cover and leave.
@@ -35,6 +36,11 @@ class ScalarWalls {
   /// Closed cells lose what they hold; behind walls and outside of open sides the outermost layer
   /// continues the field.
   void Clear(const Values& values, Grid<double>& field) const;
+  /// What closed cells hold goes to their nearest open cells in equal shares, as far as there are
+  /// some within `reach` cells on every axis. Cells that a solid has just left take nothing: they
+  /// lie behind it. What a field started with doesn't count in cells that were closed from the
+  /// start: nothing brought it there. Returns what found no place.
+  double HandOver(const Values& values, i32 reach, Grid<double>& field) const;
   /// The field stands on the centres of these cells.
   bool Fits(const Grid<double>& field) const;
 
@@ -61,6 +67,8 @@ class ScalarWalls {
   bool WasThere(const VecInt3D& cell, bool& wasClosed) const;
   VecInt3D CellAt(i32 index) const;
   void FillOne(const Beside& b, Grid<double>& field) const;
+  template <class F>
+  void ForEachOpenNearest(const VecInt3D& cell, i32 reach, F&& f) const;
 
   std::unique_ptr<EGrid<u8>> mState, mBefore;
   std::vector<Beside> mLeft;  ///< cells that a solid left, each behind those that it continues

@@ -156,7 +156,7 @@ void Mesh::CheckDirty() {
 }
 
 bool Mesh::IsDirty() const {
-  return Has(FLAG_DIRTY) && (!mTime || mTime->substep < 2 || Has(FLAG_MOVED));
+  return Has(FLAG_DIRTY) && (!mTime || mTime->substep < 2 || Has(FLAG_MOVED) || mGlides);
 }
 
 void Mesh::Reset() {
@@ -164,7 +164,7 @@ void Mesh::Reset() {
   mMesh.Clear();
   mPreviousMesh.Clear();
   mLinearVelocity = mAngularVelocity = {};
-  mHasHistory = mSettling = mAltered = false;
+  mHasHistory = mSettling = mAltered = mGlides = false;
   mRevision = NextRevision();
 }
 
@@ -201,11 +201,13 @@ i32 Mesh::ConvertHostObject() {
   constexpr std::size_t pointsPerWorker = 8192;
   converter.Convert(static_cast<i32>(
       std::min<std::size_t>(geometry.points.size() / pointsPerWorker + 1, mScene->mThreadCount)));
-  if (converter.HasChanged()) {
-    mRevision = NextRevision();
-    mAlteredShapes.clear();
-  }
+  if (converter.HasChanged()) NoteNewShape();
   return converter.HaveCountsChanged() ? 2 : 1;
+}
+
+void Mesh::NoteNewShape() {
+  mRevision = NextRevision();
+  mAlteredShapes.clear();
 }
 
 // ---- motion -----------------------------------------------------------------------------------
@@ -247,11 +249,16 @@ void Mesh::Prepare() {
     Deactivate("it links no polygon object; name one under 'object'");
     return;
   }
+  if (mGlides && mTime && mTime->substep > 1) return Glide();
+  mGlides = false;
+  const bool wasAltered = mAltered;
   UndoAlteration();
   const bool moved = !mHasHistory || HasObjectChanged();
   const bool pointsChanged = mPointDirty != mObject->PointDirty();
   const Vec3d centreBefore = mMesh.GetBoundsCentre();
+  std::vector<Vec3d> start;
   if (moved) {
+    if (mTime && !mTime->isLastSubstep) start = mMesh.GetVertices();
     mMatrixBefore = mMatrix;
     mMatrix = WantedMatrix();
     mWorldToSim = GetDomain().worldToSim;
@@ -272,6 +279,8 @@ void Mesh::Prepare() {
   mSettling = moved && mHasHistory;
   mHasHistory = true;
   SetFlag(FLAG_ACTIVE, true);
+  if (isStep && !wasAltered && start.size() == mMesh.GetVertices().size())
+    StartGlide(std::move(start), pointsChanged);
 }
 
 void Mesh::MarkAltered() {
@@ -296,21 +305,6 @@ void Mesh::UndoAlteration() {
   mMesh.GetVertices() = mPreviousMesh.GetVertices();
   mMesh.mColumns.normal = mPreviousMesh.mColumns.normal;
   UpdateBounds();
-}
-
-void Mesh::GetVelocities(Vec3d& linear, Vec3d& angular) const {
-  const double share = StepShare();
-  linear = mLinearVelocity * share;
-  angular = mAngularVelocity * share;
-}
-
-void Mesh::GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const {
-  GetVelocities(linear, angular);
-  cross = Cross(angular, point - mMesh.GetBoundsCentre());
-}
-
-void Mesh::GetVelocityAt(Vec3d& out, const Vec3d& point) const {
-  out = (mLinearVelocity + Cross(mAngularVelocity, point - mMesh.GetBoundsCentre())) * StepShare();
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

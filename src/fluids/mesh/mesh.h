@@ -11,10 +11,11 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// A triangle copy of a host polygon object in simulation space; it follows the object's animation
 /// and knows its motion.
 ///
-/// The document moves once a frame, so the copy takes its new place in the first substep of a frame
-/// and rests there in the others. The motion is spread over the whole frame: in each substep the
-/// velocities are that substep's share of it, and motion / `stepDuration` is the object's speed
-/// however a frame is cut.
+/// The document moves once a frame, and the copy glides: at the end of each substep it stands where
+/// that share of the frame's motion brings it, turned about its centre, or with each vertex on a
+/// straight way where the shape deforms. In each substep the velocities are that substep's share of
+/// the motion, and motion / `stepDuration` is the object's speed however a frame is cut. A copy
+/// that operators alter takes its new place at once.
 ///
 /// With the obstacle tag's `baked` and `follow_bake` it replays the placements that the object had
 /// in the frames that were run: in each frame that of `bake_offset` frames later, mixed between two
@@ -42,7 +43,10 @@ class Mesh : public iObject {
   virtual i32 ConvertHostObject();
   virtual void UpdateBounds() { mMesh.UpdateBounds(); }
 
-  void GetCentre(Vec3d& out) const { out = mMesh.GetBoundsCentre(); }
+  /// The point about which it turns.
+  void GetCentre(Vec3d& out) const { out = Pivot(); }
+  /// Each substep of this frame has another place for it.
+  bool IsGliding() const { return mGlides; }
   /// Motion in the present substep at a point: linear + angular x (point - centre). Simulation
   /// units per step, not scaled by transfer factors.
   void GetVelocityAt(Vec3d& out, const Vec3d& point) const;
@@ -90,6 +94,12 @@ class Mesh : public iObject {
   Matrix WantedMatrix() const;
   void UpdateMotion(const Vec3d& centreBefore, bool pointsChanged);
   void UpdateVertexVelocities(bool isStep);
+  /// Begins the way from `start`, the vertices at the end of the frame before, to the record's.
+  void StartGlide(std::vector<Vec3d> start, bool pointsChanged);
+  void Glide();
+  /// The vertices aren't those of the present revision any more.
+  void NoteNewShape();
+  Vec3d Pivot() const { return mGlides ? mPivot : mMesh.GetBoundsCentre(); }
   double StepShare() const { return mTime ? mTime->stepFraction : 1.0; }
 
   host::PolygonObject* mLinkedObject = nullptr;  ///< what the node links; members have a source
@@ -109,6 +119,10 @@ class Mesh : public iObject {
   bool mTagPresent = false;
   bool mHasHistory = false;  ///< a state of the step before exists
   bool mSettling = false;    ///< moved in the last step: velocities go to zero in the next one
+  bool mGlides = false;
+  bool mGlidesRigidly = false;
+  std::vector<Vec3d> mGlideStart;  ///< of a shape that deforms
+  Vec3d mPivot{}, mEndCentre{};
   u32 mRevision = 0;
   u32 mAlteredRevision = 0;
   /// Digests of the altered vertices since the host's shape changed, with their revisions.

@@ -1,5 +1,6 @@
 #include "fluids/volume/volume_base.h"
 
+#include "fluids/mesh/mesh.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
@@ -39,7 +40,8 @@ void VolumeBase::ClearLinks() {
 }
 
 bool VolumeBase::IsDirty() const {
-  return Has(FLAG_DIRTY) && (!mTime || mTime->substep < 2 || Has(FLAG_MOVED));
+  return Has(FLAG_DIRTY) &&
+         (!mTime || mTime->substep < 2 || Has(FLAG_MOVED) || (mMesh && mMesh->IsGliding()));
 }
 
 void VolumeBase::Release(bool full) {

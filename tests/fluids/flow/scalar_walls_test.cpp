@@ -12,7 +12,7 @@ using namespace MELDO_GLOBAL::MELDO_SULVA;
 namespace {
 
 constexpr i32 kCells = 10;
-constexpr ScalarWalls::Values kValues{.nothing = 0, .outside = 7};
+constexpr ScalarWalls::Values kValues{.nothing = 0, .outside = 7, .initial = 0};
 
 /// A tube along x with cells [1, 9) inside, closed but for its high x side, and a slab that fills
 /// the cells from `low` to `high` - 1.
@@ -71,12 +71,37 @@ TEST(ScalarWalls, FieldsGoOnBehindWallsAndUnderSolids) {
   }
 }
 
+TEST(ScalarWalls, WhatASolidCoversGoesToItsOwnSide) {
+  // Two cells in one step, which would carry smoke through a solid that kept what it covers.
+  Tube tube(0.5);
+  tube.Place(3, 5);
+  tube.walls.Clear(kValues, tube.field);
+  const double behind = tube.Sum(1, 3), ahead = tube.Sum(5, 9);
+  EXPECT_NEAR(behind, 0.5 * 2 * 64, 1e-12);
+  tube.Place(5, 7);
+  EXPECT_EQ(tube.walls.HandOver(kValues, 3, tube.field), 0);
+  EXPECT_NEAR(tube.Sum(1, 5), behind, 1e-12);
+  EXPECT_NEAR(tube.Sum(7, 9), ahead, 1e-12);
+  // From here on the solid hands over what is emitted into it, too.
+  tube.Place(5, 7);
+  tube.field(5, 4, 4) = 2;
+  EXPECT_EQ(tube.walls.HandOver(kValues, 1, tube.field), 0);
+  EXPECT_NEAR(tube.field(4, 4, 4), 2, 1e-12);
+
+  Tube started(0.5);
+  ScalarWalls::Values values = kValues;
+  values.initial = 0.5;
+  started.Place(3, 5);
+  started.walls.HandOver(values, 1, started.field);
+  EXPECT_NEAR(started.field(2, 4, 4), 0.5, 1e-12) << "what a field starts with stays where it is";
+}
+
 TEST(ScalarWalls, CellsThatASolidLeavesContinueTheField) {
   Tube tube(0.5);
   tube.Place(3, 7);
   tube.walls.Clear(kValues, tube.field);
   tube.Place(6, 8);
-  EXPECT_EQ(tube.Sum(4, 6), 0);
+  EXPECT_EQ(tube.Sum(3, 6), 0);
   tube.walls.Fill(kValues, false, tube.field);
   EXPECT_NEAR(tube.Sum(1, 6), 0.5 * 5 * 64, 1e-12);
   EXPECT_NEAR(tube.field(6, 5, 5), 0.5, 1e-12) << "and so does the solid's new side";

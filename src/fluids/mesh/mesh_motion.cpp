@@ -1,0 +1,95 @@
+// Where a mesh stands within a frame, and how fast its points move.
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "fluids/mesh/mesh.h"
+#include "framework/scene.h"
+#include "grids/fixed_blocks.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+/// Turns by a vector that is axis times angle.
+class Turn {
+ public:
+  explicit Turn(const Vec3d& vector) {
+    const double angle = Length(vector);
+    if (!(angle > 0)) return;
+    mAxis = vector / angle;
+    mSin = std::sin(angle);
+    mCos = std::cos(angle);
+  }
+  Vec3d operator()(const Vec3d& p) const {
+    return p * mCos + Cross(mAxis, p) * mSin + mAxis * (Dot(mAxis, p) * (1 - mCos));
+  }
+
+ private:
+  Vec3d mAxis{1, 0, 0};
+  double mSin = 0, mCos = 1;
+};
+
+/// The axes of both have the same lengths and angles.
+bool IsRigid(const Matrix& a, const Matrix& b) {
+  const auto same = [&](double x, double y) {
+    return std::abs(x - y) <= 1e-9 * std::abs(Dot(a.v1, a.v1));
+  };
+  return same(Dot(a.v1, a.v1), Dot(b.v1, b.v1)) && same(Dot(a.v2, a.v2), Dot(b.v2, b.v2)) &&
+         same(Dot(a.v3, a.v3), Dot(b.v3, b.v3)) && same(Dot(a.v1, a.v2), Dot(b.v1, b.v2)) &&
+         same(Dot(a.v2, a.v3), Dot(b.v2, b.v3)) && same(Dot(a.v3, a.v1), Dot(b.v3, b.v1));
+}
+
+constexpr i32 kBlock = 8192;  // vertices
+
+}  // namespace
+
+void Mesh::StartGlide(std::vector<Vec3d> start, bool pointsChanged) {
+  mGlides = true;
+  mGlidesRigidly = !pointsChanged && IsRigid(mMatrixBefore, mMatrix);
+  mGlideStart = mGlidesRigidly ? std::vector<Vec3d>{} : std::move(start);
+  mEndCentre = mMesh.GetBoundsCentre();
+  Glide();
+}
+
+void Mesh::Glide() {
+  // What is left of the way; the last place is that of the document to the last bit.
+  const double rest = mTime->isLastSubstep ? 0 : mTime->remainingFraction;
+  const std::vector<Vec3d>& end = mPreviousMesh.GetVertices();
+  std::vector<Vec3d>& now = mMesh.GetVertices();
+  mPivot = mEndCentre - mLinearVelocity * rest;
+  const Turn turn(mAngularVelocity * -rest);
+  const i32 count = static_cast<i32>(end.size());
+  ForEachBlock((count + kBlock - 1) / kBlock, mScene->mThreadCount, [&](i32 block) {
+    for (i32 i = block * kBlock; i < std::min((block + 1) * kBlock, count); ++i) {
+      if (rest == 0)
+        now[i] = end[i];
+      else if (mGlidesRigidly)
+        now[i] = mPivot + turn(end[i] - mEndCentre);
+      else
+        now[i] = end[i] + (mGlideStart[i] - end[i]) * rest;
+    }
+  });
+  mMesh.mColumns.normal = mPreviousMesh.mColumns.normal;
+  if (mGlidesRigidly && rest != 0)
+    for (Vec3d& normal : mMesh.mColumns.normal) normal = turn(normal);
+  mMesh.UpdateBounds();
+  NoteNewShape();
+}
+
+void Mesh::GetVelocities(Vec3d& linear, Vec3d& angular) const {
+  const double share = StepShare();
+  linear = mLinearVelocity * share;
+  angular = mAngularVelocity * share;
+}
+
+void Mesh::GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const {
+  GetVelocities(linear, angular);
+  cross = Cross(angular, point - Pivot());
+}
+
+void Mesh::GetVelocityAt(Vec3d& out, const Vec3d& point) const {
+  out = (mLinearVelocity + Cross(mAngularVelocity, point - Pivot())) * StepShare();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
