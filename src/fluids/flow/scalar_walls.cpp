@@ -2,6 +2,7 @@
 
 #include <array>
 #include <bit>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -94,7 +95,16 @@ void ScalarWalls::MarkRow(const GridBoundary& boundary, const Grid<u8>* flags, i
   const VecInt3D n = mState->Dims();
   u8* row = mState->mData + mState->Index(0, y, z);
   const u8* known = flags ? flags->mData + flags->Index(0, y, z) : nullptr;
+  const bool isInner = y > 0 && z > 0 && y < n.y - 1 && z < n.z - 1;
+  const bool stays = isInner && known && mBefore && mBefore->mLayout.Equals(mState->mLayout);
+  const u8* before = stays ? mBefore->mData + mBefore->Index(0, y, z) : nullptr;
   for (i32 x = 0; x < n.x; ++x) {
+    // Most cells were open and are: they are settled without another look.
+    if (stays && x > 0 && x < n.x - 1 && before[x] == kOpen &&
+        (known[x] & SolidCells::kOpenCentre)) {
+      row[x] = kOpen;
+      continue;
+    }
     const VecInt3D cell{x, y, z};
     const auto isClosed = [&] {
       if (IsOutermost(cell, n)) return IsBehindWall(cell, n, boundary.mWalls);
@@ -110,8 +120,11 @@ void ScalarWalls::MarkRow(const GridBoundary& boundary, const Grid<u8>* flags, i
 void ScalarWalls::ListLeft() {
   mLeft.clear();
   std::vector<i32> left;
-  for (i32 c = 0; c < mState->mCount; ++c)
-    if ((*mState)[c] == kLeft) left.push_back(c);
+  const u8 *all = mState->mData, *end = all + mState->mCount;
+  const auto next = [&](const u8* from) {
+    return static_cast<const u8*>(std::memchr(from, kLeft, end - from));
+  };
+  for (const u8* c = next(all); c; c = next(c + 1)) left.push_back(static_cast<i32>(c - all));
   while (!left.empty()) {
     std::vector<i32> rest;
     const std::size_t first = mLeft.size();
@@ -149,7 +162,9 @@ void ScalarWalls::ListRow(i32 y, i32 z, Layer& layer) const {
   const VecInt3D n = mState->Dims();
   const i32 first = mState->Index(0, y, z);
   const u8* state = mState->mData + first;
+  const bool isInner = y > 0 && z > 0 && y < n.y - 1 && z < n.z - 1;
   for (i32 x = 0; x < n.x; ++x) {
+    if (state[x] != kClosed && isInner && x > 0 && x < n.x - 1) continue;
     const bool isOutermost = IsOutermost({x, y, z}, n);
     if (state[x] != kClosed) {
       if (isOutermost) layer.outside.push_back(first + x);
