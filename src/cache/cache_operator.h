@@ -76,7 +76,11 @@ class Cache_OperatorBase : public iObject {
   bool CanDoWithout(const std::filesystem::path& file);
   /// What was wrong with files that were read or written, each once.
   const std::vector<std::string>& Warnings() const { return mWarnings; }
-  std::vector<std::string> TakeWarnings() { return std::exchange(mWarnings, {}); }
+  /// Those that came since the last call.
+  std::vector<std::string> TakeWarnings() {
+    const std::size_t first = std::exchange(mTaken, mWarnings.size());
+    return {mWarnings.begin() + static_cast<std::ptrdiff_t>(first), mWarnings.end()};
+  }
   bool Records() const { return mMode != 0; }
   bool Plays() const { return mMode != 1; }
   const CacheName& FileNames() const { return mFileName; }
@@ -152,6 +156,7 @@ class Cache_OperatorBase : public iObject {
   std::vector<i32> mOldFrames;  ///< of files that are older than the run
   std::string mFailure;
   std::vector<std::string> mWarnings;
+  std::size_t mTaken = 0;  ///< of these
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -283,7 +283,7 @@ class PictureRun {
   }
 
   void PrintWarnings(bool isWhole) {
-    for (const std::string& warning : mSimulation->Warnings())
+    for (const std::string& warning : mSimulation->TakeWarnings())
       mProgress.Note("warning: " + warning);
     for (std::size_t i = 0; isWhole && i < mWasDrawn.size(); ++i)
       if (!mWasDrawn[i])

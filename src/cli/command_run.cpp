@@ -93,7 +93,7 @@ class Run {
     }
     if (code == kExitInterrupted || code == kExitFile || code == kExitMemory) KeepNewestState();
     const std::chrono::duration<double> wall = Clock::now() - start;
-    const std::vector<std::string> warnings = mSimulation.Warnings();
+    const std::vector<std::string> warnings = mSimulation.TakeWarnings();
     for (const std::string& warning : warnings) Warn(warning);
     if (code == kExitDone && mOptions.strict && (mHasWarned || mSimulation.HasWarned())) {
       mProgress.Error("--strict: there are warnings");

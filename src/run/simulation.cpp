@@ -283,50 +283,48 @@ void Simulation::AddWarningsOf(const Scene& scene, FrameRecord& record) {
   });
 }
 
-void Simulation::AddFaults(const Scene& scene, FrameRecord& record) {
+namespace {
+/// Adds what caches and solvers report of themselves, each sentence once.
+void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
   ForEachObject(scene, [&](iBase& object) {
     const auto add = [&](const std::vector<std::string>& warnings) {
       for (const std::string& warning : warnings)
-        record.warnings.push_back(fmt::format("{}: {}", Subject(object), warning));
+        told.push_back(fmt::format("{}: {}", Subject(object), warning));
     };
     if (auto* cache = dynamic_cast<Cache_OperatorBase*>(&object)) add(cache->TakeWarnings());
     if (auto* solver = dynamic_cast<FluidSolver*>(&object)) add(solver->mPressure.TakeWarnings());
   });
 }
+}  // namespace
 
 void Simulation::AddWarnings(FrameRecord& record) {
   constexpr double kMostCells = 20;
   constexpr u64 kStep = 0;
   for (const auto& scene : mScenes) {
-    AddFaults(*scene, record);
+    TakeFaults(*scene, record.warnings);
     AddWarningsOf(*scene, record);
   }
   if (record.cfl > kMostCells && std::find(mTold.begin(), mTold.end(), kStep) == mTold.end()) {
     mTold.push_back(kStep);
-    record.warnings.push_back(fmt::format(
-        "the flow crosses {:.0f} cells in a substep, and what lies between is skipped; "
-        "raise the server's 'extra_substeps', or 'cell_size'",
-        record.cfl));
+    record.warnings.push_back(
+        fmt::format("the flow crosses {:.0f} cells in a substep, and what lies between is skipped; "
+                    "raise the server's 'extra_substeps', or 'cell_size'",
+                    record.cfl));
   }
   mHasWarned |= !record.warnings.empty();
 }
 
-std::vector<std::string> Simulation::Warnings() const {
+std::vector<std::string> Simulation::TakeWarnings() {
   std::vector<std::string> warnings;
-  for (const auto& scene : mScenes)
+  for (const auto& scene : mScenes) {
+    // No force acts before there is a flow, in the second frame.
+    const bool isEarly = scene->mClock.frameFromStart < 1;
     ForEachObject(*scene, [&](const iBase& object) {
-      const auto add = [&](const std::string& warning) {
-        warnings.push_back(fmt::format("{}: {}", Subject(object), warning));
-      };
-      // No force acts before there is a flow, in the second frame.
-      const bool isEarly = object.GetListIndex() == kListForces && scene->mClock.frameFromStart < 1;
-      if (object.mRuns == 0 && IsToTell(object) && !isEarly)
-        warnings.push_back(InactiveText(object));
-      if (const auto* cache = dynamic_cast<const Cache_OperatorBase*>(&object))
-        for (const std::string& warning : cache->Warnings()) add(warning);
-      if (const auto* solver = dynamic_cast<const FluidSolver*>(&object))
-        for (const std::string& warning : solver->mPressure.Warnings()) add(warning);
+      const bool isDue = object.GetListIndex() != kListForces || !isEarly;
+      if (object.mRuns == 0 && IsToTell(object) && isDue) warnings.push_back(InactiveText(object));
     });
+    TakeFaults(*scene, warnings);
+  }
   return warnings;
 }
 

@@ -77,7 +77,7 @@ class Simulation {
   void Silence(std::set<host::NodeId> nodes) { mSilenced = std::move(nodes); }
   /// One sentence for each object that never ran, knows why and wasn't told of in a frame, and for
   /// each fault that no frame has told.
-  std::vector<std::string> Warnings() const;
+  std::vector<std::string> TakeWarnings();
   /// Whether a frame had a warning, in this run or in the one that it goes on from.
   bool HasWarned() const { return mHasWarned; }
 
@@ -85,7 +85,6 @@ class Simulation {
   /// What a frame shows of objects that ought to work and don't, and of steps that are too long;
   /// each is told once.
   void AddWarnings(FrameRecord& record);
-  void AddFaults(const MELDO_SULVA::Scene& scene, FrameRecord& record);
   void AddWarningsOf(const MELDO_SULVA::Scene& scene, FrameRecord& record);
   bool IsToTell(const MELDO_SULVA::iBase& object) const;
   /// Keeps how many cells the flow, as fast as it is now, crosses in the step that begins.

@@ -391,6 +391,9 @@ TEST_F(GridCache, ObjectsFindTheirDataByName) {
   EXPECT_NE(renamed.cacher.Warnings()[0].find("no \"tint\"; it plays \"colour\""),
             std::string::npos)
       << renamed.cacher.Warnings()[0];
+  EXPECT_EQ(renamed.cacher.TakeWarnings().size(), 1u);
+  renamed.Load(0);
+  EXPECT_TRUE(renamed.cacher.TakeWarnings().empty()) << "told once";
   CacheScene wrong(folder.Path(), 0);
   wrong.smoke.mName = "fog";
   play({&wrong.smoke, &wrong.colour}, wrong);
