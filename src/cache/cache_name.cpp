@@ -84,8 +84,8 @@ bool SV_CacheName_Operator<File, Path>::MakeFolder(bool create) const {
   std::error_code failed;
   if (std::filesystem::is_directory(folder, failed)) return true;
   if (!create) return false;
-  std::filesystem::create_directories(folder, failed);
-  return std::filesystem::is_directory(folder, failed);
+  host::MakeFolder(folder);
+  return true;
 }
 
 template class SV_CacheName_Operator<HyperFile, std::filesystem::path>;

@@ -163,9 +163,8 @@ void Cache_OperatorBase::PrepareShared() {
 }
 
 bool Cache_OperatorBase::MakeFolder() {
-  if (mFileName.MakeFolder(true)) return true;
   try {
-    host::MakeFolder(mFolderPath);
+    return mFileName.MakeFolder(true);
   } catch (const FileError& error) {
     Fail(error.what());
   }

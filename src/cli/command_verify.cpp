@@ -98,6 +98,7 @@ class Verifier {
   void TellHoles(const std::vector<i32>& frames, const std::string& what) {
     if (frames.empty() && !mManifest.end) return;
     i64 next = mManifest.end ? mManifest.end->first : frames.front();
+    if (mManifest.head.branchedAt) next = std::max(next, i64{*mManifest.head.branchedAt} + 1);
     const i64 last = mManifest.end && mManifest.end->exitCode == kExitDone
                          ? mManifest.end->last
                          : (frames.empty() ? next - 1 : i64{frames.back()});

@@ -30,6 +30,8 @@ std::string Lower(std::string text) {
 std::string FaultOfOutputName(const std::string& name) {
   const fs::path path(name);
   if (LeadsOut(path)) return "leads out of the output folder";
+  const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
+  if (std::any_of(name.begin(), name.end(), isControl)) return "holds control characters";
   constexpr std::string_view kOwn[] = {"checkpoints", "cache", "stats.jsonl", "manifest.jsonl",
                                        ".sulva-lock"};
   const fs::path normal = path.lexically_normal();

@@ -172,6 +172,28 @@ TEST_F(Safety, VerifyTellsEachFileThatIsNotAsTheRunLeftIt) {
   EXPECT_TRUE(tells("the run was cut short: its manifest has no end\n")) << folder.Answers();
 }
 
+TEST_F(Safety, ABranchGoesOnFromAStateAndLeavesTheRunAlone) {
+  ASSERT_EQ(Run({"--quiet", "--checkpoint", "5", "--keep", "0"}, "base"), 0);
+  const auto base = folder.Files("base");
+  const auto branch = [&](const char* frame, const char* out, std::vector<std::string> more) {
+    more.insert(more.begin(), {"--resume", "--from", frame, "--base", "base", "--quiet"});
+    return Run(more, out);
+  };
+  EXPECT_EQ(branch("9", "same", {}), 0) << folder.Errors();
+  EXPECT_FALSE(Exists("same/vdb/0009.vdb"));
+  for (const char* file : {"vdb/0010.vdb", "vdb/0012.vdb", "cache/sulva_grid_frame00011.cache"})
+    EXPECT_TRUE(folder.Files("same").at(file) == base.at(file)) << file;
+  EXPECT_EQ(folder.Run({"verify", "same"}), 0) << folder.Answers();
+
+  EXPECT_EQ(branch("4", "other", {"--set", "rate.amount=3"}), 0) << folder.Errors();
+  EXPECT_FALSE(folder.Files("other").at("vdb/0012.vdb") == base.at("vdb/0012.vdb"));
+  EXPECT_EQ(branch("7", "none", {}), 5);
+  EXPECT_TRUE(Says("no checkpoint behind that frame; there are those behind")) << folder.Errors();
+  EXPECT_EQ(branch("4", "base", {}), 2);
+  EXPECT_TRUE(Says("a run branches into another folder than its own")) << folder.Errors();
+  EXPECT_TRUE(folder.Files("base") == base);
+}
+
 TEST_F(Safety, RecordingsAndVolumesTellWhoseTheyAre) {
   ASSERT_EQ(Run({"--quiet", "--frames", ":2"}), 0) << folder.Errors();
   const std::string head = ReadAll(folder.Path() / "o/manifest.jsonl");
@@ -273,6 +295,10 @@ TEST_F(Safety, PlantedLinksAreNotFollowedAndPipesNotWaitedFor) {
 }
 
 TEST_F(Safety, LinkedFoldersLeadNowhereOutsideUnasked) {
+  EXPECT_EQ(Run({"--set", "recording.folder=custom", "--set", "recording.custom_folder=stray"}), 5);
+  EXPECT_TRUE(Says("it leads out of the output folder o")) << folder.Errors();
+  EXPECT_FALSE(Exists("stray")) << "nor are folders made";
+  fs::remove_all(folder.Path() / "o");
   fs::create_directories(folder.Path() / "elsewhere");
   fs::create_directories(folder.Path() / "o/inside");
   fs::create_directory_symlink(folder.Path() / "elsewhere", folder.Path() / "o/vdb");
@@ -294,7 +320,7 @@ TEST_F(Safety, NamesOfOurOwnFilesAreNotForExportsAndCachesStayInTheirFolder) {
     return folder.Run({"check", "names.json"});
   };
   for (const char* name : {"checkpoints/####.vdb", "./Cache/a####.cache", "stats.jsonl/####.vdb",
-                           ".sulva-lock/####.vdb", "a/####.sulva-part"})
+                           ".sulva-lock/####.vdb", "a\\n####.vdb", "a/####.sulva-part"})
     EXPECT_EQ(check("vdb/####.vdb", name), 3) << name;
   EXPECT_TRUE(Says("'a/####.sulva-part' ends in '.sulva-part'")) << folder.Errors();
   EXPECT_EQ(check("vdb/####.vdb", "a/cache/####.vdb"), 0) << folder.Errors();
