@@ -204,13 +204,23 @@ class Run {
     return kExitDone;
   }
 
+  std::vector<WrittenFile> Export(i32 frame) {
+    try {
+      return mExporter.Write(frame, mSimulation.Scenes());
+    } catch (const std::bad_alloc&) {
+      throw CommandError(kExitMemory,
+                         fmt::format("out of memory: the system gives no more to the exports of "
+                                     "frame {}; raise cell_size, or export fewer grids",
+                                     frame));
+    }
+  }
+
   void FinishFrame(i32 frame, const FrameRecord& record) {
     // Without exports nothing else would notice.
     mFolder.guard.CheckSame();
     std::vector<WrittenFile> files = mSimulation.TakeWritten();
     if (mSelected.Contains(frame)) {
-      for (WrittenFile& file : mExporter.Write(frame, mSimulation.Scenes()))
-        files.push_back(std::move(file));
+      for (WrittenFile& file : Export(frame)) files.push_back(std::move(file));
       mStatistics.WriteFrame(record);
       ++mFramesWritten;
     }

@@ -5,6 +5,7 @@
 
 #include "framework/stage_order.h"
 #include "framework/sulva_scene.h"
+#include "grids/memory_owner.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -106,12 +107,15 @@ bool SulvaScene::NegotiateBounds() {
   }
   if (!all.IsValid()) all = content;
   if (mBoundsGuard && !mBoundsGuard(all.min, all.max)) return false;
-  for (const auto& [solver, own] : solvers) solver->ApplyBounds(own.min, own.max);
+  const auto apply = [](iBase& object, const Bounds& box) {
+    const MemoryOwner owner(object.mName);
+    object.ApplyBounds(box.min, box.max);
+  };
+  for (const auto& [solver, own] : solvers) apply(*solver, own);
   const bool anyActive = std::any_of(solvers.begin(), solvers.end(), [](const auto& solver) {
     return solver.first->Has(FLAG_ACTIVE);
   });
-  if (anyActive || solvers.empty())
-    forEachContent([&](iBase& o) { o.ApplyBounds(all.min, all.max); });
+  if (anyActive || solvers.empty()) forEachContent([&](iBase& o) { apply(o, all); });
   mBoundsValid = anyActive;
   return true;
 }
@@ -172,6 +176,8 @@ bool SulvaScene::RunStage(i32 stage, bool refreshOnly) {
 
 void SulvaScene::RunGroup(const std::vector<iObject*>& group) {
   const iObject& first = *group.front();
+  // Of several that work together it isn't known which one asks.
+  const MemoryOwner owner(group.size() == 1 ? first.mName : std::string());
   if (!first.IsIterative()) {
     first.IsSequential() ? RunSequentialOnce(group) : RunParallelOnce(group);
     return;

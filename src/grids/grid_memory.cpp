@@ -1,9 +1,12 @@
 #include "grids/grid_memory.h"
 
 #include <atomic>
+#include <exception>
 #include <limits>
 #include <mutex>
 #include <new>
+
+#include "grids/memory_owner.h"
 
 namespace MELDO_GLOBAL {
 
@@ -15,14 +18,32 @@ std::atomic<u64> gLimit{0};
 std::atomic<u64> gUsed{0};
 std::mutex gRefusalMutex;
 GridRefusal gRefusal;
+std::string gRefusedOwner;
+thread_local std::string tOwner;
 
 void* Refuse(const VecInt3D& dims, double bytes) {
   const std::lock_guard lock(gRefusalMutex);
-  if (gRefusal.bytes == 0) gRefusal = {dims, bytes + static_cast<double>(gUsed.load())};
+  if (gRefusal.bytes == 0) {
+    gRefusal = {dims, bytes + static_cast<double>(gUsed.load())};
+    gRefusedOwner = tOwner;
+  }
   return nullptr;
 }
 
 }  // namespace
+
+MemoryOwner::MemoryOwner(const std::string& name) : mExceptions(std::uncaught_exceptions()) {
+  tOwner = name;
+}
+MemoryOwner::~MemoryOwner() {
+  if (std::uncaught_exceptions() == mExceptions) tOwner.clear();
+}
+const std::string& MemoryOwner::Last() { return tOwner; }
+
+std::string RefusedOwner() {
+  const std::lock_guard lock(gRefusalMutex);
+  return gRefusedOwner;
+}
 
 void SetGridMemoryLimit(u64 bytes) {
   const std::lock_guard lock(gRefusalMutex);

@@ -10,6 +10,8 @@
 
 #include "framework/ibase.h"
 #include "grids/grid_memory.h"
+#include "grids/memory_owner.h"
+#include "scene/diagnostics.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -108,6 +110,17 @@ void MemoryGuard::Refuse(const std::string& what, double cells, double bytes, co
   } else {
     mRefusal += "more than the system gives";
   }
+  AddAdvice(scene);
+}
+
+void MemoryGuard::NoteFailure(const Scene& scene) {
+  const std::string& owner = MemoryOwner::Last();
+  mRefusal = fmt::format("out of memory: the system gives no more{}",
+                         owner.empty() ? "" : fmt::format(" to '{}'", Shown(owner)));
+  AddAdvice(scene);
+}
+
+void MemoryGuard::AddAdvice(const Scene& scene) {
   mRefusal += fmt::format("; raise cell_size (now {}) or lower the size of boxes and meshes",
                           scene.mDomain.cellSize);
 }
@@ -128,7 +141,9 @@ bool MemoryGuard::CheckGrids(const Scene& scene) {
   const GridRefusal refused = RefusedGrid();
   if (refused.bytes == 0) return true;
   const VecInt3D& d = refused.dims;
-  Refuse(fmt::format("grids with one more of {} x {} x {} samples", d.x, d.y, d.z),
+  const std::string owner = RefusedOwner();
+  Refuse(fmt::format("grids with one more of {} x {} x {} samples{}", d.x, d.y, d.z,
+                     owner.empty() ? "" : fmt::format(", for '{}',", Shown(owner))),
          double(d.x) * d.y * d.z, refused.bytes, scene);
   return false;
 }

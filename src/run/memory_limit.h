@@ -33,10 +33,13 @@ class MemoryGuard {
   /// False once a single grid was refused, as that of a volume may be; `Refusal` says why.
   bool CheckGrids(const MELDO_SULVA::Scene& scene);
   /// One sentence; empty as long as everything fitted.
+  /// The system gave no memory for something else than a grid; `Refusal` says for whom.
+  void NoteFailure(const MELDO_SULVA::Scene& scene);
   const std::string& Refusal() const { return mRefusal; }
 
  private:
   void Refuse(const std::string& what, double cells, double bytes, const MELDO_SULVA::Scene& scene);
+  void AddAdvice(const MELDO_SULVA::Scene& scene);
 
   u64 mLimit;
   std::string mRefusal;

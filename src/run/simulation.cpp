@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <new>
 
 #include "cache/cache_operator.h"
 #include "fluids/solvers/fluid_solver.h"
@@ -102,7 +103,12 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
   BeginWatch();
   mCfl = 0;
   for (const auto& scene : mScenes) {
-    const bool finished = Execute(*scene);
+    bool finished = false;
+    try {
+      finished = Execute(*scene);
+    } catch (const std::bad_alloc&) {
+      mGuard.NoteFailure(*scene);
+    }
     if (!mGuard.Refusal().empty() || !mGuard.CheckGrids(*scene)) return FrameOutcome::OutOfMemory;
     if (!CheckCaches(*scene)) return FrameOutcome::FileFailure;
     if (!finished || host::MainThread().TestBreak()) return FrameOutcome::Interrupted;
