@@ -11,11 +11,14 @@ enum Row : i32 {
   kExtraSubsteps = 1005,
   kUsePreviewRange = 1006,
   kFirstFrame = 1007,
+  kLastFrame = 1008,
   kExtraMinSubsteps = 1010,
   kRenderCellSize = 1015,
 };
 
-/// Those from which the lattice of the fields follows: a change starts a simulation anew.
-inline constexpr Row kOfLattice[] = {kHostUnits, kSimulationUnits, kCellSize, kRenderCellSize};
+/// Those from which the lattice of the fields and the start of the simulation follow: a change
+/// starts it anew.
+inline constexpr Row kRestarting[] = {kHostUnits,      kSimulationUnits, kCellSize,
+                                      kRenderCellSize, kUsePreviewRange, kFirstFrame};
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA::server_row

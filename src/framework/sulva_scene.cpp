@@ -93,7 +93,7 @@ const ParameterTable& SulvaScene::Parameters() {
           .Range(-kFarthestFrame, kFarthestFrame)
           .OnlyWith(server_row::kUsePreviewRange, {0})
           .To(&SceneSettings::firstFrame),
-      LongRow(1008, "last_frame", 90, "frames", "behind it nothing moves any more")
+      LongRow(server_row::kLastFrame, "last_frame", 90, "frames", "behind it nothing moves any more")
           .Range(-kFarthestFrame, kFarthestFrame)
           .OnlyWith(server_row::kUsePreviewRange, {0})
           .To(&SceneSettings::lastFrame),

@@ -91,6 +91,23 @@ void WarnOfSmallCells(SceneContext& context, const MadeNode& made) {
                               cell, cells));
 }
 
+i32 WholeOf(const BaseNode& node, i32 id) {
+  const Value* value = node.Get(id);
+  const i32* whole = value ? std::get_if<i32>(value) : nullptr;
+  return whole ? *whole : std::get<i32>(FindRow(*node.Table(), id)->creation);
+}
+
+void WarnOfReversedRange(SceneContext& context, const MadeNode& made) {
+  using namespace MELDO_SULVA::server_row;
+  if (WholeOf(*made.node, kUsePreviewRange) != 0) return;
+  const i32 first = WholeOf(*made.node, kFirstFrame), last = WholeOf(*made.node, kLastFrame);
+  if (first > last)
+    context.Warning(*made.value, made.subject,
+                    fmt::format("'first_frame': the range is reversed: {} lies behind {}; the "
+                                "frames from {} to {} are taken",
+                                first, last, last, first));
+}
+
 }  // namespace
 
 void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
@@ -101,7 +118,9 @@ void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
     kept.Add(*made.node, made.node->Table(), made.parameters);
     if (const BaseNode* tag = made.obstacle ? made.node->Tag(kObstacleTag) : nullptr)
       kept.Add(*made.node, tag->Table(), made.obstacle);
-    if (made.node->Type() == kServerNode) WarnOfSmallCells(context, made);
+    if (made.node->Type() != kServerNode) continue;
+    WarnOfSmallCells(context, made);
+    WarnOfReversedRange(context, made);
   }
   for (const GivenOption& given : options) {
     kept.Add(given);

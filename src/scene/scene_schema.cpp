@@ -122,7 +122,7 @@ Json PlainValue(const ParameterRow& row) {
 
 Json ParameterSchema(const ParameterRow& row, i32 kind = 0) {
   if (row.type == ParameterType::Button) return false;
-  const bool canBeKeyed = CanBeKeyed(row.type) && !IsOfLattice(kind, row);
+  const bool canBeKeyed = CanBeKeyed(row.type) && !RestartsSimulation(kind, row);
   Json json = canBeKeyed ? OrKeys(PlainValue(row)) : PlainValue(row);
   json["description"] = row.unit.empty() || row.unit == "none"
                             ? std::string(row.help)

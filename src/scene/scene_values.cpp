@@ -88,10 +88,10 @@ bool CanBeKeyed(ParameterType type) {
          type == ParameterType::Bool || type == ParameterType::Vector;
 }
 
-bool IsOfLattice(i32 kind, const ParameterRow& row) {
+bool RestartsSimulation(i32 kind, const ParameterRow& row) {
   using namespace MELDO_SULVA::server_row;
   return kind == kServerNode &&
-         std::find(std::begin(kOfLattice), std::end(kOfLattice), row.id) != std::end(kOfLattice);
+         std::find(std::begin(kRestarting), std::end(kRestarting), row.id) != std::end(kRestarting);
 }
 
 std::string TypeWord(const BaseNode& node) {
@@ -148,7 +148,7 @@ void ValueReader::ReadParameter(const ParameterRow& row, const JsonValue& value,
                                 i32 frame, const Subject& subject) {
   const std::string what = What(row);
   const auto readPlain = [&](const JsonValue& v) { return ReadPlain(row, v, subject, what); };
-  if (IsKeyed(value) && IsOfLattice(node.Type(), row)) {
+  if (IsKeyed(value) && RestartsSimulation(node.Type(), row)) {
     mContext.Error(value, subject,
                    what + ": can't have keys: a change of it starts the simulation anew");
     return;

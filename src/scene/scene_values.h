@@ -17,9 +17,9 @@ inline bool IsKeyed(const JsonValue& value) { return value.Members() != nullptr;
 /// Whether the values of a type may change with the frame.
 bool CanBeKeyed(host::ParameterType type);
 
-/// Whether the lattice that a server's fields share follows from a row of a kind of node: keys
-/// would start the simulation anew in every frame.
-bool IsOfLattice(i32 kind, const host::ParameterRow& row);
+/// Whether a change of a row of a kind of node starts the simulation anew, as keys then would in
+/// every frame.
+bool RestartsSimulation(i32 kind, const host::ParameterRow& row);
 
 class ValueReader {
  public:
