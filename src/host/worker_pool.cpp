@@ -6,6 +6,7 @@
 #include <exception>
 #include <mutex>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -102,7 +103,11 @@ struct WorkerPool::Impl {
     workers.reserve(kMaxWorkers);
     while (static_cast<i32>(workers.size()) < count - 1) {
       auto worker = std::make_unique<Worker>();
-      worker->thread = std::jthread([this, w = worker.get()] { Main(*w); });
+      try {
+        worker->thread = std::jthread([this, w = worker.get()] { Main(*w); });
+      } catch (const std::system_error&) {
+        return;  // where the system gives no more, those that there are do all the work
+      }
       workers.push_back(std::move(worker));  // only once its thread has started
     }
   }
