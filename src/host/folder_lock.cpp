@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "host/atomic_file.h"
 
@@ -42,6 +43,12 @@ bool HasItsName(int file, const fs::path& path) {
          open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
 
+/// Whether a file that is open has other names too, as in a copy of a folder by hard links.
+bool HasOtherNames(int file) {
+  struct stat open {};
+  return ::fstat(file, &open) == 0 && open.st_nlink > 1;
+}
+
 }  // namespace
 
 FolderLock::FolderLock(const fs::path& folder, const std::string& purpose, const std::string& name)
@@ -62,8 +69,12 @@ FolderLock::FolderLock(const fs::path& folder, const std::string& purpose, const
       fail(fmt::format("{} is in use{}; wait for its end, or name another folder with --out",
                        folder.string(), holder.empty() ? "" : " by " + holder));
     }
-    if (HasItsName(mFile, mPath)) break;
-    ::close(mFile);
+    const bool isNamed = HasItsName(mFile, mPath);
+    if (isNamed && !HasOtherNames(mFile)) break;
+    // What other names lead to isn't written into.
+    if (isNamed && ::unlink(mPath.c_str()) != 0)
+      fail(fmt::format("cannot write {}: {}", mPath.string(), std::strerror(errno)));
+    ::close(std::exchange(mFile, -1));
   }
   const std::string holder =
       fmt::format("sulva {} (process {} on {})\n", purpose, ::getpid(), MachineName());

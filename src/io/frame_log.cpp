@@ -59,8 +59,13 @@ bool FrameLog::GoOn() {
     if (!isHead && !isNext) break;
     if (frame) mLines.push_back({*frame, mSize});
   }
-  if (::ftruncate(mFile, static_cast<off_t>(mSize)) != 0)
+  if (fs::hard_link_count(mPath, failed) > 1 && !failed) {
+    // A copy of the folder by hard links keeps what it has.
+    host::WriteFileAtomically(mPath, std::string_view(text).substr(0, mSize));
+    Open();
+  } else if (::ftruncate(mFile, static_cast<off_t>(mSize)) != 0) {
     throw host::FileError(fmt::format("cannot write {}: {}", mPath.string(), std::strerror(errno)));
+  }
   return true;
 }
 

@@ -101,6 +101,20 @@ TEST_F(Safety, StatesOfAnotherRunAreNotGoneOnFrom) {
   }
 }
 
+TEST_F(Safety, CopyOfAFolderByHardLinksStaysAsItIs) {
+  CutShort();
+  fs::copy(folder.Path() / "o", folder.Path() / "copy",
+           fs::copy_options::recursive | fs::copy_options::create_hard_links);
+  const auto before = folder.Files("copy");
+  ASSERT_TRUE(Exists("copy/.sulva-lock"));
+  const std::string lock = ReadAll(folder.Path() / "copy/.sulva-lock");
+  EXPECT_EQ(Run({"--resume", "--quiet"}), 0) << folder.Errors();
+  EXPECT_TRUE(folder.Files("copy") == before);
+  EXPECT_EQ(ReadAll(folder.Path() / "copy/.sulva-lock"), lock);
+  EXPECT_EQ(Run({"--resume", "--quiet"}, "copy"), 0) << folder.Errors();
+  folder.ExpectSame("o", "copy");
+}
+
 TEST_F(Safety, ScenesOfOneNameDoNotShareTheirFolderUnseen) {
   for (const char* place : {"a", "b"}) fs::create_directories(folder.Path() / place);
   folder.Write("a/smoke.json", RecordedSmoke(1));
