@@ -18,6 +18,11 @@ bool LeadsOut(const fs::path& path) {
   return path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end();
 }
 
+bool HasControls(const std::string& name) {
+  return std::any_of(name.begin(), name.end(),
+                     [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+}
+
 /// There are file systems that don't tell large letters from small ones.
 std::string Lower(std::string text) {
   for (char& c : text)
@@ -30,17 +35,18 @@ std::string Lower(std::string text) {
 std::string FaultOfOutputName(const std::string& name) {
   const fs::path path(name);
   if (LeadsOut(path)) return "leads out of the output folder";
-  const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
-  if (std::any_of(name.begin(), name.end(), isControl)) return "holds control characters";
+  if (HasControls(name)) return "holds control characters";
   constexpr std::string_view kOwn[] = {"checkpoints", "cache", "stats.jsonl", "manifest.jsonl",
                                        ".sulva-lock"};
   const fs::path normal = path.lexically_normal();
   const std::string first = normal.empty() ? std::string() : Lower(normal.begin()->string());
   if (std::find(std::begin(kOwn), std::end(kOwn), first) != std::end(kOwn))
     return fmt::format("begins with '{}', where the run keeps files of its own", first);
-  for (const fs::path& part : path)
-    if (Lower(part.string()).ends_with(".sulva-part"))
-      return "ends in '.sulva-part', as files do that aren't whole";
+  for (const fs::path& part : path) {
+    const std::string end = Lower(part.string());
+    if (end.ends_with(".sulva-part")) return "ends in '.sulva-part', as files do that aren't whole";
+    if (end.ends_with(".sulva-lock")) return "ends in '.sulva-lock', as locks do";
+  }
   return {};
 }
 
@@ -52,11 +58,13 @@ void CheckCacheNames(SceneContext& context, const std::vector<MadeNode>& nodes) 
     const std::string* name = value ? std::get_if<std::string>(value) : nullptr;
     if (!name || name->empty()) continue;
     const fs::path path(*name);
-    if (!LeadsOut(path) && path.has_filename() && name->find('\0') == std::string::npos) continue;
+    const bool leadsOut = LeadsOut(path) || !path.has_filename();
+    if (!leadsOut && !HasControls(*name)) continue;
     context.Error(*made.value, made.subject,
-                  fmt::format("'base_name': '{}' leads out of the cache's folder; name that with "
-                              "'custom_folder'",
-                              Shown(*name)));
+                  fmt::format("'base_name': '{}' {}", Shown(*name),
+                              leadsOut ? "leads out of the cache's folder; name that with "
+                                         "'custom_folder'"
+                                       : "holds control characters"));
   }
 }
 

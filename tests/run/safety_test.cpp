@@ -333,8 +333,9 @@ TEST_F(Safety, NamesOfOurOwnFilesAreNotForExportsAndCachesStayInTheirFolder) {
     folder.Write("names.json", text);
     return folder.Run({"check", "names.json"});
   };
-  for (const char* name : {"checkpoints/####.vdb", "./Cache/a####.cache", "stats.jsonl/####.vdb",
-                           ".sulva-lock/####.vdb", "a\\n####.vdb", "a/####.sulva-part"})
+  for (const char* name :
+       {"checkpoints/####.vdb", "./Cache/a####.cache", "stats.jsonl/####.vdb",
+        ".sulva-lock/####.vdb", "a/.x####.sulva-lock", "a\\n####.vdb", "a/####.sulva-part"})
     EXPECT_EQ(check("vdb/####.vdb", name), 3) << name;
   EXPECT_TRUE(Says("'a/####.sulva-part' ends in '.sulva-part'")) << folder.Errors();
   EXPECT_EQ(check("vdb/####.vdb", "a/cache/####.vdb"), 0) << folder.Errors();
