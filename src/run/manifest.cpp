@@ -55,9 +55,14 @@ void ReadHead(const json& line, ManifestHead& head) {
 
 ManifestFrame ReadFrame(const json& line) {
   ManifestFrame frame{line.at("frame").get<i32>(), {}};
-  for (const json& file : line.at("files"))
-    frame.files.push_back({file.at("file").get<std::string>(), file.at("bytes").get<u64>(),
-                           FromHex(file.at("sum").get<std::string>())});
+  for (const json& file : line.at("files")) {
+    const fs::path path = file.at("file").get<std::string>();
+    // A run names what it wrote below its folder, or by the whole path.
+    if (std::find(path.begin(), path.end(), "..") != path.end())
+      throw std::invalid_argument("no name of ours");
+    frame.files.push_back(
+        {path, file.at("bytes").get<u64>(), FromHex(file.at("sum").get<std::string>())});
+  }
   return frame;
 }
 
@@ -88,7 +93,10 @@ std::optional<ManifestContent> ReadManifest(const fs::path& out) {
         const json& end = line.at("end");
         content.end = ManifestEnd{end.at("first"), end.at("last"), end.at("exit_code")};
       } else {
-        content.frames.push_back(ReadFrame(line));
+        ManifestFrame frame = ReadFrame(line);
+        if (!content.frames.empty() && frame.frame <= content.frames.back().frame)
+          throw std::invalid_argument("a frame twice");
+        content.frames.push_back(std::move(frame));
       }
     } catch (const std::exception&) {
       throw host::FileError(

@@ -181,6 +181,17 @@ TEST_F(Safety, VerifyTellsEachFileThatIsNotAsTheRunLeftIt) {
         ", 5 findings\n"})
     EXPECT_TRUE(tells(finding)) << finding << "\n" << folder.Answers();
 
+  text = ReadAll(o / "manifest.jsonl");
+  std::string twice = text, outside = text;
+  const std::size_t third = text.find("{\"frame\": 3,");
+  twice.insert(third, text.substr(third, text.find('\n', third) + 1 - third));
+  outside.insert(text.find("vdb/0003.vdb"), "../o/");
+  for (const std::string& damaged : {twice, outside}) {
+    folder.Write("o/manifest.jsonl", damaged);
+    EXPECT_EQ(verify(), 5);
+    EXPECT_TRUE(Says("o/manifest.jsonl:") && Says("it is damaged")) << folder.Errors();
+  }
+
   CutShort("p");
   EXPECT_EQ(folder.Run({"verify", "p"}), 5);
   EXPECT_TRUE(tells("the run was cut short: its manifest has no end\n")) << folder.Answers();
