@@ -52,7 +52,7 @@ struct Options {
   CacheOptions cache;
   CacheSetupOptions cacheSetup;
   WhyOptions why;
-  std::string frames, memory, size, checkpoint;
+  std::string frames, memory, size, checkpoint, from;
   std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile, verifyOut;
   bool json = false, schema = false, fix = false, strict = false;
 };
@@ -88,7 +88,7 @@ CLI::App* AddRun(CLI::App& app, Options& o) {
       ->excludes(resume);
   CLI::Option* out = run->get_option("--out");
   CLI::Option* from =
-      run->add_option("--from", o.run.from, "frame behind which a run branches off into --out")
+      run->add_option("--from", o.from, "frame behind which a run branches off into --out")
           ->needs(resume)
           ->needs(out);
   run->add_option("--base", o.run.base,
@@ -284,6 +284,12 @@ int RunCommand(Options& o) {
                          "got '" +
                              o.checkpoint + "'");
     o.run.checkpoint = *plan;
+  }
+  if (!o.from.empty()) {
+    const auto frame = ParseFrames(o.from);
+    if (!frame || o.from.find(':') != std::string::npos)
+      throw CommandError(kExitUsage, "--from: expected a frame, got '" + o.from + "'");
+    o.run.from = frame->first;
   }
   return RunScene(o.run);
 }

@@ -143,6 +143,13 @@ class Run {
       if (manifest) CheckFiles(mOut, *manifest, state.frame, mSimulation, notes);
     };
     const std::optional<RunState> state = mCheckpoints.Restore(mSimulation, manifest, check, notes);
+    // The first frames of a branch are those of another run.
+    if (!state && manifest && manifest->head.branchedAt)
+      throw CommandError(kExitFile,
+                         fmt::format("{}: a branch that was cut short before it had a state of its "
+                                     "own; branch off again with --from {}, or start over with "
+                                     "--restart",
+                                     mOut.string(), *manifest->head.branchedAt));
     host::RemoveParts(mOut);
     if (state) {
       mManifest.GoOn(Head(), state->frame);
@@ -163,8 +170,14 @@ class Run {
       throw CommandError(kExitUsage,
                          "--from: a run branches into another folder than its own; "
                          "name it with --out");
+    if (mSelected.last <= *mOptions.from)
+      throw CommandError(kExitUsage, fmt::format("--frames ends at frame {}, and the branch begins "
+                                                 "behind frame {}",
+                                                 mSelected.last, *mOptions.from));
+    // What is in the folder stays where there is nothing to go on from.
+    Checkpoints::RestoreBranch(base / "checkpoints", *mOptions.from, mSimulation);
     StartOver();
-    const RunState state = mCheckpoints.Branch(base / "checkpoints", *mOptions.from, mSimulation);
+    const RunState state = mCheckpoints.StartBranch(*mOptions.from, mSimulation);
     TellCheckpoints();
     mProgress.Note(
         fmt::format("going on behind frame {} of the run in {}", state.frame, base.string()));

@@ -177,7 +177,7 @@ std::optional<RunState> Checkpoints::RestoreUpTo(i32 last, Simulation& simulatio
   return {};
 }
 
-RunState Checkpoints::Branch(const fs::path& from, i32 frame, Simulation& simulation) {
+void Checkpoints::RestoreBranch(const fs::path& from, i32 frame, Simulation& simulation) {
   const Checkpoints source(from, 0, {});
   HyperFile file;
   CheckpointHeader header;
@@ -202,6 +202,9 @@ RunState Checkpoints::Branch(const fs::path& from, i32 frame, Simulation& simula
   StateReader reader(file, host::ThreadCount());
   simulation.Persist(reader, frame);
   if (!reader.IsGood()) refuse(reader.Problem());
+}
+
+RunState Checkpoints::StartBranch(i32 frame, Simulation& simulation) {
   simulation.ForEachCache([](Cache_OperatorBase& cache) { cache.ForgetOldFiles(); });
   Start(simulation);
   const RunState state{frame, 0};

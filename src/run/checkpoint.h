@@ -74,9 +74,11 @@ class Checkpoints {
   std::optional<RunState> RestoreUpTo(i32 last, Simulation& simulation) const;
 
   /// Restores the checkpoint behind a frame of a run in another folder, of whatever parameters, and
-  /// writes one of this run's own. Throws CommandError (kExitFile) where there is none, or it
-  /// doesn't fit the scene's nodes.
-  RunState Branch(const std::filesystem::path& from, i32 frame, Simulation& simulation);
+  /// writes nothing. Throws CommandError (kExitFile) where there is none, or it doesn't fit the
+  /// scene's nodes.
+  static void RestoreBranch(const std::filesystem::path& from, i32 frame, Simulation& simulation);
+  /// Writes a state of what `RestoreBranch` restored, as the first one of this run.
+  RunState StartBranch(i32 frame, Simulation& simulation);
 
   /// After a frame.
   void FrameDone(const RunState& run, Simulation& simulation);

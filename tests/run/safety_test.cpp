@@ -214,6 +214,17 @@ TEST_F(Safety, ABranchGoesOnFromAStateAndLeavesTheRunAlone) {
   EXPECT_FALSE(folder.Files("other").at("vdb/0012.vdb") == base.at("vdb/0012.vdb"));
   EXPECT_EQ(branch("7", "none", {}), 5);
   EXPECT_TRUE(Says("no checkpoint behind that frame; there are those behind")) << folder.Errors();
+  // As the file is called; what was in the folder stays.
+  EXPECT_EQ(branch("00009", "other", {"--frames", ":10"}), 0) << folder.Errors();
+  const auto other = folder.Files("other");
+  EXPECT_EQ(branch("7", "other", {}), 5);
+  EXPECT_TRUE(folder.Files("other") == other);
+  EXPECT_EQ(branch("9x", "other", {}), 2);
+  EXPECT_EQ(branch("9", "other", {"--frames", ":9"}), 2);
+  // Before it has a state, a branch can't go on at the first frame.
+  fs::remove_all(folder.Path() / "other/checkpoints");
+  EXPECT_EQ(Run({"--resume"}, "other"), 5);
+  EXPECT_TRUE(Says("branch off again with --from 9")) << folder.Errors();
   EXPECT_EQ(branch("4", "base", {}), 2);
   EXPECT_TRUE(Says("a run branches into another folder than its own")) << folder.Errors();
   EXPECT_TRUE(folder.Files("base") == base);
