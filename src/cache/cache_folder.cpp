@@ -38,13 +38,13 @@ std::optional<Numeral> ReadNumeral(std::string_view text) {
   return numeral;
 }
 
-/// Whether a file says that a cache of this name wrote it.
-bool SaysItIsOf(const std::string& stem, const fs::path& path) {
+CacheOrigin OriginOf(const fs::path& path) {
   HyperFile file;
   GridCacheHeader header;
   std::string problem;
-  return file.Open(kCacheIdent, path, HyperFile::Mode::kRead) &&
-         ReadGridCacheHeader(file, header, problem) && header.origin.stem == stem;
+  const bool isRead = file.Open(kCacheIdent, path, HyperFile::Mode::kRead) &&
+                      ReadGridCacheHeader(file, header, problem);
+  return isRead ? header.origin : CacheOrigin();
 }
 
 /// The files of a cache that are whole, or those that aren't.
@@ -70,7 +70,7 @@ std::vector<CacheFile> FilesOf(const CacheName& names, bool areParts) {
     const std::string digits =
         name.substr(prefix.size(), name.size() - prefix.size() - suffix.size());
     const std::optional<Numeral> numeral = ReadNumeral(digits);
-    if (!numeral || (numeral->isAmbiguous && !areParts && !SaysItIsOf(stem, whole))) continue;
+    if (!numeral || (numeral->isAmbiguous && !areParts && OriginOf(whole).stem != stem)) continue;
     files.push_back({numeral->number, entry->path()});
   }
   std::sort(files.begin(), files.end(), [](const CacheFile& a, const CacheFile& b) {
@@ -92,6 +92,8 @@ std::string FormatSize(i64 bytes) {
 }
 
 std::vector<CacheFile> ListCache(const CacheName& names) { return FilesOf(names, false); }
+
+u64 SimulationOf(const fs::path& path) { return OriginOf(path).simulation; }
 
 void RemoveUnfinished(const CacheName& names) {
   for (const CacheFile& file : FilesOf(names, true)) host::RemovePart(file.path);

@@ -227,7 +227,9 @@ void Cache_OperatorBase::TellMissing(const fs::path& path) {
   if (mMode != 0 || frame < mRun.firstPlayed || frame > mRun.lastPlayed) return;
   const std::vector<CacheFile> files = ListCache(mFileName);
   // With an offset below 0 a recording starts late.
-  if (!files.empty() && FrameToRead() < files.front().number) return;
+  if (mFrameOffset < 0 && !files.empty() &&
+      (mBackwards ? FrameToRead() > files.back().number : FrameToRead() < files.front().number))
+    return;
   const std::string what =
       files.empty() ? fmt::format("nothing is recorded in {}", path.parent_path().string())
                     : fmt::format("the recording has frames {} to {}", files.front().number,

@@ -123,9 +123,23 @@ class PictureRun {
   /// share a folder. Recordings aren't.
   void HoldFolder(const RenderOptions& options) {
     MakeFolder(mOut);
-    if (mRecords) mLock.emplace(mOut, "render --record");
+    if (mRecords) {
+      mLock.emplace(mOut, "render --record");
+      RefuseToMix();
+    }
     mGuard.emplace(mOut, options.allowOutside);
     for (const std::string& file : mSpec.files) MakeFolder((mOut / file).parent_path());
+  }
+
+  /// Pictures need some frames of a scene: beside them those of another recording would stay.
+  void RefuseToMix() const {
+    const fs::path foreign = ForeignRecording(*mSimulation, mScene.simulation);
+    if (!foreign.empty())
+      throw CommandError(
+          kExitUsage, fmt::format("--record: another simulation recorded {}, and its frames would "
+                                  "mix with those of this one; delete them with `sulva cache "
+                                  "delete`, or name another folder with --out",
+                                  foreign.string()));
   }
 
   /// The first frame to evaluate: what caches play or a checkpoint holds isn't simulated again.

@@ -21,6 +21,7 @@
 #include "run/checkpoint.h"
 #include "run/manifest.h"
 #include "run/progress.h"
+#include "run/recorded_frames.h"
 #include "run/recording_locks.h"
 #include "run/run_history.h"
 #include "run/simulation.h"
@@ -93,7 +94,8 @@ class Run {
     }
     if (code == kExitInterrupted || code == kExitFile || code == kExitMemory) KeepNewestState();
     const std::chrono::duration<double> wall = Clock::now() - start;
-    const std::vector<std::string> warnings = mSimulation.TakeWarnings();
+    std::vector<std::string> warnings = mSimulation.TakeWarnings();
+    if (code == kExitDone) AddMixture(warnings);
     for (const std::string& warning : warnings) Warn(warning);
     if (code == kExitDone && mOptions.strict && (mHasWarned || mSimulation.HasWarned())) {
       mProgress.Error("--strict: there are warnings");
@@ -274,6 +276,16 @@ class Run {
       }
     }
     return code;
+  }
+
+  /// Frames that an earlier run recorded and this one didn't write over.
+  void AddMixture(std::vector<std::string>& warnings) {
+    const fs::path foreign = ForeignRecording(mSimulation, mScene.simulation);
+    if (!foreign.empty())
+      warnings.push_back(
+          fmt::format("{} is left of another simulation, whose frames don't go with "
+                      "those of this run; delete it before the recording is played",
+                      foreign.string()));
   }
 
   void DescribeScenes() {

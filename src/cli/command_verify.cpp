@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
+#include "cache/cache_folder.h"
 #include "cache/grid_cache_file.h"
 #include "host/atomic_file.h"
 #include "host/console.h"
@@ -79,9 +81,29 @@ class Verifier {
     }
   }
 
+  /// Recordings of other runs that lie beside those of this one.
+  void CheckStrays() {
+    std::set<std::string> own;
+    for (const ManifestFrame& frame : mManifest.frames)
+      for (const WrittenFile& file : frame.files) own.insert(file.path);
+    std::error_code failed;
+    std::set<fs::path> strays;
+    for (fs::directory_iterator entry(mOut / "cache", failed), end; !failed && entry != end;
+         entry.increment(failed))
+      if (entry->path().extension() == ".cache" &&
+          !own.contains(entry->path().lexically_relative(mOut).generic_string()))
+        strays.insert(entry->path());
+    for (const fs::path& path : strays)
+      if (const u64 simulation = SimulationOf(path);
+          simulation != 0 && simulation != mManifest.head.simulation)
+        Find(fmt::format("{}: it is left of the simulation {:016x}, the run is of {:016x}",
+                         path.string(), simulation, mManifest.head.simulation));
+  }
+
   int Conclude() const {
-    fmt::print("{}: {} frame{}, {} file{}, {}\n", mOut.string(), mManifest.frames.size(),
-               mManifest.frames.size() == 1 ? "" : "s", mFiles, mFiles == 1 ? "" : "s",
+    fmt::print("{}: {} frame{}, {} file{}, {}\n", host::Escaped(mOut.string()),
+               mManifest.frames.size(), mManifest.frames.size() == 1 ? "" : "s", mFiles,
+               mFiles == 1 ? "" : "s",
                mFindings == 0   ? "all whole"
                : mFindings == 1 ? "1 finding"
                                 : fmt::format("{} findings", mFindings));
@@ -168,6 +190,7 @@ int RunVerify(const fs::path& out) {
   verifier.CheckHoles();
   verifier.CheckFiles();
   verifier.CheckCheckpoints();
+  verifier.CheckStrays();
   return verifier.Conclude();
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "cache/cache_folder.h"
 #include "cache/cache_rows.h"
 #include "cache/grid_cacher.h"
 
@@ -79,6 +80,19 @@ bool HasRecordingCache(const Simulation& simulation) {
   bool records = false;
   ForEachCache(simulation, [&](Cache_OperatorBase& cache) { records |= cache.Records(); });
   return records;
+}
+
+std::filesystem::path ForeignRecording(const Simulation& simulation, u64 own) {
+  std::filesystem::path foreign;
+  simulation.ForEachCache([&](Cache_OperatorBase& cache) {
+    const std::vector<CacheFile> files = ListCache(cache.ReadNames());
+    if (files.empty() || !cache.Records() || !cache.Node()->IsEnabled()) return;
+    for (const CacheFile* file : {&files.front(), &files.back()}) {
+      const u64 other = SimulationOf(file->path);
+      if (foreign.empty() && other != 0 && other != own) foreign = file->path;
+    }
+  });
+  return foreign;
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -1,5 +1,6 @@
 // Frames that play from caches, so that nothing has to be simulated.
 #pragma once
+#include <filesystem>
 #include <set>
 
 #include "run/simulation.h"
@@ -18,5 +19,9 @@ void WakeRenderCaches(host::Document& document);
 
 /// Whether a cache of the scenes records.
 bool HasRecordingCache(const Simulation& simulation);
+
+/// A file of another simulation than `own` in the place of a recording of the scenes; empty where
+/// there is none. Of each recording the first and the last file are asked.
+std::filesystem::path ForeignRecording(const Simulation& simulation, u64 own);
 
 }  // namespace MELDO_GLOBAL::app

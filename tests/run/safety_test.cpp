@@ -248,6 +248,33 @@ TEST_F(Safety, RecordingsAndVolumesTellWhoseTheyAre) {
   EXPECT_NE(folder.Answers().find(simulation), std::string::npos) << simulation;
 }
 
+TEST_F(Safety, FramesOfTwoSimulationsDoNotMixUnseen) {
+  ASSERT_EQ(Run({"--quiet", "--frames", ":4"}), 0) << folder.Errors();
+  ASSERT_EQ(Run({"--set", "rate.amount=30", "--frames", ":2"}), 0) << folder.Errors();
+  EXPECT_TRUE(Says("warning: o/cache/sulva_grid_frame00004.cache is left of another simulation"))
+      << folder.Errors();
+  EXPECT_EQ(folder.Run({"verify", "o"}), 5);
+  EXPECT_NE(folder.Answers().find("o/cache/sulva_grid_frame00003.cache: it is left of the "),
+            std::string::npos)
+      << folder.Answers();
+  EXPECT_NE(folder.Answers().find(", 2 findings\n"), std::string::npos) << folder.Answers();
+
+  // A recording without its first frames isn't one that starts late.
+  std::string text = RecordedSmoke(4);
+  text.replace(text.find("\"record\""), 8, "\"play_back\"");
+  const std::size_t offset = text.find("\"mode\"");
+  folder.Write("late.json", std::string(text).insert(offset, "\"frame_offset\": -1, "));
+  folder.Write("play.json", text);
+  ASSERT_EQ(Run({"--quiet", "--frames", ":4", "--restart"}), 0) << folder.Errors();
+  EXPECT_EQ(Run({"--quiet"}, "o", "late.json"), 0) << folder.Errors();
+  fs::remove(folder.Path() / "o/cache/sulva_grid_frame00000.cache");
+  EXPECT_EQ(Run({"--quiet"}, "o", "play.json"), 5);
+  EXPECT_TRUE(
+      Says("sulva_grid_frame00000.cache in frame 0: it isn't there; the recording has "
+           "frames 1 to 4"))
+      << folder.Errors();
+}
+
 // ---- two at once --------------------------------------------------------------------------------
 
 TEST_F(Safety, FolderBelongsToOneRunAtATime) {
