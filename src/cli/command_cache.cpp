@@ -8,6 +8,7 @@
 
 #include "cache/cache_operator.h"
 #include "host/atomic_file.h"
+#include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/folder_lock.h"
 #include "run/recording_locks.h"
@@ -22,13 +23,15 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string FolderOf(const Cache_OperatorBase& cache) {
-  return cache.FileNames().GetFolder().string();
+  return host::Escaped(cache.FileNames().GetFolder().string());
 }
+
+std::string NameOf(const Cache_OperatorBase& cache) { return host::Escaped(cache.mName); }
 
 std::string Files(i32 count) { return count == 1 ? "1 file" : fmt::format("{} files", count); }
 
 void TellNoFiles(const Cache_OperatorBase& cache) {
-  fmt::print("cache \"{}\": no files in {}\n", cache.mName, FolderOf(cache));
+  fmt::print("cache \"{}\": no files in {}\n", NameOf(cache), FolderOf(cache));
 }
 
 void Scan(Cache_OperatorBase& cache) {
@@ -36,14 +39,14 @@ void Scan(Cache_OperatorBase& cache) {
   CacheFolderInfo info;
   cache.ScanCacheFolder(info);
   if (!info.found) return TellNoFiles(cache);
-  fmt::print("cache \"{}\": {} in {}\n{}{}", cache.mName, Files(info.fileCount), FolderOf(cache),
+  fmt::print("cache \"{}\": {} in {}\n{}{}", NameOf(cache), Files(info.fileCount), FolderOf(cache),
              StatisticsOf(info), cache.FileStatistics());
 }
 
 bool AgreesToDelete(const Cache_OperatorBase& cache, const CacheFolderInfo& info) {
   if (!::isatty(STDIN_FILENO))
     throw CommandError(kExitUsage, "cache delete: add --yes where no one can be asked");
-  fmt::print(stderr, "cache \"{}\", {} in {}\n", cache.mName, Files(info.fileCount),
+  fmt::print(stderr, "cache \"{}\", {} in {}\n", NameOf(cache), Files(info.fileCount),
              FolderOf(cache));
   fmt::print(stderr, "Really? Deletion cannot be undone! Choose wisely.. [y/N] ");
   std::string answer;
@@ -58,7 +61,7 @@ void Delete(Cache_OperatorBase& cache, bool yes) {
   if (!yes && !AgreesToDelete(cache, info)) return;
   if (const std::string problem = cache.DeleteCacheFiles(); !problem.empty())
     throw CommandError(kExitFile, problem);
-  fmt::print("cache \"{}\": {} deleted\n", cache.mName, Files(info.fileCount));
+  fmt::print("cache \"{}\": {} deleted\n", NameOf(cache), Files(info.fileCount));
 }
 
 /// What a run is about to write or play isn't deleted.

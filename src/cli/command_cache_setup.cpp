@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "host/console.h"
 #include "host/exit_codes.h"
 #include "scene/atomic_file.h"
 #include "scene/cache_setup.h"
@@ -68,13 +69,13 @@ int RunCacheSetup(const CacheSetupOptions& options) {
   if (options.out.empty()) {
     const fs::path backup = BackupOf(options.scene);
     WriteFileAtomically(backup, text);
-    fmt::print(stderr, "{}: the scene as it was\n", backup.string());
+    fmt::print(stderr, "{}: the scene as it was\n", host::Escaped(backup.string()));
   } else {
     CheckTarget(options, root);
   }
   WriteFileAtomically(target, setup.text);
-  for (const std::string& note : setup.notes) fmt::print(stderr, "{}\n", note);
-  fmt::print("{}\n", target.string());
+  for (const std::string& note : setup.notes) fmt::print(stderr, "{}\n", host::Escaped(note));
+  fmt::print("{}\n", host::Escaped(target.string()));
   return kExitDone;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "host/console.h"
 #include "host/exit_codes.h"
 #include "scene/atomic_file.h"
 #include "scene/diagnostics.h"
@@ -53,12 +54,12 @@ void Fix(const std::filesystem::path& path) {
   if (!ParseJson(text, path.string(), root, problems) || problems.HasErrors()) return;
   const SceneFix fix = FixVolumes(text, root);
   for (const std::string& note : fix.notes)
-    fmt::print(stderr, "{}: fixed: {}\n", path.string(), note);
+    fmt::print(stderr, "{}\n", host::Escaped(fmt::format("{}: fixed: {}", path.string(), note)));
   if (fix.notes.empty()) return;
   const std::filesystem::path backup = BackupOf(path);
   WriteFileAtomically(backup, text);
   WriteFileAtomically(path, fix.text);
-  fmt::print(stderr, "{}: the scene as it was\n", backup.string());
+  fmt::print(stderr, "{}: the scene as it was\n", host::Escaped(backup.string()));
 }
 
 }  // namespace
@@ -69,7 +70,7 @@ int RunCheck(const std::filesystem::path& path, bool fix, bool strict) {
   const auto scene = LoadScene(path, diagnostics);
   diagnostics.Print();
   if (!scene || (strict && diagnostics.HasWarnings())) return kExitInvalidScene;
-  fmt::print("{}\n", Summary(*scene));
+  fmt::print("{}\n", host::Escaped(Summary(*scene)));
   return kExitDone;
 }
 

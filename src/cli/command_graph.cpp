@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/graph_data.h"
+#include "host/console.h"
 #include "host/exit_codes.h"
 #include "scene/atomic_file.h"
 #include "scene/diagnostics.h"
@@ -80,12 +81,12 @@ void PrintGraph(const Json& graph) {
         fmt::print("stage {}, {}: {}\n", stage["number"].get<int>(),
                    stage["name"].get<std::string>(), stage["work"].get<std::string>());
       isOpen = true;
-      fmt::print("{}\n", lines[i]);
+      fmt::print("{}\n", host::Escaped(lines[i]));
     }
   }
   fmt::print("without a stage of their own\n");
   for (std::size_t i = 0; i < nodes.size(); ++i)
-    if (stagesOf(nodes[i]).empty()) fmt::print("{}\n", lines[i]);
+    if (stagesOf(nodes[i]).empty()) fmt::print("{}\n", host::Escaped(lines[i]));
 }
 
 }  // namespace
@@ -102,7 +103,7 @@ int RunGraph(const std::filesystem::path& path, const std::filesystem::path& pag
   }
   if (page.has_parent_path()) MakeFolder(page.parent_path());
   WriteFileAtomically(page, Page(graph));
-  fmt::print("{}\n", page.string());
+  fmt::print("{}\n", host::Escaped(page.string()));
   return kExitDone;
 }
 

@@ -8,6 +8,7 @@
 #include "cache/cache_operator.h"
 #include "cache/grid_cache_file.h"
 #include "host/atomic_file.h"
+#include "host/console.h"
 #include "host/exit_codes.h"
 #include "io/solver_info.h"
 #include "io/vdb_info.h"
@@ -22,6 +23,13 @@ namespace fs = std::filesystem;
 namespace {
 
 [[noreturn]] void Fail(const std::string& text) { throw CommandError(kExitFile, text); }
+
+std::string NameOf(const fs::path& path) { return host::Escaped(path.string()); }
+
+/// A text from a file.
+std::string Text(const std::string& text, std::size_t longest = 80) {
+  return host::Escaped(Shown(text, longest));
+}
 
 std::string Dims(const VecInt3D& d) { return fmt::format("{} x {} x {}", d.x, d.y, d.z); }
 
@@ -99,12 +107,12 @@ std::string OriginLines(const CacheOrigin& origin) {
   if (!origin.isPresent) return {};
   std::string objects;
   for (const StoredObject& object : origin.objects)
-    objects += fmt::format("{}{} [{}]", objects.empty() ? "" : ", ", Shown(object.name),
-                           Shown(object.unit));
+    objects +=
+        fmt::format("{}{} [{}]", objects.empty() ? "" : ", ", Text(object.name), Text(object.unit));
   return fmt::format(
       "Objects: {}\nOf frame {}, {:.6g} s, {:.6g} frames a second; sulva {}, "
       "simulation {:016x}\n",
-      objects, origin.frame, origin.seconds, origin.fps, Shown(origin.version), origin.simulation);
+      objects, origin.frame, origin.seconds, origin.fps, Text(origin.version), origin.simulation);
 }
 
 void PrintCache(const fs::path& path) {
@@ -113,7 +121,7 @@ void PrintCache(const fs::path& path) {
   GridCacheHeader header;
   std::string problem;
   if (!ReadGridCacheHeader(file, header, problem)) Fail(problem);
-  std::string text = fmt::format("{}: a frame of a grid cache, {}\n", path.string(),
+  std::string text = fmt::format("{}: a frame of a grid cache, {}\n", NameOf(path),
                                  FormatSize(static_cast<i64>(file.Size())));
   text += GridLines(file, header);
   text += DescribeGridCache(file);
@@ -130,23 +138,23 @@ void PrintCheckpoint(const fs::path& path) {
   const std::string place = isStart ? "before the first frame"
                                     : fmt::format("behind frame {}; frames written so far: {}",
                                                   header.run.frame, header.run.framesWritten);
-  fmt::print("{}: a checkpoint, {}\nwritten by sulva {} {}\nscene {:016x}\n", path.string(),
-             FormatSize(static_cast<i64>(file.Size())), header.version, place, header.scene);
+  fmt::print("{}: a checkpoint, {}\nwritten by sulva {} {}\nscene {:016x}\n", NameOf(path),
+             FormatSize(static_cast<i64>(file.Size())), Text(header.version), place, header.scene);
 }
 
 void PrintVolumes(const fs::path& path) {
   const std::vector<VdbGridInfo> grids = ReadVdbInfo(path);
   std::error_code failed;
-  fmt::print("{}: a volume file, {}\n", path.string(),
+  fmt::print("{}: a volume file, {}\n", NameOf(path),
              FormatSize(static_cast<i64>(fs::file_size(path, failed))));
   for (const VdbGridInfo& grid : grids) {
-    std::string line = fmt::format("  {}: {}, {}, voxel size {:.6g}", Shown(grid.name), grid.type,
+    std::string line = fmt::format("  {}: {}, {}, voxel size {:.6g}", Text(grid.name), grid.type,
                                    grid.kind, grid.voxelSize);
     if (grid.voxels >= 0) line += fmt::format(", {} active voxels", grid.voxels);
     if (grid.hasBox && grid.voxels != 0)
       line += fmt::format(", from ({}, {}, {}) to ({}, {}, {})", grid.min.x, grid.min.y, grid.min.z,
                           grid.max.x, grid.max.y, grid.max.z);
-    if (!grid.origin.empty()) line += "\n    " + Shown(grid.origin, 400);
+    if (!grid.origin.empty()) line += "\n    " + Text(grid.origin, 400);
     fmt::print("{}\n", line);
   }
 }
@@ -169,7 +177,7 @@ int PrintScene(const fs::path& path) {
     case FrameOutcome::FileFailure: Fail(simulation.FileFailure());
     case FrameOutcome::OutOfMemory: throw CommandError(kExitMemory, simulation.MemoryRefusal());
   }
-  fmt::print("{}: a scene, frames {} to {} at {} fps; in frame {}:\n", path.string(), range.first,
+  fmt::print("{}: a scene, frames {} to {} at {} fps; in frame {}:\n", NameOf(path), range.first,
              range.last, scene->document->fps, range.first);
   std::string solvers;
   for (const auto& each : simulation.Scenes()) solvers += DescribeSolvers(*each);

@@ -9,6 +9,7 @@
 #include <optional>
 #include <set>
 
+#include "host/console.h"
 #include "host/exit_codes.h"
 #include "nodes/presets.h"
 #include "scene/atomic_file.h"
@@ -157,7 +158,7 @@ int RunNew(const std::string& word, const fs::path& file) {
     if (!copy.to.parent_path().empty()) MakeFolder(copy.to.parent_path());
     WriteFileAtomically(copy.to, copy.bytes);
   }
-  fmt::print("{}\n", target.string());
+  fmt::print("{}\n", host::Escaped(target.string()));
   return kExitDone;
 }
 

@@ -4,6 +4,7 @@
 
 #include <map>
 
+#include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/worker_pool.h"
 #include "nodes/catalogue.h"
@@ -171,7 +172,7 @@ int RunWhy(const WhyOptions& options) {
     watch.BeginFrame();
     const FrameOutcome outcome = simulation.Evaluate(frame, record);
     if (outcome != FrameOutcome::Done) return End(simulation, outcome);
-    if (selected.Contains(frame)) fmt::print("frame {}: {}\n", frame, watch.Tell());
+    if (selected.Contains(frame)) fmt::print("frame {}: {}\n", frame, host::Escaped(watch.Tell()));
   }
   return kExitDone;
 }

@@ -14,6 +14,7 @@
 #include "framework/rest.h"
 #include "framework/stage_order.h"
 #include "framework/state_archive.h"
+#include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/polygon_object.h"
 #include "host/worker_pool.h"
@@ -208,7 +209,7 @@ void Simulation::PrintTrace() {
     const Scene* scene = owner.get();
     owner->mTrace = [scene](i32 stage, const iBase& object) {
       std::printf("%d %d %d %s\n", scene->mClock.frame, int{scene->mTime.substep}, stage,
-                  object.mName.c_str());
+                  host::Escaped(object.mName).c_str());
     };
   }
 }

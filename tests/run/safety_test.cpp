@@ -388,7 +388,7 @@ TEST_F(Safety, NamesOfOurOwnFilesAreNotForExportsAndCachesStayInTheirFolder) {
     EXPECT_EQ(check("vdb/####.vdb", name), 3) << name;
   EXPECT_TRUE(Says("'a/####.sulva-part' ends in '.sulva-part'")) << folder.Errors();
   EXPECT_EQ(check("vdb/####.vdb", "a/cache/####.vdb"), 0) << folder.Errors();
-  for (const char* name : {"../x", "a/../../x", "/tmp/x", "x/"})
+  for (const char* name : {"../x", "a/../../x", "/tmp/x", "a\\u001bx", "x/"})
     EXPECT_EQ(check("\"mode\"", "\"base_name\": \"" + std::string(name) + "\", \"mode\""), 3)
         << name;
   EXPECT_TRUE(Says("'base_name': 'x/' leads out of the cache's folder")) << folder.Errors();
@@ -449,6 +449,24 @@ TEST_F(Safety, TextsFromFilesGiveTerminalsNoOrdersAndErrorsEnd) {
   folder.Write("smoke.json", text);
   EXPECT_EQ(folder.Run({"check", "smoke.json"}), 3);
   EXPECT_TRUE(Says("a\\x1b[2J\\xc2\\x9b\\x0a\u00e9.obj")) << folder.Errors();
+
+  text = RecordedSmoke(1);
+  for (const std::string name : {"\"smoke\"", "\"recording\""})
+    for (std::size_t i = 0; (i = text.find(name, i)) != std::string::npos; i += name.size())
+      text.insert(i + 2, "\\u009b");
+  folder.Write("odd.json", text);
+  for (const std::vector<std::string>& command :
+       std::vector<std::vector<std::string>>{{"run", "odd.json", "--out", "\x1bo", "--trace"},
+                                             {"verify", "\x1bo"},
+                                             {"info", "\x1bo/cache/sulva_grid_frame00001.cache"},
+                                             {"cache", "scan", "odd.json", "--out", "\x1bo"},
+                                             {"check", "odd.json"},
+                                             {"graph", "odd.json"},
+                                             {"why", "odd.json", "gas"}}) {
+    EXPECT_EQ(folder.Run(command), 0) << folder.Errors();
+    const std::string all = folder.Answers() + folder.Errors();
+    EXPECT_EQ(all.find_first_of("\x1b\x9b"), std::string::npos) << command.front() << all;
+  }
 
   for (int i = 0; i < 60; ++i) many += fmt::format("\"x{}\": 1, ", i);
   text = RecordedSmoke(1);
