@@ -32,9 +32,9 @@ class MemoryGuard {
   bool Allows(const MELDO_SULVA::Scene& scene, const Vec3d& min, const Vec3d& max);
   /// False once a single grid was refused, as that of a volume may be; `Refusal` says why.
   bool CheckGrids(const MELDO_SULVA::Scene& scene);
-  /// One sentence; empty as long as everything fitted.
   /// The system gave no memory for something else than a grid; `Refusal` says for whom.
   void NoteFailure(const MELDO_SULVA::Scene& scene);
+  /// One sentence; empty as long as everything fitted.
   const std::string& Refusal() const { return mRefusal; }
 
  private:
