@@ -128,7 +128,7 @@ class Watch {
       return "it has no work of its own; it serves " + Readers();
     if (mScene->mFlags & Scene::kNoBounds) return "the scene holds nothing yet";
     if (object->IsDirty()) return "it had nothing to do";
-    return mHadTime ? "nothing that it depends on has changed" : kNoTime;
+    return mScene->mTime.elapsed > 0 ? "nothing that it depends on has changed" : kNoTime;
   }
 
   const Simulation& mSimulation;

@@ -16,7 +16,8 @@ struct GivenOption {
 };
 
 /// Notes the parameters that are given but don't count in the mode that their node has, in one note
-/// those that nothing reads, and warns of servers with very small cells. For nodes that hold their final values.
+/// those that nothing reads, and warns of servers with very small cells or a reversed range. For
+/// nodes that hold their final values.
 void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
             const std::vector<GivenOption>& options);
 

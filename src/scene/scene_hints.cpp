@@ -256,7 +256,8 @@ class HintFinder {
     }
     if (!hasSolver) return;
     for (const BaseNode* channel : mNodes)
-      if (fed.contains(channel) && !moved.contains(channel))
+      // What is emitted into a gas makes it swell, and leaves nothing that has to move.
+      if (fed.contains(channel) && !moved.contains(channel) && !IsA<FluidSolver>(*channel))
         Warn(*channel,
              fmt::format(
                  "an emitter feeds it, but nothing moves it; add a {} that has it as its '{}'",

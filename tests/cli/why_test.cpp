@@ -48,6 +48,8 @@ TEST(Why, TellsFrameByFrameAndWritesNothing) {
   ASSERT_EQ(folder.Run({"why", "s.json", "wind", "--frames", "0:3"}), 0);
   EXPECT_THAT(folder.Answers(), HasSubstr("frame 0: slept: no time has passed yet\n"));
   EXPECT_THAT(folder.Answers(), HasSubstr("frame 3: ran once, driven by 'gas'\n"));
+  ASSERT_EQ(folder.Run({"why", "s.json", "skin", "--frames", "1:1"}), 0);
+  EXPECT_EQ(folder.Answers(), "frame 1: slept: nothing that it depends on has changed\n");
   ASSERT_EQ(folder.Run({"why", "s.json", "recording", "--frames", "0:1"}), 0);
   EXPECT_THAT(folder.Answers(), HasSubstr("slept: it records, and this command writes nothing"));
   ASSERT_EQ(folder.Run({"why", "s.json", "rate", "--frames", "0:0"}), 0);

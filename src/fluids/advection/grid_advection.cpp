@@ -150,7 +150,7 @@ bool GridAdvection::IsConservative() const {
   return mScalarTarget && mScheme >= static_cast<i32>(AdvectionScheme::Conservative);
 }
 
-AdvectedField GridAdvection::ScalarTargetField() const {
+AdvectedField GridAdvection::PrepareTarget() const {
   PrepareSource(*mScalarTarget->mPrevious);
   return {.source = mScalarTarget->mPrevious.get(),
           .destination = mScalarTarget->GetGridForWrite(0),
@@ -174,7 +174,7 @@ void GridAdvection::PrepareSource(EGrid<double>& source) const {
 }
 
 std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObject*>& group) {
-  std::vector<AdvectedField> fields{ScalarTargetField()};
+  std::vector<AdvectedField> fields{PrepareTarget()};
   const EGrid<double>& shape = *fields.front().source;
   std::vector<const ScalarField*> targets{mScalarTarget};
   auto next = std::find(group.begin(), group.end(), this);
@@ -190,7 +190,7 @@ std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObje
     if (!other->Has(FLAG_ACTIVE)) break;
     other->mMovedByCompanion = true;
     targets.push_back(other->mScalarTarget);
-    fields.push_back(other->ScalarTargetField());
+    fields.push_back(other->PrepareTarget());
   }
   return fields;
 }

@@ -35,7 +35,8 @@ class GridAdvection : public iObject {
   using Velocity = std::array<const EGrid<double>*, 3>;
 
   iBase* Target() const;
-  AdvectedField ScalarTargetField() const;
+  /// The grids of the scalar target, the source ready for paths.
+  AdvectedField PrepareTarget() const;
   /// Collects the scalar target and those of the companions behind this advection in `group`, which
   /// take no run of their own then.
   std::vector<AdvectedField> TakeCompanions(const std::vector<iObject*>& group);

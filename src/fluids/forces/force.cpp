@@ -8,7 +8,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 bool Force::ResolveLinks() {
   if (!iObject::ResolveLinks() || !mScene) return false;
   // Stands unless a solver prepares the force.
-  mInactiveReason = "no solver that runs names it under 'forces'";
+  mInactiveReason = "no solver that names it under 'forces' has run";
   return true;
 }
 
