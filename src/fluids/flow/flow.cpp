@@ -107,10 +107,7 @@ double Flow::ObstacleTravel() const {
     const Mesh* mesh = obstacle->GetMesh();
     if (!obstacle->Has(FLAG_ENABLED) || !mesh || mesh->IsStatic() || !obstacle->HasGridData())
       continue;
-    Vec3d linear{}, angular{};
-    mesh->GetVelocities(linear, angular);
-    const double radius = Length(obstacle->mBoxMax - obstacle->mBoxMin) / 2;
-    most = std::max(most, Length(linear) + Length(angular) * radius);
+    most = std::max(most, mesh->GetTravel());
   }
   return most / mScene->mDomain.cellSize;
 }

@@ -282,16 +282,18 @@ u32 GridBoundary::SolidMask(const Vec3d& relative) const {
 }
 
 Vec3d GridBoundary::GetSolidVelocity(const Vec3d& world) const {
-  Vec3d velocity{};
+  const VolumeBase* nearest = nullptr;
+  double least = kUntouched;
   for (const VolumeBase* obstacle : mObstacles) {
-    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->GetMesh() || !obstacle->IsInBounds(world))
-      continue;
-    const EGrid<double>& grid = *obstacle->GetGrid();
-    const VecInt3D node = TruncateNudged(grid.mLayout.ToCells(world));
-    obstacle->GetMesh()->GetVelocityAt(velocity, grid.PositionOf(node.x, node.y, node.z));
-    if (velocity != Vec3d{}) break;
+    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->IsInBounds(world)) continue;
+    const double distance = obstacle->DistanceAtWorld(world);
+    if (!(distance < least)) continue;
+    least = distance;
+    nearest = obstacle;
   }
-  return velocity;
+  return nearest && nearest->GetMesh() && !nearest->GetMesh()->IsStatic()
+             ? nearest->SurfaceVelocityAt(world)
+             : Vec3d{};
 }
 
 bool GridBoundary::IsOutsideOpenSide(const Vec3d& relative) const {

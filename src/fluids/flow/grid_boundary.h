@@ -55,7 +55,8 @@ class GridBoundary {
   /// Corners of the node block round the point that lie in solid; bit order (x,y,z offsets) 000,
   /// 001, 010, 011, 100, 101, 110, 111.
   u32 SolidMask(const Vec3d& relative) const;
-  /// Motion per step of the first obstacle that moves at `world`.
+  /// Motion per step of the surface nearest to `world`, of those whose grids hold it; 0 where that
+  /// obstacle rests.
   Vec3d GetSolidVelocity(const Vec3d& world) const;
   bool IsOutsideOpenSide(const Vec3d& relative) const;
 

@@ -9,6 +9,7 @@ void VelocityConstrain::Run(Flow& flow) {
   const GridLayout* layout = flow.GetLayout();
   if (!layout) return;
   mFaces.resize(std::max(layout->dims.z, 0));
+  mMoves = flow.StepDuration() > 0 && flow.ObstacleTravel() > 0;
   // All new velocities come from the old ones.
   ForEachBlock(layout->dims.z, flow.Threads(), [&](i32 z) {
     mFaces[z].clear();
@@ -35,28 +36,12 @@ void VelocityConstrain::Compute(const Flow& flow, i32 axis, i32 z) {
   }
 }
 
-namespace {
-
-/// Velocity of the first moving body that reaches a point.
-Vec3d BodyVelocity(const Flow& flow, const Vec3d& p) {
-  const double h = flow.GetLayout()->cellSize;
-  for (const VolumeBase* body : flow.mBoundary.mObstacles) {
-    const Mesh* mesh = body->GetMesh();
-    if (!mesh || mesh->IsStatic() || !body->Has(FLAG_ENABLED) || !body->HasGridData()) continue;
-    if (!(body->DistanceAtWorld(p) < h)) continue;
-    Vec3d step;
-    mesh->GetVelocityAt(step, p);
-    return flow.StepDuration() != 0 ? step / flow.StepDuration() : Vec3d{};
-  }
-  return {};
-}
-
-}  // namespace
-
 double VelocityConstrain::SolidFace(const Flow& flow, i32 axis, i32 x, i32 y, i32 z) const {
   const EGrid<double>& own = *flow.mVelocity.GetGrid(axis);
   const Vec3d p = own.PositionOf(x, y, z);
-  const Vec3d solid = mSettings.useBodyVelocities ? BodyVelocity(flow, p) : Vec3d{};
+  const bool moves = mMoves && (mSettings.useBodyVelocities || mSettings.followObstacles);
+  const Vec3d surface = moves ? flow.mBoundary.GetSolidVelocity(p) / flow.StepDuration() : Vec3d{};
+  const Vec3d solid = mSettings.useBodyVelocities ? surface : Vec3d{};
   if (mSettings.blend <= 0) return solid[axis];
 
   // The other two components: the mean of the four faces nearest to this one.
@@ -73,12 +58,10 @@ double VelocityConstrain::SolidFace(const Flow& flow, i32 axis, i32 x, i32 y, i3
                        (g(x - back.x, y - back.y, z - back.z) +
                         g(x - back.x + up.x, y - back.y + up.y, z - back.z + up.z)));
   }
-  Vec3d n{};
-  if (mSettings.followObstacles) n = flow.mBoundary.GetSolidVelocity(p);
-  if (n == Vec3d{})
-    n = Normalised(
-        flow.mBoundary.GradientIndex(Vec3d{double(x), double(y), double(z)} + OffsetOf(axis)));
-  const double slide = v[axis] - n[axis] * Dot(n, v);
+  const Vec3d n = Normalised(
+      flow.mBoundary.GradientIndex(Vec3d{double(x), double(y), double(z)} + OffsetOf(axis)));
+  const Vec3d along = mSettings.followObstacles ? v - surface : v;
+  const double slide = v[axis] - n[axis] * Dot(n, along);
   return mSettings.blend == 1 ? slide : (slide - solid[axis]) * mSettings.blend + solid[axis];
 }
 

@@ -9,7 +9,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// How the flow meets a solid.
 struct SolidContactSettings {
   double blend = 1.0;              ///< 0 sticks to the solid, 1 slides freely
-  bool followObstacles = true;     ///< a moving obstacle's own direction counts as its normal
+  bool followObstacles = true;     ///< what slides along a moving surface moves out with it
   bool useBodyVelocities = false;  ///< what sticks moves with the body
 };
 
@@ -29,6 +29,7 @@ class VelocityConstrain {
     double value;
   };
   void Compute(const Flow& flow, i32 axis, i32 z);
+  bool mMoves = false;  ///< some obstacle moves in this step
   double SolidFace(const Flow& flow, i32 axis, i32 x, i32 y, i32 z) const;
 
   std::vector<std::vector<ClosedFace>> mFaces;  ///< by layer

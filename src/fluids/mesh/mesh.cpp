@@ -70,7 +70,7 @@ const ParameterTable& Mesh::Parameters() {
           .To(&Mesh::mLinkedObject)
           .Required(),
       BoolRow(1004, "vertex_velocities", false,
-              "a shape that deforms pushes the gas with each of its parts")
+              "keeps the speed of each vertex with the mesh; obstacles push with it either way")
           .To(&Mesh::mVertexVelocities),
       RealRow(1005, "body_linear_value", 10.0, "none", "of the rigid body; no effect without one")
           .Kept(),
@@ -165,6 +165,7 @@ void Mesh::Reset() {
   mPreviousMesh.Clear();
   mLinearVelocity = mAngularVelocity = {};
   mHasHistory = mSettling = mAltered = mGlides = false;
+  mVertexWay.clear();
   mRevision = NextRevision();
 }
 
@@ -251,16 +252,19 @@ void Mesh::Prepare() {
   }
   if (mGlides && mTime && mTime->substep > 1) return Glide();
   mGlides = false;
+  mVertexWay.clear();
   const bool wasAltered = mAltered;
   UndoAlteration();
   const bool moved = !mHasHistory || HasObjectChanged();
   const bool pointsChanged = mPointDirty != mObject->PointDirty();
   const Vec3d centreBefore = mMesh.GetBoundsCentre();
   std::vector<Vec3d> start;
+  bool deforms = pointsChanged;
   if (moved) {
-    if (mTime && !mTime->isLastSubstep) start = mMesh.GetVertices();
     mMatrixBefore = mMatrix;
     mMatrix = WantedMatrix();
+    deforms = deforms || !AreRigidlyRelated(mMatrixBefore, mMatrix);
+    if (deforms || !mTime->isLastSubstep) start = mMesh.GetVertices();
     mWorldToSim = GetDomain().worldToSim;
     if (ConvertHostObject() == 0) {
       Reset();
@@ -275,12 +279,14 @@ void Mesh::Prepare() {
     mLinearVelocity = mAngularVelocity = {};
   }
   UpdateVertexVelocities(isStep);
+  // Other triangles have no vertices in common with those before.
+  const bool isFollowed = isStep && mMesh.GetTriangles() == mPreviousMesh.GetTriangles();
   if (moved) mPreviousMesh.Assign(mMesh);
   mSettling = moved && mHasHistory;
   mHasHistory = true;
   SetFlag(FLAG_ACTIVE, true);
-  if (isStep && !wasAltered && start.size() == mMesh.GetVertices().size())
-    StartGlide(std::move(start), pointsChanged);
+  if (isFollowed && start.size() == mMesh.GetVertices().size())
+    StartMotion(std::move(start), deforms, !wasAltered && !mTime->isLastSubstep);
 }
 
 void Mesh::MarkAltered() {

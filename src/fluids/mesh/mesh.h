@@ -8,6 +8,9 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+/// The axes of both placements have the same lengths and angles.
+bool AreRigidlyRelated(const Matrix& a, const Matrix& b);
+
 /// A triangle copy of a host polygon object in simulation space; it follows the object's animation
 /// and knows its motion.
 ///
@@ -47,6 +50,15 @@ class Mesh : public iObject {
   void GetCentre(Vec3d& out) const { out = Pivot(); }
   /// Each substep of this frame has another place for it.
   bool IsGliding() const { return mGlides; }
+  /// In this frame its vertices move in ways of their own: it is stretched or bent, or the parts of
+  /// it are moved. `GetVelocities` tells of its box alone then.
+  bool IsDeforming() const { return !mVertexWay.empty(); }
+  /// Motion in the present substep of the surface at the point of a triangle that is nearest to
+  /// `point`: there the vertices' motions are mixed, or where the shape doesn't deform it is that
+  /// of `GetVelocityAt`. Simulation units per step.
+  Vec3d GetSurfaceVelocity(i32 triangle, const Vec3d& point) const;
+  /// The longest way that any of its vertices goes in the present substep, simulation units.
+  double GetTravel() const;
   /// Motion in the present substep at a point: linear + angular x (point - centre). Simulation
   /// units per step, not scaled by transfer factors.
   void GetVelocityAt(Vec3d& out, const Vec3d& point) const;
@@ -94,8 +106,9 @@ class Mesh : public iObject {
   Matrix WantedMatrix() const;
   void UpdateMotion(const Vec3d& centreBefore, bool pointsChanged);
   void UpdateVertexVelocities(bool isStep);
-  /// Begins the way from `start`, the vertices at the end of the frame before, to the record's.
-  void StartGlide(std::vector<Vec3d> start, bool pointsChanged);
+  /// Tells the motion of a step from `start`, the vertices at the end of the frame before, which
+  /// may be left out where nothing deforms and there is one substep.
+  void StartMotion(std::vector<Vec3d> start, bool deforms, bool glides);
   void Glide();
   /// The vertices aren't those of the present revision any more.
   void NoteNewShape();
@@ -120,8 +133,7 @@ class Mesh : public iObject {
   bool mHasHistory = false;  ///< a state of the step before exists
   bool mSettling = false;    ///< moved in the last step: velocities go to zero in the next one
   bool mGlides = false;
-  bool mGlidesRigidly = false;
-  std::vector<Vec3d> mGlideStart;  ///< of a shape that deforms
+  std::vector<Vec3d> mVertexWay;  ///< of a shape that deforms: from the end of the last frame on
   Vec3d mPivot{}, mEndCentre{};
   u32 mRevision = 0;
   u32 mAlteredRevision = 0;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "fluids/mesh/mesh.h"
+#include "fluids/mesh/nearest_point.h"
 #include "framework/scene.h"
 #include "grids/fixed_blocks.h"
 
@@ -30,8 +31,11 @@ class Turn {
   double mSin = 0, mCos = 1;
 };
 
-/// The axes of both have the same lengths and angles.
-bool IsRigid(const Matrix& a, const Matrix& b) {
+constexpr i32 kBlock = 8192;  // vertices
+
+}  // namespace
+
+bool AreRigidlyRelated(const Matrix& a, const Matrix& b) {
   const auto same = [&](double x, double y) {
     return std::abs(x - y) <= 1e-9 * std::abs(Dot(a.v1, a.v1));
   };
@@ -40,16 +44,15 @@ bool IsRigid(const Matrix& a, const Matrix& b) {
          same(Dot(a.v2, a.v3), Dot(b.v2, b.v3)) && same(Dot(a.v3, a.v1), Dot(b.v3, b.v1));
 }
 
-constexpr i32 kBlock = 8192;  // vertices
-
-}  // namespace
-
-void Mesh::StartGlide(std::vector<Vec3d> start, bool pointsChanged) {
-  mGlides = true;
-  mGlidesRigidly = !pointsChanged && IsRigid(mMatrixBefore, mMatrix);
-  mGlideStart = mGlidesRigidly ? std::vector<Vec3d>{} : std::move(start);
+void Mesh::StartMotion(std::vector<Vec3d> start, bool deforms, bool glides) {
   mEndCentre = mMesh.GetBoundsCentre();
-  Glide();
+  if (deforms) {
+    const std::vector<Vec3d>& end = mMesh.GetVertices();
+    for (std::size_t i = 0; i < end.size(); ++i) start[i] = end[i] - start[i];
+    mVertexWay = std::move(start);
+  }
+  mGlides = glides;
+  if (mGlides) Glide();
 }
 
 void Mesh::Glide() {
@@ -64,14 +67,14 @@ void Mesh::Glide() {
     for (i32 i = block * kBlock; i < std::min((block + 1) * kBlock, count); ++i) {
       if (rest == 0)
         now[i] = end[i];
-      else if (mGlidesRigidly)
-        now[i] = mPivot + turn(end[i] - mEndCentre);
+      else if (IsDeforming())
+        now[i] = end[i] - mVertexWay[i] * rest;
       else
-        now[i] = end[i] + (mGlideStart[i] - end[i]) * rest;
+        now[i] = mPivot + turn(end[i] - mEndCentre);
     }
   });
   mMesh.mColumns.normal = mPreviousMesh.mColumns.normal;
-  if (mGlidesRigidly && rest != 0)
+  if (!IsDeforming() && rest != 0)
     for (Vec3d& normal : mMesh.mColumns.normal) normal = turn(normal);
   mMesh.UpdateBounds();
   NoteNewShape();
@@ -86,6 +89,31 @@ void Mesh::GetVelocities(Vec3d& linear, Vec3d& angular) const {
 void Mesh::GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const {
   GetVelocities(linear, angular);
   cross = Cross(angular, point - Pivot());
+}
+
+Vec3d Mesh::GetSurfaceVelocity(i32 triangle, const Vec3d& point) const {
+  Vec3d way;
+  if (!IsDeforming()) {
+    GetVelocityAt(way, point);
+    return way;
+  }
+  const VecInt3D& corner = mMesh.GetTriangles()[triangle];
+  const std::vector<Vec3d>& v = mMesh.GetVertices();
+  double weights[3];
+  NearestPoint(point, v[corner.x], v[corner.y], v[corner.z], weights);
+  for (int i = 0; i < 3; ++i) way += mVertexWay[corner[i]] * weights[i];
+  return way * StepShare();
+}
+
+double Mesh::GetTravel() const {
+  double most = 0;
+  if (IsDeforming()) {
+    for (const Vec3d& way : mVertexWay) most = std::max(most, Dot(way, way));
+    return std::sqrt(most) * StepShare();
+  }
+  Vec3d size;
+  mMesh.GetBoundsSize(size);
+  return (Length(mLinearVelocity) + Length(mAngularVelocity) * Length(size) / 2) * StepShare();
 }
 
 void Mesh::GetVelocityAt(Vec3d& out, const Vec3d& point) const {

@@ -79,7 +79,12 @@ void Grid_Incompressibility::GatherMovingBodies(std::vector<MovingBody>& bodies)
   for (const VolumeBase* body : mFlow->mBoundary.mObstacles) {
     const Mesh* mesh = body->GetMesh();
     if (!body->Has(FLAG_ENABLED) || !mesh || mesh->IsStatic() || !body->HasGridData()) continue;
-    MovingBody moving{body, {}, {}, {}};
+    MovingBody moving{.volume = body};
+    if (mesh->IsDeforming()) {
+      moving.perStep = 1 / mFields.dt;
+      bodies.push_back(moving);
+      continue;
+    }
     mesh->GetCentre(moving.centre);
     mesh->GetVelocities(moving.linear, moving.angular);
     if (moving.linear == Vec3d{} && moving.angular == Vec3d{}) continue;

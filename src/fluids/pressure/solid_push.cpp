@@ -57,34 +57,52 @@ double SolidPush::ShareOf(const Body& body, i32 axis, const VecInt3D& face) cons
   return SquareFraction(corner);
 }
 
-double SolidPush::FlowThrough(i32 axis, const VecInt3D& face) const {
-  const double solid = 1.0 - (*mFields.open[axis])(face.x, face.y, face.z);
-  if (!(solid > 0)) return 0;
-  const Vec3d p = mLayout.simOrigin + (ToReal(face) + OffsetOf(axis)) * mLayout.simCell;
-  double flow = 0, share = 0;
-  for (const Body& body : mBodies) {
-    const CellBox& r = body.reach;
-    if (face.x < r.min.x || face.x > r.max.x || face.y < r.min.y || face.y > r.max.y ||
-        face.z < r.min.z || face.z > r.max.z)
-      continue;
-    const double part = ShareOf(body, axis, face);
-    if (part == 0) continue;
-    const Vec3d turn = Cross(body.motion.angular, p - body.motion.centre);
-    flow += part * (body.motion.linear[axis] + turn[axis]);
-    share += part;
-  }
+double SolidPush::Face::Flow() const {
   // Bodies that overlap share the face, and one that leaves no more than a hair fills it.
   return share > solid - kLeastOpening ? flow * (solid / std::max(share, 1e-12)) : flow;
 }
 
+Vec3d SolidPush::PositionOf(const VecInt3D& cell, i32 kind) const {
+  return mLayout.simOrigin + (ToReal(cell) + OffsetOf(kind)) * mLayout.simCell;
+}
+
+void SolidPush::AddBody(const Body& body, const VecInt3D& cell, Face (&faces)[3][2]) const {
+  const MovingBody& motion = body.motion;
+  const bool deforms = motion.perStep > 0;
+  Vec3d here;
+  bool isKnown = false;
+  for (i32 axis = 0; axis < 3; ++axis)
+    for (Face& face : faces[axis]) {
+      const double part = face.solid > 0 ? ShareOf(body, axis, face.at) : 0;
+      if (part == 0) continue;
+      if (deforms && !isKnown)
+        here = motion.volume->SurfaceVelocityAt(PositionOf(cell, kCentre)) * motion.perStep;
+      isKnown = true;
+      if (!deforms)
+        here = motion.linear + Cross(motion.angular, PositionOf(face.at, axis) - motion.centre);
+      face.flow += part * here[axis];
+      face.share += part;
+    }
+}
+
 double SolidPush::Balance(i32 x, i32 y, i32 z) const {
-  double sum = 0;
-  for (i32 axis = 0; axis < 3; ++axis) {
-    VecInt3D face{x, y, z};
-    const double low = FlowThrough(axis, face);
-    ++face[axis];
-    sum += low - FlowThrough(axis, face);
+  const VecInt3D cell{x, y, z};
+  Face faces[3][2];
+  for (i32 axis = 0; axis < 3; ++axis)
+    for (i32 side = 0; side < 2; ++side) {
+      Face& face = faces[axis][side];
+      face.at = cell;
+      face.at[axis] += side;
+      face.solid = 1.0 - (*mFields.open[axis])(face.at.x, face.at.y, face.at.z);
+    }
+  for (const Body& body : mBodies) {
+    const CellBox& r = body.reach;
+    bool reaches = true;
+    for (int a = 0; a < 3; ++a) reaches &= cell[a] + 1 >= r.min[a] && cell[a] <= r.max[a];
+    if (reaches) AddBody(body, cell, faces);
   }
+  double sum = 0;
+  for (const auto& [low, high] : faces) sum += low.Flow() - high.Flow();
   return sum / mLayout.cellSize;
 }
 

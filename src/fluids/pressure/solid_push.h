@@ -17,6 +17,9 @@ struct MovingBody {
   Vec3d centre{};
   Vec3d linear{};   ///< simulation units per second
   Vec3d angular{};  ///< radians per second
+  /// Where above 0, the solid deforms: what its surface goes in a step, times this, is its velocity
+  /// there, and the three above don't count.
+  double perStep = 0;
 };
 
 /// The flow of moving solids through faces.
@@ -24,7 +27,9 @@ struct MovingBody {
 /// Every face has one value, whichever of its two cells asks: the solid part of the face, body by
 /// body as each one's own distances cut it, times the velocity of that body there. So a rigid body
 /// that moves inside a closed region pushes as much in front as it leaves behind, to rounding, and
-/// a wall beside it pushes nothing.
+/// a wall beside it pushes nothing. Of a body that deforms a cell takes the velocity of the surface
+/// nearest to its centre for all of its faces: inside of the body it would swell where it
+/// stretches, and sides that the stretching merely slides along would push.
 class SolidPush {
  public:
   /// `fields` and `bodies` have to last.
@@ -40,8 +45,15 @@ class SolidPush {
     MovingBody motion;
     CellBox reach;  ///< cells that its grid touches
   };
-  /// The solid's flow through a face per area of a face, simulation units per second.
-  double FlowThrough(i32 axis, const VecInt3D& face) const;
+  /// A face of a cell: its solid part, what bodies fill of it, and their flow through it per area,
+  /// simulation units per second.
+  struct Face {
+    VecInt3D at;
+    double solid = 0, share = 0, flow = 0;
+    double Flow() const;
+  };
+  Vec3d PositionOf(const VecInt3D& cell, i32 kind) const;
+  void AddBody(const Body& body, const VecInt3D& cell, Face (&faces)[3][2]) const;
   double ShareOf(const Body& body, i32 axis, const VecInt3D& face) const;
 
   const ProjectionFields& mFields;

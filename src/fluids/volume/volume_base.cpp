@@ -147,6 +147,12 @@ double VolumeBase::VoxelVolume() const {
   return static_cast<double>(cells) * (size * size * size);
 }
 
+Vec3d VolumeBase::SurfaceVelocityAt(const Vec3d& p) const {
+  Vec3d velocity;
+  if (mMesh) mMesh->GetVelocityAt(velocity, p);
+  return velocity;
+}
+
 void VolumeBase::SetCachedLayout(const GridLayout& layout) {
   mSecondBox = layout;
   mHasSecondBox = true;

@@ -103,6 +103,10 @@ class VolumeBase : public iVolume {
   Vec3d GradientAtRelative(const Vec3d& p) const;
   Vec3d GradientAtWorld(const Vec3d& p) const;
 
+  /// Motion of the surface in the present substep at its point that is nearest to `p`, simulation
+  /// units per step; 0 without a mesh.
+  virtual Vec3d SurfaceVelocityAt(const Vec3d& p) const;
+
   /// How much of the grid's cells, faces or edges (bits of `FractionKind`) lies inside; measured
   /// when it is asked for and something changed since. Null without a grid, or without memory. Not
   /// for workers.

@@ -1,6 +1,7 @@
 #include "fluids/volume/volume_mesh.h"
 
 #include "fluids/mesh/multi_mesh.h"
+#include "fluids/mesh/nearest_point.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 
@@ -183,6 +184,32 @@ void VolumeMesh::Evaluate(const EvaluationThreadData& data) {
   }
   mMaximumDistance = mVoxeliser.mMaximumDistance;
   MarkGridChanged();
+}
+
+Vec3d VolumeMesh::SurfaceVelocityAt(const Vec3d& p) const {
+  const Grid<i32>* closest = mVoxeliser.ClosestTriangles();
+  if (!mMesh || !mMesh->IsDeforming() || !HasGridData() || !closest ||
+      closest->Dims() != mGrid->Dims() || mVoxelised != CurrentState())
+    return VolumeBase::SurfaceVelocityAt(p);
+  const Vec3d c = mGrid->mLayout.ToCells(p);
+  const AxisStencil s[3] = {LinearStencil(c.x, mGrid->mNx), LinearStencil(c.y, mGrid->mNy),
+                            LinearStencil(c.z, mGrid->mNz)};
+  const std::vector<Vec3d>& v = mMesh->mMesh.GetVertices();
+  i32 nearest = -1;
+  double least = kHuge;
+  for (i32 corner = 0; corner < 8; ++corner) {
+    const i32 triangle = (*closest)(s[0].index + (corner & 1), s[1].index + (corner >> 1 & 1),
+                                    s[2].index + (corner >> 2));
+    if (triangle < 0 || triangle == nearest) continue;
+    const VecInt3D& t = mMesh->mMesh.GetTriangles()[triangle];
+    double weights[3];
+    const Vec3d off = p - NearestPoint(p, v[t.x], v[t.y], v[t.z], weights);
+    if (nearest >= 0 && !(Dot(off, off) < least)) continue;
+    least = Dot(off, off);
+    nearest = triangle;
+  }
+  if (nearest < 0) return VolumeBase::SurfaceVelocityAt(p);
+  return mMesh->GetSurfaceVelocity(nearest, p);
 }
 
 Vec3d VolumeMesh::TriangleNormalAt(i32 index) const {

@@ -29,6 +29,9 @@ class VolumeMesh : public VolumeBase {
     mIsMember = true;
   }
 
+  /// Of a mesh that deforms, that of the triangle that is nearest to `p` of those that are nearest
+  /// to the nodes round it.
+  Vec3d SurfaceVelocityAt(const Vec3d& p) const override;
   /// Unit normal of the triangle that is nearest to node `index` of the grid; zero for a degenerate
   /// triangle, (0, 1, 0) where there is none.
   Vec3d TriangleNormalAt(i32 index) const;

@@ -271,3 +271,43 @@ TEST(Projection, GridsTooSmallForUnknownsStayAsTheyAre) {
       EXPECT_EQ(box.projection.DivergenceMax(), 0);
     }
 }
+
+namespace {
+
+/// A block that fills a tunnel and stretches: its high x side moves, its low one rests.
+class StretchingBlock : public projection::FormulaVolume {
+ public:
+  StretchingBlock(f32 h, double low, double high, double way)
+      : projection::FormulaVolume(projection::MakeLayout({40, 20, 20}, h, {-4, -4, -4}),
+                                  [=](const Vec3d& p) { return std::max(low - p.x, p.x - high); }),
+        mMiddle((low + high) / 2),
+        mWay(way) {}
+  Vec3d SurfaceVelocityAt(const Vec3d& p) const override {
+    return {p.x > mMiddle ? mWay : 0, 0, 0};
+  }
+
+ private:
+  double mMiddle, mWay;
+};
+
+}  // namespace
+
+// A block that fills a tunnel and stretches towards its open end pushes the gas there at the speed
+// of its side, wherever in a cell that stands, and leaves the gas behind it alone.
+TEST(Projection, StretchingBlockPushesWithTheSideThatMoves) {
+  const f32 h = 0.1f;
+  const double dt = 0.02, speed = 1.5;
+  for (const double high : {1.2, 1.23, 1.25, 1.28}) {
+    StretchingBlock block(h, 0.7, high, speed * dt);
+    Box box({24, 10, 10}, h, u8(kWallsAll & ~kWallHighX), {&block});
+    box.projection.moving = {{.volume = &block, .perStep = 1 / dt}};
+    box.Project();
+    EXPECT_LT(box.projection.DivergenceMax(), 1e-6);
+    const EGrid<double>& u = *box.velocity[0];
+    ForEachCell({{14, 1, 1}, {23, 9, 9}}, [&](i32 x, i32 y, i32 z) {
+      ASSERT_NEAR(u(x, y, z), speed, 1e-6) << high << " at " << x << " " << y << " " << z;
+    });
+    ForEachCell({{1, 1, 1}, {7, 9, 9}},
+                [&](i32 x, i32 y, i32 z) { ASSERT_NEAR(u(x, y, z), 0, 1e-9) << x; });
+  }
+}
