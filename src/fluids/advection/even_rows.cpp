@@ -8,69 +8,129 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-/// What passes from the first to the second cell of each pair: density, and the share of the
-/// denser cell's content. Both may be negative.
-SULVA_WIDE_KERNEL void Flows(const double* __restrict inA, const double* __restrict inB,
-                             const u8* __restrict holdsA, const u8* __restrict holdsB, i32 n,
-                             double* __restrict density, double* __restrict share) {
-  for (i32 i = 0; i < n; ++i) {
-    const double a = inA[i], b = inB[i];
-    const double high = a > b ? a : b;
-    const double open = static_cast<double>(holdsA[i] & holdsB[i]);
-    const double half = (a - b) * 0.5 * open;
-    density[i] = high > 0 ? half : 0.0;
-  }
-  // A loop of its own: two choices by one comparison become a branch.
-  for (i32 i = 0; i < n; ++i) {
-    const double high = inA[i] > inB[i] ? inA[i] : inB[i];
-    share[i] = density[i] / (high > 0 ? high : 1.0);
-  }
-}
-
-SULVA_WIDE_KERNEL void Pass(const double* __restrict inB, double* __restrict outA,
-                            double* __restrict outB, double* __restrict a, double* __restrict b,
-                            const double* __restrict density, const double* __restrict share,
-                            i32 n) {
-  for (i32 i = 0; i < n; ++i) {
-    const double flow = density[i];
-    outA[i] -= flow;
-    outB[i] = inB[i] + flow;
-    const double passed = (flow > 0 ? a[i] : b[i]) * share[i];
-    a[i] -= passed;
-    b[i] += passed;
-  }
-}
-
 constexpr i32 kChunk = 128;
+
+/// One where the cells and their neighbours below and above both take part.
+struct OpenPairs {
+  Potential below[kChunk], above[kChunk];
+};
+
+SULVA_WIDE_KERNEL void FindOpenPairs(const u8* moves, i32 step, i32 n, OpenPairs& open) {
+  Potential* __restrict below = open.below, * __restrict above = open.above;
+  for (i32 i = 0; i < n; ++i) {
+    below[i] = static_cast<Potential>(moves[i] & moves[i - step]);
+    above[i] = static_cast<Potential>(moves[i] & moves[i + step]);
+  }
+}
+
+SULVA_WIDE_KERNEL void AddDifferences(const Potential* p, const OpenPairs& open, i32 step, i32 n,
+                                      Potential* __restrict sum) {
+  const Potential *below = open.below, *above = open.above;
+  for (i32 i = 0; i < n; ++i)
+    sum[i] += (p[i - step] - p[i]) * below[i] + (p[i + step] - p[i]) * above[i];
+}
+
+SULVA_WIDE_KERNEL void Relax(const Potential* p, const Potential* excess,
+                             const Potential* __restrict sum, Potential weight, i32 n,
+                             Potential* __restrict to) {
+  for (i32 i = 0; i < n; ++i) to[i] = p[i] + weight * (excess[i] + sum[i]);
+}
+
+SULVA_WIDE_KERNEL void AddOutflow(const Potential* p, const OpenPairs& open, i32 step, i32 n,
+                                  double* __restrict out) {
+  const Potential *below = open.below, *above = open.above;
+  for (i32 i = 0; i < n; ++i) {
+    const Potential a = (p[i] - p[i - step]) * below[i], b = (p[i] - p[i + step]) * above[i];
+    out[i] += static_cast<double>(a > 0 ? a : 0) + static_cast<double>(b > 0 ? b : 0);
+  }
+}
+
+SULVA_WIDE_KERNEL void FindShares(const double* volume, const double* content, i32 n,
+                                  double* __restrict share, double* __restrict strength) {
+  for (i32 i = 0; i < n; ++i) {
+    const double v = volume[i] > 0 ? volume[i] : 0.0, out = share[i];
+    share[i] = out > v ? v / out : 1.0;
+    strength[i] = v > 0 ? share[i] * content[i] / v : 0.0;
+  }
+}
+
+/// What passes through the faces below and above.
+SULVA_WIDE_KERNEL void PassAlong(const Potential* p, const OpenPairs& open, const double* share,
+                                 const double* strength, i32 step, i32 n, double* __restrict volume,
+                                 double* __restrict content) {
+  const Potential *below = open.below, *above = open.above;
+  for (i32 i = 0; i < n; ++i) {
+    const double a = (p[i - step] - p[i]) * below[i], b = (p[i + step] - p[i]) * above[i];
+    const double va = a > 0 ? share[i - step] : share[i], vb = b > 0 ? share[i + step] : share[i];
+    const double ca = a > 0 ? strength[i - step] : strength[i];
+    const double cb = b > 0 ? strength[i + step] : strength[i];
+    volume[i] += a * va + b * vb;
+    content[i] += a * ca + b * cb;
+  }
+}
+
+template <class F>
+void ForEachChunk(const EvenLine& line, F&& f) {
+  for (i32 first = 0; first < line.cells; first += kChunk)
+    f(first, std::min(kChunk, line.cells - first));
+}
 
 }  // namespace
 
-void EvenRows(const EvenRow& a, const EvenRow& b, i32 n) {
-  double density[kChunk], share[kChunk];
-  for (i32 i = 0; i < n; i += kChunk) {
-    const i32 m = std::min(kChunk, n - i);
-    Flows(a.in + i, b.in + i, a.holds + i, b.holds + i, m, density, share);
-    Pass(b.in + i, a.out + i, b.out + i, a.content + i, b.content + i, density, share, m);
+void RelaxPotential(const EvenLine& line, const Potential* excess, const Potential* from,
+                    Potential weight, Potential* to) {
+  Potential sum[kChunk];
+  OpenPairs open;
+  ForEachChunk(line, [&](i32 first, i32 n) {
+    std::fill_n(sum, n, Potential{0});
+    for (const i32 step : {1, line.ny, line.nz}) {
+      FindOpenPairs(line.moves + first, step, n, open);
+      AddDifferences(from + first, open, step, n, sum);
+    }
+    Relax(from + first, excess + first, sum, weight, n, to + first);
+  });
+}
+
+SULVA_WIDE_KERNEL void RelaxFreePotential(const PotentialRows& from, const Potential* excess,
+                                          i32 cells, Potential weight, Potential* __restrict to) {
+  const Potential *p = from.own, *a = from.beside[0], *b = from.beside[1], *c = from.beside[2],
+                  *d = from.beside[3];
+  for (i32 i = 0; i < cells; ++i) {
+    const Potential sum = ((p[i - 1] + p[i + 1]) + (a[i] + b[i])) + (c[i] + d[i]);
+    to[i] = p[i] + weight * (excess[i] + (sum - 6 * p[i]));
   }
 }
 
-void EvenAlong(const EvenRow& row, i32 n) {
-  double density[kChunk], share[kChunk];
-  double carried = row.in[0];
-  for (i32 first = 0; first < n; first += kChunk) {
-    const i32 m = std::min(kChunk, n - first);
-    Flows(row.in + first, row.in + first + 1, row.holds + first, row.holds + first + 1, m, density,
-          share);
-    for (i32 i = 0; i < m; ++i) {
-      double* content = row.content + first + i;
-      row.out[first + i] = carried - density[i];
-      carried = row.in[first + i + 1] + density[i];
-      const double passed = content[density[i] > 0 ? 0 : 1] * share[i];
-      content[0] -= passed;
-      content[1] += passed;
+void LimitFlows(const EvenLine& line, const Potential* potential, const double* volume,
+                const double* content, double* share, double* strength) {
+  OpenPairs open;
+  ForEachChunk(line, [&](i32 first, i32 n) {
+    std::fill_n(share + first, n, 0.0);
+    for (const i32 step : {1, line.ny, line.nz}) {
+      FindOpenPairs(line.moves + first, step, n, open);
+      AddOutflow(potential + first, open, step, n, share + first);
     }
-  }
-  row.out[n] = carried;
+    FindShares(volume + first, content + first, n, share + first, strength + first);
+  });
+}
+
+void PassFlows(const EvenLine& line, const Potential* potential, const double* share,
+               const double* strength, const double* volume, const double* content,
+               double* volumeOut, double* contentOut) {
+  double passed[kChunk], carried[kChunk];
+  OpenPairs open;
+  ForEachChunk(line, [&](i32 first, i32 n) {
+    std::fill_n(passed, n, 0.0);
+    std::fill_n(carried, n, 0.0);
+    for (const i32 step : {1, line.ny, line.nz}) {
+      FindOpenPairs(line.moves + first, step, n, open);
+      PassAlong(potential + first, open, share + first, strength + first, step, n, passed, carried);
+    }
+    for (i32 i = 0; i < n; ++i) {
+      volumeOut[first + i] = volume[first + i] + passed[i];
+      contentOut[first + i] = content[first + i] + carried[i];
+    }
+  });
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,24 +1,41 @@
-// Exchange between neighbouring rows that evens out their densities.
+// Kernels over lines of cells for what neighbouring cells exchange.
 #pragma once
 #include "host/types.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// One line of cells: densities before and after, what the cells hold, and which can hold anything.
-struct EvenRow {
-  const double* in;
-  double* out;
-  double* content;
-  const u8* holds;
+using Potential = double;
+
+/// A line of cells along x, whose six neighbours lie 1, `ny` and `nz` cells off; only pairs of
+/// cells that both take part, `moves` of 1, exchange anything.
+struct EvenLine {
+  const u8* moves;
+  i32 ny, nz;
+  i32 cells;
 };
 
-/// Evens the cells of `a` with those beside them in `b`: half the difference of their densities
-/// passes over, with the content that goes with it. `out` of `a` holds a density already, that of
-/// `b` is set. Pairs with a cell that can't hold anything, and those without density, stay.
-void EvenRows(const EvenRow& a, const EvenRow& b, i32 n);
+/// The potentials at the first cell of a line and of the four lines beside it.
+struct PotentialRows {
+  const Potential *own, *beside[4];
+};
 
-/// The same for the pairs (0, 1) to (n - 1, n) of one line, in that order; sets all n + 1
-/// densities.
-void EvenAlong(const EvenRow& row, i32 n);
+/// One step of Richardson's iteration towards the potential whose differences are the flows that
+/// bring each volume to one: to = from + weight (excess + the sum over the neighbours of their
+/// potential less the cell's own).
+void RelaxPotential(const EvenLine& line, const Potential* excess, const Potential* from,
+                    Potential weight, Potential* to);
+/// The same where every cell of the line takes part and has six neighbours; those that don't count
+/// stand as copies of the cell itself.
+void RelaxFreePotential(const PotentialRows& from, const Potential* excess, i32 cells,
+                        Potential weight, Potential* to);
+
+/// What each cell gives: the share of its flows that its volume covers, and that times what a unit
+/// of its volume holds.
+void LimitFlows(const EvenLine& line, const Potential* potential, const double* volume,
+                const double* content, double* share, double* strength);
+/// Lets the flows pass from volume to volume, and content with them.
+void PassFlows(const EvenLine& line, const Potential* potential, const double* share,
+               const double* strength, const double* volume, const double* content,
+               double* volumeOut, double* contentOut);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -16,6 +16,12 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
+namespace {
+
+constexpr i32 kLeastOrder = 1;  // of the paths of conservative schemes: those of order 0 make holes
+
+}  // namespace
+
 const NodeKind& GridAdvection::Kind() {
   static const NodeKind kind = {
       .id = 1300122,
@@ -57,7 +63,8 @@ const ParameterTable& GridAdvection::Parameters() {
                     {3, "conservative_maccormack"}})
           .To(&GridAdvection::mScheme),
       LongRow(1003, "path_integration", 0, "",
-              "how exactly curved paths are followed: heun keeps thin whirls round")
+              "how exactly curved paths are followed: heun keeps thin whirls round; conservative "
+              "schemes take heun for euler")
           .Choices({{0, "euler"}, {1, "heun"}, {2, "runge_kutta_3"}, {3, "runge_kutta_4"}})
           .To(&GridAdvection::mTraceOrder),
       LongRow(1004, "sampling", 0, "",
@@ -169,8 +176,11 @@ void GridAdvection::PrepareSource(EGrid<double>& source) const {
   if (!flow.mWallCells.Fits(source)) return;
   if (!IsConservative()) return flow.mWallCells.Fill(WallValues(), false, source);
   // Paths take what a solid has just covered along by themselves; shares have to be given away.
-  const i32 reach = 1 + static_cast<i32>(std::ceil(flow.ObstacleTravel()));
-  flow.mWallCells.HandOver(WallValues(), reach, source);
+  flow.mWallCells.HandOver(WallValues(), HandOverReach(), source);
+}
+
+i32 GridAdvection::HandOverReach() const {
+  return 1 + static_cast<i32>(std::ceil(mSolver->GetFlow().ObstacleTravel()));
 }
 
 std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObject*>& group) {
@@ -222,6 +232,11 @@ void GridAdvection::Evaluate(const EvaluationThreadData& block) {
   }
 }
 
+void GridAdvection::Persist(StateArchive& archive) {
+  iObject::Persist(archive);
+  mConservative.Persist(archive);
+}
+
 bool GridAdvection::IsOnFlow(const EGrid<double>& grid) const {
   const GridLayout& layout = *mSolver->GetFlow().GetLayout();
   return grid.mLayout.dims == layout.dims && grid.mLayout.originCell == layout.originCell;
@@ -253,16 +268,18 @@ bool GridAdvection::MoveOnFlow(EGrid<double>& source, EGrid<double>& destination
 bool GridAdvection::MoveConservative(const EGrid<double>& source, EGrid<double>& destination,
                                      const Velocity& velocity) {
   if (destination.Dims() != source.Dims()) return false;
+  const double nothing = mScalarTarget->mValueMin;
   const ConservativeAdvection::Flow flow{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
                                          .boundary = &mSolver->GetFlow().mBoundary,
                                          .solidCells = mSolver->GetFlow().mSolidCells.Get(),
-                                         .order = mTraceOrder,
+                                         .wallCells = &mSolver->GetFlow().mWallCells,
+                                         .reach = HandOverReach(),
+                                         .nothing = nothing > -kUnbounded ? nothing : 0.0,
+                                         .order = std::max(mTraceOrder, kLeastOrder),
                                          .step = mTime->stepDuration,
                                          .threads = mScene->mThreadCount};
-  const bool corrected = mScheme == static_cast<i32>(AdvectionScheme::ConservativeMacCormack);
-  const bool done =
-      !IsCancelled() && (corrected ? mConservative.AdvectCorrected(flow, source, destination)
-                                   : mConservative.Advect(flow, source, destination));
+  const bool sharp = mScheme == static_cast<i32>(AdvectionScheme::ConservativeMacCormack);
+  const bool done = !IsCancelled() && mConservative.Advect(flow, source, destination, sharp);
   if (!done) std::copy_n(source.mData, source.mCount, destination.mData);  // as it was
   return done;
 }

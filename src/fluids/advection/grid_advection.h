@@ -30,6 +30,7 @@ class GridAdvection : public iObject {
   void Release(bool full) override;
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
+  void Persist(StateArchive& archive) override;
 
  private:
   using Velocity = std::array<const EGrid<double>*, 3>;
@@ -47,6 +48,8 @@ class GridAdvection : public iObject {
   /// Continues the scalar target into what is closed, or hands over what is there: a source has to
   /// hold right values wherever paths look.
   void PrepareSource(EGrid<double>& source) const;
+  /// How far cells that a solid covers look for takers, in cells.
+  i32 HandOverReach() const;
   /// Moves grids of one kind by the scheme; false when it can't.
   bool AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity);
 

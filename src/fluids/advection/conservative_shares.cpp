@@ -1,0 +1,217 @@
+// Who gives what to whom in a step that keeps the total of a field.
+#include "fluids/advection/conservative_advection.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr double kPushOutMargin = 0.001;
+constexpr double kTrace = 1e-12;  // of a cell: what rounding leaves of it
+
+/// Whether no corner has a weight.
+bool IsEmpty(const Contribution& block, const CornerOffsets& corners) {
+  bool any = false;
+  ForEachCorner(block, corners, [&](i32, double) { any = true; });
+  return !any;
+}
+
+}  // namespace
+
+/// The blocks round the ends of paths, given in cells: points in solids are pushed out first.
+void ConservativeAdvection::PlaceBlocks(const Flow& flow, RowVectors& ends, i32 n,
+                                        Contribution* blocks) const {
+  i32 cells[kRowChunk];
+  if (mFlags) FindCells(ends, mDims, n, cells);
+  for (i32 i = 0; i < n; ++i) {
+    if (mFlags && (mFlags[cells[i]] & SolidCells::kNoPushOut)) continue;
+    Vec3d relative = ends.At(i) * static_cast<double>(mCellSize);
+    if (flow.boundary->PushOut(relative, true, kPushOutMargin))
+      ends.Set(i, relative / static_cast<double>(mCellSize));
+  }
+  RowCorners corners;
+  FindCorners(ends, OffsetOf(kCentre), mDims, n, corners);
+  const CornerOffsets offsets(mDims.x, mSlice);
+  for (i32 i = 0; i < n; ++i) {
+    const u8* holds = mHolds->mData + corners.index[i];
+    u32 closed = 0;
+    for (int k = 0; k < 8; ++k) closed |= (holds[offsets.at[k]] ^ 1u) << k;
+    blocks[i] = {.base = corners.index[i],
+                 .closed = static_cast<u8>(closed),
+                 .fx = corners.fraction[0].v[i],
+                 .fy = corners.fraction[1].v[i],
+                 .fz = corners.fraction[2].v[i]};
+  }
+}
+
+/// The blocks that the inner cells of a row ask, by paths back from their centres.
+void ConservativeAdvection::TraceInnerRow(const Flow& flow, i32 y, i32 z) {
+  RowVectors start, k1, ends;
+  for (i32 x = 1; x < mDims.x - 1; x += kRowChunk) {
+    const i32 n = std::min(kRowChunk, mDims.x - 1 - x), first = mHolds->Index(x, y, z);
+    for (i32 i = 0; i < n; ++i) start.Set(i, {x + i + 0.5, y + 0.5, z + 0.5});
+    VelocityAtSamples(flow.velocity, kCentre, x, y, z, n, k1);
+    TraceRow(flow.velocity, start, k1, -flow.step / mCellSize, flow.order, n, ends);
+    PlaceBlocks(flow, ends, n, mBlocks->mData + first);
+  }
+}
+
+void ConservativeAdvection::RecordBackward(const Flow& flow) {
+  ForEachLayer(flow, [&](i32 z) {
+    for (i32 y = 0; y < mDims.y; ++y) {
+      const bool isBorder = z == 0 || z == mDims.z - 1 || y == 0 || y == mDims.y - 1;
+      if (!isBorder) TraceInnerRow(flow, y, z);
+      // Cells in solids and in the outermost layer keep what they hold.
+      const i32 first = mHolds->Index(0, y, z), last = first + mDims.x - 1;
+      for (i32 c = first; c <= last; ++c)
+        if (!mMoves->mData[c]) mBlocks->mData[c] = Contribution::Only(c);
+    }
+  });
+}
+
+/// Adds up what the cells of a slab ask for, each in its turn.
+void ConservativeAdvection::AskSlab(i32 slab) {
+  const i32 slabs = static_cast<i32>(mSlabs.size());
+  const IndexRange layers = PartOf(slab, slabs, 0, mDims.z);
+  const Contribution *first = mBlocks->mData + layers.first * mSlice,
+                     *last = mBlocks->mData + layers.last * mSlice;
+  i32 low = mAsked->mCount, high = 0;
+  for (const Contribution* block = first; block != last; ++block) {
+    low = std::min(low, block->base);
+    high = std::max(high, block->base);
+  }
+  Slab& s = mSlabs[slab];
+  s.layers = {low / mSlice, std::min(high / mSlice + 2, mDims.z)};
+  s.asked.assign(i64{s.layers.last - s.layers.first} * mSlice, 0.0);
+  double* asked = s.asked.data() - i64{s.layers.first} * mSlice;
+  const CornerOffsets corners(mDims.x, mSlice);
+  for (const Contribution* block = first; block != last; ++block)
+    ForEachCorner(*block, corners, [&](i32 k, double w) { asked[k] += w; });
+}
+
+/// How much of every cell is asked for. The outermost layer gives without limit.
+void ConservativeAdvection::FindAsked(const Flow& flow, const EGrid<double>& source) {
+  ForEachBlock(static_cast<i32>(mSlabs.size()), flow.threads, [&](i32 slab) { AskSlab(slab); });
+  double* all = mAsked->mData;
+  mLeft = SumBlocks(mDims.z, 1, flow.threads, [&](i64 z, i64) {
+    double* asked = all + z * mSlice;
+    std::fill_n(asked, mSlice, 0.0);
+    for (const Slab& slab : mSlabs) {
+      if (z < slab.layers.first || z >= slab.layers.last) continue;
+      const double* part = slab.asked.data() + (z - slab.layers.first) * mSlice;
+      for (i32 i = 0; i < mSlice; ++i) asked[i] += part[i];
+    }
+    double left = 0;
+    for (i32 y = 0; y < mDims.y; ++y)
+      for (i32 x = 0; x < mDims.x;
+           x += IsBorder({1, y, static_cast<i32>(z)}) ? 1 : std::max(1, mDims.x - 1)) {
+        const i32 i = y * mDims.x + x;
+        left -= (asked[i] - 1) * (source[z * mSlice + i] - flow.nothing);
+        asked[i] = 1;
+      }
+    return left;
+  });
+}
+
+/// Cells that aren't asked for all they hold send the rest where the flow goes.
+void ConservativeAdvection::RecordForward(const Flow& flow) {
+  const double* asked = mAsked->mData;
+  ForEachLayer(flow, [&](i32 z) {
+    std::vector<ForwardContribution>& list = mForward[z];
+    list.clear();
+    IndexRange& reach = mReach[z] = {mDims.z, 0};
+    if (z == 0 || z == mDims.z - 1) return;
+    RowVectors start;
+    i32 cells[kRowChunk], n = 0;
+    for (i32 y = 1; y < mDims.y - 1; ++y)
+      for (i32 x = 1; x < mDims.x - 1; ++x) {
+        const i32 c = mHolds->Index(x, y, z);
+        if (!(asked[c] < 1 - kTrace) || !mMoves->mData[c]) continue;
+        start.Set(n, {x + 0.5, y + 0.5, z + 0.5});
+        cells[n++] = c;
+        if (n < kRowChunk) continue;
+        SendForward(flow, start, cells, n, z);
+        n = 0;
+      }
+    SendForward(flow, start, cells, n, z);
+    for (const ForwardContribution& forward : list) {
+      mAsked->mData[forward.cell] = 1;
+      reach.first = std::min(reach.first, forward.block.base / mSlice);
+      reach.last = std::max(reach.last, forward.block.base / mSlice + 2);
+    }
+  });
+}
+
+void ConservativeAdvection::SendForward(const Flow& flow, const RowVectors& start, const i32* cells,
+                                        i32 n, i32 z) {
+  RowVectors k1, ends;
+  Contribution blocks[kRowChunk];
+  SampleVelocity(flow.velocity, start, n, k1);
+  TraceRow(flow.velocity, start, k1, flow.step / mCellSize, flow.order, n, ends);
+  PlaceBlocks(flow, ends, n, blocks);
+  const CornerOffsets corners(mDims.x, mSlice);
+  for (i32 i = 0; i < n; ++i) {
+    ForwardContribution forward{
+        .cell = cells[i], .amount = 1.0 - mAsked->mData[cells[i]], .block = blocks[i]};
+    // Enclosed by solids on all sides: it keeps the rest.
+    if (IsEmpty(forward.block, corners)) forward.block = Contribution::Only(cells[i]);
+    // Beyond an open side the flow takes along all that nobody inside asks for.
+    bool leaves = false;
+    ForEachCorner(forward.block, corners,
+                  [&](i32 corner, double w) { leaves |= w > 0 && !mMoves->mData[corner]; });
+    if (leaves) forward.block = Contribution::None(cells[i]);
+    mForward[z].push_back(forward);
+  }
+}
+
+/// What every cell asks for, of what the field and the volume hold, in the share that each giver
+/// can spare. The outermost layer keeps what it holds, whatever is asked of it.
+void ConservativeAdvection::Gather(const Flow& flow, const double* source, const Carried& to) {
+  Given* given = mGiven->mData;
+  ForEachLayer(flow, [&](i32 z) {
+    const double *asked = mAsked->mData, *held = mVolume->mData;
+    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
+      const double share = asked[c] > 0 ? 1 / asked[c] : 1.0;
+      given[c] = Given{(source[c] - flow.nothing) * share, held[c] * share};
+    }
+  });
+  const CornerOffsets corners(mDims.x, mSlice);
+  ForEachLayer(flow, [&](i32 z) {
+    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
+      Given sum{};
+      ForEachCorner(mBlocks->mData[c], corners,
+                    [&](i32 corner, double w) { sum += given[corner] * w; });
+      to.content[c] = sum[0];
+      to.volume[c] = sum[1];
+    }
+  });
+}
+
+/// What the cells send on top of it, in cell order. What goes beyond an open side is gone.
+void ConservativeAdvection::Scatter(const Flow& flow, const Carried& to) {
+  const Given* given = mGiven->mData;
+  const CornerOffsets corners(mDims.x, mSlice);
+  ForEachLayer(flow, [&](i32 layer) {
+    const i32 first = layer * mSlice, last = first + mSlice;
+    for (i32 z = 0; z < mDims.z; ++z) {
+      if (layer < mReach[z].first || layer >= mReach[z].last) continue;
+      for (const ForwardContribution& forward : mForward[z]) {
+        const i32 base = forward.block.base;
+        if (base >= last || base + 2 * mSlice <= first) continue;
+        const Given sent = given[forward.cell] * forward.amount;
+        ForEachCorner(forward.block, corners, [&](i32 corner, double w) {
+          if (corner < first || corner >= last) return;
+          to.content[corner] += w * sent[0];
+          to.volume[corner] += w * sent[1];
+        });
+      }
+    }
+  });
+  mLeft += SumBlocks(mDims.z, 1, flow.threads, [&](i64 z, i64) {
+    double left = 0;
+    for (const ForwardContribution& forward : mForward[z])
+      if (forward.block.closed == 0xff) left += given[forward.cell][0] * forward.amount;
+    return left;
+  });
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,178 @@
+#include "fluids/advection/flux_sharpening.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "grids/fixed_blocks.h"
+#include "grids/wide_kernel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+SULVA_WIDE_KERNEL void FluxRow(const f32* spread, const double* strength, const double* volume,
+                               i32 step, i32 n, f32* __restrict flux) {
+  for (i32 i = 0; i < n; ++i) {
+    const f32 both = spread[i] + spread[i + step];
+    const f32 weight = spread[i] * spread[i + step] > 0 ? both : 0.0f;
+    const double v = volume[i] < volume[i + step] ? volume[i] : volume[i + step];
+    flux[i] =
+        static_cast<f32>((strength[i + step] - strength[i]) * v * static_cast<double>(weight));
+  }
+}
+
+/// Adds what the faces below and above bring, and what they take away.
+SULVA_WIDE_KERNEL void AddFluxes(const f32* flux, i32 step, i32 n, double* __restrict in,
+                                 double* __restrict out) {
+  for (i32 i = 0; i < n; ++i) {
+    const double below = flux[i - step], above = -flux[i];
+    in[i] += (below > 0 ? below : 0.0) + (above > 0 ? above : 0.0);
+    out[i] += (below < 0 ? -below : 0.0) + (above < 0 ? -above : 0.0);
+  }
+}
+
+/// Limits become the shares of the fluxes that they allow.
+SULVA_WIDE_KERNEL void RoomRow(const double* strength, const double* volume, const double* in,
+                               const double* out, i32 n, double* __restrict least,
+                               double* __restrict most) {
+  for (i32 i = 0; i < n; ++i) {
+    const double up = (most[i] - strength[i]) * volume[i];
+    const double down = (strength[i] - least[i]) * volume[i];
+    const double roomUp = up > 0 ? up : 0.0, roomDown = down > 0 ? down : 0.0;
+    most[i] = in[i] > roomUp ? roomUp / in[i] : 1.0;
+    least[i] = out[i] > roomDown ? roomDown / out[i] : 1.0;
+  }
+}
+
+SULVA_WIDE_KERNEL void AddLimited(const f32* flux, const double* gives, const double* takes,
+                                  i32 step, i32 n, double* __restrict sum) {
+  const auto least = [](double a, double b) { return a < b ? a : b; };
+  for (i32 i = 0; i < n; ++i) {
+    const double below = flux[i - step], above = -flux[i];
+    const double a =
+        below > 0 ? least(gives[i - step], takes[i]) : least(gives[i], takes[i - step]);
+    const double b =
+        above > 0 ? least(gives[i + step], takes[i]) : least(gives[i], takes[i + step]);
+    sum[i] += below * a + above * b;
+  }
+}
+
+}  // namespace
+
+bool FluxSharpening::Fit(const VecInt3D& dims) {
+  if (mDims != dims) Release();
+  mDims = dims;
+  const auto make = [&]<class T>(std::unique_ptr<Grid<T>>& grid) {
+    if (!grid) grid = std::make_unique<Grid<T>>(dims, kCentre);
+    return grid->mData != nullptr;
+  };
+  bool made = make(mStrength) && make(mLeast) && make(mMost);
+  for (int a = 0; a < 3; ++a) made = made && make(mSpread[a]) && make(mFlux[a]);
+  if (!made) {
+    Release();
+    return false;
+  }
+  mSlice = mStrength->mSlice;
+  return true;
+}
+
+void FluxSharpening::Release() {
+  mDims = {};
+  mStrength.reset();
+  mLeast.reset();
+  mMost.reset();
+  for (int a = 0; a < 3; ++a) {
+    mSpread[a].reset();
+    mFlux[a].reset();
+  }
+}
+
+/// Calls f(first cell) for the inner rows.
+template <class F>
+void FluxSharpening::ForEachRow(i32 threads, F&& f) const {
+  ForEachBlock(std::max(0, mDims.z - 2), threads, [&](i32 layer) {
+    for (i32 y = 1; y < mDims.y - 1; ++y) f(mStrength->Index(1, y, layer + 1));
+  });
+}
+
+void FluxSharpening::FindLimits(const Contribution* blocks, const double* source, double nothing,
+                                const double* volume, i32 threads) {
+  double* strength = mStrength->mData;
+  ForEachBlock(mDims.z, threads, [&](i32 z) {
+    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c)
+      strength[c] = volume[c] > 0 ? (source[c] - nothing) / volume[c] : 0.0;
+  });
+  const CornerOffsets corners(mDims.x, mSlice);
+  ForEachBlock(mDims.z, threads, [&](i32 z) {
+    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
+      const Contribution& block = blocks[c];
+      double low = strength[block.base], high = low;
+      if (block.closed) low = strength[c], high = low;
+      if (block.closed != 0xfe)
+        for (int k = 0; k < 8; ++k) {
+          const double v = block.closed >> k & 1 ? low : strength[block.base + corners.at[k]];
+          low = v < low ? v : low;
+          high = v > high ? v : high;
+        }
+      (*mLeast)[c] = low;
+      (*mMost)[c] = high;
+    }
+  });
+}
+
+void FluxSharpening::Run(const Contribution* blocks, const u8* moves, const Carried& field,
+                         i32 threads) {
+  FindSpreads(blocks, moves, field, threads);
+  FindFluxes(field.volume, threads);
+  FindRoom(field, threads);
+  Pass(field.content, threads);
+}
+
+void FluxSharpening::FindSpreads(const Contribution* blocks, const u8* moves, const Carried& field,
+                                 i32 threads) {
+  ForEachBlock(mDims.z, threads, [&](i32 z) {
+    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
+      const double f[3] = {blocks[c].fx, blocks[c].fy, blocks[c].fz};
+      const double whole = moves[c] && !blocks[c].closed ? 0.25 : 0.0;
+      for (int a = 0; a < 3; ++a) (*mSpread[a])[c] = static_cast<f32>(whole * f[a] * (1 - f[a]));
+      const double strength = field.volume[c] > 0 ? field.content[c] / field.volume[c] : 0.0;
+      (*mStrength)[c] = strength;
+      (*mLeast)[c] = std::min((*mLeast)[c], strength);
+      (*mMost)[c] = std::max((*mMost)[c], strength);
+    }
+  });
+}
+
+void FluxSharpening::FindFluxes(const double* volume, i32 threads) {
+  const i32 steps[3] = {1, mDims.x, mSlice};
+  // The layers below the inner ones too: their faces above count.
+  ForEachBlock(std::max(0, mDims.z - 1), threads, [&](i32 z) {
+    const i32 first = z * mSlice, n = mSlice - mDims.x;
+    for (int a = 0; a < 3; ++a)
+      FluxRow(mSpread[a]->mData + first, mStrength->mData + first, volume + first, steps[a], n,
+              mFlux[a]->mData + first);
+  });
+}
+
+void FluxSharpening::FindRoom(const Carried& field, i32 threads) {
+  const i32 steps[3] = {1, mDims.x, mSlice}, n = mDims.x - 2;
+  ForEachRow(threads, [&](i32 c) {
+    thread_local std::vector<double> in, out;
+    in.assign(n, 0.0);
+    out.assign(n, 0.0);
+    for (int a = 0; a < 3; ++a) AddFluxes(mFlux[a]->mData + c, steps[a], n, in.data(), out.data());
+    RoomRow(mStrength->mData + c, field.volume + c, in.data(), out.data(), n, mLeast->mData + c,
+            mMost->mData + c);
+  });
+}
+
+void FluxSharpening::Pass(double* content, i32 threads) {
+  const i32 steps[3] = {1, mDims.x, mSlice};
+  ForEachRow(threads, [&](i32 c) {
+    for (int a = 0; a < 3; ++a)
+      AddLimited(mFlux[a]->mData + c, mLeast->mData + c, mMost->mData + c, steps[a], mDims.x - 2,
+                 content + c);
+  });
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,52 @@
+// Evens out the volumes that cells carry, and takes their content along.
+#pragma once
+#include <memory>
+#include <vector>
+
+#include "fluids/advection/even_rows.h"
+#include "grids/grid.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A field and the volume that carries it, by cell.
+struct Carried {
+  double* content;
+  double* volume;
+};
+
+/// Volumes even out between neighbours: flows that bring them near one are found by iterating with
+/// the weights of Chebyshev's polynomials (Golub, Varga, 1961), all cells at once so that none
+/// comes first, and pass in one go, limited to what each giver has. Where solids have just covered
+/// or left cells a round leaves more than a trace, and the next ones go on with it. Cells that take
+/// no part and the outermost layer keep what they have.
+class VolumeEvening {
+ public:
+  /// False without memory.
+  bool Fit(const VecInt3D& dims);
+  void Release();
+  /// `moves` is 1 in cells that take part. Works in place; `spare` is overwritten. Nothing depends
+  /// on `threads`.
+  void Run(const u8* moves, const Carried& field, const Carried& spare, i32 threads);
+
+ private:
+  enum RowKind : u8 { kNone, kAll, kMixed };
+
+  /// Finds how far volumes are from one; returns the most.
+  double FindExcess(const double* volume);
+  void MarkRows();
+  const Potential* FindPotential();
+  void RelaxRow(i32 y, i32 z, const Potential* from, Potential weight, Potential* to) const;
+  void Pass(const Potential* potential, const Carried& from, const Carried& to);
+  EvenLine LineAt(i32 c) const { return {mMoves + c, mDims.x, mSlice, mDims.x - 2}; }
+  template <class F>
+  void ForEachRow(F&& f) const;
+
+  VecInt3D mDims{};
+  i32 mSlice = 0, mThreads = 1;
+  const u8* mMoves = nullptr;
+  std::vector<u8> mRows;  ///< kinds, by y and z
+  std::unique_ptr<Grid<Potential>> mExcess, mPotential[2];
+  std::unique_ptr<Grid<double>> mShare, mStrength;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
