@@ -51,8 +51,10 @@ class ConservativeAdvection {
 
  private:
   using Field = std::unique_ptr<Grid<double>>;
-  /// Content and volume that a cell gives away, for one load.
-  typedef double Given __attribute__((vector_size(16), may_alias));
+  /// What a cell gives away, side by side for one load.
+  struct Given {
+    double content, volume;
+  };
   /// What the blocks of a slab of layers ask of each cell, over the layers that they touch.
   struct Slab {
     IndexRange layers;

@@ -1,4 +1,6 @@
 // Who gives what to whom in a step that keeps the total of a field.
+#include <cstring>
+
 #include "fluids/advection/conservative_advection.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -7,6 +9,8 @@ namespace {
 
 constexpr double kPushOutMargin = 0.001;
 constexpr double kTrace = 1e-12;  // of a cell: what rounding leaves of it
+
+typedef double Pair __attribute__((vector_size(16)));
 
 /// Whether no corner has a weight.
 bool IsEmpty(const Contribution& block, const CornerOffsets& corners) {
@@ -177,9 +181,12 @@ void ConservativeAdvection::Gather(const Flow& flow, const double* source, const
   const CornerOffsets corners(mDims.x, mSlice);
   ForEachLayer(flow, [&](i32 z) {
     for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
-      Given sum{};
-      ForEachCorner(mBlocks->mData[c], corners,
-                    [&](i32 corner, double w) { sum += given[corner] * w; });
+      Pair sum{};
+      ForEachCorner(mBlocks->mData[c], corners, [&](i32 corner, double w) {
+        Pair pair;
+        std::memcpy(&pair, given + corner, sizeof(pair));
+        sum += pair * w;
+      });
       to.content[c] = sum[0];
       to.volume[c] = sum[1];
     }
@@ -197,11 +204,12 @@ void ConservativeAdvection::Scatter(const Flow& flow, const Carried& to) {
       for (const ForwardContribution& forward : mForward[z]) {
         const i32 base = forward.block.base;
         if (base >= last || base + 2 * mSlice <= first) continue;
-        const Given sent = given[forward.cell] * forward.amount;
+        const Given& sent = given[forward.cell];
+        const double content = sent.content * forward.amount, volume = sent.volume * forward.amount;
         ForEachCorner(forward.block, corners, [&](i32 corner, double w) {
           if (corner < first || corner >= last) return;
-          to.content[corner] += w * sent[0];
-          to.volume[corner] += w * sent[1];
+          to.content[corner] += w * content;
+          to.volume[corner] += w * volume;
         });
       }
     }
@@ -209,7 +217,7 @@ void ConservativeAdvection::Scatter(const Flow& flow, const Carried& to) {
   mLeft += SumBlocks(mDims.z, 1, flow.threads, [&](i64 z, i64) {
     double left = 0;
     for (const ForwardContribution& forward : mForward[z])
-      if (forward.block.closed == 0xff) left += given[forward.cell][0] * forward.amount;
+      if (forward.block.closed == 0xff) left += given[forward.cell].content * forward.amount;
     return left;
   });
 }
