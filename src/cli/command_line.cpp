@@ -1,11 +1,18 @@
 #include "cli/command_line.h"
 
+#include <cxxabi.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <new>
+#include <string_view>
 #include <system_error>
+#include <typeinfo>
 
 #include "cli/command_cache.h"
 #include "cli/command_cache_setup.h"
@@ -377,6 +384,21 @@ int Dispatch(int argc, char** argv) {
   return RunNew(options.newName, options.newFile);
 }
 
+/// Libraries that run out of memory where nothing can be caught end the program here: what lies on
+/// the disk is as whole as behind a kill. Nothing here may allocate.
+[[noreturn]] void EndUncaught() {
+  const std::type_info* type = abi::__cxa_current_exception_type();
+  if (!type || *type != typeid(std::bad_alloc)) {
+    __gnu_cxx::__verbose_terminate_handler();
+    std::abort();
+  }
+  constexpr std::string_view kText =
+      "error: out of memory: the system gives no more to a library, of volume files most likely; "
+      "raise cell_size, or export fewer grids; --resume goes on behind the newest state\n";
+  [[maybe_unused]] const ssize_t ignored = ::write(STDERR_FILENO, kText.data(), kText.size());
+  ::_exit(kExitMemory);
+}
+
 /// An answer that doesn't reach its reader is a file that can't be written.
 int FinishAnswer(int code) {
   if (std::cout.flush() && std::fflush(stdout) == 0 && !std::ferror(stdout)) return code;
@@ -386,8 +408,11 @@ int FinishAnswer(int code) {
 
 }  // namespace
 
+void SettleUncaught() { std::set_terminate(EndUncaught); }
+
 int Main(int argc, char** argv) {
   host::SettleStandardDescriptors();
+  SettleUncaught();
   // A file beyond the system's limit is a failed write, not the end of the program.
   std::signal(SIGXFSZ, SIG_IGN);
   try {

@@ -7,4 +7,8 @@ namespace MELDO_GLOBAL::app {
 /// standard error.
 int Main(int argc, char** argv);
 
+/// From here on, memory that runs out where no exception gets through ends the program with a
+/// sentence and kExitMemory instead of an abort.
+void SettleUncaught();
+
 }  // namespace MELDO_GLOBAL::app

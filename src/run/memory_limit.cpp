@@ -86,23 +86,43 @@ std::string FormatBytes(double bytes) {
                       : fmt::format("{:.0f} {}", bytes, unit);
 }
 
-double EstimateGridMemory(const Scene& scene, double cells) {
-  double bytes = 0;
+namespace {
+
+/// Calls f(object, bytes) for every object that takes part.
+template <class F>
+void ForEachWant(const Scene& scene, double cells, F&& f) {
   for (i32 list = 1; list <= 11; ++list)
     for (const auto& [id, object] : scene.List(list)) {
       if (!object->Has(FLAG_ENABLED)) continue;
-      bytes += object->MemoryPerCell() * cells;
+      double bytes = object->MemoryPerCell() * cells;
       for (const auto& part : object->mParts) bytes += part->Memory();
+      f(*object, bytes);
     }
-  return bytes;
+}
+
+}  // namespace
+
+double EstimateGridMemory(const Scene& scene, double cells) {
+  double sum = 0;
+  ForEachWant(scene, cells, [&](const iBase&, double bytes) { sum += bytes; });
+  return sum;
+}
+
+MemoryWant LargestWant(const Scene& scene, double cells) {
+  MemoryWant largest;
+  ForEachWant(scene, cells, [&](const iBase& object, double bytes) {
+    if (bytes > largest.bytes) largest = {&object, bytes};
+  });
+  return largest;
 }
 
 MemoryGuard::MemoryGuard(u64 limit) : mLimit(limit) { SetGridMemoryLimit(limit); }
 MemoryGuard::~MemoryGuard() { SetGridMemoryLimit(0); }
 
-void MemoryGuard::Refuse(const std::string& what, double cells, double bytes, const Scene& scene) {
+void MemoryGuard::Refuse(const std::string& what, const std::string& share, double cells,
+                         double bytes, const Scene& scene) {
   const double limit = static_cast<double>(mLimit);
-  mRefusal = fmt::format("out of memory: {} need about {}, ", what, FormatBytes(bytes));
+  mRefusal = fmt::format("out of memory: {} need about {}{}, ", what, FormatBytes(bytes), share);
   if (bytes > limit) {
     mRefusal += fmt::format("the limit is {}", FormatBytes(limit));
   } else if (cells > kMostCells) {
@@ -132,8 +152,13 @@ bool MemoryGuard::Allows(const Scene& scene, const Vec3d& min, const Vec3d& max)
   const double count = cells.x * cells.y * cells.z;
   const double bytes = EstimateGridMemory(scene, count);
   if (count <= kMostCells && bytes <= static_cast<double>(mLimit)) return true;
-  Refuse(fmt::format("{:.0f} x {:.0f} x {:.0f} cells", cells.x, cells.y, cells.z), count, bytes,
-         scene);
+  const MemoryWant largest = LargestWant(scene, count);
+  const std::string share = largest.object
+                                ? fmt::format(", {} of it for '{}'", FormatBytes(largest.bytes),
+                                              Shown(largest.object->mName))
+                                : "";
+  Refuse(fmt::format("{:.0f} x {:.0f} x {:.0f} cells", cells.x, cells.y, cells.z), share, count,
+         bytes, scene);
   return false;
 }
 
@@ -144,7 +169,7 @@ bool MemoryGuard::CheckGrids(const Scene& scene) {
   const std::string owner = RefusedOwner();
   Refuse(fmt::format("grids with one more of {} x {} x {} samples{}", d.x, d.y, d.z,
                      owner.empty() ? "" : fmt::format(", for '{}',", Shown(owner))),
-         double(d.x) * d.y * d.z, refused.bytes, scene);
+         "", double(d.x) * d.y * d.z, refused.bytes, scene);
   return false;
 }
 

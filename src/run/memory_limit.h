@@ -19,6 +19,14 @@ std::string FormatBytes(double bytes);
 /// that live at once at the peak of a step.
 double EstimateGridMemory(const MELDO_SULVA::Scene& scene, double cells);
 
+/// What one object takes of that.
+struct MemoryWant {
+  const MELDO_SULVA::iBase* object = nullptr;
+  double bytes = 0;
+};
+/// The object that takes most; none where no object takes any.
+MemoryWant LargestWant(const MELDO_SULVA::Scene& scene, double cells);
+
 /// Holds a run to its memory: looks at every box before the grids of a scene grow to it, and limits
 /// the grids together, as it lives.
 class MemoryGuard {
@@ -38,7 +46,9 @@ class MemoryGuard {
   const std::string& Refusal() const { return mRefusal; }
 
  private:
-  void Refuse(const std::string& what, double cells, double bytes, const MELDO_SULVA::Scene& scene);
+  /// `share`: what the largest part of it is for, or nothing.
+  void Refuse(const std::string& what, const std::string& share, double cells, double bytes,
+              const MELDO_SULVA::Scene& scene);
   void AddAdvice(const MELDO_SULVA::Scene& scene);
 
   u64 mLimit;
