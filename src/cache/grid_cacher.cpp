@@ -7,6 +7,7 @@
 
 #include "cache/cache_rows.h"
 #include "fluids/emission/channel_kinds.h"
+#include "fluids/fields/field_unit.h"
 #include "fluids/flow/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/node_kind.h"
@@ -113,16 +114,6 @@ GridCacher::Grids GridCacher::GridsOf(iBase& object) {
   return grids;
 }
 
-const char* GridCacher::UnitOf(const iBase& object) {
-  if (dynamic_cast<const iFluidSolver*>(&object)) return "m/s";
-  if (dynamic_cast<const VolumeBase*>(&object)) return "m";
-  switch (object.GetTypeId()) {
-    case kTypeLevelsetChannel: return "m";
-    case kTypeTemperatureChannel: return "K";
-    default: return "1";
-  }
-}
-
 bool GridCacher::Place(iBase& object, const StoredGrid& stored) {
   const auto place = [&](auto& channel) {
     channel.mCachedLayout = stored.layout;
@@ -191,7 +182,9 @@ void GridCacher::WriteFrame() {
     file.WriteChunkEnd();
   }
   CacheOrigin origin = OriginOfFrame();
-  for (const iBase* object : mObjects) origin.objects.push_back({object->mName, UnitOf(*object)});
+  for (const iBase* object : mObjects)
+    origin.objects.push_back(
+        {object->mName, UnitOfField(object->GetTypeId(), object->GetListIndex())});
   WriteOrigin(file, origin);
   if (!file.Close()) return Fail(file.Error());
   mWritten.push_back({path, file.Size(), file.Sum()});

@@ -33,8 +33,6 @@ class GridCacher : public Cache_OperatorBase {
   static Grids GridsOf(iBase& object);
   /// Makes the object take the place of a stored grid in this frame.
   static bool Place(iBase& object, const StoredGrid& stored);
-  /// Of the values in an object's grids.
-  static const char* UnitOf(const iBase& object);
   void WriteFrame();
   /// The file that is played has what these grids of the objects would give another.
   bool HoldsAll(const std::vector<Grids>& all) const;

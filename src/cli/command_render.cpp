@@ -15,6 +15,8 @@
 #include "host/polygon_object.h"
 #include "host/render_objects.h"
 #include "host/worker_pool.h"
+#include "io/export_origin.h"
+#include "io/field.h"
 #include "io/measure.h"
 #include "nodes/media.h"
 #include "render/exr_file.h"
@@ -277,11 +279,12 @@ class PictureRun {
     CheckGasMemory(frame);
     for (std::size_t i = 0; i < mWasDrawn.size(); ++i)
       mWasDrawn[i] = mWasDrawn[i] || picture.isDrawn[i];
+    const FileTexts texts = OriginOf(frame);
     for (const std::string& file : mSpec.files) {
       const fs::path path = mOut / host::FrameFileName(file, frame);
       WriteFileAtomically(path, path.extension() == ".exr"
-                                    ? EncodeExr(picture)
-                                    : EncodePng(ToneMap(picture, *mSpec.settings)));
+                                    ? EncodeExr(picture, texts)
+                                    : EncodePng(ToneMap(picture, *mSpec.settings), texts));
     }
     mPictures.Add(SecondsSince(start));
     const double left = SecondsLeft(0);
@@ -289,6 +292,24 @@ class PictureRun {
         frame, {SecondsSince(start), picture.setUpSeconds, static_cast<double>(picture.samples)},
         left);
     return true;
+  }
+
+  /// What a picture tells: the fields that its materials draw, and the frame.
+  FileTexts OriginOf(i32 frame) const {
+    std::vector<StoredObject> fields;
+    std::set<host::NodeId> listed;
+    for (const host::BaseNode* medium : mSpec.media)
+      for (const auto& [id, value] : medium->Values()) {
+        const auto* link = std::get_if<host::Link>(&value);
+        const host::BaseNode* node = link ? mScene.document->Find(link->node) : nullptr;
+        if (node && listed.insert(node->Id()).second)
+          fields.push_back({node->Name(), UnitOf(*node)});
+      }
+    // The clock of the simulation stands elsewhere where frames are played instead of simulated,
+    // and the picture is the same.
+    const ExportOrigin origin{SULVA_VERSION, frame, std::nullopt, mScene.document->fps,
+                              mScene.simulation};
+    return TextsOf(origin, fields);
   }
 
   double SecondsLeft(double partOfPicture) const {

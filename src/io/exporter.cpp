@@ -154,8 +154,8 @@ Exporter::Exporter(std::vector<ExportSpec> exports, fs::path folder, u64 simulat
 std::vector<WrittenFile> Exporter::Write(i32 frame, const Scenes& scenes) const {
   std::vector<WrittenFile> written;
   for (const ExportSpec& spec : mExports) {
-    const std::string bytes =
-        spec.format == "vdb" ? EncodeVolumes(spec, frame, scenes) : EncodePicture(spec, scenes);
+    const std::string bytes = spec.format == "vdb" ? EncodeVolumes(spec, frame, scenes)
+                                                   : EncodePicture(spec, frame, scenes);
     const fs::path path = mFolder / host::FrameFileName(spec.file, frame);
     WriteFileAtomically(path, bytes);
     written.push_back({path, bytes.size(), ChecksumOf(bytes)});
@@ -168,18 +168,23 @@ std::string Exporter::EncodeVolumes(const ExportSpec& spec, i32 frame, const Sce
   for (const auto& [name, node] : spec.grids) {
     if (const std::optional<Field> field = FieldAt(scenes, node)) fields.push_back({name, *field});
   }
-  const SulvaScene& scene = *scenes.front();
-  return EncodeVdb(
-      fields, {SULVA_VERSION, frame, scene.mTime.elapsed, scene.GetDocument()->fps, mSimulation});
+  return EncodeVdb(fields, OriginOf(frame, scenes));
 }
 
-std::string Exporter::EncodePicture(const ExportSpec& spec, const Scenes& scenes) const {
+ExportOrigin Exporter::OriginOf(i32 frame, const Scenes& scenes) const {
+  const SulvaScene& scene = *scenes.front();
+  return {SULVA_VERSION, frame, scene.mTime.elapsed, scene.GetDocument()->fps, mSimulation};
+}
+
+std::string Exporter::EncodePicture(const ExportSpec& spec, i32 frame, const Scenes& scenes) const {
   PictureContent content;
+  std::vector<StoredObject> shown;
   bool isFirst = true;
   for (const auto& [name, node] : spec.grids) {
     const Found found = Find(scenes, node);
     const std::optional<Field> field = found.object ? FieldOf(*found.object) : std::nullopt;
     if (!field) continue;
+    shown.push_back({found.object->mName, field->unit});
     if (!content.scene) content.scene = found.scene;
     content.Add(*field, isFirst);
     isFirst = false;
@@ -190,7 +195,8 @@ std::string Exporter::EncodePicture(const ExportSpec& spec, const Scenes& scenes
   const double h = scene.mDomain.cellSize;
   const Box box = SolverBox(scene).value_or(content.content.value_or(Box{{}, {h, h, h}}));
   PreviewView view{box.min, box.max, h, spec.axis == 'x' ? 0 : spec.axis == 'y' ? 1 : 2};
-  return EncodePng(DrawPreview(view, content.layers, content.solids));
+  return EncodePng(DrawPreview(view, content.layers, content.solids),
+                   TextsOf(OriginOf(frame, scenes), shown));
 }
 
 }  // namespace MELDO_GLOBAL::app

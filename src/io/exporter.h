@@ -7,6 +7,7 @@
 
 #include "cache/hyper_file.h"
 #include "framework/sulva_scene.h"
+#include "io/export_origin.h"
 #include "io/field.h"
 #include "io/png_preview.h"
 #include "scene/scene_file.h"
@@ -27,7 +28,8 @@ class Exporter {
 
  private:
   std::string EncodeVolumes(const ExportSpec& spec, i32 frame, const Scenes& scenes) const;
-  std::string EncodePicture(const ExportSpec& spec, const Scenes& scenes) const;
+  std::string EncodePicture(const ExportSpec& spec, i32 frame, const Scenes& scenes) const;
+  ExportOrigin OriginOf(i32 frame, const Scenes& scenes) const;
 
   std::vector<ExportSpec> mExports;
   std::filesystem::path mFolder;

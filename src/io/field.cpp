@@ -1,6 +1,7 @@
 #include "io/field.h"
 
 #include "fluids/fields/channel.h"
+#include "fluids/fields/field_unit.h"
 #include "fluids/flow/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "nodes/catalogue.h"
@@ -18,8 +19,6 @@ Field FieldOfScalar(const ScalarChannel& channel) {
   Field field;
   field.kind =
       channel.GetTypeId() == kTypeLevelsetChannel ? Field::Kind::LevelSet : Field::Kind::Scalar;
-  if (field.kind == Field::Kind::LevelSet) field.unit = "m";
-  if (channel.GetTypeId() == kTypeTemperatureChannel) field.unit = "K";
   field.grids[0] = channel.GetGrid(0);
   field.valueMax = channel.mValueMax;
   field.isHeat =
@@ -30,7 +29,6 @@ Field FieldOfScalar(const ScalarChannel& channel) {
 Field FieldOfVector(const VectorChannel& channel, Field::Kind kind) {
   Field field;
   field.kind = kind;
-  if (kind == Field::Kind::Velocity) field.unit = "m/s";
   for (i32 i = 0; i < 3; ++i) field.grids[i] = channel.GetGrid(i);
   field.valueMax = std::max({channel.mValueMax.x, channel.mValueMax.y, channel.mValueMax.z});
   return field;
@@ -39,7 +37,6 @@ Field FieldOfVector(const VectorChannel& channel, Field::Kind kind) {
 Field FieldOfVolume(iVolume& volume) {
   Field field;
   field.kind = Field::Kind::LevelSet;
-  field.unit = "m";
   std::vector<VolumeBase*> members;
   volume.CollectMembers(members);
   for (const VolumeBase* member : members) {
@@ -66,7 +63,10 @@ std::optional<Field> FieldOf(iBase& object) {
   } else if (auto* volume = dynamic_cast<iVolume*>(&object)) {
     field = FieldOfVolume(*volume);
   }
-  if (field) field->cellSize = object.GetDomain().cellSize;
+  if (field) {
+    field->unit = UnitOfField(object.GetTypeId(), object.GetListIndex());
+    field->cellSize = object.GetDomain().cellSize;
+  }
   return field;
 }
 
@@ -74,6 +74,7 @@ std::optional<Field> EmptyFieldOf(const host::BaseNode& node, f32 cellSize) {
   const NodeKind* kind = FindKind(node.Type());
   if (!kind) return {};
   Field field;
+  field.unit = UnitOf(node);
   field.cellSize = cellSize;
   switch (kind->list) {
     case kListChannels:
@@ -83,6 +84,11 @@ std::optional<Field> EmptyFieldOf(const host::BaseNode& node, f32 cellSize) {
     case kListGeometry: field.kind = Field::Kind::LevelSet; return field;
     default: return {};
   }
+}
+
+const char* UnitOf(const host::BaseNode& node) {
+  const NodeKind* kind = FindKind(node.Type());
+  return kind ? UnitOfField(kind->typeId, kind->list) : "";
 }
 
 }  // namespace MELDO_GLOBAL::app

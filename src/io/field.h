@@ -38,4 +38,7 @@ std::optional<Field> FieldOf(MELDO_SULVA::iBase& object);
 /// kind without fields.
 std::optional<Field> EmptyFieldOf(const host::BaseNode& node, f32 cellSize);
 
+/// The unit of a node's field; empty for a node without one.
+const char* UnitOf(const host::BaseNode& node);
+
 }  // namespace MELDO_GLOBAL::app

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "host/types.h"
+#include "io/export_origin.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -14,8 +15,8 @@ struct Picture {
   std::vector<u8> rgb;
 };
 
-/// The bytes of a PNG file; equal pictures give equal bytes. Throws CommandError (kExitMemory)
-/// where the encoder runs out of memory.
-std::string EncodePng(const Picture& picture);
+/// The bytes of a PNG file with texts; equal pictures and texts give equal bytes. Throws
+/// CommandError (kExitMemory) where the encoder runs out of memory.
+std::string EncodePng(const Picture& picture, const FileTexts& texts = {});
 
 }  // namespace MELDO_GLOBAL::app

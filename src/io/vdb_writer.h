@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "io/export_origin.h"
 #include "io/field.h"
 
 namespace MELDO_GLOBAL::app {
@@ -16,15 +17,6 @@ namespace MELDO_GLOBAL::app {
 struct NamedField {
   std::string name;
   Field field;
-};
-
-/// What a file says of where it comes from.
-struct VolumeOrigin {
-  std::string version;  ///< of the program
-  i32 frame = 0;
-  double seconds = 0;  ///< of the simulation
-  double fps = 0;
-  u64 simulation = 0;  ///< fingerprint of what was simulated
 };
 
 /// Half the width of the band of a level set in which distances are exact, in cells.
@@ -36,6 +28,6 @@ inline constexpr int kLevelSetBand = 3;
 /// whole container. A field without a grid gives an empty volume. The file's identifier is made
 /// from its content: equal fields give equal bytes. Each volume has its origin, the unit of its
 /// values and that of lengths as metadata.
-std::string EncodeVdb(const std::vector<NamedField>& fields, const VolumeOrigin& origin = {});
+std::string EncodeVdb(const std::vector<NamedField>& fields, const ExportOrigin& origin = {});
 
 }  // namespace MELDO_GLOBAL::app

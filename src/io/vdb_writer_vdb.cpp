@@ -280,19 +280,19 @@ void ReplaceIdentifier(std::string& bytes) {
   bytes.replace(kIdOffset, kIdLength, text);
 }
 
-void Describe(openvdb::GridBase& grid, const Field& field, const VolumeOrigin& origin) {
+void Describe(openvdb::GridBase& grid, const Field& field, const ExportOrigin& origin) {
   grid.setCreator("Sulva");
   grid.insertMeta("version", openvdb::StringMetadata(origin.version));
   grid.insertMeta("fingerprint",
                   openvdb::StringMetadata(fmt::format("{:016x}", origin.simulation)));
   grid.insertMeta("frame", openvdb::Int32Metadata(origin.frame));
-  grid.insertMeta("time", openvdb::DoubleMetadata(origin.seconds));
+  if (origin.seconds) grid.insertMeta("time", openvdb::DoubleMetadata(*origin.seconds));
   grid.insertMeta("fps", openvdb::DoubleMetadata(origin.fps));
   grid.insertMeta("unit", openvdb::StringMetadata(field.unit));
   grid.insertMeta("length_unit", openvdb::StringMetadata("m"));
 }
 
-std::string EncodeGrids(const std::vector<NamedField>& fields, const VolumeOrigin& origin) {
+std::string EncodeGrids(const std::vector<NamedField>& fields, const ExportOrigin& origin) {
   openvdb::initialize();
   openvdb::GridCPtrVec grids;
   for (const NamedField& named : fields) {
@@ -316,7 +316,7 @@ std::string EncodeGrids(const std::vector<NamedField>& fields, const VolumeOrigi
 
 }  // namespace
 
-std::string EncodeVdb(const std::vector<NamedField>& fields, const VolumeOrigin& origin) {
+std::string EncodeVdb(const std::vector<NamedField>& fields, const ExportOrigin& origin) {
   try {
     return EncodeGrids(fields, origin);
   } catch (const openvdb::Exception& error) {

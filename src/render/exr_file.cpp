@@ -5,6 +5,7 @@
 #include <OpenEXR/ImfHeader.h>
 #include <OpenEXR/ImfIO.h>
 #include <OpenEXR/ImfOutputFile.h>
+#include <OpenEXR/ImfStringAttribute.h>
 
 #include <algorithm>
 #include <array>
@@ -61,13 +62,14 @@ constexpr float kLargestHalf = HALF_MAX;
 
 }  // namespace
 
-std::string EncodeExr(const RenderedPicture& picture) {
+std::string EncodeExr(const RenderedPicture& picture, const FileTexts& texts) {
   const std::size_t count = picture.pixels.size();
   const auto width = static_cast<std::size_t>(picture.width);
   std::vector<half> halves(kHalfChannels.size() * count);
   std::vector<float> depths(count);
   Imf::Header header(picture.width, picture.height);
   header.compression() = Imf::ZIP_COMPRESSION;
+  for (const auto& [key, text] : texts) header.insert(key, Imf::StringAttribute(text));
   Imf::FrameBuffer buffer;
   for (std::size_t c = 0; c < kHalfChannels.size(); ++c) {
     half* plane = halves.data() + c * count;

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "cli/command_line.h"
 #include "host/exit_codes.h"
 #include "host/file_limit.h"
 #include "io/json_line.h"
@@ -296,6 +297,27 @@ TEST(Preview, SmokeIsBrightOnDarkWithYUpAndTheSameExposureInEveryBox) {
             Brightness(side, side.width * 7 / 8, side.height / 2 - 20) + 50);
 }
 
+TEST(Png, TextsAreReadAsTheyWereWritten) {
+  const Picture picture{1, 1, {1, 2, 3}};
+  const FileTexts texts = {{"sulva:fields", "rauch \xc3\xa4 [1]"}, {"sulva:frame", "-7"}};
+  const std::string bytes = EncodePng(picture, texts);
+  EXPECT_EQ(DecodePng(bytes).rgb, picture.rgb);
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  std::istringstream in(bytes);
+  png_set_read_fn(png, &in, [](png_structp reader, png_bytep to, png_size_t count) {
+    static_cast<std::istream*>(png_get_io_ptr(reader))
+        ->read(reinterpret_cast<char*>(to), static_cast<std::streamsize>(count));
+  });
+  png_read_info(png, info);
+  png_textp found = nullptr;
+  FileTexts read;
+  const int count = png_get_text(png, info, &found, nullptr);
+  for (int i = 0; i < count; ++i) read.emplace_back(found[i].key, found[i].text);
+  EXPECT_EQ(read, texts);
+  png_destroy_read_struct(&png, &info, nullptr);
+}
+
 TEST(Preview, LargeBoxesAreDrawnCoarserWithTheSameBrightness) {
   GridLayout layout;
   layout.Set({64, 64, 64}, {64, 64, 64}, 0.01f, {0, 0, 0});
@@ -332,6 +354,18 @@ TEST(Memory, GridsBeyondTheLimitHaveNoData) {
   EXPECT_FALSE(vast.mData);
   EXPECT_DOUBLE_EQ(RefusedGrid().bytes, 8e15 + static_cast<double>(before));
   SetGridMemoryLimit(0);
+}
+
+TEST(Memory, ThatRunsOutWhereNothingCatchesEndsWithASentence) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto end = [](void (*fault)()) {
+    SettleUncaught();
+    [&]() noexcept { fault(); }();
+  };
+  EXPECT_EXIT(end([] { throw std::bad_alloc(); }), testing::ExitedWithCode(6),
+              "error: out of memory: ");
+  EXPECT_EXIT(end([] { throw std::runtime_error("odd"); }), testing::KilledBySignal(SIGABRT),
+              "odd");
 }
 
 TEST(Memory, SizesReadWell) {

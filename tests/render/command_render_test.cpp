@@ -100,8 +100,13 @@ TEST_F(RenderCommand, PlaysCachesWithoutSimulating) {
   const std::string run = Out("run"), plain = Out("plain");
   Run({Out("smoke.json"), "--out", run});
 
-  const Answer simulated = Render({"--frames", "5:6", "--out", plain}, "smoke.json");
+  const Answer simulated = Render({"--frames", "5:6", "--out", plain, "--exr"}, "smoke.json");
   ASSERT_EQ(simulated.code, kExitDone) << simulated.err;
+  for (const char* file : {"plain/render/0005.png", "plain/render/0005.exr"}) {
+    const std::string bytes = Read(folder / file);
+    for (const char* text : {"sulva:fields", "smoke [1]", "sulva:fingerprint", "sulva:frame"})
+      EXPECT_NE(bytes.find(text), std::string::npos) << text << " in " << file;
+  }
   const Answer played = Render({"--frames", "5:6", "--out", run, "--cached"}, "smoke.json");
   ASSERT_EQ(played.code, kExitDone) << played.err;
   EXPECT_EQ(played.err.find("frame 3"), std::string::npos) << "no frame before is evaluated";
@@ -137,8 +142,14 @@ TEST_F(RenderCommand, GoesOnBehindACheckpoint) {
       Render({"--frames", "6", "--set", "scene.cell_size=0.25", "--out", Out("run")}, "smoke.json");
   EXPECT_EQ(coarser.err.find("going on"), std::string::npos) << coarser.err;
 
-  // Lights are no part of a simulation, but a checkpoint knows the number of nodes.
-  text.replace(text.find("{ \"position\": [300, 300, 100] }"), 0, "{}, ");
+  // Lights are no part of a simulation, and may be renamed.
+  text.replace(text.find("{ \"position\": [300, 300, 100] }"), 2, "{ \"name\": \"sun\", ");
+  std::ofstream(folder / "smoke.json") << text;
+  const Answer renamed = Render({"--frames", "6", "--out", Out("run")}, "smoke.json");
+  EXPECT_NE(renamed.err.find("going on behind frame 5"), std::string::npos) << renamed.err;
+
+  // But a checkpoint knows the number of nodes.
+  text.replace(text.find("{ \"name\": \"sun\", "), 0, "{}, ");
   std::ofstream(folder / "smoke.json") << text;
   const Answer other = Render({"--frames", "6", "--out", Out("run")}, "smoke.json");
   EXPECT_EQ(other.code, kExitDone) << other.err;

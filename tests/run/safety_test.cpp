@@ -70,6 +70,7 @@ TEST_F(Safety, RunThatWasCutShortIsNotStartedOverUnasked) {
 
   // One that starts over and fails at once leaves the old one as it was.
   EXPECT_EQ(Run({"--restart", "--memory", "1M"}), 6) << folder.Errors();
+  EXPECT_TRUE(Says(" MB of it for 'gas', the limit is ")) << folder.Errors();
   EXPECT_TRUE(folder.Files("o").at("manifest.jsonl") == before.at("manifest.jsonl"));
   ASSERT_EQ(Run({"--resume"}), 0) << folder.Errors();
   EXPECT_TRUE(Says("going on behind frame "));
@@ -246,6 +247,13 @@ TEST_F(Safety, RecordingsAndVolumesTellWhoseTheyAre) {
             std::string::npos)
       << folder.Answers();
   EXPECT_NE(folder.Answers().find(simulation), std::string::npos) << simulation;
+  const std::string picture = ReadAll(folder.Path() / "o/preview/0002.png");
+  const auto carries = [&](const std::string& key, const std::string& text) {
+    return picture.find("tEXt" + key + '\0' + text) != std::string::npos;
+  };
+  EXPECT_TRUE(carries("sulva:fields", "smoke [1]") && carries("sulva:frame", "2") &&
+              carries("sulva:time", "0.08 s"));
+  EXPECT_TRUE(carries("sulva:fingerprint", head.substr(at, 16)));
 }
 
 TEST_F(Safety, FramesOfTwoSimulationsDoNotMixUnseen) {
