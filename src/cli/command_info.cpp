@@ -10,6 +10,7 @@
 #include "host/atomic_file.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
+#include "io/export_origin.h"
 #include "io/solver_info.h"
 #include "io/vdb_info.h"
 #include "run/checkpoint.h"
@@ -134,12 +135,16 @@ void PrintCheckpoint(const fs::path& path) {
   Open(file, kCheckpointIdent, path);
   CheckpointHeader header;
   if (!ReadCheckpointHeader(file, header)) Fail(file.Error());
+  const std::string fields = host::Escaped(FieldsText(header.nodes));
   const bool isStart = path.stem() == kStartCheckpoint;
   const std::string place = isStart ? "before the first frame"
                                     : fmt::format("behind frame {}; frames written so far: {}",
                                                   header.run.frame, header.run.framesWritten);
-  fmt::print("{}: a checkpoint, {}\nwritten by sulva {} {}\nscene {:016x}\n", NameOf(path),
-             FormatSize(static_cast<i64>(file.Size())), Text(header.version), place, header.scene);
+  fmt::print("{}: a checkpoint, {}\nwritten by sulva {} {}\nscene {:016x}\n{}\n", NameOf(path),
+             FormatSize(static_cast<i64>(file.Size())), Text(header.version), place, header.scene,
+             header.format == kCheckpointFormat
+                 ? fmt::format("Fields: {}", fields.empty() ? "none" : fields)
+                 : fmt::format("of format {}, which this build can't go on from", header.format));
 }
 
 void PrintVolumes(const fs::path& path) {

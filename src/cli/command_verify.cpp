@@ -77,6 +77,13 @@ class Verifier {
       } else if (header.scene != mManifest.head.fingerprint) {
         Find(fmt::format("{}: it is of the scene {:016x}, the run is of {:016x}", path.string(),
                          header.scene, mManifest.head.fingerprint));
+      } else if (header.format != kCheckpointFormat) {
+        Find(fmt::format("{}: its format is {}, and this build goes on from format {} alone",
+                         path.string(), header.format, kCheckpointFormat));
+      } else if (const std::string stem = path.stem().string();
+                 stem != kStartCheckpoint && stem != fmt::format("{:05}", header.run.frame)) {
+        Find(fmt::format("{}: it is the state behind frame {}, whatever its name says",
+                         path.string(), header.run.frame));
       }
     }
   }

@@ -29,22 +29,6 @@ double SecondsSince(std::chrono::steady_clock::time_point start) {
 
 }  // namespace
 
-void WriteCheckpointHeader(HyperFile& file, const CheckpointHeader& header) {
-  file.WriteText(header.version);
-  file.WriteLLong(static_cast<i64>(header.scene));
-  file.WriteLong(header.run.frame);
-  file.WriteLong(header.run.framesWritten);
-}
-
-bool ReadCheckpointHeader(HyperFile& file, CheckpointHeader& header) {
-  i64 scene = 0;
-  if (!file.ReadText(header.version) || !file.ReadLLong(scene) ||
-      !file.ReadLong(header.run.frame) || !file.ReadLong(header.run.framesWritten))
-    return false;
-  header.scene = static_cast<u64>(scene);
-  return true;
-}
-
 Checkpoints::Checkpoints(fs::path folder, u64 scene, const CheckpointPlan& plan, i32 kept,
                          Sync sync)
     : mFolder(std::move(folder)), mScene(scene), mPlan(plan), mKept(kept), mSync(std::move(sync)) {}
@@ -77,6 +61,14 @@ fs::path Checkpoints::PathOf(i32 frame) const {
   return mFolder / fmt::format("{:05}{}", frame, kSuffix);
 }
 
+void Checkpoints::WriteHeader(HyperFile& file, const RunState& run,
+                              const Simulation& simulation) const {
+  WriteCheckpointHeader(file, {.version = SULVA_VERSION,
+                               .scene = mScene,
+                               .run = run,
+                               .nodes = NodesOf(simulation.GetDocument())});
+}
+
 void Checkpoints::Start(Simulation& simulation) {
   bool any = false;
   for (const auto& scene : simulation.Scenes()) scene->Synchronise(scene->GetDocument());
@@ -87,7 +79,7 @@ void Checkpoints::Start(Simulation& simulation) {
   if (!any || mPlan.IsOff()) return;
   HyperFile file;
   file.Open(kCheckpointIdent, StartPath(), HyperFile::Mode::kWrite);
-  WriteCheckpointHeader(file, {SULVA_VERSION, mScene, {simulation.Range().first - 1, 0}});
+  WriteHeader(file, {simulation.Range().first - 1, 0}, simulation);
   StateWriter writer(file, host::ThreadCount());
   simulation.ForEachCache([&](Cache_OperatorBase& cache) { cache.PersistOldFiles(writer); });
   if (!file.Close()) mWarning = file.Error();
@@ -98,8 +90,8 @@ void Checkpoints::RestoreStart(Simulation& simulation) {
   HyperFile file;
   CheckpointHeader header;
   if (!file.Open(kCheckpointIdent, StartPath(), HyperFile::Mode::kRead) ||
-      !ReadCheckpointHeader(file, header) || header.version != SULVA_VERSION ||
-      header.scene != mScene)
+      !ReadCheckpointHeader(file, header) || header.scene != mScene ||
+      !MisfitOf(header, simulation.GetDocument()).empty())
     return;
   StateReader reader(file, host::ThreadCount());
   simulation.ForEachCache([&](Cache_OperatorBase& cache) { cache.PersistOldFiles(reader); });
@@ -134,10 +126,10 @@ std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
     if (isSame && (!isRead || header.scene != mScene || !manifest->Covers(header.run.frame)))
       continue;
     if (!isRead) refuse("another build of sulva wrote it");
-    if (header.version != SULVA_VERSION)
-      refuse(fmt::format("sulva {} wrote it, this is {}", header.version, SULVA_VERSION));
-    if (header.scene != mScene)
+    if (header.version == SULVA_VERSION && header.scene != mScene)
       refuse("the scene, its meshes or --set are others than those of the run that wrote it");
+    if (const std::string misfit = MisfitOf(header, simulation.GetDocument()); !misfit.empty())
+      refuse(misfit);
     if (manifest && !isSame)
       refuse(fmt::format("{} has run in this folder since", manifest->head.scene));
     if (check) check(header.run);
@@ -165,14 +157,18 @@ std::optional<RunState> Checkpoints::RestoreUpTo(i32 last, Simulation& simulatio
     HyperFile file;
     CheckpointHeader header;
     if (!file.Open(kCheckpointIdent, found.path, HyperFile::Mode::kRead) ||
-        !ReadCheckpointHeader(file, header) || header.version != SULVA_VERSION ||
-        header.scene != mScene)
+        !ReadCheckpointHeader(file, header) || header.scene != mScene)
       continue;
+    const auto refuse = [&](const std::string& why) {
+      throw CommandError(kExitFile,
+                         fmt::format("{}: can't go on from it: {}", found.path.string(), why));
+    };
+    if (const std::string misfit = MisfitOf(header, simulation.GetDocument()); !misfit.empty())
+      refuse(misfit);
     StateReader reader(file, host::ThreadCount());
     simulation.Persist(reader, header.run.frame);
     if (reader.IsGood()) return header.run;
-    throw CommandError(kExitFile, fmt::format("{}: can't go on from it: {}", found.path.string(),
-                                              reader.Problem()));
+    refuse(reader.Problem());
   }
   return {};
 }
@@ -197,8 +193,12 @@ void Checkpoints::RestoreBranch(const fs::path& from, i32 frame, Simulation& sim
   };
   if (!file.Open(kCheckpointIdent, path, HyperFile::Mode::kRead))
     throw CommandError(kExitFile, file.Error());
-  if (!ReadCheckpointHeader(file, header) || header.version != SULVA_VERSION)
-    refuse("another build of sulva wrote it");
+  if (!ReadCheckpointHeader(file, header)) refuse("another build of sulva wrote it");
+  if (const std::string misfit = MisfitOf(header, simulation.GetDocument()); !misfit.empty())
+    refuse(misfit);
+  if (header.run.frame != frame)
+    refuse(
+        fmt::format("it is the state behind frame {}, whatever its name says", header.run.frame));
   StateReader reader(file, host::ThreadCount());
   simulation.Persist(reader, frame);
   if (!reader.IsGood()) refuse(reader.Problem());
@@ -234,7 +234,7 @@ void Checkpoints::Take(const RunState& run, Simulation& simulation) {
   const Clock::time_point start = Clock::now();
   auto file = std::make_unique<HyperFile>();
   if (file->Open(kCheckpointIdent, PathOf(run.frame), HyperFile::Mode::kWrite)) {
-    WriteCheckpointHeader(*file, {SULVA_VERSION, mScene, run});
+    WriteHeader(*file, run, simulation);
     StateWriter writer(*file, host::ThreadCount());
     simulation.Persist(writer, run.frame);
   }

@@ -10,32 +10,15 @@
 #include <utility>
 #include <vector>
 
-#include "cache/hyper_file.h"
+#include "run/checkpoint_header.h"
 #include "run/manifest.h"
 #include "run/run_arguments.h"
 #include "run/simulation.h"
 
 namespace MELDO_GLOBAL::app {
 
-inline constexpr u32 kCheckpointIdent = IdentOf("svcp");
-
 /// The name of the file that stands for the time before the first frame.
 inline constexpr std::string_view kStartCheckpoint = "start";
-
-/// Where a run stands after a frame.
-struct RunState {
-  i32 frame = 0;
-  i32 framesWritten = 0;  ///< lines of the statistics
-};
-
-/// What precedes the state in a checkpoint.
-struct CheckpointHeader {
-  std::string version;  ///< of the program
-  u64 scene = 0;        ///< fingerprint of the scene
-  RunState run;
-};
-void WriteCheckpointHeader(HyperFile& file, const CheckpointHeader& header);
-bool ReadCheckpointHeader(HyperFile& file, CheckpointHeader& header);
 
 /// Writes and restores the checkpoints of one run, in a folder of their own. Those of an earlier
 /// run stay until this one has its first.
@@ -74,8 +57,8 @@ class Checkpoints {
   std::optional<RunState> RestoreUpTo(i32 last, Simulation& simulation) const;
 
   /// Restores the checkpoint behind a frame of a run in another folder, of whatever parameters, and
-  /// writes nothing. Throws CommandError (kExitFile) where there is none, or it doesn't fit the
-  /// scene's nodes.
+  /// writes nothing. Throws CommandError (kExitFile) where there is none, or its nodes aren't those
+  /// of the scene, name by name.
   static void RestoreBranch(const std::filesystem::path& from, i32 frame, Simulation& simulation);
   /// Writes a state of what `RestoreBranch` restored, as the first one of this run.
   RunState StartBranch(i32 frame, Simulation& simulation);
@@ -97,6 +80,7 @@ class Checkpoints {
   std::vector<Found> List() const;
   std::filesystem::path PathOf(i32 frame) const;
   std::filesystem::path StartPath() const;
+  void WriteHeader(HyperFile& file, const RunState& run, const Simulation& simulation) const;
   void RestoreStart(Simulation& simulation);
   void Take(const RunState& run, Simulation& simulation);
   void Write();

@@ -64,6 +64,7 @@ class Simulation {
   /// Prints a line for every object that runs to standard output: frame, substep, stage, name.
   void PrintTrace();
 
+  const host::Document& GetDocument() const { return mDocument; }
   const std::vector<std::unique_ptr<MELDO_SULVA::SulvaScene>>& Scenes() const { return mScenes; }
   /// Why the last evaluation was out of memory.
   const std::string& MemoryRefusal() const { return mGuard.Refusal(); }

@@ -8,6 +8,7 @@
 
 #include "cli/run_folder.h"
 #include "paths.h"
+#include "run/checkpoint_header.h"
 
 namespace fs = std::filesystem;
 
@@ -176,6 +177,82 @@ TEST(Checkpoint, OtherScenesAndVersionsAreRefusedAndDamagedOnesPassedOver) {
             0);
   ASSERT_EQ(Checkpoints(folder.Path() / "o").size(), 1u);
   EXPECT_EQ(Checkpoints(folder.Path() / "o")[0].filename(), "00001.checkpoint");
+}
+
+TEST(Checkpoint, StatesGoToTheNodesOfTheirNames) {
+  const RunFolder folder("names");
+  folder.Write("smoke.json", RecordedSmoke(8));
+  const auto run = [&](std::vector<std::string> more, const std::string& out,
+                       const std::string& scene = "smoke.json") {
+    more.insert(more.begin(), {"run", scene, "--out", out, "--quiet"});
+    return folder.Run(more);
+  };
+  const auto says = [&](const std::string& text) {
+    return folder.Errors().find(text) != std::string::npos;
+  };
+  ASSERT_EQ(run({"--checkpoint", "2", "--keep", "0"}, "base"), 0);
+  const fs::path states = folder.Path() / "base/checkpoints";
+  ASSERT_EQ(folder.Run({"info", "base/checkpoints/00003.checkpoint"}), 0) << folder.Errors();
+  EXPECT_NE(folder.Answers().find("Fields: smoke [1], heat [K], ball volume [m], block volume [m], "
+                                  "gas [m/s]\n"),
+            std::string::npos)
+      << folder.Answers();
+  const auto branch = [&](const std::string& text, const char* frame = "3") {
+    folder.Write("other.json", text);
+    return run({"--resume", "--from", frame, "--base", "base"}, "branch", "other.json");
+  };
+  const auto renamed = [](std::string text, const std::string& from, const std::string& to) {
+    for (std::size_t at = 0; (at = text.find('"' + from + '"', at)) != std::string::npos;)
+      text.replace(at + 1, from.size(), to);
+    return text;
+  };
+  // Two fields of one kind that change places would take each other's state.
+  const std::string scene = renamed(RecordedSmoke(8), "channel_temp", "channel_scalar");
+  folder.Write("two.json", scene);
+  ASSERT_EQ(run({"--checkpoint", "2", "--keep", "0"}, "base2", "two.json"), 0) << folder.Errors();
+  folder.Write("other.json",
+               renamed(renamed(renamed(scene, "smoke", "?"), "heat", "smoke"), "?", "heat"));
+  const auto onTwo = [&] {
+    return run({"--resume", "--from", "3", "--base", "base2"}, "branch", "other.json");
+  };
+  EXPECT_EQ(onTwo(), 5);
+  EXPECT_TRUE(
+      says("base2/checkpoints/00003.checkpoint: can't go on from it: it holds \"smoke\" [1] "
+           "where the scene has \"heat\" [1]"))
+      << folder.Errors();
+  EXPECT_EQ(branch(renamed(RecordedSmoke(8), "heat", "warmth")), 5);
+  EXPECT_TRUE(says("it holds \"heat\" [K], which the scene hasn't, and none of \"warmth\" [K]"))
+      << folder.Errors();
+  EXPECT_FALSE(fs::exists(folder.Path() / "branch/vdb")) << "nothing was simulated";
+
+  // A state under the name of another frame.
+  fs::copy(states / "00003.checkpoint", states / "00004.checkpoint");
+  EXPECT_EQ(branch(RecordedSmoke(8), "4"), 5);
+  EXPECT_TRUE(says("it is the state behind frame 3, whatever its name says")) << folder.Errors();
+  EXPECT_EQ(folder.Run({"verify", "base"}), 5);
+  EXPECT_NE(folder.Answers().find("00004.checkpoint: it is the state behind frame 3"),
+            std::string::npos)
+      << folder.Answers();
+
+  // What an earlier build left, which named nothing, isn't written over.
+  HyperFile old;
+  ASSERT_TRUE(old.Open(kCheckpointIdent, states / "00003.checkpoint", HyperFile::Mode::kRead));
+  CheckpointHeader header;
+  ASSERT_TRUE(ReadCheckpointHeader(old, header));
+  for (const auto& entry : fs::directory_iterator(states)) fs::remove(entry.path());
+  HyperFile file;
+  file.Open(kCheckpointIdent, states / "00003.checkpoint", HyperFile::Mode::kWrite);
+  file.WriteText(header.version);
+  file.WriteLLong(static_cast<i64>(header.scene));
+  file.WriteLong(header.run.frame);
+  file.WriteLong(header.run.framesWritten);
+  file.WriteMemory("x", 1);
+  ASSERT_TRUE(file.Close());
+  const auto before = folder.Files("base");
+  EXPECT_EQ(run({"--resume"}, "base"), 5);
+  EXPECT_TRUE(says("its format is 1, and this build of sulva goes on from format 2 alone"))
+      << folder.Errors();
+  EXPECT_TRUE(folder.Files("base") == before);
 }
 
 TEST(Checkpoint, FileThatCannotBeWrittenEndsTheRunAndLeavesWhatWasThere) {
