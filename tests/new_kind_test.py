@@ -1,6 +1,6 @@
 """new_kind_test.py BUILD: the recipe of CONTRIBUTING.md for a new kind of node, followed on a copy of the
-checkout. A drag force, a pair of files and its line in the catalogue, runs, links, is validated, is known to
-the schema of editors and stands in the reference, and nothing else names it."""
+checkout. A drag force and a field of dust, each a pair of files and its line in the catalogue, run, link, are
+validated, are known to the schema of editors and stand in the reference, and nothing else names them."""
 import json
 import math
 import pathlib
@@ -82,6 +82,56 @@ void Force_Drag::Evaluate(ForceSample& sample) {
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
 """
 
+CHANNEL_HEADER = """// Dust.
+#pragma once
+#include "fluids/fields/channel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// How much dust is in the air.
+class DustChannel : public ScalarGridChannel<double, EGrid<double>> {
+ public:
+  DustChannel(host::BaseNode* node, Scene* scene) : ScalarGridChannel(node, scene) {}
+  static const NodeKind& Kind();
+  static const host::ParameterTable& Parameters();
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
+"""
+
+CHANNEL_SOURCE = r"""#include "fluids/fields/dust_channel.h"
+
+#include "framework/node_kind.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+const NodeKind& DustChannel::Kind() {
+  static const NodeKind kind = {
+      .id = 1390002,
+      .type = "channel_dust",
+      .label = "Dust",
+      .className = "DustChannel",
+      .typeId = 990,
+      .list = kListChannels,
+      .categories = kCategoryGrid | kCategoryScalar,
+      .flags = "R",
+      .menu = {"Grids"},
+      .purpose = "how much dust is in the air",
+      .example = {{}, {R"({ "type": "channel_dust", "name": "dust" })"}},
+      .rows = Parameters,
+      .make = MakeNode<DustChannel>,
+  };
+  return kind;
+}
+
+const host::ParameterTable& DustChannel::Parameters() {
+  static const host::ParameterTable table = Rows(10);
+  return table;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
+"""
+
 STEPS, DT, PUSH, RATE = 8, 0.04, 5.0, 2.0
 SCENE = {
     "sulva": 1, "fps": 25, "range": [0, STEPS],
@@ -96,28 +146,44 @@ SCENE = {
             "box_size": [160, 60, 60], "wall_low_x": "open", "wall_high_x": "open", "linear_solver": "multigrid",
             "forces": ["wind", "screen"]}}]}]}
 
+# All that takes a field takes the dust: what fills, moves, thins and draws it, and what it weighs down.
+DUST = [
+    {"type": "channel_dust", "name": "dust"},
+    {"type": "emission_setting", "name": "rate", "parameters": {"amount": 1, "absolute": True}},
+    {"type": "channelsettings", "name": "pair", "parameters": {"channel": "dust", "settings": "rate"}},
+    {"type": "gridemitter", "name": "source", "parameters": {"volume": "air volume", "channels": ["pair"]}},
+    {"type": "grid_advection", "name": "move dust", "parameters": {"target": "dust", "solver": "gas"}},
+    {"type": "grid_dissipate", "name": "settle", "parameters": {"channel": "dust"}},
+    {"type": "channel_temp", "name": "heat"},
+    {"type": "force_buoyancy", "name": "lift", "parameters": {"temperature_channel": "heat", "density_channel": "dust"}},
+    {"type": "cache", "name": "recording", "parameters": {"mode": "record", "objects": ["dust"]}}]
+
 
 def make_copy(copy):
     for name in ("src", "scripts", "docs", "scenes"):
         shutil.copytree(ROOT / name, copy / name, symlinks=True)
     (copy / "src/fluids/forces/force_drag.h").write_text(HEADER)
     (copy / "src/fluids/forces/force_drag.cpp").write_text(SOURCE)
+    (copy / "src/fluids/fields/dust_channel.h").write_text(CHANNEL_HEADER)
+    (copy / "src/fluids/fields/dust_channel.cpp").write_text(CHANNEL_SOURCE)
     catalogue = copy / "src/nodes/catalogue.cpp"
     text = catalogue.read_text()
     text = text.replace('#include "fluids/forces/force_gravity.h"',
                         '#include "fluids/forces/force_drag.h"\n#include "fluids/forces/force_gravity.h"', 1)
-    text, added = re.subn(r"(kinds = \{\n(?:      \S+,\n)*)", r"\1      Force_Drag::Kind(),\n", text, count=1)
-    assert added == 1 and text.count("Force_Drag") == 1, "the catalogue isn't one list"
+    text = text.replace('#include "fluids/fields/', '#include "fluids/fields/dust_channel.h"\n#include "fluids/fields/', 1)
+    text, added = re.subn(r"(kinds = \{\n(?:      \S+,\n)*)", r"\1      Force_Drag::Kind(),\n      DustChannel::Kind(),\n",
+                          text, count=1)
+    assert added == 1 and text.count("Force_Drag") == 1 and text.count("DustChannel") == 1, "the catalogue isn't one list"
     catalogue.write_text(text)
 
 
 def build(build_folder, copy):
-    """The copy's binary: two sources compiled, all else as it was built."""
+    """The copy's binary: three sources compiled, all else as it was built."""
     commands = subprocess.run(["ninja", "-t", "commands", "sulva"], cwd=build_folder, check=True,
                               capture_output=True, text=True).stdout.splitlines()
     compile_line = next(line for line in commands if line.endswith("src/nodes/catalogue.cpp"))
     objects = []
-    for source in ("nodes/catalogue.cpp", "fluids/forces/force_drag.cpp"):
+    for source in ("nodes/catalogue.cpp", "fluids/forces/force_drag.cpp", "fluids/fields/dust_channel.cpp"):
         target = copy / (pathlib.Path(source).name + ".o")
         words = shlex.split(compile_line.replace(f"-I{ROOT}/src", f"-I{copy}/src"))
         words[words.index("-o") + 1] = str(target)
@@ -163,6 +229,16 @@ def main():
             expected += PUSH * DT - (1 - math.exp(-RATE * DT)) * expected
         speed = frames[-1]["solvers"]["gas"]["max_speed"]
         assert abs(speed - expected) < 1e-5 * expected, (speed, expected)
+
+        dusty = json.loads(json.dumps(SCENE))
+        dusty["nodes"][0]["children"] += DUST
+        dusty["nodes"][0]["children"][5]["parameters"]["forces"].append("lift")
+        dusty["exports"] = [{"format": "png", "file": "####.png", "grids": {"smoke": "dust"}, "axis": "z"}]
+        scene.write_text(json.dumps(dusty))
+        assert "warning" not in ask("check", scene)
+        ask("run", scene, "--out", copy / "dust", "--quiet")
+        last = [json.loads(line) for line in (copy / "dust/stats.jsonl").open()][STEPS]
+        assert last["channels"]["dust"]["max"] > 0.5, last["channels"]
 
         scene.write_text(json.dumps(SCENE).replace('"rate"', '"rat"'))
         assert "did you mean 'rate'?" in ask("check", scene, status=3)

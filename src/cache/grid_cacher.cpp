@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include "cache/cache_rows.h"
-#include "fluids/emission/channel_kinds.h"
+#include "fluids/fields/channel_kinds.h"
 #include "fluids/fields/field_unit.h"
 #include "fluids/flow/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
@@ -49,11 +49,11 @@ const NodeKind& GridCacher::Kind() {
 const ParameterTable& GridCacher::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = CommonRows();
-    std::vector<i32> kept = FieldKinds();
-    kept.push_back(kVolumeNode);
-    std::find_if(rows.begin(), rows.end(), [](const ParameterRow& row) {
-      return row.id == cache_row::kObjects;
-    })->Accepts(std::move(kept));
+    std::find_if(rows.begin(), rows.end(),
+                 [](const ParameterRow& row) { return row.id == cache_row::kObjects; })
+        ->Accepts({kVolumeNode})
+        .AcceptsAny(kAllChannels)
+        .AcceptsAny(kSolvers);
     const ParameterTable own = {
         StringRow(1008, "file_statistics", "",
                   "filled in by the program: what the file of this frame holds")

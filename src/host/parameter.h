@@ -42,7 +42,7 @@ struct Choice {
 /// A parameter counts only while another one of its node, a long or bool, has one of these values.
 struct Condition {
   i32 id = 0;
-  std::vector<i32> values;
+  std::vector<i32> values;  ///< none: while the link of that row is empty
 };
 
 class BaseNode;
@@ -68,6 +68,16 @@ struct Linked {
   T* operator->() const { return object; }
 };
 
+/// All kinds of one object list that can do something.
+struct KindGroup {
+  i32 list = 0;
+  u32 categories = 0;  ///< what an object of the list has to be able to, bit for bit
+  /// Whether an object of that list and with these categories belongs to it.
+  bool Holds(i32 ofList, u32 ofCategories) const {
+    return list == ofList && (ofCategories & categories) == categories;
+  }
+};
+
 struct ParameterRow {
   i32 id = 0;
   std::string_view name;  ///< readable, snake_case
@@ -78,13 +88,12 @@ struct ParameterRow {
   double min = -std::numeric_limits<double>::infinity();
   double max = std::numeric_limits<double>::infinity();
   std::vector<Choice> choices;
-  std::vector<i32> accepts;    ///< node types that a link may point to; empty means any
-  i32 acceptsList = 0;         ///< number of the object list that a link may point to; 0 means any
-  u32 acceptsCategories = 0;   ///< what an object of that list has to be able to, bit for bit
-  bool allWhenAbsent = false;  ///< a node without the list means all that it could name
-  bool required = false;       ///< without this link the node does nothing
-  bool writes = false;         ///< the node changes what the link leads to, others only read it
-  bool kept = false;           ///< stored and kept with the scene, without effect
+  std::vector<i32> accepts;           ///< node types that a link may point to; empty means any
+  std::vector<KindGroup> acceptsAny;  ///< and all kinds of these
+  bool allWhenAbsent = false;         ///< a node without the list means all that it could name
+  bool required = false;              ///< without this link the node does nothing
+  bool writes = false;  ///< the node changes what the link leads to, others only read it
+  bool kept = false;    ///< stored and kept with the scene, without effect
   std::optional<Condition> condition;  ///< none: it always counts
   std::string_view help;
   /// Gives a value of the row's type to the member that the row names; null where it names none.
@@ -105,11 +114,11 @@ struct ParameterRow {
   ParameterRow& OnlyWith(i32 other, std::vector<i32> values) {
     return condition = {other, std::move(values)}, *this;
   }
+  /// Counts while a link of the node is empty, which takes its place else.
+  ParameterRow& OnlyWithout(i32 link) { return condition = {link, {}}, *this; }
   ParameterRow& Accepts(std::vector<i32> types) { return accepts = std::move(types), *this; }
-  /// Links may point to objects of a list that have all of these categories.
-  ParameterRow& AcceptsAny(i32 list, u32 categories) {
-    return acceptsList = list, acceptsCategories = categories, *this;
-  }
+  /// Links may also point to whatever belongs to a group, kinds that come later among them.
+  ParameterRow& AcceptsAny(KindGroup group) { return acceptsAny.push_back(group), *this; }
   ParameterRow& AllWhenAbsent() { return allWhenAbsent = true, *this; }
   ParameterRow& Writes() { return writes = true, *this; }
   ParameterRow& Required() { return required = true, *this; }
@@ -250,12 +259,12 @@ ParameterRow StringRow(i32 id, std::string_view name, std::string value, std::st
 ParameterRow VectorRow(i32 id, std::string_view name, const Vec3d& value, std::string_view unit,
                        std::string_view help);
 ParameterRow LinkRow(i32 id, std::string_view name, std::string_view help,
-                     std::vector<i32> accepts);
+                     std::vector<i32> accepts = {});
 ParameterRow LinksRow(i32 id, std::string_view name, std::string_view help,
-                      std::vector<i32> accepts);
+                      std::vector<i32> accepts = {});
 /// A list of links that a new node does not hold at all: absent and empty mean different things.
 ParameterRow AbsentLinksRow(i32 id, std::string_view name, std::string_view help,
-                            std::vector<i32> accepts);
+                            std::vector<i32> accepts = {});
 ParameterRow FilenameRow(i32 id, std::string_view name, std::string_view help);
 ParameterRow CurveRow(i32 id, std::string_view name, std::string_view help);
 ParameterRow GradientRow(i32 id, std::string_view name, std::string_view help);

@@ -84,8 +84,9 @@ std::deque<NodeKind>& Kinds() {
 }
 
 bool Takes(const ParameterRow& row, const NodeKind& kind) {
-  return row.acceptsList && kind.list == row.acceptsList &&
-         (kind.categories & row.acceptsCategories) == row.acceptsCategories;
+  return std::any_of(row.acceptsAny.begin(), row.acceptsAny.end(), [&](const KindGroup& group) {
+    return group.Holds(kind.list, kind.categories);
+  });
 }
 
 /// The rows of a kind with those that every node has.
@@ -102,10 +103,12 @@ ParameterTable MakeTable(const NodeKind& kind) {
       own->connect = row.connect;
     }
   }
-  for (ParameterRow& row : table)
-    if (row.acceptsList && row.accepts.empty())
-      for (const NodeKind& other : Kinds())
-        if (Takes(row, other)) row.accepts.push_back(other.id);
+  for (ParameterRow& row : table) {
+    const std::vector<i32> named = row.accepts;
+    for (const NodeKind& other : Kinds())
+      if (Takes(row, other) && std::find(named.begin(), named.end(), other.id) == named.end())
+        row.accepts.push_back(other.id);
+  }
   return table;
 }
 

@@ -1,23 +1,12 @@
 #include "fluids/emission/channel_pair.h"
 
-#include "fluids/emission/channel_kinds.h"
+#include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
-
-const std::vector<i32>& ChannelKinds() {
-  static const std::vector<i32> kinds = {1300027, 1300028, 1300029, 1300030, 1300112};
-  return kinds;
-}
-
-const std::vector<i32>& FieldKinds() {
-  static const std::vector<i32> kinds = {1300027, 1300028, 1300029, 1300030,
-                                         1300112, 1300002, 1300003, 1300004};
-  return kinds;
-}
 
 void ChannelTarget::Connect(std::span<const host::LinkTarget> targets) {
   *this = {};
@@ -55,12 +44,13 @@ const NodeKind& ChannelPair::Kind() {
 
 const ParameterTable& ChannelPair::Parameters() {
   static const ParameterTable table = {
-      LinkRow(kChannelRow, "channel", "what is filled: a field, or a solver, whose gas then swells",
-              FieldKinds())
+      LinkRow(kChannelRow, "channel", "what is filled: a field, or a solver, whose gas then swells")
+          .AcceptsAny(kAllChannels)
+          .AcceptsAny(kSolvers)
           .To(&ChannelPair::mTarget)
           .Writes()
           .Required(),
-      LinkRow(1001, "settings", "how much of it, when, and how it mixes with what is there",
+      LinkRow(kSettingsRow, "settings", "how much of it, when, and how it mixes with what is there",
               {1300024})
           .To(&ChannelPair::mSettings)
           .Required(),

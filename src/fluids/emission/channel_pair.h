@@ -28,7 +28,7 @@ class ChannelPair : public iBase {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kChannelRow = 1000;
+  static constexpr i32 kChannelRow = 1000, kSettingsRow = 1001;
   bool ResolveLinks() override;
   void ClearLinks() override;
 

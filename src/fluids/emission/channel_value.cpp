@@ -1,6 +1,6 @@
 #include "fluids/emission/channel_value.h"
 
-#include "fluids/emission/channel_kinds.h"
+#include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 
@@ -32,7 +32,9 @@ const NodeKind& ChannelValue::Kind() {
 
 const ParameterTable& ChannelValue::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "what is filled or read: a field, or a solver's flow", FieldKinds())
+      LinkRow(1000, "channel", "what is filled or read: a field, or a solver's flow")
+          .AcceptsAny(kAllChannels)
+          .AcceptsAny(kSolvers)
           .To(&ChannelValue::mTarget)
           .Writes()
           .Required(),

@@ -1,6 +1,6 @@
 #include "fluids/emission/grid_cell_emitter.h"
 
-#include "fluids/emission/channel_kinds.h"
+#include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
@@ -39,8 +39,9 @@ const NodeKind& Grid_CellEmitter::Kind() {
 
 const ParameterTable& Grid_CellEmitter::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "whose cells are worked on: a field, or a solver's flow",
-              FieldKinds())
+      LinkRow(1000, "channel", "whose cells are worked on: a field, or a solver's flow")
+          .AcceptsAny(kAllChannels)
+          .AcceptsAny(kSolvers)
           .To(&Grid_CellEmitter::mTarget)
           .Writes()
           .Required(),
@@ -147,7 +148,7 @@ void Grid_CellEmitter::EvaluateRow(i32 y, i32 z, const EvaluationThreadData& dat
 void Grid_CellEmitter::Finish() {
   for (ChannelOperator* op : mOperators)
     if (op->Has(FLAG_ENABLED)) op->Finish();
-  mConstraints.Finish();
+  mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
   iObject::Finish();
 }

@@ -1,5 +1,6 @@
 #include "fluids/forces/force_buoyancy.h"
 
+#include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
@@ -31,17 +32,18 @@ const NodeKind& Force_Buoyancy::Kind() {
 }
 
 const ParameterTable& Force_Buoyancy::Parameters() {
-  const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   static const ParameterTable table = {
-      LinkRow(1000, "temperature_channel", "the heat that lifts: where it is high, gas shoots up",
-              scalars)
+      LinkRow(1000, "temperature_channel", "the heat that lifts: where it is high, gas shoots up")
+          .AcceptsAny(kScalarChannels)
           .To(&Force_Buoyancy::mTemperature)
           .Required(),
       LinkRow(1002, "density_channel",
-              "what weighs gas down, such as thick smoke that rolls off a table", scalars)
+              "what weighs gas down, such as thick smoke that rolls off a table")
+          .AcceptsAny(kScalarChannels)
           .To(&Force_Buoyancy::mDensity1),
       LinkRow(1001, "second_density_channel",
-              "another field that weighs it down; weights then count twice", scalars)
+              "another field that weighs it down; weights then count twice")
+          .AcceptsAny(kScalarChannels)
           .To(&Force_Buoyancy::mDensity2),
       VectorRow(1003, "direction", {0, 1, 0}, "none", "which way hot gas goes, in world axes")
           .To(&Force_Buoyancy::mUpwards),

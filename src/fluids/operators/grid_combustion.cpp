@@ -1,5 +1,6 @@
 #include "fluids/operators/grid_combustion.h"
 
+#include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "grids/fixed_blocks.h"
@@ -49,10 +50,10 @@ const NodeKind& GridCombustion::Kind() {
 }
 
 const ParameterTable& GridCombustion::Parameters() {
-  const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   static const ParameterTable table = {
       LinkRow(1000, "temperature",
-              "the heat that flames give: it lifts, and it lights the next fuel", scalars)
+              "the heat that flames give: it lifts, and it lights the next fuel")
+          .AcceptsAny(kScalarChannels)
           .To(&GridCombustion::mTemperature)
           .Writes()
           .Required(),
@@ -65,11 +66,12 @@ const ParameterTable& GridCombustion::Parameters() {
           .To(&GridCombustion::mFuel)
           .To(&GridCombustion::mKindled)
           .Writes(),
-      LinkRow(1003, "smoke", "soot that flames leave behind", scalars)
+      LinkRow(1003, "smoke", "soot that flames leave behind")
+          .AcceptsAny(kScalarChannels)
           .To(&GridCombustion::mSmoke)
           .Writes(),
-      LinkRow(12, "solver", "the gas that flames blow up, so that an explosion swells",
-              {1300002, 1300003, 1300004})
+      LinkRow(12, "solver", "the gas that flames blow up, so that an explosion swells")
+          .AcceptsAny(kSolvers)
           .To(&GridCombustion::mSolver),
       LongRow(1004, "mode", 0, "", "whether fuel burns at a set pace, or as far as there is air")
           .Choices({{0, "simple"}, {1, "oxygen"}})
@@ -284,7 +286,7 @@ void GridCombustion::Finish() {
   if (Has(FLAG_ACTIVE) && mCellExpansion) SplatExpansion();
   iObject::Finish();
   SetFlag(FLAG_ACTIVE, false);
-  mConstraints.Finish();
+  mConstraints.Finish(this);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

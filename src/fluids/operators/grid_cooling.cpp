@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "grids/wide_kernel.h"
@@ -85,8 +86,8 @@ const NodeKind& GridCooling::Kind() {
 
 const ParameterTable& GridCooling::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "temperature", "the heat that fades: how far up gas keeps rising",
-              {1300027, 1300028, 1300029, 1300112})
+      LinkRow(1000, "temperature", "the heat that fades: how far up gas keeps rising")
+          .AcceptsAny(kScalarChannels)
           .To(&GridCooling::mTemperature)
           .Writes()
           .Required(),
@@ -202,7 +203,7 @@ void GridCooling::CoolConstrained(double* t, const double* burns, const CellBox&
 
 void GridCooling::Finish() {
   iObject::Finish();
-  mConstraints.Finish();
+  mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
 }
 

@@ -2,8 +2,8 @@
 
 #include <cmath>
 
-#include "fluids/emission/channel_kinds.h"
 #include "fluids/emission/emission_settings.h"
+#include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "grids/fixed_blocks.h"
@@ -114,7 +114,8 @@ const NodeKind& GridDiffusion::Kind() {
 
 const ParameterTable& GridDiffusion::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1003, "channel", "what gets soft edges", ChannelKinds())
+      LinkRow(1003, "channel", "what gets soft edges")
+          .AcceptsAny(kAllChannels)
           .To(&GridDiffusion::mScalar)
           .To(&GridDiffusion::mVector)
           .Writes()

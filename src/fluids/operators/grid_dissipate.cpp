@@ -1,6 +1,6 @@
 #include "fluids/operators/grid_dissipate.h"
 
-#include "fluids/emission/channel_kinds.h"
+#include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "grids/wide_kernel.h"
@@ -45,7 +45,8 @@ const NodeKind& GridDissipate::Kind() {
 
 const ParameterTable& GridDissipate::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "what fades away", ChannelKinds())
+      LinkRow(1000, "channel", "what fades away")
+          .AcceptsAny(kAllChannels)
           .To(&GridDissipate::mScalar)
           .To(&GridDissipate::mVector)
           .Writes()
@@ -140,7 +141,7 @@ void GridDissipate::LowerVector(const Row& row) const {
 
 void GridDissipate::Finish() {
   iObject::Finish();
-  mConstraints.Finish();
+  mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
 }
 

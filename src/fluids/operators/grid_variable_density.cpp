@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "fluids/emission/channel_kinds.h"
+#include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "grids/wide_kernel.h"
@@ -56,18 +56,19 @@ const NodeKind& GridVariableDensity::Kind() {
 }
 
 const ParameterTable& GridVariableDensity::Parameters() {
-  const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   static const ParameterTable table = {
       LinkRow(1000, "target",
               "where the weight of the gas is written: switch on its clear_each_step, switch off "
-              "its affects_bounds, and link it as the solver's density_channel",
-              ChannelKinds())
+              "its affects_bounds, and link it as the solver's density_channel")
+          .AcceptsAny(kAllChannels)
           .To(&GridVariableDensity::mScalar)
           .To(&GridVariableDensity::mVector)
           .Writes(),
-      LinkRow(1001, "admixture", "how much of the other gas a cell holds, 0..1", scalars)
+      LinkRow(1001, "admixture", "how much of the other gas a cell holds, 0..1")
+          .AcceptsAny(kScalarChannels)
           .To(&GridVariableDensity::mAdmixture),
-      LinkRow(1002, "temperature", "heat that makes gas lighter, in degrees above 294 K", scalars)
+      LinkRow(1002, "temperature", "heat that makes gas lighter, in degrees above 294 K")
+          .AcceptsAny(kScalarChannels)
           .To(&GridVariableDensity::mTemperature),
       RealRow(1004, "base_density", 1.184, "kg/m^3", "weight of the cold air")
           .AtLeast(1e-6)

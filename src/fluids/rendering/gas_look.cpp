@@ -1,5 +1,6 @@
 #include "fluids/rendering/gas_look.h"
 
+#include "fluids/fields/channel_kinds.h"
 #include "fluids/flow/ifluid_solver.h"
 #include "fluids/operators/channel_operator_remap.h"
 #include "fluids/rendering/phase_functions.h"
@@ -58,17 +59,21 @@ std::vector<Choice> ColourModes() { return {{0, "blackbody"}, {1, "gradient"}}; 
 constexpr double kSmallestStep = 0.01;  ///< cells
 
 ParameterTable FieldRows() {
-  const std::vector<i32> scalars = {1300027, 1300028, 1300029, 1300112};
   return {
-      LinkRow(2200, "smoke", "channel that is seen as smoke", scalars).To(&FieldSettings::smoke),
-      LinkRow(2225, "smoke_colour", "vector channel of the smoke's colour", {1300030})
+      LinkRow(2200, "smoke", "channel that is seen as smoke")
+          .AcceptsAny(kScalarChannels)
+          .To(&FieldSettings::smoke),
+      LinkRow(2225, "smoke_colour", "vector channel of the smoke's colour")
+          .AcceptsAny(kVectorChannels)
           .To(&FieldSettings::smokeColour),
-      LinkRow(2551, "fire", "channel of temperatures that is seen as fire", scalars)
+      LinkRow(2551, "fire", "channel of temperatures that is seen as fire")
+          .AcceptsAny(kScalarChannels)
           .To(&FieldSettings::fire),
-      LinkRow(2552, "third_field", "channel that may decide what glows", scalars)
+      LinkRow(2552, "third_field", "channel that may decide what glows")
+          .AcceptsAny(kScalarChannels)
           .To(&FieldSettings::third),
-      LinkRow(2203, "displacement_solver", "solver whose flow moves the samples",
-              {1300002, 1300003, 1300004})
+      LinkRow(2203, "displacement_solver", "solver whose flow moves the samples")
+          .AcceptsAny(kSolvers)
           .To(&FieldSettings::displacementSolver),
       RealRow(2202, "displacement", 0, "s", "time by which smoke is moved along the flow")
           .To(&DisplacementSettings::smoke),
