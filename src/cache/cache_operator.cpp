@@ -173,7 +173,7 @@ bool Cache_OperatorBase::MakeFolder() {
 
 void Cache_OperatorBase::Finish() {
   SetFlag(FLAG_ACTIVE, false);
-  mFilters.Finish();
+  mFilters.Finish(this);
 }
 
 i32 Cache_OperatorBase::FrameToRead() const {

@@ -1,9 +1,13 @@
+#include <algorithm>
+#include <vector>
+
 #include <gtest/gtest.h>
 
 #include "framework/constraint.h"
 #include "framework/duration.h"
 #include "framework/graph.h"
 #include "framework/probe.h"
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
@@ -176,17 +180,44 @@ TEST_F(DurationTest, OpensAtItsFrameAtEveryRate) {
     }
 }
 
-/// Halves the weight, and counts its own tests.
+/// Keeps a state in memory.
+class MemoryArchive : public StateArchive {
+ public:
+  bool IsLoading() const override { return mIsLoading; }
+  void Rewind() { mIsLoading = true; }
+
+ protected:
+  void Block(void* data, std::size_t bytes, i32) override {
+    auto* values = static_cast<char*>(data);
+    if (!mIsLoading) return void(mBytes.insert(mBytes.end(), values, values + bytes));
+    if (mAt + bytes > mBytes.size()) return Fail("the end came too early");
+    std::copy_n(mBytes.begin() + static_cast<std::ptrdiff_t>(mAt), bytes, values);
+    mAt += bytes;
+  }
+
+ private:
+  bool mIsLoading = false;
+  std::vector<char> mBytes;
+  std::size_t mAt = 0;
+};
+
+/// How often a holder asked, over all steps.
+struct AskCount : ConstraintState {
+  void Persist(StateArchive& archive) override { archive(tests); }
+  i32 tests = 0;
+};
+
+/// Weighs by half and one more for each test before that of the holder.
 class Halver : public Constraint {
  public:
-  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<Halver>(*this); }
   using Constraint::Constraint;
-  void Prepare(iBase*) override { mTests = 0; }
-  bool Test(const Vec3d& position, double& weight, const iBase*, u32) override {
-    weight *= 0.5 + mTests++;
+  std::unique_ptr<ConstraintState> MakeState() const override {
+    return std::make_unique<AskCount>();
+  }
+  bool Test(const Vec3d& position, double& weight, const ConstraintUse& use) override {
+    weight *= 0.5 + static_cast<AskCount*>(use.state)->tests++;
     return position.x >= 0;
   }
-  int mTests = 100;
 };
 
 class Holder : public iObject {
@@ -196,7 +227,7 @@ class Holder : public iObject {
   ConstraintList mConstraints;
 };
 
-TEST(ConstraintList, EachHolderHasItsOwnCopies) {
+TEST(ConstraintList, KeepsAStateForEachHolderAndOverSteps) {
   host::Document document;
   host::BaseNode& server = document.Create<host::BaseNode>(host::kServerNode, "s", nullptr);
   server.SetTable(&SulvaScene::Parameters());
@@ -231,12 +262,27 @@ TEST(ConstraintList, EachHolderHasItsOwnCopies) {
   EXPECT_FALSE(second.Test({-1, 0, 0}, w, &holder, 0));
   w = 0;
   EXPECT_FALSE(second.Test({}, w, &holder, 0)) << "nothing is left";
-  first.Finish();
-  w = 8;
-  EXPECT_TRUE(first.Test({}, w, &holder, 0));
-  EXPECT_EQ(w, 8);
+  first.Finish(&holder);
   holder.ClearLinks();
   EXPECT_TRUE(first.IsEmpty());
+
+  // Between two steps no link stands; a state outlives that, and a stop with its resume.
+  MemoryArchive archive;
+  holder.Persist(archive);
+  archive.Rewind();
+  Holder resumed(&holderNode, &scene);
+  resumed.Persist(archive);
+  EXPECT_TRUE(archive.IsGood()) << archive.Problem();
+  for (Holder* each : {&holder, &resumed}) {
+    ASSERT_TRUE(each->ResolveLinks());
+    w = 8;
+    EXPECT_TRUE(each->mConstraints.Test({}, w, each, 0));
+    EXPECT_EQ(w, 20) << "the third test of this holder";
+  }
+  first.Reset();
+  w = 8;
+  EXPECT_TRUE(first.Test({}, w, &holder, 0));
+  EXPECT_EQ(w, 4) << "as at the start of a simulation";
 }
 
 }  // namespace

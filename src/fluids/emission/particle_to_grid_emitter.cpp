@@ -124,6 +124,16 @@ void ParticleToGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
   for (const Mesh* mesh : SourceMeshes()) mesh->mMesh.ExpandBounds(min, max);
 }
 
+void ParticleToGridEmitter::ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min,
+                                               Vec3d& max) {
+  for (const Mesh* mesh : SourceMeshes()) {
+    const Vec3d &from = mesh->mMesh.GetBoundsMin(), &to = mesh->mMesh.GetBoundsMax();
+    if (!BoxesMeet(from, to, low, high)) continue;
+    min = Min(min, from);
+    max = Max(max, to);
+  }
+}
+
 bool ParticleToGridEmitter::ComesBefore(const iBase& other) const {
   if (&other == mSource || &other == mDuration) return false;
   return Operator_ToGrid::ComesBefore(other);
@@ -264,7 +274,7 @@ void ParticleToGridEmitter::EmitRow(Row& row, bool owned, const LayerOwner& owne
 void ParticleToGridEmitter::Finish() {
   mLookup.Clear();
   mPoints.clear();
-  mConstraints.Finish();
+  mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
   Operator_ToGrid::Finish();
 }

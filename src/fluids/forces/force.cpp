@@ -40,7 +40,7 @@ void Force::PrepareFor(Flow& flow) {
 }
 
 void Force::Finish() {
-  mConstraints.Finish();
+  mConstraints.Finish(this);
   FinishForce();
   SetFlag(FLAG_ACTIVE, false);
   iObject::Finish();

@@ -84,7 +84,7 @@ void ChannelOperator_Remap::EvaluateCells(const CellRecord* cells, i32 count,
 }
 
 void ChannelOperator_Remap::Finish() {
-  mConstraints.Finish();
+  mConstraints.Finish(this);
   mRamp.knots.clear();
   SetFlag(FLAG_ACTIVE, false);
 }

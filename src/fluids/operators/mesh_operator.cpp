@@ -13,7 +13,8 @@ ParameterTable MeshOperator::Rows(ParameterTable own) {
              {LinkRow(1000, "target", "the mesh that is changed, or the volume whose mesh is meant",
                       {1300143, 1028106})
                   .To(&MeshOperator::mTarget)
-                  .Writes(),
+                  .Writes()
+                  .Required(),
               LinkRow(1001, "duration", "when it works, and how strongly", {1028240})
                   .To(&MeshOperator::mDuration)});
   return own;
@@ -58,7 +59,7 @@ void MeshOperator::Prepare() {
 
 void MeshOperator::Finish() {
   mTopology.Clear();
-  mConstraints.Finish();
+  mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
 }
 

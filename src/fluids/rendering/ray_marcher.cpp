@@ -301,7 +301,7 @@ void RayMarcher::PackMaps() {
 }
 
 void RayMarcher::Finish() {
-  mLook.filters.ForEach([](FilterList& list) { list.Finish(); });
+  mLook.filters.ForEach([&](FilterList& list) { list.Finish(this); });
   mLook = {};
   for (RenderField* field : {&mSmoke, &mFire, &mThird}) field->Clear();
   for (auto& grid : mSmokeColour.mGrids) grid.reset();

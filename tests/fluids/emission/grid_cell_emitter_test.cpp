@@ -38,9 +38,8 @@ class AddHeight : public ChannelOperator {
 
 class LeftOnly : public Constraint {
  public:
-  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<LeftOnly>(*this); }
   using Constraint::Constraint;
-  bool Test(const Vec3d& p, double& weight, const iBase*, u32) override {
+  bool Test(const Vec3d& p, double& weight, const ConstraintUse&) override {
     weight *= p.x < 0.3 ? 0.5 : 0.0;
     return weight != 0;
   }

@@ -15,9 +15,8 @@ namespace {
 /// Keeps the half above a plane, at half strength.
 class UpperHalf : public Constraint {
  public:
-  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<UpperHalf>(*this); }
   using Constraint::Constraint;
-  bool Test(const Vec3d& p, double& weight, const iBase*, u32) override {
+  bool Test(const Vec3d& p, double& weight, const ConstraintUse&) override {
     if (p.y < 0.6) weight = 0;
     weight *= 0.5;
     return weight != 0;

@@ -30,9 +30,8 @@ class Points : public Mesh {
 
 class BelowHalf : public Constraint {
  public:
-  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<BelowHalf>(*this); }
   using Constraint::Constraint;
-  bool Test(const Vec3d& p, double& weight, const iBase*, u32) override {
+  bool Test(const Vec3d& p, double& weight, const ConstraintUse&) override {
     weight *= p.y < 0.5 ? 0.25 : 0.0;
     return weight != 0;
   }

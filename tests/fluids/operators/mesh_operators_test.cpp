@@ -14,9 +14,8 @@ namespace {
 /// Weighs what lies above y = 0 by 0.25, and nothing below it.
 class Above : public Constraint {
  public:
-  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<Above>(*this); }
   using Constraint::Constraint;
-  bool Test(const Vec3d& p, double& weight, const iBase*, u32) override {
+  bool Test(const Vec3d& p, double& weight, const ConstraintUse&) override {
     weight *= p.y > 0 ? 0.25 : 0.0;
     return weight != 0;
   }

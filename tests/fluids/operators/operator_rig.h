@@ -14,10 +14,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Halves the weight left of a plane and drops what lies right of it; counts who asks.
 class HalfLeft : public Constraint {
  public:
-  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<HalfLeft>(*this); }
   HalfLeft(host::BaseNode* node, Scene* scene, double plane, int* asked)
       : Constraint(node, scene), mPlane(plane), mAsked(asked) {}
-  bool Test(const Vec3d& p, double& weight, const iBase*, u32) override {
+  bool Test(const Vec3d& p, double& weight, const ConstraintUse&) override {
     ++*mAsked;
     weight *= p.x < mPlane ? 0.5 : 0.0;
     return weight != 0;

@@ -60,9 +60,8 @@ TEST(Remap, WithoutAChannelOrARampItRests) {
 /// Lets half of what lies at x > limit pass.
 class HalfBeyond : public Constraint {
  public:
-  std::unique_ptr<Constraint> Copy() const override { return std::make_unique<HalfBeyond>(*this); }
   HalfBeyond(host::BaseNode* node, Scene* scene) : Constraint(node, scene) {}
-  bool Test(const Vec3d& position, double& weight, const iBase*, u32) override {
+  bool Test(const Vec3d& position, double& weight, const ConstraintUse&) override {
     if (position.x > 0.2) weight *= 0.5;
     return true;
   }
