@@ -7,7 +7,7 @@
 
 #include "host/console.h"
 #include "host/exit_codes.h"
-#include "scene/atomic_file.h"
+#include "scene/command_files.h"
 #include "scene/cache_setup.h"
 
 namespace MELDO_GLOBAL::app {

@@ -6,7 +6,7 @@
 
 #include "host/console.h"
 #include "host/exit_codes.h"
-#include "scene/atomic_file.h"
+#include "scene/command_files.h"
 #include "scene/diagnostics.h"
 #include "scene/scene_file.h"
 #include "scene/scene_fix.h"

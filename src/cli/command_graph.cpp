@@ -7,7 +7,7 @@
 #include "cli/graph_data.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
-#include "scene/atomic_file.h"
+#include "scene/command_files.h"
 #include "scene/diagnostics.h"
 
 namespace MELDO_GLOBAL::app {

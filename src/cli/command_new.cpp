@@ -12,7 +12,7 @@
 #include "host/console.h"
 #include "host/exit_codes.h"
 #include "nodes/presets.h"
-#include "scene/atomic_file.h"
+#include "scene/command_files.h"
 #include "scene/diagnostics.h"
 #include "scene/json_tree.h"
 

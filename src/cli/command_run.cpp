@@ -25,7 +25,7 @@
 #include "run/recording_locks.h"
 #include "run/run_history.h"
 #include "run/simulation.h"
-#include "scene/atomic_file.h"
+#include "scene/command_files.h"
 #include "scene/node_names.h"
 #include "scene/scene_file.h"
 

@@ -8,11 +8,13 @@ enum Row : i32 {
   kHostUnits = 1000,
   kSimulationUnits = 1001,
   kCellSize = 1002,
+  kTimeMode = 1003,
   kExtraSubsteps = 1005,
   kUsePreviewRange = 1006,
   kFirstFrame = 1007,
   kLastFrame = 1008,
   kExtraMinSubsteps = 1010,
+  kTimeScale = 1013,
   kRenderCellSize = 1015,
 };
 

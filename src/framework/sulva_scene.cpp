@@ -52,14 +52,14 @@ const ParameterTable& SulvaScene::Parameters() {
               "takes the place of cell_size where a scene is evaluated for a picture")
           .Range(1e-6, 1e6)
           .To(&SceneSettings::renderCellSize),
-      LongRow(1003, "time_mode", 0, "",
+      LongRow(server_row::kTimeMode, "time_mode", 0, "",
               "how a frame is cut into substeps: as fast flow asks for, or always alike")
           .Choices({{0, "adaptive"}, {1, "fixed_substeps"}, {2, "fixed_step"}})
           .To(&SceneSettings::timeMode),
       RealRow(1004, "fixed_step", 0.2, "s",
               "time that every substep advances, whatever the frame rate is")
           .AtLeast(0)
-          .OnlyWith(1003, {2})
+          .OnlyWith(server_row::kTimeMode, {2})
           .To(&SceneSettings::fixedStep),
       LongRow(
           server_row::kExtraSubsteps, "extra_substeps", 2, "",
@@ -69,14 +69,14 @@ const ParameterTable& SulvaScene::Parameters() {
       LongRow(server_row::kExtraMinSubsteps, "extra_min_substeps", 0, "",
               "substeps less one that even slow flow gets: raise it for sudden starts")
           .Range(0, 254)
-          .OnlyWith(1003, {0})
+          .OnlyWith(server_row::kTimeMode, {0})
           .To(&SceneSettings::extraMinSubsteps),
       RealRow(1011, "cfl", 2.0, "cells",
               "how far the fastest flow may go in a substep: lower is sharper and slower")
           .AtLeast(0)
-          .OnlyWith(1003, {0})
+          .OnlyWith(server_row::kTimeMode, {0})
           .To(&SceneSettings::cfl),
-      RealRow(1013, "time_scale", 1.0, "none",
+      RealRow(server_row::kTimeScale, "time_scale", 1.0, "none",
               "slow motion below 1, fast motion above; 0 or less freezes the picture")
           .To(&SceneSettings::timeScale),
       VectorRow(1012, "gravity", {0, -9.81, 0}, "m/s^2",
@@ -93,7 +93,8 @@ const ParameterTable& SulvaScene::Parameters() {
           .Range(-kFarthestFrame, kFarthestFrame)
           .OnlyWith(server_row::kUsePreviewRange, {0})
           .To(&SceneSettings::firstFrame),
-      LongRow(server_row::kLastFrame, "last_frame", 90, "frames", "behind it nothing moves any more")
+      LongRow(server_row::kLastFrame, "last_frame", 90, "frames",
+              "behind it nothing moves any more")
           .Range(-kFarthestFrame, kFarthestFrame)
           .OnlyWith(server_row::kUsePreviewRange, {0})
           .To(&SceneSettings::lastFrame),

@@ -7,7 +7,7 @@
 #include "host/exit_codes.h"
 #include "host/polygon_object.h"
 #include "io/vdb_writer.h"
-#include "scene/atomic_file.h"
+#include "scene/command_files.h"
 
 namespace MELDO_GLOBAL::app {
 

@@ -17,7 +17,7 @@
 #include "nodes/catalogue.h"
 #include "run/memory_limit.h"
 #include "run/run_arguments.h"
-#include "scene/atomic_file.h"
+#include "scene/command_files.h"
 #include "scene/node_names.h"
 
 using namespace MELDO_GLOBAL;

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "io/vdb_writer.h"
-#include "scene/atomic_file.h"
+#include "scene/command_files.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::app;

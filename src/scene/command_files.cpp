@@ -1,4 +1,4 @@
-#include "scene/atomic_file.h"
+#include "scene/command_files.h"
 
 #include <fmt/format.h>
 
