@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "framework/constraint.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
@@ -54,6 +55,15 @@ bool iBase::NextPass() {
   return false;
 }
 
+void iBase::ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) {
+  constexpr double huge = std::numeric_limits<double>::max();
+  Vec3d from{huge, huge, huge}, to{-huge, -huge, -huge};
+  ExpandBounds(from, to);
+  if (!BoxesMeet(from, to, low, high)) return;
+  min = Min(min, from);
+  max = Max(max, to);
+}
+
 void iBase::Release(bool) { SetFlag(FLAG_ACTIVE, false); }
 
 bool iBase::ReadParameters() {
@@ -95,10 +105,10 @@ const host::ParameterTable& iBase::CommonParameters() {
                  {});
     constraints.connect = [](ParameterHolder& holder, std::span<const LinkTarget> targets) {
       iBase* object = dynamic_cast<iBase*>(&holder);
-      if (LinkPort* list = object ? object->Constraints() : nullptr) list->Connect(targets);
+      if (ConstraintList* list = object ? object->Constraints() : nullptr) list->Connect(targets);
     };
     return ParameterTable{
-        constraints.AcceptsAny(kListAuxiliary, kCategoryConstraint),
+        constraints.AcceptsAny({kListAuxiliary, kCategoryConstraint}),
         LongRow(common_row::kClassOption, "class_option", 0, "",
                 "kept with the node; nothing reads it")
             .Kept(),
@@ -143,6 +153,7 @@ void iBase::MarkDirty(bool hard) {
 void iBase::Persist(StateArchive& archive) {
   archive(mFlags, mDirtyStamp, mStageMask, mPriority, mPass, mRuns);
   for (const auto& part : mParts) part->Persist(archive);
+  if (ConstraintList* list = mScene ? Constraints() : nullptr) list->Persist(archive, *mScene);
 }
 
 bool iBase::HasCategory(i32 bitIndex) const {

@@ -15,10 +15,11 @@
 
 namespace MELDO_GLOBAL {
 class GridLayout;
-}
+}  // namespace MELDO_GLOBAL
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+class ConstraintList;
 class Scene;
 class StateArchive;
 
@@ -67,6 +68,9 @@ class iBase : public host::ParameterHolder {
   virtual void Release(bool full);
   /// Widens the running box of the content, in simulation units.
   virtual void ExpandBounds(Vec3d& /*min*/, Vec3d& /*max*/) {}
+  /// Widens it by what lies in the box from `low` to `high` alone. What is one piece counts whole
+  /// as soon as its box meets that one; an override tells pieces apart.
+  virtual void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max);
   /// Takes over the state of a step that has run to its end, in stage 16, whatever was dirty.
   virtual void CommitStep() {}
   /// Refreshes statistics at the end of a step.
@@ -95,12 +99,15 @@ class iBase : public host::ParameterHolder {
   virtual void CheckDirty();
   /// Sort order inside a stage.
   virtual bool ComesBefore(const iBase& other) const { return mPriority < other.mPriority; }
+  /// Whether the object only adds to what it writes, so that among objects of which this is true
+  /// the order changes nothing but roundings.
+  virtual bool Commutes() const { return false; }
   virtual bool IsDirty() const { return mFlags & FLAG_DIRTY; }
   virtual void SetMoved(bool moved) { SetFlag(FLAG_MOVED, moved); }
   virtual void GetName(std::string& out) const { out = mName; }
   virtual bool IsPipelineObject() const { return false; }
   /// What takes the constraints that the node names, of a class that has some; null for all else.
-  virtual LinkPort* Constraints() { return nullptr; }
+  virtual ConstraintList* Constraints() { return nullptr; }
   virtual bool IsNodeAlive(i32 instanceOf, const host::Document* document) const {
     return mInterface.IsNodeAlive(instanceOf, document);
   }
@@ -110,9 +117,10 @@ class iBase : public host::ParameterHolder {
   /// its base. A class that keeps data from one frame to the next states them here.
   virtual void Persist(StateArchive& archive);
 
-  /// Whether the object chooses a box of its own inside that of the content, which channels then
-  /// cover: it widens or narrows the box in `ExpandBounds`, and is inactive where it has none.
-  virtual bool HasOwnBox() const { return false; }
+  /// Answers whether the object chooses a box of its own, which channels then cover, and how far
+  /// that one may reach (simulation units): of the content in reach it makes its box in
+  /// `ExpandBounds`, and is inactive where there is none.
+  virtual bool GetReach(Vec3d& /*low*/, Vec3d& /*high*/) const { return false; }
   /// Bytes for each cell of the negotiated box, with what work on it needs meanwhile.
   virtual double MemoryPerCell() const { return 0; }
   /// What the object has beside the data of its class.

@@ -1,7 +1,6 @@
 // The stages of a step: who runs in them, in which groups, and how.
 #include <algorithm>
 #include <chrono>
-#include <limits>
 
 #include "framework/stage_order.h"
 #include "framework/sulva_scene.h"
@@ -54,26 +53,6 @@ void SulvaScene::RunVisualStages() {
   }
 }
 
-namespace {
-
-/// A box that grows; at the start it holds nothing.
-struct Bounds {
-  static constexpr double kHuge = std::numeric_limits<double>::max();
-  Vec3d min{kHuge, kHuge, kHuge}, max{-kHuge, -kHuge, -kHuge};
-
-  bool IsValid() const {
-    for (int a = 0; a < 3; ++a)
-      if (!(min[a] != kHuge && max[a] != -kHuge && min[a] <= max[a])) return false;
-    return true;
-  }
-  void Add(const Bounds& other) {
-    min = Min(min, other.min);
-    max = Max(max, other.max);
-  }
-};
-
-}  // namespace
-
 bool SulvaScene::NegotiateBounds() {
   const auto forEachContent = [&](auto&& f) {
     for (i32 list = 1; list <= 8; ++list)
@@ -81,10 +60,13 @@ bool SulvaScene::NegotiateBounds() {
         for (const auto& [id, object] : mLists[list])
           if (object->Has(FLAG_ENABLED)) f(*object);
   };
+  const auto forEachSource = [&](auto&& f) {
+    forEachContent([&](iBase& o) {
+      if (o.Has(FLAG_AFFECTS_BOUNDS)) f(o);
+    });
+  };
   Bounds content;
-  forEachContent([&](iBase& o) {
-    if (o.Has(FLAG_AFFECTS_BOUNDS)) o.ExpandBounds(content.min, content.max);
-  });
+  forEachSource([&](iBase& o) { o.ExpandBounds(content.min, content.max); });
   mBoundsValid = false;
   if (!content.IsValid()) {
     mFlags |= kNoBounds;
@@ -95,27 +77,31 @@ bool SulvaScene::NegotiateBounds() {
   }
   mFlags &= ~kNoBounds;
 
-  // Each solver takes the content in its own reach, fields cover what all solvers took.
-  std::vector<std::pair<iBase*, Bounds>> solvers;
-  Bounds all;
+  // Each solver takes the content in its own reach, or the box of one would follow what only
+  // another one can move. Fields cover what all solvers took.
+  NegotiatedBounds bounds;
+  std::vector<iBase*> solvers;
+  bool anyActive = false;
   for (const auto& [id, object] : mLists[kListSolvers]) {
-    if (!object->Has(FLAG_ENABLED) || !object->HasOwnBox()) continue;
-    Bounds own = content;
+    Bounds reach, own;
+    if (!object->Has(FLAG_ENABLED) || !object->GetReach(reach.min, reach.max)) continue;
+    forEachSource([&](iBase& o) { o.ExpandBoundsWithin(reach.min, reach.max, own.min, own.max); });
     object->ExpandBounds(own.min, own.max);
-    if (object->Has(FLAG_ACTIVE)) all.Add(own);
-    solvers.emplace_back(object.get(), own);
+    if (object->Has(FLAG_ACTIVE)) bounds.fields.Add(own);
+    bounds.own[object.get()] = own;
+    solvers.push_back(object.get());
   }
-  if (!all.IsValid()) all = content;
-  if (mBoundsGuard && !mBoundsGuard(all.min, all.max)) return false;
-  const auto apply = [](iBase& object, const Bounds& box) {
+  if (!bounds.fields.IsValid()) bounds.fields = content;
+  if (mBoundsGuard && !mBoundsGuard(bounds)) return false;
+  const auto apply = [&](iBase& object) {
     const MemoryOwner owner(object.mName);
-    object.ApplyBounds(box.min, box.max);
+    object.ApplyBounds(bounds.Of(object).min, bounds.Of(object).max);
   };
-  for (const auto& [solver, own] : solvers) apply(*solver, own);
-  const bool anyActive = std::any_of(solvers.begin(), solvers.end(), [](const auto& solver) {
-    return solver.first->Has(FLAG_ACTIVE);
-  });
-  if (anyActive || solvers.empty()) forEachContent([&](iBase& o) { apply(o, all); });
+  for (iBase* solver : solvers) {
+    apply(*solver);
+    anyActive = anyActive || solver->Has(FLAG_ACTIVE);
+  }
+  if (anyActive || solvers.empty()) forEachContent(apply);
   mBoundsValid = anyActive;
   return true;
 }
@@ -142,15 +128,33 @@ std::vector<iObject*> SulvaScene::CollectStage(i32 stage) const {
         continue;
       // Overrides of ComesBefore need not be a strict weak order, which a library sort would ask
       // for: each object moves up from the end past those that it precedes. Equal ones keep list
-      // order.
+      // order, but for those that add: sums are alike to the last bit in any order of the file.
+      const auto isBefore = [&](const iBase& a, const iBase& b) {
+        if (a.ComesBefore(b) || b.ComesBefore(a)) return a.ComesBefore(b);
+        return a.Commutes() && b.Commutes() && a.Node()->Path() < b.Node()->Path();
+      };
       auto at = sorted.end();
-      while (at != sorted.begin() && object->ComesBefore(*at[-1])) --at;
+      while (at != sorted.begin() && isBefore(*object, *at[-1])) --at;
       sorted.insert(at, object.get());
     }
   std::vector<iObject*> objects;
   for (iBase* object : OrderByLinks(sorted, *this))
     objects.push_back(static_cast<iObject*>(object));
   return objects;
+}
+
+std::vector<OrderTie> SulvaScene::LookAtOrder() {
+  Synchronise(GetDocument());
+  RunSetUpPasses();
+  std::vector<OrderTie> ties;
+  for (i32 stage = 0; stage < kStageCount; ++stage) {
+    const std::vector<iObject*> objects = CollectStage(stage);
+    for (OrderTie& tie : FindTies({objects.begin(), objects.end()}, *this)) {
+      tie.stage = stage;
+      ties.push_back(tie);
+    }
+  }
+  return ties;
 }
 
 bool SulvaScene::RunStage(i32 stage, bool refreshOnly) {

@@ -6,8 +6,10 @@
 #include <memory>
 #include <vector>
 
+#include "framework/bounds.h"
 #include "framework/iobject.h"
 #include "framework/scene.h"
+#include "framework/stage_order.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -41,9 +43,9 @@ class SulvaScene : public Scene {
       std::function<std::unique_ptr<iBase>(i32 pluginId, host::BaseNode* node, Scene* scene)>;
   /// Called for every object that ran, with the stage.
   using TraceSink = std::function<void(i32 stage, const iBase& object)>;
-  /// Asked once a step, before channels and solvers take the negotiated box (simulation units);
-  /// false cancels the evaluation.
-  using BoundsGuard = std::function<bool(const Vec3d& min, const Vec3d& max)>;
+  /// Asked once a step, before channels and solvers take the boxes that were negotiated; false
+  /// cancels the evaluation.
+  using BoundsGuard = std::function<bool(const NegotiatedBounds& bounds)>;
 
   SulvaScene(host::BaseNode* server, ObjectFactory factory);
   ~SulvaScene() override;
@@ -92,6 +94,10 @@ class SulvaScene : public Scene {
   host::ParameterHolder* Find(const host::BaseNode& node,
                               const host::ParameterRow& row) const override;
   std::vector<host::LinkTarget> All(const host::ParameterRow& row) const override;
+
+  /// Looks at the order in which the objects run in each stage, without running any: what only the
+  /// file decides. Throws OrderError when objects of a stage wait for each other.
+  std::vector<OrderTie> LookAtOrder();
 
   /// Saves or restores the simulation as it stands between two frames. To restore, the document
   /// stands at the frame that was saved. An archive that doesn't fit the scene fails.

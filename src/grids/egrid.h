@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "grids/active_rows.h"
+#include "grids/for_each_cell.h"
 #include "grids/grid.h"
 #include "grids/grid_layout.h"
 
@@ -78,6 +79,22 @@ class EGrid : public Grid<T> {
     this->mActiveMin = lo;
     this->mActiveMax = hi;
     if (this->mActiveMin == this->mActiveMax) this->mActiveMax += VecInt3D{1, 1, 1};
+  }
+
+  /// The samples that `UpdateActive` would count as data, of those in a box; a range without bounds
+  /// makes it all of them.
+  CellBox FindData(const CellBox& box) const {
+    const bool face = this->mKind < 3 && this->mKind >= 0;
+    constexpr double huge = std::numeric_limits<double>::max();
+    if (!face && this->mRangeMin <= -huge && this->mRangeMax >= huge) return box;
+    const ActiveRule<T> rule(face, this->mRangeMin, this->mRangeMax);
+    CellBox found{box.max, box.min};
+    ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+      if (!rule.IsData(this->mData[this->Index(x, y, z)])) return;
+      found.min = Min(found.min, {x, y, z});
+      found.max = Max(found.max, {x + 1, y + 1, z + 1});
+    });
+    return found;
   }
 };
 

@@ -15,6 +15,13 @@ inline CellBox Clip(const CellBox& box, const VecInt3D& low, const VecInt3D& hig
   return {Max(box.min, low), Min(box.max, high)};
 }
 
+/// Whether two boxes have a point in common, borders included.
+inline bool BoxesMeet(const Vec3d& min, const Vec3d& max, const Vec3d& low, const Vec3d& high) {
+  for (int a = 0; a < 3; ++a)
+    if (min[a] > high[a] || max[a] < low[a]) return false;
+  return true;
+}
+
 /// Calls f(x, y, z) for every cell of the box; z outermost, x innermost.
 template <class F>
 inline void ForEachCell(const CellBox& box, F&& f) {

@@ -88,13 +88,23 @@ std::string FormatBytes(double bytes) {
 
 namespace {
 
+/// Cells of a box along each axis, at least one; none in a box that holds nothing.
+Vec3d CellsIn(const Bounds& box, double cell) {
+  Vec3d cells;
+  for (int a = 0; a < 3 && box.IsValid(); ++a)
+    cells[a] = std::max(1.0, std::ceil((box.max[a] - box.min[a]) / cell - 1e-6));
+  return cells;
+}
+
 /// Calls f(object, bytes) for every object that takes part.
 template <class F>
-void ForEachWant(const Scene& scene, double cells, F&& f) {
+void ForEachWant(const Scene& scene, const NegotiatedBounds& bounds, F&& f) {
   for (i32 list = 1; list <= 11; ++list)
     for (const auto& [id, object] : scene.List(list)) {
       if (!object->Has(FLAG_ENABLED)) continue;
-      double bytes = object->MemoryPerCell() * cells;
+      if (bounds.own.contains(object.get()) && !object->Has(FLAG_ACTIVE)) continue;
+      const Vec3d cells = CellsIn(bounds.Of(*object), scene.mDomain.cellSize);
+      double bytes = object->MemoryPerCell() * (cells.x * cells.y * cells.z);
       for (const auto& part : object->mParts) bytes += part->Memory();
       f(*object, bytes);
     }
@@ -102,15 +112,15 @@ void ForEachWant(const Scene& scene, double cells, F&& f) {
 
 }  // namespace
 
-double EstimateGridMemory(const Scene& scene, double cells) {
+double EstimateGridMemory(const Scene& scene, const NegotiatedBounds& bounds) {
   double sum = 0;
-  ForEachWant(scene, cells, [&](const iBase&, double bytes) { sum += bytes; });
+  ForEachWant(scene, bounds, [&](const iBase&, double bytes) { sum += bytes; });
   return sum;
 }
 
-MemoryWant LargestWant(const Scene& scene, double cells) {
+MemoryWant LargestWant(const Scene& scene, const NegotiatedBounds& bounds) {
   MemoryWant largest;
-  ForEachWant(scene, cells, [&](const iBase& object, double bytes) {
+  ForEachWant(scene, bounds, [&](const iBase& object, double bytes) {
     if (bytes > largest.bytes) largest = {&object, bytes};
   });
   return largest;
@@ -145,14 +155,12 @@ void MemoryGuard::AddAdvice(const Scene& scene) {
                           scene.mDomain.cellSize);
 }
 
-bool MemoryGuard::Allows(const Scene& scene, const Vec3d& min, const Vec3d& max) {
-  const double cell = scene.mDomain.cellSize;
-  Vec3d cells;
-  for (int a = 0; a < 3; ++a) cells[a] = std::max(1.0, std::ceil((max[a] - min[a]) / cell - 1e-6));
+bool MemoryGuard::Allows(const Scene& scene, const NegotiatedBounds& bounds) {
+  const Vec3d cells = CellsIn(bounds.fields, scene.mDomain.cellSize);
   const double count = cells.x * cells.y * cells.z;
-  const double bytes = EstimateGridMemory(scene, count);
+  const double bytes = EstimateGridMemory(scene, bounds);
   if (count <= kMostCells && bytes <= static_cast<double>(mLimit)) return true;
-  const MemoryWant largest = LargestWant(scene, count);
+  const MemoryWant largest = LargestWant(scene, bounds);
   const std::string share = largest.object
                                 ? fmt::format(", {} of it for '{}'", FormatBytes(largest.bytes),
                                               Shown(largest.object->mName))

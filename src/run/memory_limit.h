@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 
+#include "framework/bounds.h"
 #include "framework/scene.h"
 
 namespace MELDO_GLOBAL::app {
@@ -15,9 +16,10 @@ u64 MachineMemory();
 /// Bytes as "812 MB" or "1.2 TB", in units of 1000.
 std::string FormatBytes(double bytes);
 
-/// Bytes that the grids of a scene take when channels and solvers cover `cells` cells: all buffers
-/// that live at once at the peak of a step.
-double EstimateGridMemory(const MELDO_SULVA::Scene& scene, double cells);
+/// Bytes that the grids of a scene take when its objects cover their boxes: all buffers that live
+/// at once at the peak of a step.
+double EstimateGridMemory(const MELDO_SULVA::Scene& scene,
+                          const MELDO_SULVA::NegotiatedBounds& bounds);
 
 /// What one object takes of that.
 struct MemoryWant {
@@ -25,7 +27,8 @@ struct MemoryWant {
   double bytes = 0;
 };
 /// The object that takes most; none where no object takes any.
-MemoryWant LargestWant(const MELDO_SULVA::Scene& scene, double cells);
+MemoryWant LargestWant(const MELDO_SULVA::Scene& scene,
+                       const MELDO_SULVA::NegotiatedBounds& bounds);
 
 /// Holds a run to its memory: looks at every box before the grids of a scene grow to it, and limits
 /// the grids together, as it lives.
@@ -36,8 +39,8 @@ class MemoryGuard {
   MemoryGuard(const MemoryGuard&) = delete;
   MemoryGuard& operator=(const MemoryGuard&) = delete;
 
-  /// Whether the box (simulation units) fits; if not, `Refusal` says why.
-  bool Allows(const MELDO_SULVA::Scene& scene, const Vec3d& min, const Vec3d& max);
+  /// Whether what the objects are about to cover fits; if not, `Refusal` says why.
+  bool Allows(const MELDO_SULVA::Scene& scene, const MELDO_SULVA::NegotiatedBounds& bounds);
   /// False once a single grid was refused, as that of a volume may be; `Refusal` says why.
   bool CheckGrids(const MELDO_SULVA::Scene& scene);
   /// The system gave no memory for something else than a grid; `Refusal` says for whom.

@@ -67,9 +67,9 @@ Simulation::Simulation(host::Document& document, const std::vector<host::BaseNod
   for (host::BaseNode* server : servers) {
     mScenes.push_back(CreateScene(*server));
     SulvaScene* scene = mScenes.back().get();
-    scene->mBoundsGuard = [this, scene](const Vec3d& min, const Vec3d& max) {
+    scene->mBoundsGuard = [this, scene](const NegotiatedBounds& bounds) {
       NoteCfl(*scene);
-      return mGuard.Allows(*scene, min, max);
+      return mGuard.Allows(*scene, bounds);
     };
   }
 }

@@ -41,7 +41,11 @@ class Probe : public iObject {
   }
 
   i32 GetTypeId() const override { return mSetup.typeId; }
-  bool HasOwnBox() const override { return mSetup.typeId == kTypeFluidSolver; }
+  bool GetReach(Vec3d& low, Vec3d& high) const override {
+    low = {-1e9, -1e9, -1e9};
+    high = {1e9, 1e9, 1e9};
+    return mSetup.typeId == kTypeFluidSolver;
+  }
   i32 GetListIndex() const override { return mSetup.list; }
   void GetCategories(u32& mask) const override { mask |= mSetup.categories; }
   bool IsSequential() const override { return mSetup.sequential; }

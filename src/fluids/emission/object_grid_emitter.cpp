@@ -77,9 +77,23 @@ void ObjectGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
   if (std::any_of(members.begin(), members.end(), hasGrid)) mVolume->ExpandBounds(min, max);
 }
 
+void ObjectGridEmitter::ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min,
+                                           Vec3d& max) {
+  std::vector<VolumeBase*> members;
+  if (mVolume) mVolume->CollectMembers(members);
+  for (VolumeBase* member : members)
+    if (member->HasGridData()) member->ExpandBoundsWithin(low, high, min, max);
+}
+
 bool ObjectGridEmitter::ComesBefore(const iBase& other) const {
   if (other.HasCategory(kBitParticle) || other.GetListIndex() == kListCaches) return false;
   return ObjectVolume::ComesBefore(other);
+}
+
+bool ObjectGridEmitter::Commutes() const {
+  return std::all_of(mPairs.begin(), mPairs.end(), [](const ChannelPair* pair) {
+    return !pair->mSettings || pair->mSettings->Write().mode == static_cast<i32>(EmissionMode::Add);
+  });
 }
 
 void ObjectGridEmitter::Prepare() {
@@ -110,6 +124,7 @@ void ObjectGridEmitter::Prepare() {
   }
   if (!anyRuns) return void(Deactivate(kNotDueReason));
   mConstraints.Prepare(this);
+  mHasFilled = false;
   SetFlag(FLAG_ACTIVE, true);
 }
 
@@ -182,6 +197,7 @@ void ObjectGridEmitter::EmitRun(const VolumeBase& volume, const CellRun& run, bo
       values[count] = target.amount * weight;
       positions[count++] = p;
     }
+    if (count > 0) mHasFilled.store(true, std::memory_order_relaxed);
     target.channel->mEmissionHandler->EmitRow(values, positions, count, target.write,
                                               {data.index, data.count});
   }
@@ -205,11 +221,16 @@ double ObjectGridEmitter::WeightAt(const Target& target, const VolumeBase& volum
 }
 
 void ObjectGridEmitter::Finish() {
+  if (Has(FLAG_ACTIVE) && !mTargets.empty() && !mHasFilled && !IsCancelled()) {
+    // It ran, and nobody sees that it did.
+    if (mRuns > 0) --mRuns;
+    mInactiveReason = "no cell whose centre lies inside of its shape is in the box of a gas";
+  }
   SetFlag(FLAG_ACTIVE, false);
   mWeights.clear();
   mTargets.clear();
   mMembers.clear();
-  mConstraints.Finish();
+  mConstraints.Finish(this);
   ObjectVolume::Finish();
 }
 

@@ -1,5 +1,7 @@
 // Emission into channels inside a volume.
 #pragma once
+#include <atomic>
+
 #include "fluids/emission/channel_pair.h"
 #include "fluids/emission/object_volume.h"
 #include "framework/constraint.h"
@@ -22,7 +24,9 @@ class ObjectGridEmitter : public ObjectVolume {
   bool ResolveLinks() override;
   void CheckDirty() override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
   bool ComesBefore(const iBase& other) const override;
+  bool Commutes() const override;
   void Prepare() override;
   void Begin() override;
   void Evaluate(const EvaluationThreadData& data) override;
@@ -57,7 +61,8 @@ class ObjectGridEmitter : public ObjectVolume {
   double WeightAt(const Target& target, const VolumeBase& volume, const Vec3d& p, u32 worker) const;
 
   std::vector<Target> mTargets;
-  std::vector<VolumeBase*> mMembers;  ///< of the volume, those with a grid
+  std::vector<VolumeBase*> mMembers;             ///< of the volume, those with a grid
+  mutable std::atomic<bool> mHasFilled = false;  ///< some cell took something in this step
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

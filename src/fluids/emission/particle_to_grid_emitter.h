@@ -22,6 +22,7 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   bool ResolveLinks() override;
   void CheckDirty() override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
   bool ComesBefore(const iBase& other) const override;
   void Prepare() override;
   void Begin() override;

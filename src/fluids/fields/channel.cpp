@@ -1,5 +1,9 @@
 #include "fluids/fields/channel.h"
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
@@ -64,24 +68,64 @@ bool Channel_Dynamic<T, G>::ContainsCell(const Vec3d& p, bool excludeBorder) con
   return grid && grid->mLayout.CellOf(p, excludeBorder, cell);
 }
 
-template <class T, class G>
-void Channel_Dynamic<T, G>::WidenByGrid(const G* grid, Vec3d& min, Vec3d& max) const {
-  if (!grid || grid->IsActiveEmpty()) return;
-  const GridLayout& layout = grid->mLayout;
-  // The cells of the data whole, or a scene that mirrors itself would grow to one side first. A
-  // sample on a face or a node has its cells' border there.
-  const VecInt3D past = grid->mActiveMax + VecInt3D{1, 1, 1} - ExtraOf(grid->mKind);
-  min = Min(min, layout.simOrigin + ToReal(grid->mActiveMin) * layout.simCell);
+namespace {
+
+/// Widens a box by samples of a grid, upper corner exclusive. The cells of the data whole, or a
+/// scene that mirrors itself would grow to one side first. A sample on a face or a node has its
+/// cells' border there.
+template <class G>
+void WidenBySamples(const G& grid, const CellBox& samples, Vec3d& min, Vec3d& max) {
+  if (samples.IsEmpty()) return;
+  const GridLayout& layout = grid.mLayout;
+  const VecInt3D past = samples.max - ExtraOf(grid.mKind);
+  min = Min(min, layout.simOrigin + ToReal(samples.min) * layout.simCell);
   max = Max(max, layout.simOrigin + ToReal(Min(past, layout.dims)) * layout.simCell);
 }
 
+/// The samples of a grid in a box (simulation units), and those of cells that it cuts.
+template <class G>
+CellBox SamplesIn(const G& grid, const Vec3d& low, const Vec3d& high) {
+  const Vec3d from = grid.mLayout.ToCells(low), to = grid.mLayout.ToCells(high);
+  CellBox box;
+  for (int a = 0; a < 3; ++a) {
+    const double most = grid.Dims()[a];
+    box.min[a] = static_cast<i32>(std::clamp(std::floor(from[a]), 0.0, most));
+    box.max[a] = static_cast<i32>(std::clamp(std::ceil(to[a]) + ExtraOf(grid.mKind)[a], 0.0, most));
+  }
+  return box;
+}
+
+}  // namespace
+
 template <class T, class G>
-bool Channel_Dynamic<T, G>::WidenByCache(Vec3d& min, Vec3d& max) const {
+void Channel_Dynamic<T, G>::ExpandBounds(Vec3d& min, Vec3d& max) {
+  constexpr double huge = std::numeric_limits<double>::max();
+  ExpandBoundsWithin({-huge, -huge, -huge}, {huge, huge, huge}, min, max);
+}
+
+template <class T, class G>
+void Channel_Dynamic<T, G>::ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min,
+                                               Vec3d& max) {
+  if (Vec3d from, to; GetCachedBox(from, to)) {
+    if (!BoxesMeet(from, to, low, high)) return;
+    min = Min(min, from);
+    max = Max(max, to);
+    return;
+  }
+  for (i32 i = 0; i < 3; ++i) {
+    const G* grid = GetGrid(i);
+    if (!grid || grid->IsActiveEmpty()) continue;
+    const CellBox active{grid->mActiveMin, grid->mActiveMax + VecInt3D{1, 1, 1}};
+    const CellBox part = Clip(SamplesIn(*grid, low, high), active.min, active.max);
+    const bool isWhole = part.min == active.min && part.max == active.max;
+    WidenBySamples(*grid, isWhole ? active : grid->FindData(part), min, max);
+  }
+}
+
+template <class T, class G>
+bool Channel_Dynamic<T, G>::GetCachedBox(Vec3d& min, Vec3d& max) const {
   if (!this->Has(FLAG_CACHED) || !mHasCachedLayout) return false;
-  Vec3d low, high;
-  mCachedLayout.GetCellBox(this->GetDomain().cellSize, low, high);
-  min = Min(min, low);
-  max = Max(max, high);
+  mCachedLayout.GetCellBox(this->GetDomain().cellSize, min, max);
   return true;
 }
 

@@ -49,6 +49,8 @@ class Channel_Dynamic : public iChannel<T> {
   virtual G* GetGrid(i32 i) const = 0;
   /// The buffer to write; the same grid.
   virtual G* GetGridForWrite(i32 i) const { return GetGrid(i); }
+  void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
   bool ContainsPoint(const Vec3d& p, bool withMargin) const override;
   bool ContainsCell(const Vec3d& p, bool excludeBorder) const override;
 
@@ -61,11 +63,9 @@ class Channel_Dynamic : public iChannel<T> {
   bool mKeepPrevious = true;  ///< keeps a second buffer
 
  protected:
-  /// Widens a box (simulation units) by the data of a grid, which may be null or empty.
-  void WidenByGrid(const G* grid, Vec3d& min, Vec3d& max) const;
-  /// Widens it by the layout of the last cache frame while a cache feeds the channel; false while
-  /// none does.
-  bool WidenByCache(Vec3d& min, Vec3d& max) const;
+  /// The box (simulation units) of the last cache frame while a cache feeds the channel, whose
+  /// grids hold the frame before; false while none does.
+  bool GetCachedBox(Vec3d& min, Vec3d& max) const;
   /// `ApplyBounds` clears the data. Those of a cache come once a frame, and stay in all its steps.
   bool ClearsNow() const { return mClearEachFrame && !this->Has(FLAG_CACHED); }
 };
@@ -85,7 +85,6 @@ class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
   bool ReadParameters() override;
   void Reset() override;
   void Release(bool full) override;
-  void ExpandBounds(Vec3d& min, Vec3d& max) override;
   /// The adaptive container: resizes the grid to the box, a whole number of cells, keeping the data
   /// in place; cells outside the old box hold the initial value.
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
@@ -149,7 +148,6 @@ class ChannelBase_Vector : public Channel_Dynamic<T, G> {
   bool ReadParameters() override;
   void Reset() override;
   void Release(bool full) override;
-  void ExpandBounds(Vec3d& min, Vec3d& max) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void UpdateRange() override;
   void Persist(StateArchive& archive) override;

@@ -49,12 +49,6 @@ void ChannelBase_Scalar<T, G>::Release(bool full) {
 }
 
 template <class T, class G>
-void ChannelBase_Scalar<T, G>::ExpandBounds(Vec3d& min, Vec3d& max) {
-  // What the grid holds from the frame before is about to be replaced.
-  if (!this->WidenByCache(min, max)) this->WidenByGrid(mGrid.get(), min, max);
-}
-
-template <class T, class G>
 bool ChannelBase_Scalar<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
   const GridLayout& domain = this->GetDomain();
   const ContainerShape shape(domain, min, max);

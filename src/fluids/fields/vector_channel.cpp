@@ -42,12 +42,6 @@ void ChannelBase_Vector<T, G>::Release(bool full) {
 }
 
 template <class T, class G>
-void ChannelBase_Vector<T, G>::ExpandBounds(Vec3d& min, Vec3d& max) {
-  if (this->WidenByCache(min, max)) return;
-  for (const auto& grid : mGrids) this->WidenByGrid(grid.get(), min, max);
-}
-
-template <class T, class G>
 bool ChannelBase_Vector<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
   const GridLayout& domain = this->GetDomain();
   const ContainerShape shape(domain, min, max);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
@@ -52,8 +53,8 @@ const NodeKind& FluidSolver::Kind() {
 const ParameterTable& FluidSolver::Parameters() {
   static const ParameterTable table = {
       LinkRow(1000, "density_channel",
-              "gas of differing weight: a heavy cloud sinks and spreads along the ground",
-              {1300027, 1300028, 1300029, 1300112})
+              "gas of differing weight: a heavy cloud sinks and spreads along the ground")
+          .AcceptsAny(kScalarChannels)
           .To(&GasSettings::densityChannel),
       RealRow(1001, "density", 1.23, "kg/m^3",
               "how heavy the gas is where no channel says so; matters once other bodies push it")
@@ -62,7 +63,7 @@ const ParameterTable& FluidSolver::Parameters() {
       LinksRow(1008, "forces",
                "what moves the gas, by name; none without names, and with null every grid force",
                {})
-          .AcceptsAny(kListForces, kCategoryGrid)
+          .AcceptsAny({kListForces, kCategoryGrid})
           .AllWhenAbsent()
           .To(&GasSettings::forces),
       LongRow(1009, "padding_cells", 5, "cells",
@@ -101,7 +102,7 @@ const ParameterTable& FluidSolver::Parameters() {
           "honey instead of air: slows differences of speed; acts once the viscosity solve does")
           .AtLeast(0)
           .Kept(),
-      LongRow(1020, "linear_solver", 1, "",
+      LongRow(kLinearSolverRow, "linear_solver", 1, "",
               "how the pressure is found: multigrid is the quickest for large boxes, gauss_seidel "
               "for a rough look")
           .Choices({{0, "conjugate_gradients"}, {1, "gauss_seidel"}, {2, "multigrid"}})
@@ -132,16 +133,18 @@ const ParameterTable& FluidSolver::Parameters() {
       RealRow(1045, "min_diagonal_ratio", 0.25, "none",
               "keeps conjugate_gradients from going astray in thin gaps; leave it")
           .Range(0, 1)
+          .OnlyWith(kLinearSolverRow, {0})
           .To(&GasSettings::minDiagonalRatio),
       RealRow(1046, "preconditioner_modification", 0.97, "none",
               "speeds conjugate_gradients up near 1; the picture doesn't change")
           .Range(0, 1)
+          .OnlyWith(kLinearSolverRow, {0})
           .To(&GasSettings::modification),
       BoolRow(1047, "use_body_velocities", false,
               "walls of moving bodies push with the speed of the body itself")
           .To(&GasSettings::useBodyVelocities),
-      LinkRow(1300, "viscosity_channel", "thick and thin gas in one scene: a field of viscosity",
-              {1300027, 1300028, 1300029, 1300112})
+      LinkRow(1300, "viscosity_channel", "thick and thin gas in one scene: a field of viscosity")
+          .AcceptsAny(kScalarChannels)
           .Kept(),
       LongRow(1301, "viscosity_iterations", 100, "",
               "how hard the viscosity solve works before it gives up")
@@ -272,6 +275,14 @@ void FluidSolver::GetUserBox(Vec3d& min, Vec3d& max) const {
   const double voxel = GetDomain().cellSize;
   max = Max(max, min + Vec3d{1, 1, 1}) * voxel;
   min *= voxel;
+}
+
+bool FluidSolver::GetReach(Vec3d& low, Vec3d& high) const {
+  const double voxel = GetDomain().cellSize;
+  UserBox(low, high);
+  low = (low - Vec3d{1, 1, 1}) * voxel;
+  high = (high + Vec3d{1, 1, 1}) * voxel;
+  return true;
 }
 
 void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {

@@ -40,7 +40,7 @@ class FluidSolver : public iFluidSolver, public GasSettings {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kBoxSizeRow = 1010, kBoxOffsetRow = 1028;
+  static constexpr i32 kBoxSizeRow = 1010, kBoxOffsetRow = 1028, kLinearSolverRow = 1020;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ClearLinks() override;
@@ -55,7 +55,8 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
   void Persist(StateArchive& archive) override;
-  bool HasOwnBox() const override { return true; }
+  /// The user's box and a cell around it.
+  bool GetReach(Vec3d& low, Vec3d& high) const override;
   double GetMaxSpeedSq() const override { return mMaxSpeedSq; }
   /// Two velocities of three components, the scratch of forces and constraints (6), level set,
   /// divergence source and fractions (4), the linear system (13), and a share for the encoding of

@@ -159,6 +159,11 @@ void MultiVolume::UniteBounds() {
   mCentre = mBoxMin.x > mBoxMax.x ? Vec3d{} : mBoxMin + (mBoxMax - mBoxMin) * 0.5;
 }
 
+void MultiVolume::ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) {
+  for (auto& [key, member] : mMembers)
+    if (member->HasGridData()) member->ExpandBoundsWithin(low, high, min, max);
+}
+
 void MultiVolume::Prepare() {
   if (!IsDirty()) return;
   bool any = false;

@@ -32,6 +32,7 @@ class MultiVolume : public iVolume {
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
+  void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
   void CollectMembers(std::vector<VolumeBase*>& out) override;
 
   // The point operations take world positions and ask the members in order.

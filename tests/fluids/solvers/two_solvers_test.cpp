@@ -41,12 +41,12 @@ struct Boxes {
         if (row.name == parameter) node.Set(row.id, value);
     return node;
   }
-  void Ball(const std::string& name, double x, const std::string& channel) {
+  void Ball(const std::string& name, double x, const std::string& channel, double up = 0) {
     auto& ball = document.Create<host::PolygonObject>(host::kMeshObject, name, nullptr);
     host::ShapeArguments shape;
     shape.radius = 25;
     ball.SetGeometry(host::MakeSphere(shape));
-    ball.SetPlacement({x, 40, 0}, {}, {1, 1, 1});
+    ball.SetPlacement({x, 40 + up, 0}, {}, {1, 1, 1});
     Make("mesh", name + " mesh", {{"object", Link{ball.Id()}}});
     Make("volume", name + " volume", {{"mesh", LinkTo(name + " mesh")}});
     Make("emission_setting", name + " rate", {{"amount", 700.0}});
@@ -56,13 +56,13 @@ struct Boxes {
          {{"volume", LinkTo(name + " volume")},
           {"channels", InExcludeData{{{nodes.at(name + " pair")->Id(), 0}}}}});
   }
-  void Gas(const std::string& name, double x) {
+  void Gas(const std::string& name, double x, double up = 0, i32 padding = 100) {
     Make("fluid", name,
          {{"box_size", Vec3d{100, 140, 100}},
-          {"padding_cells", 100},
+          {"padding_cells", padding},
           {"linear_solver", 0},
           {"forces", InExcludeData{{{nodes.at("lift")->Id(), 0}}}}})
-        .SetPlacement({x - 50, 0, -50}, {}, {1, 1, 1});
+        .SetPlacement({x - 50, up, -50}, {}, {1, 1, 1});
     Make("grid_advection", "move " + name, {{"solver", LinkTo(name)}});
   }
   void Carry(const std::string& channel, const std::string& gas) {
@@ -164,4 +164,27 @@ TEST(TwoSolvers, AFieldIsCarriedByTheOneThatItsAdvectionNames) {
   boxes.Run(16);
   EXPECT_GT(HeightOf(boxes.Field("moving"), -1, 1), 0.45);
   EXPECT_NEAR(HeightOf(boxes.Field("still"), -1, 1), 0.4, 0.01);
+}
+
+TEST(TwoSolvers, NoBoxFollowsWhatOnlyAnotherOneReaches) {
+  Boxes one, three;
+  constexpr double kFar = 300;
+  const auto makeOne = [](Boxes& boxes, const std::string& name, double x, double up) {
+    boxes.Ball(name + " ball", x, "heat", up);
+    boxes.Gas(name, x, up, 1);
+    boxes.Carry("heat", name);
+  };
+  makeOne(one, "left", 0, 0);
+  makeOne(three, "left", 0, 0);
+  makeOne(three, "right", kFar, kFar);
+  three.Gas("between", 0, kFar, 1);
+  for (Boxes* boxes : {&one, &three}) boxes->Run();
+  const GridLayout& alone = *one.Object<FluidSolver>("left").mFlow.GetLayout();
+  const GridLayout& left = *three.Object<FluidSolver>("left").mFlow.GetLayout();
+  const GridLayout& right = *three.Object<FluidSolver>("right").mFlow.GetLayout();
+  EXPECT_EQ(left.dims, alone.dims);
+  EXPECT_EQ(right.dims, alone.dims);
+  EXPECT_LT(alone.dims.y, 16) << "a box that fills what the user gave would show nothing";
+  EXPECT_EQ(three.Object<FluidSolver>("between").mFlow.GetLayout(), nullptr);
+  EXPECT_EQ(three.Field("heat").Dims(), (left.dims + VecInt3D{30, 30, 0}));
 }
