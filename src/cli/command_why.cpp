@@ -4,6 +4,7 @@
 
 #include <map>
 
+#include "cache/cache_rows.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/worker_pool.h"
@@ -20,7 +21,6 @@ using namespace MELDO_SULVA;
 namespace {
 
 constexpr const char* kNoTime = "no time has passed yet";
-constexpr i32 kCacheMode = 1001, kPlay = 0, kRecord = 1;
 
 void AddNames(const std::vector<BaseNode*>& nodes, NameTable& names) {
   for (BaseNode* node : nodes) {
@@ -41,8 +41,7 @@ const BaseNode& NodeNamed(const LoadedScene& scene, const std::string& reference
                      Suggestion(reference, names.Names())));
   if (found.size() > 1)
     fail(fmt::format("'{}' may be '{}' or '{}'; give the path", Shown(reference),
-                     Shown(NameTable::PathOf(*found[0].node)),
-                     Shown(NameTable::PathOf(*found[1].node))));
+                     Shown(found[0].node->Path()), Shown(found[1].node->Path())));
   return *found.front().node;
 }
 
@@ -51,9 +50,10 @@ void KeepRecordings(const std::vector<BaseNode*>& nodes) {
   for (BaseNode* node : nodes) {
     const NodeKind* kind = FindKind(node->Type());
     if (kind && kind->list == kListCaches) {
-      const Value* mode = node->Get(kCacheMode);
-      if (mode && LongOf(*mode, kPlay) == kRecord) node->SetEnabled(false);
-      node->Set(kCacheMode, kPlay);
+      const Value* mode = node->Get(cache_row::kMode);
+      if (mode && LongOf(*mode, cache_row::kPlayBack) == cache_row::kRecord)
+        node->SetEnabled(false);
+      node->Set(cache_row::kMode, i32{cache_row::kPlayBack});
     }
     KeepRecordings(node->Children());
   }

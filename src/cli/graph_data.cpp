@@ -97,7 +97,7 @@ class GraphBuilder {
     mOrder.emplace_back(&node, index);
     const Vec3d place = node.GlobalMatrix().offset;
     mNodes.push_back({{"name", node.Name()},
-                      {"path", NameTable::PathOf(node)},
+                      {"path", node.Path()},
                       {"type", KindOf(node)},
                       {"group", GroupOf(node)},
                       {"parent", parent},

@@ -34,31 +34,32 @@ const NodeKind& Duration::Kind() {
 const ParameterTable& Duration::Parameters() {
   static const ParameterTable table = {
       RealRow(1000, "length", 0.0, "s", "how long a puff lasts; 0 or less never ends")
-          .OnlyWith(1008, {0})
+          .OnlyWith(kUseFramesRow, {0})
           .To(&Duration::length),
-      RealRow(1001, "start", 0.0, "s", "how long it waits before the first puff")
-          .OnlyWith(1008, {0})
+      RealRow(kStartRow, "start", 0.0, "s", "how long it waits before the first puff")
+          .OnlyWith(kUseFramesRow, {0})
           .To(&Duration::start),
       LongRow(1002, "repeats", 0, "", "further puffs after the first")
           .AtLeast(0)
           .To(&Duration::repeats),
       RealRow(1003, "pause", 10.0, "s", "quiet time between two puffs")
-          .OnlyWith(1008, {0})
+          .OnlyWith(kUseFramesRow, {0})
           .To(&Duration::pause),
       CurveRow(1004, "curve",
                "strength from the beginning (0) to the end (1); without it a puff fades out")
           .To(&Duration::spline),
       LongRow(1005, "length_frames", 0, "frames", "how many frames a puff lasts, with use_frames")
-          .OnlyWith(1008, {1})
+          .OnlyWith(kUseFramesRow, {1})
           .To(&Duration::mLengthFrames),
-      LongRow(1006, "start_frames", 0, "frames",
+      LongRow(kStartFramesRow, "start_frames", 0, "frames",
               "how many frames it waits before the first puff, with use_frames")
-          .OnlyWith(1008, {1})
+          .OnlyWith(kUseFramesRow, {1})
           .To(&Duration::mStartFrames),
       LongRow(1007, "pause_frames", 10, "frames", "quiet frames between two puffs, with use_frames")
-          .OnlyWith(1008, {1})
+          .OnlyWith(kUseFramesRow, {1})
           .To(&Duration::mPauseFrames),
-      BoolRow(1008, "use_frames", false, "counts in frames of the scene instead of seconds")
+      BoolRow(kUseFramesRow, "use_frames", false,
+              "counts in frames of the scene instead of seconds")
           .To(&Duration::mUsesFrames),
   };
   return table;

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 
+#include "framework/constraint.h"
+#include "framework/node_kind.h"
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
@@ -112,12 +115,18 @@ void SulvaScene::CollectObjects(const InExcludeData* list, std::vector<iBase*>& 
 }
 
 namespace {
-/// Whether a row may link an object: by its list and categories, or by its kind.
+/// Whether a row that takes groups of kinds may link an object, by what it can do now, or by its
+/// kind where the row names that one.
 bool Accepts(const ParameterRow& row, const iBase& object) {
-  if (row.acceptsList && object.GetListIndex() != row.acceptsList) return false;
+  if (row.acceptsAny.empty()) return true;
   u32 mask = 0;
   object.GetCategories(mask);
-  return (mask & row.acceptsCategories) == row.acceptsCategories;
+  const auto holds = [&](const KindGroup& group) {
+    return group.Holds(object.GetListIndex(), mask);
+  };
+  if (std::any_of(row.acceptsAny.begin(), row.acceptsAny.end(), holds)) return true;
+  const NodeKind* kind = object.GetKind();
+  return kind && std::find(row.accepts.begin(), row.accepts.end(), kind->id) != row.accepts.end();
 }
 }  // namespace
 
@@ -134,6 +143,10 @@ std::vector<LinkTarget> SulvaScene::All(const ParameterRow& row) const {
           targets.push_back({object.Node(), &object, 0});
       },
       true);
+  // Not in the order of the file, or forces would sum up to other last bits.
+  std::sort(targets.begin(), targets.end(), [](const LinkTarget& a, const LinkTarget& b) {
+    return a.node->Path() < b.node->Path();
+  });
   return targets;
 }
 
@@ -152,6 +165,7 @@ void SulvaScene::Reset(bool full) {
         if (!full && !(object.IsDirty() && object.ResetsOnChange())) return;
         object.Reset();
         for (const auto& part : object.mParts) part->Reset();
+        if (ConstraintList* constraints = object.Constraints()) constraints->Reset();
       },
       true);
   if (!full) return;

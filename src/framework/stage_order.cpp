@@ -1,6 +1,7 @@
 #include "framework/stage_order.h"
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <set>
 
@@ -23,6 +24,22 @@ class Waits {
           if (!mWriters[target].contains(reader)) mFor[reader].insert(writer);
   }
   const std::set<iBase*>& Of(iBase* object) { return mFor[object]; }
+  /// Whether an object waits for another one, or for one that does.
+  bool Follows(iBase* object, iBase* other) {
+    std::set<iBase*> seen;
+    const std::function<bool(iBase*)> follows = [&](iBase* at) {
+      return seen.insert(at).second &&
+             std::any_of(mFor[at].begin(), mFor[at].end(),
+                         [&](iBase* next) { return next == other || follows(next); });
+    };
+    return follows(object);
+  }
+  /// Something that both objects write; null if there is nothing.
+  const iBase* SharedTarget(iBase* a, iBase* b) const {
+    for (const auto& [target, writers] : mWriters)
+      if (writers.contains(a) && writers.contains(b)) return target;
+    return nullptr;
+  }
 
  private:
   /// The links of `holder`, which count as those of `object`.
@@ -80,11 +97,26 @@ std::vector<iBase*> OrderByLinks(const std::vector<iBase*>& objects, const Scene
     };
     const auto next = std::find_if(waiting.begin(), waiting.end(), ready);
     if (next == waiting.end())
-      throw OrderError("these nodes wait for each other: " + CircleOf(waiting, waits));
+      throw OrderError("these nodes wait for each other: " + CircleOf(waiting, waits),
+                       waiting.front()->Node());
     ordered.push_back(*next);
     waiting.erase(next);
   }
   return ordered;
+}
+
+std::vector<OrderTie> FindTies(const std::vector<iBase*>& objects, const Scene& scene) {
+  std::vector<OrderTie> ties;
+  if (objects.size() < 2) return ties;
+  Waits waits(objects, scene);
+  for (std::size_t i = 0; i < objects.size(); ++i)
+    for (std::size_t j = i + 1; j < objects.size(); ++j) {
+      iBase *a = objects[i], *b = objects[j];
+      if (a->ComesBefore(*b) || b->ComesBefore(*a) || (a->Commutes() && b->Commutes())) continue;
+      const iBase* target = waits.SharedTarget(a, b);
+      if (target && !waits.Follows(a, b) && !waits.Follows(b, a)) ties.push_back({a, b, target, 0});
+    }
+  return ties;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -11,7 +11,13 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Objects of a stage that wait for each other; `what` names them.
 class OrderError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  OrderError(const std::string& what, const host::BaseNode* node)
+      : std::runtime_error(what), mNode(node) {}
+  /// One of them.
+  const host::BaseNode* Node() const { return mNode; }
+
+ private:
+  const host::BaseNode* mNode;
 };
 
 /// Moves objects back behind those that they wait for, and leaves the order as it is elsewhere.
@@ -22,5 +28,17 @@ class OrderError : public std::runtime_error {
 /// Links of settings count as those of the object that names them. Throws OrderError when objects
 /// wait in a circle.
 std::vector<iBase*> OrderByLinks(const std::vector<iBase*>& objects, const Scene& scene);
+
+/// Two objects of a stage that change the same thing, and whose order only the file tells.
+struct OrderTie {
+  const iBase* first = nullptr;
+  const iBase* second = nullptr;
+  const iBase* target = nullptr;
+  i32 stage = 0;
+};
+
+/// The ties among the objects of a stage, which stand in their order: of equal priority, not
+/// waiting for each other, and not both such that only add.
+std::vector<OrderTie> FindTies(const std::vector<iBase*>& objects, const Scene& scene);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -124,4 +124,6 @@ void BaseNode::Animate(double frame) {
   for (const auto& tag : mTags) tag->Animate(frame);
 }
 
+std::string BaseNode::Path() const { return mParent ? mParent->Path() + "/" + mName : mName; }
+
 }  // namespace MELDO_GLOBAL::host

@@ -58,6 +58,8 @@ class BaseNode {
   i32 Type() const { return mType; }
   Document& GetDocument() const { return mDocument; }
   const std::string& Name() const { return mName; }
+  /// The names from the top down to the node, with a slash between them.
+  std::string Path() const;
   void SetName(std::string name) { mName = std::move(name); }
 
   /// True for the node's own type and every type it counts as an instance of.

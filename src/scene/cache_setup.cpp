@@ -171,7 +171,7 @@ class Setup {
       for (const BaseNode* child : each.Children()) look(*child);
     };
     for (const BaseNode* each : mScene.document->Roots()) look(*each);
-    return count > 1 ? fmt::format("/{}", NameTable::PathOf(node)) : node.Name();
+    return count > 1 ? fmt::format("/{}", node.Path()) : node.Name();
   }
 
   // ---- text of nodes --------------------------------------------------------------------------

@@ -56,6 +56,7 @@ std::string WordFor(const ParameterRow& row, i32 value) {
 std::string ConditionText(const ParameterTable& table, const ParameterRow& row) {
   if (!row.condition) return {};
   const ParameterRow* mode = FindRow(table, row.condition->id);
+  if (row.condition->values.empty()) return fmt::format("without {}", mode->name);
   std::string words;
   for (const i32 value : row.condition->values)
     words.append(words.empty() ? "" : " or ").append(WordFor(*mode, value));

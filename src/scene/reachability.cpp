@@ -107,6 +107,7 @@ class ReachFinder {
     WhyIdle(node);
     if (!node.IsEnabled()) return;
     LookAtLinks(node);
+    LookAtStage(node, *kind);
     NodeReach& reach = mReach.mNodes[node.Id()];
     if (!kind->OnlyServes() || node.Tag(kObstacleTag) || WidensBounds(node) ||
         mExported.contains(node.Id()) || !reach.readers.empty())
@@ -139,6 +140,20 @@ class ReachFinder {
       return Named(target) +
              " belongs to another server; a node sees those of its own server alone";
     return target.IsEnabled() ? "" : Named(target) + " is switched off";
+  }
+
+  /// One stage takes the place of all that a node works in.
+  void LookAtStage(const BaseNode& node, const NodeKind& kind) {
+    const Value* value = node.Get(common_row::kStage);
+    const i32 stage = value ? LongOf(*value, 0) : 0;
+    if (stage <= 0 || stage >= kStageCount || kind.stages.size() < 2) return;
+    std::string own;
+    for (const i32 each : kind.stages) own += fmt::format("{}{}", own.empty() ? "" : ", ", each);
+    Find(
+        node, FindRow(*node.Table(), common_row::kStage)->name,
+        fmt::format("'stage': it works in the stages {}; in stage {} alone the rest of its work is "
+                    "left out",
+                    own, stage));
   }
 
   std::string StandsInNoStage(const BaseNode& node, const NodeKind& kind) {
@@ -206,8 +221,10 @@ class ReachFinder {
       const NodeKind* kind = solver ? FindKind(solver->Type()) : nullptr;
       if (!kind || kind->list != kListSolvers || !solver->IsEnabled()) continue;
       const auto row =
-          std::find_if(solver->Table()->begin(), solver->Table()->end(),
-                       [](const ParameterRow& r) { return r.acceptsList == kListForces; });
+          std::find_if(solver->Table()->begin(), solver->Table()->end(), [](const ParameterRow& r) {
+            return std::any_of(r.acceptsAny.begin(), r.acceptsAny.end(),
+                               [](auto& group) { return group.list == kListForces; });
+          });
       if (row == solver->Table()->end()) continue;
       const Value* value = solver->Get(row->id);
       const auto* list = value ? std::get_if<InExcludeData>(value) : nullptr;

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "framework/server_rows.h"
+#include "nodes/catalogue.h"
 #include "scene/parameter_text.h"
 
 namespace MELDO_GLOBAL::app {
@@ -26,6 +27,12 @@ double RealOf(const BaseNode& node, i32 id) {
 std::string WhyUnused(const BaseNode& node, const ParameterRow& row) {
   if (!row.condition || node.Tracks().contains(row.condition->id)) return {};
   const ParameterRow* mode = FindRow(*node.Table(), row.condition->id);
+  if (row.condition->values.empty()) {
+    const auto* link = std::get_if<Link>(node.Get(mode->id) ? node.Get(mode->id) : &mode->creation);
+    if (!link || link->node == 0) return {};
+    return fmt::format("'{}' has no effect while '{}' is given, which takes its place", row.name,
+                       mode->name);
+  }
   const Value* value = node.Get(row.condition->id);
   const i32* now = std::get_if<i32>(value ? value : &mode->WhenMissing());
   const std::vector<i32>& counts = row.condition->values;
@@ -48,7 +55,8 @@ class KeptParameters {
   void Add(const BaseNode& node, const ParameterTable* table, const JsonValue* given) {
     if (!table || !given || !given->Members()) return;
     for (const JsonMember& member : *given->Members())
-      if (const ParameterRow* row = RowNamed(*table, member.key); row && !row->HasEffect()) {
+      if (const ParameterRow* row = RowNamed(*table, member.key);
+          row && !row->HasEffect() && !IsAsNew(node, *row)) {
         if (!mFirst) mFirst = &member;
         AddName(node, *row);
       }
@@ -69,6 +77,11 @@ class KeptParameters {
   }
 
  private:
+  /// What a new node holds is meant by nobody.
+  static bool IsAsNew(const BaseNode& node, const ParameterRow& row) {
+    const Value* value = node.Get(row.id);
+    return value && !node.Tracks().contains(row.id) && *value == row.creation;
+  }
   void AddName(const BaseNode& node, const ParameterRow& row) {
     std::string name = fmt::format("'{}' of \"{}\"", row.name, Shown(node.Name()));
     if (std::find(mNames.begin(), mNames.end(), name) == mNames.end())
@@ -79,6 +92,23 @@ class KeptParameters {
   std::string mOption;
   std::vector<std::string> mNames;
 };
+
+/// Kinds that no stage runs are worked by whoever links them.
+void NoteOrderOfServants(SceneContext& context, const MadeNode& made) {
+  using namespace MELDO_SULVA;
+  const NodeKind* kind = FindKind(made.node->Type());
+  if (!made.parameters || !made.node->Table() || !kind || !kind->stages.empty() ||
+      kind->list == 0 || kind->list == kListCaches)
+    return;
+  for (const JsonMember& member : *made.parameters->Members())
+    if (const ParameterRow* row = RowNamed(*made.node->Table(), member.key);
+        row && (row->id == common_row::kStage || row->id == common_row::kPriority ||
+                row->id == common_row::kGroupBreak))
+      context.Note(member, made.subject,
+                   fmt::format("'{}' has no effect: it works where another node links it, and not "
+                               "in a stage of its own",
+                               row->name));
+}
 
 void WarnOfSmallCells(SceneContext& context, const MadeNode& made) {
   const double cell = RealOf(*made.node, MELDO_SULVA::server_row::kCellSize);
@@ -115,6 +145,7 @@ void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
   KeptParameters kept;
   for (const MadeNode& made : nodes) {
     NoteUnused(context, made);
+    NoteOrderOfServants(context, made);
     kept.Add(*made.node, made.node->Table(), made.parameters);
     if (const BaseNode* tag = made.obstacle ? made.node->Tag(kObstacleTag) : nullptr)
       kept.Add(*made.node, tag->Table(), made.obstacle);

@@ -209,10 +209,6 @@ std::vector<std::string_view> NameTable::Names() const {
   return names;
 }
 
-std::string NameTable::PathOf(const BaseNode& node) {
-  return node.Parent() ? PathOf(*node.Parent()) + "/" + node.Name() : node.Name();
-}
-
 std::string SiblingNames::MakeUnique(const std::string& base) {
   if (Reserve(base)) return base;
   int& next = mNext.try_emplace(base, 2).first->second;

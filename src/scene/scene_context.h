@@ -102,7 +102,6 @@ class NameTable {
   /// ("/server/emitter") may mean.
   std::vector<Candidate> Find(std::string_view reference) const;
   std::vector<std::string_view> Names() const;
-  static std::string PathOf(const host::BaseNode& node);
 
  private:
   std::unordered_map<std::string, std::vector<host::BaseNode*>> mByName;

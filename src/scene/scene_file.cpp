@@ -7,8 +7,10 @@
 #include <fstream>
 
 #include "framework/server_rows.h"
+#include "framework/stage_order.h"
 #include "host/exit_codes.h"
 #include "host/mesh_files.h"
+#include "nodes/catalogue.h"
 #include "scene/output_name.h"
 #include "scene/render_section.h"
 #include "scene/scene_advice.h"
@@ -174,6 +176,31 @@ void TellFindings(const Reachability& reach, const ScenePlaces& places, Diagnost
   }
 }
 
+/// Warns where only the file says what goes first. Nodes that wait for each other are an error.
+void TellOrder(const std::vector<BaseNode*>& servers, const ScenePlaces& places,
+               Diagnostics& diagnostics) {
+  const auto named = [](const BaseNode& node) {
+    return fmt::format("{} \"{}\"", TypeWord(node), Shown(node.Name()));
+  };
+  for (BaseNode* server : servers) {
+    if (!server->IsEnabled()) continue;
+    try {
+      const auto scene = MELDO_SULVA::CreateScene(*server);
+      for (const MELDO_SULVA::OrderTie& tie : scene->LookAtOrder())
+        diagnostics.Warning(
+            places.Of(*tie.second->Node(), "priority", -1),
+            fmt::format(
+                "{}: it and {} both change '{}' in stage {} ({}), and only the order of the "
+                "file says that it goes second; give one of them a priority",
+                named(*tie.second->Node()), named(*tie.first->Node()), Shown(tie.target->mName),
+                tie.stage, MELDO_SULVA::kPipeline[tie.stage].name));
+    } catch (const MELDO_SULVA::OrderError& error) {
+      diagnostics.Error(places.Of(*error.Node(), {}, -1),
+                        fmt::format("{}: {}", named(*error.Node()), error.what()));
+    }
+  }
+}
+
 /// Whether an override changes a server's units: the cell sizes follow these, and those that the
 /// command line gives stand above that.
 bool ChangesUnits(const std::string& text) {
@@ -246,6 +273,8 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   const ScenePlaces places(context, builder.Made(), given);
   scene.reach = Reachability(*scene.document, scene.servers, NodesOf(scene.exports));
   TellFindings(scene.reach, places, diagnostics);
+  TellOrder(scene.servers, places, diagnostics);
+  if (diagnostics.HasErrors()) return {};
   AddHints(scene, places, diagnostics);
   return scene;
 }

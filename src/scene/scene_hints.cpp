@@ -12,12 +12,14 @@
 #include "cache/grid_cacher.h"
 #include "fluids/advection/grid_advection.h"
 #include "fluids/emission/channel_pair.h"
+#include "fluids/emission/emission_settings.h"
 #include "fluids/emission/object_grid_emitter.h"
 #include "fluids/mesh/multi_mesh.h"
 #include "fluids/operators/mesh_curvature_operator.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
+#include "framework/duration.h"
 #include "framework/server_rows.h"
 #include "host/polygon_object.h"
 #include "nodes/catalogue.h"
@@ -62,6 +64,7 @@ class HintFinder {
       if (IsA<Mesh>(*node)) CheckSize(*node, cell);
     CheckMoved();
     CheckEmitters(cell);
+    CheckSettings(server);
     const bool ownRange = Whole(server, server_row::kUsePreviewRange) == 0;
     CheckNumbers(ownRange ? Whole(server, server_row::kFirstFrame) : mScene.document->previewMin);
   }
@@ -71,6 +74,7 @@ class HintFinder {
     mNodes.clear();
     for (const BaseNode* server : mScene.servers) Collect(*server);
     CheckRecordings();
+    CheckExports();
   }
 
  private:
@@ -218,6 +222,59 @@ class HintFinder {
     }
   }
 
+  /// Numbers that each are allowed, and with which nothing happens.
+  void CheckSettings(const BaseNode& server) {
+    const double scale = Number(server, server_row::kTimeScale);
+    if (scale <= 0 && !server.Tracks().contains(server_row::kTimeScale))
+      Warn(server, fmt::format("'time_scale' is {}: time stands still, and nothing moves", scale),
+           server_row::kTimeScale);
+    const bool ownRange = Whole(server, server_row::kUsePreviewRange) == 0;
+    const double frames = ownRange
+                              ? std::abs(double(Whole(server, server_row::kLastFrame)) -
+                                         Whole(server, server_row::kFirstFrame))
+                              : double(mScene.document->previewMax) - mScene.document->previewMin;
+    const bool isSteady = scale > 0 && !server.Tracks().contains(server_row::kTimeScale);
+    for (const BaseNode* node : mNodes) {
+      if (IsA<ChannelPair>(*node)) CheckAmount(*node);
+      if (IsA<Duration>(*node) && isSteady) CheckStart(*node, frames, scale);
+    }
+  }
+
+  void CheckStart(const BaseNode& duration, double frames, double scale) {
+    const bool usesFrames = Whole(duration, Duration::kUseFramesRow) != 0;
+    const i32 row = usesFrames ? Duration::kStartFramesRow : Duration::kStartRow;
+    const double start =
+        usesFrames ? Whole(duration, row) : Number(duration, row) * mScene.document->fps / scale;
+    if (start > frames && duration.Tracks().empty())
+      Warn(
+          duration,
+          fmt::format("'{}': it begins {:.4g} frames behind the first one, and the range has {:g}: "
+                      "it never opens",
+                      NameOf(duration, row), start, frames),
+          row);
+  }
+
+  /// What adds nothing to the field of a pair.
+  void CheckAmount(const BaseNode& pair) {
+    using Settings = GridEmissionSettings;
+    const BaseNode* channel = Linked(pair, ChannelPair::kChannelRow);
+    const BaseNode* settings = Linked(pair, ChannelPair::kSettingsRow);
+    const NodeKind* kind = channel ? FindKind(channel->Type()) : nullptr;
+    constexpr i32 kSet = 1;
+    if (!kind || !settings || Linked(*settings, Settings::kRateRow) ||
+        Whole(*settings, Settings::kModeRow) == kSet)
+      return;
+    const bool isVector = (kind->categories & kCategoryVector) != 0;
+    const i32 row = isVector ? Settings::kVectorAmountRow : Settings::kAmountRow;
+    const Vec3d* vector = Get<Vec3d>(*settings, row);
+    const bool isZero = isVector ? vector && *vector == Vec3d{} : Number(*settings, row) == 0;
+    if (isZero && !settings->Tracks().contains(row))
+      Warn(*settings,
+           fmt::format("'{}' is 0: it adds nothing to '{}'", NameOf(*settings, row),
+                       Shown(channel->Name())),
+           row);
+  }
+
   bool LiesOutside(const Vec3d& low, const Vec3d& high) const {
     bool any = false;
     for (const BaseNode* fluid : mNodes) {
@@ -263,6 +320,18 @@ class HintFinder {
                  "an emitter feeds it, but nothing moves it; add a {} that has it as its '{}'",
                  GridAdvection::Kind().type,
                  FindRow(GridAdvection::Parameters(), GridAdvection::kTargetRow)->name));
+  }
+
+  /// What an export names and never works leaves nothing in its files.
+  void CheckExports() {
+    std::set<NodeId> told;
+    for (const ExportSpec& spec : mScene.exports)
+      for (const auto& [name, id] : spec.grids) {
+        const BaseNode* node = mScene.document->Find(id);
+        const NodeReach* reach = mScene.reach.Of(id);
+        if (node && reach && !reach->MayWork() && told.insert(id).second)
+          Warn(*node, fmt::format("it is exported, and never works: {}", reach->whyIdle));
+      }
   }
 
   /// Two caches of one name in one folder write over each other's files, frame by frame.

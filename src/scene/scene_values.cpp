@@ -153,6 +153,10 @@ void ValueReader::ReadParameter(const ParameterRow& row, const JsonValue& value,
                    what + ": can't have keys: a change of it starts the simulation anew");
     return;
   }
+  if (IsKeyed(value) && row.id == MELDO_SULVA::common_row::kStage && row.name == "stage") {
+    mContext.Error(value, subject, what + ": can't have keys: a node stays in its stage");
+    return;
+  }
   if (IsKeyed(value) && row.type != ParameterType::Button) {
     if (!CanBeKeyed(row.type)) {
       mContext.Error(value, subject,
@@ -292,10 +296,10 @@ BaseNode* ValueReader::ResolveLink(const std::string& reference, const std::vect
                                KindWord(*found.front().node),
                                expected.empty() ? WordsOfTypes(accepts) : std::string(expected)));
   } else {
-    mContext.Error(at, subject,
-                   fmt::format("{}: '{}' may be '{}' or '{}'; give the path", what,
-                               Shown(reference), Shown(NameTable::PathOf(*fitting[0].node)),
-                               Shown(NameTable::PathOf(*fitting[1].node))));
+    mContext.Error(
+        at, subject,
+        fmt::format("{}: '{}' may be '{}' or '{}'; give the path", what, Shown(reference),
+                    Shown(fitting[0].node->Path()), Shown(fitting[1].node->Path())));
   }
   return nullptr;
 }

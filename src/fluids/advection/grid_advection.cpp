@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "fluids/advection/spline_coefficients.h"
+#include "fluids/fields/channel_kinds.h"
 #include "fluids/flow/flow_cells.h"
 #include "fluids/flow/wall_velocities.h"
 #include "framework/node_kind.h"
@@ -49,12 +50,13 @@ const NodeKind& GridAdvection::Kind() {
 const ParameterTable& GridAdvection::Parameters() {
   static const ParameterTable table = {
       LinkRow(kTargetRow, "target",
-              "what is carried along: a field; the solver, or nothing, means the flow itself",
-              {1300027, 1300028, 1300029, 1300112, 1300030, 1300002, 1300003, 1300004})
+              "what is carried along: a field; the solver, or nothing, means the flow itself")
+          .AcceptsAny(kAllChannels)
+          .AcceptsAny(kSolvers)
           .To(&GridAdvection::mScalarTarget)
           .To(&GridAdvection::mVectorTarget)
           .To(&GridAdvection::mSolverTarget),
-      LongRow(1002, "scheme", 1, "",
+      LongRow(kSchemeRow, "scheme", 1, "",
               "sharper or safer: semi_lagrangian blurs, MacCormack keeps detail, the conservative "
               "ones lose no smoke")
           .Choices({{0, "semi_lagrangian"},
@@ -71,12 +73,14 @@ const ParameterTable& GridAdvection::Parameters() {
               "how the field is read between cells: cubic ways stay sharper than linear")
           .Choices({{0, "linear"}, {1, "bspline"}, {2, "monotonic_cubic"}})
           .To(&GridAdvection::mSampling),
-      LinkRow(1005, "solver", "whose flow carries it", {1300002, 1300003, 1300004})
+      LinkRow(1005, "solver", "whose flow carries it")
+          .AcceptsAny(kSolvers)
           .Required()
           .To(&GridAdvection::mNamedSolver),
       RealRow(1007, "strength", 1.0, "none",
               "how much of the detail MacCormack brings back: lower is calmer")
           .AtLeast(0)
+          .OnlyWith(kSchemeRow, {1, 3})
           .To(&GridAdvection::mStrength),
   };
   return table;

@@ -23,7 +23,7 @@ class GridAdvection : public iObject {
   GridAdvection(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kTargetRow = 1000;
+  static constexpr i32 kTargetRow = 1000, kSchemeRow = 1002;
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;

@@ -19,15 +19,20 @@ void iEmissionSettings::CheckDirty() {
 }
 
 namespace {
+
+constexpr i32 kFalloffRow = 1006;
+
 ParameterRow FalloffCurveRow() {
   ParameterRow row =
       CurveRow(
           1005, "falloff_curve",
           "strength from the surface (0) to the deepest point (1): 0 at the left makes soft edges")
+          .OnlyWith(kFalloffRow, {GridEmissionSettings::kDepthCurve})
           .To(&GridEmissionSettings::mFalloffCurve);
   row.creation = SplineData{{{0, 0}, {1, 1}}};
   return row.Missing(std::monostate{});
 }
+
 }  // namespace
 
 const NodeKind& GridEmissionSettings::Kind() {
@@ -54,17 +59,19 @@ const NodeKind& GridEmissionSettings::Kind() {
 
 const ParameterTable& GridEmissionSettings::Parameters() {
   static const ParameterTable table = {
-      RealRow(1013, "amount", 1.0, "1/s",
+      RealRow(kAmountRow, "amount", 1.0, "1/s",
               "how fast a cell fills: higher is thicker smoke or hotter gas")
+          .OnlyWithout(kRateRow)
           .To(&GridEmissionSettings::mValue),
-      VectorRow(1014, "vector_amount", {1, 1, 1}, "1/s",
+      VectorRow(kVectorAmountRow, "vector_amount", {1, 1, 1}, "1/s",
                 "how fast a cell of a vector field fills, for each component")
+          .OnlyWithout(kRateRow)
           .To(&GridEmissionSettings::mVector),
       BoolRow(1015, "show_vector", false, "a dialog shows vector_amount in place of amount").Kept(),
-      LinkRow(1002, "rate",
+      LinkRow(kRateRow, "rate",
               "a value node that takes the place of amount, shared by several sources", {1300011})
           .To(&iEmissionSettings::mRate),
-      LongRow(1000, "mode", 0, "",
+      LongRow(kModeRow, "mode", 0, "",
               "add piles up, set replaces what was there, add_to_limit stops at the limit")
           .Choices({{0, "add"}, {1, "set"}, {2, "add_to_limit"}})
           .To(&GridEmissionSettings::mMode),
@@ -72,14 +79,15 @@ const ParameterTable& GridEmissionSettings::Parameters() {
               "value node with the level at which add_to_limit stops; without it the upper end of "
               "the channel's range",
               {1300011})
+          .OnlyWith(kModeRow, {2})
           .To(&GridEmissionSettings::mLimit),
       BoolRow(1001, "absolute", false,
               "gives the whole amount in every step, whatever its length: full at once")
           .To(&GridEmissionSettings::mAbsolute),
-      LinkRow(1004, "duration", "a puff instead of a steady source: when it runs, and how strongly",
-              {1028240})
+      LinkRow(kDurationRow, "duration",
+              "a puff instead of a steady source: when it runs, and how strongly", {1028240})
           .To(&GridEmissionSettings::mDuration),
-      LongRow(1006, "falloff", 0, "",
+      LongRow(kFalloffRow, "falloff", 0, "",
               "fades the source towards its surface, so that no hard shape shows in the smoke")
           .Choices({{0, "none"}, {1, "depth"}, {2, "depth_curve"}})
           .To(&GridEmissionSettings::mFalloff),

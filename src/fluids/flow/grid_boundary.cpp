@@ -62,6 +62,9 @@ void CollectObstacles(const Scene& scene, std::vector<VolumeBase*>& out) {
   std::vector<iBase*> found;
   scene.CollectObjects(nullptr, found, kListGeometry, kBitAny, kTypeAny, kBitActiveVolume, true,
                        kBitVolume);
+  // Not in the order of the file: where two are equally near, the first one's velocity counts.
+  std::sort(found.begin(), found.end(),
+            [](const iBase* a, const iBase* b) { return a->Node()->Path() < b->Node()->Path(); });
   out.clear();
   for (iBase* object : found)
     if (auto* volume = dynamic_cast<iVolume*>(object)) volume->CollectMembers(out);
