@@ -4,6 +4,7 @@
 
 #include "fluids/advection/row_sampling.h"
 #include "fluids/flow/solid_cells.h"
+#include "fluids/flow/thin_faces.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -80,17 +81,45 @@ struct SamplePoints {
   const RowVectors* points;
   i32 n;
   RowCorners corners;
+  u8 reach[kRowChunk];  ///< which corners count, where thin walls may lie between them
+  bool isParted = false;
 
   void Find(const AdvectionData& data, const RowVectors& at, i32 count) {
     points = &at;
     n = count;
     FindCorners(at, OffsetOf(data.Shape().mKind), data.Shape().Dims(), n, corners);
+    isParted = false;
+    if (!data.thin) return;
+    for (i32 i = 0; i < n; ++i) {
+      reach[i] = data.thin->Reach(at.At(i));
+      isParted |= reach[i] != 0xff;
+    }
   }
+  bool IsParted(i32 i) const { return isParted && reach[i] != 0xff; }
 };
 
+/// Samples where walls part the corners: the trilinear weights of those that count, to sum to 1.
+void SampleParted(const Grid<double>& g, const SamplePoints& at, double* out) {
+  for (i32 i = 0; i < at.n; ++i) {
+    if (!at.IsParted(i)) continue;
+    double sum = 0, weights = 0;
+    for (i32 k = 0; k < 8; ++k) {
+      if (!(at.reach[i] >> k & 1)) continue;
+      double w = 1;
+      for (i32 a = 0; a < 3; ++a) {
+        const double f = at.corners.fraction[a].v[i];
+        w *= k & 4 >> a ? f : 1 - f;
+      }
+      sum += w * g[at.corners.index[i] + (k >> 2) + (k >> 1 & 1) * g.mNx + (k & 1) * g.mSlice];
+      weights += w;
+    }
+    out[i] = sum / weights;
+  }
+}
+
 /// Samples `g`, which has the shape of the fields and `spline` through it.
-void SampleRow(const AdvectionData& data, const Grid<double>& g, const Grid<double>* spline,
-               const SamplePoints& at, double* out) {
+void SampleFreely(const AdvectionData& data, const Grid<double>& g, const Grid<double>* spline,
+                  const SamplePoints& at, double* out) {
   const Vec3d offset = OffsetOf(data.Shape().mKind);
   switch (static_cast<AdvectionSampling>(data.sampling)) {
     case AdvectionSampling::Linear: return Interpolate(g, at.corners, at.n, out);
@@ -106,6 +135,18 @@ void SampleRow(const AdvectionData& data, const Grid<double>& g, const Grid<doub
         out[i] = Sample(g, c, SAMPLE_MONOTONIC, &stencil);
       }
   }
+}
+
+void SampleRow(const AdvectionData& data, const Grid<double>& g, const Grid<double>* spline,
+               const SamplePoints& at, double* out) {
+  SampleFreely(data, g, spline, at, out);
+  if (at.isParted) SampleParted(g, at, out);
+}
+
+/// Ends paths at thin walls.
+void StopAtWalls(const AdvectionData& data, const RowVectors& start, i32 n, RowVectors& ends) {
+  if (!data.thin) return;
+  for (i32 i = 0; i < n; ++i) ends.Set(i, data.thin->Stop(start.At(i), ends.At(i)));
 }
 
 /// Some samples of a row with the velocity there, and where the paths that end there start.
@@ -136,6 +177,7 @@ void ForEachChunk(const AdvectionData& data, const Solids& solids, const CellBox
         VelocityAtSamples(data.velocity, shape.mKind, x, y, z, c.n, c.k1);
         TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, c.from);
         solids.PushOut(c.from, c.n, c.bent);
+        StopAtWalls(data, c.start, c.n, c.from);
         f(c);
       }
 }
@@ -243,6 +285,7 @@ void Correct(const AdvectionData& data, const CellBox& box) {
   ForEachChunk(data, solids, box, [&](const Chunk& c) {
     TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, end);
     solids.PushOut(end, c.n, bent);
+    StopAtWalls(data, c.start, c.n, end);
     from.Find(data, c.from, c.n);
     to.Find(data, end, c.n);
     for (const AdvectedField& field : data.fields) {
@@ -253,7 +296,7 @@ void Correct(const AdvectionData& data, const CellBox& box) {
       for (i32 i = 0; i < c.n; ++i) values.v[i] = predicted[i] + half * (before[i] - values.v[i]);
       LimitToCorners(*field.source, from.corners, c.n, values.v);
       for (i32 i = 0; i < c.n; ++i)
-        if (c.bent[i]) values.v[i] = predicted[i];
+        if (c.bent[i] || from.IsParted(i) || to.IsParted(i)) values.v[i] = predicted[i];
       Thin(data, c, from, values.v);
       Store(c, values.v, *field.source, field.destination->mData);
     }

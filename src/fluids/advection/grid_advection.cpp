@@ -335,6 +335,9 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
                      .fields = fields,
                      .boundary = &mSolver->GetFlow().mBoundary,
                      .solidCells = mSolver->GetFlow().mSolidCells.Get(),
+                     .thin = !isOnFaces && mSolver->GetFlow().mThinFaces.HasAny()
+                                 ? &mSolver->GetFlow().mThinFaces
+                                 : nullptr,
                      .open = isOnFaces ? mSolver->GetFlow().GetOpenFaces(shape->mKind) : nullptr,
                      .step = static_cast<f32>(mTime->stepDuration),
                      .order = mTraceOrder,

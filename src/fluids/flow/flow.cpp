@@ -92,13 +92,16 @@ void Flow::BuildSolids() {
   if (levelSet) mBoundary.Build(Threads());
   mFractions.mSource = {levelSet, GetLayout()};
   mFractions.Measure(Threads());
+  mThinFaces.Release();
   if (!levelSet) {
     mSolidCells.Release();
     return mWallCells.Release();
   }
+  mThinFaces.Build(mBoundary.mObstacles, levelSet->mLayout);
+  if (mThinFaces.HasAny()) mThinFaces.Close(mFractions);
   mBoundary.ComputeActiveBox(Threads());
   mSolidCells.Build(*levelSet, Threads());
-  mWallCells.Build(mBoundary, mSolidCells.Get(), Threads());
+  mWallCells.Build(mBoundary, mSolidCells.Get(), mThinFaces, Threads());
 }
 
 double Flow::ObstacleTravel() const {
@@ -143,6 +146,7 @@ void Flow::Release(bool full) {
   if (full) mBoundary.Release();
   mDivergence.Release(full);
   mFractions.Release();
+  mThinFaces.Release();
   mSolidCells.Release();
   if (full) mWallCells.Release();
   mScratch.Release();

@@ -5,6 +5,7 @@
 #include "fluids/flow/scalar_walls.h"
 #include "fluids/flow/scratch_grids.h"
 #include "fluids/flow/solid_cells.h"
+#include "fluids/flow/thin_faces.h"
 #include "fluids/volume/volume_fractions.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -55,6 +56,7 @@ class Flow {
   ScalarField mDivergence;  ///< the source of the step, cell centres, 1/s
   GridBoundary mBoundary;
   Grid_VolumeFractions mFractions;
+  ThinFaces mThinFaces;    ///< what walls close that the distances don't show
   SolidCells mSolidCells;  ///< which cells are clear of solids in this step
   ScalarWalls mWallCells;  ///< which cells hold nothing, and what continues into them
   ScratchGrids mScratch;   ///< for the operators that work on this flow

@@ -67,7 +67,8 @@ bool ScalarWalls::WasThere(const VecInt3D& cell, bool& wasClosed) const {
   return true;
 }
 
-void ScalarWalls::Build(const GridBoundary& boundary, const Grid<u8>* flags, i32 threads) {
+void ScalarWalls::Build(const GridBoundary& boundary, const Grid<u8>* flags, const ThinFaces& thin,
+                        i32 threads) {
   const EGrid<double>* level = boundary.GetLevelSet();
   if (!level || !level->mData) return Release();
   std::swap(mState, mBefore);
@@ -79,7 +80,7 @@ void ScalarWalls::Build(const GridBoundary& boundary, const Grid<u8>* flags, i32
   mLayers.resize(n.z);
   if (flags && (flags->Dims() != n || !flags->mData)) flags = nullptr;
   ForEachBlock(n.z, threads, [&](i32 z) {
-    for (i32 y = 0; y < n.y; ++y) MarkRow(boundary, flags, y, z);
+    for (i32 y = 0; y < n.y; ++y) MarkRow(boundary, flags, thin, y, z);
   });
   ListLeft();
   ForEachBlock(n.z, threads, [&](i32 z) {
@@ -91,12 +92,14 @@ void ScalarWalls::Build(const GridBoundary& boundary, const Grid<u8>* flags, i32
   });
 }
 
-void ScalarWalls::MarkRow(const GridBoundary& boundary, const Grid<u8>* flags, i32 y, i32 z) {
+void ScalarWalls::MarkRow(const GridBoundary& boundary, const Grid<u8>* flags,
+                          const ThinFaces& thin, i32 y, i32 z) {
   const VecInt3D n = mState->Dims();
   u8* row = mState->mData + mState->Index(0, y, z);
   const u8* known = flags ? flags->mData + flags->Index(0, y, z) : nullptr;
   const bool isInner = y > 0 && z > 0 && y < n.y - 1 && z < n.z - 1;
-  const bool stays = isInner && known && mBefore && mBefore->mLayout.Equals(mState->mLayout);
+  const bool stays =
+      isInner && known && !thin.HasAny() && mBefore && mBefore->mLayout.Equals(mState->mLayout);
   const u8* before = stays ? mBefore->mData + mBefore->Index(0, y, z) : nullptr;
   for (i32 x = 0; x < n.x; ++x) {
     // Most cells were open and are: they are settled without another look.
@@ -108,6 +111,7 @@ void ScalarWalls::MarkRow(const GridBoundary& boundary, const Grid<u8>* flags, i
     const VecInt3D cell{x, y, z};
     const auto isClosed = [&] {
       if (IsOutermost(cell, n)) return IsBehindWall(cell, n, boundary.mWalls);
+      if (thin.HasAny() && thin.IsFilled(cell)) return true;
       return !(known && (known[x] & SolidCells::kOpenCentre)) &&
              !(static_cast<f32>(boundary.SampleIndex(ToReal(cell) + Vec3d{0.5, 0.5, 0.5})) > 0);
     };

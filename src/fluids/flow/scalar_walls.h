@@ -5,14 +5,15 @@
 
 #include "fluids/flow/grid_boundary.h"
 #include "fluids/flow/solid_cells.h"
+#include "fluids/flow/thin_faces.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// The closed cells of a grid: those whose centre lies in a solid, or in the outermost layer behind
-/// a wall. They hold nothing but what is emitted into them; while a field moves along paths, those
-/// beside open cells continue what is there, so that no path that ends near a solid reads
-/// emptiness, and so do cells that a solid has just left. Works on cell-centred fields over the
-/// cells of the flow; nothing depends on the number of workers.
+/// The closed cells of a grid: those whose centre lies in a solid, thin ones included, or in the
+/// outermost layer behind a wall. They hold nothing but what is emitted into them; while a field
+/// moves along paths, those beside open cells continue what is there, so that no path that ends
+/// near a solid reads emptiness, and so do cells that a solid has just left. Works on cell-centred
+/// fields over the cells of the flow; nothing depends on the number of workers.
 class ScalarWalls {
  public:
   /// What matters of a field's range.
@@ -24,7 +25,8 @@ class ScalarWalls {
 
   /// Finds the closed cells of a step; what was closed before tells what solids cover and leave.
   /// `flags` may be null.
-  void Build(const GridBoundary& boundary, const Grid<u8>* flags, i32 threads);
+  void Build(const GridBoundary& boundary, const Grid<u8>* flags, const ThinFaces& thin,
+             i32 threads);
   /// There is no step before the next one.
   void Release();
   void Persist(StateArchive& archive);
@@ -59,7 +61,8 @@ class ScalarWalls {
     std::vector<Run> closed;
     std::vector<i32> outside;  ///< cells of the outermost layer at open sides
   };
-  void MarkRow(const GridBoundary& boundary, const Grid<u8>* flags, i32 y, i32 z);
+  void MarkRow(const GridBoundary& boundary, const Grid<u8>* flags, const ThinFaces& thin, i32 y,
+               i32 z);
   void ListLeft();
   void ListRow(i32 y, i32 z, Layer& layer) const;
   u32 OpenRound(i32 cell) const;

@@ -41,6 +41,8 @@ double VelocityConstrain::SolidFace(const Flow& flow, i32 axis, i32 x, i32 y, i3
   const Vec3d p = own.PositionOf(x, y, z);
   const bool moves = mMoves && (mSettings.useBodyVelocities || mSettings.followObstacles);
   const Vec3d surface = moves ? flow.mBoundary.GetSolidVelocity(p) / flow.StepDuration() : Vec3d{};
+  // Distances tell nothing of the way along a thin wall: it holds the gas on its two sides alike.
+  if (flow.mThinFaces.HasAny() && flow.mThinFaces.ClosesFace(axis, x, y, z)) return surface[axis];
   const Vec3d solid = mSettings.useBodyVelocities ? surface : Vec3d{};
   if (mSettings.blend <= 0) return solid[axis];
 

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/flow/thin_faces.h"
 #include "fluids/pressure/projection_fields.h"
 #include "fluids/volume/cell_fractions.h"
+#include "fluids/volume/thin_walls.h"
 #include "fluids/volume/volume_base.h"
 #include "fluids/volume/volume_fractions.h"
 
@@ -38,8 +40,15 @@ SolidPush::SolidPush(const ProjectionFields& fields, std::span<const MovingBody>
   }
 }
 
+bool SolidPush::IsThin(const VolumeBase& volume, i32 axis, const VecInt3D& face) const {
+  const ThinWalls* walls = volume.GetThinWalls();
+  return walls && !walls->Faces().empty() &&
+         walls->Closes(face + CellsBetween(volume.GetGrid()->mLayout, mLayout), axis);
+}
+
 double SolidPush::ShareOf(const Body& body, i32 axis, const VecInt3D& face) const {
   const VolumeBase& volume = *body.motion.volume;
+  if (IsThin(volume, axis, face)) return 1;
   const GridLayout& own = volume.GetGrid()->mLayout;
   const i32 u = axis == 0 ? 1 : 0, v = axis == 2 ? 1 : 2;
   const double noise = 1e-9 * mLayout.cellSize;

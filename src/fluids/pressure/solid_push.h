@@ -54,6 +54,7 @@ class SolidPush {
   };
   Vec3d PositionOf(const VecInt3D& cell, i32 kind) const;
   void AddBody(const Body& body, const VecInt3D& cell, Face (&faces)[3][2]) const;
+  bool IsThin(const VolumeBase& volume, i32 axis, const VecInt3D& face) const;
   double ShareOf(const Body& body, i32 axis, const VecInt3D& face) const;
 
   const ProjectionFields& mFields;

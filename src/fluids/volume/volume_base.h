@@ -20,6 +20,7 @@ struct SurfaceRecord {
   double distance = 0;
 };
 
+class ThinWalls;
 class VolumeBase;
 
 /// Root of all volumes: the box that they occupy, in simulation units.
@@ -106,6 +107,8 @@ class VolumeBase : public iVolume {
   /// Motion of the surface in the present substep at its point that is nearest to `p`, simulation
   /// units per step; 0 without a mesh.
   virtual Vec3d SurfaceVelocityAt(const Vec3d& p) const;
+  /// What is too thin for the distances; null where nothing is known of it.
+  virtual const ThinWalls* GetThinWalls() const { return nullptr; }
 
   /// How much of the grid's cells, faces or edges (bits of `FractionKind`) lies inside; measured
   /// when it is asked for and something changed since. Null without a grid, or without memory. Not

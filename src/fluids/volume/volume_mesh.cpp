@@ -1,7 +1,6 @@
 #include "fluids/volume/volume_mesh.h"
 
 #include "fluids/mesh/multi_mesh.h"
-#include "fluids/mesh/nearest_point.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 
@@ -138,6 +137,7 @@ void VolumeMesh::CheckDirty() {
 void VolumeMesh::Release(bool full) {
   mVoxeliser.Release();
   mVoxelised = {};
+  mThinWalls.Clear();
   VolumeBase::Release(full);
 }
 
@@ -152,6 +152,7 @@ void VolumeMesh::Prepare() {
   if (Has(FLAG_CACHED) && mHasSecondBox) {
     // The distances follow from the cache in the stage of the emitters.
     mVoxelised = {};
+    mThinWalls.Clear();
     AllocateCachedGrid();
     return;
   }
@@ -178,6 +179,7 @@ void VolumeMesh::Evaluate(const EvaluationThreadData& data) {
   const i32 limit = mThreadLimit > 0 ? std::min(mThreadLimit, ThreadCount()) : mScene->mThreadCount;
   if (mVoxeliser.Voxelise(mMesh->mMesh, *mGrid, true, std::min(limit, 8), data.thread)) {
     mVoxelised = CurrentState();
+    FindThinWalls(limit);
   } else if (!data.TestBreak()) {
     Release(false);
     Deactivate("there is no memory for its work grids");
@@ -186,30 +188,29 @@ void VolumeMesh::Evaluate(const EvaluationThreadData& data) {
   MarkGridChanged();
 }
 
-Vec3d VolumeMesh::SurfaceVelocityAt(const Vec3d& p) const {
+std::optional<SharpSurface> VolumeMesh::GetSurface() const {
   const Grid<i32>* closest = mVoxeliser.ClosestTriangles();
-  if (!mMesh || !mMesh->IsDeforming() || !HasGridData() || !closest ||
-      closest->Dims() != mGrid->Dims() || mVoxelised != CurrentState())
-    return VolumeBase::SurfaceVelocityAt(p);
-  const Vec3d c = mGrid->mLayout.ToCells(p);
-  const AxisStencil s[3] = {LinearStencil(c.x, mGrid->mNx), LinearStencil(c.y, mGrid->mNy),
-                            LinearStencil(c.z, mGrid->mNz)};
-  const std::vector<Vec3d>& v = mMesh->mMesh.GetVertices();
-  i32 nearest = -1;
-  double least = kHuge;
-  for (i32 corner = 0; corner < 8; ++corner) {
-    const i32 triangle = (*closest)(s[0].index + (corner & 1), s[1].index + (corner >> 1 & 1),
-                                    s[2].index + (corner >> 2));
-    if (triangle < 0 || triangle == nearest) continue;
-    const VecInt3D& t = mMesh->mMesh.GetTriangles()[triangle];
-    double weights[3];
-    const Vec3d off = p - NearestPoint(p, v[t.x], v[t.y], v[t.z], weights);
-    if (nearest >= 0 && !(Dot(off, off) < least)) continue;
-    least = Dot(off, off);
-    nearest = triangle;
-  }
-  if (nearest < 0) return VolumeBase::SurfaceVelocityAt(p);
-  return mMesh->GetSurfaceVelocity(nearest, p);
+  if (!mMesh || !HasGridData() || !closest || closest->Dims() != mGrid->Dims()) return {};
+  if (mVoxelised != CurrentState()) return {};
+  return SharpSurface(mMesh->mMesh, *mGrid, *closest, mInwards);
+}
+
+Vec3d VolumeMesh::SurfaceVelocityAt(const Vec3d& p) const {
+  if (mMesh && mMesh->IsDeforming())
+    if (const auto surface = GetSurface())
+      if (const i32 triangle = surface->Find(p).triangle; triangle >= 0)
+        return mMesh->GetSurfaceVelocity(triangle, p);
+  return VolumeBase::SurfaceVelocityAt(p);
+}
+
+const ThinWalls* VolumeMesh::GetThinWalls() const { return HasGridData() ? &mThinWalls : nullptr; }
+
+/// Of a hollow shell the inner side has no triangles.
+void VolumeMesh::FindThinWalls(i32 threads) {
+  mThinWalls.Clear();
+  if (!mHasTag || mShellThickness < 1) return;
+  mInwards = SharpSurface::TurnsInwards(mMesh->mMesh) != mInverted;
+  if (const auto surface = GetSurface()) mThinWalls.Find(*surface, threads);
 }
 
 Vec3d VolumeMesh::TriangleNormalAt(i32 index) const {

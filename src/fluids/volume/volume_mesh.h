@@ -1,5 +1,8 @@
 // A mesh as a volume.
 #pragma once
+#include <optional>
+
+#include "fluids/volume/thin_walls.h"
 #include "fluids/volume/volume_base.h"
 #include "fluids/volume/voxeliser.h"
 
@@ -32,6 +35,7 @@ class VolumeMesh : public VolumeBase {
   /// Of a mesh that deforms, that of the triangle that is nearest to `p` of those that are nearest
   /// to the nodes round it.
   Vec3d SurfaceVelocityAt(const Vec3d& p) const override;
+  const ThinWalls* GetThinWalls() const override;
   /// Unit normal of the triangle that is nearest to node `index` of the grid; zero for a degenerate
   /// triangle, (0, 1, 0) where there is none.
   Vec3d TriangleNormalAt(i32 index) const;
@@ -49,10 +53,15 @@ class VolumeMesh : public VolumeBase {
     friend bool operator==(const State&, const State&) = default;
   };
   State CurrentState() const;
+  /// The surface of the present distances, as long as the mesh stays; nothing without triangles.
+  std::optional<SharpSurface> GetSurface() const;
+  void FindThinWalls(i32 threads);
 
   host::BaseLink mSource;  ///< of a member of a group
   bool mIsMember = false;
   VolumeVoxeliser mVoxeliser;
+  ThinWalls mThinWalls;
+  bool mInwards = false;  ///< the triangles' normals point into the solid
   double mShellThickness = 1.0;
   i32 mThreadLimit = 0;                   ///< 0: the scene's thread count
   State mVoxelised;                       ///< what the grid was made from

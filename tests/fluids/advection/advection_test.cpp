@@ -239,7 +239,7 @@ TEST(GridAdvection, SolidCellsHoldNothingBehindTheMove) {
     for (i32 y = 4; y <= 7; ++y)
       for (i32 x = 4; x <= 7; ++x) phi(x, y, z) = -0.05;
   rig.gas->mFlow.mSolidCells.Build(phi, 1);
-  rig.gas->mFlow.mWallCells.Build(rig.gas->mFlow.mBoundary, rig.gas->mFlow.mSolidCells.Get(), 1);
+  rig.gas->mFlow.mWallCells.Build(rig.gas->mFlow.mBoundary, rig.gas->mFlow.mSolidCells.Get(), {}, 1);
   smoke.mGrid->Fill(0.25);      // becomes the field that is read
   smoke.mPrevious->Fill(0.75);  // the buffer that is written
   rig.FillVelocity([](const Vec3d&) { return Vec3d{0.3, 0.2, 0}; });

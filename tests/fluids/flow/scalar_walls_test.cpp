@@ -37,7 +37,7 @@ struct Tube {
     ForEachCell({{0, 0, 0}, level.Dims()}, [&](i32 x, i32 y, i32 z) {
       level(x, y, z) = std::min(level(x, y, z), 0.1 * std::max(low - x, x - high));
     });
-    walls.Build(boundary, nullptr, threads);
+    walls.Build(boundary, nullptr, {}, threads);
   }
   double Sum(i32 first, i32 last) const {
     double sum = 0;

@@ -1,0 +1,132 @@
+#include "fluids/flow/thin_faces.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "fluids/volume/thin_walls.h"
+#include "fluids/volume/volume_base.h"
+#include "grids/sampling.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr double kHair = 1e-6;  // of a cell
+
+/// The lowest of the eight cells round a point (cells), and which of them holds it.
+struct Block {
+  VecInt3D base;
+  i32 home = 0;
+
+  Block(const Vec3d& p, const VecInt3D& cells) {
+    for (i32 a = 0; a < 3; ++a) {
+      const AxisStencil s = LinearStencil(p[a] - 0.5, cells[a]);
+      base[a] = s.index;
+      if (s.fraction >= 0.5) home |= 4 >> a;
+    }
+  }
+};
+
+}  // namespace
+
+VecInt3D CellsBetween(const GridLayout& from, const GridLayout& to) {
+  VecInt3D cells;
+  for (i32 a = 0; a < 3; ++a)
+    cells[a] = static_cast<i32>(std::lround((to.simOrigin[a] - from.simOrigin[a]) / to.cellSize));
+  return cells;
+}
+
+void ThinFaces::Build(const std::vector<VolumeBase*>& obstacles, const GridLayout& layout) {
+  mBits.reset();
+  mFaces.clear();
+  for (const VolumeBase* obstacle : obstacles) {
+    const ThinWalls* walls = obstacle->Has(FLAG_ENABLED) ? obstacle->GetThinWalls() : nullptr;
+    if (!walls || walls->Faces().empty()) continue;
+    if (!mBits) mBits = std::make_unique<Grid<u8>>(layout.dims, kCentre);
+    if (!mBits->mData) return mBits.reset();
+    const VecInt3D offset = CellsBetween(layout, obstacle->GetGrid()->mLayout);
+    const auto holds = [&](const VecInt3D& c) {
+      return Min(c, VecInt3D{}) == VecInt3D{} &&
+             Max(c, layout.dims - VecInt3D{1, 1, 1}) == layout.dims - VecInt3D{1, 1, 1};
+    };
+    for (const ThinWalls::Face& face : walls->Faces()) {
+      const VecInt3D at = face.at + offset;
+      if (!holds(at)) continue;
+      (*mBits)(at.x, at.y, at.z) |= 1 << face.axis;
+      mFaces.push_back({at, face.axis});
+    }
+    for (const VecInt3D& cell : walls->Filled())
+      if (const VecInt3D at = cell + offset; holds(at)) (*mBits)(at.x, at.y, at.z) |= kFilled;
+  }
+}
+
+void ThinFaces::Close(Grid_VolumeFractions& fractions) const {
+  EGrid<float>* open[3];
+  for (i32 axis = 0; axis < 3; ++axis) open[axis] = fractions.GetRead(axis, 1);
+  for (const Place& face : mFaces)
+    if (open[face.axis]) (*open[face.axis])(face.at.x, face.at.y, face.at.z) = 0;
+}
+
+Vec3d ThinFaces::Stop(const Vec3d& from, const Vec3d& to) const {
+  const VecInt3D n = mBits->Dims();
+  VecInt3D cell, end;
+  for (i32 a = 0; a < 3; ++a) {
+    cell[a] = static_cast<i32>(std::clamp(std::floor(from[a]), 0.0, n[a] - 1.0));
+    end[a] = static_cast<i32>(std::clamp(std::floor(to[a]), 0.0, n[a] - 1.0));
+  }
+  const Vec3d way = to - from;
+  while (cell != end) {
+    i32 axis = -1;
+    double least = 0;
+    for (i32 a = 0; a < 3; ++a) {
+      if (cell[a] == end[a]) continue;
+      const double t = (cell[a] + (way[a] > 0 ? 1 : 0) - from[a]) / way[a];
+      if (axis >= 0 && t >= least) continue;
+      least = t;
+      axis = a;
+    }
+    VecInt3D next = cell;
+    next[axis] += way[axis] > 0 ? 1 : -1;
+    const VecInt3D& above = way[axis] > 0 ? next : cell;
+    if (ClosesFace(axis, above.x, above.y, above.z) || IsFilled(next)) {
+      Vec3d stop = from + way * std::clamp(least, 0.0, 1.0);
+      for (i32 a = 0; a < 3; ++a)
+        stop[a] = std::clamp(stop[a], cell[a] + kHair, cell[a] + 1 - kHair);
+      return stop;
+    }
+    cell = next;
+  }
+  return to;
+}
+
+u8 ThinFaces::Reach(const Vec3d& p) const {
+  const VecInt3D n = mBits->Dims();
+  const Block block(p, n);
+  u8 low[8];
+  u32 parted = 0, inner = 0;
+  for (i32 k = 0; k < 8; ++k) {
+    const VecInt3D c = block.base + VecInt3D{k >> 2, k >> 1 & 1, k & 1};
+    low[k] = (*mBits)(c.x, c.y, c.z);
+    parted |= low[k] & (kFilled | (k & 4 ? kLowX : 0) | (k & 2 ? kLowY : 0) | (k & 1 ? kLowZ : 0));
+    const bool isInner = Min(c, VecInt3D{1, 1, 1}) == VecInt3D{1, 1, 1} &&
+                         Max(c, n - VecInt3D{2, 2, 2}) == n - VecInt3D{2, 2, 2} &&
+                         !(low[k] & kFilled);
+    inner |= (isInner ? 1u : 0u) << k;
+  }
+  if (!parted) return 0xff;
+  const u32 home = 1u << block.home;
+  u32 reached = home;
+  // The longest way round passes all eight.
+  for (i32 round = 0; round < 7; ++round)
+    for (i32 k = 0; k < 8; ++k)
+      for (i32 axis = 0; axis < 3; ++axis) {
+        const i32 bit = 4 >> axis;
+        if (!(k & bit) || (low[k] >> axis & 1)) continue;
+        const u32 pair = 1u << k | 1u << (k & ~bit);
+        if (reached & pair) reached |= pair;
+      }
+  // What walls hold and the outermost layer continue what lies beside them, on either side.
+  return static_cast<u8>((reached & inner) | home);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,52 @@
+// Faces of a flow that walls close which are too thin for its distances.
+#pragma once
+#include <memory>
+#include <vector>
+
+#include "fluids/volume/volume_fractions.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class VolumeBase;
+
+/// How many cells the origin of `to` lies above that of `from`; both stand on one lattice.
+VecInt3D CellsBetween(const GridLayout& from, const GridLayout& to);
+
+/// The faces and cells of a flow's grid that the thin walls of its obstacles close. What the eight
+/// samples round a point tell of both sides of such a wall has to be told apart: a path stops at a
+/// closed face, and a sample takes part only if a way through open faces leads to it.
+class ThinFaces {
+ public:
+  enum Bit : u8 { kLowX = 1, kLowY = 2, kLowZ = 4, kFilled = 8 };
+
+  /// Gathers the thin walls of all enabled obstacles.
+  void Build(const std::vector<VolumeBase*>& obstacles, const GridLayout& layout);
+  void Release() { mBits.reset(); }
+  /// There are some; without them nothing else may be asked.
+  bool HasAny() const { return mBits != nullptr; }
+
+  /// Closes the faces in the open fractions of a flow.
+  void Close(Grid_VolumeFractions& fractions) const;
+  bool ClosesFace(i32 axis, i32 x, i32 y, i32 z) const {
+    return x < mBits->mNx && y < mBits->mNy && z < mBits->mNz && ((*mBits)(x, y, z) >> axis & 1);
+  }
+  /// The cell's centre lies in a thin wall.
+  bool IsFilled(const VecInt3D& cell) const { return (*mBits)(cell.x, cell.y, cell.z) & kFilled; }
+
+  /// The end of a straight way, or where it meets a closed face, just before it; in cells.
+  Vec3d Stop(const Vec3d& from, const Vec3d& to) const;
+  /// Which of the eight cells round `p` (cells) can be reached from the one that holds `p`, staying
+  /// among them: bit z + 2 y + 4 x of the offset from the lowest. All of them where no closed face
+  /// lies between.
+  u8 Reach(const Vec3d& p) const;
+
+ private:
+  struct Place {
+    VecInt3D at;
+    i32 axis;
+  };
+  std::unique_ptr<Grid<u8>> mBits;  ///< by cell
+  std::vector<Place> mFaces;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,41 @@
+// The surface of a voxelised mesh between the nodes of its grid.
+#pragma once
+#include "fluids/mesh/tri_mesh.h"
+#include "grids/egrid.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Answers from the triangles what the distances at the nodes can't tell: parts that are thinner
+/// than a cell, and which triangle is the nearest. Looks at the triangles that are nearest to the
+/// eight nodes round a point. Keeps references to what it is made from.
+class SharpSurface {
+ public:
+  /// `closest` names the nearest triangle of each node of `distance`; `inwards` tells that the
+  /// triangles' normals point into the solid.
+  SharpSurface(const TriMeshSTL& mesh, const EGrid<double>& distance, const Grid<i32>& closest,
+               bool inwards)
+      : mMesh(mesh), mDistance(distance), mClosest(closest), mOut(inwards ? -1 : 1) {}
+  /// Whether the normals of a closed mesh point to what it encloses.
+  static bool TurnsInwards(const TriMeshSTL& mesh);
+
+  struct Nearest {
+    i32 triangle = -1;    ///< none where no triangle is known
+    double distance = 0;  ///< simulation units, negative in the solid
+  };
+  /// The nearest triangle to a point (simulation units); of those that share the nearest point that
+  /// which sees it most from the front or back decides the side.
+  Nearest Find(const Vec3d& p) const;
+  /// Unit normal of a triangle, out of the solid; zero for one without area.
+  Vec3d NormalOf(i32 triangle) const;
+
+  const TriMeshSTL& Mesh() const { return mMesh; }
+  const EGrid<double>& Distances() const { return mDistance; }
+
+ private:
+  const TriMeshSTL& mMesh;
+  const EGrid<double>& mDistance;
+  const Grid<i32>& mClosest;
+  double mOut;  ///< 1, or -1 where the triangles' normals point into the solid
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

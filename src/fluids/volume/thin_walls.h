@@ -1,0 +1,45 @@
+// Parts of a mesh that are too thin for distances at nodes.
+#pragma once
+#include <optional>
+#include <vector>
+
+#include "fluids/volume/sharp_surface.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// What a mesh closes where it is thinner than two cells. Distances at nodes show such a wall as
+/// more or less open, or not at all, as it happens to lie between the nodes. Here a face between
+/// two cells is closed when a thin part's surface crosses the way from one cell's centre to the
+/// other's: a way from cell to cell through faces that are left can't pass a wall without a hole,
+/// however thin it is and however it stands. Indices are of the volume's own cells and faces.
+class ThinWalls {
+ public:
+  struct Face {
+    VecInt3D at;  ///< the cell above it
+    i32 axis;
+    friend bool operator==(const Face&, const Face&) = default;
+  };
+
+  /// Finds all; the result doesn't depend on `threads`.
+  void Find(const SharpSurface& surface, i32 threads);
+  void Clear();
+
+  /// In order of z, y, x and axis, each once.
+  const std::vector<Face>& Faces() const { return mFaces; }
+  bool Closes(const VecInt3D& at, i32 axis) const;
+  /// Cells beside such faces whose centre lies in the solid.
+  const std::vector<VecInt3D>& Filled() const { return mFilled; }
+  /// A place, in simulation units, where two sides face each other less than a cell apart, if there
+  /// are some.
+  const std::optional<Vec3d>& NarrowGap() const { return mNarrowGap; }
+
+ private:
+  struct Found;
+  void FindFilled(const SharpSurface& surface);
+
+  std::vector<Face> mFaces;
+  std::vector<VecInt3D> mFilled;
+  std::optional<Vec3d> mNarrowGap;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
