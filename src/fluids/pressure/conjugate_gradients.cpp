@@ -6,9 +6,11 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr double kGrowth = 1e3;  // over the least residual, beyond which a solve has gone astray
-constexpr i32 kPatience = 100;   // iterations without a new least residual
-constexpr double kWorse = 1.1;   // over the least residual, from which on it pays to go back
+// A residual over the least one, for each row, beyond which a solve has gone astray. It may rightly
+// rise at first: what all rows push may have to leave through one face.
+constexpr double kGrowth = 10;
+constexpr i32 kPatience = 100;  // iterations without a new least residual
+constexpr double kWorse = 1.1;  // over the least residual, from which on it pays to go back
 
 }  // namespace
 
@@ -27,10 +29,9 @@ bool ConjugateGradients::Solve() {
   if (mEnd == SolveEnd::Converged) return true;
   if (mResidual > kWorse * mBest && !IsCancelled()) {
     // Going there again costs less than to keep a copy of every iterate that could be the best.
-    const i32 done = mIterations;
+    const i32 done = mIterations, best = mBestIteration;
     StartAnew();
-    mResidual = 1;
-    Iterate(mBestIteration);
+    Iterate(best);
     mIterations = done;
   }
   return false;
@@ -48,7 +49,8 @@ void ConjugateGradients::StartAnew() {
       x[i] = 0;
     }
   });
-  mIterations = 0;
+  mIterations = mBestIteration = 0;
+  mResidual = mBest = 1;
   StartResidual();
 }
 
@@ -59,7 +61,7 @@ std::optional<SolveEnd> ConjugateGradients::Note(double left, i32 limit) {
     mBest = mResidual;
     mBestIteration = mIterations;
   }
-  if (mResidual > kGrowth * mBest) return SolveEnd::Grew;
+  if (mResidual > kGrowth * mMatrix.Rows() * mBest) return SolveEnd::Grew;
   if (mIterations - mBestIteration >= kPatience) return SolveEnd::Stalled;
   if (mIterations >= limit) return SolveEnd::OutOfIterations;
   return {};

@@ -62,7 +62,8 @@ class ConjugateGradients : public LatticeSolver {
   std::vector<double> mPartials;  ///< one per layer
 
  private:
-  /// Puts back the right-hand side from the residual and the result, which becomes 0.
+  /// Puts back the right-hand side from the residual and the result, which becomes 0; nothing is
+  /// done yet.
   void StartAnew();
 
   double mBest = 0;  ///< least residual of the running solve, relative

@@ -48,20 +48,41 @@ void Grid_MultigridSolver::Redirect(double beta) {
   ForEachLine([&](i32 c, i32 n, double&) { RedirectLine(beta, value + c, mArrays[kS] + c, n); });
 }
 
+namespace {
+
+constexpr i32 kTrial = 10;        // iterations that the levels on the grid get in any case
+constexpr i32 kMemory = 5;        // iterations that tell the pace
+constexpr double kPatience = 20;  // iterations still to come beyond which another way pays
+
+}  // namespace
+
+bool Grid_MultigridSolver::IsSlow() const {
+  if (mIterations < kTrial) return false;
+  const double before = mPast[(mIterations - kMemory) % kMemory];
+  const double pace = std::log(mResidual / before) / kMemory;
+  return !(pace < 0) || std::log(mAccuracy.tolerance / mResidual) / pace > kPatience;
+}
+
 SolveEnd Grid_MultigridSolver::Iterate(i32 limit) {
   if (!mMultigrid.Build(mMatrix, mThreads)) return SolveEnd::Broken;
   const double scale = 1 / mLargest;
   Descend(0, scale);
   double rho = mMultigrid.Cycle(mArrays[kRhs]);
   Redirect(0);
+  bool onGrid = true;
   while (mIterations < limit && !IsCancelled()) {
     if (rho == 0) return SolveEnd::Broken;
     ++mIterations;
     const double alpha = rho / Multiply();
     if (!std::isfinite(alpha)) return SolveEnd::Broken;
     if (const auto end = Note(Descend(alpha, scale), limit)) return *end;
+    const bool isSlow = onGrid && IsSlow();
+    const bool turns = isSlow && mMultigrid.FollowCouplings(mMatrix);
+    onGrid = onGrid && !isSlow;
+    mPast[mIterations % kMemory] = mResidual;
     const double next = mMultigrid.Cycle(mArrays[kRhs]);
-    Redirect(next / rho);
+    // Directions of another preconditioner aren't conjugate to those before.
+    Redirect(turns ? 0 : next / rho);
     rho = next;
   }
   return SolveEnd::OutOfIterations;

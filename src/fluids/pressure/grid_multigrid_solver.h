@@ -1,5 +1,6 @@
 // Conjugate gradients preconditioned by a multigrid cycle.
 #pragma once
+#include <array>
 #include <span>
 #include <vector>
 
@@ -9,7 +10,9 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Solves A x = b for a symmetric positive (semi-)definite A over the cells of a grid whose
-/// off-diagonal entries are at most 0. The number of iterations hardly grows with the grid.
+/// off-diagonal entries are at most 0. The number of iterations hardly grows with the grid. Levels
+/// on the grid lead; a solve that they hardly bring forward goes on with levels that follow the
+/// couplings.
 class Grid_MultigridSolver : public ConjugateGradients {
  public:
   Grid_MultigridSolver() : ConjugateGradients(kArrays) {}
@@ -23,7 +26,10 @@ class Grid_MultigridSolver : public ConjugateGradients {
   double Descend(double alpha, double scale);
   /// s = value of the cycle + beta s.
   void Redirect(double beta);
+  /// At the pace of the last iterations many more are to come.
+  bool IsSlow() const;
 
+  std::array<double, 5> mPast{};  ///< residuals of the last iterations, by their number modulo 5
   Multigrid mMultigrid;
 };
 

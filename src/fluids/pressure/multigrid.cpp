@@ -25,7 +25,9 @@ bool Multigrid::Level::Resize(const VecInt3D& size) {
 }
 
 void Multigrid::Free() {
-  mFormed = false;
+  mFormed = mHasCoupled = mFollows = false;
+  mCoupled.Free();
+  mLeft = {};
   mLevels.clear();
   mScratch = {};
   mPartials = {};
@@ -36,15 +38,23 @@ void Multigrid::Free() {
 
 bool Multigrid::Build(const LatticeMatrix& matrix, i32 threads) {
   const bool sameSize = mFormed && mLevels.front().dims == matrix.Dims();
-  mFormed = false;
+  mFormed = mFollows = false;
   if (!SetSizes(matrix.Dims(), threads)) return false;
   const bool changed = TakeMatrix(matrix) || !sameSize;
   if (changed) {
+    mHasCoupled = false;
     for (std::size_t l = 1; l < mLevels.size(); ++l) FormCoarse(mLevels[l - 1], mLevels[l]);
     FactorLast();
   }
   mFormed = true;
   return true;
+}
+
+bool Multigrid::FollowCouplings(const LatticeMatrix& matrix) {
+  if (mLevels.size() == 1) return false;
+  mHasCoupled = mHasCoupled || mCoupled.Build(matrix, mScale, mLevels.front().threads);
+  if (mHasCoupled) mLeft.resize(matrix.Rows());
+  return mFollows = mHasCoupled;
 }
 
 void Multigrid::FactorLast() {
@@ -114,6 +124,14 @@ void Multigrid::ForEachLine(const Level& level, F&& f) {
   });
 }
 
+void Multigrid::CorrectByCouplings() {
+  Level& level = mLevels.front();
+  ForEachLine(level, [&](const LevelLine& line, i32 red, i32 n, i32 y, i32 z) {
+    LeftOverLine(line, red, mLeft.data() + level.Cell(1, y, z), n);
+  });
+  mCoupled.Correct(mLeft.data(), level.arrays[kValue], level.threads);
+}
+
 void Multigrid::Descend(std::size_t l) {
   if (l + 1 == mLevels.size()) {
     SolveLast();
@@ -124,9 +142,13 @@ void Multigrid::Descend(std::size_t l) {
               [](const LevelLine& line, i32 red, i32 n, i32, i32) { StartLine(line, red, n); });
   ForEachLine(level,
               [](const LevelLine& line, i32 red, i32 n, i32, i32) { RelaxLine(line, red + 1, n); });
-  Restrict(level, next);
-  Descend(l + 1);
-  Prolong(level, next);
+  if (mFollows) {
+    CorrectByCouplings();
+  } else {
+    Restrict(level, next);
+    Descend(l + 1);
+    Prolong(level, next);
+  }
   ForEachLine(level,
               [](const LevelLine& line, i32 red, i32 n, i32, i32) { RelaxLine(line, red + 1, n); });
   if (l > 0)

@@ -4,6 +4,7 @@
 #include <deque>
 #include <vector>
 
+#include "fluids/pressure/coupled_levels.h"
 #include "fluids/pressure/lattice_matrix.h"
 #include "fluids/pressure/multigrid_kernels.h"
 #include "grids/staggered_arrays.h"
@@ -28,6 +29,9 @@ class Multigrid {
   /// Forms the levels; false when the memory can't be had. The matrix isn't used afterwards. Levels
   /// of the same entries as last time stand already.
   bool Build(const LatticeMatrix& matrix, i32 threads);
+  /// Lets the levels below the finest follow the couplings of the matrix of the last `Build`, until
+  /// the next one; false when the memory can't be had, or the finest level is solved at once.
+  bool FollowCouplings(const LatticeMatrix& matrix);
   void Free();
   i32 Levels() const { return static_cast<i32>(mLevels.size()); }
 
@@ -110,8 +114,14 @@ class Multigrid {
   void RestrictLayers(Level& fine, const Level& coarse, i32 first, i32 last,
                       std::vector<float>& scratch);
   void Prolong(Level& fine, const Level& coarse);
+  void CorrectByCouplings();
 
-  bool mFormed = false;  ///< the levels are those of the entries of the finest one
+  CoupledLevels mCoupled;
+  bool mHasCoupled = false;  ///< `mCoupled` is of the entries of the finest level
+  bool mFollows = false;     ///< it takes the place of the levels below
+  std::vector<float> mLeft;  ///< left over on the finest level, by cell
+  double mScale = 1;         ///< of the matrix in the finest level
+  bool mFormed = false;      ///< the levels are those of the entries of the finest one
   std::deque<Level> mLevels;
   std::vector<std::vector<Stray>> mStraysOfLayers;
   std::vector<std::vector<float>> mScratch;  ///< one per worker

@@ -133,7 +133,7 @@ bool Multigrid::TakeMatrix(const LatticeMatrix& matrix) {
   const double largest = MaxBlocks(layer * dims.z, layer, level.threads, [&](i64 first, i64 last) {
     return *std::max_element(diagonal + first, diagonal + last);
   });
-  const double scale = largest > 0 ? 1 / largest : 1.0;
+  const double scale = mScale = largest > 0 ? 1 / largest : 1.0;
   const double changed = MaxBlocks(dims.z, 1, level.threads, [&](i64 z, i64) {
     std::vector<float> scratch;
     bool any = false;

@@ -102,9 +102,9 @@ const ParameterTable& FluidSolver::Parameters() {
           "honey instead of air: slows differences of speed; acts once the viscosity solve does")
           .AtLeast(0)
           .Kept(),
-      LongRow(kLinearSolverRow, "linear_solver", 1, "",
-              "how the pressure is found: multigrid is the quickest for large boxes, gauss_seidel "
-              "for a rough look")
+      LongRow(kLinearSolverRow, "linear_solver", 2, "",
+              "how the pressure is found: multigrid is the quickest, through narrow ways too, "
+              "gauss_seidel for a rough look")
           .Choices({{0, "conjugate_gradients"}, {1, "gauss_seidel"}, {2, "multigrid"}})
           .To(&GasSettings::linearSolver),
       LongRow(1021, "max_iterations", 200, "",

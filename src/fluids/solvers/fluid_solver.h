@@ -23,7 +23,7 @@ struct GasSettings {
   bool followObstacles = true;
   bool useBodyVelocities = false;
   double density = 1.23;  ///< kg/m^3
-  i32 linearSolver = 1;
+  i32 linearSolver = 2;
   i32 maxIterations = 200;
   double accuracy = 0.5;
   double minDiagonalRatio = 0.25;
