@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "framework/constraint_port.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
@@ -69,6 +70,14 @@ void ConstraintList::Persist(StateArchive& archive, const Scene& scene) {
     }
     mStates[node]->Persist(archive);
   }
+}
+
+void ConnectConstraints(ConstraintList& list, std::span<const host::LinkTarget> targets) {
+  list.Connect(targets);
+}
+
+void PersistConstraints(ConstraintList& list, StateArchive& archive, const Scene& scene) {
+  list.Persist(archive, scene);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "framework/constraint.h"
+#include "framework/constraint_port.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
@@ -105,7 +105,8 @@ const host::ParameterTable& iBase::CommonParameters() {
                  {});
     constraints.connect = [](ParameterHolder& holder, std::span<const LinkTarget> targets) {
       iBase* object = dynamic_cast<iBase*>(&holder);
-      if (ConstraintList* list = object ? object->Constraints() : nullptr) list->Connect(targets);
+      if (ConstraintList* list = object ? object->Constraints() : nullptr)
+        ConnectConstraints(*list, targets);
     };
     return ParameterTable{
         constraints.AcceptsAny({kListAuxiliary, kCategoryConstraint}),
@@ -153,7 +154,8 @@ void iBase::MarkDirty(bool hard) {
 void iBase::Persist(StateArchive& archive) {
   archive(mFlags, mDirtyStamp, mStageMask, mPriority, mPass, mRuns);
   for (const auto& part : mParts) part->Persist(archive);
-  if (ConstraintList* list = mScene ? Constraints() : nullptr) list->Persist(archive, *mScene);
+  if (ConstraintList* list = mScene ? Constraints() : nullptr)
+    PersistConstraints(*list, archive, *mScene);
 }
 
 bool iBase::HasCategory(i32 bitIndex) const {

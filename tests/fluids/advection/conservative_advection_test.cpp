@@ -34,7 +34,7 @@ struct ConservativeRig : GasRig {
       phi(x, y, z) = std::min(walls[phi.Index(x, y, z)], distance(phi.PositionOf(x, y, z)));
     });
     gas->mFlow.mSolidCells.Build(phi, 1);
-    gas->mFlow.mWallCells.Build(gas->mFlow.mBoundary, gas->mFlow.mSolidCells.Get(), 1);
+    gas->mFlow.mWallCells.Build(gas->mFlow.mBoundary, gas->mFlow.mSolidCells.Get(), ThinFaces(), 1);
   }
   void Ball(const Vec3d& centre, double radius) {
     Solid([&](const Vec3d& p) { return Length(p - centre) - radius; });
