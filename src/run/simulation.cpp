@@ -11,8 +11,6 @@
 
 #include "cache/cache_operator.h"
 #include "fluids/solvers/fluid_solver.h"
-#include "fluids/volume/thin_walls.h"
-#include "fluids/volume/volume_base.h"
 #include "framework/rest.h"
 #include "framework/stage_order.h"
 #include "framework/state_archive.h"
@@ -304,31 +302,6 @@ void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
     if (auto* solver = dynamic_cast<FluidSolver*>(&object)) add(solver->mPressure.TakeWarnings());
   });
 }
-
-/// Adds the first place of each obstacle where its cells are too large for a gap; `told` keeps the
-/// nodes that it was told of.
-void TellOfGaps(const Scene& scene, std::vector<u64>& told, std::vector<std::string>& warnings) {
-  constexpr u64 kGap = u64{1} << 63;
-  ForEachObject(scene, [&](iBase& object) {
-    auto* volume = dynamic_cast<iVolume*>(&object);
-    const u64 id = object.Node()->Id() | kGap;
-    if (!volume || std::find(told.begin(), told.end(), id) != told.end()) return;
-    std::vector<VolumeBase*> members;
-    volume->CollectMembers(members);
-    for (const VolumeBase* member : members) {
-      const ThinWalls* walls = member->GetThinWalls();
-      if (!walls || !walls->NarrowGap()) continue;
-      const Vec3d at = *walls->NarrowGap() * member->GetGrid()->mLayout.simToWorld;
-      told.push_back(id);
-      warnings.push_back(
-          fmt::format("{}: two of its sides face each other less than a cell apart, at [{:.4g}, "
-                      "{:.4g}, {:.4g}]; what passes there depends on how the cells lie: only a "
-                      "smaller 'cell_size' of the server shows the gap",
-                      Subject(object), at.x, at.y, at.z));
-      return;
-    }
-  });
-}
 }  // namespace
 
 void Simulation::AddWarnings(FrameRecord& record) {
@@ -336,7 +309,6 @@ void Simulation::AddWarnings(FrameRecord& record) {
   constexpr u64 kStep = 0;
   for (const auto& scene : mScenes) {
     TakeFaults(*scene, record.warnings);
-    TellOfGaps(*scene, mTold, record.warnings);
     AddWarningsOf(*scene, record);
   }
   if (record.cfl > kMostCells && std::find(mTold.begin(), mTold.end(), kStep) == mTold.end()) {

@@ -77,7 +77,7 @@ test('the plume: nodes by stage and list, links, parameters', async () => {
   await picture(page, 'plume_stages.png');
 
   await page.locator('.links.used button').click();
-  assert.match(await row(page, 'linear_solver'), /multigrid[^]*default /);
+  assert.match(await row(page, 'wall_high_y'), /open[^]*default closed/);
   assert.match(await row(page, 'box_size'), /250, 330, 200\s*host/);
   await page.getByText('only what differs').click();
   assert.equal(await page.locator('aside .row:not(.set)').count(), 0);

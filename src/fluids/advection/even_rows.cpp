@@ -61,9 +61,11 @@ SULVA_WIDE_KERNEL void PassAlong(const Potential* p, const OpenPairs& open, cons
   const Potential *below = open.below, *above = open.above;
   for (i32 i = 0; i < n; ++i) {
     const double a = (p[i - step] - p[i]) * below[i], b = (p[i + step] - p[i]) * above[i];
-    const double va = a > 0 ? share[i - step] : share[i], vb = b > 0 ? share[i + step] : share[i];
-    const double ca = a > 0 ? strength[i - step] : strength[i];
-    const double cb = b > 0 ? strength[i + step] : strength[i];
+    // All are read whichever counts: a read under a condition keeps the loop scalar.
+    const double sBelow = share[i - step], s = share[i], sAbove = share[i + step];
+    const double cBelow = strength[i - step], c = strength[i], cAbove = strength[i + step];
+    const double va = a > 0 ? sBelow : s, vb = b > 0 ? sAbove : s;
+    const double ca = a > 0 ? cBelow : c, cb = b > 0 ? cAbove : c;
     volume[i] += a * va + b * vb;
     content[i] += a * ca + b * cb;
   }
