@@ -2,6 +2,7 @@
 
 #include "fluids/fields/channel.h"
 #include "framework/state_archive.h"
+#include "grids/make_grids.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -22,12 +23,8 @@ bool ConservativeAdvection::Fit(const EGrid<double>& source, bool sharp) {
   }
   mSlice = source.mSlice;
   mCellSize = source.mLayout.cellSize;
-  const auto make = [&]<class T>(std::unique_ptr<Grid<T>>& grid) {
-    if (!grid) grid = std::make_unique<Grid<T>>(mDims, kCentre);
-    return grid->mData != nullptr;
-  };
-  bool made = make(mHolds) && make(mMoves) && make(mBlocks) && make(mAsked) && make(mGiven) &&
-              make(mMoved) && mEvening.Fit(mDims);
+  bool made =
+      MakeGrids(mDims, mHolds, mMoves, mBlocks, mAsked, mGiven, mMoved) && mEvening.Fit(mDims);
   if (sharp) made = made && mSharpening.Fit(mDims);
   made = made && FitVolume(source);
   mForward.resize(mDims.z);

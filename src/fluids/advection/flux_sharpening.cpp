@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "grids/fixed_blocks.h"
+#include "grids/make_grids.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -62,12 +63,8 @@ SULVA_WIDE_KERNEL void AddLimited(const f32* flux, const double* gives, const do
 bool FluxSharpening::Fit(const VecInt3D& dims) {
   if (mDims != dims) Release();
   mDims = dims;
-  const auto make = [&]<class T>(std::unique_ptr<Grid<T>>& grid) {
-    if (!grid) grid = std::make_unique<Grid<T>>(dims, kCentre);
-    return grid->mData != nullptr;
-  };
-  bool made = make(mStrength) && make(mLeast) && make(mMost);
-  for (int a = 0; a < 3; ++a) made = made && make(mSpread[a]) && make(mFlux[a]);
+  bool made = MakeGrids(dims, mStrength, mLeast, mMost);
+  for (int a = 0; a < 3; ++a) made = made && MakeGrids(dims, mSpread[a], mFlux[a]);
   if (!made) {
     Release();
     return false;

@@ -80,7 +80,7 @@ const ParameterTable& GridAdvection::Parameters() {
       RealRow(1007, "strength", 1.0, "none",
               "how much of the detail MacCormack brings back: lower is calmer")
           .AtLeast(0)
-          .OnlyWith(kSchemeRow, {1, 3})
+          .OnlyWith(kSchemeRow, {1})
           .To(&GridAdvection::mStrength),
   };
   return table;

@@ -1,10 +1,12 @@
 #include "fluids/advection/volume_evening.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 #include <utility>
 
 #include "grids/fixed_blocks.h"
+#include "grids/make_grids.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -28,13 +30,7 @@ Potential WeightOf(i32 sweep) {
 bool VolumeEvening::Fit(const VecInt3D& dims) {
   if (mDims != dims) Release();
   mDims = dims;
-  const auto make = [&]<class T>(std::unique_ptr<Grid<T>>& grid) {
-    if (!grid) grid = std::make_unique<Grid<T>>(dims, kCentre);
-    return grid->mData != nullptr;
-  };
-  const bool made = make(mExcess) && make(mPotential[0]) && make(mPotential[1]) && make(mShare) &&
-                    make(mStrength);
-  if (!made) {
+  if (!MakeGrids(dims, mExcess, mPotential[0], mPotential[1], mShare, mStrength)) {
     Release();
     return false;
   }

@@ -124,7 +124,7 @@ void ObjectGridEmitter::Prepare() {
   }
   if (!anyRuns) return void(Deactivate(kNotDueReason));
   mConstraints.Prepare(this);
-  mHasFilled = false;
+  mHasReached = mHasFilled = false;
   SetFlag(FLAG_ACTIVE, true);
 }
 
@@ -184,20 +184,27 @@ void ObjectGridEmitter::EmitRun(const VolumeBase& volume, const CellRun& run, bo
                                 const EvaluationThreadData& data) const {
   double values[kRun];
   Vec3d positions[kRun];
+  // Workers share the flags: once set, they are only read.
+  const auto note = [](std::atomic<bool>& flag, bool isSo) {
+    if (isSo && !flag.load(std::memory_order_relaxed)) flag.store(true, std::memory_order_relaxed);
+  };
   for (const Target& target : mTargets) {
     if (!owned && !target.write.splat) continue;
     const EGrid<double>* grid = target.channel->GetGrid(0);
     if (!grid || !target.channel->mEmissionHandler) continue;
+    bool isReached = false;
     i32 count = 0;
     for (i32 i = 0; i < run.count; ++i) {
       const Vec3d& p = run.positions[i];
       if (!grid->mLayout.Contains(p, false)) continue;
+      isReached = true;
       const double weight = WeightAt(target, volume, p, data.index);
       if (weight == 0) continue;
       values[count] = target.amount * weight;
       positions[count++] = p;
     }
-    if (count > 0) mHasFilled.store(true, std::memory_order_relaxed);
+    note(mHasReached, isReached);
+    note(mHasFilled, count > 0);
     target.channel->mEmissionHandler->EmitRow(values, positions, count, target.write,
                                               {data.index, data.count});
   }
@@ -224,7 +231,9 @@ void ObjectGridEmitter::Finish() {
   if (Has(FLAG_ACTIVE) && !mTargets.empty() && !mHasFilled && !IsCancelled()) {
     // It ran, and nobody sees that it did.
     if (mRuns > 0) --mRuns;
-    mInactiveReason = "no cell whose centre lies inside of its shape is in the box of a gas";
+    mInactiveReason = mHasReached
+                          ? "its weight is 0 in all cells, by falloff, duration or constraints"
+                          : "no cell whose centre lies inside of its shape is in the box of a gas";
   }
   SetFlag(FLAG_ACTIVE, false);
   mWeights.clear();

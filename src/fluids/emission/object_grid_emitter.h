@@ -61,8 +61,9 @@ class ObjectGridEmitter : public ObjectVolume {
   double WeightAt(const Target& target, const VolumeBase& volume, const Vec3d& p, u32 worker) const;
 
   std::vector<Target> mTargets;
-  std::vector<VolumeBase*> mMembers;             ///< of the volume, those with a grid
-  mutable std::atomic<bool> mHasFilled = false;  ///< some cell took something in this step
+  std::vector<VolumeBase*> mMembers;  ///< of the volume, those with a grid
+  /// In this step: some inside cell lies in a field, and some cell took something.
+  mutable std::atomic<bool> mHasReached = false, mHasFilled = false;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,5 +1,6 @@
 #include "fluids/emission/object_grid_emitter.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -145,6 +146,31 @@ TEST_F(GridEmitter, ConstraintsWeighEveryCell) {
   Run();
   const auto above = [](const Vec3d& p) { return p.y < 0.6 ? 0.0 : 0.5; };
   EXPECT_NEAR(Sum(), dt * SumInside(above), 1e-9);
+}
+
+/// Takes all weight away.
+class Nowhere : public Constraint {
+ public:
+  using Constraint::Constraint;
+  bool Test(const Vec3d&, double& weight, const ConstraintUse&) override {
+    weight = 0;
+    return false;
+  }
+};
+
+TEST_F(GridEmitter, SaysWhyNoCellTookAnything) {
+  volume.Make({5, 5, 5}, 0.33, {10, 11, 12}, {4.4, 4.4, 4.4});
+  Run();
+  EXPECT_EQ(Sum(), 0);
+  EXPECT_THAT(emitter.mInactiveReason, testing::HasSubstr("is in the box of a gas"));
+
+  const double h = s.scene->mDomain.cellSize;
+  volume.Make({0.61, 0.58, 0.63}, 0.33, {10, 11, 12}, {1 * h, 0, 1 * h});
+  auto& nowhere = s.AddOwn<Nowhere>("duration", "nowhere");
+  TestScene::Links(emitter, 2502, {&nowhere});
+  Run();
+  EXPECT_EQ(Sum(), 0);
+  EXPECT_THAT(emitter.mInactiveReason, testing::HasSubstr("its weight is 0 in all cells"));
 }
 
 TEST_F(GridEmitter, DirtMovesOnToTheChannels) {
