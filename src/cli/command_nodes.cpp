@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "host/exit_codes.h"
@@ -37,8 +36,6 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-constexpr double kOpen = std::numeric_limits<double>::infinity();
-
 // ---- JSON -------------------------------------------------------------------------------------
 
 Json LimitJson(const ParameterRow& row, double limit) {
@@ -52,8 +49,8 @@ Json ParameterJson(const ParameterTable& table, const ParameterRow& row) {
                {"default", DefaultJson(row)},
                {"unit", row.unit},
                {"help", row.help}};
-  if (row.min != -kOpen) json["min"] = LimitJson(row, row.min);
-  if (row.max != kOpen) json["max"] = LimitJson(row, row.max);
+  if (row.HasMin()) json["min"] = LimitJson(row, row.min);
+  if (row.HasMax()) json["max"] = LimitJson(row, row.max);
   for (const Choice& choice : row.choices)
     json["choices"].push_back({{"value", choice.value}, {"name", choice.name}});
   if (!row.accepts.empty()) json["accepts"] = row.accepts;

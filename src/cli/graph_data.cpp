@@ -47,7 +47,7 @@ std::string GroupOf(const BaseNode& node) {
   return FindKind(node.Type()) && node.Parent() ? "Scene" : "Pictures";
 }
 
-Json RowsJson(const ParameterTable& table) {
+Json PageRows(const ParameterTable& table) {
   Json rows = Json::array();
   for (const ParameterRow& row : table) {
     Json choices = Json::array();
@@ -121,7 +121,7 @@ class GraphBuilder {
                  {"class", kind ? std::string(kind->className) : ""},
                  {"stages", kind ? Json(kind->stages) : Json::array()},
                  {"priority", kind && kind->priority ? Json(*kind->priority) : Json(nullptr)},
-                 {"parameters", node.Table() ? RowsJson(*node.Table()) : Json::array()}};
+                 {"parameters", node.Table() ? PageRows(*node.Table()) : Json::array()}};
     mKinds[type] = std::move(told);
     return type;
   }
@@ -162,7 +162,7 @@ class GraphBuilder {
     const BaseNode* obstacle = node.Tag(kObstacleTag);
     if (!obstacle) return;
     if (!mKinds.contains("obstacle"))
-      mKinds["obstacle"] = {{"parameters", RowsJson(ObstacleParameters())}};
+      mKinds["obstacle"] = {{"parameters", PageRows(ObstacleParameters())}};
     mNodes[index]["obstacle"] = ValuesOf(*obstacle);
     AddLinksOf(*obstacle, index, "obstacle ");
   }

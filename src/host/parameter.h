@@ -103,6 +103,8 @@ struct ParameterRow {
 
   /// Whether a member, or some other reader, takes the parameter.
   bool HasEffect() const { return !kept; }
+  bool HasMin() const { return min != -std::numeric_limits<double>::infinity(); }
+  bool HasMax() const { return max != std::numeric_limits<double>::infinity(); }
 
   /// The value that a core object reads when the node doesn't hold the parameter.
   const Value& WhenMissing() const { return missing ? *missing : creation; }

@@ -76,6 +76,12 @@ constexpr Vec3D<T> Max(const Vec3D<T>& a, const Vec3D<T>& b) {
   return {std::max(a.x, b.x), std::max(a.y, b.y), std::max(a.z, b.z)};
 }
 
+/// The largest component.
+template <class T>
+constexpr T Largest(const Vec3D<T>& v) {
+  return std::max({v.x, v.y, v.z});
+}
+
 constexpr Vec3d ToReal(const VecInt3D& v) { return {double(v.x), double(v.y), double(v.z)}; }
 
 /// A quotient that counts cells, moved 1e-6 away from zero and truncated, so that a whole number

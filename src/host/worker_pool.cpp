@@ -50,32 +50,32 @@ namespace {
 
 thread_local bool tIsInShare = false;
 
-/// What one run shares with the workers that it found idle. Each of them, and the caller, begins
-/// with the share of its own number; shares that found no worker go to whoever is free first.
-struct SharedRun {
-  void (*invoke)(void* context, i32 index);
-  void* context;
-  i32 count;
-  std::atomic<i32> next;  ///< the first share that has no worker of its own
-  std::mutex failureMutex{};
-  std::exception_ptr failure{};
-
-  void Work(i32 index) {
-    for (; index < count; index = next.fetch_add(1)) {
-      try {
-        invoke(context, index);
-      } catch (...) {
-        const std::lock_guard lock(failureMutex);
-        if (!failure) failure = std::current_exception();
-      }
-    }
-  }
-};
-
 }  // namespace
 
 // One generation counter per worker starts it, another one tells that it is done.
 struct WorkerPool::Impl {
+  /// What one run shares with the workers that it found idle. Each of them, and the caller, begins
+  /// with the share of its own number; shares that found no worker go to whoever is free first.
+  struct SharedRun {
+    void (*invoke)(void* context, i32 index);
+    void* context;
+    i32 count;
+    std::atomic<i32> next;  ///< the first share that has no worker of its own
+    std::mutex failureMutex{};
+    std::exception_ptr failure{};
+
+    void Work(i32 index) {
+      for (; index < count; index = next.fetch_add(1)) {
+        try {
+          invoke(context, index);
+        } catch (...) {
+          const std::lock_guard lock(failureMutex);
+          if (!failure) failure = std::current_exception();
+        }
+      }
+    }
+  };
+
   struct alignas(64) Worker {
     std::atomic<u32> generation{0}, done{0};
     SharedRun* run = nullptr;
@@ -155,7 +155,7 @@ void WorkerPool::RunShares(i32 count, Invoke invoke, void* context) {
   std::array<Impl::Worker*, kMaxWorkers> team;
   const bool isNested = tIsInShare;
   const i32 helpers = isNested ? 0 : mImpl->Take(count - 1, team);
-  SharedRun run{.invoke = invoke, .context = context, .count = count, .next = helpers + 1};
+  Impl::SharedRun run{.invoke = invoke, .context = context, .count = count, .next = helpers + 1};
   for (i32 i = 0; i < helpers; ++i) {
     team[i]->run = &run;
     team[i]->first = i + 1;

@@ -21,11 +21,6 @@ Vec3d AreaNormal(const Geometry& geometry, const Polygon& p) {
 
 std::array<i32, 4> CornersOf(const Polygon& p) { return {p.a, p.b, p.c, p.d}; }
 
-struct Mesh {
-  i32 material = 0;
-  std::vector<std::array<Vec3d, 3>> normals;  ///< per triangle corner
-};
-
 RTCRay MakeRay(const Vec3d& origin, const Vec3d& direction, double near, double far) {
   RTCRay ray{};
   ray.org_x = static_cast<float>(origin.x);
@@ -69,6 +64,11 @@ std::vector<std::array<Vec3d, 4>> CornerNormals(const Geometry& geometry, double
 }
 
 struct MeshScene::Impl {
+  struct Mesh {
+    i32 material = 0;
+    std::vector<std::array<Vec3d, 3>> normals;  ///< per triangle corner
+  };
+
   // One thread builds: the same triangles then always make the same tree, and ties between
   // neighbours fall the same way.
   RTCDevice device = rtcNewDevice("threads=1,set_affinity=0");
@@ -104,7 +104,7 @@ void MeshScene::Add(const Geometry& geometry, const Matrix& placement, i32 mater
     for (int axis = 0; axis < 3; ++axis) *points++ = static_cast<float>(world[axis]);
   }
 
-  Mesh mesh;
+  Impl::Mesh mesh;
   mesh.material = material;
   mesh.normals.reserve(triangles);
   const auto normals = CornerNormals(geometry);
@@ -141,7 +141,7 @@ bool MeshScene::Trace(const Vec3d& origin, const Vec3d& direction, double near, 
   rtcIntersect1(mImpl->scene, &context, &query);
   if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return false;
 
-  const Mesh& mesh = mImpl->meshes[query.hit.geomID];
+  const Impl::Mesh& mesh = mImpl->meshes[query.hit.geomID];
   const auto& n = mesh.normals[query.hit.primID];
   const double u = query.hit.u, v = query.hit.v;
   hit.distance = query.ray.tfar;

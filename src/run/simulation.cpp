@@ -222,13 +222,13 @@ void ForEachObject(const Scene& scene, F&& f) {
       if (object->Node()) f(*object);
 }
 
-std::string Subject(const iBase& object) {
+std::string ObjectLabel(const iBase& object) {
   const NodeKind* kind = FindKind(object.Node()->Type());
   return fmt::format("{} \"{}\"", kind ? kind->type : "node", object.Node()->Name());
 }
 
 std::string InactiveText(const iBase& object) {
-  return fmt::format("{} is inactive: {}", Subject(object), object.mInactiveReason);
+  return fmt::format("{} is inactive: {}", ObjectLabel(object), object.mInactiveReason);
 }
 }  // namespace
 
@@ -296,7 +296,7 @@ void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
   ForEachObject(scene, [&](iBase& object) {
     const auto add = [&](const std::vector<std::string>& warnings) {
       for (const std::string& warning : warnings)
-        told.push_back(fmt::format("{}: {}", Subject(object), warning));
+        told.push_back(fmt::format("{}: {}", ObjectLabel(object), warning));
     };
     if (auto* cache = dynamic_cast<Cache_OperatorBase*>(&object)) add(cache->TakeWarnings());
     if (auto* solver = dynamic_cast<FluidSolver*>(&object)) add(solver->mPressure.TakeWarnings());

@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "cache/cache_rows.h"
@@ -44,8 +43,6 @@ constexpr Passed kPassed[] = {
 bool IsSolver(i32 type) { return type >= 1300002 && type <= 1300004; }
 bool IsField(i32 type) { return (type >= 1300027 && type <= 1300030) || type == 1300112; }
 bool IsVolume(i32 type) { return type == 1028106; }
-
-std::string Quoted(const std::string& text) { return nlohmann::json(text).dump(); }
 
 std::string SubjectOf(const BaseNode& node) {
   const auto* kind = FindKind(node.Type());

@@ -9,8 +9,6 @@ namespace MELDO_GLOBAL::app {
 
 namespace {
 
-using Json = nlohmann::json;
-
 /// Walks over the raw text with line and column. The parser hands out values without their places;
 /// this cursor follows it token by token.
 class Cursor {
@@ -93,7 +91,7 @@ class Cursor {
 };
 
 /// Receives the parser's events and builds the tree.
-class Builder : public nlohmann::json_sax<Json> {
+class Builder : public nlohmann::json_sax<nlohmann::json> {
  public:
   Builder(std::string_view text, const std::string& file, JsonValue& root, Diagnostics& diagnostics)
       : mFile(file), mRoot(root), mDiagnostics(diagnostics), mCursor(text) {}
@@ -322,8 +320,8 @@ bool ParseJson(std::string_view text, const std::string& file, JsonValue& root,
     return false;
   }
   Builder builder(text, file, root, diagnostics);
-  return Json::sax_parse(text.begin(), text.end(), &builder, Json::input_format_t::json, true,
-                         true);
+  return nlohmann::json::sax_parse(text.begin(), text.end(), &builder,
+                                   nlohmann::json::input_format_t::json, true, true);
 }
 
 const JsonValue* JsonValue::Find(std::string_view key) const {

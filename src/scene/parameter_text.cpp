@@ -2,16 +2,12 @@
 
 #include <fmt/format.h>
 
-#include <limits>
-
 namespace MELDO_GLOBAL::app {
 
 using namespace host;
 using Json = nlohmann::ordered_json;
 
 namespace {
-
-constexpr double kOpen = std::numeric_limits<double>::infinity();
 
 Json VectorJson(const Vec3d& v) { return Json::array({v.x, v.y, v.z}); }
 
@@ -64,9 +60,9 @@ std::string ConditionText(const ParameterTable& table, const ParameterRow& row) 
 }
 
 std::string LimitsText(const ParameterRow& row) {
-  if (row.min != -kOpen && row.max != kOpen) return fmt::format("{} to {}", row.min, row.max);
-  if (row.min != -kOpen) return fmt::format("at least {}", row.min);
-  if (row.max != kOpen) return fmt::format("at most {}", row.max);
+  if (row.HasMin() && row.HasMax()) return fmt::format("{} to {}", row.min, row.max);
+  if (row.HasMin()) return fmt::format("at least {}", row.min);
+  if (row.HasMax()) return fmt::format("at most {}", row.max);
   return {};
 }
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <map>
-#include <nlohmann/json.hpp>
 
 #include "nodes/catalogue.h"
 #include "scene/object_types.h"
@@ -26,8 +25,6 @@ std::string Joined(const std::vector<std::string>& parts) {
   for (const std::string& part : parts) text.append(text.empty() ? "" : ", ").append(part);
   return text;
 }
-
-std::string Quoted(const std::string& text) { return nlohmann::json(text).dump(); }
 
 class VolumeFixer {
  public:

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "host/render_objects.h"
@@ -23,8 +22,6 @@ using MELDO_SULVA::ParametersOf;
 using Json = nlohmann::ordered_json;
 
 namespace {
-
-constexpr double kOpen = std::numeric_limits<double>::infinity();
 
 Json Ref(const std::string& name) { return {{"$ref", "#/$defs/" + name}}; }
 
@@ -115,8 +112,8 @@ Json PlainValue(const ParameterRow& row) {
     case ParameterType::Button: json = false; break;
   }
   Json& limited = row.type == ParameterType::Vector ? json["items"] : json;
-  if (row.min != -kOpen) limited["minimum"] = row.min;
-  if (row.max != kOpen) limited["maximum"] = row.max;
+  if (row.HasMin()) limited["minimum"] = row.min;
+  if (row.HasMax()) limited["maximum"] = row.max;
   return json;
 }
 

@@ -1,6 +1,7 @@
 #include "scene/text_edits.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 namespace MELDO_GLOBAL::app {
 
@@ -84,5 +85,7 @@ std::string TextEdits::Apply() {
   }
   return result.append(mText.substr(done));
 }
+
+std::string Quoted(const std::string& text) { return nlohmann::json(text).dump(); }
 
 }  // namespace MELDO_GLOBAL::app

@@ -42,4 +42,7 @@ class TextEdits {
   std::vector<Edit> mEdits;
 };
 
+/// A text as JSON writes it, in quotes.
+std::string Quoted(const std::string& text);
+
 }  // namespace MELDO_GLOBAL::app

@@ -13,19 +13,14 @@
 #include <sstream>
 #include <thread>
 
+#include "cli/run_folder.h"
 #include "paths.h"
 
 namespace fs = std::filesystem;
+using MELDO_GLOBAL::app::ReadAll;
 using nlohmann::json;
 
 namespace {
-
-std::string ReadAll(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
 
 /// Smoke that rises from a ball past another, in a box of 14 x 14 x 14 cells with an open top.
 constexpr const char* kSmoke = R"({

@@ -19,7 +19,7 @@ Grid<double> Filled(const VecInt3D& dims, F&& f) {
   return g;
 }
 
-double Ramp(double x, double y, double z) { return 3 * x - 0.5 * y + 2 * z + 1; }
+double PlaneAt(double x, double y, double z) { return 3 * x - 0.5 * y + 2 * z + 1; }
 
 Grid<double> Noise(const VecInt3D& dims) {
   RandomStream stream;
@@ -48,12 +48,12 @@ TEST(Sampling, ConstantsAreKeptInsideAndOutside) {
 }
 
 TEST(Sampling, RampsAreExactWhereTheStencilFits) {
-  const Grid<double> g = Filled({8, 7, 9}, Ramp);
+  const Grid<double> g = Filled({8, 7, 9}, PlaneAt);
   RandomStream stream;
   const auto inner = [&](i32 n) { return 1 + stream.NextUnit() * (n - 4.001); };
   for (int i = 0; i < 500; ++i) {
     const Vec3d c{inner(8), inner(7), inner(9)};
-    const double exact = Ramp(c.x, c.y, c.z);
+    const double exact = PlaneAt(c.x, c.y, c.z);
     EXPECT_NEAR(Sample(g, c, SAMPLE_LINEAR), exact, 1e-12);
     EXPECT_NEAR(Sample(g, c, SAMPLE_CUBIC), exact, 1e-12);
     EXPECT_NEAR(Sample(g, c, SAMPLE_MONOTONIC), exact, 1e-12);

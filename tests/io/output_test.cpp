@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "cli/command_line.h"
+#include "cli/run_folder.h"
 #include "host/exit_codes.h"
 #include "host/file_limit.h"
 #include "io/json_line.h"
@@ -31,13 +32,6 @@ fs::path FreshFolder(const std::string& name) {
   fs::remove_all(folder);
   fs::create_directories(folder);
   return folder;
-}
-
-std::string ReadAll(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
 }
 
 Picture DecodePng(const std::string& bytes) {

@@ -20,8 +20,9 @@ namespace {
 
 /// A scene with a group "forces" of two forces in two depths, a group "one" of a single channel and
 /// more `children` of the server.
-struct Loaded {
-  explicit Loaded(const std::string& children, const std::vector<std::string>& overrides = {}) {
+struct LoadedGroups {
+  explicit LoadedGroups(const std::string& children,
+                        const std::vector<std::string>& overrides = {}) {
     const fs::path path = folder.Path() / "scene.json";
     std::ofstream(path) << R"({ "sulva": 1,
 "nodes": [ { "type": "server", "name": "scene", "children": [
@@ -59,20 +60,21 @@ constexpr i32 kForces = 1008, kTarget = 1000;
 }  // namespace
 
 TEST(Group, InAListStandsForItsChildrenWithTheFlagsOfTheEntry) {
-  const Loaded loaded(R"({ "type": "force_buoyancy", "name": "lift" },
+  const LoadedGroups loaded(R"({ "type": "force_buoyancy", "name": "lift" },
     { "type": "fluid", "name": "gas", "parameters": { "forces": ["lift", { "node": "forces", "flags": 3 }] } })");
   ASSERT_TRUE(loaded.scene) << loaded.diagnostics.Lines()[0];
   EXPECT_THAT(loaded.Listed("gas", kForces), ElementsAre("lift 0", "wind 3", "curls 3"));
 }
 
 TEST(Group, OnTheCommandLineToo) {
-  const Loaded loaded(R"({ "type": "fluid", "name": "gas" })", {R"(gas.forces=["/scene/forces"])"});
+  const LoadedGroups loaded(R"({ "type": "fluid", "name": "gas" })",
+                            {R"(gas.forces=["/scene/forces"])"});
   ASSERT_TRUE(loaded.scene);
   EXPECT_THAT(loaded.Listed("gas", kForces), ElementsAre("wind 0", "curls 0"));
 }
 
 TEST(Group, InALinkStandsForItsOnlyChild) {
-  const Loaded loaded(
+  const LoadedGroups loaded(
       R"({ "type": "grid_advection", "name": "move", "parameters": { "target": "one" } },
          { "type": "cache", "name": "cache", "parameters": { "objects": ["one"] } })");
   ASSERT_TRUE(loaded.scene) << loaded.diagnostics.Lines()[0];
@@ -83,7 +85,7 @@ TEST(Group, InALinkStandsForItsOnlyChild) {
 }
 
 TEST(Group, WhatItCannotStandForIsAnErrorAtItsPlace) {
-  const Loaded loaded(
+  const LoadedGroups loaded(
       R"({ "type": "grid_advection", "name": "a", "parameters": { "target": "forces" } },
 { "type": "grid_advection", "name": "b", "parameters": { "solver": "none" } },
 { "type": "fluid", "name": "c", "parameters": { "forces": ["one"] } },
@@ -107,7 +109,7 @@ TEST(Group, WhatItCannotStandForIsAnErrorAtItsPlace) {
 }
 
 TEST(Group, OfSeveralThatFitASingleLinkIsAQuestion) {
-  const Loaded loaded(R"({ "type": "group", "name": "two", "children": [
+  const LoadedGroups loaded(R"({ "type": "group", "name": "two", "children": [
       { "type": "channel_scalar", "name": "x" }, { "type": "channel_scalar", "name": "y" } ] },
     { "type": "grid_advection", "name": "move", "parameters": { "target": "two" } })");
   EXPECT_FALSE(loaded.scene);
@@ -117,16 +119,17 @@ TEST(Group, OfSeveralThatFitASingleLinkIsAQuestion) {
 }
 
 TEST(Group, ANodeOfTheSameNameThatFitsIsMeantFirst) {
-  const Loaded loaded(R"({ "type": "channel_scalar", "name": "forces 2" },
+  const LoadedGroups loaded(R"({ "type": "channel_scalar", "name": "forces 2" },
     { "type": "group", "name": "x", "children": [ { "type": "channel_scalar", "name": "forces" } ] },
     { "type": "grid_advection", "name": "move", "parameters": { "target": "forces" } })");
   ASSERT_TRUE(loaded.scene) << loaded.diagnostics.Lines()[0];
   EXPECT_EQ(std::get<host::Link>(*loaded.Node("move")->Get(kTarget)).node,
-            Loaded::Find(*loaded.Node("x"), "forces")->Id());
+            LoadedGroups::Find(*loaded.Node("x"), "forces")->Id());
 }
 
 TEST(Group, ItsChildrenAreNodesOfTheSceneAndGoOffWithIt) {
-  const Loaded loaded(R"({ "type": "group", "name": "last", "position": [10, 0, 0], "children": [
+  const LoadedGroups loaded(
+      R"({ "type": "group", "name": "last", "position": [10, 0, 0], "children": [
     { "type": "channel_scalar", "name": "deep" } ] })");
   ASSERT_TRUE(loaded.scene);
   const auto scene = MELDO_SULVA::CreateScene(*loaded.scene->server);

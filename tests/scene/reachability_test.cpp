@@ -27,9 +27,9 @@ const char* const kSmoke = R"({ "sulva": 1, "range": [0, 4],
   { "type": "grid_advection", "name": "move", "parameters": { "target": "smoke", "solver": "gas" } },
   { "type": "fluid", "name": "gas", "position": [-100, 0, -100], "parameters": { "box_size": [200, 200, 200], "forces": ["wind"] } } ] } ] })";
 
-struct Loaded {
-  explicit Loaded(const std::string& what = "", const std::string& with = "",
-                  const std::vector<std::string>& overrides = {}) {
+struct LoadedSmoke {
+  explicit LoadedSmoke(const std::string& what = "", const std::string& with = "",
+                       const std::vector<std::string>& overrides = {}) {
     std::string text = kSmoke;
     if (!what.empty()) {
       if (text.find(what) == text.npos) throw std::runtime_error(what + " isn't there");
@@ -54,7 +54,7 @@ struct Loaded {
 }  // namespace
 
 TEST(Reachability, AWholeSceneHasNothingToTell) {
-  const Loaded whole;
+  const LoadedSmoke whole;
   EXPECT_THAT(whole.lines, IsEmpty());
   EXPECT_THAT(whole.scene->reach.Idle(), IsEmpty());
   ASSERT_EQ(whole.Of("smoke").readers.size(), 2u);
@@ -63,7 +63,7 @@ TEST(Reachability, AWholeSceneHasNothingToTell) {
 }
 
 TEST(Reachability, ACauseIsToldOnceAndItsVictimsSleep) {
-  const Loaded cut(R"({ "object": "ball" })", "{ }");
+  const LoadedSmoke cut(R"({ "object": "ball" })", "{ }");
   EXPECT_THAT(cut.lines,
               ElementsAre(HasSubstr("s.json:5:3: warning: mesh \"skin\": it never works: it has "
                                     "no object; name one under 'object'")));
@@ -74,29 +74,31 @@ TEST(Reachability, ACauseIsToldOnceAndItsVictimsSleep) {
 }
 
 TEST(Reachability, LinksThatLeadNowhereHaveThePlaceOfTheirEntry) {
-  const Loaded off(R"("name": "wind" })", R"("name": "wind", "enabled": false })");
+  const LoadedSmoke off(R"("name": "wind" })", R"("name": "wind", "enabled": false })");
   EXPECT_THAT(off.lines, ElementsAre(HasSubstr(
                              "s.json:12:122: warning: fluid \"gas\": 'forces': 'wind' is switched "
                              "off")));
   EXPECT_EQ(off.Of("wind").whyIdle, "it is switched off");
-  const Loaded given("", "", {"gas.forces=[]"});
+  const LoadedSmoke given("", "", {"gas.forces=[]"});
   EXPECT_THAT(given.lines,
               ElementsAre(HasSubstr("s.json:10:3: warning: force_gravity \"wind\": it never works: "
                                     "no solver that runs names it under 'forces'")));
-  EXPECT_THAT(Loaded("", "", {"gas.forces=null"}).lines, IsEmpty()) << "all forces of the server";
-  const Loaded option("", "", {"move.solver=null"});
+  EXPECT_THAT(LoadedSmoke("", "", {"gas.forces=null"}).lines, IsEmpty())
+      << "all forces of the server";
+  const LoadedSmoke option("", "", {"move.solver=null"});
   EXPECT_THAT(option.lines,
               testing::Contains(HasSubstr("--set move.solver=null: warning: grid_advection")));
 }
 
 TEST(Reachability, StagesInWhichNothingRunsAndServantsWithoutReaders) {
   for (const int stage : {1, 4, 16, 17, 23})
-    EXPECT_THAT(Loaded(R"("solver": "gas" })",
-                       R"("solver": "gas", "stage": )" + std::to_string(stage) + " }")
+    EXPECT_THAT(LoadedSmoke(R"("solver": "gas" })",
+                            R"("solver": "gas", "stage": )" + std::to_string(stage) + " }")
                     .lines,
                 ElementsAre(HasSubstr("'stage': no node runs in stage " + std::to_string(stage))));
-  EXPECT_THAT(Loaded(R"("solver": "gas" })", R"("solver": "gas", "stage": 12 })").lines, IsEmpty());
-  const Loaded unread(R"(, "settings": "rate")", "");
+  EXPECT_THAT(LoadedSmoke(R"("solver": "gas" })", R"("solver": "gas", "stage": 12 })").lines,
+              IsEmpty());
+  const LoadedSmoke unread(R"(, "settings": "rate")", "");
   EXPECT_THAT(unread.lines,
               ElementsAre(HasSubstr("s.json:7:3: note: emission_setting \"rate\": no node"),
                           HasSubstr("channelsettings \"pair\": it never works")));
@@ -108,18 +110,20 @@ TEST(Reachability, ShapesThatNothingComesOutOf) {
   const std::string ball =
       R"("type": "sphere", "radius": 30, "segments": 16, "position": [0, 60, 0])";
   EXPECT_THAT(
-      Loaded(ball, R"("type": "sphere", "radius": 30, "position": [0, 260, 0])").lines,
+      LoadedSmoke(ball, R"("type": "sphere", "radius": 30, "position": [0, 260, 0])").lines,
       ElementsAre(HasSubstr("s.json:9:72: warning: gridemitter \"source\": it never emits: "
                             "the shape of 'shape' lies outside of the box of every fluid")));
-  EXPECT_THAT(Loaded(ball, R"("type": "plane", "size": [60, 60], "position": [0, 60, 0])").lines,
-              ElementsAre(HasSubstr("is flat and has no inside")));
-  EXPECT_THAT(Loaded(ball, R"("type": "box", "size": [60, 4, 60], "position": [0, 60, 0])").lines,
-              ElementsAre(HasSubstr("is 0.4 of a cell thin")));
-  EXPECT_THAT(Loaded(ball, R"("type": "sphere", "radius": 30, "position": [0, 215, 0])").lines,
+  EXPECT_THAT(
+      LoadedSmoke(ball, R"("type": "plane", "size": [60, 60], "position": [0, 60, 0])").lines,
+      ElementsAre(HasSubstr("is flat and has no inside")));
+  EXPECT_THAT(
+      LoadedSmoke(ball, R"("type": "box", "size": [60, 4, 60], "position": [0, 60, 0])").lines,
+      ElementsAre(HasSubstr("is 0.4 of a cell thin")));
+  EXPECT_THAT(LoadedSmoke(ball, R"("type": "sphere", "radius": 30, "position": [0, 215, 0])").lines,
               IsEmpty())
       << "it reaches into the box";
   EXPECT_THAT(
-      Loaded(
+      LoadedSmoke(
           ball,
           R"("type": "sphere", "radius": 30, "position": {"keys": [[0, [0, 260, 0]], [3, [0, 60, 0]]]})")
           .lines,

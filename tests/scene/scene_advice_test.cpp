@@ -14,8 +14,9 @@ using testing::IsEmpty;
 namespace MELDO_GLOBAL::app {
 namespace {
 
-struct Loaded {
-  explicit Loaded(const std::string& parameters, const std::vector<std::string>& overrides = {}) {
+struct LoadedServer {
+  explicit LoadedServer(const std::string& parameters,
+                        const std::vector<std::string>& overrides = {}) {
     const RunFolder folder("advice");
     scene = LoadScene(folder.Write("s.json",
                                    "{ \"sulva\": 1, \"nodes\": [ { \"type\": \"server\", "
@@ -36,41 +37,42 @@ constexpr i32 kCellSize = 1002, kRenderCellSize = 1015;
 
 TEST(SceneAdvice, ParametersOfAnotherModeAreNoted) {
   EXPECT_THAT(
-      Loaded(R"("fixed_step": 0.1, "cfl": 3, "first_frame": 1)").Lines(),
+      LoadedServer(R"("fixed_step": 0.1, "cfl": 3, "first_frame": 1)").Lines(),
       ElementsAre(HasSubstr("s.json:2:17: note: server \"scene\": 'fixed_step' has no effect "
                             "while 'time_mode' is adaptive; it counts with time_mode fixed_step"),
                   HasSubstr("'first_frame' has no effect while 'use_preview_range' is true")));
   EXPECT_THAT(
-      Loaded(R"("time_mode": "fixed_step", "1004": 0.1, "1011": 3, "extra_min_substeps": 1)")
+      LoadedServer(R"("time_mode": "fixed_step", "1004": 0.1, "1011": 3, "extra_min_substeps": 1)")
           .Lines(),
       ElementsAre(HasSubstr("'cfl' has no effect"), HasSubstr("'extra_min_substeps' has no")));
-  EXPECT_THAT(Loaded(R"("use_preview_range": false, "last_frame": 3, "cfl": 3)").Lines(),
+  EXPECT_THAT(LoadedServer(R"("use_preview_range": false, "last_frame": 3, "cfl": 3)").Lines(),
               IsEmpty());
-  EXPECT_THAT(Loaded(R"("time_mode": {"keys": [[0, 0], [5, 2]]}, "fixed_step": 0.1)").Lines(),
+  EXPECT_THAT(LoadedServer(R"("time_mode": {"keys": [[0, 0], [5, 2]]}, "fixed_step": 0.1)").Lines(),
               IsEmpty())
       << "the mode changes on the way";
-  EXPECT_THAT(Loaded(R"("fixed_step": 0.1)", {"scene.time_mode=fixed_step"}).Lines(), IsEmpty());
+  EXPECT_THAT(LoadedServer(R"("fixed_step": 0.1)", {"scene.time_mode=fixed_step"}).Lines(),
+              IsEmpty());
   EXPECT_THAT(
-      Loaded("", {"scene.last_frame=4"}).Lines(),
+      LoadedServer("", {"scene.last_frame=4"}).Lines(),
       ElementsAre(HasSubstr("--set scene.last_frame=4: note: server \"scene\": 'last_frame'")));
 }
 
 TEST(SceneAdvice, WhatNothingReadsIsToldInOneNote) {
-  EXPECT_THAT(Loaded(R"("gravity": [0, -5, 0], "rigid_mode": 1, "show_statistics": false)",
-                     {"scene.rigid_mode=2", "scene.display_scale=3"})
+  EXPECT_THAT(LoadedServer(R"("gravity": [0, -5, 0], "rigid_mode": 1, "show_statistics": false)",
+                           {"scene.rigid_mode=2", "scene.display_scale=3"})
                   .Lines(),
               ElementsAre(testing::AllOf(
                   HasSubstr("s.json:2:40: note: set, kept with the scene, but without effect: "),
                   testing::EndsWith("'rigid_mode' of \"scene\", 'show_statistics' of \"scene\", "
                                     "'display_scale' of \"scene\""))));
-  EXPECT_THAT(Loaded("", {"scene.rigid_mode=2"}).Lines(),
+  EXPECT_THAT(LoadedServer("", {"scene.rigid_mode=2"}).Lines(),
               ElementsAre("--set scene.rigid_mode=2: note: set, kept with the scene, but without "
                           "effect: 'rigid_mode' of \"scene\""));
 }
 
 TEST(SceneAdvice, CellSizesFollowTheUnits) {
-  const Loaded loaded(R"("cell_size": 0.05, "simulation_units": 2)",
-                      {"scene.simulation_units=0.5"});
+  const LoadedServer loaded(R"("cell_size": 0.05, "simulation_units": 2)",
+                            {"scene.simulation_units=0.5"});
   EXPECT_DOUBLE_EQ(loaded.Real(kCellSize), 0.0125);
   EXPECT_DOUBLE_EQ(loaded.Real(kRenderCellSize), 0.05) << "a default follows too";
   EXPECT_THAT(loaded.Lines(),
@@ -78,21 +80,21 @@ TEST(SceneAdvice, CellSizesFollowTheUnits) {
   for (const bool cellFirst : {true, false}) {
     std::vector<std::string> options = {"scene.cell_size=0.3", "scene.1001=4"};
     if (!cellFirst) std::swap(options[0], options[1]);
-    const Loaded given(R"("cell_size": 0.05)", options);
+    const LoadedServer given(R"("cell_size": 0.05)", options);
     EXPECT_DOUBLE_EQ(given.Real(kCellSize), 0.3) << "what the command line gives stands";
     EXPECT_DOUBLE_EQ(given.Real(kRenderCellSize), 0.8);
   }
-  EXPECT_THAT(Loaded("", {"scene.simulation_units=1"}).Lines(), IsEmpty());
-  EXPECT_FALSE(Loaded("", {"scene.simulation_units=0"}).scene);
+  EXPECT_THAT(LoadedServer("", {"scene.simulation_units=1"}).Lines(), IsEmpty());
+  EXPECT_FALSE(LoadedServer("", {"scene.simulation_units=0"}).scene);
 }
 
 TEST(SceneAdvice, VerySmallCellsAreAWarning) {
   EXPECT_THAT(
-      Loaded(R"("cell_size": 0.000009)").Lines(),
+      LoadedServer(R"("cell_size": 0.000009)").Lines(),
       ElementsAre(HasSubstr("warning: server \"scene\": 'cell_size': the cells are very small")));
-  EXPECT_THAT(Loaded(R"("cell_size": 0.00001)").Lines(), IsEmpty())
+  EXPECT_THAT(LoadedServer(R"("cell_size": 0.00001)").Lines(), IsEmpty())
       << "only above a hundred thousand";
-  EXPECT_THAT(Loaded(R"("cell_size": 0.00001, "simulation_units": 2)").Lines(),
+  EXPECT_THAT(LoadedServer(R"("cell_size": 0.00001, "simulation_units": 2)").Lines(),
               ElementsAre(HasSubstr("very small")));
 }
 

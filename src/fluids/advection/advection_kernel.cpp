@@ -11,8 +11,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr double kPushOutMargin = 0.001;
-
 /// Solid tests of one target; both skip the level set where the flags of the cell allow it.
 class Solids {
  public:

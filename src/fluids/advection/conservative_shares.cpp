@@ -7,7 +7,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr double kPushOutMargin = 0.001;
 constexpr double kTrace = 1e-12;  // of a cell: what rounding leaves of it
 
 typedef double Pair __attribute__((vector_size(16)));

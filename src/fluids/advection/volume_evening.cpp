@@ -16,7 +16,7 @@ constexpr i32 kSweeps = 12;
 constexpr i32 kMostRounds = 4;
 // Of the eigenvalues that a round acts on in full: the grid's highest, and one of some 16 cells.
 constexpr double kHighest = 12, kLowest = 0.3;
-constexpr double kTrace = 1e-12;   // volumes of gas at rest
+constexpr double kSliver = 1e-12;  // volumes of gas at rest
 constexpr double kEnough = 0.005;  // further rounds are for what is worse than this,
 constexpr double kGains = 0.8;     // as long as they make it better
 
@@ -59,7 +59,7 @@ void VolumeEvening::Run(const u8* moves, const Carried& field, const Carried& sp
   mThreads = threads;
   MarkRows();
   double excess = FindExcess(field.volume);
-  for (i32 round = 0; round < kMostRounds && excess > (round == 0 ? kTrace : kEnough); ++round) {
+  for (i32 round = 0; round < kMostRounds && excess > (round == 0 ? kSliver : kEnough); ++round) {
     Pass(FindPotential(), field, spare);
     const double before = std::exchange(excess, FindExcess(field.volume));
     if (excess > kGains * before) break;

@@ -12,6 +12,10 @@ class Scene;
 class StateArchive;
 class VolumeBase;
 
+/// How far outside of a solid a point of a path that was pushed out comes to lie, in simulation
+/// units.
+constexpr double kPushOutMargin = 0.001;
+
 /// A contact with a solid.
 struct SolidContact {
   bool hit = false;

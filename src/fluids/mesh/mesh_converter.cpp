@@ -9,8 +9,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using host::Polygon;
 
 namespace {
-constexpr i32 kBlock = 2048;  // points or polygons
-i32 BlocksOf(std::size_t items) { return static_cast<i32>((items + kBlock - 1) / kBlock); }
+constexpr i32 kItemsInBlock = 2048;  // points or polygons
+i32 BlocksOf(std::size_t items) {
+  return static_cast<i32>((items + kItemsInBlock - 1) / kItemsInBlock);
+}
 }  // namespace
 
 void MeshConverter_HostToSTL::Convert(i32 threads) {
@@ -35,7 +37,7 @@ void MeshConverter_HostToSTL::Resize() {
   mFirstTriangle.resize(BlocksOf(mGeometry.polygons.size()));
   i32 triangles = 0;
   for (i32 i = 0; i < polygons; ++i) {
-    if (i % kBlock == 0) mFirstTriangle[i / kBlock] = triangles;
+    if (i % kItemsInBlock == 0) mFirstTriangle[i / kItemsInBlock] = triangles;
     triangles += mGeometry.polygons[i].IsQuad() ? 2 : 1;
   }
   mHasQuads = triangles != polygons;
@@ -50,7 +52,8 @@ void MeshConverter_HostToSTL::WriteVertices(i32 threads) {
                   BlocksOf(mGeometry.points.size()), threads, i32{0},
                   [&](i32 block) {
                     i32 moved = 0;
-                    for (i32 i = block * kBlock; i < std::min((block + 1) * kBlock, points); ++i) {
+                    for (i32 i = block * kItemsInBlock;
+                         i < std::min((block + 1) * kItemsInBlock, points); ++i) {
                       const Vec3d p = (mMatrix * mGeometry.points[i]) * mWorldToSim;
                       if (p == vertices[i]) continue;
                       vertices[i] = p;
@@ -65,7 +68,7 @@ void MeshConverter_HostToSTL::WriteTriangles(i32 block) {
   const bool hasUvs = !mMesh.mUvs.empty();
   i32 triangle = mFirstTriangle[block];
   const i32 polygons = static_cast<i32>(mGeometry.polygons.size());
-  for (i32 i = block * kBlock; i < std::min((block + 1) * kBlock, polygons); ++i) {
+  for (i32 i = block * kItemsInBlock; i < std::min((block + 1) * kItemsInBlock, polygons); ++i) {
     const Polygon& p = mGeometry.polygons[i];
     const auto write = [&](i32 b, i32 c, int cornerB, int cornerC) {
       mMesh.GetTriangles()[triangle] = {p.a, b, c};

@@ -31,7 +31,7 @@ class Turn {
   double mSin = 0, mCos = 1;
 };
 
-constexpr i32 kBlock = 8192;  // vertices
+constexpr i32 kVerticesInBlock = 8192;
 
 }  // namespace
 
@@ -63,16 +63,18 @@ void Mesh::Glide() {
   mPivot = mEndCentre - mLinearVelocity * rest;
   const Turn turn(mAngularVelocity * -rest);
   const i32 count = static_cast<i32>(end.size());
-  ForEachBlock((count + kBlock - 1) / kBlock, mScene->mThreadCount, [&](i32 block) {
-    for (i32 i = block * kBlock; i < std::min((block + 1) * kBlock, count); ++i) {
-      if (rest == 0)
-        now[i] = end[i];
-      else if (IsDeforming())
-        now[i] = end[i] - mVertexWay[i] * rest;
-      else
-        now[i] = mPivot + turn(end[i] - mEndCentre);
-    }
-  });
+  ForEachBlock((count + kVerticesInBlock - 1) / kVerticesInBlock, mScene->mThreadCount,
+               [&](i32 block) {
+                 for (i32 i = block * kVerticesInBlock;
+                      i < std::min((block + 1) * kVerticesInBlock, count); ++i) {
+                   if (rest == 0)
+                     now[i] = end[i];
+                   else if (IsDeforming())
+                     now[i] = end[i] - mVertexWay[i] * rest;
+                   else
+                     now[i] = mPivot + turn(end[i] - mEndCentre);
+                 }
+               });
   mMesh.mColumns.normal = mPreviousMesh.mColumns.normal;
   if (!IsDeforming() && rest != 0)
     for (Vec3d& normal : mMesh.mColumns.normal) normal = turn(normal);

@@ -21,7 +21,6 @@ constexpr ColourSystem kSystems[] = {
 constexpr i32 kDefaultSystem = 4;
 
 double Sum(const Vec3d& v) { return v.x + v.y + v.z; }
-double Largest(const Vec3d& v) { return std::max({v.x, v.y, v.z}); }
 double Smallest(const Vec3d& v) { return std::min({v.x, v.y, v.z}); }
 
 Vec3d Times(const std::array<Vec3d, 3>& rows, const Vec3d& v) {

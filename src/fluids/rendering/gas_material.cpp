@@ -20,7 +20,6 @@ constexpr double kBeforeSurface = 0.01;  ///< host units; a march to a surface e
 bool IsFinite(const Vec3d& v) {
   return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
 }
-double Largest(const Vec3d& v) { return std::max({v.x, v.y, v.z}); }
 
 }  // namespace
 

@@ -5,22 +5,18 @@
 #include <cmath>
 
 #include "grids/random_stream.h"
+#include "threads.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
-struct Threads {
-  explicit Threads(i32 count) { host::SetThreadCount(count); }
-  ~Threads() { host::SetThreadCount(0); }
-};
-
-constexpr double kFar = 1e6;
+constexpr double kUnswept = 1e6;
 constexpr i32 kDirections[8][3] = {{1, 1, 1},  {-1, -1, -1}, {1, 1, -1},  {-1, -1, 1},
                                    {1, -1, 1}, {-1, 1, -1},  {1, -1, -1}, {-1, 1, 1}};
 
 EGrid<double> Shell(const VecInt3D& dims, u32 seed) {
   EGrid<double> grid(dims, ToReal(dims) * 10, 0.1f, kCentre, {});
-  grid.Fill(kFar);
+  grid.Fill(kUnswept);
   RandomStream random;
   random.Seed(seed);
   for (i32 i = 0; i < grid.mCount; ++i)
@@ -67,7 +63,7 @@ TEST(FastSweeper, GivesTheSerialResultOnAnyNumberOfWorkers) {
 
 TEST(FastSweeper, FillsFromOneSampleAndASecondRoundChangesNothing) {
   EGrid<double> grid({24, 20, 22}, {240, 200, 220}, 0.1f, kCentre, {});
-  grid.Fill(kFar);
+  grid.Fill(kUnswept);
   grid(11, 9, 10) = 0;
   FastSweeper<double>(grid).Run(true, 1);
   const EGrid<double> once(grid);
@@ -84,7 +80,7 @@ TEST(FastSweeper, FillsFromOneSampleAndASecondRoundChangesNothing) {
 
 TEST(FastSweeper, ANegatedGridMirrorsAndBothSidesGoTogether) {
   EGrid<double> positive({20, 20, 20}, {200, 200, 200}, 0.1f, kCentre, {});
-  positive.Fill(kFar);
+  positive.Fill(kUnswept);
   for (i32 z = 0; z < 20; ++z)
     for (i32 y = 0; y < 20; ++y) positive(7, y, z) = 0.03;
   EGrid<double> negative(positive);
@@ -97,16 +93,16 @@ TEST(FastSweeper, ANegatedGridMirrorsAndBothSidesGoTogether) {
   for (i32 z = 0; z < 20; ++z)
     for (i32 y = 0; y < 20; ++y)
       for (i32 x = 0; x < 20; ++x)
-        both(x, y, z) = x == 9 ? -0.05 : x == 10 ? 0.05 : x < 9 ? -kFar : kFar;
+        both(x, y, z) = x == 9 ? -0.05 : x == 10 ? 0.05 : x < 9 ? -kUnswept : kUnswept;
   FastSweeper<double>(both).Run(true, 1, FastSweeper<double>::kBothSides);
   for (i32 x = 0; x < 20; ++x) EXPECT_NEAR(both(x, 5, 5), (x - 9.5) * 0.1, 1e-6);
 }
 
 TEST(FastSweeper, AGridWithoutASourceStaysAsItIs) {
   EGrid<double> grid({8, 8, 8}, {80, 80, 80}, 0.1f, kCentre, {});
-  grid.Fill(kFar);
+  grid.Fill(kUnswept);
   FastSweeper<double>(grid).Run(true, 2);
-  for (i32 i = 0; i < grid.mCount; ++i) ASSERT_EQ(grid[i], kFar);
+  for (i32 i = 0; i < grid.mCount; ++i) ASSERT_EQ(grid[i], kUnswept);
 }
 
 }  // namespace

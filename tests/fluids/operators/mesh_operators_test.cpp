@@ -21,8 +21,8 @@ class Above : public Constraint {
   }
 };
 
-struct OperatorRig : MeshRig {
-  explicit OperatorRig(host::Geometry geometry, std::string_view type = "")
+struct MeshOperatorRig : MeshRig {
+  explicit MeshOperatorRig(host::Geometry geometry, std::string_view type = "")
       : MeshRig(std::move(geometry)) {
     if (!type.empty()) op = &AddOperator(type);
   }
@@ -47,7 +47,7 @@ struct OperatorRig : MeshRig {
 
 TEST(MeshCurvature, OfABallIsTwoOverItsRadius) {
   for (const i32 smooth : {0, 1}) {
-    OperatorRig rig(host::MakeIcosphere(4, 25), "mop_curvature");
+    MeshOperatorRig rig(host::MakeIcosphere(4, 25), "mop_curvature");
     rig.op->Set(1004, smooth);
     rig.Place({100, 20, -30}, {10, 20, 30});
     rig.Frame(0);
@@ -64,7 +64,8 @@ TEST(MeshCurvature, OfABallIsTwoOverItsRadius) {
 
 TEST(MeshCurvature, OfATorusFollowsItsTube) {
   // The tube's circle and the turn about the axis: 1 / r + cos a / (R + r cos a).
-  OperatorRig rig(host::MakeTorus({.radius = 60, .tube = 20, .segments = 160}), "mop_curvature");
+  MeshOperatorRig rig(host::MakeTorus({.radius = 60, .tube = 20, .segments = 160}),
+                      "mop_curvature");
   rig.Frame(0);
   for (std::size_t i = 0; i < rig.Vertices().size(); ++i) {
     const Vec3d& p = rig.Vertices()[i];
@@ -85,7 +86,7 @@ TEST(MeshCurvature, OfPlanesAndLooseVerticesIsNone) {
       grid.polygons.push_back({a, a + 7, a + 8, a + 1});
     }
   grid.points.push_back({30, 30, 30});
-  OperatorRig rig(grid, "mop_curvature");
+  MeshOperatorRig rig(grid, "mop_curvature");
   rig.op->Set(1004, i32{0});
   rig.Frame(0);
   for (i32 z = 1; z < 6; ++z)
@@ -97,8 +98,8 @@ TEST(MeshCurvature, ADegenerateTriangleAddsNothing) {
   host::Geometry g = host::MakeIcosphere(2, 25);
   const i32 a = g.polygons[0].a, b = g.polygons[0].b;
   g.polygons.push_back({a, b, b, b});
-  OperatorRig rig(g, "mop_curvature");
-  OperatorRig clean(host::MakeIcosphere(2, 25), "mop_curvature");
+  MeshOperatorRig rig(g, "mop_curvature");
+  MeshOperatorRig clean(host::MakeIcosphere(2, 25), "mop_curvature");
   rig.Frame(0);
   clean.Frame(0);
   for (std::size_t i = 0; i < clean.Curvature().size(); ++i)
@@ -106,7 +107,7 @@ TEST(MeshCurvature, ADegenerateTriangleAddsNothing) {
 }
 
 TEST(MeshCurvature, IsWeighedByDurationAndConstraints) {
-  OperatorRig rig(host::MakeIcosphere(3, 25), "mop_curvature");
+  MeshOperatorRig rig(host::MakeIcosphere(3, 25), "mop_curvature");
   rig.AddAbove();
   host::BaseNode& window = CreateNode(rig.document, *FindKind("duration"), "window", rig.server);
   window.Set(1000, 1.0);  // a second, fading
@@ -133,7 +134,7 @@ const double kShrink = (1 + std::sqrt(5.0)) / 6;
 
 TEST(MeshSmoothing, ShrinksAnIcosahedronByItsClosedForm) {
   for (const i32 rounds : {0, 1, 3}) {
-    OperatorRig rig(host::MakeIcosphere(0, 50), "mop_smoothing");
+    MeshOperatorRig rig(host::MakeIcosphere(0, 50), "mop_smoothing");
     rig.op->Set(1004, rounds);
     rig.Frame(0);
     const double wanted = 0.5 * std::pow(kShrink, rounds);
@@ -145,7 +146,7 @@ TEST(MeshSmoothing, ShrinksAnIcosahedronByItsClosedForm) {
 }
 
 TEST(MeshSmoothing, StartsFromTheHostsShapeInEachFrameAndSubstep) {
-  OperatorRig rig(host::MakeIcosphere(0, 50), "mop_smoothing");
+  MeshOperatorRig rig(host::MakeIcosphere(0, 50), "mop_smoothing");
   rig.server->Set(1005, i32{3});
   rig.server->Set(1010, i32{3});
   for (i32 frame = 0; frame < 4; ++frame) {
@@ -163,7 +164,7 @@ TEST(MeshSmoothing, StartsFromTheHostsShapeInEachFrameAndSubstep) {
 }
 
 TEST(MeshSmoothing, MovesOnlyWhatItsConstraintsLetItMove) {
-  OperatorRig rig(host::MakeIcosphere(0, 50), "mop_smoothing");
+  MeshOperatorRig rig(host::MakeIcosphere(0, 50), "mop_smoothing");
   rig.AddAbove();
   rig.Frame(0);
   for (std::size_t i = 0; i < 12; ++i) {
@@ -180,7 +181,7 @@ TEST(MeshSmoothing, TurnsNormalsAlong) {
     g.normals.push_back({Normalised(g.points[p.a]), Normalised(g.points[p.b]),
                          Normalised(g.points[p.c]), Normalised(side)});
   }
-  OperatorRig rig(g, "mop_smoothing");
+  MeshOperatorRig rig(g, "mop_smoothing");
   rig.Frame(0);
   const std::vector<Vec3d>& normals = rig.GetMesh().mMesh.mColumns.normal;
   ASSERT_EQ(normals.size(), 12u);
@@ -188,7 +189,7 @@ TEST(MeshSmoothing, TurnsNormalsAlong) {
 }
 
 TEST(MeshSmoothing, InTheStageOfVolumesShapesTheVolume) {
-  OperatorRig rig(host::MakeIcosphere(2, 50), "mop_smoothing");
+  MeshOperatorRig rig(host::MakeIcosphere(2, 50), "mop_smoothing");
   rig.AddVolume();
   rig.op->Set(1000, host::Link{rig.volumeNode->Id()});
   rig.op->Set(1004, i32{20});
@@ -217,7 +218,7 @@ TEST(MeshSmoothing, InTheStageOfVolumesShapesTheVolume) {
 TEST(MeshVertexNormals, PointOutwardsAndAreZeroWhereThereAreNone) {
   host::Geometry g = host::MakeIcosphere(3, 50);
   g.points.push_back({0, 0, 0});
-  OperatorRig rig(g);
+  MeshOperatorRig rig(g);
   rig.Frame(0);
   TriMeshSTL mesh = rig.GetMesh().mMesh;
   MeshVertexNormalsOperator normals(nullptr, rig.scene.get());
@@ -246,7 +247,7 @@ TEST(MeshOperators, GiveTheSameWithOneThreadAndMore) {
   std::vector<double> curvature[2];
   for (const i32 threads : {1, 3}) {
     host::SetThreadCount(threads);
-    OperatorRig rig(host::MakeTorus({.segments = 48}), "mop_smoothing");
+    MeshOperatorRig rig(host::MakeTorus({.segments = 48}), "mop_smoothing");
     rig.op->Set(1004, i32{4});
     rig.AddOperator("mop_curvature");
     rig.Place({1, 2, 3}, {40, 50, 60}, {1, 2, 1});
@@ -261,7 +262,7 @@ TEST(MeshOperators, GiveTheSameWithOneThreadAndMore) {
 
 TEST(MeshOperators, WithoutATargetSayWhy) {
   for (const char* type : {"mop_smoothing", "mop_curvature"}) {
-    OperatorRig rig(host::MakeIcosphere(1, 50), type);
+    MeshOperatorRig rig(host::MakeIcosphere(1, 50), type);
     rig.op->Set(1000, host::Link{});
     rig.Frame(0);
     EXPECT_FALSE(rig.Operator().Has(FLAG_ACTIVE));

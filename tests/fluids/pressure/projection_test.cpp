@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "projection_box.h"
+#include "threads.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
@@ -11,15 +12,7 @@ using projection::Ball;
 using projection::Box;
 using projection::LargestDifference;
 
-namespace {
-
-/// Fixes the thread count for the rest of a test.
-struct Threads {
-  explicit Threads(i32 count) { host::SetThreadCount(count); }
-  ~Threads() { host::SetThreadCount(0); }
-};
-
-}  // namespace
+namespace {}  // namespace
 
 // A random field in a closed box with a ball: flow without divergence, and a second projection
 // finds nothing left to do.

@@ -5,15 +5,10 @@
 #include <cmath>
 
 #include "grids/random_stream.h"
-#include "host/worker_pool.h"
+#include "threads.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 namespace {
-
-struct Threads {
-  explicit Threads(i32 count) { host::SetThreadCount(count); }
-  ~Threads() { host::SetThreadCount(0); }
-};
 
 void FillAtRandom(Grid<double>& grid, u32 seed) {
   RandomStream random;

@@ -6,16 +6,12 @@
 #include <cstring>
 
 #include "fluids/rendering/render_rig.h"
+#include "threads.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-
-struct Threads {
-  explicit Threads(i32 count) { host::SetThreadCount(count); }
-  ~Threads() { host::SetThreadCount(0); }
-};
 
 double Blob(const Vec3d& p, const Vec3d& centre, double radius) {
   const Vec3d d = p - centre;

@@ -4,7 +4,7 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
-constexpr double kCell = 0.05;
+constexpr double kCellOfSurface = 0.05;
 
 /// A block that rests from x = -1 to -0.5 and one beside it from 0 to 0.5, moved by `x`, as one
 /// mesh; 100 host units are 1.
@@ -29,7 +29,7 @@ Vec3d Before(const Matrix& before, const Matrix& now, const Vec3d& p) {
 
 TEST(SurfaceVelocity, IsThatOfTheMaterialUnderKeyedScaleAndTurning) {
   for (const i32 substeps : {1, 3}) {
-    MeshRig rig(host::MakeBox({.size = {60, 40, 50}}), kCell);
+    MeshRig rig(host::MakeBox({.size = {60, 40, 50}}), kCellOfSurface);
     rig.AddVolume();
     rig.server->Set(1003, i32{1});
     rig.server->Set(1005, substeps);
@@ -47,7 +47,7 @@ TEST(SurfaceVelocity, IsThatOfTheMaterialUnderKeyedScaleAndTurning) {
     const double share = rig.scene->mTime.stepFraction;
     // Points on the six sides, and a little outwards of them.
     for (int side = 0; side < 6; ++side)
-      for (const double off : {0.0, 0.2 * kCell}) {
+      for (const double off : {0.0, 0.2 * kCellOfSurface}) {
         Vec3d local{7, 4, -6};
         const int axis = side / 2;
         local[axis] = (side & 1 ? 0.5 : -0.5) * (axis == 0 ? 60 : axis == 1 ? 40 : 50);
@@ -69,7 +69,7 @@ TEST(SurfaceVelocity, IsThatOfTheMaterialUnderKeyedScaleAndTurning) {
 }
 
 TEST(SurfaceVelocity, OfABlockBesideAMovingOneIsNone) {
-  MeshRig rig(TwoBlocks(0), kCell);
+  MeshRig rig(TwoBlocks(0), kCellOfSurface);
   rig.AddVolume();
   for (i32 frame = 0; frame < 5; ++frame) {
     rig.object->SetGeometry(TwoBlocks(0.02 * frame));
@@ -89,8 +89,8 @@ TEST(SurfaceVelocity, OfABlockBesideAMovingOneIsNone) {
 }
 
 TEST(SurfaceVelocity, OfObstaclesIsThatOfTheNearest) {
-  MeshRig rest(host::MakeBox({.size = {50, 50, 50}}), kCell),
-      mover(rest.object->GetGeometry(), kCell);
+  MeshRig rest(host::MakeBox({.size = {50, 50, 50}}), kCellOfSurface),
+      mover(rest.object->GetGeometry(), kCellOfSurface);
   for (MeshRig* rig : {&rest, &mover}) rig->AddVolume();
   for (i32 frame = 0; frame < 5; ++frame) {
     mover.Place({64.0 - 2 * frame, 0, 0});

@@ -11,7 +11,7 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
-constexpr f32 kCell = 0.25f;
+constexpr f32 kWallCell = 0.25f;
 constexpr i32 kCells = 18;
 
 /// A box of `size` cells about the middle of the grid, moved by `off` cells along its own x axis
@@ -36,7 +36,7 @@ struct TurnedBox {
     for (int i = 0; i < 8; ++i)
       v.push_back((centre + axis[0] * (((i & 1) - 0.5) * size.x) +
                    axis[1] * (((i >> 1 & 1) - 0.5) * size.y) + axis[2] * ((i / 4 - 0.5) * size.z)) *
-                  double(kCell));
+                  double(kWallCell));
     mesh.GetTriangles() = {{0, 2, 1}, {1, 2, 3}, {4, 5, 6}, {5, 7, 6}, {0, 1, 4}, {1, 5, 4},
                            {2, 6, 3}, {3, 6, 7}, {0, 4, 2}, {2, 4, 6}, {1, 3, 5}, {3, 7, 5}};
     mesh.UpdateBounds();
@@ -58,7 +58,8 @@ struct Measured {
   }
   static GridLayout Layout() {
     GridLayout layout;
-    layout.Set({kCells, kCells, kCells}, Vec3d{1, 1, 1} * (100.0 * kCells * kCell), kCell, {});
+    layout.Set({kCells, kCells, kCells}, Vec3d{1, 1, 1} * (100.0 * kCells * kWallCell), kWallCell,
+               {});
     return layout;
   }
   /// Neither a thin wall nor the distances at its nodes close the face.
@@ -175,7 +176,7 @@ TEST(ThinWalls, TellOfGapsThatAreTooNarrow) {
   EXPECT_FALSE(gapOf(1.1));
   const auto gap = gapOf(0.6);
   ASSERT_TRUE(gap);
-  EXPECT_NEAR(gap->x, kCells / 2 * double(kCell), 0.31 * kCell);
+  EXPECT_NEAR(gap->x, kCells / 2 * double(kWallCell), 0.31 * kWallCell);
 }
 
 }  // namespace

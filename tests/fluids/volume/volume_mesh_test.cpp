@@ -10,10 +10,10 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
-constexpr double kCell = 0.05;
+constexpr double kMeshCell = 0.05;
 
 struct BallRig : MeshRig {
-  explicit BallRig(double radius = 50) : MeshRig(host::MakeIcosphere(4, radius), kCell) {
+  explicit BallRig(double radius = 50) : MeshRig(host::MakeIcosphere(4, radius), kMeshCell) {
     AddVolume();
   }
 };
@@ -21,7 +21,7 @@ struct BallRig : MeshRig {
 // ---- placement -------------------------------------------------------------------------------
 
 TEST(VolumeMeshPlacement, SnapsThePaddedBoxToTheCellsOfTheWorld) {
-  MeshRig rig(host::MakeBox({.size = {100, 52, 98}}), kCell);
+  MeshRig rig(host::MakeBox({.size = {100, 52, 98}}), kMeshCell);
   rig.AddVolume();
   rig.Place({-31, 17, 400});
   rig.Frame(0);
@@ -69,7 +69,7 @@ TEST(VolumeMeshPlacement, RefusesBoxesThatNoGridHolds) {
                         {{1e4, 1e4, 1e4}, 3, false},
                         {{1e200, 1, 1}, 3, false},
                         {{1e308, 1e308, 1e308}, 3, false}}) {
-    MeshRig rig(host::MakeBox({}), kCell);
+    MeshRig rig(host::MakeBox({}), kMeshCell);
     rig.AddVolume();
     rig.Place({}, {}, c.scale);
     rig.volumeNode->Set(1008, static_cast<i32>(c.padding));
@@ -138,9 +138,9 @@ TEST(VolumeMeshDirt, FollowsAMovingMeshInTheMemoryThatItHas) {
   rig.Frame(0);
   const double* data = rig.GetVolume().GetGrid()->mData;
   for (i32 frame = 1; frame < 6; ++frame) {
-    rig.Place({100.0 * kCell * frame, 0, -200.0 * kCell * frame});
+    rig.Place({100.0 * kMeshCell * frame, 0, -200.0 * kMeshCell * frame});
     rig.Frame(frame);
-    const Vec3d centre{kCell * frame, 0, -2 * kCell * frame};
+    const Vec3d centre{kMeshCell * frame, 0, -2 * kMeshCell * frame};
     EXPECT_NEAR(rig.GetVolume().DistanceAtWorld(centre + Vec3d{0.45, 0, 0}), -0.05, 2e-3);
     EXPECT_EQ(rig.GetVolume().GetGrid()->mData, data) << "whole cells: the size is the same";
   }
@@ -163,7 +163,7 @@ TEST(VolumeMesh, IsTheSameWithOneThreadAndTwo) {
 
 // ---- content ---------------------------------------------------------------------------------
 
-double SumOf(const EGrid<float>& grid) {
+double Total(const EGrid<float>& grid) {
   double sum = 0;
   for (i32 i = 0; i < grid.mCount; ++i) sum += grid[i];
   return sum;
@@ -175,12 +175,12 @@ TEST(VolumeContent, CellFractionsAndVoxelsHaveTheVolumeOfABall) {
   rig.Place({3, -4, 7});
   rig.Frame(0);
   VolumeMesh& volume = rig.GetVolume();
-  const double cube = kCell * kCell * kCell;
+  const double cube = kMeshCell * kMeshCell * kMeshCell;
   for (const FractionMethod method : {FractionMethod::Tetrahedra, FractionMethod::Sampled}) {
     const Grid_VolumeFractions* fractions = volume.GetFractions(kFractionCell, method);
     ASSERT_NE(fractions, nullptr);
     const double tolerance = method == FractionMethod::Sampled ? 0.02 : 0.01;
-    EXPECT_NEAR(SumOf(*fractions->GetRead(0, 0)) * cube / BallVolume(0.5), 1, tolerance);
+    EXPECT_NEAR(Total(*fractions->GetRead(0, 0)) * cube / BallVolume(0.5), 1, tolerance);
   }
   EXPECT_NEAR(volume.VoxelVolume() / BallVolume(0.5), 1, 0.015);
 }
@@ -195,11 +195,11 @@ TEST(VolumeContent, FacesAcrossABallHaveItsCrossSection) {
     const EGrid<float>& faces = *fractions->GetRead(axis, 1);
     // The nodes lie on multiples of the cell size: the middle layer runs through the centre.
     CellBox box{{0, 0, 0}, faces.Dims()};
-    box.min[axis] = static_cast<i32>(std::lround(-volume.mBoxMin[axis] / kCell));
+    box.min[axis] = static_cast<i32>(std::lround(-volume.mBoxMin[axis] / kMeshCell));
     box.max[axis] = box.min[axis] + 1;
     double area = 0;
     ForEachCell(box, [&](i32 x, i32 y, i32 z) { area += faces(x, y, z); });
-    EXPECT_NEAR(area * kCell * kCell, std::numbers::pi * 0.25, 0.005) << axis;
+    EXPECT_NEAR(area * kMeshCell * kMeshCell, std::numbers::pi * 0.25, 0.005) << axis;
   }
 }
 
@@ -207,7 +207,7 @@ TEST(VolumeContent, IsMeasuredOnDemandAndAnewWhenTheGridChanged) {
   BallRig rig;
   rig.Frame(0);
   VolumeMesh& volume = rig.GetVolume();
-  const auto sum = [&] { return SumOf(*volume.GetFractions(kFractionCell)->GetRead(0, 0)); };
+  const auto sum = [&] { return Total(*volume.GetFractions(kFractionCell)->GetRead(0, 0)); };
   const double first = sum();
   rig.Frame(1);
   volume.GetFractions(kFractionCell)->GetWrite(0, 0)->Fill(0.0f);
@@ -232,8 +232,8 @@ TEST(VolumeContent, OfAShellIsItsSkin) {
   VolumeMesh& volume = rig.GetVolume();
   const double inner = 0.5 - 0.4 * volume.mMaximumDistance;
   const double wanted = BallVolume(0.5) - BallVolume(inner);
-  const double cube = kCell * kCell * kCell;
-  EXPECT_NEAR(SumOf(*volume.GetFractions(kFractionCell)->GetRead(0, 0)) * cube / wanted, 1, 0.02);
+  const double cube = kMeshCell * kMeshCell * kMeshCell;
+  EXPECT_NEAR(Total(*volume.GetFractions(kFractionCell)->GetRead(0, 0)) * cube / wanted, 1, 0.02);
   EXPECT_NEAR(volume.VoxelVolume() / wanted, 1, 0.03);
   // Deepest in the middle of the skin, with a surface on either side.
   EXPECT_NEAR(volume.DistanceAtWorld({(0.5 + inner) / 2, 0, 0}), (inner - 0.5) / 2, 0.01);
@@ -283,7 +283,7 @@ TEST(VolumePoints, DistancesInThreeFramesAgree) {
     EXPECT_FALSE(volume.IsInsideWorld(p, static_cast<f32>(d - 0.01)));
     EXPECT_NEAR(volume.DepthWorld(p), std::abs(d) / volume.mMaximumDistance, 1e-12);
   }
-  EXPECT_NEAR(volume.mMaximumDistance, 0.5, kCell);
+  EXPECT_NEAR(volume.mMaximumDistance, 0.5, kMeshCell);
   EXPECT_TRUE(volume.IsInBounds(volume.mBoxMin));
   EXPECT_FALSE(volume.IsInBounds(volume.mBoxMax));
 }
@@ -296,7 +296,7 @@ TEST(VolumePoints, PushOutEndsShortOfTheSurface) {
   const double margin = 0.2;
   Vec3d world = inside, byGrid = inside, cell, normal;
   ASSERT_TRUE(volume.PushOut(world, true, margin));
-  EXPECT_NEAR(Length(world), 0.5 - margin * kCell, 3e-3);
+  EXPECT_NEAR(Length(world), 0.5 - margin * kMeshCell, 3e-3);
   EXPECT_VEC(Normalised(world), Normalised(inside), 0.02);
   Vec3d relative = inside - volume.GetGrid()->mLayout.simOrigin;
   ASSERT_TRUE(volume.PushOut(relative, false, margin));
