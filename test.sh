@@ -10,7 +10,6 @@ cd "$root"
 if [ "${1:-}" = --fuzz ]; then
   exec scripts/fuzz
 fi
-export SULVA_STRICT=ON
 scripts/setup --tests
 scripts/build "$root/build"
 ctest --test-dir build --output-on-failure -j2
