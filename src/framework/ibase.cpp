@@ -33,7 +33,6 @@ i32 iBase::GetListIndex() const { return mKind ? mKind->list : 0; }
 void iBase::GetCategories(u32& mask) const { mask |= mKind ? mKind->categories : 0; }
 bool iBase::IsSequential() const { return mKind && mKind->HasFlag('S'); }
 bool iBase::IsIterative() const { return mKind && mKind->HasFlag('I'); }
-bool iBase::PreparesEachPass() const { return mKind && mKind->HasFlag('E'); }
 bool iBase::RunsOnRefresh() const { return mKind && mKind->HasFlag('V'); }
 bool iBase::ResetsOnChange() const { return mKind && mKind->HasFlag('R'); }
 
@@ -47,12 +46,6 @@ void iBase::Rebind(host::BaseNode* node, Scene* scene) {
 
 void iBase::TakeRows() {
   mRows = !Node() ? nullptr : Node()->Table() ? Node()->Table() : &CommonParameters();
-}
-
-bool iBase::NextPass() {
-  if (++mPass < mPassCount) return true;
-  mPass = -1;
-  return false;
 }
 
 void iBase::ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) {
@@ -152,7 +145,7 @@ void iBase::MarkDirty(bool hard) {
 }
 
 void iBase::Persist(StateArchive& archive) {
-  archive(mFlags, mDirtyStamp, mStageMask, mPriority, mPass, mRuns);
+  archive(mFlags, mDirtyStamp, mStageMask, mPriority, mRuns);
   for (const auto& part : mParts) part->Persist(archive);
   if (ConstraintList* list = mScene ? Constraints() : nullptr)
     PersistConstraints(*list, archive, *mScene);

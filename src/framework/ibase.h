@@ -60,8 +60,6 @@ class iBase : public host::ParameterHolder {
   iBase& operator=(const iBase&) = delete;
   ~iBase() override = default;
 
-  /// Advances the pass counter; false, with `mPass` at -1, when the run is over.
-  virtual bool NextPass();
   /// Back to the state at simulation start.
   virtual void Reset() {}
   /// Drops run-time data. `full` also means: stop acting.
@@ -83,7 +81,6 @@ class iBase : public host::ParameterHolder {
   virtual void GetCategories(u32& mask) const;
   virtual bool IsSequential() const;
   virtual bool IsIterative() const;
-  virtual bool PreparesEachPass() const;
   virtual bool RunsOnRefresh() const;
   virtual bool ResetsOnChange() const;
   /// First set-up pass. The base fills every member that the node's rows name; overrides set their
@@ -166,8 +163,6 @@ class iBase : public host::ParameterHolder {
   u32 mDirtyStamp = 100000000;
   u32 mStageMask = 0;
   i32 mPriority = 0;
-  i16 mPass = -1;
-  i16 mPassCount = 1;
   Scene* mScene = nullptr;
   SceneTime* mTime = nullptr;
   const char* mInactiveReason = nullptr;  ///< why the last `Deactivate` was called

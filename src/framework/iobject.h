@@ -6,7 +6,8 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Adds the stage operations. `Prepare`, `Begin` and `Finish` run on the pipeline thread;
-/// `Evaluate` runs there too in the sequential kinds, and on every worker in the parallel kinds.
+/// `Evaluate` runs there too, once, in the sequential and iterative kinds, which share their work
+/// out themselves, and once for each share in all others.
 class iObject : public iBase {
  public:
   iObject() = default;

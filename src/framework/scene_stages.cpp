@@ -163,7 +163,7 @@ bool SulvaScene::RunStage(i32 stage, bool refreshOnly) {
   const iObject* previous = nullptr;
   for (iObject* object : CollectStage(stage)) {
     if (!object->IsDirty() || (refreshOnly && !object->RunsOnRefresh())) continue;
-    // Iterative objects run one by one whatever the group; together, they know who follows.
+    // Iterative objects run one by one in any group; together, they know who follows.
     const bool opensGroup = object->Has(FLAG_GROUP_BREAK) && !object->IsIterative();
     if (!previous || opensGroup || object->IsIterative() != previous->IsIterative() ||
         object->IsSequential() != previous->IsSequential())
@@ -180,17 +180,8 @@ bool SulvaScene::RunStage(i32 stage, bool refreshOnly) {
 
 void SulvaScene::RunGroup(const std::vector<iObject*>& group) {
   const iObject& first = *group.front();
-  // Of several that work together it isn't known which one asks.
-  const MemoryOwner owner(group.size() == 1 ? first.mName : std::string());
-  if (!first.IsIterative()) {
-    first.IsSequential() ? RunSequentialOnce(group) : RunParallelOnce(group);
-    return;
-  }
-  for (iObject* object : group) {
-    if (IsCancelled()) return;
-    if (!object->Has(FLAG_ENABLED)) continue;
-    first.IsSequential() ? RunSequentialPasses(*object, group) : RunParallelPasses(*object);
-  }
+  if (!first.IsSequential() && !first.IsIterative()) return RunShared(group);
+  for (iObject* object : group) RunAlone(*object, group);
 }
 
 void SulvaScene::NoteRun(iObject& object) {
@@ -199,76 +190,35 @@ void SulvaScene::NoteRun(iObject& object) {
   if (mTrace) mTrace(mStage, object);
 }
 
-void SulvaScene::RunWorkers(const std::vector<iObject*>& group) {
-  ForEachShare(mThreadCount, mThread, [&](EvaluationThreadData data) {
-    data.objects = &group;
-    for (iObject* object : group)
-      if (object->Has(FLAG_ENABLED)) object->Evaluate(data);
-  });
-}
-
-void SulvaScene::RunSequentialOnce(const std::vector<iObject*>& group) {
+void SulvaScene::RunAlone(iObject& object, const std::vector<iObject*>& group) {
+  const MemoryOwner owner(object.mName);
   EvaluationThreadData data;
   data.thread = mThread;
   data.objects = &group;
-  for (iObject* object : group) {
-    if (object->Has(FLAG_ENABLED)) {
-      object->Prepare();
-      object->Begin();
-      NoteRun(*object);
-      object->Evaluate(data);
-    }
-    object->Finish();
+  if (object.Has(FLAG_ENABLED) && !IsCancelled()) {
+    object.Prepare();
+    object.Begin();
+    NoteRun(object);
+  object.Finish();
+    object.Evaluate(data);
   }
 }
 
-void SulvaScene::RunParallelOnce(const std::vector<iObject*>& group) {
+void SulvaScene::RunShared(const std::vector<iObject*>& group) {
+  // Of several that work together it isn't known which one asks.
+  const MemoryOwner owner(group.size() == 1 ? group.front()->mName : std::string());
   for (iObject* object : group) {
     if (!object->Has(FLAG_ENABLED)) continue;
     object->Prepare();
     object->Begin();
     NoteRun(*object);
   }
-  RunWorkers(group);
+  ForEachShare(mThreadCount, mThread, [&](EvaluationThreadData data) {
+    data.objects = &group;
+    for (iObject* object : group)
+      if (object->Has(FLAG_ENABLED)) object->Evaluate(data);
+  });
   for (iObject* object : group) object->Finish();
-}
-
-void SulvaScene::RunSequentialPasses(iObject& object, const std::vector<iObject*>& group) {
-  EvaluationThreadData data;
-  data.thread = mThread;
-  data.objects = &group;
-  bool noted = false;
-  while (object.NextPass()) {
-    object.Prepare();
-    object.Begin();
-    if (!noted) NoteRun(object);
-    noted = true;
-    if (object.Has(FLAG_ACTIVE)) object.Evaluate(data);
-    object.Finish();
-  }
-}
-
-void SulvaScene::RunParallelPasses(iObject& object) {
-  const std::vector<iObject*> alone{&object};
-  bool noted = false;
-  const auto start = [&] {
-    object.Prepare();
-    object.Begin();
-    if (!noted) NoteRun(object);
-    noted = true;
-  };
-  if (object.PreparesEachPass()) {
-    while (object.NextPass()) {
-      start();
-      RunWorkers(alone);
-      object.Finish();
-    }
-    return;
-  }
-  start();
-  if (object.Has(FLAG_ACTIVE))
-    while (object.NextPass()) RunWorkers(alone);
-  object.Finish();
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -131,11 +131,10 @@ class SulvaScene : public Scene {
   std::vector<iObject*> CollectStage(i32 stage) const;
   bool RunStage(i32 stage, bool refreshOnly);
   void RunGroup(const std::vector<iObject*>& group);
-  void RunSequentialOnce(const std::vector<iObject*>& group);
-  void RunParallelOnce(const std::vector<iObject*>& group);
-  void RunSequentialPasses(iObject& object, const std::vector<iObject*>& group);
-  void RunParallelPasses(iObject& object);
-  void RunWorkers(const std::vector<iObject*>& group);
+  /// An object that shares its work out itself; it knows its group.
+  void RunAlone(iObject& object, const std::vector<iObject*>& group);
+  /// Objects whose shares of a run follow each other on every worker.
+  void RunShared(const std::vector<iObject*>& group);
   void NoteRun(iObject& object);
   /// Calls f(part) for the parts of the simulation, then for those of its enabled objects.
   template <class F>

@@ -78,12 +78,11 @@ class GasRig {
       group.push_back(static_cast<iObject*>(object.get()));
     EvaluationThreadData data;
     if (together) data.objects = &group;
-    for (iObject* work : group)
-      while (work->NextPass()) {
-        work->Prepare();
-        if (work->Has(FLAG_ACTIVE)) work->Evaluate(data);
-        work->Finish();
-      }
+    for (iObject* work : group) {
+      work->Prepare();
+      work->Evaluate(data);
+      work->Finish();
+    }
   }
   /// Set-up, bounds and solids: the state in which stages 6 to 11 may run.
   void Begin() {

@@ -62,10 +62,15 @@ struct TestScene {
   }
   /// One run of an object as in its stage, on `threads` workers.
   static void Run(iObject& object, i32 threads = 1) {
+    object.mScene->mThreadCount = threads;
     object.Prepare();
     object.Begin();
-    ForEachShare(threads, nullptr,
-                 [&](const EvaluationThreadData& share) { object.Evaluate(share); });
+    if (object.IsSequential() || object.IsIterative()) {
+      object.Evaluate({});
+    } else {
+      ForEachShare(threads, nullptr,
+                   [&](const EvaluationThreadData& share) { object.Evaluate(share); });
+    }
     object.Finish();
   }
 };

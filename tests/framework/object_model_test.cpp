@@ -14,21 +14,6 @@ namespace {
 
 using namespace testing;
 
-std::vector<i32> PassesOf(iBase& object) {
-  std::vector<i32> passes;
-  while (object.NextPass()) passes.push_back(object.mPass);
-  return passes;
-}
-
-TEST(NextPass, CountsAndStartsAfresh) {
-  iBase plain;
-  EXPECT_EQ(PassesOf(plain), (std::vector<i32>{0}));
-  EXPECT_EQ(plain.mPass, -1);
-  iBase three;
-  three.mPassCount = 3;
-  for (int run = 0; run < 2; ++run) EXPECT_EQ(PassesOf(three), (std::vector<i32>{0, 1, 2}));
-}
-
 TEST(Object, DirtIsSeenOncePerPhaseAndOncePerChange) {
   ProbeScene s;
   host::BaseNode& node = s.Add("a", {});

@@ -20,10 +20,8 @@ struct ProbeSetup {
   i32 priority = 0;
   bool sequential = true;
   bool iterative = false;
-  bool preparesEachPass = false;
   bool runsOnRefresh = false;
   bool resetsOnChange = false;
-  i32 passes = 1;
   bool timeDirty = true;       ///< dirty in every frame whose time moved on
   bool sleepsAtStart = false;  ///< inactive in the start frame
   bool active = true;          ///< what `Prepare` and `ApplyBounds` leave in FLAG_ACTIVE
@@ -37,7 +35,6 @@ class Probe : public iObject {
   Probe(host::BaseNode* node, Scene* scene, const ProbeSetup& setup, Lines& lines)
       : iObject(node, scene), mSetup(setup), mLines(lines) {
     for (const i32 stage : setup.stages) mStageMask |= StageBit(stage);
-    mPassCount = static_cast<i16>(setup.passes);
   }
 
   i32 GetTypeId() const override { return mSetup.typeId; }
@@ -50,7 +47,6 @@ class Probe : public iObject {
   void GetCategories(u32& mask) const override { mask |= mSetup.categories; }
   bool IsSequential() const override { return mSetup.sequential; }
   bool IsIterative() const override { return mSetup.iterative; }
-  bool PreparesEachPass() const override { return mSetup.preparesEachPass; }
   bool RunsOnRefresh() const override { return mSetup.runsOnRefresh; }
   bool ResetsOnChange() const override { return mSetup.resetsOnChange; }
   bool ReadParameters() override {
@@ -95,6 +91,7 @@ class Probe : public iObject {
   void Begin() override { Note("begin"); }
   void Evaluate(const EvaluationThreadData& data) override {
     mSeen[data.index] += data.count;
+    if (data.index == 0) mGroupSize = data.objects ? data.objects->size() : 0;
     {
       const std::lock_guard lock(mMutex);
       mThreads.insert(std::this_thread::get_id());
@@ -112,6 +109,7 @@ class Probe : public iObject {
   double mMaxSpeedSq = 0;
   i32 mReads = 0, mClears = 0, mCommits = 0;
   std::array<i32, host::kMaxWorkers> mSeen{};  ///< per worker: how many there are, at each run
+  std::size_t mGroupSize = 0;                  ///< objects of the group in which it ran
   std::mutex mMutex;
   std::set<std::thread::id> mThreads;  ///< that have worked on it
   std::function<void(Probe&)> mOnPrepare;

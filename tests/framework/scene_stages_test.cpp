@@ -20,11 +20,10 @@ ProbeSetup In(std::vector<i32> stages, i32 priority = 0, i32 list = kListOperato
   return setup;
 }
 
-ProbeSetup Kind(bool sequential, bool iterative, i32 passes = 1) {
+ProbeSetup Kind(bool sequential, bool iterative) {
   ProbeSetup setup = In({kOperators});
   setup.sequential = sequential;
   setup.iterative = iterative;
-  setup.passes = passes;
   return setup;
 }
 
@@ -101,30 +100,19 @@ TEST(Kinds, ParallelOnceSharesARunInAGroup) {
     EXPECT_EQ(seen, 2 * kShares) << "as many workers on every machine";
 }
 
-TEST(Kinds, SequentialPassesPrepareEachPass) {
-  ProbeScene s;
-  s.Add("a", Kind(true, true, 2));
-  ProbeSetup idle = Kind(true, true, 1);
-  idle.active = false;
-  s.Add("b", idle);
-  EXPECT_THAT(LinesOf(s),
-              ElementsAre("prepare a", "begin a", "evaluate a", "finish a", "prepare a", "begin a",
-                          "evaluate a", "finish a", "prepare b", "begin b", "finish b"));
-}
-
-TEST(Kinds, ParallelPassesPrepareOnceOrEachPass) {
-  ProbeScene s;
-  s.Add("a", Kind(false, true, 3));
-  ProbeSetup each = Kind(false, true, 2);
-  each.preparesEachPass = true;
-  s.Add("b", each);
-  ProbeSetup idle = Kind(false, true, 2);
-  idle.active = false;
-  s.Add("c", idle);
-  EXPECT_THAT(LinesOf(s),
-              ElementsAre("prepare a", "begin a", "evaluate a", "evaluate a", "evaluate a",
-                          "finish a", "prepare b", "begin b", "evaluate b", "finish b", "prepare b",
-                          "begin b", "evaluate b", "finish b", "prepare c", "begin c", "finish c"));
+TEST(Kinds, IterativeOnesRunOnceEachAndKnowTheirGroup) {
+  for (const bool sequential : {false, true}) {
+    ProbeScene s;
+    host::SetThreadCount(3);
+    const host::BaseNode& a = s.Add("a", Kind(sequential, true));
+    const host::BaseNode& b = s.Add("b", Kind(sequential, true));
+    EXPECT_THAT(LinesOf(s), ElementsAre("prepare a", "begin a", "evaluate a", "finish a",
+                                        "prepare b", "begin b", "evaluate b", "finish b"));
+    EXPECT_EQ(s.Get(a).mGroupSize, 2u) << "they open no groups";
+    EXPECT_EQ(s.Get(b).mGroupSize, 2u);
+    EXPECT_EQ(s.Get(a).mSeen[0], 2) << "the whole, in both frames";
+    EXPECT_EQ(s.Get(a).mSeen[1], 0);
+  }
 }
 
 TEST(Kinds, AnotherKindOpensAGroup) {

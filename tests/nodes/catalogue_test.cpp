@@ -222,7 +222,6 @@ TEST(Catalogue, ObjectsAnswerAsTheirLineSays) {
     EXPECT_EQ(categories & kind.categories, kind.categories);
     const std::pair<char, bool> answers[] = {{'S', object->IsSequential()},
                                              {'I', object->IsIterative()},
-                                             {'E', object->PreparesEachPass()},
                                              {'V', object->RunsOnRefresh()},
                                              {'R', object->ResetsOnChange()}};
     for (const auto& [letter, answer] : answers)

@@ -6,8 +6,8 @@
 #include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
-#include "grids/fixed_blocks.h"
 #include "grids/wide_kernel.h"
+#include "grids/work_data.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -86,6 +86,64 @@ void CopyAll(const EGrid<double>& from, EGrid<double>& to, i32 threads) {
   });
 }
 
+/// A blur along one axis, from one grid into another of the same shape.
+struct AxisBlur {
+  const EGrid<double>& source;
+  EGrid<double>& target;
+  i32 axis;
+  const std::vector<double>& kernel;  ///< taps of -half..half
+  double most;                        ///< upper end of the channel's values
+  i32 half = static_cast<i32>(kernel.size() / 2);
+  std::vector<double> divisors = MakeDivisors();  ///< 1 / weights inside the grid, along the axis
+
+  std::vector<double> MakeDivisors() const {
+    const i32 n = target.Dims()[axis];
+    std::vector<double> result(n, 0.0);
+    for (i32 i = 0; i < n; ++i) {
+      double inside = 0;
+      for (i32 k = std::max(-half, -i); k <= std::min(half, n - 1 - i); ++k)
+        inside += kernel[half + k];
+      result[i] = inside > 0 ? 1 / inside : 0.0;
+    }
+    return result;
+  }
+};
+
+/// A row of the cells [first, last) along x; `sum` has room for them.
+void BlurRow(const AxisBlur& blur, i32 y, i32 z, i32 first, i32 last, double* sum) {
+  const EGrid<double>& grid = blur.source;
+  const i32 n = last - first, half = blur.half;
+  const double* source = grid.mData + grid.Index(first, y, z);
+  double* target = blur.target.mData + grid.Index(first, y, z);
+  std::fill_n(sum, n, 0.0);
+  if (blur.axis == 0) {
+    for (i32 k = -half; k <= half; ++k) {
+      // Cells of the row whose tap lies in the grid.
+      const i32 from = std::max(first, -k), to = std::min(last, grid.mNx - k);
+      if (from >= to) continue;
+      AddTap(sum + (from - first), source + (from - first) + k, blur.kernel[half + k], to - from);
+    }
+    return TakeMeans(sum, blur.divisors.data() + first, source, target, n, blur.most);
+  }
+  const i32 at = blur.axis == 1 ? y : z, count = blur.axis == 1 ? grid.mNy : grid.mNz;
+  const std::ptrdiff_t step = blur.axis == 1 ? grid.mNx : grid.mSlice;
+  for (i32 k = std::max(-half, -at); k <= std::min(half, count - 1 - at); ++k)
+    AddTap(sum, source + k * step, blur.kernel[half + k], n);
+  TakeMeansAlike(sum, blur.divisors[at], source, target, n, blur.most);
+}
+
+/// The inner cells of a share's layers. The axis of the blur runs inside the other one, so that the
+/// rows of the taps stay at hand.
+void BlurShare(const AxisBlur& blur, const EvaluationThreadData& share) {
+  const CellBox box{{1, 1, 1}, blur.target.Dims() - VecInt3D{1, 1, 1}};
+  std::vector<double> sum(std::max(box.max.x - box.min.x, 0));
+  const i32 outer = blur.axis == 2 ? 1 : 2, inner = 3 - outer;
+  const IndexRange own = share.ItemsOf(box.min[outer], box.max[outer]);
+  for (i32 o = own.first; o < own.last && !share.TestBreak(); ++o)
+    for (i32 i = box.min[inner]; i < box.max[inner]; ++i)
+      BlurRow(blur, outer == 1 ? o : i, outer == 1 ? i : o, box.min.x, box.max.x, sum.data());
+}
+
 }  // namespace
 
 const NodeKind& GridDiffusion::Kind() {
@@ -137,14 +195,9 @@ const ParameterTable& GridDiffusion::Parameters() {
   return table;
 }
 
-GridDiffusion::GridDiffusion(BaseNode* node, Scene* scene) : iObject(node, scene) {
-  mPassCount = 3;
-}
-
 bool GridDiffusion::ReadParameters() {
   if (!iObject::ReadParameters()) return false;
-  const bool isGaussian = mMode == static_cast<i32>(DiffusionMode::Gaussian);
-  mStrengthPerSecond = isGaussian ? mStrengthRow / GetDomain().worldCell.x : mStrengthRow;
+  mStrengthPerSecond = IsGaussian() ? mStrengthRow / GetDomain().worldCell.x : mStrengthRow;
   return true;
 }
 
@@ -174,34 +227,9 @@ void GridDiffusion::CheckDirty() {
   }
 }
 
-void GridDiffusion::Reset() {
-  mPass = -1;
-  mComponent = mRound = 0;
-}
-
 void GridDiffusion::Release(bool full) {
   if (full) iObject::Release(true);
   for (auto& grid : mWork) grid.reset();
-}
-
-bool GridDiffusion::NextPass() {
-  ++mPass;
-  // The other filters have a single pass.
-  if (mMode != static_cast<i32>(DiffusionMode::Gaussian) && mPass >= 1) mPass = mPassCount;
-  if (mVector && mPass == mPassCount) {
-    ++mComponent;
-    mPass = 0;
-  }
-  if (mComponent < 3 && mPass < mPassCount) return true;
-  ++mRound;
-  mComponent = 0;
-  mPass = -1;
-  if (mRound >= mRounds) {
-    mRound = 0;
-    return false;
-  }
-  mPass = 0;
-  return true;
 }
 
 std::vector<double> GridDiffusion::MakeKernel(double s, i32 reach) {
@@ -230,102 +258,61 @@ bool GridDiffusion::MakeWorkGrids(i32 count, const EGrid<double>& like) {
 }
 
 void GridDiffusion::Prepare() {
-  EGrid<double>* grid = Component(mComponent);
+  const EGrid<double>* grid = Component(0);
   if (!Channel()) return (void)Deactivate("it has no channel");
   if (mTime->stepDuration == 0) return (void)Deactivate(kNoStepReason);
   if (IsPlayed(Channel())) return (void)Deactivate(kPlayedReason);
   if (!grid) return (void)Deactivate("its channel has no grid");
-  const bool isGaussian = mMode == static_cast<i32>(DiffusionMode::Gaussian);
-  if (!MakeWorkGrids(isGaussian ? 2 : 1, *grid)) return;
+  if (!MakeWorkGrids(IsGaussian() ? 2 : 1, *grid)) return;
   if (grid->mNz < 3) return (void)Deactivate("its channel has no inner cells");
-  const i32 threads = mScene->mThreadCount;
-  mRangeMax = grid->mRangeMax;
-  // Variances add up over the steps, and the variance of a blur is the square of its width.
-  if (mPass == 0)
-    mStrength =
-        mStrengthPerSecond * (isGaussian ? std::sqrt(mTime->stepDuration) : mTime->stepDuration);
-  if (!isGaussian) {
-    CopyAll(*grid, *mWork[0], threads);
-    mSource = mWork[0].get();
-    mTarget = grid;
-    return SetFlag(FLAG_ACTIVE, true);
-  }
-  const VecInt3D dims = grid->Dims();
-  if (mPass == 0) {
-    mKernel = MakeKernel(mStrength, std::max({dims.x, dims.y, dims.z}));
-    mKernelHalf = static_cast<i32>(mKernel.size() / 2);
-    CopyBorder(*grid, *mWork[0], threads);
-    CopyBorder(*grid, *mWork[1], threads);
-  }
-  mSource = mPass == 0 ? grid : mWork[mPass - 1].get();
-  mTarget = mPass == 2 ? grid : mWork[mPass].get();
-  const i32 n = dims[mPass];
-  mDivisors.assign(n, 0.0);
-  for (i32 i = 0; i < n; ++i) {
-    double inside = 0;
-    for (i32 k = std::max(-mKernelHalf, -i); k <= std::min(mKernelHalf, n - 1 - i); ++k)
-      inside += mKernel[mKernelHalf + k];
-    mDivisors[i] = inside > 0 ? 1 / inside : 0.0;
-  }
   SetFlag(FLAG_ACTIVE, true);
 }
 
-void GridDiffusion::Evaluate(const EvaluationThreadData& data) {
+void GridDiffusion::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE)) return;
-  if (mMode != static_cast<i32>(DiffusionMode::Gaussian)) {
-    const CellBox box = data.InnerLayersOf(mTarget->Dims());
-    for (i32 z = box.min.z; z < box.max.z && !data.TestBreak(); ++z)
-      for (i32 y = box.min.y; y < box.max.y; ++y) SmoothRow(y, z, box);
-    return;
-  }
-  // The axis of the pass runs inside the other one, so that the rows of the taps stay at hand.
-  const CellBox box{{1, 1, 1}, mTarget->Dims() - VecInt3D{1, 1, 1}};
-  std::vector<double> sum(std::max(box.max.x - box.min.x, 0));
-  if (mPass == 2) {
-    const IndexRange own = data.ItemsOf(box.min.y, box.max.y);
-    for (i32 y = own.first; y < own.last && !data.TestBreak(); ++y)
-      for (i32 z = box.min.z; z < box.max.z; ++z) BlurRow(y, z, box, sum.data());
-  } else {
-    const IndexRange own = data.ItemsOf(box.min.z, box.max.z);
-    for (i32 z = own.first; z < own.last && !data.TestBreak(); ++z)
-      for (i32 y = box.min.y; y < box.max.y; ++y) BlurRow(y, z, box, sum.data());
-  }
-}
-
-void GridDiffusion::BlurRow(i32 y, i32 z, const CellBox& box, double* sum) const {
-  const i32 n = box.max.x - box.min.x, first = mSource->Index(box.min.x, y, z);
-  const double* source = mSource->mData + first;
-  double* target = mTarget->mData + first;
-  std::fill_n(sum, n, 0.0);
-  if (mPass == 0) {
-    for (i32 k = -mKernelHalf; k <= mKernelHalf; ++k) {
-      // Cells of the row whose tap lies in the grid.
-      const i32 from = std::max(box.min.x, -k), to = std::min(box.max.x, mSource->mNx - k);
-      if (from >= to) continue;
-      AddTap(sum + (from - box.min.x), source + (from - box.min.x) + k, mKernel[mKernelHalf + k],
-             to - from);
+  for (i32 round = 0; round < mRounds; ++round)
+    for (i32 i = 0; i < 3; ++i) {
+      EGrid<double>* grid = Component(i);
+      if (!grid) continue;
+      if (IsCancelled()) return;
+      IsGaussian() ? Blur(*grid) : Smooth(*grid);
     }
-    return TakeMeans(sum, mDivisors.data() + box.min.x, source, target, n, mRangeMax);
-  }
-  const i32 at = mPass == 1 ? y : z, count = mPass == 1 ? mSource->mNy : mSource->mNz;
-  const std::ptrdiff_t step = mPass == 1 ? mSource->mNx : mSource->mSlice;
-  for (i32 k = std::max(-mKernelHalf, -at); k <= std::min(mKernelHalf, count - 1 - at); ++k)
-    AddTap(sum, source + k * step, mKernel[mKernelHalf + k], n);
-  TakeMeansAlike(sum, mDivisors[at], source, target, n, mRangeMax);
 }
 
-void GridDiffusion::SmoothRow(i32 y, i32 z, const CellBox& box) const {
-  const i32 first = mSource->Index(box.min.x, y, z);
-  const double* c = mSource->mData + first;
-  const i32 ny = mSource->mNx, nz = mSource->mSlice;
-  Relax(c, c - ny, c + ny, c - nz, c + nz, mTarget->mData + first, box.max.x - box.min.x, mStrength,
-        1 / (1 + 6 * mStrength), mMode == static_cast<i32>(DiffusionMode::Grow));
+void GridDiffusion::Blur(EGrid<double>& grid) {
+  // Variances add up over the steps, and the variance of a blur is the square of its width.
+  const double width = mStrengthPerSecond * std::sqrt(mTime->stepDuration);
+  const VecInt3D dims = grid.Dims();
+  const std::vector<double> kernel = MakeKernel(width, std::max({dims.x, dims.y, dims.z}));
+  EGrid<double>* const stations[] = {&grid, mWork[0].get(), mWork[1].get(), &grid};
+  for (const auto& work : mWork) CopyBorder(grid, *work, mScene->mThreadCount);
+  for (i32 axis = 0; axis < 3; ++axis) {
+    const AxisBlur blur{*stations[axis], *stations[axis + 1], axis, kernel, grid.mRangeMax};
+    ForEachShare(mScene->mThreadCount, mScene->mThread,
+                 [&](const EvaluationThreadData& share) { BlurShare(blur, share); });
+  }
+}
+
+void GridDiffusion::Smooth(EGrid<double>& grid) {
+  const EGrid<double>& source = *mWork[0];
+  const double strength = mStrengthPerSecond * mTime->stepDuration;
+  const bool onlyUp = mMode == static_cast<i32>(DiffusionMode::Grow);
+  const i32 ny = source.mNx, nz = source.mSlice;
+  CopyAll(grid, *mWork[0], mScene->mThreadCount);
+  ForEachShare(mScene->mThreadCount, mScene->mThread, [&](const EvaluationThreadData& share) {
+    const CellBox box = share.InnerLayersOf(grid.Dims());
+    for (i32 z = box.min.z; z < box.max.z && !share.TestBreak(); ++z)
+      for (i32 y = box.min.y; y < box.max.y; ++y) {
+        const i32 first = source.Index(box.min.x, y, z);
+        const double* c = source.mData + first;
+        Relax(c, c - ny, c + ny, c - nz, c + nz, grid.mData + first, box.max.x - box.min.x,
+              strength, 1 / (1 + 6 * strength), onlyUp);
+      }
+  });
 }
 
 void GridDiffusion::Finish() {
   iObject::Finish();
-  mSource = nullptr;
-  mTarget = nullptr;
   SetFlag(FLAG_ACTIVE, false);
 }
 

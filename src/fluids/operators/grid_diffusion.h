@@ -17,14 +17,12 @@ enum class DiffusionMode : i32 {
 class GridDiffusion : public iObject {
  public:
   static constexpr i32 kTypeId = 100;
-  GridDiffusion(host::BaseNode* node, Scene* scene);
+  GridDiffusion(host::BaseNode* node, Scene* scene) : iObject(node, scene) {}
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  bool NextPass() override;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void CheckDirty() override;
-  void Reset() override;
   void Release(bool full) override;
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
@@ -38,8 +36,10 @@ class GridDiffusion : public iObject {
   EGrid<double>* Component(i32 i) const;
   iBase* Channel() const;
   bool MakeWorkGrids(i32 count, const EGrid<double>& like);
-  void BlurRow(i32 y, i32 z, const CellBox& box, double* sum) const;
-  void SmoothRow(i32 y, i32 z, const CellBox& box) const;
+  bool IsGaussian() const { return mMode == static_cast<i32>(DiffusionMode::Gaussian); }
+  /// One round on a component: each axis in turn, or the neighbours at once.
+  void Blur(EGrid<double>& grid);
+  void Smooth(EGrid<double>& grid);
 
   ScalarField* mScalar = nullptr;
   VectorField* mVector = nullptr;
@@ -48,16 +48,7 @@ class GridDiffusion : public iObject {
   double mStrengthRow = 1;        ///< as the row has it, host units a second
   double mStrengthPerSecond = 0;  ///< cells a second
 
-  // For one step.
-  double mStrength = 0;  ///< cells
-  std::vector<double> mKernel;
-  i32 mKernelHalf = 0;
-  std::vector<double> mDivisors;  ///< 1 / weights inside the grid, by position on the pass's axis
-  i32 mComponent = 0, mRound = 0;
-  const EGrid<double>* mSource = nullptr;
-  EGrid<double>* mTarget = nullptr;
   std::unique_ptr<EGrid<double>> mWork[2];  ///< kept for the next step
-  double mRangeMax = 0;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -82,20 +82,21 @@ Vec3d MeshCurvatureOperator::CurvatureNormal(i32 vertex, double& area) const {
   return sum / area;
 }
 
-void MeshCurvatureOperator::Evaluate(const EvaluationThreadData& data) {
+void MeshCurvatureOperator::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE)) return;
-  mPass == 1 ? Smooth(data) : Measure(data);
+  Measure();
+  if (mSmooth) Smooth();
 }
 
-void MeshCurvatureOperator::Measure(const EvaluationThreadData& data) {
-  ForEachVertex(data, mRecord->GetVertices(), [&](i32 v, double weight) {
+void MeshCurvatureOperator::Measure() {
+  ForEachVertex(mRecord->GetVertices(), [&](i32 v, double weight) {
     mCurvature[v] = Length(CurvatureNormal(v, mArea[v]));
     mRecord->mColumns.curvature[v] = mCurvature[v] * weight;
   });
 }
 
-void MeshCurvatureOperator::Smooth(const EvaluationThreadData& data) {
-  ForEachVertex(data, mRecord->GetVertices(), [&](i32 v, double weight) {
+void MeshCurvatureOperator::Smooth() {
+  ForEachVertex(mRecord->GetVertices(), [&](i32 v, double weight) {
     double area = mArea[v], sum = mArea[v] * mCurvature[v];
     for (const i32 j : mTopology.Ring(v)) {
       area += mArea[j];

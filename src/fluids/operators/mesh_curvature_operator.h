@@ -12,22 +12,18 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Differential-Geometry Operators for Triangulated 2-Manifolds" (2003), equation 8.
 class MeshCurvatureOperator : public MeshOperator {
  public:
-  MeshCurvatureOperator() { mPassCount = 2; }
-  MeshCurvatureOperator(host::BaseNode* node, Scene* scene) : MeshOperator(node, scene) {
-    mPassCount = 2;
-  }
+  MeshCurvatureOperator() = default;
+  MeshCurvatureOperator(host::BaseNode* node, Scene* scene) : MeshOperator(node, scene) {}
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  /// Only smoothing asks for a second pass.
-  bool IsIterative() const override { return mSmooth; }
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
 
  private:
   Vec3d CurvatureNormal(i32 vertex, double& area) const;
-  void Measure(const EvaluationThreadData& data);
-  void Smooth(const EvaluationThreadData& data);
+  void Measure();
+  void Smooth();
 
   bool mSmooth = true;
   std::vector<double> mCurvature;  ///< of each vertex, unweighted and unsmoothed

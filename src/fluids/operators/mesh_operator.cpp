@@ -2,7 +2,6 @@
 
 #include "fluids/volume/volume_mesh.h"
 #include "framework/rest.h"
-#include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 

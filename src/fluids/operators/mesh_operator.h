@@ -6,6 +6,7 @@
 #include "fluids/mesh/topology.h"
 #include "framework/constraint.h"
 #include "framework/duration.h"
+#include "framework/scene.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -29,18 +30,19 @@ class MeshOperator : public iObject {
   /// The rows of target and duration, followed by those of the class.
   static host::ParameterTable Rows(host::ParameterTable own);
 
-  /// f(vertex, weight) for the worker's vertices, but those of weight 0: the weight of the duration
-  /// times that of the constraints at the vertex's position in `places`.
+  /// f(vertex, weight) for all vertices but those of weight 0, shared out among the workers: the
+  /// weight of the duration times that of the constraints at the vertex's position in `places`.
   template <class F>
-  void ForEachVertex(const EvaluationThreadData& data, const std::vector<Vec3d>& places,
-                     F&& f) const {
-    const IndexRange own = data.ItemsOf(0, mRecord->GetVertexCount());
-    for (i32 v = own.first; v < own.last; ++v) {
-      double weight = mWeight;
-      if (!mConstraints.IsEmpty() && !mConstraints.Test(places[v], weight, this, data.index))
-        continue;
-      if (weight != 0) f(v, weight);
-    }
+  void ForEachVertex(const std::vector<Vec3d>& places, F&& f) const {
+    ForEachShare(mScene->mThreadCount, mScene->mThread, [&](const EvaluationThreadData& share) {
+      const IndexRange own = share.ItemsOf(0, mRecord->GetVertexCount());
+      for (i32 v = own.first; v < own.last; ++v) {
+        double weight = mWeight;
+        if (!mConstraints.IsEmpty() && !mConstraints.Test(places[v], weight, this, share.index))
+          continue;
+        if (weight != 0) f(v, weight);
+      }
+    });
   }
 
   iBase* mTarget = nullptr;       ///< a mesh, or the volume whose mesh is meant

@@ -43,28 +43,19 @@ const ParameterTable& MeshSmoothingOperator::Parameters() {
 void MeshSmoothingOperator::Prepare() {
   MeshOperator::Prepare();
   if (!Has(FLAG_ACTIVE)) return;
-  mRound = 0;
   mTopology.Build(*mRecord);
   mWeights.assign(mRecord->GetVertexCount(), 0.0);
 }
 
-bool MeshSmoothingOperator::NextPass() {
-  if (!Has(FLAG_ACTIVE) || mRound >= mIterations || IsCancelled()) {
-    mRound = 0;
-    mPass = -1;
-    return false;
-  }
-  ++mRound;
-  mPass = 0;
-  mPositions = mRecord->GetVertices();
-  mNormals = mRecord->mColumns.normal;
-  return true;
+void MeshSmoothingOperator::Evaluate(const EvaluationThreadData&) {
+  for (i32 i = 0; Has(FLAG_ACTIVE) && i < mIterations && !IsCancelled(); ++i) Smooth();
 }
 
-void MeshSmoothingOperator::Evaluate(const EvaluationThreadData& data) {
-  if (!Has(FLAG_ACTIVE)) return;
+void MeshSmoothingOperator::Smooth() {
+  mPositions = mRecord->GetVertices();
+  mNormals = mRecord->mColumns.normal;
   const bool hasNormals = mNormals.size() == mPositions.size();
-  ForEachVertex(data, mPositions, [&](i32 v, double weight) {
+  ForEachVertex(mPositions, [&](i32 v, double weight) {
     double sum = 0;
     Vec3d position{}, normal{};
     const auto add = [&](i32 j) {

@@ -13,16 +13,16 @@ class MeshSmoothingOperator : public MeshOperator {
   MeshSmoothingOperator(host::BaseNode* node, Scene* scene) : MeshOperator(node, scene) {}
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  /// One pass for each iteration, with the positions that it starts from.
-  bool NextPass() override;
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
 
  private:
+  /// An iteration, from the positions that it finds.
+  void Smooth();
+
   i32 mIterations = 1;
-  i32 mRound = 0;
-  std::vector<Vec3d> mPositions;  ///< before the round
+  std::vector<Vec3d> mPositions;  ///< before the iteration
   std::vector<Vec3d> mNormals;    ///< likewise; empty without normals
   std::vector<double> mWeights;   ///< of the vertices in a mean
 };

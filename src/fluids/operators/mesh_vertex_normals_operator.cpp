@@ -16,9 +16,9 @@ void MeshVertexNormalsOperator::Prepare() {
   mRecord->mColumns.normal.resize(x.size());
 }
 
-void MeshVertexNormalsOperator::Evaluate(const EvaluationThreadData& data) {
+void MeshVertexNormalsOperator::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE)) return;
-  ForEachVertex(data, mRecord->GetVertices(),
+  ForEachVertex(mRecord->GetVertices(),
                 [&](i32 v, double) { mRecord->mColumns.normal[v] = Normalised(mSums[v]); });
 }
 

@@ -15,6 +15,8 @@ class MeshVertexNormalsOperator : public MeshOperator {
   }
 
   i32 GetTypeId() const override { return kTypeVertexNormals; }
+  /// It shares its work out itself.
+  bool IsSequential() const override { return true; }
   void SetRecord(TriMeshSTL* record) { mRecord = record; }
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;

@@ -64,7 +64,7 @@ TEST_F(Combustion, FuelFollowsTheBurnLaw) {
   heat.mGrid->Fill(650);
   for (i32 n = 1; n <= 14; ++n) {
     divergence->Fill(0);
-    s.RunOperator(burn);
+    s.Run(burn);
     const double left = std::max(first - n * step, 0.0), burnt = first - left;
     const double now = left > 0 ? step : std::max(0.0, first - (n - 1) * step);
     s.ForEachInnerCell([&](i32 x, i32 y, i32 z) {
@@ -84,7 +84,7 @@ TEST_F(Combustion, OnlyHotFuelBurns) {
   fuel.mGrid->Fill(0.5);
   OperatorRig::Fill(*heat.mGrid, [](i32 x, i32, i32) { return x == 3 ? 600.0 : 599.9; });
   (*fuel.mGrid)(3, 2, 2) = 0;
-  s.RunOperator(burn);
+  s.Run(burn);
   EXPECT_EQ((*fire.mGrid)(3, 3, 3), 1.0) << "at the ignition itself";
   EXPECT_EQ((*fire.mGrid)(2, 3, 3), 0.0);
   EXPECT_EQ((*fuel.mGrid)(2, 3, 3), 0.5);
@@ -105,7 +105,7 @@ TEST_F(Combustion, OxygenLimitsTheBurn) {
   (*smoke.mGrid)(2, 2, 2) = 0.1;  //
   (*fuel.mGrid)(4, 4, 4) = 3.0;   // none left
   (*smoke.mGrid)(4, 4, 4) = 0.25;
-  s.RunOperator(burn);
+  s.Run(burn);
   const double step = 2 * kStep, smokeStep = 0.2 * kStep;
   const auto expect = [&](const VecInt3D& c, double fuelBefore, double smokeBefore, double oxygen) {
     const double burnt = oxygen * step;
@@ -132,7 +132,7 @@ TEST_F(Combustion, AFlameIsShapedByItsAge) {
   const double values[] = {threshold, 0.7, 1.0, 1.0001, 0.1};
   for (i32 i = 0; i < 5; ++i) (*fire.mGrid)(i + 1, 3, 3) = values[i];
   heat.mGrid->Fill(1234);
-  s.RunOperator(burn);
+  s.Run(burn);
   const auto at = [](const ScalarField& channel, i32 i) { return (*channel.mGrid)(i + 1, 3, 3); };
   for (const i32 untouched : {0, 3, 4}) {
     EXPECT_EQ(at(heat, untouched), 1234) << values[untouched];
@@ -154,7 +154,7 @@ TEST_F(Combustion, ConstraintsChooseTheCellsAndWeighNothing) {
   Begin();
   fuel.mGrid->Fill(0.5);
   heat.mGrid->Fill(700);
-  s.RunOperator(burn);
+  s.Run(burn);
   EXPECT_NEAR((*fuel.mGrid)(3, 3, 3), 0.5 - kStep, 1e-12);
   EXPECT_EQ((*fuel.mGrid)(4, 3, 3), 0.5);
   EXPECT_EQ((*fire.mGrid)(4, 3, 3), 0);
@@ -191,7 +191,7 @@ TEST_F(Combustion, ExpansionOnAnotherLayout) {
     double burnt = 0, sum = 0;
     s.ForEachInnerCell(
         [&](i32 x, i32 y, i32 z) { burnt += std::min((*fuel.mGrid)(x, y, z), kStep); });
-    s.RunOperator(burn, threads);
+    s.Run(burn, threads);
     for (i32 i = 0; i < divergence->mCount; ++i) sum += (*divergence)[i];
     EXPECT_NEAR(sum, 0.2 * burnt, 1e-12);
     std::vector<double> all = OperatorRig::Copy(*divergence);

@@ -35,7 +35,7 @@ TEST_F(Cooling, HotGasCoolsByTheFourthPower) {
   s.Begin();
   OperatorRig::Fill(*heat.mGrid, [](i32 x, i32, i32) { return 100 + 250.0 * x; });
   const i32 steps = 1500;
-  for (i32 n = 0; n < steps; ++n) s.RunOperator(cool);
+  for (i32 n = 0; n < steps; ++n) s.Run(cool);
   for (i32 x = 1; x < 8; ++x) {
     const double q0 = 250.0 * x / 2000;
     const double q = std::pow(std::pow(q0, -3) + 3 * 0.001 * steps, -1.0 / 3);
@@ -50,12 +50,12 @@ TEST_F(Cooling, TheOtherModesFollowTheClockAndStopAtTheMinimum) {
   OperatorRig::Set(cool, 1002, 2.0);
   s.Begin();
   heat.mGrid->Fill(1000);
-  s.RunOperator(cool);
-  s.RunOperator(cool);
+  s.Run(cool);
+  s.Run(cool);
   EXPECT_NEAR((*heat.mGrid)(3, 3, 3), 1000 * std::pow(1 - 2 * kStep, 2), 1e-9);
   OperatorRig::Set(cool, 1002, 30.0);
   s.Begin();
-  s.RunOperator(cool);
+  s.Run(cool);
   EXPECT_EQ((*heat.mGrid)(3, 3, 3), 100) << "more than all of it";
   OperatorRig::Set(cool, 1004, i32{2});
   OperatorRig::Set(cool, 1002, 0.5);
@@ -63,7 +63,7 @@ TEST_F(Cooling, TheOtherModesFollowTheClockAndStopAtTheMinimum) {
   heat.mGrid->Fill(1000);
   (*heat.mGrid)(2, 2, 2) = 110;
   (*heat.mGrid)(3, 2, 2) = 50;
-  s.RunOperator(cool);
+  s.Run(cool);
   EXPECT_NEAR((*heat.mGrid)(3, 3, 3), 1000 - 0.5 * 2000 * kStep, 1e-9);
   EXPECT_EQ((*heat.mGrid)(2, 2, 2), 100);
   EXPECT_EQ((*heat.mGrid)(3, 2, 2), 100);
@@ -81,7 +81,7 @@ TEST_F(Cooling, FireBurnsAndThenFades) {
   (*fire.mGrid)(4, 4, 4) = 0.4;
   heat.mGrid->Fill(2000);
   for (i32 n = 1; n <= 10; ++n) {
-    s.RunOperator(cool);
+    s.Run(cool);
     ASSERT_NEAR((*fire.mGrid)(3, 3, 3), 1 - 0.6 * n / 10, 1e-9) << n;
     ASSERT_EQ((*heat.mGrid)(3, 3, 3), 2000);
   }
@@ -89,7 +89,7 @@ TEST_F(Cooling, FireBurnsAndThenFades) {
   EXPECT_LT((*heat.mGrid)(4, 4, 4), 2000);
   (*fire.mGrid)(3, 3, 3) = 0.4;  // without the rounding of ten steps
   for (i32 n = 1; n <= 21; ++n) {
-    s.RunOperator(cool);
+    s.Run(cool);
     ASSERT_NEAR((*fire.mGrid)(3, 3, 3), std::max(0.0, 0.4 - 0.02 * n), 1e-9) << n;
   }
   EXPECT_EQ((*fire.mGrid)(3, 3, 3), 0);
@@ -107,7 +107,7 @@ TEST_F(Cooling, ConstraintsWeighTheHeatAlone) {
     fire.mGrid->Fill(0.1);
     heat.mGrid->Fill(1100);
     asked = 0;
-    s.RunOperator(cool);
+    s.Run(cool);
     EXPECT_EQ(asked, 7 * 4 * 6);
     const double full[] = {2000 * 0.6 / 16, 1100 * 0.6 * kStep, 2000 * 0.6 * kStep};
     EXPECT_NEAR((*heat.mGrid)(3, 3, 3), 1100 - 0.5 * full[mode], 1e-9) << mode;
@@ -124,7 +124,7 @@ TEST_F(Cooling, ThreadsDontShow) {
     EXPECT_TRUE(IsSameForAllThreads([&](i32 threads) {
       OperatorRig::Randomise(*fire.mGrid, 1, -0.1, 1.2);
       OperatorRig::Randomise(*heat.mGrid, 2, 50, 2100);
-      s.RunOperator(cool, threads);
+      s.Run(cool, threads);
       std::vector<double> all = OperatorRig::Copy(*fire.mGrid);
       all.insert(all.end(), heat.mGrid->mData, heat.mGrid->mData + heat.mGrid->mCount);
       return all;
@@ -149,7 +149,7 @@ TEST(Dissipate, TakesTheSameOffEveryValueAboveTheMinimum) {
   smoke.mGrid->Fill(1);
   (*smoke.mGrid)(2, 2, 2) = 0.5 + 0.5 * amount;
   (*smoke.mGrid)(2, 3, 2) = 0.4;
-  s.RunOperator(fade);
+  s.Run(fade);
   EXPECT_NEAR((*smoke.mGrid)(3, 3, 3), 1 - amount, 1e-12);
   EXPECT_EQ((*smoke.mGrid)(2, 2, 2), 0.5);
   EXPECT_EQ((*smoke.mGrid)(2, 3, 2), 0.4);
@@ -158,17 +158,17 @@ TEST(Dissipate, TakesTheSameOffEveryValueAboveTheMinimum) {
   OperatorRig::Links(fade, 2502, {&left});
   s.Begin();
   smoke.mGrid->Fill(0.5);
-  s.RunOperator(fade);
+  s.Run(fade);
   EXPECT_EQ(asked, 0) << "at the minimum nobody is asked";
   smoke.mGrid->Fill(1);
-  s.RunOperator(fade);
+  s.Run(fade);
   EXPECT_NEAR((*smoke.mGrid)(3, 3, 3), 1 - 0.5 * amount, 1e-12);
   EXPECT_EQ((*smoke.mGrid)(4, 3, 3), 1);
   OperatorRig::Links(fade, 2502, {});
   s.Begin();
   EXPECT_TRUE(IsSameForAllThreads([&](i32 threads) {
     OperatorRig::Randomise(*smoke.mGrid, 9, 0.4, 2);
-    s.RunOperator(fade, threads);
+    s.Run(fade, threads);
     return OperatorRig::Copy(*smoke.mGrid);
   }));
 }
@@ -191,7 +191,7 @@ TEST(Dissipate, AVectorFadesWhileAllItsComponentsAreAboveTheMinimum) {
   set(1, {0.9, 0.1, 0.5});
   set(2, {0.9, 0.0, 0.5});
   set(3, {0.1, 0.05, 0.15});
-  s.RunOperator(fade);
+  s.Run(fade);
   EXPECT_LT(Length(get(1) - Vec3d{0.9 - amount, 0.1 - amount, 0.5 - amount}), 1e-12);
   EXPECT_EQ(get(2), (Vec3d{0.9, 0.0, 0.5}));
   EXPECT_EQ(get(3), (Vec3d{0, 0, 0}));

@@ -225,13 +225,7 @@ TEST(MeshVertexNormals, PointOutwardsAndAreZeroWhereThereAreNone) {
   normals.SetRecord(&mesh);
   normals.Prepare();
   ASSERT_TRUE(normals.Has(FLAG_ACTIVE));
-  const i32 threads = rig.scene->mThreadCount;
-  for (i32 index = 0; index < threads; ++index) {
-    EvaluationThreadData data;
-    data.index = index;
-    data.count = threads;
-    normals.Evaluate(data);
-  }
+  normals.Evaluate({});
   normals.Finish();
   const std::vector<Vec3d>& found = mesh.mColumns.normal;
   ASSERT_EQ(found.size(), g.points.size());

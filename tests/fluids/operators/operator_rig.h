@@ -41,12 +41,6 @@ struct OperatorRig : TestScene {
     for (const auto& [id, channel] : scene->List(kListChannels))
       channel->ApplyBounds({}, ToReal(cells) * double{scene->mDomain.cellSize});
   }
-  /// One step of an operator on `threads` workers.
-  void RunOperator(iObject& object, i32 threads = 1) {
-    scene->mThreadCount = threads;
-    if (!object.IsIterative()) return Run(object, threads);
-    while (object.NextPass()) Run(object, threads);
-  }
   template <class F>
   static void Fill(EGrid<double>& g, F&& f) {
     ForEachCell({{0, 0, 0}, g.Dims()}, [&](i32 x, i32 y, i32 z) { g(x, y, z) = f(x, y, z); });

@@ -56,7 +56,7 @@ TEST_F(Density, FollowsTemperatureAndMixture) {
   for (i32 step = 0; step < 2; ++step) {
     // Cleared by the channel itself in every step, or the second one would double it.
     density.ApplyBounds({}, ToReal(s.cells) * double{s.scene->mDomain.cellSize});
-    s.RunOperator(mix);
+    s.Run(mix);
     EXPECT_NEAR((*density.mGrid)(1, 2, 2), 1.2, 1e-12);
     EXPECT_NEAR((*density.mGrid)(2, 2, 2), 0.6, 1e-12);
     EXPECT_NEAR((*density.mGrid)(3, 2, 2), 0.3, 1e-12);
@@ -74,10 +74,10 @@ TEST_F(Density, AllComponentsOfAVectorAndTheFacesOfAStaggeredField) {
   auto& faces = s.AddOwn<StaggeredChannel>("channel_vector", "faces");
   s.Begin();
   Randomise();
-  s.RunOperator(mix);
+  s.Run(mix);
   OperatorRig::Link(mix, 1000, vector);
   mix.ResolveLinks();
-  s.RunOperator(mix);
+  s.Run(mix);
   for (i32 c = 0; c < 3; ++c)
     EXPECT_EQ(OperatorRig::Copy(*vector.mGrids[c]), OperatorRig::Copy(*density.mGrid));
 
@@ -86,7 +86,7 @@ TEST_F(Density, AllComponentsOfAVectorAndTheFacesOfAStaggeredField) {
   EXPECT_TRUE(IsSameForAllThreads([&](i32 threads) {
     std::vector<double> all;
     for (auto& grid : faces.mGrids) grid->Fill(0);
-    s.RunOperator(mix, threads);
+    s.Run(mix, threads);
     for (auto& grid : faces.mGrids) all.insert(all.end(), grid->mData, grid->mData + grid->mCount);
     return all;
   }));
@@ -106,7 +106,7 @@ TEST_F(Density, ThreadsDontShow) {
   Randomise();
   EXPECT_TRUE(IsSameForAllThreads([&](i32 threads) {
     density.mGrid->Fill(0);
-    s.RunOperator(mix, threads);
+    s.Run(mix, threads);
     return OperatorRig::Copy(*density.mGrid);
   }));
 }
