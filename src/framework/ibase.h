@@ -101,7 +101,6 @@ class iBase : public host::ParameterHolder {
   virtual bool Commutes() const { return false; }
   virtual bool IsDirty() const { return mFlags & FLAG_DIRTY; }
   virtual void SetMoved(bool moved) { SetFlag(FLAG_MOVED, moved); }
-  virtual void GetName(std::string& out) const { out = mName; }
   virtual bool IsPipelineObject() const { return false; }
   /// What takes the constraints that the node names, of a class that has some; null for all else.
   virtual ConstraintList* Constraints() { return nullptr; }

@@ -240,16 +240,6 @@ void FluidSolver::Persist(StateArchive& archive) {
   archive(mMaxSpeedSq);
 }
 
-void FluidSolver::GetName(std::string& out) const {
-  switch (mScene ? mScene->mStage : 0) {
-    case kEmitters: out = "Initialise Boundaries & Threads"; break;
-    case kForcesEmission: out = "GOP::Grid Forces"; break;
-    case kPressure: out = "GOP::Divergence & Pressure Solver"; break;
-    case kFlip: out = "Free Data"; break;
-    default: out = mName;
-  }
-}
-
 void FluidSolver::UpdateRange() {
   if (mFlow.mVelocity.GetGrid(2)) mMaxSpeedSq = mFlow.MeasureMaxSpeedSq();
 }

@@ -48,7 +48,6 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   void Reset() override;
   void Release(bool full) override;
   void UpdateRange() override;
-  void GetName(std::string& out) const override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void Prepare() override;

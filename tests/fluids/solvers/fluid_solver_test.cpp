@@ -154,21 +154,6 @@ TEST(FluidSolver, SleepsInTheStartFrame) {
   EXPECT_FALSE(rig.gas->IsDirty());
 }
 
-TEST(FluidSolver, TellsItsWorkByStage) {
-  GasRig rig({4, 4, 4});
-  const auto name = [&](i32 stage) {
-    rig.scene->mStage = stage;
-    std::string text;
-    rig.gas->GetName(text);
-    return text;
-  };
-  EXPECT_EQ(name(kEmitters), "Initialise Boundaries & Threads");
-  EXPECT_EQ(name(kForcesEmission), "GOP::Grid Forces");
-  EXPECT_EQ(name(kPressure), "GOP::Divergence & Pressure Solver");
-  EXPECT_EQ(name(kFlip), "Free Data");
-  EXPECT_EQ(name(kAdvection), "gas");
-}
-
 TEST(FluidSolver, AClosedBoxAtRestStaysAtRest) {
   GasRig rig({8, 8, 8});
   host::BaseNode& advection = rig.Add("grid_advection", "move");
