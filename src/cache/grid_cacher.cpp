@@ -91,23 +91,15 @@ const ParameterTable& GridCacher::Parameters() {
 
 GridCacher::GridCacher(BaseNode* node, Scene* scene)
     : Cache_OperatorBase(node, scene, "sulva_grid_frame") {}
+CachedGrids* GridCacher::StateOf(iBase& object) { return dynamic_cast<CachedGrids*>(&object); }
+
 
 // ---- objects ------------------------------------------------------------------------------------
 
 GridCacher::Grids GridCacher::GridsOf(iBase& object) {
-  Grids grids{};
-  const auto three = [&](const auto& channel) {
-    for (i32 c = 0; c < 3; ++c) grids[c] = channel.GetGrid(c);
-  };
-  if (auto* solver = dynamic_cast<iFluidSolver*>(&object)) {
-    three(solver->GetFlow().mVelocity);
-  } else if (auto* vector = dynamic_cast<ChannelBase_Vector<Vec3d, EGrid<double>>*>(&object)) {
-    three(*vector);
-  } else if (auto* volume = dynamic_cast<VolumeBase*>(&object)) {
-    grids[0] = volume->GetGrid();
-  } else if (auto* scalar = dynamic_cast<LevelField*>(&object)) {
-    grids[0] = scalar->GetGrid(0);
-  }
+  CachedGrids* state = StateOf(object);
+  if (!state) return {};
+  Grids grids = state->GetCachedGrids();
   for (EGrid<double>*& grid : grids)
     if (grid && !grid->mData) grid = nullptr;
   if (!grids[0]) return {};
@@ -115,24 +107,8 @@ GridCacher::Grids GridCacher::GridsOf(iBase& object) {
 }
 
 bool GridCacher::Place(iBase& object, const StoredGrid& stored) {
-  const auto place = [&](auto& channel) {
-    channel.mCachedLayout = stored.layout;
-    channel.mHasCachedLayout = true;
-  };
-  if (auto* solver = dynamic_cast<iFluidSolver*>(&object)) {
-    if (stored.kind != kFaceX) return false;
-    solver->SetStoredLayout(stored.layout);
-  } else if (auto* vector = dynamic_cast<ChannelBase_Vector<Vec3d, EGrid<double>>*>(&object)) {
-    place(*vector);
-  } else if (auto* volume = dynamic_cast<VolumeBase*>(&object)) {
-    if (stored.kind != kNode) return false;
-    volume->SetCachedLayout(stored.layout);
-  } else if (auto* scalar = dynamic_cast<LevelField*>(&object)) {
-    if (stored.kind == kFaceX) return false;
-    place(*scalar);
-  } else {
-    return false;
-  }
+  CachedGrids* state = StateOf(object);
+  if (!state || !state->TakeCachedPlace(stored.layout, stored.kind)) return false;
   object.SetFlag(FLAG_CACHED, true);
   return true;
 }
@@ -246,8 +222,7 @@ bool GridCacher::PrepareLoad() {
     StoredGrid& stored = mHeader.grids[mHeader.chunks[mChunks[i]]];
     if (!stored.isPresent) continue;
     if (Place(*mObjects[i], stored)) {
-      const auto* scalar = dynamic_cast<const LevelField*>(mObjects[i]);
-      if (scalar && scalar->mKind != stored.kind)
+      if (StateOf(*mObjects[i])->CachedKind() != stored.kind)
         Warn(
             fmt::format("\"{}\" plays what another kind of field was recorded from; 'objects' has "
                         "the order of the recording's own",

@@ -8,6 +8,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+class CachedGrids;
+
 /// Writes the grids of its objects into a file a frame and puts them back: solvers give their
 /// velocity, channels and volumes their grids. A stored grid that fits the live one is copied, any
 /// other is resampled into it. The node's position moves what is played. A file that feeds all
@@ -29,6 +31,8 @@ class GridCacher : public Cache_OperatorBase {
 
  private:
   using Grids = std::array<EGrid<double>*, 3>;
+  /// What the cache keeps of an object; null for one that has no grids.
+  static CachedGrids* StateOf(iBase& object);
   /// The grids of an object; those that it hasn't, or that hold no data, are null.
   static Grids GridsOf(iBase& object);
   /// Makes the object take the place of a stored grid in this frame.

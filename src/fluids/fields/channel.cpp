@@ -123,6 +123,21 @@ void Channel_Dynamic<T, G>::ExpandBoundsWithin(const Vec3d& low, const Vec3d& hi
 }
 
 template <class T, class G>
+std::array<EGrid<double>*, 3> Channel_Dynamic<T, G>::GetCachedGrids() {
+  if constexpr (std::is_same_v<G, EGrid<double>>) {
+    return {GetGrid(0), GetGrid(1), GetGrid(2)};
+  } else {
+    return {};
+  }
+}
+
+template <class T, class G>
+bool Channel_Dynamic<T, G>::TakeCachedPlace(const GridLayout& layout, i32) {
+  mCachedLayout = layout;
+  return mHasCachedLayout = true;
+}
+
+template <class T, class G>
 bool Channel_Dynamic<T, G>::GetCachedBox(Vec3d& min, Vec3d& max) const {
   if (!this->Has(FLAG_CACHED) || !mHasCachedLayout) return false;
   mCachedLayout.GetCellBox(this->GetDomain().cellSize, min, max);

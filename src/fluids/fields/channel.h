@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "fluids/fields/emission_handler.h"
+#include "framework/cached_grids.h"
 #include "framework/iobject.h"
 #include "grids/egrid.h"
 #include "grids/sampling.h"
@@ -36,7 +37,7 @@ class iChannel : public iObject {
 
 /// What all channels with grids share. `G` is the grid, `EGrid<double>` or `EGrid<float>`.
 template <class T, class G>
-class Channel_Dynamic : public iChannel<T> {
+class Channel_Dynamic : public iChannel<T>, public CachedGrids {
  public:
   using iChannel<T>::iChannel;
   Channel_Dynamic() = default;
@@ -49,6 +50,9 @@ class Channel_Dynamic : public iChannel<T> {
   virtual G* GetGrid(i32 i) const = 0;
   /// The buffer to write; the same grid.
   virtual G* GetGridForWrite(i32 i) const { return GetGrid(i); }
+  std::array<EGrid<double>*, 3> GetCachedGrids() override;
+  i32 CachedKind() const override { return mKind; }
+  bool TakeCachedPlace(const GridLayout& layout, i32 kind) override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
   bool ContainsPoint(const Vec3d& p, bool withMargin) const override;
@@ -57,10 +61,8 @@ class Channel_Dynamic : public iChannel<T> {
   std::unique_ptr<iEmissionHandler<T>> mEmissionHandler;
   bool mWidensBounds = true;
   bool mClearEachFrame = false;  ///< back to the initial value in every `ApplyBounds`
-  bool mHasCachedLayout = false;
-  GridLayout mCachedLayout;   ///< layout of the last cache frame
-  i32 mKind = kCentre;        ///< kind of the grid's samples
-  bool mKeepPrevious = true;  ///< keeps a second buffer
+  i32 mKind = kCentre;           ///< kind of the grid's samples
+  bool mKeepPrevious = true;     ///< keeps a second buffer
 
  protected:
   /// The box (simulation units) of the last cache frame while a cache feeds the channel, whose
@@ -68,6 +70,10 @@ class Channel_Dynamic : public iChannel<T> {
   bool GetCachedBox(Vec3d& min, Vec3d& max) const;
   /// `ApplyBounds` clears the data. Those of a cache come once a frame, and stay in all its steps.
   bool ClearsNow() const { return mClearEachFrame && !this->Has(FLAG_CACHED); }
+
+ private:
+  bool mHasCachedLayout = false;
+  GridLayout mCachedLayout;  ///< of the last cache frame
 };
 
 /// A scalar field in one grid.
@@ -92,6 +98,10 @@ class ChannelBase_Scalar : public Channel_Dynamic<T, G> {
   void Persist(StateArchive& archive) override;
 
   G* GetGrid(i32 i) const override { return i == 0 ? mGrid.get() : nullptr; }
+  /// Refuses the grids of a staggered field.
+  bool TakeCachedPlace(const GridLayout& layout, i32 kind) override {
+    return kind != kFaceX && Channel_Dynamic<T, G>::TakeCachedPlace(layout, kind);
+  }
   /// A grid of the layout of `layout`, filled with `initial`; false and inactive on failure.
   virtual bool Allocate(const G* layout, i32 kind, double initial);
   /// Linear sample at a position in simulation units; 0 without a grid.

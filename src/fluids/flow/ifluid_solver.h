@@ -1,17 +1,21 @@
 // What the rest of a simulation sees of a solver.
 #pragma once
 #include "fluids/flow/flow.h"
+#include "framework/cached_grids.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// A solver of list 5 with a flow of its own that emitters, operators and exports may link to.
-class iFluidSolver : public iObject {
+class iFluidSolver : public iObject, public CachedGrids {
  public:
   using iObject::iObject;
   virtual Flow& GetFlow() = 0;
   const Flow& GetFlow() const { return const_cast<iFluidSolver*>(this)->GetFlow(); }
-  /// The box that it takes while a cache feeds its velocity.
-  virtual void SetStoredLayout(const GridLayout& /*layout*/) {}
+  std::array<EGrid<double>*, 3> GetCachedGrids() override {
+    return GetFlow().mVelocity.GetCachedGrids();
+  }
+  i32 CachedKind() const override { return kFaceX; }
+  bool TakeCachedPlace(const GridLayout& /*layout*/, i32 /*kind*/) override { return false; }
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

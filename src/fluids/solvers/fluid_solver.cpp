@@ -244,6 +244,12 @@ void FluidSolver::UpdateRange() {
   if (mFlow.mVelocity.GetGrid(2)) mMaxSpeedSq = mFlow.MeasureMaxSpeedSq();
 }
 
+bool FluidSolver::TakeCachedPlace(const GridLayout& layout, i32 kind) {
+  if (kind != kFaceX) return false;
+  mStoredLayout = layout;
+  return mHasStoredBox = true;
+}
+
 // ---- bounds -----------------------------------------------------------------------------------
 
 void FluidSolver::UserBox(Vec3d& lo, Vec3d& hi) const {

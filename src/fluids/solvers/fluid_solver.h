@@ -64,10 +64,8 @@ class FluidSolver : public iFluidSolver, public GasSettings {
 
   using iFluidSolver::GetFlow;
   Flow& GetFlow() override { return mFlow; }
-  void SetStoredLayout(const GridLayout& layout) override {
-    mStoredLayout = layout;
-    mHasStoredBox = true;
-  }
+  /// The box of a recorded velocity.
+  bool TakeCachedPlace(const GridLayout& layout, i32 kind) override;
 
   virtual bool ApplyGridForces();
   virtual bool SolvePressure();

@@ -153,9 +153,10 @@ Vec3d VolumeBase::SurfaceVelocityAt(const Vec3d& p) const {
   return velocity;
 }
 
-void VolumeBase::SetCachedLayout(const GridLayout& layout) {
+bool VolumeBase::TakeCachedPlace(const GridLayout& layout, i32 kind) {
+  if (kind != kNode) return false;
   mSecondBox = layout;
-  mHasSecondBox = true;
+  return mHasSecondBox = true;
 }
 
 bool VolumeBase::AllocateCachedGrid() {

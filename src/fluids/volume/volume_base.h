@@ -6,6 +6,7 @@
 
 #include "fluids/mesh/mesh.h"
 #include "fluids/volume/volume_fractions.h"
+#include "framework/cached_grids.h"
 #include "framework/iobject.h"
 #include "grids/egrid.h"
 #include "grids/sampling.h"
@@ -49,7 +50,7 @@ class iVolume : public iObject {
 /// A volume with a signed distance grid on nodes, negative inside. Without a grid, distances read
 /// 0 and tests are false. Positions are in cells of the grid ("grid"), in simulation units from its
 /// origin ("relative"), or in simulation units ("world").
-class VolumeBase : public iVolume {
+class VolumeBase : public iVolume, public CachedGrids {
  public:
   VolumeBase() = default;
   VolumeBase(host::BaseNode* node, Scene* scene) : iVolume(node, scene) {}
@@ -124,8 +125,9 @@ class VolumeBase : public iVolume {
   /// The source mesh, or null.
   Mesh* GetMesh() const { return mMesh; }
 
-  /// Takes the place of a grid in a cache, for as long as the cache feeds the volume.
-  void SetCachedLayout(const GridLayout& layout);
+  std::array<EGrid<double>*, 3> GetCachedGrids() override { return {GetGrid(), nullptr, nullptr}; }
+  i32 CachedKind() const override { return kNode; }
+  bool TakeCachedPlace(const GridLayout& layout, i32 kind) override;
   /// Places the grid where the cache has it; false, and inactive, when it can't be had.
   bool AllocateCachedGrid();
 
