@@ -29,10 +29,8 @@ bool SulvaScene::Simulate(bool refresh) {
     SetStage(stage);
     const StageTimer timer(mReport.stageSeconds[stage]);
     if (stage == kInitialiseSubstep) {
-      if (!refresh && mTime.IsUnderWay()) {
+      if (!refresh && mTime.IsUnderWay())
         ForEachPart([&](ScenePart& part) { part.BeginStep(*this); });
-        DispatchStage();
-      }
     } else if (stage == kCalculateBounds) {
       if (!refresh && !NegotiateBounds()) return false;
     } else if (stage == kFinish) {
@@ -199,9 +197,9 @@ void SulvaScene::RunAlone(iObject& object, const std::vector<iObject*>& group) {
     object.Prepare();
     object.Begin();
     NoteRun(object);
-  object.Finish();
     object.Evaluate(data);
   }
+  object.Finish();
 }
 
 void SulvaScene::RunShared(const std::vector<iObject*>& group) {

@@ -344,9 +344,7 @@ void SulvaScene::DispatchStage() {
       RunSetUpPasses();
       CheckAllDirty();
       break;
-    case kFinishSubstep:
     case kFinishVisual: ForEachObject([](iBase& o) { o.ClearLinks(); }); break;
-    case kProcess: RunSetUpPasses(); break;
     default: break;
   }
 }

@@ -236,6 +236,15 @@ TEST(Catalogue, ObjectsAnswerAsTheirLineSays) {
   }
 }
 
+TEST(Catalogue, ThePipelineSaysWhichStagesAreNobodysOwn) {
+  std::set<i32> used;
+  for (const NodeKind& kind : Catalogue()) used.insert(kind.stages.begin(), kind.stages.end());
+  for (const StageRow& stage : kPipeline)
+    EXPECT_FALSE(used.contains(stage.number) &&
+                 stage.work.find("no kind has it") != stage.work.npos)
+        << stage.number;
+}
+
 TEST(Catalogue, NodesGetOneObjectAndUnknownIdsNone) {
   FullScene full;
   for (const NodeKind& kind : Catalogue())
