@@ -92,8 +92,9 @@ struct ParameterRow {
   std::vector<KindGroup> acceptsAny;  ///< and all kinds of these
   bool allWhenAbsent = false;         ///< a node without the list means all that it could name
   bool required = false;              ///< without this link the node does nothing
-  bool writes = false;  ///< the node changes what the link leads to, others only read it
-  bool kept = false;    ///< stored and kept with the scene, without effect
+  bool writes = false;      ///< the node changes what the link leads to, others only read it
+  bool readsFlags = false;  ///< of a list: the flags of its entries count
+  bool kept = false;        ///< stored and kept with the scene, without effect
   std::optional<Condition> condition;  ///< none: it always counts
   std::string_view help;
   /// Gives a value of the row's type to the member that the row names; null where it names none.
@@ -154,6 +155,10 @@ template <class M>
 struct IsList : std::false_type {};
 template <class T>
 struct IsList<std::vector<T>> : std::true_type {};
+template <class M>
+inline constexpr bool kKeepsFlags = false;
+template <class T>
+inline constexpr bool kKeepsFlags<std::vector<Linked<T>>> = true;
 
 template <class T>
 T* ParameterRow::As(const LinkTarget& target) {
@@ -195,6 +200,7 @@ ParameterRow& ParameterRow::To(M C::*member) {
       if (C* object = dynamic_cast<C*>(&holder)) (object->*member).Connect(targets);
     };
   } else if constexpr (IsList<M>::value) {
+    readsFlags = kKeepsFlags<M>;
     connect = [member](ParameterHolder& holder, std::span<const LinkTarget> targets) {
       C* object = dynamic_cast<C*>(&holder);
       if (!object) return;

@@ -55,16 +55,18 @@ class KeptParameters {
   void Add(const BaseNode& node, const ParameterTable* table, const JsonValue* given) {
     if (!table || !given || !given->Members()) return;
     for (const JsonMember& member : *given->Members())
-      if (const ParameterRow* row = RowNamed(*table, member.key);
-          row && !row->HasEffect() && !IsAsNew(node, *row)) {
-        if (!mFirst) mFirst = &member;
-        AddName(node, *row);
-      }
+      if (const ParameterRow* row = RowNamed(*table, member.key))
+        if (const std::string name = WithoutEffect(node, *row);
+            !name.empty() && !IsAsNew(node, *row)) {
+          if (!mFirst) mFirst = &member;
+          AddName(name);
+        }
   }
   void Add(const GivenOption& given) {
-    if (given.row->HasEffect()) return;
+    const std::string name = WithoutEffect(*given.node, *given.row);
+    if (name.empty()) return;
     if (!mFirst && mOption.empty()) mOption = given.option;
-    AddName(*given.node, *given.row);
+    AddName(name);
   }
   void Tell(SceneContext& context) const {
     if (mNames.empty()) return;
@@ -82,10 +84,19 @@ class KeptParameters {
     const Value* value = node.Get(row.id);
     return value && !node.Tracks().contains(row.id) && *value == row.creation;
   }
-  void AddName(const BaseNode& node, const ParameterRow& row) {
-    std::string name = fmt::format("'{}' of \"{}\"", row.name, Shown(node.Name()));
-    if (std::find(mNames.begin(), mNames.end(), name) == mNames.end())
-      mNames.push_back(std::move(name));
+  /// What of a parameter nothing reads, by name: itself, the flags of its list, or nothing.
+  static std::string WithoutEffect(const BaseNode& node, const ParameterRow& row) {
+    const std::string owner = Shown(node.Name());
+    if (!row.HasEffect()) return fmt::format("'{}' of \"{}\"", row.name, owner);
+    const Value* value = node.Get(row.id);
+    const auto* list = value ? std::get_if<InExcludeData>(value) : nullptr;
+    if (!list || row.readsFlags) return {};
+    const bool hasFlags = std::any_of(list->entries.begin(), list->entries.end(),
+                                      [](const auto& entry) { return entry.flags != 0; });
+    return hasFlags ? fmt::format("'kinds' under '{}' of \"{}\"", row.name, owner) : "";
+  }
+  void AddName(const std::string& name) {
+    if (std::find(mNames.begin(), mNames.end(), name) == mNames.end()) mNames.push_back(name);
   }
 
   const JsonMember* mFirst = nullptr;  ///< has the place of the note; null: the option has

@@ -70,6 +70,27 @@ TEST(SceneAdvice, WhatNothingReadsIsToldInOneNote) {
                           "effect: 'rigid_mode' of \"scene\""));
 }
 
+TEST(SceneAdvice, KindsOfEntriesThatNobodyAsksForAreWithoutEffect) {
+  const RunFolder folder("advice");
+  const auto lines = [&](const std::string& entry, const std::vector<std::string>& options = {}) {
+    Diagnostics diagnostics;
+    LoadScene(
+        folder.Write("s.json", R"({ "sulva": 1, "nodes": [ { "type": "server", "name": "scene",
+     "children": [ { "type": "force_gravity", "name": "wind" },
+      { "type": "fluid", "name": "gas", "parameters": { "forces": [)" +
+                                   entry + "] } } ] } ] }"),
+        diagnostics, options);
+    return diagnostics.Lines();
+  };
+  EXPECT_THAT(lines(R"("wind")"), IsEmpty());
+  EXPECT_THAT(lines(R"({ "node": "wind", "flags": 0 })"), IsEmpty());
+  EXPECT_THAT(lines(R"({ "node": "wind", "kinds": ["liquid", "passive"] })"),
+              ElementsAre(HasSubstr("s.json:3:57: note: set, kept with the scene, but without "
+                                    "effect: 'kinds' under 'forces' of \"gas\"")));
+  EXPECT_THAT(lines(R"("wind")", {R"(gas.forces=[{"node": "wind", "flags": 4}])"}),
+              ElementsAre(HasSubstr("note: set, kept")));
+}
+
 TEST(SceneAdvice, CellSizesFollowTheUnits) {
   const LoadedServer loaded(R"("cell_size": 0.05, "simulation_units": 2)",
                             {"scene.simulation_units=0.5"});
