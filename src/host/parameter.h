@@ -93,6 +93,7 @@ struct ParameterRow {
   bool allWhenAbsent = false;         ///< a node without the list means all that it could name
   bool required = false;              ///< without this link the node does nothing
   bool writes = false;      ///< the node changes what the link leads to, others only read it
+  bool readsToo = false;    ///< and what it changes elsewhere follows from what it finds there
   bool readsFlags = false;  ///< of a list: the flags of its entries count
   bool kept = false;        ///< stored and kept with the scene, without effect
   std::optional<Condition> condition;  ///< none: it always counts
@@ -124,6 +125,7 @@ struct ParameterRow {
   ParameterRow& AcceptsAny(KindGroup group) { return acceptsAny.push_back(group), *this; }
   ParameterRow& AllWhenAbsent() { return allWhenAbsent = true, *this; }
   ParameterRow& Writes() { return writes = true, *this; }
+  ParameterRow& ReadsToo() { return readsToo = true, *this; }
   ParameterRow& Required() { return required = true, *this; }
   /// Nothing reads the parameter; it is kept with the scene.
   ParameterRow& Kept() { return kept = true, *this; }

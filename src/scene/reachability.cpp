@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "cache/cache_rows.h"
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "nodes/catalogue.h"
@@ -50,6 +51,7 @@ class ReachFinder {
       if (!server->IsEnabled())
         Find(*server, "enabled", "it is switched off: none of its nodes runs");
       ForEachChild(*server, [&](const BaseNode& node) { LookAt(node); });
+      LookAtFields(*server);
     }
   }
 
@@ -114,6 +116,63 @@ class ReachFinder {
       return;
     reach.isUnread = true;
     Find(node, "", "no node that is switched on reads it, so that it changes nothing", true);
+  }
+
+  /// Notes the fields that nothing looks at, all in one. Where nothing of a server leaves the
+  /// program, its statistics are what is meant.
+  void LookAtFields(const BaseNode& server) {
+    std::vector<const BaseNode*> unread;
+    bool leaves = false;
+    ForEachChild(server, [&](const BaseNode& node) {
+      const NodeKind* kind = FindKind(node.Type());
+      if (!kind || !node.IsEnabled()) return;
+      const std::vector<const BaseNode*>& readers = mReach.mNodes[node.Id()].readers;
+      leaves = leaves || mExported.contains(node.Id()) ||
+               std::any_of(readers.begin(), readers.end(), IsOutside);
+      if (kind->list == kListChannels && !IsReadField(node)) unread.push_back(&node);
+    });
+    if (unread.empty() || !leaves) return;
+    std::string others;
+    for (const BaseNode* field : unread) {
+      mReach.mNodes[field->Id()].isUnread = true;
+      if (field != unread.front()) others += (others.empty() ? ", nor " : ", ") + Named(*field);
+    }
+    Find(*unread.front(), "",
+         fmt::format("no node, export or picture reads it{}: the statistics alone tell of {}",
+                     others, others.empty() ? "it" : "them"),
+         true);
+  }
+
+  /// Pictures and recordings.
+  static bool IsOutside(const BaseNode* reader) {
+    const NodeKind* kind = FindKind(reader->Type());
+    if (reader->Type() == kServerNode) return false;
+    return !kind || kind->list == 0 || Records(*reader, *kind);
+  }
+
+  static bool Records(const BaseNode& node, const NodeKind& kind) {
+    const Value* mode = kind.list == kListCaches ? node.Get(cache_row::kMode) : nullptr;
+    return mode && LongOf(*mode, cache_row::kPlayBack) != cache_row::kPlayBack;
+  }
+
+  /// Someone looks at a field, by itself or as a member of a group, who doesn't only change it.
+  bool IsReadField(const BaseNode& field) {
+    for (const BaseNode* named : {&field, static_cast<const BaseNode*>(field.Parent())}) {
+      if (mExported.contains(named->Id())) return true;
+      const std::vector<const BaseNode*> readers = mReach.mNodes[named->Id()].readers;
+      for (const BaseNode* reader : readers) {
+        if (IsOutside(reader)) return true;
+        if (mServerOf.contains(reader->Id()) && !WhyIdle(*reader).empty()) continue;
+        for (const Target& target : TargetsOf(*reader))
+          if (target.node == named && IsReadBy(*reader, *target.row)) return true;
+      }
+    }
+    return false;
+  }
+
+  static bool IsReadBy(const BaseNode& reader, const ParameterRow& row) {
+    if (reader.Type() == kServerNode) return false;
+    return !row.writes || row.readsToo;
   }
 
   /// Volumes may be there for the space alone that the simulation has to cover.

@@ -14,7 +14,8 @@ namespace MELDO_GLOBAL::app {
 struct NodeReach {
   std::string whyIdle;                         ///< why it never works; empty where it may
   std::vector<const host::BaseNode*> readers;  ///< enabled nodes that name it, each once
-  bool isUnread = false;  ///< it only serves those that read it, and there are none
+  bool isUnread = false;  ///< it only serves those that read it, and there are none; or a field
+                          ///< that only the statistics look at
   bool MayWork() const { return whyIdle.empty(); }
 };
 

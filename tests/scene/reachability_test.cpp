@@ -29,8 +29,10 @@ const char* const kSmoke = R"({ "sulva": 1, "range": [0, 4],
 
 struct LoadedSmoke {
   explicit LoadedSmoke(const std::string& what = "", const std::string& with = "",
-                       const std::vector<std::string>& overrides = {}) {
+                       const std::vector<std::string>& overrides = {},
+                       const std::string& more = "") {
     std::string text = kSmoke;
+    text.insert(text.size() - 1, more);
     if (!what.empty()) {
       if (text.find(what) == text.npos) throw std::runtime_error(what + " isn't there");
       text.replace(text.find(what), what.size(), with);
@@ -104,6 +106,32 @@ TEST(Reachability, StagesInWhichNothingRunsAndServantsWithoutReaders) {
                           HasSubstr("channelsettings \"pair\": it never works")));
   EXPECT_FALSE(unread.Of("source").MayWork()) << "its only pair never works";
   EXPECT_TRUE(unread.Of("rate").isUnread);
+}
+
+TEST(Reachability, FieldsThatOnlyTheStatisticsTellOfAreNotedAtOnce) {
+  const std::string exports = R"(, "exports": [ { "format": "vdb", "file": "####.vdb", "grids": {)";
+  const std::string two = R"({ "type": "channel_scalar", "name": "dust" },
+    { "type": "channel_temp", "name": "heat" }, { "type": "channel_scalar", "name": "smoke" })";
+  const std::string one = R"({ "type": "channel_scalar", "name": "smoke" })";
+  const auto load = [&](const std::string& grids, const std::string& channels) {
+    LoadedSmoke loaded(one, channels, {}, exports + grids + "} } ]");
+    return loaded;
+  };
+  EXPECT_THAT(load(R"("density": "smoke")", one).lines, IsEmpty());
+  const LoadedSmoke velocity = load(R"("velocity": "gas")", one);
+  EXPECT_THAT(velocity.lines,
+              ElementsAre(HasSubstr("s.json:4:3: note: channel_scalar \"smoke\": no node, export "
+                                    "or picture reads it: the statistics alone tell of it")));
+  EXPECT_TRUE(velocity.Of("smoke").isUnread);
+  EXPECT_THAT(load(R"("density": "smoke")", two).lines,
+              ElementsAre(HasSubstr("channel_scalar \"dust\": no node, export or picture reads "
+                                    "it, nor 'heat': the statistics alone tell of them")));
+  const std::string reader = two + R"(, { "type": "force_buoyancy", "name": "lift",
+    "parameters": { "temperature_channel": "heat", "density_channel": "dust" } })";
+  EXPECT_THAT(load(R"("density": "smoke")", reader).lines,
+              ElementsAre(HasSubstr("reads it, nor 'heat'"),
+                          HasSubstr("force_buoyancy \"lift\": it never works")))
+      << "who never works doesn't read";
 }
 
 TEST(Reachability, ShapesThatNothingComesOutOf) {

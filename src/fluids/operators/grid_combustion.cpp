@@ -56,6 +56,7 @@ const ParameterTable& GridCombustion::Parameters() {
           .AcceptsAny(kScalarChannels)
           .To(&GridCombustion::mTemperature)
           .Writes()
+          .ReadsToo()
           .Required(),
       LinkRow(1001, "fire", "where flames are seen", {1300029})
           .To(&GridCombustion::mFire)
@@ -65,7 +66,8 @@ const ParameterTable& GridCombustion::Parameters() {
               {1300027, 1300028})
           .To(&GridCombustion::mFuel)
           .To(&GridCombustion::mKindled)
-          .Writes(),
+          .Writes()
+          .ReadsToo(),
       LinkRow(1003, "smoke", "soot that flames leave behind")
           .AcceptsAny(kScalarChannels)
           .To(&GridCombustion::mSmoke)

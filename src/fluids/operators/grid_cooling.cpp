@@ -94,7 +94,8 @@ const ParameterTable& GridCooling::Parameters() {
       LinkRow(1001, "fire", "the flames that age along with it; cells that burn keep their heat",
               {1300029})
           .To(&GridCooling::mFire)
-          .Writes(),
+          .Writes()
+          .ReadsToo(),
       LongRow(1004, "mode", 0, "",
               "quartic cools hot gas at once and warm gas slowly, as glowing bodies do; the others "
               "are even")
