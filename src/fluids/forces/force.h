@@ -1,5 +1,6 @@
 // Forces: what velocity change does this step add at a point?
 #pragma once
+#include <algorithm>
 #include <array>
 
 #include "fluids/flow/flow.h"
@@ -68,6 +69,13 @@ class Force : public iObject {
   /// it left in `sample.force`.
   template <class F>
   static void ForEachSample(const ForceRow& row, F&& f);
+  /// Adds the vector `along` times amount(index of the cell): to a cell, or to each of a row.
+  template <class Amount>
+  static void AddAlong(ForceSample& sample, const Vec3d& along, Amount&& amount) {
+    sample.force += along * amount(sample.cellIndex);
+  }
+  template <class Amount>
+  static void AddAlong(const ForceRow& row, const Vec3d& along, Amount&& amount);
   Flow* mFlow = nullptr;               ///< the one that it works on
   VelocityField* mVelocity = nullptr;  ///< of the flow
   ConstraintList mConstraints;
@@ -94,5 +102,50 @@ void Force::ForEachSample(const ForceRow& row, F&& f) {
     for (int a = 0; a < 3; ++a) row.force[a][x] = sample.force[a];
   }
 }
+
+template <class Amount>
+void Force::AddAlong(const ForceRow& row, const Vec3d& along, Amount&& amount) {
+  constexpr i32 kChunk = 128;
+  double amounts[kChunk];
+  for (i32 first = 0; first < row.count; first += kChunk) {
+    const i32 n = std::min(kChunk, row.count - first);
+    for (i32 x = 0; x < n; ++x) amounts[x] = amount(row.cellIndex + first + x);
+    for (int a = 0; a < 3; ++a) {
+      if (along[a] == 0) continue;
+      double* force = row.force[a] + first;
+      for (i32 x = 0; x < n; ++x) force[x] += along[a] * amounts[x];
+    }
+  }
+}
+
+/// A force whose formula stands once for a cell and for a row of cells. The class `Law` itself has
+/// `Push(place, s)`, a template that adds to a `ForceSample&` or to a `const ForceRow&` what the
+/// force gives there by a weight of `s`, and may have the three below.
+template <class Law>
+class ForceOf : public Force {
+ public:
+  using Force::Force;
+  ForceOf() = default;
+  using Force::Evaluate;
+  void Evaluate(ForceSample& sample) override {
+    if (!Has(FLAG_ACTIVE) || !ThisLaw().ActsOn(sample)) return;
+    double s = ThisLaw().Scale(sample.weight);
+    if (mConstraints.Test(sample.position, s, this, sample.worker)) ThisLaw().Push(sample, s);
+  }
+  void EvaluateRow(const ForceRow& row) override {
+    if (!mConstraints.IsEmpty() || !ThisLaw().IsAlikeInRows()) return Force::EvaluateRow(row);
+    if (const double s = ThisLaw().Scale(row.weight); s != 0) ThisLaw().Push(row, s);
+  }
+
+  /// What a caller's weight comes to in this step.
+  double Scale(double weight) const { return weight * mWeight; }
+  /// False where the force gives nothing and no constraint has to be asked.
+  bool ActsOn(const ForceSample& /*sample*/) const { return true; }
+  /// Whether `Push` knows rows now.
+  bool IsAlikeInRows() const { return true; }
+
+ private:
+  const Law& ThisLaw() const { return static_cast<const Law&>(*this); }
+};
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -60,13 +60,13 @@ const ParameterTable& Force_Buoyancy::Parameters() {
 }
 
 bool Force_Buoyancy::ResolveLinks() {
-  if (!Force::ResolveLinks()) return false;
+  if (!ForceOf::ResolveLinks()) return false;
   return mTemperature != nullptr;
 }
 
 void Force_Buoyancy::ClearLinks() {
   FinishForce();
-  Force::ClearLinks();
+  ForceOf::ClearLinks();
 }
 
 bool Force_Buoyancy::PrepareForce() {
@@ -86,48 +86,30 @@ void Force_Buoyancy::FinishForce() {
   for (CellSamples* samples : {&mT, &mD1, &mD2}) samples->Release();
 }
 
-void Force_Buoyancy::Evaluate(ForceSample& sample) {
-  if (!Has(FLAG_ACTIVE)) return;
+bool Force_Buoyancy::ActsOn(const ForceSample& sample) const {
   const auto at = [&](const CellSamples& samples) {
     return samples.Data() ? samples.Data()[sample.cellIndex] : 0.0;
   };
-  const double lift = Lift(at(mT), at(mD1), at(mD2));
-  if (lift == 0) return;
-  double s = sample.weight * mWeight;
-  if (!mConstraints.Test(sample.position, s, this, sample.worker)) return;
-  sample.force += mUp * (lift * Weight(s));
+  return Lift(at(mT), at(mD1), at(mD2)) != 0;
 }
 
-void Force_Buoyancy::EvaluateRow(const ForceRow& row) {
-  if (!mConstraints.IsEmpty()) return Force::EvaluateRow(row);
-  const double s = Weight(row.weight * mWeight);
-  if (s == 0) return;
-  const auto from = [&](const CellSamples& samples) {
-    return samples.Data() ? samples.Data() + row.cellIndex : nullptr;
+template <class Place>
+void Force_Buoyancy::Push(Place& place, double s) const {
+  s = Weight(s);
+  const double *t = mT.Data(), *d1 = mD1.Data(), *d2 = mD2.Data();
+  const auto push = [&](auto density1, auto density2) {
+    AddAlong(place, mUp, [&](i32 i) { return Lift(t[i], density1(i), density2(i)) * s; });
   };
-  const double *temperature = from(mT), *d1 = from(mD1), *d2 = from(mD2);
-  constexpr i32 kChunk = 128;
-  double lift[kChunk];
-  for (i32 first = 0; first < row.count; first += kChunk) {
-    const i32 n = std::min(kChunk, row.count - first);
-    const auto fill = [&](auto density1, auto density2) {
-      for (i32 x = 0; x < n; ++x)
-        lift[x] = Lift(temperature[first + x], density1(first + x), density2(first + x)) * s;
-    };
-    const auto none = [](i32) { return 0.0; };
-    const auto one = [d1](i32 x) { return d1[x]; };
-    const auto two = [d2](i32 x) { return d2[x]; };
-    if (d1) {
-      d2 ? fill(one, two) : fill(one, none);
-    } else {
-      d2 ? fill(none, two) : fill(none, none);
-    }
-    for (int a = 0; a < 3; ++a) {
-      if (mUp[a] == 0) continue;
-      double* force = row.force[a] + first;
-      for (i32 x = 0; x < n; ++x) force[x] += mUp[a] * lift[x];
-    }
+  const auto none = [](i32) { return 0.0; };
+  const auto one = [d1](i32 i) { return d1[i]; };
+  const auto two = [d2](i32 i) { return d2[i]; };
+  if (d1) {
+    d2 ? push(one, two) : push(one, none);
+  } else {
+    d2 ? push(none, two) : push(none, none);
   }
 }
+
+template class ForceOf<Force_Buoyancy>;
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

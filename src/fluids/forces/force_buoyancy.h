@@ -7,17 +7,18 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Warm gas rises, laden gas sinks: lift in proportion to temperature and density (Fedkiw, Stam,
 /// Jensen 2001, equation 8), along a direction of choice.
-class Force_Buoyancy : public Force {
+class Force_Buoyancy : public ForceOf<Force_Buoyancy> {
  public:
-  using Force::Force;
+  using ForceOf::ForceOf;
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
   void ClearLinks() override;
-  using Force::Evaluate;
-  void Evaluate(ForceSample& sample) override;
-  void EvaluateRow(const ForceRow& row) override;
+
+  template <class Place>
+  void Push(Place& place, double s) const;
+  bool ActsOn(const ForceSample& sample) const;
 
  protected:
   bool PrepareForce() override;
@@ -44,5 +45,7 @@ class Force_Buoyancy : public Force {
   double mColdest = 0;       ///< lower limit of the temperature channel
   CellSamples mT, mD1, mD2;  ///< at the flow's cells, from `PrepareFor` to `Finish`
 };
+
+extern template class ForceOf<Force_Buoyancy>;
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -4,7 +4,7 @@
 #include "fluids/emission/emission_settings.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
-#include "grids/fixed_blocks.h"
+#include "grids/work_data.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -52,7 +52,7 @@ const ParameterTable& Force_Gravity::Parameters() {
 }
 
 bool Force_Gravity::ReadParameters() {
-  if (!Force::ReadParameters()) return false;
+  if (!ForceOf::ReadParameters()) return false;
   Matrix placement;
   mInterface.GetMatrix(placement);
   mDirection = RotationOf(placement).Rotate(mAcceleration);
@@ -63,30 +63,16 @@ void Force_Gravity::PrepareFor(Flow& flow) {
   // Links of settings may be fetched after those of forces: their window is taken as late as this.
   mDuration = mSettings ? mSettings->mDuration : nullptr;
   if (mAlignment) mAlignment->SetWorkerCount(kShares);
-  Force::PrepareFor(flow);
+  ForceOf::PrepareFor(flow);
 }
 
-void Force_Gravity::Evaluate(ForceSample& sample) {
-  if (!Has(FLAG_ACTIVE)) return;
-  double s = Scalar(sample.weight);
-  if (!mConstraints.Test(sample.position, s, this, sample.worker)) return;
+Vec3d Force_Gravity::DirectionAt(const ForceSample& sample) const {
+  if (!mAlignment) return mDirection;
   Vec3d direction = mDirection;
-  if (mAlignment) {
-    mAlignment->GetDirection(direction, sample.position, sample.worker);
-    direction = Normalised(direction);
-  }
-  sample.force += direction * s;
+  mAlignment->GetDirection(direction, sample.position, sample.worker);
+  return Normalised(direction);
 }
 
-void Force_Gravity::EvaluateRow(const ForceRow& row) {
-  if (mAlignment || !mConstraints.IsEmpty()) return Force::EvaluateRow(row);
-  const double s = Scalar(row.weight);
-  if (s == 0) return;
-  for (int a = 0; a < 3; ++a) {
-    double* force = row.force[a];
-    const double change = mDirection[a] * s;
-    for (i32 x = 0; x < row.count; ++x) force[x] += change;
-  }
-}
+template class ForceOf<Force_Gravity>;
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

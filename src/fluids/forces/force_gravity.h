@@ -9,20 +9,26 @@ class GridEmissionSettings;
 
 /// Accelerates everything the same way, in the node's own axes, or by a unit of velocity a second
 /// along a direction that an alignment node gives for each point.
-class Force_Gravity : public Force {
+class Force_Gravity : public ForceOf<Force_Gravity> {
  public:
-  using Force::Force;
+  using ForceOf::ForceOf;
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool ReadParameters() override;
   void PrepareFor(Flow& flow) override;
-  using Force::Evaluate;
-  void Evaluate(ForceSample& sample) override;
-  void EvaluateRow(const ForceRow& row) override;
+
+  /// du = dt w s g, with the weight w of the place, the strength s and the acceleration g.
+  double Scale(double weight) const { return mTime->stepDuration * weight * mWeight * mStrength; }
+  template <class Place>
+  void Push(Place& place, double s) const {
+    AddAlong(place, DirectionAt(place), [s](i32) { return s; });
+  }
+  bool IsAlikeInRows() const { return !mAlignment; }
 
  private:
-  double Scalar(double weight) const { return mTime->stepDuration * weight * mWeight * mStrength; }
+  Vec3d DirectionAt(const ForceSample& sample) const;
+  Vec3d DirectionAt(const ForceRow& /*row*/) const { return mDirection; }
 
   GridEmissionSettings* mSettings = nullptr;  ///< their time window gates the force
   AlignmentVector3D* mAlignment = nullptr;
@@ -30,5 +36,7 @@ class Force_Gravity : public Force {
   Vec3d mDirection{0, -9.81, 0};
   double mStrength = 1.0;
 };
+
+extern template class ForceOf<Force_Gravity>;
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

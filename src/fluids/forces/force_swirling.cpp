@@ -1,6 +1,7 @@
 #include "fluids/forces/force_swirling.h"
 
 #include <cmath>
+#include <type_traits>
 
 #include "framework/node_kind.h"
 #include "framework/rest.h"
@@ -83,13 +84,13 @@ const ParameterTable& Force_Swirling::Parameters() {
 }
 
 bool Force_Swirling::ReadParameters() {
-  if (!Force::ReadParameters()) return false;
+  if (!ForceOf::ReadParameters()) return false;
   if (!mAlongFlow) mStrength *= 0.2;
   return true;
 }
 
 void Force_Swirling::Release(bool full) {
-  if (full) Force::Release(true);
+  if (full) ForceOf::Release(true);
   mMagnitude.reset();
   for (auto& grid : mVorticity) grid.reset();
 }
@@ -182,7 +183,7 @@ void Force_Swirling::ComputeVorticity() {
       [](double a, double b) { return std::max(a, b); });
 }
 
-inline Vec3d Force_Swirling::Push(i32 x, i32 y, i32 z, double s) const {
+inline Vec3d Force_Swirling::PushAt(i32 x, i32 y, i32 z, double s) const {
   const EGrid<double>& m = *mMagnitude;
   const i32 cell = m.Index(x, y, z);
   const Vec3d g = Vec3d{m[cell + 1] - m[cell - 1], m[cell + m.mNx] - m[cell - m.mNx],
@@ -202,27 +203,32 @@ inline Vec3d Force_Swirling::Push(i32 x, i32 y, i32 z, double s) const {
   return Cross(g / length, w) * s;
 }
 
-void Force_Swirling::Evaluate(ForceSample& sample) {
-  if (!Has(FLAG_ACTIVE) || !mMagnitude) return;
-  const GridLayout& layout = mMagnitude->mLayout;
-  if (!layout.Contains(sample.position, false)) return;
-  const VecInt3D c = TruncateNudged(layout.ToCells(sample.position));
-  for (int a = 0; a < 3; ++a)
-    if (c[a] < 1 || c[a] > layout.dims[a] - 2) return;  // the vorticity is known inside
-  double s = mForceScale * sample.weight * mWeight;
-  if (!mConstraints.Test(sample.position, s, this, sample.worker)) return;
-  sample.force += Push(c.x, c.y, c.z, s);
+VecInt3D Force_Swirling::CellOf(const ForceSample& sample) const {
+  return TruncateNudged(mMagnitude->mLayout.ToCells(sample.position));
 }
 
-void Force_Swirling::EvaluateRow(const ForceRow& row) {
-  if (!mConstraints.IsEmpty()) return Force::EvaluateRow(row);
-  const double s = mForceScale * row.weight * mWeight;
-  if (s == 0) return;
-  for (i32 x = 0; x < row.count; ++x) {
-    if (!row.open[x]) continue;
-    const Vec3d push = Push(row.cell.x + x, row.cell.y, row.cell.z, s);
-    for (int a = 0; a < 3; ++a) row.force[a][x] += push[a];
+bool Force_Swirling::ActsOn(const ForceSample& sample) const {
+  if (!mMagnitude || !mMagnitude->mLayout.Contains(sample.position, false)) return false;
+  const VecInt3D c = CellOf(sample);
+  for (int a = 0; a < 3; ++a)
+    if (c[a] < 1 || c[a] > mMagnitude->mLayout.dims[a] - 2) return false;
+  return true;
+}
+
+template <class Place>
+void Force_Swirling::Push(Place& place, double s) const {
+  if constexpr (std::is_same_v<Place, ForceSample>) {
+    const VecInt3D c = CellOf(place);
+    place.force += PushAt(c.x, c.y, c.z, s);
+  } else {
+    for (i32 x = 0; x < place.count; ++x) {
+      if (!place.open[x]) continue;
+      const Vec3d push = PushAt(place.cell.x + x, place.cell.y, place.cell.z, s);
+      for (int a = 0; a < 3; ++a) place.force[a][x] += push[a];
+    }
   }
 }
+
+template class ForceOf<Force_Swirling>;
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

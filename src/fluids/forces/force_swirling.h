@@ -7,17 +7,20 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Gives back the small swirls that the grid damps: pushes at right angles to the vorticity and to
 /// the gradient of its magnitude (Steinhoff and Underhill 1994; Fedkiw, Stam, Jensen 2001,
 /// section 3.2).
-class Force_Swirling : public Force {
+class Force_Swirling : public ForceOf<Force_Swirling> {
  public:
-  using Force::Force;
+  using ForceOf::ForceOf;
   Force_Swirling() = default;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool ReadParameters() override;
   void Release(bool full) override;
-  using Force::Evaluate;
-  void Evaluate(ForceSample& sample) override;
-  void EvaluateRow(const ForceRow& row) override;
+
+  double Scale(double weight) const { return mForceScale * weight * mWeight; }
+  template <class Place>
+  void Push(Place& place, double s) const;
+  /// The vorticity is known inside.
+  bool ActsOn(const ForceSample& sample) const;
 
   /// The length of the vorticity (1/s) at cell centres; null outside of a step.
   const EGrid<double>* GetMagnitude() const {
@@ -34,7 +37,8 @@ class Force_Swirling : public Force {
   /// Vorticity of the inner cells, less its mean, and its length.
   void ComputeVorticity();
   /// The push at a cell by a weight of `s`.
-  Vec3d Push(i32 x, i32 y, i32 z, double s) const;
+  Vec3d PushAt(i32 x, i32 y, i32 z, double s) const;
+  VecInt3D CellOf(const ForceSample& sample) const;
 
   double mStrength = 0;
   bool mSubtractMean = true;
@@ -45,5 +49,7 @@ class Force_Swirling : public Force {
   std::unique_ptr<EGrid<double>> mMagnitude;
   std::array<std::unique_ptr<EGrid<double>>, 3> mVorticity;
 };
+
+extern template class ForceOf<Force_Swirling>;
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
