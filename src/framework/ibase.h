@@ -99,6 +99,8 @@ class iBase : public host::ParameterHolder {
   /// Whether the object only adds to what it writes, so that among objects of which this is true
   /// the order changes nothing but roundings.
   virtual bool Commutes() const { return false; }
+  /// Whether the order of the two, which change the same thing, changes nothing but roundings.
+  virtual bool CommutesWith(const iBase& other) const { return Commutes() && other.Commutes(); }
   virtual bool IsDirty() const { return mFlags & FLAG_DIRTY; }
   virtual void SetMoved(bool moved) { SetFlag(FLAG_MOVED, moved); }
   virtual bool IsPipelineObject() const { return false; }

@@ -114,7 +114,7 @@ std::vector<OrderTie> FindTies(const std::vector<iBase*>& objects, const Scene& 
       iBase *a = objects[i], *b = objects[j];
       // What caches change is what they recorded: two in one field are told of elsewhere.
       if (a->GetListIndex() == kListCaches || b->GetListIndex() == kListCaches) continue;
-      if (a->ComesBefore(*b) || b->ComesBefore(*a) || (a->Commutes() && b->Commutes())) continue;
+      if (a->ComesBefore(*b) || b->ComesBefore(*a) || a->CommutesWith(*b)) continue;
       const iBase* target = waits.SharedTarget(a, b);
       if (target && !waits.Follows(a, b) && !waits.Follows(b, a)) ties.push_back({a, b, target, 0});
     }

@@ -38,7 +38,7 @@ struct OrderTie {
 };
 
 /// The ties among the objects of a stage, which stand in their order: of equal priority, not
-/// waiting for each other, and not both such that only add.
+/// waiting for each other, and such that their order counts.
 std::vector<OrderTie> FindTies(const std::vector<iBase*>& objects, const Scene& scene);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -55,7 +55,8 @@ const ParameterTable& GridAdvection::Parameters() {
           .AcceptsAny(kSolvers)
           .To(&GridAdvection::mScalarTarget)
           .To(&GridAdvection::mVectorTarget)
-          .To(&GridAdvection::mSolverTarget),
+          .To(&GridAdvection::mSolverTarget)
+          .Writes(),
       LongRow(kSchemeRow, "scheme", 1, "",
               "sharper or safer: semi_lagrangian blurs, MacCormack keeps detail, the conservative "
               "ones lose no smoke")
@@ -105,6 +106,11 @@ bool GridAdvection::ResolveLinks() {
 void GridAdvection::ClearLinks() {
   mSolver = nullptr;
   iObject::ClearLinks();
+}
+
+bool GridAdvection::CommutesWith(const iBase& other) const {
+  const auto* advection = dynamic_cast<const GridAdvection*>(&other);
+  return advection && advection->mSolver != mSolver;
 }
 
 iBase* GridAdvection::Target() const {

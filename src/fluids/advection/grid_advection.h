@@ -27,6 +27,8 @@ class GridAdvection : public iObject {
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
+  /// Those of different solvers, each of which moves what lies in its own box.
+  bool CommutesWith(const iBase& other) const override;
   void Release(bool full) override;
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
