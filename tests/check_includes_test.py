@@ -49,6 +49,11 @@ class CheckIncludes(unittest.TestCase):
         self.assertRegex(findings(files={"framework/x.cpp": "if (type == kTypeFluidSolver) {}\n"})[0], "kTypeFluidSolver")
         self.assertRegex(findings(files={"framework/x.cpp": "Find(1300002)\n"})[0], "1300002")
 
+    def test_parameters_that_fill_what_nothing_reads(self):
+        row, member = "Row().To(&A::mSize),\n", "int mSize = 0;  // mSize\n"
+        self.assertRegex(findings(files={"host/a.cpp": row, "host/a.h": member})[0], "fills mSize")
+        self.assertEqual(findings(files={"host/a.cpp": row + "return mSize;\n", "host/a.h": member}), [])
+
 
 if __name__ == "__main__":
     unittest.main()

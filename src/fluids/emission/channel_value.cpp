@@ -49,7 +49,7 @@ const ParameterTable& ChannelValue::Parameters() {
           .To(&ChannelValue::mVector),
       RealRow(1003, "second_value", 0.0, "field",
               "a further number for the node that reads this one")
-          .To(&ChannelValue::mSecondValue),
+          .Kept(),
       LinkRow(1004, "property", "takes the number from each particle instead", {})
           .To(&ChannelValue::mProperty),
       BoolRow(1007, "property_switch", false, "how a linked property is read").Kept(),

@@ -17,7 +17,6 @@ class ChannelValue : public iBase {
 
   double mValue = 1;
   Vec3d mVector{1, 1, 1};
-  double mSecondValue = 0;
   ChannelTarget mTarget;
   i32 mSolverField = ChannelTarget::kPressure;  ///< of a linked solver
   host::BaseNode* mProperty = nullptr;          ///< node of the property of particles

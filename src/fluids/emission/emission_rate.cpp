@@ -39,7 +39,7 @@ const ParameterTable& EmissionRate::Parameters() {
           .To(&EmissionRate::mVector),
       LongRow(5003, "whole_rate", 100, "1/s", "how many particles appear")
           .OnlyWith(5000, {2})
-          .To(&EmissionRate::mWhole),
+          .Kept(),
   };
   return table;
 }

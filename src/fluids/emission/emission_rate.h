@@ -20,7 +20,6 @@ class EmissionRate : public iBase {
   i32 mType = kReal;
   double mReal = 1;
   Vec3d mVector{1, 0, 0};
-  i32 mWhole = 100;  ///< read by particle emitters
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

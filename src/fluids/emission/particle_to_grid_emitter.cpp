@@ -57,8 +57,9 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
           .Required(),
       LongRow(1001, "particle_type", 0, "", "which particles of a linked group count")
           .Choices({{0, "passive"}, {1, "vorticity"}, {2, "liquid"}, {3, "diffuse"}})
-          .To(&ParticleToGridEmitter::mParticleType),
-      LinksRow(1002, "values", "what each point brings, into which field", {1300013})
+          .Kept(),
+      LinksRow(1002, "values", "what each point brings, into which field",
+               {ChannelValue::Kind().id})
           .To(&ParticleToGridEmitter::mValues)
           .Required(),
       LongRow(1003, "distance_mode", 0, "",

@@ -55,7 +55,6 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   std::vector<ChannelValue*> mValues;
   ConstraintList mConstraints;
   GridEmissionSettings mSettings;  ///< of all emissions: as a class that reads no parameters has it
-  i32 mParticleType = 0;
   i32 mDistanceMode = 0;
   const host::Gradient* mFalloffGradient = nullptr;
   double mMassScale = 1;
