@@ -240,6 +240,12 @@ def main():
         last = [json.loads(line) for line in (copy / "dust/stats.jsonl").open()][STEPS]
         assert last["channels"]["dust"]["max"] > 0.5, last["channels"]
 
+        dusty["nodes"][0]["children"].pop()
+        scene.write_text(json.dumps(dusty))
+        ask("cache-setup", scene)
+        caches = [node for node in json.loads(scene.read_text())["nodes"][0]["children"] if node["type"] == "cache"]
+        assert any("dust" in cache["parameters"]["objects"] for cache in caches), "a new field isn't recorded"
+
         scene.write_text(json.dumps(SCENE).replace('"rate"', '"rat"'))
         assert "did you mean 'rate'?" in ask("check", scene, status=3)
         wrong = json.loads(json.dumps(SCENE))

@@ -8,8 +8,8 @@
 #include "cache/cache_rows.h"
 #include "fluids/fields/channel_kinds.h"
 #include "fluids/fields/field_unit.h"
-#include "fluids/flow/ifluid_solver.h"
-#include "fluids/volume/volume_base.h"
+#include "fluids/volume/volume_mesh.h"
+#include "framework/cached_grids.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "grids/grid_resampler.h"
@@ -18,10 +18,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 namespace fs = std::filesystem;
-
-namespace {
-constexpr i32 kVolumeNode = 1028106;
-}  // namespace
 
 const NodeKind& GridCacher::Kind() {
   static const NodeKind kind = {
@@ -51,7 +47,7 @@ const ParameterTable& GridCacher::Parameters() {
     ParameterTable rows = CommonRows();
     std::find_if(rows.begin(), rows.end(),
                  [](const ParameterRow& row) { return row.id == cache_row::kObjects; })
-        ->Accepts({kVolumeNode})
+        ->Accepts({VolumeMesh::Kind().id})
         .AcceptsAny(kAllChannels)
         .AcceptsAny(kSolvers);
     const ParameterTable own = {
@@ -66,7 +62,8 @@ const ParameterTable& GridCacher::Parameters() {
             .Kept(),
         ButtonRow(1016, "delete_files", "what `sulva cache delete` does"),
         ButtonRow(1017, "choose_objects", "picks or makes what is to be recorded"),
-        LinkRow(1018, "duration", "records and plays only inside this time window", {1028240})
+        LinkRow(1018, "duration", "records and plays only inside this time window",
+                {Duration::Kind().id})
             .To(&GridCacher::mDuration),
         ButtonRow(1019, "choose_duration", "picks or makes a time window"),
         LongRow(1020, "resampling", 0, "",
@@ -91,10 +88,10 @@ const ParameterTable& GridCacher::Parameters() {
 
 GridCacher::GridCacher(BaseNode* node, Scene* scene)
     : Cache_OperatorBase(node, scene, "sulva_grid_frame") {}
-CachedGrids* GridCacher::StateOf(iBase& object) { return dynamic_cast<CachedGrids*>(&object); }
-
 
 // ---- objects ------------------------------------------------------------------------------------
+
+CachedGrids* GridCacher::StateOf(iBase& object) { return dynamic_cast<CachedGrids*>(&object); }
 
 GridCacher::Grids GridCacher::GridsOf(iBase& object) {
   CachedGrids* state = StateOf(object);

@@ -2,11 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <set>
 
 #include "cache/cache_rows.h"
+#include "cache/grid_cacher.h"
 #include "framework/cache_setup_rows.h"
 #include "framework/interface_handler.h"
 #include "framework/server_rows.h"
@@ -20,7 +22,9 @@ namespace MELDO_GLOBAL::app {
 
 using namespace host;
 using MELDO_SULVA::FindKind;
+using MELDO_SULVA::GridCacher;
 using MELDO_SULVA::InterfaceHandler;
+using MELDO_SULVA::IsA;
 using MELDO_SULVA::ParametersOf;
 
 namespace {
@@ -28,7 +32,6 @@ namespace {
 namespace setup = MELDO_SULVA::cache_setup;
 namespace cache_row = MELDO_SULVA::cache_row;
 
-constexpr i32 kGridCacher = 1300098;
 struct Passed {
   i32 server, cacher;
 };
@@ -40,9 +43,17 @@ constexpr Passed kPassed[] = {
     {setup::kBackwards, cache_row::kBackwards},   {setup::kCompression, cache_row::kCompression},
     {setup::kFormat, cache_row::kFormat},         {setup::kNumbering, cache_row::kNumbering}};
 
-bool IsSolver(i32 type) { return type >= 1300002 && type <= 1300004; }
-bool IsField(i32 type) { return (type >= 1300027 && type <= 1300030) || type == 1300112; }
-bool IsVolume(i32 type) { return type == 1028106; }
+/// Whether a cacher takes nodes of a type.
+bool IsCacheable(i32 type) {
+  const ParameterRow* row = FindRow(ParametersOf(GridCacher::Kind()), cache_row::kObjects);
+  return std::find(row->accepts.begin(), row->accepts.end(), type) != row->accepts.end();
+}
+/// Those of which a cacher is made where the server names none: what a flow changes.
+bool IsFieldOrSolver(i32 type) {
+  const auto* kind = FindKind(type);
+  return kind && IsCacheable(type) &&
+         (kind->list == MELDO_SULVA::kListChannels || kind->list == MELDO_SULVA::kListSolvers);
+}
 
 std::string SubjectOf(const BaseNode& node) {
   const auto* kind = FindKind(node.Type());
@@ -95,7 +106,7 @@ class Setup {
       AddPlaces(*node.Children()[i], (*children->Items())[i]);
   }
   void FindCachers(const BaseNode& node) {
-    if (node.Type() == kGridCacher) {
+    if (IsA<GridCacher>(node)) {
       ++mCachers;
       for (const BaseNode* object : Linked(node, cache_row::kObjects)) mCachedBy[object] = &node;
     }
@@ -112,8 +123,7 @@ class Setup {
   }
 
   void CheckCacheable(const BaseNode& object) const {
-    const i32 type = object.Type();
-    if (!IsSolver(type) && !IsField(type) && !IsVolume(type))
+    if (!IsCacheable(object.Type()))
       throw CommandError(kExitUsage,
                          fmt::format("{} can't be cached; expected a field, a volume or a gas",
                                      SubjectOf(object)));
@@ -124,8 +134,8 @@ class Setup {
   }
   void Collect(const BaseNode& node, std::vector<const BaseNode*>& objects) const {
     for (const BaseNode* child : node.Children()) {
-      const bool isKept = IsField(child->Type()) || IsSolver(child->Type());
-      if (isKept && (PlaysElsewhere(ServerOf(node)) || !mCachedBy.contains(child)))
+      if (IsFieldOrSolver(child->Type()) &&
+          (PlaysElsewhere(ServerOf(node)) || !mCachedBy.contains(child)))
         objects.push_back(child);
       Collect(*child, objects);
     }
@@ -179,7 +189,7 @@ class Setup {
     const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
     std::vector<std::string> lines;
     std::string settings =
-        fmt::format("\"mode\": {}", Word(kGridCacher, cache_row::kMode, Value(mode)));
+        fmt::format("\"mode\": {}", Word(GridCacher::Kind().id, cache_row::kMode, Value(mode)));
     if (parameters.GetBool(setup::kWindow)) {
       const std::string window = NewName("cache window");
       lines.emplace_back("// When the cache works; without a length, always.");
@@ -206,14 +216,15 @@ class Setup {
       const Value* value = server.Get(passed.server);
       if (!value || *value == FindRow(own, passed.server)->creation) continue;
       hasBaseName = hasBaseName || passed.cacher == cache_row::kBaseName;
-      settings += fmt::format(", \"{}\": {}", RowOf(kGridCacher, passed.cacher).name,
-                              Word(kGridCacher, passed.cacher, *value));
+      settings += fmt::format(", \"{}\": {}", RowOf(GridCacher::Kind().id, passed.cacher).name,
+                              Word(GridCacher::Kind().id, passed.cacher, *value));
     }
     // Two caches of one folder would write over each other's files.
     const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
     if (!hasBaseName && mCachers > 0 && parameters.GetLong(setup::kMode) != 0)
-      settings += fmt::format(", \"{}\": \"cache_{}_\"",
-                              RowOf(kGridCacher, cache_row::kBaseName).name, mCachers + 1);
+      settings +=
+          fmt::format(", \"{}\": \"cache_{}_\"",
+                      RowOf(GridCacher::Kind().id, cache_row::kBaseName).name, mCachers + 1);
     return settings;
   }
   static const ParameterRow& RowOf(i32 kind, i32 id) {

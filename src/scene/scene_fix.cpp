@@ -5,19 +5,25 @@
 #include <algorithm>
 #include <map>
 
+#include "fluids/mesh/multi_mesh.h"
+#include "fluids/volume/multi_volume.h"
 #include "nodes/catalogue.h"
 #include "scene/object_types.h"
 #include "scene/scene_context.h"
+#include "scene/scene_values.h"
 #include "scene/text_edits.h"
 
 namespace MELDO_GLOBAL::app {
 
 using MELDO_SULVA::FindKind;
+using MELDO_SULVA::Mesh;
+using MELDO_SULVA::MultiMesh;
+using MELDO_SULVA::MultiVolume;
 using MELDO_SULVA::NodeKind;
+using MELDO_SULVA::VolumeMesh;
 
 namespace {
 
-constexpr i32 kVolumeNode = 1028106, kMultiVolumeNode = 1300133;
 constexpr std::size_t kMostSingleMeshes = 4;
 
 std::string Joined(const std::vector<std::string>& parts) {
@@ -85,13 +91,19 @@ class VolumeFixer {
 
   void FixNode(const JsonValue& node) {
     const JsonValue* parameters = node.Find("parameters");
-    const auto parameter = [&](const char* name, const char* id) {
-      const JsonValue* value = parameters ? parameters->Find(name) : nullptr;
-      return value || !parameters ? value : parameters->Find(id);
+    const auto parameter = [&](const host::ParameterTable& table, i32 row) -> const JsonValue* {
+      if (!parameters || !parameters->Members()) return nullptr;
+      for (const JsonMember& member : *parameters->Members())
+        if (const host::ParameterRow* named = RowNamed(table, member.key);
+            named && named->id == row)
+          return &member.value;
+      return nullptr;
     };
     const i32 type = TypeOf(node);
-    if (type == kVolumeNode) FixLink(node, parameter("mesh", "1003"));
-    if (type == kMultiVolumeNode) FixList(node, parameter("meshes", "1100"));
+    if (type == VolumeMesh::Kind().id)
+      FixLink(node, parameter(VolumeMesh::Parameters(), VolumeMesh::kMeshRow));
+    if (type == MultiVolume::Kind().id)
+      FixList(node, parameter(MultiVolume::Parameters(), MultiVolume::kMeshesRow));
     ForEachItem(node.Find("children"), [&](const JsonValue& child) { FixNode(child); });
   }
 
@@ -102,11 +114,16 @@ class VolumeFixer {
   static std::string LastName(const std::string& reference) {
     return reference.starts_with('/') ? reference.substr(1) : reference;
   }
+  /// The text of a node that holds one parameter.
+  static std::string NodeText(const NodeKind& kind, const std::string& name, i32 row,
+                              const std::string& value) {
+    return fmt::format(R"({{ "type": "{}", "name": {}, "parameters": {{ "{}": {} }} }})", kind.type,
+                       Quoted(name), host::FindRow(kind.rows(), row)->name, value);
+  }
   /// The text of a mesh node, whose name is returned in `name`.
   std::string MeshNode(const JsonValue& volume, const std::string& reference, std::string& name) {
     name = NewName(NameOf(volume) + " " + LastName(reference));
-    return fmt::format(R"({{ "type": "mesh", "name": {}, "parameters": {{ "object": {} }} }})",
-                       Quoted(name), Quoted(reference));
+    return NodeText(Mesh::Kind(), name, Mesh::kObjectRow, Quoted(reference));
   }
 
   void FixLink(const JsonValue& volume, const JsonValue* link) {
@@ -147,9 +164,8 @@ class VolumeFixer {
       if (!reference.empty()) objects.push_back(Quoted(reference));
     }
     mEdits.Replace(list, fmt::format("[{}]", Joined(entries)));
-    AddChildren(volume, {fmt::format(R"({{ "type": "mesh_multi", "name": {}, )"
-                                     R"("parameters": {{ "objects": [{}] }} }})",
-                                     Quoted(name), Joined(objects))});
+    AddChildren(volume, {NodeText(MultiMesh::Kind(), name, MultiMesh::kObjectsRow,
+                                  fmt::format("[{}]", Joined(objects)))});
     Note(volume, fmt::format("made the node '{}' for {} objects", name, objects.size()));
   }
 

@@ -51,7 +51,7 @@ const ParameterTable& ChannelPair::Parameters() {
           .Writes()
           .Required(),
       LinkRow(kSettingsRow, "settings", "how much of it, when, and how it mixes with what is there",
-              {1300024})
+              {GridEmissionSettings::Kind().id})
           .To(&ChannelPair::mSettings)
           .Required(),
   };

@@ -69,7 +69,8 @@ const ParameterTable& GridEmissionSettings::Parameters() {
           .To(&GridEmissionSettings::mVector),
       BoolRow(1015, "show_vector", false, "a dialog shows vector_amount in place of amount").Kept(),
       LinkRow(kRateRow, "rate",
-              "a value node that takes the place of amount, shared by several sources", {1300011})
+              "a value node that takes the place of amount, shared by several sources",
+              {EmissionRate::Kind().id})
           .To(&iEmissionSettings::mRate),
       LongRow(kModeRow, "mode", 0, "",
               "add piles up, set replaces what was there, add_to_limit stops at the limit")
@@ -78,14 +79,15 @@ const ParameterTable& GridEmissionSettings::Parameters() {
       LinkRow(1003, "limit",
               "value node with the level at which add_to_limit stops; without it the upper end of "
               "the channel's range",
-              {1300011})
+              {EmissionRate::Kind().id})
           .OnlyWith(kModeRow, {2})
           .To(&GridEmissionSettings::mLimit),
       BoolRow(1001, "absolute", false,
               "gives the whole amount in every step, whatever its length: full at once")
           .To(&GridEmissionSettings::mAbsolute),
       LinkRow(kDurationRow, "duration",
-              "a puff instead of a steady source: when it runs, and how strongly", {1028240})
+              "a puff instead of a steady source: when it runs, and how strongly",
+              {Duration::Kind().id})
           .To(&GridEmissionSettings::mDuration),
       LongRow(kFalloffRow, "falloff", 0, "",
               "fades the source towards its surface, so that no hard shape shows in the smoke")

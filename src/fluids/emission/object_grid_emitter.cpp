@@ -40,7 +40,8 @@ const ParameterTable& ObjectGridEmitter::Parameters() {
               {1028106, 1300133, 1300034})
           .To(&ObjectGridEmitter::mVolume)
           .Required(),
-      LinksRow(1000, "channels", "what comes out there: pairs of field and settings", {1300012})
+      LinksRow(1000, "channels", "what comes out there: pairs of field and settings",
+               {ChannelPair::Kind().id})
           .To(&ObjectGridEmitter::mPairs)
           .Required(),
   };

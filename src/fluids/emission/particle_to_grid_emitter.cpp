@@ -82,7 +82,8 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
               "how far a point reaches: larger blobs join into a smooth skin")
           .AtLeast(0)
           .To(&ParticleToGridEmitter::mRadiusCells),
-      LinkRow(1016, "duration", "points are gathered only inside this time window", {1028240})
+      LinkRow(1016, "duration", "points are gathered only inside this time window",
+              {Duration::Kind().id})
           .To(&ParticleToGridEmitter::mDuration),
   };
   return table;

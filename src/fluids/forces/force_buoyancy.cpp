@@ -53,7 +53,7 @@ const ParameterTable& Force_Buoyancy::Parameters() {
       RealRow(1005, "density_coefficient", -0.008, "m/s^2",
               "how smoke moves by its own weight: negative sinks, positive rises")
           .To(&Force_Buoyancy::mDensityCoefficient),
-      LinkRow(1009, "duration", "lifts only inside this time window", {1028240})
+      LinkRow(1009, "duration", "lifts only inside this time window", {Duration::Kind().id})
           .To(&Force_Buoyancy::mDuration),
   };
   return table;

@@ -39,13 +39,14 @@ const ParameterTable& Force_Gravity::Parameters() {
                 "how hard and which way the gas is pushed, in the node's own axes")
           .To(&Force_Gravity::mAcceleration),
       LinkRow(1001, "alignment",
-              "pushes each place its own way instead, such as away from a centre", {1300010})
+              "pushes each place its own way instead, such as away from a centre",
+              {AlignmentVector3D::Kind().id})
           .To(&Force_Gravity::mAlignment),
       RealRow(1002, "strength", 1.0, "none",
               "a handle on the whole push: 2 is twice as hard, 0 is calm")
           .To(&Force_Gravity::mStrength),
       LinkRow(1003, "settings", "emission settings whose time window switches the push on and off",
-              {1300024})
+              {GridEmissionSettings::Kind().id})
           .To(&Force_Gravity::mSettings),
   };
   return table;

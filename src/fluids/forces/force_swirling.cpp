@@ -71,7 +71,7 @@ const ParameterTable& Force_Swirling::Parameters() {
           1000, "strength", 0.8, "1/s",
           "how curly it gets: too much looks like boiling; counts a fifth unless along_flow is on")
           .To(&Force_Swirling::mStrength),
-      LinkRow(1001, "duration", "curls only inside this time window", {1028240})
+      LinkRow(1001, "duration", "curls only inside this time window", {Duration::Kind().id})
           .To(&Force_Swirling::mDuration),
       BoolRow(1003, "subtract_mean", true,
               "leaves out the turning of the whole cloud, so that only small curls grow")

@@ -39,10 +39,10 @@ const ParameterTable& MultiMesh::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = Mesh::Parameters();
     std::erase_if(rows, [](const ParameterRow& row) { return row.id == 1000; });
-    rows.push_back(
-        LinksRow(1050, "objects", "the pieces of geometry that count as one mesh", {kMeshObject})
-            .To(&MultiMesh::mSources)
-            .Required());
+    rows.push_back(LinksRow(kObjectsRow, "objects", "the pieces of geometry that count as one mesh",
+                            {kMeshObject})
+                       .To(&MultiMesh::mSources)
+                       .Required());
     return rows;
   }();
   return table;

@@ -13,7 +13,7 @@ class MultiMesh : public iObject {
  public:
   MultiMesh() = default;
   MultiMesh(host::BaseNode* node, Scene* scene);
-  /// A copy has the node, not the meshes: it makes its own in `ResolveLinks`.
+  static constexpr i32 kObjectsRow = 1050;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   /// An obstacle when its node or any of its objects carries the tag.

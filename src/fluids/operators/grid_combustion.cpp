@@ -58,12 +58,12 @@ const ParameterTable& GridCombustion::Parameters() {
           .Writes()
           .ReadsToo()
           .Required(),
-      LinkRow(1001, "fire", "where flames are seen", {1300029})
+      LinkRow(1001, "fire", "where flames are seen", {FireField::Kind().id})
           .To(&GridCombustion::mFire)
           .Writes()
           .Required(),
       LinkRow(1002, "fuel", "what burns away; without one the fire channel shapes a flame",
-              {1300027, 1300028})
+              {PlainField::Kind().id, FuelField::Kind().id})
           .To(&GridCombustion::mFuel)
           .To(&GridCombustion::mKindled)
           .Writes()

@@ -92,7 +92,7 @@ const ParameterTable& GridCooling::Parameters() {
           .Writes()
           .Required(),
       LinkRow(1001, "fire", "the flames that age along with it; cells that burn keep their heat",
-              {1300029})
+              {FireField::Kind().id})
           .To(&GridCooling::mFire)
           .Writes()
           .ReadsToo(),

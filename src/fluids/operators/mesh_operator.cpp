@@ -10,11 +10,11 @@ using namespace host;
 ParameterTable MeshOperator::Rows(ParameterTable own) {
   own.insert(own.begin(),
              {LinkRow(1000, "target", "the mesh that is changed, or the volume whose mesh is meant",
-                      {1300143, 1028106})
+                      {Mesh::Kind().id, VolumeMesh::Kind().id})
                   .To(&MeshOperator::mTarget)
                   .Writes()
                   .Required(),
-              LinkRow(1001, "duration", "when it works, and how strongly", {1028240})
+              LinkRow(1001, "duration", "when it works, and how strongly", {Duration::Kind().id})
                   .To(&MeshOperator::mDuration)});
   return own;
 }

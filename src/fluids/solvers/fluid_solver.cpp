@@ -153,7 +153,7 @@ const ParameterTable& FluidSolver::Parameters() {
           .Kept(),
       LinkRow(1307, "projection_duration",
               "only inside this time window gas keeps its volume; outside, it can be squeezed",
-              {1028240})
+              {Duration::Kind().id})
           .To(&GasSettings::projectionDuration),
       BoolRow(1309, "compatibility", false,
               "kept with the scene; what flows in and out of a closed region is always balanced")

@@ -9,10 +9,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
 
-namespace {
-constexpr i32 kMeshNode = 1300143, kMultiMeshNode = 1300144;
-}  // namespace
-
 const NodeKind& MultiVolume::Kind() {
   static const NodeKind kind = {
       .id = 1300133,
@@ -42,10 +38,10 @@ const NodeKind& MultiVolume::Kind() {
 const ParameterTable& MultiVolume::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = VolumeMesh::Parameters();
-    std::erase_if(rows, [](const ParameterRow& row) { return row.id == 1003; });
-    rows.push_back(LinksRow(1100, "meshes",
+    std::erase_if(rows, [](const ParameterRow& row) { return row.id == VolumeMesh::kMeshRow; });
+    rows.push_back(LinksRow(kMeshesRow, "meshes",
                             "what the volume is made of; inside any of them is inside",
-                            {kMeshNode, kMultiMeshNode})
+                            {Mesh::Kind().id, MultiMesh::Kind().id})
                        .To(&MultiVolume::mSources)
                        .Required());
     rows.push_back(ButtonRow(1101, "take_children", "makes mesh nodes for the node's children"));
@@ -88,8 +84,8 @@ bool MultiVolume::ResolveLinks() {
   if (!iVolume::ResolveLinks()) return false;
   for (auto& [key, member] : mMembers) member->SetFlag(FLAG_MARK, false);
   for (BaseNode* node : mSources) {
-    if (node->Type() == kMeshNode) FindOrMake(node, -1);
-    if (node->Type() != kMultiMeshNode) continue;
+    if (node->Type() == Mesh::Kind().id) FindOrMake(node, -1);
+    if (node->Type() != MultiMesh::Kind().id) continue;
     auto* group = static_cast<MultiMesh*>(
         mScene->FindObject(node, kListGeometry, kBitMesh, kBitAny, kTypeMultiMesh));
     if (!group) continue;

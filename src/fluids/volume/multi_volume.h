@@ -16,7 +16,7 @@ class MultiVolume : public iVolume {
  public:
   MultiVolume() = default;
   MultiVolume(host::BaseNode* node, Scene* scene);
-  /// A copy has the node, not the members: it makes its own in `ResolveLinks`.
+  static constexpr i32 kMeshesRow = 1100;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   void GetCategories(u32& mask) const override;

@@ -40,8 +40,8 @@ const ParameterTable& VolumeMesh::Parameters() {
               "the simulation covers this shape even where nothing is in it yet")
           .To(&VolumeMesh::mWidensBounds),
       LongRow(1002, "mode", 1, "", "what a dialog shows of the node").Kept(),
-      LinkRow(1003, "mesh", "the shape, as a mesh node; of a group of meshes the first alone",
-              {1300143, 1300144})
+      LinkRow(kMeshRow, "mesh", "the shape, as a mesh node; of a group of meshes the first alone",
+              {Mesh::Kind().id, MultiMesh::Kind().id})
           .To(&VolumeMesh::mLinkedMesh)
           .Required(),
       RealRow(1004, "preview_radius", 50.0, "host", "of the ball that a viewport shows")
