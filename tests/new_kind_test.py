@@ -243,7 +243,8 @@ def main():
         dusty["nodes"][0]["children"].pop()
         scene.write_text(json.dumps(dusty))
         ask("cache-setup", scene)
-        caches = [node for node in json.loads(scene.read_text())["nodes"][0]["children"] if node["type"] == "cache"]
+        without_comments = re.sub(r"^\s*//.*$", "", scene.read_text(), flags=re.M)
+        caches = [node for node in json.loads(without_comments)["nodes"][0]["children"] if node["type"] == "cache"]
         assert any("dust" in cache["parameters"]["objects"] for cache in caches), "a new field isn't recorded"
 
         scene.write_text(json.dumps(SCENE).replace('"rate"', '"rat"'))
