@@ -102,9 +102,8 @@ std::string MisfitOf(const CheckpointHeader& header, const host::Document& docum
   if (header.version != SULVA_VERSION)
     return fmt::format("sulva {} wrote it, this is {}", Shown(header.version), SULVA_VERSION);
   if (header.format != kCheckpointFormat)
-    return fmt::format("its format is {}, and this build of sulva goes on from format {} alone{}",
-                       header.format, kCheckpointFormat,
-                       header.format < kCheckpointFormat ? ", which names the nodes" : "");
+    return fmt::format("its format is {}, and this build of sulva goes on from format {} alone",
+                       header.format, kCheckpointFormat);
   return DifferenceOf(header.nodes, NodesOf(document));
 }
 
