@@ -299,7 +299,7 @@ void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
         told.push_back(fmt::format("{}: {}", ObjectLabel(object), warning));
     };
     if (auto* cache = dynamic_cast<Cache_OperatorBase*>(&object)) add(cache->TakeWarnings());
-    if (auto* solver = dynamic_cast<FluidSolver*>(&object)) add(solver->mPressure.TakeWarnings());
+    if (auto* solver = dynamic_cast<FluidSolver*>(&object)) add(solver->TakeWarnings());
   });
 }
 }  // namespace

@@ -14,6 +14,9 @@ class VelocityGridEmitter {
   bool Prepare(Flow& flow);
   /// Adds what the forces give; only after `Prepare`, and without effect when that was false.
   void Run(Flow& flow);
+  /// What `Run` gave to the cells, by axis; null without a run. Until `Finish`, as long as nothing
+  /// else takes the flow's work grids.
+  const std::array<Grid<double>*, 3>& CellChanges() const { return mScratch; }
   /// Lets go of the forces.
   void Finish();
 

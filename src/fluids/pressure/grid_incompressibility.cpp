@@ -131,10 +131,14 @@ bool Grid_Incompressibility::Project() {
   };
   if (!mMoving.empty()) forEachLayer(&Grid_Incompressibility::AddBodyCoupling);
   forEachLayer(&Grid_Incompressibility::BuildSystem);
+  mFarLayers = {};
+  if (mFarField) AddFarField();
   BalanceRegions();
   Solve();
+  KeepFarField();
   forEachLayer(&Grid_Incompressibility::SubtractGradient);
   MeasureDivergence();
+  mFarLayers = {};
   mFields = {};
   mDensities.Release();
   return true;
@@ -184,6 +188,41 @@ void Grid_Incompressibility::BuildSystem(const CellBox& block) {
     coefficient(VariableDensity{c, mFields.density->mData});
   else
     coefficient(ConstantDensity{c / mDensity});
+}
+
+template <class F>
+void Grid_Incompressibility::ForEachFarFace(F&& f) const {
+  const i32 offsets[3] = {1, mCells.x, mCells.x * mCells.y};
+  for (const SideLayer& layer : mFarLayers) {
+    const i32 axis = layer.axis, p = axis == 0 ? 1 : 0, q = axis == 2 ? 1 : 2;
+    const EGrid<float>& open = *mFields.open[axis];
+    for (i32 j = 1; j < mCells[q] - 1; ++j)
+      for (i32 i = 1; i < mCells[p] - 1; ++i) {
+        VecInt3D face;
+        face[axis] = layer.high ? mCells[axis] - 1 : 1;
+        face[p] = i, face[q] = j;
+        const i32 above = (mCells.y * face.z + face.y) * mCells.x + face.x;
+        const i32 below = above - offsets[axis];
+        f(layer.high ? below : above, layer.high ? above : below,
+          layer.pressure[i64{mCells[p]} * j + i], open(face.x, face.y, face.z));
+      }
+  }
+}
+
+void Grid_Incompressibility::AddFarField() {
+  mFarLayers = mFarField->FindPressures(mFields, Used().GetRhs());
+  const double c = mFields.dt / (mCellSize * mCellSize);
+  const std::span<double> rhs = Used().GetRhs();
+  ForEachFarFace([&](i32 inner, i32 outer, double pressure, double open) {
+    const double weight =
+        mFields.density ? VariableDensity{c, mFields.density->mData}(inner, outer) : c / mDensity;
+    rhs[inner] += open * weight * pressure;
+  });
+}
+
+void Grid_Incompressibility::KeepFarField() {
+  const std::span<double> p = Used().GetResult();
+  ForEachFarFace([&](i32, i32 outer, double pressure, double) { p[outer] = pressure; });
 }
 
 void Grid_Incompressibility::SubtractGradient(const CellBox& block) {

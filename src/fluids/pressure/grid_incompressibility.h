@@ -9,6 +9,7 @@
 #include "fluids/flow/flow.h"
 #include "fluids/flow/flow_cells.h"
 #include "fluids/pressure/closed_regions.h"
+#include "fluids/pressure/far_field.h"
 #include "fluids/pressure/grid_cg_solver.h"
 #include "fluids/pressure/grid_gauss_solver.h"
 #include "fluids/pressure/grid_multigrid_solver.h"
@@ -44,6 +45,8 @@ class Grid_Incompressibility : public iObject {
   // all.
   /// Right-hand side and matrix.
   virtual void BuildSystem(const CellBox& block);
+  /// Lets the pressures of the far field act on the right-hand side.
+  void AddFarField();
   /// Makes the right-hand sides of closed regions add up to 0.
   virtual void BalanceRegions();
   /// The velocity update; each face is written by the block of the cell above it.
@@ -68,6 +71,8 @@ class Grid_Incompressibility : public iObject {
   void SetAccuracy(const SolverAccuracy& accuracy, double modification, double minDiagonalRatio);
 
   Flow* mFlow = nullptr;
+  /// Beyond open sides the pressure is that of the far field, and 0 without one.
+  FarField* mFarField = nullptr;
   i32 mLinearSolver = 1;  ///< 0 conjugate gradients, 1 Gauss-Seidel, 2 multigrid
   double mDensity = 1.23;
   ScalarField* mDensityChannel = nullptr;  ///< takes the place of the constant density
@@ -86,6 +91,12 @@ class Grid_Incompressibility : public iObject {
 
   bool PrepareSystem();
   void Solve();
+  /// Calls f(inner cell, outer cell, pressure, face) for the faces between the far field and inner
+  /// cells.
+  template <class F>
+  void ForEachFarFace(F&& f) const;
+  /// Puts the pressures of the far field beside those that were found.
+  void KeepFarField();
   void MeasureDivergence();
   double MeasureLayer(i32 z) const;
   /// Warns when moving solids squeeze or stretch a closed region.
@@ -113,6 +124,7 @@ class Grid_Incompressibility : public iObject {
   double mCellSize = 0;
   std::vector<MovingBody> mMoving;
   std::vector<std::vector<CouplingTerm>> mCoupling;  ///< by layer, in cell order
+  std::span<const SideLayer> mFarLayers;
   ClosedRegions mRegions;
   double mDivergenceMax = 0;
   double mLargestRhs = 0;  ///< before the last solve

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 
 #include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
@@ -15,6 +16,8 @@ using namespace host;
 namespace {
 
 constexpr double kHuge = std::numeric_limits<double>::max();
+// Cells between a container and the user's box that aren't worth a flow of their own.
+constexpr double kLeastGap = 4;
 
 ParameterRow WallRow(i32 id, std::string_view name, std::string_view help) {
   return LongRow(id, name, 1, "", help).Choices({{0, "open"}, {1, "closed"}});
@@ -93,6 +96,11 @@ const ParameterTable& FluidSolver::Parameters() {
       WallRow(1016, "wall_high_z",
               "closed keeps smoke in at the box's high z side, open lets it out there")
           .To(&GasSettings::wallHighZ),
+      LongRow(1310, "container_sides", 0, "",
+              "inside of the box the cells follow the smoke: free lets the gas beyond them move as "
+              "in the whole box, walls ends the gas there as at the box's own sides")
+          .Choices({{0, "free"}, {1, "walls"}})
+          .To(&GasSettings::containerSides),
       LongRow(1018, "extrapolation_rounds", 3, "cells",
               "how many cells into a solid the flow is continued, so that smoke glides along it")
           .AtLeast(0)
@@ -165,6 +173,8 @@ const ParameterTable& FluidSolver::Parameters() {
 FluidSolver::FluidSolver(BaseNode* node, Scene* scene) : iFluidSolver(node, scene), mFlow(scene) {
   mPressure.Rebind(nullptr, scene);
   mPressure.mFlow = &mFlow;
+  mOuter.Rebind(nullptr, scene);
+  mOuter.mFlow = &mFlow;
 }
 
 // ---- set-up -----------------------------------------------------------------------------------
@@ -174,13 +184,13 @@ bool FluidSolver::ReadParameters() {
   mFlow.mExpands = false;
   constexpr u8 bits[6] = {kWallLowX, kWallHighX, kWallLowY, kWallHighY, kWallLowZ, kWallHighZ};
   const i32 closed[6] = {wallLowX, wallHighX, wallLowY, wallHighY, wallLowZ, wallHighZ};
-  u8 walls = 0;
+  mUserWalls = 0;
   for (i32 side = 0; side < 6; ++side)
-    if (closed[side] != 0) walls |= bits[side];
-  mFlow.mBoundary.mWalls = walls;
+    if (closed[side] != 0) mUserWalls |= bits[side];
+  PlaceSides();
   mConstrain.mSettings = {solidBlend, followObstacles, useBodyVelocities};
   mPressure.mLinearSolver = linearSolver;
-  mPressure.mDensity = density;
+  mPressure.mDensity = mOuter.mDensity = density;
   mPressure.SetAccuracy({maxIterations, ToleranceOfSlider(accuracy)}, modification,
                         minDiagonalRatio);
   return true;
@@ -218,6 +228,7 @@ void FluidSolver::CheckDirty() {
 void FluidSolver::Reset() {
   mFlow.Reset();
   mPressure.Reset();
+  mOuter.Reset();
   mMaxSpeedSq = 0.001;
   SetFlag(FLAG_ACTIVE, false);
 }
@@ -226,6 +237,7 @@ void FluidSolver::Release(bool full) {
   if (full) iFluidSolver::Release(true);
   mFlow.Release(full);
   mPressure.Release(full);
+  mOuter.Release(full);
   mExtrapolation.Release();
   mConstrain.Release();
   mMaxSpeedSq = 0.001;
@@ -237,6 +249,7 @@ void FluidSolver::Persist(StateArchive& archive) {
   iFluidSolver::Persist(archive);
   mFlow.Persist(archive);
   mPressure.Persist(archive);
+  mOuter.Persist(archive);
   archive(mMaxSpeedSq);
 }
 
@@ -308,6 +321,10 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
   for (int a = 0; a < 3; ++a) {
     from[a] = std::max(lo[a], from[a] - padding);
     to[a] = std::min(hi[a], to[a] + padding);
+    if (containerSides == 0) {
+      if (from[a] < lo[a] + kLeastGap) from[a] = lo[a];
+      if (to[a] > hi[a] - kLeastGap) to[a] = hi[a];
+    }
     // Samples need two cells; the widened box always has them.
     to[a] = std::max(to[a], lo[a] + 2);
     from[a] = std::min(from[a], to[a] - 2);
@@ -319,14 +336,45 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
   SetFlag(FLAG_ACTIVE, true);
 }
 
+u8 FluidSolver::FreeSides() const {
+  const GridLayout* layout = mFlow.GetLayout();
+  if (containerSides != 0 || !layout) return 0;
+  Vec3d lo, hi;
+  UserBox(lo, hi);
+  u8 free = 0;
+  for (int a = 0; a < 3; ++a) {
+    if (layout->originCell[a] > lo[a] - 1) free |= kLowWall[a];
+    if (layout->originCell[a] + layout->dims[a] < hi[a] + 1) free |= kHighWall[a];
+  }
+  return free;
+}
+
+void FluidSolver::PlaceSides() {
+  const u8 free = FreeSides();
+  mFlow.mBoundary.mWalls = mUserWalls & static_cast<u8>(~free);
+  mPressure.mFarField = free != 0 ? &mOuter : nullptr;
+  Vec3d lo, hi;
+  UserBox(lo, hi);
+  // No lattice goes as far as that.
+  const Vec3d most{5e8, 5e8, 5e8};
+  mOuter.SetBox(TruncateNudged(Max(lo, -most)), TruncateNudged(Min(hi, most)), mUserWalls, free);
+}
+
 bool FluidSolver::ApplyBounds(const Vec3d& min, const Vec3d& max) {
   const bool isCached = Has(FLAG_CACHED);
+  const std::optional<GridLayout> before =
+      mFlow.GetLayout() ? std::optional(*mFlow.GetLayout()) : std::nullopt;
   const char* problem = Has(FLAG_ACTIVE) ? mFlow.Fit(min, max, isCached) : mInactiveReason;
   if (problem || !Has(FLAG_ACTIVE)) {
     Release(true);
     return Deactivate(problem);
   }
+  PlaceSides();
   if (isCached) mPressure.Release(true);
+  if (isCached || !mPressure.mFarField)
+    mOuter.Release(true);
+  else if (before && !before->Equals(*mFlow.GetLayout()))
+    mOuter.Continue(*before);
   return true;
 }
 
@@ -342,6 +390,7 @@ void FluidSolver::Evaluate(const EvaluationThreadData&) {
   if (mScene->mStage == kEmitters) {
     mFlow.mHasMoved = false;
     mFlow.BuildSolids();
+    if (mPressure.mFarField && !Has(FLAG_CACHED)) mOuter.BeginStep();
   }
   if (Has(FLAG_CACHED)) return;
   if (mScene->mStage == kForcesEmission) ApplyGridForces();
@@ -357,8 +406,16 @@ void FluidSolver::Finish() {
   if (mScene->mStage == kFlip) SetFlag(FLAG_ACTIVE, false);
 }
 
+std::vector<std::string> FluidSolver::TakeWarnings() {
+  std::vector<std::string> warnings = mPressure.TakeWarnings();
+  for (const std::string& warning : mOuter.TakeWarnings())
+    warnings.push_back("round the container, " + warning);
+  return warnings;
+}
+
 bool FluidSolver::ApplyGridForces() {
   mForces.Run(mFlow);
+  if (mPressure.mFarField) mOuter.AddForce(mForces.CellChanges());
   return true;
 }
 
@@ -371,6 +428,7 @@ bool FluidSolver::SolvePressure() {
   mExtrapolation.ExtendVelocity(mFlow, extrapolationRounds);
   mFlow.SetWallVelocities(0.0);
   mConstrain.Run(mFlow);
+  if (mPressure.mFarField) mOuter.EndStep();
   mFlow.mDivergence.Reset();
   return true;
 }

@@ -7,6 +7,7 @@
 #include "fluids/flow/velocity_constrain.h"
 #include "fluids/forces/velocity_grid_emitter.h"
 #include "fluids/pressure/grid_incompressibility.h"
+#include "fluids/pressure/outer_level.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -18,6 +19,7 @@ struct GasSettings {
   i32 wallLowX = 1, wallHighX = 1;  ///< 0 is open
   i32 wallLowY = 1, wallHighY = 1;
   i32 wallLowZ = 1, wallHighZ = 1;
+  i32 containerSides = 0;  ///< 1: sides inside of the box are walls or open as those of the box
   i32 extrapolationRounds = 3;
   double solidBlend = 1.0;
   bool followObstacles = true;
@@ -58,14 +60,19 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   bool GetReach(Vec3d& low, Vec3d& high) const override;
   double GetMaxSpeedSq() const override { return mMaxSpeedSq; }
   /// Two velocities of three components, the scratch of forces and constraints (6), level set,
-  /// divergence source and fractions (4), the linear system (13), and a share for the encoding of
-  /// exports and the grids of volumes (9).
-  double MemoryPerCell() const override { return (6 + 6 + 4 + 13 + 9) * sizeof(double); }
+  /// divergence source and fractions (4), the linear system (13), a share for the encoding of
+  /// exports and the grids of volumes (9), and the surroundings of a container that follows (3).
+  double MemoryPerCell() const override {
+    return (6 + 6 + 4 + 13 + 9 + (containerSides == 0 ? 3 : 0)) * sizeof(double);
+  }
 
   using iFluidSolver::GetFlow;
   Flow& GetFlow() override { return mFlow; }
   /// The box of a recorded velocity.
   bool TakeCachedPlace(const GridLayout& layout, i32 kind) override;
+
+  /// What went wrong in solves and wasn't taken yet, see `Grid_Incompressibility`.
+  std::vector<std::string> TakeWarnings();
 
   virtual bool ApplyGridForces();
   virtual bool SolvePressure();
@@ -79,12 +86,18 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   VelocityConstrain mConstrain;
   GridExtrapolation mExtrapolation;
   Grid_Incompressibility mPressure;
+  OuterLevel mOuter;
   double mMaxSpeedSq = 0.001;
 
  private:
   /// The user's box in whole cells of the domain, snapped inwards.
   void UserBox(Vec3d& lo, Vec3d& hi) const;
+  /// The sides of the container that lie inside of the user's box, where these end in the open.
+  u8 FreeSides() const;
+  /// Tells the flow which of its sides are walls, and what is beyond the others.
+  void PlaceSides();
 
+  u8 mUserWalls = 0;  ///< bits of `WallBit`
   bool mHasStoredBox = false;
   GridLayout mStoredLayout;
 };

@@ -1,0 +1,113 @@
+// Cells that grow with the distance from a container.
+#pragma once
+#include <array>
+#include <vector>
+
+#include "fluids/volume/wall_bits.h"
+#include "grids/fixed_blocks.h"
+#include "grids/grid.h"
+#include "grids/grid_layout.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class StateArchive;
+
+/// The cells of one axis. Places are in cells of the domain, those inside of the container whole
+/// ones.
+struct OuterAxis {
+  std::vector<double> lines;  ///< rising; cell i lies between lines i and i + 1
+  i32 first = 0, last = 0;    ///< the cells [first, last) cover the container without its outermost
+                              ///< layers
+
+  i32 Cells() const { return static_cast<i32>(lines.size()) - 1; }
+  double SizeOf(i32 cell) const { return lines[cell + 1] - lines[cell]; }
+  double CentreOf(i32 cell) const { return 0.5 * (lines[cell] + lines[cell + 1]); }
+  /// From the centre below a line that isn't the first or the last to the centre above it.
+  double DistanceAt(i32 line) const { return 0.5 * (lines[line + 1] - lines[line - 1]); }
+  bool operator==(const OuterAxis&) const = default;
+  void Persist(StateArchive& archive);
+};
+
+/// What a sample between four nodes of an axis takes of each.
+struct AxisTaps {
+  std::array<i32, 4> node{};
+  std::array<double, 4> weight{};
+};
+using LatticeTaps = std::array<std::vector<AxisTaps>, 3>;
+
+/// A lattice over a container and what surrounds it: cells of a few fine cells inside, which tile
+/// the container, and outside of it others that grow by a constant ratio. It ends at the user's
+/// box, or at last a thousand widths of the container away. The outermost layer of cells
+/// lies beyond the end, as in every grid that a projection works on.
+class OuterLattice {
+ public:
+  OuterLattice() = default;
+  /// For a container of the place `layout` in a user's box from `low` to `high`, in cells of the
+  /// domain. Empty when the container has no inner cells.
+  OuterLattice(const GridLayout& layout, const VecInt3D& low, const VecInt3D& high);
+
+  bool IsEmpty() const { return mAxes[0].lines.empty(); }
+  const OuterAxis& operator[](i32 axis) const { return mAxes[axis]; }
+  VecInt3D Dims() const { return {mAxes[0].Cells(), mAxes[1].Cells(), mAxes[2].Cells()}; }
+  /// Cells inside of the container.
+  VecInt3D InnerDims() const;
+  bool IsInnerCell(i32 x, i32 y, i32 z) const;
+  /// A face of `axis` that lies in the container or bounds it.
+  bool IsInnerFace(i32 axis, const VecInt3D& face) const;
+  /// Area of a face of `axis` and volume of a cell, in fine ones.
+  double AreaOf(i32 axis, const VecInt3D& face) const;
+  double VolumeOf(const VecInt3D& cell) const;
+
+  /// Taps on the samples of `kind` for the places `origin + i + offset`, first <= i < last, of an
+  /// axis: a cubic with continuous slopes, which no line of the lattice shows in.
+  std::vector<AxisTaps> TapsOf(i32 axis, i32 kind, double origin, IndexRange range) const;
+
+  bool operator==(const OuterLattice&) const = default;
+  void Persist(StateArchive& archive);
+
+ private:
+  std::array<OuterAxis, 3> mAxes;
+};
+
+/// Calls f(x, y, z, value) for all crossings of the taps' places on the axes, counted from 0.
+/// `values` are the samples of a lattice, `dims` their number. Runs on up to `threads` workers,
+/// each with layers of its own.
+template <class F>
+void Resample(const double* values, const VecInt3D& dims, const LatticeTaps& taps, i32 threads,
+              F&& f) {
+  const auto reach = [](const std::vector<AxisTaps>& axis) {
+    IndexRange range{axis.front().node[0], axis.front().node[3] + 1};
+    for (const AxisTaps& t : axis)
+      range = {std::min(range.first, t.node[0]), std::max(range.last, t.node[3] + 1)};
+    return range;
+  };
+  if (taps[0].empty() || taps[1].empty() || taps[2].empty()) return;
+  const IndexRange xs = reach(taps[0]), ys = reach(taps[1]);
+  const i32 nx = xs.last - xs.first, ny = ys.last - ys.first;
+  ForEachBlock(static_cast<i32>(taps[2].size()), threads, [&](i32 z) {
+    std::vector<double> layer(static_cast<std::size_t>(nx) * ny), line(nx);
+    for (i32 tap = 0; tap < 4; ++tap) {
+      const double weight = taps[2][z].weight[tap];
+      const double* from = values + i64{dims.x} * dims.y * taps[2][z].node[tap];
+      for (i32 y = 0; y < ny; ++y) {
+        const double* row = from + i64{dims.x} * (ys.first + y) + xs.first;
+        for (i32 x = 0; x < nx; ++x) layer[y * nx + x] += weight * row[x];
+      }
+    }
+    for (i32 y = 0; y < static_cast<i32>(taps[1].size()); ++y) {
+      std::fill(line.begin(), line.end(), 0.0);
+      for (i32 tap = 0; tap < 4; ++tap) {
+        const double* row = layer.data() + (taps[1][y].node[tap] - ys.first) * nx;
+        for (i32 x = 0; x < nx; ++x) line[x] += taps[1][y].weight[tap] * row[x];
+      }
+      for (i32 x = 0; x < static_cast<i32>(taps[0].size()); ++x) {
+        const AxisTaps& t = taps[0][x];
+        double sum = 0;
+        for (i32 tap = 0; tap < 4; ++tap) sum += t.weight[tap] * line[t.node[tap] - xs.first];
+        f(x, y, z, sum);
+      }
+    }
+  });
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

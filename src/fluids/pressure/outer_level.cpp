@@ -1,0 +1,413 @@
+#include "fluids/pressure/outer_level.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "fluids/volume/volume_base.h"
+#include "framework/scene.h"
+#include "framework/state_archive.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr double kTolerance = 1e-5;
+constexpr i32 kMostIterations = 200;
+constexpr double kModification = 0.97, kLeastRatio = 0.25;  // of the preconditioner
+constexpr i32 kContinued = 3;  // cells that the pressure is continued into solids
+
+/// The bits of `kHighWall` and `kLowWall` of an axis.
+u8 BitOf(i32 axis, bool high) { return (high ? kHighWall : kLowWall)[axis]; }
+
+}  // namespace
+
+// On so few cells, of such different sizes, multigrid cycles take six times as long.
+OuterLevel::OuterLevel() { mLinearSolver = 0; }
+
+void OuterLevel::Reset() {
+  Grid_Incompressibility::Reset();
+  mLattice = {};
+  mHasWind = false;
+}
+
+void OuterLevel::Release(bool full) {
+  Grid_Incompressibility::Release(full);
+  if (!full) return;
+  mLattice = {};
+  for (i32 axis = 0; axis < 3; ++axis)
+    mVelocity[axis].reset(), mOpen[axis].reset(), mOutside[axis].reset();
+  mVolume.reset();
+  mMixture.reset();
+  mHasWind = false;
+}
+
+void OuterLevel::Persist(StateArchive& archive) {
+  archive(mLattice, mVelocity[0], mVelocity[1], mVelocity[2], mHasWind, mWarned);
+}
+
+void OuterLevel::SetBox(const VecInt3D& low, const VecInt3D& high, u8 walls, u8 freeSides) {
+  mLow = low, mHigh = high;
+  mWalls = walls, mFree = freeSides;
+}
+
+bool OuterLevel::Allocate() {
+  const VecInt3D n = mLattice.Dims();
+  GridLayout layout;
+  layout.Set(n, ToReal(n), mFlow->GetLayout()->cellSize, {});
+  const auto fit = [&](auto& grid, i32 kind) {
+    using Grid = typename std::decay_t<decltype(grid)>::element_type;
+    if (grid && grid->mLayout.Equals(layout)) return true;
+    grid = std::make_unique<Grid>(layout, kind);
+    if (!grid->mData) grid.reset();
+    return grid != nullptr;
+  };
+  bool complete = fit(mVolume, kCentre);
+  for (i32 axis = 0; axis < 3; ++axis)
+    complete = complete && fit(mVelocity[axis], axis) && fit(mOpen[axis], axis) &&
+               fit(mOutside[axis], axis);
+  if (!complete) mLattice = {};
+  return complete;
+}
+
+template <class F>
+void OuterLevel::ForEachOutsideFace(F&& f) const {
+  for (i32 axis = 0; axis < 3; ++axis)
+    ForEachCell({{0, 0, 0}, mVelocity[axis]->Dims()}, [&](i32 x, i32 y, i32 z) {
+      if (!mLattice.IsInnerFace(axis, {x, y, z})) f(axis, VecInt3D{x, y, z});
+    });
+}
+
+// ---- open parts -------------------------------------------------------------------------------
+
+bool OuterLevel::EndsAtWall(i32 axis, bool high) const {
+  const std::vector<double>& lines = mLattice[axis].lines;
+  if (!(mWalls & BitOf(axis, high))) return false;
+  return high ? lines[lines.size() - 2] >= mHigh[axis] : lines[1] <= mLow[axis];
+}
+
+float OuterLevel::OpenOutside(i32 axis, const VecInt3D& face) const {
+  const VecInt3D n = mLattice.Dims();
+  if (face[axis] == 0 || face[axis] == n[axis]) return 0;
+  for (i32 a = 0; a < 3; ++a)
+    if (a != axis && (face[a] == 0 || face[a] == n[a] - 1)) return 0;
+  if (face[axis] == 1 && EndsAtWall(axis, false)) return 0;
+  if (face[axis] == n[axis] - 1 && EndsAtWall(axis, true)) return 0;
+  constexpr i32 kPoints = 4;
+  const double h = mFlow->GetLayout()->cellSize;
+  i32 solid = 0;
+  for (const VolumeBase* obstacle : mFlow->mBoundary.mObstacles) {
+    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->HasGridData()) continue;
+    const GridLayout& box = obstacle->GetGrid()->mLayout;
+    Vec3d low, high;
+    bool touches = true;
+    for (i32 a = 0; a < 3; ++a) {
+      low[a] = mLattice[a].lines[face[a]] * h;
+      high[a] = a == axis ? low[a] : mLattice[a].lines[face[a] + 1] * h;
+      touches = touches && low[a] < box.simMax[a] && high[a] >= box.simOrigin[a];
+    }
+    if (!touches) continue;
+    i32 inside = 0;
+    const i32 p = axis == 0 ? 1 : 0, q = axis == 2 ? 1 : 2;
+    for (i32 i = 0; i < kPoints * kPoints; ++i) {
+      Vec3d at = low;
+      at[p] += (high[p] - low[p]) * (i % kPoints + 0.5) / kPoints;
+      at[q] += (high[q] - low[q]) * (i / kPoints + 0.5) / kPoints;
+      inside += obstacle->IsInBounds(at) && obstacle->DistanceAtWorld(at) < 0;
+    }
+    solid = std::max(solid, inside);
+  }
+  return static_cast<float>((1 - solid / double{kPoints * kPoints}) * mLattice.AreaOf(axis, face) /
+                            mLattice[axis].DistanceAt(face[axis]));
+}
+
+void OuterLevel::MeasureOpen() {
+  const VecInt3D n = mLattice.Dims();
+  ForEachCell({{0, 0, 0}, n}, [&](i32 x, i32 y, i32 z) {
+    (*mVolume)(x, y, z) = static_cast<float>(mLattice.VolumeOf({x, y, z}));
+  });
+  for (auto& open : mOutside) open->Fill(0);
+  ForEachOutsideFace([&](i32 axis, const VecInt3D& face) {
+    const float open = OpenOutside(axis, face);
+    (*mOpen[axis])(face.x, face.y, face.z) = (*mOutside[axis])(face.x, face.y, face.z) = open;
+  });
+  for (i32 a = 0; a < 3; ++a) {
+    mCuts[a].clear();
+    for (i32 line = mLattice[a].first; line <= mLattice[a].last; ++line)
+      mCuts[a].push_back(static_cast<i32>(mLattice[a].lines[line]) -
+                         mFlow->GetLayout()->originCell[a]);
+  }
+  // Areas of inner faces come with their velocities.
+  Average(false);
+}
+
+// ---- the gas outside --------------------------------------------------------------------------
+
+Vec3d OuterLevel::Wind() const {
+  Vec3d wind;
+  if (!HasFlow() || !mHasWind) return wind;
+  const VecInt3D n = mLattice.Dims();
+  for (i32 axis = 0; axis < 3; ++axis) {
+    double volume = 0, sum = 0;
+    ForEachCell({{1, 1, 1}, n + ExtraOf(axis) - VecInt3D{1, 1, 1}}, [&](i32 x, i32 y, i32 z) {
+      const VecInt3D face{x, y, z};
+      bool isFar = false;
+      for (i32 a = 0; a < 3; ++a)
+        isFar |= face[a] == 1 || face[a] == n[a] + (a == axis ? 1 : 0) - 2;
+      if (!isFar || mLattice.IsInnerFace(axis, face)) return;
+      const double size = mLattice.AreaOf(axis, face) * mLattice[axis].DistanceAt(face[axis]);
+      volume += size;
+      sum += size * (*mVelocity[axis])(x, y, z);
+    });
+    if (volume > 0) wind[axis] = sum / volume;
+  }
+  return wind;
+}
+
+void OuterLevel::BeginStep() {
+  SetAccuracy({kMostIterations, kTolerance}, kModification, kLeastRatio);
+  const GridLayout& layout = *mFlow->GetLayout();
+  OuterLattice lattice(layout, mLow, mHigh);
+  const bool isNew =
+      !(lattice == mLattice) || !mVelocity[2] || mVelocity[2]->mLayout.cellSize != layout.cellSize;
+  const Vec3d wind = isNew ? Wind() : Vec3d{};
+  mLattice = std::move(lattice);
+  if (mLattice.IsEmpty() || !Allocate()) return Release(true);
+  if (isNew)
+    for (i32 axis = 0; axis < 3; ++axis) mVelocity[axis]->Fill(wind[axis]);
+  MeasureOpen();
+  if (!isNew) return;
+  mWithoutInner = true;
+  ProjectAll();
+  mWithoutInner = false;
+  Average(false);
+  ContinueVelocity();
+  WriteSides();
+}
+
+void OuterLevel::AddForce(const std::array<Grid<double>*, 3>& change) {
+  mPush = {};
+  if (!IsCut()) return;
+  const VecInt3D n = mFlow->GetLayout()->dims;
+  const EGrid<float>* cells =
+      mFlow->mFractions.HasField(0, 0) ? mFlow->mFractions.GetRead(0, 0) : nullptr;
+  if (!cells || !change[2]) return;
+  // What isn't alike along the sides has its cause inside.
+  Vec3d least, most;
+  bool any = false;
+  for (i32 axis = 0; axis < 3; ++axis)
+    for (const bool high : {false, true}) {
+      if (!IsFree(axis, high)) continue;
+      CellBox box{{1, 1, 1}, n - VecInt3D{1, 1, 1}};
+      (high ? box.min : box.max)[axis] = high ? n[axis] - 2 : 2;
+      ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+        const i32 cell = change[0]->Index(x, y, z);
+        if (!((*cells)[cell] > 0)) return;
+        const Vec3d here{(*change[0])[cell], (*change[1])[cell], (*change[2])[cell]};
+        least = any ? Min(least, here) : here;
+        most = any ? Max(most, here) : here;
+        any = true;
+      });
+    }
+  for (i32 axis = 0; axis < 3; ++axis)
+    mPush[axis] = least[axis] > 0 ? least[axis] : most[axis] < 0 ? most[axis] : 0;
+  mHasWind = mHasWind || mPush != Vec3d{};
+}
+
+void OuterLevel::AddHead(double dt) {
+  const VecInt3D n = mLattice.Dims();
+  const double h = mFlow->GetLayout()->cellSize;
+  Grid<double> head(n, kCentre);
+  ForEachCell({{1, 1, 1}, n - VecInt3D{1, 1, 1}}, [&](i32 x, i32 y, i32 z) {
+    double sum = 0;
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const VecInt3D up = ExtraOf(axis);
+      const EGrid<double>& v = *mVelocity[axis];
+      const double mean = 0.5 * (v(x, y, z) + v(x + up.x, y + up.y, z + up.z));
+      sum += mean * mean;
+    }
+    head(x, y, z) = 0.5 * sum;
+  });
+  ForEachOutsideFace([&](i32 axis, const VecInt3D& face) {
+    if (!((*mOpen[axis])(face.x, face.y, face.z) > 0)) return;
+    if (face[axis] == 1 || face[axis] == n[axis] - 1) return;
+    const VecInt3D below = face - ExtraOf(axis);
+    (*mVelocity[axis])(face.x, face.y, face.z) -=
+        dt * (head(face.x, face.y, face.z) - head(below.x, below.y, below.z)) /
+        (h * mLattice[axis].DistanceAt(face[axis]));
+  });
+}
+
+// ---- projection -------------------------------------------------------------------------------
+
+bool OuterLevel::GatherFields(ProjectionFields& fields) {
+  for (i32 axis = 0; axis < 3; ++axis) {
+    fields.velocity[axis] = mVelocity[axis].get();
+    fields.open[axis] = (mWithoutInner ? mOutside : mOpen)[axis].get();
+  }
+  fields.openCell = mVolume.get();
+  fields.density = mWithoutInner ? nullptr : mMixture.get();
+  fields.dt = mTime->stepDuration;
+  return fields.dt > 0;
+}
+
+/// With velocities times distances and areas over distances the cells count as cubes.
+bool OuterLevel::ProjectAll() {
+  const auto scale = [&](bool back) {
+    const VecInt3D n = mLattice.Dims();
+    for (i32 axis = 0; axis < 3; ++axis) {
+      VecInt3D low{}, high = mVelocity[axis]->Dims();
+      low[axis] = 1, high[axis] = n[axis];
+      ForEachCell({low, high}, [&](i32 x, i32 y, i32 z) {
+        const double distance = mLattice[axis].DistanceAt(VecInt3D{x, y, z}[axis]);
+        (*mVelocity[axis])(x, y, z) *= back ? 1 / distance : distance;
+      });
+    }
+  };
+  scale(false);
+  const bool done = Project();
+  scale(true);
+  mReports.clear();
+  return done;
+}
+
+void OuterLevel::BuildSystem(const CellBox& block) {
+  Grid_Incompressibility::BuildSystem(block);
+  const i32 z = block.min.z;
+  if (mWithoutInner) return AddInflow(z);
+  if (z < mLattice[2].first || z >= mLattice[2].last) return;
+  const VecInt3D inner = mLattice.InnerDims(), n = mLattice.Dims();
+  const std::span<double> rhs = Used().GetRhs();
+  for (i32 j = 0; j < inner.y; ++j)
+    std::copy_n(mInner.data() + i64{inner.x} * (inner.y * (z - mLattice[2].first) + j), inner.x,
+                rhs.data() + (n.y * z + mLattice[1].first + j) * n.x + mLattice[0].first);
+}
+
+/// What passes the sides of the container enters the cells beside it.
+void OuterLevel::AddInflow(i32 z) {
+  const VecInt3D n = mLattice.Dims();
+  const double inverseCell = 1.0 / mFlow->GetLayout()->cellSize;
+  const std::span<double> rhs = Used().GetRhs();
+  for (i32 axis = 0; axis < 3; ++axis)
+    for (const bool high : {false, true}) {
+      CellBox cells;
+      for (i32 a = 0; a < 3; ++a) cells.min[a] = mLattice[a].first, cells.max[a] = mLattice[a].last;
+      cells.min[axis] = high ? mLattice[axis].last : mLattice[axis].first - 1;
+      cells.max[axis] = cells.min[axis] + 1;
+      if (cells.min[axis] < 1 || cells.min[axis] >= n[axis] - 1) continue;
+      if (z < cells.min.z || z >= cells.max.z) continue;
+      cells.min.z = z, cells.max.z = z + 1;
+      const VecInt3D up = high ? VecInt3D{} : ExtraOf(axis);
+      ForEachCell(cells, [&](i32 x, i32 y, i32) {
+        const i32 face = mVelocity[axis]->Index(x + up.x, y + up.y, z + up.z);
+        const double flow = (*mOpen[axis])[face] * (*mVelocity[axis])[face] * inverseCell;
+        rhs[(n.y * z + y) * n.x + x] += high ? flow : -flow;
+      });
+    }
+}
+
+std::span<const SideLayer> OuterLevel::FindPressures(const ProjectionFields& fields,
+                                                     std::span<const double> rhs) {
+  if (!IsCut()) return {};
+  AddHead(fields.dt);
+  const Vec3d push = std::exchange(mPush, {});
+  if (push != Vec3d{})
+    ForEachOutsideFace([&](i32 axis, const VecInt3D& face) {
+      if ((*mOpen[axis])(face.x, face.y, face.z) > 0)
+        (*mVelocity[axis])(face.x, face.y, face.z) += push[axis];
+    });
+  Average(true);
+  SumInner(fields, rhs);
+  if (fields.density)
+    AverageDensity(*fields.density);
+  else
+    mMixture.reset();
+  if (!ProjectAll()) return {};
+  ContinuePressure();
+  mSides.clear();
+  const GridLayout& layout = *mFlow->GetLayout();
+  for (i32 axis = 0; axis < 3; ++axis)
+    for (const bool high : {false, true}) {
+      if (!IsFree(axis, high)) continue;
+      const i32 p = axis == 0 ? 1 : 0, q = axis == 2 ? 1 : 2,
+                layer = high ? layout.dims[axis] - 1 : 0;
+      SideLayer side{.axis = axis, .high = high, .pressure = {}};
+      side.pressure.resize(static_cast<std::size_t>(layout.dims[p]) * layout.dims[q]);
+      LatticeTaps taps;
+      for (i32 a = 0; a < 3; ++a)
+        taps[a] = mLattice.TapsOf(
+            a, kCentre, layout.originCell[a],
+            a == axis ? IndexRange{layer, layer + 1} : IndexRange{0, layout.dims[a]});
+      Resample(mPressure.data(), mLattice.Dims(), taps, Threads(),
+               [&](i32 x, i32 y, i32 z, double value) {
+                 const VecInt3D cell{x, y, z};
+                 side.pressure[i64{layout.dims[p]} * cell[q] + cell[p]] = value;
+               });
+      mSides.push_back(std::move(side));
+    }
+  return mSides;
+}
+
+void OuterLevel::EndStep() {
+  if (!IsCut()) return;
+  Average(false);
+  ContinueVelocity();
+  WriteSides();
+}
+
+/// Samples beside solids and walls find no hole there.
+void OuterLevel::ContinuePressure() {
+  const VecInt3D n = mLattice.Dims();
+  const std::span<const double> found = GetPressure();
+  const double* diagonal = Used().GetMatrix().Diagonal();
+  mPressure.assign(found.begin(), found.end());
+  std::vector<u8> known(mPressure.size());
+  for (std::size_t c = 0; c < known.size(); ++c) known[c] = diagonal[c] != 0;
+  const i32 offsets[3] = {1, n.x, n.x * n.y};
+  // Beyond open sides of the user's box it is 0.
+  ForEachCell({{1, 1, 1}, n - VecInt3D{1, 1, 1}}, [&](i32 x, i32 y, i32 z) {
+    const i32 c = (n.y * z + y) * n.x + x;
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const VecInt3D cell{x, y, z};
+      if (cell[axis] == 1 && (*mOpen[axis])(x, y, z) > 0) known[c - offsets[axis]] = 1;
+      const VecInt3D above = cell + ExtraOf(axis);
+      if (cell[axis] == n[axis] - 2 && (*mOpen[axis])(above.x, above.y, above.z) > 0)
+        known[c + offsets[axis]] = 1;
+    }
+  });
+  for (i32 round = 0; round < kContinued; ++round) {
+    const std::vector<u8> before = known;
+    ForEachCell({{0, 0, 0}, n}, [&](i32 x, i32 y, i32 z) {
+      const VecInt3D cell{x, y, z};
+      const i32 c = (n.y * z + y) * n.x + x;
+      if (before[c]) return;
+      double sum = 0;
+      i32 count = 0;
+      for (i32 axis = 0; axis < 3; ++axis) {
+        if (cell[axis] > 0 && before[c - offsets[axis]])
+          sum += mPressure[c - offsets[axis]], ++count;
+        if (cell[axis] < n[axis] - 1 && before[c + offsets[axis]])
+          sum += mPressure[c + offsets[axis]], ++count;
+      }
+      if (count == 0) return;
+      mPressure[c] = sum / count;
+      known[c] = 1;
+    });
+  }
+}
+
+void OuterLevel::ContinueVelocity() {
+  for (const auto& velocity : mVelocity)
+    for (i32 axis = 0; axis < 3; ++axis)
+      for (const bool high : {false, true}) {
+        EGrid<double>& v = *velocity;
+        CellBox box{{0, 0, 0}, v.Dims()};
+        box.min[axis] = high ? box.max[axis] - 1 : 0;
+        box.max[axis] = box.min[axis] + 1;
+        const VecInt3D inward = high ? -ExtraOf(axis) : ExtraOf(axis);
+        ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+          v(x, y, z) = v(x + inward.x, y + inward.y, z + inward.z);
+        });
+      }
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

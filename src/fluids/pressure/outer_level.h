@@ -1,0 +1,91 @@
+// The gas round a container that follows its content.
+#pragma once
+#include <array>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "fluids/pressure/grid_incompressibility.h"
+#include "fluids/pressure/outer_lattice.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Gas between the sides of a flow's container and the user's box, on the cells of an
+/// `OuterLattice`.
+///
+/// In a step its pressure and that of the container are found together on the lattice, whose cells
+/// inside of the container take what the fine ones have to bring about; the container then solves
+/// for its own pressure with that of the lattice beyond its sides. Outside, the flow has no
+/// vorticity: where the container moves, it is found anew from what passes through the container's
+/// sides and from the wind far away, and in a step it changes by gradients alone, that of the
+/// pressure and, for the advection, that of half the square of the speed. Nothing depends on the
+/// number of workers. Speeds in simulation units per second.
+class OuterLevel : public Grid_Incompressibility, public FarField {
+ public:
+  OuterLevel();
+  void Reset() override;
+  void Release(bool full) override;
+  void Persist(StateArchive& archive) override;
+
+  /// The user's box in cells of the domain, which of its sides are walls, and which sides of the
+  /// flow's container end in the open inside of it (bits of `WallBit`).
+  void SetBox(const VecInt3D& low, const VecInt3D& high, u8 walls, u8 freeSides);
+  /// Gives the velocity that the container has gained since it was at `before` what was outside.
+  void Continue(const GridLayout& before);
+  /// Cuts the surroundings of the container for a step, and finds the flow there where it moved.
+  void BeginStep();
+  /// Adds to the gas outside what a change of velocity by cell adds alike along all open sides.
+  void AddForce(const std::array<Grid<double>*, 3>& change);
+  std::span<const SideLayer> FindPressures(const ProjectionFields& fields,
+                                           std::span<const double> rhs) override;
+  /// Takes over what the container moves like now, and gives it the flow beyond its open sides.
+  void EndStep();
+
+ protected:
+  bool GatherFields(ProjectionFields& fields) override;
+  void GatherMovingBodies(std::vector<MovingBody>& /*bodies*/) const override {}
+  void BuildSystem(const CellBox& block) override;
+
+ private:
+  bool Allocate();
+  void MeasureOpen();
+  float OpenOutside(i32 axis, const VecInt3D& face) const;
+  bool HasFlow() const { return !mLattice.IsEmpty() && mVelocity[2]; }
+  /// And what it can pass in this step.
+  bool IsCut() const { return HasFlow() && mOpen[2]; }
+  /// The lattice ends at a wall of the user's box.
+  bool EndsAtWall(i32 axis, bool high) const;
+  Vec3d Wind() const;
+  /// Takes the mean velocity of the fine faces: of all inner ones, or of those on the sides.
+  void Average(bool onlySides);
+  void SumInner(const ProjectionFields& fields, std::span<const double> rhs);
+  void AverageDensity(const EGrid<double>& fine);
+  void AddHead(double dt);
+  bool ProjectAll();
+  void ContinuePressure();
+  void ContinueVelocity();
+  void AddInflow(i32 z);
+  void Sample(i32 axis, const CellBox& box, bool onlyOpen);
+  void WriteSides();
+  template <class F>
+  void ForEachOutsideFace(F&& f) const;
+  bool IsFree(i32 axis, bool high) const { return mFree & (high ? kHighWall : kLowWall)[axis]; }
+
+  OuterLattice mLattice;
+  std::array<std::unique_ptr<EGrid<double>>, 3> mVelocity;
+  std::array<std::unique_ptr<EGrid<float>>, 3> mOpen;     ///< areas over distances, open parts
+  std::array<std::unique_ptr<EGrid<float>>, 3> mOutside;  ///< the same without inner faces
+  std::unique_ptr<EGrid<float>> mVolume;
+  std::unique_ptr<EGrid<double>> mMixture;  ///< density; null where it is the same everywhere
+  std::array<std::vector<i32>, 3> mCuts;    ///< fine faces of the inner lines
+  std::vector<double> mInner;               ///< right-hand sides of the inner cells
+  std::vector<double> mPressure;            ///< by cell, continued into cells without a row
+  std::vector<SideLayer> mSides;
+  VecInt3D mLow{}, mHigh{};
+  u8 mWalls = 0, mFree = 0;
+  Vec3d mPush{};               ///< what forces add outside in this step
+  bool mHasWind = false;       ///< something has moved all of the gas outside alike
+  bool mWithoutInner = false;  ///< the inner cells take no part in the projection
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

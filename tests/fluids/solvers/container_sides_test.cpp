@@ -1,0 +1,187 @@
+// The sides of a container inside of the user's box.
+#include <gtest/gtest.h>
+
+#include <numbers>
+
+#include "fluids/gas_rig.h"
+
+using namespace MELDO_GLOBAL;
+using namespace MELDO_GLOBAL::MELDO_SULVA;
+
+namespace {
+
+constexpr i32 kMiddle = 60;  // of the user's box, in cells
+constexpr double kCellSize = 0.1;
+
+struct SidesRig : GasRig {
+  explicit SidesRig(i32 threads = 1)
+      : GasRig({2 * kMiddle, 2 * kMiddle, 2 * kMiddle}, kCellSize, threads) {}
+  /// A step with a source of 1 m^3/s round the middle, `above` cells over the floor, in a container
+  /// of the content from -`reach` to `reach` cells round it.
+  void Expand(double reach, double above = kMiddle) {
+    SetUp();
+    const Vec3d middle{kMiddle, above, kMiddle}, r{reach, reach, reach};
+    Fit(middle - r, middle + r);
+    RunGas(kEmitters);
+    EGrid<double>& source = *gas->mFlow.mDivergence.GetGrid(0);
+    double volume = 0;
+    const auto isInside = [&](const Vec3d& p) { return Length(p - middle * kCellSize) < 0.35; };
+    Fill(source, [&](const Vec3d& p) { return isInside(p) ? 1.0 : 0.0; });
+    for (i32 i = 0; i < source.mCount; ++i) volume += source[i] * kCellSize * kCellSize * kCellSize;
+    for (i32 i = 0; i < source.mCount; ++i) source[i] /= volume;
+    RunGas(kPressure);
+  }
+  /// u at a face `x` cells from the middle along x, `y` and `z` along the others.
+  double U(i32 x, double y, double z, double above = kMiddle) const {
+    const EGrid<double>& u = *gas->mFlow.mVelocity.GetGrid(0);
+    return SampleLinear(
+        u, u.ToSamples(Vec3d{kMiddle + double(x), above + y, kMiddle + z} * kCellSize));
+  }
+  static double Exact(double x, double y, double z) {
+    const Vec3d r = Vec3d{x, y, z} * kCellSize;
+    return r.x / (4 * std::numbers::pi * std::pow(Length(r), 3));
+  }
+  void AppendVelocity(std::vector<double>& out) const {
+    for (i32 a = 0; a < 3; ++a) {
+      const EGrid<double>& g = *gas->mFlow.mVelocity.GetGrid(a);
+      out.insert(out.end(), g.mData, g.mData + g.mCount);
+    }
+  }
+};
+
+/// How far the centre of a hot ball has risen, m, after a second, in a container that follows it,
+/// or with `whole` in the whole of the user's box.
+double RiseOfAPuff(i32 sides, bool whole) {
+  GasRig rig({40, 60, 40}, kCellSize);
+  rig.gasNode->Set(1310, sides);
+  const host::BaseNode& heatNode = rig.Add("channel_temp", "heat");
+  auto* heat = rig.Object<ScalarField>(heatNode);
+  host::BaseNode& lift = rig.Add("force_buoyancy", "lift");
+  lift.Set(1000, LinkTo(heatNode));
+  lift.Set(1004, 0.03);
+  for (const host::BaseNode* target :
+       {&heatNode, static_cast<const host::BaseNode*>(rig.gasNode)}) {
+    host::BaseNode& move = rig.Add("grid_advection", "move");
+    move.Set(1000, LinkTo(*target));
+    move.Set(1005, LinkTo(*rig.gasNode));
+  }
+  const Vec3d start = Vec3d{20, 18, 20} * kCellSize;
+  double height = 0;
+  for (i32 step = 0; step < 25; ++step) {
+    rig.SetUp();
+    Vec3d min{kUnbounded, kUnbounded, kUnbounded}, max = -min;
+    heat->ExpandBounds(min, max);
+    if (step == 0) min = start - Vec3d{0.5, 0.5, 0.5}, max = start + Vec3d{0.5, 0.5, 0.5};
+    if (whole)
+      rig.Fit();
+    else
+      rig.Fit(min * (1 / kCellSize), max * (1 / kCellSize));
+    EGrid<double>& field = *heat->GetGridForWrite(0);
+    if (step == 0)
+      GasRig::Fill(field, [&](const Vec3d& p) { return Length(p - start) < 0.5 ? 100.0 : 0.0; });
+    rig.RunGas(kEmitters);
+    rig.RunOperators();
+    for (const i32 stage : {kForcesEmission, kPressure, kFlip}) rig.RunGas(stage);
+    heat->UpdateRange();
+    double sum = 0, moment = 0;
+    const EGrid<double>& moved = *heat->GetGrid(0);
+    ForEachCell({{0, 0, 0}, moved.Dims()}, [&](i32 x, i32 y, i32 z) {
+      sum += moved(x, y, z);
+      moment += moved(x, y, z) * moved.PositionOf(x, y, z).y;
+    });
+    height = moment / sum - start.y;
+  }
+  return height;
+}
+
+}  // namespace
+
+TEST(ContainerSides, APuffRisesAsInTheWholeBox) {
+  const double whole = RiseOfAPuff(0, true);
+  EXPECT_GT(whole, 0.5);
+  EXPECT_NEAR(RiseOfAPuff(0, false) / whole, 1, 0.02);
+  EXPECT_LT(RiseOfAPuff(1, false) / whole, 0.95);
+}
+
+TEST(ContainerSides, WhatExpandsFlowsOutAlikeOnAllOfThem) {
+  SidesRig rig;
+  rig.Expand(7);
+  ASSERT_EQ(rig.gas->mFlow.GetLayout()->dims.x, 24);
+  EXPECT_EQ(rig.gas->mFlow.mBoundary.mWalls, 0);
+  // In the middle of a side, at an edge and in a corner.
+  EXPECT_NEAR(rig.U(11, 0, 0) / SidesRig::Exact(11, 0, 0), 1, 0.04);
+  EXPECT_NEAR(rig.U(11, 10.5, 0) / SidesRig::Exact(11, 10.5, 0), 1, 0.04);
+  EXPECT_NEAR(rig.U(11, 10.5, 10.5) / SidesRig::Exact(11, 10.5, 10.5), 1, 0.04);
+  EXPECT_NEAR(rig.U(-6, 6, 0) / SidesRig::Exact(-6, 6, 0), 1, 0.03);
+  EXPECT_LT(rig.gas->mPressure.DivergenceMax(), 1e-6);
+}
+
+TEST(ContainerSides, AsToldTheyAreThoseOfTheBox) {
+  SidesRig rig;
+  rig.gasNode->Set(1310, i32{1});
+  rig.Expand(7);
+  EXPECT_EQ(rig.gas->mFlow.mBoundary.mWalls, kWallsAll);
+  EXPECT_NEAR(rig.U(11, 0, 0), 0, 1e-6);
+  rig.Walls(0, 0, 0, 0, 0, 0);
+  rig.Expand(7);
+  EXPECT_EQ(rig.gas->mFlow.mBoundary.mWalls, 0);
+  EXPECT_LT(rig.U(11, 0, 0) / SidesRig::Exact(11, 0, 0), 0.9);
+}
+
+TEST(ContainerSides, WhereTheyTouchTheBoxItsWallsHold) {
+  SidesRig rig;
+  rig.Expand(7, 7);
+  EXPECT_EQ(rig.gas->mFlow.GetLayout()->originCell.y, -1);
+  EXPECT_EQ(rig.gas->mFlow.mBoundary.mWalls, kWallLowY);
+  const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
+  for (i32 z = 1; z < v.mNz - 1; ++z)
+    for (i32 x = 1; x < v.mNx - 1; ++x) ASSERT_EQ(v(x, 1, z), 0);
+  // The floor mirrors the source.
+  const auto exact = [](double x, double y) {
+    return SidesRig::Exact(x, y, 0) + SidesRig::Exact(x, y + 14, 0);
+  };
+  EXPECT_NEAR(rig.U(11, 0, 0, 7) / exact(11, 0), 1, 0.05);
+  EXPECT_NEAR(rig.U(11, -6.5, 0, 7) / exact(11, -6.5), 1, 0.05);
+  EXPECT_NEAR(rig.U(11, 10, 0, 7) / exact(11, 10), 1, 0.05);
+  // A gap that is too narrow for a flow of its own is part of the container.
+  rig.Expand(2, 9);
+  EXPECT_EQ(rig.gas->mFlow.GetLayout()->originCell.y, -1);
+}
+
+TEST(ContainerSides, CellsThatAreGainedGoOnWithTheFlow) {
+  SidesRig rig;
+  rig.Expand(7);
+  rig.SetUp();
+  const Vec3d middle{kMiddle, kMiddle, kMiddle};
+  rig.Fit(middle - Vec3d{10, 7, 7}, middle + Vec3d{12, 9, 7});
+  // Where the container was, and in the first and the last layer of what it gained.
+  for (const i32 x : {-14, -13, -6, 11, 12, 13, 16})
+    EXPECT_NEAR(rig.U(x, 1.5, 0.5) / SidesRig::Exact(x, 1.5, 0.5), 1, 0.06) << x;
+}
+
+TEST(ContainerSides, WhatPushesAllOfTheGasLeavesAClosedBoxAtRest) {
+  SidesRig rig;
+  rig.Add("force_gravity", "gravity");
+  for (i32 i = 0; i < 3; ++i) {
+    rig.SetUp();
+    const double up = 2 * i;
+    rig.Fit({50, 40 + up, 50}, {64, 60 + up, 70});
+    for (const i32 stage : {kEmitters, kForcesEmission, kPressure, kFlip}) rig.RunGas(stage);
+  }
+  // Without the gas outside it would fall by 0.4 m/s in each of the steps.
+  EXPECT_LT(std::sqrt(rig.gas->mFlow.MeasureMaxSpeedSq()), 1e-3);
+}
+
+TEST(ContainerSides, NothingDependsOnTheNumberOfWorkers) {
+  std::vector<double> first;
+  for (const i32 threads : {1, 2, 5}) {
+    SidesRig rig(threads);
+    rig.Add("grid_advection", "move").Set(1005, LinkTo(*rig.gasNode));
+    rig.Expand(6);
+    rig.Expand(8);
+    std::vector<double> state;
+    rig.AppendVelocity(state);
+    if (first.empty()) first = state;
+    EXPECT_EQ(state, first) << threads;
+  }
+}
