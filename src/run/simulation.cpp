@@ -11,6 +11,7 @@
 
 #include "cache/cache_operator.h"
 #include "fluids/solvers/fluid_solver.h"
+#include "fluids/volume/volume_base.h"
 #include "framework/rest.h"
 #include "framework/stage_order.h"
 #include "framework/state_archive.h"
@@ -291,6 +292,19 @@ void Simulation::AddWarningsOf(const Scene& scene, FrameRecord& record) {
 }
 
 namespace {
+/// What is said of a gap that the cells of its scene don't show.
+std::string GapText(const NarrowGaps::Place& gap, const Vec3d& toWorld) {
+  const Vec3d at = gap.at * toWorld;
+  const std::string other = !gap.other             ? "a wall of the container"
+                            : gap.other == gap.one ? "another side of it"
+                                                   : ObjectLabel(*gap.other);
+  return fmt::format(
+      "{} and {} face each other {:.2g} cells apart, at [{:.4g}, {:.4g}, {:.4g}]; "
+      "smoke may not pass there: only a smaller 'cell_size' of the server shows "
+      "gaps below half a cell",
+      ObjectLabel(*gap.one), other, gap.width, at.x, at.y, at.z);
+}
+
 /// Adds what caches and solvers report of themselves, each sentence once.
 void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
   ForEachObject(scene, [&](iBase& object) {
@@ -299,7 +313,11 @@ void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
         told.push_back(fmt::format("{}: {}", ObjectLabel(object), warning));
     };
     if (auto* cache = dynamic_cast<Cache_OperatorBase*>(&object)) add(cache->TakeWarnings());
-    if (auto* solver = dynamic_cast<FluidSolver*>(&object)) add(solver->TakeWarnings());
+    auto* solver = dynamic_cast<FluidSolver*>(&object);
+    if (!solver) return;
+    add(solver->TakeWarnings());
+    for (const NarrowGaps::Place& gap : solver->GetFlow().mNarrowGaps.TakePlaces())
+      told.push_back(GapText(gap, scene.mDomain.simToWorld));
   });
 }
 }  // namespace

@@ -88,8 +88,10 @@ struct SamplePoints {
     FindCorners(at, OffsetOf(data.Shape().mKind), data.Shape().Dims(), n, corners);
     isParted = false;
     if (!data.thin) return;
+    const i32 kind = data.Shape().mKind;
     for (i32 i = 0; i < n; ++i) {
-      reach[i] = data.thin->Reach(at.At(i));
+      reach[i] =
+          kind <= kFaceZ ? data.thin->ReachFaces(at.At(i), kind) : data.thin->Reach(at.At(i));
       isParted |= reach[i] != 0xff;
     }
   }

@@ -31,8 +31,7 @@ struct AdvectionData {
   std::span<const AdvectedField> fields;  ///< one or more, of one kind
   const GridBoundary* boundary = nullptr;
   const Grid<u8>* solidCells = nullptr;  ///< flags of `SolidCells`; null asks the boundary
-  /// Faces that thin walls close, which paths and samples of centred fields don't cross; may be
-  /// null.
+  /// Faces that thin walls close, which paths and samples don't cross; may be null.
   const ThinFaces* thin = nullptr;
   /// Open fractions of the fields' faces: a face is solid when none of it is open. Null goes by the
   /// boundary at the samples.

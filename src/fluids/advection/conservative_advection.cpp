@@ -86,11 +86,13 @@ void ConservativeAdvection::MarkHolders(const Flow& flow, const EGrid<double>& s
     for (i32 y = 0; y < mDims.y; ++y)
       for (i32 x = 0; x < mDims.x; ++x) {
         const i32 c = mHolds->Index(x, y, z);
-        const bool holds = (flags && (flags[c] & SolidCells::kOpenCentre)) ||
-                           !flow.boundary->IsSolid({x + 0.5, y + 0.5, z + 0.5}, source, false);
+        const u8 walls = flow.thin ? flow.thin->At(c) : 0;
+        const bool holds = !(walls & ThinFaces::kFilled) &&
+                           ((flags && (flags[c] & SolidCells::kOpenCentre)) ||
+                            !flow.boundary->IsSolid({x + 0.5, y + 0.5, z + 0.5}, source, false));
         const bool moves = holds && !IsBorder({x, y, z});
         mHolds->mData[c] = holds;
-        mMoves->mData[c] = moves;
+        mMoves->mData[c] = moves ? static_cast<u8>(1 | walls << 1) : u8{0};
         // What comes in from outside isn't thinned.
         if (!moves) mVolume->mData[c] = holds;
       }
@@ -114,7 +116,10 @@ bool ConservativeAdvection::Advect(const Flow& flow, const EGrid<double>& source
   // What was given is over: its memory serves as two fields.
   auto* spare = reinterpret_cast<double*>(mGiven->mData);
   mEvening.Run(moves, moved, {spare, spare + mGiven->mCount}, flow.threads);
-  if (sharp) mSharpening.Run(blocks, moves, moved, flow.threads);
+  if (sharp)
+    mSharpening.Run(blocks, moves, moved,
+                    flow.thin ? flow.thin->Faces() : std::span<const ThinFaces::Face>{},
+                    flow.threads);
   ForEachLayer(flow, [&](i32 z) {
     const i32 first = z * mSlice;
     std::copy_n(mMoved->mData + first, mSlice, mVolume->mData + first);

@@ -31,6 +31,7 @@ class ConservativeAdvection {
     const GridBoundary* boundary = nullptr;
     const Grid<u8>* solidCells = nullptr;    ///< flags of `SolidCells`; without them all is tested
     const ScalarWalls* wallCells = nullptr;  ///< which cells solids cover and leave; may be null
+    const ThinFaces* thin = nullptr;         ///< faces that nothing passes; may be null
     i32 reach = 1;                           ///< of `ScalarWalls::HandOver`
     double nothing = 0;                      ///< the value of a cell that holds nothing
     i32 order = 0;                           ///< of the path, see `TracePath`
@@ -68,7 +69,8 @@ class ConservativeAdvection {
     return c.x == 0 || c.y == 0 || c.z == 0 || c.x == mDims.x - 1 || c.y == mDims.y - 1 ||
            c.z == mDims.z - 1;
   }
-  void PlaceBlocks(const Flow& flow, RowVectors& ends, i32 n, Contribution* blocks) const;
+  void PlaceBlocks(const Flow& flow, const RowVectors& start, RowVectors& ends, i32 n,
+                   Contribution* blocks) const;
   void TraceInnerRow(const Flow& flow, i32 y, i32 z);
   void RecordBackward(const Flow& flow);
   void AskSlab(i32 slab);
@@ -87,7 +89,8 @@ class ConservativeAdvection {
   f32 mCellSize = 0;
   const u8* mFlags = nullptr;                   ///< of the step's solid cells
   std::unique_ptr<Grid<u8>> mHolds;             ///< 1: the cell can hold smoke
-  std::unique_ptr<Grid<u8>> mMoves;             ///< 1: it holds smoke and isn't outermost
+  std::unique_ptr<Grid<u8>> mMoves;             ///< as `EvenLine` has them: it holds smoke and
+                                                ///< isn't outermost
   std::unique_ptr<Grid<Contribution>> mBlocks;  ///< what each cell asks for
   std::vector<Slab> mSlabs;
   std::vector<std::vector<ForwardContribution>> mForward;  ///< by layer, in cell order

@@ -20,9 +20,10 @@ bool IsEmpty(const Contribution& block, const CornerOffsets& corners) {
 
 }  // namespace
 
-/// The blocks round the ends of paths, given in cells: points in solids are pushed out first.
-void ConservativeAdvection::PlaceBlocks(const Flow& flow, RowVectors& ends, i32 n,
-                                        Contribution* blocks) const {
+/// The blocks round the ends of paths, given in cells: points in solids are pushed out first, paths
+/// end at thin walls, and of a block those cells count that can be reached from there.
+void ConservativeAdvection::PlaceBlocks(const Flow& flow, const RowVectors& start, RowVectors& ends,
+                                        i32 n, Contribution* blocks) const {
   i32 cells[kRowChunk];
   if (mFlags) FindCells(ends, mDims, n, cells);
   for (i32 i = 0; i < n; ++i) {
@@ -31,6 +32,8 @@ void ConservativeAdvection::PlaceBlocks(const Flow& flow, RowVectors& ends, i32 
     if (flow.boundary->PushOut(relative, true, kPushOutMargin))
       ends.Set(i, relative / static_cast<double>(mCellSize));
   }
+  if (flow.thin)
+    for (i32 i = 0; i < n; ++i) ends.Set(i, flow.thin->Stop(start.At(i), ends.At(i)));
   RowCorners corners;
   FindCorners(ends, OffsetOf(kCentre), mDims, n, corners);
   const CornerOffsets offsets(mDims.x, mSlice);
@@ -38,6 +41,8 @@ void ConservativeAdvection::PlaceBlocks(const Flow& flow, RowVectors& ends, i32 
     const u8* holds = mHolds->mData + corners.index[i];
     u32 closed = 0;
     for (int k = 0; k < 8; ++k) closed |= (holds[offsets.at[k]] ^ 1u) << k;
+    // What lies outside of the sides is no continuation of anything here.
+    if (flow.thin) closed |= 0xffu & ~flow.thin->Reach(ends.At(i), ThinFaces::kOutermostToo);
     blocks[i] = {.base = corners.index[i],
                  .closed = static_cast<u8>(closed),
                  .fx = corners.fraction[0].v[i],
@@ -54,7 +59,7 @@ void ConservativeAdvection::TraceInnerRow(const Flow& flow, i32 y, i32 z) {
     for (i32 i = 0; i < n; ++i) start.Set(i, {x + i + 0.5, y + 0.5, z + 0.5});
     VelocityAtSamples(flow.velocity, kCentre, x, y, z, n, k1);
     TraceRow(flow.velocity, start, k1, -flow.step / mCellSize, flow.order, n, ends);
-    PlaceBlocks(flow, ends, n, mBlocks->mData + first);
+    PlaceBlocks(flow, start, ends, n, mBlocks->mData + first);
   }
 }
 
@@ -150,7 +155,7 @@ void ConservativeAdvection::SendForward(const Flow& flow, const RowVectors& star
   Contribution blocks[kRowChunk];
   SampleVelocity(flow.velocity, start, n, k1);
   TraceRow(flow.velocity, start, k1, flow.step / mCellSize, flow.order, n, ends);
-  PlaceBlocks(flow, ends, n, blocks);
+  PlaceBlocks(flow, start, ends, n, blocks);
   const CornerOffsets corners(mDims.x, mSlice);
   for (i32 i = 0; i < n; ++i) {
     ForwardContribution forward{

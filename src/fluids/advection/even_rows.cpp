@@ -10,16 +10,19 @@ namespace {
 
 constexpr i32 kChunk = 128;
 
-/// One where the cells and their neighbours below and above both take part.
+/// One where the cells and their neighbours below and above both take part, and the face between
+/// is open.
 struct OpenPairs {
   Potential below[kChunk], above[kChunk];
 };
 
-SULVA_WIDE_KERNEL void FindOpenPairs(const u8* moves, i32 step, i32 n, OpenPairs& open) {
+SULVA_WIDE_KERNEL void FindOpenPairs(const u8* moves, i32 axis, i32 step, i32 n, OpenPairs& open) {
   Potential* __restrict below = open.below, * __restrict above = open.above;
+  const i32 closed = axis + 1;
   for (i32 i = 0; i < n; ++i) {
-    below[i] = static_cast<Potential>(moves[i] & moves[i - step]);
-    above[i] = static_cast<Potential>(moves[i] & moves[i + step]);
+    const i32 low = moves[i - step], own = moves[i], high = moves[i + step];
+    below[i] = static_cast<Potential>(low & own & ~own >> closed & 1);
+    above[i] = static_cast<Potential>(own & high & ~high >> closed & 1);
   }
 }
 
@@ -85,8 +88,9 @@ void RelaxPotential(const EvenLine& line, const Potential* excess, const Potenti
   OpenPairs open;
   ForEachChunk(line, [&](i32 first, i32 n) {
     std::fill_n(sum, n, Potential{0});
-    for (const i32 step : {1, line.ny, line.nz}) {
-      FindOpenPairs(line.moves + first, step, n, open);
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const i32 step = line.Step(axis);
+      FindOpenPairs(line.moves + first, axis, step, n, open);
       AddDifferences(from + first, open, step, n, sum);
     }
     Relax(from + first, excess + first, sum, weight, n, to + first);
@@ -108,8 +112,9 @@ void LimitFlows(const EvenLine& line, const Potential* potential, const double* 
   OpenPairs open;
   ForEachChunk(line, [&](i32 first, i32 n) {
     std::fill_n(share + first, n, 0.0);
-    for (const i32 step : {1, line.ny, line.nz}) {
-      FindOpenPairs(line.moves + first, step, n, open);
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const i32 step = line.Step(axis);
+      FindOpenPairs(line.moves + first, axis, step, n, open);
       AddOutflow(potential + first, open, step, n, share + first);
     }
     FindShares(volume + first, content + first, n, share + first, strength + first);
@@ -124,8 +129,9 @@ void PassFlows(const EvenLine& line, const Potential* potential, const double* s
   ForEachChunk(line, [&](i32 first, i32 n) {
     std::fill_n(passed, n, 0.0);
     std::fill_n(carried, n, 0.0);
-    for (const i32 step : {1, line.ny, line.nz}) {
-      FindOpenPairs(line.moves + first, step, n, open);
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const i32 step = line.Step(axis);
+      FindOpenPairs(line.moves + first, axis, step, n, open);
       PassAlong(potential + first, open, share + first, strength + first, step, n, passed, carried);
     }
     for (i32 i = 0; i < n; ++i) {

@@ -7,11 +7,13 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using Potential = double;
 
 /// A line of cells along x, whose six neighbours lie 1, `ny` and `nz` cells off; only pairs of
-/// cells that both take part, `moves` of 1, exchange anything.
+/// cells that both take part exchange anything. Of `moves` bit 0 tells that a cell does, bit 1 + a
+/// that its low face along axis a is closed.
 struct EvenLine {
   const u8* moves;
   i32 ny, nz;
   i32 cells;
+  i32 Step(i32 axis) const { return axis == 0 ? 1 : axis == 1 ? ny : nz; }
 };
 
 /// The potentials at the first cell of a line and of the four lines beside it.

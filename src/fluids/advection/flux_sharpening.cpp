@@ -118,9 +118,10 @@ void FluxSharpening::FindLimits(const Contribution* blocks, const double* source
 }
 
 void FluxSharpening::Run(const Contribution* blocks, const u8* moves, const Carried& field,
-                         i32 threads) {
+                         std::span<const ThinFaces::Face> closed, i32 threads) {
   FindSpreads(blocks, moves, field, threads);
   FindFluxes(field.volume, threads);
+  CloseFluxes(closed);
   FindRoom(field, threads);
   Pass(field.content, threads);
 }
@@ -149,6 +150,14 @@ void FluxSharpening::FindFluxes(const double* volume, i32 threads) {
       FluxRow(mSpread[a]->mData + first, mStrength->mData + first, volume + first, steps[a], n,
               mFlux[a]->mData + first);
   });
+}
+
+/// The cells on both sides of a thin wall may ask whole blocks that lie away from it.
+void FluxSharpening::CloseFluxes(std::span<const ThinFaces::Face> closed) {
+  for (const ThinFaces::Face& face : closed) {
+    VecInt3D below = face.at;
+    if (--below[face.axis] >= 0) (*mFlux[face.axis])(below.x, below.y, below.z) = 0;
+  }
 }
 
 void FluxSharpening::FindRoom(const Carried& field, i32 threads) {

@@ -1,9 +1,11 @@
 // Takes back what sharing by trilinear weights blurs.
 #pragma once
 #include <memory>
+#include <span>
 
 #include "fluids/advection/contribution.h"
 #include "fluids/advection/volume_evening.h"
+#include "fluids/flow/thin_faces.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -22,12 +24,14 @@ class FluxSharpening {
   /// `source` holds the content above `nothing`.
   void FindLimits(const Contribution* blocks, const double* source, double nothing,
                   const double* volume, i32 threads);
-  /// After it, in place; `moves` is 1 in cells that take part.
-  void Run(const Contribution* blocks, const u8* moves, const Carried& field, i32 threads);
+  /// After it, in place; `moves` isn't 0 in cells that take part, and nothing passes `closed`.
+  void Run(const Contribution* blocks, const u8* moves, const Carried& field,
+           std::span<const ThinFaces::Face> closed, i32 threads);
 
  private:
   void FindSpreads(const Contribution* blocks, const u8* moves, const Carried& field, i32 threads);
   void FindFluxes(const double* volume, i32 threads);
+  void CloseFluxes(std::span<const ThinFaces::Face> closed);
   void FindRoom(const Carried& field, i32 threads);
   void Pass(double* content, i32 threads);
   template <class F>

@@ -21,6 +21,10 @@ namespace {
 
 constexpr i32 kLeastOrder = 1;  // of the paths of conservative schemes: those of order 0 make holes
 
+const ThinFaces* ThinFacesOf(const Flow& flow) {
+  return flow.mThinFaces.HasAny() ? &flow.mThinFaces : nullptr;
+}
+
 }  // namespace
 
 const NodeKind& GridAdvection::Kind() {
@@ -283,6 +287,7 @@ bool GridAdvection::MoveConservative(const EGrid<double>& source, EGrid<double>&
                                          .boundary = &mSolver->GetFlow().mBoundary,
                                          .solidCells = mSolver->GetFlow().mSolidCells.Get(),
                                          .wallCells = &mSolver->GetFlow().mWallCells,
+                                         .thin = ThinFacesOf(mSolver->GetFlow()),
                                          .reach = HandOverReach(),
                                          .nothing = nothing > -kUnbounded ? nothing : 0.0,
                                          .order = std::max(mTraceOrder, kLeastOrder),
@@ -341,9 +346,7 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
                      .fields = fields,
                      .boundary = &mSolver->GetFlow().mBoundary,
                      .solidCells = mSolver->GetFlow().mSolidCells.Get(),
-                     .thin = !isOnFaces && mSolver->GetFlow().mThinFaces.HasAny()
-                                 ? &mSolver->GetFlow().mThinFaces
-                                 : nullptr,
+                     .thin = ThinFacesOf(mSolver->GetFlow()),
                      .open = isOnFaces ? mSolver->GetFlow().GetOpenFaces(shape->mKind) : nullptr,
                      .step = static_cast<f32>(mTime->stepDuration),
                      .order = mTraceOrder,

@@ -79,7 +79,7 @@ double VolumeEvening::FindExcess(const double* volume) {
   const double most = MaxBlocks(mDims.z, 1, mThreads, [&](i64 z, i64) {
     double layer = 0;
     for (i64 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
-      const auto excess = static_cast<Potential>((volume[c] - 1) * mMoves[c]);
+      const auto excess = static_cast<Potential>((volume[c] - 1) * (mMoves[c] & 1));
       (*mExcess)[c] = excess;
       layer = std::max(layer, std::fabs(excess));
     }

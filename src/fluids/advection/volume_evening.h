@@ -24,7 +24,7 @@ class VolumeEvening {
   /// False without memory.
   bool Fit(const VecInt3D& dims);
   void Release();
-  /// `moves` is 1 in cells that take part. Works in place; `spare` is overwritten. Nothing depends
+  /// `moves` is as `EvenLine` has it. Works in place; `spare` is overwritten. Nothing depends
   /// on `threads`.
   void Run(const u8* moves, const Carried& field, const Carried& spare, i32 threads);
 

@@ -94,25 +94,22 @@ void Flow::BuildSolids() {
   mFractions.Measure(Threads());
   mThinFaces.Release();
   if (!levelSet) {
+    mNarrowGaps.Release();
     mSolidCells.Release();
     return mWallCells.Release();
   }
+  mNarrowGaps.Build(mBoundary, Threads());
+  mNarrowGaps.Open(mFractions);
   mThinFaces.Build(mBoundary.mObstacles, levelSet->mLayout);
   if (mThinFaces.HasAny()) mThinFaces.Close(mFractions);
   mBoundary.ComputeActiveBox(Threads());
   mSolidCells.Build(*levelSet, Threads());
+  mNarrowGaps.Mark(mSolidCells);
   mWallCells.Build(mBoundary, mSolidCells.Get(), mThinFaces, Threads());
 }
 
 double Flow::ObstacleTravel() const {
-  double most = 0;
-  for (const VolumeBase* obstacle : mBoundary.mObstacles) {
-    const Mesh* mesh = obstacle->GetMesh();
-    if (!obstacle->Has(FLAG_ENABLED) || !mesh || mesh->IsStatic() || !obstacle->HasGridData())
-      continue;
-    most = std::max(most, mesh->GetTravel());
-  }
-  return most / mScene->mDomain.cellSize;
+  return mBoundary.ObstacleTravel() / mScene->mDomain.cellSize;
 }
 
 void Flow::SetWallVelocities(double factor) {
@@ -147,6 +144,7 @@ void Flow::Release(bool full) {
   mDivergence.Release(full);
   mFractions.Release();
   mThinFaces.Release();
+  if (full) mNarrowGaps.Release();
   mSolidCells.Release();
   if (full) mWallCells.Release();
   mScratch.Release();

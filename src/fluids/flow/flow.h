@@ -2,6 +2,7 @@
 #pragma once
 #include "fluids/fields/channel.h"
 #include "fluids/flow/grid_boundary.h"
+#include "fluids/flow/narrow_gaps.h"
 #include "fluids/flow/scalar_walls.h"
 #include "fluids/flow/scratch_grids.h"
 #include "fluids/flow/solid_cells.h"
@@ -56,7 +57,8 @@ class Flow {
   ScalarField mDivergence;  ///< the source of the step, cell centres, 1/s
   GridBoundary mBoundary;
   Grid_VolumeFractions mFractions;
-  ThinFaces mThinFaces;    ///< what walls close that the distances don't show
+  NarrowGaps mNarrowGaps;  ///< what is open that the distances don't show
+  ThinFaces mThinFaces;    ///< what walls close that they don't show
   SolidCells mSolidCells;  ///< which cells are clear of solids in this step
   ScalarWalls mWallCells;  ///< which cells hold nothing, and what continues into them
   ScratchGrids mScratch;   ///< for the operators that work on this flow

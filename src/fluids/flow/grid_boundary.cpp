@@ -1,5 +1,6 @@
 #include "fluids/flow/grid_boundary.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -47,7 +48,7 @@ CellBox NodesInside(const EGrid<double>& grid, const GridLayout& box, const Cell
 /// and close faces at random where a solid's side lies in a plane of nodes.
 void MergeVolume(EGrid<double>& level, const EGrid<double>& volume, const CellBox& nodes) {
   const CellBox box = NodesInside(level, volume.mLayout, nodes);
-  const double noise = 1e-9 * level.mLayout.cellSize;
+  const double noise = GridBoundary::kNoise * level.mLayout.cellSize;
   ForEachCell(box, [&](i32 x, i32 y, i32 z) {
     double d = SampleLinear(volume, volume.ToSamples(level.PositionOf(x, y, z)));
     if (std::fabs(d) < noise) d = 0;
@@ -92,6 +93,15 @@ void GridBoundary::Persist(StateArchive& archive) {
 void GridBoundary::Build(i32 threads) {
   if (!mLevelSet) return;
   ForEachBlock(mLevelSet->mNz, threads, [&](i32 z) { BuildLayer(z); });
+}
+
+double GridBoundary::WallDistance(const VecInt3D& node) const {
+  const VecInt3D n = mLevelSet->Dims();
+  i32 least = std::numeric_limits<i32>::max();
+  for (int a = 0; a < 3; ++a)
+    least =
+        std::min(least, PlaneDistance(node[a], n[a], mWalls & kLowWall[a], mWalls & kHighWall[a]));
+  return least * double{mLevelSet->mLayout.cellSize};
 }
 
 void GridBoundary::BuildLayer(i32 z) {
@@ -282,21 +292,6 @@ u32 GridBoundary::SolidMask(const Vec3d& relative) const {
     if (p[dx + dy * level->mNx + dz * level->mSlice] < 0) mask |= 1u << corner;
   }
   return mask;
-}
-
-Vec3d GridBoundary::GetSolidVelocity(const Vec3d& world) const {
-  const VolumeBase* nearest = nullptr;
-  double least = kUntouched;
-  for (const VolumeBase* obstacle : mObstacles) {
-    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->IsInBounds(world)) continue;
-    const double distance = obstacle->DistanceAtWorld(world);
-    if (!(distance < least)) continue;
-    least = distance;
-    nearest = obstacle;
-  }
-  return nearest && nearest->GetMesh() && !nearest->GetMesh()->IsStatic()
-             ? nearest->SurfaceVelocityAt(world)
-             : Vec3d{};
 }
 
 bool GridBoundary::IsOutsideOpenSide(const Vec3d& relative) const {

@@ -5,6 +5,7 @@
 
 #include "fluids/volume/wall_bits.h"
 #include "grids/egrid.h"
+#include "grids/for_each_cell.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -30,6 +31,7 @@ struct SolidContact {
 /// ("relative"), or relative times the inverse cell size ("index").
 class GridBoundary {
  public:
+  static constexpr double kNoise = 1e-9;  ///< cells: smaller distances are 0
   /// Takes a box of a scene whose scale is `domain`; the distances are to be built anew. False, and
   /// without a level set, when there is no memory.
   bool Fit(const GridLayout& domain, const Vec3d& min, const Vec3d& max);
@@ -62,6 +64,16 @@ class GridBoundary {
   /// Motion per step of the surface nearest to `world`, of those whose grids hold it; 0 where that
   /// obstacle rests.
   Vec3d GetSolidVelocity(const Vec3d& world) const;
+  /// The longest way that a point of an obstacle goes in this step, simulation units.
+  double ObstacleTravel() const;
+  struct Mover {
+    const VolumeBase* obstacle;
+    CellBox reach;  ///< the inner cells that it may cover or leave
+  };
+  /// The obstacles that move in this step.
+  std::vector<Mover> Movers() const;
+  /// What a node's distance was before the obstacles moved in this step.
+  double DistanceBefore(const VecInt3D& node) const;
   bool IsOutsideOpenSide(const Vec3d& relative) const;
 
   EGrid<double>* GetLevelSet() const { return mLevelSet.get(); }
@@ -72,6 +84,7 @@ class GridBoundary {
 
  private:
   void BuildLayer(i32 z);
+  double WallDistance(const VecInt3D& node) const;
 };
 
 /// The volumes that count as obstacles, groups replaced by their members.

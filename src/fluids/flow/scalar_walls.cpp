@@ -1,11 +1,13 @@
 #include "fluids/flow/scalar_walls.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstring>
-#include <limits>
 #include <utility>
 
+#include "fluids/volume/thin_walls.h"
+#include "fluids/volume/volume_base.h"
 #include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
 #include "grids/for_each_cell.h"
@@ -77,11 +79,23 @@ void ScalarWalls::Build(const GridBoundary& boundary, const Grid<u8>* flags, con
     mState = std::make_unique<EGrid<u8>>(level->mLayout, kCentre);
   if (!mState->mData) return Release();
   mThreads = threads;
+  mBoundary = &boundary;
+  mThin = thin.HasAny() ? &thin : nullptr;
   mLayers.resize(n.z);
   if (flags && (flags->Dims() != n || !flags->mData)) flags = nullptr;
-  ForEachBlock(n.z, threads, [&](i32 z) {
-    for (i32 y = 0; y < n.y; ++y) MarkRow(boundary, flags, thin, y, z);
-  });
+  const auto mark = [&] {
+    ForEachBlock(n.z, threads, [&](i32 z) {
+      for (i32 y = 0; y < n.y; ++y) MarkRow(boundary, flags, thin, y, z);
+    });
+  };
+  mIsFirst = !mBefore;
+  mark();
+  const std::vector<GridBoundary::Mover> movers = boundary.Movers();
+  if (mIsFirst && !movers.empty()) {
+    MarkStart(boundary, movers);
+    mark();
+  }
+  MarkPassed(movers);
   ListLeft();
   ForEachBlock(n.z, threads, [&](i32 z) {
     Layer& layer = mLayers[z];
@@ -120,6 +134,47 @@ void ScalarWalls::MarkRow(const GridBoundary& boundary, const Grid<u8>* flags,
   }
 }
 
+/// What was closed before the first step: the same but for the way that solids go in it.
+void ScalarWalls::MarkStart(const GridBoundary& boundary,
+                            const std::vector<GridBoundary::Mover>& movers) {
+  mBefore = std::make_unique<EGrid<u8>>(mState->mLayout, kCentre);
+  if (!mBefore->mData) return mBefore.reset();
+  std::copy_n(mState->mData, mState->mCount, mBefore->mData);
+  for (const GridBoundary::Mover& mover : movers)
+    ForEachBlock(mover.reach.max.z - mover.reach.min.z, mThreads, [&](i32 layer) {
+      CellBox box = mover.reach;
+      box.min.z += layer;
+      box.max.z = box.min.z + 1;
+      ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+        double sum = 0;
+        for (i32 k = 0; k < 8; ++k)
+          sum += boundary.DistanceBefore(VecInt3D{x, y, z} + VecInt3D{k & 1, k >> 1 & 1, k >> 2});
+        (*mBefore)(x, y, z) = static_cast<f32>(sum) > 0 ? kOpen : kClosed;
+      });
+    });
+}
+
+/// Cells on the other side of a thin wall than before: such a wall has covered and left them.
+void ScalarWalls::MarkPassed(const std::vector<GridBoundary::Mover>& movers) {
+  mPassed.clear();
+  if (!mThin) return;
+  for (const auto& [obstacle, reach] : movers) {
+    const ThinWalls* walls = obstacle->GetThinWalls();
+    if (!walls || walls->Faces().empty()) continue;
+    ForEachCell(reach, [&](i32 x, i32 y, i32 z) {
+      u8& state = (*mState)(x, y, z);
+      const Vec3d p = mState->PositionOf(x, y, z);
+      if (state != kOpen || !obstacle->IsInBounds(p)) return;
+      const Vec3d motion = obstacle->SurfaceVelocityAt(p);
+      if (!obstacle->HasPassed(p, motion)) return;
+      state = kLeft;
+      mPassed.push_back({mState->Index(x, y, z), motion});
+    });
+  }
+  std::sort(mPassed.begin(), mPassed.end(),
+            [](const Passed& a, const Passed& b) { return a.cell < b.cell; });
+}
+
 /// Puts the cells that solids left into an order in which each finds neighbours that are known.
 void ScalarWalls::ListLeft() {
   mLeft.clear();
@@ -133,7 +188,7 @@ void ScalarWalls::ListLeft() {
     std::vector<i32> rest;
     const std::size_t first = mLeft.size();
     for (const i32 c : left) {
-      if (const u32 open = OpenRound(c))
+      if (const u32 open = ReachableOf(OpenRound(c), c))
         mLeft.push_back({c, open});
       else
         rest.push_back(c);
@@ -160,6 +215,17 @@ u32 ScalarWalls::OpenRound(i32 cell) const {
   for (const u32 touching : kTouching)
     if (open & touching) return open & touching;
   return 0;
+}
+
+/// Those of the cells round one that no thin wall parts from it.
+u32 ScalarWalls::ReachableOf(u32 open, i32 cell) const {
+  if (!mThin) return open;
+  const VecInt3D at = CellAt(cell);
+  for (u32 rest = open; rest != 0; rest &= rest - 1) {
+    const i32 i = std::countr_zero(rest);
+    if (IsParted(at, at + VecInt3D{i % 3 - 1, i / 3 % 3 - 1, i / 9 - 1})) open &= ~(1u << i);
+  }
+  return open;
 }
 
 void ScalarWalls::ListRow(i32 y, i32 z, Layer& layer) const {
@@ -219,52 +285,6 @@ void ScalarWalls::Clear(const Values& values, Grid<double>& field) const {
     for (const Beside& b : mLayers[z].beside)
       if (IsOutermost(CellAt(b.cell), mState->Dims())) FillOne(b, field);
   });
-}
-
-/// Calls f(index) for the inner open cells that lie nearest to a cell.
-template <class F>
-void ScalarWalls::ForEachOpenNearest(const VecInt3D& cell, i32 reach, F&& f) const {
-  const VecInt3D r{reach, reach, reach};
-  const CellBox box =
-      Clip({cell - r, cell + r + VecInt3D{1, 1, 1}}, {1, 1, 1}, mState->Dims() - VecInt3D{1, 1, 1});
-  const auto takes = [&](i32 x, i32 y, i32 z) {
-    bool wasClosed = false;
-    WasThere({x, y, z}, wasClosed);
-    return (*mState)(x, y, z) == kOpen && !wasClosed;
-  };
-  const auto distance = [&](i32 x, i32 y, i32 z) {
-    const VecInt3D d = VecInt3D{x, y, z} - cell;
-    return d.x * d.x + d.y * d.y + d.z * d.z;
-  };
-  i32 nearest = std::numeric_limits<i32>::max();
-  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-    if (takes(x, y, z)) nearest = std::min(nearest, distance(x, y, z));
-  });
-  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-    if (takes(x, y, z) && distance(x, y, z) == nearest) f(mState->Index(x, y, z));
-  });
-}
-
-double ScalarWalls::HandOver(const Values& values, i32 reach, Grid<double>& field) const {
-  double lost = 0;
-  for (const Layer& layer : mLayers)
-    for (const Run& run : layer.closed)
-      for (i32 c = run.first; c < run.last; ++c) {
-        if (!(field[c] > values.nothing)) continue;
-        const VecInt3D cell = CellAt(c);
-        bool wasClosed = false;
-        const bool isNew = !WasThere(cell, wasClosed);
-        const double held =
-            field[c] - (isNew ? std::max(values.initial, values.nothing) : values.nothing);
-        lost += field[c] - values.nothing;
-        field[c] = values.nothing;
-        if (!(held > 0)) continue;
-        i32 takers = 0;
-        ForEachOpenNearest(cell, reach, [&](i32) { ++takers; });
-        if (takers > 0) lost -= held;
-        ForEachOpenNearest(cell, reach, [&](i32 taker) { field[taker] += held / takers; });
-      }
-  return lost;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -23,8 +23,9 @@ class ScalarWalls {
     double initial = 0;  ///< where nothing has arrived yet
   };
 
-  /// Finds the closed cells of a step; what was closed before tells what solids cover and leave.
-  /// `flags` may be null.
+  /// Finds the closed cells of a step; what was closed before tells what solids cover and leave. A
+  /// first step asks the solids where they come from. `flags` may be null; `boundary` and `thin`
+  /// have to last for the step.
   void Build(const GridBoundary& boundary, const Grid<u8>* flags, const ThinFaces& thin,
              i32 threads);
   /// There is no step before the next one.
@@ -39,9 +40,10 @@ class ScalarWalls {
   /// continues the field.
   void Clear(const Values& values, Grid<double>& field) const;
   /// What closed cells hold goes to their nearest open cells in equal shares, as far as there are
-  /// some within `reach` cells on every axis. Cells that a solid has just left take nothing: they
-  /// lie behind it. What a field started with doesn't count in cells that were closed from the
-  /// start: nothing brought it there. Returns what found no place.
+  /// some within `reach` cells on every axis, not behind a thin wall; what lies in such a wall goes
+  /// where it moves to. Cells that a solid has just left take nothing: they lie behind it. What a
+  /// field started with doesn't count in cells that were closed from the start: nothing brought it
+  /// there. Returns what found no place.
   double HandOver(const Values& values, i32 reach, Grid<double>& field) const;
   /// The field stands on the centres of these cells.
   bool Fits(const Grid<double>& field) const;
@@ -56,6 +58,11 @@ class ScalarWalls {
   struct Run {
     i32 first, last;  ///< inner cells, by index
   };
+  /// A cell that a thin wall has passed over, and how the wall moves.
+  struct Passed {
+    i32 cell;
+    Vec3d motion;
+  };
   struct Layer {
     std::vector<Beside> beside;
     std::vector<Run> closed;
@@ -66,16 +73,29 @@ class ScalarWalls {
   void ListLeft();
   void ListRow(i32 y, i32 z, Layer& layer) const;
   u32 OpenRound(i32 cell) const;
+  u32 ReachableOf(u32 open, i32 cell) const;
   /// Whether the cell existed in the step before, and as a closed one.
   bool WasThere(const VecInt3D& cell, bool& wasClosed) const;
   VecInt3D CellAt(i32 index) const;
   void FillOne(const Beside& b, Grid<double>& field) const;
-  template <class F>
-  void ForEachOpenNearest(const VecInt3D& cell, i32 reach, F&& f) const;
+  void MarkStart(const GridBoundary& boundary, const std::vector<GridBoundary::Mover>& movers);
+  void MarkPassed(const std::vector<GridBoundary::Mover>& movers);
+  bool IsParted(const VecInt3D& cell, const VecInt3D& taker) const;
+  bool LiesBehind(const VecInt3D& cell, const VecInt3D& taker) const;
+  template <class Counts, class F>
+  void ForEachOpenNearest(const VecInt3D& cell, i32 reach, Counts&& counts, F&& f) const;
+  template <class Counts>
+  bool Give(const VecInt3D& cell, i32 reach, double held, Grid<double>& field,
+            Counts&& counts) const;
+  double GivePassed(const Values& values, i32 reach, Grid<double>& field) const;
 
   std::unique_ptr<EGrid<u8>> mState, mBefore;
   std::vector<Beside> mLeft;  ///< cells that a solid left, each behind those that it continues
+  std::vector<Passed> mPassed;
   std::vector<Layer> mLayers;
+  const GridBoundary* mBoundary = nullptr;
+  const ThinFaces* mThin = nullptr;  ///< null without thin walls
+  bool mIsFirst = false;             ///< this is the first step
   i32 mThreads = 1;
 };
 

@@ -21,6 +21,10 @@ class SolidCells {
   /// `levelSet` stands on nodes; the result doesn't depend on `threads`.
   void Build(const EGrid<double>& levelSet, i32 threads);
   void Release() { mFlags.reset(); }
+  /// A cell is open, whatever the level set tells.
+  void Open(const VecInt3D& cell) {
+    if (mFlags) (*mFlags)(cell.x, cell.y, cell.z) |= kOpenCentre | kNoPushOut;
+  }
   /// Null before the first `Build`.
   const Grid<u8>* Get() const { return mFlags.get(); }
 

@@ -63,7 +63,7 @@ void ThinFaces::Build(const std::vector<VolumeBase*>& obstacles, const GridLayou
 void ThinFaces::Close(Grid_VolumeFractions& fractions) const {
   EGrid<float>* open[3];
   for (i32 axis = 0; axis < 3; ++axis) open[axis] = fractions.GetRead(axis, 1);
-  for (const Place& face : mFaces)
+  for (const Face& face : mFaces)
     if (open[face.axis]) (*open[face.axis])(face.at.x, face.at.y, face.at.z) = 0;
 }
 
@@ -99,7 +99,26 @@ Vec3d ThinFaces::Stop(const Vec3d& from, const Vec3d& to) const {
   return to;
 }
 
-u8 ThinFaces::Reach(const Vec3d& p) const {
+u8 ThinFaces::ReachFaces(const Vec3d& p, i32 axis) const {
+  const VecInt3D n = mBits->Dims();
+  const Vec3d offset = OffsetOf(axis);
+  VecInt3D base;
+  for (i32 a = 0; a < 3; ++a) base[a] = LinearStencil(p[a] - offset[a], n[a] + (a == axis)).index;
+  // The cells on both sides of the faces, and those that close them from above.
+  const CellBox cells = Clip({base - ExtraOf(axis), base + VecInt3D{2, 2, 2}}, {}, n);
+  u32 closed = 0;
+  ForEachCell(cells, [&](i32 x, i32 y, i32 z) { closed |= (*mBits)(x, y, z); });
+  if (!closed) return 0xff;
+  u32 reached = 0;
+  for (i32 k = 0; k < 8; ++k) {
+    const VecInt3D face = base + VecInt3D{k >> 2, k >> 1 & 1, k & 1};
+    const Vec3d at = ToReal(face) + offset;
+    if (ClosesFace(axis, face.x, face.y, face.z) || Stop(p, at) == at) reached |= 1u << k;
+  }
+  return static_cast<u8>(reached ? reached : 0xff);
+}
+
+u8 ThinFaces::Reach(const Vec3d& p, Range range) const {
   const VecInt3D n = mBits->Dims();
   const Block block(p, n);
   u8 low[8];
@@ -108,10 +127,10 @@ u8 ThinFaces::Reach(const Vec3d& p) const {
     const VecInt3D c = block.base + VecInt3D{k >> 2, k >> 1 & 1, k & 1};
     low[k] = (*mBits)(c.x, c.y, c.z);
     parted |= low[k] & (kFilled | (k & 4 ? kLowX : 0) | (k & 2 ? kLowY : 0) | (k & 1 ? kLowZ : 0));
-    const bool isInner = Min(c, VecInt3D{1, 1, 1}) == VecInt3D{1, 1, 1} &&
-                         Max(c, n - VecInt3D{2, 2, 2}) == n - VecInt3D{2, 2, 2} &&
-                         !(low[k] & kFilled);
-    inner |= (isInner ? 1u : 0u) << k;
+    const bool isInner =
+        range == kOutermostToo || (Min(c, VecInt3D{1, 1, 1}) == VecInt3D{1, 1, 1} &&
+                                   Max(c, n - VecInt3D{2, 2, 2}) == n - VecInt3D{2, 2, 2});
+    inner |= (isInner && !(low[k] & kFilled) ? 1u : 0u) << k;
   }
   if (!parted) return 0xff;
   const u32 home = 1u << block.home;
@@ -125,7 +144,7 @@ u8 ThinFaces::Reach(const Vec3d& p) const {
         const u32 pair = 1u << k | 1u << (k & ~bit);
         if (reached & pair) reached |= pair;
       }
-  // What walls hold and the outermost layer continue what lies beside them, on either side.
+  // What walls hold continues what lies beside them, on either side, as the outermost layer may.
   return static_cast<u8>((reached & inner) | home);
 }
 

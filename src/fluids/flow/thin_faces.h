@@ -1,6 +1,7 @@
 // Faces of a flow that walls close which are too thin for its distances.
 #pragma once
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "fluids/volume/volume_fractions.h"
@@ -18,13 +19,25 @@ VecInt3D CellsBetween(const GridLayout& from, const GridLayout& to);
 class ThinFaces {
  public:
   enum Bit : u8 { kLowX = 1, kLowY = 2, kLowZ = 4, kFilled = 8 };
+  struct Face {
+    VecInt3D at;  ///< the cell above it
+    i32 axis;
+  };
+  enum Range { kInner, kOutermostToo };
 
   /// Gathers the thin walls of all enabled obstacles.
   void Build(const std::vector<VolumeBase*>& obstacles, const GridLayout& layout);
-  void Release() { mBits.reset(); }
+  void Release() {
+    mBits.reset();
+    mFaces.clear();
+  }
   /// There are some; without them nothing else may be asked.
   bool HasAny() const { return mBits != nullptr; }
 
+  /// All of them, in the grid.
+  std::span<const Face> Faces() const { return mFaces; }
+  /// The bits of a cell, by index.
+  u8 At(i32 index) const { return (*mBits)[index]; }
   /// Closes the faces in the open fractions of a flow.
   void Close(Grid_VolumeFractions& fractions) const;
   bool ClosesFace(i32 axis, i32 x, i32 y, i32 z) const {
@@ -37,16 +50,16 @@ class ThinFaces {
   Vec3d Stop(const Vec3d& from, const Vec3d& to) const;
   /// Which of the eight cells round `p` (cells) can be reached from the one that holds `p`, staying
   /// among them: bit z + 2 y + 4 x of the offset from the lowest. All of them where no closed face
-  /// lies between.
-  u8 Reach(const Vec3d& p) const;
+  /// lies between, else of the outermost layer those only that are asked for: what continues there
+  /// may be that of the other side.
+  u8 Reach(const Vec3d& p, Range range = kInner) const;
+  /// The same of the eight faces of an axis round `p`: those count that a straight way from `p`
+  /// leads to, and closed ones, which have the velocity of their wall.
+  u8 ReachFaces(const Vec3d& p, i32 axis) const;
 
  private:
-  struct Place {
-    VecInt3D at;
-    i32 axis;
-  };
   std::unique_ptr<Grid<u8>> mBits;  ///< by cell
-  std::vector<Place> mFaces;
+  std::vector<Face> mFaces;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

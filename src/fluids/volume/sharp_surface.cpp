@@ -23,6 +23,22 @@ Vec3d SharpSurface::NormalOf(i32 triangle) const {
   return Normalised(Cross(v[t.y] - v[t.x], v[t.z] - v[t.x])) * mOut;
 }
 
+Vec3d SharpSurface::NearestOf(i32 triangle, const Vec3d& p) const {
+  const VecInt3D& t = mMesh.GetTriangles()[triangle];
+  const std::vector<Vec3d>& v = mMesh.GetVertices();
+  double weights[3];
+  return NearestPoint(p, v[t.x], v[t.y], v[t.z], weights);
+}
+
+SharpSurface::Nearest SharpSurface::AtNode(const VecInt3D& node) const {
+  Nearest nearest;
+  nearest.triangle = mClosest(node.x, node.y, node.z);
+  if (nearest.triangle < 0) return nearest;
+  nearest.distance = mDistance(node.x, node.y, node.z);
+  nearest.at = NearestOf(nearest.triangle, mDistance.PositionOf(node.x, node.y, node.z));
+  return nearest;
+}
+
 SharpSurface::Nearest SharpSurface::Find(const Vec3d& p) const {
   const Vec3d c = mDistance.mLayout.ToCells(p);
   const AxisStencil s[3] = {LinearStencil(c.x, mDistance.mNx), LinearStencil(c.y, mDistance.mNy),
@@ -36,16 +52,14 @@ SharpSurface::Nearest SharpSurface::Find(const Vec3d& p) const {
                                   s[2].index + (corner >> 2));
     seen[corner] = triangle;
     if (triangle < 0 || std::find(seen, seen + corner, triangle) != seen + corner) continue;
-    const VecInt3D& t = mMesh.GetTriangles()[triangle];
-    const std::vector<Vec3d>& v = mMesh.GetVertices();
-    double weights[3];
-    const Vec3d off = p - NearestPoint(p, v[t.x], v[t.y], v[t.z], weights);
+    const Vec3d off = p - NearestOf(triangle, p);
     const double distance = Length(off);
     if (best.triangle >= 0 && distance > least + same) continue;
     const double facing = Dot(off, NormalOf(triangle));
     if (best.triangle >= 0 && distance > least - same && std::abs(facing) <= std::abs(front))
       continue;
     best.triangle = triangle;
+    best.at = p - off;
     least = distance;
     front = facing;
   }

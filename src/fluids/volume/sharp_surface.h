@@ -21,10 +21,13 @@ class SharpSurface {
   struct Nearest {
     i32 triangle = -1;    ///< none where no triangle is known
     double distance = 0;  ///< simulation units, negative in the solid
+    Vec3d at{};           ///< the nearest point of the surface
   };
   /// The nearest triangle to a point (simulation units); of those that share the nearest point that
   /// which sees it most from the front or back decides the side.
   Nearest Find(const Vec3d& p) const;
+  /// The same at a node of the grid, by what is known of it.
+  Nearest AtNode(const VecInt3D& node) const;
   /// Unit normal of a triangle, out of the solid; zero for one without area.
   Vec3d NormalOf(i32 triangle) const;
 
@@ -35,6 +38,8 @@ class SharpSurface {
   const TriMeshSTL& mMesh;
   const EGrid<double>& mDistance;
   const Grid<i32>& mClosest;
+  Vec3d NearestOf(i32 triangle, const Vec3d& p) const;
+
   double mOut;  ///< 1, or -1 where the triangles' normals point into the solid
 };
 

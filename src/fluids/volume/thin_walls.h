@@ -1,6 +1,5 @@
 // Parts of a mesh that are too thin for distances at nodes.
 #pragma once
-#include <optional>
 #include <vector>
 
 #include "fluids/volume/sharp_surface.h"
@@ -11,7 +10,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// more or less open, or not at all, as it happens to lie between the nodes. Here a face between
 /// two cells is closed when a thin part's surface crosses the way from one cell's centre to the
 /// other's: a way from cell to cell through faces that are left can't pass a wall without a hole,
-/// however thin it is and however it stands. Indices are of the volume's own cells and faces.
+/// however thin it is and however it stands. A sheet of triangles that enclose nothing closes all
+/// faces that it crosses so. Indices are of the volume's own cells and faces.
 class ThinWalls {
  public:
   struct Face {
@@ -20,8 +20,10 @@ class ThinWalls {
     friend bool operator==(const Face&, const Face&) = default;
   };
 
+  enum Kind { kSolid, kSheet };
+
   /// Finds all; the result doesn't depend on `threads`.
-  void Find(const SharpSurface& surface, i32 threads);
+  void Find(const SharpSurface& surface, Kind kind, i32 threads);
   void Clear();
 
   /// In order of z, y, x and axis, each once.
@@ -29,17 +31,13 @@ class ThinWalls {
   bool Closes(const VecInt3D& at, i32 axis) const;
   /// Cells beside such faces whose centre lies in the solid.
   const std::vector<VecInt3D>& Filled() const { return mFilled; }
-  /// A place, in simulation units, where two sides face each other less than a cell apart, if there
-  /// are some.
-  const std::optional<Vec3d>& NarrowGap() const { return mNarrowGap; }
 
  private:
-  struct Found;
+  class Crossings;
   void FindFilled(const SharpSurface& surface);
 
   std::vector<Face> mFaces;
   std::vector<VecInt3D> mFilled;
-  std::optional<Vec3d> mNarrowGap;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,6 +1,7 @@
 #include "fluids/volume/volume_base.h"
 
 #include "fluids/mesh/mesh.h"
+#include "fluids/volume/sharp_surface.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
@@ -152,6 +153,8 @@ Vec3d VolumeBase::SurfaceVelocityAt(const Vec3d& p) const {
   if (mMesh) mMesh->GetVelocityAt(velocity, p);
   return velocity;
 }
+
+std::optional<SharpSurface> VolumeBase::GetSharpSurface() const { return {}; }
 
 bool VolumeBase::TakeCachedPlace(const GridLayout& layout, i32 kind) {
   if (kind != kNode) return false;

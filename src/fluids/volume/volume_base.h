@@ -2,6 +2,7 @@
 #pragma once
 #include <limits>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "fluids/mesh/mesh.h"
@@ -21,6 +22,7 @@ struct SurfaceRecord {
   double distance = 0;
 };
 
+class SharpSurface;
 class ThinWalls;
 class VolumeBase;
 
@@ -108,8 +110,18 @@ class VolumeBase : public iVolume, public CachedGrids {
   /// Motion of the surface in the present substep at its point that is nearest to `p`, simulation
   /// units per step; 0 without a mesh.
   virtual Vec3d SurfaceVelocityAt(const Vec3d& p) const;
+  /// The surface has passed over a point outside of it that saw it from its other side before the
+  /// motion there, simulation units, of this step.
+  virtual bool HasPassed(const Vec3d& /*p*/, const Vec3d& /*motion*/) const { return false; }
   /// What is too thin for the distances; null where nothing is known of it.
   virtual const ThinWalls* GetThinWalls() const { return nullptr; }
+  /// The surface of an obstacle between its nodes; nothing without triangles or for hollow shells,
+  /// and none where triangles enclose nothing.
+  virtual std::optional<SharpSurface> GetSharpSurface() const;
+  /// An obstacle whose triangles enclose nothing: its distances have no sign.
+  virtual bool IsSheet() const { return false; }
+  /// Another number for other distances.
+  u32 GridRevision() const { return mGridRevision; }
 
   /// How much of the grid's cells, faces or edges (bits of `FractionKind`) lies inside; measured
   /// when it is asked for and something changed since. Null without a grid, or without memory. Not
@@ -142,13 +154,17 @@ class VolumeBase : public iVolume, public CachedGrids {
 
  protected:
   /// The distances are no longer those that the fractions were measured from.
-  void MarkGridChanged() { mHasFractions = false; }
+  void MarkGridChanged() {
+    mHasFractions = false;
+    ++mGridRevision;
+  }
 
   Mesh* mMesh = nullptr;
 
  private:
   Grid_VolumeFractions mFractions;
   bool mHasFractions = false;  ///< they are those of the present grid
+  u32 mGridRevision = 0;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -143,8 +143,7 @@ void Grid_VolumeFractions::AnalyticFaces(EGrid<float>& field, const CellBox& cel
             const double c[4] = {static_cast<float>(node[x]), static_cast<float>(node[x + u]),
                                  static_cast<float>(node[x + u + v]),
                                  static_cast<float>(node[x + v])};
-            const float part = Stored(SquareFraction(c)), least = static_cast<float>(mLeast);
-            out[x] = part >= least ? part : part < 0.5F * least ? 0.0F : least;
+            out[x] = Least(Stored(SquareFraction(c)));
           });
     }
 }

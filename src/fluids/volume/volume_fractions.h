@@ -63,6 +63,11 @@ class Grid_VolumeFractions {
   i32 mSamples = 2;  ///< per axis; sub-cells of control volumes are 2^mSamples per axis
   bool mInvert = false;
   double mLeast = 0;  ///< analytic fractions of faces: 0, or at least so much; rounded below
+  /// A fraction by that rule.
+  float Least(float part) const {
+    const float least = static_cast<float>(mLeast);
+    return part >= least ? part : part < 0.5F * least ? 0.0F : least;
+  }
 
  private:
   /// Samples inside, for each octant of a cell: bit 0 upper half in x, bit 1 in y, bit 2 in z.

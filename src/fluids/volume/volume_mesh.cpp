@@ -1,6 +1,9 @@
 #include "fluids/volume/volume_mesh.h"
 
+#include <cmath>
+
 #include "fluids/mesh/multi_mesh.h"
+#include "fluids/mesh/sheet.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 
@@ -40,8 +43,11 @@ const ParameterTable& VolumeMesh::Parameters() {
               "the simulation covers this shape even where nothing is in it yet")
           .To(&VolumeMesh::mWidensBounds),
       LongRow(1002, "mode", 1, "", "what a dialog shows of the node").Kept(),
-      LinkRow(kMeshRow, "mesh", "the shape, as a mesh node; of a group of meshes the first alone",
-              {Mesh::Kind().id, MultiMesh::Kind().id})
+      LinkRow(
+          kMeshRow, "mesh",
+          "the shape, as a mesh node; of a group of meshes the first alone. An obstacle may be a "
+          "sheet without an inside, such as a plane: it lets nothing through",
+          {Mesh::Kind().id, MultiMesh::Kind().id})
           .To(&VolumeMesh::mLinkedMesh)
           .Required(),
       RealRow(1004, "preview_radius", 50.0, "host", "of the ball that a viewport shows")
@@ -171,6 +177,8 @@ void VolumeMesh::Prepare() {
   UpdateBounds();
   mVoxeliser.mShellThickness = mShellThickness;
   mVoxeliser.mInverted = mInverted;
+  FindSheet();
+  mVoxeliser.mIsSheet = mIsSheet;
   AllocateGrid();
 }
 
@@ -188,6 +196,17 @@ void VolumeMesh::Evaluate(const EvaluationThreadData& data) {
   MarkGridChanged();
 }
 
+/// As long as the triangles stay a shape that moves stays what it is.
+void VolumeMesh::FindSheet() {
+  if (!IsSolid()) {
+    mSheetTriangles.clear();
+    mIsSheet = false;
+  } else if (mSheetTriangles != mMesh->mMesh.GetTriangles()) {
+    mSheetTriangles = mMesh->mMesh.GetTriangles();
+    mIsSheet = MELDO_SULVA::IsSheet(mMesh->mMesh);
+  }
+}
+
 std::optional<SharpSurface> VolumeMesh::GetSurface() const {
   const Grid<i32>* closest = mVoxeliser.ClosestTriangles();
   if (!mMesh || !HasGridData() || !closest || closest->Dims() != mGrid->Dims()) return {};
@@ -203,14 +222,38 @@ Vec3d VolumeMesh::SurfaceVelocityAt(const Vec3d& p) const {
   return VolumeBase::SurfaceVelocityAt(p);
 }
 
+bool VolumeMesh::HasPassed(const Vec3d& p, const Vec3d& motion) const {
+  const double way = Length(motion);
+  if (!(std::abs(DistanceAtWorld(p)) < way + mCellSize)) return false;
+  const auto surface = GetSurface();
+  if (!surface) return false;
+  // The side of the surface that a place sees, nothing inside; what is at p + motion was at p.
+  const auto seen = [&](const Vec3d& from) {
+    const SharpSurface::Nearest nearest = surface->Find(from);
+    if (nearest.triangle < 0 || std::abs(nearest.distance) > way) return Vec3d{};
+    if (nearest.distance < 0 && !mIsSheet) return Vec3d{};
+    const Vec3d normal = surface->NormalOf(nearest.triangle);
+    return Dot(from - nearest.at, normal) < 0 ? normal * -1.0 : normal;
+  };
+  // A centre on the surface belongs to the lower side, as where faces are closed.
+  const Vec3d low = p - Vec3d{1, 1, 1} * (1e-6 * mCellSize);
+  return Dot(seen(low), seen(low + motion)) < -0.5;
+}
+
 const ThinWalls* VolumeMesh::GetThinWalls() const { return HasGridData() ? &mThinWalls : nullptr; }
 
 /// Of a hollow shell the inner side has no triangles.
+std::optional<SharpSurface> VolumeMesh::GetSharpSurface() const {
+  return IsSolid() && !mIsSheet ? GetSurface() : std::nullopt;
+}
+
 void VolumeMesh::FindThinWalls(i32 threads) {
   mThinWalls.Clear();
-  if (!mHasTag || mShellThickness < 1) return;
+  if (!IsSolid()) return;
   mInwards = SharpSurface::TurnsInwards(mMesh->mMesh) != mInverted;
-  if (const auto surface = GetSurface()) mThinWalls.Find(*surface, threads);
+  const auto surface = GetSurface();
+  if (!surface) return;
+  mThinWalls.Find(*surface, mIsSheet ? ThinWalls::kSheet : ThinWalls::kSolid, threads);
 }
 
 Vec3d VolumeMesh::TriangleNormalAt(i32 index) const {

@@ -35,7 +35,10 @@ class VolumeMesh : public VolumeBase {
   /// Of a mesh that deforms, that of the triangle that is nearest to `p` of those that are nearest
   /// to the nodes round it.
   Vec3d SurfaceVelocityAt(const Vec3d& p) const override;
+  bool HasPassed(const Vec3d& p, const Vec3d& motion) const override;
   const ThinWalls* GetThinWalls() const override;
+  std::optional<SharpSurface> GetSharpSurface() const override;
+  bool IsSheet() const override { return mIsSheet; }
   /// Unit normal of the triangle that is nearest to node `index` of the grid; zero for a degenerate
   /// triangle, (0, 1, 0) where there is none.
   Vec3d TriangleNormalAt(i32 index) const;
@@ -55,13 +58,17 @@ class VolumeMesh : public VolumeBase {
   State CurrentState() const;
   /// The surface of the present distances, as long as the mesh stays; nothing without triangles.
   std::optional<SharpSurface> GetSurface() const;
+  bool IsSolid() const { return mHasTag && mShellThickness >= 1; }
+  void FindSheet();
   void FindThinWalls(i32 threads);
 
   host::BaseLink mSource;  ///< of a member of a group
   bool mIsMember = false;
   VolumeVoxeliser mVoxeliser;
   ThinWalls mThinWalls;
-  bool mInwards = false;  ///< the triangles' normals point into the solid
+  bool mInwards = false;                  ///< the triangles' normals point into the solid
+  bool mIsSheet = false;                  ///< an obstacle whose triangles enclose nothing
+  std::vector<VecInt3D> mSheetTriangles;  ///< what that was found of
   double mShellThickness = 1.0;
   i32 mThreadLimit = 0;                   ///< 0: the scene's thread count
   State mVoxelised;                       ///< what the grid was made from

@@ -214,7 +214,7 @@ void VolumeVoxeliser::SignPass(bool isSigned, i32 threads) {
           double* value = mTarget->mData + row;
           for (i32 i = 0; i < nx; ++i)
             if (value[i] != kHuge) value[i] = std::sqrt(value[i]);
-          if (!isSigned) continue;
+          if (!isSigned || mIsSheet) continue;
           const u8* crossings = mCrossings->mData + row;
           u8 count = 0;
           for (i32 i = 0; i < nx; ++i) {

@@ -35,6 +35,7 @@ class VolumeVoxeliser {
   double mShellThickness = 0;      ///< fraction of the greatest depth; 1 or more is solid
   i32 mExactBand = 3;              ///< cells round a triangle's box
   bool mInverted = false;          ///< inside and outside swap
+  bool mIsSheet = false;           ///< there is no inside: no distance is negative
   double mMaximumDistance = -1e7;  ///< greatest interior distance of the last run
 
  private:

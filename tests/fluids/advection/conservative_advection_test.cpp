@@ -3,6 +3,7 @@
 
 #include "fluids/advection/grid_advection.h"
 #include "fluids/gas_rig.h"
+#include "fluids/volume/mesh_solid.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
@@ -189,6 +190,43 @@ TEST(ConservativeAdvection, NothingPassesAPiston) {
                 [&](i32 x, i32 y, i32 z) { ahead += (*rig.smoke->mGrid)(x, y, z); });
     EXPECT_NEAR(ahead / total, 1, 1e-12) << scheme;
   }
+}
+
+TEST(ConservativeAdvection, NothingPassesAThinWall) {
+  // Winds that know nothing of the wall, and stir on both of its sides.
+  for (const i32 scheme : {kConservative, kConservativeMacCormack})
+    for (const double thickness : {0.0, 0.1, 0.5})
+      for (const double turn : {0.0, 0.3, 0.785398163397448})
+        for (i32 place = 0; place < 5; ++place) {
+          ConservativeRig rig({16, 12, 12}, 0.1, scheme);
+          rig.SetUp();
+          const TurnedBox sheet({8 + 0.2 * place, 6, 6}, {thickness, 40, 40}, turn, 0.4 * turn,
+                                rig.scene->mDomain.cellSize);
+          MeshSolid solid(sheet.mesh, rig.scene->mDomain.cellSize);
+          rig.gas->mFlow.mBoundary.mObstacles = {&solid};
+          rig.Fit();
+          rig.RunGas(kEmitters);
+          ASSERT_TRUE(rig.gas->mFlow.mThinFaces.HasAny());
+          const double size = rig.scene->mDomain.cellSize;
+          const auto side = [&](const Vec3d& p) { return sheet.Side(p / size); };
+          GasRig::Fill(*rig.smoke->mGrid,
+                       [&](const Vec3d& p) { return side(p) < -thickness / 2 ? 1.0 : 0.0; });
+          rig.FillVelocity([](const Vec3d& p) {
+            return Stir({p.x / 1.6, p.y / 1.2, p.z / 1.2}, 1.0) * 4.0 + Vec3d{1.5, 0, 0};
+          });
+          const double total = rig.Total();
+          ASSERT_GT(total, 300);
+          // Another set-up would find the obstacles of the scene, of which there are none.
+          for (i32 step = 0; step < 8; ++step) rig.RunOperators();
+          const EGrid<double>& g = *rig.smoke->mGrid;
+          double behind = 0;
+          ForEachCell({{1, 1, 1}, {17, 13, 13}}, [&](i32 x, i32 y, i32 z) {
+            if (side(g.PositionOf(x, y, z)) > thickness / 2 + 1e-9) behind += g(x, y, z);
+          });
+          ASSERT_EQ(behind, 0) << scheme << ": " << thickness << " turned by " << turn << " at "
+                               << place;
+          ASSERT_NEAR(rig.Total() / total, 1, 1e-12);
+        }
 }
 
 TEST(ConservativeAdvection, MirroredFlowsMoveMirroredFields) {

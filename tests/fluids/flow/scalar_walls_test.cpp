@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "fluids/flow/scalar_walls.h"
+#include "fluids/mesh/mesh_rig.h"
 #include "grids/for_each_cell.h"
 
 using namespace MELDO_GLOBAL;
@@ -105,4 +106,92 @@ TEST(ScalarWalls, CellsThatASolidLeavesContinueTheField) {
   tube.walls.Fill(kValues, false, tube.field);
   EXPECT_NEAR(tube.Sum(1, 6), 0.5 * 5 * 64, 1e-12);
   EXPECT_NEAR(tube.field(6, 5, 5), 0.5, 1e-12) << "and so does the solid's new side";
+}
+
+TEST(ScalarWalls, TheFirstStepKnowsWhereSolidsComeFrom) {
+  // A block of 12 by 8 by 8 cells goes 1.2 cells in one step: it covers a layer and leaves one.
+  constexpr double kStart = 0.5;
+  for (const double way : {6.0, -6.0}) {
+    MeshRig rig(host::MakeBox({.size = {60, 40, 40}}), 0.05);
+    rig.AddVolume();
+    for (const i32 frame : {0, 1}) {
+      rig.Place({frame * way, 0, 0});
+      rig.Frame(frame);
+    }
+    ASSERT_TRUE(rig.GetVolume().ResolveLinks());
+    GridBoundary boundary;
+    boundary.mObstacles = {&rig.GetVolume()};
+    GridLayout layout;
+    layout.Set({36, 20, 20}, Vec3d{180, 100, 100}, 0.05f, {-90, -50, -50});
+    boundary.mLevelSet = std::make_unique<EGrid<double>>(layout, kNode);
+    boundary.Build(1);
+    ScalarWalls walls;
+    walls.Build(boundary, nullptr, {}, 1);
+    EGrid<double> field(layout, kCentre);
+    field.Fill(kStart);
+    const ScalarWalls::Values values{.nothing = 0, .outside = 0, .initial = kStart};
+    EXPECT_EQ(walls.HandOver(values, 3, field), 0.5 * 8 * 8 * 12) << "it held that at the start";
+    double held[2] = {}, wanted[2] = {};
+    ForEachCell({{0, 0, 0}, layout.dims}, [&](i32 x, i32 y, i32 z) {
+      const bool ahead = field.PositionOf(x, y, z).x * way > 0;
+      const bool inside = x >= 12 && x < 24 && y >= 6 && y < 14 && z >= 6 && z < 14;
+      held[ahead] += field(x, y, z);
+      if (!inside) wanted[ahead] += kStart;
+    });
+    EXPECT_NEAR(held[0], wanted[0], 1e-9) << "behind";
+    EXPECT_NEAR(held[1], wanted[1], 1e-9) << "ahead";
+  }
+}
+
+TEST(ScalarWalls, WhatAThinWallPassesOverStaysBeforeIt) {
+  // Across a tube of 36 by 8 by 8 cells of 5 host units, a plane or a plate of 0.1 or 0.6 cells.
+  for (const double thickness : {0.0, 0.5, 3.0})
+    for (const double way : {1.5, 2.5, 6.0, -6.0})
+      for (const double start : {0.0, 1.0, 2.5}) {
+        MeshRig rig(thickness == 0 ? host::MakePlane({.size = {80, 0, 80}})
+                                   : host::MakeBox({.size = {80, thickness, 80}}));
+        rig.AddVolume();
+        rig.volumeNode->AddTag(host::kObstacleTag);
+        GridLayout layout;
+        layout.Set({36, 8, 8}, Vec3d{180, 40, 40}, 0.05f, {-90, -20, -20});
+        GridBoundary boundary;
+        boundary.mLevelSet = std::make_unique<EGrid<double>>(layout, kNode);
+        ScalarWalls walls;
+        ThinFaces thin;
+        EGrid<double> field(layout, kCentre);
+        double total = 0;
+        for (i32 frame = 0; frame < 9; ++frame) {
+          const double at = start + frame * way;
+          rig.Place({at, 0, 0}, {0, 0, 90});
+          rig.Frame(frame);
+          ASSERT_TRUE(rig.GetVolume().ResolveLinks());
+          ASSERT_TRUE(rig.GetVolume().AfterLinks());
+          boundary.mObstacles = {&rig.GetVolume()};
+          boundary.Build(1);
+          thin.Build(boundary.mObstacles, layout);
+          ASSERT_TRUE(thin.HasAny());
+          const auto isAhead = [&](i32 x, double wall) {
+            return (field.PositionOf(x, 4, 4).x - wall / 100) * way > (way > 0 ? 1e-7 : -1e-7);
+          };
+          const auto sum = [&](bool ahead) {
+            double held = 0;
+            ForEachCell({{1, 1, 1}, layout.dims - VecInt3D{1, 1, 1}}, [&](i32 x, i32 y, i32 z) {
+              if (isAhead(x, at) == ahead) held += field(x, y, z);
+            });
+            return held;
+          };
+          walls.Build(boundary, nullptr, thin, 1);
+          if (frame == 0) {
+            ForEachCell({{1, 1, 1}, layout.dims - VecInt3D{1, 1, 1}},
+                        [&](i32 x, i32 y, i32 z) { field(x, y, z) = isAhead(x, at); });
+            walls.Clear(kValues, field);
+            total = sum(true);
+            continue;
+          }
+          ASSERT_EQ(walls.HandOver(kValues, 3, field), 0) << "in frame " << frame;
+          ASSERT_EQ(sum(false), 0)
+              << thickness << " thick, by " << way << " from " << start << " in frame " << frame;
+          ASSERT_NEAR(sum(true), total, 1e-9);
+        }
+      }
 }

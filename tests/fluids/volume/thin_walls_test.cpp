@@ -5,7 +5,7 @@
 #include <cmath>
 #include <deque>
 
-#include "fluids/volume/voxeliser.h"
+#include "fluids/volume/mesh_solid.h"
 #include "grids/for_each_cell.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -16,33 +16,11 @@ constexpr i32 kCells = 18;
 
 /// A box of `size` cells about the middle of the grid, moved by `off` cells along its own x axis
 /// and turned about z, then y.
-struct TurnedBox {
-  Vec3d axis[3], centre;
-
-  TurnedBox(const Vec3d& size, double aboutZ, double aboutY, double off) {
-    const auto turn = [&](const Vec3d& p) {
-      const Vec3d q{p.x * std::cos(aboutZ) - p.y * std::sin(aboutZ),
-                    p.x * std::sin(aboutZ) + p.y * std::cos(aboutZ), p.z};
-      return Vec3d{q.x * std::cos(aboutY) + q.z * std::sin(aboutY), q.y,
-                   -q.x * std::sin(aboutY) + q.z * std::cos(aboutY)};
-    };
-    for (int a = 0; a < 3; ++a) {
-      Vec3d unit{};
-      unit[a] = 1;
-      axis[a] = turn(unit);
-    }
-    centre = Vec3d{kCells / 2.0, kCells / 2.0, kCells / 2.0} + axis[0] * off;
-    std::vector<Vec3d>& v = mesh.GetVertices();
-    for (int i = 0; i < 8; ++i)
-      v.push_back((centre + axis[0] * (((i & 1) - 0.5) * size.x) +
-                   axis[1] * (((i >> 1 & 1) - 0.5) * size.y) + axis[2] * ((i / 4 - 0.5) * size.z)) *
-                  double(kWallCell));
-    mesh.GetTriangles() = {{0, 2, 1}, {1, 2, 3}, {4, 5, 6}, {5, 7, 6}, {0, 1, 4}, {1, 5, 4},
-                           {2, 6, 3}, {3, 6, 7}, {0, 4, 2}, {2, 4, 6}, {1, 3, 5}, {3, 7, 5}};
-    mesh.UpdateBounds();
-  }
-  TriMeshSTL mesh;
-};
+TurnedBox BoxAt(const Vec3d& size, double aboutZ, double aboutY, double off) {
+  const Vec3d middle{kCells / 2.0, kCells / 2.0, kCells / 2.0};
+  const TurnedBox still(middle, size, aboutZ, aboutY, kWallCell);
+  return {middle + still.axis[0] * off, size, aboutZ, aboutY, kWallCell};
+}
 
 /// A mesh in a grid, with its distances and thin walls.
 struct Measured {
@@ -51,10 +29,12 @@ struct Measured {
   ThinWalls walls;
 
   explicit Measured(const TriMeshSTL& mesh, i32 threads = 2) : distance(Layout(), kNode) {
+    const ThinWalls::Kind kind = IsSheet(mesh) ? ThinWalls::kSheet : ThinWalls::kSolid;
     voxeliser.mShellThickness = 1;
+    voxeliser.mIsSheet = kind == ThinWalls::kSheet;
     EXPECT_TRUE(voxeliser.Voxelise(mesh, distance, true, threads));
     walls.Find({mesh, distance, *voxeliser.ClosestTriangles(), SharpSurface::TurnsInwards(mesh)},
-               threads);
+               kind, threads);
   }
   static GridLayout Layout() {
     GridLayout layout;
@@ -98,14 +78,14 @@ TEST(ThinWalls, AreTightAtAnyThicknessPlaceAndAngle) {
   struct Turn {
     double z, y;
   };
-  for (const double thickness : {0.02, 0.1, 0.5, 1.0, 1.4, 1.7, 1.8, 2.2})
+  for (const double thickness : {0.0, 0.02, 0.1, 0.5, 1.0, 1.4, 1.7, 1.8, 2.2})
     for (const Turn& turn :
          {Turn{0, 0}, Turn{0.3, 0}, Turn{0.785398163397448, 0}, Turn{0.5, 0.7}, Turn{-0.2, 1.1}})
       for (i32 place = 0; place < 10; ++place) {
-        const TurnedBox box({thickness, 60, 60}, turn.z, turn.y, 0.1 * place);
+        const TurnedBox box = BoxAt({thickness, 60, 60}, turn.z, turn.y, 0.1 * place);
         const Measured measured(box.mesh, 1);
         const auto side = [&](const VecInt3D& c) {
-          return Dot(ToReal(c) + Vec3d{0.5, 0.5, 0.5} - box.centre, box.axis[0]);
+          return box.Side(ToReal(c) + Vec3d{0.5, 0.5, 0.5});
         };
         VecInt3D from;
         ForEachCell({{0, 0, 0}, {kCells, kCells, kCells}}, [&](i32 x, i32 y, i32 z) {
@@ -127,7 +107,7 @@ TEST(ThinWalls, AreTightAtAnyThicknessPlaceAndAngle) {
 TEST(ThinWalls, ThickSolidsHaveNone) {
   for (const double angle : {0.0, 0.4, 0.785398163397448})
     for (const double off : {0.0, 0.3, 0.5}) {
-      const TurnedBox box({5, 6, 7}, angle, 1.3 * angle, off);
+      const TurnedBox box = BoxAt({5, 6, 7}, angle, 1.3 * angle, off);
       EXPECT_TRUE(Measured(box.mesh).walls.Faces().empty()) << angle << " " << off;
     }
 }
@@ -136,7 +116,7 @@ TEST(ThinWalls, CloseOnlyWhereTheyStand) {
   // A plate of 8 by 8 cells in the middle of a cell, as wide as whole cells: 8 by 8 faces above it
   // or below.
   for (const double off : {0.3, 0.7}) {
-    const TurnedBox box({0.1, 8, 8}, 0, 0, off);
+    const TurnedBox box = BoxAt({0.1, 8, 8}, 0, 0, off);
     const Measured measured(box.mesh);
     i32 closed = 0;
     for (const ThinWalls::Face& face : measured.walls.Faces()) {
@@ -148,13 +128,13 @@ TEST(ThinWalls, CloseOnlyWhereTheyStand) {
     EXPECT_EQ(measured.walls.Faces().size(), 64u);
     EXPECT_TRUE(measured.walls.Filled().empty());
   }
-  const Measured filled(TurnedBox({0.6, 8, 8}, 0, 0, 0.5).mesh);
+  const Measured filled(BoxAt({0.6, 8, 8}, 0, 0, 0.5).mesh);
   EXPECT_EQ(filled.walls.Faces().size(), 2u * 64 + 0u) << "both sides of the cells that it fills";
   EXPECT_EQ(filled.walls.Filled().size(), 64u);
 }
 
 TEST(ThinWalls, AreTheSameInsideOutAndAtAnyThreadCount) {
-  TurnedBox box({0.3, 9, 7}, 0.4, 0.2, 0.15);
+  TurnedBox box = BoxAt({0.3, 9, 7}, 0.4, 0.2, 0.15);
   const Measured one(box.mesh, 1), seven(box.mesh, 7);
   EXPECT_FALSE(one.walls.Faces().empty());
   EXPECT_EQ(one.walls.Faces(), seven.walls.Faces());
@@ -162,21 +142,24 @@ TEST(ThinWalls, AreTheSameInsideOutAndAtAnyThreadCount) {
   EXPECT_EQ(Measured(box.mesh).walls.Faces(), one.walls.Faces());
 }
 
-TEST(ThinWalls, TellOfGapsThatAreTooNarrow) {
-  const auto gapOf = [](double width) {
-    TurnedBox one({4, 5, 5}, 0, 0, -2 - width / 2), two({4, 5, 5}, 0, 0, 2 + width / 2);
-    TriMeshSTL& mesh = one.mesh;
-    const i32 first = mesh.GetVertexCount();
-    for (const Vec3d& v : two.mesh.GetVertices()) mesh.GetVertices().push_back(v);
-    for (const VecInt3D& t : two.mesh.GetTriangles())
-      mesh.GetTriangles().push_back(t + VecInt3D{first, first, first});
-    mesh.UpdateBounds();
-    return Measured(mesh).walls.NarrowGap();
-  };
-  EXPECT_FALSE(gapOf(1.1));
-  const auto gap = gapOf(0.6);
-  ASSERT_TRUE(gap);
-  EXPECT_NEAR(gap->x, kCells / 2 * double(kWallCell), 0.31 * kWallCell);
+TEST(Sheets, AreShapesWithLongBorders) {
+  TriMeshSTL box = BoxAt({4, 4, 4}, 0.2, 0, 0).mesh;
+  EXPECT_FALSE(IsSheet(box));
+  EXPECT_TRUE(IsSheet(BoxAt({0, 4, 4}, 0.2, 0, 0).mesh));
+  // Each triangle with vertices of its own, as some files have them.
+  TriMeshSTL loose;
+  for (const VecInt3D& t : box.GetTriangles()) {
+    const i32 first = loose.GetVertexCount();
+    for (int i = 0; i < 3; ++i) loose.GetVertices().push_back(box.GetVertices()[t[i]]);
+    loose.GetTriangles().push_back({first, first + 1, first + 2});
+  }
+  EXPECT_FALSE(IsSheet(loose));
+  box.GetTriangles().resize(10);
+  EXPECT_TRUE(IsSheet(box)) << "without one side it is a trough";
+  TriMeshSTL ball = MeshOf(host::MakeSphere({.radius = 50}));
+  ASSERT_GT(ball.GetTriangleCount(), 300);
+  ball.GetTriangles().pop_back();
+  EXPECT_FALSE(IsSheet(ball)) << "a triangle that lacks makes it no sheet";
 }
 
 }  // namespace

@@ -1,0 +1,76 @@
+// How the obstacles of a boundary move in a step.
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "fluids/flow/grid_boundary.h"
+#include "fluids/volume/volume_base.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+/// The longest way of a point of an obstacle in this step, simulation units.
+double TravelOf(const VolumeBase& obstacle) {
+  const Mesh* mesh = obstacle.GetMesh();
+  if (!obstacle.Has(FLAG_ENABLED) || !mesh || mesh->IsStatic() || !obstacle.HasGridData()) return 0;
+  return mesh->GetTravel();
+}
+
+}  // namespace
+
+Vec3d GridBoundary::GetSolidVelocity(const Vec3d& world) const {
+  const VolumeBase* nearest = nullptr;
+  double least = std::numeric_limits<double>::max();
+  for (const VolumeBase* obstacle : mObstacles) {
+    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->IsInBounds(world)) continue;
+    const double distance = obstacle->DistanceAtWorld(world);
+    if (!(distance < least)) continue;
+    least = distance;
+    nearest = obstacle;
+  }
+  return nearest && nearest->GetMesh() && !nearest->GetMesh()->IsStatic()
+             ? nearest->SurfaceVelocityAt(world)
+             : Vec3d{};
+}
+
+double GridBoundary::ObstacleTravel() const {
+  double most = 0;
+  for (const VolumeBase* obstacle : mObstacles) most = std::max(most, TravelOf(*obstacle));
+  return most;
+}
+
+std::vector<GridBoundary::Mover> GridBoundary::Movers() const {
+  std::vector<Mover> movers;
+  for (const VolumeBase* obstacle : mObstacles) {
+    const double travel = TravelOf(*obstacle);
+    if (travel == 0) continue;
+    const GridLayout& box = obstacle->GetGrid()->mLayout;
+    const Vec3d reach = Vec3d{1, 1, 1} * (travel + box.cellSize);
+    const Vec3d low = mLevelSet->mLayout.ToCells(box.simOrigin - reach);
+    const Vec3d high = mLevelSet->mLayout.ToCells(box.simMax + reach);
+    CellBox cells;
+    for (i32 a = 0; a < 3; ++a) {
+      const double last = mLevelSet->mLayout.dims[a] - 1.0;
+      cells.min[a] = static_cast<i32>(std::clamp(std::floor(low[a]), 1.0, last));
+      cells.max[a] = static_cast<i32>(std::clamp(std::ceil(high[a]), 1.0, last));
+    }
+    movers.push_back({obstacle, cells});
+  }
+  return movers;
+}
+
+double GridBoundary::DistanceBefore(const VecInt3D& node) const {
+  const Vec3d p = mLevelSet->PositionOf(node.x, node.y, node.z);
+  double distance = WallDistance(node);
+  for (const VolumeBase* obstacle : mObstacles) {
+    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->HasGridData()) continue;
+    const Mesh* mesh = obstacle->GetMesh();
+    // What is at p + motion now was at p.
+    const Vec3d now = mesh && !mesh->IsStatic() ? p + obstacle->SurfaceVelocityAt(p) : p;
+    if (obstacle->IsInBounds(now)) distance = std::min(distance, obstacle->DistanceAtWorld(now));
+  }
+  return std::fabs(distance) < kNoise * mLevelSet->mLayout.cellSize ? 0 : distance;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,66 @@
+#include "fluids/flow/gap_probe.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+constexpr double kMet = 0.02, kLook = 0.05, kFarthestSide = 1.5;  // cells
+constexpr double kSideBySide = 0.02;                              // of two unit normals' sum
+constexpr i32 kMostLooks = 48;
+}  // namespace
+
+/// The gap straight across from the side nearest to `p`.
+std::optional<GapProbe::Across> GapProbe::Measure(Vec3d p) const {
+  SolidSurfaces::Nearest near = mSolids.Find(p);
+  if (near.distance <= 0) {
+    // The middle bends away from a straight way.
+    p += near.normal * (kLook * mCell - near.distance);
+    near = mSolids.Find(p);
+  }
+  if (near.solid == SolidSurfaces::kNone || !(near.distance > 0)) return {};
+  for (double t = kLook * mCell; t < kFarthestSide * mCell; t += kLook * mCell) {
+    const SolidSurfaces::Nearest far = mSolids.Find(p + near.normal * t);
+    if (far.distance > 0) continue;
+    const double width = near.distance + t + far.distance;
+    return Across{{near.at + near.normal * (width / 2), width}, near.normal + far.normal};
+  }
+  return {};
+}
+
+/// Its sides run on beside each other: of the four ways along it two at least stay open.
+bool GapProbe::GoesOn(const Gap& gap, const Vec3d& normal) const {
+  const i32 axis = std::abs(normal.x) < 0.6 ? 0 : 1;
+  Vec3d unit{};
+  unit[axis] = 1;
+  const Vec3d u = Normalised(Cross(normal, unit)), v = Cross(normal, u);
+  i32 open = 0;
+  for (const Vec3d& way : {u, v, u * -1.0, v * -1.0})
+    open += mSolids.DistanceAt(gap.at + way * mCell) > 0;
+  return open >= 2;
+}
+
+std::optional<GapProbe::Gap> GapProbe::Look(const Vec3d& p) const {
+  auto here = Measure(p);
+  for (i32 step = 0; here && step < kMostLooks; ++step) {
+    const auto [gap, opening] = *here;
+    if (gap.width < kMet * mCell) return {};
+    const double rise = Length(opening);
+    if (rise < kSideBySide) {
+      const Vec3d normal = mSolids.Find(gap.at).normal;
+      if (!GoesOn(gap, normal)) return {};
+      return Gap{gap.at, gap.width, true};
+    }
+    // Two sides whose normals' sum is `rise` come nearer by about that much on a way of one.
+    const double way = std::min(0.5 * gap.width / rise, 0.5 * mCell);
+    const Vec3d next = gap.at - opening * (way / rise);
+    here = Measure(next);
+    // It may end in the open, narrow as it is.
+    if (!here) return mSolids.DistanceAt(next) > 0 ? std::optional(gap) : std::nullopt;
+    if (here->gap.width >= gap.width || Dot(here->opening, opening) < 0) return gap;
+  }
+  return {};
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

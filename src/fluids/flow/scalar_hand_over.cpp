@@ -1,0 +1,114 @@
+// What solids that move have covered goes on to other cells.
+#include <algorithm>
+#include <limits>
+
+#include "fluids/flow/scalar_walls.h"
+#include "grids/for_each_cell.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A thin wall stands between the centres of two cells.
+bool ScalarWalls::IsParted(const VecInt3D& cell, const VecInt3D& taker) const {
+  const Vec3d half{0.5, 0.5, 0.5}, to = ToReal(taker) + half;
+  return mThin->Stop(ToReal(cell) + half, to) != to;
+}
+
+/// From a closed cell something else lies on the other side of a thin wall, or where the cell is
+/// in one, not on the side that it moves to.
+bool ScalarWalls::LiesBehind(const VecInt3D& cell, const VecInt3D& taker) const {
+  if (!mThin->IsFilled(cell)) return IsParted(cell, taker);
+  const Vec3d motion = mBoundary->GetSolidVelocity(mState->PositionOf(cell.x, cell.y, cell.z));
+  return !(Dot(ToReal(taker - cell), motion) > 0);
+}
+
+/// Calls f(index) for the inner open cells that lie nearest to a cell, of those that `counts`
+/// takes.
+template <class Counts, class F>
+void ScalarWalls::ForEachOpenNearest(const VecInt3D& cell, i32 reach, Counts&& counts,
+                                     F&& f) const {
+  const VecInt3D r{reach, reach, reach};
+  const CellBox box =
+      Clip({cell - r, cell + r + VecInt3D{1, 1, 1}}, {1, 1, 1}, mState->Dims() - VecInt3D{1, 1, 1});
+  const auto takes = [&](i32 x, i32 y, i32 z) {
+    bool wasClosed = false;
+    WasThere({x, y, z}, wasClosed);
+    return (*mState)(x, y, z) == kOpen && !wasClosed && counts(VecInt3D{x, y, z});
+  };
+  const auto distance = [&](i32 x, i32 y, i32 z) {
+    const VecInt3D d = VecInt3D{x, y, z} - cell;
+    return d.x * d.x + d.y * d.y + d.z * d.z;
+  };
+  i32 nearest = std::numeric_limits<i32>::max();
+  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+    if (takes(x, y, z)) nearest = std::min(nearest, distance(x, y, z));
+  });
+  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+    if (takes(x, y, z) && distance(x, y, z) == nearest) f(mState->Index(x, y, z));
+  });
+}
+
+/// What one cell holds goes to others; false if there are none.
+template <class Counts>
+bool ScalarWalls::Give(const VecInt3D& cell, i32 reach, double held, Grid<double>& field,
+                       Counts&& counts) const {
+  i32 takers = 0;
+  ForEachOpenNearest(cell, reach, counts, [&](i32) { ++takers; });
+  ForEachOpenNearest(cell, reach, counts, [&](i32 taker) { field[taker] += held / takers; });
+  return takers > 0;
+}
+
+/// What thin walls have passed over goes to the other side of them. Returns what found no place.
+double ScalarWalls::GivePassed(const Values& values, i32 reach, Grid<double>& field) const {
+  std::vector<double> held(mPassed.size());
+  for (std::size_t i = 0; i < mPassed.size(); ++i) {
+    double& value = field[mPassed[i].cell];
+    held[i] = std::max(value - values.nothing, 0.0);
+    value = values.nothing;
+  }
+  const auto isPassed = [&](const VecInt3D& c) {
+    const i32 index = mState->Index(c.x, c.y, c.z);
+    const auto at = std::lower_bound(mPassed.begin(), mPassed.end(), index,
+                                     [](const Passed& p, i32 i) { return p.cell < i; });
+    return at != mPassed.end() && at->cell == index;
+  };
+  double lost = 0;
+  for (std::size_t i = 0; i < mPassed.size(); ++i) {
+    const VecInt3D cell = CellAt(mPassed[i].cell);
+    const bool isPlaced = Give(cell, reach, held[i], field, [&](const VecInt3D& c) {
+      return Dot(ToReal(c - cell), mPassed[i].motion) > 0 && IsParted(cell, c) && !isPassed(c);
+    });
+    if (!isPlaced) lost += held[i];
+  }
+  return lost;
+}
+
+double ScalarWalls::HandOver(const Values& values, i32 reach, Grid<double>& field) const {
+  double lost = GivePassed(values, reach, field);
+  const double started = std::max(values.initial, values.nothing);
+  // These were closed from the start, and no step has emptied them.
+  if (mIsFirst)
+    for (const Beside& b : mLeft) {
+      const double stays = std::max(field[b.cell] - started, 0.0);
+      lost += std::max(field[b.cell] - values.nothing, 0.0) - stays;
+      field[b.cell] = values.nothing + stays;
+    }
+  for (const Layer& layer : mLayers)
+    for (const Run& run : layer.closed)
+      for (i32 c = run.first; c < run.last; ++c) {
+        if (!(field[c] > values.nothing)) continue;
+        const VecInt3D cell = CellAt(c);
+        bool wasClosed = false;
+        const bool isNew = !WasThere(cell, wasClosed) || (mIsFirst && wasClosed);
+        const double held = field[c] - (isNew ? started : values.nothing);
+        lost += field[c] - values.nothing;
+        field[c] = values.nothing;
+        if (!(held > 0)) continue;
+        const auto counts = [&](const VecInt3D& taker) {
+          return !mThin || !LiesBehind(cell, taker);
+        };
+        if (Give(cell, reach, held, field, counts)) lost -= held;
+      }
+  return lost;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

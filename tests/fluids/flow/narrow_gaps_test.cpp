@@ -1,0 +1,167 @@
+#include "fluids/flow/narrow_gaps.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "fluids/flow/thin_faces.h"
+#include "fluids/pressure/projection_box.h"
+#include "fluids/volume/mesh_solid.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace {
+
+constexpr i32 kGapCells = 16;
+constexpr f32 kGapCell = 0.25f;
+const Vec3d kGapMiddle{8, 8, 8};
+
+/// GapSolids in a box of cells with all that a flow finds of them.
+struct GapSolids {
+  GridBoundary boundary;
+  std::vector<std::unique_ptr<MeshSolid>> solids;
+  Grid_VolumeFractions fractions;
+  SolidCells cells;
+  NarrowGaps gaps;
+
+  explicit GapSolids(std::vector<TriMeshSTL> meshes, u8 walls = 0, i32 threads = 1) {
+    for (TriMeshSTL& mesh : meshes) {
+      solids.push_back(std::make_unique<MeshSolid>(std::move(mesh), kGapCell));
+      boundary.mObstacles.push_back(solids.back().get());
+    }
+    const GridLayout layout =
+        projection::MakeLayout({kGapCells, kGapCells, kGapCells}, kGapCell, {});
+    boundary.mWalls = walls;
+    boundary.mLevelSet = std::make_unique<EGrid<double>>(layout, kNode);
+    boundary.Build(threads);
+    fractions.mMethod = FractionMethod::Analytic;
+    fractions.mInvert = true;
+    fractions.mKinds = kFractionCell | kFractionFaces;
+    fractions.mLeast = kLeastOpening;
+    fractions.mSource = {boundary.GetLevelSet(), nullptr};
+    fractions.Measure(threads);
+    cells.Build(*boundary.GetLevelSet(), threads);
+    gaps.Build(boundary, threads);
+    gaps.Open(fractions);
+    gaps.Mark(cells);
+  }
+  float Open(i32 axis, i32 x, i32 y, i32 z) const { return (*fractions.GetRead(axis, 1))(x, y, z); }
+  bool HoldsSmoke(i32 x, i32 y, i32 z) const {
+    return (*cells.Get())(x, y, z) & SolidCells::kOpenCentre;
+  }
+};
+
+TriMeshSTL GapBlock(const Vec3d& centre, const Vec3d& size, double aboutZ = 0) {
+  return TurnedBox(centre, size, aboutZ, 0, kGapCell).mesh;
+}
+
+TriMeshSTL Joined(TriMeshSTL one, const TriMeshSTL& other) {
+  Append(one, other);
+  return one;
+}
+
+TEST(NarrowGaps, AreOpenByTheirWidthWhereverTheyLie) {
+  enum class Between { kParts, kVolumes, kWall };
+  for (const Between between : {Between::kParts, Between::kVolumes, Between::kWall})
+    for (const double width : {0.5, 0.6, 1.0, 1.3, 1.7})
+      for (i32 place = 0; place < 10; ++place) {
+        // From `low` to `low + width`, along x and z.
+        if (between == Between::kWall && place > 0) break;
+        const double low = between == Between::kWall ? 1 : 6 + 0.1 * place;
+        const TriMeshSTL below = GapBlock({8, low - 2, 8}, {6, 4, 40});
+        const TriMeshSTL above = GapBlock({8, low + width + 2, 8}, {6, 4, 40});
+        std::vector<TriMeshSTL> meshes;
+        if (between == Between::kParts) meshes = {Joined(below, above)};
+        if (between == Between::kVolumes) meshes = {below, above};
+        if (between == Between::kWall) meshes = {above};
+        const GapSolids solids(std::move(meshes), between == Between::kWall ? kWallLowY : 0);
+        for (i32 x = 6; x <= 10; ++x) {
+          double open = 0;
+          i32 holding = 0;
+          // From below one block's middle to above the other's.
+          const i32 first = between == Between::kWall ? 1 : 3,
+                    last = between == Between::kWall ? 5 : 10;
+          for (i32 y = first; y < last; ++y) {
+            open += solids.Open(0, x, y, 8);
+            holding += solids.HoldsSmoke(x, y, 8) && solids.Open(0, x, y, 8) > 0;
+          }
+          ASSERT_NEAR(open, width, 0.02) << static_cast<int>(between) << " at " << low;
+          ASSERT_GE(holding, 1) << width << " at " << low;
+        }
+      }
+}
+
+TEST(NarrowGaps, LeaveSingleSurfacesAsTheyAre) {
+  for (const double angle : {0.0, 0.35}) {
+    const GapSolids with({GapBlock(kGapMiddle, {5.3, 6, 7}, angle)}, kWallsAll);
+    GapSolids without({GapBlock(kGapMiddle, {5.3, 6, 7}, angle)}, kWallsAll);
+    without.fractions.Measure(1);
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const EGrid<float>&a = *with.fractions.GetRead(axis, 1),
+            &b = *without.fractions.GetRead(axis, 1);
+      for (i32 i = 0; i < a.mCount; ++i) ASSERT_EQ(a[i], b[i]);
+    }
+  }
+}
+
+TEST(NarrowGaps, AreToldOfBelowHalfACellAndNoCreaseIs) {
+  const auto placesIn = [](std::vector<TriMeshSTL> meshes, u8 walls = 0) {
+    return GapSolids(std::move(meshes), walls).gaps.TakePlaces();
+  };
+  const TriMeshSTL below = GapBlock({8, 4, 8}, {6, 4, 6});
+  for (const double width : {0.1, 0.3, 0.45})
+    for (const double lift : {0.0, 0.05, 0.3, 0.77}) {
+      const TriMeshSTL under = GapBlock({8, 4 + lift, 8}, {6, 4, 6});
+      const TriMeshSTL over = GapBlock({8, 8 + lift + width, 8}, {6, 4, 6});
+      const auto one = placesIn({Joined(under, over)});
+      ASSERT_EQ(one.size(), 1u) << width << " " << lift;
+      EXPECT_EQ(one[0].one, one[0].other);
+      EXPECT_NEAR(one[0].width, width, 0.01);
+      EXPECT_NEAR(one[0].at.y / kGapCell, 6 + lift + width / 2, 0.02);
+      const auto two = placesIn({under, over});
+      ASSERT_EQ(two.size(), 1u);
+      EXPECT_NE(two[0].one, two[0].other);
+      EXPECT_TRUE(two[0].other);
+    }
+  EXPECT_TRUE(placesIn({below, GapBlock({8, 8.6, 8}, {6, 4, 6})}).empty()) << "wide enough";
+  const auto wall = placesIn({GapBlock({8, 3.3, 8}, {6, 4, 6})}, kWallLowY);
+  ASSERT_EQ(wall.size(), 1u);
+  EXPECT_FALSE(wall[0].other);
+  EXPECT_NEAR(wall[0].width, 0.3, 0.01);
+
+  // Creases: solids that touch, blocks that lean on one another, and balls that cross.
+  EXPECT_TRUE(placesIn({below, GapBlock({8, 8, 8}, {6, 4, 6})}).empty());
+  for (const double angle : {0.08, 0.3, 0.6})
+    EXPECT_TRUE(placesIn({below, GapBlock({10, 7.9, 8}, {6, 4, 6}, angle)}).empty()) << angle;
+  const auto ball = [](double x, double radius) {
+    return MeshOf(host::MakeSphere({.radius = radius, .segments = 48}), kGapCell,
+                  Vec3d{x, 8, 8} * double(kGapCell));
+  };
+  for (const double apart : {7.0, 7.7, 7.95})
+    EXPECT_TRUE(placesIn({Joined(ball(4.2, 4), ball(4.2 + apart, 4))}).empty()) << apart;
+  const auto near = placesIn({ball(3.9, 4), ball(3.9 + 8.2, 4)});
+  ASSERT_EQ(near.size(), 1u) << "these don't touch";
+  EXPECT_NEAR(near[0].width, 0.2, 0.1);
+}
+
+TEST(NarrowGaps, AreTheSameAtAnyThreadCountAndFollowTheSolids) {
+  const auto meshes = [] {
+    return std::vector{GapBlock({8, 4.1, 8}, {6, 4, 7}, 0.1),
+                       GapBlock({8, 8.9, 8}, {6, 4, 7}, 0.1)};
+  };
+  const GapSolids one(meshes(), 0, 1), seven(meshes(), 0, 7);
+  for (i32 axis = 0; axis < 3; ++axis) {
+    const EGrid<float>&a = *one.fractions.GetRead(axis, 1), &b = *seven.fractions.GetRead(axis, 1);
+    for (i32 i = 0; i < a.mCount; ++i) ASSERT_EQ(a[i], b[i]);
+  }
+  GapSolids gone(meshes());
+  gone.boundary.mObstacles.pop_back();
+  gone.boundary.Build(1);
+  gone.gaps.Build(gone.boundary, 1);
+  gone.fractions.Measure(1);
+  const float before = gone.Open(0, 8, 6, 8);
+  gone.gaps.Open(gone.fractions);
+  EXPECT_EQ(gone.Open(0, 8, 6, 8), before) << "there is no gap any more";
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
