@@ -58,6 +58,7 @@ ParameterTable Cache_OperatorBase::CommonRows() {
                "the fields, volumes and gas that are kept; play back with the list in the order in "
                "which it was recorded",
                {})
+          .Required()
           .Writes()
           .To(&Cache_OperatorBase::mListed),
       LongRow(cache_row::kFolder, "folder", 0, "",

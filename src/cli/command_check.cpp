@@ -2,10 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "host/console.h"
 #include "host/exit_codes.h"
+#include "nodes/catalogue.h"
 #include "scene/command_files.h"
 #include "scene/diagnostics.h"
 #include "scene/scene_file.h"
@@ -39,9 +41,16 @@ std::size_t CountObjects(const Document& document) {
 std::string Summary(const LoadedScene& scene) {
   const Document& document = *scene.document;
   std::size_t nodes = 0;
+  i32 first = document.previewMin, last = document.previewMax;
   for (const BaseNode* server : scene.servers) nodes += CountNodes(*server);
-  return fmt::format("{}: valid: frames {} to {} at {} fps, {}, {}, {}", scene.path.string(),
-                     document.previewMin, document.previewMax, document.fps, Count(nodes, "node"),
+  for (BaseNode* server : scene.servers) {
+    i32 from = 0, to = 0;
+    MELDO_SULVA::CreateScene(*server)->GetFrameRange(from, to);
+    first = server == scene.servers.front() ? from : std::min(first, from);
+    last = server == scene.servers.front() ? to : std::max(last, to);
+  }
+  return fmt::format("{}: valid: frames {} to {} at {} fps, {}, {}, {}", scene.path.string(), first,
+                     last, document.fps, Count(nodes, "node"),
                      Count(CountObjects(document), "object"),
                      Count(scene.exports.size(), "export"));
 }

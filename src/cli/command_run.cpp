@@ -72,6 +72,7 @@ class Run {
     if (mResumed) mFramesWritten = mResumed->framesWritten;
     if (options.trace) mSimulation.PrintTrace();
     mSimulation.Silence(scene.reach.Idle());
+    mSimulation.AwaitContent(scene.hasMotion);
   }
 
   int Execute() {
@@ -97,6 +98,7 @@ class Run {
     std::vector<std::string> warnings = mSimulation.TakeWarnings();
     if (code == kExitDone) AddMixture(warnings);
     for (const std::string& warning : warnings) Warn(warning);
+    warnings.insert(warnings.begin(), mToldLast.begin(), mToldLast.end());
     if (code == kExitDone && mOptions.strict && (mHasWarned || mSimulation.HasWarned())) {
       mProgress.Error("--strict: there are warnings");
       code = kExitInvalidScene;
@@ -207,6 +209,10 @@ class Run {
       }
       if (frame == first) DescribeScenes();
       for (const auto& scene : mSimulation.Scenes()) MeasureScene(*scene, mNames, record);
+      if (frame == mSelected.last) {
+        mToldLast = mSimulation.TakeWarnings();
+        record.warnings.insert(record.warnings.end(), mToldLast.begin(), mToldLast.end());
+      }
       for (const std::string& warning : record.warnings)
         Warn(fmt::format("frame {}: {}", frame, warning));
       const std::string broken = FindNonFinite(record);
@@ -322,6 +328,7 @@ class Run {
   Checkpoints mCheckpoints;
   std::optional<RunState> mResumed;
   std::set<std::string> mToldWarnings;
+  std::vector<std::string> mToldLast;  ///< with the last frame: what never ran
   i32 mFramesWritten = 0;
   bool mHasWarned = false;
 };

@@ -81,7 +81,10 @@ class Watch {
   /// What became of the node in the last frame, in a clause.
   std::string Tell() const {
     const iBase* object = Object();
-    if (!mStages.empty()) return "ran in " + StagesText();
+    // What ran and left nothing to see counts as if it hadn't.
+    const bool isFruitless =
+        object && mSimulation.RunsOf(*object) == 0 && mSimulation.IdleReasonOf(*object);
+    if (!mStages.empty() && !isFruitless) return "ran in " + StagesText();
     if (object && mSimulation.RunsOf(*object) > 0)
       return fmt::format("ran {}, driven by {}", Times(mSimulation.RunsOf(*object)), Readers());
     return "slept: " + WhyAsleep(object);
@@ -122,8 +125,8 @@ class Watch {
     if (!object) return "it stands for its children and has no work of its own";
     const NodeKind* kind = FindKind(mNode.Type());
     const bool isForce = kind->list == kListForces;
-    if (isForce && !mHadTime) return kNoTime;
     if (const char* reason = mSimulation.IdleReasonOf(*object)) return reason;
+    if (isForce && !mHadTime) return kNoTime;
     if (kind->stages.empty() && !isForce)
       return "it has no work of its own; it serves " + Readers();
     if (mScene->mFlags & Scene::kNoBounds) return "the scene holds nothing yet";

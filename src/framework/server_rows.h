@@ -9,6 +9,7 @@ enum Row : i32 {
   kSimulationUnits = 1001,
   kCellSize = 1002,
   kTimeMode = 1003,
+  kFixedStep = 1004,
   kExtraSubsteps = 1005,
   kUsePreviewRange = 1006,
   kFirstFrame = 1007,

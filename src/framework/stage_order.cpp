@@ -112,8 +112,9 @@ std::vector<OrderTie> FindTies(const std::vector<iBase*>& objects, const Scene& 
   for (std::size_t i = 0; i < objects.size(); ++i)
     for (std::size_t j = i + 1; j < objects.size(); ++j) {
       iBase *a = objects[i], *b = objects[j];
-      // What caches change is what they recorded: two in one field are told of elsewhere.
-      if (a->GetListIndex() == kListCaches || b->GetListIndex() == kListCaches) continue;
+      // Those of different lists stand in the order of the lists, whatever the file says. What
+      // caches change is what they recorded: two in one field are told of elsewhere.
+      if (a->GetListIndex() != b->GetListIndex() || a->GetListIndex() == kListCaches) continue;
       if (a->ComesBefore(*b) || b->ComesBefore(*a) || a->CommutesWith(*b)) continue;
       const iBase* target = waits.SharedTarget(a, b);
       if (target && !waits.Follows(a, b) && !waits.Follows(b, a)) ties.push_back({a, b, target, 0});

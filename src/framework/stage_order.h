@@ -37,8 +37,8 @@ struct OrderTie {
   i32 stage = 0;
 };
 
-/// The ties among the objects of a stage, which stand in their order: of equal priority, not
-/// waiting for each other, and such that their order counts.
+/// The ties among the objects of a stage, which stand in their order: of one list, of equal
+/// priority, not waiting for each other, and such that their order counts.
 std::vector<OrderTie> FindTies(const std::vector<iBase*>& objects, const Scene& scene);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -56,7 +56,7 @@ const ParameterTable& SulvaScene::Parameters() {
               "how a frame is cut into substeps: as fast flow asks for, or always alike")
           .Choices({{0, "adaptive"}, {1, "fixed_substeps"}, {2, "fixed_step"}})
           .To(&SceneSettings::timeMode),
-      RealRow(1004, "fixed_step", 0.2, "s",
+      RealRow(server_row::kFixedStep, "fixed_step", 0.2, "s",
               "time that every substep advances, whatever the frame rate is")
           .AtLeast(0)
           .OnlyWith(server_row::kTimeMode, {2})
@@ -143,7 +143,10 @@ const ParameterTable& SulvaScene::Parameters() {
               "`sulva cache-setup`: files count from the first frame, or by the scene's numbers")
           .Choices({{0, "from_start"}, {1, "document"}}),
       LinksRow(cache_setup::kCandidates, "cache_candidates",
-               "kept with the scene; a list to choose from", {})
+               "kept with the scene; a list to choose from")
+          .AcceptsAny({kListChannels, kCategoryGrid})
+          .AcceptsAny({kListSolvers, 0})
+          .AcceptsAny({kListGeometry, kCategoryVolume})
           .Kept(),
       LongRow(cache_setup::kPlace, "cache_place", 0, "",
               "`sulva cache-setup`: files go below the output of each run, or to cache_folder")
@@ -151,7 +154,10 @@ const ParameterTable& SulvaScene::Parameters() {
       BoolRow(cache_setup::kBackwards, "cache_backwards", false,
               "`sulva cache-setup`: the recording plays in reverse"),
       LinksRow(cache_setup::kObjects, "cache_objects",
-               "`sulva cache-setup`: what is recorded; empty takes every field and the gas", {}),
+               "`sulva cache-setup`: what is recorded; empty takes every field and the gas")
+          .AcceptsAny({kListChannels, kCategoryGrid})
+          .AcceptsAny({kListSolvers, 0})
+          .AcceptsAny({kListGeometry, kCategoryVolume}),
       ButtonRow(cache_setup::kChooseFolder, "choose_cache_folder",
                 "asks a person where recordings go"),
       ButtonRow(cache_setup::kSetUp, "set_up_caches", "what `sulva cache-setup` does"),

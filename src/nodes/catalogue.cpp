@@ -35,6 +35,7 @@
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "framework/duration.h"
+#include "nodes/with_kinds.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -103,13 +104,7 @@ ParameterTable MakeTable(const NodeKind& kind) {
       own->connect = row.connect;
     }
   }
-  for (ParameterRow& row : table) {
-    const std::vector<i32> named = row.accepts;
-    for (const NodeKind& other : Kinds())
-      if (Takes(row, other) && std::find(named.begin(), named.end(), other.id) == named.end())
-        row.accepts.push_back(other.id);
-  }
-  return table;
+  return WithKinds(std::move(table));
 }
 
 std::map<i32, ParameterTable>& Tables() {
@@ -124,6 +119,16 @@ std::map<i32, ParameterTable>& Tables() {
 }  // namespace
 
 const std::deque<NodeKind>& Catalogue() { return Kinds(); }
+
+ParameterTable WithKinds(ParameterTable table) {
+  for (ParameterRow& row : table) {
+    const std::vector<i32> named = row.accepts;
+    for (const NodeKind& other : Kinds())
+      if (Takes(row, other) && std::find(named.begin(), named.end(), other.id) == named.end())
+        row.accepts.push_back(other.id);
+  }
+  return table;
+}
 
 void AddKind(const NodeKind& kind) {
   if (FindKind(kind.id) || FindKind(kind.type) || FindKind(kind.label))

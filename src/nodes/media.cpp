@@ -2,6 +2,7 @@
 
 #include "fluids/rendering/gas_material.h"
 #include "fluids/rendering/grid_sampler_shader.h"
+#include "nodes/with_kinds.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -15,6 +16,11 @@ std::vector<MELDO_SULVA::Scene*> AllOf(const Scenes& scenes) {
   return all;
 }
 
+const host::ParameterTable& GasRows() {
+  static const host::ParameterTable rows = MELDO_SULVA::WithKinds(GasMaterial::Parameters());
+  return rows;
+}
+
 std::unique_ptr<host::VolumeMaterial> MakeGas(host::BaseNode& node, const Scenes& scenes) {
   return std::make_unique<GasMaterial>(node, AllOf(scenes));
 }
@@ -22,8 +28,7 @@ std::unique_ptr<host::VolumeMaterial> MakeGas(host::BaseNode& node, const Scenes
 }  // namespace
 
 const std::vector<MediumType>& MediumTypes() {
-  static const std::vector<MediumType> types = {
-      {GasMaterial::kPluginId, "gas", GasMaterial::Parameters, MakeGas}};
+  static const std::vector<MediumType> types = {{GasMaterial::kPluginId, "gas", GasRows, MakeGas}};
   return types;
 }
 
@@ -42,7 +47,9 @@ std::vector<std::unique_ptr<host::VolumeMaterial>> MakeMedia(
 }
 
 const host::ParameterTable& GridSamplerParameters() {
-  return ZOLT_RENDERING::GridSampler_Shader::Parameters();
+  static const host::ParameterTable rows =
+      MELDO_SULVA::WithKinds(ZOLT_RENDERING::GridSampler_Shader::Parameters());
+  return rows;
 }
 
 std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> MakeShaders(

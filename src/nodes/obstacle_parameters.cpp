@@ -77,7 +77,7 @@ const ParameterTable& ObstacleParameters() {
       BoolRow(2017, "direction_option", true, "kept with the scene; nothing reads it").Kept(),
       LongRow(2018, "direction_space", 0, "", "kept with the scene; nothing reads it").Kept(),
       LinkRow(2019, "centre_object", "an object that marks the point round which the body turns",
-              {})
+              {kMeshObject, kSplineObject, kPointsObject, kLightObject, kCameraObject})
           .Kept(),
       RealRow(2020, "angular_sleep_speed", kFiveDegrees, "rad/s",
               "turning slower than this, a body comes to rest for good")

@@ -277,12 +277,21 @@ const char* Simulation::IdleReasonOf(const iBase& object) const {
   return mWentIdle.contains(&object) ? object.mInactiveReason : nullptr;
 }
 
+bool Simulation::AwaitsContent(const Scene& scene) const {
+  const auto& solvers = scene.List(kListSolvers);
+  return mMayCome && !solvers.empty() &&
+         std::all_of(solvers.begin(), solvers.end(),
+                     [](const auto& entry) { return entry.second->mRuns == 0; });
+}
+
 void Simulation::AddWarningsOf(const Scene& scene, FrameRecord& record) {
   // The first frames have no flow yet, and a scene without content has nothing to work on; what
   // stays that way is told when the run ends.
   constexpr i32 kStartUp = 2;
   const bool isEmpty = scene.mFlags & Scene::kNoBounds;
-  if (scene.mClock.frameFromStart < kStartUp || !scene.mReport.simulated || isEmpty) return;
+  if (scene.mClock.frameFromStart < kStartUp || !scene.mReport.simulated || isEmpty ||
+      AwaitsContent(scene))
+    return;
   ForEachObject(scene, [&](const iBase& object) {
     const bool stands = object.mRuns == 0 || IdleReasonOf(object);
     if (RunsOf(object) > 0 || !stands || !IsToTell(object)) return;
@@ -346,7 +355,9 @@ std::vector<std::string> Simulation::TakeWarnings() {
     const bool isEarly = scene->mClock.frameFromStart < 1;
     ForEachObject(*scene, [&](const iBase& object) {
       const bool isDue = object.GetListIndex() != kListForces || !isEarly;
-      if (object.mRuns == 0 && IsToTell(object) && isDue) warnings.push_back(InactiveText(object));
+      if (object.mRuns == 0 && IsToTell(object) && isDue &&
+          mToldAtEnd.insert(object.Node()->Id()).second)
+        warnings.push_back(InactiveText(object));
     });
     TakeFaults(*scene, warnings);
   }

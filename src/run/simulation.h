@@ -76,8 +76,10 @@ class Simulation {
   const char* IdleReasonOf(const MELDO_SULVA::iBase& object) const;
   /// What nodes the user was told of before the run: no warning repeats it.
   void Silence(std::set<host::NodeId> nodes) { mSilenced = std::move(nodes); }
-  /// One sentence for each object that never ran, knows why and wasn't told of in a frame, and for
-  /// each fault that no frame has told.
+  /// Something moves by keys, so that a gas without content may get some in a later frame.
+  void AwaitContent(bool mayCome) { mMayCome = mayCome; }
+  /// One sentence for each object that never ran, knows why and wasn't told of before, and for each
+  /// fault that no frame has told.
   std::vector<std::string> TakeWarnings();
   /// Whether a frame had a warning, in this run or in the one that it goes on from.
   bool HasWarned() const { return mHasWarned; }
@@ -88,6 +90,8 @@ class Simulation {
   void AddWarnings(FrameRecord& record);
   void AddWarningsOf(const MELDO_SULVA::Scene& scene, FrameRecord& record);
   bool IsToTell(const MELDO_SULVA::iBase& object) const;
+  /// No solver of a scene has found anything in its box so far, and something may still come.
+  bool AwaitsContent(const MELDO_SULVA::Scene& scene) const;
   /// Keeps how many cells the flow, as fast as it is now, crosses in the step that begins.
   void NoteCfl(const MELDO_SULVA::SulvaScene& scene);
   void BeginWatch();
@@ -99,6 +103,8 @@ class Simulation {
   std::string mFileFailure;
   double mCfl = 0;  ///< reached in this frame
   std::set<host::NodeId> mSilenced;
+  std::set<host::NodeId> mToldAtEnd;
+  bool mMayCome = false;
   bool mHasWarned = false;
   std::vector<u64> mTold;  ///< nodes, in the order in which they were told of; 0 for the step
   /// An object as it stood before the last frame.

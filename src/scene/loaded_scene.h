@@ -30,7 +30,8 @@ struct LoadedScene {
   host::BaseNode* server = nullptr;      ///< the first of them
   std::vector<ExportSpec> exports;
   std::optional<RenderSpec> render;
-  Reachability reach;  ///< who takes part
+  Reachability reach;      ///< who takes part
+  bool hasMotion = false;  ///< the placement of something has keys
   std::filesystem::path path;
   u64 fingerprint = 0;  ///< see `FingerprintOf`
   u64 simulation = 0;   ///< the same without caches that record

@@ -4,8 +4,14 @@
 
 #include <algorithm>
 #include <functional>
+#include <tuple>
 
 #include "cache/cache_rows.h"
+#include "fluids/advection/grid_advection.h"
+#include "fluids/emission/grid_cell_emitter.h"
+#include "fluids/emission/object_grid_emitter.h"
+#include "fluids/forces/force_gravity.h"
+#include "fluids/operators/grid_combustion.h"
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "nodes/catalogue.h"
@@ -32,6 +38,14 @@ bool RunsObjects(i32 stage) {
          (stage >= kStartVisual && stage <= kVisualPost);
 }
 
+/// Links that, empty, mean something else: where one is given and leads to what takes no part, its
+/// node rests.
+bool RestsWhereDead(const BaseNode& node, const ParameterRow& row) {
+  return (IsA<GridAdvection>(node) && row.id == GridAdvection::kTargetRow) ||
+         (IsA<GridCombustion>(node) && row.id == GridCombustion::kFuelRow) ||
+         (IsA<Force_Gravity>(node) && row.id == Force_Gravity::kAlignmentRow);
+}
+
 std::string Named(const BaseNode& node) { return fmt::format("'{}'", Shown(node.Name())); }
 
 }  // namespace
@@ -39,8 +53,9 @@ std::string Named(const BaseNode& node) { return fmt::format("'{}'", Shown(node.
 class ReachFinder {
  public:
   ReachFinder(const Document& document, const std::vector<BaseNode*>& servers,
-              const std::set<NodeId>& exported, Reachability& reach)
-      : mDocument(document), mExported(exported), mReach(reach) {
+              const std::set<NodeId>& exported, const std::map<NodeId, std::string>& empty,
+              Reachability& reach)
+      : mDocument(document), mExported(exported), mEmpty(empty), mReach(reach) {
     for (const BaseNode* root : document.Roots()) NoteReaders(*root);
     for (const BaseNode* server : servers)
       ForEachChild(*server, [&](const BaseNode& node) {
@@ -60,6 +75,7 @@ class ReachFinder {
     const BaseNode* node;
     const ParameterRow* row;
     int entry;
+    u32 flags = 0;
   };
 
   template <class F>
@@ -77,13 +93,14 @@ class ReachFinder {
     for (const ParameterRow& row : *node.Table()) {
       const Value* value = node.Get(row.id);
       if (!value) continue;
-      const auto add = [&](NodeId id, int entry) {
-        if (const BaseNode* target = mDocument.Find(id)) targets.push_back({target, &row, entry});
+      const auto add = [&](NodeId id, int entry, u32 flags = 0) {
+        if (const BaseNode* target = mDocument.Find(id))
+          targets.push_back({target, &row, entry, flags});
       };
       if (const Link* link = std::get_if<Link>(value)) add(link->node, -1);
       if (const auto* list = std::get_if<InExcludeData>(value))
         for (std::size_t i = 0; i < list->entries.size(); ++i)
-          add(list->entries[i].node, static_cast<int>(i));
+          add(list->entries[i].node, static_cast<int>(i), list->entries[i].flags);
     }
     return targets;
   }
@@ -185,10 +202,25 @@ class ReachFinder {
 
   /// Links to nodes that their holder doesn't see.
   void LookAtLinks(const BaseNode& node) {
-    for (const Target& target : TargetsOf(node))
+    std::set<std::tuple<const ParameterRow*, NodeId, u32>> seen;
+    for (const Target& target : TargetsOf(node)) {
+      if (!seen.insert({target.row, target.node->Id(), target.flags}).second)
+        Find(
+            node, target.row->name,
+            fmt::format("'{}': {} stands in the list twice", target.row->name, Named(*target.node)),
+            false, target.entry);
       if (const std::string why = WhyUnseen(node, *target.node); !why.empty())
         Find(node, target.row->name, fmt::format("'{}': {}", target.row->name, why), false,
              target.entry);
+    }
+  }
+
+  /// " with 'group', above it", where that is what was switched off.
+  static std::string WithWhom(const BaseNode& node) {
+    const BaseNode* top = nullptr;
+    for (const BaseNode* above = node.Parent(); above; above = above->Parent())
+      if (!above->IsEnabled()) top = above;
+    return top ? fmt::format(" with {}, above it", Named(*top)) : "";
   }
 
   std::string WhyUnseen(const BaseNode& node, const BaseNode& target) const {
@@ -198,7 +230,9 @@ class ReachFinder {
     if (server->second != mServerOf.at(node.Id()))
       return Named(target) +
              " belongs to another server; a node sees those of its own server alone";
-    return target.IsEnabled() ? "" : Named(target) + " is switched off";
+    return target.IsEnabled()
+               ? ""
+               : fmt::format("{} is switched off{}", Named(target), WithWhom(target));
   }
 
   /// One stage takes the place of all that a node works in.
@@ -237,17 +271,15 @@ class ReachFinder {
   }
 
   std::string FindCause(const BaseNode& node) {
-    if (!node.IsEnabled()) {
-      for (const BaseNode* above = node.Parent(); above; above = above->Parent())
-        if (!above->IsEnabled()) return Named(*above) + ", above it, is switched off";
-      return "it is switched off";
-    }
+    if (!node.IsEnabled()) return "it is switched off" + WithWhom(node);
     const NodeKind* kind = FindKind(node.Type());
     if (!kind) return {};
     std::string cause;
     for (const ParameterRow& row : *node.Table())
-      if (row.required && cause.empty()) cause = Lacks(node, row);
+      if (cause.empty() && (row.required || RestsWhereDead(node, row))) cause = Lacks(node, row);
     if (cause.empty()) cause = StandsInNoStage(node, *kind);
+    if (cause.empty()) cause = LacksShape(node);
+    if (cause.empty() && kind->list == kListSolvers) cause = LacksContent(node);
     if (cause.empty() && kind->list == kListForces) cause = LacksSolver(node);
     return cause;
   }
@@ -265,10 +297,71 @@ class ReachFinder {
       if (why.empty()) return {};
       if (cause.empty()) cause = fmt::format("its '{}': {}", row.name, why);
     }
-    if (isGiven) return cause;
-    const std::string text = TextWithout(row);
+    if (isGiven || !row.required) return cause;
+    const bool takesAll = row.allWhenAbsent && !node.Get(row.id);
+    if (takesAll && MayTakeOne(node, row)) return {};
+    const std::string text =
+        takesAll
+            ? fmt::format("there is none in its server that '{}', left open, could take", row.name)
+            : TextWithout(row);
     Find(node, row.name, fmt::format("it never works: {}", text));
     return text;
+  }
+
+  /// Emitters from whose shape nothing comes.
+  std::string LacksShape(const BaseNode& node) {
+    const auto found = mEmpty.find(node.Id());
+    if (found == mEmpty.end()) return {};
+    Find(node, FindRow(*node.Table(), ObjectGridEmitter::kVolumeRow)->name,
+         fmt::format("it never emits: {}", found->second));
+    return found->second;
+  }
+
+  /// Whether a node that works could stand in a list that is left open.
+  bool MayTakeOne(const BaseNode& node, const ParameterRow& row) {
+    return std::any_of(mServerOf.begin(), mServerOf.end(), [&](const auto& other) {
+      const BaseNode* target = mDocument.Find(other.first);
+      return other.second == mServerOf.at(node.Id()) &&
+             std::find(row.accepts.begin(), row.accepts.end(), target->Type()) !=
+                 row.accepts.end() &&
+             WhyIdle(*target).empty();
+    });
+  }
+
+  /// A solver moves what something else brings into its box: emitters, recordings, and volumes that
+  /// are there for the space.
+  std::string LacksContent(const BaseNode& solver) {
+    const BaseNode* emitter = nullptr;
+    bool isToldElsewhere = false;
+    for (const auto& [id, server] : mServerOf) {
+      if (server != mServerOf.at(solver.Id())) continue;
+      const BaseNode& node = *mDocument.Find(id);
+      const NodeKind* kind = FindKind(node.Type());
+      if (!kind) continue;
+      const bool brings = (kind->list == kListEmitters && !IsA<Grid_CellEmitter>(node)) ||
+                          kind->list == kListParticles || Plays(node, *kind) || WidensBounds(node);
+      if (!brings) continue;
+      const std::string& why = WhyIdle(node);
+      if (why.empty()) return {};
+      if (kind->list != kListEmitters) continue;
+      if (!emitter) emitter = &node;
+      isToldElsewhere = isToldElsewhere || node.IsEnabled();
+    }
+    if (!emitter) {
+      constexpr std::string_view text = "there is no emitter that fills anything";
+      Find(solver, "", fmt::format("it has nothing to move: {}", text), true);
+      return std::string(text);
+    }
+    std::string text =
+        fmt::format("{}, which would fill it, never works: {}", Named(*emitter), WhyIdle(*emitter));
+    if (!isToldElsewhere) Find(solver, "", fmt::format("it has nothing to move: {}", text));
+    return text;
+  }
+
+  static bool Plays(const BaseNode& node, const NodeKind& kind) {
+    const Value* mode = node.Get(cache_row::kMode);
+    return kind.list == kListCaches &&
+           (!mode || LongOf(*mode, cache_row::kPlayBack) != cache_row::kRecord);
   }
 
   /// Forces act where a solver that works names them; without a list it takes all of its server.
@@ -313,14 +406,16 @@ class ReachFinder {
 
   const Document& mDocument;
   const std::set<NodeId>& mExported;
+  const std::map<NodeId, std::string>& mEmpty;
   Reachability& mReach;
   std::map<NodeId, const BaseNode*> mServerOf;
   std::set<NodeId> mSeen;
 };
 
 Reachability::Reachability(const Document& document, const std::vector<BaseNode*>& servers,
-                           const std::set<NodeId>& exported) {
-  ReachFinder(document, servers, exported, *this);
+                           const std::set<NodeId>& exported,
+                           const std::map<NodeId, std::string>& empty) {
+  ReachFinder(document, servers, exported, empty, *this);
 }
 
 const NodeReach* Reachability::Of(NodeId node) const {

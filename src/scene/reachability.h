@@ -35,9 +35,11 @@ struct Finding {
 class Reachability {
  public:
   Reachability() = default;
-  /// `exported` are the nodes that exports read.
+  /// `exported` are the nodes that exports read, `empty` the emitters whose shape gives nothing,
+  /// each with a clause that says why.
   Reachability(const host::Document& document, const std::vector<host::BaseNode*>& servers,
-               const std::set<host::NodeId>& exported);
+               const std::set<host::NodeId>& exported,
+               const std::map<host::NodeId, std::string>& empty);
 
   /// Null for what isn't a node of a server.
   const NodeReach* Of(host::NodeId node) const;

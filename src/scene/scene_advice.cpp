@@ -29,7 +29,8 @@ std::string WhyUnused(const BaseNode& node, const ParameterRow& row) {
   const ParameterRow* mode = FindRow(*node.Table(), row.condition->id);
   if (row.condition->values.empty()) {
     const auto* link = std::get_if<Link>(node.Get(mode->id) ? node.Get(mode->id) : &mode->creation);
-    if (!link || link->node == 0) return {};
+    const BaseNode* taken = link ? node.GetDocument().Find(link->node) : nullptr;
+    if (!taken || !taken->IsEnabled()) return {};
     return fmt::format("'{}' has no effect while '{}' is given, which takes its place", row.name,
                        mode->name);
   }
@@ -121,6 +122,21 @@ void NoteOrderOfServants(SceneContext& context, const MadeNode& made) {
                                row->name));
 }
 
+/// Fields, settings, emitters and operators stand nowhere, and the box of a solver has no turn.
+void NotePlacement(SceneContext& context, const MadeNode& made) {
+  using namespace MELDO_SULVA;
+  const NodeKind* kind = FindKind(made.node->Type());
+  if (!kind || !made.value->Members()) return;
+  const bool isSolver = kind->list == kListSolvers;
+  const bool isNowhere = kind->list == kListChannels || kind->list == kListSettings ||
+                         kind->list == kListEmitters || kind->list == kListOperators;
+  if (!isSolver && !isNowhere) return;
+  for (const JsonMember& member : *made.value->Members())
+    if ((member.key == "position" && isNowhere) || member.key == "rotation" ||
+        member.key == "scale")
+      context.Note(member, made.subject, fmt::format("'{}' has no effect on it", member.key));
+}
+
 void WarnOfSmallCells(SceneContext& context, const MadeNode& made) {
   const double cell = RealOf(*made.node, MELDO_SULVA::server_row::kCellSize);
   const double cells = RealOf(*made.node, MELDO_SULVA::server_row::kSimulationUnits) / cell;
@@ -157,6 +173,7 @@ void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
   for (const MadeNode& made : nodes) {
     NoteUnused(context, made);
     NoteOrderOfServants(context, made);
+    NotePlacement(context, made);
     kept.Add(*made.node, made.node->Table(), made.parameters);
     if (const BaseNode* tag = made.obstacle ? made.node->Tag(kObstacleTag) : nullptr)
       kept.Add(*made.node, tag->Table(), made.obstacle);

@@ -202,9 +202,12 @@ std::vector<NameTable::Candidate> NameTable::Find(std::string_view reference) co
   return ends;
 }
 
-std::vector<std::string_view> NameTable::Names() const {
+std::vector<std::string_view> NameTable::Names(
+    const std::function<bool(const BaseNode&)>& fits) const {
   std::vector<std::string_view> names;
-  for (const auto& [name, nodes] : mByName) names.push_back(name);
+  for (const auto& [name, nodes] : mByName)
+    if (!fits || std::any_of(nodes.begin(), nodes.end(), [&](auto* node) { return fits(*node); }))
+      names.push_back(name);
   std::sort(names.begin(), names.end());
   return names;
 }

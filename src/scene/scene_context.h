@@ -1,6 +1,7 @@
 // What the readers of a scene file's sections share: messages, names, simple values.
 #pragma once
 #include <filesystem>
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -101,7 +102,9 @@ class NameTable {
   /// What a name ("emitter"), the end of a path ("server/emitter") or a path from the top
   /// ("/server/emitter") may mean.
   std::vector<Candidate> Find(std::string_view reference) const;
-  std::vector<std::string_view> Names() const;
+  /// The names, of all nodes or of those that fit.
+  std::vector<std::string_view> Names(
+      const std::function<bool(const host::BaseNode&)>& fits = {}) const;
 
  private:
   std::unordered_map<std::string, std::vector<host::BaseNode*>> mByName;

@@ -11,6 +11,7 @@
 #include "host/exit_codes.h"
 #include "host/mesh_files.h"
 #include "nodes/catalogue.h"
+#include "scene/field_hints.h"
 #include "scene/output_name.h"
 #include "scene/render_section.h"
 #include "scene/scene_advice.h"
@@ -271,11 +272,14 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   scene.document->SetFrame(scene.document->previewMin);
   TakeFingerprints(root, given, scene);
   const ScenePlaces places(context, builder.Made(), given);
-  scene.reach = Reachability(*scene.document, scene.servers, NodesOf(scene.exports));
+  scene.hasMotion = places.IsAnyMoved();
+  scene.reach = Reachability(*scene.document, scene.servers, NodesOf(scene.exports),
+                             FindEmptyShapes(scene, places));
   TellFindings(scene.reach, places, diagnostics);
   TellOrder(scene.servers, places, diagnostics);
   if (diagnostics.HasErrors()) return {};
   AddHints(scene, places, diagnostics);
+  AddFieldHints(scene, places, diagnostics);
   return scene;
 }
 

@@ -1,5 +1,7 @@
 #include "scene/scene_fingerprint.h"
 
+#include <algorithm>
+
 #include "cache/cache_rows.h"
 #include "cache/hyper_file.h"
 #include "host/atomic_file.h"
@@ -33,22 +35,42 @@ bool IsOneOf(const JsonValue& value, const Names& names) {
   return kind && kind->list == MELDO_SULVA::kListCaches;
 }
 
-/// A text in which different values differ.
-void Append(std::string& out, const JsonValue& value, const Names& without) {
+/// Texts that may stand in any order.
+void AppendSorted(std::string& out, std::vector<std::string> texts) {
+  std::sort(texts.begin(), texts.end());
+  for (const std::string& text : texts) AppendBytes(out, text.data(), text.size());
+}
+
+/// Nodes and objects are told apart by their names: their order in the file means nothing.
+bool IsListOfNodes(std::string_view key) {
+  return key == "nodes" || key == "children" || key == "objects";
+}
+
+/// A text in which different values differ; `key` is that of the value in its object.
+void Append(std::string& out, const JsonValue& value, const Names& without,
+            std::string_view key = {}) {
   out += static_cast<char>('0' + value.data.index());
   if (const bool* truth = value.Bool()) out += *truth ? '1' : '0';
   if (const double* number = value.Number()) AppendBytes(out, number, 1);
   if (const std::string* text = value.Text()) AppendBytes(out, text->data(), text->size());
   if (const JsonValue::Array* items = value.Items()) {
-    for (const JsonValue& item : *items)
-      if (!IsOneOf(item, without)) Append(out, item, without);
+    std::vector<std::string> nodes;
+    for (const JsonValue& item : *items) {
+      if (IsOneOf(item, without)) continue;
+      const bool isNode = IsListOfNodes(key) && item.Members();
+      Append(isNode ? nodes.emplace_back() : out, item, without);
+    }
+    AppendSorted(out, std::move(nodes));
     out += ']';
   }
   if (const JsonValue::Object* members = value.Members()) {
+    std::vector<std::string> texts;
     for (const JsonMember& member : *members) {
-      AppendBytes(out, member.key.data(), member.key.size());
-      Append(out, member.value, without);
+      std::string& text = texts.emplace_back();
+      AppendBytes(text, member.key.data(), member.key.size());
+      Append(text, member.value, without, member.key);
     }
+    AppendSorted(out, std::move(texts));
     out += '}';
   }
 }
@@ -90,7 +112,10 @@ void AppendPolygons(std::string& out, const host::BaseNode& node) {
     AppendBytes(out, geometry.polygons.data(), geometry.polygons.size());
     if (!object->FramePattern().empty()) AppendSequence(out, object->FramePattern());
   }
-  for (const host::BaseNode* child : node.Children()) AppendPolygons(out, *child);
+  std::vector<std::string> children;
+  for (const host::BaseNode* child : node.Children())
+    AppendPolygons(children.emplace_back(), *child);
+  AppendSorted(out, std::move(children));
 }
 
 }  // namespace
@@ -98,17 +123,23 @@ void AppendPolygons(std::string& out, const host::BaseNode& node) {
 u64 FingerprintOf(const JsonValue& scene, const std::vector<std::string>& overrides,
                   const host::Document& document, const Names& without) {
   std::string out;
+  std::vector<std::string> sections;
   if (const JsonValue::Object* members = scene.Members())
     for (const JsonMember& member : *members) {
       if (member.key == "exports" || member.key == "render" || member.key == "range" ||
           member.key == "$schema")
         continue;
-      AppendBytes(out, member.key.data(), member.key.size());
-      Append(out, member.value, without);
+      std::string& text = sections.emplace_back();
+      AppendBytes(text, member.key.data(), member.key.size());
+      Append(text, member.value, without, member.key);
     }
+  AppendSorted(out, std::move(sections));
   AppendBytes(out, &document.previewMin, 1);
   for (const std::string& text : overrides) AppendBytes(out, text.data(), text.size());
-  for (const host::BaseNode* root : document.Roots()) AppendPolygons(out, *root);
+  std::vector<std::string> polygons;
+  for (const host::BaseNode* root : document.Roots())
+    AppendPolygons(polygons.emplace_back(), *root);
+  AppendSorted(out, std::move(polygons));
   return ChecksumOf(out);
 }
 

@@ -11,7 +11,8 @@ namespace MELDO_GLOBAL::app {
 
 /// A number that changes with all that a simulation depends on: the scene file's content without
 /// its exports, pictures and last frame, the `overrides` that it depends on, and the polygons of
-/// its objects. Comments, spaces and the file's place don't count.
+/// its objects. Comments, spaces, the file's place, the order of nodes and that of the members of
+/// an object don't count.
 ///
 /// The nodes of the names in `without` don't count either.
 u64 FingerprintOf(const JsonValue& scene, const std::vector<std::string>& overrides,

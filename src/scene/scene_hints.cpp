@@ -14,12 +14,15 @@
 #include "fluids/emission/channel_pair.h"
 #include "fluids/emission/emission_settings.h"
 #include "fluids/emission/object_grid_emitter.h"
+#include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/mesh/multi_mesh.h"
+#include "fluids/operators/channel_operator_remap.h"
 #include "fluids/operators/mesh_curvature_operator.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
 #include "framework/duration.h"
+#include "framework/pipeline.h"
 #include "framework/server_rows.h"
 #include "host/polygon_object.h"
 #include "nodes/catalogue.h"
@@ -62,11 +65,32 @@ class HintFinder {
     const double cell = Number(server, server_row::kCellSize) * hostUnits / simulationUnits;
     for (const BaseNode* node : mNodes)
       if (IsA<Mesh>(*node)) CheckSize(*node, cell);
-    CheckMoved();
-    CheckEmitters(cell);
+    CheckThinEmitters(cell);
     CheckSettings(server);
+    for (const BaseNode* node : mNodes) {
+      CheckInsideOfObstacle(*node);
+      CheckMeshOperator(*node);
+      CheckWithoutValue(*node);
+    }
     const bool ownRange = Whole(server, server_row::kUsePreviewRange) == 0;
     CheckNumbers(ownRange ? Whole(server, server_row::kFirstFrame) : mScene.document->previewMin);
+  }
+
+  /// Nothing comes out of an emitter that is flat, or outside of every box of a gas.
+  void FindEmptyShapes(const BaseNode& server, std::map<NodeId, std::string>& empty) {
+    mNodes.clear();
+    Collect(server);
+    ForEachStillEmitter([&](const BaseNode& emitter, const BaseNode& volume, const Vec3d& low,
+                            const Vec3d& high) {
+      const std::string shape = fmt::format("the shape of '{}'", Shown(volume.Name()));
+      if (ThinnestSide(low, high) <= 0) {
+        empty[emitter.Id()] = shape + " is flat and has no inside";
+      } else if (LiesOutside(low, high)) {
+        empty[emitter.Id()] = shape +
+                              " lies outside of the box of every fluid; a box begins at its node's "
+                              "position, and its box_size is in host units";
+      }
+    });
   }
 
   /// What concerns the nodes of all servers together.
@@ -149,7 +173,7 @@ class HintFinder {
 
   void CheckSize(const BaseNode& mesh, double cell) {
     const auto* object = dynamic_cast<const PolygonObject*>(Linked(mesh, Mesh::kObjectRow));
-    if (!object || object->GetGeometry().points.empty()) return;
+    if (!object || object->GetGeometry().points.empty() || mPlaces.IsMoved(*object)) return;
     Vec3d low{kFar, kFar, kFar}, high{-kFar, -kFar, -kFar};
     AddBox(*object, low, high);
     const double size = std::max({high.x - low.x, high.y - low.y, high.z - low.z});
@@ -187,47 +211,126 @@ class HintFinder {
     return any;
   }
 
-  /// Nothing comes out of an emitter that lies outside of every box of a gas.
-  void CheckEmitters(double cell) {
+  /// Calls f(emitter, volume, low, high) with the boxes of the shapes that stay as they are.
+  void ForEachStillEmitter(const std::function<void(const BaseNode&, const BaseNode&, const Vec3d&,
+                                                    const Vec3d&)>& f) const {
     const auto deforms = [](const BaseNode* node) {
       return IsA<MeshSmoothingOperator>(*node) || IsA<MeshCurvatureOperator>(*node);
     };
     if (std::any_of(mNodes.begin(), mNodes.end(), deforms)) return;
     for (const BaseNode* emitter : mNodes) {
-      if (!IsA<ObjectGridEmitter>(*emitter) || !MayWork(*emitter)) continue;
+      if (!IsA<ObjectGridEmitter>(*emitter)) continue;
       const BaseNode* volume = Linked(*emitter, ObjectGridEmitter::kVolumeRow);
       Vec3d low{kFar, kFar, kFar}, high{-kFar, -kFar, -kFar};
-      if (!volume || !StillBox(*volume, low, high)) continue;
-      const double thinnest = std::min({high.x - low.x, high.y - low.y, high.z - low.z}) / cell;
-      if (thinnest <= 0) {
-        Warn(*emitter,
-             fmt::format("it never emits: the shape of '{}' is flat and has no inside",
-                         Shown(volume->Name())),
-             ObjectGridEmitter::kVolumeRow);
-        continue;
-      }
-      if (thinnest < 1)
-        Warn(*emitter,
-             fmt::format("the shape of '{}' is {:.2g} of a cell thin: it emits only into cells "
-                         "whose centres lie inside, of which there may be none",
-                         Shown(volume->Name()), thinnest),
-             ObjectGridEmitter::kVolumeRow);
-      if (LiesOutside(low, high))
-        Warn(*emitter,
-             fmt::format("it never emits: the shape of '{}' lies outside of the box of every "
-                         "fluid; a box begins at its node's position, and its box_size is in host "
-                         "units",
-                         Shown(volume->Name())),
-             ObjectGridEmitter::kVolumeRow);
+      if (volume && volume->IsEnabled() && StillBox(*volume, low, high))
+        f(*emitter, *volume, low, high);
     }
+  }
+  static double ThinnestSide(const Vec3d& low, const Vec3d& high) {
+    return std::min({high.x - low.x, high.y - low.y, high.z - low.z});
+  }
+
+  void CheckThinEmitters(double cell) {
+    ForEachStillEmitter(
+        [&](const BaseNode& emitter, const BaseNode& volume, const Vec3d& low, const Vec3d& high) {
+          const double thinnest = ThinnestSide(low, high) / cell;
+          if (thinnest > 0 && thinnest < 1 && MayWork(emitter))
+            Warn(emitter,
+                 fmt::format("the shape of '{}' is {:.2g} of a cell thin: it emits only into cells "
+                             "whose centres lie inside, of which there may be none",
+                             Shown(volume.Name()), thinnest),
+                 ObjectGridEmitter::kVolumeRow);
+        });
+  }
+
+  /// Cells inside of an obstacle hold no gas.
+  void CheckInsideOfObstacle(const BaseNode& emitter) {
+    if (!IsA<ObjectGridEmitter>(emitter) || !MayWork(emitter)) return;
+    const BaseNode* volume = Linked(emitter, ObjectGridEmitter::kVolumeRow);
+    if (!volume || !volume->Tag(kObstacleTag) || HandsOver(emitter)) return;
+    Warn(emitter,
+         fmt::format("'{}', whose cells it fills, is an obstacle, and no gas is inside of it; emit "
+                     "from a larger shape without an obstacle tag",
+                     Shown(volume->Name())),
+         ObjectGridEmitter::kVolumeRow);
+  }
+
+  /// Whether some field of an emitter is moved by a scheme that gives what lies in solids to the
+  /// gas beside them.
+  bool HandsOver(const BaseNode& emitter) const {
+    constexpr i32 kFirstConservative = 2;
+    return std::any_of(mNodes.begin(), mNodes.end(), [&](const BaseNode* node) {
+      if (!IsA<GridAdvection>(*node) ||
+          Whole(*node, GridAdvection::kSchemeRow) < kFirstConservative)
+        return false;
+      const BaseNode* field = Linked(*node, GridAdvection::kTargetRow);
+      std::set<NodeId> pairs;
+      AddLinks(emitter, pairs);
+      return std::any_of(pairs.begin(), pairs.end(), [&](NodeId id) {
+        const BaseNode* pair = mScene.document->Find(id);
+        return field && pair && IsA<ChannelPair>(*pair) &&
+               Linked(*pair, ChannelPair::kChannelRow) == field;
+      });
+    });
+  }
+
+  /// A mesh that changes behind the volumes that read it changes for nobody.
+  void CheckMeshOperator(const BaseNode& node) {
+    if (!IsA<MeshSmoothingOperator>(node) && !IsA<MeshCurvatureOperator>(node)) return;
+    const i32 own = Whole(node, common_row::kStage);
+    const i32 stage = own > 0 ? own : FindKind(node.Type())->stages.front();
+    const BaseNode* mesh = Linked(node, MeshOperator::kTargetRow);
+    if (mesh && IsA<VolumeMesh>(*mesh)) mesh = Linked(*mesh, VolumeMesh::kMeshRow);
+    if (!mesh || stage <= kVolumes || !MayWork(node)) return;
+    for (const BaseNode* volume : mNodes) {
+      std::set<NodeId> linked;
+      if (IsVolume(*volume)) AddLinks(*volume, linked);
+      if (!linked.contains(mesh->Id())) continue;
+      return Warn(node,
+                  fmt::format("it changes '{}' in stage {}, behind the volume '{}', which reads it "
+                              "in stage {}; with 'stage' {} the volume sees the change",
+                              Shown(mesh->Name()), stage, Shown(volume->Name()), i32{kVolumes},
+                              i32{kVolumes}),
+                  own > 0 ? i32{common_row::kStage} : 0);
+    }
+  }
+
+  /// What a node can't do without and has no link for.
+  void CheckWithoutValue(const BaseNode& node) {
+    constexpr i32 kRadius = ParticleToGridEmitter::kRadiusRow;
+    if (IsA<ParticleToGridEmitter>(node) && Number(node, kRadius) == 0 &&
+        !node.Tracks().contains(kRadius))
+      Warn(node, fmt::format("'{}' is 0: its points reach no cell", NameOf(node, kRadius)),
+           kRadius);
+    if (!IsA<ChannelOperator_Remap>(node) || !MayWork(node)) return;
+    const Gradient* gradient = Get<Gradient>(node, ChannelOperator_Remap::kGradientRow);
+    if (!gradient || gradient->knots.empty())
+      Warn(node, fmt::format("it has no '{}', and changes nothing",
+                             NameOf(node, ChannelOperator_Remap::kGradientRow)));
+  }
+
+  /// Whether a number is nothing but `most` or less, in all its keys.
+  static bool StaysAtMost(const BaseNode& node, i32 row, double most) {
+    const auto track = node.Tracks().find(row);
+    if (track == node.Tracks().end()) return Number(node, row) <= most;
+    return std::all_of(track->second.keys.begin(), track->second.keys.end(), [&](const auto& key) {
+      const double* value = std::get_if<double>(&key.value);
+      return value && *value <= most;
+    });
   }
 
   /// Numbers that each are allowed, and with which nothing happens.
   void CheckSettings(const BaseNode& server) {
     const double scale = Number(server, server_row::kTimeScale);
-    if (scale <= 0 && !server.Tracks().contains(server_row::kTimeScale))
-      Warn(server, fmt::format("'time_scale' is {}: time stands still, and nothing moves", scale),
-           server_row::kTimeScale);
+    constexpr i32 kFixed = 2;
+    const bool isFixed = Whole(server, server_row::kTimeMode) == kFixed &&
+                         !server.Tracks().contains(server_row::kTimeMode);
+    for (const i32 row : {i32{server_row::kTimeScale}, i32{server_row::kFixedStep}})
+      if (StaysAtMost(server, row, 0) && (row == server_row::kTimeScale || isFixed))
+        Warn(server,
+             fmt::format("'{}' is {}: time stands still, and nothing moves", NameOf(server, row),
+                         Number(server, row)),
+             row);
     const bool ownRange = Whole(server, server_row::kUsePreviewRange) == 0;
     const double frames = ownRange
                               ? std::abs(double(Whole(server, server_row::kLastFrame)) -
@@ -254,6 +357,21 @@ class HintFinder {
           row);
   }
 
+  /// Whether a number or vector is 0, in all its keys.
+  static bool StaysZero(const BaseNode& node, i32 row) {
+    const auto isZero = [](const Value& value) {
+      const double* real = std::get_if<double>(&value);
+      const Vec3d* vector = std::get_if<Vec3d>(&value);
+      return (real && *real == 0) || (vector && *vector == Vec3d{});
+    };
+    const auto track = node.Tracks().find(row);
+    if (track != node.Tracks().end())
+      return std::all_of(track->second.keys.begin(), track->second.keys.end(),
+                         [&](const auto& key) { return isZero(key.value); });
+    const Value* value = node.Get(row);
+    return isZero(value ? *value : FindRow(*node.Table(), row)->WhenMissing());
+  }
+
   /// What adds nothing to the field of a pair.
   void CheckAmount(const BaseNode& pair) {
     using Settings = GridEmissionSettings;
@@ -261,18 +379,27 @@ class HintFinder {
     const BaseNode* settings = Linked(pair, ChannelPair::kSettingsRow);
     const NodeKind* kind = channel ? FindKind(channel->Type()) : nullptr;
     constexpr i32 kSet = 1;
-    if (!kind || !settings || Linked(*settings, Settings::kRateRow) ||
-        Whole(*settings, Settings::kModeRow) == kSet)
-      return;
+    if (!kind || !settings || Whole(*settings, Settings::kModeRow) == kSet) return;
     const bool isVector = (kind->categories & kCategoryVector) != 0;
-    const i32 row = isVector ? Settings::kVectorAmountRow : Settings::kAmountRow;
-    const Vec3d* vector = Get<Vec3d>(*settings, row);
-    const bool isZero = isVector ? vector && *vector == Vec3d{} : Number(*settings, row) == 0;
-    if (isZero && !settings->Tracks().contains(row))
-      Warn(*settings,
-           fmt::format("'{}' is 0: it adds nothing to '{}'", NameOf(*settings, row),
+    const BaseNode* rate = Linked(*settings, Settings::kRateRow);
+    const bool hasRate = rate && rate->IsEnabled();
+    const BaseNode& holder = hasRate ? *rate : *settings;
+    const i32 ofRate = isVector ? EmissionRate::kVectorRow : EmissionRate::kRealRow;
+    const i32 own = isVector ? Settings::kVectorAmountRow : Settings::kAmountRow;
+    if (const i32 row = hasRate ? ofRate : own; StaysZero(holder, row))
+      Warn(holder,
+           fmt::format("'{}' is 0: it adds nothing to '{}'", NameOf(holder, row),
                        Shown(channel->Name())),
            row);
+    const auto* curve = Get<SplineData>(*settings, Settings::kFalloffCurveRow);
+    const bool isFlat = curve && !curve->knots.empty() &&
+                        std::all_of(curve->knots.begin(), curve->knots.end(),
+                                    [](const auto& knot) { return knot.y == 0; });
+    if (isFlat && Whole(*settings, Settings::kFalloffRow) == Settings::kDepthCurve)
+      Warn(*settings,
+           fmt::format("'{}' is 0 at every depth: it adds nothing to '{}'",
+                       NameOf(*settings, Settings::kFalloffCurveRow), Shown(channel->Name())),
+           Settings::kFalloffCurveRow);
   }
 
   bool LiesOutside(const Vec3d& low, const Vec3d& high) const {
@@ -298,30 +425,6 @@ class HintFinder {
     return !reach || reach->MayWork();
   }
 
-  /// Channels that an emitter feeds stand still where no advection has them as its target.
-  void CheckMoved() {
-    bool hasSolver = false;
-    std::set<const BaseNode*> fed, moved;
-    for (const BaseNode* node : mNodes) {
-      hasSolver = hasSolver || IsA<FluidSolver>(*node);
-      if (IsA<ChannelPair>(*node)) fed.insert(Linked(*node, ChannelPair::kChannelRow));
-      if (!IsA<GridAdvection>(*node)) continue;
-      const BaseNode* target = Linked(*node, GridAdvection::kTargetRow);
-      moved.insert(target);
-      // A group stands for its children.
-      if (target) moved.insert(target->Children().begin(), target->Children().end());
-    }
-    if (!hasSolver) return;
-    for (const BaseNode* channel : mNodes)
-      // What is emitted into a gas makes it swell, and leaves nothing that has to move.
-      if (fed.contains(channel) && !moved.contains(channel) && !IsA<FluidSolver>(*channel))
-        Warn(*channel,
-             fmt::format(
-                 "an emitter feeds it, but nothing moves it; add a {} that has it as its '{}'",
-                 GridAdvection::Kind().type,
-                 FindRow(GridAdvection::Parameters(), GridAdvection::kTargetRow)->name));
-  }
-
   /// What an export names and never works leaves nothing in its files.
   void CheckExports() {
     std::set<NodeId> told;
@@ -342,6 +445,12 @@ class HintFinder {
       if (!IsA<GridCacher>(*cache) || Whole(*cache, cache_row::kMode) == cache_row::kPlayBack)
         continue;
       const i32 folder = Whole(*cache, cache_row::kFolder);
+      if (folder && Text(*cache, cache_row::kCustomFolder).empty())
+        Warn(*cache,
+             fmt::format("it writes nothing: its '{}' is 'custom', and '{}' is empty",
+                         NameOf(*cache, cache_row::kFolder),
+                         NameOf(*cache, cache_row::kCustomFolder)),
+             cache_row::kFolder);
       const Place place = {folder, folder ? Text(*cache, cache_row::kCustomFolder) : "",
                            Text(*cache, cache_row::kBaseName)};
       const auto [found, isNew] = recorders.try_emplace(place, cache);
@@ -373,6 +482,14 @@ class HintFinder {
 };
 
 }  // namespace
+
+std::map<NodeId, std::string> FindEmptyShapes(const LoadedScene& scene, const ScenePlaces& places) {
+  std::map<NodeId, std::string> empty;
+  Diagnostics unused;
+  HintFinder finder(scene, places, unused);
+  for (const BaseNode* server : scene.servers) finder.FindEmptyShapes(*server, empty);
+  return empty;
+}
 
 void AddHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
   HintFinder finder(scene, places, diagnostics);

@@ -40,13 +40,22 @@ SourceLocation ScenePlaces::Of(const BaseNode& node, std::string_view key, int e
   return mContext.Where(*value);
 }
 
-bool ScenePlaces::IsMoved(const BaseNode& node) const {
-  for (const MadeNode& one : mMade) {
-    if (one.node != &node && !node.HasAncestor(one.node)) continue;
-    for (const char* key : {"position", "rotation", "scale"})
-      if (const JsonValue* value = one.value->Find(key); value && value->Members()) return true;
-  }
+namespace {
+bool HasKeyedPlacement(const MadeNode& made) {
+  for (const char* key : {"position", "rotation", "scale"})
+    if (const JsonValue* value = made.value->Find(key); value && value->Members()) return true;
   return false;
+}
+}  // namespace
+
+bool ScenePlaces::IsMoved(const BaseNode& node) const {
+  return std::any_of(mMade.begin(), mMade.end(), [&](const MadeNode& one) {
+    return (one.node == &node || node.HasAncestor(one.node)) && HasKeyedPlacement(one);
+  });
+}
+
+bool ScenePlaces::IsAnyMoved() const {
+  return std::any_of(mMade.begin(), mMade.end(), HasKeyedPlacement);
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -19,6 +19,8 @@ class ScenePlaces {
   SourceLocation Of(const host::BaseNode& node, std::string_view key = {}, int entry = -1) const;
   /// Whether the placement of a node, or of one above it, has keys.
   bool IsMoved(const host::BaseNode& node) const;
+  /// Whether that of any node has.
+  bool IsAnyMoved() const;
 
  private:
   const SceneContext& mContext;

@@ -63,6 +63,9 @@ bool Accepts(const std::vector<i32>& types, const BaseNode& node) {
   return std::any_of(types.begin(), types.end(), [&](i32 type) { return node.IsInstanceOf(type); });
 }
 
+/// A port for kinds of which none is in the catalogue.
+bool TakesNoKind(const ParameterRow& row) { return row.accepts.empty() && !row.acceptsAny.empty(); }
+
 std::string RangeWords(double min, double max) {
   constexpr double kOpen = std::numeric_limits<double>::infinity();
   if (max == kOpen) return fmt::format("at least {}", min);
@@ -100,7 +103,7 @@ std::string TypeWord(const BaseNode& node) {
 }
 
 void ValueReader::LookFrom(const BaseNode& node) {
-  mServer = &node;
+  mServer = mSelf = &node;
   while (mServer->Parent()) mServer = mServer->Parent();
 }
 
@@ -269,15 +272,27 @@ std::optional<Value> ValueReader::ReadChoice(const ParameterRow& row, const Json
 
 // ---- links ------------------------------------------------------------------------------------
 
+std::string ValueReader::Hint(const std::string& reference, const std::vector<i32>& accepts) {
+  const std::vector<std::string_view> names = mNames.Names([&](const BaseNode& node) {
+    return &node != mSelf && (node.Type() == kGroupNode || Accepts(accepts, node));
+  });
+  const auto slash = reference.rfind('/');
+  if (slash == std::string::npos) return mContext.Suggest(reference, names);
+  // Of a path the last name is most likely the one that is misspelt.
+  const std::string name = NearestName(std::string_view(reference).substr(slash + 1), names);
+  const std::string path = reference.substr(0, slash + 1) + name;
+  if (!name.empty() && !mNames.Find(path).empty()) return mContext.Suggest(reference, {path});
+  return mContext.Suggest(reference.substr(slash + 1), names);
+}
+
 BaseNode* ValueReader::ResolveLink(const std::string& reference, const std::vector<i32>& accepts,
                                    const JsonValue& at, const Subject& subject,
                                    const std::string& what, std::string_view expected) {
   const std::vector<NameTable::Candidate> found = mNames.Find(reference);
   if (found.empty()) {
-    mContext.Error(
-        at, subject,
-        fmt::format("{}: no node or object is named '{}'{}", what, Shown(reference),
-                    mContext.MaySuggest() ? mContext.Suggest(reference, mNames.Names()) : ""));
+    mContext.Error(at, subject,
+                   fmt::format("{}: no node or object is named '{}'{}", what, Shown(reference),
+                               mContext.MaySuggest() ? Hint(reference, accepts) : ""));
     return nullptr;
   }
   std::vector<NameTable::Candidate> fitting, whole, own;
@@ -296,10 +311,14 @@ BaseNode* ValueReader::ResolveLink(const std::string& reference, const std::vect
                                KindWord(*found.front().node),
                                expected.empty() ? WordsOfTypes(accepts) : std::string(expected)));
   } else {
-    mContext.Error(
-        at, subject,
-        fmt::format("{}: '{}' may be '{}' or '{}'; give the path", what, Shown(reference),
-                    Shown(fitting[0].node->Path()), Shown(fitting[1].node->Path())));
+    const std::string first = Shown(fitting[0].node->Path()),
+                      second = Shown(fitting[1].node->Path());
+    mContext.Error(at, subject,
+                   first == second
+                       ? fmt::format("{}: there are several nodes '{}'; give them different names",
+                                     what, first)
+                       : fmt::format("{}: '{}' may be '{}' or '{}'; give the path", what,
+                                     Shown(reference), first, second));
   }
   return nullptr;
 }
@@ -330,6 +349,13 @@ BaseNode* ValueReader::ResolveLinkOrGroup(const std::string& reference, const Pa
                                           const JsonValue& at, const Subject& subject,
                                           const std::string& what) {
   const std::vector<NameTable::Candidate> found = mNames.Find(reference);
+  if (TakesNoKind(row) && !found.empty() && found.front().node->Type() != kUnknownNode &&
+      found.front().node->Type() != kGroupNode) {
+    mContext.Error(at, subject,
+                   fmt::format("{}: '{}' is a {}, and no kind of node that it takes is there yet",
+                               what, Shown(reference), KindWord(*found.front().node)));
+    return nullptr;
+  }
   const auto fits = [&](const auto& candidate) { return Accepts(row.accepts, *candidate.node); };
   const auto isGroup = [](const auto& candidate) { return candidate.node->Type() == kGroupNode; };
   const bool mayBeGroup = std::none_of(found.begin(), found.end(), fits) &&
@@ -350,7 +376,7 @@ bool ValueReader::Members(const BaseNode& group, const ParameterRow& row, const 
   for (const BaseNode* child : group.Children()) {
     if (child->Type() == kGroupNode) {
       if (!Members(*child, row, at, subject, what, members)) return false;
-    } else if (Accepts(row.accepts, *child)) {
+    } else if (Accepts(row.accepts, *child) && !TakesNoKind(row)) {
       members.push_back(child);
     } else {
       return refuse(fmt::format("stands for its children, but its '{}' is a {}; expected {}",

@@ -59,6 +59,8 @@ class ValueReader {
   /// Adds what an item of a list names: a node, or the children of a group. False with a message.
   bool ReadEntry(const host::ParameterRow& row, const JsonValue& item, const Subject& subject,
                  const std::string& what, host::InExcludeData& list);
+  /// "; did you mean 'x'?" for a name that no node has: the nearest one that fits.
+  std::string Hint(const std::string& reference, const std::vector<i32>& accepts);
   /// The node or group that a link may name; null with a message.
   host::BaseNode* ResolveLinkOrGroup(const std::string& reference, const host::ParameterRow& row,
                                      const JsonValue& at, const Subject& subject,
@@ -85,7 +87,8 @@ class ValueReader {
 
   SceneContext& mContext;
   const NameTable& mNames;
-  const host::BaseNode* mServer = nullptr;  ///< of the node that is read
+  const host::BaseNode* mSelf = nullptr;    ///< the node that is read
+  const host::BaseNode* mServer = nullptr;  ///< its server
 };
 
 /// Reads `{"keys": [[frame, value], ...], "interpolation": word}`; `readValue` reads the value of a

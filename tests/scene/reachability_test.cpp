@@ -72,7 +72,64 @@ TEST(Reachability, ACauseIsToldOnceAndItsVictimsSleep) {
   EXPECT_EQ(cut.Of("source").whyIdle,
             "its 'volume': 'shape' never works: its 'mesh': 'skin' never works: it has no "
             "object; name one under 'object'");
-  EXPECT_TRUE(cut.Of("gas").MayWork() && cut.Of("pair").MayWork());
+  EXPECT_TRUE(cut.Of("smoke").MayWork() && cut.Of("pair").MayWork());
+  EXPECT_THAT(cut.Of("gas").whyIdle, HasSubstr("'source', which would fill it, never works"));
+}
+
+TEST(Reachability, AGasThatNothingFillsNamesTheCause) {
+  const std::string source = R"("name": "source", "parameters")";
+  const LoadedSmoke off(source, R"("name": "source", "enabled": false, "parameters")");
+  const std::string cause = "'source', which would fill it, never works: it is switched off";
+  EXPECT_THAT(off.lines,
+              testing::Contains(HasSubstr(
+                  "s.json:12:3: warning: fluid \"gas\": it has nothing to move: " + cause)));
+  EXPECT_EQ(off.Of("gas").whyIdle, cause);
+  EXPECT_EQ(off.Of("move").whyIdle, "its 'solver': 'gas' never works: " + cause);
+  EXPECT_FALSE(off.Of("wind").MayWork()) << "the gas that it pushes rests";
+
+  // Volumes that are there for the space, and recordings, bring something too.
+  EXPECT_THAT(LoadedSmoke(source, R"("name": "source", "enabled": false, "parameters")",
+                          {"shape.affects_bounds=true"})
+                  .Of("gas")
+                  .whyIdle,
+              "");
+  const std::string cache = R"({ "type": "cache", "name": "tape", "parameters": { "mode": "%",
+    "objects": ["smoke"] } }, { "type": "gridemitter", "name": "source", "enabled": false, "parameters")";
+  for (const std::string mode : {"play_back", "both", "record"}) {
+    std::string with = cache;
+    with.replace(with.find('%'), 1, mode);
+    EXPECT_EQ(LoadedSmoke(R"({ "type": "gridemitter", )" + source, with).Of("gas").MayWork(),
+              mode != "record");
+  }
+  // An excerpt without any source is most likely meant as one.
+  const LoadedSmoke excerpt(
+      R"({ "type": "gridemitter", "name": "source", "parameters": { "volume": "shape", "channels": ["pair"] } },)",
+      "");
+  EXPECT_FALSE(excerpt.diagnostics.HasWarnings());
+  EXPECT_THAT(excerpt.lines, testing::Contains(HasSubstr("note: fluid \"gas\": it has nothing")));
+}
+
+TEST(Reachability, ALinkThatIsGivenIsNoEmptyOne) {
+  const LoadedSmoke off(R"("name": "smoke" })", R"("name": "smoke", "enabled": false })");
+  EXPECT_EQ(off.Of("move").whyIdle, "its 'target': 'smoke' is switched off");
+  EXPECT_THAT(LoadedSmoke("", "", {"move.target=null"}).Of("move").whyIdle, "")
+      << "without a target it moves the gas";
+  const LoadedSmoke group(R"({ "type": "channel_scalar", "name": "smoke" })",
+                          R"({ "type": "group", "name": "fields", "enabled": false, "children": [
+    { "type": "channel_scalar", "name": "smoke" } ] })");
+  EXPECT_EQ(group.Of("move").whyIdle,
+            "its 'target': 'smoke' is switched off with 'fields', above it");
+}
+
+TEST(Reachability, AListThatIsLeftOpenTakesWhatIsThere) {
+  const std::string wind = R"({ "type": "force_gravity", "name": "wind" })";
+  const std::string iterator =
+      R"({ "type": "grid_celliterator", "name": "cells", "parameters": { "channel": "smoke", "operators": null } })";
+  EXPECT_THAT(LoadedSmoke(wind, wind + "," + iterator).Of("cells").whyIdle,
+              HasSubstr("there is none in its server that 'operators', left open, could take"));
+  const std::string ramp =
+      R"(,{ "type": "channelop_remap", "name": "ramp", "parameters": { "gradient": [[0, [0, 0, 0]], [1, [1, 1, 1]]] } })";
+  EXPECT_THAT(LoadedSmoke(wind, wind + "," + iterator + ramp).Of("cells").whyIdle, "");
 }
 
 TEST(Reachability, LinksThatLeadNowhereHaveThePlaceOfTheirEntry) {

@@ -80,7 +80,9 @@ TEST(SceneAdvice, KindsOfEntriesThatNobodyAsksForAreWithoutEffect) {
       { "type": "fluid", "name": "gas", "parameters": { "forces": [)" +
                                    entry + "] } } ] } ] }"),
         diagnostics, options);
-    return diagnostics.Lines();
+    std::vector<std::string> lines = diagnostics.Lines();
+    std::erase_if(lines, [](auto& line) { return line.find("has nothing to move") != line.npos; });
+    return lines;
   };
   EXPECT_THAT(lines(R"("wind")"), IsEmpty());
   EXPECT_THAT(lines(R"({ "node": "wind", "flags": 0 })"), IsEmpty());

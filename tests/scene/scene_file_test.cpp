@@ -68,7 +68,7 @@ class SceneFile : public testing::Test {
 };
 
 constexpr i32 kLength = 1000, kRepeats = 1002, kCurve = 1004, kUseFrames = 1008,
-              kConstraints = 2502;
+              kForces = 1008;
 
 }  // namespace
 
@@ -90,9 +90,10 @@ TEST_F(SceneFile, UnnamedNodesTakeTheirLabelAndStayUniqueAmongSiblings) {
 
 TEST_F(SceneFile, ValuesOfEveryKindByNameAndById) {
   Load(R"({"type": "duration", "name": "w", "enabled": false, "parameters": {
-             "length": 2, "1002": 3, "use_frames": true, "curve": [[0, 1], [0.5, 0.25]],
-             "constraints": ["scene/x", {"node": "y", "flags": 6}]}},
-          {"type": "duration", "name": "x"}, {"type": "duration", "name": "y"})",
+             "length": 2, "1002": 3, "use_frames": true, "curve": [[0, 1], [0.5, 0.25]]}},
+          {"type": "fluid", "name": "gas", "parameters": {
+             "forces": ["scene/x", {"node": "y", "flags": 6}]}},
+          {"type": "force_gravity", "name": "x"}, {"type": "force_gravity", "name": "y"})",
        R"("fps": 24, "range": [5, 9],)");
   EXPECT_EQ(mScene->document->fps, 24);
   EXPECT_EQ(mScene->document->previewMin, 5);
@@ -103,7 +104,7 @@ TEST_F(SceneFile, ValuesOfEveryKindByNameAndById) {
   EXPECT_EQ(Get<i32>("w", kRepeats), 3);
   EXPECT_EQ(Get<i32>("w", kUseFrames), 1);
   EXPECT_EQ(Get<SplineData>("w", kCurve).Evaluate(0.25), 0.625);
-  const InExcludeData list = Get<InExcludeData>("w", kConstraints);
+  const InExcludeData list = Get<InExcludeData>("gas", kForces);
   EXPECT_THAT(list.entries, ElementsAre(InExcludeData::Entry{Node("x").Id(), 0},
                                         InExcludeData::Entry{Node("y").Id(), 6}));
   EXPECT_EQ(Get<double>("w", 1003), 10.0) << "a value that isn't given keeps its default";
@@ -229,14 +230,15 @@ TEST_F(SceneFile, RenderSectionHoldsItsNodes) {
 
 TEST_F(SceneFile, OverridesAreValuesOfTheFileOrPlainText) {
   Load(R"({"type": "duration", "name": "a.b", "parameters": {
-             "length": {"keys": [[0, 1], [10, 3]]}, "constraints": ["x"]}},
-          {"type": "duration", "name": "x"},
+             "length": {"keys": [[0, 1], [10, 3]]}}},
+          {"type": "fluid", "name": "gas", "parameters": {"forces": ["x"]}},
+          {"type": "force_gravity", "name": "x"}, {"type": "force_gravity", "name": "x.y"},
           {"type": "volume", "name": "v"}, {"type": "mesh", "name": "m=1"})",
-       "", {"a.b.length=7", "a.b.1002=2", "x.constraints=[\"a.b\"]", "v.mesh=null"});
+       "", {"a.b.length=7", "a.b.1002=2", "gas.forces=[\"x.y\"]", "v.mesh=null"});
   mScene->document->SetFrame(10);
   EXPECT_EQ(Get<double>("a.b", kLength), 7.0) << "the value from outside beats the keys";
   EXPECT_EQ(Get<i32>("a.b", kRepeats), 2);
-  EXPECT_EQ(Get<InExcludeData>("x", kConstraints).entries.front().node, Node("a.b").Id());
+  EXPECT_EQ(Get<InExcludeData>("gas", kForces).entries.front().node, Node("x.y").Id());
 }
 
 TEST_F(SceneFile, OverridesOfTextsNeedNoQuotes) {
@@ -282,8 +284,9 @@ TEST_F(SceneFile, MutatedScenesNeverBreakTheLoader) {
     {"name": "b", "type": "sphere", "radius": 3, "segments": 4, "position": [1, 2, 3],
      "obstacle": {"mass": {"keys": [[0, 1]]}}}, {"type": "spline", "points": [[0,0,0],[1,1,1]]}],
     "nodes": [{"type": "server", "children": [{"type": "mesh", "parameters": {"object": "b"}},
-    {"type": "duration", "parameters": {"curve": [[0, 1]], "1000": 2, "use_frames": true,
-     "constraints": ["b", {"node": "Mesh", "flags": 2}]}}]}],
+    {"type": "duration", "parameters": {"curve": [[0, 1]], "1000": 2, "use_frames": true}},
+    {"type": "fluid", "parameters": {"forces": ["x", {"node": "x", "flags": 2}]}},
+    {"type": "force_gravity", "name": "x"}]}],
     "exports": [{"format": "png", "file": "#.png", "grids": {"a": "b"}, "axis": "x"}],
     "render": {"size": [9, 8], "camera": {"parameters": {"target": [0, 0, 1]}}, "files": ["#.exr"],
      "lights": [{"name": "l"}], "materials": [{"type": "surface", "objects": ["b"]}]}})";
@@ -331,14 +334,39 @@ TEST_F(SceneFile, NamesMeanNodesOfTheOwnServerFirst) {
 }
 
 TEST_F(SceneFile, KindsOfParticlesAreFlagsOfTheirOwnEntries) {
-  Load(R"({ "type": "alignment", "name": "a" },
-          { "type": "grid_dissipate", "name": "fade", "parameters": { "constraints": [
+  Load(R"({ "type": "force_gravity", "name": "a" },
+          { "type": "fluid", "name": "gas", "parameters": { "forces": [
             {"node": "a", "kinds": ["liquid", "passive"]}, {"node": "a", "kinds": ["vorticity"]},
             {"node": "a", "kinds": ["diffuse"]}, {"node": "a", "flags": 5}, "a"] } })");
   std::vector<u32> flags;
-  for (const auto& entry : Get<InExcludeData>("scene/fade", 2502).entries) {
+  for (const auto& entry : Get<InExcludeData>("scene/gas", kForces).entries) {
     EXPECT_EQ(entry.node, Node("scene/a").Id());
     flags.push_back(entry.flags);
   }
   EXPECT_THAT(flags, ElementsAre(2u, 1u, 4u, 8u, 5u, 0u));
+}
+
+TEST_F(SceneFile, TheOrderOfNodesAndMembersIsNoPartOfTheFingerprint) {
+  const std::string
+      a = R"({ "type": "force_gravity", "name": "a", "parameters": { "strength": 2, "priority": 3 } })",
+      swapped =
+          R"({ "parameters": { "priority": 3, "strength": 2 }, "name": "a", "type": "force_gravity" })",
+      b = R"({ "type": "force_gravity", "name": "b" })",
+      gas = R"({ "type": "fluid", "name": "gas", "parameters": { "forces": ["a", "b"] } })",
+      turned = R"({ "type": "fluid", "name": "gas", "parameters": { "forces": ["b", "a"] } })";
+  const std::string
+      objects =
+          R"("objects": [ { "name": "x", "type": "box" }, { "name": "y", "type": "sphere" } ],)",
+      reversed =
+          R"("objects": [ { "name": "y", "type": "sphere" }, { "name": "x", "type": "box" } ],)",
+      renamed =
+          R"("objects": [ { "name": "y", "type": "box" }, { "name": "x", "type": "sphere" } ],)";
+  const auto print = [&](const std::string& children, const std::string& top) {
+    return Load(children, top).fingerprint;
+  };
+  const u64 first = print(a + "," + b + "," + gas, objects);
+  EXPECT_EQ(print(gas + "," + b + "," + a, objects), first);
+  EXPECT_EQ(print(swapped + "," + b + "," + gas, reversed), first);
+  EXPECT_NE(print(a + "," + b + "," + turned, objects), first) << "a list has an order";
+  EXPECT_NE(print(a + "," + b + "," + gas, renamed), first);
 }

@@ -8,10 +8,12 @@
 #include "fluids/fields/channel_kinds.h"
 #include "fluids/flow/flow_cells.h"
 #include "fluids/flow/wall_velocities.h"
+#include "framework/dead_link.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
 #include "grids/fixed_blocks.h"
+#include "grids/for_each_cell.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -78,7 +80,7 @@ const ParameterTable& GridAdvection::Parameters() {
               "how the field is read between cells: cubic ways stay sharper than linear")
           .Choices({{0, "linear"}, {1, "bspline"}, {2, "monotonic_cubic"}})
           .To(&GridAdvection::mSampling),
-      LinkRow(1005, "solver", "whose flow carries it")
+      LinkRow(kSolverRow, "solver", "whose flow carries it")
           .AcceptsAny(kSolvers)
           .Required()
           .To(&GridAdvection::mNamedSolver),
@@ -114,7 +116,18 @@ void GridAdvection::ClearLinks() {
 
 bool GridAdvection::CommutesWith(const iBase& other) const {
   const auto* advection = dynamic_cast<const GridAdvection*>(&other);
-  return advection && advection->mSolver != mSolver;
+  if (!advection || !mSolver || !advection->mSolver || advection->mSolver == mSolver) return false;
+  // A reach ends a cell outside of its box.
+  const double cell = GetDomain().cellSize;
+  const Vec3d inside{1.5 * cell, 1.5 * cell, 1.5 * cell};
+  Vec3d low, high, otherLow, otherHigh;
+  if (!mSolver->GetReach(low, high) || !advection->mSolver->GetReach(otherLow, otherHigh))
+    return false;
+  return !BoxesMeet(low + inside, high - inside, otherLow, otherHigh);
+}
+
+bool GridAdvection::HandsOver(const iBase& field) const {
+  return mSolver && IsConservative() && mScalarTarget == &field;
 }
 
 iBase* GridAdvection::Target() const {
@@ -141,6 +154,7 @@ void GridAdvection::Prepare() {
   if (mMovedByCompanion) return;
   SetFlag(FLAG_ACTIVE, false);
   const auto hasData = [](const EGrid<double>* grid) { return grid && grid->mData; };
+  if (RestsByDeadLink(*this, kTargetRow)) return;
   if (!mSolver) return (void)Deactivate("it has no solver; name one under 'solver'");
   if (Target()->Has(FLAG_CACHED)) return (void)Deactivate(kPlayedTargetReason);
   for (i32 axis = 0; axis < 3; ++axis)

@@ -2,6 +2,7 @@
 #pragma once
 #include "fluids/advection/advection_kernel.h"
 #include "fluids/advection/conservative_advection.h"
+#include "fluids/flow/field_carrier.h"
 #include "fluids/flow/ifluid_solver.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -18,17 +19,18 @@ enum class AdvectionScheme : i32 {
 ///
 /// Advections that run one after the other and move scalar channels in the same way are companions:
 /// the first one moves the fields of all along one set of paths, with the results of each alone.
-class GridAdvection : public iObject {
+class GridAdvection : public iObject, public FieldCarrier {
  public:
   GridAdvection(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kTargetRow = 1000, kSchemeRow = 1002;
+  static constexpr i32 kTargetRow = 1000, kSchemeRow = 1002, kSolverRow = 1005;
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
-  /// Those of different solvers, each of which moves what lies in its own box.
+  /// Those of solvers whose boxes lie apart: each moves what lies in its own.
   bool CommutesWith(const iBase& other) const override;
+  bool HandsOver(const iBase& field) const override;
   void Release(bool full) override;
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;

@@ -132,7 +132,9 @@ const ParameterTable& AlignmentVector3D::Parameters() {
       VectorRow(1002, "vector", {0, 1, 0}, "none",
                 "where it points with mode fixed, in the node's own axes")
           .To(&AlignmentVector3D::mVector),
-      LinkRow(1003, "centre", "a volume or object that directions lead away from or round", {})
+      LinkRow(1003, "centre", "a volume or object that directions lead away from or round",
+              {kMeshObject, kSplineObject, kPointsObject, kLightObject, kCameraObject})
+          .AcceptsAny({kListGeometry, kCategoryVolume})
           .To(&AlignmentVector3D::mCentreNode),
   };
   return table;

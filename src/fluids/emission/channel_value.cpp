@@ -50,7 +50,8 @@ const ParameterTable& ChannelValue::Parameters() {
       RealRow(1003, "second_value", 0.0, "field",
               "a further number for the node that reads this one")
           .Kept(),
-      LinkRow(1004, "property", "takes the number from each particle instead", {})
+      LinkRow(1004, "property", "takes the number from each particle instead")
+          .AcceptsAny({kListParticles, kCategoryProperty})
           .To(&ChannelValue::mProperty),
       BoolRow(1007, "property_switch", false, "how a linked property is read").Kept(),
   };

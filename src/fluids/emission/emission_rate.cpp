@@ -28,18 +28,17 @@ const NodeKind& EmissionRate::Kind() {
 
 const ParameterTable& EmissionRate::Parameters() {
   static const ParameterTable table = {
-      LongRow(5000, "kind", 0, "", "which of the three numbers below counts")
+      LongRow(5000, "kind", 0, "",
+              "which of the three numbers a dialog shows; what reads the node takes the one that "
+              "fits its field")
           .Choices({{0, "real"}, {1, "vector"}, {2, "whole_number"}})
-          .To(&EmissionRate::mType),
-      RealRow(5001, "rate", 1.0, "1/s", "how fast a field of numbers fills")
-          .OnlyWith(5000, {0})
-          .To(&EmissionRate::mReal),
-      VectorRow(5002, "vector_rate", {1, 0, 0}, "1/s", "how fast a field of vectors fills")
-          .OnlyWith(5000, {1})
-          .To(&EmissionRate::mVector),
-      LongRow(5003, "whole_rate", 100, "1/s", "how many particles appear")
-          .OnlyWith(5000, {2})
+          .To(&EmissionRate::mType)
           .Kept(),
+      RealRow(kRealRow, "rate", 1.0, "1/s", "how fast a field of numbers fills")
+          .To(&EmissionRate::mReal),
+      VectorRow(kVectorRow, "vector_rate", {1, 0, 0}, "1/s", "how fast a field of vectors fills")
+          .To(&EmissionRate::mVector),
+      LongRow(5003, "whole_rate", 100, "1/s", "how many particles appear").Kept(),
   };
   return table;
 }

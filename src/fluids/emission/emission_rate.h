@@ -11,6 +11,7 @@ class EmissionRate : public iBase {
   EmissionRate(host::BaseNode* node, Scene* scene) : iBase(node, scene) {}
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kRealRow = 5001, kVectorRow = 5002;
   void GetCategories(u32& mask) const override {
     mask |= mType == kReal ? 0x1u : u32{kCategoryVector};
   }

@@ -20,14 +20,12 @@ void iEmissionSettings::CheckDirty() {
 
 namespace {
 
-constexpr i32 kFalloffRow = 1006;
-
 ParameterRow FalloffCurveRow() {
   ParameterRow row =
       CurveRow(
-          1005, "falloff_curve",
+          GridEmissionSettings::kFalloffCurveRow, "falloff_curve",
           "strength from the surface (0) to the deepest point (1): 0 at the left makes soft edges")
-          .OnlyWith(kFalloffRow, {GridEmissionSettings::kDepthCurve})
+          .OnlyWith(GridEmissionSettings::kFalloffRow, {GridEmissionSettings::kDepthCurve})
           .To(&GridEmissionSettings::mFalloffCurve);
   row.creation = SplineData{{{0, 0}, {1, 1}}};
   return row.Missing(std::monostate{});

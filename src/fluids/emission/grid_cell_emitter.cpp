@@ -49,7 +49,10 @@ const ParameterTable& Grid_CellEmitter::Parameters() {
           .Choices({{0, "pressure"}, {2, "velocity"}})
           .To(&Grid_CellEmitter::mSolverField),
       LinksRow(1001, "operators",
-               "what changes the cells, one after the other; with null, every one of the scene", {})
+               "what changes the cells in every step, one after the other; with null, every one of "
+               "the scene",
+               {})
+          .AcceptsAny({kListAuxiliary, kCategoryGrid})
           .AllWhenAbsent()
           .To(&Grid_CellEmitter::mOperators)
           .Required(),

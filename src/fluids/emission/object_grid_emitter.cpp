@@ -1,5 +1,8 @@
 #include "fluids/emission/object_grid_emitter.h"
 
+#include <algorithm>
+
+#include "fluids/flow/field_carrier.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
@@ -57,7 +60,9 @@ void ObjectGridEmitter::CheckDirty() {
   ObjectVolume::CheckDirty();
   const auto markChannels = [&] {
     for (ChannelPair* pair : mPairs)
-      if (pair->mScalar) pair->mScalar->MarkDirty(false);
+      for (iBase* field :
+           {static_cast<iBase*>(pair->mScalar), static_cast<iBase*>(pair->mVectorChannel)})
+        if (field) field->MarkDirty(false);
   };
   if (IsDirty()) return markChannels();
   if ((mVolume && mVolume->IsDirty()) || (mScene && mScene->mFlags & Scene::kTimeChanged)) {
@@ -118,15 +123,27 @@ void ObjectGridEmitter::Prepare() {
         !duration || !duration->Has(FLAG_ENABLED) || duration->Weight(mTime->elapsed, mWeights[i]);
     if (!runs) mWeights[i] = 0;
     anyRuns = anyRuns || runs;
-    // What a cache feeds holds its emissions already.
-    if (mPairs[i]->mScalar && mWeights[i] != 0 && !mPairs[i]->mScalar->Has(FLAG_CACHED))
-      mTargets.push_back(
-          {mPairs[i]->mScalar, settings, settings->Write(), settings->GetAmount(), mWeights[i]});
+    if (mWeights[i] != 0) AddTarget(*mPairs[i], mWeights[i]);
   }
   if (!anyRuns) return void(Deactivate(kNotDueReason));
   mConstraints.Prepare(this);
-  mHasReached = mHasFilled = false;
+  CollectObstacles(*mScene, mObstacles);
+  mHasReached = mHasFilled = mHasOpened = false;
+  mSolid = static_cast<i32>(mObstacles.size());
   SetFlag(FLAG_ACTIVE, true);
+}
+
+void ObjectGridEmitter::AddTarget(const ChannelPair& pair, double duration) {
+  iObject* field = pair.mScalar ? static_cast<iObject*>(pair.mScalar) : pair.mVectorChannel;
+  // What a cache feeds holds its emissions already.
+  if (!field || field->Has(FLAG_CACHED)) return;
+  bool handsOver = false;
+  for (const auto& [id, object] : mScene->List(kListOperators)) {
+    const auto* carrier = dynamic_cast<const FieldCarrier*>(object.get());
+    handsOver = handsOver || (carrier && object->Has(FLAG_ENABLED) && carrier->HandsOver(*field));
+  }
+  mTargets.push_back({pair.mScalar, pair.mVectorChannel, pair.mSettings, pair.mSettings->Write(),
+                      duration, handsOver});
 }
 
 void ObjectGridEmitter::Begin() {
@@ -183,31 +200,59 @@ void ObjectGridEmitter::EmitLayer(const VolumeBase& volume, i32 z, bool owned,
 
 void ObjectGridEmitter::EmitRun(const VolumeBase& volume, const CellRun& run, bool owned,
                                 const EvaluationThreadData& data) const {
-  double values[kRun];
-  Vec3d positions[kRun];
-  // Workers share the flags: once set, they are only read.
-  const auto note = [](std::atomic<bool>& flag, bool isSo) {
-    if (isSo && !flag.load(std::memory_order_relaxed)) flag.store(true, std::memory_order_relaxed);
-  };
   for (const Target& target : mTargets) {
     if (!owned && !target.write.splat) continue;
-    const EGrid<double>* grid = target.channel->GetGrid(0);
-    if (!grid || !target.channel->mEmissionHandler) continue;
-    bool isReached = false;
-    i32 count = 0;
-    for (i32 i = 0; i < run.count; ++i) {
-      const Vec3d& p = run.positions[i];
-      if (!grid->mLayout.Contains(p, false)) continue;
-      isReached = true;
-      const double weight = WeightAt(target, volume, p, data.index);
-      if (weight == 0) continue;
-      values[count] = target.amount * weight;
-      positions[count++] = p;
-    }
-    note(mHasReached, isReached);
-    note(mHasFilled, count > 0);
-    target.channel->mEmissionHandler->EmitRow(values, positions, count, target.write,
-                                              {data.index, data.count});
+    if (target.scalar)
+      EmitInto(*target.scalar, target.settings->GetAmount(), target, volume, run, data);
+    else
+      EmitInto(*target.vector, target.settings->GetVectorAmount(), target, volume, run, data);
+  }
+}
+
+namespace {
+// Workers share the flags: once set, they are only read.
+void SetOnce(std::atomic<bool>& flag, bool isSo) {
+  if (isSo && !flag.load(std::memory_order_relaxed)) flag.store(true, std::memory_order_relaxed);
+}
+}  // namespace
+
+template <class Field, class Amount>
+void ObjectGridEmitter::EmitInto(Field& field, const Amount& amount, const Target& target,
+                                 const VolumeBase& volume, const CellRun& run,
+                                 const EvaluationThreadData& data) const {
+  Amount values[kRun];
+  Vec3d positions[kRun];
+  const auto* grid = field.GetGrid(0);
+  if (!grid || !field.mEmissionHandler) return;
+  bool isReached = false;
+  i32 count = 0;
+  for (i32 i = 0; i < run.count; ++i) {
+    const Vec3d& p = run.positions[i];
+    if (!grid->mLayout.Contains(p, false)) continue;
+    isReached = true;
+    const double weight = WeightAt(target, volume, p, data.index);
+    if (weight == 0) continue;
+    if (target.handsOver)
+      SetOnce(mHasOpened, true);
+    else
+      NoteSolid(p);
+    values[count] = amount * weight;
+    positions[count++] = p;
+  }
+  SetOnce(mHasReached, isReached);
+  SetOnce(mHasFilled, count > 0);
+  field.mEmissionHandler->EmitRow(values, positions, count, target.write, {data.index, data.count});
+}
+
+void ObjectGridEmitter::NoteSolid(const Vec3d& p) const {
+  if (mHasOpened.load(std::memory_order_relaxed)) return;
+  const auto solid = std::find_if(mObstacles.begin(), mObstacles.end(), [&](VolumeBase* obstacle) {
+    return obstacle->HasGridData() && obstacle->DistanceAtWorld(p) <= 0;
+  });
+  if (solid == mObstacles.end()) return SetOnce(mHasOpened, true);
+  const i32 index = static_cast<i32>(solid - mObstacles.begin());
+  i32 first = mSolid.load(std::memory_order_relaxed);
+  while (index < first && !mSolid.compare_exchange_weak(first, index, std::memory_order_relaxed)) {
   }
 }
 
@@ -228,18 +273,30 @@ double ObjectGridEmitter::WeightAt(const Target& target, const VolumeBase& volum
   }
 }
 
+const char* ObjectGridEmitter::WhyUnseen() {
+  if (!mHasReached) return "no cell whose centre lies inside of its shape is in the box of a gas";
+  if (!mHasFilled) return "its weight is 0 in all cells, by falloff, duration or constraints";
+  const auto solid = static_cast<std::size_t>(mSolid.load());
+  if (mHasOpened || solid >= mObstacles.size()) return nullptr;
+  return mReasons
+      .insert("all cells that it fills are solid: they lie in the obstacle '" +
+              mObstacles[solid]->mName + "', where no gas is")
+      .first->c_str();
+}
+
 void ObjectGridEmitter::Finish() {
-  if (Has(FLAG_ACTIVE) && !mTargets.empty() && !mHasFilled && !IsCancelled()) {
-    // It ran, and nobody sees that it did.
-    if (mRuns > 0) --mRuns;
-    mInactiveReason = mHasReached
-                          ? "its weight is 0 in all cells, by falloff, duration or constraints"
-                          : "no cell whose centre lies inside of its shape is in the box of a gas";
+  if (Has(FLAG_ACTIVE) && !mTargets.empty() && !IsCancelled()) {
+    if (const char* why = WhyUnseen()) {
+      // It ran, and nobody sees that it did.
+      if (mRuns > 0) --mRuns;
+      mInactiveReason = why;
+    }
   }
   SetFlag(FLAG_ACTIVE, false);
   mWeights.clear();
   mTargets.clear();
   mMembers.clear();
+  mObstacles.clear();
   mConstraints.Finish(this);
   ObjectVolume::Finish();
 }

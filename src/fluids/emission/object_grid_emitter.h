@@ -1,6 +1,8 @@
 // Emission into channels inside a volume.
 #pragma once
 #include <atomic>
+#include <set>
+#include <string>
 
 #include "fluids/emission/channel_pair.h"
 #include "fluids/emission/object_volume.h"
@@ -41,11 +43,12 @@ class ObjectGridEmitter : public ObjectVolume {
 
   /// A pair that runs in this step.
   struct Target {
-    ScalarField* channel;
+    ScalarField* scalar;  ///< one of both is null
+    VectorField* vector;
     const GridEmissionSettings* settings;
     EmissionWrite write;
-    double amount;    ///< per second, or per step
     double duration;  ///< weight of the duration
+    bool handsOver;   ///< what comes into solids goes on to the gas beside them
   };
   /// Inside cells of one row of a volume.
   struct CellRun {
@@ -57,13 +60,26 @@ class ObjectGridEmitter : public ObjectVolume {
                  const EvaluationThreadData& data) const;
   void EmitRun(const VolumeBase& volume, const CellRun& run, bool owned,
                const EvaluationThreadData& data) const;
+  /// Gives a run of cells to a field, as scalars or vectors.
+  template <class Field, class Amount>
+  void EmitInto(Field& field, const Amount& amount, const Target& target, const VolumeBase& volume,
+                const CellRun& run, const EvaluationThreadData& data) const;
+  void AddTarget(const ChannelPair& pair, double duration);
+  /// Keeps whether a cell that is filled lies in the open, or else in which obstacle.
+  void NoteSolid(const Vec3d& p) const;
+  /// Why nothing of what it emitted in this step is seen; null where something is.
+  const char* WhyUnseen();
   /// Scales the amount of a cell; 0 leaves the cell alone.
   double WeightAt(const Target& target, const VolumeBase& volume, const Vec3d& p, u32 worker) const;
 
   std::vector<Target> mTargets;
-  std::vector<VolumeBase*> mMembers;  ///< of the volume, those with a grid
-  /// In this step: some inside cell lies in a field, and some cell took something.
-  mutable std::atomic<bool> mHasReached = false, mHasFilled = false;
+  std::vector<VolumeBase*> mMembers;    ///< of the volume, those with a grid
+  std::vector<VolumeBase*> mObstacles;  ///< of the scene, by name
+  /// In this step: some inside cell lies in a field, some cell took something, and one that isn't
+  /// solid did.
+  mutable std::atomic<bool> mHasReached = false, mHasFilled = false, mHasOpened = false;
+  mutable std::atomic<i32> mSolid = 0;  ///< the first obstacle that filled cells lie in
+  std::set<std::string> mReasons;       ///< texts that `Deactivate` was given
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -78,7 +78,7 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
               "whether constraints thin out points or what they bring")
           .Choices({{0, "cells"}, {1, "points"}})
           .To(&ParticleToGridEmitter::mConstraintMode),
-      RealRow(1014, "radius", 1.4, "cells",
+      RealRow(kRadiusRow, "radius", 1.4, "cells",
               "how far a point reaches: larger blobs join into a smooth skin")
           .AtLeast(0)
           .To(&ParticleToGridEmitter::mRadiusCells),

@@ -18,6 +18,7 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kRadiusRow = 1014;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void CheckDirty() override;

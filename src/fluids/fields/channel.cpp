@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "fluids/fields/field_rows.h"
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
@@ -11,10 +13,10 @@ using namespace host;
 template <class T, class G>
 ParameterTable Channel_Dynamic<T, G>::Rows() {
   return {
-      BoolRow(1001, "clear_each_step", false,
+      BoolRow(field_row::kClearEachStep, "clear_each_step", false,
               "forgets what it held before each step, so that only what this step adds is seen")
           .To(&Channel_Dynamic::mClearEachFrame),
-      BoolRow(1002, "keep_previous", true,
+      BoolRow(field_row::kKeepPrevious, "keep_previous", true,
               "keeps a second copy of the values before a change, which moving sharp detail needs")
           .To(&Channel_Dynamic::mKeepPrevious),
       BoolRow(1021, "affects_bounds", true,

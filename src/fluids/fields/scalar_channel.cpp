@@ -2,6 +2,7 @@
 #include "fluids/fields/channel.h"
 #include "fluids/fields/channel_copies.h"
 #include "fluids/fields/emission_handlers.h"
+#include "fluids/fields/field_rows.h"
 #include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -13,14 +14,14 @@ using namespace host;
 template <class T, class G>
 ParameterTable ChannelBase_Scalar<T, G>::Rows(double valueMax) {
   ParameterTable table = {
-      RealRow(1050, "value_min", 0.0, "field",
+      RealRow(field_row::kValueMin, "value_min", 0.0, "field",
               "nothing gets below: a floor for sources and operators")
           .To(&ChannelBase_Scalar::mValueMin),
-      RealRow(1051, "value_max", valueMax, "field",
+      RealRow(field_row::kValueMax, "value_max", valueMax, "field",
               "nothing gets above: how thick smoke or how hot fire can become, at least 0.0001 "
               "above value_min")
           .To(&ChannelBase_Scalar::mValueMax),
-      RealRow(1052, "initial_value", 0.0, "field",
+      RealRow(field_row::kInitialValue, "initial_value", 0.0, "field",
               "what the air holds where nothing has arrived yet")
           .To(&ChannelBase_Scalar::mInitial),
   };

@@ -2,6 +2,7 @@
 #include "fluids/fields/channel.h"
 #include "fluids/fields/channel_copies.h"
 #include "fluids/fields/emission_handlers.h"
+#include "fluids/fields/field_rows.h"
 #include "framework/node_kind.h"
 #include "framework/state_archive.h"
 
@@ -133,16 +134,16 @@ template <class T, class G>
 const ParameterTable& VectorGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = {
-        VectorRow(1050, "value_min", {0, 0, 0}, "field",
+        VectorRow(field_row::kValueMin, "value_min", {0, 0, 0}, "field",
                   "no component gets below: a floor for sources and operators")
             .To(&VectorGridChannel::mValueMin),
-        VectorRow(1051, "value_max", {1, 1, 1}, "field",
+        VectorRow(field_row::kValueMax, "value_max", {1, 1, 1}, "field",
                   "no component gets above: a ceiling for sources and operators")
             .To(&VectorGridChannel::mValueMax),
-        VectorRow(1052, "initial_value", {0, 0, 0}, "field",
+        VectorRow(field_row::kInitialValue, "initial_value", {0, 0, 0}, "field",
                   "what the air holds where nothing has arrived yet")
             .To(&VectorGridChannel::mInitial),
-        BoolRow(1053, "texture_coordinates", false,
+        BoolRow(field_row::kTextureCoordinates, "texture_coordinates", false,
                 "starts as a map of places, so that a texture is carried along with the smoke")
             .To(&VectorGridChannel::mTextureCoordinates),
     };

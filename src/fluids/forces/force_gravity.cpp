@@ -2,6 +2,7 @@
 
 #include "fluids/emission/alignment_vector.h"
 #include "fluids/emission/emission_settings.h"
+#include "framework/dead_link.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "grids/work_data.h"
@@ -38,7 +39,7 @@ const ParameterTable& Force_Gravity::Parameters() {
       VectorRow(1000, "acceleration", {0, -9.81, 0}, "m/s^2",
                 "how hard and which way the gas is pushed, in the node's own axes")
           .To(&Force_Gravity::mAcceleration),
-      LinkRow(1001, "alignment",
+      LinkRow(kAlignmentRow, "alignment",
               "pushes each place its own way instead, such as away from a centre",
               {AlignmentVector3D::Kind().id})
           .To(&Force_Gravity::mAlignment),
@@ -61,6 +62,7 @@ bool Force_Gravity::ReadParameters() {
 }
 
 void Force_Gravity::PrepareFor(Flow& flow) {
+  if (RestsByDeadLink(*this, kAlignmentRow)) return;
   // Links of settings may be fetched after those of forces: their window is taken as late as this.
   mDuration = mSettings ? mSettings->mDuration : nullptr;
   if (mAlignment) mAlignment->SetWorkerCount(kShares);

@@ -15,6 +15,7 @@ class Force_Gravity : public ForceOf<Force_Gravity> {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kAlignmentRow = 1001;
   bool ReadParameters() override;
   void PrepareFor(Flow& flow) override;
 

@@ -12,22 +12,24 @@ const NodeKind& ChannelOperator_Remap::Kind() {
       .label = "COP::Remap",
       .className = "ChannelOperator_Remap",
       .typeId = kRemapType,
+      .list = kListAuxiliary,
       .categories = kCategoryGrid,
       .menu = {"Grids/Operators"},
-      .purpose = "gives a picture other values than a field holds, through a ramp",
+      .purpose = "gives a field, or a picture of it, other values through a ramp",
       .example =
           {{},
            {example::kSmoke,
             R"({ "type": "channelop_remap", "name": "crisp", "parameters": { "gradient": [[0.2, [0, 0, 0]], [0.4, [1, 1, 1]]] } })",
             R"({ "type": "grid_celliterator", "name": "each cell", "parameters": { "channel": "smoke", "operators": ["crisp"] } })"}},
       .rows = Parameters,
+      .make = MakeNode<ChannelOperator_Remap>,
   };
   return kind;
 }
 
 const ParameterTable& ChannelOperator_Remap::Parameters() {
   static const ParameterTable table = {
-      GradientRow(1000, "gradient",
+      GradientRow(kGradientRow, "gradient",
                   "what a value becomes, black to white, from the low to the high end of the "
                   "channel: a steep step gives hard edges")
           .To(&ChannelOperator_Remap::mOwn),
@@ -45,10 +47,11 @@ void ChannelOperator_Remap::Prepare() {
   const bool hasTarget =
       (mScalar && mScalar->GetGrid(0)) || (mVectorChannel && mVectorChannel->GetGrid(0));
   if (!hasTarget) return void(Deactivate("it has no channel"));
-  ReadParameters();  // stands in no list, so nobody else sees to it
+  ReadParameters();  // nobody else sees to one that a picture made
   mRamp = !mGiven.knots.empty() || !mOwn ? mGiven : *mOwn;
   if (mRamp.knots.empty()) return void(Deactivate("it has no gradient"));
   mConstraints.Prepare(this);
+  ++mRuns;
   SetFlag(FLAG_ACTIVE, true);
 }
 

@@ -11,7 +11,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// min, where r is the first component of the ramp, and each component of a vector by that
 /// component of the ramp at it. The ramp is the gradient of the node, or one that the owner gives.
 ///
-/// Stands in no scene list: who preprocesses a grid for rendering makes its own.
+/// Who preprocesses a grid for rendering makes one of its own.
 class ChannelOperator_Remap : public ChannelOperator {
  public:
   static constexpr i32 kPluginId = 1300063;
@@ -22,6 +22,7 @@ class ChannelOperator_Remap : public ChannelOperator {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kGradientRow = 1000;
   /// Takes the place of the node's own ramp.
   void SetGradient(const host::Gradient& gradient) { mGiven = gradient; }
   /// A curve fills all three components.

@@ -1,6 +1,7 @@
 #include "fluids/operators/grid_combustion.h"
 
 #include "fluids/fields/channel_kinds.h"
+#include "framework/dead_link.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "grids/fixed_blocks.h"
@@ -62,7 +63,7 @@ const ParameterTable& GridCombustion::Parameters() {
           .To(&GridCombustion::mFire)
           .Writes()
           .Required(),
-      LinkRow(1002, "fuel", "what burns away; without one the fire channel shapes a flame",
+      LinkRow(kFuelRow, "fuel", "what burns away; without one the fire channel shapes a flame",
               {PlainField::Kind().id, FuelField::Kind().id})
           .To(&GridCombustion::mFuel)
           .To(&GridCombustion::mKindled)
@@ -169,6 +170,7 @@ bool GridCombustion::PlaceExpansion() {
 void GridCombustion::Prepare() {
   const double dt = mTime->stepDuration;
   if (dt == 0) return (void)Deactivate(kNoStepReason);
+  if (RestsByDeadLink(*this, kFuelRow)) return;
   if (IsPlayed(mTemperature, mFire, mFuel, mSmoke)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids() || !PlaceExpansion()) return;
   mThreshold = FlameThreshold(*mFire, mT->mRangeMax);

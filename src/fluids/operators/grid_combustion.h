@@ -17,6 +17,7 @@ class GridCombustion : public iObject {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kFuelRow = 1002;
   bool ResolveLinks() override;
   bool AfterLinks() override;
   void CheckDirty() override;

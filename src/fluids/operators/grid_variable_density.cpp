@@ -45,9 +45,9 @@ const NodeKind& GridVariableDensity::Kind() {
           "gives the gas a density of its own in each cell: a heavy gas flows along the ground",
       .example =
           {{},
-           {example::kHeat,
+           {example::kHeat, example::kSmoke,
             R"({ "type": "channel_scalar", "name": "density", "parameters": { "clear_each_step": true, "affects_bounds": false, "value_max": 10 } })",
-            R"({ "type": "grid_variabledensity", "name": "mix", "parameters": { "target": "density", "temperature": "heat" } })",
+            R"({ "type": "grid_variabledensity", "name": "mix", "parameters": { "target": "density", "admixture": "smoke", "temperature": "heat" } })",
             R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150], "parameters": { "density_channel": "density" } })"}},
       .rows = Parameters,
       .make = MakeNode<GridVariableDensity>,
@@ -63,13 +63,16 @@ const ParameterTable& GridVariableDensity::Parameters() {
           .AcceptsAny(kAllChannels)
           .To(&GridVariableDensity::mScalar)
           .To(&GridVariableDensity::mVector)
-          .Writes(),
+          .Writes()
+          .Required(),
       LinkRow(1001, "admixture", "how much of the other gas a cell holds, 0..1")
           .AcceptsAny(kScalarChannels)
-          .To(&GridVariableDensity::mAdmixture),
+          .To(&GridVariableDensity::mAdmixture)
+          .Required(),
       LinkRow(1002, "temperature", "heat that makes gas lighter, in degrees above 294 K")
           .AcceptsAny(kScalarChannels)
-          .To(&GridVariableDensity::mTemperature),
+          .To(&GridVariableDensity::mTemperature)
+          .Required(),
       RealRow(1004, "base_density", 1.184, "kg/m^3", "weight of the cold air")
           .AtLeast(1e-6)
           .To(&GridVariableDensity::mBaseDensity),

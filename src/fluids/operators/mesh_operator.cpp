@@ -8,14 +8,15 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 
 ParameterTable MeshOperator::Rows(ParameterTable own) {
-  own.insert(own.begin(),
-             {LinkRow(1000, "target", "the mesh that is changed, or the volume whose mesh is meant",
-                      {Mesh::Kind().id, VolumeMesh::Kind().id})
-                  .To(&MeshOperator::mTarget)
-                  .Writes()
-                  .Required(),
-              LinkRow(1001, "duration", "when it works, and how strongly", {Duration::Kind().id})
-                  .To(&MeshOperator::mDuration)});
+  own.insert(
+      own.begin(),
+      {LinkRow(kTargetRow, "target", "the mesh that is changed, or the volume whose mesh is meant",
+               {Mesh::Kind().id, VolumeMesh::Kind().id})
+           .To(&MeshOperator::mTarget)
+           .Writes()
+           .Required(),
+       LinkRow(1001, "duration", "when it works, and how strongly", {Duration::Kind().id})
+           .To(&MeshOperator::mDuration)});
   return own;
 }
 

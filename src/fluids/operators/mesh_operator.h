@@ -17,6 +17,7 @@ class MeshOperator : public iObject {
  public:
   MeshOperator() = default;
   MeshOperator(host::BaseNode* node, Scene* scene) : iObject(node, scene) {}
+  static constexpr i32 kTargetRow = 1000;
   ConstraintList* Constraints() override { return &mConstraints; }
   bool ResolveLinks() override;
   void ClearLinks() override;

@@ -22,7 +22,7 @@ const NodeKind& MeshSmoothingOperator::Kind() {
       .example =
           {{example::kCube},
            {R"({ "type": "mesh", "name": "cube mesh", "parameters": { "object": "cube" } })",
-            R"({ "type": "mop_smoothing", "name": "round off", "parameters": { "target": "cube mesh", "iterations": 3 } })",
+            R"({ "type": "mop_smoothing", "name": "round off", "parameters": { "target": "cube mesh", "iterations": 3, "stage": 3 } })",
             R"({ "type": "volume", "name": "cube volume", "parameters": { "mesh": "cube mesh" }, "obstacle": {} })",
             example::kGas}},
       .rows = Parameters,

@@ -56,6 +56,11 @@ std::vector<Choice> SystemChoices() {
 }
 std::vector<Choice> ColourModes() { return {{0, "blackbody"}, {1, "gradient"}}; }
 
+ParameterRow FilterRow(i32 id, std::string_view name, std::string_view help) {
+  return LinksRow(id, name, help, {ChannelOperator_Remap::kPluginId})
+      .AcceptsAny({kListAuxiliary, kCategoryConstraint});
+}
+
 constexpr double kSmallestStep = 0.01;  ///< cells
 
 ParameterTable FieldRows() {
@@ -139,10 +144,10 @@ ParameterTable SmokeRows() {
       RealRow(2254, "smoke_blur", 0.7, "cells", "how far each softening of smoke reaches")
           .AtLeast(0)
           .To(&SmokeSettings::blur),
-      LinksRow(2255, "smoke_filters",
-               "constraints and ramps that say where smoke shows, and how thick", {})
+      FilterRow(2255, "smoke_filters",
+                "constraints and ramps that say where smoke shows, and how thick")
           .To(&FilterSettings::smokeGrid),
-      LinksRow(2461, "colour_filters", "constraints and ramps on the smoke's colour", {})
+      FilterRow(2461, "colour_filters", "constraints and ramps on the smoke's colour")
           .To(&FilterSettings::colourGrid),
       BoolRow(2301, "noise", false, "breaks smoke up with a pattern, finer than its cells")
           .To(&NoiseSettings::on),
@@ -204,16 +209,15 @@ ParameterTable ScatteringRows() {
       RealRow(2356, "anisotropy_2", 0, "none", "the same for the second lobe of light")
           .Range(-1, 1)
           .To(&ScatteringSettings::anisotropy2),
-      LinksRow(2357, "absorption_filters", "constraints and ramps that say where smoke is dark", {})
+      FilterRow(2357, "absorption_filters", "constraints and ramps that say where smoke is dark")
           .To(&FilterSettings::absorption),
-      LinksRow(2358, "scattering_filters", "constraints and ramps that say where smoke is bright",
-               {})
+      FilterRow(2358, "scattering_filters", "constraints and ramps that say where smoke is bright")
           .To(&FilterSettings::scattering),
-      LinksRow(2359, "anisotropy_filters", "constraints and ramps on where light goes in the smoke",
-               {})
+      FilterRow(2359, "anisotropy_filters",
+                "constraints and ramps on where light goes in the smoke")
           .To(&FilterSettings::anisotropy),
-      LinksRow(2360, "phase_scale_filters",
-               "constraints and ramps on how bright the phase function is", {})
+      FilterRow(2360, "phase_scale_filters",
+                "constraints and ramps on how bright the phase function is")
           .To(&FilterSettings::phaseScale),
       BoolRow(2456, "grey_absorption", false, "coloured smoke absorbs all colours alike")
           .To(&ScatteringSettings::greyAbsorption),
@@ -272,17 +276,16 @@ ParameterTable MultipleRows() {
       RealRow(2416, "multiple_strength", 1, "none", "how bright the spread light is in the end")
           .AtLeast(0)
           .To(&MultipleSettings::strength),
-      LinksRow(2417, "multiple_rate_filters", "constraints and ramps that say where light spreads",
-               {})
+      FilterRow(2417, "multiple_rate_filters", "constraints and ramps that say where light spreads")
           .To(&FilterSettings::multipleRate),
-      LinksRow(2418, "multiple_density_filters",
-               "constraints and ramps on how thick the smoke is to spreading light", {})
+      FilterRow(2418, "multiple_density_filters",
+                "constraints and ramps on how thick the smoke is to spreading light")
           .To(&FilterSettings::multipleDensity),
-      LinksRow(2419, "multiple_anisotropy_filters",
-               "constraints and ramps on where spreading light goes", {})
+      FilterRow(2419, "multiple_anisotropy_filters",
+                "constraints and ramps on where spreading light goes")
           .To(&FilterSettings::multipleAnisotropy),
-      LinksRow(2420, "multiple_strength_filters",
-               "constraints and ramps on how bright spread light is", {})
+      FilterRow(2420, "multiple_strength_filters",
+                "constraints and ramps on how bright spread light is")
           .To(&FilterSettings::multipleStrength),
   };
 }
@@ -393,7 +396,7 @@ ParameterTable FireRows() {
       RealRow(2653, "fire_blur", 0.7, "cells", "how far each softening of fire reaches")
           .AtLeast(0)
           .To(&FireSettings::blur),
-      LinksRow(2654, "fire_filters", "constraints and ramps that say where fire shows", {})
+      FilterRow(2654, "fire_filters", "constraints and ramps that say where fire shows")
           .To(&FilterSettings::fireGrid),
       RealRow(2700, "third_threshold", 0.6, "none", "third field up to this is not seen")
           .To(&ThirdSettings::threshold),
@@ -406,8 +409,7 @@ ParameterTable FireRows() {
       RealRow(2703, "third_blur", 0.7, "cells", "how far each softening of the third field reaches")
           .AtLeast(0)
           .To(&ThirdSettings::blur),
-      LinksRow(2704, "third_filters", "constraints and ramps that say where the third field shows",
-               {})
+      FilterRow(2704, "third_filters", "constraints and ramps that say where the third field shows")
           .To(&FilterSettings::thirdGrid),
       RealRow(2750, "fire_intensity", 0.6, "1/host", "how bright flames look themselves")
           .AtLeast(0)

@@ -1,5 +1,6 @@
 #include "fluids/rendering/grid_sampler_shader.h"
 
+#include "fluids/fields/channel_kinds.h"
 #include "fluids/flow/ifluid_solver.h"
 #include "fluids/volume/volume_base.h"
 
@@ -25,7 +26,10 @@ double Remapped(double v, double high, double low) {
 const ParameterTable& GridSampler_Shader::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable t = {
-        LinkRow(3000, "field", "channel, solver or volume that is read", {})
+        LinkRow(3000, "field", "channel, solver or volume that is read")
+            .AcceptsAny(kAllChannels)
+            .AcceptsAny(kSolvers)
+            .AcceptsAny({kListGeometry, kCategoryVolume})
             .To(&GridSamplerSettings::field),
         GradientRow(3001, "gradient", "what colour a low (0) to a high (1) value gets")
             .To(&GridSamplerSettings::gradient),

@@ -89,6 +89,27 @@ TEST(GridAdvection, AConstantStaysConstant) {
       }
 }
 
+TEST(GridAdvection, RestsWhileItsTargetTakesNoPart) {
+  AdvectionRig rig({12, 12, 6}, 0.1);
+  rig.AddSmoke();
+  host::BaseNode& node = rig.AddAdvection(rig.smokeNode, kSemiLagrangian);
+  const auto velocityAfter = [&] {
+    rig.Begin();
+    rig.FillVelocity([](const Vec3d& p) { return Swirl(p, 1.2) * 6.0; });
+    rig.RunOperators();
+    const EGrid<double>& u = *rig.gas->GetFlow().mVelocity.GetGrid(0);
+    return std::vector<double>(u.mData, u.mData + u.mCount);
+  };
+  const std::vector<double> before = velocityAfter();
+  rig.smokeNode->SetEnabled(false);
+  rig.scene->Synchronise(&rig.document);
+  EXPECT_EQ(velocityAfter(), before) << "what is switched off is no empty link";
+  EXPECT_STREQ(rig.Object<GridAdvection>(node)->mInactiveReason,
+               "what it names is switched off or not in its server");
+  node.Set(1000, host::Link{});
+  EXPECT_NE(velocityAfter(), before) << "without a target it moves the flow";
+}
+
 TEST(GridAdvection, WholeCellsMoveExactly) {
   for (const i32 scheme : {kSemiLagrangian, kMacCormack}) {
     AdvectionRig rig({24, 12, 10}, 0.125);

@@ -24,6 +24,15 @@ class UpperHalf : public Constraint {
   }
 };
 
+class Obstacle : public SphereVolume {
+ public:
+  using SphereVolume::SphereVolume;
+  void GetCategories(u32& mask) const override {
+    SphereVolume::GetCategories(mask);
+    mask |= kCategoryActiveVolume;
+  }
+};
+
 class GridEmitter : public testing::Test {
  protected:
   GridEmitter()
@@ -171,6 +180,44 @@ TEST_F(GridEmitter, SaysWhyNoCellTookAnything) {
   Run();
   EXPECT_EQ(Sum(), 0);
   EXPECT_THAT(emitter.mInactiveReason, testing::HasSubstr("its weight is 0 in all cells"));
+}
+
+TEST_F(GridEmitter, NamesTheObstacleThatAllItsCellsLieIn) {
+  auto& solid = s.AddOwn<Obstacle>("volume", "rock");
+  const double h = s.scene->mDomain.cellSize;
+  const auto why = [&](double radius) {
+    solid.Make({0.61, 0.58, 0.63}, radius, {14, 14, 14}, {-h, -h, -h});
+    for (const i32 threads : {1, 3}) {
+      Run(threads);
+      EXPECT_GT(Sum(), 0);
+    }
+    return std::string(emitter.mInactiveReason ? emitter.mInactiveReason : "");
+  };
+  EXPECT_EQ(why(0.2), "") << "some of its cells lie outside";
+  EXPECT_THAT(why(0.5), testing::HasSubstr("they lie in the obstacle 'rock'"));
+}
+
+TEST_F(GridEmitter, FillsFieldsOfVectors) {
+  auto& colour = s.Add<VectorField>("channel_vector", "colour");
+  for (const i32 splat : {0, 1}) {
+    TestScene::Link(pair, 1000, colour);
+    TestScene::Set(settings, 1014, Vec3d{0.5, 0.25, 0});
+    TestScene::Set(settings, 1012, splat);
+    s.SetUp();
+    EXPECT_TRUE(colour.IsDirty()) << "a channel that is fed is reset and trimmed";
+    const double h = s.scene->mDomain.cellSize;
+    ASSERT_TRUE(colour.ApplyBounds({-2 * h, -2 * h, -2 * h}, {16 * h, 14 * h, 17 * h}));
+    for (i32 a = 0; a < 3; ++a) colour.mGrids[a]->Fill(0);
+    TestScene::Run(emitter, 3);
+    const auto sum = [&](i32 a) {
+      double total = 0;
+      for (i32 i = 0; i < colour.mGrids[a]->mCount; ++i) total += (*colour.mGrids[a])[i];
+      return total;
+    };
+    EXPECT_NEAR(sum(0), Inside() * 0.5 * dt, 1e-9);
+    EXPECT_NEAR(sum(1), Inside() * 0.25 * dt, 1e-9);
+    EXPECT_EQ(sum(2), 0);
+  }
 }
 
 TEST_F(GridEmitter, DirtMovesOnToTheChannels) {

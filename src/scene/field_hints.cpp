@@ -1,0 +1,264 @@
+#include "scene/field_hints.h"
+
+#include <fmt/format.h>
+
+#include <functional>
+#include <map>
+#include <set>
+
+#include "cache/cache_rows.h"
+#include "fluids/advection/grid_advection.h"
+#include "fluids/emission/channel_pair.h"
+#include "fluids/fields/field_rows.h"
+#include "fluids/operators/grid_combustion.h"
+#include "fluids/operators/grid_cooling.h"
+#include "fluids/operators/grid_diffusion.h"
+#include "fluids/operators/grid_dissipate.h"
+#include "fluids/solvers/fluid_solver.h"
+#include "nodes/catalogue.h"
+#include "scene/scene_values.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using namespace MELDO_SULVA;
+
+namespace {
+
+class FieldHints {
+ public:
+  FieldHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics)
+      : mScene(scene), mPlaces(places), mDiagnostics(diagnostics) {}
+
+  void LookAt(const BaseNode& server) {
+    mFields.clear();
+    mAdvections.clear();
+    mHasSolver = mHasGas = false;
+    Collect(server);
+    for (const BaseNode* field : mFields) {
+      LookAtRange(*field);
+      if (mHasSolver) LookAtMoves(*field);
+      // Where there is no gas, nothing is read either.
+      if (mHasGas && !IsFed(*field)) TellUnfed(*field);
+    }
+    for (const BaseNode* advection : mAdvections) LookAtAdvection(*advection);
+  }
+
+ private:
+  void Collect(const BaseNode& node) {
+    for (const BaseNode* child : node.Children()) {
+      Collect(*child);
+      const NodeKind* kind = FindKind(child->Type());
+      if (!child->IsEnabled() || !kind) continue;
+      if (kind->list == kListChannels) mFields.push_back(child);
+      if (kind->list == kListSolvers) mHasSolver = true;
+      if (kind->list == kListSolvers && Works(*child)) mHasGas = true;
+      if (IsA<GridAdvection>(*child) && Works(*child)) mAdvections.push_back(child);
+    }
+  }
+
+  bool Works(const BaseNode& node) const {
+    const NodeReach* reach = mScene.reach.Of(node.Id());
+    return !reach || reach->MayWork();
+  }
+  const std::vector<const BaseNode*>& ReadersOf(const BaseNode& node) const {
+    static const std::vector<const BaseNode*> none;
+    const NodeReach* reach = mScene.reach.Of(node.Id());
+    return reach ? reach->readers : none;
+  }
+  const BaseNode* Linked(const BaseNode& node, i32 row) const {
+    const Value* value = node.Get(row);
+    const Link* link = value ? std::get_if<Link>(value) : nullptr;
+    return link ? mScene.document->Find(link->node) : nullptr;
+  }
+  static const Value& ValueOf(const BaseNode& node, i32 row) {
+    const Value* value = node.Get(row);
+    return value ? *value : FindRow(*node.Table(), row)->WhenMissing();
+  }
+  static std::string_view NameOf(const BaseNode& node, i32 row) {
+    return FindRow(*node.Table(), row)->name;
+  }
+  static std::string Named(const BaseNode& node) { return fmt::format("'{}'", Shown(node.Name())); }
+
+  void Warn(const BaseNode& node, const std::string& text, i32 row = 0) {
+    mDiagnostics.Warning(mPlaces.Of(node, row ? NameOf(node, row) : ""),
+                         fmt::format("{} \"{}\": {}", TypeWord(node), Shown(node.Name()), text));
+  }
+
+  // ---- what goes in -----------------------------------------------------------------------------
+
+  /// Whether anything but 0 may ever come into a field.
+  bool IsFed(const BaseNode& field) const {
+    for (const i32 row : {field_row::kInitialValue, field_row::kValueMin})
+      if (FindRow(*field.Table(), row) && !IsNothing(field, row)) return true;
+    const ParameterRow* map = FindRow(*field.Table(), field_row::kTextureCoordinates);
+    if (map && LongOf(ValueOf(field, map->id), 0) == 1) return true;
+    for (const BaseNode* reader : ReadersOf(field))
+      if (Works(*reader) && Feeds(*reader, field)) return true;
+    return false;
+  }
+
+  static bool IsNothing(const BaseNode& field, i32 row) {
+    if (field.Tracks().contains(row)) return false;
+    const Value& value = ValueOf(field, row);
+    if (const double* real = std::get_if<double>(&value)) return *real <= 0;
+    const Vec3d* vector = std::get_if<Vec3d>(&value);
+    return vector && *vector == Vec3d{};
+  }
+
+  bool Feeds(const BaseNode& node, const BaseNode& field) const {
+    const NodeKind* kind = FindKind(node.Type());
+    if (!kind) return false;
+    // Settings feed as far as someone emits by them.
+    if (kind->list == kListSettings) {
+      const auto& users = ReadersOf(node);
+      return Names(node, field, true) && std::any_of(users.begin(), users.end(), [&](auto* user) {
+               return user->Type() != kServerNode && Works(*user);
+             });
+    }
+    if (kind->list == kListCaches) {
+      const Value* mode = node.Get(cache_row::kMode);
+      return !mode || LongOf(*mode, 0) != cache_row::kRecord;
+    }
+    // What moves, fades or blurs a field of nothing leaves nothing.
+    if (IsA<GridAdvection>(node) || IsA<GridCooling>(node) || IsA<GridDissipate>(node) ||
+        IsA<GridDiffusion>(node))
+      return false;
+    if (IsA<GridCombustion>(node) && Linked(node, GridCombustion::kFuelRow) == &field) return false;
+    return Names(node, field, true);
+  }
+
+  /// Whether a row of a node that changes what it names, or one that only reads it, names a field.
+  bool Names(const BaseNode& node, const BaseNode& field, bool writes) const {
+    if (!node.Table()) return false;
+    for (const ParameterRow& row : *node.Table()) {
+      if (row.writes != writes || row.kept) continue;
+      const Value* value = node.Get(row.id);
+      if (!value) continue;
+      if (const Link* link = std::get_if<Link>(value); link && link->node == field.Id())
+        return true;
+      if (const auto* list = std::get_if<InExcludeData>(value))
+        for (const InExcludeData::Entry& entry : list->entries)
+          if (entry.node == field.Id()) return true;
+    }
+    return false;
+  }
+
+  void TellUnfed(const BaseNode& field) {
+    for (const BaseNode* reader : ReadersOf(field)) {
+      if (reader->Type() == kServerNode || !Works(*reader)) continue;
+      const bool burns = IsA<GridCombustion>(*reader);
+      if (!burns && !Names(*reader, field, false)) continue;
+      return Warn(field, fmt::format("{} reads it, and no emitter, operator or cache that works "
+                                     "puts anything into it: it stays 0",
+                                     Named(*reader)));
+    }
+    const auto exports = [&](const ExportSpec& spec) {
+      return std::any_of(spec.grids.begin(), spec.grids.end(),
+                         [&](const auto& grid) { return grid.second == field.Id(); });
+    };
+    if (std::any_of(mScene.exports.begin(), mScene.exports.end(), exports))
+      Warn(field,
+           "it is exported, and no emitter, operator or cache that works puts anything into it: it "
+           "stays 0");
+  }
+
+  // ---- what moves -------------------------------------------------------------------------------
+
+  /// Channels that an emitter feeds stand still where no advection has them as its target.
+  void LookAtMoves(const BaseNode& field) {
+    bool isFed = false, isMoved = false;
+    for (const BaseNode* reader : ReadersOf(field)) {
+      isFed = isFed || IsA<ChannelPair>(*reader);
+      isMoved = isMoved || IsA<GridAdvection>(*reader);
+    }
+    // What is cleared in each step shows where it was emitted, and means to.
+    const ParameterRow* clears = FindRow(*field.Table(), field_row::kClearEachStep);
+    if (!isFed || isMoved || (clears && LongOf(ValueOf(field, clears->id), 0) == 1)) return;
+    Warn(field,
+         fmt::format("an emitter feeds it, but nothing moves it; add a {} that has it as its '{}'",
+                     GridAdvection::Kind().type,
+                     FindRow(GridAdvection::Parameters(), GridAdvection::kTargetRow)->name));
+  }
+
+  /// The field or solver that an advection moves, and the solver whose flow it takes.
+  std::pair<const BaseNode*, const BaseNode*> MoveOf(const BaseNode& advection) const {
+    const BaseNode* solver = Linked(advection, GridAdvection::kSolverRow);
+    const BaseNode* target = Linked(advection, GridAdvection::kTargetRow);
+    if (!target) target = solver;
+    const NodeKind* kind = target ? FindKind(target->Type()) : nullptr;
+    return {target, kind && kind->list == kListSolvers ? target : solver};
+  }
+
+  void LookAtAdvection(const BaseNode& advection) {
+    const auto [target, solver] = MoveOf(advection);
+    if (!target) return;
+    const BaseNode* named = Linked(advection, GridAdvection::kSolverRow);
+    if (named && named != solver)
+      Warn(advection,
+           fmt::format("'{}' is without effect: {}, its '{}', moves by its own flow",
+                       NameOf(advection, GridAdvection::kSolverRow), Named(*target),
+                       NameOf(advection, GridAdvection::kTargetRow)),
+           GridAdvection::kSolverRow);
+    if (const ParameterRow* previous = FindRow(*target->Table(), field_row::kKeepPrevious);
+        previous && LongOf(ValueOf(*target, previous->id), 0) == 0 &&
+        !target->Tracks().contains(previous->id) && target != solver)
+      Warn(*target,
+           fmt::format("'{}' is off, and {} can't move it without", previous->name,
+                       Named(advection)),
+           previous->id);
+    const auto [first, isNew] = mMoved.try_emplace({target, solver}, &advection);
+    if (isNew) return;
+    Warn(advection,
+         fmt::format("it moves {}, which {} moves already: both together carry it twice as far as "
+                     "the gas flows",
+                     Named(*target), Named(*first->second)));
+  }
+
+  // ---- what a field can hold --------------------------------------------------------------------
+
+  void LookAtRange(const BaseNode& field) {
+    for (const i32 row : {field_row::kValueMin, field_row::kValueMax, field_row::kInitialValue})
+      if (!FindRow(*field.Table(), row) || field.Tracks().contains(row)) return;
+    const Value &low = ValueOf(field, field_row::kValueMin),
+                &high = ValueOf(field, field_row::kValueMax),
+                &initial = ValueOf(field, field_row::kInitialValue);
+    const double* least = std::get_if<double>(&low);
+    const double* most = std::get_if<double>(&high);
+    const double* first = std::get_if<double>(&initial);
+    if (!least || !most || !first) return;
+    if (*most <= *least) {
+      Warn(field,
+           fmt::format("'{}' is {}, not above '{}', {}: everything in it becomes one value",
+                       NameOf(field, field_row::kValueMax), *most,
+                       NameOf(field, field_row::kValueMin), *least),
+           field_row::kValueMax);
+    } else if (*first > *most || *first < *least) {
+      // 0 is what every new field starts with.
+      if (*first == 0 && *least > 0) return;
+      Warn(field,
+           fmt::format("'{}' is {}, outside of '{}' to '{}', {} to {}: it becomes the nearer end",
+                       NameOf(field, field_row::kInitialValue), *first,
+                       NameOf(field, field_row::kValueMin), NameOf(field, field_row::kValueMax),
+                       *least, *most),
+           field_row::kInitialValue);
+    }
+  }
+
+  const LoadedScene& mScene;
+  const ScenePlaces& mPlaces;
+  Diagnostics& mDiagnostics;
+  std::vector<const BaseNode*> mFields, mAdvections;  ///< of the server, those that take part
+  std::map<std::pair<const BaseNode*, const BaseNode*>, const BaseNode*> mMoved;
+  bool mHasSolver = false, mHasGas = false;  ///< one that is on, one that something fills
+};
+
+}  // namespace
+
+void AddFieldHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
+  FieldHints hints(scene, places, diagnostics);
+  for (const BaseNode* server : scene.servers)
+    if (server->IsEnabled()) hints.LookAt(*server);
+}
+
+}  // namespace MELDO_GLOBAL::app
