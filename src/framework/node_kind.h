@@ -41,8 +41,8 @@ struct NodeKind {
   i32 typeId = 0;                ///< `GetTypeId`
   i32 list = 0;                  ///< scene list; 0 for nodes without a core object
   u32 categories = 0;            ///< `GetCategories`; the fixed part where the class computes it
-  /// S sequential, I iterative, that is in passes which it shares out itself, E makes ready again
-  /// before each pass, V runs on refresh, R resets on change; a star: it hangs on the parameters.
+  /// S sequential, I iterative (passes that it shares out itself), E ready anew before each pass,
+  /// V runs on refresh, R resets on change, A an amount, of which a ledger is kept; a star: varies.
   std::string_view flags{};
   std::vector<i32> stages{};      ///< in which it runs, unless its parameter `stage` moves it
   std::optional<i32> priority{};  ///< base priority inside a stage

@@ -1,9 +1,11 @@
 // What is told of a simulated frame.
 #pragma once
 #include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "fluids/fields/field_ledger.h"
 #include "fluids/pressure/grid_incompressibility.h"
 #include "framework/pipeline.h"
 #include "host/vector.h"
@@ -19,6 +21,8 @@ struct ChannelRecord {
   int components = 1;  ///< 1 or 3
   /// Per component, over all samples of the grid.
   Vec3d min{}, max{}, sum{};
+  /// Of this frame: of scalars that hold an amount, and don't play from a cache.
+  std::optional<MELDO_SULVA::FieldLedger> ledger;
 };
 
 /// A solver at the end of a frame. Without grids the dims are 0.
@@ -29,6 +33,7 @@ struct SolverRecord {
   double kineticEnergy = 0;  ///< joules; see `MeasureSolver`
   double divergenceMax = 0;  ///< 1/s
   std::vector<MELDO_SULVA::ProjectionReport> pressure;  ///< of this frame's substeps, in order
+  std::optional<MELDO_SULVA::VolumeLedger> volume;      ///< of this frame; none from a cache
 };
 
 struct FrameRecord {

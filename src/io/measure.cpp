@@ -89,6 +89,17 @@ FaceSums MeasureLayer(const EGrid<double>& velocity, const EGrid<float>* open, i
   return sums;
 }
 
+std::optional<FieldLedger> TakeLedger(iBase& channel) {
+  auto* scalar = dynamic_cast<ScalarField*>(&channel);
+  if (!scalar) return {};
+  const FieldLedger ledger = scalar->mAccount.Take();
+  if (!channel.Has(FLAG_CACHED))
+    return scalar->IsAccounted() ? std::optional(ledger) : std::nullopt;
+  // What a recording brings is known by the run that wrote it.
+  scalar->mAccount.TakeGiven();
+  return {};
+}
+
 }  // namespace
 
 ChannelRecord MeasureChannel(iBase& channel, i32 threads) {
@@ -96,6 +107,7 @@ ChannelRecord MeasureChannel(iBase& channel, i32 threads) {
   const std::optional<Field> field = FieldOf(channel);
   record.cellSize = channel.GetDomain().cellSize;
   if (!field) return record;
+  record.ledger = TakeLedger(channel);
   record.components = field->kind == Field::Kind::Vector ? 3 : 1;
   if (!field->HasGrid()) return record;
   record.dims = field->grids[0]->Dims();
@@ -113,6 +125,8 @@ ChannelRecord MeasureChannel(iBase& channel, i32 threads) {
 SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
   SolverRecord record;
   record.pressure = solver.mPressure.TakeReports();
+  const VolumeLedger volume = solver.mPressure.TakeLedger();
+  if (!solver.Has(FLAG_CACHED)) record.volume = volume;
   const Flow& flow = solver.GetFlow();
   const GridLayout* layout = flow.GetLayout();
   if (!layout) return record;

@@ -23,6 +23,29 @@ void FormatStages(JsonLine& json, const FrameRecord& record) {
   json.Close(']');
 }
 
+void FormatLedger(JsonLine& json, const FieldLedger& ledger) {
+  json.Key("ledger").Open('{');
+  json.Key("emitted").Number(ledger.emitted);
+  json.Key("made").Number(ledger.made);
+  json.Key("burnt").Number(ledger.burnt);
+  json.Key("left").Number(ledger.left);
+  json.Key("trimmed").Number(ledger.trimmed);
+  json.Key("trapped").Number(ledger.trapped);
+  json.Key("handed_over").Number(ledger.handedOver);
+  json.Key("drift").Number(ledger.drift);
+  json.Close('}');
+}
+
+void FormatVolume(JsonLine& json, const VolumeLedger& ledger) {
+  json.Key("volume").Open('{');
+  json.Key("made").Number(ledger.made);
+  json.Key("solids").Number(ledger.solids);
+  json.Key("squeezed").Number(ledger.squeezed);
+  json.Key("left").Number(ledger.left);
+  json.Key("drift").Number(ledger.drift);
+  json.Close('}');
+}
+
 void FormatChannel(JsonLine& json, const ChannelRecord& channel) {
   json.Key(channel.name).Open('{');
   json.Key("dims").Vector(channel.dims).Key("origin").Vector(channel.origin);
@@ -34,6 +57,7 @@ void FormatChannel(JsonLine& json, const ChannelRecord& channel) {
   value("min", channel.min);
   value("max", channel.max);
   value("sum", channel.sum);
+  if (channel.ledger) FormatLedger(json, *channel.ledger);
   json.Close('}');
 }
 
@@ -48,7 +72,9 @@ void FormatSolver(JsonLine& json, const SolverRecord& solver) {
     json.Open('{').Key("iterations").Number(i64{report.iterations});
     json.Key("residual").Number(report.residual).Close('}');
   }
-  json.Close(']').Close('}');
+  json.Close(']');
+  if (solver.volume) FormatVolume(json, *solver.volume);
+  json.Close('}');
 }
 
 void FormatWarnings(JsonLine& json, const std::vector<std::string>& warnings) {

@@ -10,6 +10,7 @@
 #include <new>
 
 #include "cache/cache_operator.h"
+#include "fluids/advection/grid_advection.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/rest.h"
@@ -314,7 +315,7 @@ std::string GapText(const NarrowGaps::Place& gap, const Vec3d& toWorld) {
       ObjectLabel(*gap.one), other, gap.width, at.x, at.y, at.z);
 }
 
-/// Adds what caches and solvers report of themselves, each sentence once.
+/// Adds what caches, solvers and advections report of themselves, each sentence once.
 void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
   ForEachObject(scene, [&](iBase& object) {
     const auto add = [&](const std::vector<std::string>& warnings) {
@@ -322,6 +323,7 @@ void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
         told.push_back(fmt::format("{}: {}", ObjectLabel(object), warning));
     };
     if (auto* cache = dynamic_cast<Cache_OperatorBase*>(&object)) add(cache->TakeWarnings());
+    if (auto* advection = dynamic_cast<GridAdvection*>(&object)) add(advection->TakeWarnings());
     auto* solver = dynamic_cast<FluidSolver*>(&object);
     if (!solver) return;
     add(solver->TakeWarnings());

@@ -75,8 +75,10 @@ TEST(Statistics, LinesHoldTheContract) {
   record.simulated = true;
   record.stageSeconds[6] = 0.05;
   record.channels.push_back({.name = "smoke", .dims = {4, 5, 6}, .max = {1, 0, 0}});
+  record.channels[0].ledger = MELDO_SULVA::FieldLedger{.emitted = 3, .handedOver = 2, .drift = -1};
   record.channels.push_back({.name = "colour", .components = 3, .sum = {1, 2, 3}});
   record.solvers.push_back({.name = "gas", .maxSpeed = 1.5, .pressure = {{31, 8e-9}}});
+  record.solvers[0].volume = MELDO_SULVA::VolumeLedger{.solids = 0.5, .left = 0.25};
   record.cfl = 2.5;
   record.warnings = {"it \"leaks\""};
   const auto json = nlohmann::json::parse(FormatFrame(record));
@@ -89,6 +91,14 @@ TEST(Statistics, LinesHoldTheContract) {
   EXPECT_EQ(json["solvers"]["gas"]["pressure"][0]["iterations"], 31);
   EXPECT_EQ(json["solvers"]["gas"]["max_speed"], 1.5);
   EXPECT_TRUE(json["particles"].is_object() && json["bodies"].is_object());
+  const auto& ledger = json["channels"]["smoke"]["ledger"];
+  EXPECT_EQ(ledger["emitted"], 3);
+  EXPECT_EQ(ledger["handed_over"], 2);
+  EXPECT_EQ(ledger["drift"], -1);
+  EXPECT_EQ(ledger["trapped"], 0);
+  EXPECT_FALSE(json["channels"]["colour"].contains("ledger"));
+  EXPECT_EQ(json["solvers"]["gas"]["volume"]["solids"], 0.5);
+  EXPECT_EQ(json["solvers"]["gas"]["volume"]["left"], 0.25);
   EXPECT_EQ(json["cfl"], 2.5);
   EXPECT_EQ(json["warnings"], nlohmann::json({"it \"leaks\""}));
   bool hasAdvection = false;

@@ -1,5 +1,6 @@
 #include "fluids/advection/advection_kernel.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "fluids/advection/row_sampling.h"
@@ -152,6 +153,7 @@ void StopAtWalls(const AdvectionData& data, const RowVectors& start, i32 n, RowV
 /// Some samples of a row with the velocity there, and where the paths that end there start.
 struct Chunk {
   i32 index;  ///< of the first sample
+  i32 z;
   i32 n;
   RowVectors start, k1, from;
   bool solid[kRowChunk];
@@ -171,6 +173,7 @@ void ForEachChunk(const AdvectionData& data, const Solids& solids, const CellBox
       for (i32 x = box.min.x; x < box.max.x; x += kRowChunk) {
         c.n = std::min(kRowChunk, box.max.x - x);
         c.index = shape.Index(x, y, z);
+        c.z = z;
         c.anySolid = solids.FindSolid(x, y, z, c.n, c.solid);
         for (i32 i = 0; i < c.n; ++i)
           c.start.Set(i, {x + i + offset.x, y + offset.y, z + offset.z});
@@ -192,13 +195,54 @@ void Store(const Chunk& c, const double* values, const Grid<double>& source, dou
   for (i32 i = 0; i < c.n; ++i) row[i] = c.solid[i] ? source[c.index + i] : values[i];
 }
 
-/// Thins what moved along the paths of a chunk. A parcel grows by the mean outflow at both ends.
-void Thin(const AdvectionData& data, const Chunk& c, const SamplePoints& from, double* values) {
-  if (!data.outflow) return;
+/// How much thinner what moved along the paths of a chunk gets. A parcel grows by the mean outflow
+/// at both ends.
+void FindThinning(const AdvectionData& data, const Chunk& c, const SamplePoints& from,
+                  double* factors) {
   RowValues start;
   Interpolate(*data.outflow, from.corners, c.n, start.v);
   const double* end = data.outflow->mData + c.index;
-  for (i32 i = 0; i < c.n; ++i) values[i] *= std::exp(-0.5 * data.step * (start.v[i] + end[i]));
+  for (i32 i = 0; i < c.n; ++i) factors[i] = std::exp(-0.5 * data.step * (start.v[i] + end[i]));
+}
+
+/// The sum of at(i), in four running sums.
+template <class F>
+double SumOf(i32 n, F&& at) {
+  double sum[4] = {};
+  i32 i = 0;
+  for (; i + 4 <= n; i += 4)
+    for (i32 lane = 0; lane < 4; ++lane) sum[lane] += at(i + lane);
+  for (; i < n; ++i) sum[0] += at(i);
+  return (sum[0] + sum[1]) + (sum[2] + sum[3]);
+}
+
+/// Limits the corrected values of a chunk, which take the place of `values`: at first those at the
+/// ends of paths back from where the correction is due.
+void CorrectRow(const AdvectedField& field, const Chunk& c, const SamplePoints& from,
+                const SamplePoints& to, double* values) {
+  const double* predicted = field.predicted->mData + c.index;
+  const double* before = field.source->mData + c.index;
+  const double half = 0.5 * field.strength;
+  RowValues whole;
+  for (i32 i = 0; i < c.n; ++i) {
+    whole.v[i] = half * (before[i] - values[i]);
+    values[i] = predicted[i] + whole.v[i];
+  }
+  LimitToCorners(*field.source, from.corners, c.n, values);
+  for (i32 i = 0; i < c.n; ++i)
+    if (c.bent[i] || from.IsParted(i) || to.IsParted(i)) {
+      values[i] = predicted[i];
+      whole.v[i] = 0;
+    }
+  if (!field.corrections) return;
+  RowValues left;
+  for (i32 i = 0; i < c.n; ++i) left.v[i] = values[i] - predicted[i];
+  for (i32 i = 0; c.anySolid && i < c.n; ++i)
+    if (c.solid[i]) whole.v[i] = left.v[i] = 0;
+  Correction& sums = field.corrections[c.z];
+  sums.whole += SumOf(c.n, [&](i32 i) { return whole.v[i]; });
+  sums.up += SumOf(c.n, [&](i32 i) { return left.v[i] > 0 ? left.v[i] : 0.0; });
+  sums.down += SumOf(c.n, [&](i32 i) { return left.v[i] > 0 ? 0.0 : left.v[i]; });
 }
 
 bool HasSampling(const AdvectionData& data) { return data.sampling >= 0 && data.sampling <= 2; }
@@ -248,13 +292,16 @@ void FindOutflow(const StaggeredVelocity& velocity, const std::array<const EGrid
 
 void AdvectBackward(const AdvectionData& data, const CellBox& box) {
   if (!HasSampling(data)) return;
-  RowValues values;
+  RowValues values, thinning;
   SamplePoints from;
   ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
     from.Find(data, c.from, c.n);
     for (const AdvectedField& field : data.fields) {
       SampleRow(data, *field.source, field.spline, from, values.v);
-      Thin(data, c, from, values.v);
+      if (data.outflow) {
+        if (&field == &data.fields.front()) FindThinning(data, c, from, thinning.v);
+        for (i32 i = 0; i < c.n; ++i) values.v[i] *= thinning.v[i];
+      }
       Store(c, values.v, *field.source, field.destination->mData);
     }
   });
@@ -288,19 +335,52 @@ void Correct(const AdvectionData& data, const CellBox& box) {
     StopAtWalls(data, c.start, c.n, end);
     from.Find(data, c.from, c.n);
     to.Find(data, end, c.n);
+    if (data.outflow) {
+      double* factors = data.thinning->mData + c.index;
+      FindThinning(data, c, from, factors);
+      for (i32 i = 0; i < c.n; ++i)
+        if (c.anySolid && c.solid[i]) factors[i] = 1;
+    }
     for (const AdvectedField& field : data.fields) {
       SampleRow(data, *field.predicted, field.spline, to, values.v);
-      const double* predicted = field.predicted->mData + c.index;
-      const double* before = field.source->mData + c.index;
-      const double half = 0.5 * field.strength;
-      for (i32 i = 0; i < c.n; ++i) values.v[i] = predicted[i] + half * (before[i] - values.v[i]);
-      LimitToCorners(*field.source, from.corners, c.n, values.v);
-      for (i32 i = 0; i < c.n; ++i)
-        if (c.bent[i] || from.IsParted(i) || to.IsParted(i)) values.v[i] = predicted[i];
-      Thin(data, c, from, values.v);
+      CorrectRow(field, c, from, to, values.v);
       Store(c, values.v, *field.source, field.destination->mData);
     }
   });
+}
+
+void FindBalance(AdvectedField& field, i32 layers) {
+  if (!field.corrections) return;
+  Correction sums;
+  for (i32 z = 0; z < layers; ++z) {
+    sums.whole += field.corrections[z].whole;
+    sums.up += field.corrections[z].up;
+    sums.down += field.corrections[z].down;
+  }
+  const double excess = sums.up + sums.down - sums.whole;
+  if (excess > 0 && sums.up > 0)
+    field.up = std::max(0.0, (sums.whole - sums.down) / sums.up);
+  else if (excess < 0 && sums.down < 0)
+    field.down = std::max(0.0, (sums.whole - sums.up) / sums.down);
+}
+
+void Balance(const AdvectionData& data, const CellBox& box) {
+  const double* thinning = data.outflow ? data.thinning->mData : nullptr;
+  const i32 n = box.max.x - box.min.x;
+  for (const AdvectedField& field : data.fields)
+    for (i32 z = box.min.z; z < box.max.z; ++z)
+      for (i32 y = box.min.y; y < box.max.y; ++y) {
+        const i32 first = field.destination->Index(box.min.x, y, z);
+        const double* predicted = field.predicted->mData + first;
+        double* values = field.destination->mData + first;
+        if (field.up != 1 || field.down != 1)
+          for (i32 i = 0; i < n; ++i) {
+            const double correction = values[i] - predicted[i];
+            values[i] = predicted[i] + correction * (correction > 0 ? field.up : field.down);
+          }
+        if (thinning)
+          for (i32 i = 0; i < n; ++i) values[i] *= thinning[first + i];
+      }
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

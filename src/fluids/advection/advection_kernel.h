@@ -12,6 +12,12 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// How advection samples its target between samples.
 enum class AdvectionSampling : i32 { Linear = 0, BSpline = 1, Monotonic = 2 };
 
+/// Sums of what a MacCormack step adds to its prediction, over some samples.
+struct Correction {
+  double whole = 0;         ///< before it is limited
+  double up = 0, down = 0;  ///< what the limits leave of it, above and below 0
+};
+
 /// A field that is moved, and where to.
 struct AdvectedField {
   const EGrid<double>* source = nullptr;
@@ -20,8 +26,12 @@ struct AdvectedField {
   /// The coefficients of a B-spline through what the pass samples, which is the source, or in
   /// `Correct` what was predicted.
   const Grid<double>* spline = nullptr;
-  double strength = 1.0;        ///< of the correction
+  double strength = 1.0;  ///< of the correction
+  /// By layer of samples, where the limits may not change the total of the field; may be null.
+  Correction* corrections = nullptr;
+  double up = 1, down = 1;      ///< what `Balance` leaves of the correction, by its sign
   ScalarWalls::Values walls{};  ///< of a scalar
+  bool isAmount = false;        ///< by the flags of its `NodeKind`
 };
 
 /// What the workers see. All grids stand on the same layout. Fields of one kind can be moved
@@ -42,6 +52,7 @@ struct AdvectionData {
   /// Outflow per volume and second of each cell, which thins the fields; they are centred then.
   /// Null: they keep their values.
   const Grid<double>* outflow = nullptr;
+  Grid<double>* thinning = nullptr;  ///< where there is outflow: `Correct` leaves factors here
 
   /// Shape and kind of all fields.
   const EGrid<double>& Shape() const { return *fields.front().source; }
@@ -64,7 +75,16 @@ void Predict(const AdvectionData& data, const CellBox& box);
 /// The second half, once all of `predicted` is there: adds half of the error that a trace forward
 /// again shows, times the strength, and limits the result to the eight source samples round the
 /// start of the path. Where a solid bent the path the prediction stands. (Selle, Fedkiw, Kim, Liu,
-/// Rossignac 2008, section 3.)
+/// Rossignac 2008, section 3.) What outflow thins waits for `Balance`.
 void Correct(const AdvectionData& data, const CellBox& box);
+
+/// How much of a field's correction may stay, from the sums over all of its layers. Limits cut off
+/// more beside edges than they cut off peaks, so that they make a tenth of a field's total in a
+/// second. The correction as a whole hardly changes it: the side that the limits favour is scaled
+/// down until the sum is what it was without them, which leaves all values inside of them.
+void FindBalance(AdvectedField& field, i32 layers);
+
+/// Scales the correction by that, and thins the fields.
+void Balance(const AdvectionData& data, const CellBox& box);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -71,7 +71,7 @@ const ParameterTable& GridAdvection::Parameters() {
                     {2, "conservative"},
                     {3, "conservative_maccormack"}})
           .To(&GridAdvection::mScheme),
-      LongRow(1003, "path_integration", 0, "",
+      LongRow(kPathRow, "path_integration", 0, "",
               "how exactly curved paths are followed: heun keeps thin whirls round; conservative "
               "schemes take heun for euler")
           .Choices({{0, "euler"}, {1, "heun"}, {2, "runge_kutta_3"}, {3, "runge_kutta_4"}})
@@ -95,11 +95,19 @@ const ParameterTable& GridAdvection::Parameters() {
 
 GridAdvection::GridAdvection(BaseNode* node, Scene* scene) : iObject(node, scene) {}
 
+void GridAdvection::Reset() {
+  iObject::Reset();
+  mWatch.Reset();
+  mWarnings.clear();
+  mIsBooking = false;
+}
+
 void GridAdvection::Release(bool full) {
   if (full) iObject::Release(true);
   mConservative.Release();
   for (auto& spline : mSplines) spline.reset();
   mOutflow.reset();
+  mThinning.reset();
 }
 
 bool GridAdvection::ResolveLinks() {
@@ -163,7 +171,10 @@ void GridAdvection::Prepare() {
   if (mScalarTarget) {
     if (!hasData(mScalarTarget->GetGrid(0))) return (void)Deactivate("its target has no grid");
     if (!mScalarTarget->mPrevious) return (void)Deactivate("its target keeps no second buffer");
+    mScalarTarget->BookEmission();  // what nobody has booked came from a cache
     mScalarTarget->SwapBuffers();
+    mIsBooking = mScalarTarget->IsAccounted();
+    mLeft = mTrapped = 0;
   } else {
     VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->GetFlow().mVelocity;
     for (i32 i = 0; i < 3; ++i) {
@@ -185,26 +196,19 @@ bool GridAdvection::IsConservative() const {
   return mScalarTarget && mScheme >= static_cast<i32>(AdvectionScheme::Conservative);
 }
 
-AdvectedField GridAdvection::PrepareTarget() const {
+AdvectedField GridAdvection::PrepareTarget() {
   PrepareSource(*mScalarTarget->mPrevious);
   return {.source = mScalarTarget->mPrevious.get(),
           .destination = mScalarTarget->GetGridForWrite(0),
           .strength = mStrength,
-          .walls = WallValues()};
+          .walls = WallValues(),
+          .isAmount = mScalarTarget->IsAccounted()};
 }
 
 ScalarWalls::Values GridAdvection::WallValues() const {
   return {.nothing = mScalarTarget->mValueMin,
           .outside = std::max(mScalarTarget->mInitial, mScalarTarget->mValueMin),
           .initial = mScalarTarget->mInitial};
-}
-
-void GridAdvection::PrepareSource(EGrid<double>& source) const {
-  const Flow& flow = mSolver->GetFlow();
-  if (!flow.mWallCells.Fits(source)) return;
-  if (!IsConservative()) return flow.mWallCells.Fill(WallValues(), false, source);
-  // Paths take what a solid has just covered along by themselves; shares have to be given away.
-  flow.mWallCells.HandOver(WallValues(), HandOverReach(), source);
 }
 
 i32 GridAdvection::HandOverReach() const {
@@ -263,6 +267,7 @@ void GridAdvection::Evaluate(const EvaluationThreadData& block) {
 void GridAdvection::Persist(StateArchive& archive) {
   iObject::Persist(archive);
   mConservative.Persist(archive);
+  mWatch.Persist(archive);
 }
 
 bool GridAdvection::IsOnFlow(const EGrid<double>& grid) const {
@@ -290,6 +295,7 @@ bool GridAdvection::MoveOnFlow(EGrid<double>& source, EGrid<double>& destination
   PrepareSource(source);
   if (IsConservative()) return MoveConservative(source, destination, velocity);
   field.walls = WallValues();
+  field.isAmount = mScalarTarget->IsAccounted();
   return AdvectGrids({field}, velocity);
 }
 
@@ -309,20 +315,31 @@ bool GridAdvection::MoveConservative(const EGrid<double>& source, EGrid<double>&
                                          .threads = mScene->mThreadCount};
   const bool sharp = mScheme == static_cast<i32>(AdvectionScheme::ConservativeMacCormack);
   const bool done = !IsCancelled() && mConservative.Advect(flow, source, destination, sharp);
-  if (!done) std::copy_n(source.mData, source.mCount, destination.mData);  // as it was
+  if (done)
+    mLeft += mConservative.Left();
+  else
+    std::copy_n(source.mData, source.mCount, destination.mData);  // as it was
   return done;
 }
 
 const Grid<double>* GridAdvection::FindThinning(const Velocity& velocity) {
   if (!mScalarTarget || !mSolver->GetFlow().mExpands) return nullptr;
   const VecInt3D cells = velocity[0]->mLayout.dims;
-  if (!mOutflow || mOutflow->Dims() != cells)
+  if (!mOutflow || mOutflow->Dims() != cells) {
     mOutflow = std::make_unique<Grid<double>>(cells, kCentre);
-  if (!mOutflow->mData) return nullptr;
+    mThinning = std::make_unique<Grid<double>>(cells, kCentre);
+  }
+  if (!mOutflow->mData || !mThinning->mData) return nullptr;
   std::array<const EGrid<float>*, 3> open;
   for (i32 axis = 0; axis < 3; ++axis) open[axis] = mSolver->GetFlow().GetOpenFaces(axis);
   FindOutflow({*velocity[0], *velocity[1], *velocity[2]}, open, mScene->mThreadCount, *mOutflow);
   return mOutflow.get();
+}
+
+void GridAdvection::WatchCorrections(std::vector<AdvectedField>& fields, i32 layers) {
+  mCorrections.assign(fields.size() * layers, {});
+  for (std::size_t i = 0; i < fields.size(); ++i)
+    if (fields[i].isAmount) fields[i].corrections = mCorrections.data() + i * layers;
 }
 
 bool GridAdvection::FindSplines(std::vector<AdvectedField>& fields, bool predicted) {
@@ -365,7 +382,8 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
                      .step = static_cast<f32>(mTime->stepDuration),
                      .order = mTraceOrder,
                      .sampling = mSampling,
-                     .outflow = FindThinning(velocity)};
+                     .outflow = FindThinning(velocity),
+                     .thinning = mThinning.get()};
 
   const i32 layers = shape->Dims().z - 2;
   if (layers <= 0) return false;
@@ -392,7 +410,10 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
   if (closed)
     for (const AdvectedField& field : fields) walls.Fill(field.walls, true, *field.predicted);
   if (isSpline && !FindSplines(fields, true)) return false;
+  WatchCorrections(fields, shape->mNz);
   run(&Correct);
+  for (AdvectedField& field : fields) FindBalance(field, shape->mNz);
+  run(&Balance);
   return clear();
 }
 

@@ -1,7 +1,12 @@
 // Moves a field along a solver's velocity.
 #pragma once
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "fluids/advection/advection_kernel.h"
 #include "fluids/advection/conservative_advection.h"
+#include "fluids/fields/drift_watch.h"
 #include "fluids/flow/field_carrier.h"
 #include "fluids/flow/ifluid_solver.h"
 
@@ -24,24 +29,28 @@ class GridAdvection : public iObject, public FieldCarrier {
   GridAdvection(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kTargetRow = 1000, kSchemeRow = 1002, kSolverRow = 1005;
+  static constexpr i32 kTargetRow = 1000, kSchemeRow = 1002, kPathRow = 1003, kSolverRow = 1005;
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
   /// Those of solvers whose boxes lie apart: each moves what lies in its own.
   bool CommutesWith(const iBase& other) const override;
   bool HandsOver(const iBase& field) const override;
+  void Reset() override;
   void Release(bool full) override;
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
   void Persist(StateArchive& archive) override;
+  /// That the target drifts, told once in a run.
+  std::vector<std::string> TakeWarnings() { return std::exchange(mWarnings, {}); }
 
  private:
   using Velocity = std::array<const EGrid<double>*, 3>;
 
   iBase* Target() const;
   /// The grids of the scalar target, the source ready for paths.
-  AdvectedField PrepareTarget() const;
+  AdvectedField PrepareTarget();
   /// Collects the scalar target and those of the companions behind this advection in `group`, which
   /// take no run of their own then.
   std::vector<AdvectedField> TakeCompanions(const std::vector<iObject*>& group);
@@ -51,7 +60,10 @@ class GridAdvection : public iObject, public FieldCarrier {
   ScalarWalls::Values WallValues() const;
   /// Continues the scalar target into what is closed, or hands over what is there: a source has to
   /// hold right values wherever paths look.
-  void PrepareSource(EGrid<double>& source) const;
+  void PrepareSource(EGrid<double>& source);
+  /// Books what the step did to the target, and tells of a drift that lasts.
+  void BookMove();
+  void WarnOfDrift(double share);
   /// How far cells that a solid covers look for takers, in cells.
   i32 HandOverReach() const;
   /// Moves grids of one kind by the scheme; false when it can't.
@@ -68,12 +80,15 @@ class GridAdvection : public iObject, public FieldCarrier {
 
   /// The outflow that thins the scalar target; null where the gas doesn't expand.
   const Grid<double>* FindThinning(const Velocity& velocity);
+  /// Memory for the corrections of fields that hold an amount.
+  void WatchCorrections(std::vector<AdvectedField>& fields, i32 layers);
   /// Finds the splines through what a pass samples; false without memory.
   bool FindSplines(std::vector<AdvectedField>& fields, bool predicted);
 
   ConservativeAdvection mConservative;
   std::array<std::unique_ptr<Grid<double>>, ScratchGrids::kSlots> mSplines;
-  std::unique_ptr<Grid<double>> mOutflow;
+  std::unique_ptr<Grid<double>> mOutflow, mThinning;
+  std::vector<Correction> mCorrections;
   ScalarField* mScalarTarget = nullptr;
   VectorField* mVectorTarget = nullptr;
   iFluidSolver* mSolverTarget = nullptr;
@@ -84,6 +99,12 @@ class GridAdvection : public iObject, public FieldCarrier {
   i32 mSampling = 0;
   f32 mStrength = 1.0f;
   bool mMovedByCompanion = false;
+
+  // What the step is known to have done to a scalar target, for its ledger.
+  bool mIsBooking = false;  ///< the step isn't booked yet
+  double mLeft = 0, mTrapped = 0;
+  DriftWatch mWatch;
+  std::vector<std::string> mWarnings;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

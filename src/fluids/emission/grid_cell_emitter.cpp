@@ -151,6 +151,7 @@ void Grid_CellEmitter::EvaluateRow(i32 y, i32 z, const EvaluationThreadData& dat
 void Grid_CellEmitter::Finish() {
   for (ChannelOperator* op : mOperators)
     if (op->Has(FLAG_ENABLED)) op->Finish();
+  if (mTarget.scalar && Has(FLAG_ACTIVE)) mTarget.scalar->BookWork();
   mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
   iObject::Finish();

@@ -292,6 +292,7 @@ void ObjectGridEmitter::Finish() {
       mInactiveReason = why;
     }
   }
+  for (const Target& target : mTargets) target.channel->BookEmission();
   SetFlag(FLAG_ACTIVE, false);
   mWeights.clear();
   mTargets.clear();

@@ -276,6 +276,9 @@ void ParticleToGridEmitter::EmitRow(Row& row, bool owned, const LayerOwner& owne
 void ParticleToGridEmitter::Finish() {
   mLookup.Clear();
   mPoints.clear();
+  if (Has(FLAG_ACTIVE))
+    for (const ChannelValue* value : mValues)
+      if (value->mScalar) value->mScalar->BookEmission();
   mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
   Operator_ToGrid::Finish();

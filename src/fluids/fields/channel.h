@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "fluids/fields/emission_handler.h"
+#include "fluids/fields/field_ledger.h"
 #include "framework/cached_grids.h"
 #include "framework/iobject.h"
 #include "grids/egrid.h"
@@ -132,7 +133,16 @@ class ScalarGridChannel : public ChannelBase_Scalar<T, G> {
   void Reset() override;
   void Release(bool full) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
+  void UpdateRange() override;
   void Persist(StateArchive& archive) override;
+
+  /// Whether the field holds an amount of something, by its kind, and lives in this scene.
+  bool IsAccounted() const;
+  /// What the total has changed by since the last look; 0 without an account.
+  double LookAtTotal();
+  /// Books what has changed since the last look to emitters, or to operators.
+  void BookEmission() { mAccount.AddEmission(LookAtTotal()); }
+  void BookWork() { mAccount.AddWork(LookAtTotal()); }
 
   /// Swaps the data of the two buffers, if there are two.
   virtual void SwapBuffers();
@@ -143,6 +153,7 @@ class ScalarGridChannel : public ChannelBase_Scalar<T, G> {
   }
 
   std::unique_ptr<G> mPrevious;
+  FieldAccount mAccount;
 };
 
 /// A vector field in three component grids.

@@ -16,7 +16,7 @@ const NodeKind& FuelGridChannel<T, G>::Kind() {
       .typeId = kTypeFuelChannel,
       .list = kListChannels,
       .categories = kCategoryGrid | kCategoryScalar,
-      .flags = "R",
+      .flags = "RA",
       .menu = {"Grids"},
       .purpose = "a field of what burns",
       .example =

@@ -27,7 +27,7 @@ const NodeKind& PlainGridChannel<T, G>::Kind() {
       .typeId = kTypeFuelChannel,
       .list = kListChannels,
       .categories = kCategoryGrid | kCategoryScalar,
-      .flags = "R",
+      .flags = "RA",
       .menu = {"Grids"},
       .purpose = "a field of numbers that the gas carries, such as smoke",
       .example =

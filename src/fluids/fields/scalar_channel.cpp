@@ -1,8 +1,12 @@
+#include <optional>
+
 #include "fluids/fields/adaptive_container.h"
 #include "fluids/fields/channel.h"
 #include "fluids/fields/channel_copies.h"
 #include "fluids/fields/emission_handlers.h"
 #include "fluids/fields/field_rows.h"
+#include "framework/node_kind.h"
+#include "framework/scene.h"
 #include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -123,17 +127,26 @@ template <class T, class G>
 void ScalarGridChannel<T, G>::Reset() {
   ChannelBase_Scalar<T, G>::Reset();
   ResetGrid(mPrevious, this->mInitial);
+  mAccount = {};
+  BookWork();
 }
 
 template <class T, class G>
 void ScalarGridChannel<T, G>::Release(bool full) {
   ChannelBase_Scalar<T, G>::Release(full);
   mPrevious.reset();
+  if (full) mAccount.mLedger.trimmed += mAccount.Close();
 }
 
 template <class T, class G>
 bool ScalarGridChannel<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
+  const std::optional<GridLayout> before =
+      this->mGrid ? std::optional(this->mGrid->mLayout) : std::nullopt;
   if (!ChannelBase_Scalar<T, G>::ApplyBounds(min, max)) return false;
+  if (!before || this->ClearsNow())
+    BookWork();
+  else if (!before->Equals(this->mGrid->mLayout))
+    mAccount.mLedger.left -= LookAtTotal();  // the container's sides moved past what is there
   if (!this->mKeepPrevious) {
     Release(false);
   } else if (!FitPrevious(mPrevious, *this->mGrid, this->mInitial)) {
@@ -143,9 +156,28 @@ bool ScalarGridChannel<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
 }
 
 template <class T, class G>
+void ScalarGridChannel<T, G>::UpdateRange() {
+  BookWork();
+  ChannelBase_Scalar<T, G>::UpdateRange();
+  mAccount.mLedger.trimmed -= LookAtTotal();
+}
+
+template <class T, class G>
+bool ScalarGridChannel<T, G>::IsAccounted() const {
+  const NodeKind* kind = this->GetKind();
+  return kind && kind->HasFlag('A') && this->mScene && this->mGrid && this->mGrid->mData;
+}
+
+template <class T, class G>
+double ScalarGridChannel<T, G>::LookAtTotal() {
+  return IsAccounted() ? mAccount.Look(*this->mGrid, this->mScene->mThreadCount) : 0.0;
+}
+
+template <class T, class G>
 void ScalarGridChannel<T, G>::Persist(StateArchive& archive) {
   ChannelBase_Scalar<T, G>::Persist(archive);
   archive(mPrevious);
+  mAccount.Persist(archive);
 }
 
 template <class T, class G>

@@ -29,7 +29,7 @@ const NodeKind& TemperatureGridChannel<T, G>::Kind() {
       .typeId = kTypeTemperatureChannel,
       .list = kListChannels,
       .categories = kCategoryGrid | kCategoryScalar,
-      .flags = "R",
+      .flags = "RA",
       .menu = {"Grids"},
       .purpose = "a field of heat, in kelvin above the still air",
       .example =

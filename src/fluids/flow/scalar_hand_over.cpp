@@ -57,8 +57,9 @@ bool ScalarWalls::Give(const VecInt3D& cell, i32 reach, double held, Grid<double
   return takers > 0;
 }
 
-/// What thin walls have passed over goes to the other side of them. Returns what found no place.
-double ScalarWalls::GivePassed(const Values& values, i32 reach, Grid<double>& field) const {
+/// What thin walls have passed over goes to the other side of them.
+ScalarWalls::Held ScalarWalls::GivePassed(const Values& values, i32 reach,
+                                          Grid<double>& field) const {
   std::vector<double> held(mPassed.size());
   for (std::size_t i = 0; i < mPassed.size(); ++i) {
     double& value = field[mPassed[i].cell];
@@ -71,25 +72,26 @@ double ScalarWalls::GivePassed(const Values& values, i32 reach, Grid<double>& fi
                                      [](const Passed& p, i32 i) { return p.cell < i; });
     return at != mPassed.end() && at->cell == index;
   };
-  double lost = 0;
+  Held all;
   for (std::size_t i = 0; i < mPassed.size(); ++i) {
     const VecInt3D cell = CellAt(mPassed[i].cell);
     const bool isPlaced = Give(cell, reach, held[i], field, [&](const VecInt3D& c) {
       return Dot(ToReal(c - cell), mPassed[i].motion) > 0 && IsParted(cell, c) && !isPassed(c);
     });
-    if (!isPlaced) lost += held[i];
+    (isPlaced ? all.given : all.stuck) += held[i];
   }
-  return lost;
+  return all;
 }
 
-double ScalarWalls::HandOver(const Values& values, i32 reach, Grid<double>& field) const {
-  double lost = GivePassed(values, reach, field);
+ScalarWalls::Held ScalarWalls::HandOver(const Values& values, i32 reach,
+                                        Grid<double>& field) const {
+  Held all = GivePassed(values, reach, field);
   const double started = std::max(values.initial, values.nothing);
   // These were closed from the start, and no step has emptied them.
   if (mIsFirst)
     for (const Beside& b : mLeft) {
       const double stays = std::max(field[b.cell] - started, 0.0);
-      lost += std::max(field[b.cell] - values.nothing, 0.0) - stays;
+      all.stuck += std::max(field[b.cell] - values.nothing, 0.0) - stays;
       field[b.cell] = values.nothing + stays;
     }
   for (const Layer& layer : mLayers)
@@ -100,15 +102,30 @@ double ScalarWalls::HandOver(const Values& values, i32 reach, Grid<double>& fiel
         bool wasClosed = false;
         const bool isNew = !WasThere(cell, wasClosed) || (mIsFirst && wasClosed);
         const double held = field[c] - (isNew ? started : values.nothing);
-        lost += field[c] - values.nothing;
+        all.stuck += field[c] - values.nothing;
         field[c] = values.nothing;
         if (!(held > 0)) continue;
         const auto counts = [&](const VecInt3D& taker) {
           return !mThin || !LiesBehind(cell, taker);
         };
-        if (Give(cell, reach, held, field, counts)) lost -= held;
+        if (!Give(cell, reach, held, field, counts)) continue;
+        all.stuck -= held;
+        all.given += held;
       }
-  return lost;
+  return all;
+}
+
+ScalarWalls::Held ScalarWalls::FindHeld(const Values& values, const Grid<double>& field) const {
+  Held all;
+  for (const Layer& layer : mLayers)
+    for (const Run& run : layer.closed)
+      for (i32 c = run.first; c < run.last; ++c) {
+        if (!(field[c] > values.nothing)) continue;
+        bool wasClosed = false;
+        const bool isCovered = WasThere(CellAt(c), wasClosed) && !wasClosed;
+        (isCovered ? all.given : all.stuck) += field[c] - values.nothing;
+      }
+  return all;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -22,6 +22,11 @@ class ScalarWalls {
     double outside = 0;  ///< of the air that comes in through open sides
     double initial = 0;  ///< where nothing has arrived yet
   };
+  /// What closed cells held above nothing.
+  struct Held {
+    double stuck = 0;  ///< it has no way out
+    double given = 0;  ///< open cells take it
+  };
 
   /// Finds the closed cells of a step; what was closed before tells what solids cover and leave. A
   /// first step asks the solids where they come from. `flags` may be null; `boundary` and `thin`
@@ -43,8 +48,10 @@ class ScalarWalls {
   /// some within `reach` cells on every axis, not behind a thin wall; what lies in such a wall goes
   /// where it moves to. Cells that a solid has just left take nothing: they lie behind it. What a
   /// field started with doesn't count in cells that were closed from the start: nothing brought it
-  /// there. Returns what found no place.
-  double HandOver(const Values& values, i32 reach, Grid<double>& field) const;
+  /// there.
+  Held HandOver(const Values& values, i32 reach, Grid<double>& field) const;
+  /// What closed cells hold: paths take along what a solid has just covered.
+  Held FindHeld(const Values& values, const Grid<double>& field) const;
   /// The field stands on the centres of these cells.
   bool Fits(const Grid<double>& field) const;
 
@@ -87,7 +94,7 @@ class ScalarWalls {
   template <class Counts>
   bool Give(const VecInt3D& cell, i32 reach, double held, Grid<double>& field,
             Counts&& counts) const;
-  double GivePassed(const Values& values, i32 reach, Grid<double>& field) const;
+  Held GivePassed(const Values& values, i32 reach, Grid<double>& field) const;
 
   std::unique_ptr<EGrid<u8>> mState, mBefore;
   std::vector<Beside> mLeft;  ///< cells that a solid left, each behind those that it continues

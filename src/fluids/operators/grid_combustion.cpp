@@ -287,7 +287,11 @@ void GridCombustion::SplatExpansion() const {
 }
 
 void GridCombustion::Finish() {
-  if (Has(FLAG_ACTIVE) && mCellExpansion) SplatExpansion();
+  if (Has(FLAG_ACTIVE)) {
+    if (mCellExpansion) SplatExpansion();
+    for (ScalarField* field : {mTemperature, mFuel, mSmoke})
+      if (field) field->BookWork();
+  }
   iObject::Finish();
   SetFlag(FLAG_ACTIVE, false);
   mConstraints.Finish(this);

@@ -204,6 +204,7 @@ void GridCooling::CoolConstrained(double* t, const double* burns, const CellBox&
 
 void GridCooling::Finish() {
   iObject::Finish();
+  if (Has(FLAG_ACTIVE)) mTemperature->BookWork();
   mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
 }

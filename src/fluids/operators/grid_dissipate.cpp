@@ -141,6 +141,7 @@ void GridDissipate::LowerVector(const Row& row) const {
 
 void GridDissipate::Finish() {
   iObject::Finish();
+  if (mScalar && Has(FLAG_ACTIVE)) mScalar->BookWork();
   mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
 }

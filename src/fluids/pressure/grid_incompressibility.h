@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "fluids/fields/drift_watch.h"
 #include "fluids/flow/flow.h"
 #include "fluids/flow/flow_cells.h"
 #include "fluids/pressure/closed_regions.h"
@@ -26,6 +27,16 @@ class VolumeBase;
 struct ProjectionReport {
   i32 iterations = 0;
   double residual = 0;  ///< largest residual that is left over the largest right-hand side
+};
+
+/// Where the gas of a flow's inner cells came from and went to in some projections, in cubic
+/// simulation units. `left` is made + solids + squeezed, but for what drifts.
+struct VolumeLedger {
+  double made = 0;      ///< by sources of divergence, such as combustion
+  double solids = 0;    ///< what moving solids push out of their way, less what they leave free
+  double squeezed = 0;  ///< what closed regions took up, or less, so that they come out even
+  double left = 0;      ///< through the sides of the box, less what came in
+  double drift = 0;     ///< what cells got or lost beyond all that, each by its magnitude
 };
 
 /// Makes the owner's velocity divergence-free on the cut cells that the face fractions tell
@@ -60,6 +71,8 @@ class Grid_Incompressibility : public iObject {
   /// cells 1 to n-2 with an open face: source, moving solids and the shift of closed regions
   /// included.
   double DivergenceMax() const { return mDivergenceMax; }
+  /// What became of the gas since the last call.
+  VolumeLedger TakeLedger() { return std::exchange(mLedger, {}); }
   /// Pressures of the last projection by cell, 0 in cells without an open face.
   std::span<const double> GetPressure() const;
   /// What went wrong in solves and wasn't taken yet, each kind told once since the start, the first
@@ -82,7 +95,7 @@ class Grid_Incompressibility : public iObject {
   Grid_MultigridSolver mMultigrid;
 
  protected:
-  enum WarningKind : u32 { kSqueezed = 1, kUnsolved = 2 };
+  enum WarningKind : u32 { kSqueezed = 1, kUnsolved = 2, kDrifts = 4 };
 
   /// The owner's fields of this step; false when one is missing.
   virtual bool GatherFields(ProjectionFields& fields);
@@ -91,6 +104,12 @@ class Grid_Incompressibility : public iObject {
 
   bool PrepareSystem();
   void Solve();
+  /// What is left of the balance in some cells, 1/s, and what went into it.
+  struct Balance {
+    double largest = 0;
+    double made = 0, solids = 0, squeezed = 0, left = 0, drift = 0;
+    double volume = 0;  ///< cells
+  };
   /// Calls f(inner cell, outer cell, pressure, face) for the faces between the far field and inner
   /// cells.
   template <class F>
@@ -98,7 +117,9 @@ class Grid_Incompressibility : public iObject {
   /// Puts the pressures of the far field beside those that were found.
   void KeepFarField();
   void MeasureDivergence();
-  double MeasureLayer(i32 z) const;
+  Balance MeasureLayer(i32 z) const;
+  /// Enters a step into the ledger, and warns of a drift that lasts.
+  void Book(const Balance& balance);
   /// Warns when moving solids squeeze or stretch a closed region.
   void CheckRegions();
   void CheckSolve(SolveEnd end);
@@ -129,6 +150,8 @@ class Grid_Incompressibility : public iObject {
   double mDivergenceMax = 0;
   double mLargestRhs = 0;  ///< before the last solve
   std::vector<ProjectionReport> mReports;
+  VolumeLedger mLedger;
+  DriftWatch mWatch;
   u32 mWarned = 0;  ///< bits of the kinds of warnings given
   std::vector<std::string> mWarnings;
 };

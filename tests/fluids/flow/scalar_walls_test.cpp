@@ -80,20 +80,22 @@ TEST(ScalarWalls, WhatASolidCoversGoesToItsOwnSide) {
   const double behind = tube.Sum(1, 3), ahead = tube.Sum(5, 9);
   EXPECT_NEAR(behind, 0.5 * 2 * 64, 1e-12);
   tube.Place(5, 7);
-  EXPECT_EQ(tube.walls.HandOver(kValues, 3, tube.field), 0);
+  const auto held = tube.walls.HandOver(kValues, 3, tube.field);
+  EXPECT_EQ(held.stuck, 0);
+  EXPECT_NEAR(held.given, 0.5 * 2 * 64, 1e-12);
   EXPECT_NEAR(tube.Sum(1, 5), behind, 1e-12);
   EXPECT_NEAR(tube.Sum(7, 9), ahead, 1e-12);
   // From here on the solid hands over what is emitted into it, too.
   tube.Place(5, 7);
   tube.field(5, 4, 4) = 2;
-  EXPECT_EQ(tube.walls.HandOver(kValues, 1, tube.field), 0);
+  EXPECT_EQ(tube.walls.HandOver(kValues, 1, tube.field).stuck, 0);
   EXPECT_NEAR(tube.field(4, 4, 4), 2, 1e-12);
 
   Tube started(0.5);
   ScalarWalls::Values values = kValues;
   values.initial = 0.5;
   started.Place(3, 5);
-  started.walls.HandOver(values, 1, started.field);
+  EXPECT_NEAR(started.walls.HandOver(values, 1, started.field).stuck, 0.5 * 2 * 64, 1e-12);
   EXPECT_NEAR(started.field(2, 4, 4), 0.5, 1e-12) << "what a field starts with stays where it is";
 }
 
@@ -130,7 +132,7 @@ TEST(ScalarWalls, TheFirstStepKnowsWhereSolidsComeFrom) {
     EGrid<double> field(layout, kCentre);
     field.Fill(kStart);
     const ScalarWalls::Values values{.nothing = 0, .outside = 0, .initial = kStart};
-    EXPECT_EQ(walls.HandOver(values, 3, field), 0.5 * 8 * 8 * 12) << "it held that at the start";
+    EXPECT_EQ(walls.HandOver(values, 3, field).stuck, 0.5 * 8 * 8 * 12) << "it held that at the start";
     double held[2] = {}, wanted[2] = {};
     ForEachCell({{0, 0, 0}, layout.dims}, [&](i32 x, i32 y, i32 z) {
       const bool ahead = field.PositionOf(x, y, z).x * way > 0;
@@ -188,7 +190,7 @@ TEST(ScalarWalls, WhatAThinWallPassesOverStaysBeforeIt) {
             total = sum(true);
             continue;
           }
-          ASSERT_EQ(walls.HandOver(kValues, 3, field), 0) << "in frame " << frame;
+          ASSERT_EQ(walls.HandOver(kValues, 3, field).stuck, 0) << "in frame " << frame;
           ASSERT_EQ(sum(false), 0)
               << thickness << " thick, by " << way << " from " << start << " in frame " << frame;
           ASSERT_NEAR(sum(true), total, 1e-9);

@@ -88,6 +88,13 @@ TEST(Projection, MeetsTheSourceThroughOpenSides) {
     EXPECT_NEAR(box.projection.DivergenceMax(), top, 1e-9);
     EXPECT_NEAR(flow, walls == kWallsAll ? 0.0 : given, 1e-5);
     EXPECT_GT(given, 3.0);
+    const VolumeLedger ledger = box.projection.TakeLedger();
+    const double volumes = double{h} * h * h * box.projection.fields.dt;
+    EXPECT_NEAR(ledger.made / volumes, given, 1e-9);
+    EXPECT_NEAR(ledger.left / volumes, flow, 1e-9);
+    EXPECT_NEAR(ledger.squeezed / volumes, walls == kWallsAll ? -given : 0.0, 1e-9);
+    EXPECT_EQ(ledger.solids, 0);
+    EXPECT_LT(ledger.drift / volumes, 1e-6 * volume);
   }
 }
 

@@ -1,0 +1,78 @@
+// What a move does to the ledger of its target.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "fluids/advection/grid_advection.h"
+#include "fluids/flow/side_outflow.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+void GridAdvection::PrepareSource(EGrid<double>& source) {
+  const Flow& flow = mSolver->GetFlow();
+  const ScalarWalls::Values values = WallValues();
+  if (mIsBooking && !IsConservative()) mLeft += FindSideOutflow(flow, source, values);
+  if (!flow.mWallCells.Fits(source)) return;
+  // Paths take what a solid has just covered along by themselves; shares have to be given away.
+  ScalarWalls::Held held;
+  if (IsConservative())
+    held = flow.mWallCells.HandOver(values, HandOverReach(), source);
+  else if (mIsBooking)
+    held = flow.mWallCells.FindHeld(values, source);
+  mTrapped += held.stuck;
+  mScalarTarget->mAccount.mLedger.handedOver += held.given;
+  if (!IsConservative()) flow.mWallCells.Fill(values, false, source);
+}
+
+void GridAdvection::Finish() {
+  if (std::exchange(mIsBooking, false)) BookMove();
+}
+
+void GridAdvection::BookMove() {
+  FieldAccount& account = mScalarTarget->mAccount;
+  const double before = account.Size();
+  double drift = mScalarTarget->LookAtTotal() + mLeft + mTrapped;
+  // What paths bring out of solids wasn't trapped there.
+  const double fetched = IsConservative() ? 0 : std::clamp(drift, 0.0, std::max(mTrapped, 0.0));
+  drift -= fetched;
+  account.mLedger.left += mLeft;
+  account.mLedger.trapped += mTrapped - fetched;
+  account.mLedger.drift += drift;
+  const auto share = mWatch.Add({.seconds = mTime->stepDuration,
+                                 .drift = drift,
+                                 .given = account.TakeGiven(),
+                                 .there = std::max(before, account.Size())});
+  if (share && !std::exchange(account.mHasWarned, true)) WarnOfDrift(*share);
+}
+
+namespace {
+/// The word that scene files have for a choice of a row.
+std::string_view WordFor(i32 row, i32 value) {
+  for (const Choice& choice : FindRow(GridAdvection::Parameters(), row)->choices)
+    if (choice.value == value) return choice.name;
+  return {};
+}
+}  // namespace
+
+void GridAdvection::WarnOfDrift(double share) {
+  const auto scheme = [](AdvectionScheme s) { return WordFor(kSchemeRow, static_cast<i32>(s)); };
+  std::string text = fmt::format(
+      "\"{}\" {} {:.2g} % a second at {:.3g} s that nothing explains, by the scheme '{}'",
+      mScalarTarget->mName, share > 0 ? "gains" : "loses", std::abs(100 * share), mTime->elapsed,
+      WordFor(kSchemeRow, mScheme));
+  if (!IsConservative()) {
+    text += fmt::format("; '{}' or '{}' as 'scheme' keeps all of it",
+                        scheme(AdvectionScheme::Conservative),
+                        scheme(AdvectionScheme::ConservativeMacCormack));
+    if (mTraceOrder == 0)
+      text += fmt::format(", '{}' as 'path_integration' more of it", WordFor(kPathRow, 1));
+  }
+  mWarnings.push_back(std::move(text));
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

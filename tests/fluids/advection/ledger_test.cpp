@@ -1,0 +1,188 @@
+// The ledger of what is moved: each entry against what a test reckons itself.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "fluids/advection/moved_smoke.h"
+
+using namespace MELDO_GLOBAL;
+using namespace MELDO_GLOBAL::MELDO_SULVA;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr i32 kByPaths = 0, kCorrectedPaths = 1;
+constexpr double kStep = 0.04;
+
+/// The total inside the outermost layer.
+double InnerTotal(const EGrid<double>& g) {
+  double sum = 0;
+  ForEachCell({{1, 1, 1}, g.Dims() - VecInt3D{1, 1, 1}},
+              [&](i32 x, i32 y, i32 z) { sum += g(x, y, z); });
+  return sum;
+}
+
+}  // namespace
+
+TEST(Ledger, AClosedRoomAccountsForAllOrNamesWhatDrifts) {
+  for (const i32 scheme : {kByPaths, kCorrectedPaths, kConservative, kConservativeMacCormack}) {
+    ConservativeRig rig({18, 18, 18}, 0.1, scheme);
+    rig.Begin();
+    rig.Puff({0.6, 0.5, 0.7}, 0.35);
+    rig.FillVelocity([](const Vec3d& p) { return Stir(p, 1.8) * 3.0; });
+    const double total = InnerTotal(*rig.smoke->mGrid);
+    rig.Move(60);
+    const FieldLedger ledger = rig.TakeLedger();
+    const bool drifts = scheme < kConservative;
+    EXPECT_NEAR(ledger.emitted, total, 1e-9) << "what nobody has booked, and no more";
+    EXPECT_NEAR(ledger.drift, drifts ? InnerTotal(*rig.smoke->mGrid) - total : 0, 1e-9) << scheme;
+    for (const double entry : {ledger.made, ledger.burnt, ledger.left, ledger.trimmed,
+                               ledger.trapped, ledger.handedOver})
+      EXPECT_EQ(entry, 0) << scheme;
+    const std::vector<std::string> warnings = rig.move->TakeWarnings();
+    ASSERT_EQ(warnings.size(), drifts ? 1u : 0u) << "once, however long it lasts";
+    if (!drifts) continue;
+    EXPECT_THAT(warnings[0], HasSubstr("\"smoke\""));
+    EXPECT_THAT(warnings[0],
+                HasSubstr(scheme == kCorrectedPaths ? "'maccormack'" : "'semi_lagrangian'"));
+    EXPECT_THAT(warnings[0], HasSubstr("'conservative' or 'conservative_maccormack' as 'scheme'"));
+  }
+}
+
+TEST(Ledger, LimitsOfACorrectionMakeNothing) {
+  // A sharp edge round a small ball, on paths of second order: the limits alone made a tenth more.
+  ConservativeRig rig({30, 30, 30}, 0.1, kCorrectedPaths);
+  rig.node->Set(GridAdvection::kPathRow, i32{1});
+  rig.Begin();
+  rig.Puff({1.0, 0.9, 1.2}, 0.35);
+  rig.FillVelocity([](const Vec3d& p) { return Stir(p, 3.0) * 3.0; });
+  const double total = InnerTotal(*rig.smoke->mGrid);
+  rig.Move(50);
+  const EGrid<double>& g = *rig.smoke->mGrid;
+  EXPECT_NEAR(InnerTotal(g), total, 0.01 * total);
+  const auto [low, high] = std::minmax_element(g.mData, g.mData + g.mCount);
+  EXPECT_GE(*low, 0);
+  EXPECT_LE(*high, 0.7);
+  EXPECT_TRUE(rig.move->TakeWarnings().empty());
+}
+
+TEST(Ledger, AWindTakesAsMuchAsItSweeps) {
+  // Slow and quick: part of a cell in a step, and more than one. Air without smoke comes in behind.
+  constexpr double kAmount = 0.7, kCells = 12 * 12;
+  for (const double speed : {1.5, 4.2})
+    for (const i32 scheme : {kByPaths, kCorrectedPaths, kConservative, kConservativeMacCormack}) {
+      ConservativeRig rig({32, 12, 12}, 0.1, scheme);
+      rig.Walls(0, 0, 1, 1, 1, 1);
+      rig.Begin();
+      rig.Fill(*rig.smoke->mGrid, [](const Vec3d& p) {
+        return std::min({p.x - 0.7, p.y, p.z, 3.2 - p.x, 1.2 - p.y, 1.2 - p.z}) > 0 ? kAmount : 0.0;
+      });
+      rig.FillVelocity([&](const Vec3d&) { return Vec3d{speed, 0, 0}; });
+      rig.Move(1);
+      const double swept = kAmount * kCells * speed * kStep / 0.1;
+      EXPECT_NEAR(rig.TakeLedger().left, swept, 1e-6);
+      for (int step = 0; step < 3; ++step) {
+        const double before = InnerTotal(*rig.smoke->mGrid);
+        rig.Move(1);
+        const FieldLedger ledger = rig.TakeLedger();
+        EXPECT_NEAR(ledger.left, swept, 1e-6) << scheme << " at " << speed;
+        EXPECT_NEAR(ledger.drift, 0, scheme == kCorrectedPaths ? 0.1 * swept : 1e-6)
+            << scheme << " at " << speed;
+        EXPECT_EQ(ledger.emitted, 0);
+        EXPECT_NEAR(InnerTotal(*rig.smoke->mGrid) - before, ledger.drift - ledger.left, 1e-9);
+      }
+    }
+}
+
+TEST(Ledger, ABallTrapsWhatStoodThereAndHandsOverWhatItMeets) {
+  for (const i32 scheme : {kByPaths, kConservative}) {
+    ConservativeRig rig({20, 20, 20}, 0.1, scheme);
+    rig.smoke->Node()->Set(1052, 0.7);
+    rig.Begin();
+    const EGrid<double>& g = *rig.smoke->mGrid;
+    std::vector<bool> wasOpen(g.mCount);
+    const auto look = [&] {
+      i32 closed = 0, covered = 0;
+      ForEachCell({{1, 1, 1}, {21, 21, 21}}, [&](i32 x, i32 y, i32 z) {
+        const i32 c = g.Index(x, y, z);
+        const bool isOpen = rig.IsOpen(x, y, z);
+        closed += !isOpen;
+        covered += !isOpen && wasOpen[c];
+        wasOpen[c] = isOpen;
+      });
+      return std::pair(closed, covered);
+    };
+    rig.Fill(*rig.smoke->mGrid, [](const Vec3d&) { return 0.7; });
+    rig.Ball({0.7, 0.9, 1.13}, 0.33);
+    const i32 closed = look().first;
+    ASSERT_GT(closed, 100);
+    rig.FillVelocity([](const Vec3d&) { return Vec3d{}; });
+    rig.Move(1);
+    const FieldLedger first = rig.TakeLedger();
+    EXPECT_NEAR(first.trapped, 0.7 * closed, 1e-9) << scheme;
+    EXPECT_EQ(first.handedOver, 0);
+    EXPECT_NEAR(first.drift, 0, 1e-9);
+
+    rig.Ball({0.83, 0.9, 1.13}, 0.33);
+    const i32 covered = look().second;
+    ASSERT_GT(covered, 20);
+    double held = 0;
+    ForEachCell({{1, 1, 1}, {21, 21, 21}}, [&](i32 x, i32 y, i32 z) {
+      if (!rig.IsOpen(x, y, z)) held += g(x, y, z);
+    });
+    rig.Move(1);
+    const FieldLedger second = rig.TakeLedger();
+    EXPECT_NEAR(second.handedOver, held, 1e-9) << scheme;
+    EXPECT_NEAR(second.handedOver, 0.7 * covered, 1e-6) << scheme;
+    EXPECT_NEAR(second.trapped, 0, 1e-9) << scheme;
+    if (scheme == kConservative) {
+      EXPECT_NEAR(second.drift, 0, 1e-9);
+    }
+
+    // What is emitted into the solid, in its middle, finds no way out.
+    (*rig.smoke->mGrid)(8, 9, 11) = 5;
+    ASSERT_FALSE(rig.IsOpen(8, 9, 11));
+    rig.smoke->BookEmission();
+    rig.Move(1);
+    const FieldLedger third = rig.TakeLedger();
+    EXPECT_NEAR(third.emitted, 5, 1e-9);
+    EXPECT_NEAR(third.trapped, 5, 1e-9) << scheme;
+  }
+}
+
+TEST(Ledger, WorkAndTrimmingAreToldApart) {
+  ConservativeRig rig({8, 8, 8}, 0.1, kConservative);
+  rig.Begin();
+  EGrid<double>& g = *rig.smoke->mGrid;
+  g(3, 3, 3) = 0.75;
+  rig.smoke->BookWork();
+  g(3, 3, 3) = 0.5;
+  rig.smoke->BookWork();
+  g(4, 4, 4) = 3;
+  g(5, 5, 5) = 1e-9;
+  rig.smoke->BookEmission();
+  rig.smoke->UpdateRange();
+  const FieldLedger ledger = rig.TakeLedger();
+  EXPECT_DOUBLE_EQ(ledger.made, 0.75);
+  EXPECT_DOUBLE_EQ(ledger.burnt, 0.25);
+  EXPECT_DOUBLE_EQ(ledger.emitted, 3 + 1e-9);
+  EXPECT_DOUBLE_EQ(ledger.trimmed, 2 + 1e-9);
+  EXPECT_EQ(rig.TakeLedger().trimmed, 0) << "each frame has its own";
+  EXPECT_DOUBLE_EQ(InnerTotal(g), 1.5);
+}
+
+TEST(DriftWatch, NoiseIsNoAlarmAndLossIsHeldAgainstWhatWasGiven) {
+  DriftWatch watch;
+  for (int step = 0; step < 100; ++step)
+    ASSERT_FALSE(watch.Add({.seconds = 0.04, .drift = step % 2 ? 3.0 : -3.0, .there = 100}));
+  std::optional<double> share;
+  for (int step = 0; step < 25; ++step) {
+    EXPECT_FALSE(share) << "before a second is over";
+    share = watch.Add({.seconds = 0.04, .drift = -0.06, .there = 100});
+  }
+  ASSERT_TRUE(share);
+  EXPECT_NEAR(*share, -0.015, 1e-12);
+  // Much passes through, and little is there at a time.
+  for (int step = 0; step < 25; ++step)
+    EXPECT_FALSE(watch.Add({.seconds = 0.04, .drift = 0.06, .given = 8, .there = 20}));
+  EXPECT_TRUE(watch.Add({.seconds = 2, .drift = 3, .given = 8, .there = 100}));
+}
