@@ -68,7 +68,7 @@ class SceneFile : public testing::Test {
 };
 
 constexpr i32 kLength = 1000, kRepeats = 1002, kCurve = 1004, kUseFrames = 1008,
-              kForces = 1008;
+              kFluidForces = 1008;
 
 }  // namespace
 
@@ -104,7 +104,7 @@ TEST_F(SceneFile, ValuesOfEveryKindByNameAndById) {
   EXPECT_EQ(Get<i32>("w", kRepeats), 3);
   EXPECT_EQ(Get<i32>("w", kUseFrames), 1);
   EXPECT_EQ(Get<SplineData>("w", kCurve).Evaluate(0.25), 0.625);
-  const InExcludeData list = Get<InExcludeData>("gas", kForces);
+  const InExcludeData list = Get<InExcludeData>("gas", kFluidForces);
   EXPECT_THAT(list.entries, ElementsAre(InExcludeData::Entry{Node("x").Id(), 0},
                                         InExcludeData::Entry{Node("y").Id(), 6}));
   EXPECT_EQ(Get<double>("w", 1003), 10.0) << "a value that isn't given keeps its default";
@@ -238,7 +238,7 @@ TEST_F(SceneFile, OverridesAreValuesOfTheFileOrPlainText) {
   mScene->document->SetFrame(10);
   EXPECT_EQ(Get<double>("a.b", kLength), 7.0) << "the value from outside beats the keys";
   EXPECT_EQ(Get<i32>("a.b", kRepeats), 2);
-  EXPECT_EQ(Get<InExcludeData>("gas", kForces).entries.front().node, Node("x.y").Id());
+  EXPECT_EQ(Get<InExcludeData>("gas", kFluidForces).entries.front().node, Node("x.y").Id());
 }
 
 TEST_F(SceneFile, OverridesOfTextsNeedNoQuotes) {
@@ -339,7 +339,7 @@ TEST_F(SceneFile, KindsOfParticlesAreFlagsOfTheirOwnEntries) {
             {"node": "a", "kinds": ["liquid", "passive"]}, {"node": "a", "kinds": ["vorticity"]},
             {"node": "a", "kinds": ["diffuse"]}, {"node": "a", "flags": 5}, "a"] } })");
   std::vector<u32> flags;
-  for (const auto& entry : Get<InExcludeData>("scene/gas", kForces).entries) {
+  for (const auto& entry : Get<InExcludeData>("scene/gas", kFluidForces).entries) {
     EXPECT_EQ(entry.node, Node("scene/a").Id());
     flags.push_back(entry.flags);
   }

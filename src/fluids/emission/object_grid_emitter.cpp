@@ -292,7 +292,9 @@ void ObjectGridEmitter::Finish() {
       mInactiveReason = why;
     }
   }
-  for (const Target& target : mTargets) target.channel->BookEmission();
+  for (const Target& target : mTargets) {
+    if (target.scalar) target.scalar->BookEmission();
+  }
   SetFlag(FLAG_ACTIVE, false);
   mWeights.clear();
   mTargets.clear();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -9,6 +10,14 @@ namespace {
 constexpr double kMet = 0.02, kLook = 0.05, kFarthestSide = 1.5;  // cells
 constexpr double kSideBySide = 0.02;                              // of two unit normals' sum
 constexpr i32 kMostLooks = 48;
+constexpr i32 kWays = 8, kSteps = 6;  // round a gap, of half a cell each
+
+Vec3d UnitOf(i32 axis) {
+  Vec3d unit{};
+  unit[axis] = 1;
+  return unit;
+}
+
 }  // namespace
 
 /// The gap straight across from the side nearest to `p`.
@@ -31,17 +40,43 @@ std::optional<GapProbe::Across> GapProbe::Measure(Vec3d p) const {
 
 /// Its sides run on beside each other: of the four ways along it two at least stay open.
 bool GapProbe::GoesOn(const Gap& gap, const Vec3d& normal) const {
-  const i32 axis = std::abs(normal.x) < 0.6 ? 0 : 1;
-  Vec3d unit{};
-  unit[axis] = 1;
-  const Vec3d u = Normalised(Cross(normal, unit)), v = Cross(normal, u);
+  const Vec3d u = Normalised(Cross(normal, UnitOf(std::abs(normal.x) < 0.6 ? 0 : 1)));
+  const Vec3d v = Cross(normal, u);
   i32 open = 0;
   for (const Vec3d& way : {u, v, u * -1.0, v * -1.0})
     open += mSolids.DistanceAt(gap.at + way * mCell) > 0;
   return open >= 2;
 }
 
+/// On some way along the gap its sides meet. Where solids cross each other by a hair, facets leave
+/// places that look narrowest some way beside the crease.
+bool GapProbe::EndsNearby(const Gap& gap) const {
+  const Vec3d normal = mSolids.Find(gap.at).normal;
+  const Vec3d u = Normalised(Cross(normal, UnitOf(std::abs(normal.x) < 0.6 ? 0 : 1)));
+  const Vec3d v = Cross(normal, u);
+  for (i32 i = 0; i < kWays; ++i) {
+    const double angle = 2 * std::numbers::pi * i / kWays;
+    Vec3d way = u * std::cos(angle) + v * std::sin(angle), at = gap.at;
+    for (i32 step = 0; step < kSteps; ++step) {
+      const Vec3d next = at + way * (0.5 * mCell);
+      const auto across = Measure(next);
+      if (!across && mSolids.DistanceAt(next) > 0) break;
+      if (!across || across->gap.width < kMet * mCell) return true;
+      // The way bends with the gap.
+      at = across->gap.at;
+      const Vec3d upright = mSolids.Find(at).normal;
+      way = Normalised(way - upright * Dot(way, upright));
+    }
+  }
+  return false;
+}
+
 std::optional<GapProbe::Gap> GapProbe::Look(const Vec3d& p) const {
+  const auto gap = Narrowest(p);
+  return gap && !EndsNearby(*gap) ? gap : std::nullopt;
+}
+
+std::optional<GapProbe::Gap> GapProbe::Narrowest(const Vec3d& p) const {
   auto here = Measure(p);
   for (i32 step = 0; here && step < kMostLooks; ++step) {
     const auto [gap, opening] = *here;

@@ -19,7 +19,8 @@ class GapProbe {
 
   GapProbe(const SolidSurfaces& solids, double cell) : mSolids(solids), mCell(cell) {}
 
-  /// The narrowest place of the gap at `p`, or nothing for a crease and where there is none.
+  /// The narrowest place of the gap at `p`, or nothing for a crease, less than three cells from the
+  /// end of a gap, and where there is none.
   std::optional<Gap> Look(const Vec3d& p) const;
 
  private:
@@ -28,7 +29,9 @@ class GapProbe {
     Vec3d opening;  ///< sum of the normals of the two sides: points to where the gap gets wider
   };
   std::optional<Across> Measure(Vec3d p) const;
+  std::optional<Gap> Narrowest(const Vec3d& p) const;
   bool GoesOn(const Gap& gap, const Vec3d& normal) const;
+  bool EndsNearby(const Gap& gap) const;
 
   const SolidSurfaces& mSolids;
   double mCell;

@@ -136,8 +136,10 @@ TEST(NarrowGaps, AreToldOfBelowHalfACellAndNoCreaseIs) {
     return MeshOf(host::MakeSphere({.radius = radius, .segments = 48}), kGapCell,
                   Vec3d{x, 8, 8} * double(kGapCell));
   };
-  for (const double apart : {7.0, 7.7, 7.95})
+  for (const double apart : {7.0, 7.7, 7.86, 7.95}) {
     EXPECT_TRUE(placesIn({Joined(ball(4.2, 4), ball(4.2 + apart, 4))}).empty()) << apart;
+    EXPECT_TRUE(placesIn({ball(4.2, 4), ball(4.2 + apart, 4)}).empty()) << apart << ", two";
+  }
   const auto near = placesIn({ball(3.9, 4), ball(3.9 + 8.2, 4)});
   ASSERT_EQ(near.size(), 1u) << "these don't touch";
   EXPECT_NEAR(near[0].width, 0.2, 0.1);
