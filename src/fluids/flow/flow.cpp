@@ -155,6 +155,7 @@ void Flow::Persist(StateArchive& archive) {
   mDivergence.Persist(archive);
   mBoundary.Persist(archive);
   mWallCells.Persist(archive);
+  mNarrowGaps.Persist(archive);
 }
 
 i32 Flow::Threads() const { return mScene->mThreadCount; }

@@ -8,6 +8,7 @@
 #include "fluids/flow/solid_surfaces.h"
 #include "fluids/volume/cell_fractions.h"
 #include "fluids/volume/volume_base.h"
+#include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
 #include "grids/wide_kernel.h"
 
@@ -222,17 +223,18 @@ void NarrowGaps::Mark(SolidCells& cells) const {
       if (cell.open >= kHoldsSmoke) cells.Open(cell.at);
 }
 
+void NarrowGaps::Persist(StateArchive& archive) { archive(mTold); }
+
 void NarrowGaps::FindPlaces(const SolidSurfaces& solids, const GridLayout& layout) {
   std::vector<const Suspect*> suspects;
   const auto volume = [&](i32 solid) { return solid < 0 ? nullptr : solids.Volume(solid); };
   const auto pair = [&](const Suspect& s) {
-    const VolumeBase *one = volume(s.one), *other = volume(s.other);
-    return one ? std::pair(one, other) : std::pair(other, one);
+    const auto id = [&](i32 solid) { return solid < 0 ? 0 : volume(solid)->Node()->Id(); };
+    const auto [low, high] = std::minmax({id(s.one), id(s.other)});
+    return std::pair<u64, u64>(low, high);
   };
   const auto isTold = [&](const Suspect& s) {
-    const auto [one, other] = pair(s);
-    return std::find(mTold.begin(), mTold.end(), std::pair(one, other)) != mTold.end() ||
-           std::find(mTold.begin(), mTold.end(), std::pair(other, one)) != mTold.end();
+    return std::find(mTold.begin(), mTold.end(), pair(s)) != mTold.end();
   };
   for (const Layer& layer : mLayers)
     for (const Suspect& suspect : layer.suspects)
@@ -247,8 +249,9 @@ void NarrowGaps::FindPlaces(const SolidSurfaces& solids, const GridLayout& layou
     // Behind the crease of a mesh that crosses itself its triangles seem to leave room.
     if (suspect.one == suspect.other && !gap->isParallel) continue;
     mTold.push_back(pair(suspect));
-    mPlaces.push_back(
-        {mTold.back().first, mTold.back().second, gap->at, gap->width / layout.cellSize});
+    const VolumeBase *one = volume(suspect.one), *other = volume(suspect.other);
+    if (!one) std::swap(one, other);
+    mPlaces.push_back({one, other, gap->at, gap->width / layout.cellSize});
   }
 }
 

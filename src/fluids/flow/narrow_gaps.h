@@ -10,6 +10,7 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 class SolidSurfaces;
+class StateArchive;
 
 /// Where two sides of solids face each other less than two cells apart, a node between them knows
 /// the nearer one alone: what the distances leave open there is too little, and nothing where no
@@ -42,6 +43,8 @@ class NarrowGaps {
   void Mark(SolidCells& cells) const;
   /// Gaps that are too narrow to tell how they lie, each pair of solids once as long as this lasts.
   std::vector<Place> TakePlaces() { return std::exchange(mPlaces, {}); }
+  /// What was told of; the gaps themselves are found again.
+  void Persist(StateArchive& archive);
 
  private:
   struct Face {
@@ -80,7 +83,7 @@ class NarrowGaps {
   State mState;
   std::vector<Layer> mLayers;
   std::vector<Place> mPlaces;
-  std::vector<std::pair<const VolumeBase*, const VolumeBase*>> mTold;
+  std::vector<std::pair<u64, u64>> mTold;  // nodes, the lower first; 0 for a wall
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
