@@ -41,7 +41,7 @@ TEST(Books, EntriesAddUpToTheChangeOfEachTotal) {
   for (const char* name :
        {"grid_combustion_fire", "grid_cooling", "crossing_ball", "pushed_smoke", "wind_tunnel"}) {
     const fs::path scene = fs::path(SourcePath()) / "tests/scenes" / (std::string(name) + ".json");
-    const SceneRun run = RunCoarsely(scene, 0.1, 12);
+    const SceneRun run = RunCoarsely(scene, 0.1, 8);
     ASSERT_EQ(run.status, 0) << run.errors;
     std::map<std::string, double> before;
     for (const json& frame : run.frames)
