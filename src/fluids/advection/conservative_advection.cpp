@@ -1,5 +1,6 @@
 #include "fluids/advection/conservative_advection.h"
 
+#include "fluids/advection/share_rows.h"
 #include "fluids/fields/channel.h"
 #include "framework/state_archive.h"
 #include "grids/make_grids.h"
@@ -23,15 +24,22 @@ bool ConservativeAdvection::Fit(const EGrid<double>& source, bool sharp) {
   }
   mSlice = source.mSlice;
   mCellSize = source.mLayout.cellSize;
-  bool made =
-      MakeGrids(mDims, mHolds, mMoves, mBlocks, mAsked, mGiven, mMoved) && mEvening.Fit(mDims);
+  bool made = MakeGrids(mDims, mHolds, mMoves, mClosed, mBase, mAskedClosed, mAsked, mGivenContent,
+                        mGivenVolume, mMoved, mFraction[0], mFraction[1], mFraction[2]) &&
+              mEvening.Fit(mDims);
   if (sharp) made = made && mSharpening.Fit(mDims);
   made = made && FitVolume(source);
   mForward.resize(mDims.z);
   mReach.resize(mDims.z);
   mSlabs.resize((mDims.z + kSlabLayers - 1) / kSlabLayers);
-  if (!made) Release();
-  return made;
+  if (!made) {
+    Release();
+    return false;
+  }
+  mBlocks = {mBase->mData,
+             mAskedClosed->mData,
+             {mFraction[0]->mData, mFraction[1]->mData, mFraction[2]->mData}};
+  return true;
 }
 
 /// Cells that are new since the last step hold a volume of one.
@@ -60,15 +68,16 @@ bool ConservativeAdvection::FitVolume(const EGrid<double>& source) {
 
 void ConservativeAdvection::Release() {
   mDims = {};
-  mHolds.reset();
-  mMoves.reset();
-  mBlocks.reset();
+  for (auto* flags : {&mHolds, &mMoves, &mClosed, &mAskedClosed}) flags->reset();
+  mBase.reset();
+  mBlocks = {};
   mVolume.reset();
   mSlabs.clear();
   mForward.clear();
   mReach.clear();
-  for (Field* field : {&mAsked, &mMoved}) field->reset();
-  mGiven.reset();
+  for (Field* field : {&mAsked, &mGivenContent, &mGivenVolume, &mMoved, &mFraction[0],
+                       &mFraction[1], &mFraction[2]})
+    field->reset();
   mEvening.Release();
   mSharpening.Release();
 }
@@ -83,20 +92,35 @@ void ConservativeAdvection::MarkHolders(const Flow& flow, const EGrid<double>& s
                         : nullptr;
   mFlags = flags;
   ForEachLayer(flow, [&](i32 z) {
-    for (i32 y = 0; y < mDims.y; ++y)
-      for (i32 x = 0; x < mDims.x; ++x) {
-        const i32 c = mHolds->Index(x, y, z);
-        const u8 walls = flow.thin ? flow.thin->At(c) : 0;
-        const bool holds = !(walls & ThinFaces::kFilled) &&
-                           ((flags && (flags[c] & SolidCells::kOpenCentre)) ||
-                            !flow.boundary->IsSolid({x + 0.5, y + 0.5, z + 0.5}, source, false));
-        const bool moves = holds && !IsBorder({x, y, z});
-        mHolds->mData[c] = holds;
-        mMoves->mData[c] = moves ? static_cast<u8>(1 | walls << 1) : u8{0};
-        // What comes in from outside isn't thinned.
-        if (!moves) mVolume->mData[c] = holds;
-      }
+    for (i32 y = 0; y < mDims.y; ++y) MarkRow(flow, source, y, z);
   });
+  ForEachLayer(flow, [&](i32 z) { FindClosed(z); });
+}
+
+void ConservativeAdvection::MarkRow(const Flow& flow, const EGrid<double>& source, i32 y, i32 z) {
+  const i32 n = mDims.x, first = mHolds->Index(0, y, z);
+  u8 *holds = mHolds->mData + first, *moves = mMoves->mData + first;
+  const u8* walls = flow.thin ? flow.thin->Bits() + first : nullptr;
+  for (i32 x = 0; x < n; ++x) holds[x] = mFlags && (mFlags[first + x] & SolidCells::kOpenCentre);
+  for (i32 x = 0; x < n; ++x)
+    if (!holds[x]) holds[x] = !flow.boundary->IsSolid({x + 0.5, y + 0.5, z + 0.5}, source, false);
+  if (walls)
+    for (i32 x = 0; x < n; ++x) holds[x] &= !(walls[x] & ThinFaces::kFilled);
+  const bool isInner = y > 0 && y < mDims.y - 1 && z > 0 && z < mDims.z - 1;
+  for (i32 x = 0; x < n; ++x)
+    moves[x] = static_cast<u8>((1 | (walls ? walls[x] << 1 : 0)) * (holds[x] && isInner));
+  moves[0] = moves[n - 1] = 0;
+  // What comes in from outside isn't thinned.
+  double* volume = mVolume->mData + first;
+  for (i32 x = 0; x < n; ++x) volume[x] = moves[x] ? volume[x] : holds[x];
+}
+
+void ConservativeAdvection::FindClosed(i32 z) {
+  if (z == mDims.z - 1) return;
+  for (i32 y = 0; y < mDims.y - 1; ++y) {
+    const i32 first = mHolds->Index(0, y, z);
+    FindClosedCorners(mHolds->mData + first, mDims.x, mSlice, mDims.x - 1, mClosed->mData + first);
+  }
 }
 
 bool ConservativeAdvection::Advect(const Flow& flow, const EGrid<double>& source,
@@ -106,18 +130,16 @@ bool ConservativeAdvection::Advect(const Flow& flow, const EGrid<double>& source
   RecordBackward(flow);
   FindAsked(flow, source);
   RecordForward(flow);
-  const Contribution* blocks = mBlocks->mData;
   const u8* moves = mMoves->mData;
   if (sharp)
-    mSharpening.FindLimits(blocks, source.mData, flow.nothing, mVolume->mData, flow.threads);
+    mSharpening.FindLimits(mBlocks, source.mData, flow.nothing, mVolume->mData, flow.threads);
   Gather(flow, source.mData, {destination.mData, mMoved->mData});
   Scatter(flow, {destination.mData, mMoved->mData});
   const Carried moved{destination.mData, mMoved->mData};
-  // What was given is over: its memory serves as two fields.
-  auto* spare = reinterpret_cast<double*>(mGiven->mData);
-  mEvening.Run(moves, moved, {spare, spare + mGiven->mCount}, flow.threads);
+  // What was given is over: its memory serves again.
+  mEvening.Run(moves, moved, {mGivenContent->mData, mGivenVolume->mData}, flow.threads);
   if (sharp)
-    mSharpening.Run(blocks, moves, moved,
+    mSharpening.Run(mBlocks, moves, moved,
                     flow.thin ? flow.thin->Faces() : std::span<const ThinFaces::Face>{},
                     flow.threads);
   ForEachLayer(flow, [&](i32 z) {

@@ -52,10 +52,6 @@ class ConservativeAdvection {
 
  private:
   using Field = std::unique_ptr<Grid<double>>;
-  /// What a cell gives away, side by side for one load.
-  struct Given {
-    double content, volume;
-  };
   /// What the blocks of a slab of layers ask of each cell, over the layers that they touch.
   struct Slab {
     IndexRange layers;
@@ -65,18 +61,21 @@ class ConservativeAdvection {
   bool Fit(const EGrid<double>& source, bool sharp);
   bool FitVolume(const EGrid<double>& source);
   void MarkHolders(const Flow& flow, const EGrid<double>& source);
+  void MarkRow(const Flow& flow, const EGrid<double>& source, i32 y, i32 z);
+  void FindClosed(i32 z);
   bool IsBorder(const VecInt3D& c) const {
     return c.x == 0 || c.y == 0 || c.z == 0 || c.x == mDims.x - 1 || c.y == mDims.y - 1 ||
            c.z == mDims.z - 1;
   }
   void PlaceBlocks(const Flow& flow, const RowVectors& start, RowVectors& ends, i32 n,
-                   Contribution* blocks) const;
+                   const BlockColumns& blocks) const;
   void TraceInnerRow(const Flow& flow, i32 y, i32 z);
   void RecordBackward(const Flow& flow);
   void AskSlab(i32 slab);
   void FindAsked(const Flow& flow, const EGrid<double>& source);
   void RecordForward(const Flow& flow);
-  void SendForward(const Flow& flow, const RowVectors& start, const i32* cells, i32 n, i32 z);
+  struct Senders;
+  void SendForward(const Flow& flow, const Senders& from, i32 z);
   void Gather(const Flow& flow, const double* source, const Carried& to);
   void Scatter(const Flow& flow, const Carried& to);
   template <class F>
@@ -87,17 +86,22 @@ class ConservativeAdvection {
   VecInt3D mDims{};
   i32 mSlice = 0;
   f32 mCellSize = 0;
-  const u8* mFlags = nullptr;                   ///< of the step's solid cells
-  std::unique_ptr<Grid<u8>> mHolds;             ///< 1: the cell can hold smoke
-  std::unique_ptr<Grid<u8>> mMoves;             ///< as `EvenLine` has them: it holds smoke and
-                                                ///< isn't outermost
-  std::unique_ptr<Grid<Contribution>> mBlocks;  ///< what each cell asks for
+  const u8* mFlags = nullptr;         ///< of the step's solid cells
+  std::unique_ptr<Grid<u8>> mHolds;   ///< 1: the cell can hold smoke
+  std::unique_ptr<Grid<u8>> mMoves;   ///< as `EvenLine` has them: it holds smoke and
+                                      ///< isn't outermost
+  std::unique_ptr<Grid<u8>> mClosed;  ///< by the lowest cell of a block, which of its
+                                      ///< corners can't hold smoke
+  std::unique_ptr<Grid<i32>> mBase;
+  std::unique_ptr<Grid<u8>> mAskedClosed;
+  Field mFraction[3];
+  BlockColumns mBlocks{};  ///< what each cell asks for, in the three above
   std::vector<Slab> mSlabs;
   std::vector<std::vector<ForwardContribution>> mForward;  ///< by layer, in cell order
   std::vector<IndexRange> mReach;          ///< layers that what a layer sends touches
   std::unique_ptr<EGrid<double>> mVolume;  ///< carried on, one in a flow at rest
   Field mAsked;                            ///< how much of a cell is asked for
-  std::unique_ptr<Grid<Given>> mGiven;
+  Field mGivenContent, mGivenVolume;       ///< for each share that is asked for
   Field mMoved;
   VolumeEvening mEvening;
   FluxSharpening mSharpening;

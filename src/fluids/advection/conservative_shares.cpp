@@ -1,7 +1,6 @@
 // Who gives what to whom in a step that keeps the total of a field.
-#include <cstring>
-
 #include "fluids/advection/conservative_advection.h"
+#include "fluids/advection/share_rows.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -9,12 +8,10 @@ namespace {
 
 constexpr double kTrace = 1e-12;  // of a cell: what rounding leaves of it
 
-typedef double Pair __attribute__((vector_size(16)));
-
 /// Whether no corner has a weight.
 bool IsEmpty(const Contribution& block, const CornerOffsets& corners) {
-  bool any = false;
-  ForEachCorner(block, corners, [&](i32, double) { any = true; });
+  bool any = !block.closed;
+  if (!any) ForEachCorner(block, corners, [&](i32, double) { any = true; });
   return !any;
 }
 
@@ -23,7 +20,7 @@ bool IsEmpty(const Contribution& block, const CornerOffsets& corners) {
 /// The blocks round the ends of paths, given in cells: points in solids are pushed out first, paths
 /// end at thin walls, and of a block those cells count that can be reached from there.
 void ConservativeAdvection::PlaceBlocks(const Flow& flow, const RowVectors& start, RowVectors& ends,
-                                        i32 n, Contribution* blocks) const {
+                                        i32 n, const BlockColumns& blocks) const {
   i32 cells[kRowChunk];
   if (mFlags) FindCells(ends, mDims, n, cells);
   for (i32 i = 0; i < n; ++i) {
@@ -36,19 +33,13 @@ void ConservativeAdvection::PlaceBlocks(const Flow& flow, const RowVectors& star
     for (i32 i = 0; i < n; ++i) ends.Set(i, flow.thin->Stop(start.At(i), ends.At(i)));
   RowCorners corners;
   FindCorners(ends, OffsetOf(kCentre), mDims, n, corners);
-  const CornerOffsets offsets(mDims.x, mSlice);
-  for (i32 i = 0; i < n; ++i) {
-    const u8* holds = mHolds->mData + corners.index[i];
-    u32 closed = 0;
-    for (int k = 0; k < 8; ++k) closed |= (holds[offsets.at[k]] ^ 1u) << k;
-    // What lies outside of the sides is no continuation of anything here.
-    if (flow.thin) closed |= 0xffu & ~flow.thin->Reach(ends.At(i), ThinFaces::kOutermostToo);
-    blocks[i] = {.base = corners.index[i],
-                 .closed = static_cast<u8>(closed),
-                 .fx = corners.fraction[0].v[i],
-                 .fy = corners.fraction[1].v[i],
-                 .fz = corners.fraction[2].v[i]};
-  }
+  std::copy_n(corners.index, n, blocks.base);
+  for (int a = 0; a < 3; ++a) std::copy_n(corners.fraction[a].v, n, blocks.fraction[a]);
+  for (i32 i = 0; i < n; ++i) blocks.closed[i] = mClosed->mData[corners.index[i]];
+  // What lies outside of the sides is no continuation of anything here.
+  if (flow.thin)
+    for (i32 i = 0; i < n; ++i)
+      blocks.closed[i] |= static_cast<u8>(~flow.thin->Reach(ends.At(i), ThinFaces::kOutermostToo));
 }
 
 /// The blocks that the inner cells of a row ask, by paths back from their centres.
@@ -59,7 +50,7 @@ void ConservativeAdvection::TraceInnerRow(const Flow& flow, i32 y, i32 z) {
     for (i32 i = 0; i < n; ++i) start.Set(i, {x + i + 0.5, y + 0.5, z + 0.5});
     VelocityAtSamples(flow.velocity, kCentre, x, y, z, n, k1);
     TraceRow(flow.velocity, start, k1, -flow.step / mCellSize, flow.order, n, ends);
-    PlaceBlocks(flow, start, ends, n, mBlocks->mData + first);
+    PlaceBlocks(flow, start, ends, n, mBlocks.From(first));
   }
 }
 
@@ -71,7 +62,7 @@ void ConservativeAdvection::RecordBackward(const Flow& flow) {
       // Cells in solids and in the outermost layer keep what they hold.
       const i32 first = mHolds->Index(0, y, z), last = first + mDims.x - 1;
       for (i32 c = first; c <= last; ++c)
-        if (!mMoves->mData[c]) mBlocks->mData[c] = Contribution::Only(c);
+        if (!mMoves->mData[c]) mBlocks.Set(c, Contribution::Only(c));
     }
   });
 }
@@ -80,20 +71,17 @@ void ConservativeAdvection::RecordBackward(const Flow& flow) {
 void ConservativeAdvection::AskSlab(i32 slab) {
   const i32 slabs = static_cast<i32>(mSlabs.size());
   const IndexRange layers = PartOf(slab, slabs, 0, mDims.z);
-  const Contribution *first = mBlocks->mData + layers.first * mSlice,
-                     *last = mBlocks->mData + layers.last * mSlice;
+  const i32 first = layers.first * mSlice, n = layers.last * mSlice - first;
   i32 low = mAsked->mCount, high = 0;
-  for (const Contribution* block = first; block != last; ++block) {
-    low = std::min(low, block->base);
-    high = std::max(high, block->base);
+  for (i32 i = 0; i < n; ++i) {
+    low = std::min(low, mBlocks.base[first + i]);
+    high = std::max(high, mBlocks.base[first + i]);
   }
   Slab& s = mSlabs[slab];
   s.layers = {low / mSlice, std::min(high / mSlice + 2, mDims.z)};
   s.asked.assign(i64{s.layers.last - s.layers.first} * mSlice, 0.0);
-  double* asked = s.asked.data() - i64{s.layers.first} * mSlice;
-  const CornerOffsets corners(mDims.x, mSlice);
-  for (const Contribution* block = first; block != last; ++block)
-    ForEachCorner(*block, corners, [&](i32 k, double w) { asked[k] += w; });
+  AskRow(mBlocks.From(first), n, CornerOffsets(mDims.x, mSlice),
+         s.asked.data() - i64{s.layers.first} * mSlice);
 }
 
 /// How much of every cell is asked for. The outermost layer gives without limit.
@@ -120,6 +108,24 @@ void ConservativeAdvection::FindAsked(const Flow& flow, const EGrid<double>& sou
   });
 }
 
+/// Cells whose paths forward are found together.
+struct ConservativeAdvection::Senders {
+  i32 count = 0;
+  i32 cells[kRowChunk];
+  RowVectors start, velocity;
+
+  void Add(const StaggeredVelocity& flow, i32 cell, const VecInt3D& at) {
+    cells[count] = cell;
+    start.Set(count, {at.x + 0.5, at.y + 0.5, at.z + 0.5});
+    for (i32 a = 0; a < 3; ++a) {
+      const EGrid<double>& g = flow.Component(a);
+      const VecInt3D up = at + ExtraOf(a);
+      velocity.axis[a].v[count] = 0.5 * (g(at.x, at.y, at.z) + g(up.x, up.y, up.z));
+    }
+    ++count;
+  }
+};
+
 /// Cells that aren't asked for all they hold send the rest where the flow goes.
 void ConservativeAdvection::RecordForward(const Flow& flow) {
   const double* asked = mAsked->mData;
@@ -128,19 +134,17 @@ void ConservativeAdvection::RecordForward(const Flow& flow) {
     list.clear();
     IndexRange& reach = mReach[z] = {mDims.z, 0};
     if (z == 0 || z == mDims.z - 1) return;
-    RowVectors start;
-    i32 cells[kRowChunk], n = 0;
+    Senders senders;
     for (i32 y = 1; y < mDims.y - 1; ++y)
       for (i32 x = 1; x < mDims.x - 1; ++x) {
         const i32 c = mHolds->Index(x, y, z);
         if (!(asked[c] < 1 - kTrace) || !mMoves->mData[c]) continue;
-        start.Set(n, {x + 0.5, y + 0.5, z + 0.5});
-        cells[n++] = c;
-        if (n < kRowChunk) continue;
-        SendForward(flow, start, cells, n, z);
-        n = 0;
+        senders.Add(flow.velocity, c, {x, y, z});
+        if (senders.count < kRowChunk) continue;
+        SendForward(flow, senders, z);
+        senders.count = 0;
       }
-    SendForward(flow, start, cells, n, z);
+    SendForward(flow, senders, z);
     for (const ForwardContribution& forward : list) {
       mAsked->mData[forward.cell] = 1;
       reach.first = std::min(reach.first, forward.block.base / mSlice);
@@ -149,24 +153,30 @@ void ConservativeAdvection::RecordForward(const Flow& flow) {
   });
 }
 
-void ConservativeAdvection::SendForward(const Flow& flow, const RowVectors& start, const i32* cells,
-                                        i32 n, i32 z) {
-  RowVectors k1, ends;
-  Contribution blocks[kRowChunk];
-  SampleVelocity(flow.velocity, start, n, k1);
-  TraceRow(flow.velocity, start, k1, flow.step / mCellSize, flow.order, n, ends);
-  PlaceBlocks(flow, start, ends, n, blocks);
+void ConservativeAdvection::SendForward(const Flow& flow, const Senders& from, i32 z) {
+  i32 base[kRowChunk];
+  u8 closed[kRowChunk];
+  RowVectors ends, fractions;
+  const BlockColumns blocks{
+      base, closed, {fractions.axis[0].v, fractions.axis[1].v, fractions.axis[2].v}};
+  TraceRow(flow.velocity, from.start, from.velocity, flow.step / mCellSize, flow.order, from.count,
+           ends);
+  PlaceBlocks(flow, from.start, ends, from.count, blocks);
   const CornerOffsets corners(mDims.x, mSlice);
-  for (i32 i = 0; i < n; ++i) {
+  for (i32 i = 0; i < from.count; ++i) {
+    const i32 cell = from.cells[i];
     ForwardContribution forward{
-        .cell = cells[i], .amount = 1.0 - mAsked->mData[cells[i]], .block = blocks[i]};
+        .cell = cell, .amount = 1.0 - mAsked->mData[cell], .block = blocks.At(i)};
     // Enclosed by solids on all sides: it keeps the rest.
-    if (IsEmpty(forward.block, corners)) forward.block = Contribution::Only(cells[i]);
+    if (IsEmpty(forward.block, corners)) forward.block = Contribution::Only(cell);
     // Beyond an open side the flow takes along all that nobody inside asks for.
-    bool leaves = false;
-    ForEachCorner(forward.block, corners,
-                  [&](i32 corner, double w) { leaves |= w > 0 && !mMoves->mData[corner]; });
-    if (leaves) forward.block = Contribution::None(cells[i]);
+    const u8* moves = mMoves->mData + forward.block.base;
+    if (!moves[0] || !moves[corners.at[7]]) {
+      bool leaves = false;
+      ForEachCorner(forward.block, corners,
+                    [&](i32 corner, double w) { leaves |= w > 0 && !mMoves->mData[corner]; });
+      if (leaves) forward.block = Contribution::None(cell);
+    }
     mForward[z].push_back(forward);
   }
 }
@@ -174,32 +184,22 @@ void ConservativeAdvection::SendForward(const Flow& flow, const RowVectors& star
 /// What every cell asks for, of what the field and the volume hold, in the share that each giver
 /// can spare. The outermost layer keeps what it holds, whatever is asked of it.
 void ConservativeAdvection::Gather(const Flow& flow, const double* source, const Carried& to) {
-  Given* given = mGiven->mData;
+  double *content = mGivenContent->mData, *volume = mGivenVolume->mData;
   ForEachLayer(flow, [&](i32 z) {
-    const double *asked = mAsked->mData, *held = mVolume->mData;
-    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
-      const double share = asked[c] > 0 ? 1 / asked[c] : 1.0;
-      given[c] = Given{(source[c] - flow.nothing) * share, held[c] * share};
-    }
+    const i32 c = z * mSlice;
+    FindGiven(source + c, mVolume->mData + c, mAsked->mData + c, flow.nothing, mSlice, content + c,
+              volume + c);
   });
   const CornerOffsets corners(mDims.x, mSlice);
   ForEachLayer(flow, [&](i32 z) {
-    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
-      Pair sum{};
-      ForEachCorner(mBlocks->mData[c], corners, [&](i32 corner, double w) {
-        Pair pair;
-        std::memcpy(&pair, given + corner, sizeof(pair));
-        sum += pair * w;
-      });
-      to.content[c] = sum[0];
-      to.volume[c] = sum[1];
-    }
+    const i32 c = z * mSlice;
+    GatherRow(mBlocks.From(c), mSlice, corners, content, volume, to.content + c, to.volume + c);
   });
 }
 
 /// What the cells send on top of it, in cell order. What goes beyond an open side is gone.
 void ConservativeAdvection::Scatter(const Flow& flow, const Carried& to) {
-  const Given* given = mGiven->mData;
+  const double *givenContent = mGivenContent->mData, *givenVolume = mGivenVolume->mData;
   const CornerOffsets corners(mDims.x, mSlice);
   ForEachLayer(flow, [&](i32 layer) {
     const i32 first = layer * mSlice, last = first + mSlice;
@@ -207,9 +207,9 @@ void ConservativeAdvection::Scatter(const Flow& flow, const Carried& to) {
       if (layer < mReach[z].first || layer >= mReach[z].last) continue;
       for (const ForwardContribution& forward : mForward[z]) {
         const i32 base = forward.block.base;
-        if (base >= last || base + 2 * mSlice <= first) continue;
-        const Given& sent = given[forward.cell];
-        const double content = sent.content * forward.amount, volume = sent.volume * forward.amount;
+        if (base >= last || base + mSlice < first) continue;
+        const double content = givenContent[forward.cell] * forward.amount;
+        const double volume = givenVolume[forward.cell] * forward.amount;
         ForEachCorner(forward.block, corners, [&](i32 corner, double w) {
           if (corner < first || corner >= last) return;
           to.content[corner] += w * content;
@@ -221,7 +221,7 @@ void ConservativeAdvection::Scatter(const Flow& flow, const Carried& to) {
   mLeft += SumBlocks(mDims.z, 1, flow.threads, [&](i64 z, i64) {
     double left = 0;
     for (const ForwardContribution& forward : mForward[z])
-      if (forward.block.closed == 0xff) left += given[forward.cell].content * forward.amount;
+      if (forward.block.closed == 0xff) left += givenContent[forward.cell] * forward.amount;
     return left;
   });
 }

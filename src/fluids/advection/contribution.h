@@ -16,6 +16,30 @@ struct Contribution {
   static Contribution None(i32 cell) { return {.base = cell, .closed = 0xff}; }
 };
 
+/// Blocks of cells side by side, a column for each number.
+struct BlockColumns {
+  i32* base;
+  u8* closed;
+  double* fraction[3];
+
+  Contribution At(i32 i) const {
+    return {base[i], closed[i], fraction[0][i], fraction[1][i], fraction[2][i]};
+  }
+  void Set(i32 i, const Contribution& block) const {
+    base[i] = block.base;
+    closed[i] = block.closed;
+    fraction[0][i] = block.fx;
+    fraction[1][i] = block.fy;
+    fraction[2][i] = block.fz;
+  }
+  /// Those from cell `first` on.
+  BlockColumns From(i32 first) const {
+    return {base + first,
+            closed + first,
+            {fraction[0] + first, fraction[1] + first, fraction[2] + first}};
+  }
+};
+
 /// What a cell sends to a block of cells on top of what they ask for.
 struct ForwardContribution {
   i32 cell = 0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "fluids/advection/share_rows.h"
 #include "grids/fixed_blocks.h"
 #include "grids/make_grids.h"
 #include "grids/wide_kernel.h"
@@ -10,6 +11,23 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
+
+/// A quarter of the variance that weights at a fraction spread, where the whole block counts.
+SULVA_WIDE_KERNEL void SpreadRow(const double* fraction, const u8* moves, const u8* closed, i32 n,
+                                 f32* __restrict spread) {
+  for (i32 i = 0; i < n; ++i) {
+    const i32 whole = (moves[i] & 1) & (closed[i] == 0);
+    spread[i] = static_cast<f32>(0.25 * whole * (fraction[i] * (1 - fraction[i])));
+  }
+}
+
+SULVA_WIDE_KERNEL void WidenRow(const double* value, i32 n, double* __restrict least,
+                                double* __restrict most) {
+  for (i32 i = 0; i < n; ++i) {
+    least[i] = value[i] < least[i] ? value[i] : least[i];
+    most[i] = value[i] > most[i] ? value[i] : most[i];
+  }
+}
 
 SULVA_WIDE_KERNEL void FluxRow(const f32* spread, const double* strength, const double* volume,
                                i32 step, i32 n, f32* __restrict flux) {
@@ -92,32 +110,21 @@ void FluxSharpening::ForEachRow(i32 threads, F&& f) const {
   });
 }
 
-void FluxSharpening::FindLimits(const Contribution* blocks, const double* source, double nothing,
+void FluxSharpening::FindLimits(const BlockColumns& blocks, const double* source, double nothing,
                                 const double* volume, i32 threads) {
   double* strength = mStrength->mData;
   ForEachBlock(mDims.z, threads, [&](i32 z) {
-    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c)
-      strength[c] = volume[c] > 0 ? (source[c] - nothing) / volume[c] : 0.0;
+    const i32 c = z * mSlice;
+    FindStrength(source + c, volume + c, nothing, mSlice, strength + c);
   });
   const CornerOffsets corners(mDims.x, mSlice);
   ForEachBlock(mDims.z, threads, [&](i32 z) {
-    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
-      const Contribution& block = blocks[c];
-      double low = strength[block.base], high = low;
-      if (block.closed) low = strength[c], high = low;
-      if (block.closed != 0xfe)
-        for (int k = 0; k < 8; ++k) {
-          const double v = block.closed >> k & 1 ? low : strength[block.base + corners.at[k]];
-          low = v < low ? v : low;
-          high = v > high ? v : high;
-        }
-      (*mLeast)[c] = low;
-      (*mMost)[c] = high;
-    }
+    const i32 c = z * mSlice;
+    FindExtremes(blocks.From(c), c, mSlice, corners, strength, mLeast->mData + c, mMost->mData + c);
   });
 }
 
-void FluxSharpening::Run(const Contribution* blocks, const u8* moves, const Carried& field,
+void FluxSharpening::Run(const BlockColumns& blocks, const u8* moves, const Carried& field,
                          std::span<const ThinFaces::Face> closed, i32 threads) {
   FindSpreads(blocks, moves, field, threads);
   FindFluxes(field.volume, threads);
@@ -126,18 +133,15 @@ void FluxSharpening::Run(const Contribution* blocks, const u8* moves, const Carr
   Pass(field.content, threads);
 }
 
-void FluxSharpening::FindSpreads(const Contribution* blocks, const u8* moves, const Carried& field,
+void FluxSharpening::FindSpreads(const BlockColumns& blocks, const u8* moves, const Carried& field,
                                  i32 threads) {
   ForEachBlock(mDims.z, threads, [&](i32 z) {
-    for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) {
-      const double f[3] = {blocks[c].fx, blocks[c].fy, blocks[c].fz};
-      const double whole = moves[c] && !blocks[c].closed ? 0.25 : 0.0;
-      for (int a = 0; a < 3; ++a) (*mSpread[a])[c] = static_cast<f32>(whole * f[a] * (1 - f[a]));
-      const double strength = field.volume[c] > 0 ? field.content[c] / field.volume[c] : 0.0;
-      (*mStrength)[c] = strength;
-      (*mLeast)[c] = std::min((*mLeast)[c], strength);
-      (*mMost)[c] = std::max((*mMost)[c], strength);
-    }
+    const i32 c = z * mSlice;
+    for (int a = 0; a < 3; ++a)
+      SpreadRow(blocks.fraction[a] + c, moves + c, blocks.closed + c, mSlice,
+                mSpread[a]->mData + c);
+    FindStrength(field.content + c, field.volume + c, 0, mSlice, mStrength->mData + c);
+    WidenRow(mStrength->mData + c, mSlice, mLeast->mData + c, mMost->mData + c);
   });
 }
 

@@ -22,14 +22,14 @@ class FluxSharpening {
   void Release();
   /// Before a step: the extremes of what a unit of volume holds, over the cells that each asks.
   /// `source` holds the content above `nothing`.
-  void FindLimits(const Contribution* blocks, const double* source, double nothing,
+  void FindLimits(const BlockColumns& blocks, const double* source, double nothing,
                   const double* volume, i32 threads);
   /// After it, in place; `moves` isn't 0 in cells that take part, and nothing passes `closed`.
-  void Run(const Contribution* blocks, const u8* moves, const Carried& field,
+  void Run(const BlockColumns& blocks, const u8* moves, const Carried& field,
            std::span<const ThinFaces::Face> closed, i32 threads);
 
  private:
-  void FindSpreads(const Contribution* blocks, const u8* moves, const Carried& field, i32 threads);
+  void FindSpreads(const BlockColumns& blocks, const u8* moves, const Carried& field, i32 threads);
   void FindFluxes(const double* volume, i32 threads);
   void CloseFluxes(std::span<const ThinFaces::Face> closed);
   void FindRoom(const Carried& field, i32 threads);

@@ -1,7 +1,6 @@
 #include "fluids/advection/row_sampling.h"
 
-#include <cstring>
-
+#include "fluids/advection/run_lanes.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -69,69 +68,27 @@ SULVA_WIDE_KERNEL void FindCells(const RowVectors& points, const VecInt3D& cells
 
 namespace {
 
-/// Points whose corners lie side by side are taken together: a smooth flow leaves neighbours
-/// together, and what they load lies in a row.
-constexpr i32 kRun = 4;
-typedef double RunLanes __attribute__((vector_size(kRun * sizeof(double))));
-
-inline bool IsRun(const i32* index) {
-  return index[1] - index[0] == 1 && index[2] - index[0] == 2 && index[3] - index[0] == 3;
-}
-
-/// value = the numbers from `p` on, one per lane. By reference, since lanes that the baseline has
-/// no registers for can't be returned.
-template <class T>
-inline __attribute__((always_inline)) void Load(const double* p, T& value) {
-  std::memcpy(&value, p, sizeof(T));
-}
-
-/// value += (the numbers from `p` on - value) * t.
-template <class T>
-inline __attribute__((always_inline)) void LerpTo(const double* p, const T& t, T& value) {
-  T other;
-  Load(p, other);
-  value += (other - value) * t;
-}
-
 /// Trilinear samples of points whose lower corners are at p, p + 1, ...
 template <class T>
 inline __attribute__((always_inline)) void InterpolateLanes(const double* p, i32 ny, i32 nz,
                                                             const RowCorners& corners, i32 i,
                                                             double* out) {
-  const double* q = p + nz;
-  T x, y, z, low, lowY, high, highY;
+  T x, y, z;
   Load(corners.fraction[0].v + i, x);
   Load(corners.fraction[1].v + i, y);
   Load(corners.fraction[2].v + i, z);
-  Load(p, low);
-  Load(p + ny, lowY);
-  Load(q, high);
-  Load(q + ny, highY);
-  LerpTo(p + 1, x, low);
-  LerpTo(p + ny + 1, x, lowY);
-  LerpTo(q + 1, x, high);
-  LerpTo(q + ny + 1, x, highY);
-  low += (lowY - low) * y;
-  high += (highY - high) * y;
-  low += (high - low) * z;
-  std::memcpy(out + i, &low, sizeof(T));
+  LerpCorners(p, ny, nz, x, y, z, out + i);
 }
 
 template <class T>
 inline __attribute__((always_inline)) void LimitLanes(const double* p, i32 ny, i32 nz,
                                                       double* value) {
   T least, most, v;
-  Load(p, least);
-  most = least;
-  for (const i32 corner : {1, ny, ny + 1, nz, nz + 1, nz + ny, nz + ny + 1}) {
-    Load(p + corner, v);
-    least = v < least ? v : least;
-    most = v > most ? v : most;
-  }
+  FindCornerExtremes(p, ny, nz, least, most);
   Load(value, v);
   v = most < v ? most : v;
   v = least > v ? least : v;
-  std::memcpy(value, &v, sizeof(T));
+  Store(v, value);
 }
 
 }  // namespace

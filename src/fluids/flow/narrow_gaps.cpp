@@ -229,7 +229,11 @@ void NarrowGaps::FindPlaces(const SolidSurfaces& solids, const GridLayout& layou
   std::vector<const Suspect*> suspects;
   const auto volume = [&](i32 solid) { return solid < 0 ? nullptr : solids.Volume(solid); };
   const auto pair = [&](const Suspect& s) {
-    const auto id = [&](i32 solid) { return solid < 0 ? 0 : volume(solid)->Node()->Id(); };
+    // A volume that no scene file names has no node.
+    const auto id = [&](i32 solid) {
+      const host::BaseNode* node = solid < 0 ? nullptr : volume(solid)->Node();
+      return node ? node->Id() : solid < 0 ? u64{0} : ~static_cast<u64>(solid);
+    };
     const auto [low, high] = std::minmax({id(s.one), id(s.other)});
     return std::pair<u64, u64>(low, high);
   };

@@ -36,8 +36,8 @@ class ThinFaces {
 
   /// All of them, in the grid.
   std::span<const Face> Faces() const { return mFaces; }
-  /// The bits of a cell, by index.
-  u8 At(i32 index) const { return (*mBits)[index]; }
+  /// The bits of all cells.
+  const u8* Bits() const { return mBits->mData; }
   /// Closes the faces in the open fractions of a flow.
   void Close(Grid_VolumeFractions& fractions) const;
   bool ClosesFace(i32 axis, i32 x, i32 y, i32 z) const {
