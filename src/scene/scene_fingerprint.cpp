@@ -35,10 +35,11 @@ bool IsOneOf(const JsonValue& value, const Names& names) {
   return kind && kind->list == MELDO_SULVA::kListCaches;
 }
 
-/// Texts that may stand in any order.
+/// Texts that may stand in any order; empty ones say nothing.
 void AppendSorted(std::string& out, std::vector<std::string> texts) {
   std::sort(texts.begin(), texts.end());
-  for (const std::string& text : texts) AppendBytes(out, text.data(), text.size());
+  for (const std::string& text : texts)
+    if (!text.empty()) AppendBytes(out, text.data(), text.size());
 }
 
 /// Nodes and objects are told apart by their names: their order in the file means nothing.
