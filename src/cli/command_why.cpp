@@ -73,10 +73,7 @@ class Watch {
     }
   }
 
-  void BeginFrame() {
-    mStages.clear();
-    mHadTime = mScene->mTime.elapsed > 0;
-  }
+  void BeginFrame() { mStages.clear(); }
 
   /// What became of the node in the last frame, in a clause.
   std::string Tell() const {
@@ -125,8 +122,8 @@ class Watch {
     if (!object) return "it stands for its children and has no work of its own";
     const NodeKind* kind = FindKind(mNode.Type());
     const bool isForce = kind->list == kListForces;
+    if (isForce && mScene->mTime.elapsed == 0) return kNoTime;
     if (const char* reason = mSimulation.IdleReasonOf(*object)) return reason;
-    if (isForce && !mHadTime) return kNoTime;
     if (kind->stages.empty() && !isForce)
       return "it has no work of its own; it serves " + Readers();
     if (mScene->mFlags & Scene::kNoBounds) return "the scene holds nothing yet";
@@ -139,7 +136,6 @@ class Watch {
   const NodeReach& mReach;
   SulvaScene* mScene = nullptr;
   std::map<i32, u32> mStages;  ///< how often it ran in each
-  bool mHadTime = false;
 };
 
 /// The exit code of what ended the simulation, with its message.
