@@ -32,7 +32,6 @@ const ParameterTable& EmissionRate::Parameters() {
               "which of the three numbers a dialog shows; what reads the node takes the one that "
               "fits its field")
           .Choices({{0, "real"}, {1, "vector"}, {2, "whole_number"}})
-          .To(&EmissionRate::mType)
           .Kept(),
       RealRow(kRealRow, "rate", 1.0, "1/s", "how fast a field of numbers fills")
           .To(&EmissionRate::mReal),
