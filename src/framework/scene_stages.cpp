@@ -142,6 +142,8 @@ std::vector<iObject*> SulvaScene::CollectStage(i32 stage) const {
 }
 
 std::vector<OrderTie> SulvaScene::LookAtOrder() {
+  const SceneSettings settings = ReadSettings();
+  UpdateDomain(settings.hostUnits, settings.simulationUnits, settings.cellSize);
   Synchronise(GetDocument());
   RunSetUpPasses();
   std::vector<OrderTie> ties;
