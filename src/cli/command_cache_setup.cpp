@@ -7,8 +7,9 @@
 
 #include "host/console.h"
 #include "host/exit_codes.h"
-#include "scene/command_files.h"
 #include "scene/cache_setup.h"
+#include "scene/command_files.h"
+#include "scene/scene_context.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -28,11 +29,20 @@ bool HasRelativeFiles(const JsonValue& root) {
   return false;
 }
 
+void AddNames(host::BaseNode& node, NameTable& names) {
+  names.Add(node);
+  for (host::BaseNode* child : node.Children()) AddNames(*child, names);
+}
+
 /// The nodes that the command names, as the parameter of a scene's first server.
 std::string ObjectsOverride(const fs::path& path, const std::vector<std::string>& nodes) {
   Diagnostics ignored;
   const auto scene = LoadScene(path, ignored);
   if (!scene) return {};
+  NameTable names;
+  for (host::BaseNode* root : scene->document->Roots()) AddNames(*root, names);
+  for (const std::string& node : nodes)
+    if (const auto found = names.Find(node); found.size() == 1) CheckCacheable(*found[0].node);
   return fmt::format("/{}.cache_objects={}", scene->server->Name(), nlohmann::json(nodes).dump());
 }
 

@@ -74,7 +74,7 @@ class Setup {
     std::vector<const BaseNode*> named;
     for (const BaseNode* server : mScene.servers)
       for (const BaseNode* object : Linked(*server, setup::kObjects)) named.push_back(object);
-    for (const BaseNode* object : named) CheckCacheable(*object);
+    for (const BaseNode* object : named) CheckUncached(*object);
     for (const BaseNode* server : mScene.servers) {
       std::vector<const BaseNode*> objects;
       if (named.empty()) Collect(*server, objects);
@@ -122,11 +122,7 @@ class Setup {
     return nodes;
   }
 
-  void CheckCacheable(const BaseNode& object) const {
-    if (!IsCacheable(object.Type()))
-      throw CommandError(kExitUsage,
-                         fmt::format("{} can't be cached; expected a field, a volume or a gas",
-                                     SubjectOf(object)));
+  void CheckUncached(const BaseNode& object) const {
     const auto cacher = mCachedBy.find(&object);
     if (cacher != mCachedBy.end() && !PlaysElsewhere(ServerOf(object)))
       throw CommandError(kExitUsage, fmt::format("{} is cached by {} already", SubjectOf(object),
@@ -313,6 +309,13 @@ class Setup {
 };
 
 }  // namespace
+
+void CheckCacheable(const BaseNode& node) {
+  if (!IsCacheable(node.Type()))
+    throw CommandError(
+        kExitUsage,
+        fmt::format("{} can't be cached; expected a field, a volume or a gas", SubjectOf(node)));
+}
 
 CacheSetup SetUpCaches(std::string_view text, const JsonValue& root, const LoadedScene& scene) {
   return Setup(text, root, scene).Run();

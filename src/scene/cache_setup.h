@@ -14,12 +14,15 @@ struct CacheSetup {
   std::vector<std::string> notes;  ///< what was done, a sentence for each server
 };
 
+/// Throws CommandError (kExitUsage) for a node that no cache takes.
+void CheckCacheable(const host::BaseNode& node);
+
 /// Gives every server of a scene a cacher for the nodes in its `cache_objects`, or, where that list
 /// is empty, for all fields and gases that none records yet. The server's other `cache_...`
 /// parameters say how. With `cache_setup_mode` new_server the nodes are copied below a server of
 /// their own, which plays them back. All else in `text`, comments too, stays as it is. `root` is
 /// `text`, read, and `scene` what it means.
-/// Throws CommandError (kExitUsage) for a node that can't be cached, or when nothing is left to do.
+/// Throws CommandError (kExitUsage) for a node that has its cache, or when nothing is left to do.
 CacheSetup SetUpCaches(std::string_view text, const JsonValue& root, const LoadedScene& scene);
 
 }  // namespace MELDO_GLOBAL::app
