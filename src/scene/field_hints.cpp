@@ -169,7 +169,7 @@ class FieldHints {
   void LookAtMoves(const BaseNode& field) {
     bool isFed = false, isMoved = false;
     for (const BaseNode* reader : ReadersOf(field)) {
-      isFed = isFed || IsA<ChannelPair>(*reader);
+      isFed = isFed || (IsA<ChannelPair>(*reader) && Feeds(*reader, field));
       isMoved = isMoved || IsA<GridAdvection>(*reader);
     }
     // What is cleared in each step shows where it was emitted, and means to.
@@ -202,7 +202,8 @@ class FieldHints {
            GridAdvection::kSolverRow);
     if (const ParameterRow* previous = FindRow(*target->Table(), field_row::kKeepPrevious);
         previous && LongOf(ValueOf(*target, previous->id), 0) == 0 &&
-        !target->Tracks().contains(previous->id) && target != solver)
+        !target->Tracks().contains(previous->id) && target != solver &&
+        mStuck.insert(target).second)
       Warn(*target,
            fmt::format("'{}' is off, and {} can't move it without", previous->name,
                        Named(advection)),
@@ -250,6 +251,7 @@ class FieldHints {
   Diagnostics& mDiagnostics;
   std::vector<const BaseNode*> mFields, mAdvections;  ///< of the server, those that take part
   std::map<std::pair<const BaseNode*, const BaseNode*>, const BaseNode*> mMoved;
+  std::set<const BaseNode*> mStuck;          ///< told of: they keep nothing that could be moved
   bool mHasSolver = false, mHasGas = false;  ///< one that is on, one that something fills
 };
 

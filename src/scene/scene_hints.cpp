@@ -17,7 +17,6 @@
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/mesh/multi_mesh.h"
 #include "fluids/operators/channel_operator_remap.h"
-#include "fluids/operators/mesh_curvature_operator.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
@@ -214,9 +213,7 @@ class HintFinder {
   /// Calls f(emitter, volume, low, high) with the boxes of the shapes that stay as they are.
   void ForEachStillEmitter(const std::function<void(const BaseNode&, const BaseNode&, const Vec3d&,
                                                     const Vec3d&)>& f) const {
-    const auto deforms = [](const BaseNode* node) {
-      return IsA<MeshSmoothingOperator>(*node) || IsA<MeshCurvatureOperator>(*node);
-    };
+    const auto deforms = [](const BaseNode* node) { return IsA<MeshSmoothingOperator>(*node); };
     if (std::any_of(mNodes.begin(), mNodes.end(), deforms)) return;
     for (const BaseNode* emitter : mNodes) {
       if (!IsA<ObjectGridEmitter>(*emitter)) continue;
@@ -276,7 +273,7 @@ class HintFinder {
 
   /// A mesh that changes behind the volumes that read it changes for nobody.
   void CheckMeshOperator(const BaseNode& node) {
-    if (!IsA<MeshSmoothingOperator>(node) && !IsA<MeshCurvatureOperator>(node)) return;
+    if (!IsA<MeshSmoothingOperator>(node)) return;
     const i32 own = Whole(node, common_row::kStage);
     const i32 stage = own > 0 ? own : FindKind(node.Type())->stages.front();
     const BaseNode* mesh = Linked(node, MeshOperator::kTargetRow);
