@@ -351,9 +351,10 @@ BaseNode* ValueReader::ResolveLinkOrGroup(const std::string& reference, const Pa
   const std::vector<NameTable::Candidate> found = mNames.Find(reference);
   if (TakesNoKind(row) && !found.empty() && found.front().node->Type() != kUnknownNode &&
       found.front().node->Type() != kGroupNode) {
-    mContext.Error(at, subject,
-                   fmt::format("{}: '{}' is a {}, and no kind of node that it takes is there yet",
-                               what, Shown(reference), KindWord(*found.front().node)));
+    mContext.Error(
+        at, subject,
+        fmt::format("{}: '{}' is a {}, and there is no kind yet that this parameter takes", what,
+                    Shown(reference), KindWord(*found.front().node)));
     return nullptr;
   }
   const auto fits = [&](const auto& candidate) { return Accepts(row.accepts, *candidate.node); };

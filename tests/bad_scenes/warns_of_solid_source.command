@@ -1,1 +1,1 @@
-run SCENE --out OUT --strict
+run SCENE --out OUT
