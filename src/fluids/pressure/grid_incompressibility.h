@@ -116,7 +116,8 @@ class Grid_Incompressibility : public iObject {
   void ForEachFarFace(F&& f) const;
   /// Puts the pressures of the far field beside those that were found.
   void KeepFarField();
-  void MeasureDivergence();
+  /// What is left of the balance after a solve.
+  virtual void MeasureDivergence();
   Balance MeasureLayer(i32 z) const;
   /// Enters a step into the ledger, and warns of a drift that lasts.
   void Book(const Balance& balance);

@@ -108,10 +108,6 @@ double OuterLattice::VolumeOf(const VecInt3D& cell) const {
   return mAxes[0].SizeOf(cell.x) * mAxes[1].SizeOf(cell.y) * mAxes[2].SizeOf(cell.z);
 }
 
-namespace {
-
-/// Cubic Hermite between nodes i and i + 1, with the slope at a node that of the parabola through
-/// it and its neighbours; at the ends that of the line.
 AxisTaps CubicTaps(const std::vector<double>& nodes, double place) {
   const i32 n = static_cast<i32>(nodes.size());
   const double x = std::clamp(place, nodes.front(), nodes.back());
@@ -144,16 +140,18 @@ AxisTaps CubicTaps(const std::vector<double>& nodes, double place) {
   return taps;
 }
 
-}  // namespace
+std::vector<double> OuterLattice::NodesOf(i32 axis, i32 kind) const {
+  const OuterAxis& cut = mAxes[axis];
+  std::vector<double> nodes = cut.lines;
+  if (kind == axis) return nodes;
+  nodes.pop_back();
+  for (i32 i = 0; i < cut.Cells(); ++i) nodes[i] = cut.CentreOf(i);
+  return nodes;
+}
 
 std::vector<AxisTaps> OuterLattice::TapsOf(i32 axis, i32 kind, double origin,
                                            IndexRange range) const {
-  const OuterAxis& cut = mAxes[axis];
-  std::vector<double> nodes = cut.lines;
-  if (kind != axis) {
-    nodes.pop_back();
-    for (i32 i = 0; i < cut.Cells(); ++i) nodes[i] = cut.CentreOf(i);
-  }
+  const std::vector<double> nodes = NodesOf(axis, kind);
   const double offset = OffsetOf(kind)[axis];
   std::vector<AxisTaps> taps;
   for (i32 i = range.first; i < range.last; ++i)

@@ -35,6 +35,10 @@ struct AxisTaps {
 };
 using LatticeTaps = std::array<std::vector<AxisTaps>, 3>;
 
+/// Cubic Hermite between rising nodes, with the slope at a node that of the parabola through it and
+/// its neighbours; at the ends that of the line. Places beyond the ends count as these.
+AxisTaps CubicTaps(const std::vector<double>& nodes, double place);
+
 /// A lattice over a container and what surrounds it: cells of a few fine cells inside, which tile
 /// the container, and outside of it others that grow by a constant ratio. It ends at the user's
 /// box, or at last a thousand widths of the container away. The outermost layer of cells
@@ -58,6 +62,8 @@ class OuterLattice {
   double AreaOf(i32 axis, const VecInt3D& face) const;
   double VolumeOf(const VecInt3D& cell) const;
 
+  /// Places of the samples of `kind` along an axis.
+  std::vector<double> NodesOf(i32 axis, i32 kind) const;
   /// Taps on the samples of `kind` for the places `origin + i + offset`, first <= i < last, of an
   /// axis: a cubic with continuous slopes, which no line of the lattice shows in.
   std::vector<AxisTaps> TapsOf(i32 axis, i32 kind, double origin, IndexRange range) const;

@@ -11,7 +11,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr double kTolerance = 1e-5;
+constexpr double kTolerance = 1e-6;
 constexpr i32 kMostIterations = 200;
 constexpr double kModification = 0.97, kLeastRatio = 0.25;  // of the preconditioner
 constexpr i32 kContinued = 3;  // cells that the pressure is continued into solids
@@ -213,30 +213,6 @@ void OuterLevel::AddForce(const std::array<Grid<double>*, 3>& change) {
   mHasWind = mHasWind || mPush != Vec3d{};
 }
 
-void OuterLevel::AddHead(double dt) {
-  const VecInt3D n = mLattice.Dims();
-  const double h = mFlow->GetLayout()->cellSize;
-  Grid<double> head(n, kCentre);
-  ForEachCell({{1, 1, 1}, n - VecInt3D{1, 1, 1}}, [&](i32 x, i32 y, i32 z) {
-    double sum = 0;
-    for (i32 axis = 0; axis < 3; ++axis) {
-      const VecInt3D up = ExtraOf(axis);
-      const EGrid<double>& v = *mVelocity[axis];
-      const double mean = 0.5 * (v(x, y, z) + v(x + up.x, y + up.y, z + up.z));
-      sum += mean * mean;
-    }
-    head(x, y, z) = 0.5 * sum;
-  });
-  ForEachOutsideFace([&](i32 axis, const VecInt3D& face) {
-    if (!((*mOpen[axis])(face.x, face.y, face.z) > 0)) return;
-    if (face[axis] == 1 || face[axis] == n[axis] - 1) return;
-    const VecInt3D below = face - ExtraOf(axis);
-    (*mVelocity[axis])(face.x, face.y, face.z) -=
-        dt * (head(face.x, face.y, face.z) - head(below.x, below.y, below.z)) /
-        (h * mLattice[axis].DistanceAt(face[axis]));
-  });
-}
-
 // ---- projection -------------------------------------------------------------------------------
 
 bool OuterLevel::GatherFields(ProjectionFields& fields) {
@@ -308,7 +284,7 @@ void OuterLevel::AddInflow(i32 z) {
 std::span<const SideLayer> OuterLevel::FindPressures(const ProjectionFields& fields,
                                                      std::span<const double> rhs) {
   if (!IsCut()) return {};
-  AddHead(fields.dt);
+  Advect(fields.dt);
   const Vec3d push = std::exchange(mPush, {});
   if (push != Vec3d{})
     ForEachOutsideFace([&](i32 axis, const VecInt3D& face) {

@@ -16,10 +16,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// In a step its pressure and that of the container are found together on the lattice, whose cells
 /// inside of the container take what the fine ones have to bring about; the container then solves
 /// for its own pressure with that of the lattice beyond its sides. Outside, the flow has no
-/// vorticity: where the container moves, it is found anew from what passes through the container's
-/// sides and from the wind far away, and in a step it changes by gradients alone, that of the
-/// pressure and, for the advection, that of half the square of the speed. Nothing depends on the
-/// number of workers. Speeds in simulation units per second.
+/// vorticity but what comes out of the container: where that moves, it is found anew from what
+/// passes through the container's sides and from the wind far away. In a step it is carried along
+/// by itself, pushed, and projected. Nothing depends on the number of workers. Speeds in simulation
+/// units per second.
 class OuterLevel : public Grid_Incompressibility, public FarField {
  public:
   OuterLevel();
@@ -45,6 +45,8 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   bool GatherFields(ProjectionFields& fields) override;
   void GatherMovingBodies(std::vector<MovingBody>& /*bodies*/) const override {}
   void BuildSystem(const CellBox& block) override;
+  /// The balance of the inner cells is that of the container.
+  void MeasureDivergence() override {}
 
  private:
   bool Allocate();
@@ -60,7 +62,8 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   void Average(bool onlySides);
   void SumInner(const ProjectionFields& fields, std::span<const double> rhs);
   void AverageDensity(const EGrid<double>& fine);
-  void AddHead(double dt);
+  /// Lets the gas outside carry its velocity along, from what it was when the step began.
+  void Advect(double dt);
   bool ProjectAll();
   void ContinuePressure();
   void ContinueVelocity();

@@ -42,7 +42,16 @@ TEST(OuterLattice, TilesTheContainerAndEndsAtTheUsersBox) {
   EXPECT_EQ(lattice[2].lines[1], 60);
   EXPECT_EQ(lattice[2].lines[lattice[2].Cells() - 1], 131);
   EXPECT_EQ(lattice[0].lines[1], -1000);
-  EXPECT_LE(i64{CountOf(lattice.Dims())} * 10, i64{43} * 58 * 35);
+  EXPECT_LE(i64{CountOf(lattice.Dims())} * 7, i64{43} * 58 * 35);
+}
+
+TEST(OuterLattice, HasFewCellsForManyFineOnes) {
+  for (const i32 size : {100, 200}) {
+    const OuterLattice lattice(ContainerAt({0, 0, 0}, {size, size, size}), {-5000, -5000, -5000},
+                               {5000, 5000, 5000});
+    EXPECT_LE(i64{CountOf(lattice.Dims())} * 16, i64{size} * size * size) << size;
+    EXPECT_GE(lattice.InnerDims().x, 10) << size;
+  }
 }
 
 TEST(OuterLattice, SamplesAreExactForParabolasAndSmooth) {
