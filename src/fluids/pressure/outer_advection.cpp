@@ -8,9 +8,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-// Cells of the lattice in a step below which a velocity stays as it is: far away nearly all of them
-// do, and what that leaves out is less than a thousandth of the head at the container.
-constexpr double kLeastWay = 0.01;
+// Cells of the lattice in a step up to which a parabola through the next samples does.
+constexpr double kShortWay = 0.3;
 
 /// The velocity on a lattice, at any place in cells of the domain.
 class LatticeFlow {
@@ -20,12 +19,47 @@ class LatticeFlow {
     for (i32 axis = 0; axis < 3; ++axis) {
       mLines[axis] = lattice.NodesOf(axis, axis);
       mCentres[axis] = lattice.NodesOf(axis, kCentre);
+      mAtLines[axis] = Parabolas(mLines[axis]);
+      mAtCentres[axis] = Parabolas(mCentres[axis]);
     }
   }
   Vec3d PlaceOf(i32 axis, const VecInt3D& face) const {
     Vec3d place;
     for (i32 a = 0; a < 3; ++a) place[a] = NodesOf(axis, a)[face[a]];
     return place;
+  }
+  /// The velocity at a face of `axis` that has cells on both sides.
+  Vec3d AtFace(i32 axis, const VecInt3D& face) const {
+    Vec3d velocity;
+    const VecInt3D below = face - ExtraOf(axis);
+    for (i32 a = 0; a < 3; ++a) {
+      const EGrid<double>& v = *mVelocity[a];
+      const VecInt3D up = ExtraOf(a);
+      const i32 ahead = v.Index(up.x, up.y, up.z) - v.Index(0, 0, 0);
+      const i32 here = v.Index(face.x, face.y, face.z), low = v.Index(below.x, below.y, below.z);
+      velocity[a] =
+          a == axis ? v[here] : 0.25 * (v[here] + v[here + ahead] + v[low] + v[low + ahead]);
+    }
+    return velocity;
+  }
+  /// The least cells of the lattice, in sum over the axes, that lie along a way from a face.
+  double CellsAlong(i32 axis, const VecInt3D& face, const Vec3d& way) const {
+    double cells = 0;
+    for (i32 a = 0; a < 3; ++a) cells += std::fabs(way[a]) * ParabolasOf(axis, a)[face[a]].perCell;
+    return cells;
+  }
+  /// A component a short way before its face.
+  double ParabolaAt(i32 axis, const VecInt3D& face, const Vec3d& way) const {
+    const EGrid<double>& v = *mVelocity[axis];
+    const i32 here = v.Index(face.x, face.y, face.z), ahead[3] = {1, v.mNx, v.mSlice};
+    double value = v[here];
+    for (i32 a = 0; a < 3; ++a) {
+      const Parabola& p = ParabolasOf(axis, a)[face[a]];
+      const double up = v[here + ahead[a]] - v[here], down = v[here - ahead[a]] - v[here];
+      value -= way[a] *
+               (p.slope[0] * down + p.slope[1] * up - way[a] * (p.bend[0] * down + p.bend[1] * up));
+    }
+    return value;
   }
   Vec3d LinearAt(const Vec3d& place) const {
     Vec3d velocity;
@@ -55,6 +89,25 @@ class LatticeFlow {
   }
 
  private:
+  /// What the slope and half of the second derivative at a node take of the differences to the
+  /// next nodes below and above.
+  struct Parabola {
+    double slope[2] = {}, bend[2] = {}, perCell = 0;
+  };
+
+  static std::vector<Parabola> Parabolas(const std::vector<double>& nodes) {
+    std::vector<Parabola> found(nodes.size());
+    for (std::size_t i = 1; i + 1 < nodes.size(); ++i) {
+      const double a = nodes[i] - nodes[i - 1], b = nodes[i + 1] - nodes[i];
+      found[i] = {{-b / (a * (a + b)), a / (b * (a + b))},
+                  {1 / (a * (a + b)), 1 / (b * (a + b))},
+                  1 / std::min(a, b)};
+    }
+    return found;
+  }
+  const std::vector<Parabola>& ParabolasOf(i32 axis, i32 along) const {
+    return (along == axis ? mAtLines : mAtCentres)[along];
+  }
   static constexpr double kHuge = 1e300;
 
   const std::vector<double>& NodesOf(i32 axis, i32 along) const {
@@ -82,6 +135,7 @@ class LatticeFlow {
 
   std::array<const EGrid<double>*, 3> mVelocity;
   std::array<std::vector<double>, 3> mLines, mCentres;
+  std::array<std::vector<Parabola>, 3> mAtLines, mAtCentres;
 };
 
 }  // namespace
@@ -99,13 +153,12 @@ void OuterLevel::Advect(double dt) {
         const VecInt3D face{x, y, z};
         const i32 index = velocity.Index(x, y, z);
         if (mLattice.IsInnerFace(axis, face) || !((*mOutside[axis])[index] > 0)) return;
+        const Vec3d way = flow.AtFace(axis, face) * perCell;
+        if (flow.CellsAlong(axis, face, way) < kShortWay) {
+          moved[axis][index] = flow.ParabolaAt(axis, face, way);
+          return;
+        }
         const Vec3d place = flow.PlaceOf(axis, face);
-        const Vec3d way = flow.LinearAt(place) * perCell;
-        double cells = 0;
-        for (i32 a = 0; a < 3; ++a)
-          cells = std::max(cells, std::fabs(way[a]) / mLattice[a].SizeOf(std::min(
-                                                          face[a], mLattice[a].Cells() - 1)));
-        if (cells < kLeastWay) return;
         const Vec3d middle = flow.LinearAt(place - 0.5 * way);
         moved[axis][index] = flow.CubicAt(axis, place - middle * perCell);
       });
