@@ -55,6 +55,9 @@ class Force : public iObject {
   virtual void PrepareFor(Flow& flow);
   void Finish() override;
 
+  /// Whether it rests on the place alone, and so acts beyond the cells of the flow too.
+  virtual bool ActsAnywhere() const { return false; }
+
   using iObject::Evaluate;
   /// Adds to `sample.force`; nothing without `FLAG_ACTIVE`. Runs on all workers at once.
   virtual void Evaluate(ForceSample& sample) = 0;

@@ -18,6 +18,7 @@ class Force_Gravity : public ForceOf<Force_Gravity> {
   static constexpr i32 kAlignmentRow = 1001;
   bool ReadParameters() override;
   void PrepareFor(Flow& flow) override;
+  bool ActsAnywhere() const override { return true; }
 
   /// du = dt w s g, with the weight w of the place, the strength s and the acceleration g.
   double Scale(double weight) const { return mTime->stepDuration * weight * mWeight * mStrength; }

@@ -1,5 +1,7 @@
 #include "fluids/forces/velocity_grid_emitter.h"
 
+#include <algorithm>
+
 #include "grids/work_data.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -15,6 +17,22 @@ bool VelocityGridEmitter::Prepare(Flow& flow) {
     if (!mScratch[axis]) return false;
   }
   return mReady = true;
+}
+
+bool VelocityGridEmitter::ActsAnywhere() const {
+  return mReady && std::any_of(mForces.begin(), mForces.end(), [](const Force* force) {
+           return force->ActsAnywhere() && force->Has(FLAG_ENABLED) && force->Has(FLAG_ACTIVE);
+         });
+}
+
+Vec3d VelocityGridEmitter::ChangeAt(const Vec3d& place, const Vec3d& simToWorld, u32 worker) const {
+  ForceSample sample;
+  sample.worker = worker;
+  sample.position = place;
+  sample.hostPosition = place * simToWorld;
+  for (Force* force : mForces)
+    if (force->ActsAnywhere() && force->Has(FLAG_ENABLED)) force->Evaluate(sample);
+  return sample.force;
 }
 
 void VelocityGridEmitter::Finish() {

@@ -17,6 +17,10 @@ class VelocityGridEmitter {
   /// What `Run` gave to the cells, by axis; null without a run. Until `Finish`, as long as nothing
   /// else takes the flow's work grids.
   const std::array<Grid<double>*, 3>& CellChanges() const { return mScratch; }
+  /// Whether forces act beyond the flow's cells, and what those give at a place in simulation
+  /// units; between `Prepare` and `Finish`, for one of the workers.
+  bool ActsAnywhere() const;
+  Vec3d ChangeAt(const Vec3d& place, const Vec3d& simToWorld, u32 worker) const;
   /// Lets go of the forces.
   void Finish();
 

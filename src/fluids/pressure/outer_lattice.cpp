@@ -13,7 +13,7 @@ constexpr double kNearGrowth = 1.6;  // of a cell to the next one outwards
 constexpr double kFarGrowth = 4;     // where nothing happens any more
 constexpr double kNear = 2;          // widths of the container to there
 constexpr double kMost = 1000;       // to the end of the lattice
-constexpr double kLeastAcross = 10;  // cells across a container of some size
+constexpr double kLeastAcross = 9;   // cells across a container of some size
 constexpr i64 kFineCells = 16;       // at least so many fine cells to a cell of the lattice
 
 /// Sizes of cells that grow from about `first` on and fill `length`, faster beyond `near`.

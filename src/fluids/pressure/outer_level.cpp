@@ -184,35 +184,6 @@ void OuterLevel::BeginStep() {
   WriteSides();
 }
 
-void OuterLevel::AddForce(const std::array<Grid<double>*, 3>& change) {
-  mPush = {};
-  if (!IsCut()) return;
-  const VecInt3D n = mFlow->GetLayout()->dims;
-  const EGrid<float>* cells =
-      mFlow->mFractions.HasField(0, 0) ? mFlow->mFractions.GetRead(0, 0) : nullptr;
-  if (!cells || !change[2]) return;
-  // What isn't alike along the sides has its cause inside.
-  Vec3d least, most;
-  bool any = false;
-  for (i32 axis = 0; axis < 3; ++axis)
-    for (const bool high : {false, true}) {
-      if (!IsFree(axis, high)) continue;
-      CellBox box{{1, 1, 1}, n - VecInt3D{1, 1, 1}};
-      (high ? box.min : box.max)[axis] = high ? n[axis] - 2 : 2;
-      ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-        const i32 cell = change[0]->Index(x, y, z);
-        if (!((*cells)[cell] > 0)) return;
-        const Vec3d here{(*change[0])[cell], (*change[1])[cell], (*change[2])[cell]};
-        least = any ? Min(least, here) : here;
-        most = any ? Max(most, here) : here;
-        any = true;
-      });
-    }
-  for (i32 axis = 0; axis < 3; ++axis)
-    mPush[axis] = least[axis] > 0 ? least[axis] : most[axis] < 0 ? most[axis] : 0;
-  mHasWind = mHasWind || mPush != Vec3d{};
-}
-
 // ---- projection -------------------------------------------------------------------------------
 
 bool OuterLevel::GatherFields(ProjectionFields& fields) {
@@ -285,12 +256,11 @@ std::span<const SideLayer> OuterLevel::FindPressures(const ProjectionFields& fie
                                                      std::span<const double> rhs) {
   if (!IsCut()) return {};
   Advect(fields.dt);
-  const Vec3d push = std::exchange(mPush, {});
-  if (push != Vec3d{})
-    ForEachOutsideFace([&](i32 axis, const VecInt3D& face) {
-      if ((*mOpen[axis])(face.x, face.y, face.z) > 0)
-        (*mVelocity[axis])(face.x, face.y, face.z) += push[axis];
-    });
+  for (i32 axis = 0; axis < 3; ++axis) {
+    for (std::size_t i = 0; i < mPush[axis].size(); ++i)
+      (*mVelocity[axis])[static_cast<i32>(i)] += mPush[axis][i];
+    mPush[axis].clear();
+  }
   Average(true);
   SumInner(fields, rhs);
   if (fields.density)

@@ -1,6 +1,7 @@
 // The gas round a container that follows its content.
 #pragma once
 #include <array>
+#include <functional>
 #include <memory>
 #include <span>
 #include <vector>
@@ -34,8 +35,11 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   void Continue(const GridLayout& before);
   /// Cuts the surroundings of the container for a step, and finds the flow there where it moved.
   void BeginStep();
-  /// Adds to the gas outside what a change of velocity by cell adds alike along all open sides.
-  void AddForce(const std::array<Grid<double>*, 3>& change);
+  /// What forces add to the velocity at a place in simulation units, for one of the workers.
+  using ChangeAt = std::function<Vec3d(const Vec3d& place, u32 worker)>;
+  /// Adds to the gas outside what forces do there, null without any, and of the rest of the change
+  /// of velocity by cell what is alike along all open sides.
+  void AddForce(const std::array<Grid<double>*, 3>& change, const ChangeAt& anywhere);
   std::span<const SideLayer> FindPressures(const ProjectionFields& fields,
                                            std::span<const double> rhs) override;
   /// Takes over what the container moves like now, and gives it the flow beyond its open sides.
@@ -61,6 +65,8 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   /// Takes the mean velocity of the fine faces: of all inner ones, or of those on the sides.
   void Average(bool onlySides);
   void SumInner(const ProjectionFields& fields, std::span<const double> rhs);
+  Vec3d PushAlongSides(const std::array<Grid<double>*, 3>& change, const EGrid<float>& cells,
+                       const ChangeAt& anywhere) const;
   void AverageDensity(const EGrid<double>& fine);
   /// Lets the gas outside carry its velocity along, from what it was when the step began.
   void Advect(double dt);
@@ -86,9 +92,9 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   std::vector<SideLayer> mSides;
   VecInt3D mLow{}, mHigh{};
   u8 mWalls = 0, mFree = 0;
-  Vec3d mPush{};               ///< what forces add outside in this step
-  bool mHasWind = false;       ///< something has moved all of the gas outside alike
-  bool mWithoutInner = false;  ///< the inner cells take no part in the projection
+  std::array<std::vector<double>, 3> mPush;  ///< by face: what forces add outside in this step
+  bool mHasWind = false;                     ///< something has moved all of the gas outside alike
+  bool mWithoutInner = false;                ///< the inner cells take no part in the projection
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -415,7 +415,13 @@ std::vector<std::string> FluidSolver::TakeWarnings() {
 
 bool FluidSolver::ApplyGridForces() {
   mForces.Run(mFlow);
-  if (mPressure.mFarField) mOuter.AddForce(mForces.CellChanges());
+  if (!mPressure.mFarField) return true;
+  OuterLevel::ChangeAt anywhere;
+  if (mForces.ActsAnywhere())
+    anywhere = [this](const Vec3d& place, u32 worker) {
+      return mForces.ChangeAt(place, mFlow.GetLayout()->simToWorld, worker);
+    };
+  mOuter.AddForce(mForces.CellChanges(), anywhere);
   return true;
 }
 
