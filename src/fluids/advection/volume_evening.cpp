@@ -70,8 +70,10 @@ void VolumeEvening::MarkRows() {
   mRows.assign(mDims.y * mDims.z, kNone);
   ForEachRow([&](i32 y, i32 z) {
     const u8* moves = mMoves + mShare->Index(1, y, z);
-    const auto count = std::count(moves, moves + mDims.x - 2, u8{1});
-    mRows[z * mDims.y + y] = count == 0 ? kNone : count == mDims.x - 2 ? kAll : kMixed;
+    const i32 n = mDims.x - 2;
+    const auto parts = std::count_if(moves, moves + n, [](u8 m) { return m & 1; });
+    const bool isWhole = std::count(moves, moves + n, u8{1}) == n;  // no face is closed either
+    mRows[z * mDims.y + y] = parts == 0 ? kNone : isWhole ? kAll : kMixed;
   });
 }
 

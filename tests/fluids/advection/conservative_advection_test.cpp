@@ -160,6 +160,30 @@ TEST(ConservativeAdvection, NothingPassesAThinWall) {
         }
 }
 
+TEST(ConservativeAdvection, APlateAcrossTheBoxLeavesAUniformFieldAsItIs) {
+  for (const i32 scheme : {kConservative, kConservativeMacCormack})
+    for (const i32 axis : {1, 2}) {
+      ConservativeRig rig({24, 12, 12}, 0.1, scheme);
+      rig.SetUp();
+      Vec3d middle{12, 6, 6}, size{60, 60, 60};
+      size[axis] = 0.2;
+      const TurnedBox plate(middle, size, 0, 0, rig.scene->mDomain.cellSize);
+      MeshSolid solid(plate.mesh, rig.scene->mDomain.cellSize);
+      rig.gas->mFlow.mBoundary.mObstacles = {&solid};
+      rig.Fit();
+      rig.RunGas(kEmitters);
+      ASSERT_TRUE(rig.gas->mFlow.mThinFaces.HasAny());
+      GasRig::Fill(*rig.smoke->mGrid, [](const Vec3d&) { return 0.5; });
+      // Whirls on both sides of it.
+      rig.FillVelocity([](const Vec3d& p) { return Stir(p, 0.6) * 1.5; });
+      for (i32 step = 0; step < 50; ++step) rig.RunOperators();
+      ForEachCell({{1, 1, 1}, {25, 13, 13}}, [&](i32 x, i32 y, i32 z) {
+        ASSERT_NEAR((*rig.smoke->mGrid)(x, y, z), 0.5, 0.01)
+            << scheme << " at " << x << " " << y << " " << z;
+      });
+    }
+}
+
 TEST(ConservativeAdvection, MirroredFlowsMoveMirroredFields) {
   for (const i32 scheme : {kConservative, kConservativeMacCormack})
     for (const bool obstacle : {false, true}) {
