@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <map>
 
 #include "fluids/flow/gap_probe.h"
 #include "fluids/flow/solid_surfaces.h"
@@ -21,7 +22,7 @@ constexpr double kFacing = -0.5;                   // at most, of the product of
 constexpr double kContact = 1e-3, kWidestGap = 2;  // cells
 constexpr double kHoldsSmoke = 0.25;               // least open part of a cell
 constexpr double kUnresolved = 0.5;                // cells
-constexpr std::size_t kMostSuspects = 32;          // looked at in a step
+constexpr std::size_t kMostLooks = 8;              // at a pair of solids in a step
 constexpr i32 kGapChunk = 64;
 
 /// Marks the cells of a row, between four rows of nodes, that may lie in a gap: some node isn't in
@@ -111,7 +112,7 @@ NarrowGaps::State NarrowGaps::StateOf(const GridBoundary& boundary) {
               .cell = layout.cellSize,
               .walls = boundary.mWalls};
   for (const VolumeBase* obstacle : boundary.mObstacles)
-    if (obstacle->Has(FLAG_ENABLED) && obstacle->HasGridData())
+    if (obstacle->Has(FLAG_ENABLED) && obstacle->HasGridData() && !obstacle->IsSheet())
       state.obstacles.emplace_back(obstacle, obstacle->GridRevision());
   return state;
 }
@@ -226,36 +227,34 @@ void NarrowGaps::Mark(SolidCells& cells) const {
 void NarrowGaps::Persist(StateArchive& archive) { archive(mTold); }
 
 void NarrowGaps::FindPlaces(const SolidSurfaces& solids, const GridLayout& layout) {
-  std::vector<const Suspect*> suspects;
   const auto volume = [&](i32 solid) { return solid < 0 ? nullptr : solids.Volume(solid); };
-  const auto pair = [&](const Suspect& s) {
-    // A volume that no scene file names has no node.
-    const auto id = [&](i32 solid) {
-      const host::BaseNode* node = solid < 0 ? nullptr : volume(solid)->Node();
-      return node ? node->Id() : solid < 0 ? u64{0} : ~static_cast<u64>(solid);
-    };
-    const auto [low, high] = std::minmax({id(s.one), id(s.other)});
-    return std::pair<u64, u64>(low, high);
+  // A volume that no scene file names has no node.
+  const auto id = [&](i32 solid) {
+    const host::BaseNode* node = solid < 0 ? nullptr : volume(solid)->Node();
+    return node ? node->Id() : solid < 0 ? u64{0} : ~static_cast<u64>(solid);
   };
-  const auto isTold = [&](const Suspect& s) {
-    return std::find(mTold.begin(), mTold.end(), pair(s)) != mTold.end();
-  };
+  std::map<std::pair<u64, u64>, std::vector<const Suspect*>> pairs;
   for (const Layer& layer : mLayers)
-    for (const Suspect& suspect : layer.suspects)
-      if (!isTold(suspect)) suspects.push_back(&suspect);
-  const std::size_t looks = std::min(suspects.size(), kMostSuspects);
+    for (const Suspect& suspect : layer.suspects) {
+      const auto [low, high] = std::minmax({id(suspect.one), id(suspect.other)});
+      pairs[{low, high}].push_back(&suspect);
+    }
   const GapProbe probe(solids, layout.cellSize);
-  for (std::size_t i = 0; i < looks; ++i) {
-    const Suspect& suspect = *suspects[i * suspects.size() / looks];
-    if (isTold(suspect)) continue;
-    const auto gap = probe.Look(suspect.at);
-    if (!gap || gap->width >= kUnresolved * layout.cellSize) continue;
-    // Behind the crease of a mesh that crosses itself its triangles seem to leave room.
-    if (suspect.one == suspect.other && !gap->isParallel) continue;
-    mTold.push_back(pair(suspect));
-    const VolumeBase *one = volume(suspect.one), *other = volume(suspect.other);
-    if (!one) std::swap(one, other);
-    mPlaces.push_back({one, other, gap->at, gap->width / layout.cellSize});
+  for (const auto& [pair, suspects] : pairs) {
+    if (std::find(mTold.begin(), mTold.end(), pair) != mTold.end()) continue;
+    const std::size_t looks = std::min(suspects.size(), kMostLooks);
+    for (std::size_t i = 0; i < looks; ++i) {
+      const Suspect& suspect = *suspects[i * suspects.size() / looks];
+      const auto gap = probe.Look(suspect.at);
+      if (!gap || gap->width >= kUnresolved * layout.cellSize) continue;
+      // Behind the crease of a mesh that crosses itself its triangles seem to leave room.
+      if (suspect.one == suspect.other && !gap->isParallel) continue;
+      const VolumeBase *one = volume(suspect.one), *other = volume(suspect.other);
+      if (!one) std::swap(one, other);
+      mTold.push_back(pair);
+      mPlaces.push_back({one, other, gap->at, gap->width / layout.cellSize});
+      break;
+    }
   }
 }
 

@@ -145,6 +145,22 @@ TEST(NarrowGaps, AreToldOfBelowHalfACellAndNoCreaseIs) {
   EXPECT_NEAR(near[0].width, 0.2, 0.1);
 }
 
+TEST(NarrowGaps, AreToldOfOnceEachHoweverSmallBesideOthers) {
+  const auto meshes = [] {
+    return std::vector{GapBlock({8, 3, 8}, {13, 4, 13}), GapBlock({8, 7.3, 8}, {13, 4, 13}),
+                       GapBlock({8.5, 10.6, 8.5}, {1, 2, 1})};
+  };
+  GapSolids one(meshes(), 0, 1), seven(meshes(), 0, 7);
+  const auto places = one.gaps.TakePlaces(), others = seven.gaps.TakePlaces();
+  ASSERT_EQ(places.size(), 2u);
+  ASSERT_EQ(others.size(), 2u);
+  for (std::size_t i = 0; i < 2; ++i) EXPECT_EQ(places[i].at, others[i].at);
+  // As a run does that goes on: what was told is known, the gaps are found again.
+  one.gaps.Release();
+  one.gaps.Build(one.boundary, 1);
+  EXPECT_TRUE(one.gaps.TakePlaces().empty());
+}
+
 TEST(NarrowGaps, AreTheSameAtAnyThreadCountAndFollowTheSolids) {
   const auto meshes = [] {
     return std::vector{GapBlock({8, 4.1, 8}, {6, 4, 7}, 0.1),
