@@ -196,6 +196,11 @@ void VolumeMesh::Evaluate(const EvaluationThreadData& data) {
   MarkGridChanged();
 }
 
+void VolumeMesh::Persist(StateArchive& archive) {
+  VolumeBase::Persist(archive);
+  archive(mIsSheet, mSheetTriangles);
+}
+
 /// As long as the triangles stay a shape that moves stays what it is.
 void VolumeMesh::FindSheet() {
   if (!IsSolid()) {

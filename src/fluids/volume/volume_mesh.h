@@ -39,6 +39,7 @@ class VolumeMesh : public VolumeBase {
   const ThinWalls* GetThinWalls() const override;
   std::optional<SharpSurface> GetSharpSurface() const override;
   bool IsSheet() const override { return mIsSheet; }
+  void Persist(StateArchive& archive) override;
   /// Unit normal of the triangle that is nearest to node `index` of the grid; zero for a degenerate
   /// triangle, (0, 1, 0) where there is none.
   Vec3d TriangleNormalAt(i32 index) const;
