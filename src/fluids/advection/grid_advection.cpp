@@ -97,6 +97,7 @@ GridAdvection::GridAdvection(BaseNode* node, Scene* scene) : iObject(node, scene
 
 void GridAdvection::Reset() {
   iObject::Reset();
+  mConservative.Release();
   mWatch.Reset();
   mWarnings.clear();
   mIsBooking = false;

@@ -136,6 +136,7 @@ void Flow::Reset() {
   mDivergence.Reset();
   mFractions.Reset();
   mWallCells.Release();
+  mNarrowGaps = {};
 }
 
 void Flow::Release(bool full) {
