@@ -209,12 +209,14 @@ class Run {
       }
       if (frame == first) DescribeScenes();
       for (const auto& scene : mSimulation.Scenes()) MeasureScene(*scene, mNames, record);
+      std::vector<std::string> told = record.warnings;
       if (frame == mSelected.last) {
         mToldLast = mSimulation.TakeWarnings();
-        record.warnings.insert(record.warnings.end(), mToldLast.begin(), mToldLast.end());
+        told.insert(told.end(), mToldLast.begin(), mToldLast.end());
+        // Frames that are added later may show that nothing was amiss.
+        if (frame == mSimulation.Range().last) record.warnings = told;
       }
-      for (const std::string& warning : record.warnings)
-        Warn(fmt::format("frame {}: {}", frame, warning));
+      for (const std::string& warning : told) Warn(fmt::format("frame {}: {}", frame, warning));
       const std::string broken = FindNonFinite(record);
       if (!broken.empty()) {
         mProgress.Error(fmt::format("frame {}: {} is no longer finite", frame, broken));
