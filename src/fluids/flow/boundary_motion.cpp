@@ -55,7 +55,7 @@ std::vector<GridBoundary::Mover> GridBoundary::Movers() const {
       cells.min[a] = static_cast<i32>(std::clamp(std::floor(low[a]), 1.0, last));
       cells.max[a] = static_cast<i32>(std::clamp(std::ceil(high[a]), 1.0, last));
     }
-    movers.push_back({obstacle, cells});
+    movers.push_back({obstacle, cells, travel});
   }
   return movers;
 }

@@ -69,6 +69,7 @@ class GridBoundary {
   struct Mover {
     const VolumeBase* obstacle;
     CellBox reach;  ///< the inner cells that it may cover or leave
+    double travel;  ///< how far it moves at most in this step, simulation units
   };
   /// The obstacles that move in this step.
   std::vector<Mover> Movers() const;

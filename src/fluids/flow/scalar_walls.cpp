@@ -158,13 +158,15 @@ void ScalarWalls::MarkStart(const GridBoundary& boundary,
 void ScalarWalls::MarkPassed(const std::vector<GridBoundary::Mover>& movers) {
   mPassed.clear();
   if (!mThin) return;
-  for (const auto& [obstacle, reach] : movers) {
+  for (const auto& [obstacle, reach, travel] : movers) {
+    const double farthest = travel + mState->mLayout.cellSize;
     const ThinWalls* walls = obstacle->GetThinWalls();
     if (!walls || walls->Faces().empty()) continue;
     ForEachCell(reach, [&](i32 x, i32 y, i32 z) {
       u8& state = (*mState)(x, y, z);
       const Vec3d p = mState->PositionOf(x, y, z);
       if (state != kOpen || !obstacle->IsInBounds(p)) return;
+      if (std::abs(obstacle->DistanceAtWorld(p)) > farthest) return;
       const Vec3d motion = obstacle->SurfaceVelocityAt(p);
       if (!obstacle->HasPassed(p, motion)) return;
       state = kLeft;
