@@ -33,6 +33,7 @@ void FormatLedger(JsonLine& json, const FieldLedger& ledger) {
   json.Key("trapped").Number(ledger.trapped);
   json.Key("handed_over").Number(ledger.handedOver);
   json.Key("drift").Number(ledger.drift);
+  json.Key("total").Number(ledger.total);
   json.Close('}');
 }
 

@@ -51,15 +51,17 @@ TEST(Books, EntriesAddUpToTheChangeOfEachTotal) {
           continue;
         }
         const json& ledger = record["ledger"];
-        const double sum = record["sum"].get<double>();
+        const double sum = Entry(ledger, "total");
         EXPECT_NEAR(sum - before[channel], Change(ledger), 1e-9 * (1 + std::fabs(sum)))
             << name << ": " << channel << " in frame " << frame["frame"];
         before[channel] = sum;
         for (const auto& [key, value] : ledger.items()) seen[key] += std::fabs(value.get<double>());
+        if (name != std::string_view("crossing_ball"))
+          EXPECT_NEAR(sum, record["sum"].get<double>(), 1e-9 * (1 + std::fabs(sum)));
       }
   }
-  for (const auto& [key, amount] : seen) EXPECT_GT(amount, 0) << key;
-  EXPECT_EQ(seen.size(), 8u);
+  for (const auto& [key, amount] : seen) EXPECT_GT(amount, 1e-6) << key;
+  EXPECT_EQ(seen.size(), 9u);
 }
 
 TEST(Books, AFireMakesWhatItsFuelGives) {

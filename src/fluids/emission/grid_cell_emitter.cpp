@@ -102,6 +102,7 @@ void Grid_CellEmitter::Prepare() {
     op->Attach(channel);
     op->Prepare();
   }
+  if (mTarget.scalar) mTarget.scalar->SettleEmission();
   SetFlag(FLAG_ACTIVE, true);
 }
 

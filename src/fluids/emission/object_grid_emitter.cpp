@@ -247,7 +247,7 @@ void ObjectGridEmitter::EmitInto(Field& field, const Amount& amount, const Targe
 void ObjectGridEmitter::NoteSolid(const Vec3d& p) const {
   if (mHasOpened.load(std::memory_order_relaxed)) return;
   const auto solid = std::find_if(mObstacles.begin(), mObstacles.end(), [&](VolumeBase* obstacle) {
-    return obstacle->HasGridData() && obstacle->DistanceAtWorld(p) <= 0;
+    return obstacle->HasGridData() && obstacle->IsInBounds(p) && obstacle->DistanceAtWorld(p) <= 0;
   });
   if (solid == mObstacles.end()) return SetOnce(mHasOpened, true);
   const i32 index = static_cast<i32>(solid - mObstacles.begin());
@@ -293,7 +293,7 @@ void ObjectGridEmitter::Finish() {
     }
   }
   for (const Target& target : mTargets) {
-    if (target.scalar) target.scalar->BookEmission();
+    if (target.scalar) target.scalar->NoteEmission();
   }
   SetFlag(FLAG_ACTIVE, false);
   mWeights.clear();

@@ -278,7 +278,7 @@ void ParticleToGridEmitter::Finish() {
   mPoints.clear();
   if (Has(FLAG_ACTIVE))
     for (const ChannelValue* value : mValues)
-      if (value->mScalar) value->mScalar->BookEmission();
+      if (value->mScalar) value->mScalar->NoteEmission();
   mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
   Operator_ToGrid::Finish();

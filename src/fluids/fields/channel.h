@@ -141,8 +141,17 @@ class ScalarGridChannel : public ChannelBase_Scalar<T, G> {
   /// What the total has changed by since the last look; 0 without an account.
   double LookAtTotal();
   /// Books what has changed since the last look to emitters, or to operators.
-  void BookEmission() { mAccount.AddEmission(LookAtTotal()); }
+  void BookEmission() {
+    mIsFed = false;
+    mAccount.AddEmission(LookAtTotal());
+  }
   void BookWork() { mAccount.AddWork(LookAtTotal()); }
+  /// An emitter has filled it. One look serves all emitters: whoever changes the field next has
+  /// their part settled before.
+  void NoteEmission() { mIsFed = true; }
+  void SettleEmission() {
+    if (mIsFed) BookEmission();
+  }
 
   /// Swaps the data of the two buffers, if there are two.
   virtual void SwapBuffers();
@@ -154,6 +163,11 @@ class ScalarGridChannel : public ChannelBase_Scalar<T, G> {
 
   std::unique_ptr<G> mPrevious;
   FieldAccount mAccount;
+
+ private:
+  void BookMovedSides();
+
+  bool mIsFed = false;  ///< by emitters, since the last look
 };
 
 /// A vector field in three component grids.

@@ -68,7 +68,10 @@ void FieldAccount::AddWork(double change) {
     mLedger.burnt -= change;
 }
 
-FieldLedger FieldAccount::Take() { return std::exchange(mLedger, {}); }
+FieldLedger FieldAccount::Take() {
+  mLedger.total = mTotal;
+  return std::exchange(mLedger, {});
+}
 
 double FieldAccount::TakeGiven() { return std::exchange(mGiven, 0); }
 

@@ -18,6 +18,7 @@ struct FieldLedger {
   double trapped = 0;     ///< in solids, without a way out
   double handedOver = 0;  ///< what moving solids pushed to other cells; changes no total
   double drift = 0;       ///< what moving it added, and nothing else explains
+  double total = 0;       ///< that there is at the end
 };
 
 /// Keeps the ledger of a field. Whoever changes the field has the change looked at and books it.

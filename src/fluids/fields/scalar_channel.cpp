@@ -128,6 +128,7 @@ void ScalarGridChannel<T, G>::Reset() {
   ChannelBase_Scalar<T, G>::Reset();
   ResetGrid(mPrevious, this->mInitial);
   mAccount = {};
+  mIsFed = false;
   BookWork();
 }
 
@@ -146,7 +147,7 @@ bool ScalarGridChannel<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
   if (!before || this->ClearsNow())
     BookWork();
   else if (!before->Equals(this->mGrid->mLayout))
-    mAccount.mLedger.left -= LookAtTotal();  // the container's sides moved past what is there
+    BookMovedSides();
   if (!this->mKeepPrevious) {
     Release(false);
   } else if (!FitPrevious(mPrevious, *this->mGrid, this->mInitial)) {
@@ -155,8 +156,19 @@ bool ScalarGridChannel<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
   return true;
 }
 
+/// New cells hold what the field starts with; what old ones held stays behind.
+template <class T, class G>
+void ScalarGridChannel<T, G>::BookMovedSides() {
+  const double change = LookAtTotal();
+  if (change > 0)
+    mAccount.AddWork(change);
+  else
+    mAccount.mLedger.left -= change;
+}
+
 template <class T, class G>
 void ScalarGridChannel<T, G>::UpdateRange() {
+  SettleEmission();
   BookWork();
   ChannelBase_Scalar<T, G>::UpdateRange();
   mAccount.mLedger.trimmed -= LookAtTotal();

@@ -173,6 +173,8 @@ void GridCombustion::Prepare() {
   if (RestsByDeadLink(*this, kFuelRow)) return;
   if (IsPlayed(mTemperature, mFire, mFuel, mSmoke)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids() || !PlaceExpansion()) return;
+  for (ScalarField* field : {mTemperature, mFuel, mSmoke})
+    if (field) field->SettleEmission();
   mThreshold = FlameThreshold(*mFire, mT->mRangeMax);
   mIgnition = mKindled ? mKindled->mIgnition : mFuel ? kPlainIgnition : 0;
   mBurnStep = mBurnRate * dt;

@@ -134,6 +134,7 @@ void GridCooling::Prepare() {
   if (IsPlayed(mTemperature, mFire)) return (void)Deactivate(kPlayedReason);
   if (!mT) return (void)Deactivate("its temperature has no grid");
   if (mF && mF->Dims() != mT->Dims()) return (void)Deactivate("its channels have different grids");
+  mTemperature->SettleEmission();
   const double span = mT->mRangeMax - mT->mRangeMin;
   mColdest = mT->mRangeMin;
   mInvSpan = 1 / span;

@@ -96,6 +96,7 @@ void GridDissipate::Prepare() {
   if (mGrids[0]->mNz < 3) return (void)Deactivate("its channel has no inner cells");
   mIsConstrained = !mConstraints.IsEmpty();
   mConstraints.Prepare(this);
+  if (mScalar) mScalar->SettleEmission();
   SetFlag(FLAG_ACTIVE, true);
 }
 

@@ -194,6 +194,10 @@ TEST_F(GridEmitter, NamesTheObstacleThatAllItsCellsLieIn) {
     return std::string(emitter.mInactiveReason ? emitter.mInactiveReason : "");
   };
   EXPECT_EQ(why(0.2), "") << "some of its cells lie outside";
+  // Beyond the grid of an obstacle its last nodes tell nothing.
+  solid.Make({0.61, 0.1, 0.63}, 0.3, {14, 4, 14}, {-h, -h, -h});
+  Run(1);
+  EXPECT_STREQ(emitter.mInactiveReason ? emitter.mInactiveReason : "", "");
   EXPECT_THAT(why(0.5), testing::HasSubstr("they lie in the obstacle 'rock'"));
 }
 
