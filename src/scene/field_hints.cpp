@@ -2,9 +2,10 @@
 
 #include <fmt/format.h>
 
-#include <functional>
+#include <algorithm>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "cache/cache_rows.h"
 #include "fluids/advection/grid_advection.h"
@@ -89,8 +90,7 @@ class FieldHints {
 
   /// Whether anything but 0 may ever come into a field.
   bool IsFed(const BaseNode& field) const {
-    for (const i32 row : {field_row::kInitialValue, field_row::kValueMin})
-      if (FindRow(*field.Table(), row) && !IsNothing(field, row)) return true;
+    if (!BeginsWithNothing(field)) return true;
     const ParameterRow* map = FindRow(*field.Table(), field_row::kTextureCoordinates);
     if (map && LongOf(ValueOf(field, map->id), 0) == 1) return true;
     for (const BaseNode* reader : ReadersOf(field))
@@ -98,12 +98,19 @@ class FieldHints {
     return false;
   }
 
-  static bool IsNothing(const BaseNode& field, i32 row) {
-    if (field.Tracks().contains(row)) return false;
-    const Value& value = ValueOf(field, row);
-    if (const double* real = std::get_if<double>(&value)) return *real <= 0;
-    const Vec3d* vector = std::get_if<Vec3d>(&value);
-    return vector && *vector == Vec3d{};
+  static bool BeginsWithNothing(const BaseNode& field) {
+    double value = 0;
+    for (const i32 row : {field_row::kInitialValue, field_row::kValueMin}) {
+      if (!FindRow(*field.Table(), row)) continue;
+      if (field.Tracks().contains(row)) return false;
+      const Value& given = ValueOf(field, row);
+      if (const Vec3d* vector = std::get_if<Vec3d>(&given); vector && *vector != Vec3d{})
+        return false;
+      // A value below the range is raised to it.
+      if (const double* real = std::get_if<double>(&given))
+        value = row == field_row::kInitialValue ? *real : std::max(value, *real);
+    }
+    return value == 0;
   }
 
   bool Feeds(const BaseNode& node, const BaseNode& field) const {

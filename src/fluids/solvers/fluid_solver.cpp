@@ -313,8 +313,7 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
   if (!usable) {
     Deactivate(
         "no emitter fills anything in its box; it begins at its position, its lowest corner, and "
-        "its "
-        "box_size is in host units");
+        "its box_size is in host units");
     return;
   }
   const double padding = paddingCells;
