@@ -328,12 +328,19 @@ void OuterLevel::ContinuePressure() {
       if (before[c]) return;
       double sum = 0;
       i32 count = 0;
-      for (i32 axis = 0; axis < 3; ++axis) {
-        if (cell[axis] > 0 && before[c - offsets[axis]])
-          sum += mPressure[c - offsets[axis]], ++count;
-        if (cell[axis] < n[axis] - 1 && before[c + offsets[axis]])
-          sum += mPressure[c + offsets[axis]], ++count;
-      }
+      // On in a straight line, as pressure rises towards a floor.
+      const auto goOn = [&](i32 axis, i32 step) {
+        const OuterAxis& cut = mLattice[axis];
+        const i32 one = cell[axis] + step, two = one + step, last = n[axis] - 1;
+        if (one < 0 || one > last || !before[c + step * offsets[axis]]) return;
+        const double near = mPressure[c + step * offsets[axis]];
+        sum += near, ++count;
+        if (two < 0 || two > last || !before[c + 2 * step * offsets[axis]]) return;
+        const double slope = (near - mPressure[c + 2 * step * offsets[axis]]) /
+                             (cut.CentreOf(one) - cut.CentreOf(two));
+        sum += slope * (cut.CentreOf(cell[axis]) - cut.CentreOf(one));
+      };
+      for (i32 axis = 0; axis < 3; ++axis) goOn(axis, -1), goOn(axis, 1);
       if (count == 0) return;
       mPressure[c] = sum / count;
       known[c] = 1;
