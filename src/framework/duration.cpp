@@ -39,13 +39,13 @@ const ParameterTable& Duration::Parameters() {
       RealRow(kStartRow, "start", 0.0, "s", "how long it waits before the first puff")
           .OnlyWith(kUseFramesRow, {0})
           .To(&Duration::start),
-      LongRow(1002, "repeats", 0, "", "further puffs after the first")
+      LongRow(kRepeatsRow, "repeats", 0, "", "further puffs after the first")
           .AtLeast(0)
           .To(&Duration::repeats),
-      RealRow(1003, "pause", 10.0, "s", "quiet time between two puffs")
+      RealRow(kPauseRow, "pause", 10.0, "s", "quiet time between two puffs")
           .OnlyWith(kUseFramesRow, {0})
           .To(&Duration::pause),
-      CurveRow(1004, "curve",
+      CurveRow(kCurveRow, "curve",
                "strength from the beginning (0) to the end (1); without it a puff fades out")
           .To(&Duration::spline),
       LongRow(1005, "length_frames", 0, "frames", "how many frames a puff lasts, with use_frames")
@@ -55,7 +55,8 @@ const ParameterTable& Duration::Parameters() {
               "how many frames it waits before the first puff, with use_frames")
           .OnlyWith(kUseFramesRow, {1})
           .To(&Duration::mStartFrames),
-      LongRow(1007, "pause_frames", 10, "frames", "quiet frames between two puffs, with use_frames")
+      LongRow(kPauseFramesRow, "pause_frames", 10, "frames",
+              "quiet frames between two puffs, with use_frames")
           .OnlyWith(kUseFramesRow, {1})
           .To(&Duration::mPauseFrames),
       BoolRow(kUseFramesRow, "use_frames", false,

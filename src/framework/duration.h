@@ -13,7 +13,8 @@ class Duration : public iBase {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kStartRow = 1001, kStartFramesRow = 1006, kUseFramesRow = 1008;
+  static constexpr i32 kStartRow = 1001, kRepeatsRow = 1002, kPauseRow = 1003, kCurveRow = 1004,
+                       kStartFramesRow = 1006, kPauseFramesRow = 1007, kUseFramesRow = 1008;
   bool ReadParameters() override;
 
   /// Whether the window is open at `time` (seconds). A length of 0 or less is open from `start` on.

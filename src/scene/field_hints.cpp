@@ -1,4 +1,4 @@
-#include "scene/field_hints.h"
+#include "scene/hint_base.h"
 
 #include <fmt/format.h>
 
@@ -16,7 +16,6 @@
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
 #include "fluids/solvers/fluid_solver.h"
-#include "nodes/catalogue.h"
 #include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
@@ -26,16 +25,17 @@ using namespace MELDO_SULVA;
 
 namespace {
 
-class FieldHints {
+class FieldHints : public HintBase {
  public:
-  FieldHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics)
-      : mScene(scene), mPlaces(places), mDiagnostics(diagnostics) {}
+  using HintBase::HintBase;
 
   void LookAt(const BaseNode& server) {
     mFields.clear();
     mAdvections.clear();
     mHasSolver = mHasGas = false;
+    mNodes.clear();
     Collect(server);
+    Sort();
     for (const BaseNode* field : mFields) {
       LookAtRange(*field);
       if (mHasSolver) LookAtMoves(*field);
@@ -46,44 +46,15 @@ class FieldHints {
   }
 
  private:
-  void Collect(const BaseNode& node) {
-    for (const BaseNode* child : node.Children()) {
-      Collect(*child);
-      const NodeKind* kind = FindKind(child->Type());
-      if (!child->IsEnabled() || !kind) continue;
-      if (kind->list == kListChannels) mFields.push_back(child);
+  void Sort() {
+    for (const BaseNode* node : mNodes) {
+      const NodeKind* kind = FindKind(node->Type());
+      if (!kind) continue;
+      if (kind->list == kListChannels) mFields.push_back(node);
       if (kind->list == kListSolvers) mHasSolver = true;
-      if (kind->list == kListSolvers && Works(*child)) mHasGas = true;
-      if (IsA<GridAdvection>(*child) && Works(*child)) mAdvections.push_back(child);
+      if (kind->list == kListSolvers && MayWork(*node)) mHasGas = true;
+      if (IsA<GridAdvection>(*node) && MayWork(*node)) mAdvections.push_back(node);
     }
-  }
-
-  bool Works(const BaseNode& node) const {
-    const NodeReach* reach = mScene.reach.Of(node.Id());
-    return !reach || reach->MayWork();
-  }
-  const std::vector<const BaseNode*>& ReadersOf(const BaseNode& node) const {
-    static const std::vector<const BaseNode*> none;
-    const NodeReach* reach = mScene.reach.Of(node.Id());
-    return reach ? reach->readers : none;
-  }
-  const BaseNode* Linked(const BaseNode& node, i32 row) const {
-    const Value* value = node.Get(row);
-    const Link* link = value ? std::get_if<Link>(value) : nullptr;
-    return link ? mScene.document->Find(link->node) : nullptr;
-  }
-  static const Value& ValueOf(const BaseNode& node, i32 row) {
-    const Value* value = node.Get(row);
-    return value ? *value : FindRow(*node.Table(), row)->WhenMissing();
-  }
-  static std::string_view NameOf(const BaseNode& node, i32 row) {
-    return FindRow(*node.Table(), row)->name;
-  }
-  static std::string Named(const BaseNode& node) { return fmt::format("'{}'", Shown(node.Name())); }
-
-  void Warn(const BaseNode& node, const std::string& text, i32 row = 0) {
-    mDiagnostics.Warning(mPlaces.Of(node, row ? NameOf(node, row) : ""),
-                         fmt::format("{} \"{}\": {}", TypeWord(node), Shown(node.Name()), text));
   }
 
   // ---- what goes in -----------------------------------------------------------------------------
@@ -92,9 +63,9 @@ class FieldHints {
   bool IsFed(const BaseNode& field) const {
     if (!BeginsWithNothing(field)) return true;
     const ParameterRow* map = FindRow(*field.Table(), field_row::kTextureCoordinates);
-    if (map && LongOf(ValueOf(field, map->id), 0) == 1) return true;
+    if (map && Whole(field, map->id) == 1) return true;
     for (const BaseNode* reader : ReadersOf(field))
-      if (Works(*reader) && Feeds(*reader, field)) return true;
+      if (MayWork(*reader) && Feeds(*reader, field)) return true;
     return false;
   }
 
@@ -103,11 +74,9 @@ class FieldHints {
     for (const i32 row : {field_row::kInitialValue, field_row::kValueMin}) {
       if (!FindRow(*field.Table(), row)) continue;
       if (field.Tracks().contains(row)) return false;
-      const Value& given = ValueOf(field, row);
-      if (const Vec3d* vector = std::get_if<Vec3d>(&given); vector && *vector != Vec3d{})
-        return false;
+      if (const Vec3d* vector = Get<Vec3d>(field, row); vector && *vector != Vec3d{}) return false;
       // A value below the range is raised to it.
-      if (const double* real = std::get_if<double>(&given))
+      if (const double* real = Get<double>(field, row))
         value = row == field_row::kInitialValue ? *real : std::max(value, *real);
     }
     return value == 0;
@@ -120,7 +89,7 @@ class FieldHints {
     if (kind->list == kListSettings) {
       const auto& users = ReadersOf(node);
       return Names(node, field, true) && std::any_of(users.begin(), users.end(), [&](auto* user) {
-               return user->Type() != kServerNode && Works(*user);
+               return user->Type() != kServerNode && MayWork(*user);
              });
     }
     if (kind->list == kListCaches) {
@@ -153,7 +122,7 @@ class FieldHints {
 
   void TellUnfed(const BaseNode& field) {
     for (const BaseNode* reader : ReadersOf(field)) {
-      if (reader->Type() == kServerNode || !Works(*reader)) continue;
+      if (reader->Type() == kServerNode || !MayWork(*reader)) continue;
       const bool burns = IsA<GridCombustion>(*reader);
       if (!burns && !Names(*reader, field, false)) continue;
       return Warn(field, fmt::format("{} reads it, and no emitter, operator or cache that works "
@@ -181,7 +150,7 @@ class FieldHints {
     }
     // What is cleared in each step shows where it was emitted, and means to.
     const ParameterRow* clears = FindRow(*field.Table(), field_row::kClearEachStep);
-    if (!isFed || isMoved || (clears && LongOf(ValueOf(field, clears->id), 0) == 1)) return;
+    if (!isFed || isMoved || (clears && Whole(field, clears->id) == 1)) return;
     Warn(field,
          fmt::format("an emitter feeds it, but nothing moves it; add a {} that has it as its '{}'",
                      GridAdvection::Kind().type,
@@ -208,9 +177,8 @@ class FieldHints {
                        NameOf(advection, GridAdvection::kTargetRow)),
            GridAdvection::kSolverRow);
     if (const ParameterRow* previous = FindRow(*target->Table(), field_row::kKeepPrevious);
-        previous && LongOf(ValueOf(*target, previous->id), 0) == 0 &&
-        !target->Tracks().contains(previous->id) && target != solver &&
-        mStuck.insert(target).second)
+        previous && Whole(*target, previous->id) == 0 && !target->Tracks().contains(previous->id) &&
+        target != solver && mStuck.insert(target).second)
       Warn(*target,
            fmt::format("'{}' is off, and {} can't move it without", previous->name,
                        Named(advection)),
@@ -228,12 +196,9 @@ class FieldHints {
   void LookAtRange(const BaseNode& field) {
     for (const i32 row : {field_row::kValueMin, field_row::kValueMax, field_row::kInitialValue})
       if (!FindRow(*field.Table(), row) || field.Tracks().contains(row)) return;
-    const Value &low = ValueOf(field, field_row::kValueMin),
-                &high = ValueOf(field, field_row::kValueMax),
-                &initial = ValueOf(field, field_row::kInitialValue);
-    const double* least = std::get_if<double>(&low);
-    const double* most = std::get_if<double>(&high);
-    const double* first = std::get_if<double>(&initial);
+    const double* least = Get<double>(field, field_row::kValueMin);
+    const double* most = Get<double>(field, field_row::kValueMax);
+    const double* first = Get<double>(field, field_row::kInitialValue);
     if (!least || !most || !first) return;
     if (*most <= *least) {
       Warn(field,
@@ -253,9 +218,6 @@ class FieldHints {
     }
   }
 
-  const LoadedScene& mScene;
-  const ScenePlaces& mPlaces;
-  Diagnostics& mDiagnostics;
   std::vector<const BaseNode*> mFields, mAdvections;  ///< of the server, those that take part
   std::map<std::pair<const BaseNode*, const BaseNode*>, const BaseNode*> mMoved;
   std::set<const BaseNode*> mStuck;          ///< told of: they keep nothing that could be moved

@@ -11,7 +11,6 @@
 #include "host/exit_codes.h"
 #include "host/mesh_files.h"
 #include "nodes/catalogue.h"
-#include "scene/field_hints.h"
 #include "scene/output_name.h"
 #include "scene/render_section.h"
 #include "scene/scene_advice.h"
@@ -279,7 +278,6 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   TellOrder(scene.servers, places, diagnostics);
   if (diagnostics.HasErrors()) return {};
   AddHints(scene, places, diagnostics);
-  AddFieldHints(scene, places, diagnostics);
   return scene;
 }
 

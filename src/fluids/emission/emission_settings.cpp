@@ -74,7 +74,7 @@ const ParameterTable& GridEmissionSettings::Parameters() {
               "add piles up, set replaces what was there, add_to_limit stops at the limit")
           .Choices({{0, "add"}, {1, "set"}, {2, "add_to_limit"}})
           .To(&GridEmissionSettings::mMode),
-      LinkRow(1003, "limit",
+      LinkRow(kLimitRow, "limit",
               "value node with the level at which add_to_limit stops; without it the upper end of "
               "the channel's range",
               {EmissionRate::Kind().id})

@@ -28,7 +28,7 @@ class GridEmissionSettings : public iEmissionSettings {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kModeRow = 1000, kRateRow = 1002, kDurationRow = 1004,
+  static constexpr i32 kModeRow = 1000, kRateRow = 1002, kLimitRow = 1003, kDurationRow = 1004,
                        kFalloffCurveRow = 1005, kFalloffRow = 1006, kAmountRow = 1013,
                        kVectorAmountRow = 1014;
   void CheckDirty() override;

@@ -45,12 +45,13 @@ const ParameterTable& Force_Buoyancy::Parameters() {
               "another field that weighs it down; weights then count twice")
           .AcceptsAny(kScalarChannels)
           .To(&Force_Buoyancy::mDensity2),
-      VectorRow(1003, "direction", {0, 1, 0}, "none", "which way hot gas goes, in world axes")
+      VectorRow(kDirectionRow, "direction", {0, 1, 0}, "none",
+                "which way hot gas goes, in world axes")
           .To(&Force_Buoyancy::mUpwards),
-      RealRow(1004, "temperature_coefficient", 0.0015, "m/s^2/K",
+      RealRow(kTemperatureRow, "temperature_coefficient", 0.0015, "m/s^2/K",
               "how wildly hot gas rises, per degree above the channel's minimum")
           .To(&Force_Buoyancy::mTemperatureCoefficient),
-      RealRow(1005, "density_coefficient", -0.008, "m/s^2",
+      RealRow(kDensityRow, "density_coefficient", -0.008, "m/s^2",
               "how smoke moves by its own weight: negative sinks, positive rises")
           .To(&Force_Buoyancy::mDensityCoefficient),
       LinkRow(1009, "duration", "lifts only inside this time window", {Duration::Kind().id})

@@ -13,6 +13,7 @@ class Force_Buoyancy : public ForceOf<Force_Buoyancy> {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kDirectionRow = 1003, kTemperatureRow = 1004, kDensityRow = 1005;
   bool ResolveLinks() override;
   void ClearLinks() override;
 

@@ -68,7 +68,7 @@ const NodeKind& Force_Swirling::Kind() {
 const ParameterTable& Force_Swirling::Parameters() {
   static const ParameterTable table = {
       RealRow(
-          1000, "strength", 0.8, "1/s",
+          kStrengthRow, "strength", 0.8, "1/s",
           "how curly it gets: too much looks like boiling; counts a fifth unless along_flow is on")
           .To(&Force_Swirling::mStrength),
       LinkRow(1001, "duration", "curls only inside this time window", {Duration::Kind().id})

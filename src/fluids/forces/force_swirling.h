@@ -13,6 +13,7 @@ class Force_Swirling : public ForceOf<Force_Swirling> {
   Force_Swirling() = default;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kStrengthRow = 1000;
   bool ReadParameters() override;
   void Release(bool full) override;
 

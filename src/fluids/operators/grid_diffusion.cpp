@@ -182,7 +182,7 @@ const ParameterTable& GridDiffusion::Parameters() {
               "how it blurs: gaussian wide and even, the others between neighbours")
           .Choices({{0, "gaussian"}, {1, "smooth"}, {2, "grow"}})
           .To(&GridDiffusion::mMode),
-      RealRow(1001, "strength", 1.0, "host/s",
+      RealRow(kStrengthRow, "strength", 1.0, "host/s",
               "how soft it gets: with gaussian the width of the blur behind a second, in host "
               "units; else how much neighbours count, in cells a second")
           .AtLeast(0)

@@ -20,6 +20,7 @@ class GridDiffusion : public iObject {
   GridDiffusion(host::BaseNode* node, Scene* scene) : iObject(node, scene) {}
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kStrengthRow = 1001;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void CheckDirty() override;

@@ -51,7 +51,7 @@ const ParameterTable& GridDissipate::Parameters() {
           .To(&GridDissipate::mVector)
           .Writes()
           .Required(),
-      RealRow(1001, "rate", 0.04, "1/s^2",
+      RealRow(kRateRow, "rate", 0.04, "1/s^2",
               "how quickly smoke thins out: share of the range, times the square of the step's "
               "length, per substep")
           .AtLeast(0)

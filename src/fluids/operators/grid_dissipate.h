@@ -13,6 +13,7 @@ class GridDissipate : public iObject {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kRateRow = 1001;
   bool ResolveLinks() override;
   void CheckDirty() override;
   void Prepare() override;

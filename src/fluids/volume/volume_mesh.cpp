@@ -55,7 +55,7 @@ const ParameterTable& VolumeMesh::Parameters() {
           .Kept(),
       VectorRow(1005, "preview_size", {100, 100, 100}, "host", "of the box that a viewport shows")
           .Kept(),
-      RealRow(1006, "shell_thickness", 1.0, "none",
+      RealRow(kShellRow, "shell_thickness", 1.0, "none",
               "1 is solid; less makes a hollow skin of that part of the greatest depth")
           .AtLeast(0)
           .To(&VolumeMesh::mShellThickness),

@@ -16,7 +16,8 @@ class VolumeMesh : public VolumeBase {
   VolumeMesh(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kAffectsBoundsRow = 1001, kMeshRow = 1003, kInvertedRow = 1007;
+  static constexpr i32 kAffectsBoundsRow = 1001, kMeshRow = 1003, kShellRow = 1006,
+                       kInvertedRow = 1007;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void CheckDirty() override;

@@ -1,0 +1,87 @@
+#include "scene/hint_base.h"
+
+#include <fmt/format.h>
+
+#include "scene/scene_values.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+
+void HintBase::Collect(const BaseNode& node) {
+  for (const BaseNode* child : node.Children()) {
+    if (child->IsEnabled()) mNodes.push_back(child);
+    Collect(*child);
+  }
+}
+
+const Value* HintBase::ValueOf(const BaseNode& node, i32 row) {
+  if (const Value* value = node.Get(row)) return value;
+  const ParameterRow* own = node.Table() ? FindRow(*node.Table(), row) : nullptr;
+  return own ? &own->WhenMissing() : nullptr;
+}
+
+double HintBase::Number(const BaseNode& node, i32 row) {
+  const double* number = Get<double>(node, row);
+  return number ? *number : 0;
+}
+
+i32 HintBase::Whole(const BaseNode& node, i32 row) {
+  const i32* whole = Get<i32>(node, row);
+  return whole ? *whole : 0;
+}
+
+std::string HintBase::Text(const BaseNode& node, i32 row) {
+  const std::string* text = Get<std::string>(node, row);
+  return text ? *text : "";
+}
+
+const BaseNode* HintBase::Linked(const BaseNode& node, i32 row) const {
+  const Link* link = Get<Link>(node, row);
+  return link ? mScene.document->Find(link->node) : nullptr;
+}
+
+std::string_view HintBase::NameOf(const BaseNode& node, i32 row) {
+  return FindRow(*node.Table(), row)->name;
+}
+
+std::string HintBase::Named(const BaseNode& node) {
+  return fmt::format("'{}'", Shown(node.Name()));
+}
+
+std::set<NodeId> HintBase::LinksOf(const BaseNode& node) {
+  std::set<NodeId> linked;
+  for (const auto& [id, value] : node.Values()) {
+    if (const Link* link = std::get_if<Link>(&value)) linked.insert(link->node);
+    if (const auto* list = std::get_if<InExcludeData>(&value))
+      for (const InExcludeData::Entry& entry : list->entries) linked.insert(entry.node);
+  }
+  return linked;
+}
+
+bool HintBase::MayWork(const BaseNode& node) const {
+  const NodeReach* reach = mScene.reach.Of(node.Id());
+  return !reach || reach->MayWork();
+}
+
+const std::vector<const BaseNode*>& HintBase::ReadersOf(const BaseNode& node) const {
+  static const std::vector<const BaseNode*> none;
+  const NodeReach* reach = mScene.reach.Of(node.Id());
+  return reach ? reach->readers : none;
+}
+
+namespace {
+std::string Sentence(const BaseNode& node, const std::string& text) {
+  return fmt::format("{} \"{}\": {}", TypeWord(node), Shown(node.Name()), text);
+}
+}  // namespace
+
+void HintBase::Warn(const BaseNode& node, const std::string& text, i32 row) {
+  mDiagnostics.Warning(mPlaces.Of(node, row ? NameOf(node, row) : ""), Sentence(node, text));
+}
+
+void HintBase::Note(const BaseNode& node, const std::string& text, i32 row) {
+  mDiagnostics.Note(mPlaces.Of(node, row ? NameOf(node, row) : ""), Sentence(node, text));
+}
+
+}  // namespace MELDO_GLOBAL::app

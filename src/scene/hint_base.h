@@ -1,0 +1,62 @@
+// What hints about scenes look at: nodes, and what stands in their rows.
+#pragma once
+#include <functional>
+#include <set>
+
+#include "nodes/catalogue.h"
+#include "scene/loaded_scene.h"
+#include "scene/scene_places.h"
+
+namespace MELDO_GLOBAL::app {
+
+/// Base of those that look through the nodes of a scene and warn of some.
+class HintBase {
+ public:
+  HintBase(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics)
+      : mScene(scene), mPlaces(places), mDiagnostics(diagnostics) {}
+
+ protected:
+  using BaseNode = host::BaseNode;
+  using NodeId = host::NodeId;
+
+  /// Takes the nodes below one that are switched on.
+  void Collect(const BaseNode& node);
+
+  /// What a row gives: the node's value, else that of a node without one; null where the node has
+  /// no such row, or one of another type.
+  template <class T>
+  static const T* Get(const BaseNode& node, i32 row) {
+    const host::Value* value = ValueOf(node, row);
+    return value ? std::get_if<T>(value) : nullptr;
+  }
+  static const host::Value* ValueOf(const BaseNode& node, i32 row);
+  static double Number(const BaseNode& node, i32 row);
+  static i32 Whole(const BaseNode& node, i32 row);
+  static std::string Text(const BaseNode& node, i32 row);
+  const BaseNode* Linked(const BaseNode& node, i32 row) const;
+  static std::string_view NameOf(const BaseNode& node, i32 row);
+  /// The name of a node in quotes, as messages show it.
+  static std::string Named(const BaseNode& node);
+  /// Whatever a node links.
+  static std::set<NodeId> LinksOf(const BaseNode& node);
+
+  bool MayWork(const BaseNode& node) const;
+  const std::vector<const BaseNode*>& ReadersOf(const BaseNode& node) const;
+
+  /// Warns of a node, at one of its rows where one is given.
+  void Warn(const BaseNode& node, const std::string& text, i32 row = 0);
+  void Note(const BaseNode& node, const std::string& text, i32 row = 0);
+
+  const LoadedScene& mScene;
+  const ScenePlaces& mPlaces;
+  Diagnostics& mDiagnostics;
+  std::vector<const BaseNode*> mNodes;
+};
+
+/// The parts of `AddHints`, by what they look at.
+void AddShapeHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
+void AddSettingHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
+void AddOutputHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
+void AddFieldHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,129 @@
+#include "scene/hint_base.h"
+
+#include <fmt/format.h>
+
+#include <map>
+#include <tuple>
+
+#include "cache/cache_rows.h"
+#include "cache/grid_cacher.h"
+#include "framework/server_rows.h"
+#include "scene/scene_values.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using namespace MELDO_SULVA;
+
+namespace {
+
+/// Recordings and exports.
+class OutputHints : public HintBase {
+ public:
+  using HintBase::HintBase;
+
+  /// What concerns the nodes of one server.
+  void LookAt(const BaseNode& server) {
+    mNodes.clear();
+    Collect(server);
+    const bool ownRange = Whole(server, server_row::kUsePreviewRange) == 0;
+    CheckNumbers(ownRange ? Whole(server, server_row::kFirstFrame) : mScene.document->previewMin);
+  }
+
+  /// What concerns the nodes of all servers together.
+  void LookAtAll() {
+    mNodes.clear();
+    for (const BaseNode* server : mScene.servers) Collect(*server);
+    CheckRecordings();
+    CheckFolders();
+    CheckExports();
+    CheckPictures();
+  }
+
+ private:
+  /// What an export names and never works leaves nothing in its files.
+  void CheckExports() {
+    std::set<NodeId> told;
+    for (const ExportSpec& spec : mScene.exports)
+      for (const auto& [name, id] : spec.grids) {
+        const BaseNode* node = mScene.document->Find(id);
+        const NodeReach* reach = mScene.reach.Of(id);
+        if (node && reach && !reach->MayWork() && told.insert(id).second)
+          Warn(*node, fmt::format("it is exported, and never works: {}", reach->whyIdle));
+      }
+  }
+
+  /// Two caches of one name in one folder write over each other's files, frame by frame.
+  void CheckRecordings() {
+    using Place = std::tuple<i32, std::string, std::string>;
+    std::map<Place, const BaseNode*> recorders;
+    for (const BaseNode* cache : mNodes) {
+      if (!IsA<GridCacher>(*cache) || Whole(*cache, cache_row::kMode) == cache_row::kPlayBack)
+        continue;
+      const i32 folder = Whole(*cache, cache_row::kFolder);
+      if (folder && Text(*cache, cache_row::kCustomFolder).empty())
+        Warn(*cache,
+             fmt::format("it writes nothing: its '{}' is 'custom', and '{}' is empty",
+                         NameOf(*cache, cache_row::kFolder),
+                         NameOf(*cache, cache_row::kCustomFolder)),
+             cache_row::kFolder);
+      const Place place = {folder, folder ? Text(*cache, cache_row::kCustomFolder) : "",
+                           Text(*cache, cache_row::kBaseName)};
+      const auto [found, isNew] = recorders.try_emplace(place, cache);
+      if (!isNew)
+        Warn(*cache,
+             fmt::format("writes over the files of the cache '{}'; give it another '{}'",
+                         Shown(found->second->Name()), NameOf(*cache, cache_row::kBaseName)));
+    }
+  }
+
+  /// A folder that is named and not taken.
+  void CheckFolders() {
+    for (const BaseNode* cache : mNodes)
+      if (IsA<GridCacher>(*cache) && Whole(*cache, cache_row::kFolder) == 0 &&
+          !Text(*cache, cache_row::kCustomFolder).empty())
+        Warn(*cache,
+             fmt::format("'{}' isn't used, since '{}' is 'output'",
+                         NameOf(*cache, cache_row::kCustomFolder),
+                         NameOf(*cache, cache_row::kFolder)),
+             cache_row::kCustomFolder);
+  }
+
+  /// What a picture shows of a field that never works is nothing.
+  void CheckPictures() {
+    if (!mScene.render) return;
+    for (const BaseNode* server : mScene.servers) LookForPainters(*server);
+  }
+  void LookForPainters(const BaseNode& node) {
+    for (const BaseNode* child : node.Children()) {
+      LookForPainters(*child);
+      if (MayWork(*child)) continue;
+      for (const BaseNode* reader : ReadersOf(*child))
+        if (mScene.render->Holds(*reader))
+          Warn(*child, fmt::format("{} shows it, and it never works: {}", Named(*reader),
+                                   mScene.reach.Of(child->Id())->whyIdle));
+    }
+  }
+
+  /// Files are read by their count from the first frame, however they are numbered.
+  void CheckNumbers(i32 first) {
+    for (const BaseNode* cache : mNodes)
+      if (IsA<GridCacher>(*cache) && Whole(*cache, cache_row::kMode) != cache_row::kRecord &&
+          Whole(*cache, cache_row::kNumbering) != 0 && Whole(*cache, cache_row::kShowFrame) == -1 &&
+          Whole(*cache, cache_row::kFrameOffset) != first)
+        Warn(*cache,
+             fmt::format("it plays its files counted from the first frame, {}, and their numbers "
+                         "are those of the scene; to bring both together, set '{}' to {}",
+                         first, NameOf(*cache, cache_row::kFrameOffset), first));
+  }
+};
+
+}  // namespace
+
+void AddOutputHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
+  OutputHints hints(scene, places, diagnostics);
+  for (const BaseNode* server : scene.servers) hints.LookAt(*server);
+  hints.LookAtAll();
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,257 @@
+#include "scene/hint_base.h"
+
+#include <fmt/format.h>
+
+#include "fluids/emission/channel_pair.h"
+#include "fluids/emission/emission_settings.h"
+#include "fluids/emission/particle_to_grid_emitter.h"
+#include "fluids/forces/force_buoyancy.h"
+#include "fluids/forces/force_gravity.h"
+#include "fluids/forces/force_swirling.h"
+#include "fluids/operators/channel_operator_remap.h"
+#include "fluids/operators/grid_combustion.h"
+#include "fluids/operators/grid_diffusion.h"
+#include "fluids/operators/grid_dissipate.h"
+#include "framework/duration.h"
+#include "framework/server_rows.h"
+#include "scene/scene_values.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using namespace MELDO_SULVA;
+
+namespace {
+
+/// Numbers, curves and times with which nothing happens.
+class SettingHints : public HintBase {
+ public:
+  using HintBase::HintBase;
+
+  void LookAt(const BaseNode& server) {
+    mNodes.clear();
+    Collect(server);
+    CheckSettings(server);
+    for (const BaseNode* node : mNodes) {
+      CheckWithoutValue(*node);
+      CheckStrength(*node);
+      CheckWithoutLink(*node);
+      if (IsA<Duration>(*node)) CheckWindow(*node);
+      if (IsA<GridEmissionSettings>(*node)) CheckSort(*node);
+    }
+  }
+
+ private:
+  /// What a node can't do without and has no link for.
+  void CheckWithoutValue(const BaseNode& node) {
+    constexpr i32 kRadius = ParticleToGridEmitter::kRadiusRow;
+    if (IsA<ParticleToGridEmitter>(node) && Number(node, kRadius) == 0 &&
+        !node.Tracks().contains(kRadius))
+      Warn(node, fmt::format("'{}' is 0: its points reach no cell", NameOf(node, kRadius)),
+           kRadius);
+    if (!IsA<ChannelOperator_Remap>(node) || !MayWork(node)) return;
+    const Gradient* gradient = Get<Gradient>(node, ChannelOperator_Remap::kGradientRow);
+    if (!gradient || gradient->knots.empty())
+      Warn(node, fmt::format("it has no '{}', and changes nothing",
+                             NameOf(node, ChannelOperator_Remap::kGradientRow)));
+  }
+
+  /// Whether a number is nothing but `most` or less, in all its keys.
+  static bool StaysAtMost(const BaseNode& node, i32 row, double most) {
+    const auto track = node.Tracks().find(row);
+    if (track == node.Tracks().end()) return Number(node, row) <= most;
+    return std::all_of(track->second.keys.begin(), track->second.keys.end(), [&](const auto& key) {
+      const double* value = std::get_if<double>(&key.value);
+      return value && *value <= most;
+    });
+  }
+
+  /// Numbers that each are allowed, and with which nothing happens.
+  void CheckSettings(const BaseNode& server) {
+    const double scale = Number(server, server_row::kTimeScale);
+    constexpr i32 kFixed = 2;
+    const bool isFixed = Whole(server, server_row::kTimeMode) == kFixed &&
+                         !server.Tracks().contains(server_row::kTimeMode);
+    for (const i32 row : {i32{server_row::kTimeScale}, i32{server_row::kFixedStep}})
+      if (StaysAtMost(server, row, 0) && (row == server_row::kTimeScale || isFixed))
+        Warn(server,
+             fmt::format("'{}' is {}: time stands still, and nothing moves", NameOf(server, row),
+                         Number(server, row)),
+             row);
+    const bool ownRange = Whole(server, server_row::kUsePreviewRange) == 0;
+    const double frames = ownRange
+                              ? std::abs(double(Whole(server, server_row::kLastFrame)) -
+                                         Whole(server, server_row::kFirstFrame))
+                              : double(mScene.document->previewMax) - mScene.document->previewMin;
+    const bool isSteady = scale > 0 && !server.Tracks().contains(server_row::kTimeScale);
+    for (const BaseNode* node : mNodes) {
+      if (IsA<ChannelPair>(*node)) CheckAmount(*node);
+      if (IsA<Duration>(*node) && isSteady) CheckStart(*node, frames, scale);
+    }
+  }
+
+  void CheckStart(const BaseNode& duration, double frames, double scale) {
+    const bool usesFrames = Whole(duration, Duration::kUseFramesRow) != 0;
+    const i32 row = usesFrames ? Duration::kStartFramesRow : Duration::kStartRow;
+    const double start =
+        usesFrames ? Whole(duration, row) : Number(duration, row) * mScene.document->fps / scale;
+    // What opens with the end of the last frame comes too late for all but caches, which work then.
+    const auto& readers = ReadersOf(duration);
+    const bool isForCache = std::any_of(readers.begin(), readers.end(), [](const BaseNode* reader) {
+      const NodeKind* kind = FindKind(reader->Type());
+      return kind && kind->list == kListCaches;
+    });
+    const double last = isForCache || frames == 0 ? frames : frames - 1e-6;
+    if (start > last && duration.Tracks().empty())
+      Warn(
+          duration,
+          fmt::format("'{}': it begins {:.4g} frames behind the first one, and the range has {:g}: "
+                      "it never opens",
+                      NameOf(duration, row), start, frames),
+          row);
+  }
+
+  /// Windows without strength, and pauses that nothing follows.
+  void CheckWindow(const BaseNode& duration) {
+    if (IsFlatCurve(duration, Duration::kCurveRow))
+      Warn(duration,
+           fmt::format("'{}' is 0 throughout: nothing happens in its window",
+                       NameOf(duration, Duration::kCurveRow)),
+           Duration::kCurveRow);
+    if (Whole(duration, Duration::kRepeatsRow) != 0 ||
+        duration.Tracks().contains(Duration::kRepeatsRow))
+      return;
+    const i32 row = Whole(duration, Duration::kUseFramesRow) != 0 ? Duration::kPauseFramesRow
+                                                                  : Duration::kPauseRow;
+    const Value* pause = duration.Get(row);
+    if (pause && *pause != FindRow(*duration.Table(), row)->creation)
+      Note(duration,
+           fmt::format("'{}' has no effect without '{}'", NameOf(duration, row),
+                       NameOf(duration, Duration::kRepeatsRow)),
+           row);
+  }
+
+  static bool IsFlatCurve(const BaseNode& node, i32 row) {
+    const auto* curve = Get<SplineData>(node, row);
+    return curve && !curve->knots.empty() &&
+           std::all_of(curve->knots.begin(), curve->knots.end(),
+                       [](const auto& knot) { return knot.y == 0; });
+  }
+
+  /// Nodes that are there and have no strength.
+  void CheckStrength(const BaseNode& node) {
+    const i32 row = IsA<Force_Gravity>(node)    ? Force_Gravity::kStrengthRow
+                    : IsA<Force_Swirling>(node) ? Force_Swirling::kStrengthRow
+                    : IsA<GridDissipate>(node)  ? GridDissipate::kRateRow
+                    : IsA<GridDiffusion>(node)  ? GridDiffusion::kStrengthRow
+                                                : 0;
+    if (row && StaysZero(node, row))
+      Note(node, fmt::format("'{}' is 0: it does nothing", NameOf(node, row)), row);
+    if (!IsA<Force_Buoyancy>(node)) return;
+    using Buoyancy = Force_Buoyancy;
+    if (StaysZero(node, Buoyancy::kDirectionRow))
+      Note(node,
+           fmt::format("'{}' has no length: it lifts nothing",
+                       NameOf(node, Buoyancy::kDirectionRow)),
+           Buoyancy::kDirectionRow);
+    if (StaysZero(node, Buoyancy::kTemperatureRow) && StaysZero(node, Buoyancy::kDensityRow))
+      Note(node, fmt::format("'{}' and '{}' are 0: it lifts nothing",
+                             NameOf(node, Buoyancy::kTemperatureRow),
+                             NameOf(node, Buoyancy::kDensityRow)));
+  }
+
+  /// Numbers that ask for a link beside them.
+  void CheckWithoutLink(const BaseNode& node) {
+    if (!IsA<GridCombustion>(node)) return;
+    constexpr std::pair<i32, i32> kPairs[] = {
+        {GridCombustion::kExpansionRow, GridCombustion::kSolverRow},
+        {GridCombustion::kSmokeAmountRow, GridCombustion::kSmokeRow}};
+    for (const auto& [row, link] : kPairs)
+      if (const Value* value = node.Get(row);
+          value && !Linked(node, link) && *value != FindRow(*node.Table(), row)->creation)
+        Note(node,
+             fmt::format("'{}' has no effect without '{}'", NameOf(node, row), NameOf(node, link)),
+             row);
+  }
+
+  /// An amount of numbers for vectors, or the other way round.
+  void CheckSort(const BaseNode& settings) {
+    bool fillsNumbers = false, fillsVectors = false;
+    for (const BaseNode* pair : ReadersOf(settings)) {
+      const BaseNode* field =
+          IsA<ChannelPair>(*pair) ? Linked(*pair, ChannelPair::kChannelRow) : nullptr;
+      const NodeKind* kind = field ? FindKind(field->Type()) : nullptr;
+      if (kind && kind->list == kListChannels)
+        (kind->categories & kCategoryVector ? fillsVectors : fillsNumbers) = true;
+    }
+    if (fillsNumbers == fillsVectors) return;
+    const i32 row =
+        fillsVectors ? GridEmissionSettings::kAmountRow : GridEmissionSettings::kVectorAmountRow;
+    const Value* value = settings.Get(row);
+    if (value && *value != FindRow(*settings.Table(), row)->creation)
+      Note(settings,
+           fmt::format("'{}' has no effect: it fills fields of {} alone", NameOf(settings, row),
+                       fillsVectors ? "vectors" : "numbers"),
+           row);
+  }
+
+  /// Whether a number or vector is 0, in all its keys.
+  static bool StaysZero(const BaseNode& node, i32 row) {
+    const auto isZero = [](const Value& value) {
+      const double* real = std::get_if<double>(&value);
+      const Vec3d* vector = std::get_if<Vec3d>(&value);
+      return (real && *real == 0) || (vector && *vector == Vec3d{});
+    };
+    const auto track = node.Tracks().find(row);
+    if (track != node.Tracks().end())
+      return std::all_of(track->second.keys.begin(), track->second.keys.end(),
+                         [&](const auto& key) { return isZero(key.value); });
+    const Value* value = node.Get(row);
+    return isZero(value ? *value : FindRow(*node.Table(), row)->WhenMissing());
+  }
+
+  /// What adds nothing to the field of a pair.
+  void CheckAmount(const BaseNode& pair) {
+    using Settings = GridEmissionSettings;
+    const BaseNode* channel = Linked(pair, ChannelPair::kChannelRow);
+    const BaseNode* settings = Linked(pair, ChannelPair::kSettingsRow);
+    const NodeKind* kind = channel ? FindKind(channel->Type()) : nullptr;
+    constexpr i32 kSet = 1;
+    if (!kind || !settings || Whole(*settings, Settings::kModeRow) == kSet) return;
+    const bool isVector = (kind->categories & kCategoryVector) != 0;
+    const BaseNode* rate = Linked(*settings, Settings::kRateRow);
+    const bool hasRate = rate && rate->IsEnabled();
+    const BaseNode& holder = hasRate ? *rate : *settings;
+    const i32 ofRate = isVector ? EmissionRate::kVectorRow : EmissionRate::kRealRow;
+    const i32 own = isVector ? Settings::kVectorAmountRow : Settings::kAmountRow;
+    if (const i32 row = hasRate ? ofRate : own; StaysZero(holder, row))
+      Warn(holder,
+           fmt::format("'{}' is 0: it adds nothing to '{}'", NameOf(holder, row),
+                       Shown(channel->Name())),
+           row);
+    constexpr i32 kToLimit = 2;
+    const BaseNode* limit = Linked(*settings, Settings::kLimitRow);
+    if (Whole(*settings, Settings::kModeRow) == kToLimit && limit && limit->IsEnabled() &&
+        StaysZero(*limit, ofRate))
+      Warn(*limit,
+           fmt::format("'{}' is 0, the limit of '{}': it adds nothing to '{}'",
+                       NameOf(*limit, ofRate), Shown(settings->Name()), Shown(channel->Name())),
+           ofRate);
+    if (IsFlatCurve(*settings, Settings::kFalloffCurveRow) &&
+        Whole(*settings, Settings::kFalloffRow) == Settings::kDepthCurve)
+      Warn(*settings,
+           fmt::format("'{}' is 0 at every depth: it adds nothing to '{}'",
+                       NameOf(*settings, Settings::kFalloffCurveRow), Shown(channel->Name())),
+           Settings::kFalloffCurveRow);
+  }
+};
+
+}  // namespace
+
+void AddSettingHints(const LoadedScene& scene, const ScenePlaces& places,
+                     Diagnostics& diagnostics) {
+  SettingHints hints(scene, places, diagnostics);
+  for (const BaseNode* server : scene.servers) hints.LookAt(*server);
+}
+
+}  // namespace MELDO_GLOBAL::app

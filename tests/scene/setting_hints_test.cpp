@@ -1,0 +1,85 @@
+// Notes and warnings of numbers, links and places with which nothing happens.
+#include <gmock/gmock.h>
+
+#include "cli/run_folder.h"
+#include "scene/scene_file.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace MELDO_GLOBAL::app {
+namespace {
+
+/// What is told of a source of smoke with nodes beside it.
+std::vector<std::string> ToldWith(const std::string& nodes, const std::string& ofRate = "") {
+  const std::string text =
+      R"({ "sulva": 1, "range": [0, 4],
+ "objects": [ { "name": "ball", "type": "sphere", "radius": 30, "segments": 16, "position": [0, 60, 0] } ],
+ "nodes": [ { "type": "server", "name": "scene", "parameters": { "cell_size": 0.1 }, "children": [
+  { "type": "channel_scalar", "name": "smoke" },
+  { "type": "mesh", "name": "skin", "parameters": { "object": "ball" } },
+  { "type": "volume", "name": "shape", "parameters": { "mesh": "skin" } },
+  { "type": "emission_setting", "name": "rate", "parameters": { )" +
+      ofRate + R"( } },
+  { "type": "channelsettings", "name": "pair", "parameters": { "channel": "smoke", "settings": "rate" } },
+  { "type": "gridemitter", "name": "source", "parameters": { "volume": "shape", "channels": ["pair"] } },
+  { "type": "grid_advection", "name": "move", "parameters": { "target": "smoke", "solver": "gas" } },
+  )" + nodes +
+      R"({ "type": "fluid", "name": "gas", "position": [-100, 0, -100], "parameters": { "box_size": [200, 200, 200], "forces": null } } ] } ] })";
+  const RunFolder folder("hints");
+  Diagnostics diagnostics;
+  LoadScene(folder.Write("s.json", text), diagnostics);
+  return diagnostics.Lines();
+}
+
+}  // namespace
+
+TEST(SettingHints, WhatHasNoStrengthIsNoted) {
+  EXPECT_THAT(ToldWith(""), IsEmpty());
+  const std::pair<std::string, std::string> cases[] = {
+      {R"({ "type": "force_gravity", "name": "n", "parameters": { "strength": 0 } },)",
+       "note: force_gravity \"n\": 'strength' is 0: it does nothing"},
+      {R"({ "type": "grid_dissipate", "name": "n", "parameters": { "channel": "smoke", "rate": 0 } },)",
+       "note: grid_dissipate \"n\": 'rate' is 0: it does nothing"},
+      {R"({ "type": "force_buoyancy", "name": "n", "parameters": { "temperature_channel": "smoke", "direction": [0, 0, 0] } },)",
+       "'direction' has no length: it lifts nothing"},
+      {R"({ "type": "force_buoyancy", "name": "n", "parameters": { "temperature_channel": "smoke", "temperature_coefficient": 0, "density_coefficient": 0 } },)",
+       "'temperature_coefficient' and 'density_coefficient' are 0: it lifts nothing"},
+      {R"({ "type": "duration", "name": "n", "parameters": { "pause": 3 } }, { "type": "force_gravity", "name": "m", "parameters": { "settings": "of it" } },
+          { "type": "emission_setting", "name": "of it", "parameters": { "duration": "n" } },)",
+       "'pause' has no effect without 'repeats'"},
+      {R"({ "type": "group", "name": "n", "parameters": { "priority": 3 }, "children": [] },)",
+       "'priority' has no effect: a group has no work of its own"}};
+  for (const auto& [nodes, expected] : cases)
+    EXPECT_THAT(ToldWith(nodes), ElementsAre(HasSubstr(expected))) << nodes;
+  EXPECT_THAT(ToldWith(R"({ "type": "force_gravity", "name": "n", "parameters": { "strength":
+                             { "keys": [[0, 0], [3, 1]] } } },)"),
+              IsEmpty())
+      << "it comes later";
+}
+
+TEST(SettingHints, AnAmountOfTheOtherSortIsNoted) {
+  EXPECT_THAT(
+      ToldWith("", R"("vector_amount": [3, 0, 0])"),
+      ElementsAre(HasSubstr("'vector_amount' has no effect: it fills fields of numbers alone")));
+  EXPECT_THAT(ToldWith(R"({ "type": "channel_vector", "name": "colour" },
+   { "type": "channelsettings", "name": "both", "parameters": { "channel": "colour", "settings": "rate" } },
+   { "type": "gridemitter", "name": "paint", "parameters": { "volume": "shape", "channels": ["both"] } },
+   { "type": "grid_advection", "name": "move it", "parameters": { "target": "colour", "solver": "gas" } },)",
+                       R"("vector_amount": [3, 0, 0])"),
+              IsEmpty());
+}
+
+TEST(SettingHints, WindowsThatGiveNothingAreAWarning) {
+  const auto with = [](const std::string& window) {
+    return ToldWith(R"({ "type": "duration", "name": "window", "parameters": {)" + window + "} },",
+                    R"("duration": "window")");
+  };
+  EXPECT_THAT(with(R"("start": 0.16)"), ElementsAre(HasSubstr("it never opens")));
+  EXPECT_THAT(with(R"("start": 0.1)"), IsEmpty());
+  EXPECT_THAT(with(R"("length": 5, "curve": [[0, 0], [1, 0]])"),
+              ElementsAre(HasSubstr("'curve' is 0 throughout: nothing happens in its window")));
+}
+
+}  // namespace MELDO_GLOBAL::app
