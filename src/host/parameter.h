@@ -92,10 +92,11 @@ struct ParameterRow {
   std::vector<KindGroup> acceptsAny;  ///< and all kinds of these
   bool allWhenAbsent = false;         ///< a node without the list means all that it could name
   bool required = false;              ///< without this link the node does nothing
-  bool writes = false;      ///< the node changes what the link leads to, others only read it
-  bool readsToo = false;    ///< and what it changes elsewhere follows from what it finds there
-  bool readsFlags = false;  ///< of a list: the flags of its entries count
-  bool kept = false;        ///< stored and kept with the scene, without effect
+  bool restsWhereDead = false;  ///< given and leading to what takes no part, it isn't as if empty
+  bool writes = false;          ///< the node changes what the link leads to, others only read it
+  bool readsToo = false;        ///< and what it changes elsewhere follows from what it finds there
+  bool readsFlags = false;      ///< of a list: the flags of its entries count
+  bool kept = false;            ///< stored and kept with the scene, without effect
   std::optional<Condition> condition;  ///< none: it always counts
   std::string_view help;
   /// Gives a value of the row's type to the member that the row names; null where it names none.
@@ -127,6 +128,8 @@ struct ParameterRow {
   ParameterRow& Writes() { return writes = true, *this; }
   ParameterRow& ReadsToo() { return readsToo = true, *this; }
   ParameterRow& Required() { return required = true, *this; }
+  /// An empty link means something else: the node rests while what it names takes no part.
+  ParameterRow& RestsWhereDead() { return restsWhereDead = true, *this; }
   /// Nothing reads the parameter; it is kept with the scene.
   ParameterRow& Kept() { return kept = true, *this; }
 

@@ -7,11 +7,8 @@
 #include <tuple>
 
 #include "cache/cache_rows.h"
-#include "fluids/advection/grid_advection.h"
 #include "fluids/emission/grid_cell_emitter.h"
 #include "fluids/emission/object_grid_emitter.h"
-#include "fluids/forces/force_gravity.h"
-#include "fluids/operators/grid_combustion.h"
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "nodes/catalogue.h"
@@ -38,14 +35,6 @@ bool RunsObjects(i32 stage) {
          (stage >= kStartVisual && stage <= kVisualPost);
 }
 
-/// Links that, empty, mean something else: where one is given and leads to what takes no part, its
-/// node rests.
-bool RestsWhereDead(const BaseNode& node, const ParameterRow& row) {
-  return (IsA<GridAdvection>(node) && row.id == GridAdvection::kTargetRow) ||
-         (IsA<GridCombustion>(node) && row.id == GridCombustion::kFuelRow) ||
-         (IsA<Force_Gravity>(node) && row.id == Force_Gravity::kAlignmentRow);
-}
-
 std::string Named(const BaseNode& node) { return fmt::format("'{}'", Shown(node.Name())); }
 
 }  // namespace
@@ -57,11 +46,13 @@ class ReachFinder {
               Reachability& reach)
       : mDocument(document), mExported(exported), mEmpty(empty), mReach(reach) {
     for (const BaseNode* root : document.Roots()) NoteReaders(*root);
-    for (const BaseNode* server : servers)
+    for (const BaseNode* server : servers) {
+      ForEachChild(*server, [&](const BaseNode& node) { NoteTakers(*server, node); });
       ForEachChild(*server, [&](const BaseNode& node) {
         mServerOf[node.Id()] = server;
         mReach.mNodes[node.Id()];
       });
+    }
     for (const BaseNode* server : servers) {
       if (!server->IsEnabled())
         Find(*server, "enabled", "it is switched off: none of its nodes runs");
@@ -118,6 +109,21 @@ class ReachFinder {
       if (const BaseNode* tag = node.Tag(kObstacleTag)) note(*tag);
     }
     for (const BaseNode* child : node.Children()) NoteReaders(*child);
+  }
+
+  /// Lists that are left open take whatever fits.
+  void NoteTakers(const BaseNode& server, const BaseNode& node) {
+    if (!node.IsEnabled() || !node.Table()) return;
+    for (const ParameterRow& row : *node.Table()) {
+      if (!row.allWhenAbsent || node.Get(row.id)) continue;
+      ForEachChild(server, [&](const BaseNode& target) {
+        if (std::find(row.accepts.begin(), row.accepts.end(), target.Type()) == row.accepts.end())
+          return;
+        std::vector<const BaseNode*>& readers = mReach.mNodes[target.Id()].readers;
+        if (std::find(readers.begin(), readers.end(), &node) == readers.end())
+          readers.push_back(&node);
+      });
+    }
   }
 
   void LookAt(const BaseNode& node) {
@@ -239,7 +245,14 @@ class ReachFinder {
   void LookAtStage(const BaseNode& node, const NodeKind& kind) {
     const Value* value = node.Get(common_row::kStage);
     const i32 stage = value ? LongOf(*value, 0) : 0;
-    if (stage <= 0 || stage >= kStageCount || kind.stages.size() < 2) return;
+    if (stage <= 0 || stage >= kStageCount || kind.stages.empty()) return;
+    if (kind.list == kListGeometry && stage > kVolumes && RunsObjects(stage) &&
+        !mReach.mNodes[node.Id()].readers.empty())
+      Find(node, FindRow(*node.Table(), common_row::kStage)->name,
+           fmt::format("'stage': it takes shape in stage {}, behind stage {} ({}), in which boxes "
+                       "follow shapes: who reads it finds that of the step before",
+                       stage, i32{kCalculateBounds}, kPipeline[kCalculateBounds].name));
+    if (kind.stages.size() < 2) return;
     std::string own;
     for (const i32 each : kind.stages) own += fmt::format("{}{}", own.empty() ? "" : ", ", each);
     Find(
@@ -276,7 +289,7 @@ class ReachFinder {
     if (!kind) return {};
     std::string cause;
     for (const ParameterRow& row : *node.Table())
-      if (cause.empty() && (row.required || RestsWhereDead(node, row))) cause = Lacks(node, row);
+      if (cause.empty() && (row.required || row.restsWhereDead)) cause = Lacks(node, row);
     if (cause.empty()) cause = StandsInNoStage(node, *kind);
     if (cause.empty()) cause = LacksShape(node);
     if (cause.empty() && kind->list == kListSolvers) cause = LacksContent(node);

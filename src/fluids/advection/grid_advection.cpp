@@ -62,6 +62,7 @@ const ParameterTable& GridAdvection::Parameters() {
           .To(&GridAdvection::mScalarTarget)
           .To(&GridAdvection::mVectorTarget)
           .To(&GridAdvection::mSolverTarget)
+          .RestsWhereDead()
           .Writes(),
       LongRow(kSchemeRow, "scheme", 1, "",
               "sharper or safer: semi_lagrangian blurs, MacCormack keeps detail, the conservative "
@@ -163,7 +164,7 @@ void GridAdvection::Prepare() {
   if (mMovedByCompanion) return;
   SetFlag(FLAG_ACTIVE, false);
   const auto hasData = [](const EGrid<double>* grid) { return grid && grid->mData; };
-  if (RestsByDeadLink(*this, kTargetRow)) return;
+  if (RestsByDeadLink(*this)) return;
   if (!mSolver) return (void)Deactivate("it has no solver; name one under 'solver'");
   if (Target()->Has(FLAG_CACHED)) return (void)Deactivate(kPlayedTargetReason);
   for (i32 axis = 0; axis < 3; ++axis)

@@ -38,12 +38,14 @@ const ParameterTable& Force_Gravity::Parameters() {
   static const ParameterTable table = {
       VectorRow(1000, "acceleration", {0, -9.81, 0}, "m/s^2",
                 "how hard and which way the gas is pushed, in the node's own axes")
+          .OnlyWithout(kAlignmentRow)
           .To(&Force_Gravity::mAcceleration),
       LinkRow(kAlignmentRow, "alignment",
               "pushes each place its own way instead, such as away from a centre",
               {AlignmentVector3D::Kind().id})
+          .RestsWhereDead()
           .To(&Force_Gravity::mAlignment),
-      RealRow(1002, "strength", 1.0, "none",
+      RealRow(kStrengthRow, "strength", 1.0, "none",
               "a handle on the whole push: 2 is twice as hard, 0 is calm")
           .To(&Force_Gravity::mStrength),
       LinkRow(1003, "settings", "emission settings whose time window switches the push on and off",
@@ -62,7 +64,7 @@ bool Force_Gravity::ReadParameters() {
 }
 
 void Force_Gravity::PrepareFor(Flow& flow) {
-  if (RestsByDeadLink(*this, kAlignmentRow)) return;
+  if (RestsByDeadLink(*this)) return;
   // Links of settings may be fetched after those of forces: their window is taken as late as this.
   mDuration = mSettings ? mSettings->mDuration : nullptr;
   if (mAlignment) mAlignment->SetWorkerCount(kShares);

@@ -65,15 +65,16 @@ const ParameterTable& GridCombustion::Parameters() {
           .Required(),
       LinkRow(kFuelRow, "fuel", "what burns away; without one the fire channel shapes a flame",
               {PlainField::Kind().id, FuelField::Kind().id})
+          .RestsWhereDead()
           .To(&GridCombustion::mFuel)
           .To(&GridCombustion::mKindled)
           .Writes()
           .ReadsToo(),
-      LinkRow(1003, "smoke", "soot that flames leave behind")
+      LinkRow(kSmokeRow, "smoke", "soot that flames leave behind")
           .AcceptsAny(kScalarChannels)
           .To(&GridCombustion::mSmoke)
           .Writes(),
-      LinkRow(12, "solver", "the gas that flames blow up, so that an explosion swells")
+      LinkRow(kSolverRow, "solver", "the gas that flames blow up, so that an explosion swells")
           .AcceptsAny(kSolvers)
           .To(&GridCombustion::mSolver),
       LongRow(1004, "mode", 0, "", "whether fuel burns at a set pace, or as far as there is air")
@@ -89,6 +90,7 @@ const ParameterTable& GridCombustion::Parameters() {
           .To(&GridCombustion::mRatio),
       RealRow(4, "base_temperature", 500.0, "K",
               "how hot the coolest part of a flame is, without a fuel channel")
+          .OnlyWithout(kFuelRow)
           .To(&GridCombustion::mBaseTemperature),
       RealRow(5, "heat", 1000.0, "K",
               "how hot a unit of fuel makes the gas: brighter flames that rise faster")
@@ -96,16 +98,18 @@ const ParameterTable& GridCombustion::Parameters() {
       FlameCurveRow(6, "temperature_curve", {{{0, 0.8}, {1, 0.2}}},
                     "without a fuel channel: temperature over the age of the flame, as a share of "
                     "the channel's range")
+          .OnlyWithout(kFuelRow)
           .To(&GridCombustion::mTemperatureCurve),
-      RealRow(7, "smoke_amount", 0.2, "1/s",
+      RealRow(kSmokeAmountRow, "smoke_amount", 0.2, "1/s",
               "how sooty the fire is, per unit of fuel and second of the step: per substep; "
               "without a fuel channel, per substep alone")
           .AtLeast(0)
           .To(&GridCombustion::mSmokeAmount),
       FlameCurveRow(8, "smoke_curve", {{{0, 0}, {1, 1}}},
                     "without a fuel channel: smoke over the age of the flame, per substep")
+          .OnlyWithout(kFuelRow)
           .To(&GridCombustion::mSmokeCurve),
-      RealRow(9, "expansion", 0.2, "1/s",
+      RealRow(kExpansionRow, "expansion", 0.2, "1/s",
               "how hard a unit of fuel blows the gas apart, times burn_rate in the mode simple: "
               "per substep; without a fuel channel, of every burning cell")
           .To(&GridCombustion::mExpansion),
@@ -170,7 +174,7 @@ bool GridCombustion::PlaceExpansion() {
 void GridCombustion::Prepare() {
   const double dt = mTime->stepDuration;
   if (dt == 0) return (void)Deactivate(kNoStepReason);
-  if (RestsByDeadLink(*this, kFuelRow)) return;
+  if (RestsByDeadLink(*this)) return;
   if (IsPlayed(mTemperature, mFire, mFuel, mSmoke)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids() || !PlaceExpansion()) return;
   for (ScalarField* field : {mTemperature, mFuel, mSmoke})

@@ -17,7 +17,8 @@ class GridCombustion : public iObject {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kFuelRow = 1002;
+  static constexpr i32 kFuelRow = 1002, kSmokeRow = 1003, kSolverRow = 12, kSmokeAmountRow = 7,
+                       kExpansionRow = 9;
   bool ResolveLinks() override;
   bool AfterLinks() override;
   void CheckDirty() override;
