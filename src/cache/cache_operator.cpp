@@ -42,9 +42,11 @@ ParameterTable Cache_OperatorBase::CommonRows() {
       LongRow(cache_row::kShowFrame, "show_frame", -1, "frames",
               "holds the picture at this one frame; -1 plays along with the run")
           .AtLeast(-1)
+          .OnlyWith(cache_row::kMode, {cache_row::kPlayBack, cache_row::kBoth})
           .To(&Cache_OperatorBase::mShowFrame),
       LongRow(cache_row::kFrameOffset, "frame_offset", 0, "frames",
               "plays that many frames later in the recording; negative starts late")
+          .OnlyWith(cache_row::kMode, {cache_row::kPlayBack, cache_row::kBoth})
           .To(&Cache_OperatorBase::mFrameOffset),
       LongRow(cache_row::kCompression, "compression", 0, "",
               "smaller files for a little time: fast packs to about a tenth, small packs harder")
@@ -67,6 +69,7 @@ ParameterTable Cache_OperatorBase::CommonRows() {
           .To(&Cache_OperatorBase::mUseCustomFolder),
       BoolRow(cache_row::kBackwards, "backwards", false,
               "the recording plays in reverse: smoke goes back into its source")
+          .OnlyWith(cache_row::kMode, {cache_row::kPlayBack, cache_row::kBoth})
           .To(&Cache_OperatorBase::mBackwards),
       BoolRow(1030, "go_on_after_failure", false,
               "a frame that can't be written or played is a warning and doesn't end the run")
@@ -86,10 +89,7 @@ bool Cache_OperatorBase::ReadParameters() {
 fs::path Cache_OperatorBase::ReadFolder() {
   const Document& document = *mScene->GetDocument();
   const fs::path custom = mCustomFolder;
-  if (!mUseCustomFolder) {
-    if (!custom.empty()) Warn("custom_folder isn't used, since folder is 'output'");
-    return document.folder;
-  }
+  if (!mUseCustomFolder) return document.folder;
   if (custom.empty() || custom.is_absolute()) return custom;
   const fs::path beside = fs::path(document.sceneFolder) / custom;
   std::error_code failed;

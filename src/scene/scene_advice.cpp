@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "fluids/emission/alignment_vector.h"
 #include "framework/server_rows.h"
 #include "nodes/catalogue.h"
 #include "scene/parameter_text.h"
@@ -109,27 +110,32 @@ class KeptParameters {
 void NoteOrderOfServants(SceneContext& context, const MadeNode& made) {
   using namespace MELDO_SULVA;
   const NodeKind* kind = FindKind(made.node->Type());
-  if (!made.parameters || !made.node->Table() || !kind || !kind->stages.empty() ||
-      kind->list == 0 || kind->list == kListCaches)
+  const bool isGroup = made.node->Type() == kGroupNode;
+  if (!made.parameters || !made.node->Table()) return;
+  if (!isGroup && (!kind || !kind->stages.empty() || kind->list == 0 || kind->list == kListCaches))
     return;
   for (const JsonMember& member : *made.parameters->Members())
     if (const ParameterRow* row = RowNamed(*made.node->Table(), member.key);
         row && (row->id == common_row::kStage || row->id == common_row::kPriority ||
                 row->id == common_row::kGroupBreak))
-      context.Note(member, made.subject,
-                   fmt::format("'{}' has no effect: it works where another node links it, and not "
-                               "in a stage of its own",
-                               row->name));
+      context.Note(
+          member, made.subject,
+          fmt::format("'{}' has no effect: {}", row->name,
+                      isGroup
+                          ? "a group has no work of its own"
+                          : "it works where another node links it, and not in a stage of its own"));
 }
 
-/// Fields, settings, emitters and operators stand nowhere, and the box of a solver has no turn.
-void NotePlacement(SceneContext& context, const MadeNode& made) {
+/// Fields, settings, emitters, operators and meshes stand nowhere, and the box of a solver has no
+/// turn. The place of a volume is a centre for alignments alone.
+void NotePlacement(SceneContext& context, const MadeNode& made, bool hasAlignment) {
   using namespace MELDO_SULVA;
   const NodeKind* kind = FindKind(made.node->Type());
   if (!kind || !made.value->Members()) return;
   const bool isSolver = kind->list == kListSolvers;
   const bool isNowhere = kind->list == kListChannels || kind->list == kListSettings ||
-                         kind->list == kListEmitters || kind->list == kListOperators;
+                         kind->list == kListEmitters || kind->list == kListOperators ||
+                         (kind->list == kListGeometry && !hasAlignment);
   if (!isSolver && !isNowhere) return;
   for (const JsonMember& member : *made.value->Members())
     if ((member.key == "position" && isNowhere) || member.key == "rotation" ||
@@ -170,10 +176,13 @@ void WarnOfReversedRange(SceneContext& context, const MadeNode& made) {
 void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
             const std::vector<GivenOption>& options) {
   KeptParameters kept;
+  const bool hasAlignment = std::any_of(nodes.begin(), nodes.end(), [](const MadeNode& made) {
+    return MELDO_SULVA::IsA<MELDO_SULVA::AlignmentVector3D>(*made.node);
+  });
   for (const MadeNode& made : nodes) {
     NoteUnused(context, made);
     NoteOrderOfServants(context, made);
-    NotePlacement(context, made);
+    NotePlacement(context, made, hasAlignment);
     kept.Add(*made.node, made.node->Table(), made.parameters);
     if (const BaseNode* tag = made.obstacle ? made.node->Tag(kObstacleTag) : nullptr)
       kept.Add(*made.node, tag->Table(), made.obstacle);

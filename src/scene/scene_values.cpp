@@ -196,8 +196,12 @@ std::optional<Value> ValueReader::ReadPlain(const ParameterRow& row, const JsonV
     }
     case ParameterType::Long: {
       if (!row.choices.empty()) return ReadChoice(row, value, subject, what);
+      // The range of the row says more than that of whole numbers.
+      const double* given = value.Number();
+      if (given && *given == std::floor(*given) && !InRange(*given, row, value, subject, what))
+        return {};
       const auto number = mContext.ReadWhole(value, subject, what);
-      if (!number || !InRange(*number, row, value, subject, what)) return {};
+      if (!number) return {};
       return *number;
     }
     case ParameterType::Bool: {

@@ -131,6 +131,7 @@ const ParameterTable& AlignmentVector3D::Parameters() {
           .To(&AlignmentVector3D::mFlip),
       VectorRow(1002, "vector", {0, 1, 0}, "none",
                 "where it points with mode fixed, in the node's own axes")
+          .OnlyWith(1000, {kNearestAxis, kNormal, kFixed})
           .To(&AlignmentVector3D::mVector),
       LinkRow(1003, "centre", "a volume or object that directions lead away from or round",
               {kMeshObject, kSplineObject, kPointsObject, kLightObject, kCameraObject})
