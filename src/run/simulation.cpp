@@ -224,9 +224,24 @@ void ForEachObject(const Scene& scene, F&& f) {
       if (object->Node()) f(*object);
 }
 
+/// Whether a node like another one, of its name, stands below some node.
+bool HasNamesake(const host::BaseNode& below, const host::BaseNode& node) {
+  const auto& children = below.Children();
+  return std::any_of(children.begin(), children.end(), [&](const host::BaseNode* child) {
+    return (child->Name() == node.Name() && child->Type() == node.Type()) ||
+           HasNamesake(*child, node);
+  });
+}
+
+/// The kind and name of a node, or its path where another server has one like it.
 std::string ObjectLabel(const iBase& object) {
-  const NodeKind* kind = FindKind(object.Node()->Type());
-  return fmt::format("{} \"{}\"", kind ? kind->type : "node", object.Node()->Name());
+  const host::BaseNode& node = *object.Node();
+  const NodeKind* kind = FindKind(node.Type());
+  const auto& roots = node.GetDocument().Roots();
+  const bool isShared = std::any_of(roots.begin(), roots.end(), [&](const host::BaseNode* root) {
+    return !node.HasAncestor(root) && HasNamesake(*root, node);
+  });
+  return fmt::format("{} \"{}\"", kind ? kind->type : "node", isShared ? node.Path() : node.Name());
 }
 
 std::string InactiveText(const iBase& object) {
@@ -286,12 +301,12 @@ bool Simulation::AwaitsContent(const Scene& scene) const {
 }
 
 void Simulation::AddWarningsOf(const Scene& scene, FrameRecord& record) {
-  // The first frames have no flow yet, and a scene without content has nothing to work on; what
-  // stays that way is told when the run ends.
+  // The first frames have no flow yet, and a scene without content or time has nothing to work on;
+  // what stays that way is told when the run ends.
   constexpr i32 kStartUp = 2;
   const bool isEmpty = scene.mFlags & Scene::kNoBounds;
   if (scene.mClock.frameFromStart < kStartUp || !scene.mReport.simulated || isEmpty ||
-      AwaitsContent(scene))
+      AwaitsContent(scene) || scene.mTime.elapsed == 0)
     return;
   ForEachObject(scene, [&](const iBase& object) {
     const bool stands = object.mRuns == 0 || IdleReasonOf(object);
@@ -355,7 +370,9 @@ std::vector<std::string> Simulation::TakeWarnings() {
   for (const auto& scene : mScenes) {
     // No force acts before there is a flow, in the second frame.
     const bool isEarly = scene->mClock.frameFromStart < 1;
+    const bool standsStill = !isEarly && scene->mTime.elapsed == 0;
     ForEachObject(*scene, [&](const iBase& object) {
+      if (standsStill) return;
       const bool isDue = object.GetListIndex() != kListForces || !isEarly;
       if (object.mRuns == 0 && IsToTell(object) && isDue &&
           mToldAtEnd.insert(object.Node()->Id()).second)
