@@ -46,7 +46,7 @@ struct StageRow {
 inline constexpr std::array<StageRow, kStageCount> kPipeline = {{
     // clang-format off
     { 0, "Load Cache",                         "caches open the file of the frame and hand on its sizes"},
-    { 1, "Start Simulation Stage",             "parameters, links and dirt of all objects but the caches"},
+    { 1, "Start Simulation Stage",             "parameters, links and changes of all objects but the caches"},
     // Stages 2 to 16 and 18: once per substep.
     { 2, "Initialise Framework sub-stepping",  "parts without a node make ready for the step"},
     { 3, "Volumes",                            "parts without a node move; meshes take shape, volumes distances"},
@@ -72,7 +72,7 @@ inline constexpr std::array<StageRow, kStageCount> kPipeline = {{
     {22, "Visual Stage Post",                  "nodes that are moved here; no kind has it as its own"},
     {23, "Finish Visual Stage",                "links are dropped"},
     {24, "Update",                             "as stage 1, for a refresh of the same frame"},
-    {25, "Process",                            "set-up without dirt; no evaluation comes here"},
+    {25, "Process",                            "set-up without a look at changes; no evaluation comes here"},
     // clang-format on
 }};
 
