@@ -292,7 +292,11 @@ class ReachFinder {
       if (cause.empty() && (row.required || row.restsWhereDead)) cause = Lacks(node, row);
     if (cause.empty()) cause = StandsInNoStage(node, *kind);
     if (cause.empty()) cause = LacksShape(node);
-    if (cause.empty() && kind->list == kListSolvers) cause = LacksContent(node);
+    if (cause.empty() && kind->list == kListSolvers) cause = LacksContent(node, "move", true);
+    // Where there is a solver, it is told of for all.
+    if (cause.empty() && WorksOnField(node, *kind))
+      cause = LacksContent(node, "work on",
+                           !HasSolver(node) && mToldEmpty.insert(mServerOf.at(node.Id())).second);
     if (cause.empty() && kind->list == kListForces) cause = LacksSolver(node);
     return cause;
   }
@@ -341,13 +345,32 @@ class ReachFinder {
     });
   }
 
-  /// A solver moves what something else brings into its box: emitters, recordings, and volumes that
-  /// are there for the space.
-  std::string LacksContent(const BaseNode& solver) {
+  /// Whether a node changes a field, which has no cells before something comes into its scene.
+  bool WorksOnField(const BaseNode& node, const NodeKind& kind) const {
+    if (kind.list != kListOperators && !IsA<Grid_CellEmitter>(node)) return false;
+    const std::vector<Target> targets = TargetsOf(node);
+    return std::any_of(targets.begin(), targets.end(), [](const Target& target) {
+      const NodeKind* held = FindKind(target.node->Type());
+      return target.row->writes && held && held->list == kListChannels;
+    });
+  }
+
+  bool HasSolver(const BaseNode& node) const {
+    return std::any_of(mServerOf.begin(), mServerOf.end(), [&](const auto& other) {
+      const BaseNode* solver = mDocument.Find(other.first);
+      const NodeKind* kind = FindKind(solver->Type());
+      return other.second == mServerOf.at(node.Id()) && kind && kind->list == kListSolvers &&
+             solver->IsEnabled();
+    });
+  }
+
+  /// Solvers and operators work on what something else brings: emitters, recordings, and volumes
+  /// that are there for the space. `verb` is what one of them has nothing to do that with.
+  std::string LacksContent(const BaseNode& worker, std::string_view verb, bool tells) {
     const BaseNode* emitter = nullptr;
     bool isToldElsewhere = false;
     for (const auto& [id, server] : mServerOf) {
-      if (server != mServerOf.at(solver.Id())) continue;
+      if (server != mServerOf.at(worker.Id())) continue;
       const BaseNode& node = *mDocument.Find(id);
       const NodeKind* kind = FindKind(node.Type());
       if (!kind) continue;
@@ -362,12 +385,13 @@ class ReachFinder {
     }
     if (!emitter) {
       constexpr std::string_view text = "there is no emitter that fills anything";
-      Find(solver, "", fmt::format("it has nothing to move: {}", text), true);
+      if (tells) Find(worker, "", fmt::format("it has nothing to {}: {}", verb, text), true);
       return std::string(text);
     }
     std::string text =
         fmt::format("{}, which would fill it, never works: {}", Named(*emitter), WhyIdle(*emitter));
-    if (!isToldElsewhere) Find(solver, "", fmt::format("it has nothing to move: {}", text));
+    if (tells && !isToldElsewhere)
+      Find(worker, "", fmt::format("it has nothing to {}: {}", verb, text));
     return text;
   }
 
@@ -423,6 +447,7 @@ class ReachFinder {
   Reachability& mReach;
   std::map<NodeId, const BaseNode*> mServerOf;
   std::set<NodeId> mSeen;
+  std::set<const BaseNode*> mToldEmpty;  ///< servers without content
 };
 
 Reachability::Reachability(const Document& document, const std::vector<BaseNode*>& servers,

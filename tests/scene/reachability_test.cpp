@@ -109,6 +109,21 @@ TEST(Reachability, AGasThatNothingFillsNamesTheCause) {
   EXPECT_THAT(excerpt.lines, testing::Contains(HasSubstr("note: fluid \"gas\": it has nothing")));
 }
 
+TEST(Reachability, OperatorsOnFieldsThatNothingFillsRest) {
+  const RunFolder folder("reachability");
+  Diagnostics diagnostics;
+  const auto scene = LoadScene(folder.Write("s.json", R"({ "sulva": 1, "nodes": [
+   { "type": "server", "name": "scene", "children": [
+    { "type": "channel_scalar", "name": "smoke" },
+    { "type": "grid_dissipate", "name": "fade", "parameters": { "channel": "smoke" } },
+    { "type": "grid_diffusion", "name": "blur", "parameters": { "channel": "smoke" } } ] } ] })"),
+                               diagnostics);
+  EXPECT_THAT(diagnostics.Lines(),
+              ElementsAre(HasSubstr("note: grid_dissipate \"fade\": it has nothing to work on: "
+                                    "there is no emitter that fills anything")));
+  EXPECT_FALSE(scene->reach.Of(scene->document->FindByName("scene/blur")->Id())->MayWork());
+}
+
 TEST(Reachability, ALinkThatIsGivenIsNoEmptyOne) {
   const LoadedSmoke off(R"("name": "smoke" })", R"("name": "smoke", "enabled": false })");
   EXPECT_EQ(off.Of("move").whyIdle, "its 'target': 'smoke' is switched off");
