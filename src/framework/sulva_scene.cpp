@@ -81,7 +81,7 @@ const ParameterTable& SulvaScene::Parameters() {
           .To(&SceneSettings::timeScale),
       VectorRow(1012, "gravity", {0, -9.81, 0}, "m/s^2",
                 "pulls bodies and liquids; smoke rises and sinks by its own forces")
-          .Kept(),
+          .To(&SceneSettings::gravity),
       LongRow(1014, "seed", 2150, "",
               "start of everything random: another one gives a sister of the same shot")
           .To(&SceneSettings::seed),
@@ -109,7 +109,7 @@ const ParameterTable& SulvaScene::Parameters() {
       LongRow(1301, "rigid_substeps", 10, "",
               "how finely rigid bodies move: raise it where fast ones pass through walls")
           .AtLeast(1)
-          .Kept(),
+          .To(&SceneSettings::rigidSubsteps),
       LongRow(1302, "rigid_mode", 0, "", "an option of the rigid world; kept with the scene")
           .Kept(),
       BoolRow(1401, "show_statistics", true, "a viewport writes numbers beside the scene").Kept(),
@@ -224,8 +224,10 @@ bool SulvaScene::Execute(HostThread* thread, bool render) {
   mThread = thread;
   mReport = {};
   const SceneSettings settings = ReadSettings();
+  mGravity = settings.gravity;
   mFlags &= ~(kDomainChanged | kTimeChanged);
   mSeed = settings.seed;
+  mRigidSubsteps = settings.rigidSubsteps;
   const double cellSize = render ? settings.renderCellSize : settings.cellSize;
   ReadClock();
   if (mClock.time != mClock.lastTime) mFlags |= kTimeChanged;

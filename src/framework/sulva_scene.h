@@ -25,11 +25,13 @@ struct SceneSettings : host::ParameterHolder {
   i32 extraMinSubsteps = 0;
   double cfl = 2.0;
   double timeScale = 1.0;
+  Vec3d gravity{0, -9.81, 0};
   i32 seed = 2150;
   bool usePreviewRange = true;
   i32 firstFrame = 0;
   i32 lastFrame = 90;
   i32 threadLimit = 0;
+  i32 rigidSubsteps = 10;
 };
 
 /// One simulation under one server node. The scene owns the objects of its lists; a list is ordered

@@ -58,11 +58,11 @@ TEST(SceneAdvice, ParametersOfAnotherModeAreNoted) {
 }
 
 TEST(SceneAdvice, WhatNothingReadsIsToldInOneNote) {
-  EXPECT_THAT(LoadedServer(R"("seed": 5, "rigid_mode": 1, "show_statistics": false)",
+  EXPECT_THAT(LoadedServer(R"("gravity": [0, -5, 0], "rigid_mode": 1, "show_statistics": false)",
                            {"scene.rigid_mode=2", "scene.display_scale=3"})
                   .Lines(),
               ElementsAre(testing::AllOf(
-                  HasSubstr("s.json:2:28: note: set, kept with the scene, but without effect: "),
+                  HasSubstr("s.json:2:40: note: set, kept with the scene, but without effect: "),
                   testing::EndsWith("'rigid_mode' of \"scene\", 'show_statistics' of \"scene\", "
                                     "'display_scale' of \"scene\""))));
   EXPECT_THAT(LoadedServer("", {"scene.rigid_mode=2"}).Lines(),
