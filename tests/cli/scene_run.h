@@ -1,5 +1,7 @@
 // Runs a scene by the command, as a user would.
 #pragma once
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -21,7 +23,9 @@ struct SceneRun {
 inline SceneRun RunCoarsely(const std::filesystem::path& scene, double cellSize, int last,
                             const std::string& options = "") {
   namespace fs = std::filesystem;
-  const fs::path out = fs::temp_directory_path() / ("sulva_ready_" + scene.stem().string());
+  // Tests of one scene may run at once.
+  const fs::path out = fs::temp_directory_path() /
+                       ("sulva_" + std::to_string(getpid()) + "_ready_" + scene.stem().string());
   fs::remove_all(out);
   fs::create_directories(out);
   std::ostringstream command;

@@ -239,7 +239,7 @@ TEST(Checkpoint, StatesGoToTheNodesOfTheirNames) {
   ASSERT_TRUE(old.Open(kCheckpointIdent, states / "00003.checkpoint", HyperFile::Mode::kRead));
   CheckpointHeader header;
   ASSERT_TRUE(ReadCheckpointHeader(old, header));
-  for (const i32 format : {1, 2}) {
+  for (const i32 format : {1, kCheckpointFormat - 1}) {
     for (const auto& entry : fs::directory_iterator(states)) fs::remove(entry.path());
     HyperFile file;
     file.Open(kCheckpointIdent, states / "00003.checkpoint", HyperFile::Mode::kWrite);
@@ -257,7 +257,8 @@ TEST(Checkpoint, StatesGoToTheNodesOfTheirNames) {
     const auto before = folder.Files("base");
     EXPECT_EQ(run({"--resume"}, "base"), 5);
     EXPECT_TRUE(says("its format is " + std::to_string(format) +
-                     ", and this build of sulva goes on from format 3 alone"))
+                     ", and this build of sulva goes on from format " +
+                     std::to_string(kCheckpointFormat) + " alone"))
         << folder.Errors();
     EXPECT_TRUE(folder.Files("base") == before);
   }

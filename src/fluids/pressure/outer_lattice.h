@@ -40,7 +40,7 @@ using LatticeTaps = std::array<std::vector<AxisTaps>, 3>;
 AxisTaps CubicTaps(const std::vector<double>& nodes, double place);
 
 /// A lattice over a container and what surrounds it: cells of a few fine cells inside, which tile
-/// the container, and outside of it others that grow by a constant ratio. It ends at the user's
+/// the container, and outside of it others that grow with the distance. It ends at the user's
 /// box, or at last a thousand widths of the container away. The outermost layer of cells
 /// lies beyond the end, as in every grid that a projection works on.
 class OuterLattice {

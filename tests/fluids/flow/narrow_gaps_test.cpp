@@ -148,7 +148,7 @@ TEST(NarrowGaps, AreToldOfBelowHalfACellAndNoCreaseIs) {
 TEST(NarrowGaps, AreToldOfOnceEachHoweverSmallBesideOthers) {
   const auto meshes = [] {
     return std::vector{GapBlock({8, 3, 8}, {13, 4, 13}), GapBlock({8, 7.3, 8}, {13, 4, 13}),
-                       GapBlock({8.5, 10.6, 8.5}, {1, 2, 1})};
+                       GapBlock({8.5, 10.6, 8.5}, {2.5, 2, 2.5})};
   };
   GapSolids one(meshes(), 0, 1), seven(meshes(), 0, 7);
   const auto places = one.gaps.TakePlaces(), others = seven.gaps.TakePlaces();

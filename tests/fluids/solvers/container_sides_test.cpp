@@ -213,6 +213,7 @@ TEST(ContainerSides, NothingDependsOnTheNumberOfWorkers) {
     SidesRig rig(threads);
     rig.Add("grid_advection", "move").Set(1005, LinkTo(*rig.gasNode));
     rig.Expand(6);
+    rig.RunOperators();
     rig.Expand(8);
     std::vector<double> state;
     rig.AppendVelocity(state);
