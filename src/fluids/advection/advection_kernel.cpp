@@ -147,7 +147,10 @@ void SampleRow(const AdvectionData& data, const Grid<double>& g, const Grid<doub
 /// Ends paths at thin walls.
 void StopAtWalls(const AdvectionData& data, const RowVectors& start, i32 n, RowVectors& ends) {
   if (!data.thin) return;
-  for (i32 i = 0; i < n; ++i) ends.Set(i, data.thin->Stop(start.At(i), ends.At(i)));
+  // A face beside a filled cell whose paths ended there would never change but by pressure.
+  const auto cells =
+      data.Shape().mKind <= kFaceZ ? ThinFaces::kFilledToo : ThinFaces::kWithoutFilled;
+  for (i32 i = 0; i < n; ++i) ends.Set(i, data.thin->Stop(start.At(i), ends.At(i), cells));
 }
 
 /// Some samples of a row with the velocity there, and where the paths that end there start.

@@ -67,7 +67,7 @@ void ThinFaces::Close(Grid_VolumeFractions& fractions) const {
     if (open[face.axis]) (*open[face.axis])(face.at.x, face.at.y, face.at.z) = 0;
 }
 
-Vec3d ThinFaces::Stop(const Vec3d& from, const Vec3d& to) const {
+Vec3d ThinFaces::Stop(const Vec3d& from, const Vec3d& to, Cells cells) const {
   const VecInt3D n = mBits->Dims();
   VecInt3D cell, end;
   for (i32 a = 0; a < 3; ++a) {
@@ -88,7 +88,8 @@ Vec3d ThinFaces::Stop(const Vec3d& from, const Vec3d& to) const {
     VecInt3D next = cell;
     next[axis] += way[axis] > 0 ? 1 : -1;
     const VecInt3D& above = way[axis] > 0 ? next : cell;
-    if (ClosesFace(axis, above.x, above.y, above.z) || IsFilled(next)) {
+    if (ClosesFace(axis, above.x, above.y, above.z) ||
+        (cells == kWithoutFilled && IsFilled(next))) {
       Vec3d stop = from + way * std::clamp(least, 0.0, 1.0);
       for (i32 a = 0; a < 3; ++a)
         stop[a] = std::clamp(stop[a], cell[a] + kHair, cell[a] + 1 - kHair);
@@ -113,7 +114,8 @@ u8 ThinFaces::ReachFaces(const Vec3d& p, i32 axis) const {
   for (i32 k = 0; k < 8; ++k) {
     const VecInt3D face = base + VecInt3D{k >> 2, k >> 1 & 1, k & 1};
     const Vec3d at = ToReal(face) + offset;
-    if (ClosesFace(axis, face.x, face.y, face.z) || Stop(p, at) == at) reached |= 1u << k;
+    if (ClosesFace(axis, face.x, face.y, face.z) || Stop(p, at, kFilledToo) == at)
+      reached |= 1u << k;
   }
   return static_cast<u8>(reached ? reached : 0xff);
 }

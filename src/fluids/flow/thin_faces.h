@@ -24,6 +24,7 @@ class ThinFaces {
     i32 axis;
   };
   enum Range { kInner, kOutermostToo };
+  enum Cells { kWithoutFilled, kFilledToo };
 
   /// Gathers the thin walls of all enabled obstacles.
   void Build(const std::vector<VolumeBase*>& obstacles, const GridLayout& layout);
@@ -46,8 +47,10 @@ class ThinFaces {
   /// The cell's centre lies in a thin wall.
   bool IsFilled(const VecInt3D& cell) const { return (*mBits)(cell.x, cell.y, cell.z) & kFilled; }
 
-  /// The end of a straight way, or where it meets a closed face, just before it; in cells.
-  Vec3d Stop(const Vec3d& from, const Vec3d& to) const;
+  /// The end of a straight way, or where it meets a closed face, just before it; in cells. What
+  /// cells hold can't come out of filled ones. Gas can: the open faces of a cell that is filled by
+  /// its centre lead through it.
+  Vec3d Stop(const Vec3d& from, const Vec3d& to, Cells cells = kWithoutFilled) const;
   /// Which of the eight cells round `p` (cells) can be reached from the one that holds `p`, staying
   /// among them: bit z + 2 y + 4 x of the offset from the lowest. All of them where no closed face
   /// lies between, else of the outermost layer those only that are asked for: what continues there

@@ -5,6 +5,7 @@
 #include "fluids/advection/row_sampling.h"
 #include "fluids/fields/trace_path.h"
 #include "fluids/gas_rig.h"
+#include "fluids/volume/mesh_solid.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
@@ -296,6 +297,42 @@ TEST(GridAdvection, EveryFaceWithAnOpenPartMoves) {
   EXPECT_GT(v(6, 5, 5), before + 0.015) << "the face's centre is in the solid";
   EXPECT_NEAR(v(8, 5, 5), v.PositionOf(8, 5, 5).x + 0.02, 1e-9);
   EXPECT_EQ(v(4, 5, 5), v.PositionOf(4, 5, 5).x) << "closed";
+}
+
+TEST(GridAdvection, FacesOfCellsThatAThinWallFillsMoveToo) {
+  std::size_t count = 0;
+  for (const i32 scheme : {kSemiLagrangian, kMacCormack})
+    for (const double turn : {0.3, 0.5, 0.8}) {
+      AdvectionRig rig({16, 16, 16}, 0.1);
+      rig.AddAdvection(nullptr, scheme);
+      rig.SetUp();
+      const f32 size = rig.scene->mDomain.cellSize;
+      const TurnedBox rod({8, 8.2, 8}, {1.5, 30, 1.5}, turn, 0.4, size);
+      MeshSolid solid(rod.mesh, size);
+      rig.gas->mFlow.mBoundary.mObstacles = {&solid};
+      rig.Fit();
+      rig.RunGas(kEmitters);
+      const ThinFaces& thin = rig.gas->mFlow.mThinFaces;
+      ASSERT_TRUE(thin.HasAny());
+      rig.FillVelocity([](const Vec3d&) { return Vec3d{}; });
+      // Gas that comes out of filled cells, and so far from where it is at rest.
+      std::vector<std::pair<i32, VecInt3D>> faces;
+      for (i32 axis = 0; axis < 3; ++axis)
+        ForEachCell({{2, 2, 2}, {16, 16, 16}}, [&](i32 x, i32 y, i32 z) {
+          const VecInt3D above{x, y, z}, below = above - ExtraOf(axis);
+          const bool isFilled = thin.IsFilled(above);
+          const float open = (*rig.gas->mFlow.GetOpenFaces(axis))(x, y, z);
+          if (!(open > 0) || isFilled == thin.IsFilled(below)) return;
+          faces.emplace_back(axis, above);
+          (*rig.gas->mFlow.mVelocity.GetGrid(axis))(x, y, z) = isFilled ? -1 : 1;
+        });
+      rig.RunOperators();
+      for (const auto& [axis, at] : faces)
+        EXPECT_LT(std::fabs((*rig.gas->mFlow.mVelocity.GetGrid(axis))(at.x, at.y, at.z)), 0.95)
+            << scheme << ": " << axis << " " << at.x << " " << at.y << " " << at.z;
+      count += faces.size();
+    }
+  EXPECT_GT(count, 10u);
 }
 
 TEST(GridAdvection, KnowingClearCellsChangesNothing) {
