@@ -30,6 +30,7 @@ const NodeKind& GridCacher::Kind() {
       .categories = kCategoryGrid,
       .flags = "S",
       .stages = {kLoadCache, kEmitters, kSaveCache},
+      .priority = 0,
       .menu = {"Grids/Operators"},
       .purpose = "records fields, volumes and the gas, a file a frame, and plays them back",
       .example =
