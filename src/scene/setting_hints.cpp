@@ -83,7 +83,10 @@ class SettingHints : public HintBase {
                               ? std::abs(double(Whole(server, server_row::kLastFrame)) -
                                          Whole(server, server_row::kFirstFrame))
                               : double(mScene.document->previewMax) - mScene.document->previewMin;
-    const bool isSteady = scale > 0 && !server.Tracks().contains(server_row::kTimeScale);
+    // Windows count in steps of the scene where time doesn't go at the pace of frames.
+    const bool isSteady = scale == 1 && !isFixed &&
+                          !server.Tracks().contains(server_row::kTimeScale) &&
+                          !server.Tracks().contains(server_row::kTimeMode);
     for (const BaseNode* node : mNodes) {
       if (IsA<ChannelPair>(*node)) CheckAmount(*node);
       if (IsA<Duration>(*node) && isSteady) CheckStart(*node, frames, scale);
