@@ -48,8 +48,9 @@ bool GapProbe::GoesOn(const Gap& gap, const Vec3d& normal) const {
   return open >= 2;
 }
 
-/// On some way along the gap its sides meet. Where solids cross each other by a hair, facets leave
-/// places that look narrowest some way beside the crease.
+/// On some way along the gap its sides meet. Sides that run on beside each other as far as another
+/// solid don't. Where solids cross each other by a hair, facets leave places that look narrowest
+/// some way beside the crease.
 bool GapProbe::EndsNearby(const Gap& gap) const {
   const Vec3d normal = mSolids.Find(gap.at).normal;
   const Vec3d u = Normalised(Cross(normal, UnitOf(std::abs(normal.x) < 0.6 ? 0 : 1)));
@@ -57,11 +58,13 @@ bool GapProbe::EndsNearby(const Gap& gap) const {
   for (i32 i = 0; i < kWays; ++i) {
     const double angle = 2 * std::numbers::pi * i / kWays;
     Vec3d way = u * std::cos(angle) + v * std::sin(angle), at = gap.at;
+    double opening = gap.isParallel ? 0 : 1;
     for (i32 step = 0; step < kSteps; ++step) {
       const Vec3d next = at + way * (0.5 * mCell);
       const auto across = Measure(next);
-      if (!across && mSolids.DistanceAt(next) > 0) break;
+      if (!across && (mSolids.DistanceAt(next) > 0 || opening < kSideBySide)) break;
       if (!across || across->gap.width < kMet * mCell) return true;
+      opening = Length(across->opening);
       // The way bends with the gap.
       at = across->gap.at;
       const Vec3d upright = mSolids.Find(at).normal;

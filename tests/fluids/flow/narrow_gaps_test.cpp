@@ -128,6 +128,12 @@ TEST(NarrowGaps, AreToldOfBelowHalfACellAndNoCreaseIs) {
   EXPECT_FALSE(wall[0].other);
   EXPECT_NEAR(wall[0].width, 0.3, 0.01);
 
+  // Between walls of a room.
+  const auto tube = placesIn({GapBlock({8, 4, 8}, {40, 4, 6}), GapBlock({8, 8.3, 8}, {40, 4, 6})},
+                             kWallLowX | kWallHighX | kWallLowZ | kWallHighZ);
+  ASSERT_EQ(tube.size(), 1u);
+  EXPECT_NEAR(tube[0].width, 0.3, 0.01);
+
   // Creases: solids that touch, blocks that lean on one another, and balls that cross.
   EXPECT_TRUE(placesIn({below, GapBlock({8, 8, 8}, {6, 4, 6})}).empty());
   for (const double angle : {0.08, 0.3, 0.6})
