@@ -151,10 +151,12 @@ DUST = [
     {"type": "channel_dust", "name": "dust"},
     {"type": "emission_setting", "name": "rate", "parameters": {"amount": 1, "absolute": True}},
     {"type": "channelsettings", "name": "pair", "parameters": {"channel": "dust", "settings": "rate"}},
-    {"type": "gridemitter", "name": "source", "parameters": {"volume": "air volume", "channels": ["pair"]}},
+    {"type": "channelsettings", "name": "warmth", "parameters": {"channel": "heat", "settings": "rate"}},
+    {"type": "gridemitter", "name": "source", "parameters": {"volume": "air volume", "channels": ["pair", "warmth"]}},
     {"type": "grid_advection", "name": "move dust", "parameters": {"target": "dust", "solver": "gas"}},
     {"type": "grid_dissipate", "name": "settle", "parameters": {"channel": "dust"}},
     {"type": "channel_temp", "name": "heat"},
+    {"type": "grid_advection", "name": "move heat", "parameters": {"target": "heat", "solver": "gas"}},
     {"type": "force_buoyancy", "name": "lift", "parameters": {"temperature_channel": "heat", "density_channel": "dust"}},
     {"type": "cache", "name": "recording", "parameters": {"mode": "record", "objects": ["dust"]}}]
 
