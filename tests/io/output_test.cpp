@@ -74,10 +74,11 @@ TEST(Statistics, LinesHoldTheContract) {
   record.steps = {0.02, 0.02};
   record.simulated = true;
   record.stageSeconds[6] = 0.05;
-  record.channels.push_back({.name = "smoke", .dims = {4, 5, 6}, .max = {1, 0, 0}});
+  record.channels.push_back({.name = "smoke", .dims = {4, 5, 6}, .max = {1, 0, 0}, .ledger = {}});
   record.channels[0].ledger = MELDO_SULVA::FieldLedger{.emitted = 3, .handedOver = 2, .drift = -1};
-  record.channels.push_back({.name = "colour", .components = 3, .sum = {1, 2, 3}});
-  record.solvers.push_back({.name = "gas", .maxSpeed = 1.5, .pressure = {{31, 8e-9}}});
+  record.channels.push_back({.name = "colour", .components = 3, .sum = {1, 2, 3}, .ledger = {}});
+  record.solvers.push_back(
+      {.name = "gas", .maxSpeed = 1.5, .pressure = {{31, 8e-9}}, .volume = {}});
   record.solvers[0].volume = MELDO_SULVA::VolumeLedger{.solids = 0.5, .left = 0.25};
   record.cfl = 2.5;
   record.warnings = {"it \"leaks\""};
@@ -139,7 +140,7 @@ TEST(Statistics, FileGrowsWhileItIsOpenAndAFailureIsOnlyAWarning) {
   const std::string line = ReadAll(folder / "full.jsonl");
   FrameRecord more;
   more.frame = 1;
-  for (int i = 0; i < 30; ++i) more.channels.push_back({.name = "smoke"});
+  for (int i = 0; i < 30; ++i) more.channels.push_back({.name = "smoke", .ledger = {}});
   full.WriteFrame(more);
   EXPECT_NE(full.Warning().find("File too large"), std::string::npos) << full.Warning();
   EXPECT_EQ(ReadAll(folder / "full.jsonl"), line) << "a line is there whole or not at all";
@@ -177,7 +178,7 @@ TEST(FrameLog, LinesAreInTheOrderOfTheirFrames) {
 
 TEST(FrameRecord, NonFiniteValuesAreNamed) {
   FrameRecord record;
-  record.channels.push_back({.name = "smoke"});
+  record.channels.push_back({.name = "smoke", .ledger = {}});
   record.solvers.emplace_back().name = "gas";
   EXPECT_EQ(FindNonFinite(record), "");
   record.channels[0].sum.x = std::numeric_limits<double>::infinity();

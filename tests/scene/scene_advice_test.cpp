@@ -80,9 +80,9 @@ TEST(SceneAdvice, KindsOfEntriesThatNobodyAsksForAreWithoutEffect) {
       { "type": "fluid", "name": "gas", "parameters": { "forces": [)" +
                                    entry + "] } } ] } ] }"),
         diagnostics, options);
-    std::vector<std::string> lines = diagnostics.Lines();
-    std::erase_if(lines, [](auto& line) { return line.find("has nothing to move") != line.npos; });
-    return lines;
+    std::vector<std::string> told = diagnostics.Lines();
+    std::erase_if(told, [](auto& line) { return line.find("has nothing to move") != line.npos; });
+    return told;
   };
   EXPECT_THAT(lines(R"("wind")"), IsEmpty());
   EXPECT_THAT(lines(R"({ "node": "wind", "flags": 0 })"), IsEmpty());
