@@ -83,21 +83,21 @@ class SettingHints : public HintBase {
                               ? std::abs(double(Whole(server, server_row::kLastFrame)) -
                                          Whole(server, server_row::kFirstFrame))
                               : double(mScene.document->previewMax) - mScene.document->previewMin;
-    // Windows count in steps of the scene where time doesn't go at the pace of frames.
+    // Where time doesn't go at the pace of frames, nor do windows.
     const bool isSteady = scale == 1 && !isFixed &&
                           !server.Tracks().contains(server_row::kTimeScale) &&
                           !server.Tracks().contains(server_row::kTimeMode);
     for (const BaseNode* node : mNodes) {
       if (IsA<ChannelPair>(*node)) CheckAmount(*node);
-      if (IsA<Duration>(*node) && isSteady) CheckStart(*node, frames, scale);
+      if (IsA<Duration>(*node) && isSteady) CheckStart(*node, frames);
     }
   }
 
-  void CheckStart(const BaseNode& duration, double frames, double scale) {
+  void CheckStart(const BaseNode& duration, double frames) {
     const bool usesFrames = Whole(duration, Duration::kUseFramesRow) != 0;
     const i32 row = usesFrames ? Duration::kStartFramesRow : Duration::kStartRow;
     const double start =
-        usesFrames ? Whole(duration, row) : Number(duration, row) * mScene.document->fps / scale;
+        usesFrames ? Whole(duration, row) : Number(duration, row) * mScene.document->fps;
     // What opens with the end of the last frame comes too late for all but caches, which work then.
     const auto& readers = ReadersOf(duration);
     const bool isForCache = std::any_of(readers.begin(), readers.end(), [](const BaseNode* reader) {
