@@ -265,6 +265,7 @@ void GridDiffusion::Prepare() {
   if (!grid) return (void)Deactivate("its channel has no grid");
   if (!MakeWorkGrids(IsGaussian() ? 2 : 1, *grid)) return;
   if (grid->mNz < 3) return (void)Deactivate("its channel has no inner cells");
+  if (mScalar) mScalar->SettleEmission();
   SetFlag(FLAG_ACTIVE, true);
 }
 

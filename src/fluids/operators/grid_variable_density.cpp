@@ -123,6 +123,7 @@ void GridVariableDensity::Prepare() {
   if (IsPlayed(mScalar, mVector)) return (void)Deactivate(kPlayedReason);
   if (!GatherGrids()) return;
   if (mTargets[0]->mLayout.dims.z < 3) return (void)Deactivate("its target has no inner cells");
+  if (mScalar) mScalar->SettleEmission();
   SetFlag(FLAG_ACTIVE, true);
 }
 

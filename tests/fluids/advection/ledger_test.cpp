@@ -172,6 +172,18 @@ TEST(Ledger, WorkAndTrimmingAreToldApart) {
   EXPECT_DOUBLE_EQ(ledger.trimmed, 2 + 1e-9);
   EXPECT_EQ(rig.TakeLedger().trimmed, 0) << "each frame has its own";
   EXPECT_DOUBLE_EQ(InnerTotal(g), 1.5);
+
+  // What emitters filled is looked at once, by whoever comes next.
+  g(6, 6, 6) += 0.125;
+  rig.smoke->NoteEmission();
+  g(7, 7, 7) += 0.25;
+  rig.smoke->NoteEmission();
+  rig.smoke->SettleEmission();
+  g(7, 7, 7) += 0.5;
+  rig.smoke->UpdateRange();
+  const FieldLedger next = rig.TakeLedger();
+  EXPECT_DOUBLE_EQ(next.emitted, 0.375);
+  EXPECT_DOUBLE_EQ(next.made, 0.5);
 }
 
 TEST(DriftWatch, NoiseIsNoAlarmAndLossIsHeldAgainstWhatWasGiven) {
