@@ -89,9 +89,9 @@ TEST(Books, AFireMakesWhatItsFuelGives) {
 
 TEST(Books, ADriftIsToldOnceAndAlikeByARunThatGoesOn) {
   const RunFolder folder("books");
-  folder.Write("smoke.json", RecordedSmoke(52));
+  folder.Write("smoke.json", RecordedSmoke(52, 0.25));
   const auto run = [&](std::vector<std::string> more) {
-    more.insert(more.begin(), {"run", "smoke.json", "--quiet", "--checkpoint", "2", "--out"});
+    more.insert(more.begin(), {"run", "smoke.json", "--quiet", "--checkpoint", "12", "--out"});
     return folder.Run(more);
   };
   ASSERT_EQ(run({"whole"}), 0) << folder.Errors();
@@ -105,7 +105,7 @@ TEST(Books, ADriftIsToldOnceAndAlikeByARunThatGoesOn) {
   for (const auto& [frame, warnings] : told) count += warnings.size();
   EXPECT_EQ(count, 2) << "smoke and heat, each once";
 
-  ASSERT_EQ(run({"part", "--frames", ":12"}), 0);
+  ASSERT_EQ(run({"part", "--frames", ":18"}), 0);
   ASSERT_EQ(run({"part", "--resume"}), 0) << folder.Errors();
   EXPECT_EQ(WarningsOf(folder, "part"), told);
   EXPECT_EQ(folder.Files("part").at("stats.jsonl"), folder.Files("whole").at("stats.jsonl"));

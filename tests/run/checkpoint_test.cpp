@@ -45,7 +45,7 @@ int RunThroughKills(const RunFolder& folder, std::vector<std::string> arguments,
 
 TEST(Checkpoint, RunThatGoesOnEndsWithTheSameBytes) {
   const RunFolder folder("goes_on");
-  folder.Write("smoke.json", RecordedSmoke(9));
+  folder.Write("smoke.json", RecordedSmoke(9, 0.2));
   ASSERT_EQ(folder.Run({"run", "smoke.json", "--out", "whole", "--checkpoint", "2"}), 0)
       << folder.Errors();
   for (int stop = 0; stop < 9; stop += 2) {
