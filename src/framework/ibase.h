@@ -94,7 +94,8 @@ class iBase : public host::ParameterHolder {
   /// End of a phase: the base clears the links that the rows name, overrides what they derived.
   virtual void ClearLinks();
   virtual void CheckDirty();
-  /// Sort order inside a stage.
+  /// Order inside a stage: by priority. An override may also say of one with a higher priority that
+  /// this object doesn't come before it: then it waits for that one.
   virtual bool ComesBefore(const iBase& other) const { return mPriority < other.mPriority; }
   /// Whether the object only adds to what it writes, so that among objects of which this is true
   /// the order changes nothing but roundings.
@@ -141,6 +142,12 @@ class iBase : public host::ParameterHolder {
     mInactiveReason = reason;
     SetFlag(FLAG_ACTIVE, false);
     return false;
+  }
+
+  /// Takes back that the object ran in this stage, since nobody sees that it did, and keeps why.
+  void TakeBackRun(const char* reason) {
+    if (mRuns > 0) --mRuns;
+    mInactiveReason = reason;
   }
 
   bool Has(u32 flag) const { return mFlags & flag; }

@@ -1,4 +1,6 @@
-// The pipeline: its 26 stages in one table, in the order in which they run.
+// The pipeline: its 26 stages in one table, by number. A frame that is simulated runs 0, 1, then 2
+// to 16 and 18 once per substep, then 19 to 23, and 17 behind that; 24 takes the place of 1 where a
+// frame is only looked at again.
 #pragma once
 #include <array>
 #include <string_view>
@@ -52,7 +54,7 @@ inline constexpr std::array<StageRow, kStageCount> kPipeline = {{
     { 3, "Volumes",                            "parts without a node move; meshes take shape, volumes distances"},
     { 4, "Calculate Bounds",                   "solvers, then channels, fit their boxes to the content"},
     { 5, "Emitters",                           "solid level set and open fractions; emission; played grids are filled"},
-    { 6, "Advection",                          "fields, then velocity, move with the flow"},
+    { 6, "Advection",                          "the velocity, then the fields that it carries, move on"},
     { 7, "Operators",                          "combustion, density, points to grids, changes of meshes"},
     { 8, "Fluid Dynamics",                     "nodes that are moved here; no kind has it as its own"},
     { 9, "Forces Emission",                    "forces change the velocity"},

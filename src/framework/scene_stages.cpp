@@ -118,25 +118,14 @@ bool SulvaScene::FinishStep() {
 }
 
 std::vector<iObject*> SulvaScene::CollectStage(i32 stage) const {
-  std::vector<iBase*> sorted;
+  std::vector<iBase*> found;
   for (i32 list = 1; list <= 8; ++list)
-    for (const auto& [id, object] : mLists[list]) {
-      if (!object->Has(FLAG_ENABLED) || !(object->mStageMask & StageBit(stage)) ||
-          !object->IsPipelineObject())
-        continue;
-      // Overrides of ComesBefore need not be a strict weak order, which a library sort would ask
-      // for: each object moves up from the end past those that it precedes. Equal ones keep list
-      // order, but for those that add: sums are alike to the last bit in any order of the file.
-      const auto isBefore = [&](const iBase& a, const iBase& b) {
-        if (a.ComesBefore(b) || b.ComesBefore(a)) return a.ComesBefore(b);
-        return a.Commutes() && b.Commutes() && a.Node()->Path() < b.Node()->Path();
-      };
-      auto at = sorted.end();
-      while (at != sorted.begin() && isBefore(*object, *at[-1])) --at;
-      sorted.insert(at, object.get());
-    }
+    for (const auto& [id, object] : mLists[list])
+      if (object->Has(FLAG_ENABLED) && (object->mStageMask & StageBit(stage)) &&
+          object->IsPipelineObject())
+        found.push_back(object.get());
   std::vector<iObject*> objects;
-  for (iBase* object : OrderByLinks(sorted, *this))
+  for (iBase* object : OrderByLinks(OrderByPlace(std::move(found)), *this))
     objects.push_back(static_cast<iObject*>(object));
   return objects;
 }

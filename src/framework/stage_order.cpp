@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <tuple>
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -17,6 +18,9 @@ class Waits {
     for (iBase* object : objects) {
       std::set<const iBase*> seen;
       Follow(*object, *object, seen);
+      for (iBase* other : objects)
+        if (object->mPriority < other->mPriority && !object->ComesBefore(*other))
+          mFor[object].insert(other);
     }
     for (const auto& [target, readers] : mReaders)
       for (iBase* writer : mWriters[target])
@@ -34,24 +38,33 @@ class Waits {
     };
     return follows(object);
   }
-  /// Something that both objects write; null if there is nothing.
+  /// The first thing of the document that both objects write; null if there is none.
   const iBase* SharedTarget(iBase* a, iBase* b) const {
+    const iBase* first = nullptr;
     for (const auto& [target, writers] : mWriters)
-      if (writers.contains(a) && writers.contains(b)) return target;
-    return nullptr;
+      if (writers.contains(a) && writers.contains(b) &&
+          (!first || target->Node()->Id() < first->Node()->Id()))
+        first = target;
+    return first;
   }
 
  private:
+  static bool IsEmpty(const iBase& holder, i32 row) {
+    const host::Value* value = holder.Node()->Get(row);
+    const host::Link* link = value ? std::get_if<host::Link>(value) : nullptr;
+    return !link || link->node == 0;
+  }
   /// The links of `holder`, which count as those of `object`.
   void Follow(iBase& object, const iBase& holder, std::set<const iBase*>& seen) {
     if (!holder.Rows() || !holder.Node() || !seen.insert(&holder).second) return;
     for (const host::ParameterRow& row : *holder.Rows()) {
       if (row.type != host::ParameterType::Link && row.type != host::ParameterType::Links) continue;
+      const bool writes = row.writes || (row.writesWithout && IsEmpty(holder, row.writesWithout));
       for (const host::LinkTarget& link : host::TargetsOf(row, *holder.Node(), mScene)) {
         auto* target = dynamic_cast<iBase*>(link.object);
         if (!target || target == &object) continue;
-        if (mObjects.contains(target) && !row.writes) mFor[&object].insert(target);
-        (row.writes ? mWriters : mReaders)[target].insert(&object);
+        if (mObjects.contains(target) && !writes) mFor[&object].insert(target);
+        (writes ? mWriters : mReaders)[target].insert(&object);
         const i32 list = target->GetListIndex();
         if (list == kListSettings || list == kListAuxiliary) Follow(object, *target, seen);
       }
@@ -83,7 +96,29 @@ std::string CircleOf(const std::vector<iBase*>& waiting, Waits& waits) {
   return text + "'" + way.front()->mName + "'";
 }
 
+/// Where an object stands before links are looked at.
+struct Place {
+  explicit Place(iBase& of) : object(&of), order(of.mPriority, of.GetListIndex(), of.Commutes()) {
+    if (of.Commutes()) path = of.Node()->Path();
+  }
+  bool operator<(const Place& other) const {
+    return std::tie(order, path) < std::tie(other.order, other.path);
+  }
+  iBase* object;
+  std::tuple<i32, i32, bool> order;
+  std::string path;  ///< of those that only add
+};
+
 }  // namespace
+
+std::vector<iBase*> OrderByPlace(std::vector<iBase*> objects) {
+  std::vector<Place> places;
+  for (iBase* object : objects) places.emplace_back(*object);
+  std::stable_sort(places.begin(), places.end());
+  std::transform(places.begin(), places.end(), objects.begin(),
+                 [](const Place& place) { return place.object; });
+  return objects;
+}
 
 std::vector<iBase*> OrderByLinks(const std::vector<iBase*>& objects, const Scene& scene) {
   if (objects.size() < 2) return objects;
@@ -115,7 +150,8 @@ std::vector<OrderTie> FindTies(const std::vector<iBase*>& objects, const Scene& 
       // Those of different lists stand in the order of the lists, whatever the file says. What
       // caches change is what they recorded: two in one field are told of elsewhere.
       if (a->GetListIndex() != b->GetListIndex() || a->GetListIndex() == kListCaches) continue;
-      if (a->ComesBefore(*b) || b->ComesBefore(*a) || a->CommutesWith(*b)) continue;
+      if (a->mPriority != b->mPriority || a->Commutes() != b->Commutes() || a->CommutesWith(*b))
+        continue;
       const iBase* target = waits.SharedTarget(a, b);
       if (target && !waits.Follows(a, b) && !waits.Follows(b, a)) ties.push_back({a, b, target, 0});
     }

@@ -20,10 +20,17 @@ class OrderError : public std::runtime_error {
   const host::BaseNode* mNode;
 };
 
+/// Sorts the objects of a stage, which stand in the order of their lists and the file, by
+/// priority, then by list. Of one priority and list, those of which the order counts come first, in
+/// the order of the file; those that only add follow, by the paths of their names, so that sums are
+/// alike to the last bit in any order of the file.
+std::vector<iBase*> OrderByPlace(std::vector<iBase*> objects);
+
 /// Moves objects back behind those that they wait for, and leaves the order as it is elsewhere.
 ///
-/// An object waits for every object of the stage that it links to, but for one that it writes:
-/// there priority decides, since it may change what that one begins with or what it has become.
+/// An object waits for those of a higher priority before which it may not come (`ComesBefore`), and
+/// for every object of the stage that it links to, but for one that it writes: there priority
+/// decides, since it may change what that one begins with or what it has become.
 /// Whoever only reads something, such as a field or a mesh, waits for all that write it.
 /// Links of settings count as those of the object that names them. Throws OrderError when objects
 /// wait in a circle.
@@ -38,7 +45,7 @@ struct OrderTie {
 };
 
 /// The ties among the objects of a stage, which stand in their order: of one list, of equal
-/// priority, not waiting for each other, and such that their order counts.
+/// priority, not waiting for each other, and neither of them one that only adds.
 std::vector<OrderTie> FindTies(const std::vector<iBase*>& objects, const Scene& scene);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -94,6 +94,7 @@ struct ParameterRow {
   bool required = false;              ///< without this link the node does nothing
   bool restsWhereDead = false;  ///< given and leading to what takes no part, it isn't as if empty
   bool writes = false;          ///< the node changes what the link leads to, others only read it
+  i32 writesWithout = 0;        ///< it changes that where the link of this other row is empty
   bool readsToo = false;        ///< and what it changes elsewhere follows from what it finds there
   bool readsFlags = false;      ///< of a list: the flags of its entries count
   bool kept = false;            ///< stored and kept with the scene, without effect
@@ -126,6 +127,8 @@ struct ParameterRow {
   ParameterRow& AcceptsAny(KindGroup group) { return acceptsAny.push_back(group), *this; }
   ParameterRow& AllWhenAbsent() { return allWhenAbsent = true, *this; }
   ParameterRow& Writes() { return writes = true, *this; }
+  /// While the link of another row is empty, the node changes what this one leads to.
+  ParameterRow& WritesWithout(i32 link) { return writesWithout = link, *this; }
   ParameterRow& ReadsToo() { return readsToo = true, *this; }
   ParameterRow& Required() { return required = true, *this; }
   /// An empty link means something else: the node rests while what it names takes no part.

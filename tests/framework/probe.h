@@ -22,9 +22,11 @@ struct ProbeSetup {
   bool iterative = false;
   bool runsOnRefresh = false;
   bool resetsOnChange = false;
-  bool timeDirty = true;       ///< dirty in every frame whose time moved on
-  bool sleepsAtStart = false;  ///< inactive in the start frame
-  bool active = true;          ///< what `Prepare` and `ApplyBounds` leave in FLAG_ACTIVE
+  bool timeDirty = true;         ///< dirty in every frame whose time moved on
+  bool sleepsAtStart = false;    ///< inactive in the start frame
+  bool active = true;            ///< what `Prepare` and `ApplyBounds` leave in FLAG_ACTIVE
+  bool adds = false;             ///< its order among others that add counts for nothing
+  std::set<std::string> behind;  ///< names of those before which it doesn't come
   u32 categories = 0;
   i32 typeId = 0;
 };
@@ -45,6 +47,10 @@ class Probe : public iObject {
   }
   i32 GetListIndex() const override { return mSetup.list; }
   void GetCategories(u32& mask) const override { mask |= mSetup.categories; }
+  bool Commutes() const override { return mSetup.adds; }
+  bool ComesBefore(const iBase& other) const override {
+    return !mSetup.behind.contains(other.mName) && iObject::ComesBefore(other);
+  }
   bool IsSequential() const override { return mSetup.sequential; }
   bool IsIterative() const override { return mSetup.iterative; }
   bool RunsOnRefresh() const override { return mSetup.runsOnRefresh; }

@@ -14,11 +14,13 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-constexpr i32 kReads = 1, kWrites = 2;
+constexpr i32 kReads = 1, kWrites = 2, kTarget = 3, kFlow = 4;
 
 const host::ParameterTable& Rows() {
-  static const host::ParameterTable rows = {host::LinksRow(kReads, "reads", "", {}),
-                                            host::LinksRow(kWrites, "writes", "", {}).Writes()};
+  static const host::ParameterTable rows = {
+      host::LinksRow(kReads, "reads", "", {}), host::LinksRow(kWrites, "writes", "", {}).Writes(),
+      host::LinkRow(kTarget, "target", "").Writes(),
+      host::LinkRow(kFlow, "flow", "").WritesWithout(kTarget)};
   return rows;
 }
 
@@ -78,6 +80,18 @@ TEST_F(OrderTest, ReadersOfAFieldWaitForItsWriters) {
       << "writers among themselves keep the order of the file";
 }
 
+TEST_F(OrderTest, WhatStandsInForAnEmptyLinkIsWritten) {
+  host::BaseNode& gas = Make("gas", kListChannels);
+  host::BaseNode& smoke = Make("smoke", kListChannels);
+  host::BaseNode& reader = Make("reader");
+  host::BaseNode& mover = Make("mover");
+  Link(reader, kReads, {&gas});
+  mover.Set(kFlow, host::Link{gas.Id()});
+  EXPECT_THAT(Order(), ElementsAre("mover", "reader"));
+  mover.Set(kTarget, host::Link{smoke.Id()});
+  EXPECT_THAT(Order(), ElementsAre("reader", "mover"));
+}
+
 TEST_F(OrderTest, LinksOfSettingsCount) {
   host::BaseNode& heat = Make("heat", kListChannels);
   host::BaseNode& pair = Make("pair", kListSettings);
@@ -106,6 +120,36 @@ TEST_F(OrderTest, AChainRunsAlikeWhateverItsOrderInTheFile) {
     own.Run(1);
     EXPECT_THAT(own.trace, ElementsAre("7 first", "7 second", "7 third"));
   } while (std::next_permutation(names.begin(), names.end()));
+}
+
+/// The traces of probes in every order of the file.
+std::set<Lines> InEveryOrder(const std::map<std::string, ProbeSetup>& setups) {
+  std::vector<std::string> names;
+  for (const auto& [name, setup] : setups) names.push_back(name);
+  std::set<Lines> traces;
+  do {
+    ProbeScene own;
+    for (const std::string& name : names) own.Add(name, setups.at(name));
+    own.Run(1);
+    traces.insert(own.trace);
+  } while (std::next_permutation(names.begin(), names.end()));
+  return traces;
+}
+
+TEST_F(OrderTest, TheFileMovesNothingPastWhatItSharesNoRuleWith) {
+  ProbeSetup plain, adds;
+  plain.stages = adds.stages = {kOperators};
+  adds.adds = true;
+  EXPECT_THAT(InEveryOrder({{"a", adds}, {"b", plain}, {"c", adds}}),
+              ElementsAre(ElementsAre("7 b", "7 a", "7 c")))
+      << "what stands between two that add doesn't part them";
+  ProbeSetup first = plain, last = plain;
+  last.priority = 20;
+  plain.priority = 15;
+  first.priority = 10;
+  first.behind = {"last"};
+  EXPECT_THAT(InEveryOrder({{"first", first}, {"last", last}, {"other", plain}}),
+              ElementsAre(ElementsAre("7 other", "7 last", "7 first")));
 }
 
 TEST_F(OrderTest, ACircleIsAnErrorThatNamesItsMembers) {

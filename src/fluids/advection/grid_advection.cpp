@@ -84,6 +84,7 @@ const ParameterTable& GridAdvection::Parameters() {
       LinkRow(kSolverRow, "solver", "whose flow carries it")
           .AcceptsAny(kSolvers)
           .Required()
+          .WritesWithout(kTargetRow)
           .To(&GridAdvection::mNamedSolver),
       RealRow(1007, "strength", 1.0, "none",
               "how much of the detail MacCormack brings back: lower is calmer")
