@@ -63,12 +63,11 @@ bool iBase::ReadParameters() {
   if (!mInterface.HasNode()) return false;
   TakeRows();
   host::FillMembers(*mRows, Node(), *this);
-  if (mKind && mKind->priority) mPriority = *mKind->priority;
+  if (mKind) mPriority = mKind->priority.value_or(0);
   if (mOwnStage >= 1) {
-    mPriority = mOwnPriority;
     mStageMask = StageBit(mOwnStage & 31);
+    if (mOwnPriority != 0) mPriority = mOwnPriority;
   } else {
-    // Classes without a base priority add up, frame by frame.
     constexpr i64 most = std::numeric_limits<i32>::max();
     mPriority = static_cast<i32>(std::clamp(i64{mPriority} + mOwnPriority, -most, most));
   }
@@ -111,7 +110,8 @@ const host::ParameterTable& iBase::CommonParameters() {
             .Range(0, 25)
             .To(&iBase::mOwnStage),
         LongRow(common_row::kPriority, "priority", 0, "",
-                "runs later in its stage than others with a lower number")
+                "lower runs earlier: added to the place of its kind in a stage; with 'stage' given "
+                "the place itself, and 0 keeps that of the kind")
             .To(&iBase::mOwnPriority),
         BoolRow(common_row::kGroupBreak, "group_break", true,
                 "others in its stage wait until it is done")

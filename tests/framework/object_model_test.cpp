@@ -79,6 +79,9 @@ TEST(Object, UserMovesStageAndPriority) {
   EXPECT_EQ(probe.mPriority, 3);
   EXPECT_EQ(probe.mStageMask, StageBit(12));
   EXPECT_FALSE(probe.Has(FLAG_GROUP_BREAK));
+  node.Set(10002, i32{0});
+  probe.ReadParameters();
+  EXPECT_EQ(probe.mPriority, 20) << "the place of its kind goes with it";
 }
 
 struct DurationTest : ::testing::Test {

@@ -76,6 +76,9 @@ TEST(Stages, TheUserMovesANodeToAnotherStage) {
   node.Set(10002, i32{3});
   s.Run(0);
   EXPECT_THAT(s.trace, ElementsAre("12 a", "12 b"));
+  node.Set(10002, i32{0});
+  s.Run(1);
+  EXPECT_THAT(s.trace, ElementsAre("12 b", "12 a")) << "the place of its kind, 30, goes with it";
 }
 
 TEST(Kinds, SequentialOnceRunsOneAfterTheOther) {
