@@ -19,7 +19,7 @@ void iVolume::ExpandBounds(Vec3d& min, Vec3d& max) {
 
 void VolumeBase::GetCategories(u32& mask) const {
   iVolume::GetCategories(mask);
-  if (mHasTag && !mDeriveMass) mask |= kCategoryActiveVolume;
+  if (mHasTag) mask |= kCategoryActiveVolume;
 }
 
 bool VolumeBase::ReadParameters() {
@@ -57,7 +57,7 @@ void VolumeBase::Release(bool full) {
 // The distances are measured anew; a solver asks which volumes are obstacles before it is known.
 void VolumeBase::Persist(StateArchive& archive) {
   iVolume::Persist(archive);
-  archive(mHasTag, mDeriveMass, mCells, mExtent, mBoxMin, mBoxMax, mCentre, mOrigin, mCellSize,
+  archive(mHasTag, mCells, mExtent, mBoxMin, mBoxMax, mCentre, mOrigin, mCellSize,
           mMaximumDistance);
 }
 

@@ -146,9 +146,8 @@ class VolumeBase : public iVolume, public CachedGrids {
   std::unique_ptr<EGrid<double>> mGrid;
   bool mInverted = false;
   double mPaddingCells = 0;
-  Vec3d mPadding{2, 2, 2};  ///< cells
-  bool mHasTag = false;     ///< the node carries the obstacle tag
-  bool mDeriveMass = false;
+  Vec3d mPadding{2, 2, 2};         ///< cells
+  bool mHasTag = false;            ///< the node carries the obstacle tag
   i32 mSubIndex = -1;              ///< mesh of a group of meshes to take, below 1 the first
   double mMaximumDistance = -1e7;  ///< greatest interior distance of the voxeliser
 
