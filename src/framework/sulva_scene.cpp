@@ -57,7 +57,7 @@ const ParameterTable& SulvaScene::Parameters() {
           .Choices({{0, "adaptive"}, {1, "fixed_substeps"}, {2, "fixed_step"}})
           .To(&SceneSettings::timeMode),
       RealRow(server_row::kFixedStep, "fixed_step", 0.2, "s",
-              "time that every substep advances, whatever the frame rate is")
+              "time that a frame advances, whatever the frame rate is; extra_substeps cut it")
           .AtLeast(0)
           .OnlyWith(server_row::kTimeMode, {2})
           .To(&SceneSettings::fixedStep),
@@ -81,7 +81,8 @@ const ParameterTable& SulvaScene::Parameters() {
           .To(&SceneSettings::timeScale),
       VectorRow(1012, "gravity", {0, -9.81, 0}, "m/s^2",
                 "pulls bodies and liquids; smoke rises and sinks by its own forces")
-          .To(&SceneSettings::gravity),
+          .To(&SceneSettings::gravity)
+          .Kept(),
       LongRow(1014, "seed", 2150, "",
               "start of everything random: another one gives a sister of the same shot")
           .To(&SceneSettings::seed),
@@ -109,7 +110,8 @@ const ParameterTable& SulvaScene::Parameters() {
       LongRow(1301, "rigid_substeps", 10, "",
               "how finely rigid bodies move: raise it where fast ones pass through walls")
           .AtLeast(1)
-          .To(&SceneSettings::rigidSubsteps),
+          .To(&SceneSettings::rigidSubsteps)
+          .Kept(),
       LongRow(1302, "rigid_mode", 0, "", "an option of the rigid world; kept with the scene")
           .Kept(),
       BoolRow(1401, "show_statistics", true, "a viewport writes numbers beside the scene").Kept(),
