@@ -8,7 +8,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 enum Category : u32 {
   kCategoryScalar = 0x2,
   kCategoryVector = 0x4,
-  kCategoryBoolean = 0x8,
   kCategoryGrid = 0x40,
   kCategoryParticle = 0x80,
   kCategoryConstraint = 0x100,
@@ -49,7 +48,6 @@ enum ListNumber : i32 {
 enum TypeId : i32 {
   kTypeChannel = 46,
   kTypeDynamicChannel = 47,
-  kTypeObjectVolume = 3,
   kTypeObjectGridEmitter = 4,
   kTypeCellEmitter = 5,
   kTypeParticleToGridEmitter = 8,
@@ -58,7 +56,6 @@ enum TypeId : i32 {
   kTypeBuoyancy = 33,
   kTypeSwirling = 37,
   kTypeFluidSolver = 42,
-  kTypeWaterSolver = 43,
   kTypeScalarChannel = 49,
   kTypeVectorChannel = 50,
   kTypeVelocityChannel = 51,
@@ -74,12 +71,10 @@ enum TypeId : i32 {
   kTypeParticleGroup = 72,
   kTypeMultiVolume = 76,
   kTypeVolumeMesh = 84,
-  kTypeSurfaceReconstructor = 90,
   kTypeMesh = 95,
   kTypeMultiMesh = 96,
   kTypeChannelPair = 98,
   kTypeChannelValue = 99,
-  kTypeGridBoundary = 101,
   kTypeAny = 2000,  ///< look-ups: any type
 };
 

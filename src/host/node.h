@@ -28,6 +28,10 @@ enum HostType : i32 {
   kServerNode = 1300000,   ///< owner of a scene, and the base type of every simulation node
   kObstacleTag = 1300111,  ///< marks an object as an obstacle
   kGroupNode = 1300150,    ///< keeps nodes together; links to it mean its children
+  // Other programs bring nodes that count as instances of these.
+  kForeignConstraint = 1300139,
+  kForeignOperator = 1300140,
+  kForeignForce = 1300141,
 };
 
 /// How the values between two keys follow.

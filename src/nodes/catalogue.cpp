@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 
@@ -90,6 +91,17 @@ bool Takes(const ParameterRow& row, const NodeKind& kind) {
   });
 }
 
+/// A table with the kinds that each link takes by its groups.
+ParameterTable WithKinds(ParameterTable table) {
+  for (ParameterRow& row : table) {
+    const std::vector<i32> named = row.accepts;
+    for (const NodeKind& other : Kinds())
+      if (Takes(row, other) && std::find(named.begin(), named.end(), other.id) == named.end())
+        row.accepts.push_back(other.id);
+  }
+  return table;
+}
+
 /// The rows of a kind with those that every node has.
 ParameterTable MakeTable(const NodeKind& kind) {
   ParameterTable table = kind.rows();
@@ -120,14 +132,12 @@ std::map<i32, ParameterTable>& Tables() {
 
 const std::deque<NodeKind>& Catalogue() { return Kinds(); }
 
-ParameterTable WithKinds(ParameterTable table) {
-  for (ParameterRow& row : table) {
-    const std::vector<i32> named = row.accepts;
-    for (const NodeKind& other : Kinds())
-      if (Takes(row, other) && std::find(named.begin(), named.end(), other.id) == named.end())
-        row.accepts.push_back(other.id);
-  }
-  return table;
+const ParameterTable& TableWithKinds(i32 id, const ParameterTable& (*rows)()) {
+  // Scenes may be read by several threads.
+  static std::mutex mutex;
+  const std::lock_guard lock(mutex);
+  const auto found = Tables().find(id);
+  return found == Tables().end() ? Tables()[id] = WithKinds(rows()) : found->second;
 }
 
 void AddKind(const NodeKind& kind) {
@@ -176,7 +186,7 @@ SulvaScene::ObjectFactory NodeFactory() {
   return [](i32 pluginId, BaseNode* node, Scene* scene) -> std::unique_ptr<iBase> {
     const NodeKind* kind = FindKind(pluginId);
     // Nodes of other programs stand for one of these kinds.
-    for (const i32 adopted : {1300139, 1300140, 1300141})
+    for (const i32 adopted : {kForeignConstraint, kForeignOperator, kForeignForce})
       if (node && node->IsInstanceOf(adopted)) kind = FindKind(adopted);
     return kind && kind->make ? kind->make(node, scene) : nullptr;
   };

@@ -17,8 +17,7 @@ std::vector<MELDO_SULVA::Scene*> AllOf(const Scenes& scenes) {
 }
 
 const host::ParameterTable& GasRows() {
-  static const host::ParameterTable rows = MELDO_SULVA::WithKinds(GasMaterial::Parameters());
-  return rows;
+  return MELDO_SULVA::TableWithKinds(GasMaterial::kPluginId, GasMaterial::Parameters);
 }
 
 std::unique_ptr<host::VolumeMaterial> MakeGas(host::BaseNode& node, const Scenes& scenes) {
@@ -47,9 +46,8 @@ std::vector<std::unique_ptr<host::VolumeMaterial>> MakeMedia(
 }
 
 const host::ParameterTable& GridSamplerParameters() {
-  static const host::ParameterTable rows =
-      MELDO_SULVA::WithKinds(ZOLT_RENDERING::GridSampler_Shader::Parameters());
-  return rows;
+  return MELDO_SULVA::TableWithKinds(host::kGridSamplerShader,
+                                     ZOLT_RENDERING::GridSampler_Shader::Parameters);
 }
 
 std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> MakeShaders(

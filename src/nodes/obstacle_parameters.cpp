@@ -1,6 +1,9 @@
 // The parameters of the obstacle tag: how the tagged object acts as a body.
 #include "fluids/mesh/obstacle_settings.h"
+
+#include "fluids/emission/alignment_vector.h"
 #include "nodes/catalogue.h"
+#include "nodes/with_kinds.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -8,19 +11,12 @@ using namespace host;
 
 namespace {
 
-constexpr i32 kAlignmentNode = 1300010;
-
-/// The kinds that weigh a value at a place.
-std::vector<i32> Constraints() {
-  return {1300018, 1300019, 1300020, 1300021, 1300022, 1300023, 1300057, 1300090,
-          1300091, 1300092, 1300093, 1300139, 1300147, 1300148, 1300149, 1300156};
-}
+/// What weighs a value at a place.
+constexpr KindGroup kConstraints{kListAuxiliary, kCategoryConstraint};
 
 constexpr double kFiveDegrees = 0.08726646259971647;
 
-}  // namespace
-
-const ParameterTable& ObstacleParameters() {
+const ParameterTable& Rows() {
   static const ParameterTable table = {
       LongRow(2000, "body_option", 0, "", "kept with the scene; nothing reads it").Kept(),
       LongRow(2001, "body_mode", 1, "", "kept with the scene; nothing reads it").Kept(),
@@ -92,23 +88,25 @@ const ParameterTable& ObstacleParameters() {
                 "0 keeps it from turning about an axis, 1 lets it turn")
           .Missing(Vec3d{})
           .Kept(),
-      LinkRow(2023, "start_direction", "node that says which way it flies off", {kAlignmentNode})
+      LinkRow(2023, "start_direction", "node that says which way it flies off",
+              {AlignmentVector3D::Kind().id})
           .Kept(),
       RealRow(2024, "start_speed", 1.0, "m/s", "how fast it flies off, along start_direction")
           .Kept(),
-      LinksRow(2025, "linear_damping_constraints", "where linear_damping counts, and how much",
-               Constraints())
+      LinksRow(2025, "linear_damping_constraints", "where linear_damping counts, and how much")
+          .AcceptsAny(kConstraints)
           .Kept(),
-      LinksRow(2026, "angular_damping_constraints", "where angular_damping counts, and how much",
-               Constraints())
+      LinksRow(2026, "angular_damping_constraints", "where angular_damping counts, and how much")
+          .AcceptsAny(kConstraints)
           .Kept(),
-      LinksRow(2027, "friction_constraints", "where friction counts, and how much", Constraints())
+      LinksRow(2027, "friction_constraints", "where friction counts, and how much")
+          .AcceptsAny(kConstraints)
           .Kept(),
-      LinksRow(2028, "rolling_friction_constraints", "where rolling_friction counts, and how much",
-               Constraints())
+      LinksRow(2028, "rolling_friction_constraints", "where rolling_friction counts, and how much")
+          .AcceptsAny(kConstraints)
           .Kept(),
-      LinksRow(2029, "restitution_constraints", "where restitution counts, and how much",
-               Constraints())
+      LinksRow(2029, "restitution_constraints", "where restitution counts, and how much")
+          .AcceptsAny(kConstraints)
           .Kept(),
       RealRow(2030, "force_transfer", 1.0, "none", "how much the gas can push the body along")
           .Kept(),
@@ -137,6 +135,10 @@ const ParameterTable& ObstacleParameters() {
   };
   return table;
 }
+
+}  // namespace
+
+const ParameterTable& ObstacleParameters() { return TableWithKinds(kObstacleTag, Rows); }
 
 const NodeKind& ObstacleKind() {
   static const NodeKind kind = {

@@ -4,8 +4,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// A table with the kinds of the catalogue that each link takes by its groups; those that come
-/// later are left out.
-host::ParameterTable WithKinds(host::ParameterTable table);
+/// The rows of something that is no kind of the catalogue, by an id of its own, with the kinds that
+/// each link takes by its groups; those that `AddKind` brings join them.
+const host::ParameterTable& TableWithKinds(i32 id, const host::ParameterTable& (*rows)());
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

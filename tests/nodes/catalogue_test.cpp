@@ -5,8 +5,11 @@
 #include <set>
 #include <typeinfo>
 
+#include "fluids/fields/plain_grid_channel.h"
 #include "framework/cache_setup_rows.h"
+#include "framework/duration.h"
 #include "nodes/help_words.h"
+#include "nodes/media.h"
 #include "nodes/menu.h"
 #include "scene/render_section.h"
 
@@ -319,6 +322,29 @@ TEST(Catalogue, TakesKindsThatAProgramBrings) {
   const auto* counter = dynamic_cast<Counter*>(scene->FindObject(&node, kListAll));
   ASSERT_NE(counter, nullptr);
   EXPECT_EQ(counter->mSum, 6);
+}
+
+bool TakesKind(const ParameterTable& table, i32 kind) {
+  return std::any_of(table.begin(), table.end(), [&](const ParameterRow& row) {
+    return std::find(row.accepts.begin(), row.accepts.end(), kind) != row.accepts.end();
+  });
+}
+
+TEST(Catalogue, RowsOutsideOfItTakeKindsThatCome) {
+  // In a process of its own: other tests list the kinds that there are.
+  const auto isSo = [] {
+    const ParameterTable &gas = app::MediumTypes().front().rows(), &tag = ObstacleParameters();
+    NodeKind soot = PlainField::Kind(), ring = Duration::Kind();
+    soot.id = 1399902, soot.type = "soot", soot.label = "Test::Soot";
+    ring.id = 1399903, ring.type = "ring", ring.label = "Test::Ring";
+    ring.categories = kCategoryConstraint;
+    if (TakesKind(gas, soot.id) || TakesKind(tag, ring.id)) return false;
+    AddKind(soot);
+    AddKind(ring);
+    return TakesKind(gas, soot.id) && TakesKind(tag, ring.id) &&
+           TakesKind(app::MediumTypes().front().rows(), soot.id);
+  };
+  EXPECT_EXIT(std::_Exit(isSo() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ const NodeKind& MultiMesh::Kind() {
 const ParameterTable& MultiMesh::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = Mesh::Parameters();
-    std::erase_if(rows, [](const ParameterRow& row) { return row.id == 1000; });
+    std::erase_if(rows, [](const ParameterRow& row) { return row.id == Mesh::kObjectRow; });
     rows.push_back(LinksRow(kObjectsRow, "objects", "the pieces of geometry that count as one mesh",
                             {kMeshObject})
                        .To(&MultiMesh::mSources)
