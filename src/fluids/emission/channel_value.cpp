@@ -32,7 +32,7 @@ const NodeKind& ChannelValue::Kind() {
 
 const ParameterTable& ChannelValue::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "what is filled or read: a field, or a solver's flow")
+      LinkRow(kChannelRow, "channel", "what is filled or read: a field, or a solver's flow")
           .AcceptsAny(kAllChannels)
           .AcceptsAny(kSolvers)
           .To(&ChannelValue::mTarget)
@@ -41,10 +41,10 @@ const ParameterTable& ChannelValue::Parameters() {
       LongRow(1008, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}})
           .To(&ChannelValue::mSolverField),
-      RealRow(1001, "value", 1.0, "field",
+      RealRow(kValueRow, "value", 1.0, "field",
               "number for a field of numbers: what a point or cell brings")
           .To(&ChannelValue::mValue),
-      VectorRow(1002, "vector_value", {1, 1, 1}, "field",
+      VectorRow(kVectorRow, "vector_value", {1, 1, 1}, "field",
                 "vector for a field of vectors: a colour, a velocity")
           .To(&ChannelValue::mVector),
       RealRow(1003, "second_value", 0.0, "field",

@@ -12,6 +12,7 @@ class ChannelValue : public iBase {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kChannelRow = 1000, kValueRow = 1001, kVectorRow = 1002;
   bool ResolveLinks() override;
   void ClearLinks() override;
 

@@ -39,8 +39,8 @@ const NodeKind& ObjectGridEmitter::Kind() {
 
 const ParameterTable& ObjectGridEmitter::Parameters() {
   static const ParameterTable table = {
-      LinkRow(kVolumeRow, "volume", "where smoke comes from: every cell inside this shape",
-              {1028106, 1300133, 1300034})
+      LinkRow(kVolumeRow, "volume", "where smoke comes from: every cell inside this shape")
+          .AcceptsAny({kListGeometry, kCategoryVolume})
           .To(&ObjectGridEmitter::mVolume)
           .Required(),
       LinksRow(1000, "channels", "what comes out there: pairs of field and settings",
@@ -128,7 +128,8 @@ void ObjectGridEmitter::Prepare() {
   if (!anyRuns) return void(Deactivate(kNotDueReason));
   mConstraints.Prepare(this);
   CollectObstacles(*mScene, mObstacles);
-  mHasReached = mHasFilled = mHasOpened = false;
+  mReach.Begin();
+  mHasOpened = false;
   mSolid = static_cast<i32>(mObstacles.size());
   SetFlag(FLAG_ACTIVE, true);
 }
@@ -209,13 +210,6 @@ void ObjectGridEmitter::EmitRun(const VolumeBase& volume, const CellRun& run, bo
   }
 }
 
-namespace {
-// Workers share the flags: once set, they are only read.
-void SetOnce(std::atomic<bool>& flag, bool isSo) {
-  if (isSo && !flag.load(std::memory_order_relaxed)) flag.store(true, std::memory_order_relaxed);
-}
-}  // namespace
-
 template <class Field, class Amount>
 void ObjectGridEmitter::EmitInto(Field& field, const Amount& amount, const Target& target,
                                  const VolumeBase& volume, const CellRun& run,
@@ -224,14 +218,16 @@ void ObjectGridEmitter::EmitInto(Field& field, const Amount& amount, const Targe
   Vec3d positions[kRun];
   const auto* grid = field.GetGrid(0);
   if (!grid || !field.mEmissionHandler) return;
-  bool isReached = false;
+  bool isReached = false, isFilled = false;
   i32 count = 0;
   for (i32 i = 0; i < run.count; ++i) {
     const Vec3d& p = run.positions[i];
     if (!grid->mLayout.Contains(p, false)) continue;
-    isReached = true;
+    const bool isKept = grid->mLayout.Contains(p, true);
+    isReached = isReached || isKept;
     const double weight = WeightAt(target, volume, p, data.index);
     if (weight == 0) continue;
+    isFilled = isFilled || isKept;
     if (target.handsOver)
       SetOnce(mHasOpened, true);
     else
@@ -239,8 +235,8 @@ void ObjectGridEmitter::EmitInto(Field& field, const Amount& amount, const Targe
     values[count] = amount * weight;
     positions[count++] = p;
   }
-  SetOnce(mHasReached, isReached);
-  SetOnce(mHasFilled, count > 0);
+  mReach.NoteReached(isReached);
+  mReach.NoteFilled(isFilled);
   field.mEmissionHandler->EmitRow(values, positions, count, target.write, {data.index, data.count});
 }
 
@@ -274,8 +270,7 @@ double ObjectGridEmitter::WeightAt(const Target& target, const VolumeBase& volum
 }
 
 const char* ObjectGridEmitter::WhyUnseen() {
-  if (!mHasReached) return "no cell whose centre lies inside of its shape is in the box of a gas";
-  if (!mHasFilled) return "its weight is 0 in all cells, by falloff, duration or constraints";
+  if (const char* why = mReach.WhyNothing()) return why;
   const auto solid = static_cast<std::size_t>(mSolid.load());
   if (mHasOpened || solid >= mObstacles.size()) return nullptr;
   return mReasons
@@ -286,11 +281,7 @@ const char* ObjectGridEmitter::WhyUnseen() {
 
 void ObjectGridEmitter::Finish() {
   if (Has(FLAG_ACTIVE) && !mTargets.empty() && !IsCancelled()) {
-    if (const char* why = WhyUnseen()) {
-      // It ran, and nobody sees that it did.
-      if (mRuns > 0) --mRuns;
-      mInactiveReason = why;
-    }
+    if (const char* why = WhyUnseen()) TakeBackRun(why);
   }
   for (const Target& target : mTargets) {
     if (target.scalar) target.scalar->NoteEmission();

@@ -1,10 +1,10 @@
 // Emission into channels inside a volume.
 #pragma once
-#include <atomic>
 #include <set>
 #include <string>
 
 #include "fluids/emission/channel_pair.h"
+#include "fluids/emission/emission_reach.h"
 #include "fluids/emission/object_volume.h"
 #include "framework/constraint.h"
 
@@ -75,11 +75,10 @@ class ObjectGridEmitter : public ObjectVolume {
   std::vector<Target> mTargets;
   std::vector<VolumeBase*> mMembers;    ///< of the volume, those with a grid
   std::vector<VolumeBase*> mObstacles;  ///< of the scene, by name
-  /// In this step: some inside cell lies in a field, some cell took something, and one that isn't
-  /// solid did.
-  mutable std::atomic<bool> mHasReached = false, mHasFilled = false, mHasOpened = false;
-  mutable std::atomic<i32> mSolid = 0;  ///< the first obstacle that filled cells lie in
-  std::set<std::string> mReasons;       ///< texts that `Deactivate` was given
+  mutable EmissionReach mReach;
+  mutable std::atomic<bool> mHasOpened = false;  ///< a cell that isn't solid took something
+  mutable std::atomic<i32> mSolid = 0;           ///< the first obstacle that filled cells lie in
+  std::set<std::string> mReasons;                ///< texts that `Deactivate` was given
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -18,7 +18,7 @@ ParticleToGridEmitter::ParticleToGridEmitter(BaseNode* node, Scene* scene)
 namespace {
 ParameterRow FalloffRow() {
   ParameterRow row =
-      GradientRow(1004, "falloff",
+      GradientRow(ParticleToGridEmitter::kFalloffRow, "falloff",
                   "how a point fades outwards: red is its strength from the middle to the radius");
   row.creation = Gradient{{{0, {1, 1, 1}}, {1, {0, 0, 0}}}};
   return row.Missing(std::monostate{});
@@ -51,8 +51,8 @@ const NodeKind& ParticleToGridEmitter::Kind() {
 
 const ParameterTable& ParticleToGridEmitter::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "source", "the mesh, or group of meshes, whose vertices become smoke",
-              {1300143, 1300144, 1300036})
+      LinkRow(kSourceRow, "source", "the mesh, or group of meshes, whose vertices become smoke",
+              {Mesh::Kind().id, MultiMesh::Kind().id})
           .To(&ParticleToGridEmitter::mSource)
           .Required(),
       LongRow(1001, "particle_type", 0, "", "which particles of a linked group count")
@@ -62,14 +62,15 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
                {ChannelValue::Kind().id})
           .To(&ParticleToGridEmitter::mValues)
           .Required(),
-      LongRow(1003, "distance_mode", 0, "",
+      LongRow(kDistanceModeRow, "distance_mode", 0, "",
               "soft or even blobs: how points weigh by their distance")
           .Choices({{0, "none"}, {2, "falloff"}})
           .To(&ParticleToGridEmitter::mDistanceMode),
       FalloffRow().To(&ParticleToGridEmitter::mFalloffGradient),
-      RealRow(1005, "mass_scale", 1.0, "none", "makes every point count for more or less")
+      RealRow(kMassScaleRow, "mass_scale", 1.0, "none", "makes every point count for more or less")
           .To(&ParticleToGridEmitter::mMassScale),
-      RealRow(1006, "radius_scale", 1.0, "none", "makes every point's blob larger or smaller")
+      RealRow(kRadiusScaleRow, "radius_scale", 1.0, "none",
+              "makes every point's blob larger or smaller")
           .To(&ParticleToGridEmitter::mRadiusScale),
       BoolRow(1007, "per_second", false, "brings its values over a second instead of all in a step")
           .To(&ParticleToGridEmitter::mPerSecond),
@@ -136,11 +137,6 @@ void ParticleToGridEmitter::ExpandBoundsWithin(const Vec3d& low, const Vec3d& hi
   }
 }
 
-bool ParticleToGridEmitter::ComesBefore(const iBase& other) const {
-  if (&other == mSource || &other == mDuration) return false;
-  return Operator_ToGrid::ComesBefore(other);
-}
-
 bool ParticleToGridEmitter::TestDuration() {
   mWeight = 1;
   if (!mDuration || !mDuration->Has(FLAG_ENABLED) || mDuration->Weight(mTime->elapsed, mWeight))
@@ -168,6 +164,7 @@ void ParticleToGridEmitter::Prepare() {
   mLookup.Build(mPoints.data(), static_cast<i32>(mPoints.size()), mRadius);
   if (mLookup.IsEmpty()) return void(Deactivate("its mesh has no vertices, or its radius is 0"));
   mConstraints.Prepare(this);
+  mReach.Begin();
   SetFlag(FLAG_ACTIVE, true);
 }
 
@@ -253,9 +250,11 @@ void ParticleToGridEmitter::EmitRow(Row& row, bool owned, const LayerOwner& owne
     if (!grid || !grid->mData) return;
     for (std::size_t i = 0; i < row.positions.size(); ++i) {
       if (!grid->mLayout.Contains(row.positions[i], true)) continue;
+      mReach.NoteFilled(row.weights[i] != 0);
       values.push_back(row.weights[i] * value);
       row.places.push_back(row.positions[i]);
     }
+    mReach.NoteReached(!values.empty());
   };
   for (const ChannelValue* target : mValues) {
     const auto emit = [&](auto* channel, const auto& value, auto& values) {
@@ -273,12 +272,23 @@ void ParticleToGridEmitter::EmitRow(Row& row, bool owned, const LayerOwner& owne
   }
 }
 
+const char* ParticleToGridEmitter::WhyUnseen() const {
+  const bool isPlayed = std::all_of(mValues.begin(), mValues.end(), [](const ChannelValue* value) {
+    const iBase* field = value->mScalar ? static_cast<const iBase*>(value->mScalar)
+                                        : static_cast<const iBase*>(value->mVectorChannel);
+    return field && field->Has(FLAG_CACHED);
+  });
+  return isPlayed ? nullptr : mReach.WhyNothing();
+}
+
 void ParticleToGridEmitter::Finish() {
   mLookup.Clear();
   mPoints.clear();
-  if (Has(FLAG_ACTIVE))
+  if (Has(FLAG_ACTIVE)) {
     for (const ChannelValue* value : mValues)
       if (value->mScalar) value->mScalar->NoteEmission();
+    if (const char* why = IsCancelled() ? nullptr : WhyUnseen()) TakeBackRun(why);
+  }
   mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
   Operator_ToGrid::Finish();

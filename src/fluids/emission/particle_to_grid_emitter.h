@@ -1,6 +1,7 @@
 // Points to grids.
 #pragma once
 #include "fluids/emission/channel_value.h"
+#include "fluids/emission/emission_reach.h"
 #include "fluids/emission/operator_to_grid.h"
 #include "fluids/mesh/multi_mesh.h"
 #include "framework/constraint.h"
@@ -18,13 +19,13 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kRadiusRow = 1014;
+  static constexpr i32 kSourceRow = 1000, kDistanceModeRow = 1003, kFalloffRow = 1004,
+                       kMassScaleRow = 1005, kRadiusScaleRow = 1006, kRadiusRow = 1014;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void CheckDirty() override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
-  bool ComesBefore(const iBase& other) const override;
   void Prepare() override;
   void Begin() override;
   void Evaluate(const EvaluationThreadData& data) override;
@@ -50,6 +51,8 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   void GatherRow(i32 y, i32 z, Row& row, u32 worker) const;
   bool GatherCell(const Vec3d& p, double& weight, Row& row, u32 worker) const;
   void EmitRow(Row& row, bool owned, const LayerOwner& owner) const;
+  /// Why nothing of what it emitted in this step is seen; null where something is.
+  const char* WhyUnseen() const;
 
   iBase* mSource = nullptr;  ///< a mesh or a group of meshes
   Duration* mDuration = nullptr;
@@ -69,6 +72,7 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   std::vector<Vec3d> mPoints;  ///< the vertices of all meshes
   Vec3d mPointsMin{}, mPointsMax{};
   PointLookup mLookup;
+  mutable EmissionReach mReach;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -174,6 +174,12 @@ TEST_F(GridEmitter, SaysWhyNoCellTookAnything) {
   EXPECT_THAT(emitter.mInactiveReason, testing::HasSubstr("is in the box of a gas"));
 
   const double h = s.scene->mDomain.cellSize;
+  volume.Make({0.55, -0.33, 0.55}, 0.2, {10, 8, 10}, {1 * h, -7 * h, 1 * h});
+  emitter.mInactiveReason = nullptr;
+  Run();
+  EXPECT_THAT(emitter.mInactiveReason, testing::HasSubstr("is in the box of a gas"))
+      << "the outermost layer of a field keeps nothing";
+
   volume.Make({0.61, 0.58, 0.63}, 0.33, {10, 11, 12}, {1 * h, 0, 1 * h});
   auto& nowhere = s.AddOwn<Nowhere>("duration", "nowhere");
   TestScene::Links(emitter, 2502, {&nowhere});

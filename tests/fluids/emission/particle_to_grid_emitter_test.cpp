@@ -1,5 +1,6 @@
 #include "fluids/emission/particle_to_grid_emitter.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -163,6 +164,25 @@ TEST_F(PointsToGrid, CellsWithoutPointsKeepTheirs) {
   points.Make({});
   TestScene::Run(emitter);
   EXPECT_FALSE(emitter.Has(FLAG_ACTIVE));
+}
+
+TEST_F(PointsToGrid, WhatComesNowhereCountsAsNoRun) {
+  const auto runsAfter = [&] {
+    emitter.mRuns = 1;  // as its stage notes it
+    emitter.mInactiveReason = nullptr;
+    Run();
+    return emitter.mRuns;
+  };
+  EXPECT_EQ(runsAfter(), 1u);
+  EXPECT_EQ(emitter.mInactiveReason, nullptr);
+  points.Make({{5, 5, 5}});
+  EXPECT_EQ(runsAfter(), 0u);
+  EXPECT_STREQ(emitter.mInactiveReason,
+               "no cell whose centre lies inside of its shape is in the box of a gas");
+  points.Make({{0.55, 0.55, 0.55}});
+  TestScene::Set(emitter, ParticleToGridEmitter::kMassScaleRow, 0.0);
+  EXPECT_EQ(runsAfter(), 0u);
+  EXPECT_THAT(emitter.mInactiveReason, testing::HasSubstr("its weight is 0 in all cells"));
 }
 
 TEST_F(PointsToGrid, SameBytesOnAnyNumberOfWorkers) {
