@@ -45,12 +45,26 @@ void AlignmentVector2D::SetMode(i32 mode) {
     mVector = {double(mode == kAxisX), double(mode == kAxisY), double(mode == kAxisZ)};
 }
 
-Vec3d AlignmentVector2D::NormalAt(const Vec3d& position) const {
+const VolumeBase* AlignmentVector2D::MemberAt(const Vec3d& position) const {
   const VolumeBase* nearest = nullptr;
   for (const VolumeBase* member : mMembers)
     if (!nearest || (!nearest->IsInsideWorld(position) && member->IsInsideWorld(position)))
       nearest = member;
-  return nearest ? Normalised(nearest->GradientAtWorld(position)) : Vec3d{};
+  return nearest;
+}
+
+Vec3d AlignmentVector2D::NormalAt(const Vec3d& position) const {
+  const VolumeBase* member = MemberAt(position);
+  return member ? Normalised(member->GradientAtWorld(position)) : Vec3d{};
+}
+
+Vec3d AlignmentVector2D::BodyVelocityAt(const Vec3d& position) const {
+  const VolumeBase* member = MemberAt(position);
+  const Mesh* mesh = member ? member->GetMesh() : nullptr;
+  if (!mesh || !(mTime->stepDuration > 0)) return {};
+  Vec3d motion{};
+  mesh->GetVelocityAt(motion, position);
+  return motion / mTime->stepDuration;
 }
 
 void AlignmentVector2D::GetDirection(Vec3d& out, const Vec3d& position, const Matrix& matrix,
@@ -79,8 +93,7 @@ void AlignmentVector2D::GetDirection(Vec3d& out, const Vec3d& position, const Ma
     case kRandom:
       out = worker < mStreams.size() ? mStreams[worker].NextOnSphere() : Vec3d{};
       return;
-    // A linked object has no rigid body, and so no velocity of one.
-    case kBodyVelocity: out = {}; break;
+    case kBodyVelocity: out = BodyVelocityAt(position); break;
     default: out = matrix.Rotate(mVector);
   }
   if (Has(FLAG_FLIPPED)) out = -out;
@@ -113,27 +126,29 @@ const NodeKind& AlignmentVector3D::Kind() {
 
 const ParameterTable& AlignmentVector3D::Parameters() {
   static const ParameterTable table = {
-      LongRow(1000, "mode", 0, "",
-              "which way it points: along an axis, away from a centre, round it, off a surface, or "
-              "at random")
-          .Choices({{0, "x_axis"},
-                    {1, "y_axis"},
-                    {2, "z_axis"},
-                    {3, "radial"},
-                    {4, "nearest_axis"},
-                    {5, "cylindrical"},
-                    {6, "surface_normal"},
-                    {7, "fixed"},
-                    {8, "random"},
-                    {9, "body_velocity"}})
+      LongRow(kModeRow, "mode", 0, "",
+              "which way it points: along an axis, away from a centre, round it, off a surface, "
+              "where that volume moves, or at random")
+          .Choices({{kAxisX, "x_axis"},
+                    {kAxisY, "y_axis"},
+                    {kAxisZ, "z_axis"},
+                    {kRadial, "radial"},
+                    {kNearestAxis, "nearest_axis"},
+                    {kCylindrical, "cylindrical"},
+                    {kNormal, "surface_normal"},
+                    {kFixed, "fixed"},
+                    {kRandom, "random"},
+                    {kBodyVelocity, "body_velocity"}})
           .To(&AlignmentVector3D::mMode),
       BoolRow(1001, "flip", false, "points the other way round; not in the mode random")
           .To(&AlignmentVector3D::mFlip),
       VectorRow(1002, "vector", {0, 1, 0}, "none",
                 "where it points with mode fixed, in the node's own axes")
-          .OnlyWith(1000, {kNearestAxis, kNormal, kFixed})
+          .OnlyWith(kModeRow, {kNearestAxis, kNormal, kFixed})
           .To(&AlignmentVector3D::mVector),
-      LinkRow(1003, "centre", "a volume or object that directions lead away from or round",
+      LinkRow(kCentreRow, "centre",
+              "a volume or object that directions lead away from or round; modes of a surface and "
+              "of motion ask for a volume",
               {kMeshObject, kSplineObject, kPointsObject, kLightObject, kCameraObject})
           .AcceptsAny({kListGeometry, kCategoryVolume})
           .To(&AlignmentVector3D::mCentreNode),

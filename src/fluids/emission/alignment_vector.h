@@ -6,7 +6,7 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// A direction at a point, by a mode: of the node's axes, away from a centre, of a volume's
-/// surface, fixed, or random. Forces and particle emitters link to it.
+/// surface or motion, fixed, or random. Forces and particle emitters link to it.
 class AlignmentVector2D : public iObject {
  public:
   using iObject::iObject;
@@ -46,7 +46,11 @@ class AlignmentVector2D : public iObject {
   void PointAt(iVolume& volume);
 
  protected:
+  /// The member of the volume that holds a point, or the first one; null without a volume.
+  const VolumeBase* MemberAt(const Vec3d& position) const;
   Vec3d NormalAt(const Vec3d& position) const;
+  /// How fast the volume moves at a point in this step, m/s; 0 without a mesh.
+  Vec3d BodyVelocityAt(const Vec3d& position) const;
 
   std::vector<RandomStream> mStreams;
   Vec3d mVector{0, 1, 0};
@@ -68,6 +72,8 @@ class AlignmentVector3D : public AlignmentVector2D {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kModeRow = 1000;
+  static constexpr i32 kCentreRow = 1003;
   bool ResolveLinks() override;
 };
 

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <numbers>
+
 #include "fluids/emission/sphere_volume.h"
+#include "fluids/mesh/mesh_rig.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
@@ -61,6 +64,34 @@ TEST_F(Alignment, AVolumeGivesCentreAndNormals) {
   other.Node()->SetPlacement({0, 50, 0}, {}, {1, 1, 1});
   TestScene::Link(node, 1003, other);
   ExpectNear(At({0.2, 0.5, 0}, 3), {1, 0, 0});
+}
+
+TEST(AlignmentOfABody, IsTheVelocityOfTheVolumeThere) {
+  MeshRig rig(host::MakeBox({.size = {60, 40, 50}}));
+  rig.AddVolume();
+  host::BaseNode& node = CreateNode(rig.document, AlignmentVector3D::Kind(), "motion", rig.server);
+  node.Set(AlignmentVector3D::kModeRow, i32{AlignmentVector3D::kBodyVelocity});
+  node.Set(AlignmentVector3D::kCentreRow, host::Link{rig.volumeNode->Id()});
+  const auto at = [&](const Vec3d& p) {
+    auto* alignment = dynamic_cast<AlignmentVector3D*>(rig.scene->FindObject(&node, kListAll));
+    EXPECT_TRUE(rig.GetVolume().ResolveLinks() && alignment->ResolveLinks());
+    Vec3d out{7, 7, 7};
+    alignment->SetWorkerCount(1);
+    alignment->GetDirection(out, p, 0);
+    return out;
+  };
+  // 4 host units, and 3 degrees about y, in each frame of a 25th of a second.
+  constexpr double kTurn = 3;
+  for (i32 frame = 0; frame < 3; ++frame) {
+    rig.Place({4.0 * frame, 0, 0}, {0, kTurn * frame, 0});
+    rig.Frame(frame);
+  }
+  EXPECT_VEC(at({0.08, 0, 0}), (Vec3d{1, 0, 0}), 1e-6);
+  const Vec3d beside = at({0.38, 0, 0}) - at({0.08, 0, 0});
+  EXPECT_NEAR(std::abs(beside.z), 0.3 * kTurn * 25 * std::numbers::pi / 180, 1e-9)
+      << "it turns about its middle";
+  rig.Frame(3);
+  EXPECT_VEC(at({0.08, 0, 0}), (Vec3d{}), 1e-12) << "it rests";
 }
 
 TEST_F(Alignment, RandomDirectionsAreUnitVectorsOfEachWorker) {
