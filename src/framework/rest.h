@@ -15,6 +15,21 @@ inline constexpr const char* kPlayedTargetReason = "its target plays from a cach
 inline constexpr const char* kNotDueReason = "none of its emissions is due";
 inline constexpr const char* kNoStrengthReason = "its strength is 0";
 
+// Of a fire: what may well end in some later frame.
+inline constexpr const char* kNoFuelReason = "its fuel channel holds no fuel";
+inline constexpr const char* kColdFuelReason =
+    "no fuel is as hot as the 'ignition' of its channel asks for";
+inline constexpr const char* kNoAirReason = "fuel and smoke leave no air where its fuel is hot";
+inline constexpr const char* kNoFlameReason = "no cell of its fire channel burns";
+
+/// Whether a reason tells of nothing amiss before the run is over: what never worked until then is
+/// warned of at its end.
+inline bool MayPass(std::string_view reason) {
+  constexpr std::string_view kReasons[] = {kNoFuelReason, kColdFuelReason, kNoAirReason,
+                                           kNoFlameReason};
+  return std::find(std::begin(kReasons), std::end(kReasons), reason) != std::end(kReasons);
+}
+
 /// Whether a reason is one of these: the user asked for the sleep, so that no warning tells of it.
 inline bool IsRest(std::string_view reason) {
   constexpr std::string_view kReasons[] = {kNoStepReason,    kClosedReason, kOverReason,

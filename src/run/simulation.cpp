@@ -310,7 +310,8 @@ void Simulation::AddWarningsOf(const Scene& scene, FrameRecord& record) {
     return;
   ForEachObject(scene, [&](const iBase& object) {
     const bool stands = object.mRuns == 0 || IdleReasonOf(object);
-    if (RunsOf(object) > 0 || !stands || !IsToTell(object)) return;
+    if (RunsOf(object) > 0 || !stands || !IsToTell(object) || MayPass(object.mInactiveReason))
+      return;
     mTold.push_back(object.Node()->Id());
     record.warnings.push_back(InactiveText(object));
   });

@@ -10,6 +10,7 @@
 #include "cache/cache_rows.h"
 #include "fluids/advection/grid_advection.h"
 #include "fluids/emission/channel_pair.h"
+#include "fluids/emission/emission_settings.h"
 #include "fluids/fields/field_rows.h"
 #include "fluids/operators/grid_combustion.h"
 #include "fluids/operators/grid_cooling.h"
@@ -43,6 +44,8 @@ class FieldHints : public HintBase {
       if (mHasGas && !IsFed(*field)) TellUnfed(*field);
     }
     for (const BaseNode* advection : mAdvections) LookAtAdvection(*advection);
+    for (const BaseNode* node : mNodes)
+      if (IsA<GridCombustion>(*node) && MayWork(*node)) LookAtSpark(*node);
   }
 
  private:
@@ -85,6 +88,7 @@ class FieldHints : public HintBase {
   bool Feeds(const BaseNode& node, const BaseNode& field) const {
     const NodeKind* kind = FindKind(node.Type());
     if (!kind) return false;
+    if (IsA<ChannelPair>(node) && OnlyTakesAway(node, field)) return false;
     // Settings feed as far as someone emits by them.
     if (kind->list == kListSettings) {
       const auto& users = ReadersOf(node);
@@ -96,19 +100,39 @@ class FieldHints : public HintBase {
       const Value* mode = node.Get(cache_row::kMode);
       return !mode || LongOf(*mode, 0) != cache_row::kRecord;
     }
-    // What moves, fades or blurs a field of nothing leaves nothing.
-    if (IsA<GridAdvection>(node) || IsA<GridCooling>(node) || IsA<GridDissipate>(node) ||
-        IsA<GridDiffusion>(node))
-      return false;
-    if (IsA<GridCombustion>(node) && Linked(node, GridCombustion::kFuelRow) == &field) return false;
+    if (OnlyTakes(node)) return false;
+    if (IsA<GridCombustion>(node)) {
+      const BaseNode* fuel = Linked(node, GridCombustion::kFuelRow);
+      // Without fuel the fire is what it begins with.
+      if (fuel == &field || (!fuel && Linked(node, GridCombustion::kFireRow) == &field))
+        return false;
+    }
     return Names(node, field, true);
   }
 
-  /// Whether a row of a node that changes what it names, or one that only reads it, names a field.
+  /// An amount below 0, of a field that holds nothing below 0.
+  bool OnlyTakesAway(const BaseNode& pair, const BaseNode& field) const {
+    const BaseNode* settings = Linked(pair, ChannelPair::kSettingsRow);
+    const double* least = Get<double>(field, field_row::kValueMin);
+    if (!settings || !least || *least < 0) return false;
+    const BaseNode* rate = Linked(*settings, GridEmissionSettings::kRateRow);
+    const bool hasRate = rate && rate->IsEnabled();
+    const BaseNode& holder = hasRate ? *rate : *settings;
+    const i32 row = hasRate ? i32{EmissionRate::kRealRow} : i32{GridEmissionSettings::kAmountRow};
+    return StaysAtMost(holder, row, 0) && !StaysZero(holder, row);
+  }
+
+  /// What moves, fades or blurs a field of nothing leaves nothing.
+  static bool OnlyTakes(const BaseNode& node) {
+    return IsA<GridAdvection>(node) || IsA<GridCooling>(node) || IsA<GridDissipate>(node) ||
+           IsA<GridDiffusion>(node);
+  }
+
+  /// Whether a row of a node that changes what it names, or one that reads it, names a field.
   bool Names(const BaseNode& node, const BaseNode& field, bool writes) const {
     if (!node.Table()) return false;
     for (const ParameterRow& row : *node.Table()) {
-      if (row.writes != writes || row.kept) continue;
+      if (row.kept || !(writes ? row.writes : !row.writes || row.readsToo)) continue;
       const Value* value = node.Get(row.id);
       if (!value) continue;
       if (const Link* link = std::get_if<Link>(value); link && link->node == field.Id())
@@ -123,11 +147,11 @@ class FieldHints : public HintBase {
   void TellUnfed(const BaseNode& field) {
     for (const BaseNode* reader : ReadersOf(field)) {
       if (reader->Type() == kServerNode || !MayWork(*reader)) continue;
-      const bool burns = IsA<GridCombustion>(*reader);
-      if (!burns && !Names(*reader, field, false)) continue;
-      return Warn(field, fmt::format("{} reads it, and no emitter, operator or cache that works "
+      const bool reads = IsA<GridCombustion>(*reader) || Names(*reader, field, false);
+      if (!reads && !OnlyTakes(*reader)) continue;
+      return Warn(field, fmt::format("{} {} it, and no emitter, operator or cache that works "
                                      "puts anything into it: it stays 0",
-                                     Named(*reader)));
+                                     Named(*reader), reads ? "reads" : "works on"));
     }
     const auto exports = [&](const ExportSpec& spec) {
       return std::any_of(spec.grids.begin(), spec.grids.end(),
@@ -137,6 +161,23 @@ class FieldHints : public HintBase {
       Warn(field,
            "it is exported, and no emitter, operator or cache that works puts anything into it: it "
            "stays 0");
+  }
+
+  /// Fuel that nothing but its own fire could light.
+  void LookAtSpark(const BaseNode& burn) {
+    const BaseNode* fuel = Linked(burn, GridCombustion::kFuelRow);
+    const BaseNode* heat = Linked(burn, GridCombustion::kTemperatureRow);
+    if (!fuel || !heat || !IsFed(*fuel) || heat->Tracks().contains(field_row::kInitialValue))
+      return;
+    const double ignition = GridCombustion::IgnitionOf(*fuel);
+    if (std::max(Number(*heat, field_row::kInitialValue), Number(*heat, field_row::kValueMin)) >=
+        ignition)
+      return;
+    for (const BaseNode* reader : ReadersOf(*heat))
+      if (!IsA<GridCombustion>(*reader) && MayWork(*reader) && Feeds(*reader, *heat)) return;
+    Warn(burn, fmt::format("it never burns: {} catches fire from {:g} on, and nothing else puts "
+                           "heat into {}",
+                           Named(*fuel), ignition, Named(*heat)));
   }
 
   // ---- what moves -------------------------------------------------------------------------------

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
@@ -34,6 +36,29 @@ i32 HintBase::Whole(const BaseNode& node, i32 row) {
 std::string HintBase::Text(const BaseNode& node, i32 row) {
   const std::string* text = Get<std::string>(node, row);
   return text ? *text : "";
+}
+
+bool HintBase::StaysZero(const BaseNode& node, i32 row) {
+  const auto isZero = [](const Value& value) {
+    const double* real = std::get_if<double>(&value);
+    const Vec3d* vector = std::get_if<Vec3d>(&value);
+    return (real && *real == 0) || (vector && *vector == Vec3d{});
+  };
+  const auto track = node.Tracks().find(row);
+  if (track != node.Tracks().end())
+    return std::all_of(track->second.keys.begin(), track->second.keys.end(),
+                       [&](const auto& key) { return isZero(key.value); });
+  const Value* value = ValueOf(node, row);
+  return value && isZero(*value);
+}
+
+bool HintBase::StaysAtMost(const BaseNode& node, i32 row, double most) {
+  const auto track = node.Tracks().find(row);
+  if (track == node.Tracks().end()) return Number(node, row) <= most;
+  return std::all_of(track->second.keys.begin(), track->second.keys.end(), [&](const auto& key) {
+    const double* value = std::get_if<double>(&key.value);
+    return value && *value <= most;
+  });
 }
 
 const BaseNode* HintBase::Linked(const BaseNode& node, i32 row) const {

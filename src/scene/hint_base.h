@@ -33,6 +33,10 @@ class HintBase {
   static double Number(const BaseNode& node, i32 row);
   static i32 Whole(const BaseNode& node, i32 row);
   static std::string Text(const BaseNode& node, i32 row);
+  /// Whether a number or vector is 0, in all its keys.
+  static bool StaysZero(const BaseNode& node, i32 row);
+  /// Whether a number is nothing but `most` or less, in all its keys.
+  static bool StaysAtMost(const BaseNode& node, i32 row, double most);
   const BaseNode* Linked(const BaseNode& node, i32 row) const;
   static std::string_view NameOf(const BaseNode& node, i32 row);
   /// The name of a node in quotes, as messages show it.
@@ -58,5 +62,6 @@ void AddShapeHints(const LoadedScene& scene, const ScenePlaces& places, Diagnost
 void AddSettingHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 void AddOutputHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 void AddFieldHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
+void AddFireHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 
 }  // namespace MELDO_GLOBAL::app

@@ -5,7 +5,8 @@
 namespace MELDO_GLOBAL::app {
 
 void AddHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
-  for (const auto add : {AddShapeHints, AddSettingHints, AddOutputHints, AddFieldHints})
+  for (const auto add :
+       {AddShapeHints, AddSettingHints, AddOutputHints, AddFieldHints, AddFireHints})
     add(scene, places, diagnostics);
 }
 

@@ -2,14 +2,15 @@
 
 #include <fmt/format.h>
 
+#include "fluids/emission/alignment_vector.h"
 #include "fluids/emission/channel_pair.h"
+#include "fluids/emission/channel_value.h"
 #include "fluids/emission/emission_settings.h"
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/forces/force_buoyancy.h"
 #include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_swirling.h"
 #include "fluids/operators/channel_operator_remap.h"
-#include "fluids/operators/grid_combustion.h"
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
 #include "framework/duration.h"
@@ -35,7 +36,6 @@ class SettingHints : public HintBase {
     for (const BaseNode* node : mNodes) {
       CheckWithoutValue(*node);
       CheckStrength(*node);
-      CheckWithoutLink(*node);
       if (IsA<Duration>(*node)) CheckWindow(*node);
       if (IsA<GridEmissionSettings>(*node)) CheckSort(*node);
     }
@@ -44,11 +44,8 @@ class SettingHints : public HintBase {
  private:
   /// What a node can't do without and has no link for.
   void CheckWithoutValue(const BaseNode& node) {
-    constexpr i32 kRadius = ParticleToGridEmitter::kRadiusRow;
-    if (IsA<ParticleToGridEmitter>(node) && Number(node, kRadius) == 0 &&
-        !node.Tracks().contains(kRadius))
-      Warn(node, fmt::format("'{}' is 0: its points reach no cell", NameOf(node, kRadius)),
-           kRadius);
+    if (IsA<ParticleToGridEmitter>(node)) CheckPoints(node);
+    if (IsA<AlignmentVector3D>(node)) CheckAlignment(node);
     if (!IsA<ChannelOperator_Remap>(node) || !MayWork(node)) return;
     const Gradient* gradient = Get<Gradient>(node, ChannelOperator_Remap::kGradientRow);
     if (!gradient || gradient->knots.empty())
@@ -56,14 +53,51 @@ class SettingHints : public HintBase {
                              NameOf(node, ChannelOperator_Remap::kGradientRow)));
   }
 
-  /// Whether a number is nothing but `most` or less, in all its keys.
-  static bool StaysAtMost(const BaseNode& node, i32 row, double most) {
-    const auto track = node.Tracks().find(row);
-    if (track == node.Tracks().end()) return Number(node, row) <= most;
-    return std::all_of(track->second.keys.begin(), track->second.keys.end(), [&](const auto& key) {
-      const double* value = std::get_if<double>(&key.value);
-      return value && *value <= most;
-    });
+  /// Points that reach no cell, or bring nothing there.
+  void CheckPoints(const BaseNode& node) {
+    using Points = ParticleToGridEmitter;
+    if (StaysZero(node, Points::kRadiusRow))
+      Warn(node,
+           fmt::format("'{}' is 0: its points reach no cell", NameOf(node, Points::kRadiusRow)),
+           Points::kRadiusRow);
+    for (const i32 row : {Points::kMassScaleRow, Points::kRadiusScaleRow})
+      if (StaysZero(node, row))
+        Warn(node, fmt::format("'{}' is 0: its points bring nothing", NameOf(node, row)), row);
+    constexpr i32 kByFalloff = 2;
+    const Gradient* falloff = Get<Gradient>(node, Points::kFalloffRow);
+    const bool fades = Whole(node, Points::kDistanceModeRow) == kByFalloff;
+    if (fades && falloff && !falloff->knots.empty() &&
+        std::all_of(falloff->knots.begin(), falloff->knots.end(),
+                    [](const auto& knot) { return knot.colour.x == 0; }))
+      Warn(node,
+           fmt::format("'{}' is black throughout: its points bring nothing",
+                       NameOf(node, Points::kFalloffRow)),
+           Points::kFalloffRow);
+    if (fades && (!falloff || falloff->knots.empty()))
+      Warn(node,
+           fmt::format("it has no '{}', which its '{}' asks for", NameOf(node, Points::kFalloffRow),
+                       NameOf(node, Points::kDistanceModeRow)),
+           Points::kFalloffRow);
+  }
+
+  /// Modes that point by a volume.
+  void CheckAlignment(const BaseNode& node) {
+    const i32 mode = Whole(node, AlignmentVector3D::kModeRow);
+    const BaseNode* centre = Linked(node, AlignmentVector3D::kCentreRow);
+    const NodeKind* kind = centre ? FindKind(centre->Type()) : nullptr;
+    if (kind && (kind->categories & kCategoryVolume)) return;
+    if (node.Tracks().contains(AlignmentVector3D::kModeRow)) return;
+    if (mode == AlignmentVector3D::kBodyVelocity)
+      Warn(node,
+           fmt::format("it points nowhere: no volume under '{}' moves",
+                       NameOf(node, AlignmentVector3D::kCentreRow)),
+           AlignmentVector3D::kModeRow);
+    if (mode == AlignmentVector3D::kNormal)
+      Warn(node,
+           fmt::format("there is no volume under '{}' whose surface it could follow: it points "
+                       "along its 'vector'",
+                       NameOf(node, AlignmentVector3D::kCentreRow)),
+           AlignmentVector3D::kModeRow);
   }
 
   /// Numbers that each are allowed, and with which nothing happens.
@@ -89,6 +123,7 @@ class SettingHints : public HintBase {
                           !server.Tracks().contains(server_row::kTimeMode);
     for (const BaseNode* node : mNodes) {
       if (IsA<ChannelPair>(*node)) CheckAmount(*node);
+      if (IsA<ChannelValue>(*node)) CheckValue(*node);
       if (IsA<Duration>(*node) && isSteady) CheckStart(*node, frames);
     }
   }
@@ -150,6 +185,14 @@ class SettingHints : public HintBase {
                                                 : 0;
     if (row && StaysZero(node, row))
       Note(node, fmt::format("'{}' is 0: it does nothing", NameOf(node, row)), row);
+    else if (IsA<Force_Swirling>(node) && StaysAtMost(node, row, 0))
+      Note(node, fmt::format("'{}' is below 0: it does nothing", NameOf(node, row)), row);
+    if (IsA<Force_Gravity>(node) && !Linked(node, Force_Gravity::kAlignmentRow) &&
+        StaysZero(node, Force_Gravity::kAccelerationRow))
+      Note(node,
+           fmt::format("'{}' has no length: it pushes nothing",
+                       NameOf(node, Force_Gravity::kAccelerationRow)),
+           Force_Gravity::kAccelerationRow);
     if (!IsA<Force_Buoyancy>(node)) return;
     using Buoyancy = Force_Buoyancy;
     if (StaysZero(node, Buoyancy::kDirectionRow))
@@ -161,20 +204,6 @@ class SettingHints : public HintBase {
       Note(node, fmt::format("'{}' and '{}' are 0: it lifts nothing",
                              NameOf(node, Buoyancy::kTemperatureRow),
                              NameOf(node, Buoyancy::kDensityRow)));
-  }
-
-  /// Numbers that ask for a link beside them.
-  void CheckWithoutLink(const BaseNode& node) {
-    if (!IsA<GridCombustion>(node)) return;
-    constexpr std::pair<i32, i32> kPairs[] = {
-        {GridCombustion::kExpansionRow, GridCombustion::kSolverRow},
-        {GridCombustion::kSmokeAmountRow, GridCombustion::kSmokeRow}};
-    for (const auto& [row, link] : kPairs)
-      if (const Value* value = node.Get(row);
-          value && !Linked(node, link) && *value != FindRow(*node.Table(), row)->creation)
-        Note(node,
-             fmt::format("'{}' has no effect without '{}'", NameOf(node, row), NameOf(node, link)),
-             row);
   }
 
   /// An amount of numbers for vectors, or the other way round.
@@ -198,19 +227,17 @@ class SettingHints : public HintBase {
            row);
   }
 
-  /// Whether a number or vector is 0, in all its keys.
-  static bool StaysZero(const BaseNode& node, i32 row) {
-    const auto isZero = [](const Value& value) {
-      const double* real = std::get_if<double>(&value);
-      const Vec3d* vector = std::get_if<Vec3d>(&value);
-      return (real && *real == 0) || (vector && *vector == Vec3d{});
-    };
-    const auto track = node.Tracks().find(row);
-    if (track != node.Tracks().end())
-      return std::all_of(track->second.keys.begin(), track->second.keys.end(),
-                         [&](const auto& key) { return isZero(key.value); });
-    const Value* value = node.Get(row);
-    return isZero(value ? *value : FindRow(*node.Table(), row)->WhenMissing());
+  /// What points bring to a field, where it is nothing.
+  void CheckValue(const BaseNode& value) {
+    const BaseNode* channel = Linked(value, ChannelValue::kChannelRow);
+    const NodeKind* kind = channel ? FindKind(channel->Type()) : nullptr;
+    if (!kind || kind->list != kListChannels) return;
+    const i32 row = kind->categories & kCategoryVector ? i32{ChannelValue::kVectorRow}
+                                                       : i32{ChannelValue::kValueRow};
+    if (StaysZero(value, row))
+      Warn(value,
+           fmt::format("'{}' is 0: it adds nothing to {}", NameOf(value, row), Named(*channel)),
+           row);
   }
 
   /// What adds nothing to the field of a pair.

@@ -79,6 +79,40 @@ TEST(Warnings, AreToldOnceInTheirFrameAndInTheStatistics) {
   folder.ExpectSame("whole", "parts");
 }
 
+TEST(Warnings, AFireThatMayCatchLaterIsToldOfAtTheEnd) {
+  const RunFolder folder("fire");
+  const std::string scene = R"({ "sulva": 1, "range": [0, 4],
+ "objects": [ { "name": "ball", "type": "sphere", "radius": 30, "segments": 16, "position": [0, 50, 0] } ],
+ "nodes": [ { "type": "server", "name": "scene", "parameters": { "cell_size": 0.2 }, "children": [
+  { "type": "channel_fuel", "name": "fuel" }, { "type": "channel_fire", "name": "fire" },
+  { "type": "channel_temp", "name": "heat" },
+  { "type": "mesh", "name": "skin", "parameters": { "object": "ball" } },
+  { "type": "volume", "name": "shape", "parameters": { "mesh": "skin" } },
+  { "type": "emission_setting", "name": "much", "parameters": { "amount": 9 } },
+  { "type": "duration", "name": "spark", "parameters": { "start": 0.08 } },
+  { "type": "emission_setting", "name": "hot", "parameters": { "amount": AMOUNT, "duration": "spark" } },
+  { "type": "channelsettings", "name": "gas out", "parameters": { "channel": "fuel", "settings": "much" } },
+  { "type": "channelsettings", "name": "light", "parameters": { "channel": "heat", "settings": "hot" } },
+  { "type": "gridemitter", "name": "source", "parameters": { "volume": "shape", "channels": ["gas out", "light"] } },
+  { "type": "grid_combustion_fire", "name": "burn", "parameters": { "fuel": "fuel", "fire": "fire", "temperature": "heat" } },
+  { "type": "grid_advection", "name": "move", "parameters": { "target": "fuel", "solver": "gas" } },
+  { "type": "grid_advection", "name": "move heat", "parameters": { "target": "heat", "solver": "gas" } },
+  { "type": "fluid", "name": "gas", "position": [-100, 0, -100], "parameters": { "box_size": [200, 200, 200], "forces": [] } } ] } ] })";
+  const auto with = [&](const std::string& amount) {
+    std::string text = scene;
+    return folder.Write("s.json", text.replace(text.find("AMOUNT"), 6, amount));
+  };
+  with("90000");
+  ASSERT_EQ(folder.Run({"run", "s.json", "--strict", "--out", "lit"}), 0) << folder.Errors();
+  ASSERT_EQ(folder.Run({"why", "s.json", "burn"}), 0);
+  EXPECT_THAT(folder.Answers(), HasSubstr("frame 2: slept: no fuel is as hot as the 'ignition'"));
+  EXPECT_THAT(folder.Answers(), HasSubstr("frame 4: ran in stage 7 (Operators) once"));
+  with("9");
+  EXPECT_EQ(folder.Run({"run", "s.json", "--strict", "--out", "cold"}), 3);
+  EXPECT_THAT(folder.Errors(), HasSubstr("warning: frame 4: grid_combustion_fire \"burn\" is "
+                                         "inactive: no fuel is as hot as the 'ignition'"));
+}
+
 TEST(Warnings, AStepThatIsTooLongIsOne) {
   const RunFolder folder("cfl");
   folder.Write("s.json", LeavingBox());

@@ -40,6 +40,8 @@ TEST(SettingHints, WhatHasNoStrengthIsNoted) {
   const std::pair<std::string, std::string> cases[] = {
       {R"({ "type": "force_gravity", "name": "n", "parameters": { "strength": 0 } },)",
        "note: force_gravity \"n\": 'strength' is 0: it does nothing"},
+      {R"({ "type": "force_gravity", "name": "n", "parameters": { "acceleration": [0, 0, 0] } },)",
+       "'acceleration' has no length: it pushes nothing"},
       {R"({ "type": "grid_dissipate", "name": "n", "parameters": { "channel": "smoke", "rate": 0 } },)",
        "note: grid_dissipate \"n\": 'rate' is 0: it does nothing"},
       {R"({ "type": "force_buoyancy", "name": "n", "parameters": { "temperature_channel": "smoke", "direction": [0, 0, 0] } },)",
@@ -49,6 +51,14 @@ TEST(SettingHints, WhatHasNoStrengthIsNoted) {
       {R"({ "type": "duration", "name": "n", "parameters": { "pause": 3 } }, { "type": "force_gravity", "name": "m", "parameters": { "settings": "of it" } },
           { "type": "emission_setting", "name": "of it", "parameters": { "duration": "n" } },)",
        "'pause' has no effect without 'repeats'"},
+      {R"({ "type": "force_swirling", "name": "n", "parameters": { "strength": -1 } },)",
+       "'strength' is below 0: it does nothing"},
+      {R"({ "type": "alignment", "name": "n", "parameters": { "mode": "body_velocity", "centre": "ball" } },
+          { "type": "force_gravity", "name": "m", "parameters": { "alignment": "n" } },)",
+       "alignment \"n\": it points nowhere: no volume under 'centre' moves"},
+      {R"({ "type": "alignment", "name": "n", "parameters": { "mode": "surface_normal" } },
+          { "type": "force_gravity", "name": "m", "parameters": { "alignment": "n" } },)",
+       "it points along its 'vector'"},
       {R"({ "type": "group", "name": "n", "parameters": { "priority": 3 }, "children": [] },)",
        "'priority' has no effect: a group has no work of its own"}};
   for (const auto& [nodes, expected] : cases)
@@ -57,6 +67,27 @@ TEST(SettingHints, WhatHasNoStrengthIsNoted) {
                              { "keys": [[0, 0], [3, 1]] } } },)"),
               IsEmpty())
       << "it comes later";
+}
+
+TEST(SettingHints, PointsThatBringNothingAreAWarning) {
+  const auto with = [](const std::string& parameters) {
+    return ToldWith(
+        R"({ "type": "channelvalue", "name": "dust", "parameters": { "channel": "smoke" } },
+   { "type": "properties_particles", "name": "dots", "parameters": { "source": "skin", "values": ["dust"], )" +
+        parameters + " } },");
+  };
+  EXPECT_THAT(with(R"("radius": 2)"), IsEmpty());
+  EXPECT_THAT(with(R"("radius": 0)"), ElementsAre(HasSubstr("'radius' is 0: its points reach no")));
+  for (const std::string row : {"mass_scale", "radius_scale"})
+    EXPECT_THAT(with("\"" + row + "\": 0"),
+                ElementsAre(HasSubstr("'" + row + "' is 0: its points bring nothing")));
+  EXPECT_THAT(
+      ToldWith(
+          R"({ "type": "channelvalue", "name": "dust", "parameters": { "channel": "smoke", "value": 0 } },
+   { "type": "properties_particles", "name": "dots", "parameters": { "source": "skin", "values": ["dust"] } },)"),
+      ElementsAre(HasSubstr("channelvalue \"dust\": 'value' is 0: it adds nothing to 'smoke'")));
+  EXPECT_THAT(with(R"("distance_mode": "falloff", "falloff": null)"),
+              ElementsAre(HasSubstr("it has no 'falloff', which its 'distance_mode' asks for")));
 }
 
 TEST(SettingHints, AnAmountOfTheOtherSortIsNoted) {
@@ -69,6 +100,19 @@ TEST(SettingHints, AnAmountOfTheOtherSortIsNoted) {
    { "type": "grid_advection", "name": "move it", "parameters": { "target": "colour", "solver": "gas" } },)",
                        R"("vector_amount": [3, 0, 0])"),
               IsEmpty());
+}
+
+TEST(SettingHints, AnAmountThatOnlyTakesAwayFillsNothing) {
+  const std::string amount = R"("amount": -3)";
+  EXPECT_THAT(ToldWith("", amount),
+              ElementsAre(HasSubstr("channel_scalar \"smoke\": 'move' works on "
+                                    "it, and no emitter")));
+  EXPECT_THAT(ToldWith(R"({ "type": "emission_setting", "name": "gives" },
+   { "type": "channelsettings", "name": "more", "parameters": { "channel": "smoke", "settings": "gives" } },
+   { "type": "gridemitter", "name": "well", "parameters": { "volume": "shape", "channels": ["more"] } },)",
+                       amount),
+              IsEmpty())
+      << "it takes from what another one gives";
 }
 
 TEST(SettingHints, WindowsThatGiveNothingAreAWarning) {

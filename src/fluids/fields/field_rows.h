@@ -11,6 +11,10 @@ enum Row : i32 {
   kValueMax = 1051,
   kInitialValue = 1052,
   kTextureCoordinates = 1053,
+  kFuelIgnition = 2000,
+  kFireIgnition = 2000,
+  kBurnTime = 2001,
+  kFadeTime = 2002,
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA::field_row

@@ -1,6 +1,7 @@
 #include "fluids/fields/fire_grid_channel.h"
 
 #include "fluids/fields/emission_handlers.h"
+#include "fluids/fields/field_rows.h"
 #include "framework/node_kind.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -50,14 +51,14 @@ const ParameterTable& FireGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = ScalarGridChannel<T, G>::Rows(1);
     const ParameterTable own = {
-        RealRow(2000, "ignition", 1600.0, "K",
+        RealRow(field_row::kFireIgnition, "ignition", 1600.0, "K",
                 "how hot the gas has to be before a flame is seen in it")
             .To(&FireGridChannel::mIgnition),
-        RealRow(2001, "burn_time", 2.5, "s",
+        RealRow(field_row::kBurnTime, "burn_time", 2.5, "s",
                 "how long a flame stays bright: longer makes taller flames")
             .AtLeast(0)
             .To(&FireGridChannel::mBurnTime),
-        RealRow(2002, "fade_time", 0.5, "s",
+        RealRow(field_row::kFadeTime, "fade_time", 0.5, "s",
                 "how long its tip takes to die out: longer makes softer tips")
             .AtLeast(0)
             .To(&FireGridChannel::mFadeTime),

@@ -1,5 +1,6 @@
 #include "fluids/fields/fuel_grid_channel.h"
 
+#include "fluids/fields/field_rows.h"
 #include "framework/node_kind.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -35,7 +36,7 @@ const ParameterTable& FuelGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = PlainGridChannel<T, G>::Parameters();
     rows.insert(rows.begin() + 3,
-                LongRow(2000, "ignition", 600, "K",
+                LongRow(field_row::kFuelIgnition, "ignition", 600, "K",
                         "how hot fuel has to be before it catches fire; 0 burns at once")
                     .To(&FuelGridChannel::mIgnition));
     return rows;

@@ -36,7 +36,7 @@ const NodeKind& Force_Gravity::Kind() {
 
 const ParameterTable& Force_Gravity::Parameters() {
   static const ParameterTable table = {
-      VectorRow(1000, "acceleration", {0, -9.81, 0}, "m/s^2",
+      VectorRow(kAccelerationRow, "acceleration", {0, -9.81, 0}, "m/s^2",
                 "how hard and which way the gas is pushed, in the node's own axes")
           .OnlyWithout(kAlignmentRow)
           .To(&Force_Gravity::mAcceleration),

@@ -15,7 +15,7 @@ class Force_Gravity : public ForceOf<Force_Gravity> {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kAlignmentRow = 1001, kStrengthRow = 1002;
+  static constexpr i32 kAccelerationRow = 1000, kAlignmentRow = 1001, kStrengthRow = 1002;
   bool ReadParameters() override;
   void PrepareFor(Flow& flow) override;
   bool ActsAnywhere() const override { return true; }

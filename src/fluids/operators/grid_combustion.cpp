@@ -1,11 +1,13 @@
 #include "fluids/operators/grid_combustion.h"
 
 #include "fluids/fields/channel_kinds.h"
+#include "fluids/fields/field_rows.h"
 #include "framework/dead_link.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "grids/fixed_blocks.h"
 #include "grids/sampling.h"
+#include "grids/set_once.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -14,9 +16,6 @@ using namespace host;
 namespace {
 
 constexpr double kPlainIgnition = 600;  // of a fuel that says nothing of it, K
-
-/// Oxygen of fresh air, less fuel and smoke in the cell.
-constexpr double kFreshOxygen = 3.23;
 
 ParameterRow FlameCurveRow(i32 id, std::string_view name, SplineData curve, std::string_view help) {
   ParameterRow row = CurveRow(id, name, help);
@@ -52,14 +51,14 @@ const NodeKind& GridCombustion::Kind() {
 
 const ParameterTable& GridCombustion::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "temperature",
+      LinkRow(kTemperatureRow, "temperature",
               "the heat that flames give: it lifts, and it lights the next fuel")
           .AcceptsAny(kScalarChannels)
           .To(&GridCombustion::mTemperature)
           .Writes()
           .ReadsToo()
           .Required(),
-      LinkRow(1001, "fire", "where flames are seen", {FireField::Kind().id})
+      LinkRow(kFireRow, "fire", "where flames are seen", {FireField::Kind().id})
           .To(&GridCombustion::mFire)
           .Writes()
           .Required(),
@@ -77,22 +76,24 @@ const ParameterTable& GridCombustion::Parameters() {
       LinkRow(kSolverRow, "solver", "the gas that flames blow up, so that an explosion swells")
           .AcceptsAny(kSolvers)
           .To(&GridCombustion::mSolver),
-      LongRow(1004, "mode", 0, "", "whether fuel burns at a set pace, or as far as there is air")
+      LongRow(kModeRow, "mode", 0, "",
+              "whether fuel burns at a set pace, or as far as there is air")
           .Choices({{0, "simple"}, {1, "oxygen"}})
           .To(&GridCombustion::mMode),
-      RealRow(2, "burn_rate", 1.0, "1/s",
+      RealRow(kBurnRateRow, "burn_rate", 1.0, "1/s",
               "how fast fuel is used up: fast gives a bang, slow a long flame")
           .AtLeast(0)
           .To(&GridCombustion::mBurnRate),
-      RealRow(3, "oxygen_ratio", 0.19, "none", "fuel per unit of air: higher burns less at a time")
+      RealRow(kRatioRow, "oxygen_ratio", 0.19, "none",
+              "fuel per unit of air: higher burns less at a time")
           .AtLeast(1e-6)
-          .OnlyWith(1004, {1})
+          .OnlyWith(kModeRow, {1})
           .To(&GridCombustion::mRatio),
       RealRow(4, "base_temperature", 500.0, "K",
               "how hot the coolest part of a flame is, without a fuel channel")
           .OnlyWithout(kFuelRow)
           .To(&GridCombustion::mBaseTemperature),
-      RealRow(5, "heat", 1000.0, "K",
+      RealRow(kHeatRow, "heat", 1000.0, "K",
               "how hot a unit of fuel makes the gas: brighter flames that rise faster")
           .To(&GridCombustion::mHeat),
       FlameCurveRow(6, "temperature_curve", {{{0, 0.8}, {1, 0.2}}},
@@ -118,6 +119,14 @@ const ParameterTable& GridCombustion::Parameters() {
 }
 
 GridCombustion::GridCombustion(BaseNode* node, Scene* scene) : iObject(node, scene) {}
+
+double GridCombustion::IgnitionOf(const BaseNode& fuel) {
+  const ParameterTable* rows = fuel.Table();
+  const ParameterRow* row = rows ? FindRow(*rows, field_row::kFuelIgnition) : nullptr;
+  if (!row) return kPlainIgnition;
+  const Value* value = fuel.Get(row->id);
+  return RealOf(value ? *value : row->WhenMissing(), kPlainIgnition);
+}
 
 bool GridCombustion::AfterLinks() {
   if (mSolver && mExpansion != 0) mSolver->GetFlow().mExpands = true;
@@ -189,6 +198,7 @@ void GridCombustion::Prepare() {
   if (mCellGrid->mNz < 3) return (void)Deactivate("its grids have no inner cells");
   mIsConstrained = !mConstraints.IsEmpty();
   mConstraints.Prepare(this);
+  mHasFuel = mHasHeat = mHasFlame = false;
   SetFlag(FLAG_ACTIVE, true);
 }
 
@@ -209,64 +219,13 @@ void GridCombustion::Evaluate(const EvaluationThreadData& data) {
                     y,
                     z,
                     static_cast<u32>(data.index)};
-      if (!mBurnsFuel)
-        ShapeRow(row);
-      else if (mMode == 0)
-        BurnRow(row);
-      else
-        BurnRowWithOxygen(row);
+      const Found found = !mBurnsFuel  ? ShapeRow(row)
+                          : mMode == 0 ? BurnRow(row)
+                                       : BurnRowWithOxygen(row);
+      SetOnce(mHasFuel, found.fuel);
+      SetOnce(mHasHeat, found.heat);
+      SetOnce(mHasFlame, found.flame);
     }
-}
-
-bool GridCombustion::Allows(const Row& row, i32 x) const {
-  double weight = mTime->stepDuration;
-  mConstraints.Test(mCellGrid->PositionOf(x, row.y, row.z), weight, this, row.worker);
-  return weight != 0;
-}
-
-void GridCombustion::BurnRow(const Row& row) const {
-  for (i32 x = row.first; x < row.last; ++x) {
-    const double fuel = row.fuel[x];
-    if (!(fuel > 0) || mIgnition > row.temperature[x]) continue;
-    if (mIsConstrained && !Allows(row, x)) continue;
-    row.fire[x] = 1;
-    const double burnt = std::min(mBurnStep, fuel);
-    row.fuel[x] = fuel - burnt;
-    row.temperature[x] += burnt * mHeat;
-    if (row.smoke) row.smoke[x] += burnt * mSmokeStep;
-    if (row.expansion) row.expansion[x] += burnt * mExpansionStep;
-  }
-}
-
-void GridCombustion::BurnRowWithOxygen(const Row& row) const {
-  for (i32 x = row.first; x < row.last; ++x) {
-    const double fuel = row.fuel[x];
-    if (!(fuel > 0) || mIgnition > row.temperature[x]) continue;
-    if (mIsConstrained && !Allows(row, x)) continue;
-    row.fire[x] = 1;
-    const double left = std::max(kFreshOxygen - (fuel + (row.smoke ? row.smoke[x] : 0.0)), 0.0);
-    const double burnt = std::min(left, fuel * mRatio) * mBurnStep;
-    if (row.smoke) row.smoke[x] += (1 / mRatio + 1) * burnt * mSmokeStep;
-    row.fuel[x] = std::max(fuel - burnt / mRatio, 0.0);
-    row.temperature[x] += burnt * mHeat;
-    if (row.expansion) row.expansion[x] += burnt * mExpansionStep;
-  }
-}
-
-void GridCombustion::ShapeRow(const Row& row) const {
-  const bool smokes = row.smoke && mSmokeStep > 0;
-  const auto curve = [](const SplineData* spline, double age) {
-    return InterfaceHandler::EvaluateSpline(spline, age);
-  };
-  for (i32 x = row.first; x < row.last; ++x) {
-    const double fire = row.fire[x];
-    if (!(fire > mThreshold) || fire > 1) continue;
-    if (mIsConstrained && !Allows(row, x)) continue;
-    const double age = 1 - (fire - mThreshold) / mAgeSpan;
-    row.temperature[x] = curve(mTemperatureCurve, age) * mTemperatureSpan + mBaseTemperature;
-    if (smokes) row.smoke[x] += curve(mSmokeCurve, age) * mSmokeAmount;
-    if (row.expansion) row.expansion[x] += mExpansionStep;
-  }
 }
 
 void GridCombustion::SplatExpansion() const {
@@ -297,6 +256,7 @@ void GridCombustion::Finish() {
     if (mCellExpansion) SplatExpansion();
     for (ScalarField* field : {mTemperature, mFuel, mSmoke})
       if (field) field->BookWork();
+    if (const char* why = IsCancelled() ? nullptr : WhyNothingBurned()) TakeBackRun(why);
   }
   iObject::Finish();
   SetFlag(FLAG_ACTIVE, false);

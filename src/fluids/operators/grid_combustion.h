@@ -1,5 +1,6 @@
 // Burns fuel, or shapes a flame.
 #pragma once
+#include <atomic>
 #include <memory>
 
 #include "fluids/fields/fuel_grid_channel.h"
@@ -17,8 +18,11 @@ class GridCombustion : public iObject {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kFuelRow = 1002, kSmokeRow = 1003, kSolverRow = 12, kSmokeAmountRow = 7,
-                       kExpansionRow = 9;
+  static constexpr i32 kTemperatureRow = 1000, kFireRow = 1001, kFuelRow = 1002, kSmokeRow = 1003,
+                       kSolverRow = 12, kModeRow = 1004, kBurnRateRow = 2, kRatioRow = 3,
+                       kHeatRow = 5, kSmokeAmountRow = 7, kExpansionRow = 9;
+  /// The temperature from which a fuel burns, kelvin.
+  static double IgnitionOf(const host::BaseNode& fuel);
   bool ResolveLinks() override;
   bool AfterLinks() override;
   void CheckDirty() override;
@@ -36,9 +40,15 @@ class GridCombustion : public iObject {
   };
   bool GatherGrids();
   bool PlaceExpansion();
-  void BurnRow(const Row& row) const;
-  void BurnRowWithOxygen(const Row& row) const;
-  void ShapeRow(const Row& row) const;
+  /// What stands in a row that was worked on.
+  struct Found {
+    bool fuel = false, heat = false, flame = false;  ///< some; so hot that it burns; that burns
+  };
+  Found BurnRow(const Row& row) const;
+  Found BurnRowWithOxygen(const Row& row) const;
+  Found ShapeRow(const Row& row) const;
+  /// Why nothing burned in this step, for `iBase::Deactivate`; null where something did.
+  const char* WhyNothingBurned() const;
   /// The constraints let this cell burn.
   bool Allows(const Row& row, i32 x) const;
   /// Spreads what the cells gave over a divergence of another layout.
@@ -73,6 +83,8 @@ class GridCombustion : public iObject {
   /// Expansion by cell, where the divergence has another layout; written by the workers, spread in
   /// `Finish`.
   std::unique_ptr<EGrid<double>> mCellExpansion;
+  /// In this step, by all workers.
+  std::atomic<bool> mHasFuel = false, mHasHeat = false, mHasFlame = false;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -86,12 +86,13 @@ const NodeKind& GridCooling::Kind() {
 
 const ParameterTable& GridCooling::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "temperature", "the heat that fades: how far up gas keeps rising")
+      LinkRow(kTemperatureRow, "temperature", "the heat that fades: how far up gas keeps rising")
           .AcceptsAny(kScalarChannels)
           .To(&GridCooling::mTemperature)
           .Writes()
           .Required(),
-      LinkRow(1001, "fire", "the flames that age along with it; cells that burn keep their heat",
+      LinkRow(kFireRow, "fire",
+              "the flames that age along with it; cells that burn keep their heat",
               {FireField::Kind().id})
           .To(&GridCooling::mFire)
           .Writes()
@@ -101,7 +102,7 @@ const ParameterTable& GridCooling::Parameters() {
               "are even")
           .Choices({{0, "quartic"}, {1, "exponential"}, {2, "linear"}})
           .To(&GridCooling::mMode),
-      RealRow(1002, "rate", 0.6, "1/s",
+      RealRow(kRateRow, "rate", 0.6, "1/s",
               "how short flames get: share of the range that is lost: quartic, by the hottest gas "
               "per substep; else a second")
           .AtLeast(0)

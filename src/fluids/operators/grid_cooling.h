@@ -22,6 +22,7 @@ class GridCooling : public iObject {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kTemperatureRow = 1000, kFireRow = 1001, kRateRow = 1002;
   bool ResolveLinks() override;
   void CheckDirty() override;
   void Prepare() override;

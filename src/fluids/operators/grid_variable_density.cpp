@@ -57,7 +57,7 @@ const NodeKind& GridVariableDensity::Kind() {
 
 const ParameterTable& GridVariableDensity::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "target",
+      LinkRow(kTargetRow, "target",
               "where the weight of the gas is written: switch on its clear_each_step, switch off "
               "its affects_bounds, and link it as the solver's density_channel")
           .AcceptsAny(kAllChannels)
@@ -65,18 +65,18 @@ const ParameterTable& GridVariableDensity::Parameters() {
           .To(&GridVariableDensity::mVector)
           .Writes()
           .Required(),
-      LinkRow(1001, "admixture", "how much of the other gas a cell holds, 0..1")
+      LinkRow(kAdmixtureRow, "admixture", "how much of the other gas a cell holds, 0..1")
           .AcceptsAny(kScalarChannels)
           .To(&GridVariableDensity::mAdmixture)
           .Required(),
-      LinkRow(1002, "temperature", "heat that makes gas lighter, in degrees above 294 K")
+      LinkRow(kTemperatureRow, "temperature", "heat that makes gas lighter, in degrees above 294 K")
           .AcceptsAny(kScalarChannels)
           .To(&GridVariableDensity::mTemperature)
           .Required(),
-      RealRow(1004, "base_density", 1.184, "kg/m^3", "weight of the cold air")
+      RealRow(kBaseRow, "base_density", 1.184, "kg/m^3", "weight of the cold air")
           .AtLeast(1e-6)
           .To(&GridVariableDensity::mBaseDensity),
-      RealRow(1005, "other_density", 8.314472, "kg/m^3",
+      RealRow(kOtherRow, "other_density", 8.314472, "kg/m^3",
               "weight of the other gas alone: heavier than air flows downhill")
           .AtLeast(0)
           .To(&GridVariableDensity::mOtherDensity),

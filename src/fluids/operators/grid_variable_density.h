@@ -14,6 +14,8 @@ class GridVariableDensity : public iObject {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kTargetRow = 1000, kAdmixtureRow = 1001, kTemperatureRow = 1002,
+                       kBaseRow = 1004, kOtherRow = 1005;
   bool ResolveLinks() override;
   void CheckDirty() override;
   void Prepare() override;

@@ -42,7 +42,12 @@ class FluidSolver : public iFluidSolver, public GasSettings {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kBoxSizeRow = 1010, kBoxOffsetRow = 1028, kLinearSolverRow = 1020;
+  static constexpr i32 kDensityChannelRow = 1000, kBoxSizeRow = 1010, kBoxOffsetRow = 1028,
+                       kLinearSolverRow = 1020;
+  /// Why it rests where nothing is in its box.
+  static constexpr const char* kDryReason =
+      "no emitter fills anything in its box; it begins at its position, its lowest corner, and its "
+      "box_size is in host units";
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ClearLinks() override;

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include "fluids/fields/field_rows.h"
 #include "fluids/gas_rig.h"
 #include "fluids/operators/grid_combustion.h"
 #include "fluids/operators/operator_rig.h"
+#include "framework/rest.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
@@ -240,4 +242,31 @@ TEST(CombustionFlow, ExpansionLeavesThroughTheOpenTop) {
   EXPECT_NEAR(flow, made, 1e-5 * made);
   EXPECT_EQ((*rig.gas->mFlow.mDivergence.GetGrid(0))(5, 5, 6), 0)
       << "the source lives for one step";
+}
+
+// What burns nothing says what it lacks, and counts as no run.
+TEST_F(Combustion, TellsWhyNothingBurns) {
+  OperatorRig::Set(burn, GridCombustion::kModeRow, i32{1});
+  OperatorRig::Set(fuel, field_row::kValueMax, 100.0);
+  Begin();
+  const auto why = [&](double fuelThere, double heatThere) -> std::string {
+    fuel.mGrid->Fill(fuelThere);
+    heat.mGrid->Fill(heatThere);
+    burn.mRuns = 1;
+    burn.mInactiveReason = nullptr;
+    s.Run(burn);
+    EXPECT_EQ(burn.mRuns, burn.mInactiveReason ? 0u : 1u);
+    EXPECT_TRUE(!burn.mInactiveReason || MayPass(burn.mInactiveReason));
+    return burn.mInactiveReason ? burn.mInactiveReason : "";
+  };
+  EXPECT_EQ(why(0, 900), kNoFuelReason);
+  EXPECT_EQ(why(1, 599), kColdFuelReason);
+  EXPECT_EQ(why(1, 600), "");
+  EXPECT_EQ(why(4, 900), kNoAirReason) << "more than the air of a cell";
+  burn.Node()->Set(GridCombustion::kFuelRow, host::Link{});
+  Begin();
+  fire.mGrid->Fill(0);
+  EXPECT_EQ(why(0, 900), kNoFlameReason);
+  fire.mGrid->Fill(0.9);
+  EXPECT_EQ(why(0, 900), "");
 }
