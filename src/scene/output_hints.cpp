@@ -2,9 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 #include <tuple>
 
+#include "cache/cache_folder.h"
 #include "cache/cache_rows.h"
 #include "cache/grid_cacher.h"
 #include "framework/server_rows.h"
@@ -38,6 +40,8 @@ class OutputHints : public HintBase {
     CheckFolders();
     CheckExports();
     CheckPictures();
+    for (BaseNode* server : mScene.servers)
+      if (server->IsEnabled()) CheckPlayed(*server);
   }
 
  private:
@@ -87,6 +91,38 @@ class OutputHints : public HintBase {
                          NameOf(*cache, cache_row::kCustomFolder),
                          NameOf(*cache, cache_row::kFolder)),
              cache_row::kCustomFolder);
+  }
+
+  /// Caches that only play, from a folder of their own in which nothing of theirs lies.
+  void CheckPlayed(BaseNode& server) {
+    const auto scene = CreateScene(server);
+    scene->Synchronise(scene->GetDocument());
+    for (const auto& [id, object] : scene->List(kListCaches)) {
+      auto* cache = dynamic_cast<Cache_OperatorBase*>(object.get());
+      if (!cache || !cache->Node()->IsEnabled()) continue;
+      const BaseNode& node = *cache->Node();
+      if (Whole(node, cache_row::kMode) != cache_row::kPlayBack || !HasOwnFolder(node) ||
+          node.Tracks().contains(cache_row::kMode) || IsRecordedHere(node) ||
+          ScanCache(cache->ReadNames()).found)
+        continue;
+      Note(node,
+           fmt::format("it has nothing to play: there are no files of its '{}' in {}",
+                       NameOf(node, cache_row::kBaseName),
+                       Shown(cache->ReadNames().GetFolder().string())),
+           cache_row::kCustomFolder);
+    }
+  }
+  static bool HasOwnFolder(const BaseNode& cache) {
+    return Whole(cache, cache_row::kFolder) != 0 && !Text(cache, cache_row::kCustomFolder).empty();
+  }
+  /// Another cache of the scene writes what this one plays.
+  bool IsRecordedHere(const BaseNode& player) const {
+    return std::any_of(mNodes.begin(), mNodes.end(), [&](const BaseNode* cache) {
+      return IsA<GridCacher>(*cache) && HasOwnFolder(*cache) &&
+             Whole(*cache, cache_row::kMode) != cache_row::kPlayBack &&
+             Text(*cache, cache_row::kCustomFolder) == Text(player, cache_row::kCustomFolder) &&
+             Text(*cache, cache_row::kBaseName) == Text(player, cache_row::kBaseName);
+    });
   }
 
   /// What a picture shows of a field that never works is nothing.

@@ -9,6 +9,8 @@
 #include "cache/cache_rows.h"
 #include "fluids/emission/grid_cell_emitter.h"
 #include "fluids/emission/object_grid_emitter.h"
+#include "fluids/emission/particle_to_grid_emitter.h"
+#include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "nodes/catalogue.h"
@@ -56,6 +58,8 @@ class ReachFinder {
     for (const BaseNode* server : servers) {
       if (!server->IsEnabled())
         Find(*server, "enabled", "it is switched off: none of its nodes runs");
+      if (servers.size() > 1 && server->Children().empty())
+        Find(*server, "", "it has no nodes: there is nothing to simulate", true);
       ForEachChild(*server, [&](const BaseNode& node) { LookAt(node); });
       LookAtFields(*server);
     }
@@ -325,12 +329,17 @@ class ReachFinder {
     return text;
   }
 
-  /// Emitters from whose shape nothing comes.
+  /// Emitters from whose shape nothing comes, and fluids into whose box nothing does.
   std::string LacksShape(const BaseNode& node) {
     const auto found = mEmpty.find(node.Id());
     if (found == mEmpty.end()) return {};
-    Find(node, FindRow(*node.Table(), ObjectGridEmitter::kVolumeRow)->name,
-         fmt::format("it never emits: {}", found->second));
+    if (IsA<FluidSolver>(node)) {
+      Find(node, "", fmt::format("it never works: {}", found->second));
+      return found->second;
+    }
+    const i32 row = IsA<ParticleToGridEmitter>(node) ? i32{ParticleToGridEmitter::kSourceRow}
+                                                     : i32{ObjectGridEmitter::kVolumeRow};
+    Find(node, FindRow(*node.Table(), row)->name, fmt::format("it never emits: {}", found->second));
     return found->second;
   }
 

@@ -35,8 +35,8 @@ struct Finding {
 class Reachability {
  public:
   Reachability() = default;
-  /// `exported` are the nodes that exports read, `empty` the emitters whose shape gives nothing,
-  /// each with a clause that says why.
+  /// `exported` are the nodes that exports read, `empty` the emitters whose shape gives nothing and
+  /// the fluids that nothing comes into, each with a clause that says why.
   Reachability(const host::Document& document, const std::vector<host::BaseNode*>& servers,
                const std::set<host::NodeId>& exported,
                const std::map<host::NodeId, std::string>& empty);

@@ -1,9 +1,8 @@
-#include "scene/hint_base.h"
+#include "scene/shape_boxes.h"
 
 #include <fmt/format.h>
 
-#include <limits>
-#include <map>
+#include <algorithm>
 
 #include "fluids/advection/grid_advection.h"
 #include "fluids/emission/channel_pair.h"
@@ -13,9 +12,6 @@
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
 #include "framework/pipeline.h"
-#include "framework/server_rows.h"
-#include "host/polygon_object.h"
-#include "scene/scene_hints.h"
 #include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
@@ -26,9 +22,9 @@ using namespace MELDO_SULVA;
 namespace {
 
 /// Meshes, volumes, obstacles, and emitters as far as their shape goes.
-class ShapeHints : public HintBase {
+class ShapeHints : public ShapeBoxes {
  public:
-  using HintBase::HintBase;
+  using ShapeBoxes::ShapeBoxes;
 
   /// Tags outside of volumes make nothing solid, unless a volume with a tag has the shape.
   void LookAtTags() {
@@ -50,63 +46,24 @@ class ShapeHints : public HintBase {
   void LookAt(const BaseNode& server) {
     mNodes.clear();
     Collect(server);
-    const double hostUnits = Number(server, server_row::kHostUnits);
-    const double simulationUnits = Number(server, server_row::kSimulationUnits);
-    const double cell = Number(server, server_row::kCellSize) * hostUnits / simulationUnits;
+    const double cell = CellOf(server);
     for (const BaseNode* node : mNodes) {
       if (IsA<Mesh>(*node)) CheckSize(*node, cell);
       CheckInsideOfObstacle(*node);
+      CheckFarObstacle(*node);
       CheckMeshOperator(*node);
     }
     CheckThinEmitters(cell);
     CheckMovers();
   }
 
-  /// Nothing comes out of an emitter that is flat, or outside of every box of a gas.
-  void FindEmptyShapes(const BaseNode& server, std::map<NodeId, std::string>& empty) {
-    mNodes.clear();
-    Collect(server);
-    ForEachStillEmitter([&](const BaseNode& emitter, const BaseNode& volume, const Vec3d& low,
-                            const Vec3d& high) {
-      const std::string shape = fmt::format("the shape of '{}'", Shown(volume.Name()));
-      if (ThinnestSide(low, high) <= 0) {
-        empty[emitter.Id()] = shape + " is flat and has no inside";
-      } else if (IsA<VolumeMesh>(volume) && Number(volume, VolumeMesh::kShellRow) == 0 &&
-                 !volume.Tracks().contains(VolumeMesh::kShellRow)) {
-        empty[emitter.Id()] =
-            fmt::format("the skin of '{}' has no thickness: its '{}' is 0", Shown(volume.Name()),
-                        NameOf(volume, VolumeMesh::kShellRow));
-      } else if (LiesOutside(low, high)) {
-        empty[emitter.Id()] = shape +
-                              " lies outside of the box of every fluid; a box begins at its node's "
-                              "position, and its box_size is in host units";
-      }
-    });
-  }
-
  private:
-  static bool IsVolume(const BaseNode& node) {
-    return IsA<VolumeMesh>(node) || IsA<MultiVolume>(node);
-  }
-  static bool IsMesh(const BaseNode& node) { return IsA<Mesh>(node) || IsA<MultiMesh>(node); }
-  static void AddLinks(const BaseNode& node, std::set<NodeId>& linked) {
-    linked.merge(LinksOf(node));
-  }
   void ForEachNode(const std::function<void(const BaseNode&)>& visit) const {
     const std::function<void(const BaseNode&)> walk = [&](const BaseNode& node) {
       visit(node);
       for (const BaseNode* child : node.Children()) walk(*child);
     };
     for (const BaseNode* root : mScene.document->Roots()) walk(*root);
-  }
-
-  static void AddBox(const PolygonObject& object, Vec3d& low, Vec3d& high) {
-    const Matrix place = object.GlobalMatrix();
-    for (const Vec3d& point : object.GetGeometry().points) {
-      const Vec3d p = place * point;
-      low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-      high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
-    }
   }
 
   void CheckSize(const BaseNode& mesh, double cell) {
@@ -121,49 +78,6 @@ class ShapeHints : public HintBase {
                        "of objects are host units, by default 100 to a metre",
                        Shown(object->Name()), size, cell),
            Mesh::kObjectRow);
-  }
-
-  /// The box of the points of all polygon objects that a node leads to, in host units; false where
-  /// there are none, or where they move or change on the way.
-  bool StillBox(const BaseNode& node, Vec3d& low, Vec3d& high, int depth = 0) const {
-    constexpr int kDeepest = 16;
-    if (depth > kDeepest || mPlaces.IsMoved(node) ||
-        (IsVolume(node) && Whole(node, VolumeMesh::kInvertedRow)))
-      return false;
-    if (const auto* object = dynamic_cast<const PolygonObject*>(&node)) {
-      if (!object->FramePattern().empty() || object->GetGeometry().points.empty()) return false;
-      AddBox(*object, low, high);
-      return true;
-    }
-    std::set<NodeId> linked;
-    AddLinks(node, linked);
-    bool any = false;
-    for (const NodeId id : linked) {
-      const BaseNode* target = mScene.document->Find(id);
-      const bool isShape =
-          target && (IsVolume(*target) || IsMesh(*target) || target->Type() == kMeshObject);
-      if (!isShape) continue;
-      if (!StillBox(*target, low, high, depth + 1)) return false;
-      any = true;
-    }
-    return any;
-  }
-
-  /// Calls f(emitter, volume, low, high) with the boxes of the shapes that stay as they are.
-  void ForEachStillEmitter(const std::function<void(const BaseNode&, const BaseNode&, const Vec3d&,
-                                                    const Vec3d&)>& f) const {
-    const auto deforms = [](const BaseNode* node) { return IsA<MeshSmoothingOperator>(*node); };
-    if (std::any_of(mNodes.begin(), mNodes.end(), deforms)) return;
-    for (const BaseNode* emitter : mNodes) {
-      if (!IsA<ObjectGridEmitter>(*emitter)) continue;
-      const BaseNode* volume = Linked(*emitter, ObjectGridEmitter::kVolumeRow);
-      Vec3d low{kFar, kFar, kFar}, high{-kFar, -kFar, -kFar};
-      if (volume && volume->IsEnabled() && StillBox(*volume, low, high))
-        f(*emitter, *volume, low, high);
-    }
-  }
-  static double ThinnestSide(const Vec3d& low, const Vec3d& high) {
-    return std::min({high.x - low.x, high.y - low.y, high.z - low.z});
   }
 
   void CheckThinEmitters(double cell) {
@@ -189,6 +103,13 @@ class ShapeHints : public HintBase {
                      "from a larger shape without an obstacle tag",
                      Shown(volume->Name())),
          ObjectGridEmitter::kVolumeRow);
+  }
+
+  void CheckFarObstacle(const BaseNode& volume) {
+    Vec3d low{kFar, kFar, kFar}, high{-kFar, -kFar, -kFar};
+    if (IsVolume(volume) && volume.Tag(kObstacleTag) && StillBox(volume, low, high) &&
+        LiesOutside(low, high))
+      Note(volume, "it lies outside of the box of every fluid, and is in the way of no gas");
   }
 
   /// Whether some field of an emitter is moved by a scheme that gives what lies in solids to the
@@ -231,27 +152,6 @@ class ShapeHints : public HintBase {
     }
   }
 
-  /// Whether shapes in a box may meet that of a fluid; so may all where the fluid moves.
-  bool MayMeet(const BaseNode& fluid, const Vec3d& low, const Vec3d& high) const {
-    const Vec3d* size = Get<Vec3d>(fluid, FluidSolver::kBoxSizeRow);
-    if (mPlaces.IsMoved(fluid) || !fluid.Tracks().empty() || !size) return true;
-    const Vec3d* offset = Get<Vec3d>(fluid, FluidSolver::kBoxOffsetRow);
-    const Vec3d from = fluid.GlobalMatrix().offset - *size * (offset ? *offset : Vec3d{});
-    for (int a = 0; a < 3; ++a)
-      if (low[a] > from[a] + (*size)[a] || high[a] < from[a]) return false;
-    return true;
-  }
-
-  bool LiesOutside(const Vec3d& low, const Vec3d& high) const {
-    bool any = false;
-    for (const BaseNode* fluid : mNodes) {
-      if (!IsA<FluidSolver>(*fluid)) continue;
-      if (MayMeet(*fluid, low, high)) return false;
-      any = true;
-    }
-    return any;
-  }
-
   /// Emitters of fields that only solvers elsewhere move.
   void CheckMovers() {
     ForEachStillEmitter([&](const BaseNode& emitter, const BaseNode& volume, const Vec3d& low,
@@ -282,19 +182,9 @@ class ShapeHints : public HintBase {
     }
     return mover;
   }
-
-  static constexpr double kFar = std::numeric_limits<double>::infinity();
 };
 
 }  // namespace
-
-std::map<NodeId, std::string> FindEmptyShapes(const LoadedScene& scene, const ScenePlaces& places) {
-  std::map<NodeId, std::string> empty;
-  Diagnostics unused;
-  ShapeHints hints(scene, places, unused);
-  for (const BaseNode* server : scene.servers) hints.FindEmptyShapes(*server, empty);
-  return empty;
-}
 
 void AddShapeHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
   ShapeHints hints(scene, places, diagnostics);

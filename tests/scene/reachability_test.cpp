@@ -29,10 +29,11 @@ const char* const kSmoke = R"({ "sulva": 1, "range": [0, 4],
 
 struct LoadedSmoke {
   explicit LoadedSmoke(const std::string& what = "", const std::string& with = "",
-                       const std::vector<std::string>& overrides = {},
-                       const std::string& more = "") {
+                       const std::vector<std::string>& overrides = {}, const std::string& more = "",
+                       const std::string& object = "") {
     std::string text = kSmoke;
     text.insert(text.size() - 1, more);
+    text.insert(text.find('[', text.find("objects")) + 1, object);
     if (!what.empty()) {
       if (text.find(what) == text.npos) throw std::runtime_error(what + " isn't there");
       text.replace(text.find(what), what.size(), with);
@@ -229,6 +230,82 @@ TEST(Reachability, ShapesThatNothingComesOutOf) {
           .lines,
       IsEmpty())
       << "it comes into the box later";
+}
+
+TEST(Reachability, AFluidThatNothingComesIntoIsTold) {
+  const std::string wind = R"({ "type": "force_gravity", "name": "wind" },)";
+  const auto told = [&](const std::string& place, const std::string& more = "") {
+    return LoadedSmoke(
+               wind, wind + R"({ "type": "fluid", "name": "other", "position": )" + place +
+                         R"(, "parameters": { "forces": [], "box_size": [90, 90, 90] } },)" + more)
+        .lines;
+  };
+  EXPECT_THAT(told("[500, 0, 0]"),
+              ElementsAre(HasSubstr("warning: fluid \"other\": it never works: no emitter fills "
+                                    "anything in its box; it begins at its position")));
+  EXPECT_THAT(told("[0, 40, 0]"), IsEmpty());
+  EXPECT_THAT(told("[150, 0, 0]"), IsEmpty()) << "the first one's smoke may drift into it";
+  EXPECT_THAT(told("{\"keys\": [[0, [500, 0, 0]], [3, [0, 0, 0]]]}"), IsEmpty());
+  EXPECT_THAT(told("[500, 0, 0]", R"({ "type": "cache", "name": "tape", "parameters": { "mode":
+                                  "play_back", "objects": ["smoke"] } },)"),
+              IsEmpty())
+      << "a recording may bring something";
+}
+
+TEST(Reachability, WhatIsInTheWayOfNothingAndServersWithoutNodesAreNoted) {
+  const std::string mesh = R"({ "type": "mesh", "name": "skin",)";
+  const auto told = [&](const std::string& place) {
+    return LoadedSmoke(
+               mesh,
+               R"({ "type": "mesh", "name": "wall skin", "parameters": { "object": "wall" } },
+   { "type": "volume", "name": "wall", "parameters": { "mesh": "wall skin" }, "obstacle": {} },)" +
+                   mesh,
+               {}, "",
+               R"({ "name": "wall", "type": "box", "size": [20, 20, 20], "position": )" + place +
+                   " },")
+        .lines;
+  };
+  EXPECT_THAT(told("[0, 150, 0]"), IsEmpty());
+  EXPECT_THAT(told("[0, 250, 0]"),
+              ElementsAre(HasSubstr("note: volume \"wall\": it lies outside of the box of every "
+                                    "fluid, and is in the way of no gas")));
+  EXPECT_THAT(
+      LoadedSmoke(R"("nodes": [ )", R"("nodes": [ { "type": "server", "name": "bare" }, )").lines,
+      ElementsAre(HasSubstr("note: server \"bare\": it has no nodes")));
+}
+
+TEST(Reachability, ACacheWithoutFilesToPlayIsNoted) {
+  const std::string wind = R"({ "type": "force_gravity", "name": "wind" },)";
+  const auto told = [&](const std::string& parameters) {
+    return LoadedSmoke(wind, wind + R"({ "type": "cache", "name": "tape", "parameters": {
+   "objects": ["smoke"], )" + parameters +
+                                 " } },")
+        .lines;
+  };
+  const std::string folder = R"("folder": "custom", "custom_folder": "nowhere")";
+  EXPECT_THAT(told(R"("mode": "play_back", )" + folder),
+              ElementsAre(HasSubstr("note: cache \"tape\": it has nothing to play: there are no "
+                                    "files of its 'base_name' in ")));
+  EXPECT_THAT(told(R"("mode": "both", )" + folder), IsEmpty());
+  EXPECT_THAT(told(R"("mode": "play_back")"), IsEmpty()) << "that folder is each run's own";
+}
+
+TEST(Reachability, PointsOutsideOfEveryBoxFillNothing) {
+  const std::string wind = R"({ "type": "force_gravity", "name": "wind" },)";
+  const auto told = [&](const std::string& place) {
+    const LoadedSmoke loaded(
+        wind, wind + R"({ "type": "mesh", "name": "star skin", "parameters": { "object": "star" } },
+   { "type": "channelvalue", "name": "dust", "parameters": { "channel": "smoke" } },
+   { "type": "properties_particles", "name": "dots", "parameters": { "source": "star skin", "values": ["dust"], "radius": 2 } },)",
+        {}, "",
+        R"({ "name": "star", "type": "box", "size": [20, 20, 20], "position": )" + place + " },");
+    return loaded.lines;
+  };
+  EXPECT_THAT(told("[0, 60, 0]"), IsEmpty());
+  EXPECT_THAT(told("[0, 225, 0]"), IsEmpty()) << "the lower points reach in";
+  EXPECT_THAT(told("[0, 260, 0]"),
+              ElementsAre(HasSubstr("properties_particles \"dots\": it never emits: the shape of "
+                                    "'star skin' lies outside of the box of every fluid")));
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -55,7 +55,7 @@ const NodeKind& FluidSolver::Kind() {
 
 const ParameterTable& FluidSolver::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "density_channel",
+      LinkRow(kDensityChannelRow, "density_channel",
               "gas of differing weight: a heavy cloud sinks and spreads along the ground")
           .AcceptsAny(kScalarChannels)
           .To(&GasSettings::densityChannel),
@@ -311,9 +311,7 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
     usable = lo[a] <= hi[a] && lo[a] <= to[a] && from[a] <= hi[a];
   }
   if (!usable) {
-    Deactivate(
-        "no emitter fills anything in its box; it begins at its position, its lowest corner, and "
-        "its box_size is in host units");
+    Deactivate(kDryReason);
     return;
   }
   const double padding = paddingCells;
