@@ -5,6 +5,8 @@ import subprocess
 import sys
 import tempfile
 
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+
 PROJECT = """cmake_minimum_required(VERSION 3.25)
 project(user CXX)
 find_package(sulva REQUIRED)
@@ -50,6 +52,9 @@ def main():
         for name in ("share/sulva/docs/sulva.schema.json", "include/sulva/nodes/catalogue.h"):
             assert (prefix / name).exists(), name
         assert any(prefix.rglob("LICENSE")), "no licence"
+        # Neither in messages nor for debuggers does anything point at the checkout that it was built from.
+        for file in (sulva, *prefix.rglob("libsulva.a")):
+            assert f"{ROOT}/".encode() not in file.read_bytes(), f"{file.name} holds paths of {ROOT}"
 
         user.mkdir()
         (user / "CMakeLists.txt").write_text(PROJECT)

@@ -1,7 +1,6 @@
 #include "fluids/pressure/lattice_matrix.h"
 
 #include <algorithm>
-#include <cassert>
 
 #include "grids/fixed_blocks.h"
 
@@ -34,7 +33,6 @@ void LatticeMatrix::AddToElement(i32 row, i32 column, double value) {
       Upper(axis)[row] += value;
       return;
     }
-  assert(difference < 0 && "the cells aren't neighbours");
 }
 
 void LatticeMatrix::FindLines(i32 threads) {
