@@ -6,11 +6,11 @@
 #include <new>
 
 #include "cache/cache_operator.h"
+#include "cli/exit_code_of.h"
 #include "grids/grid_memory.h"
 #include "host/atomic_file.h"
 #include "host/exit_codes.h"
 #include "host/folder_lock.h"
-#include "host/mesh_files.h"
 #include "host/output_guard.h"
 #include "host/polygon_object.h"
 #include "host/render_objects.h"
@@ -88,23 +88,11 @@ class PictureRun {
 
   int Execute() {
     const Clock::time_point start = Clock::now();
-    int code = kExitDone;
-    try {
-      CheckMemory();
-      code = RunFrames();
-    } catch (const CommandError& error) {
-      mProgress.Error(error.what());
-      code = error.code;
-    } catch (const host::MeshFileError& error) {
-      mProgress.Error(error.what());
-      code = kExitFile;
-    } catch (const host::FileError& error) {
-      mProgress.Error(error.what());
-      code = kExitFile;
-    } catch (const std::bad_alloc&) {
-      mProgress.Error("out of memory; raise cell_size or lower the size of the pictures");
-      code = kExitMemory;
-    }
+    const int code = ExitCodeOf(
+        mProgress, "out of memory; raise cell_size or lower the size of the pictures", [&] {
+          CheckMemory();
+          return RunFrames();
+        });
     PrintWarnings(code == kExitDone);
     if (code == kExitDone)
       mProgress.Note(fmt::format("done: {} picture{} in {}, written to {}", mPictures.done,

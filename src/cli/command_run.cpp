@@ -8,10 +8,10 @@
 #include <sstream>
 
 #include "cache/cache_operator.h"
+#include "cli/exit_code_of.h"
 #include "host/atomic_file.h"
 #include "host/exit_codes.h"
 #include "host/folder_lock.h"
-#include "host/mesh_files.h"
 #include "host/output_guard.h"
 #include "host/worker_pool.h"
 #include "io/exporter.h"
@@ -77,22 +77,9 @@ class Run {
 
   int Execute() {
     const Clock::time_point start = Clock::now();
-    int code = kExitDone;
-    try {
-      code = RunFrames();
-    } catch (const CommandError& error) {
-      mProgress.Error(error.what());
-      code = error.code;
-    } catch (const host::MeshFileError& error) {
-      mProgress.Error(error.what());
-      code = kExitFile;
-    } catch (const host::FileError& error) {
-      mProgress.Error(error.what());
-      code = kExitFile;
-    } catch (const std::bad_alloc&) {
-      mProgress.Error("out of memory; raise cell_size or lower the size of boxes and meshes");
-      code = kExitMemory;
-    }
+    int code = ExitCodeOf(mProgress,
+                          "out of memory; raise cell_size or lower the size of boxes and meshes",
+                          [&] { return RunFrames(); });
     if (code == kExitInterrupted || code == kExitFile || code == kExitMemory) KeepNewestState();
     const std::chrono::duration<double> wall = Clock::now() - start;
     std::vector<std::string> warnings = mSimulation.TakeWarnings();

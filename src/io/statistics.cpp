@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <initializer_list>
+#include <utility>
+
 #include "host/atomic_file.h"
 #include "io/json_line.h"
 
@@ -23,28 +26,34 @@ void FormatStages(JsonLine& json, const FrameRecord& record) {
   json.Close(']');
 }
 
-void FormatLedger(JsonLine& json, const FieldLedger& ledger) {
-  json.Key("ledger").Open('{');
-  json.Key("emitted").Number(ledger.emitted);
-  json.Key("made").Number(ledger.made);
-  json.Key("burnt").Number(ledger.burnt);
-  json.Key("left").Number(ledger.left);
-  json.Key("trimmed").Number(ledger.trimmed);
-  json.Key("trapped").Number(ledger.trapped);
-  json.Key("handed_over").Number(ledger.handedOver);
-  json.Key("drift").Number(ledger.drift);
-  json.Key("total").Number(ledger.total);
+/// An object of named numbers.
+using Entries = std::initializer_list<std::pair<std::string_view, double>>;
+void FormatEntries(JsonLine& json, std::string_view key, Entries entries) {
+  json.Key(key).Open('{');
+  for (const auto& [name, value] : entries) json.Key(name).Number(value);
   json.Close('}');
 }
 
+void FormatLedger(JsonLine& json, const FieldLedger& ledger) {
+  FormatEntries(json, "ledger",
+                {{"emitted", ledger.emitted},
+                 {"made", ledger.made},
+                 {"burnt", ledger.burnt},
+                 {"left", ledger.left},
+                 {"trimmed", ledger.trimmed},
+                 {"trapped", ledger.trapped},
+                 {"handed_over", ledger.handedOver},
+                 {"drift", ledger.drift},
+                 {"total", ledger.total}});
+}
+
 void FormatVolume(JsonLine& json, const VolumeLedger& ledger) {
-  json.Key("volume").Open('{');
-  json.Key("made").Number(ledger.made);
-  json.Key("solids").Number(ledger.solids);
-  json.Key("squeezed").Number(ledger.squeezed);
-  json.Key("left").Number(ledger.left);
-  json.Key("drift").Number(ledger.drift);
-  json.Close('}');
+  FormatEntries(json, "volume",
+                {{"made", ledger.made},
+                 {"solids", ledger.solids},
+                 {"squeezed", ledger.squeezed},
+                 {"left", ledger.left},
+                 {"drift", ledger.drift}});
 }
 
 void FormatChannel(JsonLine& json, const ChannelRecord& channel) {
