@@ -92,6 +92,9 @@ TEST(Books, ADriftIsToldOnceAndAlikeByARunThatGoesOn) {
   folder.Write("smoke.json", RecordedSmoke(52, 0.25));
   const auto run = [&](std::vector<std::string> more) {
     more.insert(more.begin(), {"run", "smoke.json", "--quiet", "--checkpoint", "12", "--out"});
+    for (const char* node : {"move smoke", "move heat"})
+      more.insert(more.end(), {"--set", std::string(node) + ".scheme=semi_lagrangian", "--set",
+                               std::string(node) + ".path_integration=euler"});
     return folder.Run(more);
   };
   ASSERT_EQ(run({"whole"}), 0) << folder.Errors();

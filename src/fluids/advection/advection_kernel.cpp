@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "fluids/advection/row_sampling.h"
+#include "fluids/advection/sample_points.h"
 #include "fluids/flow/solid_cells.h"
-#include "fluids/flow/thin_faces.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -19,7 +18,8 @@ class Solids {
       : mSource(data.Shape()),
         mBoundary(*data.boundary),
         mCells(mSource.mLayout.dims),
-        mCellSize(mSource.mLayout.cellSize) {
+        mCellSize(mSource.mLayout.cellSize),
+        mSides(data.sides) {
     const Grid<u8>* flags = data.solidCells;
     if (flags && flags->mData && flags->Dims() == mCells) mFlags = flags->mData;
     if (mSource.mKind != kFaceX && mSource.mKind != kFaceY && mSource.mKind != kFaceZ)
@@ -45,7 +45,7 @@ class Solids {
     }
     return any;
   }
-  /// Moves points (cells) out of solids and into the domain, and marks those that it moved.
+  /// Moves points (cells) out of solids and back through the sides, and marks those that it moved.
   void PushOut(RowVectors& points, i32 n, bool* moved) const {
     i32 cell[kRowChunk];
     if (mFlags) FindCells(points, mCells, n, cell);
@@ -53,7 +53,7 @@ class Solids {
       moved[i] = false;
       if (mFlags && (mFlags[cell[i]] & SolidCells::kNoPushOut)) continue;
       Vec3d relative = points.At(i) * mCellSize;
-      if (!mBoundary.PushOut(relative, true, kPushOutMargin)) continue;
+      if (!mBoundary.PushOut(relative, true, kPushOutMargin, mSides)) continue;
       moved[i] = true;
       points.Set(i, relative / mCellSize);
     }
@@ -70,79 +70,11 @@ class Solids {
   const GridBoundary& mBoundary;
   VecInt3D mCells;
   double mCellSize;
+  u8 mSides;
   const u8* mFlags = nullptr;
   const float* mFaces = nullptr;
   u8 mOpen = SolidCells::kNoSolidSample;  ///< flags that make a sample of the target's kind open
 };
-
-/// Points (cells) at which the fields are sampled, with the samples round them.
-struct SamplePoints {
-  const RowVectors* points;
-  i32 n;
-  RowCorners corners;
-  u8 reach[kRowChunk];  ///< which corners count, where thin walls may lie between them
-  bool isParted = false;
-
-  void Find(const AdvectionData& data, const RowVectors& at, i32 count) {
-    points = &at;
-    n = count;
-    FindCorners(at, OffsetOf(data.Shape().mKind), data.Shape().Dims(), n, corners);
-    isParted = false;
-    if (!data.thin) return;
-    const i32 kind = data.Shape().mKind;
-    for (i32 i = 0; i < n; ++i) {
-      reach[i] =
-          kind <= kFaceZ ? data.thin->ReachFaces(at.At(i), kind) : data.thin->Reach(at.At(i));
-      isParted |= reach[i] != 0xff;
-    }
-  }
-  bool IsParted(i32 i) const { return isParted && reach[i] != 0xff; }
-};
-
-/// Samples where walls part the corners: the trilinear weights of those that count, to sum to 1.
-void SampleParted(const Grid<double>& g, const SamplePoints& at, double* out) {
-  for (i32 i = 0; i < at.n; ++i) {
-    if (!at.IsParted(i)) continue;
-    double sum = 0, weights = 0;
-    for (i32 k = 0; k < 8; ++k) {
-      if (!(at.reach[i] >> k & 1)) continue;
-      double w = 1;
-      for (i32 a = 0; a < 3; ++a) {
-        const double f = at.corners.fraction[a].v[i];
-        w *= k & 4 >> a ? f : 1 - f;
-      }
-      sum += w * g[at.corners.index[i] + (k >> 2) + (k >> 1 & 1) * g.mNx + (k & 1) * g.mSlice];
-      weights += w;
-    }
-    out[i] = sum / weights;
-  }
-}
-
-/// Samples `g`, which has the shape of the fields and `spline` through it.
-void SampleFreely(const AdvectionData& data, const Grid<double>& g, const Grid<double>* spline,
-                  const SamplePoints& at, double* out) {
-  const Vec3d offset = OffsetOf(data.Shape().mKind);
-  switch (static_cast<AdvectionSampling>(data.sampling)) {
-    case AdvectionSampling::Linear: return Interpolate(g, at.corners, at.n, out);
-    case AdvectionSampling::BSpline:
-      for (i32 i = 0; i < at.n; ++i)
-        out[i] = Sample(*spline, at.points->At(i) - offset + Vec3d{0.5, 0.5, 0.5}, SAMPLE_BSPLINE);
-      // It passes through the samples, and swings beyond them at edges.
-      return LimitToCorners(g, at.corners, at.n, out);
-    case AdvectionSampling::Monotonic:
-      for (i32 i = 0; i < at.n; ++i) {
-        const Vec3d c = at.points->At(i) - offset;
-        const MonotonicStencil stencil = MakeMonotonicStencil(c, g.Dims());
-        out[i] = Sample(g, c, SAMPLE_MONOTONIC, &stencil);
-      }
-  }
-}
-
-void SampleRow(const AdvectionData& data, const Grid<double>& g, const Grid<double>* spline,
-               const SamplePoints& at, double* out) {
-  SampleFreely(data, g, spline, at, out);
-  if (at.isParted) SampleParted(g, at, out);
-}
 
 /// Ends paths at thin walls.
 void StopAtWalls(const AdvectionData& data, const RowVectors& start, i32 n, RowVectors& ends) {
@@ -153,6 +85,18 @@ void StopAtWalls(const AdvectionData& data, const RowVectors& start, i32 n, RowV
   for (i32 i = 0; i < n; ++i) ends.Set(i, data.thin->Stop(start.At(i), ends.At(i), cells));
 }
 
+/// Marks points farther out than the outermost samples: nobody knows what is there.
+void MarkBeyondSides(const AdvectionData& data, const RowVectors& points, i32 n, bool* beyond) {
+  if (data.sides == kWallsAll) return;
+  const Vec3d offset = OffsetOf(data.Shape().mKind);
+  const VecInt3D size = data.Shape().Dims();
+  for (i32 a = 0; a < 3; ++a) {
+    const double low = offset[a], high = offset[a] + size[a] - 1;
+    const double* p = points.axis[a].v;
+    for (i32 i = 0; i < n; ++i) beyond[i] |= p[i] < low || p[i] > high;
+  }
+}
+
 /// Some samples of a row with the velocity there, and where the paths that end there start.
 struct Chunk {
   i32 index;  ///< of the first sample
@@ -161,7 +105,7 @@ struct Chunk {
   RowVectors start, k1, from;
   bool solid[kRowChunk];
   bool anySolid;
-  bool bent[kRowChunk];  ///< a solid or the domain's side moved `from`
+  bool bent[kRowChunk];  ///< a solid or a side moved `from`, or paths lead where nobody knows
 };
 
 /// Calls f(chunk) for all samples of the box, with paths traced back.
@@ -199,12 +143,17 @@ void Store(const Chunk& c, const double* values, const Grid<double>& source, dou
 }
 
 /// How much thinner what moved along the paths of a chunk gets. A parcel grows by the mean outflow
-/// at both ends.
+/// at both ends; with paths of one velocity alone by that of where this was looked up, for it is
+/// the share by which such paths part.
 void FindThinning(const AdvectionData& data, const Chunk& c, const SamplePoints& from,
                   double* factors) {
+  const double* end = data.outflow->mData + c.index;
+  if (data.order == 0) {
+    for (i32 i = 0; i < c.n; ++i) factors[i] = std::exp(-data.step * end[i]);
+    return;
+  }
   RowValues start;
   Interpolate(*data.outflow, from.corners, c.n, start.v);
-  const double* end = data.outflow->mData + c.index;
   for (i32 i = 0; i < c.n; ++i) factors[i] = std::exp(-0.5 * data.step * (start.v[i] + end[i]));
 }
 
@@ -220,9 +169,9 @@ double SumOf(i32 n, F&& at) {
 }
 
 /// Limits the corrected values of a chunk, which take the place of `values`: at first those at the
-/// ends of paths back from where the correction is due.
+/// ends of paths back from where the correction is due. `thinning` may be null.
 void CorrectRow(const AdvectedField& field, const Chunk& c, const SamplePoints& from,
-                const SamplePoints& to, double* values) {
+                const SamplePoints& to, const double* thinning, double* values) {
   const double* predicted = field.predicted->mData + c.index;
   const double* before = field.source->mData + c.index;
   const double half = 0.5 * field.strength;
@@ -242,6 +191,10 @@ void CorrectRow(const AdvectedField& field, const Chunk& c, const SamplePoints& 
   for (i32 i = 0; i < c.n; ++i) left.v[i] = values[i] - predicted[i];
   for (i32 i = 0; c.anySolid && i < c.n; ++i)
     if (c.solid[i]) whole.v[i] = left.v[i] = 0;
+  for (i32 i = 0; thinning && i < c.n; ++i) {
+    whole.v[i] *= thinning[i];
+    left.v[i] *= thinning[i];
+  }
   Correction& sums = field.corrections[c.z];
   sums.whole += SumOf(c.n, [&](i32 i) { return whole.v[i]; });
   sums.up += SumOf(c.n, [&](i32 i) { return left.v[i] > 0 ? left.v[i] : 0.0; });
@@ -298,9 +251,9 @@ void AdvectBackward(const AdvectionData& data, const CellBox& box) {
   RowValues values, thinning;
   SamplePoints from;
   ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
-    from.Find(data, c.from, c.n);
+    from.Find(data.Shape(), data.thin, c.from, c.n);
     for (const AdvectedField& field : data.fields) {
-      SampleRow(data, *field.source, field.spline, from, values.v);
+      SampleRow(data.sampling, *field.source, field.spline, from, values.v);
       if (data.outflow) {
         if (&field == &data.fields.front()) FindThinning(data, c, from, thinning.v);
         for (i32 i = 0; i < c.n; ++i) values.v[i] *= thinning.v[i];
@@ -316,9 +269,9 @@ void Predict(const AdvectionData& data, const CellBox& box) {
   RowValues values;
   SamplePoints from;
   ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
-    from.Find(data, c.from, c.n);
+    from.Find(data.Shape(), data.thin, c.from, c.n);
     for (const AdvectedField& field : data.fields) {
-      SampleRow(data, *field.source, field.spline, from, values.v);
+      SampleRow(data.sampling, *field.source, field.spline, from, values.v);
       Store(c, values.v, *field.source, field.predicted->mData);
     }
   });
@@ -332,21 +285,22 @@ void Correct(const AdvectionData& data, const CellBox& box) {
   RowValues values;
   SamplePoints from, to;
   bool bent[kRowChunk];
-  ForEachChunk(data, solids, box, [&](const Chunk& c) {
+  ForEachChunk(data, solids, box, [&](Chunk& c) {
     TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, end);
     solids.PushOut(end, c.n, bent);
     StopAtWalls(data, c.start, c.n, end);
-    from.Find(data, c.from, c.n);
-    to.Find(data, end, c.n);
-    if (data.outflow) {
-      double* factors = data.thinning->mData + c.index;
+    MarkBeyondSides(data, end, c.n, c.bent);
+    from.Find(data.Shape(), data.thin, c.from, c.n);
+    to.Find(data.Shape(), data.thin, end, c.n);
+    double* factors = data.outflow ? data.thinning->mData + c.index : nullptr;
+    if (factors) {
       FindThinning(data, c, from, factors);
       for (i32 i = 0; i < c.n; ++i)
         if (c.anySolid && c.solid[i]) factors[i] = 1;
     }
     for (const AdvectedField& field : data.fields) {
-      SampleRow(data, *field.predicted, field.spline, to, values.v);
-      CorrectRow(field, c, from, to, values.v);
+      SampleRow(data.sampling, *field.predicted, field.spline, to, values.v);
+      CorrectRow(field, c, from, to, factors, values.v);
       Store(c, values.v, *field.source, field.destination->mData);
     }
   });

@@ -3,16 +3,14 @@
 #include <array>
 #include <span>
 
+#include "fluids/advection/sample_points.h"
 #include "fluids/fields/trace_path.h"
 #include "fluids/flow/scalar_walls.h"
 #include "grids/for_each_cell.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// How advection samples its target between samples.
-enum class AdvectionSampling : i32 { Linear = 0, BSpline = 1, Monotonic = 2 };
-
-/// Sums of what a MacCormack step adds to its prediction, over some samples.
+/// Sums of what a MacCormack step adds to its prediction, over some samples, as thin as it gets.
 struct Correction {
   double whole = 0;         ///< before it is limited
   double up = 0, down = 0;  ///< what the limits leave of it, above and below 0
@@ -49,6 +47,8 @@ struct AdvectionData {
   double step = 0;   ///< length of the time step, seconds
   i32 order = 0;     ///< of the path, see `TracePath`
   i32 sampling = 0;  ///< `AdvectionSampling`; other numbers write nothing
+  /// `WallBits` of the sides at which paths end; beyond others lies what the outermost layer holds.
+  u8 sides = kWallsAll;
   /// Outflow per volume and second of each cell, which thins the fields; they are centred then.
   /// Null: they keep their values.
   const Grid<double>* outflow = nullptr;

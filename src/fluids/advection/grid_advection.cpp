@@ -4,7 +4,6 @@
 #include <cmath>
 #include <utility>
 
-#include "fluids/advection/spline_coefficients.h"
 #include "fluids/fields/channel_kinds.h"
 #include "fluids/flow/flow_cells.h"
 #include "fluids/flow/wall_velocities.h"
@@ -72,10 +71,16 @@ const ParameterTable& GridAdvection::Parameters() {
                     {2, "conservative"},
                     {3, "conservative_maccormack"}})
           .To(&GridAdvection::mScheme),
-      LongRow(kPathRow, "path_integration", 0, "",
-              "how exactly curved paths are followed: heun keeps thin whirls round; conservative "
-              "schemes take heun for euler")
-          .Choices({{0, "euler"}, {1, "heun"}, {2, "runge_kutta_3"}, {3, "runge_kutta_4"}})
+      LongRow(
+          kPathRow, "path_integration", kAutomaticPath, "",
+          "how exactly curved paths are followed: euler is fast and loses smoke in whirls, heun "
+          "keeps thin ones round; automatic is heun for fields, euler for the velocity; "
+          "conservative schemes take heun for euler")
+          .Choices({{0, "euler"},
+                    {1, "heun"},
+                    {2, "runge_kutta_3"},
+                    {3, "runge_kutta_4"},
+                    {kAutomaticPath, "automatic"}})
           .To(&GridAdvection::mTraceOrder),
       LongRow(1004, "sampling", 0, "",
               "how the field is read between cells: cubic ways stay sharper than linear")
@@ -191,8 +196,13 @@ void GridAdvection::Prepare() {
 
 bool GridAdvection::IsCompanion(const GridAdvection& other) const {
   return mScalarTarget && other.mScalarTarget && other.Has(FLAG_ENABLED) &&
-         other.mSolver == mSolver && other.mScheme == mScheme && other.mTraceOrder == mTraceOrder &&
+         other.mSolver == mSolver && other.mScheme == mScheme && other.PathOrder() == PathOrder() &&
          other.mSampling == mSampling;
+}
+
+i32 GridAdvection::PathOrder() const {
+  if (mTraceOrder != kAutomaticPath) return mTraceOrder;
+  return mScalarTarget || mVectorTarget ? 1 : 0;
 }
 
 bool GridAdvection::IsConservative() const {
@@ -313,7 +323,7 @@ bool GridAdvection::MoveConservative(const EGrid<double>& source, EGrid<double>&
                                          .thin = ThinFacesOf(mSolver->GetFlow()),
                                          .reach = HandOverReach(),
                                          .nothing = nothing > -kUnbounded ? nothing : 0.0,
-                                         .order = std::max(mTraceOrder, kLeastOrder),
+                                         .order = std::max(PathOrder(), kLeastOrder),
                                          .step = mTime->stepDuration,
                                          .threads = mScene->mThreadCount};
   const bool sharp = mScheme == static_cast<i32>(AdvectionScheme::ConservativeMacCormack);
@@ -323,101 +333,6 @@ bool GridAdvection::MoveConservative(const EGrid<double>& source, EGrid<double>&
   else
     std::copy_n(source.mData, source.mCount, destination.mData);  // as it was
   return done;
-}
-
-const Grid<double>* GridAdvection::FindThinning(const Velocity& velocity) {
-  if (!mScalarTarget || !mSolver->GetFlow().mExpands) return nullptr;
-  const VecInt3D cells = velocity[0]->mLayout.dims;
-  if (!mOutflow || mOutflow->Dims() != cells) {
-    mOutflow = std::make_unique<Grid<double>>(cells, kCentre);
-    mThinning = std::make_unique<Grid<double>>(cells, kCentre);
-  }
-  if (!mOutflow->mData || !mThinning->mData) return nullptr;
-  std::array<const EGrid<float>*, 3> open;
-  for (i32 axis = 0; axis < 3; ++axis) open[axis] = mSolver->GetFlow().GetOpenFaces(axis);
-  FindOutflow({*velocity[0], *velocity[1], *velocity[2]}, open, mScene->mThreadCount, *mOutflow);
-  return mOutflow.get();
-}
-
-void GridAdvection::WatchCorrections(std::vector<AdvectedField>& fields, i32 layers) {
-  mCorrections.assign(fields.size() * layers, {});
-  for (std::size_t i = 0; i < fields.size(); ++i)
-    if (fields[i].isAmount) fields[i].corrections = mCorrections.data() + i * layers;
-}
-
-bool GridAdvection::FindSplines(std::vector<AdvectedField>& fields, bool predicted) {
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    const Grid<double>* sampled = fields[i].source;
-    if (predicted) sampled = fields[i].predicted;
-    auto& spline = mSplines[i];
-    if (!spline || spline->Dims() != sampled->Dims())
-      spline = std::make_unique<Grid<double>>(sampled->Dims(), sampled->mKind);
-    if (!spline->mData) return false;
-    FindSplineCoefficients(*sampled, mScene->mThreadCount, *spline);
-    fields[i].spline = spline.get();
-  }
-  return true;
-}
-
-bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity) {
-  const EGrid<double>* shape = fields.front().source;
-  const bool corrected = mScheme == static_cast<i32>(AdvectionScheme::MacCormack);
-  i32 slot = 0;
-  for (AdvectedField& field : fields) {
-    if (!field.source || !field.destination || !field.source->mData || !field.destination->mData)
-      return false;
-    // The kernels work in cells of one layout.
-    const VecInt3D cells = field.source->mLayout.dims;
-    if (field.source->Dims() != shape->Dims() || field.destination->Dims() != shape->Dims() ||
-        velocity[0]->mLayout.dims != cells)
-      return false;
-    if (!corrected) continue;
-    field.predicted = mSolver->GetFlow().mScratch.Get(slot++, cells, field.source->mKind);
-    if (!field.predicted) return false;
-  }
-  const bool isOnFaces = shape->mKind <= kFaceZ;
-  AdvectionData data{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
-                     .fields = fields,
-                     .boundary = &mSolver->GetFlow().mBoundary,
-                     .solidCells = mSolver->GetFlow().mSolidCells.Get(),
-                     .thin = ThinFacesOf(mSolver->GetFlow()),
-                     .open = isOnFaces ? mSolver->GetFlow().GetOpenFaces(shape->mKind) : nullptr,
-                     .step = static_cast<f32>(mTime->stepDuration),
-                     .order = mTraceOrder,
-                     .sampling = mSampling,
-                     .outflow = FindThinning(velocity),
-                     .thinning = mThinning.get()};
-
-  const i32 layers = shape->Dims().z - 2;
-  if (layers <= 0) return false;
-  const auto run = [&](auto* pass) {
-    ForEachBlock(layers, mScene->mThreadCount, [&](i32 layer) {
-      const VecInt3D n = shape->Dims();
-      if (!IsCancelled()) pass(data, {{1, 1, layer + 1}, {n.x - 1, n.y - 1, layer + 2}});
-    });
-  };
-  const bool isSpline = mSampling == static_cast<i32>(AdvectionSampling::BSpline);
-  if (isSpline && !FindSplines(fields, false)) return false;
-  const ScalarWalls& walls = mSolver->GetFlow().mWallCells;
-  const bool closed = mScalarTarget && walls.Fits(*shape);
-  const auto clear = [&] {
-    for (const AdvectedField& field : fields)
-      if (closed) walls.Clear(field.walls, *field.destination);
-    return true;
-  };
-  if (!corrected) {
-    run(&AdvectBackward);
-    return clear();
-  }
-  run(&Predict);
-  if (closed)
-    for (const AdvectedField& field : fields) walls.Fill(field.walls, true, *field.predicted);
-  if (isSpline && !FindSplines(fields, true)) return false;
-  WatchCorrections(fields, shape->mNz);
-  run(&Correct);
-  for (AdvectedField& field : fields) FindBalance(field, shape->mNz);
-  run(&Balance);
-  return clear();
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

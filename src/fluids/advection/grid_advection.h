@@ -30,6 +30,9 @@ class GridAdvection : public iObject, public FieldCarrier {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   static constexpr i32 kTargetRow = 1000, kSchemeRow = 1002, kPathRow = 1003, kSolverRow = 1005;
+  /// Of `path_integration`: paths of second order for fields, whose totals whirls change with those
+  /// of first order, which are enough for a velocity.
+  static constexpr i32 kAutomaticPath = 4;
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
@@ -55,6 +58,10 @@ class GridAdvection : public iObject, public FieldCarrier {
   /// take no run of their own then.
   std::vector<AdvectedField> TakeCompanions(const std::vector<iObject*>& group);
   bool IsConservative() const;
+  /// Of the paths, see `TracePath`.
+  i32 PathOrder() const;
+  bool IsCorrected() const { return mScheme == static_cast<i32>(AdvectionScheme::MacCormack); }
+  bool IsSpline() const { return mSampling == static_cast<i32>(AdvectionSampling::BSpline); }
   bool IsCompanion(const GridAdvection& other) const;
   /// The values of a scalar target behind walls.
   ScalarWalls::Values WallValues() const;
@@ -68,6 +75,11 @@ class GridAdvection : public iObject, public FieldCarrier {
   i32 HandOverReach() const;
   /// Moves grids of one kind by the scheme; false when it can't.
   bool AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity);
+  bool FitFields(std::vector<AdvectedField>& fields, const Velocity& velocity);
+  /// Runs a pass over the inner samples, layer by layer.
+  void RunPass(const AdvectionData& data, void (*pass)(const AdvectionData&, const CellBox&));
+  bool PredictAndCorrect(std::vector<AdvectedField>& fields, const AdvectionData& data,
+                         bool isClosed);
 
   /// The grid covers the box of the flow and no more.
   bool IsOnFlow(const EGrid<double>& grid) const;
@@ -95,7 +107,7 @@ class GridAdvection : public iObject, public FieldCarrier {
   iFluidSolver* mNamedSolver = nullptr;
   iFluidSolver* mSolver = nullptr;  ///< whose flow carries: the target, or the one that is named
   i32 mScheme = 1;
-  i32 mTraceOrder = 0;
+  i32 mTraceOrder = kAutomaticPath;
   i32 mSampling = 0;
   f32 mStrength = 1.0f;
   bool mMovedByCompanion = false;

@@ -24,6 +24,8 @@ void GridAdvection::PrepareSource(EGrid<double>& source) {
     held = flow.mWallCells.HandOver(values, HandOverReach(), source);
   else if (mIsBooking)
     held = flow.mWallCells.FindHeld(values, source);
+  // Air that comes in brings what air holds.
+  if (IsConservative()) flow.mWallCells.FillOutside(values, source);
   mTrapped += held.stuck;
   mScalarTarget->mAccount.mLedger.handedOver += held.given;
   if (!IsConservative()) flow.mWallCells.Fill(values, false, source);

@@ -195,7 +195,7 @@ bool GridBoundary::IsSolid(const Vec3d& indexPosition, const EGrid<double>& grid
   return !(static_cast<f32>(SampleLinear(*level, c)) > 0.0f);
 }
 
-bool GridBoundary::ClampToDomain(Vec3d& relative) const {
+bool GridBoundary::ClampToDomain(Vec3d& relative, u8 sides) const {
   const EGrid<double>* level = GetLevelSet();
   if (!level) return false;
   const VecInt3D n = level->Dims();
@@ -204,9 +204,9 @@ bool GridBoundary::ClampToDomain(Vec3d& relative) const {
   bool moved = false;
   for (int a = 0; a < 3; ++a) {
     double& c = relative[a];
-    if (c < h) {
+    if (c < h && (sides & kLowWall[a])) {
       c = margin;
-    } else if (c > (n[a] - 2) * static_cast<double>(h)) {
+    } else if (c > (n[a] - 2) * static_cast<double>(h) && (sides & kHighWall[a])) {
       c = (n[a] - 1) * static_cast<double>(h) - margin;
     } else {
       continue;
@@ -216,12 +216,12 @@ bool GridBoundary::ClampToDomain(Vec3d& relative) const {
   return moved;
 }
 
-bool GridBoundary::PushOut(Vec3d& position, bool relative, double margin) const {
+bool GridBoundary::PushOut(Vec3d& position, bool relative, double margin, u8 sides) const {
   const EGrid<double>* level = GetLevelSet();
   if (!level) return true;
   const Vec3d origin = relative ? Vec3d{} : level->mLayout.simOrigin;
   Vec3d p = position - origin;
-  const bool clamped = ClampToDomain(p);
+  const bool clamped = ClampToDomain(p, sides);
   const double phi = SampleRelative(p);
   if (phi < 0) p -= Normalised(GradientRelative(p)) * (phi + margin);
   // A point that stays where it is keeps its bits.

@@ -54,8 +54,9 @@ class GridBoundary {
   /// The sample at `indexPosition` of `grid` isn't above 0 in single precision; `rescale` converts
   /// from the grid's own index space through the world. False without a level set.
   bool IsSolid(const Vec3d& indexPosition, const EGrid<double>& grid, bool rescale) const;
-  bool ClampToDomain(Vec3d& relative) const;
-  bool PushOut(Vec3d& position, bool relative, double margin) const;
+  /// Brings a point back through those of `sides`, `WallBit`s, that it lies beyond.
+  bool ClampToDomain(Vec3d& relative, u8 sides = kWallsAll) const;
+  bool PushOut(Vec3d& position, bool relative, double margin, u8 sides = kWallsAll) const;
   bool Collide(const Vec3d& position, bool absolute, SolidContact& contact, f32 radius) const;
   bool CollideDomain(const Vec3d& relative, SolidContact& contact, f32 radius) const;
   /// Corners of the node block round the point that lie in solid; bit order (x,y,z offsets) 000,

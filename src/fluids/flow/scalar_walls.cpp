@@ -264,9 +264,7 @@ void ScalarWalls::Fill(const Values& values, bool all, Grid<double>& field) cons
   const auto forEachLayer = [&](auto&& f) {
     ForEachBlock(static_cast<i32>(mLayers.size()), mThreads, [&](i32 z) { f(mLayers[z]); });
   };
-  forEachLayer([&](const Layer& layer) {
-    for (const i32 cell : layer.outside) field[cell] = values.outside;
-  });
+  FillOutside(values, field);
   for (const Beside& b : mLeft)
     if (!all) FillOne(b, field);
   forEachLayer([&](const Layer& layer) {
@@ -275,14 +273,18 @@ void ScalarWalls::Fill(const Values& values, bool all, Grid<double>& field) cons
   });
 }
 
+void ScalarWalls::FillOutside(const Values& values, Grid<double>& field) const {
+  ForEachBlock(static_cast<i32>(mLayers.size()), mThreads, [&](i32 z) {
+    for (const i32 cell : mLayers[z].outside) field[cell] = values.outside;
+  });
+}
+
 void ScalarWalls::Clear(const Values& values, Grid<double>& field) const {
   ForEachBlock(static_cast<i32>(mLayers.size()), mThreads, [&](i32 z) {
     for (const Run& run : mLayers[z].closed)
       std::fill(field.mData + run.first, field.mData + run.last, values.nothing);
   });
-  ForEachBlock(static_cast<i32>(mLayers.size()), mThreads, [&](i32 z) {
-    for (const i32 cell : mLayers[z].outside) field[cell] = values.outside;
-  });
+  FillOutside(values, field);
   ForEachBlock(static_cast<i32>(mLayers.size()), mThreads, [&](i32 z) {
     for (const Beside& b : mLayers[z].beside)
       if (IsOutermost(CellAt(b.cell), mState->Dims())) FillOne(b, field);

@@ -41,6 +41,8 @@ class ScalarWalls {
   /// open cells that touch them, with `all` also closed ones that hold something; the layer outside
   /// open sides takes `outside`.
   void Fill(const Values& values, bool all, Grid<double>& field) const;
+  /// The layer outside open sides alone.
+  void FillOutside(const Values& values, Grid<double>& field) const;
   /// Closed cells lose what they hold; behind walls and outside of open sides the outermost layer
   /// continues the field.
   void Clear(const Values& values, Grid<double>& field) const;

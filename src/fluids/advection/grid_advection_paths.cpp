@@ -1,0 +1,119 @@
+// Moves grids along paths.
+#include <memory>
+#include <vector>
+
+#include "fluids/advection/grid_advection.h"
+#include "fluids/advection/side_air.h"
+#include "fluids/advection/spline_coefficients.h"
+#include "framework/scene.h"
+#include "grids/fixed_blocks.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+const Grid<double>* GridAdvection::FindThinning(const Velocity& velocity) {
+  if (!mScalarTarget || !mSolver->GetFlow().mExpands) return nullptr;
+  const VecInt3D cells = velocity[0]->mLayout.dims;
+  if (!mOutflow || mOutflow->Dims() != cells) {
+    mOutflow = std::make_unique<Grid<double>>(cells, kCentre);
+    mThinning = std::make_unique<Grid<double>>(cells, kCentre);
+  }
+  if (!mOutflow->mData || !mThinning->mData) return nullptr;
+  std::array<const EGrid<float>*, 3> open;
+  for (i32 axis = 0; axis < 3; ++axis) open[axis] = mSolver->GetFlow().GetOpenFaces(axis);
+  FindOutflow({*velocity[0], *velocity[1], *velocity[2]}, open, mScene->mThreadCount, *mOutflow);
+  return mOutflow.get();
+}
+
+void GridAdvection::WatchCorrections(std::vector<AdvectedField>& fields, i32 layers) {
+  mCorrections.assign(fields.size() * layers, {});
+  for (std::size_t i = 0; i < fields.size(); ++i)
+    if (fields[i].isAmount) fields[i].corrections = mCorrections.data() + i * layers;
+}
+
+bool GridAdvection::FindSplines(std::vector<AdvectedField>& fields, bool predicted) {
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const Grid<double>* sampled = fields[i].source;
+    if (predicted) sampled = fields[i].predicted;
+    auto& spline = mSplines[i];
+    if (!spline || spline->Dims() != sampled->Dims())
+      spline = std::make_unique<Grid<double>>(sampled->Dims(), sampled->mKind);
+    if (!spline->mData) return false;
+    FindSplineCoefficients(*sampled, mScene->mThreadCount, *spline);
+    fields[i].spline = spline.get();
+  }
+  return true;
+}
+
+/// Whether the kernels can move the fields, which work in cells of one layout; the corrected scheme
+/// gets grids for what it predicts.
+bool GridAdvection::FitFields(std::vector<AdvectedField>& fields, const Velocity& velocity) {
+  const EGrid<double>* shape = fields.front().source;
+  i32 slot = 0;
+  for (AdvectedField& field : fields) {
+    if (!field.source || !field.destination || !field.source->mData || !field.destination->mData)
+      return false;
+    const VecInt3D cells = field.source->mLayout.dims;
+    if (field.source->Dims() != shape->Dims() || field.destination->Dims() != shape->Dims() ||
+        velocity[0]->mLayout.dims != cells)
+      return false;
+    if (!IsCorrected()) continue;
+    field.predicted = mSolver->GetFlow().mScratch.Get(slot++, cells, field.source->mKind);
+    if (!field.predicted) return false;
+  }
+  return shape->Dims().z > 2;
+}
+
+bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity) {
+  if (!FitFields(fields, velocity)) return false;
+  const EGrid<double>& shape = *fields.front().source;
+  const Flow& flow = mSolver->GetFlow();
+  const bool isClosed = mScalarTarget && flow.mWallCells.Fits(shape);
+  const AdvectionData data{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
+                           .fields = fields,
+                           .boundary = &flow.mBoundary,
+                           .solidCells = flow.mSolidCells.Get(),
+                           .thin = flow.mThinFaces.HasAny() ? &flow.mThinFaces : nullptr,
+                           .open = shape.mKind <= kFaceZ ? flow.GetOpenFaces(shape.mKind) : nullptr,
+                           .step = static_cast<f32>(mTime->stepDuration),
+                           .order = PathOrder(),
+                           .sampling = mSampling,
+                           .sides = isClosed ? flow.mBoundary.mWalls : u8{kWallsAll},
+                           .outflow = FindThinning(velocity),
+                           .thinning = mThinning.get()};
+  if (IsSpline() && !FindSplines(fields, false)) return false;
+  if (!IsCorrected())
+    RunPass(data, &AdvectBackward);
+  else if (!PredictAndCorrect(fields, data, isClosed))
+    return false;
+  for (const AdvectedField& field : fields)
+    if (isClosed) flow.mWallCells.Clear(field.walls, *field.destination);
+  return true;
+}
+
+void GridAdvection::RunPass(const AdvectionData& data,
+                            void (*pass)(const AdvectionData&, const CellBox&)) {
+  const VecInt3D n = data.Shape().Dims();
+  ForEachBlock(n.z - 2, mScene->mThreadCount, [&](i32 layer) {
+    if (!IsCancelled()) pass(data, {{1, 1, layer + 1}, {n.x - 1, n.y - 1, layer + 2}});
+  });
+}
+
+bool GridAdvection::PredictAndCorrect(std::vector<AdvectedField>& fields, const AdvectionData& data,
+                                      bool isClosed) {
+  const i32 layers = data.Shape().mNz, threads = mScene->mThreadCount;
+  RunPass(data, &Predict);
+  if (isClosed) {
+    for (const AdvectedField& field : fields)
+      mSolver->GetFlow().mWallCells.Fill(field.walls, true, *field.predicted);
+    ForEachBlock(layers, threads, [&](i32 z) { PredictOutside(data, z); });
+  }
+  if (IsSpline() && !FindSplines(fields, true)) return false;
+  WatchCorrections(fields, layers);
+  RunPass(data, &Correct);
+  if (isClosed) ForEachBlock(layers, threads, [&](i32 z) { AddInflowCorrections(data, z); });
+  for (AdvectedField& field : fields) FindBalance(field, layers);
+  RunPass(data, &Balance);
+  return true;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
