@@ -25,7 +25,8 @@ bool ConservativeAdvection::Fit(const EGrid<double>& source, bool sharp) {
   mSlice = source.mSlice;
   mCellSize = source.mLayout.cellSize;
   bool made = MakeGrids(mDims, mHolds, mMoves, mClosed, mBase, mAskedClosed, mAsked, mGivenContent,
-                        mGivenVolume, mMoved, mFraction[0], mFraction[1], mFraction[2]) &&
+                        mGivenVolume, mMovedContent, mMovedVolume, mFraction[0], mFraction[1],
+                        mFraction[2]) &&
               mEvening.Fit(mDims);
   if (sharp) made = made && mSharpening.Fit(mDims);
   made = made && FitVolume(source);
@@ -75,8 +76,8 @@ void ConservativeAdvection::Release() {
   mSlabs.clear();
   mForward.clear();
   mReach.clear();
-  for (Field* field : {&mAsked, &mGivenContent, &mGivenVolume, &mMoved, &mFraction[0],
-                       &mFraction[1], &mFraction[2]})
+  for (Field* field : {&mAsked, &mGivenContent, &mGivenVolume, &mMovedContent, &mMovedVolume,
+                       &mFraction[0], &mFraction[1], &mFraction[2]})
     field->reset();
   mEvening.Release();
   mSharpening.Release();
@@ -133,21 +134,20 @@ bool ConservativeAdvection::Advect(const Flow& flow, const EGrid<double>& source
   const u8* moves = mMoves->mData;
   if (sharp)
     mSharpening.FindLimits(mBlocks, source.mData, flow.nothing, mVolume->mData, flow.threads);
-  Gather(flow, source.mData, {destination.mData, mMoved->mData});
-  Scatter(flow, {destination.mData, mMoved->mData});
-  const Carried moved{destination.mData, mMoved->mData};
-  // What was given is over: its memory serves again.
-  mEvening.Run(moves, moved, {mGivenContent->mData, mGivenVolume->mData}, flow.threads);
+  const Carried moved{mMovedContent->mData, mMovedVolume->mData};
+  Gather(flow, source.mData, moved);
+  Scatter(flow, moved);
+  // What was given is over: its memory serves again. The volume is that of the next step from here.
+  const Carried evened{destination.mData, mVolume->mData};
+  mEvening.Run(moves, moved, evened, {mGivenContent->mData, mGivenVolume->mData}, flow.threads);
   if (sharp)
-    mSharpening.Run(mBlocks, moves, moved,
+    mSharpening.Run(mBlocks, moves, evened,
                     flow.thin ? flow.thin->Faces() : std::span<const ThinFaces::Face>{},
                     flow.threads);
-  ForEachLayer(flow, [&](i32 z) {
-    const i32 first = z * mSlice;
-    std::copy_n(mMoved->mData + first, mSlice, mVolume->mData + first);
-    if (flow.nothing != 0)
-      for (i32 c = first; c < first + mSlice; ++c) destination[c] += flow.nothing;
-  });
+  if (flow.nothing != 0)
+    ForEachLayer(flow, [&](i32 z) {
+      for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) destination[c] += flow.nothing;
+    });
   return true;
 }
 

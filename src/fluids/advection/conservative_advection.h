@@ -16,14 +16,15 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// conservation for fluid simulation", 2011), and a sharp variant of second order.
 ///
 /// A step first records who gives what to whom, then scales the records until every cell gives away
-/// exactly what it holds. The volume that cells receive so isn't quite one: it is carried from step
-/// to step along with the field, and evens out between neighbours, which exchange content with it
-/// (as the volume-conserving successors of the method do), so that a uniform field stays so. What a
-/// moving solid covers goes to open cells with its volume, and cells that it leaves begin without
-/// any. What cells send through open sides is gone. Cells whose centre lies in a solid keep what
-/// they hold and take no part, so that a closed box keeps its total to rounding, past obstacles
-/// too. Results don't depend on the number of threads, and hardly on the order of the cells:
-/// mirrored flows move mirrored fields.
+/// exactly what it holds; what is asked for less than by half goes where the flow leads. The volume
+/// that cells receive so isn't quite one: it is carried from step to step along with the field, and
+/// evens out between neighbours, which exchange content with it (as the volume-conserving
+/// successors of the method do), so that a uniform field stays so. What a moving solid covers goes
+/// to open cells with its volume, and cells that it leaves begin without any. What cells send
+/// through open sides is gone. Cells whose centre lies in a solid keep what they hold and take no
+/// part, so that a closed box keeps its total to rounding, past obstacles too. Results don't depend
+/// on the number of threads, and hardly on the order of the cells: mirrored flows move mirrored
+/// fields.
 class ConservativeAdvection {
  public:
   struct Flow {
@@ -67,12 +68,15 @@ class ConservativeAdvection {
     return c.x == 0 || c.y == 0 || c.z == 0 || c.x == mDims.x - 1 || c.y == mDims.y - 1 ||
            c.z == mDims.z - 1;
   }
+  bool IsClear(const RowVectors& points, i32 n) const;
+  void PushOut(const Flow& flow, const RowVectors& start, RowVectors& ends, i32 n) const;
   void PlaceBlocks(const Flow& flow, const RowVectors& start, RowVectors& ends, i32 n,
                    const BlockColumns& blocks) const;
-  void TraceInnerRow(const Flow& flow, i32 y, i32 z);
+  double TraceInnerRow(const Flow& flow, i32 y, i32 z);
   void RecordBackward(const Flow& flow);
   void AskSlab(i32 slab);
   void FindAsked(const Flow& flow, const EGrid<double>& source);
+  CellBox FarFromSides(const Flow& flow) const;
   void RecordForward(const Flow& flow);
   struct Senders;
   void SendForward(const Flow& flow, const Senders& from, i32 z);
@@ -102,9 +106,10 @@ class ConservativeAdvection {
   std::unique_ptr<EGrid<double>> mVolume;  ///< carried on, one in a flow at rest
   Field mAsked;                            ///< how much of a cell is asked for
   Field mGivenContent, mGivenVolume;       ///< for each share that is asked for
-  Field mMoved;
+  Field mMovedContent, mMovedVolume;       ///< before volumes are evened
   VolumeEvening mEvening;
   FluxSharpening mSharpening;
+  double mLongest = 0;  ///< of the paths back, in cells along an axis
   double mLeft = 0;
 };
 

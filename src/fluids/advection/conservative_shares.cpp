@@ -1,5 +1,8 @@
 // Who gives what to whom in a step that keeps the total of a field.
 #include "fluids/advection/conservative_advection.h"
+
+#include <cmath>
+
 #include "fluids/advection/share_rows.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -7,6 +10,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr double kTrace = 1e-12;  // of a cell: what rounding leaves of it
+constexpr double kHalf = 0.5;     // of a cell: those who ask for so much get all of it
 
 /// Whether no corner has a weight.
 bool IsEmpty(const Contribution& block, const CornerOffsets& corners) {
@@ -16,56 +20,6 @@ bool IsEmpty(const Contribution& block, const CornerOffsets& corners) {
 }
 
 }  // namespace
-
-/// The blocks round the ends of paths, given in cells: points in solids are pushed out first, paths
-/// end at thin walls, and of a block those cells count that can be reached from there.
-void ConservativeAdvection::PlaceBlocks(const Flow& flow, const RowVectors& start, RowVectors& ends,
-                                        i32 n, const BlockColumns& blocks) const {
-  i32 cells[kRowChunk];
-  if (mFlags) FindCells(ends, mDims, n, cells);
-  for (i32 i = 0; i < n; ++i) {
-    if (mFlags && (mFlags[cells[i]] & SolidCells::kNoPushOut)) continue;
-    Vec3d relative = ends.At(i) * static_cast<double>(mCellSize);
-    if (flow.boundary->PushOut(relative, true, kPushOutMargin))
-      ends.Set(i, relative / static_cast<double>(mCellSize));
-  }
-  if (flow.thin)
-    for (i32 i = 0; i < n; ++i) ends.Set(i, flow.thin->Stop(start.At(i), ends.At(i)));
-  RowCorners corners;
-  FindCorners(ends, OffsetOf(kCentre), mDims, n, corners);
-  std::copy_n(corners.index, n, blocks.base);
-  for (int a = 0; a < 3; ++a) std::copy_n(corners.fraction[a].v, n, blocks.fraction[a]);
-  for (i32 i = 0; i < n; ++i) blocks.closed[i] = mClosed->mData[corners.index[i]];
-  // What lies outside of the sides is no continuation of anything here.
-  if (flow.thin)
-    for (i32 i = 0; i < n; ++i)
-      blocks.closed[i] |= static_cast<u8>(~flow.thin->Reach(ends.At(i), ThinFaces::kOutermostToo));
-}
-
-/// The blocks that the inner cells of a row ask, by paths back from their centres.
-void ConservativeAdvection::TraceInnerRow(const Flow& flow, i32 y, i32 z) {
-  RowVectors start, k1, ends;
-  for (i32 x = 1; x < mDims.x - 1; x += kRowChunk) {
-    const i32 n = std::min(kRowChunk, mDims.x - 1 - x), first = mHolds->Index(x, y, z);
-    for (i32 i = 0; i < n; ++i) start.Set(i, {x + i + 0.5, y + 0.5, z + 0.5});
-    VelocityAtSamples(flow.velocity, kCentre, x, y, z, n, k1);
-    TraceRow(flow.velocity, start, k1, -flow.step / mCellSize, flow.order, n, ends);
-    PlaceBlocks(flow, start, ends, n, mBlocks.From(first));
-  }
-}
-
-void ConservativeAdvection::RecordBackward(const Flow& flow) {
-  ForEachLayer(flow, [&](i32 z) {
-    for (i32 y = 0; y < mDims.y; ++y) {
-      const bool isBorder = z == 0 || z == mDims.z - 1 || y == 0 || y == mDims.y - 1;
-      if (!isBorder) TraceInnerRow(flow, y, z);
-      // Cells in solids and in the outermost layer keep what they hold.
-      const i32 first = mHolds->Index(0, y, z), last = first + mDims.x - 1;
-      for (i32 c = first; c <= last; ++c)
-        if (!mMoves->mData[c]) mBlocks.Set(c, Contribution::Only(c));
-    }
-  });
-}
 
 /// Adds up what the cells of a slab ask for, each in its turn.
 void ConservativeAdvection::AskSlab(i32 slab) {
@@ -126,24 +80,40 @@ struct ConservativeAdvection::Senders {
   }
 };
 
-/// Cells that aren't asked for all they hold send the rest where the flow goes.
+/// The cells from which no path of the step leads through an open side: who asks for less than they
+/// hold doesn't leave the rest to the air outside.
+CellBox ConservativeAdvection::FarFromSides(const Flow& flow) const {
+  const i32 reach = 1 + static_cast<i32>(std::min(std::ceil(mLongest), 1e6));
+  CellBox far{{0, 0, 0}, mDims};
+  for (int a = 0; a < 3; ++a) {
+    if (!(flow.boundary->mWalls & kLowWall[a])) far.min[a] += reach + 1;
+    if (!(flow.boundary->mWalls & kHighWall[a])) far.max[a] -= reach + 1;
+  }
+  return far;
+}
+
+/// Cells that are asked for too little of what they hold send the rest where the flow goes.
 void ConservativeAdvection::RecordForward(const Flow& flow) {
   const double* asked = mAsked->mData;
+  const CellBox far = FarFromSides(flow);
   ForEachLayer(flow, [&](i32 z) {
     std::vector<ForwardContribution>& list = mForward[z];
     list.clear();
     IndexRange& reach = mReach[z] = {mDims.z, 0};
     if (z == 0 || z == mDims.z - 1) return;
     Senders senders;
-    for (i32 y = 1; y < mDims.y - 1; ++y)
+    for (i32 y = 1; y < mDims.y - 1; ++y) {
+      const bool isFar = z >= far.min.z && z < far.max.z && y >= far.min.y && y < far.max.y;
       for (i32 x = 1; x < mDims.x - 1; ++x) {
         const i32 c = mHolds->Index(x, y, z);
-        if (!(asked[c] < 1 - kTrace) || !mMoves->mData[c]) continue;
+        const double enough = isFar && x >= far.min.x && x < far.max.x ? kHalf : 1 - kTrace;
+        if (!(asked[c] < enough) || !mMoves->mData[c]) continue;
         senders.Add(flow.velocity, c, {x, y, z});
         if (senders.count < kRowChunk) continue;
         SendForward(flow, senders, z);
         senders.count = 0;
       }
+    }
     SendForward(flow, senders, z);
     for (const ForwardContribution& forward : list) {
       mAsked->mData[forward.cell] = 1;

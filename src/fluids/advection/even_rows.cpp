@@ -33,10 +33,13 @@ SULVA_WIDE_KERNEL void AddDifferences(const Potential* p, const OpenPairs& open,
     sum[i] += (p[i - step] - p[i]) * below[i] + (p[i + step] - p[i]) * above[i];
 }
 
-SULVA_WIDE_KERNEL void Relax(const Potential* p, const Potential* excess,
+SULVA_WIDE_KERNEL void Relax(const Potential* p, const u8* moves, const double* volume,
                              const Potential* __restrict sum, Potential weight, i32 n,
                              Potential* __restrict to) {
-  for (i32 i = 0; i < n; ++i) to[i] = p[i] + weight * (excess[i] + sum[i]);
+  for (i32 i = 0; i < n; ++i) {
+    const Potential excess = (volume[i] - 1) * (moves[i] & 1);
+    to[i] = p[i] + weight * (excess + sum[i]);
+  }
 }
 
 SULVA_WIDE_KERNEL void AddOutflow(const Potential* p, const OpenPairs& open, i32 step, i32 n,
@@ -82,7 +85,7 @@ void ForEachChunk(const EvenLine& line, F&& f) {
 
 }  // namespace
 
-void RelaxPotential(const EvenLine& line, const Potential* excess, const Potential* from,
+void RelaxPotential(const EvenLine& line, const double* volume, const Potential* from,
                     Potential weight, Potential* to) {
   Potential sum[kChunk];
   OpenPairs open;
@@ -93,17 +96,18 @@ void RelaxPotential(const EvenLine& line, const Potential* excess, const Potenti
       FindOpenPairs(line.moves + first, axis, step, n, open);
       AddDifferences(from + first, open, step, n, sum);
     }
-    Relax(from + first, excess + first, sum, weight, n, to + first);
+    Relax(from + first, line.moves + first, volume + first, sum, weight, n, to + first);
   });
 }
 
-SULVA_WIDE_KERNEL void RelaxFreePotential(const PotentialRows& from, const Potential* excess,
-                                          i32 cells, Potential weight, Potential* __restrict to) {
-  const Potential *p = from.own, *a = from.beside[0], *b = from.beside[1], *c = from.beside[2],
-                  *d = from.beside[3];
+SULVA_WIDE_KERNEL void RelaxFreePotential(const LinesBeside& lines, const double* volume,
+                                          const Potential* from, i32 cells, Potential weight,
+                                          Potential* __restrict to) {
+  const Potential *p = from, *a = from + lines.off[0], *b = from + lines.off[1],
+                  *c = from + lines.off[2], *d = from + lines.off[3];
   for (i32 i = 0; i < cells; ++i) {
     const Potential sum = ((p[i - 1] + p[i + 1]) + (a[i] + b[i])) + (c[i] + d[i]);
-    to[i] = p[i] + weight * (excess[i] + (sum - 6 * p[i]));
+    to[i] = p[i] + weight * ((volume[i] - 1) + (sum - 6 * p[i]));
   }
 }
 
@@ -121,9 +125,28 @@ void LimitFlows(const EvenLine& line, const Potential* potential, const double* 
   });
 }
 
-void PassFlows(const EvenLine& line, const Potential* potential, const double* share,
-               const double* strength, const double* volume, const double* content,
-               double* volumeOut, double* contentOut) {
+SULVA_WIDE_KERNEL void LimitFreeFlows(const LinesBeside& lines, const Potential* potential,
+                                      const double* volume, const double* content, i32 cells,
+                                      double* __restrict share, double* __restrict strength) {
+  const Potential *p = potential, *a = p + lines.off[0], *b = p + lines.off[1],
+                  *c = p + lines.off[2], *d = p + lines.off[3];
+  const auto out = [](Potential own, Potential beside) {
+    const Potential flow = own - beside;
+    return flow > 0 ? flow : 0;
+  };
+  for (i32 i = 0; i < cells; ++i) {
+    const Potential own = p[i];
+    const double all =
+        ((out(own, p[i - 1]) + out(own, p[i + 1])) + (out(own, a[i]) + out(own, b[i]))) +
+        (out(own, c[i]) + out(own, d[i]));
+    const double v = volume[i] > 0 ? volume[i] : 0.0;
+    const double s = all > v ? v / all : 1.0;
+    share[i] = s;
+    strength[i] = v > 0 ? s * content[i] / v : 0.0;
+  }
+}
+
+void PassFlows(const EvenLine& line, const PassedLine& at) {
   double passed[kChunk], carried[kChunk];
   OpenPairs open;
   ForEachChunk(line, [&](i32 first, i32 n) {
@@ -132,13 +155,64 @@ void PassFlows(const EvenLine& line, const Potential* potential, const double* s
     for (i32 axis = 0; axis < 3; ++axis) {
       const i32 step = line.Step(axis);
       FindOpenPairs(line.moves + first, axis, step, n, open);
-      PassAlong(potential + first, open, share + first, strength + first, step, n, passed, carried);
+      PassAlong(at.potential + first, open, at.share + first, at.strength + first, step, n, passed,
+                carried);
     }
     for (i32 i = 0; i < n; ++i) {
-      volumeOut[first + i] = volume[first + i] + passed[i];
-      contentOut[first + i] = content[first + i] + carried[i];
+      at.volumeOut[first + i] = at.volume[first + i] + passed[i];
+      at.contentOut[first + i] = at.content[first + i] + carried[i];
     }
   });
+}
+
+namespace {
+
+/// What passes through two faces that lie opposite each other.
+struct Flows {
+  double volume, content;
+};
+inline __attribute__((always_inline)) Flows FlowsBetween(const PassedLine& at, i32 i, i32 low,
+                                                         i32 high) {
+  const Potential* p = at.potential + i;
+  const double *s = at.share + i, *c = at.strength + i;
+  const Potential a = p[low] - p[0], b = p[high] - p[0];
+  const double sLow = s[low], sOwn = s[0], sHigh = s[high];
+  const double cLow = c[low], cOwn = c[0], cHigh = c[high];
+  return {a * (a > 0 ? sLow : sOwn) + b * (b > 0 ? sHigh : sOwn),
+          a * (a > 0 ? cLow : cOwn) + b * (b > 0 ? cHigh : cOwn)};
+}
+
+}  // namespace
+
+SULVA_WIDE_KERNEL void PassFreeFlows(const LinesBeside& lines, const PassedLine& at, i32 cells) {
+  double* __restrict volume = at.volumeOut, * __restrict content = at.contentOut;
+  const PassedLine from = at;
+  const LinesBeside l = lines;
+  for (i32 i = 0; i < cells; ++i) {
+    const Flows x = FlowsBetween(from, i, -1, 1), y = FlowsBetween(from, i, l.off[0], l.off[1]),
+                z = FlowsBetween(from, i, l.off[2], l.off[3]);
+    volume[i] = from.volume[i] + ((x.volume + y.volume) + z.volume);
+    content[i] = from.content[i] + ((x.content + y.content) + z.content);
+  }
+}
+
+SULVA_WIDE_KERNEL double MostExcess(const u8* moves, const double* volume, i32 n) {
+  constexpr i32 kLanes = 8;
+  double most[kLanes] = {};
+  i32 i = 0;
+  const auto excess = [&](i32 at) {
+    const double e = (volume[at] - 1) * (moves[at] & 1);
+    return e > 0 ? e : -e;
+  };
+  for (; i + kLanes <= n; i += kLanes)
+    for (i32 lane = 0; lane < kLanes; ++lane) {
+      const double e = excess(i + lane);
+      most[lane] = e > most[lane] ? e : most[lane];
+    }
+  for (; i < n; ++i) most[0] = excess(i) > most[0] ? excess(i) : most[0];
+  double all = 0;
+  for (const double m : most) all = m > all ? m : all;
+  return all;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -16,28 +16,41 @@ struct EvenLine {
   i32 Step(i32 axis) const { return axis == 0 ? 1 : axis == 1 ? ny : nz; }
 };
 
-/// The potentials at the first cell of a line and of the four lines beside it.
-struct PotentialRows {
-  const Potential *own, *beside[4];
+/// How far off the cells of the four lines beside one lie: below and above in y, then in z. Lines
+/// in which no cell takes part count as the line itself, which exchanges nothing with itself.
+struct LinesBeside {
+  i32 off[4];
 };
 
 /// One step of Richardson's iteration towards the potential whose differences are the flows that
-/// bring each volume to one: to = from + weight (excess + the sum over the neighbours of their
+/// bring each volume to one: to = from + weight (volume - 1 + the sum over the neighbours of their
 /// potential less the cell's own).
-void RelaxPotential(const EvenLine& line, const Potential* excess, const Potential* from,
+void RelaxPotential(const EvenLine& line, const double* volume, const Potential* from,
                     Potential weight, Potential* to);
-/// The same where every cell of the line takes part and has six neighbours; those that don't count
-/// stand as copies of the cell itself.
-void RelaxFreePotential(const PotentialRows& from, const Potential* excess, i32 cells,
-                        Potential weight, Potential* to);
+/// The same where every cell of the line takes part, no face of it is closed, and the potentials
+/// before and behind the line are those of its ends.
+void RelaxFreePotential(const LinesBeside& lines, const double* volume, const Potential* from,
+                        i32 cells, Potential weight, Potential* to);
 
 /// What each cell gives: the share of its flows that its volume covers, and that times what a unit
 /// of its volume holds.
 void LimitFlows(const EvenLine& line, const Potential* potential, const double* volume,
                 const double* content, double* share, double* strength);
+void LimitFreeFlows(const LinesBeside& lines, const Potential* potential, const double* volume,
+                    const double* content, i32 cells, double* share, double* strength);
+
+/// What the cells of a line give, and what they have before and afterwards.
+struct PassedLine {
+  const Potential* potential;
+  const double *share, *strength;
+  const double *volume, *content;
+  double *volumeOut, *contentOut;
+};
 /// Lets the flows pass from volume to volume, and content with them.
-void PassFlows(const EvenLine& line, const Potential* potential, const double* share,
-               const double* strength, const double* volume, const double* content,
-               double* volumeOut, double* contentOut);
+void PassFlows(const EvenLine& line, const PassedLine& at);
+void PassFreeFlows(const LinesBeside& lines, const PassedLine& at, i32 cells);
+
+/// How far the volumes of cells that take part are from one, at most.
+double MostExcess(const u8* moves, const double* volume, i32 n);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

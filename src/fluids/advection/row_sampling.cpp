@@ -54,6 +54,39 @@ SULVA_WIDE_KERNEL void FindCorners(const RowVectors& points, const Vec3d& offset
   }
 }
 
+namespace {
+
+/// The lower corners of points among the faces of each axis, and their places between the faces
+/// and the centres along each axis, which the components share.
+struct FaceCorners {
+  alignas(64) i32 index[3][kRowChunk];
+  RowValues face[3], centre[3];
+};
+
+SULVA_WIDE_KERNEL void FindFaceCorners(const RowVectors& points, const VecInt3D& cells, i32 n,
+                                       FaceCorners& out) {
+  const double *px = points.axis[0].v, *py = points.axis[1].v, *pz = points.axis[2].v;
+  double *__restrict fx = out.face[0].v, *__restrict fy = out.face[1].v,
+                     *__restrict fz = out.face[2].v;
+  double *__restrict cx = out.centre[0].v, *__restrict cy = out.centre[1].v,
+                     *__restrict cz = out.centre[2].v;
+  i32* __restrict u = out.index[0], * __restrict v = out.index[1], * __restrict w = out.index[2];
+  const VecInt3D d = cells;
+  for (i32 i = 0; i < n; ++i) {
+    const AxisStencil x = LinearStencil(px[i], d.x + 1), y = LinearStencil(py[i], d.y + 1),
+                      z = LinearStencil(pz[i], d.z + 1);
+    const AxisStencil hx = LinearStencil(px[i] - 0.5, d.x), hy = LinearStencil(py[i] - 0.5, d.y),
+                      hz = LinearStencil(pz[i] - 0.5, d.z);
+    u[i] = (hz.index * d.y + hy.index) * (d.x + 1) + x.index;
+    v[i] = (hz.index * (d.y + 1) + y.index) * d.x + hx.index;
+    w[i] = (z.index * d.y + hy.index) * d.x + hx.index;
+    fx[i] = x.fraction, fy[i] = y.fraction, fz[i] = z.fraction;
+    cx[i] = hx.fraction, cy[i] = hy.fraction, cz[i] = hz.fraction;
+  }
+}
+
+}  // namespace
+
 SULVA_WIDE_KERNEL void FindCells(const RowVectors& points, const VecInt3D& cells, i32 n,
                                  i32* __restrict out) {
   const double *px = points.axis[0].v, *py = points.axis[1].v, *pz = points.axis[2].v;
@@ -71,12 +104,12 @@ namespace {
 /// Trilinear samples of points whose lower corners are at p, p + 1, ...
 template <class T>
 inline __attribute__((always_inline)) void InterpolateLanes(const double* p, i32 ny, i32 nz,
-                                                            const RowCorners& corners, i32 i,
+                                                            const double* const fraction[3], i32 i,
                                                             double* out) {
   T x, y, z;
-  Load(corners.fraction[0].v + i, x);
-  Load(corners.fraction[1].v + i, y);
-  Load(corners.fraction[2].v + i, z);
+  Load(fraction[0] + i, x);
+  Load(fraction[1] + i, y);
+  Load(fraction[2] + i, z);
   LerpCorners(p, ny, nz, x, y, z, out + i);
 }
 
@@ -91,21 +124,27 @@ inline __attribute__((always_inline)) void LimitLanes(const double* p, i32 ny, i
   Store(v, value);
 }
 
-}  // namespace
-
-SULVA_WIDE_KERNEL void Interpolate(const Grid<double>& grid, const RowCorners& corners, i32 n,
-                                   double* out) {
+SULVA_WIDE_KERNEL void InterpolateRow(const Grid<double>& grid, const i32* index,
+                                      const double* const fraction[3], i32 n, double* out) {
   const double* data = grid.mData;
   const i32 ny = grid.mNx, nz = grid.mSlice;
   for (i32 i = 0; i < n;) {
-    const double* p = data + corners.index[i];
-    if (i + kRun <= n && IsRun(corners.index + i)) {
-      InterpolateLanes<RunLanes>(p, ny, nz, corners, i, out);
+    const double* p = data + index[i];
+    if (i + kRun <= n && IsRun(index + i)) {
+      InterpolateLanes<RunLanes>(p, ny, nz, fraction, i, out);
       i += kRun;
     } else {
-      InterpolateLanes<double>(p, ny, nz, corners, i++, out);
+      InterpolateLanes<double>(p, ny, nz, fraction, i++, out);
     }
   }
+}
+
+}  // namespace
+
+void Interpolate(const Grid<double>& grid, const RowCorners& corners, i32 n, double* out) {
+  const double* const fraction[3] = {corners.fraction[0].v, corners.fraction[1].v,
+                                     corners.fraction[2].v};
+  InterpolateRow(grid, corners.index, fraction, n, out);
 }
 
 SULVA_WIDE_KERNEL void LimitToCorners(const Grid<double>& grid, const RowCorners& corners, i32 n,
@@ -125,11 +164,12 @@ SULVA_WIDE_KERNEL void LimitToCorners(const Grid<double>& grid, const RowCorners
 
 void SampleVelocity(const StaggeredVelocity& velocity, const RowVectors& points, i32 n,
                     RowVectors& out) {
-  RowCorners corners;
+  FaceCorners corners;
+  FindFaceCorners(points, velocity.Component(0).Dims() - ExtraOf(kFaceX), n, corners);
   for (i32 a = 0; a < 3; ++a) {
-    const EGrid<double>& g = velocity.Component(a);
-    FindCorners(points, OffsetOf(a), g.Dims(), n, corners);
-    Interpolate(g, corners, n, out.axis[a].v);
+    const double* fraction[3];
+    for (i32 b = 0; b < 3; ++b) fraction[b] = (a == b ? corners.face : corners.centre)[b].v;
+    InterpolateRow(velocity.Component(a), corners.index[a], fraction, n, out.axis[a].v);
   }
 }
 

@@ -24,29 +24,36 @@ class VolumeEvening {
   /// False without memory.
   bool Fit(const VecInt3D& dims);
   void Release();
-  /// `moves` is as `EvenLine` has it. Works in place; `spare` is overwritten. Nothing depends
-  /// on `threads`.
-  void Run(const u8* moves, const Carried& field, const Carried& spare, i32 threads);
+  /// `moves` is as `EvenLine` has it. What is in `from` goes to `to`; `from` and `spare` are
+  /// overwritten. Nothing depends on `threads`.
+  void Run(const u8* moves, const Carried& from, const Carried& to, const Carried& spare,
+           i32 threads);
 
  private:
-  enum RowKind : u8 { kNone, kAll, kMixed };
+  enum RowKind : u8 { kNone, kFree, kMixed };
+  struct Row {
+    RowKind kind = kNone;
+    LinesBeside beside{};  ///< of a free row
+  };
 
-  /// Finds how far volumes are from one; returns the most.
-  double FindExcess(const double* volume);
   void MarkRows();
-  const Potential* FindPotential();
-  void RelaxRow(i32 y, i32 z, const Potential* from, Potential weight, Potential* to) const;
-  void Pass(const Potential* potential, const Carried& from, const Carried& to);
+  double StartPotential(const double* volume);
+  const Potential* FindPotential(const double* volume);
+  void RunSweeps(const double* volume, i32 first, i32 count, i32 workers);
+  void SweepSlab(const double* volume, i32 first, i32 count, i32 slab, i32 slabs);
+  void Relax(i32 y, i32 z, const double* volume, i32 sweep);
+  double Pass(const Potential* potential, const Carried& from, const Carried& to,
+              const Carried& spare);
   EvenLine LineAt(i32 c) const { return {mMoves + c, mDims.x, mSlice, mDims.x - 2}; }
+  i32 FirstOf(i32 y, i32 z) const { return z * mSlice + y * mDims.x + 1; }
   template <class F>
   void ForEachRow(F&& f) const;
 
   VecInt3D mDims{};
   i32 mSlice = 0, mThreads = 1;
   const u8* mMoves = nullptr;
-  std::vector<u8> mRows;  ///< kinds, by y and z
-  std::unique_ptr<Grid<Potential>> mExcess, mPotential[2];
-  std::unique_ptr<Grid<double>> mShare, mStrength;
+  std::vector<Row> mRows;  ///< by y and z
+  std::unique_ptr<Grid<Potential>> mPotential[2];
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,146 @@
+// Where the paths of a step that keeps the total of a field lead.
+#include <algorithm>
+
+#include "fluids/advection/conservative_advection.h"
+#include "grids/wide_kernel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr i32 kMostRows = 64;  // that are worth a look together
+
+SULVA_WIDE_KERNEL double MostApart(const double* a, const double* b, i32 n) {
+  double most[4] = {};
+  i32 i = 0;
+  const auto apart = [&](i32 at) {
+    const double d = a[at] - b[at];
+    return d > 0 ? d : -d;
+  };
+  for (; i + 4 <= n; i += 4)
+    for (i32 lane = 0; lane < 4; ++lane) {
+      const double d = apart(i + lane);
+      most[lane] = d > most[lane] ? d : most[lane];
+    }
+  for (; i < n; ++i) most[0] = std::max(most[0], apart(i));
+  return std::max(std::max(most[0], most[1]), std::max(most[2], most[3]));
+}
+
+struct Extremes {
+  double least, most;
+};
+SULVA_WIDE_KERNEL Extremes ExtremesOf(const double* values, i32 n) {
+  double least[4], most[4];
+  std::fill_n(least, 4, values[0]);
+  std::fill_n(most, 4, values[0]);
+  for (i32 i = 0; i + 4 <= n; i += 4)
+    for (i32 lane = 0; lane < 4; ++lane) {
+      const double v = values[i + lane];
+      least[lane] = v < least[lane] ? v : least[lane];
+      most[lane] = v > most[lane] ? v : most[lane];
+    }
+  for (i32 i = n & ~3; i < n; ++i) {
+    least[0] = std::min(least[0], values[i]);
+    most[0] = std::max(most[0], values[i]);
+  }
+  return {std::min(std::min(least[0], least[1]), std::min(least[2], least[3])),
+          std::max(std::max(most[0], most[1]), std::max(most[2], most[3]))};
+}
+
+/// What all of `n` flags have in common.
+SULVA_WIDE_KERNEL u8 CommonBits(const u8* flags, i32 n) {
+  u8 all = 0xff;
+  for (i32 i = 0; i < n; ++i) all &= flags[i];
+  return all;
+}
+
+}  // namespace
+
+/// Whether no solid is near any of `n` points, given in cells, and so all corners of their blocks
+/// hold smoke.
+bool ConservativeAdvection::IsClear(const RowVectors& points, i32 n) const {
+  VecInt3D low, high;
+  for (int a = 0; a < 3; ++a) {
+    const auto [least, most] = ExtremesOf(points.axis[a].v, n);
+    if (!(least >= 1 && most < mDims[a] - 1)) return false;
+    low[a] = static_cast<i32>(least) - 1;
+    high[a] = static_cast<i32>(most) + 1;
+  }
+  if ((high.y - low.y) * (high.z - low.z) > kMostRows) return false;
+  constexpr u8 kClear = SolidCells::kNoPushOut | SolidCells::kOpenCentre;
+  u8 all = kClear;
+  for (i32 z = low.z; z <= high.z && all == kClear; ++z)
+    for (i32 y = low.y; y <= high.y; ++y)
+      all &= CommonBits(mFlags + mHolds->Index(low.x, y, z), high.x - low.x + 1);
+  return all == kClear;
+}
+
+/// The blocks round the ends of paths, given in cells: points in solids are pushed out first, paths
+/// end at walls, thin ones too, and of a block those cells count that can be reached from there.
+void ConservativeAdvection::PlaceBlocks(const Flow& flow, const RowVectors& start, RowVectors& ends,
+                                        i32 n, const BlockColumns& blocks) const {
+  const bool isClear = mFlags && !flow.thin && IsClear(ends, n);
+  if (!isClear) PushOut(flow, start, ends, n);
+  RowCorners corners;
+  FindCorners(ends, OffsetOf(kCentre), mDims, n, corners);
+  std::copy_n(corners.index, n, blocks.base);
+  for (int a = 0; a < 3; ++a) std::copy_n(corners.fraction[a].v, n, blocks.fraction[a]);
+  if (isClear) {
+    std::fill_n(blocks.closed, n, u8{0});
+    return;
+  }
+  for (i32 i = 0; i < n; ++i) blocks.closed[i] = mClosed->mData[corners.index[i]];
+  // What lies outside of the sides is no continuation of anything here.
+  if (flow.thin)
+    for (i32 i = 0; i < n; ++i)
+      blocks.closed[i] |= static_cast<u8>(~flow.thin->Reach(ends.At(i), ThinFaces::kOutermostToo));
+}
+
+void ConservativeAdvection::PushOut(const Flow& flow, const RowVectors& start, RowVectors& ends,
+                                    i32 n) const {
+  i32 cells[kRowChunk];
+  if (mFlags) FindCells(ends, mDims, n, cells);
+  for (i32 i = 0; i < n; ++i) {
+    if (mFlags && (mFlags[cells[i]] & SolidCells::kNoPushOut)) continue;
+    Vec3d relative = ends.At(i) * static_cast<double>(mCellSize);
+    if (flow.boundary->PushOut(relative, true, kPushOutMargin, flow.boundary->mWalls))
+      ends.Set(i, relative / static_cast<double>(mCellSize));
+  }
+  if (flow.thin)
+    for (i32 i = 0; i < n; ++i) ends.Set(i, flow.thin->Stop(start.At(i), ends.At(i)));
+}
+
+/// The blocks that the inner cells of a row ask, by paths back from their centres. Returns how long
+/// these are along an axis, at most.
+double ConservativeAdvection::TraceInnerRow(const Flow& flow, i32 y, i32 z) {
+  RowVectors start, k1, ends;
+  double longest = 0;
+  for (i32 x = 1; x < mDims.x - 1; x += kRowChunk) {
+    const i32 n = std::min(kRowChunk, mDims.x - 1 - x), first = mHolds->Index(x, y, z);
+    for (i32 i = 0; i < n; ++i) start.Set(i, {x + i + 0.5, y + 0.5, z + 0.5});
+    VelocityAtSamples(flow.velocity, kCentre, x, y, z, n, k1);
+    TraceRow(flow.velocity, start, k1, -flow.step / mCellSize, flow.order, n, ends);
+    for (int a = 0; a < 3; ++a)
+      longest = std::max(longest, MostApart(start.axis[a].v, ends.axis[a].v, n));
+    PlaceBlocks(flow, start, ends, n, mBlocks.From(first));
+  }
+  return longest;
+}
+
+void ConservativeAdvection::RecordBackward(const Flow& flow) {
+  mLongest = MaxBlocks(mDims.z, 1, flow.threads, [&](i64 layer, i64) {
+    const i32 z = static_cast<i32>(layer);
+    double longest = 0;
+    for (i32 y = 0; y < mDims.y; ++y) {
+      const bool isBorder = z == 0 || z == mDims.z - 1 || y == 0 || y == mDims.y - 1;
+      if (!isBorder) longest = std::max(longest, TraceInnerRow(flow, y, z));
+      // Cells in solids and in the outermost layer keep what they hold.
+      const i32 first = mHolds->Index(0, y, z), last = first + mDims.x - 1;
+      for (i32 c = first; c <= last; ++c)
+        if (!mMoves->mData[c]) mBlocks.Set(c, Contribution::Only(c));
+    }
+    return longest;
+  });
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
