@@ -1,7 +1,9 @@
 // Where the paths of a step that keeps the total of a field lead.
 #include <algorithm>
+#include <cmath>
 
 #include "fluids/advection/conservative_advection.h"
+#include "fluids/advection/run_lanes.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -11,40 +13,20 @@ namespace {
 constexpr i32 kMostRows = 64;  // that are worth a look together
 
 SULVA_WIDE_KERNEL double MostApart(const double* a, const double* b, i32 n) {
-  double most[4] = {};
+  RunLanes lanes{};
   i32 i = 0;
-  const auto apart = [&](i32 at) {
-    const double d = a[at] - b[at];
-    return d > 0 ? d : -d;
-  };
-  for (; i + 4 <= n; i += 4)
-    for (i32 lane = 0; lane < 4; ++lane) {
-      const double d = apart(i + lane);
-      most[lane] = d > most[lane] ? d : most[lane];
-    }
-  for (; i < n; ++i) most[0] = std::max(most[0], apart(i));
-  return std::max(std::max(most[0], most[1]), std::max(most[2], most[3]));
-}
-
-struct Extremes {
-  double least, most;
-};
-SULVA_WIDE_KERNEL Extremes ExtremesOf(const double* values, i32 n) {
-  double least[4], most[4];
-  std::fill_n(least, 4, values[0]);
-  std::fill_n(most, 4, values[0]);
-  for (i32 i = 0; i + 4 <= n; i += 4)
-    for (i32 lane = 0; lane < 4; ++lane) {
-      const double v = values[i + lane];
-      least[lane] = v < least[lane] ? v : least[lane];
-      most[lane] = v > most[lane] ? v : most[lane];
-    }
-  for (i32 i = n & ~3; i < n; ++i) {
-    least[0] = std::min(least[0], values[i]);
-    most[0] = std::max(most[0], values[i]);
+  for (; i + kRun <= n; i += kRun) {
+    RunLanes p, q;
+    Load(a + i, p);
+    Load(b + i, q);
+    p -= q;
+    p = p < 0 ? -p : p;
+    lanes = p > lanes ? p : lanes;
   }
-  return {std::min(std::min(least[0], least[1]), std::min(least[2], least[3])),
-          std::max(std::max(most[0], most[1]), std::max(most[2], most[3]))};
+  double most = 0;
+  for (int lane = 0; lane < kRun; ++lane) most = std::max(most, lanes[lane]);
+  for (; i < n; ++i) most = std::max(most, std::abs(a[i] - b[i]));
+  return most;
 }
 
 /// What all of `n` flags have in common.
@@ -61,10 +43,10 @@ SULVA_WIDE_KERNEL u8 CommonBits(const u8* flags, i32 n) {
 bool ConservativeAdvection::IsClear(const RowVectors& points, i32 n) const {
   VecInt3D low, high;
   for (int a = 0; a < 3; ++a) {
-    const auto [least, most] = ExtremesOf(points.axis[a].v, n);
-    if (!(least >= 1 && most < mDims[a] - 1)) return false;
-    low[a] = static_cast<i32>(least) - 1;
-    high[a] = static_cast<i32>(most) + 1;
+    const ValueRange range = RangeOf(points.axis[a].v, n);
+    if (!(range.least >= 1 && range.most < mDims[a] - 1)) return false;
+    low[a] = static_cast<i32>(range.least) - 1;
+    high[a] = static_cast<i32>(range.most) + 1;
   }
   if ((high.y - low.y) * (high.z - low.z) > kMostRows) return false;
   constexpr u8 kClear = SolidCells::kNoPushOut | SolidCells::kOpenCentre;

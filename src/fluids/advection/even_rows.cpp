@@ -1,7 +1,9 @@
 #include "fluids/advection/even_rows.h"
 
 #include <algorithm>
+#include <cmath>
 
+#include "fluids/advection/run_lanes.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -182,10 +184,8 @@ inline __attribute__((always_inline)) Flows FlowsBetween(const PassedLine& at, i
           a * (a > 0 ? cLow : cOwn) + b * (b > 0 ? cHigh : cOwn)};
 }
 
-}  // namespace
-
-SULVA_WIDE_KERNEL void PassFreeFlows(const LinesBeside& lines, const PassedLine& at, i32 cells) {
-  double* __restrict volume = at.volumeOut, * __restrict content = at.contentOut;
+SULVA_WIDE_KERNEL void PassFreeRow(const LinesBeside& lines, const PassedLine& at, i32 cells,
+                                   double* __restrict volume, double* __restrict content) {
   const PassedLine from = at;
   const LinesBeside l = lines;
   for (i32 i = 0; i < cells; ++i) {
@@ -196,23 +196,41 @@ SULVA_WIDE_KERNEL void PassFreeFlows(const LinesBeside& lines, const PassedLine&
   }
 }
 
-SULVA_WIDE_KERNEL double MostExcess(const u8* moves, const double* volume, i32 n) {
-  constexpr i32 kLanes = 8;
-  double most[kLanes] = {};
+}  // namespace
+
+void PassFreeFlows(const LinesBeside& lines, const PassedLine& at, i32 cells) {
+  PassFreeRow(lines, at, cells, at.volumeOut, at.contentOut);
+}
+
+SULVA_WIDE_KERNEL ValueRange RangeOf(const double* values, i32 n) {
+  ValueRange range{values[0], values[0]};
   i32 i = 0;
-  const auto excess = [&](i32 at) {
-    const double e = (volume[at] - 1) * (moves[at] & 1);
-    return e > 0 ? e : -e;
-  };
-  for (; i + kLanes <= n; i += kLanes)
-    for (i32 lane = 0; lane < kLanes; ++lane) {
-      const double e = excess(i + lane);
-      most[lane] = e > most[lane] ? e : most[lane];
+  if (n >= kRun) {
+    RunLanes least, most, v;
+    Load(values, least);
+    most = least;
+    for (; i + kRun <= n; i += kRun) {
+      Load(values + i, v);
+      least = v < least ? v : least;
+      most = v > most ? v : most;
     }
-  for (; i < n; ++i) most[0] = excess(i) > most[0] ? excess(i) : most[0];
-  double all = 0;
-  for (const double m : most) all = m > all ? m : all;
-  return all;
+    for (int lane = 0; lane < kRun; ++lane) {
+      range.least = std::min(range.least, least[lane]);
+      range.most = std::max(range.most, most[lane]);
+    }
+  }
+  for (; i < n; ++i) {
+    range.least = std::min(range.least, values[i]);
+    range.most = std::max(range.most, values[i]);
+  }
+  return range;
+}
+
+double MostExcess(const EvenLine& line, const double* volume) {
+  double most = 0;
+  for (i32 i = 0; i < line.cells; ++i)
+    if (line.moves[i] & 1) most = std::max(most, std::abs(volume[i] - 1));
+  return most;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

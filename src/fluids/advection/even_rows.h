@@ -50,7 +50,12 @@ struct PassedLine {
 void PassFlows(const EvenLine& line, const PassedLine& at);
 void PassFreeFlows(const LinesBeside& lines, const PassedLine& at, i32 cells);
 
-/// How far the volumes of cells that take part are from one, at most.
-double MostExcess(const u8* moves, const double* volume, i32 n);
+/// The range of `n` values, one or more.
+struct ValueRange {
+  double least, most;
+};
+ValueRange RangeOf(const double* values, i32 n);
+/// How far the volumes of the cells of a line that take part are from one, at most.
+double MostExcess(const EvenLine& line, const double* volume);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

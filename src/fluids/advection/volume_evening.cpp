@@ -121,7 +121,8 @@ double VolumeEvening::StartPotential(const double* volume) {
       p[y * mDims.x] = p[y * mDims.x + 1];
       p[(y + 1) * mDims.x - 1] = p[(y + 1) * mDims.x - 2];
     }
-    return MostExcess(mMoves + c, volume + c, mSlice);
+    const ValueRange range = RangeOf(p, mSlice);
+    return std::max(-range.least, range.most) / first;
   });
 }
 
@@ -211,11 +212,14 @@ double VolumeEvening::Pass(const Potential* potential, const Carried& from, cons
       }
       const PassedLine line{potential + c,    share + c,     strength + c,  from.volume + c,
                             from.content + c, to.volume + c, to.content + c};
-      if (row.kind == kFree)
+      if (row.kind == kFree) {
         PassFreeFlows(row.beside, line, cells);
-      else
+        const ValueRange range = RangeOf(to.volume + c, cells);
+        most = std::max({most, range.most - 1, 1 - range.least});
+      } else {
         PassFlows(LineAt(c), line);
-      most = std::max(most, MostExcess(mMoves + c, to.volume + c, cells));
+        most = std::max(most, MostExcess(LineAt(c), to.volume + c));
+      }
     }
     return most;
   });
