@@ -11,6 +11,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
+// Of the correction, what it may be off by to keep a total. More is no error of a step: the flow
+// itself doesn't keep it, as one that is set and crosses walls.
+constexpr double kTrusted = 0.25;
+
 /// Solid tests of one target; both skip the level set where the flags of the cell allow it.
 class Solids {
  public:
@@ -196,6 +200,12 @@ void CorrectRow(const AdvectedField& field, const Chunk& c, const SamplePoints& 
     left.v[i] *= thinning[i];
   }
   Correction& sums = field.corrections[c.z];
+  RowValues lost;
+  for (i32 i = 0; i < c.n; ++i)
+    lost.v[i] = before[i] - predicted[i] * (thinning ? thinning[i] : 1.0);
+  for (i32 i = 0; c.anySolid && i < c.n; ++i)
+    if (c.solid[i]) lost.v[i] = 0;
+  sums.lost += SumOf(c.n, [&](i32 i) { return lost.v[i]; });
   sums.whole += SumOf(c.n, [&](i32 i) { return whole.v[i]; });
   sums.up += SumOf(c.n, [&](i32 i) { return left.v[i] > 0 ? left.v[i] : 0.0; });
   sums.down += SumOf(c.n, [&](i32 i) { return left.v[i] > 0 ? 0.0 : left.v[i]; });
@@ -313,7 +323,11 @@ void FindBalance(AdvectedField& field, i32 layers) {
     sums.whole += field.corrections[z].whole;
     sums.up += field.corrections[z].up;
     sums.down += field.corrections[z].down;
+    sums.lost += field.corrections[z].lost;
   }
+  const double all = sums.up - sums.down;
+  if (field.keepsTotal && std::abs(sums.lost - sums.whole) <= kTrusted * all)
+    sums.whole = sums.lost;
   const double excess = sums.up + sums.down - sums.whole;
   if (excess > 0 && sums.up > 0)
     field.up = std::max(0.0, (sums.whole - sums.down) / sums.up);

@@ -14,6 +14,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 struct Correction {
   double whole = 0;         ///< before it is limited
   double up = 0, down = 0;  ///< what the limits leave of it, above and below 0
+  double lost = 0;          ///< what the prediction lacks of what there was
 };
 
 /// A field that is moved, and where to.
@@ -30,6 +31,7 @@ struct AdvectedField {
   double up = 1, down = 1;      ///< what `Balance` leaves of the correction, by its sign
   ScalarWalls::Values walls{};  ///< of a scalar
   bool isAmount = false;        ///< by the flags of its `NodeKind`
+  bool keepsTotal = false;      ///< nothing enters or leaves it in the step
 };
 
 /// What the workers see. All grids stand on the same layout. Fields of one kind can be moved
@@ -80,8 +82,9 @@ void Correct(const AdvectionData& data, const CellBox& box);
 
 /// How much of a field's correction may stay, from the sums over all of its layers. Limits cut off
 /// more beside edges than they cut off peaks, so that they make a tenth of a field's total in a
-/// second. The correction as a whole hardly changes it: the side that the limits favour is scaled
-/// down until the sum is what it was without them, which leaves all values inside of them.
+/// second. The correction as a whole hardly changes it, or brings back what the prediction has lost
+/// where the total is known and that isn't much: the side that is favoured is scaled down until the
+/// sum is right, which leaves all values inside of the limits.
 void FindBalance(AdvectedField& field, i32 layers);
 
 /// Scales the correction by that, and thins the fields.

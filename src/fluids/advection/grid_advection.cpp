@@ -183,6 +183,7 @@ void GridAdvection::Prepare() {
     mScalarTarget->SwapBuffers();
     mIsBooking = mScalarTarget->IsAccounted();
     mLeft = mTrapped = 0;
+    mHoldsInSolids = false;
   } else {
     VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->GetFlow().mVelocity;
     for (i32 i = 0; i < 3; ++i) {
@@ -215,7 +216,8 @@ AdvectedField GridAdvection::PrepareTarget() {
           .destination = mScalarTarget->GetGridForWrite(0),
           .strength = mStrength,
           .walls = WallValues(),
-          .isAmount = mScalarTarget->IsAccounted()};
+          .isAmount = mScalarTarget->IsAccounted(),
+          .keepsTotal = KeepsTotal()};
 }
 
 ScalarWalls::Values GridAdvection::WallValues() const {
@@ -309,6 +311,7 @@ bool GridAdvection::MoveOnFlow(EGrid<double>& source, EGrid<double>& destination
   if (IsConservative()) return MoveConservative(source, destination, velocity);
   field.walls = WallValues();
   field.isAmount = mScalarTarget->IsAccounted();
+  field.keepsTotal = KeepsTotal();
   return AdvectGrids({field}, velocity);
 }
 

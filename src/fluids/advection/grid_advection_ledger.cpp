@@ -27,8 +27,17 @@ void GridAdvection::PrepareSource(EGrid<double>& source) {
   // Air that comes in brings what air holds.
   if (IsConservative()) flow.mWallCells.FillOutside(values, source);
   mTrapped += held.stuck;
+  mHoldsInSolids |= held.stuck + held.given > 0;
   mScalarTarget->mAccount.mLedger.handedOver += held.given;
   if (!IsConservative()) flow.mWallCells.Fill(values, false, source);
+}
+
+/// Whether the total of the target is known behind the move: nothing passes a side, comes out of
+/// solids or is covered by one.
+bool GridAdvection::KeepsTotal() const {
+  constexpr double kUnseen = 1e-6;
+  return mIsBooking && !mHoldsInSolids && mSolver->GetFlow().ObstacleTravel() == 0 &&
+         std::abs(mLeft) <= kUnseen * mScalarTarget->mAccount.Size();
 }
 
 void GridAdvection::Finish() {
