@@ -136,7 +136,8 @@ TEST(GasFlow, AMirrorSymmetricPlumeStaysSymmetric) {
   };
   puff(*rig.heat->GetGrid(0), 300);
   puff(*rig.smoke->GetGrid(0), 0.8);
-  for (i32 step = 0; step < 100; ++step) rig.Step();
+  // Rounding isn't symmetric, and a plume makes more of it from step to step.
+  for (i32 step = 0; step < 60; ++step) rig.Step();
   const EGrid<double>& g = *rig.smoke->GetGrid(0);
   const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
   double most = 0, difference = 0, rise = 0;
@@ -148,7 +149,7 @@ TEST(GasFlow, AMirrorSymmetricPlumeStaysSymmetric) {
   });
   EXPECT_GT(most, 0.01);
   EXPECT_GT(rise, 0.1);
-  EXPECT_LT(difference, 1e-4 * most);
+  EXPECT_LT(difference, 1e-5 * most);
 }
 
 TEST(GasFlow, OneAndTwoThreadsGiveTheSameBytes) {
