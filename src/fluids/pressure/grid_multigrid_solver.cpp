@@ -1,6 +1,7 @@
 #include "fluids/pressure/grid_multigrid_solver.h"
 
 #include <cmath>
+#include <new>
 
 #include "grids/wide_kernel.h"
 
@@ -64,7 +65,7 @@ bool Grid_MultigridSolver::IsSlow() const {
 }
 
 SolveEnd Grid_MultigridSolver::Iterate(i32 limit) {
-  if (!mMultigrid.Build(mMatrix, mThreads)) return SolveEnd::Broken;
+  if (!mMultigrid.Build(mMatrix, mThreads)) throw std::bad_alloc();
   const double scale = 1 / mLargest;
   Descend(0, scale);
   double rho = mMultigrid.Cycle(mArrays[kRhs]);

@@ -1,6 +1,7 @@
 #include "fluids/pressure/lattice_solver.h"
 
 #include <algorithm>
+#include <new>
 
 #include "grids/fixed_blocks.h"
 
@@ -45,7 +46,7 @@ bool LatticeSolver::PrepareSystem() {
   const i64 rows = i64{mDims.x} * mDims.y * mDims.z;
   const bool resized = rows != mArrays.Length();
   if (!mArrays.Resize(rows) || !mMatrix.SetLattice(mDims, mThreads))
-    return Deactivate("there is no memory for its linear system");
+    throw std::bad_alloc();  // gas that isn't projected would look like gas
   if (resized) std::fill_n(mArrays[kResult], rows, 0.0);
   ZeroArrays();
   mScratch.resize(std::clamp(mThreads, 1, host::kMaxWorkers));

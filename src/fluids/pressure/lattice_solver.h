@@ -48,7 +48,8 @@ class LatticeSolver : public iObject {
   /// A solver with `arrays` arrays of a number per cell, the first two being those above.
   explicit LatticeSolver(i32 arrays) : mArrays(arrays, 4) {}
 
-  /// An empty system of `mDims` cells; false, and inactive, without owner or memory.
+  /// An empty system of `mDims` cells; false, and inactive, without an owner. std::bad_alloc
+  /// without memory.
   bool PrepareSystem();
   std::span<double> View(i32 array) const {
     return mArrays[array]
