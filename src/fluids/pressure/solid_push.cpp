@@ -91,6 +91,7 @@ void SolidPush::AddBody(const Body& body, const VecInt3D& cell, Face (&faces)[3]
         here = motion.linear + Cross(motion.angular, PositionOf(face.at, axis) - motion.centre);
       face.flow += part * here[axis];
       face.share += part;
+      face.fastest = std::max(face.fastest, Length(here));
     }
 }
 
@@ -110,9 +111,16 @@ double SolidPush::Balance(i32 x, i32 y, i32 z) const {
     for (int a = 0; a < 3; ++a) reaches &= cell[a] + 1 >= r.min[a] && cell[a] <= r.max[a];
     if (reaches) AddBody(body, cell, faces);
   }
-  double sum = 0;
-  for (const auto& [low, high] : faces) sum += low.Flow() - high.Flow();
-  return sum / mLayout.cellSize;
+  double sum = 0, open = kLeastOpening, fastest = 0;
+  for (const auto& [low, high] : faces) {
+    sum += low.Flow() - high.Flow();
+    open += 2 - low.solid - high.solid;
+    fastest = std::max({fastest, low.fastest, high.fastest});
+  }
+  // A surface pushes no faster through the open parts of a cell than it moves. Where more would
+  // have to leave, another solid is in the way: the last bit of gas between the two is let go.
+  const double most = open * fastest;
+  return std::clamp(sum, -most, most) / mLayout.cellSize;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

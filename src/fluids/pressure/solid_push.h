@@ -27,9 +27,11 @@ struct MovingBody {
 /// Every face has one value, whichever of its two cells asks: the solid part of the face, body by
 /// body as each one's own distances cut it, times the velocity of that body there. So a rigid body
 /// that moves inside a closed region pushes as much in front as it leaves behind, to rounding, and
-/// a wall beside it pushes nothing. Of a body that deforms a cell takes the velocity of the surface
-/// nearest to its centre for all of its faces: inside of the body it would swell where it
-/// stretches, and sides that the stretching merely slides along would push.
+/// a wall beside it pushes nothing. In the last gap before another solid, narrower than a quarter
+/// of a cell, it pushes no more than the gap lets out at its own speed. Of a body that deforms a
+/// cell takes the velocity of the surface nearest to its centre for all of its faces: inside of the
+/// body it would swell where it stretches, and sides that the stretching merely slides along would
+/// push.
 class SolidPush {
  public:
   /// `fields` and `bodies` have to last.
@@ -50,6 +52,7 @@ class SolidPush {
   struct Face {
     VecInt3D at;
     double solid = 0, share = 0, flow = 0;
+    double fastest = 0;  ///< speed of the bodies that fill it, simulation units per second
     double Flow() const;
   };
   Vec3d PositionOf(const VecInt3D& cell, i32 kind) const;
