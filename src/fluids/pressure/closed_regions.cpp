@@ -1,6 +1,7 @@
 #include "fluids/pressure/closed_regions.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "fluids/pressure/projection_kernels.h"
 #include "grids/fixed_blocks.h"
@@ -8,6 +9,14 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
+
+// Of what is evened out in a region: the error of its sum, and what a cell's share is exact to.
+constexpr double kSumError = 1e-14, kEven = 1e-12;
+
+bool IsEven(const Region& region) {
+  return region.isClosed && region.balance != 0 &&
+         region.rest <= kEven * std::fabs(region.Squeeze());
+}
 
 /// The end of the runs of the line of run `i`.
 i32 LineEnd(const std::vector<RegionRun>& runs, i32 i, i32 end) {
@@ -135,32 +144,49 @@ void ClosedRegions::Find(const ProjectionFields& fields, const VecInt3D& cells, 
   NumberRegions();
 }
 
+/// Calls f(run, line of cells) for the runs of closed regions.
+template <class F>
+void ClosedRegions::ForEachClosedRun(const ProjectionFields& fields, i32 threads, F&& f) {
+  ForEachBlock(mCells.z, threads, [&](i32 z) {
+    for (i32 i = mLayers[z]; i < mLayers[z + 1]; ++i)
+      if (Of(mRuns[i]).isClosed) f(mRuns[i], CellLine(fields, mRuns[i].y, z));
+  });
+}
+
 void ClosedRegions::Balance(const ProjectionFields& fields, std::span<double> rhs, i32 threads) {
+  mNoise = 0;
   if (std::none_of(mRegions.begin(), mRegions.end(), [](const Region& r) { return r.isClosed; }))
     return;
-  ForEachBlock(mCells.z, threads, [&](i32 z) {
-    for (i32 i = mLayers[z]; i < mLayers[z + 1]; ++i) {
-      RegionRun& run = mRuns[i];
-      if (!Of(run).isClosed) continue;
-      const CellLine line(fields, run.y, z);
-      for (i32 x = run.first; x < run.last; ++x) {
-        run.volume += line.openCell[x];
-        run.balance += rhs[line.cell + x];
-      }
+  ForEachClosedRun(fields, threads, [&](RegionRun& run, const CellLine& line) {
+    for (i32 x = run.first; x < run.last; ++x) {
+      run.volume += line.openCell[x];
+      run.balance += rhs[line.cell + x];
     }
   });
   for (const RegionRun& run : mRuns) {
     mRegions[run.region].volume += run.volume;
     mRegions[run.region].balance += run.balance;
   }
-  ForEachBlock(mCells.z, threads, [&](i32 z) {
-    for (const RegionRun& run : Runs(z)) {
-      const Region& region = Of(run);
-      if (!region.isClosed || region.balance == 0) continue;
-      const CellLine line(fields, run.y, z);
-      for (i32 x = run.first; x < run.last; ++x)
-        rhs[line.cell + x] += Shift(region, line.openCell[x]);
+  ForEachClosedRun(fields, threads, [&](RegionRun& run, const CellLine& line) {
+    const Region& region = Of(run);
+    if (region.balance == 0) return;
+    for (i32 x = run.first; x < run.last; ++x) {
+      double& b = rhs[line.cell + x];
+      b += Shift(region, line.openCell[x]);
+      run.rest = std::max(run.rest, std::fabs(b));
     }
+  });
+  for (const RegionRun& run : mRuns)
+    mRegions[run.region].rest = std::max(mRegions[run.region].rest, run.rest);
+  bool anyEven = false;
+  for (const Region& region : mRegions) {
+    if (!region.isClosed || region.balance == 0) continue;
+    mNoise = std::max(mNoise, kSumError * std::fabs(region.Squeeze()));
+    anyEven |= IsEven(region);
+  }
+  if (!anyEven) return;
+  ForEachClosedRun(fields, threads, [&](RegionRun& run, const CellLine& line) {
+    if (IsEven(Of(run))) std::fill_n(rhs.begin() + line.cell + run.first, run.last - run.first, 0);
   });
 }
 

@@ -16,6 +16,9 @@ struct Region {
   i64 cells = 0;
   double volume = 0;   ///< open fractions of the cells; of closed regions alone, as what follows
   double balance = 0;  ///< sum of the right-hand sides before `Balance`, 1/s
+  double rest = 0;     ///< the largest magnitude of a right-hand side after it, 1/s
+  /// What the gas of a closed region has to shrink by, or to grow by below 0, 1/s.
+  double Squeeze() const { return volume > 0 ? balance / volume : balance / double(cells); }
 };
 
 /// A run of connected cells [first, last) on a line along x.
@@ -23,13 +26,14 @@ struct RegionRun {
   i32 y, first, last;
   i32 region = 0;        ///< while regions form, a run that it joined
   bool isClosed = true;  ///< as in `Region`, for this run alone
-  double volume = 0, balance = 0;
+  double volume = 0, balance = 0, rest = 0;
 };
 
 /// The regions of the inner cells (1 to n - 2) that have an open face. In a closed region pressure
 /// is known but for a constant, and a solution exists only when its right-hand sides add up to 0:
 /// `Balance` sees to that, region by region. What is missing or too much is spread in proportion to
-/// the open volume of the cells, as if the gas there grew or shrank evenly.
+/// the open volume of the cells, as if the gas there grew or shrank evenly. Where nothing is left
+/// then but rounding, as when all of a closed region expands alike, the right-hand sides are 0.
 ///
 /// Nothing depends on the number of workers.
 class ClosedRegions {
@@ -37,6 +41,8 @@ class ClosedRegions {
   void Find(const ProjectionFields& fields, const VecInt3D& cells, i32 threads);
   /// Adds to the right-hand sides of closed regions what makes them add up to 0.
   void Balance(const ProjectionFields& fields, std::span<double> rhs, i32 threads);
+  /// Right-hand sides below that are rounding of what `Balance` evened out, 1/s.
+  double Noise() const { return mNoise; }
   /// What `Balance` added to a cell of a region, 1/s.
   static double Shift(const Region& region, double openFraction) {
     if (!region.isClosed || region.balance == 0) return 0;
@@ -59,12 +65,15 @@ class ClosedRegions {
   void JoinToNextLayer(const ProjectionFields& fields, i32 z);
   i32 Root(i32 run);
   void NumberRegions();
+  template <class F>
+  void ForEachClosedRun(const ProjectionFields& fields, i32 threads, F&& f);
 
   VecInt3D mCells{};
   std::vector<std::vector<RegionRun>> mFound;  ///< by layer, before they are put together
   std::vector<RegionRun> mRuns;
   std::vector<i32> mLayers;  ///< index of the first run of a layer, and the number of runs
   std::vector<Region> mRegions;
+  double mNoise = 0;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

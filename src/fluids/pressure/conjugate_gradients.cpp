@@ -56,7 +56,7 @@ void ConjugateGradients::StartAnew() {
 
 std::optional<SolveEnd> ConjugateGradients::Note(double left, i32 limit) {
   mResidual = left / mLargest;
-  if (!(left > mLargest * mAccuracy.tolerance)) return SolveEnd::Converged;
+  if (!(left > std::max(mLargest * mAccuracy.tolerance, mFloor))) return SolveEnd::Converged;
   if (mResidual < mBest) {
     mBest = mResidual;
     mBestIteration = mIterations;

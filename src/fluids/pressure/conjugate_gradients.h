@@ -24,6 +24,7 @@ class ConjugateGradients : public LatticeSolver {
   /// depend on the number of workers. Uses up the right-hand side.
   bool Solve();
 
+  double mFloor = 0;     ///< a residual below that is rounding: nothing is left to solve
   double mResidual = 0;  ///< of the last solve, relative to the largest right-hand side
   double mLargest = 0;   ///< the largest right-hand side of the last solve
   SolveEnd mEnd = SolveEnd::Converged;  ///< of the last solve

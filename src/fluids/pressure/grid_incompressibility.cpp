@@ -156,6 +156,7 @@ void Grid_Incompressibility::Solve() {
   }
   ConjugateGradients& solver =
       mLinearSolver == 2 ? static_cast<ConjugateGradients&>(mMultigrid) : mCG;
+  solver.mFloor = mRegions.Noise();
   solver.Solve();
   mLargestRhs = solver.mLargest;
   mReports.push_back({solver.mIterations, solver.mResidual});
@@ -280,7 +281,7 @@ void Grid_Incompressibility::AddBodyCoupling(const CellBox& block) {
 void Grid_Incompressibility::BalanceRegions() {
   mRegions.Find(mFields, mCells, Threads());
   mRegions.Balance(mFields, Used().GetRhs(), Threads());
-  if (!mMoving.empty() && !(mWarned & kSqueezed)) CheckRegions();
+  if (!(mWarned & kSqueezed)) CheckRegions();
 }
 
 Grid_Incompressibility::Balance Grid_Incompressibility::MeasureLayer(i32 z) const {
@@ -328,35 +329,46 @@ void Grid_Incompressibility::MeasureDivergence() {
 
 // ---- warnings ---------------------------------------------------------------------------------
 
-void Grid_Incompressibility::CheckRegions() {
-  std::vector<double> pushed(mRegions.All().size(), 0.0);
+Vec3d Grid_Incompressibility::PlaceOf(const VecInt3D& cell) const {
+  const GridLayout& layout = mFields.velocity[0]->mLayout;
+  return (layout.simOrigin + (ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell) *
+         layout.simToWorld;
+}
+
+double Grid_Incompressibility::PushedInto(const Region& region) const {
+  double pushed = 0;
   for (i32 z = 1; z < mCells.z - 1; ++z) {
     auto term = mCoupling[z].cbegin();
     for (const RegionRun& run : mRegions.Runs(z)) {
       const i32 line = mFields.openCell->Index(0, run.y, z);
       for (; term != mCoupling[z].cend() && term->cell < line + run.last; ++term)
-        pushed[run.region] += term->value;
+        if (&mRegions.Of(run) == &region) pushed += term->value;
     }
   }
+  return pushed;
+}
+
+void Grid_Incompressibility::CheckRegions() {
   const Region* worst = nullptr;
   double rate = kSqueezeRate;
-  for (std::size_t i = 0; i < pushed.size(); ++i) {
-    const Region& region = mRegions.All()[i];
+  for (const Region& region : mRegions.All()) {
     if (!region.isClosed || region.volume < kSqueezeCells) continue;
-    if (!(std::fabs(pushed[i]) > rate * region.volume)) continue;
-    rate = std::fabs(pushed[i]) / region.volume;
+    if (!(std::fabs(region.Squeeze()) > rate)) continue;
+    rate = std::fabs(region.Squeeze());
     worst = &region;
   }
   if (!worst) return;
-  const GridLayout& layout = mFields.velocity[0]->mLayout;
-  const Vec3d at =
-      (layout.simOrigin + (ToReal(worst->first) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell) *
-      layout.simToWorld;
+  const bool isPushed =
+      std::fabs(PushedInto(*worst)) > 0.5 * std::fabs(worst->balance);  // else by what is made
+  const Vec3d at = PlaceOf(worst->first);
   Warn(kSqueezed,
-       fmt::format("a moving obstacle squeezes or stretches a sealed room of {} cells, one of them "
-                   "at [{:.4g}, {:.4g}, {:.4g}], by {:.3g} % a second at {:.3g} s; the gas there "
-                   "can't keep its volume",
-                   worst->cells, at.x, at.y, at.z, 100 * rate, SecondsSoFar()));
+       fmt::format("{} a sealed room of {} cells, one of them at [{:.4g}, {:.4g}, {:.4g}], by "
+                   "{:.3g} % a second at {:.3g} s; the gas there can't keep its volume{}",
+                   isPushed             ? "a moving obstacle squeezes or stretches"
+                   : worst->balance > 0 ? "gas that expands squeezes what is in"
+                                        : "gas that shrinks stretches what is in",
+                   CellsOf(*worst), at.x, at.y, at.z, 100 * rate, SecondsSoFar(),
+                   isPushed ? "" : "; an open side of the box would let it"));
 }
 
 void Grid_Incompressibility::CheckSolve(SolveEnd end) {

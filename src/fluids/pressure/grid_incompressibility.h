@@ -121,8 +121,13 @@ class Grid_Incompressibility : public iObject {
   Balance MeasureLayer(i32 z) const;
   /// Enters a step into the ledger, and warns of a drift that lasts.
   void Book(const Balance& balance);
-  /// Warns when moving solids squeeze or stretch a closed region.
-  void CheckRegions();
+  /// Warns when moving solids, or gas that is made or taken, squeeze or stretch a closed region.
+  virtual void CheckRegions();
+  /// What moving solids added to the cells of a region, 1/s.
+  double PushedInto(const Region& region) const;
+  /// Where a cell stands, in units of the scene, and how many cells of the flow a region has.
+  virtual Vec3d PlaceOf(const VecInt3D& cell) const;
+  virtual i64 CellsOf(const Region& region) const { return region.cells; }
   void CheckSolve(SolveEnd end);
   /// Keeps a warning unless one of its kind is there.
   void Warn(WarningKind kind, std::string text);
