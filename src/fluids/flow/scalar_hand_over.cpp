@@ -1,5 +1,6 @@
 // What solids that move have covered goes on to other cells.
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 
 #include "fluids/flow/scalar_walls.h"
@@ -26,24 +27,28 @@ bool ScalarWalls::LiesBehind(const VecInt3D& cell, const VecInt3D& taker) const 
 template <class Counts, class F>
 void ScalarWalls::ForEachOpenNearest(const VecInt3D& cell, i32 reach, Counts&& counts,
                                      F&& f) const {
-  const VecInt3D r{reach, reach, reach};
-  const CellBox box =
-      Clip({cell - r, cell + r + VecInt3D{1, 1, 1}}, {1, 1, 1}, mState->Dims() - VecInt3D{1, 1, 1});
+  const auto cube = [&](i32 size) {
+    const VecInt3D r{size, size, size}, one{1, 1, 1};
+    return Clip({cell - r, cell + r + one}, one, mState->Dims() - one);
+  };
   const auto takes = [&](i32 x, i32 y, i32 z) {
     bool wasClosed = false;
     WasThere({x, y, z}, wasClosed);
     return (*mState)(x, y, z) == kOpen && !wasClosed && counts(VecInt3D{x, y, z});
   };
-  const auto distance = [&](i32 x, i32 y, i32 z) {
+  i32 nearest = std::numeric_limits<i32>::max(), size = 0;
+  // In shells, whose cells lie as far away at least as their number tells.
+  while (size < reach && (size + 1) * (size + 1) <= nearest) {
+    ++size;
+    ForEachCell(cube(size), [&](i32 x, i32 y, i32 z) {
+      const VecInt3D d = VecInt3D{x, y, z} - cell;
+      if (std::max({std::abs(d.x), std::abs(d.y), std::abs(d.z)}) < size) return;
+      if (takes(x, y, z)) nearest = std::min(nearest, Dot(d, d));
+    });
+  }
+  ForEachCell(cube(size), [&](i32 x, i32 y, i32 z) {
     const VecInt3D d = VecInt3D{x, y, z} - cell;
-    return d.x * d.x + d.y * d.y + d.z * d.z;
-  };
-  i32 nearest = std::numeric_limits<i32>::max();
-  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-    if (takes(x, y, z)) nearest = std::min(nearest, distance(x, y, z));
-  });
-  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-    if (takes(x, y, z) && distance(x, y, z) == nearest) f(mState->Index(x, y, z));
+    if (Dot(d, d) == nearest && takes(x, y, z)) f(mState->Index(x, y, z));
   });
 }
 
