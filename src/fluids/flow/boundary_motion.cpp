@@ -9,15 +9,15 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
+constexpr double kStride =
+    4;  // cells: a box that follows a mover step by step costs more than room
+}  // namespace
 
-/// The longest way of a point of an obstacle in this step, simulation units.
-double TravelOf(const VolumeBase& obstacle) {
+double GridBoundary::TravelOf(const VolumeBase& obstacle) {
   const Mesh* mesh = obstacle.GetMesh();
   if (!obstacle.Has(FLAG_ENABLED) || !mesh || mesh->IsStatic() || !obstacle.HasGridData()) return 0;
   return mesh->GetTravel();
 }
-
-}  // namespace
 
 Vec3d GridBoundary::GetSolidVelocity(const Vec3d& world) const {
   const VolumeBase* nearest = nullptr;
@@ -58,6 +58,44 @@ std::vector<GridBoundary::Mover> GridBoundary::Movers() const {
     movers.push_back({obstacle, cells, travel});
   }
   return movers;
+}
+
+void GridBoundary::WidenToMovers(double margin, const Vec3d& low, const Vec3d& high, Vec3d& min,
+                                 Vec3d& max) const {
+  struct Box {
+    Vec3d low, high;
+    double reach;
+  };
+  std::vector<Box> movers;
+  for (const VolumeBase* obstacle : mObstacles) {
+    const double travel = TravelOf(*obstacle);
+    if (travel == 0) continue;
+    const TriMeshSTL& mesh = obstacle->GetMesh()->mMesh;
+    const double cell = obstacle->GetGrid()->mLayout.cellSize;
+    movers.push_back(
+        {mesh.GetBoundsMin() / cell, mesh.GetBoundsMax() / cell, margin + travel / cell});
+  }
+  const auto touches = [&](const Box& box) {
+    for (i32 a = 0; a < 3; ++a) {
+      if (box.low[a] >= high[a] || box.high[a] <= low[a]) return false;
+      if (box.low[a] > max[a] + box.reach || box.high[a] < min[a] - box.reach) return false;
+    }
+    return true;
+  };
+  // A box that has grown may touch others.
+  for (bool isWider = true; isWider;) {
+    isWider = false;
+    for (const Box& box : movers) {
+      if (!touches(box)) continue;
+      for (i32 a = 0; a < 3; ++a) {
+        const double from = std::max(low[a], kStride * std::floor((box.low[a] - margin) / kStride));
+        const double to = std::min(high[a], kStride * std::ceil((box.high[a] + margin) / kStride));
+        isWider |= from < min[a] || to > max[a];
+        min[a] = std::min(min[a], from);
+        max[a] = std::max(max[a], to);
+      }
+    }
+  }
 }
 
 double GridBoundary::DistanceBefore(const VecInt3D& node) const {

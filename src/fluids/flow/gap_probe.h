@@ -14,13 +14,15 @@ class GapProbe {
   struct Gap {
     Vec3d at;                 ///< midway between the sides
     double width;             ///< simulation units
+    i32 one, other;           ///< the solids of its sides, as `SolidSurfaces` counts them
+    Vec3d normal;             ///< of the first side
     bool isParallel = false;  ///< its sides run side by side
   };
 
   GapProbe(const SolidSurfaces& solids, double cell) : mSolids(solids), mCell(cell) {}
 
   /// The narrowest place of the gap at `p`, or nothing for a crease, less than three cells from the
-  /// end of a gap, and where there is none.
+  /// end of a gap, for one that ends at solids all round, and where there is none.
   std::optional<Gap> Look(const Vec3d& p) const;
 
  private:
@@ -30,8 +32,9 @@ class GapProbe {
   };
   std::optional<Across> Measure(Vec3d p) const;
   std::optional<Gap> Narrowest(const Vec3d& p) const;
-  bool GoesOn(const Gap& gap, const Vec3d& normal) const;
+  bool GoesOn(const Gap& gap) const;
   bool EndsNearby(const Gap& gap) const;
+  bool LeadsOut(const Gap& gap) const;
 
   const SolidSurfaces& mSolids;
   double mCell;

@@ -66,6 +66,7 @@ class GridBoundary {
   /// obstacle rests.
   Vec3d GetSolidVelocity(const Vec3d& world) const;
   /// The longest way that a point of an obstacle goes in this step, simulation units.
+  static double TravelOf(const VolumeBase& obstacle);
   double ObstacleTravel() const;
   struct Mover {
     const VolumeBase* obstacle;
@@ -74,6 +75,11 @@ class GridBoundary {
   };
   /// The obstacles that move in this step.
   std::vector<Mover> Movers() const;
+  /// Widens a box (cells of the domain) until all obstacles that move in this step and come within
+  /// `margin` cells of it lie in it with as much room on every side, as far as they lie between
+  /// `low` and `high`.
+  void WidenToMovers(double margin, const Vec3d& low, const Vec3d& high, Vec3d& min,
+                     Vec3d& max) const;
   /// What a node's distance was before the obstacles moved in this step.
   double DistanceBefore(const VecInt3D& node) const;
   bool IsOutsideOpenSide(const Vec3d& relative) const;

@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <map>
 
-#include "fluids/flow/gap_probe.h"
 #include "fluids/flow/solid_surfaces.h"
 #include "fluids/volume/cell_fractions.h"
 #include "fluids/volume/volume_base.h"
@@ -21,9 +19,10 @@ constexpr i32 kFineParts = 4, kFinePoints = kFineParts + 1;  // of a cell's edge
 constexpr double kFacing = -0.5;                   // at most, of the product of two sides' normals
 constexpr double kContact = 1e-3, kWidestGap = 2;  // cells
 constexpr double kHoldsSmoke = 0.25;               // least open part of a cell
-constexpr double kUnresolved = 0.5;                // cells
-constexpr std::size_t kMostLooks = 8;              // at a pair of solids in a step
+// Between the points of two surfaces nearest to nodes; curved ones are nearer to each other.
+constexpr double kSuspicious = 1;  // cells
 constexpr i32 kGapChunk = 64;
+constexpr i32 kReach = 3;  // cells from a gap to all that may bound it
 
 /// Marks the cells of a row, between four rows of nodes, that may lie in a gap: some node isn't in
 /// the open, none deep inside, and the distances don't rise as they do over a single surface.
@@ -111,42 +110,110 @@ NarrowGaps::State NarrowGaps::StateOf(const GridBoundary& boundary) {
               .origin = layout.originCell,
               .cell = layout.cellSize,
               .walls = boundary.mWalls};
-  for (const VolumeBase* obstacle : boundary.mObstacles)
-    if (obstacle->Has(FLAG_ENABLED) && obstacle->HasGridData() && !obstacle->IsSheet())
-      state.obstacles.emplace_back(obstacle, obstacle->GridRevision());
+  for (const VolumeBase* obstacle : boundary.mObstacles) {
+    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->HasGridData() || obstacle->IsSheet()) continue;
+    const GridLayout& own = obstacle->GetGrid()->mLayout;
+    const VecInt3D low = own.originCell, high = low + own.dims;
+    state.obstacles.push_back(
+        {obstacle, obstacle->GridRevision(), GridBoundary::TravelOf(*obstacle) > 0, {low, high}});
+  }
   return state;
+}
+
+bool NarrowGaps::State::IsThinRoom() const {
+  bool isThin = false;
+  for (i32 a = 0; a < 3; ++a)
+    isThin |= dims[a] == 3 && (walls & kLowWall[a]) && (walls & kHighWall[a]);
+  return isThin;
+}
+
+bool NarrowGaps::State::IsNearWall(const VecInt3D& cell) const {
+  bool isNear = false;
+  for (i32 a = 0; a < 3; ++a) {
+    const i32 above = cell[a] - origin[a] - 1, below = dims[a] - 2 - (cell[a] - origin[a]);
+    isNear |=
+        ((walls & kLowWall[a]) && above < kReach) || ((walls & kHighWall[a]) && below < kReach);
+  }
+  return isNear;
+}
+
+NarrowGaps::Past::Past(State from, std::vector<Layer> found, const State& now)
+    : state(std::move(from)), layers(std::move(found)) {
+  const auto &before = state.obstacles, &after = now.obstacles;
+  isOfSameSolids = state.cell == now.cell && before.size() == after.size();
+  const VecInt3D reach{kReach, kReach, kReach};
+  for (std::size_t i = 0; isOfSameSolids && i < after.size(); ++i) {
+    isOfSameSolids = before[i].volume == after[i].volume;
+    if (before[i] == after[i]) continue;
+    for (const CellBox& box : {before[i].box, after[i].box})
+      changed.push_back({box.min - reach, box.max + reach});
+  }
+}
+
+const NarrowGaps::Cell* NarrowGaps::Past::Find(const Cell& cell, const State& now) const {
+  const i32 z = cell.at.z - state.origin.z;
+  if (!isOfSameSolids || z < 0 || z >= static_cast<i32>(layers.size())) return nullptr;
+  if (state.IsNearWall(cell.at) || now.IsNearWall(cell.at)) return nullptr;
+  for (const CellBox& box : changed)
+    if (!Clip({cell.at, cell.at + VecInt3D{1, 1, 1}}, box.min, box.max).IsEmpty()) return nullptr;
+  const auto isBefore = [](const Cell& a, const Cell& b) {
+    return std::pair(a.at.y, a.at.x) < std::pair(b.at.y, b.at.x);
+  };
+  const auto at = std::lower_bound(layers[z].begin(), layers[z].end(), cell, isBefore);
+  const bool isKnown = at != layers[z].end() && at->at == cell.at && at->pinched == cell.pinched;
+  return isKnown ? &*at : nullptr;
 }
 
 void NarrowGaps::Build(const GridBoundary& boundary, i32 threads) {
   State state = StateOf(boundary);
   if (state == mState) return;
-  mState = std::move(state);
-  mLayers.clear();
-  if (mState.obstacles.empty()) return;
-  const SolidSurfaces solids(boundary);
+  const Past past(std::exchange(mState, std::move(state)), std::exchange(mLayers, {}), mState);
+  if (mState.obstacles.empty() && !mState.IsThinRoom()) return;
+  SolidSurfaces solids(boundary);
+  const EGrid<double>& level = *boundary.GetLevelSet();
   mLayers.resize(mState.dims.z);
-  ForEachBlock(mState.dims.z, threads, [&](i32 z) { ScanLayer(boundary, solids, z, mLayers[z]); });
-  FindPlaces(solids, boundary.GetLevelSet()->mLayout);
+  ForEachBlock(mState.dims.z, threads, [&](i32 z) {
+    ScanLayer(level, solids, z, mLayers[z]);
+    for (Cell& cell : mLayers[z])
+      if (const Cell* known = past.Find(cell, mState)) cell = *known;
+  });
+  std::vector<Cell*> unknown;
+  for (Layer& layer : mLayers)
+    for (Cell& cell : layer)
+      if (!past.Find(cell, mState)) unknown.push_back(&cell);
+  if (unknown.empty()) return;
+  solids.LinkTriangles();
+  ForEachBlock(static_cast<i32>(unknown.size()), threads,
+               [&](i32 i) { MeasureCell(solids, level.mLayout, *unknown[i]); });
+  mSuspects.clear();
+  for (const Cell* cell : unknown)
+    if (cell->suspect) mSuspects.push_back(*cell->suspect);
+  FindPlaces(solids, level.mLayout.cellSize);
 }
 
-void NarrowGaps::ScanLayer(const GridBoundary& boundary, const SolidSurfaces& solids, i32 z,
+/// The cells of a row that an obstacle's grid covers.
+IndexRange NarrowGaps::RowInReach(const SolidSurfaces& solids, i32 y, i32 z) const {
+  const i32 n = mState.dims.x;
+  if (mState.IsThinRoom()) return {1, n - 1};
+  i32 first = n, last = 0;
+  for (i32 s = 0; s < solids.Count(); ++s) {
+    const CellBox& reach = solids.Reach(s);
+    if (y < reach.min.y || y >= reach.max.y || z < reach.min.z || z >= reach.max.z) continue;
+    first = std::min(first, reach.min.x);
+    last = std::max(last, reach.max.x);
+  }
+  return {std::max(first, 1), std::min(last, n - 1)};
+}
+
+void NarrowGaps::ScanLayer(const EGrid<double>& level, const SolidSurfaces& solids, i32 z,
                            Layer& found) const {
-  const EGrid<double>& level = *boundary.GetLevelSet();
   const VecInt3D n = mState.dims;
   if (z < 1 || z >= n.z - 1) return;
   u8 marks[kGapChunk], pinched[4][kGapChunk + 1];
   for (i32 y = 1; y < n.y - 1; ++y) {
-    i32 first = n.x, last = 0;
-    for (i32 s = 0; s < solids.Count(); ++s) {
-      const CellBox& reach = solids.Reach(s);
-      if (y < reach.min.y || y >= reach.max.y || z < reach.min.z || z >= reach.max.z) continue;
-      first = std::min(first, reach.min.x);
-      last = std::max(last, reach.max.x);
-    }
-    first = std::max(first, 1);
-    last = std::min(last, n.x - 1);
-    for (i32 x = first; x < last; x += kGapChunk) {
-      const i32 count = std::min(kGapChunk, last - x);
+    const IndexRange row = RowInReach(solids, y, z);
+    for (i32 x = row.first; x < row.last; x += kGapChunk) {
+      const i32 count = std::min(kGapChunk, row.last - x);
       const double* a = level.mData + level.Index(x, y, z);
       const double* c = a + level.mSlice;
       MarkGapRow(a, a + level.mNx, c, c + level.mNx, level.mLayout.cellSize, count, marks);
@@ -156,29 +223,30 @@ void NarrowGaps::ScanLayer(const GridBoundary& boundary, const SolidSurfaces& so
       for (i32 i = 0; i < count; ++i) {
         u32 nodes = 0;
         for (i32 k = 0; k < 8; ++k) nodes |= u32{pinched[k >> 1][i + (k & 1)]} << k;
-        if (marks[i] || nodes) AddCell(solids, level.mLayout, {x + i, y, z}, nodes, found);
+        if (marks[i] || nodes)
+          found.push_back({.at = mState.origin + VecInt3D{x + i, y, z}, .pinched = nodes});
       }
     }
   }
 }
 
-/// Adds the cell if the surfaces nearest to its nodes are two sides of a gap, or those nearest to
-/// the neighbours of its `pinched` nodes: of such a gap the cell may see one side alone.
-void NarrowGaps::AddCell(const SolidSurfaces& solids, const GridLayout& layout,
-                         const VecInt3D& cell, u32 pinched, Layer& found) const {
+/// A cell lies in a gap if the surfaces nearest to its nodes are two sides of one, or those nearest
+/// to the neighbours of its pinched nodes: of such a gap the cell may see one side alone.
+void NarrowGaps::MeasureCell(const SolidSurfaces& solids, const GridLayout& layout,
+                             Cell& cell) const {
+  const VecInt3D at = cell.at - mState.origin;
   SolidSurfaces::Nearest nearest[8 + 6 * 8];
   i32 count = 8;
-  for (i32 k = 0; k < 8; ++k)
-    nearest[k] = solids.AtNode(cell + VecInt3D{k & 1, k >> 1 & 1, k >> 2});
+  for (i32 k = 0; k < 8; ++k) nearest[k] = solids.AtNode(at + VecInt3D{k & 1, k >> 1 & 1, k >> 2});
   const double size = layout.cellSize;
   double width = kWidestGap * size;
   const SolidSurfaces::Nearest *one = nullptr, *other = nullptr;
-  for (; pinched; pinched &= pinched - 1) {
+  for (u32 pinched = cell.pinched; pinched; pinched &= pinched - 1) {
     const i32 k = std::countr_zero(pinched);
     for (i32 axis = 0; axis < 3; ++axis)
       for (const i32 side : {-1, 1})
         nearest[count++] =
-            solids.AtNode(cell + VecInt3D{k & 1, k >> 1 & 1, k >> 2} + ExtraOf(axis) * side);
+            solids.AtNode(at + VecInt3D{k & 1, k >> 1 & 1, k >> 2} + ExtraOf(axis) * side);
   }
   for (i32 i = 0; i < count; ++i)
     for (i32 j = 0; j < i; ++j) {
@@ -193,69 +261,37 @@ void NarrowGaps::AddCell(const SolidSurfaces& solids, const GridLayout& layout,
       other = &q;
     }
   if (!one) return;
-  const FinePoints points(solids, layout, cell);
+  const FinePoints points(solids, layout, at);
   for (i32 axis = 0; axis < 3; ++axis)
-    for (i32 side = 0; side < 2; ++side) {
-      VecInt3D at = cell;
-      at[axis] += side;
-      found.faces.push_back({at, axis, static_cast<float>(points.Face(axis, side))});
-    }
-  found.cells.push_back({cell, static_cast<float>(points.Open())});
-  if (width < kUnresolved * size)
-    found.suspects.push_back({one->at + one->normal * (width / 2), one->solid, other->solid});
+    for (i32 side = 0; side < 2; ++side)
+      cell.faces[axis][side] = static_cast<float>(points.Face(axis, side));
+  cell.open = static_cast<float>(points.Open());
+  cell.isGap = true;
+  if (width < kSuspicious * size)
+    cell.suspect = {one->at + one->normal * (width / 2), one->solid, other->solid};
 }
 
 void NarrowGaps::Open(Grid_VolumeFractions& fractions) const {
-  EGrid<float>* faces[3];
-  for (i32 axis = 0; axis < 3; ++axis) faces[axis] = fractions.GetRead(axis, 1);
   EGrid<float>* cells = fractions.GetRead(0, 0);
-  for (const Layer& layer : mLayers) {
-    for (const Face& face : layer.faces)
-      if (faces[face.axis])
-        (*faces[face.axis])(face.at.x, face.at.y, face.at.z) = fractions.Least(face.open);
-    for (const Cell& cell : layer.cells)
-      if (cells) (*cells)(cell.at.x, cell.at.y, cell.at.z) = cell.open;
+  for (i32 axis = 0; axis < 3; ++axis) {
+    EGrid<float>* faces = fractions.GetRead(axis, 1);
+    for (const Layer& layer : mLayers)
+      for (const Cell& cell : layer) {
+        if (!cell.isGap || !faces || !cells) continue;
+        const VecInt3D at = cell.at - mState.origin, above = at + ExtraOf(axis);
+        (*faces)(at.x, at.y, at.z) = fractions.Least(cell.faces[axis][0]);
+        (*faces)(above.x, above.y, above.z) = fractions.Least(cell.faces[axis][1]);
+        (*cells)(at.x, at.y, at.z) = cell.open;
+      }
   }
 }
 
 void NarrowGaps::Mark(SolidCells& cells) const {
   for (const Layer& layer : mLayers)
-    for (const Cell& cell : layer.cells)
-      if (cell.open >= kHoldsSmoke) cells.Open(cell.at);
+    for (const Cell& cell : layer)
+      if (cell.isGap && cell.open >= kHoldsSmoke) cells.Open(cell.at - mState.origin);
 }
 
 void NarrowGaps::Persist(StateArchive& archive) { archive(mTold); }
-
-void NarrowGaps::FindPlaces(const SolidSurfaces& solids, const GridLayout& layout) {
-  const auto volume = [&](i32 solid) { return solid < 0 ? nullptr : solids.Volume(solid); };
-  // A volume that no scene file names has no node.
-  const auto id = [&](i32 solid) {
-    const host::BaseNode* node = solid < 0 ? nullptr : volume(solid)->Node();
-    return node ? node->Id() : solid < 0 ? u64{0} : ~static_cast<u64>(solid);
-  };
-  std::map<std::pair<u64, u64>, std::vector<const Suspect*>> pairs;
-  for (const Layer& layer : mLayers)
-    for (const Suspect& suspect : layer.suspects) {
-      const auto [low, high] = std::minmax({id(suspect.one), id(suspect.other)});
-      pairs[{low, high}].push_back(&suspect);
-    }
-  const GapProbe probe(solids, layout.cellSize);
-  for (const auto& [pair, suspects] : pairs) {
-    if (std::find(mTold.begin(), mTold.end(), pair) != mTold.end()) continue;
-    const std::size_t looks = std::min(suspects.size(), kMostLooks);
-    for (std::size_t i = 0; i < looks; ++i) {
-      const Suspect& suspect = *suspects[i * suspects.size() / looks];
-      const auto gap = probe.Look(suspect.at);
-      if (!gap || gap->width >= kUnresolved * layout.cellSize) continue;
-      // Behind the crease of a mesh that crosses itself its triangles seem to leave room.
-      if (suspect.one == suspect.other && !gap->isParallel) continue;
-      const VolumeBase *one = volume(suspect.one), *other = volume(suspect.other);
-      if (!one) std::swap(one, other);
-      mTold.push_back(pair);
-      mPlaces.push_back({one, other, gap->at, gap->width / layout.cellSize});
-      break;
-    }
-  }
-}
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

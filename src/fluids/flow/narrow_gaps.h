@@ -1,15 +1,17 @@
 // Gaps between solids that are too narrow for distances at nodes.
 #pragma once
+#include <optional>
 #include <utility>
 #include <vector>
 
+#include "fluids/flow/gap_probe.h"
 #include "fluids/flow/grid_boundary.h"
 #include "fluids/flow/solid_cells.h"
 #include "fluids/volume/volume_fractions.h"
+#include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-class SolidSurfaces;
 class StateArchive;
 
 /// Where two sides of solids face each other less than two cells apart, a node between them knows
@@ -17,7 +19,9 @@ class StateArchive;
 /// node lies between. In the cells of such gaps, between two obstacles, parts of one, or an
 /// obstacle and a wall of the container, the open parts of faces are measured from the triangles,
 /// and a cell can hold smoke when a quarter of it is open. A gap of half a cell leads through some
-/// of its cells then, wherever it lies; a narrower one is told of.
+/// of its cells then, wherever it lies; a narrower one is told of where it leads somewhere and its
+/// sides don't come nearer or part. A room of one cell between opposite walls of the container is
+/// such a gap too.
 class NarrowGaps {
  public:
   /// A place where a gap is narrower than half a cell.
@@ -28,8 +32,9 @@ class NarrowGaps {
     double width;             ///< cells
   };
 
-  /// Finds the gaps between the obstacles as they stand, `levelSet` being built; nothing when they
-  /// stand where they stood. The result doesn't depend on `threads`.
+  /// Finds the gaps between the obstacles as they stand, the level set being built. Cells are
+  /// measured once for as long as the solids round them stay. The result doesn't depend on
+  /// `threads`.
   void Build(const GridBoundary& boundary, i32 threads);
   /// Forgets the gaps, not what was told of.
   void Release() {
@@ -47,42 +52,65 @@ class NarrowGaps {
   void Persist(StateArchive& archive);
 
  private:
-  struct Face {
-    VecInt3D at;
-    i32 axis;
-    float open;
-  };
-  struct Cell {
-    VecInt3D at;
-    float open;
-  };
   /// Where a gap seems narrow: a point in it and the solids on its sides.
   struct Suspect {
     Vec3d at;
     i32 one, other;
   };
-  struct Layer {
-    std::vector<Face> faces;
-    std::vector<Cell> cells;
-    std::vector<Suspect> suspects;
+  /// A cell that may lie in a gap.
+  struct Cell {
+    VecInt3D at;  ///< in cells of the domain
+    u32 pinched;  ///< which of its nodes are, see `MeasureCell`
+    bool isGap = false;
+    float open = 1;          ///< what is open of it if it is one, and of its faces
+    float faces[3][2] = {};  ///< by axis, low and high
+    std::optional<Suspect> suspect{};
+  };
+  using Layer = std::vector<Cell>;  ///< in order of y and x
+  struct Obstacle {
+    const VolumeBase* volume;
+    u32 revision;
+    bool moves;
+    CellBox box;  ///< of its grid, in cells of the domain
+    bool operator==(const Obstacle& other) const {
+      return volume == other.volume && revision == other.revision && moves == other.moves;
+    }
   };
   struct State {
-    std::vector<std::pair<const VolumeBase*, u32>> obstacles;
+    std::vector<Obstacle> obstacles;
     VecInt3D dims, origin;
     double cell = 0;
     u8 walls = 0;
     friend bool operator==(const State&, const State&) = default;
+    /// Opposite walls stand a cell apart: all nodes lie in one of them.
+    bool IsThinRoom() const;
+    /// A wall may be one of the sides of a gap there.
+    bool IsNearWall(const VecInt3D& cell) const;
+  };
+  /// What was found for the solids as they stood before.
+  struct Past {
+    State state;
+    std::vector<Layer> layers;
+    bool isOfSameSolids = false;   ///< in other places maybe
+    std::vector<CellBox> changed;  ///< where these are or were, in cells of the domain
+
+    Past(State from, std::vector<Layer> found, const State& now);
+    /// What was measured of a cell, as long as it holds; null if it has to be measured.
+    const Cell* Find(const Cell& cell, const State& now) const;
   };
   static State StateOf(const GridBoundary& boundary);
-  void ScanLayer(const GridBoundary& boundary, const SolidSurfaces& solids, i32 z,
+  IndexRange RowInReach(const SolidSurfaces& solids, i32 y, i32 z) const;
+  void ScanLayer(const EGrid<double>& level, const SolidSurfaces& solids, i32 z,
                  Layer& found) const;
-  void AddCell(const SolidSurfaces& solids, const GridLayout& layout, const VecInt3D& cell,
-               u32 pinched, Layer& found) const;
-  void FindPlaces(const SolidSurfaces& solids, const GridLayout& layout);
+  void MeasureCell(const SolidSurfaces& solids, const GridLayout& layout, Cell& cell) const;
+  /// Tells of a gap, if it is one.
+  void Tell(const SolidSurfaces& solids, const GapProbe::Gap& gap, double cell);
+  void FindPlaces(const SolidSurfaces& solids, double cell);
 
   State mState;
   std::vector<Layer> mLayers;
   std::vector<Place> mPlaces;
+  std::vector<Suspect> mSuspects;          // of cells that were measured just now
   std::vector<std::pair<u64, u64>> mTold;  // nodes, the lower first; 0 for a wall
 };
 

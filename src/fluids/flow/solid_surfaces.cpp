@@ -19,6 +19,11 @@ SolidSurfaces::SolidSurfaces(const GridBoundary& boundary)
   }
 }
 
+void SolidSurfaces::LinkTriangles() {
+  for (Solid& solid : mSolids)
+    if (solid.surface) solid.surface->LinkTriangles();
+}
+
 bool SolidSurfaces::Holds(const Solid& solid, const Vec3d& p) const {
   const GridLayout& own = solid.volume->GetGrid()->mLayout;
   return Min(p, own.simOrigin) == own.simOrigin && Max(p, own.simMax) == own.simMax;

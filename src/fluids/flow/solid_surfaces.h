@@ -22,6 +22,8 @@ class SolidSurfaces {
   };
 
   explicit SolidSurfaces(const GridBoundary& boundary);
+  /// Makes `Find` and `DistanceAt` exact for triangles smaller than a cell too.
+  void LinkTriangles();
 
   /// The nearest surface to a point (simulation units).
   Nearest Find(const Vec3d& p) const;

@@ -1,5 +1,7 @@
 // The surface of a voxelised mesh between the nodes of its grid.
 #pragma once
+#include <vector>
+
 #include "fluids/mesh/tri_mesh.h"
 #include "grids/egrid.h"
 
@@ -26,6 +28,10 @@ class SharpSurface {
   /// The nearest triangle to a point (simulation units); of those that share the nearest point that
   /// which sees it most from the front or back decides the side.
   Nearest Find(const Vec3d& p) const;
+  /// Lists the triangles round each vertex: from now on `Find` goes on from the triangles that the
+  /// nodes know to their neighbours, as long as these come nearer. Of triangles smaller than a cell
+  /// the nodes know few, and those may lie off to the side.
+  void LinkTriangles();
   /// The same at a node of the grid, by what is known of it.
   Nearest AtNode(const VecInt3D& node) const;
   /// Unit normal of a triangle, out of the solid; zero for one without area.
@@ -38,8 +44,10 @@ class SharpSurface {
   const TriMeshSTL& mMesh;
   const EGrid<double>& mDistance;
   const Grid<i32>& mClosest;
+  struct Search;
   Vec3d NearestOf(i32 triangle, const Vec3d& p) const;
 
+  std::vector<i32> mRound, mRoundStart;  ///< triangles of vertex i: [start[i], start[i + 1])
   double mOut;  ///< 1, or -1 where the triangles' normals point into the solid
 };
 

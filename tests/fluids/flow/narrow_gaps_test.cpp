@@ -23,13 +23,13 @@ struct GapSolids {
   SolidCells cells;
   NarrowGaps gaps;
 
-  explicit GapSolids(std::vector<TriMeshSTL> meshes, u8 walls = 0, i32 threads = 1) {
+  explicit GapSolids(std::vector<TriMeshSTL> meshes, u8 walls = 0, i32 threads = 1,
+                     const VecInt3D& dims = {kGapCells, kGapCells, kGapCells}) {
     for (TriMeshSTL& mesh : meshes) {
       solids.push_back(std::make_unique<MeshSolid>(std::move(mesh), kGapCell));
       boundary.mObstacles.push_back(solids.back().get());
     }
-    const GridLayout layout =
-        projection::MakeLayout({kGapCells, kGapCells, kGapCells}, kGapCell, {});
+    const GridLayout layout = projection::MakeLayout(dims, kGapCell, {});
     boundary.mWalls = walls;
     boundary.mLevelSet = std::make_unique<EGrid<double>>(layout, kNode);
     boundary.Build(threads);
@@ -52,6 +52,11 @@ struct GapSolids {
 
 TriMeshSTL GapBlock(const Vec3d& centre, const Vec3d& size, double aboutZ = 0) {
   return TurnedBox(centre, size, aboutZ, 0, kGapCell).mesh;
+}
+
+TriMeshSTL GapBall(const Vec3d& centre, double radius, i32 segments = 96) {
+  return MeshOf(host::MakeSphere({.radius = radius, .segments = segments}), kGapCell,
+                centre * double(kGapCell));
 }
 
 TriMeshSTL Joined(TriMeshSTL one, const TriMeshSTL& other) {
@@ -138,17 +143,90 @@ TEST(NarrowGaps, AreToldOfBelowHalfACellAndNoCreaseIs) {
   EXPECT_TRUE(placesIn({below, GapBlock({8, 8, 8}, {6, 4, 6})}).empty());
   for (const double angle : {0.08, 0.3, 0.6})
     EXPECT_TRUE(placesIn({below, GapBlock({10, 7.9, 8}, {6, 4, 6}, angle)}).empty()) << angle;
-  const auto ball = [](double x, double radius) {
-    return MeshOf(host::MakeSphere({.radius = radius, .segments = 48}), kGapCell,
-                  Vec3d{x, 8, 8} * double(kGapCell));
-  };
+  const auto ball = [](double x, double radius) { return GapBall({x, 8, 8}, radius, 48); };
   for (const double apart : {7.0, 7.7, 7.86, 7.95}) {
     EXPECT_TRUE(placesIn({Joined(ball(4.2, 4), ball(4.2 + apart, 4))}).empty()) << apart;
     EXPECT_TRUE(placesIn({ball(4.2, 4), ball(4.2 + apart, 4)}).empty()) << apart << ", two";
   }
   const auto near = placesIn({ball(3.9, 4), ball(3.9 + 8.2, 4)});
   ASSERT_EQ(near.size(), 1u) << "these don't touch";
-  EXPECT_NEAR(near[0].width, 0.2, 0.1);
+  EXPECT_NEAR(near[0].width, 0.2, 0.01);
+}
+
+// Triangles far smaller than a cell: what lies between the nodes is known to none of them.
+TEST(NarrowGaps, BeforeFineCurvedSolidsHaveTheirTrueWidth) {
+  for (const double width : {0.1, 0.3, 0.45, 0.55, 0.65})
+    for (const double aside : {0.0, 0.27, 0.5})
+      for (const bool isWall : {true, false}) {
+        const Vec3d centre{1 + width + 4, 8 + aside, 8.2 - aside};
+        std::vector<TriMeshSTL> meshes{GapBall(centre, 4)};
+        if (!isWall) meshes.push_back(GapBlock({-1, 8, 8}, {4, 30, 30}));
+        GapSolids solids(std::move(meshes), isWall ? kWallLowX : 0);
+        const auto places = solids.gaps.TakePlaces();
+        ASSERT_EQ(places.size(), width < 0.5 ? 1u : 0u) << width << " " << aside << " " << isWall;
+        if (places.empty()) continue;
+        EXPECT_NEAR(places[0].width, width, 0.04);
+        EXPECT_NEAR(places[0].at.x / kGapCell, 1 + width / 2, 0.02);
+        EXPECT_NEAR(places[0].at.y / kGapCell, centre.y, 0.3);
+        EXPECT_EQ(places[0].other == nullptr, isWall);
+      }
+}
+
+TEST(NarrowGaps, GoWithTheNamesOfTheirSides) {
+  // Two balls before a wall, one nearer than the other, and near each other.
+  GapSolids solids({GapBall({5.3, 3.2, 8}, 4), GapBall({5.4, 11.5, 8}, 4)}, kWallLowX);
+  const auto places = solids.gaps.TakePlaces();
+  ASSERT_EQ(places.size(), 3u);
+  for (const NarrowGaps::Place& place : places) {
+    const Vec3d at = place.at / double{kGapCell};
+    const double first = Length(at - Vec3d{5.3, 3.2, 8}) - 4, wall = at.x - 1;
+    const double second = Length(at - Vec3d{5.4, 11.5, 8}) - 4;
+    const bool isFirst =
+        place.one == solids.solids[0].get() || place.other == solids.solids[0].get();
+    const bool isSecond =
+        place.one == solids.solids[1].get() || place.other == solids.solids[1].get();
+    const double sides = (isFirst ? first : 0) + (isSecond ? second : 0) + (place.other ? 0 : wall);
+    EXPECT_NEAR(place.width, sides, 0.03) << at.x << " " << at.y << " " << at.z;
+  }
+}
+
+TEST(NarrowGaps, ThatEndAtSolidsAllRoundAreNotToldOf) {
+  // Behind a piston that fills its tube, and where it lies on the wall.
+  for (const double width : {0.03, 0.1, 0.3})
+    for (const double room : {40.0, 14.0}) {
+      GapSolids piston({GapBlock({1 + width + 3, 8, 8}, {6, room, room})}, kWallsAll);
+      EXPECT_TRUE(piston.gaps.TakePlaces().empty()) << width << " " << room;
+    }
+  // With room on one side.
+  GapSolids open({GapBlock({4.3, 7, 8}, {6, 12, 14})}, kWallsAll);
+  EXPECT_EQ(open.gaps.TakePlaces().size(), 1u);
+}
+
+// All nodes of a room of one cell lie in its walls.
+TEST(NarrowGaps, ARoomOfOneCellIsOpen) {
+  for (i32 axis = 0; axis < 3; ++axis) {
+    VecInt3D cells{kGapCells, kGapCells, kGapCells};
+    cells[axis] = 3;
+    Vec3d centre{8, 8, 8};
+    centre[axis] = 1.5;
+    GapSolids empty({}, kWallsAll, 1, cells), pillar({GapBall(centre, 3)}, kWallsAll, 2, cells);
+    const i32 along = axis == 0 ? 1 : 0;
+    VecInt3D middle{8, 8, 8}, beside{8, 8, 8}, first{8, 8, 8};
+    middle[axis] = beside[axis] = first[axis] = 1;
+    beside[along] = 3;
+    first[along] = 1;
+    for (const VecInt3D& cell : {middle, beside}) {
+      EXPECT_NEAR(empty.Open(along, cell.x, cell.y, cell.z), 1, 1e-6);
+      EXPECT_TRUE(empty.HoldsSmoke(cell.x, cell.y, cell.z));
+      EXPECT_EQ(empty.Open(axis, cell.x, cell.y, cell.z), 0);
+    }
+    EXPECT_EQ(empty.Open(along, first.x, first.y, first.z), 0);
+    EXPECT_TRUE(empty.gaps.TakePlaces().empty());
+    EXPECT_NEAR(pillar.Open(along, beside.x, beside.y, beside.z), 1, 1e-6);
+    EXPECT_FALSE(pillar.HoldsSmoke(middle.x, middle.y, middle.z));
+    EXPECT_TRUE(pillar.HoldsSmoke(beside.x, beside.y, beside.z));
+    EXPECT_TRUE(pillar.gaps.TakePlaces().empty());
+  }
 }
 
 TEST(NarrowGaps, AreToldOfOnceEachHoweverSmallBesideOthers) {
