@@ -25,14 +25,21 @@ bool VelocityGridEmitter::ActsAnywhere() const {
          });
 }
 
-Vec3d VelocityGridEmitter::ChangeAt(const Vec3d& place, const Vec3d& simToWorld, u32 worker) const {
-  ForceSample sample;
-  sample.worker = worker;
-  sample.position = place;
-  sample.hostPosition = place * simToWorld;
-  for (Force* force : mForces)
-    if (force->ActsAnywhere() && force->Has(FLAG_ENABLED)) force->Evaluate(sample);
-  return sample.force;
+void VelocityGridEmitter::FindChanges(std::span<const Vec3d> places, const Vec3d& simToWorld,
+                                      u32 worker, std::span<Vec3d> changes) const {
+  std::fill(changes.begin(), changes.end(), Vec3d{});
+  for (Force* force : mForces) {
+    if (!force->ActsAnywhere() || !force->Has(FLAG_ENABLED)) continue;
+    for (std::size_t i = 0; i < places.size(); ++i) {
+      ForceSample sample;
+      sample.worker = worker;
+      sample.position = places[i];
+      sample.hostPosition = places[i] * simToWorld;
+      sample.force = changes[i];
+      force->Evaluate(sample);
+      changes[i] = sample.force;
+    }
+  }
 }
 
 void VelocityGridEmitter::Finish() {

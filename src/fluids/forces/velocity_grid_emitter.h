@@ -1,6 +1,7 @@
 // Forces into the staggered velocity.
 #pragma once
 #include <array>
+#include <span>
 #include <vector>
 
 #include "fluids/forces/force.h"
@@ -17,10 +18,11 @@ class VelocityGridEmitter {
   /// What `Run` gave to the cells, by axis; null without a run. Until `Finish`, as long as nothing
   /// else takes the flow's work grids.
   const std::array<Grid<double>*, 3>& CellChanges() const { return mScratch; }
-  /// Whether forces act beyond the flow's cells, and what those give at a place in simulation
-  /// units; between `Prepare` and `Finish`, for one of the workers.
+  /// Whether forces act beyond the flow's cells; between `Prepare` and `Finish`.
   bool ActsAnywhere() const;
-  Vec3d ChangeAt(const Vec3d& place, const Vec3d& simToWorld, u32 worker) const;
+  /// What those give at places in simulation units, for one of the workers.
+  void FindChanges(std::span<const Vec3d> places, const Vec3d& simToWorld, u32 worker,
+                   std::span<Vec3d> changes) const;
   /// Lets go of the forces.
   void Finish();
 

@@ -32,8 +32,6 @@ void OuterLevel::Average(bool onlySides) {
           flow += open * velocity[index];
         });
         (*mVelocity[axis])(face.x, face.y, face.z) = area > 0 ? flow / area : 0.0;
-        (*mOpen[axis])(face.x, face.y, face.z) =
-            static_cast<float>(area / mLattice[axis].DistanceAt(face[axis]));
       });
     });
   }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "fluids/volume/volume_base.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
@@ -15,9 +14,6 @@ constexpr double kTolerance = 1e-6;
 constexpr i32 kMostIterations = 200;
 constexpr double kModification = 0.97, kLeastRatio = 0.25;  // of the preconditioner
 constexpr i32 kContinued = 3;  // cells that the pressure is continued into solids
-
-/// The bits of `kHighWall` and `kLowWall` of an axis.
-u8 BitOf(i32 axis, bool high) { return (high ? kHighWall : kLowWall)[axis]; }
 
 }  // namespace
 
@@ -67,77 +63,6 @@ bool OuterLevel::Allocate() {
                fit(mOutside[axis], axis);
   if (!complete) mLattice = {};
   return complete;
-}
-
-template <class F>
-void OuterLevel::ForEachOutsideFace(F&& f) const {
-  for (i32 axis = 0; axis < 3; ++axis)
-    ForEachCell({{0, 0, 0}, mVelocity[axis]->Dims()}, [&](i32 x, i32 y, i32 z) {
-      if (!mLattice.IsInnerFace(axis, {x, y, z})) f(axis, VecInt3D{x, y, z});
-    });
-}
-
-// ---- open parts -------------------------------------------------------------------------------
-
-bool OuterLevel::EndsAtWall(i32 axis, bool high) const {
-  const std::vector<double>& lines = mLattice[axis].lines;
-  if (!(mWalls & BitOf(axis, high))) return false;
-  return high ? lines[lines.size() - 2] >= mHigh[axis] : lines[1] <= mLow[axis];
-}
-
-float OuterLevel::OpenOutside(i32 axis, const VecInt3D& face) const {
-  const VecInt3D n = mLattice.Dims();
-  if (face[axis] == 0 || face[axis] == n[axis]) return 0;
-  for (i32 a = 0; a < 3; ++a)
-    if (a != axis && (face[a] == 0 || face[a] == n[a] - 1)) return 0;
-  if (face[axis] == 1 && EndsAtWall(axis, false)) return 0;
-  if (face[axis] == n[axis] - 1 && EndsAtWall(axis, true)) return 0;
-  constexpr i32 kPoints = 4;
-  const double h = mFlow->GetLayout()->cellSize;
-  i32 solid = 0;
-  for (const VolumeBase* obstacle : mFlow->mBoundary.mObstacles) {
-    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->HasGridData()) continue;
-    const GridLayout& box = obstacle->GetGrid()->mLayout;
-    Vec3d low, high;
-    bool touches = true;
-    for (i32 a = 0; a < 3; ++a) {
-      low[a] = mLattice[a].lines[face[a]] * h;
-      high[a] = a == axis ? low[a] : mLattice[a].lines[face[a] + 1] * h;
-      touches = touches && low[a] < box.simMax[a] && high[a] >= box.simOrigin[a];
-    }
-    if (!touches) continue;
-    i32 inside = 0;
-    const i32 p = axis == 0 ? 1 : 0, q = axis == 2 ? 1 : 2;
-    for (i32 i = 0; i < kPoints * kPoints; ++i) {
-      Vec3d at = low;
-      at[p] += (high[p] - low[p]) * (i % kPoints + 0.5) / kPoints;
-      at[q] += (high[q] - low[q]) * (i / kPoints + 0.5) / kPoints;
-      inside += obstacle->IsInBounds(at) && obstacle->DistanceAtWorld(at) < 0;
-    }
-    solid = std::max(solid, inside);
-  }
-  return static_cast<float>((1 - solid / double{kPoints * kPoints}) * mLattice.AreaOf(axis, face) /
-                            mLattice[axis].DistanceAt(face[axis]));
-}
-
-void OuterLevel::MeasureOpen() {
-  const VecInt3D n = mLattice.Dims();
-  ForEachCell({{0, 0, 0}, n}, [&](i32 x, i32 y, i32 z) {
-    (*mVolume)(x, y, z) = static_cast<float>(mLattice.VolumeOf({x, y, z}));
-  });
-  for (auto& open : mOutside) open->Fill(0);
-  ForEachOutsideFace([&](i32 axis, const VecInt3D& face) {
-    const float open = OpenOutside(axis, face);
-    (*mOpen[axis])(face.x, face.y, face.z) = (*mOutside[axis])(face.x, face.y, face.z) = open;
-  });
-  for (i32 a = 0; a < 3; ++a) {
-    mCuts[a].clear();
-    for (i32 line = mLattice[a].first; line <= mLattice[a].last; ++line)
-      mCuts[a].push_back(static_cast<i32>(mLattice[a].lines[line]) -
-                         mFlow->GetLayout()->originCell[a]);
-  }
-  // Areas of inner faces come with their velocities.
-  Average(false);
 }
 
 // ---- the gas outside --------------------------------------------------------------------------
@@ -204,9 +129,14 @@ bool OuterLevel::ProjectAll() {
     for (i32 axis = 0; axis < 3; ++axis) {
       VecInt3D low{}, high = mVelocity[axis]->Dims();
       low[axis] = 1, high[axis] = n[axis];
-      ForEachCell({low, high}, [&](i32 x, i32 y, i32 z) {
-        const double distance = mLattice[axis].DistanceAt(VecInt3D{x, y, z}[axis]);
-        (*mVelocity[axis])(x, y, z) *= back ? 1 / distance : distance;
+      ForEachBlock(high.z - low.z, Threads(), [&](i32 layer) {
+        CellBox box{low, high};
+        box.min.z += layer;
+        box.max.z = box.min.z + 1;
+        ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+          const double distance = mLattice[axis].DistanceAt(VecInt3D{x, y, z}[axis]);
+          (*mVelocity[axis])(x, y, z) *= back ? 1 / distance : distance;
+        });
       });
     }
   };
@@ -322,7 +252,7 @@ void OuterLevel::ContinuePressure() {
   });
   for (i32 round = 0; round < kContinued; ++round) {
     const std::vector<u8> before = known;
-    ForEachCell({{0, 0, 0}, n}, [&](i32 x, i32 y, i32 z) {
+    const auto goOnAt = [&](i32 x, i32 y, i32 z) {
       const VecInt3D cell{x, y, z};
       const i32 c = (n.y * z + y) * n.x + x;
       if (before[c]) return;
@@ -344,6 +274,9 @@ void OuterLevel::ContinuePressure() {
       if (count == 0) return;
       mPressure[c] = sum / count;
       known[c] = 1;
+    };
+    ForEachBlock(n.z, Threads(), [&](i32 z) {
+      ForEachCell({{0, 0, z}, {n.x, n.y, z + 1}}, goOnAt);
     });
   }
 }

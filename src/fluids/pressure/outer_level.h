@@ -1,11 +1,12 @@
 // The gas round a container that follows its content.
 #pragma once
 #include <array>
-#include <functional>
+#include <cmath>
 #include <memory>
 #include <span>
 #include <vector>
 
+#include "fluids/forces/velocity_grid_emitter.h"
 #include "fluids/pressure/grid_incompressibility.h"
 #include "fluids/pressure/outer_lattice.h"
 
@@ -35,11 +36,9 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   void Continue(const GridLayout& before);
   /// Cuts the surroundings of the container for a step, and finds the flow there where it moved.
   void BeginStep();
-  /// What forces add to the velocity at a place in simulation units, for one of the workers.
-  using ChangeAt = std::function<Vec3d(const Vec3d& place, u32 worker)>;
-  /// Adds to the gas outside what forces do there, null without any, and of the rest of the change
-  /// of velocity by cell what is alike along all open sides.
-  void AddForce(const std::array<Grid<double>*, 3>& change, const ChangeAt& anywhere);
+  /// Adds to the gas outside what forces do there that rest on the place alone, and of what the
+  /// others have done to the cells what is alike along all open sides.
+  void AddForce(const VelocityGridEmitter& forces);
   std::span<const SideLayer> FindPressures(const ProjectionFields& fields,
                                            std::span<const double> rhs) override;
   /// Takes over what the container moves like now, and gives it the flow beyond its open sides.
@@ -51,11 +50,22 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   void BuildSystem(const CellBox& block) override;
   /// The balance of the inner cells is that of the container.
   void MeasureDivergence() override {}
+  /// What solids push and what gas that expands does are one here.
+  void CheckRegions() override {
+    if (!mWithoutInner && mFlow->ObstacleTravel() == 0) Grid_Incompressibility::CheckRegions();
+  }
+  Vec3d PlaceOf(const VecInt3D& cell) const override;
+  /// The lattice's are larger.
+  i64 CellsOf(const Region& region) const override { return std::llround(region.volume); }
 
  private:
   bool Allocate();
   void MeasureOpen();
   float OpenOutside(i32 axis, const VecInt3D& face) const;
+  double SolidPart(const VolumeBase& obstacle, i32 axis, const VecInt3D& face) const;
+  bool IsNearSolid(const CellBox& box) const;
+  void MeasureInner();
+  void CloseThinWalls();
   bool HasFlow() const { return !mLattice.IsEmpty() && mVelocity[2]; }
   /// And what it can pass in this step.
   bool IsCut() const { return HasFlow() && mOpen[2]; }
@@ -65,8 +75,7 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   /// Takes the mean velocity of the fine faces: of all inner ones, or of those on the sides.
   void Average(bool onlySides);
   void SumInner(const ProjectionFields& fields, std::span<const double> rhs);
-  Vec3d PushAlongSides(const std::array<Grid<double>*, 3>& change, const EGrid<float>& cells,
-                       const ChangeAt& anywhere) const;
+  Vec3d PushAlongSides(const VelocityGridEmitter& forces, const EGrid<float>& cells) const;
   void AverageDensity(const EGrid<double>& fine);
   /// Lets the gas outside carry its velocity along, from what it was when the step began.
   void Advect(double dt);
@@ -77,7 +86,7 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   void Sample(i32 axis, const CellBox& box, bool onlyOpen);
   void WriteSides();
   template <class F>
-  void ForEachOutsideFace(F&& f) const;
+  void ForEachOutsideFaceOf(i32 axis, F&& f) const;
   bool IsFree(i32 axis, bool high) const { return mFree & (high ? kHighWall : kLowWall)[axis]; }
 
   OuterLattice mLattice;

@@ -19,6 +19,12 @@ constexpr double kHuge = std::numeric_limits<double>::max();
 // Cells between a container and the user's box that aren't worth a flow of their own.
 constexpr double kLeastGap = 4;
 
+// By the axis along which there is none.
+constexpr const char* kNoCell[3] = {
+    "no whole cell fits into its box along x; raise box_size or lower the server's cell_size",
+    "no whole cell fits into its box along y; raise box_size or lower the server's cell_size",
+    "no whole cell fits into its box along z; raise box_size or lower the server's cell_size"};
+
 ParameterRow WallRow(i32 id, std::string_view name, std::string_view help) {
   return LongRow(id, name, 1, "", help).Choices({{0, "open"}, {1, "closed"}});
 }
@@ -301,6 +307,11 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
   lo -= Vec3d{1, 1, 1};
   hi += Vec3d{1, 1, 1};
 
+  for (int a = 0; a < 3; ++a)
+    if (hi[a] - lo[a] < 3) {
+      Deactivate(kNoCell[a]);
+      return;
+    }
   bool usable = mTime->stepDuration != 0;
   for (int a = 0; a < 3; ++a) usable = usable && min[a] != kHuge && max[a] != -kHuge;
   // Whole cells from here on, so that a box that stays has the same origin to the last bit.
@@ -318,6 +329,11 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
   for (int a = 0; a < 3; ++a) {
     from[a] = std::max(lo[a], from[a] - padding);
     to[a] = std::min(hi[a], to[a] + padding);
+  }
+  // What moves across a side pushes on both of its sides: the cells outside are too coarse for it.
+  if (containerSides == 0)
+    mFlow.mBoundary.WidenToMovers(std::max(padding, kLeastGap), lo, hi, from, to);
+  for (int a = 0; a < 3; ++a) {
     if (containerSides == 0) {
       if (from[a] < lo[a] + kLeastGap) from[a] = lo[a];
       if (to[a] > hi[a] - kLeastGap) to[a] = hi[a];
@@ -412,13 +428,7 @@ std::vector<std::string> FluidSolver::TakeWarnings() {
 
 bool FluidSolver::ApplyGridForces() {
   mForces.Run(mFlow);
-  if (!mPressure.mFarField) return true;
-  OuterLevel::ChangeAt anywhere;
-  if (mForces.ActsAnywhere())
-    anywhere = [this](const Vec3d& place, u32 worker) {
-      return mForces.ChangeAt(place, mFlow.GetLayout()->simToWorld, worker);
-    };
-  mOuter.AddForce(mForces.CellChanges(), anywhere);
+  if (mPressure.mFarField) mOuter.AddForce(mForces);
   return true;
 }
 

@@ -4,6 +4,7 @@
 #include <numbers>
 
 #include "fluids/gas_rig.h"
+#include "fluids/volume/mesh_solid.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
@@ -16,12 +17,14 @@ constexpr double kCellSize = 0.1;
 struct SidesRig : GasRig {
   explicit SidesRig(i32 threads = 1)
       : GasRig({2 * kMiddle, 2 * kMiddle, 2 * kMiddle}, kCellSize, threads) {}
+  std::vector<VolumeBase*> obstacles;  ///< that stand in the gas
   /// A step with a source of 1 m^3/s round the middle, `above` cells over the floor, in a container
   /// of the content from -`reach` to `reach` cells round it.
   void Expand(double reach, double above = kMiddle) {
     SetUp();
     const Vec3d middle{kMiddle, above, kMiddle}, r{reach, reach, reach};
     Fit(middle - r, middle + r);
+    gas->mFlow.mBoundary.mObstacles = obstacles;
     RunGas(kEmitters);
     EGrid<double>& source = *gas->mFlow.mDivergence.GetGrid(0);
     double volume = 0;
@@ -178,6 +181,26 @@ TEST(ContainerSides, WhereTheyTouchTheBoxItsWallsHold) {
   // A gap that is too narrow for a flow of its own is part of the container.
   rig.Expand(2, 9);
   EXPECT_EQ(rig.gas->mFlow.GetLayout()->originCell.y, -1);
+}
+
+// A wall across the gas outside, at some places between the lines of the lattice: thick, thin and
+// without any thickness.
+TEST(ContainerSides, WallsOutsideOfThemTurnTheFlowBack) {
+  for (const double thickness : {0.0, 0.4, 2.5, 6.0})
+    for (const double away : {15.0, 16.6, 18.3}) {
+      const Vec3d centre{kMiddle + away + thickness / 2, kMiddle, kMiddle};
+      MeshSolid wall(TurnedBox(centre, {thickness, 130, 130}, 0, 0, kCellSize).mesh, kCellSize);
+      SidesRig rig;
+      rig.obstacles = {&wall};
+      rig.Expand(7);
+      ASSERT_EQ(rig.gas->mFlow.GetLayout()->dims.x, 24);
+      // It mirrors the source.
+      const auto exact = [&](double x) {
+        return SidesRig::Exact(x, 0, 0) - SidesRig::Exact(2 * away - x, 0, 0);
+      };
+      EXPECT_NEAR(rig.U(11, 0, 0) / exact(11), 1, 0.15) << thickness << " " << away;
+      EXPECT_NEAR(rig.U(-11, 0, 0) / exact(-11), 1, 0.06) << thickness << " " << away;
+    }
 }
 
 TEST(ContainerSides, CellsThatAreGainedGoOnWithTheFlow) {
