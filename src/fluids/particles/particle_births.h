@@ -1,0 +1,38 @@
+// Particles that the workers of a pass make.
+#pragma once
+#include <vector>
+
+#include "fluids/particles/particle_columns.h"
+#include "grids/work_data.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Births of a pass, apart for each share of the work: no worker waits, and what comes of them
+/// depends on the shares alone. `ParticleSet::Take` appends them in the order of the shares.
+///
+///     births.Of(data.index).Append(mTemplate);      // in Evaluate, on any worker
+///     mGroup->Take(mKind, births);                  // in Finish
+class ParticleBirths {
+ public:
+  ParticleBirths() : mShares(kShares) {}
+  ParticleColumns& Of(i32 share) { return mShares[share]; }
+  const ParticleColumns& Of(i32 share) const { return mShares[share]; }
+  i64 Count() const {
+    i64 count = 0;
+    for (const ParticleColumns& share : mShares) count += share.Count();
+    return count;
+  }
+  i64 Bytes() const {
+    i64 bytes = 0;
+    for (const ParticleColumns& share : mShares) bytes += share.Bytes();
+    return bytes;
+  }
+  void Clear() {
+    for (ParticleColumns& share : mShares) share = ParticleColumns();
+  }
+
+ private:
+  std::vector<ParticleColumns> mShares;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

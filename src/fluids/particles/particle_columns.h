@@ -1,0 +1,108 @@
+// Particles as arrays: one per field, and one per property.
+#pragma once
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "fluids/particles/particle_template.h"
+#include "fluids/particles/property_column.h"
+#include "grids/fixed_blocks.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class Particle;
+
+/// A bond to another particle, which it names by its id: one that leaves lets none dangle.
+struct ParticleLink {
+  f32 weight = 0;
+  i32 other = -1;
+};
+
+/// Any number of particles in rows. Loops stream the arrays that they need; who handles a particle
+/// on its own takes a `Particle`. Rows and columns are added and removed on the pipeline thread,
+/// or by the one worker that owns the columns.
+class ParticleColumns {
+ public:
+  i32 Count() const { return static_cast<i32>(mPositions.size()); }
+  bool IsEmpty() const { return mPositions.empty(); }
+
+  std::span<Vec3d> Positions() { return mPositions; }  ///< simulation units
+  std::span<const Vec3d> Positions() const { return mPositions; }
+  std::span<Vec3d> Velocities() { return mVelocities; }  ///< simulation units a second
+  std::span<const Vec3d> Velocities() const { return mVelocities; }
+  std::span<u16> Flags() { return mFlags; }  ///< bits of `ParticleFlag`
+  std::span<const u16> Flags() const { return mFlags; }
+  std::span<i32> Ids() { return mIds; }  ///< -1 until a store takes it
+  std::span<const i32> Ids() const { return mIds; }
+
+  /// A handle on a row.
+  Particle At(i32 row);
+
+  /// The column of a property (T: double, Vec3d or bool); null where no particle has ever had it.
+  /// Fields have none. Pointers last until a column is added or the columns are reset.
+  template <class T>
+  PropertyColumn<T>* Find(const PropertyKey& key) {
+    for (const auto& column : List<T>())
+      if (column->Key().Answers(key)) return column.get();
+    return nullptr;
+  }
+  template <class T>
+  const PropertyColumn<T>* Find(const PropertyKey& key) const {
+    return const_cast<ParticleColumns*>(this)->Find<T>(key);
+  }
+  /// The column of a property, made without values where there is none; a `name` for a user's.
+  template <class T>
+  PropertyColumn<T>& Require(const PropertyKey& key, std::string_view name = {});
+  /// All columns of a type, by id and, of one id, as they came.
+  template <class T>
+  std::vector<std::unique_ptr<PropertyColumn<T>>>& List();
+  template <class T>
+  const std::vector<std::unique_ptr<PropertyColumn<T>>>& List() const {
+    return const_cast<ParticleColumns*>(this)->List<T>();
+  }
+  /// Takes a property from all particles.
+  void Drop(const PropertyKey& key);
+
+  /// Makes a particle and returns its row. What a kind is born with takes the place of what the
+  /// template says: a ballistic one gets mass 1, a diffuse one age and life span 100, one of
+  /// vorticity that of 0.
+  i32 Append(const ParticleTemplate& particle);
+  /// Adds the particles of others behind the own ones.
+  void Append(const ParticleColumns& others);
+  /// Copies a particle over another one.
+  void CopyRow(i32 from, i32 to);
+  /// Drops the particles from row `count` on.
+  void Truncate(i32 count);
+  void Clear();
+
+  /// The rows of one of `parts` parts: it starts at a multiple of 64, so that all of its columns
+  /// may be written while others write theirs.
+  IndexRange PartOf(i32 part, i32 parts) const;
+
+  const std::vector<ParticleLink>& LinksOf(i32 row) const;
+  std::vector<ParticleLink>& EditLinks(i32 row);
+  bool HasLinks() const { return !mLinks.empty(); }
+
+  /// Room for `count` particles in all.
+  void Reserve(i64 count);
+  /// Bytes that the arrays hold, and that a particle takes in them.
+  i64 Bytes() const;
+  i64 BytesEach() const;
+  void Persist(StateArchive& archive);
+
+ private:
+  template <class F>
+  void ForEachColumn(F&& f);
+  void Resize(i32 count);
+  void GiveWhatKindsAreBornWith(i32 row, u16 flags);
+
+  std::vector<i32> mIds;
+  std::vector<u16> mFlags;
+  std::vector<Vec3d> mPositions, mVelocities;
+  std::vector<std::unique_ptr<PropertyColumn<double>>> mScalars;
+  std::vector<std::unique_ptr<PropertyColumn<Vec3d>>> mVectors;
+  std::vector<std::unique_ptr<PropertyColumn<bool>>> mSwitches;
+  std::vector<std::vector<ParticleLink>> mLinks;  ///< empty until there is a first one
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,77 @@
+// Particles by the cells of a grid.
+#pragma once
+#include <span>
+#include <vector>
+
+#include "fluids/particles/particle_group.h"
+#include "grids/grid_layout.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// The particles of one kind of some groups, sorted by the cells of a layout (counting sort): the
+/// particles of a cell stand together, in the order of groups and rows, and so do those of cells
+/// that follow each other in x. Particles outside of the layout aren't in it and lose `PF_SORTED`.
+class ParticleSort {
+ public:
+  /// A particle with its place.
+  struct Entry {
+    Vec3d position;  ///< as it was when sorted
+    i32 row;         ///< in its store
+    i32 group;       ///< among those of `Build`
+  };
+
+  /// Forgets everything and takes the cells of `layout`.
+  void Reset(const GridLayout& layout);
+  /// Sorts the particles of a kind. With `storeVelocity` each particle also keeps its velocity as
+  /// property 26. Positions beyond the last cell by rounding count into it.
+  void Build(std::span<ParticleGroup* const> groups, i32 kind, i32 threads,
+             bool storeVelocity = false);
+  /// Empties it; with `resetFlags` its particles lose property 26 and get `PF_SORTED` first.
+  void Clear(bool resetFlags = false);
+
+  const GridLayout& Layout() const { return mLayout; }
+  i32 Count() const { return static_cast<i32>(mEntries.size()); }
+  std::span<ParticleGroup* const> Groups() const { return mGroups; }
+  i32 Kind() const { return mKind; }
+
+  /// The particles of a cell.
+  std::span<const Entry> Cell(const VecInt3D& cell) const { return Row(cell, cell.x + 1); }
+  /// Calls f(entry) for the particles of the cells from `low` to below `high`, cut to the grid.
+  template <class F>
+  void ForEachInBox(VecInt3D low, VecInt3D high, F&& f) const {
+    for (int a = 0; a < 3; ++a) {
+      low[a] = std::max(low[a], 0);
+      high[a] = std::min(high[a], mLayout.dims[a]);
+    }
+    if (mStarts.empty() || low.x >= high.x) return;
+    for (i32 z = low.z; z < high.z; ++z)
+      for (i32 y = low.y; y < high.y; ++y)
+        for (const Entry& entry : Row({low.x, y, z}, high.x)) f(entry);
+  }
+  /// Calls f(entry, distanceSquared) for all particles closer than `radius` to `p`.
+  template <class F>
+  void ForEachWithin(const Vec3d& p, double radius, F&& f) const;
+  /// Lists of the cells round one that hold particles, `radius` cells to each side, in the order z,
+  /// y, x; `exclusive` leaves the upper side out.
+  std::vector<std::vector<Entry>> Gather(const VecInt3D& centre, i32 radius, bool exclusive) const;
+  /// factor / h^3, less the densities of the particles in a cell; one without counts as 1.
+  double Density(const VecInt3D& cell, double h, double factor) const;
+  i64 Bytes() const;
+
+ private:
+  /// The particles of the cells from `cell` to below x = `end` in its row.
+  std::span<const Entry> Row(const VecInt3D& cell, i32 end) const {
+    const i64 row = (i64{mLayout.dims.y} * cell.z + cell.y) * mLayout.dims.x;
+    const i32 first = mStarts[row + cell.x];
+    return {mEntries.data() + first, static_cast<std::size_t>(mStarts[row + end] - first)};
+  }
+
+  GridLayout mLayout;
+  i32 mKind = kLiquid;
+  std::vector<ParticleGroup*> mGroups;
+  std::vector<i32> mStarts;  ///< of each cell in `mEntries`, and the end; empty before `Build`
+  std::vector<Entry> mEntries;
+  std::vector<i32> mCells;  ///< scratch: the cell of each particle, -1 outside
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,58 @@
+// All particles of one kind in a group.
+#pragma once
+#include "fluids/particles/particle_births.h"
+#include "framework/bounds.h"
+#include "grids/grid_layout.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// The box that particles fill.
+struct ParticleBounds {
+  VecInt3D minCell{0x7fffffff, 0x7fffffff, 0x7fffffff};  ///< with the radii, global cells
+  VecInt3D maxCell{-0x7fffffff, -0x7fffffff, -0x7fffffff};
+  Bounds box;            ///< with the radii, simulation units
+  double maxRadius = 0;  ///< simulation units
+  double maxRadiusCells = 0;
+};
+
+/// The particles of one kind, with ids. The dead stay in their rows until `RemoveDead`.
+class ParticleStore : public ParticleColumns {
+ public:
+  /// Drops all particles, and takes the cells of `layout`; ids start from 0 again.
+  void Reset(const GridLayout& layout);
+  /// Makes a particle; returns its row.
+  i32 Create(const ParticleTemplate& particle);
+  /// Appends births in the order of their shares and empties them.
+  void Take(ParticleBirths& births);
+  /// Removes the particles without `PF_ALIVE`; returns their number. The last one of the rows takes
+  /// the place of one that goes, or with `keepOrder` the rest keep their order. The weights of the
+  /// links of those that go are handed on to the first link of each other end.
+  i32 RemoveDead(bool keepOrder);
+  /// Bounds of all rows: the radius of each particle, or the default one, widens its box.
+  void UpdateBounds(i32 threads);
+  const ParticleBounds& GetBounds() const { return mBounds; }
+  /// The row of the particle with an id, or -1. It looks through an index, which the first call
+  /// after a removal or birth makes.
+  i32 RowOf(i32 id) const;
+
+  const GridLayout& Layout() const { return mLayout; }
+  /// The radius of particles without one: half a cell. Simulation units.
+  double DefaultRadius() const { return mLayout.halfCell; }
+
+  i64 mBorn = 0;  ///< since the last look of the statistics
+  i64 mDied = 0;
+  void Persist(StateArchive& archive);
+
+ private:
+  void GiveIds(i32 first);
+  void HandOnLinks(i32 row);
+  i32 SwapOutDead();
+  i32 CloseGaps();
+
+  GridLayout mLayout;
+  ParticleBounds mBounds;
+  u32 mNextId = 0;
+  mutable std::vector<std::pair<i32, i32>> mRowsById;  ///< sorted; empty when it isn't up to date
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,83 @@
+// Nearest neighbours of any point among many, by a k-d tree.
+#pragma once
+#include <span>
+#include <vector>
+
+#include "host/vector.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A point that was found: its index among those of `PointTree::Build`.
+struct TreeHit {
+  i32 index = -1;
+  double distanceSquared = 0;
+};
+
+/// The results of a query of the nearest, and the room to find them in: each worker has its own,
+/// and a query allocates nothing.
+class NeighbourBuffer {
+ public:
+  /// At most `capacity` neighbours are found.
+  explicit NeighbourBuffer(i32 capacity = kDefault) { SetCapacity(capacity); }
+  static constexpr i32 kDefault = 72;
+  void SetCapacity(i32 capacity) {
+    mHits.resize(std::max(capacity, 1));
+    mCount = 0;
+  }
+  i32 Capacity() const { return static_cast<i32>(mHits.size()); }
+  /// What the last query found, by ascending distance.
+  std::span<const TreeHit> Hits() const { return {mHits.data(), static_cast<std::size_t>(mCount)}; }
+
+ private:
+  friend class PointTree;
+  std::vector<TreeHit> mHits;
+  i32 mCount = 0;
+};
+
+/// A k-d tree with sliding midpoints (Maneewongvatana, Mount 1999) over a copy of the points, 32
+/// bytes a point, in the order of its leaves. Any number of workers may query at once. All tests
+/// are strict: a point at the radius isn't found.
+class PointTree {
+ public:
+  /// Sorts the points; those that aren't finite are left out, and with `flags` those without any of
+  /// the bits of `wanted`. The tree depends on the points alone, not on `threads`.
+  void Build(std::span<const Vec3d> points, i32 threads, std::span<const u16> flags = {},
+             u16 wanted = 0);
+  void Clear();
+  bool IsEmpty() const { return mPoints.empty(); }
+  i32 Count() const { return static_cast<i32>(mPoints.size()); }
+  i64 Bytes() const;
+
+  /// The nearest points closer than `radius`, as many as the buffer takes; returns their number.
+  i32 FindNearest(const Vec3d& p, double radius, NeighbourBuffer& out) const;
+  /// Calls f(index, distanceSquared) for every point closer than `radius`, in the order of the
+  /// leaves.
+  template <class F>
+  void ForEachWithin(const Vec3d& p, double radius, F&& f) const;
+  /// The number of points closer than `radius`; the count ends at `limit`.
+  i32 CountWithin(const Vec3d& p, double radius, i32 limit = 0x7fffffff) const;
+
+ private:
+  static constexpr i32 kBucket = 10;  ///< most points of a leaf
+  static constexpr i32 kLeaf = 3;     ///< in place of an axis
+  struct Record {
+    Vec3d position;
+    i32 index;
+  };
+  /// An inner node: its low child follows it, the high one stands at `high`. A leaf: `first` to
+  /// below `high`.
+  struct Node {
+    double cut = 0;
+    i32 axis = kLeaf;
+    i32 first = 0;
+    i32 high = 0;
+  };
+  struct Walk;  ///< one branch that waits: a node, its squared distance and offsets
+  class Builder;
+
+  std::vector<Record> mPoints;
+  std::vector<Node> mNodes;
+  Vec3d mMin{}, mMax{};
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
