@@ -8,6 +8,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 enum Category : u32 {
   kCategoryScalar = 0x2,
   kCategoryVector = 0x4,
+  kCategoryBoolean = 0x8,
   kCategoryGrid = 0x40,
   kCategoryParticle = 0x80,
   kCategoryConstraint = 0x100,
@@ -54,6 +55,7 @@ enum TypeId : i32 {
   kTypeGridEmissionSettings = 10,
   kTypeGravity = 35,
   kTypeBuoyancy = 33,
+  kTypeGridTurbulence = 36,
   kTypeSwirling = 37,
   kTypeFluidSolver = 42,
   kTypeScalarChannel = 49,
@@ -64,17 +66,20 @@ enum TypeId : i32 {
   kTypeFireChannel = 54,
   kTypeLevelsetChannel = 55,
   kTypeDuration = 56,
+  kTypeKernel = 57,
   kTypeAlignment = 58,
   kTypeGridCacher = 59,
   kTypeMeshOperator = 67,
   kTypeVertexNormals = 68,
   kTypeParticleGroup = 72,
+  kTypeProperty = 73,
   kTypeMultiVolume = 76,
   kTypeVolumeMesh = 84,
   kTypeMesh = 95,
   kTypeMultiMesh = 96,
   kTypeChannelPair = 98,
   kTypeChannelValue = 99,
+  kTypeParticleSheet = 103,
   kTypeAny = 2000,  ///< look-ups: any type
 };
 

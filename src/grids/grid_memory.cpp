@@ -18,6 +18,7 @@ std::atomic<u64> gLimit{0};
 std::atomic<u64> gUsed{0};
 std::mutex gRefusalMutex;
 GridRefusal gRefusal;
+ParticleRefusal gParticleRefusal;
 std::string gRefusedOwner;
 thread_local std::string tOwner;
 
@@ -49,6 +50,7 @@ void SetGridMemoryLimit(u64 bytes) {
   const std::lock_guard lock(gRefusalMutex);
   gLimit = bytes;
   gRefusal = {};
+  gParticleRefusal = {};
 }
 
 u64 GridMemory() { return gUsed; }
@@ -56,6 +58,28 @@ u64 GridMemory() { return gUsed; }
 GridRefusal RefusedGrid() {
   const std::lock_guard lock(gRefusalMutex);
   return gRefusal;
+}
+
+bool HasMemoryFor(double bytes) {
+  const u64 limit = gLimit;
+  return limit == 0 || static_cast<double>(gUsed) + bytes <= static_cast<double>(limit);
+}
+
+void RefuseParticles(double count, double bytes) {
+  const std::lock_guard lock(gRefusalMutex);
+  if (gParticleRefusal.count > 0) return;
+  gParticleRefusal = {count, bytes};
+  gRefusedOwner = tOwner;
+}
+
+ParticleRefusal RefusedParticles() {
+  const std::lock_guard lock(gRefusalMutex);
+  return gParticleRefusal;
+}
+
+void CountedMemory::Set(u64 bytes) {
+  gUsed += bytes - mBytes;
+  mBytes = bytes;
 }
 
 void* AllocateGridMemory(const VecInt3D& dims, std::size_t sampleSize) {

@@ -20,6 +20,30 @@ struct GridRefusal {
 /// The first refusal since `SetGridMemoryLimit`.
 GridRefusal RefusedGrid();
 
+/// Whether that many bytes more stay below the limit.
+bool HasMemoryFor(double bytes);
+/// Particles that found no room, with what there is: how many they would have been, and what those
+/// that are new would have held. 0 without a refusal; `SetGridMemoryLimit` forgets it.
+struct ParticleRefusal {
+  double count = 0;
+  double bytes = 0;
+};
+void RefuseParticles(double count, double bytes);
+ParticleRefusal RefusedParticles();
+
+/// Other memory that counts with that of the grids, as long as it lives.
+class CountedMemory {
+ public:
+  CountedMemory() = default;
+  CountedMemory(const CountedMemory&) = delete;
+  CountedMemory& operator=(const CountedMemory&) = delete;
+  ~CountedMemory() { Set(0); }
+  void Set(u64 bytes);
+
+ private:
+  u64 mBytes = 0;
+};
+
 /// Aligned memory for a grid; null where it is refused or the system has none. Any thread.
 void* AllocateGridMemory(const VecInt3D& dims, std::size_t sampleSize);
 void FreeGridMemory(void* data, std::size_t bytes);

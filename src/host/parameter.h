@@ -88,6 +88,7 @@ struct ParameterRow {
   double min = -std::numeric_limits<double>::infinity();
   double max = std::numeric_limits<double>::infinity();
   std::vector<Choice> choices;
+  bool orNumbers = false;  ///< whole numbers in range that no choice names are values too
   std::vector<i32> accepts;           ///< node types that a link may point to; empty means any
   std::vector<KindGroup> acceptsAny;  ///< and all kinds of these
   bool allWhenAbsent = false;         ///< a node without the list means all that it could name
@@ -117,6 +118,7 @@ struct ParameterRow {
   ParameterRow& Range(double low, double high) { return min = low, max = high, *this; }
   ParameterRow& AtLeast(double low) { return min = low, *this; }
   ParameterRow& Choices(std::vector<Choice> c) { return choices = std::move(c), *this; }
+  ParameterRow& OrNumbers() { return orNumbers = true, *this; }
   ParameterRow& OnlyWith(i32 other, std::vector<i32> values) {
     return condition = {other, std::move(values)}, *this;
   }

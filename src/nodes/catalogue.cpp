@@ -32,6 +32,9 @@
 #include "fluids/operators/grid_variable_density.h"
 #include "fluids/operators/mesh_curvature_operator.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
+#include "fluids/particles/kernel.h"
+#include "fluids/particles/particle_group.h"
+#include "fluids/particles/particle_property.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
@@ -66,9 +69,13 @@ std::deque<NodeKind>& Kinds() {
       FuelField::Kind(),
       FireField::Kind(),
       VectorField::Kind(),
+      ParticleGroup::Kind(),
+      Property<double>::Kind(),
+      Property<Vec3d>::Kind(),
       GridCooling::Kind(),
       GridCombustion::Kind(),
       ChannelOperator_Remap::Kind(),
+      Kernel::Kind(),
       GridCacher::Kind(),
       TemperatureField::Kind(),
       GridDissipate::Kind(),
@@ -80,6 +87,7 @@ std::deque<NodeKind>& Kinds() {
       MeshSmoothingOperator::Kind(),
       Mesh::Kind(),
       MultiMesh::Kind(),
+      Property<bool>::Kind(),
       GroupKind(),
   };
   return kinds;

@@ -67,7 +67,8 @@ Json ChoiceSchema(const ParameterRow& row) {
     words.push_back(choice.name);
     numbers.push_back(choice.value);
   }
-  return {{"anyOf", Json::array({{{"enum", std::move(words)}}, OneOf(numbers)})}};
+  const Json number = row.orNumbers ? Json{{"type", "integer"}} : OneOf(numbers);
+  return {{"anyOf", Json::array({{{"enum", std::move(words)}}, number})}};
 }
 
 /// `text` as a part of a regular expression.

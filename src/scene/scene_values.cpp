@@ -265,6 +265,11 @@ std::optional<Value> ValueReader::ReadChoice(const ParameterRow& row, const Json
   if (const double* number = value.Number()) {
     for (const Choice& choice : row.choices)
       if (choice.value == *number) return choice.value;
+    if (row.orNumbers) {
+      if (!InRange(*number, row, value, subject, what)) return {};
+      const auto whole = mContext.ReadWhole(value, subject, what);
+      return whole ? std::optional<Value>(*whole) : std::nullopt;
+    }
     mContext.Error(value, subject,
                    fmt::format("{}: {} is no choice; expected {}", what, *number, AnyOf(words)));
     return {};

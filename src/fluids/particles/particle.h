@@ -3,10 +3,6 @@
 #include "fluids/particles/particle_columns.h"
 #include "host/matrix.h"
 
-namespace MELDO_GLOBAL {
-class HyperFile;
-}
-
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// A light handle on a row of columns; it lasts until a row is removed. One worker at a time
@@ -46,12 +42,6 @@ class Particle {
   /// The matrix of its ellipsoid; axes that it doesn't have are the unit ones.
   Matrix GetFrame() const;
   void SetFrame(const Matrix& frame) const;
-
-  /// Its record in a file: id, position, velocity, flags, and of each property in `selection`, or
-  /// with `all` of each one, the value. Links go by id.
-  void Write(HyperFile& file, std::span<const PropertyKey> selection, bool all) const;
-  /// Takes a record back; false at the first item that fails, what was read before stays.
-  bool Read(HyperFile& file) const;
 
  private:
   ParticleColumns* mColumns;

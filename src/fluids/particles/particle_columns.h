@@ -18,6 +18,11 @@ struct ParticleLink {
   i32 other = -1;
 };
 
+/// A row that takes the place of another one.
+struct RowMove {
+  i32 from = 0, to = 0;
+};
+
 /// Any number of particles in rows. Loops stream the arrays that they need; who handles a particle
 /// on its own takes a `Particle`. Rows and columns are added and removed on the pipeline thread,
 /// or by the one worker that owns the columns.
@@ -69,8 +74,8 @@ class ParticleColumns {
   i32 Append(const ParticleTemplate& particle);
   /// Adds the particles of others behind the own ones.
   void Append(const ParticleColumns& others);
-  /// Copies a particle over another one.
-  void CopyRow(i32 from, i32 to);
+  /// Copies particles over others, one after the other.
+  void MoveRows(std::span<const RowMove> moves);
   /// Drops the particles from row `count` on.
   void Truncate(i32 count);
   void Clear();
@@ -83,16 +88,22 @@ class ParticleColumns {
   std::vector<ParticleLink>& EditLinks(i32 row);
   bool HasLinks() const { return !mLinks.empty(); }
 
-  /// Room for `count` particles in all.
+  /// Room for `count` particles in all; and for how many there is some.
   void Reserve(i64 count);
-  /// Bytes that the arrays hold, and that a particle takes in them.
+  i64 RoomFor() const { return static_cast<i64>(mPositions.capacity()); }
+  /// Bytes that the arrays hold.
   i64 Bytes() const;
-  i64 BytesEach() const;
   void Persist(StateArchive& archive);
 
  private:
   template <class F>
   void ForEachColumn(F&& f);
+  template <class T>
+  void AppendList(const ParticleColumns& others, i32 first);
+  template <class T>
+  void AppendEntries(const std::vector<ParticleTemplate::Entry<T>>& entries, i32 row);
+  template <class T>
+  void PersistList(StateArchive& archive);
   void Resize(i32 count);
   void GiveWhatKindsAreBornWith(i32 row, u16 flags);
 

@@ -35,7 +35,9 @@ class ParticleSort {
   i32 Kind() const { return mKind; }
 
   /// The particles of a cell.
-  std::span<const Entry> Cell(const VecInt3D& cell) const { return Row(cell, cell.x + 1); }
+  std::span<const Entry> Cell(const VecInt3D& cell) const {
+    return mStarts.empty() ? std::span<const Entry>() : Row(cell, cell.x + 1);
+  }
   /// Calls f(entry) for the particles of the cells from `low` to below `high`, cut to the grid.
   template <class F>
   void ForEachInBox(VecInt3D low, VecInt3D high, F&& f) const {
@@ -50,7 +52,16 @@ class ParticleSort {
   }
   /// Calls f(entry, distanceSquared) for all particles closer than `radius` to `p`.
   template <class F>
-  void ForEachWithin(const Vec3d& p, double radius, F&& f) const;
+  void ForEachWithin(const Vec3d& p, double radius, F&& f) const {
+    const double limit = radius * radius;
+    const Vec3d wide{radius, radius, radius};
+    ForEachInBox(CellNear(p - wide), CellNear(p + wide) + VecInt3D{1, 1, 1},
+                 [&](const Entry& entry) {
+                   const Vec3d d = entry.position - p;
+                   const double squared = Dot(d, d);
+                   if (squared < limit) f(entry, squared);
+                 });
+  }
   /// Lists of the cells round one that hold particles, `radius` cells to each side, in the order z,
   /// y, x; `exclusive` leaves the upper side out.
   std::vector<std::vector<Entry>> Gather(const VecInt3D& centre, i32 radius, bool exclusive) const;
@@ -59,6 +70,24 @@ class ParticleSort {
   i64 Bytes() const;
 
  private:
+  static constexpr i32 kParts = 64;
+  static constexpr i32 kMostScans = 8;  ///< workers that each look at all particles
+
+  /// The index of the cell of a point; -1 outside.
+  i32 CellIndex(const Vec3d& p) const;
+  /// The cell of a point, which the points of its cell by `CellIndex` may exceed by one.
+  VecInt3D CellNear(const Vec3d& p) const {
+    const Vec3d v = mLayout.ToCells(p);
+    VecInt3D cell;
+    for (int a = 0; a < 3; ++a)
+      cell[a] =
+          static_cast<i32>(std::clamp(std::floor(v[a] + 1e-6), -1.0, double(mLayout.dims[a])));
+    return cell;
+  }
+  /// The first two passes over the particles, and the last.
+  void FindCells(ParticleStore& store, i32* cells, i32 threads, bool storeVelocity);
+  void CountCells(i32 threads);
+  void PlaceEntries(i32 threads);
   /// The particles of the cells from `cell` to below x = `end` in its row.
   std::span<const Entry> Row(const VecInt3D& cell, i32 end) const {
     const i64 row = (i64{mLayout.dims.y} * cell.z + cell.y) * mLayout.dims.x;

@@ -3,6 +3,7 @@
 #include "fluids/particles/particle_births.h"
 #include "framework/bounds.h"
 #include "grids/grid_layout.h"
+#include "grids/grid_memory.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -10,9 +11,13 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 struct ParticleBounds {
   VecInt3D minCell{0x7fffffff, 0x7fffffff, 0x7fffffff};  ///< with the radii, global cells
   VecInt3D maxCell{-0x7fffffff, -0x7fffffff, -0x7fffffff};
-  Bounds box;            ///< with the radii, simulation units
+  Bounds box;            ///< with the radii and the default one, simulation units
   double maxRadius = 0;  ///< simulation units
   double maxRadiusCells = 0;
+
+  /// Takes in a particle; `margin` widens the box beyond its radius.
+  void Add(const Vec3d& position, double radius, double margin, const GridLayout& cells);
+  void Add(const ParticleBounds& other);
 };
 
 /// The particles of one kind, with ids. The dead stay in their rows until `RemoveDead`.
@@ -31,8 +36,11 @@ class ParticleStore : public ParticleColumns {
   /// Bounds of all rows: the radius of each particle, or the default one, widens its box.
   void UpdateBounds(i32 threads);
   const ParticleBounds& GetBounds() const { return mBounds; }
-  /// The row of the particle with an id, or -1. It looks through an index, which the first call
-  /// after a removal or birth makes.
+  /// The same of those in a box alone.
+  ParticleBounds BoundsWithin(const Vec3d& low, const Vec3d& high, i32 threads) const;
+  /// Makes ready for `RowOf`: on the pipeline thread, after the last birth or removal.
+  void IndexIds();
+  /// The row of the particle with an id, or -1. Any worker.
   i32 RowOf(i32 id) const;
 
   const GridLayout& Layout() const { return mLayout; }
@@ -44,15 +52,18 @@ class ParticleStore : public ParticleColumns {
   void Persist(StateArchive& archive);
 
  private:
-  void GiveIds(i32 first);
+  /// Rows from `first` on are new.
+  void Grew(i32 first);
+  /// Rows have changed their number or places.
+  void NoteRows();
   void HandOnLinks(i32 row);
-  i32 SwapOutDead();
-  i32 CloseGaps();
+  void PersistLayout(StateArchive& archive);
 
   GridLayout mLayout;
   ParticleBounds mBounds;
   u32 mNextId = 0;
-  mutable std::vector<std::pair<i32, i32>> mRowsById;  ///< sorted; empty when it isn't up to date
+  std::vector<std::pair<i32, i32>> mRowsById;  ///< sorted; empty when rows changed
+  CountedMemory mMemory;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -36,6 +36,8 @@ struct ParticleTemplate {
   double* FindScalar(const PropertyKey& key);
   Vec3d* FindVector(const PropertyKey& key);
   void Remove(const PropertyKey& key);
+  /// Bytes of a particle made of it in columns.
+  double Bytes() const;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,5 +1,6 @@
 // Nearest neighbours of any point among many, by a k-d tree.
 #pragma once
+#include <algorithm>
 #include <span>
 #include <vector>
 
@@ -53,27 +54,83 @@ class PointTree {
   /// Calls f(index, distanceSquared) for every point closer than `radius`, in the order of the
   /// leaves.
   template <class F>
-  void ForEachWithin(const Vec3d& p, double radius, F&& f) const;
+  void ForEachWithin(const Vec3d& p, double radius, F&& f) const {
+    const double limit = radius * radius;
+    Visit(p, limit, [&](i32 index, double distanceSquared) {
+      f(index, distanceSquared);
+      return true;
+    });
+  }
   /// The number of points closer than `radius`; the count ends at `limit`.
   i32 CountWithin(const Vec3d& p, double radius, i32 limit = 0x7fffffff) const;
 
  private:
   static constexpr i32 kBucket = 10;  ///< most points of a leaf
   static constexpr i32 kLeaf = 3;     ///< in place of an axis
+  /// From here on points are halved by their number, which bounds the depth.
+  static constexpr i32 kDeep = 64;
+  static constexpr i32 kDeepest = kDeep + 32;
   struct Record {
     Vec3d position;
     i32 index;
   };
-  /// An inner node: its low child follows it, the high one stands at `high`. A leaf: `first` to
-  /// below `high`.
+  /// An inner node: its low child follows it, the high one stands at `high`. A leaf: the points
+  /// from `first` to below `high`.
   struct Node {
     double cut = 0;
     i32 axis = kLeaf;
     i32 first = 0;
     i32 high = 0;
   };
-  struct Walk;  ///< one branch that waits: a node, its squared distance and offsets
+  /// A branch that waits: the offsets of the query from its box along each axis.
+  struct Branch {
+    double distanceSquared;
+    double offset[3];
+    i32 node;
+  };
   class Builder;
+
+  /// Calls take(index, distanceSquared) for the points closer than the root of `limit`, nearer
+  /// branches first, until it answers false. It may lower `limit` meanwhile.
+  ///
+  /// Arya, Mount, "Algorithms for fast vector quantization" (1993): the distance of a branch
+  /// follows from that of its parent.
+  template <class Take>
+  void Visit(const Vec3d& p, const double& limit, Take&& take) const {
+    if (mNodes.empty()) return;
+    const double query[3] = {p.x, p.y, p.z};
+    Branch waiting[kDeepest];
+    Branch at = FromOutside(p);
+    if (!(at.distanceSquared < limit)) return;
+    for (i32 count = 0;;) {
+      const Node* node = &mNodes[at.node];
+      while (node->axis != kLeaf) {
+        const double d = query[node->axis] - node->cut, o = at.offset[node->axis];
+        const i32 low = at.node + 1;
+        const double far = at.distanceSquared - o * o + d * d;
+        if (far < limit) {
+          Branch& other = waiting[count++];
+          other = at;
+          other.node = d < 0 ? node->high : low;
+          other.distanceSquared = far;
+          other.offset[node->axis] = d;
+        }
+        at.node = d < 0 ? low : node->high;
+        node = &mNodes[at.node];
+      }
+      for (i32 i = node->first; i < node->high; ++i) {
+        const Vec3d d = mPoints[i].position - p;
+        const double squared = Dot(d, d);
+        if (squared < limit && !take(mPoints[i].index, squared)) return;
+      }
+      do {
+        if (count == 0) return;
+        at = waiting[--count];
+      } while (!(at.distanceSquared < limit));
+    }
+  }
+  /// The root, as far as `p` is from the box of all points.
+  Branch FromOutside(const Vec3d& p) const;
 
   std::vector<Record> mPoints;
   std::vector<Node> mNodes;

@@ -53,11 +53,19 @@ class PropertyColumn {
   /// New particles don't have it.
   void Resize(i32 count);
   void Reserve(i64 count) { mValues.reserve(count), mPresent.reserve((count + 63) / 64); }
-  void CopyRow(i32 from, i32 to);
+  void CopyRow(i32 from, i32 to) {
+    mValues[to] = mValues[from];
+    const u64 bit = u64{Has(from)} << (to & 63);
+    mPresent[to >> 6] = (mPresent[to >> 6] & ~Bit(to)) | bit;
+  }
   /// Appends `count` particles, of which those of `other` have its values; null: none has one.
   void Append(const PropertyColumn* other, i32 count);
   i64 Bytes() const {
     return static_cast<i64>(mValues.capacity() * sizeof(Stored) + mPresent.capacity() * 8);
+  }
+  /// Whether it has rows for `count` particles, as one that was read should.
+  bool Fits(i32 count) const {
+    return Count() == count && static_cast<i32>(mPresent.size()) == (count + 63) / 64;
   }
   void Persist(StateArchive& archive) { archive(mKey.id, mKey.owner, mName, mValues, mPresent); }
 
