@@ -1,11 +1,14 @@
 #include "io/exporter.h"
 
 #include <algorithm>
+#include <cmath>
 
+#include "fluids/particles/particle_group.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "host/exit_codes.h"
 #include "host/polygon_object.h"
+#include "io/points_writer.h"
 #include "io/vdb_writer.h"
 #include "scene/command_files.h"
 
@@ -76,11 +79,14 @@ std::unique_ptr<EGrid<double>> SpeedOf(const Field& field) {
 struct PictureContent {
   std::vector<PreviewLayer> layers;
   std::vector<PreviewSolid> solids;
+  std::vector<PreviewDots> dots;
   std::vector<std::unique_ptr<EGrid<double>>> made;
   std::optional<Box> content;  ///< union of the grids
+  Bounds particleBox;
   const Scene* scene = nullptr;
 
   void Add(const Field& field, bool isFirst);
+  void Add(const ParticleGroup& group, u32 kinds);
   /// Widens the box of the content.
   void Cover(const GridLayout& layout);
   void AddSolids(const Exporter::Scenes& scenes);
@@ -116,6 +122,31 @@ void PictureContent::Add(const Field& field, bool isFirst) {
     for (int i = 0; i < 3; ++i) layer.grids[i] = field.grids[i];
   }
   layers.push_back(layer);
+}
+
+/// A box whose sides lie on steps of at least an eighth of it, so that pictures of particles alone
+/// seldom show another box than the last one did.
+Box SteadyBox(const Box& box) {
+  const Vec3d size = box.max - box.min;
+  const double step = std::exp2(std::ceil(std::log2(std::max({size.x, size.y, size.z}))) - 3);
+  Box steady;
+  for (int a = 0; a < 3; ++a) {
+    steady.min[a] = step * std::floor(box.min[a] / step);
+    steady.max[a] = step * std::ceil(box.max[a] / step);
+  }
+  return steady;
+}
+
+void PictureContent::Add(const ParticleGroup& group, u32 kinds) {
+  constexpr Vec3d kColours[kParticleKinds] = {
+      {0.54, 0.58, 0.47}, {0.95, 0.08, 0.07}, {0.12, 0.18, 0.5}, {0.95, 0.95, 0.95}};
+  for (i32 kind = 0; kind < kParticleKinds; ++kind) {
+    const ParticleStore& store = group.Store(kind);
+    if (store.IsEmpty() || (kinds != 0 && !(kinds >> kind & 1))) continue;
+    dots.push_back({&store, kColours[kind]});
+    const Bounds& own = store.GetBounds().box;
+    if (own.IsValid()) particleBox.Add(own);
+  }
 }
 
 void PictureContent::BlackenByFire() {
@@ -154,8 +185,9 @@ Exporter::Exporter(std::vector<ExportSpec> exports, fs::path folder, u64 simulat
 std::vector<WrittenFile> Exporter::Write(i32 frame, const Scenes& scenes) const {
   std::vector<WrittenFile> written;
   for (const ExportSpec& spec : mExports) {
-    const std::string bytes = spec.format == "vdb" ? EncodeVolumes(spec, frame, scenes)
-                                                   : EncodePicture(spec, frame, scenes);
+    const std::string bytes = spec.format == "vdb"      ? EncodeVolumes(spec, frame, scenes)
+                              : spec.format == "points" ? EncodePoints(spec, scenes)
+                                                        : EncodePicture(spec, frame, scenes);
     const fs::path path = mFolder / host::FrameFileName(spec.file, frame);
     WriteFileAtomically(path, bytes);
     written.push_back({path, bytes.size(), ChecksumOf(bytes)});
@@ -169,6 +201,15 @@ std::string Exporter::EncodeVolumes(const ExportSpec& spec, i32 frame, const Sce
     if (const std::optional<Field> field = FieldAt(scenes, node)) fields.push_back({name, *field});
   }
   return EncodeVdb(fields, OriginOf(frame, scenes));
+}
+
+std::string Exporter::EncodePoints(const ExportSpec& spec, const Scenes& scenes) const {
+  static const ParticleSet none;
+  const Found found = Find(scenes, spec.particles.front());
+  const auto* group = dynamic_cast<const ParticleGroup*>(found.object);
+  const ParticleSet& particles = group && group->Has(FLAG_ENABLED) ? *group : none;
+  return fs::path(spec.file).extension() == ".csv" ? EncodePointsCsv(particles, spec.kinds)
+                                                   : EncodePointsPly(particles, spec.kinds);
 }
 
 ExportOrigin Exporter::OriginOf(i32 frame, const Scenes& scenes) const {
@@ -189,13 +230,23 @@ std::string Exporter::EncodePicture(const ExportSpec& spec, i32 frame, const Sce
     content.Add(*field, isFirst);
     isFirst = false;
   }
+  for (const host::NodeId node : spec.particles) {
+    const Found found = Find(scenes, node);
+    const auto* group = dynamic_cast<const ParticleGroup*>(found.object);
+    if (!group || !group->Has(FLAG_ENABLED)) continue;
+    shown.push_back({group->mName, "particles"});
+    if (!content.scene) content.scene = found.scene;
+    content.Add(*group, spec.kinds);
+  }
   const Scene& scene = content.scene ? *content.scene : *scenes.front();
+  if (content.particleBox.IsValid() && !content.content)
+    content.content = SteadyBox({content.particleBox.min, content.particleBox.max});
   content.BlackenByFire();
   content.AddSolids(scenes);
   const double h = scene.mDomain.cellSize;
   const Box box = SolverBox(scene).value_or(content.content.value_or(Box{{}, {h, h, h}}));
   PreviewView view{box.min, box.max, h, spec.axis == 'x' ? 0 : spec.axis == 'y' ? 1 : 2};
-  return EncodePng(DrawPreview(view, content.layers, content.solids),
+  return EncodePng(DrawPreview(view, content.layers, content.solids, content.dots),
                    TextsOf(OriginOf(frame, scenes), shown));
 }
 

@@ -13,12 +13,24 @@ i64 FrameRecord::Cells() const {
   return cells;
 }
 
+i64 FrameRecord::Particles() const {
+  i64 count = 0;
+  for (const ParticlesRecord& group : particles)
+    for (const i64 own : group.counts) count += own;
+  return count;
+}
+
 std::string FindNonFinite(const FrameRecord& record) {
   const auto isFinite = [](double v) { return std::abs(v) <= std::numeric_limits<float>::max(); };
   for (const SolverRecord& solver : record.solvers)
     if (!isFinite(solver.maxSpeed) || !std::isfinite(solver.kineticEnergy) ||
         !std::isfinite(solver.divergenceMax))
       return "the velocity of \"" + solver.name + "\"";
+  for (const ParticlesRecord& group : record.particles)
+    for (int a = 0; a < 3; ++a)
+      if (!isFinite(group.min[a]) || !isFinite(group.max[a]) || !isFinite(group.centroid[a]) ||
+          !std::isfinite(group.kineticEnergy))
+        return "the particles of \"" + group.name + "\"";
   for (const ChannelRecord& channel : record.channels)
     for (int i = 0; i < channel.components; ++i)
       if (!isFinite(channel.min[i]) || !isFinite(channel.max[i]) || !std::isfinite(channel.sum[i]))

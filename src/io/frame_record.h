@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "fluids/fields/field_ledger.h"
+#include "fluids/particles/particle_flags.h"
 #include "fluids/pressure/grid_incompressibility.h"
 #include "framework/pipeline.h"
 #include "host/vector.h"
@@ -36,6 +37,18 @@ struct SolverRecord {
   std::optional<MELDO_SULVA::VolumeLedger> volume;      ///< of this frame; none from a cache
 };
 
+/// The particles of a group at the end of a frame, of all kinds together but for the counts. A
+/// group without particles tells zeros.
+struct ParticlesRecord {
+  std::string name;
+  std::array<i64, MELDO_SULVA::kParticleKinds> counts{};  ///< by kind
+  i64 born = 0, died = 0;                                 ///< in this frame
+  Vec3d centroid{};                                       ///< simulation units
+  Vec3d meanVelocity{};                                   ///< simulation units per second
+  double kineticEnergy = 0;  ///< half the mean square of speed, per unit of mass
+  Vec3d min{}, max{};        ///< box of the positions, simulation units
+};
+
 struct FrameRecord {
   i32 frame = 0;
   double elapsed = 0;         ///< simulated seconds
@@ -49,10 +62,13 @@ struct FrameRecord {
   std::array<double, MELDO_SULVA::kStageCount> stageSeconds{};
   std::vector<ChannelRecord> channels;
   std::vector<SolverRecord> solvers;
+  std::vector<ParticlesRecord> particles;
   std::vector<std::string> warnings;  ///< what began in this frame and most likely isn't meant
 
   /// Cells of the largest grid.
   i64 Cells() const;
+  /// Particles of all groups.
+  i64 Particles() const;
 };
 
 /// The name of what holds a value that is not finite, or an empty text. Fields beyond the range of

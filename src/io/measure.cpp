@@ -156,6 +156,70 @@ SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
   return record;
 }
 
+namespace {
+
+/// Sums over particles, and the box of their positions.
+struct ParticleSums {
+  Vec3d position{}, velocity{};
+  double speedSquared = 0;
+  Bounds box;
+
+  void Add(const Vec3d& p, const Vec3d& v) {
+    position += p;
+    velocity += v;
+    speedSquared += Dot(v, v);
+    // Not a number goes on into the sums alone.
+    box.min = Min(box.min, p);
+    box.max = Max(box.max, p);
+  }
+  void Add(const ParticleSums& other) {
+    position += other.position;
+    velocity += other.velocity;
+    speedSquared += other.speedSquared;
+    box.Add(other.box);
+  }
+};
+
+ParticleSums SumsOf(const ParticleColumns& particles, i32 threads) {
+  constexpr i64 kBlock = 1 << 14;
+  const auto positions = particles.Positions(), velocities = particles.Velocities();
+  const i64 count = particles.Count();
+  return ReduceBlocks(
+      static_cast<i32>((count + kBlock - 1) / kBlock), threads, ParticleSums{},
+      [&](i32 block) {
+        ParticleSums own;
+        const i64 last = std::min(count, (block + 1) * kBlock);
+        for (i64 row = block * kBlock; row < last; ++row) own.Add(positions[row], velocities[row]);
+        return own;
+      },
+      [](ParticleSums a, const ParticleSums& b) {
+        a.Add(b);
+        return a;
+      });
+}
+
+}  // namespace
+
+ParticlesRecord MeasureParticles(ParticleGroup& group, i32 threads) {
+  ParticlesRecord record;
+  ParticleSums sums;
+  for (i32 kind = 0; kind < kParticleKinds; ++kind) {
+    ParticleStore& store = group.Store(kind);
+    record.counts[kind] = store.Count();
+    record.born += std::exchange(store.mBorn, 0);
+    record.died += std::exchange(store.mDied, 0);
+    sums.Add(SumsOf(store, threads));
+  }
+  const double count = static_cast<double>(group.CountAll());
+  if (count == 0) return record;
+  record.centroid = sums.position / count;
+  record.meanVelocity = sums.velocity / count;
+  record.kineticEnergy = 0.5 * sums.speedSquared / count;
+  record.min = sums.box.min;
+  record.max = sums.box.max;
+  return record;
+}
+
 void MeasureScene(const Scene& scene, const NodeNames& names, FrameRecord& record) {
   for (const auto& [id, channel] : scene.List(kListChannels)) {
     if (!channel->Has(FLAG_ENABLED)) continue;
@@ -167,6 +231,12 @@ void MeasureScene(const Scene& scene, const NodeNames& names, FrameRecord& recor
     if (!solver || !solver->Has(FLAG_ENABLED)) continue;
     record.solvers.push_back(MeasureSolver(*solver, scene.mThreadCount));
     record.solvers.back().name = names.Of(id);
+  }
+  for (const auto& [id, object] : scene.List(kListParticles)) {
+    auto* group = dynamic_cast<ParticleGroup*>(object.get());
+    if (!group || !group->Has(FLAG_ENABLED)) continue;
+    record.particles.push_back(MeasureParticles(*group, scene.mThreadCount));
+    record.particles.back().name = names.Of(id);
   }
 }
 

@@ -1,5 +1,6 @@
-// Statistics of channels and solvers.
+// Statistics of channels, solvers and particles.
 #pragma once
+#include "fluids/particles/particle_group.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "framework/scene.h"
 #include "io/frame_record.h"
@@ -20,7 +21,11 @@ ChannelRecord MeasureChannel(MELDO_SULVA::iBase& channel, i32 threads);
 /// constant density. The largest component is taken over all faces whose open fraction is above 0.
 SolverRecord MeasureSolver(MELDO_SULVA::FluidSolver& solver, i32 threads);
 
-/// Adds the channels and solvers of a scene to a record.
+/// What the particles of a group are together, and how many were born and died since the last call.
+/// Means are sums of fixed blocks, and so don't depend on the thread count.
+ParticlesRecord MeasureParticles(MELDO_SULVA::ParticleGroup& group, i32 threads);
+
+/// Adds the channels, solvers and particles of a scene to a record.
 void MeasureScene(const MELDO_SULVA::Scene& scene, const NodeNames& names, FrameRecord& record);
 
 }  // namespace MELDO_GLOBAL::app

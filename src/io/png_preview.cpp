@@ -10,6 +10,8 @@
 
 namespace MELDO_GLOBAL::app {
 
+using namespace MELDO_SULVA;
+
 namespace {
 
 constexpr i32 kLongSide = 512;
@@ -62,6 +64,14 @@ struct Slice {
   std::vector<Colour> glow;
 };
 
+/// A particle in the picture.
+struct Dot {
+  float u, v;    ///< in columns, from the lower left
+  float radius;  ///< in columns
+  Colour colour;
+  float seen = 1;  ///< what the smoke before it lets through
+};
+
 /// Columns of cells along the view. A box of many cells is drawn in coarser ones, each the mean of
 /// `mCoarse` cells on an axis.
 class Drawing {
@@ -80,6 +90,8 @@ class Drawing {
   }
 
   void Draw(const std::vector<PreviewLayer>& layers, const std::vector<PreviewSolid>& solids);
+  /// Before `Draw`: what the smoke then hides in part.
+  void Place(const PreviewDots& dots);
   Picture Develop() const;
 
  private:
@@ -156,6 +168,9 @@ class Drawing {
   void AddLayer(const PreviewLayer& layer, const Window& window);
   void AddSolid(const PreviewSolid& solid, const Window& window);
   void Composite(const Window& window);
+  /// Linear light of the pixels, without dots.
+  std::vector<Colour> Expose(i32 width, i32 height) const;
+  void DrawDots(std::vector<Colour>& pixels, i32 width, i32 height) const;
 
   const PreviewView mView;
   const Axes mAxes;
@@ -166,6 +181,7 @@ class Drawing {
   std::vector<Column> mColumns;
   std::vector<float> mLight;
   Slice mSlice;
+  std::vector<std::vector<Dot>> mDots;  ///< by slice
   std::vector<Colour> mRamp;  ///< light of a cell of the box by its share, in `kRampSteps`
   FireLight mFire;
 };
@@ -174,6 +190,9 @@ void Drawing::Draw(const std::vector<PreviewLayer>& layers,
                    const std::vector<PreviewSolid>& solids) {
   GatherFire(layers);
   for (i32 d = mCells[mAxes.d] - 1; d >= 0; --d) {
+    if (!mDots.empty())
+      for (Dot& dot : mDots[d])
+        dot.seen = mColumns[ColumnAt(static_cast<i32>(dot.u), static_cast<i32>(dot.v))].through;
     // Only what lies round the layers of this slice is cleared and summed up.
     Window smoke{mCells, {0, 0, 0}};
     for (const PreviewLayer& layer : layers) {
@@ -187,6 +206,47 @@ void Drawing::Draw(const std::vector<PreviewLayer>& layers,
       AddSolid(solid, SliceOf(WindowOf(solid.distance->mLayout), d));
     if (!smoke.IsEmpty()) Composite(smoke);
   }
+}
+
+void Drawing::Place(const PreviewDots& dots) {
+  mDots.resize(mCells[mAxes.d]);
+  const ParticleStore& particles = *dots.particles;
+  const auto* radii = particles.Find<double>(property_id::kRadius);
+  const auto* colours = particles.Find<Vec3d>(property_id::kColor);
+  for (i32 row = 0; row < particles.Count(); ++row) {
+    const Vec3d at = (particles.Positions()[row] - mView.min) / mCell;
+    const double u = mAxes.flipU ? Nu() - at[mAxes.u] : at[mAxes.u];
+    const double v = mAxes.flipV ? Nv() - at[mAxes.v] : at[mAxes.v];
+    if (!(u >= 0 && u < Nu() && v >= 0 && v < Nv() && std::isfinite(at[mAxes.d]))) continue;
+    const i32 slice = static_cast<i32>(std::clamp(at[mAxes.d], 0.0, mCells[mAxes.d] - 1.0));
+    const Vec3d colour = colours ? colours->Get(row, dots.colour) : dots.colour;
+    const double radius = radii ? radii->Get(row, 0.0) : 0.0;
+    mDots[slice].push_back({static_cast<float>(u),
+                            static_cast<float>(v),
+                            static_cast<float>(radius / mCell),
+                            {static_cast<float>(colour.x), static_cast<float>(colour.y),
+                             static_cast<float>(colour.z)}});
+  }
+}
+
+void Drawing::DrawDots(std::vector<Colour>& pixels, i32 width, i32 height) const {
+  constexpr float kLeast = 0.75f;
+  const float scale = static_cast<float>(width) / static_cast<float>(Nu());
+  const auto draw = [&](const Dot& dot) {
+    const float x = dot.u * scale, y = static_cast<float>(height) - dot.v * scale;
+    const float radius = std::clamp(dot.radius * scale, kLeast, static_cast<float>(kLongSide));
+    const i32 reach = static_cast<i32>(radius) + 1;
+    const i32 px = static_cast<i32>(x), py = static_cast<i32>(y);
+    for (i32 j = std::max(py - reach, 0); j <= std::min(py + reach, height - 1); ++j)
+      for (i32 i = std::max(px - reach, 0); i <= std::min(px + reach, width - 1); ++i) {
+        const float dx = static_cast<float>(i) + 0.5f - x, dy = static_cast<float>(j) + 0.5f - y;
+        const float cover = std::clamp(radius + 0.5f - std::sqrt(dx * dx + dy * dy), 0.0f, 1.0f);
+        Colour& pixel = pixels[std::size_t{1} * j * width + i];
+        for (int c = 0; c < 3; ++c) pixel[c] += cover * dot.seen * (dot.colour[c] - pixel[c]);
+      }
+  };
+  for (const std::vector<Dot>& slice : mDots)
+    for (auto dot = slice.rbegin(); dot != slice.rend(); ++dot) draw(*dot);
 }
 
 void Drawing::Clear(const Window& w) {
@@ -333,18 +393,14 @@ std::vector<Taps> MakeTaps(i32 pixels, i32 samples) {
   return taps;
 }
 
-Picture Drawing::Develop() const {
-  const double scale = static_cast<double>(kLongSide) / std::max(Nu(), Nv());
-  Picture picture;
-  picture.width = std::max(1, static_cast<i32>(std::lround(Nu() * scale)));
-  picture.height = std::max(1, static_cast<i32>(std::lround(Nv() * scale)));
-  picture.rgb.resize(std::size_t{3} * picture.width * picture.height);
-  const std::vector<Taps> tapsU = MakeTaps(picture.width, Nu());
-  const std::vector<Taps> tapsV = MakeTaps(picture.height, Nv());
-  u8* out = picture.rgb.data();
-  for (i32 row = 0; row < picture.height; ++row) {
-    const Taps& tv = tapsV[picture.height - 1 - row];
-    const float up = 1 - (static_cast<float>(row) + 0.5f) / picture.height;
+std::vector<Colour> Drawing::Expose(i32 width, i32 height) const {
+  std::vector<Colour> pixels(std::size_t{1} * width * height);
+  const std::vector<Taps> tapsU = MakeTaps(width, Nu());
+  const std::vector<Taps> tapsV = MakeTaps(height, Nv());
+  Colour* out = pixels.data();
+  for (i32 row = 0; row < height; ++row) {
+    const Taps& tv = tapsV[height - 1 - row];
+    const float up = 1 - (static_cast<float>(row) + 0.5f) / height;
     const Colour background{0.006f + 0.008f * up, 0.007f + 0.010f * up, 0.010f + 0.016f * up};
     for (const Taps& tu : tapsU) {
       Colour light{}, glow{};
@@ -363,18 +419,33 @@ Picture Drawing::Develop() const {
       // Film saturates: where a fire is deep or hot, its red comes to an end first.
       for (int k = 0; k < 3; ++k) {
         const float lit = std::min(light[k] + through * background[k], 1.0f);
-        *out++ = ToByte(1 - (1 - lit) * std::exp(-std::max(glow[k], 0.0f)));
+        (*out)[k] = 1 - (1 - lit) * std::exp(-std::max(glow[k], 0.0f));
       }
+      ++out;
     }
   }
+  return pixels;
+}
+
+Picture Drawing::Develop() const {
+  const double scale = static_cast<double>(kLongSide) / std::max(Nu(), Nv());
+  Picture picture;
+  picture.width = std::max(1, static_cast<i32>(std::lround(Nu() * scale)));
+  picture.height = std::max(1, static_cast<i32>(std::lround(Nv() * scale)));
+  picture.rgb.reserve(std::size_t{3} * picture.width * picture.height);
+  std::vector<Colour> pixels = Expose(picture.width, picture.height);
+  DrawDots(pixels, picture.width, picture.height);
+  for (const Colour& pixel : pixels)
+    for (const float light : pixel) picture.rgb.push_back(ToByte(light));
   return picture;
 }
 
 }  // namespace
 
 Picture DrawPreview(const PreviewView& view, const std::vector<PreviewLayer>& layers,
-                    const std::vector<PreviewSolid>& solids) {
+                    const std::vector<PreviewSolid>& solids, const std::vector<PreviewDots>& dots) {
   Drawing drawing(view);
+  for (const PreviewDots& each : dots) drawing.Place(each);
   drawing.Draw(layers, solids);
   return drawing.Develop();
 }

@@ -2,6 +2,7 @@
 #pragma once
 #include <vector>
 
+#include "fluids/particles/particle_store.h"
 #include "grids/egrid.h"
 #include "io/png_file.h"
 
@@ -23,6 +24,12 @@ struct PreviewSolid {
   bool isFaint = false;  ///< drawn as a breath of its shape, for what stands in the smoke
 };
 
+/// Particles as discs of their radius, a pixel or so at least, in their colour or that of the kind.
+struct PreviewDots {
+  const MELDO_SULVA::ParticleStore* particles = nullptr;
+  Vec3d colour{1, 1, 1};
+};
+
 /// What the camera sees: a box (simulation units) along an axis, from its high side, without
 /// perspective, y up (along y: -z up).
 struct PreviewView {
@@ -31,9 +38,11 @@ struct PreviewView {
   int axis = 2;
 };
 
-/// Draws the layers, lit from above, 512 pixels on the long side. The exposure depends on nothing
-/// but the box and the layers' full values, so that the frames of a run compare.
+/// Draws the layers, lit from above, and particles in them, 512 pixels on the long side. The
+/// exposure depends on nothing but the box and the layers' full values, so that the frames of a run
+/// compare.
 Picture DrawPreview(const PreviewView& view, const std::vector<PreviewLayer>& layers,
-                    const std::vector<PreviewSolid>& solids);
+                    const std::vector<PreviewSolid>& solids,
+                    const std::vector<PreviewDots>& dots = {});
 
 }  // namespace MELDO_GLOBAL::app

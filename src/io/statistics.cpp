@@ -87,6 +87,18 @@ void FormatSolver(JsonLine& json, const SolverRecord& solver) {
   json.Close('}');
 }
 
+void FormatParticles(JsonLine& json, const ParticlesRecord& group) {
+  json.Key(group.name).Open('{');
+  for (const ParticleKindRow& kind : kParticleKindRows)
+    json.Key(kind.name).Number(group.counts[kind.kind]);
+  json.Key("born").Number(group.born).Key("died").Number(group.died);
+  json.Key("centroid").Vector(group.centroid);
+  json.Key("mean_velocity").Vector(group.meanVelocity);
+  json.Key("kinetic_energy").Number(group.kineticEnergy);
+  json.Key("box").Open('[').Vector(group.min).Vector(group.max).Close(']');
+  json.Close('}');
+}
+
 void FormatWarnings(JsonLine& json, const std::vector<std::string>& warnings) {
   json.Key("warnings").Open('[');
   for (const std::string& warning : warnings) json.Text(warning);
@@ -111,7 +123,9 @@ std::string FormatFrame(const FrameRecord& record) {
   json.Close('}').Key("solvers").Open('{');
   for (const SolverRecord& solver : record.solvers) FormatSolver(json, solver);
   json.Close('}');
-  json.Key("particles").Open('{').Close('}').Key("bodies").Open('{').Close('}');
+  json.Key("particles").Open('{');
+  for (const ParticlesRecord& group : record.particles) FormatParticles(json, group);
+  json.Close('}').Key("bodies").Open('{').Close('}');
   FormatWarnings(json, record.warnings);
   return json.Close('}').Str();
 }

@@ -22,6 +22,7 @@ namespace {
 
 // Cells are counted in 32 bits; the samples on nodes are a few more than the cells.
 constexpr double kMostCells = 2.1e9;
+constexpr double kMostParticles = 2.1e9;
 
 u64 NumberIn(const fs::path& file, u64 otherwise) {
   u64 number = 0;
@@ -170,7 +171,23 @@ bool MemoryGuard::Allows(const Scene& scene, const NegotiatedBounds& bounds) {
   return false;
 }
 
+bool MemoryGuard::CheckParticles(const Scene& scene) {
+  const ParticleRefusal refused = RefusedParticles();
+  if (refused.count == 0) return true;
+  const std::string owner = RefusedOwner();
+  mRefusal = fmt::format("out of memory: {:.6g} particles{} need about {}, ", refused.count,
+                         owner.empty() ? "" : fmt::format(" of '{}'", Shown(owner)),
+                         FormatBytes(refused.bytes));
+  mRefusal += refused.count > kMostParticles
+                  ? fmt::format("and a group may have at most {:.2g} of a kind", kMostParticles)
+                  : fmt::format("the limit is {}", FormatBytes(static_cast<double>(mLimit)));
+  mRefusal +=
+      fmt::format("; lower what emits them, or raise cell_size (now {})", scene.mDomain.cellSize);
+  return false;
+}
+
 bool MemoryGuard::CheckGrids(const Scene& scene) {
+  if (!CheckParticles(scene)) return false;
   const GridRefusal refused = RefusedGrid();
   if (refused.bytes == 0) return true;
   const VecInt3D& d = refused.dims;

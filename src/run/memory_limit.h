@@ -41,7 +41,8 @@ class MemoryGuard {
 
   /// Whether what the objects are about to cover fits; if not, `Refusal` says why.
   bool Allows(const MELDO_SULVA::Scene& scene, const MELDO_SULVA::NegotiatedBounds& bounds);
-  /// False once a single grid was refused, as that of a volume may be; `Refusal` says why.
+  /// False once a single grid was refused, as that of a volume may be, or particles were;
+  /// `Refusal` says why.
   bool CheckGrids(const MELDO_SULVA::Scene& scene);
   /// The system gave no memory for something else than a grid; `Refusal` says for whom.
   void NoteFailure(const MELDO_SULVA::Scene& scene);
@@ -52,6 +53,7 @@ class MemoryGuard {
   /// `share`: what the largest part of it is for, or nothing.
   void Refuse(const std::string& what, const std::string& share, double cells, double bytes,
               const MELDO_SULVA::Scene& scene);
+  bool CheckParticles(const MELDO_SULVA::Scene& scene);
   void AddAdvice(const MELDO_SULVA::Scene& scene);
 
   u64 mLimit;

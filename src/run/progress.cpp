@@ -67,10 +67,11 @@ void Progress::BeginFrame(i32 frame) {
 void Progress::EndFrame(const FrameRecord& record) {
   ++mFramesDone;
   mCells = record.Cells();
+  mParticles = record.Particles();
   if (mStyle == ProgressStyle::Lines)
-    PrintLine(fmt::format("frame {}/{}  {} substep{}  {} cells  {:.2f} s", record.frame, mLast,
-                          record.steps.size(), record.steps.size() == 1 ? "" : "s",
-                          FormatCount(static_cast<double>(mCells)), record.wallSeconds));
+    PrintLine(fmt::format("frame {}/{}  {} substep{}{}  {:.2f} s", record.frame, mLast,
+                          record.steps.size(), record.steps.size() == 1 ? "" : "s", Sizes(true),
+                          record.wallSeconds));
 }
 
 void Progress::PictureDone(i32 frame, const PictureTime& time, double secondsLeft) {
@@ -120,6 +121,14 @@ double Progress::SecondsLeft() const {
   return spent / mFramesDone * (mLast - mFirst + 1 - mFramesDone);
 }
 
+std::string Progress::Sizes(bool withCells) const {
+  std::string text;
+  if (withCells) text += fmt::format("  {} cells", FormatCount(static_cast<double>(mCells)));
+  if (mParticles > 0)
+    text += fmt::format("  {} particles", FormatCount(static_cast<double>(mParticles)));
+  return text;
+}
+
 void Progress::Draw() {
   if (mStyle != ProgressStyle::Bar) return;
   mDrawn = Clock::now();
@@ -130,7 +139,7 @@ void Progress::Draw() {
                                  std::string(kBarWidth - filled, '-'), mFrame, mLast);
   const double left = SecondsLeft();
   if (left >= 0) line += fmt::format("  {} left", FormatDuration(left));
-  if (mCells > 0) line += fmt::format("  {} cells", FormatCount(static_cast<double>(mCells)));
+  line += Sizes(mCells > 0);
   if (!mSubstep.empty()) line += "  substep " + mSubstep;
   if (!mStage.empty()) line += "  " + mStage;
   line.resize(std::min(line.size(), TerminalWidth() - 1));

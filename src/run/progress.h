@@ -55,6 +55,8 @@ class Progress {
  private:
   void OnStatus(std::string_view text);
   void Draw();
+  /// Cells and particles of the last frame, for a line.
+  std::string Sizes(bool withCells) const;
   void Erase();
   double SecondsLeft() const;
   void DrawNowAndThen();
@@ -68,7 +70,7 @@ class Progress {
   i32 mFramesDone = 0;
   std::string mStage;
   std::string mSubstep;
-  i64 mCells = 0;
+  i64 mCells = 0, mParticles = 0;
   std::optional<double> mSecondsLeft;  ///< as the caller told
   bool mIsDrawn = false;
 };

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 
+#include "fluids/particles/particle_group.h"
 #include "nodes/catalogue.h"
 #include "scene/output_name.h"
 
@@ -14,6 +15,7 @@ namespace MELDO_GLOBAL::app {
 using namespace host;
 using MELDO_SULVA::Catalogue;
 using MELDO_SULVA::NodeKind;
+using MELDO_SULVA::ParticleGroup;
 
 namespace {
 
@@ -24,7 +26,11 @@ struct Format {
 };
 
 const std::vector<Format>& Formats() {
-  static const std::vector<Format> formats = {{"vdb", {}}, {"png", {"axis"}}};
+  static const std::vector<Format> formats = {
+      {"vdb", {"grids"}},
+      {"png", {"grids", "particles", "kinds", "axis"}},
+      {"points", {"particles", "kinds"}},
+  };
   return formats;
 }
 
@@ -50,16 +56,17 @@ class ExportReader {
     const Format* format = ReadFormat(value);
     if (!format) return {};
     const Subject subject = fmt::format("{} export: ", format->name);
-    std::vector<std::string_view> keys = {"format", "file", "grids"};
+    std::vector<std::string_view> keys = {"format", "file"};
     keys.insert(keys.end(), format->keys.begin(), format->keys.end());
     mContext.CheckKeys(value, keys, subject);
     ExportSpec spec;
     spec.format = format->name;
     spec.where = mContext.Where(value);
     const bool hasFile = ReadFile(value, spec, subject);
-    const bool hasGrids = ReadGrids(value, spec, subject);
+    const bool hasContent = ReadContent(value, spec, subject);
+    const bool hasKinds = ReadKinds(value, spec, subject);
     const bool hasAxis = ReadAxis(value, spec, subject);
-    if (!hasFile || !hasGrids || !hasAxis) return {};
+    if (!hasFile || !hasContent || !hasKinds || !hasAxis) return {};
     return spec;
   }
 
@@ -93,12 +100,20 @@ class ExportReader {
     const auto text = mContext.ReadText(*file, subject, "'file'");
     if (!text) return false;
     const std::filesystem::path path(*text);
+    const std::string suffix = spec.format == "points" ? "ply" : spec.format;
     const bool isName = text->find('\0') == std::string::npos && path.has_filename();
     if (!isName || text->find('#') == std::string::npos) {
       mContext.Error(*file, subject,
                      fmt::format("'file': '{}' needs a run of # for the frame number, as in "
                                  "'{}/####.{}'",
-                                 Shown(*text), spec.format, spec.format));
+                                 Shown(*text), spec.format, suffix));
+      return false;
+    }
+    if (spec.format == "points" && path.extension() != ".ply" && path.extension() != ".csv") {
+      mContext.Error(
+          *file, subject,
+          fmt::format("'file': '{}' tells the format by its suffix; expected .ply or .csv",
+                      Shown(*text)));
       return false;
     }
     if (const std::string fault = FaultOfOutputName(*text); !fault.empty()) {
@@ -113,6 +128,55 @@ class ExportReader {
       return false;
     }
     spec.file = *text;
+    return true;
+  }
+
+  /// What the format shows: fields, particles, or in a picture at least one of the two.
+  bool ReadContent(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
+    if (spec.format == "vdb") return ReadGrids(value, spec, subject);
+    if (spec.format == "points") return ReadParticles(value, spec, subject);
+    const bool hasParticles = value.Find("particles");
+    const bool isWhole = !hasParticles || ReadParticles(value, spec, subject);
+    if (hasParticles && !value.Find("grids")) return isWhole;
+    return ReadGrids(value, spec, subject) && isWhole;
+  }
+
+  bool ReadParticles(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
+    const JsonValue* named = value.Find("particles");
+    if (!named) {
+      mContext.Error(value, subject, "'particles' is missing");
+      return false;
+    }
+    const auto read = [&](const JsonValue& at) {
+      const auto name = mContext.ReadText(at, subject, "'particles'");
+      const BaseNode* node = name ? mValues.ResolveLink(*name, {ParticleGroup::kNodeType}, at,
+                                                        subject, "'particles'", "a particle group")
+                                  : nullptr;
+      if (node) spec.particles.push_back(node->Id());
+      return node != nullptr;
+    };
+    if (spec.format != "png" || !named->Items()) return read(*named);
+    bool isWhole = true;
+    for (const JsonValue& item : *named->Items()) isWhole = read(item) && isWhole;
+    return isWhole;
+  }
+
+  bool ReadKinds(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
+    const JsonValue* kinds = value.Find("kinds");
+    if (!kinds || spec.format == "vdb") return true;
+    std::vector<std::string> words;
+    for (const auto& row : MELDO_SULVA::kParticleKindRows) words.emplace_back(row.name);
+    const auto refuse = [&](const JsonValue& at) {
+      mContext.Error(at, subject, fmt::format("'kinds': expected a list of {}", AnyOf(words)));
+      return false;
+    };
+    if (!kinds->Items() || kinds->Items()->empty()) return refuse(*kinds);
+    for (const JsonValue& item : *kinds->Items()) {
+      const std::string* word = item.Text();
+      const auto found = std::find(words.begin(), words.end(), word ? *word : std::string());
+      if (found == words.end()) return refuse(item);
+      spec.kinds |= 1u << (found - words.begin());
+    }
     return true;
   }
 

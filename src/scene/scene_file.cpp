@@ -158,8 +158,10 @@ void TakeFingerprints(const JsonValue& root, const std::vector<GivenOption>& giv
 
 std::set<NodeId> NodesOf(const std::vector<ExportSpec>& exports) {
   std::set<NodeId> nodes;
-  for (const ExportSpec& spec : exports)
+  for (const ExportSpec& spec : exports) {
     for (const auto& [name, node] : spec.grids) nodes.insert(node);
+    nodes.insert(spec.particles.begin(), spec.particles.end());
+  }
   return nodes;
 }
 

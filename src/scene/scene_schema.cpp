@@ -259,23 +259,29 @@ Json RenderSchema() {
 }
 
 Json ExportSchema() {
-  const Json common = {
-      {"file",
-       {{"type", "string"},
-        {"pattern", "#"},
-        {"description", "File in the output folder; #### is the frame number."}}},
-      {"grids",
-       {{"type", "object"},
-        {"additionalProperties", {{"type", "string"}}},
-        {"minProperties", 1},
-        {"description", "Name in the file, and the channel, solver or volume that it shows."}}}};
-  const Json required = {"format", "file", "grids"};
-  Json vdb = common, png = common;
-  vdb["format"] = {{"const", "vdb"}};
-  png["format"] = {{"const", "png"}};
-  png["axis"] = {{"enum", {"x", "y", "z"}}, {"description", "Direction of view."}};
-  return {
-      {"oneOf", Json::array({Object(std::move(vdb), required), Object(std::move(png), required)})}};
+  const Json file = {{"type", "string"},
+                     {"pattern", "#"},
+                     {"description", "File in the output folder; #### is the frame number."}};
+  const Json grids = {
+      {"type", "object"},
+      {"additionalProperties", {{"type", "string"}}},
+      {"minProperties", 1},
+      {"description", "Name in the file, and the channel, solver or volume that it shows."}};
+  const Json group = Text("The particle group.");
+  Json vdb = {{"format", {{"const", "vdb"}}}, {"file", file}, {"grids", grids}};
+  Json png = {{"format", {{"const", "png"}}},
+              {"file", file},
+              {"grids", grids},
+              {"particles", {{"anyOf", Json::array({group, ListOf(Text("A particle group."))})}}},
+              {"kinds", Ref("kinds")},
+              {"axis", {{"enum", {"x", "y", "z"}}, {"description", "Direction of view."}}}};
+  Json points = {{"format", {{"const", "points"}}},
+                 {"file", file},
+                 {"particles", group},
+                 {"kinds", Ref("kinds")}};
+  return {{"oneOf", Json::array({Object(std::move(vdb), {"format", "file", "grids"}),
+                                 Object(std::move(png), {"format", "file"}),
+                                 Object(std::move(points), {"format", "file", "particles"})})}};
 }
 
 Json Definitions() {
@@ -286,7 +292,7 @@ Json Definitions() {
   Json link = {{"anyOf", Json::array({{{"type", "string"}},
                                       Object({{"node", {{"type", "string"}}},
                                               {"flags", {{"type", "integer"}, {"minimum", 0}}},
-                                              {"kinds", std::move(kinds)}},
+                                              {"kinds", Ref("kinds")}},
                                              Json::array({"node"}))})}};
   Json colour = {{"type", "array"},
                  {"prefixItems", Json::array({{{"type", "number"}}, NumbersOf(3)})},
@@ -297,6 +303,7 @@ Json Definitions() {
     return list;
   };
   Json definitions = {{"keys", Keys(true)},
+                      {"kinds", std::move(kinds)},
                       {"placement", {{"anyOf", Json::array({NumbersOf(3), Keys(NumbersOf(3))})}}},
                       {"links", orNull(ListOf(std::move(link)))},
                       {"curve", orNull(ListOf(NumbersOf(2), 1))},
