@@ -185,8 +185,12 @@ int PrintScene(const fs::path& path) {
   fmt::print("{}: a scene, frames {} to {} at {} fps; in frame {}:\n", NameOf(path), range.first,
              range.last, scene->document->fps, range.first);
   std::string solvers;
-  for (const auto& each : simulation.Scenes()) solvers += DescribeSolvers(*each);
-  fmt::print("{}", solvers.empty() ? "it has no gas\n" : solvers);
+  std::string particles;
+  for (const auto& each : simulation.Scenes()) {
+    solvers += DescribeSolvers(*each);
+    particles += DescribeParticles(*each);
+  }
+  fmt::print("{}{}", solvers.empty() ? "it has no gas\n" : solvers, particles);
   return kExitDone;
 }
 

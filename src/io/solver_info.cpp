@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "fluids/flow/ifluid_solver.h"
+#include "fluids/particles/particle_group.h"
 #include "framework/server_rows.h"
 #include "host/node.h"
 
@@ -45,6 +46,20 @@ std::string Describe(const iFluidSolver& solver, const Scene& scene) {
 }
 
 }  // namespace
+
+std::string DescribeParticles(const Scene& scene) {
+  std::string text;
+  for (const auto& [id, object] : scene.List(kListParticles)) {
+    const auto* group = dynamic_cast<const ParticleGroup*>(object.get());
+    if (!group || !group->Has(FLAG_ENABLED)) continue;
+    std::string counts;
+    for (const ParticleKindRow& row : kParticleKindRows)
+      if (const i32 count = group->Count(row.kind); count > 0)
+        counts += fmt::format("{}{} {}", counts.empty() ? "" : ", ", count, row.name);
+    text += fmt::format("{}:\n  Particles: {}\n", group->mName, counts.empty() ? "none" : counts);
+  }
+  return text;
+}
 
 std::string DescribeSolvers(const Scene& scene) {
   std::string text;

@@ -10,4 +10,7 @@ namespace MELDO_GLOBAL::app {
 /// solver without one is told by a line of its own.
 std::string DescribeSolvers(const MELDO_SULVA::Scene& scene);
 
+/// The particles of the groups of a scene by kind.
+std::string DescribeParticles(const MELDO_SULVA::Scene& scene);
+
 }  // namespace MELDO_GLOBAL::app

@@ -35,6 +35,8 @@ class Particle {
   /// Takes the property away: the scalar, else the vector, else the switch. False without one.
   bool RemoveProperty(const PropertyKey& key) const;
 
+  void AddLink(const ParticleLink& link) const { mColumns->EditLinks(mRow).push_back(link); }
+
   double GetAge() const { return GetScalar(property_id::kAge, 1.0); }
   double GetLifeSpan() const { return GetScalar(property_id::kLifeSpan, 1.0); }
   /// 0 at birth, 1 at the end of its life.
@@ -47,5 +49,7 @@ class Particle {
   ParticleColumns* mColumns;
   i32 mRow;
 };
+
+inline Particle ParticleColumns::At(i32 row) { return Particle(*this, row); }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "fluids/particles/particle.h"
-
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
@@ -56,8 +54,6 @@ void ParticleColumns::ForEachColumn(F&& f) {
   for (const auto& column : mVectors) f(*column);
   for (const auto& column : mSwitches) f(*column);
 }
-
-Particle ParticleColumns::At(i32 row) { return Particle(*this, row); }
 
 void ParticleColumns::Drop(const PropertyKey& key) {
   const auto drop = [&](auto& list) {

@@ -40,7 +40,7 @@ class ParticleColumns {
   std::span<i32> Ids() { return mIds; }  ///< -1 until a store takes it
   std::span<const i32> Ids() const { return mIds; }
 
-  /// A handle on a row.
+  /// A handle on a row; `particle.h` has it.
   Particle At(i32 row);
 
   /// The column of a property (T: double, Vec3d or bool); null where no particle has ever had it.
