@@ -62,7 +62,8 @@ struct Sums {
   }
 };
 
-void TimeTree(const char* name, const Cloud& cloud, double radius, const Settings& s) {
+void TimeTree(const char* name, const Cloud& cloud, double radius, bool isSheet,
+              const Settings& s) {
   fmt::print("{}: {} points, radius {:.4f}\n", name, cloud.points.size(), radius);
   const std::span<const Vec3d> points = cloud.points;
   PointTree tree;
@@ -140,9 +141,12 @@ void TimeTree(const char* name, const Cloud& cloud, double radius, const Setting
   ParticleGroup* const groups[] = {&group};
   ParticleSort sort;
   GridLayout layout;
-  const i32 cells = static_cast<i32>(1 / radius);
-  const i32 layers = std::max(1, static_cast<i32>(tree.Bytes() > 0 ? cells : 1));
-  layout.Set({cells, layers, cells}, {100.0, 100.0, 100.0}, static_cast<f32>(1.0 / cells), {});
+  // A cell more than the points need: the size of a cell is rounded.
+  const i32 cells = static_cast<i32>(1 / radius), wide = cells + 1;
+  const i32 layers = isSheet ? 1 : wide;
+  const double edge = 100.0 / cells;
+  layout.Set({wide, layers, wide}, {wide * edge, layers * edge, wide * edge},
+             static_cast<f32>(1.0 / cells), {});
   sort.Reset(layout);
   const double sorting = Best([&] { sort.Build(groups, kLiquid, s.threads); }, s.repeats);
   fmt::print("  {:28} {:9.1f} ms on {} threads, {} cells\n", "sort by cells", sorting * 1e3,
@@ -233,7 +237,7 @@ int main(int argc, char** argv) {
   CLI11_PARSE(app, argc, argv);
   const double pi = std::acos(-1.0);
   const double n = s.count;
-  TimeTree("cube", MakeCloud(s.count, 1), std::cbrt(30 / (n * 4 / 3 * pi)), s);
-  TimeTree("sheet", MakeCloud(s.count, 1e-4), std::sqrt(30 / (n * pi)), s);
+  TimeTree("cube", MakeCloud(s.count, 1), std::cbrt(30 / (n * 4 / 3 * pi)), false, s);
+  TimeTree("sheet", MakeCloud(s.count, 1e-4), std::sqrt(30 / (n * pi)), true, s);
   TimeColumns(s);
 }
