@@ -31,26 +31,39 @@ const NodeKind& Kernel::Kind() {
   return kind;
 }
 
+std::vector<Choice> KernelChoices() {
+  using enum KernelType;
+  constexpr std::pair<KernelType, std::string_view> kNames[] = {
+      {kGauss, "gauss"},
+      {kPoly6, "poly6"},
+      {kPoly6Power, "poly6_power"},
+      {kParabola, "parabola"},
+      {kCube, "cube"},
+      {kCubePower, "cube_power"},
+      {kLinear, "linear"},
+      {kSharp, "sharp"},
+      {kBlob, "blob"},
+      {kExponential, "exponential"},
+      {kSquareCube, "square_cube"},
+      {kClampedCube, "clamped_cube"},
+      {kCurve, "curve"},
+  };
+  std::vector<Choice> choices;
+  for (const auto& [type, name] : kNames) choices.push_back({static_cast<i32>(type), name});
+  return choices;
+}
+
 const ParameterTable& Kernel::Parameters() {
   static const ParameterTable table = [] {
-    using enum KernelType;
-    const auto choice = [](KernelType type, std::string_view name) {
-      return Choice{static_cast<i32>(type), name};
-    };
     ParameterRow curve =
         CurveRow(13, "curve", "weight from a neighbour's own place (0) to the radius (1)")
-            .OnlyWith(kTypeRow, {static_cast<i32>(kCurve)})
+            .OnlyWith(kTypeRow, {static_cast<i32>(KernelType::kCurve)})
             .To(&Kernel::mCurve);
     curve.creation = SplineData{{{0, 1}, {0.4, 0.8}, {1, 0}}};
     return ParameterTable{
-        LongRow(kTypeRow, "kernel", static_cast<i32>(kLinear), "",
+        LongRow(kTypeRow, "kernel", static_cast<i32>(KernelType::kLinear), "",
                 "the shape; gauss to cube_power are per volume, the others 1 or more at the centre")
-            .Choices({choice(kGauss, "gauss"), choice(kPoly6, "poly6"),
-                      choice(kPoly6Power, "poly6_power"), choice(kParabola, "parabola"),
-                      choice(kCube, "cube"), choice(kCubePower, "cube_power"),
-                      choice(kLinear, "linear"), choice(kSharp, "sharp"), choice(kBlob, "blob"),
-                      choice(kExponential, "exponential"), choice(kSquareCube, "square_cube"),
-                      choice(kClampedCube, "clamped_cube"), choice(kCurve, "curve")})
+            .Choices(KernelChoices())
             .To(&Kernel::mKernelType),
         curve.Missing(std::monostate{}),
     };

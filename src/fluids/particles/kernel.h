@@ -101,6 +101,9 @@ class KernelBase {
   KernelType mType;
 };
 
+/// The choices of a row that picks a type.
+std::vector<host::Choice> KernelChoices();
+
 /// A kernel that a user picks.
 class Kernel : public iBase {
  public:

@@ -156,8 +156,10 @@ bool ParticleGroup::KeepsOrder(i32 kind) const {
 }
 
 void ParticleGroup::CommitStep() {
-  for (i32 kind = 0; kind < kParticleKinds; ++kind)
+  for (i32 kind = 0; kind < kParticleKinds; ++kind) {
     if (Store(kind).RemoveDead(KeepsOrder(kind)) > 0) MarkTreeStale(kind);
+    Store(kind).EndBirths(mScene ? mScene->mThreadCount : 1);
+  }
   UpdateRange();
 }
 

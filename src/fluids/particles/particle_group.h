@@ -21,7 +21,7 @@ class ParticleGroup : public iBase, public ParticleSet {
   void CheckDirty() override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
-  /// Removes the dead and renews the bounds.
+  /// Removes the dead, ends births and renews the bounds.
   void CommitStep() override;
   void UpdateRange() override;
   void Persist(StateArchive& archive) override;

@@ -104,6 +104,16 @@ i32 ParticleStore::RemoveDead(bool keepOrder) {
   return removed;
 }
 
+void ParticleStore::EndBirths(i32 threads) {
+  const PropertyColumn<double>* ages = Find<double>(property_id::kAge);
+  const std::span<u16> flags = Flags();
+  ForEachBlock(kShares, threads, [&](i32 part) {
+    const IndexRange rows = PartOf(part, kShares);
+    for (i32 row = rows.first; row < rows.last; ++row)
+      if (!ages || !ages->Has(row)) flags[row] &= static_cast<u16>(~PF_NEWBORN);
+  });
+}
+
 void ParticleStore::UpdateBounds(i32 threads) {
   constexpr double most = std::numeric_limits<double>::max();
   mBounds = BoundsWithin({-most, -most, -most}, {most, most, most}, threads);

@@ -33,6 +33,8 @@ class ParticleStore : public ParticleColumns {
   /// the place of one that goes, or with `keepOrder` the rest keep their order. The weights of the
   /// links of those that go are handed on to the first link of each other end.
   i32 RemoveDead(bool keepOrder);
+  /// Those without an age aren't newborn any more; what moves the others tells them so.
+  void EndBirths(i32 threads);
   /// Bounds of all rows: the radius of each particle, or the default one, widens its box.
   void UpdateBounds(i32 threads);
   const ParticleBounds& GetBounds() const { return mBounds; }

@@ -227,6 +227,12 @@ TEST(ParticleGroup, RemovesTheDeadAndGoesOnFromAState) {
   for (int i = 0; i < 100; i += 2) group.Store(kPassive).Flags()[i] = 0;
   group.CommitStep();
   EXPECT_EQ(group.Count(kPassive), 50);
+  // What ages is newborn until something ages it.
+  EXPECT_TRUE(group.Store(kPassive).Flags()[0] & PF_NEWBORN);
+  group.Store(kPassive).At(0).RemoveProperty(property_id::kAge);
+  group.CommitStep();
+  EXPECT_FALSE(group.Store(kPassive).Flags()[0] & PF_NEWBORN);
+  EXPECT_TRUE(group.Store(kPassive).Flags()[1] & PF_NEWBORN);
   group.BuildTree(kPassive, 1);
   EXPECT_EQ(group.CountNeighbours(kPassive, {0.5, 0, 0}, 0.015), 2);
   // A group of a liquid keeps nothing of the others.
