@@ -204,7 +204,7 @@ std::string Exporter::EncodeVolumes(const ExportSpec& spec, i32 frame, const Sce
 }
 
 std::string Exporter::EncodePoints(const ExportSpec& spec, const Scenes& scenes) const {
-  static const ParticleSet none;
+  static const ParticleSet none{};
   const Found found = Find(scenes, spec.particles.front());
   const auto* group = dynamic_cast<const ParticleGroup*>(found.object);
   const ParticleSet& particles = group && group->Has(FLAG_ENABLED) ? *group : none;

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "grids/fixed_blocks.h"
 #include "io/field.h"

@@ -53,6 +53,13 @@ double KernelWeight(double r2, double h2, double h3, double c) {
 /// A weight by distance. Beyond the radius it is 0, of the curve's q it is -1; of an unknown type
 /// it is 0 everywhere.
 class KernelBase {
+  template <KernelType T>
+  auto WeightOf() const {
+    return [c = mSharpness](double r2, double h2, double h3) {
+      return KernelWeight<T>(r2, h2, h3, c);
+    };
+  }
+
  public:
   explicit KernelBase(KernelType type = KernelType::kLinear) : mType(type) {}
   KernelType Type() const { return mType; }
@@ -60,11 +67,6 @@ class KernelBase {
 
   /// The weight between two points.
   double Evaluate(const Vec3d& a, const Vec3d& b, double radius) const;
-  /// The weight of a squared distance within the radius; the powers of the radius come from the
-  /// caller. `Evaluate` gives the same there.
-  double EvaluateSquared(double distanceSquared, double radiusSquared, double radiusCubed) const {
-    return With([&](auto weight) { return weight(distanceSquared, radiusSquared, radiusCubed); });
-  }
   /// Calls f(weight) once, with weight(distanceSquared, radiusSquared, radiusCubed) as a function
   /// of the own type, and returns what it does: for loops, which then don't ask for the type.
   template <class F>
@@ -88,16 +90,15 @@ class KernelBase {
     return f([](double, double, double) { return 0.0; });
   }
 
+  /// The weight of a squared distance within the radius; the powers of the radius come from the
+  /// caller. `Evaluate` gives the same there.
+  double EvaluateSquared(double distanceSquared, double radiusSquared, double radiusCubed) const {
+    return With([&](auto weight) { return weight(distanceSquared, radiusSquared, radiusCubed); });
+  }
+
   double mSharpness = 1.0;
 
  private:
-  template <KernelType T>
-  auto WeightOf() const {
-    return [c = mSharpness](double r2, double h2, double h3) {
-      return KernelWeight<T>(r2, h2, h3, c);
-    };
-  }
-
   KernelType mType;
 };
 

@@ -22,19 +22,6 @@ auto PlaceOf(List& list, i32 id) {
 
 }  // namespace
 
-template <>
-std::vector<std::unique_ptr<PropertyColumn<double>>>& ParticleColumns::List<double>() {
-  return mScalars;
-}
-template <>
-std::vector<std::unique_ptr<PropertyColumn<Vec3d>>>& ParticleColumns::List<Vec3d>() {
-  return mVectors;
-}
-template <>
-std::vector<std::unique_ptr<PropertyColumn<bool>>>& ParticleColumns::List<bool>() {
-  return mSwitches;
-}
-
 template <class T>
 PropertyColumn<T>& ParticleColumns::Require(const PropertyKey& key, std::string_view name) {
   if (PropertyColumn<T>* found = Find<T>(key)) return *found;
@@ -44,9 +31,11 @@ PropertyColumn<T>& ParticleColumns::Require(const PropertyKey& key, std::string_
   auto& list = List<T>();
   return **list.insert(PlaceOf(list, key.id), std::move(column));
 }
-template PropertyColumn<double>& ParticleColumns::Require(const PropertyKey&, std::string_view);
-template PropertyColumn<Vec3d>& ParticleColumns::Require(const PropertyKey&, std::string_view);
-template PropertyColumn<bool>& ParticleColumns::Require(const PropertyKey&, std::string_view);
+template PropertyColumn<double>& ParticleColumns::Require<double>(const PropertyKey&,
+                                                                  std::string_view);
+template PropertyColumn<Vec3d>& ParticleColumns::Require<Vec3d>(const PropertyKey&,
+                                                                std::string_view);
+template PropertyColumn<bool>& ParticleColumns::Require<bool>(const PropertyKey&, std::string_view);
 
 template <class F>
 void ParticleColumns::ForEachColumn(F&& f) {

@@ -43,6 +43,21 @@ class ParticleColumns {
   /// A handle on a row; `particle.h` has it.
   Particle At(i32 row);
 
+  /// All columns of a type, by id and, of one id, as they came.
+  template <class T>
+  auto& List() {
+    if constexpr (std::is_same_v<T, double>) {
+      return mScalars;
+    } else if constexpr (std::is_same_v<T, Vec3d>) {
+      return mVectors;
+    } else {
+      return mSwitches;
+    }
+  }
+  template <class T>
+  const auto& List() const {
+    return const_cast<ParticleColumns*>(this)->List<T>();
+  }
   /// The column of a property (T: double, Vec3d or bool); null where no particle has ever had it.
   /// Fields have none. Pointers last until a column is added or the columns are reset.
   template <class T>
@@ -58,13 +73,6 @@ class ParticleColumns {
   /// The column of a property, made without values where there is none; a `name` for a user's.
   template <class T>
   PropertyColumn<T>& Require(const PropertyKey& key, std::string_view name = {});
-  /// All columns of a type, by id and, of one id, as they came.
-  template <class T>
-  std::vector<std::unique_ptr<PropertyColumn<T>>>& List();
-  template <class T>
-  const std::vector<std::unique_ptr<PropertyColumn<T>>>& List() const {
-    return const_cast<ParticleColumns*>(this)->List<T>();
-  }
   /// Takes a property from all particles.
   void Drop(const PropertyKey& key);
 

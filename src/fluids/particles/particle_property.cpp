@@ -18,7 +18,7 @@ ParameterRow IdRow(i32 value, i32 first, i32 last) {
       .Choices(PropertyChoices(first, last))
       .OrNumbers()
       .AtLeast(first)
-      .Missing(kFirstUser);
+      .Missing(i32{kFirstUser});
 }
 
 KindExample ExampleOf(std::string_view node) {

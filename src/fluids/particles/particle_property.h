@@ -38,6 +38,18 @@ class Property : public iProperty {
   T mValue{};
 };
 
+template <>
+const NodeKind& Property<bool>::Kind();
+template <>
+const NodeKind& Property<double>::Kind();
+template <>
+const NodeKind& Property<Vec3d>::Kind();
+template <>
+const host::ParameterTable& Property<bool>::Parameters();
+template <>
+const host::ParameterTable& Property<double>::Parameters();
+template <>
+const host::ParameterTable& Property<Vec3d>::Parameters();
 extern template class Property<bool>;
 extern template class Property<double>;
 extern template class Property<Vec3d>;
