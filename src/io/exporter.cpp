@@ -186,7 +186,7 @@ std::vector<WrittenFile> Exporter::Write(i32 frame, const Scenes& scenes) const 
   std::vector<WrittenFile> written;
   for (const ExportSpec& spec : mExports) {
     const std::string bytes = spec.format == "vdb"      ? EncodeVolumes(spec, frame, scenes)
-                              : spec.format == "points" ? EncodePoints(spec, scenes)
+                              : spec.format == "points" ? EncodePoints(spec, frame, scenes)
                                                         : EncodePicture(spec, frame, scenes);
     const fs::path path = mFolder / host::FrameFileName(spec.file, frame);
     WriteFileAtomically(path, bytes);
@@ -203,13 +203,16 @@ std::string Exporter::EncodeVolumes(const ExportSpec& spec, i32 frame, const Sce
   return EncodeVdb(fields, OriginOf(frame, scenes));
 }
 
-std::string Exporter::EncodePoints(const ExportSpec& spec, const Scenes& scenes) const {
+std::string Exporter::EncodePoints(const ExportSpec& spec, i32 frame, const Scenes& scenes) const {
   static const ParticleSet none{};
   const Found found = Find(scenes, spec.particles.front());
   const auto* group = dynamic_cast<const ParticleGroup*>(found.object);
   const ParticleSet& particles = group && group->Has(FLAG_ENABLED) ? *group : none;
-  return fs::path(spec.file).extension() == ".csv" ? EncodePointsCsv(particles, spec.kinds)
-                                                   : EncodePointsPly(particles, spec.kinds);
+  const fs::path suffix = fs::path(spec.file).extension();
+  if (suffix == ".csv") return EncodePointsCsv(particles, spec.kinds);
+  if (suffix == ".ply") return EncodePointsPly(particles, spec.kinds);
+  const Scene& scene = found.scene ? *found.scene : *scenes.front();
+  return EncodePointsVdb(particles, spec.kinds, scene.mDomain.cellSize, OriginOf(frame, scenes));
 }
 
 ExportOrigin Exporter::OriginOf(i32 frame, const Scenes& scenes) const {

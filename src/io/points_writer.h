@@ -3,6 +3,7 @@
 #include <string>
 
 #include "fluids/particles/particle_set.h"
+#include "io/export_origin.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -15,5 +16,10 @@ namespace MELDO_GLOBAL::app {
 std::string EncodePointsPly(const MELDO_SULVA::ParticleSet& particles, u32 kinds);
 /// The same as comma-separated text with a line of names; numbers read back to the same bits.
 std::string EncodePointsCsv(const MELDO_SULVA::ParticleSet& particles, u32 kinds);
+
+/// A grid "points" of the volume library: positions to single precision within voxels of that size,
+/// velocity as "v", "id", and the rest as single precision under its name.
+std::string EncodePointsVdb(const MELDO_SULVA::ParticleSet& particles, u32 kinds, double voxel,
+                            const ExportOrigin& origin);
 
 }  // namespace MELDO_GLOBAL::app

@@ -47,6 +47,11 @@ std::vector<i32> KindsWithGrids() {
   return ids;
 }
 
+bool IsPointFile(const std::filesystem::path& path) {
+  const auto suffix = path.extension();
+  return suffix == ".ply" || suffix == ".csv" || suffix == ".vdb";
+}
+
 class ExportReader {
  public:
   ExportReader(SceneContext& context, const NameTable& names)
@@ -109,10 +114,10 @@ class ExportReader {
                                  Shown(*text), spec.format, suffix));
       return false;
     }
-    if (spec.format == "points" && path.extension() != ".ply" && path.extension() != ".csv") {
+    if (spec.format == "points" && !IsPointFile(path)) {
       mContext.Error(
           *file, subject,
-          fmt::format("'file': '{}' tells the format by its suffix; expected .ply or .csv",
+          fmt::format("'file': '{}' tells the format by its suffix; expected .ply, .csv or .vdb",
                       Shown(*text)));
       return false;
     }
