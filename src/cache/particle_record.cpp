@@ -97,7 +97,7 @@ bool ReadParticle(HyperFile& file, const Particle& particle) {
       !ReadProperties<Vec3d>(file, [&](i32 id, const Vec3d& v) { particle.AddVector(id, v); }) ||
       !ReadProperties<bool>(file, [&](i32 id, bool v) { particle.AddBool(id, v); }))
     return false;
-  using namespace property_id;
+  using enum property_id::Id;
   if (particle.HasProperty(kFrameStart))
     particle.AddVector(kOldPosition, particle.GetVector(kFrameStart, {}));
   return ReadLinks(file, particle);

@@ -2,11 +2,9 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-using namespace property_id;
-
 namespace {
 
-bool IsField(i32 id) { return id == kVelocity || id == kPosition; }
+bool IsField(i32 id) { return id == property_id::kVelocity || id == property_id::kPosition; }
 
 template <class T>
 bool HasIn(const ParticleColumns& columns, const PropertyKey& key, i32 row) {
@@ -33,8 +31,10 @@ bool RemoveIn(ParticleColumns& columns, const PropertyKey& key, i32 row) {
 
 bool Particle::HasProperty(const PropertyKey& key) const {
   if (IsField(key.id)) return true;
-  return ((key.id < kFirstVector || key.id >= kFirstUser) && HasIn<double>(*mColumns, key, mRow)) ||
-         ((key.id < kFirstBool || key.id >= kFirstUser) && HasIn<Vec3d>(*mColumns, key, mRow)) ||
+  return ((key.id < property_id::kFirstVector || key.id >= property_id::kFirstUser) &&
+          HasIn<double>(*mColumns, key, mRow)) ||
+         ((key.id < property_id::kFirstBool || key.id >= property_id::kFirstUser) &&
+          HasIn<Vec3d>(*mColumns, key, mRow)) ||
          HasIn<bool>(*mColumns, key, mRow);
 }
 
@@ -44,8 +44,8 @@ double Particle::GetScalar(const PropertyKey& key, double fallback) const {
 }
 
 Vec3d Particle::GetVector(const PropertyKey& key, const Vec3d& fallback) const {
-  if (key.id == kVelocity) return Velocity();
-  if (key.id == kPosition) return Position();
+  if (key.id == property_id::kVelocity) return Velocity();
+  if (key.id == property_id::kPosition) return Position();
   const PropertyColumn<Vec3d>* column = mColumns->Find<Vec3d>(key);
   return column ? column->Get(mRow, fallback) : fallback;
 }
@@ -61,7 +61,7 @@ bool Particle::SetScalar(const PropertyKey& key, double value) const {
 
 bool Particle::SetVector(const PropertyKey& key, const Vec3d& value) const {
   if (!IsField(key.id)) return SetIn(*mColumns, key, mRow, value);
-  (key.id == kVelocity ? Velocity() : Position()) = value;
+  (key.id == property_id::kVelocity ? Velocity() : Position()) = value;
   return true;
 }
 
@@ -75,14 +75,14 @@ bool Particle::AddScalar(const PropertyKey& key, double value, std::string_view 
 }
 
 bool Particle::AddVector(const PropertyKey& key, const Vec3d& value, std::string_view name) const {
-  if (key.id < kFirstVector) return false;
+  if (key.id < property_id::kFirstVector) return false;
   if (IsField(key.id)) return SetVector(key, value);
   mColumns->Require<Vec3d>(key, name).Set(mRow, value);
   return true;
 }
 
 bool Particle::AddBool(const PropertyKey& key, bool value, std::string_view name) const {
-  if (key.id < kFirstBool) return false;
+  if (key.id < property_id::kFirstBool) return false;
   mColumns->Require<bool>(key, name).Set(mRow, value);
   return true;
 }
@@ -96,15 +96,15 @@ bool Particle::RemoveProperty(const PropertyKey& key) const {
 Matrix Particle::GetFrame() const {
   const Matrix unit;
   return {{},
-          GetVector(kEllipsoidX, unit.v1),
-          GetVector(kEllipsoidY, unit.v2),
-          GetVector(kEllipsoidZ, unit.v3)};
+          GetVector(property_id::kEllipsoidX, unit.v1),
+          GetVector(property_id::kEllipsoidY, unit.v2),
+          GetVector(property_id::kEllipsoidZ, unit.v3)};
 }
 
 void Particle::SetFrame(const Matrix& frame) const {
-  AddVector(kEllipsoidX, frame.v1);
-  AddVector(kEllipsoidY, frame.v2);
-  AddVector(kEllipsoidZ, frame.v3);
+  AddVector(property_id::kEllipsoidX, frame.v1);
+  AddVector(property_id::kEllipsoidY, frame.v2);
+  AddVector(property_id::kEllipsoidZ, frame.v3);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

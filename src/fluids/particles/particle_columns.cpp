@@ -83,7 +83,7 @@ i32 ParticleColumns::Append(const ParticleTemplate& particle) {
 }
 
 void ParticleColumns::GiveWhatKindsAreBornWith(i32 row, u16 flags) {
-  using namespace property_id;
+  using enum property_id::Id;
   if (flags & PF_BALLISTIC) Require<double>(kMass).Set(row, 1.0);
   if (flags & PF_KIND_DIFFUSE) {
     Require<double>(kAge).Set(row, kDiffuseLife);

@@ -33,7 +33,7 @@ inline constexpr u16 kBornFlags = PF_NEWBORN | PF_SORTED | PF_ALIVE;
 /// The kinds of particles of a group; each has a store of its own there.
 enum ParticleKind : i32 {
   kPassive = 0,    ///< tracers
-  kVorticity = 1,  ///< carriers of a vorticity vector
+  kVortex = 1,  ///< carriers of a vorticity vector
   kLiquid = 2,     ///< what liquids are made of
   kDiffuse = 3,    ///< foam, spray and bubbles
 };
@@ -48,7 +48,7 @@ struct ParticleKindRow {
 };
 inline constexpr std::array<ParticleKindRow, kParticleKinds> kParticleKindRows = {{
     {kPassive, "passive", PF_KIND_PASSIVE, 1},
-    {kVorticity, "vorticity", PF_KIND_VORTICITY, 4},
+    {kVortex, "vorticity", PF_KIND_VORTICITY, 4},
     {kLiquid, "liquid", PF_KIND_LIQUID, 2},
     {kDiffuse, "diffuse", PF_KIND_DIFFUSE, 8},
 }};

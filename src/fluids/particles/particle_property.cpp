@@ -7,7 +7,6 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
-using namespace property_id;
 
 namespace {
 
@@ -18,7 +17,7 @@ ParameterRow IdRow(i32 value, i32 first, i32 last) {
       .Choices(PropertyChoices(first, last))
       .OrNumbers()
       .AtLeast(first)
-      .Missing(i32{kFirstUser});
+      .Missing(i32{property_id::kFirstUser});
 }
 
 KindExample ExampleOf(std::string_view node) {
@@ -50,7 +49,8 @@ const NodeKind& Property<double>::Kind() {
 template <>
 const ParameterTable& Property<double>::Parameters() {
   static const ParameterTable table = {
-      IdRow(kFirstUser, 0, kFirstVector).To(&Property<double>::mPropertyId),
+      IdRow(property_id::kFirstUser, 0, property_id::kFirstVector)
+          .To(&Property<double>::mPropertyId),
       RealRow(kValueRow, "value", 1.0, "",
               "what a new particle gets; a radius in cells, an age in frames")
           .To(&Property<double>::mValue),
@@ -81,7 +81,8 @@ const NodeKind& Property<Vec3d>::Kind() {
 template <>
 const ParameterTable& Property<Vec3d>::Parameters() {
   static const ParameterTable table = {
-      IdRow(kFirstUser + 1, kFirstVector, kFirstBool).To(&Property<Vec3d>::mPropertyId),
+      IdRow(property_id::kFirstUser + 1, property_id::kFirstVector, property_id::kFirstBool)
+          .To(&Property<Vec3d>::mPropertyId),
       VectorRow(kValueRow, "value", {0, 1, 0}, "", "what a new particle gets")
           .To(&Property<Vec3d>::mValue),
   };
@@ -111,8 +112,9 @@ const NodeKind& Property<bool>::Kind() {
 template <>
 const ParameterTable& Property<bool>::Parameters() {
   static const ParameterTable table = {
-      LongRow(kPropertyRow, "property", kFirstUser, "", "its number, of your own choice")
-          .AtLeast(kFirstBool)
+      LongRow(kPropertyRow, "property", property_id::kFirstUser, "",
+              "its number, of your own choice")
+          .AtLeast(property_id::kFirstBool)
           .To(&Property<bool>::mPropertyId),
       BoolRow(kValueRow, "value", false, "what a new particle gets").To(&Property<bool>::mValue),
   };
@@ -123,7 +125,7 @@ template <class T>
 bool Property<T>::ReadParameters() {
   if (!iBase::ReadParameters()) return false;
   if constexpr (std::is_same_v<T, double>)
-    if (mPropertyId == kRadius && mScene) mValue *= GetDomain().cellSize;
+    if (mPropertyId == property_id::kRadius && mScene) mValue *= GetDomain().cellSize;
   return true;
 }
 

@@ -3,7 +3,7 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 const std::vector<BuiltInProperty>& BuiltInProperties() {
-  using namespace property_id;
+  using enum property_id::Id;
   static const std::vector<BuiltInProperty> properties = {
       {kRadius, "radius", "PP::Radius"},
       {kLifeSpan, "life_span", ""},
