@@ -65,7 +65,7 @@ struct Slice {
 };
 
 /// A particle in the picture.
-struct Dot {
+struct Disc {
   float u, v;    ///< in columns, from the lower left
   float radius;  ///< in columns
   Colour colour;
@@ -181,7 +181,7 @@ class Drawing {
   std::vector<Column> mColumns;
   std::vector<float> mLight;
   Slice mSlice;
-  std::vector<std::vector<Dot>> mDots;  ///< by slice
+  std::vector<std::vector<Disc>> mDots;  ///< by slice
   std::vector<Colour> mRamp;  ///< light of a cell of the box by its share, in `kRampSteps`
   FireLight mFire;
 };
@@ -191,7 +191,7 @@ void Drawing::Draw(const std::vector<PreviewLayer>& layers,
   GatherFire(layers);
   for (i32 d = mCells[mAxes.d] - 1; d >= 0; --d) {
     if (!mDots.empty())
-      for (Dot& dot : mDots[d])
+      for (Disc& dot : mDots[d])
         dot.seen = mColumns[ColumnAt(static_cast<i32>(dot.u), static_cast<i32>(dot.v))].through;
     // Only what lies round the layers of this slice is cleared and summed up.
     Window smoke{mCells, {0, 0, 0}};
@@ -232,7 +232,7 @@ void Drawing::Place(const PreviewDots& dots) {
 void Drawing::DrawDots(std::vector<Colour>& pixels, i32 width, i32 height) const {
   constexpr float kLeast = 0.75f;
   const float scale = static_cast<float>(width) / static_cast<float>(Nu());
-  const auto draw = [&](const Dot& dot) {
+  const auto draw = [&](const Disc& dot) {
     const float x = dot.u * scale, y = static_cast<float>(height) - dot.v * scale;
     const float radius = std::clamp(dot.radius * scale, kLeast, static_cast<float>(kLongSide));
     const i32 reach = static_cast<i32>(radius) + 1;
@@ -245,7 +245,7 @@ void Drawing::DrawDots(std::vector<Colour>& pixels, i32 width, i32 height) const
         for (int c = 0; c < 3; ++c) pixel[c] += cover * dot.seen * (dot.colour[c] - pixel[c]);
       }
   };
-  for (const std::vector<Dot>& slice : mDots)
+  for (const std::vector<Disc>& slice : mDots)
     for (auto dot = slice.rbegin(); dot != slice.rend(); ++dot) draw(*dot);
 }
 
