@@ -91,7 +91,7 @@ void TimeTree(const char* name, const Cloud& cloud, double radius, bool isSheet,
         }
       },
       s.repeats);
-  std::vector<std::size_t> indices(kNearest);
+  std::vector<u32> indices(kNearest);
   std::vector<double> distances(kNearest);
   const double otherNearest = Best(
       [&] {
@@ -114,7 +114,7 @@ void TimeTree(const char* name, const Cloud& cloud, double radius, bool isSheet,
           tree.ForEachWithin(points[i], radius, [&](i32, double d) { sums.own += d, ++found; });
       },
       s.repeats);
-  std::vector<std::pair<std::size_t, double>> matches;
+  std::vector<std::pair<u32, double>> matches;
   const double otherWithin = Best(
       [&] {
         sums.other = 0;

@@ -6,6 +6,7 @@
 
 #include "cache/particle_record.h"
 #include "cache/state_file.h"
+#include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_property.h"
 #include "fluids/test_scene.h"
 
