@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <fstream>
+#include <sstream>
 
 #include "cache/cache_folder.h"
 #include "cache/cache_operator.h"
@@ -164,6 +165,30 @@ void PrintVolumes(const fs::path& path) {
   }
 }
 
+/// The elements of a PLY file and what each of them has: points as exports write them, or a mesh.
+void PrintPly(const fs::path& path) {
+  constexpr std::size_t kLongestHeader = 1 << 16;
+  std::ifstream file(path, std::ios::binary);
+  std::string text, line;
+  bool isFirst = true, hasEnd = false;
+  for (std::size_t read = 0; !hasEnd && read < kLongestHeader && std::getline(file, line);
+       read += line.size()) {
+    std::istringstream words(line);
+    std::string word, second, last;
+    words >> word >> second;
+    while (words >> last) {
+    }
+    hasEnd = word == "end_header";
+    if (word == "element") text += fmt::format("\n  {} {}:", Text(last), Text(second));
+    if (word == "property") text += fmt::format("{} {}", isFirst ? "" : ",", Text(last));
+    isFirst = word != "property";
+  }
+  if (!hasEnd) Fail(path.string() + ": it is damaged: its header has no end");
+  std::error_code failed;
+  fmt::print("{}: a PLY file, {}{}\n", NameOf(path),
+             FormatSize(static_cast<i64>(fs::file_size(path, failed))), text);
+}
+
 /// The sizes of a scene as they are behind its first frame.
 int PrintScene(const fs::path& path) {
   Diagnostics diagnostics;
@@ -210,6 +235,8 @@ int RunInfo(const fs::path& path) {
   try {
     if (bytes.starts_with(" BDV")) {
       PrintVolumes(path);
+    } else if (bytes.starts_with("ply\n") || bytes.starts_with("ply\r")) {
+      PrintPly(path);
     } else if (ident == "svcp" || extension == ".checkpoint") {
       PrintCheckpoint(path);
     } else if (ident == "zlsv" || extension == ".cache") {
@@ -217,7 +244,7 @@ int RunInfo(const fs::path& path) {
     } else if (extension == ".json" || (LooksLikeAScene(bytes) && extension != ".jsonl")) {
       return PrintScene(path);
     } else {
-      Fail(path.string() + ": it is no scene, cache, checkpoint or volume file");
+      Fail(path.string() + ": it is no scene, cache, checkpoint, volume or PLY file");
     }
   } catch (const host::FileError& error) {
     Fail(error.what());
