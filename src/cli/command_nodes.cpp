@@ -53,6 +53,7 @@ Json ParameterJson(const ParameterTable& table, const ParameterRow& row) {
   if (row.HasMax()) json["max"] = LimitJson(row, row.max);
   for (const Choice& choice : row.choices)
     json["choices"].push_back({{"value", choice.value}, {"name", choice.name}});
+  if (row.orNumbers) json["or_numbers"] = true;
   if (!row.accepts.empty()) json["accepts"] = row.accepts;
   if (row.condition) json["counts"] = ConditionText(table, row);
   if (!row.HasEffect()) json["kept"] = true;
@@ -139,6 +140,7 @@ std::string RangeText(const ParameterRow& row) {
   std::string text;
   for (const Choice& choice : row.choices)
     text += fmt::format("{}{} ({})", text.empty() ? "one of " : ", ", choice.name, choice.value);
+  if (row.orNumbers) text += ", or a number";
   return text.empty() ? LimitsText(row) : text;
 }
 

@@ -254,6 +254,7 @@ std::optional<Value> ValueReader::ReadChoice(const ParameterRow& row, const Json
     names.push_back(choice.name);
     words.push_back(fmt::format("{} ({})", choice.name, choice.value));
   }
+  if (row.orNumbers) words.emplace_back("a number");
   if (const std::string* text = value.Text()) {
     for (const Choice& choice : row.choices)
       if (choice.name == *text) return choice.value;
