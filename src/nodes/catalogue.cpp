@@ -87,8 +87,8 @@ std::deque<NodeKind>& Kinds() {
       MeshSmoothingOperator::Kind(),
       Mesh::Kind(),
       MultiMesh::Kind(),
-      Property<bool>::Kind(),
       GroupKind(),
+      Property<bool>::Kind(),
   };
   return kinds;
 }

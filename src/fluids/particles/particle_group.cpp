@@ -39,18 +39,20 @@ std::string_view Kept(std::string text) {
 void AddDisplayRows(ParameterTable& table, const DisplayRows& d) {
   const auto name = [&](const char* what) { return Kept(std::string(d.kind) + "_" + what); };
   const auto add = [&](ParameterRow row) { table.push_back(std::move(row.Kept())); };
-  add(BoolRow(d.draw, name("draw"), true, "a viewport draws these particles"));
-  add(VectorRow(d.colour, name("color"), d.colourValue, "none", "their colour in a viewport"));
+  add(BoolRow(d.draw, name("draw"), true, "these particles are shown"));
+  add(VectorRow(d.colour, name("color"), d.colourValue, "none", "what they look like"));
   if (d.channel)
     add(LinkRow(d.channel, name("color_by"), "a field or property that colours them instead"));
-  add(RealRow(d.scale, name("point_scale"), 0.0, "none", "size of a point by its radius"));
-  add(RealRow(d.size, name("point_size"), 20.0, "none", "size of a point in a viewport"));
-  add(LongRow(d.shape, name("shape"), d.shapeValue, "", "how a viewport draws a point"));
+  add(RealRow(d.scale, name("point_scale"), 0.0, "none",
+              "0 shows all alike, 1 each as large as its radius"));
+  add(RealRow(d.size, name("point_size"), 20.0, "none",
+              "how large each is shown, hundredths of a cell"));
+  add(LongRow(d.shape, name("shape"), d.shapeValue, "", "0 for dots, 1 for balls"));
   add(BoolRow(d.inFront, name("depth_test"), true, "what stands before a point hides it"));
   if (d.asLines) {
-    add(BoolRow(d.asLines, name("velocity_color"), false, "colour by speed"));
+    add(BoolRow(d.asLines, name("velocity_color"), false, "fast ones look brighter"));
     add(BoolRow(d.lines, name("own_color"), true,
-                "colour by the property color where it is there"));
+                "each looks as its property says, where it has one"));
   }
 }
 
@@ -84,9 +86,9 @@ const NodeKind& ParticleGroup::Kind() {
 const ParameterTable& ParticleGroup::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = {
-        BoolRow(8001, "draw", true, "a viewport draws the group").Kept(),
-        RealRow(1062, "value_low", 0.0, "", "value of the lowest colour of color_by").Kept(),
-        RealRow(1063, "value_high", 0.0, "", "value of the highest colour of color_by").Kept(),
+        BoolRow(8001, "draw", true, "any of it is shown").Kept(),
+        RealRow(1062, "value_low", 0.0, "none", "what color_by shows darkest").Kept(),
+        RealRow(1063, "value_high", 0.0, "none", "what color_by shows brightest").Kept(),
     };
     const DisplayRows kinds[] = {
         {"passive", 1027, 1000, 1064, 1031, 1071, 1087, 1077, 1081, 1082, {0.54, 0.58, 0.47}, 0},

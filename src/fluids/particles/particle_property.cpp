@@ -51,7 +51,7 @@ const ParameterTable& Property<double>::Parameters() {
   static const ParameterTable table = {
       IdRow(property_id::kFirstUser, 0, property_id::kFirstVector)
           .To(&Property<double>::mPropertyId),
-      RealRow(kValueRow, "value", 1.0, "",
+      RealRow(kValueRow, "value", 1.0, "none",
               "what a new particle gets; a radius in cells, an age in frames")
           .To(&Property<double>::mValue),
   };
@@ -83,7 +83,7 @@ const ParameterTable& Property<Vec3d>::Parameters() {
   static const ParameterTable table = {
       IdRow(property_id::kFirstUser + 1, property_id::kFirstVector, property_id::kFirstBool)
           .To(&Property<Vec3d>::mPropertyId),
-      VectorRow(kValueRow, "value", {0, 1, 0}, "", "what a new particle gets")
+      VectorRow(kValueRow, "value", {0, 1, 0}, "none", "what a new particle gets")
           .To(&Property<Vec3d>::mValue),
   };
   return table;

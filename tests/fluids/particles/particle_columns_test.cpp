@@ -255,7 +255,8 @@ TEST(ParticleGroup, RemovesTheDeadAndGoesOnFromAState) {
   EXPECT_EQ(group.Count(kPassive), 50);
   EXPECT_EQ(group.Store(kPassive).At(49).GetAge(), 5.0);
   // Ids go on behind those that were given.
-  EXPECT_EQ(group.Store(kPassive).Ids()[group.Store(kPassive).Create(particle)], 100);
+  const i32 row = group.Store(kPassive).Create(particle);
+  EXPECT_EQ(group.Store(kPassive).Ids()[row], 100);
 }
 
 TEST(ParticleProperty, GivesItsValueToATemplate) {
