@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "grids/fixed_blocks.h"
+#include "fluids/levelset/diagonal_rows.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -94,25 +94,16 @@ void FastSweeper<T>::SweepOn(i32 threads, i32 di, i32 dj, i32 dk, i32 mode) cons
     else
       SweepRowInOrder(rows, firstX, lastX, di, h, mode);
   };
-  // Rows of one diagonal of the y-z plane don't depend on each other.
-  for (i32 d = 0; d < rowsY + rowsZ - 1; ++d) {
-    if (mThread && mThread->TestBreak()) return;
-    const i32 low = std::max(0, d - rowsZ + 1), high = std::min(d, rowsY - 1);
-    // Below some thousand samples the wait for the workers costs more than they save.
-    const bool alone = i64{nx} * (high - low + 1) < 4096;
-    ForEachBlock(high - low + 1, alone ? 1 : threads, [&](i32 block) {
-      row(low + block, d - low - block, best.data() + static_cast<size_t>(block) * nx);
-    });
-  }
+  ForEachDiagonalRow(rowsY, rowsZ, nx, threads, mThread, [&](i32 m, i32 n, i32 slot) {
+    row(m, n, best.data() + static_cast<size_t>(slot) * nx);
+  });
 }
 
 template <class T>
 void FastSweeper<T>::Run(bool threaded, i32 rounds, i32 mode) const {
-  constexpr i32 directions[8][3] = {{1, 1, 1},  {-1, -1, -1}, {1, 1, -1},  {-1, -1, 1},
-                                    {1, -1, 1}, {-1, 1, -1},  {1, -1, -1}, {-1, 1, 1}};
   const i32 threads = threaded ? std::min(host::ThreadCount(), 8) : 1;
   for (i32 round = 0; round < rounds; ++round)
-    for (const auto& [i, j, k] : directions) SweepOn(threads, i, j, k, mode);
+    for (const auto& [i, j, k] : kSweepDirections) SweepOn(threads, i, j, k, mode);
 }
 
 template class FastSweeper<double>;
