@@ -16,13 +16,17 @@ bool SulvaScene::UpdateDomain(double hostUnits, double simUnits, double cellSize
   layout.Set({1, 1, 1}, {w, w, w}, static_cast<f32>(cellSize), {});
   if (mDomain.count > 0 && layout.Equals(mDomain)) {
     mFlags &= ~kDomainChanged;
+    ForEachPart([&](ScenePart& part) { part.UpdateDomain(*this); });
     return false;
   }
   mDomain = layout;
   mFlags |= kDomainChanged;
   mCellHalf = mDomain.cellSize * 0.5;
   mCellQuarter = mCellHalf * 0.5;
-  ForEachPart([&](ScenePart& part) { part.DomainChanged(mDomain); });
+  ForEachPart([&](ScenePart& part) {
+    part.DomainChanged(mDomain);
+    part.UpdateDomain(*this);
+  });
   return true;
 }
 

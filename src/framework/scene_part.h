@@ -12,6 +12,7 @@ struct GridLayout;
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 class Scene;
+class SulvaScene;
 class StateArchive;
 
 /// A part of a simulation that no node stands for: the world of rigid bodies of a scene, the
@@ -26,6 +27,8 @@ class ScenePart {
   virtual void Advance(Scene& /*scene*/) {}
   /// Back to the state at the start of a simulation.
   virtual void Reset() {}
+  /// Every evaluation, when the scene has read its scale and cells.
+  virtual void UpdateDomain(SulvaScene& /*scene*/) {}
   /// The scale of the scene or its cells are others than before.
   virtual void DomainChanged(const GridLayout& /*domain*/) {}
   /// Saves or restores what a later frame depends on, as `iBase::Persist` does.

@@ -17,6 +17,10 @@ enum Row : i32 {
   kExtraMinSubsteps = 1010,
   kTimeScale = 1013,
   kRenderCellSize = 1015,
+  // A viewport's, and how the iso density of particles is measured: see `ParticleIsoDensity`.
+  kIsoKernel = 1400,
+  kShowStatistics = 1401,
+  kDisplayScale = 1402,
 };
 
 /// Those from which the lattice of the fields and the start of the simulation follow: a change

@@ -80,9 +80,8 @@ const ParameterTable& SulvaScene::Parameters() {
               "slow motion below 1, fast motion above; 0 or less freezes the picture")
           .To(&SceneSettings::timeScale),
       VectorRow(1012, "gravity", {0, -9.81, 0}, "m/s^2",
-                "pulls bodies and liquids; smoke rises and sinks by its own forces")
-          .To(&SceneSettings::gravity)
-          .Kept(),
+                "pulls particles that fly; smoke rises and sinks by its own forces")
+          .To(&SceneSettings::gravity),
       LongRow(1014, "seed", 2150, "",
               "start of everything random: another one gives a sister of the same shot")
           .To(&SceneSettings::seed),
@@ -114,8 +113,15 @@ const ParameterTable& SulvaScene::Parameters() {
           .Kept(),
       LongRow(1302, "rigid_mode", 0, "", "an option of the rigid world; kept with the scene")
           .Kept(),
-      BoolRow(1401, "show_statistics", true, "a viewport writes numbers beside the scene").Kept(),
-      RealRow(1402, "display_scale", 2.5, "none", "size of what a viewport draws for the scene")
+      LinkRow(server_row::kIsoKernel, "iso_kernel",
+              "how particles weigh their neighbours where their usual density is measured")
+          .AcceptsAny({kListAuxiliary, 0})
+          .Kept(),
+      BoolRow(server_row::kShowStatistics, "show_statistics", true,
+              "a viewport writes numbers beside the scene")
+          .Kept(),
+      RealRow(server_row::kDisplayScale, "display_scale", 2.5, "none",
+              "size of what a viewport draws for the scene")
           .Kept(),
       BoolRow(cache_setup::kRenderOnly, "cache_render_only", false,
               "`sulva cache-setup`: the caches that it makes rest unless a picture is made"),

@@ -23,8 +23,15 @@ const NodeKind& Kernel::Kind() {
       .list = kListAuxiliary,
       .menu = {"General"},
       .purpose = "how strongly a neighbour counts, from its own place out to a radius",
-      .example = {{},
-                  {R"({ "type": "kernel", "name": "soft", "parameters": { "kernel": "cube" } })"}},
+      .example =
+          {{example::kBall},
+           {example::kBallMesh, R"({ "type": "particlegroup", "name": "eddies" })",
+            R"({ "type": "particlemesh_emission_setting", "name": "rate", "parameters": { "amount": 200 } })",
+            R"({ "type": "particlemeshemitter", "name": "born", "parameters": { "group": "eddies", "kind": "vorticity", "source": "ball mesh", "settings": "rate" } })",
+            R"({ "type": "particle_advection", "name": "drift", "parameters": { "group": "eddies", "kind": "vorticity" } })",
+            R"({ "type": "kernel", "name": "soft", "parameters": { "kernel": "cube" } })",
+            R"({ "type": "force_particleturbulence", "name": "stir", "parameters": { "group": "eddies", "kernel": "soft" } })",
+            R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150], "parameters": { "forces": ["stir"] } })"}},
       .rows = Parameters,
       .make = MakeNode<Kernel>,
   };

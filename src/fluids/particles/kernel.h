@@ -110,6 +110,7 @@ class Kernel : public iBase {
  public:
   using iBase::iBase;
   static constexpr i32 kNodeType = 1300066;
+  static constexpr i32 kTypeRow = 7150;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool ReadParameters() override;
@@ -126,7 +127,6 @@ class Kernel : public iBase {
   const KernelBase& Base() const { return mKernel; }
 
  private:
-  static constexpr i32 kTypeRow = 7150;
   double ThroughCurve(double weight) const {
     if (mKernel.Type() != KernelType::kCurve) return weight;
     return weight > 0 && mCurve ? mCurve->Evaluate(weight) : 0.0;

@@ -70,11 +70,12 @@ void ParticleColumns::AppendEntries(const std::vector<ParticleTemplate::Entry<T>
 
 i32 ParticleColumns::Append(const ParticleTemplate& particle) {
   const i32 row = Count();
-  Resize(row + 1);
-  ForEachColumn([&](auto& column) { column.Resize(row + 1); });
-  mFlags[row] = particle.flags;
-  mPositions[row] = particle.position;
-  mVelocities[row] = particle.velocity;
+  mIds.push_back(-1);
+  mFlags.push_back(particle.flags);
+  mPositions.push_back(particle.position);
+  mVelocities.push_back(particle.velocity);
+  if (HasLinks()) mLinks.emplace_back();
+  ForEachColumn([](auto& column) { column.Push(); });
   AppendEntries(particle.scalars, row);
   AppendEntries(particle.vectors, row);
   AppendEntries(particle.switches, row);

@@ -47,7 +47,7 @@ void AddDisplayRows(ParameterTable& table, const DisplayRows& d) {
               "0 shows all alike, 1 each as large as its radius"));
   add(RealRow(d.size, name("point_size"), 20.0, "none",
               "how large each is shown, hundredths of a cell"));
-  add(LongRow(d.shape, name("shape"), d.shapeValue, "", "0 for dots, 1 for balls"));
+  add(LongRow(d.shape, name("shape"), d.shapeValue, "", "0 for flat dots, 1 for lit balls"));
   add(BoolRow(d.inFront, name("depth_test"), true, "what stands before a point hides it"));
   if (d.asLines) {
     add(BoolRow(d.asLines, name("velocity_color"), false, "fast ones look brighter"));
@@ -86,7 +86,7 @@ const NodeKind& ParticleGroup::Kind() {
 const ParameterTable& ParticleGroup::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = {
-        BoolRow(8001, "draw", true, "any of it is shown").Kept(),
+        BoolRow(8001, "draw", true, "a viewport shows any of these particles").Kept(),
         RealRow(1062, "value_low", 0.0, "none", "what color_by shows darkest").Kept(),
         RealRow(1063, "value_high", 0.0, "none", "what color_by shows brightest").Kept(),
     };

@@ -52,6 +52,11 @@ class PropertyColumn {
 
   /// New particles don't have it.
   void Resize(i32 count);
+  /// One particle more.
+  void Push() {
+    mValues.emplace_back();
+    if ((mValues.size() & 63) == 1) mPresent.push_back(0);
+  }
   void Reserve(i64 count) { mValues.reserve(count), mPresent.reserve((count + 63) / 64); }
   void CopyRow(i32 from, i32 to) {
     mValues[to] = mValues[from];

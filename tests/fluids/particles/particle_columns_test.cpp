@@ -9,6 +9,7 @@
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_property.h"
 #include "fluids/test_scene.h"
+#include "grids/grid_memory.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
@@ -257,6 +258,54 @@ TEST(ParticleGroup, RemovesTheDeadAndGoesOnFromAState) {
   // Ids go on behind those that were given.
   const i32 row = group.Store(kPassive).Create(particle);
   EXPECT_EQ(group.Store(kPassive).Ids()[row], 100);
+}
+
+namespace {
+/// Stands for an operator that numbers particles of the liquid by their rows.
+struct Sheet : iObject {
+  using iObject::iObject;
+  i32 GetTypeId() const override { return kTypeParticleSheet; }
+};
+
+/// The ids of ten particles when the third and the last have died.
+std::vector<i32> IdsOfTheRest(ParticleGroup& group, i32 kind) {
+  ParticleStore& store = group.Store(kind);
+  store.Reset(store.Layout());
+  for (int i = 0; i < 10; ++i) store.Create({});
+  store.Flags()[2] = store.Flags()[9] = 0;
+  group.CommitStep();
+  return {store.Ids().begin(), store.Ids().end()};
+}
+}  // namespace
+
+TEST(ParticleGroup, KeepsTheOrderOfALiquidUnderASheet) {
+  TestScene scene(0.1);
+  auto& group = scene.Add<ParticleGroup>("particlegroup", "water");
+  const std::vector<i32> swapped = {0, 1, 8, 3, 4, 5, 6, 7}, kept = {0, 1, 3, 4, 5, 6, 7, 8};
+  EXPECT_EQ(IdsOfTheRest(group, kLiquid), swapped);
+  scene.AddOwn<Sheet>("grid_cooling", "sheet");
+  EXPECT_EQ(IdsOfTheRest(group, kLiquid), kept);
+  EXPECT_EQ(IdsOfTheRest(group, kPassive), swapped);
+}
+
+TEST(ParticleSet, RefusesWhatMemoryDoesNotHold) {
+  ParticleSet set;
+  const ParticleTemplate particle;
+  SetGridMemoryLimit(GridMemory() + 100'000'000);
+  EXPECT_TRUE(set.HasRoom(kPassive, 1e5, particle));
+  EXPECT_EQ(RefusedParticles().count, 0);
+  EXPECT_FALSE(set.HasRoom(kPassive, 1e12, particle));
+  EXPECT_EQ(RefusedParticles().count, 1e12);
+  // What it holds counts as long as it lives.
+  const u64 before = GridMemory();
+  {
+    ParticleStore store;
+    for (int i = 0; i < 1000; ++i) store.Create(particle);
+    EXPECT_GE(GridMemory() - before, 54'000u);
+  }
+  EXPECT_EQ(GridMemory(), before);
+  SetGridMemoryLimit(0);
+  EXPECT_FALSE(set.HasRoom(kPassive, 3e9, particle));
 }
 
 TEST(ParticleProperty, GivesItsValueToATemplate) {
