@@ -1,5 +1,6 @@
 #include "scene/object_types.h"
 
+#include "host/image.h"
 #include "host/render_objects.h"
 
 namespace MELDO_GLOBAL::app {
@@ -17,6 +18,7 @@ const std::vector<ObjectType>& ObjectTypes() {
       {"torus", kMeshObject, true, {"radius", "tube", "segments"}},
       {"spline", kSplineObject, false, {"points", "closed"}},
       {"points", kPointsObject, false, {"points"}},
+      {"image", kImageObject, false, {"file", "parameters"}, ImageParameters},
       {"light", kLightObject, false, {"parameters"}, LightParameters},
       {"camera", kCameraObject, false, {"parameters"}, CameraParameters},
   };

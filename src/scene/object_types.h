@@ -10,7 +10,7 @@ namespace MELDO_GLOBAL::app {
 /// A type of object with the keys that only it has.
 struct ObjectType {
   std::string_view name;
-  host::HostType type;
+  i32 type;  ///< of the host's node
   bool isShape;
   std::vector<std::string_view> keys;
   const host::ParameterTable& (*rows)() = nullptr;  ///< of the key "parameters"

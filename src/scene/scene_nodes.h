@@ -62,6 +62,7 @@ class SceneBuilder {
   bool ReadSize(const JsonValue& value, const char* key, const Subject& subject, double& size);
   bool ReadExtents(const JsonValue& value, bool isFlat, const Subject& subject, Vec3d& size);
   bool ReadSegments(const JsonValue& value, const Subject& subject, i32& segments);
+  void ReadImage(const JsonValue& value, host::BaseNode& node, const Subject& subject);
   void ReadMesh(const JsonValue& value, host::BaseNode& node, const Subject& subject);
   void ReadFrames(const JsonValue& frames, bool goesOn, host::BaseNode& node,
                   const Subject& subject);

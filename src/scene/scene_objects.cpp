@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "host/image.h"
 #include "host/mesh_files.h"
 #include "host/polygon_object.h"
 #include "host/render_objects.h"
@@ -128,11 +129,29 @@ BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const ObjectType& t
       }
       return &mesh;
     }
+    case kImageObject: {
+      auto& image = document.Create<ImageObject>(kImageObject, name, nullptr);
+      image.SetTable(&type.rows());
+      ReadImage(value, image, subject);
+      return &image;
+    }
     default: break;
   }
   auto& node = document.Create<BaseNode>(type.type, name, nullptr);
   if (type.rows) node.SetTable(&type.rows());
   return &node;
+}
+
+void SceneBuilder::ReadImage(const JsonValue& value, BaseNode& node, const Subject& subject) {
+  const JsonValue* file = value.Find("file");
+  if (!file) return;
+  const auto path = ReadFileName(mContext, *file, subject, "'file'");
+  if (!path) return;
+  try {
+    static_cast<ImageObject&>(node).picture = LoadImage(mContext.Resolve(*path));
+  } catch (const ImageFileError& error) {
+    mContext.Error(*file, subject, fmt::format("'file': {}", error.what()));
+  }
 }
 
 bool SceneBuilder::ReadSize(const JsonValue& value, const char* key, const Subject& subject,
