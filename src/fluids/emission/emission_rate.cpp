@@ -37,7 +37,9 @@ const ParameterTable& EmissionRate::Parameters() {
           .To(&EmissionRate::mReal),
       VectorRow(kVectorRow, "vector_rate", {1, 0, 0}, "1/s", "how fast a field of vectors fills")
           .To(&EmissionRate::mVector),
-      LongRow(5003, "whole_rate", 100, "1/s", "how many particles appear").Kept(),
+      LongRow(kWholeRow, "whole_rate", 100, "1/s", "how many particles appear")
+          .AtLeast(0)
+          .To(&EmissionRate::mWhole),
   };
   return table;
 }

@@ -1,0 +1,49 @@
+// Particles that fill a volume.
+#pragma once
+#include "fluids/emission/particle_emitter.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Fills a volume with particles, cell by cell on a finer lattice, and tops up cells from which
+/// particles have gone: a cell gets as many as are missing from its lattice, at places that are
+/// free. Distances of the limits are shares of the volume's greatest depth M, outwards positive:
+/// the volume reaches from -inner M to outer M.
+class ObjectParticleGridEmitter : public ParticleEmitter {
+ public:
+  ObjectParticleGridEmitter(host::BaseNode* node, Scene* scene);
+  static const NodeKind& Kind();
+  static const host::ParameterTable& Parameters();
+  static constexpr i32 kVolumeRow = 1005;
+  bool ReadParameters() override;
+  void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
+  void Prepare() override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+
+ private:
+  /// The lattice in the cells of a zone.
+  struct Lattice {
+    i32 perAxis = 1;
+    double step = 0, spacing = 0;  ///< simulation units
+    double Count() const { return double(perAxis) * perAxis * perAxis; }
+  };
+  class Filler;
+
+  bool IsDue() const;
+  Lattice LatticeOf(i32 subdivision, double cell) const;
+  /// As many as a volume that is empty takes.
+  double CountWanted() const;
+
+  bool mPerSample = true;
+  double mInnerLimit = 1, mOuterLimit = 0;
+  double mBandCells = 0, mBand = 0;
+  i32 mOuterSubdivision = 1, mInnerSubdivision = 1;
+  double mMinSpacing = 0.5;
+
+  // Of one step.
+  std::vector<VolumeBase*> mMembers;  ///< of the volume, those with a grid
+  std::optional<host::ImageObject::Sampler> mColour;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

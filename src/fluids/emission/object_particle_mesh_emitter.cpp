@@ -1,0 +1,276 @@
+#include "fluids/emission/object_particle_mesh_emitter.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "framework/node_kind.h"
+#include "framework/rest.h"
+#include "framework/scene.h"
+#include "framework/state_archive.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const NodeKind& ObjectParticleMeshEmitter::Kind() {
+  static const NodeKind kind = {
+      .id = 1300007,
+      .type = "particlemeshemitter",
+      .label = "Emitter::Particle On Mesh",
+      .className = "ObjectParticleMeshEmitter",
+      .typeId = 6,
+      .list = kListEmitters,
+      .categories = kCategoryParticle | kCategoryMesh,
+      .flags = "I",
+      .stages = {kEmitters},
+      .priority = 5,
+      .menu = {"Particles/Emitters"},
+      .purpose = "lets particles leave a surface, such as sparks from embers",
+      .example =
+          {{example::kBall},
+           {example::kBallMesh, R"({ "type": "particlegroup", "name": "sparks" })",
+            R"({ "type": "particlemesh_emission_setting", "name": "spark rate", "parameters": { "amount": 200 } })",
+            R"({ "type": "property_scalar", "name": "life", "parameters": { "property": "age", "value": 50 } })",
+            R"({ "type": "particlemeshemitter", "name": "born", "parameters": { "group": "sparks", "kind": "passive", "source": "ball mesh", "settings": "spark rate", "properties": ["life"] } })",
+            R"({ "type": "particle_advection", "name": "fly", "parameters": { "group": "sparks", "kind": "passive", "motion": "ballistic" } })"}},
+      .rows = Parameters,
+      .make = MakeNode<ObjectParticleMeshEmitter>,
+  };
+  return kind;
+}
+
+const ParameterTable& ObjectParticleMeshEmitter::Parameters() {
+  static const ParameterTable table = WithRows(
+      {.settings = 1004, .properties = 1005},
+      {LinkRow(kSourceRow, "source",
+               "the mesh on which they appear, a volume whose mesh is meant, or loose points",
+               {Mesh::Kind().id, kPointsObject})
+           .AcceptsAny({kListGeometry, kCategoryVolume})
+           .To(&ObjectParticleMeshEmitter::mMesh)
+           .To(&ObjectParticleMeshEmitter::mPointsObject)
+           .To(&ObjectParticleMeshEmitter::mVolume)
+           .Required(),
+       LongRow(1024, "emit_from", kTriangles, "",
+               "where on the source: spread over its triangles, at its vertices, or at the points "
+               "of an object of points")
+           .Choices({{kTriangles, "triangles"}, {kVertices, "vertices"}, {kPoints, "points"}})
+           .To(&ObjectParticleMeshEmitter::mFrom),
+       BoolRow(1026, "every_point", false,
+               "one particle at every vertex or point in each step, in place of the settings' "
+               "amount")
+           .Missing(i32{1})
+           .OnlyWith(1024, {kVertices, kPoints})
+           .To(&ObjectParticleMeshEmitter::mEveryPoint),
+       RealRow(1022, "spacing", 0.25, "cells", "leaves out places that are nearer to a particle")
+           .Missing(0.5)
+           .AtLeast(0)
+           .To(&ObjectParticleMeshEmitter::mSpacingCells),
+       BoolRow(1013, "write_normal", false, "gives them the normal of the surface as a property")
+           .To(&ObjectParticleMeshEmitter::mWritesNormal),
+       BoolRow(1025, "vertex_normals", false,
+               "normals at vertices are those of the triangles round them")
+           .OnlyWith(1024, {kVertices})
+           .To(&ObjectParticleMeshEmitter::mSumsNormals),
+       BoolRow(1014, "write_uv", false, "gives them their surface coordinates as a property")
+           .To(&ObjectParticleMeshEmitter::mWritesUv),
+       BoolRow(1018, "write_colour", false, "gives them the colour of colour_image as a property")
+           .To(&ObjectParticleMeshEmitter::mWritesColour),
+       LinkRow(1015, "colour_image",
+               "where write_colour looks: a picture, or one that is the same everywhere",
+               {kImageObject})
+           .OnlyWith(1018, {1})
+           .To(&ObjectParticleMeshEmitter::mColourImage),
+       LinkRow(1016, "density_image",
+               "an image that says where particles appear: where its red is bright enough",
+               {kImageObject})
+           .To(&ObjectParticleMeshEmitter::mDensityImage),
+       RealRow(1017, "density_threshold", 0.01, "none",
+               "how bright the red of density_image has to be")
+           .To(&ObjectParticleMeshEmitter::mDensityThreshold),
+       LongRow(1010, "image_lookup", kByPlace, "",
+               "how images lie on the source: by its surface coordinates, or as they hang in space")
+           .Choices({{kByUv, "uv"}, {kByPlace, "place"}})
+           .To(&ObjectParticleMeshEmitter::mLookup),
+       LongRow(1011, "image_frame", 0, "", "the domain and the world have one frame here")
+           .Choices({{0, "domain"}, {1, "world"}})
+           .Missing(i32{1})
+           .Kept(),
+       LongRow(1012, "material_channel", 0, "", "of a material with channels; no material here has")
+           .Kept(),
+       RealRow(1021, "curvature_threshold", 0.0, "none",
+               "leaves out what is less bent, a hundredth of the curvature that an operator found; "
+               "0 leaves out nothing")
+           .Missing(0.2)
+           .AtLeast(0)
+           .To(&ObjectParticleMeshEmitter::mCurvature),
+       BoolRow(1020, "invert_curvature", false, "leaves out what is more bent")
+           .To(&ObjectParticleMeshEmitter::mInvertsCurvature),
+       AbsentLinksRow(1027, "point_properties", "loose points of a scene file have no properties",
+                      {Property<double>::Kind().id, Property<Vec3d>::Kind().id})
+           .Kept(),
+       LongRow(common_row::kClassOption, "repeat", 0, "",
+               "further rounds in each step, each of which keeps clear of those before")
+           .Range(0, 1000)
+           .To(&ObjectParticleMeshEmitter::mRepeats)});
+  return table;
+}
+
+ObjectParticleMeshEmitter::ObjectParticleMeshEmitter(BaseNode* node, Scene* scene)
+    : ParticleEmitter(node, scene) {}
+
+bool ObjectParticleMeshEmitter::ReadParameters() {
+  if (!ParticleEmitter::ReadParameters()) return false;
+  mSpacing = mSpacingCells * GetDomain().cellSize;
+  return true;
+}
+
+void ObjectParticleMeshEmitter::Reset() {
+  ParticleEmitter::Reset();
+  mOwed = 0;
+}
+
+void ObjectParticleMeshEmitter::Persist(StateArchive& archive) {
+  ParticleEmitter::Persist(archive);
+  archive(mOwed);
+}
+
+bool ObjectParticleMeshEmitter::FindPoints() {
+  mLoose.clear();
+  mRecord = nullptr;
+  if (mPointsObject) {
+    const Matrix place = mPointsObject->GlobalMatrix();
+    for (const Vec3d& p : mPointsObject->points)
+      mLoose.push_back(place * p * GetDomain().worldToSim);
+    mUsed = kPoints;
+    return !mLoose.empty() || Deactivate("its source has no points");
+  }
+  if (mFrom == kPoints)
+    return Deactivate("its source is no object of points; name one, or change 'emit_from'");
+  const auto* volume = dynamic_cast<const VolumeBase*>(mVolume);
+  const Mesh* mesh = mMesh ? mMesh : volume ? volume->GetMesh() : nullptr;
+  if (!mesh) return Deactivate("it has no source; name a mesh under 'source'");
+  if (!mesh->HasTriangles()) return Deactivate("the mesh of its source has no triangles");
+  mRecord = &mesh->mMesh;
+  mUsed = mFrom == kVertices ? kVertices : kTriangles;
+  return mPoints.Begin(*mRecord, mUsed == kVertices, mSumsNormals) ||
+         Deactivate("the triangles of its mesh have no area");
+}
+
+i32 ObjectParticleMeshEmitter::CountDue() {
+  constexpr double kMost = 2147483647, kNoise = 1e-9;
+  const i32 points = mUsed == kPoints ? static_cast<i32>(mLoose.size()) : mRecord->GetVertexCount();
+  if (mUsed != kTriangles && mEveryPoint) return points;
+  const double time = mSettings->mPerStep ? 1.0 : mTime->stepDuration;
+  mOwed += mSettings->GetAmount() * time * mWeight;
+  // Steps whose lengths were rounded sum up to whole particles all the same.
+  const double due = std::min(std::floor(mOwed + kNoise), kMost);
+  mOwed = std::max(0.0, mOwed - due);
+  return static_cast<i32>(due);
+}
+
+void ObjectParticleMeshEmitter::Prepare() {
+  if (!PrepareEmission() || !FindPoints()) return;
+  SetFlag(FLAG_ACTIVE, false);
+  if (mSettings->GetAmount() <= 0 && (mUsed == kTriangles || !mEveryPoint))
+    return void(Deactivate(kNoRateReason));
+  mCount = CountDue();
+  if (mCount == 0) return void(Deactivate(kNotDueReason));
+  if (mWritesNormal) mTemplate.Set(property_id::kNormal, Vec3d{});
+  if (mWritesUv) mTemplate.Set(property_id::kUv, Vec3d{});
+  if (mWritesColour && mColourImage) mTemplate.Set(property_id::kColor, Vec3d{});
+  if (!HasRoom(double(mCount) * (1.0 + mRepeats))) return;
+  mTestsCurvature = mCurvature > 0 && mRecord && !mRecord->mColumns.curvature.empty();
+  mColour = SamplerOf(mWritesColour ? mColourImage : nullptr);
+  mDensity = SamplerOf(mDensityImage);
+  mGroup->BuildTree(mKind, mScene->mThreadCount);
+  mConstraints.Prepare(this);
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+/// Places the particles of one share.
+class ObjectParticleMeshEmitter::Placer {
+ public:
+  Placer(ObjectParticleMeshEmitter& emitter, i32 share)
+      : mEmitter(emitter),
+        mShare(share),
+        mParticle(emitter.mTemplate),
+        mNormal(emitter.mWritesNormal ? mParticle.FindVector(property_id::kNormal) : nullptr),
+        mUv(emitter.mWritesUv ? mParticle.FindVector(property_id::kUv) : nullptr),
+        mTint(emitter.mColour ? mParticle.FindVector(property_id::kColor) : nullptr) {}
+
+  void Place(i32 index) {
+    const MeshPoint point = Pick(index);
+    const ObjectParticleMeshEmitter& e = mEmitter;
+    if (e.mSpacing > 0 && e.mGroup->CountNeighbours(e.mKind, point.position, e.mSpacing, 1) > 0)
+      return;
+    if (!e.IsAllowed(point.position, 1.0, mShare)) return;
+    if (e.mTestsCurvature && !IsBent(e.mPoints.CurvatureAt(point))) return;
+    const Vec3d uv = e.mRecord ? e.mPoints.UvAt(point) : Vec3d{};
+    if (e.mDensity && Look(*e.mDensity, point, uv).x < e.mDensityThreshold) return;
+    if (mNormal) *mNormal = e.mRecord ? e.mPoints.NormalAt(point) : Vec3d{};
+    if (mUv) *mUv = uv;
+    if (mTint) *mTint = Look(*e.mColour, point, uv);
+    mParticle.position = point.position;
+    mEmitter.mHandler.Emit(mParticle, mShare);
+  }
+
+ private:
+  MeshPoint Pick(i32 index) {
+    ParticleEmissionHandler& handler = mEmitter.mHandler;
+    if (mEmitter.mUsed == kTriangles) {
+      RandomStream& random = handler.Random(mShare);
+      const double u = random.NextUnit(), a = random.NextUnit(), b = random.NextUnit();
+      return mEmitter.mPoints.OnTriangle(u, a, b);
+    }
+    const bool isLoose = mEmitter.mUsed == kPoints;
+    const i32 count =
+        isLoose ? static_cast<i32>(mEmitter.mLoose.size()) : mEmitter.mRecord->GetVertexCount();
+    const i32 i = mEmitter.mEveryPoint ? index : handler.Pick(mShare, count);
+    return isLoose ? MeshPoint{.position = mEmitter.mLoose[i]} : mEmitter.mPoints.AtVertex(i);
+  }
+  bool IsBent(double curvature) const {
+    const double threshold = mEmitter.mCurvature * 100;
+    return mEmitter.mInvertsCurvature ? curvature <= threshold : threshold <= curvature;
+  }
+  Vec3d Look(const ImageObject::Sampler& image, const MeshPoint& point, const Vec3d& uv) const {
+    if (mEmitter.mLookup == kByUv) return image.AtUv(uv);
+    return image.AtPlace(point.position * mEmitter.GetDomain().simToWorld);
+  }
+
+  ObjectParticleMeshEmitter& mEmitter;
+  i32 mShare;
+  ParticleTemplate mParticle;
+  Vec3d *mNormal, *mUv, *mTint;
+};
+
+void ObjectParticleMeshEmitter::EmitShare(const EvaluationThreadData& share) {
+  Placer placer(*this, share.index);
+  const IndexRange range = share.ItemsOf(0, mCount);
+  for (i32 i = range.first; i < range.last; ++i) {
+    if (i % 4096 == 0 && share.TestBreak()) return;
+    placer.Place(i);
+  }
+}
+
+void ObjectParticleMeshEmitter::Evaluate(const EvaluationThreadData& data) {
+  if (!Has(FLAG_ACTIVE)) return;
+  for (i32 round = 0; round <= mRepeats && !data.TestBreak(); ++round) {
+    if (round > 0) {
+      mGroup->Take(mKind, mHandler.Births());
+      mGroup->BuildTree(mKind, mScene->mThreadCount, true);
+    }
+    ForEachShare(mScene->mThreadCount, data.thread,
+                 [&](const EvaluationThreadData& share) { EmitShare(share); });
+  }
+}
+
+void ObjectParticleMeshEmitter::Finish() {
+  ParticleEmitter::Finish();
+  mPoints.Clear();
+  mLoose.clear();
+  mRecord = nullptr;
+  mColour.reset();
+  mDensity.reset();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,66 @@
+// Particles from a surface.
+#pragma once
+#include "fluids/emission/mesh_points.h"
+#include "fluids/emission/particle_emitter.h"
+#include "host/polygon_object.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Makes a number of particles in each step on the triangles or vertices of a mesh, or at loose
+/// points. Spread over triangles they are even by area. Of the places that it picks it leaves out
+/// those that are too near to a particle, where constraints or images say so, and where the mesh is
+/// less bent than a threshold.
+///
+/// A rate has parts of a particle in most steps: they are kept and added to the next one's, so that
+/// 1000 a second are that however a second is cut.
+class ObjectParticleMeshEmitter : public ParticleEmitter {
+ public:
+  ObjectParticleMeshEmitter(host::BaseNode* node, Scene* scene);
+  static const NodeKind& Kind();
+  static const host::ParameterTable& Parameters();
+  static constexpr i32 kSourceRow = 1003;
+  bool ReadParameters() override;
+  void Reset() override;
+  void Prepare() override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+  void Persist(StateArchive& archive) override;
+
+ private:
+  enum From : i32 { kTriangles = 0, kVertices = 1, kPoints = 2 };
+  enum Lookup : i32 { kByUv = 0, kByPlace = 1 };
+  class Placer;
+
+  bool FindPoints();
+  /// Particles of this step; takes them off what is owed.
+  i32 CountDue();
+  void EmitShare(const EvaluationThreadData& share);
+
+  Mesh* mMesh = nullptr;
+  host::PointsObject* mPointsObject = nullptr;
+  host::ImageObject* mDensityImage = nullptr;
+  i32 mFrom = kTriangles;
+  i32 mLookup = kByPlace;
+  bool mWritesNormal = false, mWritesUv = false, mWritesColour = false;
+  double mDensityThreshold = 0.01;
+  bool mInvertsCurvature = false;
+  double mCurvature = 0.2;
+  double mSpacingCells = 0.5;
+  bool mSumsNormals = false;
+  bool mEveryPoint = true;
+  i32 mRepeats = 0;
+
+  double mOwed = 0;  ///< parts of a particle that the steps so far have left
+
+  // Of one step.
+  From mUsed = kTriangles;
+  const TriMeshSTL* mRecord = nullptr;
+  MeshPoints mPoints;
+  std::vector<Vec3d> mLoose;  ///< loose points, simulation units
+  std::optional<host::ImageObject::Sampler> mColour, mDensity;
+  i32 mCount = 0;
+  double mSpacing = 0;
+  bool mTestsCurvature = false;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

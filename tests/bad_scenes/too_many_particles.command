@@ -1,0 +1,1 @@
+run SCENE --memory 1G --out OUT

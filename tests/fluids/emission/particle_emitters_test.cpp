@@ -1,0 +1,377 @@
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+
+#include "fluids/emission/object_particle_grid_emitter.h"
+#include "fluids/emission/object_particle_mesh_emitter.h"
+#include "fluids/emission/sphere_volume.h"
+#include "grids/grid_memory.h"
+#include "host/shapes.h"
+#include "threads.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace {
+
+/// A mesh in a scene that an emitter makes passive particles on, run by whole frames.
+struct MeshSource {
+  host::Document document;
+  host::BaseNode* server;
+  host::PolygonObject* object;
+  host::BaseNode *meshNode, *groupNode, *settingsNode, *emitterNode;
+  std::unique_ptr<SulvaScene> scene;
+
+  explicit MeshSource(host::Geometry geometry = host::MakeBox({}), i32 amount = 1000) {
+    server = &Make("server", nullptr);
+    server->Set(1002, 0.05);
+    server->Set(1003, i32{1});
+    server->Set(1005, i32{0});
+    object = &document.Create<host::PolygonObject>(host::kMeshObject, "object", nullptr);
+    object->SetGeometry(std::move(geometry));
+    meshNode = &Make("mesh", server);
+    meshNode->Set(Mesh::kObjectRow, host::Link{object->Id()});
+    groupNode = &Make("particlegroup", server);
+    settingsNode = &Make("particlemesh_emission_setting", server);
+    settingsNode->Set(ParticleEmissionSettings::kAmountRow, amount);
+    emitterNode = &Make("particlemeshemitter", server);
+    emitterNode->Set(ParticleEmitter::kGroupRow, host::Link{groupNode->Id()});
+    emitterNode->Set(ParticleEmitter::kKindRow, i32{kPassive});
+    emitterNode->Set(ObjectParticleMeshEmitter::kSourceRow, host::Link{meshNode->Id()});
+    emitterNode->Set(1004, host::Link{settingsNode->Id()});
+    emitterNode->Set(1022, 0.0);
+  }
+  host::BaseNode& Make(const char* kind, host::BaseNode* parent) {
+    return CreateNode(document, *FindKind(kind), kind, parent);
+  }
+  void Frame(i32 frame) {
+    if (!scene) scene = CreateScene(*server);
+    document.SetFrame(frame);
+    scene->Execute(nullptr, false);
+  }
+  template <class T>
+  T& Object(const host::BaseNode& node) const {
+    return *dynamic_cast<T*>(scene->FindObject(&node, kListAll));
+  }
+  ParticleStore& Store(i32 kind = kPassive) const {
+    return Object<ParticleGroup>(*groupNode).Store(kind);
+  }
+  const char* WhyIdle() const { return Object<iBase>(*emitterNode).mInactiveReason; }
+};
+
+TEST(ParticleRates, AreTheSameHoweverASecondIsCut) {
+  for (const i32 fps : {24, 25, 30})
+    for (i32 extra = 0; extra < 4; ++extra)
+      for (const i32 amount : {7, 1000}) {
+        MeshSource source(host::MakeBox({}), amount);
+        source.document.fps = fps;
+        source.server->Set(1005, extra);
+        i32 before = 0;
+        for (i32 frame = 0; frame <= 2 * fps; ++frame) {
+          source.Frame(frame);
+          const i32 count = source.Store().Count();
+          // The start frame holds what a frame of the source gives.
+          const double due = double(amount) * (frame + 1) / fps;
+          ASSERT_LE(std::abs(count - due), 1) << fps << " " << extra << " " << frame;
+          before = count;
+        }
+        EXPECT_EQ(before, amount * (2 * fps + 1) / fps) << fps << " " << extra;
+      }
+}
+
+TEST(ParticleRates, FollowPerStepAndRateNodes) {
+  MeshSource source(host::MakeBox({}), 5);
+  source.settingsNode->Set(1000, i32{1});
+  source.server->Set(1005, i32{2});
+  source.Frame(0);
+  source.Frame(1);
+  EXPECT_EQ(source.Store().Count(), 5 + 3 * 5);
+  MeshSource shared(host::MakeBox({}), 5);
+  host::BaseNode& rate = shared.Make("rate", shared.server);
+  rate.Set(EmissionRate::kWholeRow, i32{275});
+  shared.settingsNode->Set(ParticleEmissionSettings::kRateRow, host::Link{rate.Id()});
+  shared.Frame(0);
+  shared.Frame(1);
+  EXPECT_EQ(shared.Store().Count(), 2 * 11);
+}
+
+/// Pearson's statistic of counts against expected ones.
+double ChiSquare(const std::vector<double>& counts, const std::vector<double>& expected) {
+  double sum = 0;
+  for (std::size_t i = 0; i < counts.size(); ++i)
+    sum += (counts[i] - expected[i]) * (counts[i] - expected[i]) / expected[i];
+  return sum;
+}
+/// What it stays below with a chance of 0.9999, for so many degrees of freedom (Wilson, Hilferty).
+double ChiLimit(double freedom) {
+  const double a = 2.0 / (9.0 * freedom);
+  return freedom * std::pow(1 - a + 3.719 * std::sqrt(a), 3);
+}
+
+TEST(ParticlesOnAMesh, AreEvenByAreaAndNeverRepeat) {
+  // A plane of two quads, one 15 times as wide as the other.
+  host::Geometry plane;
+  plane.points = {{0, 0, 0}, {10, 0, 0}, {160, 0, 0}, {0, 0, 100}, {10, 0, 100}, {160, 0, 100}};
+  plane.polygons = {{0, 3, 4, 1}, {1, 4, 5, 2}};
+  MeshSource source(plane, 200000);
+  source.server->Set(1005, i32{3});
+  for (i32 frame = 0; frame < 3; ++frame) source.Frame(frame);
+  const auto positions = std::as_const(source).Store().Positions();
+  ASSERT_EQ(positions.size(), 24000u);
+  std::vector<double> counts(16 * 10);
+  std::vector<std::array<double, 3>> sorted;
+  for (const Vec3d& p : positions) {
+    EXPECT_EQ(p.y, 0);
+    counts[std::min(15, static_cast<i32>(p.x * 10)) * 10 +
+           std::min(9, static_cast<i32>(p.z * 10))]++;
+    sorted.push_back({p.x, p.y, p.z});
+  }
+  EXPECT_LT(ChiSquare(counts, std::vector<double>(160, 150.0)), ChiLimit(159));
+  // Streams of steps, frames and shares have nothing in common.
+  std::sort(sorted.begin(), sorted.end());
+  EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end());
+}
+
+TEST(ParticlesOnAMesh, HaveWhatTheSwitchesSay) {
+  MeshSource source(host::MakeBox({}), 2500);
+  host::BaseNode& life = source.Make("property_scalar", source.server);
+  life.Set(iProperty::kPropertyRow, i32{property_id::kAge});
+  life.Set(iProperty::kValueRow, 40.0);
+  host::BaseNode& speed = source.Make("property_vector", source.server);
+  speed.Set(iProperty::kPropertyRow, i32{property_id::kVelocity});
+  speed.Set(iProperty::kValueRow, Vec3d{1, 2, 3});
+  source.emitterNode->Set(1005, host::InExcludeData{{{life.Id(), 0}, {speed.Id(), 0}}});
+  source.emitterNode->Set(1013, i32{1});
+  source.settingsNode->Set(1010, 0.5);
+  source.Frame(0);
+  ASSERT_EQ(source.Store().Count(), 100);
+  double least = 100, most = 0;
+  for (i32 i = 0; i < 100; ++i) {
+    const Particle particle = source.Store().At(i);
+    const Vec3d p = particle.Position(), n = particle.GetVector(property_id::kNormal, {});
+    // Of the box's side that the point lies on.
+    EXPECT_NEAR(Dot(p, n), Largest(Max(p, -p)), 1e-12);
+    EXPECT_EQ(particle.Velocity(), (Vec3d{1, 2, 3}));
+    EXPECT_EQ(particle.GetVector(property_id::kOldPosition, {}), p);
+    EXPECT_EQ(particle.GetAge(), particle.GetLifeSpan());
+    EXPECT_EQ(particle.Flags(), kBornFlags | PF_KIND_PASSIVE);
+    least = std::min(least, particle.GetAge());
+    most = std::max(most, particle.GetAge());
+  }
+  EXPECT_GE(least, 20);
+  EXPECT_LT(least, 23);
+  EXPECT_LE(most, 40);
+  EXPECT_GT(most, 37);
+}
+
+TEST(ParticlesOnAMesh, StandAtEveryVertexAndKeepTheirDistance) {
+  MeshSource source(host::MakeBox({}), 1);
+  source.emitterNode->Set(1024, i32{1});
+  source.emitterNode->Set(1026, i32{1});
+  source.emitterNode->Set(1022, 0.25);
+  source.Frame(0);
+  const i32 vertices = source.Object<Mesh>(*source.meshNode).mMesh.GetVertexCount();
+  EXPECT_EQ(source.Store().Count(), vertices);
+  source.Frame(1);
+  EXPECT_EQ(source.Store().Count(), vertices) << "each place is taken";
+  EXPECT_EQ(source.Store().Positions()[3],
+            source.Object<Mesh>(*source.meshNode).mMesh.GetVertices()[3]);
+}
+
+TEST(ParticlesOnAMesh, RepeatKeepsClearOfTheRoundsBefore) {
+  MeshSource source(host::MakeBox({}), 25000);
+  source.emitterNode->Set(1022, 1.0);
+  source.Frame(0);
+  const i32 once = source.Store().Count();
+  MeshSource again(host::MakeBox({}), 25000);
+  again.emitterNode->Set(1022, 1.0);
+  again.emitterNode->Set(common_row::kClassOption, i32{4});
+  again.Frame(0);
+  EXPECT_EQ(once, 1000);
+  EXPECT_GT(again.Store().Count(), once);
+  EXPECT_LT(again.Store().Count(), 5 * once * 0.9) << "the later rounds find places taken";
+}
+
+TEST(ParticlesOnAMesh, FollowImages) {
+  // The left half of the picture is black, its right half orange.
+  const std::filesystem::path file = testing::TempDir() + "/half.png";
+  const u8 pixels[] = {0, 0, 0, 0, 0, 0, 255, 128, 0, 255, 128, 0};
+  png_image header{};
+  header.version = PNG_IMAGE_VERSION;
+  header.width = 4;
+  header.height = 1;
+  header.format = PNG_FORMAT_RGB;
+  ASSERT_TRUE(png_image_write_to_file(&header, file.c_str(), 0, pixels, 0, nullptr));
+  host::Geometry plane;
+  plane.points = {{-50, 0, -50}, {50, 0, -50}, {50, 0, 50}, {-50, 0, 50}};
+  plane.polygons = {{0, 3, 2, 1}};
+  MeshSource source(plane, 25000);
+  auto& image = source.document.Create<host::ImageObject>(host::kImageObject, "half", nullptr);
+  image.SetTable(&host::ImageParameters());
+  image.picture = host::LoadImage(file);
+  image.Set(host::kImageColour, Vec3d{1, 1, 0.5});
+  image.SetPlacement({0, 0, 0}, {90, 0, 0}, {1, 1, 1});
+  source.emitterNode->Set(1016, host::Link{image.Id()});
+  source.emitterNode->Set(1017, 0.5);
+  source.emitterNode->Set(1015, host::Link{image.Id()});
+  source.emitterNode->Set(1018, i32{1});
+  source.Frame(0);
+  EXPECT_NEAR(source.Store().Count(), 500, 90);
+  const double green = std::pow((128 / 255.0 + 0.055) / 1.055, 2.4);
+  for (i32 i = 0; i < source.Store().Count(); ++i) {
+    const Particle particle = source.Store().At(i);
+    ASSERT_GE(particle.Position().x, -1e-9);
+    const Vec3d colour = particle.GetVector(property_id::kColor, {});
+    if (std::abs(particle.Position().x - 0.25) > 0.1) continue;  // off the seams
+    EXPECT_NEAR(colour.x, 1, 1e-3);
+    EXPECT_NEAR(colour.y, green, 5e-3);
+    EXPECT_EQ(colour.z, 0);
+  }
+  EXPECT_THROW(host::LoadImage(testing::TempDir() + "/none.png"), host::ImageFileError);
+}
+
+TEST(ParticlesOnAMesh, AreTheSameForAnyNumberOfThreads) {
+  std::vector<Vec3d> first;
+  for (const i32 threads : {1, 2, 3}) {
+    const Threads set(threads);
+    MeshSource source(host::MakeBox({}), 50000);
+    source.emitterNode->Set(1022, 0.4);
+    for (i32 frame = 0; frame < 3; ++frame) source.Frame(frame);
+    const auto positions = std::as_const(source).Store().Positions();
+    if (threads == 1) first.assign(positions.begin(), positions.end());
+    ASSERT_EQ(positions.size(), first.size());
+    EXPECT_EQ(std::memcmp(positions.data(), first.data(), first.size() * sizeof(Vec3d)), 0);
+  }
+}
+
+TEST(MeshEmittersThatMakeNothing, SayWhy) {
+  host::Geometry flat;
+  flat.points = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}};
+  flat.polygons = {{0, 1, 2, 2}};
+  MeshSource source(flat);
+  source.Frame(0);
+  EXPECT_STREQ(source.WhyIdle(), "the triangles of its mesh have no area");
+  MeshSource empty(host::Geometry{});
+  empty.Frame(0);
+  EXPECT_STREQ(empty.WhyIdle(), "the mesh of its source has no triangles");
+  MeshSource none;
+  none.emitterNode->Set(ObjectParticleMeshEmitter::kSourceRow, host::Link{});
+  none.Frame(0);
+  EXPECT_STREQ(none.WhyIdle(), "it has no source; name a mesh under 'source'");
+  // 2e9 a second, a thousand and one rounds a frame.
+  MeshSource many(host::MakeBox({}), 2000000000);
+  many.settingsNode->Set(1000, i32{1});
+  many.emitterNode->Set(common_row::kClassOption, i32{1000});
+  SetGridMemoryLimit(u64{1} << 30);
+  many.Frame(0);
+  EXPECT_NEAR(RefusedParticles().count, 2.002e12, 1);
+  SetGridMemoryLimit(0);
+  EXPECT_STREQ(many.WhyIdle(), "there is no memory for its particles");
+  EXPECT_EQ(many.Store().Count(), 0);
+}
+
+/// A ball that is filled with passive particles.
+class FilledBall : public testing::Test {
+ protected:
+  FilledBall()
+      : ball(s.AddOwn<SphereVolume>("volume", "ball")),
+        group(s.Add<ParticleGroup>("particlegroup", "group")),
+        settings(s.Add<ParticleEmissionSettings>("particlemesh_emission_setting", "settings")),
+        emitter(s.Add<ObjectParticleGridEmitter>("particlegridemitter", "source")) {
+    TestScene::Link(emitter, ParticleEmitter::kGroupRow, group);
+    TestScene::Set(emitter, ParticleEmitter::kKindRow, i32{kPassive});
+    TestScene::Link(emitter, 1003, settings);
+    TestScene::Link(emitter, ObjectParticleGridEmitter::kVolumeRow, ball);
+    TestScene::Set(emitter, 1015, -1000.0);
+    ball.Make(kMiddle, kRadius, {20, 20, 20}, {});
+  }
+  void Run(i32 threads = 1) {
+    s.SetUp();
+    TestScene::Run(emitter, threads);
+  }
+  std::span<Vec3d> Positions() { return group.Store(kPassive).Positions(); }
+
+  static constexpr Vec3d kMiddle{1.01, 0.97, 1.02};
+  static constexpr double kRadius = 0.72;
+  TestScene s;
+  SphereVolume& ball;
+  ParticleGroup& group;
+  ParticleEmissionSettings& settings;
+  ObjectParticleGridEmitter& emitter;
+};
+
+TEST_F(FilledBall, IsEvenAndStaysFull) {
+  const double volume = 4.0 / 3 * 3.14159265 * std::pow(kRadius, 3);
+  for (const i32 subdivision : {0, 1, 2}) {
+    SCOPED_TRACE(subdivision);
+    group.Reset();
+    TestScene::Set(emitter, 1016, subdivision);
+    Run();
+    const i32 full = group.Count(kPassive);
+    const double wanted = volume / 1e-3 * std::pow(8, subdivision);
+    EXPECT_NEAR(full / wanted, 1, 0.03);
+    for (const Vec3d& p : Positions()) ASSERT_LE(Length(p - kMiddle), kRadius + 0.01);
+    Run();
+    EXPECT_NEAR(group.Count(kPassive), full, 0.02 * full) << "a full volume takes hardly any more";
+    if (subdivision == 0) continue;
+    // Slices of equal volume through a ball, and octants, hold equal numbers.
+    std::vector<double> octants(8);
+    for (const Vec3d& p : Positions())
+      ++octants[(p.x > kMiddle.x) + 2 * (p.y > kMiddle.y) + 4 * (p.z > kMiddle.z)];
+    const double share = group.Count(kPassive) / 8.0;
+    EXPECT_LT(ChiSquare(octants, std::vector<double>(8, share)), ChiLimit(7));
+  }
+}
+
+TEST_F(FilledBall, TopsUpWhereParticlesHaveGone) {
+  TestScene::Set(settings, 1006, 0.0);
+  Run();
+  const i32 full = group.Count(kPassive);
+  ParticleStore& store = group.Store(kPassive);
+  i32 gone = 0;
+  for (i32 i = 0; i < store.Count(); ++i)
+    if (store.Positions()[i].x > kMiddle.x) {
+      store.Flags()[i] &= static_cast<u16>(~PF_ALIVE);
+      ++gone;
+    }
+  group.CommitStep();
+  group.MarkTreeStale(kPassive);
+  ASSERT_EQ(group.Count(kPassive), full - gone);
+  Run();
+  EXPECT_EQ(group.Count(kPassive), full);
+  for (i32 i = full - gone; i < full; ++i) EXPECT_GT(Positions()[i].x, kMiddle.x - 1e-9);
+}
+
+TEST_F(FilledBall, KeepsToItsLimitsAndIsTheSameForAnyNumberOfThreads) {
+  TestScene::Set(emitter, 1013, 0.5);
+  TestScene::Set(emitter, 1014, -0.25);
+  std::vector<Vec3d> first;
+  for (const i32 threads : {1, 2, 3}) {
+    group.Reset();
+    Run(threads);
+    ASSERT_GT(group.Count(kPassive), 100);
+    for (const Vec3d& p : Positions()) {
+      const double d = Length(p - kMiddle) - kRadius;
+      EXPECT_GT(d, -0.5 * kRadius - 0.01);
+      EXPECT_LT(d, -0.25 * kRadius + 0.01);
+    }
+    if (threads == 1) first.assign(Positions().begin(), Positions().end());
+    ASSERT_EQ(Positions().size(), first.size());
+    EXPECT_EQ(std::memcmp(Positions().data(), first.data(), first.size() * sizeof(Vec3d)), 0);
+  }
+}
+
+TEST_F(FilledBall, RefusesWhatMemoryDoesNotHold) {
+  TestScene::Set(emitter, 1016, i32{8});
+  SetGridMemoryLimit(u64{1} << 30);
+  Run();
+  // Some 1560 cells of 256^3 places each.
+  EXPECT_NEAR(RefusedParticles().count, 1563 * std::pow(256, 3), 1e9);
+  SetGridMemoryLimit(0);
+  EXPECT_EQ(group.Count(kPassive), 0);
+  EXPECT_STREQ(emitter.mInactiveReason, "there is no memory for its particles");
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
