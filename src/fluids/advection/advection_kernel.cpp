@@ -89,15 +89,18 @@ void StopAtWalls(const AdvectionData& data, const RowVectors& start, i32 n, RowV
   for (i32 i = 0; i < n; ++i) ends.Set(i, data.thin->Stop(start.At(i), ends.At(i), cells));
 }
 
-/// Marks points farther out than the outermost samples: nobody knows what is there.
+/// Marks points farther out through an open side than the outermost samples: nobody knows what is
+/// there.
 void MarkBeyondSides(const AdvectionData& data, const RowVectors& points, i32 n, bool* beyond) {
   if (data.sides == kWallsAll) return;
   const Vec3d offset = OffsetOf(data.Shape().mKind);
   const VecInt3D size = data.Shape().Dims();
   for (i32 a = 0; a < 3; ++a) {
     const double low = offset[a], high = offset[a] + size[a] - 1;
+    const bool opensLow = !(data.sides & kLowWall[a]), opensHigh = !(data.sides & kHighWall[a]);
     const double* p = points.axis[a].v;
-    for (i32 i = 0; i < n; ++i) beyond[i] |= p[i] < low || p[i] > high;
+    for (i32 i = 0; i < n; ++i)
+      beyond[i] |= (opensLow && p[i] < low) || (opensHigh && p[i] > high);
   }
 }
 

@@ -1,0 +1,53 @@
+// Moves particles.
+#pragma once
+#include "fluids/advection/particle_motion.h"
+#include "fluids/flow/ifluid_solver.h"
+#include "fluids/particles/particle_group.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Moves the particles of one kind of a group in stage 6: along the flows of solvers, free under
+/// forces, or as bubbles, stops them at walls, obstacles and volumes, and lets them grow older.
+///
+/// All paths go through the velocity as it was before the stage, which is free of divergence.
+class ParticleAdvection : public iObject {
+ public:
+  enum Motion : i32 { kOff = 0, kGrid = 1, kBallistic = 2, kGridThenBallistic = 3 };
+
+  ParticleAdvection(host::BaseNode* node, Scene* scene);
+  static const NodeKind& Kind();
+  static const host::ParameterTable& Parameters();
+  static constexpr i32 kGroupRow = 1000, kSolversRow = 1004, kSolverListRow = 1007,
+                       kMotionRow = 1008, kCollisionRow = 1011, kKindRow = 1014;
+  void ClearLinks() override;
+  void CheckDirty() override;
+  bool CommutesWith(const iBase& other) const override;
+  void Prepare() override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+
+ private:
+  bool UsesFlows() const { return mMode == kGrid || mMode == kGridThenBallistic; }
+  /// The solvers that may carry particles, in the order of the list, or else of the scene.
+  std::vector<iFluidSolver*> Solvers() const;
+  void CollectFlows(const std::vector<iFluidSolver*>& solvers);
+  void CollectVolumes();
+
+  ParticleGroup* mGroup = nullptr;
+  std::vector<iFluidSolver*> mNamedSolvers;
+  std::vector<InstantOperator*> mOperators;
+  i32 mKind = kLiquid;
+  i32 mListMode = 0;  ///< 0: the list names who is left out
+  i32 mMode = kGrid;
+  i32 mOrder = 1;
+  i32 mIntegrator = ParticleMotion::kEuler;
+  i32 mCollision = ParticleMotion::kLevelSet;
+  i32 mExtraSubsteps = 1;
+  double mOffset = 0.001;
+  bool mKillsOutside = true;
+  bool mTakesVelocity = false;
+
+  ParticleMotion mMotion;  ///< of one step
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,84 @@
+// How particles move in a step.
+#pragma once
+#include <vector>
+
+#include "fluids/advection/instant_operator.h"
+#include "fluids/advection/particle_collision.h"
+#include "fluids/fields/trace_path.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A flow that carries particles: its velocity, and what bounds it.
+class CarryingFlow {
+ public:
+  /// The grids of `velocity` have the cells of one layout.
+  CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary);
+
+  /// Whether a place (simulation units) lies in its grid, and not behind an open side of it.
+  bool Holds(const Vec3d& p) const;
+  bool IsBehindOpenSide(const Vec3d& p) const {
+    return mBoundary->IsOutsideOpenSide(p - mLayout->simOrigin);
+  }
+  /// The end of a path of `time` seconds; outside of the grids the nearest sample counts.
+  template <int Order>
+  Vec3d Trace(const Vec3d& p, double time) const {
+    const Vec3d c = mLayout->ToCells(p);
+    // The way, not its end, so that what rests keeps its bits.
+    const Vec3d end = TracePath<Order>(mVelocity, c, mVelocity.At(c), time * mLayout->inverseCell);
+    return p + (end - c) * mLayout->simCell;
+  }
+  Vec3d VelocityAt(const Vec3d& p) const { return mVelocity.At(mLayout->ToCells(p)); }
+
+  const GridBoundary& Boundary() const { return *mBoundary; }
+  const FlowSolid& Solid() const { return mSolid; }
+  const GridLayout& Layout() const { return *mLayout; }
+
+ private:
+  StaggeredVelocity mVelocity;
+  const GridLayout* mLayout;
+  const GridBoundary* mBoundary;
+  FlowSolid mSolid;
+};
+
+/// Motion of particles over one step: along a flow, free under forces, or as bubbles in a flow.
+///
+/// Each particle is moved by the first flow that holds it, or by the first one where none does. It
+/// goes in equal substeps of time dt, with the mass m, the gravity g and, in the first substep, the
+/// force F of its property `ballistic_forces`:
+///
+///     carried          x <- end of a path through the flow
+///     Euler            v <- v + dt (F/m + g), x <- x + dt v
+///     Verlet           d = x - x_old + dt^2 (F + m g), x_old <- x, x <- x + d, v <- d
+///     velocity Verlet  v <- v + dt (F + g), x <- x + dt v
+///     bubble           v <- v + dt (0.3 (u - v) / dt - 0.01 g), x <- x + dt v in a flow u
+///
+/// Collisions are tested in the last two substeps; one ends the motion of the particle. In free
+/// flight the part of its velocity that leads into the solid goes, unless operators change it.
+struct ParticleMotion {
+  enum Integrator : i32 { kEuler = 0, kVerlet = 1, kVelocityVerlet = 2 };
+  enum Collision : i32 { kNoCollision = 0, kWallsAndVolumes = 1, kLevelSet = 2 };
+
+  std::vector<CarryingFlow> flows;
+  std::vector<VolumeSolid> volumes;
+  std::vector<InstantOperator*> operators;
+  bool carries = true;       ///< flows carry those that aren't ballistic
+  bool fliesOutside = true;  ///< those that no flow holds go free
+  i32 order = 1;             ///< of paths, as `TracePath`
+  i32 integrator = kEuler;
+  i32 substeps = 1;
+  i32 collision = kLevelSet;
+  double offset = 0.001;  ///< cells off the surfaces of a flow, simulation units off volumes
+  bool killsOutside = true;
+  bool takesVelocity = false;  ///< those that are carried get the mean velocity of their way
+  double step = 0;             ///< s
+  Vec3d gravity{};
+  bool isFirst = true, isLast = true;  ///< of the steps of a frame
+
+  /// The columns that `Move` fills; call it before, on one thread.
+  void RequireColumns(ParticleColumns& particles) const;
+  /// Moves the particles of a range, which starts at a multiple of 64, and ages them in the last
+  /// step of a frame. Others may move other ranges at the same time.
+  void Move(ParticleColumns& particles, const IndexRange& rows, u32 worker) const;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
