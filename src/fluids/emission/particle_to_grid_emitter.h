@@ -1,5 +1,6 @@
 // Points to grids.
 #pragma once
+#include "fluids/emission/carried_value.h"
 #include "fluids/emission/channel_value.h"
 #include "fluids/emission/emission_reach.h"
 #include "fluids/emission/operator_to_grid.h"
@@ -10,8 +11,8 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Gathers the points of a source round every cell near it, and emits the mean of what they carry.
-/// The source is a mesh or a group of meshes: each vertex carries the values of the linked channel
-/// values.
+/// The source is a mesh or a group of meshes, each vertex of which carries the values of the linked
+/// channel values, or a group of particles, which carry these or properties of their own.
 class ParticleToGridEmitter : public Operator_ToGrid {
  public:
   ParticleToGridEmitter();
@@ -37,24 +38,37 @@ class ParticleToGridEmitter : public Operator_ToGrid {
 
   /// Cells of one row with the weight of their points.
   struct Row {
-    std::vector<PointNeighbour> neighbours;
+    std::vector<PointNeighbour> neighbours;  ///< of a mesh
+    NeighbourBuffer particles{kMostNeighbours};
     std::vector<Vec3d> positions;
     std::vector<double> weights;  ///< mean over the points of a cell
+    /// For each channel value that reads a property, the mean of what the particles bring.
+    std::vector<std::vector<Vec3d>> carried;
     std::vector<double> scalars;
     std::vector<Vec3d> vectors;
     std::vector<Vec3d> places;
   };
 
   iBase* Source() const { return mSource && mSource->HasCategory(kBitMesh) ? mSource : nullptr; }
+  bool PrepareMesh();
+  bool PrepareParticles();
+  CellBox CellsOfTargets() const;
   std::vector<Mesh*> SourceMeshes() const;
   bool TestDuration();
   void GatherRow(i32 y, i32 z, Row& row, u32 worker) const;
   bool GatherCell(const Vec3d& p, double& weight, Row& row, u32 worker) const;
+  /// The weight that a cell gives to each of its points; false where it gets none.
+  bool WeighCell(const Vec3d& p, double& weight, u32 worker) const;
+  /// What one point at a distance counts; false where a constraint leaves it out.
+  bool WeighPoint(const Vec3d& point, double distanceSquared, double& weight, u32 worker) const;
+  bool GatherParticles(const Vec3d& p, double& weight, Row& row, u32 worker) const;
   void EmitRow(Row& row, bool owned, const LayerOwner& owner) const;
   /// Why nothing of what it emitted in this step is seen; null where something is.
   const char* WhyUnseen() const;
 
   iBase* mSource = nullptr;  ///< a mesh or a group of meshes
+  ParticleGroup* mGroup = nullptr;
+  i32 mParticleType = kPassive;
   Duration* mDuration = nullptr;
   std::vector<ChannelValue*> mValues;
   ConstraintList mConstraints;
@@ -72,6 +86,8 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   std::vector<Vec3d> mPoints;  ///< the vertices of all meshes
   Vec3d mPointsMin{}, mPointsMax{};
   PointLookup mLookup;
+  std::vector<CarriedValue> mCarried;  ///< of the channel values, where particles are the source
+  const PropertyColumn<double>*mMass = nullptr, *mRadii = nullptr;
   mutable EmissionReach mReach;
 };
 
