@@ -78,7 +78,9 @@ class PictureRun {
     mFirst = FirstFrame(options.cached);
     mMedia = MakeMedia(mSpec.media, mSimulation->Scenes());
     mShaders = MakeShaders(mSpec.shaders, mSimulation->Scenes());
+    mParticles = MakeParticleMaterials(mSpec.particles, mSimulation->Scenes());
     mWasDrawn.resize(mMedia.size());
+    mHadParticles.resize(mParticles.size());
     mSteps.planned = mSelected.last - mFirst + 1;
     mPictures.planned = mSelected.last - mSelected.first + 1;
     HoldFolder(options);
@@ -174,6 +176,8 @@ class PictureRun {
   /// The nodes whose grids the materials draw; none where they need more than grids.
   std::set<host::NodeId> FieldsOfMaterials() const {
     std::set<host::NodeId> fields;
+    // No cache plays particles.
+    if (!mSpec.particles.empty()) return {};
     std::vector<host::BaseNode*> all = mSpec.media;
     all.insert(all.end(), mSpec.shaders.begin(), mSpec.shaders.end());
     for (const host::BaseNode* medium : all)
@@ -259,6 +263,7 @@ class PictureRun {
     PictureMaterials materials;
     for (const auto& medium : mMedia) materials.media.push_back(medium.get());
     for (const auto& [node, shader] : mShaders) materials.shaders.emplace_back(node, shader.get());
+    for (const auto& particles : mParticles) materials.particles.push_back(particles.get());
     const RenderedPicture picture =
         RenderPicture(mSpec, frame, materials, host::MainThread(), [&](double part) {
           mProgress.ShowWork(fmt::format("picture {:.0f} %", 100 * part), SecondsLeft(part));
@@ -267,6 +272,8 @@ class PictureRun {
     CheckGasMemory(frame);
     for (std::size_t i = 0; i < mWasDrawn.size(); ++i)
       mWasDrawn[i] = mWasDrawn[i] || picture.isDrawn[i];
+    for (std::size_t i = 0; i < mHadParticles.size(); ++i)
+      mHadParticles[i] = mHadParticles[i] || picture.spheres[i] > 0;
     const FileTexts texts = OriginOf(frame);
     for (const std::string& file : mSpec.files) {
       const fs::path path = mOut / host::FrameFileName(file, frame);
@@ -314,6 +321,12 @@ class PictureRun {
             fmt::format("warning: material \"{}\" was never drawn: neither its smoke nor its fire "
                         "nor its third_field is a channel with a grid",
                         mSpec.media[i]->Name()));
+    for (std::size_t i = 0; isWhole && i < mHadParticles.size(); ++i)
+      if (!mHadParticles[i])
+        mProgress.Note(
+            fmt::format("warning: material \"{}\" was never drawn: its group held no "
+                        "particles of its kind in any picture",
+                        mSpec.particles[i]->Name()));
   }
 
   LoadedScene& mScene;
@@ -332,7 +345,9 @@ class PictureRun {
   const NodeNames mNames;
   std::vector<std::unique_ptr<host::VolumeMaterial>> mMedia;
   std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> mShaders;
-  std::vector<bool> mWasDrawn;
+  std::vector<std::unique_ptr<host::ParticleMaterial>> mParticles;
+  std::vector<bool> mWasDrawn;      ///< of the media
+  std::vector<bool> mHadParticles;  ///< of the materials of particles
   WorkTimer mSteps, mPictures;
 };
 

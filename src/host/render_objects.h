@@ -11,6 +11,7 @@ namespace MELDO_GLOBAL::host {
 /// Types of host nodes beside those of `HostType`.
 inline constexpr i32 kRenderSettings = 5105;
 inline constexpr i32 kSurfaceMaterial = 5106;
+inline constexpr i32 kParticleMaterial = 5107;
 /// A colour that fields of a simulation give.
 inline constexpr i32 kGridSamplerShader = 1023637;
 

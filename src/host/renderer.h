@@ -144,6 +144,28 @@ class VolumeMaterial {
   virtual void Transparency(TransparencyRecord& record, const RenderData& data) const = 0;
 };
 
+/// Particles as a picture shows them: one entry for each in all arrays. Host units.
+struct SphereCloud {
+  using Value = Vec3D<float>;
+  std::vector<Value> positions;  ///< in the middle of the shutter's time
+  std::vector<Value> moves;      ///< way in a frame; empty where nothing moves
+  std::vector<float> radii;      ///< at 0 or less a particle isn't drawn
+  std::vector<Value> colours;    ///< light that they give back, linear, 0 to 1
+  std::vector<Value> emissions;  ///< light of their own; empty for none
+  double reflection = 0, roughness = 0.2;
+  /// What looks smaller than this many pixels is drawn that large, and as much fainter.
+  double leastPixels = 1;
+};
+
+/// A material that draws particles.
+class ParticleMaterial {
+ public:
+  virtual ~ParticleMaterial() = default;
+  /// The particles of the present frame; an empty cloud where there is nothing to draw. Called on
+  /// one thread before the first ray of a picture.
+  virtual SphereCloud Spheres(const RenderData& data) const = 0;
+};
+
 /// A point that a shader is asked about.
 struct ShaderPoint {
   Vec3d point;                     ///< the shader's own point

@@ -2,6 +2,7 @@
 
 #include "fluids/rendering/gas_material.h"
 #include "fluids/rendering/grid_sampler_shader.h"
+#include "fluids/rendering/particle_material.h"
 #include "nodes/with_kinds.h"
 
 namespace MELDO_GLOBAL::app {
@@ -57,6 +58,20 @@ std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> MakeShaders(
     shaders.emplace_back(
         node->Id(), std::make_unique<ZOLT_RENDERING::GridSampler_Shader>(*node, AllOf(scenes)));
   return shaders;
+}
+
+const host::ParameterTable& ParticleMaterialParameters() {
+  return MELDO_SULVA::TableWithKinds(host::kParticleMaterial,
+                                     ZOLT_RENDERING::ParticleRenderer_Material::Parameters);
+}
+
+std::vector<std::unique_ptr<host::ParticleMaterial>> MakeParticleMaterials(
+    const std::vector<host::BaseNode*>& nodes, const Scenes& scenes) {
+  std::vector<std::unique_ptr<host::ParticleMaterial>> materials;
+  for (host::BaseNode* node : nodes)
+    materials.push_back(
+        std::make_unique<ZOLT_RENDERING::ParticleRenderer_Material>(*node, AllOf(scenes)));
+  return materials;
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -35,4 +35,11 @@ const host::ParameterTable& GridSamplerParameters();
 std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> MakeShaders(
     const std::vector<host::BaseNode*>& nodes, const Scenes& scenes);
 
+/// The word for materials of particles.
+inline constexpr std::string_view kParticlesName = "particles";
+const host::ParameterTable& ParticleMaterialParameters();
+/// The materials of nodes of that type.
+std::vector<std::unique_ptr<host::ParticleMaterial>> MakeParticleMaterials(
+    const std::vector<host::BaseNode*>& nodes, const Scenes& scenes);
+
 }  // namespace MELDO_GLOBAL::app

@@ -22,6 +22,8 @@ class Camera {
   Vec3d Direction(double x, double y) const;
   /// Where a point is seen, in pixels; nothing for one that isn't in front of the camera.
   std::optional<Vec2D<double>> Project(const Vec3d& point) const;
+  /// The size of a pixel at a distance along the axis of view.
+  double PixelAt(double depth) const { return depth / mFocal; }
   /// Distance along the axis of view.
   double Depth(const Vec3d& point) const;
   /// The clip distances along a ray.

@@ -13,6 +13,8 @@ constexpr double kPi = std::numbers::pi;
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kEndless = 1e6;  ///< host units; as far as rays go into the sky
 constexpr i32 kMaxReflections = 3;
+/// Particles that a camera ray looks through one by one; of those behind, chance picks one.
+constexpr i32 kMostLayers = 12;
 /// Bounced light brighter than this comes from single lucky rays and only makes specks.
 constexpr double kBrightestBounce = 50;
 /// A mirror shows no highlight of lights that are points; this keeps it visible.
@@ -135,26 +137,50 @@ RaySample PathTracer::TraceCamera(const Vec2D<double>& pixel, Sampler& sampler, 
   const Camera& camera = mWorld.GetCamera();
   const Vec3d direction = camera.Direction(pixel.x, pixel.y);
   const double near = camera.NearAlong(direction), far = camera.FarAlong(direction) - near;
-  const Vec3d start = camera.Origin() + direction * near;
-  RaySample sample;
-  const Path path{sampler, sample.samples, thread};
-  const RenderRay ray = MakeRay(start, direction, path);
+  i64 samples = 0;
+  const Path path{sampler, samples, thread};
+  RaySample sample = Look(camera.Origin() + direction * near, direction, 0, far, kMostLayers, path);
+  sample.depth += near;
+  sample.samples = samples;
+  return sample;
+}
+
+RaySample PathTracer::Look(const Vec3d& start, const Vec3d& direction, double near, double far,
+                           i32 layers, const Path& path) const {
+  const Vec3d origin = near > 0 ? start + direction * near : start;
+  const RenderRay ray = MakeRay(origin, direction, path);
   SurfaceHit hit;
-  const bool isHit = mWorld.Trace(start, direction, 0, far, hit);
-  double behind = 1;  // part of the sky that surfaces leave open
+  const bool isHit = mWorld.Trace(start, direction, near, far, hit,
+                                  layers > 0 ? SphereLayers::OneByOne : SphereLayers::AtOnce);
+  RaySample sample, behind;
+  double open = 1;  // part of the sky that surfaces leave open
+  const bool isLayer = isHit && layers > 0 && hit.cover < 1;
   if (isHit) {
     sample.colour = Shade(hit, direction, path);
-    sample.depth = hit.distance;
-    behind = hit.fade;
+    open = hit.fade;
   } else {
     hit.distance = far;
     hit.point = start + direction * far;
   }
+  if (isLayer) {
+    behind = Look(start, direction, hit.distance, far, layers - 1, path);
+    const double rest = 1 - hit.cover;
+    sample.colour = sample.colour * hit.cover + behind.colour * rest;
+    sample.scattering = behind.scattering * rest;
+    sample.emission = behind.emission * rest;
+    open = rest * (1 - behind.alpha);
+  }
+  hit.distance -= near;
+  if (isHit) sample.depth = hit.distance;
   AddMedia(ray, isHit || far < kEndless ? &hit : nullptr, path, sample);
   sample.depth += near;
   const Vec3d& t = sample.transmission;
-  if (behind > 0) sample.sky = mWorld.Background(direction) * t * behind;
-  sample.alpha = 1 - behind * std::clamp((t.x + t.y + t.z) / 3, 0.0, 1.0);
+  if (isLayer)
+    sample.sky = behind.sky * t * (1 - hit.cover);
+  else if (open > 0)
+    sample.sky = mWorld.Background(direction) * t * open;
+  sample.alpha = 1 - open * std::clamp((t.x + t.y + t.z) / 3, 0.0, 1.0);
+  sample.transmission = t * behind.transmission;
   return sample;
 }
 
@@ -253,8 +279,9 @@ Vec3d PathTracer::Incoming(const SurfaceHit& hit, const Vec3d& direction, const 
   if (isHit) {
     // Beyond the second surface the sky stands for all that bounces on.
     const Vec3d ambience = mWorld.Background(other.normal) * mWorld.Environment();
-    sample.colour =
-        other.emission + DirectLight(other, -direction, path, false) + other.colour * ambience;
+    // Of tiny bright things few rays in random directions find any, and those would be specks.
+    const Vec3d glow = other.isSphere ? Vec3d{} : other.emission;
+    sample.colour = glow + DirectLight(other, -direction, path, false) + other.colour * ambience;
     const Vec3d sky = mWorld.Background(direction) * mWorld.Environment();
     sample.colour = sample.colour * (1 - other.fade) + sky * other.fade;
   } else {

@@ -41,6 +41,10 @@ class PathTracer {
     i32 depth = 0;
     u32 flags = 0;
   };
+  /// What is seen from a point beyond a distance. Particles that cover less than all are looked
+  /// through, so many of them one by one.
+  RaySample Look(const Vec3d& start, const Vec3d& direction, double near, double far, i32 layers,
+                 const Path& path) const;
   host::RenderRay MakeRay(const Vec3d& origin, const Vec3d& direction, const Path& path) const;
   /// Light that comes back along a ray.
   Vec3d Radiance(const Vec3d& origin, const Vec3d& direction, const Path& path) const;

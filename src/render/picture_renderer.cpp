@@ -91,16 +91,34 @@ void MoveObjects(const Document& document, const RenderSpec& spec, double frame)
 }
 
 std::deque<RenderWorld> MakeBlurWorlds(const RenderSpec& spec, const RenderSettings& settings,
-                                       i32 frame, const ShaderMap& shaders) {
+                                       i32 frame, const ShaderMap& shaders,
+                                       const std::shared_ptr<const SphereScene>& spheres) {
   const Document& document = spec.settings->GetDocument();
   std::deque<RenderWorld> worlds;
   const std::vector<double> moments = BlurMoments(settings, frame);
   for (const double moment : moments) {
     MoveObjects(document, spec, moment);
-    worlds.emplace_back(spec, shaders);
+    worlds.emplace_back(spec, shaders, spheres);
   }
   if (!moments.empty()) MoveObjects(document, spec, frame);
   return worlds;
+}
+
+/// The particles of all materials; null where there are none.
+std::shared_ptr<const SphereScene> MakeSpheres(
+    const RenderSpec& spec, const RenderData& data, const RenderSettings& settings,
+    const std::vector<const ParticleMaterial*>& materials, std::vector<i64>& counts) {
+  std::vector<SphereCloud> clouds;
+  bool isAny = false;
+  for (const ParticleMaterial* material : materials) {
+    clouds.push_back(material->Spheres(data));
+    counts.push_back(static_cast<i64>(clouds.back().positions.size()));
+    isAny = isAny || counts.back() > 0;
+  }
+  if (!isAny) return {};
+  const Camera camera(*spec.camera, spec.width, spec.height);
+  return std::make_shared<const SphereScene>(clouds, camera,
+                                             settings.blurSamples > 0 ? settings.shutter : 0);
 }
 
 /// The sum of a pixel's samples.
@@ -213,12 +231,14 @@ RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame, const PictureMa
   data.brightness = settings.volumeBrightness;
   data.thread = &thread;
   const ReadyShaders shaders(materials.shaders, data);
-  const auto world = std::make_shared<const RenderWorld>(spec, shaders.Get());
+  RenderedPicture picture;
+  const std::shared_ptr<const SphereScene> spheres =
+      MakeSpheres(spec, data, settings, materials.particles, picture.spheres);
+  const auto world = std::make_shared<const RenderWorld>(spec, shaders.Get(), spheres);
   data.nearClip = world->GetCamera().NearClip();
   data.farClip = world->GetCamera().FarClip();
   for (const SceneLight& light : world->Lights()) data.lights.emplace_back(world, &light);
 
-  RenderedPicture picture;
   picture.width = spec.width;
   picture.height = spec.height;
   picture.pixels.resize(static_cast<std::size_t>(spec.width) * spec.height);
@@ -226,7 +246,8 @@ RenderedPicture RenderPicture(const RenderSpec& spec, i32 frame, const PictureMa
   picture.isDrawn = ready.IsReady();
   if (thread.TestBreak()) return picture;
 
-  const std::deque<RenderWorld> blurred = MakeBlurWorlds(spec, settings, frame, shaders.Get());
+  const std::deque<RenderWorld> blurred =
+      MakeBlurWorlds(spec, settings, frame, shaders.Get(), spheres);
   const bool bounce = settings.bounce;
   std::vector<PathTracer> tracers;
   for (const RenderWorld& moment : blurred) tracers.emplace_back(moment, data, ready.Get(), bounce);

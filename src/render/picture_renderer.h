@@ -25,6 +25,7 @@ struct RenderedPicture {
   i32 height = 0;
   std::vector<Pixel> pixels;
   std::vector<bool> isDrawn;  ///< for each medium, whether it had anything to draw
+  std::vector<i64> spheres;   ///< for each material of particles, how many it had
   double setUpSeconds = 0;    ///< until the first ray
   i64 samples = 0;            ///< of the media, on all rays
 };
@@ -33,6 +34,7 @@ struct RenderedPicture {
 struct PictureMaterials {
   std::vector<host::VolumeMaterial*> media;
   std::vector<std::pair<host::NodeId, host::Shader*>> shaders;
+  std::vector<const host::ParticleMaterial*> particles;
 };
 
 /// Called now and then by the thread that asked for the picture, with the part that is done.

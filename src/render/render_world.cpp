@@ -28,8 +28,9 @@ double Clearance(const Vec3d& point) {
 
 }  // namespace
 
-RenderWorld::RenderWorld(const RenderSpec& spec, const ShaderMap& shaders)
-    : mCamera(*spec.camera, spec.width, spec.height) {
+RenderWorld::RenderWorld(const RenderSpec& spec, const ShaderMap& shaders,
+                         std::shared_ptr<const SphereScene> spheres)
+    : mCamera(*spec.camera, spec.width, spec.height), mSpheres(std::move(spheres)) {
   for (const BaseNode* light : spec.lights)
     if (light->IsEnabled()) mLights.emplace_back(*light, *this);
   mSurfaces.push_back(ReadSurface(*spec.standard, shaders));
@@ -39,6 +40,9 @@ RenderWorld::RenderWorld(const RenderSpec& spec, const ShaderMap& shaders)
   FillMembers(RenderParameters(), spec.settings, mSettings);
   if (mSettings.background) mBackground = *mSettings.background;
   mGround.colour = mSettings.groundColour;
+  for (const SphereScene::Look& look :
+       mSpheres ? mSpheres->Looks() : std::vector<SphereScene::Look>{})
+    mClouds.push_back({{}, look.reflection, look.roughness, {}});
   AddMeshes(spec);
 }
 
@@ -81,11 +85,30 @@ bool RenderWorld::TraceGround(const Vec3d& origin, const Vec3d& direction, doubl
   return true;
 }
 
+bool RenderWorld::TraceSpheres(const Vec3d& origin, const Vec3d& direction, double near, double far,
+                               SphereLayers layers, SurfaceHit& hit) const {
+  SphereHit sphere;
+  if (!mSpheres ||
+      !mSpheres->Trace(origin, direction, near, far, layers == SphereLayers::OneByOne, sphere))
+    return false;
+  hit.distance = sphere.distance;
+  hit.point = origin + direction * sphere.distance;
+  hit.facing = hit.normal = sphere.normal;
+  hit.surface = &mClouds[sphere.cloud];
+  hit.colour = sphere.colour;
+  hit.emission = sphere.emission;
+  hit.fade = 0;
+  hit.cover = sphere.cover;
+  hit.isSphere = true;
+  return true;
+}
+
 bool RenderWorld::Trace(const Vec3d& origin, const Vec3d& direction, double near, double far,
-                        SurfaceHit& hit) const {
-  const bool ground = TraceGround(origin, direction, near, far, hit);
+                        SurfaceHit& hit, SphereLayers layers) const {
+  bool found = TraceGround(origin, direction, near, far, hit);
+  found = TraceSpheres(origin, direction, near, found ? hit.distance : far, layers, hit) || found;
   MeshHit mesh;
-  if (!mMeshes.Trace(origin, direction, near, ground ? hit.distance : far, mesh)) return ground;
+  if (!mMeshes.Trace(origin, direction, near, found ? hit.distance : far, mesh)) return found;
   hit.distance = mesh.distance;
   hit.point = origin + direction * mesh.distance;
   hit.facing = mesh.facing;
@@ -95,6 +118,8 @@ bool RenderWorld::Trace(const Vec3d& origin, const Vec3d& direction, double near
   hit.emission = hit.surface->emission;
   if (hit.surface->colourShader || hit.surface->emissionShader) AskShaders(hit);
   hit.fade = 0;
+  hit.cover = 1;
+  hit.isSphere = false;
   return true;
 }
 
@@ -115,7 +140,8 @@ bool RenderWorld::IsBlocked(const Vec3d& from, const Vec3d& to) const {
   const Vec3d direction = way / length;
   SurfaceHit ignored;
   return TraceGround(from, direction, near, far, ignored) ||
-         mMeshes.IsBlocked(from, direction, near, far);
+         mMeshes.IsBlocked(from, direction, near, far) ||
+         (mSpheres && mSpheres->IsBlocked(from, direction, near, far));
 }
 
 Vec3d RenderWorld::Background(const Vec3d& direction) const {

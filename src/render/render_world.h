@@ -2,12 +2,14 @@
 #pragma once
 #include <deque>
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "host/renderer.h"
 #include "render/camera.h"
 #include "render/lights.h"
 #include "render/mesh_scene.h"
+#include "render/sphere_scene.h"
 #include "scene/render_spec.h"
 
 namespace MELDO_GLOBAL::app {
@@ -33,12 +35,21 @@ struct SurfaceHit {
   const Surface* surface = nullptr;
   Vec3d colour, emission;  ///< of the surface here
   double fade = 0;         ///< part of the ground that has become sky
+  double cover = 1;        ///< part of the light from behind that it takes away
+  bool isSphere = false;   ///< a particle
 };
 
-/// Camera, lights, meshes, ground and sky at the present moment of a document.
+/// How rays meet particles that cover only part of what is behind them.
+enum class SphereLayers {
+  AtOnce,    ///< all or nothing, by a chance that is the ray's
+  OneByOne,  ///< the nearest one, with its part
+};
+
+/// Camera, lights, meshes, particles, ground and sky at the present moment of a document.
 class RenderWorld : public Blockers {
  public:
-  explicit RenderWorld(const RenderSpec& spec, const ShaderMap& shaders = {});
+  explicit RenderWorld(const RenderSpec& spec, const ShaderMap& shaders = {},
+                       std::shared_ptr<const SphereScene> spheres = {});
   RenderWorld(const RenderWorld&) = delete;
   RenderWorld& operator=(const RenderWorld&) = delete;
 
@@ -47,8 +58,8 @@ class RenderWorld : public Blockers {
   const std::deque<SceneLight>& Lights() const { return mLights; }
 
   /// The nearest surface between two distances.
-  bool Trace(const Vec3d& origin, const Vec3d& direction, double near, double far,
-             SurfaceHit& hit) const;
+  bool Trace(const Vec3d& origin, const Vec3d& direction, double near, double far, SurfaceHit& hit,
+             SphereLayers layers = SphereLayers::AtOnce) const;
   bool IsBlocked(const Vec3d& from, const Vec3d& to) const override;
   /// The light of the sky.
   Vec3d Background(const Vec3d& direction) const;
@@ -58,13 +69,17 @@ class RenderWorld : public Blockers {
  private:
   void AddMeshes(const RenderSpec& spec);
   void AskShaders(SurfaceHit& hit) const;
+  bool TraceSpheres(const Vec3d& origin, const Vec3d& direction, double near, double far,
+                    SphereLayers layers, SurfaceHit& hit) const;
   bool TraceGround(const Vec3d& origin, const Vec3d& direction, double near, double far,
                    SurfaceHit& hit) const;
 
   Camera mCamera;
   std::deque<SceneLight> mLights;
   MeshScene mMeshes;
+  std::shared_ptr<const SphereScene> mSpheres;  ///< shared by all moments; null for none
   std::vector<Surface> mSurfaces;  ///< the standard one, those of `RenderSpec::surfaces`
+  std::vector<Surface> mClouds;    ///< of the clouds of spheres
   host::RenderSettings mSettings;
   host::Gradient mBackground;
   Surface mGround;

@@ -19,7 +19,8 @@ const std::vector<MaterialType>& MaterialTypes() {
   static const std::vector<MaterialType> types = [] {
     std::vector<MaterialType> all = {
         {kSurfaceMaterial, "surface", SurfaceParameters, Use::Surface},
-        {kGridSamplerShader, kGridSamplerName, GridSamplerParameters, Use::Shader}};
+        {kGridSamplerShader, kGridSamplerName, GridSamplerParameters, Use::Shader},
+        {kParticleMaterial, kParticlesName, ParticleMaterialParameters, Use::Particles}};
     for (const MediumType& type : MediumTypes())
       all.push_back({type.id, type.name, type.rows, Use::Medium});
     return all;
@@ -213,6 +214,7 @@ class RenderReader {
       case MaterialType::Use::Surface: mSurfaces.emplace_back(&value, node); break;
       case MaterialType::Use::Medium: mSpec.media.push_back(node); break;
       case MaterialType::Use::Shader: mSpec.shaders.push_back(node); break;
+      case MaterialType::Use::Particles: mSpec.particles.push_back(node); break;
     }
   }
 

@@ -13,8 +13,8 @@ struct MaterialType {
   i32 id;
   std::string_view name;
   const host::ParameterTable& (*rows)();
-  enum class Use { Surface, Medium, Shader };
-  Use use;  ///< belongs to objects, fills space, or is linked by surfaces
+  enum class Use { Surface, Medium, Shader, Particles };
+  Use use;  ///< belongs to objects, fills space, is linked by surfaces, or draws particles
 };
 const std::vector<MaterialType>& MaterialTypes();
 

@@ -11,7 +11,7 @@ bool RenderSpec::Holds(const BaseNode& node) const {
     return std::find(nodes.begin(), nodes.end(), &node) != nodes.end();
   };
   return &node == settings || &node == standard || &node == camera || isAmong(lights) ||
-         isAmong(media) || isAmong(shaders) ||
+         isAmong(media) || isAmong(particles) || isAmong(shaders) ||
          std::any_of(surfaces.begin(), surfaces.end(),
                      [&](const auto& surface) { return surface.second == &node; });
 }

@@ -17,8 +17,9 @@ struct RenderSpec {
   host::BaseNode* settings = nullptr;
   host::BaseNode* camera = nullptr;
   std::vector<host::BaseNode*> lights;
-  std::vector<host::BaseNode*> media;    ///< materials that fill space
-  std::vector<host::BaseNode*> shaders;  ///< that surfaces may link
+  std::vector<host::BaseNode*> media;      ///< materials that fill space
+  std::vector<host::BaseNode*> particles;  ///< materials that draw particles
+  std::vector<host::BaseNode*> shaders;    ///< that surfaces may link
   /// Which object has which surface; the others get `standard`.
   std::vector<std::pair<host::NodeId, host::BaseNode*>> surfaces;
   host::BaseNode* standard = nullptr;

@@ -43,7 +43,7 @@ inline LoadedScene LoadRenderScene(const std::string& objects, const std::string
 inline RenderedPicture Draw(const LoadedScene& scene,
                             const std::vector<host::VolumeMaterial*>& media = {}, i32 frame = 0) {
   host::HostThread thread;
-  return RenderPicture(*scene.render, frame, {media, {}}, thread);
+  return RenderPicture(*scene.render, frame, {media, {}, {}}, thread);
 }
 
 /// The light at a place of the picture, sky included.
