@@ -13,6 +13,9 @@ inline constexpr const char* kOverReason = "its duration is over";
 inline constexpr const char* kPlayedReason = "its channel plays from a cache";
 inline constexpr const char* kPlayedTargetReason = "its target plays from a cache";
 inline constexpr const char* kNotDueReason = "none of its emissions is due";
+inline constexpr const char* kNoRateReason = "its rate is 0";
+inline constexpr const char* kPlayedParticlesReason = "its particles play from a cache";
+inline constexpr const char* kNoParticlesReason = "its group holds no particles of its kind";
 inline constexpr const char* kNoStrengthReason = "its strength is 0";
 
 // Of a fire: what may well end in some later frame.
@@ -32,9 +35,10 @@ inline bool MayPass(std::string_view reason) {
 
 /// Whether a reason is one of these: the user asked for the sleep, so that no warning tells of it.
 inline bool IsRest(std::string_view reason) {
-  constexpr std::string_view kReasons[] = {kNoStepReason,    kClosedReason, kOverReason,
-                                           kPlayedReason,    kNotDueReason, kPlayedTargetReason,
-                                           kNoStrengthReason};
+  constexpr std::string_view kReasons[] = {
+      kNoStepReason,      kClosedReason,       kOverReason,       kPlayedReason,
+      kNotDueReason,      kPlayedTargetReason, kNoStrengthReason, kPlayedParticlesReason,
+      kNoParticlesReason, kNoRateReason};
   return std::find(std::begin(kReasons), std::end(kReasons), reason) != std::end(kReasons);
 }
 

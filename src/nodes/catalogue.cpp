@@ -10,10 +10,13 @@
 
 #include "cache/grid_cacher.h"
 #include "fluids/advection/grid_advection.h"
+#include "fluids/advection/particle_advection.h"
 #include "fluids/emission/alignment_vector.h"
 #include "fluids/emission/channel_value.h"
 #include "fluids/emission/grid_cell_emitter.h"
 #include "fluids/emission/object_grid_emitter.h"
+#include "fluids/emission/object_particle_grid_emitter.h"
+#include "fluids/emission/object_particle_mesh_emitter.h"
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/fields/fire_grid_channel.h"
 #include "fluids/fields/fuel_grid_channel.h"
@@ -21,6 +24,7 @@
 #include "fluids/fields/temperature_grid_channel.h"
 #include "fluids/forces/force_buoyancy.h"
 #include "fluids/forces/force_gravity.h"
+#include "fluids/forces/force_grid_turbulence.h"
 #include "fluids/forces/force_swirling.h"
 #include "fluids/mesh/mesh.h"
 #include "fluids/mesh/multi_mesh.h"
@@ -34,6 +38,7 @@
 #include "fluids/operators/mesh_smoothing_operator.h"
 #include "fluids/particles/kernel.h"
 #include "fluids/particles/particle_group.h"
+#include "fluids/particles/particle_iso_density.h"
 #include "fluids/particles/particle_property.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
@@ -56,6 +61,8 @@ std::deque<NodeKind>& Kinds() {
       GridDiffusion::Kind(),
       FluidSolver::Kind(),
       ObjectGridEmitter::Kind(),
+      ObjectParticleGridEmitter::Kind(),
+      ObjectParticleMeshEmitter::Kind(),
       ParticleToGridEmitter::Kind(),
       AlignmentVector3D::Kind(),
       EmissionRate::Kind(),
@@ -64,7 +71,9 @@ std::deque<NodeKind>& Kinds() {
       Force_Gravity::Kind(),
       Force_Buoyancy::Kind(),
       Force_Swirling::Kind(),
+      Force_GridTurbulence::Kind(),
       GridEmissionSettings::Kind(),
+      ParticleEmissionSettings::Kind(),
       PlainField::Kind(),
       FuelField::Kind(),
       FireField::Kind(),
@@ -82,6 +91,7 @@ std::deque<NodeKind>& Kinds() {
       Grid_CellEmitter::Kind(),
       GridAdvection::Kind(),
       GridVariableDensity::Kind(),
+      ParticleAdvection::Kind(),
       MultiVolume::Kind(),
       MeshCurvatureOperator::Kind(),
       MeshSmoothingOperator::Kind(),
@@ -119,9 +129,10 @@ ParameterTable MakeTable(const NodeKind& kind) {
     if (own == table.end()) {
       table.push_back(row);
     } else {
-      // A kind may have its own words and default for what all kinds can be told.
-      own->fill = row.fill;
-      own->connect = row.connect;
+      // A kind may have its own words and default for what all kinds can be told, or be the one
+      // that reads it.
+      if (!own->fill) own->fill = row.fill;
+      if (!own->connect) own->connect = row.connect;
     }
   }
   return WithKinds(std::move(table));
@@ -201,7 +212,9 @@ SulvaScene::ObjectFactory NodeFactory() {
 }
 
 std::unique_ptr<SulvaScene> CreateScene(BaseNode& server) {
-  return std::make_unique<SulvaScene>(&server, NodeFactory());
+  auto scene = std::make_unique<SulvaScene>(&server, NodeFactory());
+  scene->mParts.Add(std::make_unique<ParticleIsoDensity>());
+  return scene;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

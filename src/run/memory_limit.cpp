@@ -111,6 +111,18 @@ void ForEachWant(const Scene& scene, const NegotiatedBounds& bounds, F&& f) {
     }
 }
 
+/// Cells along each axis of the largest box of which anything is kept cell by cell; 0 where nothing is.
+Vec3d MostCellsKept(const Scene& scene, const NegotiatedBounds& bounds) {
+  Vec3d most{};
+  for (i32 list = 1; list <= 11; ++list)
+    for (const auto& [id, object] : scene.List(list)) {
+      if (!object->Has(FLAG_ENABLED) || !(object->MemoryPerCell() > 0)) continue;
+      const Vec3d cells = CellsIn(bounds.Of(*object), scene.mDomain.cellSize);
+      if (cells.x * cells.y * cells.z > most.x * most.y * most.z) most = cells;
+    }
+  return most;
+}
+
 }  // namespace
 
 double EstimateGridMemory(const Scene& scene, const NegotiatedBounds& bounds) {
@@ -157,7 +169,7 @@ void MemoryGuard::AddAdvice(const Scene& scene) {
 }
 
 bool MemoryGuard::Allows(const Scene& scene, const NegotiatedBounds& bounds) {
-  const Vec3d cells = CellsIn(bounds.fields, scene.mDomain.cellSize);
+  const Vec3d cells = MostCellsKept(scene, bounds);
   const double count = cells.x * cells.y * cells.z;
   const double bytes = EstimateGridMemory(scene, bounds);
   if (count <= kMostCells && bytes <= static_cast<double>(mLimit)) return true;

@@ -62,6 +62,8 @@ void AddShapeHints(const LoadedScene& scene, const ScenePlaces& places, Diagnost
 void AddSettingHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 void AddOutputHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 void AddFieldHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
+void AddParticleHints(const LoadedScene& scene, const ScenePlaces& places,
+                      Diagnostics& diagnostics);
 void AddFireHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 
 }  // namespace MELDO_GLOBAL::app

@@ -111,8 +111,10 @@ void NoteOrderOfServants(SceneContext& context, const MadeNode& made) {
   using namespace MELDO_SULVA;
   const NodeKind* kind = FindKind(made.node->Type());
   const bool isGroup = made.node->Type() == kGroupNode;
+  const bool isServer = made.node->Type() == kServerNode;
   if (!made.parameters || !made.node->Table()) return;
-  if (!isGroup && (!kind || !kind->stages.empty() || kind->list == 0 || kind->list == kListCaches))
+  if (!isGroup && !isServer &&
+      (!kind || !kind->stages.empty() || kind->list == 0 || kind->list == kListCaches))
     return;
   for (const JsonMember& member : *made.parameters->Members())
     if (const ParameterRow* row = RowNamed(*made.node->Table(), member.key);
@@ -121,9 +123,10 @@ void NoteOrderOfServants(SceneContext& context, const MadeNode& made) {
       context.Note(
           member, made.subject,
           fmt::format("'{}' has no effect: {}", row->name,
-                      isGroup
-                          ? "a group has no work of its own"
-                          : "it works where another node links it, and not in a stage of its own"));
+                      isServer  ? "a server runs all stages of its scene"
+                      : isGroup ? "a group has no work of its own"
+                                : "it works where another node links it, and not in a stage of its "
+                                  "own"));
 }
 
 /// Fields, settings, emitters, operators and meshes stand nowhere, and the box of a solver has no

@@ -5,6 +5,7 @@
 #include "cache/cache_rows.h"
 #include "cache/hyper_file.h"
 #include "host/atomic_file.h"
+#include "host/image.h"
 #include "host/polygon_object.h"
 #include "nodes/catalogue.h"
 
@@ -106,16 +107,20 @@ void AppendSequence(std::string& out, const std::string& pattern) {
   }
 }
 
-void AppendPolygons(std::string& out, const host::BaseNode& node) {
+void AppendHostData(std::string& out, const host::BaseNode& node) {
   if (const auto* object = dynamic_cast<const host::PolygonObject*>(&node)) {
     const host::Geometry& geometry = object->GetGeometry();
     AppendBytes(out, geometry.points.data(), geometry.points.size());
     AppendBytes(out, geometry.polygons.data(), geometry.polygons.size());
     if (!object->FramePattern().empty()) AppendSequence(out, object->FramePattern());
   }
+  if (const auto* image = dynamic_cast<const host::ImageObject*>(&node)) {
+    AppendBytes(out, &image->picture.width, 1);
+    AppendBytes(out, image->picture.pixels.data(), image->picture.pixels.size());
+  }
   std::vector<std::string> children;
   for (const host::BaseNode* child : node.Children())
-    AppendPolygons(children.emplace_back(), *child);
+    AppendHostData(children.emplace_back(), *child);
   AppendSorted(out, std::move(children));
 }
 
@@ -139,7 +144,7 @@ u64 FingerprintOf(const JsonValue& scene, const std::vector<std::string>& overri
   for (const std::string& text : overrides) AppendBytes(out, text.data(), text.size());
   std::vector<std::string> polygons;
   for (const host::BaseNode* root : document.Roots())
-    AppendPolygons(polygons.emplace_back(), *root);
+    AppendHostData(polygons.emplace_back(), *root);
   AppendSorted(out, std::move(polygons));
   return ChecksumOf(out);
 }

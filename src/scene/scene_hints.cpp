@@ -5,8 +5,8 @@
 namespace MELDO_GLOBAL::app {
 
 void AddHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
-  for (const auto add :
-       {AddShapeHints, AddSettingHints, AddOutputHints, AddFieldHints, AddFireHints})
+  for (const auto add : {AddShapeHints, AddSettingHints, AddOutputHints, AddFieldHints,
+                         AddFireHints, AddParticleHints})
     add(scene, places, diagnostics);
 }
 

@@ -112,7 +112,10 @@ Json PlainValue(const ParameterRow& row) {
     case ParameterType::Gradient: json = Ref("gradient"); break;
     case ParameterType::Button: json = false; break;
   }
-  Json& limited = row.type == ParameterType::Vector ? json["items"] : json;
+  // Of a choice the number has the limits, not the word.
+  Json& limited = row.type == ParameterType::Vector ? json["items"]
+                  : row.choices.empty()             ? json
+                                                    : json["anyOf"].back();
   if (row.HasMin()) limited["minimum"] = row.min;
   if (row.HasMax()) limited["maximum"] = row.max;
   return json;

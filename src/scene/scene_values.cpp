@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "framework/server_rows.h"
+#include "host/image.h"
 #include "host/render_objects.h"
 #include "nodes/catalogue.h"
 #include "nodes/media.h"
@@ -25,9 +26,11 @@ std::string WordOfType(i32 type) {
     case kMeshObject: return "mesh object";
     case kSplineObject: return "spline object";
     case kPointsObject: return "points object";
+    case kImageObject: return "image object";
     case kLightObject: return "light object";
     case kCameraObject: return "camera object";
     case kSurfaceMaterial: return "surface material";
+    case kParticleMaterial: return fmt::format("{} material", kParticlesName);
     case kGridSamplerShader: return fmt::format("{} material", kGridSamplerName);
     default: break;
   }
@@ -35,6 +38,11 @@ std::string WordOfType(i32 type) {
     return fmt::format("{} material", medium->name);
   const NodeKind* kind = FindKind(type);
   return kind ? std::string(kind->type) : std::string();
+}
+
+std::string WithArticle(const std::string& word) {
+  const bool isOpen = std::string_view("aeiou").find(word.front()) != std::string_view::npos;
+  return (isOpen ? "an " : "a ") + word;
 }
 
 /// What a link takes: "a mesh object", "a node of type volume or group".
@@ -47,7 +55,7 @@ std::string WordsOfTypes(const std::vector<i32>& types) {
     if (FindKind(type)) {
       nodes.push_back(word);
     } else {
-      objects.push_back(fmt::format("a {}", word));
+      objects.push_back(WithArticle(word));
     }
   }
   if (nodes.size() > kMost) {
@@ -77,9 +85,9 @@ std::string RangeWords(double min, double max) {
 constexpr std::pair<std::string_view, u32> kKindFlags[] = {
     {"passive", 1}, {"liquid", 2}, {"vorticity", 4}, {"diffuse", 8}};
 
-/// "volume node", "mesh object".
+/// "a volume node", "a mesh object".
 std::string KindWord(const BaseNode& node) {
-  return FindKind(node.Type()) ? TypeWord(node) + " node" : TypeWord(node);
+  return WithArticle(FindKind(node.Type()) ? TypeWord(node) + " node" : TypeWord(node));
 }
 
 std::string What(const ParameterRow& row) { return fmt::format("'{}'", row.name); }
@@ -317,7 +325,7 @@ BaseNode* ValueReader::ResolveLink(const std::string& reference, const std::vect
   if (whole.size() == 1) return whole.front().node;
   if (fitting.empty()) {
     mContext.Error(at, subject,
-                   fmt::format("{}: '{}' is a {}; expected {}", what, Shown(reference),
+                   fmt::format("{}: '{}' is {}; expected {}", what, Shown(reference),
                                KindWord(*found.front().node),
                                expected.empty() ? WordsOfTypes(accepts) : std::string(expected)));
   } else {
@@ -361,10 +369,9 @@ BaseNode* ValueReader::ResolveLinkOrGroup(const std::string& reference, const Pa
   const std::vector<NameTable::Candidate> found = mNames.Find(reference);
   if (TakesNoKind(row) && !found.empty() && found.front().node->Type() != kUnknownNode &&
       found.front().node->Type() != kGroupNode) {
-    mContext.Error(
-        at, subject,
-        fmt::format("{}: '{}' is a {}, and there is no kind yet that this parameter takes", what,
-                    Shown(reference), KindWord(*found.front().node)));
+    mContext.Error(at, subject,
+                   fmt::format("{}: '{}' is {}, and there is no kind yet that this parameter takes",
+                               what, Shown(reference), KindWord(*found.front().node)));
     return nullptr;
   }
   const auto fits = [&](const auto& candidate) { return Accepts(row.accepts, *candidate.node); };
@@ -390,7 +397,7 @@ bool ValueReader::Members(const BaseNode& group, const ParameterRow& row, const 
     } else if (Accepts(row.accepts, *child) && !TakesNoKind(row)) {
       members.push_back(child);
     } else {
-      return refuse(fmt::format("stands for its children, but its '{}' is a {}; expected {}",
+      return refuse(fmt::format("stands for its children, but its '{}' is {}; expected {}",
                                 Shown(child->Name()), KindWord(*child), WordsOfTypes(row.accepts)));
     }
   }

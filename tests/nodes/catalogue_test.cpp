@@ -121,8 +121,8 @@ TEST(Catalogue, EveryRowFillsAMemberOrSaysThatItIsKept) {
       // A command reads these.
       if (owner == "server" && row.id >= cache_setup::kFirst && row.id <= cache_setup::kLast)
         continue;
-      // The scene has them for bodies and liquids, which it doesn't hold yet.
-      if (owner == "server" && (row.name == "gravity" || row.name == "rigid_substeps")) {
+      // The scene has it for bodies, which it doesn't hold yet.
+      if (owner == "server" && row.name == "rigid_substeps") {
         EXPECT_TRUE(row.kept && row.fill) << row.name;
         continue;
       }

@@ -59,14 +59,17 @@ TEST(SceneAdvice, ParametersOfAnotherModeAreNoted) {
 
 TEST(SceneAdvice, WhatNothingReadsIsToldInOneNote) {
   EXPECT_THAT(
-      LoadedServer(R"("gravity": [0, -5, 0], "rigid_mode": 1, "show_statistics": false)",
+      LoadedServer(R"("rigid_mode": 1, "show_statistics": false, "gravity": [0, -5, 0])",
                    {"scene.rigid_mode=2", "scene.display_scale=3"})
           .Lines(),
       ElementsAre(testing::AllOf(
           HasSubstr("s.json:2:17: note: set, kept with the scene, but without effect: "),
           testing::EndsWith(
-              "'gravity' of \"scene\", 'rigid_mode' of \"scene\", 'show_statistics' of \"scene\", "
-              "'display_scale' of \"scene\""))));
+              "'rigid_mode' of \"scene\", 'show_statistics' of \"scene\", 'display_scale' of "
+              "\"scene\""))));
+  EXPECT_THAT(LoadedServer(R"("stage": 12, "priority": 3)").Lines(),
+              ElementsAre(HasSubstr("'stage' has no effect: a server runs all stages"),
+                          HasSubstr("'priority' has no effect: a server runs all stages")));
   EXPECT_THAT(LoadedServer("", {"scene.rigid_mode=2"}).Lines(),
               ElementsAre("--set scene.rigid_mode=2: note: set, kept with the scene, but without "
                           "effect: 'rigid_mode' of \"scene\""));
