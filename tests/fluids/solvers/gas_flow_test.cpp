@@ -13,7 +13,7 @@ struct FlowRig : GasRig {
   ScalarField* heat = nullptr;
   ScalarField* smoke = nullptr;
 
-  void AddPlume() {
+  void AddPlume(bool swirls = true) {
     host::BaseNode& h = Add("channel_temp", "heat");
     host::BaseNode& s = Add("channel_scalar", "smoke");
     heat = Object<ScalarField>(h);
@@ -23,7 +23,7 @@ struct FlowRig : GasRig {
     lift.Set(1002, LinkTo(s));
     lift.Set(1004, 0.03);
     lift.Set(1005, -0.2);
-    Add("force_swirling", "swirl");
+    if (swirls) Add("force_swirling", "swirl");
     for (const host::BaseNode* target : {&h, &s, static_cast<host::BaseNode*>(gasNode)})
       AddAdvection(*target, 1);
   }
@@ -126,7 +126,8 @@ TEST(GasFlow, AMirrorSymmetricPlumeStaysSymmetric) {
   constexpr i32 n = 20;
   FlowRig rig({n, 28, n}, 0.1);
   rig.Walls(1, 1, 1, 0, 1, 1);
-  rig.AddPlume();
+  // Confinement points along the gradient of the swirl: where that is 0, rounding turns it round.
+  rig.AddPlume(false);
   rig.Begin();
   const auto puff = [&](EGrid<double>& g, double amount) {
     GasRig::Fill(g, [&](const Vec3d& p) {
@@ -136,8 +137,7 @@ TEST(GasFlow, AMirrorSymmetricPlumeStaysSymmetric) {
   };
   puff(*rig.heat->GetGrid(0), 300);
   puff(*rig.smoke->GetGrid(0), 0.8);
-  // Rounding isn't symmetric, and a plume makes more of it from step to step.
-  for (i32 step = 0; step < 60; ++step) rig.Step();
+  for (i32 step = 0; step < 100; ++step) rig.Step();
   const EGrid<double>& g = *rig.smoke->GetGrid(0);
   const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
   double most = 0, difference = 0, rise = 0;
@@ -149,7 +149,7 @@ TEST(GasFlow, AMirrorSymmetricPlumeStaysSymmetric) {
   });
   EXPECT_GT(most, 0.01);
   EXPECT_GT(rise, 0.1);
-  EXPECT_LT(difference, 1e-5 * most);
+  EXPECT_LT(difference, 3e-6 * most);
 }
 
 TEST(GasFlow, OneAndTwoThreadsGiveTheSameBytes) {
