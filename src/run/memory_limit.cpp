@@ -111,7 +111,8 @@ void ForEachWant(const Scene& scene, const NegotiatedBounds& bounds, F&& f) {
     }
 }
 
-/// Cells along each axis of the largest box of which anything is kept cell by cell; 0 where nothing is.
+/// Cells along each axis of the largest box of which anything is kept cell by cell; 0 where nothing
+/// is.
 Vec3d MostCellsKept(const Scene& scene, const NegotiatedBounds& bounds) {
   Vec3d most{};
   for (i32 list = 1; list <= 11; ++list)

@@ -163,7 +163,8 @@ void ParticleAdvection::CollectFlows(const std::vector<iFluidSolver*>& solvers) 
 }
 
 void ParticleAdvection::CollectVolumes() {
-  // The level set of a flow has the obstacles already; what flies outside of it meets them one by one.
+  // The level set of a flow has the obstacles already; what flies outside of it meets them one by
+  // one.
   if (mCollision == ParticleMotion::kNoCollision ||
       (mCollision == ParticleMotion::kLevelSet && !mMotion.flows.empty() && mMode == kGrid))
     return;
