@@ -158,11 +158,12 @@ void ScalarWalls::MarkStart(const GridBoundary& boundary,
 void ScalarWalls::MarkPassed(const std::vector<GridBoundary::Mover>& movers) {
   mPassed.clear();
   if (!mThin) return;
-  for (const auto& [obstacle, reach, travel] : movers) {
-    const double farthest = travel + mState->mLayout.cellSize;
+  for (const GridBoundary::Mover& mover : movers) {
+    const auto* const obstacle = mover.obstacle;
+    const double farthest = mover.travel + mState->mLayout.cellSize;
     const ThinWalls* walls = obstacle->GetThinWalls();
     if (!walls || walls->Faces().empty()) continue;
-    ForEachCell(reach, [&](i32 x, i32 y, i32 z) {
+    ForEachCell(mover.reach, [&](i32 x, i32 y, i32 z) {
       u8& state = (*mState)(x, y, z);
       const Vec3d p = mState->PositionOf(x, y, z);
       if (state != kOpen || !obstacle->IsInBounds(p)) return;
