@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "fluids/advection/sample_points.h"
-#include "fluids/flow/solid_cells.h"
+#include "fluids/advection/even_rows.h"
+#include "fluids/advection/path_solids.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -14,71 +14,6 @@ namespace {
 // Of the correction, what it may be off by to keep a total. More is no error of a step: the flow
 // itself doesn't keep it, as one that is set and crosses walls.
 constexpr double kTrusted = 0.25;
-
-/// Solid tests of one target; both skip the level set where the flags of the cell allow it.
-class Solids {
- public:
-  explicit Solids(const AdvectionData& data)
-      : mSource(data.Shape()),
-        mBoundary(*data.boundary),
-        mCells(mSource.mLayout.dims),
-        mCellSize(mSource.mLayout.cellSize),
-        mSides(data.sides) {
-    const Grid<u8>* flags = data.solidCells;
-    if (flags && flags->mData && flags->Dims() == mCells) mFlags = flags->mData;
-    if (mSource.mKind != kFaceX && mSource.mKind != kFaceY && mSource.mKind != kFaceZ)
-      mOpen |= SolidCells::kOpenCentre;
-    if (data.open && data.open->Dims() == mSource.Dims()) mFaces = data.open->mData;
-  }
-
-  /// Marks which of the samples first .. first + n - 1 of a row are solid; false when none is.
-  bool FindSolid(i32 first, i32 y, i32 z, i32 n, bool* solid) const {
-    if (mFaces) return FindClosed(mFaces + mSource.Index(first, y, z), n, solid);
-    const Vec3d offset = OffsetOf(mSource.mKind);
-    const bool known = mFlags && first + n <= mCells.x && y < mCells.y && z < mCells.z;
-    const u8* flags = known ? mFlags + (mCells.y * z + y) * mCells.x + first : nullptr;
-    i32 open = 0;
-    for (i32 i = 0; known && i < n; ++i) open += (flags[i] & mOpen) != 0;
-    if (open == n) return false;
-    bool any = false;
-    for (i32 i = 0; i < n; ++i) {
-      solid[i] = !(known && (flags[i] & mOpen)) &&
-                 mBoundary.IsSolid(Vec3d{double(first + i), double(y), double(z)} + offset, mSource,
-                                   false);
-      any |= solid[i];
-    }
-    return any;
-  }
-  /// Moves points (cells) out of solids and back through the sides, and marks those that it moved.
-  void PushOut(RowVectors& points, i32 n, bool* moved) const {
-    i32 cell[kRowChunk];
-    if (mFlags) FindCells(points, mCells, n, cell);
-    for (i32 i = 0; i < n; ++i) {
-      moved[i] = false;
-      if (mFlags && (mFlags[cell[i]] & SolidCells::kNoPushOut)) continue;
-      Vec3d relative = points.At(i) * mCellSize;
-      if (!mBoundary.PushOut(relative, true, kPushOutMargin, mSides)) continue;
-      moved[i] = true;
-      points.Set(i, relative / mCellSize);
-    }
-  }
-
- private:
-  static bool FindClosed(const float* open, i32 n, bool* solid) {
-    bool any = false;
-    for (i32 i = 0; i < n; ++i) any |= solid[i] = !(open[i] > 0);
-    return any;
-  }
-
-  const EGrid<double>& mSource;
-  const GridBoundary& mBoundary;
-  VecInt3D mCells;
-  double mCellSize;
-  u8 mSides;
-  const u8* mFlags = nullptr;
-  const float* mFaces = nullptr;
-  u8 mOpen = SolidCells::kNoSolidSample;  ///< flags that make a sample of the target's kind open
-};
 
 /// Ends paths at thin walls.
 void StopAtWalls(const AdvectionData& data, const RowVectors& start, i32 n, RowVectors& ends) {
@@ -91,7 +26,7 @@ void StopAtWalls(const AdvectionData& data, const RowVectors& start, i32 n, RowV
 
 /// Marks points farther out through an open side than the outermost samples: nobody knows what is
 /// there.
-void MarkBeyondSides(const AdvectionData& data, const RowVectors& points, i32 n, bool* beyond) {
+void MarkBeyondSides(const AdvectionData& data, const RowVectors& points, i32 n, u8* marks) {
   if (data.sides == kWallsAll) return;
   const Vec3d offset = OffsetOf(data.Shape().mKind);
   const VecInt3D size = data.Shape().Dims();
@@ -99,54 +34,63 @@ void MarkBeyondSides(const AdvectionData& data, const RowVectors& points, i32 n,
     const double low = offset[a], high = offset[a] + size[a] - 1;
     const bool opensLow = !(data.sides & kLowWall[a]), opensHigh = !(data.sides & kHighWall[a]);
     const double* p = points.axis[a].v;
+    const ValueRange range = RangeOf(p, n);
+    if (!(opensLow && range.least < low) && !(opensHigh && range.most > high)) continue;
     for (i32 i = 0; i < n; ++i)
-      beyond[i] |= (opensLow && p[i] < low) || (opensHigh && p[i] > high);
+      if ((opensLow && p[i] < low) || (opensHigh && p[i] > high))
+        marks[i] |= CorrectedRow::kUncorrected;
   }
 }
 
-/// Some samples of a row with the velocity there, and where the paths that end there start.
+/// Some samples of a row with the velocity there.
 struct Chunk {
   i32 index;  ///< of the first sample
   i32 z;
   i32 n;
-  RowVectors start, k1, from;
+  RowVectors start, k1;
   bool solid[kRowChunk];
   bool anySolid;
-  bool bent[kRowChunk];  ///< a solid or a side moved `from`, or paths lead where nobody knows
 };
 
-/// Calls f(chunk) for all samples of the box, with paths traced back.
-template <class F>
-void ForEachChunk(const AdvectionData& data, const Solids& solids, const CellBox& box, F&& f) {
+/// Calls f(chunk) for the samples of the box that are busy, and rest(index, n) for the others.
+template <class Rest, class F>
+void ForEachChunk(const AdvectionData& data, const PathSolids& solids, const CellBox& box,
+                  Rest&& rest, F&& f) {
   const EGrid<double>& shape = data.Shape();
-  const Vec3d offset = OffsetOf(shape.mKind);
-  const double step = -data.step / shape.mLayout.cellSize;
   Chunk c;
   for (i32 z = box.min.z; z < box.max.z; ++z)
     for (i32 y = box.min.y; y < box.max.y; ++y)
       for (i32 x = box.min.x; x < box.max.x; x += kRowChunk) {
-        c.n = std::min(kRowChunk, box.max.x - x);
-        c.index = shape.Index(x, y, z);
+        const i32 last = std::min(x + kRowChunk, box.max.x), row = shape.Index(0, y, z);
+        const IndexRange part = data.busy ? data.busy->PartOf(x, last, y, z) : IndexRange{x, last};
+        rest(row + x, part.first - x);
+        rest(row + part.last, last - part.last);
+        if (part.IsEmpty()) continue;
+        c.n = part.last - part.first;
+        c.index = row + part.first;
         c.z = z;
-        c.anySolid = solids.FindSolid(x, y, z, c.n, c.solid);
-        for (i32 i = 0; i < c.n; ++i)
-          c.start.Set(i, {x + i + offset.x, y + offset.y, z + offset.z});
-        VelocityAtSamples(data.velocity, shape.mKind, x, y, z, c.n, c.k1);
-        TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, c.from);
-        solids.PushOut(c.from, c.n, c.bent);
-        StopAtWalls(data, c.start, c.n, c.from);
+        c.anySolid = solids.FindSolid(part.first, y, z, c.n, c.solid);
+        SetRow(part.first, y, z, OffsetOf(shape.mKind), c.n, c.start);
+        VelocityAtSamples(data.velocity, shape.mKind, part.first, y, z, c.n, c.k1);
         f(c);
       }
 }
 
-/// Writes the values of a chunk; a solid sample takes what the source holds there.
-void Store(const Chunk& c, const double* values, const Grid<double>& source, double* out) {
-  double* row = out + c.index;
-  if (!c.anySolid) {
-    std::copy_n(values, c.n, row);
-    return;
-  }
-  for (i32 i = 0; i < c.n; ++i) row[i] = c.solid[i] ? source[c.index + i] : values[i];
+/// The ends of the paths of a chunk over a time of `step`, given in cells; `bent` marks those that
+/// a solid or a side moved. False when none is.
+bool Trace(const AdvectionData& data, const PathSolids& solids, const Chunk& c, double step,
+           RowVectors& ends, bool* bent) {
+  TraceRow(data.velocity, c.start, c.k1, step / data.Shape().mLayout.cellSize, data.order, c.n,
+           ends);
+  const bool any = solids.PushOut(ends, c.n, bent);
+  StopAtWalls(data, c.start, c.n, ends);
+  return any;
+}
+
+/// Samples of a chunk that are solid keep what the source holds there.
+void KeepSolid(const Chunk& c, const Grid<double>& source, double* row) {
+  for (i32 i = 0; c.anySolid && i < c.n; ++i)
+    if (c.solid[i]) row[i] = source[c.index + i];
 }
 
 /// How much thinner what moved along the paths of a chunk gets. A parcel grows by the mean outflow
@@ -164,57 +108,52 @@ void FindThinning(const AdvectionData& data, const Chunk& c, const SamplePoints&
   for (i32 i = 0; i < c.n; ++i) factors[i] = std::exp(-0.5 * data.step * (start.v[i] + end[i]));
 }
 
-/// The sum of at(i), in four running sums.
-template <class F>
-double SumOf(i32 n, F&& at) {
-  double sum[4] = {};
-  i32 i = 0;
-  for (; i + 4 <= n; i += 4)
-    for (i32 lane = 0; lane < 4; ++lane) sum[lane] += at(i + lane);
-  for (; i < n; ++i) sum[0] += at(i);
-  return (sum[0] + sum[1]) + (sum[2] + sum[3]);
+/// Leaves where the paths of a chunk start for the second half of the step: the lowest of the eight
+/// samples round there, or its complement where there is nothing to correct. `bent` may be null.
+void KeepStarts(const SamplePoints& from, const bool* bent, i32 n, i32* starts) {
+  std::copy_n(from.corners.index, n, starts);
+  if (!bent && !from.isParted) return;
+  for (i32 i = 0; i < n; ++i)
+    if ((bent && bent[i]) || from.IsParted(i)) starts[i] = ~starts[i];
 }
 
-/// Limits the corrected values of a chunk, which take the place of `values`: at first those at the
-/// ends of paths back from where the correction is due. `thinning` may be null.
-void CorrectRow(const AdvectedField& field, const Chunk& c, const SamplePoints& from,
-                const SamplePoints& to, const double* thinning, double* values) {
-  const double* predicted = field.predicted->mData + c.index;
-  const double* before = field.source->mData + c.index;
-  const double half = 0.5 * field.strength;
-  RowValues whole;
-  for (i32 i = 0; i < c.n; ++i) {
-    whole.v[i] = half * (before[i] - values[i]);
-    values[i] = predicted[i] + whole.v[i];
-  }
-  LimitToCorners(*field.source, from.corners, c.n, values);
-  for (i32 i = 0; i < c.n; ++i)
-    if (c.bent[i] || from.IsParted(i) || to.IsParted(i)) {
-      values[i] = predicted[i];
-      whole.v[i] = 0;
+/// Where the paths of a chunk start, and which of its samples aren't corrected.
+struct ChunkCorners {
+  const i32* corners;
+  i32 own[kRowChunk];
+  u8 marks[kRowChunk];
+
+  /// From what `KeepStarts` has left.
+  void Find(const Chunk& c, const i32* starts) {
+    corners = starts;
+    std::fill_n(marks, c.n, u8{0});
+    i32 signs = 0;
+    for (i32 i = 0; i < c.n; ++i) signs |= starts[i];
+    if (signs >= 0) return;
+    for (i32 i = 0; i < c.n; ++i) {
+      own[i] = starts[i] < 0 ? ~starts[i] : starts[i];
+      if (starts[i] < 0) marks[i] = CorrectedRow::kUncorrected;
     }
-  if (!field.corrections) return;
-  RowValues left;
-  for (i32 i = 0; i < c.n; ++i) left.v[i] = values[i] - predicted[i];
-  for (i32 i = 0; c.anySolid && i < c.n; ++i)
-    if (c.solid[i]) whole.v[i] = left.v[i] = 0;
-  for (i32 i = 0; thinning && i < c.n; ++i) {
-    whole.v[i] *= thinning[i];
-    left.v[i] *= thinning[i];
+    corners = own;
   }
-  Correction& sums = field.corrections[c.z];
-  RowValues lost;
-  for (i32 i = 0; i < c.n; ++i)
-    lost.v[i] = before[i] - predicted[i] * (thinning ? thinning[i] : 1.0);
-  for (i32 i = 0; c.anySolid && i < c.n; ++i)
-    if (c.solid[i]) lost.v[i] = 0;
-  sums.lost += SumOf(c.n, [&](i32 i) { return lost.v[i]; });
-  sums.whole += SumOf(c.n, [&](i32 i) { return whole.v[i]; });
-  sums.up += SumOf(c.n, [&](i32 i) { return left.v[i] > 0 ? left.v[i] : 0.0; });
-  sums.down += SumOf(c.n, [&](i32 i) { return left.v[i] > 0 ? 0.0 : left.v[i]; });
-}
+  /// Marks samples that are solid, or whose paths forward end where thin walls part what is there.
+  void Mark(const Chunk& c, const SamplePoints& to) {
+    for (i32 i = 0; to.isParted && i < c.n; ++i)
+      if (to.IsParted(i)) marks[i] |= CorrectedRow::kUncorrected;
+    for (i32 i = 0; c.anySolid && i < c.n; ++i)
+      if (c.solid[i]) marks[i] |= CorrectedRow::kSolid;
+  }
+};
 
 bool HasSampling(const AdvectionData& data) { return data.sampling >= 0 && data.sampling <= 2; }
+
+/// Writes what holds nothing to one of the grids of each field.
+auto NothingGoesTo(const AdvectionData& data, auto grid) {
+  return [&data, grid](i32 index, i32 n) {
+    for (const AdvectedField& field : data.fields)
+      std::fill_n((field.*grid)->mData + index, n, field.walls.nothing);
+  };
+}
 
 /// Copies the part of the outermost layer of samples that a box of inner samples leaves out: whole
 /// rows beside it, and the ends of its own rows.
@@ -261,62 +200,87 @@ void FindOutflow(const StaggeredVelocity& velocity, const std::array<const EGrid
 
 void AdvectBackward(const AdvectionData& data, const CellBox& box) {
   if (!HasSampling(data)) return;
-  RowValues values, thinning;
+  const PathSolids solids(data);
+  RowVectors ends;
+  RowValues thinning;
   SamplePoints from;
-  ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
-    from.Find(data.Shape(), data.thin, c.from, c.n);
-    for (const AdvectedField& field : data.fields) {
-      SampleRow(data.sampling, *field.source, field.spline, from, values.v);
-      if (data.outflow) {
-        if (&field == &data.fields.front()) FindThinning(data, c, from, thinning.v);
-        for (i32 i = 0; i < c.n; ++i) values.v[i] *= thinning.v[i];
-      }
-      Store(c, values.v, *field.source, field.destination->mData);
-    }
-  });
+  bool bent[kRowChunk];
+  ForEachChunk(data, solids, box, NothingGoesTo(data, &AdvectedField::destination),
+               [&](const Chunk& c) {
+                 Trace(data, solids, c, -data.step, ends, bent);
+                 from.Find(data.Shape(), data.thin, ends, c.n);
+                 if (data.outflow) FindThinning(data, c, from, thinning.v);
+                 for (const AdvectedField& field : data.fields) {
+                   double* out = field.destination->mData + c.index;
+                   SampleRow(data.sampling, *field.source, field.spline, from, out);
+                   for (i32 i = 0; data.outflow && i < c.n; ++i) out[i] *= thinning.v[i];
+                   KeepSolid(c, *field.source, out);
+                 }
+               });
 }
 
 void Predict(const AdvectionData& data, const CellBox& box) {
   if (!HasSampling(data)) return;
   for (const AdvectedField& field : data.fields) CopyBorder(field, box);
-  RowValues values;
+  const PathSolids solids(data);
+  RowVectors ends;
   SamplePoints from;
-  ForEachChunk(data, Solids(data), box, [&](const Chunk& c) {
-    from.Find(data.Shape(), data.thin, c.from, c.n);
-    for (const AdvectedField& field : data.fields) {
-      SampleRow(data.sampling, *field.source, field.spline, from, values.v);
-      Store(c, values.v, *field.source, field.predicted->mData);
-    }
-  });
+  bool bent[kRowChunk];
+  ForEachChunk(data, solids, box, NothingGoesTo(data, &AdvectedField::predicted),
+               [&](const Chunk& c) {
+                 const bool anyBent = Trace(data, solids, c, -data.step, ends, bent);
+                 from.Find(data.Shape(), data.thin, ends, c.n);
+                 KeepStarts(from, anyBent ? bent : nullptr, c.n, data.starts->mData + c.index);
+                 if (data.outflow) {
+                   double* factors = data.thinning->mData + c.index;
+                   FindThinning(data, c, from, factors);
+                   for (i32 i = 0; c.anySolid && i < c.n; ++i)
+                     if (c.solid[i]) factors[i] = 1;
+                 }
+                 for (const AdvectedField& field : data.fields) {
+                   double* out = field.predicted->mData + c.index;
+                   SampleRow(data.sampling, *field.source, field.spline, from, out);
+                   KeepSolid(c, *field.source, out);
+                 }
+               });
 }
 
 void Correct(const AdvectionData& data, const CellBox& box) {
   if (!HasSampling(data)) return;
-  const Solids solids(data);
-  const double step = data.step / data.Shape().mLayout.cellSize;
-  RowVectors end;
-  RowValues values;
-  SamplePoints from, to;
+  const PathSolids solids(data);
+  RowVectors ends;
+  RowValues returned;
+  SamplePoints to;
+  ChunkCorners from;
   bool bent[kRowChunk];
-  ForEachChunk(data, solids, box, [&](Chunk& c) {
-    TraceRow(data.velocity, c.start, c.k1, step, data.order, c.n, end);
-    solids.PushOut(end, c.n, bent);
-    StopAtWalls(data, c.start, c.n, end);
-    MarkBeyondSides(data, end, c.n, c.bent);
-    from.Find(data.Shape(), data.thin, c.from, c.n);
-    to.Find(data.Shape(), data.thin, end, c.n);
-    double* factors = data.outflow ? data.thinning->mData + c.index : nullptr;
-    if (factors) {
-      FindThinning(data, c, from, factors);
-      for (i32 i = 0; i < c.n; ++i)
-        if (c.anySolid && c.solid[i]) factors[i] = 1;
-    }
-    for (const AdvectedField& field : data.fields) {
-      SampleRow(data.sampling, *field.predicted, field.spline, to, values.v);
-      CorrectRow(field, c, from, to, factors, values.v);
-      Store(c, values.v, *field.source, field.destination->mData);
-    }
-  });
+  ForEachChunk(data, solids, box, NothingGoesTo(data, &AdvectedField::destination),
+               [&](const Chunk& c) {
+                 // Whatever solids do to a path forward, it tells what went there.
+                 Trace(data, solids, c, data.step, ends, bent);
+                 from.Find(c, data.starts->mData + c.index);
+                 MarkBeyondSides(data, ends, c.n, from.marks);
+                 to.Find(data.Shape(), data.thin, ends, c.n);
+                 from.Mark(c, to);
+                 for (const AdvectedField& field : data.fields) {
+                   SampleRow(data.sampling, *field.predicted, field.spline, to, returned.v);
+                   const CorrectedRow row{
+                       .before = field.source->mData + c.index,
+                       .predicted = field.predicted->mData + c.index,
+                       .returned = returned.v,
+                       .share = 0.5 * field.strength,
+                       .limits = field.source->mData,
+                       .corners = from.corners,
+                       .ny = field.source->mNx,
+                       .nz = field.source->mSlice,
+                       .marks = from.marks,
+                       .thinning = data.outflow ? data.thinning->mData + c.index : nullptr};
+                   double* out = field.destination->mData + c.index;
+                   if (field.corrections)
+                     CorrectAndSumRow(row, c.n, out, field.corrections[c.z]);
+                   else
+                     CorrectRow(row, c.n, out);
+                 }
+               });
 }
 
 void FindBalance(AdvectedField& field, i32 layers) {
@@ -340,11 +304,12 @@ void FindBalance(AdvectedField& field, i32 layers) {
 
 void Balance(const AdvectionData& data, const CellBox& box) {
   const double* thinning = data.outflow ? data.thinning->mData : nullptr;
-  const i32 n = box.max.x - box.min.x;
   for (const AdvectedField& field : data.fields)
     for (i32 z = box.min.z; z < box.max.z; ++z)
       for (i32 y = box.min.y; y < box.max.y; ++y) {
-        const i32 first = field.destination->Index(box.min.x, y, z);
+        const IndexRange part = data.busy ? data.busy->PartOf(box.min.x, box.max.x, y, z)
+                                          : IndexRange{box.min.x, box.max.x};
+        const i32 first = field.destination->Index(part.first, y, z), n = part.last - part.first;
         const double* predicted = field.predicted->mData + first;
         double* values = field.destination->mData + first;
         if (field.up != 1 || field.down != 1)

@@ -88,10 +88,9 @@ void ConservativeAdvection::Persist(StateArchive& archive) { archive(mVolume); }
 void ConservativeAdvection::MarkHolders(const Flow& flow, const EGrid<double>& source) {
   if (flow.wallCells && flow.wallCells->Fits(*mVolume))
     flow.wallCells->HandOver(kVolumeRange, flow.reach, *mVolume);
-  const u8* flags = flow.solidCells && flow.solidCells->Dims() == mDims && flow.solidCells->mData
-                        ? flow.solidCells->mData
-                        : nullptr;
-  mFlags = flags;
+  const bool isKnown =
+      flow.solidCells && flow.solidCells->Dims() == mDims && flow.solidCells->mData;
+  mFlags = isKnown ? flow.solidCells : nullptr;
   ForEachLayer(flow, [&](i32 z) {
     for (i32 y = 0; y < mDims.y; ++y) MarkRow(flow, source, y, z);
   });
@@ -102,7 +101,7 @@ void ConservativeAdvection::MarkRow(const Flow& flow, const EGrid<double>& sourc
   const i32 n = mDims.x, first = mHolds->Index(0, y, z);
   u8 *holds = mHolds->mData + first, *moves = mMoves->mData + first;
   const u8* walls = flow.thin ? flow.thin->Bits() + first : nullptr;
-  for (i32 x = 0; x < n; ++x) holds[x] = mFlags && (mFlags[first + x] & SolidCells::kOpenCentre);
+  for (i32 x = 0; x < n; ++x) holds[x] = mFlags && ((*mFlags)[first + x] & SolidCells::kOpenCentre);
   for (i32 x = 0; x < n; ++x)
     if (!holds[x]) holds[x] = !flow.boundary->IsSolid({x + 0.5, y + 0.5, z + 0.5}, source, false);
   if (walls)

@@ -90,7 +90,7 @@ class ConservativeAdvection {
   VecInt3D mDims{};
   i32 mSlice = 0;
   f32 mCellSize = 0;
-  const u8* mFlags = nullptr;         ///< of the step's solid cells
+  const Grid<u8>* mFlags = nullptr;   ///< of the step's solid cells
   std::unique_ptr<Grid<u8>> mHolds;   ///< 1: the cell can hold smoke
   std::unique_ptr<Grid<u8>> mMoves;   ///< as `EvenLine` has them: it holds smoke and
                                       ///< isn't outermost

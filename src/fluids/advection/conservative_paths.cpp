@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/advection/clear_cells.h"
 #include "fluids/advection/conservative_advection.h"
 #include "fluids/advection/run_lanes.h"
 #include "grids/wide_kernel.h"
@@ -9,8 +10,6 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
-
-constexpr i32 kMostRows = 64;  // that are worth a look together
 
 SULVA_WIDE_KERNEL double MostApart(const double* a, const double* b, i32 n) {
   RunLanes lanes{};
@@ -29,32 +28,13 @@ SULVA_WIDE_KERNEL double MostApart(const double* a, const double* b, i32 n) {
   return most;
 }
 
-/// What all of `n` flags have in common.
-SULVA_WIDE_KERNEL u8 CommonBits(const u8* flags, i32 n) {
-  u8 all = 0xff;
-  for (i32 i = 0; i < n; ++i) all &= flags[i];
-  return all;
-}
-
 }  // namespace
 
 /// Whether no solid is near any of `n` points, given in cells, and so all corners of their blocks
 /// hold smoke.
 bool ConservativeAdvection::IsClear(const RowVectors& points, i32 n) const {
-  VecInt3D low, high;
-  for (int a = 0; a < 3; ++a) {
-    const ValueRange range = RangeOf(points.axis[a].v, n);
-    if (!(range.least >= 1 && range.most < mDims[a] - 1)) return false;
-    low[a] = static_cast<i32>(range.least) - 1;
-    high[a] = static_cast<i32>(range.most) + 1;
-  }
-  if ((high.y - low.y) * (high.z - low.z) > kMostRows) return false;
   constexpr u8 kClear = SolidCells::kNoPushOut | SolidCells::kOpenCentre;
-  u8 all = kClear;
-  for (i32 z = low.z; z <= high.z && all == kClear; ++z)
-    for (i32 y = low.y; y <= high.y; ++y)
-      all &= CommonBits(mFlags + mHolds->Index(low.x, y, z), high.x - low.x + 1);
-  return all == kClear;
+  return AreClear(*mFlags, points, n, kClear, 1);
 }
 
 /// The blocks round the ends of paths, given in cells: points in solids are pushed out first, paths
@@ -83,7 +63,7 @@ void ConservativeAdvection::PushOut(const Flow& flow, const RowVectors& start, R
   i32 cells[kRowChunk];
   if (mFlags) FindCells(ends, mDims, n, cells);
   for (i32 i = 0; i < n; ++i) {
-    if (mFlags && (mFlags[cells[i]] & SolidCells::kNoPushOut)) continue;
+    if (mFlags && ((*mFlags)[cells[i]] & SolidCells::kNoPushOut)) continue;
     Vec3d relative = ends.At(i) * static_cast<double>(mCellSize);
     if (flow.boundary->PushOut(relative, true, kPushOutMargin, flow.boundary->mWalls))
       ends.Set(i, relative / static_cast<double>(mCellSize));

@@ -93,6 +93,8 @@ class GridAdvection : public iObject, public FieldCarrier {
 
   /// The outflow that thins the scalar target; null where the gas doesn't expand.
   const Grid<double>* FindThinning(const Velocity& velocity);
+  /// Finds where the fields of a pass may change; false where that can't be told.
+  bool FindBusy(const AdvectionData& data);
   /// Memory for the corrections of fields that hold an amount.
   void WatchCorrections(std::vector<AdvectedField>& fields, i32 layers);
   /// Finds the splines through what a pass samples; false without memory.
@@ -102,6 +104,7 @@ class GridAdvection : public iObject, public FieldCarrier {
   std::array<std::unique_ptr<Grid<double>>, ScratchGrids::kSlots> mSplines;
   std::unique_ptr<Grid<double>> mOutflow, mThinning;
   std::vector<Correction> mCorrections;
+  BusyBlocks mBusy;
   ScalarField* mScalarTarget = nullptr;
   VectorField* mVectorTarget = nullptr;
   iFluidSolver* mSolverTarget = nullptr;

@@ -1,4 +1,7 @@
 // Moves grids along paths.
+#include <algorithm>
+#include <atomic>
+#include <bit>
 #include <memory>
 #include <vector>
 
@@ -58,9 +61,46 @@ bool GridAdvection::FitFields(std::vector<AdvectedField>& fields, const Velocity
       return false;
     if (!IsCorrected()) continue;
     field.predicted = mSolver->GetFlow().mScratch.Get(slot++, cells, field.source->mKind);
-    if (!field.predicted) return false;
+    if (!field.predicted || !mSolver->GetFlow().mScratch.GetNumbers(cells)) return false;
   }
   return shape->Dims().z > 2;
+}
+
+namespace {
+
+/// The largest magnitude; not a finite one where one of them isn't.
+double LargestMagnitude(const EGrid<double>& grid, i32 threads) {
+  // A NaN is above all others only by its bits.
+  const auto key = [](double v) { return std::bit_cast<i64>(v); };
+  return ReduceBlocks(
+      grid.mNz, threads, 0.0,
+      [&](i32 z) { return LargestOf(grid.mData + i64{z} * grid.mSlice, grid.mSlice); },
+      [&](double a, double b) { return key(a) > key(b) ? a : b; });
+}
+
+}  // namespace
+
+bool GridAdvection::FindBusy(const AdvectionData& data) {
+  const bool isLinear = data.sampling == static_cast<i32>(AdvectionSampling::Linear);
+  if (!isLinear || data.thin || !data.solidCells || data.solidCells->Dims() != data.Shape().Dims())
+    return false;
+  std::vector<SparseField> fields;
+  for (const AdvectedField& field : data.fields) {
+    if (data.outflow && field.walls.nothing != 0) return false;
+    fields.push_back({field.source, field.walls.nothing});
+  }
+  constexpr double kRounding = 1 + 1e-9, kFar = 64;
+  const double perCell = data.step / data.Shape().mLayout.cellSize;
+  VecInt3D reach;
+  for (i32 axis = 0; axis < 3; ++axis) {
+    const double way =
+        LargestMagnitude(data.velocity.Component(axis), mScene->mThreadCount) * perCell * kRounding;
+    if (!(way < kFar)) return false;
+    // A correction reads what is predicted there, and that the field from there on.
+    reach[axis] = 2 * (static_cast<i32>(way) + 1);
+  }
+  mBusy.Find(fields, *data.solidCells, reach, mScene->mThreadCount);
+  return true;
 }
 
 bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocity& velocity) {
@@ -68,18 +108,20 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
   const EGrid<double>& shape = *fields.front().source;
   const Flow& flow = mSolver->GetFlow();
   const bool isClosed = mScalarTarget && flow.mWallCells.Fits(shape);
-  const AdvectionData data{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
-                           .fields = fields,
-                           .boundary = &flow.mBoundary,
-                           .solidCells = flow.mSolidCells.Get(),
-                           .thin = flow.mThinFaces.HasAny() ? &flow.mThinFaces : nullptr,
-                           .open = shape.mKind <= kFaceZ ? flow.GetOpenFaces(shape.mKind) : nullptr,
-                           .step = static_cast<f32>(mTime->stepDuration),
-                           .order = PathOrder(),
-                           .sampling = mSampling,
-                           .sides = isClosed ? flow.mBoundary.mWalls : u8{kWallsAll},
-                           .outflow = FindThinning(velocity),
-                           .thinning = mThinning.get()};
+  AdvectionData data{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
+                     .fields = fields,
+                     .boundary = &flow.mBoundary,
+                     .solidCells = flow.mSolidCells.Get(),
+                     .thin = flow.mThinFaces.HasAny() ? &flow.mThinFaces : nullptr,
+                     .open = shape.mKind <= kFaceZ ? flow.GetOpenFaces(shape.mKind) : nullptr,
+                     .step = static_cast<f32>(mTime->stepDuration),
+                     .order = PathOrder(),
+                     .sampling = mSampling,
+                     .sides = isClosed ? flow.mBoundary.mWalls : u8{kWallsAll},
+                     .outflow = FindThinning(velocity),
+                     .thinning = mThinning.get()};
+  if (IsCorrected()) data.starts = mSolver->GetFlow().mScratch.GetNumbers(shape.mLayout.dims);
+  if (isClosed && FindBusy(data)) data.busy = &mBusy;
   if (IsSpline() && !FindSplines(fields, false)) return false;
   if (!IsCorrected())
     RunPass(data, &AdvectBackward);
@@ -93,8 +135,11 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
 void GridAdvection::RunPass(const AdvectionData& data,
                             void (*pass)(const AdvectionData&, const CellBox&)) {
   const VecInt3D n = data.Shape().Dims();
-  ForEachBlock(n.z - 2, mScene->mThreadCount, [&](i32 layer) {
-    if (!IsCancelled()) pass(data, {{1, 1, layer + 1}, {n.x - 1, n.y - 1, layer + 2}});
+  // Layers take unlike times, by what is busy in them: who is free takes the next one.
+  std::atomic<i32> next{1};
+  ForEachBlock(mScene->mThreadCount, mScene->mThreadCount, [&](i32) {
+    for (i32 z = next++; z < n.z - 1 && !IsCancelled(); z = next++)
+      pass(data, {{1, 1, z}, {n.x - 1, n.y - 1, z + 1}});
   });
 }
 

@@ -14,27 +14,59 @@ SULVA_WIDE_KERNEL void MeanOfFour(const double* a, const double* b, const double
   for (i32 i = 0; i < n; ++i) out[i] = 0.25 * ((a[i] + b[i]) + (c[i] + d[i]));
 }
 
+SULVA_WIDE_KERNEL void MeanOfTwo(const double* a, const double* b, i32 n, double* __restrict out) {
+  for (i32 i = 0; i < n; ++i) out[i] = 0.5 * (a[i] + b[i]);
+}
+
 struct WeightedRow {
   const RowVectors* row;
   double weight;
 };
 
 /// end = start + sum of the weighted rows.
-SULVA_WIDE_KERNEL void Advance(const RowVectors& start, const WeightedRow* rows, i32 count, i32 n,
-                               RowVectors& end) {
+template <i32 kCount>
+inline __attribute__((always_inline)) void AdvanceBy(const RowVectors& start,
+                                                     const WeightedRow* rows, i32 n,
+                                                     RowVectors& end) {
   for (int a = 0; a < 3; ++a) {
     double* __restrict out = end.axis[a].v;
     const double* from = start.axis[a].v;
-    const double* first = rows[0].row->axis[a].v;
-    for (i32 i = 0; i < n; ++i) out[i] = first[i] * rows[0].weight;
-    for (i32 r = 1; r < count; ++r) {
-      const double* k = rows[r].row->axis[a].v;
-      for (i32 i = 0; i < n; ++i) out[i] += k[i] * rows[r].weight;
+    const double* k[kCount];
+    double weight[kCount];
+    for (int r = 0; r < kCount; ++r) {
+      k[r] = rows[r].row->axis[a].v;
+      weight[r] = rows[r].weight;
     }
-    for (i32 i = 0; i < n; ++i) out[i] += from[i];
+    for (i32 i = 0; i < n; ++i) {
+      double sum = k[0][i] * weight[0];
+      for (int r = 1; r < kCount; ++r) sum += k[r][i] * weight[r];
+      out[i] = sum + from[i];
+    }
+  }
+}
+
+SULVA_WIDE_KERNEL void Advance(const RowVectors& start, const WeightedRow* rows, i32 count, i32 n,
+                               RowVectors& end) {
+  switch (count) {
+    case 1: return AdvanceBy<1>(start, rows, n, end);
+    case 2: return AdvanceBy<2>(start, rows, n, end);
+    case 3: return AdvanceBy<3>(start, rows, n, end);
+    default: return AdvanceBy<4>(start, rows, n, end);
   }
 }
 }  // namespace
+
+SULVA_WIDE_KERNEL void SetRow(i32 first, i32 y, i32 z, const Vec3d& offset, i32 n,
+                              RowVectors& points) {
+  double *__restrict px = points.axis[0].v, *__restrict py = points.axis[1].v,
+                     *__restrict pz = points.axis[2].v;
+  const Vec3d o = offset;
+  for (i32 i = 0; i < n; ++i) {
+    px[i] = static_cast<double>(first + i) + o.x;
+    py[i] = y + o.y;
+    pz[i] = z + o.z;
+  }
+}
 
 SULVA_WIDE_KERNEL void FindCorners(const RowVectors& points, const Vec3d& offset,
                                    const VecInt3D& dims, i32 n, RowCorners& out) {
@@ -63,9 +95,11 @@ struct FaceCorners {
   RowValues face[3], centre[3];
 };
 
-SULVA_WIDE_KERNEL void FindFaceCorners(const RowVectors& points, const VecInt3D& cells, i32 n,
-                                       FaceCorners& out) {
-  const double *px = points.axis[0].v, *py = points.axis[1].v, *pz = points.axis[2].v;
+/// Of the points start + step k.
+SULVA_WIDE_KERNEL void FindFaceCorners(const RowVectors& start, const RowVectors& k, double step,
+                                       const VecInt3D& cells, i32 n, FaceCorners& out) {
+  const double *px = start.axis[0].v, *py = start.axis[1].v, *pz = start.axis[2].v;
+  const double *kx = k.axis[0].v, *ky = k.axis[1].v, *kz = k.axis[2].v;
   double *__restrict fx = out.face[0].v, *__restrict fy = out.face[1].v,
                      *__restrict fz = out.face[2].v;
   double *__restrict cx = out.centre[0].v, *__restrict cy = out.centre[1].v,
@@ -73,10 +107,11 @@ SULVA_WIDE_KERNEL void FindFaceCorners(const RowVectors& points, const VecInt3D&
   i32* __restrict u = out.index[0], * __restrict v = out.index[1], * __restrict w = out.index[2];
   const VecInt3D d = cells;
   for (i32 i = 0; i < n; ++i) {
-    const AxisStencil x = LinearStencil(px[i], d.x + 1), y = LinearStencil(py[i], d.y + 1),
-                      z = LinearStencil(pz[i], d.z + 1);
-    const AxisStencil hx = LinearStencil(px[i] - 0.5, d.x), hy = LinearStencil(py[i] - 0.5, d.y),
-                      hz = LinearStencil(pz[i] - 0.5, d.z);
+    const double ex = kx[i] * step + px[i], ey = ky[i] * step + py[i], ez = kz[i] * step + pz[i];
+    const AxisStencil x = LinearStencil(ex, d.x + 1), y = LinearStencil(ey, d.y + 1),
+                      z = LinearStencil(ez, d.z + 1);
+    const AxisStencil hx = LinearStencil(ex - 0.5, d.x), hy = LinearStencil(ey - 0.5, d.y),
+                      hz = LinearStencil(ez - 0.5, d.z);
     u[i] = (hz.index * d.y + hy.index) * (d.x + 1) + x.index;
     v[i] = (hz.index * (d.y + 1) + y.index) * d.x + hx.index;
     w[i] = (z.index * d.y + hy.index) * d.x + hx.index;
@@ -101,42 +136,23 @@ SULVA_WIDE_KERNEL void FindCells(const RowVectors& points, const VecInt3D& cells
 
 namespace {
 
-/// Trilinear samples of points whose lower corners are at p, p + 1, ...
-template <class T>
-inline __attribute__((always_inline)) void InterpolateLanes(const double* p, i32 ny, i32 nz,
-                                                            const double* const fraction[3], i32 i,
-                                                            double* out) {
-  T x, y, z;
-  Load(fraction[0] + i, x);
-  Load(fraction[1] + i, y);
-  Load(fraction[2] + i, z);
-  LerpCorners(p, ny, nz, x, y, z, out + i);
-}
-
-template <class T>
-inline __attribute__((always_inline)) void LimitLanes(const double* p, i32 ny, i32 nz,
-                                                      double* value) {
-  T least, most, v;
-  FindCornerExtremes(p, ny, nz, least, most);
-  Load(value, v);
-  v = most < v ? most : v;
-  v = least > v ? least : v;
-  Store(v, value);
-}
-
 SULVA_WIDE_KERNEL void InterpolateRow(const Grid<double>& grid, const i32* index,
-                                      const double* const fraction[3], i32 n, double* out) {
-  const double* data = grid.mData;
-  const i32 ny = grid.mNx, nz = grid.mSlice;
-  for (i32 i = 0; i < n;) {
-    const double* p = data + index[i];
-    if (i + kRun <= n && IsRun(index + i)) {
-      InterpolateLanes<RunLanes>(p, ny, nz, fraction, i, out);
-      i += kRun;
-    } else {
-      InterpolateLanes<double>(p, ny, nz, fraction, i++, out);
-    }
-  }
+                                      const double* const fraction[3], i32 n,
+                                      double* __restrict out) {
+  const double *fx = fraction[0], *fy = fraction[1], *fz = fraction[2];
+  const std::ptrdiff_t ny = grid.mNx, nz = grid.mSlice;
+  ForEachRun(
+      grid.mData, index, n,
+      [&](i32 i, const auto& from) __attribute__((always_inline)) {
+        RunLanes x, y, z;
+        Load(fx + i, x);
+        Load(fy + i, y);
+        Load(fz + i, z);
+        LerpCorners(from, ny, nz, x, y, z, out + i);
+      },
+      [&](i32 i, const auto& from) __attribute__((always_inline)) {
+        LerpCorners(from, ny, nz, fx[i], fy[i], fz[i], out + i);
+      });
 }
 
 }  // namespace
@@ -149,23 +165,28 @@ void Interpolate(const Grid<double>& grid, const RowCorners& corners, i32 n, dou
 
 SULVA_WIDE_KERNEL void LimitToCorners(const Grid<double>& grid, const RowCorners& corners, i32 n,
                                       double* values) {
-  const double* data = grid.mData;
-  const i32 ny = grid.mNx, nz = grid.mSlice;
-  for (i32 i = 0; i < n;) {
-    const double* p = data + corners.index[i];
-    if (i + kRun <= n && IsRun(corners.index + i)) {
-      LimitLanes<RunLanes>(p, ny, nz, values + i);
-      i += kRun;
-    } else {
-      LimitLanes<double>(p, ny, nz, values + i++);
-    }
-  }
+  const std::ptrdiff_t ny = grid.mNx, nz = grid.mSlice;
+  const auto limit = [&]<class T>(const auto& from, double* at, T v)
+      __attribute__((always_inline)) {
+    T least, most;
+    FindCornerExtremes(from, ny, nz, least, most);
+    Load(at, v);
+    v = most < v ? most : v;
+    v = least > v ? least : v;
+    Store(v, at);
+  };
+  ForEachRun(
+      grid.mData, corners.index, n,
+      [&](i32 i, const auto& from)
+          __attribute__((always_inline)) { limit(from, values + i, RunLanes{}); },
+      [&](i32 i, const auto& from)
+          __attribute__((always_inline)) { limit(from, values + i, 0.0); });
 }
 
-void SampleVelocity(const StaggeredVelocity& velocity, const RowVectors& points, i32 n,
-                    RowVectors& out) {
+void SampleVelocity(const StaggeredVelocity& velocity, const RowVectors& start, const RowVectors& k,
+                    double step, i32 n, RowVectors& out) {
   FaceCorners corners;
-  FindFaceCorners(points, velocity.Component(0).Dims() - ExtraOf(kFaceX), n, corners);
+  FindFaceCorners(start, k, step, velocity.Component(0).Dims() - ExtraOf(kFaceX), n, corners);
   for (i32 a = 0; a < 3; ++a) {
     const double* fraction[3];
     for (i32 b = 0; b < 3; ++b) fraction[b] = (a == b ? corners.face : corners.centre)[b].v;
@@ -183,8 +204,7 @@ void TraceRow(const StaggeredVelocity& velocity, const RowVectors& start, const 
     Advance(start, scaled, count, n, end);
   };
   const auto sampleAfter = [&](const RowVectors& k, double weight, RowVectors& out) {
-    advance({{&k, weight}});
-    SampleVelocity(velocity, end, n, out);
+    SampleVelocity(velocity, start, k, weight * step, n, out);
   };
   switch (order) {
     case 1: sampleAfter(k1, 1.0, k2); return advance({{&k1, 0.5}, {&k2, 0.5}});
@@ -214,7 +234,10 @@ void VelocityAtSamples(const StaggeredVelocity& velocity, i32 kind, i32 first, i
     }
     const VecInt3D up = ExtraOf(c);
     const i32 next = g.Index(up.x, up.y, up.z), before = g.Index(back.x, back.y, back.z);
-    MeanOfFour(at, at + next, at - before, at + next - before, n, k);
+    if (before == 0)
+      MeanOfTwo(at, at + next, n, k);
+    else
+      MeanOfFour(at, at + next, at - before, at + next - before, n, k);
   }
 }
 

@@ -27,6 +27,9 @@ struct RowCorners {
   RowValues fraction[3];
 };
 
+/// The samples first .. first + n - 1 of a row of a grid whose kind has an offset.
+void SetRow(i32 first, i32 y, i32 z, const Vec3d& offset, i32 n, RowVectors& points);
+
 /// Corners of the samples of a grid of `dims` samples round points given in cells; `offset` is that
 /// of the grid's kind. Points outside count as on the border, as in `LinearStencil`.
 void FindCorners(const RowVectors& points, const Vec3d& offset, const VecInt3D& dims, i32 n,
@@ -40,9 +43,9 @@ void Interpolate(const Grid<double>& grid, const RowCorners& corners, i32 n, dou
 /// Limits `values` to the eight samples round each point.
 void LimitToCorners(const Grid<double>& grid, const RowCorners& corners, i32 n, double* values);
 
-/// Velocities at points.
-void SampleVelocity(const StaggeredVelocity& velocity, const RowVectors& points, i32 n,
-                    RowVectors& out);
+/// Velocities at the points start + step k.
+void SampleVelocity(const StaggeredVelocity& velocity, const RowVectors& start, const RowVectors& k,
+                    double step, i32 n, RowVectors& out);
 
 /// `TracePath` for many points; `k1` holds the velocities at `start`.
 void TraceRow(const StaggeredVelocity& velocity, const RowVectors& start, const RowVectors& k1,

@@ -96,8 +96,8 @@ SULVA_WIDE_KERNEL void GatherRow(const BlockColumns& blocks, i32 n, const Corner
     if (IsRunOfBlocks(blocks, i, n)) {
       RunLanes x, y, z;
       LoadFractions(blocks, i, x, y, z);
-      LerpCorners(content + blocks.base[i], ny, nz, x, y, z, contentOut + i);
-      LerpCorners(volume + blocks.base[i], ny, nz, x, y, z, volumeOut + i);
+      LerpCorners(SideBySide{content + blocks.base[i]}, ny, nz, x, y, z, contentOut + i);
+      LerpCorners(SideBySide{volume + blocks.base[i]}, ny, nz, x, y, z, volumeOut + i);
       i += kRun;
       continue;
     }
@@ -126,7 +126,7 @@ SULVA_WIDE_KERNEL void FindExtremes(const BlockColumns& blocks, i32 first, i32 n
   for (i32 i = 0; i < n;) {
     if (IsRunOfBlocks(blocks, i, n)) {
       RunLanes low, high;
-      FindCornerExtremes(field + blocks.base[i], ny, nz, low, high);
+      FindCornerExtremes(SideBySide{field + blocks.base[i]}, ny, nz, low, high);
       Store(low, least + i);
       Store(high, most + i);
       i += kRun;

@@ -64,7 +64,7 @@ class PathBundle {
   template <class F>
   void Follow(F&& f) {
     if (mCount == 0) return;
-    SampleVelocity(mData.velocity, mStart, mCount, mVelocity);
+    SampleVelocity(mData.velocity, mStart, mStart, 0, mCount, mVelocity);
     TraceRow(mData.velocity, mStart, mVelocity, mStep, mData.order, mCount, mEnds);
     f(mCells, mEnds, mCount);
     mCount = 0;

@@ -17,21 +17,33 @@ class ScratchGrids {
   /// Work grid `slot`, below `kSlots`, with the samples of `kind` over `cells`; holds anything.
   /// Null when the memory isn't there.
   Grid<double>* Get(i32 slot, const VecInt3D& cells, i32 kind) {
-    if (mCells != cells) {
-      Release();
-      mCells = cells;
-    }
+    Fit(cells);
     std::unique_ptr<Work>& work = mGrids[slot];
     if (!work) work = std::make_unique<Work>(cells);
     if (!work->mData) return work.reset(), nullptr;
     work->Shape(cells + ExtraOf(kind), kind);
     return work.get();
   }
+  /// A number for each sample of any kind over `cells`, by its index in a grid of that kind; they
+  /// are anything. Null when the memory isn't there.
+  Grid<i32>* GetNumbers(const VecInt3D& cells) {
+    Fit(cells);
+    if (!mNumbers) mNumbers = std::make_unique<Grid<i32>>(cells + ExtraOf(kNode), kNode);
+    if (!mNumbers->mData) mNumbers.reset();
+    return mNumbers.get();
+  }
   void Release() {
     for (auto& grid : mGrids) grid.reset();
+    mNumbers.reset();
   }
 
  private:
+  void Fit(const VecInt3D& cells) {
+    if (mCells == cells) return;
+    Release();
+    mCells = cells;
+  }
+
   /// Room for the largest kind; the shape in front of it changes from use to use.
   struct Work : Grid<double> {
     explicit Work(const VecInt3D& cells) : Grid<double>(cells + ExtraOf(kNode), kNode) {}
@@ -44,6 +56,7 @@ class ScratchGrids {
   };
   VecInt3D mCells{};
   std::array<std::unique_ptr<Work>, kSlots> mGrids;
+  std::unique_ptr<Grid<i32>> mNumbers;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

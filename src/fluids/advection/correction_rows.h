@@ -1,0 +1,36 @@
+// The second half of a MacCormack step, many samples at a time.
+#pragma once
+#include "host/types.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Sums of what a MacCormack step adds to its prediction, over some samples, as thin as it gets.
+struct Correction {
+  double whole = 0;         ///< before it is limited
+  double up = 0, down = 0;  ///< what the limits leave of it, above and below 0
+  double lost = 0;          ///< what the prediction lacks of what there was
+};
+
+/// Samples side by side that are corrected.
+struct CorrectedRow {
+  enum Mark : u8 {
+    kUncorrected = 1,  ///< the prediction stands
+    kSolid = 2,        ///< the sample keeps what it holds
+  };
+  const double* before;     ///< what they held
+  const double* predicted;  ///< what comes to them
+  const double* returned;   ///< what is predicted where they go
+  double share;             ///< of the difference that is added
+  const double* limits;     ///< the field whose eight samples limit them,
+  const i32* corners;       ///< the lowest of these by sample
+  i32 ny, nz;               ///< the size of its rows and layers
+  const u8* marks;
+  const double* thinning = nullptr;  ///< shares that remain of them, in sums alone; may be null
+};
+
+/// out = predicted + share (before - returned), inside of the limits.
+void CorrectRow(const CorrectedRow& row, i32 n, double* out);
+/// The same; adds what was done to `sums`.
+void CorrectAndSumRow(const CorrectedRow& row, i32 n, double* out, Correction& sums);
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
