@@ -75,6 +75,7 @@ const char* Flow::Fit(const Vec3d& min, const Vec3d& max, bool isCached) {
   if (!mVelocity.ApplyBounds(min, max)) return "its velocity grids couldn't be allocated";
   const bool hasSolids = isCached || (mBoundary.GetLevelSet() && mDivergence.GetGrid(0));
   if (hasSolids && GetLayout() && GetLayout()->Equals(before)) return nullptr;
+  mAlike = 0;
   if (!mBoundary.Fit(mScene->mDomain, min, max)) return "its solid level set couldn't be allocated";
   if (isCached) {
     mDivergence.Release(true);
@@ -87,7 +88,24 @@ const char* Flow::Fit(const Vec3d& min, const Vec3d& max, bool isCached) {
   return nullptr;
 }
 
+/// The first step with other solids finds what they have left, and the second one that nothing was
+/// left: from then on there is nothing new.
+bool Flow::AreSolidsBuilt() {
+  constexpr i32 kSettled = 2;
+  const auto isThere = [](const VolumeBase* obstacle) { return obstacle->Has(FLAG_ENABLED); };
+  const EGrid<double>* levelSet = mBoundary.GetLevelSet();
+  if (!levelSet || std::any_of(mBoundary.mObstacles.begin(), mBoundary.mObstacles.end(), isThere)) {
+    mAlike = 0;
+    return false;
+  }
+  if (mWalls != mBoundary.mWalls || !mWallLayout.Equals(levelSet->mLayout)) mAlike = 0;
+  mWalls = mBoundary.mWalls;
+  mWallLayout = levelSet->mLayout;
+  return mAlike++ >= kSettled;
+}
+
 void Flow::BuildSolids() {
+  if (AreSolidsBuilt()) return;
   const EGrid<double>* levelSet = mBoundary.GetLevelSet();
   if (levelSet) mBoundary.Build(Threads());
   mFractions.mSource = {levelSet, GetLayout()};
@@ -131,6 +149,7 @@ double Flow::MeasureMaxSpeedSq() const {
 }
 
 void Flow::Reset() {
+  mAlike = 0;
   mVelocity.Reset();
   mBoundary.Reset();
   mDivergence.Reset();
@@ -140,6 +159,7 @@ void Flow::Reset() {
 }
 
 void Flow::Release(bool full) {
+  mAlike = 0;
   mVelocity.Release(full);
   if (full) mBoundary.Release();
   mDivergence.Release(full);
@@ -152,6 +172,7 @@ void Flow::Release(bool full) {
 }
 
 void Flow::Persist(StateArchive& archive) {
+  mAlike = 0;
   mVelocity.Persist(archive);
   mDivergence.Persist(archive);
   mBoundary.Persist(archive);

@@ -33,7 +33,8 @@ class Flow {
   /// Moves all grids to a box, a whole number of cells apart; data stays where it is in the world.
   /// A flow that a cache feeds keeps no source. What went wrong as a clause, or null.
   const char* Fit(const Vec3d& min, const Vec3d& max, bool isCached);
-  /// Walls and obstacles become distances, those open fractions and flags of cells.
+  /// Walls and obstacles become distances, those open fractions and flags of cells. Without
+  /// obstacles, what stays as it is isn't built anew.
   void BuildSolids();
   /// Sets the velocity at the six sides: normal 0 at walls and copied outwards, tangential ghost
   /// layers at walls `factor` times the layer inside (1 slips freely, 0 sticks).
@@ -71,7 +72,13 @@ class Flow {
   bool mHasMoved = false;
 
  private:
+  bool AreSolidsBuilt();
+
   Scene* mScene;
+  /// Of the last solids, where they are walls alone.
+  GridLayout mWallLayout;
+  u8 mWalls = 0;
+  i32 mAlike = 0;  ///< steps in a row with those
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
