@@ -1,6 +1,7 @@
 #include "fluids/flow/grid_extrapolation.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "grids/fixed_blocks.h"
 
@@ -93,9 +94,14 @@ void GridExtrapolation::Extend(EGrid<double>& grid, Flags& flags, const EGrid<do
   for (i32 round = 0; round < rounds; ++round) {
     std::copy_n(valid.mData, valid.mCount, flags.known->mData);
     ForEachInnerRow(grid, threads, [&](i32 row, i32 y, i32 z, i32 n) {
-      for (i32 x = 0; x < n; ++x) {
-        const i32 face = row + x;
-        if (known[face] || (solids && isDeep(x + 1, y, z))) continue;
+      // Most rows are known all along.
+      const u8 *first = known + row, *last = first + n;
+      const auto next = [&](const u8* from) {
+        return static_cast<const u8*>(std::memchr(from, 0, last - from));
+      };
+      for (const u8* at = next(first); at; at = next(at + 1)) {
+        const i32 x = static_cast<i32>(at - first), face = row + x;
+        if (solids && isDeep(x + 1, y, z)) continue;
         double sum = 0;
         i32 count = 0;
         for (const i32 step : neighbours)
