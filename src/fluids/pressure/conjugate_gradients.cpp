@@ -96,15 +96,23 @@ double ConjugateGradients::StartResidual() {
 }
 
 double ConjugateGradients::Multiply() {
-  ForEachLine([&](i32 c, i32 n, double& dot) {
+  ForEachBlock(std::max(0, mDims.z - 2), mThreads, [&](i32 block) { MultiplyLayer(block + 1); });
+  return SumOfPartials();
+}
+
+void ConjugateGradients::MultiplyLayer(i32 z) {
+  ForEachLineOf(z, [&](i32 c, i32 n, double& dot) {
     const double* s = mArrays[kS] + c;
-    double* z = mArrays[kZ] + c;
-    MultiplyLine(Bands(mMatrix, c), s, z, n);
-    dot += DotLine(s, z, n);
+    double* product = mArrays[kZ] + c;
+    MultiplyLine(Bands(mMatrix, c), s, product, n);
+    dot += DotLine(s, product, n);
   });
-  double dot = 0;
-  for (i32 z = 1; z < mDims.z - 1; ++z) dot += mPartials[z];
-  return dot;
+}
+
+double ConjugateGradients::SumOfPartials() const {
+  double sum = 0;
+  for (i32 z = 1; z < mDims.z - 1; ++z) sum += mPartials[z];
+  return sum;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -46,18 +46,25 @@ class ConjugateGradients : public LatticeSolver {
   double StartResidual();
   /// z = A s; returns s . z.
   double Multiply();
+  /// z = A s in a layer, s . z into its partial.
+  void MultiplyLayer(i32 z);
+  /// The sum of the partials of all layers.
+  double SumOfPartials() const;
   /// f(first cell, cells, partial of the layer) for every line with rows; the partials start at 0.
   template <class F>
   void ForEachLine(F&& f) {
-    ForEachBlock(std::max(0, mDims.z - 2), mThreads, [&](i32 block) {
-      const i32 z = block + 1;
-      double& partial = mPartials[z];
-      partial = 0;
-      for (i32 y = 1; y < mDims.y - 1; ++y) {
-        const LatticeMatrix::Line& line = mMatrix.LineAt(y, z);
-        if (!line.IsEmpty()) f(line.base + line.first, line.last - line.first, partial);
-      }
-    });
+    ForEachBlock(std::max(0, mDims.z - 2), mThreads,
+                 [&](i32 block) { ForEachLineOf(block + 1, f); });
+  }
+  /// The same for the lines of a layer.
+  template <class F>
+  void ForEachLineOf(i32 z, F&& f) {
+    double& partial = mPartials[z];
+    partial = 0;
+    for (i32 y = 1; y < mDims.y - 1; ++y) {
+      const LatticeMatrix::Line& line = mMatrix.LineAt(y, z);
+      if (!line.IsEmpty()) f(line.base + line.first, line.last - line.first, partial);
+    }
   }
 
   std::vector<double> mPartials;  ///< one per layer

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <new>
 
+#include "fluids/pressure/layer_sweeps.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -44,9 +45,16 @@ double Grid_MultigridSolver::Descend(double alpha, double scale) {
   return *std::max_element(mPartials.begin() + 1, mPartials.begin() + std::max(2, mDims.z - 1));
 }
 
-void Grid_MultigridSolver::Redirect(double beta) {
+double Grid_MultigridSolver::RedirectAndMultiply(double beta) {
   const float* value = mMultigrid.FinestValue();
-  ForEachLine([&](i32 c, i32 n, double&) { RedirectLine(beta, value + c, mArrays[kS] + c, n); });
+  SweepLayers(1, mDims.z - 1, 2, mThreads, [&](i32 sweep, i32 z) {
+    if (sweep == 0)
+      ForEachLineOf(
+          z, [&](i32 c, i32 n, double&) { RedirectLine(beta, value + c, mArrays[kS] + c, n); });
+    else
+      MultiplyLayer(z);
+  });
+  return SumOfPartials();
 }
 
 namespace {
@@ -69,12 +77,12 @@ SolveEnd Grid_MultigridSolver::Iterate(i32 limit) {
   const double scale = 1 / mLargest;
   Descend(0, scale);
   double rho = mMultigrid.Cycle(mArrays[kRhs]);
-  Redirect(0);
+  double beta = 0;
   bool onGrid = true;
   while (mIterations < limit && !IsCancelled()) {
     if (rho == 0) return SolveEnd::Broken;
     ++mIterations;
-    const double alpha = rho / Multiply();
+    const double alpha = rho / RedirectAndMultiply(beta);
     if (!std::isfinite(alpha)) return SolveEnd::Broken;
     if (const auto end = Note(Descend(alpha, scale), limit)) return *end;
     const bool isSlow = onGrid && IsSlow();
@@ -83,7 +91,7 @@ SolveEnd Grid_MultigridSolver::Iterate(i32 limit) {
     mPast[mIterations % kMemory] = mResidual;
     const double next = mMultigrid.Cycle(mArrays[kRhs]);
     // Directions of another preconditioner aren't conjugate to those before.
-    Redirect(turns ? 0 : next / rho);
+    beta = turns ? 0 : next / rho;
     rho = next;
   }
   return SolveEnd::OutOfIterations;

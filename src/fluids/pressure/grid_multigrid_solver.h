@@ -24,8 +24,8 @@ class Grid_MultigridSolver : public ConjugateGradients {
   SolveEnd Iterate(i32 limit) override;
   /// x += alpha s, r -= alpha z, and r as the cycle's right-hand side; returns the largest |r|.
   double Descend(double alpha, double scale);
-  /// s = value of the cycle + beta s.
-  void Redirect(double beta);
+  /// s = value of the cycle + beta s, z = A s; returns s . z.
+  double RedirectAndMultiply(double beta);
   /// At the pace of the last iterations many more are to come.
   bool IsSlow() const;
 

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numeric>
 
-#include "grids/fixed_blocks.h"
+#include "fluids/pressure/layer_sweeps.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -124,6 +124,15 @@ void Multigrid::ForEachLine(const Level& level, F&& f) {
   });
 }
 
+/// As `SweepLayers`: f(sweep, line, phase of the red half, n, y, z) for all lines of each layer.
+template <class F>
+void Multigrid::SweepLines(const Level& level, i32 count, F&& f) {
+  const i32 n = level.dims.x - 2;
+  SweepLayers(1, level.dims.z - 1, count, level.threads, [&](i32 sweep, i32 z) {
+    for (i32 y = 1; y < level.dims.y - 1; ++y) f(sweep, level.LineAt(y, z), (y + z) & 1, n, y, z);
+  });
+}
+
 void Multigrid::CorrectByCouplings() {
   Level& level = mLevels.front();
   ForEachLine(level, [&](const LevelLine& line, i32 red, i32 n, i32 y, i32 z) {
@@ -138,10 +147,12 @@ void Multigrid::Descend(std::size_t l) {
     return;
   }
   Level &level = mLevels[l], &next = mLevels[l + 1];
-  ForEachLine(level,
-              [](const LevelLine& line, i32 red, i32 n, i32, i32) { StartLine(line, red, n); });
-  ForEachLine(level,
-              [](const LevelLine& line, i32 red, i32 n, i32, i32) { RelaxLine(line, red + 1, n); });
+  SweepLines(level, 2, [](i32 sweep, const LevelLine& line, i32 red, i32 n, i32, i32) {
+    if (sweep == 0)
+      StartLine(line, red, n);
+    else
+      RelaxLine(line, red + 1, n);
+  });
   if (mFollows) {
     CorrectByCouplings();
   } else {
@@ -149,11 +160,19 @@ void Multigrid::Descend(std::size_t l) {
     Descend(l + 1);
     Prolong(level, next);
   }
-  ForEachLine(level,
-              [](const LevelLine& line, i32 red, i32 n, i32, i32) { RelaxLine(line, red + 1, n); });
   if (l > 0)
-    ForEachLine(level,
-                [](const LevelLine& line, i32 red, i32 n, i32, i32) { RelaxLine(line, red, n); });
+    Ascend(level, [](const LevelLine& line, i32 red, i32 n, i32, i32) { RelaxLine(line, red, n); });
+}
+
+/// The half sweeps after the correction; `last` makes the second one.
+template <class F>
+void Multigrid::Ascend(const Level& level, F&& last) {
+  SweepLines(level, 2, [&](i32 sweep, const LevelLine& line, i32 red, i32 n, i32 y, i32 z) {
+    if (sweep == 0)
+      RelaxLine(line, red + 1, n);
+    else
+      last(line, red, n, y, z);
+  });
 }
 
 double Multigrid::Cycle(const double* b) {
@@ -165,7 +184,7 @@ double Multigrid::Cycle(const double* b) {
     return mPartials[0];
   }
   Descend(0);
-  ForEachLine(level, [&](const LevelLine& line, i32 red, i32 n, i32 y, i32 z) {
+  Ascend(level, [&](const LevelLine& line, i32 red, i32 n, i32 y, i32 z) {
     mPartials[z] += RelaxDotLine(line, red, b + level.Cell(1, y, z), n);
   });
   double dot = 0;

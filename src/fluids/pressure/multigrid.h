@@ -110,6 +110,10 @@ class Multigrid {
   void Descend(std::size_t level);
   template <class F>
   void ForEachLine(const Level& level, F&& f);
+  template <class F>
+  void SweepLines(const Level& level, i32 count, F&& f);
+  template <class F>
+  void Ascend(const Level& level, F&& last);
   void Restrict(Level& fine, const Level& coarse);
   void RestrictLayers(Level& fine, const Level& coarse, i32 first, i32 last,
                       std::vector<float>& scratch);
