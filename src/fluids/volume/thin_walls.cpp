@@ -123,30 +123,75 @@ void ThinWalls::Find(const SharpSurface& surface, Kind kind, i32 threads) {
     found[block] = std::move(crossings.faces);
   });
   for (const std::vector<Face>& part : found) mFaces.insert(mFaces.end(), part.begin(), part.end());
-  std::sort(mFaces.begin(), mFaces.end(),
-            [](const Face& a, const Face& b) { return OrderOf(a) < OrderOf(b); });
-  mFaces.erase(std::unique(mFaces.begin(), mFaces.end()), mFaces.end());
+  SortFaces();
   if (kind == kSolid) FindFilled(surface);
 }
 
-void ThinWalls::FindFilled(const SharpSurface& surface) {
+void ThinWalls::SortFaces() {
+  std::sort(mFaces.begin(), mFaces.end(),
+            [](const Face& a, const Face& b) { return OrderOf(a) < OrderOf(b); });
+  mFaces.erase(std::unique(mFaces.begin(), mFaces.end()), mFaces.end());
+}
+
+namespace {
+
+bool ComesBefore(const VecInt3D& a, const VecInt3D& b) {
+  return std::tuple(a.z, a.y, a.x) < std::tuple(b.z, b.y, b.x);
+}
+
+bool Holds(const std::vector<VecInt3D>& sorted, const VecInt3D& cell) {
+  return std::binary_search(sorted.begin(), sorted.end(), cell, ComesBefore);
+}
+
+/// In order, each once.
+void SortCells(std::vector<VecInt3D>& cells) {
+  std::sort(cells.begin(), cells.end(), ComesBefore);
+  cells.erase(std::unique(cells.begin(), cells.end()), cells.end());
+}
+
+bool HoldsCentre(const SharpSurface& surface, const VecInt3D& cell) {
   const GridLayout& layout = surface.Distances().mLayout;
-  const VecInt3D last = layout.dims - VecInt3D{1, 1, 1};
+  const double middle = 0.5 - kTie;
+  const Vec3d p = layout.simOrigin + (ToReal(cell) + Vec3d{1, 1, 1} * middle) * layout.simCell;
+  return surface.Find(p).distance < 0;
+}
+
+}  // namespace
+
+void ThinWalls::FindFilled(const SharpSurface& surface) {
+  const VecInt3D last = surface.Distances().mLayout.dims - VecInt3D{1, 1, 1};
+  const auto exists = [&](const VecInt3D& cell) {
+    return Min(cell, VecInt3D{}) == VecInt3D{} && Max(cell, last) == last;
+  };
   for (const Face& face : mFaces)
-    for (i32 side = 0; side < 2; ++side) {
-      VecInt3D cell = face.at;
-      cell[face.axis] -= side;
-      if (Min(cell, VecInt3D{}) == VecInt3D{} && Max(cell, last) == last) mFilled.push_back(cell);
+    for (i32 side = 0; side < 2; ++side)
+      if (const VecInt3D cell = face.at - ExtraOf(face.axis) * side; exists(cell))
+        mFilled.push_back(cell);
+  SortCells(mFilled);
+  std::erase_if(mFilled, [&](const VecInt3D& cell) { return !HoldsCentre(surface, cell); });
+  CloseInside(surface, exists);
+}
+
+/// What distances leave open between cells of a wall is a tunnel without sides: a wall that moves
+/// would blow through it what its closed faces push.
+template <class Exists>
+void ThinWalls::CloseInside(const SharpSurface& surface, Exists&& exists) {
+  std::vector<VecInt3D> beside;
+  for (const VecInt3D& cell : mFilled)
+    for (i32 axis = 0; axis < 3; ++axis)
+      for (const i32 step : {-1, 1})
+        if (const VecInt3D other = cell + ExtraOf(axis) * step;
+            exists(other) && !Holds(mFilled, other))
+          beside.push_back(other);
+  SortCells(beside);
+  std::erase_if(beside, [&](const VecInt3D& cell) { return !HoldsCentre(surface, cell); });
+  for (const VecInt3D& cell : mFilled)
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const VecInt3D below = cell - ExtraOf(axis), above = cell + ExtraOf(axis);
+      if (Holds(mFilled, below) || Holds(beside, below)) mFaces.push_back({cell, axis});
+      if (Holds(beside, above)) mFaces.push_back({above, axis});
     }
-  const auto order = [](const VecInt3D& c) { return std::tuple(c.z, c.y, c.x); };
-  std::sort(mFilled.begin(), mFilled.end(),
-            [&](const VecInt3D& a, const VecInt3D& b) { return order(a) < order(b); });
-  mFilled.erase(std::unique(mFilled.begin(), mFilled.end()), mFilled.end());
-  std::erase_if(mFilled, [&](const VecInt3D& cell) {
-    const double middle = 0.5 - kTie;
-    const Vec3d p = layout.simOrigin + (ToReal(cell) + Vec3d{1, 1, 1} * middle) * layout.simCell;
-    return !(surface.Find(p).distance < 0);
-  });
+  SortFaces();
 }
 
 bool ThinWalls::Closes(const VecInt3D& at, i32 axis) const {

@@ -10,7 +10,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// more or less open, or not at all, as it happens to lie between the nodes. Here a face between
 /// two cells is closed when a thin part's surface crosses the way from one cell's centre to the
 /// other's: a way from cell to cell through faces that are left can't pass a wall without a hole,
-/// however thin it is and however it stands. A sheet of triangles that enclose nothing closes all
+/// however thin it is and however it stands. The faces between cells whose centres lie inside of
+/// such a part are closed too. A sheet of triangles that enclose nothing closes all
 /// faces that it crosses so. Indices are of the volume's own cells and faces.
 class ThinWalls {
  public:
@@ -35,6 +36,9 @@ class ThinWalls {
  private:
   class Crossings;
   void FindFilled(const SharpSurface& surface);
+  template <class Exists>
+  void CloseInside(const SharpSurface& surface, Exists&& exists);
+  void SortFaces();
 
   std::vector<Face> mFaces;
   std::vector<VecInt3D> mFilled;

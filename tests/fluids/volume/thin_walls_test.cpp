@@ -129,7 +129,8 @@ TEST(ThinWalls, CloseOnlyWhereTheyStand) {
     EXPECT_TRUE(measured.walls.Filled().empty());
   }
   const Measured filled(BoxAt({0.6, 8, 8}, 0, 0, 0.5).mesh);
-  EXPECT_EQ(filled.walls.Faces().size(), 2u * 64 + 0u) << "both sides of the cells that it fills";
+  EXPECT_EQ(filled.walls.Faces().size(), 2u * 64 + 2u * 7 * 8)
+      << "both sides of the cells that it fills, and what lies between these";
   EXPECT_EQ(filled.walls.Filled().size(), 64u);
 }
 
