@@ -24,7 +24,8 @@ struct AdvectedField {
   double up = 1, down = 1;      ///< what `Balance` leaves of the correction, by its sign
   ScalarWalls::Values walls{};  ///< of a scalar
   bool isAmount = false;        ///< by the flags of its `NodeKind`
-  bool keepsTotal = false;      ///< nothing enters or leaves it in the step
+  bool isTotalKnown = false;    ///< behind the step it is what open cells hold, and `gain`
+  double gain = 0;
 };
 
 /// What the workers see. All grids stand on the same layout. Fields of one kind can be moved

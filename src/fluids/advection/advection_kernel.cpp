@@ -11,9 +11,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-// Of the correction, what it may be off by to keep a total. More is no error of a step: the flow
-// itself doesn't keep it, as one that is set and crosses walls.
-constexpr double kTrusted = 0.25;
+// Of the correction, what it may be off by to keep a total. Twice as much is no error of a step:
+// the flow itself doesn't keep it, as one that is set and crosses walls.
+constexpr double kTrusted = 0.5;
 
 /// Ends paths at thin walls.
 void StopAtWalls(const AdvectionData& data, const RowVectors& start, i32 n, RowVectors& ends) {
@@ -52,11 +52,22 @@ struct Chunk {
   bool anySolid;
 };
 
+/// Marks cells whose centre lies in a thin wall as solid too; true when any is.
+bool MarkFilled(const ThinFaces& thin, const VecInt3D& first, Chunk& c) {
+  bool any = false;
+  for (i32 i = 0; i < c.n; ++i) {
+    c.solid[i] = (c.anySolid && c.solid[i]) || thin.IsFilled(first + VecInt3D{i, 0, 0});
+    any |= c.solid[i];
+  }
+  return any;
+}
+
 /// Calls f(chunk) for the samples of the box that are busy, and rest(index, n) for the others.
 template <class Rest, class F>
 void ForEachChunk(const AdvectionData& data, const PathSolids& solids, const CellBox& box,
                   Rest&& rest, F&& f) {
   const EGrid<double>& shape = data.Shape();
+  const bool isCentred = OffsetOf(shape.mKind) == OffsetOf(kCentre);
   Chunk c;
   for (i32 z = box.min.z; z < box.max.z; ++z)
     for (i32 y = box.min.y; y < box.max.y; ++y)
@@ -70,6 +81,7 @@ void ForEachChunk(const AdvectionData& data, const PathSolids& solids, const Cel
         c.index = row + part.first;
         c.z = z;
         c.anySolid = solids.FindSolid(part.first, y, z, c.n, c.solid);
+        if (data.thin && isCentred) c.anySolid = MarkFilled(*data.thin, {part.first, y, z}, c);
         SetRow(part.first, y, z, OffsetOf(shape.mKind), c.n, c.start);
         VelocityAtSamples(data.velocity, shape.mKind, part.first, y, z, c.n, c.k1);
         f(c);
@@ -293,8 +305,11 @@ void FindBalance(AdvectedField& field, i32 layers) {
     sums.lost += field.corrections[z].lost;
   }
   const double all = sums.up - sums.down;
-  if (field.keepsTotal && std::abs(sums.lost - sums.whole) <= kTrusted * all)
-    sums.whole = sums.lost;
+  if (field.isTotalKnown) {
+    const double off = sums.lost + field.gain - sums.whole, trusted = kTrusted * all;
+    const double rest = std::clamp(2 * trusted - std::abs(off), 0.0, trusted);
+    sums.whole += std::clamp(off, -rest, rest);
+  }
   const double excess = sums.up + sums.down - sums.whole;
   if (excess > 0 && sums.up > 0)
     field.up = std::max(0.0, (sums.whole - sums.down) / sums.up);

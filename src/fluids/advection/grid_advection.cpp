@@ -182,8 +182,7 @@ void GridAdvection::Prepare() {
     mScalarTarget->BookEmission();  // what nobody has booked came from a cache
     mScalarTarget->SwapBuffers();
     mIsBooking = mScalarTarget->IsAccounted();
-    mLeft = mTrapped = 0;
-    mHoldsInSolids = false;
+    mLeft = mTrapped = mGain = 0;
   } else {
     VectorField& target = mVectorTarget ? *mVectorTarget : mSolver->GetFlow().mVelocity;
     for (i32 i = 0; i < 3; ++i) {
@@ -217,7 +216,8 @@ AdvectedField GridAdvection::PrepareTarget() {
           .strength = mStrength,
           .walls = WallValues(),
           .isAmount = mScalarTarget->IsAccounted(),
-          .keepsTotal = KeepsTotal()};
+          .isTotalKnown = IsTotalKnown(),
+          .gain = mGain - mLeft};
 }
 
 ScalarWalls::Values GridAdvection::WallValues() const {
@@ -311,7 +311,8 @@ bool GridAdvection::MoveOnFlow(EGrid<double>& source, EGrid<double>& destination
   if (IsConservative()) return MoveConservative(source, destination, velocity);
   field.walls = WallValues();
   field.isAmount = mScalarTarget->IsAccounted();
-  field.keepsTotal = KeepsTotal();
+  field.isTotalKnown = IsTotalKnown();
+  field.gain = mGain - mLeft;
   return AdvectGrids({field}, velocity);
 }
 

@@ -68,7 +68,7 @@ class GridAdvection : public iObject, public FieldCarrier {
   /// Continues the scalar target into what is closed, or hands over what is there: a source has to
   /// hold right values wherever paths look.
   void PrepareSource(EGrid<double>& source);
-  bool KeepsTotal() const;
+  bool IsTotalKnown() const;
   /// Books what the step did to the target, and tells of a drift that lasts.
   void BookMove();
   void WarnOfDrift(double share);
@@ -119,7 +119,8 @@ class GridAdvection : public iObject, public FieldCarrier {
   // What the step is known to have done to a scalar target, for its ledger.
   bool mIsBooking = false;  ///< the step isn't booked yet
   double mLeft = 0, mTrapped = 0;
-  bool mHoldsInSolids = false;  ///< closed cells held something before the move
+  double mGain = 0;  ///< of cells that are open, in a move along paths: what they get from covered
+                     ///< ones, less what left ones were given to begin with
   DriftWatch mWatch;
   std::vector<std::string> mWarnings;
 };

@@ -15,29 +15,31 @@ using namespace host;
 
 void GridAdvection::PrepareSource(EGrid<double>& source) {
   const Flow& flow = mSolver->GetFlow();
+  const ScalarWalls& cells = flow.mWallCells;
   const ScalarWalls::Values values = WallValues();
   if (mIsBooking && !IsConservative()) mLeft += FindSideOutflow(flow, source, values);
-  if (!flow.mWallCells.Fits(source)) return;
-  // Paths take what a solid has just covered along by themselves; shares have to be given away.
+  if (!cells.Fits(source)) return;
+  if (IsConservative()) {
+    // Shares have to be given away.
+    const ScalarWalls::Held held = cells.HandOver(values, HandOverReach(), source);
+    mTrapped += held.stuck;
+    mScalarTarget->mAccount.mLedger.handedOver += held.given;
+    // Air that comes in brings what air holds.
+    return cells.FillOutside(values, source);
+  }
+  // Paths take what a solid has just covered along by themselves.
   ScalarWalls::Held held;
-  if (IsConservative())
-    held = flow.mWallCells.HandOver(values, HandOverReach(), source);
-  else if (mIsBooking)
-    held = flow.mWallCells.FindHeld(values, source);
-  // Air that comes in brings what air holds.
-  if (IsConservative()) flow.mWallCells.FillOutside(values, source);
+  if (mIsBooking) held = cells.FindHeld(values, source);
   mTrapped += held.stuck;
-  mHoldsInSolids |= held.stuck + held.given > 0;
-  mScalarTarget->mAccount.mLedger.handedOver += held.given;
-  if (!IsConservative()) flow.mWallCells.Fill(values, false, source);
+  mGain += held.given - cells.Fill(values, false, source);
 }
 
-/// Whether the total of the target is known behind the move: nothing passes a side, comes out of
-/// solids or is covered by one.
-bool GridAdvection::KeepsTotal() const {
+/// Whether the total of the target is known behind the move along paths: nothing lies in solids
+/// that they might bring out. Values of both signs, as distances have, are no amount to keep.
+bool GridAdvection::IsTotalKnown() const {
   constexpr double kUnseen = 1e-6;
-  return mIsBooking && !mHoldsInSolids && mSolver->GetFlow().ObstacleTravel() == 0 &&
-         std::abs(mLeft) <= kUnseen * mScalarTarget->mAccount.Size();
+  return mIsBooking && mScalarTarget->mValueMin >= 0 &&
+         mTrapped <= kUnseen * mScalarTarget->mAccount.Size();
 }
 
 void GridAdvection::Finish() {

@@ -261,17 +261,23 @@ void ScalarWalls::FillOne(const Beside& b, Grid<double>& field) const {
   field[b.cell] = sum / std::popcount(b.open);
 }
 
-void ScalarWalls::Fill(const Values& values, bool all, Grid<double>& field) const {
+double ScalarWalls::Fill(const Values& values, bool all, Grid<double>& field) const {
   const auto forEachLayer = [&](auto&& f) {
     ForEachBlock(static_cast<i32>(mLayers.size()), mThreads, [&](i32 z) { f(mLayers[z]); });
   };
   FillOutside(values, field);
-  for (const Beside& b : mLeft)
-    if (!all) FillOne(b, field);
+  double put = 0;
+  for (const Beside& b : mLeft) {
+    if (all) break;
+    const double before = field[b.cell];
+    FillOne(b, field);
+    put += field[b.cell] - before;
+  }
   forEachLayer([&](const Layer& layer) {
     for (const Beside& b : layer.beside)
       if (all || !(field[b.cell] > values.nothing)) FillOne(b, field);
   });
+  return put;
 }
 
 void ScalarWalls::FillOutside(const Values& values, Grid<double>& field) const {

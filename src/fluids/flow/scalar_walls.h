@@ -39,8 +39,8 @@ class ScalarWalls {
 
   /// Closed cells that hold nothing and cells that a solid has left take the mean of the nearest
   /// open cells that touch them, with `all` also closed ones that hold something; the layer outside
-  /// open sides takes `outside`.
-  void Fill(const Values& values, bool all, Grid<double>& field) const;
+  /// open sides takes `outside`. Returns what cells that a solid has left hold more than before.
+  double Fill(const Values& values, bool all, Grid<double>& field) const;
   /// The layer outside open sides alone.
   void FillOutside(const Values& values, Grid<double>& field) const;
   /// Closed cells lose what they hold; behind walls and outside of open sides the outermost layer

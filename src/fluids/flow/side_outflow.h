@@ -5,8 +5,8 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// What leaves `field`, which stands on the cells of the flow, through open sides in a step, less
-/// what comes in there, in values above nothing times cells: what lies as near to a side as the air
-/// there goes.
+/// what comes in there, in values above nothing times cells: through every face goes what lies on
+/// the path that ends there.
 double FindSideOutflow(const Flow& flow, const Grid<double>& field,
                        const ScalarWalls::Values& values);
 
