@@ -314,6 +314,7 @@ void GridDiffusion::Smooth(EGrid<double>& grid) {
 
 void GridDiffusion::Finish() {
   iObject::Finish();
+  if (Has(FLAG_ACTIVE) && mScalar) mScalar->BookWork();
   SetFlag(FLAG_ACTIVE, false);
 }
 

@@ -179,6 +179,7 @@ void GridVariableDensity::AddToFaces(const CellBox& box, i32 axis) const {
 
 void GridVariableDensity::Finish() {
   iObject::Finish();
+  if (Has(FLAG_ACTIVE) && mScalar) mScalar->BookWork();
   SetFlag(FLAG_ACTIVE, false);
 }
 

@@ -155,3 +155,14 @@ TEST_F(Diffusion, SleepsOutsideASimulationUnlessItsChannelChanged) {
   EXPECT_FALSE(check(false));
   EXPECT_TRUE(check(true));
 }
+
+TEST_F(Diffusion, IsBookedAsWork) {
+  Begin(2, 3.0);
+  (*smoke.mGrid)(10, 9, 11) = 1;
+  smoke.BookEmission();
+  s.Run(blur);
+  const double grown = smoke.mAccount.Take().made;
+  EXPECT_GT(grown, 0.5);
+  smoke.BookWork();
+  EXPECT_EQ(smoke.mAccount.Take().made, 0) << "nothing is left for others to book";
+}
