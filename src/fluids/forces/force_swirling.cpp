@@ -16,6 +16,10 @@ using namespace host;
 
 namespace {
 
+// Of the steepest change of vorticity that a cell could show: where it changes by less, the push
+// fades out. Rounding alone would turn the direction of a change that is 0.
+constexpr double kFaint = 1e-6;
+
 /// Samples whose sums are subtracted: (high[0] + high[1]) - (low[0] + low[1]).
 struct DifferenceRow {
   const double *high[2], *low[2];
@@ -119,10 +123,10 @@ bool Force_Swirling::PrepareForce() {
   const double h = layout.cellSize, dt = mTime->stepDuration;
   if (dt == 0) return Deactivate(kNoStepReason);
   mHalfInverse = 0.5 / h;
-  mEpsilon = 1e-19 / (h * dt);
   mForceScale = h * mStrength * dt;
   if (!Allocate(layout)) return Deactivate("its grids couldn't be allocated");
   ComputeVorticity();
+  mEpsilon = kFaint * mMagnitude->mRangeMax / h;
   return true;
 }
 

@@ -10,8 +10,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr double kTolerance = 1e-6;
-constexpr i32 kMostIterations = 200;
+// What mirrored halves of a solve differ by grows with the flow from step to step.
+constexpr double kTolerance = 1e-9;
+constexpr i32 kMostIterations = 300;
 constexpr double kModification = 0.97, kLeastRatio = 0.25;  // of the preconditioner
 constexpr i32 kContinued = 3;  // cells that the pressure is continued into solids
 
