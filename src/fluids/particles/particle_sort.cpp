@@ -1,6 +1,8 @@
 #include "fluids/particles/particle_sort.h"
 
+#include <bit>
 #include <cmath>
+#include <utility>
 
 #include "grids/fixed_blocks.h"
 
@@ -15,11 +17,11 @@ void ParticleSort::Clear(bool resetFlags) {
   if (resetFlags)
     for (ParticleGroup* group : mGroups) group->Store(mKind).Drop(property_id::kSortedVelocity);
   if (resetFlags)
-    for (const Entry& entry : mEntries)
+    for (const Entry& entry : std::span(mEntries.data(), mCount))
       mGroups[entry.group]->Store(mKind).Flags()[entry.row] |= PF_SORTED;
   mGroups.clear();
   mStarts.clear();
-  mEntries.clear();
+  mCount = 0;
 }
 
 i32 ParticleSort::CellIndex(const Vec3d& p) const {
@@ -38,73 +40,107 @@ void ParticleSort::Build(std::span<ParticleGroup* const> groups, i32 kind, i32 t
   mKind = kind;
   mGroups.assign(groups.begin(), groups.end());
   i64 total = 0;
-  for (ParticleGroup* group : mGroups) total += group->Count(kind);
-  mCells.resize(total);
-  i64 first = 0;
+  mFirst.clear();
   for (ParticleGroup* group : mGroups) {
-    FindCells(group->Store(kind), mCells.data() + first, threads, storeVelocity);
-    first += group->Count(kind);
+    mFirst.push_back(total);
+    total += group->Count(kind);
   }
-  CountCells(threads);
-  PlaceEntries(threads);
+  mCells.resize(total);
+  const u32 last = static_cast<u32>(std::max(mLayout.count, 1) - 1);
+  mShift = std::max(static_cast<i32>(std::bit_width(last)) - kRangeBits, 0);
+  mCounts.assign(mGroups.size() * kParts * (((mLayout.count - 1) >> mShift) + 1), 0);
+  const i32 groupCount = static_cast<i32>(mGroups.size());
+  for (i32 group = 0; group < groupCount; ++group) FindCells(group, threads, storeVelocity);
+  StartRanges();
+  for (i32 group = 0; group < groupCount; ++group) FillRanges(group, threads);
+  // Equally many particles for each worker.
+  const auto rangeOf = [&](i32 share, i32 shares) {
+    const i32 placed = static_cast<i32>(i64{mCount} * share / shares);
+    const auto ends = mRangeStart.end() - 1;
+    return static_cast<i32>(
+        (share == shares ? ends : std::lower_bound(mRangeStart.begin(), ends, placed)) -
+        mRangeStart.begin());
+  };
+  const i32 workers = std::clamp(threads, 1, host::kMaxWorkers);
+  ForEachBlock(workers, workers, [&](i32 worker) {
+    const i32 end = rangeOf(worker + 1, workers);
+    for (i32 range = worker == 0 ? 0 : rangeOf(worker, workers); range < end; ++range)
+      SortRange(range);
+  });
 }
 
-void ParticleSort::FindCells(ParticleStore& store, i32* cells, i32 threads, bool storeVelocity) {
+void ParticleSort::FindCells(i32 group, i32 threads, bool storeVelocity) {
+  ParticleStore& store = mGroups[group]->Store(mKind);
+  i32* cells = mCells.data() + mFirst[group];
   const std::span<const Vec3d> positions = store.Positions(), velocities = store.Velocities();
   const std::span<u16> flags = store.Flags();
   PropertyColumn<Vec3d>* stored =
       storeVelocity ? &store.Require<Vec3d>(property_id::kSortedVelocity) : nullptr;
   ForEachBlock(kParts, threads, [&](i32 part) {
     const IndexRange rows = store.PartOf(part, kParts);
+    i32* counts = CountsOf(group, part);
     for (i32 row = rows.first; row < rows.last; ++row) {
       const i32 cell = flags[row] & PF_ALIVE ? CellIndex(positions[row]) : -1;
       cells[row] = cell;
+      if (cell >= 0) ++counts[cell >> mShift];
       flags[row] = static_cast<u16>(cell >= 0 ? flags[row] | PF_SORTED : flags[row] & ~PF_SORTED);
       if (stored) stored->Set(row, velocities[row]);
     }
   });
 }
 
-// Each worker looks at the cells of all particles and cares for a range of the cells: a look is
-// cheap, and the order of the particles in a cell stays that of the rows.
-void ParticleSort::CountCells(i32 threads) {
-  const i32 count = mLayout.count, workers = std::clamp(threads, 1, kMostScans);
-  mStarts.assign(i64{count} + 2, 0);
-  ForEachBlock(workers, workers, [&](i32 worker) {
-    const IndexRange own = PartOf(worker, workers, 0, count);
-    i32* counts = mStarts.data() + 2;
-    for (const i32 cell : mCells)
-      if (cell >= own.first && cell < own.last) ++counts[cell];
-  });
-  for (i64 i = 2; i < i64{count} + 2; ++i) mStarts[i] += mStarts[i - 1];
+void ParticleSort::StartRanges() {
+  const i32 ranges = Ranges(), parts = static_cast<i32>(mGroups.size()) * kParts;
+  mRangeStart.assign(ranges + 1, 0);
+  i32 placed = 0;
+  for (i32 range = 0; range < ranges; ++range) {
+    mRangeStart[range] = placed;
+    for (i32 part = 0; part < parts; ++part)
+      placed += std::exchange(mCounts[i64{part} * ranges + range], placed);
+  }
+  mRangeStart[ranges] = mCount = placed;
+  // What is there already is only written over.
+  if (mEntries.size() < static_cast<std::size_t>(placed)) {
+    mEntries.resize(placed);
+    mRangeEntries.resize(placed);
+    mRangeCells.resize(placed);
+  }
+  mStarts.resize(i64{mLayout.count} + 1);
+  mStarts.back() = placed;
+  if (ranges == 0) std::fill(mStarts.begin(), mStarts.end(), 0);
 }
 
-void ParticleSort::PlaceEntries(i32 threads) {
-  const i32 count = mLayout.count, workers = std::clamp(threads, 1, kMostScans);
-  const i32 placed = mStarts.back();
-  mEntries.resize(placed);
-  // Ranges of cells with equally many particles each.
-  std::vector<i32> ends(workers + 1, count);
-  ends[0] = 0;
-  for (i32 worker = 1; worker < workers; ++worker) {
-    const i32 share = static_cast<i32>(i64{placed} * worker / workers);
-    ends[worker] = static_cast<i32>(
-        std::lower_bound(mStarts.begin() + 1, mStarts.end() - 1, share) - mStarts.begin() - 1);
-  }
-  ForEachBlock(workers, workers, [&](i32 worker) {
-    i32* next = mStarts.data() + 1;
-    const i32* cells = mCells.data();
-    for (i32 group = 0; group < static_cast<i32>(mGroups.size()); ++group) {
-      const std::span<const Vec3d> positions = mGroups[group]->Store(mKind).Positions();
-      const i32 rows = static_cast<i32>(positions.size());
-      for (i32 row = 0; row < rows; ++row)
-        if (cells[row] >= ends[worker] && cells[row] < ends[worker + 1])
-          mEntries[next[cells[row]]++] = {positions[row], row, group};
-      cells += rows;
+void ParticleSort::FillRanges(i32 group, i32 threads) {
+  const ParticleStore& store = mGroups[group]->Store(mKind);
+  const i32* cells = mCells.data() + mFirst[group];
+  const std::span<const Vec3d> positions = store.Positions();
+  ForEachBlock(kParts, threads, [&](i32 part) {
+    const IndexRange rows = store.PartOf(part, kParts);
+    i32* next = CountsOf(group, part);
+    for (i32 row = rows.first; row < rows.last; ++row) {
+      if (cells[row] < 0) continue;
+      const i32 at = next[cells[row] >> mShift]++;
+      mRangeEntries[at] = {positions[row], row, group};
+      mRangeCells[at] = cells[row];
     }
   });
-  // The start of each cell has become that of the next one.
-  mStarts.pop_back();
+}
+
+void ParticleSort::SortRange(i32 range) {
+  const i32 first = range << mShift, last = std::min(first + (1 << mShift), mLayout.count);
+  // The starts of the range's cells serve as their counts first; the next range has its own.
+  i32* starts = mStarts.data() + first;
+  std::fill(starts, starts + (last - first), 0);
+  for (i32 i = mRangeStart[range]; i < mRangeStart[range + 1]; ++i)
+    ++starts[mRangeCells[i] - first];
+  i32 placed = mRangeStart[range + 1];
+  for (i32 cell = last - first - 1; cell >= 0; --cell) {
+    placed -= starts[cell];
+    starts[cell] = placed + starts[cell];
+  }
+  // From the end of each cell backwards, so that its start is left over.
+  for (i32 i = mRangeStart[range + 1] - 1; i >= mRangeStart[range]; --i)
+    mEntries[--starts[mRangeCells[i] - first]] = mRangeEntries[i];
 }
 
 std::vector<std::vector<ParticleSort::Entry>> ParticleSort::Gather(const VecInt3D& centre,
@@ -132,8 +168,9 @@ double ParticleSort::Density(const VecInt3D& cell, double h, double factor) cons
 }
 
 i64 ParticleSort::Bytes() const {
-  return static_cast<i64>(mStarts.capacity() * sizeof(i32) + mCells.capacity() * sizeof(i32) +
-                          mEntries.capacity() * sizeof(Entry));
+  const auto bytes = [](const auto& values) { return values.capacity() * sizeof(values[0]); };
+  return static_cast<i64>(bytes(mStarts) + bytes(mEntries) + bytes(mCells) + bytes(mCounts) +
+                          bytes(mRangeEntries) + bytes(mRangeCells));
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

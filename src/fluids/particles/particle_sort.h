@@ -8,7 +8,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// The particles of one kind of some groups, sorted by the cells of a layout (counting sort): the
+/// The particles of one kind of some groups, sorted by the cells of a layout: first into ranges of
+/// cells, then by counting within each, so that what is written at a time stays in the caches. The
 /// particles of a cell stand together, in the order of groups and rows, and so do those of cells
 /// that follow each other in x. Particles outside of the layout aren't in it and lose `PF_SORTED`.
 class ParticleSort {
@@ -30,7 +31,7 @@ class ParticleSort {
   void Clear(bool resetFlags = false);
 
   const GridLayout& Layout() const { return mLayout; }
-  i32 Count() const { return static_cast<i32>(mEntries.size()); }
+  i32 Count() const { return mCount; }
   std::span<ParticleGroup* const> Groups() const { return mGroups; }
   i32 Kind() const { return mKind; }
 
@@ -70,8 +71,8 @@ class ParticleSort {
   i64 Bytes() const;
 
  private:
-  static constexpr i32 kParts = 64;
-  static constexpr i32 kMostScans = 8;  ///< workers that each look at all particles
+  static constexpr i32 kParts = 64;     ///< of the rows of a group
+  static constexpr i32 kRangeBits = 8;  ///< the cells are cut into at most 2^8 ranges
 
   /// The index of the cell of a point; -1 outside.
   i32 CellIndex(const Vec3d& p) const;
@@ -84,10 +85,16 @@ class ParticleSort {
           static_cast<i32>(std::clamp(std::floor(v[a] + 1e-6), -1.0, double(mLayout.dims[a])));
     return cell;
   }
-  /// The first two passes over the particles, and the last.
-  void FindCells(ParticleStore& store, i32* cells, i32 threads, bool storeVelocity);
-  void CountCells(i32 threads);
-  void PlaceEntries(i32 threads);
+  /// The passes of `Build`: cells and numbers of the particles of each part in each range, where
+  /// these begin, the particles by ranges, and each range by cells.
+  void FindCells(i32 group, i32 threads, bool storeVelocity);
+  void StartRanges();
+  void FillRanges(i32 group, i32 threads);
+  void SortRange(i32 range);
+  i32 Ranges() const { return mCounts.empty() ? 0 : ((mLayout.count - 1) >> mShift) + 1; }
+  i32* CountsOf(i32 group, i32 part) {
+    return mCounts.data() + (i64{group} * kParts + part) * Ranges();
+  }
   /// The particles of the cells from `cell` to below x = `end` in its row.
   std::span<const Entry> Row(const VecInt3D& cell, i32 end) const {
     const i64 row = (i64{mLayout.dims.y} * cell.z + cell.y) * mLayout.dims.x;
@@ -98,9 +105,17 @@ class ParticleSort {
   GridLayout mLayout;
   i32 mKind = kLiquid;
   std::vector<ParticleGroup*> mGroups;
-  std::vector<i32> mStarts;  ///< of each cell in `mEntries`, and the end; empty before `Build`
-  std::vector<Entry> mEntries;
-  std::vector<i32> mCells;  ///< scratch: the cell of each particle, -1 outside
+  std::vector<i32> mStarts;     ///< of each cell in `mEntries`, and the end; empty before `Build`
+  std::vector<Entry> mEntries;  ///< the first `mCount` count
+  i32 mCount = 0;
+  // Scratch:
+  i32 mShift = 0;                    ///< a cell's number without so many bits is its range's
+  std::vector<i32> mCells;           ///< the cell of each particle, -1 outside
+  std::vector<i64> mFirst;           ///< of each group in `mCells`
+  std::vector<i32> mCounts;          ///< of each part in each range; later where it writes next
+  std::vector<i32> mRangeStart;      ///< of each range in the entries, and the end
+  std::vector<Entry> mRangeEntries;  ///< by ranges
+  std::vector<i32> mRangeCells;      ///< their cells
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
