@@ -248,7 +248,7 @@ class PictureRun {
     for (const auto& scene : mSimulation->Scenes()) MeasureScene(*scene, mNames, record);
     const std::string broken = FindNonFinite(record);
     if (!broken.empty()) {
-      mProgress.Error(fmt::format("frame {}: {} is no longer finite", frame, broken));
+      mProgress.Error(fmt::format("frame {}: {}", frame, broken));
       return kExitNonFinite;
     }
     mSteps.Add(SecondsSince(start));

@@ -206,7 +206,7 @@ class Run {
       for (const std::string& warning : told) Warn(fmt::format("frame {}: {}", frame, warning));
       const std::string broken = FindNonFinite(record);
       if (!broken.empty()) {
-        mProgress.Error(fmt::format("frame {}: {} is no longer finite", frame, broken));
+        mProgress.Error(fmt::format("frame {}: {}", frame, broken));
         return kExitNonFinite;
       }
       FinishFrame(frame, record);

@@ -25,16 +25,16 @@ std::string FindNonFinite(const FrameRecord& record) {
   for (const SolverRecord& solver : record.solvers)
     if (!isFinite(solver.maxSpeed) || !std::isfinite(solver.kineticEnergy) ||
         !std::isfinite(solver.divergenceMax))
-      return "the velocity of \"" + solver.name + "\"";
+      return "the velocity of \"" + solver.name + "\" is no longer finite";
   for (const ParticlesRecord& group : record.particles)
     for (int a = 0; a < 3; ++a)
       if (!isFinite(group.min[a]) || !isFinite(group.max[a]) || !isFinite(group.centroid[a]) ||
           !std::isfinite(group.kineticEnergy))
-        return "the particles of \"" + group.name + "\"";
+        return "the particles of \"" + group.name + "\" are no longer finite";
   for (const ChannelRecord& channel : record.channels)
     for (int i = 0; i < channel.components; ++i)
       if (!isFinite(channel.min[i]) || !isFinite(channel.max[i]) || !std::isfinite(channel.sum[i]))
-        return "channel \"" + channel.name + "\"";
+        return "channel \"" + channel.name + "\" is no longer finite";
   return {};
 }
 

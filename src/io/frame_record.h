@@ -71,8 +71,8 @@ struct FrameRecord {
   i64 Particles() const;
 };
 
-/// The name of what holds a value that is not finite, or an empty text. Fields beyond the range of
-/// single precision count too: volume files couldn't hold them.
+/// A clause that names what holds a value that is not finite, or an empty text. Fields beyond the
+/// range of single precision count too: volume files couldn't hold them.
 std::string FindNonFinite(const FrameRecord& record);
 
 }  // namespace MELDO_GLOBAL::app
