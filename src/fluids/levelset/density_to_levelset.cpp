@@ -1,7 +1,9 @@
 #include "fluids/levelset/density_to_levelset.h"
 
 #include <algorithm>
+#include <cmath>
 
+#include "fluids/levelset/eikonal_sweeper.h"
 #include "fluids/levelset/fast_sweeper.h"
 #include "grids/fixed_blocks.h"
 
@@ -20,6 +22,23 @@ void ForEachInner(const EGrid<double>& grid, F&& f) {
       for (i32 x = 1; x < grid.mNx - 1; ++x) f(row + x);
     }
   });
+}
+
+/// Spreads distances from the samples that aren't `far`; false without memory.
+bool SpreadTrueDistances(const Grid<bool>& inside, double far, EGrid<double>& phi,
+                         host::HostThread* thread) {
+  EikonalSweeper sweeper(phi, thread);
+  if (!sweeper.IsReady()) return false;
+  const auto isKnown = [&](i32 i) { return inside[i] && phi[i] != far; };
+  sweeper.Mark([&](i32 i) {
+    return isKnown(i)  ? EikonalSweeper::kKnown
+           : inside[i] ? EikonalSweeper::kInside
+                       : EikonalSweeper::kOutside;
+  });
+  sweeper.Run();
+  for (i32 i = 0; i < phi.mCount; ++i)
+    if (std::abs(phi[i]) == EikonalSweeper::kFar) phi[i] = far;
+  return true;
 }
 
 }  // namespace
@@ -44,10 +63,14 @@ bool DensityToLevelset::Run(host::HostThread* thread) {
     const bool* f = inside.mData + i;
     if (f[1] && f[-1] && f[ny] && f[-ny] && f[nz] && f[-nz]) phi[i] = far;
   });
-  FastSweeper<double>(phi, thread).Run(true, 1);
-  if (!mSigned) return true;
+  if (mTrueDistances) {
+    if (!SpreadTrueDistances(inside, far, phi, thread)) return false;
+  } else {
+    FastSweeper<double>(phi, thread).Run(true, 1);
+  }
+  // One of the sweepers leaves the inside positive but for its outermost layer, the other negative.
   ForEachInner(phi, [&](i32 i) {
-    if (inside[i] && phi[i] >= 0) phi[i] = -phi[i];
+    if (inside[i] && phi[i] != near) phi[i] = mSigned ? -std::abs(phi[i]) : std::abs(phi[i]);
   });
   return true;
 }

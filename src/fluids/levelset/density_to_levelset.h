@@ -17,6 +17,9 @@ class DensityToLevelset {
   const ScalarField* mSource = nullptr;
   double mThreshold = 0.0001;  ///< density from which on a cell is inside
   bool mSigned = true;         ///< false: distances of the inside stay positive
+  /// Distances as they are along every direction (`EikonalSweeper`), instead of counted in steps to
+  /// neighbours.
+  bool mTrueDistances = false;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

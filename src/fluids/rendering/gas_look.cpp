@@ -445,6 +445,10 @@ ParameterTable FireLightRows() {
       BoolRow(2760, "fire_light_directed", false,
               "that light comes from the side of the flames, so that things have a dark side")
           .To(&FireLightSettings::directed),
+      BoolRow(2761, "fire_light_true_distances", false,
+              "it reaches as far along every direction; switched off, ways are counted in steps "
+              "from cell to cell, which are shorter along diagonals")
+          .To(&FireLightSettings::trueDistances),
   };
 }
 

@@ -151,6 +151,7 @@ struct FireLightSettings : host::ParameterHolder {
   double strength = 0;
   const host::SplineData* curve = nullptr;
   bool directed = false;
+  bool trueDistances = false;
 };
 
 /// What becomes of a ray's colours, and which rays see any.

@@ -212,6 +212,7 @@ bool RayMarcher::BuildFireLevelSet() {
   work.mLevelSet = &levelSet;
   work.mSource = &mFire.channel;
   work.mThreshold = mFire.mapping.threshold - FieldMapping::kCelsius;
+  work.mTrueDistances = mLook.fireLight.trueDistances;
   if (!work.Run(mThread)) return false;
   mFireRecord->levelSetView = FieldView(*levelSet.mGrid);
   return true;

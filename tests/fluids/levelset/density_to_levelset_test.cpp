@@ -49,6 +49,27 @@ TEST(DensityToLevelset, ASlabHasDistancesOnBothSides) {
   EXPECT_NEAR(rig.At(11, 6, 6), 0.25, 1e-6);
 }
 
+TEST(DensityToLevelset, TrueDistancesAreTheSameAlongEveryDirection) {
+  Rig rig({40, 40, 40});
+  const auto distance = [](i32 x, i32 y, i32 z) {
+    return 0.1 * (Length(Vec3d{x - 19.5, y - 19.5, z - 19.5}) - 8);
+  };
+  rig.Fill([&](i32 x, i32 y, i32 z) { return distance(x, y, z) < 0 ? 1.0 : 0.0; });
+  const auto error = [&](bool isTrue) {
+    rig.work.mTrueDistances = isTrue;
+    EXPECT_TRUE(rig.work.Run(nullptr));
+    double most = 0;
+    ForEachCell({{1, 1, 1}, {39, 39, 39}}, [&](i32 x, i32 y, i32 z) {
+      if (distance(x, y, z) > -0.6)
+        most = std::max(most, std::abs(rig.At(x, y, z) - distance(x, y, z)));
+    });
+    return most / 0.1;
+  };
+  // The cells alone miss the ball by up to 0.87 of one.
+  EXPECT_LT(error(true), 1.3);
+  EXPECT_GT(error(false), 3);
+}
+
 TEST(DensityToLevelset, OneCellEmptyAndFullGrids) {
   Rig rig({9, 9, 9});
   rig.Fill([](i32, i32, i32) { return 0.0; });
