@@ -43,6 +43,17 @@ class ParticleHints : public HintBase {
     return IsParticleKind(kind) ? kParticleKindRows[kind].name : "unknown";
   }
 
+  /// Whether one of the emitters gives what it makes an age.
+  bool AnyHasAge(const std::vector<const BaseNode*>& emitters) const {
+    return std::any_of(emitters.begin(), emitters.end(), [&](const BaseNode* emitter) {
+      const std::set<NodeId> links = LinksOf(*emitter);
+      return std::any_of(mNodes.begin(), mNodes.end(), [&](const BaseNode* node) {
+        return IsA<Property<double>>(*node) && links.contains(node->Id()) &&
+               Whole(*node, iProperty::kPropertyRow) == property_id::kAge;
+      });
+    });
+  }
+
   void LookAtGroup(const BaseNode& group) {
     ByKind filled, moved;
     bool mayBeFilled = false, isRead = false;
@@ -50,6 +61,11 @@ class ParticleHints : public HintBase {
       if (reader->Type() == kServerNode || !MayWork(*reader)) continue;
       const NodeKind* kind = FindKind(reader->Type());
       if (IsEmitter(*reader)) {
+        // Another group may come of this one.
+        if (Linked(*reader, ParticleEmitter::kGroupRow) != &group) {
+          isRead = true;
+          continue;
+        }
         filled[Whole(*reader, ParticleEmitter::kKindRow)].push_back(reader);
       } else if (IsA<ParticleAdvection>(*reader)) {
         moved[Whole(*reader, ParticleAdvection::kKindRow)].push_back(reader);
@@ -66,9 +82,9 @@ class ParticleHints : public HintBase {
     if (mayBeFilled) return;
     for (const auto& [kind, emitters] : filled)
       if (!moved.contains(kind))
-        Warn(group, fmt::format("nothing moves the {} particles that {} makes; add a {} for them",
-                                NameOfKind(kind), Named(*emitters.front()),
-                                ParticleAdvection::Kind().type));
+        Warn(group, fmt::format("nothing moves {}the {} particles that {} makes; add a {} for them",
+                                AnyHasAge(emitters) ? "or ages " : "", NameOfKind(kind),
+                                Named(*emitters.front()), ParticleAdvection::Kind().type));
   }
 
   void TellMovers(const BaseNode& group, i32 kind, const std::vector<const BaseNode*>& movers,

@@ -43,16 +43,18 @@ const ParameterTable& ObjectParticleMeshEmitter::Parameters() {
   static const ParameterTable table = WithRows(
       {.settings = 1004, .properties = 1005},
       {LinkRow(kSourceRow, "source",
-               "the mesh on which they appear, a volume whose mesh is meant, or loose points",
-               {Mesh::Kind().id, kPointsObject})
+               "the mesh on which they appear, a volume whose mesh is meant, loose points, or a "
+               "group at whose passive particles they appear",
+               {Mesh::Kind().id, kPointsObject, ParticleGroup::kNodeType})
            .AcceptsAny({kListGeometry, kCategoryVolume})
            .To(&ObjectParticleMeshEmitter::mMesh)
            .To(&ObjectParticleMeshEmitter::mPointsObject)
+           .To(&ObjectParticleMeshEmitter::mSourceGroup)
            .To(&ObjectParticleMeshEmitter::mVolume)
            .Required(),
        LongRow(1024, "emit_from", kTriangles, "",
                "where on the source: spread over its triangles, at its vertices, or at the points "
-               "of an object of points")
+               "of an object of points or the particles of a group")
            .Choices({{kTriangles, "triangles"}, {kVertices, "vertices"}, {kPoints, "points"}})
            .To(&ObjectParticleMeshEmitter::mFrom),
        BoolRow(1026, "every_point", false,
@@ -105,9 +107,12 @@ const ParameterTable& ObjectParticleMeshEmitter::Parameters() {
            .To(&ObjectParticleMeshEmitter::mCurvature),
        BoolRow(1020, "invert_curvature", false, "leaves out what is more bent")
            .To(&ObjectParticleMeshEmitter::mInvertsCurvature),
-       AbsentLinksRow(1027, "point_properties", "loose points of a scene file have no properties",
-                      {Property<double>::Kind().id, Property<Vec3d>::Kind().id})
-           .Kept(),
+       LinksRow(
+           1027, "point_properties",
+           "what the particles of a source hand on, as they have it; the node's value stands "
+           "for those that lack it",
+           {Property<double>::Kind().id, Property<Vec3d>::Kind().id, Property<bool>::Kind().id})
+           .To(&ObjectParticleMeshEmitter::mHandedOn),
        LongRow(common_row::kClassOption, "repeat", 0, "",
                "further rounds in each step, each of which keeps clear of those before")
            .Range(0, 1000)
@@ -134,18 +139,28 @@ void ObjectParticleMeshEmitter::Persist(StateArchive& archive) {
   archive(mOwed);
 }
 
+bool ObjectParticleMeshEmitter::FindLoosePoints() {
+  mUsed = kPoints;
+  if (mSourceGroup) {
+    mSourceParticles.Begin(mSourceGroup->Store(kPassive), mHandedOn);
+    for (i32 i = 0; i < mSourceParticles.Count(); ++i)
+      mLoose.push_back(mSourceParticles.PositionOf(i));
+    return !mLoose.empty() || Deactivate(kNoParticlesReason);
+  }
+  const Matrix place = mPointsObject->GlobalMatrix();
+  for (const Vec3d& p : mPointsObject->points) mLoose.push_back(place * p * GetDomain().worldToSim);
+  return !mLoose.empty() || Deactivate("its source has no points");
+}
+
 bool ObjectParticleMeshEmitter::FindPoints() {
   mLoose.clear();
+  mSourceParticles.Clear();
   mRecord = nullptr;
-  if (mPointsObject) {
-    const Matrix place = mPointsObject->GlobalMatrix();
-    for (const Vec3d& p : mPointsObject->points)
-      mLoose.push_back(place * p * GetDomain().worldToSim);
-    mUsed = kPoints;
-    return !mLoose.empty() || Deactivate("its source has no points");
-  }
+  if (mPointsObject || mSourceGroup) return FindLoosePoints();
   if (mFrom == kPoints)
-    return Deactivate("its source is no object of points; name one, or change 'emit_from'");
+    return Deactivate(
+        "its source is no object of points and no group; name one, or change "
+        "'emit_from'");
   const auto* volume = dynamic_cast<const VolumeBase*>(mVolume);
   const Mesh* mesh = mMesh ? mMesh : volume ? volume->GetMesh() : nullptr;
   if (!mesh) return Deactivate("it has no source; name a mesh under 'source'");
@@ -171,10 +186,13 @@ i32 ObjectParticleMeshEmitter::CountDue() {
 void ObjectParticleMeshEmitter::Prepare() {
   if (!PrepareEmission() || !FindPoints()) return;
   SetFlag(FLAG_ACTIVE, false);
+  // What the first step makes stands in frame 1: no time has passed before.
+  if (!mTime->IsUnderWay()) return void(Deactivate(kNotDueReason));
   if (mSettings->GetAmount() <= 0 && (mUsed == kTriangles || !mEveryPoint))
     return void(Deactivate(kNoRateReason));
   mCount = CountDue();
   if (mCount == 0) return void(Deactivate(kNotDueReason));
+  mSourceParticles.AddTo(mTemplate);
   if (mWritesNormal) mTemplate.Set(property_id::kNormal, Vec3d{});
   if (mWritesUv) mTemplate.Set(property_id::kUv, Vec3d{});
   if (mWritesColour && mColourImage) mTemplate.Set(property_id::kColor, Vec3d{});
@@ -182,7 +200,7 @@ void ObjectParticleMeshEmitter::Prepare() {
   mTestsCurvature = mCurvature > 0 && mRecord && !mRecord->mColumns.curvature.empty();
   mColour = SamplerOf(mWritesColour ? mColourImage : nullptr);
   mDensity = SamplerOf(mDensityImage);
-  mGroup->BuildTree(mKind, mScene->mThreadCount);
+  if (mSpacing > 0) mGroup->BuildTree(mKind, mScene->mThreadCount);
   mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);
 }
@@ -210,6 +228,7 @@ class ObjectParticleMeshEmitter::Placer {
     if (mNormal) *mNormal = e.mRecord ? e.mPoints.NormalAt(point) : Vec3d{};
     if (mUv) *mUv = uv;
     if (mTint) *mTint = Look(*e.mColour, point, uv);
+    if (e.mSourceGroup) e.mSourceParticles.HandOn(point.vertex, mParticle);
     mParticle.position = point.position;
     mEmitter.mHandler.Emit(mParticle, mShare);
   }
@@ -226,7 +245,8 @@ class ObjectParticleMeshEmitter::Placer {
     const i32 count =
         isLoose ? static_cast<i32>(mEmitter.mLoose.size()) : mEmitter.mRecord->GetVertexCount();
     const i32 i = mEmitter.mEveryPoint ? index : handler.Pick(mShare, count);
-    return isLoose ? MeshPoint{.position = mEmitter.mLoose[i]} : mEmitter.mPoints.AtVertex(i);
+    if (!isLoose) return mEmitter.mPoints.AtVertex(i);
+    return {.position = mEmitter.mLoose[i], .vertex = i};
   }
   bool IsBent(double curvature) const {
     const double threshold = mEmitter.mCurvature * 100;
@@ -257,7 +277,7 @@ void ObjectParticleMeshEmitter::Evaluate(const EvaluationThreadData& data) {
   for (i32 round = 0; round <= mRepeats && !data.TestBreak(); ++round) {
     if (round > 0) {
       mGroup->Take(mKind, mHandler.Births());
-      mGroup->BuildTree(mKind, mScene->mThreadCount, true);
+      if (mSpacing > 0) mGroup->BuildTree(mKind, mScene->mThreadCount, true);
     }
     ForEachShare(mScene->mThreadCount, data.thread,
                  [&](const EvaluationThreadData& share) { EmitShare(share); });
@@ -268,6 +288,7 @@ void ObjectParticleMeshEmitter::Finish() {
   ParticleEmitter::Finish();
   mPoints.Clear();
   mLoose.clear();
+  mSourceParticles.Clear();
   mRecord = nullptr;
   mColour.reset();
   mDensity.reset();

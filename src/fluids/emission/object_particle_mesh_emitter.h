@@ -2,14 +2,15 @@
 #pragma once
 #include "fluids/emission/mesh_points.h"
 #include "fluids/emission/particle_emitter.h"
+#include "fluids/emission/source_particles.h"
 #include "host/polygon_object.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Makes a number of particles in each step on the triangles or vertices of a mesh, or at loose
-/// points. Spread over triangles they are even by area. Of the places that it picks it leaves out
-/// those that are too near to a particle, where constraints or images say so, and where the mesh is
-/// less bent than a threshold.
+/// Makes a number of particles in each step on the triangles or vertices of a mesh, at loose
+/// points, or at the passive particles of a group. Spread over triangles they are even by area. Of
+/// the places that it picks it leaves out those that are too near to a particle, where constraints
+/// or images say so, and where the mesh is less bent than a threshold.
 ///
 /// A rate has parts of a particle in most steps: they are kept and added to the next one's, so that
 /// 1000 a second are that however a second is cut.
@@ -32,12 +33,15 @@ class ObjectParticleMeshEmitter : public ParticleEmitter {
   class Placer;
 
   bool FindPoints();
+  bool FindLoosePoints();
   /// Particles of this step; takes them off what is owed.
   i32 CountDue();
   void EmitShare(const EvaluationThreadData& share);
 
   Mesh* mMesh = nullptr;
   host::PointsObject* mPointsObject = nullptr;
+  ParticleGroup* mSourceGroup = nullptr;
+  std::vector<iProperty*> mHandedOn;
   host::ImageObject* mDensityImage = nullptr;
   i32 mFrom = kTriangles;
   i32 mLookup = kByPlace;
@@ -57,6 +61,7 @@ class ObjectParticleMeshEmitter : public ParticleEmitter {
   const TriMeshSTL* mRecord = nullptr;
   MeshPoints mPoints;
   std::vector<Vec3d> mLoose;  ///< loose points, simulation units
+  SourceParticles mSourceParticles;
   std::optional<host::ImageObject::Sampler> mColour, mDensity;
   i32 mCount = 0;
   double mSpacing = 0;

@@ -15,9 +15,12 @@ i64 ParticleSet::CountAll() const {
 bool ParticleSet::HasRoom(i32 kind, double births, const ParticleTemplate& particle) const {
   if (!IsParticleKind(kind)) return false;
   const double total = Count(kind) + births;
-  // Once with the workers that make them, once in the rows, which grow by halves.
-  const double bytes = births * particle.Bytes() * 2.5;
-  if (total < std::numeric_limits<i32>::max() && HasMemoryFor(bytes)) return true;
+  // Rows and births grow by halves; a tree may stand beside them.
+  constexpr double kGrowth = 1.5, kTreeBytes = 48;
+  const double bytes = (total + births) * particle.Bytes() * kGrowth + total * kTreeBytes;
+  const double held = static_cast<double>(mStores[kind].Bytes());
+  if (total < std::numeric_limits<i32>::max() && HasMemoryFor(std::max(bytes - held, 0.0)))
+    return true;
   RefuseParticles(total, bytes);
   return false;
 }
