@@ -92,6 +92,16 @@ const ParameterTable& ParticleAdvection::Parameters() {
               "obstacles one by one")
           .AtLeast(0)
           .To(&ParticleAdvection::mOffset),
+      RealRow(kRestitutionRow, "restitution", 0.0, "none",
+              "how high those that fly bounce: 0 slides on, 1 comes all the way back")
+          .Range(0, 1)
+          .OnlyWith(kCollisionRow, {ParticleMotion::kWallsAndVolumes, ParticleMotion::kLevelSet})
+          .To(&ParticleAdvection::mRestitution),
+      RealRow(kDragRow, "drag", 0.0, "1/s",
+              "how soon those that fly in a flow take on its velocity; they sink by gravity / drag")
+          .AtLeast(0)
+          .OnlyWith(1010, {ParticleMotion::kEuler, ParticleMotion::kVelocityVerlet})
+          .To(&ParticleAdvection::mDrag),
       LinksRow(1002, "on_collision", "what happens to those that hit something")
           .AcceptsAny({kListAuxiliary, kCategoryInstant})
           .To(&ParticleAdvection::mOperators),
@@ -184,7 +194,7 @@ void ParticleAdvection::Prepare() {
   if (!IsParticleKind(mKind)) return void(Deactivate("there is no such kind of particles"));
   if (mGroup->IsCached(mKind)) return void(Deactivate(kPlayedParticlesReason));
   if (mGroup->Count(mKind) == 0) return void(Deactivate(kNoParticlesReason));
-  if (UsesFlows()) {
+  if (UsesFlows() || mDrag > 0) {
     const std::vector<iFluidSolver*> solvers = Solvers();
     if (solvers.empty() && mMode == kGrid)
       return void(Deactivate(mNamedSolvers.empty()
@@ -202,6 +212,8 @@ void ParticleAdvection::Prepare() {
   mMotion.substeps = mExtraSubsteps + 1;
   mMotion.collision = mCollision;
   mMotion.offset = mOffset;
+  mMotion.restitution = mRestitution;
+  mMotion.drag = mDrag;
   mMotion.killsOutside = mKillsOutside;
   mMotion.takesVelocity = mTakesVelocity;
   mMotion.step = mTime->stepDuration;

@@ -18,7 +18,8 @@ class ParticleAdvection : public iObject {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   static constexpr i32 kGroupRow = 1000, kSolversRow = 1004, kSolverListRow = 1007,
-                       kMotionRow = 1008, kCollisionRow = 1011, kKindRow = 1014;
+                       kMotionRow = 1008, kCollisionRow = 1011, kKindRow = 1014,
+                       kRestitutionRow = 1017, kDragRow = 1018;
   void ClearLinks() override;
   void CheckDirty() override;
   bool CommutesWith(const iBase& other) const override;
@@ -44,6 +45,8 @@ class ParticleAdvection : public iObject {
   i32 mCollision = ParticleMotion::kLevelSet;
   i32 mExtraSubsteps = 1;
   double mOffset = 0.001;
+  double mRestitution = 0;
+  double mDrag = 0;
   bool mKillsOutside = true;
   bool mTakesVelocity = false;
 

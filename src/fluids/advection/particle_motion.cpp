@@ -1,6 +1,9 @@
 #include "fluids/advection/particle_motion.h"
 
 #include <algorithm>
+#include <cmath>
+
+#include "fluids/advection/particle_flight.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -24,6 +27,9 @@ namespace {
 
 enum class Way { Carried, Euler, Verlet, VelocityVerlet, Bubble };
 
+// Of a substep: what is still on its way then has got stuck.
+constexpr i32 kMostHits = 6;
+
 /// The columns of a range, and one particle of it at a time.
 class Mover {
  public:
@@ -41,8 +47,10 @@ class Mover {
         mMass(particles.Find<double>(property_id::kMass)),
         mAge(particles.Find<double>(property_id::kAge)),
         mLifeSpan(particles.Find<double>(property_id::kLifeSpan)),
+        mSolids(motion.volumes, motion.offset,
+                motion.collision == ParticleMotion::kWallsAndVolumes && !motion.volumes.empty()),
         mDt(motion.step / motion.substeps),
-        mFirstCollision(motion.substeps > 1 ? motion.substeps - 2 : 0),
+        mKept(motion.drag > 0 ? std::exp(-motion.drag * mDt) : 1),
         mKillsNow(motion.isLast && motion.killsOutside),
         mAsksForFlow(motion.flows.size() > 1 || (motion.fliesOutside && !motion.flows.empty())) {}
 
@@ -58,11 +66,11 @@ class Mover {
     i32 row;
     u16 flags;
     Vec3d p, v;
-    Vec3d old;     ///< position a substep ago
-    Vec3d tested;  ///< up to where collisions were looked for
+    Vec3d old;  ///< position a substep ago
     Vec3d force;
     double mass;
     const CarryingFlow* flow;
+    bool isHeld;     ///< by the flow
     bool meetsFlow;  ///< the walls and solids of the flow are round it
   };
 
@@ -74,16 +82,16 @@ class Mover {
             .p = start,
             .v = mVelocities[row],
             .old = mOld->Get(row, start),
-            .tested = start,
             .force = mForces ? mForces->Get(row, {}) : Vec3d{},
             .mass = MassOf(row),
             .flow = nullptr,
+            .isHeld = false,
             .meetsFlow = false};
     if (mMotion.isFirst) s.flags &= static_cast<u16>(~PF_COLLIDED);
-    const bool isHeld = FindFlow(s);
-    const bool isCarried =
-        mMotion.carries && s.flow && !(s.flags & PF_BALLISTIC) && (isHeld || !mMotion.fliesOutside);
-    s.meetsFlow = isHeld || isCarried;
+    s.isHeld = FindFlow(s);
+    const bool isCarried = mMotion.carries && s.flow && !(s.flags & PF_BALLISTIC) &&
+                           (s.isHeld || !mMotion.fliesOutside);
+    s.meetsFlow = s.isHeld || isCarried;
     // Without a flow what isn't told to fly stays where it is.
     const bool rests = !isCarried && !mMotion.fliesOutside && !(s.flags & PF_BALLISTIC);
     const Way way = isCarried ? (s.flags & PF_BUBBLE ? Way::Bubble : Way::Carried) : FreeWay();
@@ -120,38 +128,58 @@ class Mover {
 
   template <int Order>
   void Run(State& s, Way way) {
+    const double share = 1.0 / mMotion.substeps;
     for (i32 i = 0; i < mMotion.substeps; ++i) {
-      Advance<Order>(s, way);
+      const Vec3d from = s.p;
+      const Vec3d a = Advance<Order>(s, way);
       s.force = {};
       if (mKillsNow && s.flow && HasLeft(s)) return void(s.flags &= static_cast<u16>(~PF_ALIVE));
-      if (i < mFirstCollision) continue;
-      if (mMotion.collision != ParticleMotion::kNoCollision && Collide(s, way)) return;
-      s.tested = s.p;
+      if (mMotion.collision == ParticleMotion::kNoCollision) continue;
+      if (!s.meetsFlow && mMotion.volumes.empty()) continue;
+      const double end = i + 1 == mMotion.substeps ? 1 : (i + 1) * share;
+      const Leg leg{.from = from, .to = s.p, .begin = i * share, .end = end};
+      ParticleContact contact;
+      const i32 solid = Meet(s, way, leg, SolidsRound::kNone, contact);
+      if (solid != SolidsRound::kNone) Obstruct(s, way, leg, a, solid, contact);
     }
   }
 
+  /// Takes the particle through a substep, as if nothing were in its way; returns its acceleration.
   template <int Order>
-  void Advance(State& s, Way way) const {
+  Vec3d Advance(State& s, Way way) const {
     const Vec3d& g = mMotion.gravity;
+    const Vec3d before = s.v;
+    Vec3d a{};
     switch (way) {
       case Way::Carried: {
         s.old = s.p;
         s.p = s.flow->Trace<Order>(s.p, mDt);
-        return;
+        return a;
       }
       case Way::Verlet: {
-        const Vec3d way2 = (s.p - s.old) + (s.force + g * s.mass) * (mDt * mDt);
+        a = s.force + g * s.mass;
+        const Vec3d way2 = (s.p - s.old) + a * (mDt * mDt);
         s.old = s.p;
         s.p += way2;
         s.v = way2;
-        return;
+        return a;
       }
-      case Way::Euler: s.v += (s.force / s.mass + g) * mDt; break;
-      case Way::VelocityVerlet: s.v += (s.force + g) * mDt; break;
+      case Way::Euler: a = s.force / s.mass + g; break;
+      case Way::VelocityVerlet: a = s.force + g; break;
       case Way::Bubble: s.v += (s.flow->VelocityAt(s.p) - s.v) * 0.3 - g * (0.01 * mDt); break;
+    }
+    if (way != Way::Bubble) {
+      if (mMotion.drag > 0 && s.isHeld) {
+        const Vec3d u = s.flow->VelocityAt(s.p);
+        s.v = u + (s.v - u) * mKept + a * ((1 - mKept) / mMotion.drag);
+        a = (s.v - before) / mDt;
+      } else {
+        s.v += a * mDt;
+      }
     }
     s.old = s.p;
     s.p += s.v * mDt;
+    return a;
   }
 
   /// It went out through an open side, and no other flow has it.
@@ -162,59 +190,75 @@ class Mover {
                         [&](const CarryingFlow& flow) { return flow.Holds(s.p); });
   }
 
-  bool Collide(State& s, Way way) {
-    SolidContact contact;
-    const bool hasVolumes = !mMotion.volumes.empty();
-    if (s.meetsFlow && (mMotion.collision == ParticleMotion::kLevelSet || !hasVolumes)) {
-      const f32 radius = static_cast<f32>(mMotion.offset * s.flow->Layout().cellSize);
-      return StopAt(s.flow->Solid(), s.tested, s.p, radius, contact) && Respond(s, way, contact);
-    }
-    const bool hitsWall = s.meetsFlow && HitsWall(s);
-    for (const VolumeSolid& volume : mMotion.volumes) {
-      if (!StopAt(volume, s.tested, s.p, static_cast<f32>(mMotion.offset), contact)) continue;
-      Respond(s, way, contact);
-      // What is wedged between a volume and a wall stays where it was.
-      if (s.meetsFlow && HitsWall(s)) s.p = s.tested;
-      return true;
-    }
-    return hitsWall;
+  i32 Meet(const State& s, Way way, const Leg& leg, i32 excluded, ParticleContact& contact) const {
+    const bool isExact =
+        way != Way::Carried && (mMotion.restitution > 0 || !mMotion.operators.empty());
+    return mSolids.Meet(s.meetsFlow ? &s.flow->Solid() : nullptr, leg, isExact, excluded, contact);
   }
 
-  bool HitsWall(State& s) const {
-    SolidContact contact;
-    const Vec3d& origin = s.flow->Layout().simOrigin;
-    const f32 radius = static_cast<f32>(mMotion.offset * s.flow->Layout().cellSize);
-    if (!s.flow->Boundary().CollideDomain(s.p - origin, contact, radius)) return false;
-    Rest(s, {.position = contact.position + origin, .normal = contact.normal});
-    return true;
-  }
-
-  /// Stops at a contact. What of a speed leads into the solid goes, unless operators see to it:
-  /// gravity would pile it up.
-  void Rest(State& s, const SolidContact& contact) const {
-    s.p = contact.position;
-    s.flags |= PF_COLLIDED;
-    if (mMotion.operators.empty()) s.v -= contact.normal * std::min(Dot(contact.normal, s.v), 0.0);
-  }
-
-  bool Respond(State& s, Way way, const SolidContact& contact) {
-    if (!mMotion.operators.empty()) {
-      if (way == Way::Euler) mVelocities[s.row] = s.v;
-      if (way == Way::Carried) mVelocities[s.row] = s.v + s.p - contact.position;
-      mFlags[s.row] = s.flags;
-      const ParticleHit hit{.contact = contact.position,
-                            .normal = contact.normal,
-                            .penetration = contact.depth,
-                            .duration = mMotion.step,
-                            .oldPosition = s.old,
-                            .newPosition = s.p};
-      for (InstantOperator* each : mMotion.operators)
-        each->Apply(hit, mParticles.At(s.row), mWorker);
-      s.v = mVelocities[s.row];
-      s.flags = mFlags[s.row];
+  /// Stops a substep's way at a solid that it meets first, and goes on from there.
+  void Obstruct(State& s, Way way, Leg leg, const Vec3d& a, i32 solid, ParticleContact& contact) {
+    const bool flies = way != Way::Carried;
+    ParticleFlight flight(way == Way::Verlet ? s.v / mDt : s.v, a, mDt);
+    const Vec3d start = leg.from;
+    for (i32 hits = 0; solid != SolidsRound::kNone; ++hits) {
+      s.flags |= PF_COLLIDED;
+      const bool isThere = hits > 0 && contact.slides && IsSamePlace(contact.position, leg.to);
+      const double time = leg.begin + contact.share * (leg.end - leg.begin);
+      if (hits < kMostHits && FiresOperators(solid)) React(s, way, contact, flight);
+      if (flies) flight.Meet(contact, mMotion.restitution, contact.motion / mMotion.step);
+      if (hits == kMostHits) {
+        // What is wedged stays where it was, unless something moves over it.
+        leg.to = contact.motion != Vec3d{} ? contact.position : start;
+        break;
+      }
+      // Where it is on the surface already only other solids count.
+      if (contact.slides && !isThere) leg.to = contact.position;
+      if (!contact.slides && !isThere) {
+        const Vec3d rest =
+            flies ? flight.Way() : Slid(contact, leg.to - contact.entry, leg.end - time);
+        leg = {.from = contact.entry, .to = contact.entry + rest, .begin = time, .end = leg.end};
+        solid = SolidsRound::kNone;
+      }
+      solid = Meet(s, way, leg, solid, contact);
     }
-    Rest(s, contact);
-    return true;
+    s.p = leg.to;
+    if (flies) SetVelocity(s, way, flight);
+  }
+
+  bool FiresOperators(i32 solid) const {
+    return !mMotion.operators.empty() &&
+           !(solid == SolidsRound::kWall && mMotion.collision == ParticleMotion::kWallsAndVolumes);
+  }
+
+  /// What is left of a way along a surface, which moves on for `share` of the step.
+  static Vec3d Slid(const ParticleContact& contact, const Vec3d& way, double share) {
+    return way - contact.normal * std::min(Dot(contact.normal, way - contact.motion * share), 0.0);
+  }
+
+  void SetVelocity(State& s, Way way, const ParticleFlight& flight) const {
+    s.v = flight.Middle();
+    if (way != Way::Verlet) return;
+    s.v *= mDt;
+    s.old = s.p - s.v;
+  }
+
+  /// Lets operators change what is hit.
+  void React(State& s, Way way, const ParticleContact& contact, ParticleFlight& flight) {
+    const bool flies = way != Way::Carried;
+    const double scale = way == Way::Verlet ? mDt : 1;
+    const Vec3d v = flight.VelocityAt(contact.share);
+    mVelocities[s.row] = flies ? v * scale : s.v + s.p - contact.position;
+    mFlags[s.row] = s.flags;
+    const ParticleHit hit{.contact = flies ? contact.entry : contact.position,
+                          .normal = contact.normal,
+                          .penetration = contact.depth,
+                          .duration = mMotion.step,
+                          .oldPosition = s.old,
+                          .newPosition = s.p};
+    for (InstantOperator* each : mMotion.operators) each->Apply(hit, mParticles.At(s.row), mWorker);
+    if (flies) flight.Push(mVelocities[s.row] / scale - v);
+    s.flags = mFlags[s.row];
   }
 
   void Store(const State& s, Way way, const Vec3d& start) {
@@ -252,8 +296,9 @@ class Mover {
   const PropertyColumn<double>* mMass;
   PropertyColumn<double>* mAge;
   const PropertyColumn<double>* mLifeSpan;
+  SolidsRound mSolids;
   double mDt;
-  i32 mFirstCollision;
+  double mKept;  ///< of a velocity in still air, after a substep of drag
   bool mKillsNow;
   bool mAsksForFlow;  ///< not all are moved by the first flow
 };

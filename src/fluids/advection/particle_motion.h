@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "fluids/advection/instant_operator.h"
-#include "fluids/advection/particle_collision.h"
+#include "fluids/advection/solids_round.h"
 #include "fluids/fields/trace_path.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -52,8 +52,13 @@ class CarryingFlow {
 ///     velocity Verlet  v <- v + dt (F + g), x <- x + dt v
 ///     bubble           v <- v + dt (0.3 (u - v) / dt - 0.01 g), x <- x + dt v in a flow u
 ///
-/// Collisions are tested in the last two substeps; one ends the motion of the particle. In free
-/// flight the part of its velocity that leads into the solid goes, unless operators change it.
+/// With a drag k, free flight in a flow u takes v <- u + (v - u) e^(-k dt) + a (1 - e^(-k dt)) / k
+/// for the change by the acceleration a, but for Verlet's.
+///
+/// The way of a substep ends at the first solid; from there the particle goes on for the time that
+/// is left, up to a few times: what is carried slides along the surface, what flies leaves it with
+/// the part `restitution` of the speed that led into it, or lies and slides where that would bring
+/// it back within a substep. Heights of bounces hold to second order in dt (`ParticleFlight`).
 struct ParticleMotion {
   enum Integrator : i32 { kEuler = 0, kVerlet = 1, kVelocityVerlet = 2 };
   enum Collision : i32 { kNoCollision = 0, kWallsAndVolumes = 1, kLevelSet = 2 };
@@ -68,6 +73,8 @@ struct ParticleMotion {
   i32 substeps = 1;
   i32 collision = kLevelSet;
   double offset = 0.001;  ///< cells off the surfaces of a flow, simulation units off volumes
+  double restitution = 0;
+  double drag = 0;  ///< 1/s
   bool killsOutside = true;
   bool takesVelocity = false;  ///< those that are carried get the mean velocity of their way
   double step = 0;             ///< s

@@ -5,31 +5,13 @@
 
 #include "fluids/mesh/mesh.h"
 #include "fluids/mesh/nearest_point.h"
+#include "fluids/mesh/turn_by.h"
 #include "framework/scene.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
-
-/// Turns by a vector that is axis times angle.
-class Turn {
- public:
-  explicit Turn(const Vec3d& vector) {
-    const double angle = Length(vector);
-    if (!(angle > 0)) return;
-    mAxis = vector / angle;
-    mSin = std::sin(angle);
-    mCos = std::cos(angle);
-  }
-  Vec3d operator()(const Vec3d& p) const {
-    return p * mCos + Cross(mAxis, p) * mSin + mAxis * (Dot(mAxis, p) * (1 - mCos));
-  }
-
- private:
-  Vec3d mAxis{1, 0, 0};
-  double mSin = 0, mCos = 1;
-};
 
 constexpr i32 kVerticesInBlock = 8192;
 
@@ -61,7 +43,7 @@ void Mesh::Glide() {
   const std::vector<Vec3d>& end = mPreviousMesh.GetVertices();
   std::vector<Vec3d>& now = mMesh.GetVertices();
   mPivot = mEndCentre - mLinearVelocity * rest;
-  const Turn turn(mAngularVelocity * -rest);
+  const TurnBy turn(mAngularVelocity * -rest);
   const i32 count = static_cast<i32>(end.size());
   ForEachBlock((count + kVerticesInBlock - 1) / kVerticesInBlock, mScene->mThreadCount,
                [&](i32 block) {

@@ -247,7 +247,8 @@ void FluidSolver::Release(bool full) {
   mExtrapolation.Release();
   mConstrain.Release();
   mMaxSpeedSq = 0.001;
-  ClearLinks();
+  // Links stay until the frame ends: a box that holds nothing in one step may get its content in
+  // the next one, which needs the obstacles and forces.
   SetFlag(FLAG_ACTIVE, false);
 }
 

@@ -1,0 +1,77 @@
+#include "fluids/advection/flow_solid.h"
+
+#include <limits>
+
+#include "fluids/advection/meet_solid.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+FlowSolid::FlowSolid(const GridBoundary& boundary) : mBoundary(&boundary) {
+  for (const VolumeBase* obstacle : boundary.mObstacles) {
+    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->HasGridData()) continue;
+    const i32 index = static_cast<i32>(mObstacles.size());
+    const VolumeSolid& solid = mObstacles.emplace_back(*obstacle);
+    if (solid.HasThinParts()) mThin.push_back(index);
+    if (solid.Moves() || solid.IsSheet()) mSpecial.push_back(index);
+  }
+}
+
+SolidDistance FlowSolid::At(const Vec3d& p) const {
+  SolidDistance at{mBoundary->SampleWorld(p)};
+  double nearest = std::numeric_limits<double>::max();
+  for (const i32 index : mThin) {
+    const SolidDistance own = mObstacles[index].At(p);
+    if (!own.isOfThin || own.distance >= nearest) continue;
+    nearest = own.distance;
+    at.thinNormal = own.thinNormal;
+  }
+  if (nearest < at.distance) {
+    at.distance = nearest;
+    at.isOfThin = true;
+  }
+  return at;
+}
+
+Vec3d FlowSolid::NormalAt(const Vec3d& p, const SolidDistance& at) const {
+  return at.isOfThin ? at.thinNormal : Normalised(mBoundary->GradientWorld(p));
+}
+
+bool FlowSolid::AsksObstacles(const Leg& leg) const {
+  return std::any_of(mSpecial.begin(), mSpecial.end(),
+                     [&](i32 index) { return mObstacles[index].MayMeet(leg); });
+}
+
+bool FlowSolid::MeetWall(const Leg& leg, const Touch& touch, ParticleContact& contact) const {
+  contact = {};
+  if (IsEmpty()) return false;
+  const Vec3d& origin = mBoundary->GetLevelSet()->mLayout.simOrigin;
+  SolidContact walls;
+  if (!mBoundary->CollideDomain(leg.to - origin, walls, touch.radius)) return false;
+  // In a corner it passes one of the walls first.
+  contact.share = 2;
+  for (i32 a = 0; a < 3; ++a) {
+    if (walls.normal[a] == 0) continue;
+    const double place = walls.position[a] + origin[a], way = leg.to[a] - leg.from[a];
+    const double share = way == 0 ? 0 : std::clamp((place - leg.from[a]) / way, 0.0, 1.0);
+    Vec3d clamped = leg.to;
+    clamped[a] = place;
+    if (share >= contact.share || IsSamePlace(clamped, leg.to)) continue;
+    contact = {.hit = true, .position = clamped, .share = share, .slides = true};
+    contact.normal[a] = walls.normal[a];
+    contact.depth = -std::abs(leg.to[a] - place);
+    contact.entry = leg.from + (leg.to - leg.from) * share;
+    contact.entry[a] = place;
+  }
+  return contact.hit;
+}
+
+bool FlowSolid::MeetLevelSet(const Leg& leg, const Touch& touch, ParticleContact& contact) const {
+  contact = {};
+  if (IsEmpty()) return false;
+  const Vec3d& origin = mBoundary->GetLevelSet()->mLayout.simOrigin;
+  SolidContact walls;
+  const bool hitsWall = mBoundary->CollideDomain(leg.to - origin, walls, touch.radius);
+  return MeetSolid(*this, leg.from, hitsWall ? walls.position + origin : leg.to, touch, contact);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
