@@ -192,10 +192,13 @@ void PrintParameters(const ParameterTable& table) {
   };
   for (const ParameterRow& row : table)
     if (!isCommon(row) && row.HasEffect()) PrintRow(table, row);
-  fmt::print("\nAs every node has them:\n");
   std::vector<const ParameterRow*> rest;
-  for (const ParameterRow& row : table)
+  bool hasCommon = false;
+  for (const ParameterRow& row : table) {
     if (isCommon(row) || !row.HasEffect()) rest.push_back(&row);
+    hasCommon = hasCommon || (isCommon(row) && row.HasEffect());
+  }
+  if (hasCommon) fmt::print("\nAs other nodes have them:\n");
   PrintRows(table, rest);
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "framework/object_ids.h"
@@ -10,6 +11,7 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+class ConstraintList;
 class iBase;
 class Scene;
 
@@ -31,6 +33,18 @@ struct KindExample {
   std::vector<std::string_view> nodes{};
 };
 
+/// The factory of a kind, with what its class says of itself; it makes nothing for kinds without a
+/// core object.
+struct NodeMaker {
+  std::unique_ptr<iBase> (*make)(host::BaseNode*, Scene*) = nullptr;
+  bool takesConstraints = false;
+
+  explicit operator bool() const { return make != nullptr; }
+  std::unique_ptr<iBase> operator()(host::BaseNode* node, Scene* scene) const {
+    return make(node, scene);
+  }
+};
+
 /// One kind of node. Everything that speaks of kinds comes from here: scene lists, stages, the
 /// catalogue, its menu, help and examples.
 struct NodeKind {
@@ -50,23 +64,37 @@ struct NodeKind {
   std::string_view purpose{};            ///< what it is for, in a clause
   KindExample example{};
   const host::ParameterTable& (*rows)() = nullptr;  ///< the class's own rows
-  std::unique_ptr<iBase> (*make)(host::BaseNode*,
-                                 Scene*) = nullptr;  ///< null without a core object
+  NodeMaker make{};
 
-  /// Whether its nodes work for those alone that name them: geometry, settings, time windows and
-  /// the filters of pictures.
+  /// Whether its nodes work for those alone that name them: geometry, settings, time windows,
+  /// properties of particles and the filters of pictures.
   bool OnlyServes() const {
     return list == kListGeometry || list == kListSettings || list == kListAuxiliary ||
-           (list == 0 && categories != 0);
+           (categories & kCategoryProperty) || (list == 0 && categories != 0);
+  }
+  /// Whether a row that every kind has does something for its nodes: those that no stage runs have
+  /// no place in one, and those whose class asks no constraint are everywhere.
+  bool Reads(i32 commonRow) const {
+    if (commonRow == common_row::kConstraints) return make.takesConstraints;
+    return !stages.empty() ||
+           (commonRow != common_row::kStage && commonRow != common_row::kPriority &&
+            commonRow != common_row::kGroupBreak);
   }
   bool HasFlag(char flag) const { return flags.find(flag) != flags.npos; }
 };
 
+/// Whether a class, or one that it derives from, has constraints of its own.
+template <class T>
+inline constexpr bool kTakesConstraints =
+    !std::is_same_v<decltype(&T::Constraints), ConstraintList* (iBase::*)()>;
+
 /// The factory of a class.
 template <class T>
-std::unique_ptr<iBase> MakeNode(host::BaseNode* node, Scene* scene) {
-  return std::make_unique<T>(node, scene);
-}
+inline constexpr NodeMaker MakeNode = {
+    [](host::BaseNode* node, Scene* scene) -> std::unique_ptr<iBase> {
+      return std::make_unique<T>(node, scene);
+    },
+    kTakesConstraints<T>};
 
 /// Lines that many examples share.
 namespace example {

@@ -109,6 +109,13 @@ bool Takes(const ParameterRow& row, const NodeKind& kind) {
   });
 }
 
+/// Keeps a row with the scene that does nothing for the nodes of its kind.
+void KeepUnread(ParameterRow& row) {
+  row.kept = true;
+  row.fill = nullptr;
+  row.connect = nullptr;
+}
+
 /// A table with the kinds that each link takes by its groups.
 ParameterTable WithKinds(ParameterTable table) {
   for (ParameterRow& row : table) {
@@ -124,16 +131,14 @@ ParameterTable WithKinds(ParameterTable table) {
 ParameterTable MakeTable(const NodeKind& kind) {
   ParameterTable table = kind.rows();
   for (const ParameterRow& row : iBase::CommonParameters()) {
-    const auto own = std::find_if(table.begin(), table.end(),
-                                  [&](const ParameterRow& r) { return r.id == row.id; });
-    if (own == table.end()) {
-      table.push_back(row);
-    } else {
-      // A kind may have its own words and default for what all kinds can be told, or be the one
-      // that reads it.
-      if (!own->fill) own->fill = row.fill;
-      if (!own->connect) own->connect = row.connect;
-    }
+    const auto found = std::find_if(table.begin(), table.end(),
+                                    [&](const ParameterRow& r) { return r.id == row.id; });
+    ParameterRow& own = found == table.end() ? table.emplace_back(row) : *found;
+    // A kind may have its own words and default for what all kinds can be told, or be the one that
+    // reads it.
+    if (!own.fill) own.fill = row.fill;
+    if (!own.connect) own.connect = row.connect;
+    if (!kind.Reads(row.id)) KeepUnread(own);
   }
   return WithKinds(std::move(table));
 }

@@ -106,29 +106,6 @@ class KeptParameters {
   std::vector<std::string> mNames;
 };
 
-/// Kinds that no stage runs are worked by whoever links them.
-void NoteOrderOfServants(SceneContext& context, const MadeNode& made) {
-  using namespace MELDO_SULVA;
-  const NodeKind* kind = FindKind(made.node->Type());
-  const bool isGroup = made.node->Type() == kGroupNode;
-  const bool isServer = made.node->Type() == kServerNode;
-  if (!made.parameters || !made.node->Table()) return;
-  if (!isGroup && !isServer &&
-      (!kind || !kind->stages.empty() || kind->list == 0 || kind->list == kListCaches))
-    return;
-  for (const JsonMember& member : *made.parameters->Members())
-    if (const ParameterRow* row = RowNamed(*made.node->Table(), member.key);
-        row && (row->id == common_row::kStage || row->id == common_row::kPriority ||
-                row->id == common_row::kGroupBreak))
-      context.Note(
-          member, made.subject,
-          fmt::format("'{}' has no effect: {}", row->name,
-                      isServer  ? "a server runs all stages of its scene"
-                      : isGroup ? "a group has no work of its own"
-                                : "it works where another node links it, and not in a stage of its "
-                                  "own"));
-}
-
 /// Fields, settings, emitters, operators and meshes stand nowhere, and the box of a solver has no
 /// turn. The place of a volume is a centre for alignments alone.
 void NotePlacement(SceneContext& context, const MadeNode& made, bool hasAlignment) {
@@ -184,7 +161,6 @@ void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
   });
   for (const MadeNode& made : nodes) {
     NoteUnused(context, made);
-    NoteOrderOfServants(context, made);
     NotePlacement(context, made, hasAlignment);
     kept.Add(*made.node, made.node->Table(), made.parameters);
     if (const BaseNode* tag = made.obstacle ? made.node->Tag(kObstacleTag) : nullptr)

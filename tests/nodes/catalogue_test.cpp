@@ -31,7 +31,7 @@ TEST(Catalogue, KindsAreSortedUniqueAndFound) {
     EXPECT_EQ(FindKind(kind.label), &kind);
     EXPECT_EQ(FindKind(std::to_string(kind.id)), &kind);
     EXPECT_FALSE(GroupsOf(kind.id).empty()) << kind.type;
-    EXPECT_EQ(kind.make != nullptr, kind.list != 0) << kind.type;
+    EXPECT_EQ(bool(kind.make), kind.list != 0) << kind.type;
   }
   EXPECT_EQ(FindKind("no such kind"), nullptr);
   EXPECT_EQ(FindKind(1399999), nullptr);
@@ -220,7 +220,7 @@ TEST(Catalogue, ObjectsAnswerAsTheirLineSays) {
     if (kind.id == kServerNode) continue;
     SCOPED_TRACE(std::string(kind.type));
     iBase* object = full.Object(kind);
-    ASSERT_EQ(object != nullptr, kind.make != nullptr);
+    ASSERT_EQ(object != nullptr, bool(kind.make));
     if (!object) continue;
     EXPECT_EQ(object->GetTypeId(), kind.typeId);
     EXPECT_EQ(object->GetListIndex(), kind.list);
@@ -241,7 +241,22 @@ TEST(Catalogue, ObjectsAnswerAsTheirLineSays) {
     for (int i = 0; i < 2; ++i) object->ReadParameters();
     const i32 offset = object->mInterface.GetLong(10002);
     EXPECT_EQ(object->mPriority, kind.priority.value_or(0) + offset) << "once, not per reading";
+    EXPECT_EQ(kind.Reads(common_row::kConstraints), object->Constraints() != nullptr);
+    EXPECT_EQ(FindRow(ParametersOf(kind), common_row::kConstraints)->kept,
+              object->Constraints() == nullptr);
   }
+}
+
+/// What is told as working has to do something: a place in a stage, for those that have none.
+TEST(Catalogue, RowsOfPlaceAreKeptWhereNoStageRunsTheKind) {
+  for (const NodeKind& kind : Catalogue())
+    for (const i32 id : {common_row::kStage, common_row::kPriority, common_row::kGroupBreak})
+      EXPECT_EQ(FindRow(ParametersOf(kind), id)->kept, kind.stages.empty()) << kind.type << id;
+  FullScene full;
+  BaseNode& wind = *full.nodes.at(FindKind("force_gravity")->id);
+  wind.Set(common_row::kStage, i32{7});
+  full.scene->LookAtOrder();
+  EXPECT_EQ(full.Object(*FindKind("force_gravity"))->mStageMask, 0u);
 }
 
 TEST(Catalogue, ThePipelineSaysWhichStagesAreNobodysOwn) {
