@@ -18,6 +18,7 @@ namespace {
 
 constexpr double kSqueezeRate = 1e-3;  // of a room's volume in a second, below which no one is told
 constexpr double kSqueezeCells = 8;    // the least volume of a room, in cells
+constexpr double kLeftByRounding = 1e-12;  // of what flows in a cell, at most
 
 }  // namespace
 
@@ -353,6 +354,8 @@ void Grid_Incompressibility::CheckRegions() {
   double rate = kSqueezeRate;
   for (const Region& region : mRegions.All()) {
     if (!region.isClosed || region.volume < kSqueezeCells) continue;
+    // Of a flow that blows up the balance is what rounding left.
+    if (!(std::fabs(region.balance) > kLeftByRounding * region.cells * region.rest)) continue;
     if (!(std::fabs(region.Squeeze()) > rate)) continue;
     rate = std::fabs(region.Squeeze());
     worst = &region;
