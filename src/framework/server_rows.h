@@ -15,6 +15,7 @@ enum Row : i32 {
   kFirstFrame = 1007,
   kLastFrame = 1008,
   kExtraMinSubsteps = 1010,
+  kGravity = 1012,
   kTimeScale = 1013,
   kRenderCellSize = 1015,
   // A viewport's, and how the iso density of particles is measured: see `ParticleIsoDensity`.

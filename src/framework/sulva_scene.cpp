@@ -79,7 +79,7 @@ const ParameterTable& SulvaScene::Parameters() {
       RealRow(server_row::kTimeScale, "time_scale", 1.0, "none",
               "slow motion below 1, fast motion above; 0 or less freezes the picture")
           .To(&SceneSettings::timeScale),
-      VectorRow(1012, "gravity", {0, -9.81, 0}, "m/s^2",
+      VectorRow(server_row::kGravity, "gravity", {0, -9.81, 0}, "m/s^2",
                 "pulls particles that fly; smoke rises and sinks by its own forces")
           .To(&SceneSettings::gravity),
       LongRow(1014, "seed", 2150, "",

@@ -70,7 +70,7 @@ const ParameterTable& ParticleAdvection::Parameters() {
           .Choices({{0, "euler"}, {1, "heun"}, {2, "runge_kutta_3"}, {3, "runge_kutta_4"}})
           .OnlyWith(kMotionRow, {kGrid, kGridThenBallistic})
           .To(&ParticleAdvection::mOrder),
-      LongRow(1010, "integrator", ParticleMotion::kEuler, "",
+      LongRow(kIntegratorRow, "integrator", ParticleMotion::kEuler, "",
               "how free flight is computed; after verlet the velocity is the way of a substep")
           .Choices({{ParticleMotion::kEuler, "euler"},
                     {ParticleMotion::kVerlet, "verlet"},
@@ -189,7 +189,7 @@ void ParticleAdvection::Prepare() {
   SetFlag(FLAG_ACTIVE, false);
   mMotion = {};
   if (mTime->stepDuration == 0) return void(Deactivate(kNoStepReason));
-  if (mMode == kOff) return void(Deactivate("its 'motion' is off"));
+  if (mMode == kOff) return void(Deactivate(kOffReason));
   if (!mGroup) return void(Deactivate("it has no particles; name their group under 'group'"));
   if (!IsParticleKind(mKind)) return void(Deactivate("there is no such kind of particles"));
   if (mGroup->IsCached(mKind)) return void(Deactivate(kPlayedParticlesReason));
@@ -197,11 +197,7 @@ void ParticleAdvection::Prepare() {
   if (UsesFlows() || mDrag > 0) {
     const std::vector<iFluidSolver*> solvers = Solvers();
     if (solvers.empty() && mMode == kGrid)
-      return void(Deactivate(mNamedSolvers.empty()
-                                 ? "no flow carries its particles: there is no solver that is "
-                                   "switched on; give it one, or another 'motion'"
-                                 : "no flow carries its particles: by 'solvers' and 'solver_list' "
-                                   "no solver that is switched on is left"));
+      return void(Deactivate(mNamedSolvers.empty() ? kNoFlowReason : kNoFlowLeftReason));
     CollectFlows(solvers);
   }
   CollectVolumes();

@@ -38,7 +38,7 @@ const ParameterTable& ChannelValue::Parameters() {
           .To(&ChannelValue::mTarget)
           .Writes()
           .Required(),
-      LongRow(1008, "solver_field", 0, "", "which part of a linked solver is meant")
+      LongRow(kSolverFieldRow, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}})
           .To(&ChannelValue::mSolverField),
       RealRow(kValueRow, "value", 1.0, "field",
@@ -50,7 +50,7 @@ const ParameterTable& ChannelValue::Parameters() {
       RealRow(1003, "second_value", 0.0, "field",
               "a further number for the node that reads this one")
           .Kept(),
-      LinkRow(1004, "property", "takes the number from each particle instead")
+      LinkRow(kPropertyRow, "property", "takes the number from each particle instead")
           .AcceptsAny({kListParticles, kCategoryProperty})
           .To(&ChannelValue::mProperty),
       BoolRow(1007, "property_switch", false, "how a linked property is read").Kept(),

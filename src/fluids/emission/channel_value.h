@@ -12,7 +12,8 @@ class ChannelValue : public iBase {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kChannelRow = 1000, kValueRow = 1001, kVectorRow = 1002;
+  static constexpr i32 kChannelRow = 1000, kValueRow = 1001, kVectorRow = 1002,
+                       kPropertyRow = 1004, kSolverFieldRow = 1008;
   bool ResolveLinks() override;
   void ClearLinks() override;
 

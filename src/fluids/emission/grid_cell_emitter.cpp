@@ -39,13 +39,13 @@ const NodeKind& Grid_CellEmitter::Kind() {
 
 const ParameterTable& Grid_CellEmitter::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "channel", "whose cells are worked on: a field, or a solver's flow")
+      LinkRow(kChannelRow, "channel", "whose cells are worked on: a field, or a solver's flow")
           .AcceptsAny(kAllChannels)
           .AcceptsAny(kSolvers)
           .To(&Grid_CellEmitter::mTarget)
           .Writes()
           .Required(),
-      LongRow(1004, "solver_field", 0, "", "which part of a linked solver is meant")
+      LongRow(kSolverFieldRow, "solver_field", 0, "", "which part of a linked solver is meant")
           .Choices({{0, "pressure"}, {2, "velocity"}})
           .To(&Grid_CellEmitter::mSolverField),
       LinksRow(1001, "operators",
@@ -92,10 +92,10 @@ void Grid_CellEmitter::CheckDirty() {
 
 void Grid_CellEmitter::Prepare() {
   iObject* channel = Channel();
-  if (!channel || !channel->Has(FLAG_ENABLED)) return void(Deactivate("it has no channel"));
+  if (!channel || !channel->Has(FLAG_ENABLED)) return void(Deactivate("it has no channel; name one under 'channel'"));
   if (channel->Has(FLAG_CACHED)) return void(Deactivate(kPlayedReason));
   if (!Grid(0)) return void(Deactivate("its channel has no grid"));
-  if (mOperators.empty()) return void(Deactivate("it has no operators"));
+  if (mOperators.empty()) return void(Deactivate("it has no operators; name some under 'operators'"));
   mConstraints.Prepare(this);
   for (ChannelOperator* op : mOperators) {
     if (!op->Has(FLAG_ENABLED)) continue;

@@ -14,6 +14,7 @@ class Grid_CellEmitter : public iObject {
   static const NodeKind& Kind();
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kChannelRow = 1000, kSolverFieldRow = 1004;
   bool ResolveLinks() override;
   void CheckDirty() override;
   void Prepare() override;

@@ -107,7 +107,7 @@ void ObjectGridEmitter::Prepare() {
   mTargets.clear();
   if (!mVolume) return void(Deactivate("it has no volume; name one under 'volume'"));
   if (mPairs.empty())
-    return void(Deactivate("it has no channels; name channelsettings nodes under 'channels'"));
+    return void(Deactivate("it has no channels; name some under 'channels'"));
   mMembers.clear();
   mVolume->CollectMembers(mMembers);
   std::erase_if(mMembers, [](const VolumeBase* member) { return !member->HasGridData(); });

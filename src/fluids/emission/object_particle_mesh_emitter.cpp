@@ -52,44 +52,46 @@ const ParameterTable& ObjectParticleMeshEmitter::Parameters() {
            .To(&ObjectParticleMeshEmitter::mSourceGroup)
            .To(&ObjectParticleMeshEmitter::mVolume)
            .Required(),
-       LongRow(1024, "emit_from", kTriangles, "",
+       LongRow(kFromRow, "emit_from", kTriangles, "",
                "where on the source: spread over its triangles, at its vertices, or at the points "
                "of an object of points or the particles of a group")
            .Choices({{kTriangles, "triangles"}, {kVertices, "vertices"}, {kPoints, "points"}})
            .To(&ObjectParticleMeshEmitter::mFrom),
-       BoolRow(1026, "every_point", false,
+       BoolRow(kEveryPointRow, "every_point", false,
                "one particle at every vertex or point in each step, in place of the settings' "
                "amount")
            .Missing(i32{1})
-           .OnlyWith(1024, {kVertices, kPoints})
+           .OnlyWith(kFromRow, {kVertices, kPoints})
            .To(&ObjectParticleMeshEmitter::mEveryPoint),
        RealRow(1022, "spacing", 0.25, "cells", "leaves out places that are nearer to a particle")
            .Missing(0.5)
            .AtLeast(0)
            .To(&ObjectParticleMeshEmitter::mSpacingCells),
-       BoolRow(1013, "write_normal", false, "gives them the normal of the surface as a property")
+       BoolRow(kWriteNormalRow, "write_normal", false,
+               "gives them the normal of the surface as a property")
            .To(&ObjectParticleMeshEmitter::mWritesNormal),
-       BoolRow(1025, "vertex_normals", false,
+       BoolRow(kVertexNormalsRow, "vertex_normals", false,
                "normals at vertices are those of the triangles round them")
-           .OnlyWith(1024, {kVertices})
+           .OnlyWith(kFromRow, {kVertices})
            .To(&ObjectParticleMeshEmitter::mSumsNormals),
        BoolRow(1014, "write_uv", false, "gives them their surface coordinates as a property")
            .To(&ObjectParticleMeshEmitter::mWritesUv),
-       BoolRow(1018, "write_colour", false, "gives them the colour of colour_image as a property")
+       BoolRow(kWriteColourRow, "write_colour", false,
+               "gives them the colour of colour_image as a property")
            .To(&ObjectParticleMeshEmitter::mWritesColour),
-       LinkRow(1015, "colour_image",
+       LinkRow(kColourImageRow, "colour_image",
                "where write_colour looks: a picture, or one that is the same everywhere",
                {kImageObject})
-           .OnlyWith(1018, {1})
+           .OnlyWith(kWriteColourRow, {1})
            .To(&ObjectParticleMeshEmitter::mColourImage),
-       LinkRow(1016, "density_image",
+       LinkRow(kDensityImageRow, "density_image",
                "an image that says where particles appear: where its red is bright enough",
                {kImageObject})
            .To(&ObjectParticleMeshEmitter::mDensityImage),
-       RealRow(1017, "density_threshold", 0.01, "none",
+       RealRow(kDensityThresholdRow, "density_threshold", 0.01, "none",
                "how bright the red of density_image has to be")
            .To(&ObjectParticleMeshEmitter::mDensityThreshold),
-       LongRow(1010, "image_lookup", kByPlace, "",
+       LongRow(kLookupRow, "image_lookup", kByPlace, "",
                "how images lie on the source: by its surface coordinates, or as they hang in space")
            .Choices({{kByUv, "uv"}, {kByPlace, "place"}})
            .To(&ObjectParticleMeshEmitter::mLookup),
@@ -99,13 +101,13 @@ const ParameterTable& ObjectParticleMeshEmitter::Parameters() {
            .Kept(),
        LongRow(1012, "material_channel", 0, "", "of a material with channels; no material here has")
            .Kept(),
-       RealRow(1021, "curvature_threshold", 0.0, "none",
+       RealRow(kCurvatureRow, "curvature_threshold", 0.0, "none",
                "leaves out what is less bent, a hundredth of the curvature that an operator found; "
                "0 leaves out nothing")
            .Missing(0.2)
            .AtLeast(0)
            .To(&ObjectParticleMeshEmitter::mCurvature),
-       BoolRow(1020, "invert_curvature", false, "leaves out what is more bent")
+       BoolRow(kInvertCurvatureRow, "invert_curvature", false, "leaves out what is more bent")
            .To(&ObjectParticleMeshEmitter::mInvertsCurvature),
        LinksRow(
            1027, "point_properties",
@@ -157,13 +159,10 @@ bool ObjectParticleMeshEmitter::FindPoints() {
   mSourceParticles.Clear();
   mRecord = nullptr;
   if (mPointsObject || mSourceGroup) return FindLoosePoints();
-  if (mFrom == kPoints)
-    return Deactivate(
-        "its source is no object of points and no group; name one, or change "
-        "'emit_from'");
+  if (mFrom == kPoints) return Deactivate(kNoPointsReason);
   const auto* volume = dynamic_cast<const VolumeBase*>(mVolume);
   const Mesh* mesh = mMesh ? mMesh : volume ? volume->GetMesh() : nullptr;
-  if (!mesh) return Deactivate("it has no source; name a mesh under 'source'");
+  if (!mesh) return Deactivate("it has no source; name one under 'source'");
   if (!mesh->HasTriangles()) return Deactivate("the mesh of its source has no triangles");
   mRecord = &mesh->mMesh;
   mUsed = mFrom == kVertices ? kVertices : kTriangles;

@@ -19,7 +19,13 @@ class ObjectParticleMeshEmitter : public ParticleEmitter {
   ObjectParticleMeshEmitter(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kSourceRow = 1003;
+  static constexpr i32 kSourceRow = 1003, kLookupRow = 1010, kWriteNormalRow = 1013,
+                       kColourImageRow = 1015, kDensityImageRow = 1016, kDensityThresholdRow = 1017,
+                       kWriteColourRow = 1018, kInvertCurvatureRow = 1020, kCurvatureRow = 1021,
+                       kFromRow = 1024, kVertexNormalsRow = 1025, kEveryPointRow = 1026;
+  static constexpr const char* kNoPointsReason =
+      "its source is no object of points; name one, or change 'emit_from'";
+  enum From : i32 { kTriangles = 0, kVertices = 1, kPoints = 2 };
   bool ReadParameters() override;
   void Reset() override;
   void Prepare() override;
@@ -28,7 +34,6 @@ class ObjectParticleMeshEmitter : public ParticleEmitter {
   void Persist(StateArchive& archive) override;
 
  private:
-  enum From : i32 { kTriangles = 0, kVertices = 1, kPoints = 2 };
   enum Lookup : i32 { kByUv = 0, kByPlace = 1 };
   class Placer;
 

@@ -63,9 +63,9 @@ u64 ParticleEmitter::Seed() const {
 
 bool ParticleEmitter::PrepareEmission() {
   SetFlag(FLAG_ACTIVE, false);
-  if (!mGroup) return Deactivate("it has no group; name a particlegroup under 'group'");
+  if (!mGroup) return Deactivate("it has no group; name one under 'group'");
   if (!mSettings)
-    return Deactivate("it has no settings; name a particlemesh_emission_setting under 'settings'");
+    return Deactivate("it has no settings; name one under 'settings'");
   if (!IsParticleKind(mKind)) return Deactivate("there is no such kind of particles");
   if (mGroup->IsCached(mKind)) return Deactivate(kPlayedParticlesReason);
   if (mTime->stepDuration <= 0) return Deactivate(kNoStepReason);

@@ -75,8 +75,8 @@ bool ParticleToGridEmitter::TestDuration() {
 void ParticleToGridEmitter::Prepare() {
   if (!IsDirty()) return;
   if (!TestDuration()) return void(Deactivate(kClosedReason));
-  if (mValues.empty()) return void(Deactivate("it has no values"));
-  if (!Source() && !mGroup) return void(Deactivate("it has no mesh and no particles"));
+  if (mValues.empty()) return void(Deactivate("it has no values; name some under 'values'"));
+  if (!Source() && !mGroup) return void(Deactivate("it has no source; name one under 'source'"));
   if (mDistanceMode == kByGradient && !mFalloffGradient)
     return void(Deactivate("it has no falloff"));
   constexpr double huge = std::numeric_limits<double>::max();

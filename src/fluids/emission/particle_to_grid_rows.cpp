@@ -50,7 +50,7 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
           .To(&ParticleToGridEmitter::mSource)
           .To(&ParticleToGridEmitter::mGroup)
           .Required(),
-      LongRow(1001, "particle_type", 0, "", "which particles of a linked group count")
+      LongRow(kParticleTypeRow, "particle_type", 0, "", "which particles of a linked group count")
           .Choices(ParticleKindChoices())
           .To(&ParticleToGridEmitter::mParticleType),
       LinksRow(1002, "values", "what each point brings, into which field",
@@ -61,7 +61,9 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
               "soft or even blobs: how points weigh by their distance")
           .Choices({{0, "none"}, {2, "falloff"}})
           .To(&ParticleToGridEmitter::mDistanceMode),
-      FalloffRow().To(&ParticleToGridEmitter::mFalloffGradient),
+      FalloffRow()
+          .OnlyWith(kDistanceModeRow, {kByGradient})
+          .To(&ParticleToGridEmitter::mFalloffGradient),
       RealRow(kMassScaleRow, "mass_scale", 1.0, "none",
               "makes every point count for more or less; times the mass of a particle")
           .To(&ParticleToGridEmitter::mMassScale),

@@ -71,7 +71,7 @@ void Force_Buoyancy::ClearLinks() {
 }
 
 bool Force_Buoyancy::PrepareForce() {
-  if (!mTemperature) return Deactivate("it has no temperature channel");
+  if (!mTemperature) return Deactivate("it has no temperature channel; name one under 'temperature_channel'");
   if (mTime->stepDuration == 0) return Deactivate(kNoStepReason);
   const GridLayout& layout = *mFlow->GetLayout();
   if (!mT.Bind(mTemperature->GetGrid(0), layout))

@@ -35,6 +35,7 @@ const NodeKind& Force_GridTurbulence::Kind() {
             R"({ "type": "particlemeshemitter", "name": "born", "parameters": { "group": "eddies", "kind": "vorticity", "source": "ball mesh", "settings": "rate" } })",
             R"({ "type": "particle_advection", "name": "drift", "parameters": { "group": "eddies", "kind": "vorticity" } })",
             R"({ "type": "force_particleturbulence", "name": "stir", "parameters": { "group": "eddies" } })",
+            R"({ "type": "grid_advection", "name": "carry", "parameters": { "target": "gas", "solver": "gas" } })",
             R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150], "parameters": { "forces": ["stir"] } })"}},
       .rows = Parameters,
       .make = MakeNode<Force_GridTurbulence>,
@@ -44,7 +45,7 @@ const NodeKind& Force_GridTurbulence::Kind() {
 
 const ParameterTable& Force_GridTurbulence::Parameters() {
   static const ParameterTable table = {
-      LinkRow(1000, "group", "the group whose particles of vorticity stir the gas",
+      LinkRow(kGroupRow, "group", "the group whose particles of vorticity stir the gas",
               {ParticleGroup::Kind().id})
           .To(&Force_GridTurbulence::mGroup)
           .Required(),
@@ -98,7 +99,7 @@ bool Force_GridTurbulence::PrepareForce() {
   for (i32 axis = 0; axis < 3; ++axis)
     if (!mVelocity || !mVelocity->GetGrid(axis) || !mVelocity->GetGrid(axis)->mData)
       return Deactivate("there is no velocity to stir");
-  if (!mGroup) return Deactivate("it has no group");
+  if (!mGroup) return Deactivate("it has no group; name one under 'group'");
   if (mStrength <= 0) return Deactivate(kNoStrengthReason);
   if (!(mRadius > 0)) return Deactivate("its radius is 0");
   Stretch();

@@ -17,7 +17,7 @@ class Force_GridTurbulence : public ForceOf<Force_GridTurbulence> {
   Force_GridTurbulence() = default;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kStrengthRow = 1002;
+  static constexpr i32 kGroupRow = 1000, kStrengthRow = 1002;
   bool ReadParameters() override;
 
   double Scale(double weight) const { return weight * mWeight * mStrength; }

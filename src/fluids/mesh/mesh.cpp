@@ -149,7 +149,7 @@ void Mesh::CheckDirty() {
   if (mObject && mReplays) mMatrixCache.Store(mScene->mClock.frame, {mObject->GlobalMatrix()});
   if (!mObject) {
     if (HasTriangles()) Reset();
-    Deactivate("it links no polygon object; name one under 'object'");
+    Deactivate("it has no object; name one under 'object'");
   } else if (!mHasHistory || mSettling || mAltered || HasObjectChanged()) {
     SetFlag(FLAG_DIRTY, true);
   }
@@ -247,7 +247,7 @@ void Mesh::UpdateVertexVelocities(bool isStep) {
 void Mesh::Prepare() {
   if (!IsDirty()) return;
   if (!mObject) {
-    Deactivate("it links no polygon object; name one under 'object'");
+    Deactivate("it has no object; name one under 'object'");
     return;
   }
   if (mGlides && mTime && mTime->substep > 1) return Glide();

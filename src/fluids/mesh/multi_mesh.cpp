@@ -137,7 +137,7 @@ void MultiMesh::Persist(StateArchive& archive) {
 
 void MultiMesh::Prepare() {
   if (!IsDirty()) return;
-  if (mMeshes.empty()) return void(Deactivate("it lists no polygon object"));
+  if (mMeshes.empty()) return void(Deactivate("it has no objects; name some under 'objects'"));
   bool any = false;
   for (auto& [key, mesh] : mMeshes) {
     mesh->Prepare();

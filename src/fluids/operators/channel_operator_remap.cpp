@@ -49,7 +49,7 @@ void ChannelOperator_Remap::Prepare() {
   if (!hasTarget) return void(Deactivate("it has no channel"));
   ReadParameters();  // nobody else sees to one that a picture made
   mRamp = !mGiven.knots.empty() || !mOwn ? mGiven : *mOwn;
-  if (mRamp.knots.empty()) return void(Deactivate("it has no gradient"));
+  if (mRamp.knots.empty()) return void(Deactivate("it has no 'gradient', and changes nothing"));
   mConstraints.Prepare(this);
   ++mRuns;
   SetFlag(FLAG_ACTIVE, true);

@@ -152,7 +152,8 @@ void GridCombustion::Release(bool full) {
 }
 
 bool GridCombustion::GatherGrids() {
-  if (!mTemperature || !mFire) return Deactivate("it has no temperature or no fire channel");
+  if (!mTemperature) return Deactivate("it has no temperature; name one under 'temperature'");
+  if (!mFire) return Deactivate("it has no fire; name one under 'fire'");
   mT = DataOf(mTemperature);
   mF = DataOf(mFire);
   mFuelGrid = DataOf(mFuel);

@@ -131,7 +131,7 @@ void GridCooling::Prepare() {
   mF = DataOf(mFire);
   if (dt == 0) return (void)Deactivate(kNoStepReason);
   if (!mTemperature || !mTemperature->Has(FLAG_ENABLED))
-    return (void)Deactivate("it has no temperature channel");
+    return (void)Deactivate("it has no temperature; name one under 'temperature'");
   if (IsPlayed(mTemperature, mFire)) return (void)Deactivate(kPlayedReason);
   if (!mT) return (void)Deactivate("its temperature has no grid");
   if (mF && mF->Dims() != mT->Dims()) return (void)Deactivate("its channels have different grids");

@@ -259,7 +259,7 @@ bool GridDiffusion::MakeWorkGrids(i32 count, const EGrid<double>& like) {
 
 void GridDiffusion::Prepare() {
   const EGrid<double>* grid = Component(0);
-  if (!Channel()) return (void)Deactivate("it has no channel");
+  if (!Channel()) return (void)Deactivate("it has no channel; name one under 'channel'");
   if (mTime->stepDuration == 0) return (void)Deactivate(kNoStepReason);
   if (IsPlayed(Channel())) return (void)Deactivate(kPlayedReason);
   if (!grid) return (void)Deactivate("its channel has no grid");

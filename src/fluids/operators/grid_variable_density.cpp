@@ -107,7 +107,7 @@ bool GridVariableDensity::GatherGrids() {
   mM = DataOf(mAdmixture);
   mT = DataOf(mTemperature);
   if (!mM || !mT) return Deactivate("its admixture or its temperature has no grid");
-  if (!mScalar && !mVector) return Deactivate("it has no target");
+  if (!mScalar && !mVector) return Deactivate("it has no target; name one under 'target'");
   const i32 components = mScalar ? 1 : 3;
   for (i32 i = 0; i < components; ++i) {
     mTargets[i] = mScalar ? mScalar->GetGrid(i) : mVector->GetGrid(i);

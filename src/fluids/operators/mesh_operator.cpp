@@ -47,7 +47,7 @@ void MeshOperator::CheckDirty() {
 bool MeshOperator::IsDirty() const { return Has(FLAG_DIRTY) && (!mTime || mTime->substep < 2); }
 
 void MeshOperator::Prepare() {
-  if (!mRecord) return void(Deactivate("it links no mesh"));
+  if (!mRecord) return void(Deactivate("it has no target; name one under 'target'"));
   if (mMesh && !mMesh->Has(FLAG_ENABLED)) return void(Deactivate("its mesh is switched off"));
   mWeight = 1;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, mWeight))

@@ -31,6 +31,7 @@ const NodeKind& Kernel::Kind() {
             R"({ "type": "particle_advection", "name": "drift", "parameters": { "group": "eddies", "kind": "vorticity" } })",
             R"({ "type": "kernel", "name": "soft", "parameters": { "kernel": "cube" } })",
             R"({ "type": "force_particleturbulence", "name": "stir", "parameters": { "group": "eddies", "kernel": "soft" } })",
+            R"({ "type": "grid_advection", "name": "carry", "parameters": { "target": "gas", "solver": "gas" } })",
             R"({ "type": "fluid", "name": "gas", "position": [-150, 0, -150], "parameters": { "forces": ["stir"] } })"}},
       .rows = Parameters,
       .make = MakeNode<Kernel>,

@@ -20,8 +20,13 @@ ParameterRow IdRow(i32 value, i32 first, i32 last) {
       .Missing(i32{property_id::kFirstUser});
 }
 
-KindExample ExampleOf(std::string_view node) {
-  return {{}, {R"({ "type": "particlegroup", "name": "sparks" })", node}};
+/// `born` gives the property of the example to what it makes.
+KindExample ExampleOf(std::string_view node, std::string_view born) {
+  return {
+      {example::kBall},
+      {example::kBallMesh, R"({ "type": "particlegroup", "name": "sparks" })",
+       R"({ "type": "particlemesh_emission_setting", "name": "rate" })", node, born,
+       R"({ "type": "particle_advection", "name": "fly", "parameters": { "group": "sparks", "kind": "passive", "motion": "ballistic" } })"}};
 }
 
 }  // namespace
@@ -39,7 +44,8 @@ const NodeKind& Property<double>::Kind() {
       .menu = {"Particles/Properties"},
       .purpose = "a number that each particle has, such as its radius, age or temperature",
       .example = ExampleOf(
-          R"({ "type": "property_scalar", "name": "life", "parameters": { "property": "age", "value": 40 } })"),
+          R"({ "type": "property_scalar", "name": "life", "parameters": { "property": "age", "value": 40 } })",
+          R"({ "type": "particlemeshemitter", "name": "born", "parameters": { "group": "sparks", "kind": "passive", "source": "ball mesh", "settings": "rate", "properties": ["life"] } })"),
       .rows = Parameters,
       .make = MakeNode<Property<double>>,
   };
@@ -71,7 +77,8 @@ const NodeKind& Property<Vec3d>::Kind() {
       .menu = {"Particles/Properties"},
       .purpose = "three numbers that each particle has, such as its velocity or colour",
       .example = ExampleOf(
-          R"({ "type": "property_vector", "name": "throw", "parameters": { "property": "velocity", "value": [0, 4, 0] } })"),
+          R"({ "type": "property_vector", "name": "throw", "parameters": { "property": "velocity", "value": [0, 4, 0] } })",
+          R"({ "type": "particlemeshemitter", "name": "born", "parameters": { "group": "sparks", "kind": "passive", "source": "ball mesh", "settings": "rate", "properties": ["throw"] } })"),
       .rows = Parameters,
       .make = MakeNode<Property<Vec3d>>,
   };
@@ -102,7 +109,8 @@ const NodeKind& Property<bool>::Kind() {
       .menu = {"Particles/Properties"},
       .purpose = "something that is so or not of each particle",
       .example = ExampleOf(
-          R"({ "type": "property_state", "name": "wet", "parameters": { "property": 80, "value": true } })"),
+          R"({ "type": "property_state", "name": "wet", "parameters": { "property": 80, "value": true } })",
+          R"({ "type": "particlemeshemitter", "name": "born", "parameters": { "group": "sparks", "kind": "passive", "source": "ball mesh", "settings": "rate", "properties": ["wet"] } })"),
       .rows = Parameters,
       .make = MakeNode<Property<bool>>,
   };

@@ -168,7 +168,7 @@ void MultiVolume::Prepare() {
     any = any || member->HasGridData();
   }
   UniteBounds();
-  if (mMembers.empty()) return void(Deactivate("it lists no mesh"));
+  if (mMembers.empty()) return void(Deactivate("it has no meshes; name some under 'meshes'"));
   if (!any) return void(Deactivate("none of its volumes has a grid"));
   SetFlag(FLAG_ACTIVE, true);
 }

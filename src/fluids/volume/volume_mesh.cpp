@@ -165,7 +165,7 @@ void VolumeMesh::Prepare() {
   }
   if (!mMesh || !mMesh->Has(FLAG_ENABLED) || !mMesh->HasTriangles()) {
     Release(false);
-    Deactivate(mMesh ? "its mesh has no polygons" : "it links no mesh");
+    Deactivate(mMesh ? "its mesh has no polygons" : "it has no mesh; name one under 'mesh'");
     return;
   }
   SetFlag(FLAG_ACTIVE, true);

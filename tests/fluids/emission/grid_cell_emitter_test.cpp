@@ -138,7 +138,7 @@ TEST_F(CellEmitter, WithoutAGridOrOperatorsItRests) {
   EXPECT_STREQ(emitter.mInactiveReason, "its channel has no grid");
   Fit(smoke);
   TestScene::Run(emitter);
-  EXPECT_STREQ(emitter.mInactiveReason, "it has no operators");
+  EXPECT_STREQ(emitter.mInactiveReason, "it has no operators; name some under 'operators'");
   // No list at all means every operator of the scene.
   auto& add = s.AddOwn<AddHeight>("duration", "add", 1.0);
   emitter.Node()->Erase(1001);

@@ -303,7 +303,7 @@ TEST(MeshEmittersThatMakeNothing, SayWhy) {
   MeshSource none;
   none.emitterNode->Set(ObjectParticleMeshEmitter::kSourceRow, host::Link{});
   none.Frame(0);
-  EXPECT_STREQ(none.WhyIdle(), "it has no source; name a mesh under 'source'");
+  EXPECT_STREQ(none.WhyIdle(), "it has no source; name one under 'source'");
   // 2e9 a second, a thousand and one rounds a frame.
   MeshSource many(host::MakeBox({}), 2000000000);
   many.settingsNode->Set(1000, i32{1});

@@ -170,7 +170,7 @@ TEST_F(Combustion, WithoutItsChannelsItSleepsAndSaysWhy) {
   heat.mGrid->Fill(700);
   burn.Prepare();
   EXPECT_FALSE(burn.Has(FLAG_ACTIVE));
-  EXPECT_STREQ(burn.mInactiveReason, "it has no temperature or no fire channel");
+  EXPECT_STREQ(burn.mInactiveReason, "it has no fire; name one under 'fire'");
   s.scene->mFlags &= ~Scene::kTimeChanged;
   burn.SetFlag(FLAG_DIRTY_CHECKED, false);
   burn.CheckDirty();

@@ -260,7 +260,7 @@ TEST(MeshOperators, WithoutATargetSayWhy) {
     rig.op->Set(1000, host::Link{});
     rig.Frame(0);
     EXPECT_FALSE(rig.Operator().Has(FLAG_ACTIVE));
-    EXPECT_STREQ(rig.Operator().mInactiveReason, "it links no mesh");
+    EXPECT_STREQ(rig.Operator().mInactiveReason, "it has no target; name one under 'target'");
     rig.op->Set(1000, host::Link{rig.meshNode->Id()});
     rig.object->SetGeometry({});
     rig.Frame(1);

@@ -186,7 +186,7 @@ TEST_P(Groups, WidenTheDomainWithoutMembersByNothing) {
   rig.Group().ExpandBounds(min, max);
   EXPECT_EQ(min, (Vec3d{1, 2, 3}));
   EXPECT_EQ(max, (Vec3d{4, 5, 6}));
-  EXPECT_STREQ(rig.Group().mInactiveReason, "it lists no mesh");
+  EXPECT_STREQ(rig.Group().mInactiveReason, "it has no meshes; name some under 'meshes'");
   EXPECT_EQ(rig.Group().DistanceAtWorld({0, 0, 0}), iVolume::kHuge);
 }
 

@@ -85,7 +85,7 @@ TEST(VolumeMeshLinks, WithoutAMeshNothingIsInside) {
   rig.Frame(0);
   VolumeMesh& volume = rig.GetVolume();
   EXPECT_FALSE(volume.Has(FLAG_ACTIVE));
-  EXPECT_STREQ(volume.mInactiveReason, "it links no mesh");
+  EXPECT_STREQ(volume.mInactiveReason, "it has no mesh; name one under 'mesh'");
   const Vec3d p{};
   Vec3d moved = p, cell, normal;
   SurfaceRecord record;
