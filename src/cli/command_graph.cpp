@@ -61,6 +61,8 @@ std::vector<std::string> LinesOf(const Json& graph) {
   for (std::size_t i = 0; i < nodes.size(); ++i) {
     if (nodes[i].contains("idle"))
       lines[i] += fmt::format("  (never works: {})", nodes[i]["idle"].get<std::string>());
+    if (nodes[i].contains("asleep"))
+      lines[i] += fmt::format("  ({})", nodes[i]["asleep"].get<std::string>());
     if (nodes[i].contains("unread")) lines[i] += "  (never read)";
   }
   return lines;

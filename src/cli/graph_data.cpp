@@ -105,6 +105,9 @@ class GraphBuilder {
                       {"position", {place.x, place.y, place.z}}});
     if (const NodeReach* reach = mScene.reach.Of(node.Id())) {
       if (!reach->whyIdle.empty()) mNodes[index]["idle"] = reach->whyIdle;
+      const auto sleeper = mScene.sleepers.find(node.Id());
+      if (reach->MayWork() && sleeper != mScene.sleepers.end())
+        mNodes[index]["asleep"] = sleeper->second;
       if (reach->isUnread) mNodes[index]["unread"] = true;
     }
     for (const BaseNode* child : node.Children()) AddNode(*child, index);

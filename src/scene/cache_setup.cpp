@@ -16,6 +16,7 @@
 #include "nodes/catalogue.h"
 #include "scene/parameter_text.h"
 #include "scene/scene_context.h"
+#include "scene/scene_values.h"
 #include "scene/text_edits.h"
 
 namespace MELDO_GLOBAL::app {
@@ -53,11 +54,6 @@ bool IsFieldOrSolver(i32 type) {
   const auto* kind = FindKind(type);
   return kind && IsCacheable(type) &&
          (kind->list == MELDO_SULVA::kListChannels || kind->list == MELDO_SULVA::kListSolvers);
-}
-
-std::string SubjectOf(const BaseNode& node) {
-  const auto* kind = FindKind(node.Type());
-  return fmt::format("{} \"{}\"", kind ? kind->type : "node", Shown(node.Name()));
 }
 
 class Setup {
@@ -125,8 +121,8 @@ class Setup {
   void CheckUncached(const BaseNode& object) const {
     const auto cacher = mCachedBy.find(&object);
     if (cacher != mCachedBy.end() && !PlaysElsewhere(ServerOf(object)))
-      throw CommandError(kExitUsage, fmt::format("{} is cached by {} already", SubjectOf(object),
-                                                 SubjectOf(*cacher->second)));
+      throw CommandError(kExitUsage, fmt::format("{} is cached by {} already", KindAndName(object),
+                                                 KindAndName(*cacher->second)));
   }
   void Collect(const BaseNode& node, std::vector<const BaseNode*>& objects) const {
     for (const BaseNode* child : node.Children()) {
@@ -162,7 +158,7 @@ class Setup {
             const std::vector<const BaseNode*>& objects) {
     std::string names;
     for (const BaseNode* object : objects) names += (names.empty() ? "" : ", ") + object->Name();
-    mNotes.push_back(fmt::format("{}: the cache \"{}\" {} {}", SubjectOf(server), Shown(cacher),
+    mNotes.push_back(fmt::format("{}: the cache \"{}\" {} {}", KindAndName(server), Shown(cacher),
                                  does, Shown(names)));
   }
 
@@ -314,7 +310,7 @@ void CheckCacheable(const BaseNode& node) {
   if (!IsCacheable(node.Type()))
     throw CommandError(
         kExitUsage,
-        fmt::format("{} can't be cached; expected a field, a volume or a gas", SubjectOf(node)));
+        fmt::format("{} can't be cached; expected a field, a volume or a gas", KindAndName(node)));
 }
 
 CacheSetup SetUpCaches(std::string_view text, const JsonValue& root, const LoadedScene& scene) {

@@ -1,11 +1,12 @@
 // The problems of an input, collected so that all of them are told at once.
 #pragma once
 #include <cstdio>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "host/types.h"
+#include "host/value.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -30,6 +31,9 @@ class Diagnostics {
   void Error(SourceLocation where, std::string text);
   void Warning(SourceLocation where, std::string text);
   void Note(SourceLocation where, std::string text);
+  /// Keeps why a node does nothing, as it was told; the first reason stands.
+  void NoteSleeper(host::NodeId node, std::string why) { mSleepers.emplace(node, std::move(why)); }
+  const std::map<host::NodeId, std::string>& Sleepers() const { return mSleepers; }
 
   bool HasErrors() const { return mErrors > 0; }
   bool HasWarnings() const;
@@ -45,6 +49,7 @@ class Diagnostics {
   std::vector<const Message*> Ordered() const;
 
   std::vector<Message> mMessages;
+  std::map<host::NodeId, std::string> mSleepers;
   std::size_t mErrors = 0;
 };
 

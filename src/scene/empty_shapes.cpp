@@ -12,7 +12,6 @@
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/volume_mesh.h"
 #include "scene/scene_hints.h"
-#include "scene/scene_values.h"
 #include "scene/shape_boxes.h"
 
 namespace MELDO_GLOBAL::app {
@@ -92,8 +91,7 @@ class EmptyShapes : public ShapeBoxes {
         isNew = isNew || isMet;
         return isMet;
       });
-    for (const BaseNode* fluid : dry)
-      empty[fluid->Id()] = FluidSolver::kDryReason;
+    for (const BaseNode* fluid : dry) empty[fluid->Id()] = FluidSolver::kDryReason;
   }
 
  private:
@@ -105,10 +103,8 @@ class EmptyShapes : public ShapeBoxes {
     if (kind->list == kListCaches)
       return Whole(node, cache_row::kMode) != cache_row::kRecord ||
              node.Tracks().contains(cache_row::kMode);
-    if (IsVolume(node))
-      return Whole(node, VolumeMesh::kAffectsBoundsRow) != 0 ||
-             node.Tracks().contains(VolumeMesh::kAffectsBoundsRow);
-    return kind->list == kListParticles;
+    return IsVolume(node) && (Whole(node, VolumeMesh::kAffectsBoundsRow) != 0 ||
+                              node.Tracks().contains(VolumeMesh::kAffectsBoundsRow));
   }
   std::size_t CountEmitters() const {
     return static_cast<std::size_t>(
@@ -118,10 +114,8 @@ class EmptyShapes : public ShapeBoxes {
         }));
   }
   static std::string OutsideText(const BaseNode& shape) {
-    return fmt::format(
-        "the shape of '{}' lies outside of the box of every fluid; a box begins at its node's "
-        "position, and its box_size is in host units",
-        Shown(shape.Name()));
+    return fmt::format("the shape of {} lies outside of the box of every fluid; {}", Named(shape),
+                       kOfBoxes);
   }
 };
 

@@ -17,7 +17,6 @@
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
 #include "fluids/solvers/fluid_solver.h"
-#include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -44,6 +43,7 @@ class FieldHints : public HintBase {
       if (mHasGas && !IsFed(*field)) TellUnfed(*field);
     }
     for (const BaseNode* advection : mAdvections) LookAtAdvection(*advection);
+    LookAtGases();
     for (const BaseNode* node : mNodes)
       if (IsA<GridCombustion>(*node) && MayWork(*node)) LookAtSpark(*node);
   }
@@ -153,11 +153,7 @@ class FieldHints : public HintBase {
                                      "puts anything into it: it stays 0",
                                      Named(*reader), reads ? "reads" : "works on"));
     }
-    const auto exports = [&](const ExportSpec& spec) {
-      return std::any_of(spec.grids.begin(), spec.grids.end(),
-                         [&](const auto& grid) { return grid.second == field.Id(); });
-    };
-    if (std::any_of(mScene.exports.begin(), mScene.exports.end(), exports))
+    if (mScene.IsExported(field))
       Warn(field,
            "it is exported, and no emitter, operator or cache that works puts anything into it: it "
            "stays 0");
@@ -175,9 +171,10 @@ class FieldHints : public HintBase {
       return;
     for (const BaseNode* reader : ReadersOf(*heat))
       if (!IsA<GridCombustion>(*reader) && MayWork(*reader) && Feeds(*reader, *heat)) return;
-    Warn(burn, fmt::format("it never burns: {} catches fire from {:g} on, and nothing else puts "
-                           "heat into {}",
-                           Named(*fuel), ignition, Named(*heat)));
+    WarnOfSleep(burn,
+                fmt::format("it never burns: {} catches fire from {:g} on, and nothing else puts "
+                            "heat into {}",
+                            Named(*fuel), ignition, Named(*heat)));
   }
 
   // ---- what moves -------------------------------------------------------------------------------
@@ -219,17 +216,67 @@ class FieldHints : public HintBase {
            GridAdvection::kSolverRow);
     if (const ParameterRow* previous = FindRow(*target->Table(), field_row::kKeepPrevious);
         previous && Whole(*target, previous->id) == 0 && !target->Tracks().contains(previous->id) &&
-        target != solver && mStuck.insert(target).second)
-      Warn(*target,
-           fmt::format("'{}' is off, and {} can't move it without", previous->name,
-                       Named(advection)),
-           previous->id);
+        target != solver) {
+      mDiagnostics.NoteSleeper(advection.Id(),
+                               fmt::format("'{}' of {} is off", previous->name, Named(*target)));
+      if (mStuck.insert(target).second)
+        Warn(*target,
+             fmt::format("'{}' is off, and {} can't move it without", previous->name,
+                         Named(advection)),
+             previous->id);
+    }
     const auto [first, isNew] = mMoved.try_emplace({target, solver}, &advection);
     if (isNew) return;
     Warn(advection,
          fmt::format("it moves {}, which {} moves already: both together carry it twice as far as "
                      "the gas flows",
                      Named(*target), Named(*first->second)));
+  }
+
+  /// Gases that nobody asks for, and those whose whirls stay where they are. Where nothing leaves
+  /// the program, the statistics of a gas are what is meant.
+  void LookAtGases() {
+    std::vector<const BaseNode*> used, unused;
+    for (const BaseNode* node : mNodes)
+      if (IsA<FluidSolver>(*node) && MayWork(*node))
+        (IsUsed(*node) ? used : unused).push_back(node);
+    const bool isForNumbers = mScene.exports.empty() && !mScene.render && used.empty();
+    for (const BaseNode* gas : unused)
+      if (!isForNumbers)
+        Note(*gas,
+             "nothing moves with its flow, and no export, picture or recording takes it: the "
+             "statistics alone tell of it");
+    for (const BaseNode* gas : used) {
+      const auto& readers = ReadersOf(*gas);
+      if (std::none_of(readers.begin(), readers.end(),
+                       [&](const BaseNode* reader) { return Carries(*reader, *gas); }) &&
+          !IsPlayed(*gas))
+        Note(*gas,
+             fmt::format("nothing carries its velocity along, so that whirls stay where they are; "
+                         "add a {} that has it as its '{}'",
+                         GridAdvection::Kind().type,
+                         FindRow(GridAdvection::Parameters(), GridAdvection::kTargetRow)->name));
+    }
+  }
+  /// Whether a node moves the velocity of a gas with its own flow.
+  bool Carries(const BaseNode& node, const BaseNode& gas) const {
+    return IsA<GridAdvection>(node) && MayWork(node) && MoveOf(node).first == &gas;
+  }
+  bool IsUsed(const BaseNode& gas) const {
+    const auto& readers = ReadersOf(gas);
+    return mScene.IsExported(gas) ||
+           std::any_of(readers.begin(), readers.end(), [&](const BaseNode* reader) {
+             return reader->Type() != kServerNode && !IsA<GridCombustion>(*reader) &&
+                    !Carries(*reader, gas) && MayWork(*reader);
+           });
+  }
+  bool IsPlayed(const BaseNode& node) const {
+    const auto& readers = ReadersOf(node);
+    return std::any_of(readers.begin(), readers.end(), [](const BaseNode* reader) {
+      const NodeKind* kind = FindKind(reader->Type());
+      return kind && kind->list == kListCaches &&
+             Whole(*reader, cache_row::kMode) != cache_row::kRecord;
+    });
   }
 
   // ---- what a field can hold --------------------------------------------------------------------

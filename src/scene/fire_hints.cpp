@@ -38,13 +38,6 @@ class FireHints : public HintBase {
   using Burn = GridCombustion;
   using Mix = GridVariableDensity;
 
-  /// Whether a row is given another value than a new node has.
-  static bool IsGiven(const BaseNode& node, i32 row) {
-    const Value* value = node.Get(row);
-    return value &&
-           (node.Tracks().contains(row) || *value != FindRow(*node.Table(), row)->creation);
-  }
-
   void TellWithout(const BaseNode& node, i32 row, i32 link) {
     if (IsGiven(node, row))
       Note(node,
@@ -103,10 +96,11 @@ class FireHints : public HintBase {
     if (heat->Tracks().contains(field_row::kValueMax) ||
         fuel->Tracks().contains(field_row::kFuelIgnition) || ignition <= most)
       return;
-    Warn(burn, fmt::format("it never burns: {} catches fire from {:g} on, and {} holds at most "
-                           "{:g}, its '{}'",
-                           Named(*fuel), ignition, Named(*heat), most,
-                           NameOf(*heat, field_row::kValueMax)));
+    WarnOfSleep(burn,
+                fmt::format("it never burns: {} catches fire from {:g} on, and {} holds at most "
+                            "{:g}, its '{}'",
+                            Named(*fuel), ignition, Named(*heat), most,
+                            NameOf(*heat, field_row::kValueMax)));
   }
 
   void LookAtCooling(const BaseNode& cool) {

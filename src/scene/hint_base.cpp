@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-#include "scene/scene_values.h"
-
 namespace MELDO_GLOBAL::app {
 
 using namespace host;
@@ -61,6 +59,11 @@ bool HintBase::StaysAtMost(const BaseNode& node, i32 row, double most) {
   });
 }
 
+bool HintBase::IsGiven(const BaseNode& node, i32 row) {
+  const Value* value = node.Get(row);
+  return value && (node.Tracks().contains(row) || *value != FindRow(*node.Table(), row)->creation);
+}
+
 const BaseNode* HintBase::Linked(const BaseNode& node, i32 row) const {
   const Link* link = Get<Link>(node, row);
   return link ? mScene.document->Find(link->node) : nullptr;
@@ -68,10 +71,6 @@ const BaseNode* HintBase::Linked(const BaseNode& node, i32 row) const {
 
 std::string_view HintBase::NameOf(const BaseNode& node, i32 row) {
   return FindRow(*node.Table(), row)->name;
-}
-
-std::string HintBase::Named(const BaseNode& node) {
-  return fmt::format("'{}'", Shown(node.Name()));
 }
 
 std::set<NodeId> HintBase::LinksOf(const BaseNode& node) {
@@ -97,9 +96,14 @@ const std::vector<const BaseNode*>& HintBase::ReadersOf(const BaseNode& node) co
 
 namespace {
 std::string Sentence(const BaseNode& node, const std::string& text) {
-  return fmt::format("{} \"{}\": {}", TypeWord(node), Shown(node.Name()), text);
+  return KindAndName(node) + ": " + text;
 }
 }  // namespace
+
+void HintBase::WarnOfSleep(const BaseNode& node, const std::string& text, i32 row) {
+  Warn(node, text, row);
+  mDiagnostics.NoteSleeper(node.Id(), text);
+}
 
 void HintBase::Warn(const BaseNode& node, const std::string& text, i32 row) {
   mDiagnostics.Warning(mPlaces.Of(node, row ? NameOf(node, row) : ""), Sentence(node, text));
@@ -107,6 +111,11 @@ void HintBase::Warn(const BaseNode& node, const std::string& text, i32 row) {
 
 void HintBase::Note(const BaseNode& node, const std::string& text, i32 row) {
   mDiagnostics.Note(mPlaces.Of(node, row ? NameOf(node, row) : ""), Sentence(node, text));
+}
+
+void HintBase::NoteUnread(const BaseNode& node, i32 row, const std::string& why) {
+  if (IsGiven(node, row))
+    Note(node, fmt::format("'{}' has no effect: {}", NameOf(node, row), why), row);
 }
 
 }  // namespace MELDO_GLOBAL::app

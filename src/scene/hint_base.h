@@ -6,6 +6,7 @@
 #include "nodes/catalogue.h"
 #include "scene/loaded_scene.h"
 #include "scene/scene_places.h"
+#include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -37,19 +38,23 @@ class HintBase {
   static bool StaysZero(const BaseNode& node, i32 row);
   /// Whether a number is nothing but `most` or less, in all its keys.
   static bool StaysAtMost(const BaseNode& node, i32 row, double most);
+  /// Whether a row is given another value than a new node has.
+  static bool IsGiven(const BaseNode& node, i32 row);
   const BaseNode* Linked(const BaseNode& node, i32 row) const;
   static std::string_view NameOf(const BaseNode& node, i32 row);
-  /// The name of a node in quotes, as messages show it.
-  static std::string Named(const BaseNode& node);
   /// Whatever a node links.
   static std::set<NodeId> LinksOf(const BaseNode& node);
 
   bool MayWork(const BaseNode& node) const;
   const std::vector<const BaseNode*>& ReadersOf(const BaseNode& node) const;
 
+  /// Warns that a node does nothing, so that a run need not tell of it again.
+  void WarnOfSleep(const BaseNode& node, const std::string& text, i32 row = 0);
   /// Warns of a node, at one of its rows where one is given.
   void Warn(const BaseNode& node, const std::string& text, i32 row = 0);
   void Note(const BaseNode& node, const std::string& text, i32 row = 0);
+  /// Notes a row that is given and that nothing asks for; `why` in a clause.
+  void NoteUnread(const BaseNode& node, i32 row, const std::string& why);
 
   const LoadedScene& mScene;
   const ScenePlaces& mPlaces;
@@ -64,6 +69,8 @@ void AddOutputHints(const LoadedScene& scene, const ScenePlaces& places, Diagnos
 void AddFieldHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 void AddParticleHints(const LoadedScene& scene, const ScenePlaces& places,
                       Diagnostics& diagnostics);
+void AddParticleEmitterHints(const LoadedScene& scene, const ScenePlaces& places,
+                             Diagnostics& diagnostics);
 void AddFireHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 
 }  // namespace MELDO_GLOBAL::app

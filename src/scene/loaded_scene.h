@@ -1,6 +1,7 @@
 // A scene that was read.
 #pragma once
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,8 +22,8 @@ struct ExportSpec {
   std::vector<std::pair<std::string, host::NodeId>> grids;  ///< name in the file, node
   std::vector<host::NodeId> particles;  ///< groups: one of points, any number of a png
   u32 kinds = 0;                        ///< of their particles, a bit each; 0 for all
-  char axis = 'z';       ///< png: 'x', 'y' or 'z', the direction of view
-  SourceLocation where;  ///< of the export in the scene file
+  char axis = 'z';                      ///< png: 'x', 'y' or 'z', the direction of view
+  SourceLocation where;                 ///< of the export in the scene file
 };
 
 /// A scene that was read and found valid.
@@ -32,11 +33,17 @@ struct LoadedScene {
   host::BaseNode* server = nullptr;      ///< the first of them
   std::vector<ExportSpec> exports;
   std::optional<RenderSpec> render;
-  Reachability reach;      ///< who takes part
-  bool hasMotion = false;  ///< the placement of something has keys
+  Reachability reach;                            ///< who takes part
+  std::map<host::NodeId, std::string> sleepers;  ///< others that do nothing, and why
+  bool hasMotion = false;                        ///< the placement of something has keys
   std::filesystem::path path;
   u64 fingerprint = 0;  ///< see `FingerprintOf`
   u64 simulation = 0;   ///< the same without caches that record
+
+  /// The nodes of which a message says that they do nothing.
+  std::set<host::NodeId> Idle() const;
+  /// Whether an export reads a field, gas, volume or group.
+  bool IsExported(const host::BaseNode& node) const;
 };
 
 }  // namespace MELDO_GLOBAL::app

@@ -10,7 +10,6 @@
 #include "cache/cache_rows.h"
 #include "cache/grid_cacher.h"
 #include "framework/server_rows.h"
-#include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -66,11 +65,11 @@ class OutputHints : public HintBase {
         continue;
       const i32 folder = Whole(*cache, cache_row::kFolder);
       if (folder && Text(*cache, cache_row::kCustomFolder).empty())
-        Warn(*cache,
-             fmt::format("it writes nothing: its '{}' is 'custom', and '{}' is empty",
-                         NameOf(*cache, cache_row::kFolder),
-                         NameOf(*cache, cache_row::kCustomFolder)),
-             cache_row::kFolder);
+        WarnOfSleep(*cache,
+                    fmt::format("it writes nothing: its '{}' is 'custom', and '{}' is empty",
+                                NameOf(*cache, cache_row::kFolder),
+                                NameOf(*cache, cache_row::kCustomFolder)),
+                    cache_row::kFolder);
       const Place place = {folder, folder ? Text(*cache, cache_row::kCustomFolder) : "",
                            Text(*cache, cache_row::kBaseName)};
       const auto [found, isNew] = recorders.try_emplace(place, cache);

@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include "fluids/advection/particle_advection.h"
 #include "fluids/emission/object_particle_grid_emitter.h"
 #include "fluids/emission/object_particle_mesh_emitter.h"
-#include "scene/hint_base.h"
+#include "fluids/emission/particle_to_grid_emitter.h"
+#include "fluids/forces/force_grid_turbulence.h"
+#include "fluids/particles/particle_property.h"
+#include "scene/shape_boxes.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -15,33 +19,41 @@ using namespace MELDO_SULVA;
 
 namespace {
 
-class ParticleHints : public HintBase {
+using Move = ParticleAdvection;
+using OnMesh = ObjectParticleMeshEmitter;
+
+/// Groups of particles: who makes them, who moves them, and whom they serve.
+class ParticleHints : public ShapeBoxes {
  public:
-  using HintBase::HintBase;
+  using ShapeBoxes::ShapeBoxes;
 
   void LookAt(const BaseNode& server) {
-    mNodes.clear();
     Collect(server);
     for (const BaseNode* node : mNodes) {
       const NodeKind* kind = FindKind(node->Type());
-      mHasSolver = mHasSolver || (kind && kind->list == kListSolvers);
+      if (kind && kind->list == kListSolvers) mSolvers.push_back(node);
     }
     for (const BaseNode* node : mNodes) {
       if (node->Type() == ParticleGroup::kNodeType) LookAtGroup(*node);
-      if (IsA<ParticleAdvection>(*node) && MayWork(*node)) LookAtMotion(*node);
+      if (!MayWork(*node)) continue;
+      if (IsA<Move>(*node)) LookAtMotion(*node);
     }
   }
 
  private:
+  using Nodes = std::vector<const BaseNode*>;
   /// Emitters and advections of a group by the kind of particles that they work on.
-  using ByKind = std::map<i32, std::vector<const BaseNode*>>;
+  using ByKind = std::map<i32, Nodes>;
 
   static bool IsEmitter(const BaseNode& node) {
-    return IsA<ObjectParticleGridEmitter>(node) || IsA<ObjectParticleMeshEmitter>(node);
+    return IsA<ObjectParticleGridEmitter>(node) || IsA<OnMesh>(node);
   }
   static std::string_view NameOfKind(i32 kind) {
     return IsParticleKind(kind) ? kParticleKindRows[kind].name : "unknown";
   }
+  static bool IsKeyed(const BaseNode& node, i32 row) { return node.Tracks().contains(row); }
+
+  // ---- groups -----------------------------------------------------------------------------------
 
   /// Whether one of the emitters gives what it makes an age.
   bool AnyHasAge(const std::vector<const BaseNode*>& emitters) const {
@@ -56,6 +68,7 @@ class ParticleHints : public HintBase {
 
   void LookAtGroup(const BaseNode& group) {
     ByKind filled, moved;
+    Nodes users;
     bool mayBeFilled = false, isRead = false;
     for (const BaseNode* reader : ReadersOf(group)) {
       if (reader->Type() == kServerNode || !MayWork(*reader)) continue;
@@ -67,8 +80,10 @@ class ParticleHints : public HintBase {
           continue;
         }
         filled[Whole(*reader, ParticleEmitter::kKindRow)].push_back(reader);
-      } else if (IsA<ParticleAdvection>(*reader)) {
-        moved[Whole(*reader, ParticleAdvection::kKindRow)].push_back(reader);
+      } else if (IsA<Move>(*reader)) {
+        moved[Whole(*reader, Move::kKindRow)].push_back(reader);
+      } else if (IsA<Force_GridTurbulence>(*reader) || IsA<ParticleToGridEmitter>(*reader)) {
+        users.push_back(reader);
       } else {
         // Caches and operators may bring particles too.
         mayBeFilled = mayBeFilled || !kind || kind->list == kListCaches ||
@@ -80,21 +95,20 @@ class ParticleHints : public HintBase {
       return Warn(group, "no emitter that works fills it: it stays empty");
     for (const auto& [kind, movers] : moved) TellMovers(group, kind, movers, filled, mayBeFilled);
     if (mayBeFilled) return;
-    for (const auto& [kind, emitters] : filled)
+    for (const BaseNode* user : users) TellUser(group, *user, filled);
+    for (const auto& [kind, emitters] : filled) {
       if (!moved.contains(kind))
         Warn(group, fmt::format("nothing moves {}the {} particles that {} makes; add a {} for them",
                                 AnyHasAge(emitters) ? "or ages " : "", NameOfKind(kind),
-                                Named(*emitters.front()), ParticleAdvection::Kind().type));
+                                Named(*emitters.front()), Move::Kind().type));
+      else
+        for (const BaseNode* emitter : emitters) LookAtBirths(*emitter, moved.at(kind));
+    }
   }
 
-  void TellMovers(const BaseNode& group, i32 kind, const std::vector<const BaseNode*>& movers,
-                  const ByKind& filled, bool mayBeFilled) {
-    if (!filled.contains(kind) && !filled.empty() && !mayBeFilled)
-      Warn(*movers.front(),
-           fmt::format("it moves {} particles, and {} gets none: {} makes {} ones",
-                       NameOfKind(kind), Named(group), Named(*filled.begin()->second.front()),
-                       NameOfKind(filled.begin()->first)),
-           ParticleAdvection::kKindRow);
+  void TellMovers(const BaseNode& group, i32 kind, const Nodes& movers, const ByKind& filled,
+                  bool mayBeFilled) {
+    if (!mayBeFilled) TellMissing(group, *movers.front(), "moves", Move::kKindRow, kind, filled);
     for (std::size_t i = 1; i < movers.size(); ++i)
       Warn(*movers[i],
            fmt::format("it moves the {} particles of {}, which {} moves already: both together "
@@ -102,18 +116,135 @@ class ParticleHints : public HintBase {
                        NameOfKind(kind), Named(group), Named(*movers.front())));
   }
 
-  void LookAtMotion(const BaseNode& advection) {
-    if (mHasSolver || advection.Tracks().contains(ParticleAdvection::kMotionRow)) return;
-    const i32 motion = Whole(advection, ParticleAdvection::kMotionRow);
-    if (motion != ParticleAdvection::kGrid) return;
-    Warn(advection,
-         fmt::format("no flow carries its particles: its server has no solver that is switched on; "
-                     "'{}' ballistic lets them fly",
-                     NameOf(advection, ParticleAdvection::kMotionRow)),
-         ParticleAdvection::kMotionRow);
+  void TellUser(const BaseNode& group, const BaseNode& user, const ByKind& filled) {
+    if (IsA<Force_GridTurbulence>(user))
+      TellMissing(group, user, "stirs by", Force_GridTurbulence::kGroupRow, kVortex, filled);
+    else
+      TellMissing(group, user, "takes", ParticleToGridEmitter::kParticleTypeRow,
+                  Whole(user, ParticleToGridEmitter::kParticleTypeRow), filled);
   }
 
-  bool mHasSolver = false;
+  /// Whoever works on particles of a kind that nothing makes.
+  void TellMissing(const BaseNode& group, const BaseNode& user, std::string_view verb, i32 row,
+                   i32 kind, const ByKind& filled) {
+    if (filled.empty() || filled.contains(kind) || IsKeyed(user, row)) return;
+    const auto& [made, emitters] = *filled.begin();
+    for (const BaseNode* emitter : emitters)
+      if (IsKeyed(*emitter, ParticleEmitter::kKindRow)) return;
+    WarnOfSleep(
+        user,
+        fmt::format("it {} {} particles, and {} gets none: {} makes {} ones", verb,
+                    NameOfKind(kind), Named(group), Named(*emitters.front()), NameOfKind(made)),
+        row);
+  }
+
+  // ---- births -----------------------------------------------------------------------------------
+
+  /// What is born, and what becomes of it under those that move it.
+  void LookAtBirths(const BaseNode& emitter, const Nodes& movers) {
+    for (const NodeId id : LinksOf(emitter)) {
+      const BaseNode* given = mScene.document->Find(id);
+      if (!given || !given->IsEnabled()) continue;
+      if (IsA<Property<double>>(*given)) LookAtAge(*given);
+      if (IsA<Property<Vec3d>>(*given)) LookAtThrow(*given, movers);
+    }
+    LookAtPlace(emitter, movers);
+  }
+
+  void LookAtAge(const BaseNode& property) {
+    const i32 row = Property<double>::kValueRow;
+    if (Whole(property, iProperty::kPropertyRow) != property_id::kAge ||
+        !StaysAtMost(property, row, 1) || !mTold.insert(&property).second)
+      return;
+    Warn(property,
+         fmt::format("'{}' is {:g}: an age counts frames, and particles of no more than one are "
+                     "gone at the end of the frame in which they are born",
+                     NameOf(property, row), Number(property, row)),
+         row);
+  }
+
+  /// A speed of which the free flight of new particles takes nothing.
+  void LookAtThrow(const BaseNode& property, const Nodes& movers) {
+    if (Whole(property, iProperty::kPropertyRow) != property_id::kVelocity ||
+        StaysZero(property, iProperty::kValueRow))
+      return;
+    for (const BaseNode* mover : movers) {
+      const i32 motion = Whole(*mover, Move::kMotionRow);
+      const bool flies = motion == Move::kBallistic || motion == Move::kGridThenBallistic;
+      if (!flies || Whole(*mover, Move::kIntegratorRow) != ParticleMotion::kVerlet ||
+          IsKeyed(*mover, Move::kMotionRow) || IsKeyed(*mover, Move::kIntegratorRow) ||
+          !mTold.insert(mover).second)
+        continue;
+      Warn(*mover,
+           fmt::format("'{}' is verlet, which takes the speed from the way of the substep before: "
+                       "new particles have none, and the velocity that {} gives them is lost; "
+                       "velocity_verlet keeps it",
+                       NameOf(*mover, Move::kIntegratorRow), Named(property)),
+           Move::kIntegratorRow);
+    }
+  }
+
+  /// Particles that are born where no flow that carries them is.
+  void LookAtPlace(const BaseNode& emitter, const Nodes& movers) {
+    Nodes carriers;
+    for (const BaseNode* mover : movers) {
+      if (Whole(*mover, Move::kMotionRow) != Move::kGrid || IsKeyed(*mover, Move::kMotionRow) ||
+          IsKeyed(*mover, Move::kSolverListRow))
+        return;
+      for (const BaseNode* solver : SolversOf(*mover)) carriers.push_back(solver);
+    }
+    const i32 row =
+        IsA<OnMesh>(emitter) ? i32{OnMesh::kSourceRow} : i32{ObjectParticleGridEmitter::kVolumeRow};
+    ForEachStill(
+        *FindKind(emitter.Type()), row,
+        [&](const BaseNode& other, const BaseNode& shape, const Vec3d& low, const Vec3d& high) {
+          const auto meets = [&](const BaseNode* solver) { return MayMeet(*solver, low, high); };
+          if (&other != &emitter || carriers.empty() ||
+              std::any_of(carriers.begin(), carriers.end(), meets))
+            return;
+          Warn(emitter,
+               fmt::format("the shape of {} lies outside of the box of every fluid that "
+                           "carries its particles; {}",
+                           Named(shape), kOfBoxes),
+               row);
+        });
+  }
+
+  // ---- motion -----------------------------------------------------------------------------------
+
+  /// The solvers whose flows carry the particles of an advection.
+  Nodes SolversOf(const BaseNode& advection) const {
+    const Value* value = advection.Get(Move::kSolversRow);
+    const auto* list = value ? std::get_if<InExcludeData>(value) : nullptr;
+    const bool includes = list && Whole(advection, Move::kSolverListRow) != 0;
+    Nodes solvers;
+    for (const BaseNode* solver : mSolvers) {
+      const bool isNamed =
+          list && std::any_of(list->entries.begin(), list->entries.end(),
+                              [&](const auto& entry) { return entry.node == solver->Id(); });
+      if (!list || includes == isNamed) solvers.push_back(solver);
+    }
+    return solvers;
+  }
+
+  void LookAtMotion(const BaseNode& advection) {
+    if (!advection.Get(Move::kSolversRow))
+      NoteUnread(advection, Move::kSolverListRow,
+                 fmt::format("it has no '{}'", NameOf(advection, Move::kSolversRow)));
+    if (IsKeyed(advection, Move::kMotionRow)) return;
+    const i32 motion = Whole(advection, Move::kMotionRow);
+    if (motion == Move::kOff)
+      return WarnOfSleep(advection, fmt::format("it never works: {}", Move::kOffReason),
+                         Move::kMotionRow);
+    if (motion != Move::kGrid || IsKeyed(advection, Move::kSolverListRow) ||
+        !SolversOf(advection).empty())
+      return;
+    WarnOfSleep(advection, mSolvers.empty() ? Move::kNoFlowReason : Move::kNoFlowLeftReason,
+                mSolvers.empty() ? i32{Move::kMotionRow} : i32{Move::kSolversRow});
+  }
+
+  Nodes mSolvers;                   ///< those that are switched on
+  std::set<const BaseNode*> mTold;  ///< of what several emitters may show
 };
 
 }  // namespace

@@ -14,7 +14,7 @@
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "nodes/catalogue.h"
-#include "scene/diagnostics.h"
+#include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -36,8 +36,6 @@ bool RunsObjects(i32 stage) {
   return (stage > kInitialiseSubstep && stage < kFinish && stage != kCalculateBounds) ||
          (stage >= kStartVisual && stage <= kVisualPost);
 }
-
-std::string Named(const BaseNode& node) { return fmt::format("'{}'", Shown(node.Name())); }
 
 }  // namespace
 
@@ -339,7 +337,7 @@ class ReachFinder {
     }
     const i32 row = IsA<ParticleToGridEmitter>(node) ? i32{ParticleToGridEmitter::kSourceRow}
                                                      : i32{ObjectGridEmitter::kVolumeRow};
-    Find(node, FindRow(*node.Table(), row)->name, fmt::format("it never emits: {}", found->second));
+    Find(node, FindRow(*node.Table(), row)->name, fmt::format("it never works: {}", found->second));
     return found->second;
   }
 
@@ -384,7 +382,7 @@ class ReachFinder {
       const NodeKind* kind = FindKind(node.Type());
       if (!kind) continue;
       const bool brings = (kind->list == kListEmitters && !IsA<Grid_CellEmitter>(node)) ||
-                          kind->list == kListParticles || Plays(node, *kind) || WidensBounds(node);
+                          Plays(node, *kind) || WidensBounds(node);
       if (!brings) continue;
       const std::string& why = WhyIdle(node);
       if (why.empty()) return {};

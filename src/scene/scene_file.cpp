@@ -123,7 +123,7 @@ void ApplyOverride(SceneContext& context, const NameTable& names, const std::str
   const JsonMember key{text.substr(dot + 1, equals - dot - 1), 0, 0, {}};
   BaseNode* node = OverriddenNode(context, names, text.substr(0, dot), key.key);
   if (!node || node->Type() == kUnknownNode) return;
-  const Subject subject = fmt::format("{} \"{}\": ", TypeWord(*node), Shown(node->Name()));
+  const Subject subject = KindAndName(*node) + ": ";
   if (!node->Table()) {
     context.Error(nowhere, subject, "it has no parameters");
     return;
@@ -168,8 +168,7 @@ std::set<NodeId> NodesOf(const std::vector<ExportSpec>& exports) {
 void TellFindings(const Reachability& reach, const ScenePlaces& places, Diagnostics& diagnostics) {
   for (const Finding& found : reach.Findings()) {
     SourceLocation where = places.Of(*found.node, found.row, found.entry);
-    std::string text =
-        fmt::format("{} \"{}\": {}", TypeWord(*found.node), Shown(found.node->Name()), found.text);
+    std::string text = KindAndName(*found.node) + ": " + found.text;
     if (found.isNote) {
       diagnostics.Note(std::move(where), std::move(text));
     } else {
@@ -181,9 +180,6 @@ void TellFindings(const Reachability& reach, const ScenePlaces& places, Diagnost
 /// Warns where only the file says what goes first. Nodes that wait for each other are an error.
 void TellOrder(const std::vector<BaseNode*>& servers, const ScenePlaces& places,
                Diagnostics& diagnostics) {
-  const auto named = [](const BaseNode& node) {
-    return fmt::format("{} \"{}\"", TypeWord(node), Shown(node.Name()));
-  };
   for (BaseNode* server : servers) {
     if (!server->IsEnabled()) continue;
     try {
@@ -194,11 +190,11 @@ void TellOrder(const std::vector<BaseNode*>& servers, const ScenePlaces& places,
             fmt::format(
                 "{}: it and {} both change '{}' in stage {} ({}), and only the order of the "
                 "file says that it goes second; give one of them a priority",
-                named(*tie.second->Node()), named(*tie.first->Node()), Shown(tie.target->mName),
-                tie.stage, MELDO_SULVA::kPipeline[tie.stage].name));
+                KindAndName(*tie.second->Node()), KindAndName(*tie.first->Node()),
+                Shown(tie.target->mName), tie.stage, MELDO_SULVA::kPipeline[tie.stage].name));
     } catch (const MELDO_SULVA::OrderError& error) {
       diagnostics.Error(places.Of(*error.Node(), {}, -1),
-                        fmt::format("{}: {}", named(*error.Node()), error.what()));
+                        KindAndName(*error.Node()) + ": " + error.what());
     }
   }
 }
@@ -212,6 +208,16 @@ bool ChangesUnits(const std::string& text) {
 }
 
 }  // namespace
+
+std::set<NodeId> LoadedScene::Idle() const {
+  std::set<NodeId> idle = reach.Idle();
+  for (const auto& [node, why] : sleepers) idle.insert(node);
+  return idle;
+}
+
+bool LoadedScene::IsExported(const BaseNode& node) const {
+  return NodesOf(exports).contains(node.Id());
+}
 
 std::string ReadSceneText(const std::filesystem::path& path) {
   const auto fail = [&](const std::string& why) {
@@ -280,6 +286,7 @@ std::optional<LoadedScene> LoadScene(const std::filesystem::path& path, Diagnost
   TellOrder(scene.servers, places, diagnostics);
   if (diagnostics.HasErrors()) return {};
   AddHints(scene, places, diagnostics);
+  scene.sleepers = diagnostics.Sleepers();
   return scene;
 }
 

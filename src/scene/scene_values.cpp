@@ -110,6 +110,12 @@ std::string TypeWord(const BaseNode& node) {
   return word.empty() ? "node" : word;
 }
 
+std::string KindAndName(const BaseNode& node) {
+  return fmt::format("{} \"{}\"", TypeWord(node), Shown(node.Name()));
+}
+
+std::string Named(const BaseNode& node) { return fmt::format("'{}'", Shown(node.Name())); }
+
 void ValueReader::LookFrom(const BaseNode& node) {
   mServer = mSelf = &node;
   while (mServer->Parent()) mServer = mServer->Parent();

@@ -109,4 +109,10 @@ const host::ParameterRow* RowNamed(const host::ParameterTable& table, std::strin
 /// What a node is called in messages: its short type name, or the word for a host object.
 std::string TypeWord(const host::BaseNode& node);
 
+/// How a message begins that concerns a node: `fluid "gas"`.
+std::string KindAndName(const host::BaseNode& node);
+
+/// The name of a node inside of a sentence: `'gas'`.
+std::string Named(const host::BaseNode& node);
+
 }  // namespace MELDO_GLOBAL::app

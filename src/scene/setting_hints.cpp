@@ -2,10 +2,13 @@
 
 #include <fmt/format.h>
 
+#include "fluids/advection/particle_advection.h"
 #include "fluids/emission/alignment_vector.h"
 #include "fluids/emission/channel_pair.h"
 #include "fluids/emission/channel_value.h"
 #include "fluids/emission/emission_settings.h"
+#include "fluids/emission/grid_cell_emitter.h"
+#include "fluids/emission/particle_emission_settings.h"
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/forces/force_buoyancy.h"
 #include "fluids/forces/force_gravity.h"
@@ -15,7 +18,6 @@
 #include "fluids/operators/grid_dissipate.h"
 #include "framework/duration.h"
 #include "framework/server_rows.h"
-#include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -38,6 +40,10 @@ class SettingHints : public HintBase {
       CheckStrength(*node);
       if (IsA<Duration>(*node)) CheckWindow(*node);
       if (IsA<GridEmissionSettings>(*node)) CheckSort(*node);
+      if (IsA<ChannelValue>(*node)) CheckSortOfValue(*node);
+      if (IsA<EmissionRate>(*node)) CheckSortOfRate(*node);
+      if (IsA<Grid_CellEmitter>(*node))
+        CheckSolverField(*node, Grid_CellEmitter::kChannelRow, Grid_CellEmitter::kSolverFieldRow);
     }
   }
 
@@ -49,35 +55,41 @@ class SettingHints : public HintBase {
     if (!IsA<ChannelOperator_Remap>(node) || !MayWork(node)) return;
     const Gradient* gradient = Get<Gradient>(node, ChannelOperator_Remap::kGradientRow);
     if (!gradient || gradient->knots.empty())
-      Warn(node, fmt::format("it has no '{}', and changes nothing",
-                             NameOf(node, ChannelOperator_Remap::kGradientRow)));
+      WarnOfSleep(node, fmt::format("it has no '{}', and changes nothing",
+                                    NameOf(node, ChannelOperator_Remap::kGradientRow)));
   }
 
   /// Points that reach no cell, or bring nothing there.
   void CheckPoints(const BaseNode& node) {
     using Points = ParticleToGridEmitter;
+    const BaseNode* source = Linked(node, Points::kSourceRow);
+    if (source && source->Type() != ParticleGroup::kNodeType)
+      NoteUnread(node, Points::kParticleTypeRow, Named(*source) + " is no group of particles");
     if (StaysZero(node, Points::kRadiusRow))
-      Warn(node,
-           fmt::format("'{}' is 0: its points reach no cell", NameOf(node, Points::kRadiusRow)),
-           Points::kRadiusRow);
+      WarnOfSleep(
+          node,
+          fmt::format("'{}' is 0: its points reach no cell", NameOf(node, Points::kRadiusRow)),
+          Points::kRadiusRow);
     for (const i32 row : {Points::kMassScaleRow, Points::kRadiusScaleRow})
       if (StaysZero(node, row))
-        Warn(node, fmt::format("'{}' is 0: its points bring nothing", NameOf(node, row)), row);
+        WarnOfSleep(node, fmt::format("'{}' is 0: its points bring nothing", NameOf(node, row)),
+                    row);
     constexpr i32 kByFalloff = 2;
     const Gradient* falloff = Get<Gradient>(node, Points::kFalloffRow);
     const bool fades = Whole(node, Points::kDistanceModeRow) == kByFalloff;
     if (fades && falloff && !falloff->knots.empty() &&
         std::all_of(falloff->knots.begin(), falloff->knots.end(),
                     [](const auto& knot) { return knot.colour.x == 0; }))
-      Warn(node,
-           fmt::format("'{}' is black throughout: its points bring nothing",
-                       NameOf(node, Points::kFalloffRow)),
-           Points::kFalloffRow);
+      WarnOfSleep(node,
+                  fmt::format("'{}' is black throughout: its points bring nothing",
+                              NameOf(node, Points::kFalloffRow)),
+                  Points::kFalloffRow);
     if (fades && (!falloff || falloff->knots.empty()))
-      Warn(node,
-           fmt::format("it has no '{}', which its '{}' asks for", NameOf(node, Points::kFalloffRow),
-                       NameOf(node, Points::kDistanceModeRow)),
-           Points::kFalloffRow);
+      WarnOfSleep(
+          node,
+          fmt::format("it has no '{}', which its '{}' asks for", NameOf(node, Points::kFalloffRow),
+                      NameOf(node, Points::kDistanceModeRow)),
+          Points::kFalloffRow);
   }
 
   /// Modes that point by a volume.
@@ -112,6 +124,11 @@ class SettingHints : public HintBase {
              fmt::format("'{}' is {}: time stands still, and nothing moves", NameOf(server, row),
                          Number(server, row)),
              row);
+    if (std::none_of(mNodes.begin(), mNodes.end(),
+                     [](const BaseNode* node) { return IsA<ParticleAdvection>(*node); }))
+      NoteUnread(server, server_row::kGravity,
+                 "it pulls particles that fly, and nothing moves any; smoke rises and sinks by "
+                 "forces");
     const bool ownRange = Whole(server, server_row::kUsePreviewRange) == 0;
     const double frames = ownRange
                               ? std::abs(double(Whole(server, server_row::kLastFrame)) -
@@ -206,6 +223,38 @@ class SettingHints : public HintBase {
                              NameOf(node, Buoyancy::kDensityRow)));
   }
 
+  /// Which part of a solver is meant, where there is none.
+  void CheckSolverField(const BaseNode& node, i32 link, i32 row) {
+    const BaseNode* target = Linked(node, link);
+    const NodeKind* kind = target ? FindKind(target->Type()) : nullptr;
+    if (kind && kind->list != kListSolvers) NoteUnread(node, row, Named(*target) + " is no solver");
+  }
+
+  /// A number for a field of vectors, or the other way round.
+  void CheckSortOfValue(const BaseNode& value) {
+    CheckSolverField(value, ChannelValue::kChannelRow, ChannelValue::kSolverFieldRow);
+    const BaseNode* field = Linked(value, ChannelValue::kChannelRow);
+    const NodeKind* kind = field ? FindKind(field->Type()) : nullptr;
+    if (!kind || kind->list != kListChannels) return;
+    const bool isVector = (kind->categories & kCategoryVector) != 0;
+    NoteUnread(value, isVector ? i32{ChannelValue::kValueRow} : i32{ChannelValue::kVectorRow},
+               fmt::format("{} is a field of {}", Named(*field), isVector ? "vectors" : "numbers"));
+  }
+
+  /// A rate of particles for fields, or the other way round.
+  void CheckSortOfRate(const BaseNode& rate) {
+    bool fillsFields = false, makesParticles = false;
+    for (const BaseNode* settings : ReadersOf(rate)) {
+      fillsFields = fillsFields || IsA<GridEmissionSettings>(*settings);
+      makesParticles = makesParticles || IsA<ParticleEmissionSettings>(*settings);
+    }
+    if (fillsFields && !makesParticles)
+      NoteUnread(rate, EmissionRate::kWholeRow, "it counts particles, and this one fills fields");
+    if (!makesParticles || fillsFields) return;
+    for (const i32 row : {EmissionRate::kRealRow, EmissionRate::kVectorRow})
+      NoteUnread(rate, row, "it fills fields, and this one counts particles");
+  }
+
   /// An amount of numbers for vectors, or the other way round.
   void CheckSort(const BaseNode& settings) {
     bool fillsNumbers = false, fillsVectors = false;
@@ -227,6 +276,21 @@ class SettingHints : public HintBase {
            row);
   }
 
+  /// Warns at `holder` that a pair or value adds nothing; whoever emits that alone does nothing.
+  void TellNothing(const BaseNode& given, const BaseNode& holder, const std::string& text,
+                   i32 row) {
+    Warn(holder, text, row);
+    for (const BaseNode* emitter : ReadersOf(given)) {
+      std::size_t others = 0;
+      for (const NodeId id : LinksOf(*emitter)) {
+        const BaseNode* linked = mScene.document->Find(id);
+        others += linked && linked != &given && linked->Type() == given.Type();
+      }
+      if (others == 0 && emitter->Type() != kServerNode)
+        mDiagnostics.NoteSleeper(emitter->Id(), text);
+    }
+  }
+
   /// What points bring to a field, where it is nothing.
   void CheckValue(const BaseNode& value) {
     const BaseNode* channel = Linked(value, ChannelValue::kChannelRow);
@@ -235,9 +299,10 @@ class SettingHints : public HintBase {
     const i32 row = kind->categories & kCategoryVector ? i32{ChannelValue::kVectorRow}
                                                        : i32{ChannelValue::kValueRow};
     if (StaysZero(value, row))
-      Warn(value,
-           fmt::format("'{}' is 0: it adds nothing to {}", NameOf(value, row), Named(*channel)),
-           row);
+      TellNothing(
+          value, value,
+          fmt::format("'{}' is 0: it adds nothing to {}", NameOf(value, row), Named(*channel)),
+          row);
   }
 
   /// What adds nothing to the field of a pair.
@@ -255,24 +320,24 @@ class SettingHints : public HintBase {
     const i32 ofRate = isVector ? EmissionRate::kVectorRow : EmissionRate::kRealRow;
     const i32 own = isVector ? Settings::kVectorAmountRow : Settings::kAmountRow;
     if (const i32 row = hasRate ? ofRate : own; StaysZero(holder, row))
-      Warn(holder,
-           fmt::format("'{}' is 0: it adds nothing to '{}'", NameOf(holder, row),
-                       Shown(channel->Name())),
-           row);
+      TellNothing(
+          pair, holder,
+          fmt::format("'{}' is 0: it adds nothing to {}", NameOf(holder, row), Named(*channel)),
+          row);
     constexpr i32 kToLimit = 2;
     const BaseNode* limit = Linked(*settings, Settings::kLimitRow);
     if (Whole(*settings, Settings::kModeRow) == kToLimit && limit && limit->IsEnabled() &&
         StaysZero(*limit, ofRate))
-      Warn(*limit,
-           fmt::format("'{}' is 0, the limit of '{}': it adds nothing to '{}'",
-                       NameOf(*limit, ofRate), Shown(settings->Name()), Shown(channel->Name())),
-           ofRate);
+      TellNothing(pair, *limit,
+                  fmt::format("'{}' is 0, the limit of {}: it adds nothing to {}",
+                              NameOf(*limit, ofRate), Named(*settings), Named(*channel)),
+                  ofRate);
     if (IsFlatCurve(*settings, Settings::kFalloffCurveRow) &&
         Whole(*settings, Settings::kFalloffRow) == Settings::kDepthCurve)
-      Warn(*settings,
-           fmt::format("'{}' is 0 at every depth: it adds nothing to '{}'",
-                       NameOf(*settings, Settings::kFalloffCurveRow), Shown(channel->Name())),
-           Settings::kFalloffCurveRow);
+      TellNothing(pair, *settings,
+                  fmt::format("'{}' is 0 at every depth: it adds nothing to {}",
+                              NameOf(*settings, Settings::kFalloffCurveRow), Named(*channel)),
+                  Settings::kFalloffCurveRow);
   }
 };
 

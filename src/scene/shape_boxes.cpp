@@ -26,11 +26,15 @@ bool ShapeBoxes::IsVolume(const BaseNode& node) {
 bool ShapeBoxes::IsMesh(const BaseNode& node) { return IsA<Mesh>(node) || IsA<MultiMesh>(node); }
 
 void ShapeBoxes::AddBox(const PolygonObject& object, Vec3d& low, Vec3d& high) {
-  const Matrix place = object.GlobalMatrix();
-  for (const Vec3d& point : object.GetGeometry().points) {
+  AddPoints(object.GetGeometry().points, object.GlobalMatrix(), low, high);
+}
+
+void ShapeBoxes::AddPoints(const std::vector<Vec3d>& points, const Matrix& place, Vec3d& low,
+                           Vec3d& high) {
+  for (const Vec3d& point : points) {
     const Vec3d p = place * point;
-    low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-    high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+    low = Min(low, p);
+    high = Max(high, p);
   }
 }
 
@@ -42,6 +46,11 @@ bool ShapeBoxes::StillBox(const BaseNode& node, Vec3d& low, Vec3d& high, int dep
   if (const auto* object = dynamic_cast<const PolygonObject*>(&node)) {
     if (!object->FramePattern().empty() || object->GetGeometry().points.empty()) return false;
     AddBox(*object, low, high);
+    return true;
+  }
+  if (const auto* loose = dynamic_cast<const PointsObject*>(&node)) {
+    if (loose->points.empty() || !loose->track.keys.empty()) return false;
+    AddPoints(loose->points, loose->GlobalMatrix(), low, high);
     return true;
   }
   std::set<NodeId> linked;

@@ -33,6 +33,8 @@ class ShapeBoxes : public HintBase {
     return std::min({high.x - low.x, high.y - low.y, high.z - low.z});
   }
   static void AddBox(const host::PolygonObject& object, Vec3d& low, Vec3d& high);
+  static void AddPoints(const std::vector<Vec3d>& points, const Matrix& place, Vec3d& low,
+                        Vec3d& high);
 
   /// The box of the points of all polygon objects that a node leads to; false where there are none,
   /// or where they move or change on the way.
@@ -48,6 +50,9 @@ class ShapeBoxes : public HintBase {
   /// Whether shapes in a box meet no fluid of the server, where there is one.
   bool LiesOutside(const Vec3d& low, const Vec3d& high) const;
 
+  /// Where boxes are, for whoever looks for something outside of them.
+  static constexpr std::string_view kOfBoxes =
+      "a box begins at its node's position, and its box_size is in host units";
   static constexpr double kFar = std::numeric_limits<double>::infinity();
 };
 

@@ -12,7 +12,6 @@
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
 #include "framework/pipeline.h"
-#include "scene/scene_values.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -98,11 +97,11 @@ class ShapeHints : public ShapeBoxes {
     if (!IsA<ObjectGridEmitter>(emitter) || !MayWork(emitter)) return;
     const BaseNode* volume = Linked(emitter, ObjectGridEmitter::kVolumeRow);
     if (!volume || !volume->Tag(kObstacleTag) || HandsOver(emitter)) return;
-    Warn(emitter,
-         fmt::format("'{}', whose cells it fills, is an obstacle, and no gas is inside of it; emit "
-                     "from a larger shape without an obstacle tag",
-                     Shown(volume->Name())),
-         ObjectGridEmitter::kVolumeRow);
+    WarnOfSleep(emitter,
+                fmt::format("{}, whose cells it fills, is an obstacle, and no gas is inside of it; "
+                            "emit from a larger shape without an obstacle tag",
+                            Named(*volume)),
+                ObjectGridEmitter::kVolumeRow);
   }
 
   void CheckFarObstacle(const BaseNode& volume) {

@@ -64,6 +64,14 @@ TEST(Graph, ListsByStageAndTellsWhatIsWrong) {
   EXPECT_NE(list.find("\"smoke\"  (never works: it is switched off)\n"), std::string::npos);
   EXPECT_NE(list.find("\"rate\"  (never read)\n"), std::string::npos);
 
+  folder.Write("still.json", R"({ "sulva": 1, "nodes": [ { "type": "server", "name": "scene",
+    "children": [ { "type": "particlegroup", "name": "sparks" },
+    { "type": "particle_advection", "name": "stay", "parameters": { "group": "sparks", "motion": "off" } } ] } ] })");
+  ASSERT_EQ(folder.Run({"graph", "still.json"}), 0);
+  EXPECT_NE(folder.Answers().find("\"stay\"  <- sparks  (it never works: its 'motion' is off)\n"),
+            std::string::npos)
+      << "as the check has it: " << folder.Errors();
+
   folder.Write("broken.json", R"({ "sulva": 1, "nodes": [] })");
   EXPECT_EQ(folder.Run({"graph", "broken.json", "--html", "page.html"}), 3);
   EXPECT_FALSE(std::filesystem::exists(folder.Path() / "page.html"));

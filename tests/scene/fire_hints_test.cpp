@@ -28,7 +28,7 @@ const char* const kFlame = R"({ "sulva": 1, "range": [0, 4],
   { "type": "grid_combustion_fire", "name": "burn", "parameters": { "fuel": "fuel", "temperature": "heat", "fire": "fire", "smoke": "smoke", "solver": "gas" } },
   { "type": "grid_cooling", "name": "cool", "parameters": { "temperature": "heat", "fire": "fire" } },
   { "type": "grid_advection", "name": "move fuel", "parameters": { "target": "fuel", "solver": "gas" } },
-  { "type": "grid_advection", "name": "move heat", "parameters": { "target": "heat", "solver": "gas" } },
+  { "type": "grid_advection", "name": "move heat", "parameters": { "target": "heat", "solver": "gas" } }, { "type": "grid_advection", "name": "carry", "parameters": { "target": "gas", "solver": "gas" } },
   { "type": "fluid", "name": "gas", "position": [-100, 0, -100], "parameters": { "box_size": [200, 200, 200], "forces": [] } } ] } ] })";
 
 /// What is told of the flame with one text in place of another.

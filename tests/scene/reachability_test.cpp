@@ -24,7 +24,7 @@ const char* const kSmoke = R"({ "sulva": 1, "range": [0, 4],
   { "type": "channelsettings", "name": "pair", "parameters": { "channel": "smoke", "settings": "rate" } },
   { "type": "gridemitter", "name": "source", "parameters": { "volume": "shape", "channels": ["pair"] } },
   { "type": "force_gravity", "name": "wind" },
-  { "type": "grid_advection", "name": "move", "parameters": { "target": "smoke", "solver": "gas" } },
+  { "type": "grid_advection", "name": "move", "parameters": { "target": "smoke", "solver": "gas" } }, { "type": "grid_advection", "name": "carry", "parameters": { "target": "gas", "solver": "gas" } },
   { "type": "fluid", "name": "gas", "position": [-100, 0, -100], "parameters": { "box_size": [200, 200, 200], "forces": ["wind"] } } ] } ] })";
 
 struct LoadedSmoke {
@@ -212,7 +212,7 @@ TEST(Reachability, ShapesThatNothingComesOutOf) {
       R"("type": "sphere", "radius": 30, "segments": 16, "position": [0, 60, 0])";
   EXPECT_THAT(
       LoadedSmoke(ball, R"("type": "sphere", "radius": 30, "position": [0, 260, 0])").lines,
-      ElementsAre(HasSubstr("s.json:9:72: warning: gridemitter \"source\": it never emits: "
+      ElementsAre(HasSubstr("s.json:9:72: warning: gridemitter \"source\": it never works: "
                             "the shape of 'shape' lies outside of the box of every fluid")));
   EXPECT_THAT(
       LoadedSmoke(ball, R"("type": "plane", "size": [60, 60], "position": [0, 60, 0])").lines,
@@ -235,10 +235,14 @@ TEST(Reachability, ShapesThatNothingComesOutOf) {
 TEST(Reachability, AFluidThatNothingComesIntoIsTold) {
   const std::string wind = R"({ "type": "force_gravity", "name": "wind" },)";
   const auto told = [&](const std::string& place, const std::string& more = "") {
-    return LoadedSmoke(
-               wind, wind + R"({ "type": "fluid", "name": "other", "position": )" + place +
-                         R"(, "parameters": { "forces": [], "box_size": [90, 90, 90] } },)" + more)
-        .lines;
+    std::vector<std::string> lines =
+        LoadedSmoke(wind, wind + R"({ "type": "fluid", "name": "other", "position": )" + place +
+                              R"(, "parameters": { "forces": [], "box_size": [90, 90, 90] } },)" +
+                              more)
+            .lines;
+    std::erase_if(lines,
+                  [](const std::string& line) { return line.find("its flow") != line.npos; });
+    return lines;
   };
   EXPECT_THAT(told("[500, 0, 0]"),
               ElementsAre(HasSubstr("warning: fluid \"other\": it never works: no emitter fills "
@@ -304,7 +308,7 @@ TEST(Reachability, PointsOutsideOfEveryBoxFillNothing) {
   EXPECT_THAT(told("[0, 60, 0]"), IsEmpty());
   EXPECT_THAT(told("[0, 225, 0]"), IsEmpty()) << "the lower points reach in";
   EXPECT_THAT(told("[0, 260, 0]"),
-              ElementsAre(HasSubstr("properties_particles \"dots\": it never emits: the shape of "
+              ElementsAre(HasSubstr("properties_particles \"dots\": it never works: the shape of "
                                     "'star skin' lies outside of the box of every fluid")));
 }
 

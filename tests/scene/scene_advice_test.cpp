@@ -59,7 +59,7 @@ TEST(SceneAdvice, ParametersOfAnotherModeAreNoted) {
 
 TEST(SceneAdvice, WhatNothingReadsIsToldInOneNote) {
   EXPECT_THAT(
-      LoadedServer(R"("rigid_mode": 1, "show_statistics": false, "gravity": [0, -5, 0])",
+      LoadedServer(R"("rigid_mode": 1, "show_statistics": false, "seed": 3)",
                    {"scene.rigid_mode=2", "scene.display_scale=3"})
           .Lines(),
       ElementsAre(testing::AllOf(
@@ -68,8 +68,10 @@ TEST(SceneAdvice, WhatNothingReadsIsToldInOneNote) {
               "'rigid_mode' of \"scene\", 'show_statistics' of \"scene\", 'display_scale' of "
               "\"scene\""))));
   EXPECT_THAT(LoadedServer(R"("stage": 12, "priority": 3)").Lines(),
-              ElementsAre(HasSubstr("'stage' has no effect: a server runs all stages"),
-                          HasSubstr("'priority' has no effect: a server runs all stages")));
+              ElementsAre(HasSubstr("without effect: 'stage' of \"scene\", 'priority' of")));
+  EXPECT_THAT(LoadedServer(R"("gravity": [0, -5, 0])").Lines(),
+              ElementsAre(HasSubstr("note: server \"scene\": 'gravity' has no effect: it pulls "
+                                    "particles that fly, and nothing moves any")));
   EXPECT_THAT(LoadedServer("", {"scene.rigid_mode=2"}).Lines(),
               ElementsAre("--set scene.rigid_mode=2: note: set, kept with the scene, but without "
                           "effect: 'rigid_mode' of \"scene\""));

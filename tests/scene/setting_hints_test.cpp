@@ -24,7 +24,7 @@ std::vector<std::string> ToldWith(const std::string& nodes, const std::string& o
       ofRate + R"( } },
   { "type": "channelsettings", "name": "pair", "parameters": { "channel": "smoke", "settings": "rate" } },
   { "type": "gridemitter", "name": "source", "parameters": { "volume": "shape", "channels": ["pair"] } },
-  { "type": "grid_advection", "name": "move", "parameters": { "target": "smoke", "solver": "gas" } },
+  { "type": "grid_advection", "name": "move", "parameters": { "target": "smoke", "solver": "gas" } }, { "type": "grid_advection", "name": "carry", "parameters": { "target": "gas", "solver": "gas" } },
   )" + nodes +
       R"({ "type": "fluid", "name": "gas", "position": [-100, 0, -100], "parameters": { "box_size": [200, 200, 200], "forces": null } } ] } ] })";
   const RunFolder folder("hints");
@@ -60,7 +60,16 @@ TEST(SettingHints, WhatHasNoStrengthIsNoted) {
           { "type": "force_gravity", "name": "m", "parameters": { "alignment": "n" } },)",
        "it points along its 'vector'"},
       {R"({ "type": "group", "name": "n", "parameters": { "priority": 3 }, "children": [] },)",
-       "'priority' has no effect: a group has no work of its own"}};
+       "without effect: 'priority' of \"n\""},
+      {R"({ "type": "property_scalar", "name": "n" },)",
+       "note: property_scalar \"n\": no node that is switched on reads it"},
+      {R"({ "type": "fluid", "name": "n", "position": [-100, 0, -100], "parameters": { "box_size": [200, 200, 200], "forces": [] } },)",
+       "note: fluid \"n\": nothing moves with its flow, and no export, picture or recording takes"},
+      {R"({ "type": "fluid", "name": "n", "position": [-100, 0, -100], "parameters": { "box_size": [200, 200, 200], "forces": [] } },
+          { "type": "channel_scalar", "name": "dust", "parameters": { "initial_value": 1 } },
+          { "type": "grid_advection", "name": "drift", "parameters": { "target": "dust", "solver": "n" } },)",
+       "note: fluid \"n\": nothing carries its velocity along, so that whirls stay where they are; "
+       "add a grid_advection that has it as its 'target'"}};
   for (const auto& [nodes, expected] : cases)
     EXPECT_THAT(ToldWith(nodes), ElementsAre(HasSubstr(expected))) << nodes;
   EXPECT_THAT(ToldWith(R"({ "type": "force_gravity", "name": "n", "parameters": { "strength":
@@ -86,6 +95,16 @@ TEST(SettingHints, PointsThatBringNothingAreAWarning) {
           R"({ "type": "channelvalue", "name": "dust", "parameters": { "channel": "smoke", "value": 0 } },
    { "type": "properties_particles", "name": "dots", "parameters": { "source": "skin", "values": ["dust"] } },)"),
       ElementsAre(HasSubstr("channelvalue \"dust\": 'value' is 0: it adds nothing to 'smoke'")));
+  EXPECT_THAT(with(R"("particle_type": "liquid")"),
+              ElementsAre(HasSubstr("'particle_type' has no effect: 'skin' is no group of")));
+  EXPECT_THAT(with(R"("falloff": [[0, [1, 0, 0]]])"),
+              ElementsAre(HasSubstr("'falloff' has no effect while 'distance_mode' is none")));
+  EXPECT_THAT(
+      ToldWith(
+          R"({ "type": "channelvalue", "name": "dust", "parameters": { "channel": "smoke", "vector_value": [3, 0, 0], "solver_field": "velocity" } },
+   { "type": "properties_particles", "name": "dots", "parameters": { "source": "skin", "values": ["dust"] } },)"),
+      ElementsAre(HasSubstr("'vector_value' has no effect: 'smoke' is a field of numbers"),
+                  HasSubstr("'solver_field' has no effect: 'smoke' is no solver")));
   EXPECT_THAT(with(R"("distance_mode": "falloff", "falloff": null)"),
               ElementsAre(HasSubstr("it has no 'falloff', which its 'distance_mode' asks for")));
 }

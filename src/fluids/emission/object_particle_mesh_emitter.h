@@ -24,7 +24,7 @@ class ObjectParticleMeshEmitter : public ParticleEmitter {
                        kWriteColourRow = 1018, kInvertCurvatureRow = 1020, kCurvatureRow = 1021,
                        kFromRow = 1024, kVertexNormalsRow = 1025, kEveryPointRow = 1026;
   static constexpr const char* kNoPointsReason =
-      "its source is no object of points; name one, or change 'emit_from'";
+      "its source is no object of points and no group; name one, or change 'emit_from'";
   enum From : i32 { kTriangles = 0, kVertices = 1, kPoints = 2 };
   bool ReadParameters() override;
   void Reset() override;

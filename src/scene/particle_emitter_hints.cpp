@@ -1,0 +1,127 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "fluids/emission/emission_rate.h"
+#include "fluids/emission/object_particle_grid_emitter.h"
+#include "fluids/emission/object_particle_mesh_emitter.h"
+#include "fluids/operators/mesh_curvature_operator.h"
+#include "fluids/volume/volume_mesh.h"
+#include "scene/hint_base.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using namespace MELDO_SULVA;
+
+namespace {
+
+using OnMesh = ObjectParticleMeshEmitter;
+
+/// What emitters of particles ask of their settings and sources, and don't find there.
+class ParticleEmitterHints : public HintBase {
+ public:
+  using HintBase::HintBase;
+
+  void LookAt(const BaseNode& server) {
+    Collect(server);
+    for (const BaseNode* node : mNodes) {
+      if (!MayWork(*node)) continue;
+      if (IsA<OnMesh>(*node) || IsA<ObjectParticleGridEmitter>(*node)) LookAtAmount(*node);
+      if (IsA<OnMesh>(*node)) LookAtSurface(*node);
+    }
+  }
+
+ private:
+  /// Settings with which nothing is born.
+  void LookAtAmount(const BaseNode& emitter) {
+    const bool isOnMesh = IsA<OnMesh>(emitter);
+    const bool isEach = isOnMesh && Whole(emitter, OnMesh::kEveryPointRow) == 1 &&
+                        Whole(emitter, OnMesh::kFromRow) != OnMesh::kTriangles;
+    const BaseNode* settings = nullptr;
+    for (const NodeId id : LinksOf(emitter))
+      if (const BaseNode* linked = mScene.document->Find(id))
+        if (IsA<ParticleEmissionSettings>(*linked)) settings = linked;
+    if (!settings || isEach) return;
+    const BaseNode* rate = Linked(*settings, ParticleEmissionSettings::kRateRow);
+    const bool hasRate = rate && rate->IsEnabled();
+    // In a volume the density decides, unless a rate says that there be nothing.
+    if (!hasRate && !isOnMesh) return;
+    const BaseNode& holder = hasRate ? *rate : *settings;
+    const i32 row =
+        hasRate ? i32{EmissionRate::kWholeRow} : i32{ParticleEmissionSettings::kAmountRow};
+    if (!holder.Tracks().contains(row) && Whole(holder, row) <= 0)
+      Warn(holder,
+           fmt::format("'{}' is {}: {} makes no particles", NameOf(holder, row), Whole(holder, row),
+                       Named(emitter)),
+           row);
+  }
+
+  /// What an emitter asks of a surface that has none of it.
+  void LookAtSurface(const BaseNode& emitter) {
+    const BaseNode* source = Linked(emitter, OnMesh::kSourceRow);
+    const bool isLoose = source && source->Type() == kPointsObject;
+    if (isLoose && Whole(emitter, OnMesh::kFromRow) != OnMesh::kPoints)
+      NoteUnread(emitter, OnMesh::kFromRow, Named(*source) + " is an object of points");
+    if (!isLoose && Whole(emitter, OnMesh::kFromRow) == OnMesh::kPoints &&
+        !emitter.Tracks().contains(OnMesh::kFromRow))
+      WarnOfSleep(emitter, fmt::format("it never works: {}", OnMesh::kNoPointsReason),
+                  OnMesh::kFromRow);
+    LookAtImages(emitter);
+    if (!StaysAtMost(emitter, OnMesh::kCurvatureRow, 0)) {
+      if (isLoose || !source || !IsMeasured(*MeshOf(*source)))
+        Warn(emitter,
+             fmt::format("'{}' leaves out nothing: no {} that works measures how {} is bent",
+                         NameOf(emitter, OnMesh::kCurvatureRow), MeshCurvatureOperator::Kind().type,
+                         source ? Named(*source) : "its source"),
+             OnMesh::kCurvatureRow);
+    } else if (Whole(emitter, OnMesh::kInvertCurvatureRow) == 1) {
+      Note(emitter,
+           fmt::format("'{}' has no effect while '{}' is 0",
+                       NameOf(emitter, OnMesh::kInvertCurvatureRow),
+                       NameOf(emitter, OnMesh::kCurvatureRow)),
+           OnMesh::kInvertCurvatureRow);
+    }
+  }
+
+  void LookAtImages(const BaseNode& emitter) {
+    const bool hasColour = Linked(emitter, OnMesh::kColourImageRow);
+    const bool hasDensity = Linked(emitter, OnMesh::kDensityImageRow);
+    if (Whole(emitter, OnMesh::kWriteColourRow) == 1 && !hasColour)
+      Warn(emitter,
+           fmt::format("'{}' gives no colour: it has no '{}'",
+                       NameOf(emitter, OnMesh::kWriteColourRow),
+                       NameOf(emitter, OnMesh::kColourImageRow)),
+           OnMesh::kWriteColourRow);
+    if (!hasDensity)
+      NoteUnread(emitter, OnMesh::kDensityThresholdRow,
+                 fmt::format("it has no '{}'", NameOf(emitter, OnMesh::kDensityImageRow)));
+    if (!hasDensity && !hasColour) NoteUnread(emitter, OnMesh::kLookupRow, "it has no image");
+    if (Whole(emitter, OnMesh::kWriteNormalRow) == 0)
+      NoteUnread(emitter, OnMesh::kVertexNormalsRow,
+                 fmt::format("'{}' is off", NameOf(emitter, OnMesh::kWriteNormalRow)));
+  }
+
+  /// A mesh itself, or that of a volume.
+  const BaseNode* MeshOf(const BaseNode& shape) const {
+    const BaseNode* mesh = IsA<VolumeMesh>(shape) ? Linked(shape, VolumeMesh::kMeshRow) : nullptr;
+    return mesh ? mesh : &shape;
+  }
+  bool IsMeasured(const BaseNode& mesh) const {
+    return std::any_of(mNodes.begin(), mNodes.end(), [&](const BaseNode* node) {
+      const BaseNode* target =
+          IsA<MeshCurvatureOperator>(*node) ? Linked(*node, MeshOperator::kTargetRow) : nullptr;
+      return target && MayWork(*node) && MeshOf(*target) == &mesh;
+    });
+  }
+};
+
+}  // namespace
+
+void AddParticleEmitterHints(const LoadedScene& scene, const ScenePlaces& places,
+                             Diagnostics& diagnostics) {
+  for (const BaseNode* server : scene.servers)
+    if (server->IsEnabled()) ParticleEmitterHints(scene, places, diagnostics).LookAt(*server);
+}
+
+}  // namespace MELDO_GLOBAL::app
