@@ -107,7 +107,7 @@ class PictureRun {
   std::unique_ptr<Simulation> MakeSimulation() const {
     auto simulation = std::make_unique<Simulation>(*mScene.document, mScene.servers, mMemory);
     simulation->SetCacheRun({.simulation = mScene.simulation, .mayRecord = mRecords});
-    simulation->Silence(mScene.reach.Idle());
+    simulation->Watch().Silence(mScene.Idle());
     return simulation;
   }
 

@@ -71,8 +71,8 @@ class Run {
     mResumed = Begin();
     if (mResumed) mFramesWritten = mResumed->framesWritten;
     if (options.trace) mSimulation.PrintTrace();
-    mSimulation.Silence(scene.reach.Idle());
-    mSimulation.AwaitContent(scene.hasMotion);
+    mSimulation.Watch().Silence(scene.Idle());
+    mSimulation.Watch().AwaitContent(scene.hasMotion);
   }
 
   int Execute() {
@@ -203,12 +203,11 @@ class Run {
         // Frames that are added later may show that nothing was amiss.
         if (frame == mSimulation.Range().last) record.warnings = told;
       }
-      for (const std::string& warning : told) Warn(fmt::format("frame {}: {}", frame, warning));
+      // What else a frame tells in which a flow blows up follows from that.
       const std::string broken = FindNonFinite(record);
-      if (!broken.empty()) {
-        mProgress.Error(fmt::format("frame {}: {}", frame, broken));
-        return kExitNonFinite;
-      }
+      if (!broken.empty()) mProgress.Error(fmt::format("frame {}: {}", frame, broken));
+      for (const std::string& warning : told) Warn(fmt::format("frame {}: {}", frame, warning));
+      if (!broken.empty()) return kExitNonFinite;
       FinishFrame(frame, record);
     }
     return kExitDone;

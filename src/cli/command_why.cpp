@@ -80,10 +80,11 @@ class Watch {
     const iBase* object = Object();
     // What ran and left nothing to see counts as if it hadn't.
     const bool isFruitless =
-        object && mSimulation.RunsOf(*object) == 0 && mSimulation.IdleReasonOf(*object);
+        object && mSimulation.Watch().RunsOf(*object) == 0 && mSimulation.Watch().ReasonOf(*object);
     if (!mStages.empty() && !isFruitless) return "ran in " + StagesText();
-    if (object && mSimulation.RunsOf(*object) > 0)
-      return fmt::format("ran {}, driven by {}", Times(mSimulation.RunsOf(*object)), Readers());
+    if (object && mSimulation.Watch().RunsOf(*object) > 0)
+      return fmt::format("ran {}, driven by {}", Times(mSimulation.Watch().RunsOf(*object)),
+                         Readers());
     return "slept: " + WhyAsleep(object);
   }
 
@@ -123,7 +124,7 @@ class Watch {
     const NodeKind* kind = FindKind(mNode.Type());
     const bool isForce = kind->list == kListForces;
     if (isForce && mScene->mTime.elapsed == 0) return kNoTime;
-    if (const char* reason = mSimulation.IdleReasonOf(*object)) return reason;
+    if (const char* reason = mSimulation.Watch().ReasonOf(*object)) return reason;
     if (kind->stages.empty() && !isForce)
       return "it has no work of its own; it serves " + Readers();
     if (mScene->mFlags & Scene::kNoBounds) return "the scene holds nothing yet";

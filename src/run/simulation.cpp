@@ -13,7 +13,6 @@
 #include "fluids/advection/grid_advection.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/volume_base.h"
-#include "framework/rest.h"
 #include "framework/stage_order.h"
 #include "framework/state_archive.h"
 #include "host/console.h"
@@ -21,6 +20,7 @@
 #include "host/polygon_object.h"
 #include "host/worker_pool.h"
 #include "nodes/catalogue.h"
+#include "run/for_each_object.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -103,7 +103,7 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
   record = {};
   record.frame = frame;
   mDocument.SetFrame(frame);
-  BeginWatch();
+  mWatch.BeginFrame(mScenes);
   mCfl = 0;
   for (const auto& scene : mScenes) {
     bool finished = false;
@@ -117,7 +117,7 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
     if (!finished || host::MainThread().TestBreak()) return FrameOutcome::Interrupted;
     AddReport(*scene, scene == mScenes.front(), record);
   }
-  EndWatch();
+  mWatch.EndFrame(mScenes);
   record.cfl = mCfl;
   AddWarnings(record);
   std::fflush(stdout);  // a trace appears with its frame
@@ -177,7 +177,8 @@ void Simulation::Persist(StateArchive& archive, i32 frame) {
     scene->Persist(archive);
   }
   // A run that goes on tells what one that was never interrupted does.
-  archive(mTold, mHasWarned);
+  archive(mHasToldStep, mHasWarned);
+  mWatch.Persist(archive);
 }
 
 void Simulation::ForEachCache(const std::function<void(Cache_OperatorBase&)>& f) const {
@@ -216,39 +217,6 @@ void Simulation::PrintTrace() {
   }
 }
 
-namespace {
-template <class F>
-void ForEachObject(const Scene& scene, F&& f) {
-  for (i32 list = 1; list <= 11; ++list)
-    for (const auto& [id, object] : scene.List(list))
-      if (object->Node()) f(*object);
-}
-
-/// Whether a node like another one, of its name, stands below some node.
-bool HasNamesake(const host::BaseNode& below, const host::BaseNode& node) {
-  const auto& children = below.Children();
-  return std::any_of(children.begin(), children.end(), [&](const host::BaseNode* child) {
-    return (child->Name() == node.Name() && child->Type() == node.Type()) ||
-           HasNamesake(*child, node);
-  });
-}
-
-/// The kind and name of a node, or its path where another server has one like it.
-std::string ObjectLabel(const iBase& object) {
-  const host::BaseNode& node = *object.Node();
-  const NodeKind* kind = FindKind(node.Type());
-  const auto& roots = node.GetDocument().Roots();
-  const bool isShared = std::any_of(roots.begin(), roots.end(), [&](const host::BaseNode* root) {
-    return !node.HasAncestor(root) && HasNamesake(*root, node);
-  });
-  return fmt::format("{} \"{}\"", kind ? kind->type : "node", isShared ? node.Path() : node.Name());
-}
-
-std::string InactiveText(const iBase& object) {
-  return fmt::format("{} is inactive: {}", ObjectLabel(object), object.mInactiveReason);
-}
-}  // namespace
-
 // A solver that rests still answers a small speed, which seeds the first adaptive step.
 void Simulation::NoteCfl(const SulvaScene& scene) {
   double top = 0;
@@ -258,77 +226,25 @@ void Simulation::NoteCfl(const SulvaScene& scene) {
   mCfl = std::max(mCfl, std::sqrt(top) * scene.mTime.stepDuration / scene.mDomain.cellSize);
 }
 
-bool Simulation::IsToTell(const iBase& object) const {
-  const host::NodeId id = object.Node()->Id();
-  return object.mInactiveReason && !IsRest(object.mInactiveReason) && object.Has(FLAG_ENABLED) &&
-         !mSilenced.contains(id) && std::find(mTold.begin(), mTold.end(), id) == mTold.end();
-}
-
-void Simulation::BeginWatch() {
-  mBefore.clear();
-  for (const auto& scene : mScenes)
-    ForEachObject(*scene, [&](iBase& object) {
-      mBefore[&object] = {object.mRuns, object.mInactiveReason};
-      object.mInactiveReason = nullptr;
-    });
-}
-
-void Simulation::EndWatch() {
-  mWentIdle.clear();
-  for (const auto& scene : mScenes)
-    ForEachObject(*scene, [&](iBase& object) {
-      if (object.mInactiveReason) return void(mWentIdle.insert(&object));
-      // What had no work keeps its reason: only a change would bring another.
-      const auto before = mBefore.find(&object);
-      if (before != mBefore.end()) object.mInactiveReason = before->second.reason;
-    });
-}
-
-u32 Simulation::RunsOf(const iBase& object) const {
-  const auto before = mBefore.find(&object);
-  return object.mRuns - (before == mBefore.end() ? 0 : before->second.runs);
-}
-
-const char* Simulation::IdleReasonOf(const iBase& object) const {
-  return mWentIdle.contains(&object) ? object.mInactiveReason : nullptr;
-}
-
-bool Simulation::AwaitsContent(const Scene& scene) const {
-  const auto& solvers = scene.List(kListSolvers);
-  return mMayCome && !solvers.empty() &&
-         std::all_of(solvers.begin(), solvers.end(),
-                     [](const auto& entry) { return entry.second->mRuns == 0; });
-}
-
-void Simulation::AddWarningsOf(const Scene& scene, FrameRecord& record) {
-  // The first frames have no flow yet, and a scene without content or time has nothing to work on;
-  // what stays that way is told when the run ends.
-  constexpr i32 kStartUp = 2;
-  const bool isEmpty = scene.mFlags & Scene::kNoBounds;
-  if (scene.mClock.frameFromStart < kStartUp || !scene.mReport.simulated || isEmpty ||
-      AwaitsContent(scene) || scene.mTime.elapsed == 0)
-    return;
-  ForEachObject(scene, [&](const iBase& object) {
-    const bool stands = object.mRuns == 0 || IdleReasonOf(object);
-    if (RunsOf(object) > 0 || !stands || !IsToTell(object) || MayPass(object.mInactiveReason))
-      return;
-    mTold.push_back(object.Node()->Id());
-    record.warnings.push_back(InactiveText(object));
-  });
-}
-
 namespace {
+/// The largest size of cells, of two digits, in which a gap of `width` cells is half a cell wide.
+double CellThatShows(double width, double cell) {
+  const double size = 2 * width * cell, digit = std::pow(10, std::floor(std::log10(size)) - 1);
+  return std::floor(size / digit + 1e-9) * digit;
+}
+
 /// What is said of a gap that the cells of its scene don't show.
-std::string GapText(const NarrowGaps::Place& gap, const Vec3d& toWorld) {
-  const Vec3d at = gap.at * toWorld;
+std::string GapText(const NarrowGaps::Place& gap, const GridLayout& domain) {
+  const Vec3d at = gap.at * domain.simToWorld;
   const std::string other = !gap.other             ? "a wall of the container"
                             : gap.other == gap.one ? "another side of it"
-                                                   : ObjectLabel(*gap.other);
+                                                   : LabelOf(*gap.other);
   return fmt::format(
-      "{} and {} face each other {:.2g} cells apart, at [{:.4g}, {:.4g}, {:.4g}]; "
-      "smoke may not pass there: only a smaller 'cell_size' of the server shows "
-      "gaps below half a cell",
-      ObjectLabel(*gap.one), other, gap.width, at.x, at.y, at.z);
+      "{} and {} face each other {:.2g} cells apart, at [{:.4g}, {:.4g}, {:.4g}]: the gas flows "
+      "through, but of smoke and all else that it carries less passes, or nothing; a 'cell_size' of "
+      "the server below {:.2g} shows the gap",
+      LabelOf(*gap.one), other, gap.width, at.x, at.y, at.z,
+      CellThatShows(gap.width, domain.cellSize));
 }
 
 /// Adds what caches, solvers and advections report of themselves, each sentence once.
@@ -336,7 +252,7 @@ void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
   ForEachObject(scene, [&](iBase& object) {
     const auto add = [&](const std::vector<std::string>& warnings) {
       for (const std::string& warning : warnings)
-        told.push_back(fmt::format("{}: {}", ObjectLabel(object), warning));
+        told.push_back(fmt::format("{}: {}", LabelOf(object), warning));
     };
     if (auto* cache = dynamic_cast<Cache_OperatorBase*>(&object)) add(cache->TakeWarnings());
     if (auto* advection = dynamic_cast<GridAdvection*>(&object)) add(advection->TakeWarnings());
@@ -344,20 +260,19 @@ void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
     if (!solver) return;
     add(solver->TakeWarnings());
     for (const NarrowGaps::Place& gap : solver->GetFlow().mNarrowGaps.TakePlaces())
-      told.push_back(GapText(gap, scene.mDomain.simToWorld));
+      told.push_back(GapText(gap, scene.mDomain));
   });
 }
 }  // namespace
 
 void Simulation::AddWarnings(FrameRecord& record) {
   constexpr double kMostCells = 20;
-  constexpr u64 kStep = 0;
   for (const auto& scene : mScenes) {
     TakeFaults(*scene, record.warnings);
-    AddWarningsOf(*scene, record);
+    mWatch.AddWarnings(*scene, record.warnings);
   }
-  if (record.cfl > kMostCells && std::find(mTold.begin(), mTold.end(), kStep) == mTold.end()) {
-    mTold.push_back(kStep);
+  if (record.cfl > kMostCells && !mHasToldStep) {
+    mHasToldStep = true;
     record.warnings.push_back(
         fmt::format("the flow crosses {:.0f} cells in a substep, and what lies between is skipped; "
                     "raise the server's 'extra_substeps', or 'cell_size'",
@@ -369,16 +284,7 @@ void Simulation::AddWarnings(FrameRecord& record) {
 std::vector<std::string> Simulation::TakeWarnings() {
   std::vector<std::string> warnings;
   for (const auto& scene : mScenes) {
-    // No force acts before there is a flow, in the second frame.
-    const bool isEarly = scene->mClock.frameFromStart < 1;
-    const bool standsStill = !isEarly && scene->mTime.elapsed == 0;
-    ForEachObject(*scene, [&](const iBase& object) {
-      if (standsStill) return;
-      const bool isDue = object.GetListIndex() != kListForces || !isEarly;
-      if (object.mRuns == 0 && IsToTell(object) && isDue &&
-          mToldAtEnd.insert(object.Node()->Id()).second)
-        warnings.push_back(InactiveText(object));
-    });
+    mWatch.AddLastWarnings(*scene, warnings);
     TakeFaults(*scene, warnings);
   }
   return warnings;

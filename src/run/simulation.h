@@ -2,15 +2,14 @@
 #pragma once
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "framework/sulva_scene.h"
 #include "host/document.h"
 #include "io/frame_record.h"
+#include "run/idle_watch.h"
 #include "run/memory_limit.h"
 #include "run/run_arguments.h"
 
@@ -70,14 +69,9 @@ class Simulation {
   const std::string& MemoryRefusal() const { return mGuard.Refusal(); }
   /// Which file couldn't be written or played, and why.
   const std::string& FileFailure() const { return mFileFailure; }
-  /// How often an object ran in the last frame.
-  u32 RunsOf(const MELDO_SULVA::iBase& object) const;
-  /// Why an object went idle in the last frame; null where it didn't.
-  const char* IdleReasonOf(const MELDO_SULVA::iBase& object) const;
-  /// What nodes the user was told of before the run: no warning repeats it.
-  void Silence(std::set<host::NodeId> nodes) { mSilenced = std::move(nodes); }
-  /// Something moves by keys, so that a gas without content may get some in a later frame.
-  void AwaitContent(bool mayCome) { mMayCome = mayCome; }
+  /// Who worked in the last frame, and who didn't and why.
+  IdleWatch& Watch() { return mWatch; }
+  const IdleWatch& Watch() const { return mWatch; }
   /// One sentence for each object that never ran, knows why and wasn't told of before, and for each
   /// fault that no frame has told.
   std::vector<std::string> TakeWarnings();
@@ -88,32 +82,17 @@ class Simulation {
   /// What a frame shows of objects that ought to work and don't, and of steps that are too long;
   /// each is told once.
   void AddWarnings(FrameRecord& record);
-  void AddWarningsOf(const MELDO_SULVA::Scene& scene, FrameRecord& record);
-  bool IsToTell(const MELDO_SULVA::iBase& object) const;
-  /// No solver of a scene has found anything in its box so far, and something may still come.
-  bool AwaitsContent(const MELDO_SULVA::Scene& scene) const;
   /// Keeps how many cells the flow, as fast as it is now, crosses in the step that begins.
   void NoteCfl(const MELDO_SULVA::SulvaScene& scene);
-  void BeginWatch();
-  void EndWatch();
   bool CheckCaches(const MELDO_SULVA::Scene& scene);
 
   host::Document& mDocument;
   MemoryGuard mGuard;
   std::string mFileFailure;
   double mCfl = 0;  ///< reached in this frame
-  std::set<host::NodeId> mSilenced;
-  std::set<host::NodeId> mToldAtEnd;
-  bool mMayCome = false;
   bool mHasWarned = false;
-  std::vector<u64> mTold;  ///< nodes, in the order in which they were told of; 0 for the step
-  /// An object as it stood before the last frame.
-  struct Before {
-    u32 runs = 0;
-    const char* reason = nullptr;
-  };
-  std::map<const MELDO_SULVA::iBase*, Before> mBefore;
-  std::set<const MELDO_SULVA::iBase*> mWentIdle;  ///< deactivated in the last frame
+  bool mHasToldStep = false;  ///< of steps that are too long
+  IdleWatch mWatch;
   std::vector<std::unique_ptr<MELDO_SULVA::SulvaScene>> mScenes;
 };
 

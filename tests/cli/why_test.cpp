@@ -79,6 +79,35 @@ TEST(Warnings, AreToldOnceInTheirFrameAndInTheStatistics) {
   folder.ExpectSame("whole", "parts");
 }
 
+TEST(Warnings, WhatOnlyALaterFrameShowsSaysSinceWhen) {
+  const RunFolder folder("since");
+  std::string text = LeavingBox();
+  text.insert(
+      text.rfind("{ \"type\": \"fluid\""),
+      R"({ "type": "fluid", "name": "far gas", "position": {"keys": [[0, [900, 0, 0]], [8, [950, 0, 0]]]},
+    "parameters": { "box_size": [200, 200, 200], "forces": [] } },
+  )");
+  folder.Write("s.json", text);
+  ASSERT_EQ(folder.Run({"run", "s.json", "--out", "whole"}), 0);
+  const std::string far = "fluid \"far gas\" is inactive since frame 0: no emitter fills";
+  EXPECT_THAT(folder.Errors(), HasSubstr("warning: frame 2: " + far));
+  EXPECT_THAT(Lines(folder, "whole")[2]["warnings"].dump(), HasSubstr("since frame 0"));
+  ASSERT_EQ(folder.Run({"run", "s.json", "--out", "parts", "--frames", "0:1"}), 0);
+  EXPECT_THAT(folder.Errors(), HasSubstr("warning: frame 1: " + far)) << "the end of this run";
+  ASSERT_EQ(folder.Run({"run", "s.json", "--out", "parts", "--resume"}), 0);
+  EXPECT_THAT(folder.Errors(), HasSubstr("warning: frame 2: " + far));
+  folder.ExpectSame("whole", "parts");
+}
+
+TEST(Warnings, AFlowThatBlowsUpIsToldFirst) {
+  const RunFolder folder("blast");
+  folder.Write("s.json", LeavingBox());
+  EXPECT_EQ(folder.Run({"run", "s.json", "--set", "wind.acceleration=[0, 1e200, 0]"}), 4);
+  const std::string errors = folder.Errors();
+  EXPECT_LT(errors.find("is no longer finite"), errors.find("warning: ")) << errors;
+  EXPECT_THAT(errors, Not(HasSubstr("sealed room")));
+}
+
 TEST(Warnings, AFireThatMayCatchLaterIsToldOfAtTheEnd) {
   const RunFolder folder("fire");
   const std::string scene = R"({ "sulva": 1, "range": [0, 4],
@@ -109,8 +138,9 @@ TEST(Warnings, AFireThatMayCatchLaterIsToldOfAtTheEnd) {
   EXPECT_THAT(folder.Answers(), HasSubstr("frame 4: ran in stage 7 (Operators) once"));
   with("9");
   EXPECT_EQ(folder.Run({"run", "s.json", "--strict", "--out", "cold"}), 3);
-  EXPECT_THAT(folder.Errors(), HasSubstr("warning: frame 4: grid_combustion_fire \"burn\" is "
-                                         "inactive: no fuel is as hot as the 'ignition'"));
+  EXPECT_THAT(folder.Errors(),
+              HasSubstr("warning: frame 4: grid_combustion_fire \"burn\" is "
+                        "inactive since frame 1: no fuel is as hot as the 'ignition'"));
 }
 
 TEST(Warnings, AStepThatIsTooLongIsOne) {
