@@ -42,12 +42,12 @@ bool FlowSolid::AsksObstacles(const Leg& leg) const {
 }
 
 bool FlowSolid::MeetWall(const Leg& leg, const Touch& touch, ParticleContact& contact) const {
-  contact = {};
   if (IsEmpty()) return false;
   const Vec3d& origin = mBoundary->GetLevelSet()->mLayout.simOrigin;
   SolidContact walls;
   if (!mBoundary->CollideDomain(leg.to - origin, walls, touch.radius)) return false;
   // In a corner it passes one of the walls first.
+  contact = {};
   contact.share = 2;
   for (i32 a = 0; a < 3; ++a) {
     if (walls.normal[a] == 0) continue;
@@ -66,7 +66,6 @@ bool FlowSolid::MeetWall(const Leg& leg, const Touch& touch, ParticleContact& co
 }
 
 bool FlowSolid::MeetLevelSet(const Leg& leg, const Touch& touch, ParticleContact& contact) const {
-  contact = {};
   if (IsEmpty()) return false;
   const Vec3d& origin = mBoundary->GetLevelSet()->mLayout.simOrigin;
   SolidContact walls;
