@@ -142,13 +142,15 @@ void TimeAdvection(const Settings& s, double bandwidth) {
   Grid<u8> open({n, n, n}, kCentre);
   open.Fill(0xff);
   Grid<i32> starts({n, n, n}, kCentre);
+  Grid<u8> marks({n, n, n}, kCentre);
   const AdvectedField field{&source, &destination, &predicted};
   AdvectionData data{.velocity = {*velocity[0], *velocity[1], *velocity[2]},
                      .fields = {&field, 1},
                      .boundary = &boundary,
                      .solidCells = &open,
                      .step = 2 * h,
-                     .starts = &starts};
+                     .starts = &starts,
+                     .marks = &marks};
   const auto time = [&](const char* name, auto pass, double bytes) {
     const double wall = Best(
         [&] {

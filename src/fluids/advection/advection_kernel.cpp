@@ -120,42 +120,55 @@ void FindThinning(const AdvectionData& data, const Chunk& c, const SamplePoints&
   for (i32 i = 0; i < c.n; ++i) factors[i] = std::exp(-0.5 * data.step * (start.v[i] + end[i]));
 }
 
-/// Leaves where the paths of a chunk start for the second half of the step: the lowest of the eight
-/// samples round there, or its complement where there is nothing to correct. `bent` may be null.
-void KeepStarts(const SamplePoints& from, const bool* bent, i32 n, i32* starts) {
-  std::copy_n(from.corners.index, n, starts);
-  if (!bent && !from.isParted) return;
-  for (i32 i = 0; i < n; ++i)
-    if ((bent && bent[i]) || from.IsParted(i)) starts[i] = ~starts[i];
+// Nearer to a sample than this, in cells, a path starts at it.
+constexpr double kHair = 1e-5;
+
+/// Along each axis whose samples the start is a hair from, takes that sample for the lowest and marks
+/// it, unless it is an outermost one.
+void MarkAtSamples(const RowCorners& corners, i32 i, const Grid<double>& shape, i32& start,
+                   u8& marks) {
+  const VecInt3D dims = shape.Dims();
+  const i32 step[3] = {1, shape.mNx, shape.mSlice};
+  const i32 index = corners.index[i];
+  marks = 0;
+  const i32 at[3] = {index % dims.x, index / dims.x % dims.y, index / shape.mSlice};
+  for (i32 a = 0; a < 3; ++a) {
+    const double f = corners.fraction[a].v[i];
+    const i32 up = f > 1 - kHair;
+    if ((f >= kHair && !up) || at[a] + up < 1 || at[a] + up > dims[a] - 2) continue;
+    start += up * step[a];
+    marks |= CorrectedRow::kAtX << a;
+  }
 }
 
-/// Where the paths of a chunk start, and which of its samples aren't corrected.
-struct ChunkCorners {
-  const i32* corners;
-  i32 own[kRowChunk];
-  u8 marks[kRowChunk];
+/// Leaves where the paths of a chunk start for the second half of the step. `bent` may be null.
+void KeepStarts(const AdvectionData& data, const SamplePoints& from, const bool* bent,
+                const Chunk& c) {
+  i32* starts = data.starts->mData + c.index;
+  u8* marks = data.marks->mData + c.index;
+  std::copy_n(from.corners.index, c.n, starts);
+  std::fill_n(marks, c.n, u8{0});
+  for (i32 a = 0; a < 3; ++a) {
+    const double* f = from.corners.fraction[a].v;
+    const ValueRange range = RangeOf(f, c.n);
+    if (range.least >= kHair && range.most <= 1 - kHair) continue;
+    for (i32 i = 0; i < c.n; ++i)
+      if (f[i] < kHair || f[i] > 1 - kHair) marks[i] = CorrectedRow::kAtAny;
+  }
+  for (i32 i = 0; i < c.n; ++i)
+    if (marks[i]) MarkAtSamples(from.corners, i, data.Shape(), starts[i], marks[i]);
+  if (!bent && !from.isParted) return;
+  for (i32 i = 0; i < c.n; ++i)
+    if ((bent && bent[i]) || from.IsParted(i)) marks[i] |= CorrectedRow::kUncorrected;
+}
 
-  /// From what `KeepStarts` has left.
-  void Find(const Chunk& c, const i32* starts) {
-    corners = starts;
-    std::fill_n(marks, c.n, u8{0});
-    i32 signs = 0;
-    for (i32 i = 0; i < c.n; ++i) signs |= starts[i];
-    if (signs >= 0) return;
-    for (i32 i = 0; i < c.n; ++i) {
-      own[i] = starts[i] < 0 ? ~starts[i] : starts[i];
-      if (starts[i] < 0) marks[i] = CorrectedRow::kUncorrected;
-    }
-    corners = own;
-  }
-  /// Marks samples that are solid, or whose paths forward end where thin walls part what is there.
-  void Mark(const Chunk& c, const SamplePoints& to) {
-    for (i32 i = 0; to.isParted && i < c.n; ++i)
-      if (to.IsParted(i)) marks[i] |= CorrectedRow::kUncorrected;
-    for (i32 i = 0; c.anySolid && i < c.n; ++i)
-      if (c.solid[i]) marks[i] |= CorrectedRow::kSolid;
-  }
-};
+/// Marks samples that are solid, or whose paths forward end where thin walls part what is there.
+void MarkEnds(const Chunk& c, const SamplePoints& to, u8* marks) {
+  for (i32 i = 0; to.isParted && i < c.n; ++i)
+    if (to.IsParted(i)) marks[i] |= CorrectedRow::kUncorrected;
+  for (i32 i = 0; c.anySolid && i < c.n; ++i)
+    if (c.solid[i]) marks[i] |= CorrectedRow::kSolid;
+}
 
 bool HasSampling(const AdvectionData& data) { return data.sampling >= 0 && data.sampling <= 2; }
 
@@ -242,7 +255,7 @@ void Predict(const AdvectionData& data, const CellBox& box) {
                [&](const Chunk& c) {
                  const bool anyBent = Trace(data, solids, c, -data.step, ends, bent);
                  from.Find(data.Shape(), data.thin, ends, c.n);
-                 KeepStarts(from, anyBent ? bent : nullptr, c.n, data.starts->mData + c.index);
+                 KeepStarts(data, from, anyBent ? bent : nullptr, c);
                  if (data.outflow) {
                    double* factors = data.thinning->mData + c.index;
                    FindThinning(data, c, from, factors);
@@ -263,16 +276,16 @@ void Correct(const AdvectionData& data, const CellBox& box) {
   RowVectors ends;
   RowValues returned;
   SamplePoints to;
-  ChunkCorners from;
+  u8 marks[kRowChunk];
   bool bent[kRowChunk];
   ForEachChunk(data, solids, box, NothingGoesTo(data, &AdvectedField::destination),
                [&](const Chunk& c) {
                  // Whatever solids do to a path forward, it tells what went there.
                  Trace(data, solids, c, data.step, ends, bent);
-                 from.Find(c, data.starts->mData + c.index);
-                 MarkBeyondSides(data, ends, c.n, from.marks);
+                 std::copy_n(data.marks->mData + c.index, c.n, marks);
+                 MarkBeyondSides(data, ends, c.n, marks);
                  to.Find(data.Shape(), data.thin, ends, c.n);
-                 from.Mark(c, to);
+                 MarkEnds(c, to, marks);
                  for (const AdvectedField& field : data.fields) {
                    SampleRow(data.sampling, *field.predicted, field.spline, to, returned.v);
                    const CorrectedRow row{
@@ -281,10 +294,10 @@ void Correct(const AdvectionData& data, const CellBox& box) {
                        .returned = returned.v,
                        .share = 0.5 * field.strength,
                        .limits = field.source->mData,
-                       .corners = from.corners,
+                       .corners = data.starts->mData + c.index,
                        .ny = field.source->mNx,
                        .nz = field.source->mSlice,
-                       .marks = from.marks,
+                       .marks = marks,
                        .thinning = data.outflow ? data.thinning->mData + c.index : nullptr};
                    double* out = field.destination->mData + c.index;
                    if (field.corrections)

@@ -1,5 +1,7 @@
 #include "fluids/advection/correction_rows.h"
 
+#include <algorithm>
+
 #include "fluids/advection/run_lanes.h"
 #include "grids/wide_kernel.h"
 
@@ -19,11 +21,35 @@ inline __attribute__((always_inline)) void SetLane(RunLanes& value, int lane, do
 template <class T>
 inline constexpr int kLanesOf = sizeof(T) / sizeof(double);
 
+/// Whether any of the lanes has a mark.
+template <class T>
+inline __attribute__((always_inline)) bool IsMarked(const u8* marks) {
+  u8 all = 0;
+  for (int lane = 0; lane < kLanesOf<T>; ++lane) all |= marks[lane];
+  return all != 0;
+}
+
 /// What a correction is, and what it makes.
 template <class T>
 struct Corrected {
   T before, predicted, whole, value;
 };
+
+/// The extremes of the samples round a start that lies at one of them along some axis. Which of its
+/// neighbours a path starts from is for rounding to say there, so both sides count.
+void FindExtremesAt(const double* middle, const CorrectedRow& row, u8 marks, double& least,
+                    double& most) {
+  std::ptrdiff_t first[3];
+  for (i32 a = 0; a < 3; ++a) first[a] = marks & (CorrectedRow::kAtX << a) ? -1 : 0;
+  least = most = *middle;
+  for (std::ptrdiff_t z = first[2]; z < 2; ++z)
+    for (std::ptrdiff_t y = first[1]; y < 2; ++y)
+      for (std::ptrdiff_t x = first[0]; x < 2; ++x) {
+        const double value = middle[x + y * row.ny + z * row.nz];
+        least = std::min(least, value);
+        most = std::max(most, value);
+      }
+}
 
 template <class T, class From>
 inline __attribute__((always_inline)) void CorrectLanes(const CorrectedRow& row, const From& from,
@@ -35,16 +61,16 @@ inline __attribute__((always_inline)) void CorrectLanes(const CorrectedRow& row,
   c.whole = row.share * (c.before - returned);
   c.value = c.predicted + c.whole;
   FindCornerExtremes(from, row.ny, row.nz, least, most);
+  if (IsMarked<T>(row.marks + i))
+    for (int lane = 0; lane < kLanesOf<T>; ++lane)
+      if (row.marks[i + lane] & CorrectedRow::kAtAny) {
+        double low, high;
+        FindExtremesAt(row.limits + row.corners[i + lane], row, row.marks[i + lane], low, high);
+        SetLane(least, lane, low);
+        SetLane(most, lane, high);
+      }
   c.value = most < c.value ? most : c.value;
   c.value = least > c.value ? least : c.value;
-}
-
-/// Whether any of the lanes has a mark.
-template <class T>
-inline __attribute__((always_inline)) bool IsMarked(const u8* marks) {
-  u8 all = 0;
-  for (int lane = 0; lane < kLanesOf<T>; ++lane) all |= marks[lane];
-  return all != 0;
 }
 
 /// Sums in lanes of their own.

@@ -16,12 +16,18 @@ struct CorrectedRow {
   enum Mark : u8 {
     kUncorrected = 1,  ///< the prediction stands
     kSolid = 2,        ///< the sample keeps what it holds
+    /// Along an axis the path starts at a sample, but for a hair: of three that limit, `corners` has
+    /// the middle one.
+    kAtX = 4,
+    kAtY = 8,
+    kAtZ = 16,
+    kAtAny = kAtX | kAtY | kAtZ,
   };
   const double* before;     ///< what they held
   const double* predicted;  ///< what comes to them
   const double* returned;   ///< what is predicted where they go
   double share;             ///< of the difference that is added
-  const double* limits;     ///< the field whose eight samples limit them,
+  const double* limits;     ///< the field whose samples round the starts of paths limit them,
   const i32* corners;       ///< the lowest of these by sample
   i32 ny, nz;               ///< the size of its rows and layers
   const u8* marks;

@@ -61,7 +61,8 @@ bool GridAdvection::FitFields(std::vector<AdvectedField>& fields, const Velocity
       return false;
     if (!IsCorrected()) continue;
     field.predicted = mSolver->GetFlow().mScratch.Get(slot++, cells, field.source->mKind);
-    if (!field.predicted || !mSolver->GetFlow().mScratch.GetNumbers(cells)) return false;
+    ScratchGrids& scratch = mSolver->GetFlow().mScratch;
+    if (!field.predicted || !scratch.GetNumbers(cells) || !scratch.GetMarks(cells)) return false;
   }
   return shape->Dims().z > 2;
 }
@@ -120,7 +121,11 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
                      .sides = isClosed ? flow.mBoundary.mWalls : u8{kWallsAll},
                      .outflow = FindThinning(velocity),
                      .thinning = mThinning.get()};
-  if (IsCorrected()) data.starts = mSolver->GetFlow().mScratch.GetNumbers(shape.mLayout.dims);
+  if (IsCorrected()) {
+    ScratchGrids& scratch = mSolver->GetFlow().mScratch;
+    data.starts = scratch.GetNumbers(shape.mLayout.dims);
+    data.marks = scratch.GetMarks(shape.mLayout.dims);
+  }
   if (isClosed && FindBusy(data)) data.busy = &mBusy;
   if (IsSpline() && !FindSplines(fields, false)) return false;
   if (!IsCorrected())

@@ -1,12 +1,16 @@
 #include "fluids/advection/side_air.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "fluids/flow/solid_cells.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
+
+// Cells that air may come in by in a step. Beyond, a step of a cell is lost in rounding.
+constexpr double kFarthest = 1e9;
 
 /// A cell of the outermost layer, beside an inner one.
 struct SideCell {
@@ -122,10 +126,12 @@ void AddInflowCorrections(const AdvectionData& data, i32 z) {
     }
   };
   ForEachSideCell(data, z, [&](const SideCell& cell) {
+    if (!(cell.inwards > 0 && cell.inwards < kFarthest)) return;
     // As far out as a path of the step begins that ends inside.
     Vec3d start = cell.Centre();
-    for (double way = 0; way < cell.inwards + 0.5; ++way) {
-      if (!(cell.inwards > 0)) return;
+    double way = std::max(0.0, std::floor(cell.inwards - data.Shape().Dims()[cell.axis]));
+    start[cell.axis] += cell.isHigh ? way : -way;
+    for (; way < cell.inwards + 0.5; ++way) {
       paths.Add(start, cell);
       if (paths.IsFull()) paths.Follow(correct);
       start[cell.axis] += cell.isHigh ? 1 : -1;

@@ -26,18 +26,23 @@ class ScratchGrids {
   }
   /// A number for each sample of any kind over `cells`, by its index in a grid of that kind; they
   /// are anything. Null when the memory isn't there.
-  Grid<i32>* GetNumbers(const VecInt3D& cells) {
-    Fit(cells);
-    if (!mNumbers) mNumbers = std::make_unique<Grid<i32>>(cells + ExtraOf(kNode), kNode);
-    if (!mNumbers->mData) mNumbers.reset();
-    return mNumbers.get();
-  }
+  Grid<i32>* GetNumbers(const VecInt3D& cells) { return Fill(mNumbers, cells); }
+  /// The same with a byte for each sample.
+  Grid<u8>* GetMarks(const VecInt3D& cells) { return Fill(mMarks, cells); }
   void Release() {
     for (auto& grid : mGrids) grid.reset();
     mNumbers.reset();
+    mMarks.reset();
   }
 
  private:
+  template <class T>
+  Grid<T>* Fill(std::unique_ptr<Grid<T>>& grid, const VecInt3D& cells) {
+    Fit(cells);
+    if (!grid) grid = std::make_unique<Grid<T>>(cells + ExtraOf(kNode), kNode);
+    if (!grid->mData) grid.reset();
+    return grid.get();
+  }
   void Fit(const VecInt3D& cells) {
     if (mCells == cells) return;
     Release();
@@ -57,6 +62,7 @@ class ScratchGrids {
   VecInt3D mCells{};
   std::array<std::unique_ptr<Work>, kSlots> mGrids;
   std::unique_ptr<Grid<i32>> mNumbers;
+  std::unique_ptr<Grid<u8>> mMarks;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

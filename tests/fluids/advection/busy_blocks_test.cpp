@@ -85,6 +85,7 @@ TEST(BusyBlocks, LeaveTheBytesOfAStep) {
   const auto run = [&](const BusyBlocks* blocks, Grid<double>& to, Correction& sums) {
     EGrid<double> destination(layout, kCentre);
     Grid<i32> starts(kCells, kCentre);
+    Grid<u8> marks(kCells, kCentre);
     Grid<double> predicted(kCells, kCentre);
     std::vector<Correction> corrections(kCells.z);
     const AdvectedField field{.source = &source,
@@ -99,6 +100,7 @@ TEST(BusyBlocks, LeaveTheBytesOfAStep) {
                              .step = 0.9,
                              .order = 1,
                              .starts = &starts,
+                             .marks = &marks,
                              .busy = blocks};
     const CellBox inner{{1, 1, 1}, kCells - VecInt3D{1, 1, 1}};
     Predict(data, inner);
