@@ -18,13 +18,13 @@ void FindOutflow(const StaggeredVelocity& velocity, const std::array<const EGrid
 void AdvectBackward(const AdvectionData& data, const CellBox& box);
 
 /// The first half of a MacCormack step: as `AdvectBackward` into `predicted`, which takes the
-/// source's value at solid samples and everywhere else in its outermost layer. Leaves `starts` and
-/// `thinning` for `Correct`.
+/// source's value at solid samples and everywhere else in its outermost layer. Leaves `starts`,
+/// `marks` and `thinning` for `Correct`.
 void Predict(const AdvectionData& data, const CellBox& box);
 
 /// The second half, once all of `predicted` is there: adds half of the error that a trace forward
 /// again shows, times the strength, and limits the result to the eight source samples round the
-/// start of the path. Where a solid bent the path the prediction stands. (Selle, Fedkiw, Kim, Liu,
+/// start of the path, on both sides of a plane of samples that it lies on. Where a solid bent the path the prediction stands. (Selle, Fedkiw, Kim, Liu,
 /// Rossignac 2008, section 3.) What outflow thins waits for `Balance`.
 void Correct(const AdvectionData& data, const CellBox& box);
 
