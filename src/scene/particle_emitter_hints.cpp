@@ -6,6 +6,7 @@
 #include "fluids/emission/object_particle_grid_emitter.h"
 #include "fluids/emission/object_particle_mesh_emitter.h"
 #include "fluids/operators/mesh_curvature_operator.h"
+#include "fluids/particles/particle_group.h"
 #include "fluids/volume/volume_mesh.h"
 #include "scene/hint_base.h"
 
@@ -33,11 +34,15 @@ class ParticleEmitterHints : public HintBase {
   }
 
  private:
+  static bool IsLoose(const BaseNode* source) {
+    return source && (IsA<ParticleGroup>(*source) || source->Type() == kPointsObject);
+  }
   /// Settings with which nothing is born.
   void LookAtAmount(const BaseNode& emitter) {
     const bool isOnMesh = IsA<OnMesh>(emitter);
     const bool isEach = isOnMesh && Whole(emitter, OnMesh::kEveryPointRow) == 1 &&
-                        Whole(emitter, OnMesh::kFromRow) != OnMesh::kTriangles;
+                        (Whole(emitter, OnMesh::kFromRow) != OnMesh::kTriangles ||
+                         IsLoose(Linked(emitter, OnMesh::kSourceRow)));
     const BaseNode* settings = nullptr;
     for (const NodeId id : LinksOf(emitter))
       if (const BaseNode* linked = mScene.document->Find(id))
@@ -60,9 +65,11 @@ class ParticleEmitterHints : public HintBase {
   /// What an emitter asks of a surface that has none of it.
   void LookAtSurface(const BaseNode& emitter) {
     const BaseNode* source = Linked(emitter, OnMesh::kSourceRow);
-    const bool isLoose = source && source->Type() == kPointsObject;
+    const bool isGroup = source && IsA<ParticleGroup>(*source);
+    const bool isLoose = IsLoose(source);
     if (isLoose && Whole(emitter, OnMesh::kFromRow) != OnMesh::kPoints)
-      NoteUnread(emitter, OnMesh::kFromRow, Named(*source) + " is an object of points");
+      NoteUnread(emitter, OnMesh::kFromRow,
+                 Named(*source) + (isGroup ? " is a group" : " is an object of points"));
     if (!isLoose && Whole(emitter, OnMesh::kFromRow) == OnMesh::kPoints &&
         !emitter.Tracks().contains(OnMesh::kFromRow))
       WarnOfSleep(emitter, fmt::format("it never works: {}", OnMesh::kNoPointsReason),

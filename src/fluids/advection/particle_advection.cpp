@@ -168,7 +168,8 @@ void ParticleAdvection::CollectFlows(const std::vector<iFluidSolver*>& solvers) 
     // A gas without viscosity slips along its walls, though the projection leaves layers at rest
     // behind them.
     SetWallTangents(grids, flow.mBoundary.mWalls, 1.0);
-    mMotion.flows.emplace_back(StaggeredVelocity(*grids[0], *grids[1], *grids[2]), flow.mBoundary);
+    mMotion.flows.emplace_back(StaggeredVelocity(*grids[0], *grids[1], *grids[2]), flow.mBoundary,
+                               solver->FreeSides());
   }
 }
 
@@ -210,7 +211,8 @@ void ParticleAdvection::Prepare() {
   mMotion.offset = mOffset;
   mMotion.restitution = mRestitution;
   mMotion.drag = mDrag;
-  mMotion.killsOutside = mKillsOutside;
+  // What a flow only brakes isn't in its box.
+  mMotion.killsOutside = mKillsOutside && UsesFlows();
   mMotion.takesVelocity = mTakesVelocity;
   mMotion.step = mTime->stepDuration;
   mMotion.gravity = mScene->mGravity;

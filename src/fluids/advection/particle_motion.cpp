@@ -7,14 +7,26 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-CarryingFlow::CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary)
+CarryingFlow::CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary,
+                           u8 freeSides)
     : mVelocity(velocity),
       mLayout(&velocity.Component(0).mLayout),
       mBoundary(&boundary),
-      mSolid(boundary) {}
+      mSolid(boundary),
+      mFreeSides(freeSides) {}
 
 bool CarryingFlow::Holds(const Vec3d& p) const {
   return mLayout->Contains(p, false) && !IsBehindOpenSide(p);
+}
+
+bool CarryingFlow::IsOutside(const Vec3d& p) const {
+  const Vec3d c = mLayout->ToCells(p);
+  const u8 shut = mBoundary->mWalls | mFreeSides;
+  for (int a = 0; a < 3; ++a) {
+    if (!(shut & kLowWall[a]) && c[a] < 1) return true;
+    if (!(shut & kHighWall[a]) && c[a] > mLayout->dims[a] - 1) return true;
+  }
+  return false;
 }
 
 void ParticleMotion::RequireColumns(ParticleColumns& particles) const {
@@ -184,7 +196,7 @@ class Mover {
 
   /// It went out through an open side, and no other flow has it.
   bool HasLeft(const State& s) const {
-    if (!s.flow->IsBehindOpenSide(s.p)) return false;
+    if (!s.flow->IsOutside(s.p)) return false;
     return mMotion.flows.size() == 1 ||
            std::none_of(mMotion.flows.begin(), mMotion.flows.end(),
                         [&](const CarryingFlow& flow) { return flow.Holds(s.p); });

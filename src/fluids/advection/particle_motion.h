@@ -12,13 +12,16 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class CarryingFlow {
  public:
   /// The grids of `velocity` have the cells of one layout.
-  CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary);
+  /// The sides `freeSides` (bits of `WallBit`) stand in mid-air.
+  CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary, u8 freeSides = 0);
 
   /// Whether a place (simulation units) lies in its grid, and not behind an open side of it.
   bool Holds(const Vec3d& p) const;
   bool IsBehindOpenSide(const Vec3d& p) const {
     return mBoundary->IsOutsideOpenSide(p - mLayout->simOrigin);
   }
+  /// Whether a place lies behind a side through which gas leaves the user's box.
+  bool IsOutside(const Vec3d& p) const;
   /// The end of a path of `time` seconds; outside of the grids the nearest sample counts.
   template <int Order>
   Vec3d Trace(const Vec3d& p, double time) const {
@@ -38,6 +41,7 @@ class CarryingFlow {
   const GridLayout* mLayout;
   const GridBoundary* mBoundary;
   FlowSolid mSolid;
+  u8 mFreeSides;
 };
 
 /// Motion of particles over one step: along a flow, free under forces, or as bubbles in a flow.

@@ -8,7 +8,10 @@ void SourceParticles::Begin(const ParticleStore& store, std::span<iProperty* con
   for (i32 row = 0; row < store.Count(); ++row)
     if (store.Flags()[row] & PF_ALIVE) mRows.push_back(row);
   for (const iProperty* property : handedOn)
-    if (property->Has(FLAG_ENABLED)) mHandedOn.push_back(property);
+    if (property->Has(FLAG_ENABLED))
+      mHandedOn.push_back({property, dynamic_cast<const Property<Vec3d>*>(property)  ? Held::kVector
+                                     : dynamic_cast<const Property<bool>*>(property) ? Held::kBool
+                                                                                     : Held::kReal});
 }
 
 void SourceParticles::Clear() {
@@ -18,7 +21,7 @@ void SourceParticles::Clear() {
 }
 
 void SourceParticles::AddTo(ParticleTemplate& particle) const {
-  for (const iProperty* property : mHandedOn) property->AddTo(particle);
+  for (const HandedOn& one : mHandedOn) one.property->AddTo(particle);
 }
 
 template <class T>
@@ -31,13 +34,17 @@ bool SourceParticles::Give(const PropertyKey& key, i32 row, ParticleTemplate& pa
 
 void SourceParticles::HandOn(i32 index, ParticleTemplate& particle) const {
   const i32 row = mRows[index];
-  for (const iProperty* property : mHandedOn) {
+  for (const auto& [property, held] : mHandedOn) {
     const PropertyKey key = property->Key();
+    const bool isGiven = held == Held::kVector ? Give<Vec3d>(key, row, particle)
+                         : held == Held::kBool ? Give<bool>(key, row, particle)
+                                               : Give<double>(key, row, particle);
     if (key.id == property_id::kVelocity)
       particle.velocity = mStore->Velocities()[row];
-    else if (!Give<double>(key, row, particle) && !Give<Vec3d>(key, row, particle) &&
-             !Give<bool>(key, row, particle))
+    else if (!isGiven)
       property->AddTo(particle);
+    else if (key.id == property_id::kAge)
+      Give<double>(property_id::kLifeSpan, row, particle);
   }
 }
 

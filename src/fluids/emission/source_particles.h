@@ -24,7 +24,12 @@ class SourceParticles {
 
   const ParticleStore* mStore = nullptr;
   std::vector<i32> mRows;
-  std::vector<const iProperty*> mHandedOn;
+  enum class Held : i32 { kReal, kVector, kBool };
+  struct HandedOn {
+    const iProperty* property;
+    Held held;  ///< what the node's own values are
+  };
+  std::vector<HandedOn> mHandedOn;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -11,6 +11,8 @@ class iFluidSolver : public iObject, public CachedGrids {
   using iObject::iObject;
   virtual Flow& GetFlow() = 0;
   const Flow& GetFlow() const { return const_cast<iFluidSolver*>(this)->GetFlow(); }
+  /// Bits of sides of the container that stand in mid-air, inside of the user's box.
+  virtual u8 FreeSides() const { return 0; }
   std::array<EGrid<double>*, 3> GetCachedGrids() override {
     return GetFlow().mVelocity.GetCachedGrids();
   }

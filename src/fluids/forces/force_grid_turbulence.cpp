@@ -130,11 +130,10 @@ void Force_GridTurbulence::Stretch() {
     const IndexRange rows = store.PartOf(share, kShares);
     for (i32 row = rows.first; row < rows.last; ++row) {
       const Vec3d& p = store.Positions()[row];
-      if (!(store.Flags()[row] & PF_ALIVE) || !vorticity->Has(row) || !layout.Contains(p, false))
-        continue;
+      if (!(store.Flags()[row] & PF_ALIVE) || !vorticity->Has(row)) continue;
       const Vec3d w = vorticity->Values()[row];
       Vec3d turned = w;
-      for (i32 axis = 0; axis < 3; ++axis) {
+      for (i32 axis = 0; axis < 3 && layout.Contains(p, false); ++axis) {
         const EGrid<double>& grid = *mVelocity->GetGrid(axis);
         turned[axis] += dt * Dot(SampleGradient(grid, grid.ToSamples(p), layout.cellSize), w);
       }
@@ -158,6 +157,7 @@ Vec3d Force_GridTurbulence::PushAt(const Vec3d& place, double s, u32 worker) con
   const ParticleStore& store = mGroup->Store(kVortex);
   mGroup->ForEachNeighbour(kVortex, place, mRadius, mBuffers[worker],
                            [&](i32 row, double distanceSquared) {
+                             if (!(store.Flags()[row] & PF_ALIVE)) return;
                              const double reach = mRadii ? mRadii->Get(row, 0) : 0;
                              if (reach > 0 && reach * reach < distanceSquared) return;
                              const double k = KernelAt(distanceSquared);

@@ -98,7 +98,7 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   /// The user's box in whole cells of the domain, snapped inwards.
   void UserBox(Vec3d& lo, Vec3d& hi) const;
   /// The sides of the container that lie inside of the user's box, where these end in the open.
-  u8 FreeSides() const;
+  u8 FreeSides() const override;
   /// Tells the flow which of its sides are walls, and what is beyond the others.
   void PlaceSides();
 

@@ -261,6 +261,12 @@ TEST(ParticlesOutsideOfFlows, DieOrFlyOrRest) {
     return std::pair(particles.Positions()[0], particles.Flags()[0]);
   };
   EXPECT_FALSE(run(0).second & PF_ALIVE);
+  // Beyond a side in mid-air it is in the user's box still.
+  motion.flows.clear();
+  motion.flows.emplace_back(StaggeredVelocity(box.u, box.v, box.w), box.boundary, kHighWall[0]);
+  EXPECT_TRUE(run(0).second & PF_ALIVE);
+  motion.flows.clear();
+  motion.flows.push_back(box.Flow());
   motion.killsOutside = false;
   EXPECT_TRUE(run(0).second & PF_ALIVE);
   // What is ballistic goes its own way in a flow; without a flow the others stay.
