@@ -7,6 +7,7 @@
 #include "grids/for_each_cell.h"
 #include "grids/sampling.h"
 #include "io/fire_light.h"
+#include "io/preview_film.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -23,14 +24,6 @@ constexpr float kLit = 0.06f;    ///< how much of a fire's light things round it
 
 constexpr Colour kSky{0.085f, 0.115f, 0.175f};  ///< light from all sides, under the cold sky
 constexpr Colour kSun{1.00f, 0.94f, 0.84f};     ///< light from above
-
-/// Light that reaches the eye, by what it comes from, and what is left of the background, per
-/// column of cells.
-struct Column {
-  Colour light{};  ///< of lamp and sky
-  Colour glow{};   ///< of fire, its own and what it lights
-  float through = 1;
-};
 
 /// The axes of the picture in the box: `u` to the right, `v` up, `d` towards the eye.
 struct Axes {
@@ -168,8 +161,6 @@ class Drawing {
   void AddLayer(const PreviewLayer& layer, const Window& window);
   void AddSolid(const PreviewSolid& solid, const Window& window);
   void Composite(const Window& window);
-  /// Linear light of the pixels, without dots.
-  std::vector<Colour> Expose(i32 width, i32 height) const;
   void DrawDots(std::vector<Colour>& pixels, i32 width, i32 height) const;
 
   const PreviewView mView;
@@ -178,7 +169,7 @@ class Drawing {
   i32 mCoarse = 1;
   double mCell = 1;
   double mLong = 1;
-  std::vector<Column> mColumns;
+  std::vector<ViewColumn> mColumns;
   std::vector<float> mLight;
   Slice mSlice;
   std::vector<std::vector<Disc>> mDots;  ///< by slice
@@ -309,7 +300,7 @@ void Drawing::AddSolid(const PreviewSolid& solid, const Window& window) {
   const Vec3d lamp = Normalised(Vec3d{-0.35, 0.85, 0.4});
   ForEachCell({window.low, window.high}, [&](i32 x, i32 y, i32 z) {
     const VecInt3D cell{x, y, z};
-    Column& column = mColumns[ColumnOf(cell)];
+    ViewColumn& column = mColumns[ColumnOf(cell)];
     if (column.through < 1e-3f) return;
     const Vec3d at = grid.ToSamples(mView.min + (ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) * mCell);
     const double distance = SampleLinear(grid, at);
@@ -342,7 +333,7 @@ void Drawing::Composite(const Window& window) {
   for (i32 v = highV - 1; v >= lowV; --v)
     for (i32 u = lowU; u < highU; ++u) {
       const std::size_t at = ColumnAt(u, v);
-      Column& column = mColumns[at];
+      ViewColumn& column = mColumns[at];
       for (int c = 0; c < 3; ++c) column.glow[c] += column.through * mSlice.glow[at][c];
       const float depth = mSlice.depth[at];
       if (depth <= 0) continue;
@@ -363,77 +354,13 @@ void Drawing::Composite(const Window& window) {
     }
 }
 
-/// Weights of Mitchell's and Netravali's cubic filter (1988, B = C = 1/3) at four samples round a
-/// fraction: neither blocky nor ringing.
-std::array<float, 4> CubicWeights(float t) {
-  const auto outer = [](float x) { return ((-7.0f * x + 36) * x * x - 60 * x + 32) / 18; };
-  const auto inner = [](float x) { return ((21.0f * x - 36) * x * x + 16) / 18; };
-  return {outer(1 + t), inner(t), inner(1 - t), outer(2 - t)};
-}
-
-u8 ToByte(float linear) {
-  const float v = std::clamp(linear, 0.0f, 1.0f);
-  const float coded = v <= 0.0031308f ? 12.92f * v : 1.055f * std::pow(v, 1 / 2.4f) - 0.055f;
-  return static_cast<u8>(coded * 255 + 0.5f);
-}
-
-/// Where a picture's samples come from along one axis.
-struct Taps {
-  std::array<i32, 4> index;
-  std::array<float, 4> weight;
-};
-std::vector<Taps> MakeTaps(i32 pixels, i32 samples) {
-  std::vector<Taps> taps(static_cast<std::size_t>(pixels));
-  for (i32 p = 0; p < pixels; ++p) {
-    const float at = (static_cast<float>(p) + 0.5f) * samples / pixels - 0.5f;
-    const i32 base = static_cast<i32>(std::floor(at));
-    taps[p].weight = CubicWeights(at - base);
-    for (i32 i = 0; i < 4; ++i) taps[p].index[i] = std::clamp(base - 1 + i, 0, samples - 1);
-  }
-  return taps;
-}
-
-std::vector<Colour> Drawing::Expose(i32 width, i32 height) const {
-  std::vector<Colour> pixels(std::size_t{1} * width * height);
-  const std::vector<Taps> tapsU = MakeTaps(width, Nu());
-  const std::vector<Taps> tapsV = MakeTaps(height, Nv());
-  Colour* out = pixels.data();
-  for (i32 row = 0; row < height; ++row) {
-    const Taps& tv = tapsV[height - 1 - row];
-    const float up = 1 - (static_cast<float>(row) + 0.5f) / height;
-    const Colour background{0.006f + 0.008f * up, 0.007f + 0.010f * up, 0.010f + 0.016f * up};
-    for (const Taps& tu : tapsU) {
-      Colour light{}, glow{};
-      float through = 0;
-      for (int j = 0; j < 4; ++j)
-        for (int i = 0; i < 4; ++i) {
-          const Column& c = mColumns[std::size_t{1} * tv.index[j] * Nu() + tu.index[i]];
-          const float weight = tv.weight[j] * tu.weight[i];
-          for (int k = 0; k < 3; ++k) {
-            light[k] += weight * c.light[k];
-            glow[k] += weight * c.glow[k];
-          }
-          through += weight * c.through;
-        }
-      through = std::clamp(through, 0.0f, 1.0f);
-      // Film saturates: where a fire is deep or hot, its red comes to an end first.
-      for (int k = 0; k < 3; ++k) {
-        const float lit = std::min(light[k] + through * background[k], 1.0f);
-        (*out)[k] = 1 - (1 - lit) * std::exp(-std::max(glow[k], 0.0f));
-      }
-      ++out;
-    }
-  }
-  return pixels;
-}
-
 Picture Drawing::Develop() const {
   const double scale = static_cast<double>(kLongSide) / std::max(Nu(), Nv());
   Picture picture;
   picture.width = std::max(1, static_cast<i32>(std::lround(Nu() * scale)));
   picture.height = std::max(1, static_cast<i32>(std::lround(Nv() * scale)));
   picture.rgb.reserve(std::size_t{3} * picture.width * picture.height);
-  std::vector<Colour> pixels = Expose(picture.width, picture.height);
+  std::vector<Colour> pixels = Expose(mColumns, Nu(), Nv(), picture.width, picture.height);
   DrawDots(pixels, picture.width, picture.height);
   for (const Colour& pixel : pixels)
     for (const float light : pixel) picture.rgb.push_back(ToByte(light));

@@ -14,6 +14,7 @@
 #include "host/file_limit.h"
 #include "io/json_line.h"
 #include "io/png_preview.h"
+#include "io/preview_film.h"
 #include "io/statistics.h"
 #include "nodes/catalogue.h"
 #include "run/memory_limit.h"
@@ -339,6 +340,16 @@ TEST(Preview, LargeBoxesAreDrawnCoarserWithTheSameBrightness) {
   const int fine = brightness(7.5), coarse = brightness(7.8);
   EXPECT_GT(fine, 200);
   EXPECT_NEAR(fine, coarse, 0.06 * fine);
+}
+
+TEST(PreviewFilm, CodesFollowTheCurveOfScreens) {
+  for (int i = 0; i <= 30000; ++i) {
+    const float x = static_cast<float>(i) / 30000;
+    const double code = x <= 0.0031308 ? 12.92 * x : 1.055 * std::pow(double{x}, 1 / 2.4) - 0.055;
+    ASSERT_NEAR(ToByte(x), 255 * code, 0.502) << x;
+  }
+  EXPECT_EQ(ToByte(-1), 0);
+  EXPECT_EQ(ToByte(7), 255);
 }
 
 TEST(Memory, GridsBeyondTheLimitHaveNoData) {
