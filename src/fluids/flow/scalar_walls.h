@@ -56,6 +56,11 @@ class ScalarWalls {
   Held FindHeld(const Values& values, const Grid<double>& field) const;
   /// The field stands on the centres of these cells.
   bool Fits(const Grid<double>& field) const;
+  /// There has been a `Build`.
+  bool IsBuilt() const { return mState != nullptr; }
+  bool IsClosed(const VecInt3D& cell) const {
+    return (*mState)(cell.x, cell.y, cell.z) == kClosed;
+  }
 
  private:
   enum State : u8 { kOpen = 0, kClosed = 1, kLeft = 2 };

@@ -4,6 +4,8 @@
 
 #include "fluids/emission/emission_settings.h"
 #include "fluids/fields/channel_kinds.h"
+#include "fluids/flow/ifluid_solver.h"
+#include "fluids/operators/axis_blur.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "grids/wide_kernel.h"
@@ -26,57 +28,24 @@ double TapOf(i32 k, double s) {
   return std::exp(-s * s / 2) * std::cyl_bessel_i(double(k), s * s / 2);
 }
 
-/// sum[x] += w * v[x].
-SULVA_WIDE_KERNEL void AddTap(double* __restrict sum, const double* __restrict v, double w, i32 n) {
-  for (i32 x = 0; x < n; ++x) sum[x] += w * v[x];
-}
-
-/// Weighted means from sums; a sum of exactly 0 leaves the value of the source.
-SULVA_WIDE_KERNEL void TakeMeans(const double* __restrict sum, const double* __restrict divisors,
-                                 const double* __restrict source, double* __restrict target, i32 n,
-                                 double most) {
-  for (i32 x = 0; x < n; ++x) {
-    const double mean = sum[x] * divisors[x];
-    const double capped = mean > most ? most : mean;
-    target[x] = sum[x] == 0 ? source[x] : capped;
-  }
-}
-SULVA_WIDE_KERNEL void TakeMeansAlike(const double* __restrict sum, double divisor,
-                                      const double* __restrict source, double* __restrict target,
-                                      i32 n, double most) {
-  for (i32 x = 0; x < n; ++x) {
-    const double mean = sum[x] * divisor;
-    const double capped = mean > most ? most : mean;
-    target[x] = sum[x] == 0 ? source[x] : capped;
-  }
-}
-
+/// Each sample takes the share `a` of its difference to every neighbour that it touches: what one
+/// gives is what the other gets. The bits of the links are those of the row and of the rows below
+/// along y and z.
 SULVA_WIDE_KERNEL void Relax(const double* __restrict c, const double* __restrict y0,
                              const double* __restrict y1, const double* __restrict z0,
-                             const double* __restrict z1, double* __restrict target, i32 n,
-                             double s, double divisor, bool onlyUp) {
+                             const double* __restrict z1, const u8* __restrict links,
+                             const u8* __restrict linksY, const u8* __restrict linksZ,
+                             double* __restrict target, i32 n, double a, bool onlyUp) {
   for (i32 x = 0; x < n; ++x) {
-    const double sides = (c[x - 1] + c[x + 1]) + (y0[x] + y1[x]) + (z0[x] + z1[x]);
-    const double v = (c[x] + s * sides) * divisor;
+    const double alongX =
+        (links[x - 1] & 1) * (c[x - 1] - c[x]) + (links[x] & 1) * (c[x + 1] - c[x]);
+    const double alongY =
+        (linksY[x] >> 1 & 1) * (y0[x] - c[x]) + (links[x] >> 1 & 1) * (y1[x] - c[x]);
+    const double alongZ =
+        (linksZ[x] >> 2 & 1) * (z0[x] - c[x]) + (links[x] >> 2 & 1) * (z1[x] - c[x]);
+    const double v = c[x] + a * ((alongX + alongY) + alongZ);
     target[x] = onlyUp & (target[x] > v) ? target[x] : v;
   }
-}
-
-/// The outermost layer, which no pass writes, as it is in the channel: taps there see it.
-void CopyBorder(const EGrid<double>& from, EGrid<double>& to, i32 threads) {
-  ForEachBlock(from.mNz, threads, [&](i32 z) {
-    const double* a = from.mData + std::ptrdiff_t{1} * from.mSlice * z;
-    double* b = to.mData + std::ptrdiff_t{1} * to.mSlice * z;
-    if (z == 0 || z == from.mNz - 1) return void(std::copy_n(a, from.mSlice, b));
-    for (i32 y = 0; y < from.mNy; ++y, a += from.mNx, b += from.mNx) {
-      if (y == 0 || y == from.mNy - 1) {
-        std::copy_n(a, from.mNx, b);
-      } else {
-        b[0] = a[0];
-        b[from.mNx - 1] = a[from.mNx - 1];
-      }
-    }
-  });
 }
 
 void CopyAll(const EGrid<double>& from, EGrid<double>& to, i32 threads) {
@@ -84,64 +53,6 @@ void CopyAll(const EGrid<double>& from, EGrid<double>& to, i32 threads) {
     const std::ptrdiff_t first = std::ptrdiff_t{1} * from.mSlice * z;
     std::copy_n(from.mData + first, from.mSlice, to.mData + first);
   });
-}
-
-/// A blur along one axis, from one grid into another of the same shape.
-struct AxisBlur {
-  const EGrid<double>& source;
-  EGrid<double>& target;
-  i32 axis;
-  const std::vector<double>& kernel;  ///< taps of -half..half
-  double most;                        ///< upper end of the channel's values
-  i32 half = static_cast<i32>(kernel.size() / 2);
-  std::vector<double> divisors = MakeDivisors();  ///< 1 / weights inside the grid, along the axis
-
-  std::vector<double> MakeDivisors() const {
-    const i32 n = target.Dims()[axis];
-    std::vector<double> result(n, 0.0);
-    for (i32 i = 0; i < n; ++i) {
-      double inside = 0;
-      for (i32 k = std::max(-half, -i); k <= std::min(half, n - 1 - i); ++k)
-        inside += kernel[half + k];
-      result[i] = inside > 0 ? 1 / inside : 0.0;
-    }
-    return result;
-  }
-};
-
-/// A row of the cells [first, last) along x; `sum` has room for them.
-void BlurRow(const AxisBlur& blur, i32 y, i32 z, i32 first, i32 last, double* sum) {
-  const EGrid<double>& grid = blur.source;
-  const i32 n = last - first, half = blur.half;
-  const double* source = grid.mData + grid.Index(first, y, z);
-  double* target = blur.target.mData + grid.Index(first, y, z);
-  std::fill_n(sum, n, 0.0);
-  if (blur.axis == 0) {
-    for (i32 k = -half; k <= half; ++k) {
-      // Cells of the row whose tap lies in the grid.
-      const i32 from = std::max(first, -k), to = std::min(last, grid.mNx - k);
-      if (from >= to) continue;
-      AddTap(sum + (from - first), source + (from - first) + k, blur.kernel[half + k], to - from);
-    }
-    return TakeMeans(sum, blur.divisors.data() + first, source, target, n, blur.most);
-  }
-  const i32 at = blur.axis == 1 ? y : z, count = blur.axis == 1 ? grid.mNy : grid.mNz;
-  const std::ptrdiff_t step = blur.axis == 1 ? grid.mNx : grid.mSlice;
-  for (i32 k = std::max(-half, -at); k <= std::min(half, count - 1 - at); ++k)
-    AddTap(sum, source + k * step, blur.kernel[half + k], n);
-  TakeMeansAlike(sum, blur.divisors[at], source, target, n, blur.most);
-}
-
-/// The inner cells of a share's layers. The axis of the blur runs inside the other one, so that the
-/// rows of the taps stay at hand.
-void BlurShare(const AxisBlur& blur, const EvaluationThreadData& share) {
-  const CellBox box{{1, 1, 1}, blur.target.Dims() - VecInt3D{1, 1, 1}};
-  std::vector<double> sum(std::max(box.max.x - box.min.x, 0));
-  const i32 outer = blur.axis == 2 ? 1 : 2, inner = 3 - outer;
-  const IndexRange own = share.ItemsOf(box.min[outer], box.max[outer]);
-  for (i32 o = own.first; o < own.last && !share.TestBreak(); ++o)
-    for (i32 i = box.min[inner]; i < box.max[inner]; ++i)
-      BlurRow(blur, outer == 1 ? o : i, outer == 1 ? i : o, box.min.x, box.max.x, sum.data());
 }
 
 }  // namespace
@@ -230,6 +141,7 @@ void GridDiffusion::CheckDirty() {
 void GridDiffusion::Release(bool full) {
   if (full) iObject::Release(true);
   for (auto& grid : mWork) grid.reset();
+  mLinks.Release();
 }
 
 std::vector<double> GridDiffusion::MakeKernel(double s, i32 reach) {
@@ -257,6 +169,20 @@ bool GridDiffusion::MakeWorkGrids(i32 count, const EGrid<double>& like) {
   return true;
 }
 
+bool GridDiffusion::FindLinks(const EGrid<double>& grid) {
+  std::vector<FlowBounds> flows;
+  for (const auto& [id, object] : mScene->List(kListSolvers)) {
+    const auto* solver = dynamic_cast<const iFluidSolver*>(object.get());
+    if (!solver || !solver->Has(FLAG_ENABLED)) continue;
+    const Flow& flow = solver->GetFlow();
+    if (flow.GetLayout() && flow.mWallCells.IsBuilt())
+      flows.push_back({*flow.GetLayout(), flow.mWallCells, flow.mThinFaces});
+  }
+  if (mLinks.Build(grid, flows, mScene->mThreadCount)) return true;
+  Release(false);
+  return Deactivate("its work grids do not fit into memory");
+}
+
 void GridDiffusion::Prepare() {
   const EGrid<double>* grid = Component(0);
   if (!Channel()) return (void)Deactivate("it has no channel; name one under 'channel'");
@@ -265,6 +191,7 @@ void GridDiffusion::Prepare() {
   if (!grid) return (void)Deactivate("its channel has no grid");
   if (!MakeWorkGrids(IsGaussian() ? 2 : 1, *grid)) return;
   if (grid->mNz < 3) return (void)Deactivate("its channel has no inner cells");
+  if (!FindLinks(*grid)) return;
   if (mScalar) mScalar->SettleEmission();
   SetFlag(FLAG_ACTIVE, true);
 }
@@ -286,17 +213,17 @@ void GridDiffusion::Blur(EGrid<double>& grid) {
   const VecInt3D dims = grid.Dims();
   const std::vector<double> kernel = MakeKernel(width, std::max({dims.x, dims.y, dims.z}));
   EGrid<double>* const stations[] = {&grid, mWork[0].get(), mWork[1].get(), &grid};
-  for (const auto& work : mWork) CopyBorder(grid, *work, mScene->mThreadCount);
   for (i32 axis = 0; axis < 3; ++axis) {
-    const AxisBlur blur{*stations[axis], *stations[axis + 1], axis, kernel, grid.mRangeMax};
+    const AxisBlur blur(*stations[axis], *stations[axis + 1], axis, kernel, mLinks, grid.mRangeMax);
     ForEachShare(mScene->mThreadCount, mScene->mThread,
-                 [&](const EvaluationThreadData& share) { BlurShare(blur, share); });
+                 [&](const EvaluationThreadData& share) { blur.Run(share); });
   }
 }
 
 void GridDiffusion::Smooth(EGrid<double>& grid) {
   const EGrid<double>& source = *mWork[0];
   const double strength = mStrengthPerSecond * mTime->stepDuration;
+  const double given = strength / (1 + 6 * strength);
   const bool onlyUp = mMode == static_cast<i32>(DiffusionMode::Grow);
   const i32 ny = source.mNx, nz = source.mSlice;
   CopyAll(grid, *mWork[0], mScene->mThreadCount);
@@ -306,8 +233,9 @@ void GridDiffusion::Smooth(EGrid<double>& grid) {
       for (i32 y = box.min.y; y < box.max.y; ++y) {
         const i32 first = source.Index(box.min.x, y, z);
         const double* c = source.mData + first;
-        Relax(c, c - ny, c + ny, c - nz, c + nz, grid.mData + first, box.max.x - box.min.x,
-              strength, 1 / (1 + 6 * strength), onlyUp);
+        const u8* links = mLinks.Bits() + first;
+        Relax(c, c - ny, c + ny, c - nz, c + nz, links, links - ny, links - nz, grid.mData + first,
+              box.max.x - box.min.x, given, onlyUp);
       }
   });
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "fluids/operators/channel_work.h"
+#include "fluids/operators/open_links.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -13,7 +14,8 @@ enum class DiffusionMode : i32 {
   Grow = 2,      ///< the same where it raises the value
 };
 
-/// Smooths the components of a channel one after the other, in rounds, in stage 15.
+/// Smooths the components of a channel one after the other, in rounds, in stage 15. It moves what
+/// there is from cell to cell, not through solids, walls or the sides of the grid (decision 40).
 class GridDiffusion : public iObject {
  public:
   static constexpr i32 kTypeId = 100;
@@ -37,6 +39,7 @@ class GridDiffusion : public iObject {
   EGrid<double>* Component(i32 i) const;
   iBase* Channel() const;
   bool MakeWorkGrids(i32 count, const EGrid<double>& like);
+  bool FindLinks(const EGrid<double>& grid);
   bool IsGaussian() const { return mMode == static_cast<i32>(DiffusionMode::Gaussian); }
   /// One round on a component: each axis in turn, or the neighbours at once.
   void Blur(EGrid<double>& grid);
@@ -50,6 +53,7 @@ class GridDiffusion : public iObject {
   double mStrengthPerSecond = 0;  ///< cells a second
 
   std::unique_ptr<EGrid<double>> mWork[2];  ///< kept for the next step
+  OpenLinks mLinks;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
