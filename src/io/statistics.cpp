@@ -2,7 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <initializer_list>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <utility>
 
 #include "host/atomic_file.h"
@@ -160,6 +163,26 @@ void StatisticsFile::GoOn(i32 frame, i32 expected) {
   });
 }
 
+namespace {
+
+/// The warnings of all frames in a file, each once. Read back from it, a run that was resumed tells
+/// those of before too.
+std::vector<std::string> ToldByFrames(const std::filesystem::path& path) {
+  std::vector<std::string> told;
+  std::istringstream lines(host::ReadFile(path));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find(R"("warnings":[])") != std::string::npos) continue;
+    const nlohmann::json frame = nlohmann::json::parse(line, nullptr, false);
+    if (!frame.is_object() || !frame.contains("warnings")) continue;
+    for (std::string warning : frame["warnings"])
+      if (std::find(told.begin(), told.end(), warning) == told.end())
+        told.push_back(std::move(warning));
+  }
+  return told;
+}
+
+}  // namespace
+
 void StatisticsFile::StartIfNew() {
   if (!mIsOurs) mLog.Start({});
   mIsOurs = true;
@@ -179,7 +202,10 @@ void StatisticsFile::WriteSummary(i32 frames, double wallSeconds, int exitCode,
     return;
   Try([&] {
     StartIfNew();
-    mLog.Finish(FormatSummary(frames, wallSeconds, exitCode, warnings));
+    std::vector<std::string> all = ToldByFrames(mLog.Path());
+    for (const std::string& warning : warnings)
+      if (std::find(all.begin(), all.end(), warning) == all.end()) all.push_back(warning);
+    mLog.Finish(FormatSummary(frames, wallSeconds, exitCode, all));
   });
 }
 

@@ -10,7 +10,7 @@ namespace MELDO_GLOBAL::app {
 
 /// The line of a frame, without the newline.
 std::string FormatFrame(const FrameRecord& record);
-/// The last line, without the newline; `warnings` are those that no frame has told.
+/// The last line, without the newline.
 std::string FormatSummary(i32 frames, double wallSeconds, int exitCode,
                           const std::vector<std::string>& warnings = {});
 
@@ -24,6 +24,7 @@ class StatisticsFile {
   /// of later frames stay, since those frames would give the same ones.
   void GoOn(i32 frame, i32 expected);
   void WriteFrame(const FrameRecord& record);
+  /// Ends the file with all that its frames warned of, and `warnings`, which belong to none.
   void WriteSummary(i32 frames, double wallSeconds, int exitCode,
                     const std::vector<std::string>& warnings = {});
   /// Flushes it to the disk.

@@ -95,7 +95,9 @@ bool IdleWatch::IsToTell(const iBase& object) const {
 
 std::string IdleWatch::TextOf(const iBase& object) const {
   const auto span = mSpans.find(object.Node()->Id());
-  const bool isNew = span == mSpans.end() || span->second.since == object.mScene->mClock.frame;
+  // In a frame that came to no end the reason may be another one than before.
+  const bool isNew = span == mSpans.end() || span->second.since == object.mScene->mClock.frame ||
+                     span->second.reason != object.mInactiveReason;
   return fmt::format("{} is inactive{}: {}", LabelOf(object),
                      isNew ? "" : fmt::format(" since frame {}", span->second.since),
                      object.mInactiveReason);
@@ -109,12 +111,14 @@ bool IdleWatch::AwaitsContent(const Scene& scene) const {
 }
 
 bool IdleWatch::IsEarly(const Scene& scene, const iBase& object) const {
-  // A scene without content or time has nothing to work on: what stays that way is told when the
-  // run ends.
-  if ((scene.mFlags & Scene::kNoBounds) || AwaitsContent(scene)) return true;
-  if (WorksBeforeFlow(object)) return scene.mTime.stepDuration == 0;
   // The first frames have no flow yet.
   constexpr i32 kStartUp = 2;
+  // A scene without content or time has nothing to work on: what stays that way is told when the
+  // run ends. But shapes and what they emit are what content comes from.
+  if (scene.mFlags & Scene::kNoBounds)
+    return mMayCome || !WorksBeforeFlow(object) || scene.mClock.frameFromStart < kStartUp;
+  if (AwaitsContent(scene)) return true;
+  if (WorksBeforeFlow(object)) return scene.mTime.stepDuration == 0;
   return scene.mClock.frameFromStart < kStartUp || scene.mTime.elapsed == 0;
 }
 

@@ -163,8 +163,9 @@ class ReachFinder {
       if (field != unread.front()) others += (others.empty() ? ", nor " : ", ") + Named(*field);
     }
     Find(*unread.front(), "",
-         fmt::format("no node, export or picture reads it{}: the statistics alone tell of {}",
-                     others, others.empty() ? "it" : "them"),
+         fmt::format(
+             "no working node, export or picture reads it{}: the statistics alone tell of {}",
+             others, others.empty() ? "it" : "them"),
          true);
   }
 

@@ -253,10 +253,16 @@ std::optional<Value> ValueReader::ReadPlain(const ParameterRow& row, const JsonV
 
 bool ValueReader::InRange(double number, const ParameterRow& row, const JsonValue& value,
                           const Subject& subject, const std::string& what) {
-  if (number >= row.min && number <= row.max) return true;
-  mContext.Error(value, subject,
-                 fmt::format("{}: {} is out of range; expected {}", what, number,
-                             RangeWords(row.min, row.max)));
+  using Whole = std::numeric_limits<i32>;
+  double least = row.min, most = row.max;
+  if (row.type == ParameterType::Long && std::abs(number) > Whole::max()) {
+    least = std::max<double>(least, Whole::min());
+    most = std::min<double>(most, Whole::max());
+  }
+  if (number >= least && number <= most) return true;
+  mContext.Error(
+      value, subject,
+      fmt::format("{}: {} is out of range; expected {}", what, number, RangeWords(least, most)));
   return false;
 }
 

@@ -197,7 +197,7 @@ TEST(Reachability, FieldsThatOnlyTheStatisticsTellOfAreNotedAtOnce) {
                                     "or picture reads it: the statistics alone tell of it")));
   EXPECT_TRUE(velocity.Of("smoke").isUnread);
   EXPECT_THAT(load(R"("density": "smoke")", two).lines,
-              ElementsAre(HasSubstr("channel_scalar \"dust\": no node, export or picture reads "
+              ElementsAre(HasSubstr("channel_scalar \"dust\": no working node, export or picture reads "
                                     "it, nor 'heat': the statistics alone tell of them")));
   const std::string reader = two + R"(, { "type": "force_buoyancy", "name": "lift",
     "parameters": { "temperature_channel": "heat", "density_channel": "dust" } })";
