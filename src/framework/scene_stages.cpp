@@ -4,6 +4,7 @@
 
 #include "framework/stage_order.h"
 #include "framework/sulva_scene.h"
+#include "grids/fixed_blocks.h"
 #include "grids/memory_owner.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -109,11 +110,16 @@ bool SulvaScene::FinishStep() {
     for (const auto& [id, object] : list)
       if (object->Has(FLAG_ENABLED)) object->CommitStep();
   if (!mBoundsValid) return !IsCancelled();
-  for (const i32 list : {kListChannels, kListSolvers})
-    for (const auto& [id, object] : mLists[list]) {
-      if (IsCancelled()) return false;
-      if (object->Has(FLAG_ENABLED) && object->IsDirty()) object->UpdateRange();
-    }
+  // Channels know nothing of each other, and none goes through its grid on several workers.
+  for (const i32 list : {kListChannels, kListSolvers}) {
+    if (IsCancelled()) return false;
+    std::vector<iBase*> changed;
+    for (const auto& [id, object] : mLists[list])
+      if (object->Has(FLAG_ENABLED) && object->IsDirty()) changed.push_back(object.get());
+    const i32 threads = list == kListChannels ? mThreadCount : 1;
+    ForEachBlock(static_cast<i32>(changed.size()), threads,
+                 [&](i32 i) { changed[i]->UpdateRange(); });
+  }
   return !IsCancelled();
 }
 

@@ -30,6 +30,16 @@ SULVA_WIDE_KERNEL double LargestOf(const double* values, i32 n) {
 
 namespace {
 
+/// The largest magnitude; not a finite one where one of them isn't.
+double LargestMagnitude(const EGrid<double>& grid, i32 threads) {
+  // A NaN is above all others only by its bits.
+  const auto key = [](double v) { return std::bit_cast<i64>(v); };
+  return ReduceBlocks(
+      grid.mNz, threads, 0.0,
+      [&](i32 z) { return LargestOf(grid.mData + i64{z} * grid.mSlice, grid.mSlice); },
+      [&](double a, double b) { return key(a) > key(b) ? a : b; });
+}
+
 constexpr i32 kPiece = 64;  // cells that are looked at together first
 constexpr u8 kClear = SolidCells::kNoPushOut | SolidCells::kOpenCentre;
 
@@ -64,6 +74,16 @@ void SpreadRow(const u8* row, i32 reach, i32 n, u8* __restrict out) {
 }
 
 }  // namespace
+
+bool FindReach(const StaggeredVelocity& velocity, double perCell, i32 threads, VecInt3D& reach) {
+  constexpr double kRounding = 1 + 1e-9, kFar = 64;
+  for (i32 axis = 0; axis < 3; ++axis) {
+    const double way = LargestMagnitude(velocity.Component(axis), threads) * perCell * kRounding;
+    if (!(way < kFar)) return false;
+    reach[axis] = static_cast<i32>(way) + 1;
+  }
+  return true;
+}
 
 void BusyBlocks::MarkRow(std::span<const SparseField> fields, const Grid<u8>& flags, i32 y, i32 z,
                          u8* marks) const {

@@ -13,22 +13,39 @@ constexpr i32 kMostRows = 64;  // that are worth a look together
 
 }  // namespace
 
-u8 CommonBits(const u8* flags, i32 n) {
+namespace {
+
+/// Folds `n` bytes by join(a, b), many at a time, from `all` on.
+template <class Join>
+u8 FoldBytes(const u8* flags, i32 n, u8 all, Join&& join) {
   typedef u8 Bytes __attribute__((vector_size(16)));
   constexpr i32 kBytes = sizeof(Bytes);
-  Bytes all = ~Bytes{}, v;
+  Bytes many = Bytes{} + all, v;
   i32 i = 0;
   for (; i + kBytes <= n; i += kBytes) {
     std::memcpy(&v, flags + i, kBytes);
-    all &= v;
+    many = join(many, v);
   }
-  u8 common = 0xff;
-  for (; i < n; ++i) common &= flags[i];
+  for (; i < n; ++i) all = join(all, flags[i]);
   u64 halves[2];
-  std::memcpy(halves, &all, kBytes);
-  u64 rest = halves[0] & halves[1];
-  for (i32 shift = 32; shift >= 8; shift /= 2) rest &= rest >> shift;
-  return static_cast<u8>(common & rest);
+  std::memcpy(halves, &many, kBytes);
+  u64 rest = join(halves[0], halves[1]);
+  for (i32 shift = 32; shift >= 8; shift /= 2) rest = join(rest, rest >> shift);
+  return static_cast<u8>(join(all, static_cast<u8>(rest)));
+}
+
+}  // namespace
+
+u8 CommonBits(const u8* flags, i32 n) {
+  return FoldBytes(flags, n, 0xff, []<class T>(const T& a, const T& b) {
+    return static_cast<T>(a & b);
+  });
+}
+
+u8 UnitedBits(const u8* flags, i32 n) {
+  return FoldBytes(flags, n, 0, []<class T>(const T& a, const T& b) {
+    return static_cast<T>(a | b);
+  });
 }
 
 bool AreClear(const Grid<u8>& flags, const RowVectors& points, i32 n, u8 wanted, i32 beyond) {

@@ -10,6 +10,11 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr i32 kSlabLayers = 8;
+// What a step may do to content behind its path: a round of evening takes it to the next cell, and so
+// does sharpening. Evening knows nothing of what lies beyond.
+constexpr i32 kRoundIt = 6;
+// Farther than any grid is wide.
+constexpr i32 kAnywhere = 1'000'000;
 // A solid that moves covers cells of volume one; a field starts out with that everywhere.
 constexpr ScalarWalls::Values kVolumeRange{.nothing = 0, .outside = 1, .initial = 1};
 
@@ -23,8 +28,9 @@ bool ConservativeAdvection::Fit(const EGrid<double>& source, bool sharp) {
     mDims = source.Dims();
   }
   mSlice = source.mSlice;
+  const bool isNew = !mGivenVolume;
   mCellSize = source.mLayout.cellSize;
-  bool made = MakeGrids(mDims, mHolds, mMoves, mClosed, mBase, mAskedClosed, mAsked, mGivenContent,
+  bool made = MakeGrids(mDims, mHolds, mMoves, mClosed, mBase, mAskedClosed, mGivenContent,
                         mGivenVolume, mMovedContent, mMovedVolume, mFraction[0], mFraction[1],
                         mFraction[2]) &&
               mEvening.Fit(mDims);
@@ -36,6 +42,11 @@ bool ConservativeAdvection::Fit(const EGrid<double>& source, bool sharp) {
   if (!made) {
     Release();
     return false;
+  }
+  if (isNew) {
+    mGivenContent->Fill(0);
+    mGivenVolume->Fill(1);
+    mRowsBefore.Clear();
   }
   mBlocks = {mBase->mData,
              mAskedClosed->mData,
@@ -64,6 +75,7 @@ bool ConservativeAdvection::FitVolume(const EGrid<double>& source) {
       }
   }
   mVolume = std::move(fitted);
+  mIsSettled = false;
   return true;
 }
 
@@ -76,23 +88,66 @@ void ConservativeAdvection::Release() {
   mSlabs.clear();
   mForward.clear();
   mReach.clear();
-  for (Field* field : {&mAsked, &mGivenContent, &mGivenVolume, &mMovedContent, &mMovedVolume,
+  mRows.Clear();
+  mRowsBefore.Clear();
+  mIsSettled = false;
+  for (Field* field : {&mGivenContent, &mGivenVolume, &mMovedContent, &mMovedVolume,
                        &mFraction[0], &mFraction[1], &mFraction[2]})
     field->reset();
   mEvening.Release();
   mSharpening.Release();
 }
 
-void ConservativeAdvection::Persist(StateArchive& archive) { archive(mVolume); }
+void ConservativeAdvection::Persist(StateArchive& archive) {
+  archive(mVolume);
+  mIsSettled = false;
+}
+
+/// Solids and thin walls may bring paths anywhere, where nothing is known of them.
+void ConservativeAdvection::FindActive(const Flow& flow, const EGrid<double>& source) {
+  std::swap(mRows, mRowsBefore);
+  const bool isBounded =
+      FindReach(flow.velocity, flow.step / mCellSize, flow.threads, mFarthest);
+  if (!isBounded) mFarthest = {kAnywhere, kAnywhere, kAnywhere};
+  mFlags = flow.solidCells && flow.solidCells->Dims() == mDims && flow.solidCells->mData
+               ? flow.solidCells
+               : nullptr;
+  const i32 margin = kRoundIt + flow.reach;
+  if (isBounded && mFlags && !flow.thin && mDims.x > 2) {
+    mRows.Take({&source, flow.nothing}, *mFlags, mFarthest, margin, flow.threads);
+  } else {
+    mRows.TakeAll(mDims);
+  }
+  if (mRowsBefore.Dims() != mDims || mRowsBefore.IsEmpty()) mRowsBefore.TakeNone(mDims);
+  ForEachLayer(flow, [&](i32 z) { Leave(z); });
+  mIsSettled = true;
+}
+
+/// What isn't active any more holds nothing, and a volume of one.
+void ConservativeAdvection::Leave(i32 z) {
+  for (i32 y = 0; y < mDims.y; ++y) {
+    const i32 row = z * mSlice + y * mDims.x;
+    mRows.ForEachLeft(mRowsBefore, y, z, [&](i32 first, i32 last) {
+      const i32 c = row + first, n = last - first;
+      std::fill_n(mGivenContent->mData + c, n, 0.0);
+      std::fill_n(mGivenVolume->mData + c, n, 1.0);
+      std::fill_n(mVolume->mData + c, n, 1.0);
+      mEvening.Leave(c, n);
+      mSharpening.Leave(c, n);
+    });
+    if (mIsSettled) continue;
+    const IndexRange run = mRows.At(y, z);
+    std::fill_n(mVolume->mData + row, run.first, 1.0);
+    std::fill_n(mVolume->mData + row + run.last, mDims.x - run.last, 1.0);
+  }
+}
 
 void ConservativeAdvection::MarkHolders(const Flow& flow, const EGrid<double>& source) {
   if (flow.wallCells && flow.wallCells->Fits(*mVolume))
     flow.wallCells->HandOver(kVolumeRange, flow.reach, *mVolume);
-  const bool isKnown =
-      flow.solidCells && flow.solidCells->Dims() == mDims && flow.solidCells->mData;
-  mFlags = isKnown ? flow.solidCells : nullptr;
   ForEachLayer(flow, [&](i32 z) {
-    for (i32 y = 0; y < mDims.y; ++y) MarkRow(flow, source, y, z);
+    for (i32 y = 0; y < mDims.y; ++y)
+      if (mRows.IsNear(y, z)) MarkRow(flow, source, y, z);
   });
   ForEachLayer(flow, [&](i32 z) { FindClosed(z); });
 }
@@ -112,12 +167,14 @@ void ConservativeAdvection::MarkRow(const Flow& flow, const EGrid<double>& sourc
   moves[0] = moves[n - 1] = 0;
   // What comes in from outside isn't thinned.
   double* volume = mVolume->mData + first;
-  for (i32 x = 0; x < n; ++x) volume[x] = moves[x] ? volume[x] : holds[x];
+  const IndexRange run = mRows.At(y, z);
+  for (i32 x = run.first; x < run.last; ++x) volume[x] = moves[x] ? volume[x] : holds[x];
 }
 
 void ConservativeAdvection::FindClosed(i32 z) {
   if (z == mDims.z - 1) return;
   for (i32 y = 0; y < mDims.y - 1; ++y) {
+    if (!mRows.IsNear(y, z)) continue;
     const i32 first = mHolds->Index(0, y, z);
     FindClosedCorners(mHolds->mData + first, mDims.x, mSlice, mDims.x - 1, mClosed->mData + first);
   }
@@ -126,28 +183,39 @@ void ConservativeAdvection::FindClosed(i32 z) {
 bool ConservativeAdvection::Advect(const Flow& flow, const EGrid<double>& source,
                                    EGrid<double>& destination, bool sharp) {
   if (!Fit(source, sharp)) return false;
+  FindActive(flow, source);
   MarkHolders(flow, source);
-  RecordBackward(flow);
-  FindAsked(flow, source);
-  RecordForward(flow);
+  ForEachBlock(static_cast<i32>(mSlabs.size()), flow.threads,
+               [&](i32 slab) { AskSlab(flow, slab); });
+  Settle(flow, source, sharp);
   const u8* moves = mMoves->mData;
-  if (sharp)
-    mSharpening.FindLimits(mBlocks, source.mData, flow.nothing, mVolume->mData, flow.threads);
   const Carried moved{mMovedContent->mData, mMovedVolume->mData};
-  Gather(flow, source.mData, moved);
+  Gather(flow, moved, sharp);
   Scatter(flow, moved);
   // What was given is over: its memory serves again. The volume is that of the next step from here.
   const Carried evened{destination.mData, mVolume->mData};
-  mEvening.Run(moves, moved, evened, {mGivenContent->mData, mGivenVolume->mData}, flow.threads);
+  mEvening.Run(moves, mRows, moved, evened, {mGivenContent->mData, mGivenVolume->mData},
+               flow.threads);
   if (sharp)
-    mSharpening.Run(mBlocks, moves, evened,
+    mSharpening.Run(mRows, evened,
                     flow.thin ? flow.thin->Faces() : std::span<const ThinFaces::Face>{},
                     flow.threads);
-  if (flow.nothing != 0)
-    ForEachLayer(flow, [&](i32 z) {
-      for (i32 c = z * mSlice; c < (z + 1) * mSlice; ++c) destination[c] += flow.nothing;
-    });
+  Complete(flow, destination);
   return true;
+}
+
+/// The field is what the step has moved above nothing, and that where it moved none.
+void ConservativeAdvection::Complete(const Flow& flow, EGrid<double>& destination) const {
+  ForEachLayer(flow, [&](i32 z) {
+    for (i32 y = 0; y < mDims.y; ++y) {
+      const IndexRange run = mRows.At(y, z);
+      double* row = destination.mData + z * mSlice + y * mDims.x;
+      std::fill_n(row, run.first, flow.nothing);
+      std::fill_n(row + run.last, mDims.x - run.last, flow.nothing);
+      if (flow.nothing != 0)
+        for (i32 x = run.first; x < run.last; ++x) row[x] += flow.nothing;
+    }
+  });
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include "fluids/advection/row_runs.h"
 #include "fluids/advection/contribution.h"
 #include "fluids/advection/flux_sharpening.h"
 #include "fluids/advection/row_sampling.h"
@@ -24,7 +25,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// through open sides is gone. Cells whose centre lies in a solid keep what they hold and take no
 /// part, so that a closed box keeps its total to rounding, past obstacles too. Results don't depend
 /// on the number of threads, and hardly on the order of the cells: mirrored flows move mirrored
-/// fields.
+/// fields. Far from all that the field holds nothing is looked at, and the volume is one.
 class ConservativeAdvection {
  public:
   struct Flow {
@@ -61,35 +62,50 @@ class ConservativeAdvection {
 
   bool Fit(const EGrid<double>& source, bool sharp);
   bool FitVolume(const EGrid<double>& source);
+  void FindActive(const Flow& flow, const EGrid<double>& source);
+  void Leave(i32 z);
   void MarkHolders(const Flow& flow, const EGrid<double>& source);
   void MarkRow(const Flow& flow, const EGrid<double>& source, i32 y, i32 z);
   void FindClosed(i32 z);
-  bool IsBorder(const VecInt3D& c) const {
-    return c.x == 0 || c.y == 0 || c.z == 0 || c.x == mDims.x - 1 || c.y == mDims.y - 1 ||
-           c.z == mDims.z - 1;
+  bool IsOutermostRow(i32 y, i32 z) const {
+    return y == 0 || z == 0 || y == mDims.y - 1 || z == mDims.z - 1;
   }
   bool IsClear(const RowVectors& points, i32 n) const;
   void PushOut(const Flow& flow, const RowVectors& start, RowVectors& ends, i32 n) const;
   void PlaceBlocks(const Flow& flow, const RowVectors& start, RowVectors& ends, i32 n,
                    const BlockColumns& blocks) const;
-  double TraceInnerRow(const Flow& flow, i32 y, i32 z);
-  void RecordBackward(const Flow& flow);
-  void AskSlab(i32 slab);
-  void FindAsked(const Flow& flow, const EGrid<double>& source);
+  void TraceRun(const Flow& flow, i32 y, i32 z, const IndexRange& run);
+  void TraceLayer(const Flow& flow, i32 z);
+  void AskSlab(const Flow& flow, i32 slab);
+  void AskLayer(i32 z, Slab& slab) const;
+  double FindAsked(const Flow& flow, const EGrid<double>& source, i32 z, double* asked) const;
   CellBox FarFromSides(const Flow& flow) const;
-  void RecordForward(const Flow& flow);
+  void SendLayer(const Flow& flow, const CellBox& far, i32 z, double* asked);
   struct Senders;
   void SendForward(const Flow& flow, const Senders& from, i32 z);
-  void Gather(const Flow& flow, const double* source, const Carried& to);
+  void Settle(const Flow& flow, const EGrid<double>& source, bool sharp);
+  void Gather(const Flow& flow, const Carried& to, bool sharp);
   void Scatter(const Flow& flow, const Carried& to);
+  void Complete(const Flow& flow, EGrid<double>& destination) const;
   template <class F>
   void ForEachLayer(const Flow& flow, F&& f) const {
     ForEachBlock(mDims.z, flow.threads, f);
+  }
+  /// Calls f(first cell, count) for the active parts of the rows of a layer.
+  template <class F>
+  void ForEachRun(i32 z, F&& f) const {
+    for (i32 y = 0; y < mDims.y; ++y) {
+      const IndexRange run = mRows.At(y, z);
+      if (!run.IsEmpty()) f(z * mSlice + y * mDims.x + run.first, run.last - run.first);
+    }
   }
 
   VecInt3D mDims{};
   i32 mSlice = 0;
   f32 mCellSize = 0;
+  RowRuns mRows, mRowsBefore;    ///< of this step, and of the one before where that is known
+  VecInt3D mFarthest{};             ///< where paths lead, in cells along each axis
+  bool mIsSettled = false;          ///< the volume is one but for the rows of the step before
   const Grid<u8>* mFlags = nullptr;   ///< of the step's solid cells
   std::unique_ptr<Grid<u8>> mHolds;   ///< 1: the cell can hold smoke
   std::unique_ptr<Grid<u8>> mMoves;   ///< as `EvenLine` has them: it holds smoke and
@@ -104,12 +120,11 @@ class ConservativeAdvection {
   std::vector<std::vector<ForwardContribution>> mForward;  ///< by layer, in cell order
   std::vector<IndexRange> mReach;          ///< layers that what a layer sends touches
   std::unique_ptr<EGrid<double>> mVolume;  ///< carried on, one in a flow at rest
-  Field mAsked;                            ///< how much of a cell is asked for
-  Field mGivenContent, mGivenVolume;       ///< for each share that is asked for
+  Field mGivenContent, mGivenVolume;       ///< for each share that is asked for; beyond what is
+                                           ///< active nothing, and one
   Field mMovedContent, mMovedVolume;       ///< before volumes are evened
   VolumeEvening mEvening;
   FluxSharpening mSharpening;
-  double mLongest = 0;  ///< of the paths back, in cells along an axis
   double mLeft = 0;
 };
 

@@ -1,34 +1,10 @@
 // Where the paths of a step that keeps the total of a field lead.
 #include <algorithm>
-#include <cmath>
 
 #include "fluids/advection/clear_cells.h"
 #include "fluids/advection/conservative_advection.h"
-#include "fluids/advection/run_lanes.h"
-#include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
-
-namespace {
-
-SULVA_WIDE_KERNEL double MostApart(const double* a, const double* b, i32 n) {
-  RunLanes lanes{};
-  i32 i = 0;
-  for (; i + kRun <= n; i += kRun) {
-    RunLanes p, q;
-    Load(a + i, p);
-    Load(b + i, q);
-    p -= q;
-    p = p < 0 ? -p : p;
-    lanes = p > lanes ? p : lanes;
-  }
-  double most = 0;
-  for (int lane = 0; lane < kRun; ++lane) most = std::max(most, lanes[lane]);
-  for (; i < n; ++i) most = std::max(most, std::abs(a[i] - b[i]));
-  return most;
-}
-
-}  // namespace
 
 /// Whether no solid is near any of `n` points, given in cells, and so all corners of their blocks
 /// hold smoke.
@@ -43,15 +19,12 @@ void ConservativeAdvection::PlaceBlocks(const Flow& flow, const RowVectors& star
                                         i32 n, const BlockColumns& blocks) const {
   const bool isClear = mFlags && !flow.thin && IsClear(ends, n);
   if (!isClear) PushOut(flow, start, ends, n);
-  RowCorners corners;
-  FindCorners(ends, OffsetOf(kCentre), mDims, n, corners);
-  std::copy_n(corners.index, n, blocks.base);
-  for (int a = 0; a < 3; ++a) std::copy_n(corners.fraction[a].v, n, blocks.fraction[a]);
+  FindCorners(ends, OffsetOf(kCentre), mDims, n, blocks.base, blocks.fraction);
   if (isClear) {
     std::fill_n(blocks.closed, n, u8{0});
     return;
   }
-  for (i32 i = 0; i < n; ++i) blocks.closed[i] = mClosed->mData[corners.index[i]];
+  for (i32 i = 0; i < n; ++i) blocks.closed[i] = mClosed->mData[blocks.base[i]];
   // What lies outside of the sides is no continuation of anything here.
   if (flow.thin)
     for (i32 i = 0; i < n; ++i)
@@ -72,37 +45,39 @@ void ConservativeAdvection::PushOut(const Flow& flow, const RowVectors& start, R
     for (i32 i = 0; i < n; ++i) ends.Set(i, flow.thin->Stop(start.At(i), ends.At(i)));
 }
 
-/// The blocks that the inner cells of a row ask, by paths back from their centres. Returns how long
-/// these are along an axis, at most.
-double ConservativeAdvection::TraceInnerRow(const Flow& flow, i32 y, i32 z) {
+/// The blocks that a run of inner cells of a row ask, by paths back from their centres.
+void ConservativeAdvection::TraceRun(const Flow& flow, i32 y, i32 z, const IndexRange& run) {
   RowVectors start, k1, ends;
-  double longest = 0;
-  for (i32 x = 1; x < mDims.x - 1; x += kRowChunk) {
-    const i32 n = std::min(kRowChunk, mDims.x - 1 - x), first = mHolds->Index(x, y, z);
-    for (i32 i = 0; i < n; ++i) start.Set(i, {x + i + 0.5, y + 0.5, z + 0.5});
+  for (i32 x = run.first; x < run.last; x += kRowChunk) {
+    const i32 n = std::min(kRowChunk, run.last - x);
+    SetRow(x, y, z, OffsetOf(kCentre), n, start);
     VelocityAtSamples(flow.velocity, kCentre, x, y, z, n, k1);
     TraceRow(flow.velocity, start, k1, -flow.step / mCellSize, flow.order, n, ends);
-    for (int a = 0; a < 3; ++a)
-      longest = std::max(longest, MostApart(start.axis[a].v, ends.axis[a].v, n));
-    PlaceBlocks(flow, start, ends, n, mBlocks.From(first));
+    PlaceBlocks(flow, start, ends, n, mBlocks.From(mHolds->Index(x, y, z)));
   }
-  return longest;
 }
 
-void ConservativeAdvection::RecordBackward(const Flow& flow) {
-  mLongest = MaxBlocks(mDims.z, 1, flow.threads, [&](i64 layer, i64) {
-    const i32 z = static_cast<i32>(layer);
-    double longest = 0;
-    for (i32 y = 0; y < mDims.y; ++y) {
-      const bool isBorder = z == 0 || z == mDims.z - 1 || y == 0 || y == mDims.y - 1;
-      if (!isBorder) longest = std::max(longest, TraceInnerRow(flow, y, z));
-      // Cells in solids and in the outermost layer keep what they hold.
-      const i32 first = mHolds->Index(0, y, z), last = first + mDims.x - 1;
-      for (i32 c = first; c <= last; ++c)
-        if (!mMoves->mData[c]) mBlocks.Set(c, Contribution::Only(c));
+void ConservativeAdvection::TraceLayer(const Flow& flow, i32 z) {
+  for (i32 y = 0; y < mDims.y; ++y) {
+    const IndexRange run = mRows.At(y, z), inner = mRows.Inner(y, z);
+    if (run.IsEmpty()) continue;
+    const i32 row = mHolds->Index(0, y, z);
+    const u8* moves = mMoves->mData + row;
+    // Cells in solids and in the outermost layer keep what they hold.
+    const auto keep = [&](i32 first, i32 last) {
+      for (i32 x = first; x < last; ++x)
+        if (!moves[x]) mBlocks.Set(row + x, Contribution::Only(row + x));
+    };
+    if (IsOutermostRow(y, z) || inner.IsEmpty()) {
+      keep(run.first, run.last);
+      continue;
     }
-    return longest;
-  });
+    TraceRun(flow, y, z, inner);
+    keep(run.first, inner.first);
+    keep(inner.last, run.last);
+    if (!(CommonBits(moves + inner.first, inner.last - inner.first) & 1))
+      keep(inner.first, inner.last);
+  }
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -21,55 +21,78 @@ bool IsEmpty(const Contribution& block, const CornerOffsets& corners) {
 
 }  // namespace
 
-/// Adds up what the cells of a slab ask for, each in its turn.
-void ConservativeAdvection::AskSlab(i32 slab) {
+/// Adds up what the cells of a slab ask for, layer by layer, while their blocks are at hand.
+void ConservativeAdvection::AskSlab(const Flow& flow, i32 slab) {
   const i32 slabs = static_cast<i32>(mSlabs.size());
   const IndexRange layers = PartOf(slab, slabs, 0, mDims.z);
-  const i32 first = layers.first * mSlice, n = layers.last * mSlice - first;
-  i32 low = mAsked->mCount, high = 0;
-  for (i32 i = 0; i < n; ++i) {
-    low = std::min(low, mBlocks.base[first + i]);
-    high = std::max(high, mBlocks.base[first + i]);
-  }
   Slab& s = mSlabs[slab];
-  s.layers = {low / mSlice, std::min(high / mSlice + 2, mDims.z)};
-  s.asked.assign(i64{s.layers.last - s.layers.first} * mSlice, 0.0);
-  AskRow(mBlocks.From(first), n, CornerOffsets(mDims.x, mSlice),
-         s.asked.data() - i64{s.layers.first} * mSlice);
+  s.layers = {};
+  s.asked.clear();
+  for (i32 z = layers.first; z < layers.last; ++z) {
+    TraceLayer(flow, z);
+    AskLayer(z, s);
+  }
 }
 
-/// How much of every cell is asked for. The outermost layer gives without limit.
-void ConservativeAdvection::FindAsked(const Flow& flow, const EGrid<double>& source) {
-  ForEachBlock(static_cast<i32>(mSlabs.size()), flow.threads, [&](i32 slab) { AskSlab(slab); });
-  double* all = mAsked->mData;
-  mLeft = SumBlocks(mDims.z, 1, flow.threads, [&](i64 z, i64) {
-    double* asked = all + z * mSlice;
-    std::fill_n(asked, mSlice, 0.0);
+void ConservativeAdvection::AskLayer(i32 z, Slab& slab) const {
+  i32 low = mVolume->mCount, high = -1;
+  ForEachRun(z, [&](i32 c, i32 n) { WidenRange(mBlocks.base + c, n, low, high); });
+  if (high < 0) return;
+  IndexRange touched{low / mSlice, std::min(high / mSlice + 2, mDims.z)};
+  IndexRange& layers = slab.layers;
+  if (layers.IsEmpty()) layers = {touched.first, touched.first};
+  touched = {std::min(touched.first, layers.first), std::max(touched.last, layers.last)};
+  slab.asked.insert(slab.asked.begin(), i64{layers.first - touched.first} * mSlice, 0.0);
+  layers = touched;
+  slab.asked.resize(i64{layers.last - layers.first} * mSlice, 0.0);
+  double* asked = slab.asked.data() - i64{layers.first} * mSlice;
+  const CornerOffsets corners(mDims.x, mSlice);
+  ForEachRun(z, [&](i32 c, i32 n) { AskRow(mBlocks.From(c), n, corners, asked); });
+}
+
+/// How much of every cell of a layer is asked for. The outermost layer gives without limit, and so
+/// do cells, empty ones, that others would ask who aren't active. Returns what leaves so.
+double ConservativeAdvection::FindAsked(const Flow& flow, const EGrid<double>& source, i32 z,
+                                        double* asked) const {
+  double left = 0;
+  for (i32 y = 0; y < mDims.y; ++y) {
+    const IndexRange run = mRows.At(y, z), core = mRows.Core(y, z);
+    if (run.IsEmpty()) continue;
+    const i32 row = y * mDims.x;
+    double* a = asked + row;
+    std::fill(a + run.first, a + run.last, core.IsEmpty() ? 1.0 : 0.0);
+    if (core.IsEmpty()) continue;
     for (const Slab& slab : mSlabs) {
       if (z < slab.layers.first || z >= slab.layers.last) continue;
-      const double* part = slab.asked.data() + (z - slab.layers.first) * mSlice;
-      for (i32 i = 0; i < mSlice; ++i) asked[i] += part[i];
+      const double* part = slab.asked.data() + i64{z - slab.layers.first} * mSlice + row;
+      for (i32 x = core.first; x < core.last; ++x) a[x] += part[x];
     }
-    double left = 0;
-    for (i32 y = 0; y < mDims.y; ++y)
-      for (i32 x = 0; x < mDims.x;
-           x += IsBorder({1, y, static_cast<i32>(z)}) ? 1 : std::max(1, mDims.x - 1)) {
-        const i32 i = y * mDims.x + x;
-        left -= (asked[i] - 1) * (source[z * mSlice + i] - flow.nothing);
-        asked[i] = 1;
-      }
-    return left;
-  });
+    std::fill(a + run.first, a + core.first, 1.0);
+    std::fill(a + core.last, a + run.last, 1.0);
+    const auto give = [&](i32 x) {
+      left -= (a[x] - 1) * (source[z * mSlice + row + x] - flow.nothing);
+      a[x] = 1;
+    };
+    if (IsOutermostRow(y, z)) {
+      for (i32 x = core.first; x < core.last; ++x) give(x);
+      continue;
+    }
+    if (core.first == 0) give(0);
+    if (core.last == mDims.x) give(mDims.x - 1);
+  }
+  return left;
 }
 
 /// Cells whose paths forward are found together.
 struct ConservativeAdvection::Senders {
   i32 count = 0;
   i32 cells[kRowChunk];
+  double amounts[kRowChunk];  ///< of their content that nobody asks for
   RowVectors start, velocity;
 
-  void Add(const StaggeredVelocity& flow, i32 cell, const VecInt3D& at) {
+  void Add(const StaggeredVelocity& flow, i32 cell, double amount, const VecInt3D& at) {
     cells[count] = cell;
+    amounts[count] = amount;
     start.Set(count, {at.x + 0.5, at.y + 0.5, at.z + 0.5});
     for (i32 a = 0; a < 3; ++a) {
       const EGrid<double>& g = flow.Component(a);
@@ -83,7 +106,7 @@ struct ConservativeAdvection::Senders {
 /// The cells from which no path of the step leads through an open side: who asks for less than they
 /// hold doesn't leave the rest to the air outside.
 CellBox ConservativeAdvection::FarFromSides(const Flow& flow) const {
-  const i32 reach = 1 + static_cast<i32>(std::min(std::ceil(mLongest), 1e6));
+  const i32 reach = 1 + std::max({mFarthest.x, mFarthest.y, mFarthest.z});
   CellBox far{{0, 0, 0}, mDims};
   for (int a = 0; a < 3; ++a) {
     if (!(flow.boundary->mWalls & kLowWall[a])) far.min[a] += reach + 1;
@@ -93,34 +116,33 @@ CellBox ConservativeAdvection::FarFromSides(const Flow& flow) const {
 }
 
 /// Cells that are asked for too little of what they hold send the rest where the flow goes.
-void ConservativeAdvection::RecordForward(const Flow& flow) {
-  const double* asked = mAsked->mData;
-  const CellBox far = FarFromSides(flow);
-  ForEachLayer(flow, [&](i32 z) {
-    std::vector<ForwardContribution>& list = mForward[z];
-    list.clear();
-    IndexRange& reach = mReach[z] = {mDims.z, 0};
-    if (z == 0 || z == mDims.z - 1) return;
-    Senders senders;
-    for (i32 y = 1; y < mDims.y - 1; ++y) {
-      const bool isFar = z >= far.min.z && z < far.max.z && y >= far.min.y && y < far.max.y;
-      for (i32 x = 1; x < mDims.x - 1; ++x) {
-        const i32 c = mHolds->Index(x, y, z);
-        const double enough = isFar && x >= far.min.x && x < far.max.x ? kHalf : 1 - kTrace;
-        if (!(asked[c] < enough) || !mMoves->mData[c]) continue;
-        senders.Add(flow.velocity, c, {x, y, z});
-        if (senders.count < kRowChunk) continue;
-        SendForward(flow, senders, z);
-        senders.count = 0;
-      }
+void ConservativeAdvection::SendLayer(const Flow& flow, const CellBox& far, i32 z, double* asked) {
+  std::vector<ForwardContribution>& list = mForward[z];
+  list.clear();
+  IndexRange& reach = mReach[z] = {mDims.z, 0};
+  if (z == 0 || z == mDims.z - 1) return;
+  Senders senders;
+  for (i32 y = 1; y < mDims.y - 1; ++y) {
+    const bool isFar = z >= far.min.z && z < far.max.z && y >= far.min.y && y < far.max.y;
+    const IndexRange core = mRows.Core(y, z);
+    for (i32 x = std::max(core.first, 1); x < std::min(core.last, mDims.x - 1); ++x) {
+      double& share = asked[y * mDims.x + x];
+      const double enough = isFar && x >= far.min.x && x < far.max.x ? kHalf : 1 - kTrace;
+      if (!(share < enough)) continue;
+      const i32 c = mHolds->Index(x, y, z);
+      if (!mMoves->mData[c]) continue;
+      senders.Add(flow.velocity, c, 1.0 - share, {x, y, z});
+      share = 1;
+      if (senders.count < kRowChunk) continue;
+      SendForward(flow, senders, z);
+      senders.count = 0;
     }
-    SendForward(flow, senders, z);
-    for (const ForwardContribution& forward : list) {
-      mAsked->mData[forward.cell] = 1;
-      reach.first = std::min(reach.first, forward.block.base / mSlice);
-      reach.last = std::max(reach.last, forward.block.base / mSlice + 2);
-    }
-  });
+  }
+  SendForward(flow, senders, z);
+  for (const ForwardContribution& forward : list) {
+    reach.first = std::min(reach.first, forward.block.base / mSlice);
+    reach.last = std::max(reach.last, forward.block.base / mSlice + 2);
+  }
 }
 
 void ConservativeAdvection::SendForward(const Flow& flow, const Senders& from, i32 z) {
@@ -135,8 +157,7 @@ void ConservativeAdvection::SendForward(const Flow& flow, const Senders& from, i
   const CornerOffsets corners(mDims.x, mSlice);
   for (i32 i = 0; i < from.count; ++i) {
     const i32 cell = from.cells[i];
-    ForwardContribution forward{
-        .cell = cell, .amount = 1.0 - mAsked->mData[cell], .block = blocks.At(i)};
+    ForwardContribution forward{.cell = cell, .amount = from.amounts[i], .block = blocks.At(i)};
     // Enclosed by solids on all sides: it keeps the rest.
     if (IsEmpty(forward.block, corners)) forward.block = Contribution::Only(cell);
     // Beyond an open side the flow takes along all that nobody inside asks for.
@@ -151,19 +172,35 @@ void ConservativeAdvection::SendForward(const Flow& flow, const Senders& from, i
   }
 }
 
+/// What every cell gives for each share that is asked of it, and where the rest goes.
+void ConservativeAdvection::Settle(const Flow& flow, const EGrid<double>& source, bool sharp) {
+  const CellBox far = FarFromSides(flow);
+  mLeft = SumBlocks(mDims.z, 1, flow.threads, [&](i64 layer, i64) {
+    thread_local std::vector<double> asked;
+    asked.resize(mSlice);
+    const i32 z = static_cast<i32>(layer);
+    const double left = FindAsked(flow, source, z, asked.data());
+    SendLayer(flow, far, z, asked.data());
+    ForEachRun(z, [&](i32 c, i32 n) {
+      FindGiven(source.mData + c, mVolume->mData + c, asked.data() + c - z * mSlice, flow.nothing,
+                n, mGivenContent->mData + c, mGivenVolume->mData + c);
+      if (sharp)
+        mSharpening.FindStrengths(source.mData + c, mVolume->mData + c, flow.nothing, c, n);
+    });
+    return left;
+  });
+}
+
 /// What every cell asks for, of what the field and the volume hold, in the share that each giver
 /// can spare. The outermost layer keeps what it holds, whatever is asked of it.
-void ConservativeAdvection::Gather(const Flow& flow, const double* source, const Carried& to) {
-  double *content = mGivenContent->mData, *volume = mGivenVolume->mData;
-  ForEachLayer(flow, [&](i32 z) {
-    const i32 c = z * mSlice;
-    FindGiven(source + c, mVolume->mData + c, mAsked->mData + c, flow.nothing, mSlice, content + c,
-              volume + c);
-  });
+void ConservativeAdvection::Gather(const Flow& flow, const Carried& to, bool sharp) {
+  const double *content = mGivenContent->mData, *volume = mGivenVolume->mData;
   const CornerOffsets corners(mDims.x, mSlice);
   ForEachLayer(flow, [&](i32 z) {
-    const i32 c = z * mSlice;
-    GatherRow(mBlocks.From(c), mSlice, corners, content, volume, to.content + c, to.volume + c);
+    ForEachRun(z, [&](i32 c, i32 n) {
+      GatherRow(mBlocks.From(c), n, corners, content, volume, to.content + c, to.volume + c);
+      if (sharp) mSharpening.FindLimits(mBlocks.From(c), mMoves->mData + c, c, n);
+    });
   });
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "fluids/advection/run_lanes.h"
 #include "grids/wide_kernel.h"
@@ -39,7 +40,7 @@ SULVA_WIDE_KERNEL void Relax(const Potential* p, const u8* moves, const double* 
                              const Potential* __restrict sum, Potential weight, i32 n,
                              Potential* __restrict to) {
   for (i32 i = 0; i < n; ++i) {
-    const Potential excess = (volume[i] - 1) * (moves[i] & 1);
+    const Potential excess = static_cast<Potential>(volume[i] - 1) * static_cast<Potential>(moves[i] & 1);
     to[i] = p[i] + weight * (excess + sum[i]);
   }
 }
@@ -87,6 +88,14 @@ void ForEachChunk(const EvenLine& line, F&& f) {
 
 }  // namespace
 
+SULVA_WIDE_KERNEL void StartRow(const double* volume, const u8* moves, Potential weight, i32 n,
+                                Potential* __restrict to) {
+  for (i32 i = 0; i < n; ++i) {
+    const Potential takesPart = static_cast<Potential>(moves[i] & 1);
+    to[i] = weight * (static_cast<Potential>(volume[i] - 1) * takesPart);
+  }
+}
+
 void RelaxPotential(const EvenLine& line, const double* volume, const Potential* from,
                     Potential weight, Potential* to) {
   Potential sum[kChunk];
@@ -109,7 +118,7 @@ SULVA_WIDE_KERNEL void RelaxFreePotential(const LinesBeside& lines, const double
                   *c = from + lines.off[2], *d = from + lines.off[3];
   for (i32 i = 0; i < cells; ++i) {
     const Potential sum = ((p[i - 1] + p[i + 1]) + (a[i] + b[i])) + (c[i] + d[i]);
-    to[i] = p[i] + weight * ((volume[i] - 1) + (sum - 6 * p[i]));
+    to[i] = p[i] + weight * (static_cast<Potential>(volume[i] - 1) + (sum - 6 * p[i]));
   }
 }
 
@@ -134,7 +143,7 @@ SULVA_WIDE_KERNEL void LimitFreeFlows(const LinesBeside& lines, const Potential*
                   *c = p + lines.off[2], *d = p + lines.off[3];
   const auto out = [](Potential own, Potential beside) {
     const Potential flow = own - beside;
-    return flow > 0 ? flow : 0;
+    return static_cast<double>(flow > 0 ? flow : 0);
   };
   for (i32 i = 0; i < cells; ++i) {
     const Potential own = p[i];
@@ -177,7 +186,7 @@ inline __attribute__((always_inline)) Flows FlowsBetween(const PassedLine& at, i
                                                          i32 high) {
   const Potential* p = at.potential + i;
   const double *s = at.share + i, *c = at.strength + i;
-  const Potential a = p[low] - p[0], b = p[high] - p[0];
+  const double a = p[low] - p[0], b = p[high] - p[0];
   const double sLow = s[low], sOwn = s[0], sHigh = s[high];
   const double cLow = c[low], cOwn = c[0], cHigh = c[high];
   return {a * (a > 0 ? sLow : sOwn) + b * (b > 0 ? sHigh : sOwn),
@@ -202,28 +211,40 @@ void PassFreeFlows(const LinesBeside& lines, const PassedLine& at, i32 cells) {
   PassFreeRow(lines, at, cells, at.volumeOut, at.contentOut);
 }
 
-SULVA_WIDE_KERNEL ValueRange RangeOf(const double* values, i32 n) {
-  ValueRange range{values[0], values[0]};
+namespace {
+
+template <class T>
+inline __attribute__((always_inline)) ValueRange FindRange(const T* values, i32 n) {
+  typedef T Lanes __attribute__((vector_size(sizeof(RunLanes))));
+  constexpr i32 kLanes = sizeof(Lanes) / sizeof(T);
+  T low = values[0], high = values[0];
   i32 i = 0;
-  if (n >= kRun) {
-    RunLanes least, most, v;
-    Load(values, least);
+  if (n >= kLanes) {
+    Lanes least, most, v;
+    std::memcpy(&least, values, sizeof least);
     most = least;
-    for (; i + kRun <= n; i += kRun) {
-      Load(values + i, v);
+    for (; i + kLanes <= n; i += kLanes) {
+      std::memcpy(&v, values + i, sizeof v);
       least = v < least ? v : least;
       most = v > most ? v : most;
     }
-    for (int lane = 0; lane < kRun; ++lane) {
-      range.least = std::min(range.least, least[lane]);
-      range.most = std::max(range.most, most[lane]);
+    for (int lane = 0; lane < kLanes; ++lane) {
+      low = std::min(low, least[lane]);
+      high = std::max(high, most[lane]);
     }
   }
   for (; i < n; ++i) {
-    range.least = std::min(range.least, values[i]);
-    range.most = std::max(range.most, values[i]);
+    low = std::min(low, values[i]);
+    high = std::max(high, values[i]);
   }
-  return range;
+  return {low, high};
+}
+
+}  // namespace
+
+SULVA_WIDE_KERNEL ValueRange RangeOf(const double* values, i32 n) { return FindRange(values, n); }
+SULVA_WIDE_KERNEL ValueRange RangeOfPotential(const Potential* values, i32 n) {
+  return FindRange(values, n);
 }
 
 double MostExcess(const EvenLine& line, const double* volume) {

@@ -22,6 +22,8 @@ struct LinesBeside {
   i32 off[4];
 };
 
+/// The step from a potential of nothing.
+void StartRow(const double* volume, const u8* moves, Potential weight, i32 n, Potential* to);
 /// One step of Richardson's iteration towards the potential whose differences are the flows that
 /// bring each volume to one: to = from + weight (volume - 1 + the sum over the neighbours of their
 /// potential less the cell's own).
@@ -55,6 +57,7 @@ struct ValueRange {
   double least, most;
 };
 ValueRange RangeOf(const double* values, i32 n);
+ValueRange RangeOfPotential(const Potential* values, i32 n);
 /// How far the volumes of the cells of a line that take part are from one, at most.
 double MostExcess(const EvenLine& line, const double* volume);
 

@@ -13,8 +13,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 /// A quarter of the variance that weights at a fraction spread, where the whole block counts.
-void SpreadRow(const double* fraction, const u8* moves, const u8* closed, i32 n,
-               f32* __restrict spread) {
+SULVA_WIDE_KERNEL void SpreadRow(const double* fraction, const u8* moves, const u8* closed, i32 n,
+                                 f32* __restrict spread) {
   for (i32 i = 0; i < n; ++i) {
     const i32 whole = (moves[i] & 1) & (closed[i] == 0);
     spread[i] = static_cast<f32>(0.25 * whole * (fraction[i] * (1 - fraction[i])));
@@ -81,12 +81,14 @@ SULVA_WIDE_KERNEL void AddLimited(const f32* flux, const double* gives, const do
 bool FluxSharpening::Fit(const VecInt3D& dims) {
   if (mDims != dims) Release();
   mDims = dims;
+  const bool isNew = !mStrength;
   bool made = MakeGrids(dims, mStrength, mLeast, mMost);
   for (int a = 0; a < 3; ++a) made = made && MakeGrids(dims, mSpread[a], mFlux[a]);
   if (!made) {
     Release();
     return false;
   }
+  if (isNew) Leave(0, mStrength->mCount);
   mSlice = mStrength->mSlice;
   return true;
 }
@@ -102,57 +104,68 @@ void FluxSharpening::Release() {
   }
 }
 
-/// Calls f(first cell) for the inner rows.
+void FluxSharpening::Leave(i32 c, i32 n) {
+  if (!mStrength) return;
+  std::fill_n(mStrength->mData + c, n, 0.0);
+  for (int a = 0; a < 3; ++a) {
+    std::fill_n(mSpread[a]->mData + c, n, 0.0f);
+    std::fill_n(mFlux[a]->mData + c, n, 0.0f);
+  }
+}
+
+/// Calls f(first cell, count) for the inner rows.
 template <class F>
-void FluxSharpening::ForEachRow(i32 threads, F&& f) const {
-  ForEachBlock(std::max(0, mDims.z - 2), threads, [&](i32 layer) {
-    for (i32 y = 1; y < mDims.y - 1; ++y) f(mStrength->Index(1, y, layer + 1));
+void FluxSharpening::ForEachRow(F&& f) const {
+  ForEachBlock(std::max(0, mDims.z - 2), mThreads, [&](i32 layer) {
+    for (i32 y = 1; y < mDims.y - 1; ++y) {
+      const IndexRange run = mRows->Inner(y, layer + 1);
+      if (!run.IsEmpty()) f(mStrength->Index(run.first, y, layer + 1), run.last - run.first);
+    }
   });
 }
 
-void FluxSharpening::FindLimits(const BlockColumns& blocks, const double* source, double nothing,
-                                const double* volume, i32 threads) {
-  double* strength = mStrength->mData;
-  ForEachBlock(mDims.z, threads, [&](i32 z) {
-    const i32 c = z * mSlice;
-    FindStrength(source + c, volume + c, nothing, mSlice, strength + c);
-  });
-  const CornerOffsets corners(mDims.x, mSlice);
-  ForEachBlock(mDims.z, threads, [&](i32 z) {
-    const i32 c = z * mSlice;
-    FindExtremes(blocks.From(c), c, mSlice, corners, strength, mLeast->mData + c, mMost->mData + c);
-  });
+void FluxSharpening::FindStrengths(const double* content, const double* volume, double nothing,
+                                   i32 c, i32 n) {
+  FindStrength(content, volume, nothing, n, mStrength->mData + c);
 }
 
-void FluxSharpening::Run(const BlockColumns& blocks, const u8* moves, const Carried& field,
+void FluxSharpening::FindLimits(const BlockColumns& blocks, const u8* moves, i32 c, i32 n) {
+  FindExtremes(blocks, c, n, CornerOffsets(mDims.x, mSlice), mStrength->mData, mLeast->mData + c,
+               mMost->mData + c);
+  for (int a = 0; a < 3; ++a)
+    SpreadRow(blocks.fraction[a], moves, blocks.closed, n, mSpread[a]->mData + c);
+}
+
+void FluxSharpening::Run(const RowRuns& rows, const Carried& field,
                          std::span<const ThinFaces::Face> closed, i32 threads) {
-  FindSpreads(blocks, moves, field, threads);
-  FindFluxes(field.volume, threads);
+  mRows = &rows;
+  mThreads = threads;
+  WidenLimits(field);
+  FindFluxes(field.volume);
   CloseFluxes(closed);
-  FindRoom(field, threads);
-  Pass(field.content, threads);
+  FindRoom(field);
+  Pass(field.content);
 }
 
-void FluxSharpening::FindSpreads(const BlockColumns& blocks, const u8* moves, const Carried& field,
-                                 i32 threads) {
-  ForEachBlock(mDims.z, threads, [&](i32 z) {
-    const i32 c = z * mSlice;
-    for (int a = 0; a < 3; ++a)
-      SpreadRow(blocks.fraction[a] + c, moves + c, blocks.closed + c, mSlice,
-                mSpread[a]->mData + c);
-    FindStrength(field.content + c, field.volume + c, 0, mSlice, mStrength->mData + c);
-    WidenRow(mStrength->mData + c, mSlice, mLeast->mData + c, mMost->mData + c);
+/// What a step has brought limits too.
+void FluxSharpening::WidenLimits(const Carried& field) {
+  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
+    for (i32 y = 0; y < mDims.y; ++y) {
+      const IndexRange run = mRows->At(y, z);
+      const i32 c = z * mSlice + y * mDims.x + run.first, n = run.last - run.first;
+      FindStrength(field.content + c, field.volume + c, 0, n, mStrength->mData + c);
+      WidenRow(mStrength->mData + c, n, mLeast->mData + c, mMost->mData + c);
+    }
   });
 }
 
-void FluxSharpening::FindFluxes(const double* volume, i32 threads) {
+/// Through the faces above the inner cells: outermost ones spread nothing.
+void FluxSharpening::FindFluxes(const double* volume) {
   const i32 steps[3] = {1, mDims.x, mSlice};
-  // The layers below the inner ones too: their faces above count.
-  ForEachBlock(std::max(0, mDims.z - 1), threads, [&](i32 z) {
-    const i32 first = z * mSlice, n = mSlice - mDims.x;
+  ForEachRow([&](i32 c, i32 n) {
     for (int a = 0; a < 3; ++a)
-      FluxRow(mSpread[a]->mData + first, mStrength->mData + first, volume + first, steps[a], n,
-              mFlux[a]->mData + first);
+      FluxRow(mSpread[a]->mData + c, mStrength->mData + c, volume + c, steps[a], n,
+              mFlux[a]->mData + c);
   });
 }
 
@@ -164,9 +177,9 @@ void FluxSharpening::CloseFluxes(std::span<const ThinFaces::Face> closed) {
   }
 }
 
-void FluxSharpening::FindRoom(const Carried& field, i32 threads) {
-  const i32 steps[3] = {1, mDims.x, mSlice}, n = mDims.x - 2;
-  ForEachRow(threads, [&](i32 c) {
+void FluxSharpening::FindRoom(const Carried& field) {
+  const i32 steps[3] = {1, mDims.x, mSlice};
+  ForEachRow([&](i32 c, i32 n) {
     thread_local std::vector<double> in, out;
     in.assign(n, 0.0);
     out.assign(n, 0.0);
@@ -176,11 +189,11 @@ void FluxSharpening::FindRoom(const Carried& field, i32 threads) {
   });
 }
 
-void FluxSharpening::Pass(double* content, i32 threads) {
+void FluxSharpening::Pass(double* content) {
   const i32 steps[3] = {1, mDims.x, mSlice};
-  ForEachRow(threads, [&](i32 c) {
+  ForEachRow([&](i32 c, i32 n) {
     for (int a = 0; a < 3; ++a)
-      AddLimited(mFlux[a]->mData + c, mLeast->mData + c, mMost->mData + c, steps[a], mDims.x - 2,
+      AddLimited(mFlux[a]->mData + c, mLeast->mData + c, mMost->mData + c, steps[a], n,
                  content + c);
   });
 }

@@ -20,25 +20,30 @@ class FluxSharpening {
   /// False without memory.
   bool Fit(const VecInt3D& dims);
   void Release();
-  /// Before a step: the extremes of what a unit of volume holds, over the cells that each asks.
-  /// `source` holds the content above `nothing`.
-  void FindLimits(const BlockColumns& blocks, const double* source, double nothing,
-                  const double* volume, i32 threads);
-  /// After it, in place; `moves` isn't 0 in cells that take part, and nothing passes `closed`.
-  void Run(const BlockColumns& blocks, const u8* moves, const Carried& field,
+  /// Before a step: what a unit of volume holds in `n` cells from `c` on, of `content` above
+  /// `nothing`.
+  void FindStrengths(const double* content, const double* volume, double nothing, i32 c, i32 n);
+  /// Then the extremes of that over the cells that each of them asks, and what the weights spread;
+  /// `moves` isn't 0 in cells that take part.
+  void FindLimits(const BlockColumns& blocks, const u8* moves, i32 c, i32 n);
+  /// After it, in place; nothing passes `closed`.
+  void Run(const RowRuns& rows, const Carried& field,
            std::span<const ThinFaces::Face> closed, i32 threads);
+  /// `n` cells from `c` on aren't active any more.
+  void Leave(i32 c, i32 n);
 
  private:
-  void FindSpreads(const BlockColumns& blocks, const u8* moves, const Carried& field, i32 threads);
-  void FindFluxes(const double* volume, i32 threads);
+  void WidenLimits(const Carried& field);
+  void FindFluxes(const double* volume);
   void CloseFluxes(std::span<const ThinFaces::Face> closed);
-  void FindRoom(const Carried& field, i32 threads);
-  void Pass(double* content, i32 threads);
+  void FindRoom(const Carried& field);
+  void Pass(double* content);
   template <class F>
-  void ForEachRow(i32 threads, F&& f) const;
+  void ForEachRow(F&& f) const;
 
   VecInt3D mDims{};
-  i32 mSlice = 0;
+  i32 mSlice = 0, mThreads = 1;
+  const RowRuns* mRows = nullptr;
   std::unique_ptr<Grid<double>> mStrength;      ///< what a unit of volume holds
   std::unique_ptr<Grid<double>> mLeast, mMost;  ///< limits of that; later shares of the fluxes out
                                                 ///< of a cell and into it that they allow

@@ -1,7 +1,6 @@
 // Moves grids along paths.
 #include <algorithm>
 #include <atomic>
-#include <bit>
 #include <memory>
 #include <vector>
 
@@ -67,20 +66,6 @@ bool GridAdvection::FitFields(std::vector<AdvectedField>& fields, const Velocity
   return shape->Dims().z > 2;
 }
 
-namespace {
-
-/// The largest magnitude; not a finite one where one of them isn't.
-double LargestMagnitude(const EGrid<double>& grid, i32 threads) {
-  // A NaN is above all others only by its bits.
-  const auto key = [](double v) { return std::bit_cast<i64>(v); };
-  return ReduceBlocks(
-      grid.mNz, threads, 0.0,
-      [&](i32 z) { return LargestOf(grid.mData + i64{z} * grid.mSlice, grid.mSlice); },
-      [&](double a, double b) { return key(a) > key(b) ? a : b; });
-}
-
-}  // namespace
-
 bool GridAdvection::FindBusy(const AdvectionData& data) {
   const bool isLinear = data.sampling == static_cast<i32>(AdvectionSampling::Linear);
   if (!isLinear || data.thin || !data.solidCells || data.solidCells->Dims() != data.Shape().Dims())
@@ -90,16 +75,11 @@ bool GridAdvection::FindBusy(const AdvectionData& data) {
     if (data.outflow && field.walls.nothing != 0) return false;
     fields.push_back({field.source, field.walls.nothing});
   }
-  constexpr double kRounding = 1 + 1e-9, kFar = 64;
   const double perCell = data.step / data.Shape().mLayout.cellSize;
   VecInt3D reach;
-  for (i32 axis = 0; axis < 3; ++axis) {
-    const double way =
-        LargestMagnitude(data.velocity.Component(axis), mScene->mThreadCount) * perCell * kRounding;
-    if (!(way < kFar)) return false;
-    // A correction reads what is predicted there, and that the field from there on.
-    reach[axis] = 2 * (static_cast<i32>(way) + 1);
-  }
+  if (!FindReach(data.velocity, perCell, mScene->mThreadCount, reach)) return false;
+  // A correction reads what is predicted there, and that the field from there on.
+  for (i32 axis = 0; axis < 3; ++axis) reach[axis] *= 2;
   mBusy.Find(fields, *data.solidCells, reach, mScene->mThreadCount);
   return true;
 }

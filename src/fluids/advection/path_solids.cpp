@@ -41,15 +41,22 @@ bool PathSolids::FindSolid(i32 first, i32 y, i32 z, i32 n, bool* solid) const {
   const bool known = mFlags && first + n <= mCells.x && y < mCells.y && z < mCells.z;
   const u8* flags = known ? mFlags->mData + mFlags->Index(first, y, z) : nullptr;
   if (known && (CommonBits(flags, n) & mOpen)) return false;
+  // A face belongs to the cell below it, too.
+  const u8* below = known && mSource.mKind <= kFaceZ ? flags - CellsBack() : flags;
   const Vec3d offset = OffsetOf(mSource.mKind);
   bool any = false;
   for (i32 i = 0; i < n; ++i) {
     solid[i] =
-        !(known && (flags[i] & mOpen)) &&
+        !(known && ((flags[i] | below[i]) & mOpen)) &&
         mBoundary.IsSolid(Vec3d{double(first + i), double(y), double(z)} + offset, mSource, false);
     any |= solid[i];
   }
   return any;
+}
+
+i32 PathSolids::CellsBack() const {
+  const VecInt3D up = ExtraOf(mSource.mKind);
+  return mFlags->Index(up.x, up.y, up.z);
 }
 
 bool PathSolids::PushOut(RowVectors& points, i32 n, bool* moved) const {

@@ -18,6 +18,9 @@ class PathSolids {
   bool PushOut(RowVectors& points, i32 n, bool* moved) const;
 
  private:
+  /// From a cell to the one before it along the axis of the targets, which are faces.
+  i32 CellsBack() const;
+
   const EGrid<double>& mSource;
   const GridBoundary& mBoundary;
   VecInt3D mCells;

@@ -69,11 +69,10 @@ SULVA_WIDE_KERNEL void SetRow(i32 first, i32 y, i32 z, const Vec3d& offset, i32 
 }
 
 SULVA_WIDE_KERNEL void FindCorners(const RowVectors& points, const Vec3d& offset,
-                                   const VecInt3D& dims, i32 n, RowCorners& out) {
+                                   const VecInt3D& dims, i32 n, i32* __restrict index,
+                                   double* const fraction[3]) {
   const double *px = points.axis[0].v, *py = points.axis[1].v, *pz = points.axis[2].v;
-  double *__restrict fx = out.fraction[0].v, *__restrict fy = out.fraction[1].v,
-                     *__restrict fz = out.fraction[2].v;
-  i32* __restrict index = out.index;
+  double *__restrict fx = fraction[0], *__restrict fy = fraction[1], *__restrict fz = fraction[2];
   const VecInt3D d = dims;
   const Vec3d o = offset;
   for (i32 i = 0; i < n; ++i) {
@@ -84,6 +83,12 @@ SULVA_WIDE_KERNEL void FindCorners(const RowVectors& points, const Vec3d& offset
     fy[i] = y.fraction;
     fz[i] = z.fraction;
   }
+}
+
+void FindCorners(const RowVectors& points, const Vec3d& offset, const VecInt3D& dims, i32 n,
+                 RowCorners& out) {
+  double* const fraction[3] = {out.fraction[0].v, out.fraction[1].v, out.fraction[2].v};
+  FindCorners(points, offset, dims, n, out.index, fraction);
 }
 
 namespace {

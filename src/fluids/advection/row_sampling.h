@@ -34,6 +34,8 @@ void SetRow(i32 first, i32 y, i32 z, const Vec3d& offset, i32 n, RowVectors& poi
 /// of the grid's kind. Points outside count as on the border, as in `LinearStencil`.
 void FindCorners(const RowVectors& points, const Vec3d& offset, const VecInt3D& dims, i32 n,
                  RowCorners& out);
+void FindCorners(const RowVectors& points, const Vec3d& offset, const VecInt3D& dims, i32 n,
+                 i32* index, double* const fraction[3]);
 /// Index of the cell that holds each point, among `cells` cells; points outside count as in the
 /// outermost layer.
 void FindCells(const RowVectors& points, const VecInt3D& cells, i32 n, i32* out);

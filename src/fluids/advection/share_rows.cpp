@@ -1,5 +1,6 @@
 #include "fluids/advection/share_rows.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "fluids/advection/run_lanes.h"
@@ -35,6 +36,30 @@ SULVA_WIDE_KERNEL void FindClosedCorners(const u8* takesPart, i32 row, i32 slice
     const i32 high =
         (a[i + 1] & 1) | (b[i + 1] & 1) << 1 | (c[i + 1] & 1) << 2 | (d[i + 1] & 1) << 3;
     closed[i] = static_cast<u8>(~(low | high << 4));
+  }
+}
+
+void WidenRange(const i32* numbers, i32 n, i32& low, i32& high) {
+  typedef i32 Lanes __attribute__((vector_size(16)));
+  constexpr i32 kLanes = 4;
+  i32 i = 0;
+  if (n >= kLanes) {
+    Lanes least, most, v;
+    std::memcpy(&least, numbers, sizeof least);
+    most = least;
+    for (; i + kLanes <= n; i += kLanes) {
+      std::memcpy(&v, numbers + i, sizeof v);
+      least = v < least ? v : least;
+      most = v > most ? v : most;
+    }
+    for (int lane = 0; lane < kLanes; ++lane) {
+      low = std::min(low, least[lane]);
+      high = std::max(high, most[lane]);
+    }
+  }
+  for (; i < n; ++i) {
+    low = std::min(low, numbers[i]);
+    high = std::max(high, numbers[i]);
   }
 }
 

@@ -8,6 +8,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// for corner k. `takesPart` has bit 0 for a cell; rows are `row` cells long, layers `slice`.
 void FindClosedCorners(const u8* takesPart, i32 row, i32 slice, i32 n, u8* closed);
 
+/// Widens the range [low, high] to hold `n` numbers.
+void WidenRange(const i32* numbers, i32 n, i32& low, i32& high);
+
 /// Adds the weights of `n` blocks, those of cells side by side, to what is asked of each cell.
 void AskRow(const BlockColumns& blocks, i32 n, const CornerOffsets& corners, double* asked);
 

@@ -6,6 +6,7 @@
 #include <numbers>
 #include <utility>
 
+#include "fluids/advection/clear_cells.h"
 #include "grids/fixed_blocks.h"
 #include "grids/make_grids.h"
 
@@ -43,10 +44,12 @@ Potential WeightOf(i32 sweep) {
 bool VolumeEvening::Fit(const VecInt3D& dims) {
   if (mDims != dims) Release();
   mDims = dims;
+  const bool isNew = !mPotential[0];
   if (!MakeGrids(dims, mPotential[0], mPotential[1])) {
     Release();
     return false;
   }
+  if (isNew) Leave(0, mPotential[0]->mCount);
   mSlice = mPotential[0]->mSlice;
   return true;
 }
@@ -54,6 +57,10 @@ bool VolumeEvening::Fit(const VecInt3D& dims) {
 void VolumeEvening::Release() {
   mDims = {};
   for (auto& potential : mPotential) potential.reset();
+}
+
+void VolumeEvening::Leave(i32 c, i32 n) {
+  for (auto& potential : mPotential) std::fill_n(potential->mData + c, n, Potential{0});
 }
 
 /// Calls f(y, z) for the inner rows, each layer on one worker.
@@ -64,13 +71,14 @@ void VolumeEvening::ForEachRow(F&& f) const {
   });
 }
 
-void VolumeEvening::Run(const u8* moves, const Carried& from, const Carried& to,
-                        const Carried& spare, i32 threads) {
+void VolumeEvening::Run(const u8* moves, const RowRuns& rows, const Carried& from,
+                        const Carried& to, const Carried& spare, i32 threads) {
   mMoves = moves;
+  mActive = &rows;
   mThreads = threads;
+  MarkRows();
   Carried now = from, next = to;
   double excess = StartPotential(now.volume);
-  if (excess > kSliver) MarkRows();
   for (i32 round = 0; round < kMostRounds && excess > (round == 0 ? kSliver : kEnough); ++round) {
     if (round > 0) StartPotential(now.volume);
     const double after = Pass(FindPotential(now.volume), now, next, spare);
@@ -79,50 +87,63 @@ void VolumeEvening::Run(const u8* moves, const Carried& from, const Carried& to,
   }
   if (now.volume == to.volume) return;
   ForEachBlock(mDims.z, mThreads, [&](i32 z) {
-    std::copy_n(now.volume + z * mSlice, mSlice, to.volume + z * mSlice);
-    std::copy_n(now.content + z * mSlice, mSlice, to.content + z * mSlice);
+    for (i32 y = 0; y < mDims.y; ++y) Keep(y, z, now, to);
   });
 }
 
-/// Rows are free where all of their cells take part, and all or none of each row beside, and no
+void VolumeEvening::Keep(i32 y, i32 z, const Carried& from, const Carried& to) const {
+  const IndexRange run = mActive->At(y, z);
+  const i32 c = z * mSlice + y * mDims.x + run.first, n = run.last - run.first;
+  std::copy_n(from.volume + c, n, to.volume + c);
+  std::copy_n(from.content + c, n, to.content + c);
+}
+
+/// Rows are free where all of their cells take part, and all or none of those beside them, and no
 /// face is closed.
 void VolumeEvening::MarkRows() {
-  mRows.assign(mDims.y * mDims.z, {});
-  ForEachRow([&](i32 y, i32 z) {
-    const u8* moves = mMoves + FirstOf(y, z);
-    const i32 n = mDims.x - 2;
-    const auto parts = std::count_if(moves, moves + n, [](u8 m) { return m & 1; });
-    const bool isWhole = std::count(moves, moves + n, u8{1}) == n;  // no face is closed either
-    mRows[z * mDims.y + y].kind = parts == 0 ? kNone : isWhole ? kFree : kMixed;
-  });
-  // Kinds are read beside, where others change: what isn't free by its neighbours is told by them.
-  std::vector<u8> kinds(mRows.size());
-  for (std::size_t i = 0; i < mRows.size(); ++i) kinds[i] = mRows[i].kind;
-  ForEachRow([&](i32 y, i32 z) {
-    const i32 row = z * mDims.y + y;
-    const i32 rows[4] = {row - 1, row + 1, row - mDims.y, row + mDims.y};
-    const i32 off[4] = {-mDims.x, mDims.x, -mSlice, mSlice};
-    if (kinds[row] != kFree) return;
-    for (int k = 0; k < 4; ++k) {
-      if (kinds[rows[k]] == kMixed) mRows[row].kind = kMixed;
-      mRows[row].beside.off[k] = kinds[rows[k]] == kFree ? off[k] : 0;
-    }
-  });
+  mRows.assign(i64{mDims.y} * mDims.z, {});
+  ForEachRow([&](i32 y, i32 z) { FindLine(y, z, mRows[z * mDims.y + y]); });
+}
+
+void VolumeEvening::FindLine(i32 y, i32 z, Row& row) const {
+  const IndexRange run = mActive->Inner(y, z);
+  if (run.IsEmpty()) return;
+  row.c = z * mSlice + y * mDims.x + run.first;
+  row.n = run.last - run.first;
+  row.isFirst = run.first == 1;
+  row.isLast = run.last == mDims.x - 1;
+  const u8* moves = mMoves + row.c;
+  const auto doNone = [&](const u8* m) { return !(UnitedBits(m, row.n) & 1); };
+  // Bits of closed faces stand beside that of taking part.
+  const auto doAll = [&](const u8* m) {
+    return (CommonBits(m, row.n) & 1) && UnitedBits(m, row.n) == 1;
+  };
+  row.kind = doNone(moves) ? kNone : doAll(moves) ? kFree : kMixed;
+  if (row.kind != kFree) return;
+  const i32 off[4] = {-mDims.x, mDims.x, -mSlice, mSlice};
+  for (int k = 0; k < 4; ++k) {
+    row.beside.off[k] = off[k];
+    if (doAll(moves + off[k])) continue;
+    row.beside.off[k] = 0;
+    if (!doNone(moves + off[k])) row.kind = kMixed;
+  }
 }
 
 /// The first sweep starts from a potential of nothing. Returns how far volumes are from one.
 double VolumeEvening::StartPotential(const double* volume) {
   const Potential first = WeightOf(0);
   return MaxBlocks(mDims.z, 1, mThreads, [&](i64 z, i64) {
-    const i64 c = z * mSlice;
-    Potential* p = mPotential[0]->mData + c;
-    for (i32 i = 0; i < mSlice; ++i) p[i] = first * ((volume[c + i] - 1) * (mMoves[c + i] & 1));
+    double most = 0;
     for (i32 y = 0; y < mDims.y; ++y) {
-      p[y * mDims.x] = p[y * mDims.x + 1];
-      p[(y + 1) * mDims.x - 1] = p[(y + 1) * mDims.x - 2];
+      const Row& row = RowAt(y, static_cast<i32>(z));
+      if (row.n == 0) continue;
+      Potential* p = mPotential[0]->mData + row.c;
+      StartRow(volume + row.c, mMoves + row.c, first, row.n, p);
+      ContinueBeyond(row, p);
+      const ValueRange range = RangeOfPotential(p, row.n);
+      most = std::max({most, -range.least, range.most});
     }
-    const ValueRange range = RangeOf(p, mSlice);
-    return std::max(-range.least, range.most) / first;
+    return most / first;
   });
 }
 
@@ -166,18 +187,17 @@ void VolumeEvening::SweepSlab(const double* volume, i32 first, i32 count, i32 sl
 }
 
 void VolumeEvening::Relax(i32 y, i32 z, const double* volume, i32 sweep) {
-  const Row& row = mRows[z * mDims.y + y];
-  const i32 c = FirstOf(y, z), cells = mDims.x - 2;
-  const Potential *from = mPotential[(sweep + 1) % 2]->mData, weight = WeightOf(sweep);
-  Potential* out = mPotential[sweep % 2]->mData + c;
+  const Row& row = RowAt(y, z);
+  if (row.n == 0) return;
+  const Potential *from = mPotential[(sweep + 1) % 2]->mData + row.c, weight = WeightOf(sweep);
+  Potential* out = mPotential[sweep % 2]->mData + row.c;
   if (row.kind == kFree)
-    RelaxFreePotential(row.beside, volume + c, from + c, cells, weight, out);
+    RelaxFreePotential(row.beside, volume + row.c, from, row.n, weight, out);
   else if (row.kind == kNone)
-    std::fill_n(out, cells, Potential{0});
+    std::fill_n(out, row.n, Potential{0});
   else
-    RelaxPotential(LineAt(c), volume + c, from + c, weight, out);
-  out[-1] = out[0];
-  out[cells] = out[cells - 1];
+    RelaxPotential(LineOf(row), volume + row.c, from, weight, out);
+  ContinueBeyond(row, out);
 }
 
 /// Lets the flows of a potential pass; returns how far volumes are from one then. `spare` keeps
@@ -185,44 +205,48 @@ void VolumeEvening::Relax(i32 y, i32 z, const double* volume, i32 sweep) {
 double VolumeEvening::Pass(const Potential* potential, const Carried& from, const Carried& to,
                            const Carried& spare) {
   double *share = spare.volume, *strength = spare.content;
-  const i32 cells = mDims.x - 2;
   ForEachRow([&](i32 y, i32 z) {
-    const i32 c = FirstOf(y, z);
-    const Row& row = mRows[z * mDims.y + y];
+    const Row& row = RowAt(y, z);
+    const i32 c = row.c;
+    if (row.n == 0) return;
     if (row.kind == kFree)
-      LimitFreeFlows(row.beside, potential + c, from.volume + c, from.content + c, cells, share + c,
+      LimitFreeFlows(row.beside, potential + c, from.volume + c, from.content + c, row.n, share + c,
                      strength + c);
     else
-      LimitFlows(LineAt(c), potential + c, from.volume + c, from.content + c, share + c,
+      LimitFlows(LineOf(row), potential + c, from.volume + c, from.content + c, share + c,
                  strength + c);
   });
   return MaxBlocks(mDims.z, 1, mThreads, [&](i64 z, i64) {
     double most = 0;
     for (i32 y = 0; y < mDims.y; ++y) {
-      const Row& row = mRows[z * mDims.y + y];
-      const i32 c = FirstOf(y, static_cast<i32>(z));
-      if (row.kind == kNone) {
-        std::copy_n(from.volume + c - 1, mDims.x, to.volume + c - 1);
-        std::copy_n(from.content + c - 1, mDims.x, to.content + c - 1);
-        continue;
-      }
-      for (const i32 end : {c - 1, c + cells}) {
-        to.volume[end] = from.volume[end];
-        to.content[end] = from.content[end];
-      }
-      const PassedLine line{potential + c,    share + c,     strength + c,  from.volume + c,
-                            from.content + c, to.volume + c, to.content + c};
-      if (row.kind == kFree) {
-        PassFreeFlows(row.beside, line, cells);
-        const ValueRange range = RangeOf(to.volume + c, cells);
-        most = std::max({most, range.most - 1, 1 - range.least});
-      } else {
-        PassFlows(LineAt(c), line);
-        most = std::max(most, MostExcess(LineAt(c), to.volume + c));
-      }
+      const Row& row = RowAt(y, static_cast<i32>(z));
+      if (row.kind == kNone)
+        Keep(y, static_cast<i32>(z), from, to);
+      else
+        most = std::max(most, PassRow(row, potential, from, to, spare));
     }
     return most;
   });
+}
+
+double VolumeEvening::PassRow(const Row& row, const Potential* potential, const Carried& from,
+                              const Carried& to, const Carried& spare) const {
+  const i32 c = row.c, n = row.n;
+  const auto keep = [&](i32 end) {
+    to.volume[end] = from.volume[end];
+    to.content[end] = from.content[end];
+  };
+  if (row.isFirst) keep(c - 1);
+  if (row.isLast) keep(c + n);
+  const PassedLine line{potential + c,    spare.volume + c, spare.content + c, from.volume + c,
+                        from.content + c, to.volume + c,    to.content + c};
+  if (row.kind == kFree) {
+    PassFreeFlows(row.beside, line, n);
+    const ValueRange range = RangeOf(to.volume + c, n);
+    return std::max(range.most - 1, 1 - range.least);
+  }
+  PassFlows(LineOf(row), line);
+  return MostExcess(LineOf(row), to.volume + c);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
