@@ -50,8 +50,8 @@ struct AdvectionData {
   /// Null: they keep their values.
   const Grid<double>* outflow = nullptr;
   Grid<double>* thinning = nullptr;  ///< where there is outflow: `Predict` leaves factors here
-  /// For the corrected scheme, a number and a mark for each sample: `Predict` leaves there the lowest
-  /// of the samples round the start of its path, and `CorrectedRow::Mark`s.
+  /// For the corrected scheme, a number and a mark for each sample: `Predict` leaves there the
+  /// lowest of the samples round the start of its path, and `CorrectedRow::Mark`s.
   Grid<i32>* starts = nullptr;
   Grid<u8>* marks = nullptr;
   /// Where the fields may change; elsewhere they hold nothing and go on with it. Null: everywhere.

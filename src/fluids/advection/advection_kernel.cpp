@@ -123,8 +123,8 @@ void FindThinning(const AdvectionData& data, const Chunk& c, const SamplePoints&
 // Nearer to a sample than this, in cells, a path starts at it.
 constexpr double kHair = 1e-5;
 
-/// Along each axis whose samples the start is a hair from, takes that sample for the lowest and marks
-/// it, unless it is an outermost one.
+/// Along each axis whose samples the start is a hair from, takes that sample for the lowest and
+/// marks it, unless it is an outermost one.
 void MarkAtSamples(const RowCorners& corners, i32 i, const Grid<double>& shape, i32& start,
                    u8& marks) {
   const VecInt3D dims = shape.Dims();

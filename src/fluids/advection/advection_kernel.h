@@ -24,15 +24,16 @@ void Predict(const AdvectionData& data, const CellBox& box);
 
 /// The second half, once all of `predicted` is there: adds half of the error that a trace forward
 /// again shows, times the strength, and limits the result to the eight source samples round the
-/// start of the path, on both sides of a plane of samples that it lies on. Where a solid bent the path the prediction stands. (Selle, Fedkiw, Kim, Liu,
-/// Rossignac 2008, section 3.) What outflow thins waits for `Balance`.
+/// start of the path, on both sides of a plane of samples that it lies on. Where a solid bent the
+/// path the prediction stands. (Selle, Fedkiw, Kim, Liu, Rossignac 2008, section 3.) What outflow
+/// thins waits for `Balance`.
 void Correct(const AdvectionData& data, const CellBox& box);
 
 /// How much of a field's correction may stay, from the sums over all of its layers. Limits cut off
 /// more beside edges than they cut off peaks, so that they make a tenth of a field's total in a
 /// second. The correction as a whole hardly changes it. Where the total is known it brings back
-/// what the prediction has lost, and earlier steps, as far as that isn't much. The side that is favoured is scaled
-/// down until the sum is right, which leaves all values inside of the limits.
+/// what the prediction has lost, and earlier steps, as far as that isn't much. The side that is
+/// favoured is scaled down until the sum is right, which leaves all values inside of the limits.
 void FindBalance(AdvectedField& field, i32 layers);
 
 /// Scales the correction by that, and thins the fields.

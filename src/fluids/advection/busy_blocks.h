@@ -17,8 +17,8 @@ struct SparseField {
 
 /// The largest magnitude of `n` numbers; not a finite one where one of them isn't.
 double LargestOf(const double* values, i32 n);
-/// How many cells along each axis a path of a step leads at most, where `perCell` is the time of the
-/// step over the cell size; false where that is too far to look at, or not finite.
+/// How many cells along each axis a path of a step leads at most, where `perCell` is the time of
+/// the step over the cell size; false where that is too far to look at, or not finite.
 bool FindReach(const StaggeredVelocity& velocity, double perCell, i32 threads, VecInt3D& reach);
 
 /// Runs of cells along x that a step has to move: where no path can meet anything but cells that

@@ -37,15 +37,13 @@ u8 FoldBytes(const u8* flags, i32 n, u8 all, Join&& join) {
 }  // namespace
 
 u8 CommonBits(const u8* flags, i32 n) {
-  return FoldBytes(flags, n, 0xff, []<class T>(const T& a, const T& b) {
-    return static_cast<T>(a & b);
-  });
+  return FoldBytes(flags, n, 0xff,
+                   []<class T>(const T& a, const T& b) { return static_cast<T>(a & b); });
 }
 
 u8 UnitedBits(const u8* flags, i32 n) {
-  return FoldBytes(flags, n, 0, []<class T>(const T& a, const T& b) {
-    return static_cast<T>(a | b);
-  });
+  return FoldBytes(flags, n, 0,
+                   []<class T>(const T& a, const T& b) { return static_cast<T>(a | b); });
 }
 
 bool AreClear(const Grid<u8>& flags, const RowVectors& points, i32 n, u8 wanted, i32 beyond) {

@@ -10,9 +10,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr i32 kSlabLayers = 8;
-// What a step may do to content behind its path: a round of evening takes it to the next cell, and so
-// does sharpening. Evening knows nothing of what lies beyond.
-constexpr i32 kRoundIt = 6;
 // Farther than any grid is wide.
 constexpr i32 kAnywhere = 1'000'000;
 // A solid that moves covers cells of volume one; a field starts out with that everywhere.
@@ -30,10 +27,10 @@ bool ConservativeAdvection::Fit(const EGrid<double>& source, bool sharp) {
   mSlice = source.mSlice;
   const bool isNew = !mGivenVolume;
   mCellSize = source.mLayout.cellSize;
-  bool made = MakeGrids(mDims, mHolds, mMoves, mClosed, mBase, mAskedClosed, mGivenContent,
-                        mGivenVolume, mMovedContent, mMovedVolume, mFraction[0], mFraction[1],
-                        mFraction[2]) &&
-              mEvening.Fit(mDims);
+  bool made =
+      MakeGrids(mDims, mHolds, mMoves, mClosed, mBase, mAskedClosed, mGivenContent, mGivenVolume,
+                mMovedContent, mMovedVolume, mFraction[0], mFraction[1], mFraction[2]) &&
+      mEvening.Fit(mDims);
   if (sharp) made = made && mSharpening.Fit(mDims);
   made = made && FitVolume(source);
   mForward.resize(mDims.z);
@@ -91,8 +88,8 @@ void ConservativeAdvection::Release() {
   mRows.Clear();
   mRowsBefore.Clear();
   mIsSettled = false;
-  for (Field* field : {&mGivenContent, &mGivenVolume, &mMovedContent, &mMovedVolume,
-                       &mFraction[0], &mFraction[1], &mFraction[2]})
+  for (Field* field : {&mGivenContent, &mGivenVolume, &mMovedContent, &mMovedVolume, &mFraction[0],
+                       &mFraction[1], &mFraction[2]})
     field->reset();
   mEvening.Release();
   mSharpening.Release();
@@ -106,15 +103,13 @@ void ConservativeAdvection::Persist(StateArchive& archive) {
 /// Solids and thin walls may bring paths anywhere, where nothing is known of them.
 void ConservativeAdvection::FindActive(const Flow& flow, const EGrid<double>& source) {
   std::swap(mRows, mRowsBefore);
-  const bool isBounded =
-      FindReach(flow.velocity, flow.step / mCellSize, flow.threads, mFarthest);
+  const bool isBounded = FindReach(flow.velocity, flow.step / mCellSize, flow.threads, mFarthest);
   if (!isBounded) mFarthest = {kAnywhere, kAnywhere, kAnywhere};
   mFlags = flow.solidCells && flow.solidCells->Dims() == mDims && flow.solidCells->mData
                ? flow.solidCells
                : nullptr;
-  const i32 margin = kRoundIt + flow.reach;
   if (isBounded && mFlags && !flow.thin && mDims.x > 2) {
-    mRows.Take({&source, flow.nothing}, *mFlags, mFarthest, margin, flow.threads);
+    mRows.Take({&source, flow.nothing}, *mFlags, mFarthest, flow.reach, flow.threads);
   } else {
     mRows.TakeAll(mDims);
   }

@@ -3,9 +3,9 @@
 #include <memory>
 #include <vector>
 
-#include "fluids/advection/row_runs.h"
 #include "fluids/advection/contribution.h"
 #include "fluids/advection/flux_sharpening.h"
+#include "fluids/advection/row_runs.h"
 #include "fluids/advection/row_sampling.h"
 #include "fluids/advection/volume_evening.h"
 #include "fluids/flow/scalar_walls.h"
@@ -103,9 +103,9 @@ class ConservativeAdvection {
   VecInt3D mDims{};
   i32 mSlice = 0;
   f32 mCellSize = 0;
-  RowRuns mRows, mRowsBefore;    ///< of this step, and of the one before where that is known
-  VecInt3D mFarthest{};             ///< where paths lead, in cells along each axis
-  bool mIsSettled = false;          ///< the volume is one but for the rows of the step before
+  RowRuns mRows, mRowsBefore;         ///< of this step, and of the one before where that is known
+  VecInt3D mFarthest{};               ///< where paths lead, in cells along each axis
+  bool mIsSettled = false;            ///< the volume is one but for the rows of the step before
   const Grid<u8>* mFlags = nullptr;   ///< of the step's solid cells
   std::unique_ptr<Grid<u8>> mHolds;   ///< 1: the cell can hold smoke
   std::unique_ptr<Grid<u8>> mMoves;   ///< as `EvenLine` has them: it holds smoke and

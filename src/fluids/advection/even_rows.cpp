@@ -40,7 +40,8 @@ SULVA_WIDE_KERNEL void Relax(const Potential* p, const u8* moves, const double* 
                              const Potential* __restrict sum, Potential weight, i32 n,
                              Potential* __restrict to) {
   for (i32 i = 0; i < n; ++i) {
-    const Potential excess = static_cast<Potential>(volume[i] - 1) * static_cast<Potential>(moves[i] & 1);
+    const Potential excess =
+        static_cast<Potential>(volume[i] - 1) * static_cast<Potential>(moves[i] & 1);
     to[i] = p[i] + weight * (excess + sum[i]);
   }
 }

@@ -27,8 +27,8 @@ class FluxSharpening {
   /// `moves` isn't 0 in cells that take part.
   void FindLimits(const BlockColumns& blocks, const u8* moves, i32 c, i32 n);
   /// After it, in place; nothing passes `closed`.
-  void Run(const RowRuns& rows, const Carried& field,
-           std::span<const ThinFaces::Face> closed, i32 threads);
+  void Run(const RowRuns& rows, const Carried& field, std::span<const ThinFaces::Face> closed,
+           i32 threads);
   /// `n` cells from `c` on aren't active any more.
   void Leave(i32 c, i32 n);
 

@@ -1,6 +1,7 @@
 #include "fluids/advection/row_runs.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "fluids/flow/solid_cells.h"
@@ -9,10 +10,11 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-/// Folds each number of a plane of `dims.y` times `dims.z` with those up to `reach` away along y and z,
-/// by join(a, b).
+/// Folds each number of a plane of `dims.y` times `dims.z` with those up to `reach` away along y
+/// and z, by join(a, b).
 template <class T, class Join>
-void SpreadOverRows(const VecInt3D& dims, const VecInt3D& reach, std::vector<T>& rows, Join&& join) {
+void SpreadOverRows(const VecInt3D& dims, const VecInt3D& reach, std::vector<T>& rows,
+                    Join&& join) {
   std::vector<T> from;
   const auto spread = [&](i32 steps, i32 step, auto&& placeOf, i32 count) {
     from = rows;
@@ -23,8 +25,10 @@ void SpreadOverRows(const VecInt3D& dims, const VecInt3D& reach, std::vector<T>&
         if (at + k < count) rows[i] = join(rows[i], from[i + k * step]);
       }
   };
-  spread(reach.y, 1, [&](i32 i) { return i % dims.y; }, dims.y);
-  spread(reach.z, dims.y, [&](i32 i) { return i / dims.y; }, dims.z);
+  spread(
+      reach.y, 1, [&](i32 i) { return i % dims.y; }, dims.y);
+  spread(
+      reach.z, dims.y, [&](i32 i) { return i / dims.y; }, dims.z);
 }
 
 }  // namespace
@@ -43,56 +47,99 @@ void RowRuns::TakeNone(const VecInt3D& dims) {
   mNear.assign(mRows.size(), 0);
 }
 
-/// The cells of a row from the first to the last one that matters. Not by blocks of cells: mirrored
-/// fields have mirrored runs.
-IndexRange RowRuns::Find(const SparseField& field, const Grid<u8>& flags, i32 y, i32 z) const {
-  constexpr u8 kClear = SolidCells::kNoPushOut | SolidCells::kOpenCentre;
-  constexpr i32 kTogether = 16;
-  const i32 n = mDims.x;
-  const double* values = field.field->mData + field.field->Index(0, y, z);
-  const u8* known = flags.mData + flags.Index(0, y, z);
-  const bool isInner = y > 0 && z > 0 && y < mDims.y - 1 && z < mDims.z - 1;
-  const auto matters = [&](i32 x) {
+namespace {
+
+// As far as the sweeps of an evening see. Nearer, what is cut off there would show.
+constexpr i32 kSeen = 13;
+// A round of evening takes content to the next cell, and so does sharpening.
+constexpr i32 kPassed = 5;
+// Of the largest value: whether there is less than that in a cell is for rounding to say.
+constexpr double kTraceShare = 1e-9;
+constexpr i32 kFar = std::numeric_limits<i32>::max() / 2;
+
+/// The cells of a row from the first to the last one that matters.
+struct RowSearch {
+  const double* values;
+  const u8* flags;  ///< null in rows that have none
+  double nothing, trace;
+  i32 n;
+
+  bool Matters(i32 x) const {
+    constexpr u8 kClear = SolidCells::kNoPushOut | SolidCells::kOpenCentre;
     // The outermost cells have no flags.
-    const bool isFlagged = isInner && x > 0 && x < n - 1 && (known[x] & kClear) != kClear;
-    return isFlagged || values[x] != field.nothing;
-  };
-  const auto doAny = [&](i32 first, i32 last) {
+    const bool isFlagged = flags && x > 0 && x < n - 1 && (flags[x] & kClear) != kClear;
+    return isFlagged || !(std::abs(values[x] - nothing) <= trace);
+  }
+  bool DoAny(i32 first, i32 last) const {
     bool any = false;
-    for (i32 x = first; x < last; ++x) any |= matters(x);
+    for (i32 x = first; x < last; ++x) any |= Matters(x);
     return any;
-  };
-  IndexRange run{0, n};
-  while (run.first + kTogether <= n && !doAny(run.first, run.first + kTogether))
-    run.first += kTogether;
-  while (run.first < n && !matters(run.first)) ++run.first;
-  while (run.last - kTogether >= run.first && !doAny(run.last - kTogether, run.last))
-    run.last -= kTogether;
-  while (run.last > run.first && !matters(run.last - 1)) --run.last;
-  return run;
+  }
+  IndexRange Find() const {
+    constexpr i32 kTogether = 16;
+    IndexRange run{0, n};
+    while (run.first + kTogether <= n && !DoAny(run.first, run.first + kTogether))
+      run.first += kTogether;
+    while (run.first < n && !Matters(run.first)) ++run.first;
+    while (run.last - kTogether >= run.first && !DoAny(run.last - kTogether, run.last))
+      run.last -= kTogether;
+    while (run.last > run.first && !Matters(run.last - 1)) --run.last;
+    return run;
+  }
+};
+
+}  // namespace
+
+/// Runs of all cells within `reach` of one that matters, which may go beyond the ends of the grid.
+/// Not by blocks of cells: mirrored fields have mirrored runs.
+std::vector<IndexRange> RowRuns::FindWithin(const SparseField& field, const Grid<u8>& flags,
+                                            double trace, const VecInt3D& reach,
+                                            i32 threads) const {
+  std::vector<IndexRange> rows(i64{mDims.y} * mDims.z);
+  ForEachBlock(mDims.z, threads, [&](i32 z) {
+    for (i32 y = 0; y < mDims.y; ++y) {
+      const bool isInner = y > 0 && z > 0 && y < mDims.y - 1 && z < mDims.z - 1;
+      const i32 first = flags.Index(0, y, z);
+      const RowSearch search{field.field->mData + first, isInner ? flags.mData + first : nullptr,
+                             field.nothing, trace, mDims.x};
+      IndexRange row = search.Find();
+      if (row.IsEmpty()) row = {kFar, -kFar};
+      rows[z * mDims.y + y] = row;
+    }
+  });
+  SpreadOverRows(mDims, reach, rows, [](const IndexRange& a, const IndexRange& b) {
+    return IndexRange{std::min(a.first, b.first), std::max(a.last, b.last)};
+  });
+  for (IndexRange& row : rows)
+    if (!row.IsEmpty()) row = {row.first - reach.x, row.last + reach.x};
+  return rows;
 }
 
 void RowRuns::Take(const SparseField& field, const Grid<u8>& flags, const VecInt3D& reach,
-                   i32 margin, i32 threads) {
-  constexpr i32 kFar = std::numeric_limits<i32>::max() / 2;
+                   i32 travel, i32 threads) {
   mDims = flags.Dims();
-  mRows.resize(i64{mDims.y} * mDims.z);
-  ForEachBlock(mDims.z, threads, [&](i32 z) {
-    for (i32 y = 0; y < mDims.y; ++y) {
-      IndexRange& row = mRows[z * mDims.y + y] = Find(field, flags, y, z);
-      if (row.IsEmpty()) row = {kFar, -kFar};
-    }
-  });
-  const VecInt3D round = reach + VecInt3D{margin, margin, margin};
-  SpreadOverRows(mDims, round, mRows, [](const IndexRange& a, const IndexRange& b) {
-    return IndexRange{std::min(a.first, b.first), std::max(a.last, b.last)};
-  });
-  for (IndexRange& row : mRows) {
+  const double largest = ReduceBlocks(
+      mDims.z, threads, 0.0,
+      [&](i32 z) {
+        return LargestOf(field.field->mData + i64{z} * field.field->mSlice, field.field->mSlice);
+      },
+      // What isn't finite counts wherever it stands.
+      [](double a, double b) {
+        return a < b || !(b <= std::numeric_limits<double>::max()) ? b : a;
+      });
+  const auto around = [&](i32 margin) {
+    margin += travel;
+    return reach + VecInt3D{margin, margin, margin};
+  };
+  mRows = FindWithin(field, flags, kTraceShare * largest, around(kSeen), threads);
+  const std::vector<IndexRange> traces = FindWithin(field, flags, 0, around(kPassed), threads);
+  for (std::size_t i = 0; i < mRows.size(); ++i) {
+    IndexRange& row = mRows[i];
+    row = {std::min(row.first, traces[i].first), std::max(row.last, traces[i].last)};
     if (row.IsEmpty()) {
       row = {};
       continue;
     }
-    row = {row.first - round.x, row.last + round.x};
     // The outermost cells go with those beside them.
     if (row.first <= 1) row.first = 0;
     if (row.last >= mDims.x - 1) row.last = mDims.x;
@@ -102,7 +149,6 @@ void RowRuns::Take(const SparseField& field, const Grid<u8>& flags, const VecInt
 }
 
 void RowRuns::FindCore(const VecInt3D& reach) {
-  constexpr i32 kFar = std::numeric_limits<i32>::max() / 2;
   mCore = mRows;
   // Beyond the ends of the grid nobody asks.
   for (IndexRange& row : mCore) {

@@ -6,15 +6,16 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// A run of cells along x for each row: all that holds something, and as much of what is round it as
-/// the step can bring it to, or takes it from. A plume fills a fifth of its box.
+/// A run of cells along x for each row: all that holds something, and as much of what is round it
+/// as the step can bring it to, or takes it from. A plume fills a fifth of its box.
 class RowRuns {
  public:
   /// All cells.
   void TakeAll(const VecInt3D& dims);
-  /// Those within `reach` + `margin` cells of one that holds anything, or whose flags, as
-  /// `SolidCells` has them, tell of a solid; paths lead `reach` cells along each axis.
-  void Take(const SparseField& field, const Grid<u8>& flags, const VecInt3D& reach, i32 margin,
+  /// Those within `reach` and as far as evening sees of a cell that holds more than a trace, or
+  /// whose flags, as `SolidCells` has them, tell of a solid; those of the traces with less round
+  /// them. Paths lead `reach` cells along each axis, and solids move `travel` cells.
+  void Take(const SparseField& field, const Grid<u8>& flags, const VecInt3D& reach, i32 travel,
             i32 threads);
   /// None of them.
   void TakeNone(const VecInt3D& dims);
@@ -33,8 +34,8 @@ class RowRuns {
   IndexRange Core(i32 y, i32 z) const { return mCore[z * mDims.y + y]; }
   /// Whether paths from active rows lead to this one.
   bool IsNear(i32 y, i32 z) const { return mNear[z * mDims.y + y]; }
-  /// Calls f(first, last) for the parts of a row that were active in `before`, of the same size, and
-  /// aren't any more.
+  /// Calls f(first, last) for the parts of a row that were active in `before`, of the same size,
+  /// and aren't any more.
   template <class F>
   void ForEachLeft(const RowRuns& before, i32 y, i32 z, F&& f) const {
     const IndexRange was = before.At(y, z), now = At(y, z);
@@ -47,7 +48,8 @@ class RowRuns {
   }
 
  private:
-  IndexRange Find(const SparseField& field, const Grid<u8>& flags, i32 y, i32 z) const;
+  std::vector<IndexRange> FindWithin(const SparseField& field, const Grid<u8>& flags, double trace,
+                                     const VecInt3D& reach, i32 threads) const;
   void FindCore(const VecInt3D& reach);
   void FindNear(const VecInt3D& reach);
 

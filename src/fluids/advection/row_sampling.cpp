@@ -72,7 +72,7 @@ SULVA_WIDE_KERNEL void FindCorners(const RowVectors& points, const Vec3d& offset
                                    const VecInt3D& dims, i32 n, i32* __restrict index,
                                    double* const fraction[3]) {
   const double *px = points.axis[0].v, *py = points.axis[1].v, *pz = points.axis[2].v;
-  double *__restrict fx = fraction[0], *__restrict fy = fraction[1], *__restrict fz = fraction[2];
+  double* __restrict fx = fraction[0], * __restrict fy = fraction[1], * __restrict fz = fraction[2];
   const VecInt3D d = dims;
   const Vec3d o = offset;
   for (i32 i = 0; i < n; ++i) {

@@ -3,8 +3,8 @@
 #include <memory>
 #include <vector>
 
-#include "fluids/advection/row_runs.h"
 #include "fluids/advection/even_rows.h"
+#include "fluids/advection/row_runs.h"
 #include "grids/grid.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -25,9 +25,9 @@ class VolumeEvening {
   /// False without memory.
   bool Fit(const VecInt3D& dims);
   void Release();
-  /// `moves` is as `EvenLine` has it. What is in `from` goes to `to`, in the cells of `rows`; `from`
-  /// and `spare` are overwritten there. Beyond them gas comes and goes: `spare` holds nothing, and a
-  /// volume of one. Nothing depends on `threads`.
+  /// `moves` is as `EvenLine` has it. What is in `from` goes to `to`, in the cells of `rows`;
+  /// `from` and `spare` are overwritten there. Beyond them gas comes and goes: `spare` holds
+  /// nothing, and a volume of one. Nothing depends on `threads`.
   void Run(const u8* moves, const RowRuns& rows, const Carried& from, const Carried& to,
            const Carried& spare, i32 threads);
   /// `n` cells from `c` on aren't active any more.
@@ -38,9 +38,9 @@ class VolumeEvening {
   /// The active inner cells of a row.
   struct Row {
     RowKind kind = kNone;
-    i32 c = 0, n = 0;                 ///< the first one, and how many
+    i32 c = 0, n = 0;                      ///< the first one, and how many
     bool isFirst = false, isLast = false;  ///< they reach the row's ends
-    LinesBeside beside{};             ///< of a free row
+    LinesBeside beside{};                  ///< of a free row
   };
 
   void MarkRows();
@@ -52,8 +52,8 @@ class VolumeEvening {
   void Relax(i32 y, i32 z, const double* volume, i32 sweep);
   double Pass(const Potential* potential, const Carried& from, const Carried& to,
               const Carried& spare);
-  double PassRow(const Row& row, const Potential* potential, const Carried& from,
-                 const Carried& to, const Carried& spare) const;
+  double PassRow(const Row& row, const Potential* potential, const Carried& from, const Carried& to,
+                 const Carried& spare) const;
   void Keep(i32 y, i32 z, const Carried& from, const Carried& to) const;
   void ContinueBeyond(const Row& row, Potential* p) const {
     if (row.isFirst) p[-1] = p[0];

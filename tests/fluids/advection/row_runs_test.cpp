@@ -12,9 +12,9 @@ using namespace MELDO_GLOBAL::MELDO_SULVA;
 
 namespace {
 
-constexpr VecInt3D kGridCells{70, 17, 15};
+constexpr VecInt3D kGridCells{90, 42, 37};
 constexpr double kHeldByAir = 0.25;
-constexpr i32 kRunMargin = 2;
+constexpr i32 kRunMargin = 6;  // with a travel of one cell
 
 bool IsInRun(const IndexRange& run, i32 x) { return x >= run.first && x < run.last; }
 
@@ -40,31 +40,32 @@ TEST(RowRuns, HoldWhatAStepTouchesAndKnowWhoAsks) {
     std::vector<VecInt3D> held;
     for (i32 i = 0; i < round % 4; ++i) {
       held.push_back({pick(kGridCells.x), pick(kGridCells.y), pick(kGridCells.z)});
-      field(held.back().x, held.back().y, held.back().z) = i == 1 ? std::nan("") : 1.0;
+      field(held.back().x, held.back().y, held.back().z) = i == 1 ? 1e-30 : 1.0;
     }
     if (round % 3 == 1) {
-      held.push_back({1 + pick(68), 1 + pick(15), 1 + pick(13)});
+      held.push_back({1 + pick(88), 1 + pick(40), 1 + pick(35)});
       flags(held.back().x, held.back().y, held.back().z) = 0;
     }
     const VecInt3D reach{1 + pick(4), 1 + pick(3), 1 + pick(2)};
     RowRuns runs;
-    runs.Take({&field, kHeldByAir}, flags, reach, kRunMargin, 1 + round % 3);
+    runs.Take({&field, kHeldByAir}, flags, reach, 1, 1 + round % 3);
     for (const VecInt3D& cell : held) {
       ASSERT_TRUE(IsInRun(runs.Core(cell.y, cell.z), cell.x));
       ForEachCell(CellsRound(cell, reach + VecInt3D{kRunMargin, kRunMargin, kRunMargin}),
                   [&](i32 x, i32 y, i32 z) { ASSERT_TRUE(IsInRun(runs.At(y, z), x)); });
     }
     i64 active = 0;
-    ForEachCell({{0, 0, 0}, kGridCells}, [&](i32 x, i32 y, i32 z) {
-      active += IsInRun(runs.At(y, z), x);
-      if (IsInRun(runs.At(y, z), x))
-        ForEachCell(CellsRound({x, y, z}, reach), [&](i32, i32 j, i32 k) {
-          ASSERT_TRUE(runs.IsNear(j, k));
-        });
-      if (IsInRun(runs.Core(y, z), x))
-        ForEachCell(CellsRound({x, y, z}, reach),
-                    [&](i32 i, i32 j, i32 k) { ASSERT_TRUE(IsInRun(runs.At(j, k), i)); });
-    });
+    ForEachCell({{0, 0, 0}, kGridCells},
+                [&](i32 x, i32 y, i32 z) { active += IsInRun(runs.At(y, z), x); });
+    for (i32 look = 0; look < 2000; ++look) {
+      const VecInt3D c{pick(kGridCells.x), pick(kGridCells.y), pick(kGridCells.z)};
+      const bool isActive = IsInRun(runs.At(c.y, c.z), c.x);
+      const bool isCore = IsInRun(runs.Core(c.y, c.z), c.x);
+      ForEachCell(CellsRound(c, reach), [&](i32 x, i32 y, i32 z) {
+        ASSERT_TRUE(!isActive || runs.IsNear(y, z));
+        ASSERT_TRUE(!isCore || IsInRun(runs.At(y, z), x));
+      });
+    }
     if (held.empty()) {
       EXPECT_EQ(active, 0);
     } else if (held.size() == 1) {
