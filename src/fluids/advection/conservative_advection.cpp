@@ -1,5 +1,6 @@
 #include "fluids/advection/conservative_advection.h"
 
+#include "fluids/advection/clear_cells.h"
 #include "fluids/advection/share_rows.h"
 #include "fluids/fields/channel.h"
 #include "framework/state_archive.h"
@@ -151,19 +152,32 @@ void ConservativeAdvection::MarkRow(const Flow& flow, const EGrid<double>& sourc
   const i32 n = mDims.x, first = mHolds->Index(0, y, z);
   u8 *holds = mHolds->mData + first, *moves = mMoves->mData + first;
   const u8* walls = flow.thin ? flow.thin->Bits() + first : nullptr;
-  for (i32 x = 0; x < n; ++x) holds[x] = mFlags && ((*mFlags)[first + x] & SolidCells::kOpenCentre);
-  for (i32 x = 0; x < n; ++x)
-    if (!holds[x]) holds[x] = !flow.boundary->IsSolid({x + 0.5, y + 0.5, z + 0.5}, source, false);
-  if (walls)
-    for (i32 x = 0; x < n; ++x) holds[x] &= !(walls[x] & ThinFaces::kFilled);
-  const bool isInner = y > 0 && y < mDims.y - 1 && z > 0 && z < mDims.z - 1;
+  const bool isInner = !IsOutermostRow(y, z);
+  const bool isOpen = isInner && mFlags && !walls && n > 2 &&
+                      (CommonBits(mFlags->mData + first + 1, n - 2) & SolidCells::kOpenCentre);
+  const auto isFree = [&](i32 x) {
+    return (mFlags && ((*mFlags)[first + x] & SolidCells::kOpenCentre)) ||
+           !flow.boundary->IsSolid({x + 0.5, y + 0.5, z + 0.5}, source, false);
+  };
+  if (isOpen) {
+    std::fill_n(holds, n, u8{1});
+    for (const i32 end : {0, n - 1}) holds[end] = isFree(end);
+  } else {
+    for (i32 x = 0; x < n; ++x) holds[x] = isFree(x) && !(walls && (walls[x] & ThinFaces::kFilled));
+  }
   for (i32 x = 0; x < n; ++x)
     moves[x] = static_cast<u8>((1 | (walls ? walls[x] << 1 : 0)) * (holds[x] && isInner));
   moves[0] = moves[n - 1] = 0;
   // What comes in from outside isn't thinned.
   double* volume = mVolume->mData + first;
   const IndexRange run = mRows.At(y, z);
-  for (i32 x = run.first; x < run.last; ++x) volume[x] = moves[x] ? volume[x] : holds[x];
+  const auto settle = [&](i32 x) { volume[x] = moves[x] ? volume[x] : holds[x]; };
+  if (isOpen) {
+    if (run.first == 0) settle(0);
+    if (run.last == n) settle(n - 1);
+    return;
+  }
+  for (i32 x = run.first; x < run.last; ++x) settle(x);
 }
 
 void ConservativeAdvection::FindClosed(i32 z) {

@@ -1,8 +1,9 @@
 // Who gives what to whom in a step that keeps the total of a field.
 #include "fluids/advection/conservative_advection.h"
 
-#include <cmath>
+#include <algorithm>
 
+#include "fluids/advection/even_rows.h"
 #include "fluids/advection/share_rows.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -125,18 +126,26 @@ void ConservativeAdvection::SendLayer(const Flow& flow, const CellBox& far, i32 
   for (i32 y = 1; y < mDims.y - 1; ++y) {
     const bool isFar = z >= far.min.z && z < far.max.z && y >= far.min.y && y < far.max.y;
     const IndexRange core = mRows.Core(y, z);
-    for (i32 x = std::max(core.first, 1); x < std::min(core.last, mDims.x - 1); ++x) {
-      double& share = asked[y * mDims.x + x];
-      const double enough = isFar && x >= far.min.x && x < far.max.x ? kHalf : 1 - kTrace;
-      if (!(share < enough)) continue;
-      const i32 c = mHolds->Index(x, y, z);
-      if (!mMoves->mData[c]) continue;
-      senders.Add(flow.velocity, c, 1.0 - share, {x, y, z});
-      share = 1;
-      if (senders.count < kRowChunk) continue;
-      SendForward(flow, senders, z);
-      senders.count = 0;
-    }
+    const IndexRange inner{std::max(core.first, 1), std::min(core.last, mDims.x - 1)};
+    if (inner.IsEmpty()) continue;
+    double* row = asked + y * mDims.x;
+    const auto send = [&](i32 first, i32 last, double enough) {
+      if (first >= last || RangeOf(row + first, last - first).least >= enough) return;
+      for (i32 x = first; x < last; ++x) {
+        const i32 c = mHolds->Index(x, y, z);
+        if (!(row[x] < enough) || !mMoves->mData[c]) continue;
+        senders.Add(flow.velocity, c, 1.0 - row[x], {x, y, z});
+        row[x] = 1;
+        if (senders.count < kRowChunk) continue;
+        SendForward(flow, senders, z);
+        senders.count = 0;
+      }
+    };
+    const i32 low = isFar ? std::clamp(far.min.x, inner.first, inner.last) : inner.last;
+    const i32 high = isFar ? std::clamp(far.max.x, low, inner.last) : inner.last;
+    send(inner.first, low, 1 - kTrace);
+    send(low, high, kHalf);
+    send(high, inner.last, 1 - kTrace);
   }
   SendForward(flow, senders, z);
   for (const ForwardContribution& forward : list) {

@@ -11,19 +11,23 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 /// Folds each number of a plane of `dims.y` times `dims.z` with those up to `reach` away along y
-/// and z, by join(a, b).
+/// and z, by join(a, b), for which no number counts twice.
 template <class T, class Join>
 void SpreadOverRows(const VecInt3D& dims, const VecInt3D& reach, std::vector<T>& rows,
                     Join&& join) {
   std::vector<T> from;
   const auto spread = [&](i32 steps, i32 step, auto&& placeOf, i32 count) {
-    from = rows;
-    for (i32 i = 0; i < static_cast<i32>(rows.size()); ++i)
-      for (i32 k = 1; k <= std::min(steps, count - 1); ++k) {
+    // Windows of numbers side by side that are folded already make wider ones.
+    for (i32 done = 0, wanted = std::min(steps, count - 1); done < wanted;) {
+      const i32 k = std::min(wanted - done, 2 * done + 1);
+      from = rows;
+      for (i32 i = 0; i < static_cast<i32>(rows.size()); ++i) {
         const i32 at = placeOf(i);
-        if (at >= k) rows[i] = join(rows[i], from[i - k * step]);
-        if (at + k < count) rows[i] = join(rows[i], from[i + k * step]);
+        rows[i] = join(join(rows[i], from[i - std::min(k, at) * step]),
+                       from[i + std::min(k, count - 1 - at) * step]);
       }
+      done += k;
+    }
   };
   spread(
       reach.y, 1, [&](i32 i) { return i % dims.y; }, dims.y);
