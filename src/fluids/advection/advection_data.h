@@ -26,7 +26,6 @@ struct AdvectedField {
   bool isAmount = false;        ///< by the flags of its `NodeKind`
   bool isTotalKnown = false;    ///< behind the step it is what open cells hold, and `gain`
   double gain = 0;
-  double owed = 0;  ///< what earlier steps lack of that, to be brought back
 };
 
 /// What the workers see. All grids stand on the same layout. Fields of one kind can be moved

@@ -321,7 +321,7 @@ void FindBalance(AdvectedField& field, i32 layers) {
   if (field.isTotalKnown) {
     const double off = sums.lost + field.gain - sums.whole, trusted = kTrusted * all;
     const double rest = std::clamp(2 * trusted - std::abs(off), 0.0, trusted);
-    sums.whole += std::clamp(off + field.owed, -rest, rest);
+    sums.whole += std::clamp(off, -rest, rest);
   }
   const double excess = sums.up + sums.down - sums.whole;
   if (excess > 0 && sums.up > 0)

@@ -32,7 +32,7 @@ void Correct(const AdvectionData& data, const CellBox& box);
 /// How much of a field's correction may stay, from the sums over all of its layers. Limits cut off
 /// more beside edges than they cut off peaks, so that they make a tenth of a field's total in a
 /// second. The correction as a whole hardly changes it. Where the total is known it brings back
-/// what the prediction has lost, and earlier steps, as far as that isn't much. The side that is
+/// what the prediction has lost, as far as that isn't much. The side that is
 /// favoured is scaled down until the sum is right, which leaves all values inside of the limits.
 void FindBalance(AdvectedField& field, i32 layers);
 

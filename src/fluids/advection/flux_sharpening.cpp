@@ -13,8 +13,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 /// A quarter of the variance that weights at a fraction spread, where the whole block counts.
-SULVA_WIDE_KERNEL void SpreadRow(const double* fraction, const u8* moves, const u8* closed, i32 n,
-                                 f32* __restrict spread) {
+void SpreadRow(const double* fraction, const u8* moves, const u8* closed, i32 n,
+               f32* __restrict spread) {
   for (i32 i = 0; i < n; ++i) {
     const i32 whole = (moves[i] & 1) & (closed[i] == 0);
     spread[i] = static_cast<f32>(0.25 * whole * (fraction[i] * (1 - fraction[i])));

@@ -11,7 +11,6 @@
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
-#include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
 #include "grids/for_each_cell.h"
 
@@ -109,7 +108,6 @@ void GridAdvection::Reset() {
   mWatch.Reset();
   mWarnings.clear();
   mIsBooking = false;
-  mOwed = 0;
 }
 
 void GridAdvection::Release(bool full) {
@@ -219,8 +217,7 @@ AdvectedField GridAdvection::PrepareTarget() {
           .walls = WallValues(),
           .isAmount = mScalarTarget->IsAccounted(),
           .isTotalKnown = IsTotalKnown(),
-          .gain = mGain - mLeft,
-          .owed = mOwed};
+          .gain = mGain - mLeft};
 }
 
 ScalarWalls::Values GridAdvection::WallValues() const {
@@ -286,7 +283,6 @@ void GridAdvection::Persist(StateArchive& archive) {
   iObject::Persist(archive);
   mConservative.Persist(archive);
   mWatch.Persist(archive);
-  archive(mOwed);
 }
 
 bool GridAdvection::IsOnFlow(const EGrid<double>& grid) const {
@@ -317,7 +313,6 @@ bool GridAdvection::MoveOnFlow(EGrid<double>& source, EGrid<double>& destination
   field.isAmount = mScalarTarget->IsAccounted();
   field.isTotalKnown = IsTotalKnown();
   field.gain = mGain - mLeft;
-  field.owed = mOwed;
   return AdvectGrids({field}, velocity);
 }
 

@@ -72,7 +72,6 @@ class GridAdvection : public iObject, public FieldCarrier {
   /// Books what the step did to the target, and tells of a drift that lasts.
   void BookMove();
   void WarnOfDrift(double share);
-  void OweDrift(double drift);
   /// How far cells that a solid covers look for takers, in cells.
   i32 HandOverReach() const;
   /// Moves grids of one kind by the scheme; false when it can't.
@@ -122,7 +121,6 @@ class GridAdvection : public iObject, public FieldCarrier {
   double mLeft = 0, mTrapped = 0;
   double mGain = 0;  ///< of cells that are open, in a move along paths: what they get from covered
                      ///< ones, less what left ones were given to begin with
-  double mOwed = 0;  ///< by corrected moves before this one
   DriftWatch mWatch;
   std::vector<std::string> mWarnings;
 };

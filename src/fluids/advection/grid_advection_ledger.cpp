@@ -56,21 +56,11 @@ void GridAdvection::BookMove() {
   account.mLedger.left += mLeft;
   account.mLedger.trapped += mTrapped - fetched;
   account.mLedger.drift += drift;
-  OweDrift(drift);
   const auto share = mWatch.Add({.seconds = mTime->stepDuration,
                                  .drift = drift,
                                  .given = account.TakeGiven(),
                                  .there = std::max(before, account.Size())});
   if (share && !std::exchange(account.mHasWarned, true)) WarnOfDrift(*share);
-}
-
-/// What limits don't let a step's correction bring about is left to the next ones. It is forgotten
-/// within some seconds, and never much: a flow that doesn't keep totals owes without end.
-void GridAdvection::OweDrift(double drift) {
-  constexpr double kMost = 0.05, kSeconds = 1;
-  const double most = kMost * mScalarTarget->mAccount.Size();
-  const double left = std::exp(-mTime->stepDuration / kSeconds);
-  mOwed = IsCorrected() ? std::clamp(left * mOwed - drift, -most, most) : 0;
 }
 
 namespace {
