@@ -8,7 +8,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "fluids/advection/particle_motion.h"
+#include "fluids/advection/particle_mover.h"
 #include "grids/random_stream.h"
 #include "timing.h"
 
@@ -91,7 +91,7 @@ void Time(const char* name, const Settings& s, ParticleColumns& particles,
   const double wall = Best(
       [&] {
         ForEachBlock(kParts, s.threads, [&](i32 part) {
-          motion.Move(particles, particles.PartOf(part, kParts), static_cast<u32>(part));
+          MoveParticles(motion, particles, particles.PartOf(part, kParts), static_cast<u32>(part));
         });
       },
       s.repeats);

@@ -10,6 +10,7 @@
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/forces/force_grid_turbulence.h"
 #include "fluids/particles/particle_property.h"
+#include "fluids/solvers/fluid_solver.h"
 #include "scene/shape_boxes.h"
 
 namespace MELDO_GLOBAL::app {
@@ -236,11 +237,28 @@ class ParticleHints : public ShapeBoxes {
     if (motion == Move::kOff)
       return WarnOfSleep(advection, fmt::format("it never works: {}", Move::kOffReason),
                          Move::kMotionRow);
+    if (motion == Move::kGridThenBallistic) LookAtOpenSides(advection);
     if (motion != Move::kGrid || IsKeyed(advection, Move::kSolverListRow) ||
         !SolversOf(advection).empty())
       return;
     WarnOfSleep(advection, mSolvers.empty() ? Move::kNoFlowReason : Move::kNoFlowLeftReason,
                 mSolvers.empty() ? i32{Move::kMotionRow} : i32{Move::kSolversRow});
+  }
+
+  /// What flies where no flow is ends at the sides through which it would come there.
+  void LookAtOpenSides(const BaseNode& advection) {
+    if (Whole(advection, Move::kKillOutsideRow) == 0 || IsKeyed(advection, Move::kKillOutsideRow) ||
+        IsKeyed(advection, Move::kSolverListRow))
+      return;
+    for (const BaseNode* solver : SolversOf(advection))
+      if (IsA<FluidSolver>(*solver) &&
+          std::any_of(std::begin(FluidSolver::kWallRows), std::end(FluidSolver::kWallRows),
+                      [&](i32 row) { return Whole(*solver, row) == 0; }))
+        return Note(advection,
+                    fmt::format("those that leave through an open side of {} are gone at the end "
+                                "of the frame; to let them fly on there, switch off '{}'",
+                                Named(*solver), NameOf(advection, Move::kKillOutsideRow)),
+                    Move::kMotionRow);
   }
 
   Nodes mSolvers;                   ///< those that are switched on

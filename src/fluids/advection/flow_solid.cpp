@@ -14,6 +14,7 @@ FlowSolid::FlowSolid(const GridBoundary& boundary) : mBoundary(&boundary) {
     if (solid.HasThinParts()) mThin.push_back(index);
     if (solid.Moves() || solid.IsSheet()) mSpecial.push_back(index);
   }
+  mIsPlain = !IsEmpty() && mThin.empty() && mSpecial.empty();
 }
 
 SolidDistance FlowSolid::At(const Vec3d& p) const {

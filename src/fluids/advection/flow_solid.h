@@ -4,6 +4,7 @@
 
 #include "fluids/advection/volume_solid.h"
 #include "fluids/flow/grid_boundary.h"
+#include "grids/sampling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -12,6 +13,15 @@ class FlowSolid {
  public:
   explicit FlowSolid(const GridBoundary& boundary);
   bool IsEmpty() const { return !mBoundary->GetLevelSet() || !mBoundary->GetLevelSet()->mData; }
+  /// Whether the level set alone says that a leg meets nothing, neither wall nor obstacle; `offset`
+  /// is how many cells off surfaces it would stop.
+  bool IsClear(const Leg& leg, double offset) const {
+    if (!mIsPlain) return false;
+    const EGrid<double>& level = *mBoundary->GetLevelSet();
+    const double clear = SampleLinear(level, level.mLayout.ToCells(leg.to));
+    return clear - (offset + kSlack) * level.mLayout.cellSize >=
+           kSteepestSample * Length(leg.to - leg.from);
+  }
   /// Finds the first wall that a leg passes.
   bool MeetWall(const Leg& leg, const Touch& touch, ParticleContact& contact) const;
   /// Finds where a leg meets an obstacle of the level set, or a wall in it.
@@ -27,7 +37,11 @@ class FlowSolid {
   const GridBoundary& Boundary() const { return *mBoundary; }
 
  private:
+  // Cells: what rounding may add to a distance.
+  static constexpr double kSlack = 1e-6;
+
   const GridBoundary* mBoundary;
+  bool mIsPlain = false;  ///< its level set is all that counts
   std::vector<VolumeSolid> mObstacles;
   std::vector<i32> mThin;     ///< those that the level set shows only in part
   std::vector<i32> mSpecial;  ///< those that move, and sheets

@@ -23,10 +23,13 @@ class InstantOperator : public iBase {
   i32 GetListIndex() const override { return kListAuxiliary; }
   void GetCategories(u32& mask) const override { mask |= kCategoryInstant; }
 
-  /// Before and after a pass of `caller`, on the pipeline thread.
-  virtual void Attach(iBase& /*caller*/) {}
+  /// Before and after a pass of `caller` over some particles, on the pipeline thread. Workers can't
+  /// make columns: `Attach` requires those of all properties that `Apply` adds.
+  virtual void Attach(iBase& /*caller*/, ParticleColumns& /*particles*/) {}
   virtual void End() {}
-  /// May change the particle's velocity, flags and properties; its position becomes the contact.
+  /// May change the particle's velocity, flags and properties; its position becomes the contact. In
+  /// a step it is called once for each solid that a particle meets; what is in the level set of a
+  /// flow is one.
   virtual void Apply(const ParticleHit& hit, Particle particle, u32 worker) = 0;
 };
 

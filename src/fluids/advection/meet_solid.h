@@ -10,15 +10,13 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// What the search for contacts is made of.
 namespace meeting {
 
-// Trilinear samples of a distance change by at most one on each axis.
-inline constexpr double kSteepest = 1.7320508075688772;
 // Cells: the least step with which a way is searched.
 inline constexpr double kStep = 0.25;
 // Of a search: whoever goes that far in a step has left its scene.
 inline constexpr i32 kMostSteps = 1000;
 // The sine below which a way is one along the surface.
 inline constexpr double kAlong = 1e-6;
-// Normals on both sides of a thin part turn away from each other by more than this cosine.
+// Normals on both sides of a part turn away from each other by more than this cosine.
 inline constexpr double kBehind = -0.5;
 inline constexpr i32 kProjections = 4;
 // Of a way, to find where it meets a surface.
@@ -43,6 +41,13 @@ bool Project(const Solid& solid, f32 radius, const Vec3d& side, Vec3d& p, Vec3d&
   return isGood(solid.At(p));
 }
 
+/// Whether two places lie before surfaces that look away from each other: from the middle of a slab
+/// the normals lead out on either side.
+template <class Solid>
+bool AreBehind(const Solid& solid, const Vec3d& a, const Vec3d& b) {
+  return Dot(solid.NormalAt(a, solid.At(a)), solid.NormalAt(b, solid.At(b))) < kBehind;
+}
+
 /// Where a way enters a solid. Shares of the way.
 struct Entry {
   bool isFound = false;
@@ -62,7 +67,7 @@ Entry FindEntry(const Solid& solid, const Vec3d& from, const Vec3d& to, f32 radi
   SolidDistance before = solid.At(from);
   Entry entry;
   for (double gone = 0; gone < length && entry.staysInside;) {
-    gone = std::min(gone + std::max(least, before.distance / kSteepest), length);
+    gone = std::min(gone + std::max(least, before.distance / kSteepestSample), length);
     const double share = gone / length;
     const SolidDistance at = solid.At(from + way * share);
     if (entry.isFound) {
@@ -109,7 +114,7 @@ bool MeetSolid(const Solid& solid, const Vec3d& begin, const Vec3d& to, const To
   using namespace meeting;
   const f32 radius = touch.radius;
   const SolidDistance end = solid.At(to);
-  if (end.distance - radius >= kSteepest * Length(to - begin)) return false;
+  if (end.distance - radius >= kSteepestSample * Length(to - begin)) return false;
 
   contact = {.hit = true,
              .position = begin,
@@ -137,7 +142,9 @@ bool MeetSolid(const Solid& solid, const Vec3d& begin, const Vec3d& to, const To
   contact.share = entry.clear;
   if (isNear) {
     contact.position = to;
-    contact.slides = Project(solid, radius, side, contact.position, contact.normal);
+    contact.slides =
+        Project(solid, radius, side, contact.position, contact.normal) &&
+        !(entry.isFound && AreBehind(solid, from + way * entry.outside, contact.position));
   }
   if (contact.slides && !touch.isExact) return true;
   contact.share = FindTouch(solid, from, to, radius, entry);

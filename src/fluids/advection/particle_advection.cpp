@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "fluids/advection/particle_mover.h"
 #include "fluids/fields/channel_kinds.h"
 #include "fluids/flow/wall_velocities.h"
 #include "framework/node_kind.h"
@@ -105,7 +106,8 @@ const ParameterTable& ParticleAdvection::Parameters() {
       LinksRow(1002, "on_collision", "what happens to those that hit something")
           .AcceptsAny({kListAuxiliary, kCategoryInstant})
           .To(&ParticleAdvection::mOperators),
-      BoolRow(1012, "kill_outside", true, "those that leave through an open side are gone")
+      BoolRow(kKillOutsideRow, "kill_outside", true,
+              "those that leave through an open side are gone")
           .To(&ParticleAdvection::mKillsOutside),
       BoolRow(1016, "take_velocity", false,
               "what a flow carries gets the velocity of its way, for pictures and files")
@@ -200,6 +202,7 @@ void ParticleAdvection::Prepare() {
     if (solvers.empty() && mMode == kGrid)
       return void(Deactivate(mNamedSolvers.empty() ? kNoFlowReason : kNoFlowLeftReason));
     CollectFlows(solvers);
+    if (mMode == kGrid && mMotion.flows.empty()) return void(Deactivate(kNoGridReason));
   }
   CollectVolumes();
   mMotion.carries = UsesFlows();
@@ -220,7 +223,7 @@ void ParticleAdvection::Prepare() {
   mMotion.isLast = mTime->isLastSubstep != 0;
   for (InstantOperator* each : mOperators)
     if (each->Has(FLAG_ENABLED)) mMotion.operators.push_back(each);
-  for (InstantOperator* each : mMotion.operators) each->Attach(*this);
+  for (InstantOperator* each : mMotion.operators) each->Attach(*this, mGroup->Store(mKind));
   mMotion.RequireColumns(mGroup->Store(mKind));
   SetFlag(FLAG_ACTIVE, true);
 }
@@ -231,7 +234,8 @@ void ParticleAdvection::Evaluate(const EvaluationThreadData& data) {
   const IndexRange rows = store.PartOf(data.index, data.count);
   constexpr i32 kRun = 64 * 64;
   for (i32 first = rows.first; first < rows.last && !data.TestBreak(); first += kRun)
-    mMotion.Move(store, {first, std::min(first + kRun, rows.last)}, static_cast<u32>(data.index));
+    MoveParticles(mMotion, store, {first, std::min(first + kRun, rows.last)},
+                  static_cast<u32>(data.index));
 }
 
 void ParticleAdvection::Finish() {

@@ -19,7 +19,8 @@ class ParticleAdvection : public iObject {
   static const host::ParameterTable& Parameters();
   static constexpr i32 kGroupRow = 1000, kSolversRow = 1004, kSolverListRow = 1007,
                        kMotionRow = 1008, kIntegratorRow = 1010, kCollisionRow = 1011,
-                       kKindRow = 1014, kRestitutionRow = 1017, kDragRow = 1018;
+                       kKillOutsideRow = 1012, kKindRow = 1014, kRestitutionRow = 1017,
+                       kDragRow = 1018;
   static constexpr const char* kOffReason = "its 'motion' is off";
   static constexpr const char* kNoFlowReason =
       "no flow carries its particles: there is no solver that is switched on; give it one, or "
@@ -27,6 +28,9 @@ class ParticleAdvection : public iObject {
   static constexpr const char* kNoFlowLeftReason =
       "no flow carries its particles: by 'solvers' and 'solver_list' no solver that is switched on "
       "is left";
+  static constexpr const char* kNoGridReason =
+      "no flow carries its particles: none of the solvers has a grid; there they neither move nor "
+      "age";
   void ClearLinks() override;
   void CheckDirty() override;
   bool CommutesWith(const iBase& other) const override;

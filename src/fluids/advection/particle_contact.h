@@ -38,6 +38,9 @@ struct ParticleContact {
   Vec3d motion{};  ///< of the surface there, per step
 };
 
+/// Trilinear samples of a distance change by at most one on each axis.
+inline constexpr double kSteepestSample = 1.7320508075688772;
+
 /// Whether two places differ by no more than rounding.
 inline bool IsSamePlace(const Vec3d& a, const Vec3d& b) {
   return Length(a - b) <= 1e-12 * (1 + Length(b));

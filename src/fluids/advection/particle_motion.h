@@ -2,47 +2,10 @@
 #pragma once
 #include <vector>
 
+#include "fluids/advection/carrying_flow.h"
 #include "fluids/advection/instant_operator.h"
-#include "fluids/advection/solids_round.h"
-#include "fluids/fields/trace_path.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
-
-/// A flow that carries particles: its velocity, and what bounds it.
-class CarryingFlow {
- public:
-  /// The grids of `velocity` have the cells of one layout.
-  /// The sides `freeSides` (bits of `WallBit`) stand in mid-air.
-  CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary, u8 freeSides = 0);
-
-  /// Whether a place (simulation units) lies in its grid, and not behind an open side of it.
-  bool Holds(const Vec3d& p) const;
-  bool IsBehindOpenSide(const Vec3d& p) const {
-    return mBoundary->IsOutsideOpenSide(p - mLayout->simOrigin);
-  }
-  /// Whether a place lies behind a side through which gas leaves the user's box.
-  bool IsOutside(const Vec3d& p) const;
-  /// The end of a path of `time` seconds; outside of the grids the nearest sample counts.
-  template <int Order>
-  Vec3d Trace(const Vec3d& p, double time) const {
-    const Vec3d c = mLayout->ToCells(p);
-    // The way, not its end, so that what rests keeps its bits.
-    const Vec3d end = TracePath<Order>(mVelocity, c, mVelocity.At(c), time * mLayout->inverseCell);
-    return p + (end - c) * mLayout->simCell;
-  }
-  Vec3d VelocityAt(const Vec3d& p) const { return mVelocity.At(mLayout->ToCells(p)); }
-
-  const GridBoundary& Boundary() const { return *mBoundary; }
-  const FlowSolid& Solid() const { return mSolid; }
-  const GridLayout& Layout() const { return *mLayout; }
-
- private:
-  StaggeredVelocity mVelocity;
-  const GridLayout* mLayout;
-  const GridBoundary* mBoundary;
-  FlowSolid mSolid;
-  u8 mFreeSides;
-};
 
 /// Motion of particles over one step: along a flow, free under forces, or as bubbles in a flow.
 ///
@@ -85,11 +48,8 @@ struct ParticleMotion {
   Vec3d gravity{};
   bool isFirst = true, isLast = true;  ///< of the steps of a frame
 
-  /// The columns that `Move` fills; call it before, on one thread.
+  /// The columns that `MoveParticles` fills; call it before, on one thread.
   void RequireColumns(ParticleColumns& particles) const;
-  /// Moves the particles of a range, which starts at a multiple of 64, and ages them in the last
-  /// step of a frame. Others may move other ranges at the same time.
-  void Move(ParticleColumns& particles, const IndexRange& rows, u32 worker) const;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -18,6 +18,10 @@ class SolidsRound {
   SolidsRound(const std::vector<VolumeSolid>& volumes, double offset, bool volumesInFlows)
       : mVolumes(volumes), mOffset(offset), mVolumesInFlows(volumesInFlows) {}
 
+  /// Whether a leg in a flow is so far off everything that it meets nothing.
+  bool IsClear(const FlowSolid& flow, const Leg& leg) const {
+    return !mVolumesInFlows && flow.IsClear(leg, mOffset);
+  }
   /// The first solid that a leg meets, but for `excluded`, or `kNone`; `flow` is what is solid
   /// about the flow round the particle, or null.
   i32 Meet(const FlowSolid* flow, const Leg& leg, bool isExact, i32 excluded,

@@ -83,23 +83,23 @@ const ParameterTable& FluidSolver::Parameters() {
                 "the space that smoke may ever fill; it ends at the walls of this box")
           .Range(1e-6, 1e12)
           .To(&GasSettings::boxSize),
-      WallRow(1011, "wall_low_x",
+      WallRow(kWallRows[0], "wall_low_x",
               "closed keeps smoke in at the box's low x side, open lets it out there")
           .To(&GasSettings::wallLowX),
-      WallRow(1012, "wall_high_x",
+      WallRow(kWallRows[1], "wall_high_x",
               "closed keeps smoke in at the box's high x side, open lets it out there")
           .To(&GasSettings::wallHighX),
-      WallRow(1013, "wall_low_y",
+      WallRow(kWallRows[2], "wall_low_y",
               "the floor of the box: closed carries smoke, open lets it sink through")
           .To(&GasSettings::wallLowY),
-      WallRow(1014, "wall_high_y",
+      WallRow(kWallRows[3], "wall_high_y",
               "the ceiling of the box: under a closed one smoke spreads, through an open one it "
               "leaves")
           .To(&GasSettings::wallHighY),
-      WallRow(1015, "wall_low_z",
+      WallRow(kWallRows[4], "wall_low_z",
               "closed keeps smoke in at the box's low z side, open lets it out there")
           .To(&GasSettings::wallLowZ),
-      WallRow(1016, "wall_high_z",
+      WallRow(kWallRows[5], "wall_high_z",
               "closed keeps smoke in at the box's high z side, open lets it out there")
           .To(&GasSettings::wallHighZ),
       LongRow(1310, "container_sides", 0, "",

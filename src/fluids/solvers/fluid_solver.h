@@ -44,6 +44,7 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   static const host::ParameterTable& Parameters();
   static constexpr i32 kDensityChannelRow = 1000, kBoxSizeRow = 1010, kBoxOffsetRow = 1028,
                        kLinearSolverRow = 1020;
+  static constexpr i32 kWallRows[] = {1011, 1012, 1013, 1014, 1015, 1016};
   /// Why it rests where nothing is in its box.
   static constexpr const char* kDryReason =
       "no emitter fills anything in its box; it begins at its position, its lowest corner, and its "

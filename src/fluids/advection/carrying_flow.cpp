@@ -1,0 +1,27 @@
+#include "fluids/advection/carrying_flow.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+CarryingFlow::CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary,
+                           u8 freeSides)
+    : mVelocity(velocity),
+      mLayout(&velocity.Component(0).mLayout),
+      mBoundary(&boundary),
+      mSolid(boundary),
+      mFreeSides(freeSides) {}
+
+bool CarryingFlow::Holds(const Vec3d& p) const {
+  return mLayout->Contains(p, false) && !IsBehindOpenSide(p);
+}
+
+bool CarryingFlow::IsOutside(const Vec3d& p) const {
+  const Vec3d c = mLayout->ToCells(p);
+  const u8 shut = mBoundary->mWalls | mFreeSides;
+  for (int a = 0; a < 3; ++a) {
+    if (!(shut & kLowWall[a]) && c[a] < 1) return true;
+    if (!(shut & kHighWall[a]) && c[a] > mLayout->dims[a] - 1) return true;
+  }
+  return false;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

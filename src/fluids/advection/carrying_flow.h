@@ -1,0 +1,44 @@
+// A flow as particles see it.
+#pragma once
+#include "fluids/advection/flow_solid.h"
+#include "fluids/fields/trace_path.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A flow that carries particles: its velocity, and what bounds it.
+class CarryingFlow {
+ public:
+  /// The grids of `velocity` have the cells of one layout.
+  /// The sides `freeSides` (bits of `WallBit`) stand in mid-air.
+  CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary, u8 freeSides = 0);
+
+  /// Whether a place (simulation units) lies in its grid, and not behind an open side of it.
+  bool Holds(const Vec3d& p) const;
+  bool IsBehindOpenSide(const Vec3d& p) const {
+    return mBoundary->IsOutsideOpenSide(p - mLayout->simOrigin);
+  }
+  /// Whether a place lies behind a side through which gas leaves the user's box.
+  bool IsOutside(const Vec3d& p) const;
+  /// The end of a path of `time` seconds; outside of the grids the nearest sample counts.
+  template <int Order>
+  Vec3d Trace(const Vec3d& p, double time) const {
+    const Vec3d c = mLayout->ToCells(p);
+    // The way, not its end, so that what rests keeps its bits.
+    const Vec3d end = TracePath<Order>(mVelocity, c, mVelocity.At(c), time * mLayout->inverseCell);
+    return p + (end - c) * mLayout->simCell;
+  }
+  Vec3d VelocityAt(const Vec3d& p) const { return mVelocity.At(mLayout->ToCells(p)); }
+
+  const GridBoundary& Boundary() const { return *mBoundary; }
+  const FlowSolid& Solid() const { return mSolid; }
+  const GridLayout& Layout() const { return *mLayout; }
+
+ private:
+  StaggeredVelocity mVelocity;
+  const GridLayout* mLayout;
+  const GridBoundary* mBoundary;
+  FlowSolid mSolid;
+  u8 mFreeSides;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
