@@ -1,5 +1,8 @@
 #include "fluids/emission/alignment_vector.h"
 
+#include <utility>
+
+#include "fluids/emission/stream_seeds.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 
@@ -10,33 +13,55 @@ using namespace host;
 bool AlignmentVector2D::ReadParameters() {
   if (!iObject::ReadParameters()) return false;
   SetFlag(FLAG_FLIPPED, mFlip);
-  mInterface.GetMatrix(mMatrix);
-  mCentre = mMatrix.offset * GetDomain().worldToSim;
+  mInterface.GetMatrix(mAt.axes);
+  mAt.centre = mAt.axes.offset * GetDomain().worldToSim;
   return true;
 }
 
 void AlignmentVector2D::ClearLinks() {
-  mVolume = nullptr;
-  mMembers.clear();
+  Unfollow();
+  mAt.volume = nullptr;
+  mAt.members.clear();
   iObject::ClearLinks();
 }
 
-void AlignmentVector2D::PointAt(iVolume& volume) {
-  mVolume = &volume;
-  mMembers.clear();
-  mVolume->CollectMembers(mMembers);
-  mVolume->mInterface.GetMatrix(mMatrix);
-  mCentre = mMatrix.offset * GetDomain().worldToSim;
-  const Vec3d &min = mVolume->mBoxMin, &max = mVolume->mBoxMax;
-  if (min.x <= max.x && min.y <= max.y && min.z <= max.z) mCentre = min + (max - min) * 0.5;
+void AlignmentVector2D::Take(iVolume& volume, bool withCentre) {
+  mAt.volume = &volume;
+  mAt.members.clear();
+  volume.CollectMembers(mAt.members);
+  if (!withCentre) return;
+  volume.mInterface.GetMatrix(mAt.axes);
+  mAt.centre = mAt.axes.offset * GetDomain().worldToSim;
+  const Vec3d &min = volume.mBoxMin, &max = volume.mBoxMax;
+  if (min.x <= max.x && min.y <= max.y && min.z <= max.z) mAt.centre = min + (max - min) * 0.5;
 }
 
-void AlignmentVector2D::SetWorkerCount(i32 workers) {
+void AlignmentVector2D::PointAt(iVolume& volume) { Take(volume, true); }
+
+void AlignmentVector2D::Follow(iVolume* volume, const Mesh* mesh) {
+  Unfollow();
+  mOwn = mAt;
+  mFollows = true;
+  if (mAt.volume) return;
+  if (volume) return Take(*volume, !mCentreNode);
+  if (!mesh) return;
+  mAt.mesh = mesh;
+  if (mCentreNode) return;
+  mesh->mInterface.GetMatrix(mAt.axes);
+  mAt.centre = mesh->mMesh.GetBoundsCentre();
+}
+
+void AlignmentVector2D::Unfollow() {
+  if (mFollows) mAt = std::exchange(mOwn, {});
+  mFollows = false;
+}
+
+void AlignmentVector2D::SetWorkerCount(i32 workers, u64 seed) {
+  Unfollow();
   mStreams.resize(std::max(1, workers));
-  for (std::size_t i = 0; i < mStreams.size(); ++i)
-    mStreams[i].Seed(static_cast<u32>(mTime->frameIndex + 234145 + static_cast<i32>(i)));
+  SeedStreams(mStreams, StepSeed(*this) + MixedBits(seed));
   // The volume may have moved since the links were fetched.
-  if (mVolume) PointAt(*mVolume);
+  if (mAt.volume) Take(*mAt.volume, true);
 }
 
 void AlignmentVector2D::SetMode(i32 mode) {
@@ -47,7 +72,7 @@ void AlignmentVector2D::SetMode(i32 mode) {
 
 const VolumeBase* AlignmentVector2D::MemberAt(const Vec3d& position) const {
   const VolumeBase* nearest = nullptr;
-  for (const VolumeBase* member : mMembers)
+  for (const VolumeBase* member : mAt.members)
     if (!nearest || (!nearest->IsInsideWorld(position) && member->IsInsideWorld(position)))
       nearest = member;
   return nearest;
@@ -60,7 +85,7 @@ Vec3d AlignmentVector2D::NormalAt(const Vec3d& position) const {
 
 Vec3d AlignmentVector2D::BodyVelocityAt(const Vec3d& position) const {
   const VolumeBase* member = MemberAt(position);
-  const Mesh* mesh = member ? member->GetMesh() : nullptr;
+  const Mesh* mesh = member ? member->GetMesh() : mAt.mesh;
   if (!mesh || !(mTime->stepDuration > 0)) return {};
   Vec3d motion{};
   mesh->GetVelocityAt(motion, position);
@@ -89,7 +114,7 @@ void AlignmentVector2D::GetDirection(Vec3d& out, const Vec3d& position, const Ma
       out = frame.v1 * Dot(d, frame.v1) + frame.v2 * Dot(d, frame.v2);
       break;
     }
-    case kNormal: out = mVolume ? NormalAt(position) : matrix.Rotate(mVector); break;
+    case kNormal: out = mAt.volume ? NormalAt(position) : matrix.Rotate(mVector); break;
     case kRandom:
       out = worker < mStreams.size() ? mStreams[worker].NextOnSphere() : Vec3d{};
       return;
@@ -100,7 +125,14 @@ void AlignmentVector2D::GetDirection(Vec3d& out, const Vec3d& position, const Ma
 }
 
 void AlignmentVector2D::GetDirection(Vec3d& out, const Vec3d& position, u32 worker) {
-  GetDirection(out, position, mMatrix, mCentre, worker);
+  GetDirection(out, position, mAt.axes, mAt.centre, worker);
+}
+
+void AlignmentVector2D::GetDirectionOn(Vec3d& out, const Vec3d& position, const Vec3d& normal,
+                                       u32 worker) {
+  const bool isNormal = mMode == kNormal && normal != Vec3d{} && (mFollows && !mOwn.volume);
+  if (!isNormal) return GetDirection(out, position, worker);
+  out = Has(FLAG_FLIPPED) ? -normal : normal;
 }
 
 const NodeKind& AlignmentVector3D::Kind() {
@@ -148,7 +180,7 @@ const ParameterTable& AlignmentVector3D::Parameters() {
           .To(&AlignmentVector3D::mVector),
       LinkRow(kCentreRow, "centre",
               "a volume or object that directions lead away from or round; modes of a surface and "
-              "of motion ask for a volume",
+              "of motion ask for a volume; an emitter of particles means its source without one",
               {kMeshObject, kSplineObject, kPointsObject, kLightObject, kCameraObject})
           .AcceptsAny({kListGeometry, kCategoryVolume})
           .To(&AlignmentVector3D::mCentreNode),
@@ -162,7 +194,7 @@ bool AlignmentVector3D::ResolveLinks() {
           dynamic_cast<iVolume*>(mScene->FindObject(mCentreNode, kListGeometry, kBitVolume))) {
     PointAt(*volume);
   } else if (mCentreNode) {
-    mCentre = mCentreNode->GlobalMatrix().offset * GetDomain().worldToSim;
+    mAt.centre = mCentreNode->GlobalMatrix().offset * GetDomain().worldToSim;
   }
   return true;
 }

@@ -34,8 +34,9 @@ class AlignmentVector2D : public iObject {
                             const Vec3d& centre, u32 worker);
   /// The same with the node's, or the volume's, axes and centre.
   virtual void GetDirection(Vec3d& out, const Vec3d& position, u32 worker);
-  /// Before a run: a random stream for each of `workers`, newly seeded from the frame.
-  virtual void SetWorkerCount(i32 workers);
+  /// Before a run: a random stream for each of `workers`, newly seeded from the node, the step and
+  /// the caller's seed.
+  virtual void SetWorkerCount(i32 workers, u64 seed = 0);
   /// Modes 0 to 2 also make the fixed vector that axis.
   virtual void SetMode(i32 mode);
   virtual void SetVector(const Vec3d& vector) { mVector = vector; }
@@ -44,8 +45,23 @@ class AlignmentVector2D : public iObject {
   virtual const Vec3d& GetSecondVector() const { return mSecondVector; }
   /// Points it at a volume: its centre and axes, and its surface for the mode of normals.
   void PointAt(iVolume& volume);
+  /// For an emitter's pass: what the node names no centre of comes from the source, a volume or a
+  /// mesh. `Unfollow` ends it, so that whoever else shares the node sees no trace of that.
+  void Follow(iVolume* volume, const Mesh* mesh);
+  void Unfollow();
+  /// The direction at a place of a surface whose normal is known; `normal` may be zero.
+  void GetDirectionOn(Vec3d& out, const Vec3d& position, const Vec3d& normal, u32 worker);
 
  protected:
+  /// What directions refer to.
+  struct Reference {
+    Matrix axes;
+    Vec3d centre{};  ///< simulation units
+    iVolume* volume = nullptr;
+    std::vector<VolumeBase*> members;  ///< of the volume
+    const Mesh* mesh = nullptr;        ///< whose motion is meant where there is no volume
+  };
+  void Take(iVolume& volume, bool withCentre);
   /// The member of the volume that holds a point, or the first one; null without a volume.
   const VolumeBase* MemberAt(const Vec3d& position) const;
   Vec3d NormalAt(const Vec3d& position) const;
@@ -58,10 +74,9 @@ class AlignmentVector2D : public iObject {
   i32 mMode = 0;
   bool mFlip = false;
   host::BaseNode* mCentreNode = nullptr;  ///< a volume, or any object
-  Matrix mMatrix;                         ///< axes, of the node or the volume
-  Vec3d mCentre{};                        ///< simulation units
-  iVolume* mVolume = nullptr;
-  std::vector<VolumeBase*> mMembers;  ///< of the volume
+  Reference mAt;
+  Reference mOwn;  ///< kept while it follows an emitter's source
+  bool mFollows = false;
 };
 
 /// With a centre that may be another object.

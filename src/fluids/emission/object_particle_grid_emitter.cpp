@@ -1,12 +1,14 @@
 #include "fluids/emission/object_particle_grid_emitter.h"
 
 #include <algorithm>
-#include <cmath>
+#include <limits>
+#include <span>
 
 #include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
+#include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -120,16 +122,31 @@ ObjectParticleGridEmitter::Lattice ObjectParticleGridEmitter::LatticeOf(i32 subd
   return lattice;
 }
 
+ObjectParticleGridEmitter::Limits ObjectParticleGridEmitter::LimitsIn(
+    const VolumeBase& volume) const {
+  return {-mInnerLimit * volume.mMaximumDistance, mOuterLimit * volume.mMaximumDistance,
+          mInnerLimit != 1.0};
+}
+
 double ObjectParticleGridEmitter::CountWanted() const {
   double count = 0;
   for (const VolumeBase* member : mMembers) {
     const EGrid<double>& grid = *member->GetGrid();
-    const double cell = grid.mLayout.cellSize, hi = mOuterLimit * member->mMaximumDistance;
+    const double cell = grid.mLayout.cellSize;
+    const Limits limits = LimitsIn(*member);
+    // Places in a cell lie up to half of its diagonal off a node.
+    const double low = limits.hasLow ? limits.low - cell : -std::numeric_limits<double>::max();
     const double outer = LatticeOf(mOuterSubdivision, cell).Count(),
                  inner = LatticeOf(mInnerSubdivision, cell).Count();
-    ForEachCell({{1, 1, 1}, grid.Dims() - VecInt3D{2, 2, 2}}, [&](i32 x, i32 y, i32 z) {
-      const double phi = grid(x, y, z);
-      if (phi < hi) count += phi >= mBand ? outer : inner;
+    const VecInt3D end = grid.Dims() - VecInt3D{2, 2, 2};
+    count += SumBlocks(std::max(end.z - 1, 0), 1, mScene->mThreadCount, [&](i64 first, i64 last) {
+      double sum = 0;
+      ForEachCell({{1, 1, static_cast<i32>(first) + 1}, {end.x, end.y, static_cast<i32>(last) + 1}},
+                  [&](i32 x, i32 y, i32 z) {
+                    const double phi = grid(x, y, z);
+                    if (phi < limits.high && phi >= low) sum += phi >= mBand ? outer : inner;
+                  });
+      return sum;
     });
   }
   return count;
@@ -147,11 +164,12 @@ void ObjectParticleGridEmitter::Prepare() {
   for (const VolumeBase* member : mMembers) layers = std::max(layers, member->GetGrid()->mNz - 3);
   if (layers <= 0) return void(Deactivate("its volume is thinner than a cell"));
   if (mSettings->mRate && mSettings->GetAmount() <= 0) return void(Deactivate(kNoRateReason));
+  if (mColourImage) mTemplate.Set(property_id::kColor, Vec3d{});
   const double wanted = CountWanted();
   if (wanted == 0) return void(Deactivate("no cell lies inside of its volume and its limits"));
   // What has gone elsewhere was made here: only what is missing is new.
   if (!HasRoom(std::max(0.0, wanted - mGroup->Count(mKind)))) return;
-  if (mSettings->mAlignment) mSettings->mAlignment->PointAt(*mVolume);
+  if (mSettings->mAlignment) mSettings->mAlignment->Follow(mVolume, nullptr);
   mGroup->BuildTree(mKind, mScene->mThreadCount);
   mColour = SamplerOf(mColourImage);
   mConstraints.Prepare(this);
@@ -161,13 +179,15 @@ void ObjectParticleGridEmitter::Prepare() {
 /// One share of the cells of a volume.
 class ObjectParticleGridEmitter::Filler {
  public:
-  Filler(ObjectParticleGridEmitter& emitter, const VolumeBase& volume, i32 share)
+  /// `member` counts the volumes of a group.
+  Filler(ObjectParticleGridEmitter& emitter, std::size_t member, i32 share)
       : mEmitter(emitter),
-        mVolume(volume),
+        mVolume(*emitter.mMembers[member]),
+        mBefore(std::span(emitter.mMembers).first(member)),
+        mBehind(std::span(emitter.mMembers).subspan(member + 1)),
         mShare(share),
-        mCell(volume.GetGrid()->mLayout.cellSize),
-        mLow(-emitter.mInnerLimit * volume.mMaximumDistance),
-        mHigh(emitter.mOuterLimit * volume.mMaximumDistance),
+        mCell(mVolume.GetGrid()->mLayout.cellSize),
+        mLimits(emitter.LimitsIn(mVolume)),
         mOuter(emitter.LatticeOf(emitter.mOuterSubdivision, mCell)),
         mInner(emitter.LatticeOf(emitter.mInnerSubdivision, mCell)),
         mJitter(mCell * emitter.mSettings->mJitter * 0.25),
@@ -179,7 +199,7 @@ class ObjectParticleGridEmitter::Filler {
     mCorner = mVolume.GetGrid()->PositionOf(cell.x, cell.y, cell.z);
     mCentre = mCorner + half;
     const double phi = mVolume.DistanceAtWorld(mCentre);
-    if (static_cast<f32>(phi - (mCell + mHigh)) >= 0) return;
+    if (static_cast<f32>(phi - (mCell + mLimits.high)) >= 0) return;
     const Lattice& lattice = phi >= mEmitter.mBand ? mOuter : mInner;
     double budget = lattice.Count() - CountInside(lattice, half);
     if (budget < 1) return;
@@ -202,10 +222,23 @@ class ObjectParticleGridEmitter::Filler {
     tree->ForEachWithin(mCentre, reach, [&](i32 row, double) {
       const Vec3d off = positions[row] - mCentre;
       mNear.push_back(positions[row]);
-      count +=
-          std::fabs(off.x) <= half.x && std::fabs(off.y) <= half.y && std::fabs(off.z) <= half.z;
+      const bool isInCell = off.x >= -half.x && off.x < half.x && off.y >= -half.y &&
+                            off.y < half.y && off.z >= -half.z && off.z < half.z;
+      if (isInCell && !IsOfOthers(positions[row])) ++count;
     });
     return count;
+  }
+
+  /// Whether one of other volumes of the group holds a place.
+  bool Holds(std::span<VolumeBase* const> volumes, const Vec3d& p) const {
+    return std::any_of(volumes.begin(), volumes.end(), [&](const VolumeBase* other) {
+      return other->IsInBounds(p) && mEmitter.LimitsIn(*other).Hold(other->DistanceAtWorld(p));
+    });
+  }
+  bool IsMine(const Vec3d& p) const { return mLimits.Hold(mVolume.DistanceAtWorld(p)); }
+  /// Whether a particle stands where another volume fills the cell.
+  bool IsOfOthers(const Vec3d& p) const {
+    return Holds(mBefore, p) || (!mBehind.empty() && !IsMine(p) && Holds(mBehind, p));
   }
 
   bool IsFree(const Lattice& lattice, const Vec3d& p) const {
@@ -221,9 +254,7 @@ class ObjectParticleGridEmitter::Filler {
     RandomStream& random = mEmitter.mHandler.Random(mShare);
     Vec3d p = mCorner + (place + Vec3d{0.5, 0.5, 0.5}) * lattice.step;
     for (const i32 axis : {2, 1, 0}) p[axis] += (2 * random.NextUnit() - 1) * mJitter;
-    const double d = mVolume.DistanceAtWorld(p);
-    if (static_cast<f32>(d - mHigh) >= 0) return 1;
-    if (mEmitter.mInnerLimit != 1.0 && static_cast<f32>(d - mLow) < 0) return 1;
+    if (!IsMine(p) || Holds(mBefore, p)) return 1;
     if (!IsFree(lattice, p)) return 0;
     if (mEmitter.mPerSample && !mEmitter.IsAllowed(p, mEmitter.mWeight, mShare)) return 0;
     if (mColour && mEmitter.mColour)
@@ -235,8 +266,11 @@ class ObjectParticleGridEmitter::Filler {
 
   ObjectParticleGridEmitter& mEmitter;
   const VolumeBase& mVolume;
+  /// Volumes of the group: the places of those before are theirs, and its own no later one's.
+  std::span<VolumeBase*const> mBefore, mBehind;
   i32 mShare;
-  double mCell, mLow, mHigh;
+  double mCell;
+  Limits mLimits;
   Lattice mOuter, mInner;
   double mJitter;
   ParticleTemplate mParticle;
@@ -247,9 +281,9 @@ class ObjectParticleGridEmitter::Filler {
 
 void ObjectParticleGridEmitter::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
-  for (const VolumeBase* volume : mMembers) {
-    Filler filler(*this, *volume, data.index);
-    const VecInt3D n = volume->GetGrid()->Dims();
+  for (std::size_t member = 0; member < mMembers.size(); ++member) {
+    Filler filler(*this, member, data.index);
+    const VecInt3D n = mMembers[member]->GetGrid()->Dims();
     const IndexRange layers = data.ItemsOf(1, n.z - 2);
     for (i32 z = layers.first; z < layers.last && !data.TestBreak(); ++z)
       for (i32 y = 1; y < n.y - 2; ++y)

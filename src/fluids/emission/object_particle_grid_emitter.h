@@ -30,9 +30,21 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   };
   class Filler;
 
+  /// Between which distances from the surface of a volume it fills, simulation units.
+  struct Limits {
+    double low, high;
+    bool hasLow;
+    bool Hold(double distance) const {
+      return static_cast<f32>(distance - high) < 0 &&
+             !(hasLow && static_cast<f32>(distance - low) < 0);
+    }
+  };
+
+  bool LooksAtOthers() const override { return true; }
   bool IsDue() const;
+  Limits LimitsIn(const VolumeBase& volume) const;
   Lattice LatticeOf(i32 subdivision, double cell) const;
-  /// As many as a volume that is empty takes.
+  /// As many as a volume that is empty takes, and some more along its limits.
   double CountWanted() const;
 
   bool mPerSample = true;

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/emission/loose_points.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
+#include "grids/for_each_cell.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -74,7 +76,7 @@ const ParameterTable& ObjectParticleMeshEmitter::Parameters() {
                "normals at vertices are those of the triangles round them")
            .OnlyWith(kFromRow, {kVertices})
            .To(&ObjectParticleMeshEmitter::mSumsNormals),
-       BoolRow(1014, "write_uv", false, "gives them their surface coordinates as a property")
+       BoolRow(kWriteUvRow, "write_uv", false, "gives them their surface coordinates as a property")
            .To(&ObjectParticleMeshEmitter::mWritesUv),
        BoolRow(kWriteColourRow, "write_colour", false,
                "gives them the colour of colour_image as a property")
@@ -141,6 +143,45 @@ void ObjectParticleMeshEmitter::Persist(StateArchive& archive) {
   archive(mOwed);
 }
 
+const Mesh* ObjectParticleMeshEmitter::SourceMesh() const {
+  const auto* volume = dynamic_cast<const VolumeBase*>(mVolume);
+  return mMesh ? mMesh : volume ? volume->GetMesh() : nullptr;
+}
+
+bool ObjectParticleMeshEmitter::IsDue() const {
+  double weight = 1;
+  const bool isEach = mEveryPoint && (mPointsObject || mFrom != kTriangles);
+  return mGroup && mSettings && (isEach || mSettings->GetAmount() > 0) &&
+         mSettings->IsOpen(mTime->elapsed, weight);
+}
+
+template <class F>
+void ObjectParticleMeshEmitter::ForEachSourceBox(F&& f) const {
+  // A group tells of its box itself.
+  if (!IsDue() || mSourceGroup) return;
+  if (mPointsObject) {
+    ForEachLoosePoint(*mPointsObject, GetDomain(), [&](const Vec3d& p) { f(p, p); });
+  } else if (const Mesh* mesh = SourceMesh(); mesh && mesh->HasTriangles()) {
+    f(mesh->mMesh.GetBoundsMin(), mesh->mMesh.GetBoundsMax());
+  }
+}
+
+void ObjectParticleMeshEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
+  ForEachSourceBox([&](const Vec3d& low, const Vec3d& high) {
+    min = Min(min, low);
+    max = Max(max, high);
+  });
+}
+
+void ObjectParticleMeshEmitter::ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min,
+                                                   Vec3d& max) {
+  ForEachSourceBox([&](const Vec3d& from, const Vec3d& to) {
+    if (!BoxesMeet(from, to, low, high)) return;
+    min = Min(min, from);
+    max = Max(max, to);
+  });
+}
+
 bool ObjectParticleMeshEmitter::FindLoosePoints() {
   mUsed = kPoints;
   if (mSourceGroup) {
@@ -149,8 +190,7 @@ bool ObjectParticleMeshEmitter::FindLoosePoints() {
       mLoose.push_back(mSourceParticles.PositionOf(i));
     return !mLoose.empty() || Deactivate(kNoParticlesReason);
   }
-  const Matrix place = mPointsObject->GlobalMatrix();
-  for (const Vec3d& p : mPointsObject->points) mLoose.push_back(place * p * GetDomain().worldToSim);
+  ForEachLoosePoint(*mPointsObject, GetDomain(), [&](const Vec3d& p) { mLoose.push_back(p); });
   return !mLoose.empty() || Deactivate("its source has no points");
 }
 
@@ -160,9 +200,11 @@ bool ObjectParticleMeshEmitter::FindPoints() {
   mRecord = nullptr;
   if (mPointsObject || mSourceGroup) return FindLoosePoints();
   if (mFrom == kPoints) return Deactivate(kNoPointsReason);
-  const auto* volume = dynamic_cast<const VolumeBase*>(mVolume);
-  const Mesh* mesh = mMesh ? mMesh : volume ? volume->GetMesh() : nullptr;
-  if (!mesh) return Deactivate("it has no source; name one under 'source'");
+  const Mesh* mesh = SourceMesh();
+  if (!mesh)
+    return Deactivate(!mVolume ? "it has no source; name one under 'source'"
+                      : dynamic_cast<const VolumeBase*>(mVolume) ? kBareVolumeReason
+                                                                 : kOfVolumesReason);
   if (!mesh->HasTriangles()) return Deactivate("the mesh of its source has no triangles");
   mRecord = &mesh->mMesh;
   mUsed = mFrom == kVertices ? kVertices : kTriangles;
@@ -196,7 +238,9 @@ void ObjectParticleMeshEmitter::Prepare() {
   if (mWritesUv) mTemplate.Set(property_id::kUv, Vec3d{});
   if (mWritesColour && mColourImage) mTemplate.Set(property_id::kColor, Vec3d{});
   if (!HasRoom(double(mCount) * (1.0 + mRepeats))) return;
-  mTestsCurvature = mCurvature > 0 && mRecord && !mRecord->mColumns.curvature.empty();
+  mTestsCurvature = mCurvature > 0 && (mRecord ? !mRecord->mColumns.curvature.empty()
+                                               : mSourceParticles.Knows(property_id::kCurvature));
+  if (mSettings->mAlignment) mSettings->mAlignment->Follow(mVolume, SourceMesh());
   mColour = SamplerOf(mWritesColour ? mColourImage : nullptr);
   mDensity = SamplerOf(mDensityImage);
   if (mSpacing > 0) mGroup->BuildTree(mKind, mScene->mThreadCount);
@@ -221,18 +265,36 @@ class ObjectParticleMeshEmitter::Placer {
     if (e.mSpacing > 0 && e.mGroup->CountNeighbours(e.mKind, point.position, e.mSpacing, 1) > 0)
       return;
     if (!e.IsAllowed(point.position, 1.0, mShare)) return;
-    if (e.mTestsCurvature && !IsBent(e.mPoints.CurvatureAt(point))) return;
-    const Vec3d uv = e.mRecord ? e.mPoints.UvAt(point) : Vec3d{};
-    if (e.mDensity && Look(*e.mDensity, point, uv).x < e.mDensityThreshold) return;
-    if (mNormal) *mNormal = e.mRecord ? e.mPoints.NormalAt(point) : Vec3d{};
-    if (mUv) *mUv = uv;
-    if (mTint) *mTint = Look(*e.mColour, point, uv);
+    const SurfaceData at = Read(point);
+    if (e.mTestsCurvature && !IsBent(at.curvature)) return;
+    if (e.mDensity && Look(*e.mDensity, point, at.uv).x < e.mDensityThreshold) return;
+    if (mNormal) *mNormal = at.normal;
+    if (mUv) *mUv = at.uv;
+    if (mTint) *mTint = Look(*e.mColour, point, at.uv);
     if (e.mSourceGroup) e.mSourceParticles.HandOn(point.vertex, mParticle);
     mParticle.position = point.position;
-    mEmitter.mHandler.Emit(mParticle, mShare);
+    mEmitter.mHandler.Emit(mParticle, mShare, at.normal);
   }
 
  private:
+  /// What the source says of one of its points.
+  struct SurfaceData {
+    Vec3d normal{}, uv{};
+    double curvature = 0;
+  };
+
+  SurfaceData Read(const MeshPoint& point) const {
+    const ObjectParticleMeshEmitter& e = mEmitter;
+    if (e.mRecord)
+      return {.normal = e.mPoints.NormalAt(point),
+              .uv = e.mPoints.UvAt(point),
+              .curvature = e.mPoints.CurvatureAt(point)};
+    if (!e.mSourceGroup) return {};
+    const SourceParticles& from = e.mSourceParticles;
+    return {.normal = from.ValueOf<Vec3d>(property_id::kNormal, point.vertex),
+            .uv = from.ValueOf<Vec3d>(property_id::kUv, point.vertex),
+            .curvature = from.ValueOf<double>(property_id::kCurvature, point.vertex)};
+  }
   MeshPoint Pick(i32 index) {
     ParticleEmissionHandler& handler = mEmitter.mHandler;
     if (mEmitter.mUsed == kTriangles) {

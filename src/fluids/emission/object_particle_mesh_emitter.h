@@ -20,14 +20,20 @@ class ObjectParticleMeshEmitter : public ParticleEmitter {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   static constexpr i32 kSourceRow = 1003, kLookupRow = 1010, kWriteNormalRow = 1013,
-                       kColourImageRow = 1015, kDensityImageRow = 1016, kDensityThresholdRow = 1017,
-                       kWriteColourRow = 1018, kInvertCurvatureRow = 1020, kCurvatureRow = 1021,
-                       kFromRow = 1024, kVertexNormalsRow = 1025, kEveryPointRow = 1026;
+                       kWriteUvRow = 1014, kColourImageRow = 1015, kDensityImageRow = 1016,
+                       kDensityThresholdRow = 1017, kWriteColourRow = 1018,
+                       kInvertCurvatureRow = 1020, kCurvatureRow = 1021, kFromRow = 1024,
+                       kVertexNormalsRow = 1025, kEveryPointRow = 1026;
   static constexpr const char* kNoPointsReason =
       "its source is no object of points and no group; name one, or change 'emit_from'";
+  static constexpr const char* kOfVolumesReason =
+      "its source is a group of volumes, which has no mesh of its own; name one of its members";
+  static constexpr const char* kBareVolumeReason = "the volume under 'source' has no mesh";
   enum From : i32 { kTriangles = 0, kVertices = 1, kPoints = 2 };
   bool ReadParameters() override;
   void Reset() override;
+  void ExpandBounds(Vec3d& min, Vec3d& max) override;
+  void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
@@ -37,6 +43,12 @@ class ObjectParticleMeshEmitter : public ParticleEmitter {
   enum Lookup : i32 { kByUv = 0, kByPlace = 1 };
   class Placer;
 
+  bool LooksAtOthers() const override { return mSpacing > 0; }
+  const Mesh* SourceMesh() const;
+  bool IsDue() const;
+  /// Calls f(low, high) with the boxes of what it emits on while it is due.
+  template <class F>
+  void ForEachSourceBox(F&& f) const;
   bool FindPoints();
   bool FindLoosePoints();
   /// Particles of this step; takes them off what is owed.

@@ -2,33 +2,31 @@
 
 #include <algorithm>
 
+#include "fluids/emission/stream_seeds.h"
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
-
-namespace {
-
-/// All bits of a word mixed: the finaliser of Steele, Lea, Flood, "Fast splittable pseudorandom
-/// number generators" (2014).
-u64 Mixed(u64 z) {
-  z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
-  z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
-  return z ^ (z >> 31);
-}
-
-}  // namespace
 
 void ParticleEmissionHandler::Begin(const ParticleEmissionSettings& settings, u64 seed) {
   mSettings = &settings;
   mStreams.resize(kShares);
-  for (std::size_t i = 0; i < mStreams.size(); ++i)
-    mStreams[i].Seed(static_cast<u32>(Mixed(seed + (i + 1) * 0x9e3779b97f4a7c15u) >> 32));
-  if (mSettings->mAlignment) mSettings->mAlignment->SetWorkerCount(kShares);
+  SeedStreams(mStreams, seed);
+  if (mSettings->mAlignment) mSettings->mAlignment->SetWorkerCount(kShares, seed);
 }
 
 i32 ParticleEmissionHandler::Pick(i32 share, i32 count) {
   return std::min(static_cast<i32>(mStreams[share].NextUnit() * count), count - 1);
 }
 
-void ParticleEmissionHandler::Emit(const ParticleTemplate& particle, i32 share,
+void ParticleEmissionHandler::Complete(ParticleTemplate& particle) {
+  using enum property_id::Id;
+  particle.Set(kOldPosition, Vec3d{});
+  if (particle.flags & PF_KIND_VORTICITY) particle.Set(kVorticity, Vec3d{});
+  if (!(particle.flags & PF_KIND_DIFFUSE)) return;
+  for (const i32 id : {kAge, kLifeSpan})
+    if (!particle.FindScalar(id)) particle.Set(id, 0.0);
+}
+
+void ParticleEmissionHandler::Emit(const ParticleTemplate& particle, i32 share, const Vec3d& normal,
                                    const Vec3d* oldPosition) {
   ParticleColumns& births = mBirths.Of(share);
   const i32 row = births.Append(particle);
@@ -38,7 +36,7 @@ void ParticleEmissionHandler::Emit(const ParticleTemplate& particle, i32 share,
   if (particle.flags & PF_KIND_VORTICITY) {
     Vec3d axis{0, 1, 0};
     if (AlignmentVector3D* alignment = mSettings->mAlignment)
-      alignment->GetDirection(axis, particle.position, static_cast<u32>(share));
+      alignment->GetDirectionOn(axis, particle.position, normal, static_cast<u32>(share));
     births.Require<Vec3d>(property_id::kVorticity).Set(row, Normalised(axis));
   }
   PropertyColumn<double>* age = births.Find<double>(property_id::kAge);

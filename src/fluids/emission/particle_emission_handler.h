@@ -16,10 +16,15 @@ class ParticleEmissionHandler {
   /// The index that the next draw of a share picks among `count`.
   i32 Pick(i32 share, i32 count);
 
+  /// Gives a template what all that is made of it has beside its own: the old position, and what
+  /// the kind is born with, so that the room for particles is reckoned with that.
+  static void Complete(ParticleTemplate& particle);
   /// Makes a particle like the template, which has its position already: alive, with its old
   /// position, or that of who it comes from, as property 36. A carrier of vorticity gets the
-  /// direction of the settings. The template's age and life span are those of the longest life.
-  void Emit(const ParticleTemplate& particle, i32 share, const Vec3d* oldPosition = nullptr);
+  /// direction of the settings; `normal` is that of the surface on which it is born, or zero. The
+  /// template's age and life span are those of the longest life.
+  void Emit(const ParticleTemplate& particle, i32 share, const Vec3d& normal = {},
+            const Vec3d* oldPosition = nullptr);
 
   ParticleBirths& Births() { return mBirths; }
   const ParticleBirths& Births() const { return mBirths; }

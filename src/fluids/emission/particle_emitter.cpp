@@ -1,5 +1,6 @@
 #include "fluids/emission/particle_emitter.h"
 
+#include "fluids/emission/stream_seeds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
@@ -45,33 +46,26 @@ void ParticleEmitter::FillTemplate() {
   if (const double* age = mTemplate.FindScalar(property_id::kAge))
     mTemplate.Set(property_id::kLifeSpan, double{*age});
   mTemplate.flags |= kParticleKindRows[mKind].flag;
+  ParticleEmissionHandler::Complete(mTemplate);
 }
 
-u64 ParticleEmitter::Seed() const {
-  // FNV-1a over what tells the stream of this emitter and step from all others.
-  u64 hash = 0xcbf29ce484222325u;
-  const auto add = [&](u64 byte) { hash = (hash ^ byte) * 0x100000001b3u; };
-  const auto addWord = [&](u32 word) {
-    for (i32 shift = 0; shift < 32; shift += 8) add(word >> shift & 0xff);
-  };
-  for (const char c : Node()->Path()) add(static_cast<u8>(c));
-  addWord(static_cast<u32>(mScene->mSeed));
-  addWord(static_cast<u32>(mTime->frameIndex));
-  addWord(mTime->substep);
-  return hash;
+bool ParticleEmitter::CommutesWith(const iBase& other) const {
+  const auto* emitter = dynamic_cast<const ParticleEmitter*>(&other);
+  if (!emitter) return ObjectVolume::CommutesWith(other);
+  const bool share = mGroup == emitter->mGroup && mKind == emitter->mKind;
+  return !share || !(LooksAtOthers() || emitter->LooksAtOthers());
 }
 
 bool ParticleEmitter::PrepareEmission() {
   SetFlag(FLAG_ACTIVE, false);
   if (!mGroup) return Deactivate("it has no group; name one under 'group'");
-  if (!mSettings)
-    return Deactivate("it has no settings; name one under 'settings'");
+  if (!mSettings) return Deactivate("it has no settings; name one under 'settings'");
   if (!IsParticleKind(mKind)) return Deactivate("there is no such kind of particles");
   if (mGroup->IsCached(mKind)) return Deactivate(kPlayedParticlesReason);
   if (mTime->stepDuration <= 0) return Deactivate(kNoStepReason);
   if (!mSettings->IsOpen(mTime->elapsed, mWeight)) return Deactivate(kClosedReason);
   FillTemplate();
-  mHandler.Begin(*mSettings, Seed());
+  mHandler.Begin(*mSettings, StepSeed(*this));
   return true;
 }
 
@@ -91,8 +85,13 @@ std::optional<ImageObject::Sampler> ParticleEmitter::SamplerOf(const ImageObject
 }
 
 void ParticleEmitter::Finish() {
-  if (Has(FLAG_ACTIVE)) mGroup->Take(mKind, mHandler.Births());
+  if (Has(FLAG_ACTIVE)) {
+    const bool madeNone = mGroup->Count(mKind) == 0 && mHandler.Births().Count() == 0;
+    mGroup->Take(mKind, mHandler.Births());
+    if (madeNone && !IsCancelled()) TakeBackRun(kNoPlaceReason);
+  }
   mHandler.Births().Clear();
+  if (mSettings && mSettings->mAlignment) mSettings->mAlignment->Unfollow();
   mConstraints.Finish(this);
   SetFlag(FLAG_ACTIVE, false);
   ObjectVolume::Finish();

@@ -17,6 +17,8 @@ class ParticleEmitter : public ObjectVolume {
   void CheckDirty() override;
   /// Births of several emitters stand in the order of their names, not in that of the file.
   bool Commutes() const override { return true; }
+  /// Of two that fill one kind of a group, the second keeps clear of what the first has made.
+  bool CommutesWith(const iBase& other) const override;
   void Finish() override;
 
   static constexpr i32 kGroupRow = 1000, kKindRow = 1001;
@@ -34,6 +36,8 @@ class ParticleEmitter : public ObjectVolume {
   bool PrepareEmission();
   /// Whether `births` particles have room; false, and inactive, where they haven't.
   bool HasRoom(double births);
+  /// Whether it asks how near other particles of its kind are.
+  virtual bool LooksAtOthers() const = 0;
   /// Runs the enabled constraints at a point.
   bool IsAllowed(const Vec3d& p, double weight, i32 share) const;
   /// How an image is seen in this step; nothing without one.
@@ -53,7 +57,6 @@ class ParticleEmitter : public ObjectVolume {
 
  private:
   void FillTemplate();
-  u64 Seed() const;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

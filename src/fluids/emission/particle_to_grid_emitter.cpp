@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 
+#include "fluids/emission/loose_points.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
 
@@ -23,7 +24,7 @@ bool ParticleToGridEmitter::ReadParameters() {
 
 bool ParticleToGridEmitter::ResolveLinks() {
   if (!Operator_ToGrid::ResolveLinks()) return false;
-  return (Source() || mGroup) && !mValues.empty();
+  return (Source() || mGroup || mPointsObject) && !mValues.empty();
 }
 
 void ParticleToGridEmitter::CheckDirty() {
@@ -51,6 +52,11 @@ std::vector<Mesh*> ParticleToGridEmitter::SourceMeshes() const {
 void ParticleToGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
   if (mGroup) mGroup->ExpandBounds(min, max);
   for (const Mesh* mesh : SourceMeshes()) mesh->mMesh.ExpandBounds(min, max);
+  if (!mPointsObject) return;
+  ForEachLoosePoint(*mPointsObject, GetDomain(), [&](const Vec3d& p) {
+    min = Min(min, p);
+    max = Max(max, p);
+  });
 }
 
 void ParticleToGridEmitter::ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min,
@@ -62,6 +68,12 @@ void ParticleToGridEmitter::ExpandBoundsWithin(const Vec3d& low, const Vec3d& hi
     min = Min(min, from);
     max = Max(max, to);
   }
+  if (!mPointsObject) return;
+  ForEachLoosePoint(*mPointsObject, GetDomain(), [&](const Vec3d& p) {
+    if (!BoxesMeet(p, p, low, high)) return;
+    min = Min(min, p);
+    max = Max(max, p);
+  });
 }
 
 bool ParticleToGridEmitter::TestDuration() {
@@ -76,27 +88,34 @@ void ParticleToGridEmitter::Prepare() {
   if (!IsDirty()) return;
   if (!TestDuration()) return void(Deactivate(kClosedReason));
   if (mValues.empty()) return void(Deactivate("it has no values; name some under 'values'"));
-  if (!Source() && !mGroup) return void(Deactivate("it has no source; name one under 'source'"));
+  if (!Source() && !mGroup && !mPointsObject)
+    return void(Deactivate("it has no source; name one under 'source'"));
   if (mDistanceMode == kByGradient && !mFalloffGradient)
     return void(Deactivate("it has no falloff"));
   constexpr double huge = std::numeric_limits<double>::max();
   mPointsMin = {huge, huge, huge};
   mPointsMax = {-huge, -huge, -huge};
-  if (!(mGroup ? PrepareParticles() : PrepareMesh())) return;
+  if (!(mGroup ? PrepareParticles() : PreparePoints())) return;
   mConstraints.Prepare(this);
   mReach.Begin();
   SetFlag(FLAG_ACTIVE, true);
 }
 
-bool ParticleToGridEmitter::PrepareMesh() {
+bool ParticleToGridEmitter::PreparePoints() {
   mPoints.clear();
+  if (mPointsObject)
+    ForEachLoosePoint(*mPointsObject, GetDomain(), [&](const Vec3d& p) {
+      mPoints.push_back(p);
+      mPointsMin = Min(mPointsMin, p);
+      mPointsMax = Max(mPointsMax, p);
+    });
   for (const Mesh* mesh : SourceMeshes()) {
     const std::vector<Vec3d>& vertices = mesh->mMesh.GetVertices();
     mPoints.insert(mPoints.end(), vertices.begin(), vertices.end());
     mesh->mMesh.ExpandBounds(mPointsMin, mPointsMax);
   }
   mLookup.Build(mPoints.data(), static_cast<i32>(mPoints.size()), mRadius);
-  return !mLookup.IsEmpty() || Deactivate("its mesh has no vertices, or its radius is 0");
+  return !mLookup.IsEmpty() || Deactivate("its source has no points, or its radius is 0");
 }
 
 bool ParticleToGridEmitter::PrepareParticles() {
@@ -137,13 +156,13 @@ CellBox ParticleToGridEmitter::CellsOfTargets() const {
 void ParticleToGridEmitter::Begin() {
   if (!Has(FLAG_ACTIVE)) return;
   const double h = GetDomain().cellSize;
-  const i32 margin = mGroup ? static_cast<i32>(mRadius / h) + 1 : 1;
+  const i32 margin = Source() ? 1 : static_cast<i32>(mRadius / h) + 1;
   const CellBox targets = CellsOfTargets();
   for (int a = 0; a < 3; ++a) {
     const double lo = std::floor(mPointsMin[a] / h);
     const double hi = std::floor(mPointsMax[a] / h);
     // Few particles far off are no reason to give up those that are near.
-    if (mGroup) {
+    if (!Source()) {
       mRegion.min[a] = static_cast<i32>(std::clamp(lo - margin, -1e9, 1e9));
       mRegion.max[a] = static_cast<i32>(std::clamp(hi + 1 + margin, -1e9, 1e9));
     } else {

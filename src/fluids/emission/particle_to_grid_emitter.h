@@ -12,7 +12,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Gathers the points of a source round every cell near it, and emits the mean of what they carry.
 /// The source is a mesh or a group of meshes, each vertex of which carries the values of the linked
-/// channel values, or a group of particles, which carry these or properties of their own.
+/// channel values, an object of points, which do the same, or a group of particles, which carry
+/// these or properties of their own.
 class ParticleToGridEmitter : public Operator_ToGrid {
  public:
   ParticleToGridEmitter();
@@ -51,7 +52,7 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   };
 
   iBase* Source() const { return mSource && mSource->HasCategory(kBitMesh) ? mSource : nullptr; }
-  bool PrepareMesh();
+  bool PreparePoints();
   bool PrepareParticles();
   CellBox CellsOfTargets() const;
   std::vector<Mesh*> SourceMeshes() const;
@@ -69,6 +70,7 @@ class ParticleToGridEmitter : public Operator_ToGrid {
 
   iBase* mSource = nullptr;  ///< a mesh or a group of meshes
   ParticleGroup* mGroup = nullptr;
+  host::PointsObject* mPointsObject = nullptr;
   i32 mParticleType = kPassive;
   Duration* mDuration = nullptr;
   std::vector<ChannelValue*> mValues;
@@ -84,7 +86,7 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   double mRadius = 1.4;  ///< simulation units
   double mWeight = 1;    ///< of the duration
   // From `Prepare` to `Finish`:
-  std::vector<Vec3d> mPoints;  ///< the vertices of all meshes
+  std::vector<Vec3d> mPoints;  ///< loose ones, or the vertices of all meshes
   Vec3d mPointsMin{}, mPointsMax{};
   PointLookup mLookup;
   std::vector<CarriedValue> mCarried;  ///< of the channel values, where particles are the source

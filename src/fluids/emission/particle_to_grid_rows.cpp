@@ -45,10 +45,12 @@ const NodeKind& ParticleToGridEmitter::Kind() {
 const ParameterTable& ParticleToGridEmitter::Parameters() {
   static const ParameterTable table = {
       LinkRow(kSourceRow, "source",
-              "the particles, or the mesh or group of meshes, whose points become smoke",
-              {Mesh::Kind().id, MultiMesh::Kind().id, ParticleGroup::Kind().id})
+              "the particles, the loose points, or the mesh or group of meshes, whose points "
+              "become smoke",
+              {Mesh::Kind().id, MultiMesh::Kind().id, ParticleGroup::Kind().id, kPointsObject})
           .To(&ParticleToGridEmitter::mSource)
           .To(&ParticleToGridEmitter::mGroup)
+          .To(&ParticleToGridEmitter::mPointsObject)
           .Required(),
       LongRow(kParticleTypeRow, "particle_type", 0, "", "which particles of a linked group count")
           .Choices(ParticleKindChoices())

@@ -13,6 +13,14 @@ class SourceParticles {
   void Clear();
   i32 Count() const { return static_cast<i32>(mRows.size()); }
   const Vec3d& PositionOf(i32 index) const { return mStore->Positions()[mRows[index]]; }
+  /// What a particle has of a property of its own; `fallback` where it has none.
+  template <class T>
+  T ValueOf(i32 id, i32 index, const T& fallback = {}) const {
+    const PropertyColumn<T>* column = mStore->Find<T>(id);
+    return column ? static_cast<T>(column->Get(mRows[index], fallback)) : fallback;
+  }
+  /// Whether any particle has ever had a number.
+  bool Knows(i32 id) const { return mStore && mStore->Find<double>(id); }
   /// Gives all properties to a template, with the values of their nodes.
   void AddTo(ParticleTemplate& particle) const;
   /// Gives it those values that a particle has, and those of the nodes for the others.

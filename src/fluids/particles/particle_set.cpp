@@ -15,9 +15,11 @@ i64 ParticleSet::CountAll() const {
 bool ParticleSet::HasRoom(i32 kind, double births, const ParticleTemplate& particle) const {
   if (!IsParticleKind(kind)) return false;
   const double total = Count(kind) + births;
-  // Rows and births grow by halves; a tree may stand beside them.
-  constexpr double kGrowth = 1.5, kTreeBytes = 48;
-  const double bytes = (total + births) * particle.Bytes() * kGrowth + total * kTreeBytes;
+  // Rows and births grow by halves; a tree may stand beside them, and what moves particles keeps
+  // where each was when the frame began.
+  constexpr double kGrowth = 1.5, kTreeBytes = 48, kMotionBytes = sizeof(Vec3d) * kGrowth;
+  const double bytes =
+      (total + births) * particle.Bytes() * kGrowth + total * (kTreeBytes + kMotionBytes);
   const double held = static_cast<double>(mStores[kind].Bytes());
   if (total < std::numeric_limits<i32>::max() && HasMemoryFor(std::max(bytes - held, 0.0)))
     return true;

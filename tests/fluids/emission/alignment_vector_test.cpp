@@ -99,13 +99,18 @@ TEST_F(Alignment, RandomDirectionsAreUnitVectorsOfEachWorker) {
   const Vec3d first = At({}, 8), second = At({}, 8, 1);
   EXPECT_NEAR(Length(first), 1, 1e-12);
   EXPECT_NE(first, second);
-  EXPECT_EQ(first, At({}, 8)) << "a run begins with the frame's own seed";
-  RandomStream reference;
-  reference.Seed(12 + 234145);
-  EXPECT_EQ(first, reference.NextOnSphere());
+  EXPECT_EQ(first, At({}, 8)) << "a run begins with the step's own seed";
   EXPECT_EQ(At({}, 8, 9), (Vec3d{})) << "a worker without a stream";
   s.scene->mTime.frameIndex = 13;
-  EXPECT_EQ(second, At({}, 8)) << "seeds go on from worker to worker";
+  EXPECT_NE(second, At({}, 8)) << "no worker repeats what another one had a frame before";
+  s.scene->mTime.frameIndex = 12;
+  s.scene->mTime.substep = 2;
+  EXPECT_NE(first, At({}, 8)) << "nor does a substep";
+  s.scene->mTime.substep = 0;
+  node.SetWorkerCount(2, 1);
+  Vec3d other;
+  node.GetDirection(other, {}, 0);
+  EXPECT_NE(first, other) << "each caller has its own";
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 #include "fluids/emission/object_particle_grid_emitter.h"
 #include "fluids/emission/object_particle_mesh_emitter.h"
 #include "fluids/emission/sphere_volume.h"
+#include "fluids/mesh/mesh_rig.h"
+#include "fluids/volume/multi_volume.h"
 #include "grids/grid_memory.h"
 #include "host/shapes.h"
 #include "threads.h"
@@ -61,6 +63,7 @@ struct MeshSource {
 };
 
 TEST(ParticleRates, AreTheSameHoweverASecondIsCut) {
+  const Threads one(1);
   for (const i32 fps : {24, 25, 30})
     for (i32 extra = 0; extra < 4; ++extra)
       for (const i32 amount : {7, 1000}) {
@@ -276,6 +279,64 @@ TEST(ParticlesOfParticles, StandAtTheLivingOnesAndTakeWhatTheyHandOn) {
   }
 }
 
+TEST(ParticlesOfParticles, HaveTheirNormalsAndCurvature) {
+  MeshSource source(host::MakeBox({}), 1);
+  host::BaseNode& old = source.Make("particlegroup", source.server);
+  source.emitterNode->Set(ObjectParticleMeshEmitter::kSourceRow, host::Link{old.Id()});
+  source.emitterNode->Set(1026, i32{1});
+  source.emitterNode->Set(1013, i32{1});
+  source.emitterNode->Set(1014, i32{1});
+  source.emitterNode->Set(1021, 0.02);
+  source.Frame(0);
+  ParticleStore& from = source.Object<ParticleGroup>(old).Store(kPassive);
+  for (i32 i = 0; i < 3; ++i) {
+    ParticleTemplate particle;
+    particle.position = {double(i), 0, 0};
+    particle.Set(property_id::kNormal, Vec3d{0, 0, 1});
+    particle.Set(property_id::kUv, Vec3d{0.25, 0.5 * i, 0});
+    if (i > 0) particle.Set(property_id::kCurvature, 3.0 * i);
+    from.Create(particle);
+  }
+  source.Frame(1);
+  // Those that are bent by less than 2 are left out, and so is the one without a curvature.
+  ASSERT_EQ(source.Store().Count(), 2);
+  for (i32 i = 0; i < 2; ++i) {
+    const Particle particle = source.Store().At(i);
+    EXPECT_EQ(particle.GetVector(property_id::kNormal, {}), (Vec3d{0, 0, 1}));
+    EXPECT_EQ(particle.GetVector(property_id::kUv, {}), (Vec3d{0.25, 0.5 * (i + 1), 0}));
+  }
+}
+
+TEST(WhirlsOnAMesh, AreAlignedByTheMeshAndOthersAreNot) {
+  MeshSource source(host::MakeBox({}), 2500);
+  source.object->SetPlacement({300, 0, 0}, {}, {1, 1, 1});
+  host::BaseNode& alignment = source.Make("alignment", source.server);
+  source.settingsNode->Set(1005, host::Link{alignment.Id()});
+  source.emitterNode->Set(ParticleEmitter::kKindRow, i32{kVortex});
+  const Vec3d middle{3, 0, 0};
+  const auto run = [&](i32 mode) -> ParticleStore& {
+    alignment.Set(AlignmentVector3D::kModeRow, mode);
+    source.scene.reset();
+    for (i32 frame = 0; frame < 2; ++frame) source.Frame(frame);
+    EXPECT_EQ(source.Store(kVortex).Count(), 100);
+    return source.Store(kVortex);
+  };
+  ParticleStore& off = run(AlignmentVector3D::kNormal);
+  for (i32 i = 0; i < off.Count(); ++i) {
+    const Vec3d n = off.At(i).GetVector(property_id::kVorticity, {});
+    const Vec3d p = off.Positions()[i] - middle;
+    ASSERT_NEAR(Dot(p, n), Largest(Max(p, -p)), 1e-9) << "the normal of the side that it lies on";
+  }
+  ParticleStore& away = run(AlignmentVector3D::kRadial);
+  for (i32 i = 0; i < away.Count(); ++i)
+    EXPECT_VEC(away.At(i).GetVector(property_id::kVorticity, {}),
+               Normalised(away.Positions()[i] - middle), 1e-6);
+  // Whoever else asks gets the node's own centre.
+  Vec3d out;
+  source.Object<AlignmentVector3D>(alignment).GetDirection(out, {0, 2, 0}, 0);
+  EXPECT_VEC(out, (Vec3d{0, 1, 0}), 1e-12);
+}
+
 TEST(ParticlesOnAMesh, AreTheSameForAnyNumberOfThreads) {
   std::vector<Vec3d> first;
   for (const i32 threads : {1, 2, 3}) {
@@ -405,6 +466,58 @@ TEST_F(FilledBall, KeepsToItsLimitsAndIsTheSameForAnyNumberOfThreads) {
     ASSERT_EQ(Positions().size(), first.size());
     EXPECT_EQ(std::memcmp(Positions().data(), first.data(), first.size() * sizeof(Vec3d)), 0);
   }
+}
+
+/// A ball and another one as a group of volumes.
+class Pair : public MultiVolume {
+ public:
+  using MultiVolume::MultiVolume;
+  bool ReadParameters() override { return true; }
+  bool ResolveLinks() override { return true; }
+  bool AfterLinks() override { return true; }
+  void CheckDirty() override {}
+  bool IsDirty() const override { return false; }
+  void CollectMembers(std::vector<VolumeBase*>& out) override { out = members; }
+  std::vector<VolumeBase*> members;
+};
+
+TEST_F(FilledBall, FillsWhatTwoVolumesShareOnce) {
+  auto& other = s.AddOwn<SphereVolume>("volume", "other");
+  const Vec3d middle = kMiddle + Vec3d{0.4, 0, 0};
+  other.Make(middle, kRadius, {24, 20, 20}, {});
+  auto& pair = s.AddOwn<Pair>("volume_multi", "pair");
+  pair.members = {&ball, &other};
+  TestScene::Link(emitter, ObjectParticleGridEmitter::kVolumeRow, pair);
+  TestScene::Set(settings, 1006, 0.0);
+  Run();
+  const i32 full = group.Count(kPassive);
+  i32 wanted = 0;
+  ForEachCell({{0, 0, 0}, {60, 60, 60}}, [&](i32 x, i32 y, i32 z) {
+    const Vec3d p = (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * 0.05;
+    wanted += Length(p - kMiddle) < kRadius || Length(p - middle) < kRadius;
+  });
+  EXPECT_NEAR(full, wanted, 0.01 * wanted);
+  Run();
+  EXPECT_EQ(group.Count(kPassive), full);
+  // What is gone from either comes back, and no more.
+  ParticleStore& store = group.Store(kPassive);
+  for (i32 i = 0; i < store.Count(); i += 3) store.Flags()[i] &= static_cast<u16>(~PF_ALIVE);
+  group.CommitStep();
+  group.MarkTreeStale(kPassive);
+  Run();
+  EXPECT_EQ(group.Count(kPassive), full);
+}
+
+TEST_F(FilledBall, AsksForRoomForWhatItsLimitsLeave) {
+  TestScene::Set(emitter, 1016, i32{7});
+  TestScene::Set(emitter, 1013, 0.1);
+  SetGridMemoryLimit(u64{1} << 30);
+  Run();
+  const double asked = RefusedParticles().count;
+  SetGridMemoryLimit(0);
+  // A shell of a tenth, and of a cell more.
+  const double core = std::pow(0.9 - 0.1 / kRadius, 3);
+  EXPECT_NEAR(asked / (1563 * std::pow(128, 3) * (1 - core)), 1, 0.1);
 }
 
 TEST_F(FilledBall, RefusesWhatMemoryDoesNotHold) {

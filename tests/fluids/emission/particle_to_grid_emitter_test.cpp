@@ -126,6 +126,22 @@ TEST_F(PointsToGrid, FieldsThatPlayFromACacheAreLeftAlone) {
   EXPECT_NE(std::count(b.mData, b.mData + b.mCount, 0.0), b.mCount);
 }
 
+TEST_F(PointsToGrid, LooseObjectsOfPointsBringTheSame) {
+  Run();
+  const EGrid<double> byMesh = *smoke.GetGrid(0);
+  auto& loose = s.document.Create<host::PointsObject>(host::kPointsObject, "loose", nullptr);
+  for (const Vec3d& p : cloud) loose.points.push_back(p * 100);
+  emitter.Node()->Set(ParticleToGridEmitter::kSourceRow, host::Link{loose.Id()});
+  Run();
+  i32 filled = 0;
+  for (i32 i = 0; i < byMesh.mCount; ++i) {
+    if (byMesh.mData[i] == 0) continue;
+    ASSERT_NEAR(smoke.GetGrid(0)->mData[i], byMesh.mData[i], 1e-9);
+    ++filled;
+  }
+  EXPECT_GT(filled, 100);
+}
+
 TEST_F(PointsToGrid, ConstraintsWeighPoints) {
   auto& below = s.AddOwn<BelowHalf>("duration", "below");
   TestScene::Links(emitter, 2502, {&below});
