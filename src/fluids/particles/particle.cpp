@@ -8,23 +8,27 @@ bool IsField(i32 id) { return id == property_id::kVelocity || id == property_id:
 
 template <class T>
 bool HasIn(const ParticleColumns& columns, const PropertyKey& key, i32 row) {
-  const PropertyColumn<T>* column = columns.Find<T>(key);
-  return column && column->Has(row);
+  return columns.FindOf<T>(key, row);
+}
+
+template <class T>
+T GetIn(const ParticleColumns& columns, const PropertyKey& key, i32 row, const T& fallback) {
+  const PropertyColumn<T>* column = columns.FindOf<T>(key, row);
+  return column ? static_cast<T>(column->Get(row, fallback)) : fallback;
 }
 
 template <class T>
 bool SetIn(ParticleColumns& columns, const PropertyKey& key, i32 row, const T& value) {
-  PropertyColumn<T>* column = columns.Find<T>(key);
-  if (!column || !column->Has(row)) return false;
-  column->Set(row, value);
-  return true;
+  PropertyColumn<T>* column = columns.FindOf<T>(key, row);
+  if (column) column->Set(row, value);
+  return column;
 }
 
 template <class T>
 bool RemoveIn(ParticleColumns& columns, const PropertyKey& key, i32 row) {
-  if (!HasIn<T>(columns, key, row)) return false;
-  columns.Find<T>(key)->Remove(row);
-  return true;
+  PropertyColumn<T>* column = columns.FindOf<T>(key, row);
+  if (column) column->Remove(row);
+  return column;
 }
 
 }  // namespace
@@ -39,20 +43,17 @@ bool Particle::HasProperty(const PropertyKey& key) const {
 }
 
 double Particle::GetScalar(const PropertyKey& key, double fallback) const {
-  const PropertyColumn<double>* column = mColumns->Find<double>(key);
-  return column ? column->Get(mRow, fallback) : fallback;
+  return GetIn(*mColumns, key, mRow, fallback);
 }
 
 Vec3d Particle::GetVector(const PropertyKey& key, const Vec3d& fallback) const {
   if (key.id == property_id::kVelocity) return Velocity();
   if (key.id == property_id::kPosition) return Position();
-  const PropertyColumn<Vec3d>* column = mColumns->Find<Vec3d>(key);
-  return column ? column->Get(mRow, fallback) : fallback;
+  return GetIn(*mColumns, key, mRow, fallback);
 }
 
 bool Particle::GetBool(const PropertyKey& key, bool fallback) const {
-  const PropertyColumn<bool>* column = mColumns->Find<bool>(key);
-  return column ? column->Get(mRow, fallback) : fallback;
+  return GetIn(*mColumns, key, mRow, fallback);
 }
 
 bool Particle::SetScalar(const PropertyKey& key, double value) const {

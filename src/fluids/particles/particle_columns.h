@@ -70,6 +70,18 @@ class ParticleColumns {
   const PropertyColumn<T>* Find(const PropertyKey& key) const {
     return const_cast<ParticleColumns*>(this)->Find<T>(key);
   }
+  /// Of the columns that answer to a property, the first in which a particle has a value; null
+  /// where it has none.
+  template <class T>
+  PropertyColumn<T>* FindOf(const PropertyKey& key, i32 row) {
+    for (const auto& column : List<T>())
+      if (column->Key().Answers(key) && column->Has(row)) return column.get();
+    return nullptr;
+  }
+  template <class T>
+  const PropertyColumn<T>* FindOf(const PropertyKey& key, i32 row) const {
+    return const_cast<ParticleColumns*>(this)->FindOf<T>(key, row);
+  }
   /// The column of a property, made without values where there is none; a `name` for a user's.
   template <class T>
   PropertyColumn<T>& Require(const PropertyKey& key, std::string_view name = {});

@@ -39,7 +39,10 @@ class ShadeReader {
       mScalar = store.Find<double>(key);
       if (!mScalar) mVector = store.Find<Vec3d>(key);
     };
-    if (look.property)
+    // The velocity is a field and has no column.
+    if (look.property && look.property->PropertyId() == property_id::kVelocity)
+      mReading = ParticleLook::kSpeed;
+    else if (look.property)
       find(look.property->Key());
     else if (mReading == ParticleLook::kLife)
       mLifeSpan = store.Find<double>(property_id::kLifeSpan), find(property_id::kAge);

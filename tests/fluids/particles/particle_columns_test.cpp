@@ -165,6 +165,24 @@ TEST(Particle, ReadsAndChangesPropertiesByNumber) {
   EXPECT_EQ(p.GetFrame().v2, (Vec3d{0, 1, 0}));
 }
 
+TEST(Particle, FindsItsOwnPropertyOfANumberThatTwoNodesHave) {
+  ParticleColumns particles;
+  ParticleTemplate one, other;
+  one.Set(kOwnScalar, 1.0);
+  other.Set(kOtherScalar, 2.0);
+  particles.Append(one);
+  particles.Append(other);
+  const Particle second = particles.At(1);
+  EXPECT_TRUE(second.HasProperty(80));
+  EXPECT_EQ(second.GetScalar(80, 7), 2);
+  EXPECT_EQ(second.GetScalar(kOwnScalar, 7), 7);
+  EXPECT_TRUE(second.SetScalar(80, 5));
+  EXPECT_EQ(second.GetScalar(kOtherScalar, 7), 5);
+  EXPECT_TRUE(second.RemoveProperty(80));
+  EXPECT_FALSE(second.HasProperty(80));
+  EXPECT_EQ(particles.At(0).GetScalar(80, 7), 1);
+}
+
 TEST(ParticleStore, GivesEachKindWhatItIsBornWith) {
   ParticleStore store;
   store.Reset(UnitLayout());
