@@ -36,7 +36,8 @@ std::vector<iBase*> OrderByPlace(std::vector<iBase*> objects);
 /// wait in a circle.
 std::vector<iBase*> OrderByLinks(const std::vector<iBase*>& objects, const Scene& scene);
 
-/// Two objects of a stage that change the same thing, and whose order only the file tells.
+/// Two objects of a stage that change the same thing, and whose order only the file tells, or the
+/// names of those that mostly add.
 struct OrderTie {
   const iBase* first = nullptr;
   const iBase* second = nullptr;
@@ -45,7 +46,7 @@ struct OrderTie {
 };
 
 /// The ties among the objects of a stage, which stand in their order: of one list, of equal
-/// priority, not waiting for each other, and neither of them one that only adds.
+/// priority, not waiting for each other, and not commuting with each other.
 std::vector<OrderTie> FindTies(const std::vector<iBase*>& objects, const Scene& scene);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

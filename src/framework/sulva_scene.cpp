@@ -118,10 +118,14 @@ const ParameterTable& SulvaScene::Parameters() {
           .AcceptsAny({kListAuxiliary, 0})
           .Kept(),
       BoolRow(server_row::kShowStatistics, "show_statistics", true,
-              "a viewport writes numbers beside the scene")
+              "a viewport writes numbers beside the scene; where particles lie evenly, for the "
+              "measure of their usual density, 2 stand along the edge of a cell, or 1 without it")
           .Kept(),
-      RealRow(server_row::kDisplayScale, "display_scale", 2.5, "none",
-              "size of what a viewport draws for the scene")
+      RealRow(
+          server_row::kDisplayScale, "display_scale", 2.5, "none",
+          "size of what a viewport draws for the scene, and the radius in half cells with which "
+          "the usual density of particles is measured")
+          .Range(0.1, 10)
           .Kept(),
       BoolRow(cache_setup::kRenderOnly, "cache_render_only", false,
               "`sulva cache-setup`: the caches that it makes rest unless a picture is made"),

@@ -7,6 +7,8 @@
 #include "fluids/emission/object_particle_mesh_emitter.h"
 #include "fluids/operators/mesh_curvature_operator.h"
 #include "fluids/particles/particle_group.h"
+#include "fluids/particles/particle_property.h"
+#include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "scene/hint_base.h"
 
@@ -74,9 +76,19 @@ class ParticleEmitterHints : public HintBase {
         !emitter.Tracks().contains(OnMesh::kFromRow))
       WarnOfSleep(emitter, fmt::format("it never works: {}", OnMesh::kNoPointsReason),
                   OnMesh::kFromRow);
+    if (source && IsA<MultiVolume>(*source))
+      WarnOfSleep(emitter, fmt::format("it never works: {}", OnMesh::kOfVolumesReason),
+                  OnMesh::kSourceRow);
+    if (isLoose && !isGroup)
+      for (const i32 row : {i32{OnMesh::kWriteNormalRow}, i32{OnMesh::kWriteUvRow}})
+        if (Whole(emitter, row) == 1)
+          Warn(emitter,
+               fmt::format("'{}' gives zeros: the points of {} have none", NameOf(emitter, row),
+                           Named(*source)),
+               row);
     LookAtImages(emitter);
     if (!StaysAtMost(emitter, OnMesh::kCurvatureRow, 0)) {
-      if (isLoose || !source || !IsMeasured(*MeshOf(*source)))
+      if (isGroup ? !IsBornBent() : isLoose || !source || !IsMeasured(*MeshOf(*source)))
         Warn(emitter,
              fmt::format("'{}' leaves out nothing: no {} that works measures how {} is bent",
                          NameOf(emitter, OnMesh::kCurvatureRow), MeshCurvatureOperator::Kind().type,
@@ -109,6 +121,13 @@ class ParticleEmitterHints : public HintBase {
                  fmt::format("'{}' is off", NameOf(emitter, OnMesh::kWriteNormalRow)));
   }
 
+  /// Whether particles may have a curvature, which their emitter gave them.
+  bool IsBornBent() const {
+    return std::any_of(mNodes.begin(), mNodes.end(), [](const BaseNode* node) {
+      return IsA<Property<double>>(*node) &&
+             Whole(*node, iProperty::kPropertyRow) == property_id::kCurvature;
+    });
+  }
   /// A mesh itself, or that of a volume.
   const BaseNode* MeshOf(const BaseNode& shape) const {
     const BaseNode* mesh = IsA<VolumeMesh>(shape) ? Linked(shape, VolumeMesh::kMeshRow) : nullptr;

@@ -177,21 +177,28 @@ void TellFindings(const Reachability& reach, const ScenePlaces& places, Diagnost
   }
 }
 
-/// Warns where only the file says what goes first. Nodes that wait for each other are an error.
+/// Warns where only the file says what goes first, and notes where names do. Nodes that wait for
+/// each other are an error.
 void TellOrder(const std::vector<BaseNode*>& servers, const ScenePlaces& places,
                Diagnostics& diagnostics) {
   for (BaseNode* server : servers) {
     if (!server->IsEnabled()) continue;
     try {
       const auto scene = MELDO_SULVA::CreateScene(*server);
-      for (const MELDO_SULVA::OrderTie& tie : scene->LookAtOrder())
-        diagnostics.Warning(
-            places.Of(*tie.second->Node(), "priority", -1),
-            fmt::format(
-                "{}: it and {} both change '{}' in stage {} ({}), and only the order of the "
-                "file says that it goes second; give one of them a priority",
-                KindAndName(*tie.second->Node()), KindAndName(*tie.first->Node()),
-                Shown(tie.target->mName), tie.stage, MELDO_SULVA::kPipeline[tie.stage].name));
+      for (const MELDO_SULVA::OrderTie& tie : scene->LookAtOrder()) {
+        const bool isByName = tie.first->Commutes();
+        std::string text = fmt::format(
+            "{}: it and {} both change '{}' in stage {} ({}), and only {} that it goes second; "
+            "give one of them a priority",
+            KindAndName(*tie.second->Node()), KindAndName(*tie.first->Node()),
+            Shown(tie.target->mName), tie.stage, MELDO_SULVA::kPipeline[tie.stage].name,
+            isByName ? "their names say" : "the order of the file says");
+        SourceLocation where = places.Of(*tie.second->Node(), "priority", -1);
+        if (isByName)
+          diagnostics.Note(std::move(where), std::move(text));
+        else
+          diagnostics.Warning(std::move(where), std::move(text));
+      }
     } catch (const MELDO_SULVA::OrderError& error) {
       diagnostics.Error(places.Of(*error.Node(), {}, -1),
                         KindAndName(*error.Node()) + ": " + error.what());

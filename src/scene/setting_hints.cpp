@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "fluids/advection/particle_advection.h"
 #include "fluids/emission/alignment_vector.h"
 #include "fluids/emission/channel_pair.h"
@@ -16,6 +18,7 @@
 #include "fluids/operators/channel_operator_remap.h"
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
+#include "fluids/particles/kernel.h"
 #include "framework/duration.h"
 #include "framework/server_rows.h"
 
@@ -99,6 +102,12 @@ class SettingHints : public HintBase {
     const NodeKind* kind = centre ? FindKind(centre->Type()) : nullptr;
     if (kind && (kind->categories & kCategoryVolume)) return;
     if (node.Tracks().contains(AlignmentVector3D::kModeRow)) return;
+    // Emitters of particles bring the surface on which they work.
+    const std::vector<const BaseNode*>& readers = ReadersOf(node);
+    if (!readers.empty() && std::all_of(readers.begin(), readers.end(), [](const BaseNode* reader) {
+          return IsA<ParticleEmissionSettings>(*reader);
+        }))
+      return;
     if (mode == AlignmentVector3D::kBodyVelocity)
       Warn(node,
            fmt::format("it points nowhere: no volume under '{}' moves",
@@ -114,6 +123,12 @@ class SettingHints : public HintBase {
 
   /// Numbers that each are allowed, and with which nothing happens.
   void CheckSettings(const BaseNode& server) {
+    const BaseNode* kernel = Linked(server, server_row::kIsoKernel);
+    if (kernel && !IsA<Kernel>(*kernel))
+      Warn(server,
+           fmt::format("'{}' is {}, which is no {}: it isn't used",
+                       NameOf(server, server_row::kIsoKernel), Named(*kernel), Kernel::Kind().type),
+           server_row::kIsoKernel);
     const double scale = Number(server, server_row::kTimeScale);
     constexpr i32 kFixed = 2;
     const bool isFixed = Whole(server, server_row::kTimeMode) == kFixed &&
@@ -250,7 +265,14 @@ class SettingHints : public HintBase {
     }
     if (fillsFields && !makesParticles)
       NoteUnread(rate, EmissionRate::kWholeRow, "it counts particles, and this one fills fields");
-    if (!makesParticles || fillsFields) return;
+    if (!makesParticles) return;
+    if (fillsFields && !IsGiven(rate, EmissionRate::kWholeRow) &&
+        !rate.Tracks().contains(EmissionRate::kWholeRow))
+      Note(rate, fmt::format(
+                     "it fills fields and counts particles too: of these it makes its '{}', "
+                     "which is {}, a second",
+                     NameOf(rate, EmissionRate::kWholeRow), Whole(rate, EmissionRate::kWholeRow)));
+    if (fillsFields) return;
     for (const i32 row : {EmissionRate::kRealRow, EmissionRate::kVectorRow})
       NoteUnread(rate, row, "it fills fields, and this one counts particles");
   }
