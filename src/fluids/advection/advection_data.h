@@ -3,7 +3,7 @@
 #include <span>
 
 #include "fluids/advection/busy_blocks.h"
-#include "fluids/advection/correction_rows.h"
+#include "fluids/advection/correction_balance.h"
 #include "fluids/advection/sample_points.h"
 #include "fluids/fields/trace_path.h"
 #include "fluids/flow/scalar_walls.h"
@@ -19,9 +19,8 @@ struct AdvectedField {
   /// `Correct` what was predicted.
   const Grid<double>* spline = nullptr;
   double strength = 1.0;  ///< of the correction
-  /// By layer of samples, where the limits may not change the total of the field; may be null.
-  Correction* corrections = nullptr;
-  double up = 1, down = 1;      ///< what `Balance` leaves of the correction, by its sign
+  /// Where the limits may not change the total of the field; may be null.
+  CorrectionBalance* balance = nullptr;
   ScalarWalls::Values walls{};  ///< of a scalar
   bool isAmount = false;        ///< by the flags of its `NodeKind`
   bool isTotalKnown = false;    ///< behind the step it is what open cells hold, and `gain`

@@ -11,10 +11,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-// Of the correction, what it may be off by to keep a total. Twice as much is no error of a step:
-// the flow itself doesn't keep it, as one that is set and crosses walls.
-constexpr double kTrusted = 0.5;
-
 /// Ends paths at thin walls.
 void StopAtWalls(const AdvectionData& data, const RowVectors& start, i32 n, RowVectors& ends) {
   if (!data.thin) return;
@@ -44,8 +40,8 @@ void MarkBeyondSides(const AdvectionData& data, const RowVectors& points, i32 n,
 
 /// Some samples of a row with the velocity there.
 struct Chunk {
-  i32 index;  ///< of the first sample
-  i32 z;
+  i32 index;    ///< of the first sample
+  i32 x, y, z;  ///< of the same
   i32 n;
   RowVectors start, k1;
   bool solid[kRowChunk];
@@ -79,6 +75,8 @@ void ForEachChunk(const AdvectionData& data, const PathSolids& solids, const Cel
         if (part.IsEmpty()) continue;
         c.n = part.last - part.first;
         c.index = row + part.first;
+        c.x = part.first;
+        c.y = y;
         c.z = z;
         c.anySolid = solids.FindSolid(part.first, y, z, c.n, c.solid);
         if (data.thin && isCentred) c.anySolid = MarkFilled(*data.thin, {part.first, y, z}, c);
@@ -300,34 +298,17 @@ void Correct(const AdvectionData& data, const CellBox& box) {
                        .marks = marks,
                        .thinning = data.outflow ? data.thinning->mData + c.index : nullptr};
                    double* out = field.destination->mData + c.index;
-                   if (field.corrections)
-                     CorrectAndSumRow(row, c.n, out, field.corrections[c.z]);
-                   else
+                   if (!field.balance) {
                      CorrectRow(row, c.n, out);
+                     continue;
+                   }
+                   field.balance->ForEachStretch(
+                       c.x, c.x + c.n, c.y, c.z, [&](i32 piece, i32 first, i32 last) {
+                         CorrectAndSumRow(row.From(first - c.x), last - first, out + (first - c.x),
+                                          field.balance->SumsOf(c.z, piece));
+                       });
                  }
                });
-}
-
-void FindBalance(AdvectedField& field, i32 layers) {
-  if (!field.corrections) return;
-  Correction sums;
-  for (i32 z = 0; z < layers; ++z) {
-    sums.whole += field.corrections[z].whole;
-    sums.up += field.corrections[z].up;
-    sums.down += field.corrections[z].down;
-    sums.lost += field.corrections[z].lost;
-  }
-  const double all = sums.up - sums.down;
-  if (field.isTotalKnown) {
-    const double off = sums.lost + field.gain - sums.whole, trusted = kTrusted * all;
-    const double rest = std::clamp(2 * trusted - std::abs(off), 0.0, trusted);
-    sums.whole += std::clamp(off, -rest, rest);
-  }
-  const double excess = sums.up + sums.down - sums.whole;
-  if (excess > 0 && sums.up > 0)
-    field.up = std::max(0.0, (sums.whole - sums.down) / sums.up);
-  else if (excess < 0 && sums.down < 0)
-    field.down = std::max(0.0, (sums.whole - sums.up) / sums.down);
 }
 
 void Balance(const AdvectionData& data, const CellBox& box) {
@@ -337,16 +318,20 @@ void Balance(const AdvectionData& data, const CellBox& box) {
       for (i32 y = box.min.y; y < box.max.y; ++y) {
         const IndexRange part = data.busy ? data.busy->PartOf(box.min.x, box.max.x, y, z)
                                           : IndexRange{box.min.x, box.max.x};
-        const i32 first = field.destination->Index(part.first, y, z), n = part.last - part.first;
-        const double* predicted = field.predicted->mData + first;
-        double* values = field.destination->mData + first;
-        if (field.up != 1 || field.down != 1)
-          for (i32 i = 0; i < n; ++i) {
-            const double correction = values[i] - predicted[i];
-            values[i] = predicted[i] + correction * (correction > 0 ? field.up : field.down);
-          }
+        const i32 row = field.destination->Index(0, y, z);
+        const double* predicted = field.predicted->mData + row;
+        double* values = field.destination->mData + row;
+        if (field.balance && field.balance->Scales())
+          field.balance->ForEachStretch(
+              part.first, part.last, y, z, [&](i32 piece, i32 x, i32 last) {
+                const auto [up, down] = field.balance->FactorsOf(piece);
+                for (; x < last; ++x) {
+                  const double correction = values[x] - predicted[x];
+                  values[x] = predicted[x] + correction * (correction > 0 ? up : down);
+                }
+              });
         if (thinning)
-          for (i32 i = 0; i < n; ++i) values[i] *= thinning[first + i];
+          for (i32 x = part.first; x < part.last; ++x) values[x] *= thinning[row + x];
       }
 }
 

@@ -29,14 +29,9 @@ void Predict(const AdvectionData& data, const CellBox& box);
 /// thins waits for `Balance`.
 void Correct(const AdvectionData& data, const CellBox& box);
 
-/// How much of a field's correction may stay, from the sums over all of its layers. Limits cut off
+/// Scales the correction of fields that have a `CorrectionBalance`, and thins all. Limits cut off
 /// more beside edges than they cut off peaks, so that they make a tenth of a field's total in a
-/// second. The correction as a whole hardly changes it. Where the total is known it brings back
-/// what the prediction has lost, as far as that isn't much. The side that is
-/// favoured is scaled down until the sum is right, which leaves all values inside of the limits.
-void FindBalance(AdvectedField& field, i32 layers);
-
-/// Scales the correction by that, and thins the fields.
+/// second; the correction as a whole hardly changes it.
 void Balance(const AdvectionData& data, const CellBox& box);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -16,8 +16,8 @@ struct CorrectedRow {
   enum Mark : u8 {
     kUncorrected = 1,  ///< the prediction stands
     kSolid = 2,        ///< the sample keeps what it holds
-    /// Along an axis the path starts at a sample, but for a hair: of three that limit, `corners` has
-    /// the middle one.
+    /// Along an axis the path starts at a sample, but for a hair: of three that limit, `corners`
+    /// has the middle one.
     kAtX = 4,
     kAtY = 8,
     kAtZ = 16,
@@ -32,6 +32,18 @@ struct CorrectedRow {
   i32 ny, nz;               ///< the size of its rows and layers
   const u8* marks;
   const double* thinning = nullptr;  ///< shares that remain of them, in sums alone; may be null
+
+  /// The same without its first `i` samples.
+  CorrectedRow From(i32 i) const {
+    CorrectedRow rest = *this;
+    rest.before += i;
+    rest.predicted += i;
+    rest.returned += i;
+    rest.corners += i;
+    rest.marks += i;
+    if (thinning) rest.thinning += i;
+    return rest;
+  }
 };
 
 /// out = predicted + share (before - returned), inside of the limits.

@@ -80,7 +80,7 @@ class GridAdvection : public iObject, public FieldCarrier {
   /// Runs a pass over the inner samples, layer by layer.
   void RunPass(const AdvectionData& data, void (*pass)(const AdvectionData&, const CellBox&));
   bool PredictAndCorrect(std::vector<AdvectedField>& fields, const AdvectionData& data,
-                         bool isClosed);
+                         bool isClosed, const VecInt3D* reach);
 
   /// The grid covers the box of the flow and no more.
   bool IsOnFlow(const EGrid<double>& grid) const;
@@ -94,16 +94,19 @@ class GridAdvection : public iObject, public FieldCarrier {
   /// The outflow that thins the scalar target; null where the gas doesn't expand.
   const Grid<double>* FindThinning(const Velocity& velocity);
   /// Finds where the fields of a pass may change; false where that can't be told.
-  bool FindBusy(const AdvectionData& data);
-  /// Memory for the corrections of fields that hold an amount.
-  void WatchCorrections(std::vector<AdvectedField>& fields, i32 layers);
+  bool FindBusy(const AdvectionData& data, VecInt3D reach);
+  /// Gives fields that hold an amount a balance of what they are corrected by. `reach` of the paths
+  /// in cells; null where it isn't known.
+  void WatchCorrections(std::vector<AdvectedField>& fields, const AdvectionData& data,
+                        const VecInt3D* reach);
   /// Finds the splines through what a pass samples; false without memory.
   bool FindSplines(std::vector<AdvectedField>& fields, bool predicted);
 
   ConservativeAdvection mConservative;
   std::array<std::unique_ptr<Grid<double>>, ScratchGrids::kSlots> mSplines;
   std::unique_ptr<Grid<double>> mOutflow, mThinning;
-  std::vector<Correction> mCorrections;
+  std::array<CorrectionBalance, ScratchGrids::kSlots> mBalances;
+  std::array<FieldPieces, ScratchGrids::kSlots> mPieces;
   BusyBlocks mBusy;
   ScalarField* mScalarTarget = nullptr;
   VectorField* mVectorTarget = nullptr;

@@ -26,10 +26,29 @@ const Grid<double>* GridAdvection::FindThinning(const Velocity& velocity) {
   return mOutflow.get();
 }
 
-void GridAdvection::WatchCorrections(std::vector<AdvectedField>& fields, i32 layers) {
-  mCorrections.assign(fields.size() * layers, {});
-  for (std::size_t i = 0; i < fields.size(); ++i)
-    if (fields[i].isAmount) fields[i].corrections = mCorrections.data() + i * layers;
+void GridAdvection::WatchCorrections(std::vector<AdvectedField>& fields, const AdvectionData& data,
+                                     const VecInt3D* reach) {
+  const Flow& flow = mSolver->GetFlow();
+  PieceBounds bounds;
+  bounds.walls = &flow.mWallCells;
+  bounds.thin = data.thin;
+  bounds.openSides = static_cast<u8>(kWallsAll & ~flow.mBoundary.mWalls);
+  if (reach) bounds.reach = *reach;
+  // What a solid covers or leaves is given to cells beside it.
+  constexpr i32 kBeside = 2;
+  for (const GridBoundary::Mover& mover : flow.mBoundary.Movers())
+    bounds.stirred.push_back({mover.reach.min - VecInt3D{kBeside, kBeside, kBeside},
+                              mover.reach.max + VecInt3D{kBeside, kBeside, kBeside}});
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    AdvectedField& field = fields[i];
+    if (!field.isAmount) continue;
+    const double nothing = field.walls.nothing;
+    if (reach)
+      mPieces[i].Find(*field.source, *field.predicted, nothing > -kUnbounded ? nothing : 0.0,
+                      *data.starts, bounds, mScene->mThreadCount);
+    field.balance = &mBalances[i];
+    field.balance->Begin(data.Shape().mNz, reach ? &mPieces[i] : nullptr);
+  }
 }
 
 bool GridAdvection::FindSplines(std::vector<AdvectedField>& fields, bool predicted) {
@@ -66,7 +85,7 @@ bool GridAdvection::FitFields(std::vector<AdvectedField>& fields, const Velocity
   return shape->Dims().z > 2;
 }
 
-bool GridAdvection::FindBusy(const AdvectionData& data) {
+bool GridAdvection::FindBusy(const AdvectionData& data, VecInt3D reach) {
   const bool isLinear = data.sampling == static_cast<i32>(AdvectionSampling::Linear);
   if (!isLinear || data.thin || !data.solidCells || data.solidCells->Dims() != data.Shape().Dims())
     return false;
@@ -75,9 +94,6 @@ bool GridAdvection::FindBusy(const AdvectionData& data) {
     if (data.outflow && field.walls.nothing != 0) return false;
     fields.push_back({field.source, field.walls.nothing});
   }
-  const double perCell = data.step / data.Shape().mLayout.cellSize;
-  VecInt3D reach;
-  if (!FindReach(data.velocity, perCell, mScene->mThreadCount, reach)) return false;
   // A correction reads what is predicted there, and that the field from there on.
   for (i32 axis = 0; axis < 3; ++axis) reach[axis] *= 2;
   mBusy.Find(fields, *data.solidCells, reach, mScene->mThreadCount);
@@ -106,11 +122,14 @@ bool GridAdvection::AdvectGrids(std::vector<AdvectedField> fields, const Velocit
     data.starts = scratch.GetNumbers(shape.mLayout.dims);
     data.marks = scratch.GetMarks(shape.mLayout.dims);
   }
-  if (isClosed && FindBusy(data)) data.busy = &mBusy;
+  VecInt3D reach;
+  const bool isNear = isClosed && FindReach(data.velocity, data.step / shape.mLayout.cellSize,
+                                            mScene->mThreadCount, reach);
+  if (isNear && FindBusy(data, reach)) data.busy = &mBusy;
   if (IsSpline() && !FindSplines(fields, false)) return false;
   if (!IsCorrected())
     RunPass(data, &AdvectBackward);
-  else if (!PredictAndCorrect(fields, data, isClosed))
+  else if (!PredictAndCorrect(fields, data, isClosed, isNear ? &reach : nullptr))
     return false;
   for (const AdvectedField& field : fields)
     if (isClosed) flow.mWallCells.Clear(field.walls, *field.destination);
@@ -129,7 +148,7 @@ void GridAdvection::RunPass(const AdvectionData& data,
 }
 
 bool GridAdvection::PredictAndCorrect(std::vector<AdvectedField>& fields, const AdvectionData& data,
-                                      bool isClosed) {
+                                      bool isClosed, const VecInt3D* reach) {
   const i32 layers = data.Shape().mNz, threads = mScene->mThreadCount;
   RunPass(data, &Predict);
   if (isClosed) {
@@ -138,10 +157,11 @@ bool GridAdvection::PredictAndCorrect(std::vector<AdvectedField>& fields, const 
     ForEachBlock(layers, threads, [&](i32 z) { PredictOutside(data, z); });
   }
   if (IsSpline() && !FindSplines(fields, true)) return false;
-  WatchCorrections(fields, layers);
+  WatchCorrections(fields, data, reach);
   RunPass(data, &Correct);
   if (isClosed) ForEachBlock(layers, threads, [&](i32 z) { AddInflowCorrections(data, z); });
-  for (AdvectedField& field : fields) FindBalance(field, layers);
+  for (const AdvectedField& field : fields)
+    if (field.balance) field.balance->Find(field.isTotalKnown, field.gain);
   RunPass(data, &Balance);
   return true;
 }

@@ -118,11 +118,11 @@ void AddInflowCorrections(const AdvectionData& data, i32 z) {
   const auto correct = [&](const SideCell*, const RowVectors& ends, i32 count) {
     to.Find(data.Shape(), data.thin, ends, count);
     for (const AdvectedField& field : data.fields) {
-      if (!field.corrections) continue;
+      if (!field.balance) continue;
       SampleRow(data.sampling, *field.predicted, field.spline, to, values.v);
       double sum = 0;
       for (i32 i = 0; i < count; ++i) sum += field.walls.outside - values.v[i];
-      field.corrections[z].whole += 0.5 * field.strength * sum;
+      field.balance->SumsOf(z, 0).whole += 0.5 * field.strength * sum;
     }
   };
   ForEachSideCell(data, z, [&](const SideCell& cell) {

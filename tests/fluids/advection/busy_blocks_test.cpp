@@ -87,11 +87,12 @@ TEST(BusyBlocks, LeaveTheBytesOfAStep) {
     Grid<i32> starts(kCells, kCentre);
     Grid<u8> marks(kCells, kCentre);
     Grid<double> predicted(kCells, kCentre);
-    std::vector<Correction> corrections(kCells.z);
+    CorrectionBalance balance;
+    balance.Begin(kCells.z, nullptr);
     const AdvectedField field{.source = &source,
                               .destination = &destination,
                               .predicted = &predicted,
-                              .corrections = corrections.data(),
+                              .balance = &balance,
                               .walls = {.nothing = kNothing}};
     const AdvectionData data{.velocity = {u, v, w},
                              .fields = {&field, 1},
@@ -106,7 +107,8 @@ TEST(BusyBlocks, LeaveTheBytesOfAStep) {
     Predict(data, inner);
     Correct(data, inner);
     to.Swap(destination);
-    for (const Correction& c : corrections) {
+    for (i32 z = 0; z < kCells.z; ++z) {
+      const Correction& c = balance.SumsOf(z, 0);
       sums.whole += c.whole, sums.up += c.up;
       sums.down += c.down, sums.lost += c.lost;
     }

@@ -10,11 +10,11 @@ using namespace MELDO_GLOBAL::MELDO_SULVA;
 
 namespace {
 
-constexpr VecInt3D kCells{20, 12, 11};
+constexpr VecInt3D kBox{20, 12, 11};
 
 struct Clouds {
-  Grid<double> before{kCells, kCentre}, after{kCells, kCentre};
-  Grid<i32> starts{kCells, kCentre};
+  Grid<double> before{kBox, kCentre}, after{kBox, kCentre};
+  Grid<i32> starts{kBox, kCentre};
   FieldPieces pieces;
   PieceBounds bounds;
 
@@ -29,7 +29,7 @@ struct Clouds {
   void Find(i32 threads = 1) { pieces.Find(before, after, 0, starts, bounds, threads); }
   i32 At(i32 x, i32 y, i32 z) const {
     i32 number = -1;
-    pieces.ForEachStretch(1, kCells.x - 1, y, z, [&](i32 n, i32 first, i32 last) {
+    pieces.ForEachStretch(1, kBox.x - 1, y, z, [&](i32 n, i32 first, i32 last) {
       if (x >= first && x < last) number = n;
     });
     return number;
