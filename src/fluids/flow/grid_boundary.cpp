@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "fluids/fields/adaptive_container.h"
+#include "fluids/volume/solid_hair.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
@@ -192,7 +193,7 @@ bool GridBoundary::IsSolid(const Vec3d& indexPosition, const EGrid<double>& grid
       rescale
           ? level->mLayout.ToCells(grid.mLayout.simOrigin + indexPosition * grid.mLayout.simCell)
           : indexPosition;
-  return !(static_cast<f32>(SampleLinear(*level, c)) > 0.0f);
+  return !(SampleLinear(*level, c) > kSolidHair * level->mLayout.cellSize);
 }
 
 bool GridBoundary::ClampToDomain(Vec3d& relative, u8 sides) const {

@@ -114,6 +114,7 @@ void ScalarWalls::MarkRow(const GridBoundary& boundary, const Grid<u8>* flags,
   const bool isInner = y > 0 && z > 0 && y < n.y - 1 && z < n.z - 1;
   const bool stays =
       isInner && known && !thin.HasAny() && mBefore && mBefore->mLayout.Equals(mState->mLayout);
+  const double hair = kSolidHair * mState->mLayout.cellSize;
   const u8* before = stays ? mBefore->mData + mBefore->Index(0, y, z) : nullptr;
   for (i32 x = 0; x < n.x; ++x) {
     // Most cells were open and are: they are settled without another look.
@@ -127,7 +128,7 @@ void ScalarWalls::MarkRow(const GridBoundary& boundary, const Grid<u8>* flags,
       if (IsOutermost(cell, n)) return IsBehindWall(cell, n, boundary.mWalls);
       if (thin.HasAny() && thin.IsFilled(cell)) return true;
       return !(known && (known[x] & SolidCells::kOpenCentre)) &&
-             !(static_cast<f32>(boundary.SampleIndex(ToReal(cell) + Vec3d{0.5, 0.5, 0.5})) > 0);
+             !(boundary.SampleIndex(ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) > hair);
     };
     bool wasClosed = false;
     row[x] = isClosed() ? kClosed : WasThere(cell, wasClosed) && wasClosed ? kLeft : kOpen;
@@ -149,7 +150,7 @@ void ScalarWalls::MarkStart(const GridBoundary& boundary,
         double sum = 0;
         for (i32 k = 0; k < 8; ++k)
           sum += boundary.DistanceBefore(VecInt3D{x, y, z} + VecInt3D{k & 1, k >> 1 & 1, k >> 2});
-        (*mBefore)(x, y, z) = static_cast<f32>(sum) > 0 ? kOpen : kClosed;
+        (*mBefore)(x, y, z) = sum > 8 * kSolidHair * mState->mLayout.cellSize ? kOpen : kClosed;
       });
     });
 }

@@ -30,8 +30,7 @@ void SolidCells::Build(const EGrid<double>& levelSet, i32 threads) {
   const VecInt3D n = levelSet.Dims() - VecInt3D{1, 1, 1};
   if (!mFlags || mFlags->Dims() != n) mFlags = std::make_unique<Grid<u8>>(n, kCentre);
   if (!mFlags->mData) return mFlags.reset();
-  // Samples that round to 0 in single precision count as solid.
-  const double margin = 1e-6 * levelSet.mLayout.cellSize;
+  const double margin = kSolidHair * levelSet.mLayout.cellSize;
   ForEachBlock(n.z, threads, [&](i32 z) {
     for (i32 y = 0; y < n.y; ++y) {
       u8* flags = mFlags->mData + mFlags->Index(0, y, z);

@@ -2,6 +2,7 @@
 #pragma once
 #include <memory>
 
+#include "fluids/volume/solid_hair.h"
 #include "grids/egrid.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {

@@ -1,5 +1,7 @@
 #include "fluids/flow/velocity_constrain.h"
 
+#include <algorithm>
+
 #include "fluids/volume/volume_base.h"
 #include "grids/fixed_blocks.h"
 
@@ -25,8 +27,7 @@ void VelocityConstrain::Compute(const Flow& flow, i32 axis, i32 z) {
   const EGrid<double>* grid = flow.mVelocity.GetGrid(axis);
   const EGrid<float>* open = flow.GetOpenFaces(axis);
   if (!grid || !open) return;
-  VecInt3D top = grid->Dims() - VecInt3D{1, 1, 1};
-  top[axis] -= 1;
+  const VecInt3D top = grid->Dims() - VecInt3D{1, 1, 1};
   if (z < 1 || z >= top.z) return;
   for (i32 y = 1; y < top.y; ++y) {
     const i32 row = grid->Index(0, y, z);
@@ -60,10 +61,12 @@ double VelocityConstrain::SolidFace(const Flow& flow, i32 axis, i32 x, i32 y, i3
                        (g(x - back.x, y - back.y, z - back.z) +
                         g(x - back.x + up.x, y - back.y + up.y, z - back.z + up.z)));
   }
-  const Vec3d n = Normalised(
-      flow.mBoundary.GradientIndex(Vec3d{double(x), double(y), double(z)} + OffsetOf(axis)));
+  const Vec3d n =
+      flow.mBoundary.GradientIndex(Vec3d{double(x), double(y), double(z)} + OffsetOf(axis));
   const Vec3d along = mSettings.followObstacles ? v - surface : v;
-  const double slide = v[axis] - n[axis] * Dot(n, along);
+  // Midway between two surfaces distances have no direction but that of their rounding.
+  constexpr double kSteep = 0.25;
+  const double slide = v[axis] - n[axis] * Dot(n, along) / std::max(Dot(n, n), kSteep);
   return mSettings.blend == 1 ? slide : (slide - solid[axis]) * mSettings.blend + solid[axis];
 }
 

@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "fluids/volume/solid_hair.h"
 #include "fluids/volume/triangle_distance.h"
 #include "grids/fixed_blocks.h"
 #include "grids/sampling.h"
@@ -16,8 +17,6 @@ namespace {
 /// In cells. No cell reaches from one side of a wall to the other when it is thicker than a cell's
 /// diagonal: from there on distances at nodes close it.
 constexpr double kThin = 1.75, kProbe = 0.25, kClearly = 0.75, kHair = 1e-4;
-// A surface in a plane of centres lies above all of them: rounding would part them at random.
-constexpr double kTie = 1e-6;
 constexpr i32 kTrianglesAtOnce = 512;
 
 auto OrderOf(const ThinWalls::Face& face) {
@@ -77,13 +76,16 @@ class ThinWalls::Crossings {
   }
 
   void Add(i32 triangle, const Vec3d& crossing, i32 axis) {
+    if (mKind == kSolid && !mHasNormal) mNormal = mSurface.NormalOf(triangle);
+    mHasNormal = true;
+    // A centre on the surface is in the solid: the face that closes lies on its other side. A sheet
+    // in a plane of centres lies above all of them.
+    const double outwards = mKind == kSolid && mNormal[axis] < 0 ? -kSolidHair : kSolidHair;
     VecInt3D at;
     for (i32 a = 0; a < 3; ++a)
-      at[a] = static_cast<i32>(std::floor(crossing[a] + (a == axis ? 0.5 + kTie : 0.0)));
+      at[a] = static_cast<i32>(std::floor(crossing[a] + (a == axis ? 0.5 + outwards : 0.0)));
     if (at[axis] < 0 || at[axis] > mLayout.dims[axis]) return;
     if (mKind == kSheet) return faces.push_back({at, axis});
-    if (!mHasNormal) mNormal = mSurface.NormalOf(triangle);
-    mHasNormal = true;
     if (IsThin(mLayout.simOrigin + crossing * mLayout.simCell, mNormal))
       faces.push_back({at, axis});
   }
@@ -151,9 +153,8 @@ void SortCells(std::vector<VecInt3D>& cells) {
 
 bool HoldsCentre(const SharpSurface& surface, const VecInt3D& cell) {
   const GridLayout& layout = surface.Distances().mLayout;
-  const double middle = 0.5 - kTie;
-  const Vec3d p = layout.simOrigin + (ToReal(cell) + Vec3d{1, 1, 1} * middle) * layout.simCell;
-  return surface.Find(p).distance < 0;
+  const Vec3d p = layout.simOrigin + (ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell;
+  return surface.Find(p).distance < kSolidHair * layout.cellSize;
 }
 
 }  // namespace
