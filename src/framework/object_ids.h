@@ -58,6 +58,7 @@ enum TypeId : i32 {
   kTypeGridTurbulence = 36,
   kTypeSwirling = 37,
   kTypeFluidSolver = 42,
+  kTypeWaterSolver = 43,
   kTypeScalarChannel = 49,
   kTypeVectorChannel = 50,
   kTypeVelocityChannel = 51,

@@ -88,9 +88,19 @@ void MeasureFaces(const double* velocity, const float* open, i32 n, double weigh
 }
 
 /// One z layer of faces. `cells` are the cells of the layout.
-FaceSums MeasureLayer(const EGrid<double>& velocity, const EGrid<float>* open, int axis, i32 z) {
+FaceSums MeasureLayer(const EGrid<double>& velocity, const EGrid<float>* open,
+                      const EGrid<double>* surface, int axis, i32 z) {
   FaceSums sums;
   const VecInt3D cells = velocity.mLayout.dims;
+  // Of a liquid only what is in its cells counts.
+  const VecInt3D back = ExtraOf(axis);
+  const auto wet = [&](i32 x, i32 y) {
+    const auto isIn = [&](i32 i, i32 j, i32 k) {
+      return i >= 0 && j >= 0 && k >= 0 && i < cells.x && j < cells.y && k < cells.z &&
+             (*surface)(i, j, k) < 0;
+    };
+    return 0.5 * isIn(x, y, z) + 0.5 * isIn(x - back.x, y - back.y, z - back.z);
+  };
   // Half a face for each of the cells 1 to n - 2 beside it.
   const auto halves = [&](int a, i32 i) {
     if (a != axis) return i >= 1 && i <= cells[a] - 2 ? 1.0 : 0.0;
@@ -109,6 +119,11 @@ FaceSums MeasureLayer(const EGrid<double>& velocity, const EGrid<float>* open, i
       MeasureFaces(velocity.mData + row + first, open ? open->mData + row + first : nullptr,
                    last - first, weightYZ * weight, sums);
     };
+    if (surface) {
+      for (i32 x = 0; x < n; ++x)
+        if (const double share = wet(x, y); share > 0) add(x, x + 1, share * halves(0, x));
+      continue;
+    }
     for (i32 x = 0; x < whole.first; ++x) add(x, x + 1, halves(0, x));
     if (!whole.IsEmpty()) add(whole.first, whole.last, 1.0);
     for (i32 x = whole.last; x < n; ++x) add(x, x + 1, halves(0, x));
@@ -151,13 +166,15 @@ ChannelRecord MeasureChannel(iBase& channel, i32 threads) {
 
 SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
   SolverRecord record;
-  record.pressure = solver.mPressure.TakeReports();
-  const VolumeLedger volume = solver.mPressure.TakeLedger();
-  if (!solver.Has(FLAG_CACHED)) record.volume = volume;
+  Grid_Incompressibility& projection = solver.Projection();
+  record.pressure = projection.TakeReports();
+  const VolumeLedger volume = projection.TakeLedger();
   const Flow& flow = solver.GetFlow();
+  // What goes through a liquid's surface has not left it.
+  if (!solver.Has(FLAG_CACHED) && !flow.mSurface) record.volume = volume;
   const GridLayout* layout = flow.GetLayout();
   if (!layout) return record;
-  record.divergenceMax = solver.mPressure.DivergenceMax();
+  record.divergenceMax = projection.DivergenceMax();
   record.dims = layout->dims;
   double sum = 0;
   for (int axis = 0; axis < 3; ++axis) {
@@ -166,7 +183,7 @@ SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
     const EGrid<float>* open = flow.GetOpenFaces(axis);
     const FaceSums sums = ReduceBlocks(
         velocity->mNz, threads, FaceSums{},
-        [&](i32 z) { return MeasureLayer(*velocity, open, axis, z); },
+        [&](i32 z) { return MeasureLayer(*velocity, open, flow.mSurface, axis, z); },
         [](const FaceSums& a, const FaceSums& b) {
           return FaceSums{std::max(a.largest, b.largest), a.energy + b.energy,
                           a.isFinite && b.isFinite};

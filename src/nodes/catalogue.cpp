@@ -41,6 +41,7 @@
 #include "fluids/particles/particle_iso_density.h"
 #include "fluids/particles/particle_property.h"
 #include "fluids/solvers/fluid_solver.h"
+#include "fluids/solvers/water_solver.h"
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "framework/duration.h"
@@ -60,6 +61,7 @@ std::deque<NodeKind>& Kinds() {
       SulvaScene::Kind(),
       GridDiffusion::Kind(),
       FluidSolver::Kind(),
+      WaterSolver::Kind(),
       ObjectGridEmitter::Kind(),
       ObjectParticleGridEmitter::Kind(),
       ObjectParticleMeshEmitter::Kind(),

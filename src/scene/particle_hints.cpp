@@ -8,9 +8,11 @@
 #include "fluids/emission/object_particle_grid_emitter.h"
 #include "fluids/emission/object_particle_mesh_emitter.h"
 #include "fluids/emission/particle_to_grid_emitter.h"
+#include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_grid_turbulence.h"
 #include "fluids/particles/particle_property.h"
 #include "fluids/solvers/fluid_solver.h"
+#include "fluids/solvers/water_solver.h"
 #include "scene/shape_boxes.h"
 
 namespace MELDO_GLOBAL::app {
@@ -38,6 +40,7 @@ class ParticleHints : public ShapeBoxes {
       if (node->Type() == ParticleGroup::kNodeType) LookAtGroup(*node);
       if (!MayWork(*node)) continue;
       if (IsA<Move>(*node)) LookAtMotion(*node);
+      if (IsA<WaterSolver>(*node)) LookAtLiquid(*node);
     }
   }
 
@@ -83,7 +86,8 @@ class ParticleHints : public ShapeBoxes {
         filled[Whole(*reader, ParticleEmitter::kKindRow)].push_back(reader);
       } else if (IsA<Move>(*reader)) {
         moved[Whole(*reader, Move::kKindRow)].push_back(reader);
-      } else if (IsA<Force_GridTurbulence>(*reader) || IsA<ParticleToGridEmitter>(*reader)) {
+      } else if (IsA<Force_GridTurbulence>(*reader) || IsA<ParticleToGridEmitter>(*reader) ||
+                 IsA<WaterSolver>(*reader)) {
         users.push_back(reader);
       } else {
         // Caches and operators may bring particles too.
@@ -120,6 +124,8 @@ class ParticleHints : public ShapeBoxes {
   void TellUser(const BaseNode& group, const BaseNode& user, const ByKind& filled) {
     if (IsA<Force_GridTurbulence>(user))
       TellMissing(group, user, "stirs by", Force_GridTurbulence::kGroupRow, kVortex, filled);
+    else if (IsA<WaterSolver>(user))
+      TellMissing(group, user, "is made of", WaterSolver::kGroupsRow, kLiquid, filled);
     else
       TellMissing(group, user, "takes", ParticleToGridEmitter::kParticleTypeRow,
                   Whole(user, ParticleToGridEmitter::kParticleTypeRow), filled);
@@ -259,6 +265,17 @@ class ParticleHints : public ShapeBoxes {
                                 "of the frame; to let them fly on there, switch off '{}'",
                                 Named(*solver), NameOf(advection, Move::kKillOutsideRow)),
                     Move::kMotionRow);
+  }
+
+  // ---- liquids ----------------------------------------------------------------------------------
+
+  /// A liquid that nothing pulls down.
+  void LookAtLiquid(const BaseNode& liquid) {
+    const Value* value = liquid.Get(WaterSolver::kForcesRow);
+    const auto* list = value ? std::get_if<InExcludeData>(value) : nullptr;
+    if (!list || !list->entries.empty()) return;
+    Warn(liquid, fmt::format("it has no gravity and stays where it is: name a {} under '{}'",
+                             Force_Gravity::Kind().type, NameOf(liquid, WaterSolver::kForcesRow)));
   }
 
   Nodes mSolvers;                   ///< those that are switched on

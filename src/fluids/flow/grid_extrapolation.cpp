@@ -53,7 +53,7 @@ void GridExtrapolation::Release() {
   mField = {};
 }
 
-void GridExtrapolation::ExtendVelocity(Flow& flow, i32 rounds) {
+void GridExtrapolation::ExtendVelocity(Flow& flow, i32 rounds, bool byChange) {
   if (rounds <= 0 || !flow.HasVelocity()) return;
   for (i32 axis = 0; axis < 3; ++axis)
     if (!mFaces[axis].Fit(*flow.mVelocity.GetGrid(axis))) return Release();
@@ -64,7 +64,9 @@ void GridExtrapolation::ExtendVelocity(Flow& flow, i32 rounds) {
     MarkFaces(flow, axis, *open, *mFaces[axis].valid);
     const EGrid<double>* solids = flow.mSurface ? nullptr : flow.mBoundary.GetLevelSet();
     if (solids && solids->Dims() != grid.mLayout.dims + VecInt3D{1, 1, 1}) solids = nullptr;
-    Extend(grid, mFaces[axis], solids, rounds, flow.Threads());
+    const EGrid<double>* before = byChange ? flow.mVelocity.mPrevious[axis].get() : nullptr;
+    if (before && before->Dims() != grid.Dims()) before = nullptr;
+    Extend(grid, mFaces[axis], solids, before ? before->mData : nullptr, rounds, flow.Threads());
   }
 }
 
@@ -75,11 +77,26 @@ void GridExtrapolation::ExtendField(EGrid<double>& field, double initial, i32 ro
   ForEachInnerRow(field, threads, [&](i32 row, i32, i32, i32 n) {
     for (i32 x = 0; x < n; ++x) valid[row + x] = field[row + x] > initial;
   });
-  Extend(field, mField, nullptr, rounds, threads);
+  Extend(field, mField, nullptr, nullptr, rounds, threads);
 }
 
+namespace {
+
+/// Puts the mean change of the neighbours that had a velocity before on top of a face's own.
+void AddChange(EGrid<double>& grid, const double* before, const u8* known,
+               const i32 (&neighbours)[6], i32 face) {
+  double sum = 0;
+  i32 count = 0;
+  for (const i32 step : neighbours)
+    if (known[face + step] && before[face + step] != 0)
+      sum += grid[face + step] - before[face + step], ++count;
+  if (count > 0) grid[face] = before[face] + sum / count;
+}
+
+}  // namespace
+
 void GridExtrapolation::Extend(EGrid<double>& grid, Flags& flags, const EGrid<double>* solids,
-                               i32 rounds, i32 threads) const {
+                               const double* before, i32 rounds, i32 threads) const {
   Grid<u8>& valid = *flags.valid;
   const u8* known = flags.known->mData;
   const double deepest = -2.0 * grid.mLayout.cellSize;
@@ -108,6 +125,7 @@ void GridExtrapolation::Extend(EGrid<double>& grid, Flags& flags, const EGrid<do
           if (known[face + step]) sum += grid[face + step], ++count;
         if (count == 0) continue;
         grid[face] = sum == 0 ? 0.0 : sum / count;
+        if (before && before[face] != 0) AddChange(grid, before, known, neighbours, face);
         valid[face] = 1;
       }
     });

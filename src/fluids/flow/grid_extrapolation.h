@@ -12,8 +12,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class GridExtrapolation {
  public:
   /// Continues the velocity from the open faces (in a liquid: from those at its cells) into closed
-  /// ones, in a gas no deeper than two cells into a solid.
-  void ExtendVelocity(Flow& flow, i32 rounds);
+  /// ones, in a gas no deeper than two cells into a solid. With `byChange` a face that had a
+  /// velocity before, by the flow's second buffers, gets the change of its neighbours on top of it:
+  /// what the surface of a liquid carries of its own isn't smoothed away.
+  void ExtendVelocity(Flow& flow, i32 rounds, bool byChange = false);
   /// Continues a field from the samples above `initial` into the others.
   void ExtendField(EGrid<double>& field, double initial, i32 rounds, i32 threads);
   void Release();
@@ -25,8 +27,8 @@ class GridExtrapolation {
     bool Fit(const EGrid<double>& target);
   };
   /// Solids below which nothing is filled; null fills everything.
-  void Extend(EGrid<double>& grid, Flags& flags, const EGrid<double>* solids, i32 rounds,
-              i32 threads) const;
+  void Extend(EGrid<double>& grid, Flags& flags, const EGrid<double>* solids, const double* before,
+              i32 rounds, i32 threads) const;
 
   std::array<Flags, 3> mFaces;
   Flags mField;

@@ -28,7 +28,13 @@ class ParticleSet {
   void BuildTree(i32 kind, i32 threads, bool force = false, bool onlyMarked = false);
   /// Its tree, or null where no particle was in it.
   const PointTree* Tree(i32 kind) const;
-  void MarkTreeStale(i32 kind) { mStale |= KindBit(kind); }
+  void MarkTreeStale(i32 kind) {
+    mStale |= KindBit(kind);
+    ++mChanges[kind];
+  }
+  /// How often particles of a kind were added, moved or removed: what was sorted at another count
+  /// is stale.
+  u64 Changes(i32 kind) const { return mChanges[kind]; }
 
   /// Calls f(row, distanceSquared) for the nearest particles closer than `radius`, at most as many
   /// as the worker's `buffer` takes, by ascending distance. Nothing without a tree.
@@ -65,6 +71,7 @@ class ParticleSet {
 
   std::array<ParticleStore, kParticleKinds> mStores;
   std::array<PointTree, kParticleKinds> mTrees;
+  std::array<u64, kParticleKinds> mChanges{};
   u8 mStale = 0xff;
   u8 mCached = 0;
 };

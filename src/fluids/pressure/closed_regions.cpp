@@ -25,6 +25,17 @@ i32 LineEnd(const std::vector<RegionRun>& runs, i32 i, i32 end) {
   return i;
 }
 
+/// Any cell [first, last) of a line of a liquid has an open face towards air.
+bool MeetsAir(const CellLine& line, i32 first, i32 last, i32 ny, i32 nz) {
+  const double* phi = line.phi;
+  for (i32 x = first; x < last; ++x)
+    if ((line.ox[x] > 0 && !(phi[x - 1] < 0)) || (line.ox[x + 1] > 0 && !(phi[x + 1] < 0)) ||
+        (line.oy0[x] > 0 && !(phi[x - ny] < 0)) || (line.oy1[x] > 0 && !(phi[x + ny] < 0)) ||
+        (line.oz0[x] > 0 && !(phi[x - nz] < 0)) || (line.oz1[x] > 0 && !(phi[x + nz] < 0)))
+      return true;
+  return false;
+}
+
 /// Any of the faces [first, last) is open.
 bool AnyOpen(const float* faces, i32 first, i32 last) {
   return std::any_of(faces + first, faces + last, [](float open) { return open > 0; });
@@ -39,19 +50,20 @@ void ClosedRegions::FindRuns(const ProjectionFields& fields, i32 z,
   for (i32 y = 1; y < n.y - 1; ++y) {
     const CellLine line(fields, y, z);
     for (i32 x = 1; x < n.x - 1;) {
-      if (!line.IsOpen(x)) {
+      if (!line.HasRow(x)) {
         ++x;
         continue;
       }
       RegionRun run{.y = y, .first = x, .last = x + 1};
-      while (run.last < n.x - 1 && line.ox[run.last] > 0) ++run.last;
+      while (run.last < n.x - 1 && line.ox[run.last] > 0 && line.HasRow(run.last)) ++run.last;
       x = run.last;
       const bool leads = (run.first == 1 && line.ox[1] > 0) ||
                          (run.last == n.x - 1 && line.ox[n.x - 1] > 0) ||
                          (y == 1 && AnyOpen(line.oy0, run.first, run.last)) ||
                          (y == n.y - 2 && AnyOpen(line.oy1, run.first, run.last)) ||
                          (z == 1 && AnyOpen(line.oz0, run.first, run.last)) ||
-                         (z == n.z - 2 && AnyOpen(line.oz1, run.first, run.last));
+                         (z == n.z - 2 && AnyOpen(line.oz1, run.first, run.last)) ||
+                         (line.phi && MeetsAir(line, run.first, run.last, n.x, n.x * n.y));
       run.isClosed = !leads;
       runs.push_back(run);
     }

@@ -11,7 +11,7 @@ struct ProjectionFields;
 
 /// Cells that open faces connect.
 struct Region {
-  bool isClosed = true;  ///< no open face leads to the outermost layer of the grid
+  bool isClosed = true;  ///< no open face leads to the outermost layer of the grid, or into air
   VecInt3D first{};      ///< the first cell in order of z, y, x
   i64 cells = 0;
   double volume = 0;   ///< open fractions of the cells; of closed regions alone, as what follows
@@ -29,11 +29,12 @@ struct RegionRun {
   double volume = 0, balance = 0, rest = 0;
 };
 
-/// The regions of the inner cells (1 to n - 2) that have an open face. In a closed region pressure
-/// is known but for a constant, and a solution exists only when its right-hand sides add up to 0:
-/// `Balance` sees to that, region by region. What is missing or too much is spread in proportion to
-/// the open volume of the cells, as if the gas there grew or shrank evenly. Where nothing is left
-/// then but rounding, as when all of a closed region expands alike, the right-hand sides are 0.
+/// The regions of the inner cells (1 to n - 2) that have a row (`CellLine::HasRow`). In a closed
+/// region pressure is known but for a constant, and a solution exists only when its right-hand
+/// sides add up to 0: `Balance` sees to that, region by region. What is missing or too much is
+/// spread in proportion to the open volume of the cells, as if the gas there grew or shrank evenly.
+/// Where nothing is left then but rounding, as when all of a closed region expands alike, the
+/// right-hand sides are 0.
 ///
 /// Nothing depends on the number of workers.
 class ClosedRegions {

@@ -78,6 +78,18 @@ bool ConjugateGradients::PrepareIteration() {
   return true;
 }
 
+void ConjugateGradients::DropEntriesToMissingRows() {
+  const double* diagonal = mMatrix.Diagonal();
+  ForEachLine([&](i32 c, i32 n, double&) {
+    for (i32 axis = 0; axis < 3; ++axis) {
+      double* upper = mMatrix.Upper(axis) + c;
+      const double *own = diagonal + c, *other = own + mMatrix.Offset(axis);
+      for (i32 i = 0; i < n; ++i)
+        if (own[i] == 0 || other[i] == 0) upper[i] = 0;
+    }
+  });
+}
+
 double ConjugateGradients::StartResidual() {
   const i64 layer = i64{mDims.x} * mDims.y;
   ForEachBlock(mDims.z, mThreads, [&](i32 z) {

@@ -39,6 +39,8 @@ class ConjugateGradients : public LatticeSolver {
   virtual SolveEnd Iterate(i32 limit) = 0;
   /// Notes the largest residual that an iteration left; tells how the solve ends, if it does.
   std::optional<SolveEnd> Note(double left, i32 limit);
+  /// Makes the entries 0 that lead to or from a row without entries.
+  void DropEntriesToMissingRows();
   /// As `PrepareSystem`, with room for the sums of the layers.
   bool PrepareIteration();
   /// r in rows without entries, z, s and the arrays of the method become 0; returns the largest

@@ -142,18 +142,6 @@ void Grid_CGSolver::FormPreconditioner() {
   });
 }
 
-void Grid_CGSolver::DropEntriesToMissingRows() {
-  const double* diagonal = mMatrix.Diagonal();
-  ForEachLine([&](i32 c, i32 n, double&) {
-    for (i32 axis = 0; axis < 3; ++axis) {
-      double* upper = mMatrix.Upper(axis) + c;
-      const double *own = diagonal + c, *other = own + mMatrix.Offset(axis);
-      for (i32 i = 0; i < n; ++i)
-        if (own[i] == 0 || other[i] == 0) upper[i] = 0;
-    }
-  });
-}
-
 double Grid_CGSolver::Forward(double alpha) {
   double* z = mArrays[kZ];
   RunWavefront(false, [&](const Wave& wave, WaveScratch& scratch, double& top) {

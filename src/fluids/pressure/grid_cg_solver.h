@@ -32,7 +32,6 @@ class Grid_CGSolver : public ConjugateGradients {
   SolveEnd Iterate(i32 limit) override;
   enum OwnArray { kFactor = kFirstOfMethod, kArrays };
   void FormPreconditioner();
-  void DropEntriesToMissingRows();
   /// r -= alpha z, then the lower half of z = M^-1 r; returns the largest |r|.
   double Forward(double alpha);
   /// The upper half of z = M^-1 r; returns z . r.

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <utility>
 
-#include "fluids/pressure/projection_kernels.h"
+#include "fluids/pressure/projection_lines.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
@@ -178,21 +178,11 @@ std::vector<ProjectionReport> Grid_Incompressibility::TakeReports() {
 }
 
 void Grid_Incompressibility::BuildSystem(const CellBox& block) {
-  const CellBox box = Clip(block, {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
-  const double c = mFields.dt / (mCellSize * mCellSize);
-  const auto coefficient = [&](auto face) {
-    for (i32 z = box.min.z; z < box.max.z; ++z) {
-      for (i32 y = box.min.y; y < box.max.y; ++y) {
-        const CellLine line(mFields, y, z);
-        BuildLine(line, face, 1.0 / mCellSize, Used().GetMatrix(), Used().GetRhs(), box.min.x,
-                  box.max.x);
-      }
-    }
-  };
-  if (mFields.density)
-    coefficient(VariableDensity{c, mFields.density->mData});
-  else
-    coefficient(ConstantDensity{c / mDensity});
+  WithDensity(mFields, mDensity, mFields.dt / (mCellSize * mCellSize), [&](const auto& face) {
+    ForEachCellLine(mFields, block, [&](const CellLine& line, i32 first, i32 last) {
+      BuildLine(line, face, 1.0 / mCellSize, Used().GetMatrix(), Used().GetRhs(), first, last);
+    });
+  });
 }
 
 template <class F>
@@ -231,33 +221,10 @@ void Grid_Incompressibility::KeepFarField() {
 }
 
 void Grid_Incompressibility::SubtractGradient(const CellBox& block) {
-  const double g = mFields.dt / mCellSize;
-  const std::span<const double> p = GetPressure();
-  const i32 offsets[3] = {1, mCells.x, mCells.x * mCells.y};
-  const auto update = [&](auto face) {
-    for (i32 axis = 0; axis < 3; ++axis) {
-      // Faces below the cells of the block that have a cell on both sides.
-      VecInt3D low{0, 0, 0}, high = mCells - VecInt3D{1, 1, 1};
-      low[axis] = 1;
-      high[axis] = mCells[axis];
-      if (mCells[axis] < 3) continue;
-      const CellBox box = Clip(block, low, high);
-      for (i32 z = box.min.z; z < box.max.z; ++z)
-        for (i32 y = box.min.y; y < box.max.y; ++y) {
-          const EGrid<double>& velocity = *mFields.velocity[axis];
-          const EGrid<float>& open = *mFields.open[axis];
-          UpdateLine(
-              {velocity.mData + velocity.Index(box.min.x, y, z),
-               open.mData + open.Index(box.min.x, y, z), p.data(),
-               (mCells.y * z + y) * mCells.x + box.min.x, offsets[axis], box.max.x - box.min.x},
-              face);
-        }
-    }
-  };
-  if (mFields.density)
-    update(VariableDensity{g, mFields.density->mData});
-  else
-    update(ConstantDensity{g / mDensity});
+  WithDensity(mFields, mDensity, mFields.dt / mCellSize, [&](const auto& face) {
+    ForEachFaceLine(mFields, GetPressure().data(), block,
+                    [&](const FaceLine& line) { UpdateLine(line, face); });
+  });
 }
 
 void Grid_Incompressibility::AddBodyCoupling(const CellBox& block) {
@@ -269,7 +236,7 @@ void Grid_Incompressibility::AddBodyCoupling(const CellBox& block) {
     for (i32 y = box.min.y; y < box.max.y; ++y) {
       const CellLine line(mFields, y, z);
       for (i32 x = box.min.x; x < box.max.x; ++x) {
-        if (line.IsClear(x) || !line.IsOpen(x)) continue;
+        if (line.IsClear(x) || !line.HasRow(x)) continue;
         const double b = push.Balance(x, y, z);
         if (b == 0) continue;
         rhs[line.cell + x] += b;
@@ -366,11 +333,11 @@ void Grid_Incompressibility::CheckRegions() {
   const Vec3d at = PlaceOf(worst->first);
   Warn(kSqueezed,
        fmt::format("{} a sealed room of {} cells, one of them at [{:.4g}, {:.4g}, {:.4g}], by "
-                   "{:.3g} % a second at {:.3g} s; the gas there can't keep its volume{}",
-                   isPushed             ? "a moving obstacle squeezes or stretches"
-                   : worst->balance > 0 ? "gas that expands squeezes what is in"
-                                        : "gas that shrinks stretches what is in",
-                   CellsOf(*worst), at.x, at.y, at.z, 100 * rate, SecondsSoFar(),
+                   "{:.3g} % a second at {:.3g} s; the {} there can't keep its volume{}",
+                   isPushed             ? std::string("a moving obstacle squeezes or stretches")
+                   : worst->balance > 0 ? mMatter + " that expands squeezes what is in"
+                                        : mMatter + " that shrinks stretches what is in",
+                   CellsOf(*worst), at.x, at.y, at.z, 100 * rate, SecondsSoFar(), mMatter,
                    isPushed ? "" : "; an open side of the box would let it"));
 }
 
@@ -394,10 +361,10 @@ void Grid_Incompressibility::Book(const Balance& balance) {
                                  .given = std::fabs(balance.made) * volume,
                                  .there = balance.volume * cell});
   if (share)
-    Warn(kDrifts, fmt::format("the pressure solve leaves {:.2g} % of the gas squeezed or stretched "
+    Warn(kDrifts, fmt::format("the pressure solve leaves {:.2g} % of the {} squeezed or stretched "
                               "a second at {:.3g} s; 'multigrid' as 'linear_solver', a higher "
                               "'accuracy' or more 'max_iterations' keep it",
-                              100 * *share, SecondsSoFar()));
+                              100 * *share, mMatter, SecondsSoFar()));
 }
 
 void Grid_Incompressibility::Warn(WarningKind kind, std::string text) {

@@ -102,7 +102,7 @@ class Grid_Incompressibility : public iObject {
   /// The bodies that move in this step.
   virtual void GatherMovingBodies(std::vector<MovingBody>& bodies) const;
 
-  bool PrepareSystem();
+  virtual bool PrepareSystem();
   void Solve();
   /// What is left of the balance in some cells, 1/s, and what went into it.
   struct Balance {
@@ -144,7 +144,6 @@ class Grid_Incompressibility : public iObject {
     double value;
   };
 
-  double mMinTheta = 0.01;  ///< lower limit of the surface fraction in a free-surface solve
   ProjectionFields mFields;
   CellSamples mDensities;  ///< of the density channel
   VecInt3D mCells{};
@@ -158,7 +157,8 @@ class Grid_Incompressibility : public iObject {
   std::vector<ProjectionReport> mReports;
   VolumeLedger mLedger;
   DriftWatch mWatch;
-  u32 mWarned = 0;  ///< bits of the kinds of warnings given
+  std::string mMatter = "gas";  ///< what flows, in warnings
+  u32 mWarned = 0;              ///< bits of the kinds of warnings given
   std::vector<std::string> mWarnings;
 };
 

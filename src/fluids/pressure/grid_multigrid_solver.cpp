@@ -13,7 +13,10 @@ void Grid_MultigridSolver::Release(bool full) {
   if (full) mMultigrid.Free();
 }
 
-void Grid_MultigridSolver::Prepare() { PrepareIteration(); }
+void Grid_MultigridSolver::Prepare() {
+  mHasLevels = false;
+  PrepareIteration();
+}
 
 namespace {
 
@@ -73,7 +76,13 @@ bool Grid_MultigridSolver::IsSlow() const {
 }
 
 SolveEnd Grid_MultigridSolver::Iterate(i32 limit) {
-  if (!mMultigrid.Build(mMatrix, mThreads)) throw std::bad_alloc();
+  // A liquid's levels need the entries that lead to the air, and its iteration must not have them.
+  if (!mHasLevels || !mMatrix.mHasAir) {
+    if (!mMultigrid.Build(mMatrix, mThreads)) throw std::bad_alloc();
+    if (mMatrix.mHasAir) DropEntriesToMissingRows();
+    mHasLevels = true;
+  }
+  mMultigrid.Restart();
   const double scale = 1 / mLargest;
   Descend(0, scale);
   double rho = mMultigrid.Cycle(mArrays[kRhs]);

@@ -29,6 +29,7 @@ class Grid_MultigridSolver : public ConjugateGradients {
   /// At the pace of the last iterations many more are to come.
   bool IsSlow() const;
 
+  bool mHasLevels = false;        ///< of the system at hand
   std::array<double, 5> mPast{};  ///< residuals of the last iterations, by their number modulo 5
   Multigrid mMultigrid;
 };

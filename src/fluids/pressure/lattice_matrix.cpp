@@ -10,6 +10,7 @@ bool LatticeMatrix::SetLattice(const VecInt3D& dims, i32 threads) {
   const i64 layer = i64{dims.x} * dims.y;
   if (!mBands.Resize(layer * dims.z)) return false;
   mDims = dims;
+  mHasAir = false;
   ForEachBlock(dims.z, threads, [&](i32 z) {
     for (i32 band = 0; band < 4; ++band) std::fill_n(mBands[band] + z * layer, layer, 0.0);
   });

@@ -39,6 +39,11 @@ class LatticeMatrix {
   /// Entries (c, c + Offset(axis)) by c.
   double* Upper(i32 axis) const { return mBands[1 + axis]; }
 
+  /// Rows stand beside inner cells without rows whose value is 0, as those of a liquid at its
+  /// surface. The entry from a row to such a cell above it tells how strongly the two couple; what
+  /// a diagonal has beyond its entries couples it to those below.
+  bool mHasAir = false;
+
   /// Finds the lines; call when all entries are in, before `LineAt`.
   void FindLines(i32 threads);
   /// The line at (y, z), both from 1 to n - 2.

@@ -18,6 +18,16 @@ LevelLine Multigrid::Level::LineAt(i32 y, i32 z) const {
           Offset(2)};
 }
 
+void Multigrid::Level::FindLines() {
+  hasRows.assign(static_cast<std::size_t>(dims.y) * dims.z, 0);
+  ForEachBlock(dims.z, threads, [&](i32 z) {
+    for (i32 y = 0; y < dims.y; ++y) {
+      const float* row = arrays[kInverse] + Cell(0, y, z);
+      hasRows[dims.y * z + y] = std::any_of(row, row + dims.x, [](float v) { return v != 0; });
+    }
+  });
+}
+
 bool Multigrid::Level::Resize(const VecInt3D& size) {
   dims = size;
   // A line's kernels may look one cell beyond the last.
@@ -37,13 +47,16 @@ void Multigrid::Free() {
 }
 
 bool Multigrid::Build(const LatticeMatrix& matrix, i32 threads) {
-  const bool sameSize = mFormed && mLevels.front().dims == matrix.Dims();
+  const bool sameSize =
+      mFormed && mLevels.front().dims == matrix.Dims() && mHasAir == matrix.mHasAir;
+  mHasAir = matrix.mHasAir;
   mFormed = mFollows = false;
   if (!SetSizes(matrix.Dims(), threads)) return false;
   const bool changed = TakeMatrix(matrix) || !sameSize;
   if (changed) {
     mHasCoupled = false;
     for (std::size_t l = 1; l < mLevels.size(); ++l) FormCoarse(mLevels[l - 1], mLevels[l]);
+    for (Level& level : mLevels) level.FindLines();
     FactorLast();
   }
   mFormed = true;
@@ -120,7 +133,8 @@ void Multigrid::ForEachLine(const Level& level, F&& f) {
   const i32 n = level.dims.x - 2;
   ForEachBlock(std::max(0, level.dims.z - 2), level.threads, [&](i32 block) {
     const i32 z = block + 1;
-    for (i32 y = 1; y < level.dims.y - 1; ++y) f(level.LineAt(y, z), (y + z) & 1, n, y, z);
+    for (i32 y = 1; y < level.dims.y - 1; ++y)
+      if (level.HasRows(y, z)) f(level.LineAt(y, z), (y + z) & 1, n, y, z);
   });
 }
 
@@ -129,7 +143,8 @@ template <class F>
 void Multigrid::SweepLines(const Level& level, i32 count, F&& f) {
   const i32 n = level.dims.x - 2;
   SweepLayers(1, level.dims.z - 1, count, level.threads, [&](i32 sweep, i32 z) {
-    for (i32 y = 1; y < level.dims.y - 1; ++y) f(sweep, level.LineAt(y, z), (y + z) & 1, n, y, z);
+    for (i32 y = 1; y < level.dims.y - 1; ++y)
+      if (level.HasRows(y, z)) f(sweep, level.LineAt(y, z), (y + z) & 1, n, y, z);
   });
 }
 
@@ -219,7 +234,7 @@ void Multigrid::RestrictLayers(Level& fine, const Level& coarse, i32 first, i32 
     if (held[z & 3] == z) return;
     held[z & 3] = z;
     for (i32 y = 1; y < ny - 1; ++y) {
-      if (z < 1 || z >= fine.dims.z - 1)
+      if (z < 1 || z >= fine.dims.z - 1 || !fine.HasRows(y, z))
         std::fill_n(lineOf(y, z), n, 0.0F);
       else
         LeftOverLine(fine.LineAt(y, z), (y + z) & 1, lineOf(y, z), n);
@@ -237,6 +252,7 @@ void Multigrid::RestrictLayers(Level& fine, const Level& coarse, i32 first, i32 
     const i32 z0 = (Z - 1) * f.z + 1, z1 = std::min(z0 + f.z, fine.dims.z - 1);
     for (i32 z = z0 - (f.z - 1); z < z1 + (f.z - 1); ++z) hold(z);
     for (i32 Y = 1; Y < coarse.dims.y - 1; ++Y) {
+      if (!coarse.HasRows(Y, Z)) continue;
       const LevelLine line = coarse.LineAt(Y, Z);
       const float* share = coarse.arrays[kShare] + coarse.Cell(1, Y, Z);
       float* rhs = coarse.arrays[kRhs] + coarse.Cell(1, Y, Z);
@@ -274,6 +290,7 @@ void Multigrid::Prolong(Level& fine, const Level& coarse) {
     base.resize(std::max<std::size_t>(base.size(), m));
     for (i32 Z = 1 + layers * w / workers; Z < 1 + layers * (w + 1) / workers; ++Z)
       for (i32 Y = 1; Y < coarse.dims.y - 1; ++Y) {
+        if (!coarse.HasRows(Y, Z)) continue;
         const LevelLine line = coarse.LineAt(Y, Z);
         const float* share = coarse.arrays[kShare] + coarse.Cell(1, Y, Z);
         for (i32 k = 0; k < f.y * f.z; ++k) {

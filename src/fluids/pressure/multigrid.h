@@ -18,9 +18,11 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Each level halves the cells on every axis that has more than one. A coarse face's coupling is
 /// the sum over its fine faces over the ratio of the distances of the cells, which keeps walls
 /// where they are; what a row's diagonal has in excess, a neighbour of fixed value 0, is scaled by
-/// that neighbour's distance. Corrections go down linearly between the centres of coarse cells, not
-/// through closed faces, and left-overs go up by the transpose. A level is smoothed by a sweep of
-/// red-black Gauss-Seidel, in the opposite order on the way back, and the last level is solved.
+/// that neighbour's distance; on coarser levels of a liquid, where such a neighbour may lie inside
+/// of a coarse cell, it is kept for each cell and halved from level to level. Corrections go down
+/// linearly between the centres of coarse cells, not through closed faces, and left-overs go up by
+/// the transpose. A level is smoothed by a sweep of red-black Gauss-Seidel, in the opposite order
+/// on the way back, and the last level is solved.
 ///
 /// The cycle works in single precision: it steers the iteration, whose own numbers are double. Its
 /// result doesn't depend on the number of workers.
@@ -32,6 +34,8 @@ class Multigrid {
   /// Lets the levels below the finest follow the couplings of the matrix of the last `Build`, until
   /// the next one; false when the memory can't be had, or the finest level is solved at once.
   bool FollowCouplings(const LatticeMatrix& matrix);
+  /// Levels on the grid lead again.
+  void Restart() { mFollows = false; }
   void Free();
   i32 Levels() const { return static_cast<i32>(mLevels.size()); }
 
@@ -43,7 +47,7 @@ class Multigrid {
   double Cycle(const double* b);
 
  private:
-  enum Array { kValue, kRhs, kInverse, kWeight, kShare = kWeight + 3, kArrays };
+  enum Array { kValue, kRhs, kInverse, kWeight, kShare = kWeight + 3, kExcess, kArrays };
 
   /// A cell that walls cut off from most of its coarse cell: it belongs to a coarse neighbour.
   struct Stray {
@@ -69,6 +73,7 @@ class Multigrid {
     std::array<Axis, 3> axes;
     i32 threads = 1;
     StaggeredArraysOf<float> arrays;
+    std::vector<u8> hasRows;       ///< by line (y, z): most of a liquid's box may be air
     std::vector<Stray> strays;     ///< in cell order
     std::vector<i32> firstStrays;  ///< by layer
 
@@ -78,6 +83,8 @@ class Multigrid {
       return {cell % dims.x, cell / dims.x % dims.y, cell / (dims.x * dims.y)};
     }
     LevelLine LineAt(i32 y, i32 z) const;
+    bool HasRows(i32 y, i32 z) const { return hasRows[dims.y * z + y] != 0; }
+    void FindLines();
     bool Resize(const VecInt3D& size);
   };
 
@@ -103,6 +110,7 @@ class Multigrid {
   }
   /// The coarse cell of a cell with a row, or -1.
   i32 ParentOf(const Level& fine, const Level& coarse, const VecInt3D& cell) const;
+  void AddExcess(const Level& fine, const Level& coarse, i32 cell, i32 parent) const;
   void AddRow(const Level& fine, const Level& coarse, const VecInt3D& cell, i32 parent) const;
   void FactorLast();
   void SolveLast();
@@ -125,6 +133,7 @@ class Multigrid {
   bool mFollows = false;     ///< it takes the place of the levels below
   std::vector<float> mLeft;  ///< left over on the finest level, by cell
   double mScale = 1;         ///< of the matrix in the finest level
+  bool mHasAir = false;      ///< as the matrix
   bool mFormed = false;      ///< the levels are those of the entries of the finest one
   std::deque<Level> mLevels;
   std::vector<std::vector<Stray>> mStraysOfLayers;

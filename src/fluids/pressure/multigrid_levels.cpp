@@ -258,6 +258,15 @@ i32 Multigrid::ParentOf(const Level& fine, const Level& coarse, const VecInt3D& 
   return Home(fine, coarse, cell);
 }
 
+/// Hands on what couples a cell to air inside of it.
+void Multigrid::AddExcess(const Level& fine, const Level& coarse, i32 cell, i32 parent) const {
+  // The finest level has none: there a liquid's air has cells of its own.
+  if (!mHasAir || &fine == &mLevels.front() || fine.arrays[kExcess][cell] == 0) return;
+  const float scaled = 0.5F * fine.arrays[kExcess][cell];
+  coarse.arrays[kInverse][parent] += scaled;
+  coarse.arrays[kExcess][parent] += scaled;
+}
+
 /// Adds the entries of a cell to the row of its coarse cell. The coarse cell's own row alone is
 /// written: every face is met from both its sides.
 void Multigrid::AddRow(const Level& fine, const Level& coarse, const VecInt3D& cell,
@@ -265,6 +274,7 @@ void Multigrid::AddRow(const Level& fine, const Level& coarse, const VecInt3D& c
   const float* inverse = fine.arrays[kInverse];
   const i32 c = fine.Cell(cell.x, cell.y, cell.z);
   const bool stray = parent != Home(fine, coarse, cell);
+  AddExcess(fine, coarse, c, parent);
   float& diagonal = coarse.arrays[kInverse][parent];
   for (i32 axis = 0; axis < 3; ++axis) {
     const float* weight = fine.arrays[kWeight + axis];
@@ -278,6 +288,8 @@ void Multigrid::AddRow(const Level& fine, const Level& coarse, const VecInt3D& c
       if (inverse[side ? c + offset : c - offset] == 0) {
         const float scaled = w * ratio[std::min(cell[axis], next[axis])];
         diagonal += scaled;
+        if (mHasAir && next[axis] != 0 && next[axis] != fine.dims[axis] - 1)
+          coarse.arrays[kExcess][parent] += scaled;
         if (stray) continue;
         if (next[axis] == 0) coarse.arrays[kWeight + axis][parent - coarse.Offset(axis)] += scaled;
         if (next[axis] == fine.dims[axis] - 1) coarse.arrays[kWeight + axis][parent] += scaled;
@@ -323,14 +335,18 @@ void Multigrid::FormLine(const Level& fine, const Level& coarse, i32 y, i32 z,
   const i32 lastY = std::min(low.y + f.y, fine.dims.y - 1);
   const i32 lastZ = std::min(low.z + f.z, fine.dims.z - 1);
   for (i32 i = 0; i < n; ++i) {
-    if (line.least[i] > 0) continue;
+    if (line.least[i] > 0 && !(mHasAir && &fine != &mLevels.front())) continue;
+    const bool isWhole = line.least[i] > 0;
     const i32 lowX = 1 + i * f.x, lastX = std::min(lowX + f.x, fine.dims.x - 1);
     for (i32 fz = low.z; fz < lastZ; ++fz)
       for (i32 fy = low.y; fy < lastY; ++fy)
         for (i32 fx = lowX; fx < lastX; ++fx) {
           const i32 c = fine.Cell(fx, fy, fz);
           if (inverse[c] == 0 || mark[c] != 0) continue;
-          AddRow(fine, coarse, {fx, fy, fz}, first + i);
+          if (isWhole)
+            AddExcess(fine, coarse, c, first + i);
+          else
+            AddRow(fine, coarse, {fx, fy, fz}, first + i);
         }
   }
 }

@@ -13,7 +13,9 @@ struct ProjectionFields {
   const EGrid<float>* openCell = nullptr;     ///< open fractions of cells
   const EGrid<double>* source = nullptr;      ///< wanted divergence, cells, 1/s; may be null
   const EGrid<double>* density = nullptr;     ///< cells; null means constant density
-  double dt = 0;                              ///< seconds
+  /// A liquid's level set, cells, negative inside: cells of air have no pressure. Null for a gas.
+  const EGrid<double>* surface = nullptr;
+  double dt = 0;  ///< seconds
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -94,6 +94,71 @@ void Build(const CellLine& line, double inverseCell, LatticeMatrix& matrix, std:
   }
 }
 
+/// Cells of a line of a liquid that have a row get a 1, others a 0.
+void MaskAir(const double* phi, i32 n, double* __restrict open) {
+  for (i32 i = 0; i < n; ++i) open[i] = phi[i] < 0 ? open[i] : 0.0;
+}
+
+/// Weights of the faces between cells and those whose level set is `beside`: over the share of the
+/// way to the surface towards air, 0 at cells without rows.
+void WeighSurface(const double* open, const double* phi, const double* beside,
+                  double* __restrict weight, i32 n) {
+  for (i32 i = 0; i < n; ++i) {
+    if (open[i] == 0)
+      weight[i] = 0;
+    else if (!(beside[i] < 0))
+      weight[i] /= SurfaceShare::Of(phi[i], beside[i]);
+  }
+}
+
+template <class Weigh>
+void BuildSurface(const CellLine& line, double inverseCell, LatticeMatrix& matrix,
+                  std::span<double> rhs, i32 first, i32 last, Weigh&& weigh) {
+  double open[kChunk], b[kChunk];
+  FaceWeights weights;
+  const i32 ny = matrix.Offset(1), nz = matrix.Offset(2);
+  for (i32 x = first; x < last; x += kChunk) {
+    const i32 n = std::min(kChunk, last - x), c = line.cell + x;
+    const double* phi = line.phi + x;
+    if (std::none_of(phi, phi + n, [](double d) { return d < 0; })) continue;
+    FindOpen(line, x, n, open);
+    MaskAir(phi, n, open);
+    FindRhs(line, x, n, inverseCell, open, b);
+    const float* faces[] = {line.ox, line.ox + 1, line.oy0, line.oy1, line.oz0, line.oz1};
+    const i32 offsets[] = {-1, 1, -ny, ny, -nz, nz};
+    for (i32 f = 0; f < 6; ++f) {
+      weigh(faces[f] + x, c, offsets[f], weights.face[f], n);
+      WeighSurface(open, phi, phi + offsets[f], weights.face[f], n);
+    }
+    AddRows(
+        weights,
+        {matrix.Diagonal() + c, {matrix.Upper(0) + c, matrix.Upper(1) + c, matrix.Upper(2) + c}},
+        n);
+    for (i32 i = 0; i < n; ++i)
+      if (open[i] != 0) rhs[c + i] += b[i];
+  }
+}
+
+/// v -= (p_above - p_below) g / share at the faces of a liquid, whose surface has a pressure of 0.
+template <class Face>
+void TakeSurfaceGradient(const FaceLine& line, const double* phi, const Face& face) {
+  const double *above = line.pressure + line.cell, *below = above - line.offset;
+  const double *phiAbove = phi + line.cell, *phiBelow = phiAbove - line.offset;
+  for (i32 i = 0; i < line.count; ++i) {
+    double& v = line.velocity[i];
+    if (!(line.open[i] > 0)) {
+      v = 0;
+      continue;
+    }
+    const bool isAbove = phiAbove[i] < 0, isBelow = phiBelow[i] < 0;
+    if (!isAbove && !isBelow) continue;
+    double g = face(line.cell + i, line.cell + i - line.offset);
+    if (!isBelow) g /= SurfaceShare::Of(phiAbove[i], phiBelow[i]);
+    if (!isAbove) g /= SurfaceShare::Of(phiBelow[i], phiAbove[i]);
+    v -= (above[i] - below[i]) * g;
+  }
+}
+
 /// v = (v + p_below g) - p_above g, g = dt / (rho h).
 template <class Face>
 [[gnu::always_inline]] inline void TakeGradient(const FaceLine& line, const Face face) {
@@ -132,11 +197,33 @@ void BuildLine(const CellLine& line, const VariableDensity& face, double inverse
         });
 }
 
+void BuildSurfaceLine(const CellLine& line, const ConstantDensity& face, double inverseCell,
+                      LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last) {
+  BuildSurface(line, inverseCell, matrix, rhs, first, last,
+               [&](const float* open, i32 cell, i32 offset, double* out, i32 n) {
+                 WeighAlike(open, face, cell, offset, out, n);
+               });
+}
+void BuildSurfaceLine(const CellLine& line, const VariableDensity& face, double inverseCell,
+                      LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last) {
+  BuildSurface(line, inverseCell, matrix, rhs, first, last,
+               [&](const float* open, i32 cell, i32 offset, double* out, i32 n) {
+                 WeighByDensity(open, face, cell, offset, out, n);
+               });
+}
+
 void UpdateLine(const FaceLine& line, const ConstantDensity& face) {
   TakeGradientAlike(line, face);
 }
 void UpdateLine(const FaceLine& line, const VariableDensity& face) {
   TakeGradientByDensity(line, face);
+}
+
+void UpdateSurfaceLine(const FaceLine& line, const double* phi, const ConstantDensity& face) {
+  TakeSurfaceGradient(line, phi, face);
+}
+void UpdateSurfaceLine(const FaceLine& line, const double* phi, const VariableDensity& face) {
+  TakeSurfaceGradient(line, phi, face);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -32,6 +32,7 @@ struct CellLine {
   const double *u, *v0, *v1, *w0, *w1;
   const float *ox, *oy0, *oy1, *oz0, *oz1, *openCell;
   const double* source;
+  const double* phi;  ///< of a liquid's surface; null for a gas
 
   CellLine(const ProjectionFields& f, i32 y, i32 z)
       : cell(f.openCell->Index(0, y, z)),
@@ -46,7 +47,8 @@ struct CellLine {
         oz0(Row(f.open[2], y, z)),
         oz1(Row(f.open[2], y, z + 1)),
         openCell(Row(f.openCell, y, z)),
-        source(f.source ? Row(f.source, y, z) : nullptr) {}
+        source(f.source ? Row(f.source, y, z) : nullptr),
+        phi(f.surface ? Row(f.surface, y, z) : nullptr) {}
 
   /// The line from one of its cells on.
   CellLine From(i32 x) const {
@@ -56,12 +58,15 @@ struct CellLine {
     for (const float** row : {&rest.ox, &rest.oy0, &rest.oy1, &rest.oz0, &rest.oz1, &rest.openCell})
       *row += x;
     if (source) rest.source += x;
+    if (phi) rest.phi += x;
     return rest;
   }
 
   bool IsOpen(i32 x) const {
     return ox[x] > 0 || ox[x + 1] > 0 || oy0[x] > 0 || oy1[x] > 0 || oz0[x] > 0 || oz1[x] > 0;
   }
+  /// The cell's pressure is an unknown: it is open, and of a liquid, inside.
+  bool HasRow(i32 x) const { return IsOpen(x) && (!phi || phi[x] < 0); }
   /// What flows out through the open parts of the faces, by volume, 1/s.
   double Divergence(i32 x, double inverseCell) const {
     return ((oy1[x] * v1[x] - oy0[x] * v0[x]) + (ox[x + 1] * u[x + 1] - ox[x] * u[x]) +
@@ -90,6 +95,26 @@ void BuildLine(const CellLine& line, const ConstantDensity& face, double inverse
 void BuildLine(const CellLine& line, const VariableDensity& face, double inverseCell,
                LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last);
 
+/// How far a surface lies from a cell inside of a liquid on the way to a neighbour in the air, as a
+/// share of that way; not below `kLeastShare`, or the pressures of cells that the surface all but
+/// touches would rule the solve (Gibou, Fedkiw, Cheng and Kang 2002).
+struct SurfaceShare {
+  static constexpr double kLeastShare = 0.01;
+  static double Of(double inside, double outside) {
+    const double share = inside / (inside - outside);
+    return share > kLeastShare ? share : kLeastShare;
+  }
+};
+
+/// As `BuildLine` for a liquid: cells of air have no rows, and a face towards one adds
+/// a dt / (rho h^2) / share to the diagonal, for a pressure of 0 at the surface. The entry beside
+/// the diagonal of a cell above whose high face air is has that too, though no row answers it: it
+/// tells where the surface is.
+void BuildSurfaceLine(const CellLine& line, const ConstantDensity& face, double inverseCell,
+                      LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last);
+void BuildSurfaceLine(const CellLine& line, const VariableDensity& face, double inverseCell,
+                      LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last);
+
 /// Faces on a line and the pressures of the cells above and below them.
 struct FaceLine {
   double* velocity;
@@ -104,5 +129,9 @@ struct FaceLine {
 /// dt / (rho h).
 void UpdateLine(const FaceLine& line, const ConstantDensity& face);
 void UpdateLine(const FaceLine& line, const VariableDensity& face);
+/// The same for a liquid whose level set is `phi`, of the whole grid: u -= dt / rho grad p / share
+/// at the surface; faces between cells of air stay as they are.
+void UpdateSurfaceLine(const FaceLine& line, const double* phi, const ConstantDensity& face);
+void UpdateSurfaceLine(const FaceLine& line, const double* phi, const VariableDensity& face);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

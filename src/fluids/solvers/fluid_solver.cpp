@@ -69,7 +69,7 @@ const ParameterTable& FluidSolver::Parameters() {
               "how heavy the gas is where no channel says so; matters once other bodies push it")
           .AtLeast(1e-6)
           .To(&GasSettings::density),
-      LinksRow(1008, "forces",
+      LinksRow(kForcesRow, "forces",
                "what moves the gas, by name; none without names, and with null every grid force",
                {})
           .AcceptsAny({kListForces, kCategoryGrid})
@@ -195,17 +195,17 @@ bool FluidSolver::ReadParameters() {
     if (closed[side] != 0) mUserWalls |= bits[side];
   PlaceSides();
   mConstrain.mSettings = {solidBlend, followObstacles, useBodyVelocities};
-  mPressure.mLinearSolver = linearSolver;
-  mPressure.mDensity = mOuter.mDensity = density;
-  mPressure.SetAccuracy({maxIterations, ToleranceOfSlider(accuracy)}, modification,
-                        minDiagonalRatio);
+  Projection().mLinearSolver = linearSolver;
+  Projection().mDensity = mOuter.mDensity = density;
+  Projection().SetAccuracy({maxIterations, ToleranceOfSlider(accuracy)}, modification,
+                           minDiagonalRatio);
   return true;
 }
 
 bool FluidSolver::ResolveLinks() {
   if (!iFluidSolver::ResolveLinks()) return false;
-  mPressure.mDensityChannel = densityChannel;
-  mPressure.mDuration = projectionDuration;
+  Projection().mDensityChannel = densityChannel;
+  Projection().mDuration = projectionDuration;
   mForces.mForces.clear();
   for (Force* force : forces)
     if (std::find(mForces.mForces.begin(), mForces.mForces.end(), force) == mForces.mForces.end())
@@ -217,7 +217,7 @@ bool FluidSolver::ResolveLinks() {
 void FluidSolver::ClearLinks() {
   mFlow.mBoundary.mObstacles.clear();
   mForces.mForces.clear();
-  mPressure.ClearLinks();
+  Projection().ClearLinks();
   SetFlag(FLAG_ACTIVE, false);
   iFluidSolver::ClearLinks();
 }
@@ -233,7 +233,7 @@ void FluidSolver::CheckDirty() {
 
 void FluidSolver::Reset() {
   mFlow.Reset();
-  mPressure.Reset();
+  Projection().Reset();
   mOuter.Reset();
   mMaxSpeedSq = 0.001;
   SetFlag(FLAG_ACTIVE, false);
@@ -242,7 +242,7 @@ void FluidSolver::Reset() {
 void FluidSolver::Release(bool full) {
   if (full) iFluidSolver::Release(true);
   mFlow.Release(full);
-  mPressure.Release(full);
+  Projection().Release(full);
   mOuter.Release(full);
   mExtrapolation.Release();
   mConstrain.Release();
@@ -255,7 +255,7 @@ void FluidSolver::Release(bool full) {
 void FluidSolver::Persist(StateArchive& archive) {
   iFluidSolver::Persist(archive);
   mFlow.Persist(archive);
-  mPressure.Persist(archive);
+  Projection().Persist(archive);
   mOuter.Persist(archive);
   archive(mMaxSpeedSq);
 }
@@ -332,10 +332,10 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
     to[a] = std::min(hi[a], to[a] + padding);
   }
   // What moves across a side pushes on both of its sides: the cells outside are too coarse for it.
-  if (containerSides == 0)
+  if (HasSurroundings())
     mFlow.mBoundary.WidenToMovers(std::max(padding, kLeastGap), lo, hi, from, to);
   for (int a = 0; a < 3; ++a) {
-    if (containerSides == 0) {
+    if (HasSurroundings()) {
       if (from[a] < lo[a] + kLeastGap) from[a] = lo[a];
       if (to[a] > hi[a] - kLeastGap) to[a] = hi[a];
     }
@@ -366,7 +366,7 @@ u8 FluidSolver::FreeSides() const {
 void FluidSolver::PlaceSides() {
   const u8 free = FreeSides();
   mFlow.mBoundary.mWalls = mUserWalls & static_cast<u8>(~free);
-  mPressure.mFarField = free != 0 ? &mOuter : nullptr;
+  mPressure.mFarField = free != 0 && HasSurroundings() ? &mOuter : nullptr;
   Vec3d lo, hi;
   UserBox(lo, hi);
   // No lattice goes as far as that.
@@ -384,7 +384,7 @@ bool FluidSolver::ApplyBounds(const Vec3d& min, const Vec3d& max) {
     return Deactivate(problem);
   }
   PlaceSides();
-  if (isCached) mPressure.Release(true);
+  if (isCached) Projection().Release(true);
   if (isCached || !mPressure.mFarField)
     mOuter.Release(true);
   else if (before && !before->Equals(*mFlow.GetLayout()))
@@ -421,7 +421,7 @@ void FluidSolver::Finish() {
 }
 
 std::vector<std::string> FluidSolver::TakeWarnings() {
-  std::vector<std::string> warnings = mPressure.TakeWarnings();
+  std::vector<std::string> warnings = Projection().TakeWarnings();
   for (const std::string& warning : mOuter.TakeWarnings())
     warnings.push_back("round the container, " + warning);
   return warnings;

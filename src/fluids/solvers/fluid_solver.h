@@ -42,8 +42,8 @@ class FluidSolver : public iFluidSolver, public GasSettings {
 
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kDensityChannelRow = 1000, kBoxSizeRow = 1010, kBoxOffsetRow = 1028,
-                       kLinearSolverRow = 1020;
+  static constexpr i32 kForcesRow = 1008, kDensityChannelRow = 1000, kBoxSizeRow = 1010,
+                       kBoxOffsetRow = 1028, kLinearSolverRow = 1020;
   static constexpr i32 kWallRows[] = {1011, 1012, 1013, 1014, 1015, 1016};
   /// Why it rests where nothing is in its box.
   static constexpr const char* kDryReason =
@@ -80,6 +80,9 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   /// What went wrong in solves and wasn't taken yet, see `Grid_Incompressibility`.
   std::vector<std::string> TakeWarnings();
 
+  /// The projection that the solver runs.
+  virtual Grid_Incompressibility& Projection() { return mPressure; }
+
   virtual bool ApplyGridForces();
   virtual bool SolvePressure();
   virtual bool ApplyViscosity();
@@ -94,6 +97,10 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   Grid_Incompressibility mPressure;
   OuterLevel mOuter;
   double mMaxSpeedSq = 0.001;
+
+ protected:
+  /// Beyond sides inside of the user's box more of the fluid goes on, not air without pressure.
+  virtual bool HasSurroundings() const { return containerSides == 0; }
 
  private:
   /// The user's box in whole cells of the domain, snapped inwards.

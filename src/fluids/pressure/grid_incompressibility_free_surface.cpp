@@ -1,0 +1,37 @@
+#include "fluids/pressure/grid_incompressibility_free_surface.h"
+
+#include "fluids/pressure/projection_lines.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+bool Grid_Incompressibility_FreeSurface::GatherFields(ProjectionFields& fields) {
+  if (!Grid_Incompressibility::GatherFields(fields)) return false;
+  fields.surface = mFlow->mSurface;
+  return fields.surface && fields.surface->mData &&
+         fields.surface->Dims() == mFlow->GetLayout()->dims;
+}
+
+bool Grid_Incompressibility_FreeSurface::PrepareSystem() {
+  if (!Grid_Incompressibility::PrepareSystem()) return false;
+  Used().GetMatrix().mHasAir = true;
+  return true;
+}
+
+void Grid_Incompressibility_FreeSurface::BuildSystem(const CellBox& block) {
+  WithDensity(mFields, mDensity, mFields.dt / (mCellSize * mCellSize), [&](const auto& face) {
+    ForEachCellLine(mFields, block, [&](const CellLine& line, i32 first, i32 last) {
+      BuildSurfaceLine(line, face, 1.0 / mCellSize, Used().GetMatrix(), Used().GetRhs(), first,
+                       last);
+    });
+  });
+}
+
+void Grid_Incompressibility_FreeSurface::SubtractGradient(const CellBox& block) {
+  const double* phi = mFields.surface->mData;
+  WithDensity(mFields, mDensity, mFields.dt / mCellSize, [&](const auto& face) {
+    ForEachFaceLine(mFields, GetPressure().data(), block,
+                    [&](const FaceLine& line) { UpdateSurfaceLine(line, phi, face); });
+  });
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

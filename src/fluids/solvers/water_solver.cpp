@@ -1,0 +1,271 @@
+#include "fluids/solvers/water_solver.h"
+
+#include <algorithm>
+#include <map>
+
+#include "framework/node_kind.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+
+/// What a row of a gas says of a liquid: no text drops it.
+const std::map<i32, std::string_view>& LiquidHelp() {
+  static const std::map<i32, std::string_view> help = {
+      {1000, "liquids of differing weight in one scene: oil floats on water"},
+      {1001, "how heavy the liquid is where no channel says so; matters once bodies float in it"},
+      {1008,
+       "what moves the liquid, by name; none without names, so that it doesn't fall until a "
+       "gravity is named, and with null every grid force"},
+      {1009,
+       "air round the liquid that the cells cover too: more of it lets it go farther in a "
+       "step"},
+      {1010, "the space that the liquid may ever fill; it ends at the walls of this box"},
+      {1011, "closed holds the liquid at the box's low x side, open lets it out there"},
+      {1012, "closed holds the liquid at the box's high x side, open lets it out there"},
+      {1013, "the floor of the box: closed carries the liquid, open lets it fall through"},
+      {1014, "the ceiling of the box"},
+      {1015, "closed holds the liquid at the box's low z side, open lets it out there"},
+      {1016, "closed holds the liquid at the box's high z side, open lets it out there"},
+      {1018,
+       "how many cells beyond its surface the liquid's velocity is continued: as far as it "
+       "moves in a step"},
+      {1019,
+       "honey instead of water: slows differences of speed; acts once the viscosity solve "
+       "does"},
+      {1020, "how the pressure is found: multigrid is the quickest, gauss_seidel for a rough look"},
+      {1021, "gives up after that many rounds: too few let the liquid sink into itself"},
+      {1022, "how well the liquid keeps its volume: 0 is rough and quick, 1 exact"},
+      {1023, ""},
+      {1024, ""},
+      {1028, ""},
+      {1035, "0 lets the liquid stick to obstacles, 1 lets it slide along them freely"},
+      {1036, "a moving obstacle drags the liquid along"},
+      {1045, ""},
+      {1046, ""},
+      {1047, ""},
+      {1300, "thick and thin liquid in one scene: a field of viscosity"},
+      {1301, ""},
+      {1302, ""},
+      {1307, "only inside this time window the liquid keeps its volume"},
+  };
+  return help;
+}
+
+/// The rows of a gas in a liquid's words and with its defaults.
+ParameterTable RowsOfFlow() {
+  ParameterTable rows;
+  for (ParameterRow row : FluidSolver::Parameters()) {
+    const auto found = LiquidHelp().find(row.id);
+    if (found == LiquidHelp().end()) continue;
+    if (!found->second.empty()) row.help = found->second;
+    if (row.id == 1001) row.creation = 1000.0;
+    if (row.id == 1009) row.creation = i32{3};
+    rows.push_back(std::move(row));
+  }
+  return rows;
+}
+
+}  // namespace
+
+const NodeKind& WaterSolver::Kind() {
+  static const NodeKind kind = {
+      .id = 1300003,
+      .type = "liquid",
+      .label = "Liquid Dynamics",
+      .className = "WaterSolver",
+      .typeId = kTypeWaterSolver,
+      .list = kListSolvers,
+      .flags = "S",
+      .stages = {kEmitters, kOperators, kFluidDynamics, kForcesEmission, kPressure, kFlip},
+      .priority = 30,
+      .menu = {"Dynamics"},
+      .purpose = "water: the box that it may fill, its particles, its forces and its pressure",
+      .example =
+          {{example::kBall},
+           {example::kBallMesh, example::kBallVolume,
+            R"({ "type": "particlegroup", "name": "water" })",
+            R"({ "type": "duration", "name": "first moment", "parameters": { "length": 0.01 } })",
+            R"({ "type": "particlemesh_emission_setting", "name": "once", "parameters": { "duration": "first moment" } })",
+            R"({ "type": "particlegridemitter", "name": "drop", "parameters": { "group": "water", "volume": "ball volume", "settings": "once" } })",
+            R"({ "type": "particle_advection", "name": "move", "parameters": { "group": "water" } })",
+            R"({ "type": "force_gravity", "name": "gravity" })",
+            R"({ "type": "liquid", "name": "pool", "position": [-100, -100, -100],)",
+            R"(  "parameters": { "box_size": [200, 200, 200], "groups": ["water"], "forces": ["gravity"] } })"}},
+      .rows = Parameters,
+      .make = MakeNode<WaterSolver>,
+  };
+  return kind;
+}
+
+const ParameterTable& WaterSolver::Parameters() {
+  static const ParameterTable table = [] {
+    ParameterTable rows = RowsOfFlow();
+    ParameterTable own = {
+        LinkRow(1200, "group", "kept with the scene; 'groups' names whose particles the liquid is",
+                {ParticleGroup::kNodeType})
+            .Kept(),
+        LinksRow(kGroupsRow, "groups", "whose liquid particles the liquid is", {})
+            .Accepts({ParticleGroup::kNodeType})
+            .To(&LiquidSettings::groups)
+            .Writes()
+            .Required(),
+        RealRow(kFlipRatioRow, "flip_ratio", 0.96, "none",
+                "how lively it splashes: 1 keeps every eddy and its noise, 0 is calm and thick")
+            .Missing(0.0)
+            .Range(0, 1)
+            .To(&LiquidSettings::flipRatio),
+        BoolRow(kGatherRow, "kernel_transfer", false,
+                "faces weigh particles by a kernel and their mass, which is slower, in place of "
+                "linear interpolation")
+            .To(&LiquidSettings::gathers),
+        RealRow(1211, "kernel_radius", 1.4, "cells", "how far that kernel reaches")
+            .Missing(1.0)
+            .Range(1e-3, 8)
+            .OnlyWith(kGatherRow, {1})
+            .To(&LiquidSettings::kernelRadius),
+        LinkRow(1217, "kernel", "that kernel; without one a sharp one", {Kernel::kNodeType})
+            .OnlyWith(kGatherRow, {1})
+            .To(&LiquidSettings::kernel),
+        LongRow(kSurfaceModeRow, "surface_mode", 0, "",
+                "what is liquid: cells with particles, or where they are dense")
+            .Choices({{0, "count"}, {1, "density"}})
+            .To(&LiquidSettings::surfaceMode),
+        RealRow(1212, "density_threshold", 0.2, "none",
+                "how dense: particles in a cell, in eighths")
+            .AtLeast(0)
+            .OnlyWith(kSurfaceModeRow, {1})
+            .To(&LiquidSettings::densityThreshold),
+        LongRow(1214, "count_threshold", 0, "",
+                "cells with no more particles than that count as air")
+            .Range(0, 255)
+            .OnlyWith(kSurfaceModeRow, {0})
+            .To(&LiquidSettings::countThreshold),
+        BoolRow(1216, "reproject", false,
+                "where a recording plays the velocity, particles take it in every step")
+            .To(&LiquidSettings::reproject),
+    };
+    rows.insert(rows.end(), own.begin(), own.end());
+    return rows;
+  }();
+  return table;
+}
+
+WaterSolver::WaterSolver(BaseNode* node, Scene* scene) : FluidSolver(node, scene) {
+  mFreeSurface.Rebind(nullptr, scene);
+  mFreeSurface.mFlow = &mFlow;
+}
+
+// ---- set-up -----------------------------------------------------------------------------------
+
+bool WaterSolver::ReadParameters() {
+  if (!FluidSolver::ReadParameters()) return false;
+  mFlip.mRatio = flipRatio;
+  mFlip.mGathers = gathers;
+  mFlip.mKernelRadius = kernelRadius;
+  mLevelSet.mUseDensity = surfaceMode != 0;
+  mLevelSet.mDensityThreshold = densityThreshold;
+  mLevelSet.mCountThreshold = static_cast<u8>(countThreshold);
+  return true;
+}
+
+bool WaterSolver::ResolveLinks() {
+  if (!FluidSolver::ResolveLinks()) return false;
+  std::vector<ParticleGroup*> own;
+  for (ParticleGroup* group : groups)
+    if (group->Has(FLAG_ENABLED) && std::find(own.begin(), own.end(), group) == own.end())
+      own.push_back(group);
+  groups = std::move(own);
+  mFlip.mKernel = kernel;
+  return true;
+}
+
+void WaterSolver::ClearLinks() {
+  mSort.Clear();
+  mSorted.clear();
+  mFlip.mKernel = nullptr;
+  FluidSolver::ClearLinks();
+}
+
+void WaterSolver::Reset() {
+  FluidSolver::Reset();
+  mSort.Clear();
+  mSorted.clear();
+}
+
+void WaterSolver::Release(bool full) {
+  FluidSolver::Release(full);
+  mSort.Clear();
+  mSorted.clear();
+  mFlow.mSurface = nullptr;
+  mSurface.reset();
+  mIsOnGrid = false;
+}
+
+bool WaterSolver::ApplyBounds(const Vec3d& min, const Vec3d& max) {
+  if (groups.empty() && Has(FLAG_ACTIVE)) {
+    Release(true);
+    return Deactivate("it has no particles; name their groups under 'groups'");
+  }
+  if (!FluidSolver::ApplyBounds(min, max)) return false;
+  const GridLayout& layout = *mFlow.GetLayout();
+  if (!mSurface || !mSurface->mLayout.Equals(layout)) {
+    mFlow.mSurface = nullptr;
+    mSurface = std::make_unique<EGrid<double>>(layout, kCentre);
+    if (!mSurface->mData) {
+      Release(true);
+      return Deactivate("its surface couldn't be allocated");
+    }
+    mSort.Reset(layout);
+    mSorted.clear();
+  }
+  mFlow.mSurface = mSurface.get();
+  return true;
+}
+
+// ---- stages -----------------------------------------------------------------------------------
+
+void WaterSolver::Sort() {
+  std::vector<std::pair<const ParticleGroup*, u64>> now;
+  for (const ParticleGroup* group : groups) now.emplace_back(group, group->Changes(kLiquid));
+  if (now == mSorted) return;
+  mSort.Build(groups, kLiquid, mScene->mThreadCount);
+  mSorted = std::move(now);
+}
+
+void WaterSolver::Evaluate(const EvaluationThreadData& data) {
+  FluidSolver::Evaluate(data);
+  if (!Has(FLAG_ACTIVE) || !IsDirty() || !mFlow.HasVelocity() || !mSurface) return;
+  switch (mScene->mStage) {
+    case kOperators:
+      Sort();
+      mLevelSet.Run(mSort, mFlow.mBoundary.GetLevelSet(), *mSurface);
+      break;
+    case kFluidDynamics:
+      Sort();
+      mIsOnGrid = !Has(FLAG_CACHED) && mFlip.ToGrid(mSort, mFlow);
+      if (Has(FLAG_CACHED) && reproject) HybridFlip::TakeFlow(mSort, mFlow);
+      break;
+    case kFlip:
+      if (mIsOnGrid) mFlip.ToParticles(mSort, mFlow);
+      mIsOnGrid = false;
+      break;
+    default: break;
+  }
+}
+
+bool WaterSolver::SolvePressure() {
+  mConstrain.Run(mFlow);
+  mFlow.SetWallVelocities(1.0);
+  mFreeSurface.Project();
+  mExtrapolation.ExtendVelocity(mFlow, extrapolationRounds, mIsOnGrid && flipRatio > 0);
+  mConstrain.Run(mFlow);
+  mFlow.SetWallVelocities(1.0);
+  mFlow.mDivergence.Reset();
+  return true;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

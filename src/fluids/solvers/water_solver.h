@@ -1,0 +1,63 @@
+// The liquid solver.
+#pragma once
+#include "fluids/flow/hybrid_flip.h"
+#include "fluids/particles/particle_to_levelset.h"
+#include "fluids/pressure/grid_incompressibility_free_surface.h"
+#include "fluids/solvers/fluid_solver.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// What a liquid's node says beyond what a gas does.
+struct LiquidSettings {
+  std::vector<ParticleGroup*> groups;
+  double flipRatio = 0;
+  bool gathers = false;
+  double kernelRadius = 1;
+  Kernel* kernel = nullptr;
+  i32 surfaceMode = 0;  ///< 1 by density
+  double densityThreshold = 0.2;
+  i32 countThreshold = 0;
+  bool reproject = false;
+};
+
+/// A liquid with a free surface, whose mass the liquid particles of its groups carry: each step
+/// takes their velocity to the grid, moves it by forces and pressure, and hands the change back.
+/// Emitters make the particles and an advection moves them, through the velocity of the step
+/// before. The container follows them; beyond its sides there is air without pressure.
+class WaterSolver : public FluidSolver, public LiquidSettings {
+ public:
+  WaterSolver(host::BaseNode* node, Scene* scene);
+
+  static const NodeKind& Kind();
+  static const host::ParameterTable& Parameters();
+  static constexpr i32 kGroupsRow = 1201, kFlipRatioRow = 1204, kSurfaceModeRow = 1210,
+                       kGatherRow = 1209;
+  bool ReadParameters() override;
+  bool ResolveLinks() override;
+  void ClearLinks() override;
+  void Reset() override;
+  void Release(bool full) override;
+  bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  /// As a gas without surroundings, with the level set and the cells of the sort.
+  double MemoryPerCell() const override { return (6 + 6 + 4 + 13 + 9 + 3) * sizeof(double); }
+  Grid_Incompressibility& Projection() override { return mFreeSurface; }
+  bool SolvePressure() override;
+
+ protected:
+  bool HasSurroundings() const override { return false; }
+
+ private:
+  /// Sorts the particles, unless they are as when last sorted.
+  void Sort();
+
+  ParticleSort mSort;
+  std::vector<std::pair<const ParticleGroup*, u64>> mSorted;  ///< what is sorted, at which change
+  HybridFlip mFlip;
+  ParticleToLevelset mLevelSet;
+  Grid_Incompressibility_FreeSurface mFreeSurface;
+  std::unique_ptr<EGrid<double>> mSurface;  ///< cells, simulation units
+  bool mIsOnGrid = false;                   ///< the flow has the particles' velocity of this step
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
