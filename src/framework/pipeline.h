@@ -56,7 +56,7 @@ inline constexpr std::array<StageRow, kStageCount> kPipeline = {{
     { 5, "Emitters",                           "solid level set and open fractions; emission; played grids are filled"},
     { 6, "Advection",                          "the velocity, then the fields that it carries, move on"},
     { 7, "Operators",                          "combustion, density, points to grids, changes of meshes"},
-    { 8, "Fluid Dynamics",                     "nodes that are moved here; no kind has it as its own"},
+    { 8, "Fluid Dynamics",                     "liquids take their particles' velocity to their grid"},
     { 9, "Forces Emission",                    "forces change the velocity"},
     {10, "Pressure",                           "velocities at walls, projection, extrapolation into solids"},
     {11, "FLIP",                               "the gas rests until the next step finds content in its box"},

@@ -47,8 +47,9 @@ double ShareOf(const std::vector<float>& values, F&& holds) {
 std::vector<fs::path> ReadyScenes() {
   std::vector<fs::path> found;
   for (const auto& entry : fs::directory_iterator(fs::path(SourcePath()) / "scenes"))
-    // A replay plays what another scene has recorded.
-    if (entry.path().extension() == ".json" && entry.path().stem() != "replay")
+    // A replay plays what another scene has recorded; water has no gas to show.
+    if (entry.path().extension() == ".json" && entry.path().stem() != "replay" &&
+        entry.path().stem() != "dam_break")
       found.push_back(entry.path());
   std::sort(found.begin(), found.end());
   return found;

@@ -27,7 +27,7 @@ const std::map<i32, std::string_view>& LiquidHelp() {
       {1011, "closed holds the liquid at the box's low x side, open lets it out there"},
       {1012, "closed holds the liquid at the box's high x side, open lets it out there"},
       {1013, "the floor of the box: closed carries the liquid, open lets it fall through"},
-      {1014, "the ceiling of the box"},
+      {1014, "under a closed ceiling a splash stops, through an open one it leaves"},
       {1015, "closed holds the liquid at the box's low z side, open lets it out there"},
       {1016, "closed holds the liquid at the box's high z side, open lets it out there"},
       {1018,
