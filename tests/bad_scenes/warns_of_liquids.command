@@ -1,1 +1,1 @@
-check SCENE
+check SCENE --strict
