@@ -201,9 +201,13 @@ class ObjectParticleGridEmitter::Filler {
     const double phi = mVolume.DistanceAtWorld(mCentre);
     if (static_cast<f32>(phi - (mCell + mLimits.high)) >= 0) return;
     const Lattice& lattice = phi >= mEmitter.mBand ? mOuter : mInner;
-    double budget = lattice.Count() - CountInside(lattice, half);
+    double budget = lattice.Count() - CountInside(half);
     if (budget < 1) return;
     if (!mEmitter.mPerSample && !mEmitter.IsAllowed(mCentre, mEmitter.mWeight, mShare)) return;
+    // Those that may be in the way of new ones are looked for where there is room for any.
+    mNear.clear();
+    ForEachNear(Length(half) + mJitter * 1.75 + lattice.spacing,
+                [&](const Vec3d& p) { mNear.push_back(p); });
     for (i32 z = 0; z < lattice.perAxis; ++z)
       for (i32 y = 0; y < lattice.perAxis; ++y)
         for (i32 x = 0; x < lattice.perAxis && budget > 0; ++x)
@@ -211,20 +215,24 @@ class ObjectParticleGridEmitter::Filler {
   }
 
  private:
-  /// The particles in the cell. Keeps those that are near enough to be in the way of new ones.
-  double CountInside(const Lattice& lattice, const Vec3d& half) {
-    mNear.clear();
+  /// Calls f(position) with the particles closer to the middle of the cell than `reach`.
+  template <class F>
+  void ForEachNear(double reach, F&& f) const {
     const PointTree* tree = mEmitter.mGroup->Tree(mEmitter.mKind);
-    if (!tree) return 0;
+    if (!tree) return;
     const auto positions = std::as_const(*mEmitter.mGroup).Store(mEmitter.mKind).Positions();
+    tree->ForEachWithin(mCentre, reach, [&](i32 row, double) { f(positions[row]); });
+  }
+
+  /// How many particles of the volume are in the cell.
+  double CountInside(const Vec3d& half) const {
+    constexpr double kCorner = 1 + 1e-9;  // a corner belongs to one of its cells
     double count = 0;
-    const double reach = Length(half) + mJitter * 1.75 + lattice.spacing;
-    tree->ForEachWithin(mCentre, reach, [&](i32 row, double) {
-      const Vec3d off = positions[row] - mCentre;
-      mNear.push_back(positions[row]);
+    ForEachNear(Length(half) * kCorner, [&](const Vec3d& p) {
+      const Vec3d off = p - mCentre;
       const bool isInCell = off.x >= -half.x && off.x < half.x && off.y >= -half.y &&
                             off.y < half.y && off.z >= -half.z && off.z < half.z;
-      if (isInCell && !IsOfOthers(positions[row])) ++count;
+      if (isInCell && !IsOfOthers(p)) ++count;
     });
     return count;
   }
