@@ -193,7 +193,7 @@ TEST(Reachability, FieldsThatOnlyTheStatisticsTellOfAreNotedAtOnce) {
   EXPECT_THAT(load(R"("density": "smoke")", one).lines, IsEmpty());
   const LoadedSmoke velocity = load(R"("velocity": "gas")", one);
   EXPECT_THAT(velocity.lines,
-              ElementsAre(HasSubstr("s.json:4:3: note: channel_scalar \"smoke\": no node, export "
+              ElementsAre(HasSubstr("s.json:4:3: note: channel_scalar \"smoke\": no working node, export "
                                     "or picture reads it: the statistics alone tell of it")));
   EXPECT_TRUE(velocity.Of("smoke").isUnread);
   EXPECT_THAT(load(R"("density": "smoke")", two).lines,
