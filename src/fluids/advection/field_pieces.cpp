@@ -6,8 +6,9 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
-/// Of the most that a field holds: what has less belongs to no cloud.
-constexpr double kLeast = 1e-3;
+/// Of the most that a field holds: what has less belongs to no cloud. What a cloud gives to such
+/// cells it gets back, so they must be next to nothing.
+constexpr double kLeast = 1e-9;
 }  // namespace
 
 void FieldPieces::Find(const Grid<double>& before, const Grid<double>& after, double nothing,

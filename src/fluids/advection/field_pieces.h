@@ -19,7 +19,7 @@ struct PieceBounds {
 };
 
 /// Clouds of a centred field: open cells that touch and hold, before a step or behind it, more than
-/// a thousandth of the most there is. What a path leads from one cloud to another makes one of
+/// a billionth of the most there is. What a path leads from one cloud to another makes one of
 /// them. Cells of clouds that nothing can enter or leave are numbered from 1 on, cloud by cloud;
 /// all others, what is nearly empty too, have the number 0. So the content of each number but 0 is
 /// known behind the step. Numbers don't depend on the workers.

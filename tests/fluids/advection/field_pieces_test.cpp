@@ -44,7 +44,7 @@ TEST(FieldPieces, NumberCloudsThatDontTouch) {
     c.Put(c.before, {{2, 2, 2}, {5, 5, 5}}, 1);
     c.Put(c.after, {{5, 2, 2}, {6, 5, 5}}, 0.5);  // the same, a cell on
     c.Put(c.before, {{12, 3, 3}, {15, 6, 9}}, 2);
-    c.Put(c.before, {{2, 8, 2}, {18, 9, 9}}, 0.001);  // next to nothing
+    c.Put(c.before, {{2, 8, 2}, {18, 9, 9}}, 1e-9);  // next to nothing
     c.Find(threads);
     EXPECT_EQ(c.pieces.Count(), 3);
     EXPECT_EQ(c.At(3, 3, 3), 1);
