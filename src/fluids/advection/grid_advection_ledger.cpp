@@ -24,6 +24,7 @@ void GridAdvection::PrepareSource(EGrid<double>& source) {
     const ScalarWalls::Held held = cells.HandOver(values, HandOverReach(), source);
     mTrapped += held.stuck;
     mScalarTarget->mAccount.mLedger.handedOver += held.given;
+    mLeft += held.gone;
     // Air that comes in brings what air holds.
     return cells.FillOutside(values, source);
   }

@@ -8,6 +8,15 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+bool ScalarWalls::IsNearOpenSide(const VecInt3D& cell, i32 reach) const {
+  const VecInt3D n = mState->Dims();
+  for (int a = 0; a < 3; ++a)
+    if ((!(mBoundary->mWalls & kLowWall[a]) && cell[a] <= reach) ||
+        (!(mBoundary->mWalls & kHighWall[a]) && cell[a] >= n[a] - 1 - reach))
+      return true;
+  return false;
+}
+
 /// A thin wall stands between the centres of two cells.
 bool ScalarWalls::IsParted(const VecInt3D& cell, const VecInt3D& taker) const {
   const Vec3d half{0.5, 0.5, 0.5}, to = ToReal(taker) + half;
@@ -83,7 +92,8 @@ ScalarWalls::Held ScalarWalls::GivePassed(const Values& values, i32 reach,
     const bool isPlaced = Give(cell, reach, held[i], field, [&](const VecInt3D& c) {
       return Dot(ToReal(c - cell), mPassed[i].motion) > 0 && IsParted(cell, c) && !isPassed(c);
     });
-    (isPlaced ? all.given : all.stuck) += held[i];
+    double& fate = IsNearOpenSide(cell, reach) ? all.gone : all.stuck;
+    (isPlaced ? all.given : fate) += held[i];
   }
   return all;
 }
@@ -113,9 +123,10 @@ ScalarWalls::Held ScalarWalls::HandOver(const Values& values, i32 reach,
         const auto counts = [&](const VecInt3D& taker) {
           return !mThin || !LiesBehind(cell, taker);
         };
-        if (!Give(cell, reach, held, field, counts)) continue;
+        const bool isPlaced = Give(cell, reach, held, field, counts);
+        if (!isPlaced && !IsNearOpenSide(cell, reach)) continue;
         all.stuck -= held;
-        all.given += held;
+        (isPlaced ? all.given : all.gone) += held;
       }
   return all;
 }

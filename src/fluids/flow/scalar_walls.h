@@ -26,6 +26,7 @@ class ScalarWalls {
   struct Held {
     double stuck = 0;  ///< it has no way out
     double given = 0;  ///< open cells take it
+    double gone = 0;   ///< the solid took it out through an open side
   };
 
   /// Finds the closed cells of a step; what was closed before tells what solids cover and leave. A
@@ -48,9 +49,9 @@ class ScalarWalls {
   void Clear(const Values& values, Grid<double>& field) const;
   /// What closed cells hold goes to their nearest open cells in equal shares, as far as there are
   /// some within `reach` cells on every axis, not behind a thin wall; what lies in such a wall goes
-  /// where it moves to. Cells that a solid has just left take nothing: they lie behind it. What a
-  /// field started with doesn't count in cells that were closed from the start: nothing brought it
-  /// there.
+  /// where it moves to. What finds none and an open side as near has left. Cells that a solid has
+  /// just left take nothing: they lie behind it. What a field started with doesn't count in cells
+  /// that were closed from the start: nothing brought it there.
   Held HandOver(const Values& values, i32 reach, Grid<double>& field) const;
   /// What closed cells hold: paths take along what a solid has just covered.
   Held FindHeld(const Values& values, const Grid<double>& field) const;
@@ -58,9 +59,7 @@ class ScalarWalls {
   bool Fits(const Grid<double>& field) const;
   /// There has been a `Build`.
   bool IsBuilt() const { return mState != nullptr; }
-  bool IsClosed(const VecInt3D& cell) const {
-    return (*mState)(cell.x, cell.y, cell.z) == kClosed;
-  }
+  bool IsClosed(const VecInt3D& cell) const { return (*mState)(cell.x, cell.y, cell.z) == kClosed; }
 
  private:
   enum State : u8 { kOpen = 0, kClosed = 1, kLeft = 2 };
@@ -94,6 +93,8 @@ class ScalarWalls {
   void FillOne(const Beside& b, Grid<double>& field) const;
   void MarkStart(const GridBoundary& boundary, const std::vector<GridBoundary::Mover>& movers);
   void MarkPassed(const std::vector<GridBoundary::Mover>& movers);
+  /// An open side lies within `reach` cells.
+  bool IsNearOpenSide(const VecInt3D& cell, i32 reach) const;
   bool IsParted(const VecInt3D& cell, const VecInt3D& taker) const;
   bool LiesBehind(const VecInt3D& cell, const VecInt3D& taker) const;
   template <class Counts, class F>
