@@ -107,7 +107,7 @@ void GridAdvection::Reset() {
   mConservative.Release();
   mWatch.Reset();
   mWarnings.clear();
-  mIsBooking = false;
+  mIsBooking = mIsStirred = mMetMover = false;
 }
 
 void GridAdvection::Release(bool full) {
@@ -143,7 +143,7 @@ bool GridAdvection::CommutesWith(const iBase& other) const {
 }
 
 bool GridAdvection::HandsOver(const iBase& field) const {
-  return mSolver && IsConservative() && mScalarTarget == &field;
+  return mSolver && HasConservativeScheme() && mScalarTarget == &field;
 }
 
 iBase* GridAdvection::Target() const {
@@ -205,7 +205,7 @@ i32 GridAdvection::PathOrder() const {
   return mScalarTarget || mVectorTarget ? 1 : 0;
 }
 
-bool GridAdvection::IsConservative() const {
+bool GridAdvection::HasConservativeScheme() const {
   return mScalarTarget && mScheme >= static_cast<i32>(AdvectionScheme::Conservative);
 }
 
@@ -243,6 +243,8 @@ std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObje
     if (std::find(targets.begin(), targets.end(), other->mScalarTarget) != targets.end()) break;
     const EGrid<double>* grid = other->mScalarTarget->GetGrid(0);
     if (!grid || grid->mKind != shape.mKind || grid->Dims() != shape.Dims()) break;
+    if (other->mMetMover || other->FindStirred(grid)) break;
+    other->SetStirred(nullptr);
     other->Prepare();
     if (!other->Has(FLAG_ACTIVE)) break;
     other->mMovedByCompanion = true;
@@ -268,6 +270,7 @@ void GridAdvection::Evaluate(const EvaluationThreadData& block) {
   const std::array<const EGrid<double>*, 3> velocity = {grids[0], grids[1], grids[2]};
 
   if (mScalarTarget) {
+    SetStirred(mScalarTarget->mPrevious.get());
     if (block.objects && !IsConservative() && IsOnFlow(*mScalarTarget->mPrevious))
       AdvectGrids(TakeCompanions(*block.objects), velocity);
     else
@@ -282,6 +285,7 @@ void GridAdvection::Evaluate(const EvaluationThreadData& block) {
 void GridAdvection::Persist(StateArchive& archive) {
   iObject::Persist(archive);
   mConservative.Persist(archive);
+  archive(mMetMover);
   mWatch.Persist(archive);
 }
 
@@ -330,7 +334,8 @@ bool GridAdvection::MoveConservative(const EGrid<double>& source, EGrid<double>&
                                          .order = std::max(PathOrder(), kLeastOrder),
                                          .step = mTime->stepDuration,
                                          .threads = mScene->mThreadCount};
-  const bool sharp = mScheme == static_cast<i32>(AdvectionScheme::ConservativeMacCormack);
+  const bool sharp = mScheme == static_cast<i32>(AdvectionScheme::ConservativeMacCormack) ||
+                     (IsCorrected() && mStrength > 0);
   const bool done = !IsCancelled() && mConservative.Advect(flow, source, destination, sharp);
   if (done)
     mLeft += mConservative.Left();

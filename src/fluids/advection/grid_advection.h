@@ -57,7 +57,14 @@ class GridAdvection : public iObject, public FieldCarrier {
   /// Collects the scalar target and those of the companions behind this advection in `group`, which
   /// take no run of their own then.
   std::vector<AdvectedField> TakeCompanions(const std::vector<iObject*>& group);
-  bool IsConservative() const;
+  bool HasConservativeScheme() const;
+  /// In this step, by its scheme or because a solid stirs the target.
+  bool IsConservative() const { return mIsStirred || HasConservativeScheme(); }
+  /// Whether a solid that moves reaches what the scalar target holds, an amount that paths would
+  /// not keep there. `held` is the grid that holds it.
+  bool FindStirred(const EGrid<double>* held) const;
+  /// Decides how this step moves the scalar target, which `held` holds.
+  void SetStirred(const EGrid<double>* held);
   /// Of the paths, see `TracePath`.
   i32 PathOrder() const;
   bool IsCorrected() const { return mScheme == static_cast<i32>(AdvectionScheme::MacCormack); }
@@ -118,6 +125,8 @@ class GridAdvection : public iObject, public FieldCarrier {
   i32 mSampling = 0;
   f32 mStrength = 1.0f;
   bool mMovedByCompanion = false;
+  bool mIsStirred = false;  ///< in this step the scalar target goes as moving solids want it
+  bool mMetMover = false;   ///< one reached it in this step, and so in the flow of the next
 
   // What the step is known to have done to a scalar target, for its ledger.
   bool mIsBooking = false;  ///< the step isn't booked yet

@@ -8,10 +8,53 @@
 #include "fluids/advection/grid_advection.h"
 #include "fluids/flow/side_outflow.h"
 #include "framework/scene.h"
+#include "grids/fixed_blocks.h"
+#include "grids/for_each_cell.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
+
+namespace {
+constexpr double kUnseen = 1e-6;  // of a total: nobody sees it
+}
+
+bool GridAdvection::FindStirred(const EGrid<double>* held) const {
+  if (!held || !held->mData || !mScalarTarget || HasConservativeScheme()) return false;
+  const GridBoundary& boundary = mSolver->GetFlow().mBoundary;
+  const double nothing = mScalarTarget->mValueMin;
+  // Paths keep what all air holds as it is, even where a solid squeezes it.
+  if (mScalarTarget->mInitial > nothing) return false;
+  if (!mScalarTarget->IsAccounted() || nothing < 0 || !mSolver->GetFlow().GetLayout()) return false;
+  // What a solid covers or leaves is given to cells beside it.
+  constexpr VecInt3D kBeside{2, 2, 2};
+  const VecInt3D shift = mSolver->GetFlow().GetLayout()->originCell - held->mLayout.originCell;
+  for (const GridBoundary::Mover& mover : boundary.Movers()) {
+    const CellBox box = Clip({mover.reach.min + shift - kBeside, mover.reach.max + shift + kBeside},
+                             {1, 1, 1}, held->Dims() - VecInt3D{1, 1, 1});
+    const double there = ReduceBlocks(
+        box.max.z - box.min.z, mScene->mThreadCount, 0.0,
+        [&](i32 layer) {
+          CellBox one = box;
+          one.min.z += layer;
+          one.max.z = one.min.z + 1;
+          double sum = 0;
+          ForEachCell(one, [&](i32 x, i32 y, i32 z) { sum += (*held)(x, y, z) - nothing; });
+          return sum;
+        },
+        [](double a, double b) { return a + b; });
+    if (there > kUnseen * mScalarTarget->mAccount.Size()) return true;
+  }
+  return false;
+}
+
+void GridAdvection::SetStirred(const EGrid<double>* held) {
+  // A solid that has come to rest still moves in the flow that carries now.
+  const bool follows = std::exchange(mMetMover, FindStirred(held));
+  mIsStirred = follows || mMetMover;
+  // The volume of cells is known only from one conservative step to the next.
+  if (!IsConservative()) mConservative.Release();
+}
 
 void GridAdvection::PrepareSource(EGrid<double>& source) {
   const Flow& flow = mSolver->GetFlow();
@@ -38,7 +81,6 @@ void GridAdvection::PrepareSource(EGrid<double>& source) {
 /// Whether the total of the target is known behind the move along paths: nothing lies in solids
 /// that they might bring out. Values of both signs, as distances have, are no amount to keep.
 bool GridAdvection::IsTotalKnown() const {
-  constexpr double kUnseen = 1e-6;
   return mIsBooking && mScalarTarget->mValueMin >= 0 &&
          mTrapped <= kUnseen * mScalarTarget->mAccount.Size();
 }
