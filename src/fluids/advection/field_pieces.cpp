@@ -12,7 +12,7 @@ constexpr double kLeast = 1e-9;
 }  // namespace
 
 void FieldPieces::Find(const Grid<double>& before, const Grid<double>& after, double nothing,
-                       const Grid<i32>& starts, const PieceBounds& bounds, i32 threads) {
+                       const i32* starts, const PieceBounds& bounds, i32 threads) {
   mDims = before.Dims();
   mCount = 1;
   mLayers.resize(mDims.z);
@@ -103,13 +103,13 @@ FieldPieces::Place FieldPieces::PlaceOf(i32 cell) const {
 }
 
 /// Notes pairs of runs between which paths lead that no faces join.
-void FieldPieces::FollowPaths(const Grid<i32>& starts, i32 z) {
+void FieldPieces::FollowPaths(const i32* starts, i32 z) {
   Layer& layer = mLayers[z];
   layer.joined.clear();
   const i32 toHighest = 1 + mDims.x + mDims.x * mDims.y;
   for (i32 y = 1; y < mDims.y - 1; ++y)
     for (i32 r = layer.rows[y]; r < layer.rows[y + 1]; ++r) {
-      const i32 row = starts.Index(0, y, z), own = layer.offset + r;
+      const i32 row = (z * mDims.y + y) * mDims.x, own = layer.offset + r;
       // Paths of neighbours start in the same runs, so that few have to be looked up.
       Place known[2];
       for (i32 cell = row + layer.runs[r].first; cell < row + layer.runs[r].last; ++cell)
@@ -149,6 +149,10 @@ void FieldPieces::NumberThem(const PieceBounds& bounds) {
   forEachRun([&](const Run& run, i32 index, i32 y, i32 z) {
     if (IsOpen(bounds, run, y, z)) numbers[RootOf(index)] = 0;
   });
+  // A cloud that is all there is shares its total with what is thin round it.
+  i32 clouds = 0;
+  for (i32 i = 0; i < count; ++i) clouds += RootOf(i) == i;
+  if (clouds == 1) numbers[RootOf(0)] = 0;
   forEachRun([&](Run& run, i32 index, i32, i32) {
     i32& number = numbers[RootOf(index)];
     if (number < 0) number = mCount++;

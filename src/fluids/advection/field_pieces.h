@@ -25,9 +25,9 @@ struct PieceBounds {
 /// known behind the step. Numbers don't depend on the workers.
 class FieldPieces {
  public:
-  /// `starts` has the lowest of the samples round the start of the path of each cell.
+  /// `starts` has, by cell, the lowest of the samples round the start of its path.
   void Find(const Grid<double>& before, const Grid<double>& after, double nothing,
-            const Grid<i32>& starts, const PieceBounds& bounds, i32 threads);
+            const i32* starts, const PieceBounds& bounds, i32 threads);
   /// How many numbers there are, 0 included.
   i32 Count() const { return mCount; }
   /// Calls f(number, first, last) for the stretches of the cells [first, last) of an inner row.
@@ -62,7 +62,7 @@ class FieldPieces {
   void ListRow(const Grid<double>& before, const Grid<double>& after, double nothing, double least,
                const PieceBounds& bounds, i32 y, i32 z);
   void JoinRows(const PieceBounds& bounds, i32 axis, i32 y, i32 z);
-  void FollowPaths(const Grid<i32>& starts, i32 z);
+  void FollowPaths(const i32* starts, i32 z);
   /// A run among all, and its cells by index; none is empty.
   struct Place {
     i32 run = -1;

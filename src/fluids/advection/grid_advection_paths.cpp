@@ -45,7 +45,7 @@ void GridAdvection::WatchCorrections(std::vector<AdvectedField>& fields, const A
     const double nothing = field.walls.nothing;
     if (reach)
       mPieces[i].Find(*field.source, *field.predicted, nothing > -kUnbounded ? nothing : 0.0,
-                      *data.starts, bounds, mScene->mThreadCount);
+                      data.starts->mData, bounds, mScene->mThreadCount);
     field.balance = &mBalances[i];
     field.balance->Begin(data.Shape().mNz, reach ? &mPieces[i] : nullptr);
   }

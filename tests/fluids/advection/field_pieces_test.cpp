@@ -26,7 +26,7 @@ struct Clouds {
   void Put(Grid<double>& grid, const CellBox& box, double value) {
     ForEachCell(box, [&](i32 x, i32 y, i32 z) { grid(x, y, z) = value; });
   }
-  void Find(i32 threads = 1) { pieces.Find(before, after, 0, starts, bounds, threads); }
+  void Find(i32 threads = 1) { pieces.Find(before, after, 0, starts.mData, bounds, threads); }
   i32 At(i32 x, i32 y, i32 z) const {
     i32 number = -1;
     pieces.ForEachStretch(1, kBox.x - 1, y, z, [&](i32 n, i32 first, i32 last) {
@@ -63,8 +63,9 @@ TEST(FieldPieces, AreOneWherePathsLeadBetweenThem) {
   EXPECT_EQ(c.pieces.Count(), 3);
   ForEachCell({{10, 2, 2}, {13, 5, 5}},
               [&](i32 x, i32 y, i32 z) { c.starts(x, y, z) = c.starts.Index(x - 8, y, z); });
+  c.Put(c.before, {{16, 8, 8}, {18, 9, 9}}, 1);
   c.Find();
-  EXPECT_EQ(c.pieces.Count(), 2);
+  EXPECT_EQ(c.pieces.Count(), 3);
   EXPECT_EQ(c.At(3, 3, 3), c.At(11, 3, 3));
 }
 
