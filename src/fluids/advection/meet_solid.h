@@ -123,9 +123,10 @@ bool MeetSolid(const Solid& solid, const Vec3d& begin, const Vec3d& to, const To
              .entry = begin};
   // What distances between nodes put into the solid goes on from its surface.
   Vec3d from = begin;
-  if (const SolidDistance at = solid.At(from);
-      at.distance < 0 && !Project(solid, radius, at.thinNormal, from, contact.normal))
-    return true;
+  if (const SolidDistance at = solid.At(from); at.distance < 0) {
+    contact.buried = -at.distance / solid.CellSize();
+    if (!Project(solid, radius, at.thinNormal, from, contact.normal)) return true;
+  }
 
   const Entry entry = FindEntry(solid, from, to, radius);
   if (!entry.isFound && static_cast<f32>(end.distance - radius) >= 0.0f) {

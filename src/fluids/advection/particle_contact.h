@@ -35,7 +35,8 @@ struct ParticleContact {
   Vec3d entry{};     ///< where the leg met it
   double share = 0;  ///< of the leg, up to there; without `isExact` a lower bound where it slides
   bool slides = false;
-  Vec3d motion{};  ///< of the surface there, per step
+  Vec3d motion{};     ///< of the surface there, per step
+  double buried = 0;  ///< cells: how deep in the solid the leg begins
 };
 
 /// Trilinear samples of a distance change by at most one on each axis.

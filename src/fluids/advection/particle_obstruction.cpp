@@ -8,10 +8,26 @@ namespace {
 
 // Of a substep: what is still on its way then has got stuck.
 constexpr i32 kMostHits = 6;
+// Cells: what begins deeper in a solid that moves hasn't got there by distances between nodes.
+constexpr double kBuried = 0.25;
+// Of the angle between two surfaces: in a flatter wedge nothing is pushed ahead.
+constexpr double kLeastSine = 0.1;
 
 /// What is left of a way along a surface, which moves on for `share` of the step.
 Vec3d Slid(const ParticleContact& contact, const Vec3d& way, double share) {
   return way - contact.normal * std::min(Dot(contact.normal, way - contact.motion * share), 0.0);
+}
+
+bool IsOfMover(const ParticleContact& contact) { return contact.motion != Vec3d{}; }
+
+/// Where a place on the surface of `contact` comes to lie before that of `held` too: the nearest
+/// such place along the first one. Between surfaces that nearly face each other there is none:
+/// `contact.position`.
+Vec3d ToCrease(const ParticleContact& contact, const ParticleContact& held) {
+  const double gap = Dot(held.normal, held.position - contact.position);
+  const double cosine = Dot(held.normal, contact.normal), sine2 = 1 - cosine * cosine;
+  if (gap <= 0 || sine2 < kLeastSine * kLeastSine) return contact.position;
+  return contact.position + (held.normal - contact.normal * cosine) * (gap / sine2);
 }
 
 }  // namespace
@@ -27,22 +43,52 @@ ParticleObstruction::ParticleObstruction(const ParticleMotion& motion, ParticleC
   if (!motion.operators.empty()) mFired.reserve(kMostHits);
 }
 
-i32 ParticleObstruction::Meet(const ParticleState& s, const Leg& leg, i32 excluded,
+i32 ParticleObstruction::Meet(const ParticleState& s, const Leg& leg, i32 excluded, bool movers,
                               ParticleContact& contact) const {
   return mSolids.Meet(s.meetsFlow ? &s.flow->Solid() : nullptr, leg, AsksExactly(s), excluded,
-                      contact);
+                      movers, contact);
 }
 
-void ParticleObstruction::Stop(ParticleState& s, Leg leg, const Vec3d& a) {
+void ParticleObstruction::Stop(ParticleState& s, const Leg& leg, const Vec3d& a) {
+  const ParticleState before = s;
+  if (Solve(s, leg, a, true)) return;
+  s = before;
+  s.flags |= PF_COLLIDED;
+  Solve(s, leg, a, false);
+}
+
+/// Brings a place in the leg, to which something that moves pushed the particle, before what
+/// rests; false where more than one solid is against it.
+bool ParticleObstruction::Settle(const ParticleState& s, const Leg& leg, Vec3d& p) const {
+  Leg way = leg;
   ParticleContact contact;
-  i32 solid = Meet(s, leg, SolidsRound::kNone, contact);
-  if (solid == SolidsRound::kNone) return;
+  for (i32 pass = 0; pass < 2; ++pass) {
+    way.to = p;
+    if (Meet(s, way, SolidsRound::kNone, false, contact) == SolidsRound::kNone) return true;
+    if (IsSamePlace(contact.position, p)) return true;
+    p = contact.position;
+  }
+  way.to = p;
+  return Meet(s, way, SolidsRound::kNone, false, contact) == SolidsRound::kNone ||
+         Length(contact.position - p) <= mMotion.offset;
+}
+
+/// `Stop` with or without the solids that move; false where they leave no room.
+bool ParticleObstruction::Solve(ParticleState& s, Leg leg, const Vec3d& a, bool withMovers) {
+  ParticleContact contact, held;
+  i32 solid = Meet(s, leg, SolidsRound::kNone, withMovers, contact), holder = SolidsRound::kNone;
+  if (solid == SolidsRound::kNone) return true;
+  const Leg whole = leg;
+  bool isBuried = false, isHeld = false, isPushed = false;
   const bool flies = s.way != ParticleWay::Carried;
   ParticleFlight flight(s.way == ParticleWay::Verlet ? s.v / mDt : s.v, a, mDt);
-  const Vec3d start = leg.from;
   double flown = 0;  // of the leg
   for (i32 hits = 0; solid != SolidsRound::kNone; ++hits) {
     s.flags |= PF_COLLIDED;
+    isPushed |= IsOfMover(contact);
+    isHeld |= !IsOfMover(contact);
+    isBuried |= IsOfMover(contact) && contact.buried > kBuried;
+    if (isBuried && isHeld) return false;
     const bool isThere = hits > 0 && contact.slides && IsSamePlace(contact.position, leg.to);
     const double met = contact.share, time = leg.begin + met * (leg.end - leg.begin);
     // The flight counts in what is left of it.
@@ -51,13 +97,16 @@ void ParticleObstruction::Stop(ParticleState& s, Leg leg, const Vec3d& a) {
     if (flies) flight.Meet(contact, mMotion.restitution, contact.motion / mMotion.step);
     if (hits == kMostHits) {
       // What is wedged stays where it was, unless something moves over it.
-      leg.to = contact.motion != Vec3d{} ? contact.position : start;
+      leg.to = isPushed ? contact.position : whole.from;
       break;
     }
     flown = std::max(met, flown);
     // Where it is on the surface already only other solids count.
     if (contact.slides && !isThere) {
-      leg.to = contact.position;
+      const bool isCrease = isPushed && holder != SolidsRound::kNone && holder != solid;
+      leg.to = isCrease ? ToCrease(contact, held) : contact.position;
+      held = contact;
+      holder = solid;
       if (AsksExactly(s)) {
         leg.from = contact.entry;
         leg.begin = time;
@@ -69,12 +118,15 @@ void ParticleObstruction::Stop(ParticleState& s, Leg leg, const Vec3d& a) {
           flies ? flight.Way() : Slid(contact, leg.to - contact.entry, leg.end - time);
       leg = {.from = contact.entry, .to = contact.entry + rest, .begin = time, .end = leg.end};
       flown = 0;
-      solid = SolidsRound::kNone;
+      solid = holder = SolidsRound::kNone;
     }
-    solid = Meet(s, leg, solid, contact);
+    solid = Meet(s, leg, solid, withMovers, contact);
   }
+  // What is pushed out of a mover in which it began may have gone on behind what rests.
+  if (isPushed && !Settle(s, whole, leg.to)) return false;
   s.p = leg.to;
   if (flies) SetVelocity(s, flight);
+  return true;
 }
 
 bool ParticleObstruction::FiresOperators(i32 solid) {

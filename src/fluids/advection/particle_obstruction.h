@@ -23,15 +23,19 @@ class ParticleObstruction {
     return s.meetsFlow ? !mSolids.IsClear(s.flow->Solid(), leg) : !mMotion.volumes.empty();
   }
   /// Brings a particle, which is at the end of the leg of a substep with the acceleration `a`, to
-  /// where it comes with the solids in its way.
-  void Stop(ParticleState& s, Leg leg, const Vec3d& a);
+  /// where it comes with the solids in its way. Between a solid that moves and others it goes along
+  /// the crease; where that leaves it no room the others hold it, and what moves passes over it.
+  void Stop(ParticleState& s, const Leg& leg, const Vec3d& a);
 
  private:
   /// Whether the place of a contact counts even where the particle slides on.
   bool AsksExactly(const ParticleState& s) const {
     return s.way != ParticleWay::Carried && (mMotion.restitution > 0 || !mMotion.operators.empty());
   }
-  i32 Meet(const ParticleState& s, const Leg& leg, i32 excluded, ParticleContact& contact) const;
+  i32 Meet(const ParticleState& s, const Leg& leg, i32 excluded, bool movers,
+           ParticleContact& contact) const;
+  bool Solve(ParticleState& s, Leg leg, const Vec3d& a, bool withMovers);
+  bool Settle(const ParticleState& s, const Leg& leg, Vec3d& p) const;
   bool FiresOperators(i32 solid);
   void React(ParticleState& s, const ParticleContact& contact, ParticleFlight& flight) const;
   void SetVelocity(ParticleState& s, const ParticleFlight& flight) const;

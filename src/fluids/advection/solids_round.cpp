@@ -3,11 +3,12 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 void SolidsRound::MeetVolumes(const std::vector<VolumeSolid>& volumes, const Leg& leg,
-                              const Touch& touch, i32 excluded, i32& solid,
+                              const Touch& touch, i32 excluded, bool movers, i32& solid,
                               ParticleContact& first) {
   ParticleContact contact;
   for (i32 i = 0; i < static_cast<i32>(volumes.size()); ++i) {
-    if (kFirstVolume + i == excluded || !volumes[i].Meet(leg, touch, contact)) continue;
+    const bool isExcluded = kFirstVolume + i == excluded || (!movers && volumes[i].Moves());
+    if (isExcluded || !volumes[i].Meet(leg, touch, contact)) continue;
     if (solid != kNone && contact.share >= first.share) continue;
     solid = kFirstVolume + i;
     first = contact;
@@ -15,18 +16,20 @@ void SolidsRound::MeetVolumes(const std::vector<VolumeSolid>& volumes, const Leg
 }
 
 i32 SolidsRound::Meet(const FlowSolid* flow, const Leg& leg, bool isExact, i32 excluded,
-                      ParticleContact& first) const {
+                      bool movers, ParticleContact& first) const {
   i32 solid = kNone;
   if (!flow || flow->IsEmpty()) {
-    MeetVolumes(mVolumes, leg, {static_cast<f32>(mOffset), isExact}, excluded, solid, first);
+    MeetVolumes(mVolumes, leg, {static_cast<f32>(mOffset), isExact}, excluded, movers, solid,
+                first);
     return solid;
   }
   const Touch touch{static_cast<f32>(mOffset * flow->CellSize()), isExact};
   if (flow->MeetWall(leg, touch, first)) solid = kWall;
   if (mVolumesInFlows) {
-    MeetVolumes(mVolumes, leg, {static_cast<f32>(mOffset), isExact}, excluded, solid, first);
+    MeetVolumes(mVolumes, leg, {static_cast<f32>(mOffset), isExact}, excluded, movers, solid,
+                first);
   } else if (flow->AsksObstacles(leg)) {
-    MeetVolumes(flow->Obstacles(), leg, touch, excluded, solid, first);
+    MeetVolumes(flow->Obstacles(), leg, touch, excluded, movers, solid, first);
   } else if (ParticleContact contact; excluded < kLevelSet &&
                                       flow->MeetLevelSet(leg, touch, contact) &&
                                       (solid == kNone || contact.share < first.share)) {

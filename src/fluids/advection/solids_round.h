@@ -23,13 +23,15 @@ class SolidsRound {
     return !mVolumesInFlows && flow.IsClear(leg, mOffset);
   }
   /// The first solid that a leg meets, but for `excluded`, or `kNone`; `flow` is what is solid
-  /// about the flow round the particle, or null.
-  i32 Meet(const FlowSolid* flow, const Leg& leg, bool isExact, i32 excluded,
+  /// about the flow round the particle, or null. Without `movers` what moves in the step doesn't
+  /// count.
+  i32 Meet(const FlowSolid* flow, const Leg& leg, bool isExact, i32 excluded, bool movers,
            ParticleContact& first) const;
 
  private:
   static void MeetVolumes(const std::vector<VolumeSolid>& volumes, const Leg& leg,
-                          const Touch& touch, i32 excluded, i32& solid, ParticleContact& first);
+                          const Touch& touch, i32 excluded, bool movers, i32& solid,
+                          ParticleContact& first);
 
   const std::vector<VolumeSolid>& mVolumes;
   double mOffset;

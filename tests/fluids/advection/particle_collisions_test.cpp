@@ -23,24 +23,19 @@ constexpr double kCellSize = 0.05;
 struct Sweep {
   host::Document document;
   host::PolygonObject* object;
-  host::BaseNode *groupNode, *moverNode;
+  host::BaseNode *serverNode, *groupNode, *moverNode;
   std::unique_ptr<SulvaScene> scene;
   RandomStream random;
 
   Sweep(host::Geometry geometry, bool inRoom, i32 extraSubsteps) {
     random.Seed(3);
     host::BaseNode& server = Make("server", nullptr);
+    serverNode = &server;
     server.Set(1002, kCellSize);
     server.Set(1003, 1);
     server.Set(1005, extraSubsteps);
     server.Set(1012, Vec3d{});
-    object = &document.Create<host::PolygonObject>(host::kMeshObject, "object", nullptr);
-    object->SetGeometry(std::move(geometry));
-    host::BaseNode& mesh = Make("mesh", &server);
-    mesh.Set(1000, host::Link{object->Id()});
-    host::BaseNode& volume = Make("volume", &server);
-    volume.Set(1003, host::Link{mesh.Id()});
-    AddObstacleTag(volume);
+    object = &MakeObstacle(std::move(geometry));
     groupNode = &Make("particlegroup", &server);
     moverNode = &Make("particle_advection", &server);
     moverNode->Set(ParticleAdvection::kGroupRow, host::Link{groupNode->Id()});
@@ -57,6 +52,16 @@ struct Sweep {
   }
   host::BaseNode& Make(const char* kind, host::BaseNode* parent) {
     return CreateNode(document, *FindKind(kind), "", parent);
+  }
+  host::PolygonObject& MakeObstacle(host::Geometry geometry) {
+    auto& shape = document.Create<host::PolygonObject>(host::kMeshObject, "object", nullptr);
+    shape.SetGeometry(std::move(geometry));
+    host::BaseNode& mesh = Make("mesh", serverNode);
+    mesh.Set(1000, host::Link{shape.Id()});
+    host::BaseNode& volume = Make("volume", serverNode);
+    volume.Set(1003, host::Link{mesh.Id()});
+    AddObstacleTag(volume);
+    return shape;
   }
   ParticleStore& Store() const {
     return dynamic_cast<ParticleGroup*>(scene->FindObject(groupNode, kListAll))->Store(kPassive);
@@ -120,6 +125,42 @@ TEST(MovingSolids, LeaveNoRestingParticleBehind) {
         ASSERT_GT(sweep.Store().Positions()[i].x, x * 0.01 - 1e-9) << i;
         ASSERT_LT(sweep.Store().Positions()[i].x, (x + kStep + 9) * 0.01) << i;
         ASSERT_NEAR(sweep.Store().Velocities()[i].x, kStep * 0.25, 1e-6) << i;
+      }
+    }
+}
+
+TEST(MovingSolids, PressNothingIntoTheFloor) {
+  const Threads one(1);
+  host::ShapeArguments round, block, ground;
+  round.radius = 30;  // its flank hangs over: the centre is at 20
+  block.size = {20, 40, 60};
+  struct Case {
+    const char* name;
+    host::Geometry mover;
+    double thickness, front;
+  };
+  for (const Case& each :
+       {Case{"ball", host::MakeSphere(round), 4, 20}, Case{"ball", host::MakeSphere(round), 20, 20},
+        Case{"block", host::MakeBox(block), 4, 10}})
+    for (const i32 extra : {0, 1}) {
+      SCOPED_TRACE(std::string(each.name) + " on " + std::to_string(each.thickness) + ", " +
+                   std::to_string(extra));
+      Sweep sweep(each.mover, false, extra);
+      sweep.serverNode->Set(1012, Vec3d{0, -9.81, 0});
+      ground.size = {200, each.thickness, 120};
+      sweep.MakeObstacle(host::MakeBox(ground))
+          .SetPlacement({0, each.thickness * -0.5, 0}, {}, {1, 1, 1});
+      sweep.Frame(0, {-40, 20, 0});
+      sweep.Add({0, 0.02, 0});
+      for (i32 i = 0; i < 40; ++i)
+        sweep.Add({sweep.Between(-0.05, 0.1), 0.02, sweep.Between(-0.25, 0.25)});
+      for (i32 frame = 1; frame <= 36; ++frame) {
+        const double x = -40 + 1.5 * frame;
+        sweep.Frame(frame, {x, 20, 0});
+        for (i32 i = 0; i < 41; ++i)
+          ASSERT_GT(sweep.Store().Positions()[i].y, 0) << i << " in " << frame;
+        // In the middle it has nowhere to go but ahead.
+        ASSERT_GT(sweep.Store().Positions()[0].x, (x + each.front) * 0.01) << frame;
       }
     }
 }
