@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 
 #include "fluids/emission/emission_rate.h"
 #include "fluids/emission/object_particle_grid_emitter.h"
@@ -30,8 +31,12 @@ class ParticleEmitterHints : public HintBase {
     Collect(server);
     for (const BaseNode* node : mNodes) {
       if (!MayWork(*node)) continue;
-      if (IsA<OnMesh>(*node) || IsA<ObjectParticleGridEmitter>(*node)) LookAtAmount(*node);
+      const bool fillsVolume = IsA<ObjectParticleGridEmitter>(*node);
+      if (!IsA<OnMesh>(*node) && !fillsVolume) continue;
+      LookAtAmount(*node);
+      LookAtProperties(*node);
       if (IsA<OnMesh>(*node)) LookAtSurface(*node);
+      if (fillsVolume) LookAtInside(*node);
     }
   }
 
@@ -62,6 +67,44 @@ class ParticleEmitterHints : public HintBase {
            fmt::format("'{}' is {}: {} makes no particles", NameOf(holder, row), Whole(holder, row),
                        Named(emitter)),
            row);
+  }
+
+  static bool IsProperty(const BaseNode& node) {
+    return IsA<Property<bool>>(node) || IsA<Property<double>>(node) || IsA<Property<Vec3d>>(node);
+  }
+  /// Of two values for one property the particles get the one that is listed later.
+  void LookAtProperties(const BaseNode& emitter) {
+    for (const ParameterRow& row : *emitter.Table()) {
+      const auto* list = Get<InExcludeData>(emitter, row.id);
+      if (!list) continue;
+      std::map<i32, const BaseNode*> given;
+      for (const auto& entry : list->entries) {
+        const BaseNode* node = mScene.document->Find(entry.node);
+        if (!node || !node->IsEnabled() || !IsProperty(*node)) continue;
+        const i32 property = Whole(*node, iProperty::kPropertyRow);
+        // Those of a user's own are told apart by their nodes.
+        if (property >= property_id::kFirstUser) continue;
+        const BaseNode*& before = given[property];
+        if (before && before != node)
+          Warn(emitter,
+               fmt::format(
+                   "{} has no effect: {}, which comes later in '{}', gives the same property",
+                   Named(*before), Named(*node), NameOf(emitter, row.id)),
+               row.id);
+        before = node;
+      }
+    }
+  }
+
+  /// Particles that are born within what is solid.
+  void LookAtInside(const BaseNode& emitter) {
+    const BaseNode* volume = Linked(emitter, ObjectParticleGridEmitter::kVolumeRow);
+    if (volume && volume->Tag(kObstacleTag))
+      Warn(emitter,
+           fmt::format("{}, which it fills, is an obstacle, and its particles are born in it; emit "
+                       "from a shape without an obstacle tag, or from its surface",
+                       Named(*volume)),
+           ObjectParticleGridEmitter::kVolumeRow);
   }
 
   /// What an emitter asks of a surface that has none of it.

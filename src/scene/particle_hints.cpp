@@ -101,6 +101,7 @@ class ParticleHints : public ShapeBoxes {
     for (const auto& [kind, movers] : moved) TellMovers(group, kind, movers, filled, mayBeFilled);
     if (mayBeFilled) return;
     for (const BaseNode* user : users) TellUser(group, *user, filled);
+    TellExports(group, filled);
     for (const auto& [kind, emitters] : filled) {
       if (!moved.contains(kind))
         Warn(group, fmt::format("nothing moves {}the {} particles that {} makes; add a {} for them",
@@ -129,6 +130,26 @@ class ParticleHints : public ShapeBoxes {
     else
       TellMissing(group, user, "takes", ParticleToGridEmitter::kParticleTypeRow,
                   Whole(user, ParticleToGridEmitter::kParticleTypeRow), filled);
+  }
+
+  /// Files of points of kinds that nothing makes.
+  void TellExports(const BaseNode& group, const ByKind& filled) {
+    for (const auto& [kind, emitters] : filled)
+      for (const BaseNode* emitter : emitters)
+        if (IsKeyed(*emitter, ParticleEmitter::kKindRow)) return;
+    for (const ExportSpec& spec : mScene.exports) {
+      const bool isOfGroup = spec.format == "points" && !spec.particles.empty() &&
+                             spec.particles.front() == group.Id();
+      if (!isOfGroup || spec.kinds == 0 || filled.empty() ||
+          std::any_of(filled.begin(), filled.end(),
+                      [&](const auto& made) { return spec.kinds >> made.first & 1; }))
+        continue;
+      const auto& [made, emitters] = *filled.begin();
+      Warn(group,
+           fmt::format("the files '{}' of its points stay empty: none is of their 'kinds', and "
+                       "{} makes {} ones",
+                       Shown(spec.file), Named(*emitters.front()), NameOfKind(made)));
+    }
   }
 
   /// Whoever works on particles of a kind that nothing makes.
@@ -244,9 +265,17 @@ class ParticleHints : public ShapeBoxes {
       return WarnOfSleep(advection, fmt::format("it never works: {}", Move::kOffReason),
                          Move::kMotionRow);
     if (motion == Move::kGridThenBallistic) LookAtOpenSides(advection);
-    if (motion != Move::kGrid || IsKeyed(advection, Move::kSolverListRow) ||
-        !SolversOf(advection).empty())
+    if (IsKeyed(advection, Move::kSolverListRow) || !SolversOf(advection).empty()) return;
+    if (motion != Move::kGrid) {
+      if (!StaysAtMost(advection, Move::kDragRow, 0))
+        Note(advection,
+             fmt::format("'{}' has no effect: {}", NameOf(advection, Move::kDragRow),
+                         mSolvers.empty()
+                             ? "there is no solver that is switched on, whose flow would drag"
+                             : "by 'solvers' and 'solver_list' no flow is left that would drag"),
+             Move::kDragRow);
       return;
+    }
     WarnOfSleep(advection, mSolvers.empty() ? Move::kNoFlowReason : Move::kNoFlowLeftReason,
                 mSolvers.empty() ? i32{Move::kMotionRow} : i32{Move::kSolversRow});
   }
