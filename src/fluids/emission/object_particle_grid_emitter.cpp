@@ -47,9 +47,11 @@ const ParameterTable& ObjectParticleGridEmitter::Parameters() {
            .AcceptsAny({kListGeometry, kCategoryVolume})
            .To(&ObjectParticleGridEmitter::mVolume)
            .Required(),
-       AbsentLinksRow(1006, "solvers", "the liquids in which it fills; no solver here is one")
+       AbsentLinksRow(kSolversRow, "solvers",
+                      "the liquids in whose cells alone it fills; without the list, those that the "
+                      "particles belong to; a gas limits nothing")
            .AcceptsAny(kSolvers)
-           .Kept(),
+           .To(&ObjectParticleGridEmitter::mNamedSolvers),
        BoolRow(1007, "per_sample", true,
                "constraints are asked at every particle; switched off, once for a cell")
            .To(&ObjectParticleGridEmitter::mPerSample),
@@ -152,6 +154,22 @@ double ObjectParticleGridEmitter::CountWanted() const {
   return count;
 }
 
+void ObjectParticleGridEmitter::FindLiquids() {
+  mLiquids.clear();
+  std::vector<iFluidSolver*> solvers = mNamedSolvers;
+  if (solvers.empty())
+    for (const auto& [id, object] : mScene->List(kListSolvers))
+      solvers.push_back(dynamic_cast<iFluidSolver*>(object.get()));
+  for (const iFluidSolver* solver : solvers) {
+    if (!solver || !solver->Has(FLAG_ENABLED)) continue;
+    const std::vector<ParticleGroup*>* groups = solver->LiquidGroups();
+    if (!groups || groups->empty()) continue;
+    const bool isOurs =
+        mKind == kLiquid && std::find(groups->begin(), groups->end(), mGroup) != groups->end();
+    if (isOurs || !mNamedSolvers.empty()) mLiquids.push_back(&solver->GetFlow());
+  }
+}
+
 void ObjectParticleGridEmitter::Prepare() {
   mMembers.clear();
   if (!PrepareEmission()) return;
@@ -173,6 +191,7 @@ void ObjectParticleGridEmitter::Prepare() {
   mGroup->BuildTree(mKind, mScene->mThreadCount);
   mColour = SamplerOf(mColourImage);
   mConstraints.Prepare(this);
+  FindLiquids();
   SetFlag(FLAG_ACTIVE, true);
 }
 
@@ -202,7 +221,7 @@ class ObjectParticleGridEmitter::Filler {
     if (static_cast<f32>(phi - (mCell + mLimits.high)) >= 0) return;
     const Lattice& lattice = phi >= mEmitter.mBand ? mOuter : mInner;
     double budget = lattice.Count() - CountInside(half);
-    if (budget < 1) return;
+    if (budget < 1 || !mEmitter.IsInReach(mCentre)) return;
     if (!mEmitter.mPerSample && !mEmitter.IsAllowed(mCentre, mEmitter.mWeight, mShare)) return;
     // Those that may be in the way of new ones are looked for where there is room for any.
     mNear.clear();
@@ -263,7 +282,7 @@ class ObjectParticleGridEmitter::Filler {
     Vec3d p = mCorner + (place + Vec3d{0.5, 0.5, 0.5}) * lattice.step;
     for (const i32 axis : {2, 1, 0}) p[axis] += (2 * random.NextUnit() - 1) * mJitter;
     if (!IsMine(p) || Holds(mBefore, p)) return 1;
-    if (!IsFree(lattice, p)) return 0;
+    if (!IsFree(lattice, p) || !mEmitter.IsInReach(p)) return 0;
     if (mEmitter.mPerSample && !mEmitter.IsAllowed(p, mEmitter.mWeight, mShare)) return 0;
     if (mColour && mEmitter.mColour)
       *mColour = mEmitter.mColour->AtPlace(mCentre * mEmitter.GetDomain().simToWorld);
@@ -302,6 +321,7 @@ void ObjectParticleGridEmitter::Evaluate(const EvaluationThreadData& data) {
 void ObjectParticleGridEmitter::Finish() {
   ParticleEmitter::Finish();
   mMembers.clear();
+  mLiquids.clear();
   mColour.reset();
 }
 

@@ -1,6 +1,9 @@
 // Particles that fill a volume.
 #pragma once
+#include <algorithm>
+
 #include "fluids/emission/particle_emitter.h"
+#include "fluids/flow/ifluid_solver.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -8,12 +11,15 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// particles have gone: a cell gets as many as are missing from its lattice, at places that are
 /// free. Distances of the limits are shares of the volume's greatest depth M, outwards positive:
 /// the volume reaches from -inner M to outer M.
+///
+/// Liquids limit it: nothing is made outside of the cells of those that it names, or where it names
+/// none, of those that its particles belong to.
 class ObjectParticleGridEmitter : public ParticleEmitter {
  public:
   ObjectParticleGridEmitter(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kVolumeRow = 1005;
+  static constexpr i32 kVolumeRow = 1005, kSolversRow = 1006;
   bool ReadParameters() override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
@@ -44,9 +50,17 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   bool IsDue() const;
   Limits LimitsIn(const VolumeBase& volume) const;
   Lattice LatticeOf(i32 subdivision, double cell) const;
+  /// Collects the liquids that limit it.
+  void FindLiquids();
+  bool IsInReach(const Vec3d& p) const {
+    return mLiquids.empty() ||
+           std::any_of(mLiquids.begin(), mLiquids.end(),
+                       [&](const Flow* liquid) { return liquid->ContainsPoint(p); });
+  }
   /// As many as a volume that is empty takes, and some more along its limits.
   double CountWanted() const;
 
+  std::vector<iFluidSolver*> mNamedSolvers;
   bool mPerSample = true;
   double mInnerLimit = 1, mOuterLimit = 0;
   double mBandCells = 0, mBand = 0;
@@ -55,6 +69,7 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
 
   // Of one step.
   std::vector<VolumeBase*> mMembers;  ///< of the volume, those with a grid
+  std::vector<const Flow*> mLiquids;  ///< outside of which nothing is made, unless there are none
   std::optional<host::ImageObject::Sampler> mColour;
 };
 

@@ -43,6 +43,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   double MemoryPerCell() const override { return (6 + 6 + 4 + 13 + 9 + 3) * sizeof(double); }
   Grid_Incompressibility& Projection() override { return mFreeSurface; }
   bool SolvePressure() override;
+  const std::vector<ParticleGroup*>* LiquidGroups() const override { return &groups; }
 
  protected:
   bool HasSurroundings() const override { return false; }
