@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -177,6 +178,36 @@ void TellFindings(const Reachability& reach, const ScenePlaces& places, Diagnost
   }
 }
 
+/// Two nodes that change one thing with nothing to say which goes first, and the stages in which
+/// they do.
+struct OrderConflict {
+  MELDO_SULVA::OrderTie tie;
+  std::size_t stages = 1;
+
+  std::string Stages() const {
+    std::string text =
+        fmt::format("stage {} ({})", tie.stage, MELDO_SULVA::kPipeline[tie.stage].name);
+    if (stages > 1)
+      text += fmt::format(" and {} later {}", stages - 1, stages == 2 ? "one" : "ones");
+    return text;
+  }
+};
+
+std::vector<OrderConflict> ConflictsOf(const std::vector<MELDO_SULVA::OrderTie>& ties) {
+  std::vector<OrderConflict> conflicts;
+  for (const MELDO_SULVA::OrderTie& tie : ties) {
+    const auto same = std::find_if(conflicts.begin(), conflicts.end(), [&](const auto& known) {
+      return known.tie.first == tie.first && known.tie.second == tie.second &&
+             known.tie.target == tie.target;
+    });
+    if (same == conflicts.end())
+      conflicts.push_back({tie});
+    else
+      ++same->stages;
+  }
+  return conflicts;
+}
+
 /// Warns where only the file says what goes first, and notes where names do. Nodes that wait for
 /// each other are an error.
 void TellOrder(const std::vector<BaseNode*>& servers, const ScenePlaces& places,
@@ -185,13 +216,14 @@ void TellOrder(const std::vector<BaseNode*>& servers, const ScenePlaces& places,
     if (!server->IsEnabled()) continue;
     try {
       const auto scene = MELDO_SULVA::CreateScene(*server);
-      for (const MELDO_SULVA::OrderTie& tie : scene->LookAtOrder()) {
+      for (const OrderConflict& conflict : ConflictsOf(scene->LookAtOrder())) {
+        const MELDO_SULVA::OrderTie& tie = conflict.tie;
         const bool isByName = tie.first->Commutes();
         std::string text = fmt::format(
-            "{}: it and {} both change '{}' in stage {} ({}), and only {} that it goes second; "
+            "{}: it and {} both change '{}' in {}, and only {} that it goes second; "
             "give one of them a priority",
             KindAndName(*tie.second->Node()), KindAndName(*tie.first->Node()),
-            Shown(tie.target->mName), tie.stage, MELDO_SULVA::kPipeline[tie.stage].name,
+            Shown(tie.target->mName), conflict.Stages(),
             isByName ? "their names say" : "the order of the file says");
         SourceLocation where = places.Of(*tie.second->Node(), "priority", -1);
         if (isByName)
