@@ -35,6 +35,7 @@ struct SolverRecord {
   double divergenceMax = 0;  ///< 1/s
   std::vector<MELDO_SULVA::ProjectionReport> pressure;  ///< of this frame's substeps, in order
   std::optional<MELDO_SULVA::VolumeLedger> volume;      ///< of this frame; none from a cache
+  std::optional<double> liquid;                         ///< its volume, cubed simulation units
 };
 
 /// The particles of a group at the end of a frame, of all kinds together but for the counts. A

@@ -131,6 +131,20 @@ FaceSums MeasureLayer(const EGrid<double>& velocity, const EGrid<float>* open,
   return sums;
 }
 
+/// The open shares of the cells in which a flow is liquid, in cells.
+double LiquidCells(const Flow& flow, i32 threads) {
+  const EGrid<double>& surface = *flow.mSurface;
+  const EGrid<float>* open =
+      flow.mFractions.HasField(0, 0) ? flow.mFractions.GetRead(0, 0) : nullptr;
+  if (open && (!open->mData || open->Dims() != surface.Dims())) open = nullptr;
+  return SumBlocks(surface.mNz, 1, threads, [&](i64 first, i64 last) {
+    double sum = 0;
+    for (i64 i = first * surface.mSlice; i < last * surface.mSlice; ++i)
+      if (surface.mData[i] < 0) sum += open ? double{open->mData[i]} : 1.0;
+    return sum;
+  });
+}
+
 std::optional<FieldLedger> TakeLedger(iBase& channel) {
   auto* scalar = dynamic_cast<ScalarField*>(&channel);
   if (!scalar) return {};
@@ -195,8 +209,9 @@ SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
       return record;
     }
   }
-  const double h = layout->cellSize;
-  record.kineticEnergy = 0.5 * solver.density * sum * h * h * h;
+  const double h = layout->cellSize, cell = h * h * h;
+  record.kineticEnergy = 0.5 * solver.density * sum * cell;
+  if (flow.mSurface && flow.mSurface->mData) record.liquid = LiquidCells(flow, threads) * cell;
   return record;
 }
 

@@ -87,6 +87,7 @@ void FormatSolver(JsonLine& json, const SolverRecord& solver) {
   }
   json.Close(']');
   if (solver.volume) FormatVolume(json, *solver.volume);
+  if (solver.liquid) json.Key("liquid_volume").Number(*solver.liquid);
   json.Close('}');
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "fluids/fields/channel.h"
+#include "grids/for_each_cell.h"
 #include "nodes/catalogue.h"
 
 using namespace MELDO_GLOBAL;
@@ -57,6 +58,21 @@ TEST(Measure, UniformFlowHasTheEnergyOfTheInnerCells) {
   const SolverRecord rest = MeasureSolver(*m.solver, 2);
   EXPECT_EQ(rest.maxSpeed, 0);
   EXPECT_EQ(rest.kineticEnergy, 0);
+}
+
+TEST(Measure, LiquidHasTheVolumeOfItsCells) {
+  MeasuredScene m({9, 7, 12}, 0.1f);
+  EXPECT_FALSE(MeasureSolver(*m.solver, 1).liquid);
+  EGrid<double> surface(m.layout, kCentre);
+  surface.Fill(0.05);
+  ForEachCell({{1, 1, 2}, {8, 4, 11}}, [&](i32 x, i32 y, i32 z) { surface(x, y, z) = -0.05; });
+  m.solver->mFlow.mSurface = &surface;
+  for (const i32 threads : {1, 3}) {
+    const SolverRecord record = MeasureSolver(*m.solver, threads);
+    ASSERT_TRUE(record.liquid);
+    EXPECT_NEAR(*record.liquid, 7 * 3 * 9 * std::pow(double{0.1f}, 3), 1e-12);
+  }
+  m.solver->mFlow.mSurface = nullptr;
 }
 
 TEST(Measure, BrokenVelocitiesAreSeenOnEveryFace) {
