@@ -1,5 +1,6 @@
 #include "fluids/advection/flow_solid.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "fluids/advection/meet_solid.h"
@@ -40,6 +41,12 @@ Vec3d FlowSolid::NormalAt(const Vec3d& p, const SolidDistance& at) const {
 bool FlowSolid::AsksObstacles(const Leg& leg) const {
   return std::any_of(mSpecial.begin(), mSpecial.end(),
                      [&](i32 index) { return mObstacles[index].MayMeet(leg); });
+}
+
+bool FlowSolid::IsFarFromOthers(const Leg& leg) const {
+  return std::all_of(mThin.begin(), mThin.end(),
+                     [&](i32 index) { return mObstacles[index].IsFarFrom(leg.to); }) &&
+         !AsksObstacles(leg);
 }
 
 bool FlowSolid::MeetWall(const Leg& leg, const Touch& touch, ParticleContact& contact) const {

@@ -13,14 +13,15 @@ class FlowSolid {
  public:
   explicit FlowSolid(const GridBoundary& boundary);
   bool IsEmpty() const { return !mBoundary->GetLevelSet() || !mBoundary->GetLevelSet()->mData; }
-  /// Whether the level set alone says that a leg meets nothing, neither wall nor obstacle; `offset`
+  /// Whether a look at its end says that a leg meets nothing, neither wall nor obstacle; `offset`
   /// is how many cells off surfaces it would stop.
   bool IsClear(const Leg& leg, double offset) const {
-    if (!mIsPlain) return false;
+    if (IsEmpty()) return false;
     const EGrid<double>& level = *mBoundary->GetLevelSet();
     const double clear = SampleLinear(level, level.mLayout.ToCells(leg.to));
     return clear - (offset + kSlack) * level.mLayout.cellSize >=
-           kSteepestSample * Length(leg.to - leg.from);
+               kSteepestSample * Length(leg.to - leg.from) &&
+           (mIsPlain || IsFarFromOthers(leg));
   }
   /// Finds the first wall that a leg passes.
   bool MeetWall(const Leg& leg, const Touch& touch, ParticleContact& contact) const;
@@ -37,6 +38,9 @@ class FlowSolid {
   const GridBoundary& Boundary() const { return *mBoundary; }
 
  private:
+  /// No obstacle counts for a leg that the level set doesn't show.
+  bool IsFarFromOthers(const Leg& leg) const;
+
   // Cells: what rounding may add to a distance.
   static constexpr double kSlack = 1e-6;
 

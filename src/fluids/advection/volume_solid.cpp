@@ -111,7 +111,7 @@ SolidDistance VolumeSolid::At(const Vec3d& p) const {
   // Beyond its box a volume is a cell away at least.
   if (!mVolume->IsInBounds(p)) return {cell};
   const double distance = mVolume->DistanceAtWorld(p);
-  if (!mSharp || distance > 2 * cell) return {distance};
+  if (!mSharp || IsBeyondThin(distance)) return {distance};
   const SharpSurface::Nearest nearest = mSharp->Find(p);
   if (nearest.triangle < 0) return {distance};
   return {nearest.distance, NormalOff(*mSharp, nearest, p), true};

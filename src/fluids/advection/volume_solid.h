@@ -31,11 +31,16 @@ class VolumeSolid {
   /// outside.
   bool Meet(const Leg& leg, const Touch& touch, ParticleContact& contact) const;
 
+  /// Whether a place is so far off it that its thin parts don't count there.
+  bool IsFarFrom(const Vec3d& p) const {
+    return !mVolume->IsInBounds(p) || IsBeyondThin(mVolume->DistanceAtWorld(p));
+  }
   SolidDistance At(const Vec3d& p) const;
   Vec3d NormalAt(const Vec3d& p, const SolidDistance& at) const;
   double CellSize() const { return mVolume->GetGrid()->mLayout.cellSize; }
 
  private:
+  bool IsBeyondThin(double distance) const { return distance > 2 * CellSize(); }
   void Sweep(const Mesh& mesh);
   bool MeetSwept(const Leg& leg, const Touch& touch, ParticleContact& contact) const;
   bool MeetAtRest(const Vec3d& from, const Vec3d& to, const Touch& touch,
