@@ -9,7 +9,6 @@
 #include "fluids/emission/object_particle_mesh_emitter.h"
 #include "fluids/emission/sphere_volume.h"
 #include "fluids/mesh/mesh_rig.h"
-#include "fluids/solvers/water_solver.h"
 #include "fluids/volume/multi_volume.h"
 #include "grids/grid_memory.h"
 #include "host/shapes.h"
@@ -507,35 +506,6 @@ TEST_F(FilledBall, FillsWhatTwoVolumesShareOnce) {
   group.MarkTreeStale(kPassive);
   Run();
   EXPECT_EQ(group.Count(kPassive), full);
-}
-
-TEST_F(FilledBall, KeepsToTheCellsOfLiquids) {
-  // A liquid whose box ends in the middle of the ball, and a gas beside it.
-  constexpr double kEnd = 1.0;
-  auto& liquid = s.Add<WaterSolver>("liquid", "liquid");
-  auto& gas = s.Add<FluidSolver>("gas", "gas");
-  TestScene::Set(liquid, WaterSolver::kBoxSizeRow, Vec3d{100 * kEnd, 200, 200});
-  TestScene::Links(liquid, WaterSolver::kGroupsRow, {&group});
-  const auto isCut = [&](i32 kind, std::initializer_list<const iBase*> named, bool isPlaced) {
-    group.Reset();
-    TestScene::Set(emitter, ParticleEmitter::kKindRow, kind);
-    TestScene::Links(emitter, ObjectParticleGridEmitter::kSolversRow, named);
-    s.SetUp();
-    s.scene->SetStage(kCalculateBounds);
-    if (isPlaced) liquid.ApplyBounds({0, 0, 0}, {2, 2, 2});
-    TestScene::Run(emitter);
-    bool isBefore = true;
-    for (const Vec3d& p : group.Store(kind).Positions()) isBefore = isBefore && p.x < kEnd;
-    return isBefore;
-  };
-  EXPECT_TRUE(isCut(kLiquid, {}, false));
-  EXPECT_EQ(group.Count(kLiquid), 0) << "it waits for the cells of the liquid";
-  EXPECT_TRUE(isCut(kLiquid, {}, true));
-  const double half = 0.5 * 8 * 4.0 / 3 * 3.14159265 * std::pow(kRadius / 0.1, 3);
-  EXPECT_NEAR(group.Count(kLiquid) / half, 1, 0.05);
-  EXPECT_FALSE(isCut(kPassive, {}, true)) << "dust is no one's liquid";
-  EXPECT_TRUE(isCut(kPassive, {&liquid}, true));
-  EXPECT_FALSE(isCut(kLiquid, {&gas}, true)) << "a gas limits nothing";
 }
 
 TEST_F(FilledBall, AsksForRoomForWhatItsLimitsLeave) {
