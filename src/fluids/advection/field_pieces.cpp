@@ -123,14 +123,37 @@ void FieldPieces::FollowPaths(const i32* starts, i32 z) {
     }
 }
 
+/// Whether nothing closed lies between a cell and an open side within reach of it.
+bool FieldPieces::SeesOpenSide(const PieceBounds& bounds, const VecInt3D& cell) const {
+  for (i32 a = 0; a < 3; ++a)
+    for (const i32 step : {-1, 1}) {
+      if (!(bounds.openSides & (step < 0 ? kLowWall : kHighWall)[a])) continue;
+      const i32 outside = step < 0 ? 0 : mDims[a] - 1;
+      if (std::abs(outside - cell[a]) > bounds.reach[a] + 1) continue;
+      VecInt3D at = cell;
+      bool isFree = true;
+      while (isFree && at[a] != outside) {
+        VecInt3D face = at;
+        if (step > 0) ++face[a];
+        at[a] += step;
+        isFree = !(bounds.thin && bounds.thin->ClosesFace(a, face.x, face.y, face.z)) &&
+                 (at[a] == outside || !(bounds.walls && bounds.walls->IsClosed(at)));
+      }
+      if (isFree) return true;
+    }
+  return false;
+}
+
 /// Whether something may enter or leave a run otherwise than from the cells round it.
 bool FieldPieces::IsOpen(const PieceBounds& bounds, const Run& run, i32 y, i32 z) const {
-  const VecInt3D low{run.first, y, z}, high{run.last - 1, y, z};
-  for (int a = 0; a < 3; ++a) {
+  const auto isNear = [&](i32 a, i32 at) {
     const i32 near = bounds.reach[a] + 1;
-    if ((bounds.openSides & kLowWall[a]) && low[a] <= near) return true;
-    if ((bounds.openSides & kHighWall[a]) && high[a] >= mDims[a] - 1 - near) return true;
-  }
+    return ((bounds.openSides & kLowWall[a]) && at <= near) ||
+           ((bounds.openSides & kHighWall[a]) && at >= mDims[a] - 1 - near);
+  };
+  const bool isAllNear = isNear(1, y) || isNear(2, z);
+  for (i32 x = run.first; x < run.last; ++x)
+    if ((isAllNear || isNear(0, x)) && SeesOpenSide(bounds, {x, y, z})) return true;
   return std::any_of(bounds.stirred.begin(), bounds.stirred.end(), [&](const CellBox& box) {
     return y >= box.min.y && y < box.max.y && z >= box.min.z && z < box.max.z &&
            run.first < box.max.x && run.last > box.min.x;
@@ -147,7 +170,8 @@ void FieldPieces::NumberThem(const PieceBounds& bounds) {
           f(mLayers[z].runs[r], mLayers[z].offset + r, y, z);
   };
   forEachRun([&](const Run& run, i32 index, i32 y, i32 z) {
-    if (IsOpen(bounds, run, y, z)) numbers[RootOf(index)] = 0;
+    i32& number = numbers[RootOf(index)];
+    if (number < 0 && IsOpen(bounds, run, y, z)) number = 0;
   });
   // A cloud that is all there is shares its total with what is thin round it.
   i32 clouds = 0;

@@ -69,6 +69,7 @@ class FieldPieces {
     i32 first = 0, last = 0;
   };
   Place PlaceOf(i32 cell) const;
+  bool SeesOpenSide(const PieceBounds& bounds, const VecInt3D& cell) const;
   bool IsOpen(const PieceBounds& bounds, const Run& run, i32 y, i32 z) const;
   void NumberThem(const PieceBounds& bounds);
   i32 RootOf(i32 run);

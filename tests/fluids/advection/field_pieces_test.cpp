@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
 #include <vector>
 
 using namespace MELDO_GLOBAL;
@@ -85,4 +87,33 @@ TEST(FieldPieces, WhatCanLeaveOrIsStirredHasNoNumber) {
   c.bounds.stirred = {{{13, 5, 5}, {20, 9, 9}}};
   c.Find();
   EXPECT_EQ(c.pieces.Count(), 1);
+}
+
+// A wall between a cloud and an open side, however near, keeps the cloud in.
+TEST(FieldPieces, WhatAWallHidesFromAnOpenSideIsClosed) {
+  for (const bool hasWall : {false, true}) {
+    Clouds c;
+    c.Put(c.before, {{4, 3, 3}, {7, 6, 6}}, 1);
+    c.Put(c.before, {{12, 3, 3}, {14, 6, 6}}, 1);
+    GridLayout layout;
+    layout.Set(kBox, Vec3d{1, 1, 1}, 0.1f, {});
+    GridBoundary boundary;
+    boundary.mWalls = kWallsAll & ~kWallLowX;
+    boundary.mLevelSet = std::make_unique<EGrid<double>>(layout, kNode);
+    boundary.Build(1);
+    if (hasWall) {
+      EGrid<double>& level = *boundary.mLevelSet;
+      ForEachCell({{0, 0, 0}, level.Dims()}, [&](i32 x, i32 y, i32 z) {
+        level(x, y, z) = std::min(level(x, y, z), 0.1 * std::max(2 - x, x - 4));
+      });
+    }
+    ScalarWalls walls;
+    walls.Build(boundary, nullptr, {}, 1);
+    c.bounds.walls = &walls;
+    c.bounds.openSides = kWallLowX;
+    c.bounds.reach = {5, 5, 5};
+    c.Find();
+    EXPECT_EQ(c.At(5, 4, 4), hasWall ? 1 : 0);
+    EXPECT_GT(c.At(12, 4, 4), 0);
+  }
 }
