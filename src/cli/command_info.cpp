@@ -11,7 +11,9 @@
 #include "host/atomic_file.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
+#include "host/mesh_files.h"
 #include "io/export_origin.h"
+#include "io/mesh_table.h"
 #include "io/solver_info.h"
 #include "io/vdb_info.h"
 #include "run/checkpoint.h"
@@ -165,6 +167,29 @@ void PrintVolumes(const fs::path& path) {
   }
 }
 
+/// What a mesh file holds, in the file's own units.
+void PrintMesh(const fs::path& path) {
+  const host::Geometry geometry = host::LoadMesh(path);
+  MeshTable mesh;
+  mesh.points = geometry.points;
+  mesh.polygons = geometry.polygons;
+  const MeshMeasure measure = Measure(mesh);
+  std::string line = fmt::format("  {} points, {} polygons, area {:.6g}", mesh.points.size(),
+                                 mesh.polygons.size(), measure.area);
+  const i64 open = CountOpenEdges(mesh);
+  if (open == 0)
+    line += fmt::format(", closed, volume {:.6g}", measure.volume);
+  else
+    line += fmt::format(", {} edges open or doubled", open);
+  if (!mesh.points.empty()) {
+    Vec3d low = mesh.points.front(), high = low;
+    for (const Vec3d& p : mesh.points) low = Min(low, p), high = Max(high, p);
+    line += fmt::format(", from ({:.6g}, {:.6g}, {:.6g}) to ({:.6g}, {:.6g}, {:.6g})", low.x, low.y,
+                        low.z, high.x, high.y, high.z);
+  }
+  fmt::print("{}\n", line);
+}
+
 /// The elements of a PLY file and what each of them has: points as exports write them, or a mesh.
 void PrintPly(const fs::path& path) {
   constexpr std::size_t kLongestHeader = 1 << 16;
@@ -187,6 +212,11 @@ void PrintPly(const fs::path& path) {
   std::error_code failed;
   fmt::print("{}: a PLY file, {}{}\n", NameOf(path),
              FormatSize(static_cast<i64>(fs::file_size(path, failed))), text);
+  if (text.find(" face:") != std::string::npos) PrintMesh(path);
+}
+
+bool IsMeshFile(const std::string& extension) {
+  return extension == ".obj" || extension == ".stl" || extension == ".glb" || extension == ".gltf";
 }
 
 /// The sizes of a scene as they are behind its first frame.
@@ -237,6 +267,10 @@ int RunInfo(const fs::path& path) {
       PrintVolumes(path);
     } else if (bytes.starts_with("ply\n") || bytes.starts_with("ply\r")) {
       PrintPly(path);
+    } else if (IsMeshFile(extension)) {
+      fmt::print("{}: a mesh, {}\n", NameOf(path),
+                 FormatSize(static_cast<i64>(fs::file_size(path))));
+      PrintMesh(path);
     } else if (ident == "svcp" || extension == ".checkpoint") {
       PrintCheckpoint(path);
     } else if (ident == "zlsv" || extension == ".cache") {
@@ -244,9 +278,11 @@ int RunInfo(const fs::path& path) {
     } else if (extension == ".json" || (LooksLikeAScene(bytes) && extension != ".jsonl")) {
       return PrintScene(path);
     } else {
-      Fail(path.string() + ": it is no scene, cache, checkpoint, volume or PLY file");
+      Fail(path.string() + ": it is no scene, cache, checkpoint, volume, mesh or PLY file");
     }
   } catch (const host::FileError& error) {
+    Fail(error.what());
+  } catch (const host::MeshFileError& error) {
     Fail(error.what());
   }
   return kExitDone;

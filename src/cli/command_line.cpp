@@ -198,7 +198,7 @@ CLI::App* AddWhy(CLI::App& app, Options& o) {
 
 CLI::App* AddInfo(CLI::App& app, Options& o) {
   CLI::App* info =
-      app.add_subcommand("info", "Tells what a scene, cache, checkpoint, volume or PLY file holds");
+      app.add_subcommand("info", "Tells what a scene, cache, checkpoint, volume or mesh file holds");
   info->add_option("FILE", o.infoFile, "the file")->required();
   info->footer(
       "Of a scene it simulates the first frame and tells how many cells that takes.\n\n"

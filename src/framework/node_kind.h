@@ -65,10 +65,13 @@ struct NodeKind {
   KindExample example{};
   const host::ParameterTable& (*rows)() = nullptr;  ///< the class's own rows
   NodeMaker make{};
+  bool isPolygonObject =
+      false;  ///< its nodes are polygon objects of the document, for what it makes
 
   /// Whether its nodes work for those alone that name them: geometry, settings, time windows,
   /// properties of particles and the filters of pictures.
   bool OnlyServes() const {
+    if (isPolygonObject) return false;
     return list == kListGeometry || list == kListSettings || list == kListAuxiliary ||
            (categories & kCategoryProperty) || (list == 0 && categories != 0);
   }

@@ -70,7 +70,7 @@ inline constexpr std::array<StageRow, kStageCount> kPipeline = {{
     // Stages 19 to 23: once per frame.
     {19, "Start Visual Stage",                 "nodes that are moved here; no kind has it as its own"},
     {20, "Reconstruction",                     "nodes that are moved here; no kind has it as its own"},
-    {21, "Meshing",                            "nodes that are moved here; no kind has it as its own"},
+    {21, "Meshing",                            "level sets become polygons"},
     {22, "Visual Stage Post",                  "nodes that are moved here; no kind has it as its own"},
     {23, "Finish Visual Stage",                "links are dropped"},
     {24, "Update",                             "as stage 1, for a refresh of the same frame"},

@@ -8,6 +8,7 @@
 #include "fluids/volume/volume_base.h"
 #include "host/exit_codes.h"
 #include "host/polygon_object.h"
+#include "io/mesh_writer.h"
 #include "io/points_writer.h"
 #include "io/vdb_writer.h"
 #include "scene/command_files.h"
@@ -187,6 +188,7 @@ std::vector<WrittenFile> Exporter::Write(i32 frame, const Scenes& scenes) const 
   for (const ExportSpec& spec : mExports) {
     const std::string bytes = spec.format == "vdb"      ? EncodeVolumes(spec, frame, scenes)
                               : spec.format == "points" ? EncodePoints(spec, frame, scenes)
+                              : spec.format == "mesh"   ? EncodeMeshOf(spec, scenes)
                                                         : EncodePicture(spec, frame, scenes);
     const fs::path path = mFolder / host::FrameFileName(spec.file, frame);
     WriteFileAtomically(path, bytes);
@@ -213,6 +215,17 @@ std::string Exporter::EncodePoints(const ExportSpec& spec, i32 frame, const Scen
   if (suffix == ".ply") return EncodePointsPly(particles, spec.kinds);
   const Scene& scene = found.scene ? *found.scene : *scenes.front();
   return EncodePointsVdb(particles, spec.kinds, scene.mDomain.cellSize, OriginOf(frame, scenes));
+}
+
+std::string Exporter::EncodeMeshOf(const ExportSpec& spec, const Scenes& scenes) const {
+  const std::string suffix = fs::path(spec.file).extension().string();
+  const Found found = Find(scenes, spec.mesh);
+  if (const auto* mesh = dynamic_cast<const Mesh*>(found.object))
+    return EncodeMesh(TableOf(mesh->mMesh), suffix);
+  const Scene& scene = found.scene ? *found.scene : *scenes.front();
+  const auto* object =
+      dynamic_cast<const host::PolygonObject*>(scene.GetDocument()->Find(spec.mesh));
+  return EncodeMesh(object ? TableOf(*object, scene.mDomain.worldToSim) : MeshTable{}, suffix);
 }
 
 ExportOrigin Exporter::OriginOf(i32 frame, const Scenes& scenes) const {

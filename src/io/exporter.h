@@ -28,6 +28,7 @@ class Exporter {
 
  private:
   std::string EncodeVolumes(const ExportSpec& spec, i32 frame, const Scenes& scenes) const;
+  std::string EncodeMeshOf(const ExportSpec& spec, const Scenes& scenes) const;
   std::string EncodePoints(const ExportSpec& spec, i32 frame, const Scenes& scenes) const;
   std::string EncodePicture(const ExportSpec& spec, i32 frame, const Scenes& scenes) const;
   ExportOrigin OriginOf(i32 frame, const Scenes& scenes) const;

@@ -50,6 +50,14 @@ struct ParticlesRecord {
   Vec3d min{}, max{};        ///< box of the positions, simulation units
 };
 
+/// A mesh that the simulation makes, at the end of a frame. Simulation units.
+struct MeshRecord {
+  std::string name;
+  i64 points = 0, polygons = 0;
+  double area = 0;
+  double volume = 0;  ///< that it encloses
+};
+
 struct FrameRecord {
   i32 frame = 0;
   double elapsed = 0;         ///< simulated seconds
@@ -64,6 +72,7 @@ struct FrameRecord {
   std::vector<ChannelRecord> channels;
   std::vector<SolverRecord> solvers;
   std::vector<ParticlesRecord> particles;
+  std::vector<MeshRecord> meshes;
   std::vector<std::string> warnings;  ///< what began in this frame and most likely isn't meant
 
   /// Cells of the largest grid.

@@ -6,6 +6,7 @@
 
 #include "grids/fixed_blocks.h"
 #include "io/field.h"
+#include "io/mesh_table.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -279,6 +280,14 @@ ParticlesRecord MeasureParticles(ParticleGroup& group, i32 threads) {
   return record;
 }
 
+MeshRecord MeasureMesh(const MeshTable& mesh) {
+  const MeshMeasure measure = Measure(mesh);
+  return {.name = {},
+          .points = static_cast<i64>(mesh.points.size()),
+          .polygons = static_cast<i64>(mesh.polygons.size()),
+          .area = measure.area,
+          .volume = measure.volume};
+}
 void MeasureScene(const Scene& scene, const NodeNames& names, FrameRecord& record) {
   for (const auto& [id, channel] : scene.List(kListChannels)) {
     if (!channel->Has(FLAG_ENABLED)) continue;
@@ -296,6 +305,12 @@ void MeasureScene(const Scene& scene, const NodeNames& names, FrameRecord& recor
     if (!group || !group->Has(FLAG_ENABLED)) continue;
     record.particles.push_back(MeasureParticles(*group, scene.mThreadCount));
     record.particles.back().name = names.Of(id);
+  }
+  for (const auto& [id, object] : scene.List(kListGeometry)) {
+    const auto* mesh = dynamic_cast<const host::PolygonObject*>(object->Node());
+    if (!mesh || !object->Has(FLAG_ENABLED)) continue;
+    record.meshes.push_back(MeasureMesh(TableOf(*mesh, scene.mDomain.worldToSim)));
+    record.meshes.back().name = names.Of(id);
   }
 }
 

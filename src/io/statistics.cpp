@@ -103,6 +103,12 @@ void FormatParticles(JsonLine& json, const ParticlesRecord& group) {
   json.Close('}');
 }
 
+void FormatMesh(JsonLine& json, const MeshRecord& mesh) {
+  json.Key(mesh.name).Open('{').Key("points").Number(mesh.points);
+  json.Key("polygons").Number(mesh.polygons);
+  json.Key("area").Number(mesh.area).Key("volume").Number(mesh.volume).Close('}');
+}
+
 void FormatWarnings(JsonLine& json, const std::vector<std::string>& warnings) {
   json.Key("warnings").Open('[');
   for (const std::string& warning : warnings) json.Text(warning);
@@ -130,6 +136,9 @@ std::string FormatFrame(const FrameRecord& record) {
   json.Key("particles").Open('{');
   for (const ParticlesRecord& group : record.particles) FormatParticles(json, group);
   json.Close('}').Key("bodies").Open('{').Close('}');
+  json.Key("meshes").Open('{');
+  for (const MeshRecord& mesh : record.meshes) FormatMesh(json, mesh);
+  json.Close('}');
   FormatWarnings(json, record.warnings);
   return json.Close('}').Str();
 }

@@ -42,6 +42,7 @@
 #include "fluids/particles/particle_property.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/solvers/water_solver.h"
+#include "fluids/surfaces/implicit_mesher.h"
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "framework/duration.h"
@@ -80,6 +81,7 @@ std::deque<NodeKind>& Kinds() {
       FuelField::Kind(),
       FireField::Kind(),
       VectorField::Kind(),
+      ImplicitMesher::Kind(),
       ParticleGroup::Kind(),
       Property<double>::Kind(),
       Property<Vec3d>::Kind(),
@@ -194,8 +196,10 @@ const NodeKind* FindKind(std::string_view name) {
 const ParameterTable& ParametersOf(const NodeKind& kind) { return Tables().at(kind.id); }
 
 BaseNode& CreateNode(Document& document, const NodeKind& kind, std::string name, BaseNode* parent) {
-  BaseNode& node = document.Create<BaseNode>(
-      kind.id, name.empty() ? std::string(kind.label) : std::move(name), parent);
+  if (name.empty()) name = kind.label;
+  BaseNode& node = kind.isPolygonObject
+                       ? document.Create<PolygonObject>(kind.id, std::move(name), parent)
+                       : document.Create<BaseNode>(kind.id, std::move(name), parent);
   node.AddInstanceOf(kServerNode);
   node.SetKind(&kind);
   node.SetTable(&ParametersOf(kind));

@@ -17,10 +17,11 @@ namespace MELDO_GLOBAL::app {
 
 /// A sequence of files for another tool.
 struct ExportSpec {
-  std::string format;  ///< "vdb", "png" or "points"
+  std::string format;  ///< "vdb", "png", "points" or "mesh"
   std::string file;    ///< below the output folder, with a run of # for the frame number
   std::vector<std::pair<std::string, host::NodeId>> grids;  ///< name in the file, node
   std::vector<host::NodeId> particles;  ///< groups: one of points, any number of a png
+  host::NodeId mesh = 0;                ///< mesh: a mesh node, or an object of polygons
   u32 kinds = 0;                        ///< of their particles, a bit each; 0 for all
   char axis = 'z';                      ///< png: 'x', 'y' or 'z', the direction of view
   SourceLocation where;                 ///< of the export in the scene file

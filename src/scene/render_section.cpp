@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "fluids/mesh/mesh.h"
 #include "host/polygon_object.h"
 #include "host/render_objects.h"
 #include "nodes/media.h"
@@ -263,7 +264,9 @@ class RenderReader {
     for (const JsonValue& item : *objects->Items()) {
       const auto name = mContext.ReadText(item, subject, "'objects'");
       const BaseNode* object =
-          name ? mValues.ResolveLink(*name, {kMeshObject}, item, subject, "'objects'") : nullptr;
+          name ? mValues.ResolveLink(*name, {kMeshObject, MELDO_SULVA::kMeshMakerNode}, item,
+                                     subject, "'objects'")
+               : nullptr;
       if (!object) continue;
       const auto isSame = [&](const auto& entry) { return entry.first == object->Id(); };
       if (std::any_of(mSpec.surfaces.begin(), mSpec.surfaces.end(), isSame))

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 
+#include "fluids/mesh/mesh.h"
 #include "fluids/particles/particle_group.h"
 #include "nodes/catalogue.h"
 #include "scene/output_name.h"
@@ -14,6 +15,8 @@ namespace MELDO_GLOBAL::app {
 
 using namespace host;
 using MELDO_SULVA::Catalogue;
+using MELDO_SULVA::kMeshMakerNode;
+using MELDO_SULVA::Mesh;
 using MELDO_SULVA::NodeKind;
 using MELDO_SULVA::ParticleGroup;
 
@@ -30,6 +33,7 @@ const std::vector<Format>& Formats() {
       {"vdb", {"grids"}},
       {"png", {"grids", "particles", "kinds", "axis"}},
       {"points", {"particles", "kinds"}},
+      {"mesh", {"mesh"}},
   };
   return formats;
 }
@@ -47,9 +51,11 @@ std::vector<i32> KindsWithGrids() {
   return ids;
 }
 
-bool IsPointFile(const std::filesystem::path& path) {
-  const auto suffix = path.extension();
-  return suffix == ".ply" || suffix == ".csv" || suffix == ".vdb";
+/// The suffixes between which a format is chosen; none where it has but one.
+std::vector<std::string> SuffixesOf(const std::string& format) {
+  if (format == "points") return {".ply", ".csv", ".vdb"};
+  if (format == "mesh") return {".ply", ".obj", ".stl", ".glb"};
+  return {};
 }
 
 class ExportReader {
@@ -105,20 +111,21 @@ class ExportReader {
     const auto text = mContext.ReadText(*file, subject, "'file'");
     if (!text) return false;
     const std::filesystem::path path(*text);
-    const std::string suffix = spec.format == "points" ? "ply" : spec.format;
+    const std::vector<std::string> suffixes = SuffixesOf(spec.format);
+    const std::string suffix = suffixes.empty() ? "." + spec.format : suffixes.front();
     const bool isName = text->find('\0') == std::string::npos && path.has_filename();
     if (!isName || text->find('#') == std::string::npos) {
       mContext.Error(*file, subject,
                      fmt::format("'file': '{}' needs a run of # for the frame number, as in "
-                                 "'{}/####.{}'",
+                                 "'{}/####{}'",
                                  Shown(*text), spec.format, suffix));
       return false;
     }
-    if (spec.format == "points" && !IsPointFile(path)) {
-      mContext.Error(
-          *file, subject,
-          fmt::format("'file': '{}' tells the format by its suffix; expected .ply, .csv or .vdb",
-                      Shown(*text)));
+    if (!suffixes.empty() &&
+        std::find(suffixes.begin(), suffixes.end(), path.extension().string()) == suffixes.end()) {
+      mContext.Error(*file, subject,
+                     fmt::format("'file': '{}' tells the format by its suffix; expected {}",
+                                 Shown(*text), AnyOf(suffixes)));
       return false;
     }
     if (const std::string fault = FaultOfOutputName(*text); !fault.empty()) {
@@ -140,10 +147,26 @@ class ExportReader {
   bool ReadContent(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
     if (spec.format == "vdb") return ReadGrids(value, spec, subject);
     if (spec.format == "points") return ReadParticles(value, spec, subject);
+    if (spec.format == "mesh") return ReadMesh(value, spec, subject);
     const bool hasParticles = value.Find("particles");
     const bool isWhole = !hasParticles || ReadParticles(value, spec, subject);
     if (hasParticles && !value.Find("grids")) return isWhole;
     return ReadGrids(value, spec, subject) && isWhole;
+  }
+
+  bool ReadMesh(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
+    const JsonValue* named = value.Find("mesh");
+    if (!named) {
+      mContext.Error(value, subject, "'mesh' is missing");
+      return false;
+    }
+    const auto name = mContext.ReadText(*named, subject, "'mesh'");
+    const BaseNode* node =
+        name ? mValues.ResolveLink(*name, {Mesh::Kind().id, kMeshMakerNode, kMeshObject}, *named,
+                                   subject, "'mesh'", "a mesher, a mesh or an object of polygons")
+             : nullptr;
+    if (node) spec.mesh = node->Id();
+    return node != nullptr;
   }
 
   bool ReadParticles(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
@@ -168,7 +191,7 @@ class ExportReader {
 
   bool ReadKinds(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
     const JsonValue* kinds = value.Find("kinds");
-    if (!kinds || spec.format == "vdb") return true;
+    if (!kinds || spec.format == "vdb" || spec.format == "mesh") return true;
     std::vector<std::string> words;
     for (const auto& row : MELDO_SULVA::kParticleKindRows) words.emplace_back(row.name);
     const auto refuse = [&](const JsonValue& at) {

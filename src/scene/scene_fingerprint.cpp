@@ -108,7 +108,8 @@ void AppendSequence(std::string& out, const std::string& pattern) {
 }
 
 void AppendHostData(std::string& out, const host::BaseNode& node) {
-  if (const auto* object = dynamic_cast<const host::PolygonObject*>(&node)) {
+  const auto* object = dynamic_cast<const host::PolygonObject*>(&node);
+  if (object && !object->IsOutput()) {
     const host::Geometry& geometry = object->GetGeometry();
     AppendBytes(out, geometry.points.data(), geometry.points.size());
     AppendBytes(out, geometry.polygons.data(), geometry.polygons.size());

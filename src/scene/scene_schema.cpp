@@ -282,9 +282,13 @@ Json ExportSchema() {
                  {"file", file},
                  {"particles", group},
                  {"kinds", Ref("kinds")}};
+  Json mesh = {{"format", {{"const", "mesh"}}},
+               {"file", file},
+               {"mesh", Text("The mesher, mesh or object of polygons.")}};
   return {{"oneOf", Json::array({Object(std::move(vdb), {"format", "file", "grids"}),
                                  Object(std::move(png), {"format", "file"}),
-                                 Object(std::move(points), {"format", "file", "particles"})})}};
+                                 Object(std::move(points), {"format", "file", "particles"}),
+                                 Object(std::move(mesh), {"format", "file", "mesh"})})}};
 }
 
 Json Definitions() {

@@ -19,6 +19,7 @@
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
 #include "fluids/particles/kernel.h"
+#include "fluids/surfaces/implicit_mesher.h"
 #include "framework/duration.h"
 #include "framework/server_rows.h"
 
@@ -55,6 +56,7 @@ class SettingHints : public HintBase {
   void CheckWithoutValue(const BaseNode& node) {
     if (IsA<ParticleToGridEmitter>(node)) CheckPoints(node);
     if (IsA<AlignmentVector3D>(node)) CheckAlignment(node);
+    if (IsA<ImplicitMesher>(node)) CheckLevel(node);
     if (!IsA<ChannelOperator_Remap>(node) || !MayWork(node)) return;
     const Gradient* gradient = Get<Gradient>(node, ChannelOperator_Remap::kGradientRow);
     if (!gradient || gradient->knots.empty())
@@ -93,6 +95,18 @@ class SettingHints : public HintBase {
           fmt::format("it has no '{}', which its '{}' asks for", NameOf(node, Points::kFalloffRow),
                       NameOf(node, Points::kDistanceModeRow)),
           Points::kFalloffRow);
+  }
+
+  /// New nodes have a level for fields of other kinds than distances.
+  void CheckLevel(const BaseNode& node) {
+    const BaseNode* source = Linked(node, ImplicitMesher::kSourceRow);
+    if (source && MayWork(node) && !IsGiven(node, ImplicitMesher::kLevelRow) &&
+        !node.Tracks().contains(ImplicitMesher::kLevelRow))
+      Warn(node,
+           fmt::format("'{}' is {} as in every new node: the surface lies that far outside of {}; "
+                       "at 0 it is where that is",
+                       NameOf(node, ImplicitMesher::kLevelRow),
+                       Number(node, ImplicitMesher::kLevelRow), Named(*source)));
   }
 
   /// Modes that point by a volume.

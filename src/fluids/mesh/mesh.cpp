@@ -66,7 +66,9 @@ const NodeKind& Mesh::Kind() {
 
 const ParameterTable& Mesh::Parameters() {
   static const ParameterTable table = {
-      LinkRow(kObjectRow, "object", "the geometry that comes into the simulation", {kMeshObject})
+      LinkRow(kObjectRow, "object",
+              "the geometry that comes into the simulation; that of a mesher as of the step before",
+              {kMeshObject, kMeshMakerNode})
           .To(&Mesh::mLinkedObject)
           .Required(),
       BoolRow(1004, "vertex_velocities", false,

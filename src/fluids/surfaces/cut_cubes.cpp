@@ -1,0 +1,159 @@
+// A slab of cells by marching cubes.
+#include <algorithm>
+
+#include "fluids/surfaces/marching_cube.h"
+#include "fluids/surfaces/surface_slab.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+enum Signs : u8 { kNegative = 1, kPositive = 2 };
+
+class CubeCutter {
+ public:
+  CubeCutter(const SurfaceLattice& lattice, SurfaceSlab& slab)
+      : mLattice(lattice),
+        mSlab(slab),
+        mNx(lattice.nodes.x),
+        mNy(lattice.nodes.y),
+        mGreatestChange(lattice.GreatestChange()) {
+    for (Plane& plane : mPlanes) plane.rows.resize(mNy);
+    mColumns.resize(std::size_t(mNx) * mNy);
+  }
+
+  void Run() {
+    Enter(mSlab.firstLayer);
+    for (i32 z = mSlab.firstLayer; z < mSlab.lastLayer; ++z) {
+      std::swap(mPlanes[0], mPlanes[1]);
+      Enter(z + 1);
+      CutLayer(z);
+      if (z == mSlab.firstLayer) Collect(mPlanes[0], z, mSlab.lower);
+    }
+    Collect(mPlanes[1], mSlab.lastLayer, mSlab.upper);
+  }
+
+ private:
+  /// A layer of nodes, and the points on the edges in it.
+  struct Plane {
+    std::vector<double> values;
+    std::vector<u8> rows;       ///< which signs each row has
+    std::vector<i32> edges[2];  ///< along x and y; -1 without a point
+  };
+
+  /// Reads a layer into the upper plane.
+  void Enter(i32 z) {
+    Plane& plane = mPlanes[1];
+    mLattice.ReadLayer(z, plane.values);
+    for (i32 y = 0; y < mNy; ++y) {
+      const double* row = plane.values.data() + std::size_t(mNx) * y;
+      double low = row[0], high = row[0];
+      for (i32 x = 1; x < mNx; ++x) low = std::min(low, row[x]), high = std::max(high, row[x]);
+      plane.rows[y] = static_cast<u8>((low < 0 ? kNegative : 0) | (high >= 0 ? kPositive : 0));
+    }
+    for (auto& edges : plane.edges) edges.assign(plane.values.size(), -1);
+    std::fill(mColumns.begin(), mColumns.end(), -1);
+  }
+
+  void CutLayer(i32 z) {
+    const Plane &lower = mPlanes[0], &upper = mPlanes[1];
+    for (i32 y = 0; y + 1 < mNy; ++y) {
+      const u8 signs = lower.rows[y] | lower.rows[y + 1] | upper.rows[y] | upper.rows[y + 1];
+      if (signs == (kNegative | kPositive)) CutRow(y, z);
+    }
+  }
+
+  void CutRow(i32 y, i32 z) {
+    const std::size_t first = std::size_t(mNx) * y;
+    const double* rows[4] = {
+        mPlanes[0].values.data() + first, mPlanes[0].values.data() + first + mNx,
+        mPlanes[1].values.data() + first, mPlanes[1].values.data() + first + mNx};
+    const auto signsAt = [&](i32 x) {
+      u32 signs = 0;
+      for (i32 i = 0; i < 4; ++i) signs |= (rows[i][x] >= 0 ? 1u : 0u) << i;
+      return signs;
+    };
+    u32 before = signsAt(0);
+    for (i32 x = 0; x + 1 < mNx; ++x) {
+      const u32 behind = signsAt(x + 1);
+      if ((before | behind) != 0 && (before & behind) != 15) {
+        double values[8];
+        for (i32 c = 0; c < 8; ++c) values[c] = rows[c >> 1][x + (c & 1)];
+        CutCell({x, y, z}, values);
+      }
+      before = behind;
+    }
+  }
+
+  void CutCell(const VecInt3D& cell, const double* values) {
+    const auto [low, high] = std::minmax_element(values, values + 8);
+    if (!(*high - *low <= mGreatestChange)) return;
+    const MarchingCube::Case& cut = MarchingCube::CaseOf(values);
+    i32 points[MarchingCube::kMiddle + 1];
+    const auto pointOn = [&](u8 edge) { return points[edge] = PointOn(cell, values, edge); };
+    if (!cut.fan.empty()) {
+      Vec3d sum{};
+      for (const u8 edge : cut.fan) sum += mSlab.mesh.points[pointOn(edge)];
+      points[MarchingCube::kMiddle] = Add(sum / double(cut.fan.size()));
+    }
+    for (const auto& triangle : cut.triangles) {
+      i32 corner[3];
+      for (i32 i = 0; i < 3; ++i)
+        corner[i] =
+            triangle[i] == MarchingCube::kMiddle ? points[triangle[i]] : pointOn(triangle[i]);
+      mSlab.mesh.triangles.push_back({corner[0], corner[1], corner[2]});
+    }
+  }
+
+  /// The point on an edge of a cell, which is made for the first cell that has it.
+  i32 PointOn(const VecInt3D& cell, const double* values, i32 edge) {
+    const i32 corner = MarchingCube::CornerOf(edge), axis = edge >> 2;
+    const VecInt3D node = cell + VecInt3D{corner & 1, corner >> 1 & 1, corner >> 2 & 1};
+    const std::size_t index = std::size_t(mNx) * node.y + node.x;
+    i32& point = axis == 2 ? mColumns[index] : mPlanes[corner >> 2 & 1].edges[axis][index];
+    if (point >= 0) return point;
+    const double a = values[corner], b = values[corner | 1 << axis];
+    Vec3d p = ToReal(node);
+    p[axis] += a / (a - b);
+    return point = Add(mLattice.PositionOf(p));
+  }
+
+  i32 Add(const Vec3d& p) {
+    mSlab.mesh.points.push_back(p);
+    return static_cast<i32>(mSlab.mesh.points.size()) - 1;
+  }
+
+  static void Collect(const Plane& plane, i32 z, SurfaceSlab::Seam& seam) {
+    for (u64 axis = 0; axis < 2; ++axis)
+      for (std::size_t i = 0; i < plane.edges[axis].size(); ++i)
+        if (plane.edges[axis][i] >= 0)
+          seam.push_back({{u64(z) * 2 + axis, i}, plane.edges[axis][i]});
+  }
+
+  const SurfaceLattice& mLattice;
+  SurfaceSlab& mSlab;
+  i32 mNx, mNy;
+  double mGreatestChange;
+  Plane mPlanes[2];
+  std::vector<i32> mColumns;  ///< points on the edges between the planes
+};
+
+}  // namespace
+
+void SurfaceLattice::ReadLayer(i32 layer, std::vector<double>& values) const {
+  values.resize(std::size_t(nodes.x) * nodes.y);
+  if (resolution == 1) {
+    for (i32 y = 0; y < nodes.y; ++y) {
+      const double* row = grid->mData + grid->Index(1, y + 1, layer + 1);
+      for (i32 x = 0; x < nodes.x; ++x) values[std::size_t(nodes.x) * y + x] = Relative(row[x]);
+    }
+    return;
+  }
+  for (i32 y = 0; y < nodes.y; ++y)
+    for (i32 x = 0; x < nodes.x; ++x)
+      values[std::size_t(nodes.x) * y + x] = ValueAt(ToReal({x, y, layer}));
+}
+
+void CutCubes(const SurfaceLattice& lattice, SurfaceSlab& slab) { CubeCutter(lattice, slab).Run(); }
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

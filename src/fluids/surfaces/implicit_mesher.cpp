@@ -1,0 +1,150 @@
+#include "fluids/surfaces/implicit_mesher.h"
+
+#include "fluids/particles/particle_group.h"
+#include "framework/node_kind.h"
+#include "framework/rest.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const NodeKind& ImplicitMesher::Kind() {
+  static const NodeKind kind = {
+      .id = kMeshMakerNode,
+      .type = "mesher",
+      .label = "Implicit Mesher",
+      .className = "ImplicitMesher",
+      .typeId = kTypeImplicitMesher,
+      .list = kListGeometry,
+      .categories = kCategoryMesh,
+      .flags = "IV",
+      .stages = {kMeshing},
+      .priority = 10,
+      .menu = {"Bodies"},
+      .purpose = "turns a level set into polygons, for files and pictures",
+      .example =
+          {{example::kBall},
+           {example::kBallMesh, example::kBallVolume,
+            R"({ "type": "mesher", "name": "skin", "parameters": { "source": "ball volume", "level": 0 } })"}},
+      .rows = Parameters,
+      .make = MakeNode<ImplicitMesher>,
+      .isPolygonObject = true,
+  };
+  return kind;
+}
+
+const ParameterTable& ImplicitMesher::Parameters() {
+  static const ParameterTable table = {
+      BoolRow(kRenderOnlyRow, "render_only", false, "it works for pictures alone, not for previews")
+          .To(&ImplicitMesher::mRenderOnly),
+      LinkRow(kSourceRow, "source", "the volume whose surface is wanted")
+          .AcceptsAny({kListGeometry, kCategoryVolume})
+          .To(&ImplicitMesher::mVolume)
+          .Required(),
+      LongRow(kMethodRow, "method", Polygoniser::kCubes, "",
+              "how cells are cut: cubes make the fewest triangles, tetrahedra see more of what is "
+              "thin, those of a lattice are nearly alike in all directions")
+          .Choices({{Polygoniser::kCubes, "cubes"},
+                    {Polygoniser::kCellTetrahedra, "tetrahedra"},
+                    {Polygoniser::kLatticeTetrahedra, "lattice"}})
+          .To(&ImplicitMesher::mMethod),
+      RealRow(1003, "resolution", 1.0, "none", "cells of the mesh for a cell of the level set")
+          .Range(0.05, 16)
+          .To(&ImplicitMesher::mResolution),
+      RealRow(1004, "viewport_resolution", 2.0, "none", "of a view on screen; there is none here")
+          .Kept(),
+      BoolRow(1005, "normals", true, "gives the polygons the directions of the level set")
+          .To(&ImplicitMesher::mMakesNormals),
+      BoolRow(1006, "viewport_setting", false, "of a view on screen; there is none here").Kept(),
+      RealRow(1007, "colour_radius", 0.033, "m", "how far particles colour the surface").Kept(),
+      RealRow(kLevelRow, "level", 0.3, "m",
+              "the distance at which the surface lies: 0 is that of the source itself, more lies "
+              "further out")
+          .Missing(0.0)
+          .To(&ImplicitMesher::mLevel),
+      LinkRow(1009, "colour_group", "whose particles colour the surface",
+              {ParticleGroup::kNodeType})
+          .Kept(),
+      LongRow(1012, "sampling", SAMPLE_LINEAR, "", "how the level set is read between its samples")
+          .Choices({{SAMPLE_LINEAR, "linear"},
+                    {SAMPLE_COSINE, "cosine"},
+                    {SAMPLE_CUBIC, "cubic"},
+                    {SAMPLE_MONOTONIC, "monotonic"},
+                    {SAMPLE_BSPLINE, "bspline"}})
+          .OnlyWith(kMethodRow, {Polygoniser::kLatticeTetrahedra})
+          .To(&ImplicitMesher::mSampleMode),
+      LinkRow(1013, "viewport_group", "whose particles a view on screen draws; there is none here",
+              {ParticleGroup::kNodeType})
+          .Kept(),
+  };
+  return table;
+}
+
+ImplicitMesher::ImplicitMesher(BaseNode* node, Scene* scene) : iObject(node, scene) {}
+
+void ImplicitMesher::CheckDirty() {
+  if (Has(FLAG_DIRTY_CHECKED)) return;
+  iObject::CheckDirty();
+  if (!Has(FLAG_ENABLED) || IsDirty()) return;
+  if (mVolume) mVolume->CheckDirty();
+  if ((mScene->mFlags & Scene::kTimeChanged) || (mVolume && mVolume->IsDirty())) MarkDirty(false);
+}
+
+void ImplicitMesher::Reset() {
+  iObject::Reset();
+  Write({});
+}
+
+void ImplicitMesher::Prepare() {
+  mGrid = nullptr;
+  SetFlag(FLAG_ACTIVE, false);
+  if (mRenderOnly && !mScene->mIsRender) return void(Deactivate("it works for pictures alone"));
+  if (!mVolume) return void(Deactivate("it has no source; name a volume under 'source'"));
+  if (!mVolume->Has(FLAG_ENABLED)) return void(Deactivate("its source is switched off"));
+  const auto* volume = dynamic_cast<const VolumeBase*>(mVolume);
+  if (!volume) return void(Deactivate("its source is a group of volumes; name one of its members"));
+  if (!volume->HasGridData()) return void(Deactivate("its source has no grid"));
+  mGrid = volume->GetGrid();
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void ImplicitMesher::Evaluate(const EvaluationThreadData&) {
+  if (!Has(FLAG_ACTIVE)) return Write({});
+  const SurfaceMesh mesh = PolygoniseGrid(
+      *mGrid,
+      {.method = mMethod, .sampleMode = mSampleMode, .level = mLevel, .resolution = mResolution},
+      mScene->mThreadCount, mMakesNormals);
+  if (mesh.IsEmpty()) Deactivate("its level set has no surface at that level");
+  Write(mesh);
+}
+
+void ImplicitMesher::Write(const SurfaceMesh& mesh) {
+  PolygonObject* output = Output();
+  if (!output || (mesh.IsEmpty() && output->GetGeometry().polygons.empty())) return;
+  const Matrix place = output->GlobalMatrix(), toObject = Inverse(place);
+  const Vec3d scale = GetDomain().simToWorld;
+  Geometry geometry;
+  geometry.points.reserve(mesh.points.size());
+  for (const Vec3d& p : mesh.points) geometry.points.push_back(toObject * (p * scale));
+  geometry.polygons.reserve(mesh.triangles.size());
+  for (const VecInt3D& t : mesh.triangles) geometry.polygons.push_back({t.x, t.y, t.z, t.z});
+  if (!mesh.normals.empty()) {
+    geometry.normals.reserve(mesh.triangles.size());
+    // Normals go with the inverse transpose of what points go with.
+    const auto normal = [&](i32 point) {
+      const Vec3d n = mesh.normals[point] / scale;
+      return Normalised(Vec3d{Dot(place.v1, n), Dot(place.v2, n), Dot(place.v3, n)});
+    };
+    for (const VecInt3D& t : mesh.triangles)
+      geometry.normals.push_back({normal(t.x), normal(t.y), normal(t.z), normal(t.z)});
+  }
+  output->WriteOutput(std::move(geometry));
+}
+
+void ImplicitMesher::Finish() {
+  mGrid = nullptr;
+  SetFlag(FLAG_ACTIVE, false);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,42 @@
+// Meshes of level sets.
+#pragma once
+#include "fluids/surfaces/polygoniser.h"
+#include "fluids/volume/volume_base.h"
+#include "host/polygon_object.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Turns a level set into polygons once a frame, behind all substeps: that of a volume.
+///
+/// Its node is the polygon object itself: files, pictures and mesh nodes name it as any other, and
+/// mesh nodes see the polygons in the next step.
+class ImplicitMesher : public iObject {
+ public:
+  ImplicitMesher(host::BaseNode* node, Scene* scene);
+  static const NodeKind& Kind();
+  static const host::ParameterTable& Parameters();
+  static constexpr i32 kRenderOnlyRow = 1000, kSourceRow = 1001, kMethodRow = 1002,
+                       kLevelRow = 1008;
+  void CheckDirty() override;
+  void Reset() override;
+  void Prepare() override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+
+ private:
+  host::PolygonObject* Output() const { return dynamic_cast<host::PolygonObject*>(Node()); }
+  /// Hands the polygons to the document, in host units and the node's own frame.
+  void Write(const SurfaceMesh& mesh);
+
+  iVolume* mVolume = nullptr;
+  i32 mMethod = Polygoniser::kCubes;
+  i32 mSampleMode = SAMPLE_LINEAR;
+  double mLevel = 0.3;
+  double mResolution = 1;
+  bool mMakesNormals = true;
+  bool mRenderOnly = false;
+
+  const EGrid<double>* mGrid = nullptr;  ///< of one step
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,88 @@
+#include "io/mesh_table.h"
+
+#include <algorithm>
+#include <array>
+
+namespace MELDO_GLOBAL::app {
+
+void MeshTable::MakeNormals() {
+  normals.assign(points.size(), {});
+  ForEachTriangle([&](i32 a, i32 b, i32 c) {
+    const Vec3d n = Cross(points[b] - points[a], points[c] - points[a]);
+    for (const i32 point : {a, b, c}) normals[point] += n;
+  });
+  for (Vec3d& n : normals) n = Normalised(n);
+}
+
+i64 CountOpenEdges(const MeshTable& mesh) {
+  // Each edge as its lower point, its higher one, and the direction in which it is walked.
+  std::vector<std::array<i32, 3>> walks;
+  walks.reserve(4 * mesh.polygons.size());
+  const auto walk = [&](i32 a, i32 b) { walks.push_back({std::min(a, b), std::max(a, b), a < b}); };
+  for (const host::Polygon& p : mesh.polygons) {
+    walk(p.a, p.b);
+    walk(p.b, p.c);
+    if (p.IsQuad()) walk(p.c, p.d);
+    walk(p.d, p.a);
+  }
+  std::sort(walks.begin(), walks.end());
+  i64 open = 0;
+  for (std::size_t i = 0; i < walks.size();) {
+    std::size_t end = i + 1;
+    while (end < walks.size() && walks[end][0] == walks[i][0] && walks[end][1] == walks[i][1])
+      ++end;
+    open += end - i != 2 || walks[i][2] == walks[i + 1][2];
+    i = end;
+  }
+  return open;
+}
+
+MeshMeasure Measure(const MeshTable& mesh) {
+  MeshMeasure sum;
+  mesh.ForEachTriangle([&](i32 a, i32 b, i32 c) {
+    const Vec3d &p = mesh.points[a], &q = mesh.points[b], &r = mesh.points[c];
+    sum.area += 0.5 * Length(Cross(q - p, r - p));
+    sum.volume += Dot(p, Cross(q, r)) / 6;
+  });
+  return sum;
+}
+
+MeshTable TableOf(const MELDO_SULVA::TriMeshSTL& mesh) {
+  MeshTable table;
+  table.points = mesh.GetVertices();
+  table.velocities = mesh.mColumns.velocity;
+  table.normals = mesh.mColumns.normal;
+  table.polygons.reserve(mesh.GetTriangles().size());
+  for (const VecInt3D& t : mesh.GetTriangles()) table.polygons.push_back({t.x, t.y, t.z, t.z});
+  if (table.normals.size() != table.points.size()) table.MakeNormals();
+  return table;
+}
+
+MeshTable TableOf(const host::PolygonObject& object, const Vec3d& worldToSim) {
+  const host::Geometry& geometry = object.GetGeometry();
+  const Matrix place = object.GlobalMatrix();
+  MeshTable table;
+  table.points.reserve(geometry.points.size());
+  for (const Vec3d& p : geometry.points) table.points.push_back((place * p) * worldToSim);
+  table.polygons = geometry.polygons;
+  if (geometry.normals.empty()) {
+    table.MakeNormals();
+    return table;
+  }
+  table.normals.assign(table.points.size(), {});
+  const Matrix back = Inverse(place);
+  for (std::size_t i = 0; i < geometry.polygons.size(); ++i) {
+    const host::Polygon& p = geometry.polygons[i];
+    const i32 points[] = {p.a, p.b, p.c, p.d};
+    for (std::size_t corner = 0; corner < (p.IsQuad() ? 4u : 3u); ++corner) {
+      const Vec3d& n = geometry.normals[i][corner];
+      // Normals go with the inverse transpose of what points go with.
+      table.normals[points[corner]] +=
+          Vec3d{Dot(back.v1, n), Dot(back.v2, n), Dot(back.v3, n)} / worldToSim;
+    }
+  }
+  for (Vec3d& n : table.normals) n = Normalised(n);
+  return table;
+}
+
+}  // namespace MELDO_GLOBAL::app

@@ -1,0 +1,16 @@
+// Meshes as files for other tools.
+#pragma once
+#include <string>
+#include <string_view>
+
+#include "io/mesh_table.h"
+
+namespace MELDO_GLOBAL::app {
+
+/// The bytes of a file by its suffix, .ply, .obj, .stl or .glb: binary little-endian PLY with
+/// doubles, OBJ text that reads back to the same bits, binary STL or binary glTF, both of triangles
+/// in single precision. All but STL hold normals, PLY vx vy vz and glTF VELOCITY where there are
+/// velocities.
+std::string EncodeMesh(const MeshTable& mesh, std::string_view suffix);
+
+}  // namespace MELDO_GLOBAL::app
