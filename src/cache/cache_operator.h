@@ -77,7 +77,7 @@ class Cache_OperatorBase : public iObject {
   /// What was wrong with files that were read or written, each once.
   const std::vector<std::string>& Warnings() const { return mWarnings; }
   /// Those that came since the last call.
-  std::vector<std::string> TakeWarnings() {
+  std::vector<std::string> TakeWarnings() override {
     const std::size_t first = std::exchange(mTaken, mWarnings.size());
     return {mWarnings.begin() + static_cast<std::ptrdiff_t>(first), mWarnings.end()};
   }

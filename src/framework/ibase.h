@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "framework/interface_handler.h"
 #include "framework/link_port.h"
@@ -115,6 +116,8 @@ class iBase : public host::ParameterHolder {
   /// parameter, link or host object gives anew. Called between two frames; an override starts with
   /// its base. A class that keeps data from one frame to the next states them here.
   virtual void Persist(StateArchive& archive);
+  /// What went wrong in it since the last call, a sentence each.
+  virtual std::vector<std::string> TakeWarnings() { return {}; }
 
   /// Answers whether the object chooses a box of its own, which channels then cover, and how far
   /// that one may reach (simulation units): of the content in reach it makes its box in

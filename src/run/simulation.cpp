@@ -10,7 +10,6 @@
 #include <new>
 
 #include "cache/cache_operator.h"
-#include "fluids/advection/grid_advection.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/stage_order.h"
@@ -247,18 +246,13 @@ std::string GapText(const NarrowGaps::Place& gap, const GridLayout& domain) {
       CellThatShows(gap.width, domain.cellSize));
 }
 
-/// Adds what caches, solvers and advections report of themselves, each sentence once.
+/// Adds what objects report of themselves, each sentence once.
 void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
   ForEachObject(scene, [&](iBase& object) {
-    const auto add = [&](const std::vector<std::string>& warnings) {
-      for (const std::string& warning : warnings)
-        told.push_back(fmt::format("{}: {}", LabelOf(object), warning));
-    };
-    if (auto* cache = dynamic_cast<Cache_OperatorBase*>(&object)) add(cache->TakeWarnings());
-    if (auto* advection = dynamic_cast<GridAdvection*>(&object)) add(advection->TakeWarnings());
+    for (const std::string& warning : object.TakeWarnings())
+      told.push_back(fmt::format("{}: {}", LabelOf(object), warning));
     auto* solver = dynamic_cast<FluidSolver*>(&object);
     if (!solver) return;
-    add(solver->TakeWarnings());
     for (const NarrowGaps::Place& gap : solver->GetFlow().mNarrowGaps.TakePlaces())
       told.push_back(GapText(gap, scene.mDomain));
   });

@@ -70,6 +70,9 @@ class SettingHints : public HintBase {
     const BaseNode* source = Linked(node, Points::kSourceRow);
     if (source && source->Type() != ParticleGroup::kNodeType)
       NoteUnread(node, Points::kParticleTypeRow, Named(*source) + " is no group of particles");
+    const auto* constraints = Get<InExcludeData>(node, common_row::kConstraints);
+    if (!constraints || constraints->entries.empty())
+      NoteUnread(node, Points::kConstraintModeRow, "it has no 'constraints'");
     if (StaysZero(node, Points::kRadiusRow))
       WarnOfSleep(
           node,

@@ -46,7 +46,7 @@ class GridAdvection : public iObject, public FieldCarrier {
   void Finish() override;
   void Persist(StateArchive& archive) override;
   /// That the target drifts, told once in a run.
-  std::vector<std::string> TakeWarnings() { return std::exchange(mWarnings, {}); }
+  std::vector<std::string> TakeWarnings() override { return std::exchange(mWarnings, {}); }
 
  private:
   using Velocity = std::array<const EGrid<double>*, 3>;

@@ -1,9 +1,15 @@
 #include "fluids/emission/particle_emitter.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+
 #include "fluids/emission/stream_seeds.h"
+#include "fluids/flow/grid_boundary.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -84,8 +90,48 @@ std::optional<ImageObject::Sampler> ParticleEmitter::SamplerOf(const ImageObject
   return ImageObject::Sampler(*image);
 }
 
+const VolumeBase* ParticleEmitter::FindBurial() const {
+  constexpr i64 kMostLooks = 256;
+  std::vector<VolumeBase*> obstacles;
+  CollectObstacles(*mScene, obstacles);
+  std::erase_if(obstacles, [&](const VolumeBase* obstacle) {
+    return !obstacle->Has(FLAG_ENABLED) || obstacle == mVolume;
+  });
+  const ParticleBirths& births = mHandler.Births();
+  const i64 count = births.Count(), stride = (count + kMostLooks - 1) / kMostLooks;
+  if (count == 0) return nullptr;
+  i64 index = 0;
+  for (i32 share = 0; share < kShares && !obstacles.empty(); ++share)
+    for (const Vec3d& p : births.Of(share).Positions())
+      if (index++ % stride == 0)
+        std::erase_if(obstacles, [&](const VolumeBase* obstacle) {
+          // What is born on a surface may lie a little below it.
+          return !obstacle->IsInBounds(p) ||
+                 obstacle->DistanceAtWorld(p) > -obstacle->GetGrid()->mLayout.cellSize;
+        });
+  return obstacles.empty() ? nullptr : obstacles.front();
+}
+
+void ParticleEmitter::Reset() {
+  ObjectVolume::Reset();
+  mHasToldBurial = false;
+  mWarnings.clear();
+}
+
+void ParticleEmitter::Persist(StateArchive& archive) {
+  ObjectVolume::Persist(archive);
+  archive(mHasToldBurial);
+}
+
 void ParticleEmitter::Finish() {
   if (Has(FLAG_ACTIVE)) {
+    if (const VolumeBase* obstacle = mHasToldBurial ? nullptr : FindBurial()) {
+      mHasToldBurial = true;
+      mWarnings.push_back(fmt::format(
+          "its particles are born inside of '{}', an obstacle, which lets them nowhere; "
+          "move its source out, or take the obstacle tag off",
+          obstacle->Node()->Name()));
+    }
     const bool madeNone = mGroup->Count(mKind) == 0 && mHandler.Births().Count() == 0;
     mGroup->Take(mKind, mHandler.Births());
     if (madeNone && !IsCancelled()) TakeBackRun(kNoPlaceReason);

@@ -1,5 +1,7 @@
 // What the emitters of particles have in common.
 #pragma once
+#include <utility>
+
 #include "fluids/emission/object_volume.h"
 #include "fluids/emission/particle_emission_handler.h"
 #include "fluids/particles/particle_group.h"
@@ -19,7 +21,10 @@ class ParticleEmitter : public ObjectVolume {
   bool Commutes() const override { return true; }
   /// Of two that fill one kind of a group, the second keeps clear of what the first has made.
   bool CommutesWith(const iBase& other) const override;
+  void Reset() override;
   void Finish() override;
+  void Persist(StateArchive& archive) override;
+  std::vector<std::string> TakeWarnings() override { return std::exchange(mWarnings, {}); }
 
   static constexpr i32 kGroupRow = 1000, kKindRow = 1001;
 
@@ -57,6 +62,11 @@ class ParticleEmitter : public ObjectVolume {
 
  private:
   void FillTemplate();
+  /// The obstacle, other than its own source, in which all births of the step lie; null without.
+  const VolumeBase* FindBurial() const;
+
+  bool mHasToldBurial = false;
+  std::vector<std::string> mWarnings;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -22,8 +22,8 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
   static constexpr i32 kSourceRow = 1000, kDistanceModeRow = 1003, kFalloffRow = 1004,
-                       kMassScaleRow = 1005, kRadiusScaleRow = 1006, kRadiusRow = 1014,
-                       kParticleTypeRow = 1001;
+                       kMassScaleRow = 1005, kRadiusScaleRow = 1006, kConstraintModeRow = 1013,
+                       kRadiusRow = 1014, kParticleTypeRow = 1001;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void CheckDirty() override;

@@ -78,7 +78,7 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   bool TakeCachedPlace(const GridLayout& layout, i32 kind) override;
 
   /// What went wrong in solves and wasn't taken yet, see `Grid_Incompressibility`.
-  std::vector<std::string> TakeWarnings();
+  std::vector<std::string> TakeWarnings() override;
 
   /// The projection that the solver runs.
   virtual Grid_Incompressibility& Projection() { return mPressure; }

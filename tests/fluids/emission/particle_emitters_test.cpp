@@ -62,6 +62,27 @@ struct MeshSource {
   const char* WhyIdle() const { return Object<iBase>(*emitterNode).mInactiveReason; }
 };
 
+TEST(ParticleEmitters, TellOfSourcesWithinSolids) {
+  const Threads one(1);
+  MeshSource source(host::MakeBox({.size = {30, 30, 30}}));
+  auto& block = source.document.Create<host::PolygonObject>(host::kMeshObject, "block", nullptr);
+  block.SetGeometry(host::MakeBox({.size = {60, 60, 60}}));
+  host::BaseNode& mesh = source.Make("mesh", source.server);
+  mesh.Set(Mesh::kObjectRow, host::Link{block.Id()});
+  host::BaseNode& solid = source.Make("volume", source.server);
+  solid.Set(VolumeMesh::kMeshRow, host::Link{mesh.Id()});
+  solid.AddTag(host::kObstacleTag);
+  const auto told = [&](i32 frame) {
+    source.Frame(frame);
+    return source.Object<iBase>(*source.emitterNode).TakeWarnings().size();
+  };
+  block.SetPlacement({30, 0, 0}, {}, {1, 1, 1});
+  EXPECT_EQ(told(0) + told(1), 0u) << "half of them have room";
+  block.SetPlacement({}, {}, {1, 1, 1});
+  EXPECT_EQ(told(2), 1u);
+  EXPECT_EQ(told(3), 0u) << "once";
+}
+
 TEST(ParticleRates, AreTheSameHoweverASecondIsCut) {
   const Threads one(1);
   for (const i32 fps : {24, 25, 30})
