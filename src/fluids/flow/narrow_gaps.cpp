@@ -16,9 +16,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr i32 kFineParts = 4, kFinePoints = kFineParts + 1;  // of a cell's edge, to measure it
-constexpr double kFacing = -0.5;                   // at most, of the product of two sides' normals
-constexpr double kContact = 1e-3, kWidestGap = 2;  // cells
-constexpr double kHoldsSmoke = 0.25;               // least open part of a cell
+constexpr double kFacing = -0.5;  // at most, of the product of two sides' normals
+// Cells. Of two whole cells it isn't for rounding to say whether they are a gap: they are none.
+constexpr double kContact = 1e-3, kWidestGap = 2 - 1e-6;
+constexpr double kHoldsSmoke = 0.25;  // least open part of a cell
 // Between the points of two surfaces nearest to nodes; curved ones are nearer to each other.
 constexpr double kSuspicious = 1;  // cells
 constexpr i32 kGapChunk = 64;

@@ -63,10 +63,11 @@ struct SharpSurface::Search {
     least = distance;
     front = facing;
   }
-  /// The way to it ends inside of the triangle: no neighbour of it is nearer.
+  /// The way to it ends inside of the triangle: none that it leads to is nearer.
   bool IsUpright() const { return std::abs(front) > least * (1 - 1e-9); }
+  /// The first neighbours in any case: inside of an edge the side round it may be nearer.
   void OfferNeighbours() {
-    for (i32 hop = 0; hop < kMostHops && !IsUpright(); ++hop) {
+    for (i32 hop = 0; hop < kMostHops && (hop == 0 || !IsUpright()); ++hop) {
       const double before = least;
       const VecInt3D corners = surface.mMesh.GetTriangles()[best.triangle];
       for (i32 a = 0; a < 3; ++a)

@@ -17,10 +17,34 @@ namespace {
 /// In cells. No cell reaches from one side of a wall to the other when it is thicker than a cell's
 /// diagonal: from there on distances at nodes close it.
 constexpr double kThin = 1.75, kProbe = 0.25, kClearly = 0.75, kHair = 1e-4;
+constexpr double kUpright = 1e-6;  // of a normal: a line crosses no triangle that stands along it
 constexpr i32 kTrianglesAtOnce = 512;
 
 auto OrderOf(const ThinWalls::Face& face) {
   return std::tuple(face.at.z, face.at.y, face.at.x, face.axis);
+}
+
+/// Whether the origin lies on the edge from `p` to `q`, but for a hair; `share` tells where.
+bool IsOnEdge(const Vec2D<double>& p, const Vec2D<double>& q, double& share) {
+  const double dx = q.x - p.x, dy = q.y - p.y, squared = dx * dx + dy * dy;
+  share = squared > 0 ? std::clamp(-(p.x * dx + p.y * dy) / squared, 0.0, 1.0) : 0.0;
+  const double x = p.x + share * dx, y = p.y + share * dy;
+  return x * x + y * y < kSolidHair * kSolidHair;
+}
+
+/// As `HoldsOrigin`, edges included: which of the lines along them count isn't for rounding to say.
+bool TouchesOrigin(const Vec2D<double> (&p)[3], double (&weights)[3]) {
+  if (HoldsOrigin(p[0], p[1], p[2], weights)) return true;
+  for (i32 a = 0; a < 3; ++a) {
+    const i32 b = (a + 1) % 3;
+    double share;
+    if (!IsOnEdge(p[a], p[b], share)) continue;
+    weights[a] = 1 - share;
+    weights[b] = share;
+    weights[3 - a - b] = 0;
+    return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -42,14 +66,15 @@ class ThinWalls::Crossings {
       const double end = mLayout.dims[a] - 1.0;
       // Without a number in it there is nothing between the two.
       if (!(low[a] <= end + 1 && high[a] >= -1)) return;
-      first[a] = static_cast<i32>(std::max(std::ceil(low[a] - 0.5), 0.0));
-      last[a] = static_cast<i32>(std::min(std::floor(high[a] - 0.5), end));
+      first[a] = static_cast<i32>(std::max(std::ceil(low[a] - 0.5 - kSolidHair), 0.0));
+      last[a] = static_cast<i32>(std::min(std::floor(high[a] - 0.5 + kSolidHair), end));
     }
-    mHasNormal = false;
+    mNormal = mSurface.NormalOf(triangle);
     for (i32 axis = 0; axis < 3; ++axis) {
       const i32 u = (axis + 1) % 3, v = (axis + 2) % 3;
+      if (std::abs(mNormal[axis]) < kUpright) continue;
       if (first[u] <= last[u] && first[v] <= last[v])
-        AddAlong(triangle, p, axis, {first[u], first[v]}, {last[u], last[v]});
+        AddAlong(p, axis, {first[u], first[v]}, {last[u], last[v]});
     }
   }
 
@@ -58,7 +83,7 @@ class ThinWalls::Crossings {
  private:
   using Pair = Vec2D<i32>;
 
-  void AddAlong(i32 triangle, const Vec3d (&p)[3], i32 axis, const Pair& first, const Pair& last) {
+  void AddAlong(const Vec3d (&p)[3], i32 axis, const Pair& first, const Pair& last) {
     const i32 u = (axis + 1) % 3, v = (axis + 2) % 3;
     for (i32 k = first.y; k <= last.y; ++k)
       for (i32 j = first.x; j <= last.x; ++j) {
@@ -66,28 +91,31 @@ class ThinWalls::Crossings {
         const auto at = [&](i32 c) {
           return Vec2D<double>{p[c][u] - (j + 0.5), p[c][v] - (k + 0.5)};
         };
-        if (!HoldsOrigin(at(0), at(1), at(2), w)) continue;
+        if (!TouchesOrigin({at(0), at(1), at(2)}, w)) continue;
         Vec3d crossing;
         crossing[axis] = w[0] * p[0][axis] + w[1] * p[1][axis] + w[2] * p[2][axis];
         crossing[u] = j + 0.5;
         crossing[v] = k + 0.5;
-        Add(triangle, crossing, axis);
+        Add(crossing, axis);
       }
   }
 
-  void Add(i32 triangle, const Vec3d& crossing, i32 axis) {
-    if (mKind == kSolid && !mHasNormal) mNormal = mSurface.NormalOf(triangle);
-    mHasNormal = true;
+  void Add(const Vec3d& crossing, i32 axis) {
+    if (mKind == kSolid && !IsThin(mLayout.simOrigin + crossing * mLayout.simCell, mNormal)) return;
     // A centre on the surface is in the solid: the face that closes lies on its other side. A sheet
-    // in a plane of centres lies above all of them.
-    const double outwards = mKind == kSolid && mNormal[axis] < 0 ? -kSolidHair : kSolidHair;
+    // through a centre has none, and closes the faces on both sides.
+    const bool looksDown = mKind == kSolid && mNormal[axis] < 0;
+    const bool looksUp = mKind == kSolid && !looksDown;
+    if (!looksDown) AddFace(crossing, axis, kSolidHair);
+    if (!looksUp) AddFace(crossing, axis, -kSolidHair);
+  }
+
+  void AddFace(const Vec3d& crossing, i32 axis, double nudge) {
     VecInt3D at;
     for (i32 a = 0; a < 3; ++a)
-      at[a] = static_cast<i32>(std::floor(crossing[a] + (a == axis ? 0.5 + outwards : 0.0)));
+      at[a] = static_cast<i32>(std::floor(crossing[a] + (a == axis ? 0.5 + nudge : 0.0)));
     if (at[axis] < 0 || at[axis] > mLayout.dims[axis]) return;
-    if (mKind == kSheet) return faces.push_back({at, axis});
-    if (IsThin(mLayout.simOrigin + crossing * mLayout.simCell, mNormal))
-      faces.push_back({at, axis});
+    if (faces.empty() || !(faces.back() == Face{at, axis})) faces.push_back({at, axis});
   }
 
   /// From `p` straight into the solid it ends in less than `kThin` cells.
@@ -105,7 +133,6 @@ class ThinWalls::Crossings {
   const GridLayout& mLayout;
   const Kind mKind;
   Vec3d mNormal;  ///< of the triangle in work
-  bool mHasNormal = false;
 };
 
 void ThinWalls::Clear() {
@@ -113,8 +140,10 @@ void ThinWalls::Clear() {
   mFilled.clear();
 }
 
-void ThinWalls::Find(const SharpSurface& surface, Kind kind, i32 threads) {
+void ThinWalls::Find(SharpSurface surface, Kind kind, i32 threads) {
   Clear();
+  // From a place in the plane of a side, one triangle of it doesn't tell inside from outside.
+  surface.LinkTriangles();
   const i32 count = surface.Mesh().GetTriangleCount();
   const i32 blocks = (count + kTrianglesAtOnce - 1) / kTrianglesAtOnce;
   std::vector<std::vector<Face>> found(blocks);

@@ -24,7 +24,7 @@ class ThinWalls {
   enum Kind { kSolid, kSheet };
 
   /// Finds all; the result doesn't depend on `threads`.
-  void Find(const SharpSurface& surface, Kind kind, i32 threads);
+  void Find(SharpSurface surface, Kind kind, i32 threads);
   void Clear();
 
   /// In order of z, y, x and axis, each once.

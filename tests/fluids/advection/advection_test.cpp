@@ -307,7 +307,7 @@ TEST(GridAdvection, FacesOfCellsThatAThinWallFillsMoveToo) {
       rig.AddAdvection(nullptr, scheme);
       rig.SetUp();
       const f32 size = rig.scene->mDomain.cellSize;
-      const TurnedBox rod({8, 8.2, 8}, {1.5, 30, 1.5}, turn, 0.4, size);
+      const TurnedBox rod({8, 8.2, 8}, {1.5, 30, 2.2}, turn, 0.4, size);
       MeshSolid solid(rod.mesh, size);
       rig.gas->mFlow.mBoundary.mObstacles = {&solid};
       rig.Fit();

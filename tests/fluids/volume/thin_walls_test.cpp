@@ -163,5 +163,43 @@ TEST(Sheets, AreShapesWithLongBorders) {
   EXPECT_FALSE(IsSheet(ball)) << "a triangle that lacks makes it no sheet";
 }
 
+/// Whether the walls of a box and of its mirror image in x close mirrored faces; of `faces` their
+/// number.
+bool HasMirrorImage(const TurnedBox& box, std::size_t& faces) {
+  TriMeshSTL image = box.mesh;
+  for (Vec3d& v : image.GetVertices()) v.x = kCells * kWallCell - v.x;
+  for (VecInt3D& t : image.GetTriangles()) std::swap(t.y, t.z);
+  image.UpdateBounds();
+  const Measured one(box.mesh), other(image);
+  faces = one.walls.Faces().size();
+  bool isSame = other.walls.Faces().size() == faces;
+  for (const ThinWalls::Face& face : one.walls.Faces()) {
+    VecInt3D at = face.at;
+    at.x = kCells - (face.axis == 0 ? 0 : 1) - at.x;
+    isSame &= other.walls.Closes(at, face.axis);
+  }
+  return isSame;
+}
+
+TEST(ThinWalls, LeaveSidesInPlanesOfNodesAndCentresToNoTriangle) {
+  std::size_t faces = 0;
+  // Its ends lie in planes of centres, its other sides in planes of nodes: no part of it is thin.
+  EXPECT_TRUE(HasMirrorImage({{9, 9.5, 9}, {4, 4, 4}, 0, 0, kWallCell}, faces));
+  EXPECT_EQ(faces, 0u);
+  // The rims of thin ones lie in planes of centres, along which lines graze the sides.
+  EXPECT_TRUE(HasMirrorImage({{6, 9, 9}, {5, 1, 5}, 0, 0, kWallCell}, faces));
+  EXPECT_GT(faces, 0u);
+  EXPECT_TRUE(HasMirrorImage({{6, 9.2, 9}, {5, 0.4, 5}, 0, 0, kWallCell}, faces));
+  EXPECT_EQ(faces, 36u);
+}
+
+TEST(ThinWalls, SheetsThroughCentresCloseTheFacesOnBothSides) {
+  std::size_t faces = 0;
+  EXPECT_TRUE(HasMirrorImage({{6.5, 9, 9}, {0, 4, 4}, 0, 0, kWallCell}, faces));
+  EXPECT_EQ(faces, 32u);
+  EXPECT_TRUE(HasMirrorImage({{6.6, 9, 9}, {0, 4, 4}, 0, 0, kWallCell}, faces));
+  EXPECT_EQ(faces, 16u);
+}
+
 }  // namespace
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
