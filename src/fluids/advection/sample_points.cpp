@@ -23,6 +23,19 @@ void SampleParted(const Grid<double>& g, const SamplePoints& at, double* out) {
   }
 }
 
+/// The corners of a point that have a weight worth naming.
+u8 CornersInUse(const RowCorners& corners, i32 i) {
+  constexpr double kHair = 1e-5;
+  u32 used = 0xff;
+  constexpr u32 kHigh[3] = {0xf0, 0xcc, 0xaa};
+  for (i32 a = 0; a < 3; ++a) {
+    const double f = corners.fraction[a].v[i];
+    if (f < kHair) used &= ~kHigh[a];
+    if (f > 1 - kHair) used &= kHigh[a];
+  }
+  return static_cast<u8>(used);
+}
+
 void SampleFreely(i32 sampling, const Grid<double>& g, const Grid<double>* spline,
                   const SamplePoints& at, double* out) {
   const Vec3d offset = OffsetOf(at.kind);
@@ -54,6 +67,9 @@ void SamplePoints::Find(const Grid<double>& shape, const ThinFaces* thin, const 
   if (!thin) return;
   for (i32 i = 0; i < n; ++i) {
     reach[i] = kind <= kFaceZ ? thin->ReachFaces(at.At(i), kind) : thin->Reach(at.At(i));
+    // Whether walls part corners of no weight is for rounding to say.
+    const u8 used = CornersInUse(corners, i);
+    if ((reach[i] & used) == used) reach[i] = 0xff;
     isParted |= reach[i] != 0xff;
   }
 }

@@ -101,12 +101,12 @@ void GridExtrapolation::Extend(EGrid<double>& grid, Flags& flags, const EGrid<do
   const u8* known = flags.known->mData;
   const double deepest = -2.0 * grid.mLayout.cellSize;
   const i32 neighbours[6] = {1, grid.mNx, grid.mSlice, -1, -grid.mNx, -grid.mSlice};
+  // By the four nodes of the face: a cell would lie on one side of it.
+  const i32 u = solids ? (grid.mKind == kFaceX ? solids->mNx : 1) : 0;
+  const i32 v = solids ? (grid.mKind == kFaceZ ? solids->mNx : solids->mSlice) : 0;
   const auto isDeep = [&](i32 x, i32 y, i32 z) {
     const double* n = solids->mData + solids->Index(x, y, z);
-    const i32 ny = solids->mNx, nz = solids->mSlice;
-    const double sum = ((n[0] + n[1]) + (n[ny] + n[ny + 1])) +
-                       ((n[nz] + n[nz + 1]) + (n[nz + ny] + n[nz + ny + 1]));
-    return 0.125 * sum < deepest;
+    return 0.25 * ((n[0] + n[u]) + (n[v] + n[u + v])) < deepest;
   };
   for (i32 round = 0; round < rounds; ++round) {
     std::copy_n(valid.mData, valid.mCount, flags.known->mData);

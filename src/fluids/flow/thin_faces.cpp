@@ -11,7 +11,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr double kHair = 1e-6;  // of a cell
+constexpr double kHair = 1e-6;       // of a cell
+constexpr double kPlaneHair = 1e-5;  // likewise: nearer to a plane between cells a way is in it
 
 /// The lowest of the eight cells round a point (cells), and which of them holds it.
 struct Block {
@@ -68,6 +69,30 @@ void ThinFaces::Close(Grid_VolumeFractions& fractions) const {
 }
 
 Vec3d ThinFaces::Stop(const Vec3d& from, const Vec3d& to, Cells cells) const {
+  i32 plane = -1;
+  for (i32 a = 0; a < 3 && plane < 0; ++a) {
+    const double between = std::round(from[a]);
+    if (std::abs(from[a] - between) < kPlaneHair && std::abs(to[a] - between) < kPlaneHair)
+      plane = a;
+  }
+  if (plane < 0) return StopBetween(from, to, cells);
+  Vec3d best = from;
+  double farthest = -1;
+  for (const double side : {-2 * kPlaneHair, 2 * kPlaneHair}) {
+    Vec3d begin = from, end = to;
+    begin[plane] = end[plane] = std::round(from[plane]) + side;
+    const Vec3d stop = Stop(begin, end, cells);
+    if (stop == end) return to;
+    const double way = Dot(stop - begin, end - begin);
+    if (way <= farthest) continue;
+    farthest = way;
+    best = stop;
+    best[plane] = from[plane];
+  }
+  return best;
+}
+
+Vec3d ThinFaces::StopBetween(const Vec3d& from, const Vec3d& to, Cells cells) const {
   const VecInt3D n = mBits->Dims();
   VecInt3D cell, end;
   for (i32 a = 0; a < 3; ++a) {

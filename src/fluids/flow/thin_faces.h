@@ -61,6 +61,8 @@ class ThinFaces {
   u8 ReachFaces(const Vec3d& p, i32 axis) const;
 
  private:
+  Vec3d StopBetween(const Vec3d& from, const Vec3d& to, Cells cells) const;
+
   std::unique_ptr<Grid<u8>> mBits;  ///< by cell
   std::vector<Face> mFaces;
 };

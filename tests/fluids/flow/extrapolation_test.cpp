@@ -71,8 +71,8 @@ TEST(GridExtrapolation, StopsTwoCellsInsideSolids) {
       for (i32 x = 0; x < phi.mNx; ++x) phi(x, y, z) = (4 - x) * h;
   slab.Run();
   const EGrid<double>& u = *slab.u;
-  EXPECT_EQ(u(5, 4, 4), 5);   // mean of its cell -1.5 h
-  EXPECT_EQ(u(6, 4, 4), -1);  // -2.5 h
+  EXPECT_EQ(u(6, 4, 4), 5);   // 2 h deep
+  EXPECT_EQ(u(7, 4, 4), -1);  // 3 h
 }
 
 TEST(GridExtrapolation, WithoutRoundsNothingHappens) {
