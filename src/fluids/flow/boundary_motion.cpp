@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "fluids/flow/grid_boundary.h"
+#include "fluids/volume/solid_hair.h"
 #include "fluids/volume/volume_base.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -11,6 +12,18 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 constexpr double kStride =
     4;  // cells: a box that follows a mover step by step costs more than room
+
+/// From the nearest closed side of a box of cells, negative behind it.
+double DistanceFromSides(const GridLayout& layout, u8 walls, const Vec3d& p) {
+  double least = std::numeric_limits<double>::max();
+  for (i32 a = 0; a < 3; ++a) {
+    const double low = layout.simOrigin[a] + layout.simCell[a];
+    const double high = layout.simOrigin[a] + (layout.dims[a] - 1) * layout.simCell[a];
+    if (walls & kLowWall[a]) least = std::min(least, p[a] - low);
+    if (walls & kHighWall[a]) least = std::min(least, high - p[a]);
+  }
+  return least;
+}
 }  // namespace
 
 double GridBoundary::TravelOf(const VolumeBase& obstacle) {
@@ -22,6 +35,10 @@ double GridBoundary::TravelOf(const VolumeBase& obstacle) {
 Vec3d GridBoundary::GetSolidVelocity(const Vec3d& world) const {
   const VolumeBase* nearest = nullptr;
   double least = std::numeric_limits<double>::max();
+  // A wall that is as near rests.
+  if (mLevelSet)
+    least = DistanceFromSides(mLevelSet->mLayout, mWalls, world) -
+            kSolidHair * mLevelSet->mLayout.cellSize;
   for (const VolumeBase* obstacle : mObstacles) {
     if (!obstacle->Has(FLAG_ENABLED) || !obstacle->IsInBounds(world)) continue;
     const double distance = obstacle->DistanceAtWorld(world);
