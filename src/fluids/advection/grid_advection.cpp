@@ -11,6 +11,7 @@
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
 #include "grids/for_each_cell.h"
 
@@ -108,6 +109,7 @@ void GridAdvection::Reset() {
   mWatch.Reset();
   mWarnings.clear();
   mIsBooking = mIsStirred = mMetMover = false;
+  mOwed = 0;
 }
 
 void GridAdvection::Release(bool full) {
@@ -243,7 +245,7 @@ std::vector<AdvectedField> GridAdvection::TakeCompanions(const std::vector<iObje
     if (std::find(targets.begin(), targets.end(), other->mScalarTarget) != targets.end()) break;
     const EGrid<double>* grid = other->mScalarTarget->GetGrid(0);
     if (!grid || grid->mKind != shape.mKind || grid->Dims() != shape.Dims()) break;
-    if (other->mMetMover || other->FindStirred(grid)) break;
+    if (other->mMetMover || other->OwesTotal() || other->FindStirred(grid)) break;
     other->SetStirred(nullptr);
     other->Prepare();
     if (!other->Has(FLAG_ACTIVE)) break;
@@ -285,7 +287,7 @@ void GridAdvection::Evaluate(const EvaluationThreadData& block) {
 void GridAdvection::Persist(StateArchive& archive) {
   iObject::Persist(archive);
   mConservative.Persist(archive);
-  archive(mMetMover);
+  archive(mMetMover, mOwed);
   mWatch.Persist(archive);
 }
 

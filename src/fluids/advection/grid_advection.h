@@ -58,8 +58,14 @@ class GridAdvection : public iObject, public FieldCarrier {
   /// take no run of their own then.
   std::vector<AdvectedField> TakeCompanions(const std::vector<iObject*>& group);
   bool HasConservativeScheme() const;
-  /// In this step, by its scheme or because a solid stirs the target.
+  /// In this step, by its scheme, because a solid stirs the target or because it drifts.
   bool IsConservative() const { return mIsStirred || HasConservativeScheme(); }
+  /// The scalar target is something of which there is a total, and none of it where nothing is.
+  bool HoldsAmount() const;
+  /// Whether paths have changed the total by so much that steps have to wait for it.
+  bool OwesTotal() const;
+  /// Books a step's drift for that, of a total.
+  void Owe(double drift, double total);
   /// Whether a solid that moves reaches what the scalar target holds, an amount that paths would
   /// not keep there. `held` is the grid that holds it.
   bool FindStirred(const EGrid<double>* held) const;
@@ -127,6 +133,7 @@ class GridAdvection : public iObject, public FieldCarrier {
   bool mMovedByCompanion = false;
   bool mIsStirred = false;  ///< in this step the scalar target goes as moving solids want it
   bool mMetMover = false;   ///< one reached it in this step, and so in the flow of the next
+  double mOwed = 0;  ///< what paths have made too much, less what time has paid; of the total
 
   // What the step is known to have done to a scalar target, for its ledger.
   bool mIsBooking = false;  ///< the step isn't booked yet

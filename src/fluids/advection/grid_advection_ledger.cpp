@@ -17,15 +17,25 @@ using namespace host;
 
 namespace {
 constexpr double kUnseen = 1e-6;  // of a total: nobody sees it
+// Of a total, by which paths may change it, at once and in each second.
+constexpr double kMostOwed = 0.004, kPaidPerSecond = 0.004;
+}  // namespace
+
+/// Paths keep what all air holds as it is, and of values of both signs there is no amount to keep.
+bool GridAdvection::HoldsAmount() const {
+  return mScalarTarget && mScalarTarget->IsAccounted() && mScalarTarget->mValueMin >= 0 &&
+         mScalarTarget->mInitial <= mScalarTarget->mValueMin;
+}
+
+bool GridAdvection::OwesTotal() const {
+  return IsCorrected() && HoldsAmount() && std::abs(mOwed) > kMostOwed;
 }
 
 bool GridAdvection::FindStirred(const EGrid<double>* held) const {
-  if (!held || !held->mData || !mScalarTarget || HasConservativeScheme()) return false;
+  if (!held || !held->mData || HasConservativeScheme() || !HoldsAmount()) return false;
+  if (!mSolver->GetFlow().GetLayout()) return false;
   const GridBoundary& boundary = mSolver->GetFlow().mBoundary;
   const double nothing = mScalarTarget->mValueMin;
-  // Paths keep what all air holds as it is, even where a solid squeezes it.
-  if (mScalarTarget->mInitial > nothing) return false;
-  if (!mScalarTarget->IsAccounted() || nothing < 0 || !mSolver->GetFlow().GetLayout()) return false;
   // What a solid covers or leaves is given to cells beside it.
   constexpr VecInt3D kBeside{2, 2, 2};
   const VecInt3D shift = mSolver->GetFlow().GetLayout()->originCell - held->mLayout.originCell;
@@ -51,7 +61,7 @@ bool GridAdvection::FindStirred(const EGrid<double>* held) const {
 void GridAdvection::SetStirred(const EGrid<double>* held) {
   // A solid that has come to rest still moves in the flow that carries now.
   const bool follows = std::exchange(mMetMover, FindStirred(held));
-  mIsStirred = follows || mMetMover;
+  mIsStirred = follows || mMetMover || OwesTotal();
   // The volume of cells is known only from one conservative step to the next.
   if (!IsConservative()) mConservative.Release();
 }
@@ -96,6 +106,7 @@ void GridAdvection::BookMove() {
   // What paths bring out of solids wasn't trapped there.
   const double fetched = IsConservative() ? 0 : std::clamp(drift, 0.0, std::max(mTrapped, 0.0));
   drift -= fetched;
+  Owe(drift, std::max(before, account.Size()));
   account.mLedger.left += mLeft;
   account.mLedger.trapped += mTrapped - fetched;
   account.mLedger.drift += drift;
@@ -104,6 +115,14 @@ void GridAdvection::BookMove() {
                                  .given = account.TakeGiven(),
                                  .there = std::max(before, account.Size())});
   if (share && !std::exchange(account.mHasWarned, true)) WarnOfDrift(*share);
+}
+
+/// Limits leave a correction less room than what paths make too much, where gas speeds up: what
+/// drifts so is waited for with steps that keep the total.
+void GridAdvection::Owe(double drift, double total) {
+  if (!IsConservative() && total > 0 && mTrapped <= kUnseen * total) mOwed += drift / total;
+  const double paid = kPaidPerSecond * mTime->stepDuration;
+  mOwed = mOwed > 0 ? std::max(mOwed - paid, 0.0) : std::min(mOwed + paid, 0.0);
 }
 
 namespace {
