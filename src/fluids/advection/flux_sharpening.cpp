@@ -63,16 +63,29 @@ SULVA_WIDE_KERNEL void RoomRow(const double* strength, const double* volume, con
   }
 }
 
-SULVA_WIDE_KERNEL void AddLimited(const f32* flux, const double* gives, const double* takes,
-                                  i32 step, i32 n, double* __restrict sum) {
+/// What passes the two faces of a cell along an axis, each limited by who gives and who takes.
+inline __attribute__((always_inline)) double LimitedFluxes(const f32* flux, const double* gives,
+                                                           const double* takes, i32 step) {
   const auto least = [](double a, double b) { return a < b ? a : b; };
+  const double below = flux[-step], above = -flux[0];
+  // All are read whichever way it goes, so that cells are done side by side.
+  const double gLow = gives[-step], gOwn = gives[0], gHigh = gives[step];
+  const double tLow = takes[-step], tOwn = takes[0], tHigh = takes[step];
+  const double a = below > 0 ? least(gLow, tOwn) : least(gOwn, tLow);
+  const double b = above > 0 ? least(gHigh, tOwn) : least(gOwn, tHigh);
+  return below * a + above * b;
+}
+
+SULVA_WIDE_KERNEL void AddLimited(const f32* const (&flux)[3], const double* gives,
+                                  const double* takes, const i32 (&steps)[3], i32 n,
+                                  double* __restrict sum) {
+  const f32 *fx = flux[0], *fy = flux[1], *fz = flux[2];
+  const i32 ny = steps[1], nz = steps[2];
   for (i32 i = 0; i < n; ++i) {
-    const double below = flux[i - step], above = -flux[i];
-    const double a =
-        below > 0 ? least(gives[i - step], takes[i]) : least(gives[i], takes[i - step]);
-    const double b =
-        above > 0 ? least(gives[i + step], takes[i]) : least(gives[i], takes[i + step]);
-    sum[i] += below * a + above * b;
+    const double x = LimitedFluxes(fx + i, gives + i, takes + i, 1);
+    const double y = LimitedFluxes(fy + i, gives + i, takes + i, ny);
+    const double z = LimitedFluxes(fz + i, gives + i, takes + i, nz);
+    sum[i] = ((sum[i] + x) + y) + z;
   }
 }
 
@@ -192,9 +205,8 @@ void FluxSharpening::FindRoom(const Carried& field) {
 void FluxSharpening::Pass(double* content) {
   const i32 steps[3] = {1, mDims.x, mSlice};
   ForEachRow([&](i32 c, i32 n) {
-    for (int a = 0; a < 3; ++a)
-      AddLimited(mFlux[a]->mData + c, mLeast->mData + c, mMost->mData + c, steps[a], n,
-                 content + c);
+    const f32* const flux[3] = {mFlux[0]->mData + c, mFlux[1]->mData + c, mFlux[2]->mData + c};
+    AddLimited(flux, mLeast->mData + c, mMost->mData + c, steps, n, content + c);
   });
 }
 

@@ -200,33 +200,59 @@ void VolumeEvening::Relax(i32 y, i32 z, const double* volume, i32 sweep) {
   ContinueBeyond(row, out);
 }
 
-/// Lets the flows of a potential pass; returns how far volumes are from one then. `spare` keeps
-/// what each cell gives.
-double VolumeEvening::Pass(const Potential* potential, const Carried& from, const Carried& to,
-                           const Carried& spare) {
-  double *share = spare.volume, *strength = spare.content;
-  ForEachRow([&](i32 y, i32 z) {
+/// What each cell of a layer gives, which `spare` keeps.
+void VolumeEvening::LimitLayer(i32 z, const Potential* potential, const Carried& from,
+                               const Carried& spare) const {
+  for (i32 y = 1; y < mDims.y - 1; ++y) {
     const Row& row = RowAt(y, z);
     const i32 c = row.c;
-    if (row.n == 0) return;
+    if (row.n == 0) continue;
     if (row.kind == kFree)
-      LimitFreeFlows(row.beside, potential + c, from.volume + c, from.content + c, row.n, share + c,
-                     strength + c);
+      LimitFreeFlows(row.beside, potential + c, from.volume + c, from.content + c, row.n,
+                     spare.volume + c, spare.content + c);
     else
-      LimitFlows(LineOf(row), potential + c, from.volume + c, from.content + c, share + c,
-                 strength + c);
+      LimitFlows(LineOf(row), potential + c, from.volume + c, from.content + c, spare.volume + c,
+                 spare.content + c);
+  }
+}
+
+double VolumeEvening::PassLayer(i32 z, const Potential* potential, const Carried& from,
+                                const Carried& to, const Carried& spare) const {
+  double most = 0;
+  for (i32 y = 0; y < mDims.y; ++y) {
+    const Row& row = RowAt(y, z);
+    if (row.kind == kNone)
+      Keep(y, z, from, to);
+    else
+      most = std::max(most, PassRow(row, potential, from, to, spare));
+  }
+  return most;
+}
+
+/// Lets the flows of a potential pass; returns how far volumes are from one then. A slab of layers
+/// limits the next layer while what a layer gives is at hand; those that its neighbours ask for
+/// come first.
+double VolumeEvening::Pass(const Potential* potential, const Carried& from, const Carried& to,
+                           const Carried& spare) {
+  const i32 slabs = std::clamp(mDims.z / kLeastLayers, 1, std::max(mThreads, 1));
+  const auto layersOf = [&](i32 slab) { return PartOf(slab, slabs, 0, mDims.z); };
+  ForEachBlock(slabs, mThreads, [&](i32 slab) {
+    const IndexRange part = layersOf(slab);
+    LimitLayer(part.first, potential, from, spare);
+    if (part.last - 1 > part.first) LimitLayer(part.last - 1, potential, from, spare);
   });
-  return MaxBlocks(mDims.z, 1, mThreads, [&](i64 z, i64) {
-    double most = 0;
-    for (i32 y = 0; y < mDims.y; ++y) {
-      const Row& row = RowAt(y, static_cast<i32>(z));
-      if (row.kind == kNone)
-        Keep(y, static_cast<i32>(z), from, to);
-      else
-        most = std::max(most, PassRow(row, potential, from, to, spare));
-    }
-    return most;
-  });
+  return ReduceBlocks(
+      slabs, mThreads, 0.0,
+      [&](i32 slab) {
+        const IndexRange part = layersOf(slab);
+        double most = 0;
+        for (i32 z = part.first; z < part.last; ++z) {
+          if (z + 1 < part.last - 1) LimitLayer(z + 1, potential, from, spare);
+          most = std::max(most, PassLayer(z, potential, from, to, spare));
+        }
+        return most;
+      },
+      [](double a, double b) { return std::max(a, b); });
 }
 
 double VolumeEvening::PassRow(const Row& row, const Potential* potential, const Carried& from,

@@ -52,6 +52,10 @@ class VolumeEvening {
   void Relax(i32 y, i32 z, const double* volume, i32 sweep);
   double Pass(const Potential* potential, const Carried& from, const Carried& to,
               const Carried& spare);
+  void LimitLayer(i32 z, const Potential* potential, const Carried& from,
+                  const Carried& spare) const;
+  double PassLayer(i32 z, const Potential* potential, const Carried& from, const Carried& to,
+                   const Carried& spare) const;
   double PassRow(const Row& row, const Potential* potential, const Carried& from, const Carried& to,
                  const Carried& spare) const;
   void Keep(i32 y, i32 z, const Carried& from, const Carried& to) const;
