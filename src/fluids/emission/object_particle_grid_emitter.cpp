@@ -120,6 +120,8 @@ ObjectParticleGridEmitter::Lattice ObjectParticleGridEmitter::LatticeOf(i32 subd
   lattice.perAxis = 1 << subdivision;
   lattice.step = cell / lattice.perAxis;
   lattice.spacing = lattice.step * mMinSpacing;
+  // Who strays into a cell next door leaves a gap that is filled again in each step.
+  lattice.jitter = std::min(0.25 * cell * mSettings->mJitter, 0.5 * lattice.step);
   return lattice;
 }
 

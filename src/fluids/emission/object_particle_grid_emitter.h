@@ -32,6 +32,7 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   struct Lattice {
     i32 perAxis = 1;
     double step = 0, spacing = 0;  ///< simulation units
+    double jitter = 0;             ///< how far off its place a particle may be, along an axis
     double Count() const { return double(perAxis) * perAxis * perAxis; }
   };
   class Filler;

@@ -52,7 +52,8 @@ const ParameterTable& ParticleEmissionSettings::Parameters() {
               {AlignmentVector3D::Kind().id})
           .To(&ParticleEmissionSettings::mAlignment),
       RealRow(1006, "jitter", 1.0, "none",
-              "how far particles in a volume stand off a lattice, in quarters of a cell")
+              "how far particles in a volume stand off a lattice, in quarters of a cell; half a "
+              "step of the lattice at most")
           .Missing(0.0)
           .AtLeast(0)
           .To(&ParticleEmissionSettings::mJitter),

@@ -22,7 +22,6 @@ class ObjectParticleGridEmitter::Filler {
         mLimits(emitter.LimitsIn(mVolume)),
         mOuter(emitter.LatticeOf(emitter.mOuterSubdivision, mCell)),
         mInner(emitter.LatticeOf(emitter.mInnerSubdivision, mCell)),
-        mJitter(mCell * emitter.mSettings->mJitter * 0.25),
         mParticle(emitter.mTemplate),
         mColour(mParticle.FindVector(property_id::kColor)) {}
 
@@ -38,7 +37,7 @@ class ObjectParticleGridEmitter::Filler {
     if (!mEmitter.mPerSample && !mEmitter.IsAllowed(mCentre, mEmitter.mWeight, mShare)) return;
     // Those that may be in the way of new ones are looked for where there is room for any.
     mNear.clear();
-    ForEachNear(Length(half) + mJitter * 1.75 + lattice.spacing,
+    ForEachNear(Length(half) + lattice.jitter * 1.75 + lattice.spacing,
                 [&](const Vec3d& p) { mNear.push_back(p); });
     for (i32 z = 0; z < lattice.perAxis; ++z)
       for (i32 y = 0; y < lattice.perAxis; ++y)
@@ -93,7 +92,7 @@ class ObjectParticleGridEmitter::Filler {
   double TryPlace(const Lattice& lattice, const Vec3d& place) {
     RandomStream& random = mEmitter.mHandler.Random(mShare);
     Vec3d p = mCorner + (place + Vec3d{0.5, 0.5, 0.5}) * lattice.step;
-    for (const i32 axis : {2, 1, 0}) p[axis] += (2 * random.NextUnit() - 1) * mJitter;
+    for (const i32 axis : {2, 1, 0}) p[axis] += (2 * random.NextUnit() - 1) * lattice.jitter;
     if (!IsMine(p) || Holds(mBefore, p)) return 1;
     if (!IsFree(lattice, p) || !mEmitter.IsInReach(p)) return 0;
     if (mEmitter.mPerSample && !mEmitter.IsAllowed(p, mEmitter.mWeight, mShare)) return 0;
@@ -112,7 +111,6 @@ class ObjectParticleGridEmitter::Filler {
   double mCell;
   Limits mLimits;
   Lattice mOuter, mInner;
-  double mJitter;
   ParticleTemplate mParticle;
   Vec3d* mColour;
   Vec3d mCorner{}, mCentre{};
