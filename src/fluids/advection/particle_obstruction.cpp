@@ -43,8 +43,8 @@ ParticleObstruction::ParticleObstruction(const ParticleMotion& motion, ParticleC
   if (!motion.operators.empty()) mFired.reserve(kMostHits);
 }
 
-i32 ParticleObstruction::Meet(const ParticleState& s, const Leg& leg, i32 excluded, bool movers,
-                              ParticleContact& contact) const {
+i32 ParticleObstruction::Meet(const ParticleState& s, const Leg& leg, std::span<const i32> excluded,
+                              bool movers, ParticleContact& contact) const {
   return mSolids.Meet(s.meetsFlow ? &s.flow->Solid() : nullptr, leg, AsksExactly(s), excluded,
                       movers, contact);
 }
@@ -54,38 +54,52 @@ void ParticleObstruction::Stop(ParticleState& s, const Leg& leg, const Vec3d& a)
   if (Solve(s, leg, a, true)) return;
   s = before;
   s.flags |= PF_COLLIDED;
-  Solve(s, leg, a, false);
+  if (Solve(s, leg, a, false)) return;
+  // Nothing lets it go anywhere.
+  s.p = leg.from;
 }
 
-/// Brings a place in the leg, to which something that moves pushed the particle, before what
-/// rests; false where more than one solid is against it.
-bool ParticleObstruction::Settle(const ParticleState& s, const Leg& leg, Vec3d& p) const {
-  Leg way = leg;
+/// Brings a place, to which solids pushed the particle, before all that rest: no solid has anything
+/// against it, and none lies between it and the start of the leg. False where there is no such
+/// place nearby.
+bool ParticleObstruction::Settle(const ParticleState& s, const Leg& leg, Vec3d& p) {
+  // Of the distance that is kept from surfaces: closer than that a place is as good as another.
+  constexpr double kNear = 1e-2;
+  const auto isNear = [&](const Vec3d& at) {
+    return Length(at - p) <= kNear * mMotion.offset || IsSamePlace(at, p);
+  };
+  mQuiet.clear();
   ParticleContact contact;
-  for (i32 pass = 0; pass < 2; ++pass) {
-    way.to = p;
-    if (Meet(s, way, SolidsRound::kNone, false, contact) == SolidsRound::kNone) return true;
-    if (IsSamePlace(contact.position, p)) return true;
+  for (i32 moves = 0; moves <= kMostHits;) {
+    const Leg way{.from = leg.from, .to = p, .begin = leg.begin, .end = leg.end};
+    const i32 solid = Meet(s, way, mQuiet, false, contact);
+    if (solid == SolidsRound::kNone) return true;
+    if (isNear(contact.position)) {
+      if (solid == SolidsRound::kWall) return true;
+      mQuiet.push_back(solid);
+      continue;
+    }
     p = contact.position;
+    mQuiet.clear();
+    ++moves;
   }
-  way.to = p;
-  return Meet(s, way, SolidsRound::kNone, false, contact) == SolidsRound::kNone ||
-         Length(contact.position - p) <= mMotion.offset;
+  return false;
 }
 
 /// `Stop` with or without the solids that move; false where they leave no room.
 bool ParticleObstruction::Solve(ParticleState& s, Leg leg, const Vec3d& a, bool withMovers) {
   ParticleContact contact, held;
-  i32 solid = Meet(s, leg, SolidsRound::kNone, withMovers, contact), holder = SolidsRound::kNone;
+  i32 solid = Meet(s, leg, {}, withMovers, contact), holder = SolidsRound::kNone;
   if (solid == SolidsRound::kNone) return true;
   const Leg whole = leg;
-  bool isBuried = false, isHeld = false, isPushed = false;
+  bool isBuried = false, isHeld = false, isPushed = false, areSeveral = false, beganInside = false;
   const bool flies = s.way != ParticleWay::Carried;
   ParticleFlight flight(s.way == ParticleWay::Verlet ? s.v / mDt : s.v, a, mDt);
   double flown = 0;  // of the leg
   for (i32 hits = 0; solid != SolidsRound::kNone; ++hits) {
     s.flags |= PF_COLLIDED;
     isPushed |= IsOfMover(contact);
+    beganInside |= contact.buried > 0;
     isHeld |= !IsOfMover(contact);
     isBuried |= IsOfMover(contact) && contact.buried > kBuried;
     if (isBuried && isHeld) return false;
@@ -120,10 +134,14 @@ bool ParticleObstruction::Solve(ParticleState& s, Leg leg, const Vec3d& a, bool 
       flown = 0;
       solid = holder = SolidsRound::kNone;
     }
-    solid = Meet(s, leg, solid, withMovers, contact);
+    // Of walls no more than one is met at once.
+    const std::span<const i32> last(&solid, solid >= SolidsRound::kLevelSet ? 1 : 0);
+    const i32 next = Meet(s, leg, last, withMovers, contact);
+    areSeveral |= next != SolidsRound::kNone && next != solid;
+    solid = next;
   }
-  // What is pushed out of a mover in which it began may have gone on behind what rests.
-  if (isPushed && !Settle(s, whole, leg.to)) return false;
+  // What one solid pushes, or lets go, may have come behind another.
+  if ((isPushed || areSeveral || beganInside) && !Settle(s, whole, leg.to)) return false;
   s.p = leg.to;
   if (flies) SetVelocity(s, flight);
   return true;

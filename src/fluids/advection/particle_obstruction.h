@@ -32,10 +32,10 @@ class ParticleObstruction {
   bool AsksExactly(const ParticleState& s) const {
     return s.way != ParticleWay::Carried && (mMotion.restitution > 0 || !mMotion.operators.empty());
   }
-  i32 Meet(const ParticleState& s, const Leg& leg, i32 excluded, bool movers,
+  i32 Meet(const ParticleState& s, const Leg& leg, std::span<const i32> excluded, bool movers,
            ParticleContact& contact) const;
   bool Solve(ParticleState& s, Leg leg, const Vec3d& a, bool withMovers);
-  bool Settle(const ParticleState& s, const Leg& leg, Vec3d& p) const;
+  bool Settle(const ParticleState& s, const Leg& leg, Vec3d& p);
   bool FiresOperators(i32 solid);
   void React(ParticleState& s, const ParticleContact& contact, ParticleFlight& flight) const;
   void SetVelocity(ParticleState& s, const ParticleFlight& flight) const;
@@ -45,6 +45,7 @@ class ParticleObstruction {
   u32 mWorker;
   SolidsRound mSolids;
   std::vector<i32> mFired;  ///< solids that called for the operators in this step of the particle
+  std::vector<i32> mQuiet;  ///< resting solids that have nothing against a place
   double mDt;
 };
 

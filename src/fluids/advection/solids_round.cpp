@@ -1,13 +1,23 @@
 #include "fluids/advection/solids_round.h"
 
+#include <algorithm>
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+namespace {
+
+bool Holds(std::span<const i32> solids, i32 solid) {
+  return std::find(solids.begin(), solids.end(), solid) != solids.end();
+}
+
+}  // namespace
+
 void SolidsRound::MeetVolumes(const std::vector<VolumeSolid>& volumes, const Leg& leg,
-                              const Touch& touch, i32 excluded, bool movers, i32& solid,
-                              ParticleContact& first) {
+                              const Touch& touch, std::span<const i32> excluded, bool movers,
+                              i32& solid, ParticleContact& first) {
   ParticleContact contact;
   for (i32 i = 0; i < static_cast<i32>(volumes.size()); ++i) {
-    const bool isExcluded = kFirstVolume + i == excluded || (!movers && volumes[i].Moves());
+    const bool isExcluded = (!movers && volumes[i].Moves()) || Holds(excluded, kFirstVolume + i);
     if (isExcluded || !volumes[i].Meet(leg, touch, contact)) continue;
     if (solid != kNone && contact.share >= first.share) continue;
     solid = kFirstVolume + i;
@@ -15,8 +25,8 @@ void SolidsRound::MeetVolumes(const std::vector<VolumeSolid>& volumes, const Leg
   }
 }
 
-i32 SolidsRound::Meet(const FlowSolid* flow, const Leg& leg, bool isExact, i32 excluded,
-                      bool movers, ParticleContact& first) const {
+i32 SolidsRound::Meet(const FlowSolid* flow, const Leg& leg, bool isExact,
+                      std::span<const i32> excluded, bool movers, ParticleContact& first) const {
   i32 solid = kNone;
   if (!flow || flow->IsEmpty()) {
     MeetVolumes(mVolumes, leg, {static_cast<f32>(mOffset), isExact}, excluded, movers, solid,
@@ -30,8 +40,7 @@ i32 SolidsRound::Meet(const FlowSolid* flow, const Leg& leg, bool isExact, i32 e
                 first);
   } else if (flow->AsksObstacles(leg)) {
     MeetVolumes(flow->Obstacles(), leg, touch, excluded, movers, solid, first);
-  } else if (ParticleContact contact; excluded < kLevelSet &&
-                                      flow->MeetLevelSet(leg, touch, contact) &&
+  } else if (ParticleContact contact; excluded.empty() && flow->MeetLevelSet(leg, touch, contact) &&
                                       (solid == kNone || contact.share < first.share)) {
     solid = kLevelSet;
     first = contact;

@@ -1,5 +1,6 @@
 // All that may stop a particle.
 #pragma once
+#include <span>
 #include <vector>
 
 #include "fluids/advection/flow_solid.h"
@@ -22,16 +23,16 @@ class SolidsRound {
   bool IsClear(const FlowSolid& flow, const Leg& leg) const {
     return !mVolumesInFlows && flow.IsClear(leg, mOffset);
   }
-  /// The first solid that a leg meets, but for `excluded`, or `kNone`; `flow` is what is solid
-  /// about the flow round the particle, or null. Without `movers` what moves in the step doesn't
-  /// count.
-  i32 Meet(const FlowSolid* flow, const Leg& leg, bool isExact, i32 excluded, bool movers,
-           ParticleContact& first) const;
+  /// The first solid that a leg meets, but for those `excluded`, or `kNone`; `flow` is what is
+  /// solid about the flow round the particle, or null. Without `movers` what moves in the step
+  /// doesn't count.
+  i32 Meet(const FlowSolid* flow, const Leg& leg, bool isExact, std::span<const i32> excluded,
+           bool movers, ParticleContact& first) const;
 
  private:
   static void MeetVolumes(const std::vector<VolumeSolid>& volumes, const Leg& leg,
-                          const Touch& touch, i32 excluded, bool movers, i32& solid,
-                          ParticleContact& first);
+                          const Touch& touch, std::span<const i32> excluded, bool movers,
+                          i32& solid, ParticleContact& first);
 
   const std::vector<VolumeSolid>& mVolumes;
   double mOffset;

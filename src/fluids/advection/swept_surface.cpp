@@ -136,7 +136,7 @@ SweptSurface::SweptSurface(std::vector<Triangle> triangles) : mTriangles(std::mo
   mStart.pop_back();
 }
 
-bool SweptSurface::Meet(const Vec3d& from, const Vec3d& to, double begin, double end,
+bool SweptSurface::Meet(const Vec3d& from, const Vec3d& to, double begin, double end, Side looked,
                         Meeting& first) const {
   const Vec3d low = Min(from, to), high = Max(from, to);
   if (mTriangles.empty() || !BoxesMeet(low, high, mLow, mHigh)) return false;
@@ -152,6 +152,7 @@ bool SweptSurface::Meet(const Vec3d& from, const Vec3d& to, double begin, double
       const Encounter encounter{triangle, from, to, begin, end};
       if (!BoxesMeet(low, high, least, most) || !encounter.FindCrossing(share, weights, isAbove))
         continue;
+      if (looked != Side::Any && isAbove != (looked == Side::Front)) continue;
       // Of two that meet it at once the first one in the mesh counts, whatever the bins.
       if (share > first.share || (share == first.share && mEntries[k] >= nearest)) continue;
       nearest = mEntries[k];

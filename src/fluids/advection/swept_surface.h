@@ -24,11 +24,15 @@ class SweptSurface {
     Vec3d end{}, endNormal{};  ///< the same point of the surface when the way ends
     Vec3d motion{};            ///< of the point, per step
   };
+  /// From which side of triangles a way may meet them: that to which their normals look, the other,
+  /// or any.
+  enum class Side { Any, Front, Back };
   /// Finds where a straight way between two times first meets the surface; false where it doesn't.
   ///
   /// A triangle holds the point at the roots of a cubic, that of the volume between them: Provot,
   /// "Collision and self-collision handling in cloth model dedicated to design garments" (1997).
-  bool Meet(const Vec3d& from, const Vec3d& to, double begin, double end, Meeting& first) const;
+  bool Meet(const Vec3d& from, const Vec3d& to, double begin, double end, Side side,
+            Meeting& first) const;
 
  private:
   /// Calls f(bin) for the bins that a box covers.

@@ -1,5 +1,7 @@
 #include "fluids/advection/volume_solid.h"
 
+#include <algorithm>
+
 #include "fluids/advection/meet_solid.h"
 #include "fluids/volume/thin_walls.h"
 #include "grids/for_each_cell.h"
@@ -22,6 +24,20 @@ Vec3d NormalOff(const SharpSurface& sharp, const SharpSurface::Nearest& nearest,
   return Dot(away, away) > 0 ? Normalised(away) : sharp.NormalOf(nearest.triangle);
 }
 
+/// The triangles of a mesh; `beginOf(triangle, corner)` tells where a corner was at the start.
+template <class F>
+std::vector<SweptSurface::Triangle> TrianglesOf(const TriMeshSTL& mesh, F&& beginOf) {
+  const std::vector<Vec3d>& corners = mesh.GetVertices();
+  std::vector<SweptSurface::Triangle> triangles(mesh.GetTriangleCount());
+  for (i32 i = 0; i < mesh.GetTriangleCount(); ++i)
+    for (i32 c = 0; c < 3; ++c) {
+      const Vec3d& corner = corners[mesh.GetTriangles()[i][c]];
+      triangles[i].end[c] = corner;
+      triangles[i].begin[c] = beginOf(i, corner);
+    }
+  return triangles;
+}
+
 }  // namespace
 
 VolumeSolid::VolumeSolid(const VolumeBase& volume)
@@ -38,25 +54,19 @@ VolumeSolid::VolumeSolid(const VolumeBase& volume, const SolidMotion& motion)
       mMotion(motion),
       mSharp(HasThinWalls(volume) ? volume.GetSharpSurface() : std::nullopt) {
   // Beside the edge of a triangle the nodes may know but the one behind it, which leans.
-  if (mSharp) mSharp->LinkTriangles();
+  if (mSharp) {
+    mSharp->LinkTriangles();
+    mSkin.emplace(TrianglesOf(mSharp->Mesh(), [](i32, const Vec3d& corner) { return corner; }));
+  }
   if (volume.HasGridData() && !motion.Rests())
     mTravel = motion.Travel(Length(volume.mBoxMax - volume.mBoxMin));
 }
 
 void VolumeSolid::Sweep(const Mesh& mesh) {
-  const std::vector<Vec3d>& corners = mesh.mMesh.GetVertices();
-  std::vector<SweptSurface::Triangle> triangles;
-  triangles.reserve(mesh.mMesh.GetTriangleCount());
-  for (i32 i = 0; i < mesh.mMesh.GetTriangleCount(); ++i) {
-    SweptSurface::Triangle& triangle = triangles.emplace_back();
-    for (i32 c = 0; c < 3; ++c) {
-      const Vec3d& corner = corners[mesh.mMesh.GetTriangles()[i][c]];
-      triangle.end[c] = corner;
-      triangle.begin[c] = mesh.IsDeforming() ? corner - mesh.GetSurfaceVelocity(i, corner)
-                                             : mMotion.FromEnd(corner, 0);
-    }
-  }
-  mSwept.emplace(std::move(triangles));
+  mSwept.emplace(TrianglesOf(mesh.mMesh, [&](i32 triangle, const Vec3d& corner) {
+    return mesh.IsDeforming() ? corner - mesh.GetSurfaceVelocity(triangle, corner)
+                              : mMotion.FromEnd(corner, 0);
+  }));
   mTravel = mesh.GetTravel();
 }
 
@@ -68,13 +78,33 @@ bool VolumeSolid::MayMeet(const Leg& leg) const {
 
 bool VolumeSolid::MeetAtRest(const Vec3d& from, const Vec3d& to, const Touch& touch,
                              ParticleContact& contact) const {
-  return BoxesMeet(Min(from, to), Max(from, to), mVolume->mBoxMin, mVolume->mBoxMax) &&
-         MeetSolid(*this, from, to, touch, contact);
+  if (!BoxesMeet(Min(from, to), Max(from, to), mVolume->mBoxMin, mVolume->mBoxMax)) return false;
+  MeetSolid(*this, from, to, touch, contact);
+  if (mSkin) MeetSkin(from, contact.hit ? contact.position : to, touch, contact);
+  return contact.hit;
+}
+
+/// Between two places of which the nearest parts are others a thin wall may lie that distances
+/// don't show: what comes from outside stops at its triangles.
+void VolumeSolid::MeetSkin(const Vec3d& from, const Vec3d& to, const Touch& touch,
+                           ParticleContact& contact) const {
+  const auto outside =
+      mSharp->LooksInwards() ? SweptSurface::Side::Back : SweptSurface::Side::Front;
+  SweptSurface::Meeting met;
+  if (!mSkin->Meet(from, to, 0, 1, outside, met)) return;
+  contact.hit = true;
+  contact.slides = false;
+  contact.share = met.share;
+  contact.entry = contact.position =
+      met.at + met.normal * std::max(double{touch.radius}, kLeastSkin * CellSize());
+  contact.normal = met.normal;
+  contact.depth = -Length(to - met.at);
 }
 
 bool VolumeSolid::MeetSwept(const Leg& leg, const Touch& touch, ParticleContact& contact) const {
   const double radius = std::max(double{touch.radius}, kLeastSkin * CellSize());
-  if (SweptSurface::Meeting met; mSwept->Meet(leg.from, leg.to, leg.begin, leg.end, met)) {
+  if (SweptSurface::Meeting met;
+      mSwept->Meet(leg.from, leg.to, leg.begin, leg.end, SweptSurface::Side::Any, met)) {
     contact.hit = true;
     contact.share = met.share;
     contact.entry = met.at + met.normal * radius;

@@ -42,6 +42,8 @@ class VolumeSolid {
  private:
   bool IsBeyondThin(double distance) const { return distance > 2 * CellSize(); }
   void Sweep(const Mesh& mesh);
+  void MeetSkin(const Vec3d& from, const Vec3d& to, const Touch& touch,
+                ParticleContact& contact) const;
   bool MeetSwept(const Leg& leg, const Touch& touch, ParticleContact& contact) const;
   bool MeetAtRest(const Vec3d& from, const Vec3d& to, const Touch& touch,
                   ParticleContact& contact) const;
@@ -51,6 +53,7 @@ class VolumeSolid {
   double mTravel = 0;                  ///< the longest way of its points in the step
   std::optional<SharpSurface> mSharp;  ///< of a volume with parts that are thinner than two cells
   std::optional<SweptSurface> mSwept;  ///< of one that deforms, or is a sheet
+  std::optional<SweptSurface> mSkin;   ///< triangles of one with thin parts, as they are at the end
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

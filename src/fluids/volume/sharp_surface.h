@@ -37,6 +37,8 @@ class SharpSurface {
   /// Unit normal of a triangle, out of the solid; zero for one without area.
   Vec3d NormalOf(i32 triangle) const;
 
+  /// The triangles' normals point into the solid.
+  bool LooksInwards() const { return mOut < 0; }
   const TriMeshSTL& Mesh() const { return mMesh; }
   const EGrid<double>& Distances() const { return mDistance; }
 

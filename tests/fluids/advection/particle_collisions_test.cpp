@@ -163,6 +163,69 @@ TEST(MovingSolids, PressNothingIntoTheFloor) {
     }
 }
 
+TEST(MovingSolids, PressNothingThroughAWallAlongTheFloor) {
+  const Threads two(2);
+  for (const double thickness : {1.0, 20.0})
+    for (const i32 substeps : {1, 3}) {
+      // A piston that stands on the floor, a little in it, comes a little into the wall.
+      Sweep sweep(host::MakeBox({.size = {20, 40, 60}}), false, substeps);
+      sweep.moverNode->Set(1013, i32{1});
+      sweep.MakeObstacle(host::MakeBox({.size = {160, 20, 60}}))
+          .SetPlacement({0, -10, 0}, {}, {1, 1, 1});
+      sweep.MakeObstacle(host::MakeBox({.size = {thickness, 60, 60}}))
+          .SetPlacement({50 + thickness / 2, 30, 0}, {}, {1, 1, 1});
+      sweep.Frame(0, {-50, 19, 0});
+      for (i32 i = 0; i < 60; ++i)
+        sweep.Add(
+            {sweep.Between(-0.2, 0.48), sweep.Between(0.01, 0.16), sweep.Between(-0.15, 0.15)});
+      for (i32 frame = 1; frame <= 18; ++frame)
+        sweep.Frame(frame, {-50 + frame * 92.0 / 18, 19, 0});
+      for (const Vec3d& p : sweep.Store().Positions())
+        EXPECT_FALSE(p.x > 0.5002 && std::abs(p.z) < 0.3 && p.y > -0.01)
+            << p.x << " " << p.y << " " << p.z << " wall " << thickness;
+    }
+}
+
+TEST(ThinBoxes, HoldWhatSlidesAlongTheirFloor) {
+  const Threads two(2);
+  // Walls of a fifth of a cell: their own floor is nearer than what lies beyond the next wall.
+  host::Geometry box;
+  for (const double side : {50.0, 51.0}) {
+    host::Geometry part = host::MakeBox({.size = Vec3d{2, 1, 1} * side});
+    const i32 first = static_cast<i32>(box.points.size());
+    box.points.insert(box.points.end(), part.points.begin(), part.points.end());
+    for (host::Polygon p : part.polygons) {
+      if (side < 51) std::swap(p.b, p.d);
+      box.polygons.push_back({p.a + first, p.b + first, p.c + first, p.d + first});
+    }
+  }
+  Sweep sweep(std::move(box), false, 0);
+  sweep.serverNode->Set(1012, Vec3d{0, -9.81, 0});
+  sweep.Frame(0, {});
+  for (i32 i = 0; i < 60; ++i)
+    sweep.Add({sweep.Between(-0.3, 0.3), -0.24, sweep.Between(-0.15, 0.15)},
+              {sweep.Between(-4, 4), 0, sweep.Between(-4, 4)});
+  for (i32 frame = 1; frame <= 25; ++frame) sweep.Frame(frame, {});
+  for (const Vec3d& p : sweep.Store().Positions())
+    EXPECT_TRUE(std::abs(p.x) < 0.5 && std::abs(p.y) < 0.25 && std::abs(p.z) < 0.25)
+        << p.x << " " << p.y << " " << p.z;
+}
+
+TEST(Sheets, HoldWhatIsPressedOntoThem) {
+  const Threads two(2);
+  for (const double stop : {10.0, 9.0}) {
+    Sweep sweep(host::MakeBox({.size = {60, 20, 20}}), false, 1);
+    sweep.moverNode->Set(1013, i32{1});
+    sweep.MakeObstacle(host::MakePlane({.size = {160, 0, 60}}));
+    sweep.Frame(0, {0, 30, 0});
+    for (i32 i = 0; i < 60; ++i)
+      sweep.Add({sweep.Between(-0.29, 0.29), 0.01, sweep.Between(-0.09, 0.09)});
+    for (i32 frame = 1; frame <= 30; ++frame)
+      sweep.Frame(frame, {0, std::max(stop, 30.0 - 2 * frame), 0});
+    for (const Vec3d& p : sweep.Store().Positions()) EXPECT_GT(p.y, -1e-9) << stop;
+  }
+}
+
 TEST(MovingSolids, PushWhatLiesInTheWayOfAnOar) {
   for (const bool inRoom : {false, true}) {
     Sweep sweep(Plate(0.5), inRoom, 1);
