@@ -30,6 +30,7 @@ class ParticleEmitterHints : public HintBase {
   void LookAt(const BaseNode& server) {
     Collect(server);
     for (const BaseNode* node : mNodes) {
+      if (IsProperty(*node)) LookAtId(*node);
       if (!MayWork(*node)) continue;
       const bool fillsVolume = IsA<ObjectParticleGridEmitter>(*node);
       if (!IsA<OnMesh>(*node) && !fillsVolume) continue;
@@ -71,6 +72,20 @@ class ParticleEmitterHints : public HintBase {
 
   static bool IsProperty(const BaseNode& node) {
     return IsA<Property<bool>>(node) || IsA<Property<double>>(node) || IsA<Property<Vec3d>>(node);
+  }
+  /// Numbers below those of users belong to properties of one sort each.
+  void LookAtId(const BaseNode& property) {
+    const i32 id = Whole(property, iProperty::kPropertyRow);
+    const i32 end = IsA<Property<double>>(property)  ? property_id::kFirstVector
+                    : IsA<Property<Vec3d>>(property) ? property_id::kFirstBool
+                                                     : property_id::kFirstUser;
+    if (id >= end && id < property_id::kFirstUser)
+      Warn(property,
+           fmt::format("'{}' {} is that of a {}; a number of your own is {} or more",
+                       NameOf(property, iProperty::kPropertyRow), id,
+                       id < property_id::kFirstBool ? "vector" : "switch",
+                       i32{property_id::kFirstUser}),
+           iProperty::kPropertyRow);
   }
   /// Of two values for one property the particles get the one that is listed later.
   void LookAtProperties(const BaseNode& emitter) {
