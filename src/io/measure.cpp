@@ -132,16 +132,20 @@ FaceSums MeasureLayer(const EGrid<double>& velocity, const EGrid<float>* open,
   return sums;
 }
 
-/// The open shares of the cells in which a flow is liquid, in cells.
+/// What of the cells is liquid, in cells: the open share of those inside, of those at the surface
+/// as much as lies below it.
 double LiquidCells(const Flow& flow, i32 threads) {
   const EGrid<double>& surface = *flow.mSurface;
   const EGrid<float>* open =
       flow.mFractions.HasField(0, 0) ? flow.mFractions.GetRead(0, 0) : nullptr;
   if (open && (!open->mData || open->Dims() != surface.Dims())) open = nullptr;
+  const double perCell = 1 / double{surface.mLayout.cellSize};
   return SumBlocks(surface.mNz, 1, threads, [&](i64 first, i64 last) {
     double sum = 0;
-    for (i64 i = first * surface.mSlice; i < last * surface.mSlice; ++i)
-      if (surface.mData[i] < 0) sum += open ? double{open->mData[i]} : 1.0;
+    for (i64 i = first * surface.mSlice; i < last * surface.mSlice; ++i) {
+      const double below = std::clamp(0.5 - surface.mData[i] * perCell, 0.0, 1.0);
+      sum += open ? below * double{open->mData[i]} : below;
+    }
     return sum;
   });
 }

@@ -41,8 +41,10 @@ void ParticleSort::Build(std::span<ParticleGroup* const> groups, i32 kind, i32 t
   mGroups.assign(groups.begin(), groups.end());
   i64 total = 0;
   mFirst.clear();
+  mPositions.clear();
   for (ParticleGroup* group : mGroups) {
     mFirst.push_back(total);
+    mPositions.push_back(group->Store(kind).Positions().data());
     total += group->Count(kind);
   }
   mCells.resize(total);
@@ -102,8 +104,7 @@ void ParticleSort::StartRanges() {
   // What is there already is only written over.
   if (mEntries.size() < static_cast<std::size_t>(placed)) {
     mEntries.resize(placed);
-    mRangeEntries.resize(placed);
-    mRangeCells.resize(placed);
+    mPlaced.resize(placed);
   }
   mStarts.resize(i64{mLayout.count} + 1);
   mStarts.back() = placed;
@@ -113,15 +114,12 @@ void ParticleSort::StartRanges() {
 void ParticleSort::FillRanges(i32 group, i32 threads) {
   const ParticleStore& store = mGroups[group]->Store(mKind);
   const i32* cells = mCells.data() + mFirst[group];
-  const std::span<const Vec3d> positions = store.Positions();
   ForEachBlock(kParts, threads, [&](i32 part) {
     const IndexRange rows = store.PartOf(part, kParts);
     i32* next = CountsOf(group, part);
     for (i32 row = rows.first; row < rows.last; ++row) {
       if (cells[row] < 0) continue;
-      const i32 at = next[cells[row] >> mShift]++;
-      mRangeEntries[at] = {positions[row], row, group};
-      mRangeCells[at] = cells[row];
+      mPlaced[next[cells[row] >> mShift]++] = {cells[row], row, group};
     }
   });
 }
@@ -132,15 +130,18 @@ void ParticleSort::SortRange(i32 range) {
   i32* starts = mStarts.data() + first;
   std::fill(starts, starts + (last - first), 0);
   for (i32 i = mRangeStart[range]; i < mRangeStart[range + 1]; ++i)
-    ++starts[mRangeCells[i] - first];
+    ++starts[mPlaced[i].cell - first];
   i32 placed = mRangeStart[range + 1];
   for (i32 cell = last - first - 1; cell >= 0; --cell) {
     placed -= starts[cell];
     starts[cell] = placed + starts[cell];
   }
   // From the end of each cell backwards, so that its start is left over.
-  for (i32 i = mRangeStart[range + 1] - 1; i >= mRangeStart[range]; --i)
-    mEntries[--starts[mRangeCells[i] - first]] = mRangeEntries[i];
+  for (i32 i = mRangeStart[range + 1] - 1; i >= mRangeStart[range]; --i) {
+    const Placed& particle = mPlaced[i];
+    mEntries[--starts[particle.cell - first]] = {mPositions[particle.group][particle.row],
+                                                 particle.row, particle.group};
+  }
 }
 
 std::vector<std::vector<ParticleSort::Entry>> ParticleSort::Gather(const VecInt3D& centre,
@@ -170,7 +171,7 @@ double ParticleSort::Density(const VecInt3D& cell, double h, double factor) cons
 i64 ParticleSort::Bytes() const {
   const auto bytes = [](const auto& values) { return values.capacity() * sizeof(values[0]); };
   return static_cast<i64>(bytes(mStarts) + bytes(mEntries) + bytes(mCells) + bytes(mCounts) +
-                          bytes(mRangeEntries) + bytes(mRangeCells));
+                          bytes(mPlaced));
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

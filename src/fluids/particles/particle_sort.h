@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "fluids/particles/particle_group.h"
+#include "grids/fixed_blocks.h"
 #include "grids/grid_layout.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -51,6 +52,20 @@ class ParticleSort {
       for (i32 y = low.y; y < high.y; ++y)
         for (const Entry& entry : Row({low.x, y, z}, high.x)) f(entry);
   }
+  /// Calls f(entry) for all particles, on workers, so that those at work at a time are at least two
+  /// layers of cells apart along z: what a particle adds to cells up to one layer off needs no
+  /// lock, and adds up in one order for any number.
+  template <class F>
+  void ForEachBySlab(i32 threads, F&& f) const {
+    constexpr i32 kSlab = 4;
+    const VecInt3D n = mLayout.dims;
+    const i32 slabs = (n.z + kSlab - 1) / kSlab;
+    for (const i32 colour : {0, 1})
+      ForEachBlock((slabs + 1 - colour) / 2, threads, [&](i32 pair) {
+        const i32 first = (2 * pair + colour) * kSlab;
+        ForEachInBox({0, 0, first}, {n.x, n.y, first + kSlab}, f);
+      });
+  }
   /// Calls f(entry, distanceSquared) for all particles closer than `radius` to `p`.
   template <class F>
   void ForEachWithin(const Vec3d& p, double radius, F&& f) const {
@@ -85,6 +100,10 @@ class ParticleSort {
           static_cast<i32>(std::clamp(std::floor(v[a] + 1e-6), -1.0, double(mLayout.dims[a])));
     return cell;
   }
+  /// A particle of a range, before its place in it is known.
+  struct Placed {
+    i32 cell, row, group;
+  };
   /// The passes of `Build`: cells and numbers of the particles of each part in each range, where
   /// these begin, the particles by ranges, and each range by cells.
   void FindCells(i32 group, i32 threads, bool storeVelocity);
@@ -109,13 +128,13 @@ class ParticleSort {
   std::vector<Entry> mEntries;  ///< the first `mCount` count
   i32 mCount = 0;
   // Scratch:
-  i32 mShift = 0;                    ///< a cell's number without so many bits is its range's
-  std::vector<i32> mCells;           ///< the cell of each particle, -1 outside
-  std::vector<i64> mFirst;           ///< of each group in `mCells`
-  std::vector<i32> mCounts;          ///< of each part in each range; later where it writes next
-  std::vector<i32> mRangeStart;      ///< of each range in the entries, and the end
-  std::vector<Entry> mRangeEntries;  ///< by ranges
-  std::vector<i32> mRangeCells;      ///< their cells
+  i32 mShift = 0;                        ///< a cell's number without so many bits is its range's
+  std::vector<i32> mCells;               ///< the cell of each particle, -1 outside
+  std::vector<i64> mFirst;               ///< of each group in `mCells`
+  std::vector<const Vec3d*> mPositions;  ///< of each group, by row
+  std::vector<i32> mCounts;              ///< of each part in each range; later where it writes next
+  std::vector<i32> mRangeStart;          ///< of each range in the entries, and the end
+  std::vector<Placed> mPlaced;           ///< by ranges
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -2,6 +2,7 @@
 
 #include "fluids/levelset/eikonal_sweeper.h"
 #include "fluids/levelset/fast_sweeper.h"
+#include "fluids/particles/smooth_surface.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -78,7 +79,8 @@ bool ParticleToLevelset::FillByCount(const ParticleSort& sort, EGrid<double>& ph
 }
 
 void ParticleToLevelset::EnterSolids(const EGrid<double>& solid, EGrid<double>& phi) const {
-  const double near = mUseDensity ? 8 * mDensityThreshold : 0.5 * double{phi.mLayout.cellSize};
+  const double near =
+      mMode == SurfaceMode::Density ? 8 * mDensityThreshold : 0.5 * double{phi.mLayout.cellSize};
   const i32 ny = solid.mNx, nz = solid.mSlice;
   ForEachSample(phi, [&](i32 x, i32 y, i32 z, i32 i) {
     if (!(phi[i] <= near)) return;
@@ -89,14 +91,16 @@ void ParticleToLevelset::EnterSolids(const EGrid<double>& solid, EGrid<double>& 
   });
 }
 
-bool ParticleToLevelset::Run(const ParticleSort& sort, const EGrid<double>* solid,
-                             EGrid<double>& phi, host::HostThread* thread) {
+bool ParticleToLevelset::Run(const ParticleSort& sort, const Solids& solids, EGrid<double>& phi,
+                             host::HostThread* thread) {
   if (!phi.mData || sort.Layout().dims != phi.Dims()) return false;
   if (phi.mNx < 2 || phi.mNy < 2 || phi.mNz < 2) return false;
-  if (mUseDensity)
+  if (mMode == SurfaceMode::Smooth) return SmoothSurface(sort, solids.open, phi).Run(thread);
+  if (mMode == SurfaceMode::Density)
     FillByDensity(sort, phi);
   else if (!FillByCount(sort, phi, thread))
     return false;
+  const EGrid<double>* solid = solids.levelSet;
   if (solid && solid->mData && solid->Dims() == phi.Dims() + VecInt3D{1, 1, 1})
     EnterSolids(*solid, phi);
   return true;

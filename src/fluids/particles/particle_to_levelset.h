@@ -5,24 +5,35 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Makes a level set (simulation units, negative inside) of the cells that hold particles. A liquid
-/// solver embeds one.
+/// What of a liquid's particles tells where it is.
+enum class SurfaceMode : i32 {
+  Count = 0,    ///< cells that hold some
+  Density = 1,  ///< cells where they are dense
+  Smooth = 2,   ///< the space that they fill, by `SmoothSurface`
+};
+
+/// Makes a level set (simulation units, negative inside) of a liquid's particles. A liquid solver
+/// embeds one.
 ///
 /// By count, a cell with more than `mCountThreshold` particles lies inside: the outermost ones get
 /// minus half a cell, the rest the distance to them. By density, each cell gets the density that
-/// its particles lack, which is no distance. At the end surface cells inside solids count as
-/// liquid, so that the surface doesn't pull away from walls.
+/// its particles lack, which is no distance. In both, surface cells inside solids count as liquid
+/// at the end, so that the surface doesn't pull away from walls.
 class ParticleToLevelset {
  public:
   static constexpr double kFar = 1e308;  ///< where no distance reaches
 
-  /// Fills `phi` from particles that are sorted by the same cells; `solid` is the level set of what
-  /// is solid, at the nodes of these cells, or null. False without grids of these shapes or without
-  /// memory. Runs on all workers, with one result for any number.
-  bool Run(const ParticleSort& sort, const EGrid<double>* solid, EGrid<double>& phi,
+  /// What is solid about the particles; each may be missing.
+  struct Solids {
+    const EGrid<double>* levelSet = nullptr;  ///< at the nodes of the cells
+    const EGrid<float>* open = nullptr;       ///< open fractions of the cells
+  };
+  /// Fills `phi` from particles that are sorted by the same cells. False without grids of these
+  /// shapes or without memory. Runs on all workers, with one result for any number.
+  bool Run(const ParticleSort& sort, const Solids& solids, EGrid<double>& phi,
            host::HostThread* thread = nullptr);
 
-  bool mUseDensity = false;
+  SurfaceMode mMode = SurfaceMode::Count;
   double mDensityThreshold = 0.2;  ///< per an eighth of a cell
   u8 mCountThreshold = 4;          ///< cells with more than so many particles lie inside
   /// Distances as they are along every direction (`EikonalSweeper`), instead of counted in steps to

@@ -37,6 +37,46 @@ bool ConjugateGradients::Solve() {
   return false;
 }
 
+bool ConjugateGradients::Continue() {
+  if (!mHasSystem) return false;
+  mMatrix.FindLines(mThreads);
+  DropEntriesToMissingRows();
+  mLargest = StartResidual();
+  const double left = TakeResult();
+  mEnd = SolveEnd::Converged;
+  mResidual = mLargest > 0 ? left / mLargest : 0;
+  if (!(left > std::max(mLargest * mAccuracy.tolerance, mFloor))) return true;
+  mBest = mResidual;
+  mBestIteration = mIterations;
+  mEnd = Iterate(mIterations + mAccuracy.maxIterations);
+  ZeroMissingResults();
+  return mEnd == SolveEnd::Converged;
+}
+
+void ConjugateGradients::ZeroMissingResults() {
+  const i64 layer = i64{mDims.x} * mDims.y;
+  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
+    const double* diagonal = mMatrix.Diagonal() + z * layer;
+    double* x = mArrays[kResult] + z * layer;
+    for (i64 i = 0; i < layer; ++i)
+      if (diagonal[i] == 0) x[i] = 0;
+  });
+}
+
+double ConjugateGradients::TakeResult() {
+  ZeroMissingResults();
+  ForEachLine([&](i32 c, i32 n, double& top) {
+    double *r = mArrays[kRhs] + c, *z = mArrays[kZ] + c;
+    MultiplyLine(Bands(mMatrix, c), mArrays[kResult] + c, z, n);
+    for (i32 i = 0; i < n; ++i) {
+      r[i] -= z[i];
+      z[i] = 0;
+      top = std::max(top, std::fabs(r[i]));
+    }
+  });
+  return *std::max_element(mPartials.begin() + 1, mPartials.begin() + std::max(2, mDims.z - 1));
+}
+
 void ConjugateGradients::StartAnew() {
   ForEachLine([&](i32 c, i32 n, double&) {
     MultiplyLine(Bands(mMatrix, c), mArrays[kResult] + c, mArrays[kZ] + c, n);

@@ -24,6 +24,11 @@ class ConjugateGradients : public LatticeSolver {
   /// depend on the number of workers. Uses up the right-hand side.
   bool Solve();
 
+  /// Goes on from the result of the last solve for a system that was filled anew, with what leads
+  /// the iteration as it was: for one that differs from the last in few rows. Rows that have gone
+  /// have a result of 0. What it reports counts from the last solve on.
+  bool Continue();
+
   double mFloor = 0;     ///< a residual below that is rounding: nothing is left to solve
   double mResidual = 0;  ///< of the last solve, relative to the largest right-hand side
   double mLargest = 0;   ///< the largest right-hand side of the last solve
@@ -72,6 +77,9 @@ class ConjugateGradients : public LatticeSolver {
   std::vector<double> mPartials;  ///< one per layer
 
  private:
+  /// r = b - A x and x = 0 in rows without entries; returns the largest |r|.
+  double TakeResult();
+  void ZeroMissingResults();
   /// Puts back the right-hand side from the residual and the result, which becomes 0; nothing is
   /// done yet.
   void StartAnew();

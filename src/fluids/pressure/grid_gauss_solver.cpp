@@ -15,6 +15,11 @@ void Grid_GaussSolver::Reset() {
   mSolving = false;
 }
 
+void Grid_GaussSolver::Refill() {
+  LatticeSolver::Refill();
+  mSolving = false;
+}
+
 void Grid_GaussSolver::Release(bool full) {
   LatticeSolver::Release(full);
   if (!full) return;

@@ -19,6 +19,7 @@ class Grid_GaussSolver : public LatticeSolver {
 
   Grid_GaussSolver() : LatticeSolver(kFirstOwn) {}
   void Reset() override;
+  void Refill() override;
   /// Drops the system; the pressures stay unless `full`.
   void Release(bool full) override;
   void Prepare() override;

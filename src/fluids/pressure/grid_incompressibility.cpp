@@ -121,25 +121,32 @@ bool Grid_Incompressibility::PrepareSystem() {
   return true;
 }
 
+void Grid_Incompressibility::ForEachLayer(void (Grid_Incompressibility::*work)(const CellBox&)) {
+  ForEachBlock(mCells.z, Threads(), [&](i32 z) {
+    (this->*work)({{0, 0, z}, {mCells.x, mCells.y, z + 1}});
+  });
+}
+
+void Grid_Incompressibility::Assemble() {
+  for (auto& layer : mCoupling) layer.clear();
+  if (!mMoving.empty()) ForEachLayer(&Grid_Incompressibility::AddBodyCoupling);
+  ForEachLayer(&Grid_Incompressibility::BuildSystem);
+  mFarLayers = {};
+  if (mFarField) AddFarField();
+  BalanceRegions();
+}
+
 bool Grid_Incompressibility::Project() {
   double weight = 1;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && mTime &&
       !mDuration->Weight(mTime->elapsed, weight))
     return Deactivate(kOverReason);
   if (!PrepareSystem()) return false;
-  const auto forEachLayer = [&](void (Grid_Incompressibility::*work)(const CellBox&)) {
-    ForEachBlock(mCells.z, Threads(), [&](i32 z) {
-      (this->*work)({{0, 0, z}, {mCells.x, mCells.y, z + 1}});
-    });
-  };
-  if (!mMoving.empty()) forEachLayer(&Grid_Incompressibility::AddBodyCoupling);
-  forEachLayer(&Grid_Incompressibility::BuildSystem);
-  mFarLayers = {};
-  if (mFarField) AddFarField();
-  BalanceRegions();
+  Assemble();
   Solve();
+  Settle();
   KeepFarField();
-  forEachLayer(&Grid_Incompressibility::SubtractGradient);
+  ForEachLayer(&Grid_Incompressibility::SubtractGradient);
   MeasureDivergence();
   mFarLayers = {};
   mFields = {};
@@ -148,19 +155,32 @@ bool Grid_Incompressibility::Project() {
 }
 
 void Grid_Incompressibility::Solve() {
-  if (mLinearSolver == 1) {
-    do mGauss.Sweep();
-    while (mGauss.WantsSweep());
-    mReports.push_back({mGauss.mIterations, mGauss.MeasureResidual()});
-    mLargestRhs = 0;  // measured just now
-    return;
-  }
-  ConjugateGradients& solver =
-      mLinearSolver == 2 ? static_cast<ConjugateGradients&>(mMultigrid) : mCG;
+  mReports.emplace_back();
+  if (mLinearSolver == 1) return SweepGauss();
+  ConjugateGradients& solver = UsedIteration();
   solver.mFloor = mRegions.Noise();
   solver.Solve();
+  TakeReport(solver);
+}
+
+void Grid_Incompressibility::SolveOn() {
+  if (mLinearSolver == 1) return SweepGauss();
+  ConjugateGradients& solver = UsedIteration();
+  solver.mFloor = mRegions.Noise();
+  solver.Continue();
+  TakeReport(solver);
+}
+
+void Grid_Incompressibility::SweepGauss() {
+  do mGauss.Sweep();
+  while (mGauss.WantsSweep());
+  mReports.back() = {mGauss.mIterations, mGauss.MeasureResidual()};
+  mLargestRhs = 0;  // measured just now
+}
+
+void Grid_Incompressibility::TakeReport(const ConjugateGradients& solver) {
   mLargestRhs = solver.mLargest;
-  mReports.push_back({solver.mIterations, solver.mResidual});
+  mReports.back() = {solver.mIterations, solver.mResidual};
   CheckSolve(solver.mEnd);
 }
 

@@ -103,7 +103,13 @@ class Grid_Incompressibility : public iObject {
   virtual void GatherMovingBodies(std::vector<MovingBody>& bodies) const;
 
   virtual bool PrepareSystem();
+  /// Fills the system, which has no entries yet.
+  void Assemble();
   void Solve();
+  /// What a solve calls for before its pressures act.
+  virtual void Settle() {}
+  /// Solves a system that was filled anew, from the pressures at hand.
+  void SolveOn();
   /// What is left of the balance in some cells, 1/s, and what went into it.
   struct Balance {
     double largest = 0;
@@ -128,6 +134,13 @@ class Grid_Incompressibility : public iObject {
   /// Where a cell stands, in units of the scene, and how many cells of the flow a region has.
   virtual Vec3d PlaceOf(const VecInt3D& cell) const;
   virtual i64 CellsOf(const Region& region) const { return region.cells; }
+  ConjugateGradients& UsedIteration() {
+    return mLinearSolver == 2 ? static_cast<ConjugateGradients&>(mMultigrid) : mCG;
+  }
+  void SweepGauss();
+  void TakeReport(const ConjugateGradients& solver);
+  /// Runs a part of a projection on all layers.
+  void ForEachLayer(void (Grid_Incompressibility::*work)(const CellBox&));
   void CheckSolve(SolveEnd end);
   /// Keeps a warning unless one of its kind is there.
   void Warn(WarningKind kind, std::string text);

@@ -4,6 +4,10 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+namespace {
+constexpr i32 kTurns = 4;  // in which the set of cells that let go of walls is found
+}
+
 bool Grid_Incompressibility_FreeSurface::GatherFields(ProjectionFields& fields) {
   if (!Grid_Incompressibility::GatherFields(fields)) return false;
   fields.surface = mFlow->mSurface;
@@ -15,6 +19,17 @@ bool Grid_Incompressibility_FreeSurface::PrepareSystem() {
   if (!Grid_Incompressibility::PrepareSystem()) return false;
   Used().GetMatrix().mHasAir = true;
   return true;
+}
+
+void Grid_Incompressibility_FreeSurface::Settle() {
+  for (i32 turn = 0; turn < kTurns; ++turn) {
+    if (!mRelease.Update({mFields, mRegions, GetPressure(), mDensity}, *mFlow->mSurface, Threads()))
+      return;
+    Used().Refill();
+    Used().GetMatrix().mHasAir = true;
+    Assemble();
+    SolveOn();
+  }
 }
 
 void Grid_Incompressibility_FreeSurface::BuildSystem(const CellBox& block) {

@@ -1,6 +1,7 @@
 #include "fluids/pressure/grid_multigrid_solver.h"
 
 #include <cmath>
+#include <limits>
 #include <new>
 
 #include "fluids/pressure/layer_sweeps.h"
@@ -83,6 +84,7 @@ SolveEnd Grid_MultigridSolver::Iterate(i32 limit) {
     mHasLevels = true;
   }
   mMultigrid.Restart();
+  mPast.fill(std::numeric_limits<double>::infinity());
   const double scale = 1 / mLargest;
   Descend(0, scale);
   double rho = mMultigrid.Cycle(mArrays[kRhs]);

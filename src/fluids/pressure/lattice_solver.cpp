@@ -31,6 +31,14 @@ void LatticeSolver::Reset() {
   mMatrix.SetLattice(mDims, mThreads);
 }
 
+void LatticeSolver::Refill() {
+  if (!mHasSystem) return;
+  const i64 layer = i64{mDims.x} * mDims.y;
+  ForEachBlock(mDims.z, mThreads,
+               [&](i32 z) { std::fill_n(mArrays[kRhs] + z * layer, layer, 0.0); });
+  mMatrix.SetLattice(mDims, mThreads);
+}
+
 void LatticeSolver::Release(bool full) {
   mHasSystem = false;
   if (!full) return;

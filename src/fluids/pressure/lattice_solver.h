@@ -24,6 +24,8 @@ class LatticeSolver : public iObject {
  public:
   /// Zeroes right-hand side and matrix, with `mClearResult` the result too.
   void Reset() override;
+  /// Zeroes right-hand side and matrix, to be filled again; the result stays.
+  virtual void Refill();
   /// Drops the system; its memory is kept for the next one unless `full`.
   void Release(bool full) override;
   void Finish() override { Release(false); }

@@ -130,9 +130,11 @@ const ParameterTable& WaterSolver::Parameters() {
         LinkRow(1217, "kernel", "that kernel; without one a sharp one", {Kernel::kNodeType})
             .OnlyWith(kGatherRow, {1})
             .To(&LiquidSettings::kernel),
-        LongRow(kSurfaceModeRow, "surface_mode", 0, "",
-                "what is liquid: cells with particles, or where they are dense")
-            .Choices({{0, "count"}, {1, "density"}})
+        LongRow(kSurfaceModeRow, "surface_mode", 2, "",
+                "what is liquid: cells with particles, cells where they are dense, or the space "
+                "that they fill, known to a part of a cell")
+            .Missing(i32{0})
+            .Choices({{0, "count"}, {1, "density"}, {2, "smooth"}})
             .To(&LiquidSettings::surfaceMode),
         RealRow(1212, "density_threshold", 0.2, "none",
                 "how dense: particles in a cell, in eighths")
@@ -166,7 +168,7 @@ bool WaterSolver::ReadParameters() {
   mFlip.mRatio = flipRatio;
   mFlip.mGathers = gathers;
   mFlip.mKernelRadius = kernelRadius;
-  mLevelSet.mUseDensity = surfaceMode != 0;
+  mLevelSet.mMode = static_cast<SurfaceMode>(surfaceMode);
   mLevelSet.mDensityThreshold = densityThreshold;
   mLevelSet.mCountThreshold = static_cast<u8>(countThreshold);
   return true;
@@ -202,6 +204,7 @@ void WaterSolver::Release(bool full) {
   mSorted.clear();
   mFlow.mSurface = nullptr;
   mSurface.reset();
+  mLoose.Release();
   mIsOnGrid = false;
 }
 
@@ -236,13 +239,21 @@ void WaterSolver::Sort() {
   mSorted = std::move(now);
 }
 
+void WaterSolver::FindSurface() {
+  const Grid_VolumeFractions& fractions = mFlow.mFractions;
+  mLevelSet.Run(
+      mSort,
+      {mFlow.mBoundary.GetLevelSet(), fractions.HasField(0, 0) ? fractions.GetRead(0, 0) : nullptr},
+      *mSurface);
+}
+
 void WaterSolver::Evaluate(const EvaluationThreadData& data) {
   FluidSolver::Evaluate(data);
   if (!Has(FLAG_ACTIVE) || !IsDirty() || !mFlow.HasVelocity() || !mSurface) return;
   switch (mScene->mStage) {
     case kOperators:
       Sort();
-      mLevelSet.Run(mSort, mFlow.mBoundary.GetLevelSet(), *mSurface);
+      FindSurface();
       break;
     case kFluidDynamics:
       Sort();
@@ -257,13 +268,23 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
   }
 }
 
+i32 WaterSolver::Rounds() const {
+  // Particles stand up to two faces beyond the cells that a smooth surface holds.
+  constexpr i32 kBeyond = 2;
+  const bool isSmooth = mLevelSet.mMode == SurfaceMode::Smooth;
+  return extrapolationRounds > 0 && isSmooth ? extrapolationRounds + kBeyond : extrapolationRounds;
+}
+
 bool WaterSolver::SolvePressure() {
   mConstrain.Run(mFlow);
   mFlow.SetWallVelocities(1.0);
   mFreeSurface.Project();
-  mExtrapolation.ExtendVelocity(mFlow, extrapolationRounds, mIsOnGrid && flipRatio > 0);
+  mExtrapolation.ExtendVelocity(mFlow, Rounds(), mIsOnGrid && flipRatio > 0);
+  mLoose.Take(mFlow);
   mConstrain.Run(mFlow);
   mFlow.SetWallVelocities(1.0);
+  mLoose.Put(mFlow);
+  mFreeSurface.Released().Restore(mSurface.get());
   mFlow.mDivergence.Reset();
   return true;
 }

@@ -1,6 +1,7 @@
 // The liquid solver.
 #pragma once
 #include "fluids/flow/hybrid_flip.h"
+#include "fluids/flow/loose_faces.h"
 #include "fluids/particles/particle_to_levelset.h"
 #include "fluids/pressure/grid_incompressibility_free_surface.h"
 #include "fluids/solvers/fluid_solver.h"
@@ -14,7 +15,7 @@ struct LiquidSettings {
   bool gathers = false;
   double kernelRadius = 1;
   Kernel* kernel = nullptr;
-  i32 surfaceMode = 0;  ///< 1 by density
+  i32 surfaceMode = 0;  ///< of `SurfaceMode`
   double densityThreshold = 0.2;
   i32 countThreshold = 0;
   bool reproject = false;
@@ -51,12 +52,16 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
  private:
   /// Sorts the particles, unless they are as when last sorted.
   void Sort();
+  void FindSurface();
+  /// Of the extrapolation.
+  i32 Rounds() const;
 
   ParticleSort mSort;
   std::vector<std::pair<const ParticleGroup*, u64>> mSorted;  ///< what is sorted, at which change
   HybridFlip mFlip;
   ParticleToLevelset mLevelSet;
   Grid_Incompressibility_FreeSurface mFreeSurface;
+  LooseFaces mLoose;
   std::unique_ptr<EGrid<double>> mSurface;  ///< cells, simulation units
   bool mIsOnGrid = false;                   ///< the flow has the particles' velocity of this step
 };

@@ -36,12 +36,13 @@ struct LiquidBox {
     ParticleSort sort;
     sort.Reset(phi.mLayout);
     sort.Build(groups, kLiquid, host::ThreadCount());
-    return work.Run(sort, withSolid ? &solid : nullptr, phi);
+    return work.Run(sort, {withSolid ? &solid : nullptr, open.get()}, phi);
   }
   double H() const { return phi.mLayout.cellSize; }
 
   ParticleGroup group;
   EGrid<double> phi, solid;
+  std::unique_ptr<EGrid<float>> open;
   ParticleToLevelset work;
 };
 
@@ -101,7 +102,7 @@ TEST(ParticleToLevelset, ABallHasTrueDistancesForAnyNumberOfWorkers) {
 
 TEST(ParticleToLevelset, DensityIsWhatIsMissingAndSolidsHoldTheSurface) {
   LiquidBox box(8);
-  box.work.mUseDensity = true;
+  box.work.mMode = SurfaceMode::Density;
   box.work.mDensityThreshold = 0.5;
   box.Fill(1, [](i32 x, i32 y, i32 z) { return x == 3 && y == 3 && z < 3; });
   ParticleStore& store = box.group.Store(kLiquid);

@@ -1,0 +1,59 @@
+// A liquid at its surface: where it lies, and where walls hold it.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "fluids/liquid_rig.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace {
+
+constexpr double kGravity = 9.81;
+
+TEST(LiquidSurface, PressureOfAStillColumnTellsItsDepthToAPartOfACell) {
+  for (const double up : {0.5, 0.46, 0.43}) {
+    LiquidRig rig({6, 20, 6});
+    const double depth = std::floor(14.3 / up) * up;
+    ParticleTemplate particle;
+    particle.flags |= PF_KIND_LIQUID;
+    for (double y = 0.5 * up; y < depth; y += up)
+      ForEachCell({{0, 0, 0}, {12, 1, 12}}, [&](i32 x, i32, i32 z) {
+        particle.position = Vec3d{0.5 * x + 0.25, y, 0.5 * z + 0.25} * rig.Cell();
+        rig.Store().Create(particle);
+      });
+    rig.group->MarkTreeStale(kLiquid);
+    rig.group->CommitStep();
+    for (i32 i = 0; i < 30; ++i) {
+      rig.Step();
+      const std::span<const double> p = rig.liquid->Projection().GetPressure();
+      const VecInt3D n = rig.liquid->GetFlow().GetLayout()->dims;
+      const double exact = 1000 * kGravity * (depth - 0.5) * rig.Cell();
+      ASSERT_NEAR(p[(n.y * 4 + 1) * n.x + 4], exact, 0.002 * exact) << up << " " << i;
+    }
+    EXPECT_LT(std::sqrt(2 * rig.Energy()), 1e-4 * std::sqrt(kGravity * depth * rig.Cell())) << up;
+  }
+}
+
+// Nothing holds a liquid to a ceiling, nor to a wall that it hangs along.
+TEST(LiquidSurface, ABlockUnderACeilingFallsFreely) {
+  for (const i32 solver : {0, 1, 2})
+    for (const i32 low : {3, 0}) {
+      LiquidRig rig({12, 20, 12});
+      LiquidRig::Set(*rig.liquid, WaterSolver::kLinearSolverRow, solver);
+      rig.Fill({low, 14, 3}, {low + 6, 20, 9});
+      const std::vector<Vec3d> before(rig.Store().Positions().begin(),
+                                      rig.Store().Positions().end());
+      const double dt = rig.scene->mTime.stepDuration;
+      constexpr i32 kSteps = 16;
+      for (i32 i = 0; i < kSteps; ++i) rig.Step();
+      const double drop = kGravity * dt * dt * kSteps * (kSteps - 1) / 2;
+      for (i32 row = 0; row < rig.Store().Count(); ++row) {
+        const Vec3d moved = rig.Store().Positions()[row] - before[row];
+        ASSERT_NEAR(moved.y, -drop, 0.01 * drop) << solver << " " << low;
+        ASSERT_NEAR(moved.x, 0, 0.01 * drop);
+      }
+    }
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
