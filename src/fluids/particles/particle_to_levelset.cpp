@@ -95,7 +95,10 @@ bool ParticleToLevelset::Run(const ParticleSort& sort, const Solids& solids, EGr
                              host::HostThread* thread) {
   if (!phi.mData || sort.Layout().dims != phi.Dims()) return false;
   if (phi.mNx < 2 || phi.mNy < 2 || phi.mNz < 2) return false;
-  if (mMode == SurfaceMode::Smooth) return SmoothSurface(sort, solids.open, phi).Run(thread);
+  if (mMode == SurfaceMode::Smooth) {
+    SmoothSurface surface(sort, solids.open, phi);
+    return surface.Run() && (!mTrueDistances || surface.SpreadDistances(thread));
+  }
   if (mMode == SurfaceMode::Density)
     FillByDensity(sort, phi);
   else if (!FillByCount(sort, phi, thread))

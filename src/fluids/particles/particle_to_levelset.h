@@ -37,7 +37,7 @@ class ParticleToLevelset {
   double mDensityThreshold = 0.2;  ///< per an eighth of a cell
   u8 mCountThreshold = 4;          ///< cells with more than so many particles lie inside
   /// Distances as they are along every direction (`EikonalSweeper`), instead of counted in steps to
-  /// neighbours (`FastSweeper`).
+  /// neighbours (`FastSweeper`); a smooth surface has none elsewhere than near it without them.
   bool mTrueDistances = false;
 
  private:

@@ -252,13 +252,17 @@ void SmoothSurface::FindStates() {
       mStates[i] = StateOf({x, y, z}, i);
   });
   ForEachLine(mPhi, [&](i32 y, i32 z) {
-    for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i)
-      if (mStates[i] == kThin || mStates[i] == kBare)
-        mPhi[i] = mStates[i] == kThin ? -kFilmDepth * h : kFilmDepth * h;
+    for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i) switch (mStates[i]) {
+        case kThin: mPhi[i] = -kFilmDepth * h; break;
+        case kBare: mPhi[i] = kFilmDepth * h; break;
+        case kLiquid: mPhi[i] = -kReach * h; break;
+        case kAir: mPhi[i] = mPhi[i] < kReach * h ? mPhi[i] : kFar; break;
+        default: break;
+      }
   });
 }
 
-bool SmoothSurface::Run(host::HostThread* thread) {
+bool SmoothSurface::Run() {
   if (!mNotes.mData || !mStates.mData) return false;
   FindNotes();
   Spread();
@@ -270,6 +274,10 @@ bool SmoothSurface::Run(host::HostThread* thread) {
   FindDepths(rest);
   EnterWalls();
   FindStates();
+  return true;
+}
+
+bool SmoothSurface::SpreadDistances(host::HostThread* thread) {
   EikonalSweeper sweeper(mPhi, thread);
   if (!sweeper.IsReady()) return false;
   sweeper.Mark([&](i32 i) {

@@ -18,8 +18,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 ///
 /// A cell at the surface without particles, whose faces none may reach, is air. A film or a drop
 /// that is too thin to fill half of the cells about it counts as liquid where its
-/// particles are, with the surface all but in the middle of the cell. Away from the surface
-/// distances are spread by `EikonalSweeper`.
+/// particles are, with the surface all but in the middle of the cell.
 class SmoothSurface {
  public:
   static constexpr double kFar = 1e308;  ///< where no distance reaches
@@ -29,8 +28,12 @@ class SmoothSurface {
   /// these cells; null where all is open.
   SmoothSurface(const ParticleSort& sort, const EGrid<float>* open, EGrid<double>& phi);
   /// Fills `phi`. How many particles fill a cell they tell themselves: those of cells in the midst
-  /// of others. False without memory. Runs on all workers, with one result for any number.
-  bool Run(host::HostThread* thread = nullptr);
+  /// of others. Cells beside the surface get their distance; farther inside all get -kReach cells,
+  /// farther outside what particles reach of them, and kFar else. False without memory. Runs on all
+  /// workers, with one result for any number.
+  bool Run();
+  /// After `Run`: distances to the surface everywhere, by `EikonalSweeper`; false without memory.
+  bool SpreadDistances(host::HostThread* thread = nullptr);
 
   /// The depth below an even surface, in cells, of a cell that is filled to `share`: from -kReach
   /// to kReach.

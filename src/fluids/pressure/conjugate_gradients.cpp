@@ -41,7 +41,8 @@ bool ConjugateGradients::Continue() {
   if (!mHasSystem) return false;
   mMatrix.FindLines(mThreads);
   DropEntriesToMissingRows();
-  mLargest = StartResidual();
+  // What is left of the system may have next to nothing to solve for.
+  mLargest = std::max(mLargest, StartResidual());
   const double left = TakeResult();
   mEnd = SolveEnd::Converged;
   mResidual = mLargest > 0 ? left / mLargest : 0;

@@ -26,7 +26,8 @@ class ConjugateGradients : public LatticeSolver {
 
   /// Goes on from the result of the last solve for a system that was filled anew, with what leads
   /// the iteration as it was: for one that differs from the last in few rows. Rows that have gone
-  /// have a result of 0. What it reports counts from the last solve on.
+  /// have a result of 0. What it reports counts from the last solve on, and the tolerance is
+  /// relative to the larger right-hand side of both.
   bool Continue();
 
   double mFloor = 0;     ///< a residual below that is rounding: nothing is left to solve

@@ -22,6 +22,7 @@ bool Grid_Incompressibility_FreeSurface::PrepareSystem() {
 }
 
 void Grid_Incompressibility_FreeSurface::Settle() {
+  if (!mFlow || !mFlow->mSurface) return;
   for (i32 turn = 0; turn < kTurns; ++turn) {
     if (!mRelease.Update({mFields, mRegions, GetPressure(), mDensity}, *mFlow->mSurface, Threads()))
       return;

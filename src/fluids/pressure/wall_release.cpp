@@ -12,7 +12,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 /// Of the largest pressure: below that a pull is what is left of a solve, or moves next to nothing.
-constexpr double kLeastPull = 1e-4;
+constexpr double kLeastPull = 1e-3;
 /// Of a cell's volume in a step: a squeeze that calls for pressure.
 constexpr double kLeastSqueeze = 1e-3;
 

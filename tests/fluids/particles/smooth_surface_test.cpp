@@ -34,7 +34,9 @@ struct Cells {
     ParticleSort sort;
     sort.Reset(phi.mLayout);
     sort.Build(groups, kLiquid, host::ThreadCount());
-    ASSERT_TRUE(SmoothSurface(sort, open.get(), phi).Run());
+    SmoothSurface surface(sort, open.get(), phi);
+    ASSERT_TRUE(surface.Run());
+    ASSERT_TRUE(surface.SpreadDistances());
   }
   /// Where the level set is 0 on a line of cells along y, in cells.
   double HeightAt(i32 x, i32 z) const {
