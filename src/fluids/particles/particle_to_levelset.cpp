@@ -2,7 +2,6 @@
 
 #include "fluids/levelset/eikonal_sweeper.h"
 #include "fluids/levelset/fast_sweeper.h"
-#include "fluids/particles/smooth_surface.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -97,7 +96,9 @@ bool ParticleToLevelset::Run(const ParticleSort& sort, const Solids& solids, EGr
   if (phi.mNx < 2 || phi.mNy < 2 || phi.mNz < 2) return false;
   if (mMode == SurfaceMode::Smooth) {
     SmoothSurface surface(sort, solids.open, phi);
-    return surface.Run() && (!mTrueDistances || surface.SpreadDistances(thread));
+    if (!surface.Run(mRest, mCrowd)) return false;
+    mRest = surface.Rest();
+    return !mTrueDistances || surface.SpreadDistances(thread);
   }
   if (mMode == SurfaceMode::Density)
     FillByDensity(sort, phi);

@@ -1,6 +1,6 @@
 // The level set of a liquid, from its particles.
 #pragma once
-#include "fluids/particles/particle_sort.h"
+#include "fluids/particles/smooth_surface.h"
 #include "grids/egrid.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -34,6 +34,10 @@ class ParticleToLevelset {
            host::HostThread* thread = nullptr);
 
   SurfaceMode mMode = SurfaceMode::Count;
+  /// For a smooth surface: particles that fill a cell, found anew when it is 0, and where crowds of
+  /// them are told.
+  double mRest = 0;
+  SmoothSurface::Crowd mCrowd;
   double mDensityThreshold = 0.2;  ///< per an eighth of a cell
   u8 mCountThreshold = 4;          ///< cells with more than so many particles lie inside
   /// Distances as they are along every direction (`EikonalSweeper`), instead of counted in steps to

@@ -15,6 +15,8 @@ constexpr double kMiddle = 2.0 / 3, kSide = 1.0 / 6;
 constexpr double kLeastOpen = 0.1;
 /// From here on a cell is open all through: distances cut the inner edges of a box off.
 constexpr float kWhole = 0.8F;
+/// Of a cell: noise of the filling that is no crowd, and the largest excess that is told.
+constexpr double kNoise = 0.05, kMostCrowd = 0.5;
 /// Depth of a cell in a film, in cells: its pressure is next to nothing, and it keeps its volume.
 /// Bare cells lie as far outside.
 constexpr double kFilmDepth = 0.05;
@@ -185,8 +187,9 @@ void SmoothSurface::FindLeastOpen(i32 y, i32 z, std::vector<float>& beside,
   for (i32 x = 0; x < n.x; ++x) least[x] = std::min({beside[x], beside[x + 1], beside[x + 2]});
 }
 
-void SmoothSurface::FindDepths(double rest) {
-  const double h = mPhi.mLayout.cellSize;
+void SmoothSurface::FindDepths(const Crowd& crowd) {
+  const double h = mPhi.mLayout.cellSize, rest = mRest;
+  const bool tells = crowd.grid && crowd.grid->mData && crowd.grid->Dims() == mPhi.Dims();
   ForEachBlock(mPhi.mNz, host::ThreadCount(), [&](i32 z) {
     std::vector<float> beside, least;
     for (i32 y = 0; y < mPhi.mNy; ++y) {
@@ -195,7 +198,10 @@ void SmoothSurface::FindDepths(double rest) {
         double share = 1;
         // What holds nothing, and what is full with less, is the same with any share.
         if (least[x] < 1 && mPhi[i] > 0 && mPhi[i] < rest) share = OpenShare({x, y, z}, i);
-        mPhi[i] = -h * DepthOf(mPhi[i] / (rest * std::max(share, kLeastOpen)));
+        const double filled = mPhi[i] / (rest * std::max(share, kLeastOpen));
+        if (tells && filled > 1 + kNoise && HasOpening(i))
+          (*crowd.grid)[i] += crowd.rate * std::min(filled - 1 - kNoise, kMostCrowd);
+        mPhi[i] = -h * DepthOf(filled);
       }
     }
   });
@@ -262,16 +268,16 @@ void SmoothSurface::FindStates() {
   });
 }
 
-bool SmoothSurface::Run() {
+bool SmoothSurface::Run(double rest, const Crowd& crowd) {
   if (!mNotes.mData || !mStates.mData) return false;
   FindNotes();
   Spread();
-  const double rest = FindRest();
-  if (!(rest > 0)) {
+  mRest = rest > 0 && mSort.Count() > 0 ? rest : FindRest();
+  if (!(mRest > 0)) {
     mPhi.Fill(kFar);
     return true;
   }
-  FindDepths(rest);
+  FindDepths(crowd);
   EnterWalls();
   FindStates();
   return true;

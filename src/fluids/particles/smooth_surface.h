@@ -27,11 +27,18 @@ class SmoothSurface {
   /// Works on particles that are sorted by the cells of `phi`. `open` are the open fractions of
   /// these cells; null where all is open.
   SmoothSurface(const ParticleSort& sort, const EGrid<float>* open, EGrid<double>& phi);
-  /// Fills `phi`. How many particles fill a cell they tell themselves: those of cells in the midst
-  /// of others. Cells beside the surface get their distance; farther inside all get -kReach cells,
-  /// farther outside what particles reach of them, and kFar else. False without memory. Runs on all
-  /// workers, with one result for any number.
-  bool Run();
+  /// Where more than fills a cell is to be told.
+  struct Crowd {
+    EGrid<double>* grid = nullptr;  ///< cells; the excess over full is added, times `rate`
+    double rate = 0;
+  };
+  /// Fills `phi`. `rest` particles fill a cell; with 0 they tell themselves: those of cells in the
+  /// midst of others. Cells beside the surface get their distance; farther inside all get -kReach
+  /// cells, farther outside what particles reach of them, and kFar else. False without memory. Runs
+  /// on all workers, with one result for any number.
+  bool Run(double rest, const Crowd& crowd);
+  /// Particles that filled a cell in the last run; 0 without any.
+  double Rest() const { return mRest; }
   /// After `Run`: distances to the surface everywhere, by `EikonalSweeper`; false without memory.
   bool SpreadDistances(host::HostThread* thread = nullptr);
 
@@ -50,7 +57,7 @@ class SmoothSurface {
   double FindRest() const;
   /// All 27 cells about one hold particles and are open.
   bool IsAmidst(i32 i) const;
-  void FindDepths(double rest);
+  void FindDepths(const Crowd& crowd);
   void FindStates();
   State StateOf(const VecInt3D& at, i32 i) const;
   /// The least open cell about each of a line's cells; `beside` is scratch.
@@ -68,6 +75,7 @@ class SmoothSurface {
   EGrid<double>& mPhi;
   Grid<u8> mNotes;  ///< kHolds, and the bits of closed neighbours
   Grid<u8> mStates;
+  double mRest = 0;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

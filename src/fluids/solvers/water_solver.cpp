@@ -5,6 +5,7 @@
 
 #include "framework/node_kind.h"
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -130,10 +131,9 @@ const ParameterTable& WaterSolver::Parameters() {
         LinkRow(1217, "kernel", "that kernel; without one a sharp one", {Kernel::kNodeType})
             .OnlyWith(kGatherRow, {1})
             .To(&LiquidSettings::kernel),
-        LongRow(kSurfaceModeRow, "surface_mode", 2, "",
+        LongRow(kSurfaceModeRow, "surface_mode", 0, "",
                 "what is liquid: cells with particles, cells where they are dense, or the space "
                 "that they fill, known to a part of a cell")
-            .Missing(i32{0})
             .Choices({{0, "count"}, {1, "density"}, {2, "smooth"}})
             .To(&LiquidSettings::surfaceMode),
         RealRow(1212, "density_threshold", 0.2, "none",
@@ -192,8 +192,15 @@ void WaterSolver::ClearLinks() {
   FluidSolver::ClearLinks();
 }
 
+void WaterSolver::Persist(StateArchive& archive) {
+  FluidSolver::Persist(archive);
+  archive(mLevelSet.mRest, mRestCount);
+}
+
 void WaterSolver::Reset() {
   FluidSolver::Reset();
+  mLevelSet.mRest = 0;
+  mRestCount = 0;
   mSort.Clear();
   mSorted.clear();
 }
@@ -240,6 +247,15 @@ void WaterSolver::Sort() {
 }
 
 void WaterSolver::FindSurface() {
+  // A part of what is too much in a cell makes room for itself in a step.
+  constexpr double kEase = 0.25;
+  const double dt = mScene->mTime.stepDuration;
+  mLevelSet.mCrowd = {mFlow.mDivergence.GetGridForWrite(0), dt > 0 ? kEase / dt : 0.0};
+  // How many fill a cell is told by what emitters made, not by what a flow has pressed together.
+  if (mSort.Count() > 2 * i64{mRestCount}) {
+    mLevelSet.mRest = 0;
+    mRestCount = mSort.Count();
+  }
   const Grid_VolumeFractions& fractions = mFlow.mFractions;
   mLevelSet.Run(
       mSort,

@@ -37,6 +37,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   bool ResolveLinks() override;
   void ClearLinks() override;
   void Reset() override;
+  void Persist(StateArchive& archive) override;
   void Release(bool full) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void Evaluate(const EvaluationThreadData& data) override;
@@ -60,6 +61,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   std::vector<std::pair<const ParticleGroup*, u64>> mSorted;  ///< what is sorted, at which change
   HybridFlip mFlip;
   ParticleToLevelset mLevelSet;
+  i32 mRestCount = 0;  ///< particles when it was found how many fill a cell
   Grid_Incompressibility_FreeSurface mFreeSurface;
   LooseFaces mLoose;
   std::unique_ptr<EGrid<double>> mSurface;  ///< cells, simulation units

@@ -35,7 +35,7 @@ struct Cells {
     sort.Reset(phi.mLayout);
     sort.Build(groups, kLiquid, host::ThreadCount());
     SmoothSurface surface(sort, open.get(), phi);
-    ASSERT_TRUE(surface.Run());
+    ASSERT_TRUE(surface.Run(0, {}));
     ASSERT_TRUE(surface.SpreadDistances());
   }
   /// Where the level set is 0 on a line of cells along y, in cells.

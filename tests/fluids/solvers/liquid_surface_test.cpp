@@ -13,6 +13,7 @@ constexpr double kGravity = 9.81;
 TEST(LiquidSurface, PressureOfAStillColumnTellsItsDepthToAPartOfACell) {
   for (const double up : {0.5, 0.46, 0.43}) {
     LiquidRig rig({6, 20, 6});
+    LiquidRig::Set(*rig.liquid, WaterSolver::kSurfaceModeRow, i32(SurfaceMode::Smooth));
     const double depth = std::floor(14.3 / up) * up;
     ParticleTemplate particle;
     particle.flags |= PF_KIND_LIQUID;
@@ -40,6 +41,7 @@ TEST(LiquidSurface, ABlockUnderACeilingFallsFreely) {
     for (const i32 low : {3, 0}) {
       LiquidRig rig({12, 20, 12});
       LiquidRig::Set(*rig.liquid, WaterSolver::kLinearSolverRow, solver);
+      LiquidRig::Set(*rig.liquid, WaterSolver::kSurfaceModeRow, i32(SurfaceMode::Smooth));
       rig.Fill({low, 14, 3}, {low + 6, 20, 9});
       const std::vector<Vec3d> before(rig.Store().Positions().begin(),
                                       rig.Store().Positions().end());
@@ -55,6 +57,16 @@ TEST(LiquidSurface, ABlockUnderACeilingFallsFreely) {
         ASSERT_NEAR(moved.x, 0, (low == 0 ? 0.05 : 0.005) * drop);
       }
     }
+}
+
+TEST(LiquidSurface, ABlockUnderACeilingFallsByCountToo) {
+  LiquidRig rig({12, 20, 12});
+  rig.Fill({3, 14, 3}, {9, 20, 9});
+  const double dt = rig.scene->mTime.stepDuration;
+  constexpr i32 kSteps = 16;
+  for (i32 i = 0; i < kSteps; ++i) rig.Step();
+  const double drop = kGravity * dt * dt * kSteps * (kSteps - 1) / 2;
+  EXPECT_NEAR(rig.Centroid().y, 1.7 - drop, 0.02 * drop);
 }
 
 }  // namespace

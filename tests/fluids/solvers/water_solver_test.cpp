@@ -29,8 +29,8 @@ TEST(WaterSolver, DropFallsFreelyAndKeepsItsShape) {
   ASSERT_EQ(rig.Store().Count(), static_cast<i32>(before.size()));
   for (i32 row = 0; row < rig.Store().Count(); ++row) {
     const Vec3d moved = rig.Store().Positions()[row] - before[row];
-    ASSERT_NEAR(moved.y, -drop, 1e-4);
-    ASSERT_NEAR(moved.x, way, 1e-4);
+    ASSERT_NEAR(moved.y, -drop, 1e-5);
+    ASSERT_NEAR(moved.x, way, 1e-5);
   }
 }
 
