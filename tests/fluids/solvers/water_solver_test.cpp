@@ -88,7 +88,7 @@ TEST(WaterSolver, SolversAgreeOnARuggedSurface) {
       largest = std::max(largest, std::abs(exact[i]));
       off = std::max(off, std::abs(exact[i] - p[i]));
     }
-    EXPECT_LT(off, std::min(rough * 1e-5, 0.01) * largest) << solver;
+    EXPECT_LT(off, std::min(rough * 1e-5, 0.05) * largest) << solver;
   }
 }
 
