@@ -5,6 +5,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 const std::vector<BuiltInProperty>& BuiltInProperties() {
   using enum property_id::Id;
   static const std::vector<BuiltInProperty> properties = {
+      {kSlopeU, "slope_u", ""},
+      {kSlopeV, "slope_v", ""},
+      {kSlopeW, "slope_w", ""},
       {kRadius, "radius", "PP::Radius"},
       {kLifeSpan, "life_span", ""},
       {kAge, "age", "PP::Age"},

@@ -9,9 +9,12 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Ids 0 to 24 are scalars, 25 to 49 vectors, 50 to 74 switches; from 75 up they are the user's, of
-/// any type.
+/// any type. Those below 0 are vectors that no node declares.
 namespace property_id {
 enum Id : i32 {
+  kSlopeU = -3,  ///< how the particle's velocity changes about it, 1/s: its x component
+  kSlopeV = -2,
+  kSlopeW = -1,
   kRadius = 0,    ///< simulation units
   kLifeSpan = 1,  ///< the age that it started with, frames
   kAge = 2,       ///< frames that are left

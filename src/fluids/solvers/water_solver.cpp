@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "fluids/advection/liquid_contact.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
@@ -278,6 +279,7 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
       break;
     case kFlip:
       if (mIsOnGrid) mFlip.ToParticles(mSort, mFlow);
+      if (mIsOnGrid) LiquidContact::Apply(mSort, mFlow);
       mIsOnGrid = false;
       break;
     default: break;
