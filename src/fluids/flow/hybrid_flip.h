@@ -9,7 +9,9 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Carries the velocity of particles to the faces of a flow, and what becomes of it there back to
-/// them (Zhu and Bridson 2005): the change of the grid, and to a part what the grid has.
+/// them (Zhu and Bridson 2005): the change of the grid, and to a part what the grid has. Or they
+/// take what the grid has, and how it changes about them, which they give back on the next way: no
+/// noise, and the spin is kept (Jiang, Schroeder, Selle, Teran and Stomakhin 2015).
 ///
 /// A face takes the mean velocity of the particles about it, by the weights of linear
 /// interpolation. Slabs of fixed thickness add up one after the other in two colours, in the order
@@ -21,12 +23,14 @@ class HybridFlip {
   /// 0 then.
   bool ToGrid(const ParticleSort& sort, Flow& flow);
   /// Gives the particles what the flow has become since `ToGrid`: with the share r of `mRatio`
-  /// v <- r (v + du) + (1 - r) u, for the change du and the velocity u at their places.
+  /// v <- r (v + du) + (1 - r) u, for the change du and the velocity u at their places, or with
+  /// `mIsAffine` v <- u and the slope of u.
   void ToParticles(const ParticleSort& sort, Flow& flow) const;
   /// Gives the particles the velocity of the flow.
   static void TakeFlow(const ParticleSort& sort, Flow& flow);
 
   double mRatio = 0;                ///< 0 takes the grid's velocity, 1 the change alone
+  bool mIsAffine = false;           ///< particles carry slopes, and `mRatio` doesn't count
   bool mGathers = false;            ///< faces weigh by a kernel, in place of linear interpolation
   double mKernelRadius = 1;         ///< of that kernel, cells
   const Kernel* mKernel = nullptr;  ///< null: max(r^2 / d^2 - 1, 0) at the distance d
@@ -34,6 +38,8 @@ class HybridFlip {
  private:
   bool Scatter(const ParticleSort& sort, Flow& flow) const;
   void Gather(const ParticleSort& sort, Flow& flow) const;
+  void TakeChange(const ParticleSort& sort, Flow& flow) const;
+  static void TakeSlopes(const ParticleSort& sort, Flow& flow);
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -115,10 +115,16 @@ const ParameterTable& WaterSolver::Parameters() {
             .To(&LiquidSettings::groups)
             .Writes()
             .Required(),
+        LongRow(kTransferRow, "transfer", 0, "",
+                "how particles hand on their velocity: flip is lively, and by its ratio noisy; "
+                "affine is quieter and keeps eddies as they turn")
+            .Choices({{0, "flip"}, {1, "affine"}})
+            .To(&LiquidSettings::transfer),
         RealRow(kFlipRatioRow, "flip_ratio", 0.96, "none",
                 "how lively it splashes: 1 keeps every eddy and its noise, 0 is calm and thick")
             .Missing(0.0)
             .Range(0, 1)
+            .OnlyWith(kTransferRow, {0})
             .To(&LiquidSettings::flipRatio),
         BoolRow(kGatherRow, "kernel_transfer", false,
                 "faces weigh particles by a kernel and their mass, which is slower, in place of "
@@ -166,6 +172,7 @@ WaterSolver::WaterSolver(BaseNode* node, Scene* scene) : FluidSolver(node, scene
 
 bool WaterSolver::ReadParameters() {
   if (!FluidSolver::ReadParameters()) return false;
+  mFlip.mIsAffine = transfer == 1;
   mFlip.mRatio = flipRatio;
   mFlip.mGathers = gathers;
   mFlip.mKernelRadius = kernelRadius;
@@ -297,7 +304,8 @@ bool WaterSolver::SolvePressure() {
   mConstrain.Run(mFlow);
   mFlow.SetWallVelocities(1.0);
   mFreeSurface.Project();
-  mExtrapolation.ExtendVelocity(mFlow, Rounds(), mIsOnGrid && flipRatio > 0);
+  const bool byChange = mFlip.mIsAffine || flipRatio > 0;
+  mExtrapolation.ExtendVelocity(mFlow, Rounds(), mIsOnGrid && byChange);
   mLoose.Take(mFlow);
   mConstrain.Run(mFlow);
   mFlow.SetWallVelocities(1.0);

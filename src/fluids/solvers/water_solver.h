@@ -11,6 +11,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// What a liquid's node says beyond what a gas does.
 struct LiquidSettings {
   std::vector<ParticleGroup*> groups;
+  i32 transfer = 0;  ///< 1 affine
   double flipRatio = 0;
   bool gathers = false;
   double kernelRadius = 1;
@@ -32,7 +33,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   static constexpr i32 kGroupsRow = 1201, kFlipRatioRow = 1204, kSurfaceModeRow = 1210,
-                       kGatherRow = 1209;
+                       kGatherRow = 1209, kTransferRow = 1311;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ClearLinks() override;
