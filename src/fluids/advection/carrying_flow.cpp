@@ -1,14 +1,27 @@
 #include "fluids/advection/carrying_flow.h"
 
+#include <algorithm>
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 CarryingFlow::CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary,
-                           u8 freeSides)
+                           u8 freeSides, bool holds)
     : mVelocity(velocity),
       mLayout(&velocity.Component(0).mLayout),
       mBoundary(&boundary),
       mSolid(boundary),
-      mFreeSides(freeSides) {}
+      mFreeSides(freeSides),
+      mHeldSides(holds ? freeSides : u8{0}) {}
+
+Vec3d CarryingFlow::Held(const Vec3d& from, Vec3d to) const {
+  if (!mLayout->Contains(from, false)) return to;
+  const double half = mLayout->halfCell;
+  for (int a = 0; a < 3; ++a) {
+    if (mHeldSides & kLowWall[a]) to[a] = std::max(to[a], mLayout->simOrigin[a] + half);
+    if (mHeldSides & kHighWall[a]) to[a] = std::min(to[a], mLayout->simMax[a] - half);
+  }
+  return to;
+}
 
 bool CarryingFlow::Holds(const Vec3d& p) const {
   return mLayout->Contains(p, false) && !IsBehindOpenSide(p);

@@ -9,8 +9,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class CarryingFlow {
  public:
   /// The grids of `velocity` have the cells of one layout.
-  /// The sides `freeSides` (bits of `WallBit`) stand in mid-air.
-  CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary, u8 freeSides = 0);
+  /// The sides `freeSides` (bits of `WallBit`) stand in mid-air; with `holds` what it carries
+  /// doesn't pass them.
+  CarryingFlow(const StaggeredVelocity& velocity, const GridBoundary& boundary, u8 freeSides = 0,
+               bool holds = false);
 
   /// Whether a place (simulation units) lies in its grid, and not behind an open side of it.
   bool Holds(const Vec3d& p) const;
@@ -25,7 +27,8 @@ class CarryingFlow {
     const Vec3d c = mLayout->ToCells(p);
     // The way, not its end, so that what rests keeps its bits.
     const Vec3d end = TracePath<Order>(mVelocity, c, mVelocity.At(c), time * mLayout->inverseCell);
-    return p + (end - c) * mLayout->simCell;
+    const Vec3d to = p + (end - c) * mLayout->simCell;
+    return mHeldSides ? Held(p, to) : to;
   }
   Vec3d VelocityAt(const Vec3d& p) const { return mVelocity.At(mLayout->ToCells(p)); }
 
@@ -34,11 +37,14 @@ class CarryingFlow {
   const GridLayout& Layout() const { return *mLayout; }
 
  private:
+  /// The end of a way, brought back to the held sides that it passes.
+  Vec3d Held(const Vec3d& from, Vec3d to) const;
+
   StaggeredVelocity mVelocity;
   const GridLayout* mLayout;
   const GridBoundary* mBoundary;
   FlowSolid mSolid;
-  u8 mFreeSides;
+  u8 mFreeSides, mHeldSides;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
