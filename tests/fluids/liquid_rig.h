@@ -35,17 +35,28 @@ class LiquidRig : public TestScene {
   void Fill(const VecInt3D& low, const VecInt3D& high, IsIn&& isIn, VelocityOf&& velocityOf) {
     ForEachCell({low, high}, [&](i32 x, i32 y, i32 z) {
       if (!isIn((ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * Cell())) return;
-      for (i32 k = 0; k < 8; ++k) {
-        ParticleTemplate particle;
-        particle.flags |= PF_KIND_LIQUID;
-        particle.position =
-            (ToReal({x, y, z}) +
-             Vec3d{0.25 + 0.5 * (k & 1), 0.25 + 0.5 * (k >> 1 & 1), 0.25 + 0.5 * (k >> 2)}) *
-            Cell();
-        particle.velocity = velocityOf(particle.position);
-        Store().Create(particle);
-      }
+      ForEachPlace({x, y, z}, [&](const Vec3d& p) { Drop(p, velocityOf(p)); });
     });
+    Commit();
+  }
+  /// The same of the places alone that `isIn` takes, at rest.
+  template <class IsIn>
+  void FillPlaces(const VecInt3D& low, const VecInt3D& high, IsIn&& isIn) {
+    ForEachCell({low, high}, [&](i32 x, i32 y, i32 z) {
+      ForEachPlace({x, y, z}, [&](const Vec3d& p) {
+        if (isIn(p)) Drop(p, {});
+      });
+    });
+    Commit();
+  }
+  void Drop(const Vec3d& position, const Vec3d& velocity) {
+    ParticleTemplate particle;
+    particle.flags |= PF_KIND_LIQUID;
+    particle.position = position;
+    particle.velocity = velocity;
+    Store().Create(particle);
+  }
+  void Commit() {
     group->MarkTreeStale(kLiquid);
     group->CommitStep();
   }
@@ -68,6 +79,7 @@ class LiquidRig : public TestScene {
     group->ExpandBounds(bounds.min, bounds.max);
     liquid->ExpandBounds(bounds.min, bounds.max);
     liquid->ApplyBounds(bounds.min, bounds.max);
+    liquid->GetFlow().mBoundary.mObstacles = obstacles;
     RunLiquid(kEmitters);
     scene->SetStage(kAdvection);
     Run(*move, scene->mThreadCount);
@@ -82,6 +94,11 @@ class LiquidRig : public TestScene {
     scene->mTime.elapsed += scene->mTime.stepDuration;
   }
 
+  double MaxSpeed() {
+    double most = 0;
+    for (const Vec3d& v : Store().Velocities()) most = std::max(most, Length(v));
+    return most;
+  }
   Vec3d Centroid() {
     Vec3d sum{};
     for (const Vec3d& p : Store().Positions()) sum += p;
@@ -98,6 +115,16 @@ class LiquidRig : public TestScene {
   ParticleAdvection* move;
   Force* gravity;
   WaterSolver* liquid;
+  std::vector<VolumeBase*> obstacles;  ///< that stand in the liquid
+
+ private:
+  template <class F>
+  void ForEachPlace(const VecInt3D& cell, F&& f) const {
+    for (i32 k = 0; k < 8; ++k)
+      f((ToReal(cell) +
+         Vec3d{0.25 + 0.5 * (k & 1), 0.25 + 0.5 * (k >> 1 & 1), 0.25 + 0.5 * (k >> 2)}) *
+        Cell());
+  }
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -14,6 +14,9 @@ using namespace host;
 
 namespace {
 
+// A density is known to a percent at best.
+constexpr double kCorrectionTolerance = 1e-2;
+
 /// What a row of a gas says of a liquid: no text drops it.
 const std::map<i32, std::string_view>& LiquidHelp() {
   static const std::map<i32, std::string_view> help = {
@@ -156,6 +159,15 @@ const ParameterTable& WaterSolver::Parameters() {
         BoolRow(1216, "reproject", false,
                 "where a recording plays the velocity, particles take it in every step")
             .To(&LiquidSettings::reproject),
+        BoolRow(kEvenRow, "position_correction", false,
+                "spreads particles that crowd and closes gaps between them, so that the liquid "
+                "keeps its volume")
+            .To(&LiquidSettings::correctsPositions),
+        RealRow(1313, "particles_per_cell", 8.0, "none",
+                "how many are in a full cell: what position_correction holds them to")
+            .AtLeast(1e-3)
+            .OnlyWith(kEvenRow, {1})
+            .To(&LiquidSettings::particlesPerCell),
     };
     rows.insert(rows.end(), own.begin(), own.end());
     return rows;
@@ -163,7 +175,8 @@ const ParameterTable& WaterSolver::Parameters() {
   return table;
 }
 
-WaterSolver::WaterSolver(BaseNode* node, Scene* scene) : FluidSolver(node, scene) {
+WaterSolver::WaterSolver(BaseNode* node, Scene* scene)
+    : FluidSolver(node, scene), mCorrection(scene, mFlow) {
   mFreeSurface.Rebind(nullptr, scene);
   mFreeSurface.mFlow = &mFlow;
 }
@@ -177,6 +190,10 @@ bool WaterSolver::ReadParameters() {
   mFlip.mGathers = gathers;
   mFlip.mKernelRadius = kernelRadius;
   mLevelSet.mMode = static_cast<SurfaceMode>(surfaceMode);
+  mCorrection.mSource.mPerCell = particlesPerCell;
+  mCorrection.Projection().mLinearSolver = linearSolver;
+  mCorrection.Projection().SetAccuracy({maxIterations, kCorrectionTolerance}, modification,
+                                       minDiagonalRatio);
   mLevelSet.mDensityThreshold = densityThreshold;
   mLevelSet.mCountThreshold = static_cast<u8>(countThreshold);
   return true;
@@ -209,12 +226,14 @@ void WaterSolver::Reset() {
   FluidSolver::Reset();
   mLevelSet.mRest = 0;
   mRestCount = 0;
+  mCorrection.Reset();
   mSort.Clear();
   mSorted.clear();
 }
 
 void WaterSolver::Release(bool full) {
   FluidSolver::Release(full);
+  mCorrection.Release(full);
   mSort.Clear();
   mSorted.clear();
   mFlow.mSurface = nullptr;
@@ -287,6 +306,7 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
     case kFlip:
       if (mIsOnGrid) mFlip.ToParticles(mSort, mFlow);
       if (mIsOnGrid) LiquidContact::Apply(mSort, mFlow);
+      if (mIsOnGrid && correctsPositions) mCorrection.Run(mSort, mFlow, extrapolationRounds);
       mIsOnGrid = false;
       break;
     default: break;

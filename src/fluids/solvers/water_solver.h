@@ -5,6 +5,7 @@
 #include "fluids/particles/particle_to_levelset.h"
 #include "fluids/pressure/grid_incompressibility_free_surface.h"
 #include "fluids/solvers/fluid_solver.h"
+#include "fluids/solvers/position_correction.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -20,6 +21,8 @@ struct LiquidSettings {
   double densityThreshold = 0.2;
   i32 countThreshold = 0;
   bool reproject = false;
+  bool correctsPositions = false;
+  double particlesPerCell = 8;
 };
 
 /// A liquid with a free surface, whose mass the liquid particles of its groups carry: each step
@@ -33,7 +36,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   static constexpr i32 kGroupsRow = 1201, kFlipRatioRow = 1204, kSurfaceModeRow = 1210,
-                       kGatherRow = 1209, kTransferRow = 1311;
+                       kGatherRow = 1209, kTransferRow = 1311, kEvenRow = 1312;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ClearLinks() override;
@@ -61,6 +64,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   ParticleSort mSort;
   std::vector<std::pair<const ParticleGroup*, u64>> mSorted;  ///< what is sorted, at which change
   HybridFlip mFlip;
+  PositionCorrection mCorrection;
   ParticleToLevelset mLevelSet;
   i32 mRestCount = 0;  ///< particles when it was found how many fill a cell
   Grid_Incompressibility_FreeSurface mFreeSurface;

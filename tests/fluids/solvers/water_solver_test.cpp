@@ -94,11 +94,12 @@ TEST(WaterSolver, SolversAgreeOnARuggedSurface) {
 
 /// The part of its angular momentum that a ball of liquid keeps in a quarter of a turn; later it
 /// flies apart, as nothing holds it together.
-double KeptSpin(double ratio) {
+double KeptSpin(double ratio, i32 transfer = 0) {
   const VecInt3D cells{20, 20, 20};
   LiquidRig rig(cells);
   LiquidRig::Links(*rig.liquid, WaterSolver::kForcesRow, {});
   LiquidRig::Set(*rig.liquid, WaterSolver::kFlipRatioRow, ratio);
+  LiquidRig::Set(*rig.liquid, WaterSolver::kTransferRow, transfer);
   LiquidRig::Set(*rig.move, 1009, i32{2});
   const Vec3d middle = ToReal(cells) * (0.5 * rig.Cell()), axis{0, 0, 1};
   // Velocities go straight on for a step: a step of an angle a alone takes 1 - cos a.
@@ -121,10 +122,84 @@ double KeptSpin(double ratio) {
 
 TEST(WaterSolver, SpinOfABallIsKept) {
   const double flip = KeptSpin(1), mixed = KeptSpin(0.95), pic = KeptSpin(0);
+  const double affine = KeptSpin(0, 1);
   EXPECT_NEAR(flip, 1, 0.02);
+  EXPECT_NEAR(affine, 1, 0.03);
   EXPECT_LT(mixed, flip);
   EXPECT_GT(mixed, 0.9);
   EXPECT_LT(pic, 0.6);
+}
+
+TEST(WaterSolver, AffineTransferIsExactForASlope) {
+  for (const bool gathers : {false, true}) {
+    const VecInt3D cells{14, 12, 10};
+    LiquidRig rig(cells);
+    LiquidRig::Links(*rig.liquid, WaterSolver::kForcesRow, {});
+    LiquidRig::Set(*rig.liquid, WaterSolver::kTransferRow, 1);
+    LiquidRig::Set(*rig.liquid, WaterSolver::kGatherRow, gathers);
+    // Free of divergence, and no faster than a cell in a step.
+    const Vec3d rows[3] = {{0.5, -2, 1}, {1.5, -0.2, 0.3}, {-0.7, 0.4, -0.3}},
+                middle{0.7, 0.6, 0.5};
+    const auto velocity = [&](const Vec3d& p) {
+      const Vec3d d = p - middle;
+      return Vec3d{1 + Dot(rows[0], d), Dot(rows[1], d), 0.5 + Dot(rows[2], d)};
+    };
+    RandomStream random;
+    random.Seed(3);
+    for (i32 i = 0; i < 4000; ++i) {
+      const Vec3d p{0.3 + 0.8 * random.NextUnit(), 0.3 + 0.6 * random.NextUnit(),
+                    0.3 + 0.4 * random.NextUnit()};
+      rig.Drop(p, velocity(p));
+    }
+    for (i32 axis = 0; axis < 3; ++axis) {
+      PropertyColumn<Vec3d>& slope = rig.Store().Require<Vec3d>(property_id::kSlopeU + axis);
+      for (i32 row = 0; row < rig.Store().Count(); ++row) slope.Set(row, rows[axis]);
+    }
+    rig.Commit();
+    rig.scene->mTime.stepDuration = 1e-9;
+    rig.StepTo(kFluidDynamics);
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const EGrid<double>& u = *rig.liquid->GetFlow().mVelocity.GetGrid(axis);
+      i32 touched = 0;
+      for (i32 z = 0; z < u.mNz; ++z)
+        for (i32 y = 0; y < u.mNy; ++y)
+          for (i32 x = 0; x < u.mNx; ++x) {
+            if (u(x, y, z) == 0) continue;
+            ++touched;
+            ASSERT_NEAR(u(x, y, z), velocity(u.PositionOf(x, y, z))[axis], 1e-9) << axis;
+          }
+      EXPECT_GT(touched, 250);
+    }
+    rig.RunLiquid(kFlip);
+    for (i32 row = 0; row < rig.Store().Count(); ++row) {
+      ASSERT_LT(Length(rig.Store().Velocities()[row] - velocity(rig.Store().Positions()[row])),
+                1e-9);
+      for (i32 axis = 0; axis < 3; ++axis)
+        ASSERT_LT(
+            Length(rig.Store().Find<Vec3d>(property_id::kSlopeU + axis)->Get(row, {}) - rows[axis]),
+            1e-6);
+    }
+  }
+}
+
+TEST(WaterSolver, PositionCorrectionGivesCrowdedParticlesTheirRoom) {
+  // Four layers of cells with twelve particles each have the room of six.
+  for (const bool corrects : {false, true}) {
+    LiquidRig rig({12, 14, 8});
+    LiquidRig::Set(*rig.liquid, WaterSolver::kEvenRow, corrects);
+    rig.Fill({0, 0, 0}, {12, 4, 8});
+    ForEachCell({{0, 0, 0}, {12, 4, 8}}, [&](i32 x, i32 y, i32 z) {
+      for (const Vec3d& off :
+           {Vec3d{0.5, 0.4, 0.5}, Vec3d{0, 0.6, 0.5}, Vec3d{0.5, 0.1, 0}, Vec3d{0.1, 0.9, 0.1}})
+        rig.Drop((ToReal({x, y, z}) + off) * rig.Cell(), {});
+    });
+    rig.Commit();
+    for (i32 i = 0; i < 150; ++i) rig.Step();
+    const double height = rig.Centroid().y / rig.Cell();
+    std::printf("corrects %d height %.4f energy %.5f\n", corrects, height, rig.Energy());
+    EXPECT_NEAR(height, corrects ? 3.0 : 2.0, 0.3);
+    EXPECT_LT(rig.Energy(), 0.02);
+  }
 }
 
 TEST(WaterSolver, BoxFilledToTheBrimKeepsStill) {
@@ -135,17 +210,37 @@ TEST(WaterSolver, BoxFilledToTheBrimKeepsStill) {
   EXPECT_LT(rig.Energy(), 1e-8);
 }
 
+TEST(WaterSolver, StepsThatAreTooLongKeepItInItsBox) {
+  const VecInt3D cells{24, 40, 24};
+  LiquidRig rig(cells);
+  rig.Fill({8, 30, 8}, {16, 36, 16});
+  rig.scene->mTime.stepDuration = 3;
+  for (i32 i = 0; i < 12; ++i) {
+    rig.Step();
+    ASSERT_EQ(rig.Store().Count(), 8 * 6 * 64);
+    for (const Vec3d& p : rig.Store().Positions())
+      for (int a = 0; a < 3; ++a) {
+        ASSERT_GE(p[a], 0) << i;
+        ASSERT_LE(p[a], cells[a] * rig.Cell()) << i;
+      }
+  }
+}
+
 TEST(WaterSolver, DoesNotDependOnTheNumberOfThreads) {
   const VecInt3D cells{20, 16, 22};
-  std::vector<Vec3d> first;
-  for (const i32 threads : {1, 2, 3}) {
-    LiquidRig rig(cells, threads);
-    Stir(rig, cells);
-    for (i32 i = 0; i < 8; ++i) rig.Step();
-    const std::span<const Vec3d> now = rig.Store().Positions();
-    if (first.empty()) first.assign(now.begin(), now.end());
-    ASSERT_EQ(first.size(), now.size());
-    EXPECT_TRUE(std::equal(now.begin(), now.end(), first.begin())) << threads;
+  for (const i32 transfer : {0, 1}) {
+    std::vector<Vec3d> first;
+    for (const i32 threads : {1, 2, 3}) {
+      LiquidRig rig(cells, threads);
+      LiquidRig::Set(*rig.liquid, WaterSolver::kTransferRow, transfer);
+      LiquidRig::Set(*rig.liquid, WaterSolver::kEvenRow, transfer == 1);
+      Stir(rig, cells);
+      for (i32 i = 0; i < 8; ++i) rig.Step();
+      const std::span<const Vec3d> now = rig.Store().Positions();
+      if (first.empty()) first.assign(now.begin(), now.end());
+      ASSERT_EQ(first.size(), now.size());
+      EXPECT_TRUE(std::equal(now.begin(), now.end(), first.begin())) << threads;
+    }
   }
 }
 

@@ -1,0 +1,30 @@
+// What keeps the particles of a liquid evenly dense.
+#pragma once
+#include "fluids/flow/flow.h"
+#include "fluids/particles/particle_sort.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Asks a liquid to swell where its particles are too close and to shrink where they are too far
+/// apart, by a source of divergence for a projection.
+///
+/// A cell holds r = sum w / (n V) of its rest, with weights w of linear interpolation about its
+/// middle, `mPerCell` = n and the open volume V by the same weights. It asks for the divergence
+/// q (r - 1) / dt, with the share q of `kShare`; at the surface, where r is small by itself, for
+/// nothing: chance would only let it swell there.
+class EvenDensity {
+ public:
+  /// Adds to the flow's source, from particles sorted over its cells. False without grids or
+  /// memory, and in a step of no length.
+  bool AddSource(const ParticleSort& sort, Flow& flow) const;
+
+  double mPerCell = 8;  ///< particles in a cell of the liquid at rest
+
+  static constexpr double kShare = 0.5;  ///< of an excess that goes in a step
+  static constexpr double kMost = 0.5;   ///< largest excess that counts
+
+ private:
+  void Measure(const ParticleSort& sort, Flow& flow, Grid<double>& dense) const;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
