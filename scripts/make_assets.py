@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
-"""Makes the meshes of the ready-made scenes: urn.obj, logs.obj and knot.obj in scenes/assets.
+"""Makes the meshes of the ready-made scenes: urn.obj, logs.obj, knot.obj and bowl.obj in
+scenes/assets.
 
 The urn is a turned profile with a bowl, a fluted belly and two handles. The logs lean against each
-other as for a campfire. The knot is a tube along a trefoil that stands upright. All surfaces are
-closed, turned outward and free of intersections, 2 units across. The output is the same on every
-machine: coordinates are rounded to 1e-5 of a unit.
+other as for a campfire. The knot is a tube along a trefoil that stands upright. The bowl is half of
+a flattened ball with a thick wall. All surfaces are closed, turned outward and free of
+intersections, 2 units across. The output is the same on every machine: coordinates are rounded to
+1e-5 of a unit.
 """
 import argparse
 import math
@@ -244,6 +246,33 @@ def knot():
     return mesh
 
 
+BOWL_ROUND = 64   # points round the axis
+BOWL_RINGS = 18   # rings on either side of the wall
+BOWL_OUTSIDE = (1.0, 0.7)  # radius at the rim, depth
+BOWL_INSIDE = (0.85, 0.55)
+
+
+def bowl():
+    mesh = Mesh()
+
+    def ring(size, step):
+        angle = 0.5 * math.pi * step / BOWL_RINGS
+        radius, height = size[0] * math.cos(angle), -size[1] * math.sin(angle)
+        return [mesh.point(radius * math.cos(a), height, radius * math.sin(a))
+                for a in (2 * math.pi * k / BOWL_ROUND for k in range(BOWL_ROUND))]
+
+    foot, floor = mesh.point(0, -BOWL_OUTSIDE[1], 0), mesh.point(0, -BOWL_INSIDE[1], 0)
+    rings = [ring(BOWL_OUTSIDE, i) for i in reversed(range(BOWL_RINGS))]
+    rings += [ring(BOWL_INSIDE, i) for i in range(BOWL_RINGS)]
+    for k in range(BOWL_ROUND):
+        j = (k + 1) % BOWL_ROUND
+        mesh.faces.append((foot, rings[0][k], rings[0][j]))
+        mesh.faces.append((floor, rings[-1][j], rings[-1][k]))
+        for low, high in zip(rings, rings[1:]):
+            mesh.faces.append((low[j], low[k], high[k], high[j]))
+    return mesh
+
+
 def tidy(mesh):
     """Drops points that no face uses, rounds the others and fits them to 2 units across."""
     used = sorted({i for f in mesh.faces for i in f})
@@ -276,7 +305,8 @@ def main():
     parser.add_argument("--out", type=pathlib.Path, default=root / "scenes" / "assets")
     folder = parser.parse_args().out
     folder.mkdir(parents=True, exist_ok=True)
-    for name, mesh in (("urn", urn()), ("logs", logs()), ("knot", knot())):
+    for name, mesh in (("urn", urn()), ("logs", logs()), ("knot", knot()),
+                       ("bowl", bowl())):
         points, faces = tidy(mesh)
         check(points, faces)
         lines = ["# made by scripts/make_assets.py"]
