@@ -1,5 +1,5 @@
-// The ready-made scenes draw what they are there to show: every picture is lit, holds gas that
-// covers a part of it, and no number that isn't finite.
+// The ready-made scenes draw what they are there to show: every picture is lit, holds gas or water
+// that covers a part of it, and no number that isn't finite.
 #include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfFrameBuffer.h>
 #include <OpenEXR/ImfHeader.h>
@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
+#include <iterator>
 
 #include "cli/run_folder.h"
 #include "paths.h"
@@ -47,19 +49,31 @@ double ShareOf(const std::vector<float>& values, F&& holds) {
 std::vector<fs::path> ReadyScenes() {
   std::vector<fs::path> found;
   for (const auto& entry : fs::directory_iterator(fs::path(SourcePath()) / "scenes"))
-    // A replay plays what another scene has recorded; water has no gas to show.
-    if (entry.path().extension() == ".json" && entry.path().stem() != "replay" &&
-        entry.path().stem() != "dam_break")
+    // A replay plays what another scene has recorded.
+    if (entry.path().extension() == ".json" && entry.path().stem() != "replay")
       found.push_back(entry.path());
   std::sort(found.begin(), found.end());
   return found;
+}
+
+bool HoldsWater(const fs::path& scene) {
+  std::ifstream file(scene);
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  return text.find(R"("type": "liquid")") != std::string::npos;
+}
+
+/// The share of pixels that are as blue as drops are, and neither background nor ground is.
+double ShareOfWater(const std::vector<float>& red, const std::vector<float>& blue) {
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < red.size(); ++i) count += blue[i] > 0.01F && blue[i] > 2.8F * red[i];
+  return static_cast<double>(count) / static_cast<double>(red.size());
 }
 
 class ReadyPicture : public testing::TestWithParam<fs::path> {};
 
 }  // namespace
 
-TEST_P(ReadyPicture, IsLitAndShowsItsGas) {
+TEST_P(ReadyPicture, IsLitAndShowsItsMatter) {
   const std::string name = GetParam().stem().string();
   const RunFolder folder("picture_" + name);
   ASSERT_EQ(
@@ -80,8 +94,9 @@ TEST_P(ReadyPicture, IsLitAndShowsItsGas) {
   EXPECT_GT(ShareOf(red, [](float v) { return v > 0.01; }), 0.1) << "lit";
   const double gas = std::max(ShareOf(open, [](float t) { return t < 0.95; }),
                               ShareOf(fire, [](float v) { return v > 0.05; }));
-  EXPECT_GT(gas, 0.002);
-  EXPECT_LT(gas, 0.5);
+  const double shown = HoldsWater(GetParam()) ? ShareOfWater(red, layers.Read("B")) : gas;
+  EXPECT_GT(shown, 0.002);
+  EXPECT_LT(shown, 0.5);
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenes, ReadyPicture, testing::ValuesIn(ReadyScenes()),
