@@ -64,6 +64,22 @@ TEST(LiquidSolids, WhatLiesInAGrooveComesToRest) {
   }
 }
 
+TEST(LiquidSolids, WaterUnderALidKeepsStill) {
+  // No air is left under it, and what is over it has no way down.
+  for (const bool corrects : {false, true}) {
+    LiquidRig rig({8, 14, 8});
+    LiquidRig::Set(*rig.liquid, WaterSolver::kEvenRow, corrects);
+    Stone lid({4, 8, 4}, {20, 4, 20});
+    rig.obstacles = {&lid.solid};
+    rig.Fill({0, 0, 0}, {8, 6, 8});
+    rig.Fill({0, 10, 0}, {8, 12, 8});
+    for (i32 i = 0; i < 20; ++i) rig.Step();
+    EXPECT_EQ(rig.Store().Count(), 8 * 8 * 64);
+    EXPECT_LT(rig.Energy(), 1e-8);
+    EXPECT_LT(rig.liquid->Projection().DivergenceMax(), 1e-6);
+  }
+}
+
 TEST(LiquidSolids, WhatFallsIntoASolidIsCounted) {
   LiquidRig rig({12, 20, 12});
   LiquidRig::Set(*rig.move, ParticleAdvection::kCollisionRow, i32{0});

@@ -196,7 +196,6 @@ TEST(WaterSolver, PositionCorrectionGivesCrowdedParticlesTheirRoom) {
     rig.Commit();
     for (i32 i = 0; i < 150; ++i) rig.Step();
     const double height = rig.Centroid().y / rig.Cell();
-    std::printf("corrects %d height %.4f energy %.5f\n", corrects, height, rig.Energy());
     EXPECT_NEAR(height, corrects ? 3.0 : 2.0, 0.3);
     EXPECT_LT(rig.Energy(), 0.02);
   }
