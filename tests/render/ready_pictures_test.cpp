@@ -62,10 +62,10 @@ bool HoldsWater(const fs::path& scene) {
   return text.find(R"("type": "liquid")") != std::string::npos;
 }
 
-/// The share of pixels that are as blue as drops are, and neither background nor ground is.
+/// The share of pixels that are as blue and bright as drops are; of background and ground none is.
 double ShareOfWater(const std::vector<float>& red, const std::vector<float>& blue) {
   std::size_t count = 0;
-  for (std::size_t i = 0; i < red.size(); ++i) count += blue[i] > 0.01F && blue[i] > 2.8F * red[i];
+  for (std::size_t i = 0; i < red.size(); ++i) count += blue[i] > 0.13F && blue[i] > 1.2F * red[i];
   return static_cast<double>(count) / static_cast<double>(red.size());
 }
 
@@ -76,10 +76,12 @@ class ReadyPicture : public testing::TestWithParam<fs::path> {};
 TEST_P(ReadyPicture, IsLitAndShowsItsMatter) {
   const std::string name = GetParam().stem().string();
   const RunFolder folder("picture_" + name);
-  ASSERT_EQ(
-      folder.Run({"render", GetParam().string(), "--set", "scene.cell_size=0.08", "--frames", "20",
-                  "--size", "64x36", "--samples", "4", "--exr", "--quiet", "--out", "out"}),
-      0)
+  // In cells as coarse as gas may have, a stream of water is a few drops.
+  const bool isWater = HoldsWater(GetParam());
+  const std::string cells = std::string("scene.cell_size=") + (isWater ? "0.055" : "0.08");
+  ASSERT_EQ(folder.Run({"render", GetParam().string(), "--set", cells, "--frames", "20", "--size",
+                        "64x36", "--samples", "4", "--exr", "--quiet", "--out", "out"}),
+            0)
       << folder.Errors();
   EXPECT_EQ(folder.Errors(), "");
   Layers layers(folder.Path() / "out/render/0020.exr");
@@ -94,7 +96,7 @@ TEST_P(ReadyPicture, IsLitAndShowsItsMatter) {
   EXPECT_GT(ShareOf(red, [](float v) { return v > 0.01; }), 0.1) << "lit";
   const double gas = std::max(ShareOf(open, [](float t) { return t < 0.95; }),
                               ShareOf(fire, [](float v) { return v > 0.05; }));
-  const double shown = HoldsWater(GetParam()) ? ShareOfWater(red, layers.Read("B")) : gas;
+  const double shown = isWater ? ShareOfWater(red, layers.Read("B")) : gas;
   EXPECT_GT(shown, 0.002);
   EXPECT_LT(shown, 0.5);
 }
