@@ -24,11 +24,12 @@ class PositionCorrection {
   static constexpr double kMost = 0.25;
 
  private:
-  /// Solids don't push, and no sealed room warns: nothing flows here.
+  /// Solids don't push, nothing lets go of them, and no sealed room warns: nothing flows here.
   class OwnProjection : public Grid_Incompressibility_FreeSurface {
    protected:
     void GatherMovingBodies(std::vector<MovingBody>& /*bodies*/) const override {}
     void CheckRegions() override {}
+    void Settle() override {}
   };
   void Move(const ParticleSort& sort, const Flow& flow) const;
 
