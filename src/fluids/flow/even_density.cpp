@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "fluids/flow/face_stencil.h"
-#include "fluids/flow/particle_slabs.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -27,7 +26,7 @@ void EvenDensity::Measure(const ParticleSort& sort, Flow& flow, Grid<double>& de
   ForEachBlock(dense.mNz, flow.Threads(),
                [&](i32 z) { std::fill_n(dense.mData + z * dense.mSlice, dense.mSlice, 0.0); });
   const FaceStencil stencil(layout, kCentre);
-  ForEachInSlabs(sort, flow.Threads(), [&](const ParticleSort::Entry& entry) {
+  sort.ForEachBySlab(flow.Threads(), [&](const ParticleSort::Entry& entry) {
     stencil.At(layout.ToCells(entry.position)).AddWeights(dense.mData);
   });
 }

@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "fluids/flow/face_stencil.h"
-#include "fluids/flow/particle_slabs.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -110,7 +109,7 @@ bool HybridFlip::Scatter(const ParticleSort& sort, Flow& flow) const {
   const FaceStencils stencils(layout);
   const std::vector<Carried> groups = CarriedBy(sort);
   const double h = layout.cellSize;
-  ForEachInSlabs(sort, flow.Threads(), [&](const ParticleSort::Entry& entry) {
+  sort.ForEachBySlab(flow.Threads(), [&](const ParticleSort::Entry& entry) {
     const Carried& own = groups[entry.group];
     const Vec3d p = layout.ToCells(entry.position), &v = own.velocities[entry.row];
     for (i32 axis = 0; axis < 3; ++axis) {
