@@ -302,6 +302,8 @@ void MeasureScene(const Scene& scene, const NodeNames& names, FrameRecord& recor
     auto* solver = dynamic_cast<FluidSolver*>(object.get());
     if (!solver || !solver->Has(FLAG_ENABLED)) continue;
     record.solvers.push_back(MeasureSolver(*solver, scene.mThreadCount));
+    // Before the first step nothing is known of where a liquid lies.
+    if (!scene.mTime.IsUnderWay()) record.solvers.back().liquid.reset();
     record.solvers.back().name = names.Of(id);
   }
   for (const auto& [id, object] : scene.List(kListParticles)) {

@@ -57,7 +57,7 @@ const ParameterTable& ParticleAdvection::Parameters() {
           .To(&ParticleAdvection::mMode),
       AbsentLinksRow(kSolversRow, "solvers",
                      "whose flows carry them, the first that holds a particle; without the list "
-                     "all of the scene")
+                     "the liquid whose particles they are, or else all of the scene")
           .AcceptsAny(kSolvers)
           .AllWhenAbsent()
           .To(&ParticleAdvection::mNamedSolvers),
@@ -152,6 +152,13 @@ std::vector<iFluidSolver*> ParticleAdvection::Solvers() const {
         std::find(mNamedSolvers.begin(), mNamedSolvers.end(), solver) != mNamedSolvers.end();
     if (solver && solver->Has(FLAG_ENABLED) && (isOpen || !isNamed)) solvers.push_back(solver);
   }
+  // Water goes with its own flow, whatever else fills the place.
+  const auto isTheirs = [&](const iFluidSolver* solver) {
+    const std::vector<ParticleGroup*>* groups = mKind == kLiquid ? solver->LiquidGroups() : nullptr;
+    return groups && std::find(groups->begin(), groups->end(), mGroup) != groups->end();
+  };
+  if (isOpen && std::any_of(solvers.begin(), solvers.end(), isTheirs))
+    std::erase_if(solvers, [&](const iFluidSolver* solver) { return !isTheirs(solver); });
   // Where two flows hold a particle, names decide between them, not the order of the file.
   std::sort(solvers.begin(), solvers.end(),
             [](const iBase* a, const iBase* b) { return a->Node()->Path() < b->Node()->Path(); });

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "fluids/fields/channel_kinds.h"
+#include "fluids/flow/grid_boundary.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
@@ -171,6 +172,16 @@ void ObjectParticleGridEmitter::FindLiquids() {
   }
 }
 
+void ObjectParticleGridEmitter::FindSolids() {
+  mSolids.clear();
+  if (mKind != kLiquid) return;
+  CollectObstacles(*mScene, mSolids);
+  std::erase_if(mSolids, [&](const VolumeBase* solid) {
+    return !solid->Has(FLAG_ENABLED) || !solid->HasGridData() ||
+           std::find(mMembers.begin(), mMembers.end(), solid) != mMembers.end();
+  });
+}
+
 void ObjectParticleGridEmitter::Prepare() {
   mMembers.clear();
   if (!PrepareEmission()) return;
@@ -193,6 +204,7 @@ void ObjectParticleGridEmitter::Prepare() {
   mColour = SamplerOf(mColourImage);
   mConstraints.Prepare(this);
   FindLiquids();
+  FindSolids();
   SetFlag(FLAG_ACTIVE, true);
 }
 
@@ -200,6 +212,7 @@ void ObjectParticleGridEmitter::Finish() {
   ParticleEmitter::Finish();
   mMembers.clear();
   mLiquids.clear();
+  mSolids.clear();
   mColour.reset();
 }
 

@@ -53,6 +53,13 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   Lattice LatticeOf(i32 subdivision, double cell) const;
   /// Collects the liquids that limit it.
   void FindLiquids();
+  /// Collects the obstacles, other than its own volume, that keep a liquid out.
+  void FindSolids();
+  bool IsInSolid(const Vec3d& p) const {
+    return std::any_of(mSolids.begin(), mSolids.end(), [&](const VolumeBase* solid) {
+      return solid->IsInBounds(p) && solid->DistanceAtWorld(p) < 0;
+    });
+  }
   bool IsInReach(const Vec3d& p) const {
     return mLiquids.empty() ||
            std::any_of(mLiquids.begin(), mLiquids.end(),
@@ -71,6 +78,7 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   // Of one step.
   std::vector<VolumeBase*> mMembers;  ///< of the volume, those with a grid
   std::vector<const Flow*> mLiquids;  ///< outside of which nothing is made, unless there are none
+  std::vector<VolumeBase*> mSolids;   ///< in which no liquid is made
   std::optional<host::ImageObject::Sampler> mColour;
 };
 

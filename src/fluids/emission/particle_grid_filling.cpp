@@ -93,7 +93,7 @@ class ObjectParticleGridEmitter::Filler {
     RandomStream& random = mEmitter.mHandler.Random(mShare);
     Vec3d p = mCorner + (place + Vec3d{0.5, 0.5, 0.5}) * lattice.step;
     for (const i32 axis : {2, 1, 0}) p[axis] += (2 * random.NextUnit() - 1) * lattice.jitter;
-    if (!IsMine(p) || Holds(mBefore, p)) return 1;
+    if (!IsMine(p) || Holds(mBefore, p) || mEmitter.IsInSolid(p)) return 1;
     if (!IsFree(lattice, p) || !mEmitter.IsInReach(p)) return 0;
     if (mEmitter.mPerSample && !mEmitter.IsAllowed(p, mEmitter.mWeight, mShare)) return 0;
     if (mColour && mEmitter.mColour)

@@ -1,13 +1,32 @@
 #include "fluids/surfaces/implicit_mesher.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+
 #include "fluids/particles/particle_group.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 using namespace host;
+
+namespace {
+
+/// Whether a surface ends at the outermost nodes that are looked at.
+bool ReachesRim(const EGrid<double>& grid, const SurfaceMesh& mesh) {
+  constexpr double kNear = 1e-6;  // cells
+  return std::any_of(mesh.points.begin(), mesh.points.end(), [&](const Vec3d& p) {
+    const Vec3d c = grid.ToSamples(p);
+    return std::min({c.x, c.y, c.z}) < 1 + kNear || c.x > grid.mNx - 2 - kNear ||
+           c.y > grid.mNy - 2 - kNear || c.z > grid.mNz - 2 - kNear;
+  });
+}
+
+}  // namespace
 
 const NodeKind& ImplicitMesher::Kind() {
   static const NodeKind kind = {
@@ -91,8 +110,15 @@ void ImplicitMesher::CheckDirty() {
   if ((mScene->mFlags & Scene::kTimeChanged) || (mVolume && mVolume->IsDirty())) MarkDirty(false);
 }
 
+void ImplicitMesher::Persist(StateArchive& archive) {
+  iObject::Persist(archive);
+  archive(mHasToldRim);
+}
+
 void ImplicitMesher::Reset() {
   iObject::Reset();
+  mHasToldRim = false;
+  mWarnings.clear();
   Write({});
 }
 
@@ -115,7 +141,14 @@ void ImplicitMesher::Evaluate(const EvaluationThreadData&) {
       *mGrid,
       {.method = mMethod, .sampleMode = mSampleMode, .level = mLevel, .resolution = mResolution},
       mScene->mThreadCount, mMakesNormals);
-  if (mesh.IsEmpty()) Deactivate("its level set has no surface at that level");
+  if (mesh.IsEmpty()) TakeBackRun("its level set has no surface at that level");
+  if (!mHasToldRim && ReachesRim(*mGrid, mesh)) {
+    mHasToldRim = true;
+    mWarnings.push_back(fmt::format(
+        "its surface at {} m reaches the rim of the level set, where it is open; a lower 'level', "
+        "or more 'padding_cells' of the volume, closes it",
+        mLevel));
+  }
   Write(mesh);
 }
 

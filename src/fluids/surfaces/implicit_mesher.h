@@ -1,5 +1,7 @@
 // Meshes of level sets.
 #pragma once
+#include <utility>
+
 #include "fluids/surfaces/polygoniser.h"
 #include "fluids/volume/volume_base.h"
 #include "host/polygon_object.h"
@@ -22,6 +24,8 @@ class ImplicitMesher : public iObject {
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
+  void Persist(StateArchive& archive) override;
+  std::vector<std::string> TakeWarnings() override { return std::exchange(mWarnings, {}); }
 
  private:
   host::PolygonObject* Output() const { return dynamic_cast<host::PolygonObject*>(Node()); }
@@ -37,6 +41,8 @@ class ImplicitMesher : public iObject {
   bool mRenderOnly = false;
 
   const EGrid<double>* mGrid = nullptr;  ///< of one step
+  bool mHasToldRim = false;
+  std::vector<std::string> mWarnings;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

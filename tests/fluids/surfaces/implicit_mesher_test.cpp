@@ -50,6 +50,11 @@ TEST(ImplicitMesher, ItsNodeIsTheSurface) {
   rig.skin->Set(ImplicitMesher::kLevelRow, -1.0);
   rig.Frame(2);
   EXPECT_TRUE(rig.skin->GetGeometry().polygons.empty()) << "nothing lies so deep";
+  iBase& mesher = *rig.scene->FindObject(rig.skin, kListGeometry);
+  EXPECT_TRUE(mesher.TakeWarnings().empty());
+  rig.skin->Set(ImplicitMesher::kLevelRow, 0.3);
+  rig.Frame(3);
+  EXPECT_EQ(mesher.TakeWarnings().size(), 1u) << "the grid ends before that distance";
 }
 
 }  // namespace
