@@ -233,16 +233,19 @@ double CellThatShows(double width, double cell) {
 }
 
 /// What is said of a gap that the cells of its scene don't show.
-std::string GapText(const NarrowGaps::Place& gap, const GridLayout& domain) {
+std::string GapText(const NarrowGaps::Place& gap, const GridLayout& domain, bool isLiquid) {
   const Vec3d at = gap.at * domain.simToWorld;
   const std::string other = !gap.other             ? "a wall of the container"
                             : gap.other == gap.one ? "another side of it"
                                                    : LabelOf(*gap.other);
   return fmt::format(
-      "{} and {} face each other {:.2g} cells apart, at [{:.4g}, {:.4g}, {:.4g}]: the gas flows "
-      "through, but of smoke and all else that it carries less passes, or nothing; a 'cell_size' of "
-      "the server below {:.2g} shows the gap",
+      "{} and {} face each other {:.2g} cells apart, at [{:.4g}, {:.4g}, {:.4g}]: {}; a "
+      "'cell_size' "
+      "of the server below {:.2g} shows the gap",
       LabelOf(*gap.one), other, gap.width, at.x, at.y, at.z,
+      isLiquid ? "less liquid passes than would, or none"
+               : "the gas flows through, but of smoke and all else that it carries less passes, or "
+                 "nothing",
       CellThatShows(gap.width, domain.cellSize));
 }
 
@@ -254,7 +257,7 @@ void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
     auto* solver = dynamic_cast<FluidSolver*>(&object);
     if (!solver) return;
     for (const NarrowGaps::Place& gap : solver->GetFlow().mNarrowGaps.TakePlaces())
-      told.push_back(GapText(gap, scene.mDomain));
+      told.push_back(GapText(gap, scene.mDomain, solver->LiquidGroups() != nullptr));
   });
 }
 }  // namespace
