@@ -72,14 +72,16 @@ void GridAdvection::PrepareSource(EGrid<double>& source) {
   const ScalarWalls::Values values = WallValues();
   if (mIsBooking && !IsConservative()) mLeft += FindSideOutflow(flow, source, values);
   if (!cells.Fits(source)) return;
-  if (IsConservative()) {
-    // Shares have to be given away.
+  // Shares have to be given away, and what a source brings into a solid that rests no path fetches.
+  if (IsConservative() || (flow.mBoundary.Movers().empty() && !cells.HasLeft())) {
     const ScalarWalls::Held held = cells.HandOver(values, HandOverReach(), source);
     mTrapped += held.stuck;
     mScalarTarget->mAccount.mLedger.handedOver += held.given;
     mLeft += held.gone;
     // Air that comes in brings what air holds.
-    return cells.FillOutside(values, source);
+    if (IsConservative()) return cells.FillOutside(values, source);
+    mGain -= cells.Fill(values, false, source);
+    return;
   }
   // Paths take what a solid has just covered along by themselves.
   ScalarWalls::Held held;

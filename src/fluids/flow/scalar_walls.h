@@ -57,6 +57,8 @@ class ScalarWalls {
   Held FindHeld(const Values& values, const Grid<double>& field) const;
   /// The field stands on the centres of these cells.
   bool Fits(const Grid<double>& field) const;
+  /// A solid has left cells in this step.
+  bool HasLeft() const { return !mLeft.empty() || !mPassed.empty(); }
   /// There has been a `Build`.
   bool IsBuilt() const { return mState != nullptr; }
   bool IsClosed(const VecInt3D& cell) const { return (*mState)(cell.x, cell.y, cell.z) == kClosed; }

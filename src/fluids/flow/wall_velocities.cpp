@@ -27,11 +27,8 @@ void SetNormal(EGrid<double>& g, i32 axis, bool high, bool wall) {
   });
 }
 
-void SetTangent(EGrid<double>& g, i32 component, i32 axis, bool high, double factor) {
-  VecInt3D low{}, top = g.Dims();
-  // At the low and high y sides u keeps the values of its two outer layers in x.
-  if (component == 0 && axis == 1) low.x = 2, top.x -= 2;
-  ForEachAtSide(g, axis, high, low, top,
+void SetTangent(EGrid<double>& g, i32 axis, bool high, double factor) {
+  ForEachAtSide(g, axis, high, {}, g.Dims(),
                 [&](double& outer, double& inner) { outer = factor * inner; });
 }
 
@@ -43,7 +40,7 @@ void SetSides(const StaggeredGrids& velocity, u8 walls, double factor, bool with
       for (i32 axis = 0; axis < 3; ++axis) {
         const bool wall = walls & (high ? kHighWall : kLowWall)[axis];
         if (axis != component) {
-          if (wall) SetTangent(*g, component, axis, high, factor);
+          if (wall) SetTangent(*g, axis, high, factor);
         } else if (withNormal) {
           SetNormal(*g, axis, high, wall);
         }
