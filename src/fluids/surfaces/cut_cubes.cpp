@@ -1,5 +1,6 @@
 // A slab of cells by marching cubes.
 #include <algorithm>
+#include <array>
 
 #include "fluids/surfaces/marching_cube.h"
 #include "fluids/surfaces/surface_slab.h"
@@ -63,19 +64,22 @@ class CubeCutter {
     }
   }
 
+  using Rows = std::array<const double*, 4>;  ///< of nodes, by y and then z
+
+  /// Which of the four nodes at a place of the rows are positive.
+  static u32 SignsAt(const Rows& rows, i32 x) {
+    return (rows[0][x] >= 0 ? 1u : 0u) | (rows[1][x] >= 0 ? 2u : 0u) | (rows[2][x] >= 0 ? 4u : 0u) |
+           (rows[3][x] >= 0 ? 8u : 0u);
+  }
+
   void CutRow(i32 y, i32 z) {
     const std::size_t first = std::size_t(mNx) * y;
-    const double* rows[4] = {
-        mPlanes[0].values.data() + first, mPlanes[0].values.data() + first + mNx,
-        mPlanes[1].values.data() + first, mPlanes[1].values.data() + first + mNx};
-    const auto signsAt = [&](i32 x) {
-      u32 signs = 0;
-      for (i32 i = 0; i < 4; ++i) signs |= (rows[i][x] >= 0 ? 1u : 0u) << i;
-      return signs;
-    };
-    u32 before = signsAt(0);
+    const double *lower = mPlanes[0].values.data() + first,
+                 *upper = mPlanes[1].values.data() + first;
+    const Rows rows = {lower, lower + mNx, upper, upper + mNx};
+    u32 before = SignsAt(rows, 0);
     for (i32 x = 0; x + 1 < mNx; ++x) {
-      const u32 behind = signsAt(x + 1);
+      const u32 behind = SignsAt(rows, x + 1);
       if ((before | behind) != 0 && (before & behind) != 15) {
         double values[8];
         for (i32 c = 0; c < 8; ++c) values[c] = rows[c >> 1][x + (c & 1)];
