@@ -74,8 +74,8 @@ bool ParticleObstruction::Settle(const ParticleState& s, const Leg& leg, Vec3d& 
     const Leg way{.from = leg.from, .to = p, .begin = leg.begin, .end = leg.end};
     const i32 solid = Meet(s, way, mQuiet, false, contact);
     if (solid == SolidsRound::kNone) return true;
-    if (isNear(contact.position)) {
-      if (solid == SolidsRound::kWall) return true;
+    // Walls tell of no place that is theirs already.
+    if (solid != SolidsRound::kWall && isNear(contact.position)) {
       mQuiet.push_back(solid);
       continue;
     }
