@@ -64,13 +64,13 @@ TEST(Measure, LiquidHasTheVolumeOfItsCells) {
   MeasuredScene m({9, 7, 12}, 0.1f);
   EXPECT_FALSE(MeasureSolver(*m.solver, 1).liquid);
   EGrid<double> surface(m.layout, kCentre);
-  surface.Fill(0.05);
-  ForEachCell({{1, 1, 2}, {8, 4, 11}}, [&](i32 x, i32 y, i32 z) { surface(x, y, z) = -0.05; });
+  surface.Fill(0.06);
+  ForEachCell({{1, 1, 2}, {8, 4, 11}}, [&](i32 x, i32 y, i32 z) { surface(x, y, z) = -0.06; });
   m.solver->mFlow.mSurface = &surface;
   for (const i32 threads : {1, 3}) {
     const SolverRecord record = MeasureSolver(*m.solver, threads);
     ASSERT_TRUE(record.liquid);
-    EXPECT_NEAR(*record.liquid, 7 * 3 * 9 * std::pow(double{0.1f}, 3), 1e-8);
+    EXPECT_NEAR(*record.liquid, 7 * 3 * 9 * std::pow(double{0.1f}, 3), 1e-12);
   }
   m.solver->mFlow.mSurface = nullptr;
 }
