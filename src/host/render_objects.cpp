@@ -1,5 +1,7 @@
 #include "host/render_objects.h"
 
+#include "host/image.h"
+
 namespace MELDO_GLOBAL::host {
 
 namespace {
@@ -111,6 +113,30 @@ const ParameterTable& SurfaceParameters() {
   return table;
 }
 
+const ParameterTable& DielectricParameters() {
+  static const ParameterTable table = {
+      RealRow(kDielectricIndex, "index", 1.333, "none",
+              "how strongly it bends light: water 1.333, ice 1.31, glass 1.5, diamond 2.42")
+          .Range(1, 4)
+          .To(&DielectricSettings::index),
+      VectorRow(kDielectricAbsorption, "absorption", {0.35, 0.07, 0.03}, "1/m",
+                "how much red, green and blue a metre of it takes away: the first is largest in "
+                "water, which makes deep water blue; 0 is clear at any depth")
+          .AtLeast(0)
+          .To(&DielectricSettings::absorption),
+      RealRow(kDielectricRoughness, "roughness", 0, "none",
+              "0 is as smooth as a still surface, more is frosted")
+          .Range(0, 1)
+          .To(&DielectricSettings::roughness),
+      LongRow(kDielectricPriority, "priority", 0, "",
+              "where two such bodies overlap, the one with more fills the place: give glass more "
+              "than the water in it and let the water reach into the glass")
+          .Range(-1000, 1000)
+          .To(&DielectricSettings::priority),
+  };
+  return table;
+}
+
 const ParameterTable& RenderParameters() {
   static const ParameterTable table = {
       LongRow(kRenderSamples, "samples", 16, "",
@@ -155,6 +181,14 @@ const ParameterTable& RenderParameters() {
               "factor on the light of media")
           .AtLeast(0)
           .To(&RenderSettings::volumeBrightness),
+      LinkRow(kRenderEnvironmentImage, "environment_image",
+              "a picture all round, twice as wide as high, with straight up along its upper edge: "
+              "takes the place of the background and lights the scene",
+              {kImageObject})
+          .To(&RenderSettings::environmentImage),
+      RealRow(kRenderEnvironmentTurn, "environment_turn", 0, "degrees",
+              "turns that picture about the vertical; at 0 its middle lies in the direction of -z")
+          .To(&RenderSettings::environmentTurn),
   };
   return table;
 }

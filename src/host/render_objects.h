@@ -12,6 +12,7 @@ namespace MELDO_GLOBAL::host {
 inline constexpr i32 kRenderSettings = 5105;
 inline constexpr i32 kSurfaceMaterial = 5106;
 inline constexpr i32 kParticleMaterial = 5107;
+inline constexpr i32 kDielectricMaterial = 5109;
 /// A colour that fields of a simulation give.
 inline constexpr i32 kGridSamplerShader = 1023637;
 
@@ -74,6 +75,21 @@ struct SurfaceSettings : ParameterHolder {
 };
 const ParameterTable& SurfaceParameters();
 
+enum DielectricParameter : i32 {
+  kDielectricIndex = 1000,
+  kDielectricAbsorption = 1001,
+  kDielectricRoughness = 1002,
+  kDielectricPriority = 1003,
+};
+/// A body that light goes through: water, glass, ice.
+struct DielectricSettings : ParameterHolder {
+  double index = 1.333;
+  Vec3d absorption{0.35, 0.07, 0.03};  ///< 1/m
+  double roughness = 0;
+  i32 priority = 0;
+};
+const ParameterTable& DielectricParameters();
+
 enum RenderParameter : i32 {
   kRenderSamples = 1000,
   kRenderBlurSamples = 1001,
@@ -89,6 +105,8 @@ enum RenderParameter : i32 {
   kRenderBounce = 1011,
   kRenderHidden = 1012,
   kRenderVolumeBrightness = 1013,
+  kRenderEnvironmentImage = 1014,
+  kRenderEnvironmentTurn = 1015,
 };
 enum class ToneCurve : i32 { Soft, Linear };
 struct RenderSettings : ParameterHolder {
@@ -104,6 +122,8 @@ struct RenderSettings : ParameterHolder {
   bool bounce = true;
   const InExcludeData* hidden = nullptr;
   double volumeBrightness = 1;
+  const Link* environmentImage = nullptr;
+  double environmentTurn = 0;  ///< degrees
 };
 const ParameterTable& RenderParameters();
 

@@ -35,6 +35,9 @@ const host::ParameterTable& GridSamplerParameters();
 std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> MakeShaders(
     const std::vector<host::BaseNode*>& nodes, const Scenes& scenes);
 
+/// The word for materials of clear bodies.
+inline constexpr std::string_view kDielectricName = "dielectric";
+
 /// The word for materials of particles.
 inline constexpr std::string_view kParticlesName = "particles";
 const host::ParameterTable& ParticleMaterialParameters();

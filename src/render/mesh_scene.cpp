@@ -66,6 +66,7 @@ std::vector<std::array<Vec3d, 4>> CornerNormals(const Geometry& geometry, double
 struct MeshScene::Impl {
   struct Mesh {
     i32 material = 0;
+    bool isMirrored = false;                    ///< its placement turns polygons inside out
     std::vector<std::array<Vec3d, 3>> normals;  ///< per triangle corner
   };
 
@@ -106,6 +107,7 @@ void MeshScene::Add(const Geometry& geometry, const Matrix& placement, i32 mater
 
   Impl::Mesh mesh;
   mesh.material = material;
+  mesh.isMirrored = Dot(Cross(placement.v1, placement.v2), placement.v3) < 0;
   mesh.normals.reserve(triangles);
   const auto normals = CornerNormals(geometry);
   // Normals move with the inverse transposed.
@@ -147,7 +149,9 @@ bool MeshScene::Trace(const Vec3d& origin, const Vec3d& direction, double near, 
   hit.distance = query.ray.tfar;
   hit.material = mesh.material;
   hit.facing = Normalised(Vec3d{query.hit.Ng_x, query.hit.Ng_y, query.hit.Ng_z});
-  if (Dot(hit.facing, direction) > 0) hit.facing = -hit.facing;
+  const bool isBack = Dot(hit.facing, direction) > 0;
+  hit.isFromInside = isBack != mesh.isMirrored;
+  if (isBack) hit.facing = -hit.facing;
   hit.normal = Normalised(n[0] * (1 - u - v) + n[1] * u + n[2] * v);
   if (Dot(hit.normal, hit.facing) < 0) hit.normal = -hit.normal;
   if (hit.normal == Vec3d{}) hit.normal = hit.facing;

@@ -10,9 +10,10 @@ namespace MELDO_GLOBAL::app {
 /// A point of a mesh that a ray met.
 struct MeshHit {
   double distance = 0;
-  Vec3d facing;      ///< normal of the triangle, towards the ray's origin
-  Vec3d normal;      ///< smooth normal, on the same side
-  i32 material = 0;  ///< as given to `Add`
+  Vec3d facing;               ///< normal of the triangle, towards the ray's origin
+  Vec3d normal;               ///< smooth normal, on the same side
+  i32 material = 0;           ///< as given to `Add`
+  bool isFromInside = false;  ///< the ray meets the back of a polygon
 };
 
 /// Normals at the corners of polygons: the polygon's own ones, or the means over neighbours that

@@ -33,13 +33,23 @@ class PathTracer {
   RaySample TraceCamera(const Vec2D<double>& pixel, Sampler& sampler, i32 thread) const;
 
  private:
+  static constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  static constexpr double kEndless = 1e6;  ///< host units; as far as rays go into the sky
+
   /// A ray on its way: what its random numbers and its flags need.
   struct Path {
     Sampler& sampler;
     i64& samples;
     i32 thread;
-    i32 depth = 0;
+    ClearBodies inside;  ///< what its origin lies in
+    i32 mirrors = 0;     ///< that it met
+    i32 boundaries = 0;  ///< of clear bodies, that it met
     u32 flags = 0;
+    /// Chance a steradian with which a bounce took this direction, while it goes on straight; 0
+    /// where nothing else is aimed at the sky.
+    double density = 0;
+
+    bool IsBounced() const { return flags & host::kRayGlobalIllumination; }
   };
   /// What is seen from a point beyond a distance. Particles that cover less than all are looked
   /// through, so many of them one by one.
@@ -52,6 +62,10 @@ class PathTracer {
   void AddMedia(const host::RenderRay& ray, const SurfaceHit* hit, const Path& path,
                 RaySample& sample) const;
   Vec3d ColourFor(const host::VolumeRecord& volume, std::size_t medium) const;
+  Vec3d SkyLight(const Vec3d& direction, const Path& path) const;
+  Vec3d Transparency(const Vec3d& origin, const Vec3d& direction, double length,
+                     const Path& path) const;
+
   /// Light of a surface, without the sky that the ground fades into.
   Vec3d Shade(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const;
   Vec3d DirectLight(const SurfaceHit& hit, const Vec3d& view, const Path& path,
@@ -59,15 +73,18 @@ class PathTracer {
   Vec3d BouncedLight(const SurfaceHit& hit, const Path& path) const;
   /// Light of the media on a surface.
   Vec3d GlowLight(const SurfaceHit& hit, const Path& path) const;
-  Vec3d Incoming(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const;
+  /// Light of the bright parts of the sky's picture.
+  Vec3d AimedSkyLight(const SurfaceHit& hit, const Path& path) const;
   Vec3d Reflection(const SurfaceHit& hit, const Vec3d& view, const Path& path) const;
-  Vec3d Transparency(const Vec3d& origin, const Vec3d& direction, double length,
-                     const Path& path) const;
+  /// Light that a clear body mirrors and lets through.
+  Vec3d ClearLight(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const;
+  Vec3d Beyond(const SurfaceHit& hit, const Vec3d& direction, const Path& path) const;
 
   const RenderWorld& mWorld;
   const host::RenderData& mData;
   const Media mMedia;
   const bool mBounceLight;
+  ClearBodies mRoundCamera;
   std::vector<bool> mIsAimedAt;  ///< media whose own light bounced rays needn't gather
   GlowTree mGlow;
 };

@@ -1,7 +1,9 @@
 #include "render/render_world.h"
 
 #include <algorithm>
-#include <numbers>
+#include <optional>
+
+#include "framework/server_rows.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -9,15 +11,52 @@ using namespace host;
 
 namespace {
 
-Surface ReadSurface(const BaseNode& node, const ShaderMap& shaders) {
+/// Host units of a metre, as the scene's first server has them.
+double HostPerMetre(const Document& document) {
+  std::optional<double> units;
+  document.ForEachNode([&](const BaseNode& node) {
+    if (units || node.Type() != kServerNode) return;
+    const auto number = [&](i32 id) {
+      const Value* value = node.Get(id);
+      const double* real = value ? std::get_if<double>(value) : nullptr;
+      return real ? *real : 0;
+    };
+    const double metres = number(MELDO_SULVA::server_row::kSimulationUnits);
+    if (metres > 0) units = number(MELDO_SULVA::server_row::kHostUnits) / metres;
+  });
+  return units && *units > 0 ? *units : 100;
+}
+
+/// A clear body mirrors as its index says; the light that isn't mirrored goes on within it.
+Surface ReadClearBody(const BaseNode& node, double hostPerMetre) {
+  DielectricSettings settings;
+  FillMembers(DielectricParameters(), &node, settings);
+  Surface surface;
+  surface.isClear = true;
+  surface.index = settings.index;
+  surface.reflection = FresnelOf(1, settings.index);
+  surface.roughness = settings.roughness;
+  surface.absorption = settings.absorption / hostPerMetre;
+  surface.priority = settings.priority;
+  return surface;
+}
+
+Surface ReadSurface(const BaseNode& node, const ShaderMap& shaders, double hostPerMetre) {
+  if (node.Type() == kDielectricMaterial) return ReadClearBody(node, hostPerMetre);
   SurfaceSettings settings;
   FillMembers(SurfaceParameters(), &node, settings);
   const auto shader = [&](const Link* link) -> const Shader* {
     const auto found = link ? shaders.find(link->node) : shaders.end();
     return found != shaders.end() ? found->second : nullptr;
   };
-  return {settings.colour,   settings.reflection,           settings.roughness,
-          settings.emission, shader(settings.colourShader), shader(settings.emissionShader)};
+  Surface surface;
+  surface.colour = settings.colour;
+  surface.reflection = settings.reflection;
+  surface.roughness = settings.roughness;
+  surface.emission = settings.emission;
+  surface.colourShader = shader(settings.colourShader);
+  surface.emissionShader = shader(settings.emissionShader);
+  return surface;
 }
 
 /// How far from a surface a ray must start so as not to meet it again.
@@ -31,18 +70,23 @@ double Clearance(const Vec3d& point) {
 RenderWorld::RenderWorld(const RenderSpec& spec, const ShaderMap& shaders,
                          std::shared_ptr<const SphereScene> spheres)
     : mCamera(*spec.camera, spec.width, spec.height), mSpheres(std::move(spheres)) {
+  const Document& document = spec.settings->GetDocument();
   for (const BaseNode* light : spec.lights)
     if (light->IsEnabled()) mLights.emplace_back(*light, *this);
-  mSurfaces.push_back(ReadSurface(*spec.standard, shaders));
+  const double hostPerMetre = HostPerMetre(document);
+  mSurfaces.push_back(ReadSurface(*spec.standard, shaders, hostPerMetre));
   for (const auto& [object, surface] : spec.surfaces)
-    mSurfaces.push_back(ReadSurface(*surface, shaders));
+    mSurfaces.push_back(ReadSurface(*surface, shaders, hostPerMetre));
 
   FillMembers(RenderParameters(), spec.settings, mSettings);
-  if (mSettings.background) mBackground = *mSettings.background;
+  mSky = Environment(mSettings, document);
   mGround.colour = mSettings.groundColour;
   for (const SphereScene::Look& look :
-       mSpheres ? mSpheres->Looks() : std::vector<SphereScene::Look>{})
-    mClouds.push_back({{}, look.reflection, look.roughness, {}});
+       mSpheres ? mSpheres->Looks() : std::vector<SphereScene::Look>{}) {
+    mClouds.emplace_back();
+    mClouds.back().reflection = look.reflection;
+    mClouds.back().roughness = look.roughness;
+  }
   AddMeshes(spec);
 }
 
@@ -60,9 +104,12 @@ void RenderWorld::AddMeshes(const RenderSpec& spec) {
   spec.settings->GetDocument().ForEachNode([&](const BaseNode& node) {
     const auto* mesh = dynamic_cast<const PolygonObject*>(&node);
     if (!mesh || !mesh->IsEnabled() || isHidden(*mesh)) return;
-    mMeshes.Add(mesh->GetGeometry(), mesh->GlobalMatrix(), surfaceOf(*mesh));
+    const i32 surface = surfaceOf(*mesh);
+    MeshScene& meshes = mSurfaces[surface].isClear ? mClear : mMeshes;
+    meshes.Add(mesh->GetGeometry(), mesh->GlobalMatrix(), surface);
   });
   mMeshes.Commit();
+  mClear.Commit();
 }
 
 bool RenderWorld::TraceGround(const Vec3d& origin, const Vec3d& direction, double near, double far,
@@ -103,12 +150,10 @@ bool RenderWorld::TraceSpheres(const Vec3d& origin, const Vec3d& direction, doub
   return true;
 }
 
-bool RenderWorld::Trace(const Vec3d& origin, const Vec3d& direction, double near, double far,
-                        SurfaceHit& hit, SphereLayers layers) const {
-  bool found = TraceGround(origin, direction, near, far, hit);
-  found = TraceSpheres(origin, direction, near, found ? hit.distance : far, layers, hit) || found;
+bool RenderWorld::TraceMeshes(const MeshScene& meshes, const Vec3d& origin, const Vec3d& direction,
+                              double near, double far, SurfaceHit& hit) const {
   MeshHit mesh;
-  if (!mMeshes.Trace(origin, direction, near, found ? hit.distance : far, mesh)) return found;
+  if (!meshes.Trace(origin, direction, near, far, mesh)) return false;
   hit.distance = mesh.distance;
   hit.point = origin + direction * mesh.distance;
   hit.facing = mesh.facing;
@@ -116,11 +161,23 @@ bool RenderWorld::Trace(const Vec3d& origin, const Vec3d& direction, double near
   hit.surface = &mSurfaces[mesh.material];
   hit.colour = hit.surface->colour;
   hit.emission = hit.surface->emission;
-  if (hit.surface->colourShader || hit.surface->emissionShader) AskShaders(hit);
   hit.fade = 0;
   hit.cover = 1;
   hit.isSphere = false;
+  hit.isFromInside = mesh.isFromInside;
   return true;
+}
+
+bool RenderWorld::Trace(const Vec3d& origin, const Vec3d& direction, double near, double far,
+                        SurfaceHit& hit, SphereLayers layers) const {
+  bool found = TraceGround(origin, direction, near, far, hit);
+  const auto end = [&] { return found ? hit.distance : far; };
+  found = TraceSpheres(origin, direction, near, end(), layers, hit) || found;
+  const bool isMesh = TraceMeshes(mMeshes, origin, direction, near, end(), hit);
+  found = isMesh || found;
+  found = TraceMeshes(mClear, origin, direction, near, end(), hit) || found;
+  if (isMesh && (hit.surface->colourShader || hit.surface->emissionShader)) AskShaders(hit);
+  return found;
 }
 
 void RenderWorld::AskShaders(SurfaceHit& hit) const {
@@ -144,9 +201,43 @@ bool RenderWorld::IsBlocked(const Vec3d& from, const Vec3d& to) const {
          (mSpheres && mSpheres->IsBlocked(from, direction, near, far));
 }
 
-Vec3d RenderWorld::Background(const Vec3d& direction) const {
-  const double elevation = std::asin(std::clamp(direction.y, -1.0, 1.0));
-  return mBackground.Evaluate(0.5 + elevation / std::numbers::pi);
+Vec3d RenderWorld::PassesClear(const Vec3d& from, const Vec3d& to, ClearBodies inside) const {
+  const Vec3d way = to - from;
+  const double length = Length(way);
+  const Vec3d direction = way / length;
+  double near = Clearance(from);
+  const double far = length - Clearance(to);
+  Vec3d passes{1, 1, 1};
+  SurfaceHit hit;
+  while (near < far && TraceMeshes(mClear, from, direction, near, far, hit)) {
+    passes = passes * inside.Passes(hit.distance - near);
+    const double before = inside.Index();
+    inside.Cross(hit.surface, hit.isFromInside);
+    const double step = inside.Index() / before;
+    // Seen from the thinner side, so that light that comes in a straight line is never shut out.
+    const double cosine = -Dot(direction, hit.normal);
+    passes = passes * (1 - FresnelOf(cosine, std::max(step, 1 / step)));
+    near = hit.distance + Clearance(hit.point);
+  }
+  // Rays to the sky don't end.
+  return inside.Filling() ? passes * inside.Passes(std::max(far - near, 0.0)) : passes;
+}
+
+ClearBodies RenderWorld::BodiesAt(const Vec3d& point) const {
+  constexpr i32 kMost = 64;
+  ClearBodies bodies, entered;
+  const Vec3d up{0, 1, 0};
+  SurfaceHit hit;
+  double near = 0;
+  for (i32 i = 0; i < kMost; ++i) {
+    if (!TraceMeshes(mClear, point, up, near, std::numeric_limits<double>::infinity(), hit)) break;
+    near = hit.distance + Clearance(hit.point);
+    if (!hit.isFromInside)
+      entered.Enter(hit.surface);
+    else if (!entered.Leave(hit.surface))
+      bodies.Enter(hit.surface);
+  }
+  return bodies;
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -7,37 +7,18 @@
 
 #include "host/renderer.h"
 #include "render/camera.h"
+#include "render/clear_bodies.h"
+#include "render/environment.h"
 #include "render/lights.h"
 #include "render/mesh_scene.h"
 #include "render/sphere_scene.h"
+#include "render/surface.h"
 #include "scene/render_spec.h"
 
 namespace MELDO_GLOBAL::app {
 
-/// How a surface answers to light.
-struct Surface {
-  Vec3d colour;
-  double reflection = 0;
-  double roughness = 0;
-  Vec3d emission;
-  const host::Shader* colourShader = nullptr;    ///< times the colour
-  const host::Shader* emissionShader = nullptr;  ///< times the emission
-};
-
 /// Shaders that are ready for a picture, by their nodes.
 using ShaderMap = std::map<host::NodeId, const host::Shader*>;
-
-struct SurfaceHit {
-  double distance = 0;
-  Vec3d point;
-  Vec3d facing;  ///< of the flat surface, towards the ray
-  Vec3d normal;  ///< of the smooth surface
-  const Surface* surface = nullptr;
-  Vec3d colour, emission;  ///< of the surface here
-  double fade = 0;         ///< part of the ground that has become sky
-  double cover = 1;        ///< part of the light from behind that it takes away
-  bool isSphere = false;   ///< a particle
-};
 
 /// How rays meet particles that cover only part of what is behind them.
 enum class SphereLayers {
@@ -60,15 +41,24 @@ class RenderWorld : public Blockers {
   /// The nearest surface between two distances.
   bool Trace(const Vec3d& origin, const Vec3d& direction, double near, double far, SurfaceHit& hit,
              SphereLayers layers = SphereLayers::AtOnce) const;
+  /// By what isn't clear.
   bool IsBlocked(const Vec3d& from, const Vec3d& to) const override;
+  /// Part of the light that clear bodies between two points let through, as if they didn't bend it.
+  /// `inside` are those that `from` lies in.
+  Vec3d PassesClear(const Vec3d& from, const Vec3d& to, ClearBodies inside) const;
+  /// The clear bodies that a point lies in.
+  ClearBodies BodiesAt(const Vec3d& point) const;
   /// The light of the sky.
-  Vec3d Background(const Vec3d& direction) const;
+  Vec3d Background(const Vec3d& direction) const { return mSky.Light(direction); }
+  const Environment& Sky() const { return mSky; }
   /// Factor on the sky's light where it lights surfaces.
-  const Vec3d& Environment() const { return mSettings.environment; }
+  const Vec3d& SkyFactor() const { return mSettings.environment; }
 
  private:
   void AddMeshes(const RenderSpec& spec);
   void AskShaders(SurfaceHit& hit) const;
+  bool TraceMeshes(const MeshScene& meshes, const Vec3d& origin, const Vec3d& direction,
+                   double near, double far, SurfaceHit& hit) const;
   bool TraceSpheres(const Vec3d& origin, const Vec3d& direction, double near, double far,
                     SphereLayers layers, SurfaceHit& hit) const;
   bool TraceGround(const Vec3d& origin, const Vec3d& direction, double near, double far,
@@ -77,11 +67,12 @@ class RenderWorld : public Blockers {
   Camera mCamera;
   std::deque<SceneLight> mLights;
   MeshScene mMeshes;
+  MeshScene mClear;                             ///< meshes with a clear surface
   std::shared_ptr<const SphereScene> mSpheres;  ///< shared by all moments; null for none
   std::vector<Surface> mSurfaces;  ///< the standard one, those of `RenderSpec::surfaces`
   std::vector<Surface> mClouds;    ///< of the clouds of spheres
   host::RenderSettings mSettings;
-  host::Gradient mBackground;
+  Environment mSky;
   Surface mGround;
 };
 

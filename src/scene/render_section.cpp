@@ -20,6 +20,7 @@ const std::vector<MaterialType>& MaterialTypes() {
   static const std::vector<MaterialType> types = [] {
     std::vector<MaterialType> all = {
         {kSurfaceMaterial, "surface", SurfaceParameters, Use::Surface},
+        {kDielectricMaterial, kDielectricName, DielectricParameters, Use::Surface},
         {kGridSamplerShader, kGridSamplerName, GridSamplerParameters, Use::Shader},
         {kParticleMaterial, kParticlesName, ParticleMaterialParameters, Use::Particles}};
     for (const MediumType& type : MediumTypes())

@@ -30,6 +30,7 @@ std::string WordOfType(i32 type) {
     case kLightObject: return "light object";
     case kCameraObject: return "camera object";
     case kSurfaceMaterial: return "surface material";
+    case kDielectricMaterial: return fmt::format("{} material", kDielectricName);
     case kParticleMaterial: return fmt::format("{} material", kParticlesName);
     case kGridSamplerShader: return fmt::format("{} material", kGridSamplerName);
     default: break;

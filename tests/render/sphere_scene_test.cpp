@@ -98,8 +98,9 @@ TEST(SphereSceneTest, MeetsWhatASearchThroughAllOfThemMeets) {
 }
 
 TEST(SphereSceneTest, LargeSmallAndMovingOnesGiveTheirLight) {
-  const LoadedScene scene = LoadRenderScene(
-      kAhead, std::string(kDark) + R"(, "samples": 64, "blur_samples": 1, "shutter": 0.5)");
+  std::string look = kDark;
+  look += R"(, "samples": 64, "blur_samples": 1, "shutter": 0.5)";
+  const LoadedScene scene = LoadRenderScene(kAhead, look);
   const double pixel = Camera(*scene.render->camera, 60, 60).PixelAt(400);
   const auto lightOf = [&](double radius, const Vec3d& move) {
     TestCloud cloud;
