@@ -15,13 +15,16 @@ struct Polygon {
   friend bool operator==(const Polygon&, const Polygon&) = default;
 };
 
-/// Points and polygons with optional corner data, in the object's own frame and host units.
+/// Points and polygons with optional data of corners and points, in the object's own frame and host
+/// units.
 /// Polygons turn counter-clockwise seen from outside (right-handed axes).
 struct Geometry {
   std::vector<Vec3d> points;
   std::vector<Polygon> polygons;
   std::vector<std::array<Vec3d, 4>> uvs;      ///< per polygon corner; empty without
   std::vector<std::array<Vec3d, 4>> normals;  ///< per polygon corner; empty without
+  std::vector<Vec3d> velocities;              ///< per point, a second; empty without
+  std::vector<Vec3d> colours;                 ///< per point, linear; empty without
   friend bool operator==(const Geometry&, const Geometry&) = default;
 };
 

@@ -89,7 +89,8 @@ struct MeshScene::Impl {
 MeshScene::MeshScene() : mImpl(std::make_unique<Impl>()) {}
 MeshScene::~MeshScene() = default;
 
-void MeshScene::Add(const Geometry& geometry, const Matrix& placement, i32 material) {
+void MeshScene::Add(const Geometry& geometry, const Matrix& placement, i32 material,
+                    double seconds) {
   std::size_t triangles = 0;
   for (const Polygon& p : geometry.polygons) triangles += p.IsQuad() ? 2 : 1;
   if (triangles == 0) return;
@@ -100,8 +101,10 @@ void MeshScene::Add(const Geometry& geometry, const Matrix& placement, i32 mater
   auto* indices = static_cast<u32*>(rtcSetNewGeometryBuffer(
       built, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 3 * sizeof(u32), triangles));
   if (!points || !indices) throw std::bad_alloc();
-  for (const Vec3d& point : geometry.points) {
-    const Vec3d world = placement * point;
+  const bool isMoved = seconds != 0 && !geometry.velocities.empty();
+  for (std::size_t i = 0; i < geometry.points.size(); ++i) {
+    const Vec3d way = isMoved ? geometry.velocities[i] * seconds : Vec3d{};
+    const Vec3d world = placement * (geometry.points[i] + way);
     for (int axis = 0; axis < 3; ++axis) *points++ = static_cast<float>(world[axis]);
   }
 

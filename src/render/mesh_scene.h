@@ -29,8 +29,10 @@ class MeshScene {
   MeshScene(const MeshScene&) = delete;
   MeshScene& operator=(const MeshScene&) = delete;
 
-  /// Adds a mesh at a placement; all its hits tell `material`.
-  void Add(const host::Geometry& geometry, const Matrix& placement, i32 material);
+  /// Adds a mesh at a placement, as its velocities have it so many `seconds` later; all its hits
+  /// tell `material`.
+  void Add(const host::Geometry& geometry, const Matrix& placement, i32 material,
+           double seconds = 0);
   /// Ends the adding.
   void Commit();
 

@@ -98,7 +98,7 @@ std::deque<RenderWorld> MakeBlurWorlds(const RenderSpec& spec, const RenderSetti
   const std::vector<double> moments = BlurMoments(settings, frame);
   for (const double moment : moments) {
     MoveObjects(document, spec, moment);
-    worlds.emplace_back(spec, shaders, spheres);
+    worlds.emplace_back(spec, shaders, spheres, (moment - frame) / document.fps);
   }
   if (!moments.empty()) MoveObjects(document, spec, frame);
   return worlds;

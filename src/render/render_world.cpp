@@ -68,7 +68,7 @@ double Clearance(const Vec3d& point) {
 }  // namespace
 
 RenderWorld::RenderWorld(const RenderSpec& spec, const ShaderMap& shaders,
-                         std::shared_ptr<const SphereScene> spheres)
+                         std::shared_ptr<const SphereScene> spheres, double seconds)
     : mCamera(*spec.camera, spec.width, spec.height), mSpheres(std::move(spheres)) {
   const Document& document = spec.settings->GetDocument();
   for (const BaseNode* light : spec.lights)
@@ -87,10 +87,10 @@ RenderWorld::RenderWorld(const RenderSpec& spec, const ShaderMap& shaders,
     mClouds.back().reflection = look.reflection;
     mClouds.back().roughness = look.roughness;
   }
-  AddMeshes(spec);
+  AddMeshes(spec, seconds);
 }
 
-void RenderWorld::AddMeshes(const RenderSpec& spec) {
+void RenderWorld::AddMeshes(const RenderSpec& spec, double seconds) {
   const InExcludeData hidden = mSettings.hidden ? *mSettings.hidden : InExcludeData{};
   const auto isHidden = [&](const BaseNode& node) {
     return std::any_of(hidden.entries.begin(), hidden.entries.end(),
@@ -106,7 +106,7 @@ void RenderWorld::AddMeshes(const RenderSpec& spec) {
     if (!mesh || !mesh->IsEnabled() || isHidden(*mesh)) return;
     const i32 surface = surfaceOf(*mesh);
     MeshScene& meshes = mSurfaces[surface].isClear ? mClear : mMeshes;
-    meshes.Add(mesh->GetGeometry(), mesh->GlobalMatrix(), surface);
+    meshes.Add(mesh->GetGeometry(), mesh->GlobalMatrix(), surface, seconds);
   });
   mMeshes.Commit();
   mClear.Commit();

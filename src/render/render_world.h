@@ -29,8 +29,9 @@ enum class SphereLayers {
 /// Camera, lights, meshes, particles, ground and sky at the present moment of a document.
 class RenderWorld : public Blockers {
  public:
+  /// Meshes that a simulation made stand as their velocities have them so many `seconds` later.
   explicit RenderWorld(const RenderSpec& spec, const ShaderMap& shaders = {},
-                       std::shared_ptr<const SphereScene> spheres = {});
+                       std::shared_ptr<const SphereScene> spheres = {}, double seconds = 0);
   RenderWorld(const RenderWorld&) = delete;
   RenderWorld& operator=(const RenderWorld&) = delete;
 
@@ -55,7 +56,7 @@ class RenderWorld : public Blockers {
   const Vec3d& SkyFactor() const { return mSettings.environment; }
 
  private:
-  void AddMeshes(const RenderSpec& spec);
+  void AddMeshes(const RenderSpec& spec, double seconds);
   void AskShaders(SurfaceHit& hit) const;
   bool TraceMeshes(const MeshScene& meshes, const Vec3d& origin, const Vec3d& direction,
                    double near, double far, SurfaceHit& hit) const;

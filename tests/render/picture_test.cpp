@@ -6,6 +6,7 @@
 
 #include <numbers>
 
+#include "host/polygon_object.h"
 #include "host/render_objects.h"
 #include "host/worker_pool.h"
 #include "render/camera.h"
@@ -23,6 +24,9 @@ const char* const kTopLight =
         "parameters": {"kind": "distant", "target": [0, 0, 0]}})";
 const char* const kView = R"({"type": "camera", "name": "view", "position": [0, 400, 400],
                               "parameters": {"target": [0, 0, 0]}})";
+
+const char* const kFrontView = R"({"type": "camera", "name": "view", "position": [0, 0, 400],
+                                   "parameters": {"target": [0, 0, 0], "field_of_view": 30}})";
 
 std::string List(std::initializer_list<std::string> parts) {
   std::string text;
@@ -59,6 +63,36 @@ TEST(PictureTest, NothingButTheSky) {
     EXPECT_EQ(pixel.alpha, 0);
     EXPECT_EQ(pixel.depth, RenderedPicture::kNoDepth);
   }
+}
+
+TEST(PictureTest, MeshesOfASimulationAreBlurredByTheirVelocities) {
+  LoadedScene scene = LoadRenderScene(
+      std::string(kFrontView) +
+          R"(, {"type": "plane", "name": "sheet", "size": [40, 40], "rotation": [90, 0, 0]})",
+      R"("background": [[0.5, [0, 0, 0]]], "ground": false, "size": [64, 64], "samples": 128,
+         "blur_samples": 32, "shutter": 1, "bounce_light": false, "materials": [
+           {"type": "surface", "objects": ["sheet"],
+            "parameters": {"colour": [0, 0, 0], "emission": [1, 1, 1]}}])");
+  host::PolygonObject* sheet = nullptr;
+  scene.document->ForEachNode([&](host::BaseNode& node) {
+    if (node.Name() == "sheet") sheet = dynamic_cast<host::PolygonObject*>(&node);
+  });
+  ASSERT_NE(sheet, nullptr);
+  const RenderedPicture still = Draw(scene);
+  // 80 host units in the frame's time, to the right: twice the sheet's width.
+  host::Geometry geometry = sheet->GetGeometry();
+  geometry.velocities.assign(geometry.points.size(), {80 * scene.document->fps, 0, 0});
+  sheet->WriteOutput(geometry);
+  const RenderedPicture blurred = Draw(scene);
+  double before = 0, after = 0, middle = 0;
+  for (i32 x = 0; x < 64; ++x) {
+    before += app::LightAt(still, x, 32).x;
+    after += app::LightAt(blurred, x, 32).x;
+    middle += x * app::LightAt(blurred, x, 32).x;
+  }
+  EXPECT_NEAR(after / before, 1, 0.02) << "the same light over a longer way";
+  EXPECT_NEAR(middle / after, 31.5, 0.5) << "before and behind the frame alike";
+  EXPECT_NEAR(app::LightAt(blurred, 32, 32).x, 0.5, 0.05) << "half of the time it is here";
 }
 
 TEST(PictureTest, MeshThrowsItsShadowOnTheGround) {
