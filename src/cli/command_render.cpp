@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <new>
+#include <set>
 
 #include "cache/cache_operator.h"
 #include "cli/exit_code_of.h"
@@ -21,6 +22,7 @@
 #include "nodes/media.h"
 #include "render/exr_file.h"
 #include "render/picture_renderer.h"
+#include "render/render_world.h"
 #include "run/checkpoint.h"
 #include "run/progress.h"
 #include "run/recorded_frames.h"
@@ -270,6 +272,9 @@ class PictureRun {
         });
     if (host::MainThread().TestBreak()) return false;
     CheckGasMemory(frame);
+    for (const std::string& fault : FaultsOfClearBodies(mSpec))
+      if (mToldFaults.insert(fault.substr(0, fault.find('('))).second)
+        mProgress.Note(fmt::format("warning: frame {}: {}", frame, fault));
     for (std::size_t i = 0; i < mWasDrawn.size(); ++i)
       mWasDrawn[i] = mWasDrawn[i] || picture.isDrawn[i];
     for (std::size_t i = 0; i < mHadParticles.size(); ++i)
@@ -346,8 +351,9 @@ class PictureRun {
   std::vector<std::unique_ptr<host::VolumeMaterial>> mMedia;
   std::vector<std::pair<host::NodeId, std::unique_ptr<host::Shader>>> mShaders;
   std::vector<std::unique_ptr<host::ParticleMaterial>> mParticles;
-  std::vector<bool> mWasDrawn;      ///< of the media
-  std::vector<bool> mHadParticles;  ///< of the materials of particles
+  std::set<std::string> mToldFaults;  ///< of clear bodies, one for each
+  std::vector<bool> mWasDrawn;        ///< of the media
+  std::vector<bool> mHadParticles;    ///< of the materials of particles
   WorkTimer mSteps, mPictures;
 };
 

@@ -1,9 +1,12 @@
 #include "render/render_world.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <optional>
 
 #include "framework/server_rows.h"
+#include "io/mesh_table.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -59,6 +62,25 @@ Surface ReadSurface(const BaseNode& node, const ShaderMap& shaders, double hostP
   return surface;
 }
 
+/// Calls visit(mesh, surface) for all meshes that are drawn; surface 0 is the standard one, those
+/// of `RenderSpec::surfaces` follow.
+template <class Visit>
+void ForEachMesh(const RenderSpec& spec, const Visit& visit) {
+  RenderSettings settings;
+  FillMembers(RenderParameters(), spec.settings, settings);
+  const InExcludeData hidden = settings.hidden ? *settings.hidden : InExcludeData{};
+  spec.settings->GetDocument().ForEachNode([&](const BaseNode& node) {
+    const auto* mesh = dynamic_cast<const PolygonObject*>(&node);
+    const auto isThis = [&](const auto& entry) { return entry.node == node.Id(); };
+    if (!mesh || !mesh->IsEnabled() ||
+        std::any_of(hidden.entries.begin(), hidden.entries.end(), isThis))
+      return;
+    std::size_t surface = 0;
+    while (surface < spec.surfaces.size() && spec.surfaces[surface].first != node.Id()) ++surface;
+    visit(*mesh, surface < spec.surfaces.size() ? surface + 1 : 0);
+  });
+}
+
 /// How far from a surface a ray must start so as not to meet it again.
 double Clearance(const Vec3d& point) {
   constexpr double kOfCoordinates = 1e-5, kLeast = 1e-3;
@@ -91,22 +113,9 @@ RenderWorld::RenderWorld(const RenderSpec& spec, const ShaderMap& shaders,
 }
 
 void RenderWorld::AddMeshes(const RenderSpec& spec, double seconds) {
-  const InExcludeData hidden = mSettings.hidden ? *mSettings.hidden : InExcludeData{};
-  const auto isHidden = [&](const BaseNode& node) {
-    return std::any_of(hidden.entries.begin(), hidden.entries.end(),
-                       [&](const auto& entry) { return entry.node == node.Id(); });
-  };
-  const auto surfaceOf = [&](const BaseNode& node) -> i32 {
-    for (std::size_t i = 0; i < spec.surfaces.size(); ++i)
-      if (spec.surfaces[i].first == node.Id()) return static_cast<i32>(i) + 1;
-    return 0;
-  };
-  spec.settings->GetDocument().ForEachNode([&](const BaseNode& node) {
-    const auto* mesh = dynamic_cast<const PolygonObject*>(&node);
-    if (!mesh || !mesh->IsEnabled() || isHidden(*mesh)) return;
-    const i32 surface = surfaceOf(*mesh);
+  ForEachMesh(spec, [&](const PolygonObject& mesh, std::size_t surface) {
     MeshScene& meshes = mSurfaces[surface].isClear ? mClear : mMeshes;
-    meshes.Add(mesh->GetGeometry(), mesh->GlobalMatrix(), surface, seconds);
+    meshes.Add(mesh.GetGeometry(), mesh.GlobalMatrix(), static_cast<i32>(surface), seconds);
   });
   mMeshes.Commit();
   mClear.Commit();
@@ -238,6 +247,21 @@ ClearBodies RenderWorld::BodiesAt(const Vec3d& point) const {
       bodies.Enter(hit.surface);
   }
   return bodies;
+}
+
+std::vector<std::string> FaultsOfClearBodies(const RenderSpec& spec) {
+  std::vector<std::string> faults;
+  ForEachMesh(spec, [&](const PolygonObject& mesh, std::size_t surface) {
+    const BaseNode& look = surface ? *spec.surfaces[surface - 1].second : *spec.standard;
+    if (look.Type() != kDielectricMaterial) return;
+    const i64 open = CountOpenEdges(TableOf(mesh, {1, 1, 1}));
+    if (open > 0)
+      faults.push_back(
+          fmt::format("\"{}\" isn't closed ({} open edges): light that enters the "
+                      "clear body \"{}\" there doesn't leave it",
+                      mesh.Name(), open, look.Name()));
+  });
+  return faults;
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -77,4 +77,8 @@ class RenderWorld : public Blockers {
   Surface mGround;
 };
 
+/// Sentences about meshes with a clear surface that aren't closed, so that light which enters them
+/// doesn't leave.
+std::vector<std::string> FaultsOfClearBodies(const RenderSpec& spec);
+
 }  // namespace MELDO_GLOBAL::app

@@ -7,6 +7,7 @@
 #include "render/environment.h"
 #include "render/exr_file.h"
 #include "render/render_scene.h"
+#include "render/render_world.h"
 #include "render/surface.h"
 
 using namespace MELDO_GLOBAL;
@@ -156,6 +157,19 @@ TEST(ClearPictureTest, LampsShineThroughWaterAndCamerasSwimInIt) {
   // The lamp's light crosses one boundary and nearly a metre of water to the floor.
   const double mirrored = FresnelOf(1, 1.333), down = (1 - mirrored) * std::exp(-0.995);
   EXPECT_NEAR(floor(61), down * std::exp(-0.6), 0.01);
+}
+
+TEST(ClearPictureTest, OpenMeshesAreTold) {
+  const auto faults = [](const std::string& shape) {
+    const LoadedScene scene =
+        LoadRenderScene(std::string(kFront) + R"(, {"name": "film", "type": )" + shape + "}",
+                        Under(R"(, "materials": [)" + Clear("water", "\"film\"", "") + "]"));
+    return FaultsOfClearBodies(*scene.render);
+  };
+  EXPECT_TRUE(faults(R"("box", "size": [10, 10, 10])").empty());
+  const auto open = faults(R"("plane", "size": [10, 10])");
+  ASSERT_EQ(open.size(), 1u);
+  EXPECT_NE(open[0].find("\"film\" isn't closed (4 open edges)"), std::string::npos) << open[0];
 }
 
 TEST(EnvironmentTest, RaysAreAimedAtBrightPixels) {
