@@ -42,6 +42,9 @@ void CheckGeometry(const Geometry& geometry) {
   const auto fits = [&](size_t size) { return size == 0 || size == geometry.polygons.size(); };
   if (!fits(geometry.uvs.size()) || !fits(geometry.normals.size()))
     throw std::invalid_argument("corner data must have one entry per polygon");
+  const auto fitsPoints = [&](size_t size) { return size == 0 || size == geometry.points.size(); };
+  if (!fitsPoints(geometry.velocities.size()) || !fitsPoints(geometry.colours.size()))
+    throw std::invalid_argument("data of points must have one entry per point");
 }
 }  // namespace
 
@@ -58,7 +61,9 @@ void PolygonObject::SetGeometry(Geometry geometry) {
   CheckGeometry(geometry);
   const bool points = geometry.points != mGeometry.points;
   const bool polygons = geometry.polygons != mGeometry.polygons || geometry.uvs != mGeometry.uvs ||
-                        geometry.normals != mGeometry.normals;
+                        geometry.normals != mGeometry.normals ||
+                        geometry.velocities != mGeometry.velocities ||
+                        geometry.colours != mGeometry.colours;
   if (!points && !polygons) return;
   mPointDirty += points;
   mPolygonDirty += polygons;

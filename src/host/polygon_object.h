@@ -20,9 +20,9 @@ class PolygonObject : public BaseNode {
 
   const Geometry& GetGeometry() const { return mGeometry; }
   /// Replaces the geometry and raises the counters of what differs: `PointDirty` for points,
-  /// `PolygonDirty` for polygons, uvs and normals. Throws std::invalid_argument, and keeps the
-  /// geometry, when a polygon names a point that isn't there or corner data doesn't have one entry
-  /// per polygon.
+  /// `PolygonDirty` for polygons and all data of corners and points. Throws std::invalid_argument,
+  /// and keeps the geometry, when a polygon names a point that isn't there or data don't have one
+  /// entry per polygon or point.
   void SetGeometry(Geometry geometry);
   /// As `SetGeometry`, for what a simulation made: a checkpoint keeps it.
   void WriteOutput(Geometry geometry) {

@@ -65,6 +65,10 @@ MeshTable TableOf(const host::PolygonObject& object, const Vec3d& worldToSim) {
   table.points.reserve(geometry.points.size());
   for (const Vec3d& p : geometry.points) table.points.push_back((place * p) * worldToSim);
   table.polygons = geometry.polygons;
+  table.colours = geometry.colours;
+  table.velocities.reserve(geometry.velocities.size());
+  for (const Vec3d& v : geometry.velocities)
+    table.velocities.push_back(place.Rotate(v) * worldToSim);
   if (geometry.normals.empty()) {
     table.MakeNormals();
     return table;

@@ -12,6 +12,7 @@ struct MeshTable {
   std::vector<Vec3d> points;      ///< simulation units
   std::vector<Vec3d> normals;     ///< of the points
   std::vector<Vec3d> velocities;  ///< of the points, simulation units per second; empty without
+  std::vector<Vec3d> colours;     ///< of the points, linear; empty without
   std::vector<host::Polygon> polygons;
 
   /// Gives points the normals of the polygons round them, by area.

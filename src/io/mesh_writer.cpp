@@ -6,6 +6,8 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "io/preview_film.h"
+
 namespace MELDO_GLOBAL::app {
 
 namespace {
@@ -33,11 +35,17 @@ std::string EncodePly(const MeshTable& mesh) {
   add(mesh.normals, {"nx", "ny", "nz"});
   add(mesh.velocities, {"vx", "vy", "vz"});
   for (const char* name : names) out += fmt::format("property double {}\n", name);
+  if (!mesh.colours.empty())
+    for (const char* name : {"red", "green", "blue"})
+      out += fmt::format("property uchar {}\n", name);
   out += fmt::format("element face {}\nproperty list uchar int vertex_indices\nend_header\n",
                      mesh.polygons.size());
-  for (std::size_t i = 0; i < mesh.points.size(); ++i)
+  for (std::size_t i = 0; i < mesh.points.size(); ++i) {
     for (const auto* column : columns)
       for (int axis = 0; axis < 3; ++axis) Put(out, (*column)[i][axis]);
+    for (int c = 0; c < 3 && !mesh.colours.empty(); ++c)
+      Put(out, ToByte(static_cast<float>(mesh.colours[i][c])));
+  }
   for (const host::Polygon& p : mesh.polygons) {
     Put(out, static_cast<u8>(p.IsQuad() ? 4 : 3));
     for (const i32 point : {p.a, p.b, p.c}) Put(out, point);
@@ -93,6 +101,7 @@ class GlbWriter {
       nlohmann::ordered_json attributes = {{"POSITION", AddVectors(mesh.points, true)}};
       if (!mesh.normals.empty()) attributes["NORMAL"] = AddVectors(mesh.normals, false);
       if (!mesh.velocities.empty()) attributes["VELOCITY"] = AddVectors(mesh.velocities, false);
+      if (!mesh.colours.empty()) attributes["COLOR_0"] = AddVectors(mesh.colours, false);
       const std::size_t indices = AddTriangles(mesh);
       scene["scenes"] = {{{"nodes", {0}}}};
       scene["nodes"] = {{{"mesh", 0}}};

@@ -62,6 +62,14 @@ TEST(MeshWriter, FilesReadBack) {
   box.velocities.assign(box.points.size(), Vec3d{1, 2, 3});
   EXPECT_NE(EncodeMesh(box, ".ply").find("property double vz"), std::string::npos);
   EXPECT_NE(EncodeMesh(box, ".glb").find("\"VELOCITY\""), std::string::npos);
+  const std::size_t before = EncodeMesh(box, ".ply").size();
+  box.colours.assign(box.points.size(), Vec3d{1, 0, 2});
+  const std::string ply = EncodeMesh(box, ".ply");
+  EXPECT_EQ(ply.size(), before + 3 * box.points.size() + 60);
+  EXPECT_NE(ply.find("\xFF" + std::string(1, '\0') + "\xFF"), std::string::npos)
+      << "as a screen wants it";
+  EXPECT_NE(EncodeMesh(box, ".glb").find("\"COLOR_0\""), std::string::npos);
+  EXPECT_EQ(ReadBack(box, ".ply").points, box.points);
 }
 
 TEST(MeshWriter, AMeshWithoutPolygonsIsAFileToo) {
