@@ -145,6 +145,8 @@ void PersistWritten(StateArchive& archive, host::BaseNode& node) {
       if (archive.IsLoading() && archive.IsGood()) {
         geometry.uvs.clear();
         geometry.normals.clear();
+        geometry.velocities.clear();
+        geometry.colours.clear();
         mesh->WriteOutput(std::move(geometry));
       }
     }
@@ -165,11 +167,12 @@ void Simulation::Persist(StateArchive& archive, i32 frame) {
   const std::size_t count = counters.size();
   archive(counters);
   if (counters.size() != count) archive.Fail("the number of nodes differs");
+  PersistWritten(archive, mDocument);
+  // What was written back has raised them.
   if (archive.IsLoading() && archive.IsGood()) {
     auto next = counters.begin();
     mDocument.VisitCounters([&](u32& counter) { counter = *next++; });
   }
-  PersistWritten(archive, mDocument);
   archive.Expect(mScenes.size(), "the number of servers");
   for (const auto& scene : mScenes) {
     if (!archive.IsGood()) return;
