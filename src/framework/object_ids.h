@@ -76,6 +76,7 @@ enum TypeId : i32 {
   kTypeProperty = 73,
   kTypeMultiVolume = 76,
   kTypeVolumeMesh = 84,
+  kTypeSurfaceReconstructor = 90,
   kTypeImplicitMesher = 91,
   kTypeMesh = 95,
   kTypeMultiMesh = 96,

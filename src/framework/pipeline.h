@@ -69,7 +69,7 @@ inline constexpr std::array<StageRow, kStageCount> kPipeline = {{
     {18, "Finish Framework sub-stepping",      "the clock moves on by the step"},
     // Stages 19 to 23: once per frame.
     {19, "Start Visual Stage",                 "nodes that are moved here; no kind has it as its own"},
-    {20, "Reconstruction",                     "nodes that are moved here; no kind has it as its own"},
+    {20, "Reconstruction",                     "particles become level sets"},
     {21, "Meshing",                            "level sets become polygons"},
     {22, "Visual Stage Post",                  "nodes that are moved here; no kind has it as its own"},
     {23, "Finish Visual Stage",                "links are dropped"},

@@ -43,6 +43,7 @@
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/solvers/water_solver.h"
 #include "fluids/surfaces/implicit_mesher.h"
+#include "fluids/surfaces/surface_reconstructor.h"
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 #include "framework/duration.h"
@@ -81,6 +82,7 @@ std::deque<NodeKind>& Kinds() {
       FuelField::Kind(),
       FireField::Kind(),
       VectorField::Kind(),
+      SurfaceReconstructor::Kind(),
       ImplicitMesher::Kind(),
       ParticleGroup::Kind(),
       Property<double>::Kind(),

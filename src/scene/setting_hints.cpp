@@ -103,7 +103,8 @@ class SettingHints : public HintBase {
   /// New nodes have a level for fields of other kinds than distances.
   void CheckLevel(const BaseNode& node) {
     const BaseNode* source = Linked(node, ImplicitMesher::kSourceRow);
-    if (source && MayWork(node) && !IsGiven(node, ImplicitMesher::kLevelRow) &&
+    if (source && !IsA<SurfaceReconstructor>(*source) && MayWork(node) &&
+        !IsGiven(node, ImplicitMesher::kLevelRow) &&
         !node.Tracks().contains(ImplicitMesher::kLevelRow))
       Warn(node,
            fmt::format("'{}' is {} as in every new node: the surface lies that far outside of {}; "

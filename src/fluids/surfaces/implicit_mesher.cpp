@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "fluids/particles/particle_group.h"
+#include "fluids/surfaces/point_values.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
@@ -57,9 +58,12 @@ const ParameterTable& ImplicitMesher::Parameters() {
   static const ParameterTable table = {
       BoolRow(kRenderOnlyRow, "render_only", false, "it works for pictures alone, not for previews")
           .To(&ImplicitMesher::mRenderOnly),
-      LinkRow(kSourceRow, "source", "the volume whose surface is wanted")
+      LinkRow(kSourceRow, "source",
+              "whose surface is wanted: a volume, or what finds that of particles")
           .AcceptsAny({kListGeometry, kCategoryVolume})
+          .AcceptsAny({kListGeometry, kCategoryParticle})
           .To(&ImplicitMesher::mVolume)
+          .To(&ImplicitMesher::mReconstructor)
           .Required(),
       LongRow(kMethodRow, "method", Polygoniser::kCubes, "",
               "how cells are cut: cubes make the fewest triangles, tetrahedra see more of what is "
@@ -76,15 +80,18 @@ const ParameterTable& ImplicitMesher::Parameters() {
       BoolRow(1005, "normals", true, "gives the polygons the directions of the level set")
           .To(&ImplicitMesher::mMakesNormals),
       BoolRow(1006, "viewport_setting", false, "of a view on screen; there is none here").Kept(),
-      RealRow(1007, "colour_radius", 0.033, "m", "how far particles colour the surface").Kept(),
+      RealRow(kColourRadiusRow, "colour_radius", 0.033, "m",
+              "how far particles colour the surface; 0 turns it off")
+          .AtLeast(0)
+          .To(&ImplicitMesher::mColourRadius),
       RealRow(kLevelRow, "level", 0.3, "m",
-              "the distance at which the surface lies: 0 is that of the source itself, more lies "
-              "further out")
+              "the distance at which the surface lies: 0 is that of the volume itself, more lies "
+              "further out; that of particles lies where 'radius_shift' has it")
           .Missing(0.0)
           .To(&ImplicitMesher::mLevel),
       LinkRow(1009, "colour_group", "whose particles colour the surface",
               {ParticleGroup::kNodeType})
-          .Kept(),
+          .To(&ImplicitMesher::mColourGroup),
       LongRow(1012, "sampling", SAMPLE_LINEAR, "", "how the level set is read between its samples")
           .Choices({{SAMPLE_LINEAR, "linear"},
                     {SAMPLE_COSINE, "cosine"},
@@ -96,6 +103,31 @@ const ParameterTable& ImplicitMesher::Parameters() {
       LinkRow(1013, "viewport_group", "whose particles a view on screen draws; there is none here",
               {ParticleGroup::kNodeType})
           .Kept(),
+      BoolRow(kVelocitiesRow, "velocities", true,
+              "gives the points the velocity of the particles whose surface it is, for motion blur")
+          .Missing(false)
+          .To(&ImplicitMesher::mHasVelocities),
+      LinkRow(kVelocityFieldRow, "velocity_field",
+              "a flow or a field of vectors whose velocity the points have instead")
+          .AcceptsAny({kListSolvers, 0})
+          .AcceptsAny({kListChannels, kCategoryVector})
+          .OnlyWith(kVelocitiesRow, {1})
+          .To(&ImplicitMesher::mVelocityField),
+      LongRow(kColourPropertyRow, "colour_property", property_id::kColor, "",
+              "what colours the surface: a property of the group's particles, a vector as it is, a "
+              "scalar through 'colour_gradient'")
+          .Choices(PropertyChoices(0, property_id::kFirstBool))
+          .OrNumbers()
+          .To(&ImplicitMesher::mColourProperty),
+      LinkRow(kColourFieldRow, "colour_field",
+              "a field that colours the surface instead of particles")
+          .AcceptsAny({kListChannels, 0})
+          .To(&ImplicitMesher::mColourField),
+      GradientRow(1105, "colour_gradient",
+                  "the colours of a scalar from 0 to 'colour_full'; without one, greys")
+          .To(&ImplicitMesher::mColourGradient),
+      RealRow(1106, "colour_full", 1.0, "none", "the scalar that has the gradient's last colour")
+          .To(&ImplicitMesher::mColourFull),
   };
   return table;
 }
@@ -106,8 +138,9 @@ void ImplicitMesher::CheckDirty() {
   if (Has(FLAG_DIRTY_CHECKED)) return;
   iObject::CheckDirty();
   if (!Has(FLAG_ENABLED) || IsDirty()) return;
-  if (mVolume) mVolume->CheckDirty();
-  if ((mScene->mFlags & Scene::kTimeChanged) || (mVolume && mVolume->IsDirty())) MarkDirty(false);
+  iBase* source = mVolume ? static_cast<iBase*>(mVolume) : mReconstructor;
+  if (source) source->CheckDirty();
+  if ((mScene->mFlags & Scene::kTimeChanged) || (source && source->IsDirty())) MarkDirty(false);
 }
 
 void ImplicitMesher::Persist(StateArchive& archive) {
@@ -123,33 +156,81 @@ void ImplicitMesher::Reset() {
 }
 
 void ImplicitMesher::Prepare() {
-  mGrid = nullptr;
   SetFlag(FLAG_ACTIVE, false);
-  if (mRenderOnly && !mScene->mIsRender) return void(Deactivate("it works for pictures alone"));
-  if (!mVolume) return void(Deactivate("it has no source; name a volume under 'source'"));
-  if (!mVolume->Has(FLAG_ENABLED)) return void(Deactivate("its source is switched off"));
+  mGrid = FindGrid();
+  SetFlag(FLAG_ACTIVE, mGrid != nullptr);
+}
+
+const EGrid<double>* ImplicitMesher::FindGrid() {
+  const auto fail = [&](const char* reason) {
+    Deactivate(reason);
+    return nullptr;
+  };
+  if (mRenderOnly && !mScene->mIsRender) return fail("it works for pictures alone");
+  if (mReconstructor) {
+    if (!mReconstructor->Has(FLAG_ENABLED)) return fail("its source is switched off");
+    if (const EGrid<double>* grid = mReconstructor->GetResult()) return grid;
+    const bool isEmpty = mReconstructor->mInactiveReason &&
+                         std::string_view(mReconstructor->mInactiveReason) == kNoParticlesReason;
+    return fail(isEmpty ? kNoParticlesReason : "its source has no grid");
+  }
+  if (!mVolume) return fail("it has no source; name a volume or a reconstruction under 'source'");
+  if (!mVolume->Has(FLAG_ENABLED)) return fail("its source is switched off");
   const auto* volume = dynamic_cast<const VolumeBase*>(mVolume);
-  if (!volume) return void(Deactivate("its source is a group of volumes; name one of its members"));
-  if (!volume->HasGridData()) return void(Deactivate("its source has no grid"));
-  mGrid = volume->GetGrid();
-  SetFlag(FLAG_ACTIVE, true);
+  if (!volume) return fail("its source is a group of volumes; name one of its members");
+  return volume->HasGridData() ? volume->GetGrid() : fail("its source has no grid");
 }
 
 void ImplicitMesher::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE)) return Write({});
-  const SurfaceMesh mesh = PolygoniseGrid(
-      *mGrid,
-      {.method = mMethod, .sampleMode = mSampleMode, .level = mLevel, .resolution = mResolution},
-      mScene->mThreadCount, mMakesNormals);
+  SurfaceMesh mesh = PolygoniseGrid(*mGrid,
+                                    {.method = mMethod,
+                                     .sampleMode = mSampleMode,
+                                     .level = mReconstructor ? 0 : mLevel,
+                                     .resolution = mResolution},
+                                    mScene->mThreadCount, mMakesNormals);
   if (mesh.IsEmpty()) TakeBackRun("its level set has no surface at that level");
   if (!mHasToldRim && ReachesRim(*mGrid, mesh)) {
     mHasToldRim = true;
-    mWarnings.push_back(fmt::format(
-        "its surface at {} m reaches the rim of the level set, where it is open; a lower 'level', "
-        "or more 'padding_cells' of the volume, closes it",
-        mLevel));
+    mWarnings.push_back(
+        mReconstructor
+            ? std::string("its surface reaches the rim of the level set, where it is open; a "
+                          "smaller 'radius' or 'search' of its source closes it")
+            : fmt::format("its surface at {} m reaches the rim of the level set, where it is open; "
+                          "a lower 'level', or more 'padding_cells' of the volume, closes it",
+                          mLevel));
   }
+  AddVelocities(mesh);
+  AddColours(mesh);
   Write(mesh);
+}
+
+void ImplicitMesher::AddVelocities(SurfaceMesh& mesh) const {
+  if (!mHasVelocities || mesh.points.empty()) return;
+  if (mVelocityField) {
+    mesh.velocities = FieldAt(mesh.points, *mVelocityField, mScene->mThreadCount);
+  } else if (mReconstructor && mReconstructor->Store() && !mReconstructor->Points().IsEmpty()) {
+    mesh.velocities = VelocitiesAt(mesh.points, mReconstructor->Points(), *mReconstructor->Store(),
+                                   mReconstructor->Reach(), mScene->mThreadCount);
+  }
+}
+
+void ImplicitMesher::AddColours(SurfaceMesh& mesh) const {
+  if (mesh.points.empty()) return;
+  const ScalarColours scalars{mColourGradient, mColourFull};
+  if (mColourField) {
+    mesh.colours = FieldAt(mesh.points, *mColourField, mScene->mThreadCount);
+    if (!mColourField->GetCachedGrids()[1])
+      for (Vec3d& colour : mesh.colours) colour = scalars.Of(colour.x);
+  } else if (mColourGroup && mColourRadius > 0) {
+    for (i32 kind : {kLiquid, kDiffuse, kPassive, kVortex}) {
+      const ParticleStore& store = mColourGroup->Store(kind);
+      if (store.IsEmpty()) continue;
+      mesh.colours = ColoursAt(mesh.points, store, mColourProperty, mColourRadius, scalars,
+                               mScene->mThreadCount);
+      return;
+    }
+  }
 }
 
 void ImplicitMesher::Write(const SurfaceMesh& mesh) {
@@ -172,6 +253,8 @@ void ImplicitMesher::Write(const SurfaceMesh& mesh) {
     for (const VecInt3D& t : mesh.triangles)
       geometry.normals.push_back({normal(t.x), normal(t.y), normal(t.z), normal(t.z)});
   }
+  for (const Vec3d& v : mesh.velocities) geometry.velocities.push_back(toObject.Rotate(v * scale));
+  geometry.colours = mesh.colours;
   output->WriteOutput(std::move(geometry));
 }
 

@@ -3,12 +3,14 @@
 #include <utility>
 
 #include "fluids/surfaces/polygoniser.h"
+#include "fluids/surfaces/surface_reconstructor.h"
 #include "fluids/volume/volume_base.h"
 #include "host/polygon_object.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Turns a level set into polygons once a frame, behind all substeps: that of a volume.
+/// Turns a level set into polygons once a frame, behind all substeps: that of a
+/// volume, or that of particles, with their velocities and colours.
 ///
 /// Its node is the polygon object itself: files, pictures and mesh nodes name it as any other, and
 /// mesh nodes see the polygons in the next step.
@@ -18,7 +20,9 @@ class ImplicitMesher : public iObject {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   static constexpr i32 kRenderOnlyRow = 1000, kSourceRow = 1001, kMethodRow = 1002,
-                       kLevelRow = 1008;
+                       kColourRadiusRow = 1007, kLevelRow = 1008, kColourGroupRow = 1009,
+                       kVelocitiesRow = 1101, kVelocityFieldRow = 1102, kColourPropertyRow = 1103,
+                       kColourFieldRow = 1104;
   void CheckDirty() override;
   void Reset() override;
   void Prepare() override;
@@ -29,10 +33,23 @@ class ImplicitMesher : public iObject {
 
  private:
   host::PolygonObject* Output() const { return dynamic_cast<host::PolygonObject*>(Node()); }
+  /// The source's level set, or why there is none.
+  const EGrid<double>* FindGrid();
+  void AddVelocities(SurfaceMesh& mesh) const;
+  void AddColours(SurfaceMesh& mesh) const;
   /// Hands the polygons to the document, in host units and the node's own frame.
   void Write(const SurfaceMesh& mesh);
 
   iVolume* mVolume = nullptr;
+  SurfaceReconstructor* mReconstructor = nullptr;
+  CachedGrids* mVelocityField = nullptr;
+  CachedGrids* mColourField = nullptr;
+  ParticleGroup* mColourGroup = nullptr;
+  i32 mColourProperty = property_id::kColor;
+  double mColourRadius = 0.033;
+  double mColourFull = 1;
+  const host::Gradient* mColourGradient = nullptr;
+  bool mHasVelocities = true;
   i32 mMethod = Polygoniser::kCubes;
   i32 mSampleMode = SAMPLE_LINEAR;
   double mLevel = 0.3;

@@ -10,7 +10,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 struct SurfaceMesh {
   std::vector<Vec3d> points;
   std::vector<VecInt3D> triangles;
-  std::vector<Vec3d> normals;  ///< of the points, or empty
+  std::vector<Vec3d> normals;     ///< of the points, or empty
+  std::vector<Vec3d> velocities;  ///< of the points, or empty
+  std::vector<Vec3d> colours;     ///< of the points, linear, or empty
 
   bool IsEmpty() const { return points.empty() || triangles.empty(); }
 };

@@ -1,0 +1,423 @@
+#include "fluids/surfaces/particle_surface.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+#include "fluids/particles/ellipsoid.h"
+#include "fluids/particles/particle_property_ids.h"
+#include "grids/fixed_blocks.h"
+#include "grids/wide_kernel.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+// Samples of a block: its lines fill the registers, and small blocks leave more of them alone.
+constexpr i32 kWide = 8, kHigh = 4, kThick = 4;
+constexpr i32 kSamples = kWide * kHigh * kThick;
+
+}  // namespace
+
+/// What particles add to the samples of a block, in steps of samples.
+struct ParticleSurface::Sums {
+  alignas(32) double weight[kSamples], x[kSamples], y[kSamples], z[kSamples];
+  double share[kSamples];    ///< of the weights with masses
+  double nearest[kSamples];  ///< squared distance of the nearest one, and what it brings
+  Vec3d nearestWay[kSamples];
+  double nearestShare[kSamples];
+  i32 count[kSamples];
+};
+
+struct ParticleSurface::Block {
+  VecInt3D first, size;  ///< samples
+  Vec3d origin;          ///< of the first one, simulation units
+  Vec3d step;            ///< from sample to sample, simulation units
+};
+
+namespace {
+
+/// Particles in steps of samples from the first one of a block, or what is left of them for a line.
+struct NearPoints {
+  std::vector<double> x, y, z, left;
+  std::size_t count = 0;
+
+  void Grow(std::size_t more) {
+    if (count + more <= x.size()) return;
+    for (auto* column : {&x, &y, &z, &left}) column->resize(2 * (count + more));
+  }
+  void Add(double px, double py, double pz, double pLeft, bool counts) {
+    x[count] = px;
+    y[count] = py;
+    z[count] = pz;
+    left[count] = pLeft;
+    count += counts;
+  }
+};
+
+/// How far a coordinate lies off the samples from 0 to below n.
+double OffLine(double v, i32 n) { return std::max({0.0, -v, v - (n - 1)}); }
+
+void Gather(std::span<const PointLookup::Entry> points, const Vec3d& origin, double perStep,
+            double reach, NearPoints& near) {
+  near.Grow(points.size());
+  for (const PointLookup::Entry& point : points) {
+    const Vec3d p = (point.position - origin) * perStep;
+    const double x = OffLine(p.x, kWide), y = OffLine(p.y, kHigh), z = OffLine(p.z, kThick);
+    near.Add(p.x, p.y, p.z, 0, x * x + y * y + z * z < reach * reach);
+  }
+}
+
+using Lane = double __attribute__((vector_size(32)));
+constexpr i32 kLanes = 4;
+
+/// Adds up the weights of particles, and their ways to the samples times those, along a line of
+/// samples; `reach2` is the squared reach.
+SULVA_WIDE_KERNEL void SumLine(const NearPoints& line, double reach2, double* weight, double* sumX,
+                               double* sumY, double* sumZ) {
+  static_assert(kWide == 2 * kLanes);
+  const double perLimit = 1 / reach2;
+  const Lane first = {0, 1, 2, 3}, second = {4, 5, 6, 7}, none = {};
+  Lane w0 = none, w1 = none, x0 = none, x1 = none, y0 = none, y1 = none, z0 = none, z1 = none;
+  for (std::size_t p = 0; p < line.count; ++p) {
+    const Lane d0 = first - line.x[p], d1 = second - line.x[p];
+    Lane q0 = line.left[p] - d0 * d0 * perLimit, q1 = line.left[p] - d1 * d1 * perLimit;
+    q0 = q0 > none ? q0 : none;
+    q1 = q1 > none ? q1 : none;
+    q0 = q0 * q0 * q0;
+    q1 = q1 * q1 * q1;
+    w0 += q0;
+    w1 += q1;
+    x0 += q0 * d0;
+    x1 += q1 * d1;
+    y0 += q0 * line.y[p];
+    y1 += q1 * line.y[p];
+    z0 += q0 * line.z[p];
+    z1 += q1 * line.z[p];
+  }
+  for (i32 i = 0; i < kLanes; ++i) {
+    weight[i] = w0[i];
+    weight[i + kLanes] = w1[i];
+    sumX[i] = x0[i];
+    sumX[i + kLanes] = x1[i];
+    sumY[i] = y0[i];
+    sumY[i + kLanes] = y1[i];
+    sumZ[i] = z0[i];
+    sumZ[i + kLanes] = z1[i];
+  }
+}
+
+}  // namespace
+
+/// What a worker works with in the plain case.
+struct ParticleSurface::PlainScratch {
+  NearPoints block, layer, line;
+};
+
+void ParticleSurface::SumPlain(PlainScratch& scratch, double reach, Sums& sums) const {
+  const double reach2 = reach * reach;
+  const NearPoints& block = scratch.block;
+  NearPoints &layer = scratch.layer, &line = scratch.line;
+  layer.count = line.count = 0;
+  layer.Grow(block.count);
+  line.Grow(block.count);
+  for (i32 k = 0; k < kThick; ++k) {
+    layer.count = 0;
+    for (std::size_t p = 0; p < block.count; ++p) {
+      const double dz = k - block.z[p], left = 1 - dz * dz / reach2;
+      layer.Add(block.x[p], block.y[p], dz, left, left > 0);
+    }
+    for (i32 j = 0; j < kHigh; ++j) {
+      line.count = 0;
+      for (std::size_t p = 0; p < layer.count; ++p) {
+        const double dy = j - layer.y[p], left = layer.left[p] - dy * dy / reach2;
+        line.Add(layer.x[p], dy, layer.z[p], left, left > 0);
+      }
+      const i32 row = (k * kHigh + j) * kWide;
+      SumLine(line, reach2, sums.weight + row, sums.x + row, sums.y + row, sums.z + row);
+    }
+  }
+}
+
+SurfaceShape SurfaceShape::Fitted(i32 mode, double reach, double spacing) {
+  SurfaceShape shape;
+  shape.mode = mode;
+  shape.reach = shape.blobReach = reach;
+  shape.density = 1 / (spacing * spacing * spacing);
+  shape.fits = true;
+  return shape;
+}
+
+double ParticleSurface::Outside() const {
+  if (mShape.fits)
+    return mShape.reach * (mShape.mode == SurfaceShape::kAveragedPosition
+                               ? mHalfSpace.OfMean(1 - mGap)
+                               : mHalfSpace.OfShare(0));
+  return mShape.mode == SurfaceShape::kAveragedPosition
+             ? std::max(mShape.reach, mShape.radius) - mShape.radius
+             : mShape.radius * mShape.blobScale;
+}
+
+ParticleSurface::ParticleSurface(const PointLookup& points, const ParticleStore* store,
+                                 const SurfaceShape& shape)
+    : mPoints(points),
+      mShape(shape),
+      mHalfSpace([&](double q) { return WeightOf(q * shape.reach * shape.reach); }) {
+  if (store && shape.ellipsoidRadius <= 0) {
+    const i32 ids[] = {property_id::kEllipsoidX, property_id::kEllipsoidY,
+                       property_id::kEllipsoidZ};
+    for (int a = 0; a < 3; ++a) mAxes[a] = store->Find<Vec3d>(ids[a]);
+  }
+  if (store && shape.usesMass) {
+    mMass = store->Find<double>(property_id::kMass);
+    mKernelSum = store->Find<double>(property_id::kKernelSum);
+  }
+  mFullSum = mHalfSpace.FullSum() * shape.reach * shape.reach * shape.reach * shape.density;
+  // As measured on lattices with and without noise.
+  if (shape.density > 0)
+    mGap = 0.358 * std::pow(std::min(1 / (std::cbrt(shape.density) * shape.reach), 0.6), 3.2);
+}
+
+bool ParticleSurface::IsPlain() const {
+  return mShape.mode == SurfaceShape::kAveragedPosition && !mShape.kernel && !mAxes[0] &&
+         !mAxes[1] && !mAxes[2] && mShape.ellipsoidRadius <= 0 && mShape.leastNeighbours <= 1 &&
+         !mShape.corrects;
+}
+
+Vec3d ParticleSurface::InFrame(const Vec3d& way, i32 row) const {
+  if (!mFrames.empty()) return mFrames[row].Rotate(way);
+  const auto axis = [&](int a, const Vec3d& unit) {
+    return mAxes[a] ? mAxes[a]->Get(row, unit) : unit;
+  };
+  return axis(0, {1, 0, 0}) * way.x + axis(1, {0, 1, 0}) * way.y + axis(2, {0, 0, 1}) * way.z;
+}
+
+double ParticleSurface::WeightOf(double distanceSquared) const {
+  const double reach = mShape.mode == SurfaceShape::kAveragedPosition || mShape.kernel
+                           ? mShape.reach
+                           : mShape.blobReach;
+  if (distanceSquared >= reach * reach) return 0;
+  if (mShape.kernel)
+    return mShape.kernel->EvaluateSquared(distanceSquared, reach * reach, reach * reach * reach);
+  const double q = 1 - distanceSquared / (reach * reach);
+  return q * q * q;
+}
+
+double ParticleSurface::ShareOf(i32 row) const {
+  const double mass = mMass ? mMass->Get(row, 1) : 1;
+  return mass / (mKernelSum ? mKernelSum->Get(row, 1) : 1);
+}
+
+void ParticleSurface::AddWithFrames(std::span<const PointLookup::Entry> points, const Block& block,
+                                    Sums& sums) const {
+  const double limit = mShape.reach * mShape.reach;
+  for (const PointLookup::Entry& point : points) {
+    const Vec3d from = point.position - block.origin;
+    VecInt3D first, last;
+    for (int a = 0; a < 3; ++a) {
+      first[a] = std::max(0, static_cast<i32>(std::ceil((from[a] - mShape.reach) / block.step[a])));
+      last[a] = std::min(block.size[a] - 1,
+                         static_cast<i32>(std::floor((from[a] + mShape.reach) / block.step[a])));
+    }
+    const double share = ShareOf(point.index);
+    for (i32 k = first.z; k <= last.z; ++k)
+      for (i32 j = first.y; j <= last.y; ++j)
+        for (i32 i = first.x; i <= last.x; ++i) {
+          const Vec3d way = ToReal({i, j, k}) * block.step - from;
+          const double squared = Dot(way, way);
+          if (squared >= limit) continue;
+          const Vec3d d = InFrame(way, point.index);
+          const double w = WeightOf(Dot(d, d));
+          const i32 at = (k * kHigh + j) * kWide + i;
+          sums.weight[at] += w;
+          sums.x[at] += w * d.x;
+          sums.y[at] += w * d.y;
+          sums.z[at] += w * d.z;
+          sums.share[at] += w * share;
+          if (sums.count[at]++ > 0 && squared >= sums.nearest[at]) continue;
+          sums.nearest[at] = squared;
+          sums.nearestWay[at] = d;
+          sums.nearestShare[at] = w * share;
+        }
+  }
+}
+
+double ParticleSurface::ValueOf(const Sums& sums, i32 i) const {
+  const bool isLonely =
+      mShape.leastNeighbours > 1 && sums.count[i] > 0 && sums.count[i] < mShape.leastNeighbours;
+  const double share = isLonely ? sums.nearestShare[i] : sums.share[i];
+  if (mShape.mode != SurfaceShape::kAveragedPosition)
+    return mShape.fits ? mShape.reach * mHalfSpace.OfShare(mFullSum > 0 ? share / mFullSum : 0)
+                       : (mShape.radius - share) * mShape.blobScale;
+  if (!isLonely && !(sums.weight[i] > 0)) return Outside();
+  const Vec3d mean =
+      isLonely ? sums.nearestWay[i] : Vec3d{sums.x[i], sums.y[i], sums.z[i]} / sums.weight[i];
+  if (!mShape.corrects) return ValueOfMean(Length(mean));
+  const double filled = mKernelSum || !(mFullSum > 0) ? share : share / mFullSum;
+  const double lack = std::min(filled, mShape.correctHigh) - mShape.correctHigh;
+  const double range = mShape.correctHigh - mShape.correctLow;
+  const double left = range > 0 ? std::max(0.0, 1 - lack * lack / (range * range)) : 1.0;
+  const double radius =
+      mShape.fits ? mShape.reach * (mHalfSpace.MeanAtSurface() + mGap) : mShape.radius;
+  return ValueOfMean(Length(mean) + radius * (1 - left * left));
+}
+
+void ParticleSurface::FillBlock(EGrid<double>& grid, const Block& block, Sums& sums,
+                                PlainScratch& scratch) const {
+  const Vec3d wide{mShape.reach, mShape.reach, mShape.reach};
+  const Vec3d high = block.origin + ToReal(block.size - VecInt3D{1, 1, 1}) * block.step;
+  const bool isDeep = IsDeep(block.origin, high);
+  const bool isPlain = IsPlain();
+  bool isReached = false;
+  if (!isDeep && isPlain) {
+    const double perStep = 1 / block.step.x, reach = mShape.reach * perStep;
+    scratch.block.count = 0;
+    mPoints.ForEachRow(block.origin - wide, high + wide, [&](auto points) {
+      Gather(points, block.origin, perStep, reach, scratch.block);
+    });
+    isReached = scratch.block.count > 0;
+    if (isReached) SumPlain(scratch, reach, sums);
+  } else if (!isDeep) {
+    for (double* sum : {sums.weight, sums.x, sums.y, sums.z, sums.share})
+      std::fill_n(sum, kSamples, 0.0);
+    std::fill_n(sums.count, kSamples, 0);
+    mPoints.ForEachRow(block.origin - wide, high + wide, [&](auto points) {
+      isReached = true;
+      AddWithFrames(points, block, sums);
+    });
+  }
+  const double blank = isDeep ? -HalfSpace::kDeepest * mShape.reach : Outside();
+  const double step = isPlain ? block.step.x : 1;
+  for (i32 k = 0; k < block.size.z; ++k)
+    for (i32 j = 0; j < block.size.y; ++j) {
+      double* out = grid.mData + grid.Index(block.first.x, block.first.y + j, block.first.z + k);
+      const i32 row = (k * kHigh + j) * kWide;
+      if (!isReached) {
+        std::fill_n(out, block.size.x, blank);
+        continue;
+      }
+      for (i32 i = row; i < row + block.size.x; ++i) {
+        if (!isPlain) {
+          out[i - row] = ValueOf(sums, i);
+        } else if (const double w = sums.weight[i]; w > 0) {
+          const double squared =
+              sums.x[i] * sums.x[i] + sums.y[i] * sums.y[i] + sums.z[i] * sums.z[i];
+          out[i - row] = ValueOfMean(std::sqrt(squared) / w * step);
+        } else {
+          out[i - row] = blank;
+        }
+      }
+    }
+}
+
+void ParticleSurface::FindDeep(i32 threads) {
+  mIsDeep.clear();
+  if (!mShape.fits || !mShape.skipsDeep || mShape.density <= 0) return;
+  const VecInt3D n = mPoints.Buckets();
+  const double size = mPoints.BucketSize();
+  const auto index = [&](i32 x, i32 y, i32 z) { return (std::size_t(z) * n.y + y) * n.x + x; };
+  // The counts of 27 buckets are steady enough to tell water from a gap in it.
+  std::vector<i32> counts(static_cast<std::size_t>(n.x) * n.y * n.z);
+  ForEachBlock(n.z, threads, [&](i32 z) {
+    if (z < 1 || z >= n.z - 1) return;
+    for (i32 y = 1; y < n.y - 1; ++y)
+      for (i32 x = 1; x < n.x - 1; ++x)
+        for (i32 k = z - 1; k <= z + 1; ++k)
+          for (i32 j = y - 1; j <= y + 1; ++j)
+            counts[index(x, y, z)] += static_cast<i32>(mPoints.Row(x - 1, x + 1, j, k).size());
+  });
+  const double most = counts.empty() ? 0 : *std::max_element(counts.begin(), counts.end());
+  double sum = 0, full = 0;
+  for (const i32 count : counts)
+    if (2 * count >= most) sum += count, ++full;
+  // Crowds of particles must not make water of what lies beside them.
+  constexpr double kEnough = 0.6;
+  const double told = 27 * size * size * size * mShape.density;
+  const double wanted = kEnough * std::max(told, full > 0 ? sum / full : 0.0);
+  // As far as particles reach, and a bucket for the middle of the count.
+  const i32 reach = std::max(1, static_cast<i32>(std::ceil(mShape.reach / size)) - 1);
+  mIsDeep.assign(counts.size(), 0);
+  ForEachBlock(n.z, threads, [&](i32 z) {
+    for (i32 y = reach; z >= reach && z < n.z - reach && y < n.y - reach; ++y)
+      for (i32 x = reach; x < n.x - reach; ++x) {
+        bool isDeep = true;
+        for (i32 k = z - reach; k <= z + reach && isDeep; ++k)
+          for (i32 j = y - reach; j <= y + reach && isDeep; ++j)
+            for (i32 i = x - reach; i <= x + reach && isDeep; ++i)
+              isDeep = counts[index(i, j, k)] >= wanted;
+        mIsDeep[index(x, y, z)] = isDeep;
+      }
+  });
+}
+
+bool ParticleSurface::IsDeep(const Vec3d& low, const Vec3d& high) const {
+  if (mIsDeep.empty()) return false;
+  const VecInt3D n = mPoints.Buckets();
+  VecInt3D first, last;
+  for (int a = 0; a < 3; ++a) {
+    const double from = std::floor((low[a] - mPoints.Low()[a]) / mPoints.BucketSize());
+    const double to = std::floor((high[a] - mPoints.Low()[a]) / mPoints.BucketSize());
+    if (from < 0 || to >= n[a]) return false;
+    first[a] = static_cast<i32>(from);
+    last[a] = static_cast<i32>(to);
+  }
+  for (i32 z = first.z; z <= last.z; ++z)
+    for (i32 y = first.y; y <= last.y; ++y)
+      for (i32 x = first.x; x <= last.x; ++x)
+        if (!mIsDeep[(std::size_t(z) * n.y + y) * n.x + x]) return false;
+  return true;
+}
+
+void ParticleSurface::FitEllipsoids(i32 threads) {
+  mFrames.clear();
+  if (mShape.ellipsoidRadius <= 0) return;
+  const VecInt3D n = mPoints.Buckets();
+  i32 rows = 0;
+  for (i32 z = 0; z < n.z; ++z)
+    for (i32 y = 0; y < n.y; ++y)
+      for (const auto& point : mPoints.Row(0, n.x - 1, y, z))
+        rows = std::max(rows, point.index + 1);
+  mFrames.resize(rows);
+  ForEachBlock(n.z, threads, [&](i32 z) {
+    for (i32 y = 0; y < n.y; ++y)
+      for (const auto& point : mPoints.Row(0, n.x - 1, y, z))
+        if (!IsDeep(point.position, point.position))
+          mFrames[point.index] =
+              FitEllipsoid(point.position, mPoints, mShape.ellipsoidRadius, mShape.cell).frame;
+  });
+}
+
+void ParticleSurface::Fill(EGrid<double>& grid, i32 threads) {
+  FindDeep(threads);
+  FitEllipsoids(threads);
+  const VecInt3D n = grid.Dims();
+  const i32 linesY = (n.y + kHigh - 1) / kHigh, linesZ = (n.z + kThick - 1) / kThick;
+  const i32 lines = linesY * linesZ;
+  // Each worker has lines from everywhere: a liquid lies in one part of the box.
+  const i32 half = (lines + 1) / 2;
+  ForEachBlock(lines, threads, [&](i32 turn) {
+    const i32 line = turn < half ? 2 * turn : 2 * (turn - half) + 1;
+    thread_local Sums sums;
+    thread_local PlainScratch scratch;
+    const i32 y = line % linesY * kHigh, z = line / linesY * kThick;
+    for (i32 x = 0; x < n.x; x += kWide) {
+      Block block;
+      block.first = {x, y, z};
+      block.size = {std::min(kWide, n.x - x), std::min(kHigh, n.y - y), std::min(kThick, n.z - z)};
+      block.origin = grid.PositionOf(x, y, z);
+      block.step = grid.mLayout.simCell;
+      FillBlock(grid, block, sums, scratch);
+    }
+  });
+}
+
+std::optional<double> ParticleSurface::ValueAt(const Vec3d& p) const {
+  auto sums = std::make_unique<Sums>();
+  const Block block{{0, 0, 0}, {1, 1, 1}, p, {1, 1, 1}};
+  const Vec3d wide{mShape.reach, mShape.reach, mShape.reach};
+  mPoints.ForEachRow(p - wide, p + wide, [&](auto points) { AddWithFrames(points, block, *sums); });
+  if (sums->count[0] == 0) return {};
+  return ValueOf(*sums, 0);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

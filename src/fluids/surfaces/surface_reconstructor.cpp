@@ -1,0 +1,225 @@
+#include "fluids/surfaces/surface_reconstructor.h"
+
+#include <cmath>
+
+#include "fluids/emission/loose_points.h"
+#include "fluids/surfaces/surface_smoothing.h"
+#include "framework/rest.h"
+#include "framework/scene.h"
+#include "framework/state_archive.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+namespace {
+
+constexpr i32 kMargin = 5;  ///< cells of the scene round the particles
+constexpr double kNowhere = std::numeric_limits<double>::quiet_NaN();
+
+bool IsFinite(const Vec3d& p) {
+  return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
+}
+
+}  // namespace
+
+SurfaceReconstructor::SurfaceReconstructor(BaseNode* node, Scene* scene) : iObject(node, scene) {}
+
+void SurfaceReconstructor::CheckDirty() {
+  if (Has(FLAG_DIRTY_CHECKED)) return;
+  iObject::CheckDirty();
+  if (!Has(FLAG_ENABLED) || IsDirty()) return;
+  if (mScene->mFlags & Scene::kTimeChanged) MarkDirty(false);
+}
+
+void SurfaceReconstructor::Reset() {
+  iObject::Reset();
+  mConstraints.Reset();
+  mResult.reset();
+  mPoints.Clear();
+}
+
+void SurfaceReconstructor::Release(bool full) {
+  mResult.reset();
+  mPoints.Clear();
+  iObject::Release(full);
+}
+
+void SurfaceReconstructor::Persist(StateArchive& archive) {
+  iObject::Persist(archive);
+  mConstraints.Persist(archive, *mScene);
+}
+
+double SurfaceReconstructor::Reach() const { return mSearch * mRadius * GetDomain().cellSize; }
+
+SurfaceShape SurfaceReconstructor::Shape() const {
+  const double cell = GetDomain().cellSize;
+  SurfaceShape shape;
+  if (mFits) {
+    shape = SurfaceShape::Fitted(mMode, Reach(), cell / std::cbrt(mPerCell));
+  } else {
+    shape.mode = mMode;
+    shape.reach = Reach();
+    shape.radius = mRadius * cell;
+    shape.blobScale = cell;
+  }
+  shape.leastNeighbours = mLeastNeighbours;
+  shape.usesMass = mUsesMass;
+  shape.kernel = mKernel;
+  shape.ellipsoidRadius = mEllipsoidRadius * cell;
+  shape.cell = cell;
+  shape.corrects = mCorrects;
+  shape.correctLow = mCorrectLow;
+  shape.correctHigh = mCorrectHigh;
+  return shape;
+}
+
+std::vector<Vec3d> SurfaceReconstructor::CollectPlaces() {
+  std::vector<Vec3d> places;
+  const GridLayout& domain = GetDomain();
+  if (mUsesHost) {
+    if (mPointsObject)
+      ForEachLoosePoint(*mPointsObject, domain, [&](const Vec3d& p) { places.push_back(p); });
+    if (mPolygonObject)
+      for (const Vec3d& p : mPolygonObject->GetGeometry().points)
+        places.push_back(mPolygonObject->GlobalMatrix() * p * domain.worldToSim);
+    return places;
+  }
+  ParticleStore& store = mGroup->Store(mKind);
+  places.assign(store.Positions().begin(), store.Positions().end());
+  const i32 property = mPosition == kEllipsoidCentre    ? i32{property_id::kEllipsoidCentre}
+                       : mPosition == kDeformedPosition ? i32{property_id::kDeformed}
+                                                        : 0;
+  const PropertyColumn<Vec3d>* column = property ? store.Find<Vec3d>(property) : nullptr;
+  for (i32 row = 0; row < store.Count(); ++row) {
+    if (column) places[row] = column->Get(row, places[row]);
+    if (!(store.Flags()[row] & PF_ALIVE)) places[row].x = kNowhere;
+  }
+  if (mFilters) Filter(places);
+  return places;
+}
+
+void SurfaceReconstructor::Filter(std::vector<Vec3d>& places) {
+  ParticleStore& store = mGroup->Store(mKind);
+  const PropertyColumn<double>* density = store.Find<double>(property_id::kDensity);
+  const EGrid<double>* limit = mLimit ? mLimit->GetCachedGrids()[0] : nullptr;
+  const double deepest = -GetDomain().cellSize;
+  mConstraints.Prepare(this);
+  for (i32 row = 0; row < store.Count(); ++row) {
+    Vec3d& p = places[row];
+    if (!IsFinite(p)) continue;
+    const double own = density ? density->Get(row, 0) : 0;
+    bool counts = own > 1 || !(own < mThreshold);
+    if (counts && limit && limit->mData && limit->mLayout.Contains(p, false))
+      counts = !(SampleLinear(*limit, limit->ToSamples(p)) < deepest);
+    double weight = 1;
+    if (counts && !mConstraints.IsEmpty()) counts = mConstraints.Test(p, weight, this, 0);
+    u16& flags = store.Flags()[row];
+    flags = static_cast<u16>(counts && weight > 0 ? flags | PF_MARK : flags & ~PF_MARK);
+    if (!(flags & PF_MARK)) p.x = kNowhere;
+  }
+  mConstraints.Finish(this);
+}
+
+bool SurfaceReconstructor::TakeLayout(const GridLayout& layout) {
+  const VecInt3D dims = layout.dims + VecInt3D{1, 1, 1};
+  if (mResult && mResult->mData && mResult->Dims() == dims) {
+    mResult->mLayout = layout;
+    return true;
+  }
+  mResult.reset();
+  mResult = std::make_unique<EGrid<double>>(layout, kNode);
+  if (mResult->mData) return true;
+  mResult.reset();
+  return false;
+}
+
+bool SurfaceReconstructor::AllocateResult(const std::vector<Vec3d>& places) {
+  constexpr double huge = std::numeric_limits<double>::max();
+  Vec3d low{huge, huge, huge}, high{-huge, -huge, -huge};
+  for (const Vec3d& p : places) {
+    if (!IsFinite(p)) continue;
+    low = Min(low, p);
+    high = Max(high, p);
+  }
+  if (low.x > high.x) {
+    mResult.reset();
+    return Deactivate(kNoParticlesReason);
+  }
+  const GridLayout& domain = GetDomain();
+  const double cell = domain.cellSize;
+  VecInt3D dims;
+  Vec3d origin, size;
+  double count = 1;
+  for (int a = 0; a < 3; ++a) {
+    const double first = std::floor(low[a] / cell) - kMargin;
+    const double cells = std::ceil(high[a] / cell) + kMargin - first;
+    const double own = std::ceil(cells * mResolution - 1e-6);
+    count *= own + 1;
+    if (!(count < 2e9)) {
+      mResult.reset();
+      return Deactivate("its particles lie too far apart for a grid of its cells");
+    }
+    dims[a] = static_cast<i32>(own);
+    origin[a] = first * domain.worldCell[a];
+    size[a] = own * domain.worldCell[a] / mResolution;
+  }
+  GridLayout layout;
+  layout.Set(dims, size, static_cast<f32>(cell / mResolution), origin);
+  return TakeLayout(layout) || Deactivate("there is no memory for its grid");
+}
+
+bool SurfaceReconstructor::TakeCachedPlace(const GridLayout& layout, i32 kind) {
+  if (kind != kNode) return false;
+  mPoints.Clear();
+  return TakeLayout(layout);
+}
+
+void SurfaceReconstructor::Prepare() {
+  if (Has(FLAG_CACHED) || !IsDirty()) return;
+  mPoints.Clear();
+  const bool hasSource = mUsesHost ? mPointsObject || mPolygonObject : mGroup != nullptr;
+  if (!hasSource) {
+    mResult.reset();
+    return void(Deactivate(mUsesHost ? "its source is no object with points; name one"
+                                     : "its source is no group of particles; name one"));
+  }
+  const std::vector<Vec3d> places = CollectPlaces();
+  if (!AllocateResult(places)) return;
+  // Buckets of half the reach leave fewer points to look at in vain.
+  mPoints.Build(places.data(), static_cast<i32>(places.size()), Reach() / 2);
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
+  if (Has(FLAG_CACHED) || !Has(FLAG_ACTIVE) || !IsDirty()) return;
+  const i32 threads = mScene->mThreadCount;
+  ParticleSurface surface(mPoints, Store(), Shape());
+  surface.Fill(*mResult, threads);
+  const double shift = mShift * GetDomain().cellSize;
+  if (mSmoothing > 0) SmoothSurfaceOf(*mResult, surface.Outside(), mSmoothing, threads);
+  if (shift != 0)
+    ForEachBlock(mResult->mNz, threads, [&](i32 z) {
+      double* layer = mResult->mData + z * i64{mResult->mSlice};
+      for (i32 i = 0; i < mResult->mSlice; ++i) layer[i] -= shift;
+    });
+  CutOff();
+}
+
+void SurfaceReconstructor::CutOff() {
+  if (!mBoundary || !mBoundary->Has(FLAG_ENABLED) || !mBoundary->HasGridData()) return;
+  ForEachBlock(mResult->mNz, mScene->mThreadCount, [&](i32 z) {
+    for (i32 y = 0; y < mResult->mNy; ++y)
+      for (i32 x = 0; x < mResult->mNx; ++x) {
+        const Vec3d p = mResult->PositionOf(x, y, z);
+        double& value = (*mResult)(x, y, z);
+        if (mBoundary->IsInBounds(p)) value = std::max(value, -mBoundary->DistanceAtWorld(p));
+      }
+  });
+}
+
+void SurfaceReconstructor::Finish() {
+  if (!Has(FLAG_CACHED)) SetFlag(FLAG_ACTIVE, false);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

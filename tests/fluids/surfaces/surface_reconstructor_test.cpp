@@ -1,0 +1,153 @@
+#include "fluids/surfaces/surface_reconstructor.h"
+
+#include <gtest/gtest.h>
+
+#include "fluids/mesh/mesh_rig.h"
+#include "fluids/surfaces/implicit_mesher.h"
+#include "fluids/test_scene.h"
+#include "io/mesh_table.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace {
+
+/// A cube of 4 x 4 x 4 cells of water, what finds its surface, and its skin.
+struct SurfaceRig : TestScene {
+  ParticleGroup& group = Add<ParticleGroup>("particlegroup", "water");
+  SurfaceReconstructor& surface = Add<SurfaceReconstructor>("surface_reconstruction", "surface");
+  ImplicitMesher& skin = Add<ImplicitMesher>("mesher", "skin");
+
+  SurfaceRig() {
+    Link(surface, SurfaceReconstructor::kSourceRow, group);
+    Link(skin, ImplicitMesher::kSourceRow, surface);
+    ForEachCell({{0, 0, 0}, {8, 8, 8}}, [&](i32 x, i32 y, i32 z) {
+      Drop((ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * 0.05);
+    });
+  }
+  i32 Drop(const Vec3d& p, const Vec3d& velocity = {}) {
+    ParticleTemplate particle;
+    particle.position = p;
+    particle.velocity = velocity;
+    return Store().Create(particle);
+  }
+  ParticleStore& Store() { return group.Store(kLiquid); }
+  app::MeshTable Skin() {
+    SetUp();
+    scene->SetStage(kReconstruction);
+    Run(surface, 2);
+    scene->SetStage(kMeshing);
+    Run(skin, 2);
+    return app::TableOf(dynamic_cast<host::PolygonObject&>(*skin.Node()), {0.01, 0.01, 0.01});
+  }
+  double Volume() { return app::Measure(Skin()).volume; }
+};
+
+TEST(SurfaceReconstructor, ANewOneFindsTheSurfaceOfALiquid) {
+  SurfaceRig rig;
+  EXPECT_FALSE(rig.Skin().points.empty());
+  const EGrid<double>& grid = *rig.surface.GetResult();
+  EXPECT_EQ(grid.Dims(), (VecInt3D{15, 15, 15})) << "five cells more on each side, and nodes";
+  EXPECT_NEAR(grid.mLayout.simOrigin.x, -0.5, 1e-6);
+  rig.Set(rig.surface, SurfaceReconstructor::kResolutionRow, 2.0);
+  app::MeshTable fine = rig.Skin();
+  EXPECT_EQ(rig.surface.GetResult()->Dims(), (VecInt3D{29, 29, 29}));
+  EXPECT_EQ(app::CountOpenEdges(fine), 0);
+  // A cube so small is all edges, which come out round.
+  EXPECT_NEAR(app::Measure(fine).volume, 0.064, 0.008);
+  EXPECT_NEAR(rig.scene->mDomain.cellSize, 0.1, 1e-6) << "of the scene";
+  const double middle = app::Measure(fine).volume;
+  rig.Set(rig.surface, SurfaceReconstructor::kShiftRow, 0.25);
+  EXPECT_GT(rig.Volume(), middle * 1.2);
+  // As told, the surface lies at the radius.
+  rig.Set(rig.surface, SurfaceReconstructor::kShiftRow, 0.0);
+  rig.Set(rig.surface, SurfaceReconstructor::kFitRow, i32{0});
+  rig.Set(rig.surface, SurfaceReconstructor::kRadiusRow, 0.331);
+  rig.Set(rig.surface, SurfaceReconstructor::kSearchRow, 1.25 / 0.331);
+  EXPECT_NEAR(rig.Volume(), middle, 0.002);
+}
+
+TEST(SurfaceReconstructor, SomeParticlesAreLeftOut) {
+  SurfaceRig rig;
+  const double whole = rig.Volume();
+  const i32 far = rig.Drop({1, 0.5, 0.5});
+  rig.Store().At(far).AddScalar(property_id::kDensity, 0.2);
+  for (i32 row = 0; row < far; ++row) rig.Store().At(row).AddScalar(property_id::kDensity, 1.2);
+  EXPECT_GT(rig.Volume(), whole * 1.001);
+  rig.Set(rig.surface, SurfaceReconstructor::kThresholdRow, 0.5);
+  EXPECT_GT(rig.Volume(), whole * 1.001) << "nothing is filtered";
+  rig.Set(rig.surface, SurfaceReconstructor::kFilterRow, i32{1});
+  EXPECT_NEAR(rig.Volume(), whole, 1e-9);
+  EXPECT_FALSE(rig.Store().Flags()[far] & PF_MARK);
+  EXPECT_TRUE(rig.Store().Flags()[0] & PF_MARK);
+  // The dead don't count either.
+  rig.Set(rig.surface, SurfaceReconstructor::kFilterRow, i32{0});
+  rig.Store().Flags()[far] &= static_cast<u16>(~PF_ALIVE);
+  EXPECT_NEAR(rig.Volume(), whole, 1e-9);
+  // Where a particle was moved to, it counts there; those without such a place where they are.
+  rig.Store().Flags()[far] |= PF_ALIVE;
+  rig.Store().At(far).AddVector(property_id::kDeformed, {0.2, 0.2, 0.2});
+  rig.Set(rig.surface, SurfaceReconstructor::kPositionRow, i32{2});
+  EXPECT_NEAR(rig.Volume(), whole, 1e-4);
+
+  for (u16& flags : rig.Store().Flags()) flags &= static_cast<u16>(~PF_ALIVE);
+  EXPECT_TRUE(rig.Skin().points.empty());
+  EXPECT_EQ(rig.surface.GetResult(), nullptr) << "the surface goes with its last particle";
+  rig.Store().Flags()[0] |= PF_ALIVE;
+  rig.Store().Flags()[far] |= PF_ALIVE;
+  rig.Store().Positions()[0] = {1e9, 0, 0};
+  EXPECT_TRUE(rig.Skin().points.empty()) << "no grid is as large as that";
+}
+
+TEST(SurfaceReconstructor, ARecordingTakesThePlaceOfParticles) {
+  SurfaceRig rig;
+  const double whole = rig.Volume();
+  const EGrid<double> recorded = *rig.surface.GetResult();
+  for (Vec3d& p : rig.Store().Positions()) p.x += 3;
+  rig.SetUp();
+  ASSERT_FALSE(rig.surface.TakeCachedPlace(recorded.mLayout, kCentre));
+  ASSERT_TRUE(rig.surface.TakeCachedPlace(recorded.mLayout, kNode));
+  EGrid<double>& grid = *rig.surface.GetCachedGrids()[0];
+  std::copy_n(recorded.mData, recorded.mCount, grid.mData);
+  rig.surface.SetFlag(FLAG_CACHED, true);
+  const app::MeshTable skin = rig.Skin();
+  EXPECT_NEAR(app::Measure(skin).volume, whole, 1e-9);
+  EXPECT_TRUE(skin.velocities.empty()) << "nothing is known of them";
+  EXPECT_LT(skin.points[0].x, 1);
+}
+
+TEST(SurfaceReconstructor, PointsOfTheDocumentAreParticlesToo) {
+  SurfaceRig rig;
+  const double whole = rig.Volume();
+  auto& points = rig.document.Create<host::PointsObject>(host::kPointsObject, "points", nullptr);
+  for (const Vec3d& p : rig.Store().Positions()) points.points.push_back(p * 100.0);
+  points.SetPlacement({200, 0, 0}, {}, {1, 1, 1});
+  rig.surface.Node()->Set(SurfaceReconstructor::kSourceRow, host::Link{points.Id()});
+  EXPECT_TRUE(rig.Skin().points.empty()) << "not unless it is asked for";
+  rig.Set(rig.surface, SurfaceReconstructor::kHostRow, i32{1});
+  const app::MeshTable skin = rig.Skin();
+  EXPECT_NEAR(app::Measure(skin).volume, whole, 1e-6);
+  EXPECT_GT(skin.points[0].x, 1.5);
+}
+
+TEST(SurfaceReconstructor, ItsSkinMovesAsTheParticlesDo) {
+  SurfaceRig rig;
+  for (Vec3d& v : rig.Store().Velocities()) v = {0, -2, 1};
+  for (i32 row = 0; row < rig.Store().Count(); ++row)
+    rig.Store().At(row).AddVector(property_id::kColor, {0.25, 0.5, 1});
+  rig.Link(rig.skin, ImplicitMesher::kColourGroupRow, rig.group);
+  rig.Set(rig.skin, ImplicitMesher::kColourRadiusRow, 0.1);
+  rig.skin.Node()->SetPlacement({7, 8, 9}, {10, 20, 30}, {1, 2, 3});
+  app::MeshTable skin = rig.Skin();
+  ASSERT_EQ(skin.velocities.size(), skin.points.size());
+  ASSERT_EQ(skin.colours.size(), skin.points.size());
+  for (std::size_t i = 0; i < skin.points.size(); ++i) {
+    ASSERT_NEAR(Length(skin.velocities[i] - Vec3d{0, -2, 1}), 0, 1e-6);
+    ASSERT_NEAR(Length(skin.colours[i] - Vec3d{0.25, 0.5, 1}), 0, 1e-9);
+  }
+  rig.Set(rig.skin, ImplicitMesher::kVelocitiesRow, i32{0});
+  rig.Set(rig.skin, ImplicitMesher::kColourRadiusRow, 0.0);
+  skin = rig.Skin();
+  EXPECT_TRUE(skin.velocities.empty() && skin.colours.empty());
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
