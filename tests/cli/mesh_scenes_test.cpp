@@ -3,10 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include "fluids/fields/channel.h"
 #include "fluids/volume/multi_volume.h"
+#include "framework/server_rows.h"
 #include "grids/sampling.h"
+#include "io/mesh_table.h"
 #include "nodes/catalogue.h"
 #include "paths.h"
 #include "scene/scene_file.h"
@@ -82,6 +85,59 @@ TEST(MeshScenes, CurvatureIsMeasuredThroughTheVolume) {
       EXPECT_NEAR(curvature[i], 2 / 0.4, 0.3) << i;
     }
   }
+}
+
+/// The parts of a mesh that hang together by its polygons, of which each is a sphere with handles.
+i64 CountParts(const app::MeshTable& mesh) {
+  std::vector<i32> top(mesh.points.size());
+  std::iota(top.begin(), top.end(), 0);
+  const auto find = [&](i32 i) {
+    while (top[i] != i) i = top[i] = top[top[i]];
+    return i;
+  };
+  mesh.ForEachTriangle([&](i32 a, i32 b, i32 c) {
+    top[find(a)] = find(b);
+    top[find(b)] = find(c);
+  });
+  i64 parts = 0;
+  for (i32 i = 0; i < static_cast<i32>(top.size()); ++i) parts += find(i) == i;
+  return parts;
+}
+
+/// A file of a ready-made scene or of a small one, in coarse cells, frame by frame.
+void ExpectClosedSkins(const std::string& file, i32 lastFrame) {
+  app::Diagnostics diagnostics;
+  const auto loaded = app::LoadScene(SourcePath(file), diagnostics);
+  ASSERT_TRUE(loaded) << testing::PrintToString(diagnostics.Lines());
+  loaded->server->Set(server_row::kCellSize, 0.1);
+  const auto scene = CreateScene(*loaded->server);
+  auto* skin = dynamic_cast<host::PolygonObject*>(loaded->document->FindByName("skin"));
+  ASSERT_TRUE(skin);
+  i64 most = 0;
+  for (i32 frame = 0; frame <= lastFrame; ++frame) {
+    loaded->document->SetFrame(frame);
+    ASSERT_TRUE(scene->Execute(&host::MainThread(), false));
+    const app::MeshTable mesh = app::TableOf(*skin, scene->mDomain.worldToSim);
+    if (mesh.points.empty()) continue;
+    EXPECT_EQ(app::CountOpenEdges(mesh), 0) << file << frame;
+    const i64 faces = static_cast<i64>(mesh.polygons.size());
+    ASSERT_EQ(faces % 2, 0);
+    const i64 euler = static_cast<i64>(mesh.points.size()) - faces * 3 / 2 + faces;
+    const i64 parts = CountParts(mesh);
+    EXPECT_EQ(euler % 2, 0) << file << frame;
+    EXPECT_LE(euler, 2 * parts) << "no point without a polygon, and no part that isn't closed";
+    EXPECT_GT(app::Measure(mesh).volume, 0) << "turned outwards";
+    EXPECT_EQ(mesh.velocities.size(), mesh.points.size());
+    most = std::max(most, parts);
+  }
+  EXPECT_GT(most, 1) << file << ": drops";
+}
+
+TEST(MeshScenes, SkinsOfWaterAreClosedInEveryFrame) {
+  ExpectClosedSkins("/tests/scenes/meshed_splash.json", 30);
+  ExpectClosedSkins("/scenes/dam_break.json", 40);
+  ExpectClosedSkins("/scenes/splash.json", 30);
+  ExpectClosedSkins("/scenes/tap.json", 40);
 }
 
 }  // namespace
