@@ -144,7 +144,7 @@ void Cache_OperatorBase::PrepareShared() {
     for (iBase* object : mObjects) object->SetFlag(FLAG_CACHED, false);
   if (isLoad) NoteOldFiles();
   if (mObjects.empty()) return (void)Deactivate("it has no objects; name some under 'objects'");
-  if (mRenderOnly && !mScene->mIsRender) return SetFlag(FLAG_ACTIVE, false);
+  if (mRenderOnly && !mScene->IsForPictures()) return SetFlag(FLAG_ACTIVE, false);
   if (mFolderPath.empty()) return (void)Deactivate("it has no folder");
   double weight = 1;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, weight))

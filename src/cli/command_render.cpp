@@ -110,6 +110,7 @@ class PictureRun {
     auto simulation = std::make_unique<Simulation>(*mScene.document, mScene.servers, mMemory);
     simulation->SetCacheRun({.simulation = mScene.simulation, .mayRecord = mRecords});
     simulation->Watch().Silence(mScene.Idle());
+    for (const auto& scene : simulation->Scenes()) scene->mMakesPictures = true;
     return simulation;
   }
 

@@ -63,10 +63,14 @@ class Scene : public host::LinkSource {
     return Server() ? &Server()->GetDocument() : nullptr;
   }
   host::BaseNode* Server() const { return mInterface.GetObject(); }
+  /// Whether what is wanted for pictures alone has to work.
+  bool IsForPictures() const { return mIsRender || mMakesPictures; }
 
   InterfaceHandler mInterface;
   u32 mFlags = 1;
   bool mIsRender = false;
+  /// Pictures are made of what is simulated, in the cells of a run.
+  bool mMakesPictures = false;
   i32 mThreadCount = 1;
   i32 mSeed = 902891;
   f64 mStepRatio = 0;

@@ -175,7 +175,8 @@ const ParameterTable& RenderParameters() {
           .To(&RenderSettings::groundFade),
       BoolRow(kRenderBounce, "bounce_light", true, "fire, sky and meshes light surfaces")
           .To(&RenderSettings::bounce),
-      LinksRow(kRenderHidden, "hidden_objects", "meshes that aren't drawn", {kMeshObject})
+      LinksRow(kRenderHidden, "hidden_objects", "meshes that aren't drawn",
+               {kMeshObject, kMesherNode})
           .To(&RenderSettings::hidden),
       RealRow(kRenderVolumeBrightness, "volume_brightness", 1, "none",
               "factor on the light of media")

@@ -9,7 +9,7 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// The kind of nodes that are polygon objects themselves, which the simulation makes.
-inline constexpr i32 kMeshMakerNode = 1300033;
+inline constexpr i32 kMeshMakerNode = host::kMesherNode;
 
 /// The axes of both placements have the same lengths and angles.
 bool AreRigidlyRelated(const Matrix& a, const Matrix& b);

@@ -166,7 +166,7 @@ const EGrid<double>* ImplicitMesher::FindGrid() {
     Deactivate(reason);
     return nullptr;
   };
-  if (mRenderOnly && !mScene->mIsRender) return fail("it works for pictures alone");
+  if (mRenderOnly && !mScene->IsForPictures()) return fail("it works for pictures alone");
   if (mReconstructor) {
     if (!mReconstructor->Has(FLAG_ENABLED)) return fail("its source is switched off");
     if (const EGrid<double>* grid = mReconstructor->GetResult()) return grid;
