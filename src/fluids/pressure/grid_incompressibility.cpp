@@ -78,35 +78,38 @@ bool Grid_Incompressibility::GatherFields(ProjectionFields& fields) {
   return fields.openCell && fields.dt > 0;
 }
 
-void Grid_Incompressibility::GatherMovingBodies(std::vector<MovingBody>& bodies) const {
-  for (const VolumeBase* body : mFlow->mBoundary.mObstacles) {
-    const Mesh* mesh = body->GetMesh();
-    if (!body->Has(FLAG_ENABLED) || !mesh || mesh->IsStatic() || !body->HasGridData()) continue;
-    MovingBody moving{.volume = body};
-    if (mesh->IsDeforming()) {
-      moving.perStep = 1 / mFields.dt;
-      bodies.push_back(moving);
-      continue;
+void Grid_Incompressibility::GatherSolids(std::vector<MovingBody>& moving,
+                                          std::vector<const VolumeBase*>& resting) const {
+  for (const VolumeBase* volume : mFlow->mBoundary.mObstacles) {
+    if (!volume->Has(FLAG_ENABLED) || !volume->HasGridData()) continue;
+    const Mesh* mesh = volume->GetMesh();
+    MovingBody body{.volume = volume};
+    if (mesh && mesh->IsDeforming()) {
+      body.perStep = 1 / mFields.dt;
+    } else if (mesh && !mesh->IsStatic()) {
+      mesh->GetCentre(body.centre);
+      mesh->GetVelocities(body.linear, body.angular);
+      body.linear = body.linear / mFields.dt;
+      body.angular = body.angular / mFields.dt;
     }
-    mesh->GetCentre(moving.centre);
-    mesh->GetVelocities(moving.linear, moving.angular);
-    if (moving.linear == Vec3d{} && moving.angular == Vec3d{}) continue;
-    moving.linear = moving.linear / mFields.dt;
-    moving.angular = moving.angular / mFields.dt;
-    bodies.push_back(moving);
+    if (body.perStep == 0 && body.linear == Vec3d{} && body.angular == Vec3d{})
+      resting.push_back(volume);
+    else
+      moving.push_back(body);
   }
 }
 
 bool Grid_Incompressibility::PrepareSystem() {
   mFields = {};
   mMoving.clear();
+  mResting.clear();
   if (!GatherFields(mFields)) return Deactivate("it has no velocity or no face fractions");
   const GridLayout& layout = mFields.velocity[0]->mLayout;
   mCells = layout.dims;
   mCellSize = layout.cellSize;
   if (mFields.density && mFields.density->Dims() != mCells) mFields.density = nullptr;
   if (mFields.source && mFields.source->Dims() != mCells) mFields.source = nullptr;
-  GatherMovingBodies(mMoving);
+  GatherSolids(mMoving, mResting);
   mCoupling.resize(mCells.z);
   for (auto& layer : mCoupling) layer.clear();
   LatticeSolver* used = &Used();
@@ -248,7 +251,7 @@ void Grid_Incompressibility::SubtractGradient(const CellBox& block) {
 }
 
 void Grid_Incompressibility::AddBodyCoupling(const CellBox& block) {
-  const SolidPush push(mFields, mMoving);
+  const SolidPush push(mFields, mMoving, mResting);
   const CellBox box = Clip(push.Reach(block), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
   const std::span<double> rhs = Used().GetRhs();
   for (i32 z = box.min.z; z < box.max.z; ++z) {

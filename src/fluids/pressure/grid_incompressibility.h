@@ -99,8 +99,9 @@ class Grid_Incompressibility : public iObject {
 
   /// The owner's fields of this step; false when one is missing.
   virtual bool GatherFields(ProjectionFields& fields);
-  /// The bodies that move in this step.
-  virtual void GatherMovingBodies(std::vector<MovingBody>& bodies) const;
+  /// The bodies that move in this step, and the obstacles that rest.
+  virtual void GatherSolids(std::vector<MovingBody>& moving,
+                            std::vector<const VolumeBase*>& resting) const;
 
   virtual bool PrepareSystem();
   /// Fills the system, which has no entries yet.
@@ -162,6 +163,7 @@ class Grid_Incompressibility : public iObject {
   VecInt3D mCells{};
   double mCellSize = 0;
   std::vector<MovingBody> mMoving;
+  std::vector<const VolumeBase*> mResting;
   std::vector<std::vector<CouplingTerm>> mCoupling;  ///< by layer, in cell order
   std::span<const SideLayer> mFarLayers;
   ClosedRegions mRegions;

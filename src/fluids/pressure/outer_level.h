@@ -46,7 +46,8 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
 
  protected:
   bool GatherFields(ProjectionFields& fields) override;
-  void GatherMovingBodies(std::vector<MovingBody>& /*bodies*/) const override {}
+  void GatherSolids(std::vector<MovingBody>& /*moving*/,
+                    std::vector<const VolumeBase*>& /*resting*/) const override {}
   void BuildSystem(const CellBox& block) override;
   /// The balance of the inner cells is that of the container.
   void MeasureDivergence() override {}

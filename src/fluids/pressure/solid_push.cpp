@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "fluids/flow/thin_faces.h"
 #include "fluids/pressure/projection_fields.h"
@@ -27,16 +28,27 @@ CellBox CellsInReach(const GridLayout& layout, const VolumeBase& volume) {
   return box;
 }
 
+bool Touches(const CellBox& reach, const VecInt3D& cell) {
+  bool touches = true;
+  for (int a = 0; a < 3; ++a) touches &= cell[a] + 1 >= reach.min[a] && cell[a] <= reach.max[a];
+  return touches;
+}
+
 }  // namespace
 
-SolidPush::SolidPush(const ProjectionFields& fields, std::span<const MovingBody> bodies)
+SolidPush::SolidPush(const ProjectionFields& fields, std::span<const MovingBody> bodies,
+                     std::span<const VolumeBase* const> resting)
     : mFields(fields), mLayout(fields.velocity[0]->mLayout) {
   for (const MovingBody& body : bodies) {
-    mBodies.push_back({body, CellsInReach(mLayout, *body.volume)});
-    const CellBox& reach = mBodies.back().reach;
+    const CellBox reach = CellsInReach(mLayout, *body.volume);
+    mBodies.push_back({{body.volume, reach}, body});
     if (reach.IsEmpty()) continue;
     mReach =
         mReach.IsEmpty() ? reach : CellBox{Min(mReach.min, reach.min), Max(mReach.max, reach.max)};
+  }
+  for (const VolumeBase* volume : resting) {
+    const CellBox reach = CellsInReach(mLayout, *volume);
+    if (!Clip(reach, mReach.min, mReach.max).IsEmpty()) mResting.push_back({volume, reach});
   }
 }
 
@@ -46,13 +58,12 @@ bool SolidPush::IsThin(const VolumeBase& volume, i32 axis, const VecInt3D& face)
          walls->Closes(face + CellsBetween(volume.GetGrid()->mLayout, mLayout), axis);
 }
 
-double SolidPush::ShareOf(const Body& body, i32 axis, const VecInt3D& face) const {
-  const VolumeBase& volume = *body.motion.volume;
-  if (IsThin(volume, axis, face)) return 1;
+/// Lowers the distances at the corners of a face to those of a volume.
+void SolidPush::Cut(const VolumeBase& volume, i32 axis, const VecInt3D& face,
+                    double (&corner)[4]) const {
   const GridLayout& own = volume.GetGrid()->mLayout;
   const i32 u = axis == 0 ? 1 : 0, v = axis == 2 ? 1 : 2;
   const double noise = 1e-9 * mLayout.cellSize;
-  double corner[4];
   for (int i = 0; i < 4; ++i) {
     VecInt3D node = face;
     node[u] += i == 1 || i == 2;
@@ -60,58 +71,87 @@ double SolidPush::ShareOf(const Body& body, i32 axis, const VecInt3D& face) cons
     const Vec3d p = mLayout.simOrigin + ToReal(node) * mLayout.simCell;
     bool inside = true;
     for (int a = 0; a < 3; ++a) inside &= p[a] >= own.simOrigin[a] && p[a] < own.simMax[a];
-    corner[i] = inside ? volume.DistanceAtWorld(p) : mLayout.cellSize;
-    if (std::fabs(corner[i]) < noise) corner[i] = 0;
+    if (!inside) continue;
+    const double distance = volume.DistanceAtWorld(p);
+    corner[i] = std::min(corner[i], std::fabs(distance) < noise ? 0 : distance);
   }
-  return SquareFraction(corner);
+}
+
+void SolidPush::AddResting(i32 axis, Face& face) const {
+  std::fill_n(face.corner, 4, double{mLayout.cellSize});
+  for (const Solid& solid : mResting) {
+    if (!Touches(solid.reach, face.at)) continue;
+    Cut(*solid.volume, axis, face.at, face.corner);
+    if (IsThin(*solid.volume, axis, face.at)) face.open = 0;
+  }
+  face.open *= 1 - SquareFraction(face.corner);
+}
+
+double SolidPush::ShareOf(const VolumeBase& volume, i32 axis, const Face& face) const {
+  if (face.open == 0 || IsThin(volume, axis, face.at)) return face.open;
+  double corner[4];
+  std::copy_n(face.corner, 4, corner);
+  Cut(volume, axis, face.at, corner);
+  return std::max(0.0, face.open - (1 - SquareFraction(corner)));
 }
 
 double SolidPush::Face::Flow() const {
   // Bodies that overlap share the face, and one that leaves no more than a hair fills it.
-  return share > solid - kLeastOpening ? flow * (solid / std::max(share, 1e-12)) : flow;
+  const double closed = std::max(0.0, solid - (1 - open));
+  return share > closed - kLeastOpening ? flow * (closed / std::max(share, 1e-12)) : flow;
 }
 
 Vec3d SolidPush::PositionOf(const VecInt3D& cell, i32 kind) const {
   return mLayout.simOrigin + (ToReal(cell) + OffsetOf(kind)) * mLayout.simCell;
 }
 
-void SolidPush::AddBody(const Body& body, const VecInt3D& cell, Face (&faces)[3][2]) const {
+/// Returns what leads through the surface of the resting solids in the cell, which none of its
+/// faces shows: of a steady flow as much as enters through the open parts of the faces leaves
+/// there.
+double SolidPush::AddBody(const Body& body, const VecInt3D& cell, Faces& faces) const {
   const MovingBody& motion = body.motion;
   const bool deforms = motion.perStep > 0;
-  Vec3d here;
+  const Vec3d centre = PositionOf(cell, kCentre);
+  const auto rigid = [&](const Vec3d& p) {
+    return motion.linear + Cross(motion.angular, p - motion.centre);
+  };
+  Vec3d middle;
   bool isKnown = false;
-  for (i32 axis = 0; axis < 3; ++axis)
+  double through = 0;
+  for (i32 axis = 0; axis < 3; ++axis) {
+    double share = 0;
     for (Face& face : faces[axis]) {
-      const double part = face.solid > 0 ? ShareOf(body, axis, face.at) : 0;
+      const double part = face.solid > 0 ? ShareOf(*body.volume, axis, face) : 0;
       if (part == 0) continue;
-      if (deforms && !isKnown)
-        here = motion.volume->SurfaceVelocityAt(PositionOf(cell, kCentre)) * motion.perStep;
-      isKnown = true;
-      if (!deforms)
-        here = motion.linear + Cross(motion.angular, PositionOf(face.at, axis) - motion.centre);
+      if (!std::exchange(isKnown, true))
+        middle = deforms ? body.volume->SurfaceVelocityAt(centre) * motion.perStep : rigid(centre);
+      const Vec3d here = deforms ? middle : rigid(PositionOf(face.at, axis));
+      share += part;
       face.flow += part * here[axis];
       face.share += part;
       face.fastest = std::max(face.fastest, Length(here));
     }
+    if (share == 0) continue;
+    const auto& [low, high] = faces[axis];
+    through += (high.open - low.open) * middle[axis] * (share / (low.open + high.open));
+  }
+  return through;
 }
 
 double SolidPush::Balance(i32 x, i32 y, i32 z) const {
   const VecInt3D cell{x, y, z};
-  Face faces[3][2];
+  Faces faces;
   for (i32 axis = 0; axis < 3; ++axis)
     for (i32 side = 0; side < 2; ++side) {
       Face& face = faces[axis][side];
       face.at = cell;
       face.at[axis] += side;
       face.solid = 1.0 - (*mFields.open[axis])(face.at.x, face.at.y, face.at.z);
+      if (face.solid > 0) AddResting(axis, face);
     }
-  for (const Body& body : mBodies) {
-    const CellBox& r = body.reach;
-    bool reaches = true;
-    for (int a = 0; a < 3; ++a) reaches &= cell[a] + 1 >= r.min[a] && cell[a] <= r.max[a];
-    if (reaches) AddBody(body, cell, faces);
-  }
   double sum = 0, open = kLeastOpening, fastest = 0;
+  for (const Body& body : mBodies)
+    if (Touches(body.reach, cell)) sum += AddBody(body, cell, faces);
   for (const auto& [low, high] : faces) {
     sum += low.Flow() - high.Flow();
     open += 2 - low.solid - high.solid;

@@ -24,18 +24,22 @@ struct MovingBody {
 
 /// The flow of moving solids through faces.
 ///
-/// Every face has one value, whichever of its two cells asks: the solid part of the face, body by
-/// body as each one's own distances cut it, times the velocity of that body there. So a rigid body
-/// that moves inside a closed region pushes as much in front as it leaves behind, to rounding, and
-/// a wall beside it pushes nothing. In the last gap before another solid, narrower than a quarter
-/// of a cell, it pushes no more than the gap lets out at its own speed. Of a body that deforms a
-/// cell takes the velocity of the surface nearest to its centre for all of its faces: inside of the
-/// body it would swell where it stretches, and sides that the stretching merely slides along would
-/// push.
+/// Every face has one value, whichever of its two cells asks: the part of the face that a body
+/// closes, times the velocity of that body there. What rests owns its part of a face first: a body
+/// closes what is open beside the resting solids alone and isn't beside them and the body. So a
+/// piston pushes what its tube leaves open, wherever both stand to the grid, a rigid body that
+/// moves inside a closed region pushes as much in front as it leaves behind, to rounding, and a
+/// wall beside it pushes nothing. Where a body comes out of a resting obstacle, or goes into it,
+/// inside of a cell, it does so through as much of the obstacle's surface as it closes of the
+/// faces on both sides. In the last gap before another solid, narrower than a quarter of a cell, a
+/// body pushes no more than the gap lets out at its own speed. Of a body that deforms a cell takes
+/// the velocity of the surface nearest to its centre for all of its faces: inside of the body it
+/// would swell where it stretches, and sides that the stretching merely slides along would push.
 class SolidPush {
  public:
-  /// `fields` and `bodies` have to last.
-  SolidPush(const ProjectionFields& fields, std::span<const MovingBody> bodies);
+  /// `fields` and the volumes of `bodies` and `resting`, obstacles that don't move, have to last.
+  SolidPush(const ProjectionFields& fields, std::span<const MovingBody> bodies,
+            std::span<const VolumeBase* const> resting = {});
 
   /// The cells that a body may push, of those in `box`.
   CellBox Reach(const CellBox& box) const { return Clip(box, mReach.min, mReach.max); }
@@ -43,26 +47,34 @@ class SolidPush {
   double Balance(i32 x, i32 y, i32 z) const;
 
  private:
-  struct Body {
-    MovingBody motion;
+  struct Solid {
+    const VolumeBase* volume;
     CellBox reach;  ///< cells that its grid touches
   };
-  /// A face of a cell: its solid part, what bodies fill of it, and their flow through it per area,
-  /// simulation units per second.
+  struct Body : Solid {
+    MovingBody motion;
+  };
+  /// A face of a cell: its solid part, what resting solids leave open of it, what bodies close of
+  /// that, and their flow through it per area, simulation units per second.
   struct Face {
     VecInt3D at;
-    double solid = 0, share = 0, flow = 0;
-    double fastest = 0;  ///< speed of the bodies that fill it, simulation units per second
+    double solid = 0, open = 1, share = 0, flow = 0;
+    double fastest = 0;     ///< speed of the bodies that fill it, simulation units per second
+    double corner[4] = {};  ///< distances of the resting solids, simulation units
     double Flow() const;
   };
+  using Faces = Face[3][2];
   Vec3d PositionOf(const VecInt3D& cell, i32 kind) const;
-  void AddBody(const Body& body, const VecInt3D& cell, Face (&faces)[3][2]) const;
+  void AddResting(i32 axis, Face& face) const;
+  double AddBody(const Body& body, const VecInt3D& cell, Faces& faces) const;
   bool IsThin(const VolumeBase& volume, i32 axis, const VecInt3D& face) const;
-  double ShareOf(const Body& body, i32 axis, const VecInt3D& face) const;
+  void Cut(const VolumeBase& volume, i32 axis, const VecInt3D& face, double (&corner)[4]) const;
+  double ShareOf(const VolumeBase& volume, i32 axis, const Face& face) const;
 
   const ProjectionFields& mFields;
   const GridLayout& mLayout;
   std::vector<Body> mBodies;
+  std::vector<Solid> mResting;  ///< of those that the bodies may meet
   CellBox mReach;
 };
 

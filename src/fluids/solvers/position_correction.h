@@ -27,7 +27,8 @@ class PositionCorrection {
   /// Solids don't push, nothing lets go of them, and no sealed room warns: nothing flows here.
   class OwnProjection : public Grid_Incompressibility_FreeSurface {
    protected:
-    void GatherMovingBodies(std::vector<MovingBody>& /*bodies*/) const override {}
+    void GatherSolids(std::vector<MovingBody>& /*moving*/,
+                      std::vector<const VolumeBase*>& /*resting*/) const override {}
     void CheckRegions() override {}
     void Settle() override {}
   };

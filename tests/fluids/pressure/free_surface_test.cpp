@@ -21,7 +21,7 @@ class LiquidProjection : public Grid_Incompressibility_FreeSurface {
     out = fields;
     return true;
   }
-  void GatherMovingBodies(std::vector<MovingBody>&) const override {}
+  void GatherSolids(std::vector<MovingBody>&, std::vector<const VolumeBase*>&) const override {}
 };
 
 using Shape = std::function<double(const Vec3d& p, double n)>;  // signed distance, all in cells

@@ -42,6 +42,7 @@ class Projection : public Grid_Incompressibility {
  public:
   ProjectionFields fields;
   std::vector<MovingBody> moving;
+  std::vector<const VolumeBase*> resting;
 
   void Gate(Duration* duration, SceneTime* time) { mDuration = duration, mTime = time; }
 
@@ -50,7 +51,11 @@ class Projection : public Grid_Incompressibility {
     out = fields;
     return true;
   }
-  void GatherMovingBodies(std::vector<MovingBody>& out) const override { out = moving; }
+  void GatherSolids(std::vector<MovingBody>& bodies,
+                    std::vector<const VolumeBase*>& others) const override {
+    bodies = moving;
+    others = resting;
+  }
 };
 
 struct Box {
