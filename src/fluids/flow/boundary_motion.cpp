@@ -13,6 +13,15 @@ namespace {
 constexpr double kStride =
     4;  // cells: a box that follows a mover step by step costs more than room
 
+/// The box of an obstacle's surface, simulation units. One that is turned inside out fills its grid
+/// beyond that.
+void FindSurfaceBox(const VolumeBase& obstacle, Vec3d& low, Vec3d& high) {
+  const GridLayout& grid = obstacle.GetGrid()->mLayout;
+  const TriMeshSTL& mesh = obstacle.GetMesh()->mMesh;
+  low = obstacle.mInverted ? grid.simOrigin : Max(mesh.GetBoundsMin(), grid.simOrigin);
+  high = obstacle.mInverted ? grid.simMax : Min(mesh.GetBoundsMax(), grid.simMax);
+}
+
 /// From the nearest closed side of a box of cells, negative behind it.
 double DistanceFromSides(const GridLayout& layout, u8 walls, const Vec3d& p) {
   double least = std::numeric_limits<double>::max();
@@ -62,10 +71,11 @@ std::vector<GridBoundary::Mover> GridBoundary::Movers() const {
   for (const VolumeBase* obstacle : mObstacles) {
     const double travel = TravelOf(*obstacle);
     if (travel == 0) continue;
-    const GridLayout& box = obstacle->GetGrid()->mLayout;
-    const Vec3d reach = Vec3d{1, 1, 1} * (travel + box.cellSize);
-    const Vec3d low = mLevelSet->mLayout.ToCells(box.simOrigin - reach);
-    const Vec3d high = mLevelSet->mLayout.ToCells(box.simMax + reach);
+    Vec3d low, high;
+    FindSurfaceBox(*obstacle, low, high);
+    const Vec3d reach = Vec3d{1, 1, 1} * (travel + mLevelSet->mLayout.cellSize);
+    low = mLevelSet->mLayout.ToCells(low - reach);
+    high = mLevelSet->mLayout.ToCells(high + reach);
     CellBox cells;
     for (i32 a = 0; a < 3; ++a) {
       const double last = mLevelSet->mLayout.dims[a] - 1.0;
