@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 #include "framework/state_archive.h"
 
@@ -16,19 +15,26 @@ constexpr double kMostPerSecond = 0.01;
 }  // namespace
 
 std::optional<double> DriftWatch::Add(const Step& step) {
-  mWindow.seconds += step.seconds;
-  mWindow.drift += step.drift;
-  mWindow.given += step.given;
-  mWindow.there = std::max(mWindow.there, step.there);
-  if (mWindow.seconds < kWindow) return {};
-  const Step window = std::exchange(mWindow, {});
-  const double share = std::max(window.there, window.given) * window.seconds;
-  if (!(std::abs(window.drift) > kMostPerSecond * share)) return {};
-  return window.drift / share;
+  mSteps.push_back(step);
+  double seconds = 0;
+  for (const Step& each : mSteps) seconds += each.seconds;
+  auto first = mSteps.begin();
+  while (seconds - first->seconds >= kWindow) seconds -= (first++)->seconds;
+  mSteps.erase(mSteps.begin(), first);
+  if (seconds < kWindow) return {};
+  Step sum;
+  for (const Step& each : mSteps) {
+    sum.drift += each.drift;
+    sum.given += each.given;
+    sum.there += each.there * each.seconds;
+  }
+  const double share = std::max(sum.there, sum.given * seconds);
+  if (!(std::abs(sum.drift) > kMostPerSecond * share)) return {};
+  return sum.drift / share;
 }
 
-void DriftWatch::Persist(StateArchive& archive) {
-  archive(mWindow.seconds, mWindow.drift, mWindow.given, mWindow.there);
-}
+void DriftWatch::Step::Persist(StateArchive& archive) { archive(seconds, drift, given, there); }
+
+void DriftWatch::Persist(StateArchive& archive) { archive(mSteps); }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
