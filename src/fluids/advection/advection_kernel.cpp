@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "fluids/advection/even_rows.h"
-#include "fluids/advection/path_solids.h"
+#include "fluids/advection/row_chunks.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -38,57 +38,9 @@ void MarkBeyondSides(const AdvectionData& data, const RowVectors& points, i32 n,
   }
 }
 
-/// Some samples of a row with the velocity there.
-struct Chunk {
-  i32 index;    ///< of the first sample
-  i32 x, y, z;  ///< of the same
-  i32 n;
-  RowVectors start, k1;
-  bool solid[kRowChunk];
-  bool anySolid;
-};
-
-/// Marks cells whose centre lies in a thin wall as solid too; true when any is.
-bool MarkFilled(const ThinFaces& thin, const VecInt3D& first, Chunk& c) {
-  bool any = false;
-  for (i32 i = 0; i < c.n; ++i) {
-    c.solid[i] = (c.anySolid && c.solid[i]) || thin.IsFilled(first + VecInt3D{i, 0, 0});
-    any |= c.solid[i];
-  }
-  return any;
-}
-
-/// Calls f(chunk) for the samples of the box that are busy, and rest(index, n) for the others.
-template <class Rest, class F>
-void ForEachChunk(const AdvectionData& data, const PathSolids& solids, const CellBox& box,
-                  Rest&& rest, F&& f) {
-  const EGrid<double>& shape = data.Shape();
-  const bool isCentred = OffsetOf(shape.mKind) == OffsetOf(kCentre);
-  Chunk c;
-  for (i32 z = box.min.z; z < box.max.z; ++z)
-    for (i32 y = box.min.y; y < box.max.y; ++y)
-      for (i32 x = box.min.x; x < box.max.x; x += kRowChunk) {
-        const i32 last = std::min(x + kRowChunk, box.max.x), row = shape.Index(0, y, z);
-        const IndexRange part = data.busy ? data.busy->PartOf(x, last, y, z) : IndexRange{x, last};
-        rest(row + x, part.first - x);
-        rest(row + part.last, last - part.last);
-        if (part.IsEmpty()) continue;
-        c.n = part.last - part.first;
-        c.index = row + part.first;
-        c.x = part.first;
-        c.y = y;
-        c.z = z;
-        c.anySolid = solids.FindSolid(part.first, y, z, c.n, c.solid);
-        if (data.thin && isCentred) c.anySolid = MarkFilled(*data.thin, {part.first, y, z}, c);
-        SetRow(part.first, y, z, OffsetOf(shape.mKind), c.n, c.start);
-        VelocityAtSamples(data.velocity, shape.mKind, part.first, y, z, c.n, c.k1);
-        f(c);
-      }
-}
-
 /// The ends of the paths of a chunk over a time of `step`, given in cells; `bent` marks those that
 /// a solid or a side moved. False when none is.
-bool Trace(const AdvectionData& data, const PathSolids& solids, const Chunk& c, double step,
+bool Trace(const AdvectionData& data, const PathSolids& solids, const SampleChunk& c, double step,
            RowVectors& ends, bool* bent) {
   TraceRow(data.velocity, c.start, c.k1, step / data.Shape().mLayout.cellSize, data.order, c.n,
            ends);
@@ -98,7 +50,7 @@ bool Trace(const AdvectionData& data, const PathSolids& solids, const Chunk& c, 
 }
 
 /// Samples of a chunk that are solid keep what the source holds there.
-void KeepSolid(const Chunk& c, const Grid<double>& source, double* row) {
+void KeepSolid(const SampleChunk& c, const Grid<double>& source, double* row) {
   for (i32 i = 0; c.anySolid && i < c.n; ++i)
     if (c.solid[i]) row[i] = source[c.index + i];
 }
@@ -106,7 +58,7 @@ void KeepSolid(const Chunk& c, const Grid<double>& source, double* row) {
 /// How much thinner what moved along the paths of a chunk gets. A parcel grows by the mean outflow
 /// at both ends; with paths of one velocity alone by that of where this was looked up, for it is
 /// the share by which such paths part.
-void FindThinning(const AdvectionData& data, const Chunk& c, const SamplePoints& from,
+void FindThinning(const AdvectionData& data, const SampleChunk& c, const SamplePoints& from,
                   double* factors) {
   const double* end = data.outflow->mData + c.index;
   if (data.order == 0) {
@@ -141,7 +93,7 @@ void MarkAtSamples(const RowCorners& corners, i32 i, const Grid<double>& shape, 
 
 /// Leaves where the paths of a chunk start for the second half of the step. `bent` may be null.
 void KeepStarts(const AdvectionData& data, const SamplePoints& from, const bool* bent,
-                const Chunk& c) {
+                const SampleChunk& c) {
   i32* starts = data.starts->mData + c.index;
   u8* marks = data.marks->mData + c.index;
   std::copy_n(from.corners.index, c.n, starts);
@@ -161,14 +113,12 @@ void KeepStarts(const AdvectionData& data, const SamplePoints& from, const bool*
 }
 
 /// Marks samples that are solid, or whose paths forward end where thin walls part what is there.
-void MarkEnds(const Chunk& c, const SamplePoints& to, u8* marks) {
+void MarkEnds(const SampleChunk& c, const SamplePoints& to, u8* marks) {
   for (i32 i = 0; to.isParted && i < c.n; ++i)
     if (to.IsParted(i)) marks[i] |= CorrectedRow::kUncorrected;
   for (i32 i = 0; c.anySolid && i < c.n; ++i)
     if (c.solid[i]) marks[i] |= CorrectedRow::kSolid;
 }
-
-bool HasSampling(const AdvectionData& data) { return data.sampling >= 0 && data.sampling <= 2; }
 
 /// Writes what holds nothing to one of the grids of each field.
 auto NothingGoesTo(const AdvectionData& data, auto grid) {
@@ -229,7 +179,7 @@ void AdvectBackward(const AdvectionData& data, const CellBox& box) {
   SamplePoints from;
   bool bent[kRowChunk];
   ForEachChunk(data, solids, box, NothingGoesTo(data, &AdvectedField::destination),
-               [&](const Chunk& c) {
+               [&](const SampleChunk& c) {
                  Trace(data, solids, c, -data.step, ends, bent);
                  from.Find(data.Shape(), data.thin, ends, c.n);
                  if (data.outflow) FindThinning(data, c, from, thinning.v);
@@ -250,7 +200,7 @@ void Predict(const AdvectionData& data, const CellBox& box) {
   SamplePoints from;
   bool bent[kRowChunk];
   ForEachChunk(data, solids, box, NothingGoesTo(data, &AdvectedField::predicted),
-               [&](const Chunk& c) {
+               [&](const SampleChunk& c) {
                  const bool anyBent = Trace(data, solids, c, -data.step, ends, bent);
                  from.Find(data.Shape(), data.thin, ends, c.n);
                  KeepStarts(data, from, anyBent ? bent : nullptr, c);
@@ -277,7 +227,7 @@ void Correct(const AdvectionData& data, const CellBox& box) {
   u8 marks[kRowChunk];
   bool bent[kRowChunk];
   ForEachChunk(data, solids, box, NothingGoesTo(data, &AdvectedField::destination),
-               [&](const Chunk& c) {
+               [&](const SampleChunk& c) {
                  // Whatever solids do to a path forward, it tells what went there.
                  Trace(data, solids, c, data.step, ends, bent);
                  std::copy_n(data.marks->mData + c.index, c.n, marks);

@@ -51,15 +51,10 @@ void FindExtremesAt(const double* middle, const CorrectedRow& row, u8 marks, dou
       }
 }
 
+/// The samples that limit a value.
 template <class T, class From>
-inline __attribute__((always_inline)) void CorrectLanes(const CorrectedRow& row, const From& from,
-                                                        i32 i, Corrected<T>& c) {
-  T returned, least, most;
-  Load(row.before + i, c.before);
-  Load(row.predicted + i, c.predicted);
-  Load(row.returned + i, returned);
-  c.whole = row.share * (c.before - returned);
-  c.value = c.predicted + c.whole;
+inline __attribute__((always_inline)) void FindLimits(const CorrectedRow& row, const From& from,
+                                                      i32 i, T& least, T& most) {
   FindCornerExtremes(from, row.ny, row.nz, least, most);
   if (IsMarked<T>(row.marks + i))
     for (int lane = 0; lane < kLanesOf<T>; ++lane)
@@ -69,6 +64,18 @@ inline __attribute__((always_inline)) void CorrectLanes(const CorrectedRow& row,
         SetLane(least, lane, low);
         SetLane(most, lane, high);
       }
+}
+
+template <class T, class From>
+inline __attribute__((always_inline)) void CorrectLanes(const CorrectedRow& row, const From& from,
+                                                        i32 i, Corrected<T>& c) {
+  T returned, least, most;
+  Load(row.before + i, c.before);
+  Load(row.predicted + i, c.predicted);
+  Load(row.returned + i, returned);
+  c.whole = row.share * (c.before - returned);
+  c.value = c.predicted + c.whole;
+  FindLimits(row, from, i, least, most);
   c.value = most < c.value ? most : c.value;
   c.value = least > c.value ? least : c.value;
 }
@@ -142,6 +149,20 @@ inline __attribute__((always_inline)) void CorrectEach(const CorrectedRow& row, 
 }
 
 }  // namespace
+
+SULVA_WIDE_KERNEL void LimitRow(const CorrectedRow& row, bool isHighest, i32 n,
+                                double* __restrict out) {
+  const CorrectedRow own = row;
+  const auto find = [&]<class T>(i32 i, const auto& from, T least) __attribute__((always_inline)) {
+    T most;
+    FindLimits(own, from, i, least, most);
+    Store(isHighest ? most : least, out + i);
+  };
+  ForEachRun(
+      own.limits, own.corners,
+      n, [&](i32 i, const auto& from) __attribute__((always_inline)) { find(i, from, RunLanes{}); },
+      [&](i32 i, const auto& from) __attribute__((always_inline)) { find(i, from, double{}); });
+}
 
 SULVA_WIDE_KERNEL void CorrectRow(const CorrectedRow& row, i32 n, double* __restrict out) {
   const CorrectedRow own = row;

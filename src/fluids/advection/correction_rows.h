@@ -46,6 +46,10 @@ struct CorrectedRow {
   }
 };
 
+/// The limits of samples of a `CorrectedRow` on one side: the highest that a value may become, or
+/// the lowest.
+void LimitRow(const CorrectedRow& row, bool isHighest, i32 n, double* out);
+
 /// out = predicted + share (before - returned), inside of the limits.
 void CorrectRow(const CorrectedRow& row, i32 n, double* out);
 /// The same; adds what was done to `sums`.

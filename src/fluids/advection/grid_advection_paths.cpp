@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "fluids/advection/correction_room.h"
 #include "fluids/advection/grid_advection.h"
 #include "fluids/advection/side_air.h"
 #include "fluids/advection/spline_coefficients.h"
@@ -160,9 +161,19 @@ bool GridAdvection::PredictAndCorrect(std::vector<AdvectedField>& fields, const 
   WatchCorrections(fields, data, reach);
   RunPass(data, &Correct);
   if (isClosed) ForEachBlock(layers, threads, [&](i32 z) { AddInflowCorrections(data, z); });
-  for (const AdvectedField& field : fields)
-    if (field.balance) field.balance->Find(field.isTotalKnown, field.gain);
+  bool hasExcess = false;
+  for (const AdvectedField& field : fields) {
+    if (!field.balance) continue;
+    field.balance->Find(field.isTotalKnown, field.gain);
+    hasExcess |= field.balance->HasExcess();
+    field.balance->BeginRoom();
+  }
   RunPass(data, &Balance);
+  if (!hasExcess) return true;
+  RunPass(data, &SumRoom);
+  for (const AdvectedField& field : fields)
+    if (field.balance) field.balance->FindShares();
+  RunPass(data, &LevelRoom);
   return true;
 }
 
