@@ -1,7 +1,6 @@
 #include "fluids/advection/flux_sharpening.h"
 
 #include <algorithm>
-#include <vector>
 
 #include "fluids/advection/share_rows.h"
 #include "grids/fixed_blocks.h"
@@ -40,26 +39,35 @@ SULVA_WIDE_KERNEL void FluxRow(const f32* spread, const double* strength, const 
   }
 }
 
-/// Adds what the faces below and above bring, and what they take away.
-SULVA_WIDE_KERNEL void AddFluxes(const f32* flux, i32 step, i32 n, double* __restrict in,
-                                 double* __restrict out) {
-  for (i32 i = 0; i < n; ++i) {
-    const double below = flux[i - step], above = -flux[i];
-    in[i] += (below > 0 ? below : 0.0) + (above > 0 ? above : 0.0);
-    out[i] += (below < 0 ? -below : 0.0) + (above < 0 ? -above : 0.0);
+/// What the faces of a cell along an axis bring, and what they take away.
+struct CellFluxes {
+  double in = 0, out = 0;
+
+  inline __attribute__((always_inline)) void Add(const f32* flux, i32 step) {
+    const double below = flux[-step], above = -flux[0];
+    in += (below > 0 ? below : 0.0) + (above > 0 ? above : 0.0);
+    out += (below < 0 ? -below : 0.0) + (above < 0 ? -above : 0.0);
   }
-}
+};
 
 /// Limits become the shares of the fluxes that they allow.
-SULVA_WIDE_KERNEL void RoomRow(const double* strength, const double* volume, const double* in,
-                               const double* out, i32 n, double* __restrict least,
-                               double* __restrict most) {
+SULVA_WIDE_KERNEL void RoomRow(const double* strength, const double* volume,
+                               const f32* const (&flux)[3], const i32 (&steps)[3], i32 n,
+                               double* __restrict least, double* __restrict most) {
+  const f32 *fx = flux[0], *fy = flux[1], *fz = flux[2];
+  const i32 ny = steps[1], nz = steps[2];
   for (i32 i = 0; i < n; ++i) {
+    CellFluxes all;
+    all.Add(fx + i, 1);
+    all.Add(fy + i, ny);
+    all.Add(fz + i, nz);
     const double up = (most[i] - strength[i]) * volume[i];
     const double down = (strength[i] - least[i]) * volume[i];
     const double roomUp = up > 0 ? up : 0.0, roomDown = down > 0 ? down : 0.0;
-    most[i] = in[i] > roomUp ? roomUp / in[i] : 1.0;
-    least[i] = out[i] > roomDown ? roomDown / out[i] : 1.0;
+    // Both are reckoned whichever counts, so that cells are done side by side.
+    const double shareUp = roomUp / all.in, shareDown = roomDown / all.out;
+    most[i] = all.in > roomUp ? shareUp : 1.0;
+    least[i] = all.out > roomDown ? shareDown : 1.0;
   }
 }
 
@@ -193,11 +201,8 @@ void FluxSharpening::CloseFluxes(std::span<const ThinFaces::Face> closed) {
 void FluxSharpening::FindRoom(const Carried& field) {
   const i32 steps[3] = {1, mDims.x, mSlice};
   ForEachRow([&](i32 c, i32 n) {
-    thread_local std::vector<double> in, out;
-    in.assign(n, 0.0);
-    out.assign(n, 0.0);
-    for (int a = 0; a < 3; ++a) AddFluxes(mFlux[a]->mData + c, steps[a], n, in.data(), out.data());
-    RoomRow(mStrength->mData + c, field.volume + c, in.data(), out.data(), n, mLeast->mData + c,
+    const f32* const flux[3] = {mFlux[0]->mData + c, mFlux[1]->mData + c, mFlux[2]->mData + c};
+    RoomRow(mStrength->mData + c, field.volume + c, flux, steps, n, mLeast->mData + c,
             mMost->mData + c);
   });
 }
