@@ -32,7 +32,7 @@ const NodeKind& GridCacher::Kind() {
       .stages = {kLoadCache, kEmitters, kSaveCache},
       .priority = 0,
       .menu = {"Grids/Operators"},
-      .purpose = "records fields, volumes and the gas, a file a frame, and plays them back",
+      .purpose = "records fields, volumes, surfaces and the gas, a file a frame, and plays them back",
       .example =
           {{},
            {example::kSmoke, example::kGas,
@@ -49,6 +49,7 @@ const ParameterTable& GridCacher::Parameters() {
     std::find_if(rows.begin(), rows.end(),
                  [](const ParameterRow& row) { return row.id == cache_row::kObjects; })
         ->Accepts({VolumeMesh::Kind().id})
+        .AcceptsAny({kListGeometry, kCategoryParticle})
         .AcceptsAny(kAllChannels)
         .AcceptsAny(kSolvers);
     const ParameterTable own = {

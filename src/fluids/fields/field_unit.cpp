@@ -7,6 +7,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 const char* UnitOfField(i32 typeId, i32 list) {
   switch (typeId) {
     case kTypeVolumeMesh:
+    case kTypeSurfaceReconstructor:
     case kTypeMultiVolume:
     case kTypeLevelsetChannel: return "m";
     case kTypeTemperatureChannel: return "K";
