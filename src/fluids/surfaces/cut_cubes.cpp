@@ -20,7 +20,7 @@ class CubeCutter {
         mNy(lattice.nodes.y),
         mGreatestChange(lattice.GreatestChange()) {
     for (Plane& plane : mPlanes) plane.rows.resize(mNy);
-    mColumns.resize(std::size_t(mNx) * mNy);
+    mColumns.assign(std::size_t(mNx) * mNy, -1);
   }
 
   void Run() {
@@ -40,6 +40,7 @@ class CubeCutter {
     std::vector<double> values;
     std::vector<u8> rows;       ///< which signs each row has
     std::vector<i32> edges[2];  ///< along x and y; -1 without a point
+    bool hasPoints = false;     ///< on its edges
   };
 
   /// Reads a layer into the upper plane.
@@ -52,8 +53,12 @@ class CubeCutter {
       for (i32 x = 1; x < mNx; ++x) low = std::min(low, row[x]), high = std::max(high, row[x]);
       plane.rows[y] = static_cast<u8>((low < 0 ? kNegative : 0) | (high >= 0 ? kPositive : 0));
     }
-    for (auto& edges : plane.edges) edges.assign(plane.values.size(), -1);
-    std::fill(mColumns.begin(), mColumns.end(), -1);
+    // Most layers have none: what lies far from the surface is but read.
+    if (plane.hasPoints || plane.edges[0].empty())
+      for (auto& edges : plane.edges) edges.assign(plane.values.size(), -1);
+    plane.hasPoints = false;
+    if (mHasColumns) std::fill(mColumns.begin(), mColumns.end(), -1);
+    mHasColumns = false;
   }
 
   void CutLayer(i32 z) {
@@ -116,6 +121,7 @@ class CubeCutter {
     const std::size_t index = std::size_t(mNx) * node.y + node.x;
     i32& point = axis == 2 ? mColumns[index] : mPlanes[corner >> 2 & 1].edges[axis][index];
     if (point >= 0) return point;
+    (axis == 2 ? mHasColumns : mPlanes[corner >> 2 & 1].hasPoints) = true;
     const double a = values[corner], b = values[corner | 1 << axis];
     Vec3d p = ToReal(node);
     p[axis] += a / (a - b);
@@ -128,6 +134,7 @@ class CubeCutter {
   }
 
   static void Collect(const Plane& plane, i32 z, SurfaceSlab::Seam& seam) {
+    if (!plane.hasPoints) return;
     for (u64 axis = 0; axis < 2; ++axis)
       for (std::size_t i = 0; i < plane.edges[axis].size(); ++i)
         if (plane.edges[axis][i] >= 0)
@@ -140,6 +147,7 @@ class CubeCutter {
   double mGreatestChange;
   Plane mPlanes[2];
   std::vector<i32> mColumns;  ///< points on the edges between the planes
+  bool mHasColumns = false;
 };
 
 }  // namespace
