@@ -23,6 +23,7 @@ constexpr i32 kSamples = kWide * kHigh * kThick;
 struct ParticleSurface::Sums {
   alignas(32) double weight[kSamples], x[kSamples], y[kSamples], z[kSamples];
   double share[kSamples];    ///< of the weights with masses
+  double thin[kSamples];     ///< of the weights with how thin an ellipsoid is
   double nearest[kSamples];  ///< squared distance of the nearest one, and what it brings
   Vec3d nearestWay[kSamples];
   double nearestShare[kSamples];
@@ -150,9 +151,9 @@ SurfaceShape SurfaceShape::Fitted(i32 mode, double reach, double spacing) {
 
 double ParticleSurface::Outside() const {
   if (mShape.fits)
-    return mShape.reach * (mShape.mode == SurfaceShape::kAveragedPosition
-                               ? mHalfSpace.OfMean(1 - mGap)
-                               : mHalfSpace.OfShare(0));
+    return mLeastThin * mShape.reach *
+           (mShape.mode == SurfaceShape::kAveragedPosition ? mHalfSpace.OfMean(1 - mGap)
+                                                           : mHalfSpace.OfShare(0));
   return mShape.mode == SurfaceShape::kAveragedPosition
              ? std::max(mShape.reach, mShape.radius) - mShape.radius
              : mShape.radius * mShape.blobScale;
@@ -185,7 +186,7 @@ bool ParticleSurface::IsPlain() const {
 }
 
 Vec3d ParticleSurface::InFrame(const Vec3d& way, i32 row) const {
-  if (!mFrames.empty()) return mFrames[row].Rotate(way);
+  if (!mFrames.empty()) return mFrames[row].frame.Rotate(way);
   const auto axis = [&](int a, const Vec3d& unit) {
     return mAxes[a] ? mAxes[a]->Get(row, unit) : unit;
   };
@@ -220,6 +221,7 @@ void ParticleSurface::AddWithFrames(std::span<const PointLookup::Entry> points, 
                          static_cast<i32>(std::floor((from[a] + mShape.reach) / block.step[a])));
     }
     const double share = ShareOf(point.index);
+    const double thin = mFrames.empty() ? 1 : mFrames[point.index].thin;
     for (i32 k = first.z; k <= last.z; ++k)
       for (i32 j = first.y; j <= last.y; ++j)
         for (i32 i = first.x; i <= last.x; ++i) {
@@ -234,6 +236,7 @@ void ParticleSurface::AddWithFrames(std::span<const PointLookup::Entry> points, 
           sums.y[at] += w * d.y;
           sums.z[at] += w * d.z;
           sums.share[at] += w * share;
+          sums.thin[at] += w * thin;
           if (sums.count[at]++ > 0 && squared >= sums.nearest[at]) continue;
           sums.nearest[at] = squared;
           sums.nearestWay[at] = d;
@@ -252,14 +255,17 @@ double ParticleSurface::ValueOf(const Sums& sums, i32 i) const {
   if (!isLonely && !(sums.weight[i] > 0)) return Outside();
   const Vec3d mean =
       isLonely ? sums.nearestWay[i] : Vec3d{sums.x[i], sums.y[i], sums.z[i]} / sums.weight[i];
-  if (!mShape.corrects) return ValueOfMean(Length(mean));
+  // Where frames stretch space, distances come out larger than they are.
+  const double length = Length(mean);
+  const double scale = mFrames.empty() || isLonely ? 1 : sums.thin[i] / sums.weight[i];
+  if (!mShape.corrects) return scale * ValueOfMean(length);
   const double filled = mKernelSum || !(mFullSum > 0) ? share : share / mFullSum;
   const double lack = std::min(filled, mShape.correctHigh) - mShape.correctHigh;
   const double range = mShape.correctHigh - mShape.correctLow;
   const double left = range > 0 ? std::max(0.0, 1 - lack * lack / (range * range)) : 1.0;
   const double radius =
       mShape.fits ? mShape.reach * (mHalfSpace.MeanAtSurface() + mGap) : mShape.radius;
-  return ValueOfMean(Length(mean) + radius * (1 - left * left));
+  return scale * ValueOfMean(length + radius * (1 - left * left));
 }
 
 void ParticleSurface::FillBlock(EGrid<double>& grid, const Block& block, Sums& sums,
@@ -278,7 +284,7 @@ void ParticleSurface::FillBlock(EGrid<double>& grid, const Block& block, Sums& s
     isReached = scratch.block.count > 0;
     if (isReached) SumPlain(scratch, reach, sums);
   } else if (!isDeep) {
-    for (double* sum : {sums.weight, sums.x, sums.y, sums.z, sums.share})
+    for (double* sum : {sums.weight, sums.x, sums.y, sums.z, sums.share, sums.thin})
       std::fill_n(sum, kSamples, 0.0);
     std::fill_n(sums.count, kSamples, 0);
     mPoints.ForEachRow(block.origin - wide, high + wide, [&](auto points) {
@@ -378,18 +384,28 @@ void ParticleSurface::FitEllipsoids(i32 threads) {
       for (const auto& point : mPoints.Row(0, n.x - 1, y, z))
         rows = std::max(rows, point.index + 1);
   mFrames.resize(rows);
+  const auto fit = [&](const PointLookup::Entry& point) {
+    const Ellipsoid ellipsoid =
+        FitEllipsoid(point.position, mPoints, mShape.ellipsoidRadius, mShape.cell);
+    mFrames[point.index] = {ellipsoid.frame, 1 / Largest(ellipsoid.scales)};
+  };
   ForEachBlock(n.z, threads, [&](i32 z) {
     for (i32 y = 0; y < n.y; ++y)
       for (const auto& point : mPoints.Row(0, n.x - 1, y, z))
-        if (!IsDeep(point.position, point.position))
-          mFrames[point.index] =
-              FitEllipsoid(point.position, mPoints, mShape.ellipsoidRadius, mShape.cell).frame;
+        if (!IsDeep(point.position, point.position)) fit(point);
   });
+}
+
+double ParticleSurface::LeastThin() const {
+  double least = 1;
+  for (const Frame& frame : mFrames) least = std::min(least, frame.thin);
+  return least;
 }
 
 void ParticleSurface::Fill(EGrid<double>& grid, i32 threads) {
   FindDeep(threads);
   FitEllipsoids(threads);
+  mLeastThin = LeastThin();
   const VecInt3D n = grid.Dims();
   const i32 linesY = (n.y + kHigh - 1) / kHigh, linesZ = (n.z + kThick - 1) / kThick;
   const i32 lines = linesY * linesZ;

@@ -67,9 +67,15 @@ class ParticleSurface {
   struct Sums;
   struct Block;
   struct PlainScratch;
+  /// Of an ellipsoid: what makes a ball of it, and its shortest axis over that ball's.
+  struct Frame {
+    Matrix frame;
+    double thin = 1;
+  };
   bool IsPlain() const;
   void FindDeep(i32 threads);
   void FitEllipsoids(i32 threads);
+  double LeastThin() const;
   bool IsDeep(const Vec3d& low, const Vec3d& high) const;
   void FillBlock(EGrid<double>& grid, const Block& block, Sums& sums, PlainScratch& scratch) const;
   /// One weight for all, and no frames. `reach` in steps of samples.
@@ -89,7 +95,8 @@ class ParticleSurface {
   SurfaceShape mShape;
   const PropertyColumn<Vec3d>* mAxes[3] = {};
   const PropertyColumn<double>*mMass = nullptr, *mKernelSum = nullptr;
-  std::vector<Matrix> mFrames;  ///< by row; empty unless they were fitted
+  std::vector<Frame> mFrames;  ///< by row; empty unless they were fitted
+  double mLeastThin = 1;       ///< of all frames
   HalfSpace mHalfSpace;
   double mGap = 0;          ///< what gaps between particles add to the mean's distance, over R
   double mFullSum = 0;      ///< the sum of weights amid a liquid

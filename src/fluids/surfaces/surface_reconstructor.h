@@ -83,7 +83,7 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   i32 mLeastNeighbours = 1;
   bool mFits = true;
   double mPerCell = 8;
-  i32 mSmoothing = 0;
+  i32 mSmoothing = 2;
   double mEllipsoidRadius = 0;  ///< cells
   ConstraintList mConstraints;
 

@@ -133,8 +133,9 @@ const ParameterTable& SurfaceReconstructor::Parameters() {
           .Range(0.01, 1000)
           .OnlyWith(kFitRow, {1})
           .To(&SurfaceReconstructor::mPerCell),
-      LongRow(kSmoothingRow, "smoothing", 0, "",
+      LongRow(kSmoothingRow, "smoothing", 2, "",
               "steps that take bumps off the surface and keep its volume")
+          .Missing(0)
           .Range(0, 1000)
           .To(&SurfaceReconstructor::mSmoothing),
       RealRow(kEllipsoidRow, "ellipsoid_radius", 0.0, "cells",

@@ -4,13 +4,14 @@
 #include <cmath>
 #include <vector>
 
+#include "fluids/volume/cell_fractions.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr double kMostMove = 0.5;  ///< cells
+constexpr double kMostMove = 0.25, kMostShift = 1;  ///< cells
 constexpr i64 kPart = 4096;
 
 /// The samples that move, and what was there before.
@@ -21,7 +22,7 @@ class Smoother {
 
   void Run(i32 steps) {
     Collect();
-    const double volume = Volume(Slopes(), 0);
+    const double volume = Volume(0);
     std::vector<double> first = Values(), next(mIndices.size());
     const double most = kMostMove * mGrid.mLayout.cellSize;
     for (i32 step = 0; step < steps; ++step) {
@@ -47,52 +48,96 @@ class Smoother {
     return values;
   }
 
-  /// How much the field changes over a cell.
-  std::vector<double> Slopes() const {
-    std::vector<double> slopes(mIndices.size());
-    ForEachPart([&](i64 i) {
-      const double* v = mGrid.mData + mIndices[i];
-      double sum = 0;
-      for (const i32 step : {1, mGrid.mNx, mGrid.mSlice})
-        sum += 0.25 * (v[step] - v[-step]) * (v[step] - v[-step]);
-      slopes[i] = std::sqrt(sum);
-    });
-    return slopes;
-  }
-  /// The part of the samples' cells that lies below `level`, in cells.
-  double Volume(const std::vector<double>& slopes, double level) const {
-    return SumBlocks(static_cast<i64>(mIndices.size()), kPart, mThreads, [&](i64 from, i64 to) {
+  /// What of the cells near the surface lies below `level`, in cells.
+  double Volume(double level) const {
+    const i32 ny = mGrid.mNx, nz = mGrid.mSlice;
+    return SumBlocks(static_cast<i64>(mCells.size()), kPart, mThreads, [&](i64 from, i64 to) {
       double sum = 0;
       for (i64 i = from; i < to; ++i) {
-        const double depth = level - mGrid.mData[mIndices[i]];
-        sum += slopes[i] > 0 ? std::clamp(0.5 + depth / slopes[i], 0.0, 1.0) : depth > 0;
+        const double* v = mGrid.mData + mCells[i];
+        const double c[8] = {v[0] - level,       v[1] - level,          v[ny] - level,
+                             v[ny + 1] - level,  v[nz] - level,         v[nz + 1] - level,
+                             v[nz + ny] - level, v[nz + ny + 1] - level};
+        const auto below = std::count_if(c, c + 8, [](double corner) { return corner <= 0; });
+        sum += below == 8 ? 1 : below == 0 ? 0 : CubeFraction(c);
       }
       return sum;
     });
   }
-  /// Moves the surface until it holds a volume. It grows with the level: the way to it is halved.
+  /// Moves the surface until it holds a volume, which grows with the level: secants that keep it
+  /// between them (Dowell and Jarratt 1971).
   void BringBack(double volume) {
-    const std::vector<double> slopes = Slopes();
-    double low = -mGrid.mLayout.cellSize, high = -low;
-    for (i32 turn = 0; turn < 14; ++turn) {
-      const double middle = 0.5 * (low + high);
-      (Volume(slopes, middle) < volume ? low : high) = middle;
+    double low = -kMostShift * mGrid.mLayout.cellSize, high = -low;
+    double below = Volume(low) - volume, above = Volume(high) - volume;
+    if (!(below < 0 && above > 0)) return;
+    double level = 0;
+    for (i32 turn = 0, side = 0; turn < 6; ++turn) {
+      level = low - below * (high - low) / (above - below);
+      const double error = Volume(level) - volume;
+      if (error == 0) break;
+      if (error < 0) {
+        low = level;
+        below = error;
+        if (side < 0) above /= 2;
+        side = -1;
+      } else {
+        high = level;
+        above = error;
+        if (side > 0) below /= 2;
+        side = 1;
+      }
     }
-    const double level = 0.5 * (low + high);
     ForEachPart([&](i64 i) { mGrid.mData[mIndices[i]] -= level; });
   }
 
   void Collect() {
-    std::vector<std::vector<i32>> layers(mGrid.mNz);
-    ForEachBlock(mGrid.mNz, mThreads, [&](i32 z) {
-      if (z < 1 || z >= mGrid.mNz - 1) return;
-      for (i32 y = 1; y < mGrid.mNy - 1; ++y)
-        for (i32 x = 1; x < mGrid.mNx - 1; ++x) {
+    std::vector<std::vector<i32>> samples(mGrid.mNz), cells(mGrid.mNz);
+    const std::vector<u8> isBusy = FindBusyRows();
+    ForEachBlock(mGrid.mNz - 1, mThreads, [&](i32 z) {
+      for (i32 y = 0; y < mGrid.mNy - 1; ++y) {
+        if (!IsBesideBusy(isBusy, y, z)) continue;
+        for (i32 x = 0; x < mGrid.mNx - 1; ++x) {
           const i32 at = mGrid.Index(x, y, z);
-          if (Varies(at)) layers[z].push_back(at);
+          if (x > 0 && y > 0 && z > 0 && Varies(at)) samples[z].push_back(at);
+          if (MayCross(at)) cells[z].push_back(at);
         }
+      }
     });
-    for (const auto& layer : layers) mIndices.insert(mIndices.end(), layer.begin(), layer.end());
+    for (const auto& layer : samples) mIndices.insert(mIndices.end(), layer.begin(), layer.end());
+    for (const auto& layer : cells) mCells.insert(mCells.end(), layer.begin(), layer.end());
+  }
+
+  /// Which lines of samples along x aren't outside all along.
+  std::vector<u8> FindBusyRows() const {
+    std::vector<u8> isBusy(static_cast<std::size_t>(mGrid.mNy) * mGrid.mNz);
+    ForEachBlock(mGrid.mNz, mThreads, [&](i32 z) {
+      for (i32 y = 0; y < mGrid.mNy; ++y) {
+        const double* row = mGrid.mData + mGrid.Index(0, y, z);
+        double least = row[0];
+        for (i32 x = 1; x < mGrid.mNx; ++x) least = std::min(least, row[x]);
+        isBusy[std::size_t(z) * mGrid.mNy + y] = least < mOutside;
+      }
+    });
+    return isBusy;
+  }
+  bool IsBesideBusy(const std::vector<u8>& isBusy, i32 y, i32 z) const {
+    for (i32 k = std::max(z - 1, 0); k <= std::min(z + 1, mGrid.mNz - 1); ++k)
+      for (i32 j = std::max(y - 1, 0); j <= std::min(y + 1, mGrid.mNy - 1); ++j)
+        if (isBusy[std::size_t(k) * mGrid.mNy + j]) return true;
+    return false;
+  }
+
+  /// Whether the surface may come through a cell, whatever is done to it.
+  bool MayCross(i32 at) const {
+    const double* v = mGrid.mData + at;
+    const double reach = (kMostMove + kMostShift) * mGrid.mLayout.cellSize;
+    bool isNear = false, isFar = false;
+    for (const i32 corner : {0, 1, mGrid.mNx, mGrid.mNx + 1, mGrid.mSlice, mGrid.mSlice + 1,
+                             mGrid.mSlice + mGrid.mNx, mGrid.mSlice + mGrid.mNx + 1}) {
+      isNear |= v[corner] < reach;
+      isFar |= v[corner] > -reach;
+    }
+    return isNear && isFar;
   }
 
   /// Where all is outside, or the same, nothing is to be smoothed.
@@ -119,7 +164,7 @@ class Smoother {
   EGrid<double>& mGrid;
   double mOutside;
   i32 mThreads;
-  std::vector<i32> mIndices;
+  std::vector<i32> mIndices, mCells;  ///< samples that move, and lower corners of cells
 };
 
 }  // namespace

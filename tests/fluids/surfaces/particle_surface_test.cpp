@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "fluids/mesh/mesh_rig.h"
+#include "fluids/particles/ellipsoid.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/surfaces/point_values.h"
 #include "fluids/surfaces/polygoniser.h"
@@ -187,6 +188,32 @@ TEST(ParticleSurface, WhatLiesDeepIsLeftOutAndNothingElse) {
     ASSERT_NEAR(quick.mData[i], whole.mData[i], 0.3 * shape.reach);
   }
   EXPECT_GT(deep, 200);
+}
+
+/// Particles in a sheet of a layer make ellipsoids that lie in it, whatever the size of a cell.
+TEST(ParticleSurface, EllipsoidsLieInSheets) {
+  for (const double scale : {1.0, 0.01}) {
+    Drops drops;
+    ForEachCell({{0, 0, 0}, {30, 1, 30}}, [&](i32 x, i32, i32 z) {
+      drops.Add(Vec3d{x * kSpacing, 0.3, z * kSpacing} * scale);
+    });
+    const double cell = kCell * scale;
+    const Vec3d middle = Vec3d{15 * kSpacing, 0.3, 15 * kSpacing} * scale;
+    const Ellipsoid flat = FitEllipsoid(middle, drops.Lookup(cell), 2.5 * cell, cell);
+    EXPECT_LT(flat.anisotropy, 1e-6);
+    EXPECT_NEAR(flat.scales.x * flat.scales.y * flat.scales.z, 1, 1e-9);
+    EXPECT_NEAR(flat.scales.z / flat.scales.x, 1.04 / 0.25, 0.2) << scale;
+    EXPECT_NEAR(flat.frame.v2.y, flat.scales.z, 1e-9) << "across the sheet";
+    EXPECT_NEAR(flat.frame.v1.x, flat.scales.x, 1e-3);
+    if (scale < 1) continue;
+    SurfaceShape shape = SurfaceShape::Fitted(SurfaceShape::kAveragedPosition, 0.125, kSpacing);
+    const double balls = app::Measure(Skin(drops.Field(shape, 26, 2, 2))).volume;
+    shape.ellipsoidRadius = 2.5 * cell;
+    shape.cell = cell;
+    const app::MeshTable skin = Skin(drops.Field(shape, 26, 2, 2));
+    EXPECT_EQ(app::CountOpenEdges(skin), 0);
+    EXPECT_LT(app::Measure(skin).volume, 0.6 * balls) << "and the same round its rim";
+  }
 }
 
 TEST(PointValues, AreMeansOverTheParticlesInReach) {

@@ -5,6 +5,8 @@
 #include "fluids/mesh/mesh_rig.h"
 #include "fluids/surfaces/implicit_mesher.h"
 #include "fluids/test_scene.h"
+#include "fluids/volume/volume_mesh.h"
+#include "host/shapes.h"
 #include "io/mesh_table.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -67,6 +69,7 @@ TEST(SurfaceReconstructor, ANewOneFindsTheSurfaceOfALiquid) {
 
 TEST(SurfaceReconstructor, SomeParticlesAreLeftOut) {
   SurfaceRig rig;
+  rig.Set(rig.surface, SurfaceReconstructor::kSmoothingRow, i32{0});
   const double whole = rig.Volume();
   const i32 far = rig.Drop({1, 0.5, 0.5});
   rig.Store().At(far).AddScalar(property_id::kDensity, 0.2);
@@ -112,6 +115,35 @@ TEST(SurfaceReconstructor, ARecordingTakesThePlaceOfParticles) {
   EXPECT_NEAR(app::Measure(skin).volume, whole, 1e-9);
   EXPECT_TRUE(skin.velocities.empty()) << "nothing is known of them";
   EXPECT_LT(skin.points[0].x, 1);
+}
+
+TEST(SurfaceReconstructor, AVolumeCutsTheSurfaceOffOrLimitsTheParticles) {
+  SurfaceRig rig;
+  rig.Set(rig.surface, SurfaceReconstructor::kResolutionRow, 2.0);
+  const double whole = rig.Volume();
+  // All that lies beyond x = 0.2.
+  auto& box = rig.document.Create<host::PolygonObject>(host::kMeshObject, "box", nullptr);
+  box.SetGeometry(host::MakeBox({.size = {100, 200, 200}}));
+  box.SetPlacement({70, 20, 20}, {}, {1, 1, 1});
+  Mesh& mesh = rig.Add<Mesh>("mesh", "mesh");
+  mesh.Node()->Set(Mesh::kObjectRow, host::Link{box.Id()});
+  VolumeMesh& volume = rig.Add<VolumeMesh>("volume", "volume");
+  rig.Link(volume, VolumeMesh::kMeshRow, mesh);
+  rig.Link(rig.surface, SurfaceReconstructor::kBoundaryRow, volume);
+  rig.SetUp();
+  rig.scene->SetStage(kVolumes);
+  TestScene::Run(mesh);
+  TestScene::Run(volume);
+  ASSERT_TRUE(volume.HasGridData());
+  const app::MeshTable cut = rig.Skin();
+  EXPECT_NEAR(app::Measure(cut).volume, whole / 2, 0.1 * whole);
+  for (const Vec3d& p : cut.points) ASSERT_LT(p.x, 0.21);
+
+  rig.Set(rig.surface, SurfaceReconstructor::kBoundaryRow, host::Link{});
+  rig.Link(rig.surface, SurfaceReconstructor::kLimitRow, volume);
+  EXPECT_NEAR(rig.Volume(), whole, 1e-9) << "nothing is filtered";
+  rig.Set(rig.surface, SurfaceReconstructor::kFilterRow, i32{1});
+  EXPECT_NEAR(rig.Volume(), 0.75 * whole, 0.1 * whole) << "those within a cell of its surface stay";
 }
 
 TEST(SurfaceReconstructor, PointsOfTheDocumentAreParticlesToo) {
