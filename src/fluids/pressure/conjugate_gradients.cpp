@@ -54,16 +54,6 @@ bool ConjugateGradients::Continue() {
   return mEnd == SolveEnd::Converged;
 }
 
-void ConjugateGradients::ZeroMissingResults() {
-  const i64 layer = i64{mDims.x} * mDims.y;
-  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
-    const double* diagonal = mMatrix.Diagonal() + z * layer;
-    double* x = mArrays[kResult] + z * layer;
-    for (i64 i = 0; i < layer; ++i)
-      if (diagonal[i] == 0) x[i] = 0;
-  });
-}
-
 double ConjugateGradients::TakeResult() {
   ZeroMissingResults();
   ForEachLine([&](i32 c, i32 n, double& top) {

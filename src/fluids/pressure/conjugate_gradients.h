@@ -80,7 +80,6 @@ class ConjugateGradients : public LatticeSolver {
  private:
   /// r = b - A x and x = 0 in rows without entries; returns the largest |r|.
   double TakeResult();
-  void ZeroMissingResults();
   /// Puts back the right-hand side from the residual and the result, which becomes 0; nothing is
   /// done yet.
   void StartAnew();

@@ -31,14 +31,14 @@ void Grid_GaussSolver::Prepare() {
   mSolving = false;
   if (!PrepareSystem()) return;
   mIterations = 0;
+  mLastSweep = 0;
   mChange = 0;
   mSnapshots.resize(static_cast<std::size_t>(4) * BlockCount() * mDims.x * mDims.y);
   mChanges.assign(BlockCount(), 0.0);
 }
 
 bool Grid_GaussSolver::WantsSweep() const {
-  return mHasSystem && mIterations < i64{mAccuracy.maxIterations} + 2 &&
-         mChange >= mAccuracy.tolerance && !IsCancelled();
+  return mHasSystem && mIterations < mLastSweep && mChange >= mAccuracy.tolerance && !IsCancelled();
 }
 
 std::pair<i32, i32> Grid_GaussSolver::LayersOf(i32 block) const {
@@ -66,6 +66,8 @@ void Grid_GaussSolver::BeginSolve() {
     double* d = mMatrix.Diagonal() + z * layer;
     for (i64 i = 0; i < layer; ++i) d[i] = d[i] == 0 ? 0.0 : 1.0 / d[i];
   });
+  ZeroMissingResults();
+  mLastSweep = i64{mIterations} + mAccuracy.maxIterations + 2;
   mParity = 0;
   for (i32 block = 0; block < BlockCount(); ++block) TakeSnapshot(0, block);
   mSolving = true;

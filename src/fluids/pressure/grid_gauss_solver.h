@@ -24,7 +24,8 @@ class Grid_GaussSolver : public LatticeSolver {
   void Release(bool full) override;
   void Prepare() override;
   /// Asked after every sweep: true for another one, as long as a pressure changed by the tolerance
-  /// or more and the limit isn't reached, which is two sweeps above the parameter's number.
+  /// or more and the limit isn't reached, which is two sweeps above the parameter's number; a
+  /// system that is filled anew has it once more.
   bool WantsSweep() const;
 
   /// One sweep over all cells 1 to n-2; returns the largest change of a pressure, 0 when the user
@@ -46,6 +47,7 @@ class Grid_GaussSolver : public LatticeSolver {
   double* Snapshot(i32 parity, i32 block, bool last);
 
   bool mSolving = false;
+  i64 mLastSweep = 0;  ///< of the solve, by `mIterations`, which a system that is filled anew keeps
   i32 mParity = 0;
   std::vector<double> mSnapshots;  ///< first and last layer of every block, before and after
   std::vector<double> mChanges;    ///< per block

@@ -39,6 +39,16 @@ void LatticeSolver::Refill() {
   mMatrix.SetLattice(mDims, mThreads);
 }
 
+void LatticeSolver::ZeroMissingResults() {
+  const i64 layer = i64{mDims.x} * mDims.y;
+  ForEachBlock(mDims.z, mThreads, [&](i32 z) {
+    const double* diagonal = mMatrix.Diagonal() + z * layer;
+    double* x = mArrays[kResult] + z * layer;
+    for (i64 i = 0; i < layer; ++i)
+      if (diagonal[i] == 0) x[i] = 0;
+  });
+}
+
 void LatticeSolver::Release(bool full) {
   mHasSystem = false;
   if (!full) return;

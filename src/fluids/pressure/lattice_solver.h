@@ -59,6 +59,9 @@ class LatticeSolver : public iObject {
                : std::span<double>();
   }
 
+  /// Unknowns without a row become 0.
+  void ZeroMissingResults();
+
   LatticeMatrix mMatrix;
   StaggeredArrays mArrays;
   bool mHasSystem = false;
