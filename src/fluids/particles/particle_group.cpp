@@ -114,13 +114,13 @@ void ParticleGroup::Reset() {
   unit.Set({1, 1, 1}, {1, 1, 1}, 1, {});
   for (i32 kind = 0; kind < kParticleKinds; ++kind)
     if (!IsCached(kind)) Store(kind).Reset(mScene ? GetDomain() : unit);
-  mStale = 0xff;
+  for (i32 kind = 0; kind < kParticleKinds; ++kind) MarkTreeStale(kind);
   if (mScene) MarkDirty(false);
 }
 
 void ParticleGroup::Release(bool full) {
   iBase::Release(full);
-  mStale = 0xff;
+  for (i32 kind = 0; kind < kParticleKinds; ++kind) MarkTreeStale(kind);
   if (!full) return;
   for (ParticleStore& store : mStores) store.Reset(store.Layout());
   for (PointTree& tree : mTrees) tree.Clear();
