@@ -109,8 +109,10 @@ const ParameterTable& ParticleAdvection::Parameters() {
       BoolRow(kKillOutsideRow, "kill_outside", true,
               "those that leave through an open side are gone")
           .To(&ParticleAdvection::mKillsOutside),
-      BoolRow(1016, "take_velocity", false,
-              "what a flow carries gets the velocity of its way, for pictures and files")
+      BoolRow(
+          1016, "take_velocity", false,
+          "what a flow carries gets the velocity of its way, for pictures and files; particles of "
+          "a liquid have theirs from it")
           .OnlyWith(kMotionRow, {kGrid, kGridThenBallistic})
           .To(&ParticleAdvection::mTakesVelocity),
   };
@@ -138,6 +140,11 @@ bool ParticleAdvection::CommutesWith(const iBase& other) const {
   return advection && (advection->mGroup != mGroup || advection->mKind != mKind);
 }
 
+bool ParticleAdvection::IsTheirLiquid(const iFluidSolver& solver) const {
+  const std::vector<ParticleGroup*>* groups = mKind == kLiquid ? solver.LiquidGroups() : nullptr;
+  return groups && std::find(groups->begin(), groups->end(), mGroup) != groups->end();
+}
+
 std::vector<iFluidSolver*> ParticleAdvection::Solvers() const {
   std::vector<iFluidSolver*> solvers;
   const bool isOpen = !Node() || !Node()->Get(kSolversRow);
@@ -153,10 +160,7 @@ std::vector<iFluidSolver*> ParticleAdvection::Solvers() const {
     if (solver && solver->Has(FLAG_ENABLED) && (isOpen || !isNamed)) solvers.push_back(solver);
   }
   // Water goes with its own flow, whatever else fills the place.
-  const auto isTheirs = [&](const iFluidSolver* solver) {
-    const std::vector<ParticleGroup*>* groups = mKind == kLiquid ? solver->LiquidGroups() : nullptr;
-    return groups && std::find(groups->begin(), groups->end(), mGroup) != groups->end();
-  };
+  const auto isTheirs = [&](const iFluidSolver* solver) { return IsTheirLiquid(*solver); };
   if (isOpen && std::any_of(solvers.begin(), solvers.end(), isTheirs))
     std::erase_if(solvers, [&](const iFluidSolver* solver) { return !isTheirs(solver); });
   // Where two flows hold a particle, names decide between them, not the order of the file.
@@ -205,8 +209,12 @@ void ParticleAdvection::Prepare() {
   if (!IsParticleKind(mKind)) return void(Deactivate("there is no such kind of particles"));
   if (mGroup->IsCached(mKind)) return void(Deactivate(kPlayedParticlesReason));
   if (mGroup->Count(mKind) == 0) return void(Deactivate(kNoParticlesReason));
+  mMotion.takesVelocity = mTakesVelocity;
   if (UsesFlows() || mDrag > 0) {
     const std::vector<iFluidSolver*> solvers = Solvers();
+    // A liquid takes its velocity from its particles, and gives it back itself.
+    for (const iFluidSolver* solver : solvers)
+      if (IsTheirLiquid(*solver)) mMotion.takesVelocity = false;
     if (solvers.empty() && mMode == kGrid)
       return void(Deactivate(mNamedSolvers.empty() ? kNoFlowReason : kNoFlowLeftReason));
     CollectFlows(solvers);
@@ -224,7 +232,6 @@ void ParticleAdvection::Prepare() {
   mMotion.drag = mDrag;
   // What a flow only brakes isn't in its box.
   mMotion.killsOutside = mKillsOutside && UsesFlows();
-  mMotion.takesVelocity = mTakesVelocity;
   mMotion.step = mTime->stepDuration;
   mMotion.gravity = mScene->mGravity;
   mMotion.isFirst = mTime->substep <= 1;

@@ -42,6 +42,8 @@ class ParticleAdvection : public iObject {
   bool UsesFlows() const { return mMode == kGrid || mMode == kGridThenBallistic; }
   /// The solvers that may carry particles, in the order of the list, or else of the scene.
   std::vector<iFluidSolver*> Solvers() const;
+  /// The particles are those of this liquid.
+  bool IsTheirLiquid(const iFluidSolver& solver) const;
   void CollectFlows(const std::vector<iFluidSolver*>& solvers);
   void CollectVolumes();
 
