@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "fluids/fields/channel.h"
+#include "fluids/particles/particle_group.h"
 #include "paths.h"
 #include "run/simulation.h"
 #include "scene/scene_file.h"
@@ -31,6 +32,30 @@ std::vector<double> Simulate(const std::string& scene, const std::string& cellSi
 }
 
 }  // namespace
+
+TEST(Simulations, AnEmitterFillsTheLiquidsAloneThatItNames) {
+  Diagnostics diagnostics;
+  const auto loaded = LoadScene(SourcePath("/tests/scenes/two_pools.json"), diagnostics);
+  ASSERT_TRUE(loaded);
+  Simulation simulation(*loaded->document, loaded->servers, u64{1} << 40);
+  FrameRecord record;
+  for (i32 frame = 0; frame < 2; ++frame)
+    ASSERT_EQ(simulation.Evaluate(frame, record), FrameOutcome::Done);
+  i32 counts[2] = {};
+  for (const auto& [id, object] : simulation.Scenes().front()->List(MELDO_SULVA::kListParticles)) {
+    auto* group = dynamic_cast<MELDO_SULVA::ParticleGroup*>(object.get());
+    if (!group) continue;
+    // The bar reaches 80 cm to both sides; the right pool begins at 20 cm.
+    for (const i32 kind : {MELDO_SULVA::kPassive, MELDO_SULVA::kLiquid})
+      for (const Vec3d& p : group->Store(kind).Positions()) {
+        ++counts[kind == MELDO_SULVA::kPassive];
+        const bool isRight = group->Node()->Path().ends_with("right water");
+        ASSERT_TRUE(kind == MELDO_SULVA::kPassive ? p.x < 0 : !isRight || p.x > 0.2) << p.x;
+      }
+  }
+  EXPECT_GT(counts[0], 500);
+  EXPECT_GT(counts[1], 400);
+}
 
 TEST(Simulations, InAnyThreadsOfAProcessTheyGiveTheBytesOfOneAlone) {
   const std::pair<std::string, std::string> scenes[] = {{"/scenes/plume.json", "0.12"},

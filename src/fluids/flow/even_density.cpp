@@ -3,10 +3,13 @@
 #include <algorithm>
 
 #include "fluids/flow/face_stencil.h"
+#include "fluids/particles/cell_filling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
+
+constexpr double kNone = -2;  ///< the excess of a cell that asks for nothing
 
 /// Calls f(neighbour's index, weight) for a cell and those round it; the weights are the volumes of
 /// the hat of linear interpolation over each.
@@ -43,24 +46,55 @@ bool EvenDensity::AddSource(const ParticleSort& sort, Flow& flow) const {
       open->Dims() != phi->Dims())
     return false;
   Measure(sort, flow, *dense);
-  const VecInt3D n = phi->Dims();
-  const double rate = kShare / dt;
-  ForEachBlock(std::max(n.z - 2, 0), flow.Threads(), [&](i32 z) {
-    ForEachCell({{1, 1, z + 1}, {n.x - 1, n.y - 1, z + 2}}, [&](i32 x, i32 y, i32 layer) {
-      const i32 c = phi->Index(x, y, layer);
-      if (!(phi->mData[c] < 0)) return;
-      double room = 0;
-      bool isDeep = true;
-      ForEachNear(*open, c, [&](i32 near, double weight) {
-        room += weight * open->mData[near];
-        isDeep = isDeep && (phi->mData[near] < 0 || open->mData[near] == 0);
-      });
-      if (!isDeep || !(room > 0)) return;
-      const double excess = dense->mData[c] / (mPerCell * room) - 1;
-      source->mData[c] += rate * std::clamp(excess, -kMost, kMost);
-    });
+  const double mean = FindExcess(*phi, *open, flow.Threads(), *dense);
+  const double rate = kShare / dt, even = mKeepsVolume ? mean : 0.0;
+  ForEachBlock(dense->mNz, flow.Threads(), [&](i32 z) {
+    const i32 first = z * dense->mSlice;
+    for (i32 c = first; c < first + dense->mSlice; ++c)
+      if (dense->mData[c] != kNone) source->mData[c] += rate * (dense->mData[c] - even);
   });
   return true;
+}
+
+double EvenDensity::FindExcess(const EGrid<double>& phi, const EGrid<float>& open, i32 threads,
+                               Grid<double>& dense) const {
+  struct Found {
+    double excess = 0, volume = 0;
+  };
+  const VecInt3D n = phi.Dims();
+  const auto excessOf = [&](i32 c) {
+    double room = 0;
+    bool isDeep = phi.mData[c] < 0;
+    if (!isDeep) return kNone;
+    ForEachNear(open, c, [&](i32 near, double weight) {
+      const float share = open.mData[near];
+      const bool isWhole = share >= CellFilling::kWhole;
+      room += isWhole ? weight : 0;
+      isDeep = isDeep && (share == 0 || (isWhole && phi.mData[near] < 0));
+    });
+    if (!isDeep || !(room > 0)) return kNone;
+    return std::clamp(dense.mData[c] / (mPerCell * room) - 1, -kMost, kMost);
+  };
+  const Found all = ReduceBlocks(
+      n.z, threads, Found{},
+      [&](i32 z) {
+        Found found;
+        ForEachCell({{0, 0, z}, {n.x, n.y, z + 1}}, [&](i32 x, i32 y, i32 layer) {
+          const i32 c = phi.Index(x, y, layer);
+          const bool isInner =
+              x > 0 && y > 0 && layer > 0 && x < n.x - 1 && y < n.y - 1 && layer < n.z - 1;
+          const double excess = isInner ? excessOf(c) : kNone;
+          dense.mData[c] = excess;
+          if (excess == kNone) return;
+          found.excess += open.mData[c] * excess;
+          found.volume += open.mData[c];
+        });
+        return found;
+      },
+      [](const Found& a, const Found& b) {
+        return Found{a.excess + b.excess, a.volume + b.volume};
+      });
+  return all.volume > 0 ? all.excess / all.volume : 0.0;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -10,21 +10,26 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 ///
 /// A cell holds r = sum w / (n V) of its rest, with weights w of linear interpolation about its
 /// middle, `mPerCell` = n and the open volume V by the same weights. It asks for the divergence
-/// q (r - 1) / dt, with the share q of `kShare`; at the surface, where r is small by itself, for
-/// nothing: chance would only let it swell there.
+/// q (r - 1) / dt, with the share q of `kShare`; at the surface, where r is small by itself, and
+/// beside cells that a solid cuts, it asks for nothing: chance would only let it swell there. With `mKeepsVolume` it asks for that less the
+/// mean of all such cells: a liquid that shrinks as a whole, and keeps its velocity, spins slower.
 class EvenDensity {
  public:
   /// Adds to the flow's source, from particles sorted over its cells. False without grids or
   /// memory, and in a step of no length.
   bool AddSource(const ParticleSort& sort, Flow& flow) const;
 
-  double mPerCell = 8;  ///< particles in a cell of the liquid at rest
+  double mPerCell = 8;        ///< particles in a cell of the liquid at rest
+  bool mKeepsVolume = false;  ///< something else sees to the volume of the whole
 
   static constexpr double kShare = 0.5;  ///< of an excess that goes in a step
   static constexpr double kMost = 0.5;   ///< largest excess that counts
 
  private:
   void Measure(const ParticleSort& sort, Flow& flow, Grid<double>& dense) const;
+  /// Turns the particles of cells into their excess; returns its mean.
+  double FindExcess(const EGrid<double>& phi, const EGrid<float>& open, i32 threads,
+                    Grid<double>& dense) const;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -97,7 +97,8 @@ bool ParticleToLevelset::Run(const ParticleSort& sort, const Solids& solids, EGr
   if (mMode == SurfaceMode::Smooth) {
     SmoothSurface surface(sort, solids.open, phi);
     if (!surface.Run(mRest, mCrowd)) return false;
-    mRest = surface.Rest();
+    mRest = surface.Rest().particles;
+    mRestCells = surface.Rest().cells;
     return !mTrueDistances || surface.SpreadDistances(thread);
   }
   if (mMode == SurfaceMode::Density)

@@ -37,6 +37,7 @@ class ParticleToLevelset {
   /// For a smooth surface: particles that fill a cell, found anew when it is 0, and where crowds of
   /// them are told.
   double mRest = 0;
+  i64 mRestCells = 0;  ///< that told it in the last run
   SmoothSurface::Crowd mCrowd;
   double mDensityThreshold = 0.2;  ///< per an eighth of a cell
   u8 mCountThreshold = 4;          ///< cells with more than so many particles lie inside

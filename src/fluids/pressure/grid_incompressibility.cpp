@@ -346,7 +346,7 @@ void Grid_Incompressibility::CheckRegions() {
     if (!region.isClosed || region.volume < kSqueezeCells) continue;
     // Of a flow that blows up the balance is what rounding left.
     if (!(std::fabs(region.balance) > kLeftByRounding * region.cells * region.rest)) continue;
-    if (!(std::fabs(region.Squeeze()) > rate)) continue;
+    if (!(std::fabs(region.Squeeze()) > rate) || !IsConcern(region)) continue;
     rate = std::fabs(region.Squeeze());
     worst = &region;
   }

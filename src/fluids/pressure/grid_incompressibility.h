@@ -130,6 +130,8 @@ class Grid_Incompressibility : public iObject {
   void Book(const Balance& balance);
   /// Warns when moving solids, or gas that is made or taken, squeeze or stretch a closed region.
   virtual void CheckRegions();
+  /// Someone is to be told when a closed region is squeezed or stretched.
+  virtual bool IsConcern(const Region& /*region*/) const { return true; }
   /// What moving solids added to the cells of a region, 1/s.
   double PushedInto(const Region& region) const;
   /// Where a cell stands, in units of the scene, and how many cells of the flow a region has.

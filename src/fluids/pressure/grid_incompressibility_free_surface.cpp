@@ -1,5 +1,7 @@
 #include "fluids/pressure/grid_incompressibility_free_surface.h"
 
+#include <cmath>
+
 #include "fluids/pressure/projection_lines.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -19,6 +21,10 @@ bool Grid_Incompressibility_FreeSurface::PrepareSystem() {
   if (!Grid_Incompressibility::PrepareSystem()) return false;
   Used().GetMatrix().mHasAir = true;
   return true;
+}
+
+bool Grid_Incompressibility_FreeSurface::IsConcern(const Region& region) const {
+  return std::fabs(PushedInto(region)) > 0.5 * std::fabs(region.balance);
 }
 
 void Grid_Incompressibility_FreeSurface::Settle() {

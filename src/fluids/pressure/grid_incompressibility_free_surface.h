@@ -7,7 +7,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Makes the velocity of a liquid divergence-free inside of the flow's surface, on which the
 /// pressure is 0: at the place between two cells where the level set is 0, by ghost values (Gibou,
-/// Fedkiw, Cheng and Kang 2002; Enright, Nguyen, Gibou and Fedkiw 2003). Liquid that meets no air,
+/// Fedkiw, Cheng and Kang 2002; Enright, Nguyen, Gibou and Fedkiw 2003). Liquid that meets no air
+/// keeps its volume as a gas in a sealed room does.
 class Grid_Incompressibility_FreeSurface : public Grid_Incompressibility {
  public:
   Grid_Incompressibility_FreeSurface() { mMatter = "liquid"; }
@@ -21,6 +22,8 @@ class Grid_Incompressibility_FreeSurface : public Grid_Incompressibility {
   bool GatherFields(ProjectionFields& fields) override;
   bool PrepareSystem() override;
   void Settle() override;
+  /// What particles that crowd ask for in a sealed room is evened out, and no one's concern.
+  bool IsConcern(const Region& region) const override;
 
  private:
   WallRelease mRelease;

@@ -33,6 +33,7 @@ bool WaterSolver::ReadParameters() {
   mFlip.mKernelRadius = kernelRadius;
   mLevelSet.mMode = static_cast<SurfaceMode>(surfaceMode);
   mCorrection.mSource.mPerCell = particlesPerCell;
+  mCorrection.mSource.mKeepsVolume = mLevelSet.mMode == SurfaceMode::Smooth;
   mCorrection.Projection().mLinearSolver = linearSolver;
   mCorrection.Projection().SetAccuracy({maxIterations, kCorrectionTolerance}, modification,
                                        minDiagonalRatio);
@@ -61,13 +62,12 @@ void WaterSolver::ClearLinks() {
 
 void WaterSolver::Persist(StateArchive& archive) {
   FluidSolver::Persist(archive);
-  archive(mLevelSet.mRest, mRestCount);
+  archive(mLevelSet.mRest, mRestCount, mIsRestFound);
 }
 
 void WaterSolver::Reset() {
   FluidSolver::Reset();
-  mLevelSet.mRest = 0;
-  mRestCount = 0;
+  ForgetRest();
   mCorrection.Reset();
   mSort.Clear();
   mSorted.clear();
@@ -98,6 +98,7 @@ bool WaterSolver::ApplyBounds(const Vec3d& min, const Vec3d& max) {
       Release(true);
       return Deactivate("its surface couldn't be allocated");
     }
+    mSurface->Fill(ParticleToLevelset::kFar);
     mSort.Reset(layout);
     mSorted.clear();
   }
@@ -115,13 +116,24 @@ void WaterSolver::Sort() {
   mSorted = std::move(now);
 }
 
+void WaterSolver::ForgetRest() {
+  mLevelSet.mRest = 0;
+  mRestCount = 0;
+  mIsRestFound = false;
+}
+
 void WaterSolver::FindSurface() {
-  // A part of what is too much in a cell makes room for itself in a step.
+  // A part of what is too much in a cell makes room for itself in a step, and of a lack, closes.
   constexpr double kEase = 0.25;
   const double dt = mScene->mTime.stepDuration;
   mLevelSet.mCrowd = {mFlow.mDivergence.GetGridForWrite(0), dt > 0 ? kEase / dt : 0.0};
-  // How many fill a cell is told by what emitters made, not by what a flow has pressed together.
-  if (mSort.Count() > 2 * i64{mRestCount}) {
+  // How many fill a cell is told by what emitters made, not by what a flow has pressed together or
+  // torn: once by enough cells, and until then whenever there is twice as much.
+  constexpr i64 kEnough = 27;
+  if (mSort.Count() == 0) ForgetRest();
+  if (correctsPositions)
+    mLevelSet.mRest = particlesPerCell;
+  else if (!mIsRestFound && mSort.Count() > 2 * i64{mRestCount}) {
     mLevelSet.mRest = 0;
     mRestCount = mSort.Count();
   }
@@ -130,6 +142,7 @@ void WaterSolver::FindSurface() {
       mSort,
       {mFlow.mBoundary.GetLevelSet(), fractions.HasField(0, 0) ? fractions.GetRead(0, 0) : nullptr},
       *mSurface);
+  mIsRestFound |= mLevelSet.mRestCells >= kEnough;
 }
 
 void WaterSolver::Evaluate(const EvaluationThreadData& data) {
@@ -148,7 +161,7 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
     case kFlip:
       if (mIsOnGrid) mFlip.ToParticles(mSort, mFlow);
       if (mIsOnGrid) LiquidContact::Apply(mSort, mFlow);
-      if (mIsOnGrid && correctsPositions) mCorrection.Run(mSort, mFlow, extrapolationRounds);
+      if (mIsOnGrid && correctsPositions) mCorrection.Run(mSort, mFlow, Rounds());
       mIsOnGrid = false;
       break;
     default: break;

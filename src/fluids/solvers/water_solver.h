@@ -17,7 +17,7 @@ struct LiquidSettings {
   bool gathers = false;
   double kernelRadius = 1;
   Kernel* kernel = nullptr;
-  i32 surfaceMode = 0;  ///< of `SurfaceMode`
+  i32 surfaceMode = 2;  ///< of `SurfaceMode`
   double densityThreshold = 0.2;
   i32 countThreshold = 0;
   bool reproject = false;
@@ -45,8 +45,11 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   void Release(bool full) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void Evaluate(const EvaluationThreadData& data) override;
-  /// As a gas without surroundings, with the level set and the cells of the sort.
-  double MemoryPerCell() const override { return (6 + 6 + 4 + 13 + 9 + 3) * sizeof(double); }
+  /// As a gas without surroundings, with the level set and the cells of the sort, and the system
+  /// of the correction beside that of the pressure.
+  double MemoryPerCell() const override {
+    return (6 + 6 + 4 + 13 + 9 + 3 + (correctsPositions ? 13 + 1 : 0)) * sizeof(double);
+  }
   Grid_Incompressibility& Projection() override { return mFreeSurface; }
   bool SolvePressure() override;
   const std::vector<ParticleGroup*>* LiquidGroups() const override { return &groups; }
@@ -58,6 +61,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   /// Sorts the particles, unless they are as when last sorted.
   void Sort();
   void FindSurface();
+  /// How many particles fill a cell isn't known any more.
+  void ForgetRest();
   /// Of the extrapolation.
   i32 Rounds() const;
 
@@ -66,7 +71,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   HybridFlip mFlip;
   PositionCorrection mCorrection;
   ParticleToLevelset mLevelSet;
-  i32 mRestCount = 0;  ///< particles when it was found how many fill a cell
+  i32 mRestCount = 0;         ///< particles when it was found how many fill a cell
+  bool mIsRestFound = false;  ///< for good
   Grid_Incompressibility_FreeSurface mFreeSurface;
   LooseFaces mLoose;
   std::unique_ptr<EGrid<double>> mSurface;  ///< cells, simulation units

@@ -48,6 +48,7 @@ const std::map<i32, std::string_view>& LiquidHelp() {
       {1300, "thick and thin liquid in one scene: a field of viscosity"},
       {1301, ""},
       {1302, ""},
+      {1309, ""},
       {1307, "only inside this time window the liquid keeps its volume"},
   };
   return help;
@@ -134,7 +135,7 @@ const ParameterTable& WaterSolver::Parameters() {
         LinkRow(1217, "kernel", "that kernel; without one a sharp one", {Kernel::kNodeType})
             .OnlyWith(kGatherRow, {1})
             .To(&LiquidSettings::kernel),
-        LongRow(kSurfaceModeRow, "surface_mode", 0, "",
+        LongRow(kSurfaceModeRow, "surface_mode", 2, "",
                 "what is liquid: cells with particles, cells where they are dense, or the space "
                 "that they fill, known to a part of a cell")
             .Choices({{0, "count"}, {1, "density"}, {2, "smooth"}})
@@ -149,6 +150,7 @@ const ParameterTable& WaterSolver::Parameters() {
             .Range(0, 255)
             .OnlyWith(kSurfaceModeRow, {0})
             .To(&LiquidSettings::countThreshold),
+        ButtonRow(1215, "add_channels", "sets channels for density and viscosity up"),
         BoolRow(1216, "reproject", false,
                 "where a recording plays the velocity, particles take it in every step")
             .To(&LiquidSettings::reproject),

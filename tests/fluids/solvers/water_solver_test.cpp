@@ -29,8 +29,8 @@ TEST(WaterSolver, DropFallsFreelyAndKeepsItsShape) {
   ASSERT_EQ(rig.Store().Count(), static_cast<i32>(before.size()));
   for (i32 row = 0; row < rig.Store().Count(); ++row) {
     const Vec3d moved = rig.Store().Positions()[row] - before[row];
-    ASSERT_NEAR(moved.y, -drop, 1e-5);
-    ASSERT_NEAR(moved.x, way, 1e-5);
+    ASSERT_NEAR(moved.y, -drop, 1e-4);
+    ASSERT_NEAR(moved.x, way, 1e-4);
   }
 }
 
@@ -78,9 +78,7 @@ TEST(WaterSolver, SolversAgreeOnARuggedSurface) {
     const std::span<const double> p = rig.liquid->Projection().GetPressure();
     const auto reports = rig.liquid->Projection().TakeReports();
     ASSERT_EQ(reports.size(), 1u);
-    // Where it lets go of walls turns on pressures that Gauss-Seidel knows less well.
-    const double rough = solver == 1 ? 1e4 : 1;
-    EXPECT_LT(rig.liquid->Projection().DivergenceMax(), rough * 1e-5) << solver;
+    EXPECT_LT(rig.liquid->Projection().DivergenceMax(), 1e-5) << solver;
     EXPECT_LT(reports[0].iterations, solver == 2 ? 60 : 20000);
     if (exact.empty()) exact.assign(p.begin(), p.end());
     double largest = 0, off = 0;
@@ -88,7 +86,7 @@ TEST(WaterSolver, SolversAgreeOnARuggedSurface) {
       largest = std::max(largest, std::abs(exact[i]));
       off = std::max(off, std::abs(exact[i] - p[i]));
     }
-    EXPECT_LT(off, std::min(rough * 1e-5, 0.05) * largest) << solver;
+    EXPECT_LT(off, 1e-5 * largest) << solver;
   }
 }
 
@@ -128,6 +126,96 @@ TEST(WaterSolver, SpinOfABallIsKept) {
   EXPECT_LT(mixed, flip);
   EXPECT_GT(mixed, 0.9);
   EXPECT_LT(pic, 0.6);
+}
+
+// Gaps in what flies apart are closed without pulling it together as a whole, which would take
+// spin.
+TEST(WaterSolver, PositionCorrectionLeavesACylinderItsSpin) {
+  double kept[2];
+  for (const bool corrects : {false, true}) {
+    const VecInt3D cells{44, 44, 6};
+    LiquidRig rig(cells);
+    LiquidRig::Links(*rig.liquid, WaterSolver::kForcesRow, {});
+    LiquidRig::Set(*rig.liquid, WaterSolver::kFlipRatioRow, 1.0);
+    LiquidRig::Set(*rig.liquid, WaterSolver::kEvenRow, corrects);
+    const Vec3d middle = ToReal(cells) * (0.5 * rig.Cell()), spin{0, 0, 3.14};
+    const auto fromAxis = [&](Vec3d p) {
+      p.z = middle.z;
+      return p - middle;
+    };
+    rig.scene->mTime.stepDuration = 0.02;
+    rig.Fill(
+        {0, 0, 0}, cells, [&](const Vec3d& p) { return Length(fromAxis(p)) < 0.9; },
+        [&](const Vec3d& p) { return Cross(spin, fromAxis(p)); });
+    const auto momentum = [&] {
+      double sum = 0;
+      for (i32 row = 0; row < rig.Store().Count(); ++row)
+        sum += Cross(fromAxis(rig.Store().Positions()[row]), rig.Store().Velocities()[row]).z;
+      return sum;
+    };
+    const double before = momentum();
+    for (i32 i = 0; i < 32; ++i) rig.Step();
+    kept[corrects] = momentum() / before;
+  }
+  EXPECT_NEAR(kept[1], kept[0], 0.03);
+}
+
+TEST(WaterSolver, SplashedWaterKeepsItsVolumeAndComesToRestAtItsHeight) {
+  const VecInt3D cells{16, 16, 8}, block{8, 9, 8};
+  LiquidRig rig(cells);
+  LiquidRig::Set(*rig.liquid, WaterSolver::kFlipRatioRow, 0.7);
+  rig.Fill({0, 0, 0}, block);
+  const double exact = block.x * block.y * block.z;
+  double early = 0, late = 0;
+  for (i32 i = 0; i < 250; ++i) {
+    rig.Step();
+    const EGrid<double>& phi = *rig.liquid->GetFlow().mSurface;
+    double volume = 0;
+    for (i32 c = 0; c < phi.mCount; ++c)
+      volume += std::clamp(0.5 - phi[c] / rig.Cell(), 0.0, 1.0) *
+                (*rig.liquid->GetFlow().mFractions.GetRead(0, 0))[c];
+    ASSERT_NEAR(volume / exact, 1, 0.12) << i;
+    (i < 125 ? early : late) += volume / exact / 125;
+  }
+  EXPECT_NEAR(late / early, 1, 0.015);
+  double height = 0;
+  constexpr i32 kSteps = 100;
+  for (i32 i = 0; i < kSteps; ++i) {
+    rig.Step();
+    height += rig.Centroid().y / kSteps;
+  }
+  EXPECT_NEAR(height / (0.5 * exact / (cells.x * cells.z) * rig.Cell()), 1, 0.05);
+}
+
+TEST(WaterSolver, TakesAGroupThatIsEmptiedBetweenTwoSteps) {
+  LiquidRig rig({8, 8, 8});
+  auto& other = rig.Add<ParticleGroup>("particlegroup", "other");
+  LiquidRig::Links(*rig.liquid, WaterSolver::kGroupsRow, {rig.group, &other});
+  rig.Fill({0, 0, 0}, {4, 4, 8});
+  ParticleTemplate particle;
+  particle.flags |= PF_KIND_LIQUID;
+  particle.position = {0.6, 0.1, 0.4};
+  for (i32 i = 0; i < 50; ++i) other.Store(kLiquid).Create(particle);
+  other.MarkTreeStale(kLiquid);
+  rig.StepTo(kOperators);
+  other.Reset();
+  for (const i32 stage : {kFluidDynamics, kForcesEmission, kPressure, kFlip}) rig.RunLiquid(stage);
+  EXPECT_EQ(other.Count(kLiquid), 0);
+  EXPECT_LT(rig.MaxSpeed(), 1);
+}
+
+TEST(WaterSolver, ParticlesKeepTheVelocityThatTheyHaveOfIt) {
+  LiquidRig rig({8, 12, 8});
+  LiquidRig::Set(*rig.move, 1016, true);
+  // They carry more than the mean of the way that the flow takes them.
+  rig.Fill({2, 6, 2}, {6, 10, 6});
+  rig.StepTo(kFlip);
+  std::vector<Vec3d> before(rig.Store().Velocities().begin(), rig.Store().Velocities().end());
+  for (Vec3d& v : rig.Store().Velocities()) v += Vec3d{0.25, 0, 0};
+  rig.scene->SetStage(kAdvection);
+  LiquidRig::Run(*rig.move);
+  for (i32 row = 0; row < rig.Store().Count(); ++row)
+    ASSERT_EQ(rig.Store().Velocities()[row].x, before[row].x + 0.25);
 }
 
 TEST(WaterSolver, AffineTransferIsExactForASlope) {
@@ -207,6 +295,18 @@ TEST(WaterSolver, BoxFilledToTheBrimKeepsStill) {
   for (i32 i = 0; i < 10; ++i) rig.Step();
   EXPECT_EQ(rig.Store().Count(), 8 * 512);
   EXPECT_LT(rig.Energy(), 1e-8);
+}
+
+TEST(WaterSolver, BoxFilledUnevenlyStirsWithoutAComplaint) {
+  LiquidRig rig({8, 8, 8});
+  RandomStream random;
+  random.Seed(5);
+  for (i32 i = 0; i < 8 * 512; ++i)
+    rig.Drop(Vec3d{random.NextUnit(), random.NextUnit(), random.NextUnit()} * (8 * rig.Cell()), {});
+  rig.Commit();
+  for (i32 i = 0; i < 40; ++i) rig.Step();
+  EXPECT_TRUE(rig.liquid->Projection().TakeWarnings().empty());
+  EXPECT_LT(rig.Energy(), 0.05);
 }
 
 TEST(WaterSolver, StepsThatAreTooLongKeepItInItsBox) {

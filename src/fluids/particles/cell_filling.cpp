@@ -1,0 +1,189 @@
+#include "fluids/particles/cell_filling.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr i32 kMarkKind = 13;
+/// What a spline gives of an even filling to its own cell and to those beside it on an axis.
+constexpr double kMiddle = 2.0 / 3, kSide = 1.0 / 6;
+
+/// What a particle at `v`, in cells, gives on an axis of n cells to its own cell and those beside
+/// it. Closed cells and the ends of the grid give back what they get: `sides` has the axis's two
+/// bits.
+struct SplineWeights {
+  double w[3];
+  i32 at[3];
+
+  SplineWeights(double v, i32 n, i32 sides) {
+    const i32 own = std::clamp(static_cast<i32>(v), 0, n - 1);
+    const double u = std::clamp(v - own - 0.5, -0.5, 0.5);
+    w[0] = 0.5 * (0.5 - u) * (0.5 - u);
+    w[1] = 0.75 - u * u;
+    w[2] = 0.5 * (0.5 + u) * (0.5 + u);
+    at[0] = own == 0 || (sides & 1) ? own : own - 1;
+    at[1] = own;
+    at[2] = own == n - 1 || (sides & 2) ? own : own + 1;
+  }
+};
+
+/// Calls f(y, z) for the lines of cells along x, layer by layer on all workers.
+template <class F>
+void ForEachLine(const EGrid<double>& grid, F&& f) {
+  ForEachBlock(grid.mNz, host::ThreadCount(), [&](i32 z) {
+    for (i32 y = 0; y < grid.mNy; ++y) f(y, z);
+  });
+}
+
+}  // namespace
+
+CellFilling::CellFilling(const ParticleSort& sort, const EGrid<float>* open, EGrid<double>& sums)
+    : mSort(sort),
+      mOpen(open && open->mData && open->Dims() == sums.Dims() ? open : nullptr),
+      mSums(sums),
+      mNotes(sums.Dims(), kMarkKind) {}
+
+void CellFilling::FindNotes() {
+  const VecInt3D n = mSums.Dims();
+  const i32 steps[3] = {1, mSums.mNx, mSums.mSlice};
+  ForEachLine(mSums, [&](i32 y, i32 z) {
+    for (i32 x = 0, i = mSums.Index(0, y, z); x < n.x; ++x, ++i) {
+      const VecInt3D at{x, y, z};
+      i32 notes = mSort.Cell(at).empty() ? 0 : kHolds;
+      if (!HasOpening(i) || (notes && IsWhole(i))) notes |= kFull;
+      for (i32 axis = 0; axis < 3 && mOpen; ++axis) {
+        if (at[axis] > 0 && !HasOpening(i - steps[axis])) notes |= 1 << (2 * axis);
+        if (at[axis] < n[axis] - 1 && !HasOpening(i + steps[axis])) notes |= 2 << (2 * axis);
+      }
+      mNotes[i] = static_cast<u8>(notes);
+    }
+  });
+}
+
+void CellFilling::Spread() {
+  FindNotes();
+  const GridLayout& layout = mSort.Layout();
+  const VecInt3D n = layout.dims;
+  ForEachLine(mSums,
+              [&](i32 y, i32 z) { std::fill_n(mSums.mData + mSums.Index(0, y, z), n.x, 0.0); });
+  std::vector<std::span<const u16>> flags;
+  for (ParticleGroup* group : mSort.Groups()) flags.push_back(group->Store(mSort.Kind()).Flags());
+  mSort.ForEachBySlab(host::ThreadCount(), [&](const ParticleSort::Entry& entry) {
+    if (flags[entry.group][entry.row] & PF_SHEET_FILLER) return;
+    const Vec3d p = layout.ToCells(entry.position);
+    VecInt3D cell;
+    for (int a = 0; a < 3; ++a) cell[a] = std::clamp(static_cast<i32>(p[a]), 0, n[a] - 1);
+    const i32 sides = mNotes[mSums.Index(cell.x, cell.y, cell.z)];
+    const SplineWeights x(p.x, n.x, sides), y(p.y, n.y, sides >> 2), z(p.z, n.z, sides >> 4);
+    for (i32 k = 0; k < 3; ++k)
+      for (i32 j = 0; j < 3; ++j) {
+        double* line = mSums.mData + mSums.Index(0, y.at[j], z.at[k]);
+        const double weight = z.w[k] * y.w[j];
+        for (i32 i = 0; i < 3; ++i) line[x.at[i]] += weight * x.w[i];
+      }
+  });
+}
+
+bool CellFilling::IsAmidst(const VecInt3D& at, i32 reach) const {
+  const VecInt3D wide{reach, reach, reach}, one{1, 1, 1};
+  const CellBox box = Clip({at - wide, at + wide + one}, {}, mSums.Dims());
+  for (i32 z = box.min.z; z < box.max.z; ++z)
+    for (i32 y = box.min.y; y < box.max.y; ++y)
+      for (i32 x = box.min.x; x < box.max.x; ++x)
+        if (!(mNotes[mSums.Index(x, y, z)] & kFull)) return false;
+  return true;
+}
+
+CellFilling::Rest CellFilling::FindRest() const {
+  struct Found {
+    i64 cells = 0, deep = 0;
+    double particles = 0, given = 0;  ///< in the cells, and what the deep ones got
+    double most = 0;                  ///< that any cell got
+  };
+  const VecInt3D n = mSums.Dims();
+  const Found all = ReduceBlocks(
+      n.z, host::ThreadCount(), Found{},
+      [&](i32 z) {
+        Found found;
+        for (i32 y = 0; y < n.y; ++y)
+          for (i32 x = 0, i = mSums.Index(0, y, z); x < n.x; ++x, ++i) {
+            if (!Holds(i)) continue;
+            found.most = std::max(found.most, mSums[i]);
+            if (!IsWhole(i) || !IsAmidst({x, y, z}, 1)) continue;
+            ++found.cells;
+            found.particles += static_cast<double>(mSort.Cell({x, y, z}).size());
+            // Those at the surface, which may be full in part, give it nothing.
+            if (!IsAmidst({x, y, z}, 2)) continue;
+            ++found.deep;
+            found.given += mSums[i];
+          }
+        return found;
+      },
+      [](const Found& a, const Found& b) {
+        return Found{a.cells + b.cells, a.deep + b.deep, a.particles + b.particles,
+                     a.given + b.given, std::max(a.most, b.most)};
+      });
+  constexpr i64 kEnough = 8;
+  if (all.deep >= kEnough) return {all.given / static_cast<double>(all.deep), all.cells};
+  if (all.cells > 0) return {all.particles / static_cast<double>(all.cells), all.cells};
+  return {all.most, 0};
+}
+
+double CellFilling::OpenShare(const VecInt3D& at, i32 i) const {
+  const VecInt3D n = mSums.Dims();
+  double share = 0;
+  for (i32 z = -1; z <= 1; ++z)
+    for (i32 y = -1; y <= 1; ++y)
+      for (i32 x = -1; x <= 1; ++x) {
+        const VecInt3D from = at + VecInt3D{x, y, z};
+        if (from.x < 0 || from.y < 0 || from.z < 0 || from.x >= n.x || from.y >= n.y ||
+            from.z >= n.z)
+          continue;
+        const i32 c = i + (z * mSums.mNy + y) * mSums.mNx + x;
+        const VecInt3D way{x, y, z};
+        double given = (*mOpen)[c] < kWhole ? (*mOpen)[c] : 1.0F;
+        for (i32 axis = 0; axis < 3; ++axis) {
+          const i32 sides = mNotes[c] >> (2 * axis) & 3;
+          const bool low = from[axis] == 0 || (sides & 1);
+          const bool high = from[axis] == n[axis] - 1 || (sides & 2);
+          // What comes from the low side went up.
+          if (way[axis] == 0)
+            given *= kMiddle + kSide * (low + high);
+          else
+            given *= (way[axis] < 0 ? high : low) ? 0.0 : kSide;
+        }
+        share += given;
+      }
+  return share;
+}
+
+void CellFilling::Find(i32 y, i32 z, Surroundings& line) const {
+  const VecInt3D n = mSums.Dims();
+  line.open.assign(n.x + 2, 1.0F);
+  line.full.assign(n.x + 4, kFull);
+  line.near.assign(n.x + 2, kFull);
+  for (i32 k = std::max(z - 2, 0); k <= std::min(z + 2, n.z - 1); ++k)
+    for (i32 j = std::max(y - 2, 0); j <= std::min(y + 2, n.y - 1); ++j) {
+      const i32 first = mSums.Index(0, j, k);
+      for (i32 x = 0; x < n.x; ++x) line.full[x + 2] &= mNotes[first + x];
+      if (std::abs(k - z) > 1 || std::abs(j - y) > 1) continue;
+      for (i32 x = 0; x < n.x; ++x) line.near[x + 1] &= mNotes[first + x];
+      if (!mOpen) continue;
+      for (i32 x = 0; x < n.x; ++x)
+        line.open[x + 1] = std::min(line.open[x + 1], (*mOpen)[first + x]);
+    }
+  line.least.resize(n.x);
+  line.depth.resize(n.x);
+  for (i32 x = 0; x < n.x; ++x) {
+    const u8* full = line.full.data() + x;
+    line.least[x] = std::min({line.open[x], line.open[x + 1], line.open[x + 2]});
+    const bool isCovered = line.near[x] & line.near[x + 1] & line.near[x + 2];
+    const bool isDeep = full[0] & full[1] & full[2] & full[3] & full[4];
+    line.depth[x] = static_cast<u8>(isDeep ? 2 : isCovered ? 1 : 0);
+  }
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,73 @@
+// How full particles make cells.
+#pragma once
+#include <vector>
+
+#include "fluids/particles/particle_sort.h"
+#include "grids/egrid.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// The particles about the cells of a grid, against what is open there.
+///
+/// Each particle spreads itself over the cells about it by quadratic B-splines (Steffen, Kirby and
+/// Berzins 2008), which closed cells mirror. What a cell gets of an even filling follows from what
+/// is open about it.
+class CellFilling {
+ public:
+  /// Works on particles that are sorted by the cells of `sums`. `open` are the open fractions of
+  /// these cells; null where all is open.
+  CellFilling(const ParticleSort& sort, const EGrid<float>* open, EGrid<double>& sums);
+  bool IsReady() const { return mNotes.mData; }
+  /// Fills `sums` with what cells get, in particles. Runs on all workers, with one result for any
+  /// number.
+  void Spread();
+  /// How many particles fill a cell.
+  struct Rest {
+    double particles = 0;
+    i64 cells = 0;  ///< that told it
+  };
+  /// After `Spread`: what cells get that lie two others deep; without enough of these the mean
+  /// number in cells in the midst of others, and without any, the most that one got.
+  Rest FindRest() const;
+
+  /// What a cell would get if all that is open about it were filled, in full cells.
+  double OpenShare(const VecInt3D& at, i32 i) const;
+  /// What surrounds the cells of a line.
+  struct Surroundings {
+    std::vector<float> least;  ///< the least open cell about each, itself included
+    /// How many cells off, up to two, all hold particles or are closed, and none is cut. At two
+    /// those about a cell lie below the surface, and it gets what particles in full cells give; at
+    /// one, no more than that.
+    std::vector<u8> depth;
+    std::vector<float> open;     ///< scratch
+    std::vector<u8> near, full;  ///< scratch
+  };
+  void Find(i32 y, i32 z, Surroundings& line) const;
+
+  bool IsAllOpen() const { return !mOpen; }
+  bool HasOpening(i32 i) const { return !mOpen || (*mOpen)[i] > 0; }
+  /// Little of the cell is solid: what it gets tells of the particles more than of the solid.
+  bool IsMostlyOpen(i32 i) const { return !mOpen || (*mOpen)[i] >= kMostly; }
+  bool Holds(i32 i) const { return mNotes[i] & kHolds; }
+
+  static constexpr float kMostly = 0.5F;
+  /// From here on a cell is open all through: distances cut the inner edges of a box off.
+  static constexpr float kWhole = 0.8F;
+
+ private:
+  static constexpr u8 kHolds = 64, kFull = 128;
+
+  /// Notes for each cell whether it holds particles, whether it does so all through or is closed,
+  /// and which of its neighbours, low and high on each axis, are closed.
+  void FindNotes();
+  bool IsWhole(i32 i) const { return !mOpen || (*mOpen)[i] >= kWhole; }
+  /// All cells up to `reach` off hold particles or are closed, and none is cut.
+  bool IsAmidst(const VecInt3D& at, i32 reach) const;
+
+  const ParticleSort& mSort;
+  const EGrid<float>* mOpen;
+  EGrid<double>& mSums;
+  Grid<u8> mNotes;  ///< kHolds, kFull, and the bits of closed neighbours
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
