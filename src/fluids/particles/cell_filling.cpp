@@ -7,9 +7,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr i32 kMarkKind = 13;
-/// What a spline gives of an even filling to its own cell and to those beside it on an axis.
-constexpr double kMiddle = 2.0 / 3, kSide = 1.0 / 6;
+/// What a spline gives of an even filling to its own cell, on an axis.
+constexpr double kMiddle = 2.0 / 3;
 
 /// What a particle at `v`, in cells, gives on an axis of n cells to its own cell and those beside
 /// it. Closed cells and the ends of the grid give back what they get: `sides` has the axis's two
@@ -29,14 +28,6 @@ struct SplineWeights {
     at[2] = own == n - 1 || (sides & 2) ? own : own + 1;
   }
 };
-
-/// Calls f(y, z) for the lines of cells along x, layer by layer on all workers.
-template <class F>
-void ForEachLine(const EGrid<double>& grid, F&& f) {
-  ForEachBlock(grid.mNz, host::ThreadCount(), [&](i32 z) {
-    for (i32 y = 0; y < grid.mNy; ++y) f(y, z);
-  });
-}
 
 }  // namespace
 

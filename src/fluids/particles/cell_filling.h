@@ -50,6 +50,17 @@ class CellFilling {
   bool IsMostlyOpen(i32 i) const { return !mOpen || (*mOpen)[i] >= kMostly; }
   bool Holds(i32 i) const { return mNotes[i] & kHolds; }
 
+  /// Calls f(y, z) for the lines of cells along x, layer by layer on all workers.
+  template <class F>
+  static void ForEachLine(const EGrid<double>& grid, F&& f) {
+    ForEachBlock(grid.mNz, host::ThreadCount(), [&](i32 z) {
+      for (i32 y = 0; y < grid.mNy; ++y) f(y, z);
+    });
+  }
+
+  static constexpr i32 kMarkKind = 13;  ///< of grids of notes
+  /// What a spline gives of an even filling to the cell beside its own on an axis.
+  static constexpr double kSide = 1.0 / 6;
   static constexpr float kMostly = 0.5F;
   /// From here on a cell is open all through: distances cut the inner edges of a box off.
   static constexpr float kWhole = 0.8F;

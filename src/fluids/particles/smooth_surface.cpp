@@ -8,9 +8,6 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr i32 kMarkKind = 13;
-/// What a spline gives of an even filling to the cell beside its own on an axis.
-constexpr double kSide = 1.0 / 6;
 /// Of a spline; where less is open, particles count as if it were that.
 constexpr double kLeastOpen = 0.1;
 /// Of a cell: an excess, or a lack, that an even lattice of particles has too, and the largest that
@@ -28,24 +25,16 @@ double CrowdOf(double excess, i32 depth) {
   return excess < 0 ? -told : told;
 }
 
-/// Calls f(y, z) for the lines of cells along x, layer by layer on all workers.
-template <class F>
-void ForEachLine(const EGrid<double>& grid, F&& f) {
-  ForEachBlock(grid.mNz, host::ThreadCount(), [&](i32 z) {
-    for (i32 y = 0; y < grid.mNy; ++y) f(y, z);
-  });
-}
-
 }  // namespace
 
 SmoothSurface::SmoothSurface(const ParticleSort& sort, const EGrid<float>* open, EGrid<double>& phi)
-    : mFilling(sort, open, phi), mPhi(phi), mStates(phi.Dims(), kMarkKind) {}
+    : mFilling(sort, open, phi), mPhi(phi), mStates(phi.Dims(), CellFilling::kMarkKind) {}
 
 double SmoothSurface::DepthOf(double share) {
   if (!(share > 0)) return -kReach;
   if (share >= 1) return kReach;
-  if (share < kSide) return std::cbrt(6 * share) - kReach;
-  if (share > 1 - kSide) return kReach - std::cbrt(6 * (1 - share));
+  if (share < CellFilling::kSide) return std::cbrt(6 * share) - kReach;
+  if (share > 1 - CellFilling::kSide) return kReach - std::cbrt(6 * (1 - share));
   // t (3/4 - t^2 / 3) = share - 1/2, by Newton's steps.
   const double rise = share - 0.5;
   double t = rise / 0.75;
@@ -76,7 +65,7 @@ void SmoothSurface::FindDepths(const Crowd& crowd) {
 
 void SmoothSurface::EnterWalls() {
   if (mFilling.IsAllOpen()) return;
-  ForEachLine(mPhi, [&](i32 y, i32 z) {
+  CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
     for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i) {
       if (mFilling.IsMostlyOpen(i)) continue;
       // Of the neighbours across a face, else across an edge, else across a corner.
@@ -120,11 +109,11 @@ SmoothSurface::State SmoothSurface::StateOf(const VecInt3D& at, i32 i) const {
 
 void SmoothSurface::FindStates() {
   const double h = mPhi.mLayout.cellSize;
-  ForEachLine(mPhi, [&](i32 y, i32 z) {
+  CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
     for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i)
       mStates[i] = StateOf({x, y, z}, i);
   });
-  ForEachLine(mPhi, [&](i32 y, i32 z) {
+  CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
     for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i) switch (mStates[i]) {
         case kThin: mPhi[i] = -kFilmDepth * h; break;
         case kBare: mPhi[i] = kFilmDepth * h; break;
@@ -158,7 +147,7 @@ bool SmoothSurface::SpreadDistances(host::HostThread* thread) {
                                  : EikonalSweeper::kKnown;
   });
   sweeper.Run();
-  ForEachLine(mPhi, [&](i32 y, i32 z) {
+  CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
     double* phi = mPhi.mData + mPhi.Index(0, y, z);
     for (i32 x = 0; x < mPhi.mNx; ++x)
       if (std::abs(phi[x]) == EikonalSweeper::kFar) phi[x] = phi[x] < 0 ? -kFar : kFar;
