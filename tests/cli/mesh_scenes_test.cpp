@@ -5,6 +5,7 @@
 #include <cmath>
 #include <numeric>
 
+#include "cli/run_folder.h"
 #include "fluids/fields/channel.h"
 #include "fluids/volume/multi_volume.h"
 #include "framework/server_rows.h"
@@ -138,6 +139,38 @@ TEST(MeshScenes, SkinsOfWaterAreClosedInEveryFrame) {
   ExpectClosedSkins("/scenes/dam_break.json", 40);
   ExpectClosedSkins("/scenes/splash.json", 30);
   ExpectClosedSkins("/scenes/tap.json", 40);
+}
+
+TEST(MeshScenes, ARecordedSurfaceGivesTheSameSkinWithoutItsWater) {
+  const app::RunFolder folder("surface_cache");
+  const auto write = [&](const std::string& name, const std::string& water,
+                         const std::string& mode) {
+    folder.Write(name, R"({ "sulva": 1, "range": [0, 2],
+      "objects": [ { "name": "ball", "type": "sphere", "radius": 30, "position": [0, 60, 0] } ],
+      "nodes": [ { "type": "server", "name": "scene", "children": [
+        { "type": "particlegroup", "name": "water" },
+        { "type": "surface_reconstruction", "name": "surface", "parameters": { "source": "water" } },
+        { "type": "mesher", "name": "skin", "parameters": { "source": "surface", "velocities": false } },)" +
+                           water + R"(
+        { "type": "cache", "name": "cache", "parameters": { "objects": ["surface"], "mode": ")" +
+                           mode + R"(" } } ] } ],
+      "exports": [ { "format": "mesh", "file": "mesh/####.ply", "mesh": "skin" } ] })");
+  };
+  write("record.json", R"(
+        { "type": "mesh", "name": "ball mesh", "parameters": { "object": "ball" } },
+        { "type": "volume", "name": "ball volume", "parameters": { "mesh": "ball mesh" } },
+        { "type": "particlemesh_emission_setting", "name": "full" },
+        { "type": "particlegridemitter", "name": "fill",
+          "parameters": { "group": "water", "volume": "ball volume", "settings": "full" } },)",
+        "record");
+  write("play.json", "", "play_back");
+  ASSERT_EQ(folder.Run({"run", "record.json", "--quiet", "--out", "one"}), 0) << folder.Errors();
+  std::filesystem::create_directories(folder.Path() / "two");
+  std::filesystem::copy(folder.Path() / "one" / "cache", folder.Path() / "two" / "cache");
+  ASSERT_EQ(folder.Run({"run", "play.json", "--quiet", "--out", "two"}), 0) << folder.Errors();
+  const auto recorded = folder.Files("one"), played = folder.Files("two");
+  EXPECT_GT(recorded.at("mesh/0002.ply").size(), 1000u);
+  EXPECT_TRUE(recorded.at("mesh/0002.ply") == played.at("mesh/0002.ply"));
 }
 
 }  // namespace

@@ -23,8 +23,8 @@ const NodeKind& SurfaceReconstructor::Kind() {
       .example =
           {{example::kBall},
            {R"({ "type": "particlegroup", "name": "water" })", example::kBallMesh,
-            example::kBallVolume,
-            R"({ "type": "particlegridemitter", "name": "fill", "parameters": { "group": "water", "volume": "ball volume" } })",
+            example::kBallVolume, R"({ "type": "particlemesh_emission_setting", "name": "full" })",
+            R"({ "type": "particlegridemitter", "name": "fill", "parameters": { "group": "water", "volume": "ball volume", "settings": "full" } })",
             R"({ "type": "surface_reconstruction", "name": "surface", "parameters": { "source": "water" } })",
             R"({ "type": "mesher", "name": "skin", "parameters": { "source": "surface" } })"}},
       .rows = Parameters,
