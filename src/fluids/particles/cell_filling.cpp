@@ -10,6 +10,11 @@ namespace {
 /// What a spline gives of an even filling to its own cell, on an axis.
 constexpr double kMiddle = 2.0 / 3;
 
+/// Parts of a cell along an axis that so many particles share out; 0 for other numbers.
+i32 PartsOf(std::size_t particles) {
+  return particles == 8 ? 2 : particles == 27 ? 3 : particles == 64 ? 4 : 0;
+}
+
 /// What a particle at `v`, in cells, gives on an axis of n cells to its own cell and those beside
 /// it. Closed cells and the ends of the grid give back what they get: `sides` has the axis's two
 /// bits.
@@ -37,19 +42,37 @@ CellFilling::CellFilling(const ParticleSort& sort, const EGrid<float>* open, EGr
       mSums(sums),
       mNotes(sums.Dims(), kMarkKind) {}
 
+bool CellFilling::IsShared(std::span<const ParticleSort::Entry> particles) const {
+  const i32 parts = PartsOf(particles.size());
+  if (parts == 0) return false;
+  u64 taken = 0;
+  for (const ParticleSort::Entry& entry : particles) {
+    const Vec3d p = mSort.Layout().ToCells(entry.position);
+    i32 part = 0;
+    for (int a = 0; a < 3; ++a)
+      part =
+          part * parts + std::min(static_cast<i32>((p[a] - std::floor(p[a])) * parts), parts - 1);
+    const u64 bit = u64{1} << part;
+    if (taken & bit) return false;
+    taken |= bit;
+  }
+  return true;
+}
+
 void CellFilling::FindNotes() {
   const VecInt3D n = mSums.Dims();
   const i32 steps[3] = {1, mSums.mNx, mSums.mSlice};
   ForEachLine(mSums, [&](i32 y, i32 z) {
     for (i32 x = 0, i = mSums.Index(0, y, z); x < n.x; ++x, ++i) {
       const VecInt3D at{x, y, z};
-      i32 notes = mSort.Cell(at).empty() ? 0 : kHolds;
+      const auto particles = mSort.Cell(at);
+      i32 notes = particles.empty() ? 0 : IsShared(particles) ? kHolds | kShared : kHolds;
       if (!HasOpening(i) || (notes && IsWhole(i))) notes |= kFull;
       for (i32 axis = 0; axis < 3 && mOpen; ++axis) {
         if (at[axis] > 0 && !HasOpening(i - steps[axis])) notes |= 1 << (2 * axis);
         if (at[axis] < n[axis] - 1 && !HasOpening(i + steps[axis])) notes |= 2 << (2 * axis);
       }
-      mNotes[i] = static_cast<u8>(notes);
+      mNotes[i] = static_cast<u16>(notes);
     }
   });
 }
@@ -64,10 +87,14 @@ void CellFilling::Spread() {
   for (ParticleGroup* group : mSort.Groups()) flags.push_back(group->Store(mSort.Kind()).Flags());
   mSort.ForEachBySlab(host::ThreadCount(), [&](const ParticleSort::Entry& entry) {
     if (flags[entry.group][entry.row] & PF_SHEET_FILLER) return;
-    const Vec3d p = layout.ToCells(entry.position);
+    Vec3d p = layout.ToCells(entry.position);
     VecInt3D cell;
     for (int a = 0; a < 3; ++a) cell[a] = std::clamp(static_cast<i32>(p[a]), 0, n[a] - 1);
     const i32 sides = mNotes[mSums.Index(cell.x, cell.y, cell.z)];
+    if (sides & kShared) {
+      const double parts = PartsOf(mSort.Cell(cell).size());
+      for (int a = 0; a < 3; ++a) p[a] = (std::floor(p[a] * parts) + 0.5) / parts;
+    }
     const SplineWeights x(p.x, n.x, sides), y(p.y, n.y, sides >> 2), z(p.z, n.z, sides >> 4);
     for (i32 k = 0; k < 3; ++k)
       for (i32 j = 0; j < 3; ++j) {

@@ -11,7 +11,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 ///
 /// Each particle spreads itself over the cells about it by quadratic B-splines (Steffen, Kirby and
 /// Berzins 2008), which closed cells mirror. What a cell gets of an even filling follows from what
-/// is open about it.
+/// is open about it. Particles that share a cell out evenly, one in each part of it, stand in the
+/// middle of their parts: chance that an emitter gave them makes no waves on a still pool.
 class CellFilling {
  public:
   /// Works on particles that are sorted by the cells of `sums`. `open` are the open fractions of
@@ -66,11 +67,13 @@ class CellFilling {
   static constexpr float kWhole = 0.8F;
 
  private:
-  static constexpr u8 kHolds = 64, kFull = 128;
+  static constexpr u16 kHolds = 64, kFull = 128, kShared = 256;
 
   /// Notes for each cell whether it holds particles, whether it does so all through or is closed,
-  /// and which of its neighbours, low and high on each axis, are closed.
+  /// whether they share it out evenly, and which of its neighbours, low and high on each axis, are
+  /// closed.
   void FindNotes();
+  bool IsShared(std::span<const ParticleSort::Entry> particles) const;
   bool IsWhole(i32 i) const { return !mOpen || (*mOpen)[i] >= kWhole; }
   /// All cells up to `reach` off hold particles or are closed, and none is cut.
   bool IsAmidst(const VecInt3D& at, i32 reach) const;
@@ -78,7 +81,7 @@ class CellFilling {
   const ParticleSort& mSort;
   const EGrid<float>* mOpen;
   EGrid<double>& mSums;
-  Grid<u8> mNotes;  ///< kHolds, kFull, and the bits of closed neighbours
+  Grid<u16> mNotes;  ///< kHolds, kFull, kShared, and the bits of closed neighbours
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
