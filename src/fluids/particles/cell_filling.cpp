@@ -42,39 +42,91 @@ CellFilling::CellFilling(const ParticleSort& sort, const EGrid<float>* open, EGr
       mSums(sums),
       mNotes(sums.Dims(), kMarkKind) {}
 
-bool CellFilling::IsShared(std::span<const ParticleSort::Entry> particles) const {
+Vec3d CellFilling::OffsetIn(std::span<const ParticleSort::Entry> particles, bool& isShared) const {
   const i32 parts = PartsOf(particles.size());
-  if (parts == 0) return false;
+  isShared = parts > 0;
+  Vec3d offset;
   u64 taken = 0;
   for (const ParticleSort::Entry& entry : particles) {
+    if (!isShared) return {};
     const Vec3d p = mSort.Layout().ToCells(entry.position);
     i32 part = 0;
-    for (int a = 0; a < 3; ++a)
-      part =
-          part * parts + std::min(static_cast<i32>((p[a] - std::floor(p[a])) * parts), parts - 1);
-    const u64 bit = u64{1} << part;
-    if (taken & bit) return false;
-    taken |= bit;
+    for (int a = 0; a < 3; ++a) {
+      const double own = p[a] - std::floor(p[a]);
+      part = part * parts + std::min(static_cast<i32>(own * parts), parts - 1);
+      offset[a] += own - 0.5;
+    }
+    isShared = !(taken & u64{1} << part);
+    taken |= u64{1} << part;
   }
-  return true;
+  return offset;
 }
 
 void CellFilling::FindNotes() {
   const VecInt3D n = mSums.Dims();
   const i32 steps[3] = {1, mSums.mNx, mSums.mSlice};
-  ForEachLine(mSums, [&](i32 y, i32 z) {
-    for (i32 x = 0, i = mSums.Index(0, y, z); x < n.x; ++x, ++i) {
-      const VecInt3D at{x, y, z};
-      const auto particles = mSort.Cell(at);
-      i32 notes = particles.empty() ? 0 : IsShared(particles) ? kHolds | kShared : kHolds;
-      if (!HasOpening(i) || (notes && IsWhole(i))) notes |= kFull;
-      for (i32 axis = 0; axis < 3 && mOpen; ++axis) {
-        if (at[axis] > 0 && !HasOpening(i - steps[axis])) notes |= 1 << (2 * axis);
-        if (at[axis] < n[axis] - 1 && !HasOpening(i + steps[axis])) notes |= 2 << (2 * axis);
+  const auto noteLayer = [&](i32 z) {
+    Sharing found;
+    for (i32 y = 0; y < n.y; ++y)
+      for (i32 x = 0, i = mSums.Index(0, y, z); x < n.x; ++x, ++i) {
+        const VecInt3D at{x, y, z};
+        const auto particles = mSort.Cell(at);
+        bool isShared = false;
+        const Vec3d offset = OffsetIn(particles, isShared);
+        const auto count = static_cast<i64>(particles.size());
+        found.particles += count;
+        if (isShared) {
+          found.offset += offset;
+          found.sharing += count;
+        }
+        i32 notes = particles.empty() ? 0 : isShared ? kHolds | kShared : kHolds;
+        if (!HasOpening(i) || (notes && IsWhole(i))) notes |= kFull;
+        for (i32 axis = 0; axis < 3 && mOpen; ++axis) {
+          if (at[axis] > 0 && !HasOpening(i - steps[axis])) notes |= 1 << (2 * axis);
+          if (at[axis] < n[axis] - 1 && !HasOpening(i + steps[axis])) notes |= 2 << (2 * axis);
+        }
+        mNotes[i] = static_cast<u16>(notes);
       }
-      mNotes[i] = static_cast<u16>(notes);
-    }
-  });
+    return found;
+  };
+  mIsScattered = TellsScatter(ReduceBlocks(
+      n.z, host::ThreadCount(), Sharing{}, noteLayer, [](const Sharing& a, const Sharing& b) {
+        return Sharing{a.offset + b.offset, a.sharing + b.sharing, a.particles + b.particles};
+      }));
+}
+
+/// A lattice that stands off the cells is one that moves, or came so; chance has no such mean. One
+/// of another step shares out some cells, and the others have more or less.
+bool CellFilling::TellsScatter(const Sharing& all) const {
+  constexpr i64 kPart = 4;
+  if (all.sharing == 0 || kPart * all.sharing < all.particles) return false;
+  const double sharing = static_cast<double>(all.sharing);
+  const double most = 0.01 * sharing + 0.5 * std::sqrt(sharing);
+  for (int a = 0; a < 3; ++a)
+    if (std::abs(all.offset[a]) > most) return false;
+  struct Amidst {
+    i64 cells = 0, particles = 0;
+  };
+  const VecInt3D n = mSums.Dims();
+  const Amidst amidst = ReduceBlocks(
+      n.z, host::ThreadCount(), Amidst{},
+      [&](i32 z) {
+        Amidst found;
+        for (i32 y = 0; y < n.y; ++y)
+          for (i32 x = 0, i = mSums.Index(0, y, z); x < n.x; ++x, ++i) {
+            if (!Holds(i) || !IsWhole(i) || !IsAmidst({x, y, z}, 1)) continue;
+            ++found.cells;
+            found.particles += static_cast<i64>(mSort.Cell({x, y, z}).size());
+          }
+        return found;
+      },
+      [](const Amidst& a, const Amidst& b) {
+        return Amidst{a.cells + b.cells, a.particles + b.particles};
+      });
+  if (amidst.cells == 0) return false;
+  const double mean = static_cast<double>(amidst.particles) / static_cast<double>(amidst.cells);
+  const double parts = std::round(std::cbrt(mean)), full = parts * parts * parts;
+  return std::abs(mean - full) < 0.02 * full;
 }
 
 void CellFilling::Spread() {
@@ -91,7 +143,7 @@ void CellFilling::Spread() {
     VecInt3D cell;
     for (int a = 0; a < 3; ++a) cell[a] = std::clamp(static_cast<i32>(p[a]), 0, n[a] - 1);
     const i32 sides = mNotes[mSums.Index(cell.x, cell.y, cell.z)];
-    if (sides & kShared) {
+    if (mIsScattered && (sides & kShared)) {
       const double parts = PartsOf(mSort.Cell(cell).size());
       for (int a = 0; a < 3; ++a) p[a] = (std::floor(p[a] * parts) + 0.5) / parts;
     }

@@ -73,7 +73,14 @@ class CellFilling {
   /// whether they share it out evenly, and which of its neighbours, low and high on each axis, are
   /// closed.
   void FindNotes();
-  bool IsShared(std::span<const ParticleSort::Entry> particles) const;
+  /// Of the particles in cells that are shared out, and of all.
+  struct Sharing {
+    Vec3d offset;  ///< sum of how far they stand off the middles of their cells, in cells
+    i64 sharing = 0, particles = 0;
+  };
+  bool TellsScatter(const Sharing& all) const;
+  /// Sum of how far particles of a cell stand off its middle, in cells, if they share it out.
+  Vec3d OffsetIn(std::span<const ParticleSort::Entry> particles, bool& isShared) const;
   bool IsWhole(i32 i) const { return !mOpen || (*mOpen)[i] >= kWhole; }
   /// All cells up to `reach` off hold particles or are closed, and none is cut.
   bool IsAmidst(const VecInt3D& at, i32 reach) const;
@@ -82,6 +89,8 @@ class CellFilling {
   const EGrid<float>* mOpen;
   EGrid<double>& mSums;
   Grid<u16> mNotes;  ///< kHolds, kFull, kShared, and the bits of closed neighbours
+  bool mIsScattered =
+      false;  ///< in cells that are shared out they stand about the middles of parts
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
