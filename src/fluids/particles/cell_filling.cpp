@@ -43,6 +43,8 @@ CellFilling::CellFilling(const ParticleSort& sort, const EGrid<float>* open, EGr
       mNotes(sums.Dims(), kMarkKind) {}
 
 Vec3d CellFilling::OffsetIn(std::span<const ParticleSort::Entry> particles, bool& isShared) const {
+  constexpr double kStill = 0.02;  // cells a second
+  const double still = kStill * mSums.mLayout.cellSize;
   const i32 parts = PartsOf(particles.size());
   isShared = parts > 0;
   Vec3d offset;
@@ -59,6 +61,11 @@ Vec3d CellFilling::OffsetIn(std::span<const ParticleSort::Entry> particles, bool
     isShared = !(taken & u64{1} << part);
     taken |= u64{1} << part;
   }
+  for (const ParticleSort::Entry& entry : particles) {
+    if (!isShared) return {};
+    const Vec3d v = mSort.Groups()[entry.group]->Store(mSort.Kind()).Velocities()[entry.row];
+    isShared = Dot(v, v) < still * still;
+  }
   return offset;
 }
 
@@ -73,11 +80,9 @@ void CellFilling::FindNotes() {
         const auto particles = mSort.Cell(at);
         bool isShared = false;
         const Vec3d offset = OffsetIn(particles, isShared);
-        const auto count = static_cast<i64>(particles.size());
-        found.particles += count;
         if (isShared) {
           found.offset += offset;
-          found.sharing += count;
+          found.sharing += static_cast<i64>(particles.size());
         }
         i32 notes = particles.empty() ? 0 : isShared ? kHolds | kShared : kHolds;
         if (!HasOpening(i) || (notes && IsWhole(i))) notes |= kFull;
@@ -91,16 +96,16 @@ void CellFilling::FindNotes() {
   };
   mIsScattered = TellsScatter(ReduceBlocks(
       n.z, host::ThreadCount(), Sharing{}, noteLayer, [](const Sharing& a, const Sharing& b) {
-        return Sharing{a.offset + b.offset, a.sharing + b.sharing, a.particles + b.particles};
+        return Sharing{a.offset + b.offset, a.sharing + b.sharing};
       }));
 }
 
-/// A lattice that stands off the cells is one that moves, or came so; chance has no such mean. One
-/// of another step shares out some cells, and the others have more or less.
+/// A lattice that stands off the cells is one that moves,
+/// or came so; chance has no such mean. One of another step shares out some cells, and the others
+/// have more or less.
 bool CellFilling::TellsScatter(const Sharing& all) const {
-  constexpr i64 kPart = 4;
-  if (all.sharing == 0 || kPart * all.sharing < all.particles) return false;
   const double sharing = static_cast<double>(all.sharing);
+  if (sharing == 0) return false;
   const double most = 0.01 * sharing + 0.5 * std::sqrt(sharing);
   for (int a = 0; a < 3; ++a)
     if (std::abs(all.offset[a]) > most) return false;

@@ -11,7 +11,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 ///
 /// Each particle spreads itself over the cells about it by quadratic B-splines (Steffen, Kirby and
 /// Berzins 2008), which closed cells mirror. What a cell gets of an even filling follows from what
-/// is open about it. Particles that share a cell out evenly, one in each part of it, stand in the
+/// is open about it. Still particles that share a cell out evenly, one in each part, stand in the
 /// middle of their parts: chance that an emitter gave them makes no waves on a still pool.
 class CellFilling {
  public:
@@ -73,13 +73,14 @@ class CellFilling {
   /// whether they share it out evenly, and which of its neighbours, low and high on each axis, are
   /// closed.
   void FindNotes();
-  /// Of the particles in cells that are shared out, and of all.
+  /// Of the particles in cells that are shared out.
   struct Sharing {
     Vec3d offset;  ///< sum of how far they stand off the middles of their cells, in cells
-    i64 sharing = 0, particles = 0;
+    i64 sharing = 0;
   };
   bool TellsScatter(const Sharing& all) const;
-  /// Sum of how far particles of a cell stand off its middle, in cells, if they share it out.
+  /// Sum of how far particles of a cell stand off its middle, in cells, if they are still and share
+  /// it out.
   Vec3d OffsetIn(std::span<const ParticleSort::Entry> particles, bool& isShared) const;
   bool IsWhole(i32 i) const { return !mOpen || (*mOpen)[i] >= kWhole; }
   /// All cells up to `reach` off hold particles or are closed, and none is cut.

@@ -25,6 +25,7 @@ const NodeKind& SurfaceReconstructor::Kind() {
            {R"({ "type": "particlegroup", "name": "water" })", example::kBallMesh,
             example::kBallVolume, R"({ "type": "particlemesh_emission_setting", "name": "full" })",
             R"({ "type": "particlegridemitter", "name": "fill", "parameters": { "group": "water", "volume": "ball volume", "settings": "full" } })",
+            R"({ "type": "particle_advection", "name": "move", "parameters": { "group": "water", "motion": "ballistic" } })",
             R"({ "type": "surface_reconstruction", "name": "surface", "parameters": { "source": "water" } })",
             R"({ "type": "mesher", "name": "skin", "parameters": { "source": "surface" } })"}},
       .rows = Parameters,
