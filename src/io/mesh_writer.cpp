@@ -96,7 +96,7 @@ class GlbWriter {
   std::string Encode(const MeshTable& mesh) {
     nlohmann::ordered_json scene = {{"asset", {{"version", "2.0"}, {"generator", "sulva"}}},
                                     {"scene", 0},
-                                    {"scenes", {{{"nodes", nlohmann::json::array()}}}}};
+                                    {"scenes", {nlohmann::json::object()}}};
     if (!mesh.polygons.empty()) {
       nlohmann::ordered_json attributes = {{"POSITION", AddVectors(mesh.points, true)}};
       if (!mesh.normals.empty()) attributes["NORMAL"] = AddVectors(mesh.normals, false);

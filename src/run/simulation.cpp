@@ -141,12 +141,16 @@ void PersistWritten(StateArchive& archive, host::BaseNode& node) {
     archive(isOutput);
     if (isOutput) {
       host::Geometry geometry = mesh->GetGeometry();
-      archive(geometry.points, geometry.polygons);
+      std::vector<Vec3d> normals;
+      for (const auto& corners : geometry.normals)
+        normals.insert(normals.end(), corners.begin(), corners.end());
+      archive(geometry.points, geometry.polygons, normals, geometry.velocities, geometry.colours);
       if (archive.IsLoading() && archive.IsGood()) {
         geometry.uvs.clear();
-        geometry.normals.clear();
-        geometry.velocities.clear();
-        geometry.colours.clear();
+        geometry.normals.resize(normals.size() / 4);
+        for (std::size_t i = 0; i < geometry.normals.size(); ++i)
+          std::copy_n(normals.begin() + static_cast<std::ptrdiff_t>(4 * i), 4,
+                      geometry.normals[i].begin());
         mesh->WriteOutput(std::move(geometry));
       }
     }

@@ -103,6 +103,9 @@ class SettingHints : public HintBase {
   /// New nodes have a level for fields of other kinds than distances.
   void CheckLevel(const BaseNode& node) {
     const BaseNode* source = Linked(node, ImplicitMesher::kSourceRow);
+    if (source && IsA<SurfaceReconstructor>(*source))
+      NoteUnread(node, ImplicitMesher::kLevelRow,
+                 "the surface of particles lies where 'radius_shift' of its source has it");
     if (source && !IsA<SurfaceReconstructor>(*source) && MayWork(node) &&
         !IsGiven(node, ImplicitMesher::kLevelRow) &&
         !node.Tracks().contains(ImplicitMesher::kLevelRow))

@@ -83,7 +83,8 @@ class TetrahedronCutter {
   void CutCell(const VecInt3D& cell, const double* values) {
     const auto [low, high] = std::minmax_element(values, values + 8);
     if (*low >= 0 || *high < 0 || !(*high - *low <= mGreatestChange)) return;
-    for (const Corners& corners : (cell.x + cell.y + cell.z) % 2 ? kOddCell : kEvenCell) {
+    // Cells of the lattice begin one off those of the grid, on each axis.
+    for (const Corners& corners : (cell.x + cell.y + cell.z) % 2 ? kEvenCell : kOddCell) {
       std::array<VecInt3D, 4> points;
       std::array<double, 4> v;
       for (i32 i = 0; i < 4; ++i) {

@@ -169,7 +169,8 @@ ParticleSurface::ParticleSurface(const PointLookup& points, const ParticleStore*
                        property_id::kEllipsoidZ};
     for (int a = 0; a < 3; ++a) mAxes[a] = store->Find<Vec3d>(ids[a]);
   }
-  if (store && shape.usesMass) {
+  // What fits counts particles, however heavy they are.
+  if (store && shape.usesMass && !shape.fits) {
     mMass = store->Find<double>(property_id::kMass);
     mKernelSum = store->Find<double>(property_id::kKernelSum);
   }

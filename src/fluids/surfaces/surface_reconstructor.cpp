@@ -50,7 +50,11 @@ void SurfaceReconstructor::Persist(StateArchive& archive) {
   mConstraints.Persist(archive, *mScene);
 }
 
-double SurfaceReconstructor::Reach() const { return mSearch * mRadius * GetDomain().cellSize; }
+double SurfaceReconstructor::Reach() const {
+  const double reach = mSearch * mRadius;
+  // A surface that is moved out still lies in reach.
+  return (mFits ? reach : std::max(reach, mRadius + mShift)) * GetDomain().cellSize;
+}
 
 SurfaceShape SurfaceReconstructor::Shape() const {
   const double cell = GetDomain().cellSize;
@@ -144,7 +148,10 @@ bool SurfaceReconstructor::AllocateResult(const std::vector<Vec3d>& places) {
   }
   if (low.x > high.x) {
     mResult.reset();
-    return Deactivate(kNoParticlesReason);
+    if (mUsesHost) return Deactivate("its object has no points");
+    return Deactivate(mFilters && !mGroup->Store(mKind).IsEmpty()
+                          ? "its filter leaves out all particles"
+                          : kNoParticlesReason);
   }
   const GridLayout& domain = GetDomain();
   const double cell = domain.cellSize;
@@ -196,12 +203,13 @@ void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
   const i32 threads = mScene->mThreadCount;
   ParticleSurface surface(mPoints, Store(), Shape());
   surface.Fill(*mResult, threads);
-  const double shift = mShift * GetDomain().cellSize;
-  if (mSmoothing > 0) SmoothSurfaceOf(*mResult, surface.Outside(), mSmoothing, threads);
+  const double shift = mShift * GetDomain().cellSize, outside = surface.Outside();
+  if (mSmoothing > 0) SmoothSurfaceOf(*mResult, outside, mSmoothing, threads);
   if (shift != 0)
     ForEachBlock(mResult->mNz, threads, [&](i32 z) {
       double* layer = mResult->mData + z * i64{mResult->mSlice};
-      for (i32 i = 0; i < mResult->mSlice; ++i) layer[i] -= shift;
+      for (i32 i = 0; i < mResult->mSlice; ++i)
+        if (layer[i] < outside) layer[i] -= shift;
     });
   CutOff();
 }

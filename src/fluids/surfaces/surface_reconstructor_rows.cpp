@@ -54,6 +54,7 @@ const ParameterTable& SurfaceReconstructor::Parameters() {
           .Required(),
       LongRow(kKindRow, "kind", kLiquid, "", "which particles of a group count")
           .Choices(ParticleKindChoices())
+          .OnlyWith(kHostRow, {0})
           .To(&SurfaceReconstructor::mKind),
       LinkRow(1003, "kernel", "how the weight of a particle falls off; without one smoothly",
               {Kernel::kNodeType})
@@ -66,6 +67,7 @@ const ParameterTable& SurfaceReconstructor::Parameters() {
               "gives smooth water; blobs: where their weights add up to enough")
           .Missing(kBlobs)
           .Choices({{kBlobs, "blobs"}, {kAveraged, "averaged"}})
+          .OrNumbers()
           .To(&SurfaceReconstructor::mMode),
       LongRow(kLeastRow, "least_neighbours", 1, "",
               "with fewer particles in reach the nearest one alone makes the surface")
@@ -90,9 +92,11 @@ const ParameterTable& SurfaceReconstructor::Parameters() {
           .To(&SurfaceReconstructor::mBoundary),
       BoolRow(kMassRow, "use_mass", true,
               "blobs weigh as the 'mass' of their particles over their 'kernel_sum'")
+          .OnlyWith(kFitRow, {0})
           .To(&SurfaceReconstructor::mUsesMass),
       BoolRow(kFilterRow, "filter", false,
               "leaves out particles by their density, by 'limit' and by 'constraints'")
+          .OnlyWith(kHostRow, {0})
           .To(&SurfaceReconstructor::mFilters),
       RealRow(1014, "filter_strength", 4.0, "none", "kept with the scene").Kept(),
       LongRow(1015, "filter_operation", 0, "", "kept with the scene").Kept(),
