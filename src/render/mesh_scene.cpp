@@ -2,6 +2,7 @@
 
 #include <embree3/rtcore.h>
 
+#include <algorithm>
 #include <limits>
 #include <numbers>
 #include <stdexcept>
@@ -20,6 +21,22 @@ Vec3d AreaNormal(const Geometry& geometry, const Polygon& p) {
 }
 
 std::array<i32, 4> CornersOf(const Polygon& p) { return {p.a, p.b, p.c, p.d}; }
+
+/// Whether closed polygons turn to the inside; false where hardly anything is enclosed.
+bool IsInsideOut(const Geometry& geometry) {
+  if (geometry.points.empty()) return false;
+  Vec3d low = geometry.points.front(), high = low;
+  for (const Vec3d& p : geometry.points) low = Min(low, p), high = Max(high, p);
+  const Vec3d middle = (low + high) * 0.5, size = high - low;
+  double volume = 0;
+  for (const Polygon& p : geometry.polygons) {
+    const Vec3d a = geometry.points[p.a] - middle, b = geometry.points[p.b] - middle,
+                c = geometry.points[p.c] - middle;
+    volume += Dot(a, Cross(b, c)) / 6;
+    if (p.IsQuad()) volume += Dot(a, Cross(c, geometry.points[p.d] - middle)) / 6;
+  }
+  return volume < -1e-6 * size.x * size.y * size.z;
+}
 
 RTCRay MakeRay(const Vec3d& origin, const Vec3d& direction, double near, double far) {
   RTCRay ray{};
@@ -66,7 +83,7 @@ std::vector<std::array<Vec3d, 4>> CornerNormals(const Geometry& geometry, double
 struct MeshScene::Impl {
   struct Mesh {
     i32 material = 0;
-    bool isMirrored = false;                    ///< its placement turns polygons inside out
+    bool isInsideOut = false;  ///< its polygons turn to the inside where they stand
     std::vector<std::array<Vec3d, 3>> normals;  ///< per triangle corner
   };
 
@@ -78,7 +95,7 @@ struct MeshScene::Impl {
 
   Impl() {
     if (!scene) throw std::runtime_error("rays can't be traced on this machine");
-    rtcSetSceneFlags(scene, RTC_SCENE_FLAG_ROBUST);
+    rtcSetSceneFlags(scene, RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION);
   }
   ~Impl() {
     rtcReleaseScene(scene);
@@ -110,7 +127,8 @@ void MeshScene::Add(const Geometry& geometry, const Matrix& placement, i32 mater
 
   Impl::Mesh mesh;
   mesh.material = material;
-  mesh.isMirrored = Dot(Cross(placement.v1, placement.v2), placement.v3) < 0;
+  mesh.isInsideOut =
+      IsInsideOut(geometry) != (Dot(Cross(placement.v1, placement.v2), placement.v3) < 0);
   mesh.normals.reserve(triangles);
   const auto normals = CornerNormals(geometry);
   // Normals move with the inverse transposed.
@@ -153,12 +171,72 @@ bool MeshScene::Trace(const Vec3d& origin, const Vec3d& direction, double near, 
   hit.material = mesh.material;
   hit.facing = Normalised(Vec3d{query.hit.Ng_x, query.hit.Ng_y, query.hit.Ng_z});
   const bool isBack = Dot(hit.facing, direction) > 0;
-  hit.isFromInside = isBack != mesh.isMirrored;
+  hit.isFromInside = isBack != mesh.isInsideOut;
   if (isBack) hit.facing = -hit.facing;
   hit.normal = Normalised(n[0] * (1 - u - v) + n[1] * u + n[2] * v);
   if (Dot(hit.normal, hit.facing) < 0) hit.normal = -hit.normal;
   if (hit.normal == Vec3d{}) hit.normal = hit.facing;
   return true;
+}
+
+namespace {
+
+/// Hits of a ray in any order.
+struct Collection {
+  RTCIntersectContext context;  // first, so that a filter finds the rest
+  struct Hit {
+    float distance;
+    u32 mesh;
+    bool isBack;
+    friend auto operator<=>(const Hit&, const Hit&) = default;
+  };
+  std::vector<Hit> hits;
+};
+
+/// Notes a hit and goes on behind it.
+void NoteHit(const RTCFilterFunctionNArguments* arguments) {
+  auto* collection = reinterpret_cast<Collection*>(arguments->context);
+  RTCRayN* ray = arguments->ray;
+  RTCHitN* hit = arguments->hit;
+  const float facing = RTCHitN_Ng_x(hit, 1, 0) * RTCRayN_dir_x(ray, 1, 0) +
+                       RTCHitN_Ng_y(hit, 1, 0) * RTCRayN_dir_y(ray, 1, 0) +
+                       RTCHitN_Ng_z(hit, 1, 0) * RTCRayN_dir_z(ray, 1, 0);
+  collection->hits.push_back({RTCRayN_tfar(ray, 1, 0), RTCHitN_geomID(hit, 1, 0), facing > 0});
+  arguments->valid[0] = 0;
+}
+
+}  // namespace
+
+i32 MeshScene::Count() const { return static_cast<i32>(mImpl->meshes.size()); }
+
+std::vector<MeshHit> MeshScene::CollectHits(const Vec3d& origin, const Vec3d& direction,
+                                            double near, double far) const {
+  if (IsEmpty()) return {};
+  Collection collection;
+  rtcInitIntersectContext(&collection.context);
+  collection.context.filter = NoteHit;
+  RTCRayHit query{};
+  query.ray = MakeRay(origin, direction, near, far);
+  query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+  rtcIntersect1(mImpl->scene, &collection.context, &query);
+  std::sort(collection.hits.begin(), collection.hits.end());
+  std::vector<MeshHit> hits;
+  std::vector<Collection::Hit> told;
+  for (const Collection::Hit& hit : collection.hits) {
+    const double edge = 1e-5 * std::max(1.0, double{hit.distance});
+    const bool isTold = std::any_of(told.begin(), told.end(), [&](const Collection::Hit& other) {
+      return other.mesh == hit.mesh && other.isBack == hit.isBack &&
+             hit.distance - other.distance <= edge;
+    });
+    if (isTold) continue;
+    told.push_back(hit);
+    const Impl::Mesh& mesh = mImpl->meshes[hit.mesh];
+    hits.emplace_back();
+    hits.back().distance = hit.distance;
+    hits.back().material = mesh.material;
+    hits.back().isFromInside = hit.isBack != mesh.isInsideOut;
+  }
+  return hits;
 }
 
 bool MeshScene::IsBlocked(const Vec3d& origin, const Vec3d& direction, double near,

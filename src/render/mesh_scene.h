@@ -39,6 +39,11 @@ class MeshScene {
   /// The nearest hit between two distances.
   bool Trace(const Vec3d& origin, const Vec3d& direction, double near, double far,
              MeshHit& hit) const;
+  /// All hits between two distances, nearest first; where edges of a mesh are met, each side once.
+  std::vector<MeshHit> CollectHits(const Vec3d& origin, const Vec3d& direction, double near,
+                                   double far) const;
+  bool IsEmpty() const { return Count() == 0; }
+  i32 Count() const;
   /// Whether there is a hit between two distances.
   bool IsBlocked(const Vec3d& origin, const Vec3d& direction, double near, double far) const;
 

@@ -168,7 +168,7 @@ Vec3d PathTracer::ClearLight(const SurfaceHit& hit, const Vec3d& direction,
   Path through = path;
   through.density = 0;
   if (++through.boundaries > kMostBoundaries) return SkyLight(direction, through);
-  through.inside.Cross(hit.surface, hit.isFromInside);
+  CrossAll(hit, through.inside);
   if (through.inside.Filling() == path.inside.Filling()) return Beyond(hit, direction, through);
 
   Path mirrored = path;

@@ -23,7 +23,6 @@ PathTracer::PathTracer(const RenderWorld& world, const RenderData& data, Media m
     mIsAimedAt.push_back(!some.empty());
   }
   mGlow = GlowTree(std::move(boxes));
-  mRoundCamera = world.BodiesAt(world.GetCamera().Origin());
 }
 
 RenderRay PathTracer::MakeRay(const Vec3d& origin, const Vec3d& direction, const Path& path) const {
@@ -83,8 +82,9 @@ RaySample PathTracer::TraceCamera(const Vec2D<double>& pixel, Sampler& sampler, 
   const Vec3d direction = camera.Direction(pixel.x, pixel.y);
   const double near = camera.NearAlong(direction), far = camera.FarAlong(direction) - near;
   i64 samples = 0;
-  const Path path{sampler, samples, thread, mRoundCamera};
-  RaySample sample = Look(camera.Origin() + direction * near, direction, 0, far, kMostLayers, path);
+  const Vec3d start = camera.Origin() + direction * near;
+  const Path path{sampler, samples, thread, mWorld.BodiesAt(start)};
+  RaySample sample = Look(start, direction, 0, far, kMostLayers, path);
   sample.depth += near;
   sample.samples = samples;
   return sample;

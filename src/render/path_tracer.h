@@ -84,7 +84,6 @@ class PathTracer {
   const host::RenderData& mData;
   const Media mMedia;
   const bool mBounceLight;
-  ClearBodies mRoundCamera;
   std::vector<bool> mIsAimedAt;  ///< media whose own light bounced rays needn't gather
   GlowTree mGlow;
 };

@@ -174,6 +174,7 @@ bool RenderWorld::TraceMeshes(const MeshScene& meshes, const Vec3d& origin, cons
   hit.cover = 1;
   hit.isSphere = false;
   hit.isFromInside = mesh.isFromInside;
+  hit.otherCount = 0;
   return true;
 }
 
@@ -184,7 +185,10 @@ bool RenderWorld::Trace(const Vec3d& origin, const Vec3d& direction, double near
   found = TraceSpheres(origin, direction, near, end(), layers, hit) || found;
   const bool isMesh = TraceMeshes(mMeshes, origin, direction, near, end(), hit);
   found = isMesh || found;
-  found = TraceMeshes(mClear, origin, direction, near, end(), hit) || found;
+  if (TraceMeshes(mClear, origin, direction, near, end(), hit)) {
+    FindOthers(origin, direction, hit);
+    return true;
+  }
   if (isMesh && (hit.surface->colourShader || hit.surface->emissionShader)) AskShaders(hit);
   return found;
 }
@@ -210,7 +214,35 @@ bool RenderWorld::IsBlocked(const Vec3d& from, const Vec3d& to) const {
          (mSpheres && mSpheres->IsBlocked(from, direction, near, far));
 }
 
+void RenderWorld::FindOthers(const Vec3d& origin, const Vec3d& direction, SurfaceHit& hit) const {
+  constexpr double kFlattest = 0.05;
+  if (mClear.Count() < 2) return;
+  // As far as the ray behind the boundary begins off it.
+  const double off = Clearance(hit.point) / std::max(-Dot(direction, hit.facing), kFlattest);
+  const std::vector<MeshHit> hits =
+      mClear.CollectHits(origin, direction, std::max(hit.distance - off, 0.0), hit.distance + off);
+  bool isOwnSeen = false;
+  for (const MeshHit& other : hits) {
+    const Surface* surface = &mSurfaces[other.material];
+    if (!isOwnSeen && surface == hit.surface && other.isFromInside == hit.isFromInside)
+      isOwnSeen = true;
+    else if (hit.otherCount < static_cast<i32>(hit.others.size()))
+      hit.others[static_cast<std::size_t>(hit.otherCount++)] = {surface, other.isFromInside};
+  }
+}
+
+void CrossAll(const SurfaceHit& hit, ClearBodies& inside) {
+  for (const bool isLeft : {true, false}) {
+    if (hit.isFromInside == isLeft) inside.Cross(hit.surface, isLeft);
+    for (i32 i = 0; i < hit.otherCount; ++i) {
+      const SurfaceHit::Boundary& other = hit.others[static_cast<std::size_t>(i)];
+      if (other.isFromInside == isLeft) inside.Cross(other.surface, isLeft);
+    }
+  }
+}
+
 Vec3d RenderWorld::PassesClear(const Vec3d& from, const Vec3d& to, ClearBodies inside) const {
+  if (mClear.IsEmpty()) return {1, 1, 1};
   const Vec3d way = to - from;
   const double length = Length(way);
   const Vec3d direction = way / length;
@@ -219,9 +251,10 @@ Vec3d RenderWorld::PassesClear(const Vec3d& from, const Vec3d& to, ClearBodies i
   Vec3d passes{1, 1, 1};
   SurfaceHit hit;
   while (near < far && TraceMeshes(mClear, from, direction, near, far, hit)) {
+    FindOthers(from, direction, hit);
     passes = passes * inside.Passes(hit.distance - near);
     const double before = inside.Index();
-    inside.Cross(hit.surface, hit.isFromInside);
+    CrossAll(hit, inside);
     const double step = inside.Index() / before;
     // Seen from the thinner side, so that light that comes in a straight line is never shut out.
     const double cosine = -Dot(direction, hit.normal);
@@ -233,18 +266,14 @@ Vec3d RenderWorld::PassesClear(const Vec3d& from, const Vec3d& to, ClearBodies i
 }
 
 ClearBodies RenderWorld::BodiesAt(const Vec3d& point) const {
-  constexpr i32 kMost = 64;
   ClearBodies bodies, entered;
-  const Vec3d up{0, 1, 0};
-  SurfaceHit hit;
-  double near = 0;
-  for (i32 i = 0; i < kMost; ++i) {
-    if (!TraceMeshes(mClear, point, up, near, std::numeric_limits<double>::infinity(), hit)) break;
-    near = hit.distance + Clearance(hit.point);
+  constexpr double kEndless = std::numeric_limits<double>::infinity();
+  for (const MeshHit& hit : mClear.CollectHits(point, {0, 1, 0}, 0, kEndless)) {
+    const Surface* surface = &mSurfaces[hit.material];
     if (!hit.isFromInside)
-      entered.Enter(hit.surface);
-    else if (!entered.Leave(hit.surface))
-      bodies.Enter(hit.surface);
+      entered.Enter(surface);
+    else if (!entered.Leave(surface))
+      bodies.Enter(surface);
   }
   return bodies;
 }

@@ -58,6 +58,8 @@ class RenderWorld : public Blockers {
  private:
   void AddMeshes(const RenderSpec& spec, double seconds);
   void AskShaders(SurfaceHit& hit) const;
+  /// Adds what other clear bodies begin or end where one was met.
+  void FindOthers(const Vec3d& origin, const Vec3d& direction, SurfaceHit& hit) const;
   bool TraceMeshes(const MeshScene& meshes, const Vec3d& origin, const Vec3d& direction,
                    double near, double far, SurfaceHit& hit) const;
   bool TraceSpheres(const Vec3d& origin, const Vec3d& direction, double near, double far,
@@ -76,6 +78,9 @@ class RenderWorld : public Blockers {
   Environment mSky;
   Surface mGround;
 };
+
+/// Leaves and enters all clear bodies that have a boundary where a ray met one.
+void CrossAll(const SurfaceHit& hit, ClearBodies& inside);
 
 /// Sentences about meshes with a clear surface that aren't closed, so that light which enters them
 /// doesn't leave.

@@ -1,5 +1,7 @@
 // Surfaces as rays meet them.
 #pragma once
+#include <array>
+
 #include "host/renderer.h"
 
 namespace MELDO_GLOBAL::app {
@@ -30,6 +32,13 @@ struct SurfaceHit {
   double cover = 1;           ///< part of the light from behind that it takes away
   bool isSphere = false;      ///< a particle
   bool isFromInside = false;  ///< of a mesh: the ray comes from within it
+  /// Boundaries of other clear bodies that lie in the same place, those that are left first.
+  struct Boundary {
+    const Surface* surface = nullptr;
+    bool isFromInside = false;
+  };
+  std::array<Boundary, 4> others{};
+  i32 otherCount = 0;
 };
 
 }  // namespace MELDO_GLOBAL::app

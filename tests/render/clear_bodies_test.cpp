@@ -159,6 +159,38 @@ TEST(ClearPictureTest, LampsShineThroughWaterAndCamerasSwimInIt) {
   EXPECT_NEAR(floor(61), down * std::exp(-0.6), 0.01);
 }
 
+TEST(ClearPictureTest, BodiesThatShareAFaceAndCamerasInThemLoseNothing) {
+  // Two bodies of index 1 before a white wall: only what they take away is seen.
+  const auto seen = [](const std::string& shapes, const std::string& from, double red) {
+    const LoadedScene scene = LoadRenderScene(
+        R"({"type": "camera", "name": "view", "position": )" + from +
+            R"(, "parameters": {"target": [0, 0, 0], "field_of_view": 4}},
+           {"type": "box", "name": "wall", "size": [900, 900, 10], "position": [0, 0, -500]}, )" +
+            shapes,
+        R"("background": [[0.5, [0, 0, 0]]], "ground": false, "size": [4, 4], "samples": 16,
+           "bounce_light": false, "lights": [], "materials": [
+             {"type": "surface", "objects": ["wall"],
+              "parameters": {"colour": [0, 0, 0], "emission": [1, 1, 1]}}, )" +
+            Clear("water", "\"a\"", R"("index": 1, "absorption": [0, 1, 0])") + ", " +
+            Clear("glass", "\"b\"", R"("index": 1, "absorption": [0, 0.5, 0], "priority": 1)") +
+            "]");
+    EXPECT_NEAR(MeanOf(Draw(scene)), red, 1e-3 * red);
+  };
+  const std::string front = "[0, 0, 900]", a = R"({"type": "box", "name": "a", )",
+                    b = R"({"type": "box", "name": "b", )";
+  // Side by side, one in the other with a face in common, and with a camera in both, from its near
+  // clip on.
+  seen(a + R"("size": [100, 100, 100], "position": [0, 0, -50]}, )" + b +
+           R"("size": [100, 100, 100], "position": [0, 0, 50]})",
+       front, std::exp(-1.5));
+  seen(a + R"("size": [100, 100, 200]}, )" + b +
+           R"("size": [100, 100, 100], "position": [0, 0, 50]})",
+       front, std::exp(-1.5));
+  seen(a + R"("size": [100, 100, 200]}, )" + b +
+           R"("size": [100, 100, 100], "position": [0, 0, 50]})",
+       "[0, 0, 50]", std::exp(-1.245));
+}
+
 TEST(ClearPictureTest, OpenMeshesAreTold) {
   const auto faults = [](const std::string& shape) {
     const LoadedScene scene =

@@ -10,9 +10,10 @@ namespace {
 /// What a spline gives of an even filling to its own cell, on an axis.
 constexpr double kMiddle = 2.0 / 3;
 
-/// Parts of a cell along an axis that so many particles share out; 0 for other numbers.
+/// Parts of a cell along an axis that so many particles may share out, or those of a cell that is
+/// filled in part; 0 for other numbers.
 i32 PartsOf(std::size_t particles) {
-  return particles == 8 ? 2 : particles == 27 ? 3 : particles == 64 ? 4 : 0;
+  return particles <= 8 ? 2 : particles <= 27 ? 3 : particles <= 64 ? 4 : 0;
 }
 
 /// What a particle at `v`, in cells, gives on an axis of n cells to its own cell and those beside
@@ -46,7 +47,12 @@ Vec3d CellFilling::OffsetIn(std::span<const ParticleSort::Entry> particles, bool
   constexpr double kStill = 0.02;  // cells a second
   const double still = kStill * mSums.mLayout.cellSize;
   const i32 parts = PartsOf(particles.size());
-  isShared = parts > 0;
+  isShared = parts > 0 && !particles.empty();
+  for (const ParticleSort::Entry& entry : particles) {
+    if (!isShared) return {};
+    const Vec3d v = mSort.Groups()[entry.group]->Store(mSort.Kind()).Velocities()[entry.row];
+    isShared = Dot(v, v) < still * still;
+  }
   Vec3d offset;
   u64 taken = 0;
   for (const ParticleSort::Entry& entry : particles) {
@@ -55,16 +61,12 @@ Vec3d CellFilling::OffsetIn(std::span<const ParticleSort::Entry> particles, bool
     i32 part = 0;
     for (int a = 0; a < 3; ++a) {
       const double own = p[a] - std::floor(p[a]);
-      part = part * parts + std::min(static_cast<i32>(own * parts), parts - 1);
-      offset[a] += own - 0.5;
+      const i32 at = std::min(static_cast<i32>(own * parts), parts - 1);
+      part = part * parts + at;
+      offset[a] += own - (at + 0.5) / parts;
     }
     isShared = !(taken & u64{1} << part);
     taken |= u64{1} << part;
-  }
-  for (const ParticleSort::Entry& entry : particles) {
-    if (!isShared) return {};
-    const Vec3d v = mSort.Groups()[entry.group]->Store(mSort.Kind()).Velocities()[entry.row];
-    isShared = Dot(v, v) < still * still;
   }
   return offset;
 }
@@ -94,21 +96,21 @@ void CellFilling::FindNotes() {
       }
     return found;
   };
-  mIsScattered = TellsScatter(ReduceBlocks(
-      n.z, host::ThreadCount(), Sharing{}, noteLayer, [](const Sharing& a, const Sharing& b) {
-        return Sharing{a.offset + b.offset, a.sharing + b.sharing};
-      }));
+  mParts = PartsOfScatter(ReduceBlocks(n.z, host::ThreadCount(), Sharing{}, noteLayer,
+                                       [](const Sharing& a, const Sharing& b) {
+                                         return Sharing{a.offset + b.offset, a.sharing + b.sharing};
+                                       }));
 }
 
 /// A lattice that stands off the cells is one that moves,
 /// or came so; chance has no such mean. One of another step shares out some cells, and the others
 /// have more or less.
-bool CellFilling::TellsScatter(const Sharing& all) const {
+i32 CellFilling::PartsOfScatter(const Sharing& all) const {
   const double sharing = static_cast<double>(all.sharing);
-  if (sharing == 0) return false;
+  if (sharing == 0) return 0;
   const double most = 0.01 * sharing + 0.5 * std::sqrt(sharing);
   for (int a = 0; a < 3; ++a)
-    if (std::abs(all.offset[a]) > most) return false;
+    if (std::abs(all.offset[a]) > most) return 0;
   struct Amidst {
     i64 cells = 0, particles = 0;
   };
@@ -128,10 +130,10 @@ bool CellFilling::TellsScatter(const Sharing& all) const {
       [](const Amidst& a, const Amidst& b) {
         return Amidst{a.cells + b.cells, a.particles + b.particles};
       });
-  if (amidst.cells == 0) return false;
+  if (amidst.cells == 0) return 0;
   const double mean = static_cast<double>(amidst.particles) / static_cast<double>(amidst.cells);
   const double parts = std::round(std::cbrt(mean)), full = parts * parts * parts;
-  return std::abs(mean - full) < 0.02 * full;
+  return std::abs(mean - full) < 0.02 * full ? static_cast<i32>(parts) : 0;
 }
 
 void CellFilling::Spread() {
@@ -148,8 +150,8 @@ void CellFilling::Spread() {
     VecInt3D cell;
     for (int a = 0; a < 3; ++a) cell[a] = std::clamp(static_cast<i32>(p[a]), 0, n[a] - 1);
     const i32 sides = mNotes[mSums.Index(cell.x, cell.y, cell.z)];
-    if (mIsScattered && (sides & kShared)) {
-      const double parts = PartsOf(mSort.Cell(cell).size());
+    if (mParts > 0 && (sides & kShared) && PartsOf(mSort.Cell(cell).size()) <= mParts) {
+      const double parts = mParts;
       for (int a = 0; a < 3; ++a) p[a] = (std::floor(p[a] * parts) + 0.5) / parts;
     }
     const SplineWeights x(p.x, n.x, sides), y(p.y, n.y, sides >> 2), z(p.z, n.z, sides >> 4);
@@ -202,9 +204,10 @@ CellFilling::Rest CellFilling::FindRest() const {
                      a.given + b.given, std::max(a.most, b.most)};
       });
   constexpr i64 kEnough = 8;
-  if (all.deep >= kEnough) return {all.given / static_cast<double>(all.deep), all.cells};
-  if (all.cells > 0) return {all.particles / static_cast<double>(all.cells), all.cells};
-  return {all.most, 0};
+  if (all.deep >= kEnough) return {all.given / static_cast<double>(all.deep), all.deep};
+  if (all.cells == 0) return {all.most, 0};
+  const double mean = all.particles / static_cast<double>(all.cells);
+  return {mean >= 1 ? std::pow(8.0, std::round(std::log(mean) / std::log(8.0))) : mean, 0};
 }
 
 double CellFilling::OpenShare(const VecInt3D& at, i32 i) const {

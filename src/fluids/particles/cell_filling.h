@@ -11,7 +11,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 ///
 /// Each particle spreads itself over the cells about it by quadratic B-splines (Steffen, Kirby and
 /// Berzins 2008), which closed cells mirror. What a cell gets of an even filling follows from what
-/// is open about it. Still particles that share a cell out evenly, one in each part, stand in the
+/// is open about it. Still particles that share a cell out, at most one in each part, stand in the
 /// middle of their parts: chance that an emitter gave them makes no waves on a still pool.
 class CellFilling {
  public:
@@ -25,10 +25,11 @@ class CellFilling {
   /// How many particles fill a cell.
   struct Rest {
     double particles = 0;
-    i64 cells = 0;  ///< that told it
+    i64 cells = 0;  ///< that lie deep enough to tell it
   };
-  /// After `Spread`: what cells get that lie two others deep; without enough of these the mean
-  /// number in cells in the midst of others, and without any, the most that one got.
+  /// After `Spread`: what cells get that lie two others deep. Without enough of these the mean
+  /// number in cells in the midst of others, or without any, the most that one got, taken for the
+  /// nearest of 1, 8, 64, ..., which emitters make: streams and sheets are torn.
   Rest FindRest() const;
 
   /// What a cell would get if all that is open about it were filled, in full cells.
@@ -78,7 +79,7 @@ class CellFilling {
     Vec3d offset;  ///< sum of how far they stand off the middles of their cells, in cells
     i64 sharing = 0;
   };
-  bool TellsScatter(const Sharing& all) const;
+  i32 PartsOfScatter(const Sharing& all) const;
   /// Sum of how far particles of a cell stand off its middle, in cells, if they are still and share
   /// it out.
   Vec3d OffsetIn(std::span<const ParticleSort::Entry> particles, bool& isShared) const;
@@ -90,8 +91,7 @@ class CellFilling {
   const EGrid<float>* mOpen;
   EGrid<double>& mSums;
   Grid<u16> mNotes;  ///< kHolds, kFull, kShared, and the bits of closed neighbours
-  bool mIsScattered =
-      false;  ///< in cells that are shared out they stand about the middles of parts
+  i32 mParts = 0;    ///< of a cell along an axis, about whose middles particles stand; 0 without
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

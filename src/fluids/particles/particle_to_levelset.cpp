@@ -99,7 +99,8 @@ bool ParticleToLevelset::Run(const ParticleSort& sort, const Solids& solids, EGr
     if (!surface.Run(mRest, mCrowd)) return false;
     mRest = surface.Rest().particles;
     mRestCells = surface.Rest().cells;
-    return !mTrueDistances || surface.SpreadDistances(thread);
+    if (!(mRest > 0) || mRest >= SmoothSurface::kFewest)
+      return !mTrueDistances || surface.SpreadDistances(thread);
   }
   if (mMode == SurfaceMode::Density)
     FillByDensity(sort, phi);

@@ -132,6 +132,7 @@ bool SmoothSurface::Run(double rest, const Crowd& crowd) {
     mPhi.Fill(kFar);
     return true;
   }
+  if (mRest.particles < kFewest) return true;
   FindDepths(crowd);
   EnterWalls();
   FindStates();

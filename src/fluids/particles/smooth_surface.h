@@ -29,9 +29,12 @@ class SmoothSurface {
   };
   /// Fills `phi`. `rest` particles fill a cell; with 0 they tell themselves: those of cells in the
   /// midst of others. Cells beside the surface get their distance; farther inside all get -kReach
-  /// cells, farther outside what particles reach of them, and kFar else. False without memory. Runs
-  /// on all workers, with one result for any number.
+  /// cells, farther outside what particles reach of them, and kFar else. With fewer than `kFewest`
+  /// only `Rest` is found. False without memory. Runs on all workers, with one result for any
+  /// number.
   bool Run(double rest, const Crowd& crowd);
+  /// With fewer particles in a cell than this chance alone tears it.
+  static constexpr double kFewest = 4;
   /// Particles that filled a cell in the last run, and cells that told it, if any did.
   const CellFilling::Rest& Rest() const { return mRest; }
   /// After `Run`: distances to the surface everywhere, by `EikonalSweeper`; false without memory.

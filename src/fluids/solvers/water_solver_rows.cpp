@@ -135,9 +135,10 @@ const ParameterTable& WaterSolver::Parameters() {
         LinkRow(1217, "kernel", "that kernel; without one a sharp one", {Kernel::kNodeType})
             .OnlyWith(kGatherRow, {1})
             .To(&LiquidSettings::kernel),
-        LongRow(kSurfaceModeRow, "surface_mode", 2, "",
-                "what is liquid: cells with particles, cells where they are dense, or the space "
-                "that they fill, known to a part of a cell")
+        LongRow(
+            kSurfaceModeRow, "surface_mode", 2, "",
+            "what is liquid: cells with particles, cells where they are dense, or the space "
+            "that they fill, known to a part of a cell; with fewer than 4 particles in one, count")
             .Choices({{0, "count"}, {1, "density"}, {2, "smooth"}})
             .To(&LiquidSettings::surfaceMode),
         RealRow(1212, "density_threshold", 0.2, "none",

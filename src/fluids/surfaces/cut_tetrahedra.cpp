@@ -99,7 +99,7 @@ class TetrahedronCutter {
   void CutQuarters(const VecInt3D& cell) {
     constexpr i32 kMiddle = 14;  // a point about which half of the tetrahedra lie
     const VecInt3D corner = cell * kQuarters;
-    if (!(std::abs(ValueAt(corner + kLatticePoints[kMiddle])) <= mGreatestChange)) return;
+    if (!(std::abs(ValueAt(corner + kLatticePoints[kMiddle])) <= mLattice.TwoDiagonals())) return;
     double values[std::size(kLatticePoints)];
     for (std::size_t i = 0; i < std::size(kLatticePoints); ++i)
       values[i] = ValueAt(corner + kLatticePoints[i]);

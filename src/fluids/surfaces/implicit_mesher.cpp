@@ -187,7 +187,8 @@ void ImplicitMesher::Evaluate(const EvaluationThreadData&) {
                                     {.method = mMethod,
                                      .sampleMode = mSampleMode,
                                      .level = mReconstructor ? 0 : mLevel,
-                                     .resolution = mResolution},
+                                     .resolution = mResolution,
+                                     .isWhole = mReconstructor != nullptr},
                                     mScene->mThreadCount, mMakesNormals);
   if (mesh.IsEmpty()) TakeBackRun("its level set has no surface at that level");
   if (!mHasToldRim && ReachesRim(*mGrid, mesh)) {

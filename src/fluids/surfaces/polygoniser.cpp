@@ -42,7 +42,8 @@ Polygoniser::Polygoniser(const EGrid<double>& grid, const Settings& settings)
       .resolution = settings.resolution,
       .sampleMode = isPlain ? i32{SAMPLE_LINEAR} : settings.sampleMode,
       .nodes = {NodesOn(grid.mNx, settings.resolution), NodesOn(grid.mNy, settings.resolution),
-                NodesOn(grid.mNz, settings.resolution)}};
+                NodesOn(grid.mNz, settings.resolution)},
+      .isWhole = settings.isWhole};
   if (std::min({mLattice.nodes.x, mLattice.nodes.y, mLattice.nodes.z}) < 2) return;
   const i32 layers = mLattice.nodes.z - 1;
   mSlabs.resize((layers + kSlab - 1) / kSlab);

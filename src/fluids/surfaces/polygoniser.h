@@ -20,6 +20,7 @@ class Polygoniser {
     i32 sampleMode = SAMPLE_LINEAR;  ///< of lattice tetrahedra
     double level = 0;                ///< simulation units
     double resolution = 1;           ///< cells for one of the grid, along an axis
+    bool isWhole = false;            ///< there is a surface where the field jumps, too
   };
 
   /// The grid stays as it is until `Join` is done.

@@ -1,6 +1,7 @@
 // A part of a surface that one worker makes.
 #pragma once
 #include <cmath>
+#include <limits>
 #include <span>
 #include <utility>
 
@@ -17,10 +18,15 @@ struct SurfaceLattice {
   double resolution;  ///< nodes for a cell of the grid, along an axis
   i32 sampleMode;     ///< between samples of the grid
   VecInt3D nodes;     ///< some on each axis; no cells without two
+  bool isWhole;       ///< all samples were computed, and what jumps is the field's own
 
-  /// What a field may change over the diagonal of a cell: twice that of a distance. Where it
-  /// changes more there is no surface, but a jump, as at the rim of what was computed.
-  double GreatestChange() const { return 2 * 1.7320508 * grid->mLayout.cellSize / resolution; }
+  /// Twice what a distance changes over the diagonal of a cell.
+  double TwoDiagonals() const { return 2 * 1.7320508 * grid->mLayout.cellSize / resolution; }
+  /// What a field may change over the diagonal of a cell. Where it changes more there is no
+  /// surface, but a jump, as at the rim of what was computed.
+  double GreatestChange() const {
+    return isWhole ? std::numeric_limits<double>::infinity() : TwoDiagonals();
+  }
 
   /// A value less the level, by a hundred thousandth of a cell off 0: points on edges that meet in
   /// a node stay apart, and no triangle is without area.

@@ -31,7 +31,8 @@ class Smoother {
       });
       ForEachPart([&](i64 i) { mGrid.mData[mIndices[i]] = next[i]; });
     }
-    BringBack(volume);
+    // What can't be brought back, such as a sheet thinner than the samples tell, stays as it was.
+    if (!BringBack(volume)) ForEachPart([&](i64 i) { mGrid.mData[mIndices[i]] = first[i]; });
   }
 
  private:
@@ -65,16 +66,22 @@ class Smoother {
     });
   }
   /// Moves the surface until it holds a volume, which grows with the level: secants that keep it
-  /// between them (Dowell and Jarratt 1971).
-  void BringBack(double volume) {
-    double low = -kMostShift * mGrid.mLayout.cellSize, high = -low;
+  /// between them (Dowell and Jarratt 1971), and halves where those are slow. False where no level
+  /// does.
+  bool BringBack(double volume) {
+    constexpr i32 kSecants = 10, kMostTurns = 60;
+    constexpr double kNear = 2e-4;
+    // At the value of all that is out of reach, the whole grid would fill at once.
+    double low = -kMostShift * mGrid.mLayout.cellSize;
+    double high = std::min(-low, 0.999 * mOutside);
     double below = Volume(low) - volume, above = Volume(high) - volume;
-    if (!(below < 0 && above > 0)) return;
+    if (!(below < 0 && above > 0)) return false;
     double level = 0;
-    for (i32 turn = 0, side = 0; turn < 6; ++turn) {
-      level = low - below * (high - low) / (above - below);
+    bool isBack = false;
+    for (i32 turn = 0, side = 0; turn < kMostTurns && !isBack; ++turn) {
+      level = turn < kSecants ? low - below * (high - low) / (above - below) : 0.5 * (low + high);
       const double error = Volume(level) - volume;
-      if (error == 0) break;
+      isBack = std::abs(error) <= kNear * volume;
       if (error < 0) {
         low = level;
         below = error;
@@ -87,7 +94,8 @@ class Smoother {
         side = 1;
       }
     }
-    ForEachPart([&](i64 i) { mGrid.mData[mIndices[i]] -= level; });
+    if (isBack) ForEachPart([&](i64 i) { mGrid.mData[mIndices[i]] -= level; });
+    return isBack;
   }
 
   void Collect() {
