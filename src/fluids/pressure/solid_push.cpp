@@ -92,7 +92,13 @@ double SolidPush::ShareOf(const VolumeBase& volume, i32 axis, const Face& face) 
   double corner[4];
   std::copy_n(face.corner, 4, corner);
   Cut(volume, axis, face.at, corner);
-  return std::max(0.0, face.open - (1 - SquareFraction(corner)));
+  const double share = std::max(0.0, face.open - (1 - SquareFraction(corner)));
+  if (face.at[axis] > 1 && face.at[axis] < mLayout.dims[axis] - 1) return share;
+  // A side of the box closes the face: what is left of a gap there isn't the body's.
+  double own[4];
+  std::fill_n(own, 4, double{mLayout.cellSize});
+  Cut(volume, axis, face.at, own);
+  return std::min(share, SquareFraction(own));
 }
 
 double SolidPush::Face::Flow() const {
