@@ -177,7 +177,7 @@ TEST(WaterSolver, SplashedWaterKeepsItsVolumeAndComesToRestAtItsHeight) {
     ASSERT_NEAR(volume / exact, 1, 0.12) << i;
     (i < 125 ? early : late) += volume / exact / 125;
   }
-  EXPECT_NEAR(late / early, 1, 0.025);
+  EXPECT_NEAR(late / early, 1, 0.015);
   double height = 0;
   constexpr i32 kSteps = 100;
   for (i32 i = 0; i < kSteps; ++i) {
