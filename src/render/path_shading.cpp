@@ -91,8 +91,8 @@ Vec3d PathTracer::DirectLight(const SurfaceHit& hit, const Vec3d& view, const Pa
     Vec3d colour = sample.colour * answer;
     if (light.CastsShadows()) {
       if (Dot(hit.facing, sample.direction) <= 0) continue;
-      if (mWorld.IsBlocked(hit.point, hit.point + sample.direction * sample.distance)) continue;
       const Vec3d place = hit.point + sample.direction * sample.distance;
+      if (mWorld.IsBlocked(hit.point, place)) continue;
       colour = colour * mWorld.PassesClear(hit.point, place, path.inside);
       colour = colour * Transparency(hit.point, sample.direction, sample.distance, path);
     }

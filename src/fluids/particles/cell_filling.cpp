@@ -102,9 +102,8 @@ void CellFilling::FindNotes() {
                                        }));
 }
 
-/// A lattice that stands off the cells is one that moves,
-/// or came so; chance has no such mean. One of another step shares out some cells, and the others
-/// have more or less.
+/// A lattice that stands off the cells is one that moves, or came so; chance has no such mean. One
+/// of another step shares out some cells, and the others have more or less.
 i32 CellFilling::PartsOfScatter(const Sharing& all) const {
   const double sharing = static_cast<double>(all.sharing);
   if (sharing == 0) return 0;
