@@ -88,4 +88,36 @@ double Masking(double cosine, double roughness) {
   return 2 * cosine / (cosine + std::sqrt(a2 + (1 - a2) * cosine * cosine));
 }
 
+Vec3d VisibleFacet(const Vec3d& normal, const Vec3d& view, double roughness,
+                   const Vec2D<double>& u) {
+  const double alpha = roughness * roughness;
+  Vec3d a, b;
+  MakeAxes(normal, a, b);
+  const Vec3d from =
+      Normalised(Vec3d{alpha * Dot(view, a), alpha * Dot(view, b), Dot(view, normal)});
+  const double z = (1 - u.y) * (1 + from.z) - from.z;
+  const Vec3d half = AroundAxis({0, 0, 1}, z, u.x) + from;
+  const Vec3d facet = a * (alpha * half.x) + b * (alpha * half.y) + normal * half.z;
+  const double length = Length(facet);
+  return length > 0 ? facet / length : normal;
+}
+
+void LeaveRough(const RoughBoundary& boundary, Sampler& sampler, Vec3d& way, bool& isBehind) {
+  constexpr i32 kMostFacets = 16;
+  for (i32 met = 0; met < kMostFacets; ++met) {
+    const Vec3d up = isBehind ? -boundary.normal : boundary.normal;
+    const double rise = Dot(way, up);
+    if (rise > 0 && sampler.Next1D() < Masking(rise, boundary.roughness)) return;
+    const Vec3d facet = VisibleFacet(up, -way, boundary.roughness, sampler.Next2D());
+    const double index = isBehind ? 1 / boundary.index : boundary.index;
+    const double cosine = -Dot(way, facet);
+    if (sampler.Next1D() < FresnelOf(cosine, index)) {
+      way = way + facet * (2 * cosine);
+    } else {
+      way = Refracted(way, facet, index);
+      isBehind = !isBehind;
+    }
+  }
+}
+
 }  // namespace MELDO_GLOBAL::app

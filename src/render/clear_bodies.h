@@ -54,4 +54,21 @@ Vec3d FacetOf(const Vec3d& normal, double roughness, const Vec2D<double>& u);
 /// the normal and the light's way.
 double Masking(double cosine, double roughness);
 
+/// Normal of a facet as often as a view sees it, which may come from below the others' plane.
+/// Dupuy, Benyoub, "Sampling Visible GGX Normals with Spherical Caps" (2023), listing 3.
+Vec3d VisibleFacet(const Vec3d& normal, const Vec3d& view, double roughness,
+                   const Vec2D<double>& u);
+
+/// The boundary of a rough clear body; `index` is that behind it by that before it.
+struct RoughBoundary {
+  Vec3d normal;
+  double roughness = 0;
+  double index = 1;
+};
+/// Follows light that a facet has turned until no other facet is in its way, as each mirrors it or
+/// lets it through by chance: none is lost, however rough. As in Heitz et al., "Multiple-Scattering
+/// Microfacet BSDFs with the Smith Model" (2016), but for the facets' heights, which each meeting
+/// forgets.
+void LeaveRough(const RoughBoundary& boundary, Sampler& sampler, Vec3d& way, bool& isBehind);
+
 }  // namespace MELDO_GLOBAL::app

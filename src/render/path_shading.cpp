@@ -14,6 +14,8 @@ constexpr double kPi = std::numbers::pi;
 constexpr i32 kMostMirrors = 3;
 /// Rays that cross more boundaries of clear bodies than this find the sky.
 constexpr i32 kMostBoundaries = 16;
+/// Surfaces in a clear body that light bounces between, behind the first one.
+constexpr i32 kMostBounces = 4;
 /// Bounced light brighter than this comes from single lucky rays and only makes specks.
 constexpr double kBrightestBounce = 50;
 /// A mirror shows no highlight of lights that are points; this keeps it visible.
@@ -47,6 +49,11 @@ double Highlight(const Surface& surface, const Vec3d& n, const Vec3d& light, con
          Masking(nl, roughness) * Masking(nv, roughness) / (4 * nv);
 }
 
+/// Light that leaves a body spreads: what it shows of a surface in it is less by the square of its
+/// index. Rays that are followed the other way carry what is seen from the air, and what lamps
+/// throw on the surface is brought to that.
+double SeenFromAir(const ClearBodies& inside) { return 1 / (inside.Index() * inside.Index()); }
+
 /// Where a ray from a surface begins, on the side that it goes to.
 Vec3d StartOf(const SurfaceHit& hit, const Vec3d& direction) {
   const double off = std::max(1e-3, 1e-5 * Length(hit.point));
@@ -63,8 +70,7 @@ Vec3d PathTracer::Shade(const SurfaceHit& hit, const Vec3d& direction, const Pat
   if (path.IsBounced()) {
     // Of tiny bright things few rays in random directions find any, and those would be specks.
     colour = (hit.isSphere ? Vec3d{} : hit.emission) + DirectLight(hit, view, path, false);
-    // Beyond the second surface the sky stands for all that bounces on.
-    colour += hit.colour * mWorld.Background(hit.normal) * mWorld.SkyFactor();
+    colour += hit.colour * LightBeyond(hit, path);
     return colour * (1 - hit.fade);
   }
   colour = hit.emission + DirectLight(hit, view, path, true);
@@ -88,7 +94,7 @@ Vec3d PathTracer::DirectLight(const SurfaceHit& hit, const Vec3d& view, const Pa
       const double shine = Highlight(surface, hit.normal, sample.direction, view);
       answer += {shine, shine, shine};
     }
-    Vec3d colour = sample.colour * answer;
+    Vec3d colour = sample.colour * answer * SeenFromAir(path.inside);
     if (light.CastsShadows()) {
       if (Dot(hit.facing, sample.direction) <= 0) continue;
       const Vec3d place = hit.point + sample.direction * sample.distance;
@@ -113,7 +119,7 @@ Vec3d PathTracer::GlowLight(const SurfaceHit& hit, const Path& path) const {
   if (mWorld.IsBlocked(hit.point, pick.point)) return {};
   const Vec3d passes = mWorld.PassesClear(hit.point, pick.point, path.inside) *
                        Transparency(hit.point, way / distance, distance, path);
-  return pick.light * passes * (cosine / kPi * mData.brightness);
+  return pick.light * passes * (cosine / kPi * mData.brightness * SeenFromAir(path.inside));
 }
 
 /// With bounced rays it shares out what both find; clear bodies before it leave it to those.
@@ -129,6 +135,21 @@ Vec3d PathTracer::AimedSkyLight(const SurfaceHit& hit, const Path& path) const {
   const Vec3d passes = Transparency(origin, aim.direction, kEndless, path);
   return sky.Light(aim.direction) * mWorld.SkyFactor() * passes *
          (cosine / kPi / (aim.density + cosine / kPi));
+}
+
+/// The sky stands for all that bounces on, but not in a clear body, which gives back much of what
+/// its floor throws and shows the sky in a part of all directions alone.
+Vec3d PathTracer::LightBeyond(const SurfaceHit& hit, const Path& path) const {
+  if (path.inside.Filling() && path.bounces < kMostBounces) {
+    Path bounce = path;
+    ++bounce.bounces;
+    bounce.density = 0;
+    const Vec2D<double> u = path.sampler.Next2D();
+    const Vec3d direction = AroundAxis(hit.normal, std::sqrt(1 - u.x), u.y);
+    if (Dot(direction, hit.facing) <= 0) return {};
+    return Limited(Radiance(StartOf(hit, direction), direction, bounce));
+  }
+  return mWorld.Background(hit.normal) * (mWorld.SkyFactor() * SeenFromAir(path.inside));
 }
 
 /// The sky or a mesh from a direction by chance, through the media, and what the media give
@@ -178,37 +199,30 @@ Vec3d PathTracer::ClearLight(const SurfaceHit& hit, const Vec3d& direction,
   through.flags |= kRayRefraction;
   const Surface& surface = *hit.surface;
   const double step = through.inside.Index() / path.inside.Index();
-  Vec3d facet = hit.normal;
-  if (surface.roughness > 0) facet = FacetOf(facet, surface.roughness, path.sampler.Next2D());
+  const bool isRough = surface.roughness > 0;
+  const Vec3d axis = Dot(hit.normal, direction) < 0 ? hit.normal : hit.facing;
+  Vec3d facet =
+      isRough ? VisibleFacet(axis, -direction, surface.roughness, path.sampler.Next2D()) : axis;
   // A smooth normal that the flat side contradicts would lead light into nothing.
-  const bool isAstray = Dot(facet, direction) >= 0 ||
-                        Dot(Mirrored(-direction, facet), hit.facing) <= 0 ||
+  const bool isAstray = Dot(Mirrored(-direction, facet), hit.facing) <= 0 ||
                         Dot(Refracted(direction, facet, step), hit.facing) > 0;
-  if (isAstray) facet = hit.facing;
+  if (isAstray && !isRough) facet = hit.facing;
   const double fresnel = FresnelOf(-Dot(facet, direction), step);
-  const Vec3d back = Mirrored(-direction, facet), onward = Refracted(direction, facet, step);
-  // Eq. 41: facets that others hide give less.
-  const auto seen = [&](const Vec3d& way) {
-    if (surface.roughness <= 0) return 1.0;
-    const double in = std::abs(Dot(direction, hit.normal)), out = std::abs(Dot(way, hit.normal));
-    const double spread = in * std::abs(Dot(facet, hit.normal));
-    if (spread <= 0) return 0.0;
-    return std::abs(Dot(direction, facet)) * Masking(in, surface.roughness) *
-           Masking(out, surface.roughness) / spread;
-  };
-  const auto mirror = [&] {
-    if (Dot(back, hit.facing) <= 0) return Vec3d{};
-    return Beyond(hit, back, mirrored) * seen(back);
-  };
-  const auto pass = [&] {
-    if (onward == Vec3d{} || Dot(onward, hit.facing) >= 0) return Vec3d{};
-    return Beyond(hit, onward, through) * seen(onward);
+  const auto follow = [&](bool isBehind) {
+    Vec3d way = isBehind ? Refracted(direction, facet, step) : Mirrored(-direction, facet);
+    if (way == Vec3d{}) return Vec3d{};
+    if (isRough) {
+      LeaveRough({axis, surface.roughness, step}, path.sampler, way, isBehind);
+      const Vec3d side = isBehind ? -hit.facing : hit.facing;
+      if (const double off = Dot(way, side); off < 0) way -= side * (2 * off);
+    }
+    return Beyond(hit, way, isBehind ? through : mirrored);
   };
   Vec3d colour;
   if (!hit.isFromInside && !path.IsBounced()) colour = DirectLight(hit, -direction, path, true);
   if (path.boundaries == 0 && !path.IsBounced() && fresnel < 1)
-    return colour + mirror() * fresnel + pass() * (1 - fresnel);
-  return colour + (path.sampler.Next1D() < fresnel ? mirror() : pass());
+    return colour + follow(false) * fresnel + follow(true) * (1 - fresnel);
+  return colour + follow(path.sampler.Next1D() >= fresnel);
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -44,6 +44,7 @@ class PathTracer {
     ClearBodies inside;  ///< what its origin lies in
     i32 mirrors = 0;     ///< that it met
     i32 boundaries = 0;  ///< of clear bodies, that it met
+    i32 bounces = 0;     ///< in a clear body, behind the first one
     u32 flags = 0;
     /// Chance a steradian with which a bounce took this direction, while it goes on straight; 0
     /// where nothing else is aimed at the sky.
@@ -71,6 +72,8 @@ class PathTracer {
   Vec3d DirectLight(const SurfaceHit& hit, const Vec3d& view, const Path& path,
                     bool withHighlights) const;
   Vec3d BouncedLight(const SurfaceHit& hit, const Path& path) const;
+  /// What a surface that a bounce met gets from others.
+  Vec3d LightBeyond(const SurfaceHit& hit, const Path& path) const;
   /// Light of the media on a surface.
   Vec3d GlowLight(const SurfaceHit& hit, const Path& path) const;
   /// Light of the bright parts of the sky's picture.
