@@ -169,13 +169,15 @@ void PrintVolumes(const fs::path& path) {
 
 /// What a mesh file holds, in the file's own units.
 void PrintMesh(const fs::path& path) {
-  const host::Geometry geometry = host::LoadMesh(path);
+  const host::Geometry geometry = host::LoadMeshOrNone(path);
   MeshTable mesh;
   mesh.points = geometry.points;
   mesh.polygons = geometry.polygons;
   const MeshMeasure measure = Measure(mesh);
-  std::string line = fmt::format("  {} points, {} polygons, area {:.6g}", mesh.points.size(),
-                                 mesh.polygons.size(), measure.area);
+  std::string line =
+      fmt::format("  {} points, {} polygons", mesh.points.size(), mesh.polygons.size());
+  if (mesh.polygons.empty()) return fmt::print("{}\n", line);
+  line += fmt::format(", area {:.6g}", measure.area);
   const i64 open = CountOpenEdges(mesh);
   if (open == 0)
     line += fmt::format(", closed, volume {:.6g}", measure.volume);

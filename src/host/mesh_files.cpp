@@ -32,7 +32,6 @@ bool IsFinite(const Vec3d& v) {
 }
 
 void Check(const Geometry& g) {
-  if (g.polygons.empty()) throw MeshFileError("has no polygons");
   if (g.points.size() > static_cast<size_t>(std::numeric_limits<i32>::max()))
     throw MeshFileError("has too many points");
   for (size_t i = 0; i < g.points.size(); ++i)
@@ -46,7 +45,7 @@ void Check(const Geometry& g) {
 }
 }  // namespace
 
-Geometry LoadMesh(const std::filesystem::path& path) {
+Geometry LoadMeshOrNone(const std::filesystem::path& path) {
   const std::string name = fmt::format("mesh file \"{}\" ", path.string());
   try {
     Geometry geometry = Read(path);
@@ -57,6 +56,13 @@ Geometry LoadMesh(const std::filesystem::path& path) {
   } catch (const std::bad_alloc&) {
     throw MeshFileError(name + "doesn't fit into memory");
   }
+}
+
+Geometry LoadMesh(const std::filesystem::path& path) {
+  Geometry geometry = LoadMeshOrNone(path);
+  if (geometry.polygons.empty())
+    throw MeshFileError(fmt::format("mesh file \"{}\" has no polygons", path.string()));
+  return geometry;
 }
 
 }  // namespace MELDO_GLOBAL::host

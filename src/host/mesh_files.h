@@ -16,5 +16,7 @@ namespace MELDO_GLOBAL::host {
 /// when the file is missing, unreadable, truncated or malformed, has no polygons, an index out of
 /// range, or a coordinate that isn't finite.
 Geometry LoadMesh(const std::filesystem::path& path);
+/// The same, and a file without polygons is as good as another.
+Geometry LoadMeshOrNone(const std::filesystem::path& path);
 
 }  // namespace MELDO_GLOBAL::host

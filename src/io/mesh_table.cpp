@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
+#include <tuple>
 
 namespace MELDO_GLOBAL::app {
 
@@ -14,11 +16,29 @@ void MeshTable::MakeNormals() {
   for (Vec3d& n : normals) n = Normalised(n);
 }
 
-i64 CountOpenEdges(const MeshTable& mesh) {
+namespace {
+
+/// For each point the first one that stands in the same place.
+std::vector<i32> FirstInPlace(const std::vector<Vec3d>& points) {
+  std::vector<i32> order(points.size()), first(points.size());
+  std::iota(order.begin(), order.end(), 0);
+  const auto key = [&](i32 i) { return std::tuple(points[i].x, points[i].y, points[i].z, i); };
+  std::sort(order.begin(), order.end(), [&](i32 a, i32 b) { return key(a) < key(b); });
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    const bool isSame = i > 0 && points[order[i]] == points[order[i - 1]];
+    first[order[i]] = isSame ? first[order[i - 1]] : order[i];
+  }
+  return first;
+}
+
+i64 CountOpenEdgesBy(const MeshTable& mesh, const std::vector<i32>& names) {
   // Each edge as its lower point, its higher one, and the direction in which it is walked.
   std::vector<std::array<i32, 3>> walks;
   walks.reserve(4 * mesh.polygons.size());
-  const auto walk = [&](i32 a, i32 b) { walks.push_back({std::min(a, b), std::max(a, b), a < b}); };
+  const auto walk = [&](i32 from, i32 to) {
+    const i32 a = names.empty() ? from : names[from], b = names.empty() ? to : names[to];
+    if (a != b || names.empty()) walks.push_back({std::min(a, b), std::max(a, b), a < b});
+  };
   for (const host::Polygon& p : mesh.polygons) {
     walk(p.a, p.b);
     walk(p.b, p.c);
@@ -35,6 +55,13 @@ i64 CountOpenEdges(const MeshTable& mesh) {
     i = end;
   }
   return open;
+}
+
+}  // namespace
+
+i64 CountOpenEdges(const MeshTable& mesh) {
+  const i64 open = CountOpenEdgesBy(mesh, {});
+  return open > 0 ? std::min(open, CountOpenEdgesBy(mesh, FirstInPlace(mesh.points))) : 0;
 }
 
 MeshMeasure Measure(const MeshTable& mesh) {

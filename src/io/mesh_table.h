@@ -34,7 +34,8 @@ struct MeshMeasure {
 };
 MeshMeasure Measure(const MeshTable& mesh);
 /// Edges that polygons don't walk once in each direction: at holes, between polygons that are
-/// turned the other way round, and where more than two meet.
+/// turned the other way round, and where more than two meet. Points that stand in one place, as
+/// files have one for each normal, count as one where that closes more.
 i64 CountOpenEdges(const MeshTable& mesh);
 
 /// The triangles of the simulation.

@@ -100,8 +100,9 @@ class GlbWriter {
     if (!mesh.polygons.empty()) {
       nlohmann::ordered_json attributes = {{"POSITION", AddVectors(mesh.points, true)}};
       if (!mesh.normals.empty()) attributes["NORMAL"] = AddVectors(mesh.normals, false);
-      if (!mesh.velocities.empty()) attributes["VELOCITY"] = AddVectors(mesh.velocities, false);
-      if (!mesh.colours.empty()) attributes["COLOR_0"] = AddVectors(mesh.colours, false);
+      if (!mesh.velocities.empty())
+        attributes["VELOCITY"] = attributes["_VELOCITY"] = AddVectors(mesh.velocities, false);
+      if (!mesh.colours.empty()) attributes["COLOR_0"] = AddVectors(Shades(mesh.colours), false);
       const std::size_t indices = AddTriangles(mesh);
       scene["scenes"] = {{{"nodes", {0}}}};
       scene["nodes"] = {{{"mesh", 0}}};
@@ -127,6 +128,12 @@ class GlbWriter {
 
  private:
   static constexpr int kFloat = 5126, kUnsigned = 5125;
+
+  /// Colours as the format wants them: from 0 to 1.
+  static std::vector<Vec3d> Shades(std::vector<Vec3d> colours) {
+    for (Vec3d& colour : colours) colour = Max(Min(colour, Vec3d{1, 1, 1}), Vec3d{});
+    return colours;
+  }
 
   std::size_t AddView(std::size_t first, int target) {
     mViews.push_back({{"buffer", 0},

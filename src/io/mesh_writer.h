@@ -10,8 +10,9 @@ namespace MELDO_GLOBAL::app {
 /// The bytes of a file by its suffix, .ply, .obj, .stl or .glb: binary little-endian PLY with
 /// doubles, OBJ text that reads back to the same bits, binary STL or binary glTF, both of triangles
 /// in single precision. All but STL hold normals. Where there are some, PLY holds velocities as
-/// vx vy vz and colours as a screen wants them, red green blue; glTF VELOCITY, and COLOR_0 in
-/// linear light.
+/// vx vy vz and colours as a screen wants them, red green blue; glTF VELOCITY,
+/// once more as _VELOCITY, the way the format has names of one's own, and COLOR_0 in linear light,
+/// from 0 to 1.
 std::string EncodeMesh(const MeshTable& mesh, std::string_view suffix);
 
 }  // namespace MELDO_GLOBAL::app

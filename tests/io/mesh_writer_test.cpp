@@ -34,6 +34,16 @@ TEST(MeshTable, StandsWhereItsObjectDoes) {
   EXPECT_NEAR(measure.volume, 12, 1e-12);
   EXPECT_NEAR(measure.area, 2 * (6 * 2 + 6 * 1 + 2 * 1), 1e-12);
   EXPECT_EQ(CountOpenEdges(box), 0);
+  // A file with a point for every corner is as closed.
+  MeshTable split;
+  for (const host::Polygon& p : box.polygons) {
+    const i32 first = static_cast<i32>(split.points.size());
+    for (const i32 point : {p.a, p.b, p.c, p.d}) split.points.push_back(box.points[point]);
+    split.polygons.push_back({first, first + 1, first + 2, first + 3});
+  }
+  EXPECT_EQ(CountOpenEdges(split), 0);
+  split.polygons.pop_back();
+  EXPECT_EQ(CountOpenEdges(split), 4);
   MeshTable open = box;
   open.polygons.pop_back();
   std::swap(open.polygons[0].b, open.polygons[0].d);
@@ -68,7 +78,12 @@ TEST(MeshWriter, FilesReadBack) {
   EXPECT_EQ(ply.size(), before + 3 * box.points.size() + 60);
   EXPECT_NE(ply.find("\xFF" + std::string(1, '\0') + "\xFF"), std::string::npos)
       << "as a screen wants it";
-  EXPECT_NE(EncodeMesh(box, ".glb").find("\"COLOR_0\""), std::string::npos);
+  const std::string glb = EncodeMesh(box, ".glb");
+  EXPECT_NE(glb.find("\"_VELOCITY\":2"), std::string::npos) << "the same numbers once more";
+  EXPECT_NE(glb.find("\"COLOR_0\""), std::string::npos);
+  MeshTable shaded = box;
+  shaded.colours.assign(box.points.size(), Vec3d{1, 0, 1});
+  EXPECT_EQ(glb, EncodeMesh(shaded, ".glb")) << "no more than white";
   EXPECT_EQ(ReadBack(box, ".ply").points, box.points);
 }
 
