@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/mesh/sheet.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/volume_base.h"
+#include "fluids/volume/voxeliser.h"
 #include "host/exit_codes.h"
 #include "host/polygon_object.h"
 #include "io/mesh_writer.h"
@@ -43,6 +45,15 @@ std::optional<Field> FieldAt(const Exporter::Scenes& scenes, host::NodeId id) {
     if (node && node->HasAncestor(scene->Server()))
       return EmptyFieldOf(*node, scene->mDomain.cellSize);
   return {};
+}
+
+/// The polygons of a mesh node, a mesher or an object of the document.
+MeshTable MeshAt(const Exporter::Scenes& scenes, host::NodeId id) {
+  const Found found = Find(scenes, id);
+  if (const auto* mesh = dynamic_cast<const Mesh*>(found.object)) return TableOf(mesh->mMesh);
+  const Scene& scene = found.scene ? *found.scene : *scenes.front();
+  const auto* object = dynamic_cast<const host::PolygonObject*>(scene.GetDocument()->Find(id));
+  return object ? TableOf(*object, scene.mDomain.worldToSim) : MeshTable{};
 }
 
 /// A box in simulation units.
@@ -83,11 +94,12 @@ struct PictureContent {
   std::vector<PreviewDots> dots;
   std::vector<std::unique_ptr<EGrid<double>>> made;
   std::optional<Box> content;  ///< union of the grids
-  Bounds particleBox;
+  Bounds looseBox;             ///< of particles and meshes
   const Scene* scene = nullptr;
 
   void Add(const Field& field, bool isFirst);
   void Add(const ParticleGroup& group, u32 kinds);
+  void Add(const MeshTable& mesh, const Scene& from);
   /// Widens the box of the content.
   void Cover(const GridLayout& layout);
   void AddSolids(const Exporter::Scenes& scenes);
@@ -146,8 +158,37 @@ void PictureContent::Add(const ParticleGroup& group, u32 kinds) {
     if (store.IsEmpty() || (kinds != 0 && !(kinds >> kind & 1))) continue;
     dots.push_back({&store, kColours[kind]});
     const Bounds& own = store.GetBounds().box;
-    if (own.IsValid()) particleBox.Add(own);
+    if (own.IsValid()) looseBox.Add(own);
   }
+}
+
+/// As distances in cells of its scene, coarser ones where it is very large.
+void PictureContent::Add(const MeshTable& mesh, const Scene& from) {
+  constexpr double kMostCells = 256, kMargin = 2;
+  if (mesh.polygons.empty()) return;
+  TriMeshSTL triangles;
+  triangles.GetVertices() = mesh.points;
+  mesh.ForEachTriangle([&](i32 a, i32 b, i32 c) { triangles.GetTriangles().push_back({a, b, c}); });
+  triangles.UpdateBounds();
+  const Vec3d low = triangles.GetBoundsMin(), size = triangles.GetBoundsMax() - low;
+  looseBox.Add({low, low + size});
+  const GridLayout& domain = from.mDomain;
+  const double cell = std::max<double>(domain.cellSize, Largest(size) / kMostCells);
+  const Vec3d world = domain.simToWorld * cell;
+  VecInt3D dims;
+  for (int a = 0; a < 3; ++a) dims[a] = static_cast<i32>(std::ceil(size[a] / cell + 2 * kMargin));
+  GridLayout layout;
+  layout.Set(dims, ToReal(dims) * world, static_cast<f32>(cell),
+             low * domain.simToWorld - world * kMargin);
+  auto distance = std::make_unique<EGrid<double>>(layout, kNode);
+  if (!distance->mData) throw std::bad_alloc();
+  VolumeVoxeliser voxeliser;
+  voxeliser.mIsSheet = CountOpenEdges(mesh) > 0 && IsSheet(triangles);
+  if (!voxeliser.Voxelise(triangles, *distance, true, from.mThreadCount)) return;
+  if (voxeliser.mIsSheet)
+    for (i32 i = 0; i < distance->mCount; ++i) distance->mData[i] -= cell;
+  solids.push_back({distance.get(), false});
+  made.push_back(std::move(distance));
 }
 
 void PictureContent::BlackenByFire() {
@@ -218,14 +259,7 @@ std::string Exporter::EncodePoints(const ExportSpec& spec, i32 frame, const Scen
 }
 
 std::string Exporter::EncodeMeshOf(const ExportSpec& spec, const Scenes& scenes) const {
-  const std::string suffix = fs::path(spec.file).extension().string();
-  const Found found = Find(scenes, spec.mesh);
-  if (const auto* mesh = dynamic_cast<const Mesh*>(found.object))
-    return EncodeMesh(TableOf(mesh->mMesh), suffix);
-  const Scene& scene = found.scene ? *found.scene : *scenes.front();
-  const auto* object =
-      dynamic_cast<const host::PolygonObject*>(scene.GetDocument()->Find(spec.mesh));
-  return EncodeMesh(object ? TableOf(*object, scene.mDomain.worldToSim) : MeshTable{}, suffix);
+  return EncodeMesh(MeshAt(scenes, spec.meshes.front()), fs::path(spec.file).extension().string());
 }
 
 ExportOrigin Exporter::OriginOf(i32 frame, const Scenes& scenes) const {
@@ -254,9 +288,15 @@ std::string Exporter::EncodePicture(const ExportSpec& spec, i32 frame, const Sce
     if (!content.scene) content.scene = found.scene;
     content.Add(*group, spec.kinds);
   }
+  for (const host::NodeId node : spec.meshes) {
+    const Found found = Find(scenes, node);
+    if (!content.scene) content.scene = found.scene;
+    content.Add(MeshAt(scenes, node), content.scene ? *content.scene : *scenes.front());
+    shown.push_back({scenes.front()->GetDocument()->Find(node)->Name(), "polygons"});
+  }
   const Scene& scene = content.scene ? *content.scene : *scenes.front();
-  if (content.particleBox.IsValid() && !content.content)
-    content.content = SteadyBox({content.particleBox.min, content.particleBox.max});
+  if (content.looseBox.IsValid() && !content.content)
+    content.content = SteadyBox({content.looseBox.min, content.looseBox.max});
   content.BlackenByFire();
   content.AddSolids(scenes);
   const double h = scene.mDomain.cellSize;

@@ -21,7 +21,8 @@ struct ExportSpec {
   std::string file;    ///< below the output folder, with a run of # for the frame number
   std::vector<std::pair<std::string, host::NodeId>> grids;  ///< name in the file, node
   std::vector<host::NodeId> particles;  ///< groups: one of points, any number of a png
-  host::NodeId mesh = 0;                ///< mesh: a mesh node, or an object of polygons
+  std::vector<host::NodeId> meshes;     ///< mesh nodes or objects of polygons: one of mesh, any
+                                        ///< number of a png
   u32 kinds = 0;                        ///< of their particles, a bit each; 0 for all
   char axis = 'z';                      ///< png: 'x', 'y' or 'z', the direction of view
   SourceLocation where;                 ///< of the export in the scene file

@@ -31,7 +31,7 @@ struct Format {
 const std::vector<Format>& Formats() {
   static const std::vector<Format> formats = {
       {"vdb", {"grids"}},
-      {"png", {"grids", "particles", "kinds", "axis"}},
+      {"png", {"grids", "particles", "kinds", "meshes", "axis"}},
       {"points", {"particles", "kinds"}},
       {"mesh", {"mesh"}},
   };
@@ -143,38 +143,49 @@ class ExportReader {
     return true;
   }
 
-  /// What the format shows: fields, particles, or in a picture at least one of the two.
+  /// What the format shows: fields, particles, meshes, or in a picture at least one of them.
   bool ReadContent(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
     if (spec.format == "vdb") return ReadGrids(value, spec, subject);
     if (spec.format == "points") return ReadParticles(value, spec, subject);
-    if (spec.format == "mesh") return ReadMesh(value, spec, subject);
-    const bool hasParticles = value.Find("particles");
-    const bool isWhole = !hasParticles || ReadParticles(value, spec, subject);
-    if (hasParticles && !value.Find("grids")) return isWhole;
+    if (spec.format == "mesh") return ReadMeshes(value, "mesh", spec, subject);
+    const bool hasParticles = value.Find("particles"), hasMeshes = value.Find("meshes");
+    bool isWhole = !hasParticles || ReadParticles(value, spec, subject);
+    isWhole = (!hasMeshes || ReadMeshes(value, "meshes", spec, subject)) && isWhole;
+    if ((hasParticles || hasMeshes) && !value.Find("grids")) return isWhole;
     return ReadGrids(value, spec, subject) && isWhole;
   }
 
-  bool ReadMesh(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
-    const JsonValue* named = value.Find("mesh");
+  bool ReadMeshes(const JsonValue& value, std::string_view key, ExportSpec& spec,
+                  const Subject& subject) {
+    const std::string what = fmt::format("'{}'", key);
+    const auto read = [&](const JsonValue& at) {
+      const auto name = mContext.ReadText(at, subject, what);
+      const BaseNode* node =
+          name ? mValues.ResolveLink(*name, {Mesh::Kind().id, kMeshMakerNode, kMeshObject}, at,
+                                     subject, what, "a mesher, a mesh or an object of polygons")
+               : nullptr;
+      if (node) spec.meshes.push_back(node->Id());
+      return node != nullptr;
+    };
+    return ReadOneOrMore(value, key, spec, subject, read);
+  }
+
+  /// A name, or in a picture a list of them.
+  template <class Read>
+  bool ReadOneOrMore(const JsonValue& value, std::string_view key, const ExportSpec& spec,
+                     const Subject& subject, Read&& read) {
+    const JsonValue* named = value.Find(key);
     if (!named) {
-      mContext.Error(value, subject, "'mesh' is missing");
+      mContext.Error(value, subject, fmt::format("'{}' is missing", key));
       return false;
     }
-    const auto name = mContext.ReadText(*named, subject, "'mesh'");
-    const BaseNode* node =
-        name ? mValues.ResolveLink(*name, {Mesh::Kind().id, kMeshMakerNode, kMeshObject}, *named,
-                                   subject, "'mesh'", "a mesher, a mesh or an object of polygons")
-             : nullptr;
-    if (node) spec.mesh = node->Id();
-    return node != nullptr;
+    if (spec.format != "png" || !named->Items()) return read(*named);
+    bool isWhole = true;
+    for (const JsonValue& item : *named->Items()) isWhole = read(item) && isWhole;
+    return isWhole;
   }
 
   bool ReadParticles(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
-    const JsonValue* named = value.Find("particles");
-    if (!named) {
-      mContext.Error(value, subject, "'particles' is missing");
-      return false;
-    }
     const auto read = [&](const JsonValue& at) {
       const auto name = mContext.ReadText(at, subject, "'particles'");
       const BaseNode* node = name ? mValues.ResolveLink(*name, {ParticleGroup::kNodeType}, at,
@@ -183,10 +194,7 @@ class ExportReader {
       if (node) spec.particles.push_back(node->Id());
       return node != nullptr;
     };
-    if (spec.format != "png" || !named->Items()) return read(*named);
-    bool isWhole = true;
-    for (const JsonValue& item : *named->Items()) isWhole = read(item) && isWhole;
-    return isWhole;
+    return ReadOneOrMore(value, "particles", spec, subject, read);
   }
 
   bool ReadKinds(const JsonValue& value, ExportSpec& spec, const Subject& subject) {

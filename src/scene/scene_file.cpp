@@ -162,7 +162,7 @@ std::set<NodeId> NodesOf(const std::vector<ExportSpec>& exports) {
   for (const ExportSpec& spec : exports) {
     for (const auto& [name, node] : spec.grids) nodes.insert(node);
     nodes.insert(spec.particles.begin(), spec.particles.end());
-    if (spec.mesh != 0) nodes.insert(spec.mesh);
+    nodes.insert(spec.meshes.begin(), spec.meshes.end());
   }
   return nodes;
 }

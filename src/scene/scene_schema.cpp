@@ -271,20 +271,20 @@ Json ExportSchema() {
       {"minProperties", 1},
       {"description", "Name in the file, and the channel, solver or volume that it shows."}};
   const Json group = Text("The particle group.");
+  const Json polygons = Text("The mesher, mesh or object of polygons.");
   Json vdb = {{"format", {{"const", "vdb"}}}, {"file", file}, {"grids", grids}};
   Json png = {{"format", {{"const", "png"}}},
               {"file", file},
               {"grids", grids},
               {"particles", {{"anyOf", Json::array({group, ListOf(Text("A particle group."))})}}},
               {"kinds", Ref("kinds")},
+              {"meshes", {{"anyOf", Json::array({polygons, ListOf(polygons)})}}},
               {"axis", {{"enum", {"x", "y", "z"}}, {"description", "Direction of view."}}}};
   Json points = {{"format", {{"const", "points"}}},
                  {"file", file},
                  {"particles", group},
                  {"kinds", Ref("kinds")}};
-  Json mesh = {{"format", {{"const", "mesh"}}},
-               {"file", file},
-               {"mesh", Text("The mesher, mesh or object of polygons.")}};
+  Json mesh = {{"format", {{"const", "mesh"}}}, {"file", file}, {"mesh", polygons}};
   return {{"oneOf", Json::array({Object(std::move(vdb), {"format", "file", "grids"}),
                                  Object(std::move(png), {"format", "file"}),
                                  Object(std::move(points), {"format", "file", "particles"}),
