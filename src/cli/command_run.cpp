@@ -75,7 +75,8 @@ class Run {
     mSimulation.Watch().AwaitContent(scene.hasMotion);
   }
 
-  int Execute() {
+  /// `noted` is what was told of the scene before.
+  int Execute(const std::vector<std::string>& noted) {
     const Clock::time_point start = Clock::now();
     int code = ExitCodeOf(mProgress,
                           "out of memory; raise cell_size or lower the size of boxes and meshes",
@@ -86,6 +87,7 @@ class Run {
     if (code == kExitDone) AddMixture(warnings);
     for (const std::string& warning : warnings) Warn(warning);
     warnings.insert(warnings.begin(), mToldLast.begin(), mToldLast.end());
+    warnings.insert(warnings.begin(), noted.begin(), noted.end());
     if (code == kExitDone && mOptions.strict && (mHasWarned || mSimulation.HasWarned())) {
       mProgress.Error("--strict: there are warnings");
       code = kExitInvalidScene;
@@ -321,6 +323,13 @@ class Run {
   bool mHasWarned = false;
 };
 
+std::vector<std::string> WarningsOf(const Diagnostics& diagnostics) {
+  std::vector<std::string> texts;
+  for (const Message& message : diagnostics.Messages())
+    if (message.severity == Message::Severity::Warning) texts.push_back(message.text);
+  return texts;
+}
+
 }  // namespace
 
 int RunScene(const RunOptions& options) {
@@ -334,7 +343,7 @@ int RunScene(const RunOptions& options) {
   const fs::path out = options.out.empty() ? DefaultOut(options) : options.out;
   scene->document->folder = CacheFolderOf(out).string();
   try {
-    return Run(*scene, options, out).Execute();
+    return Run(*scene, options, out).Execute(WarningsOf(diagnostics));
   } catch (const host::FileError& error) {
     throw CommandError(kExitFile, error.what());
   }

@@ -10,6 +10,8 @@
 #include "cache/cache_rows.h"
 #include "cache/grid_cacher.h"
 #include "framework/server_rows.h"
+#include "host/image.h"
+#include "host/render_objects.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -47,13 +49,17 @@ class OutputHints : public HintBase {
   /// What an export names and never works leaves nothing in its files.
   void CheckExports() {
     std::set<NodeId> told;
-    for (const ExportSpec& spec : mScene.exports)
-      for (const auto& [name, id] : spec.grids) {
+    for (const ExportSpec& spec : mScene.exports) {
+      std::vector<NodeId> named = spec.meshes;
+      named.insert(named.end(), spec.particles.begin(), spec.particles.end());
+      for (const auto& [name, id] : spec.grids) named.push_back(id);
+      for (const NodeId id : named) {
         const BaseNode* node = mScene.document->Find(id);
         const NodeReach* reach = mScene.reach.Of(id);
         if (node && reach && !reach->MayWork() && told.insert(id).second)
           Warn(*node, fmt::format("it is exported, and never works: {}", reach->whyIdle));
       }
+    }
   }
 
   /// Two caches of one name in one folder write over each other's files, frame by frame.
@@ -127,7 +133,20 @@ class OutputHints : public HintBase {
   /// What a picture shows of a field that never works is nothing.
   void CheckPictures() {
     if (!mScene.render) return;
+    CheckEnvironment();
     for (const BaseNode* server : mScene.servers) LookForPainters(*server);
+  }
+  /// Turns go round and heights from pole to pole: half as many steps.
+  void CheckEnvironment() {
+    const auto* image =
+        dynamic_cast<const ImageObject*>(Linked(*mScene.render->settings, kRenderEnvironmentImage));
+    if (!image || image->picture.IsEmpty()) return;
+    const Image& picture = image->picture;
+    if (picture.width != 2 * picture.height)
+      Warn(*image,
+           fmt::format("as an 'environment_image' it goes round the whole scene, twice as wide as "
+                       "high; this one has {} x {} pixels and comes out stretched",
+                       picture.width, picture.height));
   }
   void LookForPainters(const BaseNode& node) {
     for (const BaseNode* child : node.Children()) {

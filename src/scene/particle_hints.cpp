@@ -13,6 +13,7 @@
 #include "fluids/particles/particle_property.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/solvers/water_solver.h"
+#include "fluids/surfaces/surface_reconstructor.h"
 #include "scene/shape_boxes.h"
 
 namespace MELDO_GLOBAL::app {
@@ -87,7 +88,7 @@ class ParticleHints : public ShapeBoxes {
       } else if (IsA<Move>(*reader)) {
         moved[Whole(*reader, Move::kKindRow)].push_back(reader);
       } else if (IsA<Force_GridTurbulence>(*reader) || IsA<ParticleToGridEmitter>(*reader) ||
-                 IsA<WaterSolver>(*reader)) {
+                 IsA<WaterSolver>(*reader) || IsSurfaceOf(*reader, group)) {
         users.push_back(reader);
       } else {
         // Caches and operators may bring particles too.
@@ -112,6 +113,11 @@ class ParticleHints : public ShapeBoxes {
     }
   }
 
+  bool IsSurfaceOf(const BaseNode& node, const BaseNode& group) const {
+    return IsA<SurfaceReconstructor>(node) &&
+           Linked(node, SurfaceReconstructor::kSourceRow) == &group;
+  }
+
   void TellMovers(const BaseNode& group, i32 kind, const Nodes& movers, const ByKind& filled,
                   bool mayBeFilled) {
     if (!mayBeFilled) TellMissing(group, *movers.front(), "moves", Move::kKindRow, kind, filled);
@@ -125,6 +131,9 @@ class ParticleHints : public ShapeBoxes {
   void TellUser(const BaseNode& group, const BaseNode& user, const ByKind& filled) {
     if (IsA<Force_GridTurbulence>(user))
       TellMissing(group, user, "stirs by", Force_GridTurbulence::kGroupRow, kVortex, filled);
+    else if (IsA<SurfaceReconstructor>(user))
+      TellMissing(group, user, "covers", SurfaceReconstructor::kKindRow,
+                  Whole(user, SurfaceReconstructor::kKindRow), filled);
     else if (IsA<WaterSolver>(user))
       TellMissing(group, user, "is made of", WaterSolver::kGroupsRow, kLiquid, filled);
     else

@@ -65,13 +65,20 @@ class RenderReader {
     MakeMaterials(materials);
     ReadCamera(section);
     ReadLights(section.Find("lights"));
-    for (const auto& [value, node] : mSurfaces) AssignSurface(*value, *node);
+    for (const SurfaceEntry& entry : mSurfaces) AssignSurface(entry);
     ReadSettings(section);
     if (!mSpec.camera) return {};
     return std::move(mSpec);
   }
 
  private:
+  /// A material of surfaces, where it stands and what kind it is.
+  struct SurfaceEntry {
+    const JsonValue* value;
+    BaseNode* node;
+    std::string_view type;
+  };
+
   void CheckKeys(const JsonValue& section) {
     std::vector<std::string_view> keys(std::begin(kRenderKeys), std::end(kRenderKeys));
     for (const ParameterRow& row : RenderParameters()) keys.push_back(row.name);
@@ -213,7 +220,7 @@ class RenderReader {
     if (type->use == MaterialType::Use::Surface) keys.push_back("objects");
     BaseNode* node = mBuilder.MakeMaterial(value, type->id, type->name, type->rows(), keys);
     switch (type->use) {
-      case MaterialType::Use::Surface: mSurfaces.emplace_back(&value, node); break;
+      case MaterialType::Use::Surface: mSurfaces.push_back({&value, node, type->name}); break;
       case MaterialType::Use::Medium: mSpec.media.push_back(node); break;
       case MaterialType::Use::Shader: mSpec.shaders.push_back(node); break;
       case MaterialType::Use::Particles: mSpec.particles.push_back(node); break;
@@ -247,9 +254,11 @@ class RenderReader {
   }
 
   /// A surface without a list of objects is that of all objects without a surface.
-  void AssignSurface(const JsonValue& value, BaseNode& node) {
+  void AssignSurface(const SurfaceEntry& entry) {
+    const JsonValue& value = *entry.value;
+    BaseNode& node = *entry.node;
     const JsonValue* objects = value.Find("objects");
-    const Subject subject = fmt::format("surface \"{}\": ", Shown(node.Name()));
+    const Subject subject = fmt::format("{} \"{}\": ", entry.type, Shown(node.Name()));
     if (!objects) {
       if (mHasStandard)
         mContext.Error(value, subject, "'objects' is missing; only one surface may be without it");
@@ -269,7 +278,7 @@ class RenderReader {
                                      subject, "'objects'")
                : nullptr;
       if (!object) continue;
-      const auto isSame = [&](const auto& entry) { return entry.first == object->Id(); };
+      const auto isSame = [&](const auto& given) { return given.first == object->Id(); };
       if (std::any_of(mSpec.surfaces.begin(), mSpec.surfaces.end(), isSame))
         mContext.Error(item, subject,
                        fmt::format("'objects': '{}' has a surface already", Shown(*name)));
@@ -289,7 +298,7 @@ class RenderReader {
   SceneBuilder& mBuilder;
   ValueReader mValues;
   RenderSpec mSpec;
-  std::vector<std::pair<const JsonValue*, BaseNode*>> mSurfaces;
+  std::vector<SurfaceEntry> mSurfaces;
   bool mHasStandard = false;
 };
 

@@ -74,8 +74,8 @@ SceneBuilder::Members SceneBuilder::ObjectsOf(const JsonValue* list, const Subje
   return members;
 }
 
-void SceneBuilder::ReserveNames(const Members& siblings, SiblingNames& names,
-                                std::string_view word) {
+void SceneBuilder::ReserveNames(const Members& siblings, SiblingNames& names, std::string_view word,
+                                std::string_view taken) {
   for (const JsonValue* value : siblings) {
     const JsonValue* name = value->Find("name");
     if (!name) continue;
@@ -90,7 +90,7 @@ void SceneBuilder::ReserveNames(const Members& siblings, SiblingNames& names,
     } else if (!IsProperName(*text)) {
       mContext.Error(*name, subject, "'name': a name can't hold control characters");
     } else if (!names.Reserve(*text)) {
-      mContext.Error(*name, subject, "a sibling has this name already");
+      mContext.Error(*name, subject, std::string(taken));
     } else if (text->find('/') != std::string::npos) {
       mContext.Warning(*name, subject,
                        "'name': a '/' parts the names of a path, so that a link to this one may "
@@ -146,7 +146,7 @@ void SceneBuilder::MakeChildren(const JsonValue& value, BaseNode& node, const Su
 BaseNode* SceneBuilder::MakeMaterial(const JsonValue& value, i32 type, std::string_view word,
                                      const ParameterTable& table,
                                      const std::vector<std::string_view>& keys) {
-  ReserveNames({&value}, mRootNames, word);
+  ReserveNames({&value}, mRootNames, word, kTakenName);
   const std::string name = NameOf(value, fmt::format("{} material", word), mRootNames);
   const Subject subject = SubjectOf(word, name);
   mContext.CheckKeys(value, keys, subject);

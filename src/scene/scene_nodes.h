@@ -43,11 +43,15 @@ class SceneBuilder {
 
  private:
   using Members = std::vector<const JsonValue*>;
+  /// Of what stands in other lists than those whose names it shares.
+  static constexpr std::string_view kTakenName =
+      "another object, node or material has this name already";
 
   /// The items of a list of objects; reports what isn't one.
   Members ObjectsOf(const JsonValue* list, const Subject& subject, const std::string& what);
   /// `word` is what a sibling without a type is called in messages.
-  void ReserveNames(const Members& siblings, SiblingNames& names, std::string_view word = "node");
+  void ReserveNames(const Members& siblings, SiblingNames& names, std::string_view word = "node",
+                    std::string_view taken = "a sibling has this name already");
   /// The name of a node: the one given, or the label made unique.
   std::string NameOf(const JsonValue& value, const std::string& label, SiblingNames& names);
 

@@ -85,7 +85,7 @@ BaseNode* SceneBuilder::MakeKnownObject(const JsonValue& value, const ObjectType
 }
 
 BaseNode* SceneBuilder::MakeObjectOf(const JsonValue& value, std::string_view word) {
-  ReserveNames({&value}, mRootNames, word);
+  ReserveNames({&value}, mRootNames, word, kTakenName);
   if (const JsonValue* type = value.Find("type"); type && (!type->Text() || *type->Text() != word))
     mContext.Error(*type, fmt::format("render: {}: ", word),
                    fmt::format("'type': expected '{}' here", word));

@@ -56,7 +56,10 @@ class SettingHints : public HintBase {
   void CheckWithoutValue(const BaseNode& node) {
     if (IsA<ParticleToGridEmitter>(node)) CheckPoints(node);
     if (IsA<AlignmentVector3D>(node)) CheckAlignment(node);
-    if (IsA<ImplicitMesher>(node)) CheckLevel(node);
+    if (IsA<ImplicitMesher>(node)) {
+      CheckLevel(node);
+      CheckColourRadius(node);
+    }
     if (!IsA<ChannelOperator_Remap>(node) || !MayWork(node)) return;
     const Gradient* gradient = Get<Gradient>(node, ChannelOperator_Remap::kGradientRow);
     if (!gradient || gradient->knots.empty())
@@ -114,6 +117,23 @@ class SettingHints : public HintBase {
                        "at 0 it is where that is",
                        NameOf(node, ImplicitMesher::kLevelRow),
                        Number(node, ImplicitMesher::kLevelRow), Named(*source)));
+  }
+
+  /// Points of a surface between particles that lie further apart than they colour.
+  void CheckColourRadius(const BaseNode& node) {
+    const i32 row = ImplicitMesher::kColourRadiusRow;
+    const BaseNode* server = node.Parent();
+    while (server && server->Type() != kServerNode) server = server->Parent();
+    if (!server || !Linked(node, ImplicitMesher::kColourGroupRow) || node.Tracks().contains(row) ||
+        Linked(node, ImplicitMesher::kColourFieldRow))
+      return;
+    const double radius = Number(node, row), apart = Number(*server, server_row::kCellSize) / 2;
+    if (radius > 0 && radius < apart)
+      Warn(node,
+           fmt::format("'{}' is {:g}, and particles lie about {:g} apart, eight to a cell: points "
+                       "of the surface between them stay white",
+                       NameOf(node, row), radius, apart),
+           row);
   }
 
   /// Modes that point by a volume.
