@@ -141,6 +141,31 @@ TEST(MeshScenes, SkinsOfWaterAreClosedInEveryFrame) {
   ExpectClosedSkins("/scenes/tap.json", 40);
 }
 
+/// A picture of a plate alone, and what is told of the empty file of another that is switched off.
+TEST(MeshScenes, PicturesShowMeshesAndFilesMayBeEmpty) {
+  const app::RunFolder folder("mesh_png");
+  const auto write = [&](const std::string& name, const std::string& size) {
+    folder.Write(name, R"({ "sulva": 1, "range": [0, 0],
+      "objects": [ { "name": "plate", "type": "box", "size": )" +
+                           size + R"( } ],
+      "nodes": [ { "type": "server", "name": "scene", "children": [
+        { "type": "particlegroup", "name": "water" },
+        { "type": "surface_reconstruction", "name": "surface", "parameters": { "source": "water" } },
+        { "type": "mesher", "name": "skin", "parameters": { "source": "surface" } } ] } ],
+      "exports": [ { "format": "png", "file": "####.png", "meshes": ["plate", "skin"] },
+                   { "format": "mesh", "file": "####.ply", "mesh": "skin" } ] })");
+    EXPECT_EQ(folder.Run({"run", name, "--quiet", "--out", name + ".out"}), 0) << folder.Errors();
+    return folder.Files(name + ".out");
+  };
+  const auto wide = write("wide.json", "[100, 100, 100]"),
+             flat = write("flat.json", "[100, 20, 100]");
+  EXPECT_GT(wide.at("0000.png").size(), 1000u);
+  EXPECT_TRUE(wide.at("0000.png") != flat.at("0000.png"));
+  ASSERT_EQ(folder.Run({"info", "wide.json.out/0000.ply"}), 0) << folder.Errors();
+  EXPECT_NE(folder.Answers().find("  0 points, 0 polygons\n"), std::string::npos)
+      << folder.Answers();
+}
+
 TEST(MeshScenes, ARecordedSurfaceGivesTheSameSkinWithoutItsWater) {
   const app::RunFolder folder("surface_cache");
   const auto write = [&](const std::string& name, const std::string& water,

@@ -42,6 +42,7 @@ constexpr Corners kLattice[] = {
     {14, 16, 17, 7},
 };
 constexpr i32 kQuarters = 4;
+constexpr Vec3d kLatticeReach{5, 7, 6};  ///< of those points
 
 class TetrahedronCutter {
  public:
@@ -97,9 +98,9 @@ class TetrahedronCutter {
   }
 
   void CutQuarters(const VecInt3D& cell) {
-    constexpr i32 kMiddle = 14;  // a point about which half of the tetrahedra lie
     const VecInt3D corner = cell * kQuarters;
-    if (!(std::abs(ValueAt(corner + kLatticePoints[kMiddle])) <= mLattice.TwoDiagonals())) return;
+    const Vec3d first = ToReal(cell);
+    if (!mLattice.MayCross(first, first + kLatticeReach / kQuarters)) return;
     double values[std::size(kLatticePoints)];
     for (std::size_t i = 0; i < std::size(kLatticePoints); ++i)
       values[i] = ValueAt(corner + kLatticePoints[i]);
@@ -173,6 +174,30 @@ class TetrahedronCutter {
 };
 
 }  // namespace
+
+bool SurfaceLattice::MayCross(const Vec3d& low, const Vec3d& high) const {
+  const bool isLinear = sampleMode == SAMPLE_LINEAR;
+  const i32 beyond = isLinear ? 0 : 2;
+  const Vec3d from = ToSamples(low), to = ToSamples(high);
+  const VecInt3D dims = grid->Dims();
+  VecInt3D first, last;
+  for (int a = 0; a < 3; ++a) {
+    first[a] = std::clamp(static_cast<i32>(std::floor(from[a])) - beyond, 0, dims[a] - 1);
+    last[a] = std::clamp(static_cast<i32>(std::ceil(to[a])) + beyond, 0, dims[a] - 1);
+  }
+  double least = std::numeric_limits<double>::infinity(), most = -least;
+  for (i32 z = first.z; z <= last.z; ++z)
+    for (i32 y = first.y; y <= last.y; ++y) {
+      const double* row = grid->mData + grid->Index(0, y, z);
+      for (i32 x = first.x; x <= last.x; ++x) {
+        least = std::min(least, row[x]);
+        most = std::max(most, row[x]);
+      }
+    }
+  // Curves between samples leave their range by less than it is wide.
+  const double more = (isLinear ? 0 : most - least) + 2e-5 * grid->mLayout.cellSize / resolution;
+  return least - more <= level && most + more >= level;
+}
 
 void CutTetrahedra(const SurfaceLattice& lattice, i32 method, SurfaceSlab& slab) {
   TetrahedronCutter cutter(lattice, slab);

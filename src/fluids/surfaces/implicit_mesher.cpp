@@ -18,13 +18,35 @@ using namespace host;
 namespace {
 
 /// Whether a surface ends at the outermost nodes that are looked at.
-bool ReachesRim(const EGrid<double>& grid, const SurfaceMesh& mesh) {
+bool ReachesRim(const EGrid<double>& grid, double resolution, const SurfaceMesh& mesh) {
   constexpr double kNear = 1e-6;  // cells
+  const VecInt3D dims = grid.Dims();
+  Vec3d last;
+  for (int a = 0; a < 3; ++a) last[a] = 1 + (NodesOn(dims[a], resolution) - 1) / resolution - kNear;
   return std::any_of(mesh.points.begin(), mesh.points.end(), [&](const Vec3d& p) {
     const Vec3d c = grid.ToSamples(p);
-    return std::min({c.x, c.y, c.z}) < 1 + kNear || c.x > grid.mNx - 2 - kNear ||
-           c.y > grid.mNy - 2 - kNear || c.z > grid.mNz - 2 - kNear;
+    return std::min({c.x, c.y, c.z}) < 1 + kNear || c.x > last.x || c.y > last.y || c.z > last.z;
   });
+}
+
+/// The polygons of a mesher, for the limit of memory.
+class MeshMemory : public ScenePart {
+ public:
+  explicit MeshMemory(const ImplicitMesher& mesher) : mMesher(mesher) {}
+  double Memory() const override { return mMesher.HeldBytes(); }
+
+ private:
+  const ImplicitMesher& mMesher;
+};
+
+std::string WordOf(i32 property) {
+  const std::string_view name = NameOfProperty(property);
+  return name.empty() ? std::to_string(property) : fmt::format("'{}'", name);
+}
+
+template <class T>
+double BytesOf(const std::vector<T>& values) {
+  return static_cast<double>(values.size() * sizeof(T));
 }
 
 }  // namespace
@@ -61,7 +83,7 @@ const ParameterTable& ImplicitMesher::Parameters() {
       LinkRow(kSourceRow, "source",
               "whose surface is wanted: a volume, or what finds that of particles")
           .AcceptsAny({kListGeometry, kCategoryVolume})
-          .AcceptsAny({kListGeometry, kCategoryParticle})
+          .Accepts({SurfaceReconstructor::Kind().id})
           .To(&ImplicitMesher::mVolume)
           .To(&ImplicitMesher::mReconstructor)
           .Required(),
@@ -132,7 +154,9 @@ const ParameterTable& ImplicitMesher::Parameters() {
   return table;
 }
 
-ImplicitMesher::ImplicitMesher(BaseNode* node, Scene* scene) : iObject(node, scene) {}
+ImplicitMesher::ImplicitMesher(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mParts.Add(std::make_unique<MeshMemory>(*this));
+}
 
 void ImplicitMesher::CheckDirty() {
   if (Has(FLAG_DIRTY_CHECKED)) return;
@@ -145,14 +169,19 @@ void ImplicitMesher::CheckDirty() {
 
 void ImplicitMesher::Persist(StateArchive& archive) {
   iObject::Persist(archive);
-  archive(mHasToldRim);
+  archive(mTold);
 }
 
 void ImplicitMesher::Reset() {
   iObject::Reset();
-  mHasToldRim = false;
+  mTold = 0;
   mWarnings.clear();
   Write({});
+}
+
+void ImplicitMesher::Release(bool full) {
+  Write({});
+  iObject::Release(full);
 }
 
 void ImplicitMesher::Prepare() {
@@ -190,33 +219,69 @@ void ImplicitMesher::Evaluate(const EvaluationThreadData&) {
                                      .resolution = mResolution,
                                      .isWhole = mReconstructor != nullptr},
                                     mScene->mThreadCount, mMakesNormals);
-  if (mesh.IsEmpty()) TakeBackRun("its level set has no surface at that level");
-  if (!mHasToldRim && ReachesRim(*mGrid, mesh)) {
-    mHasToldRim = true;
-    mWarnings.push_back(
+  if (mesh.IsEmpty()) TakeBackRun(ReasonOfNone());
+  if (!(mTold & kToldRim) && ReachesRim(*mGrid, mResolution, mesh))
+    Tell(
+        kToldRim,
         mReconstructor
             ? std::string("its surface reaches the rim of the level set, where it is open; a "
                           "smaller 'radius' or 'search' of its source closes it")
             : fmt::format("its surface at {} m reaches the rim of the level set, where it is open; "
                           "a lower 'level', or more 'padding_cells' of the volume, closes it",
                           mLevel));
-  }
   AddVelocities(mesh);
   AddColours(mesh);
   Write(mesh);
 }
 
-void ImplicitMesher::AddVelocities(SurfaceMesh& mesh) const {
+const char* ImplicitMesher::ReasonOfNone() const {
+  const auto [low, high] = std::minmax_element(mGrid->mData, mGrid->mData + mGrid->mCount);
+  const double level = mReconstructor ? 0 : mLevel;
+  if (*low >= level)
+    return mReconstructor
+               ? "no place in its source lies inside; a larger 'radius' or "
+                 "'radius_shift' of that makes a surface"
+               : "nothing of its volume lies below 'level', as of a plane, which encloses "
+                 "nothing; a higher one makes a surface";
+  if (*high < level) return "all of its level set lies below 'level'; a lower one makes a surface";
+  return "what it has to show is smaller than its steps; a higher 'resolution' finds it";
+}
+
+void ImplicitMesher::Tell(u32 what, std::string_view text) {
+  if (mTold & what) return;
+  mTold |= what;
+  mWarnings.emplace_back(text);
+}
+
+void ImplicitMesher::AddVelocities(SurfaceMesh& mesh) {
   if (!mHasVelocities || mesh.points.empty()) return;
   if (mVelocityField) {
     mesh.velocities = FieldAt(mesh.points, *mVelocityField, mScene->mThreadCount);
-  } else if (mReconstructor && mReconstructor->Store() && !mReconstructor->Points().IsEmpty()) {
+  } else if (mReconstructor && mReconstructor->Store() &&
+             (!mReconstructor->Has(FLAG_CACHED) ||
+              AreNear(mesh.points, mReconstructor->Points(), mReconstructor->Reach()))) {
     mesh.velocities = VelocitiesAt(mesh.points, mReconstructor->Points(), *mReconstructor->Store(),
                                    mReconstructor->Reach(), mScene->mThreadCount);
+  } else if (mReconstructor && mReconstructor->Has(FLAG_CACHED)) {
+    Tell(kToldVelocities,
+         "its source plays from a recording, which has no velocities, and neither have its points: "
+         "play the particles too, or a flow under 'velocity_field'");
   }
 }
 
-void ImplicitMesher::AddColours(SurfaceMesh& mesh) const {
+std::vector<const ParticleStore*> ImplicitMesher::ColourStores() const {
+  // A surface of some of the group's particles has the colours of those.
+  const ParticleStore* own = mReconstructor ? mReconstructor->Store() : nullptr;
+  std::vector<const ParticleStore*> stores;
+  for (i32 kind = 0; kind < kParticleKinds; ++kind) {
+    const ParticleStore& store = mColourGroup->Store(kind);
+    if (&store == own) return {own};
+    if (!store.IsEmpty()) stores.push_back(&store);
+  }
+  return stores;
+}
+
+void ImplicitMesher::AddColours(SurfaceMesh& mesh) {
   if (mesh.points.empty()) return;
   const ScalarColours scalars{mColourGradient, mColourFull};
   if (mColourField) {
@@ -224,18 +289,25 @@ void ImplicitMesher::AddColours(SurfaceMesh& mesh) const {
     if (!mColourField->GetCachedGrids()[1])
       for (Vec3d& colour : mesh.colours) colour = scalars.Of(colour.x);
   } else if (mColourGroup && mColourRadius > 0) {
-    for (i32 kind : {kLiquid, kDiffuse, kPassive, kVortex}) {
-      const ParticleStore& store = mColourGroup->Store(kind);
-      if (store.IsEmpty()) continue;
-      mesh.colours = ColoursAt(mesh.points, store, mColourProperty, mColourRadius, scalars,
-                               mScene->mThreadCount);
-      return;
-    }
+    const std::vector<const ParticleStore*> stores = ColourStores();
+    const bool hasSome = std::any_of(stores.begin(), stores.end(),
+                                     [](const ParticleStore* store) { return !store->IsEmpty(); });
+    if (!hasSome) return;
+    const auto colours = ColoursAt(mesh.points, stores, mColourProperty, mColourRadius, scalars,
+                                   mScene->mThreadCount);
+    if (colours) mesh.colours = *colours;
+    if (!colours)
+      Tell(kToldColours,
+           fmt::format(
+               "no particle of '{}' has the property {} of its 'colour_property': its points "
+               "have no colours until some have",
+               mColourGroup->mName, WordOf(mColourProperty)));
   }
 }
 
 void ImplicitMesher::Write(const SurfaceMesh& mesh) {
   PolygonObject* output = Output();
+  mBytes = 0;
   if (!output || (mesh.IsEmpty() && output->GetGeometry().polygons.empty())) return;
   const Matrix place = output->GlobalMatrix(), toObject = Inverse(place);
   const Vec3d scale = GetDomain().simToWorld;
@@ -256,6 +328,10 @@ void ImplicitMesher::Write(const SurfaceMesh& mesh) {
   }
   for (const Vec3d& v : mesh.velocities) geometry.velocities.push_back(toObject.Rotate(v * scale));
   geometry.colours = mesh.colours;
+  mBytes = BytesOf(mesh.points) + BytesOf(mesh.triangles) + BytesOf(mesh.normals) +
+           BytesOf(mesh.velocities) + BytesOf(mesh.colours) + BytesOf(geometry.points) +
+           BytesOf(geometry.polygons) + BytesOf(geometry.normals) + BytesOf(geometry.velocities) +
+           BytesOf(geometry.colours);
   output->WriteOutput(std::move(geometry));
 }
 

@@ -25,18 +25,27 @@ class ImplicitMesher : public iObject {
                        kColourFieldRow = 1104;
   void CheckDirty() override;
   void Reset() override;
+  void Release(bool full) override;
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
   void Persist(StateArchive& archive) override;
   std::vector<std::string> TakeWarnings() override { return std::exchange(mWarnings, {}); }
+  /// Bytes of the polygons of the last frame.
+  double HeldBytes() const { return mBytes; }
 
  private:
   host::PolygonObject* Output() const { return dynamic_cast<host::PolygonObject*>(Node()); }
   /// The source's level set, or why there is none.
   const EGrid<double>* FindGrid();
-  void AddVelocities(SurfaceMesh& mesh) const;
-  void AddColours(SurfaceMesh& mesh) const;
+  /// Why there are no polygons.
+  const char* ReasonOfNone() const;
+  /// Adds a warning, once a run.
+  void Tell(u32 what, std::string_view text);
+  void AddVelocities(SurfaceMesh& mesh);
+  void AddColours(SurfaceMesh& mesh);
+  /// The particles that colour the surface.
+  std::vector<const ParticleStore*> ColourStores() const;
   /// Hands the polygons to the document, in host units and the node's own frame.
   void Write(const SurfaceMesh& mesh);
 
@@ -58,7 +67,9 @@ class ImplicitMesher : public iObject {
   bool mRenderOnly = false;
 
   const EGrid<double>* mGrid = nullptr;  ///< of one step
-  bool mHasToldRim = false;
+  enum Told : u32 { kToldRim = 1, kToldVelocities = 2, kToldColours = 4 };
+  u32 mTold = 0;
+  double mBytes = 0;
   std::vector<std::string> mWarnings;
 };
 

@@ -6,22 +6,20 @@
 
 #include "fluids/particles/ellipsoid.h"
 #include "fluids/particles/particle_property_ids.h"
+#include "fluids/surfaces/plain_sums.h"
 #include "grids/fixed_blocks.h"
-#include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-// Samples of a block: its lines fill the registers, and small blocks leave more of them alone.
-constexpr i32 kWide = 8, kHigh = 4, kThick = 4;
-constexpr i32 kSamples = kWide * kHigh * kThick;
+constexpr i32 kWide = PlainSums::kWide, kHigh = PlainSums::kHigh, kThick = PlainSums::kThick;
+constexpr i32 kSamples = PlainSums::kSamples;
 
 }  // namespace
 
 /// What particles add to the samples of a block, in steps of samples.
-struct ParticleSurface::Sums {
-  alignas(32) double weight[kSamples], x[kSamples], y[kSamples], z[kSamples];
+struct ParticleSurface::Sums : PlainSums {
   double share[kSamples];    ///< of the weights with masses
   double thin[kSamples];     ///< of the weights with how thin an ellipsoid is
   double nearest[kSamples];  ///< squared distance of the nearest one, and what it brings
@@ -35,110 +33,6 @@ struct ParticleSurface::Block {
   Vec3d origin;          ///< of the first one, simulation units
   Vec3d step;            ///< from sample to sample, simulation units
 };
-
-namespace {
-
-/// Particles in steps of samples from the first one of a block, or what is left of them for a line.
-struct NearPoints {
-  std::vector<double> x, y, z, left;
-  std::size_t count = 0;
-
-  void Grow(std::size_t more) {
-    if (count + more <= x.size()) return;
-    for (auto* column : {&x, &y, &z, &left}) column->resize(2 * (count + more));
-  }
-  void Add(double px, double py, double pz, double pLeft, bool counts) {
-    x[count] = px;
-    y[count] = py;
-    z[count] = pz;
-    left[count] = pLeft;
-    count += counts;
-  }
-};
-
-/// How far a coordinate lies off the samples from 0 to below n.
-double OffLine(double v, i32 n) { return std::max({0.0, -v, v - (n - 1)}); }
-
-void Gather(std::span<const PointLookup::Entry> points, const Vec3d& origin, double perStep,
-            double reach, NearPoints& near) {
-  near.Grow(points.size());
-  for (const PointLookup::Entry& point : points) {
-    const Vec3d p = (point.position - origin) * perStep;
-    const double x = OffLine(p.x, kWide), y = OffLine(p.y, kHigh), z = OffLine(p.z, kThick);
-    near.Add(p.x, p.y, p.z, 0, x * x + y * y + z * z < reach * reach);
-  }
-}
-
-using Lane = double __attribute__((vector_size(32)));
-constexpr i32 kLanes = 4;
-
-/// Adds up the weights of particles, and their ways to the samples times those, along a line of
-/// samples; `reach2` is the squared reach.
-SULVA_WIDE_KERNEL void SumLine(const NearPoints& line, double reach2, double* weight, double* sumX,
-                               double* sumY, double* sumZ) {
-  static_assert(kWide == 2 * kLanes);
-  const double perLimit = 1 / reach2;
-  const Lane first = {0, 1, 2, 3}, second = {4, 5, 6, 7}, none = {};
-  Lane w0 = none, w1 = none, x0 = none, x1 = none, y0 = none, y1 = none, z0 = none, z1 = none;
-  for (std::size_t p = 0; p < line.count; ++p) {
-    const Lane d0 = first - line.x[p], d1 = second - line.x[p];
-    Lane q0 = line.left[p] - d0 * d0 * perLimit, q1 = line.left[p] - d1 * d1 * perLimit;
-    q0 = q0 > none ? q0 : none;
-    q1 = q1 > none ? q1 : none;
-    q0 = q0 * q0 * q0;
-    q1 = q1 * q1 * q1;
-    w0 += q0;
-    w1 += q1;
-    x0 += q0 * d0;
-    x1 += q1 * d1;
-    y0 += q0 * line.y[p];
-    y1 += q1 * line.y[p];
-    z0 += q0 * line.z[p];
-    z1 += q1 * line.z[p];
-  }
-  for (i32 i = 0; i < kLanes; ++i) {
-    weight[i] = w0[i];
-    weight[i + kLanes] = w1[i];
-    sumX[i] = x0[i];
-    sumX[i + kLanes] = x1[i];
-    sumY[i] = y0[i];
-    sumY[i + kLanes] = y1[i];
-    sumZ[i] = z0[i];
-    sumZ[i + kLanes] = z1[i];
-  }
-}
-
-}  // namespace
-
-/// What a worker works with in the plain case.
-struct ParticleSurface::PlainScratch {
-  NearPoints block, layer, line;
-};
-
-void ParticleSurface::SumPlain(PlainScratch& scratch, double reach, Sums& sums) const {
-  const double reach2 = reach * reach;
-  const NearPoints& block = scratch.block;
-  NearPoints &layer = scratch.layer, &line = scratch.line;
-  layer.count = line.count = 0;
-  layer.Grow(block.count);
-  line.Grow(block.count);
-  for (i32 k = 0; k < kThick; ++k) {
-    layer.count = 0;
-    for (std::size_t p = 0; p < block.count; ++p) {
-      const double dz = k - block.z[p], left = 1 - dz * dz / reach2;
-      layer.Add(block.x[p], block.y[p], dz, left, left > 0);
-    }
-    for (i32 j = 0; j < kHigh; ++j) {
-      line.count = 0;
-      for (std::size_t p = 0; p < layer.count; ++p) {
-        const double dy = j - layer.y[p], left = layer.left[p] - dy * dy / reach2;
-        line.Add(layer.x[p], dy, layer.z[p], left, left > 0);
-      }
-      const i32 row = (k * kHigh + j) * kWide;
-      SumLine(line, reach2, sums.weight + row, sums.x + row, sums.y + row, sums.z + row);
-    }
-  }
-}
 
 SurfaceShape SurfaceShape::Fitted(i32 mode, double reach, double spacing) {
   SurfaceShape shape;
@@ -163,6 +57,7 @@ ParticleSurface::ParticleSurface(const PointLookup& points, const ParticleStore*
                                  const SurfaceShape& shape)
     : mPoints(points),
       mShape(shape),
+      mDeep(points),
       mHalfSpace([&](double q) { return WeightOf(q * shape.reach * shape.reach); }) {
   if (store && shape.ellipsoidRadius <= 0) {
     const i32 ids[] = {property_id::kEllipsoidX, property_id::kEllipsoidY,
@@ -273,17 +168,16 @@ void ParticleSurface::FillBlock(EGrid<double>& grid, const Block& block, Sums& s
                                 PlainScratch& scratch) const {
   const Vec3d wide{mShape.reach, mShape.reach, mShape.reach};
   const Vec3d high = block.origin + ToReal(block.size - VecInt3D{1, 1, 1}) * block.step;
-  const bool isDeep = IsDeep(block.origin, high);
+  const bool isDeep = mDeep.Holds(block.origin, high);
   const bool isPlain = IsPlain();
   bool isReached = false;
   if (!isDeep && isPlain) {
     const double perStep = 1 / block.step.x, reach = mShape.reach * perStep;
-    scratch.block.count = 0;
-    mPoints.ForEachRow(block.origin - wide, high + wide, [&](auto points) {
-      Gather(points, block.origin, perStep, reach, scratch.block);
-    });
-    isReached = scratch.block.count > 0;
-    if (isReached) SumPlain(scratch, reach, sums);
+    scratch.Clear();
+    mPoints.ForEachRow(block.origin - wide, high + wide,
+                       [&](auto points) { scratch.Gather(points, block.origin, perStep, reach); });
+    isReached = !scratch.IsEmpty();
+    if (isReached) scratch.AddUp(reach, sums);
   } else if (!isDeep) {
     for (double* sum : {sums.weight, sums.x, sums.y, sums.z, sums.share, sums.thin})
       std::fill_n(sum, kSamples, 0.0);
@@ -317,64 +211,6 @@ void ParticleSurface::FillBlock(EGrid<double>& grid, const Block& block, Sums& s
     }
 }
 
-void ParticleSurface::FindDeep(i32 threads) {
-  mIsDeep.clear();
-  if (!mShape.fits || !mShape.skipsDeep || mShape.density <= 0) return;
-  const VecInt3D n = mPoints.Buckets();
-  const double size = mPoints.BucketSize();
-  const auto index = [&](i32 x, i32 y, i32 z) { return (std::size_t(z) * n.y + y) * n.x + x; };
-  // The counts of 27 buckets are steady enough to tell water from a gap in it.
-  std::vector<i32> counts(static_cast<std::size_t>(n.x) * n.y * n.z);
-  ForEachBlock(n.z, threads, [&](i32 z) {
-    if (z < 1 || z >= n.z - 1) return;
-    for (i32 y = 1; y < n.y - 1; ++y)
-      for (i32 x = 1; x < n.x - 1; ++x)
-        for (i32 k = z - 1; k <= z + 1; ++k)
-          for (i32 j = y - 1; j <= y + 1; ++j)
-            counts[index(x, y, z)] += static_cast<i32>(mPoints.Row(x - 1, x + 1, j, k).size());
-  });
-  const double most = counts.empty() ? 0 : *std::max_element(counts.begin(), counts.end());
-  double sum = 0, full = 0;
-  for (const i32 count : counts)
-    if (2 * count >= most) sum += count, ++full;
-  // Crowds of particles must not make water of what lies beside them.
-  constexpr double kEnough = 0.6;
-  const double told = 27 * size * size * size * mShape.density;
-  const double wanted = kEnough * std::max(told, full > 0 ? sum / full : 0.0);
-  // As far as particles reach, and a bucket for the middle of the count.
-  const i32 reach = std::max(1, static_cast<i32>(std::ceil(mShape.reach / size)) - 1);
-  mIsDeep.assign(counts.size(), 0);
-  ForEachBlock(n.z, threads, [&](i32 z) {
-    for (i32 y = reach; z >= reach && z < n.z - reach && y < n.y - reach; ++y)
-      for (i32 x = reach; x < n.x - reach; ++x) {
-        bool isDeep = true;
-        for (i32 k = z - reach; k <= z + reach && isDeep; ++k)
-          for (i32 j = y - reach; j <= y + reach && isDeep; ++j)
-            for (i32 i = x - reach; i <= x + reach && isDeep; ++i)
-              isDeep = counts[index(i, j, k)] >= wanted;
-        mIsDeep[index(x, y, z)] = isDeep;
-      }
-  });
-}
-
-bool ParticleSurface::IsDeep(const Vec3d& low, const Vec3d& high) const {
-  if (mIsDeep.empty()) return false;
-  const VecInt3D n = mPoints.Buckets();
-  VecInt3D first, last;
-  for (int a = 0; a < 3; ++a) {
-    const double from = std::floor((low[a] - mPoints.Low()[a]) / mPoints.BucketSize());
-    const double to = std::floor((high[a] - mPoints.Low()[a]) / mPoints.BucketSize());
-    if (from < 0 || to >= n[a]) return false;
-    first[a] = static_cast<i32>(from);
-    last[a] = static_cast<i32>(to);
-  }
-  for (i32 z = first.z; z <= last.z; ++z)
-    for (i32 y = first.y; y <= last.y; ++y)
-      for (i32 x = first.x; x <= last.x; ++x)
-        if (!mIsDeep[(std::size_t(z) * n.y + y) * n.x + x]) return false;
-  return true;
-}
-
 void ParticleSurface::FitEllipsoids(i32 threads) {
   mFrames.clear();
   if (mShape.ellipsoidRadius <= 0) return;
@@ -393,7 +229,7 @@ void ParticleSurface::FitEllipsoids(i32 threads) {
   ForEachBlock(n.z, threads, [&](i32 z) {
     for (i32 y = 0; y < n.y; ++y)
       for (const auto& point : mPoints.Row(0, n.x - 1, y, z))
-        if (!IsDeep(point.position, point.position)) fit(point);
+        if (!mDeep.Holds(point.position, point.position)) fit(point);
   });
 }
 
@@ -404,7 +240,7 @@ double ParticleSurface::LeastThin() const {
 }
 
 void ParticleSurface::Fill(EGrid<double>& grid, i32 threads) {
-  FindDeep(threads);
+  if (mShape.fits && mShape.skipsDeep) mDeep.Find(mShape.reach, mShape.density, threads);
   FitEllipsoids(threads);
   mLeastThin = LeastThin();
   const VecInt3D n = grid.Dims();

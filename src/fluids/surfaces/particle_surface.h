@@ -5,12 +5,15 @@
 
 #include "fluids/particles/kernel.h"
 #include "fluids/particles/particle_store.h"
+#include "fluids/surfaces/deep_buckets.h"
 #include "fluids/surfaces/half_space.h"
 #include "grids/egrid.h"
 #include "grids/point_lookup.h"
 #include "host/matrix.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class PlainScratch;
 
 /// How particles become a surface.
 struct SurfaceShape {
@@ -66,20 +69,15 @@ class ParticleSurface {
  private:
   struct Sums;
   struct Block;
-  struct PlainScratch;
   /// Of an ellipsoid: what makes a ball of it, and its shortest axis over that ball's.
   struct Frame {
     Matrix frame;
     double thin = 1;
   };
   bool IsPlain() const;
-  void FindDeep(i32 threads);
   void FitEllipsoids(i32 threads);
   double LeastThin() const;
-  bool IsDeep(const Vec3d& low, const Vec3d& high) const;
   void FillBlock(EGrid<double>& grid, const Block& block, Sums& sums, PlainScratch& scratch) const;
-  /// One weight for all, and no frames. `reach` in steps of samples.
-  void SumPlain(PlainScratch& scratch, double reach, Sums& sums) const;
   void AddWithFrames(std::span<const PointLookup::Entry> points, const Block& block,
                      Sums& sums) const;
   Vec3d InFrame(const Vec3d& way, i32 row) const;
@@ -93,14 +91,14 @@ class ParticleSurface {
 
   const PointLookup& mPoints;
   SurfaceShape mShape;
+  DeepBuckets mDeep;
   const PropertyColumn<Vec3d>* mAxes[3] = {};
   const PropertyColumn<double>*mMass = nullptr, *mKernelSum = nullptr;
   std::vector<Frame> mFrames;  ///< by row; empty unless they were fitted
   double mLeastThin = 1;       ///< of all frames
   HalfSpace mHalfSpace;
-  double mGap = 0;          ///< what gaps between particles add to the mean's distance, over R
-  double mFullSum = 0;      ///< the sum of weights amid a liquid
-  std::vector<u8> mIsDeep;  ///< by bucket; empty where nothing is known
+  double mGap = 0;      ///< what gaps between particles add to the mean's distance, over R
+  double mFullSum = 0;  ///< the sum of weights amid a liquid
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,5 +1,7 @@
 // Values of a surface's points, from particles or fields.
 #pragma once
+#include <optional>
+#include <span>
 #include <vector>
 
 #include "fluids/particles/particle_store.h"
@@ -14,6 +16,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 std::vector<Vec3d> VelocitiesAt(const std::vector<Vec3d>& points, const PointLookup& particles,
                                 const ParticleStore& store, double radius, i32 threads);
 
+/// Whether most of the points have a particle closer than `radius`.
+bool AreNear(const std::vector<Vec3d>& points, const PointLookup& particles, double radius);
+
 /// The values of a field of three components at points, or of its single one three times.
 std::vector<Vec3d> FieldAt(const std::vector<Vec3d>& points, CachedGrids& field, i32 threads);
 
@@ -25,10 +30,11 @@ struct ScalarColours {
   Vec3d Of(double value) const;
 };
 
-/// The mean of a property, a vector or a scalar, over the particles of a kind closer than `radius`
-/// to each point. White where there are none, or none that has it.
-std::vector<Vec3d> ColoursAt(const std::vector<Vec3d>& points, const ParticleStore& store,
-                             i32 property, double radius, const ScalarColours& colours,
-                             i32 threads);
+/// The mean of a property, a vector or a scalar, over the living particles closer than `radius` to
+/// each point. White where there are none, or none that has it; nothing where no kind has it.
+std::optional<std::vector<Vec3d>> ColoursAt(const std::vector<Vec3d>& points,
+                                            std::span<const ParticleStore* const> stores,
+                                            i32 property, double radius,
+                                            const ScalarColours& colours, i32 threads);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

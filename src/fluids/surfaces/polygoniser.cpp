@@ -12,12 +12,6 @@ namespace {
 // Layers of cells: thinner slabs read more layers twice.
 constexpr i32 kSlab = 8;
 
-/// How many nodes fit between the second sample of an axis and the last but one.
-i32 NodesOn(i32 samples, double resolution) {
-  constexpr double kNoise = 1e-9;
-  return samples < 4 ? 0 : static_cast<i32>(std::floor((samples - 3) * resolution + kNoise)) + 1;
-}
-
 /// For each point of a slab its index in the whole, -1 for those that the next slab has too.
 using Places = std::vector<i32>;
 
@@ -32,6 +26,11 @@ void ForEachShared(const SurfaceSlab::Seam& upper, const SurfaceSlab::Seam& lowe
 }
 
 }  // namespace
+
+i32 NodesOn(i32 samples, double resolution) {
+  constexpr double kNoise = 1e-9;
+  return samples < 4 ? 0 : static_cast<i32>(std::floor((samples - 3) * resolution + kNoise)) + 1;
+}
 
 Polygoniser::Polygoniser(const EGrid<double>& grid, const Settings& settings)
     : mSettings(settings) {

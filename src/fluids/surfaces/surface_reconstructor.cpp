@@ -1,5 +1,6 @@
 #include "fluids/surfaces/surface_reconstructor.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "fluids/emission/loose_points.h"
@@ -21,9 +22,32 @@ bool IsFinite(const Vec3d& p) {
   return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
 }
 
+/// What a surface is going to need, for the limit of memory.
+class SurfaceMemory : public ScenePart {
+ public:
+  explicit SurfaceMemory(const SurfaceReconstructor& surface) : mSurface(surface) {}
+  double Memory() const override { return mSurface.ExpectedBytes(); }
+
+ private:
+  const SurfaceReconstructor& mSurface;
+};
+
 }  // namespace
 
-SurfaceReconstructor::SurfaceReconstructor(BaseNode* node, Scene* scene) : iObject(node, scene) {}
+SurfaceReconstructor::SurfaceReconstructor(BaseNode* node, Scene* scene) : iObject(node, scene) {
+  mParts.Add(std::make_unique<SurfaceMemory>(*this));
+}
+
+double SurfaceReconstructor::ExpectedBytes() const {
+  const double held = mResult ? static_cast<double>(mResult->mCount) * sizeof(double) : 0;
+  if (!Has(FLAG_ENABLED) || !Store() || Store()->IsEmpty()) return held;
+  const Bounds& box = Store()->GetBounds().box;
+  if (!box.IsValid()) return held;
+  double samples = 1;
+  for (int a = 0; a < 3; ++a)
+    samples *= ((box.max[a] - box.min[a]) / GetDomain().cellSize + 2 * kMargin) * mResolution + 1;
+  return samples * sizeof(double) + double(Store()->Count()) * sizeof(PointLookup::Entry);
+}
 
 void SurfaceReconstructor::CheckDirty() {
   if (Has(FLAG_DIRTY_CHECKED)) return;
@@ -103,19 +127,32 @@ std::vector<Vec3d> SurfaceReconstructor::CollectPlaces() {
   return places;
 }
 
+std::vector<const EGrid<double>*> SurfaceReconstructor::LimitGrids() const {
+  std::vector<const EGrid<double>*> grids;
+  std::vector<VolumeBase*> members;
+  if (mLimitVolume) mLimitVolume->CollectMembers(members);
+  for (const VolumeBase* member : members)
+    if (member->HasGridData()) grids.push_back(member->GetGrid());
+  const EGrid<double>* field = mLimitField ? mLimitField->GetCachedGrids()[0] : nullptr;
+  if (field && field->mData) grids.push_back(field);
+  return grids;
+}
+
 void SurfaceReconstructor::Filter(std::vector<Vec3d>& places) {
   ParticleStore& store = mGroup->Store(mKind);
   const PropertyColumn<double>* density = store.Find<double>(property_id::kDensity);
-  const EGrid<double>* limit = mLimit ? mLimit->GetCachedGrids()[0] : nullptr;
+  const std::vector<const EGrid<double>*> limits = LimitGrids();
   const double deepest = -GetDomain().cellSize;
+  const bool asksDensity = mThreshold < 1;
   mConstraints.Prepare(this);
   for (i32 row = 0; row < store.Count(); ++row) {
     Vec3d& p = places[row];
     if (!IsFinite(p)) continue;
     const double own = density ? density->Get(row, 0) : 0;
-    bool counts = own > 1 || !(own < mThreshold);
-    if (counts && limit && limit->mData && limit->mLayout.Contains(p, false))
-      counts = !(SampleLinear(*limit, limit->ToSamples(p)) < deepest);
+    bool counts = !asksDensity || own > 1 || !(own < mThreshold);
+    for (const EGrid<double>* limit : limits)
+      if (counts && limit->mLayout.Contains(p, false))
+        counts = !(SampleLinear(*limit, limit->ToSamples(p)) < deepest);
     double weight = 1;
     if (counts && !mConstraints.IsEmpty()) counts = mConstraints.Test(p, weight, this, 0);
     u16& flags = store.Flags()[row];
@@ -182,8 +219,17 @@ bool SurfaceReconstructor::TakeCachedPlace(const GridLayout& layout, i32 kind) {
   return TakeLayout(layout);
 }
 
+/// A surface that is played has the velocities of the particles that are there too, if any are.
+void SurfaceReconstructor::TakePlayedPoints() {
+  mPoints.Clear();
+  if (!Store() || Store()->IsEmpty()) return;
+  const std::vector<Vec3d> places = CollectPlaces();
+  mPoints.Build(places.data(), static_cast<i32>(places.size()), Reach() / 2);
+}
+
 void SurfaceReconstructor::Prepare() {
-  if (Has(FLAG_CACHED) || !IsDirty()) return;
+  if (Has(FLAG_CACHED)) return TakePlayedPoints();
+  if (!IsDirty()) return;
   mPoints.Clear();
   const bool hasSource = mUsesHost ? mPointsObject || mPolygonObject : mGroup != nullptr;
   if (!hasSource) {
@@ -195,7 +241,13 @@ void SurfaceReconstructor::Prepare() {
   if (!AllocateResult(places)) return;
   // Buckets of half the reach leave fewer points to look at in vain.
   mPoints.Build(places.data(), static_cast<i32>(places.size()), Reach() / 2);
+  mCount = static_cast<i32>(std::count_if(places.begin(), places.end(), IsFinite));
   SetFlag(FLAG_ACTIVE, true);
+}
+
+double SurfaceReconstructor::LiquidVolume() const {
+  const double cell = GetDomain().cellSize;
+  return mFits ? mCount * cell * cell * cell / mPerCell : 0;
 }
 
 void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
@@ -204,7 +256,7 @@ void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
   ParticleSurface surface(mPoints, Store(), Shape());
   surface.Fill(*mResult, threads);
   const double shift = mShift * GetDomain().cellSize, outside = surface.Outside();
-  if (mSmoothing > 0) SmoothSurfaceOf(*mResult, outside, mSmoothing, threads);
+  if (mSmoothing > 0) SmoothSurfaceOf(*mResult, outside, mSmoothing, threads, LiquidVolume());
   if (shift != 0)
     ForEachBlock(mResult->mNz, threads, [&](i32 z) {
       double* layer = mResult->mData + z * i64{mResult->mSlice};
@@ -215,13 +267,19 @@ void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
 }
 
 void SurfaceReconstructor::CutOff() {
-  if (!mBoundary || !mBoundary->Has(FLAG_ENABLED) || !mBoundary->HasGridData()) return;
+  std::vector<VolumeBase*> members;
+  if (mBoundary && mBoundary->Has(FLAG_ENABLED)) mBoundary->CollectMembers(members);
+  for (const VolumeBase* member : members)
+    if (member->Has(FLAG_ENABLED) && member->HasGridData()) CutOff(*member);
+}
+
+void SurfaceReconstructor::CutOff(const VolumeBase& boundary) {
   ForEachBlock(mResult->mNz, mScene->mThreadCount, [&](i32 z) {
     for (i32 y = 0; y < mResult->mNy; ++y)
       for (i32 x = 0; x < mResult->mNx; ++x) {
         const Vec3d p = mResult->PositionOf(x, y, z);
         double& value = (*mResult)(x, y, z);
-        if (mBoundary->IsInBounds(p)) value = std::max(value, -mBoundary->DistanceAtWorld(p));
+        if (boundary.IsInBounds(p)) value = std::max(value, -boundary.DistanceAtWorld(p));
       }
   });
 }

@@ -37,9 +37,7 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   /// The particles that the surface is made of, by their rows in `Store`, until the next frame.
   const PointLookup& Points() const { return mPoints; }
   /// What they carry; null where they come from the document.
-  const ParticleStore* Store() const {
-    return mGroup && !mUsesHost ? &mGroup->Store(mKind) : nullptr;
-  }
+  ParticleStore* Store() const { return mGroup && !mUsesHost ? &mGroup->Store(mKind) : nullptr; }
   /// How far a particle counts, simulation units.
   double Reach() const;
 
@@ -48,6 +46,8 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   }
   i32 CachedKind() const override { return kNode; }
   bool TakeCachedPlace(const GridLayout& layout, i32 kind) override;
+  /// Bytes of a level set about the particles where they are, and of their lookup.
+  double ExpectedBytes() const;
 
  private:
   enum PositionKind : i32 { kPositionItself = 0, kEllipsoidCentre = 1, kDeformedPosition = 2 };
@@ -58,15 +58,21 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   void Filter(std::vector<Vec3d>& places);
   bool AllocateResult(const std::vector<Vec3d>& places);
   bool TakeLayout(const GridLayout& layout);
+  void TakePlayedPoints();
+  std::vector<const EGrid<double>*> LimitGrids() const;
+  /// What the particles that count fill, cubed simulation units.
+  double LiquidVolume() const;
   /// The surface ends where the boundary begins.
   void CutOff();
+  void CutOff(const VolumeBase& boundary);
 
   ParticleGroup* mGroup = nullptr;
   host::PointsObject* mPointsObject = nullptr;
   host::PolygonObject* mPolygonObject = nullptr;
   Kernel* mKernel = nullptr;
-  VolumeBase* mBoundary = nullptr;
-  CachedGrids* mLimit = nullptr;
+  iVolume* mBoundary = nullptr;
+  iVolume* mLimitVolume = nullptr;
+  CachedGrids* mLimitField = nullptr;
   bool mUsesHost = false;
   i32 mKind = kLiquid;
   i32 mMode = SurfaceShape::kAveragedPosition;
@@ -89,6 +95,7 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
 
   std::unique_ptr<EGrid<double>> mResult;
   PointLookup mPoints;
+  i32 mCount = 0;  ///< of the particles that count
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

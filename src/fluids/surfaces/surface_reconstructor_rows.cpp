@@ -84,7 +84,7 @@ const ParameterTable& SurfaceReconstructor::Parameters() {
           .Range(0.01, 100)
           .To(&SurfaceReconstructor::mRadius),
       RealRow(kThresholdRow, "density_threshold", 0.0, "none",
-              "particles whose 'density' is lower are left out, those above 1 never")
+              "below 1, particles whose 'density' is lower are left out, those above 1 never")
           .OnlyWith(kFilterRow, {1})
           .To(&SurfaceReconstructor::mThreshold),
       LinkRow(kBoundaryRow, "boundary", "a volume into which the surface doesn't go")
@@ -111,7 +111,8 @@ const ParameterTable& SurfaceReconstructor::Parameters() {
           .AcceptsAny({kListGeometry, kCategoryVolume})
           .AcceptsAny({kListChannels, kCategoryScalar})
           .OnlyWith(kFilterRow, {1})
-          .To(&SurfaceReconstructor::mLimit),
+          .To(&SurfaceReconstructor::mLimitVolume)
+          .To(&SurfaceReconstructor::mLimitField),
       BoolRow(kCorrectRow, "correct", false,
               "draws the surface closer round particles that have few neighbours")
           .Missing(true)
@@ -139,7 +140,8 @@ const ParameterTable& SurfaceReconstructor::Parameters() {
           .OnlyWith(kFitRow, {1})
           .To(&SurfaceReconstructor::mPerCell),
       LongRow(kSmoothingRow, "smoothing", 2, "",
-              "steps that take bumps off the surface and keep its volume")
+              "steps that take bumps off the surface and keep its volume; with 'fit' edges swell "
+              "where it holds less than its particles fill")
           .Missing(0)
           .Range(0, 1000)
           .To(&SurfaceReconstructor::mSmoothing),

@@ -46,9 +46,15 @@ struct SurfaceLattice {
     const double shift = sampleMode == SAMPLE_BSPLINE ? 0.5 : 0.0;
     return Relative(Sample(*grid, ToSamples(node) + Vec3d{shift, shift, shift}, sampleMode));
   }
+  /// Whether the surface may come through a box of places in steps of nodes, by the samples that
+  /// tell of them.
+  bool MayCross(const Vec3d& low, const Vec3d& high) const;
   /// The nodes of a layer, x fastest.
   void ReadLayer(i32 layer, std::vector<double>& values) const;
 };
+
+/// How many nodes of a lattice fit between the second sample of an axis and the last but one.
+i32 NodesOn(i32 samples, double resolution);
 
 /// The part of a surface in some layers of cells. Points on edges that the next slab sees as well
 /// stand in both, in one order: (id of the edge, point), ascending.

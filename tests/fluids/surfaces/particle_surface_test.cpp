@@ -227,12 +227,16 @@ TEST(PointValues, AreMeansOverTheParticlesInReach) {
   const auto velocities = VelocitiesAt(points, drops.Lookup(0.2), drops.Store(), 0.2, 2);
   EXPECT_NEAR(velocities[0].y, 4 * wb / (wa + wb), 1e-9);
   EXPECT_EQ(velocities[1], Vec3d{});
+  const i32 dead = drops.Add({0.52, 0.5, 0.5});
+  drops.Store().At(dead).AddVector(property_id::kColor, {1, 0, 0});
+  drops.Store().Flags()[dead] &= static_cast<u16>(~PF_ALIVE);
+  const ParticleStore* const stores[] = {&drops.group.Store(kDiffuse), &drops.Store()};
   const auto colours = [&](i32 property) {
-    return ColoursAt(points, drops.Store(), property, 0.2, {.full = 0.5}, 2)[0];
+    return ColoursAt(points, stores, property, 0.2, {.full = 0.5}, 2).value()[0];
   };
   EXPECT_VEC(colours(property_id::kColor), (Vec3d{0, 1, 0}), 1e-12);
   EXPECT_VEC(colours(property_id::kTemperature), (Vec3d{0.5, 0.5, 0.5}), 1e-12);
-  EXPECT_EQ(colours(property_id::kDensity), (Vec3d{1, 1, 1})) << "no particle has one";
+  EXPECT_FALSE(ColoursAt(points, stores, property_id::kDensity, 0.2, {}, 2)) << "none has one";
 }
 
 }  // namespace

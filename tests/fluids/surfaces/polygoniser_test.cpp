@@ -133,6 +133,20 @@ TEST(Polygoniser, SeamsAndWorkersLeaveNoTrace) {
   }
 }
 
+TEST(Polygoniser, CutsAWholeFieldWhereItJumps) {
+  const EGrid<double> steps = FieldOf(33, 1.0 / 32, [](i32, i32, i32, const Vec3d& p) {
+    return Length(p) < kRadius ? -20.0 : 20.0;
+  });
+  for (const i32 method : {0, 1, 2})
+    for (const i32 sampling : {SAMPLE_LINEAR, SAMPLE_CUBIC}) {
+      const Shape shape = ShapeOf(PolygoniseGrid(
+          steps, {.method = method, .sampleMode = sampling, .resolution = 2, .isWhole = true}, 2,
+          false));
+      EXPECT_EQ(shape.Characteristic(), 2) << method << sampling;
+      EXPECT_TRUE(shape.isClosed) << method << sampling;
+    }
+}
+
 TEST(Polygoniser, LeavesOutJumpsAndWhatReachesTheRim) {
   // A distance that ends: beyond 0.35 nothing is known.
   const EGrid<double> cut = FieldOf(33, 1.0 / 32, [](i32, i32, i32, const Vec3d& p) {

@@ -6,11 +6,22 @@
 #include "fluids/surfaces/implicit_mesher.h"
 #include "fluids/test_scene.h"
 #include "fluids/volume/volume_mesh.h"
+#include "grids/random_stream.h"
 #include "host/shapes.h"
 #include "io/mesh_table.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
+
+/// Lets through what lies below x = 0.2.
+class LeftHalf : public Constraint {
+ public:
+  using Constraint::Constraint;
+  bool Test(const Vec3d& p, double& weight, const ConstraintUse&) override {
+    weight *= p.x < 0.2 ? 0.5 : 0.0;
+    return weight != 0;
+  }
+};
 
 /// A cube of 4 x 4 x 4 cells of water, what finds its surface, and its skin.
 struct SurfaceRig : TestScene {
@@ -56,7 +67,8 @@ TEST(SurfaceReconstructor, ANewOneFindsTheSurfaceOfALiquid) {
   // A cube so small is all edges, which come out round.
   EXPECT_NEAR(app::Measure(fine).volume, 0.064, 0.008);
   EXPECT_NEAR(rig.scene->mDomain.cellSize, 0.1, 1e-6) << "of the scene";
-  const double middle = app::Measure(fine).volume;
+  rig.Set(rig.surface, SurfaceReconstructor::kSmoothingRow, i32{0});
+  const double middle = rig.Volume();
   rig.Set(rig.surface, SurfaceReconstructor::kShiftRow, 0.25);
   EXPECT_GT(rig.Volume(), middle * 1.2);
   // As told, the surface lies at the radius.
@@ -81,6 +93,14 @@ TEST(SurfaceReconstructor, SomeParticlesAreLeftOut) {
   EXPECT_NEAR(rig.Volume(), whole, 1e-9);
   EXPECT_FALSE(rig.Store().Flags()[far] & PF_MARK);
   EXPECT_TRUE(rig.Store().Flags()[0] & PF_MARK);
+  rig.Set(rig.surface, SurfaceReconstructor::kThresholdRow, 1.0);
+  EXPECT_GT(rig.Volume(), whole * 1.001) << "nothing is too thin for that";
+  // Constraints leave out what they give no weight, wherever some is left.
+  rig.Set(rig.surface, SurfaceReconstructor::kThresholdRow, 0.5);
+  TestScene::Links(rig.surface, common_row::kConstraints,
+                   {&rig.AddOwn<LeftHalf>("duration", "left half")});
+  EXPECT_NEAR(rig.Volume(), whole / 2, 0.15 * whole);
+  TestScene::Links(rig.surface, common_row::kConstraints, {});
   // The dead don't count either.
   rig.Set(rig.surface, SurfaceReconstructor::kFilterRow, i32{0});
   rig.Store().Flags()[far] &= static_cast<u16>(~PF_ALIVE);
@@ -115,6 +135,65 @@ TEST(SurfaceReconstructor, ARecordingTakesThePlaceOfParticles) {
   EXPECT_NEAR(app::Measure(skin).volume, whole, 1e-9);
   EXPECT_TRUE(skin.velocities.empty()) << "nothing is known of them";
   EXPECT_LT(skin.points[0].x, 1);
+  const std::vector<std::string> told = rig.skin.TakeWarnings();
+  ASSERT_EQ(told.size(), 1u);
+  EXPECT_NE(told[0].find("plays from a recording, which has no velocities"), std::string::npos);
+  // Particles that are there as well give theirs.
+  for (Vec3d& p : rig.Store().Positions()) p.x -= 3;
+  for (Vec3d& v : rig.Store().Velocities()) v = {0, -2, 1};
+  rig.SetUp();
+  rig.surface.SetFlag(FLAG_CACHED, true);
+  rig.scene->SetStage(kReconstruction);
+  TestScene::Run(rig.surface);
+  rig.scene->SetStage(kMeshing);
+  TestScene::Run(rig.skin);
+  const auto& moving = dynamic_cast<host::PolygonObject&>(*rig.skin.Node()).GetGeometry();
+  ASSERT_EQ(moving.velocities.size(), moving.points.size());
+  EXPECT_NEAR(moving.velocities[0].y, -200, 1e-4);
+}
+
+TEST(SurfaceReconstructor, HoldsItsWaterInCoarseCellsToo) {
+  // Ten by four by ten cells, of samples no finer than those.
+  SurfaceRig rig;
+  ForEachCell({{0, 0, 0}, {20, 8, 20}}, [&](i32 x, i32 y, i32 z) {
+    if (std::max({x, y, z}) >= 8) rig.Drop((ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * 0.05);
+  });
+  RandomStream random;
+  random.Seed(5);
+  for (Vec3d& p : rig.Store().Positions())
+    for (int a = 0; a < 3; ++a) p[a] += (random.NextUnit() - 0.5) * 0.6 * 0.05;
+  const app::MeshTable skin = rig.Skin();
+  EXPECT_EQ(app::CountOpenEdges(skin), 0);
+  EXPECT_NEAR(app::Measure(skin).volume, 0.4, 0.03 * 0.4);
+  for (const Vec3d& p : skin.points)
+    if (std::min(p.x, p.z) > 0.3 && std::max(p.x, p.z) < 0.7) {
+      EXPECT_NEAR(std::abs(p.y - 0.2), 0.2, 0.015) << "of cells of 0.1";
+    }
+  // Another number to a cell than was told isn't made good.
+  rig.Set(rig.surface, SurfaceReconstructor::kPerCellRow, 4.0);
+  const double told = rig.Volume();
+  EXPECT_LT(told, 0.4);
+  double memory = 0;
+  for (const auto& part : rig.surface.mParts) memory += part->Memory();
+  EXPECT_GE(memory, 8.0 * rig.surface.GetResult()->mCount);
+  memory = 0;
+  for (const auto& part : rig.skin.mParts) memory += part->Memory();
+  EXPECT_GT(memory, 100.0 * static_cast<double>(skin.points.size()));
+}
+
+TEST(SurfaceReconstructor, TellsWhatThereIsNoColourOf) {
+  SurfaceRig rig;
+  rig.Link(rig.skin, ImplicitMesher::kColourGroupRow, rig.group);
+  rig.Set(rig.skin, ImplicitMesher::kColourRadiusRow, 0.1);
+  rig.Set(rig.skin, ImplicitMesher::kColourPropertyRow, i32{property_id::kTemperature});
+  EXPECT_TRUE(rig.Skin().colours.empty());
+  const std::vector<std::string> told = rig.skin.TakeWarnings();
+  ASSERT_EQ(told.size(), 1u);
+  EXPECT_NE(told[0].find("no particle of 'water' has the property 'temperature'"),
+            std::string::npos)
+      << told[0];
+  EXPECT_TRUE(rig.Skin().colours.empty());
+  EXPECT_TRUE(rig.skin.TakeWarnings().empty()) << "once";
 }
 
 TEST(SurfaceReconstructor, AVolumeCutsTheSurfaceOffOrLimitsTheParticles) {
