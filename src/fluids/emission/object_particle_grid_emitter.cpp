@@ -100,6 +100,12 @@ bool ObjectParticleGridEmitter::IsDue() const {
   return mVolume && mSettings && mSettings->IsOpen(mTime->elapsed, weight);
 }
 
+bool ObjectParticleGridEmitter::IsRepeated() const {
+  double weight = 1;
+  return mTime->IsUnderWay() && mTime->elapsed == 0 &&
+         !mSettings->IsOpen(mTime->elapsed + mTime->stepDuration, weight);
+}
+
 void ObjectParticleGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
   std::vector<VolumeBase*> members;
   if (IsDue()) mVolume->CollectMembers(members);
@@ -186,6 +192,7 @@ void ObjectParticleGridEmitter::Prepare() {
   mMembers.clear();
   if (!PrepareEmission()) return;
   SetFlag(FLAG_ACTIVE, false);
+  if (IsRepeated()) return void(Deactivate(kNotDueReason));
   if (!mVolume) return void(Deactivate("it has no volume; name one under 'volume'"));
   mVolume->CollectMembers(mMembers);
   std::erase_if(mMembers, [](const VolumeBase* member) { return !member->HasGridData(); });

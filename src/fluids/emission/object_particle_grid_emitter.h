@@ -49,6 +49,8 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
 
   bool LooksAtOthers() const override { return true; }
   bool IsDue() const;
+  /// A window that the first step closes has been served in the start frame: no time lies between.
+  bool IsRepeated() const;
   Limits LimitsIn(const VolumeBase& volume) const;
   Lattice LatticeOf(i32 subdivision, double cell) const;
   /// Collects the liquids that limit it.

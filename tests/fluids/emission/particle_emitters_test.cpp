@@ -451,6 +451,23 @@ TEST_F(FilledBall, IsEvenAndStaysFull) {
   }
 }
 
+TEST_F(FilledBall, IsFilledByTheStartFrameAndNotOnceMoreByAStepFromThere) {
+  auto& window = s.Add<Duration>("duration", "window");
+  TestScene::Link(settings, 1002, window);
+  SceneTime& time = s.scene->mTime;
+  time.elapsed = 0;
+  time.stepDuration = 0.04;
+  for (const double length : {0.001, 0.1}) {
+    TestScene::Set(window, 1000, length);
+    for (const i32 frame : {0, 1}) {
+      time.frameIndex = frame;
+      group.Reset();
+      Run();
+      EXPECT_EQ(group.Count(kPassive) > 0, frame == 0 || length > 0.04) << length << " " << frame;
+    }
+  }
+}
+
 TEST_F(FilledBall, TopsUpWhereParticlesHaveGone) {
   TestScene::Set(settings, 1006, 0.0);
   Run();
