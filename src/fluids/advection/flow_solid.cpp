@@ -18,8 +18,46 @@ FlowSolid::FlowSolid(const GridBoundary& boundary) : mBoundary(&boundary) {
   mIsPlain = !IsEmpty() && mThin.empty() && mSpecial.empty();
 }
 
+FlowSolid::Gap FlowSolid::NearestWall(const Vec3d& p) const {
+  const GridLayout& layout = mBoundary->GetLevelSet()->mLayout;
+  const double h = layout.cellSize;
+  Gap nearest{.distance = std::numeric_limits<double>::max()};
+  for (i32 axis = 0; axis < 3; ++axis)
+    for (const bool high : {false, true}) {
+      if (!(mBoundary->mWalls & (high ? kHighWall : kLowWall)[axis])) continue;
+      // A wall stands a cell inside of the grid.
+      const double off =
+          (high ? layout.simMax[axis] - p[axis] : p[axis] - layout.simOrigin[axis]) - h;
+      if (off >= nearest.distance) continue;
+      nearest = {.distance = off};
+      nearest.normal[axis] = high ? -1 : 1;
+    }
+  return nearest;
+}
+
+FlowSolid::Gap FlowSolid::GapAt(const Vec3d& p, double sampled, bool withNormal) const {
+  const double h = CellSize();
+  if (mObstacles.empty() || sampled >= kGapLook * h) return {};
+  Gap nearest = NearestWall(p);
+  double next = std::numeric_limits<double>::max();
+  const VolumeBase* owner = nullptr;
+  for (const VolumeSolid& obstacle : mObstacles) {
+    if (obstacle.IsSheet() || !obstacle.Volume().IsInBounds(p)) continue;
+    const double own = obstacle.Volume().DistanceAtWorld(p);
+    next = std::min(next, std::max(own, nearest.distance));
+    if (own >= nearest.distance) continue;
+    nearest.distance = own;
+    owner = &obstacle.Volume();
+  }
+  nearest.isThere = next < h && nearest.distance > std::max(sampled, 0.0);
+  if (nearest.isThere && withNormal && owner)
+    nearest.normal = Normalised(owner->GradientAtWorld(p));
+  return nearest;
+}
+
 SolidDistance FlowSolid::At(const Vec3d& p) const {
   SolidDistance at{mBoundary->SampleWorld(p)};
+  if (const Gap gap = GapAt(p, at.distance, false); gap.isThere) at.distance = gap.distance;
   double nearest = std::numeric_limits<double>::max();
   for (const i32 index : mThin) {
     const SolidDistance own = mObstacles[index].At(p);
@@ -35,7 +73,9 @@ SolidDistance FlowSolid::At(const Vec3d& p) const {
 }
 
 Vec3d FlowSolid::NormalAt(const Vec3d& p, const SolidDistance& at) const {
-  return at.isOfThin ? at.thinNormal : Normalised(mBoundary->GradientWorld(p));
+  if (at.isOfThin) return at.thinNormal;
+  const Gap gap = GapAt(p, mBoundary->SampleWorld(p), true);
+  return gap.isThere ? gap.normal : Normalised(mBoundary->GradientWorld(p));
 }
 
 bool FlowSolid::AsksObstacles(const Leg& leg) const {

@@ -38,11 +38,21 @@ class FlowSolid {
   const GridBoundary& Boundary() const { return *mBoundary; }
 
  private:
+  /// What lies nearest to a place between two solids that are less than a cell apart: distances at
+  /// nodes know the nearer of both alone, and close the gap.
+  struct Gap {
+    double distance = 0;
+    Vec3d normal{};
+    bool isThere = false;
+  };
+  Gap GapAt(const Vec3d& p, double sampled, bool withNormal) const;
+  Gap NearestWall(const Vec3d& p) const;
   /// No obstacle counts for a leg that the level set doesn't show.
   bool IsFarFromOthers(const Leg& leg) const;
 
   // Cells: what rounding may add to a distance.
   static constexpr double kSlack = 1e-6;
+  static constexpr double kGapLook = 0.25;  ///< cells: where distances are larger no gap is closed
 
   const GridBoundary* mBoundary;
   bool mIsPlain = false;  ///< its level set is all that counts

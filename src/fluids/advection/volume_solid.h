@@ -35,6 +35,7 @@ class VolumeSolid {
   bool IsFarFrom(const Vec3d& p) const {
     return !mVolume->IsInBounds(p) || IsBeyondThin(mVolume->DistanceAtWorld(p));
   }
+  const VolumeBase& Volume() const { return *mVolume; }
   SolidDistance At(const Vec3d& p) const;
   Vec3d NormalAt(const Vec3d& p, const SolidDistance& at) const;
   double CellSize() const { return mVolume->GetGrid()->mLayout.cellSize; }
