@@ -99,7 +99,7 @@ void BuildLine(const CellLine& line, const VariableDensity& face, double inverse
 /// share of that way; not below `kLeastShare`, or the pressures of cells that the surface all but
 /// touches would rule the solve (Gibou, Fedkiw, Cheng and Kang 2002).
 struct SurfaceShare {
-  static constexpr double kLeastShare = 0.01;
+  static constexpr double kLeastShare = 1e-6;
   static double Of(double inside, double outside) {
     const double share = inside / (inside - outside);
     return share > kLeastShare ? share : kLeastShare;
