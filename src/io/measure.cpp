@@ -216,7 +216,8 @@ SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
   }
   const double h = layout->cellSize, cell = h * h * h;
   record.kineticEnergy = 0.5 * solver.density * sum * cell;
-  if (flow.mSurface && flow.mSurface->mData) record.liquid = LiquidCells(flow, threads) * cell;
+  if (flow.mSurface && flow.mSurface->mData)
+    record.liquid = (LiquidCells(flow, threads) - solver.SurfaceSurplus()) * cell;
   return record;
 }
 

@@ -10,6 +10,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr double kNone = -2;  ///< the excess of a cell that asks for nothing
+/// Beside cells that a solid cuts: excesses that tell no more than chance, and than that what is
+/// open of those isn't known any better; the largest that counts; the least room.
+constexpr double kNoise = 0.1, kCutNoise = 0.75, kMostBeside = 4, kLeastRoom = 0.1;
 
 /// Calls f(neighbour's index, weight) for a cell and those round it; the weights are the volumes of
 /// the hat of linear interpolation over each.
@@ -63,17 +66,22 @@ double EvenDensity::FindExcess(const EGrid<double>& phi, const EGrid<float>& ope
   };
   const VecInt3D n = phi.Dims();
   const auto excessOf = [&](i32 c) {
-    double room = 0;
-    bool isDeep = phi.mData[c] < 0;
-    if (!isDeep) return kNone;
+    double room = 0, cut = 0;
+    bool isDeep = phi.mData[c] < 0, isBesideClosed = false;
+    if (!isDeep || open.mData[c] == 0) return kNone;
     ForEachNear(open, c, [&](i32 near, double weight) {
       const float share = open.mData[near];
       const bool isWhole = share >= CellFilling::kWhole;
-      room += isWhole ? weight : 0;
-      isDeep = isDeep && (share == 0 || (isWhole && phi.mData[near] < 0));
+      room += weight * (isWhole ? 1.0 : share);
+      isBesideClosed |= share == 0;
+      cut += share > 0 && !isWhole ? weight : 0.0;
+      isDeep = isDeep && (isWhole ? phi.mData[near] < 0 : share == 0);
     });
-    if (!isDeep || !(room > 0)) return kNone;
-    return std::clamp(dense.mData[c] / (mPerCell * room) - 1, -kMost, kMost);
+    const double excess = dense.mData[c] / (mPerCell * std::max(room, kLeastRoom)) - 1;
+    if (isDeep && isBesideClosed && excess < CellFilling::kLeast - 1) return kNone;
+    if (isDeep) return std::clamp(excess, -kMost, kMost);
+    const double told = cut > 0 ? excess - kNoise - kCutNoise * cut : 0.0;
+    return told > 0 ? std::min(told, kMostBeside) : kNone;
   };
   const Found all = ReduceBlocks(
       n.z, threads, Found{},

@@ -10,9 +10,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 ///
 /// A cell holds r = sum w / (n V) of its rest, with weights w of linear interpolation about its
 /// middle, `mPerCell` = n and the open volume V by the same weights. It asks for the divergence
-/// q (r - 1) / dt, with the share q of `kShare`; at the surface, where r is small by itself, and
-/// beside cells that a solid cuts, it asks for nothing: chance would only let it swell there. With `mKeepsVolume` it asks for that less the
-/// mean of all such cells: a liquid that shrinks as a whole, and keeps its velocity, spins slower.
+/// q (r - 1) / dt, with the share q of `kShare`; at the surface, where r is small by itself, it
+/// asks for nothing: chance would only let it swell there. Beside cells that a solid cuts only what
+/// r is above what distances may err by counts. With `mKeepsVolume` it asks for that less the mean
+/// of all such cells: a liquid that shrinks as a whole, and keeps its velocity, spins slower.
 class EvenDensity {
  public:
   /// Adds to the flow's source, from particles sorted over its cells. False without grids or

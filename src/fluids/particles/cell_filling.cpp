@@ -135,8 +135,32 @@ i32 CellFilling::PartsOfScatter(const Sharing& all) const {
   return std::abs(mean - full) < 0.02 * full ? static_cast<i32>(parts) : 0;
 }
 
+bool CellFilling::IsAmongShared(const VecInt3D& at) const {
+  constexpr double kMost = 0.75;
+  const VecInt3D one{1, 1, 1}, two{2, 2, 2};
+  std::size_t all = 0, shared = 0;
+  ForEachCell(Clip({at - one, at + two}, {}, mSums.Dims()), [&](i32 x, i32 y, i32 z) {
+    const std::size_t own = mSort.Cell({x, y, z}).size();
+    all += own;
+    shared += mNotes[mSums.Index(x, y, z)] & kShared ? own : 0;
+  });
+  return static_cast<double>(shared) >= kMost * static_cast<double>(all);
+}
+
+void CellFilling::FindEven() {
+  mEven = mParts > 0 ? std::make_unique<Grid<u8>>(mSums.Dims(), kMarkKind) : nullptr;
+  if (mEven && !mEven->mData) mEven.reset();
+  if (!mEven) return;
+  ForEachLine(mSums, [&](i32 y, i32 z) {
+    for (i32 x = 0, i = mSums.Index(0, y, z); x < mSums.mNx; ++x, ++i)
+      (*mEven)[i] = (mNotes[i] & kShared) && PartsOf(mSort.Cell({x, y, z}).size()) <= mParts &&
+                    IsAmongShared({x, y, z});
+  });
+}
+
 void CellFilling::Spread() {
   FindNotes();
+  FindEven();
   const GridLayout& layout = mSort.Layout();
   const VecInt3D n = layout.dims;
   ForEachLine(mSums,
@@ -148,8 +172,8 @@ void CellFilling::Spread() {
     Vec3d p = layout.ToCells(entry.position);
     VecInt3D cell;
     for (int a = 0; a < 3; ++a) cell[a] = std::clamp(static_cast<i32>(p[a]), 0, n[a] - 1);
-    const i32 sides = mNotes[mSums.Index(cell.x, cell.y, cell.z)];
-    if (mParts > 0 && (sides & kShared) && PartsOf(mSort.Cell(cell).size()) <= mParts) {
+    const i32 own = mSums.Index(cell.x, cell.y, cell.z), sides = mNotes[own];
+    if (mEven && (*mEven)[own]) {
       const double parts = mParts;
       for (int a = 0; a < 3; ++a) p[a] = (std::floor(p[a] * parts) + 0.5) / parts;
     }
@@ -173,11 +197,36 @@ bool CellFilling::IsAmidst(const VecInt3D& at, i32 reach) const {
   return true;
 }
 
+bool CellFilling::IsGap(const VecInt3D& at, double rest) const {
+  const auto isBesideClosed = [&](i32 i) { return (mNotes[i] & kBesideClosed) && HasOpening(i); };
+  if (!isBesideClosed(mSums.Index(at.x, at.y, at.z))) return false;
+  if (ParticlesIn(at) >= kLeast * rest) return false;
+  const VecInt3D one{1, 1, 1}, two{2, 2, 2};
+  double particles = 0, cells = 0;
+  ForEachCell(Clip({at - one, at + two}, {}, mSums.Dims()), [&](i32 x, i32 y, i32 z) {
+    if (!isBesideClosed(mSums.Index(x, y, z))) return;
+    particles += ParticlesIn({x, y, z});
+    ++cells;
+  });
+  return particles < kLeast * rest * cells;
+}
+
+bool CellFilling::IsUnderLid(const VecInt3D& at, double rest) const {
+  if (IsGap(at, rest)) return true;
+  for (i32 axis = 0; axis < 3; ++axis)
+    for (const i32 side : {-1, 1}) {
+      VecInt3D next = at;
+      next[axis] += side;
+      if (next[axis] >= 0 && next[axis] < mSums.Dims()[axis] && IsGap(next, rest)) return true;
+    }
+  return false;
+}
+
 CellFilling::Rest CellFilling::FindRest() const {
   struct Found {
     i64 cells = 0, deep = 0;
     double particles = 0, given = 0;  ///< in the cells, and what the deep ones got
-    double most = 0;                  ///< that any cell got
+    double most = 0;                  ///< in any cell
   };
   const VecInt3D n = mSums.Dims();
   const Found all = ReduceBlocks(
@@ -187,10 +236,11 @@ CellFilling::Rest CellFilling::FindRest() const {
         for (i32 y = 0; y < n.y; ++y)
           for (i32 x = 0, i = mSums.Index(0, y, z); x < n.x; ++x, ++i) {
             if (!Holds(i)) continue;
-            found.most = std::max(found.most, mSums[i]);
+            const double own = static_cast<double>(mSort.Cell({x, y, z}).size());
+            found.most = std::max(found.most, own);
             if (!IsWhole(i) || !IsAmidst({x, y, z}, 1)) continue;
             ++found.cells;
-            found.particles += static_cast<double>(mSort.Cell({x, y, z}).size());
+            found.particles += own;
             // Those at the surface, which may be full in part, give it nothing.
             if (!IsAmidst({x, y, z}, 2)) continue;
             ++found.deep;
@@ -204,14 +254,13 @@ CellFilling::Rest CellFilling::FindRest() const {
       });
   constexpr i64 kEnough = 8;
   if (all.deep >= kEnough) return {all.given / static_cast<double>(all.deep), all.deep};
-  if (all.cells == 0) return {all.most, 0};
-  const double mean = all.particles / static_cast<double>(all.cells);
+  const double mean = all.cells > 0 ? all.particles / static_cast<double>(all.cells) : all.most;
   return {mean >= 1 ? std::pow(8.0, std::round(std::log(mean) / std::log(8.0))) : mean, 0};
 }
 
-double CellFilling::OpenShare(const VecInt3D& at, i32 i) const {
+CellFilling::Opening CellFilling::OpenAbout(const VecInt3D& at, i32 i) const {
   const VecInt3D n = mSums.Dims();
-  double share = 0;
+  Opening all{0, 0};
   for (i32 z = -1; z <= 1; ++z)
     for (i32 y = -1; y <= 1; ++y)
       for (i32 x = -1; x <= 1; ++x) {
@@ -221,7 +270,8 @@ double CellFilling::OpenShare(const VecInt3D& at, i32 i) const {
           continue;
         const i32 c = i + (z * mSums.mNy + y) * mSums.mNx + x;
         const VecInt3D way{x, y, z};
-        double given = (*mOpen)[c] < kWhole ? (*mOpen)[c] : 1.0F;
+        if (!HasOpening(c)) continue;
+        double given = 1;
         for (i32 axis = 0; axis < 3; ++axis) {
           const i32 sides = mNotes[c] >> (2 * axis) & 3;
           const bool low = from[axis] == 0 || (sides & 1);
@@ -232,9 +282,10 @@ double CellFilling::OpenShare(const VecInt3D& at, i32 i) const {
           else
             given *= (way[axis] < 0 ? high : low) ? 0.0 : kSide;
         }
-        share += given;
+        all.share += IsWhole(c) ? given : given * (*mOpen)[c];
+        all.cut += IsWhole(c) || IsCorner(c) ? 0.0 : given;
       }
-  return share;
+  return all;
 }
 
 void CellFilling::Find(i32 y, i32 z, Surroundings& line) const {

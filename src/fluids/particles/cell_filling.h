@@ -1,5 +1,6 @@
 // How full particles make cells.
 #pragma once
+#include <memory>
 #include <vector>
 
 #include "fluids/particles/particle_sort.h"
@@ -28,12 +29,16 @@ class CellFilling {
     i64 cells = 0;  ///< that lie deep enough to tell it
   };
   /// After `Spread`: what cells get that lie two others deep. Without enough of these the mean
-  /// number in cells in the midst of others, or without any, the most that one got, taken for the
+  /// number in cells in the midst of others, or without any, the most in one cell, taken for the
   /// nearest of 1, 8, 64, ..., which emitters make: streams and sheets are torn.
   Rest FindRest() const;
 
-  /// What a cell would get if all that is open about it were filled, in full cells.
-  double OpenShare(const VecInt3D& at, i32 i) const;
+  struct Opening {
+    double share = 1;  ///< what a cell would get if all that is open about it were filled
+    double cut = 0;    ///< what of it cells that a solid cuts would give if they were whole
+  };
+  /// In full cells.
+  Opening OpenAbout(const VecInt3D& at, i32 i) const;
   /// What surrounds the cells of a line.
   struct Surroundings {
     std::vector<float> least;  ///< the least open cell about each, itself included
@@ -50,6 +55,13 @@ class CellFilling {
   bool HasOpening(i32 i) const { return !mOpen || (*mOpen)[i] > 0; }
   /// Little of the cell is solid: what it gets tells of the particles more than of the solid.
   bool IsMostlyOpen(i32 i) const { return !mOpen || (*mOpen)[i] >= kMostly; }
+  double OpenOf(i32 i) const { return mOpen ? double{(*mOpen)[i]} : 1.0; }
+  double ParticlesIn(const VecInt3D& at) const {
+    return static_cast<double>(mSort.Cell(at).size());
+  }
+  /// The cell, or one beside it, is one of those beside closed cells that hold fewer than `kLeast`
+  /// of `rest` particles, it and those about it: what lacks may be air under a lid.
+  bool IsUnderLid(const VecInt3D& at, double rest) const;
   bool Holds(i32 i) const { return mNotes[i] & kHolds; }
 
   /// Calls f(y, z) for the lines of cells along x, layer by layer on all workers.
@@ -66,9 +78,11 @@ class CellFilling {
   static constexpr float kMostly = 0.5F;
   /// From here on a cell is open all through: distances cut the inner edges of a box off.
   static constexpr float kWhole = 0.8F;
+  /// Of a full cell: with less beside a closed one there may be air under a lid.
+  static constexpr double kLeast = 0.75;
 
  private:
-  static constexpr u16 kHolds = 64, kFull = 128, kShared = 256;
+  static constexpr u16 kHolds = 64, kFull = 128, kShared = 256, kBesideClosed = 63;
 
   /// Notes for each cell whether it holds particles, whether it does so all through or is closed,
   /// whether they share it out evenly, and which of its neighbours, low and high on each axis, are
@@ -80,10 +94,20 @@ class CellFilling {
     i64 sharing = 0;
   };
   i32 PartsOfScatter(const Sharing& all) const;
+  void FindEven();
+  /// Closed cells lie beside it on every axis: in a corner of a box it is whole, whatever distances
+  /// cut off there.
+  bool IsCorner(i32 i) const {
+    return (mNotes[i] & 3) != 0 && (mNotes[i] & 12) != 0 && (mNotes[i] & 48) != 0;
+  }
+  bool IsGap(const VecInt3D& at, double rest) const;
   /// Sum of how far particles of a cell stand off its middle, in cells, if they are still and share
   /// it out.
   Vec3d OffsetIn(std::span<const ParticleSort::Entry> particles, bool& isShared) const;
   bool IsWhole(i32 i) const { return !mOpen || (*mOpen)[i] >= kWhole; }
+  /// Most of the particles about the cell share out theirs too. Of a few at a surface chance alone
+  /// makes that, now and then.
+  bool IsAmongShared(const VecInt3D& at) const;
   /// All cells up to `reach` off hold particles or are closed, and none is cut.
   bool IsAmidst(const VecInt3D& at, i32 reach) const;
 
@@ -92,6 +116,7 @@ class CellFilling {
   EGrid<double>& mSums;
   Grid<u16> mNotes;  ///< kHolds, kFull, kShared, and the bits of closed neighbours
   i32 mParts = 0;    ///< of a cell along an axis, about whose middles particles stand; 0 without
+  std::unique_ptr<Grid<u8>> mEven;  ///< cells whose particles go there; null where none do
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

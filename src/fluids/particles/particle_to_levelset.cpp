@@ -94,11 +94,13 @@ bool ParticleToLevelset::Run(const ParticleSort& sort, const Solids& solids, EGr
                              host::HostThread* thread) {
   if (!phi.mData || sort.Layout().dims != phi.Dims()) return false;
   if (phi.mNx < 2 || phi.mNy < 2 || phi.mNz < 2) return false;
+  mSurplus = 0;
   if (mMode == SurfaceMode::Smooth) {
     SmoothSurface surface(sort, solids.open, phi);
     if (!surface.Run(mRest, mCrowd)) return false;
     mRest = surface.Rest().particles;
     mRestCells = surface.Rest().cells;
+    mSurplus = surface.Surplus();
     if (!(mRest > 0) || mRest >= SmoothSurface::kFewest)
       return !mTrueDistances || surface.SpreadDistances(thread);
   }

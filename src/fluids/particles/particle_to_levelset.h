@@ -39,6 +39,7 @@ class ParticleToLevelset {
   double mRest = 0;
   i64 mRestCells = 0;  ///< that told it in the last run
   SmoothSurface::Crowd mCrowd;
+  double mSurplus = 0;             ///< full cells that the last run told more than particles fill
   double mDensityThreshold = 0.2;  ///< per an eighth of a cell
   u8 mCountThreshold = 4;          ///< cells with more than so many particles lie inside
   /// Distances as they are along every direction (`EikonalSweeper`), instead of counted in steps to

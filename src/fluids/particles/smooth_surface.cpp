@@ -13,13 +13,25 @@ constexpr double kLeastOpen = 0.1;
 /// Of a cell: an excess, or a lack, that an even lattice of particles has too, and the largest that
 /// is told beyond it.
 constexpr double kNoise = 0.005, kSurfaceNoise = 0.05, kMostCrowd = 0.5;
-/// Depth of a cell in a film, in cells: its pressure is next to nothing, and it keeps its volume.
-/// Bare cells lie as far outside.
-constexpr double kFilmDepth = 0.05;
+/// The excess that a cell whose surroundings are cut all through, as in the corners of a box, may
+/// tell by mistake: what is open of them isn't known any better.
+constexpr double kCutNoise = 0.75;
+/// Depths of a cell, in cells. What is full by four fifths has a surface that can be told.
+constexpr double kResolved = 0.42;
+/// Cells of a film count whole: what a part of one holds isn't known beside a solid, and each error
+/// is a slope of the surface that holds the film, or drives it.
+constexpr double kFilmDepth = 0.5;
+/// Of a cell that holds stray particles beside a liquid: its pressure is next to nothing, and it
+/// keeps its volume. Bare cells lie as far outside.
+constexpr double kThinDepth = 0.05;
 
 /// What is told of an excess over full `depth` cells below the surface. Beside it a cell that isn't
-/// full may have its lack from there, and what chance crowds isn't made up for elsewhere.
-double CrowdOf(double excess, i32 depth) {
+/// full may have its lack from there, and what chance crowds isn't made up for elsewhere. Nor is it
+/// beside a solid, where depth is 0.
+double CrowdOf(double excess, i32 depth, double cut) {
+  // Beside a whole wall what is at the surface tells as little as elsewhere.
+  if (depth < 1 && !(cut > 0)) return 0;
+  if (depth < 1) return std::clamp(excess - 2 * kSurfaceNoise - kCutNoise * cut, 0.0, kMostCrowd);
   if (depth < 2) return std::clamp(excess - kSurfaceNoise, 0.0, kMostCrowd);
   const double told = std::clamp(std::abs(excess) - kNoise, 0.0, kMostCrowd);
   return excess < 0 ? -told : told;
@@ -50,24 +62,45 @@ void SmoothSurface::FindDepths(const Crowd& crowd) {
     for (i32 y = 0; y < mPhi.mNy; ++y) {
       mFilling.Find(y, z, line);
       for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i) {
-        const bool isTold = tells && line.depth[x] > 0 && mFilling.HasOpening(i);
-        double share = 1;
+        const bool isCut = line.least[x] < CellFilling::kWhole;
+        const bool isTold = tells && (line.depth[x] > 0 || isCut) && mFilling.HasOpening(i);
+        CellFilling::Opening opening;
         // What holds nothing, and what is full with less, is the same with any share.
         if (line.least[x] < 1 && mPhi[i] > 0 && (isTold || mPhi[i] < rest))
-          share = mFilling.OpenShare({x, y, z}, i);
-        const double filled = mPhi[i] / (rest * std::max(share, kLeastOpen));
-        if (isTold) (*crowd.grid)[i] += crowd.rate * CrowdOf(filled - 1, line.depth[x]);
+          opening = mFilling.OpenAbout({x, y, z}, i);
+        const double filled = mPhi[i] / (rest * std::max(opening.share, kLeastOpen));
+        const bool isGap =
+            filled < 1 - kNoise && line.depth[x] > 1 && mFilling.IsUnderLid({x, y, z}, rest);
+        if (isTold && !isGap)
+          (*crowd.grid)[i] += crowd.rate * CrowdOf(filled - 1, line.depth[x], opening.cut);
         mPhi[i] = -h * DepthOf(filled);
       }
     }
   });
 }
 
+void SmoothSurface::FindFilms() {
+  CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
+    for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i)
+      mStates[i] = IsFilm({x, y, z}, i) ? kFilm : kAir;
+  });
+  const double depth = kFilmDepth * mPhi.mLayout.cellSize;
+  CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
+    for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i)
+      if (mStates[i] == kFilm) mPhi[i] = -depth;
+  });
+}
+
 void SmoothSurface::EnterWalls() {
   if (mFilling.IsAllOpen()) return;
+  const double film = kFilmDepth * mPhi.mLayout.cellSize;
   CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
     for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i) {
-      if (mFilling.IsMostlyOpen(i)) continue;
+      if (mFilling.IsMostlyOpen(i) || mStates[i] == kFilm) continue;
+      if (IsBesideFilm({x, y, z}, i)) {
+        mPhi[i] = -film;
+        continue;
+      }
       // Of the neighbours across a face, else across an edge, else across a corner.
       double sums[4] = {};
       i32 counts[4] = {};
@@ -88,7 +121,31 @@ void SmoothSurface::EnterWalls() {
   });
 }
 
+bool SmoothSurface::IsFilm(const VecInt3D& at, i32 i) const {
+  if (!mFilling.Holds(i) || !mFilling.HasOpening(i)) return false;
+  const double resolved = -kResolved * mPhi.mLayout.cellSize;
+  const VecInt3D one{1, 1, 1}, two{2, 2, 2};
+  const CellBox about = Clip({at - one, at + two}, {}, mPhi.Dims());
+  for (i32 z = about.min.z; z < about.max.z; ++z)
+    for (i32 y = about.min.y; y < about.max.y; ++y)
+      for (i32 x = about.min.x; x < about.max.x; ++x) {
+        const i32 near = mPhi.Index(x, y, z);
+        if (mPhi[near] < resolved && mFilling.IsMostlyOpen(near)) return false;
+      }
+  return true;
+}
+
+bool SmoothSurface::IsBesideFilm(const VecInt3D& at, i32 i) const {
+  const i32 steps[3] = {1, mPhi.mNx, mPhi.mSlice};
+  for (i32 axis = 0; axis < 3; ++axis) {
+    if (at[axis] > 0 && mStates[i - steps[axis]] == kFilm) return true;
+    if (at[axis] < mPhi.Dims()[axis] - 1 && mStates[i + steps[axis]] == kFilm) return true;
+  }
+  return false;
+}
+
 SmoothSurface::State SmoothSurface::StateOf(const VecInt3D& at, i32 i) const {
+  if (mStates[i] == kFilm) return kFilm;
   const bool isLiquid = mPhi[i] < 0;
   const i32 steps[3] = {1, mPhi.mNx, mPhi.mSlice};
   const VecInt3D n = mPhi.Dims();
@@ -115,12 +172,30 @@ void SmoothSurface::FindStates() {
   });
   CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
     for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i) switch (mStates[i]) {
-        case kThin: mPhi[i] = -kFilmDepth * h; break;
-        case kBare: mPhi[i] = kFilmDepth * h; break;
+        case kThin: mPhi[i] = -kThinDepth * h; break;
+        case kBare: mPhi[i] = kThinDepth * h; break;
         case kLiquid: mPhi[i] = -kReach * h; break;
         case kAir: mPhi[i] = mPhi[i] < kReach * h ? mPhi[i] : kFar; break;
         default: break;
       }
+  });
+}
+
+double SmoothSurface::FindSurplus() const {
+  const double perCell = 1 / double{mPhi.mLayout.cellSize};
+  return SumBlocks(mPhi.mNz, 1, host::ThreadCount(), [&](i64 first, i64 last) {
+    double sum = 0;
+    const CellBox layers{{0, 0, static_cast<i32>(first)},
+                         {mPhi.mNx, mPhi.mNy, static_cast<i32>(last)}};
+    ForEachCell(layers, [&](i32 x, i32 y, i32 z) {
+      const i32 i = mPhi.Index(x, y, z);
+      const bool isWhole = mStates[i] == kFilm || mStates[i] == kThin ||
+                           (!mFilling.IsMostlyOpen(i) && IsBesideFilm({x, y, z}, i));
+      if (!isWhole) return;
+      sum += std::clamp(0.5 - mPhi[i] * perCell, 0.0, 1.0) * mFilling.OpenOf(i);
+      sum -= mFilling.ParticlesIn({x, y, z}) / mRest.particles;
+    });
+    return sum;
   });
 }
 
@@ -134,8 +209,10 @@ bool SmoothSurface::Run(double rest, const Crowd& crowd) {
   }
   if (mRest.particles < kFewest) return true;
   FindDepths(crowd);
+  FindFilms();
   EnterWalls();
   FindStates();
+  mSurplus = FindSurplus();
   return true;
 }
 

@@ -11,8 +11,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// hundredths of a cell, and noise and small gaps among the particles don't tear it.
 ///
 /// A cell at the surface without particles, whose faces none may reach, is air. A film or a drop
-/// that is too thin to fill half of the cells about it counts as liquid where its
-/// particles are, with the surface all but in the middle of the cell.
+/// beside which no cell is full by four fifths counts as by number: its cells are liquid through
+/// and through, and so is what solids leave of the cells beside them.
 class SmoothSurface {
  public:
   static constexpr double kFar = 1e308;  ///< where no distance reaches
@@ -37,6 +37,8 @@ class SmoothSurface {
   static constexpr double kFewest = 4;
   /// Particles that filled a cell in the last run, and cells that told it, if any did.
   const CellFilling::Rest& Rest() const { return mRest; }
+  /// By how much cells of films, which count whole, hold more than their particles, in full cells.
+  double Surplus() const { return mSurplus; }
   /// After `Run`: distances to the surface everywhere, by `EikonalSweeper`; false without memory.
   bool SpreadDistances(host::HostThread* thread = nullptr);
 
@@ -45,10 +47,15 @@ class SmoothSurface {
   static double DepthOf(double share);
 
  private:
-  enum State : u8 { kAir, kLiquid, kBesideSurface, kThin, kBare };
+  enum State : u8 { kAir, kLiquid, kBesideSurface, kThin, kBare, kFilm };
 
   void FindDepths(const Crowd& crowd);
   void FindStates();
+  double FindSurplus() const;
+  /// It holds particles and lies beside nothing that is deep enough to have a surface of its own.
+  bool IsFilm(const VecInt3D& at, i32 i) const;
+  bool IsBesideFilm(const VecInt3D& at, i32 i) const;
+  void FindFilms();
   State StateOf(const VecInt3D& at, i32 i) const;
   /// Closed cells, and those that are so for the most part, take the mean of their open neighbours:
   /// a wall isn't a surface.
@@ -58,6 +65,7 @@ class SmoothSurface {
   EGrid<double>& mPhi;
   Grid<u8> mStates;
   CellFilling::Rest mRest;
+  double mSurplus = 0;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -82,6 +82,8 @@ class FluidSolver : public iFluidSolver, public GasSettings {
 
   /// The projection that the solver runs.
   virtual Grid_Incompressibility& Projection() { return mPressure; }
+  /// By how much the cells below its surface are more than its matter fills, in full cells.
+  virtual double SurfaceSurplus() const { return 0; }
 
   virtual bool ApplyGridForces();
   virtual bool SolvePressure();

@@ -46,8 +46,8 @@ void PositionCorrection::Move(const ParticleSort& sort, const Flow& flow) const 
   std::vector<std::span<Vec3d>> positions;
   for (ParticleGroup* group : sort.Groups())
     positions.push_back(group->Store(sort.Kind()).Positions());
-  const auto isIntoSolid = [&](const Vec3d& from, const Vec3d& to) {
-    const double beyond = solid.At(to).distance;
+  const auto isIntoSolid = [&](const Vec3d& from, const Vec3d& way) {
+    const double beyond = solid.At(from + way).distance;
     return beyond < 0.1 * h && beyond < solid.At(from).distance;
   };
   ForEachBlock(n.z, flow.Threads(), [&](i32 z) {
@@ -58,9 +58,14 @@ void PositionCorrection::Move(const ParticleSort& sort, const Flow& flow) const 
         way[axis] = dt * stencils[axis].At(p).Sample(flow.mVelocity.GetGrid(axis)->mData);
       const double length = Length(way);
       if (!(length > 0)) return;
-      const Vec3d to = entry.position + way * std::min(1.0, kMost * h / length);
-      if (solid.IsEmpty() || !isIntoSolid(entry.position, to))
-        positions[entry.group][entry.row] = to;
+      way *= std::min(1.0, kMost * h / length);
+      if (!solid.IsEmpty() && isIntoSolid(entry.position, way)) {
+        // Who crowds beside a solid goes along it.
+        const Vec3d normal = solid.NormalAt(entry.position, solid.At(entry.position));
+        way -= normal * std::min(Dot(normal, way), 0.0);
+        if (isIntoSolid(entry.position, way)) return;
+      }
+      positions[entry.group][entry.row] = entry.position + way;
     });
   });
   for (ParticleGroup* group : sort.Groups()) group->MarkTreeStale(sort.Kind());

@@ -36,7 +36,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   static constexpr i32 kGroupsRow = 1201, kFlipRatioRow = 1204, kSurfaceModeRow = 1210,
-                       kGatherRow = 1209, kTransferRow = 1311, kEvenRow = 1312;
+                       kGatherRow = 1209, kReprojectRow = 1216, kTransferRow = 1311,
+                       kEvenRow = 1312;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ClearLinks() override;
@@ -52,6 +53,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   }
   Grid_Incompressibility& Projection() override { return mFreeSurface; }
   bool SolvePressure() override;
+  double SurfaceSurplus() const override { return mLevelSet.mSurplus; }
   const std::vector<ParticleGroup*>* LiquidGroups() const override { return &groups; }
 
  protected:

@@ -148,11 +148,12 @@ const ParameterTable& WaterSolver::Parameters() {
             .To(&LiquidSettings::densityThreshold),
         LongRow(1214, "count_threshold", 0, "",
                 "cells with no more particles than that count as air")
+            .Missing(4)
             .Range(0, 255)
             .OnlyWith(kSurfaceModeRow, {0})
             .To(&LiquidSettings::countThreshold),
         ButtonRow(1215, "add_channels", "sets channels for density and viscosity up"),
-        BoolRow(1216, "reproject", false,
+        BoolRow(kReprojectRow, "reproject", false,
                 "where a recording plays the velocity, particles take it in every step")
             .To(&LiquidSettings::reproject),
         BoolRow(kEvenRow, "position_correction", false,

@@ -1,6 +1,7 @@
 // Liquids on and beside solids.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "fluids/liquid_rig.h"
@@ -77,6 +78,38 @@ TEST(LiquidSolids, WaterUnderALidKeepsStill) {
     EXPECT_EQ(rig.Store().Count(), 8 * 8 * 64);
     EXPECT_LT(rig.Energy(), 1e-6);
     EXPECT_LT(rig.liquid->Projection().DivergenceMax(), 1e-6);
+  }
+}
+
+TEST(LiquidSolids, WaterPacksNowhereUnderAStone) {
+  // Half a cell is left under it, with three times the particles that have room there.
+  const Vec3d middle{7, 3.5, 7}, size{6, 6, 6};
+  for (const bool corrects : {false, true}) {
+    LiquidRig rig({14, 14, 14});
+    LiquidRig::Set(*rig.liquid, WaterSolver::kEvenRow, corrects);
+    if (corrects)
+      LiquidRig::Set(*rig.liquid, WaterSolver::kSurfaceModeRow, i32(SurfaceMode::Count));
+    Stone stone(middle, size);
+    rig.obstacles = {&stone.solid};
+    rig.FillPlaces({0, 0, 0}, {14, 6, 14},
+                   [&](const Vec3d& p) { return stone.Distance(p, size) > 0; });
+    const auto isUnder = [&](const Vec3d& p) {
+      const Vec3d off = p / kCellSize - middle;
+      return off.y < 0 && std::abs(off.x) < 3 && std::abs(off.z) < 3;
+    };
+    const auto count = [&] {
+      const std::span<const Vec3d> all = rig.Store().Positions();
+      return std::count_if(all.begin(), all.end(), isUnder);
+    };
+    const auto room = count();
+    for (i32 i = 0; i < 2 * room; ++i)
+      rig.Drop(
+          Vec3d{4.1 + 0.37 * (i % 16), 0.1 + 0.05 * (i % 7), 4.1 + 0.33 * (i / 16)} * kCellSize,
+          {});
+    rig.Commit();
+    for (i32 i = 0; i < 80; ++i) rig.Step();
+    EXPECT_LT(count(), 2 * room) << corrects;
+    EXPECT_LT(rig.Energy(), 0.02) << corrects;
   }
 }
 

@@ -218,6 +218,22 @@ TEST(WaterSolver, ParticlesKeepTheVelocityThatTheyHaveOfIt) {
     ASSERT_EQ(rig.Store().Velocities()[row].x, before[row].x + 0.25);
 }
 
+TEST(WaterSolver, ParticlesTakeAPlayedVelocityWhereTheyAreToldTo) {
+  for (const bool reprojects : {false, true}) {
+    LiquidRig rig({8, 12, 8});
+    LiquidRig::Set(*rig.liquid, WaterSolver::kReprojectRow, reprojects);
+    rig.Fill({2, 6, 2}, {6, 10, 6});
+    rig.StepTo(kEmitters);
+    rig.liquid->SetFlag(FLAG_CACHED, true);
+    for (i32 axis = 0; axis < 3; ++axis)
+      rig.liquid->GetFlow().mVelocity.GetGridForWrite(axis)->Fill(axis + 1.0);
+    rig.RunLiquid(kFluidDynamics);
+    rig.RunLiquid(kFlip);
+    for (const Vec3d& v : rig.Store().Velocities())
+      ASSERT_LT(Length(v - (reprojects ? Vec3d{1, 2, 3} : Vec3d{})), 1e-12) << reprojects;
+  }
+}
+
 TEST(WaterSolver, AffineTransferIsExactForASlope) {
   for (const bool gathers : {false, true}) {
     const VecInt3D cells{14, 12, 10};
