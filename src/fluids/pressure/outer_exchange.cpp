@@ -1,55 +1,109 @@
 // What passes between a container and the lattice round it.
 #include <algorithm>
+#include <cmath>
 
 #include "fluids/pressure/outer_level.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+/// The faces of strays lie between other cells of the lattice than those that they stand in.
+void OuterLevel::FindMovedFaces() {
+  const VecInt3D fine = mFlow->GetLayout()->dims, n = mLattice.Dims();
+  for (i32 axis = 0; axis < 3; ++axis) mMovedOut[axis].clear(), mMovedIn[axis].clear();
+  mShut.clear();
+  const auto placeOf = [&](i32 cell) {
+    return VecInt3D{cell % n.x, cell / n.x % n.y, cell / (n.x * n.y)};
+  };
+  const auto addFace = [&](const OuterOwners::Stray& stray, i32 axis, bool high) {
+    const VecInt3D face = stray.at + (high ? ExtraOf(axis) : VecInt3D{});
+    const VecInt3D next = stray.at + (high ? ExtraOf(axis) : -ExtraOf(axis));
+    const i32 index = mFlow->GetOpenFaces(axis)->Index(face.x, face.y, face.z);
+    if (!((*mFlow->GetOpenFaces(axis))[index] > 0)) return;
+    mMovedOut[axis].push_back(index);
+    if (stray.owner == OuterOwners::kNone) return;
+    const VecInt3D own = placeOf(stray.owner);
+    VecInt3D other;
+    if (next[axis] == 0 || next[axis] == fine[axis] - 1) {
+      if (own[axis] != (high ? mLattice[axis].last - 1 : mLattice[axis].first) ||
+          !mLattice.IsInnerCell(own.x, own.y, own.z)) {
+        mShut.push_back({static_cast<i32>(&stray - mOwners.Strays().data()), axis, index, high});
+        return;
+      }
+      other = own + (next - stray.at);
+    } else {
+      const i32 owner = mOwners.OwnerOf(next);
+      if (owner < 0) return;
+      other = placeOf(owner);
+    }
+    const VecInt3D way = other - own;
+    if (std::abs(way.x) + std::abs(way.y) + std::abs(way.z) != 1) return;
+    const i32 along = way.x != 0 ? 0 : way.y != 0 ? 1 : 2;
+    const VecInt3D between = Max(own, other);
+    mMovedIn[along].push_back(
+        {mVelocity[along]->Index(between.x, between.y, between.z), axis, index});
+  };
+  for (const OuterOwners::Stray& stray : mOwners.Strays())
+    for (i32 axis = 0; axis < 3; ++axis) addFace(stray, axis, false), addFace(stray, axis, true);
+  for (i32 axis = 0; axis < 3; ++axis) {
+    // A face between two strays was met from both.
+    const auto sort = [](auto& list) {
+      std::sort(list.begin(), list.end());
+      list.erase(std::unique(list.begin(), list.end()), list.end());
+    };
+    sort(mMovedOut[axis]);
+    sort(mMovedIn[axis]);
+  }
+}
+
+OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell) const {
+  const EGrid<double>& velocity = *mFlow->mVelocity.GetGrid(axis);
+  const EGrid<float>& open = *mFlow->GetOpenFaces(axis);
+  CellBox box;
+  VecInt3D face;
+  for (i32 a = 0; a < 3; ++a) {
+    box.min[a] = mCuts[a][cell[a]];
+    box.max[a] = a == axis ? box.min[a] + 1 : mCuts[a][cell[a] + 1];
+    face[a] = mLattice[a].first + cell[a];
+  }
+  const std::vector<i32>& out = mMovedOut[axis];
+  FaceSum sum;
+  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+    const i32 index = velocity.Index(x, y, z);
+    if (!out.empty() && std::binary_search(out.begin(), out.end(), index)) return;
+    sum.area += open[index];
+    sum.flow += open[index] * velocity[index];
+  });
+  sum.along = sum.area;
+  const std::vector<MovedFace>& in = mMovedIn[axis];
+  if (in.empty()) return sum;
+  const i32 own = mVelocity[axis]->Index(face.x, face.y, face.z);
+  for (auto moved = std::lower_bound(in.begin(), in.end(), MovedFace{own, 0, 0});
+       moved != in.end() && moved->face == own; ++moved) {
+    const double area = (*mFlow->GetOpenFaces(moved->axis))[moved->index];
+    sum.area += area;
+    if (moved->axis != axis) continue;
+    sum.along += area;
+    sum.flow += area * velocity[moved->index];
+  }
+  return sum;
+}
+
 void OuterLevel::Average(bool onlySides) {
   const VecInt3D inner = mLattice.InnerDims();
   for (i32 axis = 0; axis < 3; ++axis) {
-    const EGrid<double>& velocity = *mFlow->mVelocity.GetGrid(axis);
-    const EGrid<float>* fine = mFlow->GetOpenFaces(axis);
-    if (!fine) return;
     VecInt3D count = inner;
     ++count[axis];
     ForEachBlock(count.z, Threads(), [&](i32 k) {
       ForEachCell({{0, 0, k}, {count.x, count.y, k + 1}}, [&](i32 i, i32 j, i32) {
         const VecInt3D cell{i, j, k};
         if (onlySides && cell[axis] > 0 && cell[axis] < inner[axis]) return;
-        CellBox box;
         VecInt3D face;
-        for (i32 a = 0; a < 3; ++a) {
-          box.min[a] = mCuts[a][cell[a]];
-          box.max[a] = a == axis ? box.min[a] + 1 : mCuts[a][cell[a] + 1];
-          face[a] = mLattice[a].first + cell[a];
-        }
-        double area = 0, flow = 0;
-        ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-          const i32 index = velocity.Index(x, y, z);
-          const double open = (*fine)[index];
-          area += open;
-          flow += open * velocity[index];
-        });
-        (*mVelocity[axis])(face.x, face.y, face.z) = area > 0 ? flow / area : 0.0;
+        for (i32 a = 0; a < 3; ++a) face[a] = mLattice[a].first + cell[a];
+        const FaceSum sum = SumFace(axis, cell);
+        (*mVelocity[axis])(face.x, face.y, face.z) = sum.along > 0 ? sum.flow / sum.along : 0.0;
       });
     });
   }
-}
-
-void OuterLevel::SumInner(const ProjectionFields& fields, std::span<const double> rhs) {
-  const VecInt3D inner = mLattice.InnerDims();
-  mInner.assign(static_cast<std::size_t>(CountOf(inner)), 0.0);
-  ForEachBlock(inner.z, Threads(), [&](i32 k) {
-    double* layer = mInner.data() + i64{inner.x} * inner.y * k;
-    for (i32 z = mCuts[2][k]; z < mCuts[2][k + 1]; ++z)
-      for (i32 j = 0; j < inner.y; ++j)
-        for (i32 y = mCuts[1][j]; y < mCuts[1][j + 1]; ++y) {
-          const double* row = rhs.data() + fields.openCell->Index(0, y, z);
-          for (i32 i = 0; i < inner.x; ++i)
-            for (i32 x = mCuts[0][i]; x < mCuts[0][i + 1]; ++x) layer[j * inner.x + i] += row[x];
-        }
-  });
 }
 
 void OuterLevel::AverageDensity(const EGrid<double>& fine) {

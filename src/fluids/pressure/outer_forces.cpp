@@ -1,4 +1,6 @@
 // What forces do to the gas outside of a container.
+#include <algorithm>
+
 #include "fluids/pressure/outer_level.h"
 #include "grids/work_data.h"
 
@@ -76,6 +78,7 @@ Vec3d OuterLevel::PushAlongSides(const VelocityGridEmitter& forces,
 
 void OuterLevel::AddForce(const VelocityGridEmitter& forces) {
   for (auto& push : mPush) push.clear();
+  mUniform = {};
   if (!IsCut()) return;
   const EGrid<float>* cells =
       mFlow->mFractions.HasField(0, 0) ? mFlow->mFractions.GetRead(0, 0) : nullptr;
@@ -105,7 +108,23 @@ void OuterLevel::AddForce(const VelocityGridEmitter& forces) {
             if ((*mOutside[axis])[row + x] > 0) mPush[axis][row + x] = alike[axis] + given[x][axis];
         }
     });
+    mUniform[axis] = MeanPush(axis);
   }
+}
+
+/// Exact where it is the same everywhere.
+double OuterLevel::MeanPush(i32 axis) const {
+  double least = 0, most = 0, sum = 0;
+  i64 count = 0;
+  for (std::size_t i = 0; i < mPush[axis].size(); ++i) {
+    if (!((*mOutside[axis])[static_cast<i32>(i)] > 0)) continue;
+    const double push = mPush[axis][i];
+    least = count > 0 ? std::min(least, push) : push;
+    most = count > 0 ? std::max(most, push) : push;
+    sum += push;
+    ++count;
+  }
+  return least == most ? least : sum / static_cast<double>(count);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,6 +1,7 @@
 // Cells that grow with the distance from a container.
 #pragma once
 #include <array>
+#include <cmath>
 #include <vector>
 
 #include "fluids/volume/wall_bits.h"
@@ -61,6 +62,8 @@ class OuterLattice {
   /// Area of a face of `axis` and volume of a cell, in fine ones.
   double AreaOf(i32 axis, const VecInt3D& face) const;
   double VolumeOf(const VecInt3D& cell) const;
+  /// The cell of the domain that holds a place of an axis, the lower one of a place between two.
+  static i32 CellHolding(double place) { return static_cast<i32>(std::ceil(place)) - 1; }
 
   /// Places of the samples of `kind` along an axis.
   std::vector<double> NodesOf(i32 axis, i32 kind) const;

@@ -14,7 +14,6 @@ namespace {
 constexpr double kTolerance = 1e-9;
 constexpr i32 kMostIterations = 300;
 constexpr double kModification = 0.97, kLeastRatio = 0.25;  // of the preconditioner
-constexpr i32 kContinued = 3;  // cells that the pressure is continued into solids
 
 }  // namespace
 
@@ -142,6 +141,7 @@ bool OuterLevel::ProjectAll() {
     }
   };
   scale(false);
+  TakeOutUniform();
   const bool done = Project();
   scale(true);
   mReports.clear();
@@ -152,12 +152,22 @@ void OuterLevel::BuildSystem(const CellBox& block) {
   Grid_Incompressibility::BuildSystem(block);
   const i32 z = block.min.z;
   if (mWithoutInner) return AddInflow(z);
-  if (z < mLattice[2].first || z >= mLattice[2].last) return;
+  AddInner(z);
+}
+
+/// The inner cells have to bring about what the fine ones have to.
+void OuterLevel::AddInner(i32 z) {
   const VecInt3D inner = mLattice.InnerDims(), n = mLattice.Dims();
   const std::span<double> rhs = Used().GetRhs();
-  for (i32 j = 0; j < inner.y; ++j)
-    std::copy_n(mInner.data() + i64{inner.x} * (inner.y * (z - mLattice[2].first) + j), inner.x,
-                rhs.data() + (n.y * z + mLattice[1].first + j) * n.x + mLattice[0].first);
+  if (z >= mLattice[2].first && z < mLattice[2].last)
+    for (i32 j = 0; j < inner.y; ++j)
+      std::copy_n(mInner.data() + i64{inner.x} * (inner.y * (z - mLattice[2].first) + j), inner.x,
+                  rhs.data() + (n.y * z + mLattice[1].first + j) * n.x + mLattice[0].first);
+  for (const auto& [cell, value] : mGiven)
+    if (cell / (n.x * n.y) == z) rhs[cell] += value;
+  const double* diagonal = Used().GetMatrix().Diagonal();
+  for (i32 c = n.x * n.y * z; c < n.x * n.y * (z + 1); ++c)
+    if (diagonal[c] == 0) rhs[c] = 0;
 }
 
 /// What passes the sides of the container enters the cells beside it.
@@ -183,103 +193,11 @@ void OuterLevel::AddInflow(i32 z) {
     }
 }
 
-std::span<const SideLayer> OuterLevel::FindPressures(const ProjectionFields& fields,
-                                                     std::span<const double> rhs) {
-  if (!IsCut()) return {};
-  Advect(fields.dt);
-  for (i32 axis = 0; axis < 3; ++axis) {
-    for (std::size_t i = 0; i < mPush[axis].size(); ++i)
-      (*mVelocity[axis])[static_cast<i32>(i)] += mPush[axis][i];
-    mPush[axis].clear();
-  }
-  Average(true);
-  SumInner(fields, rhs);
-  if (fields.density)
-    AverageDensity(*fields.density);
-  else
-    mMixture.reset();
-  if (!ProjectAll()) return {};
-  ContinuePressure();
-  mSides.clear();
-  const GridLayout& layout = *mFlow->GetLayout();
-  for (i32 axis = 0; axis < 3; ++axis)
-    for (const bool high : {false, true}) {
-      if (!IsFree(axis, high)) continue;
-      const i32 p = axis == 0 ? 1 : 0, q = axis == 2 ? 1 : 2,
-                layer = high ? layout.dims[axis] - 1 : 0;
-      SideLayer side{.axis = axis, .high = high, .pressure = {}};
-      side.pressure.resize(static_cast<std::size_t>(layout.dims[p]) * layout.dims[q]);
-      LatticeTaps taps;
-      for (i32 a = 0; a < 3; ++a)
-        taps[a] = mLattice.TapsOf(
-            a, kCentre, layout.originCell[a],
-            a == axis ? IndexRange{layer, layer + 1} : IndexRange{0, layout.dims[a]});
-      Resample(mPressure.data(), mLattice.Dims(), taps, Threads(),
-               [&](i32 x, i32 y, i32 z, double value) {
-                 const VecInt3D cell{x, y, z};
-                 side.pressure[i64{layout.dims[p]} * cell[q] + cell[p]] = value;
-               });
-      mSides.push_back(std::move(side));
-    }
-  return mSides;
-}
-
 void OuterLevel::EndStep() {
   if (!IsCut()) return;
   Average(false);
   ContinueVelocity();
   WriteSides();
-}
-
-/// Samples beside solids and walls find no hole there.
-void OuterLevel::ContinuePressure() {
-  const VecInt3D n = mLattice.Dims();
-  const std::span<const double> found = GetPressure();
-  const double* diagonal = Used().GetMatrix().Diagonal();
-  mPressure.assign(found.begin(), found.end());
-  std::vector<u8> known(mPressure.size());
-  for (std::size_t c = 0; c < known.size(); ++c) known[c] = diagonal[c] != 0;
-  const i32 offsets[3] = {1, n.x, n.x * n.y};
-  // Beyond open sides of the user's box it is 0.
-  ForEachCell({{1, 1, 1}, n - VecInt3D{1, 1, 1}}, [&](i32 x, i32 y, i32 z) {
-    const i32 c = (n.y * z + y) * n.x + x;
-    for (i32 axis = 0; axis < 3; ++axis) {
-      const VecInt3D cell{x, y, z};
-      if (cell[axis] == 1 && (*mOpen[axis])(x, y, z) > 0) known[c - offsets[axis]] = 1;
-      const VecInt3D above = cell + ExtraOf(axis);
-      if (cell[axis] == n[axis] - 2 && (*mOpen[axis])(above.x, above.y, above.z) > 0)
-        known[c + offsets[axis]] = 1;
-    }
-  });
-  for (i32 round = 0; round < kContinued; ++round) {
-    const std::vector<u8> before = known;
-    const auto goOnAt = [&](i32 x, i32 y, i32 z) {
-      const VecInt3D cell{x, y, z};
-      const i32 c = (n.y * z + y) * n.x + x;
-      if (before[c]) return;
-      double sum = 0;
-      i32 count = 0;
-      // On in a straight line, as pressure rises towards a floor.
-      const auto goOn = [&](i32 axis, i32 step) {
-        const OuterAxis& cut = mLattice[axis];
-        const i32 one = cell[axis] + step, two = one + step, last = n[axis] - 1;
-        if (one < 0 || one > last || !before[c + step * offsets[axis]]) return;
-        const double near = mPressure[c + step * offsets[axis]];
-        sum += near, ++count;
-        if (two < 0 || two > last || !before[c + 2 * step * offsets[axis]]) return;
-        const double slope = (near - mPressure[c + 2 * step * offsets[axis]]) /
-                             (cut.CentreOf(one) - cut.CentreOf(two));
-        sum += slope * (cut.CentreOf(cell[axis]) - cut.CentreOf(one));
-      };
-      for (i32 axis = 0; axis < 3; ++axis) goOn(axis, -1), goOn(axis, 1);
-      if (count == 0) return;
-      mPressure[c] = sum / count;
-      known[c] = 1;
-    };
-    ForEachBlock(n.z, Threads(), [&](i32 z) {
-      ForEachCell({{0, 0, z}, {n.x, n.y, z + 1}}, goOnAt);
-    });
-  }
 }
 
 void OuterLevel::ContinueVelocity() {

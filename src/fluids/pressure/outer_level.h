@@ -9,6 +9,7 @@
 #include "fluids/forces/velocity_grid_emitter.h"
 #include "fluids/pressure/grid_incompressibility.h"
 #include "fluids/pressure/outer_lattice.h"
+#include "fluids/pressure/outer_owners.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -20,8 +21,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// for its own pressure with that of the lattice beyond its sides. Outside, the flow has no
 /// vorticity but what comes out of the container: where that moves, it is found anew from what
 /// passes through the container's sides and from the wind far away. In a step it is carried along
-/// by itself, pushed, and projected. Nothing depends on the number of workers. Speeds in simulation
-/// units per second.
+/// by itself, pushed, and projected. What forces add alike everywhere has a potential, which is
+/// left out of the pressures on the lattice and added where these are handed on, so that gas that
+/// rests in it rests beside any solid. The two sides of a wall don't see each other's pressures.
+/// Nothing depends on the number of workers. Speeds in simulation units per second.
 class OuterLevel : public Grid_Incompressibility, public FarField {
  public:
   OuterLevel();
@@ -49,6 +52,8 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   void GatherSolids(std::vector<MovingBody>& /*moving*/,
                     std::vector<const VolumeBase*>& /*resting*/) const override {}
   void BuildSystem(const CellBox& block) override;
+  /// A pressure that is known but for a constant has the mean 0.
+  void Settle() override;
   /// The balance of the inner cells is that of the container.
   void MeasureDivergence() override {}
   /// What solids push and what gas that expands does are one here.
@@ -60,12 +65,40 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   i64 CellsOf(const Region& region) const override { return std::llround(region.volume); }
 
  private:
+  /// Fine faces between two cells of the lattice: their open area, in fine faces, that of those of
+  /// its axis, and the flow through these.
+  struct FaceSum {
+    double area = 0, along = 0, flow = 0;
+  };
+  /// A fine face that lies between other cells of the lattice than its place tells: the face of the
+  /// lattice between these, and its own axis and index.
+  struct MovedFace {
+    i32 face, axis, index;
+    friend auto operator<=>(const MovedFace&, const MovedFace&) = default;
+  };
+  /// A fine face on a side of the container that a stray's owner has no face for.
+  struct ShutFace {
+    i32 stray, axis, index;
+    bool high;
+  };
+  /// Hands the lattice's own projection the pressures beyond its open ends.
+  struct OpenEnds : FarField {
+    std::span<const SideLayer> FindPressures(const ProjectionFields& /*fields*/,
+                                             std::span<const double> /*rhs*/) override {
+      return layers;
+    }
+    std::vector<SideLayer> layers;
+  };
+
   bool Allocate();
   void MeasureOpen();
   float OpenOutside(i32 axis, const VecInt3D& face) const;
   double SolidPart(const VolumeBase& obstacle, i32 axis, const VecInt3D& face) const;
-  bool IsNearSolid(const CellBox& box) const;
+  bool IsBesideOutside(i32 axis, const VecInt3D& face, i32 plane) const;
+  void FindOwners();
+  void FindMovedFaces();
   void MeasureInner();
+  void MarkCutCells();
   void CloseThinWalls();
   bool HasFlow() const { return !mLattice.IsEmpty() && mVelocity[2]; }
   /// And what it can pass in this step.
@@ -75,15 +108,23 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   Vec3d Wind() const;
   /// Takes the mean velocity of the fine faces: of all inner ones, or of those on the sides.
   void Average(bool onlySides);
+  FaceSum SumFace(i32 axis, const VecInt3D& cell) const;
   void SumInner(const ProjectionFields& fields, std::span<const double> rhs);
+  template <class Sums>
+  void SumStrays(const Sums& balance);
+  void FindPotential();
+  double PotentialAt(const Vec3d& place) const;
+  void TakeOutUniform();
+  void SampleSide(SideLayer& side);
   Vec3d PushAlongSides(const VelocityGridEmitter& forces, const EGrid<float>& cells) const;
+  double MeanPush(i32 axis) const;
   void AverageDensity(const EGrid<double>& fine);
   /// Lets the gas outside carry its velocity along, from what it was when the step began.
   void Advect(double dt);
   bool ProjectAll();
-  void ContinuePressure();
   void ContinueVelocity();
   void AddInflow(i32 z);
+  void AddInner(i32 z);
   void Sample(i32 axis, const CellBox& box, bool onlyOpen);
   void WriteSides();
   template <class F>
@@ -98,8 +139,17 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   std::unique_ptr<EGrid<double>> mMixture;  ///< density; null where it is the same everywhere
   std::array<std::vector<i32>, 3> mCuts;    ///< fine faces of the inner lines
   std::vector<double> mInner;               ///< right-hand sides of the inner cells
-  std::vector<double> mPressure;            ///< by cell, continued into cells without a row
+  OuterOwners mOwners;
+  std::array<std::vector<i32>, 3> mMovedOut;       ///< fine faces, by their axis and in their order
+  std::array<std::vector<MovedFace>, 3> mMovedIn;  ///< by the axis of the lattice's face, in order
+  std::vector<ShutFace> mShut;
+  std::vector<u8> mIsCut;                      ///< by cell: not all of its faces lead on
+  std::vector<std::pair<i32, double>> mGiven;  ///< outer cells, and what strays add to them
   std::vector<SideLayer> mSides;
+  OpenEnds mEnds;
+  Vec3d mUniform;         ///< what forces add alike everywhere in this step
+  Vec3d mSlope;           ///< of its potential, by cell of the domain
+  double mReference = 0;  ///< the density for which that is one
   VecInt3D mLow{}, mHigh{};
   u8 mWalls = 0, mFree = 0;
   std::array<std::vector<double>, 3> mPush;  ///< by face: what forces add outside in this step

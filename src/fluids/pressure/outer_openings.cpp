@@ -62,7 +62,7 @@ bool IsParted(i32 first, i32 last, double low, double high, Open&& open) {
       continue;
     }
     const double middle = 0.5 * (closedFrom + plane - 1);
-    if (closedFrom >= 0 && middle >= low && middle <= high) return true;
+    if (closedFrom >= 0 && middle >= low && middle < high) return true;
     closedFrom = -1;
     seenOpen = true;
   }
@@ -105,60 +105,53 @@ double OuterLevel::SolidPart(const VolumeBase& obstacle, i32 axis, const VecInt3
   return closed / double{kPoints * kPoints};
 }
 
-/// The fine cells that some obstacle's grid covers.
-bool OuterLevel::IsNearSolid(const CellBox& box) const {
+void OuterLevel::FindOwners() {
   const GridLayout& layout = *mFlow->GetLayout();
-  const auto& obstacles = mFlow->mBoundary.mObstacles;
-  return std::any_of(obstacles.begin(), obstacles.end(), [&](const VolumeBase* obstacle) {
-    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->HasGridData()) return false;
+  OwnerSearch search;
+  search.lattice = &mLattice;
+  search.cuts = &mCuts;
+  search.origin = layout.originCell;
+  search.freeSides = mFree;
+  search.threads = Threads();
+  for (i32 axis = 0; axis < 3; ++axis) search.open[axis] = mFlow->GetOpenFaces(axis);
+  for (const VolumeBase* obstacle : mFlow->mBoundary.mObstacles) {
+    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->HasGridData()) continue;
     const GridLayout& own = obstacle->GetGrid()->mLayout;
     const VecInt3D low = own.originCell - layout.originCell;
-    return !Clip(box, low, low + own.dims).IsEmpty();
-  });
+    search.solids.push_back({low, low + own.dims});
+    if (const ThinWalls* walls = obstacle->GetThinWalls())
+      search.walls.push_back({walls, own.originCell});
+  }
+  mOwners.Find(search);
+  FindMovedFaces();
 }
 
-/// What fine faces leave open between inner cells.
+/// What fine faces leave open between the cells that those on both of their sides belong to.
 void OuterLevel::MeasureInner() {
   const VecInt3D inner = mLattice.InnerDims();
   for (i32 axis = 0; axis < 3; ++axis) {
-    const EGrid<float>* fine = mFlow->GetOpenFaces(axis);
-    if (!fine) return;
     VecInt3D count = inner;
     ++count[axis];
-    const std::vector<i32>& cuts = mCuts[axis];
-    const i32 step = fine->Index(ExtraOf(axis).x, ExtraOf(axis).y, ExtraOf(axis).z);
     ForEachBlock(count.z, Threads(), [&](i32 k) {
       ForEachCell({{0, 0, k}, {count.x, count.y, k + 1}}, [&](i32 i, i32 j, i32) {
         const VecInt3D cell{i, j, k};
-        CellBox box;
         VecInt3D face;
-        for (i32 a = 0; a < 3; ++a) {
-          face[a] = mLattice[a].first + cell[a];
-          if (a != axis) box.min[a] = mCuts[a][cell[a]], box.max[a] = mCuts[a][cell[a] + 1];
-        }
-        const i32 at = cell[axis], line = cuts[at];
-        const i32 first = cuts[std::max(at - 1, 0)], last = cuts[std::min(at + 1, inner[axis])];
-        box.min[axis] = first, box.max[axis] = last + 1;
-        const bool isNear = IsNearSolid(box);
-        const double low = 0.5 * (first + line), high = 0.5 * (line + last);
-        box.min[axis] = line, box.max[axis] = line + 1;
-        double area = 0;
-        ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-          const float* atLine = fine->mData + fine->Index(x, y, z);
-          const auto isOpen = [&](i32 plane) { return atLine[(plane - line) * step] > 0; };
-          if (!isNear || !IsParted(first, last, low, high, isOpen)) area += *atLine;
-        });
+        for (i32 a = 0; a < 3; ++a) face[a] = mLattice[a].first + cell[a];
         (*mOpen[axis])(face.x, face.y, face.z) =
-            static_cast<float>(area / mLattice[axis].DistanceAt(face[axis]));
+            static_cast<float>(SumFace(axis, cell).area / mLattice[axis].DistanceAt(face[axis]));
       });
     });
   }
 }
 
 /// A sheet, or a wall that lies between two centres, closes the face between these as far as it
-/// reaches over it, though it doesn't touch it.
+/// reaches over it, though it doesn't touch it, and all of it where it stands on the straight way
+/// between them and is no mere splinter. So of two cells that no face leads from one to the other
+/// none is reached round the corner of a wall that stands askew.
 void OuterLevel::CloseThinWalls() {
+  constexpr double kSplinter = 0.125;  // of a face
   std::array<std::vector<double>, 3> closed;
+  std::array<std::vector<u8>, 3> isCrossed;
   std::array<std::vector<double>, 3> centres;
   for (i32 a = 0; a < 3; ++a) centres[a] = mLattice.NodesOf(a, kCentre);
   const auto below = [](const std::vector<double>& places, double place) {
@@ -170,27 +163,68 @@ void OuterLevel::CloseThinWalls() {
     for (const ThinWalls::Face& fine : walls->Faces()) {
       const VecInt3D at = fine.at + obstacle->GetGrid()->mLayout.originCell;
       VecInt3D face;
-      bool isThere = true;
+      bool isThere = true, isCentral = true;
       for (i32 a = 0; a < 3; ++a) {
         face[a] =
             a == fine.axis ? below(centres[a], at[a]) : below(mLattice[a].lines, at[a] + 0.5) - 1;
         isThere &= face[a] > 0 && face[a] < mLattice.Dims()[a];
+        isCentral &=
+            a == fine.axis || (isThere && OuterLattice::CellHolding(centres[a][face[a]]) == at[a]);
       }
-      if (!isThere || mLattice.IsInnerFace(fine.axis, face)) continue;
+      if (!isThere || !IsBesideOutside(fine.axis, face, at[fine.axis])) continue;
       const EGrid<float>& grid = *mOutside[fine.axis];
       std::vector<double>& sum = closed[fine.axis];
       sum.resize(grid.mCount);
-      sum[grid.Index(face.x, face.y, face.z)] += 1;
+      isCrossed[fine.axis].resize(grid.mCount);
+      const i32 index = grid.Index(face.x, face.y, face.z);
+      sum[index] += 1;
+      isCrossed[fine.axis][index] |= isCentral ? 1 : 0;
     }
   }
   for (i32 axis = 0; axis < 3; ++axis) {
     if (closed[axis].empty()) continue;
-    ForEachOutsideFaceOf(axis, [&](const VecInt3D& face) {
-      const i32 i = mOutside[axis]->Index(face.x, face.y, face.z);
-      const double part = std::min(1.0, closed[axis][i] / mLattice.AreaOf(axis, face));
-      (*mOpen[axis])[i] = (*mOutside[axis])[i] *= static_cast<float>(1 - part);
+    const VecInt3D n = mVelocity[axis]->Dims();
+    ForEachBlock(n.z, Threads(), [&](i32 layer) {
+      ForEachCell({{0, 0, layer}, {n.x, n.y, layer + 1}}, [&](i32 x, i32 y, i32 z) {
+        const i32 i = mOutside[axis]->Index(x, y, z);
+        if (closed[axis][i] == 0) return;
+        const double part = closed[axis][i] / mLattice.AreaOf(axis, {x, y, z});
+        const bool isShut = part >= 1 || (isCrossed[axis][i] && part > kSplinter);
+        const auto open = static_cast<float>(isShut ? 0 : 1 - part);
+        (*mOpen[axis])[i] *= open;
+        (*mOutside[axis])[i] *= open;
+      });
     });
   }
+}
+
+/// A face of the lattice isn't an inner one, or it is one on a side of the container and a plane
+/// of the domain crosses the way from there to the centre outside.
+bool OuterLevel::IsBesideOutside(i32 axis, const VecInt3D& face, i32 plane) const {
+  if (!mLattice.IsInnerFace(axis, face)) return true;
+  const OuterAxis& cut = mLattice[axis];
+  return (face[axis] == cut.first && plane < cut.lines[cut.first]) ||
+         (face[axis] == cut.last && plane > cut.lines[cut.last]);
+}
+
+/// Cells that samples beside them have to look at more closely: those at the end of the lattice, in
+/// solids, and beside closed faces.
+void OuterLevel::MarkCutCells() {
+  const VecInt3D n = mLattice.Dims();
+  mIsCut.assign(static_cast<std::size_t>(CountOf(n)), 0);
+  ForEachBlock(n.z, Threads(), [&](i32 layer) {
+    ForEachCell({{0, 0, layer}, {n.x, n.y, layer + 1}}, [&](i32 x, i32 y, i32 z) {
+      const VecInt3D cell{x, y, z};
+      bool isCut = false;
+      for (i32 axis = 0; axis < 3; ++axis) {
+        const VecInt3D above = cell + ExtraOf(axis);
+        isCut |= cell[axis] == 0 || cell[axis] == n[axis] - 1;
+        isCut |= cell[axis] > 1 && !((*mOpen[axis])(x, y, z) > 0);
+        isCut |= cell[axis] < n[axis] - 2 && !((*mOpen[axis])(above.x, above.y, above.z) > 0);
+      }
+      mIsCut[(n.y * z + y) * n.x + x] = isCut ? 1 : 0;
+    });
+  });
 }
 
 Vec3d OuterLevel::PlaceOf(const VecInt3D& cell) const {
@@ -214,14 +248,16 @@ void OuterLevel::MeasureOpen() {
       (*mOpen[axis])(face.x, face.y, face.z) = (*mOutside[axis])(face.x, face.y, face.z) = open;
     });
   }
-  CloseThinWalls();
   for (i32 a = 0; a < 3; ++a) {
     mCuts[a].clear();
     for (i32 line = mLattice[a].first; line <= mLattice[a].last; ++line)
       mCuts[a].push_back(static_cast<i32>(mLattice[a].lines[line]) -
                          mFlow->GetLayout()->originCell[a]);
   }
+  FindOwners();
   MeasureInner();
+  CloseThinWalls();
+  MarkCutCells();
   Average(false);
 }
 

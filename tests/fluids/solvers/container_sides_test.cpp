@@ -15,8 +15,8 @@ constexpr i32 kMiddle = 60;  // of the user's box, in cells
 constexpr double kCellSize = 0.1;
 
 struct SidesRig : GasRig {
-  explicit SidesRig(i32 threads = 1)
-      : GasRig({2 * kMiddle, 2 * kMiddle, 2 * kMiddle}, kCellSize, threads) {}
+  explicit SidesRig(i32 threads = 1, i32 middle = kMiddle)
+      : GasRig({2 * middle, 2 * middle, 2 * middle}, kCellSize, threads) {}
   std::vector<VolumeBase*> obstacles;  ///< that stand in the gas
   /// A step with a source of 1 m^3/s round the middle, `above` cells over the floor, in a container
   /// of the content from -`reach` to `reach` cells round it.
@@ -43,6 +43,19 @@ struct SidesRig : GasRig {
   static double Exact(double x, double y, double z) {
     const Vec3d r = Vec3d{x, y, z} * kCellSize;
     return r.x / (4 * std::numbers::pi * std::pow(Length(r), 3));
+  }
+  /// The largest component at an open face between inner cells.
+  double MaxSpeed() const {
+    double most = 0;
+    const VecInt3D n = gas->mFlow.GetLayout()->dims;
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const EGrid<float>& open = *gas->mFlow.GetOpenFaces(axis);
+      const EGrid<double>& v = *gas->mFlow.mVelocity.GetGrid(axis);
+      ForEachCell({{1, 1, 1}, n - VecInt3D{1, 1, 1} + ExtraOf(axis)}, [&](i32 x, i32 y, i32 z) {
+        if (open(x, y, z) > 0) most = std::max(most, std::fabs(v(x, y, z)));
+      });
+    }
+    return most;
   }
   void AppendVelocity(std::vector<double>& out) const {
     for (i32 a = 0; a < 3; ++a) {
@@ -203,6 +216,33 @@ TEST(ContainerSides, WallsOutsideOfThemTurnTheFlowBack) {
     }
 }
 
+// Walls that part the container and all of the user's box in two, askew to every lattice.
+TEST(ContainerSides, WallsThatCrossThemPartTheGas) {
+  constexpr std::pair<double, double> kWalls[] = {{0, 0}, {0, 0.7}, {0.4, 0.2}, {3, 0.5}};
+  for (const auto& [thickness, angle] : kWalls) {
+    const TurnedBox box(Vec3d{kMiddle, kMiddle, kMiddle} -
+                            Vec3d{std::cos(angle), std::sin(angle), 0} * (6.3 + thickness / 2),
+                        {thickness, 170, 124}, angle, 0, kCellSize);
+    MeshSolid wall(box.mesh, kCellSize);
+    SidesRig rig;
+    rig.obstacles = {&wall};
+    rig.Walls(0, 0, 0, 0, 0, 0);
+    rig.Expand(7);
+    // It mirrors the source, and what is behind it rests.
+    const auto exact = [&](const Vec3d& p) {
+      const Vec3d mirror = box.axis[0] * (2 * 6.3);
+      return SidesRig::Exact(p.x, p.y, p.z) +
+             SidesRig::Exact(p.x + mirror.x, p.y + mirror.y, p.z + mirror.z);
+    };
+    for (const Vec3d& p : {Vec3d{11, 0.5, 0.5}, Vec3d{8, -3.5, 4.5}, Vec3d{5, 8.5, 0.5}})
+      EXPECT_NEAR(rig.U(static_cast<i32>(p.x), p.y, p.z) / exact(p), 1, 0.1)
+          << thickness << " " << angle << " " << p.x;
+    const Vec3d behind = box.axis[0] * -(9.5 + thickness);
+    EXPECT_NEAR(rig.U(static_cast<i32>(behind.x), behind.y, 0.5) / exact(-behind), 0, 0.05)
+        << thickness << " " << angle;
+  }
+}
+
 TEST(ContainerSides, CellsThatAreGainedGoOnWithTheFlow) {
   SidesRig rig;
   rig.Expand(7);
@@ -228,6 +268,40 @@ TEST(ContainerSides, WhatPushesAllOfTheGasLeavesAClosedBoxAtRest) {
     // Without the gas outside it would fall by 0.4 m/s in each of the steps.
     EXPECT_LT(std::sqrt(rig.gas->mFlow.MeasureMaxSpeedSq()), 1e-3) << floor;
   }
+}
+
+// Whatever stands in the container, in its sides and beyond them, and however it is turned.
+TEST(ContainerSides, GasRestsBesideSolidsThatCrossThem) {
+  constexpr i32 kHalf = 20;
+  const Vec3d middle{kHalf, kHalf, kHalf};
+  const auto solid = [&](const Vec3d& at, const Vec3d& size, double aboutZ, double aboutY) {
+    return std::make_unique<MeshSolid>(TurnedBox(middle + at, size, aboutZ, aboutY, kCellSize).mesh,
+                                       kCellSize);
+  };
+  constexpr double kQuarter = std::numbers::pi / 2;
+  std::vector<std::vector<std::unique_ptr<MeshSolid>>> cases(6);
+  cases[0].push_back(solid({0, -4.3, 0}, {0, 70, 70}, kQuarter, 0));         // a sheet, level
+  cases[1].push_back(solid({0, -5.5, 0}, {0, 70, 70}, kQuarter + 0.09, 0));  // and not quite
+  cases[2].push_back(solid({0, -8, 0}, {0, 70, 70}, 1.1, 0.4));
+  cases[3].push_back(solid({8, 0, 0}, {12, 3, 9}, 0.35, 0.2));    // a block in a side
+  cases[4].push_back(solid({0, -10, 0}, {70, 6, 70}, 0.2, 0.3));  // a floor on the slant
+  cases[5].push_back(solid({9, 2, 0}, {12, 3, 9}, 0.6, 0));       // all kinds
+  cases[5].push_back(solid({-9, 3, 2}, {0, 12, 12}, 1.2, 0.3));
+  cases[5].push_back(solid({0, -9, 0}, {70, 5, 70}, 0.14, 0.2));
+  for (const i32 openTop : {0, 1})
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+      SidesRig rig(1, kHalf);
+      rig.Walls(1, 1, 1, 1 - openTop, 1, 1);
+      rig.Add("force_gravity", "gravity");
+      for (i32 step = 0; step < 3; ++step) {
+        rig.SetUp();
+        rig.Fit(middle - Vec3d{5, 3, 5}, middle + Vec3d{5.0 + step, 5, 5});
+        rig.gas->mFlow.mBoundary.mObstacles.clear();
+        for (const auto& one : cases[i]) rig.gas->mFlow.mBoundary.mObstacles.push_back(one.get());
+        for (const i32 stage : {kEmitters, kForcesEmission, kPressure, kFlip}) rig.RunGas(stage);
+      }
+      EXPECT_LT(rig.MaxSpeed(), 1e-6) << i << " " << openTop;
+    }
 }
 
 TEST(ContainerSides, NothingDependsOnTheNumberOfWorkers) {
