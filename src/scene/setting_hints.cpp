@@ -19,6 +19,7 @@
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
 #include "fluids/particles/kernel.h"
+#include "fluids/solvers/fluid_solver.h"
 #include "fluids/surfaces/implicit_mesher.h"
 #include "framework/duration.h"
 #include "framework/server_rows.h"
@@ -43,6 +44,7 @@ class SettingHints : public HintBase {
       CheckWithoutValue(*node);
       CheckStrength(*node);
       if (IsA<Duration>(*node)) CheckWindow(*node);
+      if (IsA<FluidSolver>(*node)) CheckPadding(*node);
       if (IsA<GridEmissionSettings>(*node)) CheckSort(*node);
       if (IsA<ChannelValue>(*node)) CheckSortOfValue(*node);
       if (IsA<EmissionRate>(*node)) CheckSortOfRate(*node);
@@ -220,6 +222,17 @@ class SettingHints : public HintBase {
                       "it never opens",
                       NameOf(duration, row), start, frames),
           row);
+  }
+
+  /// Padding that free sides have no use for.
+  void CheckPadding(const BaseNode& gas) {
+    constexpr i32 row = FluidSolver::kPaddingRow, sides = FluidSolver::kSidesRow;
+    if (Whole(gas, sides) != 0 || Whole(gas, row) >= FluidSolver::kLeastPadding) return;
+    Note(gas,
+         fmt::format("'{}' counts as {}: with less, smoke passes the free sides of the container; "
+                     "with 'walls' as '{}' any number counts",
+                     NameOf(gas, row), FluidSolver::kLeastPadding, NameOf(gas, sides)),
+         row);
   }
 
   /// Windows without strength, and pauses that nothing follows.

@@ -4,9 +4,11 @@
 #include "cli/run_folder.h"
 #include "scene/scene_file.h"
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace MELDO_GLOBAL::app {
 namespace {
@@ -76,6 +78,14 @@ TEST(SettingHints, WhatHasNoStrengthIsNoted) {
                              { "keys": [[0, 0], [3, 1]] } } },)"),
               IsEmpty())
       << "it comes later";
+  const auto withPadding = [](const std::string& more) {
+    return ToldWith(R"({ "type": "fluid", "name": "n", "parameters": { "padding_cells": 1)" + more +
+                    " } },");
+  };
+  EXPECT_THAT(withPadding(""),
+              Contains(HasSubstr("'padding_cells' counts as 2: with less, smoke")));
+  EXPECT_THAT(withPadding(R"(, "container_sides": "walls")"),
+              Not(Contains(HasSubstr("padding_cells"))));
 }
 
 TEST(SettingHints, PointsThatBringNothingAreAWarning) {

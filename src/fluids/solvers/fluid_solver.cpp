@@ -75,8 +75,9 @@ const ParameterTable& FluidSolver::Parameters() {
           .AcceptsAny({kListForces, kCategoryGrid})
           .AllWhenAbsent()
           .To(&GasSettings::forces),
-      LongRow(1009, "padding_cells", 5, "cells",
-              "free air round the smoke: more of it lets eddies form unhindered, at a cost")
+      LongRow(kPaddingRow, "padding_cells", 5, "cells",
+              "free air round the smoke: more of it lets eddies form unhindered, at a cost; fewer "
+              "than 2 count as 2 where 'container_sides' are free, or smoke would pass them")
           .AtLeast(0)
           .To(&GasSettings::paddingCells),
       VectorRow(kBoxSizeRow, "box_size", {500, 500, 500}, "host",
@@ -102,7 +103,7 @@ const ParameterTable& FluidSolver::Parameters() {
       WallRow(kWallRows[5], "wall_high_z",
               "closed keeps smoke in at the box's high z side, open lets it out there")
           .To(&GasSettings::wallHighZ),
-      LongRow(1310, "container_sides", 0, "",
+      LongRow(kSidesRow, "container_sides", 0, "",
               "inside of the box the cells follow the smoke: free lets the gas beyond them move as "
               "in the whole box, walls ends the gas there as at the box's own sides")
           .Choices({{0, "free"}, {1, "walls"}})
@@ -326,7 +327,7 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
     Deactivate(kDryReason);
     return;
   }
-  const double padding = paddingCells;
+  const double padding = HasSurroundings() ? std::max(paddingCells, kLeastPadding) : paddingCells;
   for (int a = 0; a < 3; ++a) {
     from[a] = std::max(lo[a], from[a] - padding);
     to[a] = std::min(hi[a], to[a] + padding);

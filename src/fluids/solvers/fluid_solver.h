@@ -43,7 +43,10 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   static constexpr i32 kForcesRow = 1008, kDensityChannelRow = 1000, kBoxSizeRow = 1010,
-                       kBoxOffsetRow = 1028, kLinearSolverRow = 1020;
+                       kBoxOffsetRow = 1028, kLinearSolverRow = 1020, kPaddingRow = 1009,
+                       kSidesRow = 1310;
+  /// Cells of padding inside of free sides: what moves a cell in a step stays in.
+  static constexpr i32 kLeastPadding = 2;
   static constexpr i32 kWallRows[] = {1011, 1012, 1013, 1014, 1015, 1016};
   /// Why it rests where nothing is in its box.
   static constexpr const char* kDryReason =

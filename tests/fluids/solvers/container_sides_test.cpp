@@ -243,6 +243,19 @@ TEST(ContainerSides, WallsThatCrossThemPartTheGas) {
   }
 }
 
+TEST(ContainerSides, FreeOnesStandTwoCellsOffWhatMoves) {
+  for (const i32 sides : {0, 1})
+    for (const i32 padding : {0, 1, 2, 3}) {
+      SidesRig rig;
+      rig.gasNode->Set(FluidSolver::kPaddingRow, padding);
+      rig.gasNode->Set(FluidSolver::kSidesRow, sides);
+      rig.SetUp();
+      rig.Fit({50, 50, 50}, {60, 60, 60});
+      const i32 cells = sides == 0 ? std::max(padding, 2) : padding;
+      EXPECT_EQ(rig.gas->mFlow.GetLayout()->dims.x, 10 + 2 * cells) << padding << " " << sides;
+    }
+}
+
 TEST(ContainerSides, CellsThatAreGainedGoOnWithTheFlow) {
   SidesRig rig;
   rig.Expand(7);
