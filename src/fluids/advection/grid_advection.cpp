@@ -107,6 +107,8 @@ void GridAdvection::Reset() {
   iObject::Reset();
   mConservative.Release();
   mWatch.Reset();
+  mSolidWatch.Reset();
+  mHasToldSolids = false;
   mWarnings.clear();
   mIsBooking = mIsStirred = mMetMover = false;
   mOwed = 0;
@@ -287,8 +289,9 @@ void GridAdvection::Evaluate(const EvaluationThreadData& block) {
 void GridAdvection::Persist(StateArchive& archive) {
   iObject::Persist(archive);
   mConservative.Persist(archive);
-  archive(mMetMover, mOwed);
+  archive(mMetMover, mOwed, mHasToldSolids);
   mWatch.Persist(archive);
+  mSolidWatch.Persist(archive);
 }
 
 bool GridAdvection::IsOnFlow(const EGrid<double>& grid) const {

@@ -84,6 +84,8 @@ class GridAdvection : public iObject, public FieldCarrier {
   bool IsTotalKnown() const;
   /// Books what the step did to the target, and tells of a drift that lasts.
   void BookMove();
+  double ShareOfSolids(double drift) const;
+  void WarnOfSolids(double share);
   void WarnOfDrift(double share);
   /// How far cells that a solid covers look for takers, in cells.
   i32 HandOverReach() const;
@@ -140,7 +142,8 @@ class GridAdvection : public iObject, public FieldCarrier {
   double mLeft = 0, mTrapped = 0;
   double mGain = 0;  ///< of cells that are open, in a move along paths: what they get from covered
                      ///< ones, less what left ones were given to begin with
-  DriftWatch mWatch;
+  DriftWatch mWatch, mSolidWatch;  ///< of the move, and of what solids cover and leave
+  bool mHasToldSolids = false;
   std::vector<std::string> mWarnings;
 };
 

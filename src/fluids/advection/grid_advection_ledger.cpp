@@ -108,15 +108,28 @@ void GridAdvection::BookMove() {
   // What paths bring out of solids wasn't trapped there.
   const double fetched = IsConservative() ? 0 : std::clamp(drift, 0.0, std::max(mTrapped, 0.0));
   drift -= fetched;
+  const double solids = ShareOfSolids(drift);
+  drift -= solids;
   Owe(drift, std::max(before, account.Size()));
   account.mLedger.left += mLeft;
-  account.mLedger.trapped += mTrapped - fetched;
+  account.mLedger.trapped += mTrapped - fetched - solids;
   account.mLedger.drift += drift;
-  const auto share = mWatch.Add({.seconds = mTime->stepDuration,
-                                 .drift = drift,
-                                 .given = account.TakeGiven(),
-                                 .there = std::max(before, account.Size())});
+  DriftWatch::Step step{.seconds = mTime->stepDuration,
+                        .drift = drift,
+                        .given = account.TakeGiven(),
+                        .there = std::max(before, account.Size())};
+  const auto share = mWatch.Add(step);
+  step.drift = solids;
+  const auto bySolids = mSolidWatch.Add(step);
+  if (bySolids && !std::exchange(mHasToldSolids, true)) WarnOfSolids(*bySolids);
   if (share && !std::exchange(account.mHasWarned, true)) WarnOfDrift(*share);
+}
+
+/// Where all air holds something, paths keep values, not amounts: what a solid covers is gone with
+/// its volume, and what it leaves fills up with what is around.
+double GridAdvection::ShareOfSolids(double drift) const {
+  if (IsConservative() || HoldsAmount()) return 0;
+  return std::clamp(-mGain, std::min(drift, 0.0), std::max(drift, 0.0));
 }
 
 /// Limits leave a correction less room than what paths make too much, where gas speeds up: what
@@ -135,6 +148,16 @@ std::string_view WordFor(i32 row, i32 value) {
   return {};
 }
 }  // namespace
+
+void GridAdvection::WarnOfSolids(double share) {
+  mWarnings.push_back(
+      fmt::format("\"{}\" {} {:.2g} % a second at {:.3g} s by moving obstacles that {}, as all air "
+                  "holds some of "
+                  "it; '{}' as 'scheme' keeps the total instead",
+                  mScalarTarget->mName, share > 0 ? "gains" : "loses", std::abs(100 * share),
+                  mTime->elapsed, share > 0 ? "leave room to the gas" : "take room from the gas",
+                  WordFor(kSchemeRow, static_cast<i32>(AdvectionScheme::Conservative))));
+}
 
 void GridAdvection::WarnOfDrift(double share) {
   const auto scheme = [](AdvectionScheme s) { return WordFor(kSchemeRow, static_cast<i32>(s)); };

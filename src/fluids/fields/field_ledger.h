@@ -15,7 +15,7 @@ struct FieldLedger {
   double burnt = 0;       ///< what operators took away in all
   double left = 0;        ///< through open sides, less what came in there
   double trimmed = 0;     ///< below or above the range
-  double trapped = 0;     ///< in solids, without a way out
+  double trapped = 0;     ///< in solids, without a way out; below 0, where these left room
   double handedOver = 0;  ///< what moving solids pushed to other cells; changes no total
   double drift = 0;       ///< what moving it added, and nothing else explains
   double total = 0;       ///< that there is at the end
