@@ -48,11 +48,13 @@ const ParameterTable& Force_Buoyancy::Parameters() {
       VectorRow(kDirectionRow, "direction", {0, 1, 0}, "none",
                 "which way hot gas goes, in world axes")
           .To(&Force_Buoyancy::mUpwards),
-      RealRow(kTemperatureRow, "temperature_coefficient", 0.0015, "m/s^2/K",
-              "how wildly hot gas rises, per degree above the channel's minimum")
+      RealRow(kTemperatureRow, "temperature_coefficient", 0.0015, "0.5 m/s^2/K",
+              "how wildly hot gas rises, per degree above the channel's minimum: it gains half of "
+              "this number")
           .To(&Force_Buoyancy::mTemperatureCoefficient),
-      RealRow(kDensityRow, "density_coefficient", -0.008, "m/s^2",
-              "how smoke moves by its own weight: negative sinks, positive rises")
+      RealRow(kDensityRow, "density_coefficient", -0.008, "0.5 m/s^2",
+              "how smoke moves by its own weight: negative sinks, positive rises; a density of 1 "
+              "gives half of this number")
           .To(&Force_Buoyancy::mDensityCoefficient),
       LinkRow(1009, "duration", "lifts only inside this time window", {Duration::Kind().id})
           .To(&Force_Buoyancy::mDuration),
@@ -71,7 +73,8 @@ void Force_Buoyancy::ClearLinks() {
 }
 
 bool Force_Buoyancy::PrepareForce() {
-  if (!mTemperature) return Deactivate("it has no temperature channel; name one under 'temperature_channel'");
+  if (!mTemperature)
+    return Deactivate("it has no temperature channel; name one under 'temperature_channel'");
   if (mTime->stepDuration == 0) return Deactivate(kNoStepReason);
   const GridLayout& layout = *mFlow->GetLayout();
   if (!mT.Bind(mTemperature->GetGrid(0), layout))
@@ -79,7 +82,7 @@ bool Force_Buoyancy::PrepareForce() {
   mD1.Bind(mDensity1 ? mDensity1->GetGrid(0) : nullptr, layout);
   mD2.Bind(mDensity2 ? mDensity2->GetGrid(0) : nullptr, layout);
   mColdest = mTemperature->GetGrid(0)->mRangeMin;
-  mUp = mUpwards * (0.5 * mTime->stepDuration);
+  mUp = mUpwards * (kShare * mTime->stepDuration);
   return true;
 }
 

@@ -6,7 +6,8 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Warm gas rises, laden gas sinks: lift in proportion to temperature and density (Fedkiw, Stam,
-/// Jensen 2001, equation 8), along a direction of choice.
+/// Jensen 2001, equation 8), along a direction of choice. With coefficients a and b a cell gains
+/// (a (T - Tmin) + b rho) / 2 metres a second in each second: their unit is half an acceleration.
 class Force_Buoyancy : public ForceOf<Force_Buoyancy> {
  public:
   using ForceOf::ForceOf;
@@ -41,6 +42,8 @@ class Force_Buoyancy : public ForceOf<Force_Buoyancy> {
   ScalarField* mDensity1 = nullptr;
   ScalarField* mDensity2 = nullptr;
   Vec3d mUp{};  ///< lift of a unit of temperature with a coefficient of 1, in this step
+  static constexpr double kShare = 0.5;  ///< of an acceleration that is a coefficient's unit
+
   double mTemperatureCoefficient = 0;
   double mDensityCoefficient = 0;
   double mColdest = 0;       ///< lower limit of the temperature channel
