@@ -1,6 +1,7 @@
 #include "framework/duration.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "framework/node_kind.h"
 #include "framework/scene.h"
@@ -77,8 +78,10 @@ bool Duration::ReadParameters() {
   return true;
 }
 
+double Duration::Hair() const { return 1e-6 * (mScene ? mScene->mClock.frameTime : 1e-3); }
+
 bool Duration::WindowAt(double time, double& windowStart) const {
-  const double t = time + 1e-6 * (mScene ? mScene->mClock.frameTime : 1e-3);
+  const double t = time + Hair();
   windowStart = start;
   if (length <= 0) return start <= t;
   if (t >= start && t < start + length) return true;
@@ -104,6 +107,63 @@ bool Duration::Weight(double time, double& weight) const {
     weight = spline ? spline->Evaluate(u) : 1 - u;
   }
   return true;
+}
+
+/// By Gauss's rule with three points from knot to knot, exact for the cubics of a curve.
+double Duration::MeanOfCurve(double from, double to) const {
+  if (!spline) return 1 - 0.5 * (from + to);
+  const double first = spline->Evaluate(from), at = std::sqrt(0.6);
+  double sum = 0, begin = from;
+  const auto add = [&](double end) {
+    const double middle = 0.5 * (begin + end), half = 0.5 * (end - begin);
+    const auto rise = [&](double x) { return spline->Evaluate(x) - first; };
+    sum +=
+        half / 9 * (8 * rise(middle) + 5 * (rise(middle - at * half) + rise(middle + at * half)));
+    begin = end;
+  };
+  for (const auto& knot : spline->knots)
+    if (knot.x > begin && knot.x < to) add(knot.x);
+  add(to);
+  return first + sum / (to - from);
+}
+
+bool Duration::MeanWeight(double time, double step, double& weight) const {
+  constexpr double kMostWindows = 1000;  // in a step; of more the mean is taken
+  if (!(step > 0)) return Weight(time, weight);
+  const double hair = Hair(), end = time + step, period = length + pause;
+  const auto shareOf = [&](double open) { return open >= step - hair ? 1.0 : open / step; };
+  if (length <= 0) {
+    const double open = end - std::max(time, start);
+    if (open <= hair) return false;
+    weight *= shareOf(open);
+    return true;
+  }
+  const bool comesBack = repeats > 0 && period > 0;
+  const double width = comesBack ? std::min(length, period) : length;
+  if (comesBack && step > kMostWindows * period) {
+    const double open = std::min(end, start + (repeats + 1.0) * period) - std::max(time, start);
+    if (open <= hair) return false;
+    weight = shareOf(open) * width / period * MeanOfCurve(0, width / length);
+    return true;
+  }
+  double sum = 0;
+  bool isOpen = false;
+  const double first = comesBack ? std::floor((time - start) / period) : 0;
+  for (double k = std::max(first, 0.0); k <= (comesBack ? repeats : 0); ++k) {
+    const double begin = comesBack ? start + k * period : start;
+    if (begin >= end) break;
+    const double from = std::max(time, begin), to = std::min(end, begin + width);
+    if (to - from <= hair) continue;
+    isOpen = true;
+    sum += shareOf(to - from) * MeanOfCurve((from - begin) / length, (to - begin) / length);
+  }
+  if (isOpen) weight = sum;
+  return isOpen;
+}
+
+bool Duration::MeanWeight(const SceneTime& time, double& weight) const {
+  if (!time.IsUnderWay() && !IsActive(time.elapsed)) return false;
+  return MeanWeight(time.elapsed, time.stepDuration, weight);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

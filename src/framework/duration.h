@@ -24,6 +24,16 @@ class Duration : public iBase {
   /// or without a curve fades from 1 to 0.
   bool Weight(double time, double& weight) const;
 
+  /// What a source that gives by the second takes its rate times in the step from `time` on: the
+  /// mean of the weight over the step, 0 wherever the window is closed. So the sum over all steps
+  /// doesn't depend on their lengths. Windows without a length, and ends that are off by a
+  /// millionth of a frame, are as above; without a step it is `Weight`. False when the window is
+  /// closed throughout.
+  bool MeanWeight(double time, double step, double& weight) const;
+  /// The same for the step that the clock `time` stands in: no time passes in the start frame, so
+  /// what opens later than it begins isn't open in it.
+  bool MeanWeight(const SceneTime& time, double& weight) const;
+
   double start = 0;    ///< seconds
   double length = 25;  ///< seconds
   double pause = 25;   ///< seconds between windows
@@ -36,6 +46,10 @@ class Duration : public iBase {
 
   /// The start of the open window at `time`; false when none is open.
   bool WindowAt(double time, double& windowStart) const;
+  /// How far times may be off, seconds.
+  double Hair() const;
+  /// The mean of the curve over a part of the window, in shares of its length.
+  double MeanOfCurve(double from, double to) const;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

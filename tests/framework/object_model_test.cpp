@@ -125,6 +125,44 @@ TEST_F(DurationTest, RepeatsWithPauses) {
   EXPECT_DOUBLE_EQ(weight, 2);
 }
 
+TEST_F(DurationTest, GivesAsMuchInStepsOfAnyLength) {
+  Read();
+  duration.start = 0.03;
+  duration.length = 0.05;
+  duration.pause = 0.02;
+  const auto given = [&](double step) {
+    double sum = 0;
+    for (i32 i = 0; i * step < 0.5; ++i)
+      if (double weight = 1; duration.MeanWeight(i * step, step, weight)) sum += weight * step;
+    return sum;
+  };
+  host::SplineData flat, peak;
+  flat.knots = {{0, 1}, {1, 1}};
+  peak.knots = {{0, 0}, {0.3, 2}, {1, 0.5}};
+  for (const i32 repeats : {0, 2}) {
+    duration.repeats = repeats;
+    duration.spline = &flat;
+    for (const double step : {0.1, 0.04, 0.04 / 3, 0.0037})
+      EXPECT_NEAR(given(step), 0.05 * (repeats + 1), 1e-9) << step;
+    for (const bool hasCurve : {false, true}) {
+      duration.spline = hasCurve ? &peak : nullptr;
+      const double fine = given(0.0007);
+      for (const double step : {0.1, 0.04, 0.04 / 3}) EXPECT_NEAR(given(step), fine, 1e-9) << step;
+    }
+  }
+  // Inside of the window it is what it was, to the bit, and a step that ends with it has all of it.
+  duration.spline = &flat;
+  double weight = 0;
+  EXPECT_TRUE(duration.MeanWeight(0.03 + 1e-12, 0.01 + 0.04, weight));
+  EXPECT_EQ(weight, 1);
+  EXPECT_FALSE(duration.MeanWeight(0.03 - 0.01, 0.01 + 1e-12, weight));
+  // More windows than there is time for are an even flow.
+  duration.length = duration.pause = 1e-9;
+  duration.repeats = 2000000000;
+  EXPECT_TRUE(duration.MeanWeight(1, 0.04, weight));
+  EXPECT_NEAR(weight, 0.5, 1e-6);
+}
+
 TEST_F(DurationTest, CountsFramesOnRequest) {
   Read();
   node.Set(1008, i32{1});

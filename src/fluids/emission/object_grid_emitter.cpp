@@ -106,8 +106,7 @@ void ObjectGridEmitter::Prepare() {
   if (!IsDirty()) return;
   mTargets.clear();
   if (!mVolume) return void(Deactivate("it has no volume; name one under 'volume'"));
-  if (mPairs.empty())
-    return void(Deactivate("it has no channels; name some under 'channels'"));
+  if (mPairs.empty()) return void(Deactivate("it has no channels; name some under 'channels'"));
   mMembers.clear();
   mVolume->CollectMembers(mMembers);
   std::erase_if(mMembers, [](const VolumeBase* member) { return !member->HasGridData(); });
@@ -119,8 +118,10 @@ void ObjectGridEmitter::Prepare() {
     const GridEmissionSettings* settings = mPairs[i]->mSettings;
     if (!settings) continue;
     const Duration* duration = settings->mDuration;
-    const bool runs =
-        !duration || !duration->Has(FLAG_ENABLED) || duration->Weight(mTime->elapsed, mWeights[i]);
+    // What is set, and not given by the second, asks for the window at the start of the step.
+    const bool runs = !duration || !duration->Has(FLAG_ENABLED) ||
+                      (settings->mAbsolute ? duration->Weight(mTime->elapsed, mWeights[i])
+                                           : duration->MeanWeight(*mTime, mWeights[i]));
     if (!runs) mWeights[i] = 0;
     anyRuns = anyRuns || runs;
     if (mWeights[i] != 0) AddTarget(*mPairs[i], mWeights[i]);

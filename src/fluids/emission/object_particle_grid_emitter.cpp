@@ -97,7 +97,7 @@ bool ObjectParticleGridEmitter::ReadParameters() {
 
 bool ObjectParticleGridEmitter::IsDue() const {
   double weight = 1;
-  return mVolume && mSettings && mSettings->IsOpen(mTime->elapsed, weight);
+  return mVolume && mSettings && mSettings->IsOpen(mTime->elapsed, TimeGiven(), weight);
 }
 
 bool ObjectParticleGridEmitter::IsRepeated() const {

@@ -147,11 +147,18 @@ const Mesh* ObjectParticleMeshEmitter::SourceMesh() const {
   return mMesh ? mMesh : volume ? volume->GetMesh() : nullptr;
 }
 
+bool ObjectParticleMeshEmitter::TakesEach() const {
+  return mEveryPoint && (mPointsObject || mFrom != kTriangles);
+}
+
+double ObjectParticleMeshEmitter::TimeGiven() const {
+  return TakesEach() || mSettings->mPerStep ? 0 : mTime->stepDuration;
+}
+
 bool ObjectParticleMeshEmitter::IsDue() const {
   double weight = 1;
-  const bool isEach = mEveryPoint && (mPointsObject || mFrom != kTriangles);
-  return mGroup && mSettings && (isEach || mSettings->GetAmount() > 0) &&
-         mSettings->IsOpen(mTime->elapsed, weight);
+  return mGroup && mSettings && (TakesEach() || mSettings->GetAmount() > 0) &&
+         mSettings->IsOpen(mTime->elapsed, TimeGiven(), weight);
 }
 
 template <class F>

@@ -46,6 +46,9 @@ class ObjectParticleMeshEmitter : public ParticleEmitter {
   bool LooksAtOthers() const override { return mSpacing > 0; }
   const Mesh* SourceMesh() const;
   bool IsDue() const;
+  /// All points give one particle each, whatever the rate.
+  bool TakesEach() const;
+  double TimeGiven() const override;
   /// Calls f(low, high) with the boxes of what it emits on while it is due.
   template <class F>
   void ForEachSourceBox(F&& f) const;

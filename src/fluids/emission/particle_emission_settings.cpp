@@ -71,9 +71,9 @@ void ParticleEmissionSettings::CheckDirty() {
   if (!IsDirty() && (IsDirtyNow(mDuration) || IsDirtyNow(mAlignment))) MarkDirty(false);
 }
 
-bool ParticleEmissionSettings::IsOpen(double time, double& weight) const {
+bool ParticleEmissionSettings::IsOpen(double time, double step, double& weight) const {
   weight = 1;
-  return !mDuration || !mDuration->Has(FLAG_ENABLED) || mDuration->Weight(time, weight);
+  return !mDuration || !mDuration->Has(FLAG_ENABLED) || mDuration->MeanWeight(time, step, weight);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

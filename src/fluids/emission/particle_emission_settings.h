@@ -18,8 +18,9 @@ class ParticleEmissionSettings : public iEmissionSettings {
 
   /// Particles a second, or a step where `mPerStep` is set.
   i32 GetAmount() const { return mRate ? mRate->mWhole : mAmount; }
-  /// Its time window is open at `time` (seconds), with the weight that it has there.
-  bool IsOpen(double time, double& weight) const;
+  /// Its time window is open at `time` (seconds), with the weight that it has there, or in the mean
+  /// over the step of that length from there on.
+  bool IsOpen(double time, double step, double& weight) const;
 
   bool mPerStep = false;
   Duration* mDuration = nullptr;

@@ -69,7 +69,7 @@ bool ParticleEmitter::PrepareEmission() {
   if (!IsParticleKind(mKind)) return Deactivate("there is no such kind of particles");
   if (mGroup->IsCached(mKind)) return Deactivate(kPlayedParticlesReason);
   if (mTime->stepDuration <= 0) return Deactivate(kNoStepReason);
-  if (!mSettings->IsOpen(mTime->elapsed, mWeight)) return Deactivate(kClosedReason);
+  if (!mSettings->IsOpen(mTime->elapsed, TimeGiven(), mWeight)) return Deactivate(kClosedReason);
   FillTemplate();
   mHandler.Begin(*mSettings, StepSeed(*this));
   return true;

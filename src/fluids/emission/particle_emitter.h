@@ -41,6 +41,8 @@ class ParticleEmitter : public ObjectVolume {
   bool PrepareEmission();
   /// Whether `births` particles have room; false, and inactive, where they haven't.
   bool HasRoom(double births);
+  /// How much time its rate is taken times in a step; 0 for one that doesn't give by the second.
+  virtual double TimeGiven() const { return 0; }
   /// Whether it asks how near other particles of its kind are.
   virtual bool LooksAtOthers() const = 0;
   /// Runs the enabled constraints at a point.

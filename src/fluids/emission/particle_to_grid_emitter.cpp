@@ -78,7 +78,9 @@ void ParticleToGridEmitter::ExpandBoundsWithin(const Vec3d& low, const Vec3d& hi
 
 bool ParticleToGridEmitter::TestDuration() {
   mWeight = 1;
-  if (!mDuration || !mDuration->Has(FLAG_ENABLED) || mDuration->Weight(mTime->elapsed, mWeight))
+  if (!mDuration || !mDuration->Has(FLAG_ENABLED) ||
+      (mPerSecond ? mDuration->MeanWeight(*mTime, mWeight)
+                  : mDuration->Weight(mTime->elapsed, mWeight)))
     return true;
   mWeight = 0;
   return false;
