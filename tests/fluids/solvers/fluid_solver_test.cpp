@@ -54,6 +54,7 @@ TEST(FluidSolverBounds, WithoutContentInTheBoxTheSolverHasNoGrids) {
   EXPECT_TRUE(rig.gas->Has(FLAG_ACTIVE));
   // A point of content still gives cells.
   rig.gasNode->Set(1009, i32{0});
+  rig.gasNode->Set(FluidSolver::kSidesRow, i32{1});
   EXPECT_EQ(DimsAfterFit(rig, {5, 5, 5}, {5, 5, 5}), (VecInt3D{2, 2, 2}));
   rig.scene->mTime.stepDuration = 0;
   EXPECT_EQ(DimsAfterFit(rig, {0, 0, 0}, {10, 10, 10}), (VecInt3D{}));
@@ -72,6 +73,7 @@ TEST(FluidSolverBounds, ALatticeThatDoesNotRoundNeverDrifts) {
   for (const double h : {0.1, 0.035, 0.2, 1.0 / 3, 0.07}) {
     GasRig rig({60, 60, 60}, h);
     rig.gasNode->Set(1009, i32{0});
+    rig.gasNode->Set(FluidSolver::kSidesRow, i32{1});
     const VecInt3D dims = DimsAfterFit(rig, {7, 8, 9}, {50, 51, 52});
     EXPECT_EQ(dims, (VecInt3D{43, 43, 43})) << h;
     const GridLayout first = *rig.gas->mFlow.GetLayout();

@@ -60,6 +60,7 @@ struct Boxes {
     Make("fluid", name,
          {{"box_size", Vec3d{100, 140, 100}},
           {"padding_cells", padding},
+          {"container_sides", padding < FluidSolver::kLeastPadding ? 1 : 0},
           {"linear_solver", 0},
           {"forces", InExcludeData{{{nodes.at("lift")->Id(), 0}}}}})
         .SetPlacement({x - 50, up, -50}, {}, {1, 1, 1});
