@@ -25,6 +25,8 @@ class ScenePart {
   virtual void BeginStep(Scene& /*scene*/) {}
   /// Stage 3 of every step, before the objects of the stage: bodies move, then meshes follow.
   virtual void Advance(Scene& /*scene*/) {}
+  /// Stage 3 of every step, behind the objects of the stage: bodies for meshes that have come.
+  virtual void FollowVolumes(Scene& /*scene*/) {}
   /// Back to the state at the start of a simulation.
   virtual void Reset() {}
   /// Every evaluation, when the scene has read its scale and cells.

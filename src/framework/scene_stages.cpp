@@ -39,6 +39,8 @@ bool SulvaScene::Simulate(bool refresh) {
     } else {
       if (stage == kVolumes && !refresh) ForEachPart([&](ScenePart& part) { part.Advance(*this); });
       if (!RunStage(stage, refresh)) return false;
+      if (stage == kVolumes && !refresh)
+        ForEachPart([&](ScenePart& part) { part.FollowVolumes(*this); });
     }
   }
   return !IsCancelled();

@@ -18,6 +18,9 @@ enum Row : i32 {
   kGravity = 1012,
   kTimeScale = 1013,
   kRenderCellSize = 1015,
+  kRigidIterations = 1300,
+  kRigidSubsteps = 1301,
+  kBroadphase = 1302,
   // A viewport's, and how the iso density of particles is measured: see `ParticleIsoDensity`.
   kIsoKernel = 1400,
   kShowStatistics = 1401,

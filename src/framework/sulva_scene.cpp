@@ -80,7 +80,7 @@ const ParameterTable& SulvaScene::Parameters() {
               "slow motion below 1, fast motion above; 0 or less freezes the picture")
           .To(&SceneSettings::timeScale),
       VectorRow(server_row::kGravity, "gravity", {0, -9.81, 0}, "m/s^2",
-                "pulls particles that fly; smoke rises and sinks by its own forces")
+                "pulls particles that fly and rigid bodies; fluids rise and sink by their own forces")
           .To(&SceneSettings::gravity),
       LongRow(1014, "seed", 2150, "",
               "start of everything random: another one gives a sister of the same shot")
@@ -102,17 +102,18 @@ const ParameterTable& SulvaScene::Parameters() {
               "most processor cores to use, 0 for all; the picture is the same with any number")
           .Range(0, kMaxWorkers)
           .To(&SceneSettings::threadLimit),
-      LongRow(1300, "rigid_iterations", 10, "",
+      LongRow(server_row::kRigidIterations, "rigid_iterations", 10, "",
               "how hard stacks of rigid bodies are kept from sinking into each other")
-          .AtLeast(1)
-          .Kept(),
-      LongRow(1301, "rigid_substeps", 10, "",
+          .AtLeast(1),
+      LongRow(server_row::kRigidSubsteps, "rigid_substeps", 10, "",
               "how finely rigid bodies move: raise it where fast ones pass through walls")
           .AtLeast(1)
-          .To(&SceneSettings::rigidSubsteps)
-          .Kept(),
-      LongRow(1302, "rigid_mode", 0, "", "an option of the rigid world; kept with the scene")
-          .Kept(),
+          .To(&SceneSettings::rigidSubsteps),
+      LongRow(server_row::kBroadphase, "rigid_mode", 0, "",
+              "how bodies that are near each other are found: a tree suits all, the sweeps worlds "
+              "in which little moves")
+          .Choices({{0, "tree"}, {1, "sweep"}, {2, "wide_sweep"}})
+          .OrNumbers(),
       LinkRow(server_row::kIsoKernel, "iso_kernel",
               "how particles weigh their neighbours where their usual density is measured")
           .AcceptsAny({kListAuxiliary, 0})

@@ -58,6 +58,18 @@ struct MeshRecord {
   double volume = 0;  ///< that it encloses
 };
 
+/// A rigid body that moves or could, at the end of a frame. Simulation units.
+struct BodyRecord {
+  std::string name;  ///< of the object that it moves
+  double mass = 0;   ///< kg; 0 where keys move it
+  Vec3d position{};  ///< of its centre of mass
+  std::array<double, 4> rotation{0, 0, 0, 1};  ///< x y z w, of the object's axes
+  Vec3d linearVelocity{}, angularVelocity{};   ///< per second
+  Vec3d fluidForce{}, fluidTorque{};  ///< of the last step, N and N m, about the centre of mass
+  i64 contacts = 0;                   ///< places at which it touches others
+  bool isAsleep = false;
+};
+
 struct FrameRecord {
   i32 frame = 0;
   double elapsed = 0;         ///< simulated seconds
@@ -73,6 +85,7 @@ struct FrameRecord {
   std::vector<SolverRecord> solvers;
   std::vector<ParticlesRecord> particles;
   std::vector<MeshRecord> meshes;
+  std::vector<BodyRecord> bodies;
   std::vector<std::string> warnings;  ///< what began in this frame and most likely isn't meant
 
   /// Cells of the largest grid.

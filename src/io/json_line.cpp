@@ -67,6 +67,13 @@ JsonLine& JsonLine::Number(i64 value) {
   return *this;
 }
 
+JsonLine& JsonLine::Bool(bool value) {
+  Separate();
+  mText += value ? "true" : "false";
+  mNeedsComma = true;
+  return *this;
+}
+
 JsonLine& JsonLine::Text(std::string_view text) {
   Separate();
   Quote(text);

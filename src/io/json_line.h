@@ -18,6 +18,7 @@ class JsonLine {
   JsonLine& Number(double value);
   JsonLine& Number(f32 value);
   JsonLine& Number(i64 value);
+  JsonLine& Bool(bool value);
   JsonLine& Text(std::string_view text);
   JsonLine& Vector(const Vec3d& v);
   JsonLine& Vector(const VecInt3D& v);

@@ -1,12 +1,15 @@
 #include "io/measure.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
 
+#include "fluids/mesh/multi_mesh.h"
 #include "grids/fixed_blocks.h"
 #include "io/field.h"
 #include "io/mesh_table.h"
+#include "rigid/rigid_body_variational.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -293,6 +296,53 @@ MeshRecord MeasureMesh(const MeshTable& mesh) {
           .area = measure.area,
           .volume = measure.volume};
 }
+
+namespace {
+
+/// The quaternion x y z w of a turn (Shepperd 1978).
+std::array<double, 4> QuaternionOf(const Matrix& m) {
+  const double d[4] = {m.v1.x, m.v2.y, m.v3.z, m.v1.x + m.v2.y + m.v3.z};
+  const auto largest = std::max_element(d, d + 4) - d;
+  const double a = m.v2.z - m.v3.y, b = m.v3.x - m.v1.z, c = m.v1.y - m.v2.x;
+  const double p = m.v1.y + m.v2.x, q = m.v2.z + m.v3.y, r = m.v3.x + m.v1.z;
+  std::array<double, 4> out{};
+  switch (largest) {
+    case 0: out = {1 + d[0] - d[1] - d[2], p, r, a}; break;
+    case 1: out = {p, 1 + d[1] - d[0] - d[2], q, b}; break;
+    case 2: out = {r, q, 1 + d[2] - d[0] - d[1], c}; break;
+    default: out = {a, b, c, 1 + d[3]};
+  }
+  double length = 0;
+  for (const double part : out) length += part * part;
+  length = std::sqrt(length);
+  for (double& part : out) part /= length;
+  return out;
+}
+
+void MeasureBodies(const Scene& scene, std::vector<BodyRecord>& bodies) {
+  std::vector<Mesh*> meshes;
+  for (const auto& [id, object] : scene.List(kListGeometry)) {
+    meshes.clear();
+    CollectMeshes(object.get(), meshes);
+    for (const Mesh* mesh : meshes) {
+      const auto* body = dynamic_cast<const RigidBody_Variational*>(mesh->GetBody());
+      if (!body || body->IsStatic()) continue;
+      bodies.push_back({.name = mesh->ObjectName(),
+                        .mass = body->Mass(),
+                        .position = body->Pose().centre,
+                        .rotation = QuaternionOf(mesh->BodyRotation()),
+                        .linearVelocity = body->LinearVelocity(),
+                        .angularVelocity = body->AngularVelocity(),
+                        .fluidForce = body->FluidForce(),
+                        .fluidTorque = body->FluidTorque(),
+                        .contacts = static_cast<i64>(body->Contacts().size()),
+                        .isAsleep = body->IsAsleep()});
+    }
+  }
+}
+
+}  // namespace
+
 void MeasureScene(const Scene& scene, const NodeNames& names, FrameRecord& record) {
   for (const auto& [id, channel] : scene.List(kListChannels)) {
     if (!channel->Has(FLAG_ENABLED)) continue;
@@ -319,6 +369,7 @@ void MeasureScene(const Scene& scene, const NodeNames& names, FrameRecord& recor
     record.meshes.push_back(MeasureMesh(TableOf(*mesh, scene.mDomain.worldToSim)));
     record.meshes.back().name = names.Of(id);
   }
+  MeasureBodies(scene, record.bodies);
 }
 
 }  // namespace MELDO_GLOBAL::app

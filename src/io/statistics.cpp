@@ -109,6 +109,19 @@ void FormatMesh(JsonLine& json, const MeshRecord& mesh) {
   json.Key("area").Number(mesh.area).Key("volume").Number(mesh.volume).Close('}');
 }
 
+void FormatBody(JsonLine& json, const BodyRecord& body) {
+  json.Key(body.name).Open('{').Key("mass").Number(body.mass);
+  json.Key("position").Vector(body.position);
+  json.Key("rotation").Open('[');
+  for (const double part : body.rotation) json.Number(part);
+  json.Close(']');
+  json.Key("linear_velocity").Vector(body.linearVelocity);
+  json.Key("angular_velocity").Vector(body.angularVelocity);
+  json.Key("fluid_force").Vector(body.fluidForce).Key("fluid_torque").Vector(body.fluidTorque);
+  json.Key("contacts").Number(body.contacts);
+  json.Key("asleep").Bool(body.isAsleep).Close('}');
+}
+
 void FormatWarnings(JsonLine& json, const std::vector<std::string>& warnings) {
   json.Key("warnings").Open('[');
   for (const std::string& warning : warnings) json.Text(warning);
@@ -135,7 +148,9 @@ std::string FormatFrame(const FrameRecord& record) {
   json.Close('}');
   json.Key("particles").Open('{');
   for (const ParticlesRecord& group : record.particles) FormatParticles(json, group);
-  json.Close('}').Key("bodies").Open('{').Close('}');
+  json.Close('}').Key("bodies").Open('{');
+  for (const BodyRecord& body : record.bodies) FormatBody(json, body);
+  json.Close('}');
   json.Key("meshes").Open('{');
   for (const MeshRecord& mesh : record.meshes) FormatMesh(json, mesh);
   json.Close('}');

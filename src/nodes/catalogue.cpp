@@ -48,6 +48,7 @@
 #include "fluids/volume/volume_mesh.h"
 #include "framework/duration.h"
 #include "nodes/with_kinds.h"
+#include "rigid/bullet_world.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -227,6 +228,7 @@ SulvaScene::ObjectFactory NodeFactory() {
 std::unique_ptr<SulvaScene> CreateScene(BaseNode& server) {
   auto scene = std::make_unique<SulvaScene>(&server, NodeFactory());
   scene->mParts.Add(std::make_unique<ParticleIsoDensity>());
+  scene->mParts.Add(std::make_unique<BulletWorld>());
   return scene;
 }
 

@@ -23,50 +23,50 @@ const ParameterTable& Rows() {
       RealRow(2002, "mass", 0.0, "kg",
               "how hard the body is to push, with mass_mode given; 0 keeps it where it is")
           .AtLeast(0)
-          .Kept(),
+          .To(&ObstacleSettings::mass),
       RealRow(2003, "density", 100.0, "kg/m^3",
               "weight of its material, with mass_mode from_density: a light one is blown away")
           .AtLeast(0)
-          .Kept(),
+          .To(&ObstacleSettings::density),
       RealRow(2004, "linear_velocity_transfer", 1.0, "none",
               "how much a moving obstacle pushes the gas: 0 lets it pass like a ghost's wall")
-          .Kept(),
+          .To(&ObstacleSettings::linearTransfer),
       RealRow(2005, "angular_velocity_transfer", 1.0, "none",
               "how much a turning obstacle stirs the gas")
-          .Kept(),
-      BoolRow(2006, "ghost", false, "other bodies pass through it").Kept(),
+          .To(&ObstacleSettings::angularTransfer),
+      BoolRow(2006, "ghost", false, "other bodies pass through it").To(&ObstacleSettings::isGhost),
       RealRow(2007, "linear_sleep_speed", 0.1, "m/s",
               "slower than this, a body comes to rest for good")
           .Missing(0.0)
           .AtLeast(0)
-          .Kept(),
+          .To(&ObstacleSettings::linearSleep),
       LongRow(2008, "mass_mode", 0, "", "whether its weight is given or follows from its size")
           .Choices({{0, "given"}, {1, "from_density"}})
-          .Kept(),
+          .To(&ObstacleSettings::massMode),
       RealRow(2009, "linear_damping", 0.0, "none", "how soon a flying body slows down")
           .Range(0, 1)
-          .Kept(),
+          .To(&ObstacleSettings::linearDamping),
       RealRow(2010, "angular_damping", 0.0, "none", "how soon a spinning body slows down")
           .Range(0, 1)
-          .Kept(),
+          .To(&ObstacleSettings::angularDamping),
       RealRow(2011, "collision_margin", 0.04, "host",
               "how far apart bodies look when they touch; negative leaves the choice to the rigid "
               "world")
           .Missing(-0.01)
-          .Kept(),
+          .To(&ObstacleSettings::margin),
       RealRow(2012, "restitution", 0.4, "none",
               "how high it bounces: 0 stays down, 1 comes all the way back")
           .Missing(0.1)
           .AtLeast(0)
-          .Kept(),
+          .To(&ObstacleSettings::restitution),
       RealRow(2013, "friction", 0.3, "none", "how soon it stops when it slides")
           .Missing(0.1)
           .AtLeast(0)
-          .Kept(),
+          .To(&ObstacleSettings::friction),
       RealRow(2014, "rolling_friction", 0.3, "none", "how soon it stops when it rolls")
           .Missing(0.1)
           .AtLeast(0)
-          .Kept(),
+          .To(&ObstacleSettings::rollingFriction),
       LongRow(2015, "direction_mode", 0, "", "kept with the scene; nothing reads it").Kept(),
       VectorRow(2016, "direction", {1, 0, 0}, "none", "kept with the scene; nothing reads it")
           .Kept(),
@@ -74,25 +74,25 @@ const ParameterTable& Rows() {
       LongRow(2018, "direction_space", 0, "", "kept with the scene; nothing reads it").Kept(),
       LinkRow(2019, "centre_object", "an object that marks the point round which the body turns",
               {kMeshObject, kSplineObject, kPointsObject, kLightObject, kCameraObject})
-          .Kept(),
+          .To(&ObstacleSettings::centre),
       RealRow(2020, "angular_sleep_speed", kFiveDegrees, "rad/s",
               "turning slower than this, a body comes to rest for good")
           .Missing(0.0)
           .AtLeast(0)
-          .Kept(),
+          .To(&ObstacleSettings::angularSleep),
       VectorRow(2021, "linear_factor", {1, 1, 1}, "none",
                 "0 holds it in place along an axis, 1 lets it move there")
           .Missing(Vec3d{})
-          .Kept(),
+          .To(&ObstacleSettings::linearFactor),
       VectorRow(2022, "angular_factor", {1, 1, 1}, "none",
                 "0 keeps it from turning about an axis, 1 lets it turn")
           .Missing(Vec3d{})
-          .Kept(),
+          .To(&ObstacleSettings::angularFactor),
       LinkRow(2023, "start_direction", "node that says which way it flies off",
               {AlignmentVector3D::Kind().id})
-          .Kept(),
+          .To(&ObstacleSettings::startDirection),
       RealRow(2024, "start_speed", 1.0, "m/s", "how fast it flies off, along start_direction")
-          .Kept(),
+          .To(&ObstacleSettings::startSpeed),
       LinksRow(2025, "linear_damping_constraints", "where linear_damping counts, and how much")
           .AcceptsAny(kConstraints)
           .Kept(),
@@ -109,19 +109,19 @@ const ParameterTable& Rows() {
           .AcceptsAny(kConstraints)
           .Kept(),
       RealRow(2030, "force_transfer", 1.0, "none", "how much the gas can push the body along")
-          .Kept(),
+          .To(&ObstacleSettings::forceTransfer),
       RealRow(2031, "torque_transfer", 1.0, "none", "how much the gas can make the body spin")
-          .Kept(),
-      BoolRow(2032, "wake_on_contact", false, "hangs still until something touches it").Kept(),
+          .To(&ObstacleSettings::torqueTransfer),
+      BoolRow(2032, "wake_on_contact", false, "hangs still until something touches it").To(&ObstacleSettings::wakesOnContact),
       BoolRow(2033, "write_back", true,
               "the picture shows the object where the simulated body went")
           .Missing(i32{0})
-          .Kept(),
+          .To(&ObstacleSettings::writesBack),
       BoolRow(2034, "wake_on_force", false, "hangs still until a force above wake_force acts on it")
-          .Kept(),
+          .To(&ObstacleSettings::wakesOnForce),
       RealRow(2035, "wake_force", 10.0, "N", "how strong a gust has to be to set it off")
           .AtLeast(0)
-          .Kept(),
+          .To(&ObstacleSettings::wakeForce),
       BoolRow(2036, "baked", false, "plays a stored motion instead of simulating one")
           .To(&ObstacleSettings::baked),
       ButtonRow(2037, "bake", "stores the motion, to be played again"),

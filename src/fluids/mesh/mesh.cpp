@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <utility>
 
 #include "fluids/mesh/mesh_converter.h"
 #include "fluids/mesh/obstacle_settings.h"
@@ -112,25 +113,33 @@ bool Mesh::ResolveLinks() {
 }
 
 bool Mesh::AfterLinks() {
-  mTagPresent =
-      (mObject && mObject->Tag(kObstacleTag)) || (mTagOwner && mTagOwner->Tag(kObstacleTag));
+  mTagPresent = FindTag() != nullptr;
   ReadTag();
   return true;
 }
 
+BaseNode* Mesh::FindTag() const {
+  for (const BaseNode* node : {static_cast<const BaseNode*>(mObject),
+                               static_cast<const BaseNode*>(mTagOwner),
+                               static_cast<const BaseNode*>(Node())})
+    if (BaseNode* tag = node ? node->Tag(kObstacleTag) : nullptr) return tag;
+  return nullptr;
+}
+
 void Mesh::ReadTag() {
-  BaseNode* tag = mObject ? mObject->Tag(kObstacleTag) : nullptr;
-  if (!tag && mTagOwner) tag = mTagOwner->Tag(kObstacleTag);
-  ObstacleSettings settings;
-  if (tag && tag->Table()) FillMembers(*tag->Table(), tag, settings);
-  mReplays = settings.baked && settings.followsBake;
-  mBakeOffset = mReplays ? settings.bakeOffset : 0;
+  const BaseNode* tag = FindTag();
+  mObstacle = {};
+  if (tag && tag->Table()) {
+    FillMembers(*tag->Table(), tag, mObstacle);
+    ConnectLinks(*tag->Table(), *tag, mObstacle, *mScene);
+  }
+  mReplays = mObstacle.baked && mObstacle.followsBake;
 }
 
 Matrix Mesh::WantedMatrix() const {
   const Matrix now = mObject->GlobalMatrix();
   if (!mReplays) return now;
-  const std::optional<LMatrix> stored = mMatrixCache.At(mScene->mClock.frame + mBakeOffset);
+  const std::optional<LMatrix> stored = mMatrixCache.At(mScene->mClock.frame + mObstacle.bakeOffset);
   return stored ? stored->matrix : now;
 }
 
@@ -152,16 +161,17 @@ void Mesh::CheckDirty() {
   if (!mObject) {
     if (HasTriangles()) Reset();
     Deactivate("it has no object; name one under 'object'");
-  } else if (!mHasHistory || mSettling || mAltered || HasObjectChanged()) {
+  } else if (IsFollowing() || !mHasHistory || mSettling || mAltered || HasObjectChanged()) {
     SetFlag(FLAG_DIRTY, true);
   }
 }
 
 bool Mesh::IsDirty() const {
-  return Has(FLAG_DIRTY) && (!mTime || mTime->substep < 2 || Has(FLAG_MOVED) || mGlides);
+  return Has(FLAG_DIRTY) && (!mTime || mTime->substep < 2 || Has(FLAG_MOVED) || IsGliding());
 }
 
 void Mesh::Reset() {
+  LeaveBody();
   SetFlag(FLAG_ACTIVE, false);
   mMesh.Clear();
   mPreviousMesh.Clear();
@@ -182,6 +192,8 @@ void Mesh::Persist(StateArchive& archive) {
   archive(mObjectId, mPointDirty, mPolygonDirty, mMatrix, mMatrixBefore, mWorldToSim,
           mLinearVelocity, mAngularVelocity, mTagPresent, mHasHistory, mSettling, mAltered,
           mMatrixCache);
+  archive(mRest, mRestCentre, mRestNormals, mFollowed.centre, mFollowed.turn, mIsWrittenBack,
+          mRestMatrix, mStartMatrix);
   if (mAltered) mPreviousMesh.Persist(archive);
   if (!archive.IsLoading()) return;
   if (!mAltered) mPreviousMesh.Assign(mMesh);
@@ -246,12 +258,20 @@ void Mesh::UpdateVertexVelocities(bool isStep) {
   for (std::size_t i = 0; i < now.size(); ++i) velocity[i] = (now[i] - before[i]) * rate;
 }
 
-void Mesh::Prepare() {
+void Mesh::PrepareAhead() {
+  mIsAhead = false;
   if (!IsDirty()) return;
+  Prepare();
+  mIsAhead = true;
+}
+
+void Mesh::Prepare() {
+  if (!IsDirty() || std::exchange(mIsAhead, false)) return;
   if (!mObject) {
     Deactivate("it has no object; name one under 'object'");
     return;
   }
+  if (IsFollowing()) return FollowBody();
   if (mGlides && mTime && mTime->substep > 1) return Glide();
   mGlides = false;
   mVertexWay.clear();

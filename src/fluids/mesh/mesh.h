@@ -1,6 +1,7 @@
 // Host polygons in the simulation.
 #pragma once
 #include "fluids/mesh/matrix_cache.h"
+#include "fluids/mesh/obstacle_settings.h"
 #include "fluids/mesh/tri_mesh.h"
 #include "framework/body_state.h"
 #include "framework/iobject.h"
@@ -22,6 +23,9 @@ bool AreRigidlyRelated(const Matrix& a, const Matrix& b);
 /// straight way where the shape deforms. In each substep the velocities are that substep's share of
 /// the motion, and motion / `stepDuration` is the object's speed however a frame is cut. A copy
 /// that operators alter takes its new place at once.
+///
+/// One that a rigid body moves follows that in every substep, and reads its object no more; with
+/// `write_back` the object goes along.
 ///
 /// With the obstacle tag's `baked` and `follow_bake` it replays the placements that the object had
 /// in the frames that were run: in each frame that of `bake_offset` frames later, mixed between two
@@ -52,7 +56,7 @@ class Mesh : public iObject {
   /// The point about which it turns.
   void GetCentre(Vec3d& out) const { out = Pivot(); }
   /// Each substep of this frame has another place for it.
-  bool IsGliding() const { return mGlides; }
+  bool IsGliding() const { return mGlides || IsFollowing(); }
   /// In this frame its vertices move in ways of their own: it is stretched or bent, or the parts of
   /// it are moved. `GetVelocities` tells of its box alone then.
   bool IsDeforming() const { return !mVertexWay.empty(); }
@@ -65,13 +69,26 @@ class Mesh : public iObject {
   /// Motion in the present substep at a point: linear + angular x (point - centre). Simulation
   /// units per step, not scaled by transfer factors.
   void GetVelocityAt(Vec3d& out, const Vec3d& point) const;
-  /// Motion in the present substep: simulation units, and axis times angle in radians. Scaled by
-  /// the rigid body's transfer factors, which are 1 without a body.
+  /// How it moves for the flow, over the present substep: simulation units, and axis times angle in
+  /// radians, scaled by the transfer factors of its obstacle tag. Of a mesh that a rigid body moves
+  /// it is what that one shows the flow.
   void GetVelocities(Vec3d& linear, Vec3d& angular) const;
   /// The same with angular x (point - centre) as `cross`.
   void GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const;
-  /// The rigid body that moves it, which lasts longer than the mesh; null for none.
-  void SetBody(const BodyState* body) { mBody = body; }
+  /// The rigid body that it has, which lasts as long as it is set; null for none. A body that is
+  /// restored goes on from the shape that it was made of.
+  void SetBody(BodyState* body);
+  BodyState* GetBody() const { return mBody; }
+  bool HasBody() const { return mBody; }
+  /// The vertices of which its body was made.
+  const std::vector<Vec3d>& RestVertices() const { return mRest; }
+  /// Where its body stands by the present vertices; false without a body, and where they haven't
+  /// moved as a whole since it was made.
+  bool GetBodyPose(BodyPose& pose) const;
+  /// How the axes of the object stand as the body has turned; without offset.
+  Matrix BodyRotation() const;
+  /// Brings it to its place in this substep before its turn in the stage.
+  void PrepareAhead();
   /// A mesh without a rigid body is none of the three.
   bool IsDynamic() const { return mBody && mBody->IsDynamic(); }
   bool IsKinematic() const { return mBody && mBody->IsKinematic(); }
@@ -89,6 +106,11 @@ class Mesh : public iObject {
   /// starts from the host's shape again.
   void MarkAltered();
   bool HasTag() const { return mTagPresent; }
+  /// Of the tag of the object, or else of a volume over the mesh or the mesh's node.
+  const ObstacleSettings& GetObstacle() const { return mObstacle; }
+  /// The object that it reads; 0 and nothing without one.
+  host::NodeId ObjectId() const { return mObject ? mObject->Id() : 0; }
+  std::string ObjectName() const { return mObject ? mObject->Name() : std::string(); }
 
   /// Told by each volume over this mesh: its node if that carries the obstacle tag, else null.
   void SetTagOwner(host::BaseNode* owner);
@@ -105,7 +127,15 @@ class Mesh : public iObject {
   bool HasObjectChanged() const;
   bool IsNextFrame() const;
   void UndoAlteration();
+  /// The obstacle tag of the object, of a volume over the mesh or of the node itself; or null.
+  host::BaseNode* FindTag() const;
   void ReadTag();
+  /// A rigid body moves it.
+  bool IsFollowing() const { return IsDynamic() && !mRest.empty(); }
+  void FollowBody();
+  void SetVelocitiesOfBody();
+  void WriteBack(const BodyPose& pose);
+  void LeaveBody();
   Matrix WantedMatrix() const;
   void UpdateMotion(const Vec3d& centreBefore, bool pointsChanged);
   void UpdateVertexVelocities(bool isStep);
@@ -115,7 +145,7 @@ class Mesh : public iObject {
   void Glide();
   /// The vertices aren't those of the present revision any more.
   void NoteNewShape();
-  Vec3d Pivot() const { return mGlides ? mPivot : mMesh.GetBoundsCentre(); }
+  Vec3d Pivot() const { return mGlides || IsFollowing() ? mPivot : mMesh.GetBoundsCentre(); }
   double StepShare() const { return mTime ? mTime->stepFraction : 1.0; }
 
   host::PolygonObject* mLinkedObject = nullptr;  ///< what the node links; members have a source
@@ -143,9 +173,17 @@ class Mesh : public iObject {
   /// Digests of the altered vertices since the host's shape changed, with their revisions.
   std::vector<std::pair<u64, u32>> mAlteredShapes;
   iRamCache<LMatrix> mMatrixCache;  ///< placements of the object by frame of the document
-  const BodyState* mBody = nullptr;
+  ObstacleSettings mObstacle;
   bool mReplays = false;
-  double mBakeOffset = 0;  ///< frames
+  bool mIsAhead = false;  ///< it stands where it belongs in this substep
+  BodyState* mBody = nullptr;
+  std::vector<Vec3d> mRest;    ///< vertices of which the body was made
+  Vec3d mRestCentre{};         ///< and its centre of mass there
+  std::vector<Vec3d> mRestNormals;
+  BodyPose mFollowed;          ///< the pose that the vertices have
+  bool mIsWrittenBack = false;
+  Matrix mRestMatrix;          ///< of the object where the body was made
+  Matrix mStartMatrix;         ///< and where a body first moved it
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -65,9 +65,15 @@ void Mesh::Glide() {
 }
 
 void Mesh::GetVelocities(Vec3d& linear, Vec3d& angular) const {
+  if (IsFollowing()) {
+    mBody->GetFlowVelocities(linear, angular);
+    linear = linear * mTime->stepDuration;
+    angular = angular * mTime->stepDuration;
+    return;
+  }
   const double share = StepShare();
-  linear = mLinearVelocity * share;
-  angular = mAngularVelocity * share;
+  linear = mLinearVelocity * (share * mObstacle.linearTransfer);
+  angular = mAngularVelocity * (share * mObstacle.angularTransfer);
 }
 
 void Mesh::GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "fluids/pressure/projection_kernels.h"
 #include "grids/fixed_blocks.h"
@@ -154,6 +155,18 @@ void ClosedRegions::Find(const ProjectionFields& fields, const VecInt3D& cells, 
   // Every run names its root, so that numbers can take the place of roots in one go.
   for (std::size_t i = 0; i < mRuns.size(); ++i) mRuns[i].region = Root(static_cast<i32>(i));
   NumberRegions();
+}
+
+i32 ClosedRegions::RegionAt(i32 cell) const {
+  const i32 x = cell % mCells.x, y = cell / mCells.x % mCells.y, z = cell / (mCells.x * mCells.y);
+  const auto runs = Runs(z);
+  auto run = std::upper_bound(runs.begin(), runs.end(), std::pair(y, x),
+                              [](const std::pair<i32, i32>& at, const RegionRun& r) {
+                                return at < std::pair(r.y, r.first);
+                              });
+  if (run == runs.begin()) return -1;
+  --run;
+  return run->y == y && x < run->last ? run->region : -1;
 }
 
 /// Calls f(run, line of cells) for the runs of closed regions.

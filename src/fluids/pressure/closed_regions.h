@@ -50,6 +50,10 @@ class ClosedRegions {
     return region.volume > 0 ? -region.balance / region.volume * openFraction
                              : -region.balance / region.cells;
   }
+  /// The region of a cell, by its index in the grid; -1 without a row.
+  i32 RegionAt(i32 cell) const;
+  /// Something else than an open face ties a region to what isn't closed.
+  void Open(i32 region) { mRegions[region].isClosed = false; }
   std::span<const Region> All() const { return mRegions; }
   const Region& Of(const RegionRun& run) const { return mRegions[run.region]; }
   /// The runs of layer z in order of y and x.

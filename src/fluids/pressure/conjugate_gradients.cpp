@@ -56,9 +56,9 @@ bool ConjugateGradients::Continue() {
 
 double ConjugateGradients::TakeResult() {
   ZeroMissingResults();
+  MultiplyResult();
   ForEachLine([&](i32 c, i32 n, double& top) {
     double *r = mArrays[kRhs] + c, *z = mArrays[kZ] + c;
-    MultiplyLine(Bands(mMatrix, c), mArrays[kResult] + c, z, n);
     for (i32 i = 0; i < n; ++i) {
       r[i] -= z[i];
       z[i] = 0;
@@ -68,10 +68,15 @@ double ConjugateGradients::TakeResult() {
   return *std::max_element(mPartials.begin() + 1, mPartials.begin() + std::max(2, mDims.z - 1));
 }
 
-void ConjugateGradients::StartAnew() {
+void ConjugateGradients::MultiplyResult() {
   ForEachLine([&](i32 c, i32 n, double&) {
     MultiplyLine(Bands(mMatrix, c), mArrays[kResult] + c, mArrays[kZ] + c, n);
   });
+  if (mBodies) mBodies->AddProduct(mArrays[kResult], mArrays[kZ]);
+}
+
+void ConjugateGradients::StartAnew() {
+  MultiplyResult();
   ForEachLine([&](i32 c, i32 n, double&) {
     double *r = mArrays[kRhs] + c, *x = mArrays[kResult] + c;
     const double* z = mArrays[kZ] + c;
@@ -140,7 +145,7 @@ double ConjugateGradients::StartResidual() {
 
 double ConjugateGradients::Multiply() {
   ForEachBlock(std::max(0, mDims.z - 2), mThreads, [&](i32 block) { MultiplyLayer(block + 1); });
-  return SumOfPartials();
+  return SumOfPartials() + MultiplyBodies();
 }
 
 void ConjugateGradients::MultiplyLayer(i32 z) {

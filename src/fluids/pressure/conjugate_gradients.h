@@ -3,6 +3,7 @@
 #include <optional>
 #include <vector>
 
+#include "fluids/pressure/body_coupling.h"
 #include "fluids/pressure/lattice_solver.h"
 #include "grids/fixed_blocks.h"
 
@@ -30,6 +31,7 @@ class ConjugateGradients : public LatticeSolver {
   /// relative to the larger right-hand side of both.
   bool Continue();
 
+  const BodyCoupling* mBodies = nullptr;  ///< adds to the matrix; null for none
   double mFloor = 0;     ///< a residual below that is rounding: nothing is left to solve
   double mResidual = 0;  ///< of the last solve, relative to the largest right-hand side
   double mLargest = 0;   ///< the largest right-hand side of the last solve
@@ -56,6 +58,10 @@ class ConjugateGradients : public LatticeSolver {
   double Multiply();
   /// z = A s in a layer, s . z into its partial.
   void MultiplyLayer(i32 z);
+  /// Adds what bodies couple of s to z; returns that times s.
+  double MultiplyBodies() {
+    return mBodies ? mBodies->AddProduct(mArrays[kS], mArrays[kZ]) : 0.0;
+  }
   /// The sum of the partials of all layers.
   double SumOfPartials() const;
   /// f(first cell, cells, partial of the layer) for every line with rows; the partials start at 0.
@@ -80,6 +86,8 @@ class ConjugateGradients : public LatticeSolver {
  private:
   /// r = b - A x and x = 0 in rows without entries; returns the largest |r|.
   double TakeResult();
+  /// z = A x.
+  void MultiplyResult();
   /// Puts back the right-hand side from the residual and the result, which becomes 0; nothing is
   /// done yet.
   void StartAnew();

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -23,7 +24,7 @@ constexpr double kLeftByRounding = 1e-12;  // of what flows in a cell, at most
 }  // namespace
 
 LatticeSolver& Grid_Incompressibility::Used() {
-  return *LinearSolvers()[std::clamp(mLinearSolver, 0, 2)];
+  return *LinearSolvers()[std::clamp(SolverInUse(), 0, 2)];
 }
 
 i32 Grid_Incompressibility::Threads() const {
@@ -92,7 +93,8 @@ void Grid_Incompressibility::GatherSolids(std::vector<MovingBody>& moving,
       body.linear = body.linear / mFields.dt;
       body.angular = body.angular / mFields.dt;
     }
-    if (body.perStep == 0 && body.linear == Vec3d{} && body.angular == Vec3d{})
+    if (mesh && mesh->IsDynamic() && mesh->GetBody()) body.coupled = 0;
+    if (body.coupled < 0 && body.perStep == 0 && body.linear == Vec3d{} && body.angular == Vec3d{})
       resting.push_back(volume);
     else
       moving.push_back(body);
@@ -103,6 +105,7 @@ bool Grid_Incompressibility::PrepareSystem() {
   mFields = {};
   mMoving.clear();
   mResting.clear();
+  mBodies.Clear();
   if (!GatherFields(mFields)) return Deactivate("it has no velocity or no face fractions");
   const GridLayout& layout = mFields.velocity[0]->mLayout;
   mCells = layout.dims;
@@ -110,6 +113,8 @@ bool Grid_Incompressibility::PrepareSystem() {
   if (mFields.density && mFields.density->Dims() != mCells) mFields.density = nullptr;
   if (mFields.source && mFields.source->Dims() != mCells) mFields.source = nullptr;
   GatherSolids(mMoving, mResting);
+  for (MovingBody& body : mMoving)
+    if (body.coupled >= 0) body.coupled = mBodies.Add(*body.volume->GetMesh()->GetBody());
   mCoupling.resize(mCells.z);
   for (auto& layer : mCoupling) layer.clear();
   LatticeSolver* used = &Used();
@@ -132,11 +137,20 @@ void Grid_Incompressibility::ForEachLayer(void (Grid_Incompressibility::*work)(c
 
 void Grid_Incompressibility::Assemble() {
   for (auto& layer : mCoupling) layer.clear();
+  mBodyRows.resize(mBodies.IsEmpty() ? 0 : mCells.z);
   if (!mMoving.empty()) ForEachLayer(&Grid_Incompressibility::AddBodyCoupling);
   ForEachLayer(&Grid_Incompressibility::BuildSystem);
+  if (!mBodies.IsEmpty()) CollectBodyRows();
   mFarLayers = {};
   if (mFarField) AddFarField();
   BalanceRegions();
+}
+
+void Grid_Incompressibility::CollectBodyRows() {
+  for (i32 b = 0; b < mBodies.Count(); ++b) mBodies.Rows(b).clear();
+  for (const SolidPush::BodyRows& layer : mBodyRows)
+    for (const auto& [body, row] : layer) mBodies.Rows(body).push_back(row);
+  mBodies.Close(Used().GetMatrix().Diagonal(), mCellSize, mFields.dt);
 }
 
 bool Grid_Incompressibility::Project() {
@@ -148,6 +162,7 @@ bool Grid_Incompressibility::Project() {
   Assemble();
   Solve();
   Settle();
+  if (!mBodies.IsEmpty()) PressBodies();
   KeepFarField();
   ForEachLayer(&Grid_Incompressibility::SubtractGradient);
   MeasureDivergence();
@@ -159,16 +174,18 @@ bool Grid_Incompressibility::Project() {
 
 void Grid_Incompressibility::Solve() {
   mReports.emplace_back();
-  if (mLinearSolver == 1) return SweepGauss();
+  if (SolverInUse() == 1) return SweepGauss();
   ConjugateGradients& solver = UsedIteration();
+  solver.mBodies = mBodies.IsEmpty() ? nullptr : &mBodies;
   solver.mFloor = mRegions.Noise();
   solver.Solve();
   TakeReport(solver);
 }
 
 void Grid_Incompressibility::SolveOn() {
-  if (mLinearSolver == 1) return SweepGauss();
+  if (SolverInUse() == 1) return SweepGauss();
   ConjugateGradients& solver = UsedIteration();
+  solver.mBodies = mBodies.IsEmpty() ? nullptr : &mBodies;
   solver.mFloor = mRegions.Noise();
   solver.Continue();
   TakeReport(solver);
@@ -254,14 +271,18 @@ void Grid_Incompressibility::AddBodyCoupling(const CellBox& block) {
   const SolidPush push(mFields, mMoving, mResting);
   const CellBox box = Clip(push.Reach(block), {1, 1, 1}, mCells - VecInt3D{1, 1, 1});
   const std::span<double> rhs = Used().GetRhs();
+  const bool isCoupled = !mBodies.IsEmpty();
+  SolidPush::BodyRows rows;
+  if (isCoupled) mBodyRows[block.min.z].clear();
   for (i32 z = box.min.z; z < box.max.z; ++z) {
     if (IsCancelled()) return;
     for (i32 y = box.min.y; y < box.max.y; ++y) {
       const CellLine line(mFields, y, z);
       for (i32 x = box.min.x; x < box.max.x; ++x) {
         if (line.IsClear(x) || !line.HasRow(x)) continue;
-        const double b = push.Balance(x, y, z);
-        if (b == 0) continue;
+        const double b = push.Balance(x, y, z, isCoupled ? &rows : nullptr);
+        if (isCoupled) mBodyRows[z].insert(mBodyRows[z].end(), rows.begin(), rows.end());
+        if (b == 0 && rows.empty()) continue;
         rhs[line.cell + x] += b;
         mCoupling[z].push_back({line.cell + x, b});
       }
@@ -271,6 +292,7 @@ void Grid_Incompressibility::AddBodyCoupling(const CellBox& block) {
 
 void Grid_Incompressibility::BalanceRegions() {
   mRegions.Find(mFields, mCells, Threads());
+  if (!mBodies.IsEmpty()) OpenCoupledRegions();
   mRegions.Balance(mFields, Used().GetRhs(), Threads());
   if (!(mWarned & kSqueezed)) CheckRegions();
 }
@@ -316,6 +338,59 @@ void Grid_Incompressibility::MeasureDivergence() {
   Book(all);
   // Solvers track their residual, which rounding can part from what is there.
   if (!mReports.empty() && mLargestRhs > 0) mReports.back().residual = mDivergenceMax / mLargestRhs;
+}
+
+// ---- bodies -----------------------------------------------------------------------------------
+
+void Grid_Incompressibility::OpenCoupledRegions() {
+  constexpr double kByRounding = 1e-2;  // of the areas, what doors open by a hair leave of their sum
+  struct Sum {
+    Vec3d area{}, moment{};
+    double size = 0;
+  };
+  std::vector<Sum> sums(mRegions.All().size());
+  for (i32 b = 0; b < mBodies.Count(); ++b) {
+    std::fill(sums.begin(), sums.end(), Sum{});
+    std::vector<BodyRow>& rows = mBodies.Rows(b);
+    std::vector<i32> region(rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      region[i] = mRegions.RegionAt(rows[i].cell);
+      if (region[i] < 0 || !mRegions.All()[region[i]].isClosed) continue;
+      Sum& sum = sums[region[i]];
+      sum.area += rows[i].area;
+      sum.moment += rows[i].moment;
+      sum.size += Length(rows[i].area);
+    }
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      if (region[i] < 0 || !mRegions.All()[region[i]].isClosed) continue;
+      const Sum& sum = sums[region[i]];
+      if (Length(sum.area) > kByRounding * sum.size) {
+        mRegions.Open(region[i]);  // the body is a piston: what it takes here it gives elsewhere
+        continue;
+      }
+      const double share = Length(rows[i].area) / std::max(sum.size, 1e-300);
+      rows[i].area -= sum.area * share;
+      rows[i].moment -= sum.moment * share;
+    }
+  }
+}
+
+void Grid_Incompressibility::PressBodies() {
+  for (i32 b = 0; b < mBodies.Count(); ++b) {
+    Vec3d impulse, turn, linear, angular;
+    mBodies.ImpulseOf(b, GetPressure().data(), impulse, turn);
+    mBodies.Answer(b, impulse, turn, linear, angular);
+    const i32 layer = mCells.x * mCells.y;
+    for (const BodyRow& row : mBodies.Rows(b)) {
+      auto& terms = mCoupling[row.cell / layer];
+      const auto term =
+          std::lower_bound(terms.begin(), terms.end(), row.cell,
+                           [](const CouplingTerm& t, i32 cell) { return t.cell < cell; });
+      if (term != terms.end() && term->cell == row.cell)
+        term->value += row.Of(linear, angular) / mCellSize;
+    }
+    mBodies.Of(b).TakeFluidImpulse(impulse, turn, mFields.dt);
+  }
 }
 
 // ---- warnings ---------------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include "fluids/fields/drift_watch.h"
 #include "fluids/flow/flow.h"
 #include "fluids/flow/flow_cells.h"
+#include "fluids/pressure/body_coupling.h"
 #include "fluids/pressure/closed_regions.h"
 #include "fluids/pressure/far_field.h"
 #include "fluids/pressure/grid_cg_solver.h"
@@ -138,7 +139,7 @@ class Grid_Incompressibility : public iObject {
   virtual Vec3d PlaceOf(const VecInt3D& cell) const;
   virtual i64 CellsOf(const Region& region) const { return region.cells; }
   ConjugateGradients& UsedIteration() {
-    return mLinearSolver == 2 ? static_cast<ConjugateGradients&>(mMultigrid) : mCG;
+    return SolverInUse() == 2 ? static_cast<ConjugateGradients&>(mMultigrid) : mCG;
   }
   void SweepGauss();
   void TakeReport(const ConjugateGradients& solver);
@@ -148,6 +149,13 @@ class Grid_Incompressibility : public iObject {
   /// Keeps a warning unless one of its kind is there.
   void Warn(WarningKind kind, std::string text);
   double SecondsSoFar() const { return mTime ? mTime->elapsed : 0.0; }
+  /// Gauss-Seidel has no place for what bodies couple: conjugate gradients take its.
+  i32 SolverInUse() const { return mLinearSolver == 1 && !mBodies.IsEmpty() ? 0 : mLinearSolver; }
+  /// Rows of bodies that lie in closed regions add up to nothing, or else these aren't closed.
+  void OpenCoupledRegions();
+  void CollectBodyRows();
+  /// The bodies take what the pressure does to them, and push as they then move.
+  void PressBodies();
   /// The linear solver in use.
   LatticeSolver& Used();
   const LatticeSolver& Used() const { return const_cast<Grid_Incompressibility*>(this)->Used(); }
@@ -166,6 +174,8 @@ class Grid_Incompressibility : public iObject {
   double mCellSize = 0;
   std::vector<MovingBody> mMoving;
   std::vector<const VolumeBase*> mResting;
+  BodyCoupling mBodies;  ///< of those that the pressure moves
+  std::vector<SolidPush::BodyRows> mBodyRows;  ///< by layer, before they go to their bodies
   std::vector<std::vector<CouplingTerm>> mCoupling;  ///< by layer, in cell order
   std::span<const SideLayer> mFarLayers;
   ClosedRegions mRegions;

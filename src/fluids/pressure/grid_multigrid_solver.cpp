@@ -58,7 +58,7 @@ double Grid_MultigridSolver::RedirectAndMultiply(double beta) {
     else
       MultiplyLayer(z);
   });
-  return SumOfPartials();
+  return SumOfPartials() + MultiplyBodies();
 }
 
 namespace {

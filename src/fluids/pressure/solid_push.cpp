@@ -101,10 +101,10 @@ double SolidPush::ShareOf(const VolumeBase& volume, i32 axis, const Face& face) 
   return std::min(share, SquareFraction(own));
 }
 
-double SolidPush::Face::Flow() const {
+double SolidPush::Face::Factor() const {
   // Bodies that overlap share the face, and one that leaves no more than a hair fills it.
   const double closed = std::max(0.0, solid - (1 - open));
-  return share > closed - kLeastOpening ? flow * (closed / std::max(share, 1e-12)) : flow;
+  return share > closed - kLeastOpening ? closed / std::max(share, 1e-12) : 1;
 }
 
 Vec3d SolidPush::PositionOf(const VecInt3D& cell, i32 kind) const {
@@ -144,7 +144,32 @@ double SolidPush::AddBody(const Body& body, const VecInt3D& cell, Faces& faces) 
   return through;
 }
 
-double SolidPush::Balance(i32 x, i32 y, i32 z) const {
+BodyRow SolidPush::RowOf(const Body& body, const VecInt3D& cell, const Faces& faces) const {
+  BodyRow row{.cell = (mLayout.dims.y * cell.z + cell.y) * mLayout.dims.x + cell.x};
+  const auto add = [&](i32 axis, double area, const Vec3d& at) {
+    Vec3d along{};
+    along[axis] = area;
+    row.area += along;
+    row.moment += Cross(at - body.motion.centre, along);
+  };
+  for (i32 axis = 0; axis < 3; ++axis) {
+    double share = 0;
+    for (i32 side = 0; side < 2; ++side) {
+      const Face& face = faces[axis][side];
+      const double part = face.solid > 0 ? ShareOf(*body.volume, axis, face) : 0;
+      if (part == 0) continue;
+      share += part;
+      add(axis, (side == 0 ? part : -part) * face.Factor(), PositionOf(face.at, axis));
+    }
+    if (share == 0) continue;
+    const auto& [low, high] = faces[axis];
+    add(axis, (high.open - low.open) * (share / (low.open + high.open)),
+        PositionOf(cell, kCentre));
+  }
+  return row;
+}
+
+double SolidPush::Balance(i32 x, i32 y, i32 z, BodyRows* coupling) const {
   const VecInt3D cell{x, y, z};
   Faces faces;
   for (i32 axis = 0; axis < 3; ++axis)
@@ -163,6 +188,18 @@ double SolidPush::Balance(i32 x, i32 y, i32 z) const {
     open += 2 - low.solid - high.solid;
     fastest = std::max({fastest, low.fastest, high.fastest});
   }
+  bool isCoupled = false;
+  if (coupling) {
+    coupling->clear();
+    for (const Body& body : mBodies) {
+      if (body.motion.coupled < 0 || !Touches(body.reach, cell)) continue;
+      isCoupled = true;
+      const BodyRow row = RowOf(body, cell, faces);
+      if (row.area != Vec3d{} || row.moment != Vec3d{})
+        coupling->emplace_back(body.motion.coupled, row);
+    }
+  }
+  if (isCoupled) return sum / mLayout.cellSize;
   // A surface pushes no faster through the open parts of a cell than it moves. Where more would
   // have to leave, another solid is in the way: the last bit of gas between the two is let go.
   const double most = open * fastest;

@@ -1,8 +1,10 @@
 // What moving solids push through the faces of cells.
 #pragma once
 #include <span>
+#include <utility>
 #include <vector>
 
+#include "fluids/pressure/body_coupling.h"
 #include "grids/egrid.h"
 #include "grids/for_each_cell.h"
 
@@ -20,6 +22,8 @@ struct MovingBody {
   /// Where above 0, the solid deforms: what its surface goes in a step, times this, is its velocity
   /// there, and the three above don't count.
   double perStep = 0;
+  /// Of a body that the pressure moves, its number in the coupling; -1 else.
+  i32 coupled = -1;
 };
 
 /// The flow of moving solids through faces.
@@ -41,10 +45,15 @@ class SolidPush {
   SolidPush(const ProjectionFields& fields, std::span<const MovingBody> bodies,
             std::span<const VolumeBase* const> resting = {});
 
+  /// The rows of a cell, by number of body.
+  using BodyRows = std::vector<std::pair<i32, BodyRow>>;
+
   /// The cells that a body may push, of those in `box`.
   CellBox Reach(const CellBox& box) const { return Clip(box, mReach.min, mReach.max); }
-  /// What all bodies add to the balance of cell (x, y, z), 1/s: what they leave free.
-  double Balance(i32 x, i32 y, i32 z) const;
+  /// What all bodies add to the balance of cell (x, y, z), 1/s: what they leave free. With
+  /// `coupling` a row goes there for each body that the pressure moves; those then push as they
+  /// have to, and the pressure stops them where what they push has no way out.
+  double Balance(i32 x, i32 y, i32 z, BodyRows* coupling = nullptr) const;
 
  private:
   struct Solid {
@@ -61,12 +70,15 @@ class SolidPush {
     double solid = 0, open = 1, share = 0, flow = 0;
     double fastest = 0;     ///< speed of the bodies that fill it, simulation units per second
     double corner[4] = {};  ///< distances of the resting solids, simulation units
-    double Flow() const;
+    /// What the bodies' parts of it count, one by one.
+    double Factor() const;
+    double Flow() const { return flow * Factor(); }
   };
   using Faces = Face[3][2];
   Vec3d PositionOf(const VecInt3D& cell, i32 kind) const;
   void AddResting(i32 axis, Face& face) const;
   double AddBody(const Body& body, const VecInt3D& cell, Faces& faces) const;
+  BodyRow RowOf(const Body& body, const VecInt3D& cell, const Faces& faces) const;
   bool IsThin(const VolumeBase& volume, i32 axis, const VecInt3D& face) const;
   void Cut(const VolumeBase& volume, i32 axis, const VecInt3D& face, double (&corner)[4]) const;
   double ShareOf(const VolumeBase& volume, i32 axis, const Face& face) const;

@@ -1,0 +1,51 @@
+#include "fluids/pressure/body_coupling.h"
+
+#include "framework/body_state.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+i32 BodyCoupling::Add(BodyState& body) {
+  mBodies.push_back({&body, body.FlowInverseMass(), body.FlowInverseInertia(), {}});
+  return Count() - 1;
+}
+
+void BodyCoupling::Close(const double* diagonal, double cellSize, double dt) {
+  mScale = dt * cellSize;
+  mPress = dt * cellSize * cellSize;
+  for (Body& body : mBodies)
+    std::erase_if(body.rows, [&](const BodyRow& row) { return diagonal[row.cell] == 0; });
+}
+
+void BodyCoupling::Answer(i32 body, const Vec3d& impulse, const Vec3d& turn, Vec3d& linear,
+                          Vec3d& angular) const {
+  linear = impulse * mBodies[body].inverseMass;
+  angular = mBodies[body].inverseInertia.Rotate(turn);
+}
+
+double BodyCoupling::AddProduct(const double* s, double* z) const {
+  double product = 0;
+  for (i32 b = 0; b < Count(); ++b) {
+    Vec3d force{}, torque{}, linear, angular;
+    for (const BodyRow& row : mBodies[b].rows) {
+      force += row.area * s[row.cell];
+      torque += row.moment * s[row.cell];
+    }
+    Answer(b, force, torque, linear, angular);
+    linear *= mScale;
+    angular *= mScale;
+    for (const BodyRow& row : mBodies[b].rows) z[row.cell] += row.Of(linear, angular);
+    product += Dot(force, linear) + Dot(torque, angular);
+  }
+  return product;
+}
+
+void BodyCoupling::ImpulseOf(i32 body, const double* pressure, Vec3d& linear,
+                             Vec3d& angular) const {
+  linear = angular = {};
+  for (const BodyRow& row : mBodies[body].rows) {
+    linear -= row.area * (pressure[row.cell] * mPress);
+    angular -= row.moment * (pressure[row.cell] * mPress);
+  }
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,63 @@
+// Bodies that the pressure moves while they push the fluid.
+#pragma once
+#include <span>
+#include <vector>
+
+#include "host/matrix.h"
+#include "host/types.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class BodyState;
+
+/// What a body's velocities add to the balance of a cell: the area of the body's faces there, each
+/// with its direction, in faces of a cell, and their moments about its centre of mass.
+struct BodyRow {
+  i32 cell = 0;
+  Vec3d area{};
+  Vec3d moment{};  ///< simulation units
+  double Of(const Vec3d& linear, const Vec3d& angular) const {
+    return Dot(area, linear) + Dot(moment, angular);
+  }
+};
+
+/// The coupling of pressure and rigid bodies (Batty, Bertails and Bridson 2007, section 5).
+///
+/// A body with the velocities V = (v, w) adds J_c . V / h to the balance of cell c, J_c being the
+/// area and moment of its faces there. Pressure p presses with the force and torque -h^2 sum p_c
+/// J_c, the transpose of that, so that no work is lost, and in a step it changes V by what that
+/// impulse over mass and inertia is. So the balance, with the velocities that bodies have without
+/// pressure, gets the matrix dt h J M^-1 J^T, symmetric, of rank 6 for each body.
+class BodyCoupling {
+ public:
+  void Clear() { mBodies.clear(); }
+  bool IsEmpty() const { return mBodies.empty(); }
+  /// A body, with the cells that it touches to come. Returns its number.
+  i32 Add(BodyState& body);
+  std::vector<BodyRow>& Rows(i32 body) { return mBodies[body].rows; }
+  std::span<const BodyRow> Rows(i32 body) const { return mBodies[body].rows; }
+  i32 Count() const { return static_cast<i32>(mBodies.size()); }
+  /// Drops the rows of cells whose entry on the diagonal is 0, and takes scale and step.
+  void Close(const double* diagonal, double cellSize, double dt);
+  /// z += dt h J M^-1 J^T s; returns s times what was added. In the order of bodies and rows.
+  double AddProduct(const double* s, double* z) const;
+  /// What the pressure of a step does to a body, in newton seconds and their moments.
+  void ImpulseOf(i32 body, const double* pressure, Vec3d& linear, Vec3d& angular) const;
+  /// The velocities that an impulse changes.
+  void Answer(i32 body, const Vec3d& impulse, const Vec3d& turn, Vec3d& linear,
+              Vec3d& angular) const;
+  BodyState& Of(i32 body) const { return *mBodies[body].state; }
+
+ private:
+  struct Body {
+    BodyState* state;
+    Vec3d inverseMass;
+    Matrix inverseInertia;
+    std::vector<BodyRow> rows;
+  };
+  std::vector<Body> mBodies;
+  double mScale = 0;  ///< dt h
+  double mPress = 0;  ///< dt h^2
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,342 @@
+#include "rigid/bullet_world.h"
+
+#include <BulletCollision/CollisionDispatch/btCollisionDispatcher.h>
+#include <BulletCollision/CollisionDispatch/btDefaultCollisionConfiguration.h>
+#include <BulletCollision/CollisionDispatch/btManifoldResult.h>
+#include <BulletCollision/BroadphaseCollision/btAxisSweep3.h>
+#include <BulletCollision/BroadphaseCollision/btDbvtBroadphase.h>
+#include <BulletCollision/Gimpact/btGImpactCollisionAlgorithm.h>
+#include <BulletDynamics/ConstraintSolver/btSequentialImpulseConstraintSolver.h>
+#include <BulletDynamics/Dynamics/btDiscreteDynamicsWorld.h>
+#include <BulletDynamics/Dynamics/btRigidBody.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "fluids/emission/alignment_vector.h"
+#include "fluids/mesh/multi_mesh.h"
+#include "fluids/mesh/sheet.h"
+#include "fluids/mesh/turn_by.h"
+#include "framework/server_rows.h"
+#include "framework/state_archive.h"
+#include "rigid/bullet_frame.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr double kFarthest = 1e4;  // simulation units from the origin: the end of the world
+
+const RigidBody* BodyOf(const btCollisionObject& object) {
+  return static_cast<const RigidBody*>(object.getUserPointer());
+}
+
+double Friction(const btCollisionObject* a, const btCollisionObject* b) {
+  return a->getFriction() * b->getFriction();
+}
+
+/// How far off its point of contact a body that rolls is held: the coefficients times the radius of
+/// the smaller of the two bodies that move.
+double RollingFriction(const btCollisionObject* a, const btCollisionObject* b) {
+  const RigidBody *one = BodyOf(*a), *other = BodyOf(*b);
+  if (!one || !other) return 0;
+  double radius = HUGE_VAL;
+  for (const btCollisionObject* object : {a, b}) {
+    if (object->isStaticOrKinematicObject()) continue;
+    btVector3 centre;
+    btScalar size;
+    object->getCollisionShape()->getBoundingSphere(centre, size);
+    radius = std::min<double>(radius, size);
+  }
+  if (radius == HUGE_VAL) return 0;
+  return one->Settings().rollingFriction * other->Settings().rollingFriction * radius;
+}
+
+double NoFriction(const btCollisionObject*, const btCollisionObject*) { return 0; }
+
+}  // namespace
+
+/// The library's objects. Its steps are cut here: it would count them by adding up rounded times.
+struct BulletWorld::Library {
+  class World : public btDiscreteDynamicsWorld {
+   public:
+    using btDiscreteDynamicsWorld::btDiscreteDynamicsWorld;
+    template <class F>
+    void Step(double dt, i32 count, F&& moveKeyed) {
+      for (i32 i = 0; i < count; ++i) {
+        moveKeyed((i + 1.0) / count);
+        internalSingleStepSimulation(dt / count);
+      }
+      clearForces();
+    }
+  };
+
+  explicit Library(i32 broadphase) {
+    btDefaultCollisionConstructionInfo sizes;
+    sizes.m_defaultMaxPersistentManifoldPoolSize = 4096;
+    sizes.m_defaultMaxCollisionAlgorithmPoolSize = 4096;
+    sizes.m_useEpaPenetrationAlgorithm = true;
+    configuration = std::make_unique<btDefaultCollisionConfiguration>(sizes);
+    dispatcher = std::make_unique<btCollisionDispatcher>(configuration.get());
+    const btVector3 far(kFarthest, kFarthest, kFarthest);
+    if (broadphase == 0)
+      pairs = std::make_unique<btDbvtBroadphase>();
+    else if (broadphase == 1)
+      pairs = std::make_unique<btAxisSweep3>(-far, far, 16384);
+    else
+      pairs = std::make_unique<bt32BitAxisSweep3>(-far, far, 65536);
+    solver = std::make_unique<btSequentialImpulseConstraintSolver>();
+    world = std::make_unique<World>(dispatcher.get(), pairs.get(), solver.get(),
+                                    configuration.get());
+    btGImpactCollisionAlgorithm::registerAlgorithm(dispatcher.get());
+  }
+
+  std::unique_ptr<btDefaultCollisionConfiguration> configuration;
+  std::unique_ptr<btCollisionDispatcher> dispatcher;
+  std::unique_ptr<btBroadphaseInterface> pairs;
+  std::unique_ptr<btSequentialImpulseConstraintSolver> solver;
+  std::unique_ptr<World> world;
+};
+
+BulletWorld::BulletWorld() = default;
+BulletWorld::~BulletWorld() { Reset(); }
+
+void BulletWorld::Reset() {
+  mBodies.clear();
+  mRestored.clear();
+  mKeyed.clear();
+  mShapes.clear();
+  mLibrary.reset();
+}
+
+void BulletWorld::Build() {
+  for (auto& [key, body] : mBodies)
+    if (body->Get()) mLibrary->world->removeRigidBody(body->Get());
+  mLibrary = std::make_unique<Library>(mBroadphase);
+  // Process-wide, and without any state.
+  gCalculateCombinedFrictionCallback = Friction;
+  gCalculateCombinedRollingFrictionCallback = RollingFriction;
+  gCalculateCombinedSpinningFrictionCallback = NoFriction;
+  btContactSolverInfo& info = mLibrary->world->getSolverInfo();
+  info.m_solverMode |= SOLVER_SIMD | SOLVER_RANDMIZE_ORDER;
+  info.m_numIterations = mIterations;
+  info.m_splitImpulse = true;
+  info.m_splitImpulsePenetrationThreshold = -0.02;
+  info.m_splitImpulseTurnErp = 0.1;
+  btDispatcherInfo& dispatch = mLibrary->world->getDispatchInfo();
+  dispatch.m_useContinuous = true;
+  dispatch.m_allowedCcdPenetration = 0.04;
+  for (auto& [key, body] : mBodies)
+    if (body->Get()) Add(*body->Get());
+}
+
+void BulletWorld::Add(btRigidBody& body) {
+  if (mLibrary && !body.isInWorld()) mLibrary->world->addRigidBody(&body);
+}
+
+void BulletWorld::Remove(btRigidBody& body) {
+  if (mLibrary && body.isInWorld()) mLibrary->world->removeRigidBody(&body);
+}
+
+std::vector<std::pair<BulletWorld::Key, Mesh*>> BulletWorld::Meshes(const Scene& scene) {
+  std::vector<std::pair<Key, Mesh*>> found;
+  std::vector<Mesh*> meshes;
+  for (const auto& [id, object] : scene.List(kListGeometry)) {
+    if (!object->Has(FLAG_ENABLED)) continue;
+    meshes.clear();
+    CollectMeshes(object.get(), meshes);
+    for (Mesh* mesh : meshes)
+      if (mesh->HasTag() && mesh->ObjectId() != 0) found.push_back({{id, mesh->ObjectId()}, mesh});
+  }
+  return found;
+}
+
+void BulletWorld::ReadRows(const Scene& scene) {
+  InterfaceHandler server(scene.Server());
+  mIterations = std::max(1, server.GetLong(server_row::kRigidIterations));
+  mBroadphase = server.GetLong(server_row::kBroadphase);
+}
+
+void BulletWorld::BeginStep(Scene&) {
+  for (auto& [key, body] : mBodies) body->ClearContacts();
+}
+
+/// Where bodies that keys move stand at the end of the step.
+void BulletWorld::MoveKeyed(const Scene& scene) {
+  mKeyed.clear();
+  for (const auto& [key, mesh] : Meshes(scene)) {
+    const auto found = mBodies.find(key);
+    if (found == mBodies.end() || found->second->IsDynamic()) continue;
+    mesh->PrepareAhead();
+    BodyPose pose;
+    if (mesh->GetBodyPose(pose) && !(pose == found->second->Pose()))
+      mKeyed[key] = pose;
+  }
+}
+
+void BulletWorld::Advance(Scene& scene) {
+  if (!scene.mTime.IsUnderWay()) return;
+  const double dt = scene.mTime.stepDuration;
+  if (!mRestored.empty()) Restore(scene);
+  if (mBodies.empty() || !(dt > 0)) return;
+  // What the library knows of the frame before isn't kept.
+  if (scene.mTime.substep <= 1) Build();
+  MoveKeyed(scene);
+  std::vector<std::pair<RigidBody*, std::pair<BodyPose, BodyPose>>> movers;
+  for (auto& [key, body] : mBodies) {
+    body->BeginStep(dt, scene.mGravity);
+    if (body->IsDynamic()) continue;
+    const auto keyed = mKeyed.find(key);
+    if (keyed == mKeyed.end())
+      body->SetPose(body->Pose(), dt);
+    else
+      movers.push_back({body.get(), {body->Pose(), keyed->second}});
+  }
+  const i32 count = std::max(1, scene.mRigidSubsteps);
+  mLibrary->world->Step(dt, count, [&](double t) {
+    for (auto& [body, way] : movers) {
+      const auto& [from, to] = way;
+      if (t == 1) {
+        body->SetPose(to, dt / count);
+        continue;
+      }
+      const TurnBy turn(RotationVector(from.turn, to.turn) * t);
+      const Matrix& m = from.turn;
+      body->SetPose({from.centre + (to.centre - from.centre) * t,
+                     {{}, turn(m.v1), turn(m.v2), turn(m.v3)}},
+                    dt / count);
+    }
+  });
+  NoteContacts();
+  for (auto& [key, body] : mBodies) body->EndStep(dt, count);
+  FreezeStray();
+}
+
+void BulletWorld::NoteContacts() {
+  btDispatcher& dispatcher = *mLibrary->dispatcher;
+  for (int i = 0; i < dispatcher.getNumManifolds(); ++i) {
+    const btPersistentManifold& pair = *dispatcher.getManifoldByIndexInternal(i);
+    auto* first = static_cast<RigidBody*>(pair.getBody0()->getUserPointer());
+    auto* second = static_cast<RigidBody*>(pair.getBody1()->getUserPointer());
+    if (!first || !second) continue;
+    for (int k = 0; k < pair.getNumContacts(); ++k) {
+      const btManifoldPoint& point = pair.getContactPoint(k);
+      BodyContact contact{.persistent = point.getLifeTime() > 1,
+                          .position = FromBullet(point.getPositionWorldOnA()),
+                          .normal = FromBullet(point.m_normalWorldOnB),
+                          .distance = point.getDistance(),
+                          .lifetime = point.getLifeTime(),
+                          .index = point.m_index0,
+                          .part = point.m_partId0};
+      first->AddContact(contact);
+      contact.position = FromBullet(point.getPositionWorldOnB());
+      contact.index = point.m_index1;
+      contact.part = point.m_partId1;
+      second->AddContact(contact);
+    }
+  }
+}
+
+void BulletWorld::FreezeStray() {
+  for (auto& [key, body] : mBodies) {
+    if (!body->IsDynamic() || body->HasLeft()) continue;
+    const Vec3d at = body->Pose().centre;
+    if (std::fabs(at.x) < kFarthest && std::fabs(at.y) < kFarthest && std::fabs(at.z) < kFarthest)
+      continue;
+    body->Freeze();
+    mWarnings.push_back(fmt::format(
+        "the body \"{}\" has left the world, which ends {:.0f} m from the origin, and rests there",
+        body->Name(), kFarthest));
+  }
+}
+
+void BulletWorld::MakeBody(const Key& key, Mesh& mesh, const Scene& scene) {
+  auto& body = mBodies[key];
+  if (!body) body = std::make_unique<RigidBody_Variational>(*this, mesh.ObjectName());
+  const auto restored = mRestored.find(key);
+  const ObstacleSettings& settings = mesh.GetObstacle();
+  const BodyMotion* motion = restored == mRestored.end() ? nullptr : &restored->second;
+  BodyGeometry geometry{motion ? mesh.RestVertices() : mesh.mMesh.GetVertices(),
+                        mesh.mMesh.GetTriangles(), !IsSheet(mesh.mMesh)};
+  // What has moved once will again.
+  const bool isKeyed = body->Get() && (body->IsKinematic() || mShapes[key] != mesh.Revision());
+  mShapes[key] = mesh.Revision();
+  mesh.SetBody(nullptr);
+  if (!body->Create(geometry, settings, scene.mDomain.worldToSim.x, isKeyed, motion)) {
+    if (settings.IsHeavy())
+      mWarnings.push_back(fmt::format("the body \"{}\" encloses no space and stays where it is",
+                                      mesh.ObjectName()));
+    return;
+  }
+  mesh.SetBody(body.get());
+  if (!motion && body->IsDynamic()) {
+    if (auto* direction = dynamic_cast<AlignmentVector3D*>(
+            scene.FindObject(settings.startDirection, kListAuxiliary))) {
+      Vec3d way{};
+      direction->SetWorkerCount(1);
+      direction->GetDirection(way, body->Pose().centre, 0);
+      body->SetStart(body->Pose(), Normalised(way) * settings.startSpeed, {});
+    }
+  }
+  if (motion) mRestored.erase(restored);
+}
+
+void BulletWorld::Restore(const Scene& scene) {
+  ReadRows(scene);
+  Build();
+  for (const auto& [key, mesh] : Meshes(scene))
+    if (mRestored.contains(key)) MakeBody(key, *mesh, scene);
+  mRestored.clear();
+}
+
+void BulletWorld::FollowVolumes(Scene& scene) {
+  const auto meshes = Meshes(scene);
+  const bool isNeeded = std::any_of(meshes.begin(), meshes.end(), [](const auto& entry) {
+    return entry.second->GetObstacle().IsHeavy();
+  });
+  if (!isNeeded && mBodies.empty()) return;
+  ReadRows(scene);
+  if (!mLibrary) Build();
+  std::erase_if(mBodies, [&](const auto& entry) {
+    return std::none_of(meshes.begin(), meshes.end(),
+                        [&](const auto& mesh) { return mesh.first == entry.first; });
+  });
+  for (const auto& [key, mesh] : meshes) {
+    if (!mesh->HasTriangles()) continue;
+    const auto found = mBodies.find(key);
+    RigidBody_Variational* body = found == mBodies.end() ? nullptr : found->second.get();
+    const bool isNew = !body || (body->Get() && !mesh->HasBody());
+    const bool hasMoved = !isNew && !body->IsDynamic() && mShapes[key] != mesh->Revision();
+    BodyPose pose;
+    if (isNew || (mesh->GetObstacle().IsHeavy() && body->Get() && !body->IsDynamic()) ||
+        (hasMoved && !mesh->GetBodyPose(pose))) {
+      MakeBody(key, *mesh, scene);
+      continue;
+    }
+    mShapes[key] = mesh->Revision();
+    body->Update(mesh->GetObstacle(), body->IsKinematic() || hasMoved);
+  }
+  for (auto& [key, body] : mBodies)
+    body->Foresee(scene.mTime.IsUnderWay() ? scene.mTime.stepDuration : 0, scene.mGravity);
+}
+
+std::vector<const RigidBody_Variational*> BulletWorld::Bodies() const {
+  std::vector<const RigidBody_Variational*> bodies;
+  for (const auto& [key, body] : mBodies) bodies.push_back(body.get());
+  return bodies;
+}
+
+double BulletWorld::Memory() const { return static_cast<double>(mBodies.size()) * 4096; }
+
+void BulletWorld::Persist(StateArchive& archive) {
+  std::map<Key, BodyMotion> motions = mRestored;
+  for (const auto& [key, body] : mBodies)
+    if (body->Get()) motions[key] = body->Motion();
+  archive(motions);
+  if (!archive.IsLoading()) return;
+  Reset();
+  mRestored = std::move(motions);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,70 @@
+// The world of rigid bodies of a scene.
+#pragma once
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "framework/scene.h"
+#include "framework/scene_part.h"
+#include "rigid/rigid_body_variational.h"
+
+class btRigidBody;
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class iBase;
+class Mesh;
+
+/// Owns a body for each mesh with an obstacle tag, as soon as one of them has a mass, and steps
+/// them ahead of the meshes. Without a mass nothing of it exists.
+///
+/// What the library keeps from step to step beside places and velocities, which is contacts with
+/// what was found of them, the order of pairs and the seed of its solver, starts anew with every
+/// frame, so that a run that goes on from a checkpoint ends at the same bits.
+class BulletWorld : public ScenePart {
+ public:
+  BulletWorld();
+  ~BulletWorld() override;
+
+  void BeginStep(Scene& scene) override;
+  void Advance(Scene& scene) override;
+  void FollowVolumes(Scene& scene) override;
+  void Reset() override;
+  void Persist(StateArchive& archive) override;
+  double Memory() const override;
+
+  /// For bodies: into the world, with a place of its own in its order, and out of it.
+  void Add(btRigidBody& body);
+  void Remove(btRigidBody& body);
+
+  /// In the order of their nodes.
+  std::vector<const RigidBody_Variational*> Bodies() const;
+  std::vector<std::string> TakeWarnings() { return std::exchange(mWarnings, {}); }
+
+ private:
+  struct Library;
+  /// By the node of the mesh, then by the object that it reads.
+  using Key = std::pair<host::NodeId, host::NodeId>;
+
+  static std::vector<std::pair<Key, Mesh*>> Meshes(const Scene& scene);
+  void ReadRows(const Scene& scene);
+  void Build();
+  void Restore(const Scene& scene);
+  void MakeBody(const Key& key, Mesh& mesh, const Scene& scene);
+  void MoveKeyed(const Scene& scene);
+  void NoteContacts();
+  void FreezeStray();
+
+  i32 mIterations = 10;
+  i32 mBroadphase = 0;
+  std::unique_ptr<Library> mLibrary;
+  std::map<Key, std::unique_ptr<RigidBody_Variational>> mBodies;
+  std::map<Key, BodyMotion> mRestored;  ///< of bodies that aren't made yet
+  std::map<Key, BodyPose> mKeyed;       ///< where bodies that keys move go in this step
+  std::map<Key, u32> mShapes;           ///< of meshes without a mass, the revision of their shape
+  std::vector<std::string> mWarnings;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

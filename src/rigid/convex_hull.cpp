@@ -1,0 +1,82 @@
+#include "rigid/convex_hull.h"
+
+#include <LinearMath/btConvexHullComputer.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+ConvexHull FindConvexHull(std::span<const Vec3d> points) {
+  ConvexHull hull;
+  if (points.size() < 4) return hull;
+  std::vector<double> flat;
+  for (const Vec3d& p : points) flat.insert(flat.end(), {p.x, p.y, p.z});
+  btConvexHullComputer computer;
+  computer.compute(flat.data(), int{3 * sizeof(double)}, static_cast<int>(points.size()), 0, 0);
+  for (int i = 0; i < computer.vertices.size(); ++i)
+    hull.vertices.push_back({computer.vertices[i].x(), computer.vertices[i].y(),
+                             computer.vertices[i].z()});
+  for (int i = 0; i < computer.faces.size(); ++i) {
+    const btConvexHullComputer::Edge* first = &computer.edges[computer.faces[i]];
+    const i32 a = first->getSourceVertex();
+    i32 b = first->getTargetVertex();
+    for (const auto* edge = first->getNextEdgeOfFace(); edge != first;
+         edge = edge->getNextEdgeOfFace()) {
+      const i32 c = edge->getTargetVertex();
+      if (c != a) hull.triangles.push_back({a, b, c});
+      b = c;
+    }
+  }
+  return hull;
+}
+
+namespace {
+
+constexpr double kSameCorner = 1e-6;  // of the size
+
+std::vector<Vec3d> Distinct(std::span<const Vec3d> points, std::size_t most) {
+  Vec3d low = points.front(), high = low;
+  for (const Vec3d& p : points) low = Min(low, p), high = Max(high, p);
+  const double near = kSameCorner * Length(high - low);
+  std::vector<Vec3d> distinct;
+  for (const Vec3d& p : points) {
+    const bool isNew = std::none_of(distinct.begin(), distinct.end(),
+                                    [&](const Vec3d& q) { return Length(p - q) <= near; });
+    if (isNew) distinct.push_back(p);
+    if (distinct.size() > most) break;
+  }
+  return distinct;
+}
+
+}  // namespace
+
+bool FindBoxAxes(std::span<const Vec3d> points, Vec3d (&axes)[3]) {
+  if (points.size() < 8) return false;
+  const std::vector<Vec3d> corner = Distinct(points, 8);
+  if (corner.size() != 8) return false;
+  Vec3d centre{};
+  for (const Vec3d& c : corner) centre += c / 8.0;
+  const double radius = Length(corner[0] - centre);
+  for (const Vec3d& c : corner)
+    if (std::fabs(Length(c - centre) - radius) > kSameCorner * radius) return false;
+  // Eight points on a sphere are a box where three of the ways from one of them to others stand at
+  // right angles and add up to the way to the one across.
+  const auto isSquare = [&](const Vec3d& a, const Vec3d& b) {
+    return std::fabs(Dot(a, b)) <= kSameCorner * Length(a) * Length(b);
+  };
+  for (int i = 1; i < 8; ++i)
+    for (int j = i + 1; j < 8; ++j)
+      for (int k = j + 1; k < 8; ++k) {
+        const Vec3d a = corner[i] - corner[0], b = corner[j] - corner[0], c = corner[k] - corner[0];
+        if (!isSquare(a, b) || !isSquare(b, c) || !isSquare(c, a)) continue;
+        if (Length(a + b + c - (centre - corner[0]) * 2.0) > 4 * kSameCorner * radius) continue;
+        axes[0] = Normalised(a);
+        axes[1] = Normalised(b);
+        axes[2] = Cross(axes[0], axes[1]);
+        return true;
+      }
+  return false;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

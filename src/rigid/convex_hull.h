@@ -1,0 +1,22 @@
+// Convex hulls of points.
+#pragma once
+#include <span>
+#include <vector>
+
+#include "host/vector.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Corners of a convex hull and triangles that face outwards; empty of points in a plane.
+struct ConvexHull {
+  std::vector<Vec3d> vertices;
+  std::vector<VecInt3D> triangles;
+};
+
+ConvexHull FindConvexHull(std::span<const Vec3d> points);
+
+/// The axes of a box, as the columns of a turn, where the points are the eight corners of one, some
+/// of them repeated; false else.
+bool FindBoxAxes(std::span<const Vec3d> points, Vec3d (&axes)[3]);
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

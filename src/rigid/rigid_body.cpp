@@ -1,0 +1,382 @@
+#include "rigid/rigid_body.h"
+
+#include <BulletDynamics/Dynamics/btRigidBody.h>
+#include <LinearMath/btDefaultMotionState.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "framework/state_archive.h"
+#include "rigid/bullet_frame.h"
+#include "rigid/bullet_world.h"
+#include "rigid/convex_hull.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr double kFrozenMass = 1e-4;  // kg, of a body whose mass was taken away
+constexpr double kFree = 1e-2;        // of what drives a body: less from elsewhere isn't a contact
+constexpr double kCalm = 2;           // seconds after which a slow body sleeps
+
+/// The product a^T p of a turn.
+Vec3d TurnBack(const Matrix& a, const Vec3d& p) {
+  return {Dot(a.v1, p), Dot(a.v2, p), Dot(a.v3, p)};
+}
+
+Matrix Turned(const Matrix& a, const Matrix& b) {
+  return {{}, a.Rotate(b.v1), a.Rotate(b.v2), a.Rotate(b.v3)};
+}
+
+Matrix Transposed(const Matrix& a) {
+  return {{}, {a.v1.x, a.v2.x, a.v3.x}, {a.v1.y, a.v2.y, a.v3.y}, {a.v1.z, a.v2.z, a.v3.z}};
+}
+
+/// The axes about which a body turns without wobbling, right-handed; those of a box where it is
+/// one, since those of a cube aren't known from its inertia.
+Matrix AxesOf(const BodyGeometry& geometry, const Matrix3d& inertia) {
+  Vec3d axes[3];
+  if (FindBoxAxes(geometry.vertices, axes)) return {{}, axes[0], axes[1], axes[2]};
+  Vec3d values;
+  Matrix3d vectors;
+  SlSymetricEigenDecomp(inertia, values, vectors);
+  const Vec3d a = Normalised(Vec3d{vectors[0], vectors[3], vectors[6]});
+  Vec3d b{vectors[1], vectors[4], vectors[7]};
+  b = Normalised(b - a * Dot(a, b));
+  return {{}, a, b, Cross(a, b)};
+}
+
+Vec3d Diagonal(const Matrix3d& m, const Matrix& axes) {
+  Vec3d diagonal{};
+  const Vec3d column[3] = {axes.v1, axes.v2, axes.v3};
+  for (int k = 0; k < 3; ++k)
+    for (int i = 0; i < 3; ++i)
+      for (int j = 0; j < 3; ++j) diagonal[k] += column[k][i] * m[3 * i + j] * column[k][j];
+  return diagonal;
+}
+
+}  // namespace
+
+void BodyMotion::Persist(StateArchive& archive) {
+  archive(centre, axes, isKeyed, linear, angular, calm, activation, isFrozen, previousMass, mass,
+          force, torque, contactLinear, contactAngular, impulse, turn, isCarried);
+}
+
+RigidBody::RigidBody(BulletWorld& world, std::string name)
+    : mWorld(world), mName(std::move(name)) {}
+
+RigidBody::~RigidBody() { Remove(); }
+
+void RigidBody::Remove() {
+  if (mBody) mWorld.Remove(*mBody);
+  mBody.reset();
+  mMotion.reset();
+}
+
+bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& settings,
+                       double worldToSim, bool isKeyed, const BodyMotion* restored) {
+  Remove();
+  if (geometry.triangles.empty()) return false;
+  BodyGeometry solid = geometry;
+  mProperties = geometry.isClosed ? MeasureMass(geometry.vertices, geometry.triangles)
+                                  : MassProperties{};
+  // What encloses nothing weighs as what its hull encloses would.
+  const bool isHeavy = settings.IsHeavy();
+  if (!(mProperties.volume > 0) && isHeavy) {
+    const ConvexHull hull = FindConvexHull(geometry.vertices);
+    if (hull.triangles.empty()) return false;
+    solid = {hull.vertices, hull.triangles, true};
+    mProperties = MeasureMass(hull.vertices, hull.triangles);
+    if (!(mProperties.volume > 0)) return false;
+  }
+  if (!(mProperties.volume > 0)) {
+    Vec3d low = solid.vertices.front(), high = low;
+    for (const Vec3d& v : solid.vertices) low = Min(low, v), high = Max(high, v);
+    mProperties.centre = (low + high) * 0.5;
+  }
+  if (settings.centre && isHeavy) {
+    const Vec3d marked = settings.centre->GlobalMatrix().offset * worldToSim;
+    mProperties.inertia = MovedInertia(mProperties, marked - mProperties.centre);
+    mProperties.centre = marked;
+  }
+  mAxes = mProperties.volume > 0 ? AxesOf(solid, mProperties.inertia) : Matrix{};
+  mInertia = Diagonal(mProperties.inertia, mAxes);
+  for (Vec3d& v : solid.vertices) v = TurnBack(mAxes, v - mProperties.centre);
+  mMargin = settings.margin >= 0 ? settings.margin * worldToSim : -1;
+  if (!mShape.Make(solid, settings.form, isHeavy, mMargin)) return false;
+
+  mSettings = settings;
+  mPreviousMass = 0;
+  ReadMass(settings, false);
+  if (restored) {
+    mIsFrozen = restored->isFrozen;
+    mPreviousMass = restored->previousMass;
+    mMass = restored->mass;
+  }
+  const btTransform place =
+      restored ? btTransform(AxesToBullet(restored->axes), ToBullet(restored->centre))
+               : btTransform(AxesToBullet(mAxes), ToBullet(mProperties.centre));
+  mMotion = std::make_unique<btDefaultMotionState>(place);
+  mBody = std::make_unique<btRigidBody>(0.0, mMotion.get(), mShape.Get());
+  mBody->setContactProcessingThreshold(1e18);
+  mBody->setUserPointer(this);
+  SetMass();
+  SetUp(true, restored ? restored->isKeyed : isKeyed);
+  mWorld.Add(*mBody);
+  if (restored) {
+    mBody->setLinearVelocity(ToBullet(restored->linear));
+    mBody->setAngularVelocity(TurnToBullet(restored->angular));
+    mBody->setDeactivationTime(restored->calm);
+    mBody->forceActivationState(restored->activation);
+    mForce = restored->force;
+    mTorque = restored->torque;
+    mContactLinear = restored->contactLinear;
+    mContactAngular = restored->contactAngular;
+  }
+  mPoseBefore = Pose();
+  return true;
+}
+
+void RigidBody::SetStart(const BodyPose& pose, const Vec3d& linear, const Vec3d& angular) {
+  if (!mBody) return;
+  const btTransform place(AxesToBullet(Turned(pose.turn, mAxes)), ToBullet(pose.centre));
+  mMotion->setWorldTransform(place);
+  mBody->setCenterOfMassTransform(place);
+  mBody->setInterpolationWorldTransform(place);
+  mBody->setLinearVelocity(ToBullet(linear));
+  mBody->setAngularVelocity(TurnToBullet(angular));
+  mPoseBefore = Pose();
+}
+
+void RigidBody::ReadMass(const ObstacleSettings& settings, bool isRunning) {
+  mPreviousMass = mMass;
+  if (settings.massMode == MassMode::FromDensity)
+    mMass = settings.density * mProperties.volume;
+  else
+    mMass = settings.mass;
+  if (settings.baked && settings.followsBake) mMass = 0;
+  if (!isRunning) return;
+  if (mPreviousMass > 0 && mMass == 0) mIsFrozen = true;
+  if (mPreviousMass == 0 && mMass > 0) mIsFrozen = false;
+}
+
+void RigidBody::SetMass() {
+  const double mass = mMass == 0 && mIsFrozen ? kFrozenMass : mMass;
+  const double density = mass > 0 && mProperties.volume > 0 ? mass / mProperties.volume : 0;
+  mBody->setMassProps(mass, {mInertia.x * density, mInertia.y * density, mInertia.z * density});
+  mBody->updateInertiaTensor();
+}
+
+void RigidBody::Update(const ObstacleSettings& settings, bool isKeyed) {
+  if (!mBody) return;
+  mSettings = settings;
+  ReadMass(settings, true);
+  const bool massChanged = mMass != mPreviousMass;
+  if (massChanged) {
+    mWorld.Remove(*mBody);
+    SetMass();
+  }
+  SetUp(false, isKeyed);
+  if (massChanged) mWorld.Add(*mBody);
+}
+
+void RigidBody::SetVolume(double volume) {
+  if (!mBody || !(volume > 0) || volume == mProperties.volume) return;
+  const double scale = volume / std::max(mProperties.volume, 1e-300);
+  mProperties.volume = volume;
+  for (double& i : mProperties.inertia) i *= scale;
+  mInertia = mInertia * scale;
+  if (mSettings.massMode == MassMode::FromDensity) mMass = mPreviousMass = mSettings.density * volume;
+  mWorld.Remove(*mBody);
+  SetMass();
+  SetUp(false, mIsKeyed);
+  mWorld.Add(*mBody);
+}
+
+void RigidBody::SetUp(bool reset, bool isKeyed) {
+  const ObstacleSettings& s = mSettings;
+  mIsKeyed = isKeyed;
+  const double mass = mMass == 0 && mIsFrozen ? kFrozenMass : mMass;
+  mBody->setFriction(s.friction);
+  mBody->setRollingFriction(0);
+  mBody->setSpinningFriction(0);
+  // The library takes the rolling friction of a contact as a length; see `BulletWorld`.
+  mBody->setRestitution(s.restitution);
+  mBody->setLinearFactor({s.linearFactor.x, s.linearFactor.y, s.linearFactor.z});
+  mBody->setAngularFactor(btVector3(s.angularFactor.x, s.angularFactor.y, s.angularFactor.z));
+  mBody->setDamping(s.linearDamping, s.angularDamping);
+  mBody->setSleepingThresholds(s.linearSleep, s.angularSleep);
+  int flags = mBody->getCollisionFlags() | btCollisionObject::CF_CUSTOM_MATERIAL_CALLBACK;
+  flags &= ~(btCollisionObject::CF_STATIC_OBJECT | btCollisionObject::CF_KINEMATIC_OBJECT |
+             btCollisionObject::CF_NO_CONTACT_RESPONSE);
+  if (s.isGhost) flags |= btCollisionObject::CF_NO_CONTACT_RESPONSE;
+  const bool follows = s.baked && s.followsBake;
+  mType = mass > 0 ? kDynamic : follows || isKeyed ? kKinematic : kStatic;
+  if (mType == kStatic) flags |= btCollisionObject::CF_STATIC_OBJECT;
+  if (mType == kKinematic) flags |= btCollisionObject::CF_KINEMATIC_OBJECT;
+  mBody->setCollisionFlags(flags);
+
+  if (!reset) {
+    const bool massChanged = mMass != mPreviousMass;
+    if ((massChanged && !mIsFrozen && mBody->getDeactivationTime() >= kCalm) ||
+        (s.wakesOnContact && (!mContacts.empty() || mWasHit)) ||
+        (s.wakesOnForce && Length(mForce) > s.wakeForce))
+      mBody->activate(true);
+  } else {
+    mForce = mTorque = {};
+    mBody->forceActivationState(ACTIVE_TAG);
+  }
+  if ((reset && (s.wakesOnContact || s.wakesOnForce)) || mIsFrozen) {
+    mBody->setDeactivationTime(kCalm);
+    mBody->forceActivationState(ISLAND_SLEEPING);
+  }
+}
+
+void RigidBody::SetPose(const BodyPose& pose, double dt) {
+  if (!mBody || mType == kDynamic) return;
+  const btTransform place(AxesToBullet(Turned(pose.turn, mAxes)), ToBullet(pose.centre));
+  const BodyPose before = Pose();
+  mMotion->setWorldTransform(place);
+  mBody->setCenterOfMassTransform(place);
+  if (!(dt > 0)) return;
+  mBody->setLinearVelocity(ToBullet((pose.centre - before.centre) / dt));
+  mBody->setAngularVelocity(TurnToBullet(RotationVector(before.turn, pose.turn) / dt));
+}
+
+double RigidBody::Density() const {
+  if (mSettings.massMode == MassMode::FromDensity || !(mProperties.volume > 0))
+    return mSettings.density;
+  return mMass / mProperties.volume;
+}
+
+BodyPose RigidBody::Pose() const {
+  if (!mBody) return {};
+  const btTransform& place = mBody->getCenterOfMassTransform();
+  return {FromBullet(place.getOrigin()),
+          Turned(AxesFromBullet(place.getBasis()), Transposed(mAxes))};
+}
+
+Vec3d RigidBody::LinearVelocity() const {
+  return mBody ? FromBullet(mBody->getLinearVelocity()) : Vec3d{};
+}
+Vec3d RigidBody::AngularVelocity() const {
+  return mBody ? TurnFromBullet(mBody->getAngularVelocity()) : Vec3d{};
+}
+
+bool RigidBody::IsAsleep() const { return mBody && !mBody->isActive(); }
+
+Vec3d RigidBody::InverseMass() const {
+  if (!mBody || !IsDynamic()) return {};
+  const double inverse = mBody->getInvMass();
+  return mSettings.linearFactor * inverse;
+}
+
+Matrix RigidBody::InverseInertia() const {
+  if (!mBody || !IsDynamic()) return {{}, {}, {}, {}};
+  Matrix inverse = AxesFromBullet(mBody->getInvInertiaTensorWorld());
+  // Symmetric: an axis that is held takes no torque and makes no turn.
+  Vec3d* column[3] = {&inverse.v1, &inverse.v2, &inverse.v3};
+  const Vec3d& f = mSettings.angularFactor;
+  for (int j = 0; j < 3; ++j)
+    for (int i = 0; i < 3; ++i) (*column[j])[i] *= std::sqrt(std::fabs(f[i] * f[j]));
+  return inverse;
+}
+
+void RigidBody::ApplyForceAtPoint(const Vec3d& force, const Vec3d& point) {
+  if (!IsDynamic()) return;
+  mForce += force;
+  mTorque += Cross(point - Pose().centre, force * mSettings.linearFactor);
+}
+void RigidBody::ApplyCentralForce(const Vec3d& force) {
+  if (IsDynamic()) mForce += force;
+}
+void RigidBody::ApplyTorque(const Vec3d& torque) {
+  if (IsDynamic()) mTorque += torque;
+}
+void RigidBody::ApplyImpulseAtPoint(const Vec3d& impulse, const Vec3d& point) {
+  if (!IsDynamic()) return;
+  ApplyCentralImpulse(impulse);
+  ApplyTorqueImpulse(Cross(point - Pose().centre, impulse * mSettings.linearFactor));
+}
+void RigidBody::ApplyCentralImpulse(const Vec3d& impulse) {
+  if (IsDynamic()) mBody->setLinearVelocity(ToBullet(LinearVelocity() + impulse * InverseMass()));
+}
+void RigidBody::ApplyTorqueImpulse(const Vec3d& impulse) {
+  if (IsDynamic())
+    mBody->setAngularVelocity(TurnToBullet(AngularVelocity() + InverseInertia().Rotate(impulse)));
+}
+
+void RigidBody::NoteHit() { mWasHit = true; }
+
+void RigidBody::BeginStep(double dt, const Vec3d& gravity) {
+  mPoseBefore = Pose();
+  mLinearBefore = LinearVelocity();
+  mAngularBefore = AngularVelocity();
+  if (!IsDynamic()) return;
+  mBody->clearForces();
+  mFall = mMass > 0 ? gravity * mSettings.linearFactor : Vec3d{};
+  if (mIsCarried && !IsAsleep()) {
+    mBody->setGravity({0, 0, 0});
+    const Vec3d change = (mFall + mForce * InverseMass()) * dt;
+    mBody->setLinearVelocity(ToBullet(LinearVelocity() + change));
+    const Vec3d spin = InverseInertia().Rotate(mTorque) * dt;
+    mBody->setAngularVelocity(TurnToBullet(AngularVelocity() + spin));
+    return;
+  }
+  mBody->setGravity(ToBullet(mMass > 0 ? gravity : Vec3d{}));
+  mBody->applyGravity();
+  mBody->applyCentralForce(ToBullet(mForce));
+  mBody->applyTorque(TurnToBullet(mTorque));
+}
+
+void RigidBody::EndStep(double dt, i32 internalSteps) {
+  mWasHit = false;
+  mContactLinear = mContactAngular = {};
+  if (!IsDynamic()) return;
+  if (IsAsleep()) return void(mForce = mTorque = {});
+  const Vec3d free = mFall + mForce * InverseMass();
+  const Vec3d spin = InverseInertia().Rotate(mTorque);
+  mContactLinear = LinearVelocity() - mLinearBefore - free * dt;
+  // The library moves bodies at the velocity that they have at the end of each of its steps, which
+  // brings one that falls freely ahead.
+  if (!mIsCarried && mContacts.empty() && Length(mContactLinear) <= kFree * Length(free) * dt) {
+    btTransform place = mBody->getCenterOfMassTransform();
+    place.setOrigin(place.getOrigin() - ToBullet(free * (0.5 * dt * dt / internalSteps)));
+    mBody->setCenterOfMassTransform(place);
+    mMotion->setWorldTransform(place);
+  }
+  mContactAngular = AngularVelocity() - mAngularBefore - spin * dt;
+  mForce = mTorque = {};
+}
+
+void RigidBody::Freeze() {
+  if (!mBody) return;
+  mHasLeft = true;
+  mBody->setLinearVelocity({0, 0, 0});
+  mBody->setAngularVelocity({0, 0, 0});
+  mBody->forceActivationState(DISABLE_SIMULATION);
+}
+
+BodyMotion RigidBody::Motion() const {
+  BodyMotion motion;
+  motion.isKeyed = mIsKeyed;
+  motion.linear = LinearVelocity();
+  motion.angular = AngularVelocity();
+  motion.isFrozen = mIsFrozen;
+  motion.previousMass = mPreviousMass;
+  motion.mass = mMass;
+  motion.force = mForce;
+  motion.torque = mTorque;
+  motion.contactLinear = mContactLinear;
+  motion.contactAngular = mContactAngular;
+  if (!mBody) return motion;
+  const btTransform& place = mBody->getCenterOfMassTransform();
+  motion.centre = FromBullet(place.getOrigin());
+  motion.axes = AxesFromBullet(place.getBasis());
+  motion.calm = mBody->getDeactivationTime();
+  motion.activation = mBody->getActivationState();
+  return motion;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

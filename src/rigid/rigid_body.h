@@ -1,0 +1,150 @@
+// Bodies of the rigid world.
+#pragma once
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fluids/mesh/obstacle_settings.h"
+#include "framework/body_state.h"
+#include "rigid/body_shape.h"
+#include "rigid/mass_properties.h"
+
+class btRigidBody;
+struct btDefaultMotionState;
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+class BulletWorld;
+class StateArchive;
+
+/// A place where two bodies touch, as one of them sees it. Simulation units.
+struct BodyContact {
+  bool persistent = false;  ///< it was there before
+  Vec3d position{};         ///< on this body
+  Vec3d normal{};           ///< towards the first of the two
+  double distance = 0;      ///< negative where they overlap
+  i32 lifetime = 0;         ///< internal steps
+  i32 index = -1;           ///< of the triangle on this body
+  i32 part = -1;            ///< and of its mesh
+};
+
+/// What a checkpoint keeps of a body.
+struct BodyMotion {
+  Vec3d centre{};
+  Matrix axes;             ///< of the library's body; without offset
+  bool isKeyed = false;
+  Vec3d linear{}, angular{};
+  double calm = 0;         ///< seconds that it has been slow for
+  i32 activation = 1;      ///< the library's state
+  bool isFrozen = false;
+  double previousMass = 0, mass = 0;
+  Vec3d force{}, torque{};                    ///< for the next step
+  Vec3d contactLinear{}, contactAngular{};    ///< what contacts changed in the last step
+  Vec3d impulse{}, turn{};                    ///< of the fluid, for the next step
+  bool isCarried = false;
+  void Persist(StateArchive& archive);
+};
+
+/// How a mesh moves as a rigid body. The world steps it; all that acts on it goes through here.
+class RigidBody : public BodyState {
+ public:
+  RigidBody(BulletWorld& world, std::string name);
+  ~RigidBody() override;
+  RigidBody(const RigidBody&) = delete;
+  RigidBody& operator=(const RigidBody&) = delete;
+
+  /// Makes the body anew of the mesh's vertices, which stand where `pose` says when it is
+  /// restored, and at their own place else. Kinematic: keys move it unless it has a mass. False
+  /// without triangles.
+  virtual bool Create(const BodyGeometry& geometry, const ObstacleSettings& settings,
+                      double worldToSim, bool isKeyed, const BodyMotion* restored);
+  /// Takes changed parameters.
+  void Update(const ObstacleSettings& settings, bool isKeyed);
+  /// Puts a body that isn't dynamic where keys have it.
+  void SetPose(const BodyPose& pose, double dt);
+  /// Parameters of a dynamic body's start.
+  void SetStart(const BodyPose& pose, const Vec3d& linear, const Vec3d& angular);
+
+  bool IsDynamic() const override { return mType == kDynamic; }
+  bool IsKinematic() const override { return mType == kKinematic; }
+  bool IsStatic() const override { return mType == kStatic; }
+  double Mass() const override { return mMass; }
+  double Density() const override;
+  /// Cubed simulation units that its triangles enclose.
+  double Volume() const { return mProperties.volume; }
+  /// From the voxels of a volume instead.
+  void SetVolume(double volume);
+
+  BodyPose Pose() const override;
+  /// Where it was before the last step of the world.
+  const BodyPose& PoseBefore() const { return mPoseBefore; }
+  Vec3d LinearVelocity() const override;
+  Vec3d AngularVelocity() const override;
+  bool IsAsleep() const;
+
+  void ApplyForceAtPoint(const Vec3d& force, const Vec3d& point) override;
+  void ApplyCentralForce(const Vec3d& force) override;
+  void ApplyTorque(const Vec3d& torque) override;
+  void ApplyImpulseAtPoint(const Vec3d& impulse, const Vec3d& point) override;
+  void ApplyCentralImpulse(const Vec3d& impulse) override;
+  void ApplyTorqueImpulse(const Vec3d& impulse) override;
+
+  void AddContact(const BodyContact& contact) { mContacts.push_back(contact); }
+  const std::vector<BodyContact>& Contacts() const { return mContacts; }
+  void ClearContacts() { mContacts.clear(); }
+  void NoteHit() override;
+
+  /// Before and after a step of the world of `dt` seconds.
+  virtual void BeginStep(double dt, const Vec3d& gravity);
+  virtual void EndStep(double dt, i32 internalSteps);
+  /// Stops it where it is, for good: it has left the world.
+  void Freeze();
+  bool HasLeft() const { return mHasLeft; }
+
+  virtual BodyMotion Motion() const;
+  const std::string& Name() const { return mName; }
+  const ObstacleSettings& Settings() const { return mSettings; }
+  btRigidBody* Get() const { return mBody.get(); }
+
+ protected:
+  enum Type { kStatic = 0, kKinematic = 1, kDynamic = 2 };
+  /// 1 / kg along each axis, with the linear factor; 0 unless dynamic.
+  Vec3d InverseMass() const;
+  /// 1 / (kg m^2), with the angular factor, in the axes of the simulation.
+  Matrix InverseInertia() const;
+  Vec3d mForce{}, mTorque{};  ///< until the end of the next step
+  Vec3d mFall{};              ///< what gravity does to it in a step, m/s^2
+  /// Much of what drives it follows from where it is, as the buoyancy of what floats: then
+  /// velocities take all of it ahead of the step, places follow the new ones, and what swings
+  /// doesn't swing up (symplectic Euler). Else it acts evenly, so that what falls does so exactly.
+  bool mIsCarried = false;
+  Vec3d mContactLinear{}, mContactAngular{};  ///< what contacts changed in the last step
+
+ private:
+  void ReadMass(const ObstacleSettings& settings, bool isRunning);
+  void SetMass();
+  void SetUp(bool reset, bool isKeyed);
+  void Remove();
+
+  BulletWorld& mWorld;
+  std::string mName;
+  ObstacleSettings mSettings;
+  BodyShape mShape;
+  MassProperties mProperties;  ///< of density 1, in the axes of the simulation at the start
+  Matrix mAxes;                ///< of the library's body, at the start; without offset
+  Vec3d mInertia{};            ///< about those axes, of density 1
+  std::unique_ptr<btDefaultMotionState> mMotion;
+  std::unique_ptr<btRigidBody> mBody;
+  Type mType = kStatic;
+  bool mIsKeyed = false;
+  bool mIsFrozen = false;
+  bool mHasLeft = false;
+  double mPreviousMass = 0, mMass = 0;
+  double mMargin = -1;  ///< simulation units
+  BodyPose mPoseBefore;
+  Vec3d mLinearBefore{}, mAngularBefore{};
+  std::vector<BodyContact> mContacts;
+  bool mWasHit = false;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,105 @@
+#include "rigid/rigid_body_variational.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+constexpr double kCarried = 0.1;  // of what else drives a body
+
+/// `change`, no longer than `most`.
+Vec3d Limited(const Vec3d& change, double most) {
+  const double length = Length(change);
+  return length > most ? change * (most / length) : change;
+}
+
+}  // namespace
+
+bool RigidBody_Variational::Create(const BodyGeometry& geometry, const ObstacleSettings& settings,
+                                   double worldToSim, bool isKeyed, const BodyMotion* restored) {
+  mImpulse = mTurn = mExpectedLinear = mExpectedAngular = mFluidForce = mFluidTorque = {};
+  mIsForeseen = mIsCarried = false;
+  if (!RigidBody::Create(geometry, settings, worldToSim, isKeyed, restored)) return false;
+  if (restored) {
+    mImpulse = restored->impulse;
+    mTurn = restored->turn;
+    mIsCarried = restored->isCarried;
+  }
+  return true;
+}
+
+BodyMotion RigidBody_Variational::Motion() const {
+  BodyMotion motion = RigidBody::Motion();
+  motion.impulse = mImpulse;
+  motion.turn = mTurn;
+  motion.isCarried = mIsCarried;
+  return motion;
+}
+
+void RigidBody_Variational::Foresee(double dt, const Vec3d& gravity) {
+  mExpectedLinear = mExpectedAngular = {};
+  mIsForeseen = IsDynamic() && !IsAsleep() && dt > 0;
+  if (!mIsForeseen) return;
+  const Vec3d fall = gravity * Settings().linearFactor + mForce * InverseMass();
+  const Vec3d spin = InverseInertia().Rotate(mTorque);
+  mExpectedLinear = fall * dt + Limited(mContactLinear, Length(fall) * dt);
+  // A body at rest on a slope or an edge is turned by the same contacts that hold it.
+  mExpectedAngular = spin * dt + Limited(mContactAngular, Length(mExpectedLinear));
+}
+
+void RigidBody_Variational::GetFlowVelocities(Vec3d& linear, Vec3d& angular) const {
+  const ObstacleSettings& s = Settings();
+  linear = LinearVelocity();
+  angular = AngularVelocity();
+  if (IsDynamic()) {
+    linear += mExpectedLinear + mImpulse * InverseMass();
+    angular += mExpectedAngular + InverseInertia().Rotate(mTurn);
+  }
+  linear = linear * s.linearTransfer;
+  angular = angular * s.angularTransfer;
+}
+
+Vec3d RigidBody_Variational::FlowInverseMass() const {
+  const ObstacleSettings& s = Settings();
+  if (!mIsForeseen) return {};
+  return InverseMass() * std::max(0.0, s.linearTransfer * s.forceTransfer);
+}
+
+Matrix RigidBody_Variational::FlowInverseInertia() const {
+  const ObstacleSettings& s = Settings();
+  const double factor = !mIsForeseen ? 0 : std::max(0.0, s.angularTransfer * s.torqueTransfer);
+  const Matrix inverse = InverseInertia();
+  return {{}, inverse.v1 * factor, inverse.v2 * factor, inverse.v3 * factor};
+}
+
+void RigidBody_Variational::TakeFluidImpulse(const Vec3d& impulse, const Vec3d& torque,
+                                             double dt) {
+  if (!IsDynamic() || !(dt > 0)) return;
+  const ObstacleSettings& s = Settings();
+  // In the start frame the fluid stands still and so does the body.
+  const double share = mIsForeseen ? 1 : 0;
+  mImpulse += impulse * (share * s.forceTransfer);
+  mTurn += torque * (share * s.torqueTransfer);
+  mIsCarried = Length(impulse * InverseMass()) > kCarried * Length(mExpectedLinear);
+  mFluidForce = mImpulse / dt;
+  mFluidTorque = mTurn / dt;
+}
+
+void RigidBody_Variational::BeginStep(double dt, const Vec3d& gravity) {
+  if (IsDynamic() && dt > 0) {
+    mForce += mImpulse / dt;
+    mTorque += mTurn / dt;
+  }
+  mFluidForce = mFluidTorque = {};
+  RigidBody::BeginStep(dt, gravity);
+}
+
+void RigidBody_Variational::EndStep(double dt, i32 internalSteps) {
+  RigidBody::EndStep(dt, internalSteps);
+  mImpulse = mTurn = {};
+  mExpectedLinear = mExpectedAngular = {};
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

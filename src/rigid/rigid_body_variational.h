@@ -1,0 +1,43 @@
+// Bodies that act with fluids.
+#pragma once
+#include "rigid/rigid_body.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// A rigid body as the variational coupling of a projection takes it (Batty, Bertails and Bridson
+/// 2007): with the velocities that it would have without the fluid, and what an impulse changes of
+/// them.
+///
+/// The fluid is projected after its forces have acted on it for a step, the body has its own before
+/// it in the next step of the world. So that both stand at the same moment, the velocities that the
+/// fluid sees hold gravity, forces and contacts of that step already. A contact that pushed in the
+/// last step is expected to push again, but by no more than what drives the body.
+class RigidBody_Variational : public RigidBody {
+ public:
+  using RigidBody::RigidBody;
+
+  void GetFlowVelocities(Vec3d& linear, Vec3d& angular) const override;
+  Vec3d FlowInverseMass() const override;
+  Matrix FlowInverseInertia() const override;
+  void TakeFluidImpulse(const Vec3d& impulse, const Vec3d& torque, double dt) override;
+
+  bool Create(const BodyGeometry& geometry, const ObstacleSettings& settings, double worldToSim,
+              bool isKeyed, const BodyMotion* restored) override;
+  BodyMotion Motion() const override;
+  void BeginStep(double dt, const Vec3d& gravity) override;
+  void EndStep(double dt, i32 internalSteps) override;
+  /// Gravity and forces that wait for the next step will act for `dt` seconds: before a projection.
+  void Foresee(double dt, const Vec3d& gravity);
+
+  /// What the fluid pressed with in the last step, newtons and newton metres.
+  const Vec3d& FluidForce() const { return mFluidForce; }
+  const Vec3d& FluidTorque() const { return mFluidTorque; }
+
+ private:
+  bool mIsForeseen = false;  ///< the fluid moves it in this step
+  Vec3d mExpectedLinear{}, mExpectedAngular{};  ///< changes in the step to come
+  Vec3d mImpulse{}, mTurn{};                    ///< of the fluid, for the next step
+  Vec3d mFluidForce{}, mFluidTorque{};
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
