@@ -170,8 +170,7 @@ void BulletWorld::MoveKeyed(const Scene& scene) {
     if (found == mBodies.end() || found->second->IsDynamic()) continue;
     mesh->PrepareAhead();
     BodyPose pose;
-    if (mesh->GetBodyPose(pose) && !(pose == found->second->Pose()))
-      mKeyed[key] = pose;
+    if (mShapes[key] != mesh->Revision() && mesh->GetBodyPose(pose)) mKeyed[key] = pose;
   }
 }
 
@@ -189,7 +188,7 @@ void BulletWorld::Advance(Scene& scene) {
     if (body->IsDynamic()) continue;
     const auto keyed = mKeyed.find(key);
     if (keyed == mKeyed.end())
-      body->SetPose(body->Pose(), dt);
+      body->Halt();
     else
       movers.push_back({body.get(), {body->Pose(), keyed->second}});
   }
@@ -269,7 +268,7 @@ void BulletWorld::MakeBody(const Key& key, Mesh& mesh, const Scene& scene) {
                                       mesh.ObjectName()));
     return;
   }
-  mesh.SetBody(body.get());
+  mesh.SetBody(body.get(), motion != nullptr);
   if (!motion && body->IsDynamic()) {
     if (auto* direction = dynamic_cast<AlignmentVector3D*>(
             scene.FindObject(settings.startDirection, kListAuxiliary))) {

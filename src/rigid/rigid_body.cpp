@@ -244,6 +244,12 @@ void RigidBody::SetPose(const BodyPose& pose, double dt) {
   mBody->setAngularVelocity(TurnToBullet(RotationVector(before.turn, pose.turn) / dt));
 }
 
+void RigidBody::Halt() {
+  if (!mBody || mType == kDynamic) return;
+  mBody->setLinearVelocity({0, 0, 0});
+  mBody->setAngularVelocity({0, 0, 0});
+}
+
 double RigidBody::Density() const {
   if (mSettings.massMode == MassMode::FromDensity || !(mProperties.volume > 0))
     return mSettings.density;

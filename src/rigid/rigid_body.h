@@ -62,7 +62,9 @@ class RigidBody : public BodyState {
   void Update(const ObstacleSettings& settings, bool isKeyed);
   /// Puts a body that isn't dynamic where keys have it.
   void SetPose(const BodyPose& pose, double dt);
-  /// Parameters of a dynamic body's start.
+  /// Keys leave it where it is in this step.
+  void Halt();
+  /// Where a dynamic body starts, and how fast.
   void SetStart(const BodyPose& pose, const Vec3d& linear, const Vec3d& angular);
 
   bool IsDynamic() const override { return mType == kDynamic; }

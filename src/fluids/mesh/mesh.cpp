@@ -161,7 +161,7 @@ void Mesh::CheckDirty() {
   if (!mObject) {
     if (HasTriangles()) Reset();
     Deactivate("it has no object; name one under 'object'");
-  } else if (IsFollowing() || !mHasHistory || mSettling || mAltered || HasObjectChanged()) {
+  } else if (IsFollowing() || mAwaitsBody || !mHasHistory || mSettling || mAltered || HasObjectChanged()) {
     SetFlag(FLAG_DIRTY, true);
   }
 }
@@ -192,6 +192,9 @@ void Mesh::Persist(StateArchive& archive) {
   archive(mObjectId, mPointDirty, mPolygonDirty, mMatrix, mMatrixBefore, mWorldToSim,
           mLinearVelocity, mAngularVelocity, mTagPresent, mHasHistory, mSettling, mAltered,
           mMatrixCache);
+  bool follows = IsFollowing() || mAwaitsBody;
+  archive(follows);
+  if (archive.IsLoading()) mAwaitsBody = follows;
   archive(mRest, mRestCentre, mRestNormals, mFollowed.centre, mFollowed.turn, mIsWrittenBack,
           mRestMatrix, mStartMatrix);
   if (mAltered) mPreviousMesh.Persist(archive);

@@ -75,9 +75,9 @@ class Mesh : public iObject {
   void GetVelocities(Vec3d& linear, Vec3d& angular) const;
   /// The same with angular x (point - centre) as `cross`.
   void GetVelocityParts(const Vec3d& point, Vec3d& linear, Vec3d& angular, Vec3d& cross) const;
-  /// The rigid body that it has, which lasts as long as it is set; null for none. A body that is
-  /// restored goes on from the shape that it was made of.
-  void SetBody(BodyState* body);
+  /// The rigid body that it has, which lasts as long as it is set; null for none. A new one is made
+  /// of the present vertices, one that `goesOn` of those that a checkpoint kept.
+  void SetBody(BodyState* body, bool goesOn = false);
   BodyState* GetBody() const { return mBody; }
   bool HasBody() const { return mBody; }
   /// The vertices of which its body was made.
@@ -181,6 +181,7 @@ class Mesh : public iObject {
   Vec3d mRestCentre{};         ///< and its centre of mass there
   std::vector<Vec3d> mRestNormals;
   BodyPose mFollowed;          ///< the pose that the vertices have
+  bool mAwaitsBody = false;    ///< a body that is still to be restored moves it
   bool mIsWrittenBack = false;
   Matrix mRestMatrix;          ///< of the object where the body was made
   Matrix mStartMatrix;         ///< and where a body first moved it

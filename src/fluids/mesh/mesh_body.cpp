@@ -35,11 +35,11 @@ VecInt3D Landmarks(const std::vector<Vec3d>& vertices) {
 
 }  // namespace
 
-void Mesh::SetBody(BodyState* body) {
-  const bool goesOn = !mBody && mRest.size() == mMesh.GetVertices().size();
+void Mesh::SetBody(BodyState* body, bool goesOn) {
   mBody = body;
+  mAwaitsBody = false;
   if (!body) return;
-  if (goesOn && body->Pose() == mFollowed) {
+  if (goesOn && mRest.size() == mMesh.GetVertices().size()) {
     mPivot = mFollowed.centre;
     return;
   }
@@ -58,6 +58,7 @@ void Mesh::LeaveBody() {
   }
   mIsWrittenBack = false;
   mBody = nullptr;
+  mAwaitsBody = false;
   mRest.clear();
   mRestNormals.clear();
 }
