@@ -1,6 +1,7 @@
 // What belongs to a simulation or to one of its objects and stands in no list.
 #pragma once
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "host/types.h"
@@ -35,6 +36,8 @@ class ScenePart {
   virtual void DomainChanged(const GridLayout& /*domain*/) {}
   /// Saves or restores what a later frame depends on, as `iBase::Persist` does.
   virtual void Persist(StateArchive& /*archive*/) {}
+  /// As `iBase::TakeWarnings`.
+  virtual std::vector<std::string> TakeWarnings() { return {}; }
   /// Bytes that it holds or is going to hold in this step.
   virtual double Memory() const { return 0; }
 };

@@ -29,10 +29,10 @@ const ParameterTable& Rows() {
           .AtLeast(0)
           .To(&ObstacleSettings::density),
       RealRow(2004, "linear_velocity_transfer", 1.0, "none",
-              "how much a moving obstacle pushes the gas: 0 lets it pass like a ghost's wall")
+              "how much a moving obstacle pushes the fluid: 0 lets it pass like a ghost's wall")
           .To(&ObstacleSettings::linearTransfer),
       RealRow(2005, "angular_velocity_transfer", 1.0, "none",
-              "how much a turning obstacle stirs the gas")
+              "how much a turning obstacle stirs the fluid")
           .To(&ObstacleSettings::angularTransfer),
       BoolRow(2006, "ghost", false, "other bodies pass through it").To(&ObstacleSettings::isGhost),
       RealRow(2007, "linear_sleep_speed", 0.1, "m/s",
@@ -108,9 +108,9 @@ const ParameterTable& Rows() {
       LinksRow(2029, "restitution_constraints", "where restitution counts, and how much")
           .AcceptsAny(kConstraints)
           .Kept(),
-      RealRow(2030, "force_transfer", 1.0, "none", "how much the gas can push the body along")
+      RealRow(2030, "force_transfer", 1.0, "none", "how much the fluid can push the body along")
           .To(&ObstacleSettings::forceTransfer),
-      RealRow(2031, "torque_transfer", 1.0, "none", "how much the gas can make the body spin")
+      RealRow(2031, "torque_transfer", 1.0, "none", "how much the fluid can make the body spin")
           .To(&ObstacleSettings::torqueTransfer),
       BoolRow(2032, "wake_on_contact", false, "hangs still until something touches it").To(&ObstacleSettings::wakesOnContact),
       BoolRow(2033, "write_back", true,
@@ -130,6 +130,10 @@ const ParameterTable& Rows() {
       BoolRow(2040, "follow_bake", true, "the stored motion is what moves the body")
           .Missing(i32{0})
           .To(&ObstacleSettings::followsBake),
+      LongRow(2042, "shape", 0, "",
+              "how it meets other bodies: automatic takes the simplest that fits its polygons")
+          .Choices({{0, "automatic"}, {1, "box"}, {2, "ball"}, {3, "hull"}, {4, "polygons"}})
+          .To(&ObstacleSettings::form),
       RealRow(2041, "bake_offset", 0.0, "frames", "plays the stored motion earlier or later")
           .To(&ObstacleSettings::bakeOffset),
   };
@@ -147,7 +151,8 @@ const NodeKind& ObstacleKind() {
       .label = "Obstacle",
       .menu = {"Bodies"},
       .purpose =
-          "makes a volume solid for the gas (the key \"obstacle\" of a node, no node itself)",
+          "makes a volume solid for the fluids, and with a mass a rigid body that they push (the key "
+          "\"obstacle\" of a node, no node itself)",
       .example =
           {{example::kBall},
            {example::kBallMesh,

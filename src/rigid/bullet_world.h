@@ -41,7 +41,7 @@ class BulletWorld : public ScenePart {
 
   /// In the order of their nodes.
   std::vector<const RigidBody_Variational*> Bodies() const;
-  std::vector<std::string> TakeWarnings() { return std::exchange(mWarnings, {}); }
+  std::vector<std::string> TakeWarnings() override { return std::exchange(mWarnings, {}); }
 
  private:
   struct Library;

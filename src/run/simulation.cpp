@@ -257,7 +257,9 @@ std::string GapText(const NarrowGaps::Place& gap, const GridLayout& domain, bool
 }
 
 /// Adds what objects report of themselves, each sentence once.
-void TakeFaults(const Scene& scene, std::vector<std::string>& told) {
+void TakeFaults(const SulvaScene& scene, std::vector<std::string>& told) {
+  for (const auto& part : scene.mParts)
+    for (std::string& warning : part->TakeWarnings()) told.push_back(std::move(warning));
   ForEachObject(scene, [&](iBase& object) {
     for (const std::string& warning : object.TakeWarnings())
       told.push_back(fmt::format("{}: {}", LabelOf(object), warning));

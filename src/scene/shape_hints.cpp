@@ -8,6 +8,7 @@
 #include "fluids/emission/channel_pair.h"
 #include "fluids/emission/object_grid_emitter.h"
 #include "fluids/mesh/multi_mesh.h"
+#include "fluids/mesh/obstacle_settings.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
@@ -25,7 +26,8 @@ class ShapeHints : public ShapeBoxes {
  public:
   using ShapeBoxes::ShapeBoxes;
 
-  /// Tags outside of volumes make nothing solid, unless a volume with a tag has the shape.
+  /// Tags outside of volumes make nothing solid, unless a volume with a tag has the shape; but rigid
+  /// bodies meet what they stand on.
   void LookAtTags() {
     std::set<NodeId> solid;
     for (const auto isShape : {IsVolume, IsMesh})
@@ -34,6 +36,15 @@ class ShapeHints : public ShapeBoxes {
         const bool hasTag = node.Tag(kObstacleTag) != nullptr;
         if (IsVolume(node) ? hasTag : solid.contains(node.Id())) AddLinks(node, solid);
       });
+    bool hasBodies = false;
+    ForEachNode([&](const BaseNode& node) {
+      const BaseNode* tag = node.Tag(kObstacleTag);
+      if (!tag || !tag->Table()) return;
+      ObstacleSettings settings;
+      FillMembers(*tag->Table(), tag, settings);
+      hasBodies |= settings.IsHeavy();
+    });
+    if (hasBodies) return;
     ForEachNode([&](const BaseNode& node) {
       if (node.Tag(kObstacleTag) && !IsVolume(node) && !solid.contains(node.Id()))
         Warn(node,

@@ -93,8 +93,8 @@ void Grid_Incompressibility::GatherSolids(std::vector<MovingBody>& moving,
       body.linear = body.linear / mFields.dt;
       body.angular = body.angular / mFields.dt;
     }
-    if (mesh && mesh->IsDynamic() && mesh->GetBody()) body.coupled = 0;
-    if (body.coupled < 0 && body.perStep == 0 && body.linear == Vec3d{} && body.angular == Vec3d{})
+    if (mesh && mesh->IsDynamic()) body.state = mesh->GetBody();
+    if (!body.state && body.perStep == 0 && body.linear == Vec3d{} && body.angular == Vec3d{})
       resting.push_back(volume);
     else
       moving.push_back(body);
@@ -114,7 +114,7 @@ bool Grid_Incompressibility::PrepareSystem() {
   if (mFields.source && mFields.source->Dims() != mCells) mFields.source = nullptr;
   GatherSolids(mMoving, mResting);
   for (MovingBody& body : mMoving)
-    if (body.coupled >= 0) body.coupled = mBodies.Add(*body.volume->GetMesh()->GetBody());
+    if (body.state) body.coupled = mBodies.Add(*body.state);
   mCoupling.resize(mCells.z);
   for (auto& layer : mCoupling) layer.clear();
   LatticeSolver* used = &Used();

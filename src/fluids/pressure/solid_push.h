@@ -22,8 +22,8 @@ struct MovingBody {
   /// Where above 0, the solid deforms: what its surface goes in a step, times this, is its velocity
   /// there, and the three above don't count.
   double perStep = 0;
-  /// Of a body that the pressure moves, its number in the coupling; -1 else.
-  i32 coupled = -1;
+  BodyState* state = nullptr;  ///< of a body that the pressure moves
+  i32 coupled = -1;            ///< its number in the coupling
 };
 
 /// The flow of moving solids through faces.

@@ -1,0 +1,148 @@
+// Bodies that the pressure of a projection moves.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "framework/body_state.h"
+#include "projection_box.h"
+
+using namespace MELDO_GLOBAL;
+using namespace MELDO_GLOBAL::MELDO_SULVA;
+using projection::Box;
+
+namespace {
+
+/// A free body that remembers what pressed it.
+struct FreeBody : BodyState {
+  double mass = 1, inertia = 1;
+  Vec3d linear{}, angular{};
+  Vec3d impulse{}, turn{};
+
+  bool IsDynamic() const override { return true; }
+  bool IsKinematic() const override { return false; }
+  bool IsStatic() const override { return false; }
+  double Mass() const override { return mass; }
+  double Density() const override { return 0; }
+  BodyPose Pose() const override { return {}; }
+  Vec3d LinearVelocity() const override { return linear; }
+  Vec3d AngularVelocity() const override { return angular; }
+  void GetFlowVelocities(Vec3d& v, Vec3d& w) const override {
+    v = linear + impulse / mass;
+    w = angular + turn / inertia;
+  }
+  Vec3d FlowInverseMass() const override { return Vec3d{1, 1, 1} / mass; }
+  Matrix FlowInverseInertia() const override {
+    return {{}, {1 / inertia, 0, 0}, {0, 1 / inertia, 0}, {0, 0, 1 / inertia}};
+  }
+  void ApplyForceAtPoint(const Vec3d&, const Vec3d&) override {}
+  void ApplyCentralForce(const Vec3d&) override {}
+  void ApplyTorque(const Vec3d&) override {}
+  void ApplyImpulseAtPoint(const Vec3d&, const Vec3d&) override {}
+  void ApplyCentralImpulse(const Vec3d&) override {}
+  void ApplyTorqueImpulse(const Vec3d&) override {}
+  void TakeFluidImpulse(const Vec3d& p, const Vec3d& l, double) override { impulse = p, turn = l; }
+  void NoteHit() override {}
+};
+
+constexpr f32 kCell = 0.1f;
+constexpr double kDensity = 1000;
+
+/// A ball of fluid-like stuff in the middle of a box of fluid.
+struct BallInBox {
+  std::unique_ptr<projection::FormulaVolume> ball;
+  Box box;
+  FreeBody body;
+  Vec3d centre;
+  double volume;
+
+  BallInBox(i32 cells, double radius, u8 walls, i32 solver, const Vec3d& at)
+      : ball(projection::Ball(at, radius, kCell)),
+        box({cells, cells, cells}, kCell, walls, {ball.get()}),
+        centre(at * double{kCell}),
+        volume(4.0 / 3 * M_PI * std::pow(radius * kCell, 3)) {
+    box.projection.mLinearSolver = solver;
+    box.projection.mDensity = kDensity;
+    for (LatticeSolver* linear : {static_cast<LatticeSolver*>(&box.projection.mCG),
+                                  static_cast<LatticeSolver*>(&box.projection.mMultigrid)})
+      linear->mAccuracy.tolerance = 1e-11;
+    body.mass = volume * kDensity;
+    body.inertia = 0.4 * body.mass * std::pow(radius * kCell, 2);
+  }
+  void Project() {
+    box.projection.moving = {
+        {ball.get(), centre, body.linear, body.angular, 0, &body}};
+    box.Project();
+  }
+};
+
+}  // namespace
+
+// What starts to move in still fluid drags half of its own volume along (Lamb 1932, section 92);
+// the far walls of this box are open.
+TEST(BodyCoupling, ABallCarriesItsAddedMass) {
+  for (const i32 solver : {0, 2})
+    for (const double heavy : {0.2, 1.0, 5.0}) {
+      BallInBox rig(46, 6, 0, solver, {23.1, 22.8, 23.3});
+      rig.body.mass *= heavy;
+      rig.body.linear = {1, 0.5, -0.3};
+      rig.Project();
+      Vec3d v, w;
+      rig.body.GetFlowVelocities(v, w);
+      const double kept = heavy / (heavy + 0.5);
+      for (int a = 0; a < 3; ++a)
+        EXPECT_NEAR(v[a], kept * rig.body.linear[a], 0.03 * std::fabs(rig.body.linear[a]))
+            << solver << " " << heavy;
+      EXPECT_LT(rig.box.projection.DivergenceMax(), 1e-6);
+    }
+}
+
+// A ball as heavy as the fluid falls with it: no face of it presses. Gauss-Seidel hands over.
+TEST(BodyCoupling, WhatIsAsHeavyAsTheFluidFallsWithIt) {
+  for (const i32 solver : {0, 1, 2}) {
+    BallInBox rig(20, 4.3, 0, solver, {10.2, 9.7, 10});
+    const Vec3d fall{0.1, -0.4, 0.2};
+    rig.body.linear = fall;
+    for (i32 axis = 0; axis < 3; ++axis) rig.box.velocity[axis]->Fill(fall[axis]);
+    rig.Project();
+    EXPECT_LT(Length(rig.body.impulse), 1e-6 * rig.body.mass * Length(fall)) << solver;
+    EXPECT_LT(rig.box.projection.DivergenceMax(), 1e-6) << solver;
+  }
+}
+
+// In a closed box of fluid at rest that starts to fall, a ball of another density gets the weight
+// of what it displaces, from whatever side gravity comes, and none of it turns it.
+TEST(BodyCoupling, AClosedBoxGivesBuoyancy) {
+  for (const Vec3d& fall : {Vec3d{0, -0.4, 0}, Vec3d{0.3, 0.1, -0.2}}) {
+    BallInBox rig(20, 4.3, kWallsAll, 2, {10.2, 9.7, 10});
+    rig.body.mass *= 1e9;
+    rig.body.inertia *= 1e9;
+    for (i32 axis = 0; axis < 3; ++axis) rig.box.velocity[axis]->Fill(fall[axis]);
+    rig.Project();
+    const Vec3d exact = fall * (-rig.volume * kDensity);
+    EXPECT_LT(Length(rig.body.impulse - exact), 0.01 * Length(exact));
+    EXPECT_LT(Length(rig.body.turn), 1e-3 * Length(exact) * 4.3 * kCell);
+  }
+}
+
+// A piston in a closed tube moves as far as what it presses out of one side fits into the other:
+// here not at all, whatever it weighs.
+TEST(BodyCoupling, APistonInASealedTubeIsHeld) {
+  const VecInt3D cells{20, 8, 8};
+  projection::FormulaVolume piston(projection::MakeLayout(cells, kCell), [](const Vec3d& p) {
+    return std::fabs(p.x / kCell - 10.3) * kCell - 2 * kCell;
+  });
+  Box box(cells, kCell, kWallsAll, {&piston});
+  box.projection.mDensity = kDensity;
+  box.projection.mLinearSolver = 2;
+  box.projection.mMultigrid.mAccuracy.tolerance = 1e-12;
+  FreeBody body;
+  body.mass = 50;
+  body.inertia = 1e6;
+  body.linear = {0.7, 0, 0};
+  box.projection.moving = {{&piston, Vec3d{1.03, 0.4, 0.4}, body.linear, {}, 0, &body}};
+  box.Project();
+  Vec3d v, w;
+  body.GetFlowVelocities(v, w);
+  EXPECT_LT(std::fabs(v.x), 1e-5);
+  EXPECT_LT(box.LargestDivergence(), 1e-4);
+}
