@@ -83,7 +83,9 @@ class Scene : public host::LinkSource {
   f64 mCellHalf = 0;
   f64 mCellQuarter = 0;
   Vec3d mGravity{0, -9.81, 0};
+  i32 mRigidIterations = 10;
   i32 mRigidSubsteps = 10;
+  i32 mRigidBroadphase = 0;
   host::HostThread* mThread = nullptr;
   EvaluationReport mReport;
 };

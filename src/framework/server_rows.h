@@ -20,7 +20,7 @@ enum Row : i32 {
   kRenderCellSize = 1015,
   kRigidIterations = 1300,
   kRigidSubsteps = 1301,
-  kBroadphase = 1302,
+  kRigidBroadphase = 1302,
   // A viewport's, and how the iso density of particles is measured: see `ParticleIsoDensity`.
   kIsoKernel = 1400,
   kShowStatistics = 1401,

@@ -104,16 +104,18 @@ const ParameterTable& SulvaScene::Parameters() {
           .To(&SceneSettings::threadLimit),
       LongRow(server_row::kRigidIterations, "rigid_iterations", 10, "",
               "how hard stacks of rigid bodies are kept from sinking into each other")
-          .AtLeast(1),
+          .AtLeast(1)
+          .To(&SceneSettings::rigidIterations),
       LongRow(server_row::kRigidSubsteps, "rigid_substeps", 10, "",
               "how finely rigid bodies move: raise it where fast ones pass through walls")
           .AtLeast(1)
           .To(&SceneSettings::rigidSubsteps),
-      LongRow(server_row::kBroadphase, "rigid_mode", 0, "",
+      LongRow(server_row::kRigidBroadphase, "rigid_mode", 0, "",
               "how bodies that are near each other are found: a tree suits all, the sweeps worlds "
               "in which little moves")
           .Choices({{0, "tree"}, {1, "sweep"}, {2, "wide_sweep"}})
-          .OrNumbers(),
+          .OrNumbers()
+          .To(&SceneSettings::rigidBroadphase),
       LinkRow(server_row::kIsoKernel, "iso_kernel",
               "how particles weigh their neighbours where their usual density is measured")
           .AcceptsAny({kListAuxiliary, 0})
@@ -240,7 +242,9 @@ bool SulvaScene::Execute(HostThread* thread, bool render) {
   mGravity = settings.gravity;
   mFlags &= ~(kDomainChanged | kTimeChanged);
   mSeed = settings.seed;
+  mRigidIterations = settings.rigidIterations;
   mRigidSubsteps = settings.rigidSubsteps;
+  mRigidBroadphase = settings.rigidBroadphase;
   const double cellSize = render ? settings.renderCellSize : settings.cellSize;
   ReadClock();
   if (mClock.time != mClock.lastTime) mFlags |= kTimeChanged;

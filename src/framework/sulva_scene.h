@@ -31,7 +31,9 @@ struct SceneSettings : host::ParameterHolder {
   i32 firstFrame = 0;
   i32 lastFrame = 90;
   i32 threadLimit = 0;
+  i32 rigidIterations = 10;
   i32 rigidSubsteps = 10;
+  i32 rigidBroadphase = 0;
 };
 
 /// One simulation under one server node. The scene owns the objects of its lists; a list is ordered

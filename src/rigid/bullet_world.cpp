@@ -18,7 +18,6 @@
 #include "fluids/mesh/multi_mesh.h"
 #include "fluids/mesh/sheet.h"
 #include "fluids/mesh/turn_by.h"
-#include "framework/server_rows.h"
 #include "framework/state_archive.h"
 #include "rigid/bullet_frame.h"
 
@@ -110,17 +109,17 @@ void BulletWorld::Reset() {
   mLibrary.reset();
 }
 
-void BulletWorld::Build() {
+void BulletWorld::Build(const Scene& scene) {
   for (auto& [key, body] : mBodies)
     if (body->Get()) mLibrary->world->removeRigidBody(body->Get());
-  mLibrary = std::make_unique<Library>(mBroadphase);
+  mLibrary = std::make_unique<Library>(scene.mRigidBroadphase);
   // Process-wide, and without any state.
   gCalculateCombinedFrictionCallback = Friction;
   gCalculateCombinedRollingFrictionCallback = RollingFriction;
   gCalculateCombinedSpinningFrictionCallback = NoFriction;
   btContactSolverInfo& info = mLibrary->world->getSolverInfo();
   info.m_solverMode |= SOLVER_SIMD | SOLVER_RANDMIZE_ORDER;
-  info.m_numIterations = mIterations;
+  info.m_numIterations = scene.mRigidIterations;
   info.m_splitImpulse = true;
   info.m_splitImpulsePenetrationThreshold = -0.02;
   info.m_splitImpulseTurnErp = 0.1;
@@ -152,12 +151,6 @@ std::vector<std::pair<BulletWorld::Key, Mesh*>> BulletWorld::Meshes(const Scene&
   return found;
 }
 
-void BulletWorld::ReadRows(const Scene& scene) {
-  InterfaceHandler server(scene.Server());
-  mIterations = std::max(1, server.GetLong(server_row::kRigidIterations));
-  mBroadphase = server.GetLong(server_row::kBroadphase);
-}
-
 void BulletWorld::BeginStep(Scene&) {
   for (auto& [key, body] : mBodies) body->ClearContacts();
 }
@@ -180,7 +173,7 @@ void BulletWorld::Advance(Scene& scene) {
   if (!mRestored.empty()) Restore(scene);
   if (mBodies.empty() || !(dt > 0)) return;
   // What the library knows of the frame before isn't kept.
-  if (scene.mTime.substep <= 1) Build();
+  if (scene.mTime.substep <= 1) Build(scene);
   MoveKeyed(scene);
   std::vector<std::pair<RigidBody*, std::pair<BodyPose, BodyPose>>> movers;
   for (auto& [key, body] : mBodies) {
@@ -282,8 +275,7 @@ void BulletWorld::MakeBody(const Key& key, Mesh& mesh, const Scene& scene) {
 }
 
 void BulletWorld::Restore(const Scene& scene) {
-  ReadRows(scene);
-  Build();
+  Build(scene);
   for (const auto& [key, mesh] : Meshes(scene))
     if (mRestored.contains(key)) MakeBody(key, *mesh, scene);
   mRestored.clear();
@@ -295,8 +287,7 @@ void BulletWorld::FollowVolumes(Scene& scene) {
     return entry.second->GetObstacle().IsHeavy();
   });
   if (!isNeeded && mBodies.empty()) return;
-  ReadRows(scene);
-  if (!mLibrary) Build();
+  if (!mLibrary) Build(scene);
   std::erase_if(mBodies, [&](const auto& entry) {
     return std::none_of(meshes.begin(), meshes.end(),
                         [&](const auto& mesh) { return mesh.first == entry.first; });

@@ -49,16 +49,13 @@ class BulletWorld : public ScenePart {
   using Key = std::pair<host::NodeId, host::NodeId>;
 
   static std::vector<std::pair<Key, Mesh*>> Meshes(const Scene& scene);
-  void ReadRows(const Scene& scene);
-  void Build();
+  void Build(const Scene& scene);
   void Restore(const Scene& scene);
   void MakeBody(const Key& key, Mesh& mesh, const Scene& scene);
   void MoveKeyed(const Scene& scene);
   void NoteContacts();
   void FreezeStray();
 
-  i32 mIterations = 10;
-  i32 mBroadphase = 0;
   std::unique_ptr<Library> mLibrary;
   std::map<Key, std::unique_ptr<RigidBody_Variational>> mBodies;
   std::map<Key, BodyMotion> mRestored;  ///< of bodies that aren't made yet

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "fluids/mesh/obstacle_settings.h"
+
 namespace MELDO_GLOBAL::app {
 
 using namespace host;
@@ -81,6 +83,18 @@ std::set<NodeId> HintBase::LinksOf(const BaseNode& node) {
       for (const InExcludeData::Entry& entry : list->entries) linked.insert(entry.node);
   }
   return linked;
+}
+
+bool HintBase::HasBodies() const {
+  bool any = false;
+  mScene.document->ForEachNode([&](const BaseNode& node) {
+    const BaseNode* tag = node.Tag(host::kObstacleTag);
+    if (!tag || !tag->Table() || any) return;
+    MELDO_SULVA::ObstacleSettings settings;
+    host::FillMembers(*tag->Table(), tag, settings);
+    any = settings.IsHeavy();
+  });
+  return any;
 }
 
 bool HintBase::MayWork(const BaseNode& node) const {

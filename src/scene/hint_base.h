@@ -45,6 +45,8 @@ class HintBase {
   /// Whatever a node links.
   static std::set<NodeId> LinksOf(const BaseNode& node);
 
+  /// Some obstacle has a mass, so that all are bodies.
+  bool HasBodies() const;
   bool MayWork(const BaseNode& node) const;
   const std::vector<const BaseNode*>& ReadersOf(const BaseNode& node) const;
 

@@ -10,6 +10,7 @@
 #include "fluids/emission/grid_cell_emitter.h"
 #include "fluids/emission/object_grid_emitter.h"
 #include "fluids/emission/particle_to_grid_emitter.h"
+#include "fluids/mesh/multi_mesh.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
@@ -128,6 +129,14 @@ class ReachFinder {
     }
   }
 
+  /// A mesh of which rigid bodies are made.
+  bool HoldsBodies(const BaseNode& node) const {
+    if (node.Type() != Mesh::Kind().id && node.Type() != MultiMesh::Kind().id) return false;
+    const std::vector<Target> objects = TargetsOf(node);
+    return std::any_of(objects.begin(), objects.end(),
+                       [](const Target& target) { return target.node->Tag(kObstacleTag); });
+  }
+
   void LookAt(const BaseNode& node) {
     const NodeKind* kind = FindKind(node.Type());
     if (!kind || !node.Table()) return;
@@ -136,7 +145,7 @@ class ReachFinder {
     LookAtLinks(node);
     LookAtStage(node, *kind);
     NodeReach& reach = mReach.mNodes[node.Id()];
-    if (!kind->OnlyServes() || node.Tag(kObstacleTag) || WidensBounds(node) ||
+    if (!kind->OnlyServes() || node.Tag(kObstacleTag) || HoldsBodies(node) || WidensBounds(node) ||
         mExported.contains(node.Id()) || !reach.readers.empty())
       return;
     reach.isUnread = true;

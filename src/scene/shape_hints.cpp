@@ -8,7 +8,6 @@
 #include "fluids/emission/channel_pair.h"
 #include "fluids/emission/object_grid_emitter.h"
 #include "fluids/mesh/multi_mesh.h"
-#include "fluids/mesh/obstacle_settings.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
@@ -36,15 +35,7 @@ class ShapeHints : public ShapeBoxes {
         const bool hasTag = node.Tag(kObstacleTag) != nullptr;
         if (IsVolume(node) ? hasTag : solid.contains(node.Id())) AddLinks(node, solid);
       });
-    bool hasBodies = false;
-    ForEachNode([&](const BaseNode& node) {
-      const BaseNode* tag = node.Tag(kObstacleTag);
-      if (!tag || !tag->Table()) return;
-      ObstacleSettings settings;
-      FillMembers(*tag->Table(), tag, settings);
-      hasBodies |= settings.IsHeavy();
-    });
-    if (hasBodies) return;
+    if (HasBodies()) return;
     ForEachNode([&](const BaseNode& node) {
       if (node.Tag(kObstacleTag) && !IsVolume(node) && !solid.contains(node.Id()))
         Warn(node,

@@ -121,11 +121,6 @@ TEST(Catalogue, EveryRowFillsAMemberOrSaysThatItIsKept) {
       // A command reads these.
       if (owner == "server" && row.id >= cache_setup::kFirst && row.id <= cache_setup::kLast)
         continue;
-      // The scene has it for bodies, which it doesn't hold yet.
-      if (owner == "server" && row.name == "rigid_substeps") {
-        EXPECT_TRUE(row.kept && row.fill) << row.name;
-        continue;
-      }
       EXPECT_NE(row.kept, row.fill || row.connect) << owner << '.' << row.name;
     }
   };
