@@ -79,8 +79,9 @@ const ParameterTable& SulvaScene::Parameters() {
       RealRow(server_row::kTimeScale, "time_scale", 1.0, "none",
               "slow motion below 1, fast motion above; 0 or less freezes the picture")
           .To(&SceneSettings::timeScale),
-      VectorRow(server_row::kGravity, "gravity", {0, -9.81, 0}, "m/s^2",
-                "pulls particles that fly and rigid bodies; fluids rise and sink by their own forces")
+      VectorRow(
+          server_row::kGravity, "gravity", {0, -9.81, 0}, "m/s^2",
+          "pulls particles that fly and rigid bodies; fluids rise and sink by their own forces")
           .To(&SceneSettings::gravity),
       LongRow(1014, "seed", 2150, "",
               "start of everything random: another one gives a sister of the same shot")

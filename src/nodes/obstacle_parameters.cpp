@@ -112,7 +112,8 @@ const ParameterTable& Rows() {
           .To(&ObstacleSettings::forceTransfer),
       RealRow(2031, "torque_transfer", 1.0, "none", "how much the fluid can make the body spin")
           .To(&ObstacleSettings::torqueTransfer),
-      BoolRow(2032, "wake_on_contact", false, "hangs still until something touches it").To(&ObstacleSettings::wakesOnContact),
+      BoolRow(2032, "wake_on_contact", false, "hangs still until something touches it")
+          .To(&ObstacleSettings::wakesOnContact),
       BoolRow(2033, "write_back", true,
               "the picture shows the object where the simulated body went")
           .Missing(i32{0})
@@ -151,7 +152,8 @@ const NodeKind& ObstacleKind() {
       .label = "Obstacle",
       .menu = {"Bodies"},
       .purpose =
-          "makes a volume solid for the fluids, and with a mass a rigid body that they push (the key "
+          "makes a volume solid for the fluids, and with a mass a rigid body that they push (the "
+          "key "
           "\"obstacle\" of a node, no node itself)",
       .example =
           {{example::kBall},

@@ -19,10 +19,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr double kSame = 1e-6;         // of a body's size: places that count as one
+constexpr double kSame = 1e-6;           // of a body's size: places that count as one
 constexpr std::size_t kBallPoints = 60;  // fewer of them on a sphere are corners
-constexpr double kBallVolume = 0.9;    // of the sphere's
-constexpr double kConvex = 0.999;      // of the hull's volume
+constexpr double kBallVolume = 0.9;      // of the sphere's
+constexpr double kConvex = 0.999;        // of the hull's volume
 
 /// Half the box about the origin that holds all vertices.
 Vec3d HalfBox(const std::vector<Vec3d>& vertices) {
@@ -49,8 +49,7 @@ bool BodyShape::Make(const BodyGeometry& geometry, BodyForm form, bool isDynamic
   if (!isMade) return false;
   // A ball's margin is its radius.
   if (margin >= 0 && mForm != BodyForm::Ball) (mInner ? mInner : mShape)->setMargin(margin);
-  if (mForm == BodyForm::Mesh && isDynamic)
-    static_cast<btGImpactMeshShape&>(*mShape).updateBound();
+  if (mForm == BodyForm::Mesh && isDynamic) static_cast<btGImpactMeshShape&>(*mShape).updateBound();
   return true;
 }
 

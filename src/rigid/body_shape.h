@@ -21,8 +21,8 @@ struct BodyGeometry {
 /// A shape of the library of rigid bodies with what it reads, for vertices in that library's frame.
 ///
 /// A solid gets the simplest shape that fits: a box whose corners are all of its vertices, a ball
-/// whose vertices all lie on it, the convex hull of a convex body, else its triangles. What encloses
-/// nothing and doesn't move has its triangles.
+/// whose vertices all lie on it, the convex hull of a convex body, else its triangles. What
+/// encloses nothing and doesn't move has its triangles.
 class BodyShape {
  public:
   BodyShape();

@@ -17,8 +17,7 @@ inline Vec3d TurnFromBullet(const btVector3& w) { return {-w.x(), -w.y(), w.z()}
 
 /// S m S for the mirroring S: a linear map, columns as axes, without offset.
 inline btMatrix3x3 AxesToBullet(const Matrix& m) {
-  return {m.v1.x,  m.v2.x,  -m.v3.x, m.v1.y, m.v2.y,
-          -m.v3.y, -m.v1.z, -m.v2.z, m.v3.z};
+  return {m.v1.x, m.v2.x, -m.v3.x, m.v1.y, m.v2.y, -m.v3.y, -m.v1.z, -m.v2.z, m.v3.z};
 }
 inline Matrix AxesFromBullet(const btMatrix3x3& m) {
   return {{},

@@ -1,10 +1,10 @@
 #include "rigid/bullet_world.h"
 
+#include <BulletCollision/BroadphaseCollision/btAxisSweep3.h>
+#include <BulletCollision/BroadphaseCollision/btDbvtBroadphase.h>
 #include <BulletCollision/CollisionDispatch/btCollisionDispatcher.h>
 #include <BulletCollision/CollisionDispatch/btDefaultCollisionConfiguration.h>
 #include <BulletCollision/CollisionDispatch/btManifoldResult.h>
-#include <BulletCollision/BroadphaseCollision/btAxisSweep3.h>
-#include <BulletCollision/BroadphaseCollision/btDbvtBroadphase.h>
 #include <BulletCollision/Gimpact/btGImpactCollisionAlgorithm.h>
 #include <BulletDynamics/ConstraintSolver/btSequentialImpulseConstraintSolver.h>
 #include <BulletDynamics/Dynamics/btDiscreteDynamicsWorld.h>
@@ -86,8 +86,8 @@ struct BulletWorld::Library {
     else
       pairs = std::make_unique<bt32BitAxisSweep3>(-far, far, 65536);
     solver = std::make_unique<btSequentialImpulseConstraintSolver>();
-    world = std::make_unique<World>(dispatcher.get(), pairs.get(), solver.get(),
-                                    configuration.get());
+    world =
+        std::make_unique<World>(dispatcher.get(), pairs.get(), solver.get(), configuration.get());
     btGImpactCollisionAlgorithm::registerAlgorithm(dispatcher.get());
   }
 
@@ -195,9 +195,9 @@ void BulletWorld::Advance(Scene& scene) {
       }
       const TurnBy turn(RotationVector(from.turn, to.turn) * t);
       const Matrix& m = from.turn;
-      body->SetPose({from.centre + (to.centre - from.centre) * t,
-                     {{}, turn(m.v1), turn(m.v2), turn(m.v3)}},
-                    dt / count);
+      body->SetPose(
+          {from.centre + (to.centre - from.centre) * t, {{}, turn(m.v1), turn(m.v2), turn(m.v3)}},
+          dt / count);
     }
   });
   NoteContacts();

@@ -8,6 +8,7 @@
 
 #include "framework/scene.h"
 #include "framework/scene_part.h"
+#include "rigid/body_home.h"
 #include "rigid/rigid_body_variational.h"
 
 class btRigidBody;
@@ -23,7 +24,7 @@ class Mesh;
 /// What the library keeps from step to step beside places and velocities, which is contacts with
 /// what was found of them, the order of pairs and the seed of its solver, starts anew with every
 /// frame, so that a run that goes on from a checkpoint ends at the same bits.
-class BulletWorld : public ScenePart {
+class BulletWorld : public ScenePart, public BodyHome {
  public:
   BulletWorld();
   ~BulletWorld() override;
@@ -35,9 +36,8 @@ class BulletWorld : public ScenePart {
   void Persist(StateArchive& archive) override;
   double Memory() const override;
 
-  /// For bodies: into the world, with a place of its own in its order, and out of it.
-  void Add(btRigidBody& body);
-  void Remove(btRigidBody& body);
+  void Add(btRigidBody& body) override;
+  void Remove(btRigidBody& body) override;
 
   /// In the order of their nodes.
   std::vector<const RigidBody_Variational*> Bodies() const;

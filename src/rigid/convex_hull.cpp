@@ -15,8 +15,8 @@ ConvexHull FindConvexHull(std::span<const Vec3d> points) {
   btConvexHullComputer computer;
   computer.compute(flat.data(), int{3 * sizeof(double)}, static_cast<int>(points.size()), 0, 0);
   for (int i = 0; i < computer.vertices.size(); ++i)
-    hull.vertices.push_back({computer.vertices[i].x(), computer.vertices[i].y(),
-                             computer.vertices[i].z()});
+    hull.vertices.push_back(
+        {computer.vertices[i].x(), computer.vertices[i].y(), computer.vertices[i].z()});
   for (int i = 0; i < computer.faces.size(); ++i) {
     const btConvexHullComputer::Edge* first = &computer.edges[computer.faces[i]];
     const i32 a = first->getSourceVertex();

@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "framework/state_archive.h"
+#include "rigid/body_home.h"
 #include "rigid/bullet_frame.h"
-#include "rigid/bullet_world.h"
 #include "rigid/convex_hull.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -63,8 +63,7 @@ void BodyMotion::Persist(StateArchive& archive) {
           force, torque, contactLinear, contactAngular, impulse, turn, isCarried);
 }
 
-RigidBody::RigidBody(BulletWorld& world, std::string name)
-    : mWorld(world), mName(std::move(name)) {}
+RigidBody::RigidBody(BodyHome& world, std::string name) : mWorld(world), mName(std::move(name)) {}
 
 RigidBody::~RigidBody() { Remove(); }
 
@@ -79,8 +78,8 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
   Remove();
   if (geometry.triangles.empty()) return false;
   BodyGeometry solid = geometry;
-  mProperties = geometry.isClosed ? MeasureMass(geometry.vertices, geometry.triangles)
-                                  : MassProperties{};
+  mProperties =
+      geometry.isClosed ? MeasureMass(geometry.vertices, geometry.triangles) : MassProperties{};
   // What encloses nothing weighs as what its hull encloses would.
   const bool isHeavy = settings.IsHeavy();
   if (!(mProperties.volume > 0) && isHeavy) {
@@ -187,7 +186,8 @@ void RigidBody::SetVolume(double volume) {
   mProperties.volume = volume;
   for (double& i : mProperties.inertia) i *= scale;
   mInertia = mInertia * scale;
-  if (mSettings.massMode == MassMode::FromDensity) mMass = mPreviousMass = mSettings.density * volume;
+  if (mSettings.massMode == MassMode::FromDensity)
+    mMass = mPreviousMass = mSettings.density * volume;
   mWorld.Remove(*mBody);
   SetMass();
   SetUp(false, mIsKeyed);

@@ -14,7 +14,7 @@ struct btDefaultMotionState;
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-class BulletWorld;
+class BodyHome;
 class StateArchive;
 
 /// A place where two bodies touch, as one of them sees it. Simulation units.
@@ -31,16 +31,16 @@ struct BodyContact {
 /// What a checkpoint keeps of a body.
 struct BodyMotion {
   Vec3d centre{};
-  Matrix axes;             ///< of the library's body; without offset
+  Matrix axes;  ///< of the library's body; without offset
   bool isKeyed = false;
   Vec3d linear{}, angular{};
-  double calm = 0;         ///< seconds that it has been slow for
-  i32 activation = 1;      ///< the library's state
+  double calm = 0;     ///< seconds that it has been slow for
+  i32 activation = 1;  ///< the library's state
   bool isFrozen = false;
   double previousMass = 0, mass = 0;
-  Vec3d force{}, torque{};                    ///< for the next step
-  Vec3d contactLinear{}, contactAngular{};    ///< what contacts changed in the last step
-  Vec3d impulse{}, turn{};                    ///< of the fluid, for the next step
+  Vec3d force{}, torque{};                  ///< for the next step
+  Vec3d contactLinear{}, contactAngular{};  ///< what contacts changed in the last step
+  Vec3d impulse{}, turn{};                  ///< of the fluid, for the next step
   bool isCarried = false;
   void Persist(StateArchive& archive);
 };
@@ -48,7 +48,7 @@ struct BodyMotion {
 /// How a mesh moves as a rigid body. The world steps it; all that acts on it goes through here.
 class RigidBody : public BodyState {
  public:
-  RigidBody(BulletWorld& world, std::string name);
+  RigidBody(BodyHome& world, std::string name);
   ~RigidBody() override;
   RigidBody(const RigidBody&) = delete;
   RigidBody& operator=(const RigidBody&) = delete;
@@ -128,7 +128,7 @@ class RigidBody : public BodyState {
   void SetUp(bool reset, bool isKeyed);
   void Remove();
 
-  BulletWorld& mWorld;
+  BodyHome& mWorld;
   std::string mName;
   ObstacleSettings mSettings;
   BodyShape mShape;

@@ -74,8 +74,7 @@ Matrix RigidBody_Variational::FlowInverseInertia() const {
   return {{}, inverse.v1 * factor, inverse.v2 * factor, inverse.v3 * factor};
 }
 
-void RigidBody_Variational::TakeFluidImpulse(const Vec3d& impulse, const Vec3d& torque,
-                                             double dt) {
+void RigidBody_Variational::TakeFluidImpulse(const Vec3d& impulse, const Vec3d& torque, double dt) {
   if (!IsDynamic() || !(dt > 0)) return;
   const ObstacleSettings& s = Settings();
   // In the start frame the fluid stands still and so does the body.

@@ -34,7 +34,7 @@ class RigidBody_Variational : public RigidBody {
   const Vec3d& FluidTorque() const { return mFluidTorque; }
 
  private:
-  bool mIsForeseen = false;  ///< the fluid moves it in this step
+  bool mIsForeseen = false;                     ///< the fluid moves it in this step
   Vec3d mExpectedLinear{}, mExpectedAngular{};  ///< changes in the step to come
   Vec3d mImpulse{}, mTurn{};                    ///< of the fluid, for the next step
   Vec3d mFluidForce{}, mFluidTorque{};

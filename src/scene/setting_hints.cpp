@@ -186,7 +186,8 @@ class SettingHints : public HintBase {
                      [](const BaseNode* node) { return IsA<ParticleAdvection>(*node); }) &&
         !HasBodies())
       NoteUnread(server, server_row::kGravity,
-                 "it pulls particles that fly and rigid bodies, and nothing moves any; smoke rises and sinks by "
+                 "it pulls particles that fly and rigid bodies, and nothing moves any; smoke rises "
+                 "and sinks by "
                  "forces");
     const bool ownRange = Whole(server, server_row::kUsePreviewRange) == 0;
     const double frames = ownRange

@@ -68,9 +68,9 @@ TEST(BodyShape, IsTheSimplestThatFits) {
   // A dent makes it hollow.
   TriMeshSTL dented = box.mesh;
   dented.GetVertices().push_back({0, 0, 0.1});
-  dented.GetTriangles().erase(dented.GetTriangles().begin() + 2,
-                              dented.GetTriangles().begin() + 4);
-  for (const VecInt3D& t : {VecInt3D{4, 5, 8}, VecInt3D{5, 7, 8}, VecInt3D{7, 6, 8}, VecInt3D{6, 4, 8}})
+  dented.GetTriangles().erase(dented.GetTriangles().begin() + 2, dented.GetTriangles().begin() + 4);
+  for (const VecInt3D& t :
+       {VecInt3D{4, 5, 8}, VecInt3D{5, 7, 8}, VecInt3D{7, 6, 8}, VecInt3D{6, 4, 8}})
     dented.GetTriangles().push_back(t);
   EXPECT_EQ(FormOf(dented.GetVertices(), dented.GetTriangles()), BodyForm::Mesh);
   BodyShape none;

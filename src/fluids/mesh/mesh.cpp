@@ -119,9 +119,9 @@ bool Mesh::AfterLinks() {
 }
 
 BaseNode* Mesh::FindTag() const {
-  for (const BaseNode* node : {static_cast<const BaseNode*>(mObject),
-                               static_cast<const BaseNode*>(mTagOwner),
-                               static_cast<const BaseNode*>(Node())})
+  for (const BaseNode* node :
+       {static_cast<const BaseNode*>(mObject), static_cast<const BaseNode*>(mTagOwner),
+        static_cast<const BaseNode*>(Node())})
     if (BaseNode* tag = node ? node->Tag(kObstacleTag) : nullptr) return tag;
   return nullptr;
 }
@@ -139,7 +139,8 @@ void Mesh::ReadTag() {
 Matrix Mesh::WantedMatrix() const {
   const Matrix now = mObject->GlobalMatrix();
   if (!mReplays) return now;
-  const std::optional<LMatrix> stored = mMatrixCache.At(mScene->mClock.frame + mObstacle.bakeOffset);
+  const std::optional<LMatrix> stored =
+      mMatrixCache.At(mScene->mClock.frame + mObstacle.bakeOffset);
   return stored ? stored->matrix : now;
 }
 
@@ -161,7 +162,8 @@ void Mesh::CheckDirty() {
   if (!mObject) {
     if (HasTriangles()) Reset();
     Deactivate("it has no object; name one under 'object'");
-  } else if (IsFollowing() || mAwaitsBody || !mHasHistory || mSettling || mAltered || HasObjectChanged()) {
+  } else if (IsFollowing() || mAwaitsBody || !mHasHistory || mSettling || mAltered ||
+             HasObjectChanged()) {
     SetFlag(FLAG_DIRTY, true);
   }
 }

@@ -343,7 +343,8 @@ void Grid_Incompressibility::MeasureDivergence() {
 // ---- bodies -----------------------------------------------------------------------------------
 
 void Grid_Incompressibility::OpenCoupledRegions() {
-  constexpr double kByRounding = 1e-2;  // of the areas, what doors open by a hair leave of their sum
+  constexpr double kByRounding =
+      1e-2;  // of the areas, what doors open by a hair leave of their sum
   struct Sum {
     Vec3d area{}, moment{};
     double size = 0;

@@ -163,8 +163,7 @@ BodyRow SolidPush::RowOf(const Body& body, const VecInt3D& cell, const Faces& fa
     }
     if (share == 0) continue;
     const auto& [low, high] = faces[axis];
-    add(axis, (high.open - low.open) * (share / (low.open + high.open)),
-        PositionOf(cell, kCentre));
+    add(axis, (high.open - low.open) * (share / (low.open + high.open)), PositionOf(cell, kCentre));
   }
   return row;
 }

@@ -69,8 +69,7 @@ struct BallInBox {
     body.inertia = 0.4 * body.mass * std::pow(radius * kBoxCell, 2);
   }
   void Project() {
-    box.projection.moving = {
-        {ball.get(), centre, body.linear, body.angular, 0, &body}};
+    box.projection.moving = {{ball.get(), centre, body.linear, body.angular, 0, &body}};
     box.Project();
   }
 };
