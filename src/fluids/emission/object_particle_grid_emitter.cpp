@@ -103,7 +103,7 @@ bool ObjectParticleGridEmitter::IsDue() const {
 bool ObjectParticleGridEmitter::IsRepeated() const {
   double weight = 1;
   return mTime->IsUnderWay() && mTime->elapsed == 0 &&
-         !mSettings->IsOpen(mTime->elapsed + mTime->stepDuration, weight);
+         !mSettings->IsOpen(mTime->elapsed + mTime->stepDuration, 0, weight);
 }
 
 void ObjectParticleGridEmitter::ExpandBounds(Vec3d& min, Vec3d& max) {
