@@ -52,6 +52,7 @@ enum TypeId : i32 {
   kTypeObjectGridEmitter = 4,
   kTypeCellEmitter = 5,
   kTypeParticleToGridEmitter = 8,
+  kTypeRigidForces = 9,
   kTypeGridEmissionSettings = 10,
   kTypeGravity = 35,
   kTypeBuoyancy = 33,

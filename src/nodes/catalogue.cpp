@@ -48,6 +48,7 @@
 #include "fluids/volume/volume_mesh.h"
 #include "framework/duration.h"
 #include "nodes/with_kinds.h"
+#include "rigid/bullet_velocity_emitter.h"
 #include "rigid/bullet_world.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -98,6 +99,7 @@ std::deque<NodeKind>& Kinds() {
       Grid_CellEmitter::Kind(),
       GridAdvection::Kind(),
       GridVariableDensity::Kind(),
+      Bullet_VelocityEmitter::Kind(),
       ParticleAdvection::Kind(),
       MultiVolume::Kind(),
       MeshCurvatureOperator::Kind(),

@@ -19,7 +19,7 @@ Vec3d Limited(const Vec3d& change, double most) {
 
 bool RigidBody_Variational::Create(const BodyGeometry& geometry, const ObstacleSettings& settings,
                                    double worldToSim, bool isKeyed, const BodyMotion* restored) {
-  mImpulse = mTurn = mExpectedLinear = mExpectedAngular = mFluidForce = mFluidTorque = {};
+  mImpulse = mTurn = mFluidForce = mFluidTorque = {};
   mIsForeseen = mIsCarried = false;
   if (!RigidBody::Create(geometry, settings, worldToSim, isKeyed, restored)) return false;
   if (restored) {
@@ -39,14 +39,18 @@ BodyMotion RigidBody_Variational::Motion() const {
 }
 
 void RigidBody_Variational::Foresee(double dt, const Vec3d& gravity) {
-  mExpectedLinear = mExpectedAngular = {};
   mIsForeseen = IsDynamic() && !IsAsleep() && dt > 0;
-  if (!mIsForeseen) return;
-  const Vec3d fall = gravity * Settings().linearFactor + mForce * InverseMass();
+  mAhead = mIsForeseen ? dt : 0;
+  mGravity = gravity;
+}
+
+RigidBody_Variational::Change RigidBody_Variational::Expected() const {
+  if (!mIsForeseen) return {};
+  const Vec3d fall = mGravity * Settings().linearFactor + mForce * InverseMass();
   const Vec3d spin = InverseInertia().Rotate(mTorque);
-  mExpectedLinear = fall * dt + Limited(mContactLinear, Length(fall) * dt);
+  const Vec3d linear = fall * mAhead + Limited(mContactLinear, Length(fall) * mAhead);
   // A body at rest on a slope or an edge is turned by the same contacts that hold it.
-  mExpectedAngular = spin * dt + Limited(mContactAngular, Length(mExpectedLinear));
+  return {linear, spin * mAhead + Limited(mContactAngular, Length(linear))};
 }
 
 void RigidBody_Variational::GetFlowVelocities(Vec3d& linear, Vec3d& angular) const {
@@ -54,8 +58,9 @@ void RigidBody_Variational::GetFlowVelocities(Vec3d& linear, Vec3d& angular) con
   linear = LinearVelocity();
   angular = AngularVelocity();
   if (IsDynamic()) {
-    linear += mExpectedLinear + mImpulse * InverseMass();
-    angular += mExpectedAngular + InverseInertia().Rotate(mTurn);
+    const Change expected = Expected();
+    linear += expected.linear + mImpulse * InverseMass();
+    angular += expected.angular + InverseInertia().Rotate(mTurn);
   }
   linear = linear * s.linearTransfer;
   angular = angular * s.angularTransfer;
@@ -81,7 +86,7 @@ void RigidBody_Variational::TakeFluidImpulse(const Vec3d& impulse, const Vec3d& 
   const double share = mIsForeseen ? 1 : 0;
   mImpulse += impulse * (share * s.forceTransfer);
   mTurn += torque * (share * s.torqueTransfer);
-  mIsCarried = Length(impulse * InverseMass()) > kCarried * Length(mExpectedLinear);
+  mIsCarried = Length(impulse * InverseMass()) > kCarried * Length(Expected().linear);
   mFluidForce = mImpulse / dt;
   mFluidTorque = mTurn / dt;
 }
@@ -98,7 +103,6 @@ void RigidBody_Variational::BeginStep(double dt, const Vec3d& gravity) {
 void RigidBody_Variational::EndStep(double dt, i32 internalSteps) {
   RigidBody::EndStep(dt, internalSteps);
   mImpulse = mTurn = {};
-  mExpectedLinear = mExpectedAngular = {};
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -34,9 +34,16 @@ class RigidBody_Variational : public RigidBody {
   const Vec3d& FluidTorque() const { return mFluidTorque; }
 
  private:
-  bool mIsForeseen = false;                     ///< the fluid moves it in this step
-  Vec3d mExpectedLinear{}, mExpectedAngular{};  ///< changes in the step to come
-  Vec3d mImpulse{}, mTurn{};                    ///< of the fluid, for the next step
+  struct Change {
+    Vec3d linear{}, angular{};
+  };
+  /// What gravity, forces and contacts will have changed when the step to come is over.
+  Change Expected() const;
+
+  bool mIsForeseen = false;  ///< the fluid moves it in this step
+  double mAhead = 0;         ///< seconds of it
+  Vec3d mGravity{};
+  Vec3d mImpulse{}, mTurn{};  ///< of the fluid, for the next step
   Vec3d mFluidForce{}, mFluidTorque{};
 };
 

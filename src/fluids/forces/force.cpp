@@ -25,6 +25,17 @@ void Force::EvaluateRow(const ForceRow& row) {
 void Force::PrepareFor(Flow& flow) {
   mFlow = &flow;
   mVelocity = &flow.mVelocity;
+  Open();
+}
+
+void Force::PrepareAlone() {
+  mFlow = nullptr;
+  mVelocity = nullptr;
+  if (!ActsAnywhere()) return void(Deactivate("it pushes fluids alone"));
+  Open();
+}
+
+void Force::Open() {
   mWeight = 1.0;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, mWeight)) {
     mWeight = 0;

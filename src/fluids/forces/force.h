@@ -52,7 +52,9 @@ class Force : public iObject {
   bool ResolveLinks() override;
   void ClearLinks() override;
   /// Makes ready for a step on a flow, where the time window is open.
-  virtual void PrepareFor(Flow& flow);
+  void PrepareFor(Flow& flow);
+  /// Makes ready for a step on what isn't a flow; inactive where the force needs one.
+  void PrepareAlone();
   void Finish() override;
 
   /// Whether it rests on the place alone, and so acts beyond the cells of the flow too.
@@ -65,7 +67,9 @@ class Force : public iObject {
   virtual void EvaluateRow(const ForceRow& row);
 
  protected:
-  /// Class work of `PrepareFor`; false leaves the force inactive.
+  /// Opens the force for a step, with `mFlow` or without one.
+  virtual void Open();
+  /// Class work of `Open`; false leaves the force inactive.
   virtual bool PrepareForce() { return true; }
   virtual void FinishForce() {}
   /// Calls f(sample) for every open cell of the row and keeps what

@@ -22,7 +22,7 @@ const NodeKind& Force_Gravity::Kind() {
       .categories = kCategoryGrid,
       .priority = 20,
       .menu = {"Grids/Forces"},
-      .purpose = "pushes all of the gas: wind, a draught, gravity",
+      .purpose = "pushes all of a fluid: wind, a draught, gravity; and rigid bodies, by a node for that",
       .example =
           {{},
            {R"({ "type": "force_gravity", "name": "wind", "parameters": { "acceleration": [2, 0, 0] } })",
@@ -63,12 +63,12 @@ bool Force_Gravity::ReadParameters() {
   return true;
 }
 
-void Force_Gravity::PrepareFor(Flow& flow) {
+void Force_Gravity::Open() {
   if (RestsByDeadLink(*this)) return;
   // Links of settings may be fetched after those of forces: their window is taken as late as this.
   mDuration = mSettings ? mSettings->mDuration : nullptr;
   if (mAlignment) mAlignment->SetWorkerCount(kShares);
-  ForceOf::PrepareFor(flow);
+  ForceOf::Open();
 }
 
 Vec3d Force_Gravity::DirectionAt(const ForceSample& sample) const {

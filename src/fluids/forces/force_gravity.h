@@ -17,7 +17,6 @@ class Force_Gravity : public ForceOf<Force_Gravity> {
   static const host::ParameterTable& Parameters();
   static constexpr i32 kAccelerationRow = 1000, kAlignmentRow = 1001, kStrengthRow = 1002;
   bool ReadParameters() override;
-  void PrepareFor(Flow& flow) override;
   bool ActsAnywhere() const override { return true; }
 
   /// du = dt w s g, with the weight w of the place, the strength s and the acceleration g.
@@ -29,6 +28,7 @@ class Force_Gravity : public ForceOf<Force_Gravity> {
   bool IsAlikeInRows() const { return !mAlignment; }
 
  private:
+  void Open() override;
   Vec3d DirectionAt(const ForceSample& sample) const;
   Vec3d DirectionAt(const ForceRow& /*row*/) const { return mDirection; }
 
