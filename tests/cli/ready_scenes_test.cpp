@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "cli/scene_run.h"
 #include "paths.h"
@@ -36,7 +37,7 @@ TEST_P(ReadyScene, RunsWithoutAWarning) {
   EXPECT_EQ(run.errors, "");
   ASSERT_EQ(run.frames.size(), last + 1u);
   const json& end = run.frames.back();
-  EXPECT_FALSE(end["channels"].empty() && end["particles"].empty());
+  EXPECT_FALSE(end["channels"].empty() && end["particles"].empty() && end["bodies"].empty());
   for (const auto& [name, channel] : end["channels"].items()) {
     double most = 0;  // fuel may be burnt by now
     for (const json& frame : run.frames)
@@ -44,7 +45,9 @@ TEST_P(ReadyScene, RunsWithoutAWarning) {
         most = std::max(most, frame["channels"][name]["sum"].get<double>());
     EXPECT_GT(most, 0) << name;
   }
-  ASSERT_FALSE(end["solvers"].empty());
+  ASSERT_FALSE(end["solvers"].empty() && end["bodies"].empty());
+  for (const auto& [name, body] : end["bodies"].items())
+    for (const json& part : body["position"]) EXPECT_LT(std::abs(part.get<double>()), 10) << name;
   for (const auto& [name, solver] : end["solvers"].items()) {
     const double speed = solver["max_speed"].get<double>();
     if (GetParam().stem() == "box")

@@ -56,10 +56,10 @@ std::vector<fs::path> ReadyScenes() {
   return found;
 }
 
-bool HoldsWater(const fs::path& scene) {
+bool Holds(const fs::path& scene, const std::string& type) {
   std::ifstream file(scene);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
-  return text.find(R"("type": "liquid")") != std::string::npos;
+  return text.find("\"type\": \"" + type + '"') != std::string::npos;
 }
 
 /// The share of pixels that are as blue and bright as drops are; of background and ground none is.
@@ -77,7 +77,7 @@ TEST_P(ReadyPicture, IsLitAndShowsItsMatter) {
   const std::string name = GetParam().stem().string();
   const RunFolder folder("picture_" + name);
   // In cells as coarse as gas may have, a stream of water is a few drops.
-  const bool isWater = HoldsWater(GetParam());
+  const bool isWater = Holds(GetParam(), "liquid"), isGas = Holds(GetParam(), "fluid");
   const std::string cells = std::string("scene.cell_size=") + (isWater ? "0.055" : "0.08");
   ASSERT_EQ(folder.Run({"render", GetParam().string(), "--set", cells, "--frames", "20", "--size",
                         "64x36", "--samples", "4", "--exr", "--quiet", "--out", "out"}),
@@ -96,7 +96,8 @@ TEST_P(ReadyPicture, IsLitAndShowsItsMatter) {
   EXPECT_GT(ShareOf(red, [](float v) { return v > 0.01; }), 0.1) << "lit";
   const double gas = std::max(ShareOf(open, [](float t) { return t < 0.95; }),
                               ShareOf(fire, [](float v) { return v > 0.05; }));
-  const double shown = isWater ? ShareOfWater(red, layers.Read("B")) : gas;
+  const double bodies = ShareOf(red, [](float v) { return v > 0.5; });
+  const double shown = isWater ? ShareOfWater(red, layers.Read("B")) : isGas ? gas : bodies;
   EXPECT_GT(shown, 0.002);
   EXPECT_LT(shown, 0.5);
 }

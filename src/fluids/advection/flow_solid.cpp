@@ -57,7 +57,10 @@ FlowSolid::Gap FlowSolid::GapAt(const Vec3d& p, double sampled, bool withNormal)
 
 SolidDistance FlowSolid::At(const Vec3d& p) const {
   SolidDistance at{mBoundary->SampleWorld(p)};
-  if (const Gap gap = GapAt(p, at.distance, false); gap.isThere) at.distance = gap.distance;
+  if (const Gap gap = GapAt(p, at.distance, false); gap.isThere) {
+    at.distance = gap.distance;
+    at.isOfGap = true;
+  }
   double nearest = std::numeric_limits<double>::max();
   for (const i32 index : mThin) {
     const SolidDistance own = mObstacles[index].At(p);

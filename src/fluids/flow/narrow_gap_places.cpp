@@ -37,6 +37,11 @@ void NarrowGaps::Tell(const SolidSurfaces& solids, const GapProbe::Gap& gap, dou
   const auto way = [&](const VolumeBase* side) {
     return side && GridBoundary::TravelOf(*side) > 0 ? side->SurfaceVelocityAt(gap.at) : Vec3d{};
   };
+  // Bodies come to lie on others, which no one means as a gap.
+  const auto isBody = [](const VolumeBase* side) {
+    return side && side->GetMesh() && side->GetMesh()->IsDynamic();
+  };
+  if (isBody(one) || isBody(other)) return;
   // One that a body has just left, or is about to close, is no way that smoke might take.
   if (std::fabs(Dot(way(one) - way(other), gap.normal)) > kComesNearer * cell) return;
   if (!one) std::swap(one, other);
