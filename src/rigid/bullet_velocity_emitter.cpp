@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/operators/channel_work.h"
 #include "fluids/volume/multi_volume.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"

@@ -55,9 +55,9 @@ FlowSolid::Gap FlowSolid::GapAt(const Vec3d& p, double sampled, bool withNormal)
   return nearest;
 }
 
-SolidDistance FlowSolid::At(const Vec3d& p) const {
+SolidDistance FlowSolid::At(const Vec3d& p, bool withGaps) const {
   SolidDistance at{mBoundary->SampleWorld(p)};
-  if (const Gap gap = GapAt(p, at.distance, false); gap.isThere) {
+  if (const Gap gap = withGaps ? GapAt(p, at.distance, false) : Gap{}; gap.isThere) {
     at.distance = gap.distance;
     at.isOfGap = true;
   }
@@ -75,9 +75,9 @@ SolidDistance FlowSolid::At(const Vec3d& p) const {
   return at;
 }
 
-Vec3d FlowSolid::NormalAt(const Vec3d& p, const SolidDistance& at) const {
+Vec3d FlowSolid::NormalAt(const Vec3d& p, const SolidDistance& at, bool withGaps) const {
   if (at.isOfThin) return at.thinNormal;
-  const Gap gap = GapAt(p, mBoundary->SampleWorld(p), true);
+  const Gap gap = withGaps ? GapAt(p, mBoundary->SampleWorld(p), true) : Gap{};
   return gap.isThere ? gap.normal : Normalised(mBoundary->GradientWorld(p));
 }
 
@@ -121,7 +121,8 @@ bool FlowSolid::MeetLevelSet(const Leg& leg, const Touch& touch, ParticleContact
   const Vec3d& origin = mBoundary->GetLevelSet()->mLayout.simOrigin;
   SolidContact walls;
   const bool hitsWall = mBoundary->CollideDomain(leg.to - origin, walls, touch.radius);
-  return MeetSolid(*this, leg.from, hitsWall ? walls.position + origin : leg.to, touch, contact);
+  const View view{*this, Length(leg.to - leg.from) < kLongLeg * CellSize()};
+  return MeetSolid(view, leg.from, hitsWall ? walls.position + origin : leg.to, touch, contact);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
