@@ -18,6 +18,7 @@
 #include "fluids/mesh/multi_mesh.h"
 #include "fluids/mesh/sheet.h"
 #include "fluids/mesh/turn_by.h"
+#include "fluids/volume/volume_base.h"
 #include "framework/state_archive.h"
 #include "rigid/bullet_frame.h"
 
@@ -281,6 +282,18 @@ void BulletWorld::Restore(const Scene& scene) {
   mRestored.clear();
 }
 
+void BulletWorld::MeasureByCells(const Scene& scene) {
+  std::vector<VolumeBase*> members;
+  for (const auto& [id, object] : scene.List(kListGeometry))
+    if (auto* volume = dynamic_cast<iVolume*>(object.get()); volume && volume->Has(FLAG_ENABLED))
+      volume->CollectMembers(members);
+  for (const VolumeBase* member : members) {
+    if (!member->mDerivesMass || !member->GetMesh()) continue;
+    if (auto* body = dynamic_cast<RigidBody*>(member->GetMesh()->GetBody()))
+      body->SetVolume(member->VoxelVolume());
+  }
+}
+
 void BulletWorld::FollowVolumes(Scene& scene) {
   const auto meshes = Meshes(scene);
   const bool isNeeded = std::any_of(meshes.begin(), meshes.end(), [](const auto& entry) {
@@ -307,6 +320,7 @@ void BulletWorld::FollowVolumes(Scene& scene) {
     mShapes[key] = mesh->Revision();
     body->Update(mesh->GetObstacle(), body->IsKinematic() || hasMoved);
   }
+  if (!scene.mTime.IsUnderWay()) MeasureByCells(scene);
   for (auto& [key, body] : mBodies)
     body->Foresee(scene.mTime.IsUnderWay() ? scene.mTime.stepDuration : 0, scene.mGravity);
 }

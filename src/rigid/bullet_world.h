@@ -52,6 +52,8 @@ class BulletWorld : public ScenePart, public BodyHome {
   void Build(const Scene& scene);
   void Restore(const Scene& scene);
   void MakeBody(const Key& key, Mesh& mesh, const Scene& scene);
+  /// Before the first step: bodies whose volumes say so weigh by cells.
+  void MeasureByCells(const Scene& scene);
   void MoveKeyed(const Scene& scene);
   void NoteContacts();
   void FreezeStray();

@@ -60,7 +60,7 @@ Vec3d Diagonal(const Matrix3d& m, const Matrix& axes) {
 
 void BodyMotion::Persist(StateArchive& archive) {
   archive(centre, axes, isKeyed, linear, angular, calm, activation, isFrozen, previousMass, mass,
-          force, torque, contactLinear, contactAngular, impulse, turn, isCarried);
+          force, torque, contactLinear, contactAngular, impulse, turn, isCarried, volume);
 }
 
 RigidBody::RigidBody(BodyHome& world, std::string name) : mWorld(world), mName(std::move(name)) {}
@@ -112,6 +112,7 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
     mIsFrozen = restored->isFrozen;
     mPreviousMass = restored->previousMass;
     mMass = restored->mass;
+    if (restored->volume > 0 && restored->volume != mProperties.volume) ScaleTo(restored->volume);
   }
   const btTransform place =
       restored ? btTransform(AxesToBullet(restored->axes), ToBullet(restored->centre))
@@ -180,12 +181,16 @@ void RigidBody::Update(const ObstacleSettings& settings, bool isKeyed) {
   if (massChanged) mWorld.Add(*mBody);
 }
 
-void RigidBody::SetVolume(double volume) {
-  if (!mBody || !(volume > 0) || volume == mProperties.volume) return;
+void RigidBody::ScaleTo(double volume) {
   const double scale = volume / std::max(mProperties.volume, 1e-300);
   mProperties.volume = volume;
   for (double& i : mProperties.inertia) i *= scale;
   mInertia = mInertia * scale;
+}
+
+void RigidBody::SetVolume(double volume) {
+  if (!mBody || !(volume > 0) || volume == mProperties.volume) return;
+  ScaleTo(volume);
   if (mSettings.massMode == MassMode::FromDensity)
     mMass = mPreviousMass = mSettings.density * volume;
   mWorld.Remove(*mBody);
@@ -372,6 +377,7 @@ BodyMotion RigidBody::Motion() const {
   motion.isFrozen = mIsFrozen;
   motion.previousMass = mPreviousMass;
   motion.mass = mMass;
+  motion.volume = mProperties.volume;
   motion.force = mForce;
   motion.torque = mTorque;
   motion.contactLinear = mContactLinear;

@@ -42,6 +42,7 @@ struct BodyMotion {
   Vec3d contactLinear{}, contactAngular{};  ///< what contacts changed in the last step
   Vec3d impulse{}, turn{};                  ///< of the fluid, for the next step
   bool isCarried = false;
+  double volume = 0;
   void Persist(StateArchive& archive);
 };
 
@@ -123,6 +124,7 @@ class RigidBody : public BodyState {
   Vec3d mContactLinear{}, mContactAngular{};  ///< what contacts changed in the last step
 
  private:
+  void ScaleTo(double volume);
   void ReadMass(const ObstacleSettings& settings, bool isRunning);
   void SetMass();
   void SetUp(bool reset, bool isKeyed);

@@ -148,6 +148,7 @@ class VolumeBase : public iVolume, public CachedGrids {
   double mPaddingCells = 0;
   Vec3d mPadding{2, 2, 2};         ///< cells
   bool mHasTag = false;            ///< the node carries the obstacle tag
+  bool mDerivesMass = false;       ///< the space of its rigid body is `VoxelVolume`
   i32 mSubIndex = -1;              ///< mesh of a group of meshes to take, below 1 the first
   double mMaximumDistance = -1e7;  ///< greatest interior distance of the voxeliser
 

@@ -81,8 +81,9 @@ const ParameterTable& VolumeMesh::Parameters() {
       ButtonRow(1016, "make_force", "makes a force that acts in this shape"),
       ButtonRow(1017, "make_body_forces", "makes the node that lets forces move this body"),
       BoolRow(1018, "derive_mass", false,
-              "a rigid body weighs what its space would; no effect without one")
-          .Kept(),
+              "a rigid body's space is that of the cells that it fills, not of its polygons: its "
+              "weight follows with mass_mode from_density, else its density")
+          .To(&VolumeMesh::mDerivesMass),
       LongRow(1019, "display_option", 0, "", "what a dialog shows").Kept(),
       BoolRow(8001, "show_field", false, "a viewport colours the distances to the surface").Kept(),
       LongRow(6601, "field_axis", 0, "", "which way a viewport's slice faces").Kept(),
