@@ -62,6 +62,8 @@ class GridAdvection : public iObject, public FieldCarrier {
   bool IsConservative() const { return mIsStirred || HasConservativeScheme(); }
   /// The scalar target is something of which there is a total, and none of it where nothing is.
   bool HoldsAmount() const;
+  /// What air holds everywhere is a property, not an amount that lies somewhere.
+  bool IsOfAllAir() const;
   /// Whether paths have changed the total by so much that steps have to wait for it.
   bool OwesTotal() const;
   /// Books a step's drift for that, of a total.

@@ -27,6 +27,10 @@ bool GridAdvection::HoldsAmount() const {
          mScalarTarget->mInitial <= mScalarTarget->mValueMin;
 }
 
+bool GridAdvection::IsOfAllAir() const {
+  return mScalarTarget->mInitial > mScalarTarget->mValueMin;
+}
+
 bool GridAdvection::OwesTotal() const {
   return IsCorrected() && HoldsAmount() && std::abs(mOwed) > kMostOwed;
 }
@@ -72,8 +76,9 @@ void GridAdvection::PrepareSource(EGrid<double>& source) {
   const ScalarWalls::Values values = WallValues();
   if (mIsBooking && !IsConservative()) mLeft += FindSideOutflow(flow, source, values);
   if (!cells.Fits(source)) return;
+  const bool rests = flow.mBoundary.Movers().empty() && !cells.HasLeft();
   // Shares have to be given away, and what a source brings into a solid that rests no path fetches.
-  if (IsConservative() || (flow.mBoundary.Movers().empty() && !cells.HasLeft())) {
+  if (IsConservative() || (rests && !IsOfAllAir())) {
     const ScalarWalls::Held held = cells.HandOver(values, HandOverReach(), source);
     mTrapped += held.stuck;
     mScalarTarget->mAccount.mLedger.handedOver += held.given;
@@ -83,11 +88,12 @@ void GridAdvection::PrepareSource(EGrid<double>& source) {
     mGain -= cells.Fill(values, false, source);
     return;
   }
-  // Paths take what a solid has just covered along by themselves.
+  // Paths take what a solid has just covered along by themselves. A property of all air gets no
+  // larger beside a solid for what a source brings into that.
   ScalarWalls::Held held;
   if (mIsBooking) held = cells.FindHeld(values, source);
-  mTrapped += held.stuck;
-  mGain += held.given - cells.Fill(values, false, source);
+  mTrapped += held.stuck + (rests ? held.given : 0);
+  mGain += (rests ? 0 : held.given) - cells.Fill(values, false, source);
 }
 
 /// Whether the total of the target is known behind the move along paths: nothing lies in solids

@@ -1,5 +1,7 @@
 #include "fluids/fields/adaptive_container.h"
 
+#include <limits>
+
 #include "grids/grid_resampler.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -49,6 +51,24 @@ bool FitContainer(std::unique_ptr<G>& grid, const GridLayout& domain, const Cont
 }
 
 template <class G>
+void RefillTrimmed(const ContainerShape& shape, const ContainerContent& content, G* grid) {
+  constexpr double huge = std::numeric_limits<double>::max();
+  const bool isTrimmed = content.min > -huge || content.max < huge;
+  if (!grid || !grid->mData || content.kind <= kFaceZ || !isTrimmed ||
+      !(content.initial > content.min) || shape.Fits(grid->mLayout))
+    return;
+  const VecInt3D n = grid->Dims();
+  for (i32 axis = 0; axis < 3; ++axis)
+    for (const bool high : {false, true}) {
+      CellBox side{{0, 0, 0}, n};
+      (high ? side.min : side.max)[axis] = high ? n[axis] - 1 : 1;
+      ForEachCell(side, [&](i32 x, i32 y, i32 z) {
+        if ((*grid)(x, y, z) == content.min) (*grid)(x, y, z) = content.initial;
+      });
+    }
+}
+
+template <class G>
 bool FitPrevious(std::unique_ptr<G>& previous, const G& grid, double initial) {
   if (!previous || !previous->mLayout.Equals(grid.mLayout)) {
     auto resized = Resized(previous.get(), grid.mLayout, grid.mKind, initial);
@@ -64,6 +84,8 @@ template bool FitContainer(std::unique_ptr<EGrid<double>>&, const GridLayout&,
                            const ContainerShape&, const ContainerContent&);
 template bool FitContainer(std::unique_ptr<EGrid<float>>&, const GridLayout&, const ContainerShape&,
                            const ContainerContent&);
+template void RefillTrimmed(const ContainerShape&, const ContainerContent&, EGrid<double>*);
+template void RefillTrimmed(const ContainerShape&, const ContainerContent&, EGrid<float>*);
 template bool FitPrevious(std::unique_ptr<EGrid<double>>&, const EGrid<double>&, double);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

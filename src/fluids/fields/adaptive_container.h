@@ -38,6 +38,11 @@ template <class G>
 bool FitContainer(std::unique_ptr<G>& grid, const GridLayout& domain, const ContainerShape& shape,
                   const ContainerContent& content);
 
+/// What trimming has emptied in the outermost layer takes the initial value again, where `shape` is
+/// another place than that of `grid`: that layer may lie further inside from then on.
+template <class G>
+void RefillTrimmed(const ContainerShape& shape, const ContainerContent& content, G* grid);
+
 /// Makes or moves the second buffer of a channel to the layout of `grid`, with its range.
 template <class G>
 bool FitPrevious(std::unique_ptr<G>& previous, const G& grid, double initial);

@@ -57,8 +57,9 @@ template <class T, class G>
 bool ChannelBase_Scalar<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
   const GridLayout& domain = this->GetDomain();
   const ContainerShape shape(domain, min, max);
-  if (!FitContainer(mGrid, domain, shape,
-                    {this->mKind, mValueMin, mValueMax, mInitial, this->ClearsNow()}))
+  const ContainerContent content{this->mKind, mValueMin, mValueMax, mInitial, this->ClearsNow()};
+  RefillTrimmed(shape, content, mGrid.get());
+  if (!FitContainer(mGrid, domain, shape, content))
     return this->Deactivate("its grid does not fit into memory or is thinner than two cells");
   this->SetFlag(FLAG_ACTIVE, true);
   return true;

@@ -46,10 +46,13 @@ template <class T, class G>
 bool ChannelBase_Vector<T, G>::ApplyBounds(const Vec3d& min, const Vec3d& max) {
   const GridLayout& domain = this->GetDomain();
   const ContainerShape shape(domain, min, max);
-  for (i32 i = 0; i < 3; ++i)
-    if (!FitContainer(mGrids[i], domain, shape,
-                      {KindOf(i), mValueMin[i], mValueMax[i], mInitial[i], this->ClearsNow()}))
+  for (i32 i = 0; i < 3; ++i) {
+    const ContainerContent content{KindOf(i), mValueMin[i], mValueMax[i], mInitial[i],
+                                   this->ClearsNow()};
+    RefillTrimmed(shape, content, mGrids[i].get());
+    if (!FitContainer(mGrids[i], domain, shape, content))
       return this->Deactivate("its grids do not fit into memory or are thinner than two cells");
+  }
   this->SetFlag(FLAG_ACTIVE, true);
   return true;
 }

@@ -73,8 +73,8 @@ bool Grid_Incompressibility::GatherFields(ProjectionFields& fields) {
   }
   fields.openCell = fractions.HasField(0, 0) ? fractions.GetRead(0, 0) : nullptr;
   fields.source = mFlow->mDivergence.GetGrid(0);
-  mDensities.Bind(mDensityChannel ? mDensityChannel->GetGrid(0) : nullptr, *mFlow->GetLayout());
-  fields.density = mDensities.Grid();
+  if (mDensities.Bind(mDensityChannel ? mDensityChannel->GetGrid(0) : nullptr, *mFlow->GetLayout()))
+    mFaceDensities.Find(*mDensities.Grid(), *mFlow, fields);
   fields.dt = mTime ? mTime->stepDuration : 0;
   return fields.openCell && fields.dt > 0;
 }
@@ -110,7 +110,7 @@ bool Grid_Incompressibility::PrepareSystem() {
   const GridLayout& layout = mFields.velocity[0]->mLayout;
   mCells = layout.dims;
   mCellSize = layout.cellSize;
-  if (mFields.density && mFields.density->Dims() != mCells) mFields.density = nullptr;
+  if (mFields.density[0] && mFields.density[0]->Dims() != mCells) mFields.density = {};
   if (mFields.source && mFields.source->Dims() != mCells) mFields.source = nullptr;
   GatherSolids(mMoving, mResting);
   for (MovingBody& body : mMoving)
@@ -169,6 +169,7 @@ bool Grid_Incompressibility::Project() {
   mFarLayers = {};
   mFields = {};
   mDensities.Release();
+  mFaceDensities.Release();
   return true;
 }
 
@@ -238,7 +239,7 @@ void Grid_Incompressibility::ForEachFarFace(F&& f) const {
         face[p] = i, face[q] = j;
         const i32 above = (mCells.y * face.z + face.y) * mCells.x + face.x;
         const i32 below = above - offsets[axis];
-        f(layer.high ? below : above, layer.high ? above : below,
+        f(axis, layer.high ? below : above, layer.high ? above : below,
           layer.pressure[i64{mCells[p]} * j + i], open(face.x, face.y, face.z));
       }
   }
@@ -246,18 +247,17 @@ void Grid_Incompressibility::ForEachFarFace(F&& f) const {
 
 void Grid_Incompressibility::AddFarField() {
   mFarLayers = mFarField->FindPressures(mFields, Used().GetRhs());
-  const double c = mFields.dt / (mCellSize * mCellSize);
   const std::span<double> rhs = Used().GetRhs();
-  ForEachFarFace([&](i32 inner, i32 outer, double pressure, double open) {
-    const double weight =
-        mFields.density ? VariableDensity{c, mFields.density->mData}(inner, outer) : c / mDensity;
-    rhs[inner] += open * weight * pressure;
+  WithDensity(mFields, mDensity, mFields.dt / (mCellSize * mCellSize), [&](const auto& law) {
+    ForEachFarFace([&](i32 axis, i32 inner, i32 outer, double pressure, double open) {
+      rhs[inner] += open * law.Along(axis)(inner, outer) * pressure;
+    });
   });
 }
 
 void Grid_Incompressibility::KeepFarField() {
   const std::span<double> p = Used().GetResult();
-  ForEachFarFace([&](i32, i32 outer, double pressure, double) { p[outer] = pressure; });
+  ForEachFarFace([&](i32, i32, i32 outer, double pressure, double) { p[outer] = pressure; });
 }
 
 void Grid_Incompressibility::SubtractGradient(const CellBox& block) {

@@ -11,6 +11,7 @@
 #include "fluids/flow/flow_cells.h"
 #include "fluids/pressure/body_coupling.h"
 #include "fluids/pressure/closed_regions.h"
+#include "fluids/pressure/face_densities.h"
 #include "fluids/pressure/far_field.h"
 #include "fluids/pressure/grid_cg_solver.h"
 #include "fluids/pressure/grid_gauss_solver.h"
@@ -118,8 +119,8 @@ class Grid_Incompressibility : public iObject {
     double made = 0, solids = 0, squeezed = 0, left = 0, drift = 0;
     double volume = 0;  ///< cells
   };
-  /// Calls f(inner cell, outer cell, pressure, face) for the faces between the far field and inner
-  /// cells.
+  /// Calls f(axis, inner cell, outer cell, pressure, face) for the faces between the far field and
+  /// inner cells.
   template <class F>
   void ForEachFarFace(F&& f) const;
   /// Puts the pressures of the far field beside those that were found.
@@ -170,6 +171,7 @@ class Grid_Incompressibility : public iObject {
 
   ProjectionFields mFields;
   CellSamples mDensities;  ///< of the density channel
+  FaceDensities mFaceDensities;
   VecInt3D mCells{};
   double mCellSize = 0;
   std::vector<MovingBody> mMoving;

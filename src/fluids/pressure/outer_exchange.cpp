@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "fluids/pressure/outer_level.h"
+#include "fluids/pressure/projection_kernels.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -55,8 +56,8 @@ void OuterLevel::FindMovedFaces() {
   }
 }
 
-OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell) const {
-  const EGrid<double>& velocity = *mFlow->mVelocity.GetGrid(axis);
+template <class F>
+OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell, F&& speedAt) const {
   const EGrid<float>& open = *mFlow->GetOpenFaces(axis);
   CellBox box;
   VecInt3D face;
@@ -68,10 +69,10 @@ OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell) const {
   const std::vector<i32>& out = mMovedOut[axis];
   FaceSum sum;
   ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-    const i32 index = velocity.Index(x, y, z);
+    const i32 index = open.Index(x, y, z);
     if (!out.empty() && std::binary_search(out.begin(), out.end(), index)) return;
     sum.area += open[index];
-    sum.flow += open[index] * velocity[index];
+    sum.flow += open[index] * speedAt(index);
   });
   sum.along = sum.area;
   const std::vector<MovedFace>& in = mMovedIn[axis];
@@ -83,9 +84,14 @@ OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell) const {
     sum.area += area;
     if (moved->axis != axis) continue;
     sum.along += area;
-    sum.flow += area * velocity[moved->index];
+    sum.flow += area * speedAt(moved->index);
   }
   return sum;
+}
+
+OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell) const {
+  const EGrid<double>& velocity = *mFlow->mVelocity.GetGrid(axis);
+  return SumFace(axis, cell, [&](i32 index) { return velocity[index]; });
 }
 
 void OuterLevel::Average(bool onlySides) {
@@ -106,11 +112,66 @@ void OuterLevel::Average(bool onlySides) {
   }
 }
 
-void OuterLevel::AverageDensity(const EGrid<double>& fine) {
+/// Cells that no gas is known of count as the mean of all.
+void OuterLevel::AverageDensity(const ProjectionFields& fields) {
+  mReference = mDensity;
+  for (i32 axis = 0; axis < 3; ++axis)
+    if (!fields.density[axis] || !AverageDensity(*fields.density[axis], mMixture[axis])) {
+      mMixture = {};
+      return;
+    }
+  double sum = 0;
+  i64 count = 0;
+  const EGrid<double>& any = *mMixture[2];
+  for (i32 i = 0; i < any.mCount; ++i)
+    if (any[i] > 0) sum += any[i], ++count;
+  if (count > 0) mReference = sum / static_cast<double>(count);
+  for (auto& mixture : mMixture)
+    for (i32 i = 0; i < mixture->mCount; ++i)
+      if (!((*mixture)[i] > 0)) (*mixture)[i] = mReference;
+}
+
+/// What is taken out of the faces on the sides as they are fine is the mean of that, not what the
+/// mean of the density would make of it.
+void OuterLevel::MatchSides(const ProjectionFields& fields) {
+  if (!mMixture[2] || mUniform == Vec3d{}) return;
+  const VecInt3D inner = mLattice.InnerDims(), n = mLattice.Dims(), fine = fields.openCell->Dims();
+  const VecInt3D steps{1, n.x, n.x * n.y}, fineSteps{1, fine.x, fine.x * fine.y};
+  const VariableDensity fineLaw{
+      mReference, {fields.density[0]->mData, fields.density[1]->mData, fields.density[2]->mData}};
+  const VariableDensity law{mReference,
+                            {mMixture[0]->mData, mMixture[1]->mData, mMixture[2]->mData}};
+  for (i32 axis = 0; axis < 3; ++axis) {
+    const VecInt3D faces = fine + ExtraOf(axis);
+    const auto shareAt = [&, along = fineLaw.Along(axis)](i32 index) {
+      const VecInt3D at{index % faces.x, index / faces.x % faces.y, index / (faces.x * faces.y)};
+      const i32 cell = Dot(at, fineSteps);
+      return along(cell, cell - fineSteps[axis]);
+    };
+    for (const bool high : {false, true}) {
+      if (!IsFree(axis, high)) continue;
+      CellBox side{{0, 0, 0}, inner};
+      side.min[axis] = high ? inner[axis] : 0;
+      side.max[axis] = side.min[axis] + 1;
+      ForEachCell(side, [&](i32 i, i32 j, i32 k) {
+        const FaceSum sum = SumFace(axis, {i, j, k}, shareAt);
+        if (!(sum.along > 0)) return;
+        const VecInt3D face =
+            VecInt3D{i, j, k} + VecInt3D{mLattice[0].first, mLattice[1].first, mLattice[2].first};
+        const i32 cell = Dot(face, steps);
+        (*mVelocity[axis])(face.x, face.y, face.z) +=
+            mUniform[axis] * (law.Along(axis)(cell, cell - steps[axis]) - sum.flow / sum.along);
+      });
+    }
+  }
+}
+
+bool OuterLevel::AverageDensity(const EGrid<double>& fine,
+                                std::unique_ptr<EGrid<double>>& mixture) const {
   const VecInt3D n = mLattice.Dims(), inner = mLattice.InnerDims();
-  if (!mMixture || !mMixture->mLayout.Equals(mVolume->mLayout))
-    mMixture = std::make_unique<EGrid<double>>(mVolume->mLayout, kCentre);
-  if (!mMixture->mData) return mMixture.reset();
+  if (!mixture || !mixture->mLayout.Equals(mVolume->mLayout))
+    mixture = std::make_unique<EGrid<double>>(mVolume->mLayout, kCentre);
+  if (!mixture->mData) return false;
   ForEachBlock(n.z, Threads(), [&](i32 z) {
     ForEachCell({{0, 0, z}, {n.x, n.y, z + 1}}, [&](i32 x, i32 y, i32) {
       // Outside it is as at the nearest side.
@@ -128,9 +189,10 @@ void OuterLevel::AverageDensity(const EGrid<double>& fine) {
         const double density = fine(i, j, k);
         if (density > 0) sum += density, ++count;
       });
-      (*mMixture)(x, y, z) = count > 0 ? sum / count : 0.0;
+      (*mixture)(x, y, z) = count > 0 ? sum / count : 0.0;
     });
   });
+  return true;
 }
 
 void OuterLevel::Sample(i32 axis, const CellBox& box, bool onlyOpen) {

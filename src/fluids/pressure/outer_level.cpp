@@ -33,7 +33,7 @@ void OuterLevel::Release(bool full) {
   for (i32 axis = 0; axis < 3; ++axis)
     mVelocity[axis].reset(), mOpen[axis].reset(), mOutside[axis].reset();
   mVolume.reset();
-  mMixture.reset();
+  mMixture = {};
   mHasWind = false;
 }
 
@@ -117,7 +117,9 @@ bool OuterLevel::GatherFields(ProjectionFields& fields) {
     fields.open[axis] = (mWithoutInner ? mOutside : mOpen)[axis].get();
   }
   fields.openCell = mVolume.get();
-  fields.density = mWithoutInner ? nullptr : mMixture.get();
+  fields.density = {};
+  if (!mWithoutInner && mMixture[2])
+    fields.density = {mMixture[0].get(), mMixture[1].get(), mMixture[2].get()};
   fields.dt = mTime->stepDuration;
   return fields.dt > 0;
 }

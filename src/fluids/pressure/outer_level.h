@@ -108,6 +108,10 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   Vec3d Wind() const;
   /// Takes the mean velocity of the fine faces: of all inner ones, or of those on the sides.
   void Average(bool onlySides);
+  /// The fine faces that belong to a face of the lattice, with speeds speedAt(index).
+  template <class F>
+  FaceSum SumFace(i32 axis, const VecInt3D& cell, F&& speedAt) const;
+  /// With the speeds of the gas.
   FaceSum SumFace(i32 axis, const VecInt3D& cell) const;
   void SumInner(const ProjectionFields& fields, std::span<const double> rhs);
   template <class Sums>
@@ -118,7 +122,9 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   void SampleSide(SideLayer& side);
   Vec3d PushAlongSides(const VelocityGridEmitter& forces, const EGrid<float>& cells) const;
   double MeanPush(i32 axis) const;
-  void AverageDensity(const EGrid<double>& fine);
+  void AverageDensity(const ProjectionFields& fields);
+  void MatchSides(const ProjectionFields& fields);
+  bool AverageDensity(const EGrid<double>& fine, std::unique_ptr<EGrid<double>>& mixture) const;
   /// Lets the gas outside carry its velocity along, from what it was when the step began.
   void Advect(double dt);
   bool ProjectAll();
@@ -136,9 +142,10 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   std::array<std::unique_ptr<EGrid<float>>, 3> mOpen;     ///< areas over distances, open parts
   std::array<std::unique_ptr<EGrid<float>>, 3> mOutside;  ///< the same without inner faces
   std::unique_ptr<EGrid<float>> mVolume;
-  std::unique_ptr<EGrid<double>> mMixture;  ///< density; null where it is the same everywhere
-  std::array<std::vector<i32>, 3> mCuts;    ///< fine faces of the inner lines
-  std::vector<double> mInner;               ///< right-hand sides of the inner cells
+  /// Density, for the faces of each axis; null where it is the same everywhere.
+  std::array<std::unique_ptr<EGrid<double>>, 3> mMixture;
+  std::array<std::vector<i32>, 3> mCuts;  ///< fine faces of the inner lines
+  std::vector<double> mInner;             ///< right-hand sides of the inner cells
   OuterOwners mOwners;
   std::array<std::vector<i32>, 3> mMovedOut;       ///< fine faces, by their axis and in their order
   std::array<std::vector<MovedFace>, 3> mMovedIn;  ///< by the axis of the lattice's face, in order

@@ -25,16 +25,17 @@ struct UniformFree {
   double At(const CellLine& line, i32 x) const {
     const VecInt3D n = fields.openCell->Dims();
     const i32 c = line.cell + x, y = n.x, z = n.x * n.y;
-    return rhs[c] - (uniform.x * (line.ox[x] * law(c, c - 1) - line.ox[x + 1] * law(c, c + 1)) +
-                     uniform.y * (line.oy0[x] * law(c, c - y) - line.oy1[x] * law(c, c + y)) +
-                     uniform.z * (line.oz0[x] * law(c, c - z) - line.oz1[x] * law(c, c + z)));
+    const auto lx = law.Along(0), ly = law.Along(1), lz = law.Along(2);
+    return rhs[c] - (uniform.x * (line.ox[x] * lx(c, c - 1) - line.ox[x + 1] * lx(c, c + 1)) +
+                     uniform.y * (line.oy0[x] * ly(c, c - y) - line.oy1[x] * ly(c, c + y)) +
+                     uniform.z * (line.oz0[x] * lz(c, c - z) - line.oz1[x] * lz(c, c + z)));
   }
   /// What flows out of a cell through its low or high face of an axis.
   double Out(i32 c, i32 axis, i32 face, bool high) const {
     const VecInt3D n = fields.openCell->Dims();
     const i32 offset = axis == 0 ? 1 : axis == 1 ? n.x : n.x * n.y;
     const double speed = (*fields.velocity[axis])[face] * inverseCell -
-                         uniform[axis] * law(c, high ? c + offset : c - offset);
+                         uniform[axis] * law.Along(axis)(c, high ? c + offset : c - offset);
     return (high ? 1 : -1) * (*fields.open[axis])[face] * speed;
   }
 };
@@ -48,14 +49,6 @@ double OuterLevel::PotentialAt(const Vec3d& place) const {
 }
 
 void OuterLevel::FindPotential() {
-  mReference = mDensity;
-  if (mMixture) {
-    double sum = 0;
-    i64 count = 0;
-    for (i32 i = 0; i < mMixture->mCount; ++i)
-      if ((*mMixture)[i] > 0) sum += (*mMixture)[i], ++count;
-    if (count > 0) mReference = sum / static_cast<double>(count);
-  }
   mSlope = mUniform * (mReference * mFlow->GetLayout()->cellSize / mTime->stepDuration);
 }
 
@@ -155,12 +148,10 @@ std::span<const SideLayer> OuterLevel::FindPressures(const ProjectionFields& fie
     mPush[axis].clear();
   }
   Average(true);
-  if (fields.density)
-    AverageDensity(*fields.density);
-  else
-    mMixture.reset();
+  AverageDensity(fields);
   FindPotential();
   SumInner(fields, rhs);
+  MatchSides(fields);
   if (!ProjectAll()) return {};
   mSides.clear();
   for (i32 axis = 0; axis < 3; ++axis)

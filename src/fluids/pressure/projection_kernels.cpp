@@ -54,8 +54,8 @@ SULVA_WIDE_KERNEL void WeighAlike(const float* open, ConstantDensity density, i3
                                   i32 /*offset*/, double* __restrict out, i32 n) {
   for (i32 i = 0; i < n; ++i) out[i] = open[i] * density.value;
 }
-SULVA_WIDE_KERNEL void WeighByDensity(const float* open, VariableDensity density, i32 cell,
-                                      i32 offset, double* __restrict out, i32 n) {
+SULVA_WIDE_KERNEL void WeighByDensity(const float* open, AxisDensity density, i32 cell, i32 offset,
+                                      double* __restrict out, i32 n) {
   for (i32 i = 0; i < n; ++i) out[i] = open[i] * density(cell + i, cell + i + offset);
 }
 
@@ -84,7 +84,7 @@ void Build(const CellLine& line, double inverseCell, LatticeMatrix& matrix, std:
     FindRhs(line, x, n, inverseCell, open, b);
     const float* faces[] = {line.ox, line.ox + 1, line.oy0, line.oy1, line.oz0, line.oz1};
     const i32 offsets[] = {-1, 1, -ny, ny, -nz, nz};
-    for (i32 f = 0; f < 6; ++f) weigh(faces[f] + x, c, offsets[f], weights.face[f], n);
+    for (i32 f = 0; f < 6; ++f) weigh(faces[f] + x, f / 2, c, offsets[f], weights.face[f], n);
     AddRows(
         weights,
         {matrix.Diagonal() + c, {matrix.Upper(0) + c, matrix.Upper(1) + c, matrix.Upper(2) + c}},
@@ -127,7 +127,7 @@ void BuildSurface(const CellLine& line, double inverseCell, LatticeMatrix& matri
     const float* faces[] = {line.ox, line.ox + 1, line.oy0, line.oy1, line.oz0, line.oz1};
     const i32 offsets[] = {-1, 1, -ny, ny, -nz, nz};
     for (i32 f = 0; f < 6; ++f) {
-      weigh(faces[f] + x, c, offsets[f], weights.face[f], n);
+      weigh(faces[f] + x, f / 2, c, offsets[f], weights.face[f], n);
       WeighSurface(open, phi, phi + offsets[f], weights.face[f], n);
     }
     AddRows(
@@ -176,7 +176,7 @@ template <class Face>
 SULVA_WIDE_KERNEL void TakeGradientAlike(const FaceLine& line, const ConstantDensity& face) {
   TakeGradient(line, face);
 }
-SULVA_WIDE_KERNEL void TakeGradientByDensity(const FaceLine& line, const VariableDensity& face) {
+SULVA_WIDE_KERNEL void TakeGradientByDensity(const FaceLine& line, const AxisDensity& face) {
   TakeGradient(line, face);
 }
 
@@ -185,30 +185,30 @@ SULVA_WIDE_KERNEL void TakeGradientByDensity(const FaceLine& line, const Variabl
 void BuildLine(const CellLine& line, const ConstantDensity& face, double inverseCell,
                LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last) {
   Build(line, inverseCell, matrix, rhs, first, last,
-        [&](const float* open, i32 cell, i32 offset, double* out, i32 n) {
-          WeighAlike(open, face, cell, offset, out, n);
+        [&](const float* open, i32 axis, i32 cell, i32 offset, double* out, i32 n) {
+          WeighAlike(open, face.Along(axis), cell, offset, out, n);
         });
 }
 void BuildLine(const CellLine& line, const VariableDensity& face, double inverseCell,
                LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last) {
   Build(line, inverseCell, matrix, rhs, first, last,
-        [&](const float* open, i32 cell, i32 offset, double* out, i32 n) {
-          WeighByDensity(open, face, cell, offset, out, n);
+        [&](const float* open, i32 axis, i32 cell, i32 offset, double* out, i32 n) {
+          WeighByDensity(open, face.Along(axis), cell, offset, out, n);
         });
 }
 
 void BuildSurfaceLine(const CellLine& line, const ConstantDensity& face, double inverseCell,
                       LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last) {
   BuildSurface(line, inverseCell, matrix, rhs, first, last,
-               [&](const float* open, i32 cell, i32 offset, double* out, i32 n) {
-                 WeighAlike(open, face, cell, offset, out, n);
+               [&](const float* open, i32 axis, i32 cell, i32 offset, double* out, i32 n) {
+                 WeighAlike(open, face.Along(axis), cell, offset, out, n);
                });
 }
 void BuildSurfaceLine(const CellLine& line, const VariableDensity& face, double inverseCell,
                       LatticeMatrix& matrix, std::span<double> rhs, i32 first, i32 last) {
   BuildSurface(line, inverseCell, matrix, rhs, first, last,
-               [&](const float* open, i32 cell, i32 offset, double* out, i32 n) {
-                 WeighByDensity(open, face, cell, offset, out, n);
+               [&](const float* open, i32 axis, i32 cell, i32 offset, double* out, i32 n) {
+                 WeighByDensity(open, face.Along(axis), cell, offset, out, n);
                });
 }
 
@@ -216,14 +216,14 @@ void UpdateLine(const FaceLine& line, const ConstantDensity& face) {
   TakeGradientAlike(line, face);
 }
 void UpdateLine(const FaceLine& line, const VariableDensity& face) {
-  TakeGradientByDensity(line, face);
+  TakeGradientByDensity(line, face.Along(line.axis));
 }
 
 void UpdateSurfaceLine(const FaceLine& line, const double* phi, const ConstantDensity& face) {
-  TakeSurfaceGradient(line, phi, face);
+  TakeSurfaceGradient(line, phi, face.Along(line.axis));
 }
 void UpdateSurfaceLine(const FaceLine& line, const double* phi, const VariableDensity& face) {
-  TakeSurfaceGradient(line, phi, face);
+  TakeSurfaceGradient(line, phi, face.Along(line.axis));
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,5 +1,6 @@
 // The projection's formulas on a line of cells along x.
 #pragma once
+#include <array>
 #include <span>
 
 #include "fluids/pressure/lattice_matrix.h"
@@ -11,10 +12,11 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 struct ConstantDensity {
   double value;
   double operator()(i32 /*cell*/, i32 /*neighbour*/) const { return value; }
+  ConstantDensity Along(i32 /*axis*/) const { return *this; }
 };
 /// `scale` over the density of a face, the mean of its two cells. A cell without density, such as
 /// one of the outermost layer that nothing fills, takes that of its neighbour.
-struct VariableDensity {
+struct AxisDensity {
   static constexpr double kLeast = 1e-6;
   double scale;
   const double* density;
@@ -24,6 +26,12 @@ struct VariableDensity {
     const double face = (a > 0) & (b > 0) ? 0.5 * (a + b) : one;
     return scale / (face > kLeast ? face : kLeast);
   }
+};
+/// The same by axis: cells that solids cut may count otherwise for the faces of another axis.
+struct VariableDensity {
+  double scale;
+  std::array<const double*, 3> density;
+  AxisDensity Along(i32 axis) const { return {scale, density[axis]}; }
 };
 
 /// The fields along the cells (x, y, z) of a line, by x.
@@ -117,6 +125,7 @@ void BuildSurfaceLine(const CellLine& line, const VariableDensity& face, double 
 
 /// Faces on a line and the pressures of the cells above and below them.
 struct FaceLine {
+  i32 axis;
   double* velocity;
   const float* open;
   const double* pressure;  ///< of the whole grid

@@ -8,8 +8,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Calls f(law) with `scale` over the density of faces: of the fields, or the constant one.
 template <class F>
 void WithDensity(const ProjectionFields& fields, double constant, double scale, F&& f) {
-  if (fields.density)
-    f(VariableDensity{scale, fields.density->mData});
+  const auto& density = fields.density;
+  if (density[0])
+    f(VariableDensity{scale, {density[0]->mData, density[1]->mData, density[2]->mData}});
   else
     f(ConstantDensity{scale / constant});
 }
@@ -39,7 +40,7 @@ void ForEachFaceLine(const ProjectionFields& fields, const double* p, const Cell
     const EGrid<float>& open = *fields.open[axis];
     for (i32 z = box.min.z; z < box.max.z; ++z)
       for (i32 y = box.min.y; y < box.max.y; ++y)
-        f(FaceLine{velocity.mData + velocity.Index(box.min.x, y, z),
+        f(FaceLine{axis, velocity.mData + velocity.Index(box.min.x, y, z),
                    open.mData + open.Index(box.min.x, y, z), p,
                    (cells.y * z + y) * cells.x + box.min.x, offsets[axis], box.max.x - box.min.x});
   }

@@ -38,8 +38,9 @@ double WallRelease::Outflow(const Solved& solved, const EGrid<double>& surface,
   const i32 steps[3] = {1, surface.mNx, surface.mSlice};
   const i32 c = surface.Index(cell.x, cell.y, cell.z);
   double out = 0;
-  WithDensity(fields, solved.density, fields.dt / h, [&](const auto& face) {
-    for (i32 axis = 0; axis < 3; ++axis)
+  WithDensity(fields, solved.density, fields.dt / h, [&](const auto& law) {
+    for (i32 axis = 0; axis < 3; ++axis) {
+      const auto face = law.Along(axis);
       for (const i32 side : {0, 1}) {
         const VecInt3D at = cell + ExtraOf(axis) * side;
         const double open = (*fields.open[axis])(at.x, at.y, at.z);
@@ -51,6 +52,7 @@ double WallRelease::Outflow(const Solved& solved, const EGrid<double>& surface,
         v += side ? -push : push;
         out += (side ? open : -open) * v;
       }
+    }
   });
   return out / h;
 }

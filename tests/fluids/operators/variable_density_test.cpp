@@ -166,7 +166,7 @@ TEST(DensityFlow, EmptyBorderCellsTakeTheDensityOfTheirNeighbours) {
     EGrid<double> density(box.layout, kCentre);
     box.ForEachInnerCell([&](i32 x, i32 y, i32 z) { density(x, y, z) = 0.9; });
     box.projection.mDensity = 0.9;
-    if (uniform) box.projection.fields.density = &density;
+    if (uniform) box.projection.fields.density.fill(&density);
     box.Project();
     return box.Faces();
   };

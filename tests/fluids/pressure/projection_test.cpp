@@ -211,7 +211,7 @@ TEST(Projection, DensityWeighsThePressureForce) {
   });
   box.Randomise(13);
   const auto before = std::array{EGrid<double>(*box.velocity[0]), EGrid<double>(*box.velocity[1])};
-  box.projection.fields.density = &density;
+  box.projection.fields.density.fill(&density);
   box.Project();
   EXPECT_LT(box.LargestDivergence(), 2e-6);
   const auto force = [&](i32 axis, i32 x, i32 y, i32 z) {
@@ -234,7 +234,7 @@ TEST(Projection, DensityWeighsThePressureForce) {
   Box one(cells, h, kWallLowY), other(cells, h, kWallLowY);
   one.Randomise(2);
   other.Randomise(2);
-  one.projection.fields.density = &density;
+  one.projection.fields.density.fill(&density);
   one.Project();
   other.Project();
   EXPECT_LT(LargestDifference(one.Faces(), other.Faces()), 1e-9);
