@@ -87,12 +87,33 @@ class ObjectParticleGridEmitter::Filler {
     });
   }
 
+  /// Whether a liquid has a particle for a place of the lattice, whatever jitter makes of it: if
+  /// the volume holds the place. Chance in the last layer would be a rough surface, which never
+  /// rests. A sheet that passes between the places goes by where jitter puts them.
+  bool IsPlaceMine(const Lattice& lattice, const Vec3d& middle, const Vec3d& jittered) const {
+    if (IsMine(middle)) return true;
+    if (!IsMine(jittered)) return false;
+    for (i32 axis = 0; axis < 3; ++axis)
+      for (const double side : {-1.0, 1.0}) {
+        Vec3d next = middle;
+        next[axis] += side * lattice.step;
+        if (IsMine(next)) return false;
+      }
+    return true;
+  }
+
   /// Makes a particle at a place of the lattice, if it may be there; returns by how much fewer are
   /// missing: what lies outside isn't.
   double TryPlace(const Lattice& lattice, const Vec3d& place) {
     RandomStream& random = mEmitter.mHandler.Random(mShare);
-    Vec3d p = mCorner + (place + Vec3d{0.5, 0.5, 0.5}) * lattice.step;
-    for (const i32 axis : {2, 1, 0}) p[axis] += (2 * random.NextUnit() - 1) * lattice.jitter;
+    const Vec3d middle = mCorner + (place + Vec3d{0.5, 0.5, 0.5}) * lattice.step;
+    Vec3d off{};
+    for (const i32 axis : {2, 1, 0}) off[axis] = (2 * random.NextUnit() - 1) * lattice.jitter;
+    Vec3d p = middle + off;
+    if (mEmitter.mKind == kLiquid && lattice.jitter > 0) {
+      if (!IsPlaceMine(lattice, middle, p)) return 1;
+      if (!IsMine(p)) p = IsMine(middle - off) ? middle - off : middle;
+    }
     if (!IsMine(p) || Holds(mBefore, p) || mEmitter.IsInSolid(p)) return 1;
     if (!IsFree(lattice, p) || !mEmitter.IsInReach(p)) return 0;
     if (mEmitter.mPerSample && !mEmitter.IsAllowed(p, mEmitter.mWeight, mShare)) return 0;

@@ -4,6 +4,9 @@
 #include <cmath>
 #include <random>
 
+#include "fluids/emission/object_particle_grid_emitter.h"
+#include "fluids/emission/particle_emission_settings.h"
+#include "fluids/emission/sphere_volume.h"
 #include "fluids/liquid_rig.h"
 #include "fluids/volume/mesh_solid.h"
 
@@ -65,6 +68,40 @@ TEST(LiquidSurface, AColumnThatEndsInTheMiddleOfACellRests) {
   for (i32 i = 0; i < 50; ++i) {
     rig.Step();
     ASSERT_LT(rig.MaxSpeed(), 1e-4) << i;
+  }
+}
+
+// Whatever chance does to the places of particles, it leaves no rough surface.
+TEST(LiquidSurface, AColumnThatAnEmitterScatteredRestsAtAnyDepth) {
+  for (const double depth : {4.05, 4.35, 4.65, 4.85, 4.9}) {
+    TestScene source;
+    auto& ground = source.AddOwn<SphereVolume>("volume", "ground");
+    auto& group = source.Add<ParticleGroup>("particlegroup", "group");
+    auto& settings = source.Add<ParticleEmissionSettings>("particlemesh_emission_setting", "once");
+    auto& emitter = source.Add<ObjectParticleGridEmitter>("particlegridemitter", "fill");
+    TestScene::Set(settings, 1006, 1.0);
+    TestScene::Link(emitter, ParticleEmitter::kGroupRow, group);
+    TestScene::Link(emitter, 1003, settings);
+    TestScene::Link(emitter, ObjectParticleGridEmitter::kVolumeRow, ground);
+    TestScene::Set(emitter, 1015, -1000.0);
+    TestScene::Set(emitter, 1016, i32{1});
+    constexpr double kFarDown = 1e4;
+    ground.Make({0.4, -kFarDown, 0.4}, kFarDown + 0.1 * depth, {13, 13, 13}, {-0.2, -0.2, -0.2});
+    source.SetUp();
+    TestScene::Run(emitter);
+    LiquidRig rig({8, 12, 8});
+    rig.scene->mTime.stepDuration = 0.04;
+    const Vec3d top = Vec3d{8, 12, 8} * rig.Cell();
+    for (const Vec3d& p : group.Store(kLiquid).Positions())
+      if (p.x > 0 && p.y > 0 && p.z > 0 && p.x < top.x && p.z < top.z) rig.Drop(p, {});
+    rig.Commit();
+    // Its lattice has two layers in a cell, whose places tell which are filled.
+    ASSERT_EQ(rig.Store().Count(), 16 * 16 * static_cast<i32>(std::floor(2 * depth + 0.5)));
+    for (const Vec3d& p : rig.Store().Positions()) ASSERT_LT(p.y, depth * rig.Cell());
+    for (i32 i = 0; i < 50; ++i) {
+      rig.Step();
+      ASSERT_LT(rig.MaxSpeed(), 1e-4) << depth << " " << i;
+    }
   }
 }
 
