@@ -18,49 +18,43 @@ FlowSolid::FlowSolid(const GridBoundary& boundary) : mBoundary(&boundary) {
   mIsPlain = !IsEmpty() && mThin.empty() && mSpecial.empty();
 }
 
-FlowSolid::Gap FlowSolid::NearestWall(const Vec3d& p) const {
+double FlowSolid::DistanceToWalls(const Vec3d& p) const {
   const GridLayout& layout = mBoundary->GetLevelSet()->mLayout;
-  const double h = layout.cellSize;
-  Gap nearest{.distance = std::numeric_limits<double>::max()};
-  for (i32 axis = 0; axis < 3; ++axis)
-    for (const bool high : {false, true}) {
-      if (!(mBoundary->mWalls & (high ? kHighWall : kLowWall)[axis])) continue;
-      // A wall stands a cell inside of the grid.
-      const double off =
-          (high ? layout.simMax[axis] - p[axis] : p[axis] - layout.simOrigin[axis]) - h;
-      if (off >= nearest.distance) continue;
-      nearest = {.distance = off};
-      nearest.normal[axis] = high ? -1 : 1;
-    }
-  return nearest;
+  double nearest = std::numeric_limits<double>::max();
+  for (i32 axis = 0; axis < 3; ++axis) {
+    if (mBoundary->mWalls & kLowWall[axis])
+      nearest = std::min(nearest, p[axis] - layout.simOrigin[axis]);
+    if (mBoundary->mWalls & kHighWall[axis])
+      nearest = std::min(nearest, layout.simMax[axis] - p[axis]);
+  }
+  return nearest - layout.cellSize;  // a wall stands a cell inside of the grid
 }
 
-FlowSolid::Gap FlowSolid::GapAt(const Vec3d& p, double sampled, bool withNormal) const {
+FlowSolid::Gap FlowSolid::GapAt(const Vec3d& p, double sampled) const {
   const double h = CellSize();
   if (mObstacles.empty() || sampled >= kGapLook * h) return {};
-  Gap nearest = NearestWall(p);
-  double next = std::numeric_limits<double>::max();
+  // Walls end ways by themselves: of a gap beside one the obstacle tells how far, and which way.
+  constexpr double kFar = std::numeric_limits<double>::max();
+  double nearest = kFar, next = DistanceToWalls(p);
   const VolumeBase* owner = nullptr;
   for (const VolumeSolid& obstacle : mObstacles) {
     if (obstacle.IsSheet() || !obstacle.Volume().IsInBounds(p)) continue;
     const double own = obstacle.Volume().DistanceAtWorld(p);
-    next = std::min(next, std::max(own, nearest.distance));
-    if (own >= nearest.distance) continue;
-    nearest.distance = own;
-    owner = &obstacle.Volume();
+    if (own < nearest) {
+      next = std::min(next, nearest);
+      nearest = own;
+      owner = &obstacle.Volume();
+    } else {
+      next = std::min(next, own);
+    }
   }
-  nearest.isThere = next < h && nearest.distance > std::max(sampled, 0.0);
-  if (nearest.isThere && withNormal && owner)
-    nearest.normal = Normalised(owner->GradientAtWorld(p));
-  return nearest;
+  const bool isThere = owner && next > 0 && std::max(nearest, next) < h;
+  return isThere && nearest > std::max(sampled, 0.0) ? Gap{nearest, owner} : Gap{};
 }
 
-SolidDistance FlowSolid::At(const Vec3d& p, bool withGaps) const {
+SolidDistance FlowSolid::At(const Vec3d& p) const {
   SolidDistance at{mBoundary->SampleWorld(p)};
-  if (const Gap gap = withGaps ? GapAt(p, at.distance, false) : Gap{}; gap.isThere) {
-    at.distance = gap.distance;
-    at.isOfGap = true;
-  }
+  if (const Gap gap = GapAt(p, at.distance); gap.owner) at.distance = gap.distance;
   double nearest = std::numeric_limits<double>::max();
   for (const i32 index : mThin) {
     const SolidDistance own = mObstacles[index].At(p);
@@ -75,10 +69,10 @@ SolidDistance FlowSolid::At(const Vec3d& p, bool withGaps) const {
   return at;
 }
 
-Vec3d FlowSolid::NormalAt(const Vec3d& p, const SolidDistance& at, bool withGaps) const {
+Vec3d FlowSolid::NormalAt(const Vec3d& p, const SolidDistance& at) const {
   if (at.isOfThin) return at.thinNormal;
-  const Gap gap = withGaps ? GapAt(p, mBoundary->SampleWorld(p), true) : Gap{};
-  return gap.isThere ? gap.normal : Normalised(mBoundary->GradientWorld(p));
+  const Gap gap = GapAt(p, mBoundary->SampleWorld(p));
+  return Normalised(gap.owner ? gap.owner->GradientAtWorld(p) : mBoundary->GradientWorld(p));
 }
 
 bool FlowSolid::AsksObstacles(const Leg& leg) const {
@@ -121,8 +115,7 @@ bool FlowSolid::MeetLevelSet(const Leg& leg, const Touch& touch, ParticleContact
   const Vec3d& origin = mBoundary->GetLevelSet()->mLayout.simOrigin;
   SolidContact walls;
   const bool hitsWall = mBoundary->CollideDomain(leg.to - origin, walls, touch.radius);
-  const View view{*this, Length(leg.to - leg.from) < kLongLeg * CellSize()};
-  return MeetSolid(view, leg.from, hitsWall ? walls.position + origin : leg.to, touch, contact);
+  return MeetSolid(*this, leg.from, hitsWall ? walls.position + origin : leg.to, touch, contact);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -32,38 +32,25 @@ class FlowSolid {
   /// The level set isn't enough for a leg: it may meet an obstacle that moves, or a sheet.
   bool AsksObstacles(const Leg& leg) const;
 
-  /// `withGaps` tells gaps between solids from these, which distances at nodes don't.
-  SolidDistance At(const Vec3d& p, bool withGaps = true) const;
-  Vec3d NormalAt(const Vec3d& p, const SolidDistance& at, bool withGaps = true) const;
+  SolidDistance At(const Vec3d& p) const;
+  Vec3d NormalAt(const Vec3d& p, const SolidDistance& at) const;
   double CellSize() const { return mBoundary->GetLevelSet()->mLayout.cellSize; }
   const GridBoundary& Boundary() const { return *mBoundary; }
 
  private:
-  /// What lies nearest to a place between two solids that are less than a cell apart: distances at
-  /// nodes know the nearer of both alone, and close the gap.
+  /// The nearest obstacle at a place between it and a wall, or another one, less than a cell off:
+  /// distances at nodes know the nearer of two solids alone, and close the gap.
   struct Gap {
     double distance = 0;
-    Vec3d normal{};
-    bool isThere = false;
+    const VolumeBase* owner = nullptr;  ///< null where no gap is
   };
-  /// What a leg sees. A long one sees no gaps: it would come out of them on any side.
-  struct View {
-    const FlowSolid& solid;
-    bool withGaps;
-    SolidDistance At(const Vec3d& p) const { return solid.At(p, withGaps); }
-    Vec3d NormalAt(const Vec3d& p, const SolidDistance& at) const {
-      return solid.NormalAt(p, at, withGaps);
-    }
-    double CellSize() const { return solid.CellSize(); }
-  };
-  Gap GapAt(const Vec3d& p, double sampled, bool withNormal) const;
-  Gap NearestWall(const Vec3d& p) const;
+  Gap GapAt(const Vec3d& p, double sampled) const;
+  double DistanceToWalls(const Vec3d& p) const;
   /// No obstacle counts for a leg that the level set doesn't show.
   bool IsFarFromOthers(const Leg& leg) const;
 
   // Cells: what rounding may add to a distance.
   static constexpr double kSlack = 1e-6;
-  static constexpr double kLongLeg = 0.5;   ///< cells
   static constexpr double kGapLook = 0.25;  ///< cells: where distances are larger no gap is closed
 
   const GridBoundary* mBoundary;
