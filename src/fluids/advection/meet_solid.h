@@ -103,15 +103,6 @@ double FindTouch(const Solid& solid, const Vec3d& from, const Vec3d& to, f32 rad
   return low;
 }
 
-/// Whether a place in a gap lies on another side of a solid than one before it: there the normal
-/// may be that of the gap's other side, which tells nothing.
-template <class Solid>
-bool IsGapBehind(const Solid& solid, const Vec3d& before, const Vec3d& at, f32 radius) {
-  if (!solid.At(at).isOfGap) return false;
-  const Entry entry = FindEntry(solid, before, at, radius);
-  return entry.isFound && !entry.staysInside;
-}
-
 }  // namespace meeting
 
 /// Finds where the straight way from `begin` to `to` comes nearer to a solid than the touch's
@@ -154,9 +145,7 @@ bool MeetSolid(const Solid& solid, const Vec3d& begin, const Vec3d& to, const To
     contact.position = to;
     contact.slides =
         Project(solid, radius, side, contact.position, contact.normal) &&
-        !(entry.isFound &&
-          (AreBehind(solid, from + way * entry.outside, contact.position) ||
-           IsGapBehind(solid, from + way * entry.outside, contact.position, radius)));
+        !(entry.isFound && AreBehind(solid, from + way * entry.outside, contact.position));
   }
   if (contact.slides && !touch.isExact) return true;
   contact.share = FindTouch(solid, from, to, radius, entry);

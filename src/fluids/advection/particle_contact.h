@@ -9,7 +9,6 @@ struct SolidDistance {
   double distance = 0;
   Vec3d thinNormal{};  ///< of a part nearby that is too thin for distances at nodes; zero for none
   bool isOfThin = false;  ///< that part is the nearest
-  bool isOfGap = false;  ///< two solids lie less than a cell apart there
 };
 
 /// A straight way of a particle, in simulation units, between two times, which are shares of the
