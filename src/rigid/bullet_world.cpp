@@ -301,10 +301,8 @@ void BulletWorld::FollowVolumes(Scene& scene) {
   });
   if (!isNeeded && mBodies.empty()) return;
   if (!mLibrary) Build(scene);
-  std::erase_if(mBodies, [&](const auto& entry) {
-    return std::none_of(meshes.begin(), meshes.end(),
-                        [&](const auto& mesh) { return mesh.first == entry.first; });
-  });
+  const std::map<Key, Mesh*> present(meshes.begin(), meshes.end());
+  std::erase_if(mBodies, [&](const auto& entry) { return !present.contains(entry.first); });
   for (const auto& [key, mesh] : meshes) {
     if (!mesh->HasTriangles()) continue;
     const auto found = mBodies.find(key);
