@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "fluids/particles/particle_group.h"
+#include "fluids/surfaces/mesh_reserve.h"
 #include "fluids/surfaces/point_values.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
@@ -16,6 +17,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 
 namespace {
+
+/// Points that tetrahedra make for one of a cube, at most.
+constexpr double kPointsOfTetrahedra = 6;
 
 /// Whether a surface ends at the outermost nodes that are looked at.
 bool ReachesRim(const EGrid<double>& grid, double resolution, const SurfaceMesh& mesh) {
@@ -212,6 +216,10 @@ const EGrid<double>* ImplicitMesher::FindGrid() {
 
 void ImplicitMesher::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE)) return Write({});
+  const MeshReserve reserve(*mGrid, mReconstructor ? 0 : mLevel, mResolution,
+                            mMethod == Polygoniser::kCubes ? 1 : kPointsOfTetrahedra,
+                            mScene->mThreadCount);
+  if (!reserve.IsGranted()) return Write({});
   SurfaceMesh mesh = PolygoniseGrid(*mGrid,
                                     {.method = mMethod,
                                      .sampleMode = mSampleMode,
@@ -308,6 +316,7 @@ void ImplicitMesher::AddColours(SurfaceMesh& mesh) {
 void ImplicitMesher::Write(const SurfaceMesh& mesh) {
   PolygonObject* output = Output();
   mBytes = 0;
+  mHeld.Set(0);
   if (!output || (mesh.IsEmpty() && output->GetGeometry().polygons.empty())) return;
   const Matrix place = output->GlobalMatrix(), toObject = Inverse(place);
   const Vec3d scale = GetDomain().simToWorld;
@@ -328,10 +337,12 @@ void ImplicitMesher::Write(const SurfaceMesh& mesh) {
   }
   for (const Vec3d& v : mesh.velocities) geometry.velocities.push_back(toObject.Rotate(v * scale));
   geometry.colours = mesh.colours;
-  mBytes = BytesOf(mesh.points) + BytesOf(mesh.triangles) + BytesOf(mesh.normals) +
-           BytesOf(mesh.velocities) + BytesOf(mesh.colours) + BytesOf(geometry.points) +
-           BytesOf(geometry.polygons) + BytesOf(geometry.normals) + BytesOf(geometry.velocities) +
-           BytesOf(geometry.colours);
+  const double held = BytesOf(geometry.points) + BytesOf(geometry.polygons) +
+                      BytesOf(geometry.normals) + BytesOf(geometry.velocities) +
+                      BytesOf(geometry.colours);
+  mHeld.Set(static_cast<u64>(held));
+  mBytes = held + BytesOf(mesh.points) + BytesOf(mesh.triangles) + BytesOf(mesh.normals) +
+           BytesOf(mesh.velocities) + BytesOf(mesh.colours);
   output->WriteOutput(std::move(geometry));
 }
 

@@ -5,6 +5,7 @@
 #include "fluids/surfaces/polygoniser.h"
 #include "fluids/surfaces/surface_reconstructor.h"
 #include "fluids/volume/volume_base.h"
+#include "grids/grid_memory.h"
 #include "host/polygon_object.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -70,6 +71,7 @@ class ImplicitMesher : public iObject {
   enum Told : u32 { kToldRim = 1, kToldVelocities = 2, kToldColours = 4 };
   u32 mTold = 0;
   double mBytes = 0;
+  CountedMemory mHeld;  ///< what the document has of them, with the grids
   std::vector<std::string> mWarnings;
 };
 

@@ -1,0 +1,48 @@
+#include "fluids/surfaces/mesh_reserve.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "grids/fixed_blocks.h"
+#include "grids/grid_memory.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+/// A point and its two triangles: in a slab with room to grow, joined, and as the document has
+/// them, with normals and velocities.
+constexpr std::size_t kBytesOfPoint = 440;
+
+double CountCrossings(const EGrid<double>& grid, double level, i32 threads) {
+  return SumBlocks(grid.mNz - 1, 1, threads, [&](i64 first, i64) {
+    i64 count = 0;
+    for (i32 y = 0; y + 1 < grid.mNy; ++y) {
+      const double* v = grid.mData + grid.Index(0, y, static_cast<i32>(first));
+      for (i32 x = 0; x + 1 < grid.mNx; ++x) {
+        const bool isIn = v[x] < level;
+        count += (isIn != (v[x + 1] < level)) + (isIn != (v[x + grid.mNx] < level)) +
+                 (isIn != (v[x + grid.mSlice] < level));
+      }
+    }
+    return static_cast<double>(count);
+  });
+}
+
+}  // namespace
+
+MeshReserve::MeshReserve(const EGrid<double>& grid, double level, double resolution,
+                         double pointsPerEdge, i32 threads) {
+  const double points =
+      CountCrossings(grid, level, threads) * resolution * resolution * pointsPerEdge;
+  const i32 count = static_cast<i32>(std::clamp(std::ceil(points), 1.0, 2e9));
+  mBytes = static_cast<std::size_t>(count) * kBytesOfPoint;
+  // Pages that nobody touches cost the system nothing.
+  mData = AllocateGridMemory({count, 1, 1}, kBytesOfPoint);
+}
+
+MeshReserve::~MeshReserve() {
+  if (mData) FreeGridMemory(mData, mBytes);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
