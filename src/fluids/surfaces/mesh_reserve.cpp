@@ -10,9 +10,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-/// A point and its two triangles: in a slab with room to grow, joined, and as the document has
-/// them, with normals and velocities.
-constexpr std::size_t kBytesOfPoint = 440;
+/// A point and its two triangles, as measured: in a slab with room to grow, joined, as the document
+/// has them with normals and velocities, and as a file copies them.
+constexpr std::size_t kBytesOfPoint = 700;
 
 double CountCrossings(const EGrid<double>& grid, double level, i32 threads) {
   return SumBlocks(grid.mNz - 1, 1, threads, [&](i64 first, i64) {

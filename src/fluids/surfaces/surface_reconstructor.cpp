@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "fluids/emission/loose_points.h"
-#include "fluids/surfaces/surface_smoothing.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
@@ -241,13 +240,14 @@ void SurfaceReconstructor::Prepare() {
   if (!AllocateResult(places)) return;
   // Buckets of half the reach leave fewer points to look at in vain.
   mPoints.Build(places.data(), static_cast<i32>(places.size()), Reach() / 2);
-  mCount = static_cast<i32>(std::count_if(places.begin(), places.end(), IsFinite));
   SetFlag(FLAG_ACTIVE, true);
 }
 
-double SurfaceReconstructor::LiquidVolume() const {
+SurfaceLiquid SurfaceReconstructor::Liquid() const {
   const double cell = GetDomain().cellSize;
-  return mFits ? mCount * cell * cell * cell / mPerCell : 0;
+  SurfaceLiquid liquid{.cell = cell};
+  if (mFits) liquid.points = &mPoints, liquid.each = cell * cell * cell / mPerCell;
+  return liquid;
 }
 
 void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
@@ -256,7 +256,7 @@ void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
   ParticleSurface surface(mPoints, Store(), Shape());
   surface.Fill(*mResult, threads);
   const double shift = mShift * GetDomain().cellSize, outside = surface.Outside();
-  if (mSmoothing > 0) SmoothSurfaceOf(*mResult, outside, mSmoothing, threads, LiquidVolume());
+  if (mSmoothing > 0) SmoothSurfaceOf(*mResult, outside, mSmoothing, threads, Liquid());
   if (shift != 0)
     ForEachBlock(mResult->mNz, threads, [&](i32 z) {
       double* layer = mResult->mData + z * i64{mResult->mSlice};

@@ -2,6 +2,7 @@
 #pragma once
 #include "fluids/particles/particle_group.h"
 #include "fluids/surfaces/particle_surface.h"
+#include "fluids/surfaces/surface_smoothing.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/constraint.h"
 
@@ -60,8 +61,8 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   bool TakeLayout(const GridLayout& layout);
   void TakePlayedPoints();
   std::vector<const EGrid<double>*> LimitGrids() const;
-  /// What the particles that count fill, cubed simulation units.
-  double LiquidVolume() const;
+  /// What the surface has to hold.
+  SurfaceLiquid Liquid() const;
   /// The surface ends where the boundary begins.
   void CutOff();
   void CutOff(const VolumeBase& boundary);
@@ -95,7 +96,6 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
 
   std::unique_ptr<EGrid<double>> mResult;
   PointLookup mPoints;
-  i32 mCount = 0;  ///< of the particles that count
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

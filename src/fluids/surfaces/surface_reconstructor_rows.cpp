@@ -139,9 +139,10 @@ const ParameterTable& SurfaceReconstructor::Parameters() {
           .Range(0.01, 1000)
           .OnlyWith(kFitRow, {1})
           .To(&SurfaceReconstructor::mPerCell),
-      LongRow(kSmoothingRow, "smoothing", 2, "",
-              "steps that take bumps off the surface and keep its volume; with 'fit' edges swell "
-              "where it holds less than its particles fill")
+      LongRow(
+          kSmoothingRow, "smoothing", 2, "",
+          "steps that take bumps off the surface; then each place of it moves to where it holds "
+          "what it did, with 'fit' what its particles fill")
           .Missing(0)
           .Range(0, 1000)
           .To(&SurfaceReconstructor::mSmoothing),

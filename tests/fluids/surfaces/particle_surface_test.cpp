@@ -151,7 +151,8 @@ TEST(ParticleSurface, FitsAPoolHoweverFarParticlesCount) {
       EXPECT_EQ(app::CountOpenEdges(skin), 0);
       EXPECT_NEAR(app::Measure(skin).volume / volume, 1, 0.03) << mode << " " << reach;
       const double before = app::Measure(skin).volume;
-      SmoothSurfaceOf(grid, *std::max_element(grid.mData, grid.mData + grid.mCount), 4, 2);
+      SmoothSurfaceOf(grid, *std::max_element(grid.mData, grid.mData + grid.mCount), 4, 2,
+                      {.cell = kCell});
       skin = Skin(grid);
       EXPECT_EQ(app::CountOpenEdges(skin), 0);
       EXPECT_NEAR(app::Measure(skin).volume / before, 1, 0.01) << mode << " " << reach;
