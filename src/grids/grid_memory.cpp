@@ -7,6 +7,7 @@
 #include <new>
 
 #include "grids/memory_owner.h"
+#include "grids/mesh_refusal.h"
 
 namespace MELDO_GLOBAL {
 
@@ -19,6 +20,7 @@ std::atomic<u64> gUsed{0};
 std::mutex gRefusalMutex;
 GridRefusal gRefusal;
 ParticleRefusal gParticleRefusal;
+MeshRefusal gMeshRefusal;
 std::string gRefusedOwner;
 thread_local std::string tOwner;
 
@@ -51,6 +53,7 @@ void SetGridMemoryLimit(u64 bytes) {
   gLimit = bytes;
   gRefusal = {};
   gParticleRefusal = {};
+  gMeshRefusal = {};
 }
 
 u64 GridMemory() { return gUsed; }
@@ -75,6 +78,18 @@ void RefuseParticles(double count, double bytes) {
 ParticleRefusal RefusedParticles() {
   const std::lock_guard lock(gRefusalMutex);
   return gParticleRefusal;
+}
+
+void RefuseMesh(double points, double bytes) {
+  const std::lock_guard lock(gRefusalMutex);
+  if (gMeshRefusal.points > 0) return;
+  gMeshRefusal = {points, bytes + static_cast<double>(gUsed.load())};
+  gRefusedOwner = tOwner;
+}
+
+MeshRefusal RefusedMesh() {
+  const std::lock_guard lock(gRefusalMutex);
+  return gMeshRefusal;
 }
 
 void CountedMemory::Set(u64 bytes) {

@@ -11,6 +11,7 @@
 #include "framework/ibase.h"
 #include "grids/grid_memory.h"
 #include "grids/memory_owner.h"
+#include "grids/mesh_refusal.h"
 #include "scene/diagnostics.h"
 
 namespace MELDO_GLOBAL::app {
@@ -199,8 +200,20 @@ bool MemoryGuard::CheckParticles(const Scene& scene) {
   return false;
 }
 
+bool MemoryGuard::CheckMeshes() {
+  const MeshRefusal refused = RefusedMesh();
+  if (refused.points == 0) return true;
+  const std::string owner = RefusedOwner();
+  mRefusal = fmt::format(
+      "out of memory: grids with a mesh of about {:.0f} points{} need about {}, the limit is {}; "
+      "lower the resolution of the mesher, or of its source",
+      refused.points, owner.empty() ? "" : fmt::format(", that of '{}',", Shown(owner)),
+      FormatBytes(refused.bytes), FormatBytes(static_cast<double>(mLimit)));
+  return false;
+}
+
 bool MemoryGuard::CheckGrids(const Scene& scene) {
-  if (!CheckParticles(scene)) return false;
+  if (!CheckParticles(scene) || !CheckMeshes()) return false;
   const GridRefusal refused = RefusedGrid();
   if (refused.bytes == 0) return true;
   const VecInt3D& d = refused.dims;

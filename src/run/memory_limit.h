@@ -54,6 +54,7 @@ class MemoryGuard {
   void Refuse(const std::string& what, const std::string& share, double cells, double bytes,
               const MELDO_SULVA::Scene& scene);
   bool CheckParticles(const MELDO_SULVA::Scene& scene);
+  bool CheckMeshes();
   void AddAdvice(const MELDO_SULVA::Scene& scene);
 
   u64 mLimit;

@@ -1,10 +1,7 @@
 #include "fluids/surfaces/mesh_reserve.h"
 
-#include <algorithm>
-#include <cmath>
-
 #include "grids/fixed_blocks.h"
-#include "grids/grid_memory.h"
+#include "grids/mesh_refusal.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -12,7 +9,7 @@ namespace {
 
 /// A point and its two triangles, as measured: in a slab with room to grow, joined, as the document
 /// has them with normals and velocities, and as a file copies them.
-constexpr std::size_t kBytesOfPoint = 700;
+constexpr double kBytesOfPoint = 700;
 
 double CountCrossings(const EGrid<double>& grid, double level, i32 threads) {
   return SumBlocks(grid.mNz - 1, 1, threads, [&](i64 first, i64) {
@@ -35,14 +32,12 @@ MeshReserve::MeshReserve(const EGrid<double>& grid, double level, double resolut
                          double pointsPerEdge, i32 threads) {
   const double points =
       CountCrossings(grid, level, threads) * resolution * resolution * pointsPerEdge;
-  const i32 count = static_cast<i32>(std::clamp(std::ceil(points), 1.0, 2e9));
-  mBytes = static_cast<std::size_t>(count) * kBytesOfPoint;
-  // Pages that nobody touches cost the system nothing.
-  mData = AllocateGridMemory({count, 1, 1}, kBytesOfPoint);
-}
-
-MeshReserve::~MeshReserve() {
-  if (mData) FreeGridMemory(mData, mBytes);
+  const double bytes = kBytesOfPoint * points;
+  mIsGranted = HasMemoryFor(bytes);
+  if (mIsGranted)
+    mMemory.Set(static_cast<u64>(bytes));
+  else
+    RefuseMesh(points, bytes);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,8 +1,7 @@
 // Memory for polygons that are going to be made.
 #pragma once
-#include <cstddef>
-
 #include "grids/egrid.h"
+#include "grids/grid_memory.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -14,16 +13,12 @@ class MeshReserve {
   /// `pointsPerEdge` as the method makes them.
   MeshReserve(const EGrid<double>& grid, double level, double resolution, double pointsPerEdge,
               i32 threads);
-  MeshReserve(const MeshReserve&) = delete;
-  MeshReserve& operator=(const MeshReserve&) = delete;
-  ~MeshReserve();
   /// False where the limit of memory is below that; the run ends then, as with a grid.
-  bool IsGranted() const { return mData != nullptr; }
-  double Bytes() const { return static_cast<double>(mBytes); }
+  bool IsGranted() const { return mIsGranted; }
 
  private:
-  void* mData = nullptr;
-  std::size_t mBytes = 0;
+  CountedMemory mMemory;
+  bool mIsGranted = false;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

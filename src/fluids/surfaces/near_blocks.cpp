@@ -9,12 +9,14 @@ NearBlocks::NearBlocks(const EGrid<double>& grid, double cell, i32 threads)
       mSide(std::max(1, static_cast<i32>(std::lround(cell / grid.mLayout.cellSize)))),
       mLength(mSide * double(grid.mLayout.cellSize)) {
   for (int a = 0; a < 3; ++a) mDims[a] = (grid.Dims()[a] - 2) / mSide + 1;
-  mNumbers.assign(std::size_t(mDims.x) * mDims.y * mDims.z, -1);
+  mNumbers.resize(std::size_t(mDims.x) * mDims.y * mDims.z);
   std::vector<std::vector<VecInt3D>> layers(mDims.z);
   ForEachBlock(mDims.z, threads, [&](i32 z) {
     for (i32 y = 0; y < mDims.y; ++y)
-      for (i32 x = 0; x < mDims.x; ++x)
-        if (IsNear(grid, {x, y, z})) layers[z].push_back({x, y, z});
+      for (i32 x = 0; x < mDims.x; ++x) {
+        const i32 place = mNumbers[IndexOf({x, y, z})] = PlaceOf(grid, {x, y, z});
+        if (place == 0) layers[z].push_back({x, y, z});
+      }
   });
   for (const auto& layer : layers)
     for (const VecInt3D& corner : layer) {
@@ -23,7 +25,7 @@ NearBlocks::NearBlocks(const EGrid<double>& grid, double cell, i32 threads)
     }
 }
 
-bool NearBlocks::IsNear(const EGrid<double>& grid, const VecInt3D& block) const {
+i32 NearBlocks::PlaceOf(const EGrid<double>& grid, const VecInt3D& block) const {
   constexpr double kNear = 0.6;
   double low = grid(block.x * mSide, block.y * mSide, block.z * mSide), high = low;
   VecInt3D last;
@@ -36,7 +38,8 @@ bool NearBlocks::IsNear(const EGrid<double>& grid, const VecInt3D& block) const 
         high = std::max(high, row[x]);
       }
     }
-  return low < kNear * mLength && high > -kNear * mLength;
+  if (low < kNear * mLength && high > -kNear * mLength) return 0;
+  return high < 0 ? kDeep : kAway;
 }
 
 /// 1 2 1 along an axis.
@@ -52,10 +55,9 @@ void NearBlocks::SpreadAlong(i32 axis, const std::vector<double>& from,
   });
 }
 
-void NearBlocks::Spread(std::vector<double>& column) const {
-  constexpr i32 kTurns = 2;
+void NearBlocks::Spread(std::vector<double>& column, i32 turns) const {
   std::vector<double> other(column.size());
-  for (i32 turn = 0; turn < kTurns; ++turn)
+  for (i32 turn = 0; turn < turns; ++turn)
     for (i32 axis = 0; axis < 3; ++axis) {
       SpreadAlong(axis, column, other);
       column.swap(other);

@@ -22,8 +22,11 @@ class NearBlocks {
   const VecInt3D& Dims() const { return mDims; }
   /// The first sample of a block.
   VecInt3D FirstSample(i32 i) const { return mCorners[i] * mSide; }
-  /// The number of a block by its place, -1 where it isn't near.
+  /// The number of a block by its place, below 0 where it isn't near.
   i32 At(i32 x, i32 y, i32 z) const { return mNumbers[IndexOf({x, y, z})]; }
+  /// Whether a block that isn't near lies inside, and how many do.
+  bool IsDeep(i32 x, i32 y, i32 z) const { return At(x, y, z) == kDeep; }
+  i64 DeepCount() const { return std::count(mNumbers.begin(), mNumbers.end(), kDeep); }
 
   template <class F>
   void ForEach(F&& f) const {
@@ -45,12 +48,15 @@ class NearBlocks {
           if (const i32 number = At(x, y, z); number >= 0) f(number, which);
         }
   }
-  /// Spreads a column over two blocks' width, 1 4 6 4 1 along each axis; what leaves them is lost.
-  void Spread(std::vector<double>& column) const;
+  /// Spreads a column by 1 2 1 along each axis, `turns` times; what leaves the near blocks is lost.
+  void Spread(std::vector<double>& column, i32 turns) const;
 
  private:
+  static constexpr i32 kAway = -1, kDeep = -2;
+
   i64 IndexOf(const VecInt3D& b) const { return (i64{b.z} * mDims.y + b.y) * mDims.x + b.x; }
-  bool IsNear(const EGrid<double>& grid, const VecInt3D& block) const;
+  /// 0 where a block is near, else where it is.
+  i32 PlaceOf(const EGrid<double>& grid, const VecInt3D& block) const;
   void SpreadAlong(i32 axis, const std::vector<double>& from, std::vector<double>& to) const;
 
   i32 mThreads, mSide;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numeric>
 
 #include "fluids/surfaces/marching_cube_content.h"
 
@@ -31,27 +32,32 @@ SurfaceBalance::SurfaceBalance(EGrid<double>& grid, double cell, i32 threads)
 void SurfaceBalance::MeasureBlock(i32 i) {
   const i32 side = mBlocks.Side(), ny = mGrid.mNx, nz = mGrid.mSlice;
   const VecInt3D first = mBlocks.FirstSample(i);
-  const double perCell = 1 / mGrid.mLayout.cellSize;
+  const double cell = mGrid.mLayout.cellSize, perCell = 1 / cell, highest = -kLeastValue * cell;
+  const auto countInside = [&](const double* v) {
+    return (v[0] <= highest) + (v[ny] <= highest) + (v[nz] <= highest) + (v[nz + ny] <= highest);
+  };
   double inside = 0, growth = 0;
   VecInt3D last;
   for (int a = 0; a < 3; ++a) last[a] = std::min(first[a] + side, mGrid.Dims()[a] - 1);
   for (i32 z = first.z; z < last.z; ++z)
-    for (i32 y = first.y; y < last.y; ++y)
-      for (i32 x = first.x; x < last.x; ++x) {
-        const double* v = mGrid.mData + mGrid.Index(x, y, z);
+    for (i32 y = first.y; y < last.y; ++y) {
+      const double* v = mGrid.mData + mGrid.Index(first.x, y, z);
+      i32 behind = countInside(v);
+      for (i32 x = first.x; x < last.x; ++x, ++v) {
+        const i32 before = countInside(v + 1), corners = behind + before;
+        behind = before;
+        if (corners == 8) inside += 1;
+        if (corners == 0 || corners == 8) continue;
         double c[8] = {v[0], v[1], v[ny], v[ny + 1], v[nz], v[nz + 1], v[nz + ny], v[nz + ny + 1]};
-        i32 corners = 0;
         for (double& corner : c) {
           corner *= perCell;
           if (std::abs(corner) < kLeastValue) corner = kLeastValue;
-          corners += corner < 0;
         }
-        if (corners == 8) inside += 1;
-        if (corners == 0 || corners == 8) continue;
         const CubeContent content = ContentOf(c);
         inside += content.inside;
         growth += content.growth;
       }
+    }
   const double perBlock = 1.0 / (side * side * side);
   mHeld[i] = inside * perBlock;
   mGrowth[i] = growth * perBlock * side;
@@ -69,6 +75,8 @@ void SurfaceBalance::Measure() {
 void SurfaceBalance::WantWhatIs() {
   Measure();
   mWanted = mHeld;
+  // Bumps that were taken off aren't to come back.
+  mTurns = kWideTurns;
 }
 
 void SurfaceBalance::WantOf(const PointLookup& points, double volume) {
@@ -76,6 +84,7 @@ void SurfaceBalance::WantOf(const PointLookup& points, double volume) {
   const double length = mBlocks.Length(), each = volume / (length * length * length);
   const VecInt3D n = mBlocks.Dims();
   const Vec3d origin = mGrid.PositionOf(0, 0, 0);
+  std::vector<i64> deep(n.z);
   ForEachBlock(n.z, mThreads, [&](i32 layer) {
     Vec3d low = origin, high = origin + ToReal(n) * length;
     low.z = origin.z + layer * length;
@@ -87,36 +96,47 @@ void SurfaceBalance::WantOf(const PointLookup& points, double volume) {
                   z = static_cast<i32>(std::floor(p.z));
         if (z != layer || std::min(x, y) < 0 || x >= n.x || y >= n.y) continue;
         if (const i32 i = mBlocks.At(x, y, z); i >= 0) mWanted[i] += each;
+        deep[z] += mBlocks.IsDeep(x, y, z);
       }
     });
   });
   Measure();
+  TellByDeepBlocks(each * static_cast<double>(std::reduce(deep.begin(), deep.end())));
   AllowForCrowds();
 }
 
-/// Where full blocks have more particles than a liquid, or fewer, those crowd, or not as many to a
-/// cell were told: what they fill is measured by these.
+/// Where a liquid is full all round tells how much its particles fill, if that isn't what was told.
+void SurfaceBalance::TellByDeepBlocks(double wanted) {
+  constexpr double kFew = 27, kFarOff = 1.5;
+  const double count = static_cast<double>(mBlocks.DeepCount());
+  if (count < kFew || (wanted < kFarOff * count && wanted * kFarOff > count)) return;
+  mFull = wanted / count;
+  if (!(mFull > 0)) return;
+  for (double& each : mWanted) each /= mFull;
+}
+
+/// Where full blocks have more particles than fill them those crowd: each fills less there.
 void SurfaceBalance::AllowForCrowds() {
   std::vector<double> full(mBlocks.Count()), crowd(mBlocks.Count());
   mBlocks.ForEach([&](i32 i) {
     full[i] = mHeld[i] >= 1 ? 1 : 0;
     crowd[i] = full[i] * mWanted[i];
   });
-  mBlocks.Spread(full);
-  mBlocks.Spread(crowd);
+  mBlocks.Spread(full, kTurns);
+  mBlocks.Spread(crowd, kTurns);
   mBlocks.ForEach([&](i32 i) {
-    if (!(full[i] > 0)) return;
+    if (!(crowd[i] > full[i])) return;
     // A few blocks tell little, unless it is far off.
-    const double few = kFewFull * std::max(0.0, 1 - 2 * std::abs(crowd[i] / full[i] - 1));
-    mWanted[i] *= (full[i] + few) / std::max(crowd[i] + few, 0.25 * full[i]);
+    const double few = kFewFull * std::max(0.0, 1 - 2 * (crowd[i] / full[i] - 1));
+    mWanted[i] *= (full[i] + few) / (crowd[i] + few);
   });
 }
 
 bool SurfaceBalance::FindWays(std::vector<double>& ways) {
   std::vector<double> growth = mGrowth;
   mBlocks.ForEach([&](i32 i) { ways[i] = mWanted[i] - mHeld[i]; });
-  mBlocks.Spread(ways);
-  mBlocks.Spread(growth);
+  mBlocks.Spread(ways, mTurns);
+  mBlocks.Spread(growth, mTurns);
   mBlocks.ForEach([&](i32 i) {
     const double way = std::clamp(ways[i] / (growth[i] + kLeastGrowth), -kMostStep, kMostStep);
     ways[i] = mBlocks.Length() * way;

@@ -10,10 +10,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Moves the surface of a level set, each place by what the cells about it lack or have too much.
 ///
 /// What lies inside is what marching cubes enclose. The lack of each block near the surface and the
-/// area there are spread over two blocks' width; their quotient is how far the surface moves, a
-/// step of Newton's for the volume within that width, which is limited and, being spread, tears
-/// nothing. A few rounds leave next to nothing missing, and nothing depends on what lies farther
-/// off than they reach.
+/// area there are spread over two blocks' width or three; their quotient is how far the surface
+/// moves, a step of Newton's for the volume within that width, which is limited and, being spread,
+/// tears nothing. A few rounds leave next to nothing missing, and nothing depends on what lies
+/// farther off than they reach.
 class SurfaceBalance {
  public:
   /// `cell` is that of the scene, simulation units. The grid, with its surface near to where it is
@@ -22,14 +22,18 @@ class SurfaceBalance {
 
   /// What lies inside now is wanted.
   void WantWhatIs();
-  /// What particles fill is wanted, each of them `volume`, cubed simulation units.
+  /// What particles fill is wanted, each of them `volume`, cubed simulation units, unless `Full`
+  /// tells otherwise.
   void WantOf(const PointLookup& points, double volume);
+  /// By how much particles would overfill what is full all round, 1 where they nearly don't.
+  double Full() const { return mFull; }
   /// Moves the surface to where it holds what is wanted. Results don't depend on threads.
   void Restore();
 
  private:
   void Measure();
   void MeasureBlock(i32 i);
+  void TellByDeepBlocks(double wanted);
   void AllowForCrowds();
   /// How far each block moves the surface out, simulation units; false where none does.
   bool FindWays(std::vector<double>& ways);
@@ -42,7 +46,12 @@ class SurfaceBalance {
 
   EGrid<double>& mGrid;
   NearBlocks mBlocks;
+  /// How widely the lack is spread.
+  static constexpr i32 kTurns = 2, kWideTurns = 3;
+
   i32 mThreads;
+  i32 mTurns = kTurns;
+  double mFull = 1;
   std::vector<double> mWanted, mHeld;  ///< in blocks
   std::vector<double> mGrowth;         ///< blocks for a block's length outwards
   std::vector<u8> mIsMoving;           ///< whether a block's samples move in a round

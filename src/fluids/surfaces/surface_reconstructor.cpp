@@ -1,5 +1,7 @@
 #include "fluids/surfaces/surface_reconstructor.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -58,6 +60,8 @@ void SurfaceReconstructor::CheckDirty() {
 void SurfaceReconstructor::Reset() {
   iObject::Reset();
   mConstraints.Reset();
+  mHasToldFull = false;
+  mWarnings.clear();
   mResult.reset();
   mPoints.Clear();
 }
@@ -71,6 +75,7 @@ void SurfaceReconstructor::Release(bool full) {
 void SurfaceReconstructor::Persist(StateArchive& archive) {
   iObject::Persist(archive);
   mConstraints.Persist(archive, *mScene);
+  archive(mHasToldFull);
 }
 
 double SurfaceReconstructor::Reach() const {
@@ -256,7 +261,8 @@ void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
   ParticleSurface surface(mPoints, Store(), Shape());
   surface.Fill(*mResult, threads);
   const double shift = mShift * GetDomain().cellSize, outside = surface.Outside();
-  if (mSmoothing > 0) SmoothSurfaceOf(*mResult, outside, mSmoothing, threads, Liquid());
+  if (mSmoothing > 0)
+    TellFull(mPerCell * SmoothSurfaceOf(*mResult, outside, mSmoothing, threads, Liquid()));
   if (shift != 0)
     ForEachBlock(mResult->mNz, threads, [&](i32 z) {
       double* layer = mResult->mData + z * i64{mResult->mSlice};
@@ -264,6 +270,15 @@ void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
         if (layer[i] < outside) layer[i] -= shift;
     });
   CutOff();
+}
+
+void SurfaceReconstructor::TellFull(double perCell) {
+  if (perCell == mPerCell || mHasToldFull) return;
+  mHasToldFull = true;
+  mWarnings.push_back(
+      fmt::format("where its liquid is full there are {:.3g} particles to a cell, and "
+                  "'particles_per_cell' says {:.3g}; its surface goes by what is there",
+                  perCell, mPerCell));
 }
 
 void SurfaceReconstructor::CutOff() {

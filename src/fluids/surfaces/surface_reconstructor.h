@@ -31,6 +31,7 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
   void Persist(StateArchive& archive) override;
+  std::vector<std::string> TakeWarnings() override { return std::exchange(mWarnings, {}); }
   ConstraintList* Constraints() override { return &mConstraints; }
 
   /// The level set of the frame; null without one.
@@ -63,6 +64,8 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   std::vector<const EGrid<double>*> LimitGrids() const;
   /// What the surface has to hold.
   SurfaceLiquid Liquid() const;
+  /// Warns once where full places have another number of particles to a cell than was told.
+  void TellFull(double perCell);
   /// The surface ends where the boundary begins.
   void CutOff();
   void CutOff(const VolumeBase& boundary);
@@ -94,6 +97,8 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   double mEllipsoidRadius = 0;  ///< cells
   ConstraintList mConstraints;
 
+  bool mHasToldFull = false;
+  std::vector<std::string> mWarnings;
   std::unique_ptr<EGrid<double>> mResult;
   PointLookup mPoints;
 };

@@ -110,14 +110,15 @@ class Smoother {
 
 }  // namespace
 
-void SmoothSurfaceOf(EGrid<double>& grid, double outside, i32 steps, i32 threads,
-                     const SurfaceLiquid& liquid) {
-  if (std::min({grid.mNx, grid.mNy, grid.mNz}) < 3 || steps <= 0) return;
+double SmoothSurfaceOf(EGrid<double>& grid, double outside, i32 steps, i32 threads,
+                       const SurfaceLiquid& liquid) {
+  if (std::min({grid.mNx, grid.mNy, grid.mNz}) < 3 || steps <= 0) return 1;
   SurfaceBalance balance(grid, liquid.cell, threads);
   if (!liquid.points) balance.WantWhatIs();
   Smoother(grid, outside, threads).Run(steps);
   if (liquid.points) balance.WantOf(*liquid.points, liquid.each);
   balance.Restore();
+  return balance.Full();
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

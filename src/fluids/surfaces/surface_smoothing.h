@@ -17,9 +17,10 @@ struct SurfaceLiquid {
 /// Takes bumps off the surface of a level set, by `steps` passes of a small binomial filter over
 /// samples near it, none of which moves by more than a quarter of a cell. Then each place of the
 /// surface moves by what the cells about it lack of the liquid. Samples of `outside` or more with
-/// none below beside them, and the outermost ones, stay as they are. The result doesn't depend on
-/// `threads`.
-void SmoothSurfaceOf(EGrid<double>& grid, double outside, i32 steps, i32 threads,
-                     const SurfaceLiquid& liquid);
+/// none below beside them, and the outermost ones, stay as they are. Returns by how much the
+/// particles as told would overfill what is full all round, 1 where they nearly don't; each counts
+/// for that much less. The result doesn't depend on `threads`.
+double SmoothSurfaceOf(EGrid<double>& grid, double outside, i32 steps, i32 threads,
+                       const SurfaceLiquid& liquid);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
