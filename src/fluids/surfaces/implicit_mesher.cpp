@@ -91,9 +91,11 @@ const ParameterTable& ImplicitMesher::Parameters() {
           .To(&ImplicitMesher::mVolume)
           .To(&ImplicitMesher::mReconstructor)
           .Required(),
-      LongRow(kMethodRow, "method", Polygoniser::kCubes, "",
-              "how cells are cut: cubes make the fewest triangles, tetrahedra see more of what is "
-              "thin, those of a lattice are nearly alike in all directions")
+      LongRow(
+          kMethodRow, "method", Polygoniser::kCubes, "",
+          "how cells are cut: cubes make the fewest triangles and hold the water that particles "
+          "fill, tetrahedra see more of what is thin and swell drops of few cells, those of a "
+          "lattice are nearly alike in all directions")
           .Choices({{Polygoniser::kCubes, "cubes"},
                     {Polygoniser::kCellTetrahedra, "tetrahedra"},
                     {Polygoniser::kLatticeTetrahedra, "lattice"}})

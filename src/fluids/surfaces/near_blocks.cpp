@@ -1,12 +1,10 @@
 #include "fluids/surfaces/near_blocks.h"
 
-#include <cmath>
-
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-NearBlocks::NearBlocks(const EGrid<double>& grid, double cell, i32 threads)
+NearBlocks::NearBlocks(const EGrid<double>& grid, double cell, double outside, i32 threads)
     : mThreads(threads),
-      mSide(std::max(1, static_cast<i32>(std::lround(cell / grid.mLayout.cellSize)))),
+      mSide(SideOf(cell, grid.mLayout.cellSize)),
       mLength(mSide * double(grid.mLayout.cellSize)) {
   for (int a = 0; a < 3; ++a) mDims[a] = (grid.Dims()[a] - 2) / mSide + 1;
   mNumbers.resize(std::size_t(mDims.x) * mDims.y * mDims.z);
@@ -14,7 +12,7 @@ NearBlocks::NearBlocks(const EGrid<double>& grid, double cell, i32 threads)
   ForEachBlock(mDims.z, threads, [&](i32 z) {
     for (i32 y = 0; y < mDims.y; ++y)
       for (i32 x = 0; x < mDims.x; ++x) {
-        const i32 place = mNumbers[IndexOf({x, y, z})] = PlaceOf(grid, {x, y, z});
+        const i32 place = mNumbers[IndexOf({x, y, z})] = PlaceOf(grid, outside, {x, y, z});
         if (place == 0) layers[z].push_back({x, y, z});
       }
   });
@@ -25,7 +23,7 @@ NearBlocks::NearBlocks(const EGrid<double>& grid, double cell, i32 threads)
     }
 }
 
-i32 NearBlocks::PlaceOf(const EGrid<double>& grid, const VecInt3D& block) const {
+i32 NearBlocks::PlaceOf(const EGrid<double>& grid, double outside, const VecInt3D& block) const {
   constexpr double kNear = 0.6;
   double low = grid(block.x * mSide, block.y * mSide, block.z * mSide), high = low;
   VecInt3D last;
@@ -38,7 +36,7 @@ i32 NearBlocks::PlaceOf(const EGrid<double>& grid, const VecInt3D& block) const 
         high = std::max(high, row[x]);
       }
     }
-  if (low < kNear * mLength && high > -kNear * mLength) return 0;
+  if (low < std::min(kNear * mLength, outside) && high > -kNear * mLength) return 0;
   return high < 0 ? kDeep : kAway;
 }
 

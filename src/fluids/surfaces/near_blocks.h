@@ -1,6 +1,7 @@
 // Blocks of samples near a surface.
 #pragma once
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "grids/egrid.h"
@@ -13,8 +14,12 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class NearBlocks {
  public:
   /// `cell` is that of the scene, simulation units. Near is what has samples less than 0.6 of it
-  /// off the surface, or on both sides.
-  NearBlocks(const EGrid<double>& grid, double cell, i32 threads);
+  /// off the surface, or on both sides, and below `outside`.
+  NearBlocks(const EGrid<double>& grid, double cell, double outside, i32 threads);
+  /// Samples of a block along an axis.
+  static i32 SideOf(double cell, double sample) {
+    return std::max(1, static_cast<i32>(std::lround(cell / sample)));
+  }
 
   i32 Count() const { return static_cast<i32>(mCorners.size()); }
   i32 Side() const { return mSide; }         ///< samples of a block along an axis
@@ -56,7 +61,7 @@ class NearBlocks {
 
   i64 IndexOf(const VecInt3D& b) const { return (i64{b.z} * mDims.y + b.y) * mDims.x + b.x; }
   /// 0 where a block is near, else where it is.
-  i32 PlaceOf(const EGrid<double>& grid, const VecInt3D& block) const;
+  i32 PlaceOf(const EGrid<double>& grid, double outside, const VecInt3D& block) const;
   void SpreadAlong(i32 axis, const std::vector<double>& from, std::vector<double>& to) const;
 
   i32 mThreads, mSide;

@@ -12,18 +12,21 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr i32 kRounds = 6;
-constexpr double kMostStep = 0.3;      ///< of a round, blocks
-constexpr double kLeastStep = 0.01;    ///< the same: what is less isn't worth a round
-constexpr double kLeastGrowth = 0.01;  ///< where there is no surface yet
-constexpr double kFewFull = 0.2;       ///< full blocks that tell nothing of crowds, spread
-constexpr double kLeastValue = 1e-5;   ///< cells, as those who cut cells have it
-constexpr double kStaysInside = 0.02;  ///< cells
+constexpr double kMostStep = 0.3;          ///< of a round, cells of the scene
+constexpr double kLeastStep = 0.01;        ///< the same: what is less isn't worth a round
+constexpr double kLeastGrowth = 0.01;      ///< where there is no surface yet
+constexpr double kOneBlock = 0.052734375;  ///< what is left of a block in its middle, spread
+constexpr double kLeastValue = 1e-5;       ///< cells, as those who cut cells have it
+constexpr double kStaysInside = 0.02;      ///< cells
+constexpr double kLeavesAt = 0.05;         ///< cells
 
 }  // namespace
 
-SurfaceBalance::SurfaceBalance(EGrid<double>& grid, double cell, i32 threads)
+SurfaceBalance::SurfaceBalance(EGrid<double>& grid, double cell, double outside, i32 threads)
     : mGrid(grid),
-      mBlocks(grid, cell, threads),
+      mCell(cell),
+      mOutside(outside),
+      mBlocks(grid, cell, outside, threads),
       mThreads(threads),
       mHeld(mBlocks.Count()),
       mGrowth(mBlocks.Count()),
@@ -79,7 +82,7 @@ void SurfaceBalance::WantWhatIs() {
   mTurns = kWideTurns;
 }
 
-void SurfaceBalance::WantOf(const PointLookup& points, double volume) {
+void SurfaceBalance::WantOf(const PointLookup& points, double volume, double full) {
   mWanted.assign(mBlocks.Count(), 0);
   const double length = mBlocks.Length(), each = volume / (length * length * length);
   const VecInt3D n = mBlocks.Dims();
@@ -101,22 +104,24 @@ void SurfaceBalance::WantOf(const PointLookup& points, double volume) {
     });
   });
   Measure();
-  TellByDeepBlocks(each * static_cast<double>(std::reduce(deep.begin(), deep.end())));
-  AllowForCrowds();
+  mFull = full;
+  if (mFull == 0) TellByDeepBlocks(each * double(std::reduce(deep.begin(), deep.end())));
+  const double share = mFull > 0 ? 1 / mFull : 1;
+  for (double& wanted : mWanted) wanted *= share;
+  AllowForCrowds(each * share);
 }
 
 /// Where a liquid is full all round tells how much its particles fill, if that isn't what was told.
 void SurfaceBalance::TellByDeepBlocks(double wanted) {
   constexpr double kFew = 27, kFarOff = 1.5;
   const double count = static_cast<double>(mBlocks.DeepCount());
-  if (count < kFew || (wanted < kFarOff * count && wanted * kFarOff > count)) return;
-  mFull = wanted / count;
-  if (!(mFull > 0)) return;
-  for (double& each : mWanted) each /= mFull;
+  if (count < kFew || !(wanted > 0)) return;
+  mFull = wanted < kFarOff * count && wanted * kFarOff > count ? 1 : wanted / count;
 }
 
-/// Where full blocks have more particles than fill them those crowd: each fills less there.
-void SurfaceBalance::AllowForCrowds() {
+/// Where full blocks have more particles than fill them those crowd, by more than chance would have
+/// it: each fills less there.
+void SurfaceBalance::AllowForCrowds(double each) {
   std::vector<double> full(mBlocks.Count()), crowd(mBlocks.Count());
   mBlocks.ForEach([&](i32 i) {
     full[i] = mHeld[i] >= 1 ? 1 : 0;
@@ -126,9 +131,8 @@ void SurfaceBalance::AllowForCrowds() {
   mBlocks.Spread(crowd, kTurns);
   mBlocks.ForEach([&](i32 i) {
     if (!(crowd[i] > full[i])) return;
-    // A few blocks tell little, unless it is far off.
-    const double few = kFewFull * std::max(0.0, 1 - 2 * (crowd[i] / full[i] - 1));
-    mWanted[i] *= (full[i] + few) / (crowd[i] + few);
+    const double chance = std::sqrt(each * kOneBlock / full[i]);
+    mWanted[i] /= 1 + std::max(0.0, crowd[i] / full[i] - 1 - 2 * chance);
   });
 }
 
@@ -138,10 +142,10 @@ bool SurfaceBalance::FindWays(std::vector<double>& ways) {
   mBlocks.Spread(ways, mTurns);
   mBlocks.Spread(growth, mTurns);
   mBlocks.ForEach([&](i32 i) {
-    const double way = std::clamp(ways[i] / (growth[i] + kLeastGrowth), -kMostStep, kMostStep);
-    ways[i] = mBlocks.Length() * way;
+    const double way = mBlocks.Length() * ways[i] / (growth[i] + kLeastGrowth);
+    ways[i] = std::clamp(way, -kMostStep * mCell, kMostStep * mCell);
   });
-  const double least = kLeastStep * mBlocks.Length();
+  const double least = kLeastStep * mCell;
   mBlocks.ForEach([&](i32 i) {
     double most = 0;
     mBlocks.ForEachAbout(i, [&](i32 other, i32) { most = std::max(most, std::abs(ways[other])); });
@@ -169,8 +173,7 @@ void SurfaceBalance::MoveBlock(i32 i, const std::vector<double>& ways, double* m
     way[which] = ways[other];
     counts[which] = 1;
   });
-  const VecInt3D first = mBlocks.FirstSample(i), n = mGrid.Dims();
-  const double stays = -kStaysInside * mGrid.mLayout.cellSize;
+  const VecInt3D first = mBlocks.FirstSample(i);
   ForEachSampleOf(i, [&](const VecInt3D& in, i32 own) {
     // Linear between the middles of blocks.
     i32 low = 0;
@@ -188,16 +191,37 @@ void SurfaceBalance::MoveBlock(i32 i, const std::vector<double>& ways, double* m
       sum += w * way[which];
       weights += w * counts[which];
     }
-    const VecInt3D at = first + in;
-    const double* v = mGrid.mData + mGrid.Index(at.x, at.y, at.z);
-    moved[own] = *v - sum / weights;
-    if (moved[own] < stays || *v >= 0 || std::min({at.x, at.y, at.z}) < 1 || at.x + 1 >= n.x ||
-        at.y + 1 >= n.y || at.z + 1 >= n.z)
-      return;
-    // What is missing amid a liquid makes no bubble.
-    if (std::max({v[1], v[-1], v[n.x], v[-n.x], v[mGrid.mSlice], v[-mGrid.mSlice]}) < 0)
-      moved[own] = std::max(stays, *v);
+    moved[own] = Moved(first + in, sum / weights);
   });
+}
+
+/// Not where it and all round it is blank.
+bool SurfaceBalance::KnowsSurface(const VecInt3D& at) const {
+  const double* v = mGrid.mData + mGrid.Index(at.x, at.y, at.z);
+  if (*v < mOutside) return true;
+  const i32 steps[3] = {1, mGrid.mNx, mGrid.mSlice};
+  for (int a = 0; a < 3; ++a)
+    if ((at[a] > 0 && v[-steps[a]] < mOutside) ||
+        (at[a] + 1 < mGrid.Dims()[a] && v[steps[a]] < mOutside))
+      return true;
+  return false;
+}
+
+/// What a sample becomes when the surface moves out by a way.
+double SurfaceBalance::Moved(const VecInt3D& at, double way) const {
+  const double* v = mGrid.mData + mGrid.Index(at.x, at.y, at.z);
+  const double cell = mGrid.mLayout.cellSize, stays = -kStaysInside * cell, moved = *v - way;
+  if (!KnowsSurface(at)) return *v;
+  if (moved < stays || *v >= 0) return moved;
+  // Where a film ends on a plane of samples all of it hangs on them: none leaves the liquid in one
+  // go, nor for next to nothing.
+  if (*v < 2 * stays || -way < kLeavesAt * cell) return std::max(stays, *v);
+  // What is missing amid a liquid makes no bubble.
+  for (int a = 0; a < 3; ++a)
+    if (at[a] < 1 || at[a] + 1 >= mGrid.Dims()[a]) return moved;
+  if (std::max({v[1], v[-1], v[mGrid.mNx], v[-mGrid.mNx], v[mGrid.mSlice], v[-mGrid.mSlice]}) < 0)
+    return std::max(stays, *v);
+  return moved;
 }
 
 void SurfaceBalance::Move(const std::vector<double>& ways) {

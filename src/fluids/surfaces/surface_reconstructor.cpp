@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "fluids/emission/loose_points.h"
+#include "fluids/surfaces/near_blocks.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
@@ -60,7 +62,7 @@ void SurfaceReconstructor::CheckDirty() {
 void SurfaceReconstructor::Reset() {
   iObject::Reset();
   mConstraints.Reset();
-  mHasToldFull = false;
+  mFull = mFullFor = 0;
   mWarnings.clear();
   mResult.reset();
   mPoints.Clear();
@@ -75,7 +77,7 @@ void SurfaceReconstructor::Release(bool full) {
 void SurfaceReconstructor::Persist(StateArchive& archive) {
   iObject::Persist(archive);
   mConstraints.Persist(archive, *mScene);
-  archive(mHasToldFull);
+  archive(mFull, mFullFor);
 }
 
 double SurfaceReconstructor::Reach() const {
@@ -199,17 +201,21 @@ bool SurfaceReconstructor::AllocateResult(const std::vector<Vec3d>& places) {
   VecInt3D dims;
   Vec3d origin, size;
   double count = 1;
+  // Samples stand where they do whatever particles there are, and so do the blocks of them by which
+  // the surface is balanced.
+  const double sample = cell / mResolution;
+  const i32 side = NearBlocks::SideOf(cell, sample);
+  const double margin = std::ceil(kMargin * mResolution / side) * side;
   for (int a = 0; a < 3; ++a) {
-    const double first = std::floor(low[a] / cell) - kMargin;
-    const double cells = std::ceil(high[a] / cell) + kMargin - first;
-    const double own = std::ceil(cells * mResolution - 1e-6);
+    const double first = std::floor(low[a] / (sample * side)) * side - margin;
+    const double own = std::ceil(high[a] / sample - 1e-6) + margin - first;
     count *= own + 1;
     if (!(count < 2e9)) {
       mResult.reset();
       return Deactivate("its particles lie too far apart for a grid of its cells");
     }
     dims[a] = static_cast<i32>(own);
-    origin[a] = first * domain.worldCell[a];
+    origin[a] = first * domain.worldCell[a] / mResolution;
     size[a] = own * domain.worldCell[a] / mResolution;
   }
   GridLayout layout;
@@ -251,7 +257,8 @@ void SurfaceReconstructor::Prepare() {
 SurfaceLiquid SurfaceReconstructor::Liquid() const {
   const double cell = GetDomain().cellSize;
   SurfaceLiquid liquid{.cell = cell};
-  if (mFits) liquid.points = &mPoints, liquid.each = cell * cell * cell / mPerCell;
+  if (mFits)
+    liquid.points = &mPoints, liquid.each = cell * cell * cell / mPerCell, liquid.full = mFull;
   return liquid;
 }
 
@@ -261,8 +268,8 @@ void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
   ParticleSurface surface(mPoints, Store(), Shape());
   surface.Fill(*mResult, threads);
   const double shift = mShift * GetDomain().cellSize, outside = surface.Outside();
-  if (mSmoothing > 0)
-    TellFull(mPerCell * SmoothSurfaceOf(*mResult, outside, mSmoothing, threads, Liquid()));
+  if (std::exchange(mFullFor, mPerCell) != mPerCell) mFull = 0;
+  if (mSmoothing > 0) TakeFull(SmoothSurfaceOf(*mResult, outside, mSmoothing, threads, Liquid()));
   if (shift != 0)
     ForEachBlock(mResult->mNz, threads, [&](i32 z) {
       double* layer = mResult->mData + z * i64{mResult->mSlice};
@@ -272,13 +279,16 @@ void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
   CutOff();
 }
 
-void SurfaceReconstructor::TellFull(double perCell) {
-  if (perCell == mPerCell || mHasToldFull) return;
-  mHasToldFull = true;
+/// What is found first stays: were it asked in every frame, drops would jump with what crowds
+/// elsewhere.
+void SurfaceReconstructor::TakeFull(double full) {
+  if (mFull > 0 || full == 0 || !mFits) return;
+  mFull = full;
+  if (full == 1) return;
   mWarnings.push_back(
       fmt::format("where its liquid is full there are {:.3g} particles to a cell, and "
                   "'particles_per_cell' says {:.3g}; its surface goes by what is there",
-                  perCell, mPerCell));
+                  full * mPerCell, mPerCell));
 }
 
 void SurfaceReconstructor::CutOff() {

@@ -64,8 +64,8 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   std::vector<const EGrid<double>*> LimitGrids() const;
   /// What the surface has to hold.
   SurfaceLiquid Liquid() const;
-  /// Warns once where full places have another number of particles to a cell than was told.
-  void TellFull(double perCell);
+  /// Keeps by how much particles overfill full places, and tells if they do.
+  void TakeFull(double full);
   /// The surface ends where the boundary begins.
   void CutOff();
   void CutOff(const VolumeBase& boundary);
@@ -97,7 +97,8 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   double mEllipsoidRadius = 0;  ///< cells
   ConstraintList mConstraints;
 
-  bool mHasToldFull = false;
+  double mFull = 0;     ///< as `SurfaceLiquid` has it,
+  double mFullFor = 0;  ///< with so many particles to a cell as told
   std::vector<std::string> mWarnings;
   std::unique_ptr<EGrid<double>> mResult;
   PointLookup mPoints;

@@ -142,7 +142,7 @@ const ParameterTable& SurfaceReconstructor::Parameters() {
       LongRow(
           kSmoothingRow, "smoothing", 2, "",
           "steps that take bumps off the surface; then each place of it moves to where it holds "
-          "what it did, with 'fit' what its particles fill")
+          "what it did, with 'fit' what its particles fill; at 0 small drops vanish")
           .Missing(0)
           .Range(0, 1000)
           .To(&SurfaceReconstructor::mSmoothing),

@@ -11,14 +11,20 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr double kMostMove = 0.25;  ///< cells
+constexpr double kMostMove = 0.25;    ///< cells
+constexpr double kKnownBeyond = 0.5;  ///< cells
 constexpr i64 kPart = 4096;
 
 /// The samples that move, and what was there before.
 class Smoother {
  public:
   Smoother(EGrid<double>& grid, double outside, i32 threads)
-      : mGrid(grid), mOutside(outside), mThreads(threads) {}
+      : mGrid(grid),
+        mOutside(outside),
+        mEndsAtSurface(outside < kKnownBeyond * grid.mLayout.cellSize),
+        mThreads(threads) {}
+  /// The field doesn't tell where its surface would go.
+  bool EndsAtSurface() const { return mEndsAtSurface; }
 
   void Run(i32 steps) {
     Collect();
@@ -85,6 +91,7 @@ class Smoother {
   bool Varies(i32 at) const {
     const double* v = mGrid.mData + at;
     if (*v < mOutside) return true;
+    if (mEndsAtSurface) return false;
     for (const i32 step : {1, mGrid.mNx, mGrid.mSlice})
       if (v[step] < mOutside || v[-step] < mOutside) return true;
     return false;
@@ -104,6 +111,7 @@ class Smoother {
 
   EGrid<double>& mGrid;
   double mOutside;
+  bool mEndsAtSurface;
   i32 mThreads;
   std::vector<i32> mIndices;  ///< samples that move
 };
@@ -112,11 +120,16 @@ class Smoother {
 
 double SmoothSurfaceOf(EGrid<double>& grid, double outside, i32 steps, i32 threads,
                        const SurfaceLiquid& liquid) {
-  if (std::min({grid.mNx, grid.mNy, grid.mNz}) < 3 || steps <= 0) return 1;
-  SurfaceBalance balance(grid, liquid.cell, threads);
+  if (std::min({grid.mNx, grid.mNy, grid.mNz}) < 3 || steps <= 0) return liquid.full;
+  Smoother smoother(grid, outside, threads);
+  if (smoother.EndsAtSurface()) {
+    smoother.Run(steps);
+    return liquid.full;
+  }
+  SurfaceBalance balance(grid, liquid.cell, outside, threads);
   if (!liquid.points) balance.WantWhatIs();
-  Smoother(grid, outside, threads).Run(steps);
-  if (liquid.points) balance.WantOf(*liquid.points, liquid.each);
+  smoother.Run(steps);
+  if (liquid.points) balance.WantOf(*liquid.points, liquid.each, liquid.full);
   balance.Restore();
   return balance.Full();
 }

@@ -255,6 +255,61 @@ TEST(SurfaceReconstructor, ADropIsTheSameWhateverElseThereIsAndWhereverItIs) {
   EXPECT_NEAR(app::Measure(skin).volume / DropRig::kEach / alone, 1, 1e-9);
 }
 
+/// A film whose faces lie on planes of samples, and drops as they pass through the lattice.
+TEST(SurfaceReconstructor, NothingTearsOrFlickersOnItsWayThroughTheSamples) {
+  for (const double resolution : {0.5, 1.0, 1.5, 2.0}) {
+    DropRig film(resolution);
+    film.Fill({}, [](const Vec3d& p) {
+      return p.y > 0 && p.y < 1 && std::max(std::abs(p.x), std::abs(p.z)) < 7;
+    });
+    EXPECT_NEAR(film.Held(), 1, resolution < 1 ? 0.5 : 0.06) << resolution;
+  }
+  for (const double resolution : {1.0, 1.5, 2.0}) {
+    double least = 2, most = 0;
+    for (i32 i = 0; i < 6; ++i) {
+      DropRig rig(resolution);
+      rig.FillBall(Vec3d{0.17, 0.11, 0.07} * i, 2);
+      const double held = rig.Held();
+      least = std::min(least, held);
+      most = std::max(most, held);
+    }
+    EXPECT_GT(least, 0.95) << resolution;
+    EXPECT_LT(most, 1.05) << resolution;
+  }
+}
+
+TEST(SurfaceReconstructor, ACrowdElsewhereTakesNothingFromADrop) {
+  DropRig rig(1);
+  const auto isPool = [](const Vec3d& p) { return p.y < 0; };
+  rig.FillBall({0, 20, 0}, 2);
+  rig.Fill({}, isPool);
+  const auto drop = [&] {
+    app::MeshTable skin = rig.Skin();
+    std::erase_if(skin.polygons, [&](const auto& polygon) { return skin.points[polygon.a].y < 1; });
+    return app::Measure(skin).volume;
+  };
+  const double before = drop();
+  rig.Fill({0.02, 0, 0.02}, isPool);
+  rig.scene->mFlags |= Scene::kTimeChanged;
+  EXPECT_NEAR(drop() / before, 1, 1e-9);
+  EXPECT_TRUE(rig.surface.TakeWarnings().empty());
+}
+
+TEST(SurfaceReconstructor, WithoutFitTheSurfaceStaysByItsParticles) {
+  SurfaceRig rig;
+  rig.Set(rig.surface, SurfaceReconstructor::kFitRow, i32{0});
+  rig.Set(rig.surface, SurfaceReconstructor::kSmoothingRow, i32{0});
+  const double rough = rig.Volume();
+  rig.Set(rig.surface, SurfaceReconstructor::kSmoothingRow, i32{2});
+  const app::MeshTable skin = rig.Skin();
+  EXPECT_EQ(app::CountOpenEdges(skin), 0);
+  EXPECT_NEAR(app::Measure(skin).volume / rough, 1, 0.05);
+  for (const Vec3d& p : skin.points) {
+    EXPECT_GT(std::min({p.x, p.y, p.z}), -0.25);
+    EXPECT_LT(std::max({p.x, p.y, p.z}), 0.65);
+  }
+}
+
 TEST(SurfaceReconstructor, ALoneParticleIsShown) {
   for (const double resolution : {1.0, 2.0}) {
     DropRig rig(resolution);
