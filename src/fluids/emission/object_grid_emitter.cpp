@@ -129,6 +129,12 @@ void ObjectGridEmitter::Prepare() {
   if (!anyRuns) return void(Deactivate(kNotDueReason));
   mConstraints.Prepare(this);
   CollectObstacles(*mScene, mObstacles);
+  mSetsOutside = !mObstacles.empty() &&
+                 std::any_of(mTargets.begin(), mTargets.end(),
+                             [](const Target& target) {
+                               return target.write.mode == static_cast<i32>(EmissionMode::Set);
+                             }) &&
+                 ReachesBeyondSolids();
   mReach.Begin();
   mHasOpened = false;
   mSolid = static_cast<i32>(mObstacles.size());
@@ -219,6 +225,7 @@ void ObjectGridEmitter::EmitInto(Field& field, const Amount& amount, const Targe
   Vec3d positions[kRun];
   const auto* grid = field.GetGrid(0);
   if (!grid || !field.mEmissionHandler) return;
+  const bool isSet = mSetsOutside && target.write.mode == static_cast<i32>(EmissionMode::Set);
   bool isReached = false, isFilled = false;
   i32 count = 0;
   for (i32 i = 0; i < run.count; ++i) {
@@ -233,12 +240,39 @@ void ObjectGridEmitter::EmitInto(Field& field, const Amount& amount, const Targe
       SetOnce(mHasOpened, true);
     else
       NoteSolid(p);
+    if (isSet && IsInSolid(p)) continue;
     values[count] = amount * weight;
     positions[count++] = p;
   }
   mReach.NoteReached(isReached);
   mReach.NoteFilled(isFilled);
   field.mEmissionHandler->EmitRow(values, positions, count, target.write, {data.index, data.count});
+}
+
+bool ObjectGridEmitter::IsInSolid(const Vec3d& p) const {
+  const double least = -1e-6 * GetDomain().cellSize;
+  return std::any_of(mObstacles.begin(), mObstacles.end(), [&](const VolumeBase* obstacle) {
+    return obstacle->HasGridData() && obstacle->IsInBounds(p) &&
+           obstacle->DistanceAtWorld(p) < least;
+  });
+}
+
+/// What is set in a solid goes to the cells beside it, on top of what they hold. Where an emitter
+/// reaches beyond solids it sets those itself, and in solids there is nothing to set.
+bool ObjectGridEmitter::ReachesBeyondSolids() const {
+  bool isOpen = false;
+  for (const VolumeBase* volume : mMembers) {
+    const EGrid<double>& grid = *volume->GetGrid();
+    const Vec3d half{0.5, 0.5, 0.5};
+    for (i32 z = 1; z < grid.mNz - 2 && !isOpen; ++z)
+      ForEachCell({{1, 1, z}, {grid.mNx - 2, grid.mNy - 2, z + 1}}, [&](i32 x, i32 y, i32) {
+        if (isOpen) return;
+        const Vec3d c = ToReal({x, y, z}) + half;
+        const Vec3d p = grid.mLayout.simOrigin + c * grid.mLayout.simCell;
+        isOpen = volume->DistanceAtWorld(p) <= 0 && !IsInSolid(p);
+      });
+  }
+  return isOpen;
 }
 
 void ObjectGridEmitter::NoteSolid(const Vec3d& p) const {

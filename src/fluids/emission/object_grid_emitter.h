@@ -67,6 +67,8 @@ class ObjectGridEmitter : public ObjectVolume {
   void AddTarget(const ChannelPair& pair, double duration);
   /// Keeps whether a cell that is filled lies in the open, or else in which obstacle.
   void NoteSolid(const Vec3d& p) const;
+  bool IsInSolid(const Vec3d& p) const;
+  bool ReachesBeyondSolids() const;
   /// Why nothing of what it emitted in this step is seen; null where something is.
   const char* WhyUnseen();
   /// Scales the amount of a cell; 0 leaves the cell alone.
@@ -75,6 +77,7 @@ class ObjectGridEmitter : public ObjectVolume {
   std::vector<Target> mTargets;
   std::vector<VolumeBase*> mMembers;    ///< of the volume, those with a grid
   std::vector<VolumeBase*> mObstacles;  ///< of the scene, by name
+  bool mSetsOutside = false;            ///< what it sets isn't for solids
   mutable EmissionReach mReach;
   mutable std::atomic<bool> mHasOpened = false;  ///< a cell that isn't solid took something
   mutable std::atomic<i32> mSolid = 0;           ///< the first obstacle that filled cells lie in

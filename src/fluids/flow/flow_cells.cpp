@@ -46,6 +46,14 @@ bool CellSamples::Bind(const EGrid<double>* field, const GridLayout& layout) {
   return mGrid != nullptr;
 }
 
+EGrid<double>* CellSamples::Own() {
+  if (!mGrid || mCopy) return mCopy.get();
+  mCopy = std::make_unique<EGrid<double>>(*mGrid);
+  if (!mCopy->mData) return nullptr;
+  mGrid = mCopy.get();
+  return mCopy.get();
+}
+
 void CellSamples::Release() {
   mGrid = nullptr;
   mCopy.reset();

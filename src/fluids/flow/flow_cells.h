@@ -24,6 +24,8 @@ class CellSamples {
   bool Bind(const EGrid<double>* field, const GridLayout& layout);
   void Release();
   const EGrid<double>* Grid() const { return mGrid; }
+  /// The samples as a copy of their own, to be changed; null without a field or memory.
+  EGrid<double>* Own();
   /// One number per cell of the layout; null without a field.
   const double* Data() const { return mGrid ? mGrid->mData : nullptr; }
 

@@ -1,5 +1,7 @@
 #include "fluids/forces/force_buoyancy.h"
 
+#include <cmath>
+
 #include "fluids/fields/channel_kinds.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
@@ -83,7 +85,20 @@ bool Force_Buoyancy::PrepareForce() {
   mD2.Bind(mDensity2 ? mDensity2->GetGrid(0) : nullptr, layout);
   mColdest = mTemperature->GetGrid(0)->mRangeMin;
   mUp = mUpwards * (kShare * mTime->stepDuration);
+  ContinueIntoSolids();
   return true;
+}
+
+/// Warm layers rest beside a solid where the cells that it holds lift as their layer does.
+void Force_Buoyancy::ContinueIntoSolids() {
+  if (!mFlow->mWallCells.IsBuilt() || !mFlow->mWallCells.Fits(*mT.Grid())) return;
+  mCut.Find(*mFlow, {mFlow->GetOpenFaces(0), mFlow->GetOpenFaces(1), mFlow->GetOpenFaces(2)});
+  if (mCut.IsEmpty()) return;
+  i32 along = 0;
+  for (i32 axis = 1; axis < 3; ++axis)
+    if (std::abs(mUpwards[axis]) > std::abs(mUpwards[along])) along = axis;
+  for (CellSamples* samples : {&mT, &mD1, &mD2})
+    if (EGrid<double>* own = samples->Own()) mCut.Continue(along, own->mRangeMin, *own);
 }
 
 void Force_Buoyancy::FinishForce() {

@@ -1,5 +1,6 @@
 // Thermal lift.
 #pragma once
+#include "fluids/flow/cut_cells.h"
 #include "fluids/flow/flow_cells.h"
 #include "fluids/forces/force.h"
 
@@ -34,6 +35,7 @@ class Force_Buoyancy : public ForceOf<Force_Buoyancy> {
                         density2 * mDensityCoefficient;
     return (density1 > 0) | (t > 0) ? lift : 0.0;
   }
+  void ContinueIntoSolids();
   /// A second density counts weights twice.
   double Weight(double s) const { return mDensity2 ? s * s : s; }
 
@@ -46,7 +48,8 @@ class Force_Buoyancy : public ForceOf<Force_Buoyancy> {
 
   double mTemperatureCoefficient = 0;
   double mDensityCoefficient = 0;
-  double mColdest = 0;       ///< lower limit of the temperature channel
+  double mColdest = 0;  ///< lower limit of the temperature channel
+  CutCells mCut;
   CellSamples mT, mD1, mD2;  ///< at the flow's cells, from `PrepareFor` to `Finish`
 };
 

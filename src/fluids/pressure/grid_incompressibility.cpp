@@ -19,6 +19,7 @@ namespace {
 
 constexpr double kSqueezeRate = 1e-3;  // of a room's volume in a second, below which no one is told
 constexpr double kSqueezeCells = 8;    // the least volume of a room, in cells
+constexpr double kMuchLeft = 0.01;  // residual of a solve that ran out of iterations, which is told
 constexpr double kLeftByRounding = 1e-12;  // of what flows in a cell, at most
 
 }  // namespace
@@ -446,6 +447,12 @@ void Grid_Incompressibility::CheckSolve(SolveEnd end) {
                                 "residual of {:.2g}",
                                 end == SolveEnd::Grew ? "went astray" : "came no further",
                                 SecondsSoFar(), mReports.back().residual));
+  if (const ProjectionReport& report = mReports.back();
+      end == SolveEnd::OutOfIterations && report.residual > kMuchLeft)
+    Warn(kUnsolved, fmt::format("the pressure solve ended after {} iterations at {:.3g} s with a "
+                                "residual of {:.2g}; 'multigrid' as 'linear_solver' or more "
+                                "'max_iterations' bring it down",
+                                report.iterations, SecondsSoFar(), report.residual));
 }
 
 void Grid_Incompressibility::Book(const Balance& balance) {

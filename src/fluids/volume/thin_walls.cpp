@@ -140,7 +140,7 @@ void ThinWalls::Clear() {
   mFilled.clear();
 }
 
-void ThinWalls::Find(SharpSurface surface, Kind kind, i32 threads) {
+void ThinWalls::Find(SharpSurface surface, Kind kind, bool moves, i32 threads) {
   Clear();
   // From a place in the plane of a side, one triangle of it doesn't tell inside from outside.
   surface.LinkTriangles();
@@ -155,7 +155,7 @@ void ThinWalls::Find(SharpSurface surface, Kind kind, i32 threads) {
   });
   for (const std::vector<Face>& part : found) mFaces.insert(mFaces.end(), part.begin(), part.end());
   SortFaces();
-  if (kind == kSolid) FindFilled(surface);
+  if (kind == kSolid) FindFilled(surface, moves);
 }
 
 void ThinWalls::SortFaces() {
@@ -188,7 +188,7 @@ bool HoldsCentre(const SharpSurface& surface, const VecInt3D& cell) {
 
 }  // namespace
 
-void ThinWalls::FindFilled(const SharpSurface& surface) {
+void ThinWalls::FindFilled(const SharpSurface& surface, bool moves) {
   const VecInt3D last = surface.Distances().mLayout.dims - VecInt3D{1, 1, 1};
   const auto exists = [&](const VecInt3D& cell) {
     return Min(cell, VecInt3D{}) == VecInt3D{} && Max(cell, last) == last;
@@ -199,11 +199,12 @@ void ThinWalls::FindFilled(const SharpSurface& surface) {
         mFilled.push_back(cell);
   SortCells(mFilled);
   std::erase_if(mFilled, [&](const VecInt3D& cell) { return !HoldsCentre(surface, cell); });
-  CloseInside(surface, exists);
+  if (moves) CloseInside(surface, exists);
 }
 
 /// What distances leave open between cells of a wall is a tunnel without sides: a wall that moves
-/// would blow through it what its closed faces push.
+/// would blow through it what its closed faces push. Beside one at rest it is the part of a cell
+/// that lies before the wall, and leads on.
 template <class Exists>
 void ThinWalls::CloseInside(const SharpSurface& surface, Exists&& exists) {
   std::vector<VecInt3D> beside;

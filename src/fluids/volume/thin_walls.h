@@ -10,9 +10,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// more or less open, or not at all, as it happens to lie between the nodes. Here a face between
 /// two cells is closed when a thin part's surface crosses the way from one cell's centre to the
 /// other's: a way from cell to cell through faces that are left can't pass a wall without a hole,
-/// however thin it is and however it stands. The faces between cells whose centres lie inside of
-/// such a part are closed too. A sheet of triangles that enclose nothing closes all
-/// faces that it crosses so. Indices are of the volume's own cells and faces.
+/// however thin it is and however it stands. Of a mesh that moves the faces between cells whose
+/// centres lie inside of such a part are closed too: its closed faces push. A sheet of triangles
+/// that enclose nothing closes all faces that it crosses so. Indices are of the volume's own cells
+/// and faces.
 class ThinWalls {
  public:
   struct Face {
@@ -24,7 +25,7 @@ class ThinWalls {
   enum Kind { kSolid, kSheet };
 
   /// Finds all; the result doesn't depend on `threads`.
-  void Find(SharpSurface surface, Kind kind, i32 threads);
+  void Find(SharpSurface surface, Kind kind, bool moves, i32 threads);
   void Clear();
 
   /// In order of z, y, x and axis, each once.
@@ -35,7 +36,7 @@ class ThinWalls {
 
  private:
   class Crossings;
-  void FindFilled(const SharpSurface& surface);
+  void FindFilled(const SharpSurface& surface, bool moves);
   template <class Exists>
   void CloseInside(const SharpSurface& surface, Exists&& exists);
   void SortFaces();

@@ -151,8 +151,12 @@ void VolumeMesh::Release(bool full) {
 
 VolumeMesh::State VolumeMesh::CurrentState() const {
   const GridLayout& domain = GetDomain();
+  Vec3d linear, angular;
+  mMesh->GetVelocities(linear, angular);
+  const bool moves =
+      mMesh->IsDeforming() || mMesh->IsDynamic() || linear != Vec3d{} || angular != Vec3d{};
   return {mMesh,      mMesh->Revision(), domain.cellSize, domain.worldCell,
-          mPadding.x, mShellThickness,   mInverted};
+          mPadding.x, mShellThickness,   mInverted,       IsSolid() && moves};
 }
 
 void VolumeMesh::Prepare() {
@@ -260,7 +264,8 @@ void VolumeMesh::FindThinWalls(i32 threads) {
   mInwards = SharpSurface::TurnsInwards(mMesh->mMesh) != mInverted;
   const auto surface = GetSurface();
   if (!surface) return;
-  mThinWalls.Find(*surface, mIsSheet ? ThinWalls::kSheet : ThinWalls::kSolid, threads);
+  mThinWalls.Find(*surface, mIsSheet ? ThinWalls::kSheet : ThinWalls::kSolid, mVoxelised.moves,
+                  threads);
 }
 
 Vec3d VolumeMesh::TriangleNormalAt(i32 index) const {

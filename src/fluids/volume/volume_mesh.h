@@ -55,6 +55,7 @@ class VolumeMesh : public VolumeBase {
     double padding = 0;
     double thickness = 0;
     bool inverted = false;
+    bool moves = false;
     friend bool operator==(const State&, const State&) = default;
   };
   State CurrentState() const;

@@ -24,7 +24,7 @@ class MeshSolid : public VolumeBase {
     voxeliser.mShellThickness = 1;
     voxeliser.mIsSheet = isSheet;
     EXPECT_TRUE(voxeliser.Voxelise(mesh, *mGrid, true, 1));
-    walls.Find(Surface(), isSheet ? ThinWalls::kSheet : ThinWalls::kSolid, 1);
+    walls.Find(Surface(), isSheet ? ThinWalls::kSheet : ThinWalls::kSolid, true, 1);
   }
   SharpSurface Surface() const {
     return {mesh, *mGrid, *voxeliser.ClosestTriangles(), SharpSurface::TurnsInwards(mesh)};

@@ -28,13 +28,14 @@ struct Measured {
   VolumeVoxeliser voxeliser;
   ThinWalls walls;
 
-  explicit Measured(const TriMeshSTL& mesh, i32 threads = 2) : distance(Layout(), kNode) {
+  explicit Measured(const TriMeshSTL& mesh, i32 threads = 2, bool moves = false)
+      : distance(Layout(), kNode) {
     const ThinWalls::Kind kind = IsSheet(mesh) ? ThinWalls::kSheet : ThinWalls::kSolid;
     voxeliser.mShellThickness = 1;
     voxeliser.mIsSheet = kind == ThinWalls::kSheet;
     EXPECT_TRUE(voxeliser.Voxelise(mesh, distance, true, threads));
     walls.Find({mesh, distance, *voxeliser.ClosestTriangles(), SharpSurface::TurnsInwards(mesh)},
-               kind, threads);
+               kind, moves, threads);
   }
   static GridLayout Layout() {
     GridLayout layout;
@@ -128,10 +129,12 @@ TEST(ThinWalls, CloseOnlyWhereTheyStand) {
     EXPECT_EQ(measured.walls.Faces().size(), 64u);
     EXPECT_TRUE(measured.walls.Filled().empty());
   }
-  const Measured filled(BoxAt({0.6, 8, 8}, 0, 0, 0.5).mesh);
+  const Measured filled(BoxAt({0.6, 8, 8}, 0, 0, 0.5).mesh, 2, true);
   EXPECT_EQ(filled.walls.Faces().size(), 2u * 64 + 2u * 7 * 8)
       << "both sides of the cells that it fills, and what lies between these";
   EXPECT_EQ(filled.walls.Filled().size(), 64u);
+  const Measured still(BoxAt({0.6, 8, 8}, 0, 0, 0.5).mesh);
+  EXPECT_EQ(still.walls.Faces().size(), 2u * 64) << "what lies before a wall at rest leads on";
 }
 
 TEST(ThinWalls, AreTheSameInsideOutAndAtAnyThreadCount) {
