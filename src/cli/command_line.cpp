@@ -14,6 +14,7 @@
 #include <system_error>
 #include <typeinfo>
 
+#include "cli/command_bake.h"
 #include "cli/command_cache.h"
 #include "cli/command_cache_setup.h"
 #include "cli/command_check.h"
@@ -58,6 +59,7 @@ struct Options {
   RenderOptions render;
   CacheOptions cache;
   CacheSetupOptions cacheSetup;
+  BakeOptions bake;
   WhyOptions why;
   std::string frames, memory, size, checkpoint, from;
   std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile, verifyOut;
@@ -197,8 +199,8 @@ CLI::App* AddWhy(CLI::App& app, Options& o) {
 }
 
 CLI::App* AddInfo(CLI::App& app, Options& o) {
-  CLI::App* info =
-      app.add_subcommand("info", "Tells what a scene, cache, checkpoint, volume or mesh file holds");
+  CLI::App* info = app.add_subcommand(
+      "info", "Tells what a scene, cache, checkpoint, volume or mesh file holds");
   info->add_option("FILE", o.infoFile, "the file")->required();
   info->footer(
       "Of a scene it simulates the first frame and tells how many cells that takes.\n\n"
@@ -252,6 +254,24 @@ CLI::App* AddCacheSetup(CLI::App& app, Options& o) {
       "The parameters cache_... of the server say how; `sulva nodes server` shows them.\n\n"
       "Example:\n  sulva cache-setup my.json smoke heat --set scene.cache_compression=fast");
   return setup;
+}
+
+CLI::App* AddBake(CLI::App& app, Options& o) {
+  CLI::App* bake = app.add_subcommand(
+      "bake", "Writes the motion of a run's rigid bodies as an animation (glTF)");
+  bake->add_option("SCENE", o.bake.scene, "scene file")->required();
+  bake->add_option("--out", o.bake.out, "output folder of the run; by default out/<name>")
+      ->check(CheckGiven);
+  bake->add_option("--file", o.bake.file,
+                   "file to write; by default bodies.glb in the output folder")
+      ->check(CheckGiven);
+  bake->add_option("--set", o.bake.overrides, "another value for a parameter, NODE.PARAMETER=VALUE")
+      ->allow_extra_args(false)
+      ->check(CheckOverride);
+  bake->footer(
+      "An object whose key \"placements\" names the file goes the same way in another scene.\n\n"
+      "Example:\n  sulva bake scenes/dominoes.json");
+  return bake;
 }
 
 CLI::App* AddNew(CLI::App& app, Options& o) {
@@ -345,11 +365,12 @@ int Dispatch(int argc, char** argv) {
   const CLI::App* verify = AddVerify(app, options);
   const CLI::App* cache = AddCache(app, options);
   const CLI::App* cacheSetup = AddCacheSetup(app, options);
+  const CLI::App* bake = AddBake(app, options);
   AddNew(app, options);
 
   const std::vector<std::string_view> commands = {"run",   "render",      "check", "nodes",
                                                   "graph", "why",         "info",  "verify",
-                                                  "cache", "cache-setup", "new"};
+                                                  "cache", "cache-setup", "bake",  "new"};
   if (argc > 1 && argv[1][0] != '-' &&
       std::find(commands.begin(), commands.end(), argv[1]) == commands.end()) {
     std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n",
@@ -381,6 +402,7 @@ int Dispatch(int argc, char** argv) {
   if (verify->parsed()) return RunVerify(options.verifyOut);
   if (cache->parsed()) return RunCache(options.cache);
   if (cacheSetup->parsed()) return RunCacheSetup(options.cacheSetup);
+  if (bake->parsed()) return RunBake(options.bake);
   return RunNew(options.newName, options.newFile);
 }
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <bit>
+#include <cmath>
 #include <filesystem>
 #include <optional>
 
@@ -231,6 +232,20 @@ std::vector<Vec3d> GltfData::Vectors(u64 accessor) {
   for (u64 i = 0; i < e.count; ++i)
     for (u64 c = 0; c < e.components; ++c) vectors[i][static_cast<int>(c)] = e.Component(i, c);
   return vectors;
+}
+
+std::vector<double> GltfData::Numbers(u64 accessor, u64 components) {
+  const Elements e = Find(accessor);
+  if (e.components != components)
+    throw MeshFileError("has an accessor of the wrong type where an animation's numbers belong");
+  std::vector<double> numbers;
+  for (u64 i = 0; i < e.count; ++i)
+    for (u64 c = 0; c < components; ++c) {
+      numbers.push_back(e.Component(i, c));
+      if (!std::isfinite(numbers.back()))
+        throw MeshFileError("has a number that isn't finite in an animation");
+    }
+  return numbers;
 }
 
 std::vector<u32> GltfData::Indices(u64 accessor) {

@@ -27,6 +27,8 @@ class GltfData {
 
   /// An accessor of two or three components; z is 0 with two.
   std::vector<Vec3d> Vectors(u64 accessor);
+  /// All numbers of an accessor of elements of `components` each.
+  std::vector<double> Numbers(u64 accessor, u64 components);
   /// An accessor of whole numbers.
   std::vector<u32> Indices(u64 accessor);
 

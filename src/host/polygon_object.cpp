@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "host/mesh_files.h"
+#include "host/turn_by.h"
 
 namespace MELDO_GLOBAL::host {
 
@@ -83,8 +84,39 @@ void PolygonObject::SetFramePattern(std::string pattern, bool goesOn) {
   mLoadedFile.clear();
 }
 
+void PolygonObject::WriteBack(const Matrix& m, const PlacementMotion& motion) {
+  BaseNode::WriteBack(m);
+  mWritten = m;
+  mMotion = motion;
+}
+
+void PolygonObject::MoveOn(double frames) {
+  if (!mWritten) return;
+  if (frames == 0) return SetLocalMatrix(*mWritten);
+  const TurnBy turn(mMotion.turn * frames);
+  const Vec3d point = mMotion.point + mMotion.way * frames;
+  const Matrix& m = *mWritten;
+  SetLocalMatrix({point + turn(m.offset - mMotion.point), turn(m.v1), turn(m.v2), turn(m.v3)});
+}
+
+void PolygonObject::SetPlacements(Placements placements) {
+  mPlacements = std::move(placements);
+  const Matrix& m = LocalMatrix();
+  const Matrix turn = RotationOf(m);
+  const Vec3d axes[3] = {m.v1, m.v2, m.v3};
+  for (int a = 0; a < 3; ++a)
+    mOwnAxes[a] = {Dot(turn.v1, axes[a]), Dot(turn.v2, axes[a]), Dot(turn.v3, axes[a])};
+}
+
+Matrix PolygonObject::PlacedAt(double frame) const {
+  const Matrix placed = mPlacements.At(frame);
+  return {placed.offset, placed.Rotate(mOwnAxes[0]), placed.Rotate(mOwnAxes[1]),
+          placed.Rotate(mOwnAxes[2])};
+}
+
 void PolygonObject::Animate(double frame) {
   BaseNode::Animate(frame);
+  if (!mPlacements.IsEmpty()) SetLocalMatrix(PlacedAt(frame));
   if (mFramePattern.empty()) return;
   const i32 whole = static_cast<i32>(std::floor(frame));
   std::string file = FrameFileName(mFramePattern, whole);

@@ -10,8 +10,15 @@
 #include "host/geometry.h"
 #include "host/keyed_points.h"
 #include "host/node.h"
+#include "host/placements.h"
 
 namespace MELDO_GLOBAL::host {
+
+/// How an object goes on from where a simulation put it, per frame, in the axes of its parent: a
+/// point of it moves by `way`, and it turns about that by `turn`, axis times angle.
+struct PlacementMotion {
+  Vec3d point{}, way{}, turn{};
+};
 
 /// A polygon object. Its counters rise when its points or polygons change.
 class PolygonObject : public BaseNode {
@@ -30,6 +37,11 @@ class PolygonObject : public BaseNode {
     mIsOutput = true;
   }
   bool IsOutput() const { return mIsOutput; }
+  /// As `BaseNode::WriteBack`, for what moves: pictures with blur show it before and after.
+  void WriteBack(const Matrix& m, const PlacementMotion& motion = {});
+  /// Places what was written back where it is `frames` later, or with a negative number earlier; 0
+  /// puts it back. Nothing happens to what wasn't.
+  void MoveOn(double frames);
   /// A file per frame: `pattern` is a path that is absolute or relative to the working directory,
   /// with one run of # for the padded frame number. Before the first file and behind the last one
   /// the geometry stays; in a hole between files it does so only where `goesOn` says it.
@@ -39,15 +51,24 @@ class PolygonObject : public BaseNode {
   u32 PointDirty() const { return mPointDirty; }
   u32 PolygonDirty() const { return mPolygonDirty; }
 
-  /// Animates the node's values, then loads the frame's file: the frame rounded down, and if it has
-  /// none the last one before it, so that the result depends on the frame alone. Throws
-  /// MeshFileError for a broken file and for a hole.
+  /// From now on it stands where these say, with the scale and shear that it has.
+  void SetPlacements(Placements placements);
+  const Placements& GetPlacements() const { return mPlacements; }
+  /// Its local placement at a moment of those.
+  Matrix PlacedAt(double frame) const;
+  /// Animates the node's values, then places it and loads the frame's file: the frame rounded down,
+  /// and if it has none the last one before it, so that the result depends on the frame alone.
+  /// Throws MeshFileError for a broken file and for a hole.
   void Animate(double frame) override;
   void VisitCounters(const std::function<void(u32&)>& visit) override;
 
  private:
   Geometry mGeometry;
   bool mIsOutput = false;
+  Placements mPlacements;
+  Vec3d mOwnAxes[3];               ///< as they stand in the turn of a placement
+  std::optional<Matrix> mWritten;  ///< by this run
+  PlacementMotion mMotion;
   std::string mFramePattern;
   bool mGoesOn = false;
   std::string mLoadedFile;  ///< the frame file that the geometry comes from

@@ -81,13 +81,16 @@ std::vector<double> BlurMoments(const RenderSettings& settings, i32 frame) {
   return moments;
 }
 
-/// Moves what pictures are made of, and nothing that a simulation is made of.
-void MoveObjects(const Document& document, const RenderSpec& spec, double frame) {
+/// Moves what pictures are made of, and nothing that a simulation is made of, to `moment`; what the
+/// simulation moves stands at `frame`.
+void MoveObjects(const Document& document, const RenderSpec& spec, i32 frame, double moment) {
   document.ForEachNode([&](BaseNode& node) {
-    if (node.Type() == kMeshObject) node.Animate(frame);
+    if (node.Type() != kMeshObject) return;
+    node.Animate(moment);
+    if (auto* mesh = dynamic_cast<PolygonObject*>(&node)) mesh->MoveOn(moment - frame);
   });
-  for (BaseNode* light : spec.lights) light->Animate(frame);
-  spec.camera->Animate(frame);
+  for (BaseNode* light : spec.lights) light->Animate(moment);
+  spec.camera->Animate(moment);
 }
 
 std::deque<RenderWorld> MakeBlurWorlds(const RenderSpec& spec, const RenderSettings& settings,
@@ -97,10 +100,10 @@ std::deque<RenderWorld> MakeBlurWorlds(const RenderSpec& spec, const RenderSetti
   std::deque<RenderWorld> worlds;
   const std::vector<double> moments = BlurMoments(settings, frame);
   for (const double moment : moments) {
-    MoveObjects(document, spec, moment);
+    MoveObjects(document, spec, frame, moment);
     worlds.emplace_back(spec, shaders, spheres, (moment - frame) / document.fps);
   }
-  if (!moments.empty()) MoveObjects(document, spec, frame);
+  if (!moments.empty()) MoveObjects(document, spec, frame, frame);
   return worlds;
 }
 

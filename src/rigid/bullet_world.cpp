@@ -17,9 +17,9 @@
 #include "fluids/emission/alignment_vector.h"
 #include "fluids/mesh/multi_mesh.h"
 #include "fluids/mesh/sheet.h"
-#include "fluids/mesh/turn_by.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/state_archive.h"
+#include "host/turn_by.h"
 #include "rigid/bullet_frame.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -92,6 +92,16 @@ struct BulletWorld::Library {
     btGImpactCollisionAlgorithm::registerAlgorithm(dispatcher.get());
   }
 
+  /// Bodies that are taken out one by one would look through all pairs for theirs.
+  void DropPairs() {
+    btOverlappingPairCache& cache = *pairs->getOverlappingPairCache();
+    while (cache.getNumOverlappingPairs() > 0) {
+      const btBroadphasePair& last =
+          cache.getOverlappingPairArrayPtr()[cache.getNumOverlappingPairs() - 1];
+      cache.removeOverlappingPair(last.m_pProxy0, last.m_pProxy1, dispatcher.get());
+    }
+  }
+
   std::unique_ptr<btDefaultCollisionConfiguration> configuration;
   std::unique_ptr<btCollisionDispatcher> dispatcher;
   std::unique_ptr<btBroadphaseInterface> pairs;
@@ -111,6 +121,7 @@ void BulletWorld::Reset() {
 }
 
 void BulletWorld::Build(const Scene& scene) {
+  if (mLibrary) mLibrary->DropPairs();
   for (auto& [key, body] : mBodies)
     if (body->Get()) mLibrary->world->removeRigidBody(body->Get());
   mLibrary = std::make_unique<Library>(scene.mRigidBroadphase);
@@ -294,6 +305,20 @@ void BulletWorld::MeasureByCells(const Scene& scene) {
   }
 }
 
+void BulletWorld::DropBodies(const Scene& scene,
+                             const std::vector<std::pair<Key, Mesh*>>& present) {
+  const std::map<Key, Mesh*> kept(present.begin(), present.end());
+  const bool areAll = std::all_of(mBodies.begin(), mBodies.end(),
+                                  [&](const auto& body) { return kept.contains(body.first); });
+  if (areAll) return;
+  std::vector<Mesh*> meshes;
+  for (const auto& [id, object] : scene.List(kListGeometry)) CollectMeshes(object.get(), meshes);
+  for (const auto& [key, body] : mBodies)
+    for (Mesh* mesh : meshes)
+      if (!kept.contains(key) && mesh->GetBody() == body.get()) mesh->SetBody(nullptr);
+  std::erase_if(mBodies, [&](const auto& body) { return !kept.contains(body.first); });
+}
+
 void BulletWorld::FollowVolumes(Scene& scene) {
   const auto meshes = Meshes(scene);
   const bool isNeeded = std::any_of(meshes.begin(), meshes.end(), [](const auto& entry) {
@@ -301,8 +326,7 @@ void BulletWorld::FollowVolumes(Scene& scene) {
   });
   if (!isNeeded && mBodies.empty()) return;
   if (!mLibrary) Build(scene);
-  const std::map<Key, Mesh*> present(meshes.begin(), meshes.end());
-  std::erase_if(mBodies, [&](const auto& entry) { return !present.contains(entry.first); });
+  DropBodies(scene, meshes);
   for (const auto& [key, mesh] : meshes) {
     if (!mesh->HasTriangles()) continue;
     const auto found = mBodies.find(key);
@@ -321,12 +345,6 @@ void BulletWorld::FollowVolumes(Scene& scene) {
   if (!scene.mTime.IsUnderWay()) MeasureByCells(scene);
   for (auto& [key, body] : mBodies)
     body->Foresee(scene.mTime.IsUnderWay() ? scene.mTime.stepDuration : 0, scene.mGravity);
-}
-
-std::vector<const RigidBody_Variational*> BulletWorld::Bodies() const {
-  std::vector<const RigidBody_Variational*> bodies;
-  for (const auto& [key, body] : mBodies) bodies.push_back(body.get());
-  return bodies;
 }
 
 double BulletWorld::Memory() const { return static_cast<double>(mBodies.size()) * 4096; }

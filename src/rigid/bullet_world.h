@@ -39,8 +39,6 @@ class BulletWorld : public ScenePart, public BodyHome {
   void Add(btRigidBody& body) override;
   void Remove(btRigidBody& body) override;
 
-  /// In the order of their nodes.
-  std::vector<const RigidBody_Variational*> Bodies() const;
   std::vector<std::string> TakeWarnings() override { return std::exchange(mWarnings, {}); }
 
  private:
@@ -49,6 +47,8 @@ class BulletWorld : public ScenePart, public BodyHome {
   using Key = std::pair<host::NodeId, host::NodeId>;
 
   static std::vector<std::pair<Key, Mesh*>> Meshes(const Scene& scene);
+  /// Removes the bodies of meshes that aren't there any more or have lost their tag.
+  void DropBodies(const Scene& scene, const std::vector<std::pair<Key, Mesh*>>& present);
   void Build(const Scene& scene);
   void Restore(const Scene& scene);
   void MakeBody(const Key& key, Mesh& mesh, const Scene& scene);

@@ -9,13 +9,13 @@ using namespace host;
 
 const std::vector<ObjectType>& ObjectTypes() {
   static const std::vector<ObjectType> types = {
-      {"mesh", kMeshObject, false, {"file", "frames", "go_on_after_failure"}},
-      {"box", kMeshObject, true, {"size"}},
-      {"sphere", kMeshObject, true, {"radius", "segments"}},
-      {"plane", kMeshObject, true, {"size"}},
-      {"cylinder", kMeshObject, true, {"radius", "height", "segments"}},
-      {"cone", kMeshObject, true, {"radius", "height", "segments"}},
-      {"torus", kMeshObject, true, {"radius", "tube", "segments"}},
+      {"mesh", kMeshObject, false, {"file", "frames", "go_on_after_failure", "placements"}},
+      {"box", kMeshObject, true, {"size", "placements"}},
+      {"sphere", kMeshObject, true, {"radius", "segments", "placements"}},
+      {"plane", kMeshObject, true, {"size", "placements"}},
+      {"cylinder", kMeshObject, true, {"radius", "height", "segments", "placements"}},
+      {"cone", kMeshObject, true, {"radius", "height", "segments", "placements"}},
+      {"torus", kMeshObject, true, {"radius", "tube", "segments", "placements"}},
       {"spline", kSplineObject, false, {"points", "closed"}},
       {"points", kPointsObject, false, {"points"}},
       {"image", kImageObject, false, {"file", "parameters"}, ImageParameters},

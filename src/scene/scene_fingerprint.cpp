@@ -114,6 +114,10 @@ void AppendHostData(std::string& out, const host::BaseNode& node) {
     AppendBytes(out, geometry.points.data(), geometry.points.size());
     AppendBytes(out, geometry.polygons.data(), geometry.polygons.size());
     if (!object->FramePattern().empty()) AppendSequence(out, object->FramePattern());
+    for (const auto& [frame, placement] : object->GetPlacements().Frames()) {
+      AppendBytes(out, &frame, 1);
+      AppendBytes(out, &placement, 1);
+    }
   }
   if (const auto* image = dynamic_cast<const host::ImageObject*>(&node)) {
     AppendBytes(out, &image->picture.width, 1);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/polygon_object.h"
 #include "scene/object_types.h"
 #include "scene/scene_context.h"
 #include "scene/scene_values.h"
@@ -68,6 +69,7 @@ class SceneBuilder {
   bool ReadSegments(const JsonValue& value, const Subject& subject, i32& segments);
   void ReadImage(const JsonValue& value, host::BaseNode& node, const Subject& subject);
   void ReadMesh(const JsonValue& value, host::BaseNode& node, const Subject& subject);
+  void ReadPlacements(const JsonValue& value, host::PolygonObject& object, const Subject& subject);
   void ReadFrames(const JsonValue& frames, bool goesOn, host::BaseNode& node,
                   const Subject& subject);
   void WarnOfHoles(const JsonValue& frames, const std::string& pattern, const Subject& subject);

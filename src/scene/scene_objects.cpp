@@ -74,6 +74,8 @@ BaseNode* SceneBuilder::MakeKnownObject(const JsonValue& value, const ObjectType
   if (parent) mContext.document.Reparent(*node, parent);
   mNames.Add(*node);
   ReadPlacement(value, *node, subject);
+  if (const JsonValue* file = value.Find("placements"))
+    if (auto* mesh = dynamic_cast<PolygonObject*>(node)) ReadPlacements(*file, *mesh, subject);
   Remember(*node, subject, value);
   if (const JsonValue* below = value.Find("children")) {
     const Members children = ObjectsOf(below, subject, "'children'");
@@ -214,6 +216,19 @@ void SceneBuilder::ReadShape(const JsonValue& value, const std::string& type, Ba
     static_cast<PolygonObject&>(node).SetGeometry(MakeShape(type, arguments).value());
   } catch (const std::invalid_argument& error) {
     mContext.Error(value, subject, error.what());
+  }
+}
+
+void SceneBuilder::ReadPlacements(const JsonValue& value, PolygonObject& object,
+                                  const Subject& subject) {
+  const auto path = ReadFileName(mContext, value, subject, "'placements'");
+  if (!path) return;
+  try {
+    object.SetPlacements(
+        host::ReadPlacements(mContext.Resolve(*path), object.Name(), mContext.document.fps));
+    object.Animate(mFirstFrame);
+  } catch (const MeshFileError& error) {
+    mContext.Error(value, subject, fmt::format("'placements': {}", error.what()));
   }
 }
 

@@ -187,7 +187,7 @@ Json NodeSchema() {
 
 /// What the keys of objects hold.
 Json ObjectKey(std::string_view key, bool isFlat) {
-  if (key == "file" || key == "frames") return {{"type", "string"}};
+  if (key == "file" || key == "frames" || key == "placements") return {{"type", "string"}};
   if (key == "segments")
     return {{"type", "integer"}, {"minimum", kMinSegments}, {"maximum", kMaxSegments}};
   if (key == "closed" || key == "go_on_after_failure") return {{"type", "boolean"}};

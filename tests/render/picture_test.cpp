@@ -4,6 +4,7 @@
 #include <OpenEXR/ImfHeader.h>
 #include <OpenEXR/ImfInputFile.h>
 
+#include <cmath>
 #include <numbers>
 
 #include "host/polygon_object.h"
@@ -93,6 +94,46 @@ TEST(PictureTest, MeshesOfASimulationAreBlurredByTheirVelocities) {
   EXPECT_NEAR(after / before, 1, 0.02) << "the same light over a longer way";
   EXPECT_NEAR(middle / after, 31.5, 0.5) << "before and behind the frame alike";
   EXPECT_NEAR(app::LightAt(blurred, 32, 32).x, 0.5, 0.05) << "half of the time it is here";
+}
+
+// What bodies moved: 80 host units to the right in the frame, and half a turn about a middle that
+// stands still.
+TEST(PictureTest, ObjectsThatWereWrittenBackAreBlurredByTheirMotion) {
+  LoadedScene scene = LoadRenderScene(
+      std::string(kFrontView) +
+          R"(, {"type": "plane", "name": "sheet", "size": [40, 40], "rotation": [90, 0, 0]})",
+      R"("background": [[0.5, [0, 0, 0]]], "ground": false, "size": [64, 64], "samples": 128,
+         "blur_samples": 32, "shutter": 1, "bounce_light": false, "materials": [
+           {"type": "surface", "objects": ["sheet"],
+            "parameters": {"colour": [0, 0, 0], "emission": [1, 1, 1]}}])");
+  auto* sheet = dynamic_cast<host::PolygonObject*>(scene.document->FindByName("sheet"));
+  ASSERT_NE(sheet, nullptr);
+  const auto lightAndMiddle = [](const RenderedPicture& picture) {
+    double light = 0, middle = 0;
+    for (i32 x = 0; x < 64; ++x) {
+      light += app::LightAt(picture, x, 32).x;
+      middle += x * app::LightAt(picture, x, 32).x;
+    }
+    return std::pair(light, middle / light);
+  };
+  const double still = lightAndMiddle(Draw(scene)).first;
+  const Matrix placed = sheet->LocalMatrix();
+  sheet->WriteBack(placed, {.way = {80, 0, 0}});
+  const RenderedPicture moved = Draw(scene);
+  EXPECT_NEAR(lightAndMiddle(moved).first / still, 1, 0.02);
+  EXPECT_NEAR(lightAndMiddle(moved).second, 31.5, 0.5) << "before and behind the frame alike";
+  EXPECT_NEAR(app::LightAt(moved, 32, 32).x, 0.5, 0.05) << "half of the time it is here";
+  EXPECT_EQ(sheet->LocalMatrix(), placed) << "it is put back";
+  const double corner = 20 * std::sqrt(2.0);
+  sheet->WriteBack(placed, {.turn = {0, 0, std::numbers::pi}});
+  const RenderedPicture turned = Draw(scene);
+  const auto at = [&](double way) {
+    return app::LightAt(turned, 32 + static_cast<i32>(way), 32).x;
+  };
+  const double pixel = still / 40;  // per host unit
+  EXPECT_GT(at(18 * pixel), 0.9) << "inside of its circle it is there all the time";
+  EXPECT_GT(at((corner - 3) * pixel), 0.1) << "corners come by";
+  EXPECT_LT(at((corner + 3) * pixel), 0.01);
 }
 
 TEST(PictureTest, MeshThrowsItsShadowOnTheGround) {

@@ -1,7 +1,7 @@
 // How solids go through a step.
 #pragma once
 #include "fluids/mesh/mesh.h"
-#include "fluids/mesh/turn_by.h"
+#include "host/turn_by.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstring>
 #include <utility>
 
@@ -100,7 +101,8 @@ bool Mesh::ReadParameters() {
 }
 
 bool Mesh::ResolveLinks() {
-  if (!iObject::ResolveLinks()) return false;
+  // The links of a member are its group's.
+  if (mIsMember ? Node() == nullptr : !iObject::ResolveLinks()) return false;
   mTagOwner = nullptr;
   mObject = mIsMember ? dynamic_cast<PolygonObject*>(mSource.Resolve()) : mLinkedObject;
   const NodeId id = mObject ? mObject->Id() : 0;
@@ -149,6 +151,18 @@ void Mesh::SetTagOwner(BaseNode* owner) {
   AfterLinks();
 }
 
+/// Of an object that a file moves all frames are known at once.
+void Mesh::RecordPlacement() {
+  const Placements& placements = mObject->GetPlacements();
+  if (placements.IsEmpty())
+    return mMatrixCache.Store(mScene->mClock.frame, {mObject->GlobalMatrix()});
+  const BaseNode* parent = mObject->Parent();
+  const Matrix home = parent ? parent->GlobalMatrix() : Matrix{};
+  for (const auto& [frame, placed] : placements.Frames())
+    if (frame == std::floor(frame) && !mMatrixCache.Find(static_cast<i32>(frame)))
+      mMatrixCache.Store(static_cast<i32>(frame), {home * mObject->PlacedAt(frame)});
+}
+
 bool Mesh::HasObjectChanged() const {
   return WantedMatrix() != mMatrix || mObject->PointDirty() != mPointDirty ||
          mObject->PolygonDirty() != mPolygonDirty || GetDomain().worldToSim != mWorldToSim;
@@ -158,7 +172,7 @@ void Mesh::CheckDirty() {
   if (Has(FLAG_DIRTY_CHECKED)) return;
   iObject::CheckDirty();
   if (!Has(FLAG_ENABLED)) return;
-  if (mObject && mReplays) mMatrixCache.Store(mScene->mClock.frame, {mObject->GlobalMatrix()});
+  if (mObject && mReplays) RecordPlacement();
   if (!mObject) {
     if (HasTriangles()) Reset();
     Deactivate("it has no object; name one under 'object'");

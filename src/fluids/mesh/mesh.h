@@ -124,6 +124,7 @@ class Mesh : public iObject {
   TriMeshSTL mPreviousMesh;  ///< state of the step before, then the host's shape of this one
 
  private:
+  void RecordPlacement();
   bool HasObjectChanged() const;
   bool IsNextFrame() const;
   void UndoAlteration();
@@ -177,14 +178,14 @@ class Mesh : public iObject {
   bool mReplays = false;
   bool mIsAhead = false;  ///< it stands where it belongs in this substep
   BodyState* mBody = nullptr;
-  std::vector<Vec3d> mRest;    ///< vertices of which the body was made
-  Vec3d mRestCentre{};         ///< and its centre of mass there
+  std::vector<Vec3d> mRest;  ///< vertices of which the body was made
+  Vec3d mRestCentre{};       ///< and its centre of mass there
   std::vector<Vec3d> mRestNormals;
-  BodyPose mFollowed;          ///< the pose that the vertices have
-  bool mAwaitsBody = false;    ///< a body that is still to be restored moves it
+  BodyPose mFollowed;        ///< the pose that the vertices have
+  bool mAwaitsBody = false;  ///< a body that is still to be restored moves it
   bool mIsWrittenBack = false;
-  Matrix mRestMatrix;          ///< of the object where the body was made
-  Matrix mStartMatrix;         ///< and where a body first moved it
+  Matrix mRestMatrix;   ///< of the object where the body was made
+  Matrix mStartMatrix;  ///< and where a body first moved it
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

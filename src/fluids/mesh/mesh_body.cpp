@@ -100,7 +100,10 @@ void Mesh::FollowBody() {
   mSettling = false;
   SetFlag(FLAG_ACTIVE, true);
   const bool stays = pose == mFollowed && !wasAltered;
-  if (stays) return SetVelocitiesOfBody();
+  if (stays) {
+    if (mIsWrittenBack) mObject->WriteBack(mObject->LocalMatrix());
+    return SetVelocitiesOfBody();
+  }
   mFollowed = pose;
   std::vector<Vec3d>& now = mMesh.GetVertices();
   constexpr i32 block = 8192;
@@ -137,7 +140,12 @@ void Mesh::WriteBack(const BodyPose& pose) {
   placed.v2 = pose.turn.Rotate(mRestMatrix.v2);
   placed.v3 = pose.turn.Rotate(mRestMatrix.v3);
   const host::BaseNode* parent = mObject->Parent();
-  mObject->WriteBack(parent ? Inverse(parent->GlobalMatrix()) * placed : placed);
+  const Matrix home = parent ? Inverse(parent->GlobalMatrix()) : Matrix{};
+  const double frame = mTime ? mTime->stepDuration / std::max(StepShare(), 1e-12) : 0;
+  mObject->WriteBack(home * placed,
+                     {.point = home * (pose.centre / mWorldToSim),
+                      .way = home.Rotate(mBody->LinearVelocity() * frame / mWorldToSim),
+                      .turn = RotationOf(home).Rotate(mBody->AngularVelocity() * frame)});
   mMatrixBefore = mMatrix;
   mMatrix = mObject->GlobalMatrix();
   mPointDirty = mObject->PointDirty();

@@ -5,9 +5,9 @@
 
 #include "fluids/mesh/mesh.h"
 #include "fluids/mesh/nearest_point.h"
-#include "fluids/mesh/turn_by.h"
 #include "framework/scene.h"
 #include "grids/fixed_blocks.h"
+#include "host/turn_by.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 

@@ -159,6 +159,10 @@ void MultiMesh::Finish() {
   for (auto& [key, mesh] : mMeshes) mesh->Finish();
 }
 
+void MultiMesh::CollectSubMeshes(std::vector<Mesh*>& out) const {
+  for (const auto& [key, mesh] : mMeshes) out.push_back(mesh.get());
+}
+
 Mesh* MultiMesh::GetSubMesh(i32 index) const {
   index = std::max(index, 0);
   if (index >= GetSubMeshCount()) return nullptr;
@@ -169,8 +173,7 @@ void CollectMeshes(iBase* object, std::vector<Mesh*>& out) {
   if (!object) return;
   if (object->GetTypeId() == kTypeMesh) out.push_back(static_cast<Mesh*>(object));
   if (object->GetTypeId() != kTypeMultiMesh) return;
-  const auto& group = static_cast<const MultiMesh&>(*object);
-  for (i32 i = 0; i < group.GetSubMeshCount(); ++i) out.push_back(group.GetSubMesh(i));
+  static_cast<const MultiMesh&>(*object).CollectSubMeshes(out);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

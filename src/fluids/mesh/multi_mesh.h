@@ -37,6 +37,8 @@ class MultiMesh : public iObject {
   /// The mesh at that place of the group; an index below 1 gives the first, one beyond the count
   /// null.
   Mesh* GetSubMesh(i32 index) const;
+  /// Appends all of them in their order.
+  void CollectSubMeshes(std::vector<Mesh*>& out) const;
 
  private:
   /// By creation number of the host object, then by the index of the clone (-1 for the object).

@@ -4,7 +4,7 @@
 
 #include "host/vector.h"
 
-namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace MELDO_GLOBAL {
 
 /// Turns by a vector that is axis times angle.
 class TurnBy {
@@ -25,4 +25,4 @@ class TurnBy {
   double mSin = 0, mCos = 1;
 };
 
-}  // namespace MELDO_GLOBAL::MELDO_SULVA
+}  // namespace MELDO_GLOBAL
