@@ -51,7 +51,9 @@ class BodyState {
   /// acts over the next step of the world, however long that is, and counts in the velocities that
   /// the fluid sees from now on.
   virtual void TakeFluidImpulse(const Vec3d& impulse, const Vec3d& torque, double dt) = 0;
-  /// A particle hit it.
+  /// It sleeps until something touches it.
+  virtual bool AwaitsTouch() const = 0;
+  /// A particle touched it: what awaits that wakes.
   virtual void NoteHit() = 0;
 };
 

@@ -112,7 +112,7 @@ const ParameterTable& Rows() {
           .To(&ObstacleSettings::forceTransfer),
       RealRow(2031, "torque_transfer", 1.0, "none", "how much the fluid can make the body spin")
           .To(&ObstacleSettings::torqueTransfer),
-      BoolRow(2032, "wake_on_contact", false, "hangs still until something touches it")
+      BoolRow(2032, "wake_on_contact", false, "hangs still until a body or a particle touches it")
           .To(&ObstacleSettings::wakesOnContact),
       BoolRow(2033, "write_back", true,
               "the picture shows the object where the simulated body went")

@@ -51,6 +51,28 @@ std::vector<Vec3d> Distinct(std::span<const Vec3d> points, std::size_t most) {
 
 }  // namespace
 
+std::vector<Vec3d> Thickened(std::span<const Vec3d> points) {
+  constexpr double kFlat = 1e-6, kThickness = 0.01;  // of the size
+  std::vector<Vec3d> solid(points.begin(), points.end());
+  const Vec3d first = points.front();
+  const auto farthest = [&](auto&& distance) {
+    return *std::max_element(points.begin(), points.end(), [&](const Vec3d& a, const Vec3d& b) {
+      return distance(a - first) < distance(b - first);
+    });
+  };
+  const Vec3d way = farthest([](const Vec3d& p) { return Length(p); }) - first;
+  const Vec3d side = farthest([&](const Vec3d& p) { return Length(Cross(way, p)); }) - first;
+  const double size = Length(way);
+  const Vec3d normal = Cross(way, side);
+  if (!(Length(normal) > kFlat * size * size)) return solid;
+  const Vec3d up = Normalised(normal);
+  const Vec3d off = farthest([&](const Vec3d& p) { return std::fabs(Dot(up, p)); }) - first;
+  if (std::fabs(Dot(up, off)) > kFlat * size) return solid;
+  for (Vec3d& p : solid) p += up * (0.5 * kThickness * size);
+  for (const Vec3d& p : points) solid.push_back(p - up * (0.5 * kThickness * size));
+  return solid;
+}
+
 bool FindBoxAxes(std::span<const Vec3d> points, Vec3d (&axes)[3]) {
   if (points.size() < 8) return false;
   const std::vector<Vec3d> corner = Distinct(points, 8);

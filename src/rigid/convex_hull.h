@@ -15,6 +15,10 @@ struct ConvexHull {
 
 ConvexHull FindConvexHull(std::span<const Vec3d> points);
 
+/// The points as they are; of a plane, those of a plate a hundredth as thick as they lie apart.
+/// Those of a line stay one.
+std::vector<Vec3d> Thickened(std::span<const Vec3d> points);
+
 /// The axes of a box, as the columns of a turn, where the points are the eight corners of one, some
 /// of them repeated; false else.
 bool FindBoxAxes(std::span<const Vec3d> points, Vec3d (&axes)[3]);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "framework/state_archive.h"
+#include "host/node.h"
 #include "rigid/body_home.h"
 #include "rigid/bullet_frame.h"
 #include "rigid/convex_hull.h"
@@ -59,8 +60,9 @@ Vec3d Diagonal(const Matrix3d& m, const Matrix& axes) {
 }  // namespace
 
 void BodyMotion::Persist(StateArchive& archive) {
-  archive(centre, axes, isKeyed, linear, angular, calm, activation, isFrozen, previousMass, mass,
-          force, torque, contactLinear, contactAngular, impulse, turn, isCarried, volume);
+  archive(centre, axes, isKeyed, linear, angular, calm, activation, isFrozen, hasLeft, previousMass,
+          mass, force, torque, contactLinear, contactAngular, impulse, turn, isCarried, isNew,
+          volume);
 }
 
 RigidBody::RigidBody(BodyHome& world, std::string name) : mWorld(world), mName(std::move(name)) {}
@@ -73,27 +75,32 @@ void RigidBody::Remove() {
   mMotion.reset();
 }
 
-bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& settings,
-                       double worldToSim, bool isKeyed, const BodyMotion* restored) {
-  Remove();
-  if (geometry.triangles.empty()) return false;
-  BodyGeometry solid = geometry;
-  mProperties =
-      geometry.isClosed ? MeasureMass(geometry.vertices, geometry.triangles) : MassProperties{};
-  // What encloses nothing weighs as what its hull encloses would.
-  const bool isHeavy = settings.IsHeavy();
-  if (!(mProperties.volume > 0) && isHeavy) {
-    const ConvexHull hull = FindConvexHull(geometry.vertices);
-    if (hull.triangles.empty()) return false;
-    solid = {hull.vertices, hull.triangles, true};
-    mProperties = MeasureMass(hull.vertices, hull.triangles);
-    if (!(mProperties.volume > 0)) return false;
-  }
-  if (!(mProperties.volume > 0)) {
+/// Finds mass and centre; what is heavy and encloses nothing becomes its hull. False where that
+/// encloses nothing either.
+bool RigidBody::Weigh(BodyGeometry& solid, bool isHeavy) {
+  mProperties = solid.isClosed ? MeasureMass(solid.vertices, solid.triangles) : MassProperties{};
+  if (mProperties.volume > 0) return true;
+  if (!isHeavy) {
     Vec3d low = solid.vertices.front(), high = low;
     for (const Vec3d& v : solid.vertices) low = Min(low, v), high = Max(high, v);
     mProperties.centre = (low + high) * 0.5;
+    return true;
   }
+  const ConvexHull hull = FindConvexHull(Thickened(solid.vertices));
+  if (hull.triangles.empty()) return false;
+  solid = {hull.vertices, hull.triangles, true};
+  mProperties = MeasureMass(hull.vertices, hull.triangles);
+  return mProperties.volume > 0;
+}
+
+bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& settings,
+                       double worldToSim, bool isKeyed, const BodyMotion* restored) {
+  Remove();
+  mHasLeft = false;
+  if (geometry.triangles.empty()) return false;
+  const bool isHeavy = settings.IsHeavy();
+  BodyGeometry solid = geometry;
+  if (!Weigh(solid, isHeavy)) return false;
   if (settings.centre && isHeavy) {
     const Vec3d marked = settings.centre->GlobalMatrix().offset * worldToSim;
     mProperties.inertia = MovedInertia(mProperties, marked - mProperties.centre);
@@ -110,6 +117,7 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
   ReadMass(settings, false);
   if (restored) {
     mIsFrozen = restored->isFrozen;
+    mHasLeft = restored->hasLeft;
     mPreviousMass = restored->previousMass;
     mMass = restored->mass;
     if (restored->volume > 0 && restored->volume != mProperties.volume) ScaleTo(restored->volume);
@@ -134,7 +142,6 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
     mContactLinear = restored->contactLinear;
     mContactAngular = restored->contactAngular;
   }
-  mPoseBefore = Pose();
   return true;
 }
 
@@ -146,7 +153,6 @@ void RigidBody::SetStart(const BodyPose& pose, const Vec3d& linear, const Vec3d&
   mBody->setInterpolationWorldTransform(place);
   mBody->setLinearVelocity(ToBullet(linear));
   mBody->setAngularVelocity(TurnToBullet(angular));
-  mPoseBefore = Pose();
 }
 
 void RigidBody::ReadMass(const ObstacleSettings& settings, bool isRunning) {
@@ -225,8 +231,7 @@ void RigidBody::SetUp(bool reset, bool isKeyed) {
   if (!reset) {
     const bool massChanged = mMass != mPreviousMass;
     if ((massChanged && !mIsFrozen && mBody->getDeactivationTime() >= kCalm) ||
-        (s.wakesOnContact && (!mContacts.empty() || mWasHit)) ||
-        (s.wakesOnForce && Length(mForce) > s.wakeForce))
+        (s.wakesOnContact && !mContacts.empty()))
       mBody->activate(true);
   } else {
     mForce = mTorque = {};
@@ -311,21 +316,39 @@ void RigidBody::ApplyImpulseAtPoint(const Vec3d& impulse, const Vec3d& point) {
   ApplyTorqueImpulse(Cross(point - Pose().centre, impulse * mSettings.linearFactor));
 }
 void RigidBody::ApplyCentralImpulse(const Vec3d& impulse) {
-  if (IsDynamic()) mBody->setLinearVelocity(ToBullet(LinearVelocity() + impulse * InverseMass()));
+  if (IsDynamic()) AddVelocity(impulse * InverseMass());
 }
 void RigidBody::ApplyTorqueImpulse(const Vec3d& impulse) {
   if (IsDynamic())
     mBody->setAngularVelocity(TurnToBullet(AngularVelocity() + InverseInertia().Rotate(impulse)));
 }
 
-void RigidBody::NoteHit() { mWasHit = true; }
+bool RigidBody::AwaitsTouch() const {
+  return IsDynamic() && mSettings.wakesOnContact && !mIsFrozen && !mHasLeft && IsAsleep();
+}
+
+void RigidBody::NoteHit() {
+  if (AwaitsTouch()) Wake();
+}
+
+void RigidBody::Wake() {
+  if (mBody && !mIsFrozen && !mHasLeft) mBody->activate();
+}
+
+void RigidBody::AddVelocity(const Vec3d& change) {
+  if (mBody) mBody->setLinearVelocity(ToBullet(LinearVelocity() + change));
+}
+
+void RigidBody::StayAwake() {
+  if (mBody) mBody->setDeactivationTime(0);
+}
 
 void RigidBody::BeginStep(double dt, const Vec3d& gravity) {
-  mPoseBefore = Pose();
   mLinearBefore = LinearVelocity();
   mAngularBefore = AngularVelocity();
   if (!IsDynamic()) return;
   mBody->clearForces();
+  if (mSettings.wakesOnForce && Length(mForce) > mSettings.wakeForce) Wake();
   mFall = mMass > 0 ? gravity * mSettings.linearFactor : Vec3d{};
   if (mIsCarried && !IsAsleep()) {
     mBody->setGravity({0, 0, 0});
@@ -342,7 +365,6 @@ void RigidBody::BeginStep(double dt, const Vec3d& gravity) {
 }
 
 void RigidBody::EndStep(double dt, i32 internalSteps) {
-  mWasHit = false;
   mContactLinear = mContactAngular = {};
   if (!IsDynamic()) return;
   if (IsAsleep()) return void(mForce = mTorque = {});
@@ -375,6 +397,7 @@ BodyMotion RigidBody::Motion() const {
   motion.linear = LinearVelocity();
   motion.angular = AngularVelocity();
   motion.isFrozen = mIsFrozen;
+  motion.hasLeft = mHasLeft;
   motion.previousMass = mPreviousMass;
   motion.mass = mMass;
   motion.volume = mProperties.volume;

@@ -37,11 +37,13 @@ struct BodyMotion {
   double calm = 0;     ///< seconds that it has been slow for
   i32 activation = 1;  ///< the library's state
   bool isFrozen = false;
+  bool hasLeft = false;  ///< the world; told already
   double previousMass = 0, mass = 0;
   Vec3d force{}, torque{};                  ///< for the next step
   Vec3d contactLinear{}, contactAngular{};  ///< what contacts changed in the last step
   Vec3d impulse{}, turn{};                  ///< of the fluid, for the next step
   bool isCarried = false;
+  bool isNew = false;  ///< it stood still until now
   double volume = 0;
   void Persist(StateArchive& archive);
 };
@@ -79,8 +81,6 @@ class RigidBody : public BodyState {
   void SetVolume(double volume);
 
   BodyPose Pose() const override;
-  /// Where it was before the last step of the world.
-  const BodyPose& PoseBefore() const { return mPoseBefore; }
   Vec3d LinearVelocity() const override;
   Vec3d AngularVelocity() const override;
   bool IsAsleep() const;
@@ -95,6 +95,7 @@ class RigidBody : public BodyState {
   void AddContact(const BodyContact& contact) { mContacts.push_back(contact); }
   const std::vector<BodyContact>& Contacts() const { return mContacts; }
   void ClearContacts() { mContacts.clear(); }
+  bool AwaitsTouch() const override;
   void NoteHit() override;
 
   /// Before and after a step of the world of `dt` seconds.
@@ -111,6 +112,10 @@ class RigidBody : public BodyState {
 
  protected:
   enum Type { kStatic = 0, kKinematic = 1, kDynamic = 2 };
+  void Wake();
+  void AddVelocity(const Vec3d& change);
+  /// It doesn't fall asleep in the next seconds.
+  void StayAwake();
   /// 1 / kg along each axis, with the linear factor; 0 unless dynamic.
   Vec3d InverseMass() const;
   /// 1 / (kg m^2), with the angular factor, in the axes of the simulation.
@@ -122,8 +127,10 @@ class RigidBody : public BodyState {
   /// doesn't swing up (symplectic Euler). Else it acts evenly, so that what falls does so exactly.
   bool mIsCarried = false;
   Vec3d mContactLinear{}, mContactAngular{};  ///< what contacts changed in the last step
+  Vec3d mLinearBefore{};                      ///< the velocity before it
 
  private:
+  bool Weigh(BodyGeometry& solid, bool isHeavy);
   void ScaleTo(double volume);
   void ReadMass(const ObstacleSettings& settings, bool isRunning);
   void SetMass();
@@ -145,10 +152,8 @@ class RigidBody : public BodyState {
   bool mHasLeft = false;
   double mPreviousMass = 0, mMass = 0;
   double mMargin = -1;  ///< simulation units
-  BodyPose mPoseBefore;
-  Vec3d mLinearBefore{}, mAngularBefore{};
+  Vec3d mAngularBefore{};
   std::vector<BodyContact> mContacts;
-  bool mWasHit = false;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

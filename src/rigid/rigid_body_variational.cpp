@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -20,7 +21,9 @@ Vec3d Limited(const Vec3d& change, double most) {
 bool RigidBody_Variational::Create(const BodyGeometry& geometry, const ObstacleSettings& settings,
                                    double worldToSim, bool isKeyed, const BodyMotion* restored) {
   mImpulse = mTurn = mFluidForce = mFluidTorque = {};
+  mFirstFall = {};
   mIsForeseen = mIsCarried = false;
+  mIsNew = !restored || restored->isNew;
   if (!RigidBody::Create(geometry, settings, worldToSim, isKeyed, restored)) return false;
   if (restored) {
     mImpulse = restored->impulse;
@@ -35,11 +38,13 @@ BodyMotion RigidBody_Variational::Motion() const {
   motion.impulse = mImpulse;
   motion.turn = mTurn;
   motion.isCarried = mIsCarried;
+  motion.isNew = mIsNew;
   return motion;
 }
 
 void RigidBody_Variational::Foresee(double dt, const Vec3d& gravity) {
-  mIsForeseen = IsDynamic() && !IsAsleep() && dt > 0;
+  mIsUnderWay = dt > 0;
+  mIsForeseen = IsDynamic() && !IsAsleep() && mIsUnderWay;
   mAhead = mIsForeseen ? dt : 0;
   mGravity = gravity;
 }
@@ -55,7 +60,7 @@ RigidBody_Variational::Change RigidBody_Variational::Expected() const {
 
 void RigidBody_Variational::GetFlowVelocities(Vec3d& linear, Vec3d& angular) const {
   const ObstacleSettings& s = Settings();
-  linear = LinearVelocity();
+  linear = LinearVelocity() - mFirstFall;
   angular = AngularVelocity();
   if (IsDynamic()) {
     const Change expected = Expected();
@@ -82,13 +87,25 @@ Matrix RigidBody_Variational::FlowInverseInertia() const {
 void RigidBody_Variational::TakeFluidImpulse(const Vec3d& impulse, const Vec3d& torque, double dt) {
   if (!IsDynamic() || !(dt > 0)) return;
   const ObstacleSettings& s = Settings();
+  if (IsAsleep()) return WakeBy(impulse * (mIsUnderWay ? s.forceTransfer : 0), dt);
   // In the start frame the fluid stands still and so does the body.
   const double share = mIsForeseen ? 1 : 0;
   mImpulse += impulse * (share * s.forceTransfer);
   mTurn += torque * (share * s.torqueTransfer);
   mIsCarried = Length(impulse * InverseMass()) > kCarried * Length(Expected().linear);
+  if (mIsCarried) AddVelocity(mFirstFall * -1.0);
+  mFirstFall = {};
   mFluidForce = mImpulse / dt;
   mFluidTorque = mTurn / dt;
+}
+
+/// What a fluid carries it doesn't let sleep: all else of it may flow away.
+void RigidBody_Variational::WakeBy(const Vec3d& impulse, double dt) {
+  const ObstacleSettings& s = Settings();
+  const bool isStrong = s.wakesOnForce ? Length(impulse) > s.wakeForce * dt
+                                       : Length(impulse * InverseMass()) >
+                                             kCarried * Length(mGravity * s.linearFactor) * dt;
+  if (isStrong && (s.wakesOnForce || !s.wakesOnContact)) Wake();
 }
 
 void RigidBody_Variational::BeginStep(double dt, const Vec3d& gravity) {
@@ -96,12 +113,15 @@ void RigidBody_Variational::BeginStep(double dt, const Vec3d& gravity) {
     mForce += mImpulse / dt;
     mTorque += mTurn / dt;
   }
-  mFluidForce = mFluidTorque = {};
+  mFluidForce = mFluidTorque = mFirstFall = {};
   RigidBody::BeginStep(dt, gravity);
 }
 
 void RigidBody_Variational::EndStep(double dt, i32 internalSteps) {
   RigidBody::EndStep(dt, internalSteps);
+  if (std::exchange(mIsNew, IsAsleep()) && !IsAsleep() && IsDynamic() && Contacts().empty())
+    mFirstFall = LinearVelocity() - mLinearBefore;
+  if (mIsCarried) StayAwake();
   mImpulse = mTurn = {};
 }
 

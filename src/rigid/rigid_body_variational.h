@@ -40,6 +40,13 @@ class RigidBody_Variational : public RigidBody {
   /// What gravity, forces and contacts will have changed when the step to come is over.
   Change Expected() const;
 
+  void WakeBy(const Vec3d& impulse, double dt);
+
+  /// It stood still until now. The first step of the world has to do without what a fluid round it
+  /// presses; where one turns out to carry it, that step's fall is taken back.
+  bool mIsNew = true;
+  Vec3d mFirstFall{};        ///< between the first step and its projection
+  bool mIsUnderWay = false;  ///< the start frame is over
   bool mIsForeseen = false;  ///< the fluid moves it in this step
   double mAhead = 0;         ///< seconds of it
   Vec3d mGravity{};

@@ -54,6 +54,23 @@ TEST(ConvexHull, KnowsBoxesFromOtherShapes) {
   EXPECT_NEAR(MeasureMass(hull.vertices, hull.triangles).volume, 3, 1e-3);
 }
 
+TEST(ConvexHull, OfAFlatSheetIsThatOfAThinPlate) {
+  const TurnedBox box({1, 2, 3}, {4, 3, 0.5}, 0.7, -0.4, 1);
+  const std::vector<Vec3d>& corners = box.mesh.GetVertices();
+  // One side of the box: the corners on the plane through it.
+  std::vector<Vec3d> side;
+  for (const Vec3d& c : corners)
+    if (Dot(c - Vec3d{1, 2, 3}, box.axis[2]) > 0) side.push_back(c);
+  ASSERT_EQ(side.size(), 4u);
+  const ConvexHull plate = FindConvexHull(Thickened(side));
+  const MassProperties mass = MeasureMass(plate.vertices, plate.triangles);
+  EXPECT_NEAR(mass.volume, 4 * 3 * 0.05, 2e-3) << "a hundredth of the diagonal";
+  EXPECT_LT(Length(mass.centre - Vec3d{1, 2, 3} - box.axis[2] * 0.25), 2e-3);
+  EXPECT_EQ(Thickened(corners), corners);
+  const std::vector<Vec3d> line = {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}};
+  EXPECT_EQ(Thickened(line), line);
+}
+
 BodyForm FormOf(const std::vector<Vec3d>& vertices, const std::vector<VecInt3D>& triangles) {
   BodyShape shape;
   EXPECT_TRUE(shape.Make({vertices, triangles, true}, BodyForm::Automatic, true, -1));

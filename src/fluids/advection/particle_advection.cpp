@@ -187,6 +187,13 @@ void ParticleAdvection::CollectFlows(const std::vector<iFluidSolver*>& solvers) 
   }
 }
 
+void ParticleAdvection::WatchSleepers() {
+  std::vector<VolumeBase*> obstacles;
+  CollectObstacles(*mScene, obstacles);
+  mWatch.Collect(obstacles);
+  if (!mWatch.IsEmpty()) mMotion.watch = &mWatch;
+}
+
 void ParticleAdvection::CollectVolumes() {
   // The level set of a flow has the obstacles already; what flies outside of it meets them one by
   // one.
@@ -221,6 +228,7 @@ void ParticleAdvection::Prepare() {
     if (mMode == kGrid && mMotion.flows.empty()) return void(Deactivate(kNoGridReason));
   }
   CollectVolumes();
+  if (mCollision != ParticleMotion::kNoCollision) WatchSleepers();
   mMotion.carries = UsesFlows();
   mMotion.fliesOutside = mMode == kBallistic || mMode == kGridThenBallistic;
   mMotion.order = mOrder;
@@ -255,6 +263,7 @@ void ParticleAdvection::Evaluate(const EvaluationThreadData& data) {
 
 void ParticleAdvection::Finish() {
   if (Has(FLAG_ACTIVE)) mGroup->MarkTreeStale(mKind);
+  mWatch.Wake();
   for (InstantOperator* each : mMotion.operators) each->End();
   mMotion = {};
   SetFlag(FLAG_ACTIVE, false);

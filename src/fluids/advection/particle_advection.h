@@ -46,6 +46,8 @@ class ParticleAdvection : public iObject {
   bool IsTheirLiquid(const iFluidSolver& solver) const;
   void CollectFlows(const std::vector<iFluidSolver*>& solvers);
   void CollectVolumes();
+  /// What particles hit may wake.
+  void WatchSleepers();
 
   ParticleGroup* mGroup = nullptr;
   std::vector<iFluidSolver*> mNamedSolvers;
@@ -64,6 +66,7 @@ class ParticleAdvection : public iObject {
   bool mTakesVelocity = false;
 
   ParticleMotion mMotion;  ///< of one step
+  HitWatch mWatch;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "fluids/advection/carrying_flow.h"
+#include "fluids/advection/hit_watch.h"
 #include "fluids/advection/instant_operator.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -33,6 +34,7 @@ struct ParticleMotion {
   std::vector<CarryingFlow> flows;
   std::vector<VolumeSolid> volumes;
   std::vector<InstantOperator*> operators;
+  HitWatch* watch = nullptr;  ///< is told where particles are stopped; null for no one
   bool carries = true;       ///< flows carry those that aren't ballistic
   bool fliesOutside = true;  ///< those that no flow holds go free
   i32 order = 1;             ///< of paths, as `TracePath`

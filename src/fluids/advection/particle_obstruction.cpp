@@ -98,6 +98,7 @@ bool ParticleObstruction::Solve(ParticleState& s, Leg leg, const Vec3d& a, bool 
   double flown = 0;  // of the leg
   for (i32 hits = 0; solid != SolidsRound::kNone; ++hits) {
     s.flags |= PF_COLLIDED;
+    if (mMotion.watch) mMotion.watch->Note(contact.position);
     isPushed |= IsOfMover(contact);
     beganInside |= contact.buried > 0;
     isHeld |= !IsOfMover(contact);

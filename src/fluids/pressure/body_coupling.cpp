@@ -1,11 +1,16 @@
 #include "fluids/pressure/body_coupling.h"
 
+#include <algorithm>
+
 #include "framework/body_state.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 i32 BodyCoupling::Add(BodyState& body) {
-  mBodies.push_back({&body, body.FlowInverseMass(), body.FlowInverseInertia(), {}});
+  mBodies.push_back({.state = &body,
+                     .inverseMass = body.FlowInverseMass(),
+                     .inverseInertia = body.FlowInverseInertia(),
+                     .rows = {}});
   return Count() - 1;
 }
 
@@ -20,6 +25,32 @@ void BodyCoupling::Answer(i32 body, const Vec3d& impulse, const Vec3d& turn, Vec
                           Vec3d& angular) const {
   linear = impulse * mBodies[body].inverseMass;
   angular = mBodies[body].inverseInertia.Rotate(turn);
+}
+
+void BodyCoupling::Bind(i32 body, const Vec3d& mass, const Vec3d& fluid, const Vec3d& own) {
+  constexpr double kLeast =
+      0.5;  // of a body's mass: what the lattice doesn't see of it may be more
+  Body& b = mBodies[body];
+  for (int a = 0; a < 3; ++a) {
+    const double inverse = b.inverseMass[a];
+    b.inert[a] = inverse > 0 ? std::max(mass[a], (kLeast - 1) / inverse) : mass[a];
+    b.inverseMass[a] = inverse > 0 ? 1 / (1 / inverse + b.inert[a]) : 0;
+  }
+  b.bound = mass;
+  b.boundVelocity = fluid;
+  b.ownVelocity = own;
+}
+
+Vec3d BodyCoupling::BoundChange(i32 body) const {
+  const Body& b = mBodies[body];
+  return b.bound * b.inverseMass * (b.boundVelocity - b.ownVelocity);
+}
+
+Vec3d BodyCoupling::OwnImpulse(i32 body, const Vec3d& impulse) const {
+  const Body& b = mBodies[body];
+  const Vec3d velocity = b.ownVelocity + BoundChange(body) + impulse * b.inverseMass;
+  return impulse - b.inert * (velocity - b.ownVelocity) -
+         b.bound * (b.ownVelocity - b.boundVelocity);
 }
 
 double BodyCoupling::AddProduct(const double* s, double* z) const {

@@ -26,8 +26,10 @@ struct BodyRow {
 /// A body with the velocities V = (v, w) adds J_c . V / h to the balance of cell c, J_c being the
 /// area and moment of its faces there. Pressure p presses with the force and torque -h^2 sum p_c
 /// J_c, the transpose of that, so that no work is lost, and in a step it changes V by what that
-/// impulse over mass and inertia is. So the balance, with the velocities that bodies have without
-/// pressure, gets the matrix dt h J M^-1 J^T, symmetric, of rank 6 for each body.
+/// impulse over mass and inertia is. Pressures stand at centres of cells, so that fluid between
+/// these and the body moves with it: it is bound to the body, and counts in M and V. So the
+/// balance, with the velocities that bodies have without pressure, gets the matrix dt h J M^-1 J^T,
+/// symmetric, of rank 6 for each body.
 class BodyCoupling {
  public:
   void Clear() { mBodies.clear(); }
@@ -39,6 +41,13 @@ class BodyCoupling {
   i32 Count() const { return static_cast<i32>(mBodies.size()); }
   /// Drops the rows of cells whose entry on the diagonal is 0, and takes scale and step.
   void Close(const double* diagonal, double cellSize, double dt);
+  /// Fluid of this mass along each axis moves with a body, and moved at `fluid` before while the
+  /// body moved at `own`. Its weight and inertia count with the body's.
+  void Bind(i32 body, const Vec3d& mass, const Vec3d& fluid, const Vec3d& own);
+  /// What that changes of the velocity that a body has without pressure.
+  Vec3d BoundChange(i32 body) const;
+  /// The part of an impulse on a body and the fluid bound to it that the body gets.
+  Vec3d OwnImpulse(i32 body, const Vec3d& impulse) const;
   /// z += dt h J M^-1 J^T s; returns s times what was added. In the order of bodies and rows.
   double AddProduct(const double* s, double* z) const;
   /// What the pressure of a step does to a body, in newton seconds and their moments.
@@ -54,6 +63,8 @@ class BodyCoupling {
     Vec3d inverseMass;
     Matrix inverseInertia;
     std::vector<BodyRow> rows;
+    Vec3d bound{}, boundVelocity{}, ownVelocity{};
+    Vec3d inert{};  ///< of `bound`, what counts while the pressure acts
   };
   std::vector<Body> mBodies;
   double mScale = 0;  ///< dt h

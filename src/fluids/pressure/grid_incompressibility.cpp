@@ -6,6 +6,7 @@
 #include <cmath>
 #include <utility>
 
+#include "fluids/pressure/bound_fluid.h"
 #include "fluids/pressure/projection_lines.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/rest.h"
@@ -151,7 +152,17 @@ void Grid_Incompressibility::CollectBodyRows() {
   for (i32 b = 0; b < mBodies.Count(); ++b) mBodies.Rows(b).clear();
   for (const SolidPush::BodyRows& layer : mBodyRows)
     for (const auto& [body, row] : layer) mBodies.Rows(body).push_back(row);
+  if (!mFields.density[0]) BindFluid();
   mBodies.Close(Used().GetMatrix().Diagonal(), mCellSize, mFields.dt);
+}
+
+void Grid_Incompressibility::BindFluid() {
+  for (const MovingBody& body : mMoving) {
+    if (body.coupled < 0 || !(body.state->Density() > 0)) continue;
+    const BoundFluid bound = FindBoundFluid(mFields, mBodies.Rows(body.coupled), body,
+                                            body.state->Mass() / body.state->Density());
+    mBodies.Bind(body.coupled, bound.volume * mDensity, bound.velocity, body.linear);
+  }
 }
 
 bool Grid_Incompressibility::Project() {
@@ -280,10 +291,12 @@ void Grid_Incompressibility::AddBodyCoupling(const CellBox& block) {
     for (i32 y = box.min.y; y < box.max.y; ++y) {
       const CellLine line(mFields, y, z);
       for (i32 x = box.min.x; x < box.max.x; ++x) {
-        if (line.IsClear(x) || !line.HasRow(x)) continue;
+        const bool hasRow = line.HasRow(x);
+        // Where a body's faces are in the air tells how much of it is in the liquid.
+        if (line.IsClear(x) || !(hasRow || isCoupled)) continue;
         const double b = push.Balance(x, y, z, isCoupled ? &rows : nullptr);
         if (isCoupled) mBodyRows[z].insert(mBodyRows[z].end(), rows.begin(), rows.end());
-        if (b == 0 && rows.empty()) continue;
+        if (!hasRow || (b == 0 && rows.empty())) continue;
         rhs[line.cell + x] += b;
         mCoupling[z].push_back({line.cell + x, b});
       }
@@ -294,6 +307,9 @@ void Grid_Incompressibility::AddBodyCoupling(const CellBox& block) {
 void Grid_Incompressibility::BalanceRegions() {
   mRegions.Find(mFields, mCells, Threads());
   if (!mBodies.IsEmpty()) OpenCoupledRegions();
+  for (i32 b = 0; b < mBodies.Count(); ++b)
+    if (const Vec3d change = mBodies.BoundChange(b); change != Vec3d{})
+      AddPush(b, change, {}, Used().GetRhs());
   mRegions.Balance(mFields, Used().GetRhs(), Threads());
   if (!(mWarned & kSqueezed)) CheckRegions();
 }
@@ -382,16 +398,22 @@ void Grid_Incompressibility::PressBodies() {
     Vec3d impulse, turn, linear, angular;
     mBodies.ImpulseOf(b, GetPressure().data(), impulse, turn);
     mBodies.Answer(b, impulse, turn, linear, angular);
-    const i32 layer = mCells.x * mCells.y;
-    for (const BodyRow& row : mBodies.Rows(b)) {
-      auto& terms = mCoupling[row.cell / layer];
-      const auto term =
-          std::lower_bound(terms.begin(), terms.end(), row.cell,
-                           [](const CouplingTerm& t, i32 cell) { return t.cell < cell; });
-      if (term != terms.end() && term->cell == row.cell)
-        term->value += row.Of(linear, angular) / mCellSize;
-    }
-    mBodies.Of(b).TakeFluidImpulse(impulse, turn, mFields.dt);
+    AddPush(b, linear, angular, {});
+    mBodies.Of(b).TakeFluidImpulse(mBodies.OwnImpulse(b, impulse), turn, mFields.dt);
+  }
+}
+
+void Grid_Incompressibility::AddPush(i32 body, const Vec3d& linear, const Vec3d& angular,
+                                     std::span<double> rhs) {
+  const i32 layer = mCells.x * mCells.y;
+  for (const BodyRow& row : mBodies.Rows(body)) {
+    const double push = row.Of(linear, angular) / mCellSize;
+    if (!rhs.empty()) rhs[row.cell] += push;
+    auto& terms = mCoupling[row.cell / layer];
+    const auto term =
+        std::lower_bound(terms.begin(), terms.end(), row.cell,
+                         [](const CouplingTerm& t, i32 cell) { return t.cell < cell; });
+    if (term != terms.end() && term->cell == row.cell) term->value += push;
   }
 }
 

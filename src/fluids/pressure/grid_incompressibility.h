@@ -155,6 +155,10 @@ class Grid_Incompressibility : public iObject {
   /// Rows of bodies that lie in closed regions add up to nothing, or else these aren't closed.
   void OpenCoupledRegions();
   void CollectBodyRows();
+  /// The fluid that the lattice moves with bodies counts with them.
+  void BindFluid();
+  /// Adds to what a body pushes into the cells round it.
+  void AddPush(i32 body, const Vec3d& linear, const Vec3d& angular, std::span<double> rhs);
   /// The bodies take what the pressure does to them, and push as they then move.
   void PressBodies();
   /// The linear solver in use.
@@ -176,8 +180,8 @@ class Grid_Incompressibility : public iObject {
   double mCellSize = 0;
   std::vector<MovingBody> mMoving;
   std::vector<const VolumeBase*> mResting;
-  BodyCoupling mBodies;  ///< of those that the pressure moves
-  std::vector<SolidPush::BodyRows> mBodyRows;  ///< by layer, before they go to their bodies
+  BodyCoupling mBodies;                              ///< of those that the pressure moves
+  std::vector<SolidPush::BodyRows> mBodyRows;        ///< by layer, before they go to their bodies
   std::vector<std::vector<CouplingTerm>> mCoupling;  ///< by layer, in cell order
   std::span<const SideLayer> mFarLayers;
   ClosedRegions mRegions;

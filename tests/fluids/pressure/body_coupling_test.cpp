@@ -14,7 +14,7 @@ namespace {
 
 /// A free body that remembers what pressed it.
 struct FreeBody : BodyState {
-  double mass = 1, inertia = 1;
+  double mass = 1, inertia = 1, density = 0;
   Vec3d linear{}, angular{};
   Vec3d impulse{}, turn{};
 
@@ -22,7 +22,7 @@ struct FreeBody : BodyState {
   bool IsKinematic() const override { return false; }
   bool IsStatic() const override { return false; }
   double Mass() const override { return mass; }
-  double Density() const override { return 0; }
+  double Density() const override { return density; }
   BodyPose Pose() const override { return {}; }
   Vec3d LinearVelocity() const override { return linear; }
   Vec3d AngularVelocity() const override { return angular; }
@@ -41,6 +41,7 @@ struct FreeBody : BodyState {
   void ApplyCentralImpulse(const Vec3d&) override {}
   void ApplyTorqueImpulse(const Vec3d&) override {}
   void TakeFluidImpulse(const Vec3d& p, const Vec3d& l, double) override { impulse = p, turn = l; }
+  bool AwaitsTouch() const override { return false; }
   void NoteHit() override {}
 };
 
@@ -131,6 +132,24 @@ TEST(BodyCoupling, AClosedBoxGivesBuoyancy) {
     EXPECT_LT(Length(rig.body.impulse - exact), 1e-4 * Length(exact));
     EXPECT_LT(Length(rig.body.turn), 1e-3 * Length(exact) * 4.3 * kBoxCell);
   }
+}
+
+// Of a body whose own volume is known, the fluid between it and the centres of cells, and what the
+// lattice misses of it, count: the weight is that of the fluid in its place on any lattice.
+TEST(BodyCoupling, BuoyancyIsThatOfTheBodysOwnVolume) {
+  const Vec3d fall{0.1, -0.4, 0.2};
+  for (const double radius : {2.2, 4.3})
+    for (const double heavy : {1.0, 1e9}) {
+      BallInBox rig(20, radius, kWallsAll, 2, {10.2, 9.7, 10});
+      rig.body.mass *= heavy;
+      rig.body.inertia *= heavy;
+      rig.body.density = rig.body.mass / rig.volume;
+      if (heavy == 1) rig.body.linear = fall;
+      for (i32 axis = 0; axis < 3; ++axis) rig.box.velocity[axis]->Fill(fall[axis]);
+      rig.Project();
+      const Vec3d weight = fall * (-rig.volume * kWaterDensity);
+      EXPECT_LT(Length(rig.body.impulse - weight), 1e-5 * Length(weight)) << radius << " " << heavy;
+    }
 }
 
 // A piston in a closed tube moves as far as what it presses out of one side fits into the other:

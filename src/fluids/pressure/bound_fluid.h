@@ -1,0 +1,27 @@
+// Fluid that a lattice moves with a body.
+#pragma once
+#include <span>
+
+#include "fluids/pressure/body_coupling.h"
+#include "fluids/pressure/projection_fields.h"
+#include "fluids/pressure/solid_push.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Volume along each axis and mean velocity before the projection.
+struct BoundFluid {
+  Vec3d volume{};  ///< below 0 where the lattice sees less than the body
+  Vec3d velocity{};
+};
+
+/// What rows over all cells round a body take for a part of it.
+///
+/// By the theorem of Gauss the faces of a body, each at the centre of the cell from which the fluid
+/// presses on it, enclose the volume that buoyancy counts. What that is beyond `volume`, the body's
+/// own, is fluid that moves with it: layers between centres and surface, less what the faces miss
+/// of corners. Of a body that isn't surrounded by cells nothing is known, and one of which half is
+/// in cells of air has none.
+BoundFluid FindBoundFluid(const ProjectionFields& fields, std::span<const BodyRow> rows,
+                          const MovingBody& body, double volume);
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,165 @@
+// Bodies in scenes of their own.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "fluids/mesh/multi_mesh.h"
+#include "host/mesh_files.h"
+#include "io/body_animation.h"
+#include "io/measure.h"
+#include "run/simulation.h"
+#include "scene/scene_file.h"
+
+namespace MELDO_GLOBAL::app {
+namespace {
+
+using MELDO_SULVA::Mesh;
+
+/// A scene of bodies, frame by frame.
+struct BodyScene {
+  std::optional<LoadedScene> loaded;
+  std::unique_ptr<Simulation> simulation;
+  FrameRecord record;
+  i32 frame = -1;
+
+  /// `nodes` stand before the group "all" of `names`.
+  BodyScene(const std::string& objects, const std::string& names, const std::string& nodes = "") {
+    const std::filesystem::path path =
+        std::filesystem::temp_directory_path() / ("sulva_bodies" + std::to_string(::getpid()));
+    std::ofstream(path) << R"({"sulva": 1, "fps": 25, "range": [0, 99], "objects": [)" << objects
+                        << R"(], "nodes": [{"type": "server", "name": "scene", "children": [)"
+                        << nodes
+                        << R"({"type": "mesh_multi", "name": "all", "parameters": {"objects": [)"
+                        << names << "]}}]}]}";
+    Diagnostics diagnostics;
+    loaded = LoadScene(path, diagnostics);
+    std::filesystem::remove(path);
+    if (!loaded) throw std::runtime_error(diagnostics.Lines().front());
+    simulation = std::make_unique<Simulation>(*loaded->document, loaded->servers, u64{1} << 30);
+  }
+  void RunTo(i32 last) {
+    while (frame < last) {
+      ++frame;
+      simulation->Evaluate(frame, record);
+    }
+  }
+  const Mesh* MeshOf(const std::string& name) const {
+    std::vector<Mesh*> meshes;
+    for (const auto& [id, object] : simulation->Scenes().front()->List(MELDO_SULVA::kListGeometry))
+      MELDO_SULVA::CollectMeshes(object.get(), meshes);
+    for (const Mesh* mesh : meshes)
+      if (mesh->ObjectName() == name) return mesh;
+    return nullptr;
+  }
+  double HeightOf(const std::string& name) const {
+    const Mesh* mesh = MeshOf(name);
+    return mesh && mesh->HasBody() ? mesh->GetBody()->Pose().centre.y : -1;
+  }
+};
+
+constexpr const char* kFloor =
+    R"({"name": "floor", "type": "box", "size": [400, 20, 400], "position": [0, -10, 0], "obstacle": {}})";
+
+TEST(BulletWorld, AMeshThatLosesItsTagHasNoBodyAnyMore) {
+  BodyScene scene(std::string(kFloor) +
+                      R"(, {"name": "a", "type": "box", "size": [20, 20, 20],
+                           "position": [0, 50, 0], "obstacle": {"mass": 2}},
+                          {"name": "b", "type": "box", "size": [20, 20, 20],
+                           "position": [60, 50, 0], "obstacle": {"mass": 2}})",
+                  R"("floor", "a", "b")");
+  scene.RunTo(3);
+  ASSERT_TRUE(scene.MeshOf("b")->HasBody());
+  const double height = scene.HeightOf("a");
+  scene.loaded->document->FindByName("b")->RemoveTag(host::kObstacleTag);
+  scene.RunTo(6);
+  EXPECT_FALSE(scene.MeshOf("b")->HasBody());
+  EXPECT_LT(scene.HeightOf("a"), height) << "the other one goes on";
+}
+
+TEST(BulletWorld, AFlatSheetWithAMassFalls) {
+  BodyScene scene(std::string(kFloor) +
+                      R"(, {"name": "sheet", "type": "plane", "size": [40, 30],
+                           "position": [0, 100, 0], "obstacle": {"mass": 2}})",
+                  R"("floor", "sheet")");
+  scene.RunTo(10);
+  EXPECT_NEAR(scene.HeightOf("sheet"), 1 - 0.5 * 9.81 * 0.4 * 0.4, 1e-6);
+  scene.RunTo(99);
+  EXPECT_GT(scene.HeightOf("sheet"), 0) << "and lies on the floor";
+  EXPECT_LT(scene.HeightOf("sheet"), 0.02);
+}
+
+TEST(BulletWorld, ASleeperWakesByAForceAboveItsThreshold) {
+  for (const double push : {1.0, 3.0}) {
+    BodyScene scene(R"({"name": "box", "type": "box", "size": [20, 20, 20],
+                         "position": [0, 100, 0], "obstacle": {"mass": 5, "wake_on_force": true}})",
+                    R"("box")",
+                    R"({"type": "mesh", "name": "box mesh", "parameters": {"object": "box"}},
+                       {"type": "volume", "name": "box volume", "parameters": {"mesh": "box mesh"}},
+                       {"type": "force_gravity", "name": "gust", "parameters": {"acceleration": [)" +
+                        std::to_string(push) + R"(, 0, 0]}},
+                       {"type": "rigid_forces", "name": "blow",
+                        "parameters": {"volumes": ["box volume"], "forces": ["gust"]}},)");
+    scene.RunTo(20);
+    const Mesh* mesh = scene.MeshOf("box");
+    ASSERT_NE(mesh, nullptr);
+    ASSERT_TRUE(mesh->HasBody());
+    const Vec3d way = mesh->GetBody()->Pose().centre - Vec3d{0, 1, 0};
+    if (push * 5 > 10)
+      EXPECT_GT(way.x, 0.1) << push;
+    else
+      EXPECT_LT(Length(way), 1e-6) << push;
+  }
+}
+
+// The animation holds what the statistics tell, and an object that a file moves goes the same way.
+TEST(BulletWorld, ABakedMotionIsPlayedAgain) {
+  const std::string box = R"({"name": "box", "type": "box", "size": [20, 30, 10],
+      "position": [0, 80, 0], "rotation": [20, 30, 10], "scale": [1, 1.5, 1], "obstacle": )";
+  BodyScene scene(std::string(kFloor) + ", " + box + R"({"mass": 2}})", R"("floor", "box")");
+  const std::filesystem::path folder =
+      std::filesystem::temp_directory_path() / ("sulva_bake" + std::to_string(::getpid()));
+  std::filesystem::create_directories(folder);
+  BodyPath path{"box", {}, {}, {}};
+  std::vector<Matrix> placed;
+  for (i32 frame = 0; frame <= 20; ++frame) {
+    scene.RunTo(frame);
+    FrameRecord record;
+    MeasureScene(*scene.simulation->Scenes().front(),
+                 NodeNames(*scene.loaded->document, NodeNames::Among::SameList), record);
+    const auto body = std::find_if(record.bodies.begin(), record.bodies.end(),
+                                   [](const BodyRecord& b) { return b.name == "box"; });
+    ASSERT_NE(body, record.bodies.end());
+    path.frames.push_back(frame);
+    path.centres.push_back(body->position);
+    path.rotations.push_back(
+        {body->rotation[0], body->rotation[1], body->rotation[2], body->rotation[3]});
+    placed.push_back(scene.loaded->document->FindByName("box")->GlobalMatrix());
+  }
+  BodyScene still(std::string(kFloor) + ", " + box + R"({"mass": 2}})", R"("floor", "box")");
+  std::ofstream(folder / "bodies.glb", std::ios::binary) << EncodeBodies(
+      *still.loaded->document, {path}, scene.simulation->Scenes().front()->mDomain.worldToSim);
+  BodyScene played(std::string(kFloor) + ", " + box + R"({}, "placements": ")" +
+                       (folder / "bodies.glb").string() + "\"}",
+                   R"("floor", "box")");
+  host::BaseNode* object = played.loaded->document->FindByName("box");
+  for (i32 frame = 0; frame <= 20; ++frame) {
+    object->Animate(frame);
+    const Matrix m = object->GlobalMatrix(), wanted = placed[static_cast<std::size_t>(frame)];
+    // In single precision, in host units.
+    EXPECT_LT(Length(m.offset - wanted.offset), 1e-4) << frame;
+    EXPECT_LT(Length(m.v1 - wanted.v1) + Length(m.v2 - wanted.v2) + Length(m.v3 - wanted.v3), 1e-5)
+        << frame;
+  }
+  object->Animate(7.5);
+  const Vec3d middle = (placed[7].offset + placed[8].offset) * 0.5;
+  EXPECT_LT(Length(object->GlobalMatrix().offset - middle), 1e-4) << "straight between frames";
+  EXPECT_THROW(host::ReadPlacements(folder / "bodies.glb", "ball", 25), host::MeshFileError);
+  std::filesystem::remove_all(folder);
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::app
