@@ -60,6 +60,8 @@ class PlacementReader {
       if (!mTurns.empty()) m = TurnOf(&mTurns[4 * i]);
       if (!mOffsets.empty())
         m.offset = Vec3d{mOffsets[3 * i], mOffsets[3 * i + 1], mOffsets[3 * i + 2]} * unit;
+      if (!std::isfinite(m.offset.x + m.offset.y + m.offset.z + first))
+        throw MeshFileError("has a place that isn't finite");
       // Times are in single precision: frames are whole where they nearly are.
       const double frame = mTimes[i] * fps, whole = std::round(frame);
       placements.Add(first + (std::fabs(frame - whole) < 1e-3 ? whole : frame), m);

@@ -27,6 +27,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr double kFarthest = 1e4;  // simulation units from the origin: the end of the world
+// Simulation units by which what rests overlaps: contacts that are found anew in each frame are
+// those of all corners then, and nothing rocks.
+constexpr double kOverlap = 1e-4;
 
 const RigidBody* BodyOf(const btCollisionObject& object) {
   return static_cast<const RigidBody*>(object.getUserPointer());
@@ -133,6 +136,7 @@ void BulletWorld::Build(const Scene& scene) {
   info.m_solverMode |= SOLVER_SIMD | SOLVER_RANDMIZE_ORDER;
   info.m_numIterations = scene.mRigidIterations;
   info.m_splitImpulse = true;
+  info.m_linearSlop = kOverlap;
   info.m_splitImpulsePenetrationThreshold = -0.02;
   info.m_splitImpulseTurnErp = 0.1;
   btDispatcherInfo& dispatch = mLibrary->world->getDispatchInfo();

@@ -62,7 +62,7 @@ Vec3d Diagonal(const Matrix3d& m, const Matrix& axes) {
 void BodyMotion::Persist(StateArchive& archive) {
   archive(centre, axes, isKeyed, linear, angular, calm, activation, isFrozen, hasLeft, previousMass,
           mass, force, torque, contactLinear, contactAngular, impulse, turn, isCarried, isNew,
-          volume);
+          isLulled, lull, volume);
 }
 
 RigidBody::RigidBody(BodyHome& world, std::string name) : mWorld(world), mName(std::move(name)) {}

@@ -44,6 +44,8 @@ struct BodyMotion {
   Vec3d impulse{}, turn{};                  ///< of the fluid, for the next step
   bool isCarried = false;
   bool isNew = false;  ///< it stood still until now
+  bool isLulled = false;
+  Vec3d lull{};
   double volume = 0;
   void Persist(StateArchive& archive);
 };

@@ -24,6 +24,8 @@ bool RigidBody_Variational::Create(const BodyGeometry& geometry, const ObstacleS
   mFirstFall = {};
   mIsForeseen = mIsCarried = false;
   mIsNew = !restored || restored->isNew;
+  mIsLulled = restored && restored->isLulled;
+  mLull = restored ? restored->lull : Vec3d{};
   if (!RigidBody::Create(geometry, settings, worldToSim, isKeyed, restored)) return false;
   if (restored) {
     mImpulse = restored->impulse;
@@ -39,6 +41,8 @@ BodyMotion RigidBody_Variational::Motion() const {
   motion.turn = mTurn;
   motion.isCarried = mIsCarried;
   motion.isNew = mIsNew;
+  motion.isLulled = mIsLulled;
+  motion.lull = mLull;
   return motion;
 }
 
@@ -87,7 +91,8 @@ Matrix RigidBody_Variational::FlowInverseInertia() const {
 void RigidBody_Variational::TakeFluidImpulse(const Vec3d& impulse, const Vec3d& torque, double dt) {
   if (!IsDynamic() || !(dt > 0)) return;
   const ObstacleSettings& s = Settings();
-  if (IsAsleep()) return WakeBy(impulse * (mIsUnderWay ? s.forceTransfer : 0), dt);
+  if (IsAsleep()) return WakeBy(impulse * ((mIsUnderWay ? s.forceTransfer : 0) / dt));
+  mIsLulled = false;
   // In the start frame the fluid stands still and so does the body.
   const double share = mIsForeseen ? 1 : 0;
   mImpulse += impulse * (share * s.forceTransfer);
@@ -99,13 +104,16 @@ void RigidBody_Variational::TakeFluidImpulse(const Vec3d& impulse, const Vec3d& 
   mFluidTorque = mTurn / dt;
 }
 
-/// What a fluid carries it doesn't let sleep: all else of it may flow away.
-void RigidBody_Variational::WakeBy(const Vec3d& impulse, double dt) {
+/// The fluid round a sleeping body may come or go.
+void RigidBody_Variational::WakeBy(const Vec3d& force) {
   const ObstacleSettings& s = Settings();
-  const bool isStrong = s.wakesOnForce ? Length(impulse) > s.wakeForce * dt
-                                       : Length(impulse * InverseMass()) >
-                                             kCarried * Length(mGravity * s.linearFactor) * dt;
-  if (isStrong && (s.wakesOnForce || !s.wakesOnContact)) Wake();
+  if (!std::exchange(mIsLulled, true)) mLull = force;
+  if (s.wakesOnForce) {
+    if (Length(force) > s.wakeForce) Wake();
+  } else if (!s.wakesOnContact) {
+    const double change = Length((force - mLull) * InverseMass());
+    if (change > kCarried * Length(mGravity * s.linearFactor)) Wake();
+  }
 }
 
 void RigidBody_Variational::BeginStep(double dt, const Vec3d& gravity) {
@@ -121,7 +129,8 @@ void RigidBody_Variational::EndStep(double dt, i32 internalSteps) {
   RigidBody::EndStep(dt, internalSteps);
   if (std::exchange(mIsNew, IsAsleep()) && !IsAsleep() && IsDynamic() && Contacts().empty())
     mFirstFall = LinearVelocity() - mLinearBefore;
-  if (mIsCarried) StayAwake();
+  // What nothing but a fluid holds may be left by it.
+  if (mIsCarried && Contacts().empty()) StayAwake();
   mImpulse = mTurn = {};
 }
 

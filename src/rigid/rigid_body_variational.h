@@ -40,8 +40,10 @@ class RigidBody_Variational : public RigidBody {
   /// What gravity, forces and contacts will have changed when the step to come is over.
   Change Expected() const;
 
-  void WakeBy(const Vec3d& impulse, double dt);
+  void WakeBy(const Vec3d& force);
 
+  bool mIsLulled = false;
+  Vec3d mLull{};  ///< while it sleeps: what the fluid pressed with when it fell asleep
   /// It stood still until now. The first step of the world has to do without what a fluid round it
   /// presses; where one turns out to carry it, that step's fall is taken back.
   bool mIsNew = true;

@@ -11,6 +11,7 @@
 #include "host/mesh_files.h"
 #include "io/body_animation.h"
 #include "io/measure.h"
+#include "rigid/rigid_body.h"
 #include "run/simulation.h"
 #include "scene/scene_file.h"
 
@@ -55,6 +56,10 @@ struct BodyScene {
       if (mesh->ObjectName() == name) return mesh;
     return nullptr;
   }
+  bool IsAwake(const std::string& name) const {
+    const auto* body = dynamic_cast<const MELDO_SULVA::RigidBody*>(MeshOf(name)->GetBody());
+    return body && !body->IsAsleep();
+  }
   double HeightOf(const std::string& name) const {
     const Mesh* mesh = MeshOf(name);
     return mesh && mesh->HasBody() ? mesh->GetBody()->Pose().centre.y : -1;
@@ -78,6 +83,16 @@ TEST(BulletWorld, AMeshThatLosesItsTagHasNoBodyAnyMore) {
   scene.RunTo(6);
   EXPECT_FALSE(scene.MeshOf("b")->HasBody());
   EXPECT_LT(scene.HeightOf("a"), height) << "the other one goes on";
+}
+
+// Contacts start anew with each frame: a box must not tip over those that were found first.
+TEST(BulletWorld, ABoxThatLiesSleeps) {
+  BodyScene scene(std::string(kFloor) +
+                      R"(, {"name": "a", "type": "box", "size": [24, 24, 24],
+                           "position": [50, 14, 0], "obstacle": {"mass": 4}})",
+                  R"("floor", "a")");
+  scene.RunTo(80);
+  EXPECT_FALSE(scene.IsAwake("a"));
 }
 
 TEST(BulletWorld, AFlatSheetWithAMassFalls) {
