@@ -116,6 +116,7 @@ BulletWorld::BulletWorld() = default;
 BulletWorld::~BulletWorld() { Reset(); }
 
 void BulletWorld::Reset() {
+  if (mLibrary) mLibrary->DropPairs();
   mBodies.clear();
   mRestored.clear();
   mKeyed.clear();

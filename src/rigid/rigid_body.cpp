@@ -350,9 +350,11 @@ void RigidBody::BeginStep(double dt, const Vec3d& gravity) {
   mBody->clearForces();
   if (mSettings.wakesOnForce && Length(mForce) > mSettings.wakeForce) Wake();
   mFall = mMass > 0 ? gravity * mSettings.linearFactor : Vec3d{};
-  if (mIsCarried && !IsAsleep()) {
+  const Vec3d change = (mFall + mForce * InverseMass()) * dt;
+  // What a contact holds would bounce off it with all of that at once.
+  mIsAhead = mIsCarried && !IsAsleep() && Length(mContactLinear) <= kFree * Length(change);
+  if (mIsAhead) {
     mBody->setGravity({0, 0, 0});
-    const Vec3d change = (mFall + mForce * InverseMass()) * dt;
     mBody->setLinearVelocity(ToBullet(LinearVelocity() + change));
     const Vec3d spin = InverseInertia().Rotate(mTorque) * dt;
     mBody->setAngularVelocity(TurnToBullet(AngularVelocity() + spin));
@@ -373,7 +375,7 @@ void RigidBody::EndStep(double dt, i32 internalSteps) {
   mContactLinear = LinearVelocity() - mLinearBefore - free * dt;
   // The library moves bodies at the velocity that they have at the end of each of its steps, which
   // brings one that falls freely ahead.
-  if (!mIsCarried && mContacts.empty() && Length(mContactLinear) <= kFree * Length(free) * dt) {
+  if (!mIsAhead && mContacts.empty() && Length(mContactLinear) <= kFree * Length(free) * dt) {
     btTransform place = mBody->getCenterOfMassTransform();
     place.setOrigin(place.getOrigin() - ToBullet(free * (0.5 * dt * dt / internalSteps)));
     mBody->setCenterOfMassTransform(place);

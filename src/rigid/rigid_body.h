@@ -128,6 +128,7 @@ class RigidBody : public BodyState {
   /// velocities take all of it ahead of the step, places follow the new ones, and what swings
   /// doesn't swing up (symplectic Euler). Else it acts evenly, so that what falls does so exactly.
   bool mIsCarried = false;
+  bool mIsAhead = false;                      ///< it does so in this step
   Vec3d mContactLinear{}, mContactAngular{};  ///< what contacts changed in the last step
   Vec3d mLinearBefore{};                      ///< the velocity before it
 
