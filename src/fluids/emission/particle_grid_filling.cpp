@@ -121,6 +121,9 @@ class ObjectParticleGridEmitter::Filler {
       *mColour = mEmitter.mColour->AtPlace(mCentre * mEmitter.GetDomain().simToWorld);
     mParticle.position = p;
     mEmitter.mHandler.Emit(mParticle, mShare);
+    // With a wider spacing not every place is taken.
+    if (lattice.spacing <= lattice.step)
+      mEmitter.mHandler.Births().FillSpace(mShare, lattice.step * lattice.step * lattice.step);
     return 1;
   }
 

@@ -11,6 +11,7 @@ void ParticleStore::Reset(const GridLayout& layout) {
   mLayout = layout;
   mBounds = {};
   mNextId = 0;
+  mFilled = {};
   mBorn = mDied = 0;
   NoteRows();
 }
@@ -38,10 +39,12 @@ void ParticleStore::Take(ParticleBirths& births) {
   const i64 wanted = first + births.Count();
   // Half as many more have room, so that a stream of births doesn't copy all rows each step.
   if (wanted > RoomFor()) Reserve(first == 0 ? wanted : wanted + wanted / 2);
+  mFilled.Add(births.Filled());
   for (i32 share = 0; share < kShares; ++share) {
     Append(births.Of(share));
     births.Of(share).Clear();
   }
+  births.Clear();
   Grew(first);
 }
 
@@ -172,7 +175,7 @@ void ParticleBounds::Add(const ParticleBounds& other) {
 
 void ParticleStore::Persist(StateArchive& archive) {
   ParticleColumns::Persist(archive);
-  archive(mNextId, mBorn, mDied);
+  archive(mNextId, mBorn, mDied, mFilled.particles, mFilled.volume);
   PersistLayout(archive);
   if (archive.IsLoading()) NoteRows();
 }

@@ -45,6 +45,12 @@ class ParticleStore : public ParticleColumns {
   /// The row of the particle with an id, or -1. Any worker.
   i32 RowOf(i32 id) const;
 
+  /// What particles made so far fill at rest, those who are gone among them; nothing where emitters
+  /// told it of fewer than half.
+  FilledSpace Filled() const {
+    return 2 * mFilled.particles >= i64{mNextId} ? mFilled : FilledSpace();
+  }
+
   const GridLayout& Layout() const { return mLayout; }
   /// The radius of particles without one: half a cell. Simulation units.
   double DefaultRadius() const { return mLayout.halfCell; }
@@ -64,6 +70,7 @@ class ParticleStore : public ParticleColumns {
   GridLayout mLayout;
   ParticleBounds mBounds;
   u32 mNextId = 0;
+  FilledSpace mFilled;
   std::vector<std::pair<i32, i32>> mRowsById;  ///< sorted; empty when rows changed
   CountedMemory mMemory;
 };

@@ -122,17 +122,31 @@ void WaterSolver::ForgetRest() {
   mIsRestFound = false;
 }
 
+double WaterSolver::ToldRest() const {
+  FilledSpace all;
+  for (const ParticleGroup* group : groups) {
+    const ParticleStore& store = group->Store(kLiquid);
+    if (store.Count() == 0) continue;
+    const FilledSpace own = store.Filled();
+    if (own.particles == 0) return 0;
+    all.Add(own);
+  }
+  const double h = mSurface->mLayout.cellSize;
+  return all.volume > 0 ? h * h * h * static_cast<double>(all.particles) / all.volume : 0.0;
+}
+
 void WaterSolver::FindSurface() {
   // A part of what is too much in a cell makes room for itself in a step, and of a lack, closes.
   constexpr double kEase = 0.25;
   const double dt = mScene->mTime.stepDuration;
   mLevelSet.mCrowd = {mFlow.mDivergence.GetGridForWrite(0), dt > 0 ? kEase / dt : 0.0};
-  // How many fill a cell is told by what emitters made, not by what a flow has pressed together or
-  // torn: once by enough cells, and until then whenever there is twice as much.
+  // How many fill a cell is told by who made them. Else they tell it themselves, once by enough
+  // cells, and until then whenever there is twice as much: later a flow has pressed them together
+  // or torn them.
   constexpr i64 kEnough = 27;
   if (mSort.Count() == 0) ForgetRest();
-  if (correctsPositions)
-    mLevelSet.mRest = particlesPerCell;
+  if (const double told = correctsPositions ? particlesPerCell : ToldRest(); told > 0)
+    mLevelSet.mRest = told;
   else if (!mIsRestFound && mSort.Count() > 2 * i64{mRestCount}) {
     mLevelSet.mRest = 0;
     mRestCount = mSort.Count();

@@ -63,6 +63,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   /// Sorts the particles, unless they are as when last sorted.
   void Sort();
   void FindSurface();
+  /// How many particles fill a cell by what emitters tell; 0 where they tell nothing.
+  double ToldRest() const;
   /// How many particles fill a cell isn't known any more.
   void ForgetRest();
   /// Of the extrapolation.

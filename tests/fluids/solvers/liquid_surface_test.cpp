@@ -105,6 +105,28 @@ TEST(LiquidSurface, AColumnThatAnEmitterScatteredRestsAtAnyDepth) {
   }
 }
 
+// A stream that comes torn is as much water as its particles, and lies nearly as high as that.
+TEST(LiquidSurface, TornWaterSettlesToTheSpaceThatEmittersTell) {
+  constexpr i32 kWide = 8, kDepth = 12, kTorn = 5, kFull = 8;
+  LiquidRig rig({kWide, 16, kWide});
+  std::mt19937 random(3);
+  std::uniform_real_distribution<double> within(0, 1);
+  ParticleBirths births;
+  ParticleTemplate particle;
+  particle.flags |= PF_KIND_LIQUID | PF_ALIVE;
+  for (i32 i = 0; i < kTorn * kWide * kDepth * kWide; ++i) {
+    particle.position =
+        Vec3d{kWide * within(random), kDepth * within(random), kWide * within(random)} * rig.Cell();
+    births.Of(0).Append(particle);
+    births.FillSpace(0, std::pow(rig.Cell(), 3) / kFull);
+  }
+  rig.Store().Take(births);
+  rig.Commit();
+  for (i32 i = 0; i < 100; ++i) rig.Step();
+  const double exact = 0.5 * kDepth * kTorn / kFull * rig.Cell();
+  EXPECT_NEAR(rig.Centroid().y, exact, 0.12 * exact);
+}
+
 TEST(LiquidSurface, AFilmSlidesDownASlope) {
   constexpr double kAngle = 0.21;
   for (const double depth : {0.25, 0.5}) {
