@@ -140,10 +140,10 @@ ObjectParticleGridEmitter::Limits ObjectParticleGridEmitter::LimitsIn(
 
 double ObjectParticleGridEmitter::CountWanted() const {
   double count = 0;
-  for (const VolumeBase* member : mMembers) {
-    const EGrid<double>& grid = *member->GetGrid();
+  for (const FilledVolume& member : mMembers) {
+    const EGrid<double>& grid = member.Grid();
     const double cell = grid.mLayout.cellSize;
-    const Limits limits = LimitsIn(*member);
+    const Limits limits = LimitsIn(*member.Volume());
     // Places in a cell lie up to half of its diagonal off a node.
     const double low = limits.hasLow ? limits.low - cell : -std::numeric_limits<double>::max();
     const double outer = LatticeOf(mOuterSubdivision, cell).Count(),
@@ -184,7 +184,8 @@ void ObjectParticleGridEmitter::FindSolids() {
   CollectObstacles(*mScene, mSolids);
   std::erase_if(mSolids, [&](const VolumeBase* solid) {
     return !solid->Has(FLAG_ENABLED) || !solid->HasGridData() ||
-           std::find(mMembers.begin(), mMembers.end(), solid) != mMembers.end();
+           std::any_of(mMembers.begin(), mMembers.end(),
+                       [&](const FilledVolume& member) { return member.Volume() == solid; });
   });
 }
 
@@ -194,11 +195,13 @@ void ObjectParticleGridEmitter::Prepare() {
   SetFlag(FLAG_ACTIVE, false);
   if (IsRepeated()) return void(Deactivate(kNotDueReason));
   if (!mVolume) return void(Deactivate("it has no volume; name one under 'volume'"));
-  mVolume->CollectMembers(mMembers);
-  std::erase_if(mMembers, [](const VolumeBase* member) { return !member->HasGridData(); });
+  std::vector<VolumeBase*> members;
+  mVolume->CollectMembers(members);
+  for (VolumeBase* member : members)
+    if (member->HasGridData()) mMembers.emplace_back(*member, mKind == kLiquid);
   if (mMembers.empty()) return void(Deactivate("its volume has no grid"));
   i32 layers = 0;
-  for (const VolumeBase* member : mMembers) layers = std::max(layers, member->GetGrid()->mNz - 3);
+  for (const FilledVolume& member : mMembers) layers = std::max(layers, member.Grid().mNz - 3);
   if (layers <= 0) return void(Deactivate("its volume is thinner than a cell"));
   if (mSettings->mRate && mSettings->GetAmount() <= 0) return void(Deactivate(kNoRateReason));
   if (mColourImage) mTemplate.Set(property_id::kColor, Vec3d{});

@@ -2,6 +2,7 @@
 #pragma once
 #include <algorithm>
 
+#include "fluids/emission/filled_volume.h"
 #include "fluids/emission/particle_emitter.h"
 #include "fluids/flow/ifluid_solver.h"
 
@@ -78,9 +79,9 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   double mMinSpacing = 0.5;
 
   // Of one step.
-  std::vector<VolumeBase*> mMembers;  ///< of the volume, those with a grid
-  std::vector<const Flow*> mLiquids;  ///< outside of which nothing is made, unless there are none
-  std::vector<VolumeBase*> mSolids;   ///< in which no liquid is made
+  std::vector<FilledVolume> mMembers;  ///< of the volume, those with a grid
+  std::vector<const Flow*> mLiquids;   ///< outside of which nothing is made, unless there are none
+  std::vector<VolumeBase*> mSolids;    ///< in which no liquid is made
   std::optional<host::ImageObject::Sampler> mColour;
 };
 

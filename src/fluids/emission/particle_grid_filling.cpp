@@ -14,12 +14,12 @@ class ObjectParticleGridEmitter::Filler {
   /// `member` counts the volumes of a group.
   Filler(ObjectParticleGridEmitter& emitter, std::size_t member, i32 share)
       : mEmitter(emitter),
-        mVolume(*emitter.mMembers[member]),
+        mVolume(emitter.mMembers[member]),
         mBefore(std::span(emitter.mMembers).first(member)),
         mBehind(std::span(emitter.mMembers).subspan(member + 1)),
         mShare(share),
-        mCell(mVolume.GetGrid()->mLayout.cellSize),
-        mLimits(emitter.LimitsIn(mVolume)),
+        mCell(mVolume.Grid().mLayout.cellSize),
+        mLimits(emitter.LimitsIn(*mVolume.Volume())),
         mOuter(emitter.LatticeOf(emitter.mOuterSubdivision, mCell)),
         mInner(emitter.LatticeOf(emitter.mInnerSubdivision, mCell)),
         mParticle(emitter.mTemplate),
@@ -27,9 +27,9 @@ class ObjectParticleGridEmitter::Filler {
 
   void FillCell(const VecInt3D& cell) {
     const Vec3d half{mCell * 0.5, mCell * 0.5, mCell * 0.5};
-    mCorner = mVolume.GetGrid()->PositionOf(cell.x, cell.y, cell.z);
+    mCorner = mVolume.Grid().PositionOf(cell.x, cell.y, cell.z);
     mCentre = mCorner + half;
-    const double phi = mVolume.DistanceAtWorld(mCentre);
+    const double phi = mVolume.Volume()->DistanceAtWorld(mCentre);
     if (static_cast<f32>(phi - (mCell + mLimits.high)) >= 0) return;
     const Lattice& lattice = phi >= mEmitter.mBand ? mOuter : mInner;
     double budget = lattice.Count() - CountInside(half);
@@ -69,12 +69,13 @@ class ObjectParticleGridEmitter::Filler {
   }
 
   /// Whether one of other volumes of the group holds a place.
-  bool Holds(std::span<VolumeBase* const> volumes, const Vec3d& p) const {
-    return std::any_of(volumes.begin(), volumes.end(), [&](const VolumeBase* other) {
-      return other->IsInBounds(p) && mEmitter.LimitsIn(*other).Hold(other->DistanceAtWorld(p));
+  bool Holds(std::span<const FilledVolume> volumes, const Vec3d& p) const {
+    return std::any_of(volumes.begin(), volumes.end(), [&](const FilledVolume& other) {
+      return other.Volume()->IsInBounds(p) &&
+             mEmitter.LimitsIn(*other.Volume()).Hold(other.DistanceAt(p));
     });
   }
-  bool IsMine(const Vec3d& p) const { return mLimits.Hold(mVolume.DistanceAtWorld(p)); }
+  bool IsMine(const Vec3d& p) const { return mLimits.Hold(mVolume.DistanceAt(p)); }
   /// Whether a particle stands where another volume fills the cell.
   bool IsOfOthers(const Vec3d& p) const {
     return Holds(mBefore, p) || (!mBehind.empty() && !IsMine(p) && Holds(mBehind, p));
@@ -128,9 +129,9 @@ class ObjectParticleGridEmitter::Filler {
   }
 
   ObjectParticleGridEmitter& mEmitter;
-  const VolumeBase& mVolume;
+  const FilledVolume& mVolume;
   /// Volumes of the group: the places of those before are theirs, and its own no later one's.
-  std::span<VolumeBase*const> mBefore, mBehind;
+  std::span<const FilledVolume> mBefore, mBehind;
   i32 mShare;
   double mCell;
   Limits mLimits;
@@ -145,7 +146,7 @@ void ObjectParticleGridEmitter::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
   for (std::size_t member = 0; member < mMembers.size(); ++member) {
     Filler filler(*this, member, data.index);
-    const VecInt3D n = mMembers[member]->GetGrid()->Dims();
+    const VecInt3D n = mMembers[member].Grid().Dims();
     const IndexRange layers = data.ItemsOf(1, n.z - 2);
     for (i32 z = layers.first; z < layers.last && !data.TestBreak(); ++z)
       for (i32 y = 1; y < n.y - 2; ++y)

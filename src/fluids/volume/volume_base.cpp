@@ -156,6 +156,8 @@ Vec3d VolumeBase::SurfaceVelocityAt(const Vec3d& p) const {
 
 std::optional<SharpSurface> VolumeBase::GetSharpSurface() const { return {}; }
 
+std::optional<SharpSurface> VolumeBase::GetOutline() const { return {}; }
+
 bool VolumeBase::TakeCachedPlace(const GridLayout& layout, i32 kind) {
   if (kind != kNode) return false;
   mSecondBox = layout;

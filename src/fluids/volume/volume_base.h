@@ -118,6 +118,8 @@ class VolumeBase : public iVolume, public CachedGrids {
   /// The surface of an obstacle between its nodes; nothing without triangles or for hollow shells,
   /// and none where triangles enclose nothing.
   virtual std::optional<SharpSurface> GetSharpSurface() const;
+  /// The same of what its triangles enclose, whether an obstacle or not.
+  virtual std::optional<SharpSurface> GetOutline() const;
   /// An obstacle whose triangles enclose nothing: its distances have no sign.
   virtual bool IsSheet() const { return false; }
   /// Another number for other distances.

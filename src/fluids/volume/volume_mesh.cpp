@@ -258,10 +258,14 @@ std::optional<SharpSurface> VolumeMesh::GetSharpSurface() const {
   return IsSolid() && !mIsSheet ? GetSurface() : std::nullopt;
 }
 
+std::optional<SharpSurface> VolumeMesh::GetOutline() const {
+  return mShellThickness >= 1 && !mIsSheet ? GetSurface() : std::nullopt;
+}
+
 void VolumeMesh::FindThinWalls(i32 threads) {
   mThinWalls.Clear();
-  if (!IsSolid()) return;
   mInwards = SharpSurface::TurnsInwards(mMesh->mMesh) != mInverted;
+  if (!IsSolid()) return;
   const auto surface = GetSurface();
   if (!surface) return;
   mThinWalls.Find(*surface, mIsSheet ? ThinWalls::kSheet : ThinWalls::kSolid, mVoxelised.moves,

@@ -39,6 +39,7 @@ class VolumeMesh : public VolumeBase {
   bool HasPassed(const Vec3d& p, const Vec3d& motion) const override;
   const ThinWalls* GetThinWalls() const override;
   std::optional<SharpSurface> GetSharpSurface() const override;
+  std::optional<SharpSurface> GetOutline() const override;
   bool IsSheet() const override { return mIsSheet; }
   void Persist(StateArchive& archive) override;
   /// Unit normal of the triangle that is nearest to node `index` of the grid; zero for a degenerate
