@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "fluids/flow/face_stencil.h"
-#include "fluids/particles/cell_filling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -32,8 +31,10 @@ void EvenDensity::Measure(const ParticleSort& sort, Flow& flow, Grid<double>& de
   ForEachBlock(dense.mNz, flow.Threads(),
                [&](i32 z) { std::fill_n(dense.mData + z * dense.mSlice, dense.mSlice, 0.0); });
   const FaceStencil stencil(layout, kCentre);
+  const EvenCells* even = EvenOf(flow);
   sort.ForEachBySlab(flow.Threads(), [&](const ParticleSort::Entry& entry) {
-    stencil.At(layout.ToCells(entry.position)).AddWeights(dense.mData);
+    const Vec3d p = layout.ToCells(entry.position);
+    stencil.At(even ? even->Place(p) : p).AddWeights(dense.mData);
   });
 }
 

@@ -1,7 +1,7 @@
 // What keeps the particles of a liquid evenly dense.
 #pragma once
 #include "fluids/flow/flow.h"
-#include "fluids/particles/particle_sort.h"
+#include "fluids/particles/cell_filling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -22,6 +22,12 @@ class EvenDensity {
 
   double mPerCell = 8;        ///< particles in a cell of the liquid at rest
   bool mKeepsVolume = false;  ///< something else sees to the volume of the whole
+  /// Cells that still particles share out, which are as they should be; null where none are.
+  const EvenCells* mEven = nullptr;
+  /// The same if they are those of the flow.
+  const EvenCells* EvenOf(const Flow& flow) const {
+    return mEven && mEven->mData && mEven->Dims() == flow.GetLayout()->dims ? mEven : nullptr;
+  }
 
   static constexpr double kShare = 0.5;  ///< of an excess that goes in a step
   static constexpr double kMost = 0.5;   ///< largest excess that counts

@@ -43,20 +43,18 @@ CellFilling::CellFilling(const ParticleSort& sort, const EGrid<float>* open, EGr
       mSums(sums),
       mNotes(sums.Dims(), kMarkKind) {}
 
-Vec3d CellFilling::OffsetIn(std::span<const ParticleSort::Entry> particles, bool& isShared) const {
-  constexpr double kStill = 0.02;  // cells a second
-  const double still = kStill * mSums.mLayout.cellSize;
-  const i32 parts = PartsOf(particles.size());
-  isShared = parts > 0 && !particles.empty();
+Vec3d CellFilling::OffsetIn(std::span<const ParticleSort::Entry> particles, i32& notes) const {
+  constexpr double kStillSpeed = 0.02;  // cells a second
+  const double still = kStillSpeed * mSums.mLayout.cellSize;
   for (const ParticleSort::Entry& entry : particles) {
-    if (!isShared) return {};
     const Vec3d v = mSort.Groups()[entry.group]->Store(mSort.Kind()).Velocities()[entry.row];
-    isShared = Dot(v, v) < still * still;
+    if (!(Dot(v, v) < still * still)) return {};
   }
+  const i32 parts = PartsOf(particles.size());
+  notes |= particles.empty() ? 0 : kStill;
   Vec3d offset;
   u64 taken = 0;
   for (const ParticleSort::Entry& entry : particles) {
-    if (!isShared) return {};
     const Vec3d p = mSort.Layout().ToCells(entry.position);
     i32 part = 0;
     for (int a = 0; a < 3; ++a) {
@@ -65,9 +63,10 @@ Vec3d CellFilling::OffsetIn(std::span<const ParticleSort::Entry> particles, bool
       part = part * parts + at;
       offset[a] += own - (at + 0.5) / parts;
     }
-    isShared = !(taken & u64{1} << part);
+    if (parts == 0 || (taken & u64{1} << part)) return {};
     taken |= u64{1} << part;
   }
+  notes |= particles.empty() ? 0 : kShared;
   return offset;
 }
 
@@ -80,13 +79,12 @@ void CellFilling::FindNotes() {
       for (i32 x = 0, i = mSums.Index(0, y, z); x < n.x; ++x, ++i) {
         const VecInt3D at{x, y, z};
         const auto particles = mSort.Cell(at);
-        bool isShared = false;
-        const Vec3d offset = OffsetIn(particles, isShared);
-        if (isShared) {
+        i32 notes = particles.empty() ? 0 : kHolds;
+        const Vec3d offset = OffsetIn(particles, notes);
+        if (notes & kShared) {
           found.offset += offset;
           found.sharing += static_cast<i64>(particles.size());
         }
-        i32 notes = particles.empty() ? 0 : isShared ? kHolds | kShared : kHolds;
         if (!HasOpening(i) || (notes && IsWhole(i))) notes |= kFull;
         for (i32 axis = 0; axis < 3 && mOpen; ++axis) {
           if (at[axis] > 0 && !HasOpening(i - steps[axis])) notes |= 1 << (2 * axis);
@@ -148,13 +146,18 @@ bool CellFilling::IsAmongShared(const VecInt3D& at) const {
 }
 
 void CellFilling::FindEven() {
-  mEven = mParts > 0 ? std::make_unique<Grid<u8>>(mSums.Dims(), kMarkKind) : nullptr;
+  mEven = mParts > 0 ? std::make_unique<EvenCells>(mSums.Dims(), kMarkKind) : nullptr;
   if (mEven && !mEven->mData) mEven.reset();
   if (!mEven) return;
+  // What has strayed over the border of its part since doesn't turn the rest into chance again.
+  const std::size_t full = static_cast<std::size_t>(mParts) * mParts * mParts,
+                    most = full + full / 4;
   ForEachLine(mSums, [&](i32 y, i32 z) {
-    for (i32 x = 0, i = mSums.Index(0, y, z); x < mSums.mNx; ++x, ++i)
-      (*mEven)[i] = (mNotes[i] & kShared) && PartsOf(mSort.Cell({x, y, z}).size()) <= mParts &&
-                    IsAmongShared({x, y, z});
+    for (i32 x = 0, i = mSums.Index(0, y, z); x < mSums.mNx; ++x, ++i) {
+      const bool isEven =
+          (mNotes[i] & kStill) && mSort.Cell({x, y, z}).size() <= most && IsAmongShared({x, y, z});
+      (*mEven)[i] = static_cast<u8>(isEven ? mParts : 0);
+    }
   });
 }
 
@@ -173,10 +176,7 @@ void CellFilling::Spread() {
     VecInt3D cell;
     for (int a = 0; a < 3; ++a) cell[a] = std::clamp(static_cast<i32>(p[a]), 0, n[a] - 1);
     const i32 own = mSums.Index(cell.x, cell.y, cell.z), sides = mNotes[own];
-    if (mEven && (*mEven)[own]) {
-      const double parts = mParts;
-      for (int a = 0; a < 3; ++a) p[a] = (std::floor(p[a] * parts) + 0.5) / parts;
-    }
+    if (mEven) p = mEven->Place(p);
     const SplineWeights x(p.x, n.x, sides), y(p.y, n.y, sides >> 2), z(p.z, n.z, sides >> 4);
     for (i32 k = 0; k < 3; ++k)
       for (i32 j = 0; j < 3; ++j) {

@@ -1,5 +1,7 @@
 // How full particles make cells.
 #pragma once
+#include <algorithm>
+#include <cmath>
 #include <memory>
 #include <vector>
 
@@ -7,6 +9,24 @@
 #include "grids/egrid.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Into how many parts along an axis still particles share out the cells of a grid, which they
+/// fill evenly though chance put them off the middles of their parts; 0 for other cells.
+struct EvenCells : Grid<u8> {
+  using Grid<u8>::Grid;
+  i32 PartsAt(const Vec3d& p) const {
+    VecInt3D cell;
+    for (i32 a = 0; a < 3; ++a) cell[a] = std::clamp(static_cast<i32>(p[a]), 0, Dims()[a] - 1);
+    return (*this)[Index(cell.x, cell.y, cell.z)];
+  }
+  /// A place, in cells, or the middle of its part.
+  Vec3d Place(const Vec3d& p) const {
+    const double parts = PartsAt(p);
+    if (!(parts > 0)) return p;
+    const auto middle = [&](double v) { return (std::floor(v * parts) + 0.5) / parts; };
+    return {middle(p.x), middle(p.y), middle(p.z)};
+  }
+};
 
 /// The particles about the cells of a grid, against what is open there.
 ///
@@ -51,6 +71,9 @@ class CellFilling {
   };
   void Find(i32 y, i32 z, Surroundings& line) const;
 
+  /// What `Spread` found, which this forgets.
+  std::unique_ptr<EvenCells> TakeEven() { return std::move(mEven); }
+
   bool IsAllOpen() const { return !mOpen; }
   bool HasOpening(i32 i) const { return !mOpen || (*mOpen)[i] > 0; }
   /// Little of the cell is solid: what it gets tells of the particles more than of the solid.
@@ -60,7 +83,8 @@ class CellFilling {
     return static_cast<double>(mSort.Cell(at).size());
   }
   /// The cell, or one beside it, is one of those beside closed cells that hold fewer than `kLeast`
-  /// of `rest` particles, it and those about it: what lacks may be air under a lid.
+  /// of `rest` particles, it and those about it, and hold them away from there: what lacks may be
+  /// air under a lid.
   bool IsUnderLid(const VecInt3D& at, double rest) const;
   bool Holds(i32 i) const { return mNotes[i] & kHolds; }
 
@@ -82,7 +106,7 @@ class CellFilling {
   static constexpr double kLeast = 0.75;
 
  private:
-  static constexpr u16 kHolds = 64, kFull = 128, kShared = 256, kBesideClosed = 63;
+  static constexpr u16 kHolds = 64, kFull = 128, kShared = 256, kStill = 512, kBesideClosed = 63;
 
   /// Notes for each cell whether it holds particles, whether it does so all through or is closed,
   /// whether they share it out evenly, and which of its neighbours, low and high on each axis, are
@@ -101,9 +125,11 @@ class CellFilling {
     return (mNotes[i] & 3) != 0 && (mNotes[i] & 12) != 0 && (mNotes[i] & 48) != 0;
   }
   bool IsGap(const VecInt3D& at, double rest) const;
+  /// It and those about it along a closed side hold too few particles, and those stand off it.
+  bool IsBare(const VecInt3D& at, i32 side, double rest) const;
   /// Sum of how far particles of a cell stand off its middle, in cells, if they are still and share
-  /// it out.
-  Vec3d OffsetIn(std::span<const ParticleSort::Entry> particles, bool& isShared) const;
+  /// it out: `notes` has kStill and kShared then.
+  Vec3d OffsetIn(std::span<const ParticleSort::Entry> particles, i32& notes) const;
   bool IsWhole(i32 i) const { return !mOpen || (*mOpen)[i] >= kWhole; }
   /// Most of the particles about the cell share out theirs too. Of a few at a surface chance alone
   /// makes that, now and then.
@@ -116,7 +142,7 @@ class CellFilling {
   EGrid<double>& mSums;
   Grid<u16> mNotes;  ///< kHolds, kFull, kShared, and the bits of closed neighbours
   i32 mParts = 0;    ///< of a cell along an axis, about whose middles particles stand; 0 without
-  std::unique_ptr<Grid<u8>> mEven;  ///< cells whose particles go there; null where none do
+  std::unique_ptr<EvenCells> mEven;  ///< null where none are even
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -95,12 +95,14 @@ bool ParticleToLevelset::Run(const ParticleSort& sort, const Solids& solids, EGr
   if (!phi.mData || sort.Layout().dims != phi.Dims()) return false;
   if (phi.mNx < 2 || phi.mNy < 2 || phi.mNz < 2) return false;
   mSurplus = 0;
+  mEven.reset();
   if (mMode == SurfaceMode::Smooth) {
     SmoothSurface surface(sort, solids.open, phi);
     if (!surface.Run(mRest, mCrowd)) return false;
     mRest = surface.Rest().particles;
     mRestCells = surface.Rest().cells;
     mSurplus = surface.Surplus();
+    mEven = surface.TakeEven();
     if (!(mRest > 0) || mRest >= SmoothSurface::kFewest)
       return !mTrueDistances || surface.SpreadDistances(thread);
   }

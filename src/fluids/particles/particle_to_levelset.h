@@ -34,14 +34,14 @@ class ParticleToLevelset {
            host::HostThread* thread = nullptr);
 
   SurfaceMode mMode = SurfaceMode::Count;
-  /// For a smooth surface: particles that fill a cell, found anew when it is 0, and where crowds of
-  /// them are told.
+  /// Particles that fill a cell; a smooth surface finds them anew when it is 0.
   double mRest = 0;
-  i64 mRestCells = 0;  ///< that told it in the last run
-  SmoothSurface::Crowd mCrowd;
-  double mSurplus = 0;             ///< full cells that the last run told more than particles fill
-  double mDensityThreshold = 0.2;  ///< per an eighth of a cell
-  u8 mCountThreshold = 4;          ///< cells with more than so many particles lie inside
+  i64 mRestCells = 0;                ///< that told it in the last run
+  SmoothSurface::Crowd mCrowd;       ///< where a smooth surface tells crowds of them
+  std::unique_ptr<EvenCells> mEven;  ///< of a smooth surface in the last run, or null
+  double mSurplus = 0;               ///< full cells that the last run told more than particles fill
+  double mDensityThreshold = 0.2;    ///< per an eighth of a cell
+  u8 mCountThreshold = 4;            ///< cells with more than so many particles lie inside
   /// Distances as they are along every direction (`EikonalSweeper`), instead of counted in steps to
   /// neighbours (`FastSweeper`); a smooth surface has none elsewhere than near it without them.
   bool mTrueDistances = false;

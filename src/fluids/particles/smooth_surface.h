@@ -37,6 +37,8 @@ class SmoothSurface {
   static constexpr double kFewest = 4;
   /// Particles that filled a cell in the last run, and cells that told it, if any did.
   const CellFilling::Rest& Rest() const { return mRest; }
+  /// The cells that still particles share out, handed over; null where there are none.
+  std::unique_ptr<EvenCells> TakeEven() { return mFilling.TakeEven(); }
   /// By how much cells of films, which count whole, hold more than their particles, in full cells.
   double Surplus() const { return mSurplus; }
   /// After `Run`: distances to the surface everywhere, by `EikonalSweeper`; false without memory.

@@ -43,6 +43,7 @@ void PositionCorrection::Move(const ParticleSort& sort, const Flow& flow) const 
   const FaceStencils stencils(layout);
   const double dt = flow.StepDuration(), h = layout.cellSize;
   const VecInt3D n = layout.dims;
+  const EvenCells* even = mSource.EvenOf(flow);
   std::vector<std::span<Vec3d>> positions;
   for (ParticleGroup* group : sort.Groups())
     positions.push_back(group->Store(sort.Kind()).Positions());
@@ -53,6 +54,7 @@ void PositionCorrection::Move(const ParticleSort& sort, const Flow& flow) const 
   ForEachBlock(n.z, flow.Threads(), [&](i32 z) {
     sort.ForEachInBox({0, 0, z}, {n.x, n.y, z + 1}, [&](const ParticleSort::Entry& entry) {
       const Vec3d p = layout.ToCells(entry.position);
+      if (even && even->PartsAt(p) > 0) return;
       Vec3d way;
       for (i32 axis = 0; axis < 3; ++axis)
         way[axis] = dt * stencils[axis].At(p).Sample(flow.mVelocity.GetGrid(axis)->mData);

@@ -13,7 +13,8 @@ class PositionCorrection {
  public:
   PositionCorrection(Scene* scene, Flow& flow);
   /// Moves particles that are sorted over the cells of the flow, no farther than `kMost` cells and
-  /// not into solids. Takes the flow's second buffers, and leaves its velocity as it was.
+  /// not into solids, and none in cells that are even. Takes the flow's second buffers, and leaves
+  /// its velocity as it was.
   void Run(const ParticleSort& sort, Flow& flow, i32 rounds);
   void Reset() { mProjection.Reset(); }
   void Release(bool full);

@@ -175,6 +175,7 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
     case kFlip:
       if (mIsOnGrid) mFlip.ToParticles(mSort, mFlow);
       if (mIsOnGrid) LiquidContact::Apply(mSort, mFlow);
+      mCorrection.mSource.mEven = mLevelSet.mEven.get();
       if (mIsOnGrid && correctsPositions) mCorrection.Run(mSort, mFlow, Rounds());
       mIsOnGrid = false;
       break;
