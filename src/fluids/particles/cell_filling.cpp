@@ -198,13 +198,27 @@ bool CellFilling::IsAmidst(const VecInt3D& at, i32 reach) const {
 }
 
 bool CellFilling::IsGap(const VecInt3D& at, double rest) const {
-  const auto isBesideClosed = [&](i32 i) { return (mNotes[i] & kBesideClosed) && HasOpening(i); };
-  if (!isBesideClosed(mSums.Index(at.x, at.y, at.z))) return false;
-  if (ParticlesIn(at) >= kLeast * rest) return false;
-  const VecInt3D one{1, 1, 1}, two{2, 2, 2};
-  double particles = 0, cells = 0;
-  ForEachCell(Clip({at - one, at + two}, {}, mSums.Dims()), [&](i32 x, i32 y, i32 z) {
-    if (!isBesideClosed(mSums.Index(x, y, z))) return;
+  const i32 i = mSums.Index(at.x, at.y, at.z), sides = mNotes[i] & kBesideClosed;
+  if (!sides || !HasOpening(i) || ParticlesIn(at) >= kLeast * rest) return false;
+  for (i32 side = 0; side < 6; ++side)
+    if ((sides >> side & 1) && IsBare(at, side, rest)) return true;
+  return false;
+}
+
+bool CellFilling::IsBare(const VecInt3D& at, i32 side, double rest) const {
+  // Of what fills three quarters of a cell the middle is an eighth of it off the cell's.
+  constexpr double kOff = 0.08;
+  const i32 axis = side / 2;
+  const double out = side % 2 == 0 ? -1 : 1;
+  VecInt3D low = at - VecInt3D{1, 1, 1}, high = at + VecInt3D{2, 2, 2};
+  low[axis] = at[axis];
+  high[axis] = at[axis] + 1;
+  double particles = 0, cells = 0, towards = 0;
+  ForEachCell(Clip({low, high}, {}, mSums.Dims()), [&](i32 x, i32 y, i32 z) {
+    const i32 near = mSums.Index(x, y, z);
+    if (!(mNotes[near] >> side & 1) || !HasOpening(near)) return;
+    for (const ParticleSort::Entry& entry : mSort.Cell({x, y, z}))
+      towards += out * (mSort.Layout().ToCells(entry.position)[axis] - at[axis] - 0.5);
     particles += ParticlesIn({x, y, z});
     ++cells;
   });
