@@ -21,6 +21,8 @@ constexpr double kResolved = 0.42;
 /// Cells of a film count whole: what a part of one holds isn't known beside a solid, and each error
 /// is a slope of the surface that holds the film, or drives it.
 constexpr double kFilmDepth = 0.5;
+/// A surface as near to the middle of a cell passes just above it: all along an even one.
+constexpr double kRounding = 1e-6;
 /// Of a cell that holds stray particles beside a liquid: its pressure is next to nothing, and it
 /// keeps its volume. Bare cells lie as far outside.
 constexpr double kThinDepth = 0.05;
@@ -73,7 +75,8 @@ void SmoothSurface::FindDepths(const Crowd& crowd) {
             filled < 1 - kNoise && line.depth[x] > 1 && mFilling.IsUnderLid({x, y, z}, rest);
         if (isTold && !isGap)
           (*crowd.grid)[i] += crowd.rate * CrowdOf(filled - 1, line.depth[x], opening.cut);
-        mPhi[i] = -h * DepthOf(filled);
+        const double depth = DepthOf(filled);
+        mPhi[i] = -h * (std::abs(depth) < kRounding ? kRounding : depth);
       }
     }
   });
