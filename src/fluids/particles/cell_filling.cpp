@@ -222,7 +222,7 @@ bool CellFilling::IsBare(const VecInt3D& at, i32 side, double rest) const {
     particles += ParticlesIn({x, y, z});
     ++cells;
   });
-  return particles < kLeast * rest * cells;
+  return particles < kLeast * rest * cells && towards <= -kOff * particles;
 }
 
 bool CellFilling::IsUnderLid(const VecInt3D& at, double rest) const {

@@ -77,6 +77,33 @@ bool ParticleToLevelset::FillByCount(const ParticleSort& sort, EGrid<double>& ph
   return true;
 }
 
+/// By how much cells beside air hold more than their particles, in full cells.
+double ParticleToLevelset::SurplusByCount(const ParticleSort& sort, const EGrid<float>* open,
+                                          const EGrid<double>& phi) const {
+  const VecInt3D n = phi.Dims();
+  const i32 steps[3] = {1, phi.mNx, phi.mSlice};
+  const auto openOf = [&](i32 i) { return open ? double{(*open)[i]} : 1.0; };
+  const auto isBesideAir = [&](const VecInt3D& at, i32 i) {
+    for (i32 axis = 0; axis < 3; ++axis)
+      for (const i32 side : {-1, 1}) {
+        const i32 next = i + side * steps[axis], place = at[axis] + side;
+        if (place >= 0 && place < n[axis] && phi[next] > 0 && openOf(next) > 0) return true;
+      }
+    return false;
+  };
+  return SumBlocks(n.z, 1, host::ThreadCount(), [&](i64 first, i64 last) {
+    double sum = 0;
+    ForEachCell({{0, 0, static_cast<i32>(first)}, {n.x, n.y, static_cast<i32>(last)}},
+                [&](i32 x, i32 y, i32 z) {
+                  const i32 i = phi.Index(x, y, z);
+                  const double own = static_cast<double>(sort.Cell({x, y, z}).size()) / mRest;
+                  if (phi[i] < 0 && own < openOf(i) && isBesideAir({x, y, z}, i))
+                    sum += openOf(i) - own;
+                });
+    return sum;
+  });
+}
+
 void ParticleToLevelset::EnterSolids(const EGrid<double>& solid, EGrid<double>& phi) const {
   const double near =
       mMode == SurfaceMode::Density ? 8 * mDensityThreshold : 0.5 * double{phi.mLayout.cellSize};
@@ -110,6 +137,11 @@ bool ParticleToLevelset::Run(const ParticleSort& sort, const Solids& solids, EGr
     FillByDensity(sort, phi);
   else if (!FillByCount(sort, phi, thread))
     return false;
+  if (mMode == SurfaceMode::Count && mRest > 0) {
+    const EGrid<float>* open = solids.open;
+    const bool isKnown = open && open->mData && open->Dims() == phi.Dims();
+    mSurplus = SurplusByCount(sort, isKnown ? open : nullptr, phi);
+  }
   const EGrid<double>* solid = solids.levelSet;
   if (solid && solid->mData && solid->Dims() == phi.Dims() + VecInt3D{1, 1, 1})
     EnterSolids(*solid, phi);

@@ -49,6 +49,8 @@ class ParticleToLevelset {
  private:
   void FillByDensity(const ParticleSort& sort, EGrid<double>& phi) const;
   bool FillByCount(const ParticleSort& sort, EGrid<double>& phi, host::HostThread* thread) const;
+  double SurplusByCount(const ParticleSort& sort, const EGrid<float>* open,
+                        const EGrid<double>& phi) const;
   bool IsInside(const ParticleSort& sort, const VecInt3D& cell) const;
   void EnterSolids(const EGrid<double>& solid, EGrid<double>& phi) const;
 };
