@@ -23,6 +23,18 @@ Vec3d CarryingFlow::Held(const Vec3d& from, Vec3d to) const {
   return to;
 }
 
+void CarryingFlow::TraceWays(const RowVectors& cells, double time, i32 order, i32 n,
+                             RowVectors& ways) const {
+  RowVectors velocity;
+  SampleVelocity(mVelocity, cells, cells, 0.0, n, velocity);
+  TraceRow(mVelocity, cells, velocity, time * mLayout->inverseCell, order, n, ways);
+  for (i32 axis = 0; axis < 3; ++axis) {
+    double* way = ways.axis[axis].v;
+    const double* from = cells.axis[axis].v;
+    for (i32 i = 0; i < n; ++i) way[i] -= from[i];
+  }
+}
+
 bool CarryingFlow::Holds(const Vec3d& p) const {
   return mLayout->Contains(p, false) && !IsBehindOpenSide(p);
 }

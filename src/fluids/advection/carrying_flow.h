@@ -1,7 +1,7 @@
 // A flow as particles see it.
 #pragma once
 #include "fluids/advection/flow_solid.h"
-#include "fluids/fields/trace_path.h"
+#include "fluids/advection/row_sampling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -27,7 +27,13 @@ class CarryingFlow {
     const Vec3d c = mLayout->ToCells(p);
     // The way, not its end, so that what rests keeps its bits.
     const Vec3d end = TracePath<Order>(mVelocity, c, mVelocity.At(c), time * mLayout->inverseCell);
-    const Vec3d to = p + (end - c) * mLayout->simCell;
+    return Moved(p, end - c);
+  }
+  /// How far paths of `time` seconds lead from the first `n` places, in cells, by order 0 to 3.
+  void TraceWays(const RowVectors& cells, double time, i32 order, i32 n, RowVectors& ways) const;
+  /// A place, or where a way of so many cells leads from it.
+  Vec3d Moved(const Vec3d& p, const Vec3d& way) const {
+    const Vec3d to = p + way * mLayout->simCell;
     return mHeldSides ? Held(p, to) : to;
   }
   Vec3d VelocityAt(const Vec3d& p) const { return mVelocity.At(mLayout->ToCells(p)); }

@@ -9,6 +9,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
+constexpr i32 kMostTraced = 4;  // substeps whose ways are traced ahead
+
 using Way = ParticleWay;
 using State = ParticleState;
 
@@ -31,15 +33,57 @@ class Mover {
         mDt(motion.step / motion.substeps),
         mKept(motion.drag > 0 ? std::exp(-motion.drag * mDt) : 1),
         mKillsNow(motion.isLast && motion.killsOutside),
-        mAsksForFlow(motion.flows.size() > 1 || (motion.fliesOutside && !motion.flows.empty())) {}
+        mAsksForFlow(motion.flows.size() > 1 || (motion.fliesOutside && !motion.flows.empty())),
+        mTraced(motion.carries && motion.flows.size() == 1 && motion.substeps <= kMostTraced
+                    ? motion.substeps
+                    : 0) {}
 
   template <int Order>
   void MoveRows(const IndexRange& rows) {
-    for (i32 row = rows.first; row < rows.last; ++row)
-      if (mFlags[row] & PF_ALIVE) MoveRow<Order>(row);
+    static_assert(64 % kRowChunk == 0, "ranges start at multiples of 64");
+    for (i32 first = rows.first; first < rows.last; first += kRowChunk) {
+      const i32 last = std::min(first + kRowChunk, rows.last);
+      if (!mTraced.empty()) TraceRows<Order>(first, last);
+      for (i32 row = first; row < last; ++row)
+        if (mFlags[row] & PF_ALIVE) MoveRow<Order>(row);
+    }
   }
 
  private:
+  /// Where particles of a chunk of rows begin a substep if nothing stops them, and their ways.
+  struct TracedRows {
+    RowVectors places;  ///< simulation units
+    RowVectors ways;    ///< cells
+  };
+
+  /// Traces the ways of particles together that one flow carries.
+  template <int Order>
+  void TraceRows(i32 first, i32 last) {
+    const CarryingFlow& flow = mMotion.flows.front();
+    const i32 n = last - first;
+    for (i32 i = 0; i < n; ++i) mTraced.front().places.Set(i, mPositions[first + i]);
+    for (std::size_t step = 0; step < mTraced.size(); ++step) {
+      TracedRows& own = mTraced[step];
+      RowVectors cells;
+      for (i32 i = 0; i < n; ++i) cells.Set(i, flow.Layout().ToCells(own.places.At(i)));
+      flow.TraceWays(cells, mDt, Order, n, own.ways);
+      if (step + 1 == mTraced.size()) return;
+      for (i32 i = 0; i < n; ++i)
+        mTraced[step + 1].places.Set(i, flow.Moved(own.places.At(i), own.ways.At(i)));
+    }
+  }
+
+  /// What something has stopped goes on from elsewhere, by itself.
+  template <int Order>
+  Vec3d EndOfTrace(const State& s, i32 substep) const {
+    if (!mTraced.empty()) {
+      const TracedRows& traced = mTraced[substep];
+      const i32 i = s.row % kRowChunk;
+      if (traced.places.At(i) == s.p) return s.flow->Moved(s.p, traced.ways.At(i));
+    }
+    return s.flow->Trace<Order>(s.p, mDt);
+  }
+
   template <int Order>
   void MoveRow(i32 row) {
     const Vec3d start = mPositions[row];
@@ -99,7 +143,7 @@ class Mover {
     mObstruction.BeginParticle();
     for (i32 i = 0; i < mMotion.substeps; ++i) {
       const Vec3d from = s.p;
-      const Vec3d a = Advance<Order>(s);
+      const Vec3d a = Advance<Order>(s, i);
       s.force = {};
       if (mKillsNow && s.flow && HasLeft(s)) return void(s.flags &= static_cast<u16>(~PF_ALIVE));
       const double end = i + 1 == mMotion.substeps ? 1 : (i + 1) * share;
@@ -108,16 +152,17 @@ class Mover {
     }
   }
 
-  /// Takes the particle through a substep, as if nothing were in its way; returns its acceleration.
+  /// Takes the particle through a substep of that number, as if nothing were in its way; returns
+  /// its acceleration.
   template <int Order>
-  Vec3d Advance(State& s) const {
+  Vec3d Advance(State& s, i32 substep) const {
     const Vec3d& g = mMotion.gravity;
     const Vec3d before = s.v;
     Vec3d a{};
     switch (s.way) {
       case Way::Carried: {
         s.old = s.p;
-        s.p = s.flow->Trace<Order>(s.p, mDt);
+        s.p = EndOfTrace<Order>(s, substep);
         return a;
       }
       case Way::Verlet: {
@@ -191,7 +236,8 @@ class Mover {
   double mDt;
   double mKept;  ///< of a velocity in still air, after a substep of drag
   bool mKillsNow;
-  bool mAsksForFlow;  ///< not all are moved by the first flow
+  bool mAsksForFlow;                ///< not all are moved by the first flow
+  std::vector<TracedRows> mTraced;  ///< for each substep; empty where each is traced by itself
 };
 
 }  // namespace
