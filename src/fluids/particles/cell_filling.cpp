@@ -238,9 +238,9 @@ bool CellFilling::IsUnderLid(const VecInt3D& at, double rest) const {
 
 CellFilling::Rest CellFilling::FindRest() const {
   struct Found {
-    i64 cells = 0, deep = 0;
-    double particles = 0, given = 0;  ///< in the cells, and what the deep ones got
-    double most = 0;                  ///< in any cell
+    i64 cells = 0;
+    double particles = 0, most = 0;  ///< in those cells, and the most in any
+    Rest deep, free;                 ///< what deep cells got, and those of them off closed ones
   };
   const VecInt3D n = mSums.Dims();
   const Found all = ReduceBlocks(
@@ -257,17 +257,23 @@ CellFilling::Rest CellFilling::FindRest() const {
             found.particles += own;
             // Those at the surface, which may be full in part, give it nothing.
             if (!IsAmidst({x, y, z}, 2)) continue;
-            ++found.deep;
-            found.given += mSums[i];
+            found.deep.Add({mSums[i], 1});
+            if (!(mNotes[i] & kBesideClosed)) found.free.Add({mSums[i], 1});
           }
         return found;
       },
       [](const Found& a, const Found& b) {
-        return Found{a.cells + b.cells, a.deep + b.deep, a.particles + b.particles,
-                     a.given + b.given, std::max(a.most, b.most)};
+        Found sum{a.cells + b.cells, a.particles + b.particles, std::max(a.most, b.most), a.deep,
+                  a.free};
+        sum.deep.Add(b.deep);
+        sum.free.Add(b.free);
+        return sum;
       });
   constexpr i64 kEnough = 8;
-  if (all.deep >= kEnough) return {all.given / static_cast<double>(all.deep), all.deep};
+  // Under a lid there may be air in a cell that closed ones make deep.
+  for (const Rest& told : {all.free, all.deep})
+    if (told.cells >= kEnough)
+      return {told.particles / static_cast<double>(told.cells), told.cells};
   const double mean = all.cells > 0 ? all.particles / static_cast<double>(all.cells) : all.most;
   return {mean >= 1 ? std::pow(8.0, std::round(std::log(mean) / std::log(8.0))) : mean, 0};
 }

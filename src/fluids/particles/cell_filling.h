@@ -47,6 +47,10 @@ class CellFilling {
   struct Rest {
     double particles = 0;
     i64 cells = 0;  ///< that lie deep enough to tell it
+    void Add(const Rest& other) {
+      particles += other.particles;
+      cells += other.cells;
+    }
   };
   /// After `Spread`: what cells get that lie two others deep. Without enough of these the mean
   /// number in cells in the midst of others, or without any, the most in one cell, taken for the

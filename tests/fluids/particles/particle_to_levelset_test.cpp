@@ -61,6 +61,22 @@ TEST(ParticleToLevelset, ASlabHasItsSurfaceBetweenCellsAndNoAirInside) {
   }
 }
 
+TEST(ParticleToLevelset, TellsByCountWhatCellsBesideAirHoldTooLittle) {
+  LiquidBox box(12);
+  box.work.mRest = 64;
+  box.open = std::make_unique<EGrid<float>>(box.phi.mLayout, kCentre);
+  box.open->Fill(1);
+  // Floors and walls are no air; the layer on top is an eighth full, and one below it too.
+  ForEachCell({{0, 0, 0}, {12, 12, 12}}, [&](i32 x, i32 y, i32 z) {
+    if (x == 0 || z == 0 || y == 0 || x == 11 || z == 11) (*box.open)(x, y, z) = 0;
+  });
+  const auto isInside = [](i32 x, i32 z) { return x > 0 && z > 0 && x < 11 && z < 11; };
+  box.Fill(4, [&](i32 x, i32 y, i32 z) { return isInside(x, z) && (y == 1 || y == 3 || y == 4); });
+  box.Fill(2, [&](i32 x, i32 y, i32 z) { return isInside(x, z) && (y == 2 || y == 5); });
+  ASSERT_TRUE(box.Run());
+  EXPECT_NEAR(box.work.mSurplus, 100 * 7.0 / 8, 1e-9);
+}
+
 TEST(ParticleToLevelset, CountsParticlesThatAreNoFillersAboveTheThreshold) {
   LiquidBox box(8);
   box.Fill(2, [](i32 x, i32 y, i32 z) { return x == y && y == z && (x == 2 || x == 5); });

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 
 #include "fluids/liquid_rig.h"
 #include "fluids/volume/mesh_solid.h"
@@ -79,6 +80,21 @@ TEST(LiquidSolids, WaterUnderALidKeepsStill) {
     EXPECT_LT(rig.Energy(), 1e-6);
     EXPECT_LT(rig.liquid->Projection().DivergenceMax(), 1e-6);
   }
+}
+
+// Half a cell of air is no lack of water, which doesn't rise to fill it.
+TEST(LiquidSolids, WaterUnderALidWithRoomStaysDown) {
+  LiquidRig rig({10, 10, 10});
+  std::mt19937 random(5);
+  std::uniform_real_distribution<double> within(0.01, 0.49);
+  ForEachCell({{0, 0, 0}, {20, 19, 20}}, [&](i32 x, i32 y, i32 z) {
+    const Vec3d own{within(random), within(random), within(random)};
+    rig.Drop((Vec3d{0.5 * x, 0.5 * y, 0.5 * z} + own) * rig.Cell(), {});
+  });
+  rig.Commit();
+  const double before = rig.Centroid().y;
+  for (i32 i = 0; i < 60; ++i) rig.Step();
+  EXPECT_NEAR(rig.Centroid().y, before, 0.03 * rig.Cell());
 }
 
 TEST(LiquidSolids, WaterPacksNowhereUnderAStone) {
