@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "fluids/flow/face_stencil.h"
+#include "fluids/particles/cell_filling.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 

@@ -1,7 +1,8 @@
 // What keeps the particles of a liquid evenly dense.
 #pragma once
 #include "fluids/flow/flow.h"
-#include "fluids/particles/cell_filling.h"
+#include "fluids/particles/even_cells.h"
+#include "fluids/particles/particle_sort.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
