@@ -14,6 +14,7 @@ constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
 void CutCells::Find(const Flow& flow, const OpenFaces& open) {
   mOpen = open;
   mCells.clear();
+  mShut.clear();
   if (!flow.mWallCells.IsBuilt() || !open[0] || !open[1] || !open[2]) return;
   const VecInt3D n = flow.GetLayout()->dims;
   ForEachCell({{1, 1, 1}, n - VecInt3D{1, 1, 1}}, [&](i32 x, i32 y, i32 z) {
@@ -23,7 +24,10 @@ void CutCells::Find(const Flow& flow, const OpenFaces& open) {
       const VecInt3D above = VecInt3D{x, y, z} + ExtraOf(axis);
       isCut |= (*open[axis])(x, y, z) > 0 || (*open[axis])(above.x, above.y, above.z) > 0;
     }
-    if (isCut) mCells.push_back({x, y, z});
+    if (isCut)
+      mCells.push_back({x, y, z});
+    else
+      mShut.push_back((z * n.y + y) * n.x + x);
   });
 }
 

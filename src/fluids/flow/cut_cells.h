@@ -19,6 +19,8 @@ class CutCells {
   /// Finds them; there are none before a step has told which cells are closed.
   void Find(const Flow& flow, const OpenFaces& open);
   bool IsEmpty() const { return mCells.empty(); }
+  /// The numbers of the closed cells that have none.
+  const std::vector<i32>& Shut() const { return mShut; }
   /// Gives them, in a field on the flow's cells, the mean of the cells that open faces lead to in
   /// their layer across `axis`, from cell to cell, and where none does, of those above and below.
   /// Those that no other cell is connected with get `otherwise`.
@@ -30,6 +32,7 @@ class CutCells {
 
   OpenFaces mOpen{};
   std::vector<VecInt3D> mCells;
+  std::vector<i32> mShut;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

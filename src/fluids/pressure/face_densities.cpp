@@ -8,10 +8,14 @@ void FaceDensities::Find(const EGrid<double>& mixture, const Flow& flow, Project
   fields.density.fill(&mixture);
   if (!flow.mWallCells.IsBuilt() || !flow.mWallCells.Fits(mixture)) return;
   mCut.Find(flow, fields.open);
-  if (mCut.IsEmpty()) return;
+  if (mCut.IsEmpty() && mCut.Shut().empty()) return;
   for (auto& along : mAlong) along = std::make_unique<EGrid<double>>(mixture);
   const double mean = MeanOf(mixture, flow);
-  ForEachBlock(3, flow.Threads(), [&](i32 axis) { mCut.Continue(axis, mean, *mAlong[axis]); });
+  ForEachBlock(3, flow.Threads(), [&](i32 axis) {
+    // Where nothing is open nothing has a weight.
+    for (const i32 cell : mCut.Shut()) (*mAlong[axis])[cell] = 0;
+    mCut.Continue(axis, mean, *mAlong[axis]);
+  });
   fields.density = {mAlong[0].get(), mAlong[1].get(), mAlong[2].get()};
 }
 
