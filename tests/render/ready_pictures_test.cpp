@@ -99,7 +99,8 @@ TEST_P(ReadyPicture, IsLitAndShowsItsMatter) {
   const double bodies = ShareOf(red, [](float v) { return v > 0.5; });
   const double shown = isWater ? ShareOfWater(red, layers.Read("B")) : isGas ? gas : bodies;
   EXPECT_GT(shown, 0.002);
-  EXPECT_LT(shown, 0.5);
+  // A basin fills half of it.
+  EXPECT_LT(shown, 0.6);
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenes, ReadyPicture, testing::ValuesIn(ReadyScenes()),
