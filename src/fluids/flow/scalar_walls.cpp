@@ -167,11 +167,13 @@ void ScalarWalls::MarkPassed(const std::vector<GridBoundary::Mover>& movers) {
     ForEachCell(mover.reach, [&](i32 x, i32 y, i32 z) {
       u8& state = (*mState)(x, y, z);
       const Vec3d p = mState->PositionOf(x, y, z);
-      if (state != kOpen || !obstacle->IsInBounds(p)) return;
-      if (std::abs(obstacle->DistanceAtWorld(p)) > farthest) return;
+      if (state == kLeft || !obstacle->IsInBounds(p)) return;
+      const double distance = obstacle->DistanceAtWorld(p);
+      // Beside the walls of the container a cell can be closed that isn't in this one.
+      if (std::abs(distance) > farthest || (state == kClosed && !(distance > 0))) return;
       const Vec3d motion = obstacle->SurfaceVelocityAt(p);
       if (!obstacle->HasPassed(p, motion)) return;
-      state = kLeft;
+      if (state == kOpen) state = kLeft;
       mPassed.push_back({mState->Index(x, y, z), motion});
     });
   }
