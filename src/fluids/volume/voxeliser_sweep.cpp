@@ -78,7 +78,9 @@ void VolumeVoxeliser::SweepPlane(const Sweep& sweep, i32 plane, bool isShared) {
     }
     for (; row < last; ++row) SweepRow(sweep, sweep.first.y + row * sweep.step.y, k);
     if (isShared) {
-      mProgress[plane].store(last, std::memory_order_release);
+      // notify_one() looks whether anyone waits: a store that may be delayed behind that look
+      // leaves the follower asleep for good.
+      mProgress[plane].store(last);
       mProgress[plane].notify_one();
     }
   }
