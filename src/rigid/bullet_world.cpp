@@ -1,13 +1,5 @@
 #include "rigid/bullet_world.h"
 
-#include <BulletCollision/BroadphaseCollision/btAxisSweep3.h>
-#include <BulletCollision/BroadphaseCollision/btDbvtBroadphase.h>
-#include <BulletCollision/CollisionDispatch/btCollisionDispatcher.h>
-#include <BulletCollision/CollisionDispatch/btDefaultCollisionConfiguration.h>
-#include <BulletCollision/CollisionDispatch/btManifoldResult.h>
-#include <BulletCollision/Gimpact/btGImpactCollisionAlgorithm.h>
-#include <BulletDynamics/ConstraintSolver/btSequentialImpulseConstraintSolver.h>
-#include <BulletDynamics/Dynamics/btDiscreteDynamicsWorld.h>
 #include <BulletDynamics/Dynamics/btRigidBody.h>
 #include <fmt/format.h>
 
@@ -21,96 +13,9 @@
 #include "framework/state_archive.h"
 #include "host/turn_by.h"
 #include "rigid/bullet_frame.h"
+#include "rigid/bullet_library.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
-
-namespace {
-
-constexpr double kFarthest = 1e4;  // simulation units from the origin: the end of the world
-// Simulation units by which what rests overlaps: contacts that are found anew in each frame are
-// those of all corners then, and nothing rocks.
-constexpr double kOverlap = 1e-4;
-
-const RigidBody* BodyOf(const btCollisionObject& object) {
-  return static_cast<const RigidBody*>(object.getUserPointer());
-}
-
-double Friction(const btCollisionObject* a, const btCollisionObject* b) {
-  return a->getFriction() * b->getFriction();
-}
-
-/// How far off its point of contact a body that rolls is held: the coefficients times the radius of
-/// the smaller of the two bodies that move.
-double RollingFriction(const btCollisionObject* a, const btCollisionObject* b) {
-  const RigidBody *one = BodyOf(*a), *other = BodyOf(*b);
-  if (!one || !other) return 0;
-  double radius = HUGE_VAL;
-  for (const btCollisionObject* object : {a, b}) {
-    if (object->isStaticOrKinematicObject()) continue;
-    btVector3 centre;
-    btScalar size;
-    object->getCollisionShape()->getBoundingSphere(centre, size);
-    radius = std::min<double>(radius, size);
-  }
-  if (radius == HUGE_VAL) return 0;
-  return one->Settings().rollingFriction * other->Settings().rollingFriction * radius;
-}
-
-double NoFriction(const btCollisionObject*, const btCollisionObject*) { return 0; }
-
-}  // namespace
-
-/// The library's objects. Its steps are cut here: it would count them by adding up rounded times.
-struct BulletWorld::Library {
-  class World : public btDiscreteDynamicsWorld {
-   public:
-    using btDiscreteDynamicsWorld::btDiscreteDynamicsWorld;
-    template <class F>
-    void Step(double dt, i32 count, F&& moveKeyed) {
-      for (i32 i = 0; i < count; ++i) {
-        moveKeyed((i + 1.0) / count);
-        internalSingleStepSimulation(dt / count);
-      }
-      clearForces();
-    }
-  };
-
-  explicit Library(i32 broadphase) {
-    btDefaultCollisionConstructionInfo sizes;
-    sizes.m_defaultMaxPersistentManifoldPoolSize = 4096;
-    sizes.m_defaultMaxCollisionAlgorithmPoolSize = 4096;
-    sizes.m_useEpaPenetrationAlgorithm = true;
-    configuration = std::make_unique<btDefaultCollisionConfiguration>(sizes);
-    dispatcher = std::make_unique<btCollisionDispatcher>(configuration.get());
-    const btVector3 far(kFarthest, kFarthest, kFarthest);
-    if (broadphase == 0)
-      pairs = std::make_unique<btDbvtBroadphase>();
-    else if (broadphase == 1)
-      pairs = std::make_unique<btAxisSweep3>(-far, far, 16384);
-    else
-      pairs = std::make_unique<bt32BitAxisSweep3>(-far, far, 65536);
-    solver = std::make_unique<btSequentialImpulseConstraintSolver>();
-    world =
-        std::make_unique<World>(dispatcher.get(), pairs.get(), solver.get(), configuration.get());
-    btGImpactCollisionAlgorithm::registerAlgorithm(dispatcher.get());
-  }
-
-  /// Bodies that are taken out one by one would look through all pairs for theirs.
-  void DropPairs() {
-    btOverlappingPairCache& cache = *pairs->getOverlappingPairCache();
-    while (cache.getNumOverlappingPairs() > 0) {
-      const btBroadphasePair& last =
-          cache.getOverlappingPairArrayPtr()[cache.getNumOverlappingPairs() - 1];
-      cache.removeOverlappingPair(last.m_pProxy0, last.m_pProxy1, dispatcher.get());
-    }
-  }
-
-  std::unique_ptr<btDefaultCollisionConfiguration> configuration;
-  std::unique_ptr<btCollisionDispatcher> dispatcher;
-  std::unique_ptr<btBroadphaseInterface> pairs;
-  std::unique_ptr<btSequentialImpulseConstraintSolver> solver;
-  std::unique_ptr<World> world;
-};
 
 BulletWorld::BulletWorld() = default;
 BulletWorld::~BulletWorld() { Reset(); }
@@ -127,32 +32,18 @@ void BulletWorld::Reset() {
 void BulletWorld::Build(const Scene& scene) {
   if (mLibrary) mLibrary->DropPairs();
   for (auto& [key, body] : mBodies)
-    if (body->Get()) mLibrary->world->removeRigidBody(body->Get());
-  mLibrary = std::make_unique<Library>(scene.mRigidBroadphase);
-  // Process-wide, and without any state.
-  gCalculateCombinedFrictionCallback = Friction;
-  gCalculateCombinedRollingFrictionCallback = RollingFriction;
-  gCalculateCombinedSpinningFrictionCallback = NoFriction;
-  btContactSolverInfo& info = mLibrary->world->getSolverInfo();
-  info.m_solverMode |= SOLVER_SIMD | SOLVER_RANDMIZE_ORDER;
-  info.m_numIterations = scene.mRigidIterations;
-  info.m_splitImpulse = true;
-  info.m_linearSlop = kOverlap;
-  info.m_splitImpulsePenetrationThreshold = -0.02;
-  info.m_splitImpulseTurnErp = 0.1;
-  btDispatcherInfo& dispatch = mLibrary->world->getDispatchInfo();
-  dispatch.m_useContinuous = true;
-  dispatch.m_allowedCcdPenetration = 0.04;
+    if (body->Get()) mLibrary->Remove(*body->Get());
+  mLibrary = std::make_unique<BulletLibrary>(scene.mRigidBroadphase, scene.mRigidIterations);
   for (auto& [key, body] : mBodies)
     if (body->Get()) Add(*body->Get());
 }
 
 void BulletWorld::Add(btRigidBody& body) {
-  if (mLibrary && !body.isInWorld()) mLibrary->world->addRigidBody(&body);
+  if (mLibrary && !body.isInWorld()) mLibrary->Add(body);
 }
 
 void BulletWorld::Remove(btRigidBody& body) {
-  if (mLibrary && body.isInWorld()) mLibrary->world->removeRigidBody(&body);
+  if (mLibrary && body.isInWorld()) mLibrary->Remove(body);
 }
 
 std::vector<std::pair<BulletWorld::Key, Mesh*>> BulletWorld::Meshes(const Scene& scene) {
@@ -203,7 +94,7 @@ void BulletWorld::Advance(Scene& scene) {
       movers.push_back({body.get(), {body->Pose(), keyed->second}});
   }
   const i32 count = std::max(1, scene.mRigidSubsteps);
-  mLibrary->world->Step(dt, count, [&](double t) {
+  mLibrary->Step(dt, count, [&](double t) {
     for (auto& [body, way] : movers) {
       const auto& [from, to] = way;
       if (t == 1) {
@@ -223,7 +114,7 @@ void BulletWorld::Advance(Scene& scene) {
 }
 
 void BulletWorld::NoteContacts() {
-  btDispatcher& dispatcher = *mLibrary->dispatcher;
+  btDispatcher& dispatcher = mLibrary->Contacts();
   for (int i = 0; i < dispatcher.getNumManifolds(); ++i) {
     const btPersistentManifold& pair = *dispatcher.getManifoldByIndexInternal(i);
     auto* first = static_cast<RigidBody*>(pair.getBody0()->getUserPointer());
@@ -251,12 +142,13 @@ void BulletWorld::FreezeStray() {
   for (auto& [key, body] : mBodies) {
     if (!body->IsDynamic() || body->HasLeft()) continue;
     const Vec3d at = body->Pose().centre;
-    if (std::fabs(at.x) < kFarthest && std::fabs(at.y) < kFarthest && std::fabs(at.z) < kFarthest)
+    if (std::fabs(at.x) < kFarthestBody && std::fabs(at.y) < kFarthestBody &&
+        std::fabs(at.z) < kFarthestBody)
       continue;
     body->Freeze();
     mWarnings.push_back(fmt::format(
         "the body \"{}\" has left the world, which ends {:.0f} m from the origin, and rests there",
-        body->Name(), kFarthest));
+        body->Name(), kFarthestBody));
   }
 }
 

@@ -15,6 +15,7 @@ class btRigidBody;
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+class BulletLibrary;
 class iBase;
 class Mesh;
 
@@ -42,7 +43,6 @@ class BulletWorld : public ScenePart, public BodyHome {
   std::vector<std::string> TakeWarnings() override { return std::exchange(mWarnings, {}); }
 
  private:
-  struct Library;
   /// By the node of the mesh, then by the object that it reads.
   using Key = std::pair<host::NodeId, host::NodeId>;
 
@@ -58,7 +58,7 @@ class BulletWorld : public ScenePart, public BodyHome {
   void NoteContacts();
   void FreezeStray();
 
-  std::unique_ptr<Library> mLibrary;
+  std::unique_ptr<BulletLibrary> mLibrary;
   std::map<Key, std::unique_ptr<RigidBody_Variational>> mBodies;
   std::map<Key, BodyMotion> mRestored;  ///< of bodies that aren't made yet
   std::map<Key, BodyPose> mKeyed;       ///< where bodies that keys move go in this step

@@ -7,24 +7,15 @@
 #include <cmath>
 #include <utility>
 
-#include "framework/state_archive.h"
-#include "host/node.h"
 #include "rigid/body_home.h"
 #include "rigid/bullet_frame.h"
-#include "rigid/convex_hull.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-constexpr double kFrozenMass = 1e-4;  // kg, of a body whose mass was taken away
-constexpr double kFree = 1e-2;        // of what drives a body: less from elsewhere isn't a contact
-constexpr double kCalm = 2;           // seconds after which a slow body sleeps
-
-/// The product a^T p of a turn.
-Vec3d TurnBack(const Matrix& a, const Vec3d& p) {
-  return {Dot(a.v1, p), Dot(a.v2, p), Dot(a.v3, p)};
-}
+constexpr double kFree = 1e-2;  // of what drives a body: less from elsewhere isn't a contact
+constexpr double kCalm = 2;     // seconds after which a slow body sleeps
 
 Matrix Turned(const Matrix& a, const Matrix& b) {
   return {{}, a.Rotate(b.v1), a.Rotate(b.v2), a.Rotate(b.v3)};
@@ -34,36 +25,7 @@ Matrix Transposed(const Matrix& a) {
   return {{}, {a.v1.x, a.v2.x, a.v3.x}, {a.v1.y, a.v2.y, a.v3.y}, {a.v1.z, a.v2.z, a.v3.z}};
 }
 
-/// The axes about which a body turns without wobbling, right-handed; those of a box where it is
-/// one, since those of a cube aren't known from its inertia.
-Matrix AxesOf(const BodyGeometry& geometry, const Matrix3d& inertia) {
-  Vec3d axes[3];
-  if (FindBoxAxes(geometry.vertices, axes)) return {{}, axes[0], axes[1], axes[2]};
-  Vec3d values;
-  Matrix3d vectors;
-  SlSymetricEigenDecomp(inertia, values, vectors);
-  const Vec3d a = Normalised(Vec3d{vectors[0], vectors[3], vectors[6]});
-  Vec3d b{vectors[1], vectors[4], vectors[7]};
-  b = Normalised(b - a * Dot(a, b));
-  return {{}, a, b, Cross(a, b)};
-}
-
-Vec3d Diagonal(const Matrix3d& m, const Matrix& axes) {
-  Vec3d diagonal{};
-  const Vec3d column[3] = {axes.v1, axes.v2, axes.v3};
-  for (int k = 0; k < 3; ++k)
-    for (int i = 0; i < 3; ++i)
-      for (int j = 0; j < 3; ++j) diagonal[k] += column[k][i] * m[3 * i + j] * column[k][j];
-  return diagonal;
-}
-
 }  // namespace
-
-void BodyMotion::Persist(StateArchive& archive) {
-  archive(centre, axes, isKeyed, linear, angular, calm, activation, isFrozen, hasLeft, previousMass,
-          mass, force, torque, contactLinear, contactAngular, impulse, turn, isCarried, isNew,
-          isLulled, lull, volume);
-}
 
 RigidBody::RigidBody(BodyHome& world, std::string name) : mWorld(world), mName(std::move(name)) {}
 
@@ -75,61 +37,29 @@ void RigidBody::Remove() {
   mMotion.reset();
 }
 
-/// Finds mass and centre; what is heavy and encloses nothing becomes its hull. False where that
-/// encloses nothing either.
-bool RigidBody::Weigh(BodyGeometry& solid, bool isHeavy) {
-  mProperties = solid.isClosed ? MeasureMass(solid.vertices, solid.triangles) : MassProperties{};
-  if (mProperties.volume > 0) return true;
-  if (!isHeavy) {
-    Vec3d low = solid.vertices.front(), high = low;
-    for (const Vec3d& v : solid.vertices) low = Min(low, v), high = Max(high, v);
-    mProperties.centre = (low + high) * 0.5;
-    return true;
-  }
-  const ConvexHull hull = FindConvexHull(Thickened(solid.vertices));
-  if (hull.triangles.empty()) return false;
-  solid = {hull.vertices, hull.triangles, true};
-  mProperties = MeasureMass(hull.vertices, hull.triangles);
-  return mProperties.volume > 0;
-}
-
 bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& settings,
                        double worldToSim, bool isKeyed, const BodyMotion* restored) {
   Remove();
   mHasLeft = false;
   if (geometry.triangles.empty()) return false;
-  const bool isHeavy = settings.IsHeavy();
   BodyGeometry solid = geometry;
-  if (!Weigh(solid, isHeavy)) return false;
-  if (settings.centre && isHeavy) {
-    const Vec3d marked = settings.centre->GlobalMatrix().offset * worldToSim;
-    mProperties.inertia = MovedInertia(mProperties, marked - mProperties.centre);
-    mProperties.centre = marked;
-  }
-  mAxes = mProperties.volume > 0 ? AxesOf(solid, mProperties.inertia) : Matrix{};
-  mInertia = Diagonal(mProperties.inertia, mAxes);
-  for (Vec3d& v : solid.vertices) v = TurnBack(mAxes, v - mProperties.centre);
+  if (!mMass.Find(solid, settings, worldToSim)) return false;
   mMargin = settings.margin >= 0 ? settings.margin * worldToSim : -1;
-  if (!mShape.Make(solid, settings.form, isHeavy, mMargin)) return false;
+  if (!mShape.Make(solid, settings.form, settings.IsHeavy(), mMargin)) return false;
 
   mSettings = settings;
-  mPreviousMass = 0;
-  ReadMass(settings, false);
   if (restored) {
-    mIsFrozen = restored->isFrozen;
     mHasLeft = restored->hasLeft;
-    mPreviousMass = restored->previousMass;
-    mMass = restored->mass;
-    if (restored->volume > 0 && restored->volume != mProperties.volume) ScaleTo(restored->volume);
+    mMass.Restore(*restored);
   }
   const btTransform place =
       restored ? btTransform(AxesToBullet(restored->axes), ToBullet(restored->centre))
-               : btTransform(AxesToBullet(mAxes), ToBullet(mProperties.centre));
+               : btTransform(AxesToBullet(mMass.Axes()), ToBullet(mMass.Centre()));
   mMotion = std::make_unique<btDefaultMotionState>(place);
   mBody = std::make_unique<btRigidBody>(0.0, mMotion.get(), mShape.Get());
   mBody->setContactProcessingThreshold(1e18);
   mBody->setUserPointer(this);
-  SetMass();
+  mMass.PutOn(*mBody);
   SetUp(true, restored ? restored->isKeyed : isKeyed);
   mWorld.Add(*mBody);
   if (restored) {
@@ -147,7 +77,7 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
 
 void RigidBody::SetStart(const BodyPose& pose, const Vec3d& linear, const Vec3d& angular) {
   if (!mBody) return;
-  const btTransform place(AxesToBullet(Turned(pose.turn, mAxes)), ToBullet(pose.centre));
+  const btTransform place(AxesToBullet(Turned(pose.turn, mMass.Axes())), ToBullet(pose.centre));
   mMotion->setWorldTransform(place);
   mBody->setCenterOfMassTransform(place);
   mBody->setInterpolationWorldTransform(place);
@@ -155,52 +85,23 @@ void RigidBody::SetStart(const BodyPose& pose, const Vec3d& linear, const Vec3d&
   mBody->setAngularVelocity(TurnToBullet(angular));
 }
 
-void RigidBody::ReadMass(const ObstacleSettings& settings, bool isRunning) {
-  mPreviousMass = mMass;
-  if (settings.massMode == MassMode::FromDensity)
-    mMass = settings.density * mProperties.volume;
-  else
-    mMass = settings.mass;
-  if (settings.baked && settings.followsBake) mMass = 0;
-  if (!isRunning) return;
-  if (mPreviousMass > 0 && mMass == 0) mIsFrozen = true;
-  if (mPreviousMass == 0 && mMass > 0) mIsFrozen = false;
-}
-
-void RigidBody::SetMass() {
-  const double mass = mMass == 0 && mIsFrozen ? kFrozenMass : mMass;
-  const double density = mass > 0 && mProperties.volume > 0 ? mass / mProperties.volume : 0;
-  mBody->setMassProps(mass, {mInertia.x * density, mInertia.y * density, mInertia.z * density});
-  mBody->updateInertiaTensor();
-}
-
 void RigidBody::Update(const ObstacleSettings& settings, bool isKeyed) {
   if (!mBody) return;
   mSettings = settings;
-  ReadMass(settings, true);
-  const bool massChanged = mMass != mPreviousMass;
+  mMass.Read(settings, true);
+  const bool massChanged = mMass.HasChanged();
   if (massChanged) {
     mWorld.Remove(*mBody);
-    SetMass();
+    mMass.PutOn(*mBody);
   }
   SetUp(false, isKeyed);
   if (massChanged) mWorld.Add(*mBody);
 }
 
-void RigidBody::ScaleTo(double volume) {
-  const double scale = volume / std::max(mProperties.volume, 1e-300);
-  mProperties.volume = volume;
-  for (double& i : mProperties.inertia) i *= scale;
-  mInertia = mInertia * scale;
-}
-
 void RigidBody::SetVolume(double volume) {
-  if (!mBody || !(volume > 0) || volume == mProperties.volume) return;
-  ScaleTo(volume);
-  if (mSettings.massMode == MassMode::FromDensity)
-    mMass = mPreviousMass = mSettings.density * volume;
+  if (!mBody || !mMass.SetVolume(volume, mSettings)) return;
   mWorld.Remove(*mBody);
-  SetMass();
+  mMass.PutOn(*mBody);
   SetUp(false, mIsKeyed);
   mWorld.Add(*mBody);
 }
@@ -208,7 +109,6 @@ void RigidBody::SetVolume(double volume) {
 void RigidBody::SetUp(bool reset, bool isKeyed) {
   const ObstacleSettings& s = mSettings;
   mIsKeyed = isKeyed;
-  const double mass = mMass == 0 && mIsFrozen ? kFrozenMass : mMass;
   mBody->setFriction(s.friction);
   mBody->setRollingFriction(0);
   mBody->setSpinningFriction(0);
@@ -223,21 +123,20 @@ void RigidBody::SetUp(bool reset, bool isKeyed) {
              btCollisionObject::CF_NO_CONTACT_RESPONSE);
   if (s.isGhost) flags |= btCollisionObject::CF_NO_CONTACT_RESPONSE;
   const bool follows = s.baked && s.followsBake;
-  mType = mass > 0 ? kDynamic : follows || isKeyed ? kKinematic : kStatic;
+  mType = mMass.Acting() > 0 ? kDynamic : follows || isKeyed ? kKinematic : kStatic;
   if (mType == kStatic) flags |= btCollisionObject::CF_STATIC_OBJECT;
   if (mType == kKinematic) flags |= btCollisionObject::CF_KINEMATIC_OBJECT;
   mBody->setCollisionFlags(flags);
 
   if (!reset) {
-    const bool massChanged = mMass != mPreviousMass;
-    if ((massChanged && !mIsFrozen && mBody->getDeactivationTime() >= kCalm) ||
+    if ((mMass.HasChanged() && !mMass.IsFrozen() && mBody->getDeactivationTime() >= kCalm) ||
         (s.wakesOnContact && !mContacts.empty()))
       mBody->activate(true);
   } else {
     mForce = mTorque = {};
     mBody->forceActivationState(ACTIVE_TAG);
   }
-  if ((reset && (s.wakesOnContact || s.wakesOnForce)) || mIsFrozen) {
+  if ((reset && (s.wakesOnContact || s.wakesOnForce)) || mMass.IsFrozen()) {
     mBody->setDeactivationTime(kCalm);
     mBody->forceActivationState(ISLAND_SLEEPING);
   }
@@ -245,7 +144,7 @@ void RigidBody::SetUp(bool reset, bool isKeyed) {
 
 void RigidBody::SetPose(const BodyPose& pose, double dt) {
   if (!mBody || mType == kDynamic) return;
-  const btTransform place(AxesToBullet(Turned(pose.turn, mAxes)), ToBullet(pose.centre));
+  const btTransform place(AxesToBullet(Turned(pose.turn, mMass.Axes())), ToBullet(pose.centre));
   const BodyPose before = Pose();
   mMotion->setWorldTransform(place);
   mBody->setCenterOfMassTransform(place);
@@ -260,17 +159,13 @@ void RigidBody::Halt() {
   mBody->setAngularVelocity({0, 0, 0});
 }
 
-double RigidBody::Density() const {
-  if (mSettings.massMode == MassMode::FromDensity || !(mProperties.volume > 0))
-    return mSettings.density;
-  return mMass / mProperties.volume;
-}
+double RigidBody::Density() const { return mMass.Density(mSettings); }
 
 BodyPose RigidBody::Pose() const {
   if (!mBody) return {};
   const btTransform& place = mBody->getCenterOfMassTransform();
   return {FromBullet(place.getOrigin()),
-          Turned(AxesFromBullet(place.getBasis()), Transposed(mAxes))};
+          Turned(AxesFromBullet(place.getBasis()), Transposed(mMass.Axes()))};
 }
 
 Vec3d RigidBody::LinearVelocity() const {
@@ -324,7 +219,7 @@ void RigidBody::ApplyTorqueImpulse(const Vec3d& impulse) {
 }
 
 bool RigidBody::AwaitsTouch() const {
-  return IsDynamic() && mSettings.wakesOnContact && !mIsFrozen && !mHasLeft && IsAsleep();
+  return IsDynamic() && mSettings.wakesOnContact && !mMass.IsFrozen() && !mHasLeft && IsAsleep();
 }
 
 void RigidBody::NoteHit() {
@@ -332,7 +227,7 @@ void RigidBody::NoteHit() {
 }
 
 void RigidBody::Wake() {
-  if (mBody && !mIsFrozen && !mHasLeft) mBody->activate();
+  if (mBody && !mMass.IsFrozen() && !mHasLeft) mBody->activate();
 }
 
 void RigidBody::AddVelocity(const Vec3d& change) {
@@ -349,7 +244,7 @@ void RigidBody::BeginStep(double dt, const Vec3d& gravity) {
   if (!IsDynamic()) return;
   mBody->clearForces();
   if (mSettings.wakesOnForce && Length(mForce) > mSettings.wakeForce) Wake();
-  mFall = mMass > 0 ? gravity * mSettings.linearFactor : Vec3d{};
+  mFall = mMass.Mass() > 0 ? gravity * mSettings.linearFactor : Vec3d{};
   const Vec3d change = (mFall + mForce * InverseMass()) * dt;
   // What a contact holds would bounce off it with all of that at once.
   mIsAhead = mIsCarried && !IsAsleep() && Length(mContactLinear) <= kFree * Length(change);
@@ -360,7 +255,7 @@ void RigidBody::BeginStep(double dt, const Vec3d& gravity) {
     mBody->setAngularVelocity(TurnToBullet(AngularVelocity() + spin));
     return;
   }
-  mBody->setGravity(ToBullet(mMass > 0 ? gravity : Vec3d{}));
+  mBody->setGravity(ToBullet(mMass.Mass() > 0 ? gravity : Vec3d{}));
   mBody->applyGravity();
   mBody->applyCentralForce(ToBullet(mForce));
   mBody->applyTorque(TurnToBullet(mTorque));
@@ -398,11 +293,8 @@ BodyMotion RigidBody::Motion() const {
   motion.isKeyed = mIsKeyed;
   motion.linear = LinearVelocity();
   motion.angular = AngularVelocity();
-  motion.isFrozen = mIsFrozen;
   motion.hasLeft = mHasLeft;
-  motion.previousMass = mPreviousMass;
-  motion.mass = mMass;
-  motion.volume = mProperties.volume;
+  mMass.Keep(motion);
   motion.force = mForce;
   motion.torque = mTorque;
   motion.contactLinear = mContactLinear;

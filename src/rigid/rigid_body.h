@@ -6,8 +6,9 @@
 
 #include "fluids/mesh/obstacle_settings.h"
 #include "framework/body_state.h"
+#include "rigid/body_mass.h"
+#include "rigid/body_motion.h"
 #include "rigid/body_shape.h"
-#include "rigid/mass_properties.h"
 
 class btRigidBody;
 struct btDefaultMotionState;
@@ -15,41 +16,6 @@ struct btDefaultMotionState;
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 class BodyHome;
-class StateArchive;
-
-/// A place where two bodies touch, as one of them sees it. Simulation units.
-struct BodyContact {
-  bool persistent = false;  ///< it was there before
-  Vec3d position{};         ///< on this body
-  Vec3d normal{};           ///< towards the first of the two
-  double distance = 0;      ///< negative where they overlap
-  i32 lifetime = 0;         ///< internal steps
-  i32 index = -1;           ///< of the triangle on this body
-  i32 part = -1;            ///< and of its mesh
-};
-
-/// What a checkpoint keeps of a body.
-struct BodyMotion {
-  Vec3d centre{};
-  Matrix axes;  ///< of the library's body; without offset
-  bool isKeyed = false;
-  Vec3d linear{}, angular{};
-  double calm = 0;     ///< seconds that it has been slow for
-  i32 activation = 1;  ///< the library's state
-  bool isFrozen = false;
-  bool hasLeft = false;  ///< the world; told already
-  double previousMass = 0, mass = 0;
-  Vec3d force{}, torque{};                  ///< for the next step
-  Vec3d contactLinear{}, contactAngular{};  ///< what contacts changed in the last step
-  Vec3d impulse{}, turn{};                  ///< of the fluid, for the next step
-  bool isCarried = false;
-  bool isNew = false;  ///< it stood still until now
-  bool isLulled = false;
-  Vec3d lull{};
-  double volume = 0;
-  void Persist(StateArchive& archive);
-};
-
 /// How a mesh moves as a rigid body. The world steps it; all that acts on it goes through here.
 class RigidBody : public BodyState {
  public:
@@ -75,10 +41,10 @@ class RigidBody : public BodyState {
   bool IsDynamic() const override { return mType == kDynamic; }
   bool IsKinematic() const override { return mType == kKinematic; }
   bool IsStatic() const override { return mType == kStatic; }
-  double Mass() const override { return mMass; }
+  double Mass() const override { return mMass.Mass(); }
   double Density() const override;
   /// Cubed simulation units that its triangles enclose.
-  double Volume() const { return mProperties.volume; }
+  double Volume() const { return mMass.Volume(); }
   /// From the voxels of a volume instead.
   void SetVolume(double volume);
 
@@ -133,10 +99,6 @@ class RigidBody : public BodyState {
   Vec3d mLinearBefore{};                      ///< the velocity before it
 
  private:
-  bool Weigh(BodyGeometry& solid, bool isHeavy);
-  void ScaleTo(double volume);
-  void ReadMass(const ObstacleSettings& settings, bool isRunning);
-  void SetMass();
   void SetUp(bool reset, bool isKeyed);
   void Remove();
 
@@ -144,16 +106,12 @@ class RigidBody : public BodyState {
   std::string mName;
   ObstacleSettings mSettings;
   BodyShape mShape;
-  MassProperties mProperties;  ///< of density 1, in the axes of the simulation at the start
-  Matrix mAxes;                ///< of the library's body, at the start; without offset
-  Vec3d mInertia{};            ///< about those axes, of density 1
+  BodyMass mMass;
   std::unique_ptr<btDefaultMotionState> mMotion;
   std::unique_ptr<btRigidBody> mBody;
   Type mType = kStatic;
   bool mIsKeyed = false;
-  bool mIsFrozen = false;
   bool mHasLeft = false;
-  double mPreviousMass = 0, mMass = 0;
   double mMargin = -1;  ///< simulation units
   Vec3d mAngularBefore{};
   std::vector<BodyContact> mContacts;
