@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "scene/loaded_scene.h"
+
 namespace MELDO_GLOBAL::app {
 
 struct BakeOptions {
@@ -13,7 +15,18 @@ struct BakeOptions {
   std::vector<std::string> overrides;
 };
 
-/// Writes the file and answers the exit code.
+/// What was written.
+struct Baked {
+  std::filesystem::path file;
+  std::size_t bodies = 0, frames = 0;
+};
+
+/// Writes the motion of the bodies of a run that has ended. `scene` stands as its file has it, and
+/// at its first frame behind this. Throws CommandError: kExitFile where a file can't be read or
+/// written or the statistics don't begin with the scene's first frame, kExitUsage where there are
+/// no bodies.
+Baked Bake(LoadedScene& scene, const BakeOptions& options);
+/// Does so and answers the exit code.
 int RunBake(const BakeOptions& options);
 
 }  // namespace MELDO_GLOBAL::app

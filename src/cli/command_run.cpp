@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "cache/cache_operator.h"
+#include "cli/command_bake.h"
 #include "cli/exit_code_of.h"
 #include "host/atomic_file.h"
 #include "host/exit_codes.h"
@@ -330,6 +331,24 @@ std::vector<std::string> WarningsOf(const Diagnostics& diagnostics) {
   return texts;
 }
 
+/// Behind a whole run: the ways of its bodies.
+int ExportBodies(const LoadedScene& scene, const RunOptions& options, const fs::path& out) {
+  for (const ExportSpec& spec : scene.exports) {
+    if (!spec.IsOfWholeRun()) continue;
+    // Bodies have moved their objects.
+    Diagnostics told;
+    std::optional<LoadedScene> fresh = LoadScene(options.scene, told, options.overrides);
+    try {
+      if (fresh) Bake(*fresh, {options.scene, out, out / spec.file, options.overrides});
+    } catch (const CommandError& error) {
+      // Frames that weren't asked for are missing, or there is no body.
+      fmt::print(stderr, "warning: no {}: {}\n", spec.file, error.what());
+      if (options.strict) return kExitInvalidScene;
+    }
+  }
+  return kExitDone;
+}
+
 }  // namespace
 
 int RunScene(const RunOptions& options) {
@@ -343,7 +362,8 @@ int RunScene(const RunOptions& options) {
   const fs::path out = options.out.empty() ? DefaultOut(options) : options.out;
   scene->document->folder = CacheFolderOf(out).string();
   try {
-    return Run(*scene, options, out).Execute(WarningsOf(diagnostics));
+    const int code = Run(*scene, options, out).Execute(WarningsOf(diagnostics));
+    return code == kExitDone ? ExportBodies(*scene, options, out) : code;
   } catch (const host::FileError& error) {
     throw CommandError(kExitFile, error.what());
   }

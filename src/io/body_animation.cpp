@@ -46,19 +46,24 @@ MeshTable OwnTable(const host::PolygonObject& object, const Matrix& turn, const 
   return table;
 }
 
+/// A centre of mass, seen from an object's origin in its axes. Simulation units.
+Vec3d CentreIn(const Matrix& placed, const Vec3d& centre, const Vec3d& worldToSim) {
+  const Matrix turn = RotationOf(placed);
+  const Vec3d away = centre - placed.offset * worldToSim;
+  return {Dot(turn.v1, away), Dot(turn.v2, away), Dot(turn.v3, away)};
+}
+
 void AddBody(GlbWriter& file, const host::PolygonObject& object, const BodyPath& path,
              const Vec3d& worldToSim, double first, double fps) {
   const Matrix placed = object.GlobalMatrix(), turn = RotationOf(placed);
   const Vec3d origin = placed.offset * worldToSim;
   const MeshTable table = OwnTable(object, turn, origin, worldToSim);
   if (table.polygons.empty()) return;
-  // From the centre of mass to the object's origin, in its axes.
-  const Vec3d away = origin - path.centres.front();
-  const Vec3d own{Dot(turn.v1, away), Dot(turn.v2, away), Dot(turn.v3, away)};
+  const Vec3d own = CentreIn(placed, path.centres.front(), worldToSim);
   std::vector<double> times, offsets, rotations;
   for (std::size_t i = 0; i < path.frames.size(); ++i) {
     times.push_back((path.frames[i] - first) / fps);
-    const Vec3d offset = path.centres[i] + Turned(path.rotations[i], own);
+    const Vec3d offset = path.centres[i] - Turned(path.rotations[i], own);
     offsets.insert(offsets.end(), {offset.x, offset.y, offset.z});
     // Of both quaternions of a turn the one that is nearer to the last: viewers mix them.
     std::array<double, 4> q = path.rotations[i];
@@ -78,21 +83,65 @@ void AddBody(GlbWriter& file, const host::PolygonObject& object, const BodyPath&
 
 }  // namespace
 
-std::vector<BodyPath> ReadBodyPaths(const std::filesystem::path& statistics) {
+std::array<double, 4> QuaternionOf(const Matrix& m) {
+  const double d[4] = {m.v1.x, m.v2.y, m.v3.z, m.v1.x + m.v2.y + m.v3.z};
+  const auto largest = std::max_element(d, d + 4) - d;
+  const double a = m.v2.z - m.v3.y, b = m.v3.x - m.v1.z, c = m.v1.y - m.v2.x;
+  const double p = m.v1.y + m.v2.x, q = m.v2.z + m.v3.y, r = m.v3.x + m.v1.z;
+  std::array<double, 4> out{};
+  switch (largest) {
+    case 0: out = {1 + d[0] - d[1] - d[2], p, r, a}; break;
+    case 1: out = {p, 1 + d[1] - d[0] - d[2], q, b}; break;
+    case 2: out = {r, q, 1 + d[2] - d[0] - d[1], c}; break;
+    default: out = {a, b, c, 1 + d[3]};
+  }
+  double length = 0;
+  for (const double part : out) length += part * part;
+  length = std::sqrt(length);
+  for (double& part : out) part /= length;
+  return out;
+}
+
+BodyPaths ReadBodyPaths(const std::filesystem::path& statistics) {
   std::ifstream file(statistics);
   if (!file)
     throw CommandError(kExitFile, fmt::format("cannot read {}: run the scene first, or name its "
                                               "output folder with --out",
                                               statistics.string()));
-  std::vector<BodyPath> paths;
+  BodyPaths found;
   std::string line;
   for (i32 number = 1; std::getline(file, line); ++number) try {
-      AddRow(Row::parse(line), paths);
+      const Row row = Row::parse(line);
+      if (number == 1) found.firstFrame = row.value("frame", found.firstFrame);
+      AddRow(row, found.paths);
     } catch (const Row::exception&) {
       throw CommandError(kExitFile, fmt::format("{}: line {} isn't one of a run's statistics",
                                                 statistics.string(), number));
     }
-  return paths;
+  return found;
+}
+
+void BeginWithKeys(host::Document& document, i32 first, const Vec3d& worldToSim,
+                   std::vector<BodyPath>& paths) {
+  for (BodyPath& path : paths) {
+    const auto* object = dynamic_cast<const host::PolygonObject*>(document.FindByName(path.name));
+    const i32 known = path.frames.front();
+    if (!object || known <= first) continue;
+    document.SetFrame(known);
+    const Vec3d own = CentreIn(object->GlobalMatrix(), path.centres.front(), worldToSim);
+    BodyPath before{path.name, {}, {}, {}};
+    for (i32 frame = first; frame < known; ++frame) {
+      document.SetFrame(frame);
+      const Matrix placed = object->GlobalMatrix(), turn = RotationOf(placed);
+      before.frames.push_back(frame);
+      before.centres.push_back(placed.offset * worldToSim + turn.Rotate(own));
+      before.rotations.push_back(QuaternionOf(turn));
+    }
+    path.frames.insert(path.frames.begin(), before.frames.begin(), before.frames.end());
+    path.centres.insert(path.centres.begin(), before.centres.begin(), before.centres.end());
+    path.rotations.insert(path.rotations.begin(), before.rotations.begin(), before.rotations.end());
+  }
+  document.SetFrame(first);
 }
 
 std::string EncodeBodies(const host::Document& document, const std::vector<BodyPath>& paths,

@@ -227,6 +227,7 @@ Exporter::Exporter(std::vector<ExportSpec> exports, fs::path folder, u64 simulat
 std::vector<WrittenFile> Exporter::Write(i32 frame, const Scenes& scenes) const {
   std::vector<WrittenFile> written;
   for (const ExportSpec& spec : mExports) {
+    if (spec.IsOfWholeRun()) continue;
     const std::string bytes = spec.format == "vdb"      ? EncodeVolumes(spec, frame, scenes)
                               : spec.format == "points" ? EncodePoints(spec, frame, scenes)
                               : spec.format == "mesh"   ? EncodeMeshOf(spec, scenes)

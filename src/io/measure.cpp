@@ -7,6 +7,7 @@
 
 #include "fluids/mesh/multi_mesh.h"
 #include "grids/fixed_blocks.h"
+#include "io/body_animation.h"
 #include "io/field.h"
 #include "io/mesh_table.h"
 #include "rigid/rigid_body_variational.h"
@@ -298,26 +299,6 @@ MeshRecord MeasureMesh(const MeshTable& mesh) {
 }
 
 namespace {
-
-/// The quaternion x y z w of a turn (Shepperd 1978).
-std::array<double, 4> QuaternionOf(const Matrix& m) {
-  const double d[4] = {m.v1.x, m.v2.y, m.v3.z, m.v1.x + m.v2.y + m.v3.z};
-  const auto largest = std::max_element(d, d + 4) - d;
-  const double a = m.v2.z - m.v3.y, b = m.v3.x - m.v1.z, c = m.v1.y - m.v2.x;
-  const double p = m.v1.y + m.v2.x, q = m.v2.z + m.v3.y, r = m.v3.x + m.v1.z;
-  std::array<double, 4> out{};
-  switch (largest) {
-    case 0: out = {1 + d[0] - d[1] - d[2], p, r, a}; break;
-    case 1: out = {p, 1 + d[1] - d[0] - d[2], q, b}; break;
-    case 2: out = {r, q, 1 + d[2] - d[0] - d[1], c}; break;
-    default: out = {a, b, c, 1 + d[3]};
-  }
-  double length = 0;
-  for (const double part : out) length += part * part;
-  length = std::sqrt(length);
-  for (double& part : out) part /= length;
-  return out;
-}
 
 void MeasureBodies(const Scene& scene, std::vector<BodyRecord>& bodies) {
   std::vector<Mesh*> meshes;

@@ -73,6 +73,7 @@ void AddParticleHints(const LoadedScene& scene, const ScenePlaces& places,
                       Diagnostics& diagnostics);
 void AddParticleEmitterHints(const LoadedScene& scene, const ScenePlaces& places,
                              Diagnostics& diagnostics);
+void AddBodyHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 void AddFireHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 
 }  // namespace MELDO_GLOBAL::app

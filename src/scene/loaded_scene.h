@@ -17,7 +17,7 @@ namespace MELDO_GLOBAL::app {
 
 /// A sequence of files for another tool.
 struct ExportSpec {
-  std::string format;  ///< "vdb", "png", "points" or "mesh"
+  std::string format;  ///< "vdb", "png", "points", "mesh" or "bodies"
   std::string file;    ///< below the output folder, with a run of # for the frame number
   std::vector<std::pair<std::string, host::NodeId>> grids;  ///< name in the file, node
   std::vector<host::NodeId> particles;  ///< groups: one of points, any number of a png
@@ -26,6 +26,9 @@ struct ExportSpec {
   u32 kinds = 0;                        ///< of their particles, a bit each; 0 for all
   char axis = 'z';                      ///< png: 'x', 'y' or 'z', the direction of view
   SourceLocation where;                 ///< of the export in the scene file
+
+  /// One file, written at the end, instead of one a frame.
+  bool IsOfWholeRun() const { return format == "bodies"; }
 };
 
 /// A scene that was read and found valid.

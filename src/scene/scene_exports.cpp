@@ -34,6 +34,7 @@ const std::vector<Format>& Formats() {
       {"png", {"grids", "particles", "kinds", "meshes", "axis"}},
       {"points", {"particles", "kinds"}},
       {"mesh", {"mesh"}},
+      {"bodies", {}},
   };
   return formats;
 }
@@ -55,6 +56,7 @@ std::vector<i32> KindsWithGrids() {
 std::vector<std::string> SuffixesOf(const std::string& format) {
   if (format == "points") return {".ply", ".csv", ".vdb"};
   if (format == "mesh") return {".ply", ".obj", ".stl", ".glb"};
+  if (format == "bodies") return {".glb"};
   return {};
 }
 
@@ -114,11 +116,16 @@ class ExportReader {
     const std::vector<std::string> suffixes = SuffixesOf(spec.format);
     const std::string suffix = suffixes.empty() ? "." + spec.format : suffixes.front();
     const bool isName = text->find('\0') == std::string::npos && path.has_filename();
-    if (!isName || text->find('#') == std::string::npos) {
+    const bool hasNumber = text->find('#') != std::string::npos;
+    if (!isName || hasNumber == spec.IsOfWholeRun()) {
       mContext.Error(*file, subject,
-                     fmt::format("'file': '{}' needs a run of # for the frame number, as in "
-                                 "'{}/####{}'",
-                                 Shown(*text), spec.format, suffix));
+                     spec.IsOfWholeRun()
+                         ? fmt::format("'file': '{}' has to name one file for all frames, as in "
+                                       "'{}{}'",
+                                       Shown(*text), spec.format, suffix)
+                         : fmt::format("'file': '{}' needs a run of # for the frame number, as in "
+                                       "'{}/####{}'",
+                                       Shown(*text), spec.format, suffix));
       return false;
     }
     if (!suffixes.empty() &&
@@ -145,6 +152,7 @@ class ExportReader {
 
   /// What the format shows: fields, particles, meshes, or in a picture at least one of them.
   bool ReadContent(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
+    if (spec.IsOfWholeRun()) return true;
     if (spec.format == "vdb") return ReadGrids(value, spec, subject);
     if (spec.format == "points") return ReadParticles(value, spec, subject);
     if (spec.format == "mesh") return ReadMeshes(value, "mesh", spec, subject);
@@ -199,7 +207,7 @@ class ExportReader {
 
   bool ReadKinds(const JsonValue& value, ExportSpec& spec, const Subject& subject) {
     const JsonValue* kinds = value.Find("kinds");
-    if (!kinds || spec.format == "vdb" || spec.format == "mesh") return true;
+    if (!kinds || spec.format == "vdb" || spec.format == "mesh" || spec.IsOfWholeRun()) return true;
     std::vector<std::string> words;
     for (const auto& row : MELDO_SULVA::kParticleKindRows) words.emplace_back(row.name);
     const auto refuse = [&](const JsonValue& at) {

@@ -6,7 +6,7 @@ namespace MELDO_GLOBAL::app {
 
 void AddHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
   for (const auto add : {AddShapeHints, AddSettingHints, AddOutputHints, AddFieldHints,
-                         AddFireHints, AddParticleHints, AddParticleEmitterHints})
+                         AddFireHints, AddBodyHints, AddParticleHints, AddParticleEmitterHints})
     add(scene, places, diagnostics);
 }
 

@@ -285,10 +285,16 @@ Json ExportSchema() {
                  {"particles", group},
                  {"kinds", Ref("kinds")}};
   Json mesh = {{"format", {{"const", "mesh"}}}, {"file", file}, {"mesh", polygons}};
+  Json bodies = {{"format", {{"const", "bodies"}}},
+                 {"file",
+                  {{"type", "string"},
+                   {"pattern", "^[^#]*\\.glb$"},
+                   {"description", "File in the output folder, written at the end."}}}};
   return {{"oneOf", Json::array({Object(std::move(vdb), {"format", "file", "grids"}),
                                  Object(std::move(png), {"format", "file"}),
                                  Object(std::move(points), {"format", "file", "particles"}),
-                                 Object(std::move(mesh), {"format", "file", "mesh"})})}};
+                                 Object(std::move(mesh), {"format", "file", "mesh"}),
+                                 Object(std::move(bodies), {"format", "file"})})}};
 }
 
 Json Definitions() {

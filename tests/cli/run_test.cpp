@@ -1,4 +1,5 @@
 // The run command through the binary: exit codes, outputs, selection, repeatability, interrupts.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -65,12 +66,13 @@ class RunCommand : public testing::Test {
   void SetUp() override {
     if (!fs::exists(BinaryPath())) GTEST_SKIP() << BinaryPath() << " isn't built";
     const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-    mFolder = fs::path(testing::TempDir()) / ("run_" + std::string(info->name()));
+    mFolder = fs::path(testing::TempDir()) / fmt::format("run_{}_{}", info->name(), getpid());
     fs::remove_all(mFolder);
     fs::create_directories(mFolder);
     Scene("smoke.json", kSmoke);
     Scene("empty.json", kEmpty);
   }
+  void TearDown() override { fs::remove_all(mFolder); }
 
   void Scene(const std::string& name, const std::string& text) {
     std::ofstream(mFolder / name) << text;
@@ -328,6 +330,20 @@ TEST_F(RunCommand, InterruptEndsInOrder) {
   EXPECT_EQ(lines.at(-1)["frames"].get<std::size_t>(), lines.size() - 1);
   for (const auto& entry : fs::recursive_directory_iterator(mFolder / "long"))
     EXPECT_NE(entry.path().extension(), ".sulva-part");
+}
+
+TEST_F(RunCommand, WaysOfBodiesAreExportedAtTheEnd) {
+  const std::string scene = "'" + SourcePath("scenes/dominoes.json") + "'";
+  ASSERT_EQ(Sulva("run " + scene + " --quiet --frames :4 --out whole").code, 0);
+  ASSERT_EQ(Sulva("bake " + scene + " --out whole --file baked.glb").code, 0);
+  const std::string exported = ReadAll(mFolder / "whole/bodies.glb");
+  EXPECT_NE(exported.find("stone 16"), std::string::npos);
+  EXPECT_TRUE(exported == ReadAll(mFolder / "baked.glb"));
+  // Their beginning isn't known here.
+  const Result part = Sulva("run " + scene + " --quiet --frames 2:4 --out part");
+  EXPECT_EQ(part.code, 0);
+  EXPECT_NE(part.err.find("warning: no bodies.glb: "), std::string::npos) << part.err;
+  EXPECT_FALSE(fs::exists(mFolder / "part/bodies.glb"));
 }
 
 TEST_F(RunCommand, WhatNeverWorksIsToldBeforeTheRunAndNotAgain) {

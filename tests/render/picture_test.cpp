@@ -47,6 +47,17 @@ Vec3d LightAt(const LoadedScene& scene, const RenderedPicture& picture, const Ve
   return app::LightAt(picture, pixel.x, pixel.y);
 }
 
+/// A sheet of 40 host units that shines with 1, in front of black, under an open shutter.
+LoadedScene LoadGlowingSheet() {
+  return LoadRenderScene(
+      std::string(kFrontView) +
+          R"(, {"type": "plane", "name": "sheet", "size": [40, 40], "rotation": [90, 0, 0]})",
+      R"("background": [[0.5, [0, 0, 0]]], "ground": false, "size": [64, 64], "samples": 128,
+         "blur_samples": 32, "shutter": 1, "bounce_light": false, "materials": [
+           {"type": "surface", "objects": ["sheet"],
+            "parameters": {"colour": [0, 0, 0], "emission": [1, 1, 1]}}])");
+}
+
 }  // namespace
 
 TEST(PictureTest, NothingButTheSky) {
@@ -67,17 +78,8 @@ TEST(PictureTest, NothingButTheSky) {
 }
 
 TEST(PictureTest, MeshesOfASimulationAreBlurredByTheirVelocities) {
-  LoadedScene scene = LoadRenderScene(
-      std::string(kFrontView) +
-          R"(, {"type": "plane", "name": "sheet", "size": [40, 40], "rotation": [90, 0, 0]})",
-      R"("background": [[0.5, [0, 0, 0]]], "ground": false, "size": [64, 64], "samples": 128,
-         "blur_samples": 32, "shutter": 1, "bounce_light": false, "materials": [
-           {"type": "surface", "objects": ["sheet"],
-            "parameters": {"colour": [0, 0, 0], "emission": [1, 1, 1]}}])");
-  host::PolygonObject* sheet = nullptr;
-  scene.document->ForEachNode([&](host::BaseNode& node) {
-    if (node.Name() == "sheet") sheet = dynamic_cast<host::PolygonObject*>(&node);
-  });
+  LoadedScene scene = LoadGlowingSheet();
+  auto* sheet = dynamic_cast<host::PolygonObject*>(scene.document->FindByName("sheet"));
   ASSERT_NE(sheet, nullptr);
   const RenderedPicture still = Draw(scene);
   // 80 host units in the frame's time, to the right: twice the sheet's width.
@@ -99,13 +101,7 @@ TEST(PictureTest, MeshesOfASimulationAreBlurredByTheirVelocities) {
 // What bodies moved: 80 host units to the right in the frame, and half a turn about a middle that
 // stands still.
 TEST(PictureTest, ObjectsThatWereWrittenBackAreBlurredByTheirMotion) {
-  LoadedScene scene = LoadRenderScene(
-      std::string(kFrontView) +
-          R"(, {"type": "plane", "name": "sheet", "size": [40, 40], "rotation": [90, 0, 0]})",
-      R"("background": [[0.5, [0, 0, 0]]], "ground": false, "size": [64, 64], "samples": 128,
-         "blur_samples": 32, "shutter": 1, "bounce_light": false, "materials": [
-           {"type": "surface", "objects": ["sheet"],
-            "parameters": {"colour": [0, 0, 0], "emission": [1, 1, 1]}}])");
+  LoadedScene scene = LoadGlowingSheet();
   auto* sheet = dynamic_cast<host::PolygonObject*>(scene.document->FindByName("sheet"));
   ASSERT_NE(sheet, nullptr);
   const auto lightAndMiddle = [](const RenderedPicture& picture) {

@@ -65,7 +65,7 @@ const ParameterTable& FluidSolver::Parameters() {
               "gas of differing weight: a heavy cloud sinks and spreads along the ground")
           .AcceptsAny(kScalarChannels)
           .To(&GasSettings::densityChannel),
-      RealRow(1001, "density", 1.23, "kg/m^3",
+      RealRow(kDensityRow, "density", 1.23, "kg/m^3",
               "how heavy the gas is where no channel says so; matters once other bodies push it")
           .AtLeast(1e-6)
           .To(&GasSettings::density),

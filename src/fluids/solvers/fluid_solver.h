@@ -47,6 +47,7 @@ class FluidSolver : public iFluidSolver, public GasSettings {
                        kSidesRow = 1310;
   /// Cells of padding inside of free sides: what moves a cell in a step stays in.
   static constexpr i32 kLeastPadding = 2;
+  static constexpr i32 kDensityRow = 1001;
   static constexpr i32 kWallRows[] = {1011, 1012, 1013, 1014, 1015, 1016};
   /// Why it rests where nothing is in its box.
   static constexpr const char* kDryReason =

@@ -1,0 +1,103 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "fluids/mesh/obstacle_settings.h"
+#include "fluids/solvers/fluid_solver.h"
+#include "fluids/solvers/water_solver.h"
+#include "framework/server_rows.h"
+#include "scene/shape_boxes.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using namespace MELDO_SULVA;
+
+namespace {
+
+/// Rigid bodies, and what is there to hold them.
+class BodyHints : public ShapeBoxes {
+ public:
+  using ShapeBoxes::ShapeBoxes;
+
+  void LookAt(const BaseNode& server) {
+    mNodes.clear();
+    mBodies.clear();
+    mHolders.clear();
+    Collect(server);
+    for (const BaseNode* node : mNodes) Sort(*node);
+    mMetresPerUnit =
+        Number(server, server_row::kSimulationUnits) / Number(server, server_row::kHostUnits);
+    const Vec3d* gravity = Get<Vec3d>(server, server_row::kGravity);
+    if (!gravity || gravity->y >= 0 || std::fabs(gravity->y) < Length(*gravity) * kUpright) return;
+    for (const Body& body : mBodies)
+      for (const BaseNode* node : mNodes)
+        if (IsA<WaterSolver>(*node) && MayWork(*node)) CheckFloor(body, *node);
+  }
+
+ private:
+  static constexpr double kUpright = 0.99;
+  struct Body {
+    const BaseNode* node;
+    Box box;
+    ObstacleSettings settings;
+  };
+
+  void Sort(const BaseNode& node) {
+    const BaseNode* tag = node.Tag(kObstacleTag);
+    if (!tag || !tag->Table()) return;
+    ObstacleSettings settings;
+    FillMembers(*tag->Table(), tag, settings);
+    Box box{{kFar, kFar, kFar}, {-kFar, -kFar, -kFar}};
+    const bool isStill = StillBox(node, box.low, box.high);
+    if (!settings.IsHeavy())
+      // What moves may come below anything.
+      mHolders.push_back(isStill ? box : Box{box.high, box.low});
+    else if (isStill)
+      mBodies.push_back({&node, box, settings});
+  }
+
+  /// As far as can be told of one whose density follows from its mass: as if it filled its box.
+  bool Floats(const Body& body, const BaseNode& liquid) const {
+    const Vec3d size = (body.box.high - body.box.low) * mMetresPerUnit;
+    const double density = body.settings.massMode == MassMode::FromDensity
+                               ? body.settings.density
+                               : body.settings.mass / (size.x * size.y * size.z);
+    return density < Number(liquid, FluidSolver::kDensityRow);
+  }
+
+  /// A body that falls into a liquid whose floor is a wall of the container alone.
+  void CheckFloor(const Body& body, const BaseNode& liquid) {
+    constexpr i32 kLowY = 2;
+    const Vec3d &low = body.box.low, &high = body.box.high;
+    if (mPlaces.IsMoved(liquid) || !Get<Vec3d>(liquid, FluidSolver::kBoxSizeRow)) return;
+    const Box box = BoxOf(liquid);
+    const bool isInside = low.x < box.high.x && high.x > box.low.x && low.z < box.high.z &&
+                          high.z > box.low.z && low.y >= box.low.y;
+    if (!isInside || StaysZero(liquid, FluidSolver::kWallRows[kLowY])) return;
+    const auto isBelow = [&](const Box& holder) {
+      return holder.low.x < high.x && holder.high.x > low.x && holder.low.z < high.z &&
+             holder.high.z > low.z && holder.low.y < low.y;
+    };
+    if (Floats(body, liquid) || std::any_of(mHolders.begin(), mHolders.end(), isBelow)) return;
+    Warn(
+        *body.node,
+        fmt::format("it will fall through the floor of {}: walls of a container hold fluids alone; "
+                    "bodies rest on obstacles without a mass",
+                    Named(liquid)));
+  }
+
+  double mMetresPerUnit = 1;
+  std::vector<Body> mBodies;
+  std::vector<Box> mHolders;
+};
+
+}  // namespace
+
+void AddBodyHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
+  BodyHints hints(scene, places, diagnostics);
+  for (const BaseNode* server : scene.servers) hints.LookAt(*server);
+}
+
+}  // namespace MELDO_GLOBAL::app
