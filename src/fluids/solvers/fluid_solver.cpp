@@ -328,9 +328,10 @@ void FluidSolver::ExpandBounds(Vec3d& min, Vec3d& max) {
     return;
   }
   const double padding = HasSurroundings() ? std::max(paddingCells, kLeastPadding) : paddingCells;
+  const Room room = RoomAhead();
   for (int a = 0; a < 3; ++a) {
-    from[a] = std::max(lo[a], from[a] - padding);
-    to[a] = std::min(hi[a], to[a] + padding);
+    from[a] = std::max(lo[a], from[a] - std::max(padding, room.low[a]));
+    to[a] = std::min(hi[a], to[a] + std::max(padding, room.high[a]));
   }
   // What moves across a side pushes on both of its sides: the cells outside are too coarse for it.
   if (HasSurroundings())

@@ -105,6 +105,11 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   double mMaxSpeedSq = 0.001;
 
  protected:
+  /// Cells that what it carries needs before the sides of a container that follows it.
+  struct Room {
+    Vec3d low{}, high{};
+  };
+  virtual Room RoomAhead() const { return {}; }
   /// Beyond sides inside of the user's box more of the fluid goes on, not air without pressure.
   virtual bool HasSurroundings() const { return containerSides == 0; }
 

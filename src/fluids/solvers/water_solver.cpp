@@ -1,6 +1,7 @@
 #include "fluids/solvers/water_solver.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "fluids/advection/liquid_contact.h"
 #include "framework/scene.h"
@@ -14,6 +15,8 @@ namespace {
 
 // A density is known to a percent at best.
 constexpr double kCorrectionTolerance = 1e-2;
+constexpr double kHaste = 1.1;    // of the way of a step: the next may be longer
+constexpr double kFarthest = 24;  // cells; what goes farther in a step is warned of
 
 }  // namespace
 
@@ -183,11 +186,47 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
   }
 }
 
+FluidSolver::Room WaterSolver::Ways() const {
+  Vec3d low{}, high{};
+  for (const ParticleGroup* group : groups) {
+    const ParticleStore& store = group->Store(kLiquid);
+    const std::span<const Vec3d> velocities = store.Velocities();
+    const std::span<const u16> flags = store.Flags();
+    for (i32 i = 0; i < store.Count(); ++i) {
+      if (!(flags[i] & PF_ALIVE)) continue;
+      low = Min(low, velocities[i]);
+      high = Max(high, velocities[i]);
+    }
+  }
+  const double cells = kHaste * mScene->mTime.stepDuration / GetDomain().cellSize;
+  // 0 where a velocity isn't a number.
+  const auto way = [&](double speed) { return std::min(std::max(0.0, speed * cells), kFarthest); };
+  Room ways;
+  for (int a = 0; a < 3; ++a) ways.low[a] = way(-low[a]), ways.high[a] = way(high[a]);
+  return ways;
+}
+
+FluidSolver::Room WaterSolver::RoomAhead() const {
+  // Particles move behind this, through velocities of the step before, which end at the sides that
+  // it had: a way ahead of where they stand now, and as far again.
+  Room room = Ways();
+  for (int a = 0; a < 3; ++a) {
+    room.low[a] = std::ceil(2 * room.low[a]) + 1;
+    room.high[a] = std::ceil(2 * room.high[a]) + 1;
+  }
+  return room;
+}
+
 i32 WaterSolver::Rounds() const {
+  if (extrapolationRounds <= 0) return extrapolationRounds;
   // Particles stand up to two faces beyond the cells that a smooth surface holds.
   constexpr i32 kBeyond = 2;
   const bool isSmooth = mLevelSet.mMode == SurfaceMode::Smooth;
-  return extrapolationRounds > 0 && isSmooth ? extrapolationRounds + kBeyond : extrapolationRounds;
+  const Room ways = Ways();
+  double farthest = 0;
+  for (int a = 0; a < 3; ++a) farthest = std::max({farthest, ways.low[a], ways.high[a]});
+  return std::max(extrapolationRounds, static_cast<i32>(std::ceil(farthest)) + 1) +
+         (isSmooth ? kBeyond : 0);
 }
 
 bool WaterSolver::SolvePressure() {

@@ -58,6 +58,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
 
  protected:
   bool HasSurroundings() const override { return false; }
+  Room RoomAhead() const override;
 
  private:
   /// Sorts the particles, unless they are as when last sorted.
@@ -67,7 +68,9 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   double ToldRest() const;
   /// How many particles fill a cell isn't known any more.
   void ForgetRest();
-  /// Of the extrapolation.
+  /// How far the particles move in a step, each way along each axis, in cells.
+  Room Ways() const;
+  /// Of the extrapolation: particles meet a velocity wherever they go.
   i32 Rounds() const;
 
   ParticleSort mSort;
