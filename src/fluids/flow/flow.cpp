@@ -118,7 +118,7 @@ void Flow::BuildSolids() {
   }
   mNarrowGaps.Build(mBoundary, Threads());
   mNarrowGaps.Open(mFractions);
-  mThinFaces.Build(mBoundary.mObstacles, levelSet->mLayout);
+  mThinFaces.Build(mBoundary, Threads());
   if (mThinFaces.HasAny()) mThinFaces.Close(mFractions);
   mBoundary.ComputeActiveBox(Threads());
   mSolidCells.Build(*levelSet, Threads());

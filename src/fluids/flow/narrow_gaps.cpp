@@ -19,6 +19,7 @@ constexpr i32 kFineParts = 4, kFinePoints = kFineParts + 1;  // of a cell's edge
 constexpr double kFacing = -0.5;  // at most, of the product of two sides' normals
 // Cells. Of two whole cells it isn't for rounding to say whether they are a gap: they are none.
 constexpr double kContact = 1e-3, kWidestGap = 2 - 1e-6;
+constexpr double kInside = 0.2;       // cells, from a node into a cell
 constexpr double kHoldsSmoke = 0.25;  // least open part of a cell
 // Between the points of two surfaces nearest to nodes; curved ones are nearer to each other.
 constexpr double kSuspicious = 1;  // cells
@@ -236,10 +237,18 @@ void NarrowGaps::ScanLayer(const EGrid<double>& level, const SolidSurfaces& soli
 void NarrowGaps::MeasureCell(const SolidSurfaces& solids, const GridLayout& layout,
                              Cell& cell) const {
   const VecInt3D at = cell.at - mState.origin;
-  SolidSurfaces::Nearest nearest[8 + 6 * 8];
-  i32 count = 8;
-  for (i32 k = 0; k < 8; ++k) nearest[k] = solids.AtNode(at + VecInt3D{k & 1, k >> 1 & 1, k >> 2});
+  SolidSurfaces::Nearest nearest[8 + 8 + 6 * 8];
   const double size = layout.cellSize;
+  i32 count = 8;
+  for (i32 k = 0; k < 8; ++k) {
+    const VecInt3D node = at + VecInt3D{k & 1, k >> 1 & 1, k >> 2};
+    nearest[k] = solids.AtNode(node);
+    if (!(std::abs(nearest[k].distance) < kContact * size)) continue;
+    // On an edge it may know the one that lies beside the gap.
+    const Vec3d inside =
+        ToReal(node) * (1 - 2 * kInside) + (ToReal(at) * 2 + Vec3d{1, 1, 1}) * kInside;
+    nearest[count++] = solids.Find(layout.simOrigin + inside * layout.simCell);
+  }
   double width = kWidestGap * size;
   const SolidSurfaces::Nearest *one = nullptr, *other = nullptr;
   for (u32 pinched = cell.pinched; pinched; pinched &= pinched - 1) {

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "fluids/flow/thin_faces.h"
+#include "fluids/flow/cells_between.h"
 #include "fluids/volume/volume_base.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/flow/cells_between.h"
+#include "fluids/flow/thin_rims.h"
 #include "fluids/volume/thin_walls.h"
 #include "fluids/volume/volume_base.h"
 #include "grids/sampling.h"
@@ -30,17 +32,11 @@ struct Block {
 
 }  // namespace
 
-VecInt3D CellsBetween(const GridLayout& from, const GridLayout& to) {
-  VecInt3D cells;
-  for (i32 a = 0; a < 3; ++a)
-    cells[a] = static_cast<i32>(std::lround((to.simOrigin[a] - from.simOrigin[a]) / to.cellSize));
-  return cells;
-}
-
-void ThinFaces::Build(const std::vector<VolumeBase*>& obstacles, const GridLayout& layout) {
-  mBits.reset();
-  mFaces.clear();
-  for (const VolumeBase* obstacle : obstacles) {
+void ThinFaces::Build(const GridBoundary& boundary, i32 threads) {
+  Release();
+  const GridLayout& layout = boundary.GetLevelSet()->mLayout;
+  ThinRims rims;
+  for (const VolumeBase* obstacle : boundary.mObstacles) {
     const ThinWalls* walls = obstacle->Has(FLAG_ENABLED) ? obstacle->GetThinWalls() : nullptr;
     if (!walls || walls->Faces().empty()) continue;
     if (!mBits) mBits = std::make_unique<Grid<u8>>(layout.dims, kCentre);
@@ -50,7 +46,12 @@ void ThinFaces::Build(const std::vector<VolumeBase*>& obstacles, const GridLayou
       return Min(c, VecInt3D{}) == VecInt3D{} &&
              Max(c, layout.dims - VecInt3D{1, 1, 1}) == layout.dims - VecInt3D{1, 1, 1};
     };
+    auto rim = walls->Rims().begin();
     for (const ThinWalls::Face& face : walls->Faces()) {
+      if (rim != walls->Rims().end() && rim->face == face) {
+        ++rim;
+        continue;
+      }
       const VecInt3D at = face.at + offset;
       if (!holds(at)) continue;
       (*mBits)(at.x, at.y, at.z) |= 1 << face.axis;
@@ -58,6 +59,25 @@ void ThinFaces::Build(const std::vector<VolumeBase*>& obstacles, const GridLayou
     }
     for (const VecInt3D& cell : walls->Filled())
       if (const VecInt3D at = cell + offset; holds(at)) (*mBits)(at.x, at.y, at.z) |= kFilled;
+    rims.Add(*walls, offset, layout.dims);
+  }
+  rims.Decide(boundary, threads);
+  Add(rims);
+}
+
+/// What a rim leaves open leads past it: through cells whose centres lie on it.
+void ThinFaces::Add(const ThinRims& rims) {
+  for (const ThinRims::Rim& rim : rims.All()) {
+    if (ClosesFace(rim.axis, rim.at.x, rim.at.y, rim.at.z)) continue;
+    if (rim.open == 0) {
+      (*mBits)(rim.at.x, rim.at.y, rim.at.z) |= 1 << rim.axis;
+      mFaces.push_back({rim.at, rim.axis});
+      continue;
+    }
+    mRims.push_back({{rim.at, rim.axis}, rim.open});
+    const VecInt3D below = rim.at - ExtraOf(rim.axis);
+    (*mBits)(rim.at.x, rim.at.y, rim.at.z) &= ~kFilled;
+    if (below[rim.axis] >= 0) (*mBits)(below.x, below.y, below.z) &= ~kFilled;
   }
 }
 
@@ -66,6 +86,11 @@ void ThinFaces::Close(Grid_VolumeFractions& fractions) const {
   for (i32 axis = 0; axis < 3; ++axis) open[axis] = fractions.GetRead(axis, 1);
   for (const Face& face : mFaces)
     if (open[face.axis]) (*open[face.axis])(face.at.x, face.at.y, face.at.z) = 0;
+  for (const auto& [face, most] : mRims) {
+    if (!open[face.axis]) continue;
+    float& part = (*open[face.axis])(face.at.x, face.at.y, face.at.z);
+    part = std::min(part, static_cast<float>(most));
+  }
 }
 
 Vec3d ThinFaces::Stop(const Vec3d& from, const Vec3d& to, Cells cells) const {

@@ -2,16 +2,15 @@
 #pragma once
 #include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "fluids/volume/volume_fractions.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-class VolumeBase;
-
-/// How many cells the origin of `to` lies above that of `from`; both stand on one lattice.
-VecInt3D CellsBetween(const GridLayout& from, const GridLayout& to);
+class GridBoundary;
+class ThinRims;
 
 /// The faces and cells of a flow's grid that the thin walls of its obstacles close. What the eight
 /// samples round a point tell of both sides of such a wall has to be told apart: a path stops at a
@@ -26,11 +25,13 @@ class ThinFaces {
   enum Range { kInner, kOutermostToo };
   enum Cells { kWithoutFilled, kFilledToo };
 
-  /// Gathers the thin walls of all enabled obstacles.
-  void Build(const std::vector<VolumeBase*>& obstacles, const GridLayout& layout);
+  /// Gathers the thin walls of all enabled obstacles in the grid of a boundary's level set. The
+  /// result doesn't depend on `threads`.
+  void Build(const GridBoundary& boundary, i32 threads);
   void Release() {
     mBits.reset();
     mFaces.clear();
+    mRims.clear();
   }
   /// There are some; without them nothing else may be asked.
   bool HasAny() const { return mBits != nullptr; }
@@ -39,7 +40,7 @@ class ThinFaces {
   std::span<const Face> Faces() const { return mFaces; }
   /// The bits of all cells.
   const u8* Bits() const { return mBits->mData; }
-  /// Closes the faces in the open fractions of a flow.
+  /// Closes the faces in the open fractions of a flow, at rims in part.
   void Close(Grid_VolumeFractions& fractions) const;
   bool ClosesFace(i32 axis, i32 x, i32 y, i32 z) const {
     return x < mBits->mNx && y < mBits->mNy && z < mBits->mNz && ((*mBits)(x, y, z) >> axis & 1);
@@ -61,10 +62,12 @@ class ThinFaces {
   u8 ReachFaces(const Vec3d& p, i32 axis) const;
 
  private:
+  void Add(const ThinRims& rims);
   Vec3d StopBetween(const Vec3d& from, const Vec3d& to, Cells cells) const;
 
   std::unique_ptr<Grid<u8>> mBits;  ///< by cell
   std::vector<Face> mFaces;
+  std::vector<std::pair<Face, double>> mRims;  ///< and what is open of them at most
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

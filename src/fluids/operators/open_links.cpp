@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "fluids/flow/cells_between.h"
 #include "fluids/flow/flow_cells.h"
 #include "grids/fixed_blocks.h"
 

@@ -1,10 +1,11 @@
 #include "fluids/pressure/solid_push.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <utility>
 
-#include "fluids/flow/thin_faces.h"
+#include "fluids/flow/cells_between.h"
 #include "fluids/pressure/projection_fields.h"
 #include "fluids/volume/cell_fractions.h"
 #include "fluids/volume/thin_walls.h"
@@ -52,10 +53,14 @@ SolidPush::SolidPush(const ProjectionFields& fields, std::span<const MovingBody>
   }
 }
 
-bool SolidPush::IsThin(const VolumeBase& volume, i32 axis, const VecInt3D& face) const {
+/// What a wall that is too thin for its distances closes of a face: at a rim no more than its side,
+/// where something else doesn't close the rest.
+double SolidPush::ThinPart(const VolumeBase& volume, i32 axis, const VecInt3D& face) const {
   const ThinWalls* walls = volume.GetThinWalls();
-  return walls && !walls->Faces().empty() &&
-         walls->Closes(face + CellsBetween(volume.GetGrid()->mLayout, mLayout), axis);
+  if (!walls || walls->Faces().empty()) return 0;
+  const VecInt3D own = face + CellsBetween(volume.GetGrid()->mLayout, mLayout);
+  if ((*mFields.open[axis])(face.x, face.y, face.z) == 0) return walls->Closes(own, axis) ? 1 : 0;
+  return std::popcount(walls->SidesAt(own, axis)) / 4.0;
 }
 
 /// Lowers the distances at the corners of a face to those of a volume.
@@ -82,17 +87,20 @@ void SolidPush::AddResting(i32 axis, Face& face) const {
   for (const Solid& solid : mResting) {
     if (!Touches(solid.reach, face.at)) continue;
     Cut(*solid.volume, axis, face.at, face.corner);
-    if (IsThin(*solid.volume, axis, face.at)) face.open = 0;
+    face.open = std::min(face.open, 1 - ThinPart(*solid.volume, axis, face.at));
   }
-  face.open *= 1 - SquareFraction(face.corner);
+  face.open = std::min(face.open, 1 - SquareFraction(face.corner));
 }
 
 double SolidPush::ShareOf(const VolumeBase& volume, i32 axis, const Face& face) const {
-  if (face.open == 0 || IsThin(volume, axis, face.at)) return face.open;
+  if (face.open == 0) return 0;
+  const double thin = ThinPart(volume, axis, face.at);
+  if (thin == 1) return face.open;
   double corner[4];
   std::copy_n(face.corner, 4, corner);
   Cut(volume, axis, face.at, corner);
-  const double share = std::max(0.0, face.open - (1 - SquareFraction(corner)));
+  const double share =
+      std::max(std::min(thin, face.open), face.open - (1 - SquareFraction(corner)));
   if (face.at[axis] > 1 && face.at[axis] < mLayout.dims[axis] - 1) return share;
   // A side of the box closes the face: what is left of a gap there isn't the body's.
   double own[4];

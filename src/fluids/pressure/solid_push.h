@@ -79,7 +79,7 @@ class SolidPush {
   void AddResting(i32 axis, Face& face) const;
   double AddBody(const Body& body, const VecInt3D& cell, Faces& faces) const;
   BodyRow RowOf(const Body& body, const VecInt3D& cell, const Faces& faces) const;
-  bool IsThin(const VolumeBase& volume, i32 axis, const VecInt3D& face) const;
+  double ThinPart(const VolumeBase& volume, i32 axis, const VecInt3D& face) const;
   void Cut(const VolumeBase& volume, i32 axis, const VecInt3D& face, double (&corner)[4]) const;
   double ShareOf(const VolumeBase& volume, i32 axis, const Face& face) const;
 

@@ -17,6 +17,7 @@ namespace {
 /// In cells. No cell reaches from one side of a wall to the other when it is thicker than a cell's
 /// diagonal: from there on distances at nodes close it.
 constexpr double kThin = 1.75, kProbe = 0.25, kClearly = 0.75, kHair = 1e-4;
+constexpr double kDiagonalHair = 1e-6;  // of an edge's length
 constexpr double kUpright = 1e-6;  // of a normal: a line crosses no triangle that stands along it
 constexpr i32 kTrianglesAtOnce = 512;
 
@@ -32,19 +33,36 @@ bool IsOnEdge(const Vec2D<double>& p, const Vec2D<double>& q, double& share) {
   return x * x + y * y < kSolidHair * kSolidHair;
 }
 
-/// As `HoldsOrigin`, edges included: which of the lines along them count isn't for rounding to say.
-bool TouchesOrigin(const Vec2D<double> (&p)[3], double (&weights)[3]) {
-  if (HoldsOrigin(p[0], p[1], p[2], weights)) return true;
+/// The diagonals from the origin that begin on the side of an edge on which the triangle lies, as
+/// the sides of a rim; those along the edge belong to both of its sides.
+u8 SidesOf(const Vec2D<double>& p, const Vec2D<double>& q, const Vec2D<double>& third) {
+  const double dx = q.x - p.x, dy = q.y - p.y;
+  const double own = dx * (third.y - p.y) - dy * (third.x - p.x);
+  const double hair = kDiagonalHair * (std::abs(dx) + std::abs(dy));
+  u8 sides = 0;
+  for (i32 j = 0; j < 4; ++j) {
+    const double side = dx * (j & 2 ? 1 : -1) - dy * (j & 1 ? 1 : -1);
+    if ((own < 0 ? -side : side) >= -hair) sides |= 1 << j;
+  }
+  return sides;
+}
+
+/// The sides of the line through the origin on which a triangle is. As `HoldsOrigin`, edges
+/// included: which of the lines along them count isn't for rounding to say.
+u8 SidesRound(const Vec2D<double> (&p)[3], double (&weights)[3]) {
+  bool touches = HoldsOrigin(p[0], p[1], p[2], weights);
+  u8 sides = ThinWalls::kAllSides;
   for (i32 a = 0; a < 3; ++a) {
-    const i32 b = (a + 1) % 3;
+    const i32 b = (a + 1) % 3, c = 3 - a - b;
     double share;
     if (!IsOnEdge(p[a], p[b], share)) continue;
+    sides &= SidesOf(p[a], p[b], p[c]);
+    if (std::exchange(touches, true)) continue;
     weights[a] = 1 - share;
     weights[b] = share;
-    weights[3 - a - b] = 0;
-    return true;
+    weights[c] = 0;
   }
-  return false;
+  return touches ? sides : 0;
 }
 
 }  // namespace
@@ -78,7 +96,7 @@ class ThinWalls::Crossings {
     }
   }
 
-  std::vector<Face> faces;
+  std::vector<Rim> found;
 
  private:
   using Pair = Vec2D<i32>;
@@ -91,31 +109,35 @@ class ThinWalls::Crossings {
         const auto at = [&](i32 c) {
           return Vec2D<double>{p[c][u] - (j + 0.5), p[c][v] - (k + 0.5)};
         };
-        if (!TouchesOrigin({at(0), at(1), at(2)}, w)) continue;
+        const u8 sides = SidesRound({at(0), at(1), at(2)}, w);
+        if (!sides) continue;
         Vec3d crossing;
         crossing[axis] = w[0] * p[0][axis] + w[1] * p[1][axis] + w[2] * p[2][axis];
         crossing[u] = j + 0.5;
         crossing[v] = k + 0.5;
-        Add(crossing, axis);
+        Add(crossing, axis, sides);
       }
   }
 
-  void Add(const Vec3d& crossing, i32 axis) {
+  void Add(const Vec3d& crossing, i32 axis, u8 sides) {
     if (mKind == kSolid && !IsThin(mLayout.simOrigin + crossing * mLayout.simCell, mNormal)) return;
     // A centre on the surface is in the solid: the face that closes lies on its other side. A sheet
     // through a centre has none, and closes the faces on both sides.
     const bool looksDown = mKind == kSolid && mNormal[axis] < 0;
     const bool looksUp = mKind == kSolid && !looksDown;
-    if (!looksDown) AddFace(crossing, axis, kSolidHair);
-    if (!looksUp) AddFace(crossing, axis, -kSolidHair);
+    if (!looksDown) AddFace(crossing, axis, kSolidHair, sides);
+    if (!looksUp) AddFace(crossing, axis, -kSolidHair, sides);
   }
 
-  void AddFace(const Vec3d& crossing, i32 axis, double nudge) {
+  void AddFace(const Vec3d& crossing, i32 axis, double nudge, u8 sides) {
     VecInt3D at;
     for (i32 a = 0; a < 3; ++a)
       at[a] = static_cast<i32>(std::floor(crossing[a] + (a == axis ? 0.5 + nudge : 0.0)));
     if (at[axis] < 0 || at[axis] > mLayout.dims[axis]) return;
-    if (faces.empty() || !(faces.back() == Face{at, axis})) faces.push_back({at, axis});
+    if (!found.empty() && found.back().face == Face{at, axis})
+      found.back().sides |= sides;
+    else
+      found.push_back({{at, axis}, sides});
   }
 
   /// From `p` straight into the solid it ends in less than `kThin` cells.
@@ -137,6 +159,8 @@ class ThinWalls::Crossings {
 
 void ThinWalls::Clear() {
   mFaces.clear();
+  mRims.clear();
+  mInside.clear();
   mFilled.clear();
 }
 
@@ -146,28 +170,48 @@ void ThinWalls::Find(SharpSurface surface, Kind kind, bool moves, i32 threads) {
   surface.LinkTriangles();
   const i32 count = surface.Mesh().GetTriangleCount();
   const i32 blocks = (count + kTrianglesAtOnce - 1) / kTrianglesAtOnce;
-  std::vector<std::vector<Face>> found(blocks);
+  std::vector<std::vector<Rim>> found(blocks);
   ForEachBlock(blocks, threads, [&](i32 block) {
     Crossings crossings(surface, kind);
     const i32 end = std::min(count, (block + 1) * kTrianglesAtOnce);
     for (i32 t = block * kTrianglesAtOnce; t < end; ++t) crossings.AddTriangle(t);
-    found[block] = std::move(crossings.faces);
+    found[block] = std::move(crossings.found);
   });
-  for (const std::vector<Face>& part : found) mFaces.insert(mFaces.end(), part.begin(), part.end());
-  SortFaces();
+  for (const std::vector<Rim>& part : found) mRims.insert(mRims.end(), part.begin(), part.end());
+  TakeFaces();
   if (kind == kSolid) FindFilled(surface, moves);
 }
 
-void ThinWalls::SortFaces() {
-  std::sort(mFaces.begin(), mFaces.end(),
+/// From `mRims`, which holds all that was found; what stays there are rims.
+void ThinWalls::TakeFaces() {
+  std::sort(mRims.begin(), mRims.end(),
+            [](const Rim& a, const Rim& b) { return OrderOf(a.face) < OrderOf(b.face); });
+  std::size_t kept = 0;
+  for (auto rim = mRims.begin(); rim != mRims.end();) {
+    Rim whole = *rim;
+    for (++rim; rim != mRims.end() && rim->face == whole.face; ++rim) whole.sides |= rim->sides;
+    mFaces.push_back(whole.face);
+    if (whole.sides != kAllSides) mRims[kept++] = whole;
+  }
+  mRims.resize(kept);
+}
+
+void ThinWalls::SortFaces(std::vector<Face>& faces) {
+  std::sort(faces.begin(), faces.end(),
             [](const Face& a, const Face& b) { return OrderOf(a) < OrderOf(b); });
-  mFaces.erase(std::unique(mFaces.begin(), mFaces.end()), mFaces.end());
+  faces.erase(std::unique(faces.begin(), faces.end()), faces.end());
 }
 
 namespace {
 
 bool ComesBefore(const VecInt3D& a, const VecInt3D& b) {
   return std::tuple(a.z, a.y, a.x) < std::tuple(b.z, b.y, b.x);
+}
+
+bool Holds(const std::vector<ThinWalls::Face>& sorted, const ThinWalls::Face& face) {
+  return std::binary_search(
+      sorted.begin(), sorted.end(), face,
+      [](const ThinWalls::Face& a, const ThinWalls::Face& b) { return OrderOf(a) < OrderOf(b); });
 }
 
 bool Holds(const std::vector<VecInt3D>& sorted, const VecInt3D& cell) {
@@ -219,18 +263,34 @@ void ThinWalls::CloseInside(const SharpSurface& surface, Exists&& exists) {
   for (const VecInt3D& cell : mFilled)
     for (i32 axis = 0; axis < 3; ++axis) {
       const VecInt3D below = cell - ExtraOf(axis), above = cell + ExtraOf(axis);
-      if (Holds(mFilled, below) || Holds(beside, below)) mFaces.push_back({cell, axis});
-      if (Holds(beside, above)) mFaces.push_back({above, axis});
+      if (Holds(mFilled, below) || Holds(beside, below)) AddInside({cell, axis});
+      if (Holds(beside, above)) AddInside({above, axis});
     }
-  SortFaces();
+  SortFaces(mInside);
+  mFaces.insert(mFaces.end(), mInside.begin(), mInside.end());
+  SortFaces(mFaces);
 }
 
-bool ThinWalls::Closes(const VecInt3D& at, i32 axis) const {
+/// A way along a rim may go on along it.
+void ThinWalls::AddInside(const Face& face) {
+  const VecInt3D step = ExtraOf(face.axis);
+  const auto isRim = [&](const VecInt3D& at) {
+    const u8 sides = SidesAt(at, face.axis);
+    return sides != 0 && sides != kAllSides;
+  };
+  const bool isAlongRim = isRim(face.at - step) && isRim(face.at + step);
+  if (!isAlongRim && !Closes(face.at, face.axis)) mInside.push_back(face);
+}
+
+bool ThinWalls::Closes(const VecInt3D& at, i32 axis) const { return Holds(mFaces, {at, axis}); }
+
+u8 ThinWalls::SidesAt(const VecInt3D& at, i32 axis) const {
   const Face face{at, axis};
-  const auto found =
-      std::lower_bound(mFaces.begin(), mFaces.end(), face,
-                       [](const Face& a, const Face& b) { return OrderOf(a) < OrderOf(b); });
-  return found != mFaces.end() && *found == face;
+  const auto rim =
+      std::lower_bound(mRims.begin(), mRims.end(), face,
+                       [](const Rim& a, const Face& b) { return OrderOf(a.face) < OrderOf(b); });
+  if (rim != mRims.end() && rim->face == face) return rim->sides;
+  return Closes(at, axis) && !Holds(mInside, face) ? kAllSides : 0;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

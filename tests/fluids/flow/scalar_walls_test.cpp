@@ -170,7 +170,7 @@ TEST(ScalarWalls, WhatAThinWallPassesOverStaysBeforeIt) {
           ASSERT_TRUE(rig.GetVolume().AfterLinks());
           boundary.mObstacles = {&rig.GetVolume()};
           boundary.Build(1);
-          thin.Build(boundary.mObstacles, layout);
+          thin.Build(boundary, 1);
           ASSERT_TRUE(thin.HasAny());
           const auto isAhead = [&](i32 x, double wall) {
             return (field.PositionOf(x, 4, 4).x - wall / 100) * way > (way > 0 ? 1e-7 : -1e-7);
