@@ -4,8 +4,11 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <optional>
 #include <utility>
 
+#include "fluids/volume/sharp_surface.h"
+#include "fluids/volume/solid_hair.h"
 #include "fluids/volume/thin_walls.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/state_archive.h"
@@ -164,6 +167,14 @@ void ScalarWalls::MarkPassed(const std::vector<GridBoundary::Mover>& movers) {
     const double farthest = mover.travel + mState->mLayout.cellSize;
     const ThinWalls* walls = obstacle->GetThinWalls();
     if (!walls || walls->Faces().empty()) continue;
+    // No step before tells what lay in the wall from the start.
+    std::optional<SharpSurface> start =
+        mIsFirst ? obstacle->GetSharpSurface() : std::optional<SharpSurface>();
+    if (start) start->LinkTriangles();
+    const auto hasLeft = [&](const Vec3d& p, const Vec3d& motion) {
+      const double hair = kSolidHair * mState->mLayout.cellSize;
+      return start && start->Find(p).distance > hair && start->Find(p + motion).distance < hair;
+    };
     ForEachCell(mover.reach, [&](i32 x, i32 y, i32 z) {
       u8& state = (*mState)(x, y, z);
       const Vec3d p = mState->PositionOf(x, y, z);
@@ -172,7 +183,7 @@ void ScalarWalls::MarkPassed(const std::vector<GridBoundary::Mover>& movers) {
       // Beside the walls of the container a cell can be closed that isn't in this one.
       if (std::abs(distance) > farthest || (state == kClosed && !(distance > 0))) return;
       const Vec3d motion = obstacle->SurfaceVelocityAt(p);
-      if (!obstacle->HasPassed(p, motion)) return;
+      if (!obstacle->HasPassed(p, motion) && !hasLeft(p, motion)) return;
       if (state == kOpen) state = kLeft;
       mPassed.push_back({mState->Index(x, y, z), motion});
     });

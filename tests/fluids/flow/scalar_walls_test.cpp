@@ -132,7 +132,8 @@ TEST(ScalarWalls, TheFirstStepKnowsWhereSolidsComeFrom) {
     EGrid<double> field(layout, kCentre);
     field.Fill(kStart);
     const ScalarWalls::Values values{.nothing = 0, .outside = 0, .initial = kStart};
-    EXPECT_EQ(walls.HandOver(values, 3, field).stuck, 0.5 * 8 * 8 * 12) << "it held that at the start";
+    EXPECT_EQ(walls.HandOver(values, 3, field).stuck, 0.5 * 8 * 8 * 12)
+        << "it held that at the start";
     double held[2] = {}, wanted[2] = {};
     ForEachCell({{0, 0, 0}, layout.dims}, [&](i32 x, i32 y, i32 z) {
       const bool ahead = field.PositionOf(x, y, z).x * way > 0;
@@ -142,6 +143,40 @@ TEST(ScalarWalls, TheFirstStepKnowsWhereSolidsComeFrom) {
     });
     EXPECT_NEAR(held[0], wanted[0], 1e-9) << "behind";
     EXPECT_NEAR(held[1], wanted[1], 1e-9) << "ahead";
+  }
+}
+
+TEST(ScalarWalls, WhatWasEmittedIntoAThinWallAtTheStartGoesAheadOfIt) {
+  // A plate of 0.6 cells round the centres of a layer goes 1.2 cells in the first step.
+  for (const double way : {6.0, -6.0}) {
+    MeshRig rig(host::MakeBox({.size = {80, 3, 80}}));
+    rig.AddVolume();
+    rig.volumeNode->AddTag(host::kObstacleTag);
+    for (const i32 frame : {0, 1}) {
+      rig.Place({2.5 + frame * way, 0, 0}, {0, 0, 90});
+      rig.Frame(frame);
+    }
+    ASSERT_TRUE(rig.GetVolume().ResolveLinks());
+    ASSERT_TRUE(rig.GetVolume().AfterLinks());
+    GridLayout layout;
+    layout.Set({36, 8, 8}, Vec3d{180, 40, 40}, 0.05f, {-90, -20, -20});
+    GridBoundary boundary;
+    boundary.mObstacles = {&rig.GetVolume()};
+    boundary.mLevelSet = std::make_unique<EGrid<double>>(layout, kNode);
+    boundary.Build(1);
+    ThinFaces thin;
+    thin.Build(boundary, 1);
+    ASSERT_TRUE(thin.HasAny());
+    ScalarWalls walls;
+    walls.Build(boundary, nullptr, thin, 1);
+    EGrid<double> field(layout, kCentre);
+    ForEachCell({{18, 1, 1}, {19, 7, 7}}, [&](i32 x, i32 y, i32 z) { field(x, y, z) = 1; });
+    EXPECT_NEAR(walls.HandOver(kValues, 3, field).given, 36, 1e-9);
+    double ahead = 0;
+    ForEachCell({{0, 0, 0}, layout.dims}, [&](i32 x, i32 y, i32 z) {
+      if ((100 * field.PositionOf(x, y, z).x - 2.5 - way) * way > 0) ahead += field(x, y, z);
+    });
+    EXPECT_NEAR(ahead, 36, 1e-9);
   }
 }
 
