@@ -17,6 +17,11 @@ using namespace host;
 
 namespace {
 
+/// What a cell takes at most of each difference at once: no wave grows or turns over, whatever its
+/// length. More strength takes more passes, up to a number that nobody waits for in vain.
+constexpr double kMostTaken = 1.0 / 12;
+constexpr i32 kMostPasses = 100;
+
 /// Below this width, in cells, samples of a Gaussian no longer have its variance.
 constexpr double kNarrow = 1.0;
 
@@ -95,7 +100,7 @@ const ParameterTable& GridDiffusion::Parameters() {
           .To(&GridDiffusion::mMode),
       RealRow(kStrengthRow, "strength", 1.0, "host/s",
               "how soft it gets: with gaussian the width of the blur behind a second, in host "
-              "units; else how much neighbours count, in cells a second")
+              "units; else what each of six neighbours gives of its difference in a second")
           .AtLeast(0)
           .To(&GridDiffusion::mStrengthRow),
       LongRow(1002, "rounds", 1, "", "repeats the blur in each substep, for more of it")
@@ -221,9 +226,17 @@ void GridDiffusion::Blur(EGrid<double>& grid) {
 }
 
 void GridDiffusion::Smooth(EGrid<double>& grid) {
-  const EGrid<double>& source = *mWork[0];
+  // Shares add up over passes and steps as long as they are small: so what a second does is the
+  // same in however many steps.
   const double strength = mStrengthPerSecond * mTime->stepDuration;
-  const double given = strength / (1 + 6 * strength);
+  const i32 passes =
+      static_cast<i32>(std::clamp(std::ceil(strength / kMostTaken), 1.0, double{kMostPasses}));
+  const double taken = std::min(strength / passes, kMostTaken);
+  for (i32 pass = 0; pass < passes && !IsCancelled(); ++pass) SmoothOnce(grid, taken);
+}
+
+void GridDiffusion::SmoothOnce(EGrid<double>& grid, double taken) {
+  const EGrid<double>& source = *mWork[0];
   const bool onlyUp = mMode == static_cast<i32>(DiffusionMode::Grow);
   const i32 ny = source.mNx, nz = source.mSlice;
   CopyAll(grid, *mWork[0], mScene->mThreadCount);
@@ -235,7 +248,7 @@ void GridDiffusion::Smooth(EGrid<double>& grid) {
         const double* c = source.mData + first;
         const u8* links = mLinks.Bits() + first;
         Relax(c, c - ny, c + ny, c - nz, c + nz, links, links - ny, links - nz, grid.mData + first,
-              box.max.x - box.min.x, given, onlyUp);
+              box.max.x - box.min.x, taken, onlyUp);
       }
   });
 }

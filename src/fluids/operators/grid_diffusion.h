@@ -10,7 +10,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 enum class DiffusionMode : i32 {
   Gaussian = 0,  ///< a separable blur, an axis a pass
-  Smooth = 1,    ///< each cell and its six neighbours, in one pass
+  Smooth = 1,    ///< each cell and its six neighbours, in passes
   Grow = 2,      ///< the same where it raises the value
 };
 
@@ -44,6 +44,7 @@ class GridDiffusion : public iObject {
   /// One round on a component: each axis in turn, or the neighbours at once.
   void Blur(EGrid<double>& grid);
   void Smooth(EGrid<double>& grid);
+  void SmoothOnce(EGrid<double>& grid, double taken);
 
   ScalarField* mScalar = nullptr;
   VectorField* mVector = nullptr;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "fluids/operators/operator_rig.h"
+#include "grids/for_each_cell.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
@@ -100,19 +101,38 @@ TEST_F(Diffusion, TheTotalStaysInsideOfTheBorder) {
 
 TEST_F(Diffusion, SmoothingWeighsTheNeighboursAndGrowingOnlyRaises) {
   for (const i32 mode : {1, 2}) {
-    Begin(mode, 0.25);
+    Begin(mode, 1.0 / 16);
     smoke.mGrid->Fill(0);
     (*smoke.mGrid)(5, 5, 5) = 1;
     s.Run(blur);
-    EXPECT_NEAR((*smoke.mGrid)(5, 5, 5), mode == 1 ? 1 / 2.5 : 1.0, 1e-12);
+    EXPECT_NEAR((*smoke.mGrid)(5, 5, 5), mode == 1 ? 10.0 / 16 : 1.0, 1e-12);
     for (const VecInt3D& c : {VecInt3D{4, 5, 5}, {5, 6, 5}, {5, 5, 4}})
-      EXPECT_NEAR((*smoke.mGrid)(c.x, c.y, c.z), 0.25 / 2.5, 1e-12);
+      EXPECT_NEAR((*smoke.mGrid)(c.x, c.y, c.z), 1.0 / 16, 1e-12);
     EXPECT_EQ((*smoke.mGrid)(4, 4, 5), 0);
     Begin(mode, 0);
     OperatorRig::Randomise(*smoke.mGrid, 5, 0, 1);
     const std::vector<double> before = OperatorRig::Copy(*smoke.mGrid);
     s.Run(blur);
     EXPECT_EQ(OperatorRig::Copy(*smoke.mGrid), before) << "a strength of 0 changes nothing";
+  }
+}
+
+TEST_F(Diffusion, SmoothsAsMuchInAnyNumberOfSteps) {
+  for (const double strength : {0.05, 0.32, 1.0}) {
+    double centre[2];
+    for (const i32 steps : {1, 4}) {
+      Begin(1, strength / steps);
+      smoke.mGrid->Fill(0);
+      (*smoke.mGrid)(10, 9, 11) = 1;
+      for (i32 i = 0; i < steps; ++i) s.Run(blur);
+      double variance = 0;
+      ForEachCell({{1, 1, 1}, {20, 18, 22}}, [&](i32 x, i32 y, i32 z) {
+        variance += (x - 10.0) * (x - 10.0) * (*smoke.mGrid)(x, y, z);
+      });
+      EXPECT_NEAR(variance, 2 * strength, 1e-4) << steps;
+      centre[steps / 4] = (*smoke.mGrid)(10, 9, 11);
+    }
+    EXPECT_NEAR(centre[1] / centre[0], 1, 0.1) << strength;
   }
 }
 
