@@ -87,6 +87,7 @@ class GridAdvection : public iObject, public FieldCarrier {
   /// Books what the step did to the target, and tells of a drift that lasts.
   void BookMove();
   double ShareOfSolids(double drift) const;
+  double ShareOfSides(double drift) const;
   void WarnOfSolids(double share);
   void WarnOfDrift(double share);
   /// How far cells that a solid covers look for takers, in cells.

@@ -17,6 +17,7 @@ using namespace host;
 
 namespace {
 constexpr double kUnseen = 1e-6;  // of a total: nobody sees it
+constexpr double kUnsure = 0.03;  // of what leaves through sides in a step
 // Of a total, by which paths may change it, at once and in each second.
 constexpr double kMostOwed = 0.004, kPaidPerSecond = 0.004;
 }  // namespace
@@ -117,6 +118,9 @@ void GridAdvection::BookMove() {
   const double solids = ShareOfSolids(drift);
   drift -= solids;
   Owe(drift, std::max(before, account.Size()));
+  const double passed = ShareOfSides(drift);
+  drift -= passed;
+  mLeft -= passed;
   account.mLedger.left += mLeft;
   account.mLedger.trapped += mTrapped - fetched - solids;
   account.mLedger.drift += drift;
@@ -136,6 +140,14 @@ void GridAdvection::BookMove() {
 double GridAdvection::ShareOfSolids(double drift) const {
   if (IsConservative() || HoldsAmount()) return 0;
   return std::clamp(-mGain, std::min(drift, 0.0), std::max(drift, 0.0));
+}
+
+/// What passes a side is measured along paths in the field as it was before the step. Corrections
+/// and their limits let the cells that leave have a little more or less.
+double GridAdvection::ShareOfSides(double drift) const {
+  if (!IsCorrected() || IsConservative() || !HoldsAmount()) return 0;
+  const double most = kUnsure * std::abs(mLeft);
+  return std::clamp(drift, -most, most);
 }
 
 /// Limits leave a correction less room than what paths make too much, where gas speeds up: what

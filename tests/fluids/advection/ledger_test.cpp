@@ -282,6 +282,26 @@ TEST(Ledger, AFlowThatSpeedsUpAndNarrowsTakesWhatItBringsToTheSide) {
   EXPECT_LT(size, 0.04 * total) << drift;
 }
 
+TEST(Ledger, APuffThatIsBlownOutHasLeft) {
+  // In steps of up to two and a half cells; corrections change what the cells that leave have.
+  ConservativeRig rig({18, 18, 18}, 0.1, kCorrectedPaths);
+  rig.Walls(0, 0, 0, 0, 0, 0);
+  rig.Begin();
+  rig.Fill(*rig.smoke->mGrid, [](const Vec3d& p) {
+    return Length(p - Vec3d{0.4, 0.9, 0.9}) < 0.22 ? 0.9 : 0.0;
+  });
+  const double total = InnerTotal(*rig.smoke->mGrid);
+  double left = 0;
+  for (int step = 1; step <= 40; ++step) {
+    rig.FillVelocity([&](const Vec3d&) { return Vec3d{0.16 * step, 0, 0}; });
+    rig.Move(1);
+    left += rig.TakeLedger().left;
+  }
+  EXPECT_LT(InnerTotal(*rig.smoke->mGrid), 1e-6 * total);
+  EXPECT_NEAR(left, total, 1e-3 * total);
+  EXPECT_TRUE(rig.move->TakeWarnings().empty());
+}
+
 TEST(Ledger, ACorrectionWithoutRoomTakesFromValues) {
   // What rises beside an open top is squeezed by the air that it draws in: paths make more than
   // limits let a correction take back. The rest is taken evenly from what moves, so that a plume
