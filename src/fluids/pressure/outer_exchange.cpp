@@ -60,11 +60,9 @@ template <class F>
 OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell, F&& speedAt) const {
   const EGrid<float>& open = *mFlow->GetOpenFaces(axis);
   CellBox box;
-  VecInt3D face;
   for (i32 a = 0; a < 3; ++a) {
     box.min[a] = mCuts[a][cell[a]];
     box.max[a] = a == axis ? box.min[a] + 1 : mCuts[a][cell[a] + 1];
-    face[a] = mLattice[a].first + cell[a];
   }
   const std::vector<i32>& out = mMovedOut[axis];
   FaceSum sum;
@@ -75,8 +73,16 @@ OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell, F&& spee
     sum.flow += open[index] * speedAt(index);
   });
   sum.along = sum.area;
+  AddMovedIn(axis, cell, speedAt, sum);
+  return sum;
+}
+
+/// Adds the fine faces that strays bring to a face of the lattice.
+template <class F>
+void OuterLevel::AddMovedIn(i32 axis, const VecInt3D& cell, F&& speedAt, FaceSum& sum) const {
   const std::vector<MovedFace>& in = mMovedIn[axis];
-  if (in.empty()) return sum;
+  if (in.empty()) return;
+  const VecInt3D face = mLattice.InnerFace(cell);
   const i32 own = mVelocity[axis]->Index(face.x, face.y, face.z);
   for (auto moved = std::lower_bound(in.begin(), in.end(), MovedFace{own, 0, 0});
        moved != in.end() && moved->face == own; ++moved) {
@@ -86,7 +92,6 @@ OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell, F&& spee
     sum.along += area;
     sum.flow += area * speedAt(moved->index);
   }
-  return sum;
 }
 
 OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell) const {
@@ -94,18 +99,66 @@ OuterLevel::FaceSum OuterLevel::SumFace(i32 axis, const VecInt3D& cell) const {
   return SumFace(axis, cell, [&](i32 index) { return velocity[index]; });
 }
 
+/// Row by row, as they lie in memory: adds a row of fine faces to the faces of the lattice that it
+/// crosses.
+template <bool kFlows>
+void OuterLevel::AddFaceRow(i32 axis, i32 row, FaceSum* sums) const {
+  const EGrid<float>& open = *mFlow->GetOpenFaces(axis);
+  const float* part = open.mData + row;
+  const double* speed = mFlow->mVelocity.GetGrid(axis)->mData + row;
+  const std::vector<i32>& out = mMovedOut[axis];
+  const auto moved = std::lower_bound(out.begin(), out.end(), row);
+  const bool isWhole = moved == out.end() || *moved >= row + open.mNx;
+  const i32 count = mLattice.InnerDims().x + (axis == 0 ? 1 : 0);
+  for (i32 i = 0; i < count; ++i) {
+    const i32 last = axis == 0 ? mCuts[0][i] + 1 : mCuts[0][i + 1];
+    double area = sums[i].area, flow = sums[i].flow;
+    for (i32 x = mCuts[0][i]; x < last; ++x) {
+      if (!isWhole && std::binary_search(moved, out.end(), row + x)) continue;
+      area += part[x];
+      if constexpr (kFlows) flow += part[x] * speed[x];
+    }
+    sums[i].area = area;
+    sums[i].flow = flow;
+  }
+}
+
+/// The same as `SumFace` for all faces of a layer of the lattice, x counting fastest, the flows if
+/// they are asked for.
+std::vector<OuterLevel::FaceSum> OuterLevel::SumLayer(i32 axis, i32 k, bool flows) const {
+  const EGrid<float>& open = *mFlow->GetOpenFaces(axis);
+  const VecInt3D count = mLattice.InnerDims() + ExtraOf(axis);
+  std::vector<FaceSum> sums(static_cast<std::size_t>(count.x) * count.y);
+  const i32 high = axis == 2 ? mCuts[2][k] + 1 : mCuts[2][k + 1];
+  for (i32 z = mCuts[2][k]; z < high; ++z)
+    for (i32 j = 0; j < count.y; ++j) {
+      const i32 end = axis == 1 ? mCuts[1][j] + 1 : mCuts[1][j + 1];
+      for (i32 y = mCuts[1][j]; y < end; ++y) {
+        FaceSum* own = sums.data() + i64{count.x} * j;
+        const i32 row = open.Index(0, y, z);
+        flows ? AddFaceRow<true>(axis, row, own) : AddFaceRow<false>(axis, row, own);
+      }
+    }
+  const EGrid<double>& velocity = *mFlow->mVelocity.GetGrid(axis);
+  ForEachCell({{0, 0, k}, {count.x, count.y, k + 1}}, [&](i32 i, i32 j, i32) {
+    FaceSum& sum = sums[i64{count.x} * j + i];
+    sum.along = sum.area;
+    AddMovedIn(
+        axis, {i, j, k}, [&](i32 index) { return velocity[index]; }, sum);
+  });
+  return sums;
+}
+
 void OuterLevel::Average(bool onlySides) {
   const VecInt3D inner = mLattice.InnerDims();
   for (i32 axis = 0; axis < 3; ++axis) {
-    VecInt3D count = inner;
-    ++count[axis];
+    const VecInt3D count = inner + ExtraOf(axis);
     ForEachBlock(count.z, Threads(), [&](i32 k) {
+      const std::vector<FaceSum> all = onlySides ? std::vector<FaceSum>() : SumLayer(axis, k, true);
       ForEachCell({{0, 0, k}, {count.x, count.y, k + 1}}, [&](i32 i, i32 j, i32) {
-        const VecInt3D cell{i, j, k};
+        const VecInt3D cell{i, j, k}, face = mLattice.InnerFace(cell);
         if (onlySides && cell[axis] > 0 && cell[axis] < inner[axis]) return;
-        VecInt3D face;
-        for (i32 a = 0; a < 3; ++a) face[a] = mLattice[a].first + cell[a];
-        const FaceSum sum = SumFace(axis, cell);
+        const FaceSum sum = onlySides ? SumFace(axis, cell) : all[i64{count.x} * j + i];
         (*mVelocity[axis])(face.x, face.y, face.z) = sum.along > 0 ? sum.flow / sum.along : 0.0;
       });
     });
@@ -156,8 +209,7 @@ void OuterLevel::MatchSides(const ProjectionFields& fields) {
       ForEachCell(side, [&](i32 i, i32 j, i32 k) {
         const FaceSum sum = SumFace(axis, {i, j, k}, shareAt);
         if (!(sum.along > 0)) return;
-        const VecInt3D face =
-            VecInt3D{i, j, k} + VecInt3D{mLattice[0].first, mLattice[1].first, mLattice[2].first};
+        const VecInt3D face = mLattice.InnerFace({i, j, k});
         const i32 cell = Dot(face, steps);
         (*mVelocity[axis])(face.x, face.y, face.z) +=
             mUniform[axis] * (law.Along(axis)(cell, cell - steps[axis]) - sum.flow / sum.along);

@@ -37,15 +37,17 @@ Vec3d OuterLevel::PushAlongSides(const VelocityGridEmitter& forces,
   std::vector<Span> spans(kShares);
   const auto addRow = [&](const CellBox& row, i32 worker, Span& span, std::vector<Vec3d>& places,
                           std::vector<Vec3d>& given) {
-    places.clear();
-    ForEachCell(row, [&](i32 x, i32 y, i32 z) {
-      places.push_back(layout.simOrigin + Vec3d{x + 0.5, y + 0.5, z + 0.5} * layout.simCell);
-    });
-    given.assign(places.size(), {});
-    if (anywhere) forces.FindChanges(places, layout.simToWorld, static_cast<u32>(worker), given);
+    if (anywhere) {
+      places.clear();
+      ForEachCell(row, [&](i32 x, i32 y, i32 z) {
+        places.push_back(layout.simOrigin + Vec3d{x + 0.5, y + 0.5, z + 0.5} * layout.simCell);
+      });
+      given.assign(places.size(), {});
+      forces.FindChanges(places, layout.simToWorld, static_cast<u32>(worker), given);
+    }
     std::size_t i = 0;
     ForEachCell(row, [&](i32 x, i32 y, i32 z) {
-      const Vec3d& known = given[i++];
+      const Vec3d known = anywhere ? given[i++] : Vec3d{};
       const i32 cell = change[0]->Index(x, y, z);
       if (!(cells[cell] > 0)) return;
       span.Add(Vec3d{(*change[0])[cell], (*change[1])[cell], (*change[2])[cell]} - known);

@@ -56,6 +56,10 @@ class OuterLattice {
   VecInt3D Dims() const { return {mAxes[0].Cells(), mAxes[1].Cells(), mAxes[2].Cells()}; }
   /// Cells inside of the container.
   VecInt3D InnerDims() const;
+  /// The face, or cell, of the lattice that is one of the inner ones.
+  VecInt3D InnerFace(const VecInt3D& inner) const {
+    return inner + VecInt3D{mAxes[0].first, mAxes[1].first, mAxes[2].first};
+  }
   bool IsInnerCell(i32 x, i32 y, i32 z) const;
   /// A face of `axis` that lies in the container or bounds it.
   bool IsInnerFace(i32 axis, const VecInt3D& face) const;
@@ -80,43 +84,57 @@ class OuterLattice {
 
 /// Calls f(x, y, z, value) for all crossings of the taps' places on the axes, counted from 0.
 /// `values` are the samples of a lattice, `dims` their number. Runs on up to `threads` workers,
-/// each with layers of its own.
+/// each with rows of its own. The axis with the fewest places comes first: of a side that is one
+/// place, and what is left are samples in a plane.
 template <class F>
 void Resample(const double* values, const VecInt3D& dims, const LatticeTaps& taps, i32 threads,
               F&& f) {
+  if (taps[0].empty() || taps[1].empty() || taps[2].empty()) return;
   const auto reach = [](const std::vector<AxisTaps>& axis) {
     IndexRange range{axis.front().node[0], axis.front().node[3] + 1};
     for (const AxisTaps& t : axis)
       range = {std::min(range.first, t.node[0]), std::max(range.last, t.node[3] + 1)};
     return range;
   };
-  if (taps[0].empty() || taps[1].empty() || taps[2].empty()) return;
-  const IndexRange xs = reach(taps[0]), ys = reach(taps[1]);
-  const i32 nx = xs.last - xs.first, ny = ys.last - ys.first;
-  ForEachBlock(static_cast<i32>(taps[2].size()), threads, [&](i32 z) {
-    std::vector<double> layer(static_cast<std::size_t>(nx) * ny), line(nx);
-    for (i32 tap = 0; tap < 4; ++tap) {
-      const double weight = taps[2][z].weight[tap];
-      const double* from = values + i64{dims.x} * dims.y * taps[2][z].node[tap];
-      for (i32 y = 0; y < ny; ++y) {
-        const double* row = from + i64{dims.x} * (ys.first + y) + xs.first;
-        for (i32 x = 0; x < nx; ++x) layer[y * nx + x] += weight * row[x];
-      }
-    }
-    for (i32 y = 0; y < static_cast<i32>(taps[1].size()); ++y) {
-      std::fill(line.begin(), line.end(), 0.0);
-      for (i32 tap = 0; tap < 4; ++tap) {
-        const double* row = layer.data() + (taps[1][y].node[tap] - ys.first) * nx;
-        for (i32 x = 0; x < nx; ++x) line[x] += taps[1][y].weight[tap] * row[x];
-      }
-      for (i32 x = 0; x < static_cast<i32>(taps[0].size()); ++x) {
-        const AxisTaps& t = taps[0][x];
+  i32 first = 2;
+  for (const i32 a : {1, 0})
+    if (taps[a].size() < taps[first].size()) first = a;
+  const i32 fast = first == 0 ? 1 : 0, slow = first == 2 ? 1 : 2;
+  const IndexRange columns = reach(taps[fast]), rows = reach(taps[slow]);
+  const i32 n = columns.last - columns.first;
+  const i64 steps[3] = {1, dims.x, i64{dims.x} * dims.y};
+  const auto places = static_cast<i32>(taps[slow].size());
+  std::vector<double> plane(static_cast<std::size_t>(n) * (rows.last - rows.first));
+  std::vector<double> lines(static_cast<std::size_t>(n) * places);
+  for (i32 p = 0; p < static_cast<i32>(taps[first].size()); ++p) {
+    const AxisTaps& through = taps[first][p];
+    for (i32 row = rows.first; row < rows.last; ++row)
+      for (i32 i = 0; i < n; ++i) {
+        const double* from = values + steps[slow] * row + steps[fast] * (columns.first + i);
         double sum = 0;
-        for (i32 tap = 0; tap < 4; ++tap) sum += t.weight[tap] * line[t.node[tap] - xs.first];
-        f(x, y, z, sum);
+        for (i32 tap = 0; tap < 4; ++tap)
+          sum += through.weight[tap] * from[steps[first] * through.node[tap]];
+        plane[i64{n} * (row - rows.first) + i] = sum;
       }
-    }
-  });
+    ForEachBlock(places, threads, [&](i32 place) {
+      VecInt3D at;
+      at[first] = p;
+      at[slow] = place;
+      double* line = lines.data() + i64{n} * place;
+      std::fill_n(line, n, 0.0);
+      for (i32 tap = 0; tap < 4; ++tap) {
+        const AxisTaps& t = taps[slow][place];
+        const double* row = plane.data() + i64{n} * (t.node[tap] - rows.first);
+        for (i32 i = 0; i < n; ++i) line[i] += t.weight[tap] * row[i];
+      }
+      for (at[fast] = 0; at[fast] < static_cast<i32>(taps[fast].size()); ++at[fast]) {
+        const AxisTaps& t = taps[fast][at[fast]];
+        double sum = 0;
+        for (i32 tap = 0; tap < 4; ++tap) sum += t.weight[tap] * line[t.node[tap] - columns.first];
+        f(at.x, at.y, at.z, sum);
+      }
+    });
+  }
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

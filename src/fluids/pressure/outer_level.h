@@ -113,6 +113,11 @@ class OuterLevel : public Grid_Incompressibility, public FarField {
   FaceSum SumFace(i32 axis, const VecInt3D& cell, F&& speedAt) const;
   /// With the speeds of the gas.
   FaceSum SumFace(i32 axis, const VecInt3D& cell) const;
+  std::vector<FaceSum> SumLayer(i32 axis, i32 k, bool flows) const;
+  template <bool kFlows>
+  void AddFaceRow(i32 axis, i32 row, FaceSum* sums) const;
+  template <class F>
+  void AddMovedIn(i32 axis, const VecInt3D& cell, F&& speedAt, FaceSum& sum) const;
   void SumInner(const ProjectionFields& fields, std::span<const double> rhs);
   template <class Sums>
   void SumStrays(const Sums& balance);

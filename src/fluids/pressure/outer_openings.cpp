@@ -130,15 +130,13 @@ void OuterLevel::FindOwners() {
 void OuterLevel::MeasureInner() {
   const VecInt3D inner = mLattice.InnerDims();
   for (i32 axis = 0; axis < 3; ++axis) {
-    VecInt3D count = inner;
-    ++count[axis];
+    const VecInt3D count = inner + ExtraOf(axis);
     ForEachBlock(count.z, Threads(), [&](i32 k) {
+      const std::vector<FaceSum> all = SumLayer(axis, k, false);
       ForEachCell({{0, 0, k}, {count.x, count.y, k + 1}}, [&](i32 i, i32 j, i32) {
-        const VecInt3D cell{i, j, k};
-        VecInt3D face;
-        for (i32 a = 0; a < 3; ++a) face[a] = mLattice[a].first + cell[a];
-        (*mOpen[axis])(face.x, face.y, face.z) =
-            static_cast<float>(SumFace(axis, cell).area / mLattice[axis].DistanceAt(face[axis]));
+        const VecInt3D face = mLattice.InnerFace({i, j, k});
+        (*mOpen[axis])(face.x, face.y, face.z) = static_cast<float>(
+            all[i64{count.x} * j + i].area / mLattice[axis].DistanceAt(face[axis]));
       });
     });
   }

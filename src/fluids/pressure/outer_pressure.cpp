@@ -21,10 +21,12 @@ struct UniformFree {
   Vec3d uniform;
   const Law& law;  ///< that density over the face's, over the cell size
   double inverseCell;
+  bool isCalm = uniform == Vec3d{};
 
   double At(const CellLine& line, i32 x) const {
     const VecInt3D n = fields.openCell->Dims();
     const i32 c = line.cell + x, y = n.x, z = n.x * n.y;
+    if (isCalm) return rhs[c];
     const auto lx = law.Along(0), ly = law.Along(1), lz = law.Along(2);
     return rhs[c] - (uniform.x * (line.ox[x] * lx(c, c - 1) - line.ox[x + 1] * lx(c, c + 1)) +
                      uniform.y * (line.oy0[x] * ly(c, c - y) - line.oy1[x] * ly(c, c + y)) +
@@ -115,7 +117,7 @@ template <class Sums>
 void OuterLevel::SumStrays(const Sums& balance) {
   const VecInt3D inner = mLattice.InnerDims(), n = mLattice.Dims();
   const auto innerAt = [&](const VecInt3D& cell) -> double& {
-    const VecInt3D c = cell - VecInt3D{mLattice[0].first, mLattice[1].first, mLattice[2].first};
+    const VecInt3D c = cell - mLattice.InnerFace({});
     return mInner[(inner.y * c.z + c.y) * inner.x + c.x];
   };
   const auto give = [&](i32 owner, double value) {
@@ -205,6 +207,12 @@ void OuterLevel::SampleSide(SideLayer& side) {
                            pressure,
                            Used().GetMatrix().Diagonal(),
                            {mOpen[0].get(), mOpen[1].get(), mOpen[2].get()}};
+  CellBox reach;
+  for (i32 a = 0; a < 3; ++a)
+    reach.min[a] = taps[a].front().node[0], reach.max[a] = taps[a].back().node[3] + 1;
+  bool isCutNear = false;
+  ForEachCell(reach,
+              [&](i32 x, i32 y, i32 z) { isCutNear |= mIsCut[(n.y * z + y) * n.x + x] != 0; });
   const std::vector<AxisTaps>& ps = taps[p];
   const std::vector<AxisTaps>& qs = taps[q];
   ForEachBlock(fine[q], Threads(), [&](i32 j) {
@@ -219,7 +227,7 @@ void OuterLevel::SampleSide(SideLayer& side) {
       at[axis] = taps[axis].data(), at[p] = &ps[i], at[q] = &qs[j];
       if (i == 0 || ps[i].node != ps[i - 1].node) {
         block.Place(at);
-        isCut = block.AnyOf(mIsCut, n);
+        isCut = isCutNear && block.AnyOf(mIsCut, n);
         from = -2;
       }
       if (isCut && i > 0 && i < fine[p] - 1 && j > 0 && j < fine[q] - 1) {
