@@ -48,9 +48,10 @@ struct PassedLine {
   const double *volume, *content;
   double *volumeOut, *contentOut;
 };
-/// Lets the flows pass from volume to volume, and content with them.
+/// Lets the flows pass from volume to volume, and content with them. All shares of the line and of
+/// those beside it are one where they are `areWhole`.
 void PassFlows(const EvenLine& line, const PassedLine& at);
-void PassFreeFlows(const LinesBeside& lines, const PassedLine& at, i32 cells);
+void PassFreeFlows(const LinesBeside& lines, const PassedLine& at, i32 cells, bool areWhole);
 
 /// The range of `n` values, one or more.
 struct ValueRange {

@@ -102,6 +102,7 @@ void VolumeEvening::Keep(i32 y, i32 z, const Carried& from, const Carried& to) c
 /// face is closed.
 void VolumeEvening::MarkRows() {
   mRows.assign(i64{mDims.y} * mDims.z, {});
+  mIsWhole.assign(i64{mDims.y} * mDims.z, 1);
   ForEachRow([&](i32 y, i32 z) { FindLine(y, z, mRows[z * mDims.y + y]); });
 }
 
@@ -202,7 +203,7 @@ void VolumeEvening::Relax(i32 y, i32 z, const double* volume, i32 sweep) {
 
 /// What each cell of a layer gives, which `spare` keeps.
 void VolumeEvening::LimitLayer(i32 z, const Potential* potential, const Carried& from,
-                               const Carried& spare) const {
+                               const Carried& spare) {
   for (i32 y = 1; y < mDims.y - 1; ++y) {
     const Row& row = RowAt(y, z);
     const i32 c = row.c;
@@ -213,6 +214,7 @@ void VolumeEvening::LimitLayer(i32 z, const Potential* potential, const Carried&
     else
       LimitFlows(LineOf(row), potential + c, from.volume + c, from.content + c, spare.volume + c,
                  spare.content + c);
+    mIsWhole[i64{z} * mDims.y + y] = RangeOf(spare.volume + c, row.n).least == 1 ? 1 : 0;
   }
 }
 
@@ -267,7 +269,11 @@ double VolumeEvening::PassRow(const Row& row, const Potential* potential, const 
   const PassedLine line{potential + c,    spare.volume + c, spare.content + c, from.volume + c,
                         from.content + c, to.volume + c,    to.content + c};
   if (row.kind == kFree) {
-    PassFreeFlows(row.beside, line, n);
+    bool areWhole = true;
+    const i32 layer = row.c / mSlice, y = row.c % mSlice / mDims.x, own = layer * mDims.y + y;
+    for (const i32 at : {own, own - 1, own + 1, own - mDims.y, own + mDims.y})
+      areWhole &= mIsWhole[at] != 0;
+    PassFreeFlows(row.beside, line, n, areWhole);
     const ValueRange range = RangeOf(to.volume + c, n);
     return std::max(range.most - 1, 1 - range.least);
   }

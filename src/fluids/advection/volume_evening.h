@@ -52,8 +52,7 @@ class VolumeEvening {
   void Relax(i32 y, i32 z, const double* volume, i32 sweep);
   double Pass(const Potential* potential, const Carried& from, const Carried& to,
               const Carried& spare);
-  void LimitLayer(i32 z, const Potential* potential, const Carried& from,
-                  const Carried& spare) const;
+  void LimitLayer(i32 z, const Potential* potential, const Carried& from, const Carried& spare);
   double PassLayer(i32 z, const Potential* potential, const Carried& from, const Carried& to,
                    const Carried& spare) const;
   double PassRow(const Row& row, const Potential* potential, const Carried& from, const Carried& to,
@@ -72,7 +71,8 @@ class VolumeEvening {
   i32 mSlice = 0, mThreads = 1;
   const u8* mMoves = nullptr;
   const RowRuns* mActive = nullptr;
-  std::vector<Row> mRows;  ///< by y and z
+  std::vector<Row> mRows;    ///< by y and z
+  std::vector<u8> mIsWhole;  ///< likewise: all cells of the row give what is asked of them
   std::unique_ptr<Grid<Potential>> mPotential[2];
 };
 
