@@ -240,7 +240,7 @@ void PrintParticles(const fs::path& path, const exchange::ParticleFormat& format
         low = std::min(low, column.At(row, c));
         high = std::max(high, column.At(row, c));
       }
-      text += fmt::format("{} {:.6g} to {:.6g}", c == 0 ? ", from" : ", ", low, high);
+      text += fmt::format("{} {:.6g} to {:.6g}", c == 0 ? ", from" : ",", low, high);
     }
     text += '\n';
   }
