@@ -4,9 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
-
-#include "cache/block_compressor.h"
 
 namespace MELDO_GLOBAL {
 
@@ -139,45 +136,8 @@ bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& 
   return true;
 }
 
-// ---- samples ------------------------------------------------------------------------------------
-
-void WriteSamples(HyperFile& file, std::span<const double> samples, i32 compression, i32 threads) {
-  const std::span<const std::byte> bytes = std::as_bytes(samples);
-  if (compression >= 1) {
-    const std::size_t room = CompressBound(bytes.size());
-    const auto packed = std::make_unique_for_overwrite<std::byte[]>(room);
-    Packing packing;
-    packing.threads = threads;
-    if (compression >= 2) packing = {Codec::kSmall, 1, 8, threads};
-    const std::size_t size = Compress(bytes, {packed.get(), room}, packing);
-    if (size > 0) {
-      file.WriteBool(true);
-      file.WriteMemory(packed.get(), size);
-      return;
-    }
-  }
-  file.WriteBool(false);
-  file.WriteMemory(bytes.data(), bytes.size());
-}
-
-bool ReadBlock(HyperFile& file, SampleBlock& block) {
-  if (!file.ReadBool(block.isPacked) || !file.ReadMemory(block.bytes)) return false;
-  std::size_t bytes = block.bytes.size();
-  if (block.isPacked && !UnpackedSize(block.bytes, bytes)) return false;
-  block.samples = bytes / sizeof(double);
-  return bytes % sizeof(double) == 0;
-}
-
-bool Unpack(const SampleBlock& block, std::span<double> samples, i32 threads) {
-  if (block.samples != samples.size()) return false;
-  const std::span<std::byte> target = std::as_writable_bytes(samples);
-  if (block.isPacked) return Decompress(block.bytes, target, threads);
-  std::copy(block.bytes.begin(), block.bytes.end(), target.begin());
-  return true;
-}
-
 bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads) {
-  SampleBlock block;
+  PackedBlock block;
   return ReadBlock(file, block) && Unpack(block, samples, threads);
 }
 

@@ -131,6 +131,8 @@ class HyperFile {
   bool ReadChunkEnd();
   /// Back to the first item.
   void Rewind();
+  /// Whether a `WriteLong` is next.
+  bool IsAtLong() const { return !AtEnd() && static_cast<u8>(mBytes[mAt]) == kLong; }
   /// Nothing is left to read in this chunk, or outside of chunks in the file.
   bool AtEnd() const { return mAt >= Limit(); }
 

@@ -59,15 +59,15 @@ std::string GridLines(HyperFile& file, const GridCacheHeader& header) {
   for (std::size_t chunk = 0; chunk < header.chunks.size(); ++chunk) {
     i32 id, level;
     if (!file.ReadChunkStart(id, level)) Fail(file.Error());
-    std::size_t stored = 0, samples = 0;
+    std::size_t stored = 0, raw = 0;
     int blocks = 0;
     bool isPacked = false;
     for (; !file.AtEnd(); ++blocks) {
-      SampleBlock block;
+      PackedBlock block;
       if (!ReadBlock(file, block))
         Fail(file.Error().empty() ? file.Name() + ": a block is damaged" : file.Error());
       stored += block.bytes.size();
-      samples += block.samples;
+      raw += block.size;
       isPacked = isPacked || block.isPacked;
     }
     if (!file.ReadChunkEnd()) Fail(file.Error());
@@ -78,7 +78,6 @@ std::string GridLines(HyperFile& file, const GridCacheHeader& header) {
     }
     const StoredGrid& grid = header.grids[header.chunks[chunk]];
     const Vec3d& origin = grid.layout.simOrigin;
-    const std::size_t raw = samples * sizeof(double);
     lines += fmt::format("{} samples at ({:.6g}, {:.6g}, {:.6g}), cell size {:.6g}{}, {}",
                          Dims(grid.dims), origin.x, origin.y, origin.z, grid.layout.cellSize,
                          blocks > 1 ? fmt::format(", {} components", blocks) : "",

@@ -20,15 +20,6 @@ std::string PlainName(const std::string& name) {
   return plain;
 }
 
-/// Whether it means something to others: what only carries state from step to step doesn't.
-bool IsDeclared(i32 id) {
-  if (id >= property_id::kFirstBool || id == property_id::kLifeSpan) return true;
-  const std::vector<BuiltInProperty>& known = BuiltInProperties();
-  return std::any_of(known.begin(), known.end(), [&](const BuiltInProperty& property) {
-    return property.id == id && !property.label.empty();
-  });
-}
-
 }  // namespace
 
 PointTable::PointTable(const ParticleSet& particles, u32 kinds) : mParticles(particles) {
@@ -60,7 +51,7 @@ void PointTable::Gather(i32 kind, int components) {
         std::any_of(mProperties.begin(), mProperties.end(), [&](const PointProperty& property) {
           return property.key == key && property.components == components;
         });
-    if (!isKnown && IsDeclared(key.id))
+    if (!isKnown && IsDeclaredProperty(key.id))
       mProperties.push_back({key, components, PlainName(column->Name())});
   }
 }

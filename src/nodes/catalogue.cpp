@@ -9,6 +9,7 @@
 #include <string>
 
 #include "cache/grid_cacher.h"
+#include "cache/particle_cacher.h"
 #include "fluids/advection/grid_advection.h"
 #include "fluids/advection/particle_advection.h"
 #include "fluids/emission/alignment_vector.h"
@@ -94,6 +95,7 @@ std::deque<NodeKind>& Kinds() {
       ChannelOperator_Remap::Kind(),
       Kernel::Kind(),
       GridCacher::Kind(),
+      ParticleCacher::Kind(),
       TemperatureField::Kind(),
       GridDissipate::Kind(),
       Grid_CellEmitter::Kind(),

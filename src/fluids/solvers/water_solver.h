@@ -69,6 +69,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   void ForgetRest();
   /// Of the extrapolation.
   i32 Rounds() const;
+  /// Whether any of its particles come from a cache in this frame.
+  bool PlaysParticles() const;
 
   ParticleSort mSort;
   std::vector<std::pair<const ParticleGroup*, u64>> mSorted;  ///< what is sorted, at which change
