@@ -9,6 +9,7 @@
 #include <string>
 
 #include "cache/grid_cacher.h"
+#include "cache/mesh_cacher.h"
 #include "cache/particle_cacher.h"
 #include "fluids/advection/grid_advection.h"
 #include "fluids/advection/particle_advection.h"
@@ -96,6 +97,7 @@ std::deque<NodeKind>& Kinds() {
       Kernel::Kind(),
       GridCacher::Kind(),
       ParticleCacher::Kind(),
+      MeshCacher::Kind(),
       TemperatureField::Kind(),
       GridDissipate::Kind(),
       Grid_CellEmitter::Kind(),
