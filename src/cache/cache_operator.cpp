@@ -21,8 +21,8 @@ constexpr std::size_t kMostWarnings = 8;
 
 }  // namespace
 
-ParameterTable Cache_OperatorBase::CommonRows() {
-  return {
+ParameterTable Cache_OperatorBase::WithRows(const RowNumbers& numbers, ParameterTable own) {
+  ParameterTable table = {
       BoolRow(cache_row::kRenderOnly, "render_only", false,
               "rests while a scene is only simulated, and works when pictures are made")
           .To(&Cache_OperatorBase::mRenderOnly),
@@ -72,7 +72,30 @@ ParameterTable Cache_OperatorBase::CommonRows() {
       BoolRow(1030, "go_on_after_failure", false,
               "a frame that can't be written or played is a warning and doesn't end the run")
           .To(&Cache_OperatorBase::mGoesOn),
+      StringRow(numbers.statistics, "statistics", "",
+                "filled in by the program: first and last file, size and gaps")
+          .Kept(),
+      StringRow(numbers.fileStatistics, "file_statistics", "",
+                "filled in by the program: what the file of this frame holds")
+          .Kept(),
+      ButtonRow(numbers.deleteFiles, "delete_files", "what `sulva cache delete` does"),
+      ButtonRow(numbers.chooseObjects, "choose_objects", "picks or makes what is to be recorded"),
+      LinkRow(numbers.duration, "duration", "records and plays only inside this time window",
+              {Duration::Kind().id})
+          .To(&Cache_OperatorBase::mDuration),
+      ButtonRow(numbers.chooseDuration, "choose_duration", "picks or makes a time window"),
+      LongRow(numbers.digits, "digits", 5, "",
+              "width of the frame number in the names of files: 5 gives 00012")
+          .Range(1, 6)
+          .To(&Cache_OperatorBase::mDigits),
   };
+  table.insert(table.end(), own.begin(), own.end());
+  return table;
+}
+
+ParameterRow& Cache_OperatorBase::ObjectsRow(ParameterTable& table) {
+  return *std::find_if(table.begin(), table.end(),
+                       [](const ParameterRow& row) { return row.id == cache_row::kObjects; });
 }
 
 Cache_OperatorBase::Cache_OperatorBase(BaseNode* node, Scene* scene, std::string defaultName)
@@ -186,8 +209,8 @@ void Cache_OperatorBase::UpdateStatistics() {
   mFileName.BuildPath(path, FrameToRead());
   std::error_code failed;
   if (!fs::exists(path, failed)) path = ListCache(mFileName).front().path;
-  mInterface.SetString(ParameterIds().text, StatisticsOf(info).c_str());
-  mInterface.SetString(ParameterIds().secondText, DescribeFile(path).c_str());
+  mInterface.SetString(Numbers().statistics, StatisticsOf(info).c_str());
+  mInterface.SetString(Numbers().fileStatistics, DescribeFile(path).c_str());
 }
 
 const CacheName& Cache_OperatorBase::ReadNames() {

@@ -50,7 +50,7 @@ class Cache_OperatorBase : public iObject {
   /// Scans and stores both texts in the node.
   void UpdateStatistics();
   /// The second of the texts that `UpdateStatistics` stored.
-  std::string FileStatistics() const { return mInterface.GetString(ParameterIds().secondText, ""); }
+  std::string FileStatistics() const { return mInterface.GetString(Numbers().fileStatistics, ""); }
   /// Whether there is a file to play for each of these frames of the document; false where that
   /// hangs on more than the frame. After `ReadParameters` and `ResolveLinks`.
   bool HasFrames(i32 first, i32 last);
@@ -89,13 +89,15 @@ class Cache_OperatorBase : public iObject {
   const CacheName& FileNames() const { return mFileName; }
 
  protected:
-  /// Ids of the parameters whose numbers differ between the kinds.
-  struct Ids {
-    i32 text, secondText;
+  /// The parameters whose numbers differ between the kinds.
+  struct RowNumbers {
+    i32 statistics, fileStatistics, deleteFiles, chooseObjects, duration, chooseDuration, digits;
   };
-  virtual Ids ParameterIds() const = 0;
-  /// The rows of all kinds.
-  static host::ParameterTable CommonRows();
+  virtual const RowNumbers& Numbers() const = 0;
+  /// The rows of all kinds, and those of one.
+  static host::ParameterTable WithRows(const RowNumbers& numbers, host::ParameterTable own);
+  /// The row that lists what is kept.
+  static host::ParameterRow& ObjectsRow(host::ParameterTable& table);
   /// Added to the format parameter.
   virtual i32 FirstFormat() const { return 0; }
   /// The stage that the data are wanted in.

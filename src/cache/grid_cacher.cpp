@@ -46,44 +46,24 @@ const NodeKind& GridCacher::Kind() {
 
 const ParameterTable& GridCacher::Parameters() {
   static const ParameterTable table = [] {
-    ParameterTable rows = CommonRows();
-    std::find_if(rows.begin(), rows.end(),
-                 [](const ParameterRow& row) { return row.id == cache_row::kObjects; })
-        ->Accepts({VolumeMesh::Kind().id})
+    ParameterTable rows = WithRows(
+        kNumbers, {LongRow(cache_row::kFormat, "format", 0, "", "which kind of file is written")
+                       .Choices({{0, "grid_cache"}})
+                       .To(&GridCacher::mFormat),
+                   LongRow(1020, "resampling", 0, "",
+                           "how a recording is read into cells of another size: linear is smooth "
+                           "and quick, cubic keeps more detail")
+                       .Choices({{0, "linear"},
+                                 {1, "cosine"},
+                                 {2, "cubic"},
+                                 {3, "monotonic_cubic"},
+                                 {4, "bspline"}})
+                       .To(&GridCacher::mResampleMode)});
+    ObjectsRow(rows)
+        .Accepts({VolumeMesh::Kind().id})
         .AcceptsAny({kListGeometry, kCategoryParticle})
         .AcceptsAny(kAllChannels)
         .AcceptsAny(kSolvers);
-    const ParameterTable own = {
-        StringRow(1008, "file_statistics", "",
-                  "filled in by the program: what the file of this frame holds")
-            .Kept(),
-        LongRow(cache_row::kFormat, "format", 0, "", "which kind of file is written")
-            .Choices({{0, "grid_cache"}})
-            .To(&GridCacher::mFormat),
-        StringRow(1015, "statistics", "",
-                  "filled in by the program: first and last file, size and gaps")
-            .Kept(),
-        ButtonRow(1016, "delete_files", "what `sulva cache delete` does"),
-        ButtonRow(1017, "choose_objects", "picks or makes what is to be recorded"),
-        LinkRow(1018, "duration", "records and plays only inside this time window",
-                {Duration::Kind().id})
-            .To(&GridCacher::mDuration),
-        ButtonRow(1019, "choose_duration", "picks or makes a time window"),
-        LongRow(1020, "resampling", 0, "",
-                "how a recording is read into cells of another size: linear is smooth and quick, "
-                "cubic keeps more detail")
-            .Choices({{0, "linear"},
-                      {1, "cosine"},
-                      {2, "cubic"},
-                      {3, "monotonic_cubic"},
-                      {4, "bspline"}})
-            .To(&GridCacher::mResampleMode),
-        LongRow(1021, "digits", 5, "",
-                "width of the frame number in the names of files: 5 gives 00012")
-            .Range(1, 6)
-            .To(&GridCacher::mDigits),
-    };
-    rows.insert(rows.end(), own.begin(), own.end());
     return rows;
   }();
   return table;

@@ -21,7 +21,7 @@ class GridCacher : public Cache_OperatorBase {
   std::string DescribeFile(const std::filesystem::path& path) const override;
 
  protected:
-  Ids ParameterIds() const override { return {1015, 1008}; }
+  const RowNumbers& Numbers() const override { return kNumbers; }
   i32 FirstFormat() const override { return 21; }
   std::vector<StoredObject> NamedObjects() const override;
   bool LacksAny() const override;
@@ -36,6 +36,8 @@ class GridCacher : public Cache_OperatorBase {
   bool ReadChunk(std::size_t object, std::size_t chunk) override;
 
  private:
+  static constexpr RowNumbers kNumbers = {1015, 1008, 1016, 1017, 1018, 1019, 1021};
+
   using Grids = std::array<EGrid<double>*, 3>;
   /// What the cache keeps of an object; null for one that has no grids.
   static CachedGrids* StateOf(iBase& object);

@@ -1,7 +1,5 @@
 #include "cache/mesh_cacher.h"
 
-#include <algorithm>
-
 #include "cache/cache_rows.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
@@ -37,32 +35,11 @@ const NodeKind& MeshCacher::Kind() {
 
 const ParameterTable& MeshCacher::Parameters() {
   static const ParameterTable table = [] {
-    ParameterTable rows = CommonRows();
-    std::find_if(rows.begin(), rows.end(), [](const ParameterRow& row) {
-      return row.id == cache_row::kObjects;
-    })->Accepts({ImplicitMesher::Kind().id});
-    const ParameterTable own = {
-        StringRow(1008, "file_statistics", "",
-                  "filled in by the program: what the file of this frame holds")
-            .Kept(),
-        LongRow(cache_row::kFormat, "format", 0, "", "which kind of file is written")
-            .Choices({{0, "mesh_cache"}})
-            .To(&MeshCacher::mFormat),
-        StringRow(1015, "statistics", "",
-                  "filled in by the program: first and last file, size and gaps")
-            .Kept(),
-        ButtonRow(1016, "delete_files", "what `sulva cache delete` does"),
-        ButtonRow(1017, "choose_objects", "picks or makes what is to be recorded"),
-        LinkRow(1018, "duration", "records and plays only inside this time window",
-                {Duration::Kind().id})
-            .To(&MeshCacher::mDuration),
-        ButtonRow(1019, "choose_duration", "picks or makes a time window"),
-        LongRow(1020, "digits", 5, "",
-                "width of the frame number in the names of files: 5 gives 00012")
-            .Range(1, 6)
-            .To(&MeshCacher::mDigits),
-    };
-    rows.insert(rows.end(), own.begin(), own.end());
+    ParameterTable rows = WithRows(
+        kNumbers, {LongRow(cache_row::kFormat, "format", 0, "", "which kind of file is written")
+                       .Choices({{0, "mesh_cache"}})
+                       .To(&MeshCacher::mFormat)});
+    ObjectsRow(rows).Accepts({ImplicitMesher::Kind().id});
     return rows;
   }();
   return table;

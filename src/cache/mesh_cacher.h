@@ -16,7 +16,7 @@ class MeshCacher : public Cache_OperatorBase {
   std::string DescribeFile(const std::filesystem::path& path) const override;
 
  protected:
-  Ids ParameterIds() const override { return {1015, 1008}; }
+  const RowNumbers& Numbers() const override { return kNumbers; }
   i32 FirstFormat() const override { return 24; }
   i32 DataStage() const override { return kMeshing; }
   std::vector<StoredObject> NamedObjects() const override;
@@ -32,6 +32,8 @@ class MeshCacher : public Cache_OperatorBase {
   bool ReadChunk(std::size_t object, std::size_t chunk) override;
 
  private:
+  static constexpr RowNumbers kNumbers = {1015, 1008, 1016, 1017, 1018, 1019, 1020};
+
   /// The mesher among the objects; the row takes no other kind.
   ImplicitMesher& MesherOf(std::size_t object) const {
     return dynamic_cast<ImplicitMesher&>(*mObjects[object]);

@@ -42,49 +42,28 @@ const NodeKind& ParticleCacher::Kind() {
 
 const ParameterTable& ParticleCacher::Parameters() {
   static const ParameterTable table = [] {
-    ParameterTable rows = CommonRows();
-    std::find_if(rows.begin(), rows.end(),
-                 [](const ParameterRow& row) { return row.id == cache_row::kObjects; })
-        ->Accepts({ParticleGroup::kNodeType})
-        .To(&ParticleCacher::mGroups);
-    const ParameterTable own = {
-        RealRow(cache_row::kTimeScale, "time_scale", 1.0, "none",
-                "how fast it plays: 0.5 is slow motion, in which particles glide from frame to "
-                "frame")
-            .Range(0, 1e6)
-            .OnlyWith(cache_row::kMode, {cache_row::kPlayBack, cache_row::kBoth})
-            .To(&ParticleCacher::mTimeScale),
-        StringRow(1008, "statistics", "",
-                  "filled in by the program: first and last file, size and gaps")
-            .Kept(),
-        LongRow(cache_row::kFormat, "format", cache_row::kParticles, "",
-                "which kind of file is written: plain ones are without the particles' numbers, so "
-                "that slow motion finds none of them again")
-            .Choices({{cache_row::kPlainParticles, "plain_particles"},
-                      {cache_row::kParticles, "particle_cache"}})
-            .To(&ParticleCacher::mFormat),
-        ButtonRow(1015, "delete_files", "what `sulva cache delete` does"),
-        LinkRow(1016, "duration", "records and plays only inside this time window",
-                {Duration::Kind().id})
-            .To(&ParticleCacher::mDuration),
-        ButtonRow(1017, "choose_duration", "picks or makes a time window"),
-        StringRow(1018, "file_statistics", "",
-                  "filled in by the program: what the file of this frame holds")
-            .Kept(),
-        AbsentLinksRow(cache_row::kProperties, "properties",
-                       "which properties are kept; without the list all that mean something "
-                       "outside of the solvers")
-            .AcceptsAny({kListParticles, kCategoryProperty})
-            .OnlyWith(cache_row::kMode, {cache_row::kRecord, cache_row::kBoth})
-            .AllWhenAbsent()
-            .To(&ParticleCacher::mProperties),
-        ButtonRow(1020, "choose_objects", "picks or makes what is to be recorded"),
-        LongRow(1021, "digits", 5, "",
-                "width of the frame number in the names of files: 5 gives 00012")
-            .Range(1, 6)
-            .To(&ParticleCacher::mDigits),
-    };
-    rows.insert(rows.end(), own.begin(), own.end());
+    ParameterTable rows = WithRows(
+        kNumbers,
+        {RealRow(cache_row::kTimeScale, "time_scale", 1.0, "none",
+                 "how fast it plays: 0.5 is slow motion, in which particles glide from frame to "
+                 "frame")
+             .Range(0, 1e6)
+             .OnlyWith(cache_row::kMode, {cache_row::kPlayBack, cache_row::kBoth})
+             .To(&ParticleCacher::mTimeScale),
+         LongRow(cache_row::kFormat, "format", cache_row::kParticles, "",
+                 "which kind of file is written: plain ones are without the particles' numbers, so "
+                 "that slow motion finds none of them again")
+             .Choices({{cache_row::kPlainParticles, "plain_particles"},
+                       {cache_row::kParticles, "particle_cache"}})
+             .To(&ParticleCacher::mFormat),
+         AbsentLinksRow(cache_row::kProperties, "properties",
+                        "which properties are kept; without the list all that mean something "
+                        "outside of the solvers")
+             .AcceptsAny({kListParticles, kCategoryProperty})
+             .OnlyWith(cache_row::kMode, {cache_row::kRecord, cache_row::kBoth})
+             .AllWhenAbsent()
+             .To(&ParticleCacher::mProperties)});
+    ObjectsRow(rows).Accepts({ParticleGroup::kNodeType}).To(&ParticleCacher::mGroups);
     return rows;
   }();
   return table;

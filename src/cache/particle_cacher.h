@@ -21,7 +21,7 @@ class ParticleCacher : public Cache_OperatorBase {
   std::string DescribeFile(const std::filesystem::path& path) const override;
 
  protected:
-  Ids ParameterIds() const override { return {1008, 1018}; }
+  const RowNumbers& Numbers() const override { return kNumbers; }
   double TimeScale() const override { return mTimeScale; }
   std::vector<StoredObject> NamedObjects() const override;
   bool LacksAny() const override;
@@ -39,6 +39,8 @@ class ParticleCacher : public Cache_OperatorBase {
   void EndReading() override { mBefore.clear(); }
 
  private:
+  static constexpr RowNumbers kNumbers = {1008, 1018, 1015, 1020, 1016, 1017, 1021};
+
   /// The particles of one kind of a group.
   struct Target {
     ParticleGroup* group;
