@@ -160,6 +160,25 @@ void WriteSamples(HyperFile& file, std::span<const double> samples, i32 compress
   file.WriteMemory(bytes.data(), bytes.size());
 }
 
+void WriteGrids(HyperFile& file, const GridLayout& domain,
+                std::span<const std::array<const EGrid<double>*, 3>> objects, i32 compression,
+                i32 threads) {
+  WriteLayout(file, domain);
+  file.WriteLong(static_cast<i32>(
+      std::count_if(objects.begin(), objects.end(), [](const auto& grids) { return grids[0]; })));
+  for (const auto& grids : objects)
+    if (grids[0]) WriteStoredGrid(file, grids[0]);
+  i32 id = 0;
+  for (const auto& grids : objects) {
+    file.WriteChunkStart(++id, 0);
+    for (const EGrid<double>* grid : grids)
+      if (grid)
+        WriteSamples(file, {grid->mData, static_cast<std::size_t>(grid->mCount)}, compression,
+                     threads);
+    file.WriteChunkEnd();
+  }
+}
+
 bool ReadBlock(HyperFile& file, SampleBlock& block) {
   if (!file.ReadBool(block.isPacked) || !file.ReadMemory(block.bytes)) return false;
   std::size_t bytes = block.bytes.size();

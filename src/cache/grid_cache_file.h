@@ -5,6 +5,7 @@
 // chunk that tells of its origin, with the names of the objects. In files without it a grid belongs
 // to the object at its place in the list.
 #pragma once
+#include <array>
 #include <span>
 #include <vector>
 
@@ -52,6 +53,11 @@ bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& 
 
 /// `compression`: 0 stores samples as they are, 1 packs them fast, 2 small.
 void WriteSamples(HyperFile& file, std::span<const double> samples, i32 compression, i32 threads);
+/// Everything before the origin: layout and headers, then a chunk for the grids of each object,
+/// whose first one is null where it has none.
+void WriteGrids(HyperFile& file, const GridLayout& domain,
+                std::span<const std::array<const EGrid<double>*, 3>> objects, i32 compression,
+                i32 threads);
 /// A block as it stands in the file.
 struct SampleBlock {
   bool isPacked = false;

@@ -32,7 +32,8 @@ const NodeKind& GridCacher::Kind() {
       .stages = {kLoadCache, kEmitters, kSaveCache},
       .priority = 0,
       .menu = {"Grids/Operators"},
-      .purpose = "records fields, volumes, surfaces and the gas, a file a frame, and plays them back",
+      .purpose =
+          "records fields, volumes, surfaces and the gas, a file a frame, and plays them back",
       .example =
           {{},
            {example::kSmoke, example::kGas,
@@ -142,20 +143,9 @@ void GridCacher::WriteFrame() {
   if (path == mPlayed.path && HoldsAll(all)) return mWritten.push_back(mPlayed);
   if (IsSpared(path)) return;
   if (!mFileName.OpenForWrite(file, FrameToWrite(), path)) return Fail(file.Error());
-  WriteLayout(file, GetDomain());
-  file.WriteLong(static_cast<i32>(
-      std::count_if(all.begin(), all.end(), [](const Grids& grids) { return grids[0]; })));
-  for (const Grids& grids : all)
-    if (grids[0]) WriteStoredGrid(file, grids[0]);
-  i32 id = 0;
-  for (const Grids& grids : all) {
-    file.WriteChunkStart(++id, 0);
-    for (const EGrid<double>* grid : grids)
-      if (grid)
-        WriteSamples(file, {grid->mData, static_cast<std::size_t>(grid->mCount)}, mCompression,
-                     mScene->mThreadCount);
-    file.WriteChunkEnd();
-  }
+  std::vector<std::array<const EGrid<double>*, 3>> written;
+  for (const Grids& grids : all) written.push_back({grids[0], grids[1], grids[2]});
+  WriteGrids(file, GetDomain(), written, mCompression, mScene->mThreadCount);
   CacheOrigin origin = OriginOfFrame();
   for (const iBase* object : mObjects)
     origin.objects.push_back(
