@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "exchange/particles_object.h"
+#include "host/file_error.h"
 #include "host/image.h"
 #include "host/mesh_files.h"
 #include "host/polygon_object.h"
@@ -118,6 +120,11 @@ BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const ObjectType& t
       return &spline;
     }
     case kPointsObject: {
+      if (type.name == "particles") {
+        auto& read = document.Create<exchange::ParticlesObject>(kPointsObject, name, nullptr);
+        ReadParticleFile(value, read, subject);
+        return &read;
+      }
       auto& cloud = document.Create<PointsObject>(kPointsObject, name, nullptr);
       readPoints(cloud, 1);
       return &cloud;
@@ -241,17 +248,9 @@ void SceneBuilder::ReadMesh(const JsonValue& value, BaseNode& node, const Subjec
                         : "'file' is missing (or 'frames', a file per frame)");
     return;
   }
-  bool goesOn = false;
-  if (const JsonValue* given = value.Find("go_on_after_failure")) {
-    if (!frames || !given->Bool()) {
-      mContext.Error(*given, subject,
-                     frames ? "'go_on_after_failure': expected true or false"
-                            : "'go_on_after_failure' counts for 'frames' alone");
-      return;
-    }
-    goesOn = *given->Bool();
-  }
-  if (frames) return ReadFrames(*frames, goesOn, node, subject);
+  const std::optional<bool> goesOn = ReadGoesOn(value, frames, "'frames'", subject);
+  if (!goesOn) return;
+  if (frames) return ReadFrames(*frames, *goesOn, node, subject);
   const auto path = ReadFileName(mContext, *file, subject, "'file'");
   if (!path) return;
   try {
@@ -261,7 +260,18 @@ void SceneBuilder::ReadMesh(const JsonValue& value, BaseNode& node, const Subjec
   }
 }
 
-void SceneBuilder::WarnOfHoles(const JsonValue& frames, const std::string& pattern,
+std::optional<bool> SceneBuilder::ReadGoesOn(const JsonValue& value, bool hasFrames,
+                                             const char* key, const Subject& subject) {
+  const JsonValue* given = value.Find("go_on_after_failure");
+  if (!given) return false;
+  if (hasFrames && given->Bool()) return *given->Bool();
+  mContext.Error(*given, subject,
+                 hasFrames ? "'go_on_after_failure': expected true or false"
+                           : fmt::format("'go_on_after_failure' counts for {} alone", key));
+  return {};
+}
+
+void SceneBuilder::WarnOfHoles(const JsonValue& frames, const char* key, const std::string& pattern,
                                const Subject& subject) {
   const std::map<i32, std::filesystem::path> files = FilesOfSequence(pattern);
   for (auto file = files.begin(); file != files.end(); ++file) {
@@ -271,8 +281,9 @@ void SceneBuilder::WarnOfHoles(const JsonValue& frames, const std::string& patte
     if (missing > mLastFrame) return;
     mContext.Warning(
         frames, subject,
-        fmt::format("'frames': {} is missing: the run will end there, unless "
+        fmt::format("{}: {} is missing: the run will end there, unless "
                     "'go_on_after_failure' of the object is true",
+                    key,
                     FrameFileName(pattern, static_cast<i32>(std::max<i64>(missing, mFirstFrame)))));
     return;
   }
@@ -287,27 +298,62 @@ void SceneBuilder::ReadFrames(const JsonValue& frames, bool goesOn, BaseNode& no
     return;
   }
   const std::string pattern = mContext.Resolve(*path).string();
+  const auto name = FirstOfFrames(frames, "'frames'", pattern, *path, subject);
+  if (!name) return;
+  auto& object = static_cast<PolygonObject&>(node);
+  try {
+    object.SetGeometry(LoadMesh(*name));
+    object.SetFramePattern(pattern, goesOn);
+    object.Animate(mFirstFrame);
+    if (!goesOn) WarnOfHoles(frames, "'frames'", pattern, subject);
+  } catch (const MeshFileError& error) {
+    mContext.Error(frames, subject, fmt::format("'frames': {}", error.what()));
+  }
+}
+
+std::optional<std::string> SceneBuilder::FirstOfFrames(const JsonValue& value, const char* key,
+                                                       const std::string& pattern,
+                                                       const std::string& told,
+                                                       const Subject& subject) {
   // A range may be absurdly long; a sequence that begins later than this is taken for missing.
   constexpr i64 kMostFrames = 10000;
   const i64 last = std::min<i64>(mLastFrame, mFirstFrame + kMostFrames - 1);
   for (i64 frame = mFirstFrame; frame <= last; ++frame) {
-    const std::string name = FrameFileName(pattern, static_cast<i32>(frame));
+    std::string name = FrameFileName(pattern, static_cast<i32>(frame));
     std::error_code ignored;
-    if (!std::filesystem::is_regular_file(name, ignored)) continue;
-    auto& object = static_cast<PolygonObject&>(node);
-    try {
-      object.SetGeometry(LoadMesh(name));
-      object.SetFramePattern(pattern, goesOn);
-      object.Animate(mFirstFrame);
-      if (!goesOn) WarnOfHoles(frames, pattern, subject);
-    } catch (const MeshFileError& error) {
-      mContext.Error(frames, subject, fmt::format("'frames': {}", error.what()));
-    }
-    return;
+    if (std::filesystem::is_regular_file(name, ignored)) return name;
   }
   mContext.Error(
-      frames, subject,
-      fmt::format("'frames': no file {} in the frames {} to {}", Shown(*path), mFirstFrame, last));
+      value, subject,
+      fmt::format("{}: no file {} in the frames {} to {}", key, Shown(told), mFirstFrame, last));
+  return {};
+}
+
+void SceneBuilder::ReadParticleFile(const JsonValue& value, BaseNode& node,
+                                    const Subject& subject) {
+  const JsonValue* file = value.Find("file");
+  if (!file) return mContext.Error(value, subject, "'file' is missing");
+  const auto path = ReadFileName(mContext, *file, subject, "'file'");
+  if (!path) return;
+  const bool hasFrames = path->find('#') != std::string::npos;
+  const auto goesOn = ReadGoesOn(value, hasFrames, "a 'file' with a run of #", subject);
+  if (!goesOn) return;
+  auto& object = static_cast<exchange::ParticlesObject&>(node);
+  std::string name = mContext.Resolve(*path).string();
+  try {
+    if (hasFrames) {
+      const auto first = FirstOfFrames(*file, "'file'", name, *path, subject);
+      if (!first) return;
+      object.SetFramePattern(name, *goesOn);
+      if (!*goesOn) WarnOfHoles(*file, "'file'", name, subject);
+      name = *first;
+    }
+    object.Load(name);
+  } catch (const FileError& error) {
+    mContext.Error(*file, subject, fmt::format("'file': {}", error.what()));
+  } catch (const MeshFileError& error) {
+    mContext.Error(*file, subject, fmt::format("'file': {}", error.what()));
+  }
 }
 
 }  // namespace MELDO_GLOBAL::app
