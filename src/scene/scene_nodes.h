@@ -80,6 +80,8 @@ class SceneBuilder {
   /// The key "go_on_after_failure" of what may have a file per frame.
   std::optional<bool> ReadGoesOn(const JsonValue& value, bool hasFrames, const char* key,
                                  const Subject& subject);
+  std::optional<std::string> ReadFileName(const JsonValue& value, const Subject& subject,
+                                          const std::string& what);
   void ReadParticleFile(const JsonValue& value, host::BaseNode& node, const Subject& subject);
   void WarnOfHoles(const JsonValue& frames, const char* key, const std::string& pattern,
                    const Subject& subject);
