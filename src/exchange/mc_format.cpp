@@ -133,15 +133,18 @@ void ReadMc(ByteSource& source, ParticleTable& table) {
   i64 samples = 0;
   while (!source.AtEnd()) {
     const u64 end = EnterGroup(source, "MYCH");
-    if (samples++ == 0)
-      ReadMcSample(source, table, end);
-    else
+    ++samples;
+    if (table.Count() > 0) {
       SkipTo(source, end);
+      continue;
+    }
+    table.Columns().clear();
+    ReadMcSample(source, table, end);
   }
   if (samples == 0) Damaged("it holds no moment");
   if (samples > 1)
     table.warnings.push_back(
-        fmt::format("it holds {} moments, of which the first is read", samples));
+        fmt::format("it holds {} moments, of which the first with particles is read", samples));
   SettleNames(table);
   if (table.Columns().empty()) table.Add("position", ValueType::F32, 3);
   ExpectPositions(table);

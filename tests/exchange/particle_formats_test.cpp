@@ -215,6 +215,16 @@ TEST(ParticleFiles, SayWhatTheyCantDo) {
             "cannot read " + open.string() + ": its writer never finished it");
 }
 
+TEST(ParticleFiles, TakeTheFirstMomentWithParticles) {
+  const std::string none = EncodeParticles(MakeTable(0), McFormat());
+  const std::string some = EncodeParticles(MakeTable(2), McFormat());
+  const std::size_t start = some.find("FOR4", 1);
+  const ParticleTable read = ParseParticles(none + some.substr(start), McFormat());
+  EXPECT_EQ(read.Count(), 2);
+  ASSERT_EQ(read.warnings.size(), 1u);
+  EXPECT_EQ(read.warnings[0], "it holds 2 moments, of which the first with particles is read");
+}
+
 TEST(ParticleFiles, TakeNamesOfOtherTools) {
   ParticleTable table;
   table.SetCount(1);
