@@ -136,6 +136,23 @@ bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& 
   return true;
 }
 
+void WriteGrids(HyperFile& file, const GridLayout& domain,
+                std::span<const std::array<const EGrid<double>*, 3>> objects,
+                const BlockPacking& packing) {
+  WriteLayout(file, domain);
+  file.WriteLong(static_cast<i32>(
+      std::count_if(objects.begin(), objects.end(), [](const auto& grids) { return grids[0]; })));
+  for (const auto& grids : objects)
+    if (grids[0]) WriteStoredGrid(file, grids[0]);
+  i32 id = 0;
+  for (const auto& grids : objects) {
+    file.WriteChunkStart(++id, 0);
+    for (const EGrid<double>* grid : grids)
+      if (grid) WriteBlock(file, std::span<const double>(grid->mData, grid->mCount), packing);
+    file.WriteChunkEnd();
+  }
+}
+
 bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads) {
   PackedBlock block;
   return ReadBlock(file, block) && Unpack(block, samples, threads);

@@ -5,6 +5,7 @@
 // chunk that tells of its origin, with the names of the objects. In files without it a grid belongs
 // to the object at its place in the list.
 #pragma once
+#include <array>
 #include <span>
 #include <vector>
 
@@ -50,6 +51,11 @@ bool ReadStoredGrid(HyperFile& file, StoredGrid& stored);
 /// On false `problem` names the file and tells why.
 bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& problem);
 
+/// Everything before the origin: layout and headers, then a chunk for the grids of each object,
+/// whose first one is null where it has none.
+void WriteGrids(HyperFile& file, const GridLayout& domain,
+                std::span<const std::array<const EGrid<double>*, 3>> objects,
+                const BlockPacking& packing);
 /// Reads the next block into `samples`, which has as many as it; false, with anything in them, when
 /// it can't.
 bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads);

@@ -103,22 +103,12 @@ std::vector<StoredObject> GridCacher::NamedObjects() const {
 // ---- a frame ------------------------------------------------------------------------------------
 
 void GridCacher::WriteBody(HyperFile& file) {
-  std::vector<Grids> all;
-  for (iBase* object : mObjects) all.push_back(GridsOf(*object));
-  WriteLayout(file, GetDomain());
-  file.WriteLong(static_cast<i32>(
-      std::count_if(all.begin(), all.end(), [](const Grids& grids) { return grids[0]; })));
-  for (const Grids& grids : all)
-    if (grids[0]) WriteStoredGrid(file, grids[0]);
-  i32 id = 0;
-  for (const Grids& grids : all) {
-    file.WriteChunkStart(++id, 0);
-    for (const EGrid<double>* grid : grids)
-      if (grid)
-        WriteBlock(file, std::span<const double>(grid->mData, grid->mCount),
-                   {mCompression, mScene->mThreadCount});
-    file.WriteChunkEnd();
+  std::vector<std::array<const EGrid<double>*, 3>> all;
+  for (iBase* object : mObjects) {
+    const Grids grids = GridsOf(*object);
+    all.push_back({grids[0], grids[1], grids[2]});
   }
+  WriteGrids(file, GetDomain(), all, {mCompression, mScene->mThreadCount});
 }
 
 bool GridCacher::LacksAny() const {

@@ -9,11 +9,13 @@
 #include "cache/cache_folder.h"
 #include "cache/cache_operator.h"
 #include "cli/info_cache.h"
+#include "exchange/particle_files.h"
 #include "host/atomic_file.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/mesh_files.h"
 #include "io/export_origin.h"
+#include "io/file_content.h"
 #include "io/mesh_table.h"
 #include "io/solver_info.h"
 #include "io/vdb_info.h"
@@ -136,6 +138,39 @@ void PrintPly(const fs::path& path) {
   if (text.find(" face:") != std::string::npos) PrintMesh(path);
 }
 
+const char* NameOfType(exchange::ValueType type) {
+  constexpr const char* names[] = {"byte", "int", "long", "float", "double"};
+  return names[static_cast<int>(type)];
+}
+
+/// The columns of a particle file with their least and greatest values.
+void PrintParticles(const fs::path& path, const exchange::ParticleFormat& format) {
+  const exchange::ParticleTable table = exchange::ReadParticles(path);
+  std::error_code failed;
+  std::string text =
+      fmt::format("{}: {} particles as {}, {}\n", NameOf(path), table.Count(), format.name,
+                  FormatSize(static_cast<i64>(fs::file_size(path, failed))));
+  for (const exchange::ParticleColumn& column : table.Columns()) {
+    text += fmt::format("  {}: {}", Text(column.name), NameOfType(column.Type()));
+    if (column.components > 1) text += fmt::format(" x {}", column.components);
+    for (int c = 0; c < column.components && table.Count() > 0; ++c) {
+      double low = column.At(0, c), high = low;
+      for (i64 row = 1; row < table.Count(); ++row) {
+        low = std::min(low, column.At(row, c));
+        high = std::max(high, column.At(row, c));
+      }
+      text += fmt::format("{} {:.6g} to {:.6g}", c == 0 ? ", from" : ", ", low, high);
+    }
+    text += '\n';
+  }
+  for (const auto& [key, value] : table.remarks)
+    text +=
+        fmt::format("  {}: {}\n", Text(key),
+                    std::visit([](const auto& v) { return Text(fmt::format("{}", v)); }, value));
+  for (const std::string& warning : table.warnings) text += "  " + Text(warning, 400) + "\n";
+  fmt::print("{}", text);
+}
+
 bool IsMeshFile(const std::string& extension) {
   return extension == ".obj" || extension == ".stl" || extension == ".glb" || extension == ".gltf";
 }
@@ -177,6 +212,13 @@ bool LooksLikeAScene(std::string_view bytes) {
   return at != std::string_view::npos && (bytes[at] == '{' || bytes[at] == '/');
 }
 
+/// The format of a file of particles; null for any other. A PLY file is told by its header alone.
+const exchange::ParticleFormat* ParticlesIn(const fs::path& path) {
+  const exchange::ParticleFormat* format = exchange::FormatOfFile(path);
+  if (!format || format->name == "ply") return nullptr;
+  return format->name != "vdb" || ContentOf(path) == FileContent::Particles ? format : nullptr;
+}
+
 }  // namespace
 
 int RunInfo(const fs::path& path) {
@@ -184,7 +226,9 @@ int RunInfo(const fs::path& path) {
   const std::string_view ident = bytes.size() >= 12 ? std::string_view(bytes).substr(8, 4) : "";
   const std::string extension = path.extension().string();
   try {
-    if (bytes.starts_with(" BDV")) {
+    if (const auto* format = ParticlesIn(path)) {
+      PrintParticles(path, *format);
+    } else if (bytes.starts_with(" BDV")) {
       PrintVolumes(path);
     } else if (bytes.starts_with("ply\n") || bytes.starts_with("ply\r")) {
       PrintPly(path);
@@ -199,7 +243,7 @@ int RunInfo(const fs::path& path) {
     } else if (extension == ".json" || (LooksLikeAScene(bytes) && extension != ".jsonl")) {
       return PrintScene(path);
     } else {
-      Fail(path.string() + ": it is no scene, cache, checkpoint, volume, mesh or PLY file");
+      Fail(path.string() + ": it is no scene, cache, checkpoint, volume, mesh or particle file");
     }
   } catch (const host::FileError& error) {
     Fail(error.what());

@@ -1,6 +1,7 @@
 #include "cli/command_line.h"
 
 #include <cxxabi.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -18,6 +19,7 @@
 #include "cli/command_cache.h"
 #include "cli/command_cache_setup.h"
 #include "cli/command_check.h"
+#include "cli/command_convert.h"
 #include "cli/command_graph.h"
 #include "cli/command_info.h"
 #include "cli/command_new.h"
@@ -30,6 +32,7 @@
 #include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/worker_pool.h"
+#include "io/file_content.h"
 #include "scene/diagnostics.h"
 
 namespace MELDO_GLOBAL::app {
@@ -61,6 +64,7 @@ struct Options {
   CacheSetupOptions cacheSetup;
   BakeOptions bake;
   WhyOptions why;
+  ConvertOptions convert;
   std::string frames, memory, size, checkpoint, from;
   std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile, verifyOut;
   bool json = false, schema = false, fix = false, strict = false;
@@ -200,13 +204,31 @@ CLI::App* AddWhy(CLI::App& app, Options& o) {
 
 CLI::App* AddInfo(CLI::App& app, Options& o) {
   CLI::App* info = app.add_subcommand(
-      "info", "Tells what a scene, cache, checkpoint, volume or mesh file holds");
+      "info", "Tells what a scene, cache, checkpoint, volume, mesh or particle file holds");
   info->add_option("FILE", o.infoFile, "the file")->required();
   info->footer(
       "Of a scene it simulates the first frame and tells how many cells that takes.\n\n"
       "Example:\n  sulva info scenes/plume.json\n  sulva info "
       "out/plume/checkpoints/00049.checkpoint");
   return info;
+}
+
+CLI::App* AddConvert(CLI::App& app, Options& o) {
+  CLI::App* convert = app.add_subcommand(
+      "convert", "Writes particles, a mesh or volumes anew in the format of another name");
+  convert->add_option("IN", o.convert.from, "file to read; #### stands for the frame number")
+      ->required();
+  convert->add_option("OUT", o.convert.to, "file to write; its suffix names the format")
+      ->required();
+  convert->add_option("--frames", o.frames, "frames to convert, A:B; by default all that are there")
+      ->check(CheckGiven);
+  convert->footer(
+      "Particles: " + fmt::format("{}", fmt::join(WritableFormats(FileContent::Particles), " ")) +
+      ";\nwith .gz behind the suffix most of them are packed.\nMeshes: " +
+      fmt::format("{}", fmt::join(WritableFormats(FileContent::Mesh), " ")) +
+      ". Volumes: " + fmt::format("{}", fmt::join(WritableFormats(FileContent::Volumes), " ")) +
+      ".\n\nExample:\n  sulva convert points/####.ply drops.####.bgeo --frames 0:20");
+  return convert;
 }
 
 CLI::App* AddVerify(CLI::App& app, Options& o) {
@@ -284,15 +306,19 @@ CLI::App* AddNew(CLI::App& app, Options& o) {
   return make;
 }
 
+/// What --frames selects; all without it.
+FrameSelection FramesOf(const std::string& text) {
+  if (text.empty()) return {};
+  const auto frames = ParseFrames(text);
+  if (!frames)
+    throw CommandError(kExitUsage, "--frames: expected A:B with A <= B, got '" + text + "'");
+  return *frames;
+}
+
 /// Reads what "run" and "render" have in common.
 template <class T>
 void ReadFramesAndMemory(const Options& o, T& options) {
-  if (!o.frames.empty()) {
-    const auto frames = ParseFrames(o.frames);
-    if (!frames)
-      throw CommandError(kExitUsage, "--frames: expected A:B with A <= B, got '" + o.frames + "'");
-    options.frames = *frames;
-  }
+  options.frames = FramesOf(o.frames);
   if (!o.memory.empty()) {
     const auto bytes = ParseByteCount(o.memory);
     if (!bytes)
@@ -367,11 +393,12 @@ int Dispatch(int argc, char** argv) {
   const CLI::App* cache = AddCache(app, options);
   const CLI::App* cacheSetup = AddCacheSetup(app, options);
   const CLI::App* bake = AddBake(app, options);
+  const CLI::App* convert = AddConvert(app, options);
   AddNew(app, options);
 
-  const std::vector<std::string_view> commands = {"run",   "render",      "check", "nodes",
-                                                  "graph", "why",         "info",  "verify",
-                                                  "cache", "cache-setup", "bake",  "new"};
+  const std::vector<std::string_view> commands = {
+      "run",    "render", "check",       "nodes", "graph",   "why", "info",
+      "verify", "cache",  "cache-setup", "bake",  "convert", "new"};
   if (argc > 1 && argv[1][0] != '-' &&
       std::find(commands.begin(), commands.end(), argv[1]) == commands.end()) {
     std::fprintf(stderr, "error: unknown command '%s'%s\nTry 'sulva --help'.\n",
@@ -404,6 +431,10 @@ int Dispatch(int argc, char** argv) {
   if (cache->parsed()) return RunCache(options.cache);
   if (cacheSetup->parsed()) return RunCacheSetup(options.cacheSetup);
   if (bake->parsed()) return RunBake(options.bake);
+  if (convert->parsed()) {
+    options.convert.frames = FramesOf(options.frames);
+    return RunConvert(options.convert);
+  }
   return RunNew(options.newName, options.newFile);
 }
 

@@ -6,110 +6,33 @@
 #include <cstring>
 
 #include "host/mesh_readers.h"
+#include "host/ply_header.h"
 
 namespace MELDO_GLOBAL::host {
 
 namespace {
-enum class Scalar { I8, U8, I16, U16, I32, U32, F32, F64 };
-
-struct Property {
-  std::string_view name;
-  Scalar type = Scalar::F32;
-  bool isList = false;
-  Scalar countType = Scalar::U8;
-};
-
-struct Element {
-  std::string_view name;
-  i64 count = 0;
-  std::vector<Property> properties;
-};
-
-enum class Encoding { Ascii, Little, Big };
-
-struct Header {
-  Encoding encoding = Encoding::Ascii;
-  std::vector<Element> elements;
-};
-
-Scalar ScalarNamed(std::string_view word) {
-  constexpr std::pair<std::string_view, Scalar> names[] = {
-      {"char", Scalar::I8},    {"int8", Scalar::I8},     {"uchar", Scalar::U8},
-      {"uint8", Scalar::U8},   {"short", Scalar::I16},   {"int16", Scalar::I16},
-      {"ushort", Scalar::U16}, {"uint16", Scalar::U16},  {"int", Scalar::I32},
-      {"int32", Scalar::I32},  {"uint", Scalar::U32},    {"uint32", Scalar::U32},
-      {"float", Scalar::F32},  {"float32", Scalar::F32}, {"double", Scalar::F64},
-      {"float64", Scalar::F64}};
-  for (const auto& [name, type] : names)
-    if (name == word) return type;
-  throw MeshFileError(fmt::format("has an unknown type \"{}\" in its header", word));
-}
-
-Encoding EncodingNamed(std::string_view word) {
-  if (word == "ascii") return Encoding::Ascii;
-  if (word == "binary_little_endian") return Encoding::Little;
-  if (word == "binary_big_endian") return Encoding::Big;
-  throw MeshFileError(fmt::format("has an unknown format \"{}\"", word));
-}
-
-Property ReadProperty(std::string_view line) {
-  Property property;
-  std::string_view type = NextWord(line);
-  if (type == "list") {
-    property.isList = true;
-    property.countType = ScalarNamed(NextWord(line));
-    type = NextWord(line);
-  }
-  property.type = ScalarNamed(type);
-  property.name = NextWord(line);
-  return property;
-}
-
-/// Takes the header off `text`; what is left is the data.
-Header ReadHeader(std::string_view& text) {
-  if (NextLine(text) != "ply") throw MeshFileError("isn't a PLY file");
-  Header header;
-  while (auto line = NextLine(text)) {
-    const std::string_view key = NextWord(*line);
-    if (key == "end_header") return header;
-    if (key == "format") header.encoding = EncodingNamed(NextWord(*line));
-    if (key == "element") {
-      Element& element = header.elements.emplace_back();
-      element.name = NextWord(*line);
-      const auto count = ParseInteger(NextWord(*line));
-      if (!count || *count < 0) throw MeshFileError("has a count in its header that isn't one");
-      element.count = *count;
-    }
-    if (key == "property") {
-      if (header.elements.empty()) throw MeshFileError("has a property before any element");
-      header.elements.back().properties.push_back(ReadProperty(*line));
-    }
-  }
-  throw MeshFileError("is truncated: its header doesn't end");
-}
-
 /// Takes one number after the other off the data.
 class Source {
  public:
-  Source(std::string_view data, Encoding encoding) : mData(data), mEncoding(encoding) {}
+  Source(std::string_view data, PlyEncoding encoding) : mData(data), mEncoding(encoding) {}
 
-  double Next(Scalar type) {
-    if (mEncoding == Encoding::Ascii) return NextText();
+  double Next(PlyType type) {
+    if (mEncoding == PlyEncoding::Ascii) return NextText();
     switch (type) {
-      case Scalar::I8: return static_cast<std::int8_t>(Bits<u8>());
-      case Scalar::U8: return Bits<u8>();
-      case Scalar::I16: return static_cast<i16>(Bits<std::uint16_t>());
-      case Scalar::U16: return Bits<std::uint16_t>();
-      case Scalar::I32: return static_cast<i32>(Bits<u32>());
-      case Scalar::U32: return Bits<u32>();
-      case Scalar::F32: return std::bit_cast<f32>(Bits<u32>());
-      case Scalar::F64: return std::bit_cast<f64>(Bits<u64>());
+      case PlyType::I8: return static_cast<std::int8_t>(Bits<u8>());
+      case PlyType::U8: return Bits<u8>();
+      case PlyType::I16: return static_cast<i16>(Bits<std::uint16_t>());
+      case PlyType::U16: return Bits<std::uint16_t>();
+      case PlyType::I32: return static_cast<i32>(Bits<u32>());
+      case PlyType::U32: return Bits<u32>();
+      case PlyType::F32: return std::bit_cast<f32>(Bits<u32>());
+      case PlyType::F64: return std::bit_cast<f64>(Bits<u64>());
     }
     return 0;
   }
 
   /// A whole number from 0 on.
-  i64 NextIndex(Scalar type) {
+  i64 NextIndex(PlyType type) {
     const double value = Next(type);
     if (!(value >= 0 && value < 0x1p53) || value != std::floor(value))
       throw MeshFileError(fmt::format("has {} where an index or a count was expected", value));
@@ -130,7 +53,7 @@ class Source {
     if (mData.size() < sizeof(T)) throw MeshFileError("is truncated");
     T bits = 0;
     for (size_t i = 0; i < sizeof(T); ++i) {
-      const size_t at = mEncoding == Encoding::Little ? sizeof(T) - 1 - i : i;
+      const size_t at = mEncoding == PlyEncoding::Little ? sizeof(T) - 1 - i : i;
       bits = static_cast<T>(static_cast<u64>(bits) << 8 | static_cast<u8>(mData[at]));
     }
     mData.remove_prefix(sizeof(T));
@@ -138,11 +61,11 @@ class Source {
   }
 
   std::string_view mData;
-  Encoding mEncoding;
+  PlyEncoding mEncoding;
 };
 
 /// Where the number of a point property goes: 0-2 position, 3-5 normal, 6-7 uv; -1 nowhere.
-int SlotOf(const Property& property) {
+int SlotOf(const PlyProperty& property) {
   constexpr std::pair<std::string_view, int> slots[] = {
       {"x", 0}, {"y", 1}, {"z", 2}, {"nx", 3}, {"ny", 4},        {"nz", 5},
       {"s", 6}, {"t", 7}, {"u", 6}, {"v", 7},  {"texture_u", 6}, {"texture_v", 7}};
@@ -151,7 +74,7 @@ int SlotOf(const Property& property) {
   return -1;
 }
 
-void SkipList(Source& source, const Property& property) {
+void SkipList(Source& source, const PlyProperty& property) {
   for (i64 left = source.NextIndex(property.countType); left > 0; --left)
     source.Next(property.type);
 }
@@ -159,10 +82,10 @@ void SkipList(Source& source, const Property& property) {
 class PlyReader {
  public:
   explicit PlyReader(std::string_view bytes)
-      : mHeader(ReadHeader(bytes)), mSource(bytes, mHeader.encoding) {}
+      : mHeader(ReadPlyHeader(bytes)), mSource(bytes, mHeader.encoding) {}
 
   Geometry Read() {
-    for (const Element& element : mHeader.elements) {
+    for (const PlyElement& element : mHeader.elements) {
       if (element.properties.empty()) continue;
       if (element.name == "vertex") {
         ReadPoints(element);
@@ -174,10 +97,10 @@ class PlyReader {
   }
 
  private:
-  void ReadPoints(const Element& element) {
+  void ReadPoints(const PlyElement& element) {
     std::vector<int> slots;
     bool has[8] = {};
-    for (const Property& property : element.properties) {
+    for (const PlyProperty& property : element.properties) {
       slots.push_back(SlotOf(property));
       if (slots.back() >= 0) has[slots.back()] = true;
     }
@@ -185,7 +108,7 @@ class PlyReader {
     for (i64 i = 0; i < element.count; ++i) {
       double value[8] = {};
       for (size_t p = 0; p < slots.size(); ++p) {
-        const Property& property = element.properties[p];
+        const PlyProperty& property = element.properties[p];
         if (property.isList) {
           SkipList(mSource, property);
         } else {
@@ -202,11 +125,11 @@ class PlyReader {
   }
 
   // Elements other than faces are read the same way, and dropped.
-  void ReadFaces(const Element& element, bool keep) {
+  void ReadFaces(const PlyElement& element, bool keep) {
     for (i64 i = 0; i < element.count; ++i) {
       mCorners.clear();
       mFaceUvs.clear();
-      for (const Property& property : element.properties) {
+      for (const PlyProperty& property : element.properties) {
         if (!property.isList) {
           mSource.Next(property.type);
         } else if (property.name == "vertex_indices" || property.name == "vertex_index") {
@@ -241,7 +164,7 @@ class PlyReader {
     mBuilder.AddFace(mCorners);
   }
 
-  Header mHeader;
+  PlyHeader mHeader;
   Source mSource;
   GeometryBuilder mBuilder;
   bool mPointNormals = false;

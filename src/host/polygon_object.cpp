@@ -1,39 +1,15 @@
 #include "host/polygon_object.h"
 
-#include <fmt/format.h>
-
-#include <charconv>
 #include <cmath>
-#include <filesystem>
-#include <iterator>
 #include <stdexcept>
 
+#include "host/frame_files.h"
 #include "host/mesh_files.h"
 #include "host/turn_by.h"
 
 namespace MELDO_GLOBAL::host {
 
-namespace fs = std::filesystem;
-
 namespace {
-/// The place of the last run of # in a pattern; length 0 without one.
-struct Run {
-  size_t begin = 0, length = 0;
-};
-
-Run LastRun(const std::string& pattern) {
-  const size_t last = pattern.rfind('#');
-  if (last == std::string::npos) return {};
-  const size_t before = pattern.find_last_not_of('#', last);
-  const size_t begin = before == std::string::npos ? 0 : before + 1;
-  return {begin, last + 1 - begin};
-}
-
-bool IsFile(const fs::path& path) {
-  std::error_code ignored;
-  return fs::is_regular_file(path, ignored);
-}
-
 void CheckGeometry(const Geometry& geometry) {
   const i64 count = static_cast<i64>(geometry.points.size());
   const auto inRange = [&](i32 i) { return i >= 0 && i < count; };
@@ -118,52 +94,12 @@ void PolygonObject::Animate(double frame) {
   BaseNode::Animate(frame);
   if (!mPlacements.IsEmpty()) SetLocalMatrix(PlacedAt(frame));
   if (mFramePattern.empty()) return;
-  const i32 whole = static_cast<i32>(std::floor(frame));
-  std::string file = FrameFileName(mFramePattern, whole);
-  if (!IsFile(file)) {
-    const std::map<i32, fs::path> files = FilesOfSequence(mFramePattern);
-    const auto behind = files.upper_bound(whole);
-    if (behind == files.begin()) return;
-    if (behind != files.end() && !mGoesOn)
-      throw MeshFileError(
-          fmt::format("mesh file \"{}\" is missing, and the sequence goes on behind it; "
-                      "go_on_after_failure of \"{}\" would keep the mesh before",
-                      file, Name()));
-    file = std::prev(behind)->second.string();
-  }
+  std::string file =
+      FileAtFrame(mFramePattern, static_cast<i32>(std::floor(frame)), mGoesOn, "mesh file", Name());
+  if (file.empty()) return;
   if (file == mLoadedFile) return;
   SetGeometry(LoadMesh(file));
   mLoadedFile = std::move(file);
-}
-
-std::map<i32, fs::path> FilesOfSequence(const std::string& pattern) {
-  std::map<i32, fs::path> files;
-  const fs::path whole(pattern);
-  const std::string name = whole.filename().string();
-  const Run run = LastRun(name);
-  if (run.length == 0) return files;
-  std::error_code failed;
-  const fs::path folder = whole.has_parent_path() ? whole.parent_path() : fs::path(".");
-  for (fs::directory_iterator entry(folder, failed), end; !failed && entry != end;
-       entry.increment(failed)) {
-    const std::string file = entry->path().filename().string();
-    if (file.size() < name.size() || !file.starts_with(name.substr(0, run.begin))) continue;
-    i32 number = 0;
-    const char* digits = file.data() + run.begin;
-    if (std::from_chars(digits, file.data() + file.size(), number).ec != std::errc()) continue;
-    // Only the name that this number is written to counts, not "7" or "00007" for "####".
-    const fs::path wanted = FrameFileName(pattern, number);
-    if (wanted.filename() == file && IsFile(wanted)) files.emplace(number, wanted);
-  }
-  return files;
-}
-
-std::string FrameFileName(const std::string& pattern, i32 frame) {
-  const Run run = LastRun(pattern);
-  if (run.length == 0) return pattern;
-  return fmt::format("{}{}{:0{}}{}", pattern.substr(0, run.begin), frame < 0 ? "-" : "",
-                     std::abs(static_cast<i64>(frame)), run.length,
-                     pattern.substr(run.begin + run.length));
 }
 
 }  // namespace MELDO_GLOBAL::host

@@ -1,12 +1,11 @@
 // Host geometry: polygons, splines and points.
 #pragma once
 #include <array>
-#include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "host/frame_files.h"
 #include "host/geometry.h"
 #include "host/keyed_points.h"
 #include "host/node.h"
@@ -76,9 +75,6 @@ class PolygonObject : public BaseNode {
   u32 mPolygonDirty = 0;
 };
 
-/// The files of a sequence by their frames; see `PolygonObject::SetFramePattern`.
-std::map<i32, std::filesystem::path> FilesOfSequence(const std::string& pattern);
-
 /// A set of loose points, in host units, which keys may move.
 class PointsObject : public BaseNode {
  public:
@@ -96,10 +92,5 @@ class SplineObject : public PointsObject {
   using PointsObject::PointsObject;
   bool closed = false;
 };
-
-/// "smoke.####.vdb" with frame 7 gives "smoke.0007.vdb"; a pattern without # is returned as it is.
-/// The last run of # counts. Numbers with more digits than # aren't cut; a minus stands before the
-/// padding ("smoke.-0007.vdb").
-std::string FrameFileName(const std::string& pattern, i32 frame);
 
 }  // namespace MELDO_GLOBAL::host

@@ -6,6 +6,18 @@
 
 namespace MELDO_GLOBAL::app {
 
+std::vector<exchange::Remark> RemarksOf(const ExportOrigin& origin, const std::string& unit) {
+  std::vector<exchange::Remark> remarks = {
+      {"version", origin.version},
+      {"fingerprint", fmt::format("{:016x}", origin.simulation)},
+      {"frame", origin.frame}};
+  if (origin.seconds) remarks.emplace_back("time", *origin.seconds);
+  remarks.emplace_back("fps", origin.fps);
+  remarks.emplace_back("unit", unit);
+  remarks.emplace_back("length_unit", "m");
+  return remarks;
+}
+
 FileTexts TextsOf(const ExportOrigin& origin, const std::vector<StoredObject>& fields) {
   FileTexts texts = {{"Software", "Sulva " + origin.version},
                      {"sulva:fields", FieldsText(fields)},

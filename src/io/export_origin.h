@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cache/cache_origin.h"
+#include "exchange/particle_table.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -16,6 +17,9 @@ struct ExportOrigin {
   double fps = 0;
   u64 simulation = 0;  ///< fingerprint of what was simulated
 };
+
+/// What files of grids and particles carry of it, with the unit of their values.
+std::vector<exchange::Remark> RemarksOf(const ExportOrigin& origin, const std::string& unit);
 
 /// Keys and texts that a file carries, in their order.
 using FileTexts = std::vector<std::pair<std::string, std::string>>;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "exchange/particle_files.h"
 #include "fluids/mesh/sheet.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/solvers/fluid_solver.h"
@@ -11,7 +12,7 @@
 #include "host/exit_codes.h"
 #include "host/polygon_object.h"
 #include "io/mesh_writer.h"
-#include "io/points_writer.h"
+#include "io/point_table.h"
 #include "io/vdb_writer.h"
 #include "scene/command_files.h"
 
@@ -251,11 +252,13 @@ std::string Exporter::EncodePoints(const ExportSpec& spec, i32 frame, const Scen
   const Found found = Find(scenes, spec.particles.front());
   const auto* group = dynamic_cast<const ParticleGroup*>(found.object);
   const ParticleSet& particles = group && group->Has(FLAG_ENABLED) ? *group : none;
-  const fs::path suffix = fs::path(spec.file).extension();
-  if (suffix == ".csv") return EncodePointsCsv(particles, spec.kinds);
-  if (suffix == ".ply") return EncodePointsPly(particles, spec.kinds);
   const Scene& scene = found.scene ? *found.scene : *scenes.front();
-  return EncodePointsVdb(particles, spec.kinds, scene.mDomain.cellSize, OriginOf(frame, scenes));
+  const exchange::NamedFormat named = exchange::FormatOfName(spec.file);
+  exchange::ParticleTable table = TableOf(particles, spec.kinds);
+  table.spacing = scene.mDomain.cellSize;
+  table.remarks = RemarksOf(OriginOf(frame, scenes), "m");
+  table.remarks.emplace_back("comment", "metres, seconds");
+  return exchange::EncodeParticles(table, *named.format, named.isGzip);
 }
 
 std::string Exporter::EncodeMeshOf(const ExportSpec& spec, const Scenes& scenes) const {

@@ -86,8 +86,10 @@ MeshTable TableOf(const MELDO_SULVA::TriMeshSTL& mesh) {
 }
 
 MeshTable TableOf(const host::PolygonObject& object, const Vec3d& worldToSim) {
-  const host::Geometry& geometry = object.GetGeometry();
-  const Matrix place = object.GlobalMatrix();
+  return TableOf(object.GetGeometry(), object.GlobalMatrix(), worldToSim);
+}
+
+MeshTable TableOf(const host::Geometry& geometry, const Matrix& place, const Vec3d& worldToSim) {
   MeshTable table;
   table.points.reserve(geometry.points.size());
   for (const Vec3d& p : geometry.points) table.points.push_back((place * p) * worldToSim);

@@ -43,5 +43,7 @@ MeshTable TableOf(const MELDO_SULVA::TriMeshSTL& mesh);
 /// The polygons of an object where they stand; `worldToSim` takes host units to those of the
 /// simulation. Corners that share a point share a normal.
 MeshTable TableOf(const host::PolygonObject& object, const Vec3d& worldToSim);
+/// The same of polygons that `place` puts where they stand.
+MeshTable TableOf(const host::Geometry& geometry, const Matrix& place, const Vec3d& worldToSim);
 
 }  // namespace MELDO_GLOBAL::app

@@ -15,11 +15,11 @@ namespace {
 static_assert(std::endian::native == std::endian::little, "files are written as numbers stand");
 
 template <class T>
-void Put(std::string& out, T value) {
+void PutValue(std::string& out, T value) {
   out.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 void PutSingle(std::string& out, const Vec3d& v) {
-  for (int axis = 0; axis < 3; ++axis) Put(out, static_cast<float>(v[axis]));
+  for (int axis = 0; axis < 3; ++axis) PutValue(out, static_cast<float>(v[axis]));
 }
 
 std::string EncodePly(const MeshTable& mesh) {
@@ -42,14 +42,14 @@ std::string EncodePly(const MeshTable& mesh) {
                      mesh.polygons.size());
   for (std::size_t i = 0; i < mesh.points.size(); ++i) {
     for (const auto* column : columns)
-      for (int axis = 0; axis < 3; ++axis) Put(out, (*column)[i][axis]);
+      for (int axis = 0; axis < 3; ++axis) PutValue(out, (*column)[i][axis]);
     for (int c = 0; c < 3 && !mesh.colours.empty(); ++c)
-      Put(out, ToByte(static_cast<float>(mesh.colours[i][c])));
+      PutValue(out, ToByte(static_cast<float>(mesh.colours[i][c])));
   }
   for (const host::Polygon& p : mesh.polygons) {
-    Put(out, static_cast<u8>(p.IsQuad() ? 4 : 3));
-    for (const i32 point : {p.a, p.b, p.c}) Put(out, point);
-    if (p.IsQuad()) Put(out, p.d);
+    PutValue(out, static_cast<u8>(p.IsQuad() ? 4 : 3));
+    for (const i32 point : {p.a, p.b, p.c}) PutValue(out, point);
+    if (p.IsQuad()) PutValue(out, p.d);
   }
   return out;
 }
@@ -80,12 +80,12 @@ std::string EncodeStl(const MeshTable& mesh) {
   out.resize(kHeader, ' ');
   u32 count = 0;
   mesh.ForEachTriangle([&](i32, i32, i32) { ++count; });
-  Put(out, count);
+  PutValue(out, count);
   mesh.ForEachTriangle([&](i32 a, i32 b, i32 c) {
     const Vec3d &p = mesh.points[a], &q = mesh.points[b], &r = mesh.points[c];
     PutSingle(out, Normalised(Cross(q - p, r - p)));
     for (const Vec3d& corner : {p, q, r}) PutSingle(out, corner);
-    Put(out, u16{0});
+    PutValue(out, u16{0});
   });
   return out;
 }

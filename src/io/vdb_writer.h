@@ -17,7 +17,11 @@ namespace MELDO_GLOBAL::app {
 struct NamedField {
   std::string name;
   Field field;
+  i32 sampleKind = -1;  ///< of a cache's grid, which a cache that plays it asks for; -1 untold
 };
+
+/// The metadata that keep `NamedField::sampleKind`.
+inline constexpr const char* kSampleKindKey = "sample_kind";
 
 /// Half the width of the band of a level set in which distances are exact, in cells.
 inline constexpr int kLevelSetBand = 3;

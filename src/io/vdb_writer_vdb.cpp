@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <set>
 
+#include "exchange/vdb_archive.h"
 #include "host/exit_codes.h"
-#include "io/vdb_archive.h"
 #include "io/vdb_writer.h"
 
 namespace MELDO_GLOBAL::app {
@@ -241,10 +241,12 @@ std::string EncodeGrids(const std::vector<NamedField>& fields, const ExportOrigi
         grid->transform().postTranslate(openvdb::Vec3d(0.5 * h));
     }
     grid->setName(named.name);
-    Describe(*grid, named.field.unit, origin);
+    exchange::Describe(*grid, RemarksOf(origin, named.field.unit));
+    if (named.sampleKind >= 0)
+      grid->insertMeta(kSampleKindKey, openvdb::Int32Metadata(named.sampleKind));
     grids.push_back(grid);
   }
-  return EncodeArchive(grids);
+  return exchange::EncodeArchive(grids);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ const std::vector<ObjectType>& ObjectTypes() {
       {"torus", kMeshObject, true, {"radius", "tube", "segments", "placements"}},
       {"spline", kSplineObject, false, {"points", "closed"}},
       {"points", kPointsObject, false, {"points"}},
+      {"particles", kPointsObject, false, {"file", "go_on_after_failure"}},
       {"image", kImageObject, false, {"file", "parameters"}, ImageParameters},
       {"light", kLightObject, false, {"parameters"}, LightParameters},
       {"camera", kCameraObject, false, {"parameters"}, CameraParameters},

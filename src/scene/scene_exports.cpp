@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 
+#include "exchange/particle_format.h"
 #include "fluids/mesh/mesh.h"
 #include "fluids/particles/particle_group.h"
 #include "nodes/catalogue.h"
@@ -53,7 +54,14 @@ std::vector<i32> KindsWithGrids() {
 
 /// The suffixes between which a format is chosen; none where it has but one.
 std::vector<std::string> SuffixesOf(const std::string& format) {
-  if (format == "points") return {".ply", ".csv", ".vdb"};
+  if (format == "points") {
+    std::vector<std::string> suffixes = {".ply", ".csv", ".vdb"};
+    for (const exchange::ParticleFormat* each : exchange::ParticleFormats())
+      for (const std::string_view suffix : each->extensions)
+        if (each->write && std::find(suffixes.begin(), suffixes.end(), suffix) == suffixes.end())
+          suffixes.emplace_back(suffix);
+    return suffixes;
+  }
   if (format == "mesh") return {".ply", ".obj", ".stl", ".glb"};
   return {};
 }

@@ -4,6 +4,7 @@
 
 #include "cache/cache_rows.h"
 #include "cache/hyper_file.h"
+#include "exchange/particles_object.h"
 #include "host/atomic_file.h"
 #include "host/image.h"
 #include "host/polygon_object.h"
@@ -118,6 +119,12 @@ void AppendHostData(std::string& out, const host::BaseNode& node) {
       AppendBytes(out, &frame, 1);
       AppendBytes(out, &placement, 1);
     }
+  }
+  if (const auto* particles = dynamic_cast<const exchange::ParticlesObject*>(&node)) {
+    for (const exchange::ParticleColumn& column : particles->Table().Columns())
+      std::visit([&](const auto& list) { AppendBytes(out, list.data(), list.size()); },
+                 column.values);
+    if (!particles->FramePattern().empty()) AppendSequence(out, particles->FramePattern());
   }
   if (const auto* image = dynamic_cast<const host::ImageObject*>(&node)) {
     AppendBytes(out, &image->picture.width, 1);

@@ -72,7 +72,19 @@ class SceneBuilder {
   void ReadPlacements(const JsonValue& value, host::PolygonObject& object, const Subject& subject);
   void ReadFrames(const JsonValue& frames, bool goesOn, host::BaseNode& node,
                   const Subject& subject);
-  void WarnOfHoles(const JsonValue& frames, const std::string& pattern, const Subject& subject);
+  /// The first file of a sequence in the frames of the scene; nothing, with a message under `key`,
+  /// where there is none.
+  std::optional<std::string> FirstOfFrames(const JsonValue& value, const char* key,
+                                           const std::string& pattern, const std::string& told,
+                                           const Subject& subject);
+  /// The key "go_on_after_failure" of what may have a file per frame.
+  std::optional<bool> ReadGoesOn(const JsonValue& value, bool hasFrames, const char* key,
+                                 const Subject& subject);
+  std::optional<std::string> ReadFileName(const JsonValue& value, const Subject& subject,
+                                          const std::string& what);
+  void ReadParticleFile(const JsonValue& value, host::BaseNode& node, const Subject& subject);
+  void WarnOfHoles(const JsonValue& frames, const char* key, const std::string& pattern,
+                   const Subject& subject);
 
   void MakeNode(const JsonValue& value, host::BaseNode* parent, SiblingNames& names);
   void MakeChildren(const JsonValue& value, host::BaseNode& node, const Subject& subject);

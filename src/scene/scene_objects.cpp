@@ -1,11 +1,10 @@
 // The objects of a scene file.
 #include <fmt/format.h>
 
-#include <filesystem>
 #include <stdexcept>
 
+#include "exchange/particles_object.h"
 #include "host/image.h"
-#include "host/mesh_files.h"
 #include "host/polygon_object.h"
 #include "host/render_objects.h"
 #include "host/shapes.h"
@@ -21,16 +20,6 @@ const ObjectType* FindObjectType(std::string_view name) {
   for (const ObjectType& type : ObjectTypes())
     if (type.name == name) return &type;
   return nullptr;
-}
-
-std::optional<std::string> ReadFileName(SceneContext& context, const JsonValue& value,
-                                        const Subject& subject, const std::string& what) {
-  auto name = context.ReadText(value, subject, what);
-  if (!name || (!name->empty() && name->find('\0') == std::string::npos)) return name;
-  context.Error(value, subject,
-                fmt::format("{}: expected the name of a file, got {}", what,
-                            name->empty() ? "an empty text" : "text with a zero byte"));
-  return {};
 }
 
 }  // namespace
@@ -118,6 +107,11 @@ BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const ObjectType& t
       return &spline;
     }
     case kPointsObject: {
+      if (type.name == "particles") {
+        auto& read = document.Create<exchange::ParticlesObject>(kPointsObject, name, nullptr);
+        ReadParticleFile(value, read, subject);
+        return &read;
+      }
       auto& cloud = document.Create<PointsObject>(kPointsObject, name, nullptr);
       readPoints(cloud, 1);
       return &cloud;
@@ -147,7 +141,7 @@ BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const ObjectType& t
 void SceneBuilder::ReadImage(const JsonValue& value, BaseNode& node, const Subject& subject) {
   const JsonValue* file = value.Find("file");
   if (!file) return;
-  const auto path = ReadFileName(mContext, *file, subject, "'file'");
+  const auto path = ReadFileName(*file, subject, "'file'");
   if (!path) return;
   try {
     static_cast<ImageObject&>(node).picture = LoadImage(mContext.Resolve(*path));
@@ -221,7 +215,7 @@ void SceneBuilder::ReadShape(const JsonValue& value, const std::string& type, Ba
 
 void SceneBuilder::ReadPlacements(const JsonValue& value, PolygonObject& object,
                                   const Subject& subject) {
-  const auto path = ReadFileName(mContext, value, subject, "'placements'");
+  const auto path = ReadFileName(value, subject, "'placements'");
   if (!path) return;
   try {
     object.SetPlacements(
@@ -230,84 +224,6 @@ void SceneBuilder::ReadPlacements(const JsonValue& value, PolygonObject& object,
   } catch (const MeshFileError& error) {
     mContext.Error(value, subject, fmt::format("'placements': {}", error.what()));
   }
-}
-
-void SceneBuilder::ReadMesh(const JsonValue& value, BaseNode& node, const Subject& subject) {
-  const JsonValue* file = value.Find("file");
-  const JsonValue* frames = value.Find("frames");
-  if (!file == !frames) {
-    mContext.Error(value, subject,
-                   file ? "'file' and 'frames' can't both be given"
-                        : "'file' is missing (or 'frames', a file per frame)");
-    return;
-  }
-  bool goesOn = false;
-  if (const JsonValue* given = value.Find("go_on_after_failure")) {
-    if (!frames || !given->Bool()) {
-      mContext.Error(*given, subject,
-                     frames ? "'go_on_after_failure': expected true or false"
-                            : "'go_on_after_failure' counts for 'frames' alone");
-      return;
-    }
-    goesOn = *given->Bool();
-  }
-  if (frames) return ReadFrames(*frames, goesOn, node, subject);
-  const auto path = ReadFileName(mContext, *file, subject, "'file'");
-  if (!path) return;
-  try {
-    static_cast<PolygonObject&>(node).SetGeometry(LoadMesh(mContext.Resolve(*path)));
-  } catch (const MeshFileError& error) {
-    mContext.Error(*file, subject, fmt::format("'file': {}", error.what()));
-  }
-}
-
-void SceneBuilder::WarnOfHoles(const JsonValue& frames, const std::string& pattern,
-                               const Subject& subject) {
-  const std::map<i32, std::filesystem::path> files = FilesOfSequence(pattern);
-  for (auto file = files.begin(); file != files.end(); ++file) {
-    const auto next = std::next(file);
-    const i64 missing = i64{file->first} + 1;
-    if (next == files.end() || next->first == missing || next->first <= mFirstFrame) continue;
-    if (missing > mLastFrame) return;
-    mContext.Warning(
-        frames, subject,
-        fmt::format("'frames': {} is missing: the run will end there, unless "
-                    "'go_on_after_failure' of the object is true",
-                    FrameFileName(pattern, static_cast<i32>(std::max<i64>(missing, mFirstFrame)))));
-    return;
-  }
-}
-
-void SceneBuilder::ReadFrames(const JsonValue& frames, bool goesOn, BaseNode& node,
-                              const Subject& subject) {
-  const auto path = ReadFileName(mContext, frames, subject, "'frames'");
-  if (!path) return;
-  if (path->find('#') == std::string::npos) {
-    mContext.Error(frames, subject, "'frames': expected a run of # for the frame number");
-    return;
-  }
-  const std::string pattern = mContext.Resolve(*path).string();
-  // A range may be absurdly long; a sequence that begins later than this is taken for missing.
-  constexpr i64 kMostFrames = 10000;
-  const i64 last = std::min<i64>(mLastFrame, mFirstFrame + kMostFrames - 1);
-  for (i64 frame = mFirstFrame; frame <= last; ++frame) {
-    const std::string name = FrameFileName(pattern, static_cast<i32>(frame));
-    std::error_code ignored;
-    if (!std::filesystem::is_regular_file(name, ignored)) continue;
-    auto& object = static_cast<PolygonObject&>(node);
-    try {
-      object.SetGeometry(LoadMesh(name));
-      object.SetFramePattern(pattern, goesOn);
-      object.Animate(mFirstFrame);
-      if (!goesOn) WarnOfHoles(frames, pattern, subject);
-    } catch (const MeshFileError& error) {
-      mContext.Error(frames, subject, fmt::format("'frames': {}", error.what()));
-    }
-    return;
-  }
-  mContext.Error(
-      frames, subject,
-      fmt::format("'frames': no file {} in the frames {} to {}", Shown(*path), mFirstFrame, last));
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "exchange/particles_object.h"
 #include "fluids/emission/object_grid_emitter.h"
 #include "fluids/mesh/multi_mesh.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
@@ -49,7 +50,10 @@ bool ShapeBoxes::StillBox(const BaseNode& node, Vec3d& low, Vec3d& high, int dep
     return true;
   }
   if (const auto* loose = dynamic_cast<const PointsObject*>(&node)) {
-    if (loose->points.empty() || !loose->track.keys.empty()) return false;
+    const auto* particles = dynamic_cast<const exchange::ParticlesObject*>(loose);
+    const bool isMoving =
+        !loose->track.keys.empty() || (particles && !particles->FramePattern().empty());
+    if (loose->points.empty() || isMoving) return false;
     AddPoints(loose->points, loose->GlobalMatrix(), low, high);
     return true;
   }

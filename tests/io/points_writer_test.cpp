@@ -1,11 +1,12 @@
 // Particles in files for other tools, read back as these do.
-#include "io/points_writer.h"
+#include "io/point_table.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <sstream>
 
+#include "exchange/particle_files.h"
 #include "io/png_preview.h"
 
 namespace MELDO_GLOBAL::app {
@@ -33,11 +34,15 @@ struct FewParticles {
   }
 };
 
+std::string EncodedAs(std::string_view format, const ParticleSet& particles, u32 kinds) {
+  return exchange::EncodeParticles(TableOf(particles, kinds), *exchange::FindFormat(format));
+}
+
 }  // namespace
 
 TEST(PointsWriter, PlyHoldsAColumnForEachProperty) {
   FewParticles few;
-  const std::string bytes = EncodePointsPly(few.set, 0);
+  const std::string bytes = EncodedAs("ply", few.set, 0);
   std::istringstream text(bytes);
   std::vector<std::pair<std::string, std::string>> columns;
   i64 count = -1;
@@ -73,14 +78,14 @@ TEST(PointsWriter, PlyHoldsAColumnForEachProperty) {
 
 TEST(PointsWriter, CsvHoldsTheKindsThatAreAsked) {
   FewParticles few;
-  EXPECT_EQ(EncodePointsCsv(few.set, 1u << kLiquid),
+  EXPECT_EQ(EncodedAs("csv", few.set, 1u << kLiquid),
             "x,y,z,vx,vy,vz,id,heat_of_it\n"
             "0,0,0,0,0,0,0,1\n");
-  const std::string passive = EncodePointsCsv(few.set, 1u << kPassive);
+  const std::string passive = EncodedAs("csv", few.set, 1u << kPassive);
   EXPECT_EQ(passive.substr(0, passive.find('\n', 60)),
             "x,y,z,vx,vy,vz,id,age,color_x,color_y,color_z,heat_of_it\n"
             "0.1,-2,1e-30,1,2,3,0,7.25,1,0.5,0,0");
-  EXPECT_EQ(EncodePointsCsv(ParticleSet(), 0), "x,y,z,vx,vy,vz,id,kind\n");
+  EXPECT_EQ(EncodedAs("csv", ParticleSet(), 0), "x,y,z,vx,vy,vz,id,kind\n");
 }
 
 TEST(PngPreview, ShowsParticlesWhereTheyAre) {

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "exchange/particles_object.h"
 #include "fluids/emission/loose_points.h"
+#include "fluids/particles/particle_import.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
@@ -197,6 +199,11 @@ bool ObjectParticleMeshEmitter::FindLoosePoints() {
     return !mLoose.empty() || Deactivate(kNoParticlesReason);
   }
   ForEachLoosePoint(*mPointsObject, GetDomain(), [&](const Vec3d& p) { mLoose.push_back(p); });
+  if (dynamic_cast<const exchange::ParticlesObject*>(mPointsObject)) {
+    mFileParticles = std::make_unique<ParticleStore>();
+    AppendPoints(*mPointsObject, GetDomain(), mHandedOn, *mFileParticles);
+    mSourceParticles.Begin(*mFileParticles, mHandedOn);
+  }
   return !mLoose.empty() || Deactivate("its source has no points");
 }
 
@@ -259,6 +266,7 @@ void ObjectParticleMeshEmitter::Finish() {
   mPoints.Clear();
   mLoose.clear();
   mSourceParticles.Clear();
+  mFileParticles.reset();
   mRecord = nullptr;
   mColour.reset();
   mDensity.reset();

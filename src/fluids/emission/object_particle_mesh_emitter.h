@@ -1,5 +1,7 @@
 // Particles from a surface.
 #pragma once
+#include <memory>
+
 #include "fluids/emission/mesh_points.h"
 #include "fluids/emission/particle_emitter.h"
 #include "fluids/emission/source_particles.h"
@@ -80,7 +82,8 @@ class ObjectParticleMeshEmitter : public ParticleEmitter {
   From mUsed = kTriangles;
   const TriMeshSTL* mRecord = nullptr;
   MeshPoints mPoints;
-  std::vector<Vec3d> mLoose;  ///< loose points, simulation units
+  std::vector<Vec3d> mLoose;                      ///< loose points, simulation units
+  std::unique_ptr<ParticleStore> mFileParticles;  ///< those of an object of particles
   SourceParticles mSourceParticles;
   std::optional<host::ImageObject::Sampler> mColour, mDensity;
   i32 mCount = 0;

@@ -29,7 +29,7 @@ class ObjectParticleMeshEmitter::Placer {
     if (mNormal) *mNormal = at.normal;
     if (mUv) *mUv = at.uv;
     if (mTint) *mTint = Look(*e.mColour, point, at.uv);
-    if (e.mSourceGroup) e.mSourceParticles.HandOn(point.vertex, mParticle);
+    if (e.mSourceParticles.Count() > 0) e.mSourceParticles.HandOn(point.vertex, mParticle);
     mParticle.position = point.position;
     mEmitter.mHandler.Emit(mParticle, mShare, at.normal);
   }
@@ -47,7 +47,7 @@ class ObjectParticleMeshEmitter::Placer {
       return {.normal = e.mPoints.NormalAt(point),
               .uv = e.mPoints.UvAt(point),
               .curvature = e.mPoints.CurvatureAt(point)};
-    if (!e.mSourceGroup) return {};
+    if (e.mSourceParticles.Count() == 0) return {};
     const SourceParticles& from = e.mSourceParticles;
     return {.normal = from.ValueOf<Vec3d>(property_id::kNormal, point.vertex),
             .uv = from.ValueOf<Vec3d>(property_id::kUv, point.vertex),

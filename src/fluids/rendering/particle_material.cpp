@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "fluids/particles/particle_import.h"
+
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
 
 using namespace MELDO_SULVA;
@@ -107,8 +109,11 @@ void AddParticles(const ParticleLook& look, const ParticleStore& store, double f
 const ParameterTable& ParticleRenderer_Material::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable t = {
-        LinkRow(1000, "group", "the particles that are drawn", {ParticleGroup::Kind().id})
+        LinkRow(1000, "group",
+                "the particles that are drawn: a group, an object of particles or one of points",
+                {ParticleGroup::Kind().id, kPointsObject})
             .To(&ParticleLook::group)
+            .To(&ParticleLook::points)
             .Required(),
         LongRow(1001, "kind", ParticleLook::kAllKinds, "", "which of the group's particles")
             .Choices(KindOrAll())
@@ -174,7 +179,7 @@ SphereCloud ParticleRenderer_Material::Spheres(const RenderData&) const {
   ParticleLook look;
   FillMembers(Parameters(), mNode, look);
   const Scene* scene = nullptr;
-  for (std::size_t i = 0; i < mScenes.size() && !look.group; ++i) {
+  for (std::size_t i = 0; i < mScenes.size() && !look.group && !look.points; ++i) {
     ConnectLinks(Parameters(), *mNode, look, *mScenes[i]);
     scene = mScenes[i];
   }
@@ -182,6 +187,12 @@ SphereCloud ParticleRenderer_Material::Spheres(const RenderData&) const {
   cloud.reflection = look.reflection;
   cloud.roughness = look.roughness;
   cloud.leastPixels = look.leastPixels;
+  if (look.points) {
+    ParticleStore store;
+    store.Reset(scene->mDomain);
+    AppendPoints(*look.points, scene->mDomain, {}, store);
+    AddParticles(look, store, scene->mTime.frameDuration, cloud);
+  }
   if (!look.group) return cloud;
   for (i32 kind = 0; kind < kParticleKinds; ++kind)
     if (look.kind == kind || look.kind == ParticleLook::kAllKinds)

@@ -6,6 +6,7 @@
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_property.h"
 #include "framework/scene.h"
+#include "host/polygon_object.h"
 #include "host/render_objects.h"
 #include "host/renderer.h"
 
@@ -18,6 +19,7 @@ struct ParticleLook : host::ParameterHolder {
   static constexpr i32 kAllKinds = 4;
 
   MELDO_SULVA::ParticleGroup* group = nullptr;
+  host::PointsObject* points = nullptr;  ///< in place of a group
   i32 kind = kAllKinds;
   double radius = 0.5;  ///< host units
   bool ownRadius = true;
@@ -34,8 +36,8 @@ struct ParticleLook : host::ParameterHolder {
   const host::Gradient* emissionGradient = nullptr;
 };
 
-/// Draws the particles of a group as spheres, with colour and glow by what they carry, blurred by
-/// their velocity.
+/// Draws the particles of a group, or those of a file, as spheres, with colour and glow by what
+/// they carry, blurred by their velocity.
 class ParticleRenderer_Material : public host::ParticleMaterial {
  public:
   static constexpr i32 kPluginId = host::kParticleMaterial;

@@ -1,0 +1,35 @@
+// What the readers and writers of several formats share.
+#pragma once
+#include <string_view>
+
+#include "exchange/particle_format.h"
+#include "exchange/record_layout.h"
+
+namespace MELDO_GLOBAL::exchange {
+
+/// A column of three real components called "position". Throws host::FileError without one.
+std::size_t PositionColumn(const ParticleTable& table);
+/// As a clause of a reader.
+void ExpectPositions(const ParticleTable& table);
+/// The place of a column; -1 without one of so many components.
+int PlaceOf(const ParticleTable& table, std::string_view name, int components);
+
+/// Numbers as formats of single precision and 32-bit integers hold them.
+inline Stored ShortTypeOf(const ParticleColumn& column) {
+  return column.IsReal() ? Stored::F32 : Stored::I32;
+}
+
+/// Turns ids that a format keeps as real numbers into whole ones, where all of them are.
+void MakeIdsWhole(ParticleTable& table);
+
+/// Names columns that a writer of a few fixed attributes has no place for.
+void LoseAllBut(WriteJob& job, std::initializer_list<std::string_view> kept);
+
+/// Reads a value of all particles, standing side by side, into a new column of theirs.
+ParticleColumn& ReadColumn(ByteSource& source, ParticleTable& table, std::string_view inFile,
+                           Stored type, int components, std::endian order);
+/// And writes one.
+void WriteColumn(ByteSink& sink, const ParticleTable& table, std::size_t column, Stored type,
+                 std::endian order);
+
+}  // namespace MELDO_GLOBAL::exchange

@@ -1,0 +1,167 @@
+#include "exchange/particle_files.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <new>
+
+#include "host/file_error.h"
+
+namespace MELDO_GLOBAL::exchange {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kHead = 64;
+constexpr std::string_view kGzipSuffix = ".gz";
+
+std::string LowerCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+const ParticleFormat* FormatOfExtension(const std::string& extension) {
+  for (const ParticleFormat* format : ParticleFormats())
+    if (std::find(format->extensions.begin(), format->extensions.end(), extension) !=
+        format->extensions.end())
+      return format;
+  return nullptr;
+}
+
+[[noreturn]] void FailWith(const char* verb, const fs::path& path, const std::string& why) {
+  throw host::FileError(fmt::format("cannot {} {}: {}", verb, path.string(), why));
+}
+
+ParticleTable ReadWith(ByteSource& source, const ParticleFormat& format) {
+  if (!format.read)
+    Damaged(fmt::format("particles can be written as {}, but not read", format.name));
+  ParticleTable table;
+  try {
+    format.read(source, table);
+  } catch (const std::bad_alloc&) {
+    Damaged("it doesn't fit into memory");
+  } catch (const std::length_error&) {
+    Damaged("it doesn't fit into memory");
+  }
+  return table;
+}
+
+Wrapping WrappingOf(const ParticleFormat& format, bool isGzip) {
+  if (isGzip && format.gzip == GzipUse::Never)
+    Damaged(fmt::format("the format {} isn't wrapped by gzip", format.name));
+  const bool isWrapped = isGzip || format.gzip == GzipUse::Always;
+  return isWrapped ? Wrapping::Gzip : Wrapping::None;
+}
+
+std::vector<std::string> WriteTo(ByteSink& sink, const ParticleTable& table,
+                                 const ParticleFormat& format) {
+  if (!format.write)
+    Damaged(fmt::format("particles can be read as {}, but not written", format.name));
+  WriteJob job{table, sink, {}};
+  format.write(job);
+  sink.Finish();
+  return std::move(job.lost);
+}
+
+/// The format that the first bytes tell; null where they don't.
+const ParticleFormat* FormatOfHead(std::string_view head) {
+  for (const ParticleFormat* format : ParticleFormats())
+    if (format->begins && format->begins(head)) return format;
+  return nullptr;
+}
+
+const ParticleFormat* FormatOf(ByteSource& source, const fs::path& path) {
+  const ParticleFormat* told = FormatOfHead(source.Peek(kHead));
+  return told ? told : FormatOfName(path).format;
+}
+
+}  // namespace
+
+const std::vector<const ParticleFormat*>& ParticleFormats() {
+  static const std::vector<const ParticleFormat*> formats = {
+      &PrtFormat(), &BgeoFormat(),  &GeoFormat(),      &BinFormat(), &PdaFormat(),
+      &PdbFormat(), &Pdb32Format(), &Pdb64Format(),    &PdcFormat(), &PtcFormat(),
+      &PtsFormat(), &RibFormat(),   &XyzFormat(),      &McFormat(),  &IcecacheFormat(),
+      &PlyFormat(), &CsvFormat(),   &VdbPointsFormat()};
+  return formats;
+}
+
+const ParticleFormat* FindFormat(std::string_view name) {
+  for (const ParticleFormat* format : ParticleFormats())
+    if (format->name == name) return format;
+  return nullptr;
+}
+
+NamedFormat FormatOfName(const fs::path& path) {
+  NamedFormat named;
+  fs::path name = path.filename();
+  named.isGzip = LowerCase(name.extension().string()) == kGzipSuffix;
+  if (named.isGzip) name = name.stem();
+  named.format = FormatOfExtension(LowerCase(name.extension().string()));
+  return named;
+}
+
+const ParticleFormat* FormatOfFile(const fs::path& path) {
+  try {
+    ByteSource source(path);
+    return FormatOf(source, path);
+  } catch (const host::FileError& error) {
+    FailWith("read", path, error.what());
+  }
+}
+
+ParticleTable ReadParticles(const fs::path& path) {
+  try {
+    ByteSource source(path);
+    const ParticleFormat* format = FormatOf(source, path);
+    if (!format) Damaged("it is of no known format of particles");
+    return ReadWith(source, *format);
+  } catch (const host::FileError& error) {
+    FailWith("read", path, error.what());
+  }
+}
+
+ParticleTable ParseParticles(std::string_view bytes, const ParticleFormat& format) {
+  ByteSource source(bytes);
+  return ReadWith(source, format);
+}
+
+std::vector<std::string> WriteParticles(const fs::path& path, const ParticleTable& table) {
+  const NamedFormat named = FormatOfName(path);
+  if (!named.format) FailWith("write", path, "its name tells no known format of particles");
+  return WriteParticles(path, table, *named.format, named.isGzip);
+}
+
+std::vector<std::string> WriteParticles(const fs::path& path, const ParticleTable& table,
+                                        const ParticleFormat& format, bool isGzip) {
+  Wrapping wrapping{};
+  try {
+    wrapping = WrappingOf(format, isGzip);
+  } catch (const host::FileError& error) {
+    FailWith("write", path, error.what());
+  }
+  host::PartFile file(path);
+  ByteSink sink(file, wrapping);
+  std::vector<std::string> lost;
+  try {
+    lost = WriteTo(sink, table, format);
+  } catch (const host::FileError& error) {
+    const std::string why = error.what();
+    if (why.find(path.string()) != std::string::npos) throw;
+    FailWith("write", path, why);
+  }
+  file.Commit();
+  return lost;
+}
+
+std::string EncodeParticles(const ParticleTable& table, const ParticleFormat& format, bool isGzip) {
+  std::string bytes;
+  ByteSink sink(bytes, WrappingOf(format, isGzip));
+  WriteTo(sink, table, format);
+  return bytes;
+}
+
+}  // namespace MELDO_GLOBAL::exchange

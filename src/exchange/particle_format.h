@@ -1,0 +1,58 @@
+// The formats of particle files.
+#pragma once
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "exchange/byte_sink.h"
+#include "exchange/byte_source.h"
+#include "exchange/particle_table.h"
+
+namespace MELDO_GLOBAL::exchange {
+
+/// Whether files of a format are wrapped by gzip: never, where the name ends in .gz, or always.
+enum class GzipUse { Never, ByName, Always };
+
+/// What a writer takes, and where it says what the format can't hold.
+struct WriteJob {
+  const ParticleTable& table;
+  ByteSink& sink;
+  std::vector<std::string> lost;  ///< names of columns that aren't in the file
+};
+
+/// One format. Readers and writers throw host::FileError with a clause that goes on behind the name
+/// of the file; what readers leave out they say in the table's warnings.
+struct ParticleFormat {
+  std::string_view name;                     ///< as users write it
+  std::vector<std::string_view> extensions;  ///< with the dot
+  GzipUse gzip = GzipUse::Never;
+  /// Whether a file begins like one of this format; null where its first bytes don't tell.
+  bool (*begins)(std::string_view head) = nullptr;
+  void (*read)(ByteSource& source, ParticleTable& table) = nullptr;  ///< null: it can't be read
+  void (*write)(WriteJob& job) = nullptr;                            ///< null: it can't be written
+};
+
+// Each stands in the file of its name.
+const ParticleFormat& PrtFormat();
+const ParticleFormat& BgeoFormat();
+const ParticleFormat& GeoFormat();
+const ParticleFormat& BinFormat();
+const ParticleFormat& PdaFormat();
+const ParticleFormat& PdbFormat();
+const ParticleFormat& Pdb32Format();
+const ParticleFormat& Pdb64Format();
+const ParticleFormat& PdcFormat();
+const ParticleFormat& PtcFormat();
+const ParticleFormat& PtsFormat();
+const ParticleFormat& RibFormat();
+const ParticleFormat& XyzFormat();
+const ParticleFormat& McFormat();
+const ParticleFormat& IcecacheFormat();
+const ParticleFormat& PlyFormat();
+const ParticleFormat& CsvFormat();
+const ParticleFormat& VdbPointsFormat();
+
+/// All of them, in the order in which they are told.
+const std::vector<const ParticleFormat*>& ParticleFormats();
+
+}  // namespace MELDO_GLOBAL::exchange

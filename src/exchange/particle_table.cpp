@@ -1,0 +1,63 @@
+#include "exchange/particle_table.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace MELDO_GLOBAL::exchange {
+
+std::size_t ParticleColumn::Width() const {
+  return std::visit([](const auto& list) { return sizeof list[0]; }, values);
+}
+
+double ParticleColumn::At(i64 row, int component) const {
+  const std::size_t at = static_cast<std::size_t>(row) * components + component;
+  return std::visit([at](const auto& list) { return static_cast<double>(list[at]); }, values);
+}
+
+void ParticleColumn::Resize(i64 rows) {
+  std::visit([&](auto& list) { list.resize(static_cast<std::size_t>(rows) * components); }, values);
+}
+
+void ParticleTable::SetCount(i64 count) {
+  mCount = count;
+  for (ParticleColumn& column : mColumns) column.Resize(count);
+}
+
+ParticleColumn& ParticleTable::Add(std::string name, ValueType type, int components) {
+  std::string free = name;
+  for (int use = 2; Find(free); ++use) free = fmt::format("{}_{}", name, use);
+  ParticleColumn& column = mColumns.emplace_back();
+  column.name = std::move(free);
+  column.components = components;
+  column.values = EmptyValues(type);
+  column.Resize(mCount);
+  return column;
+}
+
+const ParticleColumn* ParticleTable::Find(std::string_view name, int components) const {
+  const auto found = std::find_if(mColumns.begin(), mColumns.end(),
+                                  [&](const ParticleColumn& c) { return c.name == name; });
+  const bool fits = found != mColumns.end() && (components == 0 || found->components == components);
+  return fits ? &*found : nullptr;
+}
+
+i64 ParticleTable::Bytes() const {
+  std::size_t bytes = 0;
+  for (const ParticleColumn& column : mColumns)
+    bytes +=
+        std::visit([](const auto& list) { return list.size() * sizeof list[0]; }, column.values);
+  return static_cast<i64>(bytes);
+}
+
+ColumnValues EmptyValues(ValueType type) {
+  switch (type) {
+    case ValueType::U8: return std::vector<u8>();
+    case ValueType::I32: return std::vector<i32>();
+    case ValueType::I64: return std::vector<i64>();
+    case ValueType::F32: return std::vector<f32>();
+    default: return std::vector<f64>();
+  }
+}
+
+}  // namespace MELDO_GLOBAL::exchange
