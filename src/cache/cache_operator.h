@@ -117,6 +117,9 @@ class Cache_OperatorBase : public iObject {
   virtual bool ReadHeader(HyperFile& file, std::string& problem) = 0;
   virtual std::size_t ChunkCount() const = 0;
   virtual const CacheOrigin& Origin() const = 0;
+  /// What `Prepare` does in stage 0 once everything is settled: opens the file of the frame, and
+  /// tells whether there is something to play.
+  virtual bool PrepareLoad();
   /// Fills `mListed` where its row leads elsewhere.
   virtual void CollectListed() {}
   /// What its files fed works for itself again.
@@ -142,6 +145,10 @@ class Cache_OperatorBase : public iObject {
   i32 FileFrame(double fromStart, i32 frame) const;
   double FileTime(double fromStart, i32 frame) const;
   i32 FrameToWrite() const;
+  /// A file stands for the frame.
+  void NoteWritten(WrittenFile file) { mWritten.push_back(std::move(file)); }
+  /// Tells that the file to play is missing: a failure where a recording has a hole or ends.
+  void TellMissing(const std::filesystem::path& path);
   /// Opens the file to read. One that is there but can't be read is a failure, and one that is
   /// missing where a recording has a hole or ends.
   bool OpenFrame(HyperFile& file);
@@ -178,7 +185,6 @@ class Cache_OperatorBase : public iObject {
  private:
   /// Leaves FLAG_ACTIVE as the stage asks for it.
   void PrepareShared();
-  bool PrepareLoad();
   void WriteFrame();
   void ReadFrame();
   /// Finds for each object its chunk, by its name or where the file has none by its place.
@@ -186,7 +192,6 @@ class Cache_OperatorBase : public iObject {
   std::filesystem::path ReadFolder();
   bool MakeFolder();
   void DropFramesBehind(i32 last);
-  void TellMissing(const std::filesystem::path& path);
   bool HasAnyFailed() const;
 
   std::vector<WrittenFile> mWritten;

@@ -5,9 +5,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "cache/cache_rows.h"
+#include "cache/particle_exchange.h"
+#include "exchange/particle_files.h"
+#include "framework/cache_setup_rows.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
+#include "host/atomic_file.h"
+#include "host/console.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -52,9 +56,11 @@ const ParameterTable& ParticleCacher::Parameters() {
              .To(&ParticleCacher::mTimeScale),
          LongRow(cache_row::kFormat, "format", cache_row::kParticles, "",
                  "which kind of file is written: plain ones are without the particles' numbers, so "
-                 "that slow motion finds none of them again")
-             .Choices({{cache_row::kPlainParticles, "plain_particles"},
-                       {cache_row::kParticles, "particle_cache"}})
+                 "that slow motion finds none of them again; those of other tools hold what these "
+                 "know, and what plays from them goes on as if it had been born there")
+             .Choices(cache_setup::ParticleFormatWords())
+             .OrNumbers()
+             .Range(0, cache_row::kParticles)
              .To(&ParticleCacher::mFormat),
          AbsentLinksRow(cache_row::kProperties, "properties",
                         "which properties are kept; without the list all that mean something "
@@ -132,8 +138,8 @@ NodeId ParticleCacher::OwnerOf(i32 id, std::string_view name) const {
 
 // ---- writing ------------------------------------------------------------------------------------
 
-void ParticleCacher::WriteBody(HyperFile& file) {
-  std::vector<std::unique_ptr<ParticleColumns>> filtered;
+std::vector<ParticleSource> ParticleCacher::Sources(
+    std::vector<std::unique_ptr<ParticleColumns>>& filtered) const {
   std::vector<ParticleSource> sources;
   for (const Target& target : mTargets) {
     const ParticleStore& store = target.Store();
@@ -144,6 +150,12 @@ void ParticleCacher::WriteBody(HyperFile& file) {
     Filter(*filtered.back());
     sources.back().rows = filtered.back().get();
   }
+  return sources;
+}
+
+void ParticleCacher::WriteBody(HyperFile& file) {
+  std::vector<std::unique_ptr<ParticleColumns>> filtered;
+  const std::vector<ParticleSource> sources = Sources(filtered);
   WriteParticleCache(file, GetDomain(), sources, Selection(), mFormat == cache_row::kPlainParticles,
                      {mCompression, mScene->mThreadCount});
 }
@@ -303,7 +315,87 @@ void ParticleCacher::PutIntoScene(ParticleStore& store, const GridLayout& stored
   }
 }
 
+// ---- files of other tools -----------------------------------------------------------------------
+
+void ParticleCacher::Evaluate(const EvaluationThreadData& data) {
+  if (!IsForeign()) return Cache_OperatorBase::Evaluate(data);
+  if (!Has(FLAG_ACTIVE) || !IsDirty()) return;
+  try {
+    if (mScene->mStage == kSaveCache) WriteForeign();
+    if (mScene->mStage == kEmitters) ReadForeign();
+  } catch (const FileError& error) {
+    Fail(error.what());
+  }
+}
+
+bool ParticleCacher::PrepareLoad() {
+  if (!IsForeign()) return Cache_OperatorBase::PrepareLoad();
+  fs::path path;
+  mFileName.BuildPath(path, FrameToRead());
+  std::error_code failed;
+  if (fs::exists(path, failed)) return true;
+  Print("Cache File " + path.string() + " could not be found!");
+  TellMissing(path);
+  return Deactivate("it has no file for the frame");
+}
+
+void ParticleCacher::WriteForeign() {
+  fs::path path;
+  mFileName.BuildPath(path, FrameToWrite());
+  const exchange::NamedFormat named = exchange::FormatOfName(path);
+  if (!named.format) return Fail(path.string() + ": there is no writer for its format");
+  std::vector<std::unique_ptr<ParticleColumns>> filtered;
+  const std::vector<std::string> lost =
+      exchange::WriteParticles(path, TableOf(Sources(filtered), Selection()), *named.format,
+                               mCompression >= 1 && named.format->gzip != exchange::GzipUse::Never);
+  for (const std::string& name : lost)
+    Warn(fmt::format("files of the format '{}' can't hold the property '{}'", named.format->name,
+                     name));
+  const std::string bytes = ReadFile(path);
+  NoteWritten({path, bytes.size(), ChecksumOf(bytes)});
+  ++mRuns;
+}
+
+void ParticleCacher::ReadForeign() {
+  if (mTargets.empty()) return;
+  fs::path path;
+  mFileName.BuildPath(path, FrameToRead());
+  const exchange::ParticleTable table = exchange::ReadParticles(path);
+  for (const std::string& warning : table.warnings) Warn(path.string() + ": " + warning);
+  const Target& target = mTargets.front();
+  ParticleStore& store = target.Store();
+  const auto find = [&](std::string_view name, int) -> std::optional<PropertyKey> {
+    for (const auto& [node, object] : mScene->List(kListParticles))
+      if (const auto* property = dynamic_cast<const iProperty*>(object.get());
+          property && property->mName == name)
+        return property->Key();
+    return {};
+  };
+  try {
+    for (const std::string& name :
+         TakeTable(table, kBornFlags | kParticleKindRows[target.kind].flag, find, store))
+      Warn(fmt::format("the recording's column '{}' is left out: no property has its name", name));
+  } catch (const FileError& error) {
+    throw FileError(path.string() + ": " + error.what());
+  }
+  const double t = TimeToRead();
+  mPart = t - std::floor(t);
+  if (mPart > 0) MoveBetween(store, {});
+  PutIntoScene(store, GetDomain());
+  Filter(store);
+  store.NoteReplaced();
+  target.group->MarkTreeStale(target.kind);
+  store.UpdateBounds(mScene->mThreadCount);
+}
+
 std::string ParticleCacher::DescribeFile(const fs::path& path) const {
+  if (IsForeign()) {
+    try {
+      return fmt::format("Particles: {}\n", exchange::ReadParticles(path).Count());
+    } catch (const FileError& error) {
+      return fmt::format("{}\n", error.what());
+    }
+  }
   HyperFile file;
   if (!file.Open(kCacheIdent, path, HyperFile::Mode::kRead)) return file.Error() + "\n";
   return DescribeParticleCache(file);

@@ -1,6 +1,7 @@
 // Particles that are recorded and played back.
 #pragma once
 #include "cache/cache_operator.h"
+#include "cache/cache_rows.h"
 #include "cache/particle_cache_file.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_property.h"
@@ -17,6 +18,7 @@ class ParticleCacher : public Cache_OperatorBase {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   bool ResolveLinks() override;
+  void Evaluate(const EvaluationThreadData& data) override;
   void ClearLinks() override;
   std::string DescribeFile(const std::filesystem::path& path) const override;
 
@@ -31,6 +33,7 @@ class ParticleCacher : public Cache_OperatorBase {
   }
   std::size_t ChunkCount() const override { return mHeader.stores.size(); }
   const CacheOrigin& Origin() const override { return mHeader.origin; }
+  bool PrepareLoad() override;
   void CollectListed() override;
   void ClearMarks() override;
   void TakePlaces() override;
@@ -54,6 +57,16 @@ class ParticleCacher : public Cache_OperatorBase {
     Vec3d Of(const Vec3d& p) const { return scales ? p * scale + offset : p + offset; }
   };
   Placing PlacingOf(const GridLayout& stored) const;
+  /// Files are those of other tools: one table a frame, with all particles.
+  bool IsForeign() const {
+    return mFormat != cache_row::kPlainParticles && mFormat != cache_row::kParticles;
+  }
+  void WriteForeign();
+  /// Gives all particles of the file to the first store of the list; they go on as its own.
+  void ReadForeign();
+  /// The stores of the list, and where there are filters, the rows that these let through.
+  std::vector<ParticleSource> Sources(
+      std::vector<std::unique_ptr<ParticleColumns>>& filtered) const;
   PropertySelection Selection() const;
   host::NodeId OwnerOf(i32 id, std::string_view name) const;
   /// Reads where particles were in the frame before, if a moment between two is shown.

@@ -151,7 +151,9 @@ const ParameterTable& SulvaScene::Parameters() {
           .Choices({{0, "none"}, {1, "fast"}, {2, "small"}}),
       LongRow(cache_setup::kParticleFormat, "cache_particle_format", 21, "",
               "`sulva cache-setup`: which kind of file caches of particles write")
-          .Choices({{0, "plain_particles"}, {21, "particle_cache"}}),
+          .Choices(cache_setup::ParticleFormatWords())
+          .OrNumbers()
+          .Range(0, 21),
       LongRow(cache_setup::kFormat, "cache_format", 0, "",
               "`sulva cache-setup`: which kind of file is written")
           .Choices({{0, "grid_cache"}}),

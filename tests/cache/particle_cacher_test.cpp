@@ -313,6 +313,38 @@ TEST_F(ParticleCache, PlainFilesHaveNeitherVersionNorIds) {
   EXPECT_FALSE(file.IsAtLong());
 }
 
+TEST_F(ParticleCache, FilesOfOtherToolsHoldAllGroupsInOneTable) {
+  constexpr i32 kBgeo = 2;
+  ParticleScene recorded(folder.Path(), cache_row::kRecord);
+  ParticleScene::Set(recorded.cacher, cache_row::kFormat, kBgeo);
+  recorded.Fill(100);
+  recorded.water.Store(kLiquid).At(0).AddScalar(property_id::kTemperature, 300);
+  recorded.Save(1);
+  ASSERT_EQ(recorded.cacher.Failure(), "");
+  EXPECT_EQ(recorded.cacher.DescribeFile(File(1, "bgeo")), "Particles: 150\n");
+  EXPECT_EQ(recorded.cacher.TakeWritten().size(), 1u);
+
+  ParticleScene played(folder.Path(), cache_row::kPlayBack);
+  ParticleScene::Set(played.cacher, cache_row::kFormat, kBgeo);
+  played.ListKind(played.water, kParticleKindRows[kLiquid].listFlag);
+  played.Load(1);
+  ASSERT_EQ(played.cacher.Failure(), "");
+  EXPECT_FALSE(played.water.IsCached(kLiquid)) << "they go on as its own";
+  ParticleStore& store = played.water.Store(kLiquid);
+  ASSERT_EQ(store.Count(), 150);
+  const ParticleStore &water = recorded.water.Store(kLiquid), &foam = recorded.foam.Store(kDiffuse);
+  EXPECT_LT(Length(store.Positions()[70] - water.Positions()[70]), 1e-6);
+  EXPECT_LT(Length(store.Positions()[120] - foam.Positions()[20]), 1e-6);
+  EXPECT_LT(Length(store.Velocities()[120] - foam.Velocities()[20]), 1e-6);
+  EXPECT_EQ(store.At(0).GetScalar(property_id::kTemperature, -1), 300);
+  EXPECT_EQ(store.At(1).GetScalar(property_id::kTemperature, -1), 0) << "who had none";
+  EXPECT_EQ(store.At(1).GetVector(property_id::kColor, {}), (Vec3d{1, 1, 1}));
+  EXPECT_TRUE(store.Find<double>(played.salt.Key())) << "a property of the same name";
+  EXPECT_TRUE(store.Flags()[149] & PF_KIND_LIQUID);
+  played.Load(2);
+  EXPECT_NE(played.cacher.Failure().find("it isn't there"), std::string::npos);
+}
+
 TEST_F(ParticleCache, ListsOfOneKindFollowEachOther) {
   ParticleScene scene(folder.Path(), cache_row::kRecord);
   scene.Fill(40);
