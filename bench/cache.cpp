@@ -53,7 +53,8 @@ int main(int argc, char** argv) {
   const char* names[] = {"none", "fast", "small"};
   for (i32 compression = 0; compression < 3; ++compression) {
     const auto write = [&](HyperFile& file) {
-      for (const auto& grid : samples) WriteSamples(file, grid, compression, threads);
+      for (const auto& grid : samples)
+        WriteBlock(file, std::span<const double>(grid), {compression, threads});
     };
     const double pack = Best([&] {
       HyperFile file;

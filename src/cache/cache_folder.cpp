@@ -7,7 +7,7 @@
 #include <optional>
 #include <tuple>
 
-#include "cache/grid_cache_file.h"
+#include "cache/cache_contents.h"
 #include "host/atomic_file.h"
 
 namespace MELDO_GLOBAL {
@@ -36,15 +36,6 @@ std::optional<Numeral> ReadNumeral(std::string_view text) {
   const auto [rest, error] = std::from_chars(text.data(), end, numeral.number);
   if (error != std::errc() || rest != end) return {};
   return numeral;
-}
-
-CacheOrigin OriginOf(const fs::path& path) {
-  HyperFile file;
-  GridCacheHeader header;
-  std::string problem;
-  const bool isRead = file.Open(kCacheIdent, path, HyperFile::Mode::kRead) &&
-                      ReadGridCacheHeader(file, header, problem);
-  return isRead ? header.origin : CacheOrigin();
 }
 
 /// The files of a cache that are whole, or those that aren't.
@@ -92,8 +83,6 @@ std::string FormatSize(i64 bytes) {
 }
 
 std::vector<CacheFile> ListCache(const CacheName& names) { return FilesOf(names, false); }
-
-u64 SimulationOf(const fs::path& path) { return OriginOf(path).simulation; }
 
 void RemoveUnfinished(const CacheName& names) {
   for (const CacheFile& file : FilesOf(names, true)) host::RemovePart(file.path);

@@ -17,8 +17,6 @@ struct CacheFile {
 /// folder: where the number is below 0 or has six digits and more, the file itself has to say that
 /// it is of this cache.
 std::vector<CacheFile> ListCache(const CacheName& names);
-/// The simulation that recorded a cache's file; 0 where it doesn't tell.
-u64 SimulationOf(const std::filesystem::path& path);
 /// Removes what a killed process left of this cache's files.
 void RemoveUnfinished(const CacheName& names);
 

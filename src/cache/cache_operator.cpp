@@ -21,8 +21,8 @@ constexpr std::size_t kMostWarnings = 8;
 
 }  // namespace
 
-ParameterTable Cache_OperatorBase::CommonRows() {
-  return {
+ParameterTable Cache_OperatorBase::WithRows(const RowNumbers& numbers, ParameterTable own) {
+  ParameterTable table = {
       BoolRow(cache_row::kRenderOnly, "render_only", false,
               "rests while a scene is only simulated, and works when pictures are made")
           .To(&Cache_OperatorBase::mRenderOnly),
@@ -57,9 +57,7 @@ ParameterTable Cache_OperatorBase::CommonRows() {
           .Choices({{0, "from_start"}, {1, "document"}})
           .To(&Cache_OperatorBase::mNumbering),
       LinksRow(cache_row::kObjects, "objects",
-               "the fields, volumes and gas that are kept; play back with the list in the order in "
-               "which it was recorded",
-               {})
+               "what is kept; play back with the list in the order in which it was recorded", {})
           .Required()
           .Writes()
           .To(&Cache_OperatorBase::mListed),
@@ -68,13 +66,36 @@ ParameterTable Cache_OperatorBase::CommonRows() {
           .Choices({{0, "output"}, {1, "custom"}})
           .To(&Cache_OperatorBase::mUseCustomFolder),
       BoolRow(cache_row::kBackwards, "backwards", false,
-              "the recording plays in reverse: smoke goes back into its source")
+              "the recording plays in reverse: what came out goes back in")
           .OnlyWith(cache_row::kMode, {cache_row::kPlayBack, cache_row::kBoth})
           .To(&Cache_OperatorBase::mBackwards),
       BoolRow(1030, "go_on_after_failure", false,
               "a frame that can't be written or played is a warning and doesn't end the run")
           .To(&Cache_OperatorBase::mGoesOn),
+      StringRow(numbers.statistics, "statistics", "",
+                "filled in by the program: first and last file, size and gaps")
+          .Kept(),
+      StringRow(numbers.fileStatistics, "file_statistics", "",
+                "filled in by the program: what the file of this frame holds")
+          .Kept(),
+      ButtonRow(numbers.deleteFiles, "delete_files", "what `sulva cache delete` does"),
+      ButtonRow(numbers.chooseObjects, "choose_objects", "picks or makes what is to be recorded"),
+      LinkRow(numbers.duration, "duration", "records and plays only inside this time window",
+              {Duration::Kind().id})
+          .To(&Cache_OperatorBase::mDuration),
+      ButtonRow(numbers.chooseDuration, "choose_duration", "picks or makes a time window"),
+      LongRow(numbers.digits, "digits", 5, "",
+              "width of the frame number in the names of files: 5 gives 00012")
+          .Range(1, 6)
+          .To(&Cache_OperatorBase::mDigits),
   };
+  table.insert(table.end(), own.begin(), own.end());
+  return table;
+}
+
+ParameterRow& Cache_OperatorBase::ObjectsRow(ParameterTable& table) {
+  return *std::find_if(table.begin(), table.end(),
+                       [](const ParameterRow& row) { return row.id == cache_row::kObjects; });
 }
 
 Cache_OperatorBase::Cache_OperatorBase(BaseNode* node, Scene* scene, std::string defaultName)
@@ -100,6 +121,7 @@ fs::path Cache_OperatorBase::ReadFolder() {
 bool Cache_OperatorBase::ResolveLinks() {
   mObjects.clear();
   if (!iObject::ResolveLinks()) return false;
+  CollectListed();
   for (iBase* object : mListed)
     if (std::find(mObjects.begin(), mObjects.end(), object) == mObjects.end())
       mObjects.push_back(object);
@@ -107,8 +129,12 @@ bool Cache_OperatorBase::ResolveLinks() {
   if (mDuration) mDuration->ReadParameters();
   // All caches fetch their links before the first one marks what it feeds, so that none takes the
   // mark from what another feeds. What no file feeds in this frame works for itself.
-  for (iBase* object : mObjects) object->SetFlag(FLAG_CACHED, false);
+  ClearMarks();
   return true;
+}
+
+void Cache_OperatorBase::ClearMarks() {
+  for (iBase* object : mObjects) object->SetFlag(FLAG_CACHED, false);
 }
 
 void Cache_OperatorBase::ClearLinks() {
@@ -128,145 +154,7 @@ void Cache_OperatorBase::CheckDirty() {
   }
 }
 
-// ---- a stage ------------------------------------------------------------------------------------
-
-void Cache_OperatorBase::SetUpNames() {
-  mFileName.SetFolder(mFolderPath);
-  mFileName.SetName(mBaseName);
-  mFileName.SetFormat(mFormat + FirstFormat());
-  mFileName.SetDigits(mDigits);
-}
-
-void Cache_OperatorBase::PrepareShared() {
-  const i32 stage = mScene->mStage;
-  const bool isSave = stage == kSaveCache, isLoad = stage == kLoadCache;
-  if (isSave)
-    for (iBase* object : mObjects) object->SetFlag(FLAG_CACHED, false);
-  if (isLoad) NoteOldFiles();
-  if (mObjects.empty()) return (void)Deactivate("it has no objects; name some under 'objects'");
-  if (mRenderOnly && !mScene->IsForPictures()) return SetFlag(FLAG_ACTIVE, false);
-  if (mFolderPath.empty()) return (void)Deactivate("it has no folder");
-  double weight = 1;
-  if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, weight))
-    return SetFlag(FLAG_ACTIVE, false);
-  mFilters.Prepare(this);
-  SetUpNames();
-  if (isSave) {
-    // Behind a failure a frame isn't what it would have been.
-    if (mMode == 0 || !mRun.mayRecord || !mScene->mReport.whole || HasAnyFailed())
-      return SetFlag(FLAG_ACTIVE, false);
-    SetFlag(FLAG_ACTIVE, MakeFolder());
-  } else if (isLoad) {
-    SetFlag(FLAG_ACTIVE, mMode != 1 && PrepareLoad());
-  } else {
-    SetFlag(FLAG_ACTIVE, true);
-  }
-}
-
-bool Cache_OperatorBase::MakeFolder() {
-  try {
-    return mFileName.MakeFolder(true);
-  } catch (const FileError& error) {
-    Fail(error.what());
-  }
-  return false;
-}
-
-void Cache_OperatorBase::Finish() {
-  SetFlag(FLAG_ACTIVE, false);
-  mFilters.Finish(this);
-}
-
-i32 Cache_OperatorBase::FrameToRead() const {
-  return FileFrame(mScene->mClock.frameFromStart, mScene->mClock.frame);
-}
-
-i32 Cache_OperatorBase::FileFrame(double fromStart, i32 frame) const {
-  const double shown = mShowFrame == -1 ? fromStart : mShowFrame;
-  double t = shown > -1 ? shown + mFrameOffset : frame;
-  if (mBackwards) {
-    CacheFolderInfo info;
-    ScanCacheFolder(info);
-    if (info.found) t = info.lastFrame - t;
-  }
-  return static_cast<i32>(std::ceil(t));
-}
-
-bool Cache_OperatorBase::HasFrames(i32 first, i32 last) {
-  if (mDuration || mRenderOnly || mFolderPath.empty()) return false;
-  SetUpNames();
-  i32 start, end;
-  mScene->GetFrameRange(start, end);
-  for (i32 frame = first; frame <= last; ++frame) {
-    fs::path path;
-    mFileName.BuildPath(path, FileFrame(frame - start, frame));
-    std::error_code failed;
-    if (!fs::is_regular_file(path, failed)) return false;
-  }
-  return true;
-}
-
-i32 Cache_OperatorBase::FrameToWrite() const {
-  return mNumbering != 0 ? mScene->mClock.frame : mScene->mClock.frameFromStart;
-}
-
-bool Cache_OperatorBase::OpenFrame(HyperFile& file) {
-  fs::path path;
-  mSpared.clear();
-  if (mFileName.OpenForRead(file, FrameToRead(), path)) return true;
-  if (file.Error().empty()) {
-    TellMissing(path);
-    return false;
-  }
-  mSpared = path;
-  Fail(file.Error());
-  return false;
-}
-
-void Cache_OperatorBase::TellMissing(const fs::path& path) {
-  const i32 frame = mScene->mClock.frame;
-  if (mMode != 0 || frame < mRun.firstPlayed || frame > mRun.lastPlayed) return;
-  const std::vector<CacheFile> files = ListCache(mFileName);
-  // With an offset below 0 a recording starts late.
-  if (mFrameOffset < 0 && !files.empty() &&
-      (mBackwards ? FrameToRead() > files.back().number : FrameToRead() < files.front().number))
-    return;
-  const std::string what =
-      files.empty() ? fmt::format("nothing is recorded in {}", path.parent_path().string())
-                    : fmt::format("the recording has frames {} to {}", files.front().number,
-                                  files.back().number);
-  Fail(fmt::format("cannot play {} in frame {}: it isn't there; {}", path.string(), frame, what));
-}
-
-CacheOrigin Cache_OperatorBase::OriginOfFrame() const {
-  CacheOrigin origin;
-  origin.version = SULVA_VERSION;
-  origin.simulation = mRun.simulation;
-  mFileName.FileStem(origin.stem, 0, false);
-  origin.number = FrameToWrite();
-  origin.frame = mScene->mClock.frame;
-  origin.seconds = mTime->elapsed;
-  origin.fps = mScene->GetDocument()->fps;
-  return origin;
-}
-
-bool Cache_OperatorBase::CheckOrigin(const HyperFile& file, const CacheOrigin& origin) {
-  if (origin.simulation == 0) return true;
-  const auto fail = [&](const char* what) {
-    mSpared = file.Name();
-    Fail(fmt::format("{}: {}", file.Name(), what));
-    return mGoesOn;
-  };
-  if (Records() && mRun.mayRecord && mRun.simulation != 0 && origin.simulation != mRun.simulation)
-    return fail(
-        "another simulation recorded it, so that this cache can't go on with it; delete the "
-        "recording with `sulva cache delete`, or give the cache another base_name");
-  if (mPlayedSimulation != 0 && mPlayedSimulation != origin.simulation)
-    return fail(
-        "another simulation recorded it than the frames before; record them again, all in one run");
-  mPlayedSimulation = origin.simulation;
-  return true;
-}
+// ---- what goes wrong ----------------------------------------------------------------------------
 
 void Cache_OperatorBase::Warn(const std::string& text) {
   if (mWarnings.size() > kMostWarnings ||
@@ -291,6 +179,13 @@ bool Cache_OperatorBase::HasAnyFailed() const {
 
 // ---- the folder ---------------------------------------------------------------------------------
 
+void Cache_OperatorBase::SetUpNames() {
+  mFileName.SetFolder(mFolderPath);
+  mFileName.SetName(mBaseName);
+  mFileName.SetFormat(mFormat + FirstFormat());
+  mFileName.SetDigits(mDigits);
+}
+
 std::string Cache_OperatorBase::DeleteCacheFiles() {
   ReadParameters();
   SetUpNames();
@@ -314,8 +209,8 @@ void Cache_OperatorBase::UpdateStatistics() {
   mFileName.BuildPath(path, FrameToRead());
   std::error_code failed;
   if (!fs::exists(path, failed)) path = ListCache(mFileName).front().path;
-  mInterface.SetString(ParameterIds().text, StatisticsOf(info).c_str());
-  mInterface.SetString(ParameterIds().secondText, DescribeFile(path).c_str());
+  mInterface.SetString(Numbers().statistics, StatisticsOf(info).c_str());
+  mInterface.SetString(Numbers().fileStatistics, DescribeFile(path).c_str());
 }
 
 const CacheName& Cache_OperatorBase::ReadNames() {

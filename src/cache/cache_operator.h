@@ -1,6 +1,7 @@
 // What all cachers share: which files, which frame, and what goes wrong with them.
 #pragma once
 #include <limits>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,6 +36,8 @@ class Cache_OperatorBase : public iObject {
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;
+  void Prepare() override;
+  void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
   void Persist(StateArchive& archive) override;
 
@@ -47,7 +50,7 @@ class Cache_OperatorBase : public iObject {
   /// Scans and stores both texts in the node.
   void UpdateStatistics();
   /// The second of the texts that `UpdateStatistics` stored.
-  std::string FileStatistics() const { return mInterface.GetString(ParameterIds().secondText, ""); }
+  std::string FileStatistics() const { return mInterface.GetString(Numbers().fileStatistics, ""); }
   /// Whether there is a file to play for each of these frames of the document; false where that
   /// hangs on more than the frame. After `ReadParameters` and `ResolveLinks`.
   bool HasFrames(i32 first, i32 last);
@@ -86,37 +89,75 @@ class Cache_OperatorBase : public iObject {
   const CacheName& FileNames() const { return mFileName; }
 
  protected:
-  /// Ids of the parameters whose numbers differ between the kinds.
-  struct Ids {
-    i32 text, secondText;
+  /// The parameters whose numbers differ between the kinds.
+  struct RowNumbers {
+    i32 statistics, fileStatistics, deleteFiles, chooseObjects, duration, chooseDuration, digits;
   };
-  virtual Ids ParameterIds() const = 0;
-  /// The rows of all kinds.
-  static host::ParameterTable CommonRows();
+  virtual const RowNumbers& Numbers() const = 0;
+  /// The rows of all kinds, and those of one.
+  static host::ParameterTable WithRows(const RowNumbers& numbers, host::ParameterTable own);
+  /// The row that lists what is kept.
+  static host::ParameterRow& ObjectsRow(host::ParameterTable& table);
   /// Added to the format parameter.
-  virtual i32 FirstFormat() const = 0;
-  /// What `Prepare` does in stage 0 once everything is settled: reads the header.
-  virtual bool PrepareLoad() = 0;
+  virtual i32 FirstFormat() const { return 0; }
+  /// The stage that the data are wanted in.
+  virtual i32 DataStage() const { return kEmitters; }
+  /// How many frames of the recording pass in a frame.
+  virtual double TimeScale() const { return 1; }
 
-  /// The part of `Prepare` that all kinds share; leaves FLAG_ACTIVE as the stage asks for it.
-  void PrepareShared();
+  // What a kind of cache says of its files. A file has a chunk for each object that was listed.
+
+  /// What stands in chunks is named so, in the order of the chunks that `WriteBody` writes.
+  virtual std::vector<StoredObject> NamedObjects() const = 0;
+  /// Whether there is something of these objects that the file which is played lacks.
+  virtual bool LacksAny() const = 0;
+  virtual void WriteBody(HyperFile& file) = 0;
+  /// Reads what precedes the chunks, and where they end; on false `problem` names the file and
+  /// tells why.
+  virtual bool ReadHeader(HyperFile& file, std::string& problem) = 0;
+  virtual std::size_t ChunkCount() const = 0;
+  virtual const CacheOrigin& Origin() const = 0;
+  /// What `Prepare` does in stage 0 once everything is settled: opens the file of the frame, and
+  /// tells whether there is something to play.
+  virtual bool PrepareLoad();
+  /// Fills `mListed` where its row leads elsewhere.
+  virtual void CollectListed() {}
+  /// What its files fed works for itself again.
+  virtual void ClearMarks();
+  /// Marks what the file feeds, and makes room for it.
+  virtual void TakePlaces() = 0;
+  /// Whether a chunk has data that its object takes.
+  virtual bool Feeds(std::size_t object, std::size_t chunk) const = 0;
+  /// Reads the data of a chunk that was entered; false where they can't be read.
+  virtual bool ReadChunk(std::size_t object, std::size_t chunk) = 0;
+  /// Behind the last chunk of a frame.
+  virtual void EndReading() {}
+  /// The chunk that feeds an object; -1 for none.
+  i32 ChunkOf(std::size_t object) const { return mChunks[object]; }
+
   /// Sets folder, name, suffix and digits.
   void SetUpNames();
   /// The frame whose file is read now.
   i32 FrameToRead() const;
+  /// The same, with the part of a frame at which a scaled time stands.
+  double TimeToRead() const;
   /// The frame whose file is read in a frame of the document, `fromStart` behind the first.
   i32 FileFrame(double fromStart, i32 frame) const;
+  double FileTime(double fromStart, i32 frame) const;
   i32 FrameToWrite() const;
+  /// A file stands for the frame.
+  void NoteWritten(WrittenFile file) { mWritten.push_back(std::move(file)); }
+  /// Tells that the file to play is missing: a failure where a recording has a hole or ends.
+  void TellMissing(const std::filesystem::path& path);
   /// Opens the file to read. One that is there but can't be read is a failure, and one that is
   /// missing where a recording has a hole or ends.
   bool OpenFrame(HyperFile& file);
+  /// The file of the frame that is played, from stage 0 until its data are read.
+  HyperFile& PlayedFile() { return *mFile; }
   /// Holds the origin of the file that is played against this run and what was played before;
   /// false, with a failure, where it is of another simulation.
   bool CheckOrigin(const HyperFile& file, const CacheOrigin& origin);
   CacheOrigin OriginOfFrame() const;
-  void Spare(std::filesystem::path path) { mSpared = std::move(path); }
-  /// This file is never written: it holds what can't be read, or another simulation.
-  bool IsSpared(const std::filesystem::path& path) const { return path == mSpared; }
   void Warn(const std::string& text);
   /// A failure, or a warning where the scene says that the run goes on.
   void Fail(const std::string& text);
@@ -140,17 +181,26 @@ class Cache_OperatorBase : public iObject {
   i32 mFormat = 0;
   i32 mNumbering = 0;  ///< of written files: 0 counts from the start, else the document's frame
   CacheRun mRun;
-  std::vector<WrittenFile> mWritten;
 
  private:
+  /// Leaves FLAG_ACTIVE as the stage asks for it.
+  void PrepareShared();
+  void WriteFrame();
+  void ReadFrame();
+  /// Finds for each object its chunk, by its name or where the file has none by its place.
+  void MatchObjects();
   std::filesystem::path ReadFolder();
   bool MakeFolder();
   void DropFramesBehind(i32 last);
-  void TellMissing(const std::filesystem::path& path);
   bool HasAnyFailed() const;
 
+  std::vector<WrittenFile> mWritten;
   bool mGoesOn = false;
+  std::unique_ptr<HyperFile> mFile;
+  std::vector<i32> mChunks;   ///< of each object
+  WrittenFile mPlayed;        ///< the file that feeds all objects in this frame, if one does
   u64 mPlayedSimulation = 0;  ///< fingerprint of the files that were played; 0 before the first
+  /// This file is never written: it holds what can't be read, or another simulation.
   std::filesystem::path mSpared;
   bool mHasNoted = false;
   std::vector<i32> mOldFrames;  ///< of files that are older than the run

@@ -17,7 +17,12 @@ enum Row : i32 {
   kObjects = 1012,
   kFolder = 1013,
   kBackwards = 1014,
+  kTimeScale = 1005,   ///< of particles alone
+  kProperties = 1019,  ///< of particles alone
 };
+
+/// Values of `kFormat` of caches of particles.
+enum ParticleFormat : i32 { kPlainParticles = 0, kParticles = 21 };
 
 /// Values of `kMode`.
 enum Mode : i32 { kPlayBack = 0, kRecord = 1, kBoth = 2 };

@@ -4,9 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
-
-#include "cache/block_compressor.h"
 
 namespace MELDO_GLOBAL {
 
@@ -139,30 +136,9 @@ bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& 
   return true;
 }
 
-// ---- samples ------------------------------------------------------------------------------------
-
-void WriteSamples(HyperFile& file, std::span<const double> samples, i32 compression, i32 threads) {
-  const std::span<const std::byte> bytes = std::as_bytes(samples);
-  if (compression >= 1) {
-    const std::size_t room = CompressBound(bytes.size());
-    const auto packed = std::make_unique_for_overwrite<std::byte[]>(room);
-    Packing packing;
-    packing.threads = threads;
-    if (compression >= 2) packing = {Codec::kSmall, 1, 8, threads};
-    const std::size_t size = Compress(bytes, {packed.get(), room}, packing);
-    if (size > 0) {
-      file.WriteBool(true);
-      file.WriteMemory(packed.get(), size);
-      return;
-    }
-  }
-  file.WriteBool(false);
-  file.WriteMemory(bytes.data(), bytes.size());
-}
-
 void WriteGrids(HyperFile& file, const GridLayout& domain,
-                std::span<const std::array<const EGrid<double>*, 3>> objects, i32 compression,
-                i32 threads) {
+                std::span<const std::array<const EGrid<double>*, 3>> objects,
+                const BlockPacking& packing) {
   WriteLayout(file, domain);
   file.WriteLong(static_cast<i32>(
       std::count_if(objects.begin(), objects.end(), [](const auto& grids) { return grids[0]; })));
@@ -172,31 +148,13 @@ void WriteGrids(HyperFile& file, const GridLayout& domain,
   for (const auto& grids : objects) {
     file.WriteChunkStart(++id, 0);
     for (const EGrid<double>* grid : grids)
-      if (grid)
-        WriteSamples(file, {grid->mData, static_cast<std::size_t>(grid->mCount)}, compression,
-                     threads);
+      if (grid) WriteBlock(file, std::span<const double>(grid->mData, grid->mCount), packing);
     file.WriteChunkEnd();
   }
 }
 
-bool ReadBlock(HyperFile& file, SampleBlock& block) {
-  if (!file.ReadBool(block.isPacked) || !file.ReadMemory(block.bytes)) return false;
-  std::size_t bytes = block.bytes.size();
-  if (block.isPacked && !UnpackedSize(block.bytes, bytes)) return false;
-  block.samples = bytes / sizeof(double);
-  return bytes % sizeof(double) == 0;
-}
-
-bool Unpack(const SampleBlock& block, std::span<double> samples, i32 threads) {
-  if (block.samples != samples.size()) return false;
-  const std::span<std::byte> target = std::as_writable_bytes(samples);
-  if (block.isPacked) return Decompress(block.bytes, target, threads);
-  std::copy(block.bytes.begin(), block.bytes.end(), target.begin());
-  return true;
-}
-
 bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads) {
-  SampleBlock block;
+  PackedBlock block;
   return ReadBlock(file, block) && Unpack(block, samples, threads);
 }
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "cache/cache_origin.h"
-#include "cache/hyper_file.h"
+#include "cache/packed_block.h"
 #include "grids/egrid.h"
 
 namespace MELDO_GLOBAL {
@@ -51,24 +51,13 @@ bool ReadStoredGrid(HyperFile& file, StoredGrid& stored);
 /// On false `problem` names the file and tells why.
 bool ReadGridCacheHeader(HyperFile& file, GridCacheHeader& header, std::string& problem);
 
-/// `compression`: 0 stores samples as they are, 1 packs them fast, 2 small.
-void WriteSamples(HyperFile& file, std::span<const double> samples, i32 compression, i32 threads);
 /// Everything before the origin: layout and headers, then a chunk for the grids of each object,
 /// whose first one is null where it has none.
 void WriteGrids(HyperFile& file, const GridLayout& domain,
-                std::span<const std::array<const EGrid<double>*, 3>> objects, i32 compression,
-                i32 threads);
-/// A block as it stands in the file.
-struct SampleBlock {
-  bool isPacked = false;
-  std::span<const std::byte> bytes;
-  std::size_t samples = 0;  ///< that it says to hold
-};
-bool ReadBlock(HyperFile& file, SampleBlock& block);
-/// Fills `samples` from a block, which must have as many; false, with anything in them, when it
-/// can't.
-bool Unpack(const SampleBlock& block, std::span<double> samples, i32 threads);
-/// Both for the next block.
+                std::span<const std::array<const EGrid<double>*, 3>> objects,
+                const BlockPacking& packing);
+/// Reads the next block into `samples`, which has as many as it; false, with anything in them, when
+/// it can't.
 bool ReadSamples(HyperFile& file, std::span<double> samples, i32 threads);
 
 /// What a grid of a kind is called in the statistics of a cache.

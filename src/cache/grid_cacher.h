@@ -1,7 +1,6 @@
 // Grids that are recorded and played back.
 #pragma once
 #include <array>
-#include <memory>
 
 #include "cache/cache_operator.h"
 #include "cache/grid_cache_file.h"
@@ -19,17 +18,26 @@ class GridCacher : public Cache_OperatorBase {
   GridCacher(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  void Prepare() override;
-  void Evaluate(const EvaluationThreadData& data) override;
-  void Finish() override;
   std::string DescribeFile(const std::filesystem::path& path) const override;
 
  protected:
-  Ids ParameterIds() const override { return {1015, 1008}; }
+  const RowNumbers& Numbers() const override { return kNumbers; }
   i32 FirstFormat() const override { return 21; }
-  bool PrepareLoad() override;
+  std::vector<StoredObject> NamedObjects() const override;
+  bool LacksAny() const override;
+  void WriteBody(HyperFile& file) override;
+  bool ReadHeader(HyperFile& file, std::string& problem) override {
+    return ReadGridCacheHeader(file, mHeader, problem);
+  }
+  std::size_t ChunkCount() const override { return mHeader.chunks.size(); }
+  const CacheOrigin& Origin() const override { return mHeader.origin; }
+  void TakePlaces() override;
+  bool Feeds(std::size_t object, std::size_t chunk) const override;
+  bool ReadChunk(std::size_t object, std::size_t chunk) override;
 
  private:
+  static constexpr RowNumbers kNumbers = {1015, 1008, 1016, 1017, 1018, 1019, 1021};
+
   using Grids = std::array<EGrid<double>*, 3>;
   /// What the cache keeps of an object; null for one that has no grids.
   static CachedGrids* StateOf(iBase& object);
@@ -37,27 +45,19 @@ class GridCacher : public Cache_OperatorBase {
   static Grids GridsOf(iBase& object);
   /// Makes the object take the place of a stored grid in this frame.
   static bool Place(iBase& object, const StoredGrid& stored);
-  void WriteFrame();
-  /// The file that is played has what these grids of the objects would give another.
-  bool HoldsAll(const std::vector<Grids>& all) const;
-  void ReadFrame();
-  /// Reads the blocks of one object.
-  bool ReadObject(iBase& object, const StoredGrid& stored);
+  /// The stored grid of a chunk, or null.
+  StoredGrid* GridOf(std::size_t chunk) {
+    const i32 header = mHeader.chunks[chunk];
+    return header >= 0 ? &mHeader.grids[header] : nullptr;
+  }
   bool ReadGrid(const StoredGrid& stored, i32 kind, EGrid<double>& target);
   void Resample(const EGrid<double>& source, EGrid<double>& target);
 
   i32 mResampleMode = 0;
   /// Moves what is stored along with the node.
   void MoveStored();
-  /// Finds for each object its chunk, by its name or where the file has none by its place.
-  void MatchObjects();
 
-  /// The file of the frame that is played, from stage 0 until its data are read.
-  std::unique_ptr<HyperFile> mFile;
   GridCacheHeader mHeader;
-  std::vector<i32> mChunks;  ///< of each object; -1 for none
-  /// The file that feeds all objects in this frame, if one does.
-  WrittenFile mPlayed;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/atomic_file.h"
+#include "host/file_reader.h"
 
 namespace MELDO_GLOBAL {
 
@@ -22,6 +23,8 @@ constexpr std::size_t kHeader = 32, kTrailer = 8, kBodyLengthAt = 24;
 constexpr u64 kPrime = 0x9e3779b97f4a7c15ull;
 // What is gathered before it is written, and read back at once.
 constexpr std::size_t kGathered = std::size_t{1} << 20;
+// What is summed at once while a file is read: it is in the processor's caches still.
+constexpr std::size_t kSummed = std::size_t{1} << 16;
 
 template <class T>
 T Load(const char* at) {
@@ -72,8 +75,14 @@ bool HyperFile::Open(u32 ident, const fs::path& path, Mode mode) {
     return mError.empty();
   }
   std::string bytes;
+  Checksum sum;
+  std::size_t summed = 0;
   try {
-    bytes = host::ReadFile(path);
+    bytes = host::ReadFileBy(path, [&](std::string_view there) {
+      // The last bytes of a file don't count for its sum.
+      for (; summed + kSummed + kTrailer <= there.size(); summed += kSummed)
+        sum.Add(there.substr(summed, kSummed));
+    });
   } catch (const host::FileError& error) {
     mError = error.what();
     mFault = Fault::kUnreadable;
@@ -81,11 +90,15 @@ bool HyperFile::Open(u32 ident, const fs::path& path, Mode mode) {
   } catch (const std::bad_alloc&) {
     return Fail("there is no memory for it", Fault::kUnreadable);
   }
-  return OpenMemory(ident, std::move(bytes), path.string());
+  return Begin(ident, std::move(bytes), sum, summed);
 }
 
 bool HyperFile::OpenMemory(u32 ident, std::string bytes, std::string name) {
   mName = std::move(name);
+  return Begin(ident, std::move(bytes), {}, 0);
+}
+
+bool HyperFile::Begin(u32 ident, std::string bytes, const Checksum& sum, std::size_t summed) {
   mBytes = std::move(bytes);
   mGone = 0;
   mPart.reset();
@@ -94,10 +107,10 @@ bool HyperFile::OpenMemory(u32 ident, std::string bytes, std::string name) {
   mChunks.clear();
   mWriting = false;
   mAt = mEnd = 0;
-  return CheckFrame(ident);
+  return CheckFrame(ident, sum, summed);
 }
 
-bool HyperFile::CheckFrame(u32 ident) {
+bool HyperFile::CheckFrame(u32 ident, Checksum sum, std::size_t summed) {
   const auto shown = [](const char* text) {
     std::string out;
     for (int i = 0; i < 4; ++i) out += text[i] >= ' ' && text[i] < 127 ? text[i] : '?';
@@ -126,10 +139,16 @@ bool HyperFile::CheckFrame(u32 ident) {
     return Fail(fmt::format("it is cut short: {} of {} bytes are there", mBytes.size(),
                             body + kHeader + kTrailer));
   if (body < there) return Fail("it is longer than it says");
-  const std::string_view checked(data, mBytes.size() - kTrailer);
-  if (Load<u64>(data + checked.size()) != ChecksumOf(checked))
+  const std::string_view all(mBytes), checked = all.substr(0, all.size() - kTrailer);
+  // Both sums have all but a last piece in common.
+  const std::size_t common = checked.size() / Checksum::kStep * Checksum::kStep;
+  sum.Add(all.substr(summed, common - summed));
+  Checksum whole = sum;
+  sum.Add(checked.substr(common));
+  if (Load<u64>(data + checked.size()) != sum.Value())
     return Fail("it is damaged: its checksum doesn't fit");
-  mSum = ChecksumOf(mBytes);
+  whole.Add(all.substr(common));
+  mSum = whole.Value();
   mAt = kHeader;
   mEnd = kHeader + body;
   return true;

@@ -131,6 +131,8 @@ class HyperFile {
   bool ReadChunkEnd();
   /// Back to the first item.
   void Rewind();
+  /// Whether a `WriteLong` is next.
+  bool IsAtLong() const { return !AtEnd() && static_cast<u8>(mBytes[mAt]) == kLong; }
   /// Nothing is left to read in this chunk, or outside of chunks in the file.
   bool AtEnd() const { return mAt >= Limit(); }
 
@@ -169,7 +171,10 @@ class HyperFile {
   bool GetTag(Tag tag);
   /// The length that stands here, at most what is left.
   bool GetLength(u64& length);
-  bool CheckFrame(u32 ident);
+  /// `sum` is that of the first `summed` bytes, at most all but the trailer.
+  bool CheckFrame(u32 ident, Checksum sum, std::size_t summed);
+  /// Takes what stands in memory.
+  bool Begin(u32 ident, std::string bytes, const Checksum& sum, std::size_t summed);
   bool Fail(std::string_view what, Fault fault = Fault::kDamaged);
   /// Where the readable part ends: of the chunk, without its end mark, or of the body.
   std::size_t Limit() const;

@@ -8,7 +8,7 @@ namespace MELDO_GLOBAL::app {
 
 struct CacheSetupOptions {
   std::filesystem::path scene;
-  std::vector<std::string> nodes;      ///< what is cached; empty for all fields and gases
+  std::vector<std::string> nodes;      ///< what is cached; empty for all that is simulated
   std::vector<std::string> overrides;  ///< `--set`
   std::filesystem::path out;           ///< empty writes the scene itself, with a copy beside it
 };

@@ -5,9 +5,10 @@
 #include <fstream>
 #include <sstream>
 
+#include "cache/cache_contents.h"
 #include "cache/cache_folder.h"
 #include "cache/cache_operator.h"
-#include "cache/grid_cache_file.h"
+#include "cli/info_cache.h"
 #include "exchange/particle_files.h"
 #include "host/atomic_file.h"
 #include "host/console.h"
@@ -37,8 +38,6 @@ std::string Text(const std::string& text, std::size_t longest = 80) {
   return host::Escaped(Shown(text, longest));
 }
 
-std::string Dims(const VecInt3D& d) { return fmt::format("{} x {} x {}", d.x, d.y, d.z); }
-
 /// The first bytes of a file; fewer where it is shorter.
 std::string FirstBytes(const fs::path& path) {
   std::error_code failed;
@@ -53,86 +52,6 @@ std::string FirstBytes(const fs::path& path) {
 
 void Open(HyperFile& file, u32 ident, const fs::path& path) {
   if (!file.Open(ident, path, HyperFile::Mode::kRead)) Fail(file.Error());
-}
-
-/// The lines of the grids in a cache file, with the sizes of their blocks.
-std::string GridLines(HyperFile& file, const GridCacheHeader& header) {
-  std::string lines;
-  for (std::size_t chunk = 0; chunk < header.chunks.size(); ++chunk) {
-    i32 id, level;
-    if (!file.ReadChunkStart(id, level)) Fail(file.Error());
-    std::size_t stored = 0, samples = 0;
-    int blocks = 0;
-    bool isPacked = false;
-    for (; !file.AtEnd(); ++blocks) {
-      SampleBlock block;
-      if (!ReadBlock(file, block))
-        Fail(file.Error().empty() ? file.Name() + ": a block is damaged" : file.Error());
-      stored += block.bytes.size();
-      samples += block.samples;
-      isPacked = isPacked || block.isPacked;
-    }
-    if (!file.ReadChunkEnd()) Fail(file.Error());
-    lines += fmt::format("  {}  ", chunk + 1);
-    if (header.chunks[chunk] < 0) {
-      lines += "no grid\n";
-      continue;
-    }
-    const StoredGrid& grid = header.grids[header.chunks[chunk]];
-    const Vec3d& origin = grid.layout.simOrigin;
-    const std::size_t raw = samples * sizeof(double);
-    lines += fmt::format("{} samples at ({:.6g}, {:.6g}, {:.6g}), cell size {:.6g}{}, {}",
-                         Dims(grid.dims), origin.x, origin.y, origin.z, grid.layout.cellSize,
-                         blocks > 1 ? fmt::format(", {} components", blocks) : "",
-                         FormatSize(static_cast<i64>(stored)));
-    if (isPacked && stored > 0)
-      lines += fmt::format(" packed {:.1f} times",
-                           static_cast<double>(raw) / static_cast<double>(stored));
-    lines += '\n';
-  }
-  return lines;
-}
-
-/// Length, size and gaps of the cache that a file belongs to.
-std::string SeriesOf(const fs::path& path, const CacheOrigin& origin) {
-  std::string stem = path.stem().string();
-  if (origin.isPresent && stem.starts_with(origin.stem)) stem = origin.stem;
-  // A base name may end in digits of its own.
-  for (int i = 0;
-       i < 5 && !origin.isPresent && !stem.empty() && stem.back() >= '0' && stem.back() <= '9'; ++i)
-    stem.pop_back();
-  CacheName names(stem);
-  names.SetFolder(path.has_parent_path() ? path.parent_path() : fs::path("."));
-  if (stem.empty() || path.extension() != "." + names.GetSuffix()) return {};
-  const CacheFolderInfo info = ScanCache(names);
-  return info.found ? StatisticsOf(info) : std::string();
-}
-
-/// Whose recording a cache file is, with the names and units of what it holds.
-std::string OriginLines(const CacheOrigin& origin) {
-  if (!origin.isPresent) return {};
-  std::string objects;
-  for (const StoredObject& object : origin.objects)
-    objects +=
-        fmt::format("{}{} [{}]", objects.empty() ? "" : ", ", Text(object.name), Text(object.unit));
-  return fmt::format(
-      "Objects: {}\nOf frame {}, {:.6g} s, {:.6g} frames a second; sulva {}, "
-      "simulation {:016x}\n",
-      objects, origin.frame, origin.seconds, origin.fps, Text(origin.version), origin.simulation);
-}
-
-void PrintCache(const fs::path& path) {
-  HyperFile file;
-  Open(file, kCacheIdent, path);
-  GridCacheHeader header;
-  std::string problem;
-  if (!ReadGridCacheHeader(file, header, problem)) Fail(problem);
-  std::string text = fmt::format("{}: a frame of a grid cache, {}\n", NameOf(path),
-                                 FormatSize(static_cast<i64>(file.Size())));
-  text += GridLines(file, header);
-  text += DescribeGridCache(file);
-  text += OriginLines(header.origin);
-  fmt::print("{}{}", text, SeriesOf(path, header.origin));
 }
 
 void PrintCheckpoint(const fs::path& path) {
@@ -319,8 +238,8 @@ int RunInfo(const fs::path& path) {
       PrintMesh(path);
     } else if (ident == "svcp" || extension == ".checkpoint") {
       PrintCheckpoint(path);
-    } else if (ident == "zlsv" || extension == ".cache") {
-      PrintCache(path);
+    } else if (ident == "zlsv" || HasCacheSuffix(path)) {
+      PrintCacheInfo(path);
     } else if (extension == ".json" || (LooksLikeAScene(bytes) && extension != ".jsonl")) {
       return PrintScene(path);
     } else {

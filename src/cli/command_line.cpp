@@ -264,7 +264,8 @@ CLI::App* AddCacheSetup(CLI::App& app, Options& o) {
   CLI::App* setup = app.add_subcommand("cache-setup", "Writes a scene that records what it makes");
   setup->add_option("SCENE", o.cacheSetup.scene, "scene file")->required();
   setup->add_option("NODE", o.cacheSetup.nodes,
-                    "fields, volumes and gases to record; by default all fields and gases");
+                    "what to record: fields, volumes, flows, groups of particles, meshers; by "
+                    "default all that is simulated");
   setup->add_option("--out", o.cacheSetup.out,
                     "file to write; by default the scene itself, with a copy of what it was");
   setup

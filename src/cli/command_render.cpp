@@ -8,6 +8,7 @@
 
 #include "cache/cache_operator.h"
 #include "cli/exit_code_of.h"
+#include "fluids/surfaces/implicit_mesher.h"
 #include "grids/grid_memory.h"
 #include "host/atomic_file.h"
 #include "host/exit_codes.h"
@@ -19,6 +20,7 @@
 #include "io/export_origin.h"
 #include "io/field.h"
 #include "io/measure.h"
+#include "nodes/catalogue.h"
 #include "nodes/media.h"
 #include "render/exr_file.h"
 #include "render/picture_renderer.h"
@@ -139,7 +141,7 @@ class PictureRun {
 
   /// The first frame to evaluate: what caches play or a checkpoint holds isn't simulated again.
   i32 FirstFrame(bool cached) {
-    if (PlayRecordedFrames(*mSimulation, FieldsOfMaterials(), mSelected, cached)) {
+    if (PlayRecordedFrames(*mSimulation, ShownNodes(), mSelected, cached)) {
       mProgress.Note("frames play from caches");
       mStartsAnywhere = true;
       // The frame in which the scene settles need not be recorded.
@@ -152,7 +154,7 @@ class PictureRun {
     if (cached)
       throw CommandError(
           kExitFile,
-          fmt::format("--cached: no cache holds all fields of the gas in the frames {} to {}",
+          fmt::format("--cached: no cache holds all that the pictures show in the frames {} to {}",
                       mSelected.first, mSelected.last));
     const std::optional<i32> behind = RestoreCheckpoint();
     if (!behind) return mSimulation->Range().first;
@@ -176,16 +178,18 @@ class PictureRun {
     return {};
   }
 
-  /// The nodes whose grids the materials draw; none where they need more than grids.
-  std::set<host::NodeId> FieldsOfMaterials() const {
+  /// The nodes of which the pictures show something: fields and particles of materials, and
+  /// meshers; none where they need more than that.
+  std::set<host::NodeId> ShownNodes() const {
     std::set<host::NodeId> fields;
-    // No cache plays particles.
-    if (!mSpec.particles.empty()) return {};
+    for (const host::BaseNode* server : mScene.servers) AddMeshers(*server, fields);
     std::vector<host::BaseNode*> all = mSpec.media;
+    all.insert(all.end(), mSpec.particles.begin(), mSpec.particles.end());
     all.insert(all.end(), mSpec.shaders.begin(), mSpec.shaders.end());
     for (const host::BaseNode* medium : all)
       for (const auto& [id, value] : medium->Values()) {
-        if (const auto* link = std::get_if<host::Link>(&value); link && link->node != 0)
+        if (const auto* link = std::get_if<host::Link>(&value);
+            link && link->node != 0 && !IsProperty(medium->GetDocument().Find(link->node)))
           fields.insert(link->node);
         const auto* list = std::get_if<host::InExcludeData>(&value);
         for (std::size_t i = 0; list && i < list->entries.size(); ++i) {
@@ -194,6 +198,19 @@ class PictureRun {
         }
       }
     return fields;
+  }
+
+  /// What a property is called doesn't change by the frame.
+  static bool IsProperty(const host::BaseNode* node) {
+    const MELDO_SULVA::NodeKind* kind = node ? MELDO_SULVA::FindKind(node->Type()) : nullptr;
+    return kind && (kind->categories & MELDO_SULVA::kCategoryProperty);
+  }
+  static void AddMeshers(const host::BaseNode& node, std::set<host::NodeId>& shown) {
+    for (const host::BaseNode* child : node.Children()) {
+      if (child->IsEnabled() && MELDO_SULVA::IsA<MELDO_SULVA::ImplicitMesher>(*child))
+        shown.insert(child->Id());
+      AddMeshers(*child, shown);
+    }
   }
 
   void CheckMemory() const {

@@ -6,8 +6,7 @@
 #include <set>
 #include <sstream>
 
-#include "cache/cache_folder.h"
-#include "cache/grid_cache_file.h"
+#include "cache/cache_contents.h"
 #include "host/atomic_file.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
@@ -97,11 +96,11 @@ class Verifier {
     std::set<fs::path> strays;
     for (fs::directory_iterator entry(mOut / "cache", failed), end; !failed && entry != end;
          entry.increment(failed))
-      if (entry->path().extension() == ".cache" &&
+      if (HasCacheSuffix(entry->path()) &&
           !own.contains(entry->path().lexically_relative(mOut).generic_string()))
         strays.insert(entry->path());
     for (const fs::path& path : strays)
-      if (const u64 simulation = SimulationOf(path);
+      if (const u64 simulation = OriginOf(path).simulation;
           simulation != 0 && simulation != mManifest.head.simulation)
         Find(fmt::format("{}: it is left of the simulation {:016x}, the run is of {:016x}",
                          path.string(), simulation, mManifest.head.simulation));
@@ -155,7 +154,7 @@ class Verifier {
       if (bytes.size() != file.bytes)
         return find(fmt::format("it has {} bytes, the run wrote {}", bytes.size(), file.bytes));
       if (ChecksumOf(bytes) != file.sum) return find("its bytes are others than the run wrote");
-      if (path.extension() == ".cache") CheckOrigin(path, bytes, find);
+      if (HasCacheSuffix(path)) CheckOrigin(path, bytes, find);
     } catch (const host::FileError& error) {
       Find(error.what());
     }
@@ -164,12 +163,8 @@ class Verifier {
   template <class FindIt>
   void CheckOrigin(const fs::path& path, const std::string& bytes, const FindIt& find) {
     HyperFile file;
-    GridCacheHeader header;
-    std::string problem;
-    if (!file.OpenMemory(kCacheIdent, bytes, path.string()) ||
-        !ReadGridCacheHeader(file, header, problem))
-      return;  // of another format
-    const u64 simulation = header.origin.simulation;
+    if (!file.OpenMemory(kCacheIdent, bytes, path.string())) return;  // of another format
+    const u64 simulation = OriginOf(file).simulation;
     if (simulation != 0 && simulation != mManifest.head.simulation)
       find(fmt::format("the simulation {:016x} recorded it, the run is of {:016x}", simulation,
                        mManifest.head.simulation));

@@ -1,6 +1,8 @@
 // The parameters of a server by which caches are set up; no simulation reads them.
 #pragma once
-#include "host/types.h"
+#include <vector>
+
+#include "host/parameter.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA::cache_setup {
 
@@ -26,5 +28,26 @@ enum Row : i32 {
   kFirst = kRenderOnly,
   kLast = kCopyServer,
 };
+
+/// The words of what caches of particles write; numbers between them stand for the same formats.
+inline std::vector<host::Choice> ParticleFormatWords() {
+  return {{0, "plain_particles"},
+          {1, "prt"},
+          {2, "bgeo"},
+          {4, "geo"},
+          {5, "bin"},
+          {6, "pda"},
+          {7, "pdb"},
+          {8, "pdb32"},
+          {9, "pdb64"},
+          {10, "pdc"},
+          {11, "ptc"},
+          {12, "pts"},
+          {13, "rib"},
+          {14, "xyz"},
+          {15, "mc"},
+          {16, "icecache"},
+          {21, "particle_cache"}};
+}
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA::cache_setup

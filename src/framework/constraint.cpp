@@ -32,6 +32,14 @@ void ConstraintList::Reset() {
   }
 }
 
+void ConstraintList::Relink() {
+  for (const Entry& entry : mNamed) {
+    entry.constraint->ReadParameters();
+    entry.constraint->ResolveLinks();
+    entry.constraint->AfterLinks();
+  }
+}
+
 void ConstraintList::Prepare(const iBase* owner) {
   for (const Entry& entry : mNamed) entry.constraint->Prepare({owner, entry.state});
 }

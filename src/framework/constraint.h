@@ -48,6 +48,8 @@ class ConstraintList : public LinkPort {
   /// named before goes on with its state.
   void Connect(std::span<const host::LinkTarget> targets) override;
   void Clear() { mNamed.clear(); }
+  /// Reads what the constraints are set to anew, where their links were dropped.
+  void Relink();
   bool IsEmpty() const { return mNamed.empty(); }
   /// Forgets what the constraints keep, as at the start of a simulation.
   void Reset();

@@ -71,6 +71,8 @@ enum TypeId : i32 {
   kTypeKernel = 57,
   kTypeAlignment = 58,
   kTypeGridCacher = 59,
+  kTypeParticleCacher = 60,
+  kTypeMeshCacher = 61,
   kTypeMeshOperator = 67,
   kTypeVertexNormals = 68,
   kTypeParticleGroup = 72,

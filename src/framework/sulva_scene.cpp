@@ -150,8 +150,10 @@ const ParameterTable& SulvaScene::Parameters() {
               "`sulva cache-setup`: smaller files, for a little time")
           .Choices({{0, "none"}, {1, "fast"}, {2, "small"}}),
       LongRow(cache_setup::kParticleFormat, "cache_particle_format", 21, "",
-              "kept with the scene for caches of particles")
-          .Kept(),
+              "`sulva cache-setup`: which kind of file caches of particles write")
+          .Choices(cache_setup::ParticleFormatWords())
+          .OrNumbers()
+          .Range(0, 21),
       LongRow(cache_setup::kFormat, "cache_format", 0, "",
               "`sulva cache-setup`: which kind of file is written")
           .Choices({{0, "grid_cache"}}),
@@ -170,9 +172,11 @@ const ParameterTable& SulvaScene::Parameters() {
       BoolRow(cache_setup::kBackwards, "cache_backwards", false,
               "`sulva cache-setup`: the recording plays in reverse"),
       LinksRow(cache_setup::kObjects, "cache_objects",
-               "`sulva cache-setup`: what is recorded; empty takes every field and the gas")
+               "`sulva cache-setup`: what is recorded; empty takes all that is simulated")
           .AcceptsAny({kListChannels, kCategoryGrid})
           .AcceptsAny({kListSolvers, 0})
+          .AcceptsAny({kListParticles, 0})
+          .AcceptsAny({kListGeometry, kCategoryMesh})
           .AcceptsAny({kListGeometry, kCategoryVolume}),
       ButtonRow(cache_setup::kChooseFolder, "choose_cache_folder",
                 "asks a person where recordings go"),

@@ -23,15 +23,6 @@ std::string WrittenName(const std::string& name) {
   return plain;
 }
 
-/// Whether it means something to others: what only carries state from step to step doesn't.
-bool IsDeclared(i32 id) {
-  if (id >= property_id::kFirstBool || id == property_id::kLifeSpan) return true;
-  const std::vector<BuiltInProperty>& known = BuiltInProperties();
-  return std::any_of(known.begin(), known.end(), [&](const BuiltInProperty& property) {
-    return property.id == id && !property.label.empty();
-  });
-}
-
 /// A property of some of the kinds, and its name in the file.
 struct WrittenProperty {
   PropertyKey key;
@@ -104,7 +95,7 @@ class TableMaker {
           std::any_of(mProperties.begin(), mProperties.end(), [&](const WrittenProperty& p) {
             return p.key == key && p.type == type && p.components == components;
           });
-      if (!isKnown && IsDeclared(key.id))
+      if (!isKnown && IsDeclaredProperty(key.id))
         mProperties.push_back({key, type, components, WrittenName(column->Name())});
     }
   }

@@ -23,14 +23,14 @@ Field ReadChunkField(HyperFile& file, const StoredGrid& stored, LoadedVolumes& v
   Field field;
   const bool isStaggered = stored.kind == kFaceX;
   for (i32 c = 0; c < 3 && !file.AtEnd(); ++c) {
-    SampleBlock block;
+    PackedBlock block;
     const i32 kind = isStaggered ? kFaceX + c : stored.kind;
     const i32 count = CountOf(stored.layout.dims + ExtraOf(kind));
-    if (!ReadBlock(file, block) || block.samples != static_cast<std::size_t>(count))
+    if (!ReadBlock(file, block) || !block.Holds<double>(static_cast<std::size_t>(count)))
       exchange::Damaged("a block is damaged");
     auto grid = std::make_unique<EGrid<double>>(stored.layout, kind);
     if (!grid->mData) throw std::bad_alloc();
-    if (!Unpack(block, {grid->mData, static_cast<std::size_t>(grid->mCount)}, 1))
+    if (!Unpack(block, std::span<double>(grid->mData, grid->mCount), 1))
       exchange::Damaged("a block is damaged");
     field.grids[c] = grid.get();
     volumes.grids.push_back(std::move(grid));
@@ -95,7 +95,7 @@ void WriteCacheVolumes(const fs::path& path, const LoadedVolumes& volumes) {
     origin.objects.push_back({named.name, named.field.unit});
   }
   constexpr i32 kFastPacking = 1;
-  WriteGrids(file, all.front()[0]->mLayout, all, kFastPacking, 1);
+  WriteGrids(file, all.front()[0]->mLayout, all, {kFastPacking, 1});
   WriteOrigin(file, origin);
   if (!file.Close()) throw host::FileError(file.Error());
 }

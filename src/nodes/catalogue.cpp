@@ -9,6 +9,8 @@
 #include <string>
 
 #include "cache/grid_cacher.h"
+#include "cache/mesh_cacher.h"
+#include "cache/particle_cacher.h"
 #include "fluids/advection/grid_advection.h"
 #include "fluids/advection/particle_advection.h"
 #include "fluids/emission/alignment_vector.h"
@@ -94,6 +96,8 @@ std::deque<NodeKind>& Kinds() {
       ChannelOperator_Remap::Kind(),
       Kernel::Kind(),
       GridCacher::Kind(),
+      ParticleCacher::Kind(),
+      MeshCacher::Kind(),
       TemperatureField::Kind(),
       GridDissipate::Kind(),
       Grid_CellEmitter::Kind(),

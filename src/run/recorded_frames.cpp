@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <functional>
 
-#include "cache/cache_folder.h"
+#include "cache/cache_contents.h"
+#include "cache/cache_operator.h"
 #include "cache/cache_rows.h"
-#include "cache/grid_cacher.h"
+#include "nodes/catalogue.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -70,7 +71,8 @@ bool PlayRecordedFrames(const Simulation& simulation, const std::set<host::NodeI
 
 void WakeRenderCaches(host::Document& document) {
   const std::function<void(host::BaseNode&)> wake = [&](host::BaseNode& node) {
-    if (node.Type() == GridCacher::Kind().id) node.Set(cache_row::kRenderOnly, 0);
+    const NodeKind* kind = FindKind(node.Type());
+    if (kind && kind->list == kListCaches) node.Set(cache_row::kRenderOnly, 0);
     for (host::BaseNode* child : node.Children()) wake(*child);
   };
   for (host::BaseNode* root : document.Roots()) wake(*root);
@@ -88,7 +90,7 @@ std::filesystem::path ForeignRecording(const Simulation& simulation, u64 own) {
     const std::vector<CacheFile> files = ListCache(cache.ReadNames());
     if (files.empty() || !cache.Records() || !cache.Node()->IsEnabled()) return;
     for (const CacheFile* file : {&files.front(), &files.back()}) {
-      const u64 other = SimulationOf(file->path);
+      const u64 other = OriginOf(file->path).simulation;
       if (foreign.empty() && other != 0 && other != own) foreign = file->path;
     }
   });

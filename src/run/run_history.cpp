@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "cache/cache_contents.h"
 #include "cache/cache_operator.h"
 #include "host/exit_codes.h"
 #include "scene/diagnostics.h"
@@ -63,7 +64,7 @@ void CheckFiles(const fs::path& out, const ManifestContent& manifest, i32 frame,
       if (fs::file_size(path, failed) == file.bytes && !failed) continue;
       const std::string what = fmt::format(
           "{} {}", path.string(), failed ? "is missing" : "has another size than the run gave it");
-      if (path.extension() == ".cache" && !isBorne(path))
+      if (HasCacheSuffix(path) && !isBorne(path))
         throw CommandError(kExitFile,
                            fmt::format("can't go on: {}; put it back, start over with --restart, "
                                        "or set go_on_after_failure of its cache",

@@ -127,6 +127,17 @@ FrameOutcome Simulation::Evaluate(i32 frame, FrameRecord& record) {
 
 namespace {
 
+/// What the corners of polygons have.
+void PersistCorners(StateArchive& archive, std::vector<std::array<Vec3d, 4>>& corners) {
+  std::vector<Vec3d> flat;
+  for (const auto& each : corners) flat.insert(flat.end(), each.begin(), each.end());
+  archive(flat);
+  if (!archive.IsLoading() || !archive.IsGood()) return;
+  corners.resize(flat.size() / 4);
+  for (std::size_t i = 0; i < corners.size(); ++i)
+    std::copy_n(flat.begin() + static_cast<std::ptrdiff_t>(4 * i), 4, corners[i].begin());
+}
+
 /// What the simulation left in the document beside counters: placements and meshes that it wrote.
 void PersistWritten(StateArchive& archive, host::BaseNode& node) {
   bool isWritten = node.IsWrittenBack();
@@ -141,18 +152,11 @@ void PersistWritten(StateArchive& archive, host::BaseNode& node) {
     archive(isOutput);
     if (isOutput) {
       host::Geometry geometry = mesh->GetGeometry();
-      std::vector<Vec3d> normals;
-      for (const auto& corners : geometry.normals)
-        normals.insert(normals.end(), corners.begin(), corners.end());
-      archive(geometry.points, geometry.polygons, normals, geometry.velocities, geometry.colours);
-      if (archive.IsLoading() && archive.IsGood()) {
-        geometry.uvs.clear();
-        geometry.normals.resize(normals.size() / 4);
-        for (std::size_t i = 0; i < geometry.normals.size(); ++i)
-          std::copy_n(normals.begin() + static_cast<std::ptrdiff_t>(4 * i), 4,
-                      geometry.normals[i].begin());
-        mesh->WriteOutput(std::move(geometry));
-      }
+      archive(geometry.points, geometry.polygons);
+      PersistCorners(archive, geometry.normals);
+      PersistCorners(archive, geometry.uvs);
+      archive(geometry.velocities, geometry.colours);
+      if (archive.IsLoading() && archive.IsGood()) mesh->WriteOutput(std::move(geometry));
     }
   }
   for (host::BaseNode* child : node.Children()) PersistWritten(archive, *child);

@@ -9,6 +9,8 @@
 
 #include "cache/cache_rows.h"
 #include "cache/grid_cacher.h"
+#include "cache/mesh_cacher.h"
+#include "cache/particle_cacher.h"
 #include "framework/cache_setup_rows.h"
 #include "framework/interface_handler.h"
 #include "framework/server_rows.h"
@@ -26,7 +28,10 @@ using MELDO_SULVA::FindKind;
 using MELDO_SULVA::GridCacher;
 using MELDO_SULVA::InterfaceHandler;
 using MELDO_SULVA::IsA;
+using MELDO_SULVA::MeshCacher;
+using MELDO_SULVA::NodeKind;
 using MELDO_SULVA::ParametersOf;
+using MELDO_SULVA::ParticleCacher;
 
 namespace {
 
@@ -42,18 +47,39 @@ constexpr Passed kPassed[] = {
     {setup::kFolder, cache_row::kCustomFolder},   {setup::kName, cache_row::kBaseName},
     {setup::kShowFrame, cache_row::kShowFrame},   {setup::kFrameOffset, cache_row::kFrameOffset},
     {setup::kBackwards, cache_row::kBackwards},   {setup::kCompression, cache_row::kCompression},
-    {setup::kFormat, cache_row::kFormat},         {setup::kNumbering, cache_row::kNumbering}};
+    {setup::kFormat, cache_row::kFormat},         {setup::kParticleFormat, cache_row::kFormat},
+    {setup::kNumbering, cache_row::kNumbering}};
 
-/// Whether a cacher takes nodes of a type.
-bool IsCacheable(i32 type) {
-  const ParameterRow* row = FindRow(ParametersOf(GridCacher::Kind()), cache_row::kObjects);
-  return std::find(row->accepts.begin(), row->accepts.end(), type) != row->accepts.end();
+/// A kind of cachers, and what a new one is called.
+struct CacherKind {
+  const NodeKind& (*kind)();
+  const char* name;
+};
+constexpr CacherKind kCacherKinds[] = {{GridCacher::Kind, "cacher"},
+                                       {ParticleCacher::Kind, "particle cacher"},
+                                       {MeshCacher::Kind, "mesh cacher"}};
+
+/// The kind of cachers that takes nodes of a type, or null.
+const NodeKind* CacherFor(i32 type) {
+  for (const CacherKind& each : kCacherKinds) {
+    const NodeKind& kind = *FindKind(each.kind().id);
+    const ParameterRow* row = FindRow(ParametersOf(kind), cache_row::kObjects);
+    if (std::find(row->accepts.begin(), row->accepts.end(), type) != row->accepts.end())
+      return &kind;
+  }
+  return nullptr;
 }
-/// Those of which a cacher is made where the server names none: what a flow changes.
-bool IsFieldOrSolver(i32 type) {
-  const auto* kind = FindKind(type);
-  return kind && IsCacheable(type) &&
-         (kind->list == MELDO_SULVA::kListChannels || kind->list == MELDO_SULVA::kListSolvers);
+bool IsCacher(const BaseNode& node) {
+  const NodeKind* kind = FindKind(node.Type());
+  return kind && kind->list == MELDO_SULVA::kListCaches;
+}
+/// Those of which a cacher is made where the server names none: what a simulation changes.
+bool IsSimulated(i32 type) {
+  const NodeKind* kind = FindKind(type);
+  const NodeKind* cacher = CacherFor(type);
+  return cacher &&
+         (cacher->id != GridCacher::Kind().id || kind->list == MELDO_SULVA::kListChannels ||
+          kind->list == MELDO_SULVA::kListSolvers);
 }
 
 class Setup {
@@ -70,7 +96,10 @@ class Setup {
     std::vector<const BaseNode*> named;
     for (const BaseNode* server : mScene.servers)
       for (const BaseNode* object : Linked(*server, setup::kObjects)) named.push_back(object);
-    for (const BaseNode* object : named) CheckUncached(*object);
+    for (const BaseNode* object : named) {
+      CheckCacheable(*object);
+      CheckUncached(*object);
+    }
     for (const BaseNode* server : mScene.servers) {
       std::vector<const BaseNode*> objects;
       if (named.empty()) Collect(*server, objects);
@@ -80,7 +109,7 @@ class Setup {
     }
     if (mNotes.empty())
       throw CommandError(kExitUsage,
-                         "nothing is left to cache: every field and gas has its cacher already");
+                         "nothing is left to cache: all that is simulated has its cacher already");
     return {mEdits.Apply(), std::move(mNotes)};
   }
 
@@ -102,8 +131,8 @@ class Setup {
       AddPlaces(*node.Children()[i], (*children->Items())[i]);
   }
   void FindCachers(const BaseNode& node) {
-    if (IsA<GridCacher>(node)) {
-      ++mCachers;
+    if (IsCacher(node)) {
+      ++mCachers[node.Type()];
       for (const BaseNode* object : Linked(node, cache_row::kObjects)) mCachedBy[object] = &node;
     }
     for (const BaseNode* child : node.Children()) FindCachers(*child);
@@ -126,7 +155,7 @@ class Setup {
   }
   void Collect(const BaseNode& node, std::vector<const BaseNode*>& objects) const {
     for (const BaseNode* child : node.Children()) {
-      if (IsFieldOrSolver(child->Type()) &&
+      if (IsSimulated(child->Type()) &&
           (PlaysElsewhere(ServerOf(node)) || !mCachedBy.contains(child)))
         objects.push_back(child);
       Collect(*child, objects);
@@ -141,18 +170,14 @@ class Setup {
   }
 
   void SetUp(const BaseNode& server, const std::vector<const BaseNode*>& objects) {
-    if (PlaysElsewhere(server)) {
-      AddServer(server, objects);
-    } else {
-      std::vector<std::string> names;
-      for (const BaseNode* object : objects) names.push_back(ReferenceTo(*object));
-      const std::string cacher = NewName("cacher");
-      const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
-      const i32 mode = parameters.GetLong(setup::kMode);
-      Append(*mPlaces.at(&server)->Find("children"), CacherNodes(server, cacher, names, mode));
-      Note(server, cacher, mode == cache_row::kPlayBack ? "plays" : "records", objects);
-    }
-    ++mCachers;
+    if (PlaysElsewhere(server)) return AddServer(server, objects);
+    std::map<const BaseNode*, std::string> names;
+    for (const BaseNode* object : objects) names[object] = ReferenceTo(*object);
+    const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
+    const i32 mode = parameters.GetLong(setup::kMode);
+    Append(*mPlaces.at(&server)->Find("children"),
+           CacherNodes(server, objects, names, mode,
+                       mode == cache_row::kPlayBack ? "plays" : "records"));
   }
   void Note(const BaseNode& server, const std::string& cacher, std::string_view does,
             const std::vector<const BaseNode*>& objects) {
@@ -175,48 +200,74 @@ class Setup {
 
   // ---- text of nodes --------------------------------------------------------------------------
 
-  /// The cacher, and its time window where one is wanted, each with a comment in front.
-  std::vector<std::string> CacherNodes(const BaseNode& server, const std::string& name,
-                                       const std::vector<std::string>& objects, i32 mode) {
+  /// A cacher for each kind of objects, and a time window where one is wanted, with comments in
+  /// front. `names` are those by which the objects are named.
+  std::vector<std::string> CacherNodes(const BaseNode& server,
+                                       const std::vector<const BaseNode*>& objects,
+                                       const std::map<const BaseNode*, std::string>& names,
+                                       i32 mode, const std::string& does) {
     const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
     std::vector<std::string> lines;
     std::string settings =
         fmt::format("\"mode\": {}", Word(GridCacher::Kind().id, cache_row::kMode, Value(mode)));
     if (parameters.GetBool(setup::kWindow)) {
       const std::string window = NewName("cache window");
-      lines.emplace_back("// When the cache works; without a length, always.");
+      lines.emplace_back("// When the caches work; without a length, always.");
       lines.push_back(fmt::format(R"({{ "type": "duration", "name": {} }},)", Quoted(window)));
       settings += fmt::format(", \"duration\": {}", Quoted(window));
     }
-    settings += Settings(server);
-    std::string list;
-    for (const std::string& object : objects) list += (list.empty() ? "" : ", ") + Quoted(object);
     lines.emplace_back(mode == cache_row::kPlayBack
                            ? "// Shows what was recorded, a file a frame, and simulates nothing."
                            : "// Keeps what is simulated, a file a frame. With the mode "
                              "\"play_back\" a later run shows it again.");
-    lines.push_back(
-        fmt::format(R"({{ "type": "cache", "name": {}, "parameters": {{ {}, "objects": [{}] }} }})",
-                    Quoted(name), settings, list));
+    for (const CacherKind& each : kCacherKinds) {
+      const NodeKind& kind = *FindKind(each.kind().id);
+      std::vector<const BaseNode*> own;
+      std::string list;
+      for (const BaseNode* object : objects) {
+        if (CacherFor(object->Type()) != &kind) continue;
+        own.push_back(object);
+        list += (list.empty() ? "" : ", ") + Quoted(names.at(object));
+      }
+      if (own.empty()) continue;
+      if (lines.back().ends_with('}')) lines.back() += ',';
+      const std::string name = NewName(each.name);
+      lines.push_back(fmt::format(
+          R"({{ "type": "{}", "name": {}, "parameters": {{ {}{}, "objects": [{}] }} }})", kind.type,
+          Quoted(name), settings, Settings(server, kind), list));
+      Note(server, name, does, own);
+      ++mCachers[kind.id];
+    }
     return lines;
   }
-  std::string Settings(const BaseNode& server) const {
+  /// Whether a cacher of a kind takes over a parameter of its server.
+  static bool TakesOver(const NodeKind& kind, const Passed& passed) {
+    const bool isParticles = kind.id == ParticleCacher::Kind().id;
+    return passed.cacher != cache_row::kFormat ||
+           isParticles == (passed.server == setup::kParticleFormat);
+  }
+  std::string Settings(const BaseNode& server, const NodeKind& kind) {
     std::string settings;
     const ParameterTable& own = ParametersOf(*FindKind(kServerNode));
     bool hasBaseName = false;
     for (const Passed& passed : kPassed) {
       const Value* value = server.Get(passed.server);
-      if (!value || *value == FindRow(own, passed.server)->creation) continue;
-      hasBaseName = hasBaseName || passed.cacher == cache_row::kBaseName;
-      settings += fmt::format(", \"{}\": {}", RowOf(GridCacher::Kind().id, passed.cacher).name,
-                              Word(GridCacher::Kind().id, passed.cacher, *value));
+      if (!TakesOver(kind, passed) || !value || *value == FindRow(own, passed.server)->creation)
+        continue;
+      const bool isName = passed.cacher == cache_row::kBaseName;
+      const std::string* name = std::get_if<std::string>(value);
+      hasBaseName = hasBaseName || isName;
+      // Files of grids and of particles end alike.
+      const bool isTaken = isName && name && kind.id == ParticleCacher::Kind().id;
+      settings += fmt::format(
+          ", \"{}\": {}", RowOf(kind.id, passed.cacher).name,
+          isTaken ? Quoted(*name + "particles_") : Word(kind.id, passed.cacher, *value));
     }
     // Two caches of one folder would write over each other's files.
     const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
-    if (!hasBaseName && mCachers > 0 && parameters.GetLong(setup::kMode) != 0)
-      settings +=
-          fmt::format(", \"{}\": \"cache_{}_\"",
-                      RowOf(GridCacher::Kind().id, cache_row::kBaseName).name, mCachers + 1);
+    if (!hasBaseName && mCachers[kind.id] > 0 && parameters.GetLong(setup::kMode) != 0)
+      settings += fmt::format(", \"{}\": \"{}_{}_\"", RowOf(kind.id, cache_row::kBaseName).name,
+                              kind.type, mCachers[kind.id] + 1);
     return settings;
   }
   static const ParameterRow& RowOf(i32 kind, i32 id) {
@@ -249,17 +300,16 @@ class Setup {
         "// Plays what was recorded, beside the server that simulates it.",
         fmt::format(R"({{ "type": "server", "name": {}, "parameters": {{ {} }}, "children": [)",
                     Quoted(name), ServerParameters(place))};
-    std::vector<std::string> names;
+    std::map<const BaseNode*, std::string> names;
     for (const BaseNode* object : objects) {
-      names.push_back(NewName(object->Name() + " cached"));
-      lines.push_back("  " + CopyOf(*mPlaces.at(object), names.back()) + ",");
+      names[object] = NewName(object->Name() + " cached");
+      lines.push_back("  " + CopyOf(*object, names[object]) + ",");
     }
-    const std::string cacher = NewName("cacher");
-    for (const std::string& line : CacherNodes(server, cacher, names, cache_row::kPlayBack))
+    const std::string does = fmt::format("in the new server \"{}\" plays", name);
+    for (const std::string& line : CacherNodes(server, objects, names, cache_row::kPlayBack, does))
       lines.push_back("  " + line);
     lines.emplace_back("] }");
     Append(mNodes, lines);
-    Note(server, cacher, fmt::format("in the new server \"{}\" plays", name), objects);
   }
 
   /// The parameters that the file gives a server, with one substep and without what sets up caches.
@@ -278,11 +328,14 @@ class Setup {
       }
     return text;
   }
-  /// A node under another name and without children.
-  std::string CopyOf(const JsonValue& node, const std::string& name) const {
+  /// A node under another name and without children. What makes polygons makes none of its own
+  /// there, and is copied without its parameters, whose links lead elsewhere.
+  std::string CopyOf(const BaseNode& node, const std::string& name) const {
+    const bool isPlain = CacherFor(node.Type())->id == MeshCacher::Kind().id;
     std::string text = fmt::format("{{ \"name\": {}", Quoted(name));
-    for (const JsonMember& member : *node.Members())
-      if (member.key != "name" && member.key != "children")
+    for (const JsonMember& member : *mPlaces.at(&node)->Members())
+      if (member.key != "name" && member.key != "children" &&
+          !(isPlain && member.key == "parameters"))
         text += fmt::format(", {}: {}", Quoted(member.key), RawOf(member.value));
     return text + " }";
   }
@@ -300,17 +353,18 @@ class Setup {
   std::map<const BaseNode*, const JsonValue*> mPlaces;
   std::map<const BaseNode*, const BaseNode*> mCachedBy;
   std::set<std::string> mTaken;
-  int mCachers = 0;
+  std::map<i32, int> mCachers;  ///< of each kind
   std::vector<std::string> mNotes;
 };
 
 }  // namespace
 
 void CheckCacheable(const BaseNode& node) {
-  if (!IsCacheable(node.Type()))
-    throw CommandError(
-        kExitUsage,
-        fmt::format("{} can't be cached; expected a field, a volume or a gas", KindAndName(node)));
+  if (!CacherFor(node.Type()))
+    throw CommandError(kExitUsage,
+                       fmt::format("{} can't be cached; expected a field, a volume, a flow, a "
+                                   "group of particles or a mesher",
+                                   KindAndName(node)));
 }
 
 CacheSetup SetUpCaches(std::string_view text, const JsonValue& root, const LoadedScene& scene) {

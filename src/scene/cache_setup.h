@@ -17,8 +17,9 @@ struct CacheSetup {
 /// Throws CommandError (kExitUsage) for a node that no cache takes.
 void CheckCacheable(const host::BaseNode& node);
 
-/// Gives every server of a scene a cacher for the nodes in its `cache_objects`, or, where that list
-/// is empty, for all fields and gases that none records yet. The server's other `cache_...`
+/// Gives every server of a scene cachers for the nodes in its `cache_objects`, or, where that list
+/// is empty, for all fields, flows, groups of particles and meshers that none records yet: one for
+/// what has grids, one for particles, one for meshes. The server's other `cache_...`
 /// parameters say how. With `cache_setup_mode` new_server the nodes are copied below a server of
 /// their own, which plays them back. All else in `text`, comments too, stays as it is. `root` is
 /// `text`, read, and `scene` what it means.

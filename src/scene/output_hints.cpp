@@ -8,7 +8,8 @@
 
 #include "cache/cache_folder.h"
 #include "cache/cache_rows.h"
-#include "cache/grid_cacher.h"
+#include "cache/mesh_cacher.h"
+#include "cache/particle_cacher.h"
 #include "framework/server_rows.h"
 #include "host/image.h"
 #include "host/render_objects.h"
@@ -67,8 +68,7 @@ class OutputHints : public HintBase {
     using Place = std::tuple<i32, std::string, std::string>;
     std::map<Place, const BaseNode*> recorders;
     for (const BaseNode* cache : mNodes) {
-      if (!IsA<GridCacher>(*cache) || Whole(*cache, cache_row::kMode) == cache_row::kPlayBack)
-        continue;
+      if (!IsCache(*cache) || Whole(*cache, cache_row::kMode) == cache_row::kPlayBack) continue;
       const i32 folder = Whole(*cache, cache_row::kFolder);
       if (folder && Text(*cache, cache_row::kCustomFolder).empty())
         WarnOfSleep(*cache,
@@ -77,7 +77,7 @@ class OutputHints : public HintBase {
                                 NameOf(*cache, cache_row::kCustomFolder)),
                     cache_row::kFolder);
       const Place place = {folder, folder ? Text(*cache, cache_row::kCustomFolder) : "",
-                           Text(*cache, cache_row::kBaseName)};
+                           NamesOf(*cache)};
       const auto [found, isNew] = recorders.try_emplace(place, cache);
       if (!isNew)
         Warn(*cache,
@@ -86,10 +86,25 @@ class OutputHints : public HintBase {
     }
   }
 
+  static bool IsCache(const BaseNode& node) {
+    const NodeKind* kind = FindKind(node.Type());
+    return kind && kind->list == kListCaches;
+  }
+  /// What the names of a cache's files have in common.
+  std::string NamesOf(const BaseNode& cache) const {
+    std::string name = Text(cache, cache_row::kBaseName);
+    // Those that have no name of their own are told apart by their kind.
+    if (name.empty()) return fmt::format("{}", cache.Type());
+    const i32 format = Whole(cache, cache_row::kFormat);
+    const bool isMesh = IsA<MeshCacher>(cache);
+    const bool isPlain = IsA<ParticleCacher>(cache) && format == cache_row::kPlainParticles;
+    return fmt::format("{}#.{}", name, isMesh ? "mcache" : isPlain ? "pcache" : "cache");
+  }
+
   /// A folder that is named and not taken.
   void CheckFolders() {
     for (const BaseNode* cache : mNodes)
-      if (IsA<GridCacher>(*cache) && Whole(*cache, cache_row::kFolder) == 0 &&
+      if (IsCache(*cache) && Whole(*cache, cache_row::kFolder) == 0 &&
           !Text(*cache, cache_row::kCustomFolder).empty())
         Warn(*cache,
              fmt::format("'{}' isn't used, since '{}' is 'output'",
@@ -123,10 +138,10 @@ class OutputHints : public HintBase {
   /// Another cache of the scene writes what this one plays.
   bool IsRecordedHere(const BaseNode& player) const {
     return std::any_of(mNodes.begin(), mNodes.end(), [&](const BaseNode* cache) {
-      return IsA<GridCacher>(*cache) && HasOwnFolder(*cache) &&
+      return IsCache(*cache) && HasOwnFolder(*cache) &&
              Whole(*cache, cache_row::kMode) != cache_row::kPlayBack &&
              Text(*cache, cache_row::kCustomFolder) == Text(player, cache_row::kCustomFolder) &&
-             Text(*cache, cache_row::kBaseName) == Text(player, cache_row::kBaseName);
+             NamesOf(*cache) == NamesOf(player);
     });
   }
 
@@ -162,7 +177,7 @@ class OutputHints : public HintBase {
   /// Files are read by their count from the first frame, however they are numbered.
   void CheckNumbers(i32 first) {
     for (const BaseNode* cache : mNodes)
-      if (IsA<GridCacher>(*cache) && Whole(*cache, cache_row::kMode) != cache_row::kRecord &&
+      if (IsCache(*cache) && Whole(*cache, cache_row::kMode) != cache_row::kRecord &&
           Whole(*cache, cache_row::kNumbering) != 0 && Whole(*cache, cache_row::kShowFrame) == -1 &&
           Whole(*cache, cache_row::kFrameOffset) != first)
         Warn(*cache,

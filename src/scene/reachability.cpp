@@ -300,6 +300,8 @@ class ReachFinder {
     const NodeKind* kind = FindKind(node.Type());
     if (!kind) return {};
     std::string cause;
+    // What plays needs no source.
+    if (kind->list == kListGeometry && IsPlayed(node)) return {};
     for (const ParameterRow& row : *node.Table())
       if (cause.empty() && (row.required || row.restsWhereDead)) cause = Lacks(node, row);
     if (cause.empty()) cause = StandsInNoStage(node, *kind);
@@ -416,6 +418,18 @@ class ReachFinder {
     const Value* mode = node.Get(cache_row::kMode);
     return kind.list == kListCaches &&
            (!mode || LongOf(*mode, cache_row::kPlayBack) != cache_row::kRecord);
+  }
+
+  /// Whether a cache that plays feeds a node.
+  bool IsPlayed(const BaseNode& node) {
+    return std::any_of(mServerOf.begin(), mServerOf.end(), [&](const auto& other) {
+      const BaseNode* cache = mDocument.Find(other.first);
+      const NodeKind* kind = cache ? FindKind(cache->Type()) : nullptr;
+      if (!kind || !Plays(*cache, *kind) || !cache->IsEnabled()) return false;
+      const auto targets = TargetsOf(*cache);
+      return std::any_of(targets.begin(), targets.end(),
+                         [&](const Target& target) { return target.node == &node; });
+    });
   }
 
   /// Forces act where a solver that works names them; without a list it takes all of its server.

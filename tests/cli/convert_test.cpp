@@ -40,9 +40,10 @@ std::vector<std::vector<double>> SamplesOf(const std::filesystem::path& path) {
     i32 id, level;
     EXPECT_TRUE(file.ReadChunkStart(id, level));
     while (!file.AtEnd()) {
-      SampleBlock block;
+      PackedBlock block;
       EXPECT_TRUE(ReadBlock(file, block));
-      EXPECT_TRUE(Unpack(block, all.emplace_back(block.samples), 1));
+      EXPECT_TRUE(
+          Unpack(block, std::span(all.emplace_back(block.size / sizeof(double))), 1));
     }
     EXPECT_TRUE(file.ReadChunkEnd());
   }

@@ -116,7 +116,7 @@ TEST_F(RenderCommand, PlaysCachesWithoutSimulating) {
 
   const Answer missing = Render({"--frames", "5:6", "--out", Out("new"), "--cached"}, "smoke.json");
   EXPECT_EQ(missing.code, kExitFile);
-  EXPECT_NE(missing.err.find("no cache holds all fields"), std::string::npos);
+  EXPECT_NE(missing.err.find("no cache holds all that the pictures show"), std::string::npos);
 }
 
 TEST_F(RenderCommand, GoesOnBehindACheckpoint) {

@@ -50,7 +50,7 @@ std::vector<fs::path> ReadyScenes() {
   std::vector<fs::path> found;
   for (const auto& entry : fs::directory_iterator(fs::path(SourcePath()) / "scenes"))
     // A replay plays what another scene has recorded.
-    if (entry.path().extension() == ".json" && entry.path().stem() != "replay")
+    if (entry.path().extension() == ".json" && !entry.path().stem().string().starts_with("replay"))
       found.push_back(entry.path());
   std::sort(found.begin(), found.end());
   return found;

@@ -93,7 +93,8 @@ TEST(CacheSetup, SaysWhatItCannotDoAndLeavesTheSceneAlone) {
   folder.Write("s.json", before);
   EXPECT_EQ(folder.Run({"cache-setup", "s.json", "ball mesh"}), 2);
   EXPECT_THAT(folder.Errors(),
-              HasSubstr("mesh \"ball mesh\" can't be cached; expected a field, a volume or a gas"));
+              HasSubstr("mesh \"ball mesh\" can't be cached; expected a field, a volume, a flow, "
+                        "a group of particles or a mesher"));
   EXPECT_EQ(folder.Run({"cache-setup", "s.json", "smok"}), 3);
   EXPECT_THAT(folder.Errors(), HasSubstr("did you mean 'smoke'?"));
   EXPECT_EQ(ReadAll(folder.Path() / "s.json"), before);

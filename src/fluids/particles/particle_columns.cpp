@@ -135,7 +135,7 @@ void ParticleColumns::MoveRows(std::span<const RowMove> moves) {
   });
 }
 
-void ParticleColumns::Truncate(i32 count) {
+void ParticleColumns::SetCount(i32 count) {
   Resize(count);
   ForEachColumn([&](auto& column) { column.Resize(count); });
 }

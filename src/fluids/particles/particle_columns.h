@@ -96,8 +96,8 @@ class ParticleColumns {
   void Append(const ParticleColumns& others);
   /// Copies particles over others, one after the other.
   void MoveRows(std::span<const RowMove> moves);
-  /// Drops the particles from row `count` on.
-  void Truncate(i32 count);
+  /// Drops the particles from row `count` on, or appends as many without anything.
+  void SetCount(i32 count);
   void Clear();
 
   /// The rows of one of `parts` parts: it starts at a multiple of 64, so that all of its columns
@@ -107,6 +107,7 @@ class ParticleColumns {
   const std::vector<ParticleLink>& LinksOf(i32 row) const;
   std::vector<ParticleLink>& EditLinks(i32 row);
   bool HasLinks() const { return !mLinks.empty(); }
+  void ClearLinks() { mLinks.clear(); }
 
   /// Room for `count` particles in all; and for how many there is some.
   void Reserve(i64 count);

@@ -1,5 +1,7 @@
 #include "fluids/particles/particle_property_ids.h"
 
+#include <algorithm>
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 const std::vector<BuiltInProperty>& BuiltInProperties() {
@@ -54,6 +56,14 @@ std::string_view NameOfProperty(i32 id) {
   for (const BuiltInProperty& property : BuiltInProperties())
     if (property.id == id) return property.name;
   return {};
+}
+
+bool IsDeclaredProperty(i32 id) {
+  if (id >= property_id::kFirstBool || id == property_id::kLifeSpan) return true;
+  const std::vector<BuiltInProperty>& known = BuiltInProperties();
+  return std::any_of(known.begin(), known.end(), [&](const BuiltInProperty& property) {
+    return property.id == id && !property.label.empty();
+  });
 }
 
 std::vector<host::Choice> PropertyChoices(i32 first, i32 last) {

@@ -82,6 +82,8 @@ struct BuiltInProperty {
 const std::vector<BuiltInProperty>& BuiltInProperties();
 /// The readable name of a built-in property; empty for a user's.
 std::string_view NameOfProperty(i32 id);
+/// Whether a property means something to others: what only carries state from step to step doesn't.
+bool IsDeclaredProperty(i32 id);
 /// The words of a row that picks a property: of the ids from `first` to below `last` those that
 /// nodes declare.
 std::vector<host::Choice> PropertyChoices(i32 first, i32 last);

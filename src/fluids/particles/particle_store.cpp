@@ -48,6 +48,13 @@ void ParticleStore::Take(ParticleBirths& births) {
   Grew(first);
 }
 
+void ParticleStore::NoteReplaced() {
+  i32 last = -1;
+  for (const i32 id : Ids()) last = std::max(last, id);
+  mNextId = std::max(mNextId, static_cast<u32>(last) + 1);
+  NoteRows();
+}
+
 void ParticleStore::IndexIds() {
   if (static_cast<i32>(mRowsById.size()) == Count()) return;
   mRowsById.clear();
@@ -101,7 +108,7 @@ i32 ParticleStore::RemoveDead(bool keepOrder) {
   const i32 removed = Count() - count;
   if (removed == 0) return 0;
   MoveRows(moves);
-  Truncate(count);
+  SetCount(count);
   mDied += removed;
   NoteRows();
   return removed;

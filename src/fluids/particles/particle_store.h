@@ -33,11 +33,15 @@ class ParticleStore : public ParticleColumns {
   /// the place of one that goes, or with `keepOrder` the rest keep their order. The weights of the
   /// links of those that go are handed on to the first link of each other end.
   i32 RemoveDead(bool keepOrder);
+  /// All rows were set from outside, ids among them: births go on behind the largest.
+  void NoteReplaced();
   /// Those without an age aren't newborn any more; what moves the others tells them so.
   void EndBirths(i32 threads);
   /// Bounds of all rows: the radius of each particle, or the default one, widens its box.
   void UpdateBounds(i32 threads);
   const ParticleBounds& GetBounds() const { return mBounds; }
+  /// Those of particles that are about to come.
+  void SetBounds(const ParticleBounds& bounds) { mBounds = bounds; }
   /// The same of those in a box alone.
   ParticleBounds BoundsWithin(const Vec3d& low, const Vec3d& high, i32 threads) const;
   /// Makes ready for `RowOf`: on the pipeline thread, after the last birth or removal.

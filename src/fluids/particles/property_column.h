@@ -1,5 +1,6 @@
 // One property of many particles.
 #pragma once
+#include <span>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -46,6 +47,9 @@ class PropertyColumn {
   /// The values alone, for loops that know or ask who has one.
   Stored* Values() { return mValues.data(); }
   const Stored* Values() const { return mValues.data(); }
+  /// The bits of those that have one, 64 to a word; those behind the last particle stay clear.
+  std::span<u64> Present() { return mPresent; }
+  std::span<const u64> Present() const { return mPresent; }
   /// Whether any, and whether every particle has it.
   bool IsAnywhere() const;
   bool IsEverywhere() const;

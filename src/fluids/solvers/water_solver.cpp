@@ -173,9 +173,11 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
     case kFluidDynamics:
       Sort();
       mIsOnGrid = !Has(FLAG_CACHED) && mFlip.ToGrid(mSort, mFlow);
-      if (Has(FLAG_CACHED) && reproject) HybridFlip::TakeFlow(mSort, mFlow);
+      if (Has(FLAG_CACHED) && reproject && !PlaysParticles()) HybridFlip::TakeFlow(mSort, mFlow);
       break;
     case kFlip:
+      // The flow follows particles that are played, and they keep what was recorded.
+      mIsOnGrid = mIsOnGrid && !PlaysParticles();
       if (mIsOnGrid) mFlip.ToParticles(mSort, mFlow);
       if (mIsOnGrid) LiquidContact::Apply(mSort, mFlow);
       mCorrection.mSource.mEven = mLevelSet.mEven.get();
@@ -215,6 +217,11 @@ FluidSolver::Room WaterSolver::RoomAhead() const {
     room.high[a] = std::ceil(2 * room.high[a]) + 1;
   }
   return room;
+}
+
+bool WaterSolver::PlaysParticles() const {
+  return std::any_of(groups.begin(), groups.end(),
+                     [](const ParticleGroup* group) { return group->IsCached(kLiquid); });
 }
 
 i32 WaterSolver::Rounds() const {

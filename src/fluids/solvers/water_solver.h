@@ -72,6 +72,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   Room Ways() const;
   /// Of the extrapolation: particles meet a velocity wherever they go.
   i32 Rounds() const;
+  /// Whether any of its particles come from a cache in this frame.
+  bool PlaysParticles() const;
 
   ParticleSort mSort;
   std::vector<std::pair<const ParticleGroup*, u64>> mSorted;  ///< what is sorted, at which change

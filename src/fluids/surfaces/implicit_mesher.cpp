@@ -192,6 +192,7 @@ void ImplicitMesher::Release(bool full) {
 
 void ImplicitMesher::Prepare() {
   SetFlag(FLAG_ACTIVE, false);
+  if (Has(FLAG_CACHED)) return void(Deactivate(kPlayedPolygonsReason));
   mGrid = FindGrid();
   SetFlag(FLAG_ACTIVE, mGrid != nullptr);
 }
@@ -217,6 +218,7 @@ const EGrid<double>* ImplicitMesher::FindGrid() {
 }
 
 void ImplicitMesher::Evaluate(const EvaluationThreadData&) {
+  if (Has(FLAG_CACHED)) return;
   if (!Has(FLAG_ACTIVE)) return Write({});
   const MeshReserve reserve(*mGrid, mReconstructor ? 0 : mLevel, mResolution,
                             mMethod == Polygoniser::kCubes ? 1 : kPointsOfTetrahedra,
@@ -339,12 +341,21 @@ void ImplicitMesher::Write(const SurfaceMesh& mesh) {
   }
   for (const Vec3d& v : mesh.velocities) geometry.velocities.push_back(toObject.Rotate(v * scale));
   geometry.colours = mesh.colours;
+  HandOver(std::move(geometry), BytesOf(mesh.points) + BytesOf(mesh.triangles) +
+                                    BytesOf(mesh.normals) + BytesOf(mesh.velocities) +
+                                    BytesOf(mesh.colours));
+}
+
+void ImplicitMesher::TakePlayed(Geometry geometry) { HandOver(std::move(geometry), 0); }
+
+void ImplicitMesher::HandOver(Geometry geometry, double workBytes) {
+  PolygonObject* output = Output();
+  if (!output) return;
   const double held = BytesOf(geometry.points) + BytesOf(geometry.polygons) +
-                      BytesOf(geometry.normals) + BytesOf(geometry.velocities) +
-                      BytesOf(geometry.colours);
+                      BytesOf(geometry.normals) + BytesOf(geometry.uvs) +
+                      BytesOf(geometry.velocities) + BytesOf(geometry.colours);
   mHeld.Set(static_cast<u64>(held));
-  mBytes = held + BytesOf(mesh.points) + BytesOf(mesh.triangles) + BytesOf(mesh.normals) +
-           BytesOf(mesh.velocities) + BytesOf(mesh.colours);
+  mBytes = held + workBytes;
   output->WriteOutput(std::move(geometry));
 }
 

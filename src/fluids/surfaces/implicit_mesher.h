@@ -32,6 +32,14 @@ class ImplicitMesher : public iObject {
   void Finish() override;
   void Persist(StateArchive& archive) override;
   std::vector<std::string> TakeWarnings() override { return std::exchange(mWarnings, {}); }
+  /// The polygons of the last frame, in host units and the node's own frame; null without a node.
+  const host::Geometry* Polygons() const {
+    const host::PolygonObject* output = Output();
+    return output ? &output->GetGeometry() : nullptr;
+  }
+  bool HasPolygons() const { return Polygons() && !Polygons()->polygons.empty(); }
+  /// Hands polygons of a cache to the document, in place of own ones.
+  void TakePlayed(host::Geometry geometry);
   /// Bytes of the polygons of the last frame.
   double HeldBytes() const { return mBytes; }
 
@@ -49,6 +57,8 @@ class ImplicitMesher : public iObject {
   std::vector<const ParticleStore*> ColourStores() const;
   /// Hands the polygons to the document, in host units and the node's own frame.
   void Write(const SurfaceMesh& mesh);
+  /// Gives the document polygons that took `workBytes` to make.
+  void HandOver(host::Geometry geometry, double workBytes);
 
   iVolume* mVolume = nullptr;
   SurfaceReconstructor* mReconstructor = nullptr;

@@ -4,7 +4,6 @@
 #include <map>
 #include <random>
 
-#include "cache/particle_record.h"
 #include "cache/state_file.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_property.h"
@@ -346,39 +345,6 @@ TEST(ParticleProperty, GivesItsValueToATemplate) {
   EXPECT_NE(particle.FindScalar(own.Key()), nullptr);
   EXPECT_EQ(particle.FindScalar({75, own.Key().owner + 1}), nullptr);
   EXPECT_TRUE(radius.HasCategory(kBitProperty) && wind.HasCategory(kBitVector));
-}
-
-TEST(ParticleRecord, ComesBackAsItWas) {
-  using namespace property_id;
-  ParticleColumns columns;
-  ParticleTemplate particle;
-  particle.position = {1, 2, 3};
-  particle.Set(kAge, 9.5);
-  particle.Set(kFrameStart, Vec3d{4, 5, 6});
-  particle.Set(50, true);
-  const Particle p = columns.At(columns.Append(particle));
-  p.Id() = 12;
-  p.AddLink({0.5f, 3});
-  HyperFile file;
-  file.StartMemory(kCacheIdent);
-  WriteParticle(file, columns, 0, {}, true);
-  const i32 selection[] = {kAge};
-  WriteParticle(file, columns, 0, selection, false);
-  const std::string bytes = file.TakeBytes();
-  HyperFile read;
-  ASSERT_TRUE(read.OpenMemory(kCacheIdent, bytes));
-  ParticleColumns back;
-  const Particle whole = back.At(back.Append(ParticleTemplate{}));
-  ASSERT_TRUE(ReadParticle(read, whole));
-  EXPECT_EQ(whole.Id(), 12);
-  EXPECT_EQ(whole.GetAge(), 9.5);
-  EXPECT_EQ(whole.GetVector(kOldPosition, {}), (Vec3d{4, 5, 6}));
-  EXPECT_TRUE(whole.GetBool(50, false));
-  EXPECT_EQ(back.LinksOf(0).front().other, 3);
-  const Particle part = back.At(back.Append(ParticleTemplate{}));
-  ASSERT_TRUE(ReadParticle(read, part));
-  EXPECT_TRUE(part.HasProperty(kAge) && !part.HasProperty(kFrameStart));
-  EXPECT_FALSE(ReadParticle(read, part));
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

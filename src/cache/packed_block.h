@@ -1,0 +1,47 @@
+// Blocks of numbers in a typed stream.
+#pragma once
+#include <span>
+#include <type_traits>
+
+#include "cache/hyper_file.h"
+
+namespace MELDO_GLOBAL {
+
+/// How the blocks of a file are packed: 0 leaves them as they are, 1 packs them fast, 2 small.
+struct BlockPacking {
+  i32 compression = 0;
+  i32 threads = 1;  ///< the bytes don't depend on them
+};
+
+/// Writes numbers of `element` bytes each, at most 255: whether they are packed, then the bytes.
+void WriteBlock(HyperFile& file, std::span<const std::byte> bytes, i32 element,
+                const BlockPacking& packing);
+template <class T>
+void WriteBlock(HyperFile& file, std::span<const T> values, const BlockPacking& packing) {
+  static_assert(std::is_trivially_copyable_v<T>);
+  WriteBlock(file, std::as_bytes(values), sizeof(T), packing);
+}
+
+/// A block as it stands in a file.
+struct PackedBlock {
+  bool isPacked = false;
+  std::span<const std::byte> bytes;
+  std::size_t size = 0;  ///< that it says to have unpacked, bytes
+
+  /// Whether it says to hold `count` values.
+  template <class T>
+  bool Holds(std::size_t count) const {
+    return size % sizeof(T) == 0 && size / sizeof(T) == count;
+  }
+};
+/// Nothing is allocated for what a block says to hold.
+bool ReadBlock(HyperFile& file, PackedBlock& block);
+/// Fills `target` from a block of the same size; false, with anything in it, when it can't.
+bool Unpack(const PackedBlock& block, std::span<std::byte> target, i32 threads);
+template <class T>
+bool Unpack(const PackedBlock& block, std::span<T> values, i32 threads) {
+  static_assert(std::is_trivially_copyable_v<T>);
+  return Unpack(block, std::as_writable_bytes(values), threads);
+}
+
+}  // namespace MELDO_GLOBAL

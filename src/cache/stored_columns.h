@@ -1,0 +1,45 @@
+// The columns of particles in a file.
+#pragma once
+#include <functional>
+#include <optional>
+
+#include "cache/packed_block.h"
+#include "fluids/particles/particle_columns.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Which properties of particles a file takes.
+struct PropertySelection {
+  /// Without a list, all that mean something to others.
+  std::optional<std::vector<PropertyKey>> listed;
+
+  bool Holds(const PropertyKey& key) const;
+};
+
+/// The node that declares the property of this id and name; 0 where there is none.
+using FindOwner = std::function<host::NodeId(i32 id, std::string_view name)>;
+
+/// Writes particles as blocks, one for each field and property: ids (unless `hasIds` is false),
+/// flags, positions, velocities; of numbers, vectors and switches how many there are, and of each,
+/// by ascending ids, its id, its name, whether all particles have it, if not the bits of those that
+/// do, and the values; at last whether there are links, and if so how many each particle has, and
+/// all of them by the ids of their other ends.
+void WriteColumns(HyperFile& file, const ParticleColumns& particles,
+                  const PropertySelection& selection, bool hasIds, const BlockPacking& packing);
+
+/// How a block of columns is read.
+struct ColumnReading {
+  i32 count = 0;  ///< particles that the file says to hold
+  bool hasIds = true;
+  i32 threads = 1;
+};
+/// Replaces `particles` by what `WriteColumns` wrote; those without ids count from 0. False where
+/// it can't be read, with anything in `particles`: sizes are held against the bytes that are there
+/// before memory is taken, and against the limit of memory, and what isn't finite is refused.
+bool ReadColumns(HyperFile& file, const ColumnReading& reading, const FindOwner& owner,
+                 ParticleColumns& particles);
+/// Ids and positions alone; the stream stands behind the positions.
+bool ReadPlaces(HyperFile& file, const ColumnReading& reading, std::vector<i32>& ids,
+                std::vector<Vec3d>& positions);
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,383 @@
+// Particles that go through a cache.
+#include "cache/particle_cacher.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "cache/cache_rows.h"
+#include "fluids/test_scene.h"
+#include "host/atomic_file.h"
+#include "host/console.h"
+#include "host/temp_folder.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Lets through what lies on one side of a plane.
+class HalfSpace : public Constraint {
+ public:
+  using Constraint::Constraint;
+  i32 GetTypeId() const override { return kTypeAny; }
+  bool Test(const Vec3d& p, double& weight, const ConstraintUse&) override {
+    if (p.x < 0) weight = 0;
+    return true;
+  }
+};
+
+/// A scene with two groups, a property of the user's, and a cache of the groups.
+struct ParticleScene : TestScene {
+  ParticleGroup& water = Add<ParticleGroup>("particlegroup", "water");
+  ParticleGroup& foam = Add<ParticleGroup>("particlegroup", "foam");
+  Property<double>& salt = Add<Property<double>>("property_scalar", "salt");
+  ParticleCacher& cacher = Add<ParticleCacher>("cache_particle", "recording");
+  std::vector<host::LinkTarget> filters;
+
+  ParticleScene(const fs::path& folder, i32 mode, double cellSize = 0.1, double hostUnits = 100)
+      : TestScene(cellSize) {
+    host::TheConsole().print = [](std::string_view) {};
+    scene->UpdateDomain(hostUnits, 1, cellSize);
+    document.folder = folder.string();
+    Set(salt, iProperty::kPropertyRow, 80);
+    salt.ReadParameters();
+    Set(cacher, cache_row::kMode, mode);
+    Links(cacher, cache_row::kObjects, {&water, &foam});
+    scene->mReport.whole = true;
+    scene->mClock.startFrame = 0;
+    scene->mTime.elapsed = 0.04;
+    scene->mTime.frameIndex = 1;
+    for (ParticleGroup* group : {&water, &foam}) group->Reset();
+  }
+  ~ParticleScene() { host::TheConsole().print = nullptr; }
+
+  void Fill(i32 count) {
+    using enum property_id::Id;
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> unit(-1, 1);
+    const auto vector = [&] { return Vec3d{unit(random), unit(random), unit(random)}; };
+    for (i32 i = 0; i < count; ++i) {
+      ParticleTemplate particle;
+      particle.position = vector();
+      particle.velocity = vector();
+      particle.Set(kRadius, unit(random));
+      particle.Set(kSlopeU, vector());
+      if (i % 3 == 0) particle.Set(kColor, vector());
+      if (i % 5 == 0) particle.Set(salt.Key(), unit(random), "salt");
+      if (i % 7 == 0) particle.Set(60, i % 2 == 0);
+      water.Store(kLiquid).Create(particle);
+      if (i % 2 == 0) foam.Store(kDiffuse).Create(particle);
+    }
+    water.Store(kLiquid).At(0).AddLink({0.5f, 3});
+    water.Store(kLiquid).At(count - 1).AddLink({0.25f, 0});
+    water.UpdateRange();
+    foam.UpdateRange();
+  }
+
+  void Save(i32 frame) {
+    ReadLinks(frame);
+    Stage(kSaveCache);
+    cacher.Finish();
+    cacher.ClearLinks();
+  }
+  void Load(i32 frame) {
+    ReadLinks(frame);
+    scene->SetStage(kLoadCache);
+    cacher.Prepare();
+    Stage(kEmitters);
+    cacher.Finish();
+  }
+  void ListKind(const iBase& group, u32 flags) {
+    host::InExcludeData list;
+    list.entries.push_back({group.Node()->Id(), flags});
+    cacher.Node()->Set(cache_row::kObjects, std::move(list));
+  }
+
+ private:
+  void ReadLinks(i32 frame) {
+    scene->mClock.frame = scene->mClock.frameFromStart = frame;
+    scene->mFlags |= Scene::kTimeChanged;
+    cacher.ReadParameters();
+    cacher.ResolveLinks();
+    cacher.Constraints()->Connect(filters);
+    cacher.CheckDirty();
+  }
+  void Stage(i32 stage) {
+    scene->SetStage(stage);
+    cacher.Prepare();
+    cacher.Evaluate({});
+  }
+};
+
+template <class T>
+void ExpectSameColumns(const ParticleColumns& a, const ParticleColumns& b) {
+  std::size_t kept = 0;
+  for (const auto& column : a.List<T>()) {
+    if (!IsDeclaredProperty(column->Key().id)) continue;
+    ++kept;
+    const PropertyColumn<T>* other = b.Find<T>(column->Key());
+    ASSERT_TRUE(other) << column->Name();
+    EXPECT_EQ(other->Name(), column->Name());
+    for (i32 row = 0; row < a.Count(); ++row) {
+      ASSERT_EQ(other->Has(row), column->Has(row)) << column->Name();
+      ASSERT_EQ(other->Get(row, T{}), column->Get(row, T{})) << column->Name();
+    }
+  }
+  EXPECT_EQ(b.List<T>().size(), kept);
+}
+
+void ExpectSame(const ParticleColumns& a, const ParticleColumns& b) {
+  ASSERT_EQ(a.Count(), b.Count());
+  const auto equal = [](auto x, auto y) { return std::equal(x.begin(), x.end(), y.begin()); };
+  EXPECT_TRUE(equal(a.Ids(), b.Ids()));
+  EXPECT_TRUE(equal(a.Flags(), b.Flags()));
+  EXPECT_TRUE(equal(a.Positions(), b.Positions()));
+  EXPECT_TRUE(equal(a.Velocities(), b.Velocities()));
+  ExpectSameColumns<double>(a, b);
+  ExpectSameColumns<Vec3d>(a, b);
+  ExpectSameColumns<bool>(a, b);
+  for (i32 row = 0; row < a.Count(); ++row) {
+    ASSERT_EQ(a.LinksOf(row).size(), b.LinksOf(row).size());
+    for (std::size_t i = 0; i < a.LinksOf(row).size(); ++i)
+      EXPECT_EQ(a.LinksOf(row)[i].other, b.LinksOf(row)[i].other);
+  }
+}
+
+class ParticleCache : public testing::Test {
+ protected:
+  fs::path File(i32 frame, const char* suffix = "cache") const {
+    return folder.Path() / ("sulva_particle_frame0000" + std::to_string(frame) + "." + suffix);
+  }
+  const host::TempFolder folder;
+};
+
+TEST_F(ParticleCache, RecordedParticlesComeBackBitForBit) {
+  for (const i32 compression : {0, 1, 2}) {
+    ParticleScene recorded(folder.Path(), cache_row::kRecord);
+    ParticleScene::Set(recorded.cacher, cache_row::kCompression, compression);
+    recorded.Fill(1000);
+    recorded.Save(1);
+    const std::string bytes = host::ReadFile(File(1));
+    recorded.scene->mThreadCount = 3;
+    recorded.Save(1);
+    EXPECT_EQ(host::ReadFile(File(1)), bytes) << "the same for any number of workers";
+
+    ParticleScene played(folder.Path(), cache_row::kPlayBack);
+    played.scene->mThreadCount = 3;
+    played.Fill(2000);  // more than are recorded
+    played.Load(1);
+    EXPECT_EQ(played.cacher.Failure(), "");
+    ExpectSame(recorded.water.Store(kLiquid), played.water.Store(kLiquid));
+    ExpectSame(recorded.foam.Store(kDiffuse), played.foam.Store(kDiffuse));
+    EXPECT_TRUE(played.water.IsCached(kLiquid) && played.foam.IsCached(kDiffuse));
+    EXPECT_EQ(played.water.Store(kLiquid).GetBounds().box.min,
+              recorded.water.Store(kLiquid).GetBounds().box.min);
+    EXPECT_EQ(played.water.Store(kLiquid).Create({}), 1000);
+    EXPECT_EQ(played.water.Store(kLiquid).Ids()[1000], 2000) << "no id comes twice";
+    played.Load(2);
+    EXPECT_FALSE(played.water.IsCached(kLiquid)) << "no file";
+  }
+}
+
+TEST_F(ParticleCache, ListsOfKindsAndPropertiesChooseWhatIsKept) {
+  ParticleScene recorded(folder.Path(), cache_row::kRecord);
+  recorded.Fill(100);
+  recorded.water.Store(kPassive).Create({});
+  recorded.ListKind(recorded.water, kParticleKindRows[kLiquid].listFlag);
+  ParticleScene::Links(recorded.cacher, cache_row::kProperties, {&recorded.salt});
+  recorded.Save(1);
+  ParticleScene played(folder.Path(), cache_row::kPlayBack);
+  played.water.Store(kPassive).Create({});
+  played.water.Store(kPassive).Create({});
+  played.ListKind(played.water, kParticleKindRows[kLiquid].listFlag);
+  played.Load(1);
+  EXPECT_EQ(played.water.Count(kPassive), 2) << "another kind stays as it is";
+  EXPECT_FALSE(played.water.IsCached(kPassive));
+  ParticleStore& store = played.water.Store(kLiquid);
+  ASSERT_EQ(store.Count(), 100);
+  EXPECT_EQ(store.Find<double>(property_id::kRadius), nullptr);
+  ASSERT_TRUE(store.Find<double>(played.salt.Key())) << "its owner is its node";
+  EXPECT_EQ(store.At(5).GetScalar(played.salt.Key(), -9),
+            recorded.water.Store(kLiquid).At(5).GetScalar(recorded.salt.Key(), -8));
+}
+
+TEST_F(ParticleCache, FiltersRefuseOnBothWaysAndLoseNothingBehind) {
+  const auto half = [](ParticleScene& scene) {
+    HalfSpace& own = scene.AddOwn<HalfSpace>("kernel", "half");
+    own.ReadParameters();
+    scene.filters = {{own.Node(), &own, 0}};
+  };
+  const auto right = [](const ParticleColumns& all) {
+    std::vector<i32> ids;
+    for (i32 row = 0; row < all.Count(); ++row)
+      if (all.Positions()[row].x >= 0) ids.push_back(all.Ids()[row]);
+    return ids;
+  };
+  for (const bool onWriting : {true, false}) {
+    ParticleScene recorded(folder.Path(), cache_row::kRecord);
+    ParticleScene played(folder.Path(), cache_row::kPlayBack);
+    recorded.Fill(300);
+    half(onWriting ? recorded : played);
+    recorded.Save(1);
+    EXPECT_EQ(recorded.water.Count(kLiquid), 300) << "what is simulated stays";
+    HyperFile file;
+    ParticleCacheHeader header;
+    std::string problem;
+    ASSERT_TRUE(file.Open(kCacheIdent, File(1), HyperFile::Mode::kRead));
+    ASSERT_TRUE(ReadParticleCacheHeader(file, header, problem)) << problem;
+    const auto ids = right(recorded.water.Store(kLiquid));
+    EXPECT_EQ(header.stores[2].Count(), onWriting ? static_cast<i64>(ids.size()) : 300);
+    played.Load(1);
+    const auto left = played.water.Store(kLiquid).Ids();
+    EXPECT_EQ(std::vector<i32>(left.begin(), left.end()), ids);
+    EXPECT_EQ(played.foam.Count(kDiffuse),
+              static_cast<i32>(right(recorded.foam.Store(kDiffuse)).size()));
+  }
+}
+
+TEST_F(ParticleCache, SlowMotionPutsParticlesBetweenTheirPlaces) {
+  constexpr i32 kLast = 8;
+  const auto place = [](i32 id, double t) { return Vec3d{0.1 * id, 0.3 * t, 1 - 0.01 * id * t}; };
+  {
+    ParticleScene recorded(folder.Path(), cache_row::kRecord);
+    ParticleStore& store = recorded.water.Store(kLiquid);
+    for (i32 id = 0; id < 50; ++id) store.Create({});
+    for (i32 frame = 0; frame <= kLast; ++frame) {
+      if (frame > 0) {
+        // One dies, whose row another one takes, and one is born that knows where it comes from.
+        store.Flags()[frame] &= static_cast<u16>(~PF_ALIVE);
+        store.RemoveDead(false);
+        store.Create({});
+      }
+      for (i32 row = 0; row < store.Count(); ++row)
+        store.Positions()[row] = place(store.Ids()[row], frame);
+      const Particle born = store.At(store.Count() - 1);
+      born.AddVector(property_id::kOldPosition, place(born.Id(), frame - 1));
+      recorded.Save(frame);
+    }
+  }
+  ParticleScene played(folder.Path(), cache_row::kPlayBack);
+  const auto check = [&](double t) {
+    const ParticleStore& store = played.water.Store(kLiquid);
+    ASSERT_EQ(store.Count(), 50) << t;
+    for (i32 row = 0; row < store.Count(); ++row)
+      EXPECT_LT(Length(store.Positions()[row] - place(store.Ids()[row], t)), 1e-12) << t;
+  };
+  ParticleScene::Set(played.cacher, cache_row::kTimeScale, 0.1);
+  for (const i32 frame : {0, 1, 5, 9, 10, 13, 30, 71, 80}) {
+    played.Load(frame);
+    ASSERT_EQ(played.cacher.Failure(), "");
+    check(0.1 * frame);
+  }
+  ParticleScene::Set(played.cacher, cache_row::kTimeScale, 0.25);
+  ParticleScene::Set(played.cacher, cache_row::kBackwards, 1);
+  ParticleScene::Set(played.cacher, cache_row::kFrameOffset, 2);
+  for (const i32 frame : {0, 1, 2, 3, 4}) {
+    played.Load(frame);
+    check(kLast - 2 - 0.25 * frame);
+  }
+}
+
+TEST_F(ParticleCache, MovesAndScalesWithTheScene) {
+  ParticleScene recorded(folder.Path(), cache_row::kRecord);
+  recorded.Fill(20);
+  recorded.Save(1);
+  ParticleScene played(folder.Path(), cache_row::kPlayBack, 0.05, 50);
+  played.cacher.Node()->SetPlacement({100, 0, -50}, {}, {1, 1, 1});
+  played.Load(1);
+  const ParticleStore &from = recorded.water.Store(kLiquid), &to = played.water.Store(kLiquid);
+  ASSERT_EQ(to.Count(), 20);
+  for (i32 row = 0; row < 20; ++row) {
+    EXPECT_LT(Length(to.Positions()[row] - (from.Positions()[row] * 2.0 + Vec3d{2, 0, -1})), 1e-6);
+    EXPECT_LT(Length(to.Velocities()[row] - from.Velocities()[row] * 2.0), 1e-6);
+    EXPECT_NEAR(to.Find<double>(property_id::kRadius)->Get(row, 0),
+                2 * from.Find<double>(property_id::kRadius)->Get(row, 0), 1e-6);
+  }
+}
+
+TEST_F(ParticleCache, PlainFilesHaveNeitherVersionNorIds) {
+  ParticleScene recorded(folder.Path(), cache_row::kRecord);
+  ParticleScene::Set(recorded.cacher, cache_row::kFormat, i32{cache_row::kPlainParticles});
+  recorded.Fill(30);
+  recorded.Save(1);
+  ParticleScene played(folder.Path(), cache_row::kPlayBack);
+  ParticleScene::Set(played.cacher, cache_row::kFormat, i32{cache_row::kPlainParticles});
+  played.Load(1);
+  const ParticleStore& store = played.foam.Store(kDiffuse);
+  ASSERT_EQ(store.Count(), 15);
+  for (i32 row = 0; row < 15; ++row) EXPECT_EQ(store.Ids()[row], row);
+  EXPECT_EQ(store.Positions()[7], recorded.foam.Store(kDiffuse).Positions()[7]);
+  HyperFile file;
+  ASSERT_TRUE(file.Open(kCacheIdent, File(1, "pcache"), HyperFile::Mode::kRead));
+  EXPECT_FALSE(file.IsAtLong());
+}
+
+TEST_F(ParticleCache, FilesOfOtherToolsHoldAllGroupsInOneTable) {
+  constexpr i32 kBgeo = 2;
+  ParticleScene recorded(folder.Path(), cache_row::kRecord);
+  ParticleScene::Set(recorded.cacher, cache_row::kFormat, kBgeo);
+  recorded.Fill(100);
+  recorded.water.Store(kLiquid).At(0).AddScalar(property_id::kTemperature, 300);
+  recorded.Save(1);
+  ASSERT_EQ(recorded.cacher.Failure(), "");
+  EXPECT_EQ(recorded.cacher.DescribeFile(File(1, "bgeo")), "Particles: 150\n");
+  EXPECT_EQ(recorded.cacher.TakeWritten().size(), 1u);
+
+  ParticleScene played(folder.Path(), cache_row::kPlayBack);
+  ParticleScene::Set(played.cacher, cache_row::kFormat, kBgeo);
+  played.ListKind(played.water, kParticleKindRows[kLiquid].listFlag);
+  played.Load(1);
+  ASSERT_EQ(played.cacher.Failure(), "");
+  EXPECT_FALSE(played.water.IsCached(kLiquid)) << "they go on as its own";
+  ParticleStore& store = played.water.Store(kLiquid);
+  ASSERT_EQ(store.Count(), 150);
+  const ParticleStore &water = recorded.water.Store(kLiquid), &foam = recorded.foam.Store(kDiffuse);
+  EXPECT_LT(Length(store.Positions()[70] - water.Positions()[70]), 1e-6);
+  EXPECT_LT(Length(store.Positions()[120] - foam.Positions()[20]), 1e-6);
+  EXPECT_LT(Length(store.Velocities()[120] - foam.Velocities()[20]), 1e-6);
+  EXPECT_EQ(store.At(0).GetScalar(property_id::kTemperature, -1), 300);
+  EXPECT_EQ(store.At(1).GetScalar(property_id::kTemperature, -1), 0) << "who had none";
+  EXPECT_EQ(store.At(1).GetVector(property_id::kColor, {}), (Vec3d{1, 1, 1}));
+  EXPECT_TRUE(store.Find<double>(played.salt.Key())) << "a property of the same name";
+  EXPECT_TRUE(store.Flags()[149] & PF_KIND_LIQUID);
+  played.Load(2);
+  EXPECT_NE(played.cacher.Failure().find("it isn't there"), std::string::npos);
+}
+
+TEST_F(ParticleCache, ListsOfOneKindFollowEachOther) {
+  ParticleScene scene(folder.Path(), cache_row::kRecord);
+  scene.Fill(40);
+  const ParticleStore& store = scene.water.Store(kLiquid);
+  HyperFile file;
+  file.StartMemory(kCacheIdent);
+  file.WriteLong(ParticleCacheHeader::kVersion);
+  WriteLayout(file, scene.scene->mDomain);
+  file.WriteLong(1);
+  file.WriteBool(true);
+  file.WriteLong(2);
+  file.WriteLong(40);
+  file.WriteLong(40);
+  file.WriteChunkStart(1, 0);
+  for (int i = 0; i < 6; ++i) file.WriteLong(0);
+  for (int i = 0; i < 8; ++i) file.WriteLReal(0);
+  WriteLayout(file, store.Layout());
+  for (int list = 0; list < 2; ++list) WriteColumns(file, store, {}, true, {});
+  file.WriteChunkEnd();
+  HyperFile read;
+  ASSERT_TRUE(read.OpenMemory(kCacheIdent, file.TakeBytes()));
+  ParticleCacheHeader header;
+  std::string problem;
+  i32 id, level;
+  ParticleColumns both;
+  ASSERT_TRUE(ReadParticleCacheHeader(read, header, problem)) << problem;
+  ASSERT_TRUE(read.ReadChunkStart(id, level));
+  ASSERT_TRUE(ReadParticleChunk(read, header, 0, {}, 1, both));
+  ASSERT_EQ(both.Count(), 80);
+  EXPECT_EQ(both.Positions()[57], store.Positions()[17]);
+  EXPECT_EQ(both.Ids()[57], 17);
+  EXPECT_TRUE(both.Find<Vec3d>(property_id::kColor)->Has(43));
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
