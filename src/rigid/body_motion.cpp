@@ -7,7 +7,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 void BodyMotion::Persist(StateArchive& archive) {
   archive(centre, axes, isKeyed, linear, angular, calm, activation, isFrozen, hasLeft, previousMass,
           mass, force, torque, contactLinear, contactAngular, impulse, turn, isCarried, isNew,
-          isLulled, lull, volume);
+          isLulled, lull, volume, waits);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -27,6 +27,7 @@ struct BodyMotion {
   double calm = 0;     ///< seconds that it has been slow for
   i32 activation = 1;  ///< the library's state
   bool isFrozen = false;
+  bool waits = false;    ///< asleep from the start
   bool hasLeft = false;  ///< the world; told already
   double previousMass = 0, mass = 0;
   Vec3d force{}, torque{};                  ///< for the next step

@@ -1,13 +1,15 @@
 // The library of rigid bodies, set up for a world.
 #pragma once
-#include <BulletDynamics/Dynamics/btDiscreteDynamicsWorld.h>
-
 #include <memory>
+#include <vector>
 
 #include "host/types.h"
 
-class btDefaultCollisionConfiguration;
+class btBroadphaseInterface;
 class btCollisionDispatcher;
+class btDefaultCollisionConfiguration;
+class btDispatcher;
+class btRigidBody;
 class btSequentialImpulseConstraintSolver;
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -16,7 +18,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 constexpr double kFarthestBody = 1e4;
 
 /// A world of the library with all that it needs. Its steps are cut here: it would count them by
-/// adding up rounded times.
+/// adding up rounded times. How bodies bounce and turn is ours.
 class BulletLibrary {
  public:
   /// `broadphase`: a tree of boxes (0), or boxes sorted along the axes, of up to 16384 bodies (1)
@@ -26,27 +28,31 @@ class BulletLibrary {
   BulletLibrary(const BulletLibrary&) = delete;
   BulletLibrary& operator=(const BulletLibrary&) = delete;
 
-  /// Steps by `dt` seconds in `count` equal parts; `moveKeyed` is told how much of `dt` is over at
-  /// the end of each part, before it.
+  /// Steps by `dt` seconds in `count` equal parts under a gravity of `pull` m/s^2; `moveKeyed` is
+  /// told how much of `dt` is over at the end of each part, before it.
   template <class F>
-  void Step(double dt, i32 count, F&& moveKeyed) {
+  void Step(double dt, i32 count, double pull, F&& moveKeyed) {
+    BearOverlaps(pull, dt / count);
     for (i32 i = 0; i < count; ++i) {
       moveKeyed((i + 1.0) / count);
-      mWorld->Part(dt / count);
+      Part(dt / count);
     }
-    mWorld->clearForces();
+    ClearForces();
   }
-  void Add(btRigidBody& body) { mWorld->addRigidBody(&body); }
-  void Remove(btRigidBody& body) { mWorld->removeRigidBody(&body); }
+  void Add(btRigidBody& body);
+  void Remove(btRigidBody& body);
+  /// The other bodies that a body touches, or nearly.
+  std::vector<btRigidBody*> Neighbours(const btRigidBody& body) const;
   /// Bodies that are taken out one by one would look through all pairs for theirs.
   void DropPairs();
   btDispatcher& Contacts();
 
  private:
-  struct World : btDiscreteDynamicsWorld {
-    using btDiscreteDynamicsWorld::btDiscreteDynamicsWorld;
-    void Part(double dt) { internalSingleStepSimulation(dt); }
-  };
+  class World;
+  void Part(double dt);
+  void ClearForces();
+  void BearOverlaps(double pull, double dt);
+
   std::unique_ptr<btDefaultCollisionConfiguration> mConfiguration;
   std::unique_ptr<btCollisionDispatcher> mDispatcher;
   std::unique_ptr<btBroadphaseInterface> mPairs;

@@ -1,5 +1,7 @@
 #include "rigid/bullet_world.h"
 
+#include <BulletCollision/BroadphaseCollision/btDispatcher.h>
+#include <BulletCollision/NarrowPhaseCollision/btPersistentManifold.h>
 #include <BulletDynamics/Dynamics/btRigidBody.h>
 #include <fmt/format.h>
 
@@ -26,6 +28,7 @@ void BulletWorld::Reset() {
   mRestored.clear();
   mKeyed.clear();
   mShapes.clear();
+  mKnowsGravity = false;
   mLibrary.reset();
 }
 
@@ -93,8 +96,15 @@ void BulletWorld::Advance(Scene& scene) {
     else
       movers.push_back({body.get(), {body->Pose(), keyed->second}});
   }
+  if (std::exchange(mGravity, scene.mGravity) != scene.mGravity && mKnowsGravity)
+    for (auto& [key, body] : mBodies) body->Disturb();
+  mKnowsGravity = true;
+  for (const auto& [body, way] : movers) {
+    DisturbNeighbours(*body);
+    body->Travel();
+  }
   const i32 count = std::max(1, scene.mRigidSubsteps);
-  mLibrary->Step(dt, count, [&](double t) {
+  mLibrary->Step(dt, count, Length(scene.mGravity), [&](double t) {
     for (auto& [body, way] : movers) {
       const auto& [from, to] = way;
       if (t == 1) {
@@ -109,8 +119,14 @@ void BulletWorld::Advance(Scene& scene) {
     }
   });
   NoteContacts();
-  for (auto& [key, body] : mBodies) body->EndStep(dt, count);
+  for (auto& [key, body] : mBodies) body->EndStep(dt);
   FreezeStray();
+}
+
+void BulletWorld::DisturbNeighbours(const RigidBody& body) {
+  if (!body.Get() || !body.Get()->isInWorld()) return;
+  for (const btRigidBody* near : mLibrary->Neighbours(*body.Get()))
+    if (auto* other = static_cast<RigidBody*>(near->getUserPointer())) other->Disturb();
 }
 
 void BulletWorld::NoteContacts() {
@@ -208,6 +224,8 @@ void BulletWorld::DropBodies(const Scene& scene,
   const bool areAll = std::all_of(mBodies.begin(), mBodies.end(),
                                   [&](const auto& body) { return kept.contains(body.first); });
   if (areAll) return;
+  for (const auto& [key, body] : mBodies)
+    if (!kept.contains(key)) DisturbNeighbours(*body);
   std::vector<Mesh*> meshes;
   for (const auto& [id, object] : scene.List(kListGeometry)) CollectMeshes(object.get(), meshes);
   for (const auto& [key, body] : mBodies)
@@ -250,9 +268,13 @@ void BulletWorld::Persist(StateArchive& archive) {
   std::map<Key, BodyMotion> motions = mRestored;
   for (const auto& [key, body] : mBodies)
     if (body->Get()) motions[key] = body->Motion();
-  archive(motions);
+  archive(motions, mKnowsGravity, mGravity);
   if (!archive.IsLoading()) return;
+  const Vec3d gravity = mGravity;
+  const bool knows = mKnowsGravity;
   Reset();
+  mGravity = gravity;
+  mKnowsGravity = knows;
   mRestored = std::move(motions);
 }
 

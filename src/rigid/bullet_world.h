@@ -55,6 +55,8 @@ class BulletWorld : public ScenePart, public BodyHome {
   /// Before the first step: bodies whose volumes say so weigh by cells.
   void MeasureByCells(const Scene& scene);
   void MoveKeyed(const Scene& scene);
+  /// What a body holds is about to lose its hold.
+  void DisturbNeighbours(const RigidBody& body);
   void NoteContacts();
   void FreezeStray();
 
@@ -63,6 +65,8 @@ class BulletWorld : public ScenePart, public BodyHome {
   std::map<Key, BodyMotion> mRestored;  ///< of bodies that aren't made yet
   std::map<Key, BodyPose> mKeyed;       ///< where bodies that keys move go in this step
   std::map<Key, u32> mShapes;           ///< of meshes without a mass, the revision of their shape
+  Vec3d mGravity{};                     ///< of the last step
+  bool mKnowsGravity = false;           ///< there was one
   std::vector<std::string> mWarnings;
 };
 

@@ -59,6 +59,7 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
   mBody = std::make_unique<btRigidBody>(0.0, mMotion.get(), mShape.Get());
   mBody->setContactProcessingThreshold(1e18);
   mBody->setUserPointer(this);
+  mBody->setFlags(0);  // the library's own way to turn loses momentum
   mMass.PutOn(*mBody);
   SetUp(true, restored ? restored->isKeyed : isKeyed);
   mWorld.Add(*mBody);
@@ -67,6 +68,7 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
     mBody->setAngularVelocity(TurnToBullet(restored->angular));
     mBody->setDeactivationTime(restored->calm);
     mBody->forceActivationState(restored->activation);
+    mWaits = restored->waits;
     mForce = restored->force;
     mTorque = restored->torque;
     mContactLinear = restored->contactLinear;
@@ -130,12 +132,13 @@ void RigidBody::SetUp(bool reset, bool isKeyed) {
 
   if (!reset) {
     if ((mMass.HasChanged() && !mMass.IsFrozen() && mBody->getDeactivationTime() >= kCalm) ||
-        (s.wakesOnContact && !mContacts.empty()))
+        (s.wakesOnContact && !mMass.IsFrozen() && IsTouched()))
       mBody->activate(true);
   } else {
     mForce = mTorque = {};
     mBody->forceActivationState(ACTIVE_TAG);
   }
+  if (reset) mWaits = mType == kDynamic && (s.wakesOnContact || s.wakesOnForce);
   if ((reset && (s.wakesOnContact || s.wakesOnForce)) || mMass.IsFrozen()) {
     mBody->setDeactivationTime(kCalm);
     mBody->forceActivationState(ISLAND_SLEEPING);
@@ -153,8 +156,22 @@ void RigidBody::SetPose(const BodyPose& pose, double dt) {
   mBody->setAngularVelocity(TurnToBullet(RotationVector(before.turn, pose.turn) / dt));
 }
 
+void RigidBody::Travel() {
+  if (!mBody || mType == kDynamic) return;
+  mType = kKinematic;
+  mBody->setCollisionFlags((mBody->getCollisionFlags() & ~btCollisionObject::CF_STATIC_OBJECT) |
+                           btCollisionObject::CF_KINEMATIC_OBJECT);
+  mBody->setDeactivationTime(0);
+  mBody->forceActivationState(ACTIVE_TAG);
+}
+
+void RigidBody::Disturb() {
+  if (IsDynamic() && IsAsleep() && !mWaits) Wake();
+}
+
 void RigidBody::Halt() {
   if (!mBody || mType == kDynamic) return;
+  mBody->forceActivationState(ISLAND_SLEEPING);
   mBody->setLinearVelocity({0, 0, 0});
   mBody->setAngularVelocity({0, 0, 0});
 }
@@ -222,6 +239,11 @@ bool RigidBody::AwaitsTouch() const {
   return IsDynamic() && mSettings.wakesOnContact && !mMass.IsFrozen() && !mHasLeft && IsAsleep();
 }
 
+bool RigidBody::IsTouched() const {
+  return std::any_of(mContacts.begin(), mContacts.end(),
+                     [](const BodyContact& contact) { return contact.distance <= 0; });
+}
+
 void RigidBody::NoteHit() {
   if (AwaitsTouch()) Wake();
 }
@@ -261,21 +283,15 @@ void RigidBody::BeginStep(double dt, const Vec3d& gravity) {
   mBody->applyTorque(TurnToBullet(mTorque));
 }
 
-void RigidBody::EndStep(double dt, i32 internalSteps) {
+void RigidBody::EndStep(double dt) {
   mContactLinear = mContactAngular = {};
   if (!IsDynamic()) return;
+  mMotion->setWorldTransform(mBody->getCenterOfMassTransform());
   if (IsAsleep()) return void(mForce = mTorque = {});
+  mWaits = false;
   const Vec3d free = mFall + mForce * InverseMass();
   const Vec3d spin = InverseInertia().Rotate(mTorque);
   mContactLinear = LinearVelocity() - mLinearBefore - free * dt;
-  // The library moves bodies at the velocity that they have at the end of each of its steps, which
-  // brings one that falls freely ahead.
-  if (!mIsAhead && mContacts.empty() && Length(mContactLinear) <= kFree * Length(free) * dt) {
-    btTransform place = mBody->getCenterOfMassTransform();
-    place.setOrigin(place.getOrigin() - ToBullet(free * (0.5 * dt * dt / internalSteps)));
-    mBody->setCenterOfMassTransform(place);
-    mMotion->setWorldTransform(place);
-  }
   mContactAngular = AngularVelocity() - mAngularBefore - spin * dt;
   mForce = mTorque = {};
 }
@@ -303,6 +319,7 @@ BodyMotion RigidBody::Motion() const {
   const btTransform& place = mBody->getCenterOfMassTransform();
   motion.centre = FromBullet(place.getOrigin());
   motion.axes = AxesFromBullet(place.getBasis());
+  motion.waits = mWaits;
   motion.calm = mBody->getDeactivationTime();
   motion.activation = mBody->getActivationState();
   return motion;

@@ -33,8 +33,13 @@ class RigidBody : public BodyState {
   void Update(const ObstacleSettings& settings, bool isKeyed);
   /// Puts a body that isn't dynamic where keys have it.
   void SetPose(const BodyPose& pose, double dt);
+  /// Keys move it in this step: it wakes what touches it, and what rests on it stays awake.
+  void Travel();
   /// Keys leave it where it is in this step.
   void Halt();
+  /// What it rested on has gone or moves, or gravity is another: wakes it, unless it waits for a
+  /// touch or a force of its own.
+  void Disturb();
   /// Where a dynamic body starts, and how fast.
   void SetStart(const BodyPose& pose, const Vec3d& linear, const Vec3d& angular);
 
@@ -68,10 +73,12 @@ class RigidBody : public BodyState {
 
   /// Before and after a step of the world of `dt` seconds.
   virtual void BeginStep(double dt, const Vec3d& gravity);
-  virtual void EndStep(double dt, i32 internalSteps);
+  virtual void EndStep(double dt);
   /// Stops it where it is, for good: it has left the world.
   void Freeze();
   bool HasLeft() const { return mHasLeft; }
+  /// Its mass was taken away.
+  bool IsFrozen() const { return mMass.IsFrozen(); }
 
   virtual BodyMotion Motion() const;
   const std::string& Name() const { return mName; }
@@ -99,6 +106,7 @@ class RigidBody : public BodyState {
   Vec3d mLinearBefore{};                      ///< the velocity before it
 
  private:
+  bool IsTouched() const;
   void SetUp(bool reset, bool isKeyed);
   void Remove();
 
@@ -112,6 +120,7 @@ class RigidBody : public BodyState {
   Type mType = kStatic;
   bool mIsKeyed = false;
   bool mHasLeft = false;
+  bool mWaits = false;  ///< asleep from the start, until what its settings tell wakes it
   double mMargin = -1;  ///< simulation units
   Vec3d mAngularBefore{};
   std::vector<BodyContact> mContacts;

@@ -125,8 +125,8 @@ void RigidBody_Variational::BeginStep(double dt, const Vec3d& gravity) {
   RigidBody::BeginStep(dt, gravity);
 }
 
-void RigidBody_Variational::EndStep(double dt, i32 internalSteps) {
-  RigidBody::EndStep(dt, internalSteps);
+void RigidBody_Variational::EndStep(double dt) {
+  RigidBody::EndStep(dt);
   if (std::exchange(mIsNew, IsAsleep()) && !IsAsleep() && IsDynamic() && Contacts().empty())
     mFirstFall = LinearVelocity() - mLinearBefore;
   // What nothing but a fluid holds may be left by it.

@@ -25,7 +25,7 @@ class RigidBody_Variational : public RigidBody {
               bool isKeyed, const BodyMotion* restored) override;
   BodyMotion Motion() const override;
   void BeginStep(double dt, const Vec3d& gravity) override;
-  void EndStep(double dt, i32 internalSteps) override;
+  void EndStep(double dt) override;
   /// Gravity and forces that wait for the next step will act for `dt` seconds: before a projection.
   void Foresee(double dt, const Vec3d& gravity);
 

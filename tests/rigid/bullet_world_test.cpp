@@ -5,69 +5,16 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 
-#include "fluids/mesh/multi_mesh.h"
 #include "host/mesh_files.h"
 #include "io/body_animation.h"
 #include "io/measure.h"
-#include "rigid/rigid_body.h"
-#include "run/simulation.h"
-#include "scene/scene_file.h"
+#include "rigid/body_scene.h"
 
 namespace MELDO_GLOBAL::app {
 namespace {
 
 using MELDO_SULVA::Mesh;
-
-/// A scene of bodies, frame by frame.
-struct BodyScene {
-  std::optional<LoadedScene> loaded;
-  std::unique_ptr<Simulation> simulation;
-  FrameRecord record;
-  i32 frame = -1;
-
-  /// `nodes` stand before the group "all" of `names`.
-  BodyScene(const std::string& objects, const std::string& names, const std::string& nodes = "") {
-    const std::filesystem::path path =
-        std::filesystem::temp_directory_path() / ("sulva_bodies" + std::to_string(::getpid()));
-    std::ofstream(path) << R"({"sulva": 1, "fps": 25, "range": [0, 99], "objects": [)" << objects
-                        << R"(], "nodes": [{"type": "server", "name": "scene", "children": [)"
-                        << nodes
-                        << R"({"type": "mesh_multi", "name": "all", "parameters": {"objects": [)"
-                        << names << "]}}]}]}";
-    Diagnostics diagnostics;
-    loaded = LoadScene(path, diagnostics);
-    std::filesystem::remove(path);
-    if (!loaded) throw std::runtime_error(diagnostics.Lines().front());
-    simulation = std::make_unique<Simulation>(*loaded->document, loaded->servers, u64{1} << 30);
-  }
-  void RunTo(i32 last) {
-    while (frame < last) {
-      ++frame;
-      simulation->Evaluate(frame, record);
-    }
-  }
-  const Mesh* MeshOf(const std::string& name) const {
-    std::vector<Mesh*> meshes;
-    for (const auto& [id, object] : simulation->Scenes().front()->List(MELDO_SULVA::kListGeometry))
-      MELDO_SULVA::CollectMeshes(object.get(), meshes);
-    for (const Mesh* mesh : meshes)
-      if (mesh->ObjectName() == name) return mesh;
-    return nullptr;
-  }
-  bool IsAwake(const std::string& name) const {
-    const auto* body = dynamic_cast<const MELDO_SULVA::RigidBody*>(MeshOf(name)->GetBody());
-    return body && !body->IsAsleep();
-  }
-  double HeightOf(const std::string& name) const {
-    const Mesh* mesh = MeshOf(name);
-    return mesh && mesh->HasBody() ? mesh->GetBody()->Pose().centre.y : -1;
-  }
-};
-
-constexpr const char* kFloor =
-    R"({"name": "floor", "type": "box", "size": [400, 20, 400], "position": [0, -10, 0], "obstacle": {}})";
 
 TEST(BulletWorld, AMeshThatLosesItsTagHasNoBodyAnyMore) {
   BodyScene scene(std::string(kFloor) +
