@@ -1,4 +1,5 @@
 // The parameters of the obstacle tag: how the tagged object acts as a body.
+#include "fluids/mesh/obstacle_rows.h"
 #include "fluids/mesh/obstacle_settings.h"
 
 #include "fluids/emission/alignment_vector.h"
@@ -24,7 +25,7 @@ const ParameterTable& Rows() {
               "how hard the body is to push, with mass_mode given; 0 keeps it where it is")
           .AtLeast(0)
           .To(&ObstacleSettings::mass),
-      RealRow(2003, "density", 100.0, "kg/m^3",
+      RealRow(obstacle_row::kDensity, "density", 100.0, "kg/m^3",
               "weight of its material, with mass_mode from_density: a light one is blown away")
           .AtLeast(0)
           .To(&ObstacleSettings::density),
@@ -88,10 +89,11 @@ const ParameterTable& Rows() {
                 "0 keeps it from turning about an axis, 1 lets it turn")
           .Missing(Vec3d{})
           .To(&ObstacleSettings::angularFactor),
-      LinkRow(2023, "start_direction", "node that says which way it flies off",
-              {AlignmentVector3D::Kind().id})
+      LinkRow(obstacle_row::kStartDirection, "start_direction",
+              "node that says which way it flies off", {AlignmentVector3D::Kind().id})
           .To(&ObstacleSettings::startDirection),
-      RealRow(2024, "start_speed", 1.0, "m/s", "how fast it flies off, along start_direction")
+      RealRow(obstacle_row::kStartSpeed, "start_speed", 1.0, "m/s",
+              "how fast it flies off, along start_direction")
           .To(&ObstacleSettings::startSpeed),
       LinksRow(2025, "linear_damping_constraints", "where linear_damping counts, and how much")
           .AcceptsAny(kConstraints)

@@ -12,9 +12,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr double kCalmSteps = 2;    // slower than gravity makes it in so many steps: no bounce
-constexpr int kMostRounds = 200;    // over the contacts
-constexpr double kAccuracy = 1e-9;  // m/s
-constexpr double kFalling = 1e-2;      // of what forces change: less from elsewhere isn't a contact
+constexpr int kMostRounds = 50;     // over the contacts
+constexpr double kAccuracy = 1e-7;  // m/s
+constexpr double kFalling = 1e-2;   // of what forces change: less from elsewhere isn't a contact
 
 btVector3 VelocityAt(const btRigidBody& body, const btVector3& arm) {
   return body.getLinearVelocity() + body.getAngularVelocity().cross(arm);

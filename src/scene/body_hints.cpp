@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/mesh/obstacle_rows.h"
 #include "fluids/mesh/obstacle_settings.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/solvers/water_solver.h"
@@ -36,8 +37,30 @@ class BodyHints : public ShapeBoxes {
         if (IsA<WaterSolver>(*node) && MayWork(*node)) CheckFloor(body, *node);
   }
 
+  /// What the tag of any node or object says that does nothing.
+  void LookAtTags() {
+    mScene.document->ForEachNode([&](const BaseNode& node) {
+      if (const BaseNode* tag = node.Tag(kObstacleTag); tag && tag->Table()) LookAtTag(node, *tag);
+    });
+  }
+
  private:
   static constexpr double kUpright = 0.99;
+
+  void LookAtTag(const BaseNode& node, const BaseNode& tag) {
+    ObstacleSettings settings;
+    FillMembers(*tag.Table(), &tag, settings);
+    if (!settings.startDirection && settings.startSpeed != 0 &&
+        IsGiven(tag, obstacle_row::kStartSpeed))
+      Warn(node, fmt::format("it starts at rest: '{}' of its obstacle has no effect without '{}'",
+                             NameOf(tag, obstacle_row::kStartSpeed),
+                             NameOf(tag, obstacle_row::kStartDirection)));
+    if (settings.massMode == MassMode::FromDensity && settings.density == 0 &&
+        !tag.Tracks().contains(obstacle_row::kDensity))
+      Warn(node, fmt::format("it stays where it is: '{}' of its obstacle is 0, so it has no mass",
+                             NameOf(tag, obstacle_row::kDensity)));
+  }
+
   struct Body {
     const BaseNode* node;
     Box box;
@@ -97,6 +120,7 @@ class BodyHints : public ShapeBoxes {
 
 void AddBodyHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
   BodyHints hints(scene, places, diagnostics);
+  hints.LookAtTags();
   for (const BaseNode* server : scene.servers) hints.LookAt(*server);
 }
 
