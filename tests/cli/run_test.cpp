@@ -333,7 +333,7 @@ TEST_F(RunCommand, InterruptEndsInOrder) {
 }
 
 TEST_F(RunCommand, WaysOfBodiesAreExportedAtTheEnd) {
-  const std::string scene = "'" + SourcePath("scenes/dominoes.json") + "'";
+  const std::string scene = "'" + SourcePath("/scenes/dominoes.json") + "'";
   ASSERT_EQ(Sulva("run " + scene + " --quiet --frames :4 --out whole").code, 0);
   ASSERT_EQ(Sulva("bake " + scene + " --out whole --file baked.glb").code, 0);
   const std::string exported = ReadAll(mFolder / "whole/bodies.glb");

@@ -59,22 +59,21 @@ TEST(SceneAdvice, ParametersOfAnotherModeAreNoted) {
 
 TEST(SceneAdvice, WhatNothingReadsIsToldInOneNote) {
   EXPECT_THAT(
-      LoadedServer(R"("cache_particle_format": 1, "show_statistics": false, "seed": 3)",
-                   {"scene.cache_particle_format=2", "scene.display_scale=3"})
+      LoadedServer(R"("display_scale": 2, "show_statistics": false, "seed": 3)",
+                   {"scene.display_scale=3"})
           .Lines(),
       ElementsAre(testing::AllOf(
           HasSubstr("s.json:2:17: note: set, kept with the scene, but without effect: "),
-          testing::EndsWith(
-              "'cache_particle_format' of \"scene\", 'show_statistics' of \"scene\", "
-              "'display_scale' of \"scene\""))));
+          testing::EndsWith("'display_scale' of \"scene\", 'show_statistics' of \"scene\""))));
   EXPECT_THAT(LoadedServer(R"("stage": 12, "priority": 3)").Lines(),
               ElementsAre(HasSubstr("without effect: 'stage' of \"scene\", 'priority' of")));
   EXPECT_THAT(LoadedServer(R"("gravity": [0, -5, 0])").Lines(),
               ElementsAre(HasSubstr("note: server \"scene\": 'gravity' has no effect: it pulls "
                                     "particles that fly and rigid bodies, and nothing moves any")));
-  EXPECT_THAT(LoadedServer("", {"scene.show_statistics=false"}).Lines(),
-              ElementsAre("--set scene.show_statistics=false: note: set, kept with the scene, but without "
-                          "effect: 'show_statistics' of \"scene\""));
+  EXPECT_THAT(
+      LoadedServer("", {"scene.show_statistics=false"}).Lines(),
+      ElementsAre("--set scene.show_statistics=false: note: set, kept with the scene, but without "
+                  "effect: 'show_statistics' of \"scene\""));
 }
 
 TEST(SceneAdvice, KindsOfEntriesThatNobodyAsksForAreWithoutEffect) {

@@ -34,7 +34,7 @@ TEST(LiquidSolids, WhatFallsOnARimComesToRest) {
     for (const i32 transfer : {0, 1}) {
       LiquidRig rig({18, 20, 12});
       LiquidRig::Set(*rig.liquid, WaterSolver::kTransferRow, transfer);
-      Stone rim({9, 6.2, 5.3 + shift}, {40, 12, 2.4});
+      Stone rim({9, 5.2, 5.3 + shift}, {40, 14, 2.4});
       rig.obstacles = {&rim.solid};
       for (i32 i = 0; i < 60; ++i)
         rig.Drop(Vec3d{3 + 0.2 * i, 12.3 + 0.01 * i, 4.2 + shift + 0.037 * i} * kCellSize,
