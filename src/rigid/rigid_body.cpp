@@ -114,7 +114,7 @@ void RigidBody::SetUp(bool reset, bool isKeyed) {
   mBody->setFriction(s.friction);
   mBody->setRollingFriction(0);
   mBody->setSpinningFriction(0);
-  // The library takes the rolling friction of a contact as a length; see `BulletWorld`.
+  // The library takes the rolling friction of a contact as a length; see `BulletLibrary`.
   mBody->setRestitution(s.restitution);
   mBody->setLinearFactor({s.linearFactor.x, s.linearFactor.y, s.linearFactor.z});
   mBody->setAngularFactor(btVector3(s.angularFactor.x, s.angularFactor.y, s.angularFactor.z));

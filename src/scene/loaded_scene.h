@@ -18,7 +18,7 @@ namespace MELDO_GLOBAL::app {
 /// A sequence of files for another tool.
 struct ExportSpec {
   std::string format;  ///< "vdb", "png", "points", "mesh" or "bodies"
-  std::string file;    ///< below the output folder, with a run of # for the frame number
+  std::string file;    ///< below the output folder; # for the frame number, but for "bodies"
   std::vector<std::pair<std::string, host::NodeId>> grids;  ///< name in the file, node
   std::vector<host::NodeId> particles;  ///< groups: one of points, any number of a png
   std::vector<host::NodeId> meshes;     ///< mesh nodes or objects of polygons: one of mesh, any
