@@ -5,6 +5,7 @@
 
 #include "fluids/flow/cells_between.h"
 #include "fluids/flow/thin_rims.h"
+#include "fluids/flow/wall_feet.h"
 #include "fluids/volume/thin_walls.h"
 #include "fluids/volume/volume_base.h"
 #include "grids/sampling.h"
@@ -63,6 +64,17 @@ void ThinFaces::Build(const GridBoundary& boundary, i32 threads) {
   }
   rims.Decide(boundary, threads);
   Add(rims);
+  if (HasAny()) AddFeet(boundary, threads);
+}
+
+void ThinFaces::AddFeet(const GridBoundary& boundary, i32 threads) {
+  const auto isClosed = [this](i32 axis, const VecInt3D& c) {
+    return ClosesFace(axis, c.x, c.y, c.z);
+  };
+  for (const Face& face : WallFeet(boundary).Find(mFaces, isClosed, threads)) {
+    (*mBits)(face.at.x, face.at.y, face.at.z) |= 1 << face.axis;
+    mFaces.push_back(face);
+  }
 }
 
 /// What a rim leaves open leads past it: through cells whose centres lie on it.

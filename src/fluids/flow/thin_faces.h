@@ -63,6 +63,7 @@ class ThinFaces {
 
  private:
   void Add(const ThinRims& rims);
+  void AddFeet(const GridBoundary& boundary, i32 threads);
   Vec3d StopBetween(const Vec3d& from, const Vec3d& to, Cells cells) const;
 
   std::unique_ptr<Grid<u8>> mBits;  ///< by cell

@@ -158,6 +158,8 @@ std::optional<SharpSurface> VolumeBase::GetSharpSurface() const { return {}; }
 
 std::optional<SharpSurface> VolumeBase::GetOutline() const { return {}; }
 
+std::optional<SharpSurface> VolumeBase::GetWallSurface() const { return {}; }
+
 bool VolumeBase::TakeCachedPlace(const GridLayout& layout, i32 kind) {
   if (kind != kNode) return false;
   mSecondBox = layout;

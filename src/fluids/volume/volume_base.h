@@ -120,6 +120,8 @@ class VolumeBase : public iVolume, public CachedGrids {
   virtual std::optional<SharpSurface> GetSharpSurface() const;
   /// The same of what its triangles enclose, whether an obstacle or not.
   virtual std::optional<SharpSurface> GetOutline() const;
+  /// The same of an obstacle whose triangles may enclose nothing: that of its thin walls.
+  virtual std::optional<SharpSurface> GetWallSurface() const;
   /// An obstacle whose triangles enclose nothing: its distances have no sign.
   virtual bool IsSheet() const { return false; }
   /// Another number for other distances.

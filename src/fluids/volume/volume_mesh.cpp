@@ -262,6 +262,10 @@ std::optional<SharpSurface> VolumeMesh::GetOutline() const {
   return mShellThickness >= 1 && !mIsSheet ? GetSurface() : std::nullopt;
 }
 
+std::optional<SharpSurface> VolumeMesh::GetWallSurface() const {
+  return IsSolid() ? GetSurface() : std::nullopt;
+}
+
 void VolumeMesh::FindThinWalls(i32 threads) {
   mThinWalls.Clear();
   mInwards = SharpSurface::TurnsInwards(mMesh->mMesh) != mInverted;

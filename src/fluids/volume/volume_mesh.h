@@ -40,6 +40,7 @@ class VolumeMesh : public VolumeBase {
   const ThinWalls* GetThinWalls() const override;
   std::optional<SharpSurface> GetSharpSurface() const override;
   std::optional<SharpSurface> GetOutline() const override;
+  std::optional<SharpSurface> GetWallSurface() const override;
   bool IsSheet() const override { return mIsSheet; }
   void Persist(StateArchive& archive) override;
   /// Unit normal of the triangle that is nearest to node `index` of the grid; zero for a degenerate

@@ -3,6 +3,7 @@
 
 #include <limits>
 
+#include "fluids/volume/solid_hair.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -205,6 +206,9 @@ void VolumeVoxeliser::CountCrossings(const TriMeshSTL& mesh, i32 triangle, i32 z
 
 void VolumeVoxeliser::SignPass(bool isSigned, i32 threads) {
   const i32 nx = mTarget->mNx, ny = mTarget->mNy;
+  // Nothing lies in a sheet: what it closes are the faces that it crosses, and a slot whose edges
+  // lie in nodes is open between them.
+  const double nearest = 2 * kSolidHair * mTarget->mLayout.cellSize;
   mMaximumDistance = ReduceBlocks(
       mTarget->mNz, threads, -1e7,
       [&](i32 k) {
@@ -214,6 +218,8 @@ void VolumeVoxeliser::SignPass(bool isSigned, i32 threads) {
           double* value = mTarget->mData + row;
           for (i32 i = 0; i < nx; ++i)
             if (value[i] != kHuge) value[i] = std::sqrt(value[i]);
+          if (mIsSheet)
+            for (i32 i = 0; i < nx; ++i) value[i] = std::max(value[i], nearest);
           if (!isSigned || mIsSheet) continue;
           const u8* crossings = mCrossings->mData + row;
           u8 count = 0;

@@ -53,7 +53,7 @@ bool LeadsThrough(std::vector<TriMeshSTL> meshes, i32 axis = 0, GapSolids* into 
 TEST(ThinFaces, SlotsOfACellAreOpenAndFlushPlatesTight) {
   i32 axis = 0;
   for (const double thickness : {0.0, 0.05, 0.5, 1.5})
-    for (const double x : {8.1, 8.25, 8.5})
+    for (const double x : {8.0, 8.1, 8.25, 8.5})
       for (const double edge : {7.0, 7.5}) {
         axis = (axis + 1) % 3;
         const TriMeshSTL below = Plate(x, thickness, -20, edge);
@@ -78,7 +78,7 @@ TEST(ThinFaces, SlotsOfACellAreOpenAndFlushPlatesTight) {
 TEST(ThinFaces, RimsThatMeetSolidsAreTight) {
   for (const double thickness : {0.0, 0.05, 0.5, 1.5})
     for (const double x : {8.0, 8.5, 8.8})
-      for (const double edge : {7.0, 7.5}) {
+      for (const double edge : {7.0, 7.2, 7.5, 7.7, 7.93}) {
         const TriMeshSTL floor = GapBlock({8, edge - 10, 8}, {60, 20, 60});
         EXPECT_FALSE(LeadsThrough({Plate(x, thickness, edge, 40), floor})) << thickness << edge;
         // The floor begins at the plate: the face that it ends in is partly the one's and partly
@@ -92,6 +92,16 @@ TEST(ThinFaces, RimsThatMeetSolidsAreTight) {
 }
 
 /// Two halves of a sheet, one before the other, and what joins them lies in centres.
+TEST(ThinFaces, GapsUnderWallsStayOpen) {
+  for (const double thickness : {0.0, 0.05, 0.5})
+    for (const double edge : {6.7, 7.0, 7.4}) {
+      const TriMeshSTL floor = GapBlock({8, edge - 10, 8}, {60, 20, 60});
+      for (const double gap : {0.55, 0.8, 1.0})
+        EXPECT_TRUE(LeadsThrough({Plate(8.3, thickness, edge + gap, 40), floor}))
+            << thickness << " " << edge << " " << gap;
+    }
+}
+
 TEST(ThinFaces, FoldsThroughCentresAreTight) {
   const auto folded = [](bool isJoined) {
     TriMeshSTL mesh;
