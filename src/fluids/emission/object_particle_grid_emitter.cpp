@@ -1,13 +1,16 @@
 #include "fluids/emission/object_particle_grid_emitter.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "fluids/fields/channel_kinds.h"
 #include "fluids/flow/grid_boundary.h"
+#include "fluids/flow/inflows.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
+#include "framework/state_archive.h"
 #include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -67,19 +70,21 @@ const ParameterTable& ObjectParticleGridEmitter::Parameters() {
                "the distance from the surface, negative inside, that parts the two subdivisions")
            .Missing(0.0)
            .To(&ObjectParticleGridEmitter::mBandCells),
-       LongRow(1016, "outer_subdivision", 1, "",
+       LongRow(kOuterRow, "outer_subdivision", 1, "",
                "how often a cell near the surface is halved: 0 is a particle a cell, 1 is 8, 2 is "
                "64")
            .Range(0, 8)
            .To(&ObjectParticleGridEmitter::mOuterSubdivision),
-       LongRow(1017, "inner_subdivision", 1, "", "how often a cell below the band limit is halved")
+       LongRow(kInnerRow, "inner_subdivision", 1, "",
+               "how often a cell below the band limit is halved")
            .Range(0, 8)
            .To(&ObjectParticleGridEmitter::mInnerSubdivision),
        LinkRow(1018, "colour_image", "an image that gives the property color where it is hung up",
                {kImageObject})
            .To(&ObjectParticleGridEmitter::mColourImage),
        RealRow(1019, "minimum_spacing", 1.0, "none",
-               "how near to another one a new particle may be, in steps of its lattice")
+               "how wide a cube about its place a new particle needs for itself, in steps of its "
+               "lattice; what comes through a volume with a velocity has its places anyway")
            .Missing(0.5)
            .AtLeast(0)
            .To(&ObjectParticleGridEmitter::mMinSpacing)});
@@ -162,19 +167,74 @@ double ObjectParticleGridEmitter::CountWanted() const {
   return count;
 }
 
+void ObjectParticleGridEmitter::Reset() {
+  ParticleEmitter::Reset();
+  mIsFlowing = false;
+}
+
+void ObjectParticleGridEmitter::Persist(StateArchive& archive) {
+  ParticleEmitter::Persist(archive);
+  archive(mIsFlowing, mLastTime, mShift);
+}
+
+void ObjectParticleGridEmitter::BeginInflow(bool wasFlowing) {
+  mIsFlowing = mKind == kLiquid && !mFed.empty() && mTemplate.velocity != Vec3d{};
+  mAdmits = mIsFlowing && wasFlowing;
+  if (!mAdmits) mShift = {};
+  mAdvance = mAdmits ? mTemplate.velocity * (mTime->elapsed - mLastTime) : Vec3d{};
+  mShift += mAdvance;
+  mLastTime = mTime->elapsed;
+}
+
+bool ObjectParticleGridEmitter::Feeds(const std::vector<ParticleGroup*>& groups) const {
+  return mIsFlowing && Has(FLAG_ENABLED) && mLastTime == mTime->elapsed && mVolume &&
+         std::find(groups.begin(), groups.end(), mGroup) != groups.end();
+}
+
+std::vector<i32> ObjectParticleGridEmitter::CellsIn(const GridLayout& layout) const {
+  const double half = 0.5 * layout.cellSize, touch = 0.05 * layout.cellSize;
+  const VecInt3D one{1, 1, 1};
+  std::vector<VolumeBase*> members;
+  mVolume->CollectMembers(members);
+  std::vector<i32> cells;
+  for (const VolumeBase* member : members) {
+    if (!member->HasGridData()) continue;
+    const Limits limits = LimitsIn(*member);
+    const CellBox box = Clip({TruncateNudged(layout.ToCells(member->mBoxMin)),
+                              TruncateNudged(layout.ToCells(member->mBoxMax)) + one},
+                             one, layout.dims - one);
+    ForEachCell(box, [&](i32 x, i32 y, i32 z) {
+      const Vec3d p =
+          layout.simOrigin + (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell;
+      if (!member->IsInBounds(p)) return;
+      const double phi = member->DistanceAtWorld(p);
+      const Vec3d n = member->GradientAtWorld(p);
+      // So far off its middle a plane passes a cube.
+      const double reach = half * (std::abs(n.x) + std::abs(n.y) + std::abs(n.z)) - touch;
+      if (phi - limits.high < reach && !(limits.hasLow && phi - limits.low < -reach))
+        cells.push_back((z * layout.dims.y + y) * layout.dims.x + x);
+    });
+  }
+  std::sort(cells.begin(), cells.end());
+  cells.erase(std::unique(cells.begin(), cells.end()), cells.end());
+  return cells;
+}
+
 void ObjectParticleGridEmitter::FindLiquids() {
   mLiquids.clear();
+  mFed.clear();
   std::vector<iFluidSolver*> solvers = mNamedSolvers;
   if (solvers.empty())
     for (const auto& [id, object] : mScene->List(kListSolvers))
       solvers.push_back(dynamic_cast<iFluidSolver*>(object.get()));
-  for (const iFluidSolver* solver : solvers) {
+  for (iFluidSolver* solver : solvers) {
     if (!solver || !solver->Has(FLAG_ENABLED)) continue;
     const std::vector<ParticleGroup*>* groups = solver->LiquidGroups();
     if (!groups || groups->empty()) continue;
     const bool isOurs =
         mKind == kLiquid && std::find(groups->begin(), groups->end(), mGroup) != groups->end();
     if (isOurs || !mNamedSolvers.empty()) mLiquids.push_back(&solver->GetFlow());
+    if (isOurs) mFed.push_back(&solver->GetFlow());
   }
 }
 
@@ -191,6 +251,9 @@ void ObjectParticleGridEmitter::FindSolids() {
 
 void ObjectParticleGridEmitter::Prepare() {
   mMembers.clear();
+  // Without a step a frame is looked at again, and nothing ends.
+  const bool wasFlowing = mIsFlowing;
+  if (mTime->stepDuration > 0) mIsFlowing = false;
   if (!PrepareEmission()) return;
   SetFlag(FLAG_ACTIVE, false);
   if (IsRepeated()) return void(Deactivate(kNotDueReason));
@@ -215,13 +278,20 @@ void ObjectParticleGridEmitter::Prepare() {
   mConstraints.Prepare(this);
   FindLiquids();
   FindSolids();
+  BeginInflow(wasFlowing);
   SetFlag(FLAG_ACTIVE, true);
 }
 
 void ObjectParticleGridEmitter::Finish() {
+  // Before the liquid has held it the water would begin with the velocity of the air there.
+  if (Has(FLAG_ACTIVE) && mIsFlowing && mAdvance == Vec3d{})
+    for (Flow* flow : mFed)
+      if (const GridLayout* layout = flow->GetLayout())
+        Inflows::Fill(*flow, CellsIn(*layout), mTemplate.velocity);
   ParticleEmitter::Finish();
   mMembers.clear();
   mLiquids.clear();
+  mFed.clear();
   mSolids.clear();
   mColour.reset();
 }

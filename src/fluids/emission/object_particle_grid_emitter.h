@@ -9,9 +9,14 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Fills a volume with particles, cell by cell on a finer lattice, and tops up cells from which
-/// particles have gone: a cell gets as many as are missing from its lattice, at places that are
-/// free. Distances of the limits are shares of the volume's greatest depth M, outwards positive:
-/// the volume reaches from -inner M to outer M.
+/// particles have gone: a cell gets as many as are missing from its lattice, at places in whose
+/// parts no particle stands. Distances of the limits are shares of the volume's greatest depth M,
+/// outwards positive: the volume reaches from -inner M to outer M.
+///
+/// What a liquid gets with a velocity comes through the volume as through a pipe: once that is
+/// filled the lattice goes with the water, and those of its places that come into the volume get
+/// their particles, so that the volume gives its cross section times the speed, in steps of any
+/// length. The liquid holds that velocity within it (`Inflows`).
 ///
 /// Liquids limit it: nothing is made outside of the cells of those that it names, or where it names
 /// none, of those that its particles belong to.
@@ -20,13 +25,22 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   ObjectParticleGridEmitter(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kVolumeRow = 1005, kSolversRow = 1006;
+  static constexpr i32 kVolumeRow = 1005, kSolversRow = 1006, kOuterRow = 1016, kInnerRow = 1017;
   bool ReadParameters() override;
+  void Reset() override;
+  void Persist(StateArchive& archive) override;
   void ExpandBounds(Vec3d& min, Vec3d& max) override;
   void ExpandBoundsWithin(const Vec3d& low, const Vec3d& high, Vec3d& min, Vec3d& max) override;
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
+
+  /// After its run in a step: water comes through its volume into a liquid of these groups.
+  bool Feeds(const std::vector<ParticleGroup*>& groups) const;
+  /// The velocity of that water, simulation units a second.
+  const Vec3d& InflowVelocity() const { return mTemplate.velocity; }
+  /// The cells of a lattice that its volume reaches into, by index.
+  std::vector<i32> CellsIn(const GridLayout& layout) const;
 
  private:
   /// The lattice in the cells of a zone.
@@ -54,8 +68,10 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   bool IsRepeated() const;
   Limits LimitsIn(const VolumeBase& volume) const;
   Lattice LatticeOf(i32 subdivision, double cell) const;
-  /// Collects the liquids that limit it.
+  /// Collects the liquids that limit it, and those that it feeds.
   void FindLiquids();
+  /// What it makes in a step: what is missing, or what has come in since the last one.
+  void BeginInflow(bool wasFlowing);
   /// Collects the obstacles, other than its own volume, that keep a liquid out.
   void FindSolids();
   bool IsInSolid(const Vec3d& p) const {
@@ -78,7 +94,15 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   i32 mOuterSubdivision = 1, mInnerSubdivision = 1;
   double mMinSpacing = 0.5;
 
+  // Of a liquid that comes through.
+  bool mIsFlowing = false;  ///< the volume has been filled and given water since
+  double mLastTime = 0;     ///< of the last step that made particles
+  Vec3d mShift{};           ///< the way of the lattice since the volume was filled
+
   // Of one step.
+  bool mAdmits = false;                ///< it makes what has come in, not what is missing
+  Vec3d mAdvance{};                    ///< the way of the water since the last step
+  std::vector<Flow*> mFed;             ///< the liquids that its particles belong to
   std::vector<FilledVolume> mMembers;  ///< of the volume, those with a grid
   std::vector<const Flow*> mLiquids;   ///< outside of which nothing is made, unless there are none
   std::vector<VolumeBase*> mSolids;    ///< in which no liquid is made

@@ -1,5 +1,6 @@
 // How `ObjectParticleGridEmitter` fills cells.
 #include <algorithm>
+#include <cmath>
 #include <span>
 #include <utility>
 
@@ -16,7 +17,6 @@ class ObjectParticleGridEmitter::Filler {
       : mEmitter(emitter),
         mVolume(emitter.mMembers[member]),
         mBefore(std::span(emitter.mMembers).first(member)),
-        mBehind(std::span(emitter.mMembers).subspan(member + 1)),
         mShare(share),
         mCell(mVolume.Grid().mLayout.cellSize),
         mLimits(emitter.LimitsIn(*mVolume.Volume())),
@@ -25,27 +25,69 @@ class ObjectParticleGridEmitter::Filler {
         mParticle(emitter.mTemplate),
         mColour(mParticle.FindVector(property_id::kColor)) {}
 
+  /// Fills places of a cell in which no particle stands, as long as some are missing.
   void FillCell(const VecInt3D& cell) {
-    const Vec3d half{mCell * 0.5, mCell * 0.5, mCell * 0.5};
-    mCorner = mVolume.Grid().PositionOf(cell.x, cell.y, cell.z);
-    mCentre = mCorner + half;
-    const double phi = mVolume.Volume()->DistanceAtWorld(mCentre);
+    const double phi = Enter(cell);
     if (static_cast<f32>(phi - (mCell + mLimits.high)) >= 0) return;
     const Lattice& lattice = phi >= mEmitter.mBand ? mOuter : mInner;
-    double budget = lattice.Count() - CountInside(half);
-    if (budget < 1 || !mEmitter.IsInReach(mCentre)) return;
-    if (!mEmitter.mPerSample && !mEmitter.IsAllowed(mCentre, mEmitter.mWeight, mShare)) return;
-    // Those that may be in the way of new ones are looked for where there is room for any.
-    mNear.clear();
-    ForEachNear(Length(half) + lattice.jitter * 1.75 + lattice.spacing,
-                [&](const Vec3d& p) { mNear.push_back(p); });
-    for (i32 z = 0; z < lattice.perAxis; ++z)
-      for (i32 y = 0; y < lattice.perAxis; ++y)
-        for (i32 x = 0; x < lattice.perAxis && budget > 0; ++x)
-          budget -= TryPlace(lattice, ToReal({x, y, z}));
+    if (CountInside() >= lattice.Count() || !IsCellAllowed()) return;
+    NoteTaken(lattice);
+    double missing = 0;
+    mFree.clear();
+    ForEachPlace(lattice, {}, [&](const Vec3d& middle, std::size_t place) {
+      Vec3d p = middle;
+      if (!Scatter(lattice, p)) return;
+      missing += 1.0 - mStanding[place];
+      if (!mIsTaken[place] && mEmitter.IsInReach(p)) mFree.push_back(p);
+    });
+    for (const Vec3d& p : mFree)
+      if (missing >= 1 && Make(lattice, p)) --missing;
+  }
+
+  /// Makes what has come into a cell of the volume since the last step, on a lattice that goes with
+  /// the water: places that weren't in the volume before.
+  void AdmitCell(const VecInt3D& cell) {
+    const double phi = Enter(cell);
+    const double reach = Length(mHalf) + std::max(mOuter.step, mInner.step);
+    if (phi - reach >= mLimits.high) return;
+    if (!mLimits.hasLow && phi + reach + Length(WayAt(mCentre)) < mLimits.high) return;
+    // Where the way out is blocked no more comes.
+    constexpr double kMostFull = 2;
+    const bool alike = mOuter.perAxis == mInner.perAxis;
+    double room = -1;
+    for (const Lattice* lattice : {&mOuter, &mInner}) {
+      if (alike && lattice == &mInner) continue;
+      ForEachPlace(*lattice, ShiftOf(*lattice), [&](const Vec3d& middle, std::size_t) {
+        if (!alike && (mVolume.DistanceAt(middle) >= mEmitter.mBand) != (lattice == &mOuter))
+          return;
+        const Vec3d place = OffSide(middle);
+        if (!IsMine(place) || Holds(mEmitter.mMembers, place - WayAt(middle))) return;
+        Vec3d p = middle;
+        if (!Scatter(*lattice, p) || !mEmitter.IsInReach(p)) return;
+        if (room < 0) {
+          if (!IsCellAllowed())
+            room = 0;
+          else
+            room = std::max(0.0, kMostFull * lattice->Count() - CountInside());
+        }
+        if (room >= 1 && Make(*lattice, p)) --room;
+      });
+    }
   }
 
  private:
+  /// Turns to a cell; returns the distance of its middle from the surface.
+  double Enter(const VecInt3D& cell) {
+    mCorner = mVolume.Grid().PositionOf(cell.x, cell.y, cell.z);
+    mHalf = Vec3d{mCell, mCell, mCell} * 0.5;
+    mCentre = mCorner + mHalf;
+    return mVolume.Volume()->DistanceAtWorld(mCentre);
+  }
+  bool IsCellAllowed() const {
+    return mEmitter.IsInReach(mCentre) &&
+           (mEmitter.mPerSample || mEmitter.IsAllowed(mCentre, mEmitter.mWeight, mShare));
+  }
+
   /// Calls f(position) with the particles closer to the middle of the cell than `reach`.
   template <class F>
   void ForEachNear(double reach, F&& f) const {
@@ -54,21 +96,67 @@ class ObjectParticleGridEmitter::Filler {
     const auto positions = std::as_const(*mEmitter.mGroup).Store(mEmitter.mKind).Positions();
     tree->ForEachWithin(mCentre, reach, [&](i32 row, double) { f(positions[row]); });
   }
-
-  /// How many particles of the volume are in the cell.
-  double CountInside(const Vec3d& half) const {
-    constexpr double kCorner = 1 + 1e-9;  // a corner belongs to one of its cells
+  /// A corner belongs to one of its cells.
+  bool IsInCell(const Vec3d& p) const {
+    const Vec3d off = p - mCentre;
+    return off.x >= -mHalf.x && off.x < mHalf.x && off.y >= -mHalf.y && off.y < mHalf.y &&
+           off.z >= -mHalf.z && off.z < mHalf.z;
+  }
+  double CountInside() const {
     double count = 0;
-    ForEachNear(Length(half) * kCorner, [&](const Vec3d& p) {
-      const Vec3d off = p - mCentre;
-      const bool isInCell = off.x >= -half.x && off.x < half.x && off.y >= -half.y &&
-                            off.y < half.y && off.z >= -half.z && off.z < half.z;
-      if (isInCell && !IsOfOthers(p)) ++count;
-    });
+    ForEachNear(Length(mHalf) * kCorner, [&](const Vec3d& p) { count += IsInCell(p); });
     return count;
   }
 
-  /// Whether one of other volumes of the group holds a place.
+  /// Notes for each place how many particles of the cell stand in its part, and whether any is in
+  /// the way of a new one: in the cube about its middle that new ones need.
+  void NoteTaken(const Lattice& lattice) {
+    const i32 n = lattice.perAxis;
+    mStanding.assign(static_cast<std::size_t>(lattice.Count()), 0);
+    mIsTaken.assign(mStanding.size(), 0);
+    const double half = 0.5 * lattice.spacing / lattice.step;
+    const Vec3d far = mHalf + Vec3d{0.5, 0.5, 0.5} * lattice.spacing;
+    ForEachNear(Length(far) * kCorner, [&](const Vec3d& p) {
+      const Vec3d at = (p - mCorner) / lattice.step;
+      const auto clamped = [&](double v) { return std::clamp(static_cast<i32>(v), 0, n - 1); };
+      if (IsInCell(p)) ++mStanding[IndexOf(lattice, clamped(at.x), clamped(at.y), clamped(at.z))];
+      VecInt3D first, last;
+      for (int a = 0; a < 3; ++a) {
+        first[a] = std::max(static_cast<i32>(std::floor(at[a] - 0.5 - half)) + 1, 0);
+        last[a] = std::min(static_cast<i32>(std::floor(at[a] - 0.5 + half)) + 1, n);
+      }
+      ForEachCell({first, last},
+                  [&](i32 x, i32 y, i32 z) { mIsTaken[IndexOf(lattice, x, y, z)] = 1; });
+    });
+  }
+  static std::size_t IndexOf(const Lattice& lattice, i32 x, i32 y, i32 z) {
+    const std::size_t n = lattice.perAxis;
+    return (z * n + y) * n + x;
+  }
+
+  /// Calls f(middle, index) for the places of a lattice in the cell, moved by `shift`.
+  template <class F>
+  void ForEachPlace(const Lattice& lattice, const Vec3d& shift, F&& f) const {
+    const i32 n = lattice.perAxis;
+    ForEachCell({{0, 0, 0}, {n, n, n}}, [&](i32 x, i32 y, i32 z) {
+      const Vec3d middle = (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * lattice.step;
+      f(mCorner + middle + shift, IndexOf(lattice, x, y, z));
+    });
+  }
+  /// How far a lattice that goes with the water stands off its cells: half a step at most.
+  Vec3d ShiftOf(const Lattice& lattice) const {
+    Vec3d shift = mEmitter.mShift;
+    for (int a = 0; a < 3; ++a) shift[a] -= std::round(shift[a] / lattice.step) * lattice.step;
+    return shift;
+  }
+  /// The way of the water at a place since the last step, as the volume sees it.
+  Vec3d WayAt(const Vec3d& p) const {
+    Vec3d own;
+    if (const Mesh* mesh = mVolume.Volume()->GetMesh()) mesh->GetVelocityAt(own, p);
+    return mEmitter.mAdvance - own;
+  }
+
+  /// Whether one of some volumes of the group holds a place.
   bool Holds(std::span<const FilledVolume> volumes, const Vec3d& p) const {
     return std::any_of(volumes.begin(), volumes.end(), [&](const FilledVolume& other) {
       return other.Volume()->IsInBounds(p) &&
@@ -76,48 +164,48 @@ class ObjectParticleGridEmitter::Filler {
     });
   }
   bool IsMine(const Vec3d& p) const { return mLimits.Hold(mVolume.DistanceAt(p)); }
-  /// Whether a particle stands where another volume fills the cell.
-  bool IsOfOthers(const Vec3d& p) const {
-    return Holds(mBefore, p) || (!mBehind.empty() && !IsMine(p) && Holds(mBehind, p));
+  /// Of a place on the side that two volumes share one has to be the owner.
+  Vec3d OffSide(const Vec3d& middle) const {
+    const double nudge = 4e-6 * mCell;
+    return middle + Vec3d{nudge, nudge, nudge};
   }
 
-  bool IsFree(const Lattice& lattice, const Vec3d& p) const {
-    const f32 least = static_cast<f32>(lattice.spacing * lattice.spacing);
-    return std::none_of(mNear.begin(), mNear.end(), [&](const Vec3d& other) {
-      return static_cast<f32>(Dot(p - other, p - other)) < least;
-    });
+  /// Puts a particle off the middle of its place by chance, where the volume has the place and it
+  /// isn't solid: whether it does the middle tells, whatever jitter makes of it. Chance in the last
+  /// layer would be a rough surface, which never rests. A sheet that passes between the places goes
+  /// by where jitter puts the particles. What jitter carries out goes as far the other way, or
+  /// stays in the middle.
+  bool Scatter(const Lattice& lattice, Vec3d& p) {
+    RandomStream& random = mEmitter.mHandler.Random(mShare);
+    const Vec3d middle = p;
+    Vec3d off{};
+    for (const i32 axis : {2, 1, 0}) off[axis] = (2 * random.NextUnit() - 1) * lattice.jitter;
+    if (Holds(mBefore, OffSide(middle)) || mEmitter.IsInSolid(middle)) return false;
+    const bool hasMiddle = IsMine(OffSide(middle));
+    const auto isGood = [&](const Vec3d& at) { return IsMine(at) && !mEmitter.IsInSolid(at); };
+    if (!hasMiddle && !(IsBetweenPlaces(lattice, middle) && isGood(middle + off))) return false;
+    if (hasMiddle && lattice.jitter == 0) return true;
+    for (const Vec3d& at : {middle + off, middle - off})
+      if (isGood(at)) {
+        p = at;
+        break;
+      }
+    return true;
   }
-
-  /// Whether a liquid has a particle for a place of the lattice, whatever jitter makes of it: if
-  /// the volume holds the place. Chance in the last layer would be a rough surface, which never
-  /// rests. A sheet that passes between the places goes by where jitter puts them.
-  bool IsPlaceMine(const Lattice& lattice, const Vec3d& middle, const Vec3d& jittered) const {
-    if (IsMine(middle)) return true;
-    if (!IsMine(jittered)) return false;
+  /// Neither a place of the lattice nor those beside it are the volume's.
+  bool IsBetweenPlaces(const Lattice& lattice, const Vec3d& middle) const {
     for (i32 axis = 0; axis < 3; ++axis)
       for (const double side : {-1.0, 1.0}) {
         Vec3d next = middle;
         next[axis] += side * lattice.step;
-        if (IsMine(next)) return false;
+        if (IsMine(OffSide(next))) return false;
       }
     return true;
   }
 
-  /// Makes a particle at a place of the lattice, if it may be there; returns by how much fewer are
-  /// missing: what lies outside isn't.
-  double TryPlace(const Lattice& lattice, const Vec3d& place) {
-    RandomStream& random = mEmitter.mHandler.Random(mShare);
-    const Vec3d middle = mCorner + (place + Vec3d{0.5, 0.5, 0.5}) * lattice.step;
-    Vec3d off{};
-    for (const i32 axis : {2, 1, 0}) off[axis] = (2 * random.NextUnit() - 1) * lattice.jitter;
-    Vec3d p = middle + off;
-    if (mEmitter.mKind == kLiquid && lattice.jitter > 0) {
-      if (!IsPlaceMine(lattice, middle, p)) return 1;
-      if (!IsMine(p)) p = IsMine(middle - off) ? middle - off : middle;
-    }
-    if (!IsMine(p) || Holds(mBefore, p) || mEmitter.IsInSolid(p)) return 1;
-    if (!IsFree(lattice, p) || !mEmitter.IsInReach(p)) return 0;
-    if (mEmitter.mPerSample && !mEmitter.IsAllowed(p, mEmitter.mWeight, mShare)) return 0;
+  /// Makes a particle, if the constraints let it.
+  bool Make(const Lattice& lattice, const Vec3d& p) {
+    if (mEmitter.mPerSample && !mEmitter.IsAllowed(p, mEmitter.mWeight, mShare)) return false;
     if (mColour && mEmitter.mColour)
       *mColour = mEmitter.mColour->AtPlace(mCentre * mEmitter.GetDomain().simToWorld);
     mParticle.position = p;
@@ -125,21 +213,26 @@ class ObjectParticleGridEmitter::Filler {
     // With a wider spacing not every place is taken.
     if (lattice.spacing <= lattice.step)
       mEmitter.mHandler.Births().FillSpace(mShare, lattice.step * lattice.step * lattice.step);
-    return 1;
+    return true;
   }
+
+  static constexpr double kCorner = 1 + 1e-9;  // beyond the corners of a cell, by rounding
 
   ObjectParticleGridEmitter& mEmitter;
   const FilledVolume& mVolume;
-  /// Volumes of the group: the places of those before are theirs, and its own no later one's.
-  std::span<const FilledVolume> mBefore, mBehind;
+  /// Volumes of the group that come first: the places of those are theirs.
+  std::span<const FilledVolume> mBefore;
   i32 mShare;
   double mCell;
   Limits mLimits;
   Lattice mOuter, mInner;
   ParticleTemplate mParticle;
   Vec3d* mColour;
-  Vec3d mCorner{}, mCentre{};
-  std::vector<Vec3d> mNear;
+  Vec3d mCorner{}, mCentre{}, mHalf{};
+  // Of a cell, by place:
+  std::vector<u16> mStanding;
+  std::vector<u8> mIsTaken;
+  std::vector<Vec3d> mFree;
 };
 
 void ObjectParticleGridEmitter::Evaluate(const EvaluationThreadData& data) {
@@ -150,7 +243,11 @@ void ObjectParticleGridEmitter::Evaluate(const EvaluationThreadData& data) {
     const IndexRange layers = data.ItemsOf(1, n.z - 2);
     for (i32 z = layers.first; z < layers.last && !data.TestBreak(); ++z)
       for (i32 y = 1; y < n.y - 2; ++y)
-        for (i32 x = 1; x < n.x - 2; ++x) filler.FillCell({x, y, z});
+        for (i32 x = 1; x < n.x - 2; ++x)
+          if (mAdmits)
+            filler.AdmitCell({x, y, z});
+          else
+            filler.FillCell({x, y, z});
   }
 }
 

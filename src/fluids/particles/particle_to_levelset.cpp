@@ -2,6 +2,7 @@
 
 #include "fluids/levelset/eikonal_sweeper.h"
 #include "fluids/levelset/fast_sweeper.h"
+#include "fluids/particles/wide_cells.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -132,6 +133,12 @@ bool ParticleToLevelset::Run(const ParticleSort& sort, const Solids& solids, EGr
     mEven = surface.TakeEven();
     if (!(mRest > 0) || mRest >= SmoothSurface::kFewest)
       return !mTrueDistances || surface.SpreadDistances(thread);
+    if (!mTrueDistances) {
+      WideCells wide(sort, solids.open, phi);
+      if (!wide.Run(mRest, mCrowd)) return false;
+      mSurplus = wide.Surplus();
+      return true;
+    }
   }
   if (mMode == SurfaceMode::Density)
     FillByDensity(sort, phi);

@@ -33,7 +33,7 @@ class SmoothSurface {
   /// only `Rest` is found. False without memory. Runs on all workers, with one result for any
   /// number.
   bool Run(double rest, const Crowd& crowd);
-  /// With fewer particles in a cell than this chance alone tears it.
+  /// With fewer particles in a cell than this chance alone tears it: `WideCells` find it then.
   static constexpr double kFewest = 4;
   /// Particles that filled a cell in the last run, and cells that told it, if any did.
   const CellFilling::Rest& Rest() const { return mRest; }

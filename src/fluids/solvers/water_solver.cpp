@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "fluids/advection/liquid_contact.h"
+#include "fluids/emission/object_particle_grid_emitter.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
@@ -190,15 +191,29 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
 
 FluidSolver::Room WaterSolver::Ways() const {
   Vec3d low{}, high{};
+  constexpr i64 kRows = 4096;
   for (const ParticleGroup* group : groups) {
     const ParticleStore& store = group->Store(kLiquid);
     const std::span<const Vec3d> velocities = store.Velocities();
     const std::span<const u16> flags = store.Flags();
-    for (i32 i = 0; i < store.Count(); ++i) {
-      if (!(flags[i] & PF_ALIVE)) continue;
-      low = Min(low, velocities[i]);
-      high = Max(high, velocities[i]);
-    }
+    const i32 rows = store.Count();
+    const Room fastest = ReduceBlocks(
+        static_cast<i32>((rows + kRows - 1) / kRows), mScene->mThreadCount, Room{},
+        [&](i32 block) {
+          Room found;
+          const i64 first = block * kRows, last = std::min<i64>(first + kRows, rows);
+          for (i64 i = first; i < last; ++i) {
+            if (!(flags[i] & PF_ALIVE)) continue;
+            found.low = Min(found.low, velocities[i]);
+            found.high = Max(found.high, velocities[i]);
+          }
+          return found;
+        },
+        [](const Room& a, const Room& b) {
+          return Room{Min(a.low, b.low), Max(a.high, b.high)};
+        });
+    low = Min(low, fastest.low);
+    high = Max(high, fastest.high);
   }
   const double cells = kHaste * mScene->mTime.stepDuration / GetDomain().cellSize;
   // 0 where a velocity isn't a number.
@@ -236,12 +251,30 @@ i32 WaterSolver::Rounds() const {
          (isSmooth ? kBeyond : 0);
 }
 
+void WaterSolver::FindInflows() {
+  mInflows.Clear();
+  std::vector<const ObjectParticleGridEmitter*> sources;
+  for (const auto& [id, object] : mScene->List(kListEmitters)) {
+    const auto* emitter = dynamic_cast<const ObjectParticleGridEmitter*>(object.get());
+    if (emitter && emitter->Feeds(groups)) sources.push_back(emitter);
+  }
+  // Names, not the order of the file, decide between two that hold a cell.
+  std::sort(sources.begin(), sources.end(),
+            [](const iBase* a, const iBase* b) { return a->Node()->Path() < b->Node()->Path(); });
+  for (const ObjectParticleGridEmitter* source : sources)
+    mInflows.Add(source->CellsIn(*mFlow.GetLayout()), source->InflowVelocity());
+}
+
 bool WaterSolver::SolvePressure() {
   mConstrain.Run(mFlow);
   mFlow.SetWallVelocities(1.0);
+  FindInflows();
+  mInflows.Close(mFlow);
   mFreeSurface.Project();
+  mInflows.Open(mFlow);
   const bool byChange = mFlip.mIsAffine || flipRatio > 0;
   mExtrapolation.ExtendVelocity(mFlow, Rounds(), mIsOnGrid && byChange);
+  mInflows.Hold(mFlow);
   mLoose.Take(mFlow);
   mConstrain.Run(mFlow);
   mFlow.SetWallVelocities(1.0);

@@ -1,6 +1,7 @@
 // The liquid solver.
 #pragma once
 #include "fluids/flow/hybrid_flip.h"
+#include "fluids/flow/inflows.h"
 #include "fluids/flow/loose_faces.h"
 #include "fluids/particles/particle_to_levelset.h"
 #include "fluids/pressure/grid_incompressibility_free_surface.h"
@@ -70,6 +71,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   void ForgetRest();
   /// How far the particles move in a step, each way along each axis, in cells.
   Room Ways() const;
+  /// Asks the emitters where water comes in.
+  void FindInflows();
   /// Of the extrapolation: particles meet a velocity wherever they go.
   i32 Rounds() const;
   /// Whether any of its particles come from a cache in this frame.
@@ -84,6 +87,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   bool mIsRestFound = false;  ///< for good
   Grid_Incompressibility_FreeSurface mFreeSurface;
   LooseFaces mLoose;
+  Inflows mInflows;
   std::unique_ptr<EGrid<double>> mSurface;  ///< cells, simulation units
   bool mIsOnGrid = false;                   ///< the flow has the particles' velocity of this step
 };

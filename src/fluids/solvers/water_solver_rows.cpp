@@ -19,8 +19,8 @@ const std::map<i32, std::string_view>& LiquidHelp() {
        "what moves the liquid, by name; none without names, so that it doesn't fall until a "
        "gravity is named, and with null every grid force"},
       {1009,
-       "air round the liquid that the cells cover too: more of it lets it go farther in a "
-       "step"},
+       "air round the liquid that the cells cover too; ahead of fast water they reach as far as it "
+       "goes in two steps"},
       {1010, "the space that the liquid may ever fill; it ends at the walls of this box"},
       {1011, "closed holds the liquid at the box's low x side, open lets it out there"},
       {1012, "closed holds the liquid at the box's high x side, open lets it out there"},
@@ -138,7 +138,8 @@ const ParameterTable& WaterSolver::Parameters() {
         LongRow(
             kSurfaceModeRow, "surface_mode", 2, "",
             "what is liquid: cells with particles, cells where they are dense, or the space "
-            "that they fill, known to a part of a cell; with fewer than 4 particles in one, count")
+            "that they fill, known to a part of a cell, or with fewer than 4 particles in one, of "
+            "one twice as wide")
             .Choices({{0, "count"}, {1, "density"}, {2, "smooth"}})
             .To(&LiquidSettings::surfaceMode),
         RealRow(1212, "density_threshold", 0.2, "none",

@@ -1,0 +1,95 @@
+#include "fluids/flow/inflows.h"
+
+#include <algorithm>
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+VecInt3D PlaceIn(const VecInt3D& cells, i32 index) {
+  return {index % cells.x, index / cells.x % cells.y, index / (cells.x * cells.y)};
+}
+bool IsInner(const VecInt3D& at, const VecInt3D& cells) {
+  for (int a = 0; a < 3; ++a)
+    if (at[a] < 1 || at[a] > cells[a] - 2) return false;
+  return true;
+}
+
+}  // namespace
+
+void Inflows::Clear() {
+  mSources.clear();
+  mFaces.clear();
+}
+
+void Inflows::Add(std::vector<i32> cells, const Vec3d& velocity) {
+  if (!cells.empty()) mSources.push_back({std::move(cells), velocity});
+}
+
+void Inflows::Fill(Flow& flow, const std::vector<i32>& cells, const Vec3d& velocity) {
+  const GridLayout* layout = flow.GetLayout();
+  if (!layout || !flow.HasVelocity()) return;
+  for (const i32 cell : cells) {
+    const VecInt3D at = PlaceIn(layout->dims, cell);
+    for (i32 axis = 0; axis < 3; ++axis) {
+      EGrid<double>& grid = *flow.mVelocity.GetGridForWrite(axis);
+      const EGrid<float>* open = flow.GetOpenFaces(axis);
+      for (const VecInt3D& face : {at, at + ExtraOf(axis)}) {
+        const i32 index = grid.Index(face.x, face.y, face.z);
+        if (!open || (*open)[index] > 0) grid[index] = velocity[axis];
+      }
+    }
+  }
+}
+
+void Inflows::CloseCell(Flow& flow, i32 cell, const Vec3d& velocity) {
+  const GridLayout& layout = *flow.GetLayout();
+  const VecInt3D at = PlaceIn(layout.dims, cell);
+  if (!IsInner(at, layout.dims)) return;
+  const EGrid<double>* phi = flow.mSurface;
+  EGrid<double>* source = flow.mDivergence.GetGridForWrite(0);
+  const EGrid<float>& openCell = *flow.mFractions.GetRead(0, 0);
+  for (i32 axis = 0; axis < 3; ++axis) {
+    EGrid<float>& open = *flow.mFractions.GetWrite(axis, 1);
+    for (const i32 side : {0, 1}) {
+      const VecInt3D face = at + ExtraOf(axis) * side;
+      const VecInt3D next = side ? face : at - ExtraOf(axis);
+      const i32 index = open.Index(face.x, face.y, face.z);
+      if (!(open[index] > 0)) continue;
+      const i32 beside = phi->Index(next.x, next.y, next.z);
+      const double out = side ? velocity[axis] : -velocity[axis];
+      const bool meetsLiquid = !mIsHeld[beside] && (*phi)[beside] < 0;
+      if (meetsLiquid && out > 0 && openCell[beside] > 0)
+        (*source)[beside] += open[index] * out / (layout.cellSize * openCell[beside]);
+      mFaces.push_back({axis, index, open[index], meetsLiquid && out < 0 ? 0 : velocity[axis]});
+      open[index] = 0;
+    }
+  }
+}
+
+void Inflows::Close(Flow& flow) {
+  mFaces.clear();
+  const GridLayout* layout = flow.GetLayout();
+  if (IsEmpty() || !layout || !flow.mSurface || !flow.mFractions.HasField(0, 0)) return;
+  const EGrid<double>* source = flow.mDivergence.GetGrid(0);
+  if (!source || source->Dims() != layout->dims || flow.mSurface->Dims() != layout->dims) return;
+  for (i32 axis = 0; axis < 3; ++axis)
+    if (!flow.GetOpenFaces(axis)) return;
+  mIsHeld.assign(layout->count, 0);
+  for (const Source& own : mSources)
+    for (const i32 cell : own.cells) mIsHeld[cell] = 1;
+  for (const Source& own : mSources)
+    for (const i32 cell : own.cells) CloseCell(flow, cell, own.velocity);
+}
+
+void Inflows::Open(Flow& flow) const {
+  for (const Face& face : mFaces) (*flow.mFractions.GetWrite(face.axis, 1))[face.index] = face.open;
+  Hold(flow);
+}
+
+void Inflows::Hold(Flow& flow) const {
+  for (const Face& face : mFaces)
+    (*flow.mVelocity.GetGridForWrite(face.axis))[face.index] = face.velocity;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

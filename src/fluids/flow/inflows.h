@@ -1,0 +1,51 @@
+// Cells through which water comes into a liquid at a given velocity.
+#pragma once
+#include <vector>
+
+#include "fluids/flow/flow.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// The cells of a liquid's flow in which sources hold a velocity, whatever pulls or presses there:
+/// a pipe and its pump. The liquid outside meets walls through which that velocity comes; what it
+/// would lose through them stays: the pump draws from elsewhere.
+///
+///     inflows.Close(flow);     // faces of those cells are walls, what comes in is a source
+///     projection.Project();
+///     inflows.Open(flow);      // faces are as before, at the velocity that is held
+class Inflows {
+ public:
+  bool IsEmpty() const { return mSources.empty(); }
+  void Clear();
+  /// A source: cells by their index in the flow's cells, and their velocity in simulation units a
+  /// second. Of cells that two sources hold the first one decides.
+  void Add(std::vector<i32> cells, const Vec3d& velocity);
+
+  /// Closes the open faces of the cells, and adds what comes through them into cells of the liquid
+  /// to the source of the step.
+  void Close(Flow& flow);
+  /// Opens those faces again and gives them their velocity.
+  void Open(Flow& flow) const;
+  /// Gives the faces that `Close` found their velocity.
+  void Hold(Flow& flow) const;
+  /// Gives all faces of cells a velocity.
+  static void Fill(Flow& flow, const std::vector<i32>& cells, const Vec3d& velocity);
+
+ private:
+  struct Source {
+    std::vector<i32> cells;
+    Vec3d velocity;
+  };
+  struct Face {
+    i32 axis, index;
+    float open;
+    double velocity;
+  };
+  void CloseCell(Flow& flow, i32 cell, const Vec3d& velocity);
+
+  std::vector<Source> mSources;
+  std::vector<u8> mIsHeld;  ///< by cell, while faces are closed
+  std::vector<Face> mFaces;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

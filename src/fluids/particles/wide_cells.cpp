@@ -1,0 +1,102 @@
+#include "fluids/particles/wide_cells.h"
+
+#include <algorithm>
+
+#include "grids/sampling.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+namespace {
+
+/// Whether all cells of the lowest layer along an axis are closed.
+bool IsBoundedLow(const EGrid<float>& open, i32 axis) {
+  CellBox layer{{}, open.Dims()};
+  layer.max[axis] = 1;
+  bool isClosed = true;
+  ForEachCell(layer, [&](i32 x, i32 y, i32 z) { isClosed = isClosed && !(open(x, y, z) > 0); });
+  return isClosed;
+}
+
+}  // namespace
+
+WideCells::WideCells(const ParticleSort& sort, const EGrid<float>* open, EGrid<double>& phi)
+    : mOpen(open && open->mData && open->Dims() == phi.Dims() ? open : nullptr), mPhi(phi) {
+  const GridLayout& fine = phi.mLayout;
+  VecInt3D dims;
+  for (i32 axis = 0; axis < 3; ++axis) {
+    mFirst[axis] = mOpen && IsBoundedLow(*mOpen, axis);
+    dims[axis] = std::max((fine.dims[axis] + mFirst[axis] + 1) / 2, 2);
+  }
+  const Vec3d wide = fine.worldCell * 2;
+  GridLayout layout;
+  layout.Set(dims, wide * ToReal(dims), 2 * fine.cellSize,
+             fine.worldOrigin - fine.worldCell * ToReal(mFirst));
+  mSort.Reset(layout);
+  mSort.Build(sort.Groups(), sort.Kind(), host::ThreadCount());
+}
+
+void WideCells::MeasureOpen() {
+  EGrid<float>& wide = *mWideOpen;
+  const VecInt3D last = mPhi.Dims() - VecInt3D{1, 1, 1};
+  ForEachBlock(wide.mNz, host::ThreadCount(), [&](i32 z) {
+    ForEachCell({{0, 0, z}, {wide.mNx, wide.mNy, z + 1}}, [&](i32 x, i32 y, i32 layer) {
+      const VecInt3D low = VecInt3D{2 * x, 2 * y, 2 * layer} - mFirst;
+      float sum = 0;
+      // Beyond the grid it goes on as at its sides.
+      ForEachCell({low, low + VecInt3D{2, 2, 2}}, [&](i32 i, i32 j, i32 k) {
+        sum +=
+            (*mOpen)(std::clamp(i, 0, last.x), std::clamp(j, 0, last.y), std::clamp(k, 0, last.z));
+      });
+      wide(x, y, layer) = sum / 8;
+    });
+  });
+}
+
+bool WideCells::Run(double rest, const SmoothSurface::Crowd& crowd) {
+  const GridLayout& layout = mSort.Layout();
+  if (mOpen) {
+    mWideOpen = std::make_unique<EGrid<float>>(layout, kCentre);
+    if (!mWideOpen->mData) return false;
+    MeasureOpen();
+  }
+  EGrid<double> phi(layout, kCentre), excess(layout, kCentre);
+  if (!phi.mData || !excess.mData) return false;
+  SmoothSurface surface(mSort, mWideOpen.get(), phi);
+  if (!surface.Run(8 * rest, {&excess, crowd.rate})) return false;
+  mSurplus = 8 * surface.Surplus();
+  BringBack(phi);
+  if (crowd.grid && crowd.grid->mData && crowd.grid->Dims() == mPhi.Dims())
+    CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
+      for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i) {
+        const VecInt3D at = WideOf({x, y, z});
+        (*crowd.grid)[i] += excess(at.x, at.y, at.z);
+      }
+    });
+  return true;
+}
+
+void WideCells::BringBack(const EGrid<double>& wide) {
+  const double most = SmoothSurface::kReach * wide.mLayout.cellSize;
+  const auto stencil = [&](i32 at, i32 axis) {
+    return LinearStencil(0.5 * (at + mFirst[axis] + 0.5) - 0.5, wide.Dims()[axis]);
+  };
+  CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
+    const AxisStencil sy = stencil(y, 1), sz = stencil(z, 2);
+    for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i) {
+      const AxisStencil sx = stencil(x, 0);
+      double sum = 0;
+      for (i32 k = 0; k < 8; ++k) {
+        const double value = wide(sx.index + (k & 1), sy.index + (k >> 1 & 1), sz.index + (k >> 2));
+        const auto weight = [](const AxisStencil& s, i32 up) {
+          return up ? s.fraction : 1 - s.fraction;
+        };
+        // Where no distance reaches.
+        sum +=
+            weight(sx, k & 1) * weight(sy, k >> 1 & 1) * weight(sz, k >> 2) * std::min(value, most);
+      }
+      mPhi[i] = sum < 0.9 * most ? sum : SmoothSurface::kFar;
+    }
+  });
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,161 @@
+// Water that comes through the volume of an emitter, in whole frames.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "fluids/advection/particle_advection.h"
+#include "fluids/emission/object_particle_grid_emitter.h"
+#include "fluids/forces/force_gravity.h"
+#include "fluids/mesh/mesh_rig.h"
+#include "fluids/solvers/water_solver.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace {
+
+constexpr double kCellWidth = 0.05, kFrameTime = 0.04;
+
+/// A box of water that flows, in a liquid that ends nowhere.
+class Spout : public MeshRig {
+ public:
+  /// `size` in cells, about the middle of the liquid's box.
+  Spout(const Vec3d& size, const Vec3d& velocity, double jitter)
+      : MeshRig(host::MakeBox({.size = size * (100 * kCellWidth)}), kCellWidth) {
+    AddVolume();
+    group = &Make("particlegroup");
+    settings = &Make("particlemesh_emission_setting");
+    settings->Set(1006, jitter);
+    speed = &Make("property_vector");
+    speed->Set(iProperty::kPropertyRow, i32{property_id::kVelocity});
+    speed->Set(iProperty::kValueRow, velocity);
+    AddEmitter(*volumeNode);
+    host::BaseNode& move = Make("particle_advection");
+    move.Set(ParticleAdvection::kGroupRow, host::Link{group->Id()});
+    move.Set(1009, i32{1});
+    liquid = &Make("liquid");
+    liquid->Set(WaterSolver::kBoxSizeRow, Vec3d{400, 400, 400});
+    liquid->Set(WaterSolver::kBoxOffsetRow, Vec3d{0.5, 0.5, 0.5});
+    liquid->Set(WaterSolver::kGroupsRow, ListOf(*group));
+    for (const i32 wall : WaterSolver::kWallRows) liquid->Set(wall, i32{0});
+    liquid->Set(WaterSolver::kForcesRow, host::InExcludeData{});
+  }
+  void AddGravity() { liquid->Set(WaterSolver::kForcesRow, ListOf(Make("force_gravity"))); }
+  host::BaseNode& AddEmitter(const host::BaseNode& volume) {
+    host::BaseNode& emitter = Make("particlegridemitter");
+    emitter.Set(ParticleEmitter::kGroupRow, host::Link{group->Id()});
+    emitter.Set(1003, host::Link{settings->Id()});
+    emitter.Set(1004, ListOf(*speed));
+    emitter.Set(ObjectParticleGridEmitter::kVolumeRow, host::Link{volume.Id()});
+    return emitter;
+  }
+  ParticleStore& Store() const {
+    return dynamic_cast<ParticleGroup*>(scene->FindObject(group, kListAll))->Store(kLiquid);
+  }
+  /// What has been made of water up to a frame, in cubic metres.
+  double Made(i32 frame) {
+    for (; mNext <= frame; ++mNext) Frame(mNext);
+    return static_cast<double>(Store().mBorn) * std::pow(kCellWidth / 2, 3);
+  }
+
+  host::BaseNode *group, *settings, *speed, *liquid;
+
+ private:
+  host::BaseNode& Make(const char* kind) {
+    return CreateNode(document, *FindKind(kind), kind, server);
+  }
+  static host::InExcludeData ListOf(const host::BaseNode& node) { return {{{node.Id(), 0}}}; }
+
+  i32 mNext = 0;
+};
+
+// Whatever the speed, the steps, the direction, the weight of the water and chance.
+TEST(Spout, GivesItsCrossSectionTimesTheSpeed) {
+  struct Case {
+    Vec3d size, velocity;
+    double jitter;
+    i32 extraSubsteps;
+    bool falls;
+    double section;  ///< square cells
+  };
+  const Vec3d tall{4, 6, 4}, cube{4, 4, 4}, odd{3.3, 6, 2.7};
+  const Case cases[] = {{tall, {0, -0.5, 0}, 0, 0, true, 16},
+                        {tall, {0, -2, 0}, 1, 3, true, 16},
+                        {tall, {0, 3, 0}, 1, 1, true, 16},
+                        {odd, {0, -1, 0}, 0.5, 2, true, 3.3 * 2.7},
+                        {cube, {4, 0, 0}, 1, 1, false, 16},
+                        {cube, {0.9, 1.2, 0}, 1, 2, false, 16 * (0.6 + 0.8)},
+                        {cube, {2, -1, 2}, 0.5, 1, true, 16 * (2 + 1 + 2) / 3.0}};
+  for (const Case& own : cases) {
+    SCOPED_TRACE(testing::Message() << own.velocity.x << " " << own.velocity.y << " " << own.falls);
+    Spout spout(own.size, own.velocity, own.jitter);
+    spout.server->Set(1005, own.extraSubsteps);
+    if (own.falls) spout.AddGravity();
+    constexpr i32 kFirst = 3, kLast = 13;
+    const double before = spout.Made(kFirst), made = spout.Made(kLast) - before;
+    const double due = own.section * kCellWidth * kCellWidth * Length(own.velocity) *
+                       (kLast - kFirst) * kFrameTime;
+    EXPECT_NEAR(made / due, 1, 0.03);
+  }
+}
+
+// Within the source nothing speeds up, and what leaves it is as wide and as full as its outlet.
+TEST(Spout, HoldsItsWaterAndGivesAFullJet) {
+  constexpr double kSpeed = 1;
+  for (const Vec3d& way : {Vec3d{0, -1, 0}, Vec3d{1, 0, 0}}) {
+    SCOPED_TRACE(way.x);
+    Spout spout(Vec3d{4, 4, 4} + Vec3d{4, 4, 4} * Max(way, -way), way * kSpeed, 1);
+    spout.server->Set(1005, i32{1});
+    spout.AddGravity();
+    spout.Made(12);
+    const ParticleStore& store = spout.Store();
+    constexpr double kHalf = 4 * kCellWidth, kReach = 2 * kCellWidth;
+    i32 within = 0, behind = 0, lost = 0;
+    for (i32 i = 0; i < store.Count(); ++i) {
+      const Vec3d p = store.Positions()[i];
+      const double along = Dot(p, way);
+      lost += along < -kHalf - 0.5 * kCellWidth;
+      behind += along > kHalf && along < kHalf + kReach;
+      // Particles see faces up to a cell off.
+      if (std::abs(along) > kHalf - kCellWidth) continue;
+      ++within;
+      EXPECT_TRUE(IsNear(store.Velocities()[i], way * kSpeed, 0.02));
+      const Vec3d across = p - way * along;
+      EXPECT_LT(Length(across), 3.2 * kCellWidth);
+    }
+    EXPECT_NEAR(within, 8 * 16 * 6, 0.03 * 8 * 16 * 6);
+    EXPECT_EQ(lost, 0);
+    // What falls gets faster on its way: by a fifth behind two cells.
+    EXPECT_NEAR(behind, 8 * 16 * 2, 0.2 * 8 * 16 * 2);
+  }
+}
+
+// Water that can't leave stays as much as the volume holds, and no particle comes on top of others.
+TEST(Spout, FillsAWindowOnceItOpensAgain) {
+  Spout spout({4, 4, 4}, {0, -1, 0}, 1);
+  const double full = std::pow(4 * kCellWidth, 3);
+  EXPECT_NEAR(spout.Made(0) / full, 1, 1e-9);
+  // No time lies between the start frame and the first step.
+  EXPECT_NEAR(spout.Made(1) / full, 1, 1e-9);
+}
+
+// Two boxes with a side in common hold what one box in their place does.
+TEST(FilledSeams, BoxesSideBySideHoldWhatOneDoes) {
+  for (const double seam : {0.0, 0.5, 0.25}) {
+    SCOPED_TRACE(seam);
+    Spout spout({6, 6, 6}, {}, 1);
+    spout.Place(Vec3d{-3 + seam, 0, 0} * (100 * kCellWidth));
+    auto& other = spout.document.Create<host::PolygonObject>(host::kMeshObject, "other", nullptr);
+    other.SetGeometry(host::MakeBox({.size = Vec3d{6, 6, 6} * (100 * kCellWidth)}));
+    other.SetPlacement(Vec3d{3 + seam, 0, 0} * (100 * kCellWidth), {}, {1, 1, 1});
+    host::BaseNode& mesh = CreateNode(spout.document, *FindKind("mesh"), "b", spout.server);
+    mesh.Set(Mesh::kObjectRow, host::Link{other.Id()});
+    host::BaseNode& volume = CreateNode(spout.document, *FindKind("volume"), "b", spout.server);
+    volume.Set(VolumeMesh::kMeshRow, host::Link{mesh.Id()});
+    spout.AddEmitter(volume);
+    spout.Made(1);
+    EXPECT_EQ(spout.Store().Count(), 8 * 12 * 6 * 6);
+  }
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
