@@ -34,7 +34,7 @@ class ObjectParticleGridEmitter::Filler {
     NoteTaken(lattice);
     double missing = 0;
     mFree.clear();
-    ForEachPlace(lattice, {}, [&](const Vec3d& middle, std::size_t place) {
+    ForEachPlace(lattice, [&](const Vec3d& middle, std::size_t place) {
       Vec3d p = middle;
       if (!Scatter(lattice, p)) return;
       missing += 1.0 - mStanding[place];
@@ -44,34 +44,26 @@ class ObjectParticleGridEmitter::Filler {
       if (missing >= 1 && Make(lattice, p)) --missing;
   }
 
-  /// Makes what has come into a cell of the volume since the last step, on a lattice that goes with
-  /// the water: places that weren't in the volume before.
+  /// Makes what has come into the volume within a cell since the last step, on a lattice that goes
+  /// with the water: places that weren't in the volume before. In pieces of the way, each a step of
+  /// the lattice at most: what has crossed a corner, or a thin volume, may have left it again.
   void AdmitCell(const VecInt3D& cell) {
     const double phi = Enter(cell);
-    const double reach = Length(mHalf) + std::max(mOuter.step, mInner.step);
-    if (phi - reach >= mLimits.high) return;
-    if (!mLimits.hasLow && phi + reach + Length(WayAt(mCentre)) < mLimits.high) return;
-    // Where the way out is blocked no more comes.
-    constexpr double kMostFull = 2;
-    const bool alike = mOuter.perAxis == mInner.perAxis;
+    const Lattice& finest = mOuter.step < mInner.step ? mOuter : mInner;
+    const Vec3d own = OwnWayAt(mCentre);
+    const double way = Length(mEmitter.mAdvance - own);
+    const i32 pieces = std::max(static_cast<i32>(std::ceil(way / finest.step)), 1);
+    const double reach = Length(mHalf) + std::max(mOuter.step, mInner.step) + way / pieces;
+    if (phi - reach - Length(own) >= mLimits.high) return;
+    if (!mLimits.hasLow && phi + reach + Length(own) < mLimits.high) return;
     double room = -1;
-    for (const Lattice* lattice : {&mOuter, &mInner}) {
-      if (alike && lattice == &mInner) continue;
-      ForEachPlace(*lattice, ShiftOf(*lattice), [&](const Vec3d& middle, std::size_t) {
-        if (!alike && (mVolume.DistanceAt(middle) >= mEmitter.mBand) != (lattice == &mOuter))
-          return;
-        const Vec3d place = OffSide(middle);
-        if (!IsMine(place) || Holds(mEmitter.mMembers, place - WayAt(middle))) return;
-        Vec3d p = middle;
-        if (!Scatter(*lattice, p) || !mEmitter.IsInReach(p)) return;
-        if (room < 0) {
-          if (!IsCellAllowed())
-            room = 0;
-          else
-            room = std::max(0.0, kMostFull * lattice->Count() - CountInside());
-        }
-        if (room >= 1 && Make(*lattice, p)) --room;
-      });
+    for (i32 piece = 1; piece <= pieces; ++piece) {
+      mLeft = 1 - static_cast<double>(piece) / pieces;
+      mPiece = (mEmitter.mAdvance - own) / pieces;
+      // Where the volume was then.
+      mThen = own * mLeft;
+      Admit(mOuter, room);
+      if (mOuter.perAxis != mInner.perAxis) Admit(mInner, room);
     }
   }
 
@@ -83,6 +75,39 @@ class ObjectParticleGridEmitter::Filler {
     mCentre = mCorner + mHalf;
     return mVolume.Volume()->DistanceAtWorld(mCentre);
   }
+  /// `AdmitCell` for a piece of the way and the zone of a lattice; the cell has `room` for so many,
+  /// below 0 if that isn't known.
+  void Admit(const Lattice& lattice, double& room) {
+    // Where the way out is blocked no more comes.
+    constexpr double kMostFull = 2;
+    const bool alike = mOuter.perAxis == mInner.perAxis;
+    ForEachMovedPlace(lattice, [&](const Vec3d& middle) {
+      if (!Enters(middle)) return;
+      const bool isOuter = mVolume.DistanceAt(middle + mThen) >= mEmitter.mBand;
+      if (!alike && isOuter != (&lattice == &mOuter)) return;
+      if (Holds(mBefore, OffSide(middle + mThen)) || !mEmitter.IsInReach(middle)) return;
+      if (room < 0)
+        room = IsCellAllowed() ? std::max(0.0, kMostFull * lattice.Count() - CountInside()) : 0.0;
+      // By now it has gone on.
+      const Vec3d gone = mEmitter.mAdvance * mLeft;
+      const Vec3d p = PutOff(lattice, middle, mThen);
+      const Vec3d end =
+          mEmitter.IsInReach(p + gone) && !mEmitter.IsInSolid(p + gone) ? p + gone : p;
+      if (room >= 1 && !mEmitter.IsInSolid(end) && Make(lattice, end)) --room;
+    });
+  }
+  /// Whether a place has come into the volume on the last piece of its way.
+  bool Enters(const Vec3d& middle) const {
+    constexpr i32 kParts = 4;
+    const Vec3d place = OffSide(middle + mThen);
+    const double depth = mVolume.DistanceAt(place) - mLimits.high, way = Length(mPiece);
+    if (!mLimits.hasLow && !(std::abs(depth) <= way)) return false;
+    bool isIn = IsMine(place);
+    for (i32 part = 1; part < kParts && !isIn; ++part)
+      isIn = IsMine(place - mPiece * (static_cast<double>(part) / kParts));
+    return isIn && !Holds(mEmitter.mMembers, place - mPiece);
+  }
+
   bool IsCellAllowed() const {
     return mEmitter.IsInReach(mCentre) &&
            (mEmitter.mPerSample || mEmitter.IsAllowed(mCentre, mEmitter.mWeight, mShare));
@@ -134,26 +159,42 @@ class ObjectParticleGridEmitter::Filler {
     return (z * n + y) * n + x;
   }
 
-  /// Calls f(middle, index) for the places of a lattice in the cell, moved by `shift`.
+  /// Calls f(middle, index) for the places of a lattice in the cell.
   template <class F>
-  void ForEachPlace(const Lattice& lattice, const Vec3d& shift, F&& f) const {
+  void ForEachPlace(const Lattice& lattice, F&& f) const {
     const i32 n = lattice.perAxis;
     ForEachCell({{0, 0, 0}, {n, n, n}}, [&](i32 x, i32 y, i32 z) {
       const Vec3d middle = (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * lattice.step;
-      f(mCorner + middle + shift, IndexOf(lattice, x, y, z));
+      f(mCorner + middle, IndexOf(lattice, x, y, z));
     });
   }
-  /// How far a lattice that goes with the water stands off its cells: half a step at most.
-  Vec3d ShiftOf(const Lattice& lattice) const {
-    Vec3d shift = mEmitter.mShift;
-    for (int a = 0; a < 3; ++a) shift[a] -= std::round(shift[a] / lattice.step) * lattice.step;
-    return shift;
+  /// Calls f(middle) for the places of a lattice that goes with the water: those of the cell, and
+  /// up to half a step off. Each of its layers across the way stands elsewhere in them, by a
+  /// sequence that fills a square evenly (Roberts 2018): through a section that is no whole number
+  /// of steps wide comes what belongs to it, in the mean.
+  template <class F>
+  void ForEachMovedPlace(const Lattice& lattice, F&& f) const {
+    constexpr double kSpread[2] = {0.7548776662466927, 0.5698402909980532};
+    const Vec3d shift = mEmitter.mShift - mEmitter.mAdvance * mLeft;
+    const double step = lattice.step;
+    const auto nearest = [&](double v) { return v - std::round(v / step) * step; };
+    i32 along = 0;
+    for (i32 axis = 1; axis < 3; ++axis)
+      if (std::abs(mEmitter.mAdvance[axis]) > std::abs(mEmitter.mAdvance[along])) along = axis;
+    const i32 across[2] = {(along + 1) % 3, (along + 2) % 3};
+    ForEachPlace(lattice, [&](Vec3d middle, std::size_t) {
+      middle[along] += nearest(shift[along]);
+      const double layer = std::floor((middle[along] - shift[along]) / step);
+      for (i32 k = 0; k < 2; ++k)
+        middle[across[k]] += nearest(shift[across[k]] + layer * kSpread[k] * step);
+      f(middle);
+    });
   }
-  /// The way of the water at a place since the last step, as the volume sees it.
-  Vec3d WayAt(const Vec3d& p) const {
+  /// How far the volume itself has moved at a place since the last step.
+  Vec3d OwnWayAt(const Vec3d& p) const {
     Vec3d own;
     if (const Mesh* mesh = mVolume.Volume()->GetMesh()) mesh->GetVelocityAt(own, p);
-    return mEmitter.mAdvance - own;
+    return own;
   }
 
   /// Whether one of some volumes of the group holds a place.
@@ -170,27 +211,34 @@ class ObjectParticleGridEmitter::Filler {
     return middle + Vec3d{nudge, nudge, nudge};
   }
 
-  /// Puts a particle off the middle of its place by chance, where the volume has the place and it
-  /// isn't solid: whether it does the middle tells, whatever jitter makes of it. Chance in the last
-  /// layer would be a rough surface, which never rests. A sheet that passes between the places goes
-  /// by where jitter puts the particles. What jitter carries out goes as far the other way, or
-  /// stays in the middle.
-  bool Scatter(const Lattice& lattice, Vec3d& p) {
+  bool IsOpen(const Vec3d& p) const { return IsMine(p) && !mEmitter.IsInSolid(p); }
+  Vec3d DrawOff(const Lattice& lattice) {
     RandomStream& random = mEmitter.mHandler.Random(mShare);
-    const Vec3d middle = p;
     Vec3d off{};
     for (const i32 axis : {2, 1, 0}) off[axis] = (2 * random.NextUnit() - 1) * lattice.jitter;
+    return off;
+  }
+  /// A place off the middle of one by chance, where the volume, which was elsewhere by `then`, has
+  /// that too: what jitter carries out goes as far the other way, or stays in the middle.
+  Vec3d PutOff(const Lattice& lattice, const Vec3d& middle, const Vec3d& then) {
+    const Vec3d off = DrawOff(lattice);
+    for (const Vec3d& p : {middle + off, middle - off})
+      if (IsOpen(p + then)) return p;
+    return middle;
+  }
+  /// Puts a particle off the middle of its place by chance; false where it has none. Whether the
+  /// volume has the place its middle tells, whatever jitter makes of it: chance in the last layer
+  /// would be a rough surface, which never rests. A sheet that passes between the places goes by
+  /// where jitter puts the particles.
+  bool Scatter(const Lattice& lattice, Vec3d& p) {
+    const Vec3d middle = p;
     if (Holds(mBefore, OffSide(middle)) || mEmitter.IsInSolid(middle)) return false;
-    const bool hasMiddle = IsMine(OffSide(middle));
-    const auto isGood = [&](const Vec3d& at) { return IsMine(at) && !mEmitter.IsInSolid(at); };
-    if (!hasMiddle && !(IsBetweenPlaces(lattice, middle) && isGood(middle + off))) return false;
-    if (hasMiddle && lattice.jitter == 0) return true;
-    for (const Vec3d& at : {middle + off, middle - off})
-      if (isGood(at)) {
-        p = at;
-        break;
-      }
-    return true;
+    if (IsMine(OffSide(middle))) {
+      p = PutOff(lattice, middle, {});
+      return true;
+    }
+    p = middle + DrawOff(lattice);
+    return IsBetweenPlaces(lattice, middle) && IsOpen(p);
   }
   /// Neither a place of the lattice nor those beside it are the volume's.
   bool IsBetweenPlaces(const Lattice& lattice, const Vec3d& middle) const {
@@ -229,6 +277,10 @@ class ObjectParticleGridEmitter::Filler {
   ParticleTemplate mParticle;
   Vec3d* mColour;
   Vec3d mCorner{}, mCentre{}, mHalf{};
+  // Of a piece of the water's way:
+  double mLeft = 0;  ///< of the step behind it, as a share
+  Vec3d mPiece{};    ///< as the volume sees it
+  Vec3d mThen{};     ///< from where the volume was then to where it is
   // Of a cell, by place:
   std::vector<u16> mStanding;
   std::vector<u8> mIsTaken;

@@ -130,6 +130,44 @@ TEST(LiquidSurface, TornWaterSettlesToTheSpaceThatEmittersTell) {
   EXPECT_NEAR(rig.Centroid().y, exact, 0.12 * exact);
 }
 
+// One or two particles in a cell are water too: a block of them falls over and comes to rest at its
+// height.
+TEST(LiquidSurface, FewParticlesInACellKeepTheirVolume) {
+  for (const i32 perCell : {1, 2}) {
+    SCOPED_TRACE(perCell);
+    constexpr i32 kWide = 20, kDeep = 8;
+    const VecInt3D block{8, 12, kDeep};
+    LiquidRig rig({kWide, 20, kDeep});
+    LiquidRig::Set(*rig.liquid, WaterSolver::kFlipRatioRow, 0.8);
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> within(0.1, 0.9);
+    ParticleBirths births;
+    ParticleTemplate particle;
+    particle.flags |= PF_KIND_LIQUID | PF_ALIVE;
+    ForEachCell({{}, block}, [&](i32 x, i32 y, i32 z) {
+      for (i32 i = 0; i < perCell; ++i) {
+        // Two share a cell by its halves.
+        const double low = y + static_cast<double>(i) / perCell;
+        particle.position =
+            Vec3d{x + within(random), low + within(random) / perCell, z + within(random)} *
+            rig.Cell();
+        births.Of(0).Append(particle);
+        births.FillSpace(0, std::pow(rig.Cell(), 3) / perCell);
+      }
+    });
+    rig.Store().Take(births);
+    rig.Commit();
+    double height = 0;
+    constexpr i32 kSteps = 300, kLast = 100;
+    for (i32 i = 0; i < kSteps; ++i) {
+      rig.Step();
+      if (i >= kSteps - kLast) height += rig.Centroid().y / kLast;
+    }
+    const double exact = 0.5 * block.x * block.y / kWide * rig.Cell();
+    EXPECT_NEAR(height / exact, 1, 0.06);
+  }
+}
+
 TEST(LiquidSurface, AFilmSlidesDownASlope) {
   constexpr double kAngle = 0.21;
   for (const double depth : {0.25, 0.5}) {

@@ -84,13 +84,14 @@ TEST(Spout, GivesItsCrossSectionTimesTheSpeed) {
                         {odd, {0, -1, 0}, 0.5, 2, true, 3.3 * 2.7},
                         {cube, {4, 0, 0}, 1, 1, false, 16},
                         {cube, {0.9, 1.2, 0}, 1, 2, false, 16 * (0.6 + 0.8)},
-                        {cube, {2, -1, 2}, 0.5, 1, true, 16 * (2 + 1 + 2) / 3.0}};
+                        {cube, {2, -1, 2}, 0.5, 1, true, 16 * (2 + 1 + 2) / 3.0},
+                        {{4, 1, 4}, {0, -5, 0}, 1, 0, false, 16}};
   for (const Case& own : cases) {
     SCOPED_TRACE(testing::Message() << own.velocity.x << " " << own.velocity.y << " " << own.falls);
     Spout spout(own.size, own.velocity, own.jitter);
     spout.server->Set(1005, own.extraSubsteps);
     if (own.falls) spout.AddGravity();
-    constexpr i32 kFirst = 3, kLast = 13;
+    constexpr i32 kFirst = 3, kLast = 15;
     const double before = spout.Made(kFirst), made = spout.Made(kLast) - before;
     const double due = own.section * kCellWidth * kCellWidth * Length(own.velocity) *
                        (kLast - kFirst) * kFrameTime;
