@@ -1,6 +1,7 @@
 // How `ObjectParticleGridEmitter` fills cells.
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <span>
 #include <utility>
 
@@ -52,18 +53,18 @@ class ObjectParticleGridEmitter::Filler {
     const Lattice& finest = mOuter.step < mInner.step ? mOuter : mInner;
     const Vec3d own = OwnWayAt(mCentre);
     const double way = Length(mEmitter.mAdvance - own);
+    mAdmits.reset();
     const i32 pieces = std::max(static_cast<i32>(std::ceil(way / finest.step)), 1);
     const double reach = Length(mHalf) + std::max(mOuter.step, mInner.step) + way / pieces;
     if (phi - reach - Length(own) >= mLimits.high) return;
     if (!mLimits.hasLow && phi + reach + Length(own) < mLimits.high) return;
-    double room = -1;
     for (i32 piece = 1; piece <= pieces; ++piece) {
       mLeft = 1 - static_cast<double>(piece) / pieces;
       mPiece = (mEmitter.mAdvance - own) / pieces;
       // Where the volume was then.
       mThen = own * mLeft;
-      Admit(mOuter, room);
-      if (mOuter.perAxis != mInner.perAxis) Admit(mInner, room);
+      Admit(mOuter);
+      if (mOuter.perAxis != mInner.perAxis) Admit(mInner);
     }
   }
 
@@ -75,9 +76,8 @@ class ObjectParticleGridEmitter::Filler {
     mCentre = mCorner + mHalf;
     return mVolume.Volume()->DistanceAtWorld(mCentre);
   }
-  /// `AdmitCell` for a piece of the way and the zone of a lattice; the cell has `room` for so many,
-  /// below 0 if that isn't known.
-  void Admit(const Lattice& lattice, double& room) {
+  /// `AdmitCell` for a piece of the way and the zone of a lattice.
+  void Admit(const Lattice& lattice) {
     // Where the way out is blocked no more comes.
     constexpr double kMostFull = 2;
     const bool alike = mOuter.perAxis == mInner.perAxis;
@@ -86,14 +86,14 @@ class ObjectParticleGridEmitter::Filler {
       const bool isOuter = mVolume.DistanceAt(middle + mThen) >= mEmitter.mBand;
       if (!alike && isOuter != (&lattice == &mOuter)) return;
       if (Holds(mBefore, OffSide(middle + mThen)) || !mEmitter.IsInReach(middle)) return;
-      if (room < 0)
-        room = IsCellAllowed() ? std::max(0.0, kMostFull * lattice.Count() - CountInside()) : 0.0;
+      if (!mAdmits) mAdmits = IsCellAllowed() && CountInside() < kMostFull * lattice.Count();
+      if (!*mAdmits) return;
       // By now it has gone on.
       const Vec3d gone = mEmitter.mAdvance * mLeft;
       const Vec3d p = PutOff(lattice, middle, mThen);
       const Vec3d end =
           mEmitter.IsInReach(p + gone) && !mEmitter.IsInSolid(p + gone) ? p + gone : p;
-      if (room >= 1 && !mEmitter.IsInSolid(end) && Make(lattice, end)) --room;
+      if (!mEmitter.IsInSolid(end)) Make(lattice, end);
     });
   }
   /// Whether a place has come into the volume on the last piece of its way.
@@ -277,6 +277,7 @@ class ObjectParticleGridEmitter::Filler {
   ParticleTemplate mParticle;
   Vec3d* mColour;
   Vec3d mCorner{}, mCentre{}, mHalf{};
+  std::optional<bool> mAdmits;  ///< the cell takes what comes; nothing before that is asked
   // Of a piece of the water's way:
   double mLeft = 0;  ///< of the step behind it, as a share
   Vec3d mPiece{};    ///< as the volume sees it

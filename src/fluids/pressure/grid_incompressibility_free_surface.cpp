@@ -28,6 +28,8 @@ bool Grid_Incompressibility_FreeSurface::IsConcern(const Region& region) const {
 }
 
 void Grid_Incompressibility_FreeSurface::Settle() {
+  // Too few sweeps let a liquid sink into itself, where a gas shows little of it.
+  if (SolverInUse() == 1) CheckSolve(SolveEnd::OutOfIterations);
   if (!mFlow || !mFlow->mSurface) return;
   for (i32 turn = 0; turn < kTurns; ++turn) {
     if (!mRelease.Update({mFields, mRegions, GetPressure(), mDensity}, *mFlow->mSurface, Threads()))
