@@ -46,7 +46,9 @@ const NodeKind& ObjectParticleGridEmitter::Kind() {
 const ParameterTable& ObjectParticleGridEmitter::Parameters() {
   static const ParameterTable table = WithRows(
       {.settings = 1003, .properties = 1004},
-      {LinkRow(kVolumeRow, "volume", "the shape that is filled, and kept full")
+      {LinkRow(kVolumeRow, "volume",
+               "the shape that is filled, and kept full; what a liquid gets with a velocity comes "
+               "through it at that speed")
            .AcceptsAny({kListGeometry, kCategoryVolume})
            .To(&ObjectParticleGridEmitter::mVolume)
            .Required(),
