@@ -118,6 +118,22 @@ double KeptSpin(double ratio, i32 transfer = 0) {
   return momentum() / before;
 }
 
+// Sweeps that end too soon let a column sink into itself, and say so once.
+TEST(WaterSolver, WarnsOfSweepsThatLeaveItTooMuch) {
+  for (const bool sweeps : {false, true}) {
+    LiquidRig rig({8, 24, 8});
+    LiquidRig::Set(*rig.liquid, WaterSolver::kLinearSolverRow, i32{sweeps ? 1 : 2});
+    LiquidRig::Set(*rig.liquid, 1021, i32{20});
+    rig.Fill({0, 0, 0}, {8, 20, 8});
+    std::size_t told = 0;
+    for (i32 i = 0; i < 4; ++i) {
+      rig.Step();
+      told += rig.liquid->TakeWarnings().size();
+    }
+    EXPECT_EQ(told, sweeps ? 1u : 0u);
+  }
+}
+
 TEST(WaterSolver, SpinOfABallIsKept) {
   const double flip = KeptSpin(1), mixed = KeptSpin(0.95), pic = KeptSpin(0);
   const double affine = KeptSpin(0, 1);
