@@ -135,12 +135,11 @@ TEST(Spout, HoldsItsWaterAndGivesAFullJet) {
   }
 }
 
-// Water that can't leave stays as much as the volume holds, and no particle comes on top of others.
-TEST(Spout, FillsAWindowOnceItOpensAgain) {
+// No time lies between the start frame and the first step: nothing comes in.
+TEST(Spout, IsFilledOnceAtTheStart) {
   Spout spout({4, 4, 4}, {0, -1, 0}, 1);
   const double full = std::pow(4 * kCellWidth, 3);
   EXPECT_NEAR(spout.Made(0) / full, 1, 1e-9);
-  // No time lies between the start frame and the first step.
   EXPECT_NEAR(spout.Made(1) / full, 1, 1e-9);
 }
 
