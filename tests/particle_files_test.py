@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Reads particle files that sulva convert writes with readers of their own, each a few lines of struct.
+"""Reads particle files that sulva convert writes with readers of their own, each a few lines of struct, and lets it read
+files whose layouts it never writes itself.
 
 Usage: particle_files_test.py SULVA
 """
@@ -13,6 +14,8 @@ import zlib
 
 ROWS = [(0.25 * i - 3, 1 - i / 8, 0.5 * i, 1.5 * i, -2.0, i / 64, 100 + i, 0.5 + i / 16) for i in range(37)]
 CSV = "x,y,z,vx,vy,vz,id,radius\n" + "".join(",".join(map(str, row)) + "\n" for row in ROWS)
+# A particle nowhere, and an id beyond 32 bits.
+ODD_CSV = "x,y,z,vx,vy,vz,id,radius\n0,0,0,0,0,0,5,1\nnan,0,0,0,0,0,6,1\n1,1,1,0,0,0,1099511627777,1\n"
 VECTORS, NUMBERS = {"position": 0, "velocity": 3}, {"id": 6, "radius": 7}
 
 
@@ -47,7 +50,7 @@ def prt(data):
     size = max(offset + arity * struct.calcsize(codes[kind]) for _, kind, arity, offset in found)
     body = zlib.decompress(data[b.at:])
     assert len(body) == size * count
-    names = {"Position": "position", "Velocity": "velocity", "ID": "id"}
+    names = {"Position": "position", "Velocity": "velocity", "ID": "id", "Radius": "radius"}
     return {names.get(name, name): [split(struct.unpack_from(f"<{arity}{codes[kind]}", body, row * size + offset), arity)[0]
                                     for row in range(count)] for name, kind, arity, offset in found}
 
@@ -145,7 +148,6 @@ def ptc(data):
     b = Bytes(data, "<")
     assert b.text(4) == b"pptc" and b.take("i") == 0
     count, box = int(b.take("d")), b.take("6f")
-    assert box[:3] == tuple(min(r[a] for r in ROWS) for a in range(3))
     b.text(4 * 35)
     variables, floats = b.take("2i")
     names = []
@@ -162,6 +164,7 @@ def ptc(data):
         for name, size in names:
             columns[name].append(b.take(f"{size}f"))
     assert b.at == len(data)
+    assert box == tuple(pick(p[a] for p in columns["position"]) for pick in (min, max) for a in range(3))
     return columns
 
 
@@ -169,7 +172,8 @@ def fluid_bin(data):
     b = Bytes(data, "<")
     assert b.take("I") == 0x00FABADA
     b.text(250)
-    assert b.take("h") == 11
+    version = b.take("h")
+    assert version in (11, 13)
     b.text(4 + 4 + 4 + 4 + 4)
     count = b.take("i")
     b.text(4 + 36 + 36)
@@ -179,7 +183,7 @@ def fluid_bin(data):
         columns["position"].append(b.take("3f"))
         columns["velocity"].append(b.take("3f"))
         b.text(12 + 12 + 12 + 4 + 12 + 2 + 28)
-        columns["id"].append(b.take("i"))
+        columns["id"].append(b.take("i" if version == 11 else "Q"))
     assert b.at == len(data)
     return columns
 
@@ -245,6 +249,85 @@ READERS = {"prt": prt, "bgeo": bgeo, "bgeo.gz": lambda d: bgeo(gzip.decompress(d
            "pda": pda, "ptc": ptc, "bin": fluid_bin, "mc": mc, "icecache": icecache, "xyz": rows, "pts": rows, "rib": rib}
 
 
+def packed(order, code, *values):
+    return struct.pack(order + code, *values)
+
+
+def odd_prt():
+    """Version 2 with metadata, longer entries, channels out of order and of rare types."""
+    meta = b"Meta" + packed("<", "i", 14) + b"\0Unit\0" + packed("<", "i", 1) + packed("<", "i", 7) + b"Stop" + packed("<", "i", 0)
+    head = b"\xc0PRT\r\n\x1a\n" + packed("<", "i", 56 + len(meta)) + b"Extensible Particle Format".ljust(32, b"\0")
+    head += packed("<", "iq", 2, len(ODD)) + meta + packed("<", "iii", 4, 4, 48)
+    for name, kind, arity, offset in (("ID", 8, 1, 14), ("Position", 4, 3, 2), ("Temperature", 3, 1, 0), ("Mark", 9, 1, 22)):
+        head += name.encode().ljust(32, b"\0") + packed("<", "iiii", kind, arity, offset, 0)
+    rows = b"".join(packed("<", "e3fQb", t, x, y, z, i, -m) for x, y, z, i, t, m in ODD)
+    return head + zlib.compress(rows), {"id": 3, "temperature": 4, "Mark": lambda r: -r[5]}
+
+
+def odd_pdb(order, pad):
+    """Pointers of 64 bits, or bytes in the other order."""
+    wide = pad > 0
+    data = packed(order, "iHHffII", 670, 1, 0, 1, 0, len(ODD), 3) + bytes((32 + pad) if wide else 36)
+    for name, kind, code, pick in (("position", 1, "3f", lambda r: r[:3]), ("particleId", 3, "i", lambda r: r[3:4]), ("mass", 2, "f", lambda r: r[5:6])):
+        size = struct.calcsize(order + code)
+        data += b"c\0" + packed(order, "H", 1) + b"\0\0" + bytes(56 if wide else 36) + name.encode() + b"\0"
+        data += packed(order, "iIIi", kind, size, size * len(ODD), 1) + bytes(8 if wide else 4)
+        data += b"".join(packed(order, code, *pick(r)) for r in ODD)
+    return data, {"id": 3, "mass": 5}
+
+
+def odd_ptc(version):
+    data = b"pptc" + packed("<", "id6f", version, len(ODD), *[0] * 6) + bytes(16 if version >= 1 else 0) + bytes(132 if version >= 2 else 0)
+    data += bytes(128) + packed("<", "3f", 1, 1, 1) + packed("<", "ii", 2, 2) + b"float temp\nfloat mass\n" + bytes(8 if version >= 1 else 0)
+    rows = b"".join(packed("<", "3fHHf2f", x, y, z, 65535, 65535, 0.5, t, m) for x, y, z, _, t, m in ODD)
+    return data + rows, {"temperature": 4, "mass": 5, "radius": lambda r: 0.5}
+
+
+def odd_bin(version):
+    data = packed("<", "I", 0xFABADA) + b"pond".ljust(250, b"\0") + packed("<", "h", version) + packed("<", "fifii", 1, 1, 0.5, 12, 25)
+    data += packed("<", "if", len(ODD), 0.1) + bytes(36) + bytes(36 if version >= 7 else 0)
+    for x, y, z, i, t, m in ODD:
+        data += packed("<", "9f", x, y, z, *[0] * 6) + bytes(12 if version >= 9 else 0) + bytes(12 if version >= 3 else 0)
+        data += bytes(4 if version >= 4 else 0) + bytes(14 if version >= 5 else 0)
+        data += packed("<", "7f", 0, 0, 0, 1000, 0, m, t) + packed("<", "Q" if version >= 12 else "i", i)
+    return data + b"more", {"id": 3, "temperature": 4, "mass": 5}
+
+
+def odd_icecache(version):
+    """Blocks of one value for all, colours of four numbers, and a header without the newest fields."""
+    found = (("PointPosition", 16), ("ID", 2), ("Color", 512), ("Mass", 4))
+    data = b"ICECACHE" + packed("<", "6I", version, 0, len(ODD), 0, 0, 0) + packed("<", "I", 1) * (version >= 103)
+    data += packed("<", "I", 0) * (version >= 102) + packed("<", "I", len(found))
+    for name, kind in found:
+        data += packed("<", "I", len(name)) + name.encode() + b"_" * (-len(name) % 4) + packed("<", "5I", kind, 1, 2, 0, 1)
+    data += b"".join(packed("<", "3f", *r[:3]) for r in ODD)
+    data += packed("<", "I", 0) + b"".join(packed("<", "i", r[3]) for r in ODD)
+    data += packed("<", "I4f", 1, 0.25, 0.5, 1, 1) + packed("<", "I", 0) + b"".join(packed("<", "f", r[5]) for r in ODD)
+    return gzip.compress(data), {"id": 3, "color": lambda r: (0.25, 0.5, 1), "mass": 5}
+
+
+ODD = [(0.5 * i, 1 - i, 0.25, 7 + i, 2.5 * i, 1 + i) for i in range(5)]
+ODD_FILES = {"two.prt": odd_prt(), "big.pdb": odd_pdb(">", 0), "wide.pdb": odd_pdb("<", 8), "padded.pdb": odd_pdb("<", 16),
+             **{f"v{v}.ptc": odd_ptc(v) for v in (0, 1, 2)}, **{f"v{v}.bin": odd_bin(v) for v in (2, 3, 4, 5, 7, 9, 12, 13)},
+             **{f"v{v}.icecache": odd_icecache(v) for v in (100, 102, 103)}}
+
+
+def read_odd(folder):
+    for name, (data, columns) in ODD_FILES.items():
+        (folder / name).write_bytes(data)
+        subprocess.run([sys.argv[1], "convert", folder / name, folder / "odd_out.csv"], check=True, capture_output=True)
+        head, *lines = [line.split(",") for line in (folder / "odd_out.csv").read_text().splitlines()]
+        found = [dict(zip(head, map(float, line))) for line in lines]
+        assert len(found) == len(ODD), name
+        for row, got in zip(ODD, found):
+            assert (got["x"], got["y"], got["z"]) == row[:3], (name, got)
+            for column, pick in columns.items():
+                wanted = pick(row) if callable(pick) else row[pick]
+                is_vector = isinstance(wanted, tuple)
+                value = tuple(got[f"{column}_{axis}"] for axis in "xyz") if is_vector else got[column]
+                assert value == wanted, (name, column, value, wanted)
+
+
 def main():
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
@@ -260,6 +343,16 @@ def main():
                 assert list(values) == wanted, (suffix, column, values[:2], wanted[:2])
             if suffix not in ("xyz", "pts", "bin"):
                 assert set(columns) == {*VECTORS, *NUMBERS}, (suffix, set(columns))
+        (folder / "odd.csv").write_text(ODD_CSV)
+        for suffix, reader in READERS.items():
+            out = folder / f"odd.{suffix}"
+            told = subprocess.run([sys.argv[1], "convert", folder / "odd.csv", out], check=True, capture_output=True, text=True)
+            columns = reader(out.read_bytes()) if suffix != "rib" else None
+            assert "2 particles" in told.stdout and "1 particle at no finite place is left out" in told.stderr, (suffix, told)
+            assert columns is None or len(columns["position"]) == 2, (suffix, columns)
+            wide = columns is not None and list(columns.get("id", [])) == [5, 1099511627777]
+            assert wide or "'id'" in told.stderr or "no place for" in told.stderr or columns is None, (suffix, told.stderr, columns)
+        read_odd(folder)
 
 
 main()

@@ -136,13 +136,13 @@ void WriteBgeo(WriteJob& job) {
                           static_cast<i64>(table.Columns().size()) - 1, i64{0}, i64{0}, i64{0}})
     sink.Number(static_cast<i32>(value), kBgeoOrder);
   RecordLayout layout(kBgeoOrder);
-  layout.Append(table, position, Stored::F32);
+  AppendColumn(job, layout, position, Stored::F32);
   layout.Reserve(std::string_view("\x3f\x80\0\0", sizeof(f32)));  // 1, the fourth coordinate
   const std::vector<std::string> names = NamesInFile(table);
   for (std::size_t i = 0; i < names.size(); ++i) {
     if (i == position) continue;
     WriteBgeoAttribute(sink, names[i], table.Columns()[i]);
-    layout.Append(table, i, ShortTypeOf(table.Columns()[i]));
+    AppendColumn(job, layout, i, ShortTypeOf(table.Columns()[i]));
   }
   layout.Write(sink, table, table.Count());
   sink.Append(std::string_view("\0\xff", 2));

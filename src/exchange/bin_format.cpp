@@ -115,10 +115,10 @@ void WriteBin(WriteJob& job) {
       continue;
     }
     isKept[place] = true;
-    layout.Append(table, static_cast<std::size_t>(place), field.type);
+    AppendColumn(job, layout, static_cast<std::size_t>(place), field.type);
   }
   for (std::size_t i = 0; i < isKept.size(); ++i)
-    if (!isKept[i]) job.lost.push_back(table.Columns()[i].name);
+    if (!isKept[i]) job.report.lost.push_back(table.Columns()[i].name);
   layout.Write(sink, table, table.Count());
 }
 

@@ -46,7 +46,7 @@ void MakeIdsWhole(ParticleTable& table) {
 void LoseAllBut(WriteJob& job, std::initializer_list<std::string_view> kept) {
   for (const ParticleColumn& column : job.table.Columns())
     if (std::find(kept.begin(), kept.end(), column.name) == kept.end())
-      job.lost.push_back(column.name);
+      job.report.lost.push_back(column.name);
 }
 
 ParticleColumn& ReadColumn(ByteSource& source, ParticleTable& table, std::string_view inFile,
@@ -60,11 +60,20 @@ ParticleColumn& ReadColumn(ByteSource& source, ParticleTable& table, std::string
   return table.Columns()[place];
 }
 
-void WriteColumn(ByteSink& sink, const ParticleTable& table, std::size_t column, Stored type,
-                 std::endian order) {
+void WriteColumn(WriteJob& job, std::size_t column, Stored type, std::endian order) {
   RecordLayout layout(order);
-  layout.Append(table, column, type);
-  layout.Write(sink, table, table.Count());
+  AppendColumn(job, layout, column, type);
+  layout.Write(job.sink, job.table, job.table.Count());
+}
+
+void AppendColumn(WriteJob& job, RecordLayout& layout, std::size_t column, Stored type) {
+  TellMisfits(job, job.table.Columns()[column], type);
+  layout.Append(job.table, column, type);
+}
+
+void TellMisfits(WriteJob& job, const ParticleColumn& column, Stored type) {
+  if (const i64 count = CountMisfits(column, type); count > 0)
+    job.report.changed.push_back(MisfitText(column, count, type));
 }
 
 }  // namespace MELDO_GLOBAL::exchange

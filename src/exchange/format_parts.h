@@ -19,6 +19,11 @@ inline Stored ShortTypeOf(const ParticleColumn& column) {
   return column.IsReal() ? Stored::F32 : Stored::I32;
 }
 
+/// Whether whole numbers of a column need 64 bits.
+inline bool NeedsWide(const ParticleColumn& column) {
+  return column.Type() == ValueType::I64 && CountMisfits(column, Stored::I32) > 0;
+}
+
 /// Turns ids that a format keeps as real numbers into whole ones, where all of them are.
 void MakeIdsWhole(ParticleTable& table);
 
@@ -29,7 +34,11 @@ void LoseAllBut(WriteJob& job, std::initializer_list<std::string_view> kept);
 ParticleColumn& ReadColumn(ByteSource& source, ParticleTable& table, std::string_view inFile,
                            Stored type, int components, std::endian order);
 /// And writes one.
-void WriteColumn(ByteSink& sink, const ParticleTable& table, std::size_t column, Stored type,
-                 std::endian order);
+void WriteColumn(WriteJob& job, std::size_t column, Stored type, std::endian order);
+/// Adds all components of a column to records, behind their other fields, and reports numbers that
+/// the type doesn't hold.
+void AppendColumn(WriteJob& job, RecordLayout& layout, std::size_t column, Stored type);
+/// Reports them alone.
+void TellMisfits(WriteJob& job, const ParticleColumn& column, Stored type);
 
 }  // namespace MELDO_GLOBAL::exchange

@@ -47,7 +47,7 @@ void ReadGeoAttribute(TextSource& text, ParticleTable& table) {
   const bool isReal = type == "float" || type == "vector";
   if (!isReal && type != "int" && type != "index")
     text.Fail(fmt::format("an attribute has the unknown type \"{}\"", PlainName(type, 40)));
-  ParticleColumn& column = AddFromFile(table, name, isReal ? ValueType::F32 : ValueType::I32,
+  ParticleColumn& column = AddFromFile(table, name, isReal ? ValueType::F32 : ValueType::I64,
                                        static_cast<int>(components));
   i64 values = components;
   if (type == "index") {
@@ -66,18 +66,19 @@ void ReadGeoAttribute(TextSource& text, ParticleTable& table) {
 void ReadGeoPoints(TextSource& text, ParticleTable& table, i64 count) {
   constexpr std::size_t kPlace = 3;
   RowTaker taker(table);
-  std::vector<double> row(taker.Width());
+  std::vector<TextNumber> row(taker.Width());
   for (i64 i = 0; i < count; ++i) {
-    for (std::size_t c = 0; c < kPlace; ++c) row[c] = text.Real(kGeoMarks);
+    for (std::size_t c = 0; c < kPlace; ++c) row[c] = text.Number(kGeoMarks);
     text.Real(kGeoMarks);
     if (row.size() > kPlace) {
       text.Expect("(", kGeoMarks);
-      for (std::size_t c = kPlace; c < row.size(); ++c) row[c] = text.Real(kGeoMarks);
+      for (std::size_t c = kPlace; c < row.size(); ++c) row[c] = text.Number(kGeoMarks);
       text.Expect(")", kGeoMarks);
     }
     taker.Take(row, text.Source());
   }
   taker.Finish();
+  NarrowWholeColumns(table);
 }
 
 void ReadGeo(ByteSource& source, ParticleTable& table) {
@@ -116,7 +117,7 @@ void WriteGeoAttribute(ByteSink& sink, const std::string& name, const ParticleCo
   sink.Append(line + "\n");
 }
 
-/// The value as the format's readers take it: single precision, 32 bits.
+/// The value as the format's readers take it: of reals what single precision holds.
 void AppendShort(std::string& line, const ParticleColumn& column, i64 row, int component) {
   const bool isLong = column.Type() == ValueType::F64;
   if (isLong)
@@ -134,8 +135,10 @@ void WriteGeo(WriteJob& job) {
                   "NPointAttrib {} NVertexAttrib 0 NPrimAttrib 0 NAttrib 0\n",
                   table.Count(), names.size() - 1));
   if (names.size() > 1) job.sink.Append("PointAttrib\n");
-  for (std::size_t i = 0; i < names.size(); ++i)
+  for (std::size_t i = 0; i < names.size(); ++i) {
     if (i != position) WriteGeoAttribute(job.sink, names[i], table.Columns()[i]);
+    if (table.Columns()[i].IsReal()) TellMisfits(job, table.Columns()[i], Stored::F32);
+  }
   std::string line;
   for (i64 row = 0; row < table.Count(); ++row) {
     line.clear();

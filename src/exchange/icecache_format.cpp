@@ -162,7 +162,7 @@ void WriteIcecache(WriteJob& job) {
     const ParticleColumn& column = table.Columns()[i];
     // Readers take whole numbers one by one.
     if (IceTypeOf(column) == 0 || (!column.IsReal() && column.components > 1))
-      job.lost.push_back(column.name);
+      job.report.lost.push_back(column.name);
     else
       kept.push_back(i);
   }
@@ -175,7 +175,7 @@ void WriteIcecache(WriteJob& job) {
     WriteIceAttribute(sink, names[i], IceTypeOf(table.Columns()[i]), names[i] == kIcePosition);
   for (const std::size_t i : kept) {
     RecordLayout layout(std::endian::little);
-    layout.Append(table, i, ShortTypeOf(table.Columns()[i]));
+    AppendColumn(job, layout, i, ShortTypeOf(table.Columns()[i]));
     constexpr f32 kOpaque = 1;
     if (IceTypeOf(table.Columns()[i]) == 512)
       layout.Reserve({reinterpret_cast<const char*>(&kOpaque), sizeof kOpaque});

@@ -190,7 +190,7 @@ void WriteMc(WriteJob& job) {
   for (std::size_t i = 0; i < names.size(); ++i) {
     const ParticleColumn& column = table.Columns()[i];
     if (column.components != 1 && column.components != 3) {
-      job.lost.push_back(column.name);
+      job.report.lost.push_back(column.name);
       continue;
     }
     const McValues& values = McValuesFor(column);
@@ -215,7 +215,7 @@ void WriteMc(WriteJob& job) {
   job.sink.Append("MYCH");
   for (std::size_t i = 0; i < kept.size(); ++i) {
     job.sink.Append(heads[i]);
-    WriteColumn(job.sink, table, kept[i], McValuesFor(table.Columns()[kept[i]]).type, kMcOrder);
+    WriteColumn(job, kept[i], McValuesFor(table.Columns()[kept[i]]).type, kMcOrder);
   }
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 
 #include "exchange/attribute_names.h"
 
@@ -23,12 +24,20 @@ constexpr KnownVector kKnownVectors[] = {{"position", {"x", "y", "z"}},
                                          {"color", {"red", "green", "blue"}}};
 constexpr std::string_view kAxes[] = {"_x", "_y", "_z"};
 
+/// Whether names are the same but for capitals.
+bool IsSameWord(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](unsigned char x, unsigned char y) {
+    return std::tolower(x) == std::tolower(y);
+  });
+}
+
 /// The vector that begins with a column; empty where none does.
 std::string VectorAt(const std::vector<FlatColumn>& flat, std::size_t at) {
   if (at + 3 > flat.size()) return {};
   for (const KnownVector& known : kKnownVectors)
-    if (flat[at].name == known.parts[0] && flat[at + 1].name == known.parts[1] &&
-        flat[at + 2].name == known.parts[2])
+    if (IsSameWord(flat[at].name, known.parts[0]) &&
+        IsSameWord(flat[at + 1].name, known.parts[1]) &&
+        IsSameWord(flat[at + 2].name, known.parts[2]))
       return std::string(known.own);
   const std::string& first = flat[at].name;
   if (first.size() < 3 || !first.ends_with(kAxes[0])) return {};
@@ -53,11 +62,13 @@ std::vector<ComponentPlace> JoinComponents(ParticleTable& table,
   for (std::size_t at = 0; at < flat.size();) {
     const std::string vector = VectorAt(flat, at);
     const int components = vector.empty() ? 1 : 3;
-    if (vector.empty()) {
-      AddFromFile(table, flat[at].name, flat[at].type, 1);
-    } else {
-      table.Add(vector, Widest(flat, at), 3);
-    }
+    const std::string& told = flat[at].name;
+    const ParticleColumn& column = vector.empty() ? AddFromFile(table, told, flat[at].type, 1)
+                                                  : table.Add(vector, Widest(flat, at), 3);
+    const std::string wanted = vector.empty() ? NameFromFile(told, 1) : vector;
+    if (column.name != wanted && column.name != told)
+      table.warnings.push_back(
+          fmt::format("there is a second '{}', which becomes '{}'", told, column.name));
     for (int c = 0; c < components; ++c) places.push_back({table.Columns().size() - 1, c});
     at += static_cast<std::size_t>(components);
   }

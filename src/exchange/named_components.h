@@ -20,8 +20,9 @@ struct FlatColumn {
 };
 
 /// Adds to an empty table the columns that a file's columns of numbers mean: x y z is the position,
-/// vx vy vz the velocity, red green blue the colour, nx ny nz the normal, and three names in
-/// a row that end in _x, _y and _z one vector. Tells for each where it goes.
+/// vx vy vz the velocity, red green blue the colour, nx ny nz the normal, in capitals too, and
+/// three names in a row that end in _x, _y and _z one vector. Tells for each where it goes. Of a
+/// name that is there twice the second one gets a number, with a warning.
 std::vector<ComponentPlace> JoinComponents(ParticleTable& table,
                                            const std::vector<FlatColumn>& flat);
 /// The names that the components of a column have in such files.

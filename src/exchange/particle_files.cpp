@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <new>
 
 #include "host/file_error.h"
@@ -56,14 +57,45 @@ Wrapping WrappingOf(const ParticleFormat& format, bool isGzip) {
   return isWrapped ? Wrapping::Gzip : Wrapping::None;
 }
 
-std::vector<std::string> WriteTo(ByteSink& sink, const ParticleTable& table,
-                                 const ParticleFormat& format) {
+/// The rows at finite places; all of them where nothing tells the places.
+std::vector<i64> PlacedRows(const ParticleTable& table) {
+  std::vector<i64> rows;
+  const ParticleColumn* position = table.Find("position", 3);
+  for (i64 row = 0; row < table.Count(); ++row)
+    if (!position || (std::isfinite(position->At(row, 0)) && std::isfinite(position->At(row, 1)) &&
+                      std::isfinite(position->At(row, 2))))
+      rows.push_back(row);
+  return rows;
+}
+
+bool ArePlaced(const ParticleTable& table) {
+  const ParticleColumn* position = table.Find("position", 3);
+  if (!position) return true;
+  return std::visit(
+      [](const auto& list) {
+        return std::all_of(list.begin(), list.end(),
+                           [](auto v) { return std::isfinite(static_cast<double>(v)); });
+      },
+      position->values);
+}
+
+WriteReport WriteTo(ByteSink& sink, const ParticleTable& table, const ParticleFormat& format) {
   if (!format.write)
     Damaged(fmt::format("particles can be read as {}, but not written", format.name));
-  WriteJob job{table, sink, {}};
+  if (!ArePlaced(table)) {
+    const std::vector<i64> rows = PlacedRows(table);
+    const i64 left = table.Count() - static_cast<i64>(rows.size());
+    WriteReport report = WriteTo(sink, table.Picked(rows), format);
+    report.changed.push_back(fmt::format(
+        "{} at no finite place {} left out",
+        left == 1 ? "1 particle" : fmt::format("{} particles", left), left == 1 ? "is" : "are"));
+    return report;
+  }
+  WriteJob job{table, sink};
+  job.report.count = table.Count();
   format.write(job);
   sink.Finish();
-  return std::move(job.lost);
+  return std::move(job.report);
 }
 
 /// The format that the first bytes tell; null where they don't.
@@ -87,6 +119,22 @@ const std::vector<const ParticleFormat*>& ParticleFormats() {
       &PtsFormat(), &RibFormat(),   &XyzFormat(),      &McFormat(),  &IcecacheFormat(),
       &PlyFormat(), &CsvFormat(),   &VdbPointsFormat()};
   return formats;
+}
+
+std::vector<std::string> WriteReport::Clauses() const {
+  std::vector<std::string> clauses = changed;
+  std::string names;
+  for (const std::string& name : lost) names += (names.empty() ? "" : ", ") + name;
+  if (!lost.empty()) clauses.push_back("the format has no place for " + names);
+  return clauses;
+}
+
+std::string HeadOfFile(const fs::path& path, std::size_t bytes) {
+  try {
+    return std::string(ByteSource(path).Peek(bytes));
+  } catch (const host::FileError& error) {
+    FailWith("read", path, error.what());
+  }
 }
 
 const ParticleFormat* FindFormat(std::string_view name) {
@@ -129,14 +177,14 @@ ParticleTable ParseParticles(std::string_view bytes, const ParticleFormat& forma
   return ReadWith(source, format);
 }
 
-std::vector<std::string> WriteParticles(const fs::path& path, const ParticleTable& table) {
+WriteReport WriteParticles(const fs::path& path, const ParticleTable& table) {
   const NamedFormat named = FormatOfName(path);
   if (!named.format) FailWith("write", path, "its name tells no known format of particles");
   return WriteParticles(path, table, *named.format, named.isGzip);
 }
 
-std::vector<std::string> WriteParticles(const fs::path& path, const ParticleTable& table,
-                                        const ParticleFormat& format, bool isGzip) {
+WriteReport WriteParticles(const fs::path& path, const ParticleTable& table,
+                           const ParticleFormat& format, bool isGzip) {
   Wrapping wrapping{};
   try {
     wrapping = WrappingOf(format, isGzip);
@@ -145,22 +193,24 @@ std::vector<std::string> WriteParticles(const fs::path& path, const ParticleTabl
   }
   host::PartFile file(path);
   ByteSink sink(file, wrapping);
-  std::vector<std::string> lost;
+  WriteReport report;
   try {
-    lost = WriteTo(sink, table, format);
+    report = WriteTo(sink, table, format);
   } catch (const host::FileError& error) {
     const std::string why = error.what();
     if (why.find(path.string()) != std::string::npos) throw;
     FailWith("write", path, why);
   }
   file.Commit();
-  return lost;
+  return report;
 }
 
-std::string EncodeParticles(const ParticleTable& table, const ParticleFormat& format, bool isGzip) {
+std::string EncodeParticles(const ParticleTable& table, const ParticleFormat& format, bool isGzip,
+                            WriteReport* report) {
   std::string bytes;
   ByteSink sink(bytes, WrappingOf(format, isGzip));
-  WriteTo(sink, table, format);
+  WriteReport own = WriteTo(sink, table, format);
+  if (report) *report = std::move(own);
   return bytes;
 }
 

@@ -9,6 +9,10 @@
 
 namespace MELDO_GLOBAL::exchange {
 
+/// The first bytes of a file, unwrapped, at most so many. Throws host::FileError with a sentence
+/// that names the file.
+std::string HeadOfFile(const std::filesystem::path& path, std::size_t bytes);
+
 /// The format of a name such as "bgeo"; null for another word.
 const ParticleFormat* FindFormat(std::string_view name);
 /// What a file's name says: its format, null for none of them, and whether it is wrapped.
@@ -27,16 +31,15 @@ ParticleTable ReadParticles(const std::filesystem::path& path);
 /// The same of bytes in memory, in a format that they have.
 ParticleTable ParseParticles(std::string_view bytes, const ParticleFormat& format);
 
-/// Writes a whole file in the format of its name, and answers which columns it can't hold. The file
-/// appears when it is done. Throws host::FileError.
-std::vector<std::string> WriteParticles(const std::filesystem::path& path,
-                                        const ParticleTable& table);
+/// Writes a whole file in the format of its name, and answers what is different in it. The file
+/// appears when it is done. Particles at no finite place are in no file of any format. Throws
+/// host::FileError.
+WriteReport WriteParticles(const std::filesystem::path& path, const ParticleTable& table);
 /// The same in a format of choice, wrapped where it is asked for and the format has it.
-std::vector<std::string> WriteParticles(const std::filesystem::path& path,
-                                        const ParticleTable& table, const ParticleFormat& format,
-                                        bool isGzip);
+WriteReport WriteParticles(const std::filesystem::path& path, const ParticleTable& table,
+                           const ParticleFormat& format, bool isGzip);
 /// The bytes of such a file.
 std::string EncodeParticles(const ParticleTable& table, const ParticleFormat& format,
-                            bool isGzip = false);
+                            bool isGzip = false, WriteReport* report = nullptr);
 
 }  // namespace MELDO_GLOBAL::exchange

@@ -13,11 +13,21 @@ namespace MELDO_GLOBAL::exchange {
 /// Whether files of a format are wrapped by gzip: never, where the name ends in .gz, or always.
 enum class GzipUse { Never, ByName, Always };
 
+/// In what a file is another than the table that it was written from.
+struct WriteReport {
+  i64 count = 0;                     ///< particles that it holds
+  std::vector<std::string> lost;     ///< names of columns that aren't in it
+  std::vector<std::string> changed;  ///< clauses of what became of numbers and particles
+
+  /// All of that as clauses.
+  std::vector<std::string> Clauses() const;
+};
+
 /// What a writer takes, and where it says what the format can't hold.
 struct WriteJob {
   const ParticleTable& table;
   ByteSink& sink;
-  std::vector<std::string> lost;  ///< names of columns that aren't in the file
+  WriteReport report = {};
 };
 
 /// One format. Readers and writers throw host::FileError with a clause that goes on behind the name

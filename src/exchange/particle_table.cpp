@@ -50,6 +50,30 @@ i64 ParticleTable::Bytes() const {
   return static_cast<i64>(bytes);
 }
 
+ParticleTable ParticleTable::Picked(std::span<const i64> rows) const {
+  ParticleTable picked;
+  picked.remarks = remarks;
+  picked.spacing = spacing;
+  picked.mCount = static_cast<i64>(rows.size());
+  for (const ParticleColumn& column : mColumns) {
+    ParticleColumn& own = picked.mColumns.emplace_back();
+    own.name = column.name;
+    own.components = column.components;
+    own.words = column.words;
+    own.values = EmptyValues(column.Type());
+    std::visit(
+        [&](auto& to) {
+          const auto& from = std::get<std::remove_reference_t<decltype(to)>>(column.values);
+          to.reserve(rows.size() * static_cast<std::size_t>(column.components));
+          for (const i64 row : rows)
+            to.insert(to.end(), from.begin() + row * column.components,
+                      from.begin() + (row + 1) * column.components);
+        },
+        own.values);
+  }
+  return picked;
+}
+
 ColumnValues EmptyValues(ValueType type) {
   switch (type) {
     case ValueType::U8: return std::vector<u8>();

@@ -58,6 +58,8 @@ class ParticleTable {
   }
   /// Bytes of all values.
   i64 Bytes() const;
+  /// A table of some of the rows.
+  ParticleTable Picked(std::span<const i64> rows) const;
 
   std::vector<Remark> remarks;
   std::vector<std::string> warnings;  ///< what a reader left out, each a clause

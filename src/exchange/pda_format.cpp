@@ -23,7 +23,7 @@ void ReadPda(ByteSource& source, ParticleTable& table) {
   for (const std::string& name : names) {
     const std::string_view type = text.Word();
     if (type != "V" && type != "R" && type != "I") text.Fail("expected a type V, R or I");
-    AddFromFile(table, name, type == "I" ? ValueType::I32 : ValueType::F32, type == "V" ? 3 : 1);
+    AddFromFile(table, name, type == "I" ? ValueType::I64 : ValueType::F32, type == "V" ? 3 : 1);
   }
   ExpectPositions(table);
   text.Expect("NUMBER_OF_PARTICLES:");
@@ -33,12 +33,13 @@ void ReadPda(ByteSource& source, ParticleTable& table) {
   RowTaker taker(table);
   // A number and what parts it from the next.
   source.Expect(count, 2 * taker.Width() - 1, "particles");
-  std::vector<double> row(taker.Width());
+  std::vector<TextNumber> row(taker.Width());
   for (i64 i = 0; i < count; ++i) {
-    for (double& value : row) value = text.Real();
+    for (TextNumber& value : row) value = text.Number();
     taker.Take(row, source);
   }
   taker.Finish();
+  NarrowWholeColumns(table);
 }
 
 void WritePda(WriteJob& job) {
@@ -51,10 +52,11 @@ void WritePda(WriteJob& job) {
     const ParticleColumn& column = table.Columns()[i];
     const bool isVector = column.components == 3;
     if (!isVector && column.components != 1) {
-      job.lost.push_back(column.name);
+      job.report.lost.push_back(column.name);
       continue;
     }
     kept.push_back(&column);
+    if (column.IsReal()) TellMisfits(job, column, Stored::F32);
     listed += ' ' + names[i];
     types += isVector ? " V" : column.IsReal() ? " R" : " I";
   }

@@ -142,7 +142,7 @@ void WritePdbAs(WriteJob& job, const PdbShape& shape) {
     sink.Number(static_cast<u32>(table.Count() * bytes));
     sink.Number(i32{1});
     sink.Field("", shape.data - 4 * sizeof(u32));
-    WriteColumn(sink, table, i, column.IsReal() ? Stored::F32 : Stored::I32, std::endian::little);
+    WriteColumn(job, i, ShortTypeOf(column), std::endian::little);
   }
 }
 

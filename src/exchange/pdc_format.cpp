@@ -78,7 +78,7 @@ void WritePdc(WriteJob& job) {
     if (column.components == 1 || column.components == 3)
       kept.push_back(i);
     else
-      job.lost.push_back(column.name);
+      job.report.lost.push_back(column.name);
   }
   ByteSink& sink = job.sink;
   sink.Append(kPdcMagic);
@@ -95,7 +95,7 @@ void WritePdc(WriteJob& job) {
                 : isInt                ? i32{kPdcInts}
                                        : i32{kPdcReals},
                 kPdcOrder);
-    WriteColumn(sink, table, i, isInt ? Stored::I32 : Stored::F64, kPdcOrder);
+    WriteColumn(job, i, isInt ? Stored::I32 : Stored::F64, kPdcOrder);
   }
 }
 

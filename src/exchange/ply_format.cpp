@@ -57,9 +57,9 @@ std::size_t RowSizeOf(const host::PlyElement& element) {
 
 void ReadPlyRows(TextSource& text, ParticleTable& table, i64 count) {
   RowTaker taker(table);
-  std::vector<double> row(taker.Width());
+  std::vector<TextNumber> row(taker.Width());
   for (i64 i = 0; i < count; ++i) {
-    for (double& value : row) value = text.Real();
+    for (TextNumber& value : row) value = text.Number();
     taker.Take(row, text.Source());
   }
   taker.Finish();
@@ -116,13 +116,6 @@ void ReadPlyPoints(ByteSource& source, ParticleTable& table) {
   Damaged("it has no points");
 }
 
-/// Whether whole numbers of 64 bits need the room.
-bool IsWide(const ParticleColumn& column) {
-  if (column.Type() != ValueType::I64) return false;
-  const auto& list = std::get<std::vector<i64>>(column.values);
-  return std::any_of(list.begin(), list.end(), [](i64 v) { return v != static_cast<i32>(v); });
-}
-
 void WritePlyPoints(WriteJob& job) {
   const ParticleTable& table = job.table;
   PositionColumn(table);
@@ -134,13 +127,13 @@ void WritePlyPoints(WriteJob& job) {
   RecordLayout layout(std::endian::little);
   for (std::size_t i = 0; i < table.Columns().size(); ++i) {
     const ParticleColumn& column = table.Columns()[i];
-    const bool isWide = IsWide(column);
+    const bool isWide = NeedsWide(column);
     for (const std::string& name : ComponentNames(column))
       header += fmt::format("property {} {}\n", PlyNameOf(column, isWide), name);
     const Stored type = column.Type() != ValueType::I64 ? StoredAs(column.Type())
                         : isWide                        ? Stored::F64
                                                         : Stored::I32;
-    layout.Append(table, i, type);
+    AppendColumn(job, layout, i, type);
   }
   job.sink.Append(header + "end_header\n");
   layout.Write(job.sink, table, table.Count());

@@ -16,7 +16,8 @@ constexpr std::size_t kPrtName = 32, kPrtRecord = 1 << 16;
 constexpr NamePair kPrtNames[] = {
     {"position", "Position"},  {"velocity", "Velocity"}, {"id", "ID"},
     {"color", "Color"},        {"density", "Density"},   {"age", "Age"},
-    {"life_span", "LifeSpan"}, {"normal", "Normal"},     {"uv", "TextureCoord"}};
+    {"life_span", "LifeSpan"}, {"normal", "Normal"},     {"uv", "TextureCoord"},
+    {"radius", "Radius"}};
 
 /// By their numbers in files.
 constexpr Stored kPrtTypes[] = {Stored::I16, Stored::I32, Stored::I64, Stored::F16,

@@ -133,6 +133,7 @@ void ReadPtc(ByteSource& source, ParticleTable& table) {
   layout.Read(source, table, count);
   if (!source.AtEnd()) Damaged("it goes on behind its last point");
   DecodeNormals(table);
+  MakeIdsWhole(table);
 }
 
 const char* PtcTypeOf(const ParticleColumn& column) {
@@ -188,6 +189,8 @@ void WritePtc(WriteJob& job) {
   const int radius = PlaceOf(table, "radius", 1);
   const ParticleColumn* normals = table.Find("normal", 3);
   WritePtcHeader(job.sink, table, table.Columns()[position]);
+  TellMisfits(job, table.Columns()[position], Stored::F32);
+  if (radius >= 0) TellMisfits(job, table.Columns()[radius], Stored::F32);
   const std::vector<std::string> names = NamesInFile(table);
   std::vector<std::size_t> kept;
   std::string lines;
@@ -196,10 +199,11 @@ void WritePtc(WriteJob& job) {
     const ParticleColumn& column = table.Columns()[i];
     if (i == position || static_cast<int>(i) == radius || &column == normals) continue;
     if (column.components != 1 && column.components != 3 && column.components != 16) {
-      job.lost.push_back(column.name);
+      job.report.lost.push_back(column.name);
       continue;
     }
     kept.push_back(i);
+    TellMisfits(job, column, Stored::F32);
     lines += fmt::format("{} {}\n", PtcTypeOf(column), names[i]);
     numbers += column.components;
   }

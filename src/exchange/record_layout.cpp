@@ -1,5 +1,7 @@
 #include "exchange/record_layout.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <concepts>
@@ -11,6 +13,7 @@ namespace MELDO_GLOBAL::exchange {
 namespace {
 
 constexpr std::size_t kBlockBytes = 1 << 16;
+constexpr i64 kLargest = std::numeric_limits<i64>::max();
 
 /// Half precision, which the language has no type for.
 struct Half {
@@ -67,6 +70,22 @@ auto WithStored(Stored type, F&& f) {
     case Stored::F16: return f(Half{});
     case Stored::F32: return f(f32{});
     default: return f(f64{});
+  }
+}
+
+/// Whether a number stays what it is when it is stored as another type.
+template <class To, class From>
+bool Fits(From value) {
+  const To stored = Nearest<To>(value);
+  if constexpr (std::floating_point<To> && std::floating_point<From>) {
+    return std::isfinite(stored) || !std::isfinite(value);
+  } else if constexpr (std::floating_point<To>) {
+    constexpr To kBeyond = static_cast<To>(0x1p63);
+    return stored < kBeyond && static_cast<i64>(stored) == static_cast<i64>(value);
+  } else if constexpr (std::floating_point<From>) {
+    return static_cast<From>(stored) == value;
+  } else {
+    return std::cmp_equal(stored, value);
   }
 }
 
@@ -141,6 +160,36 @@ Stored StoredAs(ValueType type) {
   }
 }
 
+i64 CountMisfits(const ParticleColumn& column, Stored as) {
+  if (as == StoredAs(column.Type())) return 0;
+  return std::visit(
+      [&](const auto& list) {
+        return WithStored(as, [&](auto zero) -> i64 {
+          using Number = decltype(zero);
+          if constexpr (std::is_same_v<Number, Half>) {
+            return 0;
+          } else {
+            return std::count_if(list.begin(), list.end(),
+                                 [](auto value) { return !Fits<Number>(value); });
+          }
+        });
+      },
+      column.values);
+}
+
+std::string MisfitText(const ParticleColumn& column, i64 count, Stored as) {
+  const bool isReal = as >= Stored::F16;
+  const std::string type = !isReal             ? fmt::format("{} bits", 8 * SizeOf(as))
+                           : as == Stored::F32 ? "single precision"
+                                               : "double precision";
+  return fmt::format(
+      "{} {} of '{}' {} fit into {} and {}", count, count == 1 ? "number" : "numbers", column.name,
+      count == 1 ? "doesn't" : "don't", type,
+      !isReal ? (count == 1 ? "becomes the nearest that does" : "become the nearest that do")
+      : column.IsReal() ? (count == 1 ? "becomes infinite" : "become infinite")
+                        : (count == 1 ? "loses its last digits" : "lose their last digits"));
+}
+
 void RecordLayout::Add(const RecordField& field) {
   const std::size_t end = field.offset + field.components * SizeOf(field.type);
   if (mBlank.size() < end) mBlank.resize(end, '\0');
@@ -151,11 +200,26 @@ void RecordLayout::Append(const ParticleTable& table, std::size_t column, Stored
   Add({column, type, Size(), 0, table.Columns()[column].components});
 }
 
+namespace {
+
+/// Warns of numbers of unsigned 64 bits that are too large for the column.
+void TellCut(ParticleTable& table, const RecordField& field, i64 first, i64 rows) {
+  ParticleColumn& column = table.Columns()[field.column];
+  const auto* list = std::get_if<std::vector<i64>>(&column.values);
+  if (field.type != Stored::U64 || !list) return;
+  const auto start = list->begin() + first * column.components;
+  const i64 cut = std::count(start, start + rows * column.components, kLargest);
+  if (cut > 0) table.warnings.push_back(MisfitText(column, cut, Stored::I64));
+}
+
+}  // namespace
+
 void RecordLayout::Read(ByteSource& source, ParticleTable& table, i64 rows, i64 first) const {
   source.Expect(rows, Size(), "records");
   const i64 most = static_cast<i64>(std::max<std::size_t>(kBlockBytes / Size(), 1));
   std::string bytes(static_cast<std::size_t>(std::min(most, rows)) * Size(), '\0');
   const bool swaps = mOrder != std::endian::native;
+  const i64 start = first;
   for (const i64 end = first + rows; first < end;) {
     const std::size_t count = static_cast<std::size_t>(std::min(most, end - first));
     source.Read(bytes.data(), count * Size());
@@ -168,6 +232,7 @@ void RecordLayout::Read(ByteSource& source, ParticleTable& table, i64 rows, i64 
     }
     first += static_cast<i64>(count);
   }
+  for (const RecordField& field : mFields) TellCut(table, field, start, rows);
 }
 
 void RecordLayout::Write(ByteSink& sink, const ParticleTable& table, i64 rows, i64 first) const {

@@ -19,6 +19,12 @@ ValueType TypeFor(Stored type);
 /// How numbers of a column stand in files that have every type.
 Stored StoredAs(ValueType type);
 
+/// How many numbers of a column would be others if they were stored as this: what doesn't fit, and
+/// whole ones whose last digits are lost; what single precision rounds doesn't count.
+i64 CountMisfits(const ParticleColumn& column, Stored as);
+/// The clause about so many of them.
+std::string MisfitText(const ParticleColumn& column, i64 count, Stored as);
+
 /// Some components of a column, side by side in every record.
 struct RecordField {
   std::size_t column = 0;  ///< its place in the table
@@ -43,7 +49,7 @@ class RecordLayout {
   bool IsEmpty() const { return mFields.empty(); }
 
   /// The next `rows` records go to the rows of the table from `first` on. Whole numbers that a
-  /// column can't hold become the nearest that it can.
+  /// column can't hold become the nearest that it can, with a warning.
   void Read(ByteSource& source, ParticleTable& table, i64 rows, i64 first = 0) const;
   /// The same the other way round.
   void Write(ByteSink& sink, const ParticleTable& table, i64 rows, i64 first = 0) const;

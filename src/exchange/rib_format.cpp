@@ -55,7 +55,7 @@ void WriteRib(WriteJob& job) {
           fmt::format("varying {} {}", column.components == 3 ? "vector" : "float", names[i]),
           column);
     else
-      job.lost.push_back(column.name);
+      job.report.lost.push_back(column.name);
   }
   job.sink.Append("\nAttributeEnd\n");
 }

@@ -2,19 +2,39 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cmath>
 #include <iterator>
+#include <limits>
 
+#include "exchange/record_layout.h"
 #include "host/mesh_readers.h"
 
 namespace MELDO_GLOBAL::exchange {
 
 namespace {
 constexpr i64 kRowsToJudgeBy = 1000;
+
+/// A number as one of a column; false where that can't hold it.
+template <class Value>
+bool Convert(const TextNumber& number, Value& value) {
+  if constexpr (std::is_integral_v<Value>) {
+    constexpr i64 kLeast = std::numeric_limits<Value>::min(),
+                  kMost = std::numeric_limits<Value>::max();
+    value = static_cast<Value>(std::clamp(number.whole, kLeast, kMost));
+    return value == number.whole && std::abs(number.real) < 0x1p63;
+  } else {
+    value = static_cast<Value>(number.real);
+    return std::isfinite(value) || !std::isfinite(number.real);
+  }
 }
+
+}  // namespace
 
 RowTaker::RowTaker(ParticleTable& table) : mTable(table) {
   for (const ParticleColumn& column : table.Columns())
     mWidth += static_cast<std::size_t>(column.components);
+  mMisfits.resize(table.Columns().size());
 }
 
 /// Growing by doubling would need three times the memory.
@@ -27,36 +47,41 @@ void RowTaker::ReserveFor(ByteSource& source) {
     std::visit([&](auto& list) { list.reserve(rows * column.components); }, column.values);
 }
 
-void RowTaker::Take(const std::vector<double>& row, ByteSource& source) {
+void RowTaker::Take(const std::vector<TextNumber>& row, ByteSource& source) {
   if (mRows == 0) mStart = source.Position();
   if (mRows == kRowsToJudgeBy) ReserveFor(source);
-  std::size_t at = 0;
-  for (ParticleColumn& column : mTable.Columns())
+  std::size_t at = 0, place = 0;
+  for (ParticleColumn& column : mTable.Columns()) {
     std::visit(
         [&](auto& list) {
-          using Value = typename std::remove_reference_t<decltype(list)>::value_type;
-          for (int c = 0; c < column.components; ++c) {
-            double value = row[at++];
-            if constexpr (std::is_integral_v<Value>) {
-              constexpr double kMost = sizeof(Value) == 8   ? 0x1p62
-                                       : sizeof(Value) == 4 ? 0x1p31 - 1
-                                                            : 255;
-              const double least = sizeof(Value) == 1 ? 0 : -kMost;
-              value = value >= least ? std::min(value, kMost) : least;
-            }
-            list.push_back(static_cast<Value>(value));
-          }
+          for (int c = 0; c < column.components; ++c)
+            mMisfits[place] += !Convert(row[at++], list.emplace_back());
         },
         column.values);
+    ++place;
+  }
   ++mRows;
 }
 
-void RowTaker::Finish() { mTable.SetCount(mRows); }
+void RowTaker::Finish() {
+  mTable.SetCount(mRows);
+  for (std::size_t i = 0; i < mMisfits.size(); ++i)
+    if (const ParticleColumn& column = mTable.Columns()[i]; mMisfits[i] > 0)
+      mTable.warnings.push_back(MisfitText(column, mMisfits[i], StoredAs(column.Type())));
+}
 
-void NumbersOf(const TextSource& text, std::string_view line, std::vector<double>& numbers) {
+void NarrowWholeColumns(ParticleTable& table) {
+  for (ParticleColumn& column : table.Columns())
+    if (column.Type() == ValueType::I64 && CountMisfits(column, Stored::I32) == 0) {
+      const auto& wide = std::get<std::vector<i64>>(column.values);
+      column.values = std::vector<i32>(wide.begin(), wide.end());
+    }
+}
+
+void NumbersOf(const TextSource& text, std::string_view line, std::vector<TextNumber>& numbers) {
   numbers.clear();
   for (std::string_view word = host::NextWord(line); !word.empty(); word = host::NextWord(line))
-    numbers.push_back(text.RealOf(word));
+    numbers.push_back(text.NumberOf(word));
 }
 
 void AppendValue(std::string& line, const ParticleColumn& column, i64 row, int component) {

@@ -18,8 +18,9 @@ class RowTaker {
   std::size_t Width() const { return mWidth; }
   /// Adds a row, a number for each component in the order of the columns; those of whole numbers
   /// take what stands before the point.
-  void Take(const std::vector<double>& row, ByteSource& source);
-  /// Gives the table its length.
+  void Take(const std::vector<TextNumber>& row, ByteSource& source);
+  /// Gives the table its length, and warnings of numbers that columns can't hold, which became the
+  /// nearest that they can.
   void Finish();
 
  private:
@@ -29,10 +30,14 @@ class RowTaker {
   std::size_t mWidth = 0;
   i64 mRows = 0;
   u64 mStart = 0;
+  std::vector<i64> mMisfits;  ///< of each column
 };
 
+/// Turns columns of 64 bits whose numbers fit into 32 into such.
+void NarrowWholeColumns(ParticleTable& table);
+
 /// The numbers of a line, parted by blanks or tabs.
-void NumbersOf(const TextSource& text, std::string_view line, std::vector<double>& numbers);
+void NumbersOf(const TextSource& text, std::string_view line, std::vector<TextNumber>& numbers);
 
 /// Appends a value as text that reads back to the same bits.
 void AppendValue(std::string& line, const ParticleColumn& column, i64 row, int component);

@@ -2,6 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
 #include "host/mesh_readers.h"
 
 namespace MELDO_GLOBAL::exchange {
@@ -28,12 +32,12 @@ void TextSource::Fail(std::string_view why) const {
 bool TextSource::Line(std::string& line) {
   line.clear();
   if (mSource.AtEnd()) return false;
+  mLine = mNext++;
   for (int c = mSource.Get(); c >= 0 && c != '\n'; c = mSource.Get()) {
     if (line.size() == kLongestLine) Fail("it is longer than any line of such a file");
     line += static_cast<char>(c);
   }
   if (line.ends_with('\r')) line.pop_back();
-  ++mLine;
   return true;
 }
 
@@ -47,7 +51,7 @@ void TextSource::ReadQuoted() {
   for (int c = mSource.Get(); c != '"'; c = mSource.Get()) {
     if (c == '\\') c = mSource.Get();
     if (c < 0) Fail("a quote doesn't end");
-    mLine += c == '\n';
+    mNext += c == '\n';
     Take(static_cast<char>(c));
   }
 }
@@ -57,9 +61,10 @@ std::string_view TextSource::Word(std::string_view marks) {
   mWasQuoted = false;
   for (int c = mSource.Get(); c >= 0; c = mSource.Get()) {
     if (IsSpace(c)) {
-      mLine += c == '\n';
+      mNext += c == '\n';
       continue;
     }
+    mLine = mNext;
     if (c == '"') {
       ReadQuoted();
       return mWord;
@@ -85,6 +90,15 @@ double TextSource::RealOf(std::string_view word) const {
   return *value;
 }
 
+TextNumber TextSource::NumberOf(std::string_view word) const {
+  if (const auto whole = host::ParseInteger(word)) return {static_cast<double>(*whole), *whole};
+  constexpr double kMost = 0x1p63;
+  const double real = RealOf(word);
+  if (std::isnan(real)) return {real, 0};
+  if (real >= kMost) return {real, std::numeric_limits<i64>::max()};
+  return {real, static_cast<i64>(std::max(real, -kMost))};
+}
+
 i64 TextSource::WholeOf(std::string_view word) const {
   const auto value = host::ParseInteger(word);
   if (word.empty()) Fail("it ends too early");
@@ -93,6 +107,7 @@ i64 TextSource::WholeOf(std::string_view word) const {
 }
 
 double TextSource::Real(std::string_view marks) { return RealOf(Word(marks)); }
+TextNumber TextSource::Number(std::string_view marks) { return NumberOf(Word(marks)); }
 i64 TextSource::Whole(std::string_view marks) { return WholeOf(Word(marks)); }
 
 void TextSource::Expect(std::string_view word, std::string_view marks) {

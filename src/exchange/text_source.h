@@ -7,6 +7,12 @@
 
 namespace MELDO_GLOBAL::exchange {
 
+/// A number of a text. Whole ones have all their digits, of which a double drops some.
+struct TextNumber {
+  double real = 0;
+  i64 whole = 0;  ///< what stands before the point, at most what 64 bits hold
+};
+
 /// Takes words or lines off a source. Throws host::FileError with the number of the line.
 class TextSource {
  public:
@@ -19,6 +25,7 @@ class TextSource {
   std::string_view Word(std::string_view marks = {});
   /// The next word as a number.
   double Real(std::string_view marks = {});
+  TextNumber Number(std::string_view marks = {});
   i64 Whole(std::string_view marks = {});
   /// The next word has to be this one.
   void Expect(std::string_view word, std::string_view marks = {});
@@ -26,6 +33,7 @@ class TextSource {
   bool WasQuoted() const { return mWasQuoted; }
 
   double RealOf(std::string_view word) const;
+  TextNumber NumberOf(std::string_view word) const;
   i64 WholeOf(std::string_view word) const;
   [[noreturn]] void Fail(std::string_view why) const;
 
@@ -38,7 +46,8 @@ class TextSource {
   ByteSource& mSource;
   std::string mWord;
   bool mWasQuoted = false;
-  i64 mLine = 1;
+  i64 mLine = 1;  ///< of the last word or line
+  i64 mNext = 1;  ///< of the next byte
 };
 
 }  // namespace MELDO_GLOBAL::exchange

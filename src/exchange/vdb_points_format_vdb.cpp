@@ -1,4 +1,5 @@
-// Points of the volume library: single precision, in blocks of voxels.
+// Points of the volume library, in blocks of voxels: numbers of 32 bits, or of 64 where those that
+// are there need them.
 #include <openvdb/io/Stream.h>
 #include <openvdb/openvdb.h>
 #include <openvdb/points/PointConversion.h>
@@ -7,6 +8,7 @@
 #include <cmath>
 #include <istream>
 #include <memory>
+#include <sstream>
 
 #include "exchange/attribute_names.h"
 #include "exchange/format_parts.h"
@@ -22,15 +24,33 @@ namespace points = openvdb::points;
 template <class T>
 std::vector<T> ValuesOf(const ParticleColumn& column, i64 count) {
   std::vector<T> values(static_cast<std::size_t>(count));
-  for (i64 i = 0; i < count; ++i) {
-    if constexpr (openvdb::VecTraits<T>::IsVec) {
-      for (int a = 0; a < 3; ++a)
-        values[i][a] = static_cast<typename T::ValueType>(column.At(i, a));
-    } else {
-      values[i] = static_cast<T>(column.At(i));
-    }
-  }
+  // By way of a double whole numbers would lose digits.
+  std::visit(
+      [&](const auto& list) {
+        for (std::size_t i = 0; i < values.size(); ++i) {
+          if constexpr (openvdb::VecTraits<T>::IsVec) {
+            for (std::size_t a = 0; a < 3; ++a)
+              values[i][static_cast<int>(a)] = static_cast<typename T::ValueType>(list[3 * i + a]);
+          } else {
+            values[i] = static_cast<T>(list[i]);
+          }
+        }
+      },
+      column.values);
   return values;
+}
+
+/// Calls f with a value of the type that a column has in the file.
+template <class F>
+void WithAttributeType(const ParticleColumn& column, F&& f) {
+  const bool isWhole = column.Type() == ValueType::I32 || column.Type() == ValueType::I64;
+  const bool isShort = CountMisfits(column, Stored::F32) == 0;
+  if (column.components == 3)
+    isShort ? f(openvdb::Vec3f()) : f(openvdb::Vec3d());
+  else if (isWhole)
+    NeedsWide(column) ? f(openvdb::Int64()) : f(openvdb::Int32());
+  else
+    isShort ? f(float()) : f(double());
 }
 
 /// Adds attributes to points that lie in their voxels already.
@@ -41,14 +61,8 @@ class AttributeWriter {
       : mTree(tree), mIndex(index), mCount(count) {}
 
   void Add(const std::string& name, const ParticleColumn& column) {
-    const bool isWhole = column.Type() == ValueType::I32 || column.Type() == ValueType::I64;
-    if (column.components == 3) {
-      Populate(name, ValuesOf<openvdb::Vec3f>(column, mCount));
-    } else if (isWhole) {
-      Populate(name, ValuesOf<i32>(column, mCount));
-    } else {
-      Populate(name, ValuesOf<float>(column, mCount));
-    }
+    WithAttributeType(column,
+                      [&](auto zero) { Populate(name, ValuesOf<decltype(zero)>(column, mCount)); });
   }
 
  private:
@@ -63,19 +77,53 @@ class AttributeWriter {
   i64 mCount;
 };
 
-/// Voxels with some eight particles, where nobody says how far they stand apart.
+/// How wide the middle of all particles is, four fifths of them, in the direction in which it is
+/// widest. A few that are far off don't count.
+double MiddleOf(const ParticleTable& table, const ParticleColumn& position) {
+  constexpr i64 kMostAsked = 10000;
+  const i64 stride = std::max<i64>(1, table.Count() / kMostAsked);
+  double widest = 0;
+  for (int a = 0; a < 3; ++a) {
+    std::vector<double> places;
+    for (i64 i = 0; i < table.Count(); i += stride) places.push_back(position.At(i, a));
+    std::sort(places.begin(), places.end());
+    const std::size_t rim = places.size() / 10;
+    if (!places.empty()) widest = std::max(widest, places[places.size() - 1 - rim] - places[rim]);
+  }
+  return widest;
+}
+
+/// Voxels with some eight particles, where nobody says how far they stand apart; large enough for
+/// the library to count them to the farthest one.
 double VoxelFor(const ParticleTable& table, const ParticleColumn& position) {
-  if (table.spacing > 0) return table.spacing;
-  double low[3] = {}, high[3] = {}, most = 0;
-  for (i64 i = 0; i < table.Count(); ++i)
-    for (int a = 0; a < 3; ++a) {
-      const double p = position.At(i, a);
-      low[a] = i == 0 ? p : std::min(low[a], p);
-      high[a] = i == 0 ? p : std::max(high[a], p);
-    }
-  for (int a = 0; a < 3; ++a) most = std::max(most, high[a] - low[a]);
-  const double blocks = std::cbrt(std::max(1.0, static_cast<double>(table.Count()) / 8));
-  return most > 0 && std::isfinite(most) ? most / blocks : 1.0;
+  constexpr double kMostVoxels = 0x1p30;
+  double voxel = table.spacing, farthest = 0;
+  for (i64 i = 0; i < 3 * table.Count(); ++i)
+    farthest = std::max(farthest, std::abs(position.At(i / 3, static_cast<int>(i % 3))));
+  if (!(voxel > 0)) {
+    const double middle = MiddleOf(table, position);
+    const double blocks = std::cbrt(std::max(1.0, static_cast<double>(table.Count()) / 8));
+    voxel = middle > 0 ? middle / blocks : 1.0;
+  }
+  return std::max(voxel, farthest / kMostVoxels);
+}
+
+constexpr const char* kColumnsOfNone = "columns";
+
+std::string AttributeName(const ParticleColumn& column) {
+  return column.name == "velocity" ? "v" : PlainName(column.name);
+}
+
+/// Points have attributes by the blocks that they are in: without any the file tells which columns
+/// there would be.
+void DescribeColumns(openvdb::GridBase& grid, const ParticleTable& table) {
+  std::string text;
+  for (const ParticleColumn& column : table.Columns())
+    if (column.name != "position" && (column.components == 1 || column.components == 3))
+      WithAttributeType(column, [&](auto zero) {
+        text += AttributeName(column) + " " + openvdb::typeNameAsString<decltype(zero)>() + " ";
+      });
+  grid.insertMeta(kColumnsOfNone, openvdb::StringMetadata(text));
 }
 
 openvdb::GridBase::Ptr MakePointGrid(WriteJob& job) {
@@ -88,14 +136,14 @@ openvdb::GridBase::Ptr MakePointGrid(WriteJob& job) {
       openvdb::tools::createPointIndexGrid<openvdb::tools::PointIndexGrid>(wrapper, *transform);
   const auto grid = points::createPointDataGrid<points::NullCodec, points::PointDataGrid>(
       *index, wrapper, *transform);
-  if (places.empty()) return grid;
+  if (places.empty()) DescribeColumns(*grid, table);
   AttributeWriter writer(grid->tree(), index->tree(), table.Count());
   for (const ParticleColumn& column : table.Columns()) {
     if (&column == &position) continue;
     if (column.components != 1 && column.components != 3)
-      job.lost.push_back(column.name);
-    else
-      writer.Add(column.name == "velocity" ? "v" : PlainName(column.name), column);
+      job.report.lost.push_back(column.name);
+    else if (!places.empty())
+      writer.Add(AttributeName(column), column);
   }
   return grid;
 }
@@ -207,6 +255,12 @@ void TakeRemarks(const points::PointDataGrid& grid, ParticleTable& table) {
   }
 }
 
+void AddColumnsOfNone(const points::PointDataGrid& grid, ParticleTable& table) {
+  const auto columns = grid.getMetadata<openvdb::StringMetadata>(kColumnsOfNone);
+  std::istringstream words(columns ? columns->value() : std::string());
+  for (std::string name, type; words >> name >> type;) AddColumnFor(table, name, type);
+}
+
 void TakeGrid(const points::PointDataGrid& grid, ParticleTable& table) {
   i64 count = 0;
   auto leaf = grid.tree().cbeginLeaf();
@@ -223,7 +277,7 @@ void TakeGrid(const points::PointDataGrid& grid, ParticleTable& table) {
   table.spacing = grid.voxelSize()[0];
   TakeRemarks(grid, table);
   auto& positions = std::get<std::vector<f64>>(table.Add("position", ValueType::F64, 3).values);
-  if (!first) return;
+  if (!first) return AddColumnsOfNone(grid, table);
   // A further column may move the first one, but not its values.
   f64* places = positions.data();
   const std::vector<VdbAttribute> attributes = AddColumns(*first, table);

@@ -29,7 +29,7 @@ bool AddScanColumns(ParticleTable& table, std::size_t width, bool mayHaveQuality
 void ReadScanRows(TextSource& text, ParticleTable& table, bool mayHaveQuality) {
   std::optional<RowTaker> taker;
   std::string line;
-  std::vector<double> numbers;
+  std::vector<TextNumber> numbers;
   i64 shorter = 0;
   while (text.Line(line)) {
     const std::size_t start = line.find_first_not_of(" \t\r");
@@ -46,7 +46,8 @@ void ReadScanRows(TextSource& text, ParticleTable& table, bool mayHaveQuality) {
       continue;
     }
     if (table.Columns().back().name == "color")
-      for (std::size_t c = taker->Width() - 3; c < taker->Width(); ++c) numbers[c] /= kFullByte;
+      for (std::size_t c = taker->Width() - 3; c < taker->Width(); ++c)
+        numbers[c].real /= kFullByte;
     taker->Take(numbers, text.Source());
   }
   if (taker) {
