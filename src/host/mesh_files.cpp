@@ -38,6 +38,9 @@ void Check(const Geometry& g) {
     if (!IsFinite(g.points[i]))
       throw MeshFileError(
           fmt::format("has a coordinate that isn't finite, in point {} (counted from 0)", i));
+  for (const auto* ofPoints : {&g.velocities, &g.colours})
+    if (!std::all_of(ofPoints->begin(), ofPoints->end(), IsFinite))
+      throw MeshFileError("has a velocity or a colour that isn't finite");
   for (const auto* corners : {&g.uvs, &g.normals})
     for (const auto& face : *corners)
       if (!std::all_of(face.begin(), face.end(), IsFinite))

@@ -9,6 +9,7 @@ namespace MELDO_GLOBAL::host {
 /// Reads a mesh by the file's extension: .obj, .ply, .stl, .gltf or .glb. Coordinates are taken as
 /// they stand, as host units, in double. Points keep the order of the file, so that the points of a
 /// file per frame correspond; quads stay quads, polygons of more corners become a fan of triangles.
+/// PLY and glTF bring velocities (vx vy vz, VELOCITY) and colours of points, as light.
 /// Two formats repeat a point for every corner: STL and glTF. There, points that agree (in STL
 /// within 2^-22 of the largest coordinate, as much as single precision tells apart; in glTF
 /// exactly, and within one mesh node) become one, in order of first appearance, so that a closed

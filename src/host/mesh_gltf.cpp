@@ -128,6 +128,8 @@ class GltfReader {
     mPoints.clear();
     for (const Vec3d& p : mData.Vectors(Index(attributes.at("POSITION"))))
       mPoints.push_back(mWelder.Index(p));
+    TakeVelocities(attributes, placement);
+    TakeColours(attributes);
     mFirstUv = AppendUvs(attributes);
     mFirstNormal = AppendNormals(attributes, placement);
 
@@ -145,6 +147,36 @@ class GltfReader {
     // A mirrored mesh is turned inside out by its placement.
     const bool mirrored = Dot(placement.v1, Cross(placement.v2, placement.v3)) < 0;
     AddTriangles(indices, mode, mirrored);
+  }
+
+  /// Puts the values of the primitive's points where these stand in the builder.
+  void TakeOfPoints(const std::vector<Vec3d>& values, const Vec3d& missing,
+                    std::vector<Vec3d>& list) {
+    RequireCount(values.size());
+    list.resize(mBuilder.points.size(), missing);
+    for (size_t i = 0; i < values.size(); ++i) list[static_cast<size_t>(mPoints[i])] = values[i];
+  }
+
+  /// Velocities turn and grow with the mesh.
+  void TakeVelocities(const Json& attributes, const Matrix& placement) {
+    const char* key = attributes.contains("VELOCITY") ? "VELOCITY" : "_VELOCITY";
+    if (!attributes.contains(key)) return;
+    std::vector<Vec3d> velocities = mData.Vectors(Index(attributes.at(key)));
+    for (Vec3d& v : velocities) v = placement.Rotate(v);
+    TakeOfPoints(velocities, {}, mBuilder.velocities);
+  }
+
+  void TakeColours(const Json& attributes) {
+    if (!attributes.contains("COLOR_0")) return;
+    const u64 accessor = Index(attributes.at("COLOR_0"));
+    // The fourth number is how opaque a point is.
+    const bool isOpen = mData.At("accessors", accessor).value("type", "") == "VEC4";
+    if (!isOpen) return TakeOfPoints(mData.Vectors(accessor), {1, 1, 1}, mBuilder.colours);
+    const std::vector<double> numbers = mData.Numbers(accessor, 4);
+    std::vector<Vec3d> colours;
+    for (size_t i = 0; i + 3 < numbers.size(); i += 4)
+      colours.push_back({numbers[i], numbers[i + 1], numbers[i + 2]});
+    TakeOfPoints(colours, {1, 1, 1}, mBuilder.colours);
   }
 
   /// Index of the first uv in the builder's list, or -1 when the primitive has none. The origin
@@ -173,7 +205,8 @@ class GltfReader {
 
   void RequireCount(size_t count) const {
     if (count != mPoints.size())
-      throw MeshFileError("has a mesh whose uvs or normals aren't as many as its points");
+      throw MeshFileError(
+          "has a mesh whose uvs, normals, velocities or colours aren't as many as its points");
   }
 
   void AddTriangles(const std::vector<u32>& indices, u64 mode, bool mirrored) {

@@ -1,4 +1,5 @@
-// PLY, ascii and binary of both byte orders: points with normals and uvs, faces with corner uvs.
+// PLY, ascii and binary of both byte orders: points with normals, uvs, velocities and colours,
+// faces with corner uvs.
 #include <fmt/format.h>
 
 #include <bit>
@@ -64,14 +65,25 @@ class Source {
   PlyEncoding mEncoding;
 };
 
-/// Where the number of a point property goes: 0-2 position, 3-5 normal, 6-7 uv; -1 nowhere.
+/// The slots of a point's numbers.
+enum Slot : int { kPosition = 0, kNormal = 3, kUv = 6, kVelocity = 8, kColour = 11, kSlots = 14 };
+
+/// Where the number of a point property goes; -1 nowhere.
 int SlotOf(const PlyProperty& property) {
   constexpr std::pair<std::string_view, int> slots[] = {
-      {"x", 0}, {"y", 1}, {"z", 2}, {"nx", 3}, {"ny", 4},        {"nz", 5},
-      {"s", 6}, {"t", 7}, {"u", 6}, {"v", 7},  {"texture_u", 6}, {"texture_v", 7}};
+      {"x", 0},         {"y", 1},         {"z", 2},   {"nx", 3},   {"ny", 4},     {"nz", 5},
+      {"s", 6},         {"t", 7},         {"u", 6},   {"v", 7},    {"vx", 8},     {"vy", 9},
+      {"texture_u", 6}, {"texture_v", 7}, {"vz", 10}, {"red", 11}, {"green", 12}, {"blue", 13}};
   for (const auto& [name, slot] : slots)
     if (!property.isList && property.name == name) return slot;
   return -1;
+}
+
+/// Light of the colour that a file has: whole numbers are as a screen wants them.
+double LightOf(double value, PlyType type) {
+  if (type == PlyType::U8) return LightOfSrgb(value / 255);
+  if (type == PlyType::U16) return LightOfSrgb(value / 65535);
+  return value;
 }
 
 void SkipList(Source& source, const PlyProperty& property) {
@@ -99,26 +111,33 @@ class PlyReader {
  private:
   void ReadPoints(const PlyElement& element) {
     std::vector<int> slots;
-    bool has[8] = {};
+    bool has[kSlots] = {};
     for (const PlyProperty& property : element.properties) {
       slots.push_back(SlotOf(property));
       if (slots.back() >= 0) has[slots.back()] = true;
     }
-    if (!has[0] || !has[1] || !has[2]) throw MeshFileError("has points without x, y and z");
+    const auto hasVector = [&](int slot) { return has[slot] && has[slot + 1] && has[slot + 2]; };
+    if (!hasVector(kPosition)) throw MeshFileError("has points without x, y and z");
     for (i64 i = 0; i < element.count; ++i) {
-      double value[8] = {};
+      double value[kSlots] = {};
       for (size_t p = 0; p < slots.size(); ++p) {
         const PlyProperty& property = element.properties[p];
         if (property.isList) {
           SkipList(mSource, property);
         } else {
           const double number = mSource.Next(property.type);
-          if (slots[p] >= 0) value[slots[p]] = number;
+          if (slots[p] >= 0)
+            value[slots[p]] = slots[p] >= kColour ? LightOf(number, property.type) : number;
         }
       }
-      mBuilder.points.push_back({value[0], value[1], value[2]});
-      if (has[3] && has[4] && has[5]) mBuilder.normals.push_back({value[3], value[4], value[5]});
-      if (has[6] && has[7]) mBuilder.uvs.push_back({value[6], value[7], 0});
+      const auto take = [&](std::vector<Vec3d>& list, int slot) {
+        if (hasVector(slot)) list.push_back({value[slot], value[slot + 1], value[slot + 2]});
+      };
+      take(mBuilder.points, kPosition);
+      take(mBuilder.normals, kNormal);
+      take(mBuilder.velocities, kVelocity);
+      take(mBuilder.colours, kColour);
+      if (has[kUv] && has[kUv + 1]) mBuilder.uvs.push_back({value[kUv], value[kUv + 1], 0});
     }
     mPointNormals = !mBuilder.normals.empty();
     mPointUvs = static_cast<i64>(mBuilder.uvs.size());

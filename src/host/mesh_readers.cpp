@@ -133,7 +133,15 @@ Geometry GeometryBuilder::Build() {
   if (hasUvs) g.uvs = gather(uvs, &Corner::uv);
   if (hasNormals) g.normals = gather(normals, &Corner::normal);
   g.points = std::move(points);
+  if (!velocities.empty()) velocities.resize(g.points.size());
+  if (!colours.empty()) colours.resize(g.points.size(), {1, 1, 1});
+  g.velocities = std::move(velocities);
+  g.colours = std::move(colours);
   return g;
+}
+
+double LightOfSrgb(double shown) {
+  return shown <= 0.04045 ? shown / 12.92 : std::pow((shown + 0.055) / 1.055, 2.4);
 }
 
 size_t PointWelder::Hash::operator()(const Vec3d& p) const {

@@ -41,6 +41,7 @@ struct FaceCorner {
 class GeometryBuilder {
  public:
   std::vector<Vec3d> points, uvs, normals;
+  std::vector<Vec3d> velocities, colours;  ///< of points; of some of them, 0 and white for others
 
   /// A face of three or more corners; more than four become a fan of triangles. Throws
   /// MeshFileError for an index beyond 32 bits.
@@ -56,6 +57,9 @@ class GeometryBuilder {
   static Corner Narrow(const FaceCorner& corner);
   std::vector<std::array<Corner, 4>> mFaces;
 };
+
+/// The light of a share of the curve of sRGB (IEC 61966-2-1), both from 0 to 1.
+double LightOfSrgb(double shown);
 
 /// Gives every position one index, in order of first appearance.
 class PointWelder {

@@ -22,11 +22,19 @@ std::vector<Vec3d> Shades(std::vector<Vec3d> colours) {
 }  // namespace
 
 std::size_t GlbWriter::AddMesh(const MeshTable& mesh) {
+  if (mesh.uvs.empty()) return AddSplit(mesh, {});
+  std::vector<Vec3d> uvs;
+  const MeshTable split = SplitByUvs(mesh, uvs);
+  return AddSplit(split, uvs);
+}
+
+std::size_t GlbWriter::AddSplit(const MeshTable& mesh, const std::vector<Vec3d>& uvs) {
   Json attributes = {{"POSITION", AddVectors(mesh.points, true)}};
   if (!mesh.normals.empty()) attributes["NORMAL"] = AddVectors(mesh.normals, false);
   if (!mesh.velocities.empty())
     attributes["VELOCITY"] = attributes["_VELOCITY"] = AddVectors(mesh.velocities, false);
   if (!mesh.colours.empty()) attributes["COLOR_0"] = AddVectors(Shades(mesh.colours), false);
+  if (!uvs.empty()) attributes["TEXCOORD_0"] = AddUvs(uvs);
   const std::size_t indices = AddTriangles(mesh);
   mMeshes.push_back({{"primitives", {{{"attributes", attributes}, {"indices", indices}}}}});
   return mMeshes.size() - 1;
@@ -119,6 +127,19 @@ std::size_t GlbWriter::AddVectors(const std::vector<Vec3d>& values, bool hasBoun
     accessor["max"] = list(high);
   }
   mAccessors.push_back(accessor);
+  return mAccessors.size() - 1;
+}
+
+std::size_t GlbWriter::AddUvs(const std::vector<Vec3d>& uvs) {
+  const std::size_t first = mBytes.size();
+  for (const Vec3d& uv : uvs) {
+    Put(mBytes, static_cast<float>(uv.x));
+    Put(mBytes, static_cast<float>(1 - uv.y));
+  }
+  mAccessors.push_back({{"bufferView", AddView(first, 34962)},
+                        {"componentType", kFloat},
+                        {"count", uvs.size()},
+                        {"type", "VEC2"}});
   return mAccessors.size() - 1;
 }
 

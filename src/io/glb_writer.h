@@ -30,6 +30,9 @@ class GlbWriter {
  private:
   std::size_t AddView(std::size_t first, int target);
   std::size_t AddVectors(const std::vector<Vec3d>& values, bool hasBounds);
+  /// The first two of each, counted from the picture's upper left corner.
+  std::size_t AddUvs(const std::vector<Vec3d>& uvs);
+  std::size_t AddSplit(const MeshTable& mesh, const std::vector<Vec3d>& uvs);
   std::size_t AddTriangles(const MeshTable& mesh);
 
   std::string mBytes;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <numeric>
 #include <tuple>
 
@@ -72,6 +73,62 @@ MeshMeasure Measure(const MeshTable& mesh) {
     sum.volume += Dot(p, Cross(q, r)) / 6;
   });
   return sum;
+}
+
+MeshTable Joined(std::span<const MeshTable* const> meshes) {
+  MeshTable all;
+  const auto has = [&](auto member) {
+    return std::any_of(meshes.begin(), meshes.end(),
+                       [&](const MeshTable* mesh) { return !(mesh->*member).empty(); });
+  };
+  const bool velocities = has(&MeshTable::velocities), colours = has(&MeshTable::colours),
+             uvs = has(&MeshTable::uvs);
+  for (const MeshTable* each : meshes) {
+    const MeshTable& mesh = *each;
+    const i32 first = static_cast<i32>(all.points.size());
+    const auto append = [](auto& to, const auto& from) {
+      to.insert(to.end(), from.begin(), from.end());
+    };
+    append(all.points, mesh.points);
+    append(all.normals, mesh.normals);
+    append(all.velocities, mesh.velocities);
+    append(all.colours, mesh.colours);
+    append(all.uvs, mesh.uvs);
+    for (const host::Polygon& p : mesh.polygons)
+      all.polygons.push_back({p.a + first, p.b + first, p.c + first, p.d + first});
+    if (velocities) all.velocities.resize(all.points.size());
+    if (colours) all.colours.resize(all.points.size(), {1, 1, 1});
+    if (uvs) all.uvs.resize(all.polygons.size());
+    all.unit = mesh.unit;
+  }
+  return all;
+}
+
+MeshTable SplitByUvs(const MeshTable& mesh, std::vector<Vec3d>& uvs) {
+  MeshTable split;
+  split.unit = mesh.unit;
+  std::map<std::tuple<i32, double, double>, i32> places;
+  const auto place = [&](i32 point, const Vec3d& uv) {
+    const auto [found, isNew] =
+        places.try_emplace({point, uv.x, uv.y}, static_cast<i32>(split.points.size()));
+    if (!isNew) return found->second;
+    const auto take = [&](const std::vector<Vec3d>& from, std::vector<Vec3d>& to) {
+      if (!from.empty()) to.push_back(from[static_cast<std::size_t>(point)]);
+    };
+    take(mesh.points, split.points);
+    take(mesh.normals, split.normals);
+    take(mesh.velocities, split.velocities);
+    take(mesh.colours, split.colours);
+    uvs.push_back(uv);
+    return found->second;
+  };
+  for (std::size_t i = 0; i < mesh.polygons.size(); ++i) {
+    const host::Polygon& p = mesh.polygons[i];
+    const auto& own = mesh.uvs[i];
+    const i32 a = place(p.a, own[0]), b = place(p.b, own[1]), c = place(p.c, own[2]);
+    split.polygons.push_back({a, b, c, p.IsQuad() ? place(p.d, own[3]) : c});
+  }
+  return split;
 }
 
 MeshTable TableOf(const MELDO_SULVA::TriMeshSTL& mesh) {

@@ -1,5 +1,8 @@
 // Meshes as they leave the simulation.
 #pragma once
+#include <array>
+#include <span>
+#include <string>
 #include <vector>
 
 #include "fluids/mesh/tri_mesh.h"
@@ -13,7 +16,9 @@ struct MeshTable {
   std::vector<Vec3d> normals;     ///< of the points
   std::vector<Vec3d> velocities;  ///< of the points, simulation units per second; empty without
   std::vector<Vec3d> colours;     ///< of the points, linear; empty without
+  std::vector<std::array<Vec3d, 4>> uvs;  ///< of the corners of polygons; empty without
   std::vector<host::Polygon> polygons;
+  std::string unit = "metres";  ///< of lengths; empty where nobody knows
 
   /// Gives points the normals of the polygons round them, by area.
   void MakeNormals();
@@ -37,6 +42,12 @@ MeshMeasure Measure(const MeshTable& mesh);
 /// turned the other way round, and where more than two meet. Points that stand in one place, as
 /// files have one for each normal, count as one where that closes more.
 i64 CountOpenEdges(const MeshTable& mesh);
+
+/// One after the other, in one table.
+MeshTable Joined(std::span<const MeshTable* const> meshes);
+/// The same mesh with a point for each texture coordinate that corners have at it, and `uvs` of
+/// points in place of corners'.
+MeshTable SplitByUvs(const MeshTable& mesh, std::vector<Vec3d>& uvs);
 
 /// The triangles of the simulation.
 MeshTable TableOf(const MELDO_SULVA::TriMeshSTL& mesh);

@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "host/document.h"
 #include "host/mesh_files.h"
+#include "host/mesh_readers.h"
 #include "host/shapes.h"
 #include "host/temp_folder.h"
 
@@ -85,6 +89,70 @@ TEST(MeshWriter, FilesReadBack) {
   shaded.colours.assign(box.points.size(), Vec3d{1, 0, 1});
   EXPECT_EQ(glb, EncodeMesh(shaded, ".glb")) << "no more than white";
   EXPECT_EQ(ReadBack(box, ".ply").points, box.points);
+}
+
+TEST(MeshWriter, WhatPointsAndCornersHaveReadsBack) {
+  MeshTable box = Box();
+  for (std::size_t i = 0; i < box.points.size(); ++i) {
+    box.velocities.push_back({0.5 * static_cast<double>(i), -1, 2});
+    box.colours.push_back({1, 0, host::LightOfSrgb(static_cast<double>(30 * i) / 255)});
+  }
+  // A seam: corners at one point have other coordinates in each polygon.
+  for (std::size_t i = 0; i < box.polygons.size(); ++i) {
+    const double u = static_cast<double>(i) / 8;
+    box.uvs.push_back({Vec3d{u, 0, 0}, {u, 0.25, 0}, {0.5, 0.75, 0}, {0.5, 0, 0}});
+  }
+  for (const std::string suffix : {".ply", ".obj"}) {
+    const host::Geometry read = ReadBack(box, suffix);
+    EXPECT_EQ(read.points, box.points);
+    EXPECT_EQ(read.uvs, box.uvs) << suffix;
+    if (suffix == ".obj") continue;
+    EXPECT_EQ(read.velocities, box.velocities);
+    EXPECT_TRUE(EncodeMesh(box, ".ply") == EncodeMesh(
+                                               [&] {
+                                                 MeshTable again = box;
+                                                 again.colours = read.colours;
+                                                 return again;
+                                               }(),
+                                               ".ply"))
+        << "colours are the same bytes again";
+  }
+  const host::Geometry read = ReadBack(box, ".glb");
+  ASSERT_EQ(read.points.size(), box.points.size()) << "a seam doesn't open the surface";
+  ASSERT_EQ(read.polygons.size(), 12u);
+  const auto place = [&](i32 point) {
+    const auto near = [&](const Vec3d& p) { return Length(p - read.points[point]) < 1e-5; };
+    return std::find_if(box.points.begin(), box.points.end(), near) - box.points.begin();
+  };
+  for (i32 i = 0; i < 8; ++i) {
+    EXPECT_LT(Length(read.velocities[i] - box.velocities[place(i)]), 1e-6);
+    EXPECT_LT(Length(read.colours[i] - box.colours[place(i)]), 1e-6);
+  }
+  for (std::size_t i = 0; i < 12; ++i) EXPECT_LT(Length(read.uvs[i][0] - box.uvs[i / 2][0]), 1e-6);
+  EXPECT_EQ(MissingFrom(".obj", box), (std::vector<std::string>{"velocities", "colours"}));
+  EXPECT_EQ(MissingFrom(".stl", box).size(), 3u);
+  EXPECT_TRUE(MissingFrom(".glb", box).empty());
+}
+
+TEST(MeshWriter, SeveralMeshesAreNamedOrJoined) {
+  const MeshTable box = Box();
+  MeshTable moving = box;
+  moving.velocities.assign(box.points.size(), {1, 0, 0});
+  const NamedMesh both[] = {{"calm", &box}, {"fast one", &moving}};
+  const host::TempFolder folder;
+  for (const std::string suffix : {".ply", ".obj", ".stl", ".glb"}) {
+    const std::string bytes = EncodeMeshes(both, suffix);
+    const host::Geometry read = host::LoadMesh(folder.Write("both" + suffix, bytes));
+    const bool hasTriangles = suffix == ".stl" || suffix == ".glb";
+    EXPECT_EQ(read.polygons.size(), hasTriangles ? 24u : 12u) << suffix;
+    EXPECT_EQ(read.points.size(), suffix == ".stl" ? 8u : 16u) << suffix;
+    if (suffix == ".ply" || suffix == ".glb") {
+      EXPECT_EQ(read.velocities.front(), Vec3d()) << suffix;
+      EXPECT_EQ(read.velocities.back(), (Vec3d{1, 0, 0})) << suffix;
+    }
+  }
+  EXPECT_NE(EncodeMeshes(both, ".obj").find("\no fast one\n"), std::string::npos);
+  EXPECT_NE(EncodeMeshes(both, ".glb").find("\"name\":\"fast one\""), std::string::npos);
 }
 
 TEST(MeshWriter, AMeshWithoutPolygonsIsAFileToo) {
