@@ -2,16 +2,20 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <set>
 
 #include "exchange/particle_files.h"
 #include "host/atomic_file.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
+#include "host/frame_files.h"
 #include "host/mesh_files.h"
 #include "host/polygon_object.h"
 #include "io/file_content.h"
 #include "io/mesh_writer.h"
+#include "io/recording_files.h"
 #include "io/volume_files.h"
 #include "scene/diagnostics.h"
 
@@ -42,11 +46,15 @@ std::vector<Conversion> ConversionsOf(const ConvertOptions& o) {
   for (const auto& [frame, file] : host::FilesOfSequence(o.from))
     if (frame >= o.frames.first.value_or(frame) && frame <= o.frames.last.value_or(frame))
       all.push_back({file, host::FrameFileName(o.to, frame)});
-  if (all.empty())
+  if (all.empty()) {
+    const bool isRange = o.frames.first || o.frames.last;
+    const std::string instead = host::PatternInstead(o.from);
+    const bool hasOther = !instead.empty() && instead != o.from;
     throw CommandError(
         kExitFile,
-        fmt::format("there is no file {}{}", o.from,
-                    o.frames.first || o.frames.last ? " in the frames of --frames" : ""));
+        fmt::format("there is no file {}{}{}", o.from, isRange ? " in the frames of --frames" : "",
+                    hasOther ? fmt::format("; did you mean {}?", instead) : ""));
+  }
   return all;
 }
 
@@ -75,25 +83,84 @@ void Warn(const fs::path& path, const std::string& text) {
                host::Escaped(text).c_str());
 }
 
-std::string ConvertParticles(const Conversion& conversion) {
-  const exchange::ParticleTable table = exchange::ReadParticles(conversion.from);
-  for (const std::string& warning : table.warnings) Warn(conversion.from, warning);
-  const std::vector<std::string> lost = exchange::WriteParticles(conversion.to, table);
-  if (!lost.empty())
-    Warn(conversion.to, fmt::format("the format has no place for {}", fmt::join(lost, ", ")));
-  return fmt::format("{} particles", table.Count());
+/// How many particles each group of a recording has, such as ": water (liquid) 7".
+std::string GroupsText(const exchange::ParticleTable& table) {
+  const exchange::ParticleColumn* groups = table.Find("group", 1);
+  if (!groups || groups->words.empty()) return {};
+  std::vector<i64> counts(groups->words.size());
+  for (i64 row = 0; row < table.Count(); ++row) ++counts[static_cast<std::size_t>(groups->At(row))];
+  std::vector<std::string> parts;
+  for (std::size_t i = 0; i < counts.size(); ++i)
+    if (counts[i] > 0)
+      parts.push_back(fmt::format("{} {}", host::Escaped(groups->words[i]), counts[i]));
+  return parts.empty() ? "" : fmt::format(": {}", fmt::join(parts, ", "));
 }
 
-std::string ConvertMesh(const Conversion& conversion) {
-  const host::Geometry geometry = host::LoadMeshOrNone(conversion.from);
-  const MeshTable mesh = TableOf(geometry, Matrix(), {1, 1, 1});
-  if (!geometry.uvs.empty()) Warn(conversion.to, "texture coordinates are left out");
-  host::WriteFileAtomically(conversion.to, EncodeMesh(mesh, conversion.to.extension().string()));
-  return fmt::format("{} points, {} polygons", mesh.points.size(), mesh.polygons.size());
+std::string ConvertParticles(const Conversion& conversion, bool isRecording) {
+  const exchange::ParticleTable table = isRecording ? ReadRecordedParticles(conversion.from)
+                                                    : exchange::ReadParticles(conversion.from);
+  for (const std::string& warning : table.warnings) Warn(conversion.from, warning);
+  const exchange::WriteReport report = exchange::WriteParticles(conversion.to, table);
+  for (const std::string& clause : report.Clauses()) Warn(conversion.to, clause);
+  return fmt::format("{} particles{}", report.count, isRecording ? GroupsText(table) : "");
+}
+
+/// The points at which corners have normals of their own, of which files keep the mean.
+i64 CountCreases(const host::Geometry& geometry) {
+  constexpr double kSame = 1e-5;
+  std::vector<Vec3d> first(geometry.points.size());
+  std::vector<u8> state(geometry.points.size());
+  for (std::size_t i = 0; i < geometry.normals.size(); ++i) {
+    const host::Polygon& p = geometry.polygons[i];
+    const i32 points[] = {p.a, p.b, p.c, p.d};
+    for (std::size_t corner = 0; corner < (p.IsQuad() ? 4u : 3u); ++corner) {
+      const Vec3d& normal = geometry.normals[i][corner];
+      u8& own = state[points[corner]];
+      if (own == 0) first[points[corner]] = normal, own = 1;
+      if (Length(normal - first[points[corner]]) > kSame) own = 2;
+    }
+  }
+  return std::count(state.begin(), state.end(), 2);
+}
+
+std::string ConvertMeshes(const Conversion& conversion, bool isRecording) {
+  std::vector<RecordedMesh> read;
+  if (isRecording)
+    read = ReadRecordedMeshes(conversion.from);
+  else
+    read.push_back({"", host::LoadMeshOrNone(conversion.from)});
+  const std::string suffix = conversion.to.extension().string();
+  std::vector<MeshTable> tables;
+  std::set<std::string> missing;
+  i64 points = 0, polygons = 0, creases = 0;
+  for (const RecordedMesh& each : read) {
+    MeshTable& table = tables.emplace_back(TableOf(each.geometry, Matrix(), {1, 1, 1}));
+    table.uvs = each.geometry.uvs;
+    table.unit = isRecording ? "host units" : "";
+    for (const std::string& what : MissingFrom(suffix, table)) missing.insert(what);
+    creases += CountCreases(each.geometry);
+    points += static_cast<i64>(table.points.size());
+    polygons += static_cast<i64>(table.polygons.size());
+  }
+  if (!missing.empty())
+    Warn(conversion.to, fmt::format("the format has no place for {}", fmt::join(missing, ", ")));
+  if (creases > 0 && suffix != ".stl")
+    Warn(conversion.to, fmt::format("at {} points polygons have normals of their own; the mean of "
+                                    "them is kept",
+                                    creases));
+  std::vector<NamedMesh> named;
+  std::vector<std::string> parts;
+  for (std::size_t i = 0; i < read.size(); ++i) {
+    named.push_back({read[i].name, &tables[i]});
+    parts.push_back(fmt::format("{} {}", host::Escaped(read[i].name), tables[i].polygons.size()));
+  }
+  host::WriteFileAtomically(conversion.to, EncodeMeshes(named, suffix));
+  return fmt::format("{} points, {} polygons{}", points, polygons,
+                     isRecording ? fmt::format(": {}", fmt::join(parts, ", ")) : "");
 }
 
 void Convert(const Conversion& conversion) {
-  const FileContent content = ContentOf(conversion.from);
+  const auto [content, isRecording] = ContentOf(conversion.from);
   if (content == FileContent::Unknown)
     throw host::FileError("cannot read " + conversion.from.string() +
                           ": it is of no known format of particles, meshes or volumes");
@@ -101,10 +168,10 @@ void Convert(const Conversion& conversion) {
   std::error_code failed;
   if (fs::equivalent(conversion.from, conversion.to, failed))
     FailUsage(fmt::format("OUT is the same file as IN: {}", conversion.to.string()));
-  const std::string what = content == FileContent::Particles ? ConvertParticles(conversion)
-                           : content == FileContent::Mesh
-                               ? ConvertMesh(conversion)
-                               : ConvertVolumes(conversion.from, conversion.to);
+  const std::string what =
+      content == FileContent::Particles ? ConvertParticles(conversion, isRecording)
+      : content == FileContent::Mesh    ? ConvertMeshes(conversion, isRecording)
+                                        : ConvertVolumes(conversion.from, conversion.to);
   fmt::print("{}: {}\n", host::Escaped(conversion.to.string()), what);
 }
 

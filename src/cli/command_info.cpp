@@ -216,7 +216,8 @@ bool LooksLikeAScene(std::string_view bytes) {
 const exchange::ParticleFormat* ParticlesIn(const fs::path& path) {
   const exchange::ParticleFormat* format = exchange::FormatOfFile(path);
   if (!format || format->name == "ply") return nullptr;
-  return format->name != "vdb" || ContentOf(path) == FileContent::Particles ? format : nullptr;
+  return format->name != "vdb" || ContentOf(path).content == FileContent::Particles ? format
+                                                                                    : nullptr;
 }
 
 }  // namespace

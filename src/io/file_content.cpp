@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
-#include "cache/hyper_file.h"
+#include "cache/cache_contents.h"
 #include "exchange/particle_files.h"
+#include "host/file_error.h"
 #include "host/mesh_readers.h"
 #include "host/ply_header.h"
 #include "io/vdb_info.h"
@@ -34,20 +35,29 @@ bool HoldsPoints(const fs::path& path) {
                      [](const VdbGridInfo& grid) { return grid.type.starts_with("ptdata"); });
 }
 
+FileContent RecordedIn(const fs::path& path) {
+  HyperFile file;
+  if (!file.Open(kCacheIdent, path, HyperFile::Mode::kRead)) throw host::FileError(file.Error());
+  switch (KindOfCache(file)) {
+    case CacheKind::kParticles: return FileContent::Particles;
+    case CacheKind::kMeshes: return FileContent::Mesh;
+    default: return FileContent::Volumes;
+  }
+}
+
 }  // namespace
 
-FileContent ContentOf(const fs::path& path) {
+FoundContent ContentOf(const fs::path& path) {
   using enum FileContent;
   const exchange::ParticleFormat* format = exchange::FormatOfFile(path);
-  exchange::ByteSource source(path);
-  const std::string head(source.Peek(kHeadBytes));
-  if (head.size() >= 12 && head.substr(8, 4) == "zlsv") return Volumes;
-  if (format && format->name == "vdb") return HoldsPoints(path) ? Particles : Volumes;
-  if (format && format->name == "ply") return HasFaces(head) ? Mesh : Particles;
-  if (format) return Particles;
+  const std::string head = exchange::HeadOfFile(path, kHeadBytes);
+  if (head.size() >= 12 && head.substr(8, 4) == "zlsv") return {RecordedIn(path), true};
+  if (format && format->name == "vdb") return {HoldsPoints(path) ? Particles : Volumes};
+  if (format && format->name == "ply") return {HasFaces(head) ? Mesh : Particles};
+  if (format) return {Particles};
   const std::string extension = path.extension().string();
   const auto meshes = {".obj", ".stl", ".glb", ".gltf"};
-  return std::find(meshes.begin(), meshes.end(), extension) != meshes.end() ? Mesh : Unknown;
+  return {std::find(meshes.begin(), meshes.end(), extension) != meshes.end() ? Mesh : Unknown};
 }
 
 const char* NameOf(FileContent content) {

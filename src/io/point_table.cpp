@@ -33,14 +33,13 @@ struct WrittenProperty {
 
 class TableMaker {
  public:
-  TableMaker(const ParticleSet& particles, u32 kinds) : mParticles(particles) {
-    for (i32 kind = 0; kind < kParticleKinds; ++kind)
-      if (kinds == 0 || (kinds >> kind & 1)) mKinds.push_back(kind);
-  }
+  /// `label` names the column of the parts' labels; empty without one.
+  TableMaker(std::vector<ParticlePart> parts, std::string label, bool takesAll)
+      : mParts(std::move(parts)), mLabel(std::move(label)), mTakesAll(takesAll) {}
 
   ParticleTable Make() {
     i64 count = 0;
-    for (const i32 kind : mKinds) count += mParticles.Count(kind);
+    for (const ParticlePart& part : mParts) count += part.particles->Count();
     mTable.SetCount(count);
     AddFields();
     GatherProperties();
@@ -61,41 +60,40 @@ class TableMaker {
     mTable.Add("position", ValueType::F64, 3);
     mTable.Add("velocity", ValueType::F64, 3);
     mTable.Add("id", ValueType::I32, 1);
-    if (mKinds.size() > 1) mTable.Add("kind", ValueType::U8, 1);
+    if (!mLabel.empty()) mTable.Add(mLabel, ValueType::U8, 1);
     auto& columns = mTable.Columns();
     auto& position = List<f64>(columns[0]);
     auto& velocity = List<f64>(columns[1]);
     auto& id = List<i32>(columns[2]);
     std::size_t row = 0;
-    ForEachStore([&](i32 kind, const ParticleStore& store) {
-      for (i32 i = 0; i < store.Count(); ++i, ++row) {
-        Put(position, row, store.Positions()[i]);
-        Put(velocity, row, store.Velocities()[i]);
-        id[row] = store.Ids()[i];
-        if (mKinds.size() > 1) List<u8>(columns[3])[row] = static_cast<u8>(kind);
+    for (const auto& [particles, label] : mParts)
+      for (i32 i = 0; i < particles->Count(); ++i, ++row) {
+        Put(position, row, particles->Positions()[i]);
+        Put(velocity, row, particles->Velocities()[i]);
+        id[row] = particles->Ids()[i];
+        if (!mLabel.empty()) List<u8>(columns[3])[row] = label;
       }
-    });
   }
 
   void GatherProperties() {
-    ForEachStore([&](i32, const ParticleStore& store) {
-      Gather<double>(store, ValueType::F64, 1);
-      Gather<Vec3d>(store, ValueType::F64, 3);
-      Gather<bool>(store, ValueType::U8, 1);
-    });
+    for (const ParticlePart& part : mParts) {
+      Gather<double>(*part.particles, ValueType::F64, 1);
+      Gather<Vec3d>(*part.particles, ValueType::F64, 3);
+      Gather<bool>(*part.particles, ValueType::U8, 1);
+    }
     std::stable_sort(mProperties.begin(), mProperties.end(),
                      [](const auto& a, const auto& b) { return a.key.id < b.key.id; });
   }
 
   template <class T>
-  void Gather(const ParticleStore& store, ValueType type, int components) {
-    for (const auto& column : store.List<T>()) {
+  void Gather(const ParticleColumns& particles, ValueType type, int components) {
+    for (const auto& column : particles.List<T>()) {
       const PropertyKey& key = column->Key();
       const bool isKnown =
           std::any_of(mProperties.begin(), mProperties.end(), [&](const WrittenProperty& p) {
             return p.key == key && p.type == type && p.components == components;
           });
-      if (!isKnown && IsDeclaredProperty(key.id))
+      if (!isKnown && (mTakesAll || IsDeclaredProperty(key.id)))
         mProperties.push_back({key, type, components, WrittenName(column->Name())});
     }
   }
@@ -104,11 +102,12 @@ class TableMaker {
   void Fill(const PropertyKey& key, ParticleColumn& to) {
     auto& values = List<Value>(to);
     std::size_t row = 0;
-    ForEachStore([&](i32, const ParticleStore& store) {
-      const PropertyColumn<T>* from = store.Find<T>(key);
-      for (i32 i = 0; from && i < store.Count(); ++i) Put(values, row + i, from->Get(i, T{}));
-      row += static_cast<std::size_t>(store.Count());
-    });
+    for (const ParticlePart& part : mParts) {
+      const PropertyColumn<T>* from = part.particles->Find<T>(key);
+      const i32 count = part.particles->Count();
+      for (i32 i = 0; from && i < count; ++i) Put(values, row + i, from->Get(i, T{}));
+      row += static_cast<std::size_t>(count);
+    }
   }
 
   template <class Value>
@@ -123,13 +122,9 @@ class TableMaker {
     for (int a = 0; a < 3; ++a) list[3 * row + a] = v[a];
   }
 
-  template <class F>
-  void ForEachStore(F&& f) const {
-    for (const i32 kind : mKinds) f(kind, mParticles.Store(kind));
-  }
-
-  const ParticleSet& mParticles;
-  std::vector<i32> mKinds;
+  std::vector<ParticlePart> mParts;
+  std::string mLabel;
+  bool mTakesAll;
   std::vector<WrittenProperty> mProperties;
   ParticleTable mTable;
 };
@@ -137,7 +132,16 @@ class TableMaker {
 }  // namespace
 
 ParticleTable TableOf(const ParticleSet& particles, u32 kinds) {
-  return TableMaker(particles, kinds).Make();
+  std::vector<ParticlePart> parts;
+  for (i32 kind = 0; kind < kParticleKinds; ++kind)
+    if (kinds == 0 || (kinds >> kind & 1))
+      parts.push_back({&particles.Store(kind), static_cast<u8>(kind)});
+  const char* label = parts.size() > 1 ? "kind" : "";
+  return TableMaker(std::move(parts), label, false).Make();
+}
+
+ParticleTable TableOf(std::vector<ParticlePart> parts, std::string label) {
+  return TableMaker(std::move(parts), std::move(label), true).Make();
 }
 
 }  // namespace MELDO_GLOBAL::app
