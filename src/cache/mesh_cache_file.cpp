@@ -70,45 +70,39 @@ class FoundMesh {
         mThreads(threads) {}
 
   bool Find(HyperFile& file) {
-    return FindBlock<Polygon>(file, mPolygons, mPolygonCount) &&
-           FindBlock<Vec3d>(file, mPoints, mPointCount) && FindNormals(file) &&
+    return mBlocks.Find<Polygon>(file, mPolygons, mPolygonCount) &&
+           mBlocks.Find<Vec3d>(file, mPoints, mPointCount) && FindNormals(file) &&
            FindList<Corners>(file, mUvs, mPolygonCount) &&
            FindList<Vec3d>(file, mVelocities, mPointCount) &&
            FindList<Vec3d>(file, mColours, mPointCount);
   }
 
   bool Take(Geometry& mesh) const {
-    if (!HasMemoryFor(mBytes)) {
-      RefuseMesh(static_cast<double>(mPointCount), mBytes);
+    if (!HasMemoryFor(mBlocks.bytes)) {
+      RefuseMesh(static_cast<double>(mPointCount), mBlocks.bytes);
       return false;
     }
     return TakeList(mPolygons, mPolygonCount, mesh.polygons) && AreInRange(mesh.polygons) &&
-           TakeList(mPoints, mPointCount, mesh.points) && AreFinite(mesh.points) &&
+           TakeList(mPoints, mPointCount, mesh.points) && AreFinite(mesh.points, mThreads) &&
            TakeNormals(mesh) && TakeList(mUvs, mPolygonCount, mesh.uvs) &&
-           TakeList(mVelocities, mPointCount, mesh.velocities) && AreFinite(mesh.velocities) &&
-           TakeList(mColours, mPointCount, mesh.colours);
+           TakeList(mVelocities, mPointCount, mesh.velocities) &&
+           AreFinite(mesh.velocities, mThreads) && TakeList(mColours, mPointCount, mesh.colours);
   }
 
  private:
   template <class T>
-  bool FindBlock(HyperFile& file, PackedBlock& block, std::size_t count) {
-    if (!ReadBlock(file, block) || !block.Holds<T>(count)) return false;
-    mBytes += static_cast<double>(block.size);
-    return true;
-  }
-  template <class T>
   bool FindList(HyperFile& file, PackedBlock& block, std::size_t count) {
     bool has = false;
-    return file.ReadBool(has) && (!has || FindBlock<T>(file, block, count));
+    return file.ReadBool(has) && (!has || mBlocks.Find<T>(file, block, count));
   }
   bool FindNormals(HyperFile& file) {
     bool has = false;
     if (!file.ReadBool(has)) return false;
     if (!has) return true;
     if (!file.ReadBool(mAreOfPoints)) return false;
-    if (!mAreOfPoints) return FindBlock<Corners>(file, mNormals, mPolygonCount);
-    mBytes += static_cast<double>(mPolygonCount * sizeof(Corners));
-    return FindBlock<Vec3d>(file, mNormals, mPointCount);
+    if (!mAreOfPoints) return mBlocks.Find<Corners>(file, mNormals, mPolygonCount);
+    mBlocks.bytes += static_cast<double>(mPolygonCount * sizeof(Corners));
+    return mBlocks.Find<Vec3d>(file, mNormals, mPointCount);
   }
 
   /// A list that isn't there comes out empty.
@@ -135,15 +129,9 @@ class FoundMesh {
       return std::min({p.a, p.b, p.c, p.d}) >= 0 && std::max({p.a, p.b, p.c, p.d}) < count;
     });
   }
-  static bool AreFinite(const std::vector<Vec3d>& values) {
-    return std::all_of(values.begin(), values.end(), [](const Vec3d& v) {
-      return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
-    });
-  }
-
   const std::size_t mPolygonCount, mPointCount;
   const i32 mThreads;
-  double mBytes = 0;
+  BlockFinder mBlocks;
   bool mAreOfPoints = false;
   PackedBlock mPolygons, mPoints, mNormals, mUvs, mVelocities, mColours;
 };

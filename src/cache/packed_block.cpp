@@ -35,6 +35,18 @@ bool ReadBlock(HyperFile& file, PackedBlock& block) {
   return !block.isPacked || UnpackedSize(block.bytes, block.size);
 }
 
+bool AreFinite(std::span<const Vec3d> values, i32 threads) {
+  constexpr i64 kBlock = 1 << 16;
+  const i64 count = static_cast<i64>(values.size());
+  // A sum of zeros is 0, and what isn't finite times 0 isn't a number.
+  const double sum = SumBlocks(count, kBlock, threads, [&](i64 first, i64 last) {
+    double own = 0;
+    for (i64 i = first; i < last; ++i) own += 0 * values[i].x + 0 * values[i].y + 0 * values[i].z;
+    return own;
+  });
+  return sum == 0;
+}
+
 bool Unpack(const PackedBlock& block, std::span<std::byte> target, i32 threads) {
   if (block.size != target.size()) return false;
   if (block.isPacked) return Decompress(block.bytes, target, threads);

@@ -36,6 +36,23 @@ struct PackedBlock {
 };
 /// Nothing is allocated for what a block says to hold.
 bool ReadBlock(HyperFile& file, PackedBlock& block);
+/// Looks at the blocks of a thing before memory is taken for it.
+class BlockFinder {
+ public:
+  /// The next block, which has to say that it holds `count` values; false for any other.
+  template <class T>
+  bool Find(HyperFile& file, PackedBlock& block, std::size_t count) {
+    if (!ReadBlock(file, block) || !block.Holds<T>(count)) return false;
+    bytes += static_cast<double>(block.size);
+    return true;
+  }
+
+  double bytes = 0;  ///< of all that was found, unpacked
+};
+
+/// Whether all numbers are finite.
+bool AreFinite(std::span<const Vec3d> values, i32 threads);
+
 /// Fills `target` from a block of the same size; false, with anything in it, when it can't.
 bool Unpack(const PackedBlock& block, std::span<std::byte> target, i32 threads);
 template <class T>

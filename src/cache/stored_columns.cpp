@@ -54,18 +54,6 @@ void WriteLinks(HyperFile& file, const ParticleColumns& particles, const BlockPa
 
 // ---- reading ------------------------------------------------------------------------------------
 
-bool AreFinite(std::span<const Vec3d> values, i32 threads) {
-  constexpr i64 kBlock = 1 << 16;
-  const i64 count = static_cast<i64>(values.size());
-  // A sum of zeros is 0, and what isn't finite times 0 isn't a number.
-  const double sum = SumBlocks(count, kBlock, threads, [&](i64 first, i64 last) {
-    double own = 0;
-    for (i64 i = first; i < last; ++i) own += 0 * (values[i].x + values[i].y + values[i].z);
-    return own;
-  });
-  return sum == 0;
-}
-
 /// A property as it stands in a file.
 struct FoundColumn {
   PropertyKey key;
@@ -82,13 +70,13 @@ class FoundColumns {
 
   /// Looks at every block and its size.
   bool Find(HyperFile& file) {
-    return FindPlaces(file) && FindBlock<Vec3d>(file, mVelocities, mCount) &&
+    return FindPlaces(file) && mBlocks.Find<Vec3d>(file, mVelocities, mCount) &&
            FindList<double>(file, mScalars) && FindList<Vec3d>(file, mVectors) &&
            FindList<bool>(file, mSwitches) && FindLinks(file);
   }
   bool FindPlaces(HyperFile& file) {
-    return mReading.count >= 0 && (!mReading.hasIds || FindBlock<i32>(file, mIds, mCount)) &&
-           FindBlock<u16>(file, mFlags, mCount) && FindBlock<Vec3d>(file, mPositions, mCount);
+    return mReading.count >= 0 && (!mReading.hasIds || mBlocks.Find<i32>(file, mIds, mCount)) &&
+           mBlocks.Find<u16>(file, mFlags, mCount) && mBlocks.Find<Vec3d>(file, mPositions, mCount);
   }
 
   bool Take(ParticleColumns& particles) const {
@@ -110,13 +98,6 @@ class FoundColumns {
 
  private:
   template <class T>
-  bool FindBlock(HyperFile& file, PackedBlock& block, std::size_t count) {
-    if (!ReadBlock(file, block) || !block.Holds<T>(count)) return false;
-    mBytes += static_cast<double>(block.size);
-    return true;
-  }
-
-  template <class T>
   bool FindList(HyperFile& file, std::vector<FoundColumn>& list) {
     i32 columns = 0;
     if (!file.ReadLong(columns)) return false;
@@ -125,8 +106,8 @@ class FoundColumns {
       i32 id = 0;
       if (!file.ReadLong(id) || !file.ReadText(column.name) ||
           !file.ReadBool(column.isEverywhere) ||
-          (!column.isEverywhere && !FindBlock<u64>(file, column.present, (mCount + 63) / 64)) ||
-          !FindBlock<Stored<T>>(file, column.values, mCount))
+          (!column.isEverywhere && !mBlocks.Find<u64>(file, column.present, (mCount + 63) / 64)) ||
+          !mBlocks.Find<Stored<T>>(file, column.values, mCount))
         return false;
       const bool isOfUser = id >= property_id::kFirstUser;
       column.key = PropertyKey(id, isOfUser && mOwner ? mOwner(id, column.name) : 0);
@@ -136,14 +117,14 @@ class FoundColumns {
 
   bool FindLinks(HyperFile& file) {
     if (!file.ReadBool(mHasLinks)) return false;
-    return !mHasLinks || (FindBlock<u32>(file, mLinkCounts, mCount) && ReadBlock(file, mLinks) &&
+    return !mHasLinks || (mBlocks.Find<u32>(file, mLinkCounts, mCount) && ReadBlock(file, mLinks) &&
                           mLinks.size % sizeof(StoredLink) == 0);
   }
 
   bool HasRoom(const ParticleColumns& particles) const {
     const double links = mHasLinks ? double(mCount) * sizeof(std::vector<ParticleLink>) : 0;
     const double held = static_cast<double>(particles.Bytes());
-    const double bytes = mBytes + static_cast<double>(mLinks.size) + links;
+    const double bytes = mBlocks.bytes + static_cast<double>(mLinks.size) + links;
     if (HasMemoryFor(std::max(bytes - held, 0.0))) return true;
     RefuseParticles(static_cast<double>(mCount), bytes);
     return false;
@@ -204,7 +185,7 @@ class FoundColumns {
   const ColumnReading& mReading;
   const FindOwner& mOwner;
   const std::size_t mCount;
-  double mBytes = 0;
+  BlockFinder mBlocks;
   PackedBlock mIds, mFlags, mPositions, mVelocities, mLinkCounts, mLinks;
   std::vector<FoundColumn> mScalars, mVectors, mSwitches;
   bool mHasLinks = false;
