@@ -145,6 +145,13 @@ class Cache_OperatorBase : public iObject {
   i32 FileFrame(double fromStart, i32 frame) const;
   double FileTime(double fromStart, i32 frame) const;
   i32 FrameToWrite() const;
+  /// How fast what is played moves, as a multiple of what was recorded; below 0 it goes back. A
+  /// frame that is held is a look at what moves, and keeps its velocities.
+  double PlayedRate() const { return mShowFrame == -1 ? TimeScale() * (mBackwards ? -1 : 1) : 1.0; }
+  /// Whether the file that is played in a frame may be another one than that of the frame.
+  bool PlaysOtherFrames() const {
+    return TimeScale() != 1 || mBackwards || mFrameOffset != 0 || mShowFrame != -1;
+  }
   /// A file stands for the frame.
   void NoteWritten(WrittenFile file) { mWritten.push_back(std::move(file)); }
   /// Tells that the file to play is missing: a failure where a recording has a hole or ends.

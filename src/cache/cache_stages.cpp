@@ -13,6 +13,29 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 namespace fs = std::filesystem;
 
+namespace {
+
+/// Which frames files have, and which are missing between them.
+std::string RangeText(const std::vector<CacheFile>& files) {
+  constexpr i64 kMostNamed = 5;
+  std::string named;
+  i64 missing = 0;
+  for (std::size_t i = 1; i < files.size(); ++i)
+    for (i64 gap = i64{files[i].number} - files[i - 1].number - 1, n = 1; n <= gap; ++n) {
+      if (++missing <= kMostNamed)
+        named += fmt::format("{}{}", missing == 1 ? "" : ", ", files[i - 1].number + n);
+      else
+        missing += gap - n, n = gap;
+    }
+  std::string text =
+      fmt::format("the recording has frames {} to {}", files.front().number, files.back().number);
+  if (missing > 0) text += " without " + named;
+  if (missing > kMostNamed) text += fmt::format(" and {} more", missing - kMostNamed);
+  return text;
+}
+
+}  // namespace
+
 void Cache_OperatorBase::PrepareShared() {
   const i32 stage = mScene->mStage;
   const bool isSave = stage == kSaveCache, isLoad = stage == kLoadCache;
@@ -168,8 +191,8 @@ void Cache_OperatorBase::WriteFrame() {
   fs::path path;
   mFileName.BuildPath(path, FrameToWrite());
   if (path == mPlayed.path && !LacksAny()) return mWritten.push_back(mPlayed);
-  // What was stretched in time isn't what the recording's own frames hold.
-  if (!mPlayed.path.empty() && TimeScale() != 1) return;
+  // What was moved or stretched in time isn't what the recording's own frames hold.
+  if (!mPlayed.path.empty() && PlaysOtherFrames()) return;
   if (path == mSpared) return;
   if (!mFileName.OpenForWrite(file, FrameToWrite(), path)) return Fail(file.Error());
   WriteBody(file);
@@ -230,11 +253,11 @@ void Cache_OperatorBase::TellMissing(const fs::path& path) {
   // With an offset below 0 a recording starts late.
   if (mFrameOffset < 0 && !files.empty() &&
       (mBackwards ? FrameToRead() > files.back().number : FrameToRead() < files.front().number))
-    return;
+    return Warn(fmt::format(
+        "'frame_offset' {} lets the recording start late: before, it shows nothing", mFrameOffset));
   const std::string what =
       files.empty() ? fmt::format("nothing is recorded in {}", path.parent_path().string())
-                    : fmt::format("the recording has frames {} to {}", files.front().number,
-                                  files.back().number);
+                    : RangeText(files);
   Fail(fmt::format("cannot play {} in frame {}: it isn't there; {}", path.string(), frame, what));
 }
 

@@ -74,6 +74,8 @@ void MeshCacher::TakePlaces() {
 bool MeshCacher::ReadChunk(std::size_t object, std::size_t) {
   Geometry mesh;
   if (!ReadMeshChunk(PlayedFile(), mScene->mThreadCount, mesh)) return false;
+  if (const double rate = PlayedRate(); rate != 1)
+    for (Vec3d& velocity : mesh.velocities) velocity *= rate;
   MesherOf(object).TakePlayed(std::move(mesh));
   return true;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "cache/particle_exchange.h"
 #include "exchange/particle_files.h"
@@ -50,7 +51,7 @@ const ParameterTable& ParticleCacher::Parameters() {
         kNumbers,
         {RealRow(cache_row::kTimeScale, "time_scale", 1.0, "none",
                  "how fast it plays: 0.5 is slow motion, in which particles glide from frame to "
-                 "frame")
+                 "frame at half their speed")
              .Range(0, 1e6)
              .OnlyWith(cache_row::kMode, {cache_row::kPlayBack, cache_row::kBoth})
              .To(&ParticleCacher::mTimeScale),
@@ -110,10 +111,16 @@ void ParticleCacher::ClearMarks() {
 
 std::vector<StoredObject> ParticleCacher::NamedObjects() const {
   std::vector<StoredObject> named;
-  for (const Target& target : mTargets)
-    named.push_back(
-        {fmt::format("{} ({})", target.group->mName, kParticleKindRows[target.kind].name), "m"});
+  for (std::string& name : NamesOfTargets()) named.push_back({std::move(name), "m"});
   return named;
+}
+
+std::vector<std::string> ParticleCacher::NamesOfTargets() const {
+  std::vector<std::string> names;
+  for (const Target& target : mTargets)
+    names.push_back(
+        fmt::format("{} ({})", target.group->mName, kParticleKindRows[target.kind].name));
+  return names;
 }
 
 PropertySelection ParticleCacher::Selection() const {
@@ -247,7 +254,7 @@ bool ParticleCacher::ReadChunk(std::size_t object, std::size_t chunk) {
       [&](i32 id, std::string_view name) { return OwnerOf(id, name); }, mScene->mThreadCount,
       store);
   if (isRead && !store.IsEmpty()) {
-    if (mPart > 0) MoveBetween(store, mBefore.empty() ? ParticlePlaces() : mBefore[chunk]);
+    PutIntoTime(store, mBefore.empty() ? ParticlePlaces() : mBefore[chunk]);
     PutIntoScene(store, mHeader.stores[chunk].layout);
     Filter(store);
   }
@@ -256,6 +263,26 @@ bool ParticleCacher::ReadChunk(std::size_t object, std::size_t chunk) {
   target.group->MarkTreeStale(target.kind);
   store.UpdateBounds(mScene->mThreadCount);
   return isRead;
+}
+
+void ParticleCacher::PutIntoTime(ParticleStore& store, const ParticlePlaces& before) const {
+  const double rate = PlayedRate();
+  const std::span<Vec3d> positions = store.Positions(), velocities = store.Velocities();
+  const auto forEachStart = [&](auto&& f) {
+    for (const i32 id : {property_id::kFrameStart, property_id::kOldPosition})
+      if (PropertyColumn<Vec3d>* starts = store.Find<Vec3d>(id))
+        for (i32 row = 0; row < store.Count(); ++row)
+          if (starts->Has(row)) f(starts->Values()[row], row);
+  };
+  std::vector<Vec3d> now;
+  if (rate != 1) now.assign(positions.begin(), positions.end());
+  if (mPart > 0) MoveBetween(store, before);
+  if (rate == 1) return;
+  // Where each comes from, too, lies as far behind as it moves here.
+  forEachStart([&](Vec3d& start, i32 row) {
+    start = positions[row] - (now[static_cast<std::size_t>(row)] - start) * rate;
+  });
+  for (Vec3d& velocity : velocities) velocity *= rate;
 }
 
 void ParticleCacher::MoveBetween(ParticleStore& store, const ParticlePlaces& before) const {
@@ -330,6 +357,7 @@ void ParticleCacher::Evaluate(const EvaluationThreadData& data) {
 
 bool ParticleCacher::PrepareLoad() {
   if (!IsForeign()) return Cache_OperatorBase::PrepareLoad();
+  mForeign = {};
   fs::path path;
   mFileName.BuildPath(path, FrameToRead());
   std::error_code failed;
@@ -342,18 +370,50 @@ bool ParticleCacher::PrepareLoad() {
 void ParticleCacher::WriteForeign() {
   fs::path path;
   mFileName.BuildPath(path, FrameToWrite());
+  // What was played has moved on since, and isn't what the recording has of its own frames.
+  if (const WrittenFile played = std::exchange(mForeign, {}); !played.path.empty()) {
+    if (path == played.path) NoteWritten(played);
+    if (path == played.path || PlaysOtherFrames()) return;
+  }
   const exchange::NamedFormat named = exchange::FormatOfName(path);
   if (!named.format) return Fail(path.string() + ": there is no writer for its format");
   std::vector<std::unique_ptr<ParticleColumns>> filtered;
-  const std::vector<std::string> lost =
-      exchange::WriteParticles(path, TableOf(Sources(filtered), Selection()), *named.format,
-                               mCompression >= 1 && named.format->gzip != exchange::GzipUse::Never);
-  for (const std::string& name : lost)
+  const exchange::WriteReport report = exchange::WriteParticles(
+      path, TableOf(Sources(filtered), NamesOfTargets(), Selection()), *named.format,
+      mCompression >= 1 && named.format->gzip != exchange::GzipUse::Never);
+  for (const std::string& name : report.lost)
     Warn(fmt::format("files of the format '{}' can't hold the property '{}'", named.format->name,
                      name));
+  for (const std::string& clause : report.changed) Warn(path.string() + ": " + clause);
   const std::string bytes = ReadFile(path);
   NoteWritten({path, bytes.size(), ChecksumOf(bytes)});
   ++mRuns;
+}
+
+ParticlePlaces ParticleCacher::ForeignPlacesBefore(const exchange::ParticleTable& table,
+                                                   std::span<const i32> ids) {
+  ParticlePlaces places;
+  fs::path path;
+  mFileName.BuildPath(path, FrameToRead() - 1);
+  std::error_code failed;
+  if (!fs::exists(path, failed)) return places;
+  const exchange::ParticleTable before = exchange::ReadParticles(path);
+  const exchange::ParticleColumn* positions = before.Find("position", 3);
+  const std::vector<i64> rows = RowsOfSame(table, before);
+  if (rows.empty() && table.Count() > 0 && before.Count() > 0)
+    Warn(
+        fmt::format("no column 'id' tells the particles of '{}' files apart: between two frames "
+                    "they stand where the later one has them",
+                    mFileName.GetSuffix()));
+  for (std::size_t row = 0; positions && row < rows.size(); ++row) {
+    if (rows[row] < 0) continue;
+    const Vec3d p{positions->At(rows[row], 0), positions->At(rows[row], 1),
+                  positions->At(rows[row], 2)};
+    if (!std::isfinite(p.x + p.y + p.z)) continue;
+    places.ids.push_back(ids[row]);
+    places.positions.push_back(p);
+  }
+  return places;
 }
 
 void ParticleCacher::ReadForeign() {
@@ -380,12 +440,15 @@ void ParticleCacher::ReadForeign() {
   }
   const double t = TimeToRead();
   mPart = t - std::floor(t);
-  if (mPart > 0) MoveBetween(store, {});
+  PutIntoTime(store, mPart > 0 ? ForeignPlacesBefore(table, store.Ids()) : ParticlePlaces());
   PutIntoScene(store, GetDomain());
   Filter(store);
   store.NoteReplaced();
   target.group->MarkTreeStale(target.kind);
   store.UpdateBounds(mScene->mThreadCount);
+  if (!Records()) return;
+  const std::string bytes = ReadFile(path);
+  mForeign = {path, bytes.size(), ChecksumOf(bytes)};
 }
 
 std::string ParticleCacher::DescribeFile(const fs::path& path) const {

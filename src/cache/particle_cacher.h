@@ -3,6 +3,7 @@
 #include "cache/cache_operator.h"
 #include "cache/cache_rows.h"
 #include "cache/particle_cache_file.h"
+#include "exchange/particle_table.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_property.h"
 
@@ -64,6 +65,10 @@ class ParticleCacher : public Cache_OperatorBase {
   void WriteForeign();
   /// Gives all particles of the file to the first store of the list; they go on as its own.
   void ReadForeign();
+  /// Where those of a table were in the frame before, by the ids that the store has given them.
+  ParticlePlaces ForeignPlacesBefore(const exchange::ParticleTable& table,
+                                     std::span<const i32> ids);
+  std::vector<std::string> NamesOfTargets() const;
   /// The stores of the list, and where there are filters, the rows that these let through.
   std::vector<ParticleSource> Sources(
       std::vector<std::unique_ptr<ParticleColumns>>& filtered) const;
@@ -71,6 +76,9 @@ class ParticleCacher : public Cache_OperatorBase {
   host::NodeId OwnerOf(i32 id, std::string_view name) const;
   /// Reads where particles were in the frame before, if a moment between two is shown.
   void ReadPlacesBefore();
+  /// Makes of particles as they were recorded those of the moment that is played: between their
+  /// places before and now, and as fast as they move there.
+  void PutIntoTime(ParticleStore& store, const ParticlePlaces& before) const;
   /// Puts particles between their places before and now.
   void MoveBetween(ParticleStore& store, const ParticlePlaces& before) const;
   void PutIntoScene(ParticleStore& store, const GridLayout& stored) const;
@@ -85,6 +93,7 @@ class ParticleCacher : public Cache_OperatorBase {
   ParticleCacheHeader mHeader;
   std::vector<ParticlePlaces> mBefore;  ///< of each chunk; none at a whole frame
   double mPart = 0;                     ///< of the way from the frame before
+  WrittenFile mForeign;                 ///< file of another tool that was played in this frame
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

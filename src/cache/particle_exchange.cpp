@@ -49,8 +49,9 @@ void Put(std::vector<f32>& values, std::size_t row, const Vec3d& v) {
 /// Fills a table from the rows of several stores.
 class TableMaker {
  public:
-  TableMaker(std::span<const ParticleSource> sources, const PropertySelection& selection)
-      : mSources(sources), mSelection(selection) {}
+  TableMaker(std::span<const ParticleSource> sources, std::span<const std::string> names,
+             const PropertySelection& selection)
+      : mSources(sources), mNames(names), mSelection(selection) {}
 
   ParticleTable Make() {
     i64 count = 0;
@@ -59,7 +60,10 @@ class TableMaker {
     AddVectors("position", [](const ParticleColumns& c, i32 row) { return c.Positions()[row]; });
     AddVectors("velocity", [](const ParticleColumns& c, i32 row) { return c.Velocities()[row]; });
     auto& ids = std::get<std::vector<i32>>(mTable.Add("id", ValueType::I32, 1).values);
-    std::iota(ids.begin(), ids.end(), 0);
+    ForEachRow([&](const ParticleColumns& columns, i32 row, std::size_t place) {
+      ids[place] = columns.Ids()[row];
+    });
+    if (mSources.size() > 1) AddGroups();
     AddProperties<double>();
     AddProperties<Vec3d>();
     return std::move(mTable);
@@ -72,6 +76,15 @@ class TableMaker {
     std::size_t place = 0;
     for (const ParticleSource& source : mSources)
       for (i32 row = 0; row < source.rows->Count(); ++row) f(*source.rows, row, place++);
+  }
+  /// Ids count anew in every store.
+  void AddGroups() {
+    ParticleColumn& column = mTable.Add("group", ValueType::I32, 1);
+    column.words.assign(mNames.begin(), mNames.end());
+    auto& groups = std::get<std::vector<i32>>(column.values);
+    auto next = groups.begin();
+    for (std::size_t i = 0; i < mSources.size(); ++i)
+      next = std::fill_n(next, mSources[i].rows->Count(), static_cast<i32>(i));
   }
   template <class Get>
   void AddVectors(std::string_view name, Get&& get) {
@@ -112,6 +125,7 @@ class TableMaker {
   }
 
   std::span<const ParticleSource> mSources;
+  std::span<const std::string> mNames;
   const PropertySelection& mSelection;
   ParticleTable mTable;
 };
@@ -128,6 +142,54 @@ std::optional<PropertyKey> BuiltIn(std::string_view name, int components) {
       return PropertyKey(property.id == kFrameStart ? i32{kOldPosition} : property.id);
   }
   return {};
+}
+
+/// What tells a particle apart, its id and its group, and its row.
+using NamedRow = std::pair<std::pair<i64, i64>, i64>;
+
+/// The value of a column of whole numbers; nothing where it is none.
+std::optional<i64> WholeAt(const ParticleColumn& column, i64 row) {
+  constexpr double kMost = 0x1p53;
+  return std::visit(
+      [&](const auto& list) -> std::optional<i64> {
+        const auto value = list[static_cast<std::size_t>(row)];
+        if constexpr (std::is_floating_point_v<decltype(+value)>)
+          if (!(std::abs(value) < kMost) || value != std::trunc(value)) return {};
+        return static_cast<i64>(value);
+      },
+      column.values);
+}
+
+/// All rows by what tells them apart; empty where nothing does.
+std::vector<NamedRow> NamedRows(const ParticleTable& table) {
+  const ParticleColumn* ids = table.Find("id", 1);
+  const ParticleColumn* groups = table.Find("group", 1);
+  std::vector<NamedRow> rows;
+  for (i64 row = 0; ids && row < table.Count(); ++row) {
+    const std::optional<i64> id = WholeAt(*ids, row);
+    const std::optional<i64> group = groups ? WholeAt(*groups, row) : 0;
+    if (!id || !group) return {};
+    rows.push_back({{*id, *group}, row});
+  }
+  std::sort(rows.begin(), rows.end());
+  const auto isSame = [](const NamedRow& a, const NamedRow& b) { return a.first == b.first; };
+  if (std::adjacent_find(rows.begin(), rows.end(), isSame) != rows.end()) return {};
+  return rows;
+}
+
+/// The ids of the table, unless some are none of a store's or come twice.
+void TakeIds(const ParticleTable& table, std::span<i32> ids) {
+  const ParticleColumn* told = table.Find("id", 1);
+  std::vector<i32> sorted;
+  for (i64 row = 0; told && row < table.Count(); ++row) {
+    const std::optional<i64> id = WholeAt(*told, row);
+    if (!id || *id < 0 || *id >= std::numeric_limits<i32>::max()) break;
+    sorted.push_back(ids[static_cast<std::size_t>(row)] = static_cast<i32>(*id));
+  }
+  std::sort(sorted.begin(), sorted.end());
+  if (sorted.size() < ids.size() ||
+      std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end())
+    std::iota(ids.begin(), ids.end(), 0);
 }
 
 void TakeColumn(const ParticleColumn& column, const PropertyKey& key, ParticleStore& store) {
@@ -151,8 +213,23 @@ void CheckRoom(const ParticleTable& table, const ParticleStore& store) {
 
 }  // namespace
 
-ParticleTable TableOf(std::span<const ParticleSource> sources, const PropertySelection& selection) {
-  return TableMaker(sources, selection).Make();
+ParticleTable TableOf(std::span<const ParticleSource> sources, std::span<const std::string> names,
+                      const PropertySelection& selection) {
+  return TableMaker(sources, names, selection).Make();
+}
+
+std::vector<i64> RowsOfSame(const ParticleTable& now, const ParticleTable& other) {
+  const std::vector<NamedRow> own = NamedRows(now), others = NamedRows(other);
+  std::vector<i64> rows;
+  if (own.empty() || others.empty()) return rows;
+  rows.assign(own.size(), -1);
+  auto next = others.begin();
+  for (const auto& [name, row] : own) {
+    while (next != others.end() && next->first < name) ++next;
+    if (next != others.end() && next->first == name)
+      rows[static_cast<std::size_t>(row)] = next->second;
+  }
+  return rows;
 }
 
 std::vector<std::string> TakeTable(const ParticleTable& table, u16 flags, const FindProperty& find,
@@ -163,7 +240,7 @@ std::vector<std::string> TakeTable(const ParticleTable& table, u16 flags, const 
   CheckRoom(table, store);
   const i32 known = store.Count(), count = static_cast<i32>(table.Count());
   store.SetCount(count);
-  std::iota(store.Ids().begin(), store.Ids().end(), 0);
+  TakeIds(table, store.Ids());
   for (i32 row = 0; row < count; ++row) {
     if (row >= known) store.Flags()[row] = flags;
     const Vec3d p = VectorAt(*positions, row),

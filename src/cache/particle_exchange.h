@@ -8,19 +8,27 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// All rows of some stores, one after the other, in simulation units: position, velocity and a
-/// running number, and a column for each property that is selected and that any of them has. A
-/// particle without it gets a value that changes nothing, such as mass 1. Reals have 32 bits.
+/// All rows of some stores, one after the other, in simulation units: position, velocity, id, with
+/// several stores which of them, by `names`, in the column `group`, and a column for each property
+/// that is selected and that any of them has. A particle without it gets a value that changes
+/// nothing, such as mass 1. Reals have 32 bits.
 exchange::ParticleTable TableOf(std::span<const ParticleSource> sources,
+                                std::span<const std::string> names,
                                 const PropertySelection& selection);
+
+/// For each particle of a table its row in another one, which `id` and, where there is one, `group`
+/// tell; -1 for those that aren't there. Empty where they don't tell all particles apart.
+std::vector<i64> RowsOfSame(const exchange::ParticleTable& now,
+                            const exchange::ParticleTable& other);
 
 /// The property that a column of a name and so many numbers means, beside those that are built in.
 using FindProperty =
     std::function<std::optional<PropertyKey>(std::string_view name, int components)>;
 
-/// Makes the particles of a store those of a table; new ones have `flags`. Whole numbers are left
-/// out. Answers the names of other columns that mean nothing here. Throws host::FileError, with a
-/// clause, for positions that aren't there or aren't finite.
+/// Makes the particles of a store those of a table, with its ids where these tell them apart, else
+/// with running numbers; new ones have `flags`. Other whole numbers are left out. Answers the names
+/// of other columns that mean nothing here. Throws host::FileError, with a clause, for positions
+/// that aren't there or aren't finite.
 std::vector<std::string> TakeTable(const exchange::ParticleTable& table, u16 flags,
                                    const FindProperty& find, ParticleStore& store);
 

@@ -6,12 +6,11 @@
 #include <cstring>
 #include <fstream>
 
+#include "cacher_scene.h"
 #include "fluids/fields/fuel_grid_channel.h"
 #include "fluids/solvers/fluid_solver.h"
-#include "fluids/test_scene.h"
 #include "grids/random_stream.h"
 #include "host/atomic_file.h"
-#include "host/console.h"
 #include "host/file_limit.h"
 #include "host/temp_folder.h"
 
@@ -21,24 +20,16 @@ namespace {
 namespace fs = std::filesystem;
 
 /// A scene with a solver, an empty channel, a scalar and a vector channel, and a cache of them.
-struct CacheScene : TestScene {
+struct CacheScene : CacherScene<GridCacher> {
   FluidSolver& solver = Add<FluidSolver>("fluid", "gas");
   PlainField& empty = Add<PlainField>("channel_scalar", "empty");
   PlainField& smoke = Add<PlainField>("channel_scalar", "smoke");
   VectorField& colour = Add<VectorField>("channel_vector", "colour");
-  GridCacher& cacher = Add<GridCacher>("cache", "recording");
 
-  CacheScene(const fs::path& folder, i32 mode, double cellSize = 0.1) : TestScene(cellSize) {
-    host::TheConsole().print = [](std::string_view) {};
-    document.folder = folder.string();
-    Set(cacher, 1001, mode);
+  CacheScene(const fs::path& folder, i32 mode, double cellSize = 0.1)
+      : CacherScene("cache", folder, mode, cellSize) {
     Links(cacher, 1012, {&solver, &empty, &smoke, &colour});
-    scene->mReport.whole = true;
-    scene->mClock.startFrame = 0;
-    scene->mTime.elapsed = 0.04;
-    scene->mTime.frameIndex = 1;
   }
-  ~CacheScene() { host::TheConsole().print = nullptr; }
 
   /// Gives the grids a box (simulation units) and fills them by f(position) or with noise.
   template <class F>
@@ -71,23 +62,9 @@ struct CacheScene : TestScene {
             colour.GetGrid(2)};
   }
 
-  void SetFrame(i32 frame) {
-    scene->mClock.frame = scene->mClock.frameFromStart = frame;
-    scene->mFlags |= Scene::kTimeChanged;
-  }
-  void Save(i32 frame) {
-    SetFrame(frame);
-    ReadLinks();
-    Stage(kSaveCache);
-    cacher.Finish();
-    cacher.ClearLinks();
-  }
   /// The three parts of a frame in which a cache plays: sizes, boxes, data.
   void Load(i32 frame) {
-    SetFrame(frame);
-    ReadLinks();
-    scene->SetStage(kLoadCache);
-    cacher.Prepare();
+    BeginLoad(frame);
     for (iBase* channel : {static_cast<iBase*>(&smoke), static_cast<iBase*>(&colour)}) {
       Vec3d min{1e9, 1e9, 1e9}, max{-1e9, -1e9, -1e9};
       channel->ExpandBounds(min, max);
@@ -98,21 +75,9 @@ struct CacheScene : TestScene {
       solver.ExpandBounds(min, max);
       solver.mFlow.mVelocity.ApplyBounds(min, max);
     }
-    Stage(kEmitters);
+    Stage(cacher, kEmitters);
     cacher.Finish();
     cacher.ClearLinks();
-  }
-
- private:
-  void ReadLinks() {
-    cacher.ReadParameters();
-    cacher.ResolveLinks();
-    cacher.CheckDirty();
-  }
-  void Stage(i32 stage) {
-    scene->SetStage(stage);
-    cacher.Prepare();
-    cacher.Evaluate({});
   }
 };
 

@@ -3,10 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "cache/cache_rows.h"
-#include "fluids/test_scene.h"
+#include "cacher_scene.h"
 #include "host/atomic_file.h"
-#include "host/console.h"
 #include "host/shapes.h"
 #include "host/temp_folder.h"
 
@@ -15,53 +13,23 @@ namespace {
 
 using host::Geometry;
 
-struct MeshScene : TestScene {
+struct MeshScene : CacherScene<MeshCacher> {
   ImplicitMesher& skin = Add<ImplicitMesher>("mesher", "skin");
   ImplicitMesher& other = Add<ImplicitMesher>("mesher", "other");
-  MeshCacher& cacher = Add<MeshCacher>("cache_mesh", "recording");
 
-  MeshScene(const std::filesystem::path& folder, i32 mode) {
-    host::TheConsole().print = [](std::string_view) {};
-    document.folder = folder.string();
-    Set(cacher, cache_row::kMode, mode);
+  MeshScene(const std::filesystem::path& folder, i32 mode)
+      : CacherScene("cache_mesh", folder, mode) {
     Links(cacher, cache_row::kObjects, {&skin, &other});
-    scene->mReport.whole = true;
-    scene->mClock.startFrame = 0;
-    scene->mTime.elapsed = 0.04;
-    scene->mTime.frameIndex = 1;
   }
-  ~MeshScene() { host::TheConsole().print = nullptr; }
 
-  void Save(i32 frame) {
-    ReadLinks(frame);
-    Stage(cacher, kSaveCache);
-    cacher.Finish();
-    cacher.ClearLinks();
-  }
   void Load(i32 frame) {
-    ReadLinks(frame);
-    scene->SetStage(kLoadCache);
-    cacher.Prepare();
+    BeginLoad(frame);
     Stage(cacher, kMeshing);
     cacher.Finish();
     for (ImplicitMesher* mesher : {&skin, &other}) {
       Stage(*mesher, kMeshing);
       mesher->Finish();
     }
-  }
-
- private:
-  void ReadLinks(i32 frame) {
-    scene->mClock.frame = scene->mClock.frameFromStart = frame;
-    scene->mFlags |= Scene::kTimeChanged;
-    cacher.ReadParameters();
-    cacher.ResolveLinks();
-    cacher.CheckDirty();
-  }
-  void Stage(iObject& object, i32 stage) {
-    scene->SetStage(stage);
-    object.Prepare();
-    object.Evaluate({});
   }
 };
 
@@ -112,6 +80,23 @@ TEST(MeshCache, MeshesComeBackAsTheyWereWhateverTheirShape) {
                                       ("sulva_mesh_frame0000" + std::to_string(frame) + ".mcache"));
   };
   EXPECT_EQ(size(0), size(2));
+}
+
+TEST(MeshCache, VelocitiesTurnWithTheTime) {
+  const host::TempFolder folder;
+  MeshScene recorded(folder.Path(), cache_row::kRecord),
+      played(folder.Path(), cache_row::kPlayBack);
+  for (const i32 frame : {0, 1}) {
+    recorded.skin.TakePlayed(Fan(3 + frame, true));
+    recorded.Save(frame);
+  }
+  MeshScene::Set(played.cacher, cache_row::kBackwards, 1);
+  played.Load(1);
+  const Geometry &is = *played.skin.Polygons(), was = Fan(3, true);
+  EXPECT_TRUE(is.points == was.points);
+  ASSERT_EQ(is.velocities.size(), was.velocities.size());
+  for (std::size_t i = 0; i < was.velocities.size(); ++i)
+    EXPECT_EQ(is.velocities[i], -was.velocities[i]);
 }
 
 TEST(MeshCache, NormalsThatCornersShareAreKeptOnce) {

@@ -5,10 +5,8 @@
 
 #include <random>
 
-#include "cache/cache_rows.h"
-#include "fluids/test_scene.h"
+#include "cacher_scene.h"
 #include "host/atomic_file.h"
-#include "host/console.h"
 #include "host/temp_folder.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -28,29 +26,20 @@ class HalfSpace : public Constraint {
 };
 
 /// A scene with two groups, a property of the user's, and a cache of the groups.
-struct ParticleScene : TestScene {
+struct ParticleScene : CacherScene<ParticleCacher> {
   ParticleGroup& water = Add<ParticleGroup>("particlegroup", "water");
   ParticleGroup& foam = Add<ParticleGroup>("particlegroup", "foam");
   Property<double>& salt = Add<Property<double>>("property_scalar", "salt");
-  ParticleCacher& cacher = Add<ParticleCacher>("cache_particle", "recording");
   std::vector<host::LinkTarget> filters;
 
   ParticleScene(const fs::path& folder, i32 mode, double cellSize = 0.1, double hostUnits = 100)
-      : TestScene(cellSize) {
-    host::TheConsole().print = [](std::string_view) {};
+      : CacherScene("cache_particle", folder, mode, cellSize) {
     scene->UpdateDomain(hostUnits, 1, cellSize);
-    document.folder = folder.string();
     Set(salt, iProperty::kPropertyRow, 80);
     salt.ReadParameters();
-    Set(cacher, cache_row::kMode, mode);
     Links(cacher, cache_row::kObjects, {&water, &foam});
-    scene->mReport.whole = true;
-    scene->mClock.startFrame = 0;
-    scene->mTime.elapsed = 0.04;
-    scene->mTime.frameIndex = 1;
     for (ParticleGroup* group : {&water, &foam}) group->Reset();
   }
-  ~ParticleScene() { host::TheConsole().print = nullptr; }
 
   void Fill(i32 count) {
     using enum property_id::Id;
@@ -75,17 +64,9 @@ struct ParticleScene : TestScene {
     foam.UpdateRange();
   }
 
-  void Save(i32 frame) {
-    ReadLinks(frame);
-    Stage(kSaveCache);
-    cacher.Finish();
-    cacher.ClearLinks();
-  }
   void Load(i32 frame) {
-    ReadLinks(frame);
-    scene->SetStage(kLoadCache);
-    cacher.Prepare();
-    Stage(kEmitters);
+    BeginLoad(frame);
+    Stage(cacher, kEmitters);
     cacher.Finish();
   }
   void ListKind(const iBase& group, u32 flags) {
@@ -94,20 +75,8 @@ struct ParticleScene : TestScene {
     cacher.Node()->Set(cache_row::kObjects, std::move(list));
   }
 
- private:
-  void ReadLinks(i32 frame) {
-    scene->mClock.frame = scene->mClock.frameFromStart = frame;
-    scene->mFlags |= Scene::kTimeChanged;
-    cacher.ReadParameters();
-    cacher.ResolveLinks();
-    cacher.Constraints()->Connect(filters);
-    cacher.CheckDirty();
-  }
-  void Stage(i32 stage) {
-    scene->SetStage(stage);
-    cacher.Prepare();
-    cacher.Evaluate({});
-  }
+ protected:
+  void ConnectMore() override { cacher.Constraints()->Connect(filters); }
 };
 
 template <class T>
@@ -236,11 +205,24 @@ TEST_F(ParticleCache, FiltersRefuseOnBothWaysAndLoseNothingBehind) {
   }
 }
 
-TEST_F(ParticleCache, SlowMotionPutsParticlesBetweenTheirPlaces) {
+class SlowMotion : public ParticleCache, public testing::WithParamInterface<i32> {};
+
+/// The native format and some of other tools: of numbers, of text, and of columns.
+INSTANTIATE_TEST_SUITE_P(Formats, SlowMotion, testing::Values(21, 2, 6, 11));
+
+TEST_P(SlowMotion, PutsParticlesBetweenTheirPlaces) {
   constexpr i32 kLast = 8;
+  const bool isNative = GetParam() == cache_row::kParticles;
+  const double near = isNative ? 1e-12 : 1e-5;
   const auto place = [](i32 id, double t) { return Vec3d{0.1 * id, 0.3 * t, 1 - 0.01 * id * t}; };
+  const auto velocity = [](i32 id) { return Vec3d{0, 0.3, -0.01 * id}; };  // a frame
+  const auto choose = [&](ParticleScene& scene) {
+    ParticleScene::Set(scene.cacher, cache_row::kFormat, GetParam());
+    scene.ListKind(scene.water, kParticleKindRows[kLiquid].listFlag);
+  };
   {
     ParticleScene recorded(folder.Path(), cache_row::kRecord);
+    choose(recorded);
     ParticleStore& store = recorded.water.Store(kLiquid);
     for (i32 id = 0; id < 50; ++id) store.Create({});
     for (i32 frame = 0; frame <= kLast; ++frame) {
@@ -250,33 +232,115 @@ TEST_F(ParticleCache, SlowMotionPutsParticlesBetweenTheirPlaces) {
         store.RemoveDead(false);
         store.Create({});
       }
-      for (i32 row = 0; row < store.Count(); ++row)
+      for (i32 row = 0; row < store.Count(); ++row) {
         store.Positions()[row] = place(store.Ids()[row], frame);
+        store.Velocities()[row] = velocity(store.Ids()[row]);
+      }
       const Particle born = store.At(store.Count() - 1);
       born.AddVector(property_id::kOldPosition, place(born.Id(), frame - 1));
       recorded.Save(frame);
     }
   }
   ParticleScene played(folder.Path(), cache_row::kPlayBack);
-  const auto check = [&](double t) {
+  choose(played);
+  const auto check = [&](double t, double rate) {
     const ParticleStore& store = played.water.Store(kLiquid);
     ASSERT_EQ(store.Count(), 50) << t;
-    for (i32 row = 0; row < store.Count(); ++row)
-      EXPECT_LT(Length(store.Positions()[row] - place(store.Ids()[row], t)), 1e-12) << t;
+    for (i32 row = 0; row < store.Count(); ++row) {
+      const i32 id = store.Ids()[row];
+      EXPECT_LT(Length(store.Positions()[row] - place(id, t)), near) << t;
+      EXPECT_LT(Length(store.Velocities()[row] - velocity(id) * rate), near) << t;
+    }
+    // The newest one alone was told anew where it comes from.
+    const i32 newest = 49 + static_cast<i32>(std::ceil(t));
+    const PropertyColumn<Vec3d>* starts = store.Find<Vec3d>(property_id::kOldPosition);
+    for (i32 row = 0; starts && row < store.Count(); ++row) {
+      if (store.Ids()[row] != newest || newest == 49) continue;
+      EXPECT_LT(Length(Vec3d(starts->Values()[row]) - place(newest, t - rate)), near) << t;
+    }
   };
   ParticleScene::Set(played.cacher, cache_row::kTimeScale, 0.1);
   for (const i32 frame : {0, 1, 5, 9, 10, 13, 30, 71, 80}) {
     played.Load(frame);
     ASSERT_EQ(played.cacher.Failure(), "");
-    check(0.1 * frame);
+    check(0.1 * frame, 0.1);
   }
   ParticleScene::Set(played.cacher, cache_row::kTimeScale, 0.25);
   ParticleScene::Set(played.cacher, cache_row::kBackwards, 1);
   ParticleScene::Set(played.cacher, cache_row::kFrameOffset, 2);
   for (const i32 frame : {0, 1, 2, 3, 4}) {
     played.Load(frame);
-    check(kLast - 2 - 0.25 * frame);
+    check(kLast - 2 - 0.25 * frame, -0.25);
   }
+  EXPECT_TRUE(played.cacher.Warnings().empty()) << played.cacher.Warnings().front();
+}
+
+TEST_F(ParticleCache, FilesWithoutIdsSayThatTheyJump) {
+  constexpr i32 kXyz = 14;
+  ParticleScene recorded(folder.Path(), cache_row::kRecord),
+      played(folder.Path(), cache_row::kPlayBack);
+  for (ParticleScene* scene : {&recorded, &played})
+    ParticleScene::Set(scene->cacher, cache_row::kFormat, kXyz);
+  recorded.Fill(10);
+  for (const i32 frame : {0, 1}) recorded.Save(frame);
+  ParticleScene::Set(played.cacher, cache_row::kTimeScale, 0.5);
+  played.Load(1);
+  ASSERT_EQ(played.cacher.Warnings().size(), 1u);
+  EXPECT_NE(played.cacher.Warnings()[0].find("no column 'id' tells the particles"),
+            std::string::npos);
+}
+
+TEST_F(ParticleCache, WhatIsPlayedIsNotRecordedOver) {
+  constexpr i32 kBgeo = 2;
+  for (const i32 format : {i32{cache_row::kParticles}, kBgeo}) {
+    const char* suffix = format == kBgeo ? "bgeo" : "cache";
+    ParticleScene recorded(folder.Path(), cache_row::kRecord),
+        both(folder.Path(), cache_row::kBoth);
+    for (ParticleScene* scene : {&recorded, &both}) {
+      ParticleScene::Set(scene->cacher, cache_row::kFormat, format);
+      scene->ListKind(scene->water, kParticleKindRows[kLiquid].listFlag);
+    }
+    recorded.Fill(10);
+    for (const i32 frame : {0, 1}) {
+      recorded.water.Store(kLiquid).Positions()[0].x += 1;
+      recorded.Save(frame);
+    }
+    const std::string zero = host::ReadFile(File(0, suffix)), one = host::ReadFile(File(1, suffix));
+    const auto play = [&](i32 frame) {
+      both.Load(frame);
+      both.water.Store(kLiquid).Positions()[0].y += 1;
+      both.Save(frame);
+    };
+    play(1);
+    EXPECT_EQ(both.cacher.TakeWritten().size(), 1u) << "it stands for the frame";
+    ParticleScene::Set(both.cacher, cache_row::kBackwards, 1);
+    play(0);
+    play(1);
+    EXPECT_TRUE(host::ReadFile(File(0, suffix)) == zero);
+    EXPECT_TRUE(host::ReadFile(File(1, suffix)) == one);
+    ParticleScene::Set(both.cacher, cache_row::kBackwards, 0);
+    play(2);
+    EXPECT_TRUE(fs::exists(File(2, suffix)));
+    fs::remove(File(2, suffix));
+  }
+}
+
+TEST_F(ParticleCache, TellsWhyAFrameShowsNothing) {
+  ParticleScene recorded(folder.Path(), cache_row::kRecord);
+  recorded.Fill(10);
+  for (const i32 frame : {0, 1, 3, 5}) recorded.Save(frame);
+  ParticleScene played(folder.Path(), cache_row::kPlayBack);
+  played.Load(2);
+  EXPECT_NE(played.cacher.Failure().find("the recording has frames 0 to 5 without 2, 4;"),
+            std::string::npos)
+      << played.cacher.Failure();
+  ParticleScene late(folder.Path(), cache_row::kPlayBack);
+  ParticleScene::Set(late.cacher, cache_row::kFrameOffset, -2);
+  late.Load(1);
+  EXPECT_EQ(late.cacher.Failure(), "");
+  ASSERT_EQ(late.cacher.Warnings().size(), 1u);
+  EXPECT_EQ(late.cacher.Warnings()[0],
+            "'frame_offset' -2 lets the recording start late: before, it shows nothing");
 }
 
 TEST_F(ParticleCache, MovesAndScalesWithTheScene) {

@@ -178,7 +178,10 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
       break;
     case kFlip:
       // The flow follows particles that are played, and they keep what was recorded.
-      mIsOnGrid = mIsOnGrid && !PlaysParticles();
+      if (mIsOnGrid && PlaysParticles()) {
+        FollowPlayed();
+        mIsOnGrid = false;
+      }
       if (mIsOnGrid) mFlip.ToParticles(mSort, mFlow);
       if (mIsOnGrid) LiquidContact::Apply(mSort, mFlow);
       mCorrection.mSource.mEven = mLevelSet.mEven.get();
@@ -237,6 +240,15 @@ FluidSolver::Room WaterSolver::RoomAhead() const {
 bool WaterSolver::PlaysParticles() const {
   return std::any_of(groups.begin(), groups.end(),
                      [](const ParticleGroup* group) { return group->IsCached(kLiquid); });
+}
+
+void WaterSolver::FollowPlayed() {
+  if (!mFlip.ToGrid(mSort, mFlow)) return;
+  mExtrapolation.ExtendVelocity(mFlow, Rounds(), true);
+  mLoose.Take(mFlow);
+  mConstrain.Run(mFlow);
+  mFlow.SetWallVelocities(1.0);
+  mLoose.Put(mFlow);
 }
 
 i32 WaterSolver::Rounds() const {

@@ -77,6 +77,9 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   i32 Rounds() const;
   /// Whether any of its particles come from a cache in this frame.
   bool PlaysParticles() const;
+  /// Gives the flow the velocity that played particles were recorded with, in which the forces of
+  /// the step are already: the next step moves particles through it.
+  void FollowPlayed();
 
   ParticleSort mSort;
   std::vector<std::pair<const ParticleGroup*, u64>> mSorted;  ///< what is sorted, at which change
