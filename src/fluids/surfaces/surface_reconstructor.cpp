@@ -8,6 +8,7 @@
 
 #include "fluids/emission/loose_points.h"
 #include "fluids/surfaces/near_blocks.h"
+#include "fluids/surfaces/stray_places.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
@@ -23,6 +24,14 @@ constexpr double kNowhere = std::numeric_limits<double>::quiet_NaN();
 
 bool IsFinite(const Vec3d& p) {
   return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
+}
+
+/// Round the places that count.
+Bounds BoxOf(const std::vector<Vec3d>& places) {
+  Bounds box;
+  for (const Vec3d& p : places)
+    if (IsFinite(p)) box.Add({p, p});
+  return box;
 }
 
 /// What a surface is going to need, for the limit of memory.
@@ -46,10 +55,20 @@ double SurfaceReconstructor::ExpectedBytes() const {
   if (!Has(FLAG_ENABLED) || !Store() || Store()->IsEmpty()) return held;
   const Bounds& box = Store()->GetBounds().box;
   if (!box.IsValid()) return held;
+  double samples = SamplesIn(box);
+  if (IsMostlySpace(samples, Store()->Count())) {
+    std::vector<Vec3d> places(Store()->Positions().begin(), Store()->Positions().end());
+    LeaveOutStrays(places, GetDomain().cellSize);
+    samples = SamplesIn(BoxOf(places));
+  }
+  return samples * sizeof(double) + double(Store()->Count()) * sizeof(PointLookup::Entry);
+}
+
+double SurfaceReconstructor::SamplesIn(const Bounds& box) const {
   double samples = 1;
   for (int a = 0; a < 3; ++a)
     samples *= ((box.max[a] - box.min[a]) / GetDomain().cellSize + 2 * kMargin) * mResolution + 1;
-  return samples * sizeof(double) + double(Store()->Count()) * sizeof(PointLookup::Entry);
+  return samples;
 }
 
 void SurfaceReconstructor::CheckDirty() {
@@ -64,6 +83,7 @@ void SurfaceReconstructor::Reset() {
   mConstraints.Reset();
   mFull = mFullFor = 0;
   mWarnings.clear();
+  mToldStrays = false;
   mResult.reset();
   mPoints.Clear();
 }
@@ -181,15 +201,18 @@ bool SurfaceReconstructor::TakeLayout(const GridLayout& layout) {
   return false;
 }
 
-bool SurfaceReconstructor::AllocateResult(const std::vector<Vec3d>& places) {
-  constexpr double huge = std::numeric_limits<double>::max();
-  Vec3d low{huge, huge, huge}, high{-huge, -huge, -huge};
-  for (const Vec3d& p : places) {
-    if (!IsFinite(p)) continue;
-    low = Min(low, p);
-    high = Max(high, p);
+bool SurfaceReconstructor::AllocateResult(std::vector<Vec3d>& places) {
+  Bounds box = BoxOf(places);
+  if (box.IsValid() && IsMostlySpace(SamplesIn(box), static_cast<double>(places.size()))) {
+    const i64 strays = LeaveOutStrays(places, GetDomain().cellSize);
+    if (strays > 0 && !std::exchange(mToldStrays, true))
+      mWarnings.push_back(fmt::format(
+          "{0} of its particles {1} more than 1000 cells from the others and {1} left out", strays,
+          strays == 1 ? "is" : "are"));
+    box = BoxOf(places);
   }
-  if (low.x > high.x) {
+  const Vec3d &low = box.min, &high = box.max;
+  if (!box.IsValid()) {
     mResult.reset();
     if (mUsesHost) return Deactivate("its object has no points");
     return Deactivate(mFilters && !mGroup->Store(mKind).IsEmpty()
@@ -245,9 +268,11 @@ void SurfaceReconstructor::Prepare() {
   if (!hasSource) {
     mResult.reset();
     return void(Deactivate(mUsesHost ? "its source is no object with points; name one"
-                                     : "its source is no group of particles; name one"));
+                           : mPointsObject || mPolygonObject
+                               ? "its source is an object, whose points count with 'host_particles'"
+                               : "its source is no group of particles; name one"));
   }
-  const std::vector<Vec3d> places = CollectPlaces();
+  std::vector<Vec3d> places = CollectPlaces();
   if (!AllocateResult(places)) return;
   // Buckets of half the reach leave fewer points to look at in vain.
   mPoints.Build(places.data(), static_cast<i32>(places.size()), Reach() / 2);

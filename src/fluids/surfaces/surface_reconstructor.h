@@ -58,7 +58,9 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
   /// The places of the particles that count; those of the others aren't finite.
   std::vector<Vec3d> CollectPlaces();
   void Filter(std::vector<Vec3d>& places);
-  bool AllocateResult(const std::vector<Vec3d>& places);
+  /// Makes room for the surface round the places; what is too far off for that is left out.
+  bool AllocateResult(std::vector<Vec3d>& places);
+  double SamplesIn(const Bounds& box) const;
   bool TakeLayout(const GridLayout& layout);
   void TakePlayedPoints();
   std::vector<const EGrid<double>*> LimitGrids() const;
@@ -99,6 +101,7 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
 
   double mFull = 0;     ///< as `SurfaceLiquid` has it,
   double mFullFor = 0;  ///< with so many particles to a cell as told
+  bool mToldStrays = false;
   std::vector<std::string> mWarnings;
   std::unique_ptr<EGrid<double>> mResult;
   PointLookup mPoints;

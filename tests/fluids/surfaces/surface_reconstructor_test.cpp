@@ -118,7 +118,17 @@ TEST(SurfaceReconstructor, SomeParticlesAreLeftOut) {
   rig.Store().Flags()[0] |= PF_ALIVE;
   rig.Store().Flags()[far] |= PF_ALIVE;
   rig.Store().Positions()[0] = {1e9, 0, 0};
-  EXPECT_TRUE(rig.Skin().points.empty()) << "no grid is as large as that";
+  rig.surface.TakeWarnings();
+  const double own = rig.Volume();
+  EXPECT_GT(own, 0) << "what no grid reaches is left out";
+  EXPECT_LT(rig.surface.GetResult()->mCount, 10000);
+  const std::vector<std::string> told = rig.surface.TakeWarnings();
+  ASSERT_FALSE(told.empty());
+  EXPECT_EQ(told[0],
+            "1 of its particles is more than 1000 cells from the others and is left out");
+  EXPECT_LT(rig.surface.ExpectedBytes(), 1e6);
+  rig.Volume();
+  EXPECT_TRUE(rig.surface.TakeWarnings().empty()) << "once a run";
 }
 
 TEST(SurfaceReconstructor, ARecordingTakesThePlaceOfParticles) {
