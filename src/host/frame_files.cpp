@@ -71,6 +71,22 @@ std::map<i32, fs::path> FilesOfSequence(const std::string& pattern) {
   return files;
 }
 
+std::string PatternInstead(const std::string& pattern) {
+  constexpr std::size_t kWidest = 10;
+  const Run run = LastRun(pattern);
+  std::string best;
+  std::size_t most = 0;
+  for (std::size_t width = 1; run.length > 0 && width <= kWidest; ++width) {
+    std::string other = pattern;
+    other.replace(run.begin, run.length, width, '#');
+    if (const std::size_t files = FilesOfSequence(other).size(); files > most) {
+      most = files;
+      best = std::move(other);
+    }
+  }
+  return best;
+}
+
 std::string FrameFileName(const std::string& pattern, i32 frame) {
   const Run run = LastRun(pattern);
   if (run.length == 0) return pattern;

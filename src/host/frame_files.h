@@ -17,6 +17,9 @@ std::string FrameFileName(const std::string& pattern, i32 frame);
 /// The files of a sequence by their frames.
 std::map<i32, std::filesystem::path> FilesOfSequence(const std::string& pattern);
 
+/// The pattern with another number of # that has files, most of all; empty where none has.
+std::string PatternInstead(const std::string& pattern);
+
 /// The file of a frame, and where it has none that of the last one before, so that the answer
 /// depends on the frame alone; empty before the first. `what` ("mesh file") and the name of the
 /// object stand in the message of the MeshFileError that ends a hole between files, unless the

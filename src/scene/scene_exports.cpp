@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <map>
 
-#include "exchange/particle_format.h"
+#include "exchange/particle_files.h"
 #include "fluids/mesh/mesh.h"
 #include "fluids/particles/particle_group.h"
 #include "nodes/catalogue.h"
@@ -66,6 +66,19 @@ std::vector<std::string> SuffixesOf(const std::string& format) {
   if (format == "mesh") return {".ply", ".obj", ".stl", ".glb"};
   if (format == "bodies") return {".glb"};
   return {};
+}
+
+/// Whether a file's name ends in one of the suffixes; those of points may have .gz behind it where
+/// the format is wrapped so.
+bool NamesFormat(const std::string& format, const std::filesystem::path& path,
+                 const std::vector<std::string>& suffixes) {
+  const auto has = [&](const std::string& suffix) {
+    return std::find(suffixes.begin(), suffixes.end(), suffix) != suffixes.end();
+  };
+  if (has(path.extension().string())) return true;
+  const exchange::NamedFormat named = exchange::FormatOfName(path);
+  return format == "points" && named.isGzip && named.format &&
+         named.format->gzip != exchange::GzipUse::Never && has(path.stem().extension().string());
 }
 
 class ExportReader {
@@ -136,11 +149,12 @@ class ExportReader {
                                        Shown(*text), spec.format, suffix));
       return false;
     }
-    if (!suffixes.empty() &&
-        std::find(suffixes.begin(), suffixes.end(), path.extension().string()) == suffixes.end()) {
-      mContext.Error(*file, subject,
-                     fmt::format("'file': '{}' tells the format by its suffix; expected {}",
-                                 Shown(*text), AnyOf(suffixes)));
+    if (!suffixes.empty() && !NamesFormat(spec.format, path, suffixes)) {
+      const std::vector<std::string_view> names(suffixes.begin(), suffixes.end());
+      mContext.Error(
+          *file, subject,
+          fmt::format("'file': '{}' tells the format by its suffix; expected {}{}", Shown(*text),
+                      AnyOf(suffixes), mContext.Suggest(path.extension().string(), names)));
       return false;
     }
     if (const std::string fault = FaultOfOutputName(*text); !fault.empty()) {

@@ -5,6 +5,7 @@
 
 #include "exchange/particles_object.h"
 #include "host/file_error.h"
+#include "host/frame_files.h"
 #include "host/mesh_files.h"
 #include "host/polygon_object.h"
 #include "scene/scene_nodes.h"
@@ -108,9 +109,15 @@ std::optional<std::string> SceneBuilder::FirstOfFrames(const JsonValue& value, c
     std::error_code ignored;
     if (std::filesystem::is_regular_file(name, ignored)) return name;
   }
+  const std::string instead = PatternInstead(pattern);
+  const bool hasOther = !instead.empty() && instead != pattern;
+  const auto asTold = [&] {
+    return std::filesystem::path(told).replace_filename(std::filesystem::path(instead).filename());
+  };
   mContext.Error(
       value, subject,
-      fmt::format("{}: no file {} in the frames {} to {}", key, Shown(told), mFirstFrame, last));
+      fmt::format("{}: no file {} in the frames {} to {}{}", key, Shown(told), mFirstFrame, last,
+                  hasOther ? fmt::format("; did you mean '{}'?", Shown(asTold().string())) : ""));
   return {};
 }
 

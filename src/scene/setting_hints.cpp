@@ -62,6 +62,7 @@ class SettingHints : public HintBase {
       CheckLevel(node);
       CheckColourRadius(node);
     }
+    if (IsA<SurfaceReconstructor>(node)) CheckSurfaceSource(node);
     if (!IsA<ChannelOperator_Remap>(node) || !MayWork(node)) return;
     const Gradient* gradient = Get<Gradient>(node, ChannelOperator_Remap::kGradientRow);
     if (!gradient || gradient->knots.empty())
@@ -103,6 +104,21 @@ class SettingHints : public HintBase {
           fmt::format("it has no '{}', which its '{}' asks for", NameOf(node, Points::kFalloffRow),
                       NameOf(node, Points::kDistanceModeRow)),
           Points::kFalloffRow);
+  }
+
+  /// A switch tells whether a surface takes an object or a group.
+  void CheckSurfaceSource(const BaseNode& node) {
+    constexpr i32 kSwitch = SurfaceReconstructor::kHostRow;
+    const BaseNode* source = Linked(node, SurfaceReconstructor::kSourceRow);
+    if (!source || node.Tracks().contains(kSwitch)) return;
+    const bool isGroup = source->Type() == ParticleGroup::kNodeType;
+    if ((Whole(node, kSwitch) != 0) != isGroup) return;
+    WarnOfSleep(node,
+                fmt::format("{} is {} '{}'", Named(*source),
+                            isGroup ? "a group, whose particles count without"
+                                    : "an object, whose points count only with",
+                            NameOf(node, kSwitch)),
+                kSwitch);
   }
 
   /// New nodes have a level for fields of other kinds than distances.

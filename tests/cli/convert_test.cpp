@@ -42,8 +42,7 @@ std::vector<std::vector<double>> SamplesOf(const std::filesystem::path& path) {
     while (!file.AtEnd()) {
       PackedBlock block;
       EXPECT_TRUE(ReadBlock(file, block));
-      EXPECT_TRUE(
-          Unpack(block, std::span(all.emplace_back(block.size / sizeof(double))), 1));
+      EXPECT_TRUE(Unpack(block, std::span(all.emplace_back(block.size / sizeof(double))), 1));
     }
     EXPECT_TRUE(file.ReadChunkEnd());
   }
@@ -103,6 +102,8 @@ TEST(Convert, SaysWhatDoesntFit) {
   refused({"none.prt", "out.csv"}, 5, "cannot read none.prt: no such file");
   refused({"bad.prt", "out.csv"}, 5, "cannot read bad.prt: it ends too early");
   refused({"in.####.csv", "out.####.prt"}, 5, "there is no file in.####.csv");
+  folder.Write("cut.bgeo.gz", std::string("\x1f\x8b\x08\0\0\0\0\0\0\x03 cut", 14));
+  refused({"cut.bgeo.gz", "out.prt"}, 5, "cannot read cut.bgeo.gz: ");
   refused({"in.####.csv", "out.prt"}, 2, "OUT has none");
   EXPECT_FALSE(std::filesystem::exists(folder.Path() / "out.prt"));
   ASSERT_EQ(folder.Run({"convert", "in.csv", "points.rib"}), 0);
@@ -124,6 +125,31 @@ TEST(Convert, CarriesMeshesAndTellsThemFromPoints) {
   ASSERT_EQ(folder.Run({"convert", "points.ply", "points.vdb"}), 0) << folder.Errors();
   ASSERT_EQ(folder.Run({"convert", "points.vdb", "points.prt"}), 0) << folder.Errors();
   EXPECT_EQ(folder.Answers(), "points.prt: 2 particles\n");
+}
+
+TEST(Convert, SaysWhatBecomesOfMeshesAndNumbers) {
+  const RunFolder folder("convert_said");
+  folder.Write("roof.obj",
+               "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 1 1 1\nvn 0 0 1\nvn 0 1 0\nvt 0 0\nvt 1 0\nvt 0 1\n"
+               "f 1/1/1 2/2/1 3/3/1\nf 2/2/2 4/1/2 3/3/2\n");
+  ASSERT_EQ(folder.Run({"convert", "roof.obj", "roof.stl"}), 0);
+  EXPECT_EQ(folder.Errors(),
+            "warning: roof.stl: the format has no place for texture coordinates\n");
+  ASSERT_EQ(folder.Run({"convert", "roof.obj", "roof.ply"}), 0);
+  EXPECT_EQ(folder.Errors(),
+            "warning: roof.ply: at 2 points polygons have normals of their own; the mean of them "
+            "is kept\n");
+  EXPECT_EQ(ReadAll(folder.Path() / "roof.ply").find("metres"), std::string::npos)
+      << "nobody knows the unit";
+  folder.Write("odd.csv", "x,y,z,id,mass\n0,0,0,1,1e39\nnan,0,0,2,1\n1,1,1,99999999999,1\n");
+  ASSERT_EQ(folder.Run({"convert", "odd.csv", "odd.bgeo"}), 0);
+  EXPECT_EQ(folder.Answers(), "odd.bgeo: 2 particles\n");
+  EXPECT_EQ(folder.Errors(),
+            "warning: odd.bgeo: 1 number of 'id' doesn't fit into 32 bits and becomes the nearest "
+            "that does\n"
+            "warning: odd.bgeo: 1 number of 'mass' doesn't fit into single precision and becomes "
+            "infinite\n"
+            "warning: odd.bgeo: 1 particle at no finite place is left out\n");
 }
 
 TEST(Convert, TakesVolumesFromCachesAndBack) {
@@ -175,7 +201,8 @@ TEST(ParticlesObject, FeedsAnEmitterFrameByFrame) {
     { "type": "particlemeshemitter", "name": "born", "parameters": { "group": "group", "kind": "passive",
       "source": "drops", "emit_from": "points", "every_point": true, "spacing": 0, "settings": "rate",
       "point_properties": ["size", "speed"] } } ] } ],
-  "exports": [ { "format": "points", "file": "####.csv", "particles": "group", "kinds": ["passive"] } ] })");
+  "exports": [ { "format": "points", "file": "####.csv", "particles": "group", "kinds": ["passive"] },
+               { "format": "points", "file": "####.bgeo.gz", "particles": "group" } ] })");
   ASSERT_EQ(folder.Run({"run", "scene.json", "--out", "out", "--quiet"}), 0) << folder.Errors();
   // The first step stands in frame 1, and 100 host units are a metre.
   const auto one = RowsOf(folder.Path() / "out/0001.csv");
@@ -186,9 +213,18 @@ TEST(ParticlesObject, FeedsAnEmitterFrameByFrame) {
   ASSERT_EQ(two.size(), 3u);
   EXPECT_NEAR(two[2][0], 0.5, 1e-7);
   EXPECT_NEAR(two[2][7], 0.01, 1e-7);
+  EXPECT_TRUE(ReadAll(folder.Path() / "out/0002.bgeo.gz").starts_with("\x1f\x8b"));
+  ASSERT_EQ(folder.Run({"info", "out/0002.bgeo.gz"}), 0) << folder.Errors();
+  EXPECT_NE(folder.Answers().find("3 particles as bgeo"), std::string::npos) << folder.Answers();
   std::filesystem::remove(folder.Path() / "drops.0001.bgeo");
   EXPECT_EQ(folder.Run({"run", "scene.json", "--out", "hole", "--quiet"}), 5);
   EXPECT_NE(folder.Errors().find("drops.0001.bgeo\" is missing"), std::string::npos)
+      << folder.Errors();
+  std::string fewer = ReadAll(folder.Path() / "scene.json");
+  fewer.replace(fewer.find("drops.####"), 10, "drops.##");
+  folder.Write("fewer.json", fewer);
+  EXPECT_EQ(folder.Run({"check", "fewer.json"}), 3);
+  EXPECT_NE(folder.Errors().find("; did you mean 'drops.####.bgeo'?"), std::string::npos)
       << folder.Errors();
 }
 
