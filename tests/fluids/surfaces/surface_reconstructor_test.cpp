@@ -124,8 +124,7 @@ TEST(SurfaceReconstructor, SomeParticlesAreLeftOut) {
   EXPECT_LT(rig.surface.GetResult()->mCount, 10000);
   const std::vector<std::string> told = rig.surface.TakeWarnings();
   ASSERT_FALSE(told.empty());
-  EXPECT_EQ(told[0],
-            "1 of its particles is more than 1000 cells from the others and is left out");
+  EXPECT_EQ(told[0], "1 of its particles is more than 1000 cells from the others and is left out");
   EXPECT_LT(rig.surface.ExpectedBytes(), 1e6);
   rig.Volume();
   EXPECT_TRUE(rig.surface.TakeWarnings().empty()) << "once a run";
