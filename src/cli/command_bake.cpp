@@ -42,12 +42,12 @@ Baked Bake(LoadedScene& loaded, const BakeOptions& options) {
   BeginWithKeys(*loaded.document, simulation.Range().first, scene.mDomain.worldToSim, paths);
   const fs::path file = options.file.empty() ? out / "bodies.glb" : options.file;
   try {
-    host::WriteFileAtomically(file,
-                              EncodeBodies(*loaded.document, paths, scene.mDomain.worldToSim));
+    const std::string bytes = EncodeBodies(*loaded.document, paths, scene.mDomain.worldToSim);
+    host::WriteFileAtomically(file, bytes);
+    return {{file, bytes.size(), ChecksumOf(bytes)}, paths.size(), paths.front().frames.size()};
   } catch (const host::FileError& error) {
     throw CommandError(kExitFile, error.what());
   }
-  return {file, paths.size(), paths.front().frames.size()};
 }
 
 int RunBake(const BakeOptions& options) {
@@ -56,7 +56,7 @@ int RunBake(const BakeOptions& options) {
   diagnostics.Print();
   if (!loaded) return kExitInvalidScene;
   const Baked baked = Bake(*loaded, options);
-  fmt::print("{}: {} bod{}, {} frames\n", baked.file.string(), baked.bodies,
+  fmt::print("{}: {} bod{}, {} frames\n", baked.file.path.string(), baked.bodies,
              baked.bodies == 1 ? "y" : "ies", baked.frames);
   return kExitDone;
 }

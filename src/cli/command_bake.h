@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "cache/hyper_file.h"
 #include "scene/loaded_scene.h"
 
 namespace MELDO_GLOBAL::app {
@@ -17,7 +18,7 @@ struct BakeOptions {
 
 /// What was written.
 struct Baked {
-  std::filesystem::path file;
+  WrittenFile file;
   std::size_t bodies = 0, frames = 0;
 };
 

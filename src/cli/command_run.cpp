@@ -87,6 +87,7 @@ class Run {
     std::vector<std::string> warnings = mSimulation.TakeWarnings();
     if (code == kExitDone) AddMixture(warnings);
     for (const std::string& warning : warnings) Warn(warning);
+    if (code == kExitDone) ExportBodies(warnings);
     warnings.insert(warnings.begin(), mToldLast.begin(), mToldLast.end());
     warnings.insert(warnings.begin(), noted.begin(), noted.end());
     if (code == kExitDone && mOptions.strict && (mHasWarned || mSimulation.HasWarned())) {
@@ -265,7 +266,7 @@ class Run {
       if (code != kExitDone && mFramesWritten == 0 && mSimulation.TakeWritten().empty() &&
           mManifest.GiveBack())
         return code;
-      mManifest.End({mSelected.first, mSelected.last, code});
+      mManifest.End({mSelected.first, mSelected.last, code, mWholeRun});
     } catch (const host::FileError& error) {
       if (code == kExitDone) {
         mProgress.Error(error.what());
@@ -283,6 +284,26 @@ class Run {
           fmt::format("{} is left of another simulation, whose frames don't go with "
                       "those of this run; delete it before the recording is played",
                       foreign.string()));
+  }
+
+  /// Behind all frames: the ways of the bodies.
+  void ExportBodies(std::vector<std::string>& warnings) {
+    for (const ExportSpec& spec : mScene.exports) {
+      if (!spec.IsOfWholeRun()) continue;
+      // Bodies have moved their objects.
+      Diagnostics told;
+      std::optional<LoadedScene> fresh = LoadScene(mOptions.scene, told, mOptions.overrides);
+      try {
+        if (!fresh) continue;
+        const BakeOptions options{mOptions.scene, mOut, mOut / spec.file, mOptions.overrides};
+        mWholeRun.push_back(Bake(*fresh, options).file);
+      } catch (const CommandError& error) {
+        // Frames that weren't asked for are missing, or there is no body.
+        warnings.push_back(fmt::format("no {}: {}", spec.file, error.what()));
+        fmt::print(stderr, "warning: {}\n", warnings.back());
+        mHasWarned = true;
+      }
+    }
   }
 
   void DescribeScenes() {
@@ -320,6 +341,7 @@ class Run {
   std::optional<RunState> mResumed;
   std::set<std::string> mToldWarnings;
   std::vector<std::string> mToldLast;  ///< with the last frame: what never ran
+  std::vector<WrittenFile> mWholeRun;  ///< files that stand for no frame
   i32 mFramesWritten = 0;
   bool mHasWarned = false;
 };
@@ -329,24 +351,6 @@ std::vector<std::string> WarningsOf(const Diagnostics& diagnostics) {
   for (const Message& message : diagnostics.Messages())
     if (message.severity == Message::Severity::Warning) texts.push_back(message.text);
   return texts;
-}
-
-/// Behind a whole run: the ways of its bodies.
-int ExportBodies(const LoadedScene& scene, const RunOptions& options, const fs::path& out) {
-  for (const ExportSpec& spec : scene.exports) {
-    if (!spec.IsOfWholeRun()) continue;
-    // Bodies have moved their objects.
-    Diagnostics told;
-    std::optional<LoadedScene> fresh = LoadScene(options.scene, told, options.overrides);
-    try {
-      if (fresh) Bake(*fresh, {options.scene, out, out / spec.file, options.overrides});
-    } catch (const CommandError& error) {
-      // Frames that weren't asked for are missing, or there is no body.
-      fmt::print(stderr, "warning: no {}: {}\n", spec.file, error.what());
-      if (options.strict) return kExitInvalidScene;
-    }
-  }
-  return kExitDone;
 }
 
 }  // namespace
@@ -362,8 +366,7 @@ int RunScene(const RunOptions& options) {
   const fs::path out = options.out.empty() ? DefaultOut(options) : options.out;
   scene->document->folder = CacheFolderOf(out).string();
   try {
-    const int code = Run(*scene, options, out).Execute(WarningsOf(diagnostics));
-    return code == kExitDone ? ExportBodies(*scene, options, out) : code;
+    return Run(*scene, options, out).Execute(WarningsOf(diagnostics));
   } catch (const host::FileError& error) {
     throw CommandError(kExitFile, error.what());
   }

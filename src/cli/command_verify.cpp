@@ -55,7 +55,10 @@ class Verifier {
 
   void CheckFiles() {
     for (const ManifestFrame& frame : mManifest.frames)
-      for (const WrittenFile& file : frame.files) CheckFile(frame.frame, file);
+      for (const WrittenFile& file : frame.files)
+        CheckFile(fmt::format("frame {}", frame.frame), file);
+    if (!mManifest.end) return;
+    for (const WrittenFile& file : mManifest.end->files) CheckFile("the whole run", file);
   }
 
   void CheckCheckpoints() {
@@ -141,11 +144,12 @@ class Verifier {
     tell(last);
   }
 
-  void CheckFile(i32 frame, const WrittenFile& file) {
+  /// `owner`: what it is of.
+  void CheckFile(const std::string& owner, const WrittenFile& file) {
     ++mFiles;
     const fs::path path = mOut / file.path;
     const auto find = [&](const std::string& what) {
-      Find(fmt::format("{}: of frame {}: {}", path.string(), frame, what));
+      Find(fmt::format("{}: of {}: {}", path.string(), owner, what));
     };
     std::error_code failed;
     if (!fs::exists(fs::symlink_status(path, failed))) return find("it is missing");

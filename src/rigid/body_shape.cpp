@@ -47,6 +47,8 @@ bool BodyShape::Make(const BodyGeometry& geometry, BodyForm form, bool isDynamic
                       (tries(BodyForm::Hull) && MakeHull(geometry, !isAny, margin)) ||
                       MakeTriangles(geometry, isDynamic);
   if (!isMade) return false;
+  mRadius = 0;
+  for (const Vec3d& v : geometry.vertices) mRadius = std::max(mRadius, Length(v));
   // A ball's margin is its radius.
   if (margin >= 0 && mForm != BodyForm::Ball) (mInner ? mInner : mShape)->setMargin(margin);
   if (mForm == BodyForm::Mesh && isDynamic) static_cast<btGImpactMeshShape&>(*mShape).updateBound();

@@ -35,6 +35,8 @@ class BodyShape {
   bool Make(const BodyGeometry& geometry, BodyForm form, bool isDynamic, double margin);
   btCollisionShape* Get() const { return mShape.get(); }
   BodyForm Form() const { return mForm; }
+  /// From the origin to the farthest vertex.
+  double Radius() const { return mRadius; }
 
  private:
   bool MakeBox(const BodyGeometry& geometry, bool isForced);
@@ -48,6 +50,7 @@ class BodyShape {
   std::unique_ptr<btCollisionShape> mInner;  ///< of a compound
   std::unique_ptr<btCollisionShape> mShape;
   BodyForm mForm = BodyForm::Automatic;
+  double mRadius = 0;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -41,11 +41,7 @@ double RollingFriction(const btCollisionObject* a, const btCollisionObject* b) {
   if (!one || !other) return 0;
   double radius = HUGE_VAL;
   for (const btCollisionObject* object : {a, b}) {
-    if (object->isStaticOrKinematicObject()) continue;
-    btVector3 centre;
-    btScalar size;
-    object->getCollisionShape()->getBoundingSphere(centre, size);
-    radius = std::min<double>(radius, size);
+    if (!object->isStaticOrKinematicObject()) radius = std::min(radius, BodyOf(*object)->Radius());
   }
   if (radius == HUGE_VAL) return 0;
   return one->Settings().rollingFriction * other->Settings().rollingFriction * radius;

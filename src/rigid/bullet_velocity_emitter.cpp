@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "fluids/operators/channel_work.h"
 #include "fluids/volume/multi_volume.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
@@ -63,7 +62,11 @@ const ParameterTable& Bullet_VelocityEmitter::Parameters() {
 
 void Bullet_VelocityEmitter::CheckDirty() {
   iObject::CheckDirty();
-  WorkWhileSimulating(*this);
+  // What it gives in the start frame acts in the first step.
+  if (!(mScene->mFlags & Scene::kTimeChanged))
+    SetFlag(FLAG_DIRTY | FLAG_DIRTY_HARD, false);
+  else if (!IsDirty())
+    MarkDirty(false);
 }
 
 void Bullet_VelocityEmitter::ClearLinks() {
@@ -100,7 +103,8 @@ void Bullet_VelocityEmitter::Prepare() {
   if (mForces.empty()) return void(Deactivate("it has no forces; name some under 'forces'"));
   if (mExcludes == 0 && mVolumes.empty())
     return void(Deactivate("it has no volumes; name some under 'volumes'"));
-  if (!mTime || !mTime->IsUnderWay()) return void(Deactivate("nothing has moved yet"));
+  // The start frame has no length, whatever its substeps.
+  if (!mTime->IsUnderWay() && !mTime->isLastSubstep) return SetFlag(FLAG_ACTIVE, false);
   for (Force* force : mForces)
     if (force->Has(FLAG_ENABLED)) force->PrepareAlone();
   SetFlag(FLAG_ACTIVE, true);

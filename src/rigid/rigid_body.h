@@ -48,6 +48,8 @@ class RigidBody : public BodyState {
   bool IsStatic() const override { return mType == kStatic; }
   double Mass() const override { return mMass.Mass(); }
   double Density() const override;
+  /// From its centre of mass to the point of it that is farthest off, simulation units.
+  double Radius() const { return mShape.Radius(); }
   /// Cubed simulation units that its triangles enclose.
   double Volume() const { return mMass.Volume(); }
   /// From the voxels of a volume instead.

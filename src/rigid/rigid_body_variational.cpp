@@ -21,7 +21,7 @@ Vec3d Limited(const Vec3d& change, double most) {
 bool RigidBody_Variational::Create(const BodyGeometry& geometry, const ObstacleSettings& settings,
                                    double worldToSim, bool isKeyed, const BodyMotion* restored) {
   mImpulse = mTurn = mFluidForce = mFluidTorque = {};
-  mFirstFall = {};
+  mFirst.reset();
   mIsForeseen = mIsCarried = false;
   mIsNew = !restored || restored->isNew;
   mIsLulled = restored && restored->isLulled;
@@ -64,7 +64,7 @@ RigidBody_Variational::Change RigidBody_Variational::Expected() const {
 
 void RigidBody_Variational::GetFlowVelocities(Vec3d& linear, Vec3d& angular) const {
   const ObstacleSettings& s = Settings();
-  linear = LinearVelocity() - mFirstFall;
+  linear = LinearVelocity() - mFirst.value_or(Vec3d{});
   angular = AngularVelocity();
   if (IsDynamic()) {
     const Change expected = Expected();
@@ -98,8 +98,17 @@ void RigidBody_Variational::TakeFluidImpulse(const Vec3d& impulse, const Vec3d& 
   mImpulse += impulse * (share * s.forceTransfer);
   mTurn += torque * (share * s.torqueTransfer);
   mIsCarried = Length(impulse * InverseMass()) > kCarried * Length(Expected().linear);
-  if (mIsCarried) AddVelocity(mFirstFall * -1.0);
-  mFirstFall = {};
+  if (mFirst) {
+    // From rest, the step that is over would have had the same; one that was thrown moves the fluid
+    // in a blow, of which that step tells nothing.
+    Vec3d change{};
+    if (mWasAtRest)
+      change = impulse * (share * s.forceTransfer) * InverseMass();
+    else if (mIsCarried)
+      change = *mFirst * -1.0;
+    AddVelocity(change);
+    *mFirst += change;
+  }
   mFluidForce = mImpulse / dt;
   mFluidTorque = mTurn / dt;
 }
@@ -121,14 +130,17 @@ void RigidBody_Variational::BeginStep(double dt, const Vec3d& gravity) {
     mForce += mImpulse / dt;
     mTorque += mTurn / dt;
   }
-  mFluidForce = mFluidTorque = mFirstFall = {};
+  mFluidForce = mFluidTorque = {};
+  mFirst.reset();
   RigidBody::BeginStep(dt, gravity);
 }
 
 void RigidBody_Variational::EndStep(double dt) {
   RigidBody::EndStep(dt);
-  if (std::exchange(mIsNew, IsAsleep()) && !IsAsleep() && IsDynamic() && Contacts().empty())
-    mFirstFall = LinearVelocity() - mLinearBefore;
+  if (std::exchange(mIsNew, IsAsleep()) && !IsAsleep() && IsDynamic() && Contacts().empty()) {
+    mFirst = LinearVelocity() - mLinearBefore;
+    mWasAtRest = mLinearBefore == Vec3d{};
+  }
   // What nothing but a fluid holds may be left by it.
   if (mIsCarried && Contacts().empty()) StayAwake();
   mImpulse = mTurn = {};

@@ -1,5 +1,7 @@
 // Bodies that act with fluids.
 #pragma once
+#include <optional>
+
 #include "rigid/rigid_body.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -45,9 +47,11 @@ class RigidBody_Variational : public RigidBody {
   bool mIsLulled = false;
   Vec3d mLull{};  ///< while it sleeps: what the fluid pressed with when it fell asleep
   /// It stood still until now. The first step of the world has to do without what a fluid round it
-  /// presses; where one turns out to carry it, that step's fall is taken back.
+  /// presses; the projection behind it makes up for that.
   bool mIsNew = true;
-  Vec3d mFirstFall{};        ///< between the first step and its projection
+  /// In the first step: how far its velocity is ahead of that from which the fluid sees it start.
+  std::optional<Vec3d> mFirst;
+  bool mWasAtRest = false;   ///< when that step began
   bool mIsUnderWay = false;  ///< the start frame is over
   bool mIsForeseen = false;  ///< the fluid moves it in this step
   double mAhead = 0;         ///< seconds of it

@@ -53,17 +53,17 @@ void ReadHead(const json& line, ManifestHead& head) {
   if (line.contains("branched_behind")) head.branchedAt = line.at("branched_behind").get<i32>();
 }
 
-ManifestFrame ReadFrame(const json& line) {
-  ManifestFrame frame{line.at("frame").get<i32>(), {}};
-  for (const json& file : line.at("files")) {
+std::vector<WrittenFile> ReadFiles(const json& list) {
+  std::vector<WrittenFile> files;
+  for (const json& file : list) {
     const fs::path path = file.at("file").get<std::string>();
     // A run names what it wrote below its folder, or by the whole path.
     if (std::find(path.begin(), path.end(), "..") != path.end())
       throw std::invalid_argument("no name of ours");
-    frame.files.push_back(
+    files.push_back(
         {path, file.at("bytes").get<u64>(), FromHex(file.at("sum").get<std::string>())});
   }
-  return frame;
+  return files;
 }
 
 }  // namespace
@@ -91,9 +91,10 @@ std::optional<ManifestContent> ReadManifest(const fs::path& out) {
         ReadHead(line, content.head);
       } else if (line.contains("end")) {
         const json& end = line.at("end");
-        content.end = ManifestEnd{end.at("first"), end.at("last"), end.at("exit_code")};
+        content.end = ManifestEnd{end.at("first"), end.at("last"), end.at("exit_code"),
+                                  ReadFiles(end.value("files", json::array()))};
       } else {
-        ManifestFrame frame = ReadFrame(line);
+        ManifestFrame frame{line.at("frame").get<i32>(), ReadFiles(line.at("files"))};
         if (!content.frames.empty() && frame.frame <= content.frames.back().frame)
           throw std::invalid_argument("a frame twice");
         content.frames.push_back(std::move(frame));
@@ -148,21 +149,28 @@ std::string Manifest::NameOf(const fs::path& file) const {
                                    : fs::absolute(file).generic_string();
 }
 
-void Manifest::Add(i32 frame, const std::vector<WrittenFile>& files) {
-  JsonLine line;
-  line.Open('{').Key("frame").Number(i64{frame}).Key("files").Open('[');
+void Manifest::AddFiles(JsonLine& line, const std::vector<WrittenFile>& files) const {
+  line.Key("files").Open('[');
   for (const WrittenFile& file : files) {
     line.Open('{').Key("file").Text(Clean(NameOf(file.path)));
     line.Key("bytes").Number(static_cast<i64>(file.bytes)).Key("sum").Text(Hex(file.sum));
     line.Close('}');
   }
-  mLog.Put(frame, line.Close(']').Close('}').Str());
+  line.Close(']');
+}
+
+void Manifest::Add(i32 frame, const std::vector<WrittenFile>& files) {
+  JsonLine line;
+  line.Open('{').Key("frame").Number(i64{frame});
+  AddFiles(line, files);
+  mLog.Put(frame, line.Close('}').Str());
 }
 
 void Manifest::End(const ManifestEnd& end) {
   JsonLine line;
   line.Open('{').Key("end").Open('{').Key("first").Number(i64{end.first});
   line.Key("last").Number(i64{end.last}).Key("exit_code").Number(i64{end.exitCode});
+  if (!end.files.empty()) AddFiles(line, end.files);
   mLog.Finish(line.Close('}').Close('}').Str());
 }
 

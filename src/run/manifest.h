@@ -10,6 +10,8 @@
 
 namespace MELDO_GLOBAL::app {
 
+class JsonLine;
+
 inline constexpr std::string_view kManifestName = "manifest.jsonl";
 
 /// What a manifest begins with: whose files they are.
@@ -25,6 +27,7 @@ struct ManifestHead {
 struct ManifestEnd {
   i32 first = 0, last = 0;  ///< the frames that were asked for
   int exitCode = 0;
+  std::vector<WrittenFile> files{};  ///< of the whole run, paths as those of a frame
   /// The run came to its own end; one that didn't may go on.
   bool IsWhole() const;
 };
@@ -67,6 +70,7 @@ class Manifest {
 
  private:
   std::string NameOf(const std::filesystem::path& file) const;
+  void AddFiles(JsonLine& line, const std::vector<WrittenFile>& files) const;
 
   std::filesystem::path mOut;
   FrameLog mLog;

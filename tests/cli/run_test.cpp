@@ -339,11 +339,18 @@ TEST_F(RunCommand, WaysOfBodiesAreExportedAtTheEnd) {
   const std::string exported = ReadAll(mFolder / "whole/bodies.glb");
   EXPECT_NE(exported.find("stone 16"), std::string::npos);
   EXPECT_TRUE(exported == ReadAll(mFolder / "baked.glb"));
+  EXPECT_EQ(Sulva("verify whole").code, 0);
+  std::ofstream(mFolder / "whole/bodies.glb", std::ios::app) << "x";
+  const Result damaged = Sulva("verify whole");
+  EXPECT_EQ(damaged.code, 5);
+  EXPECT_NE(damaged.out.find("bodies.glb: of the whole run: "), std::string::npos) << damaged.out;
   // Their beginning isn't known here.
   const Result part = Sulva("run " + scene + " --quiet --frames 2:4 --out part");
   EXPECT_EQ(part.code, 0);
   EXPECT_NE(part.err.find("warning: no bodies.glb: "), std::string::npos) << part.err;
   EXPECT_FALSE(fs::exists(mFolder / "part/bodies.glb"));
+  const auto told = Statistics("part").at(-1)["warnings"];
+  EXPECT_NE(told.dump().find("no bodies.glb: "), std::string::npos) << told;
 }
 
 TEST_F(RunCommand, WhatNeverWorksIsToldBeforeTheRunAndNotAgain) {

@@ -1,5 +1,6 @@
 // Scenes of bodies for tests.
 #pragma once
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -69,7 +70,26 @@ struct BodyScene {
   }
 };
 
-inline constexpr const char* kFloor =
-    R"({"name": "floor", "type": "box", "size": [400, 20, 400], "position": [0, -10, 0], "obstacle": {}})";
+/// An object with an obstacle tag of these settings: `shape` is its type with its sizes, `place`
+/// its position, both in host units.
+inline std::string Object(const std::string& name, const std::string& shape, const Vec3d& place,
+                          const std::string& settings) {
+  return fmt::format(
+      R"({{"name": "{}", "type": {}, "position": [{}, {}, {}], "obstacle": {{{}}}}})", name, shape,
+      place.x, place.y, place.z, settings);
+}
+/// A box of 20 cm.
+inline constexpr const char* kCube = R"("box", "size": [20, 20, 20])";
+/// A ball as wide.
+inline constexpr const char* kBall = R"("sphere", "radius": 10, "segments": 32)";
+
+/// Bodies above a floor whose top is at 0.
+struct FloorScene : BodyScene {
+  FloorScene(const std::string& objects, const std::string& names, const std::string& nodes = "",
+             const std::string& settings = "")
+      : BodyScene(
+            Object("floor", R"("box", "size": [400, 20, 400])", {0, -10, 0}, "") + ", " + objects,
+            R"("floor", )" + names, nodes, settings) {}
+};
 
 }  // namespace MELDO_GLOBAL::app

@@ -14,15 +14,10 @@
 namespace MELDO_GLOBAL::app {
 namespace {
 
-using MELDO_SULVA::Mesh;
-
 TEST(BulletWorld, AMeshThatLosesItsTagHasNoBodyAnyMore) {
-  BodyScene scene(std::string(kFloor) +
-                      R"(, {"name": "a", "type": "box", "size": [20, 20, 20],
-                           "position": [0, 50, 0], "obstacle": {"mass": 2}},
-                          {"name": "b", "type": "box", "size": [20, 20, 20],
-                           "position": [60, 50, 0], "obstacle": {"mass": 2}})",
-                  R"("floor", "a", "b")");
+  FloorScene scene(Object("a", kCube, {0, 50, 0}, R"("mass": 2)") + ", " +
+                       Object("b", kCube, {60, 50, 0}, R"("mass": 2)"),
+                   R"("a", "b")");
   scene.RunTo(3);
   ASSERT_TRUE(scene.MeshOf("b")->HasBody());
   const double height = scene.HeightOf("a");
@@ -34,19 +29,15 @@ TEST(BulletWorld, AMeshThatLosesItsTagHasNoBodyAnyMore) {
 
 // Contacts start anew with each frame: a box must not tip over those that were found first.
 TEST(BulletWorld, ABoxThatLiesSleeps) {
-  BodyScene scene(std::string(kFloor) +
-                      R"(, {"name": "a", "type": "box", "size": [24, 24, 24],
-                           "position": [50, 14, 0], "obstacle": {"mass": 4}})",
-                  R"("floor", "a")");
+  FloorScene scene(Object("a", R"("box", "size": [24, 24, 24])", {50, 14, 0}, R"("mass": 4)"),
+                   R"("a")");
   scene.RunTo(80);
   EXPECT_FALSE(scene.IsAwake("a"));
 }
 
 TEST(BulletWorld, AFlatSheetWithAMassFalls) {
-  BodyScene scene(std::string(kFloor) +
-                      R"(, {"name": "sheet", "type": "plane", "size": [40, 30],
-                           "position": [0, 100, 0], "obstacle": {"mass": 2}})",
-                  R"("floor", "sheet")");
+  FloorScene scene(Object("sheet", R"("plane", "size": [40, 30])", {0, 100, 0}, R"("mass": 2)"),
+                   R"("sheet")");
   scene.RunTo(10);
   EXPECT_NEAR(scene.HeightOf("sheet"), 1 - 0.5 * 9.81 * 0.4 * 0.4, 1e-6);
   scene.RunTo(99);
@@ -54,22 +45,22 @@ TEST(BulletWorld, AFlatSheetWithAMassFalls) {
   EXPECT_LT(scene.HeightOf("sheet"), 0.02);
 }
 
+/// Pushes the box as gravity of `change` m/s^2 along x would.
+std::string Gust(double change) {
+  return fmt::format(R"({{"type": "mesh", "name": "box mesh", "parameters": {{"object": "box"}}}},
+      {{"type": "volume", "name": "box volume", "parameters": {{"mesh": "box mesh"}}}},
+      {{"type": "force_gravity", "name": "gust", "parameters": {{"acceleration": [{}, 0, 0]}}}},
+      {{"type": "rigid_forces", "name": "blow",
+        "parameters": {{"volumes": ["box volume"], "forces": ["gust"]}}}},)",
+                     change);
+}
+
 TEST(BulletWorld, ASleeperWakesByAForceAboveItsThreshold) {
   for (const double push : {1.0, 3.0}) {
-    BodyScene scene(R"({"name": "box", "type": "box", "size": [20, 20, 20],
-                         "position": [0, 100, 0], "obstacle": {"mass": 5, "wake_on_force": true}})",
-                    R"("box")",
-                    R"({"type": "mesh", "name": "box mesh", "parameters": {"object": "box"}},
-                       {"type": "volume", "name": "box volume", "parameters": {"mesh": "box mesh"}},
-                       {"type": "force_gravity", "name": "gust", "parameters": {"acceleration": [)" +
-                        std::to_string(push) + R"(, 0, 0]}},
-                       {"type": "rigid_forces", "name": "blow",
-                        "parameters": {"volumes": ["box volume"], "forces": ["gust"]}},)");
+    BodyScene scene(Object("box", kCube, {0, 100, 0}, R"("mass": 5, "wake_on_force": true)"),
+                    R"("box")", Gust(push));
     scene.RunTo(20);
-    const Mesh* mesh = scene.MeshOf("box");
-    ASSERT_NE(mesh, nullptr);
-    ASSERT_TRUE(mesh->HasBody());
-    const Vec3d way = mesh->GetBody()->Pose().centre - Vec3d{0, 1, 0};
+    const Vec3d way = scene.Body("box").Pose().centre - Vec3d{0, 1, 0};
     if (push * 5 > 10)
       EXPECT_GT(way.x, 0.1) << push;
     else
@@ -77,11 +68,23 @@ TEST(BulletWorld, ASleeperWakesByAForceAboveItsThreshold) {
   }
 }
 
+TEST(BulletWorld, SceneForcesActFromTheFirstStepOnAsGravityDoes) {
+  for (const char* steps : {"", R"(, "time_mode": "fixed_substeps", "extra_substeps": 3)"}) {
+    BodyScene scene(Object("box", kCube, {0, 100, 0}, R"("mass": 5)"), R"("box")", Gust(3),
+                    std::string(R"("gravity": [0, 0, 0])") + steps);
+    for (const i32 frame : {1, 2, 10}) {
+      scene.RunTo(frame);
+      const double t = 0.04 * frame;
+      EXPECT_NEAR(scene.Body("box").Pose().centre.x, 0.5 * 3 * t * t, 1e-9) << frame << steps;
+    }
+  }
+}
+
 // The animation holds what the statistics tell, and an object that a file moves goes the same way.
 TEST(BulletWorld, ABakedMotionIsPlayedAgain) {
   const std::string box = R"({"name": "box", "type": "box", "size": [20, 30, 10],
       "position": [0, 80, 0], "rotation": [20, 30, 10], "scale": [1, 1.5, 1], "obstacle": )";
-  BodyScene scene(std::string(kFloor) + ", " + box + R"({"mass": 2}})", R"("floor", "box")");
+  FloorScene scene(box + R"({"mass": 2}})", R"("box")");
   const std::filesystem::path folder =
       std::filesystem::temp_directory_path() / ("sulva_bake" + std::to_string(::getpid()));
   std::filesystem::create_directories(folder);
@@ -101,12 +104,11 @@ TEST(BulletWorld, ABakedMotionIsPlayedAgain) {
         {body->rotation[0], body->rotation[1], body->rotation[2], body->rotation[3]});
     placed.push_back(scene.loaded->document->FindByName("box")->GlobalMatrix());
   }
-  BodyScene still(std::string(kFloor) + ", " + box + R"({"mass": 2}})", R"("floor", "box")");
+  FloorScene still(box + R"({"mass": 2}})", R"("box")");
   std::ofstream(folder / "bodies.glb", std::ios::binary) << EncodeBodies(
       *still.loaded->document, {path}, scene.simulation->Scenes().front()->mDomain.worldToSim);
-  BodyScene played(std::string(kFloor) + ", " + box + R"({}, "placements": ")" +
-                       (folder / "bodies.glb").string() + "\"}",
-                   R"("floor", "box")");
+  FloorScene played(box + R"({}, "placements": ")" + (folder / "bodies.glb").string() + "\"}",
+                    R"("box")");
   host::BaseNode* object = played.loaded->document->FindByName("box");
   for (i32 frame = 0; frame <= 20; ++frame) {
     object->Animate(frame);

@@ -42,14 +42,11 @@ TEST(KeyedBodies, WhatSleepsOnAPlateGoesWhereItGoes) {
 
 TEST(KeyedBodies, AFingerThatComesLatePushesASleeper) {
   for (const char* obstacle : {R"("mass": 1)", R"("mass": 1, "wake_on_contact": true)"}) {
-    BodyScene scene(std::string(kFloor) +
-                        R"(, {"name": "finger", "type": "box", "size": [20, 20, 60],
-                             "obstacle": {}, "position": {"keys": [[0, [-60, 15, 0]],
-                             [90, [-60, 15, 0]], [115, [40, 15, 0]]], "interpolation": "linear"}},
-                            {"name": "a", "type": "box", "size": [20, 20, 20],
-                             "position": [0, 10, 0], "obstacle": {)" +
-                        obstacle + "}}",
-                    R"("floor", "finger", "a")");
+    FloorScene scene(R"({"name": "finger", "type": "box", "size": [20, 20, 60],
+                         "obstacle": {}, "position": {"keys": [[0, [-60, 15, 0]],
+                         [90, [-60, 15, 0]], [115, [40, 15, 0]]], "interpolation": "linear"}}, )" +
+                         Object("a", kCube, {0, 10, 0}, obstacle),
+                     R"("finger", "a")");
     scene.RunTo(97);
     EXPECT_FALSE(scene.IsAwake("a")) << "the finger is 12 cm off; " << obstacle;
     EXPECT_NEAR(scene.Body("a").Pose().centre.x, 0, 1e-3);
@@ -59,11 +56,8 @@ TEST(KeyedBodies, AFingerThatComesLatePushesASleeper) {
 }
 
 TEST(KeyedBodies, OtherGravityWakes) {
-  BodyScene scene(std::string(kFloor) +
-                      R"(, {"name": "a", "type": "box", "size": [20, 20, 20],
-                           "position": [0, 10, 0], "obstacle": {"mass": 1}})",
-                  R"("floor", "a")", "",
-                  R"("gravity": {"keys": [[0, [0, -9.81, 0]], [90, [0, 9.81, 0]]],
+  FloorScene scene(Object("a", kCube, {0, 10, 0}, R"("mass": 1)"), R"("a")", "",
+                   R"("gravity": {"keys": [[0, [0, -9.81, 0]], [90, [0, 9.81, 0]]],
                                  "interpolation": "step"})");
   scene.RunTo(89);
   ASSERT_FALSE(scene.IsAwake("a"));

@@ -16,8 +16,12 @@ struct FaceSums {
   double moving = 0, velocity = 0;
 };
 
-bool IsAir(const ProjectionFields& fields, const VecInt3D& cell) {
-  return fields.surface && !((*fields.surface)(cell.x, cell.y, cell.z) < 0);
+enum class Content { Liquid, LetGo, Air };
+
+/// What has let go of the body has its surface in the middle of its cell.
+Content ContentOf(const ProjectionFields& fields, const VecInt3D& cell) {
+  const double phi = fields.surface ? (*fields.surface)(cell.x, cell.y, cell.z) : -1;
+  return phi < 0 ? Content::Liquid : phi == 0 ? Content::LetGo : Content::Air;
 }
 
 }  // namespace
@@ -34,14 +38,18 @@ BoundFluid FindBoundFluid(const ProjectionFields& fields, std::span<const BodyRo
     for (int a = 0; a < 3; ++a) {
       FaceSums& sum = sums[a];
       const double area = row.area[a], size = std::fabs(area);
+      const Content content = ContentOf(fields, cell);
       sum.net += area;
       sum.all += size;
       sum.volume += area * away[a];
+      // Fluid that has let go stays behind.
+      if (content == Content::LetGo) sum.volume -= size * 0.5 * layout.cellSize;
       VecInt3D beyond = cell, face = cell;
       beyond[a] += area > 0 ? 1 : -1;
-      if (IsAir(fields, cell)) continue;
+      if (content == Content::Air) continue;
       // A surface less than a cell off would come and go.
-      if (!IsAir(fields, beyond)) sum.wet += size;
+      if (ContentOf(fields, beyond) != Content::Air) sum.wet += size;
+      if (content == Content::LetGo) continue;
       face[a] += area > 0;  // the face across from the body
       if (!((*fields.open[a])(face.x, face.y, face.z) > 0)) continue;
       sum.moving += size;

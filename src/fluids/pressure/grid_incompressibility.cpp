@@ -8,6 +8,7 @@
 
 #include "fluids/pressure/bound_fluid.h"
 #include "fluids/pressure/projection_lines.h"
+#include "fluids/pressure/seepage.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
@@ -152,8 +153,26 @@ void Grid_Incompressibility::CollectBodyRows() {
   for (i32 b = 0; b < mBodies.Count(); ++b) mBodies.Rows(b).clear();
   for (const SolidPush::BodyRows& layer : mBodyRows)
     for (const auto& [body, row] : layer) mBodies.Rows(body).push_back(row);
+  LetSeep();
   if (!mFields.density[0]) BindFluid();
   mBodies.Close(Used().GetMatrix().Diagonal(), mCellSize, mFields.dt);
+}
+
+void Grid_Incompressibility::LetSeep() {
+  const Seepage seepage(mFields, mMoving);
+  for (const MovingBody& body : mMoving) {
+    if (body.coupled < 0) continue;
+    for (const BodyRow& row : seepage.Spread(body, mBodies.Rows(body.coupled))) {
+      const double push = row.Of(body.linear, body.angular) / mCellSize;
+      Used().GetRhs()[row.cell] += push;
+      auto& terms = mCoupling[row.cell / (mCells.x * mCells.y)];
+      const auto term = TermOf(row.cell);
+      if (term != terms.end() && term->cell == row.cell)
+        term->value += push;
+      else
+        terms.insert(term, {row.cell, push});
+    }
+  }
 }
 
 void Grid_Incompressibility::BindFluid() {
@@ -405,16 +424,20 @@ void Grid_Incompressibility::PressBodies() {
 
 void Grid_Incompressibility::AddPush(i32 body, const Vec3d& linear, const Vec3d& angular,
                                      std::span<double> rhs) {
-  const i32 layer = mCells.x * mCells.y;
   for (const BodyRow& row : mBodies.Rows(body)) {
     const double push = row.Of(linear, angular) / mCellSize;
     if (!rhs.empty()) rhs[row.cell] += push;
-    auto& terms = mCoupling[row.cell / layer];
-    const auto term =
-        std::lower_bound(terms.begin(), terms.end(), row.cell,
-                         [](const CouplingTerm& t, i32 cell) { return t.cell < cell; });
-    if (term != terms.end() && term->cell == row.cell) term->value += push;
+    const auto term = TermOf(row.cell);
+    if (term != mCoupling[row.cell / (mCells.x * mCells.y)].end() && term->cell == row.cell)
+      term->value += push;
   }
+}
+
+std::vector<Grid_Incompressibility::CouplingTerm>::iterator Grid_Incompressibility::TermOf(
+    i32 cell) {
+  auto& terms = mCoupling[cell / (mCells.x * mCells.y)];
+  return std::lower_bound(terms.begin(), terms.end(), cell,
+                          [](const CouplingTerm& t, i32 c) { return t.cell < c; });
 }
 
 // ---- warnings ---------------------------------------------------------------------------------

@@ -155,6 +155,8 @@ class Grid_Incompressibility : public iObject {
   /// Rows of bodies that lie in closed regions add up to nothing, or else these aren't closed.
   void OpenCoupledRegions();
   void CollectBodyRows();
+  /// What bodies touch presses on them from round about.
+  void LetSeep();
   /// The fluid that the lattice moves with bodies counts with them.
   void BindFluid();
   /// Adds to what a body pushes into the cells round it.
@@ -172,6 +174,9 @@ class Grid_Incompressibility : public iObject {
     i32 cell;
     double value;
   };
+
+  /// The term of a cell in its layer, or where it would stand.
+  std::vector<CouplingTerm>::iterator TermOf(i32 cell);
 
   ProjectionFields mFields;
   CellSamples mDensities;  ///< of the density channel

@@ -20,7 +20,15 @@ bool Grid_Incompressibility_FreeSurface::GatherFields(ProjectionFields& fields) 
 bool Grid_Incompressibility_FreeSurface::PrepareSystem() {
   if (!Grid_Incompressibility::PrepareSystem()) return false;
   Used().GetMatrix().mHasAir = true;
+  if (!mBodies.IsEmpty() && mFlow && mFlow->mSurface)
+    mGaps.Fill(mFields, mMoving, *mFlow->mSurface);
   return true;
+}
+
+void Grid_Incompressibility_FreeSurface::RestoreSurface() {
+  EGrid<double>* surface = mFlow ? mFlow->mSurface : nullptr;
+  mRelease.Restore(surface);
+  mGaps.Empty(surface);
 }
 
 bool Grid_Incompressibility_FreeSurface::IsConcern(const Region& region) const {

@@ -1,6 +1,7 @@
 // The projection of a liquid, whose surface is free.
 #pragma once
 #include "fluids/pressure/grid_incompressibility.h"
+#include "fluids/pressure/seepage.h"
 #include "fluids/pressure/wall_release.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -14,8 +15,9 @@ class Grid_Incompressibility_FreeSurface : public Grid_Incompressibility {
   Grid_Incompressibility_FreeSurface() { mMatter = "liquid"; }
   void BuildSystem(const CellBox& block) override;
   void SubtractGradient(const CellBox& block) override;
-  /// Where the liquid has let go of walls in the last projection; to be restored before the next.
-  WallRelease& Released() { return mRelease; }
+  /// Gives the surface back what the last projection changed of it: where the liquid has let go of
+  /// walls, and gaps that it filled. To be called before the next one.
+  void RestoreSurface();
 
  protected:
   /// False without a surface of the flow's cells too.
@@ -27,6 +29,7 @@ class Grid_Incompressibility_FreeSurface : public Grid_Incompressibility {
 
  private:
   WallRelease mRelease;
+  FilledGaps mGaps;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -16,7 +16,14 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-/// Cells of a layout that the box of a volume's grid touches.
+bool Touches(const CellBox& reach, const VecInt3D& cell) {
+  bool touches = true;
+  for (int a = 0; a < 3; ++a) touches &= cell[a] + 1 >= reach.min[a] && cell[a] <= reach.max[a];
+  return touches;
+}
+
+}  // namespace
+
 CellBox CellsInReach(const GridLayout& layout, const VolumeBase& volume) {
   const GridLayout& own = volume.GetGrid()->mLayout;
   const Vec3d low = layout.ToCells(own.simOrigin), high = layout.ToCells(own.simMax);
@@ -28,14 +35,6 @@ CellBox CellsInReach(const GridLayout& layout, const VolumeBase& volume) {
   }
   return box;
 }
-
-bool Touches(const CellBox& reach, const VecInt3D& cell) {
-  bool touches = true;
-  for (int a = 0; a < 3; ++a) touches &= cell[a] + 1 >= reach.min[a] && cell[a] <= reach.max[a];
-  return touches;
-}
-
-}  // namespace
 
 SolidPush::SolidPush(const ProjectionFields& fields, std::span<const MovingBody> bodies,
                      std::span<const VolumeBase* const> resting)
@@ -92,7 +91,8 @@ void SolidPush::AddResting(i32 axis, Face& face) const {
   face.open = std::min(face.open, 1 - SquareFraction(face.corner));
 }
 
-double SolidPush::ShareOf(const VolumeBase& volume, i32 axis, const Face& face) const {
+double SolidPush::ShareOf(const Body& body, i32 axis, const Face& face) const {
+  const VolumeBase& volume = *body.volume;
   if (face.open == 0) return 0;
   const double thin = ThinPart(volume, axis, face.at);
   if (thin == 1) return face.open;
@@ -103,10 +103,33 @@ double SolidPush::ShareOf(const VolumeBase& volume, i32 axis, const Face& face) 
       std::max(std::min(thin, face.open), face.open - (1 - SquareFraction(corner)));
   if (face.at[axis] > 1 && face.at[axis] < mLayout.dims[axis] - 1) return share;
   // A side of the box closes the face: what is left of a gap there isn't the body's.
+  return std::min(share, OwnPart(body, axis, face));
+}
+
+/// What the body fills of a face, whatever else does.
+double SolidPush::OwnPart(const Body& body, i32 axis, const Face& face) const {
   double own[4];
   std::fill_n(own, 4, double{mLayout.cellSize});
-  Cut(volume, axis, face.at, own);
-  return std::min(share, SquareFraction(own));
+  Cut(*body.volume, axis, face.at, own);
+  // What lies against a solid, and overlaps it by a hair, isn't on its way through.
+  if (body.motion.coupled >= 0)
+    for (double& distance : own) distance += kLeastOpening * mLayout.cellSize;
+  return SquareFraction(own);
+}
+
+/// The part of the resting solids' surface between the two faces through which the body comes out,
+/// given its parts of these faces.
+double SolidPush::PartThrough(const Body& body, i32 axis, const Face (&faces)[2],
+                              const double (&parts)[2]) const {
+  const auto& [low, high] = faces;
+  const double share = parts[0] + parts[1], rise = high.open - low.open;
+  if (share == 0 || rise == 0) return 0;
+  const double through = share / (low.open + high.open);
+  if (body.motion.coupled < 0) return through;
+  // One that ends at that surface rests on it.
+  const i32 inner = rise > 0 ? 0 : 1;
+  const double buried = OwnPart(body, axis, faces[inner]) - parts[inner];
+  return through * std::clamp(buried / std::fabs(rise), 0.0, 1.0);
 }
 
 double SolidPush::Face::Factor() const {
@@ -133,21 +156,21 @@ double SolidPush::AddBody(const Body& body, const VecInt3D& cell, Faces& faces) 
   bool isKnown = false;
   double through = 0;
   for (i32 axis = 0; axis < 3; ++axis) {
-    double share = 0;
-    for (Face& face : faces[axis]) {
-      const double part = face.solid > 0 ? ShareOf(*body.volume, axis, face) : 0;
+    double parts[2] = {};
+    for (i32 side = 0; side < 2; ++side) {
+      Face& face = faces[axis][side];
+      const double part = parts[side] = face.solid > 0 ? ShareOf(body, axis, face) : 0;
       if (part == 0) continue;
       if (!std::exchange(isKnown, true))
         middle = deforms ? body.volume->SurfaceVelocityAt(centre) * motion.perStep : rigid(centre);
       const Vec3d here = deforms ? middle : rigid(PositionOf(face.at, axis));
-      share += part;
       face.flow += part * here[axis];
       face.share += part;
       face.fastest = std::max(face.fastest, Length(here));
     }
-    if (share == 0) continue;
     const auto& [low, high] = faces[axis];
-    through += (high.open - low.open) * middle[axis] * (share / (low.open + high.open));
+    if (const double part = PartThrough(body, axis, faces[axis], parts); part != 0)
+      through += (high.open - low.open) * middle[axis] * part;
   }
   return through;
 }
@@ -161,17 +184,16 @@ BodyRow SolidPush::RowOf(const Body& body, const VecInt3D& cell, const Faces& fa
     row.moment += Cross(at - body.motion.centre, along);
   };
   for (i32 axis = 0; axis < 3; ++axis) {
-    double share = 0;
+    double parts[2] = {};
     for (i32 side = 0; side < 2; ++side) {
       const Face& face = faces[axis][side];
-      const double part = face.solid > 0 ? ShareOf(*body.volume, axis, face) : 0;
+      const double part = parts[side] = face.solid > 0 ? ShareOf(body, axis, face) : 0;
       if (part == 0) continue;
-      share += part;
       add(axis, (side == 0 ? part : -part) * face.Factor(), PositionOf(face.at, axis));
     }
-    if (share == 0) continue;
     const auto& [low, high] = faces[axis];
-    add(axis, (high.open - low.open) * (share / (low.open + high.open)), PositionOf(cell, kCentre));
+    if (const double part = PartThrough(body, axis, faces[axis], parts); part != 0)
+      add(axis, (high.open - low.open) * part, PositionOf(cell, kCentre));
   }
   return row;
 }

@@ -13,6 +13,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 class VolumeBase;
 struct ProjectionFields;
 
+/// Cells of a layout that the box of a volume's grid touches.
+CellBox CellsInReach(const GridLayout& layout, const VolumeBase& volume);
+
 /// A solid in motion, as the coupling sees it.
 struct MovingBody {
   const VolumeBase* volume = nullptr;
@@ -74,14 +77,17 @@ class SolidPush {
     double Factor() const;
     double Flow() const { return flow * Factor(); }
   };
-  using Faces = Face[3][2];
+  using Faces = Face[3][2];  ///< by axis, low and high
   Vec3d PositionOf(const VecInt3D& cell, i32 kind) const;
   void AddResting(i32 axis, Face& face) const;
   double AddBody(const Body& body, const VecInt3D& cell, Faces& faces) const;
   BodyRow RowOf(const Body& body, const VecInt3D& cell, const Faces& faces) const;
   double ThinPart(const VolumeBase& volume, i32 axis, const VecInt3D& face) const;
   void Cut(const VolumeBase& volume, i32 axis, const VecInt3D& face, double (&corner)[4]) const;
-  double ShareOf(const VolumeBase& volume, i32 axis, const Face& face) const;
+  double ShareOf(const Body& body, i32 axis, const Face& face) const;
+  double OwnPart(const Body& body, i32 axis, const Face& face) const;
+  double PartThrough(const Body& body, i32 axis, const Face (&faces)[2],
+                     const double (&parts)[2]) const;
 
   const ProjectionFields& mFields;
   const GridLayout& mLayout;

@@ -291,7 +291,7 @@ bool WaterSolver::SolvePressure() {
   mConstrain.Run(mFlow);
   mFlow.SetWallVelocities(1.0);
   mLoose.Put(mFlow);
-  mFreeSurface.Released().Restore(mSurface.get());
+  mFreeSurface.RestoreSurface();
   mFlow.mDivergence.Reset();
   return true;
 }
