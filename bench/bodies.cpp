@@ -24,6 +24,7 @@ using namespace MELDO_GLOBAL;
 namespace {
 
 constexpr double kRolling = 0.3, kSize = 0.2, kPitch = 0.24, kMass = 8, kMargin = 0.0004;
+constexpr double kGravity = 9.81, kOverlap = 1e-4;
 constexpr int kSubsteps = 10, kIterations = 10;
 constexpr double kFrameSeconds = 0.04;
 
@@ -49,7 +50,6 @@ double Product(const btCollisionObject* a, const btCollisionObject* b) {
 double Rolling(const btCollisionObject*, const btCollisionObject*) {
   return kRolling * kRolling * std::sqrt(0.75) * kSize;
 }
-double None(const btCollisionObject*, const btCollisionObject*) { return 0; }
 
 /// The library alone, its world made once.
 double TimeBare(const std::vector<Vec3d>& places, int frames) {
@@ -58,14 +58,17 @@ double TimeBare(const std::vector<Vec3d>& places, int frames) {
   btDbvtBroadphase broadphase;
   btSequentialImpulseConstraintSolver solver;
   btDiscreteDynamicsWorld world(&dispatcher, &broadphase, &solver, &configuration);
-  world.setGravity({0, -9.81, 0});
+  world.setGravity({0, -kGravity, 0});
   world.getSolverInfo().m_numIterations = kIterations;
   world.getSolverInfo().m_solverMode |= SOLVER_SIMD | SOLVER_RANDMIZE_ORDER;
   world.getSolverInfo().m_splitImpulse = true;
-  world.getSolverInfo().m_splitImpulsePenetrationThreshold = -0.02;
+  const double step = kFrameSeconds / kSubsteps;
+  world.getSolverInfo().m_splitImpulsePenetrationThreshold =
+      -kGravity * step * step / world.getSolverInfo().m_erp;
+  world.getSolverInfo().m_linearSlop = kOverlap;
   gCalculateCombinedFrictionCallback = Product;
   gCalculateCombinedRollingFrictionCallback = Rolling;
-  gCalculateCombinedSpinningFrictionCallback = None;
+  gCalculateCombinedSpinningFrictionCallback = Rolling;
   btBoxShape floor(btVector3(20, 0.1, 20)), box(btVector3(kSize, kSize, kSize) * 0.5);
   for (btBoxShape* shape : {&floor, &box}) shape->setMargin(kMargin);
   std::vector<std::unique_ptr<btRigidBody>> bodies;

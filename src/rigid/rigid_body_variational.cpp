@@ -143,6 +143,8 @@ void RigidBody_Variational::EndStep(double dt) {
   }
   // What nothing but a fluid holds may be left by it.
   if (mIsCarried && Contacts().empty()) StayAwake();
+  // Until it knows again: what wakes on the ground would bounce off it.
+  if (IsAsleep()) mIsCarried = false;
   mImpulse = mTurn = {};
 }
 

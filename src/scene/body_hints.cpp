@@ -8,6 +8,7 @@
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/solvers/water_solver.h"
 #include "framework/server_rows.h"
+#include "host/polygon_object.h"
 #include "scene/shape_boxes.h"
 
 namespace MELDO_GLOBAL::app {
@@ -28,6 +29,9 @@ class BodyHints : public ShapeBoxes {
     mHolders.clear();
     Collect(server);
     for (const BaseNode* node : mNodes) Sort(*node);
+    mScene.document->ForEachNode([&](const BaseNode& node) {
+      if (dynamic_cast<const PolygonObject*>(&node)) Sort(node);
+    });
     mMetresPerUnit =
         Number(server, server_row::kSimulationUnits) / Number(server, server_row::kHostUnits);
     const Vec3d* gravity = Get<Vec3d>(server, server_row::kGravity);
@@ -77,7 +81,7 @@ class BodyHints : public ShapeBoxes {
     if (!settings.IsHeavy())
       // What moves may come below anything.
       mHolders.push_back(isStill ? box : Box{box.high, box.low});
-    else if (isStill)
+    else if (isStill && !dynamic_cast<const PolygonObject*>(&node))
       mBodies.push_back({&node, box, settings});
   }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/volume/volume_base.h"
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
@@ -33,17 +35,19 @@ BoundFluid FindBoundFluid(const ProjectionFields& fields, std::span<const BodyRo
   for (const BodyRow& row : rows) {
     const VecInt3D cell{row.cell % layout.dims.x, row.cell / layout.dims.x % layout.dims.y,
                         row.cell / (layout.dims.x * layout.dims.y)};
-    const Vec3d away =
-        layout.simOrigin + (ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell - body.centre;
+    const Vec3d at = layout.simOrigin + (ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell;
+    const Vec3d away = at - body.centre;
+    const Content content = ContentOf(fields, cell);
+    // Fluid that has let go stays behind.
+    const double half = 0.5 * layout.cellSize;
+    const double left =
+        content == Content::LetGo ? std::clamp(body.volume->DistanceAtWorld(at), -half, half) : 0.0;
     for (int a = 0; a < 3; ++a) {
       FaceSums& sum = sums[a];
       const double area = row.area[a], size = std::fabs(area);
-      const Content content = ContentOf(fields, cell);
       sum.net += area;
       sum.all += size;
-      sum.volume += area * away[a];
-      // Fluid that has let go stays behind.
-      if (content == Content::LetGo) sum.volume -= size * 0.5 * layout.cellSize;
+      sum.volume += area * away[a] - size * left;
       VecInt3D beyond = cell, face = cell;
       beyond[a] += area > 0 ? 1 : -1;
       if (content == Content::Air) continue;
