@@ -50,12 +50,17 @@ double DistanceTo(const VolumeBase& volume, const GridLayout& layout, const VecI
 }  // namespace
 
 Seepage::Seepage(const ProjectionFields& fields, std::span<const MovingBody> bodies)
-    : mFields(fields), mLayout(fields.velocity[0]->mLayout), mBodies(bodies) {}
+    : mFields(fields), mLayout(fields.velocity[0]->mLayout) {
+  for (const MovingBody& body : bodies)
+    if (body.coupled >= 0) mCovers.push_back({body.volume, CellsInReach(mLayout, *body.volume)});
+}
 
 bool Seepage::IsCovered(const VecInt3D& cell) const {
-  return std::any_of(mBodies.begin(), mBodies.end(), [&](const MovingBody& body) {
-    return body.coupled >= 0 && DistanceTo(*body.volume, mLayout, cell) < kShared;
-  });
+  const auto covers = [&](const Cover& cover) {
+    const CellBox own = Clip({cell, cell + VecInt3D{1, 1, 1}}, cover.reach.min, cover.reach.max);
+    return !own.IsEmpty() && DistanceTo(*cover.volume, mLayout, cell) < kShared;
+  };
+  return std::any_of(mCovers.begin(), mCovers.end(), covers);
 }
 
 std::optional<Seepage::Rim> Seepage::FindRim(VecInt3D at, i32 axis, i32 side) const {

@@ -47,9 +47,13 @@ class Seepage {
   std::vector<Share> SharesOf(const VecInt3D& at, i32 axis) const;
   bool IsCovered(const VecInt3D& cell) const;
 
+  struct Cover {
+    const VolumeBase* volume;
+    CellBox reach;
+  };
   const ProjectionFields& mFields;
   const GridLayout& mLayout;
-  std::span<const MovingBody> mBodies;
+  std::vector<Cover> mCovers;  ///< the bodies that the pressure moves
 };
 
 /// Cells between a body and another solid that are thinner than a cell, and that hold no particles:
