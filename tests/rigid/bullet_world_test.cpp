@@ -57,8 +57,8 @@ std::string Gust(double change) {
 
 TEST(BulletWorld, ASleeperWakesByAForceAboveItsThreshold) {
   for (const double push : {1.0, 3.0}) {
-    BodyScene scene(Object("box", kCube, {0, 100, 0}, R"("mass": 5, "wake_on_force": true)"),
-                    R"("box")", Gust(push));
+    BodyScene scene(Object("box", kCube, {0, 100, 0}, R"("mass": 5, "wake_on_force": true)"), "",
+                    Gust(push));
     scene.RunTo(20);
     const Vec3d way = scene.Body("box").Pose().centre - Vec3d{0, 1, 0};
     if (push * 5 > 10)
@@ -70,7 +70,7 @@ TEST(BulletWorld, ASleeperWakesByAForceAboveItsThreshold) {
 
 TEST(BulletWorld, SceneForcesActFromTheFirstStepOnAsGravityDoes) {
   for (const char* steps : {"", R"(, "time_mode": "fixed_substeps", "extra_substeps": 3)"}) {
-    BodyScene scene(Object("box", kCube, {0, 100, 0}, R"("mass": 5)"), R"("box")", Gust(3),
+    BodyScene scene(Object("box", kCube, {0, 100, 0}, R"("mass": 5)"), "", Gust(3),
                     std::string(R"("gravity": [0, 0, 0])") + steps);
     for (const i32 frame : {1, 2, 10}) {
       scene.RunTo(frame);

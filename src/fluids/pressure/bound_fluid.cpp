@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "fluids/volume/volume_base.h"
-
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
@@ -18,12 +16,8 @@ struct FaceSums {
   double moving = 0, velocity = 0;
 };
 
-enum class Content { Liquid, LetGo, Air };
-
-/// What has let go of the body has its surface in the middle of its cell.
-Content ContentOf(const ProjectionFields& fields, const VecInt3D& cell) {
-  const double phi = fields.surface ? (*fields.surface)(cell.x, cell.y, cell.z) : -1;
-  return phi < 0 ? Content::Liquid : phi == 0 ? Content::LetGo : Content::Air;
+bool IsAir(const ProjectionFields& fields, const VecInt3D& cell) {
+  return fields.surface && !((*fields.surface)(cell.x, cell.y, cell.z) < 0);
 }
 
 }  // namespace
@@ -35,25 +29,19 @@ BoundFluid FindBoundFluid(const ProjectionFields& fields, std::span<const BodyRo
   for (const BodyRow& row : rows) {
     const VecInt3D cell{row.cell % layout.dims.x, row.cell / layout.dims.x % layout.dims.y,
                         row.cell / (layout.dims.x * layout.dims.y)};
-    const Vec3d at = layout.simOrigin + (ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell;
-    const Vec3d away = at - body.centre;
-    const Content content = ContentOf(fields, cell);
-    // Fluid that has let go stays behind.
-    const double half = 0.5 * layout.cellSize;
-    const double left =
-        content == Content::LetGo ? std::clamp(body.volume->DistanceAtWorld(at), -half, half) : 0.0;
+    const Vec3d away =
+        layout.simOrigin + (ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell - body.centre;
     for (int a = 0; a < 3; ++a) {
       FaceSums& sum = sums[a];
       const double area = row.area[a], size = std::fabs(area);
       sum.net += area;
       sum.all += size;
-      sum.volume += area * away[a] - size * left;
+      sum.volume += area * away[a];
       VecInt3D beyond = cell, face = cell;
       beyond[a] += area > 0 ? 1 : -1;
-      if (content == Content::Air) continue;
+      if (IsAir(fields, cell)) continue;
       // A surface less than a cell off would come and go.
-      if (ContentOf(fields, beyond) != Content::Air) sum.wet += size;
-      if (content == Content::LetGo) continue;
+      if (!IsAir(fields, beyond)) sum.wet += size;
       face[a] += area > 0;  // the face across from the body
       if (!((*fields.open[a])(face.x, face.y, face.z) > 0)) continue;
       sum.moving += size;

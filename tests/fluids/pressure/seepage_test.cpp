@@ -80,13 +80,12 @@ TEST(Seepage, WhatLiesOnTheFloorFloatsUpAsItWouldElsewhere) {
       Boxes boxes(std::vector<Boxes::Place>{place});
       boxes.Project(fall, 1e9);
       const Vec3d weight = fall * -boxes.Weight(0);
-      const bool isInCorner = place.low.x == 1;
+      // In the corner there is a rim on one side alone, whose pressure counts all along.
+      const bool isInCorner = place.low.x == 1 && place.low.z == 1;
+      if (isInCorner && fall.x != 0) continue;
       EXPECT_LT(Length(boxes.bodies[0].impulse - weight), 0.01 * Length(weight))
           << place.low.x << " " << fall.x;
-      // Beside one rim alone its pressure counts all along.
-      if (!isInCorner || fall.x == 0) {
-        EXPECT_LT(Length(boxes.bodies[0].turn), 0.01 * Length(weight)) << place.low.x;
-      }
+      EXPECT_LT(Length(boxes.bodies[0].turn), 0.01 * Length(weight)) << place.low.x;
     }
 }
 
