@@ -78,13 +78,21 @@ std::optional<Seepage::Rim> Seepage::FindRim(VecInt3D at, i32 axis, i32 side) co
 std::vector<Seepage::Share> Seepage::SharesOf(const VecInt3D& at, i32 axis) const {
   std::vector<Share> shares;
   double all = 0;
+  bool isBetween = false;
   for (i32 along = 0; along < 3; ++along) {
     if (along == axis) continue;
     const std::optional<Rim> low = FindRim(at, along, -1), high = FindRim(at, along, 1);
-    const double toLow = low    ? low->away
-                         : high ? high->away
-                                : 1,
-                 toHigh = high ? high->away : toLow;
+    // One side alone tells nothing of a slope of the pressure.
+    const bool isPair = low && high;
+    if (isBetween && !isPair) continue;
+    if (isPair && !isBetween) {
+      shares.clear();
+      all = 0;
+    }
+    isBetween = isPair;
+    double toLow = 1;
+    if (low || high) toLow = low ? low->away : high->away;
+    const double toHigh = high ? high->away : toLow;
     // As a film of this width alone would let through: 1 over both ways.
     const double weight = 1 / (toLow * toHigh);
     if (low)

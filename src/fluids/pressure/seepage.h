@@ -18,8 +18,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 ///
 /// So the faces of a body in cells without any open face count with the open cells of the same
 /// layer round it: each with the two that lie across from each other along one axis of the layer,
-/// and the two along the other, the nearer the more. A pressure that rises evenly along the layer
-/// is what it is in between. Bodies that touch get opposite shares of one film.
+/// and the two along the other, the nearer the more; with one alone where there are no two. A
+/// pressure that rises evenly along the layer is what it is in between. Bodies that touch get
+/// opposite shares of one film.
 class Seepage {
  public:
   /// `fields` and the volumes of `bodies` have to last.
