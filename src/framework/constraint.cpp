@@ -8,6 +8,76 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+host::ParameterTable Constraint::WithRange(host::ParameterTable own) {
+  using namespace host;
+  const ParameterTable range = {
+      BoolRow(kInvertRow, "invert", false, "turns it round: it lets pass what it held back")
+          .To(&Constraint::mInvert),
+      RealRow(kStrengthRow, "strength", 1.0, "none",
+              "a handle on the whole: what comes out is multiplied by it")
+          .To(&Constraint::mStrength),
+      BoolRow(kClampLowRow, "clamp_low", true, "less than 'input_low' counts as that")
+          .To(&Constraint::mClampsLow),
+      BoolRow(kClampHighRow, "clamp_high", true, "more than 'input_high' counts as that")
+          .To(&Constraint::mClampsHigh),
+      RealRow(kInputLowRow, "input_low", 0.0, "none", "the measure that gives 'output_low'")
+          .To(&Constraint::mInputLow),
+      RealRow(kInputHighRow, "input_high", 1.0, "none",
+              "the measure that gives 'output_high'; where it is 'input_low', all do")
+          .To(&Constraint::mInputHigh),
+      RealRow(kOutputLowRow, "output_low", 0.0, "none", "the factor at the low end")
+          .To(&Constraint::mOutputLow),
+      RealRow(kOutputHighRow, "output_high", 1.0, "none", "the factor at the high end")
+          .To(&Constraint::mOutputHigh),
+      BoolRow(kUseCurveRow, "use_curve", false, "bends the way from low to high by 'curve'")
+          .To(&Constraint::mUsesCurve),
+      CurveRow(kCurveRow, "curve", "where between the ends, 0 to 1, a place between them comes to")
+          .OnlyWith(kUseCurveRow, {1})
+          .To(&Constraint::mCurve),
+  };
+  own.insert(own.end(), range.begin(), range.end());
+  return own;
+}
+
+bool Constraint::ResolveLinks() {
+  mOpenedIn = 0;
+  return iBase::ResolveLinks();
+}
+
+void Constraint::ClearLinks() {
+  mOpenedIn = 0;
+  iBase::ClearLinks();
+}
+
+void Constraint::Prepare(const ConstraintUse& /*use*/) {
+  if (!mScene || mOpenedIn == mScene->mStageRuns) return;
+  mOpenedIn = mScene->mStageRuns;
+  const bool isOpen = Open();
+  SetFlag(FLAG_ACTIVE, isOpen);
+  if (isOpen) ++mRuns;
+}
+
+void Constraint::TestRow(const ConstraintRow& row, const ConstraintUse& use) {
+  ConstraintUse at = use;
+  at.particles = row.particles;
+  for (std::size_t i = 0; i < row.positions.size(); ++i) {
+    at.particle = row.firstParticle + static_cast<i32>(i);
+    if (row.weights[i] != 0 && !Test(row.positions[i], row.weights[i], at)) row.weights[i] = 0;
+  }
+}
+
+double Constraint::FactorOf(double measure) const {
+  if (mClampsLow && measure < mInputLow)
+    measure = mInputLow;
+  else if (mClampsHigh && measure > mInputHigh)
+    measure = mInputHigh;
+  const double span = mInputHigh - mInputLow;
+  double t = span == 0 ? 1.0 : (measure - mInputLow) / span;
+  if (mUsesCurve && mCurve) t = mCurve->Evaluate(t);
+  if (mInvert) t = 1 - t;
+  return (mOutputLow + (mOutputHigh - mOutputLow) * t) * mStrength;
+}
+
 void ConstraintList::Connect(std::span<const host::LinkTarget> targets) {
   mNamed.clear();
   for (const host::LinkTarget& target : targets) {
@@ -52,9 +122,17 @@ bool ConstraintList::Test(const Vec3d& position, double& weight, const iBase* ow
                           u32 worker) const {
   for (const Entry& entry : mNamed)
     if (entry.constraint->Has(FLAG_ENABLED) &&
-        !entry.constraint->Test(position, weight, {owner, entry.state, worker}))
+        !entry.constraint->Test(position, weight, {owner, entry.state, worker})) {
+      weight = 0;
       return false;
+    }
   return weight != 0;
+}
+
+void ConstraintList::TestRow(const ConstraintRow& row, const iBase* owner, u32 worker) const {
+  for (const Entry& entry : mNamed)
+    if (entry.constraint->Has(FLAG_ENABLED))
+      entry.constraint->TestRow(row, {owner, entry.state, worker});
 }
 
 void ConstraintList::Persist(StateArchive& archive, const Scene& scene) {

@@ -77,6 +77,7 @@ class Scene : public host::LinkSource {
   i32 mTimeMode = 0;
   f64 mCfl = 1.0;
   i32 mStage = 0;
+  u64 mStageRuns = 1;  ///< how often a stage has begun: tells its runs apart
   FrameClock mClock;
   SceneTime mTime;
   GridLayout mDomain;  ///< one cell; carries the world scale and the cell size

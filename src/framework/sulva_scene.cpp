@@ -205,6 +205,7 @@ void SulvaScene::DetectChanges() { mInterface.GetDirtyCount(mServerDirty); }
 
 void SulvaScene::SetStage(i32 stage) {
   mStage = stage;
+  ++mStageRuns;
   ShowStatus("PipelineStage: " + std::string(kPipeline[stage].name));
 }
 

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "fluids/fields/channel.h"
+#include "framework/constraint.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -22,21 +23,42 @@ class ChannelOperator : public iObject {
  public:
   using iObject::iObject;
   ChannelOperator() = default;
-  void ClearLinks() override {
-    mScalar = nullptr;
-    mVectorChannel = nullptr;
-    iObject::ClearLinks();
-  }
+  ConstraintList* Constraints() override { return &mConstraints; }
+  void ClearLinks() override;
 
   /// Takes the channel to work on; false when it is none.
   bool Attach(iBase* channel);
-  /// Works on `count` cells; runs on all workers at once, each with cells of its own.
-  virtual void EvaluateCells(const CellRecord* cells, i32 count,
-                             const EvaluationThreadData& data) = 0;
+  /// Makes ready for the cells of a step; inactive without grids, or where the class says so.
+  void Prepare() override;
+  void Evaluate(const EvaluationThreadData&) override {}
+  void Finish() override;
+  /// Works on `count` cells, at most 64; runs on all workers at once, each with cells of its own.
+  void EvaluateCells(const CellRecord* cells, i32 count, const EvaluationThreadData& data);
 
  protected:
+  static constexpr i32 kRun = 64;
+
+  /// What the class needs beside its channel. False, told by `Deactivate`, where it is not there.
+  virtual bool Open() { return true; }
+  virtual void Close() {}
+  /// Changes the cells by their weights, after the own constraints; none of them is 0.
+  virtual void ChangeCells(const CellRecord* cells, i32 count,
+                           const EvaluationThreadData& data) = 0;
+
+  /// Where component `a` of a cell lies in the grids of a channel.
+  static i32 IndexOf(const CellRecord& cell, i32 a, bool isStaggered) {
+    return isStaggered ? cell.cellIndices[a] : cell.cellIndex;
+  }
+  double& Value(const CellRecord& cell, i32 a) const {
+    return (*mGrids[a])[IndexOf(cell, a, mIsStaggered)];
+  }
+
   ScalarField* mScalar = nullptr;
   VectorField* mVectorChannel = nullptr;
+  /// Of the channel, from `Prepare` to `Finish`: the first alone of a scalar one.
+  std::array<EGrid<double>*, 3> mGrids{};
+  bool mIsStaggered = false;
+  ConstraintList mConstraints;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -43,53 +43,28 @@ void ChannelOperator_Remap::SetCurve(const SplineData& curve) {
     mGiven.knots.push_back({knot.x, {knot.y, knot.y, knot.y}});
 }
 
-void ChannelOperator_Remap::Prepare() {
-  const bool hasTarget =
-      (mScalar && mScalar->GetGrid(0)) || (mVectorChannel && mVectorChannel->GetGrid(0));
-  if (!hasTarget) return void(Deactivate("it has no channel"));
+bool ChannelOperator_Remap::Open() {
   ReadParameters();  // nobody else sees to one that a picture made
   mRamp = !mGiven.knots.empty() || !mOwn ? mGiven : *mOwn;
-  if (mRamp.knots.empty()) return void(Deactivate("it has no 'gradient', and changes nothing"));
-  mConstraints.Prepare(this);
-  ++mRuns;
-  SetFlag(FLAG_ACTIVE, true);
+  return !mRamp.knots.empty() || Deactivate("it has no 'gradient', and changes nothing");
 }
 
-bool ChannelOperator_Remap::Allows(const CellRecord& cell, i32 worker) const {
-  double weight = cell.weight;
-  return mConstraints.IsEmpty() || mConstraints.Test(cell.position, weight, this, worker);
-}
-
-void ChannelOperator_Remap::EvaluateCells(const CellRecord* cells, i32 count,
-                                          const EvaluationThreadData& data) {
-  if (!Has(FLAG_ENABLED) || !Has(FLAG_ACTIVE)) return;
-  if (mScalar) {
-    EGrid<double>& grid = *mScalar->GetGridForWrite(0);
-    const double low = grid.mRangeMin, high = grid.mRangeMax;
-    for (i32 i = 0; i < count; ++i) {
-      if (!Allows(cells[i], data.index)) continue;
-      double& value = grid[cells[i].cellIndex];
-      const double u = high != 0 ? (value - low) / high : 0.0;
-      value = (high - low) * mRamp.Evaluate(u).x + low;
-    }
+void ChannelOperator_Remap::ChangeCells(const CellRecord* cells, i32 count,
+                                        const EvaluationThreadData&) {
+  if (mVectorChannel) {
+    for (i32 i = 0; i < count; ++i)
+      for (i32 a = 0; a < 3; ++a) {
+        double& value = Value(cells[i], a);
+        value = mRamp.Evaluate(value)[a];
+      }
     return;
   }
-  EGrid<double>* grids[3];
-  for (i32 a = 0; a < 3; ++a) grids[a] = mVectorChannel->GetGridForWrite(a);
-  const bool staggered = mVectorChannel->GetTypeId() == kTypeVelocityChannel;
+  const double low = mGrids[0]->mRangeMin, span = mGrids[0]->mRangeMax - low;
   for (i32 i = 0; i < count; ++i) {
-    if (!Allows(cells[i], data.index)) continue;
-    for (i32 a = 0; a < 3; ++a) {
-      double& value = (*grids[a])[staggered ? cells[i].cellIndices[a] : cells[i].cellIndex];
-      value = mRamp.Evaluate(value)[a];
-    }
+    double& value = Value(cells[i], 0);
+    const double u = span != 0 ? (value - low) / span : 0.0;
+    value = low + span * mRamp.Evaluate(u).x;
   }
-}
-
-void ChannelOperator_Remap::Finish() {
-  mConstraints.Finish(this);
-  mRamp.knots.clear();
-  SetFlag(FLAG_ACTIVE, false);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -3,12 +3,11 @@
 #include <vector>
 
 #include "fluids/fields/channel_operator.h"
-#include "framework/constraint.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Replaces a scalar v of a grid with the range [min, max] by (max - min) * r((v - min) / max) +
-/// min, where r is the first component of the ramp, and each component of a vector by that
+/// Replaces a scalar v of a grid with the range [min, max] by min + (max - min) r((v - min) / (max -
+/// min)), where r is the first component of the ramp, and each component of a vector by that
 /// component of the ramp at it. The ramp is the gradient of the node, or one that the owner gives.
 ///
 /// Who preprocesses a grid for rendering makes one of its own.
@@ -20,7 +19,6 @@ class ChannelOperator_Remap : public ChannelOperator {
   ChannelOperator_Remap() = default;
   ChannelOperator_Remap(host::BaseNode* node, Scene* scene) : ChannelOperator(node, scene) {}
   static const NodeKind& Kind();
-  ConstraintList* Constraints() override { return &mConstraints; }
   static const host::ParameterTable& Parameters();
   static constexpr i32 kGradientRow = 1000;
   /// Takes the place of the node's own ramp.
@@ -28,18 +26,15 @@ class ChannelOperator_Remap : public ChannelOperator {
   /// A curve fills all three components.
   void SetCurve(const host::SplineData& curve);
 
-  void Prepare() override;
-  void Evaluate(const EvaluationThreadData&) override {}
-  void EvaluateCells(const CellRecord* cells, i32 count, const EvaluationThreadData& data) override;
-  void Finish() override;
+ protected:
+  bool Open() override;
+  void Close() override { mRamp.knots.clear(); }
+  void ChangeCells(const CellRecord* cells, i32 count, const EvaluationThreadData& data) override;
 
  private:
-  bool Allows(const CellRecord& cell, i32 worker) const;
-
   const host::Gradient* mOwn = nullptr;  ///< of the node
   host::Gradient mGiven;
   host::Gradient mRamp;  ///< the one in use, from `Prepare` to `Finish`
-  ConstraintList mConstraints;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

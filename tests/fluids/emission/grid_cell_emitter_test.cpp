@@ -17,9 +17,9 @@ class AddHeight : public ChannelOperator {
   AddHeight(host::BaseNode* node, Scene* scene, double factor)
       : ChannelOperator(node, scene), mFactor(factor) {}
   void GetCategories(u32& mask) const override { mask |= kCategoryGrid; }
-  void Prepare() override { ++prepared; }
-  void Finish() override { ++finished; }
-  void EvaluateCells(const CellRecord* cells, i32 count, const EvaluationThreadData&) override {
+  bool Open() override { return ++prepared; }
+  void Close() override { ++finished; }
+  void ChangeCells(const CellRecord* cells, i32 count, const EvaluationThreadData&) override {
     for (i32 i = 0; i < count; ++i) {
       const CellRecord& cell = cells[i];
       if (mScalar) {
