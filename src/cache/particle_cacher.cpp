@@ -179,10 +179,10 @@ void ParticleCacher::Filter(ParticleColumns& particles) const {
   const std::span<const Vec3d> positions = particles.Positions();
   ForEachBlock(kShares, mScene->mThreadCount, [&](i32 share) {
     const IndexRange rows = particles.PartOf(share, kShares);
-    for (i32 row = rows.first; row < rows.last; ++row) {
-      double weight = 1;
-      isKept[row] = mFilters.Test(positions[row], weight, this, static_cast<u32>(share));
-    }
+    mFilters.ForEachWeighed(
+        {rows.first, rows.last, this, static_cast<u32>(share), &particles},
+        [&](i32 row) { return positions[row]; }, [](i32) { return 1.0; },
+        [&](i32 row, double) { isKept[row] = true; });
   });
   std::vector<RowMove> moves;
   i32 count = 0;

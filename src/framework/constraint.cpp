@@ -120,9 +120,15 @@ void ConstraintList::Finish(const iBase* owner) {
 
 bool ConstraintList::Test(const Vec3d& position, double& weight, const iBase* owner,
                           u32 worker) const {
+  return Test(position, weight, owner, worker, nullptr, 0);
+}
+
+bool ConstraintList::Test(const Vec3d& position, double& weight, const iBase* owner, u32 worker,
+                          const ParticleColumns* particles, i32 particle) const {
   for (const Entry& entry : mNamed)
     if (entry.constraint->Has(FLAG_ENABLED) &&
-        !entry.constraint->Test(position, weight, {owner, entry.state, worker})) {
+        !entry.constraint->Test(position, weight,
+                                {owner, entry.state, worker, particles, particle})) {
       weight = 0;
       return false;
     }

@@ -1,5 +1,6 @@
 // Constraints turn a position into a weight.
 #pragma once
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <optional>
@@ -81,6 +82,8 @@ class Constraint : public iBase {
   /// Gathers what tests read and no holder changes. False, told by `Deactivate`, where it is not
   /// there: the constraint then lets everything pass as it is.
   virtual bool Open() { return true; }
+  /// Takes the place of the input range of the rows, until these are read anew.
+  void SetInput(double low, double high) { mInputLow = low, mInputHigh = high; }
 
   bool mInvert = false;
   double mStrength = 1;
@@ -121,6 +124,14 @@ class MeasuredConstraint : public Constraint {
   }
 };
 
+/// Items whose points are asked about, by number; where they are particles, by row.
+struct WeighedRange {
+  i32 first = 0, last = 0;
+  const iBase* owner = nullptr;
+  u32 worker = 0;
+  const ParticleColumns* particles = nullptr;
+};
+
 /// The constraints of one holder, in list order, with the states that they keep for it.
 class ConstraintList : public LinkPort {
  public:
@@ -138,8 +149,16 @@ class ConstraintList : public LinkPort {
   /// Runs the enabled constraints in order on `weight`, up to the first that leaves nothing of it:
   /// then it is 0, and the answer false. Only between `Prepare` and `Finish`.
   bool Test(const Vec3d& position, double& weight, const iBase* owner, u32 worker) const;
+  /// The same of a particle, by the row that it has in `particles`.
+  bool Test(const Vec3d& position, double& weight, const iBase* owner, u32 worker,
+            const ParticleColumns* particles, i32 particle) const;
   /// The same, to the last bit, at every point of a row.
   void TestRow(const ConstraintRow& row, const iBase* owner, u32 worker) const;
+  /// Asks about items in runs: take(i, weight) is called for those of which something is left, by
+  /// ascending number. An item stands at place(i) and begins with the weight start(i), of which 0
+  /// leaves it out unasked; the starts of a run are all called before the first of its takes.
+  template <class Place, class Start, class Take>
+  void ForEachWeighed(const WeighedRange& range, Place&& place, Start&& start, Take&& take) const;
   /// As `iBase::Persist`; `scene` holds the constraints.
   void Persist(StateArchive& archive, const Scene& scene);
 
@@ -151,5 +170,27 @@ class ConstraintList : public LinkPort {
   std::vector<Entry> mNamed;
   std::map<host::NodeId, std::unique_ptr<ConstraintState>> mStates;  ///< null for those without one
 };
+
+template <class Place, class Start, class Take>
+void ConstraintList::ForEachWeighed(const WeighedRange& range, Place&& place, Start&& start,
+                                    Take&& take) const {
+  constexpr i32 kRun = 64;
+  Vec3d places[kRun];
+  double weights[kRun];
+  for (i32 first = range.first; first < range.last; first += kRun) {
+    const i32 count = std::min(kRun, range.last - first);
+    bool isAsked = false;
+    for (i32 i = 0; i < count; ++i) {
+      weights[i] = start(first + i);
+      places[i] = weights[i] != 0 ? place(first + i) : Vec3d{};
+      isAsked = isAsked || weights[i] != 0;
+    }
+    if (!isAsked) continue;
+    const auto n = static_cast<std::size_t>(count);
+    TestRow({{places, n}, {weights, n}, range.particles, first}, range.owner, range.worker);
+    for (i32 i = 0; i < count; ++i)
+      if (weights[i] != 0) take(first + i, weights[i]);
+  }
+}
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 
 namespace MELDO_GLOBAL::host {
 
@@ -32,9 +33,15 @@ constexpr auto EdgeMiddles() {
 constexpr double Fade(double t) { return t * t * t * (t * (t * 6 - 15) + 10); }
 constexpr double Mixed(double a, double b, double t) { return a + (b - a) * t; }
 
-/// One octave at a point of N dimensions; the last axis has a period unless it is 0.
+/// The lattice's number `low` on an axis that repeats after `period`; 0 for one that doesn't.
+constexpr i64 Wrapped(i64 low, i64 period) {
+  return period > 0 ? (low % period + period) % period : low;
+}
+
+/// One octave of gradient noise at a point of N dimensions; the last axis has a period unless it is
+/// 0.
 template <int N>
-double OctaveAt(u32 seed, const std::array<double, N>& point, i64 period) {
+double GradientAt(u32 seed, const std::array<double, N>& point, i64 period) {
   static constexpr auto kGradients = EdgeMiddles<N>();
   u32 cell[N][2];
   double fraction[N], fade[N];
@@ -42,12 +49,9 @@ double OctaveAt(u32 seed, const std::array<double, N>& point, i64 period) {
     const double p = point[axis];
     if (!(std::abs(p) < 0x1p52)) return 0;
     const double below = std::floor(p);
-    i64 low = static_cast<i64>(below), high = low + 1;
-    if (axis == N - 1 && period > 0) {
-      low = (low % period + period) % period;
-      high = (high % period + period) % period;
-    }
-    cell[axis][0] = static_cast<u32>(low), cell[axis][1] = static_cast<u32>(high);
+    const i64 low = static_cast<i64>(below), wrap = axis == N - 1 ? period : 0;
+    cell[axis][0] = static_cast<u32>(Wrapped(low, wrap));
+    cell[axis][1] = static_cast<u32>(Wrapped(low + 1, wrap));
     fraction[axis] = p - below;
     fade[axis] = Fade(fraction[axis]);
   }
@@ -73,6 +77,51 @@ double OctaveAt(u32 seed, const std::array<double, N>& point, i64 period) {
   return value[0] * (N == 3 ? kScale3 : kScale4);
 }
 
+/// The nearest of the loose points: its squared distance, and the hash of its cube.
+struct LoosePoint {
+  double distanceSquared = std::numeric_limits<double>::max();
+  u32 hash = 0;
+};
+
+/// The nearest loose point to a point of N dimensions among those of the cubes about it.
+template <int N>
+LoosePoint NearestAt(u32 seed, const std::array<double, N>& point, i64 period) {
+  i64 low[N];
+  for (int axis = 0; axis < N; ++axis) {
+    if (!(std::abs(point[axis]) < 0x1p52)) return {0, 0};
+    low[axis] = static_cast<i64>(std::floor(point[axis]));
+  }
+  LoosePoint nearest;
+  constexpr int kCubes = N == 3 ? 27 : 81;
+  for (int cube = 0; cube < kCubes; ++cube) {
+    u32 hash = seed;
+    i64 at[N];
+    for (int axis = 0, rest = cube; axis < N; ++axis, rest /= 3) {
+      at[axis] = low[axis] + rest % 3 - 1;
+      hash = Mix(hash, static_cast<u32>(Wrapped(at[axis], axis == N - 1 && N == 4 ? period : 0)));
+    }
+    u32 place = hash;
+    double squared = 0;
+    for (int axis = 0; axis < N; ++axis) {
+      place = Mix(place, 0xA4093822u);
+      const double d = static_cast<double>(at[axis]) + place * 0x1p-32 - point[axis];
+      squared += d * d;
+    }
+    if (squared < nearest.distanceSquared) nearest = {squared, hash};
+  }
+  return nearest;
+}
+
+/// One octave of a type at a point of N dimensions.
+template <int N>
+double OctaveAt(NoiseType type, u32 seed, const std::array<double, N>& point, i64 period) {
+  if (type != NoiseType::Cells && type != NoiseType::Voronoi)
+    return GradientAt<N>(seed, point, period);
+  const LoosePoint nearest = NearestAt<N>(seed, point, period);
+  if (type == NoiseType::Voronoi) return std::min(std::sqrt(nearest.distanceSquared), 1.0);
+  return Mix(nearest.hash, 0x299F31D0u) * 0x1p-32;
+}
+
 /// Puts octaves together. `octave(i, frequency)` gives the value of one.
 template <class F>
 double Combine(NoiseType type, i32 octaves, const F& octave) {
@@ -82,9 +131,9 @@ double Combine(NoiseType type, i32 octaves, const F& octave) {
   for (i32 i = 0; i < octaves; ++i, weight *= 0.5, frequency *= 2) {
     const double value = octave(i, frequency);
     const double ridge = std::max(1 - std::abs(value), 0.0);
-    sum += weight * (type == NoiseType::Fbm          ? value
-                     : type == NoiseType::Turbulence ? std::abs(value)
-                                                     : ridge * ridge);
+    sum += weight * (type == NoiseType::Turbulence ? std::abs(value)
+                     : type == NoiseType::Ridged   ? ridge * ridge
+                                                   : value);
     weights += weight;
   }
   return sum / weights;
@@ -93,15 +142,17 @@ double Combine(NoiseType type, i32 octaves, const F& octave) {
 
 std::vector<Choice> NoiseChoices() {
   return {{static_cast<i32>(NoiseType::Gradient), "gradient"},
+          {static_cast<i32>(NoiseType::Cells), "cells"},
           {static_cast<i32>(NoiseType::Turbulence), "turbulence"},
           {static_cast<i32>(NoiseType::Fbm), "fbm"},
-          {static_cast<i32>(NoiseType::Ridged), "ridged"}};
+          {static_cast<i32>(NoiseType::Ridged), "ridged"},
+          {static_cast<i32>(NoiseType::Voronoi), "voronoi"}};
 }
 
 NoiseType NoiseTypeOf(i32 number) {
   for (const Choice& choice : NoiseChoices())
     if (choice.value == number) return static_cast<NoiseType>(number);
-  return NoiseType::Fbm;
+  return number == 30 ? NoiseType::Turbulence : NoiseType::Fbm;
 }
 
 Noise::Noise(u32 seed) {
@@ -120,7 +171,7 @@ double Noise::Evaluate(NoiseType type, const Vec3d& position, i32 octaves) const
     const Octave& o = mOctaves[i];
     const double f = static_cast<double>(frequency);
     return OctaveAt<3>(
-        o.seed,
+        type, o.seed,
         {position.x * f + o.offset[0], position.y * f + o.offset[1], position.z * f + o.offset[2]},
         0);
   });
@@ -131,7 +182,7 @@ double Noise::Evaluate(NoiseType type, const Vec3d& position, double time, i32 o
   return Combine(type, std::clamp(octaves, 1, kMaxOctaves), [&](i32 i, i64 frequency) {
     const Octave& o = mOctaves[i];
     const double f = static_cast<double>(frequency);
-    return OctaveAt<4>(o.seed,
+    return OctaveAt<4>(type, o.seed,
                        {position.x * f + o.offset[0], position.y * f + o.offset[1],
                         position.z * f + o.offset[2], time * f + o.offset[3]},
                        repeat * frequency);

@@ -1,4 +1,4 @@
-// Seeded gradient noise in space, and in space and time.
+// Seeded noise in space, and in space and time.
 #pragma once
 #include <vector>
 
@@ -6,18 +6,25 @@
 
 namespace MELDO_GLOBAL::host {
 
-/// How octaves are put together; the numbers are those that parameters hold.
+/// What an octave is and how octaves are put together; the numbers are those that parameters hold.
 enum class NoiseType : i32 {
   Gradient = 0,    ///< one octave; -1..1 about a mean of 0
+  Cells = 3,       ///< flat cells about loose points, each with a number of its own: 0..1
   Turbulence = 8,  ///< sum of |octave|: 0..1, creased where an octave is 0
   Fbm = 13,        ///< sum of octaves; -1..1 about a mean of 0
   Ridged = 15,     ///< sum of (1 - |octave|)^2: 0..1, ridges where an octave is 0
+  Voronoi = 25,    ///< distance to the nearest of loose points, at most 1: 0..1, 0 at a point
 };
 
 /// The words of `NoiseType` for parameter rows.
 std::vector<Choice> NoiseChoices();
-/// The type of a stored number; `Fbm` for a number that is none.
+/// The type of a stored number. Of numbers that are none, 30 is the turbulence that it is nearest
+/// to, and all others `Fbm`.
 NoiseType NoiseTypeOf(i32 number);
+/// Whether values of a type swing about 0, and not from 0 to 1.
+constexpr bool SwingsAboutZero(NoiseType type) {
+  return type == NoiseType::Gradient || type == NoiseType::Fbm;
+}
 
 /// A noise field. Features are about one unit large; scale the position to change that. A field is
 /// a pure function of its seed and arguments: it may be used from any thread, needs no table, and
@@ -26,7 +33,8 @@ NoiseType NoiseTypeOf(i32 number);
 ///
 /// Perlin, "Improving noise" (SIGGRAPH 2002), eq. of the quintic fade and the gradients to the
 /// middles of a cube's edges (in four dimensions: of a hypercube's), over an integer hash instead
-/// of a permutation table.
+/// of a permutation table. Loose points: Worley, "A cellular texture basis function" (SIGGRAPH
+/// 1996), with one point in every cube of the lattice.
 class Noise {
  public:
   explicit Noise(u32 seed);

@@ -13,6 +13,20 @@
 #include "cache/particle_cacher.h"
 #include "fluids/advection/grid_advection.h"
 #include "fluids/advection/particle_advection.h"
+#include "fluids/constraints/channel_average_constraint.h"
+#include "fluids/constraints/fractions_constraint.h"
+#include "fluids/constraints/gradient_constraint.h"
+#include "fluids/constraints/grid_value_constraint.h"
+#include "fluids/constraints/noise_constraint.h"
+#include "fluids/constraints/particle_constraint_attribute.h"
+#include "fluids/constraints/particle_constraint_property.h"
+#include "fluids/constraints/particle_count_constraint.h"
+#include "fluids/constraints/particle_distance_constraint.h"
+#include "fluids/constraints/quadrics_constraint.h"
+#include "fluids/constraints/rotation_constraint.h"
+#include "fluids/constraints/strain_constraint.h"
+#include "fluids/constraints/volume_constraint.h"
+#include "fluids/constraints/voxel_distance_constraint.h"
 #include "fluids/emission/alignment_vector.h"
 #include "fluids/emission/channel_value.h"
 #include "fluids/emission/grid_cell_emitter.h"
@@ -30,6 +44,7 @@
 #include "fluids/forces/force_swirling.h"
 #include "fluids/mesh/mesh.h"
 #include "fluids/mesh/multi_mesh.h"
+#include "fluids/operators/channel_operator_math.h"
 #include "fluids/operators/channel_operator_remap.h"
 #include "fluids/operators/grid_combustion.h"
 #include "fluids/operators/grid_cooling.h"
@@ -80,6 +95,12 @@ std::deque<NodeKind>& Kinds() {
       Force_Buoyancy::Kind(),
       Force_Swirling::Kind(),
       Force_GridTurbulence::Kind(),
+      VoxelDistanceConstraint::Kind(),
+      VolumeConstraint::Kind(),
+      NoiseConstraint::Kind(),
+      GridValueConstraint::Kind(),
+      GradientConstraint::Kind(),
+      ChannelAverageConstraint::Kind(),
       GridEmissionSettings::Kind(),
       ParticleEmissionSettings::Kind(),
       PlainField::Kind(),
@@ -93,8 +114,13 @@ std::deque<NodeKind>& Kinds() {
       Property<Vec3d>::Kind(),
       GridCooling::Kind(),
       GridCombustion::Kind(),
+      ChannelOperator_Math::Kind(),
       ChannelOperator_Remap::Kind(),
       Kernel::Kind(),
+      ParticleDistanceConstraint::Kind(),
+      ParticleCountConstraint::Kind(),
+      ParticleConstraint_Attribute::Kind(),
+      ParticleConstraint_Property::Kind(),
       GridCacher::Kind(),
       ParticleCacher::Kind(),
       MeshCacher::Kind(),
@@ -110,6 +136,10 @@ std::deque<NodeKind>& Kinds() {
       MeshSmoothingOperator::Kind(),
       Mesh::Kind(),
       MultiMesh::Kind(),
+      StrainConstraint::Kind(),
+      RotationConstraint::Kind(),
+      FractionsConstraint::Kind(),
+      QuadricsConstraint::Kind(),
       GroupKind(),
       Property<bool>::Kind(),
   };

@@ -133,19 +133,22 @@ void Grid_CellEmitter::EvaluateRow(i32 y, i32 z, const EvaluationThreadData& dat
       if (op->Has(FLAG_ENABLED)) op->EvaluateCells(cells, count, data);
     count = 0;
   };
-  for (i32 x = 1; x < layout.dims.x - 1; ++x) {
+  const auto place = [&](i32 x) {
+    return layout.simOrigin + (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell;
+  };
+  const auto take = [&](i32 x, double weight) {
     CellRecord& cell = cells[count];
-    cell.position = layout.simOrigin + (ToReal({x, y, z}) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell;
-    cell.weight = 1;
-    if (!mConstraints.IsEmpty()) mConstraints.Test(cell.position, cell.weight, this, data.index);
-    if (cell.weight == 0) continue;
+    cell.position = place(x);
+    cell.weight = weight;
     // As `position` is counted from the world's origin, so is this.
     cell.worldPosition = cell.position * layout.simToWorld;
     for (i32 i = 0; i < components; ++i)
       if (const EGrid<double>* grid = Grid(i)) cell.cellIndices[i] = grid->Index(x, y, z);
     cell.cellIndex = cell.cellIndices[0];
     if (++count == kRun) flush();
-  }
+  };
+  mConstraints.ForEachWeighed({1, layout.dims.x - 1, this, static_cast<u32>(data.index)}, place,
+                              [](i32) { return 1.0; }, take);
   if (count > 0) flush();
 }
 

@@ -228,22 +228,28 @@ void ObjectGridEmitter::EmitInto(Field& field, const Amount& amount, const Targe
   const bool isSet = mSetsOutside && target.write.mode == static_cast<i32>(EmissionMode::Set);
   bool isReached = false, isFilled = false;
   i32 count = 0;
-  for (i32 i = 0; i < run.count; ++i) {
+  const auto place = [&](i32 i) { return run.positions[i]; };
+  const auto start = [&](i32 i) {
     const Vec3d& p = run.positions[i];
-    if (!grid->mLayout.Contains(p, false)) continue;
-    const bool isKept = grid->mLayout.Contains(p, true);
-    isReached = isReached || isKept;
-    const double weight = WeightAt(target, volume, p, data.index);
-    if (weight == 0) continue;
-    isFilled = isFilled || isKept;
+    if (!grid->mLayout.Contains(p, false)) return 0.0;
+    isReached = isReached || grid->mLayout.Contains(p, true);
+    return target.settings->mAbsolute ? 1.0 : mTime->stepDuration;
+  };
+  const auto take = [&](i32 i, double left) {
+    const Vec3d& p = run.positions[i];
+    const double weight = WithFalloff(left, target, volume, p);
+    if (weight == 0) return;
+    isFilled = isFilled || grid->mLayout.Contains(p, true);
     if (target.handsOver)
       SetOnce(mHasOpened, true);
     else
       NoteSolid(p);
-    if (isSet && IsInSolid(p)) continue;
+    if (isSet && IsInSolid(p)) return;
     values[count] = amount * weight;
     positions[count++] = p;
-  }
+  };
+  mConstraints.ForEachWeighed({0, run.count, this, static_cast<u32>(data.index)}, place, start,
+                              take);
   mReach.NoteReached(isReached);
   mReach.NoteFilled(isFilled);
   field.mEmissionHandler->EmitRow(values, positions, count, target.write, {data.index, data.count});
@@ -287,13 +293,9 @@ void ObjectGridEmitter::NoteSolid(const Vec3d& p) const {
   }
 }
 
-double ObjectGridEmitter::WeightAt(const Target& target, const VolumeBase& volume, const Vec3d& p,
-                                   u32 worker) const {
+double ObjectGridEmitter::WithFalloff(double weight, const Target& target,
+                                      const VolumeBase& volume, const Vec3d& p) const {
   const GridEmissionSettings& settings = *target.settings;
-  double weight = settings.mAbsolute ? 1.0 : mTime->stepDuration;
-  // A constraint that ends the chain leaves the weight as it stands there.
-  if (!mConstraints.IsEmpty()) mConstraints.Test(p, weight, this, worker);
-  if (weight == 0) return 0;
   switch (settings.mFalloff) {
     case GridEmissionSettings::kNoFalloff: return weight * target.duration;
     case GridEmissionSettings::kDepth: return weight * (volume.DepthWorld(p) * target.duration);

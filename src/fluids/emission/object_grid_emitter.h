@@ -71,8 +71,9 @@ class ObjectGridEmitter : public ObjectVolume {
   bool ReachesBeyondSolids() const;
   /// Why nothing of what it emitted in this step is seen; null where something is.
   const char* WhyUnseen();
-  /// Scales the amount of a cell; 0 leaves the cell alone.
-  double WeightAt(const Target& target, const VolumeBase& volume, const Vec3d& p, u32 worker) const;
+  /// What scales the amount of a cell, of the weight that constraints left; 0 leaves it alone.
+  double WithFalloff(double weight, const Target& target, const VolumeBase& volume,
+                     const Vec3d& p) const;
 
   std::vector<Target> mTargets;
   std::vector<VolumeBase*> mMembers;    ///< of the volume, those with a grid

@@ -61,8 +61,10 @@ class ParticleToGridEmitter : public Operator_ToGrid {
   bool GatherCell(const Vec3d& p, double& weight, Row& row, u32 worker) const;
   /// The weight that a cell gives to each of its points; false where it gets none.
   bool WeighCell(const Vec3d& p, double& weight, u32 worker) const;
-  /// What one point at a distance counts; false where a constraint leaves it out.
-  bool WeighPoint(const Vec3d& point, double distanceSquared, double& weight, u32 worker) const;
+  /// What one point at a distance counts, which may be a particle of some; false where a constraint
+  /// leaves it out.
+  bool WeighPoint(const Vec3d& point, double distanceSquared, double& weight, u32 worker,
+                  const ParticleStore* particles = nullptr, i32 particle = 0) const;
   bool GatherParticles(const Vec3d& p, double& weight, Row& row, u32 worker) const;
   void EmitRow(Row& row, bool owned, const LayerOwner& owner) const;
   /// Why nothing of what it emitted in this step is seen; null where something is.

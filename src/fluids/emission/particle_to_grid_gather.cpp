@@ -32,9 +32,10 @@ bool ParticleToGridEmitter::WeighCell(const Vec3d& p, double& weight, u32 worker
 }
 
 bool ParticleToGridEmitter::WeighPoint(const Vec3d& point, double distanceSquared, double& weight,
-                                       u32 worker) const {
+                                       u32 worker, const ParticleStore* particles,
+                                       i32 particle) const {
   if (!mConstraints.IsEmpty() && mConstraintMode != 0 &&
-      !mConstraints.Test(point, weight, this, worker))
+      !mConstraints.Test(point, weight, this, worker, particles, particle))
     return false;
   // A vertex has a density of 1 and a radius of that of the search.
   weight *= mMassScale;
@@ -71,7 +72,9 @@ bool ParticleToGridEmitter::GatherParticles(const Vec3d& p, double& weight, Row&
   i32 count = 0;
   for (const TreeHit& hit : row.particles.Hits()) {
     double w = cellWeight;
-    if (!WeighPoint(store.Positions()[hit.index], hit.distanceSquared, w, worker)) continue;
+    if (!WeighPoint(store.Positions()[hit.index], hit.distanceSquared, w, worker, &store,
+                    hit.index))
+      continue;
     if (mMass) w *= mMass->Get(hit.index, 1);
     if (mRadii) w *= mRadii->Get(hit.index, mRadius) / mRadius;
     for (std::size_t i = 0; i < mCarried.size(); ++i)

@@ -76,6 +76,11 @@ class Force : public iObject {
   /// it left in `sample.force`.
   template <class F>
   static void ForEachSample(const ForceRow& row, F&& f);
+  /// A cell of a row, and what was added to it.
+  static ForceSample SampleOf(const ForceRow& row, i32 x);
+  static void Store(const ForceSample& sample, const ForceRow& row, i32 x) {
+    for (int a = 0; a < 3; ++a) row.force[a][x] = sample.force[a];
+  }
   /// Adds the vector `along` times amount(index of the cell): to a cell, or to each of a row.
   template <class Amount>
   static void AddAlong(ForceSample& sample, const Vec3d& along, Amount&& amount) {
@@ -90,23 +95,28 @@ class Force : public iObject {
   double mWeight = 1.0;  ///< 1, or the window's weight in this step
 };
 
-template <class F>
-void Force::ForEachSample(const ForceRow& row, F&& f) {
+inline ForceSample Force::SampleOf(const ForceRow& row, i32 x) {
   ForceSample sample;
   sample.worker = row.worker;
   sample.weight = row.weight;
+  sample.cellIndex = row.cellIndex + x;
+  for (int a = 0; a < 3; ++a) {
+    sample.faceIndex[a] = row.faceIndex[a] + x;
+    sample.fraction[a] = row.fraction[a][x];
+    sample.force[a] = row.force[a][x];
+  }
+  sample.position = row.PositionOf(x);
+  sample.hostPosition = sample.position * row.simToWorld;
+  return sample;
+}
+
+template <class F>
+void Force::ForEachSample(const ForceRow& row, F&& f) {
   for (i32 x = 0; x < row.count; ++x) {
     if (!row.open[x]) continue;
-    sample.cellIndex = row.cellIndex + x;
-    for (int a = 0; a < 3; ++a) {
-      sample.faceIndex[a] = row.faceIndex[a] + x;
-      sample.fraction[a] = row.fraction[a][x];
-      sample.force[a] = row.force[a][x];
-    }
-    sample.position = row.PositionOf(x);
-    sample.hostPosition = sample.position * row.simToWorld;
+    ForceSample sample = SampleOf(row, x);
     f(sample);
-    for (int a = 0; a < 3; ++a) row.force[a][x] = sample.force[a];
+    Store(sample, row, x);
   }
 }
 
@@ -140,7 +150,8 @@ class ForceOf : public Force {
     if (mConstraints.Test(sample.position, s, this, sample.worker)) ThisLaw().Push(sample, s);
   }
   void EvaluateRow(const ForceRow& row) override {
-    if (!mConstraints.IsEmpty() || !ThisLaw().IsAlikeInRows()) return Force::EvaluateRow(row);
+    if (!mConstraints.IsEmpty()) return EvaluateConstrained(row);
+    if (!ThisLaw().IsAlikeInRows()) return Force::EvaluateRow(row);
     if (const double s = ThisLaw().Scale(row.weight); s != 0) ThisLaw().Push(row, s);
   }
 
@@ -152,6 +163,20 @@ class ForceOf : public Force {
   bool IsAlikeInRows() const { return true; }
 
  private:
+  void EvaluateConstrained(const ForceRow& row) {
+    if (!Has(FLAG_ACTIVE)) return;
+    const double scale = ThisLaw().Scale(row.weight);
+    const auto start = [&](i32 x) {
+      return row.open[x] && ThisLaw().ActsOn(SampleOf(row, x)) ? scale : 0.0;
+    };
+    const auto push = [&](i32 x, double s) {
+      ForceSample sample = SampleOf(row, x);
+      ThisLaw().Push(sample, s);
+      Store(sample, row, x);
+    };
+    mConstraints.ForEachWeighed({0, row.count, this, row.worker},
+                                [&](i32 x) { return row.PositionOf(x); }, start, push);
+  }
   const Law& ThisLaw() const { return static_cast<const Law&>(*this); }
 };
 

@@ -49,8 +49,11 @@ class GridCombustion : public iObject {
   Found ShapeRow(const Row& row) const;
   /// Why nothing burned in this step, for `iBase::Deactivate`; null where something did.
   const char* WhyNothingBurned() const;
-  /// The constraints let this cell burn.
-  bool Allows(const Row& row, i32 x) const;
+  /// f(x) for the cells of a row that are wanted, where constraints let them burn.
+  template <class Wants, class F>
+  void ForEachAllowed(const Row& row, Wants&& wants, F&& f) const;
+  /// A cell with fuel that is hot enough.
+  bool IsHot(const Row& row, i32 x, Found& found) const;
   /// Spreads what the cells gave over a divergence of another layout.
   void SplatExpansion() const;
 

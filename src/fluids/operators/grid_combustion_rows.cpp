@@ -15,41 +15,47 @@ constexpr double kFreshOxygen = 3.23;
 
 }  // namespace
 
-bool GridCombustion::Allows(const Row& row, i32 x) const {
-  double weight = mTime->stepDuration;
-  mConstraints.Test(mCellGrid->PositionOf(x, row.y, row.z), weight, this, row.worker);
-  return weight != 0;
+template <class Wants, class F>
+void GridCombustion::ForEachAllowed(const Row& row, Wants&& wants, F&& f) const {
+  if (!mIsConstrained) {
+    for (i32 x = row.first; x < row.last; ++x)
+      if (wants(x)) f(x);
+    return;
+  }
+  mConstraints.ForEachWeighed(
+      {row.first, row.last, this, row.worker},
+      [&](i32 x) { return mCellGrid->PositionOf(x, row.y, row.z); },
+      [&](i32 x) { return wants(x) ? mTime->stepDuration : 0.0; }, [&](i32 x, double) { f(x); });
+}
+
+bool GridCombustion::IsHot(const Row& row, i32 x, Found& found) const {
+  if (!(row.fuel[x] > 0)) return false;
+  found.fuel = true;
+  return !(mIgnition > row.temperature[x]);
 }
 
 GridCombustion::Found GridCombustion::BurnRow(const Row& row) const {
   Found found;
-  for (i32 x = row.first; x < row.last; ++x) {
-    const double fuel = row.fuel[x];
-    if (!(fuel > 0)) continue;
-    found.fuel = true;
-    if (mIgnition > row.temperature[x]) continue;
-    if (mIsConstrained && !Allows(row, x)) continue;
+  const auto burn = [&](i32 x) {
     found.heat = found.flame = true;
     row.fire[x] = 1;
+    const double fuel = row.fuel[x];
     const double burnt = std::min(mBurnStep, fuel);
     row.fuel[x] = fuel - burnt;
     row.temperature[x] += burnt * mHeat;
     if (row.smoke) row.smoke[x] += burnt * mSmokeStep;
     if (row.expansion) row.expansion[x] += burnt * mExpansionStep;
-  }
+  };
+  ForEachAllowed(row, [&](i32 x) { return IsHot(row, x, found); }, burn);
   return found;
 }
 
 GridCombustion::Found GridCombustion::BurnRowWithOxygen(const Row& row) const {
   Found found;
-  for (i32 x = row.first; x < row.last; ++x) {
-    const double fuel = row.fuel[x];
-    if (!(fuel > 0)) continue;
-    found.fuel = true;
-    if (mIgnition > row.temperature[x]) continue;
-    if (mIsConstrained && !Allows(row, x)) continue;
+  const auto burn = [&](i32 x) {
     found.heat = true;
     row.fire[x] = 1;
+    const double fuel = row.fuel[x];
     const double left = std::max(kFreshOxygen - (fuel + (row.smoke ? row.smoke[x] : 0.0)), 0.0);
     const double burnt = std::min(left, fuel * mRatio) * mBurnStep;
     found.flame = found.flame || left > 0;
@@ -57,7 +63,8 @@ GridCombustion::Found GridCombustion::BurnRowWithOxygen(const Row& row) const {
     row.fuel[x] = std::max(fuel - burnt / mRatio, 0.0);
     row.temperature[x] += burnt * mHeat;
     if (row.expansion) row.expansion[x] += burnt * mExpansionStep;
-  }
+  };
+  ForEachAllowed(row, [&](i32 x) { return IsHot(row, x, found); }, burn);
   return found;
 }
 
@@ -67,16 +74,15 @@ GridCombustion::Found GridCombustion::ShapeRow(const Row& row) const {
   const auto curve = [](const SplineData* spline, double age) {
     return InterfaceHandler::EvaluateSpline(spline, age);
   };
-  for (i32 x = row.first; x < row.last; ++x) {
-    const double fire = row.fire[x];
-    if (!(fire > mThreshold) || fire > 1) continue;
-    if (mIsConstrained && !Allows(row, x)) continue;
+  const auto burns = [&](i32 x) { return row.fire[x] > mThreshold && !(row.fire[x] > 1); };
+  const auto shape = [&](i32 x) {
     found.flame = true;
-    const double age = 1 - (fire - mThreshold) / mAgeSpan;
+    const double age = 1 - (row.fire[x] - mThreshold) / mAgeSpan;
     row.temperature[x] = curve(mTemperatureCurve, age) * mTemperatureSpan + mBaseTemperature;
     if (smokes) row.smoke[x] += curve(mSmokeCurve, age) * mSmokeAmount;
     if (row.expansion) row.expansion[x] += mExpansionStep;
-  }
+  };
+  ForEachAllowed(row, burns, shape);
   return found;
 }
 

@@ -182,15 +182,16 @@ void GridCooling::Evaluate(const EvaluationThreadData& data) {
 
 void GridCooling::CoolConstrained(double* t, const double* burns, const CellBox& row,
                                   u32 worker) const {
-  for (i32 i = 0; i < row.max.x - row.min.x; ++i) {
+  const auto place = [&](i32 i) {
+    return mT->PositionOf(row.min.x + i, row.min.y, row.min.z);
+  };
+  const auto start = [&](i32 i) {
+    if (burns[i] == 0 && t[i] > mColdest) return 1.0;
+    t[i] = std::max(t[i], mColdest);
+    return 0.0;
+  };
+  const auto cool = [&](i32 i, double w) {
     double& v = t[i];
-    if (burns[i] != 0 || !(v > mColdest)) {
-      v = std::max(v, mColdest);
-      continue;
-    }
-    double w = 1;
-    mConstraints.Test(mT->PositionOf(row.min.x + i, row.min.y, row.min.z), w, this, worker);
-    if (w == 0) continue;
     switch (static_cast<CoolingMode>(mMode)) {
       case CoolingMode::Quartic: {
         const double q = (v - mColdest) * mInvSpan, q2 = q * q;
@@ -201,7 +202,8 @@ void GridCooling::CoolConstrained(double* t, const double* burns, const CellBox&
       default: v -= w * mFactor; break;
     }
     v = std::max(v, mColdest);
-  }
+  };
+  mConstraints.ForEachWeighed({0, row.max.x - row.min.x, this, worker}, place, start, cool);
 }
 
 void GridCooling::Finish() {

@@ -110,19 +110,21 @@ void GridDissipate::Evaluate(const EvaluationThreadData& data) {
     }
 }
 
-double GridDissipate::WeightAt(const Row& row, i32 i) const {
-  double w = mTime->stepDuration;
-  if (mIsConstrained)
-    mConstraints.Test(mGrids[0]->PositionOf(row.x + i, row.y, row.z), w, this, row.worker);
-  return w;
+template <class Fades, class Take>
+void GridDissipate::ForEachWeighed(const Row& row, Fades&& fades, Take&& take) const {
+  mConstraints.ForEachWeighed(
+      {0, row.count, this, row.worker},
+      [&](i32 i) { return mGrids[0]->PositionOf(row.x + i, row.y, row.z); },
+      [&](i32 i) { return fades(i) ? mTime->stepDuration : 0.0; }, take);
 }
 
 void GridDissipate::LowerScalar(const Row& row) const {
   double* v = mGrids[0]->mData + mGrids[0]->Index(row.x, row.y, row.z);
   const double limit = mScalar->mValueMin;
   if (!mIsConstrained) return LowerRow(v, row.count, mAmount * mTime->stepDuration, limit);
-  for (i32 i = 0; i < row.count; ++i)
-    if (v[i] > limit) v[i] = std::max(v[i] - WeightAt(row, i) * mAmount, limit);
+  ForEachWeighed(
+      row, [&](i32 i) { return v[i] > limit; },
+      [&](i32 i, double weight) { v[i] = std::max(v[i] - weight * mAmount, limit); });
 }
 
 void GridDissipate::LowerVector(const Row& row) const {
@@ -130,14 +132,17 @@ void GridDissipate::LowerVector(const Row& row) const {
   double* v[3];
   for (i32 c = 0; c < 3; ++c) v[c] = mGrids[c]->mData + first;
   const Vec3d limit = mVector->mValueMin;
-  for (i32 i = 0; i < row.count; ++i) {
-    if (!(v[0][i] > limit.x && v[1][i] > limit.y && v[2][i] > limit.z)) continue;
-    const double amount = WeightAt(row, i) * mAmount;
-    if (amount == 0) continue;
+  const auto fades = [&](i32 i) {
+    return v[0][i] > limit.x && v[1][i] > limit.y && v[2][i] > limit.z;
+  };
+  const auto lower = [&](i32 i, double weight) {
+    const double amount = weight * mAmount;
+    if (amount == 0) return;
     for (i32 c = 0; c < 3; ++c) v[c][i] -= amount;
     if (v[0][i] < limit.x && v[1][i] < limit.y && v[2][i] < limit.z)
       for (i32 c = 0; c < 3; ++c) v[c][i] = limit[c];
-  }
+  };
+  ForEachWeighed(row, fades, lower);
 }
 
 void GridDissipate::Finish() {

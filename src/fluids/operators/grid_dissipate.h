@@ -29,8 +29,9 @@ class GridDissipate : public iObject {
   bool GatherGrids();
   void LowerScalar(const Row& row) const;
   void LowerVector(const Row& row) const;
-  /// The weight of a cell after the constraints.
-  double WeightAt(const Row& row, i32 i) const;
+  /// take(i, weight) for the cells of a row of which fades(i) is true and constraints leave some.
+  template <class Fades, class Take>
+  void ForEachWeighed(const Row& row, Fades&& fades, Take&& take) const;
 
   ScalarField* mScalar = nullptr;
   VectorField* mVector = nullptr;

@@ -232,6 +232,17 @@ void ReplaceTop(TreeHit* heap, i32 count, const TreeHit& hit) {
 
 }  // namespace
 
+TreeHit PointTree::FindNearest(const Vec3d& p, double radius) const {
+  TreeHit nearest;
+  double limit = radius * radius;
+  Visit(p, limit, [&](i32 index, double distanceSquared) {
+    nearest = {index, distanceSquared};
+    limit = distanceSquared;
+    return true;
+  });
+  return nearest;
+}
+
 i32 PointTree::FindNearest(const Vec3d& p, double radius, NeighbourBuffer& out) const {
   TreeHit* heap = out.mHits.data();
   const i32 capacity = out.Capacity();

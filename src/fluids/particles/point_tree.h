@@ -51,6 +51,8 @@ class PointTree {
 
   /// The nearest points closer than `radius`, as many as the buffer takes; returns their number.
   i32 FindNearest(const Vec3d& p, double radius, NeighbourBuffer& out) const;
+  /// The nearest point closer than `radius`; index -1 where there is none.
+  TreeHit FindNearest(const Vec3d& p, double radius) const;
   /// Calls f(index, distanceSquared) for every point closer than `radius`, in the order of the
   /// leaves.
   template <class F>

@@ -7,7 +7,7 @@ double FieldNoise::At(const Vec3d& world, const Vec3d& sim) const {
   const Vec3d q = (space ? sim : world) * frequency;
   double n = noise->Evaluate(type, q, octaves);
   // Two of the kinds swing about 0; the controls are made for 0 to 1.
-  if (type == host::NoiseType::Gradient || type == host::NoiseType::Fbm) n = (n + 1) * 0.5;
+  if (host::SwingsAboutZero(type)) n = (n + 1) * 0.5;
   if (n > 0) {
     if (n <= cutLow)
       n = 0;

@@ -1,5 +1,7 @@
 #include "fluids/rendering/render_grid_preprocessor.h"
 
+#include <algorithm>
+
 #include "fluids/operators/channel_operator_remap.h"
 
 namespace MELDO_GLOBAL::ZOLT_RENDERING {
@@ -52,7 +54,6 @@ void RenderGridPreprocessor::Begin() {
 
 void RenderGridPreprocessor::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
-  constexpr i32 kRun = 64;
   const EGrid<double>& shape = *Shape();
   CellRecord cells[kRun];
   for (i32 z = data.index; z < shape.mNz; z += data.count) {
@@ -69,24 +70,33 @@ void RenderGridPreprocessor::Evaluate(const EvaluationThreadData& data) {
         }
         for (const auto& op : mOperators)
           if (op->Has(FLAG_ENABLED)) op->EvaluateCells(cells, count, data);
-        for (i32 i = 0; mFilters && i < count; ++i) Filter(cells[i], data.index);
+        if (mFilters) Filter({cells, static_cast<std::size_t>(count)}, data.index);
       }
   }
 }
 
-double RenderGridPreprocessor::Filtered(double value, const Vec3d& position, i32 worker) const {
-  mFilters->Test(position, value, mOwner, worker);
-  return value;
+void RenderGridPreprocessor::AskFilters(std::span<const CellRecord> cells, double* values,
+                                        i32 worker) const {
+  Vec3d positions[kRun];
+  for (std::size_t i = 0; i < cells.size(); ++i) positions[i] = cells[i].position;
+  mFilters->TestRow({{positions, cells.size()}, {values, cells.size()}}, mOwner,
+                    static_cast<u32>(worker));
 }
 
-void RenderGridPreprocessor::Filter(const CellRecord& cell, i32 worker) {
-  double& value = (*mTarget->mGrid)[cell.cellIndex];
-  if (value != 0) value = Filtered(value, cell.position, worker);
+void RenderGridPreprocessor::Filter(std::span<const CellRecord> cells, i32 worker) {
+  double values[kRun];
+  EGrid<double>& grid = *mTarget->mGrid;
+  for (std::size_t i = 0; i < cells.size(); ++i) values[i] = grid[cells[i].cellIndex];
+  AskFilters(cells, values, worker);
+  for (std::size_t i = 0; i < cells.size(); ++i) grid[cells[i].cellIndex] = values[i];
 }
 
-void ColorRenderGridPreprocessor::Filter(const CellRecord& cell, i32 worker) {
-  const double factor = Filtered(1, cell.position, worker);
-  for (i32 a = 0; a < 3; ++a) (*mColourTarget->mGrids[a])[cell.cellIndex] *= factor;
+void ColorRenderGridPreprocessor::Filter(std::span<const CellRecord> cells, i32 worker) {
+  double factors[kRun];
+  std::fill_n(factors, cells.size(), 1.0);
+  AskFilters(cells, factors, worker);
+  for (std::size_t i = 0; i < cells.size(); ++i)
+    for (i32 a = 0; a < 3; ++a) (*mColourTarget->mGrids[a])[cells[i].cellIndex] *= factors[i];
 }
 
 void RenderGridPreprocessor::Finish() {

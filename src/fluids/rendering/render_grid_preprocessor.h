@@ -1,6 +1,7 @@
 // What happens to the renderer's private grids before any ray reads them.
 #pragma once
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "fluids/fields/channel_operator.h"
@@ -35,10 +36,13 @@ class RenderGridPreprocessor : public MELDO_SULVA::iObject {
   /// The channel to work on, and its first grid; null where one is missing.
   virtual iObject* Target() const { return mTarget; }
   virtual const EGrid<double>* Shape() const;
-  /// Filters one cell.
-  virtual void Filter(const MELDO_SULVA::CellRecord& cell, i32 worker);
-  /// The product of the filters at a place, applied to `value`.
-  double Filtered(double value, const Vec3d& position, i32 worker) const;
+  static constexpr i32 kRun = 64;  ///< cells that are worked on in one call
+
+  /// Filters some cells, at most a run.
+  virtual void Filter(std::span<const MELDO_SULVA::CellRecord> cells, i32 worker);
+  /// Multiplies a value for each cell by the filters there.
+  void AskFilters(std::span<const MELDO_SULVA::CellRecord> cells, double* values,
+                  i32 worker) const;
 
   std::vector<std::unique_ptr<MELDO_SULVA::ChannelOperator>> mOperators;
   const iBase* mOwner = nullptr;
@@ -52,7 +56,7 @@ class ColorRenderGridPreprocessor : public RenderGridPreprocessor {
  protected:
   iObject* Target() const override { return mColourTarget; }
   const EGrid<double>* Shape() const override;
-  void Filter(const MELDO_SULVA::CellRecord& cell, i32 worker) override;
+  void Filter(std::span<const MELDO_SULVA::CellRecord> cells, i32 worker) override;
 };
 
 }  // namespace MELDO_GLOBAL::ZOLT_RENDERING

@@ -170,22 +170,27 @@ void SurfaceReconstructor::Filter(std::vector<Vec3d>& places) {
   const std::vector<const EGrid<double>*> limits = LimitGrids();
   const double deepest = -GetDomain().cellSize;
   const bool asksDensity = mThreshold < 1;
-  mConstraints.Prepare(this);
-  for (i32 row = 0; row < store.Count(); ++row) {
-    Vec3d& p = places[row];
-    if (!IsFinite(p)) continue;
+  const auto start = [&](i32 row) {
+    const Vec3d& p = places[row];
+    if (!IsFinite(p)) return 0.0;
     const double own = density ? density->Get(row, 0) : 0;
     bool counts = !asksDensity || own > 1 || !(own < mThreshold);
     for (const EGrid<double>* limit : limits)
       if (counts && limit->mLayout.Contains(p, false))
         counts = !(SampleLinear(*limit, limit->ToSamples(p)) < deepest);
-    double weight = 1;
-    if (counts && !mConstraints.IsEmpty()) counts = mConstraints.Test(p, weight, this, 0);
     u16& flags = store.Flags()[row];
-    flags = static_cast<u16>(counts && weight > 0 ? flags | PF_MARK : flags & ~PF_MARK);
-    if (!(flags & PF_MARK)) p.x = kNowhere;
-  }
+    flags = static_cast<u16>(flags & ~PF_MARK);
+    return counts ? 1.0 : 0.0;
+  };
+  const auto mark = [&](i32 row, double weight) {
+    if (weight > 0) store.Flags()[row] |= PF_MARK;
+  };
+  mConstraints.Prepare(this);
+  mConstraints.ForEachWeighed({0, store.Count(), this, 0, &store},
+                              [&](i32 row) { return places[row]; }, start, mark);
   mConstraints.Finish(this);
+  for (i32 row = 0; row < store.Count(); ++row)
+    if (IsFinite(places[row]) && !(store.Flags()[row] & PF_MARK)) places[row].x = kNowhere;
 }
 
 bool SurfaceReconstructor::TakeLayout(const GridLayout& layout) {

@@ -1,0 +1,52 @@
+// The distance to an object.
+#pragma once
+#include <vector>
+#include 
+#include "fluids/mesh/mesh.h"
+#include "fluids/particles/point_tree.h"
+#include "framework/constraint.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Measures the distance of a point from an object, as a share of a range: from its middle, from the
+/// nearest of its points, or from the line of a spline.
+class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstraint> {
+ public:
+  using MeasuredConstraint::MeasuredConstraint;
+  static constexpr i32 kTypeId = 22;
+  static const NodeKind& Kind();
+  static const host::ParameterTable& Parameters();
+  double Measure(const Vec3d& position, const ConstraintUse&) const;
+
+ protected:
+  bool Open() override;
+
+ private:
+  enum MeshMode : i32 { kMiddle = 0, kPoints = 1 };
+  enum SplineMode : i32 { kSplineMiddle = 0, kSplinePoints = 1, kSplineLine = 2 };
+
+  /// The mesh node that reads the object, or null.
+  const Mesh* FindMesh() const;
+  /// The points of the object, simulation units; none where its middle is meant.
+  std::vector<Vec3d> CollectPoints();
+  /// Cuts the line into pieces of no more than a cell, so that the nearest of its points lies
+  /// beside its nearest place.
+  void CutLine(std::vector<Vec3d>& points) const;
+  double DistanceToLine(const Vec3d& p, i32 nearest) const;
+
+  host::BaseNode* mObject = nullptr;
+  Mesh* mNamedMesh = nullptr;
+  double mRange = 100;  ///< host units
+  i32 mMeshMode = kPoints;
+  i32 mSplineMode = kSplineLine;
+
+  // For one run of a stage.
+  Vec3d mMiddle{};              ///< simulation units
+  std::vector<Vec3d> mPoints;   ///< of which the tree is made
+  PointTree mTree;
+  bool mIsLine = false;
+  bool mIsClosed = false;
+  double mInverseRange = 1;     ///< 1 / simulation units
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
