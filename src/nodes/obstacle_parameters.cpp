@@ -97,19 +97,19 @@ const ParameterTable& Rows() {
           .To(&ObstacleSettings::startSpeed),
       LinksRow(2025, "linear_damping_constraints", "where linear_damping counts, and how much")
           .AcceptsAny(kConstraints)
-          .Kept(),
+          .To(&ObstacleSettings::linearDampingLimits),
       LinksRow(2026, "angular_damping_constraints", "where angular_damping counts, and how much")
           .AcceptsAny(kConstraints)
-          .Kept(),
+          .To(&ObstacleSettings::angularDampingLimits),
       LinksRow(2027, "friction_constraints", "where friction counts, and how much")
           .AcceptsAny(kConstraints)
-          .Kept(),
+          .To(&ObstacleSettings::frictionLimits),
       LinksRow(2028, "rolling_friction_constraints", "where rolling_friction counts, and how much")
           .AcceptsAny(kConstraints)
-          .Kept(),
+          .To(&ObstacleSettings::rollingFrictionLimits),
       LinksRow(2029, "restitution_constraints", "where restitution counts, and how much")
           .AcceptsAny(kConstraints)
-          .Kept(),
+          .To(&ObstacleSettings::restitutionLimits),
       RealRow(2030, "force_transfer", 1.0, "none", "how much the fluid can push the body along")
           .To(&ObstacleSettings::forceTransfer),
       RealRow(2031, "torque_transfer", 1.0, "none", "how much the fluid can make the body spin")

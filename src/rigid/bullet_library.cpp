@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "rigid/bullet_frame.h"
 #include "rigid/free_turn.h"
 #include "rigid/rebound.h"
 #include "rigid/rigid_body.h"
@@ -45,6 +46,31 @@ double RollingFriction(const btCollisionObject* a, const btCollisionObject* b) {
   }
   if (radius == HUGE_VAL) return 0;
   return one->Settings().rollingFriction * other->Settings().rollingFriction * radius;
+}
+
+/// What the limits of two bodies leave of their friction at a contact. The library asks for
+/// friction by bodies alone, when a contact comes up.
+void LimitFriction(btPersistentManifold& pair) {
+  const RigidBody *a = BodyOf(*pair.getBody0()), *b = BodyOf(*pair.getBody1());
+  if (!a || !b) return;
+  const auto isLimited = [&](BodyLimits::Limit limit) {
+    return a->Limits().Has(limit) || b->Limits().Has(limit);
+  };
+  const bool slides = isLimited(BodyLimits::kFriction);
+  const bool rolls = isLimited(BodyLimits::kRollingFriction);
+  for (int k = 0; (slides || rolls) && k < pair.getNumContacts(); ++k) {
+    btManifoldPoint& point = pair.getContactPoint(k);
+    const Vec3d place = FromBullet(point.getPositionWorldOnB());
+    const auto factor = [&](BodyLimits::Limit limit) {
+      return a->Limits().Factor(limit, place) * b->Limits().Factor(limit, place);
+    };
+    if (slides)
+      point.m_combinedFriction =
+          Friction(pair.getBody0(), pair.getBody1()) * factor(BodyLimits::kFriction);
+    if (rolls)
+      point.m_combinedRollingFriction = point.m_combinedSpinningFriction =
+          RollingFriction(pair.getBody0(), pair.getBody1()) * factor(BodyLimits::kRollingFriction);
+  }
 }
 
 /// Bodies bounce in `Rebound`.
@@ -85,6 +111,8 @@ void BulletLibrary::World::solveConstraints(btContactSolverInfo& info) {
     if (body && (body->AwaitsTouch() || (body->IsFrozen() && body->IsAsleep())))
       mSleepers.push_back(m_nonStaticRigidBodies[i]);
   }
+  for (int i = 0; i < getDispatcher()->getNumManifolds(); ++i)
+    LimitFriction(*getDispatcher()->getManifoldByIndexInternal(i));
   mRebound.Note(*getDispatcher(), m_nonStaticRigidBodies, info.m_timeStep, info.m_linearSlop);
   btDiscreteDynamicsWorld::solveConstraints(info);
   mRebound.Solve();

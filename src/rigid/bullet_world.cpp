@@ -86,6 +86,9 @@ void BulletWorld::Advance(Scene& scene) {
   // What the library knows of the frame before isn't kept.
   if (scene.mTime.substep <= 1) Build(scene);
   MoveKeyed(scene);
+  for (const auto& [key, mesh] : Meshes(scene))
+    if (const auto found = mBodies.find(key); found != mBodies.end())
+      found->second->Limits().Prepare(mesh->GetObstacle(), mesh);
   std::vector<std::pair<RigidBody*, std::pair<BodyPose, BodyPose>>> movers;
   for (auto& [key, body] : mBodies) {
     body->BeginStep(dt, scene.mGravity);
@@ -119,7 +122,10 @@ void BulletWorld::Advance(Scene& scene) {
     }
   });
   NoteContacts();
-  for (auto& [key, body] : mBodies) body->EndStep(dt);
+  for (auto& [key, body] : mBodies) {
+    body->EndStep(dt);
+    body->Limits().Finish();
+  }
   FreezeStray();
 }
 

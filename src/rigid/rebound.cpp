@@ -7,6 +7,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "rigid/bullet_frame.h"
+#include "rigid/rigid_body.h"
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
@@ -83,7 +86,11 @@ void Rebound::NotePoint(btPersistentManifold& pair, btManifoldPoint& point) {
   // What keys move stands where it will at the end of the step.
   contact.gap =
       point.getDistance() + n.dot((contact.b ? zero : atB) - (contact.a ? zero : atA)) * mStep;
-  const double e = a.getRestitution() * b.getRestitution();
+  double e = a.getRestitution() * b.getRestitution();
+  const Vec3d place = FromBullet(point.getPositionWorldOnB());
+  for (const btRigidBody* body : {&a, &b})
+    if (const auto* limited = static_cast<const RigidBody*>(body->getUserPointer()))
+      e *= limited->Limits().Factor(BodyLimits::kRestitution, place);
   if (e > 0 && contact.speed < 0) {
     const double free = contact.gap + (contact.speed + 0.5 * contact.pull * mStep) * mStep;
     const double held = point.getDistance() + mOverlap +

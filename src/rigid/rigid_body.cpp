@@ -264,6 +264,12 @@ void RigidBody::BeginStep(double dt, const Vec3d& gravity) {
   mLinearBefore = LinearVelocity();
   mAngularBefore = AngularVelocity();
   if (!IsDynamic()) return;
+  if (mLimits.Has(BodyLimits::kLinearDamping) || mLimits.Has(BodyLimits::kAngularDamping)) {
+    const Vec3d centre = Pose().centre;
+    mBody->setDamping(
+        mSettings.linearDamping * mLimits.Factor(BodyLimits::kLinearDamping, centre),
+        mSettings.angularDamping * mLimits.Factor(BodyLimits::kAngularDamping, centre));
+  }
   mBody->clearForces();
   if (mSettings.wakesOnForce && Length(mForce) > mSettings.wakeForce) Wake();
   mFall = mMass.Mass() > 0 ? gravity * mSettings.linearFactor : Vec3d{};

@@ -6,6 +6,7 @@
 
 #include "fluids/mesh/obstacle_settings.h"
 #include "framework/body_state.h"
+#include "rigid/body_limits.h"
 #include "rigid/body_mass.h"
 #include "rigid/body_motion.h"
 #include "rigid/body_shape.h"
@@ -73,6 +74,9 @@ class RigidBody : public BodyState {
   bool AwaitsTouch() const override;
   void NoteHit() override;
 
+  /// Where its settings count in a step of the world, from before `BeginStep` on.
+  BodyLimits& Limits() { return mLimits; }
+  const BodyLimits& Limits() const { return mLimits; }
   /// Before and after a step of the world of `dt` seconds.
   virtual void BeginStep(double dt, const Vec3d& gravity);
   virtual void EndStep(double dt);
@@ -115,6 +119,7 @@ class RigidBody : public BodyState {
   BodyHome& mWorld;
   std::string mName;
   ObstacleSettings mSettings;
+  BodyLimits mLimits;
   BodyShape mShape;
   BodyMass mMass;
   std::unique_ptr<btDefaultMotionState> mMotion;

@@ -74,6 +74,8 @@ void AddParticleHints(const LoadedScene& scene, const ScenePlaces& places,
 void AddParticleEmitterHints(const LoadedScene& scene, const ScenePlaces& places,
                              Diagnostics& diagnostics);
 void AddBodyHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
+void AddConstraintHints(const LoadedScene& scene, const ScenePlaces& places,
+                        Diagnostics& diagnostics);
 void AddFireHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 
 }  // namespace MELDO_GLOBAL::app

@@ -6,7 +6,7 @@ namespace MELDO_GLOBAL::app {
 
 void AddHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
   for (const auto add : {AddShapeHints, AddSettingHints, AddOutputHints, AddFieldHints,
-                         AddFireHints, AddBodyHints, AddParticleHints, AddParticleEmitterHints})
+                         AddFireHints, AddConstraintHints, AddBodyHints, AddParticleHints, AddParticleEmitterHints})
     add(scene, places, diagnostics);
 }
 

@@ -25,7 +25,8 @@ const NodeKind& ParticleConstraint_Attribute::Kind() {
                    R"({ "type": "particlemesh_emission_setting", "name": "dusting" })",
                    R"({ "type": "particlemeshemitter", "name": "duster", "parameters": { "source": "ball mesh", "group": "dust", "settings": "dusting", "kind": "passive" } })",
                    R"({ "type": "constraint_particle_collision", "name": "born", "parameters": { "flag": "newborn", "invert": true } })",
-                   R"({ "type": "surface_reconstruction", "name": "shell", "parameters": { "group": "dust", "kind": "passive", "filter": true, "constraints": ["born"] } })"}},
+                   R"({ "type": "surface_reconstruction", "name": "shell", "parameters": { "source": "dust", "kind": "passive", "filter": true, "constraints": ["born"] } })",
+                   R"({ "type": "mesher", "name": "skin", "parameters": { "source": "shell" } })"}},
       .rows = Parameters,
       .make = MakeNode<ParticleConstraint_Attribute>,
   };

@@ -1,5 +1,8 @@
 // What an obstacle tag says of the mesh that has it.
 #pragma once
+#include <vector>
+
+#include "framework/constraint.h"
 #include "host/parameter.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -41,6 +44,9 @@ struct ObstacleSettings : host::ParameterHolder {
   bool followsBake = false;
   double bakeOffset = 0;  ///< frames
   BodyForm form = BodyForm::Automatic;
+  /// Where what they are named after counts, and how much.
+  std::vector<Constraint*> linearDampingLimits, angularDampingLimits, frictionLimits,
+      rollingFrictionLimits, restitutionLimits;
 
   /// Forces are to move it.
   bool IsHeavy() const {

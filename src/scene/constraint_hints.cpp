@@ -1,0 +1,132 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "cache/particle_cacher.h"
+#include "fluids/constraints/gradient_constraint.h"
+#include "fluids/constraints/noise_constraint.h"
+#include "fluids/constraints/particle_constraint_attribute.h"
+#include "fluids/constraints/particle_constraint_property.h"
+#include "fluids/emission/particle_to_grid_emitter.h"
+#include "fluids/particles/particle_group.h"
+#include "fluids/surfaces/surface_reconstructor.h"
+#include "framework/constraint.h"
+#include "framework/server_rows.h"
+#include "scene/hint_base.h"
+
+namespace MELDO_GLOBAL::app {
+
+using namespace host;
+using namespace MELDO_SULVA;
+
+namespace {
+
+/// Constraints that hold nothing back, or everything.
+class ConstraintHints : public HintBase {
+ public:
+  using HintBase::HintBase;
+
+  void LookAt(const BaseNode& server) {
+    mNodes.clear();
+    Collect(server);
+    for (const BaseNode* node : mNodes) {
+      CheckHolder(*node);
+      const NodeKind* kind = FindKind(node->Type());
+      if (!kind || !(kind->categories & kCategoryConstraint)) continue;
+      if (FindRow(*node->Table(), Constraint::kStrengthRow)) CheckRange(*node);
+      if (IsA<GradientConstraint>(*node)) CheckRamp(*node);
+      if (IsA<NoiseConstraint>(*node)) CheckPatches(*node, server);
+    }
+  }
+
+ private:
+  static bool IsOfParticles(const BaseNode& node) {
+    return IsA<ParticleConstraint_Attribute>(node) || IsA<ParticleConstraint_Property>(node);
+  }
+
+  /// Whether what a node asks its constraints about are particles.
+  bool AsksOfParticles(const BaseNode& holder) const {
+    if (IsA<ParticleCacher>(holder)) return true;
+    if (IsA<SurfaceReconstructor>(holder))
+      return Whole(holder, SurfaceReconstructor::kHostRow) == 0;
+    if (!IsA<ParticleToGridEmitter>(holder)) return false;
+    const BaseNode* source = Linked(holder, ParticleToGridEmitter::kSourceRow);
+    return source && source->Type() == ParticleGroup::kNodeType &&
+           Whole(holder, ParticleToGridEmitter::kConstraintModeRow) != 0;
+  }
+
+  /// What asks for particles and is asked about places.
+  void CheckHolder(const BaseNode& holder) {
+    const auto* list = Get<InExcludeData>(holder, common_row::kConstraints);
+    if (!list || AsksOfParticles(holder)) return;
+    for (const InExcludeData::Entry& entry : list->entries) {
+      const BaseNode* constraint = mScene.document->Find(entry.node);
+      if (constraint && IsOfParticles(*constraint))
+        Warn(holder,
+             fmt::format("'{}': {} looks at particles, and is asked here about places: it lets "
+                         "everything pass",
+                         NameOf(holder, common_row::kConstraints), Named(*constraint)),
+             common_row::kConstraints);
+    }
+  }
+
+  bool IsFixed(const BaseNode& node, i32 row) const { return !node.Tracks().contains(row); }
+
+  /// Ranges that come to the same number everywhere.
+  void CheckRange(const BaseNode& node) {
+    constexpr i32 low = Constraint::kOutputLowRow, high = Constraint::kOutputHighRow;
+    if (StaysZero(node, Constraint::kStrengthRow))
+      return Warn(
+          node, fmt::format("'{}' is 0: it lets nothing pass", NameOf(node, Constraint::kStrengthRow)),
+          Constraint::kStrengthRow);
+    const double out = Number(node, low);
+    if (IsFixed(node, low) && IsFixed(node, high) && out == Number(node, high))
+      return Warn(node,
+                  fmt::format("'{}' and '{}' are {:g} both: it is {:g} everywhere, whatever it "
+                              "measures",
+                              NameOf(node, low), NameOf(node, high), out,
+                              out * Number(node, Constraint::kStrengthRow)),
+                  high);
+    constexpr i32 from = Constraint::kInputLowRow, to = Constraint::kInputHighRow;
+    if (IsFixed(node, from) && IsFixed(node, to) && Number(node, from) == Number(node, to))
+      Warn(node,
+           fmt::format("'{}' and '{}' are {:g} both: it comes to the same everywhere, whatever it "
+                       "measures",
+                       NameOf(node, from), NameOf(node, to), Number(node, from)),
+           to);
+  }
+
+  void CheckRamp(const BaseNode& node) {
+    const auto* gradient = Get<Gradient>(node, GradientConstraint::kGradientRow);
+    if (!gradient || gradient->knots.empty())
+      WarnOfSleep(node, fmt::format("it has no '{}', and lets everything pass",
+                                    NameOf(node, GradientConstraint::kGradientRow)));
+  }
+
+  /// Patches that cells can't show.
+  void CheckPatches(const BaseNode& node, const BaseNode& server) {
+    constexpr i32 row = NoiseConstraint::kScaleRow;
+    const double cell = Number(server, server_row::kCellSize) *
+                        Number(server, server_row::kHostUnits) /
+                        Number(server, server_row::kSimulationUnits);
+    if (StaysAtMost(node, row, 0))
+      WarnOfSleep(node,
+                  fmt::format("'{}' isn't above 0: it lets everything pass", NameOf(node, row)), row);
+    else if (cell > 0 && StaysAtMost(node, row, cell))
+      Note(node,
+           fmt::format("'{}' is {:g}, and a cell is {:g} long: its patches are finer than what is "
+                       "simulated",
+                       NameOf(node, row), Number(node, row), cell),
+           row);
+  }
+};
+
+}  // namespace
+
+void AddConstraintHints(const LoadedScene& scene, const ScenePlaces& places,
+                        Diagnostics& diagnostics) {
+  ConstraintHints hints(scene, places, diagnostics);
+  for (const BaseNode* server : scene.servers) hints.LookAt(*server);
+}
+
+}  // namespace MELDO_GLOBAL::app
