@@ -77,7 +77,8 @@ class ConstraintHints : public HintBase {
     constexpr i32 low = Constraint::kOutputLowRow, high = Constraint::kOutputHighRow;
     if (StaysZero(node, Constraint::kStrengthRow))
       return Warn(
-          node, fmt::format("'{}' is 0: it lets nothing pass", NameOf(node, Constraint::kStrengthRow)),
+          node,
+          fmt::format("'{}' is 0: it lets nothing pass", NameOf(node, Constraint::kStrengthRow)),
           Constraint::kStrengthRow);
     const double out = Number(node, low);
     if (IsFixed(node, low) && IsFixed(node, high) && out == Number(node, high))
@@ -110,8 +111,8 @@ class ConstraintHints : public HintBase {
                         Number(server, server_row::kHostUnits) /
                         Number(server, server_row::kSimulationUnits);
     if (StaysAtMost(node, row, 0))
-      WarnOfSleep(node,
-                  fmt::format("'{}' isn't above 0: it lets everything pass", NameOf(node, row)), row);
+      WarnOfSleep(
+          node, fmt::format("'{}' isn't above 0: it lets everything pass", NameOf(node, row)), row);
     else if (cell > 0 && StaysAtMost(node, row, cell))
       Note(node,
            fmt::format("'{}' is {:g}, and a cell is {:g} long: its patches are finer than what is "

@@ -45,8 +45,9 @@ const NodeKind& ChannelAverageConstraint::Kind() {
       .list = kListAuxiliary,
       .categories = kCategoryConstraint,
       .menu = {"Constraints"},
-      .purpose = "lets others work by how much of a field there is on average: a source that stops "
-                 "when the room is full of smoke",
+      .purpose =
+          "lets others work by how much of a field there is on average: a source that stops "
+          "when the room is full of smoke",
       .example = example::Limited(
           R"({ "type": "constraint_gridaverage", "name": "where", "parameters": { "channel": "smoke", "minimum": 0.1, "invert": true } })"),
       .rows = Parameters,
@@ -85,7 +86,7 @@ bool ChannelAverageConstraint::Open() {
     const double mean = cells.sum / static_cast<double>(cells.count);
     mAverage = mean < mMinimum ? 0.0 : mean;
   }
-  mShare = ValueRange(grid->mRangeMin, grid->mRangeMax).ShareOf(mAverage);
+  mShare = FieldShare(grid->mRangeMin, grid->mRangeMax).ShareOf(mAverage);
   return true;
 }
 

@@ -1,14 +1,14 @@
 // The average of a field.
 #pragma once
+#include "fluids/constraints/field_share.h"
 #include "fluids/fields/channel.h"
-#include "fluids/constraints/value_range.h"
 #include "framework/constraint.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Weighs all points alike, by the mean value of the cells of a field that are above 0, as a share of
-/// its range: what the field as a whole comes to switches the holder on and off. While no cell is
-/// above 0 the last mean stands.
+/// Weighs all points alike, by the mean value of the cells of a field that are above 0, as a share
+/// of its range: what the field as a whole comes to switches the holder on and off. While no cell
+/// is above 0 the last mean stands.
 class ChannelAverageConstraint : public MeasuredConstraint<ChannelAverageConstraint> {
  public:
   using MeasuredConstraint::MeasuredConstraint;

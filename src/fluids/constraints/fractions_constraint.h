@@ -5,8 +5,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Measures the open fraction of a solver's cells at a point: 1 in the open, 0 in solids, in between
-/// at their surfaces.
+/// Measures the open fraction of a solver's cells at a point: 1 in the open, 0 in solids, in
+/// between at their surfaces.
 class FractionsConstraint : public MeasuredConstraint<FractionsConstraint> {
  public:
   using MeasuredConstraint::MeasuredConstraint;

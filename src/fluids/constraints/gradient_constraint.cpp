@@ -19,7 +19,8 @@ const NodeKind& GradientConstraint::Kind() {
       .list = kListAuxiliary,
       .categories = kCategoryConstraint,
       .menu = {"Constraints"},
-      .purpose = "lets others work along a ramp in space: upwards from the floor, or round a middle",
+      .purpose =
+          "lets others work along a ramp in space: upwards from the floor, or round a middle",
       .example = example::Limited(
           R"({ "type": "constraint_gradient", "name": "where", "position": [0, 20, 0], "parameters": { "mode": "y", "length": 80, "gradient": [[0, [1, 1, 1]], [1, [0, 0, 0]]] } })"),
       .rows = Parameters,
@@ -38,8 +39,9 @@ const ParameterTable& GradientConstraint::Parameters() {
               "along which axis of the object the ramp runs, to both sides, or by the distance")
           .Choices({{kAxisX, "x"}, {kAxisY, "y"}, {kAxisZ, "z"}, {kDistance, "distance"}})
           .To(&GradientConstraint::mMode),
-      LinkRow(1002, "object", "where the ramp begins and how it is turned; the node itself without "
-                              "one",
+      LinkRow(1002, "object",
+              "where the ramp begins and how it is turned; the node itself without "
+              "one",
               {kMeshObject, kSplineObject, kPointsObject, kLightObject, kCameraObject})
           .To(&GradientConstraint::mObject),
       RealRow(1003, "length", 100, "host", "how far away from the middle the ramp ends")

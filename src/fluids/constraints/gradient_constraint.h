@@ -32,8 +32,8 @@ class GradientConstraint : public MeasuredConstraint<GradientConstraint> {
   bool mSquared = false;
 
   // For one run of a stage.
-  Matrix mToObject;      ///< from simulation space to the axes of the object
-  double mReach = 1;     ///< simulation units, or their square
+  Matrix mToObject;   ///< from simulation space to the axes of the object
+  double mReach = 1;  ///< simulation units, or their square
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -17,8 +17,9 @@ const NodeKind& GridValueConstraint::Kind() {
       .list = kListAuxiliary,
       .categories = kCategoryConstraint,
       .menu = {"Constraints"},
-      .purpose = "lets others work where a field has certain values: only where it is hot, only in "
-                 "thin smoke, only where it is fast",
+      .purpose =
+          "lets others work where a field has certain values: only where it is hot, only in "
+          "thin smoke, only where it is fast",
       .example = example::Limited(
           R"({ "type": "constraint_gridvalue", "name": "where", "parameters": { "channel": "smoke", "low": 0, "high": 0.4 } })"),
       .rows = Parameters,

@@ -1,6 +1,6 @@
 // The value of a field at a point.
 #pragma once
-#include "fluids/constraints/value_range.h"
+#include "fluids/constraints/field_share.h"
 #include "fluids/emission/channel_pair.h"
 #include "framework/constraint.h"
 
@@ -36,7 +36,7 @@ class GridValueConstraint : public MeasuredConstraint<GridValueConstraint> {
 
   // For one run of a stage.
   const EGrid<double>* mGrids[3] = {};
-  ValueRange mRange;
+  FieldShare mRange;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -24,8 +24,9 @@ const NodeKind& NoiseConstraint::Kind() {
       .list = kListAuxiliary,
       .categories = kCategoryConstraint,
       .menu = {"Constraints"},
-      .purpose = "lets others work unevenly, by a pattern that may move: patchy sources, ragged "
-                 "edges, gusts",
+      .purpose =
+          "lets others work unevenly, by a pattern that may move: patchy sources, ragged "
+          "edges, gusts",
       .example = example::Limited(
           R"({ "type": "constraint_noise", "name": "where", "parameters": { "scale": 30, "contrast": 3, "speed": 0.5 } })"),
       .rows = Parameters,

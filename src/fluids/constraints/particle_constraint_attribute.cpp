@@ -18,15 +18,17 @@ const NodeKind& ParticleConstraint_Attribute::Kind() {
       .list = kListAuxiliary,
       .categories = kCategoryConstraint,
       .menu = {"Constraints"},
-      .purpose = "lets others work on particles that have hit something, that fly, that are newly "
-                 "born and the like",
-      .example = {{example::kBall},
-                  {example::kBallMesh, R"({ "type": "particlegroup", "name": "dust" })",
-                   R"({ "type": "particlemesh_emission_setting", "name": "dusting" })",
-                   R"({ "type": "particlemeshemitter", "name": "duster", "parameters": { "source": "ball mesh", "group": "dust", "settings": "dusting", "kind": "passive" } })",
-                   R"({ "type": "constraint_particle_collision", "name": "born", "parameters": { "flag": "newborn", "invert": true } })",
-                   R"({ "type": "surface_reconstruction", "name": "shell", "parameters": { "source": "dust", "kind": "passive", "filter": true, "constraints": ["born"] } })",
-                   R"({ "type": "mesher", "name": "skin", "parameters": { "source": "shell" } })"}},
+      .purpose =
+          "lets others work on particles that have hit something, that fly, that are newly "
+          "born and the like",
+      .example =
+          {{example::kBall},
+           {example::kBallMesh, R"({ "type": "particlegroup", "name": "dust" })",
+            R"({ "type": "particlemesh_emission_setting", "name": "dusting" })",
+            R"({ "type": "particlemeshemitter", "name": "duster", "parameters": { "source": "ball mesh", "group": "dust", "settings": "dusting", "kind": "passive" } })",
+            R"({ "type": "constraint_particle_collision", "name": "born", "parameters": { "flag": "newborn", "invert": true } })",
+            R"({ "type": "surface_reconstruction", "name": "shell", "parameters": { "source": "dust", "kind": "passive", "filter": true, "constraints": ["born"] } })",
+            R"({ "type": "mesher", "name": "skin", "parameters": { "source": "shell" } })"}},
       .rows = Parameters,
       .make = MakeNode<ParticleConstraint_Attribute>,
   };

@@ -28,16 +28,18 @@ const NodeKind& ParticleConstraint_Property::Kind() {
       .list = kListAuxiliary,
       .categories = kCategoryConstraint,
       .menu = {"Constraints"},
-      .purpose = "lets others work on particles by a property of theirs: old ones, hot ones, fast "
-                 "ones",
-      .example = {{example::kBall},
-                  {example::kBallMesh, R"({ "type": "particlegroup", "name": "dust" })",
-                   R"({ "type": "property_scalar", "name": "age", "parameters": { "property": "age", "value": 20 } })",
-                   R"({ "type": "particlemesh_emission_setting", "name": "dusting" })",
-                   R"({ "type": "particlemeshemitter", "name": "duster", "parameters": { "source": "ball mesh", "group": "dust", "settings": "dusting", "kind": "passive", "properties": ["age"] } })",
-                   R"({ "type": "constraint_particle_property", "name": "young", "parameters": { "property": "age", "high": 0.5, "invert": true } })",
-                   R"({ "type": "surface_reconstruction", "name": "shell", "parameters": { "source": "dust", "kind": "passive", "filter": true, "constraints": ["young"] } })",
-                   R"({ "type": "mesher", "name": "skin", "parameters": { "source": "shell" } })"}},
+      .purpose =
+          "lets others work on particles by a property of theirs: old ones, hot ones, fast "
+          "ones",
+      .example =
+          {{example::kBall},
+           {example::kBallMesh, R"({ "type": "particlegroup", "name": "dust" })",
+            R"({ "type": "property_scalar", "name": "age", "parameters": { "property": "age", "value": 20 } })",
+            R"({ "type": "particlemesh_emission_setting", "name": "dusting" })",
+            R"({ "type": "particlemeshemitter", "name": "duster", "parameters": { "source": "ball mesh", "group": "dust", "settings": "dusting", "kind": "passive", "properties": ["age"] } })",
+            R"({ "type": "constraint_particle_property", "name": "young", "parameters": { "property": "age", "high": 0.5, "invert": true } })",
+            R"({ "type": "surface_reconstruction", "name": "shell", "parameters": { "source": "dust", "kind": "passive", "filter": true, "constraints": ["young"] } })",
+            R"({ "type": "mesher", "name": "skin", "parameters": { "source": "shell" } })"}},
       .rows = Parameters,
       .make = MakeNode<ParticleConstraint_Property>,
   };
@@ -90,7 +92,8 @@ double ParticleConstraint_Property::Measure(const Vec3d&, const ConstraintUse& u
   switch (mCase) {
     case Case::Age: {
       const double left = ValueOf<double>(use, mKey, 1.0);
-      return 1 - std::min(left / ValueOf<double>(use, PropertyKey(property_id::kLifeSpan), 1.0), 1.0);
+      return 1 -
+             std::min(left / ValueOf<double>(use, PropertyKey(property_id::kLifeSpan), 1.0), 1.0);
     }
     case Case::Scalar: return ValueOf<double>(use, mKey, 1.0);
     case Case::Vector: {

@@ -5,8 +5,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Measures a property of a particle: a number, the length of a vector, or whether a switch stands as
-/// wanted; of ages the part of its life that a particle has behind it. Mere places pass.
+/// Measures a property of a particle: a number, the length of a vector, or whether a switch stands
+/// as wanted; of ages the part of its life that a particle has behind it. Mere places pass.
 class ParticleConstraint_Property : public MeasuredConstraint<ParticleConstraint_Property> {
  public:
   using MeasuredConstraint::MeasuredConstraint;

@@ -5,8 +5,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Measures how many particles of a kind lie about a point, from 0 for the fewest that count to 1 for
-/// the most.
+/// Measures how many particles of a kind lie about a point, from 0 for the fewest that count to 1
+/// for the most.
 class ParticleCountConstraint : public MeasuredConstraint<ParticleCountConstraint> {
  public:
   using MeasuredConstraint::MeasuredConstraint;

@@ -5,8 +5,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Measures the distance of a point from the nearest particle of a kind, as a share of a radius; more
-/// than 1 where none is nearer than that.
+/// Measures the distance of a point from the nearest particle of a kind, as a share of a radius;
+/// more than 1 where none is nearer than that.
 class ParticleDistanceConstraint : public MeasuredConstraint<ParticleDistanceConstraint> {
  public:
   using MeasuredConstraint::MeasuredConstraint;

@@ -20,7 +20,8 @@ const NodeKind& QuadricsConstraint::Kind() {
       .list = kListAuxiliary,
       .categories = kCategoryConstraint,
       .menu = {"Constraints"},
-      .purpose = "lets others work in a ball, box, ring or cylinder, fading from its middle outwards",
+      .purpose =
+          "lets others work in a ball, box, ring or cylinder, fading from its middle outwards",
       .example = example::Limited(
           R"({ "type": "constraint_quadratic", "name": "where", "position": [0, 90, 0], "parameters": { "shape": "ball", "radius": 40 } })"),
       .rows = Parameters,
@@ -40,9 +41,10 @@ const ParameterTable& QuadricsConstraint::Parameters() {
                     {kTorus, "torus"},
                     {kCylinder, "cylinder"}})
           .To(&QuadricsConstraint::mShape),
-      VectorRow(1001, "radii", {50, 20, 50}, "host",
-                "half of its size along each axis; of a torus, which lies about y, the first is its "
-                "radius and the second that of its tube")
+      VectorRow(
+          1001, "radii", {50, 20, 50}, "host",
+          "half of its size along each axis; of a torus, which lies about y, the first is its "
+          "radius and the second that of its tube")
           .OnlyWith(kShapeRow, {kEllipsoid, kBox, kTorus, kCylinder})
           .To(&QuadricsConstraint::mRadii),
       RealRow(1002, "radius", 20, "host", "how far the ball reaches")

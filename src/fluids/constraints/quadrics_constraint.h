@@ -5,8 +5,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Measures from 1 in the middle of a simple shape to 0 at its surface, in the place of the node and
-/// turned and scaled with it. Of a ball it goes on below 0 outside.
+/// Measures from 1 in the middle of a simple shape to 0 at its surface, in the place of the node
+/// and turned and scaled with it. Of a ball it goes on below 0 outside.
 class QuadricsConstraint : public MeasuredConstraint<QuadricsConstraint> {
  public:
   using MeasuredConstraint::MeasuredConstraint;
@@ -27,7 +27,7 @@ class QuadricsConstraint : public MeasuredConstraint<QuadricsConstraint> {
   double mRadius = 20;       ///< of a ball, host units
 
   // For one run of a stage.
-  Matrix mToNode;  ///< from simulation space to the axes of the node, in host units
+  Matrix mToNode;    ///< from simulation space to the axes of the node, in host units
   Vec3d mInverse{};  ///< 1 / radii
 };
 

@@ -58,8 +58,7 @@ std::optional<double> RotationConstraint::Measure(const Vec3d& position,
                                                   const ConstraintUse&) const {
   if (!mVelocity.Holds(position)) return std::nullopt;
   const auto slope = [&](i32 i, i32 a) { return mVelocity.Slope(position, i, a); };
-  const Vec3d curl{slope(2, 1) - slope(1, 2), slope(0, 2) - slope(2, 0),
-                   slope(1, 0) - slope(0, 1)};
+  const Vec3d curl{slope(2, 1) - slope(1, 2), slope(0, 2) - slope(2, 0), slope(1, 0) - slope(0, 1)};
   const double m =
       mMode == kHelicity ? Dot(curl, mVelocity.At(position)) : std::sqrt(Dot(curl, curl));
   return mAbsolute ? std::abs(m) : m;

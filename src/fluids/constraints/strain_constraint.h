@@ -5,8 +5,9 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Measures the rate of strain of a velocity at a point, times h^2 / dt with the size h of a cell and
-/// the length dt of the step, in m^2 / s^2; 0 outside of the field and above the surface of a liquid.
+/// Measures the rate of strain of a velocity at a point, times h^2 / dt with the size h of a cell
+/// and the length dt of the step, in m^2 / s^2; 0 outside of the field and above the surface of a
+/// liquid.
 class StrainConstraint : public MeasuredConstraint<StrainConstraint> {
  public:
   using MeasuredConstraint::MeasuredConstraint;

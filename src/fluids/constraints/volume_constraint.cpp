@@ -20,14 +20,15 @@ const NodeKind& VolumeConstraint::Kind() {
       .categories = kCategoryConstraint,
       .menu = {"Constraints"},
       .purpose = "lets others work inside of a shape or of a liquid, or, turned round, outside",
-      .example = {{example::kBall,
-                   R"({ "name": "box", "type": "box", "size": [40, 200, 200], "position": [0, 60, 0] })"},
-                  {example::kSmoke, example::kBallMesh, example::kBallVolume, example::kRate,
-                   example::kPair,
-                   R"({ "type": "mesh", "name": "box mesh", "parameters": { "object": "box" } })",
-                   R"({ "type": "volume", "name": "slice", "parameters": { "mesh": "box mesh" } })",
-                   R"({ "type": "constraint_volume", "name": "where", "parameters": { "volume": "slice" } })",
-                   example::kLimitedEmitter}},
+      .example =
+          {{example::kBall,
+            R"({ "name": "box", "type": "box", "size": [40, 200, 200], "position": [0, 60, 0] })"},
+           {example::kSmoke, example::kBallMesh, example::kBallVolume, example::kRate,
+            example::kPair,
+            R"({ "type": "mesh", "name": "box mesh", "parameters": { "object": "box" } })",
+            R"({ "type": "volume", "name": "slice", "parameters": { "mesh": "box mesh" } })",
+            R"({ "type": "constraint_volume", "name": "where", "parameters": { "volume": "slice" } })",
+            example::kLimitedEmitter}},
       .rows = Parameters,
       .make = MakeNode<VolumeConstraint>,
   };
@@ -43,8 +44,9 @@ const ParameterTable& VolumeConstraint::Parameters() {
           .To(&VolumeConstraint::mVolume)
           .To(&VolumeConstraint::mSolver)
           .Required(),
-      BoolRow(1001, "use_depth", false,
-              "measures how deep inside of a shape, from 0 at its surface to 1 at its deepest place")
+      BoolRow(
+          1001, "use_depth", false,
+          "measures how deep inside of a shape, from 0 at its surface to 1 at its deepest place")
           .To(&VolumeConstraint::mUsesDepth),
       CurveRow(1002, "depth_curve", "kept with the node; nothing reads it").Kept(),
       RealRow(1004, "offset", 0.0, "cells",
@@ -83,8 +85,7 @@ double VolumeConstraint::Measure(const Vec3d& position, const ConstraintUse&) co
   if (mSurface)
     return SampleLinear(*mSurface, mSurface->ToSamples(position)) - mOffset < 0 ? 1.0 : 0.0;
   for (const VolumeBase* member : mMembers)
-    if (Holds(*member, position))
-      return mUsesDepth ? member->DepthWorld(position) : 1.0;
+    if (Holds(*member, position)) return mUsesDepth ? member->DepthWorld(position) : 1.0;
   return 0;
 }
 

@@ -36,14 +36,16 @@ const NodeKind& VoxelDistanceConstraint::Kind() {
       .list = kListAuxiliary,
       .categories = kCategoryConstraint,
       .menu = {"Constraints"},
-      .purpose = "lets others work far from an object, or, turned round, near it: its middle, its "
-                 "points, or a spline",
-      .example = {{example::kBall,
-                   R"({ "name": "rod", "type": "spline", "points": [[-60, 60, 0], [60, 60, 0]] })"},
-                  {example::kSmoke, example::kBallMesh, example::kBallVolume, example::kRate,
-                   example::kPair,
-                   R"({ "type": "constraint_voxeldistance", "name": "where", "parameters": { "object": "rod", "range": 25, "invert": true } })",
-                   example::kLimitedEmitter}},
+      .purpose =
+          "lets others work far from an object, or, turned round, near it: its middle, its "
+          "points, or a spline",
+      .example =
+          {{example::kBall,
+            R"({ "name": "rod", "type": "spline", "points": [[-60, 60, 0], [60, 60, 0]] })"},
+           {example::kSmoke, example::kBallMesh, example::kBallVolume, example::kRate,
+            example::kPair,
+            R"({ "type": "constraint_voxeldistance", "name": "where", "parameters": { "object": "rod", "range": 25, "invert": true } })",
+            example::kLimitedEmitter}},
       .rows = Parameters,
       .make = MakeNode<VoxelDistanceConstraint>,
   };
@@ -52,9 +54,9 @@ const NodeKind& VoxelDistanceConstraint::Kind() {
 
 const ParameterTable& VoxelDistanceConstraint::Parameters() {
   static const ParameterTable table = WithRange({
-      LinkRow(1000, "object", "what the distance is measured from: an object, or a mesh of one",
-              {kMeshObject, kSplineObject, kPointsObject, kLightObject, kCameraObject,
-               Mesh::Kind().id})
+      LinkRow(
+          1000, "object", "what the distance is measured from: an object, or a mesh of one",
+          {kMeshObject, kSplineObject, kPointsObject, kLightObject, kCameraObject, Mesh::Kind().id})
           .To(&VoxelDistanceConstraint::mObject)
           .To(&VoxelDistanceConstraint::mNamedMesh)
           .Required(),
@@ -150,7 +152,8 @@ double VoxelDistanceConstraint::DistanceToLine(const Vec3d& p, i32 nearest) cons
   double least = std::numeric_limits<double>::max();
   for (const i32 first : {nearest - 1, nearest}) {
     if (!mIsClosed && (first < 0 || first + 1 >= n)) continue;
-    least = std::min(least, DistanceToSegment(p, mPoints[(first + n) % n], mPoints[(first + 1) % n]));
+    least =
+        std::min(least, DistanceToSegment(p, mPoints[(first + n) % n], mPoints[(first + 1) % n]));
   }
   return least;
 }

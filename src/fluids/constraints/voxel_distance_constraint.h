@@ -1,15 +1,15 @@
 // The distance to an object.
 #pragma once
 #include <vector>
-#include 
+
 #include "fluids/mesh/mesh.h"
 #include "fluids/particles/point_tree.h"
 #include "framework/constraint.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Measures the distance of a point from an object, as a share of a range: from its middle, from the
-/// nearest of its points, or from the line of a spline.
+/// Measures the distance of a point from an object, as a share of a range: from its middle, from
+/// the nearest of its points, or from the line of a spline.
 class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstraint> {
  public:
   using MeasuredConstraint::MeasuredConstraint;
@@ -41,12 +41,12 @@ class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstrain
   i32 mSplineMode = kSplineLine;
 
   // For one run of a stage.
-  Vec3d mMiddle{};              ///< simulation units
-  std::vector<Vec3d> mPoints;   ///< of which the tree is made
+  Vec3d mMiddle{};             ///< simulation units
+  std::vector<Vec3d> mPoints;  ///< of which the tree is made
   PointTree mTree;
   bool mIsLine = false;
   bool mIsClosed = false;
-  double mInverseRange = 1;     ///< 1 / simulation units
+  double mInverseRange = 1;  ///< 1 / simulation units
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -92,10 +92,12 @@ void Grid_CellEmitter::CheckDirty() {
 
 void Grid_CellEmitter::Prepare() {
   iObject* channel = Channel();
-  if (!channel || !channel->Has(FLAG_ENABLED)) return void(Deactivate("it has no channel; name one under 'channel'"));
+  if (!channel || !channel->Has(FLAG_ENABLED))
+    return void(Deactivate("it has no channel; name one under 'channel'"));
   if (channel->Has(FLAG_CACHED)) return void(Deactivate(kPlayedReason));
   if (!Grid(0)) return void(Deactivate("its channel has no grid"));
-  if (mOperators.empty()) return void(Deactivate("it has no operators; name some under 'operators'"));
+  if (mOperators.empty())
+    return void(Deactivate("it has no operators; name some under 'operators'"));
   mConstraints.Prepare(this);
   for (ChannelOperator* op : mOperators) {
     if (!op->Has(FLAG_ENABLED)) continue;
@@ -147,8 +149,9 @@ void Grid_CellEmitter::EvaluateRow(i32 y, i32 z, const EvaluationThreadData& dat
     cell.cellIndex = cell.cellIndices[0];
     if (++count == kRun) flush();
   };
-  mConstraints.ForEachWeighed({1, layout.dims.x - 1, this, static_cast<u32>(data.index)}, place,
-                              [](i32) { return 1.0; }, take);
+  mConstraints.ForEachWeighed(
+      {1, layout.dims.x - 1, this, static_cast<u32>(data.index)}, place, [](i32) { return 1.0; },
+      take);
   if (count > 0) flush();
 }
 

@@ -293,8 +293,8 @@ void ObjectGridEmitter::NoteSolid(const Vec3d& p) const {
   }
 }
 
-double ObjectGridEmitter::WithFalloff(double weight, const Target& target,
-                                      const VolumeBase& volume, const Vec3d& p) const {
+double ObjectGridEmitter::WithFalloff(double weight, const Target& target, const VolumeBase& volume,
+                                      const Vec3d& p) const {
   const GridEmissionSettings& settings = *target.settings;
   switch (settings.mFalloff) {
     case GridEmissionSettings::kNoFalloff: return weight * target.duration;

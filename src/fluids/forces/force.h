@@ -174,8 +174,8 @@ class ForceOf : public Force {
       ThisLaw().Push(sample, s);
       Store(sample, row, x);
     };
-    mConstraints.ForEachWeighed({0, row.count, this, row.worker},
-                                [&](i32 x) { return row.PositionOf(x); }, start, push);
+    mConstraints.ForEachWeighed(
+        {0, row.count, this, row.worker}, [&](i32 x) { return row.PositionOf(x); }, start, push);
   }
   const Law& ThisLaw() const { return static_cast<const Law&>(*this); }
 };

@@ -77,8 +77,8 @@ bool ChannelOperator_Math::Open() {
                                                   : nullptr;
     hasAll = hasAll && grid && grid->mData;
     mRight[a] = grid;
-    mIsAligned[a] = grid && grid->Dims() == mGrids[a]->Dims() &&
-                    grid->mKind == mGrids[a]->mKind && grid->mLayout.Equals(mGrids[a]->mLayout);
+    mIsAligned[a] = grid && grid->Dims() == mGrids[a]->Dims() && grid->mKind == mGrids[a]->mKind &&
+                    grid->mLayout.Equals(mGrids[a]->mLayout);
   }
   if (!hasAll) mRight = {};
   mIsRightStaggered = mOperand.vector && mOperand.vector->GetTypeId() == kTypeVelocityChannel;

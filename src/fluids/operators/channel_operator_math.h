@@ -5,8 +5,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Puts t o r in the place of each value t of a channel, with an operation o. The right operand r is
-/// the weight of the cell times what another field has there, or times a number.
+/// Puts t o r in the place of each value t of a channel, with an operation o. The right operand r
+/// is the weight of the cell times what another field has there, or times a number.
 class ChannelOperator_Math : public ChannelOperator {
  public:
   static constexpr i32 kTypeId = 114;

@@ -6,8 +6,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Replaces a scalar v of a grid with the range [min, max] by min + (max - min) r((v - min) / (max -
-/// min)), where r is the first component of the ramp, and each component of a vector by that
+/// Replaces a scalar v of a grid with the range [min, max] by min + (max - min) r((v - min) / (max
+/// - min)), where r is the first component of the ramp, and each component of a vector by that
 /// component of the ramp at it. The ramp is the gradient of the node, or one that the owner gives.
 ///
 /// Who preprocesses a grid for rendering makes one of its own.

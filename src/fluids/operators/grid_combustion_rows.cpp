@@ -46,7 +46,8 @@ GridCombustion::Found GridCombustion::BurnRow(const Row& row) const {
     if (row.smoke) row.smoke[x] += burnt * mSmokeStep;
     if (row.expansion) row.expansion[x] += burnt * mExpansionStep;
   };
-  ForEachAllowed(row, [&](i32 x) { return IsHot(row, x, found); }, burn);
+  ForEachAllowed(
+      row, [&](i32 x) { return IsHot(row, x, found); }, burn);
   return found;
 }
 
@@ -64,7 +65,8 @@ GridCombustion::Found GridCombustion::BurnRowWithOxygen(const Row& row) const {
     row.temperature[x] += burnt * mHeat;
     if (row.expansion) row.expansion[x] += burnt * mExpansionStep;
   };
-  ForEachAllowed(row, [&](i32 x) { return IsHot(row, x, found); }, burn);
+  ForEachAllowed(
+      row, [&](i32 x) { return IsHot(row, x, found); }, burn);
   return found;
 }
 

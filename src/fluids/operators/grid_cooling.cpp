@@ -182,9 +182,7 @@ void GridCooling::Evaluate(const EvaluationThreadData& data) {
 
 void GridCooling::CoolConstrained(double* t, const double* burns, const CellBox& row,
                                   u32 worker) const {
-  const auto place = [&](i32 i) {
-    return mT->PositionOf(row.min.x + i, row.min.y, row.min.z);
-  };
+  const auto place = [&](i32 i) { return mT->PositionOf(row.min.x + i, row.min.y, row.min.z); };
   const auto start = [&](i32 i) {
     if (burns[i] == 0 && t[i] > mColdest) return 1.0;
     t[i] = std::max(t[i], mColdest);

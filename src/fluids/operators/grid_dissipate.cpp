@@ -76,7 +76,8 @@ void GridDissipate::CheckDirty() {
 
 bool GridDissipate::GatherGrids() {
   const iBase* channel = mScalar ? static_cast<const iBase*>(mScalar) : mVector;
-  if (!channel || !channel->Has(FLAG_ENABLED)) return Deactivate("it has no channel; name one under 'channel'");
+  if (!channel || !channel->Has(FLAG_ENABLED))
+    return Deactivate("it has no channel; name one under 'channel'");
   for (i32 i = 0; i < 3; ++i) {
     mGrids[i] = mScalar ? mScalar->GetGrid(i) : mVector->GetGrid(i);
     if (mScalar && i > 0) break;

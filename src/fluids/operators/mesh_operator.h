@@ -37,9 +37,9 @@ class MeshOperator : public iObject {
   void ForEachVertex(const std::vector<Vec3d>& places, F&& f) const {
     ForEachShare(mScene->mThreadCount, mScene->mThread, [&](const EvaluationThreadData& share) {
       const IndexRange own = share.ItemsOf(0, mRecord->GetVertexCount());
-      mConstraints.ForEachWeighed({own.first, own.last, this, static_cast<u32>(share.index)},
-                                  [&](i32 v) { return places[v]; }, [&](i32) { return mWeight; },
-                                  f);
+      mConstraints.ForEachWeighed(
+          {own.first, own.last, this, static_cast<u32>(share.index)},
+          [&](i32 v) { return places[v]; }, [&](i32) { return mWeight; }, f);
     });
   }
 

@@ -41,8 +41,7 @@ class RenderGridPreprocessor : public MELDO_SULVA::iObject {
   /// Filters some cells, at most a run.
   virtual void Filter(std::span<const MELDO_SULVA::CellRecord> cells, i32 worker);
   /// Multiplies a value for each cell by the filters there.
-  void AskFilters(std::span<const MELDO_SULVA::CellRecord> cells, double* values,
-                  i32 worker) const;
+  void AskFilters(std::span<const MELDO_SULVA::CellRecord> cells, double* values, i32 worker) const;
 
   std::vector<std::unique_ptr<MELDO_SULVA::ChannelOperator>> mOperators;
   const iBase* mOwner = nullptr;

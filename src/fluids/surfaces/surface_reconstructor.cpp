@@ -186,8 +186,8 @@ void SurfaceReconstructor::Filter(std::vector<Vec3d>& places) {
     if (weight > 0) store.Flags()[row] |= PF_MARK;
   };
   mConstraints.Prepare(this);
-  mConstraints.ForEachWeighed({0, store.Count(), this, 0, &store},
-                              [&](i32 row) { return places[row]; }, start, mark);
+  mConstraints.ForEachWeighed(
+      {0, store.Count(), this, 0, &store}, [&](i32 row) { return places[row]; }, start, mark);
   mConstraints.Finish(this);
   for (i32 row = 0; row < store.Count(); ++row)
     if (IsFinite(places[row]) && !(store.Flags()[row] & PF_MARK)) places[row].x = kNowhere;

@@ -159,7 +159,9 @@ TEST(ConstraintList, AsksInRunsForThoseThatAreLeft) {
     const auto place = [](i32 i) { return Vec3d{i % 5 == 0 ? -1.0 : 0.5, 0, 0}; };
     list.ForEachWeighed(
         {3, 200, nullptr, 0}, place, [](i32 i) { return i % 3 == 0 ? 0.0 : double(i); },
-        [&](i32 i, double w) { taken.push_back({i, w}); });
+        [&](i32 i, double w) {
+          taken.push_back({i, w});
+        });
     for (i32 i = 3; i < 200; ++i)
       if (i % 3 != 0 && (isEmpty || i % 5 != 0)) wanted.push_back({i, isEmpty ? i : 0.5 * i});
     EXPECT_EQ(taken, wanted);

@@ -5,6 +5,8 @@
 
 #include "fluids/test_scene.h"
 #include "framework/constraint.h"
+#include "grids/egrid.h"
+#include "host/polygon_object.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 

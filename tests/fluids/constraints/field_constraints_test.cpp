@@ -112,7 +112,8 @@ TEST(FieldConstraints, TheAverageIsThatOfCellsAboveZeroAndStands) {
   g.Fill(0);
   EXPECT_EQ(Rig::At(Rig::Opened(c), {}), results[0]) << "the stage has begun: it stays";
   rig.scene->SetStage(kChannelsOperators);
-  EXPECT_EQ(Rig::At(Rig::Opened(c), {}), results[0]) << "without a cell above 0 the last one stands";
+  EXPECT_EQ(Rig::At(Rig::Opened(c), {}), results[0])
+      << "without a cell above 0 the last one stands";
   MemoryArchive archive;
   c.Persist(archive);
   archive.Rewind();
@@ -148,8 +149,8 @@ void CompareFlow(Constraint& strain, Constraint& rotation, const Linear& flow, d
   double shear = 0;
   for (i32 i = 0; i < 3; ++i)
     for (i32 j = 0; j < 3; ++j) shear += std::pow(e(i, j) - (i == j ? mean : 0), 2);
-  const double strains[9] = {mean,    std::sqrt(shear / 2), e(0, 0), e(1, 1), e(2, 2),
-                             e(0, 1), e(0, 2),              e(1, 2), 0};
+  const double strains[9] = {
+      mean, std::sqrt(shear / 2), e(0, 0), e(1, 1), e(2, 2), e(0, 1), e(0, 2), e(1, 2), 0};
   for (const bool absolute : {false, true})
     for (i32 mode = 0; mode < 8; ++mode) {
       ConstraintRig::Set(strain, 1003, mode);

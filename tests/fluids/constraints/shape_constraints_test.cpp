@@ -144,12 +144,14 @@ TEST(ShapeConstraints, NoiseIsScaledCutAndStretchedAboutItsNode) {
         i32 kept = 0;
         Rig::ForEachPoint(60, -2, 2, [&](const Vec3d& p) {
           const Vec3d q = (p * 100.0 - place) / (axes * 40.0);
-          double n = speed != 0 ? noise.Evaluate(type, q, 3 * speed, 3) : noise.Evaluate(type, q, 3);
+          double n =
+              speed != 0 ? noise.Evaluate(type, q, 3 * speed, 3) : noise.Evaluate(type, q, 3);
           const bool swings = type == NoiseType::Gradient || type == NoiseType::Fbm;
           if (swings) n = absolute ? std::abs(n) : (n + 1) / 2;
           const double s = std::min(std::max((n - 0.3) / 0.4, 0.0), 1.0);
           const double m = (std::min(s + 0.1, 1.0) - 0.5) * 1.5 + 0.5;
-          EXPECT_NEAR(Rig::At(c, p), n > 0 ? std::max(m, 0.0) : 0.0, 2e-4) << static_cast<i32>(type);
+          EXPECT_NEAR(Rig::At(c, p), n > 0 ? std::max(m, 0.0) : 0.0, 2e-4)
+              << static_cast<i32>(type);
           kept += m > 0;
         });
         EXPECT_GT(kept, 5);
@@ -273,7 +275,9 @@ TEST(ShapeConstraints, DistancesAreThoseOfMiddlePointsAndLine) {
       });
     }
   auto& cube = rig.document.Create<host::PolygonObject>(host::kMeshObject, "cube", nullptr);
-  cube.SetGeometry({.points = {{0, 0, 0}, {100, 0, 0}, {0, 100, 0}}});
+  host::Geometry corners;
+  corners.points = {{0, 0, 0}, {100, 0, 0}, {0, 100, 0}};
+  cube.SetGeometry(corners);
   Rig::Set(c, 1000, host::Link{cube.Id()});
   rig.Begin();
   Rig::Opened(c);

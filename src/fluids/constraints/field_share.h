@@ -5,11 +5,11 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// (v - low) / (high - low); v itself where the range has no length or no end.
-struct ValueRange {
+struct FieldShare {
   double low = 0, inverseSpan = 1;
 
-  ValueRange() = default;
-  ValueRange(double from, double to) {
+  FieldShare() = default;
+  FieldShare(double from, double to) {
     const double span = to - from;
     if (!(span > 0) || !std::isfinite(span) || !std::isfinite(1 / span)) return;
     low = from;
