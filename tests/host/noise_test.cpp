@@ -65,7 +65,44 @@ TEST(Noise, TypesKeepTheirRangeWhateverTheOctaves) {
       EXPECT_GT(m.deviation, 0.05);
     }
     EXPECT_GT(ridged.mean, turbulence.mean);
+    const Moments cells = of(NoiseType::Cells), voronoi = of(NoiseType::Voronoi);
+    for (const Moments& m : {cells, voronoi}) {
+      EXPECT_GE(m.low, 0);
+      EXPECT_LE(m.high, 1);
+      EXPECT_GT(m.deviation, 0.05);
+    }
+    EXPECT_NEAR(cells.mean, 0.5, 0.02);
   }
+}
+
+// A distance to points changes by as much as its place moves, and is 0 at some of them; cells are
+// flat, and end where two points are as near as each other.
+TEST(Noise, LoosePointsHaveDistancesAndCells) {
+  const Noise noise(21);
+  std::mt19937 random(4);
+  std::uniform_real_distribution<double> coordinate(-20, 20);
+  double least = 1;
+  i32 sameCell = 0, changes = 0;
+  for (int i = 0; i < 20000; ++i) {
+    const Vec3d p{coordinate(random), coordinate(random), coordinate(random)};
+    const Vec3d q = p + Vec3d{0.01, -0.02, 0.02};
+    const double d = noise.Evaluate(NoiseType::Voronoi, p, 1);
+    EXPECT_LE(std::abs(noise.Evaluate(NoiseType::Voronoi, q, 1) - d), 0.03 + 1e-9);
+    EXPECT_LE(std::abs(noise.Evaluate(NoiseType::Voronoi, q, 0.5, 1) -
+                       noise.Evaluate(NoiseType::Voronoi, p, 0.5, 1)),
+              0.03 + 1e-9);
+    least = std::min(least, d);
+    const bool isSame =
+        noise.Evaluate(NoiseType::Cells, p, 1) == noise.Evaluate(NoiseType::Cells, q, 1);
+    sameCell += isSame;
+    changes += !isSame;
+  }
+  EXPECT_LT(least, 0.06);
+  EXPECT_GT(sameCell, 18000);
+  EXPECT_GT(changes, 100);
+  for (const NoiseType type : {NoiseType::Cells, NoiseType::Voronoi})
+    EXPECT_NEAR(noise.Evaluate(type, {0.2, 0.4, 0.1}, 0.3, 2, 4),
+                noise.Evaluate(type, {0.2, 0.4, 0.1}, 8.3, 2, 4), 1e-12);
 }
 
 // The slope found from steps of two sizes agrees to second order everywhere, lattice planes too.
@@ -122,6 +159,9 @@ TEST(Noise, TakesAnyArgument) {
   EXPECT_TRUE(std::isfinite(noise.Evaluate(NoiseType::Ridged, {1, 2, 3}, 1e9, -5)));
   EXPECT_TRUE(std::isfinite(noise.Evaluate(NoiseType::Fbm, {-1e9, 2, 3}, 1000)));
   EXPECT_EQ(NoiseTypeOf(99), NoiseType::Fbm);
+  EXPECT_EQ(NoiseTypeOf(30), NoiseType::Turbulence);
+  for (const Choice& choice : NoiseChoices())
+    EXPECT_EQ(static_cast<i32>(NoiseTypeOf(choice.value)), choice.value);
 }
 
 }  // namespace

@@ -1,0 +1,72 @@
+// Notes and warnings of constraints that hold nothing back, or everything.
+#include <gmock/gmock.h>
+
+#include "cli/run_folder.h"
+#include "scene/scene_file.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace MELDO_GLOBAL::app {
+namespace {
+
+/// What is told of a source of smoke that a constraint limits, with other nodes beside it.
+std::vector<std::string> Told(const std::string& constraint, const std::string& others = "",
+                              const std::string& list = R"(["where"])") {
+  const std::string text =
+      R"({ "sulva": 1, "range": [0, 4],
+ "objects": [ { "name": "ball", "type": "sphere", "radius": 30, "segments": 16, "position": [0, 60, 0] } ],
+ "nodes": [ { "type": "server", "name": "scene", "parameters": { "cell_size": 0.1 }, "children": [
+  { "type": "channel_scalar", "name": "smoke" },
+  { "type": "mesh", "name": "skin", "parameters": { "object": "ball" } },
+  { "type": "volume", "name": "shape", "parameters": { "mesh": "skin" } },
+  { "type": "emission_setting", "name": "rate" },
+  { "type": "channelsettings", "name": "pair", "parameters": { "channel": "smoke", "settings": "rate" } },
+  { "type": "gridemitter", "name": "source", "parameters": { "volume": "shape", "channels": ["pair"], "constraints": )" +
+      list + R"( } },
+  { "type": "grid_advection", "name": "move", "parameters": { "target": "smoke", "solver": "gas" } }, { "type": "grid_advection", "name": "carry", "parameters": { "target": "gas", "solver": "gas" } },
+  )" + others +
+      R"({ "name": "where", )" + constraint + R"( },
+  { "type": "fluid", "name": "gas", "position": [-100, 0, -100], "parameters": { "box_size": [200, 200, 200], "forces": null } } ] } ] })";
+  const RunFolder folder("constraint_hints");
+  Diagnostics diagnostics;
+  LoadScene(folder.Write("s.json", text), diagnostics);
+  return diagnostics.Lines();
+}
+
+TEST(ConstraintHints, TellWhatHoldsNothingBackOrEverything) {
+  const std::string falloff = R"("type": "constraint_quadratic")";
+  EXPECT_THAT(Told(falloff), IsEmpty());
+  EXPECT_THAT(Told(falloff, "", "[]"),
+              ElementsAre(HasSubstr("no node that is switched on reads it")));
+  const std::pair<std::string, std::string> cases[] = {
+      {falloff + R"(, "parameters": { "strength": 0 })", "'strength' is 0: it lets nothing pass"},
+      {falloff + R"(, "parameters": { "output_low": 2, "output_high": 2, "strength": 0.5 })",
+       "'output_low' and 'output_high' are 2 both: it is 1 everywhere"},
+      {falloff + R"(, "parameters": { "input_low": 1 })",
+       "'input_low' and 'input_high' are 1 both: it comes to the same everywhere"},
+      {R"("type": "constraint_gradient")", "it has no 'gradient', and lets everything pass"},
+      {R"("type": "constraint_noise", "parameters": { "scale": 0 })", "lets everything pass"},
+      {R"("type": "constraint_noise", "parameters": { "scale": 4 })",
+       "'scale' is 4, and a cell is 10 long: its patches are finer than what is simulated"},
+      {R"("type": "constraint_gridvalue")", "it has no channel; name one under 'channel'"},
+      {R"("type": "constraint_particle_collision")",
+       "'constraints': constraint_particle_collision \"where\" looks at particles, and is asked "
+       "here about places"}};
+  for (const auto& [constraint, text] : cases)
+    EXPECT_THAT(Told(constraint), ElementsAre(HasSubstr(text))) << constraint;
+  // Keys bring another value, and a recording asks of particles.
+  EXPECT_THAT(Told(falloff + R"(, "parameters": { "strength": { "keys": [[0, 0], [3, 1]] } })"),
+              IsEmpty());
+  EXPECT_THAT(Told(R"("type": "constraint_particle_collision")",
+                   R"({ "type": "particlegroup", "name": "dust" },
+                      { "type": "cache_particle", "name": "recording", "parameters": { "mode": "record", "constraints": ["where"] } },)",
+                   "[]"),
+              Not(Contains(HasSubstr("looks at particles"))));
+}
+
+}  // namespace
+}  // namespace MELDO_GLOBAL::app
