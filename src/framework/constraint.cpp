@@ -50,11 +50,12 @@ void Constraint::ClearLinks() {
 }
 
 void Constraint::Prepare(const ConstraintUse& /*use*/) {
-  if (!mScene || mOpenedIn == mScene->mStageRuns) return;
+  if (!mScene) return;
+  const bool isNew = mOpenedIn != mScene->mStageRuns;
   mOpenedIn = mScene->mStageRuns;
-  const bool isOpen = Open();
-  SetFlag(FLAG_ACTIVE, isOpen);
-  if (isOpen) ++mRuns;
+  if (isNew) mIsOpen = Open();
+  SetFlag(FLAG_ACTIVE, mIsOpen && Fetch());
+  if (isNew && Has(FLAG_ACTIVE)) ++mRuns;
 }
 
 void Constraint::TestRow(const ConstraintRow& row, const ConstraintUse& use) {

@@ -58,7 +58,7 @@ class Constraint : public iBase {
   /// A state as it is at the start of a simulation.
   virtual std::unique_ptr<ConstraintState> MakeState() const { return nullptr; }
   /// Before any test of a holder, on the pipeline thread. The first holder in a run of a stage
-  /// opens it for all.
+  /// opens it for all; what it reads is fetched for each.
   virtual void Prepare(const ConstraintUse& use);
   virtual void Finish(const ConstraintUse& /*use*/) {}
   /// Multiplies `weight` at `position` (simulation units); false where nothing is left of it.
@@ -79,9 +79,11 @@ class Constraint : public iBase {
                        kCurveRow = 1113;
 
  protected:
-  /// Gathers what tests read and no holder changes. False, told by `Deactivate`, where it is not
-  /// there: the constraint then lets everything pass as it is.
+  /// Works out what holds for a whole run of a stage, such as an average. False, told by
+  /// `Deactivate`, where something is missing: the constraint then lets everything pass as it is.
   virtual bool Open() { return true; }
+  /// Takes what tests read where it is now: grids and trees may be others than for the last holder.
+  virtual bool Fetch() { return true; }
   /// Takes the place of the input range of the rows, until these are read anew.
   void SetInput(double low, double high) { mInputLow = low, mInputHigh = high; }
 
@@ -94,7 +96,8 @@ class Constraint : public iBase {
   double mOutputLow = 0, mOutputHigh = 1;
   bool mUsesCurve = false;
   const host::SplineData* mCurve = nullptr;
-  u64 mOpenedIn = 0;  ///< the run of a stage, by `Scene::mStageRuns`; 0 for none
+  u64 mOpenedIn = 0;     ///< the run of a stage, by `Scene::mStageRuns`; 0 for none
+  bool mIsOpen = false;  ///< in that run
 };
 
 /// A constraint whose class `Law` has `Measure(position, use)`: the measure, or nothing where the

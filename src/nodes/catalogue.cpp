@@ -139,8 +139,8 @@ std::deque<NodeKind>& Kinds() {
       StrainConstraint::Kind(),
       RotationConstraint::Kind(),
       FractionsConstraint::Kind(),
-      QuadricsConstraint::Kind(),
       GroupKind(),
+      QuadricsConstraint::Kind(),
       Property<bool>::Kind(),
   };
   return kinds;

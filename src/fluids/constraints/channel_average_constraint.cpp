@@ -63,7 +63,7 @@ const ParameterTable& ChannelAverageConstraint::Parameters() {
           .AcceptsAny(kScalarChannels)
           .To(&ChannelAverageConstraint::mChannel)
           .Required(),
-      RealRow(1001, "minimum", 0.5, "", "a mean below this counts as 0; in the units of the field")
+      RealRow(1001, "minimum", 0.5, "field", "a mean below this counts as 0")
           .To(&ChannelAverageConstraint::mMinimum),
   });
   return table;

@@ -43,7 +43,7 @@ const ParameterTable& FractionsConstraint::Parameters() {
   return table;
 }
 
-bool FractionsConstraint::Open() {
+bool FractionsConstraint::Fetch() {
   mOpen = nullptr;
   if (!mSolver) return Deactivate("it has no solver; name one under 'solver'");
   const Grid_VolumeFractions& fractions = mSolver->GetFlow().mFractions;

@@ -16,12 +16,12 @@ class FractionsConstraint : public MeasuredConstraint<FractionsConstraint> {
   double Measure(const Vec3d& position, const ConstraintUse&) const;
 
  protected:
-  bool Open() override;
+  bool Fetch() override;
 
  private:
   iFluidSolver* mSolver = nullptr;
 
-  const EGrid<float>* mOpen = nullptr;  ///< for one run of a stage
+  const EGrid<float>* mOpen = nullptr;  ///< for one holder
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

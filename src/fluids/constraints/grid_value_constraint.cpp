@@ -68,7 +68,7 @@ bool GridValueConstraint::ResolveLinks() {
   return !mTarget.IsEmpty();
 }
 
-bool GridValueConstraint::Open() {
+bool GridValueConstraint::Fetch() {
   if (mTarget.IsEmpty()) return Deactivate("it has no channel; name one under 'channel'");
   for (i32 a = 0; a < 3; ++a)
     mGrids[a] = mTarget.scalar ? mTarget.scalar->GetGrid(0) : mTarget.vector->GetGrid(a);

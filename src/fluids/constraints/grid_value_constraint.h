@@ -18,7 +18,7 @@ class GridValueConstraint : public MeasuredConstraint<GridValueConstraint> {
   double Measure(const Vec3d& position, const ConstraintUse&) const;
 
  protected:
-  bool Open() override;
+  bool Fetch() override;
 
  private:
   enum Comparison : i32 { kEqual = 0, kUnequal = 1, kOutside = 2, kBetween = 3, kNone = 4 };
@@ -34,7 +34,7 @@ class GridValueConstraint : public MeasuredConstraint<GridValueConstraint> {
   bool mBends = true;
   const host::SplineData* mBend = nullptr;
 
-  // For one run of a stage.
+  // For one holder.
   const EGrid<double>* mGrids[3] = {};
   FieldShare mRange;
 };

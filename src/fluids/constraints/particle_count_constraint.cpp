@@ -67,10 +67,10 @@ bool ParticleCountConstraint::Open() {
   return IsParticleKind(mKind) || Deactivate("there is no such kind of particles");
 }
 
-void ParticleCountConstraint::Prepare(const ConstraintUse& use) {
-  MeasuredConstraint::Prepare(use);
-  // Particles may have been born since the stage began.
-  if (Has(FLAG_ACTIVE)) mGroup->BuildTree(mKind, mScene->mThreadCount);
+/// Particles may have been born since the stage began.
+bool ParticleCountConstraint::Fetch() {
+  mGroup->BuildTree(mKind, mScene->mThreadCount);
+  return true;
 }
 
 double ParticleCountConstraint::Measure(const Vec3d& position, const ConstraintUse&) const {

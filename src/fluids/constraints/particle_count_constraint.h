@@ -13,11 +13,11 @@ class ParticleCountConstraint : public MeasuredConstraint<ParticleCountConstrain
   static constexpr i32 kTypeId = 24;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  void Prepare(const ConstraintUse& use) override;
   double Measure(const Vec3d& position, const ConstraintUse&) const;
 
  protected:
   bool Open() override;
+  bool Fetch() override;
 
  private:
   enum Overflow : i32 { kGoOn = 0, kStayAtMost = 1, kBackToLeast = 2 };

@@ -58,10 +58,10 @@ bool ParticleDistanceConstraint::Open() {
   return IsParticleKind(mKind) || Deactivate("there is no such kind of particles");
 }
 
-void ParticleDistanceConstraint::Prepare(const ConstraintUse& use) {
-  MeasuredConstraint::Prepare(use);
-  // Particles may have been born since the stage began.
-  if (Has(FLAG_ACTIVE)) mGroup->BuildTree(mKind, mScene->mThreadCount);
+/// Particles may have been born since the stage began.
+bool ParticleDistanceConstraint::Fetch() {
+  mGroup->BuildTree(mKind, mScene->mThreadCount);
+  return true;
 }
 
 double ParticleDistanceConstraint::Measure(const Vec3d& position, const ConstraintUse&) const {

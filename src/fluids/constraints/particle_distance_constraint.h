@@ -13,11 +13,11 @@ class ParticleDistanceConstraint : public MeasuredConstraint<ParticleDistanceCon
   static constexpr i32 kTypeId = 23;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  void Prepare(const ConstraintUse& use) override;
   double Measure(const Vec3d& position, const ConstraintUse&) const;
 
  protected:
   bool Open() override;
+  bool Fetch() override;
 
  private:
   ParticleGroup* mGroup = nullptr;

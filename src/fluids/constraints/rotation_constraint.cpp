@@ -49,7 +49,7 @@ const ParameterTable& RotationConstraint::Parameters() {
   return table;
 }
 
-bool RotationConstraint::Open() {
+bool RotationConstraint::Fetch() {
   if (mVelocity.IsEmpty()) return Deactivate("it has no flow; name one under 'flow'");
   return mVelocity.Open() || Deactivate("its flow has no grid");
 }

@@ -16,7 +16,7 @@ class RotationConstraint : public MeasuredConstraint<RotationConstraint> {
   std::optional<double> Measure(const Vec3d& position, const ConstraintUse&) const;
 
  protected:
-  bool Open() override;
+  bool Fetch() override;
 
  private:
   enum Mode : i32 { kCurl = 0, kHelicity = 1 };

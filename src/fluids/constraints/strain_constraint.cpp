@@ -57,7 +57,7 @@ const ParameterTable& StrainConstraint::Parameters() {
   return table;
 }
 
-bool StrainConstraint::Open() {
+bool StrainConstraint::Fetch() {
   if (mVelocity.IsEmpty()) return Deactivate("it has no flow; name one under 'flow'");
   if (!(mTime->stepDuration > 0)) return Deactivate(kNoStepReason);
   if (!mVelocity.Open()) return Deactivate("its flow has no grid");

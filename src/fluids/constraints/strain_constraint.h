@@ -17,7 +17,7 @@ class StrainConstraint : public MeasuredConstraint<StrainConstraint> {
   double Measure(const Vec3d& position, const ConstraintUse&) const;
 
  protected:
-  bool Open() override;
+  bool Fetch() override;
 
  private:
   enum Mode : i32 { kMean = 0, kShear = 1, kXX = 2, kYY = 3, kZZ = 4, kXY = 5, kXZ = 6, kYZ = 7 };
@@ -30,7 +30,7 @@ class StrainConstraint : public MeasuredConstraint<StrainConstraint> {
   i32 mMode = kMean;
   bool mAbsolute = true;
 
-  double mScale = 0;  ///< h^2 / dt, for one run of a stage
+  double mScale = 0;  ///< h^2 / dt, for one holder
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

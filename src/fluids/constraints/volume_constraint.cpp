@@ -56,7 +56,7 @@ const ParameterTable& VolumeConstraint::Parameters() {
   return table;
 }
 
-bool VolumeConstraint::Open() {
+bool VolumeConstraint::Fetch() {
   mOffset = mOffsetCells * GetDomain().cellSize;
   mMembers.clear();
   mSurface = nullptr;

@@ -17,7 +17,7 @@ class VolumeConstraint : public MeasuredConstraint<VolumeConstraint> {
   double Measure(const Vec3d& position, const ConstraintUse&) const;
 
  protected:
-  bool Open() override;
+  bool Fetch() override;
 
  private:
   bool Holds(const VolumeBase& member, const Vec3d& position) const;
@@ -27,7 +27,7 @@ class VolumeConstraint : public MeasuredConstraint<VolumeConstraint> {
   bool mUsesDepth = false;
   double mOffsetCells = 0;
 
-  // For one run of a stage.
+  // For one holder.
   std::vector<VolumeBase*> mMembers;
   const EGrid<double>* mSurface = nullptr;
   double mOffset = 0;  ///< simulation units

@@ -49,9 +49,10 @@ const ParameterTable& ChannelOperator_Math::Parameters() {
                     {kMin, "minimum"},
                     {kMax, "maximum"}})
           .To(&ChannelOperator_Math::mOperation),
-      RealRow(kValueRow, "value", 1.0, "", "the right side for a field of numbers")
+      RealRow(kValueRow, "value", 1.0, "field", "the right side for a field of numbers")
           .To(&ChannelOperator_Math::mValue),
-      VectorRow(kVectorRow, "vector_value", {1, 1, 1}, "", "the right side for a field of vectors")
+      VectorRow(kVectorRow, "vector_value", {1, 1, 1}, "field",
+                "the right side for a field of vectors")
           .To(&ChannelOperator_Math::mVectorValue),
       BoolRow(kUseVectorRow, "use_vector_value", false,
               "for vectors whose 'operand' is a field of numbers that holds nothing as yet: takes "

@@ -65,6 +65,13 @@ TEST(FieldConstraints, ValuesAreComparedAsSharesOfTheRange) {
       });
       EXPECT_EQ(ins > 0, mode != 0) << mode;
     }
+  // Another grid of the same run of a stage, such as one that a cache brings, is read by the next
+  // holder.
+  rig.smoke.mGrid = std::make_unique<EGrid<double>>(*rig.smoke.mGrid);
+  rig.smoke.mGrid->Fill(7);
+  Rig::Set(c, 1005, host::SplineData{});
+  Rig::Opened(c);
+  EXPECT_NEAR(Rig::At(c, {0.5, 0.5, 0.5}), 0.5, 1e-12);
 }
 
 TEST(FieldConstraints, VectorsCountByTheirLength) {
