@@ -7,8 +7,10 @@
 #include "fluids/constraints/noise_constraint.h"
 #include "fluids/constraints/particle_constraint_attribute.h"
 #include "fluids/constraints/particle_constraint_property.h"
+#include "fluids/constraints/volume_constraint.h"
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/particles/particle_group.h"
+#include "fluids/solvers/fluid_solver.h"
 #include "fluids/surfaces/surface_reconstructor.h"
 #include "framework/constraint.h"
 #include "framework/server_rows.h"
@@ -36,6 +38,7 @@ class ConstraintHints : public HintBase {
       if (FindRow(*node->Table(), Constraint::kStrengthRow)) CheckRange(*node);
       if (IsA<GradientConstraint>(*node)) CheckRamp(*node);
       if (IsA<NoiseConstraint>(*node)) CheckPatches(*node, server);
+      if (IsA<VolumeConstraint>(*node)) CheckSurface(*node);
     }
   }
 
@@ -102,6 +105,16 @@ class ConstraintHints : public HintBase {
     if (!gradient || gradient->knots.empty())
       WarnOfSleep(node, fmt::format("it has no '{}', and lets everything pass",
                                     NameOf(node, GradientConstraint::kGradientRow)));
+  }
+
+  /// A gas has no surface.
+  void CheckSurface(const BaseNode& node) {
+    const BaseNode* shape = Linked(node, VolumeConstraint::kVolumeRow);
+    if (shape && IsA<FluidSolver>(*shape))
+      WarnOfSleep(
+          node,
+          fmt::format("{} is a gas and has no surface: it lets everything pass", Named(*shape)),
+          VolumeConstraint::kVolumeRow);
   }
 
   /// Patches that cells can't show.

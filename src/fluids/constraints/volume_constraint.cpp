@@ -37,7 +37,7 @@ const NodeKind& VolumeConstraint::Kind() {
 
 const ParameterTable& VolumeConstraint::Parameters() {
   static const ParameterTable table = WithRange({
-      LinkRow(1000, "volume",
+      LinkRow(kVolumeRow, "volume",
               "the shape, or the liquid of this solver, whose inside lets others work")
           .AcceptsAny({kListGeometry, kCategoryVolume})
           .AcceptsAny(kSolvers)

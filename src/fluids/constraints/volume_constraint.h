@@ -14,6 +14,7 @@ class VolumeConstraint : public MeasuredConstraint<VolumeConstraint> {
   static constexpr i32 kTypeId = 21;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kVolumeRow = 1000;
   double Measure(const Vec3d& position, const ConstraintUse&) const;
 
  protected:
