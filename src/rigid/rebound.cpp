@@ -15,7 +15,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr double kCalmSteps = 2;    // slower than gravity makes it in so many steps: no bounce
-constexpr int kMostRounds = 50;     // over the contacts
+constexpr int kMostPasses = 50;     // over the contacts
 constexpr double kAccuracy = 1e-7;  // m/s
 constexpr double kFalling = 1e-2;   // of what forces change: less from elsewhere isn't a contact
 
@@ -202,7 +202,7 @@ void Rebound::PushOut(Contact& contact) const {
 void Rebound::Solve() {
   if (!mBounces) return;
   mRows.resize(3 * mContacts.size());
-  for (int round = 0; round < kMostRounds; ++round) {
+  for (int round = 0; round < kMostPasses; ++round) {
     double most = 0;
     for (std::size_t i = 0; i < mContacts.size(); ++i) {
       Contact& contact = mContacts[i];
