@@ -112,18 +112,18 @@ std::vector<Vec3d> VoxelDistanceConstraint::CollectPoints() {
   return {};
 }
 
-void VoxelDistanceConstraint::CutLine(std::vector<Vec3d>& points) const {
+void VoxelDistanceConstraint::CutLine(std::vector<Vec3d>& points) {
   if (mIsClosed) points.push_back(points.front());
   double total = 0;
   for (std::size_t i = 1; i < points.size(); ++i) {
     const Vec3d way = points[i] - points[i - 1];
     total += std::sqrt(Dot(way, way));
   }
-  const double longest = std::max(double{GetDomain().cellSize}, total / kMostPieces);
+  mLongestPiece = std::max(double{GetDomain().cellSize}, total / kMostPieces);
   std::vector<Vec3d> cut{points.front()};
   for (std::size_t i = 1; i < points.size(); ++i) {
     const Vec3d way = points[i] - points[i - 1];
-    const double pieces = std::ceil(std::sqrt(Dot(way, way)) / longest);
+    const double pieces = std::ceil(std::sqrt(Dot(way, way)) / mLongestPiece);
     for (double k = 1; k < pieces; ++k) cut.push_back(points[i - 1] + way * (k / pieces));
     cut.push_back(points[i]);
   }
@@ -147,14 +147,18 @@ bool VoxelDistanceConstraint::Open() {
   return true;
 }
 
-double VoxelDistanceConstraint::DistanceToLine(const Vec3d& p, i32 nearest) const {
+/// The nearest place lies on a piece of which an end is hardly farther away than the nearest point.
+double VoxelDistanceConstraint::DistanceToLine(const Vec3d& p, double nearestSquared) const {
   const i32 n = static_cast<i32>(mPoints.size());
-  double least = std::numeric_limits<double>::max();
-  for (const i32 first : {nearest - 1, nearest}) {
-    if (!mIsClosed && (first < 0 || first + 1 >= n)) continue;
-    least =
-        std::min(least, DistanceToSegment(p, mPoints[(first + n) % n], mPoints[(first + 1) % n]));
-  }
+  double least = std::sqrt(nearestSquared);
+  const double reach = std::hypot(least, 0.5 * mLongestPiece) * (1 + 1e-9);
+  mTree.ForEachWithin(p, reach, [&](i32 point, double) {
+    for (const i32 first : {point - 1, point}) {
+      if (!mIsClosed && (first < 0 || first + 1 >= n)) continue;
+      const Vec3d &from = mPoints[(first + n) % n], &to = mPoints[(first + 1) % n];
+      least = std::min(least, DistanceToSegment(p, from, to));
+    }
+  });
   return least;
 }
 
@@ -165,7 +169,8 @@ double VoxelDistanceConstraint::Measure(const Vec3d& position, const ConstraintU
   }
   const TreeHit hit = mTree.FindNearest(position, kFar);
   if (hit.index < 0) return 1;
-  return (mIsLine ? DistanceToLine(position, hit.index) : std::sqrt(hit.distanceSquared)) *
+  return (mIsLine ? DistanceToLine(position, hit.distanceSquared)
+                  : std::sqrt(hit.distanceSquared)) *
          mInverseRange;
 }
 

@@ -29,10 +29,10 @@ class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstrain
   const Mesh* FindMesh() const;
   /// The points of the object, simulation units; none where its middle is meant.
   std::vector<Vec3d> CollectPoints();
-  /// Cuts the line into pieces of no more than a cell, so that the nearest of its points lies
-  /// beside its nearest place.
-  void CutLine(std::vector<Vec3d>& points) const;
-  double DistanceToLine(const Vec3d& p, i32 nearest) const;
+  /// Cuts the line into pieces of no more than a cell, so that few of them are near enough to be
+  /// the nearest.
+  void CutLine(std::vector<Vec3d>& points);
+  double DistanceToLine(const Vec3d& p, double nearestSquared) const;
 
   host::BaseNode* mObject = nullptr;
   Mesh* mNamedMesh = nullptr;
@@ -46,6 +46,7 @@ class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstrain
   PointTree mTree;
   bool mIsLine = false;
   bool mIsClosed = false;
+  double mLongestPiece = 0;  ///< of a line, simulation units
   double mInverseRange = 1;  ///< 1 / simulation units
 };
 
