@@ -83,22 +83,32 @@ struct LoosePoint {
   u32 hash = 0;
 };
 
-/// The nearest loose point to a point of N dimensions among those of the cubes about it.
+/// The nearest loose point to a point of N dimensions among those of the cubes about it, the own
+/// one first; cubes that are farther away than what was found are left out.
 template <int N>
 LoosePoint NearestAt(u32 seed, const std::array<double, N>& point, i64 period) {
   i64 low[N];
+  double gap[N][3];  ///< squared, to the own cube and those on both sides
   for (int axis = 0; axis < N; ++axis) {
     if (!(std::abs(point[axis]) < 0x1p52)) return {0, 0};
-    low[axis] = static_cast<i64>(std::floor(point[axis]));
+    const double below = std::floor(point[axis]), up = point[axis] - below;
+    low[axis] = static_cast<i64>(below);
+    gap[axis][0] = 0;
+    gap[axis][1] = up * up;
+    gap[axis][2] = (1 - up) * (1 - up);
   }
-  LoosePoint nearest;
+  constexpr i64 kSide[3] = {0, -1, 1};
   constexpr int kCubes = N == 3 ? 27 : 81;
+  LoosePoint nearest;
   for (int cube = 0; cube < kCubes; ++cube) {
+    double least = 0;
+    for (int axis = 0, rest = cube; axis < N; ++axis, rest /= 3) least += gap[axis][rest % 3];
+    if (least >= nearest.distanceSquared) continue;
     u32 hash = seed;
     i64 at[N];
     for (int axis = 0, rest = cube; axis < N; ++axis, rest /= 3) {
-      at[axis] = low[axis] + rest % 3 - 1;
-      hash = Mix(hash, static_cast<u32>(Wrapped(at[axis], axis == N - 1 && N == 4 ? period : 0)));
+      at[axis] = low[axis] + kSide[rest % 3];
+      hash = Mix(hash, static_cast<u32>(Wrapped(at[axis], axis == 3 ? period : 0)));
     }
     u32 place = hash;
     double squared = 0;
