@@ -32,7 +32,6 @@ class Cache_OperatorBase : public iObject {
  public:
   Cache_OperatorBase(host::BaseNode* node, Scene* scene, std::string defaultName);
   bool ReadParameters() override;
-  ConstraintList* Constraints() override { return &mFilters; }
   bool ResolveLinks() override;
   void ClearLinks() override;
   void CheckDirty() override;

@@ -18,6 +18,7 @@ class ParticleCacher : public Cache_OperatorBase {
   ParticleCacher(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  ConstraintList* Constraints() override { return &mFilters; }
   bool ResolveLinks() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void ClearLinks() override;

@@ -49,6 +49,12 @@ void Constraint::ClearLinks() {
   iBase::ClearLinks();
 }
 
+void Constraint::Relink() {
+  ReadParameters();
+  ResolveLinks();
+  AfterLinks();
+}
+
 void Constraint::Prepare(const ConstraintUse& /*use*/) {
   if (!mScene) return;
   const bool isNew = mOpenedIn != mScene->mStageRuns;
@@ -104,11 +110,7 @@ void ConstraintList::Reset() {
 }
 
 void ConstraintList::Relink() {
-  for (const Entry& entry : mNamed) {
-    entry.constraint->ReadParameters();
-    entry.constraint->ResolveLinks();
-    entry.constraint->AfterLinks();
-  }
+  for (const Entry& entry : mNamed) entry.constraint->Relink();
 }
 
 void ConstraintList::Prepare(const iBase* owner) {
@@ -125,9 +127,11 @@ bool ConstraintList::Test(const Vec3d& position, double& weight, const iBase* ow
 }
 
 bool ConstraintList::Test(const Vec3d& position, double& weight, const iBase* owner, u32 worker,
-                          const ParticleColumns* particles, i32 particle) const {
+                          const ParticleColumns* particles, i32 particle,
+                          bool onlyOfParticles) const {
   for (const Entry& entry : mNamed)
     if (entry.constraint->Has(FLAG_ENABLED) &&
+        (!onlyOfParticles || entry.constraint->IsOfParticles()) &&
         !entry.constraint->Test(position, weight,
                                 {owner, entry.state, worker, particles, particle})) {
       weight = 0;

@@ -55,6 +55,8 @@ class Constraint : public iBase {
 
   /// It asks for something that particles alone have, and lets mere places pass.
   virtual bool IsOfParticles() const { return false; }
+  /// Reads its settings and links anew, where they were dropped.
+  virtual void Relink();
   /// A state as it is at the start of a simulation.
   virtual std::unique_ptr<ConstraintState> MakeState() const { return nullptr; }
   /// Before any test of a holder, on the pipeline thread. The first holder in a run of a stage
@@ -152,9 +154,10 @@ class ConstraintList : public LinkPort {
   /// Runs the enabled constraints in order on `weight`, up to the first that leaves nothing of it:
   /// then it is 0, and the answer false. Only between `Prepare` and `Finish`.
   bool Test(const Vec3d& position, double& weight, const iBase* owner, u32 worker) const;
-  /// The same of a particle, by the row that it has in `particles`.
+  /// The same of a particle, by the row that it has in `particles`; `onlyOfParticles` leaves out
+  /// the constraints that look at places.
   bool Test(const Vec3d& position, double& weight, const iBase* owner, u32 worker,
-            const ParticleColumns* particles, i32 particle) const;
+            const ParticleColumns* particles, i32 particle, bool onlyOfParticles = false) const;
   /// The same, to the last bit, at every point of a row.
   void TestRow(const ConstraintRow& row, const iBase* owner, u32 worker) const;
   /// Asks about items in runs: take(i, weight) is called for those of which something is left, by

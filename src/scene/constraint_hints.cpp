@@ -52,16 +52,23 @@ class ConstraintHints : public HintBase {
     if (IsA<ParticleCacher>(holder)) return true;
     if (IsA<SurfaceReconstructor>(holder))
       return Whole(holder, SurfaceReconstructor::kHostRow) == 0;
-    if (!IsA<ParticleToGridEmitter>(holder)) return false;
-    const BaseNode* source = Linked(holder, ParticleToGridEmitter::kSourceRow);
-    return source && source->Type() == ParticleGroup::kNodeType &&
-           Whole(holder, ParticleToGridEmitter::kConstraintModeRow) != 0;
+    if (IsA<ParticleToGridEmitter>(holder)) {
+      const BaseNode* source = Linked(holder, ParticleToGridEmitter::kSourceRow);
+      return source && source->Type() == ParticleGroup::kNodeType;
+    }
+    const NodeKind* kind = FindKind(holder.Type());
+    return kind && (kind->categories & kCategoryParticle) &&
+           (kind->list == kListOperators || kind->list == kListForces);
   }
 
   /// What asks for particles and is asked about places.
   void CheckHolder(const BaseNode& holder) {
     const auto* list = Get<InExcludeData>(holder, common_row::kConstraints);
-    if (!list || AsksOfParticles(holder)) return;
+    if (!list || list->entries.empty()) return;
+    if (IsA<SurfaceReconstructor>(holder) && Whole(holder, SurfaceReconstructor::kFilterRow) == 0)
+      NoteUnread(holder, common_row::kConstraints,
+                 fmt::format("'{}' is off", NameOf(holder, SurfaceReconstructor::kFilterRow)));
+    if (AsksOfParticles(holder)) return;
     for (const InExcludeData::Entry& entry : list->entries) {
       const BaseNode* constraint = mScene.document->Find(entry.node);
       if (constraint && IsOfParticles(*constraint))
@@ -86,15 +93,17 @@ class ConstraintHints : public HintBase {
     const double out = Number(node, low);
     if (IsFixed(node, low) && IsFixed(node, high) && out == Number(node, high))
       return Warn(node,
-                  fmt::format("'{}' and '{}' are {:g} both: it is {:g} everywhere, whatever it "
+                  fmt::format("'{}' and '{}' are {:g} both: it is {:g}, whatever it "
                               "measures",
                               NameOf(node, low), NameOf(node, high), out,
                               out * Number(node, Constraint::kStrengthRow)),
                   high);
     constexpr i32 from = Constraint::kInputLowRow, to = Constraint::kInputHighRow;
-    if (IsFixed(node, from) && IsFixed(node, to) && Number(node, from) == Number(node, to))
+    // Of properties other rows say it.
+    if (!IsA<ParticleConstraint_Property>(node) && IsFixed(node, from) && IsFixed(node, to) &&
+        Number(node, from) == Number(node, to))
       Warn(node,
-           fmt::format("'{}' and '{}' are {:g} both: it comes to the same everywhere, whatever it "
+           fmt::format("'{}' and '{}' are {:g} both: it comes to the same, whatever it "
                        "measures",
                        NameOf(node, from), NameOf(node, to), Number(node, from)),
            to);

@@ -45,9 +45,9 @@ TEST(ConstraintHints, TellWhatHoldsNothingBackOrEverything) {
   const std::pair<std::string, std::string> cases[] = {
       {falloff + R"(, "parameters": { "strength": 0 })", "'strength' is 0: it lets nothing pass"},
       {falloff + R"(, "parameters": { "output_low": 2, "output_high": 2, "strength": 0.5 })",
-       "'output_low' and 'output_high' are 2 both: it is 1 everywhere"},
+       "'output_low' and 'output_high' are 2 both: it is 1, whatever it measures"},
       {falloff + R"(, "parameters": { "input_low": 1 })",
-       "'input_low' and 'input_high' are 1 both: it comes to the same everywhere"},
+       "'input_low' and 'input_high' are 1 both: it comes to the same, whatever it measures"},
       {R"("type": "constraint_gradient")", "it has no 'gradient', and lets everything pass"},
       {R"("type": "constraint_noise", "parameters": { "scale": 0 })", "lets everything pass"},
       {R"("type": "constraint_noise", "parameters": { "scale": 4 })",

@@ -6,16 +6,18 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// (v - low) / (high - low); v itself where the range has no length or no end.
 struct FieldShare {
-  double low = 0, inverseSpan = 1;
+  double low = 0, span = 1, inverseSpan = 1;
 
   FieldShare() = default;
   FieldShare(double from, double to) {
-    const double span = to - from;
-    if (!(span > 0) || !std::isfinite(span) || !std::isfinite(1 / span)) return;
+    const double length = to - from;
+    if (!(length > 0) || !std::isfinite(length) || !std::isfinite(1 / length)) return;
     low = from;
-    inverseSpan = 1 / span;
+    span = length;
+    inverseSpan = 1 / length;
   }
   double ShareOf(double v) const { return (v - low) * inverseSpan; }
+  double ValueOf(double share) const { return low + share * span; }
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

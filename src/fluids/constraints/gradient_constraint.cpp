@@ -60,6 +60,14 @@ const ParameterTable& GradientConstraint::Parameters() {
   return table;
 }
 
+void GradientConstraint::Relink() {
+  MeasuredConstraint::Relink();
+  if (!mDirections) return;
+  mDirections->ReadParameters();
+  mDirections->ResolveLinks();
+  mDirections->AfterLinks();
+}
+
 bool GradientConstraint::Open() {
   if (!mGradient || mGradient->knots.empty())
     return Deactivate("it has no 'gradient', and lets everything pass");

@@ -15,6 +15,7 @@ class GradientConstraint : public MeasuredConstraint<GradientConstraint> {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   static constexpr i32 kGradientRow = 1000;
+  void Relink() override;
   double Measure(const Vec3d& position, const ConstraintUse& use) const;
 
  protected:

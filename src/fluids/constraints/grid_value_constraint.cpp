@@ -47,8 +47,10 @@ const ParameterTable& GridValueConstraint::Parameters() {
                     {kNone, "none"}})
           .To(&GridValueConstraint::mComparison),
       RealRow(1002, "low", 0.0, "none", "the lower end, 0 to 1 over the range of the field")
+          .OnlyWith(1001, {kEqual, kUnequal, kOutside, kBetween})
           .To(&GridValueConstraint::mLow),
       RealRow(1003, "high", 1.0, "none", "the upper end, 0 to 1 over the range of the field")
+          .OnlyWith(1001, {kOutside, kBetween})
           .To(&GridValueConstraint::mHigh),
       BoolRow(1004, "use_value_curve", true, "puts what was found through 'value_curve'")
           .To(&GridValueConstraint::mBends),

@@ -42,7 +42,8 @@ const ParameterTable& NoiseConstraint::Parameters() {
           .To(&NoiseConstraint::mScale),
       VectorRow(kAxesRow, "axes", {1, 1, 1}, "none", "stretches the pattern along each axis")
           .To(&NoiseConstraint::mAxes),
-      LongRow(1003, "octaves", 3, "", "how much fine grain lies on top of the large shapes")
+      LongRow(1003, "octaves", 3, "",
+              "how much fine grain lies on top of the large shapes; gradient has none")
           .Range(1, 16)
           .To(&NoiseConstraint::mOctaves),
       LongRow(1004, "type", static_cast<i32>(NoiseType::Fbm), "", "what the pattern looks like")

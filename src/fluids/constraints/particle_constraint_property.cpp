@@ -92,8 +92,8 @@ double ParticleConstraint_Property::Measure(const Vec3d&, const ConstraintUse& u
   switch (mCase) {
     case Case::Age: {
       const double left = ValueOf<double>(use, mKey, 1.0);
-      return 1 -
-             std::min(left / ValueOf<double>(use, PropertyKey(property_id::kLifeSpan), 1.0), 1.0);
+      const double span = ValueOf<double>(use, PropertyKey(property_id::kLifeSpan), 1.0);
+      return span > 0 ? 1 - std::min(left / span, 1.0) : 1.0;
     }
     case Case::Scalar: return ValueOf<double>(use, mKey, 1.0);
     case Case::Vector: {

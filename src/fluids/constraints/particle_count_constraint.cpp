@@ -78,7 +78,7 @@ double ParticleCountConstraint::Measure(const Vec3d& position, const ConstraintU
   if (n > mMost && mOverflow == kStayAtMost) n = mMost;
   if (n > mMost && mOverflow == kBackToLeast) n = mLeast;
   if (n <= mLeast) return 0;
-  return mRamp ? (double{1} * n - mLeast) / (double{1} * mMost - mLeast) : 1.0;
+  return mRamp && mMost > mLeast ? (double{1} * n - mLeast) / (double{1} * mMost - mLeast) : 1.0;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -57,7 +57,7 @@ const ParameterTable& QuadricsConstraint::Parameters() {
 bool QuadricsConstraint::Open() {
   const bool isBall = mShape <= kBall || mShape > kCylinder;
   const Vec3d radii = isBall ? Vec3d{mRadius, mRadius, mRadius} : mRadii;
-  if (!(radii.x > 0 && radii.y > 0 && radii.z > 0))
+  if (!(radii.x > 0 && radii.y > 0 && (radii.z > 0 || mShape == kTorus)))
     return Deactivate(isBall ? "its 'radius' isn't above 0" : "its 'radii' aren't all above 0");
   mInverse = Vec3d{1, 1, 1} / radii;
   const Vec3d scale = GetDomain().worldToSim;

@@ -85,7 +85,10 @@ double VolumeConstraint::Measure(const Vec3d& position, const ConstraintUse&) co
   if (mSurface)
     return SampleLinear(*mSurface, mSurface->ToSamples(position)) - mOffset < 0 ? 1.0 : 0.0;
   for (const VolumeBase* member : mMembers)
-    if (Holds(*member, position)) return mUsesDepth ? member->DepthWorld(position) : 1.0;
+    if (Holds(*member, position)) {
+      if (!mUsesDepth) return 1;
+      return member->DistanceAtWorld(position) < 0 ? member->DepthWorld(position) : 0.0;
+    }
   return 0;
 }
 

@@ -63,9 +63,11 @@ const ParameterTable& VoxelDistanceConstraint::Parameters() {
       RealRow(1001, "range", 100, "host", "the distance that counts as 1")
           .AtLeast(0)
           .To(&VoxelDistanceConstraint::mRange),
-      LongRow(1003, "mesh_mode", kPoints, "",
-              "of a mesh or of loose points: the place of the object, or the nearest point of it")
-          .Choices({{kMiddle, "middle"}, {kPoints, "points"}})
+      LongRow(
+          1003, "mesh_mode", kPoints, "",
+          "of a mesh or of loose points: the place of the object, the nearest point of it, or far "
+          "away as 'range' says, whatever the place")
+          .Choices({{kMiddle, "middle"}, {kPoints, "points"}, {kAlwaysFar, "far"}})
           .To(&VoxelDistanceConstraint::mMeshMode),
       LongRow(1004, "spline_mode", kSplineLine, "",
               "of a spline: its place, the nearest of its points, or its line")
@@ -93,7 +95,7 @@ std::vector<Vec3d> VoxelDistanceConstraint::CollectPoints() {
     for (const Vec3d& p : points) out.push_back((place * p) * scale);
     return out;
   };
-  mIsLine = mIsClosed = false;
+  mIsLine = mIsClosed = mIsFar = false;
   if (const auto* spline = dynamic_cast<const SplineObject*>(mObject)) {
     if (mSplineMode != kSplinePoints && mSplineMode != kSplineLine) return {};
     std::vector<Vec3d> points = placed(spline->points);
@@ -102,6 +104,7 @@ std::vector<Vec3d> VoxelDistanceConstraint::CollectPoints() {
     if (mIsLine) CutLine(points);
     return points;
   }
+  mIsFar = mMeshMode == kAlwaysFar;
   if (mMeshMode != kPoints) return {};
   if (const Mesh* mesh = FindMesh()) {
     return mesh->mMesh.GetVertices();
@@ -163,6 +166,7 @@ double VoxelDistanceConstraint::DistanceToLine(const Vec3d& p, double nearestSqu
 }
 
 double VoxelDistanceConstraint::Measure(const Vec3d& position, const ConstraintUse&) const {
+  if (mIsFar) return 1;
   if (mPoints.empty()) {
     const Vec3d d = position - mMiddle;
     return std::sqrt(Dot(d, d)) * mInverseRange;

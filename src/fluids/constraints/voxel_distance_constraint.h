@@ -22,7 +22,7 @@ class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstrain
   bool Open() override;
 
  private:
-  enum MeshMode : i32 { kMiddle = 0, kPoints = 1 };
+  enum MeshMode : i32 { kMiddle = 0, kPoints = 1, kAlwaysFar = 2 };
   enum SplineMode : i32 { kSplineMiddle = 0, kSplinePoints = 1, kSplineLine = 2 };
 
   /// The mesh node that reads the object, or null.
@@ -44,6 +44,7 @@ class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstrain
   Vec3d mMiddle{};             ///< simulation units
   std::vector<Vec3d> mPoints;  ///< of which the tree is made
   PointTree mTree;
+  bool mIsFar = false;  ///< every point counts as far as the range
   bool mIsLine = false;
   bool mIsClosed = false;
   double mLongestPiece = 0;  ///< of a line, simulation units

@@ -98,6 +98,10 @@ void Grid_CellEmitter::Prepare() {
   if (!Grid(0)) return void(Deactivate("its channel has no grid"));
   if (mOperators.empty())
     return void(Deactivate("it has no operators; name some under 'operators'"));
+  for (const ChannelOperator* op : mOperators)
+    if (op->IsBusyBeside(channel))
+      return void(Deactivate(
+          "an operator of it works on another channel at a time; leave 'group_break' on"));
   mConstraints.Prepare(this);
   for (ChannelOperator* op : mOperators) {
     if (!op->Has(FLAG_ENABLED)) continue;

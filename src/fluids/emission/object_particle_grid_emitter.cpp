@@ -274,10 +274,10 @@ void ObjectParticleGridEmitter::Prepare() {
   if (wanted == 0) return void(Deactivate("no cell lies inside of its volume and its limits"));
   // What has gone elsewhere was made here: only what is missing is new.
   if (!HasRoom(std::max(0.0, wanted - mGroup->Count(mKind)))) return;
+  mConstraints.Prepare(this);
   if (mSettings->mAlignment) mSettings->mAlignment->Follow(mVolume, nullptr);
   mGroup->BuildTree(mKind, mScene->mThreadCount);
   mColour = SamplerOf(mColourImage);
-  mConstraints.Prepare(this);
   FindLiquids();
   FindSolids();
   BeginInflow(wasFlowing);

@@ -253,11 +253,11 @@ void ObjectParticleMeshEmitter::Prepare() {
   if (!HasRoom(double(mCount) * (1.0 + mRepeats))) return;
   mTestsCurvature = mCurvature > 0 && (mRecord ? !mRecord->mColumns.curvature.empty()
                                                : mSourceParticles.Knows(property_id::kCurvature));
+  mConstraints.Prepare(this);
   if (mSettings->mAlignment) mSettings->mAlignment->Follow(mVolume, SourceMesh());
   mColour = SamplerOf(mWritesColour ? mColourImage : nullptr);
   mDensity = SamplerOf(mDensityImage);
   if (mSpacing > 0) mGroup->BuildTree(mKind, mScene->mThreadCount);
-  mConstraints.Prepare(this);
   SetFlag(FLAG_ACTIVE, true);
 }
 

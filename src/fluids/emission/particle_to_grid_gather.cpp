@@ -34,8 +34,10 @@ bool ParticleToGridEmitter::WeighCell(const Vec3d& p, double& weight, u32 worker
 bool ParticleToGridEmitter::WeighPoint(const Vec3d& point, double distanceSquared, double& weight,
                                        u32 worker, const ParticleStore* particles,
                                        i32 particle) const {
-  if (!mConstraints.IsEmpty() && mConstraintMode != 0 &&
-      !mConstraints.Test(point, weight, this, worker, particles, particle))
+  // Where constraints weigh cells, those that look at particles still ask for each of these.
+  const bool isForCells = mConstraintMode == 0;
+  if (!mConstraints.IsEmpty() && (!isForCells || particles) &&
+      !mConstraints.Test(point, weight, this, worker, particles, particle, isForCells))
     return false;
   // A vertex has a density of 1 and a radius of that of the search.
   weight *= mMassScale;

@@ -77,8 +77,10 @@ const ParameterTable& ParticleToGridEmitter::Parameters() {
       BoolRow(1007, "per_second", false, "brings its values over a second instead of all in a step")
           .To(&ParticleToGridEmitter::mPerSecond),
       BoolRow(1009, "show_options", false, "a dialog shows what is seldom needed too").Kept(),
-      LongRow(kConstraintModeRow, "constraint_mode", 0, "",
-              "whether constraints thin out points or what they bring")
+      LongRow(
+          kConstraintModeRow, "constraint_mode", 0, "",
+          "whether constraints thin out points or what they bring; those that look at particles "
+          "thin these out in any case")
           .Choices({{0, "cells"}, {1, "points"}})
           .To(&ParticleToGridEmitter::mConstraintMode),
       RealRow(kRadiusRow, "radius", 1.4, "cells",

@@ -20,6 +20,11 @@ bool ChannelOperator::Attach(iBase* channel) {
   return mScalar || mVectorChannel;
 }
 
+bool ChannelOperator::IsBusyBeside(const iBase* channel) const {
+  const iBase* own = mScalar ? static_cast<const iBase*>(mScalar) : mVectorChannel;
+  return mGrids[0] && own != channel;
+}
+
 void ChannelOperator::Prepare() {
   mGrids = {};
   const i32 components = mScalar ? 1 : mVectorChannel ? 3 : 0;

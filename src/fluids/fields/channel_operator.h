@@ -28,6 +28,8 @@ class ChannelOperator : public iObject {
 
   /// Takes the channel to work on; false when it is none.
   bool Attach(iBase* channel);
+  /// Between `Prepare` and `Finish` of a run on another channel.
+  bool IsBusyBeside(const iBase* channel) const;
   /// Makes ready for the cells of a step; inactive without grids, or where the class says so.
   void Prepare() override;
   void Evaluate(const EvaluationThreadData&) override {}

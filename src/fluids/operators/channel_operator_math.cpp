@@ -92,7 +92,10 @@ double ChannelOperator_Math::Right(const CellRecord& cell, i32 a) const {
   const EGrid<double>* grid = mRight[a];
   if (!grid) return mNumbers[a];
   if (mIsAligned[a]) return (*grid)[IndexOf(cell, a, mIsRightStaggered)];
-  return SampleLinear(*grid, grid->ToSamples(cell.position));
+  // A cell's low face lies half a cell off its middle.
+  Vec3d place = cell.position;
+  if (mIsStaggered) place[a] -= 0.5 * mGrids[a]->mLayout.simCell[a];
+  return SampleLinear(*grid, grid->ToSamples(place));
 }
 
 double ChannelOperator_Math::Apply(double t, double r) const {

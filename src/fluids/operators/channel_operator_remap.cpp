@@ -1,4 +1,5 @@
 #include "fluids/operators/channel_operator_remap.h"
+#include "fluids/constraints/field_share.h"
 #include "framework/node_kind.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -59,11 +60,10 @@ void ChannelOperator_Remap::ChangeCells(const CellRecord* cells, i32 count,
       }
     return;
   }
-  const double low = mGrids[0]->mRangeMin, span = mGrids[0]->mRangeMax - low;
+  const FieldShare range(mGrids[0]->mRangeMin, mGrids[0]->mRangeMax);
   for (i32 i = 0; i < count; ++i) {
     double& value = Value(cells[i], 0);
-    const double u = span != 0 ? (value - low) / span : 0.0;
-    value = low + span * mRamp.Evaluate(u).x;
+    value = range.ValueOf(mRamp.Evaluate(range.ShareOf(value)).x);
   }
 }
 

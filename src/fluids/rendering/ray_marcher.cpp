@@ -56,7 +56,11 @@ bool RayMarcher::PrecomputeFields(const std::vector<Scene*>& scenes, const host:
   if (!FindFields(scenes, data) || !mLook.IsComplete()) return false;
   SetWalks();
   SetMappings();
-  mLook.filters.ForEach([&](FilterList& list) { list.Prepare(this); });
+  // Behind a step of the simulation no link stands.
+  mLook.filters.ForEach([&](FilterList& list) {
+    list.Relink();
+    list.Prepare(this);
+  });
   GatherLights(data);
   host::ShowStatus("Preprocessors");
   const FilterSettings& filters = mLook.filters;
@@ -145,8 +149,12 @@ void RayMarcher::Preprocess(const FilterList& list, ScalarField* target, VectorF
   ColorRenderGridPreprocessor colour;
   RenderGridPreprocessor& work = colours ? colour : scalar;
   if (!work.Bind(this, target, colours, &list)) return;
-  for (host::BaseNode* node : list.Ramps())
-    work.AddOperator(std::make_unique<ChannelOperator_Remap>(node, mScene));
+  for (host::BaseNode* node : list.Ramps()) {
+    auto ramp = std::make_unique<ChannelOperator_Remap>(node, mScene);
+    ramp->ResolveLinks();
+    ramp->Constraints()->Relink();
+    work.AddOperator(std::move(ramp));
+  }
   work.Run(mThread);
 }
 
