@@ -83,6 +83,20 @@ TEST(RenderFilters, ConstraintsWeighGridsAndSamples) {
   EXPECT_NEAR(rig.See().transmission.x, std::exp(-0.01 * (20 + 60 * 0.5)), 2e-3);
 }
 
+// Behind a step no link stands: a picture fetches those of its filters itself.
+TEST(RenderFilters, ReadWhatTheirConstraintsLink) {
+  RenderRig rig({8, 4, 4});
+  rig.Fill(*rig.smoke, [](const Vec3d&) { return 1.0; });
+  Constraint& thin = rig.test.Add<Constraint>("constraint_gridvalue", "thin");
+  TestScene::Link(thin, 1000, *rig.smoke);
+  TestScene::Set(thin, 1003, 0.4);
+  rig.node->Set(2351, 0.01);
+  rig.node->Set(2154, 0.05);
+  rig.node->Set(2255, host::InExcludeData{{{thin.Node()->Id(), 0}}});
+  ASSERT_TRUE(rig.Init());
+  EXPECT_NEAR(rig.See().transmission.x, 1, 1e-9) << "all of the smoke is thicker than that";
+}
+
 TEST(VelocityGridDisplacer, TracesBackByTheAmounts) {
   GasRig gas({12, 12, 12});
   gas.Begin();
