@@ -75,6 +75,11 @@ const Value* BaseNode::Get(i32 id) const {
   return found == mValues.end() ? nullptr : &found->second;
 }
 
+const TextOrigin* BaseNode::OriginOf(i32 id) const {
+  const auto found = mOrigins.find(id);
+  return found == mOrigins.end() ? nullptr : &found->second;
+}
+
 void BaseNode::Set(i32 id, Value value) {
   const auto [entry, isNew] = mValues.try_emplace(id);
   if (!isNew && entry->second == value) return;

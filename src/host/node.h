@@ -8,6 +8,7 @@
 
 #include "host/matrix.h"
 #include "host/parameter.h"
+#include "host/text_origin.h"
 #include "host/value.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -104,6 +105,9 @@ class BaseNode {
   void Set(i32 id, Value value);
   void Erase(i32 id);
   const std::map<i32, Value>& Values() const { return mValues; }
+  /// Where the text of a parameter was read from, for messages; null where nobody has said so.
+  const TextOrigin* OriginOf(i32 id) const;
+  void SetOrigin(i32 id, TextOrigin origin) { mOrigins[id] = std::move(origin); }
 
   /// The rows that describe this node's parameters; null for plain host objects.
   const ParameterTable* Table() const { return mTable; }
@@ -144,6 +148,7 @@ class BaseNode {
   bool mIsWrittenBack = false;
   u32 mDirty = 1;
   std::map<i32, Value> mValues;
+  std::map<i32, TextOrigin> mOrigins;
   const ParameterTable* mTable = nullptr;
   const MELDO_SULVA::NodeKind* mKind = nullptr;
   std::vector<std::unique_ptr<BaseNode>> mTags;

@@ -12,6 +12,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "host/script_family.h"
 #include "host/value.h"
 
 namespace MELDO_GLOBAL::host {
@@ -98,6 +99,7 @@ struct ParameterRow {
   i32 writesWithout = 0;        ///< it changes that where the link of this other row is empty
   bool readsToo = false;        ///< and what it changes elsewhere follows from what it finds there
   bool readsFlags = false;      ///< of a list: the flags of its entries count
+  const ScriptFamily* script = nullptr;  ///< of a text: it is a script that is told this
   bool kept = false;            ///< stored and kept with the scene, without effect
   std::optional<Condition> condition;  ///< none: it always counts
   std::string_view help;
@@ -135,6 +137,8 @@ struct ParameterRow {
   ParameterRow& Required() { return required = true, *this; }
   /// An empty link means something else: the node rests while what it names takes no part.
   ParameterRow& RestsWhereDead() { return restsWhereDead = true, *this; }
+  /// The text is a script; `family` outlives the row.
+  ParameterRow& Script(const ScriptFamily& family) { return script = &family, *this; }
   /// Nothing reads the parameter; it is kept with the scene.
   ParameterRow& Kept() { return kept = true, *this; }
 

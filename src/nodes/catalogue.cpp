@@ -24,6 +24,7 @@
 #include "fluids/constraints/particle_distance_constraint.h"
 #include "fluids/constraints/quadrics_constraint.h"
 #include "fluids/constraints/rotation_constraint.h"
+#include "fluids/constraints/script_constraint.h"
 #include "fluids/constraints/strain_constraint.h"
 #include "fluids/constraints/volume_constraint.h"
 #include "fluids/constraints/voxel_distance_constraint.h"
@@ -41,11 +42,14 @@
 #include "fluids/forces/force_buoyancy.h"
 #include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_grid_turbulence.h"
+#include "fluids/forces/force_script.h"
 #include "fluids/forces/force_swirling.h"
+#include "fluids/forces/particle_force_script.h"
 #include "fluids/mesh/mesh.h"
 #include "fluids/mesh/multi_mesh.h"
 #include "fluids/operators/channel_operator_math.h"
 #include "fluids/operators/channel_operator_remap.h"
+#include "fluids/operators/channel_operator_script.h"
 #include "fluids/operators/grid_combustion.h"
 #include "fluids/operators/grid_cooling.h"
 #include "fluids/operators/grid_diffusion.h"
@@ -115,6 +119,10 @@ std::deque<NodeKind>& Kinds() {
       GridCooling::Kind(),
       GridCombustion::Kind(),
       ChannelOperator_Math::Kind(),
+      ScriptConstraint::Kind(),
+      ChannelOperator_Script::Kind(),
+      ParticleForce_Script::Kind(),
+      Force_Script::Kind(),
       ChannelOperator_Remap::Kind(),
       Kernel::Kind(),
       ParticleDistanceConstraint::Kind(),

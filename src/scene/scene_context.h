@@ -42,6 +42,9 @@ class SceneContext {
   SourceLocation Where(u32 line, u32 column) const;
   void Error(const JsonValue& at, const Subject& subject, const std::string& text);
   void Error(const JsonMember& at, const Subject& subject, const std::string& text);
+  void Error(SourceLocation where, const std::string& text) {
+    mDiagnostics.Error(std::move(where), text);
+  }
   void Warning(const JsonValue& at, const Subject& subject, const std::string& text);
   void Warning(SourceLocation where, const std::string& text) {
     mDiagnostics.Warning(std::move(where), text);

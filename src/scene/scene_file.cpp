@@ -92,7 +92,7 @@ JsonValue OverrideValue(const ParameterRow& row, const std::string& text) {
   JsonValue value;
   Diagnostics unused;
   const bool isJson = ParseJson(text, {}, value, unused) && !unused.HasErrors();
-  const bool isText = row.type == ParameterType::String;
+  const bool isText = row.type == ParameterType::String && !row.script;
   const bool isName = row.type == ParameterType::Filename || row.type == ParameterType::Link;
   if (!isJson || ((isText || (isName && !value.IsNull())) && !value.Text())) value.data = text;
   return value;

@@ -108,6 +108,17 @@ void AppendSequence(std::string& out, const std::string& pattern) {
   }
 }
 
+/// The scripts of a node, which may stand in files of their own.
+void AppendScripts(std::string& out, const host::BaseNode& node) {
+  if (!node.Table()) return;
+  for (const host::ParameterRow& row : *node.Table()) {
+    const host::TextOrigin* origin = row.script ? node.OriginOf(row.id) : nullptr;
+    const host::Value* value = origin ? node.Get(row.id) : nullptr;
+    const auto* text = value ? std::get_if<std::string>(value) : nullptr;
+    if (text) AppendBytes(out, text->data(), text->size());
+  }
+}
+
 void AppendHostData(std::string& out, const host::BaseNode& node) {
   const auto* object = dynamic_cast<const host::PolygonObject*>(&node);
   if (object && !object->IsOutput()) {
@@ -130,6 +141,7 @@ void AppendHostData(std::string& out, const host::BaseNode& node) {
     AppendBytes(out, &image->picture.width, 1);
     AppendBytes(out, image->picture.pixels.data(), image->picture.pixels.size());
   }
+  AppendScripts(out, node);
   std::vector<std::string> children;
   for (const host::BaseNode* child : node.Children())
     AppendHostData(children.emplace_back(), *child);

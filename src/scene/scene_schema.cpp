@@ -103,7 +103,7 @@ Json PlainValue(const ParameterRow& row) {
       json = row.choices.empty() ? Json{{"type", "integer"}} : ChoiceSchema(row);
       break;
     case ParameterType::Bool: json = {{"enum", {true, false, 0, 1}}}; break;
-    case ParameterType::String: json = {{"type", "string"}}; break;
+    case ParameterType::String: json = row.script ? Ref("script") : Json{{"type", "string"}}; break;
     case ParameterType::Vector: json = NumbersOf(3); break;
     case ParameterType::Filename:
     case ParameterType::Link: json = {{"type", {"string", "null"}}}; break;
@@ -315,7 +315,12 @@ Json Definitions() {
     list["type"] = {"array", "null"};
     return list;
   };
+  Json script = {{"anyOf", Json::array({{{"type", "string"}},
+                                        ListOf({{"type", "string"}}),
+                                        Object({{"file", {{"type", "string"}}}},
+                                               Json::array({"file"}))})}};
   Json definitions = {{"keys", Keys(true)},
+                      {"script", std::move(script)},
                       {"kinds", std::move(kinds)},
                       {"placement", {{"anyOf", Json::array({NumbersOf(3), Keys(NumbersOf(3))})}}},
                       {"links", orNull(ListOf(std::move(link)))},

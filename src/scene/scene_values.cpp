@@ -164,6 +164,7 @@ const ParameterRow* ValueReader::FindRow(const JsonMember& key, const ParameterT
 
 void ValueReader::ReadParameter(const ParameterRow& row, const JsonValue& value, BaseNode& node,
                                 i32 frame, const Subject& subject) {
+  if (row.script) return ReadScript(row, value, node, subject);
   const std::string what = What(row);
   const auto readPlain = [&](const JsonValue& v) { return ReadPlain(row, v, subject, what); };
   if (IsKeyed(value) && RestartsSimulation(node.Type(), row)) {

@@ -52,6 +52,9 @@ class ValueReader {
                                        const Subject& subject, const std::string& what);
   std::optional<host::Value> ReadChoice(const host::ParameterRow& row, const JsonValue& value,
                                         const Subject& subject, const std::string& what);
+  /// Reads a script as a text, a list of its lines or the name of a file, and compiles it.
+  void ReadScript(const host::ParameterRow& row, const JsonValue& value, host::BaseNode& node,
+                  const Subject& subject);
   std::optional<host::Value> ReadLink(const host::ParameterRow& row, const JsonValue& value,
                                       const Subject& subject, const std::string& what);
   std::optional<host::Value> ReadLinks(const host::ParameterRow& row, const JsonValue& value,

@@ -35,6 +35,12 @@ void Force::PrepareAlone() {
   Open();
 }
 
+void Force::PrepareForParticles() {
+  mFlow = nullptr;
+  mVelocity = nullptr;
+  Open();
+}
+
 void Force::Open() {
   mWeight = 1.0;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, mWeight)) {

@@ -10,6 +10,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
+class ParticleColumns;
+
 /// The record that a force reads and adds to; one serves a whole loop, refilled for every cell.
 struct ForceSample {
   u32 worker = 0;                    ///< index of the calling worker
@@ -21,6 +23,8 @@ struct ForceSample {
   Vec3d position{};      ///< cell centre, simulation units
   Vec3d force{};         ///< accumulator, a velocity change in simulation units per second
   Vec3d hostPosition{};  ///< cell centre, host units
+  const ParticleColumns* particles = nullptr;  ///< of a particle: the columns that it is in
+  i32 particle = 0;                            ///< its row
 };
 
 /// A row of cells along x, in the same terms: arrays hold one entry per cell. What forces add to
@@ -55,6 +59,8 @@ class Force : public iObject {
   void PrepareFor(Flow& flow);
   /// Makes ready for a step on what isn't a flow; inactive where the force needs one.
   void PrepareAlone();
+  /// Makes ready for a step on particles.
+  void PrepareForParticles();
   void Finish() override;
 
   /// Whether it rests on the place alone, and so acts beyond the cells of the flow too.

@@ -1,0 +1,58 @@
+// The script of an object, for all its workers.
+#pragma once
+#include <array>
+#include <atomic>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "host/script_state.h"
+#include "host/worker_pool.h"
+
+namespace MELDO_GLOBAL::host {
+
+/// Compiles a script and runs it in one state a worker. What a call gives depends on what it is told
+/// alone, so that results depend neither on the threads nor on what ran before.
+class ScriptRunner {
+ public:
+  explicit ScriptRunner(const ScriptFamily& family) : mFamily(family) {}
+
+  /// Takes a source, unless it is the one that it has. False, with an error, where it doesn't
+  /// compile or has failed before.
+  bool Compile(const std::string& source);
+  /// Forgets what was compiled, and what failed.
+  void Free();
+  /// What `op` shows from now on; between runs of the workers.
+  void SetOp(const ScriptOp& op);
+  /// As `ScriptState::Run`, in the state of a worker. Each of the workers may run at a time.
+  template <class Answer>
+  bool Run(u32 worker, std::span<const ScriptColumn> told, std::span<Answer> answers) {
+    ScriptState* state = StateOf(worker);
+    if (!state || state->Error()) return false;
+    if (state->Run(told, answers)) return true;
+    mLostSeconds += state->SecondsOfError();
+    return false;
+  }
+  /// The error of the first worker that has one, or none; behind the workers.
+  ScriptError Error() const;
+
+ private:
+  /// Processor time that may go into calls that fail: each worker has one of its own.
+  static constexpr double kMostLostSeconds = ScriptState::kMostSeconds;
+
+  /// Null once too much time is lost.
+  ScriptState* StateOf(u32 worker);
+
+  struct Slot {
+    std::unique_ptr<ScriptState> state;
+    u32 opNumber = 0;  ///< of the `op` that it has
+  };
+  const ScriptFamily& mFamily;
+  std::string mSource;
+  std::array<Slot, kMaxWorkers> mSlots;
+  ScriptOp mOp;
+  u32 mOpNumber = 0;
+  std::atomic<double> mLostSeconds = 0;
+};
+
+}  // namespace MELDO_GLOBAL::host
