@@ -57,6 +57,7 @@
 #include "fluids/operators/grid_variable_density.h"
 #include "fluids/operators/mesh_curvature_operator.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
+#include "fluids/operators/particle_forces.h"
 #include "fluids/particles/kernel.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_iso_density.h"
@@ -139,6 +140,7 @@ std::deque<NodeKind>& Kinds() {
       Bullet_VelocityEmitter::Kind(),
       GridVariableDensity::Kind(),
       ParticleAdvection::Kind(),
+      ParticleForces::Kind(),
       MultiVolume::Kind(),
       MeshCurvatureOperator::Kind(),
       MeshSmoothingOperator::Kind(),

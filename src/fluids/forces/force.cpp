@@ -35,9 +35,27 @@ void Force::PrepareAlone() {
   Open();
 }
 
+void Force::EvaluateParticles(const ForceParticles& run) {
+  ForceSample sample;
+  sample.worker = run.worker;
+  sample.particleMode = 1;
+  sample.particles = run.particles;
+  for (std::size_t i = 0; i < run.positions.size(); ++i) {
+    if (run.weights[i] == 0) continue;
+    sample.particle = run.first + static_cast<i32>(i);
+    sample.weight = run.weights[i];
+    sample.position = run.positions[i];
+    sample.hostPosition = sample.position * run.simToWorld;
+    sample.force = run.forces[i];
+    Evaluate(sample);
+    run.forces[i] = sample.force;
+  }
+}
+
 void Force::PrepareForParticles() {
   mFlow = nullptr;
   mVelocity = nullptr;
+  if (!ActsOnParticles()) return void(Deactivate("it pushes fluids alone"));
   Open();
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 #include <algorithm>
 #include <array>
+#include <span>
 
 #include "fluids/flow/flow.h"
 #include "framework/constraint.h"
@@ -25,6 +26,17 @@ struct ForceSample {
   Vec3d hostPosition{};  ///< cell centre, host units
   const ParticleColumns* particles = nullptr;  ///< of a particle: the columns that it is in
   i32 particle = 0;                            ///< its row
+};
+
+/// Particles in rows that follow one another, in the same terms.
+struct ForceParticles {
+  u32 worker = 0;
+  const ParticleColumns* particles = nullptr;
+  i32 first = 0;                     ///< the row of the first one
+  std::span<const Vec3d> positions;  ///< simulation units
+  std::span<const double> weights;   ///< of those that are left out 0
+  Vec3d simToWorld{};
+  std::span<Vec3d> forces;  ///< accumulators
 };
 
 /// A row of cells along x, in the same terms: arrays hold one entry per cell. What forces add to
@@ -59,18 +71,22 @@ class Force : public iObject {
   void PrepareFor(Flow& flow);
   /// Makes ready for a step on what isn't a flow; inactive where the force needs one.
   void PrepareAlone();
-  /// Makes ready for a step on particles.
+  /// Makes ready for a step on particles; inactive where the force does nothing to them.
   void PrepareForParticles();
   void Finish() override;
 
   /// Whether it rests on the place alone, and so acts beyond the cells of the flow too.
   virtual bool ActsAnywhere() const { return false; }
+  /// Whether it does something to particles.
+  virtual bool ActsOnParticles() const { return ActsAnywhere(); }
 
   using iObject::Evaluate;
   /// Adds to `sample.force`; nothing without `FLAG_ACTIVE`. Runs on all workers at once.
   virtual void Evaluate(ForceSample& sample) = 0;
   /// Adds to every open cell of the row what `Evaluate` adds at that cell, to the last bit.
   virtual void EvaluateRow(const ForceRow& row);
+  /// Adds to every particle what `Evaluate` adds to it, to the last bit.
+  virtual void EvaluateParticles(const ForceParticles& run);
 
  protected:
   /// Opens the force for a step, with `mFlow` or without one.

@@ -1,5 +1,7 @@
 #include "fluids/forces/particle_force_script.h"
 
+#include <algorithm>
+
 #include "fluids/particles/particle_columns.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
@@ -29,11 +31,17 @@ const NodeKind& ParticleForce_Script::Kind() {
       .menu = {"Particles/Forces"},
       .purpose = "pushes particles by a few lines of the user's own",
       .example =
-          {{},
-           {R"({ "type": "pforce_script", "name": "brake", "parameters": { "script": [)",
+          {{example::kBall},
+           {example::kBallMesh,
+            R"({ "type": "pforce_script", "name": "brake", "parameters": { "script": [)",
             R"-(  "function main(op)",)-",
             R"-(  "  return particle_acceleration * -0.5",)-",
-            R"-(  "end"] } })-"}},
+            R"-(  "end"] } })-",
+            R"({ "type": "particlegroup", "name": "sparks" })",
+            R"({ "type": "particlemesh_emission_setting", "name": "spark rate" })",
+            R"({ "type": "particlemeshemitter", "name": "born", "parameters": { "group": "sparks", "source": "ball mesh", "settings": "spark rate", "kind": "passive" } })",
+            R"({ "type": "particle_forces", "name": "slow", "parameters": { "groups": [{ "node": "sparks", "kinds": ["passive"] }], "forces": ["brake"] } })",
+            R"({ "type": "particle_advection", "name": "fly", "parameters": { "group": "sparks", "kind": "passive", "motion": "ballistic" } })"}},
       .rows = Parameters,
       .make = MakeNode<ParticleForce_Script>,
   };
@@ -64,19 +72,47 @@ bool ParticleForce_Script::PrepareForce() {
 }
 
 void ParticleForce_Script::Evaluate(ForceSample& sample) {
-  if (!Has(FLAG_ACTIVE) || !sample.particles) return;
-  double k = sample.weight * mWeight;
-  if (!mConstraints.IsEmpty())
-    mConstraints.TestRow({{&sample.position, 1}, {&k, 1}, sample.particles, sample.particle}, this,
-                         sample.worker);
-  if (k == 0) return;
-  const Vec3d velocity = sample.particles->Velocities()[sample.particle];
-  Vec3d answer;
-  const ScriptColumn told[] = {
-      std::span<const double>(&mIntensity, 1), std::span<const Vec3d>(&sample.position, 1),
-      std::span<const Vec3d>(&velocity, 1), std::span<const i32>(&sample.particle, 1)};
-  if (mScript.Run(sample.worker, told, std::span(&answer, 1)))
-    sample.force += answer * (mTime->stepDuration * k);
+  if (!sample.particles) return;
+  EvaluateParticles({sample.worker,
+                     sample.particles,
+                     sample.particle,
+                     {&sample.position, 1},
+                     {&sample.weight, 1},
+                     {},
+                     {&sample.force, 1}});
+}
+
+void ParticleForce_Script::EvaluateParticles(const ForceParticles& run) {
+  if (!Has(FLAG_ACTIVE)) return;
+  const std::span<const Vec3d> velocities = run.particles->Velocities();
+  double intensity[kRun], weights[kRun];
+  Vec3d positions[kRun], speeds[kRun], answers[kRun];
+  i32 rows[kRun];
+  for (std::size_t first = 0; first < run.positions.size(); first += kRun) {
+    const std::size_t n = std::min(kRun, run.positions.size() - first);
+    const i32 firstRow = run.first + static_cast<i32>(first);
+    for (std::size_t i = 0; i < n; ++i) weights[i] = run.weights[first + i] * mWeight;
+    if (!mConstraints.IsEmpty())
+      mConstraints.TestRow(
+          {run.positions.subspan(first, n), {weights, n}, run.particles, firstRow}, this,
+          run.worker);
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      if (weights[i] == 0) continue;
+      rows[count] = firstRow + static_cast<i32>(i);
+      positions[count] = run.positions[first + i];
+      speeds[count] = velocities[rows[count]];
+      intensity[count++] = mIntensity;
+    }
+    const ScriptColumn told[] = {
+        std::span<const double>(intensity, count), std::span<const Vec3d>(positions, count),
+        std::span<const Vec3d>(speeds, count), std::span<const i32>(rows, count)};
+    if (count == 0 || !mScript.Run(run.worker, told, std::span(answers, count))) continue;
+    for (std::size_t k = 0; k < count; ++k) {
+      const auto i = static_cast<std::size_t>(rows[k] - firstRow);
+      run.forces[first + i] += answers[k] * (mTime->stepDuration * weights[i]);
+    }
+  }
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

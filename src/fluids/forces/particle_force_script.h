@@ -8,7 +8,7 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// dv = dt w m, with the step dt, the weight w that constraints and the time window leave of a
-/// particle, and the vector m that main(op) of a script gives for it. A particle at which it fails
+/// particle, and the vector m that main(op) of a script gives for it. A run of particles in which it fails
 /// gets nothing, and so do all once the force sleeps.
 class ParticleForce_Script : public Force {
  public:
@@ -19,8 +19,12 @@ class ParticleForce_Script : public Force {
 
   using Force::Evaluate;
   void Evaluate(ForceSample& sample) override;
+  void EvaluateParticles(const ForceParticles& run) override;
+  bool ActsOnParticles() const override { return true; }
 
  private:
+  static constexpr std::size_t kRun = 64;
+
   bool PrepareForce() override;
   void FinishForce() override { mScript.Close(); }
 

@@ -1,0 +1,169 @@
+#include "fluids/operators/particle_forces.h"
+
+#include <algorithm>
+
+#include "fluids/operators/channel_work.h"
+#include "framework/node_kind.h"
+#include "framework/rest.h"
+#include "framework/scene.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+using namespace host;
+
+const NodeKind& ParticleForces::Kind() {
+  static const NodeKind kind = {
+      .id = 1300127,
+      .type = "particle_forces",
+      .label = "POP::Forces",
+      .className = "ParticleForces",
+      .typeId = 107,
+      .list = kListOperators,
+      .categories = kCategoryParticle,
+      .stages = {kOperators},
+      .priority = 20,
+      .menu = {"Particles/Operators"},
+      .purpose = "pushes particles by the forces that it names",
+      .example =
+          {{example::kBall},
+           {example::kBallMesh, R"({ "type": "particlegroup", "name": "sparks" })",
+            R"({ "type": "particlemesh_emission_setting", "name": "spark rate" })",
+            R"({ "type": "particlemeshemitter", "name": "born", "parameters": { "group": "sparks", "source": "ball mesh", "settings": "spark rate", "kind": "passive" } })",
+            R"({ "type": "force_gravity", "name": "wind", "parameters": { "acceleration": [2, 0, 0] } })",
+            R"({ "type": "particle_forces", "name": "blow", "parameters": { "groups": [{ "node": "sparks", "kinds": ["passive"] }], "forces": ["wind"] } })",
+            R"({ "type": "particle_advection", "name": "fly", "parameters": { "group": "sparks", "kind": "passive", "motion": "ballistic" } })"}},
+      .rows = Parameters,
+      .make = MakeNode<ParticleForces>,
+  };
+  return kind;
+}
+
+const ParameterTable& ParticleForces::Parameters() {
+  static const ParameterTable table = {
+      LinksRow(kGroupsRow, "groups", "whose particles are pushed, by kind", {ParticleGroup::kNodeType})
+          .To(&ParticleForces::mGroups)
+          .Writes()
+          .Required(),
+      AbsentLinksRow(kForcesRow, "forces",
+                     "what pushes them; without the list every force that acts on particles")
+          .AcceptsAny({kListForces, 0})
+          .AllWhenAbsent()
+          .To(&ParticleForces::mNamed),
+      LongRow(kForceListRow, "force_list", 1, "",
+              "whether 'forces' names those that push, or those that don't")
+          .Choices({{0, "exclude"}, {1, "include"}})
+          .Missing(i32{0})
+          .To(&ParticleForces::mListMode),
+      LinkRow(1003, "duration", "pushes only inside this time window", {Duration::Kind().id})
+          .To(&ParticleForces::mDuration),
+      LinkRow(kTargetRow, "target", "a vector that particles carry, which takes the sum instead of "
+                                    "the velocity; particles without it are left alone")
+          .AcceptsAny({kListParticles, kCategoryProperty | kCategoryVector})
+          .To(&ParticleForces::mProperty),
+      LongRow(kModeRow, "mode", kAdd, "", "whether the sum is added to what is there, or replaces it")
+          .Choices({{kAdd, "add"}, {kSet, "set"}})
+          .OrNumbers()
+          .To(&ParticleForces::mMode),
+      BoolRow(kPerStepRow, "per_step", true,
+              "takes what forces give to a step of this length; off, what they give to a second")
+          .To(&ParticleForces::mIsPerStep),
+  };
+  return table;
+}
+
+void ParticleForces::CheckDirty() {
+  iObject::CheckDirty();
+  WorkWhileSimulating(*this);
+}
+
+bool ParticleForces::SetsVelocity() const {
+  return !mProperty || mProperty->Key().id == property_id::kVelocity;
+}
+
+void ParticleForces::CollectTargets() {
+  mTargets.clear();
+  for (const Linked<ParticleGroup>& entry : mGroups)
+    for (i32 kind = 0; kind < kParticleKinds; ++kind) {
+      ParticleGroup& group = *entry.object;
+      if (!NamesKind(entry.flags, kind) || group.Count(kind) == 0 || group.IsCached(kind)) continue;
+      PropertyColumn<Vec3d>* column =
+          SetsVelocity() ? nullptr : group.Store(kind).Find<Vec3d>(mProperty->Key());
+      if (SetsVelocity() || column) mTargets.push_back({&group, kind, column});
+    }
+}
+
+void ParticleForces::CollectForces() {
+  mForces.clear();
+  if (mListMode == 1 || mNamed.empty()) {
+    mForces = mNamed;
+  } else {
+    for (const auto& [id, object] : mScene->List(kListForces))
+      if (auto* force = dynamic_cast<Force*>(object.get());
+          force && std::find(mNamed.begin(), mNamed.end(), force) == mNamed.end())
+        mForces.push_back(force);
+  }
+  std::erase_if(mForces, [](const Force* force) {
+    return !force->Has(FLAG_ENABLED) || !force->ActsOnParticles();
+  });
+}
+
+void ParticleForces::Prepare() {
+  mWeight = 1;
+  if (mTime->stepDuration == 0) return void(Deactivate(kNoStepReason));
+  if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, mWeight))
+    return void(Deactivate(kClosedReason));
+  CollectTargets();
+  if (mTargets.empty()) return void(Deactivate(kNoParticlesReason));
+  CollectForces();
+  if (mForces.empty()) return void(Deactivate("it has no force that acts on particles"));
+  for (Force* force : mForces) force->PrepareForParticles();
+  mConstraints.Prepare(this);
+  ++mRuns;
+  SetFlag(FLAG_ACTIVE, true);
+}
+
+void ParticleForces::Evaluate(const EvaluationThreadData& data) {
+  if (!Has(FLAG_ACTIVE)) return;
+  for (const Target& target : mTargets) {
+    const IndexRange own = target.group->Store(target.kind).PartOf(data.index, data.count);
+    for (i32 first = own.first; first < own.last && !data.TestBreak(); first += kRun)
+      Push(target, first, std::min(kRun, own.last - first), static_cast<u32>(data.index));
+  }
+}
+
+void ParticleForces::Push(const Target& target, i32 first, i32 count, u32 worker) const {
+  ParticleStore& store = target.group->Store(target.kind);
+  const auto n = static_cast<std::size_t>(count);
+  const std::span<const Vec3d> positions = std::as_const(store).Positions().subspan(first, n);
+  double weights[kRun];
+  Vec3d forces[kRun] = {};
+  for (std::size_t i = 0; i < n; ++i)
+    weights[i] = store.Flags()[first + i] & PF_ALIVE ? mWeight : 0.0;
+  if (!mConstraints.IsEmpty())
+    mConstraints.TestRow({positions, {weights, n}, &store, first}, this, worker);
+  for (Force* force : mForces)
+    if (force->Has(FLAG_ACTIVE))
+      force->EvaluateParticles({worker, &store, first, positions, {weights, n},
+                                GetDomain().simToWorld, {forces, n}});
+  const double scale = mIsPerStep ? 1.0 : 1.0 / mTime->stepDuration;
+  for (std::size_t i = 0; i < n; ++i) {
+    const i32 row = first + static_cast<i32>(i);
+    if (weights[i] == 0 || (target.column && !target.column->Has(row))) continue;
+    const Vec3d sum = forces[i] * scale;
+    if (!target.column)
+      store.Velocities()[row] = mMode == kSet ? sum : store.Velocities()[row] + sum;
+    else
+      target.column->Set(row, mMode == kSet ? sum : Vec3d(target.column->Get(row, {})) + sum);
+  }
+}
+
+void ParticleForces::Finish() {
+  for (Force* force : mForces) force->Finish();
+  mConstraints.Finish(this);
+  mForces.clear();
+  mTargets.clear();
+  SetFlag(FLAG_ACTIVE, false);
+  iObject::Finish();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,54 @@
+// Forces on particles.
+#pragma once
+#include <vector>
+
+#include "fluids/forces/force.h"
+#include "fluids/particles/particle_group.h"
+#include "fluids/particles/particle_property.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// Sums forces at each particle of some groups and adds the sum to its velocity, or to a vector that
+/// it carries, or sets that to it.
+class ParticleForces : public iObject {
+ public:
+  using iObject::iObject;
+  static const NodeKind& Kind();
+  static const host::ParameterTable& Parameters();
+  static constexpr i32 kGroupsRow = 1000, kForcesRow = 1001, kForceListRow = 1002,
+                       kTargetRow = 1004, kModeRow = 1005, kPerStepRow = 1006;
+  ConstraintList* Constraints() override { return &mConstraints; }
+  void CheckDirty() override;
+  void Prepare() override;
+  void Evaluate(const EvaluationThreadData& data) override;
+  void Finish() override;
+
+ private:
+  enum Mode : i32 { kAdd = 0, kSet = 1 };
+  static constexpr i32 kRun = 64;
+  struct Target {
+    ParticleGroup* group;
+    i32 kind;
+    PropertyColumn<Vec3d>* column;  ///< null for the velocity
+  };
+
+  void CollectTargets();
+  void CollectForces();
+  bool SetsVelocity() const;
+  void Push(const Target& target, i32 first, i32 count, u32 worker) const;
+
+  std::vector<host::Linked<ParticleGroup>> mGroups;
+  std::vector<Force*> mNamed;
+  i32 mListMode = 0;  ///< 0: the list names who is left out
+  Duration* mDuration = nullptr;
+  iProperty* mProperty = nullptr;
+  i32 mMode = kAdd;
+  bool mIsPerStep = true;
+  ConstraintList mConstraints;
+
+  double mWeight = 1;  ///< of the time window
+  std::vector<Target> mTargets;
+  std::vector<Force*> mForces;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
