@@ -123,7 +123,6 @@ std::deque<NodeKind>& Kinds() {
       ScriptConstraint::Kind(),
       ChannelOperator_Script::Kind(),
       ParticleForce_Script::Kind(),
-      Force_Script::Kind(),
       ChannelOperator_Remap::Kind(),
       Kernel::Kind(),
       ParticleDistanceConstraint::Kind(),
@@ -151,6 +150,7 @@ std::deque<NodeKind>& Kinds() {
       FractionsConstraint::Kind(),
       GroupKind(),
       QuadricsConstraint::Kind(),
+      Force_Script::Kind(),
       Property<bool>::Kind(),
   };
   return kinds;

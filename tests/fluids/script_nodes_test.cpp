@@ -7,6 +7,7 @@
 
 #include "fluids/constraints/script_constraint.h"
 #include "fluids/emission/grid_cell_emitter.h"
+#include "fluids/fields/plain_grid_channel.h"
 #include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_script.h"
 #include "fluids/forces/particle_force_script.h"
@@ -14,6 +15,7 @@
 #include "fluids/operators/channel_operator_script.h"
 #include "fluids/operators/particle_forces.h"
 #include "fluids/test_scene.h"
+#include "host/noise.h"
 
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::MELDO_SULVA;
@@ -265,6 +267,7 @@ TEST(ScriptOnParticles, DoesWhatGravityDoesToTheLastBit) {
         TestScene::Set(force, ScriptPart::kSourceRow,
                        MainOf("assert(particle_index >= 0 and particle_pos.y < 1)\n"
                               "return Vector(0, -9.81, 0)"));
+      s.SetUp();
       s.scene->mTime.frameIndex = 1;
       TestScene::Links(forces, ParticleForces::kGroupsRow, {&group});
       TestScene::Links(forces, ParticleForces::kForcesRow, {&force});

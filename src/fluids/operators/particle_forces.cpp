@@ -93,18 +93,18 @@ void ParticleForces::CollectTargets() {
 }
 
 void ParticleForces::CollectForces() {
+  const bool isOpen = !Node() || !Node()->Get(kForcesRow);
   mForces.clear();
-  if (mListMode == 1 || mNamed.empty()) {
+  if (!isOpen && mListMode != 0) {
     mForces = mNamed;
   } else {
-    for (const auto& [id, object] : mScene->List(kListForces))
-      if (auto* force = dynamic_cast<Force*>(object.get());
-          force && std::find(mNamed.begin(), mNamed.end(), force) == mNamed.end())
-        mForces.push_back(force);
+    for (const auto& [id, object] : mScene->List(kListForces)) {
+      auto* force = dynamic_cast<Force*>(object.get());
+      const bool isNamed = std::find(mNamed.begin(), mNamed.end(), force) != mNamed.end();
+      if (force && force->ActsOnParticles() && (isOpen || !isNamed)) mForces.push_back(force);
+    }
   }
-  std::erase_if(mForces, [](const Force* force) {
-    return !force->Has(FLAG_ENABLED) || !force->ActsOnParticles();
-  });
+  std::erase_if(mForces, [](const Force* force) { return !force->Has(FLAG_ENABLED); });
 }
 
 void ParticleForces::Prepare() {
@@ -115,7 +115,9 @@ void ParticleForces::Prepare() {
   CollectTargets();
   if (mTargets.empty()) return void(Deactivate(kNoParticlesReason));
   CollectForces();
-  if (mForces.empty()) return void(Deactivate("it has no force that acts on particles"));
+  if (std::none_of(mForces.begin(), mForces.end(),
+                   [](const Force* force) { return force->ActsOnParticles(); }))
+    return void(Deactivate("it has no force that acts on particles"));
   for (Force* force : mForces) force->PrepareForParticles();
   mConstraints.Prepare(this);
   ++mRuns;

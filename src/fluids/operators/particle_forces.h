@@ -19,6 +19,7 @@ class ParticleForces : public iObject {
                        kTargetRow = 1004, kModeRow = 1005, kPerStepRow = 1006;
   ConstraintList* Constraints() override { return &mConstraints; }
   void CheckDirty() override;
+  bool Commutes() const override { return mMode != kSet; }
   void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
