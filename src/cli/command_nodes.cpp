@@ -55,6 +55,7 @@ Json ParameterJson(const ParameterTable& table, const ParameterRow& row) {
     json["choices"].push_back({{"value", choice.value}, {"name", choice.name}});
   if (row.orNumbers) json["or_numbers"] = true;
   if (!row.accepts.empty()) json["accepts"] = row.accepts;
+  if (row.script) json["told"] = row.script->variables;
   if (row.condition) json["counts"] = ConditionText(table, row);
   if (!row.HasEffect()) json["kept"] = true;
   return json;

@@ -30,21 +30,21 @@ int RefuseField(lua_State* state) {
 int NothingOfThatName(lua_State* state) {
   return luaL_error(state, "nothing is called '%s' here", luaL_tolstring(state, 2, nullptr));
 }
-int LengthOfHidden(lua_State* state) {
-  lua_pushinteger(state, static_cast<lua_Integer>(lua_rawlen(state, lua_upvalueindex(1))));
+int KnownLength(lua_State* state) {
+  lua_pushvalue(state, lua_upvalueindex(1));
   return 1;
 }
 
-/// Pushes a metatable that shows the table at `hidden`.
-void PushRules(lua_State* state, int hidden) {
+/// Pushes a metatable that shows the table at `hidden`, with a length of `length`.
+void PushRules(lua_State* state, int hidden, lua_Unsigned length = 0) {
   hidden = lua_absindex(state, hidden);
   lua_createtable(state, 0, 3);
   lua_pushvalue(state, hidden);
   lua_setfield(state, -2, "__index");
   lua_pushcfunction(state, RefuseField);
   lua_setfield(state, -2, "__newindex");
-  lua_pushvalue(state, hidden);
-  lua_pushcclosure(state, LengthOfHidden, 1);
+  lua_pushinteger(state, static_cast<lua_Integer>(length));
+  lua_pushcclosure(state, KnownLength, 1);
   lua_setfield(state, -2, "__len");
 }
 
@@ -73,8 +73,10 @@ struct Walk {
     lua_pop(state, 1);
   }
 
-  /// Moves what the table at `table` holds to a hidden one.
+  /// Moves what the table at `table` holds to a hidden one. Its length is that from before: of a list
+  /// with gaps it depends on the history of the table.
   void Freeze(int table) {
+    const lua_Unsigned length = lua_rawlen(state, table);
     lua_newtable(state);
     const int hidden = lua_gettop(state);
     lua_pushnil(state);
@@ -90,7 +92,7 @@ struct Walk {
       lua_pushnil(state);
       lua_rawset(state, table);
     }
-    PushRules(state, hidden);
+    PushRules(state, hidden, length);
     lua_setmetatable(state, table);
     lua_settop(state, hidden - 1);
   }
