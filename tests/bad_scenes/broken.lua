@@ -1,4 +1,4 @@
--- A script with a slip of the pen in its third line.
+-- A script with one end too many.
 function main(op)
-  return intensty * cell_value
+  return cell_value * intensity
   end end
