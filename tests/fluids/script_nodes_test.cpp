@@ -146,7 +146,7 @@ TEST(ScriptForce, SleepsOnceItHasFailedAndHarmsNothing) {
   rig.RunGas(kForcesEmission);
   EXPECT_EQ(force.mRuns, 1u) << "it sleeps from then on";
   node.Set(ScriptPart::kSourceRow, MainOf("return Vector(0, 0, 0)"));
-  rig.SetUp();
+  rig.Begin();
   rig.RunGas(kForcesEmission);
   EXPECT_EQ(force.mRuns, 2u) << "a new source wakes it";
 }
