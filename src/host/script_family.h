@@ -30,7 +30,8 @@ struct ScriptOp {
   i32 frame = 0;
 };
 
-/// Why a script doesn't compile or has stopped, and in which of its lines; 0 where none is to blame.
+/// Why a script doesn't compile or has stopped, and in which of its lines; 0 where none is to
+/// blame.
 struct ScriptError {
   std::string text;
   u32 line = 0;

@@ -16,10 +16,11 @@ constexpr char kGlobalRules = 0;  ///< the metatable of the table that scripts s
 constexpr char kWatched = 0;      ///< function, number of its variable, value; and the next one
 
 int RefuseGlobal(lua_State* state) {
-  return luaL_error(state,
-                    "'%s' can't be set in a call: cells and particles come in no order, so main(op) "
-                    "remembers nothing; write 'local' before it",
-                    luaL_tolstring(state, 2, nullptr));
+  return luaL_error(
+      state,
+      "'%s' can't be set in a call: cells and particles come in no order, so main(op) "
+      "remembers nothing; write 'local' before it",
+      luaL_tolstring(state, 2, nullptr));
 }
 int RefuseField(lua_State* state) {
   return luaL_error(state,
@@ -73,8 +74,8 @@ struct Walk {
     lua_pop(state, 1);
   }
 
-  /// Moves what the table at `table` holds to a hidden one. Its length is that from before: of a list
-  /// with gaps it depends on the history of the table.
+  /// Moves what the table at `table` holds to a hidden one. Its length is that from before: of a
+  /// list with gaps it depends on the history of the table.
   void Freeze(int table) {
     const lua_Unsigned length = lua_rawlen(state, table);
     lua_newtable(state);
@@ -104,8 +105,7 @@ struct Walk {
 
   void Watch(int function) {
     for (int i = 1; lua_getupvalue(state, function, i); ++i) {
-      const bool isNew =
-          lua_rawgetp(state, seen, lua_upvalueid(state, function, i)) == LUA_TNIL;
+      const bool isNew = lua_rawgetp(state, seen, lua_upvalueid(state, function, i)) == LUA_TNIL;
       lua_pop(state, 1);
       if (!isNew) {
         lua_pop(state, 1);

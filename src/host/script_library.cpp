@@ -108,8 +108,8 @@ int UnitOf(lua_State* state) {
 int NoiseAt(lua_State* state) {
   static const Noise noise(0);
   const Vec3d* vector = ScriptVectorAt(state, 1);
-  const Vec3d at = vector ? *vector
-                          : Vec3d{NumberAt(state, 1), NumberAt(state, 2), NumberAt(state, 3)};
+  const Vec3d at =
+      vector ? *vector : Vec3d{NumberAt(state, 1), NumberAt(state, 2), NumberAt(state, 3)};
   const int time = vector ? 2 : 4;
   lua_pushnumber(state, lua_isnoneornil(state, time)
                             ? noise.Evaluate(NoiseType::Gradient, at, 1)
@@ -118,10 +118,11 @@ int NoiseAt(lua_State* state) {
 }
 
 void MakeVectorTable(lua_State* state) {
-  static constexpr luaL_Reg kOperators[] = {
-      {"__add", Sum},         {"__sub", Difference},  {"__mul", Product},
-      {"__div", Quotient},    {"__unm", Opposite},    {"__eq", AreEqual},
-      {"__index", Component}, {"__newindex", RefuseComponent}, {nullptr, nullptr}};
+  static constexpr luaL_Reg kOperators[] = {{"__add", Sum},         {"__sub", Difference},
+                                            {"__mul", Product},     {"__div", Quotient},
+                                            {"__unm", Opposite},    {"__eq", AreEqual},
+                                            {"__index", Component}, {"__newindex", RefuseComponent},
+                                            {nullptr, nullptr}};
   lua_newtable(state);
   luaL_setfuncs(state, kOperators, 0);
   lua_pushstring(state, "vector");

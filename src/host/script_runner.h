@@ -11,8 +11,8 @@
 
 namespace MELDO_GLOBAL::host {
 
-/// Compiles a script and runs it in one state a worker. What a call gives depends on what it is told
-/// alone, so that results depend neither on the threads nor on what ran before.
+/// Compiles a script and runs it in one state a worker. What a call gives depends on what it is
+/// told alone, so that results depend neither on the threads nor on what ran before.
 class ScriptRunner {
  public:
   explicit ScriptRunner(const ScriptFamily& family) : mFamily(family) {}

@@ -39,8 +39,8 @@ double ThreadSeconds() {
 }
 
 /// The line in front of a script, on the first line of which it ends: all that a script finds are
-/// locals of its file, which functions reach faster than globals. The first value that it gets takes
-/// a function through which what is told is set.
+/// locals of its file, which functions reach faster than globals. The first value that it gets
+/// takes a function through which what is told is set.
 std::string Opening(const ScriptFamily& family) {
   std::string told, all;
   for (const std::string_view name : family.variables)
@@ -73,8 +73,7 @@ ScriptError SplitError(std::string_view message) {
   ScriptError error;
   if (message.starts_with(kPlace)) {
     const char* end = message.data() + message.size();
-    const auto [stop, failure] =
-        std::from_chars(message.data() + kPlace.size(), end, error.line);
+    const auto [stop, failure] = std::from_chars(message.data() + kPlace.size(), end, error.line);
     if (failure == std::errc() && std::string_view(stop, end).starts_with(": "))
       message = {stop + 2, end};
   }
@@ -147,15 +146,15 @@ bool ScriptState::Guard(int (*function)(lua_State*)) {
 
 void ScriptState::TakeError(bool isOutOfMemory) {
   const bool isText = lua_type(mState, -1) == LUA_TSTRING;
-  if (isOutOfMemory || (isText && std::strcmp(lua_tostring(mState, -1), "not enough memory") == 0)) {
+  if (isOutOfMemory ||
+      (isText && std::strcmp(lua_tostring(mState, -1), "not enough memory") == 0)) {
     mError = {mTextTooLong ? fmt::format("it makes a text of more than {} bytes", kMostText)
                            : fmt::format("it takes more than {} bytes of memory", kMostMemory),
               mMainLine};
     return;
   }
   if (!isText) {
-    mError = {fmt::format("it raised an error that is no text but a {}",
-                          luaL_typename(mState, -1)),
+    mError = {fmt::format("it raised an error that is no text but a {}", luaL_typename(mState, -1)),
               mMainLine};
     return;
   }

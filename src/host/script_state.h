@@ -76,8 +76,8 @@ class ScriptState {
 
   const ScriptFamily& mFamily;
   std::span<const std::string_view>* mPieces = nullptr;  ///< of the text, while it is loaded
-  const ScriptOp* mOp = nullptr;         ///< while it is taken over
-  const Job* mJob = nullptr;             ///< while it runs
+  const ScriptOp* mOp = nullptr;                         ///< while it is taken over
+  const Job* mJob = nullptr;                             ///< while it runs
   lua_State* mState = nullptr;
   std::size_t mMemory = 0;
   bool mTextTooLong = false;

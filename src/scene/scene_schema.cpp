@@ -315,10 +315,10 @@ Json Definitions() {
     list["type"] = {"array", "null"};
     return list;
   };
-  Json script = {{"anyOf", Json::array({{{"type", "string"}},
-                                        ListOf({{"type", "string"}}),
-                                        Object({{"file", {{"type", "string"}}}},
-                                               Json::array({"file"}))})}};
+  Json script = {
+      {"anyOf", Json::array({{{"type", "string"}},
+                             ListOf({{"type", "string"}}),
+                             Object({{"file", {{"type", "string"}}}}, Json::array({"file"}))})}};
   Json definitions = {{"keys", Keys(true)},
                       {"script", std::move(script)},
                       {"kinds", std::move(kinds)},

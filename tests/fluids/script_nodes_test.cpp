@@ -38,7 +38,9 @@ std::vector<double> FacesAfter(GasRig& rig) {
   rig.Begin();
   std::mt19937 random(5);
   std::uniform_real_distribution<double> speed(-2, 2);
-  rig.FillVelocity([&](const Vec3d&) { return Vec3d{speed(random), speed(random), speed(random)}; });
+  rig.FillVelocity([&](const Vec3d&) {
+    return Vec3d{speed(random), speed(random), speed(random)};
+  });
   rig.RunGas(kForcesEmission);
   std::vector<double> faces;
   for (i32 a = 0; a < 3; ++a) {
@@ -99,7 +101,8 @@ TEST(ScriptForce, IsToldWhereItIsAndHowFastItFlows) {
   rig.FillVelocity([](const Vec3d& p) { return Vec3d{0, 1 + p.y, 0}; });
   rig.RunGas(kForcesEmission);
   const VelocityField& velocity = rig.gas->mFlow.mVelocity;
-  const EGrid<double>&u = *velocity.GetGrid(0), &v = *velocity.GetGrid(1), &w = *velocity.GetGrid(2);
+  const EGrid<double>&u = *velocity.GetGrid(0), &v = *velocity.GetGrid(1),
+        &w = *velocity.GetGrid(2);
   // A face has the mean of its two cells; a cell reads its low faces.
   EXPECT_NEAR(u(4, 3, 3), 0.5 * (u.Index(3, 3, 3) + u.Index(4, 3, 3)), 1e-12);
   const double below = 1 + v.PositionOf(3, 3, 3).y, at = 1 + v.PositionOf(3, 4, 3).y;
@@ -163,12 +166,12 @@ TEST(ScriptOperator, GivesEachCellItsValueOnAnyNumberOfThreads) {
     TestScene::Run(rig.emitter, threads);
     ForEachCell({{0, 0, 0}, grid.Dims()}, [&](int x, int y, int z) {
       const Vec3d p = grid.PositionOf(x, y, z);
-      const bool isBorder = x == 0 || y == 0 || z == 0 || x == grid.mNx - 1 ||
-                            y == grid.mNy - 1 || z == grid.mNz - 1;
-      const double expected =
-          isBorder ? HeightAt(p)
-                   : HeightAt(p) * 3 + p.x + noise.Evaluate(host::NoiseType::Gradient, p, 1.5, 1) +
-                         grid.Index(x, y, z) % 7;
+      const bool isBorder =
+          x == 0 || y == 0 || z == 0 || x == grid.mNx - 1 || y == grid.mNy - 1 || z == grid.mNz - 1;
+      const double expected = isBorder ? HeightAt(p)
+                                       : HeightAt(p) * 3 + p.x +
+                                             noise.Evaluate(host::NoiseType::Gradient, p, 1.5, 1) +
+                                             grid.Index(x, y, z) % 7;
       ASSERT_NEAR(grid(x, y, z), expected, 1e-12) << x << ' ' << y << ' ' << z;
     });
   }
@@ -207,8 +210,7 @@ TEST(ScriptOperator, LeavesTheCellsAtWhichItFailsAndThenSleeps) {
     const std::vector<double> values(grid.mData, grid.mData + grid.mCount);
     if (first.empty()) first = values;
     EXPECT_EQ(values, first) << threads;
-    EXPECT_STREQ(rig.script.mInactiveReason,
-                 "script:1: main(op) gave a vector; expected a number");
+    EXPECT_STREQ(rig.script.mInactiveReason, "script:1: main(op) gave a vector; expected a number");
     EXPECT_EQ(grid(5, 5, 60), 1);
   }
 }

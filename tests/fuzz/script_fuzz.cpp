@@ -19,8 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, std::size_t size) {
   const i32 indices[] = {0, 1, 2147483647};
   const Vec3d positions[] = {{0, 0, 0}, {1, -2, 3}, {1e9, 1e-9, 0}};
   const host::ScriptColumn told[] = {std::span<const double>(intensity),
-                                     std::span<const double>(values),
-                                     std::span<const i32>(indices),
+                                     std::span<const double>(values), std::span<const i32>(indices),
                                      std::span<const Vec3d>(positions)};
   double numbers[2][3];
   Vec3d vectors[3];

@@ -33,8 +33,9 @@ struct Cells {
       indices[i] = 100 + i;
       positions[i] = {0.1 * i, 1, -0.3 * i};
     }
-    const ScriptColumn told[] = {std::span<const double>(intensity), std::span<const double>(values),
-                                 std::span<const i32>(indices), std::span<const Vec3d>(positions)};
+    const ScriptColumn told[] = {std::span<const double>(intensity),
+                                 std::span<const double>(values), std::span<const i32>(indices),
+                                 std::span<const Vec3d>(positions)};
     std::vector<T> answers(count);
     if (!runner.Run(worker, told, std::span<T>(answers))) answers.clear();
     return answers;
@@ -61,22 +62,22 @@ TEST(Script, ReadsWhatItIsToldAndWhatItMadeWhenLoaded) {
       "function main(op)\n"
       "  local sum = 0\n"
       "  for i, v in ipairs(ramp) do if type(v) == 'number' then sum = sum + v * i end end\n"
-      "  return square(cell_value) * intensity + cell_index % 10 + sum + ramp[3].deep * scale + #ramp\n"
+      "  return square(cell_value) * intensity + cell_index % 10 + sum + ramp[3].deep * scale + "
+      "#ramp\n"
       "         + op.time + op.frame + op.step + (op.name == 'node' and 1000 or 0)\n"
       "end");
   const std::vector<double> answers = cells.Run<double>();
   ASSERT_EQ(answers.size(), 8u) << cells.runner.Error().text;
   for (int i = 0; i < 8; ++i)
-    EXPECT_DOUBLE_EQ(answers[i],
-                     0.25 * i * i * 2 + i + 50 + 60 + 3 + 2.5 + 7 + 0.04 + 1000) << i;
+    EXPECT_DOUBLE_EQ(answers[i], 0.25 * i * i * 2 + i + 50 + 60 + 3 + 2.5 + 7 + 0.04 + 1000) << i;
 }
 
 TEST(Script, VectorsAndNoiseComputeAsOursDo) {
-  Cells cells(Main(
-      "local p = physical_pos\n"
-      "local q = Cross(p, Vector(0, 1, 0)) * 2 + p / 4 - Unit(p) * Length(p) + 1\n"
-      "local n = Vector(Noise(p), Noise(p.x, p.y, p.z), Noise(p, op.time))\n"
-      "return -q * Vector(1, 2, 3) + n * Dot(p, q)"));
+  Cells cells(
+      Main("local p = physical_pos\n"
+           "local q = Cross(p, Vector(0, 1, 0)) * 2 + p / 4 - Unit(p) * Length(p) + 1\n"
+           "local n = Vector(Noise(p), Noise(p.x, p.y, p.z), Noise(p, op.time))\n"
+           "return -q * Vector(1, 2, 3) + n * Dot(p, q)"));
   const std::vector<Vec3d> answers = cells.Run<Vec3d>();
   ASSERT_EQ(answers.size(), 8u) << cells.runner.Error().text;
   const Noise noise(0);
@@ -116,8 +117,7 @@ TEST(Script, RemembersNothing) {
         "local function keep() local n = 0 return function() n = n + 1 return n end end\n"
         "local next = keep()\nfunction main(op) return next() end",
         "function main(op) math.sin = math.cos return 1 end",
-        "function main(op) Noise = nil return 1 end",
-        "function main(op) _ENV = {} return 1 end",
+        "function main(op) Noise = nil return 1 end", "function main(op) _ENV = {} return 1 end",
         "function main(op) op.last = cell_value return 1 end",
         "function main(op) physical_pos.x = 1 return 1 end",
         "function main(op) main = nil return 1 end"}) {
@@ -125,9 +125,10 @@ TEST(Script, RemembersNothing) {
         << source;
   }
   // What is told is new in each call.
-  Cells cells(Main("intensity = intensity + 1 cell_value = cell_value * 2\n"
-                   "physical_pos = physical_pos * 2\n"
-                   "return intensity + cell_value + physical_pos.y"));
+  Cells cells(
+      Main("intensity = intensity + 1 cell_value = cell_value * 2\n"
+           "physical_pos = physical_pos * 2\n"
+           "return intensity + cell_value + physical_pos.y"));
   const std::vector<double> answers = cells.Run<double>();
   ASSERT_EQ(answers.size(), 8u) << cells.runner.Error().text;
   for (int i = 0; i < 8; ++i) EXPECT_DOUBLE_EQ(answers[i], 3 + i + 2);
@@ -135,9 +136,11 @@ TEST(Script, RemembersNothing) {
 
 TEST(Script, FindsNoWayOut) {
   for (const char* name :
-       {"io", "os", "debug", "package", "require", "load", "loadstring", "dofile", "loadfile",
-        "pcall", "xpcall", "coroutine", "string", "table", "utf8", "next", "pairs", "rawset",
-        "rawget", "setmetatable", "getmetatable", "collectgarbage", "tostring", "print", "_G"})
+       {"io",         "os",           "debug",        "package",        "require",  "load",
+        "loadstring", "dofile",       "loadfile",     "pcall",          "xpcall",   "coroutine",
+        "string",     "table",        "utf8",         "next",           "pairs",    "rawset",
+        "rawget",     "setmetatable", "getmetatable", "collectgarbage", "tostring", "print",
+        "_G"})
     EXPECT_EQ(ErrorOf(Main(std::string("return ") + name)),
               std::string("2: nothing is called '") + name + "' here");
   EXPECT_NE(ErrorOf(Main("return math.random()")), "");
@@ -153,7 +156,8 @@ TEST(Script, WhatNeverEndsOrEatsMemoryIsStoppedWithinASecond) {
       "local function f() return f() end function main(op) return f() end",
       "function main(op) local s = 'xxxxxxxx' while true do s = s .. s end end",
       "function main(op) local t = {} while true do t[#t + 1] = {} end end",
-      "function main(op) local t = {} for i = 1, 20000 do t[i] = {} end while true do t[1] = {} end end",
+      "function main(op) local t = {} for i = 1, 20000 do t[i] = {} end while true do t[1] = {} "
+      "end end",
       "function main(op) local s = 'x' for i = 1, 11 do s = s .. s end local t = s .. 'y'\n"
       "  while s < t do local u = s .. t end end",
       "local function g(n, ...) if n == 0 then return 1 end return g(n - 1, 1, ...) end\n"
@@ -187,8 +191,8 @@ TEST(Script, WorkersHaveStatesOfTheirOwnAndTheFirstErrorCounts) {
   EXPECT_EQ(cells.Run<double>(5, 4).size(), 5u) << "others go on";
   EXPECT_TRUE(cells.Run<double>(5, 3).empty()) << "one that has failed doesn't";
   EXPECT_TRUE(cells.Run<double>(5, kMaxWorkers).empty());
-  EXPECT_FALSE(cells.runner.Compile(Main(
-      "if cell_index == 105 then error('at ' .. cell_index) end return cell_value")));
+  EXPECT_FALSE(cells.runner.Compile(
+      Main("if cell_index == 105 then error('at ' .. cell_index) end return cell_value")));
   EXPECT_TRUE(cells.runner.Compile(Main("return 1")));
   EXPECT_EQ(cells.Run<double>(8, 3).size(), 8u);
 }

@@ -31,8 +31,7 @@ const NodeKind& ScriptConstraint::Kind() {
            {example::kSmoke,
             R"({ "type": "constraint_script", "name": "stripes", "parameters": { "script": [)",
             R"-(  "function main(op)",)-",
-            R"-(  "  return math.sin(40 * physical_pos.y) > 0 and 1 or 0",)-",
-            R"-(  "end"] } })-",
+            R"-(  "  return math.sin(40 * physical_pos.y) > 0 and 1 or 0",)-", R"-(  "end"] } })-",
             R"({ "type": "emission_setting", "name": "rate", "parameters": { "amount": 3 } })",
             example::kPair, example::kBallMesh, example::kBallVolume,
             R"({ "type": "gridemitter", "name": "source", "parameters": { "volume": "ball volume", "channels": ["pair"], "constraints": ["stripes"] } })"}},
@@ -46,12 +45,13 @@ const ParameterTable& ScriptConstraint::Parameters() {
   static const ParameterTable table = WithRange({
       RealRow(kIntensityRow, "intensity", 1.0, "none", "a number for the script: its 'intensity'")
           .To(&ScriptConstraint::mIntensity),
-      ScriptPart::Row(kConstraintScripts,
-                      "function main(op)\n"
-                      "  return intensity\n"
-                      "end",
-                      "gives the measure of each place: main(op) is told intensity, invert (1 or 0), "
-                      "physical_pos and source_value, what is left there so far")
+      ScriptPart::Row(
+          kConstraintScripts,
+          "function main(op)\n"
+          "  return intensity\n"
+          "end",
+          "gives the measure of each place: main(op) is told intensity, invert (1 or 0), "
+          "physical_pos and source_value, what is left there so far")
           .To(&ScriptConstraint::mSource),
       LongRow(kStateRow, "script_state", 0, "", "kept with the node; nothing reads it").Kept(),
   });

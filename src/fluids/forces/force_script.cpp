@@ -45,16 +45,18 @@ const ParameterTable& Force_Script::Parameters() {
   static const ParameterTable table = {
       RealRow(kIntensityRow, "intensity", 1.0, "none", "a number for the script: its 'intensity'")
           .To(&Force_Script::mIntensity),
-      ScriptPart::Row(kForceScripts,
-                      "function main(op)\n"
-                      "  -- a simple drag\n"
-                      "  return cell_velocity * -0.05\n"
-                      "end",
-                      "gives what each cell's velocity changes by in a step of op.step seconds, in "
-                      "m/s: main(op) is told intensity, physical_pos, cell_velocity and the indices "
-                      "of its faces, velocity_u_index and so on")
+      ScriptPart::Row(
+          kForceScripts,
+          "function main(op)\n"
+          "  -- a simple drag\n"
+          "  return cell_velocity * -0.05\n"
+          "end",
+          "gives what each cell's velocity changes by in a step of op.step seconds, in "
+          "m/s: main(op) is told intensity, physical_pos, cell_velocity and the indices "
+          "of its faces, velocity_u_index and so on")
           .To(&Force_Script::mSource),
-      LinkRow(1001, "settings", "emission settings whose time window counts where 'duration' is empty",
+      LinkRow(1001, "settings",
+              "emission settings whose time window counts where 'duration' is empty",
               {GridEmissionSettings::Kind().id})
           .To(&Force_Script::mSettings),
       LinkRow(1003, "duration", "pushes only inside this time window", {Duration::Kind().id})
@@ -121,8 +123,7 @@ void Force_Script::EvaluateRun(std::span<ForceSample* const> samples) {
     positions[i] = samples[i]->position;
     weights[i] = samples[i]->weight * mWeight;
   }
-  if (!mConstraints.IsEmpty())
-    mConstraints.TestRow({{positions, n}, {weights, n}}, this, worker);
+  if (!mConstraints.IsEmpty()) mConstraints.TestRow({{positions, n}, {weights, n}}, this, worker);
   std::size_t count = 0;
   for (std::size_t i = 0; i < n; ++i) {
     if (weights[i] == 0) continue;

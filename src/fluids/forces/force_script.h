@@ -10,8 +10,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 class GridEmissionSettings;
 
-/// du = w m, with the weight w that constraints and the time window leave at a cell and the vector m
-/// that main(op) of a script gives there: the length of the step is the script's own affair, by
+/// du = w m, with the weight w that constraints and the time window leave at a cell and the vector
+/// m that main(op) of a script gives there: the length of the step is the script's own affair, by
 /// `op.step`. A run of cells in which it fails gets nothing, and so do all once the force sleeps.
 class Force_Script : public Force {
  public:

@@ -34,10 +34,8 @@ const NodeKind& ParticleForce_Script::Kind() {
           {{example::kBall},
            {example::kBallMesh,
             R"({ "type": "pforce_script", "name": "brake", "parameters": { "script": [)",
-            R"-(  "function main(op)",)-",
-            R"-(  "  return particle_acceleration * -0.5",)-",
-            R"-(  "end"] } })-",
-            R"({ "type": "particlegroup", "name": "sparks" })",
+            R"-(  "function main(op)",)-", R"-(  "  return particle_acceleration * -0.5",)-",
+            R"-(  "end"] } })-", R"({ "type": "particlegroup", "name": "sparks" })",
             R"({ "type": "particlemesh_emission_setting", "name": "spark rate" })",
             R"({ "type": "particlemeshemitter", "name": "born", "parameters": { "group": "sparks", "source": "ball mesh", "settings": "spark rate", "kind": "passive" } })",
             R"({ "type": "particle_forces", "name": "slow", "parameters": { "groups": [{ "node": "sparks", "kinds": ["passive"] }], "forces": ["brake"] } })",
@@ -52,13 +50,14 @@ const ParameterTable& ParticleForce_Script::Parameters() {
   static const ParameterTable table = {
       RealRow(kIntensityRow, "intensity", 1.0, "none", "a number for the script: its 'intensity'")
           .To(&ParticleForce_Script::mIntensity),
-      ScriptPart::Row(kParticleScripts,
-                      "function main(op)\n"
-                      "  -- a simple drag\n"
-                      "  return particle_acceleration * -0.05\n"
-                      "end",
-                      "gives the acceleration of each particle, in m/s^2: main(op) is told intensity, "
-                      "particle_pos, particle_acceleration, which is its velocity, and particle_index")
+      ScriptPart::Row(
+          kParticleScripts,
+          "function main(op)\n"
+          "  -- a simple drag\n"
+          "  return particle_acceleration * -0.05\n"
+          "end",
+          "gives the acceleration of each particle, in m/s^2: main(op) is told intensity, "
+          "particle_pos, particle_acceleration, which is its velocity, and particle_index")
           .To(&ParticleForce_Script::mSource),
       LinkRow(1003, "duration", "pushes only inside this time window", {Duration::Kind().id})
           .To(&ParticleForce_Script::mDuration),
@@ -93,9 +92,8 @@ void ParticleForce_Script::EvaluateParticles(const ForceParticles& run) {
     const i32 firstRow = run.first + static_cast<i32>(first);
     for (std::size_t i = 0; i < n; ++i) weights[i] = run.weights[first + i] * mWeight;
     if (!mConstraints.IsEmpty())
-      mConstraints.TestRow(
-          {run.positions.subspan(first, n), {weights, n}, run.particles, firstRow}, this,
-          run.worker);
+      mConstraints.TestRow({run.positions.subspan(first, n), {weights, n}, run.particles, firstRow},
+                           this, run.worker);
     std::size_t count = 0;
     for (std::size_t i = 0; i < n; ++i) {
       if (weights[i] == 0) continue;

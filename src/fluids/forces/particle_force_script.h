@@ -8,8 +8,8 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// dv = dt w m, with the step dt, the weight w that constraints and the time window leave of a
-/// particle, and the vector m that main(op) of a script gives for it. A run of particles in which it fails
-/// gets nothing, and so do all once the force sleeps.
+/// particle, and the vector m that main(op) of a script gives for it. A run of particles in which
+/// it fails gets nothing, and so do all once the force sleeps.
 class ParticleForce_Script : public Force {
  public:
   ParticleForce_Script(host::BaseNode* node, Scene* scene);

@@ -33,8 +33,7 @@ const NodeKind& ChannelOperator_Script::Kind() {
            {example::kSmoke,
             R"({ "type": "channelop_script", "name": "wisps", "parameters": { "script": [)",
             R"-(  "function main(op)",)-",
-            R"-(  "  return math.max(0, Noise(physical_pos * 3, op.time))",)-",
-            R"-(  "end"] } })-",
+            R"-(  "  return math.max(0, Noise(physical_pos * 3, op.time))",)-", R"-(  "end"] } })-",
             R"({ "type": "grid_celliterator", "name": "each cell", "parameters": { "channel": "smoke", "operators": ["wisps"] } })"}},
       .rows = Parameters,
       .make = MakeNode<ChannelOperator_Script>,
@@ -46,12 +45,13 @@ const ParameterTable& ChannelOperator_Script::Parameters() {
   static const ParameterTable table = {
       RealRow(kIntensityRow, "intensity", 1.0, "none", "a number for the script: its 'intensity'")
           .To(&ChannelOperator_Script::mIntensity),
-      ScriptPart::Row(kChannelScripts,
-                      "function main(op)\n"
-                      "  return cell_value + Noise(physical_pos.x, physical_pos.y, physical_pos.z)\n"
-                      "end",
-                      "gives each cell its new value: main(op) is told intensity, cell_value, "
-                      "cell_index and physical_pos")
+      ScriptPart::Row(
+          kChannelScripts,
+          "function main(op)\n"
+          "  return cell_value + Noise(physical_pos.x, physical_pos.y, physical_pos.z)\n"
+          "end",
+          "gives each cell its new value: main(op) is told intensity, cell_value, "
+          "cell_index and physical_pos")
           .To(&ChannelOperator_Script::mSource),
       LinksRow(kScopeRow, "scope", "the channels that it may change; with none, every one")
           .AcceptsAny(kAllChannels)
@@ -89,9 +89,9 @@ void ChannelOperator_Script::Change(const CellRecord* cells, i32 count, u32 work
     indices[i] = cells[i].cellIndex;
     positions[i] = cells[i].position;
   }
-  const ScriptColumn told[] = {
-      std::span<const double>(intensity, n), std::span<const T>(values, n),
-      std::span<const i32>(indices, n), std::span<const Vec3d>(positions, n)};
+  const ScriptColumn told[] = {std::span<const double>(intensity, n), std::span<const T>(values, n),
+                               std::span<const i32>(indices, n),
+                               std::span<const Vec3d>(positions, n)};
   if (!mScript.Run(worker, told, std::span(answers, n))) return;
   for (std::size_t i = 0; i < n; ++i) Write(cells[i], answers[i] * cells[i].weight);
 }

@@ -40,7 +40,8 @@ const NodeKind& ParticleForces::Kind() {
 
 const ParameterTable& ParticleForces::Parameters() {
   static const ParameterTable table = {
-      LinksRow(kGroupsRow, "groups", "whose particles are pushed, by kind", {ParticleGroup::kNodeType})
+      LinksRow(kGroupsRow, "groups", "whose particles are pushed, by kind",
+               {ParticleGroup::kNodeType})
           .To(&ParticleForces::mGroups)
           .Writes()
           .Required(),
@@ -56,11 +57,13 @@ const ParameterTable& ParticleForces::Parameters() {
           .To(&ParticleForces::mListMode),
       LinkRow(1003, "duration", "pushes only inside this time window", {Duration::Kind().id})
           .To(&ParticleForces::mDuration),
-      LinkRow(kTargetRow, "target", "a vector that particles carry, which takes the sum instead of "
-                                    "the velocity; particles without it are left alone")
+      LinkRow(kTargetRow, "target",
+              "a vector that particles carry, which takes the sum instead of "
+              "the velocity; particles without it are left alone")
           .AcceptsAny({kListParticles, kCategoryProperty | kCategoryVector})
           .To(&ParticleForces::mProperty),
-      LongRow(kModeRow, "mode", kAdd, "", "whether the sum is added to what is there, or replaces it")
+      LongRow(kModeRow, "mode", kAdd, "",
+              "whether the sum is added to what is there, or replaces it")
           .Choices({{kAdd, "add"}, {kSet, "set"}})
           .OrNumbers()
           .To(&ParticleForces::mMode),
@@ -145,8 +148,8 @@ void ParticleForces::Push(const Target& target, i32 first, i32 count, u32 worker
     mConstraints.TestRow({positions, {weights, n}, &store, first}, this, worker);
   for (Force* force : mForces)
     if (force->Has(FLAG_ACTIVE))
-      force->EvaluateParticles({worker, &store, first, positions, {weights, n},
-                                GetDomain().simToWorld, {forces, n}});
+      force->EvaluateParticles(
+          {worker, &store, first, positions, {weights, n}, GetDomain().simToWorld, {forces, n}});
   const double scale = mIsPerStep ? 1.0 : 1.0 / mTime->stepDuration;
   for (std::size_t i = 0; i < n; ++i) {
     const i32 row = first + static_cast<i32>(i);

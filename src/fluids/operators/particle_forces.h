@@ -8,8 +8,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Sums forces at each particle of some groups and adds the sum to its velocity, or to a vector that
-/// it carries, or sets that to it.
+/// Sums forces at each particle of some groups and adds the sum to its velocity, or to a vector
+/// that it carries, or sets that to it.
 class ParticleForces : public iObject {
  public:
   using iObject::iObject;
