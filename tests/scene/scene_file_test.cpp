@@ -370,3 +370,36 @@ TEST_F(SceneFile, TheOrderOfNodesAndMembersIsNoPartOfTheFingerprint) {
   EXPECT_NE(print(a + "," + b + "," + turned, objects), first) << "a list has an order";
   EXPECT_NE(print(a + "," + b + "," + gas, renamed), first);
 }
+
+TEST_F(SceneFile, ScriptsAreTextsLinesOrFilesWhoseContentCounts) {
+  constexpr i32 kScript = 9002;
+  const auto node = [](const std::string& script) {
+    return R"({ "type": "force_script", "name": "push", "parameters": { "script": )" + script +
+           " } }";
+  };
+  const std::string head = "function main(op)", body = "return Vector(0, 1, 0)",
+                    source = head + "\n" + body + "\nend";
+  Load(node("[\"" + head + "\",\n\"" + body + "\",\n\n\"end\"]"));
+  EXPECT_EQ(Get<std::string>("scene/push", kScript), source);
+  const TextOrigin& lines = *Node("scene/push").OriginOf(kScript);
+  EXPECT_EQ(lines.file, (mFolder / "scene.json").string());
+  EXPECT_THAT(lines.lines, ElementsAre(1u, 2u, 4u));
+  Load(node("\"" + head + "\\n" + body + "\\nend\""));
+  EXPECT_EQ(Get<std::string>("scene/push", kScript), source);
+
+  const std::string file = node(R"({ "file": "push.lua" })");
+  Write("push.lua", source);
+  const u64 first = Load(file).fingerprint;
+  EXPECT_EQ(Get<std::string>("scene/push", kScript), source);
+  EXPECT_EQ(Node("scene/push").OriginOf(kScript)->LineOf(3), 3u);
+  EXPECT_EQ(Load(file).fingerprint, first);
+  Write("push.lua", source + "\n-- and more");
+  EXPECT_NE(Load(file).fingerprint, first);
+
+  // Long texts of the command line differ in their ends too.
+  const std::string option = "push.script=" + source + std::string(200, ' ') + "--";
+  const u64 set = Load(file, "", {option + " a"}).fingerprint;
+  EXPECT_NE(Load(file, "", {option + " b"}).fingerprint, set);
+  EXPECT_THAT(Refusals({"push.script=main"}),
+              ElementsAre(HasSubstr("'script': syntax error near <eof>")));
+}
