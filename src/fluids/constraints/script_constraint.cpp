@@ -43,7 +43,8 @@ const NodeKind& ScriptConstraint::Kind() {
 
 const ParameterTable& ScriptConstraint::Parameters() {
   static const ParameterTable table = WithRange({
-      RealRow(kIntensityRow, "intensity", 1.0, "none", "which number the script reads under this name")
+      RealRow(kIntensityRow, "intensity", 1.0, "none",
+              "which number the script reads under this name")
           .To(&ScriptConstraint::mIntensity),
       ScriptPart::Row(
           kConstraintScripts,

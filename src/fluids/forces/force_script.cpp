@@ -43,7 +43,8 @@ const NodeKind& Force_Script::Kind() {
 
 const ParameterTable& Force_Script::Parameters() {
   static const ParameterTable table = {
-      RealRow(kIntensityRow, "intensity", 1.0, "none", "which number the script reads under this name")
+      RealRow(kIntensityRow, "intensity", 1.0, "none",
+              "which number the script reads under this name")
           .To(&Force_Script::mIntensity),
       ScriptPart::Row(
           kForceScripts,

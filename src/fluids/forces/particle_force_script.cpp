@@ -48,7 +48,8 @@ const NodeKind& ParticleForce_Script::Kind() {
 
 const ParameterTable& ParticleForce_Script::Parameters() {
   static const ParameterTable table = {
-      RealRow(kIntensityRow, "intensity", 1.0, "none", "which number the script reads under this name")
+      RealRow(kIntensityRow, "intensity", 1.0, "none",
+              "which number the script reads under this name")
           .To(&ParticleForce_Script::mIntensity),
       ScriptPart::Row(
           kParticleScripts,
