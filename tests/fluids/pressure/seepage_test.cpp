@@ -12,7 +12,7 @@ using projection::Box;
 
 namespace {
 
-constexpr f32 kCell = 0.1f;
+constexpr f32 kSeepCell = 0.1f;
 constexpr double kWater = 1000;
 
 /// The distance to a box, cells.
@@ -36,17 +36,17 @@ struct Boxes {
   explicit Boxes(std::vector<Place> all) : places(std::move(all)), bodies(places.size()) {
     for (const auto& [low, high] : places)
       volumes.push_back(std::make_unique<projection::FormulaVolume>(
-          projection::MakeLayout({kCells, kCells, kCells}, kCell), [&](const Vec3d& p) {
-            return BoxDistance(p / double{kCell}, low, high) * double{kCell};
+          projection::MakeLayout({kCells, kCells, kCells}, kSeepCell), [&](const Vec3d& p) {
+            return BoxDistance(p / double{kSeepCell}, low, high) * double{kSeepCell};
           }));
   }
-  Vec3d Size(std::size_t i) const { return (places[i].high - places[i].low) * double{kCell}; }
+  Vec3d Size(std::size_t i) const { return (places[i].high - places[i].low) * double{kSeepCell}; }
   double Weight(std::size_t i) const { return Size(i).x * Size(i).y * Size(i).z * kWater; }
   /// Projects water that has begun to fall at `fall`.
   void Project(const Vec3d& fall, double heavy) {
     std::vector<VolumeBase*> obstacles;
     for (const auto& volume : volumes) obstacles.push_back(volume.get());
-    Box box({kCells, kCells, kCells}, kCell, kWallsAll, obstacles);
+    Box box({kCells, kCells, kCells}, kSeepCell, kWallsAll, obstacles);
     box.projection.mDensity = kWater;
     box.projection.mLinearSolver = 2;
     box.projection.mMultigrid.mAccuracy.tolerance = 1e-11;
@@ -57,7 +57,7 @@ struct Boxes {
       bodies[i].inertia = bodies[i].mass;
       bodies[i].linear = heavy == 1 ? fall : Vec3d{};
       box.projection.moving.push_back({volumes[i].get(),
-                                       (places[i].low + places[i].high) * 0.5 * double{kCell},
+                                       (places[i].low + places[i].high) * 0.5 * double{kSeepCell},
                                        bodies[i].linear,
                                        {},
                                        0,
