@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "fluids/volume/thin_walls.h"
 #include "fluids/volume/volume_fractions.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -18,10 +19,7 @@ class ThinRims;
 class ThinFaces {
  public:
   enum Bit : u8 { kLowX = 1, kLowY = 2, kLowZ = 4, kFilled = 8 };
-  struct Face {
-    VecInt3D at;  ///< the cell above it
-    i32 axis;
-  };
+  using Face = ThinWalls::Face;
   enum Range { kInner, kOutermostToo };
   enum Cells { kWithoutFilled, kFilledToo };
 

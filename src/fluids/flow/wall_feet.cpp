@@ -20,7 +20,7 @@ constexpr double kPlaces[] = {0.05, 0.15, 0.25, 0.35, 0.45};
 constexpr double kLongestStep = 0.25;  ///< likewise: farther off a node may know other triangles
 constexpr i32 kMostSteps = 64;  ///< along a way; one that runs beside a surface for long meets it
 
-auto OrderOf(const ThinFaces::Face& face) {
+auto OrderOf(const ThinWalls::Face& face) {
   return std::tuple(face.at.z, face.at.y, face.at.x, face.axis);
 }
 
@@ -40,7 +40,7 @@ bool WallFeet::IsInside(const VecInt3D& cell) const {
          Max(cell, mLayout.dims - VecInt3D{1, 1, 1}) == mLayout.dims - VecInt3D{1, 1, 1};
 }
 
-std::vector<ThinFaces::Face> WallFeet::Closed(std::vector<Candidate> beside, i32 threads) {
+std::vector<ThinWalls::Face> WallFeet::Closed(std::vector<Candidate> beside, i32 threads) {
   if (beside.empty()) return {};
   mSolids.LinkTriangles();
   for (SharpSurface& wall : mWalls) wall.LinkTriangles();
@@ -51,7 +51,7 @@ std::vector<ThinFaces::Face> WallFeet::Closed(std::vector<Candidate> beside, i32
     const Vec3d p = mLayout.simOrigin + centre * mLayout.simCell;
     isFoot[i] = !(mSolids.DistanceAt(p) > 0) && !LeadsThrough(candidate);
   });
-  std::vector<ThinFaces::Face> found;
+  std::vector<ThinWalls::Face> found;
   for (std::size_t i = 0; i < beside.size(); ++i)
     if (isFoot[i]) found.push_back(beside[i].face);
   std::sort(found.begin(), found.end(),

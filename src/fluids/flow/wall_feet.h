@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "fluids/flow/solid_surfaces.h"
-#include "fluids/flow/thin_faces.h"
+#include "fluids/volume/thin_walls.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -20,10 +20,10 @@ class WallFeet {
   /// `isClosed(axis, cell above)` tells of those that needn't be found. The result doesn't depend
   /// on `threads`.
   template <class IsClosed>
-  std::vector<ThinFaces::Face> Find(std::span<const ThinFaces::Face> closed, IsClosed&& isClosed,
+  std::vector<ThinWalls::Face> Find(std::span<const ThinWalls::Face> closed, IsClosed&& isClosed,
                                     i32 threads) {
     std::vector<Candidate> beside;
-    for (const ThinFaces::Face& face : closed)
+    for (const ThinWalls::Face& face : closed)
       for (i32 axis = 0; axis < 3; ++axis)
         for (const i32 step : {-1, 1}) {
           if (axis == face.axis) continue;
@@ -37,11 +37,11 @@ class WallFeet {
  private:
   /// A face, and the direction in which it lies from one that is closed.
   struct Candidate {
-    ThinFaces::Face face;
+    ThinWalls::Face face;
     i32 beside, step;
   };
   bool IsInside(const VecInt3D& cell) const;
-  std::vector<ThinFaces::Face> Closed(std::vector<Candidate> beside, i32 threads);
+  std::vector<ThinWalls::Face> Closed(std::vector<Candidate> beside, i32 threads);
   bool LeadsThrough(const Candidate& candidate) const;
   bool IsCrossed(const Vec3d& from, const Vec3d& to) const;
 
