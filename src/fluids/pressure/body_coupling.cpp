@@ -7,8 +7,10 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 i32 BodyCoupling::Add(BodyState& body) {
+  const Vec3d inverseMass = body.FlowInverseMass();
   mBodies.push_back({.state = &body,
-                     .inverseMass = body.FlowInverseMass(),
+                     .ownInverseMass = inverseMass,
+                     .inverseMass = inverseMass,
                      .inverseInertia = body.FlowInverseInertia(),
                      .rows = {}});
   return Count() - 1;
@@ -32,7 +34,7 @@ void BodyCoupling::Bind(i32 body, const Vec3d& mass, const Vec3d& fluid, const V
       0.5;  // of a body's mass: what the lattice doesn't see of it may be more
   Body& b = mBodies[body];
   for (int a = 0; a < 3; ++a) {
-    const double inverse = b.inverseMass[a];
+    const double inverse = b.ownInverseMass[a];
     b.inert[a] = inverse > 0 ? std::max(mass[a], (kLeast - 1) / inverse) : mass[a];
     b.inverseMass[a] = inverse > 0 ? 1 / (1 / inverse + b.inert[a]) : 0;
   }

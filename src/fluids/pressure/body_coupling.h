@@ -42,7 +42,8 @@ class BodyCoupling {
   /// Drops the rows of cells whose entry on the diagonal is 0, and takes scale and step.
   void Close(const double* diagonal, double cellSize, double dt);
   /// Fluid of this mass along each axis moves with a body, and moved at `fluid` before while the
-  /// body moved at `own`. Its weight and inertia count with the body's.
+  /// body moved at `own`. Its weight and inertia count with the body's, in place of what was bound
+  /// before.
   void Bind(i32 body, const Vec3d& mass, const Vec3d& fluid, const Vec3d& own);
   /// What that changes of the velocity that a body has without pressure.
   Vec3d BoundChange(i32 body) const;
@@ -60,7 +61,8 @@ class BodyCoupling {
  private:
   struct Body {
     BodyState* state;
-    Vec3d inverseMass;
+    Vec3d ownInverseMass;
+    Vec3d inverseMass;  ///< with what is bound
     Matrix inverseInertia;
     std::vector<BodyRow> rows;
     Vec3d bound{}, boundVelocity{}, ownVelocity{};

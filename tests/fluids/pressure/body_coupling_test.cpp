@@ -119,6 +119,24 @@ TEST(BodyCoupling, BuoyancyIsThatOfTheBodysOwnVolume) {
     }
 }
 
+// Where fluid lets go of a wall, one projection finds what is bound several times.
+TEST(BodyCoupling, WhatIsBoundAnewTakesThePlaceOfWhatWasBound) {
+  const Vec3d fluid{0.1, -0.4, 0.2}, own{0, -0.3, 0}, push{3, 4, 5};
+  FreeBody body;
+  body.mass = 2;
+  BodyCoupling once, twice;
+  for (BodyCoupling* coupling : {&once, &twice}) coupling->Add(body);
+  twice.Bind(0, {7, 0.5, -0.8}, fluid * 3, own * 2);
+  for (BodyCoupling* coupling : {&once, &twice}) coupling->Bind(0, {1, 3, -0.5}, fluid, own);
+  EXPECT_EQ(twice.BoundChange(0), once.BoundChange(0));
+  EXPECT_EQ(twice.OwnImpulse(0, push), once.OwnImpulse(0, push));
+  // The body and its fluid move as one: of a push the body gets its share of the mass.
+  const Vec3d still = once.OwnImpulse(0, {}), share = (once.OwnImpulse(0, push) - still) / 2.0;
+  EXPECT_NEAR(share.x, 3.0 / (2 + 1), 1e-12);
+  EXPECT_NEAR(share.y, 4.0 / (2 + 3), 1e-12);
+  EXPECT_NEAR(share.z, 5.0 / (2 - 0.5), 1e-12);
+}
+
 // A piston in a closed tube moves as far as what it presses out of one side fits into the other:
 // here not at all, whatever it weighs.
 TEST(BodyCoupling, APistonInASealedTubeIsHeld) {
