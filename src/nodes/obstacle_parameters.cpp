@@ -21,12 +21,14 @@ const ParameterTable& Rows() {
   static const ParameterTable table = {
       LongRow(2000, "body_option", 0, "", "kept with the scene; nothing reads it").Kept(),
       LongRow(2001, "body_mode", 1, "", "kept with the scene; nothing reads it").Kept(),
-      RealRow(2002, "mass", 0.0, "kg",
-              "how hard the body is to push, with mass_mode given; 0 keeps it where it is")
+      RealRow(obstacle_row::kMass, "mass", 0.0, "kg",
+              "how hard the body is to push; 0 keeps it where it is")
+          .OnlyWith(obstacle_row::kMassMode, {i32(MassMode::Given)})
           .AtLeast(0)
           .To(&ObstacleSettings::mass),
       RealRow(obstacle_row::kDensity, "density", 100.0, "kg/m^3",
-              "weight of its material, with mass_mode from_density: a light one is blown away")
+              "weight of its material: a light one is blown away")
+          .OnlyWith(obstacle_row::kMassMode, {i32(MassMode::FromDensity)})
           .AtLeast(0)
           .To(&ObstacleSettings::density),
       RealRow(2004, "linear_velocity_transfer", 1.0, "none",
@@ -37,11 +39,12 @@ const ParameterTable& Rows() {
           .To(&ObstacleSettings::angularTransfer),
       BoolRow(2006, "ghost", false, "other bodies pass through it").To(&ObstacleSettings::isGhost),
       RealRow(2007, "linear_sleep_speed", 0.1, "m/s",
-              "slower than this, a body comes to rest for good")
+              "what stays slower than this for 2 s sleeps until something wakes it")
           .Missing(0.0)
           .AtLeast(0)
           .To(&ObstacleSettings::linearSleep),
-      LongRow(2008, "mass_mode", 0, "", "whether its weight is given or follows from its size")
+      LongRow(obstacle_row::kMassMode, "mass_mode", 0, "",
+              "whether its weight is given or follows from its size")
           .Choices({{0, "given"}, {1, "from_density"}})
           .To(&ObstacleSettings::massMode),
       RealRow(2009, "linear_damping", 0.0, "none", "how soon a flying body slows down")
@@ -51,8 +54,8 @@ const ParameterTable& Rows() {
           .Range(0, 1)
           .To(&ObstacleSettings::angularDamping),
       RealRow(2011, "collision_margin", 0.04, "host",
-              "how far apart bodies look when they touch; negative leaves the choice to the rigid "
-              "world")
+              "how far off its polygons a body touches others; boxes, balls and hulls keep their "
+              "size; negative leaves the choice to the rigid world")
           .Missing(-0.01)
           .To(&ObstacleSettings::margin),
       RealRow(2012, "restitution", 0.4, "none",
@@ -77,7 +80,7 @@ const ParameterTable& Rows() {
               {kMeshObject, kSplineObject, kPointsObject, kLightObject, kCameraObject})
           .To(&ObstacleSettings::centre),
       RealRow(2020, "angular_sleep_speed", kFiveDegrees, "rad/s",
-              "turning slower than this, a body comes to rest for good")
+              "and what stays slower than this as it turns")
           .Missing(0.0)
           .AtLeast(0)
           .To(&ObstacleSettings::angularSleep),
@@ -114,31 +117,37 @@ const ParameterTable& Rows() {
           .To(&ObstacleSettings::forceTransfer),
       RealRow(2031, "torque_transfer", 1.0, "none", "how much the fluid can make the body spin")
           .To(&ObstacleSettings::torqueTransfer),
-      BoolRow(2032, "wake_on_contact", false, "hangs still until a body or a particle touches it")
+      BoolRow(obstacle_row::kWakeOnContact, "wake_on_contact", false,
+              "hangs still until a body or a particle touches it")
           .To(&ObstacleSettings::wakesOnContact),
       BoolRow(2033, "write_back", true,
               "the picture shows the object where the simulated body went")
           .Missing(i32{0})
           .To(&ObstacleSettings::writesBack),
-      BoolRow(2034, "wake_on_force", false, "hangs still until a force above wake_force acts on it")
+      BoolRow(obstacle_row::kWakeOnForce, "wake_on_force", false,
+              "hangs still until a force above wake_force acts on it")
           .To(&ObstacleSettings::wakesOnForce),
       RealRow(2035, "wake_force", 10.0, "N", "how strong a gust has to be to set it off")
           .AtLeast(0)
           .To(&ObstacleSettings::wakeForce),
-      BoolRow(2036, "baked", false, "plays a stored motion instead of simulating one")
+      BoolRow(obstacle_row::kBaked, "baked", false,
+              "plays a stored motion instead of simulating one")
           .To(&ObstacleSettings::baked),
-      ButtonRow(2037, "bake", "stores the motion, to be played again"),
+      ButtonRow(2037, "bake", "does nothing here; 'sulva bake' stores the motion of a run"),
       BoolRow(2038, "bake_option", false, "kept with the scene; nothing reads it").Kept(),
-      ButtonRow(2039, "clear_bake", "forgets the stored motion"),
-      BoolRow(2040, "follow_bake", true, "the stored motion is what moves the body")
+      ButtonRow(2039, "clear_bake", "does nothing here; what stores a motion is a file"),
+      BoolRow(obstacle_row::kFollowBake, "follow_bake", true,
+              "the stored motion is what moves the body")
+          .OnlyWith(obstacle_row::kBaked, {1})
           .Missing(i32{0})
           .To(&ObstacleSettings::followsBake),
+      RealRow(2041, "bake_offset", 0.0, "frames", "plays the stored motion earlier or later")
+          .OnlyWith(obstacle_row::kFollowBake, {1})
+          .To(&ObstacleSettings::bakeOffset),
       LongRow(2042, "shape", 0, "",
               "how it meets other bodies: automatic takes the simplest that fits its polygons")
           .Choices({{0, "automatic"}, {1, "box"}, {2, "ball"}, {3, "hull"}, {4, "polygons"}})
           .To(&ObstacleSettings::form),
-      RealRow(2041, "bake_offset", 0.0, "frames", "plays the stored motion earlier or later")
-          .To(&ObstacleSettings::bakeOffset),
   };
   return table;
 }

@@ -59,6 +59,20 @@ class BodyHints : public ShapeBoxes {
       Warn(node, fmt::format("it starts at rest: '{}' of its obstacle has no effect without '{}'",
                              NameOf(tag, obstacle_row::kStartSpeed),
                              NameOf(tag, obstacle_row::kStartDirection)));
+    if (settings.startDirection && settings.startSpeed != 0 && settings.IsHeavy() &&
+        (settings.wakesOnContact || settings.wakesOnForce))
+      Warn(node, fmt::format("'{}' of its obstacle has no effect: it sleeps until '{}' wakes it",
+                             NameOf(tag, obstacle_row::kStartSpeed),
+                             NameOf(tag, settings.wakesOnContact ? obstacle_row::kWakeOnContact
+                                                                 : obstacle_row::kWakeOnForce)));
+    if (settings.massMode == MassMode::Given && settings.mass == 0 &&
+        IsGiven(tag, obstacle_row::kDensity) && !tag.Tracks().contains(obstacle_row::kMass) &&
+        !tag.Tracks().contains(obstacle_row::kMassMode))
+      Warn(node,
+           fmt::format("it stays where it is: '{}' of its obstacle counts with '{}' "
+                       "from_density alone, and '{}' is 0",
+                       NameOf(tag, obstacle_row::kDensity), NameOf(tag, obstacle_row::kMassMode),
+                       NameOf(tag, obstacle_row::kMass)));
     if (settings.massMode == MassMode::FromDensity && settings.density == 0 &&
         !tag.Tracks().contains(obstacle_row::kDensity))
       Warn(node, fmt::format("it stays where it is: '{}' of its obstacle is 0, so it has no mass",

@@ -24,31 +24,37 @@ double RealOf(const BaseNode& node, i32 id) {
 }
 
 /// Why a parameter doesn't count in its node's mode; empty where it does, or where keys change the
-/// mode on the way.
+/// mode on the way. A mode that doesn't count itself has none of its values.
 std::string WhyUnused(const BaseNode& node, const ParameterRow& row) {
-  if (!row.condition || node.Tracks().contains(row.condition->id)) return {};
-  const ParameterRow* mode = FindRow(*node.Table(), row.condition->id);
-  if (row.condition->values.empty()) {
-    const auto* link = std::get_if<Link>(node.Get(mode->id) ? node.Get(mode->id) : &mode->creation);
-    const BaseNode* taken = link ? node.GetDocument().Find(link->node) : nullptr;
-    if (!taken || !taken->IsEnabled()) return {};
-    return fmt::format("'{}' has no effect while '{}' is given, which takes its place", row.name,
-                       mode->name);
+  for (const ParameterRow* by = &row; by->condition;) {
+    if (node.Tracks().contains(by->condition->id)) return {};
+    const ParameterRow* mode = FindRow(*node.Table(), by->condition->id);
+    if (by->condition->values.empty()) {
+      const auto* link =
+          std::get_if<Link>(node.Get(mode->id) ? node.Get(mode->id) : &mode->creation);
+      const BaseNode* taken = link ? node.GetDocument().Find(link->node) : nullptr;
+      if (!taken || !taken->IsEnabled()) return {};
+      return fmt::format("'{}' has no effect while '{}' is given, which takes its place", row.name,
+                         mode->name);
+    }
+    const Value* value = node.Get(mode->id);
+    const i32* now = std::get_if<i32>(value ? value : &mode->WhenMissing());
+    const std::vector<i32>& counts = by->condition->values;
+    if (now && std::find(counts.begin(), counts.end(), *now) == counts.end())
+      return fmt::format("'{}' has no effect while '{}' is {}; it counts {}", row.name, mode->name,
+                         WordFor(*mode, *now), ConditionText(*node.Table(), *by));
+    by = mode;
   }
-  const Value* value = node.Get(row.condition->id);
-  const i32* now = std::get_if<i32>(value ? value : &mode->WhenMissing());
-  const std::vector<i32>& counts = row.condition->values;
-  if (!now || std::find(counts.begin(), counts.end(), *now) != counts.end()) return {};
-  return fmt::format("'{}' has no effect while '{}' is {}; it counts {}", row.name, mode->name,
-                     WordFor(*mode, *now), ConditionText(*node.Table(), row));
+  return {};
 }
 
-void NoteUnused(SceneContext& context, const MadeNode& made) {
-  if (!made.parameters || !made.node->Table()) return;
-  for (const JsonMember& member : *made.parameters->Members())
-    if (const ParameterRow* row = RowNamed(*made.node->Table(), member.key))
-      if (const std::string why = WhyUnused(*made.node, *row); !why.empty())
-        context.Note(member, made.subject, why);
+void NoteUnused(SceneContext& context, const BaseNode& node, const JsonValue* given,
+                const Subject& subject) {
+  if (!given || !node.Table()) return;
+  for (const JsonMember& member : *given->Members())
+    if (const ParameterRow* row = RowNamed(*node.Table(), member.key))
+      if (const std::string why = WhyUnused(node, *row); !why.empty())
+        context.Note(member, subject, why);
 }
 
 /// Collects what a scene sets and nothing reads, to be told in one note.
@@ -160,11 +166,13 @@ void Advise(SceneContext& context, const std::vector<MadeNode>& nodes,
     return MELDO_SULVA::IsA<MELDO_SULVA::AlignmentVector3D>(*made.node);
   });
   for (const MadeNode& made : nodes) {
-    NoteUnused(context, made);
+    NoteUnused(context, *made.node, made.parameters, made.subject);
     NotePlacement(context, made, hasAlignment);
     kept.Add(*made.node, made.node->Table(), made.parameters);
-    if (const BaseNode* tag = made.obstacle ? made.node->Tag(kObstacleTag) : nullptr)
+    if (const BaseNode* tag = made.obstacle ? made.node->Tag(kObstacleTag) : nullptr) {
+      NoteUnused(context, *tag, made.obstacle, made.subject + "obstacle: ");
       kept.Add(*made.node, tag->Table(), made.obstacle);
+    }
     if (made.node->Type() != kServerNode) continue;
     WarnOfSmallCells(context, made);
     WarnOfReversedRange(context, made);

@@ -57,6 +57,35 @@ TEST(SceneAdvice, ParametersOfAnotherModeAreNoted) {
       ElementsAre(HasSubstr("--set scene.last_frame=4: note: server \"scene\": 'last_frame'")));
 }
 
+TEST(SceneAdvice, WhatDoesntCountInATagIsNotedOfNodesAndObjects) {
+  const auto lines = [](const std::string& tag) {
+    const RunFolder folder("advice");
+    Diagnostics diagnostics;
+    LoadScene(folder.Write("s.json", R"({ "sulva": 1, "objects": [
+      { "name": "crate", "type": "box", "obstacle": { )" +
+                                         tag + R"( } } ],
+      "nodes": [ { "type": "server", "name": "scene", "children": [
+      { "type": "mesh", "name": "mesh", "parameters": { "object": "crate" } },
+      { "type": "volume", "name": "volume", "parameters": { "mesh": "mesh" },
+        "obstacle": { )" + tag + " } } ] } ] }"),
+              diagnostics);
+    return diagnostics.Lines();
+  };
+  const auto both = [](const std::string& what) {
+    return testing::AllOf(
+        testing::Contains(HasSubstr("note: box \"crate\": obstacle: " + what)),
+        testing::Contains(HasSubstr("note: volume \"volume\": obstacle: " + what)));
+  };
+  EXPECT_THAT(lines(R"("mass_mode": "from_density", "mass": 3)"),
+              both("'mass' has no effect while 'mass_mode' is from_density"));
+  EXPECT_THAT(lines(R"("mass": 3, "density": 300)"), both("'density' has no effect while"));
+  EXPECT_THAT(lines(R"("bake_offset": 3)"), both("'bake_offset' has no effect while 'baked' is"));
+  EXPECT_THAT(lines(R"("baked": true, "follow_bake": false, "bake_offset": 3)"),
+              both("'bake_offset' has no effect while 'follow_bake' is false"));
+  EXPECT_THAT(lines(R"("baked": true, "bake_offset": 3, "mass": 3)"),
+              testing::Not(testing::Contains(HasSubstr("no effect"))));
+}
+
 TEST(SceneAdvice, WhatNothingReadsIsToldInOneNote) {
   EXPECT_THAT(
       LoadedServer(R"("display_scale": 2, "show_statistics": false, "seed": 3)",
