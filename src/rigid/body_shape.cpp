@@ -23,6 +23,8 @@ constexpr double kSame = 1e-6;           // of a body's size: places that count 
 constexpr std::size_t kBallPoints = 60;  // fewer of them on a sphere are corners
 constexpr double kBallVolume = 0.9;      // of the sphere's
 constexpr double kConvex = 0.999;        // of the hull's volume
+constexpr double kInner = 0.5;           // of the inner radius: the most that a margin takes
+constexpr double kOwnInner = 0.1;        // and that of the library, as for its boxes
 
 /// Half the box about the origin that holds all vertices.
 Vec3d HalfBox(const std::vector<Vec3d>& vertices) {
@@ -44,15 +46,34 @@ bool BodyShape::Make(const BodyGeometry& geometry, BodyForm form, bool isDynamic
   const auto tries = [&](BodyForm one) { return isSolid && (isAny || form == one); };
   const bool isMade = (tries(BodyForm::Box) && MakeBox(geometry, !isAny)) ||
                       (tries(BodyForm::Ball) && MakeBall(geometry, !isAny)) ||
-                      (tries(BodyForm::Hull) && MakeHull(geometry, !isAny, margin)) ||
+                      (tries(BodyForm::Hull) && MakeHull(geometry, !isAny)) ||
                       MakeTriangles(geometry, isDynamic);
   if (!isMade) return false;
   mRadius = 0;
   for (const Vec3d& v : geometry.vertices) mRadius = std::max(mRadius, Length(v));
-  // A ball's margin is its radius.
-  if (margin >= 0 && mForm != BodyForm::Ball) (mInner ? mInner : mShape)->setMargin(margin);
+  mOwnMargin = (mInner ? mInner : mShape)->getMargin();
+  SetMargin(margin);
   if (mForm == BodyForm::Mesh && isDynamic) static_cast<btGImpactMeshShape&>(*mShape).updateBound();
   return true;
+}
+
+void BodyShape::SetMargin(double margin) {
+  btCollisionShape& shape = mInner ? *mInner : *mShape;
+  if (mForm == BodyForm::Mesh) return shape.setMargin(margin < 0 ? mOwnMargin : margin);
+  if (mForm == BodyForm::Ball) return;  // its margin is its radius
+  if (mForm == BodyForm::Box) {
+    auto& box = static_cast<btBoxShape&>(shape);
+    const btVector3 half = box.getHalfExtentsWithMargin();
+    return box.setMargin(margin < 0 ? mOwnMargin : std::min(margin, kInner * half[half.minAxis()]));
+  }
+  // The library takes its own margin of a hull on top of it, however small that is.
+  const double inner = InnerRadius(mHull);
+  margin = margin < 0 ? std::min(mOwnMargin, kOwnInner * inner) : std::min(margin, kInner * inner);
+  auto& hull = static_cast<btConvexHullShape&>(shape);
+  btVector3* point = hull.getUnscaledPoints();
+  for (const Vec3d& v : Shrunken(mHull, margin).vertices) *point++ = ToBullet(v);
+  hull.setMargin(margin);
+  hull.recalcLocalAabb();
 }
 
 bool BodyShape::MakeBox(const BodyGeometry& geometry, bool isForced) {
@@ -99,22 +120,15 @@ bool BodyShape::MakeBall(const BodyGeometry& geometry, bool isForced) {
   return true;
 }
 
-bool BodyShape::MakeHull(const BodyGeometry& geometry, bool isForced, double margin) {
-  const ConvexHull hull = FindConvexHull(geometry.vertices);
-  if (hull.triangles.empty()) return false;
+bool BodyShape::MakeHull(const BodyGeometry& geometry, bool isForced) {
+  mHull = FindConvexHull(geometry.vertices);
+  if (mHull.triangles.empty()) return false;
   if (!isForced && MeasureMass(geometry.vertices, geometry.triangles).volume <
-                       kConvex * MeasureMass(hull.vertices, hull.triangles).volume)
+                       kConvex * MeasureMass(mHull.vertices, mHull.triangles).volume)
     return false;
   mForm = BodyForm::Hull;
   auto shape = std::make_unique<btConvexHullShape>();
-  // The library adds the margin outside of the points.
-  const double pull = std::max(margin, 0.0);
-  for (const Vec3d& v : hull.vertices) {
-    const double length = Length(v);
-    shape->addPoint(ToBullet(length > 2 * pull ? v * (1 - pull / length) : v), false);
-  }
-  shape->recalcLocalAabb();
-  if (margin < 0) shape->setMargin(0);
+  for (const Vec3d& v : mHull.vertices) shape->addPoint(ToBullet(v), false);
   mShape = std::move(shape);
   return true;
 }

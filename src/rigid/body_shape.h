@@ -5,6 +5,7 @@
 
 #include "fluids/mesh/obstacle_settings.h"
 #include "host/vector.h"
+#include "rigid/convex_hull.h"
 
 class btCollisionShape;
 class btStridingMeshInterface;
@@ -30,9 +31,12 @@ class BodyShape {
   BodyShape(const BodyShape&) = delete;
   BodyShape& operator=(const BodyShape&) = delete;
 
-  /// False where the geometry has no triangles. `margin` in simulation units; below 0 the
-  /// library's own.
+  /// False where the geometry has no triangles. `margin` as for `SetMargin`.
   bool Make(const BodyGeometry& geometry, BodyForm form, bool isDynamic, double margin);
+  /// How far from what the library measures with bodies touch, simulation units; below 0 its own.
+  /// Polygons touch as far off; boxes and hulls are measured as much smaller, by no more than half
+  /// of what they have, and keep their size as balls do.
+  void SetMargin(double margin);
   btCollisionShape* Get() const { return mShape.get(); }
   BodyForm Form() const { return mForm; }
   /// From the origin to the farthest vertex.
@@ -41,7 +45,7 @@ class BodyShape {
  private:
   bool MakeBox(const BodyGeometry& geometry, bool isForced);
   bool MakeBall(const BodyGeometry& geometry, bool isForced);
-  bool MakeHull(const BodyGeometry& geometry, bool isForced, double margin);
+  bool MakeHull(const BodyGeometry& geometry, bool isForced);
   bool MakeTriangles(const BodyGeometry& geometry, bool isDynamic);
 
   std::vector<int> mIndices;      ///< turned round, as the frame is mirrored
@@ -50,7 +54,9 @@ class BodyShape {
   std::unique_ptr<btCollisionShape> mInner;  ///< of a compound
   std::unique_ptr<btCollisionShape> mShape;
   BodyForm mForm = BodyForm::Automatic;
+  ConvexHull mHull;  ///< of that form, in full size
   double mRadius = 0;
+  double mOwnMargin = 0;  ///< that of the library
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

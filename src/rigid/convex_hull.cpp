@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/matrix.h"
+
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 ConvexHull FindConvexHull(std::span<const Vec3d> points) {
@@ -35,6 +37,12 @@ namespace {
 
 constexpr double kSameCorner = 1e-6;  // of the size
 
+/// Twice the area of a triangle, with its direction.
+Vec3d NormalOf(const ConvexHull& hull, const VecInt3D& t) {
+  const Vec3d& a = hull.vertices[t.x];
+  return Cross(hull.vertices[t.y] - a, hull.vertices[t.z] - a);
+}
+
 std::vector<Vec3d> Distinct(std::span<const Vec3d> points, std::size_t most) {
   Vec3d low = points.front(), high = low;
   for (const Vec3d& p : points) low = Min(low, p), high = Max(high, p);
@@ -50,6 +58,46 @@ std::vector<Vec3d> Distinct(std::span<const Vec3d> points, std::size_t most) {
 }
 
 }  // namespace
+
+double InnerRadius(const ConvexHull& hull) {
+  Vec3d middle{};
+  for (const Vec3d& v : hull.vertices) middle += v / static_cast<double>(hull.vertices.size());
+  double least = HUGE_VAL;
+  for (const VecInt3D& t : hull.triangles) {
+    const Vec3d normal = NormalOf(hull, t);
+    if (normal != Vec3d{})
+      least = std::min(least, Dot(Normalised(normal), hull.vertices[t.x] - middle));
+  }
+  return least;
+}
+
+ConvexHull Shrunken(const ConvexHull& hull, double by) {
+  constexpr double kLeast = 1e-6;  // of the planes' weight, against moves along an edge or a face
+  std::vector<Matrix> planes(hull.vertices.size(), Matrix{{}, {}, {}, {}});
+  std::vector<Vec3d> ways(hull.vertices.size());
+  for (const VecInt3D& t : hull.triangles) {
+    const Vec3d normal = NormalOf(hull, t), unit = Normalised(normal);
+    for (const i32 corner : {t.x, t.y, t.z}) {
+      Matrix& sum = planes[corner];
+      sum.v1 += normal * unit.x;
+      sum.v2 += normal * unit.y;
+      sum.v3 += normal * unit.z;
+      ways[corner] -= normal * by;
+    }
+  }
+  ConvexHull shrunken = hull;
+  for (std::size_t i = 0; i < planes.size(); ++i) {
+    const Matrix& sum = planes[i];
+    const double all = sum.v1.x + sum.v2.y + sum.v3.z;
+    if (!(all > 0)) continue;
+    const Matrix shares{{},
+                        sum.v1 / all + Vec3d{kLeast, 0, 0},
+                        sum.v2 / all + Vec3d{0, kLeast, 0},
+                        sum.v3 / all + Vec3d{0, 0, kLeast}};
+    shrunken.vertices[i] += Inverse(shares).Rotate(ways[i] / all);
+  }
+  return shrunken;
+}
 
 std::vector<Vec3d> Thickened(std::span<const Vec3d> points) {
   constexpr double kFlat = 1e-6, kThickness = 0.01;  // of the size

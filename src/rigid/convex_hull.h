@@ -15,6 +15,13 @@ struct ConvexHull {
 
 ConvexHull FindConvexHull(std::span<const Vec3d> points);
 
+/// From the mean of its corners to the nearest of its faces.
+double InnerRadius(const ConvexHull& hull);
+
+/// A hull whose faces lie further in by `by`, which is less than its inner radius: each corner
+/// moves so that the planes that meet there do, by the least squares of their areas.
+ConvexHull Shrunken(const ConvexHull& hull, double by);
+
 /// The points as they are; of a plane, those of a plate a hundredth as thick as they lie apart.
 /// Those of a line stay one.
 std::vector<Vec3d> Thickened(std::span<const Vec3d> points);

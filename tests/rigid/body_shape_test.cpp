@@ -1,13 +1,14 @@
 // Mass and shape of rigid bodies.
 #include <gtest/gtest.h>
 
-#include <BulletCollision/CollisionShapes/btBoxShape.h>
+#include <BulletCollision/CollisionShapes/btConvexShape.h>
 
 #include <cmath>
 
 #include "fluids/volume/mesh_solid.h"
 #include "host/shapes.h"
 #include "rigid/body_shape.h"
+#include "rigid/bullet_frame.h"
 #include "rigid/convex_hull.h"
 #include "rigid/mass_properties.h"
 
@@ -92,6 +93,31 @@ TEST(BodyShape, IsTheSimplestThatFits) {
   EXPECT_EQ(FormOf(dented.GetVertices(), dented.GetTriangles()), BodyForm::Mesh);
   BodyShape none;
   EXPECT_FALSE(none.Make({}, BodyForm::Automatic, true, -1));
+}
+
+// Margins round corners off: what bodies touch stays where the polygons are.
+TEST(BodyShape, KeepsItsSizeWithAnyMargin) {
+  const TurnedBox straight({0, 0, 0}, {0.4, 0.6, 0.2}, 0, 0, 1),
+      turned({0, 0, 0}, {0.4, 0.6, 0.2}, 0.3, 0.8, 1);
+  for (const TurnedBox* box : {&straight, &turned}) {
+    BodyShape shape;
+    const std::vector<Vec3d>& corners = box->mesh.GetVertices();
+    ASSERT_TRUE(
+        shape.Make({corners, box->mesh.GetTriangles(), true}, BodyForm::Automatic, true, 0.001));
+    for (const double margin : {0.02, -1.0, 5.0, 0.0}) {
+      shape.SetMargin(margin);
+      const auto& convex = static_cast<const btConvexShape&>(*shape.Get());
+      EXPECT_LE(convex.getMargin(), 0.05 + 1e-9) << "half of what it has";
+      EXPECT_EQ(convex.getMargin() > 0, margin != 0);
+      // Across its faces, where what is round doesn't show.
+      for (const Vec3d& axis : box->axis) {
+        double most = 0;
+        for (const Vec3d& c : corners) most = std::max(most, Dot(c, axis));
+        EXPECT_NEAR(convex.localGetSupportingVertex(ToBullet(axis)).dot(ToBullet(axis)), most, 2e-4)
+            << margin;
+      }
+    }
+  }
 }
 
 }  // namespace
