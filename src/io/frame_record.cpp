@@ -31,6 +31,11 @@ std::string FindNonFinite(const FrameRecord& record) {
       if (!isFinite(group.min[a]) || !isFinite(group.max[a]) || !isFinite(group.centroid[a]) ||
           !std::isfinite(group.kineticEnergy))
         return "the particles of \"" + group.name + "\" are no longer finite";
+  for (const BodyRecord& body : record.bodies)
+    for (int a = 0; a < 3; ++a)
+      if (!isFinite(body.position[a]) || !isFinite(body.linearVelocity[a]) ||
+          !isFinite(body.angularVelocity[a]))
+        return "the motion of \"" + body.name + "\" is no longer finite";
   for (const ChannelRecord& channel : record.channels)
     for (int i = 0; i < channel.components; ++i)
       if (!isFinite(channel.min[i]) || !isFinite(channel.max[i]) || !std::isfinite(channel.sum[i]))

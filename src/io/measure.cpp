@@ -316,7 +316,7 @@ void MeasureBodies(const Scene& scene, std::vector<BodyRecord>& bodies) {
                         .angularVelocity = body->AngularVelocity(),
                         .fluidForce = body->FluidForce(),
                         .fluidTorque = body->FluidTorque(),
-                        .contacts = static_cast<i64>(body->Contacts().size()),
+                        .contacts = body->Touches(),
                         .isAsleep = body->IsAsleep()});
     }
   }

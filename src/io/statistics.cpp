@@ -148,11 +148,10 @@ std::string FormatFrame(const FrameRecord& record) {
   json.Close('}');
   json.Key("particles").Open('{');
   for (const ParticlesRecord& group : record.particles) FormatParticles(json, group);
+  json.Close('}').Key("meshes").Open('{');
+  for (const MeshRecord& mesh : record.meshes) FormatMesh(json, mesh);
   json.Close('}').Key("bodies").Open('{');
   for (const BodyRecord& body : record.bodies) FormatBody(json, body);
-  json.Close('}');
-  json.Key("meshes").Open('{');
-  for (const MeshRecord& mesh : record.meshes) FormatMesh(json, mesh);
   json.Close('}');
   FormatWarnings(json, record.warnings);
   return json.Close('}').Str();

@@ -77,13 +77,15 @@ bool BodyMass::Find(BodyGeometry& solid, const ObstacleSettings& settings, doubl
   return true;
 }
 
+double BodyMass::MassBy(const ObstacleSettings& settings) const {
+  if (!settings.IsHeavy()) return 0;
+  if (settings.massMode == MassMode::FromDensity) return settings.density * mProperties.volume;
+  return settings.mass;
+}
+
 void BodyMass::Read(const ObstacleSettings& settings, bool isRunning) {
   mPrevious = mMass;
-  if (settings.massMode == MassMode::FromDensity)
-    mMass = settings.density * mProperties.volume;
-  else
-    mMass = settings.mass;
-  if (settings.baked && settings.followsBake) mMass = 0;
+  mMass = MassBy(settings);
   if (!isRunning) return;
   if (mPrevious > 0 && mMass == 0) mIsFrozen = true;
   if (mPrevious == 0 && mMass > 0) mIsFrozen = false;
@@ -113,7 +115,7 @@ void BodyMass::ScaleTo(double volume) {
 bool BodyMass::SetVolume(double volume, const ObstacleSettings& settings) {
   if (!(volume > 0) || volume == mProperties.volume) return false;
   ScaleTo(volume);
-  if (settings.massMode == MassMode::FromDensity) mMass = mPrevious = settings.density * volume;
+  mMass = mPrevious = MassBy(settings);
   return true;
 }
 

@@ -38,6 +38,7 @@ class BodyMass {
 
  private:
   bool Weigh(BodyGeometry& solid, bool isHeavy);
+  double MassBy(const ObstacleSettings& settings) const;
   void ScaleTo(double volume);
 
   MassProperties mProperties;  ///< of density 1, in the axes of the simulation at the start

@@ -6,8 +6,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 void BodyMotion::Persist(StateArchive& archive) {
   archive(centre, axes, isKeyed, linear, angular, calm, activation, isFrozen, hasLeft, previousMass,
-          mass, force, torque, contactLinear, contactAngular, impulse, turn, isCarried, isNew,
-          isLulled, lull, volume, waits);
+          mass, force, torque, contactLinear, contactAngular, impulse, turn, fluidForce, isCarried,
+          isNew, isLulled, lull, volume, waits, touches);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -9,6 +9,9 @@ class StateArchive;
 
 /// A place where two bodies touch, as one of them sees it. Simulation units.
 struct BodyContact {
+  /// Of what rests on each other; contacts are found some millimetres ahead of the touch.
+  static constexpr double kGap = 1e-4;
+  bool IsTouch() const { return distance <= kGap; }
   bool persistent = false;  ///< it was there before
   Vec3d position{};         ///< on this body
   Vec3d normal{};           ///< towards the first of the two
@@ -32,11 +35,13 @@ struct BodyMotion {
   double previousMass = 0, mass = 0;
   Vec3d force{}, torque{};                  ///< for the next step
   Vec3d contactLinear{}, contactAngular{};  ///< what contacts changed in the last step
-  Vec3d impulse{}, turn{};                  ///< of the fluid, for the next step
+  Vec3d impulse{}, turn{};                  ///< of all fluids, for the next step
+  Vec3d fluidForce{};                       ///< of the last step
   bool isCarried = false;
   bool isNew = false;  ///< it stood still until now
   bool isLulled = false;
   Vec3d lull{};
+  i32 touches = 0;  ///< contacts when it was last awake
   double volume = 0;
   void Persist(StateArchive& archive);
 };

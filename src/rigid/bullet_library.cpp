@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "rigid/bullet_frame.h"
 #include "rigid/free_turn.h"
@@ -25,6 +26,7 @@ namespace {
 // those of all corners then, and nothing rocks.
 constexpr double kOverlap = 1e-4;
 constexpr double kDeep = 1e-3;  // simulation units: an overlap that isn't one of things at rest
+constexpr std::size_t kFewBodies = 16384, kManyBodies = 65536;  // that sweeps have room for
 constexpr double kNear = 0.01;  // simulation units from each other: bodies that may touch
 
 const RigidBody* BodyOf(const btCollisionObject& object) {
@@ -101,14 +103,14 @@ class BulletLibrary::World : public btDiscreteDynamicsWorld {
   void PutBackToSleep();
 
   Rebound mRebound;
-  std::vector<btRigidBody*> mSleepers;  ///< that wake when something touches them, or not at all
+  std::vector<btRigidBody*> mSleepers;  ///< that wait for something to touch them, or don't wake
 };
 
 void BulletLibrary::World::solveConstraints(btContactSolverInfo& info) {
   mSleepers.clear();
   for (int i = 0; i < m_nonStaticRigidBodies.size(); ++i) {
     const RigidBody* body = BodyOf(*m_nonStaticRigidBodies[i]);
-    if (body && (body->AwaitsTouch() || (body->IsFrozen() && body->IsAsleep())))
+    if (body && ((body->Waits() && body->AwaitsTouch()) || (body->IsFrozen() && body->IsAsleep())))
       mSleepers.push_back(m_nonStaticRigidBodies[i]);
   }
   for (int i = 0; i < getDispatcher()->getNumManifolds(); ++i)
@@ -164,7 +166,8 @@ void BulletLibrary::World::integrateTransforms(btScalar dt) {
   }
 }
 
-BulletLibrary::BulletLibrary(i32 broadphase, i32 iterations) {
+BulletLibrary::BulletLibrary(i32 broadphase, i32 iterations, std::size_t bodies)
+    : mMostBodies(std::numeric_limits<int>::max()) {
   btDefaultCollisionConstructionInfo sizes;
   sizes.m_defaultMaxPersistentManifoldPoolSize = 4096;
   sizes.m_defaultMaxCollisionAlgorithmPoolSize = 4096;
@@ -172,12 +175,16 @@ BulletLibrary::BulletLibrary(i32 broadphase, i32 iterations) {
   mConfiguration = std::make_unique<btDefaultCollisionConfiguration>(sizes);
   mDispatcher = std::make_unique<btCollisionDispatcher>(mConfiguration.get());
   const btVector3 far(kFarthestBody, kFarthestBody, kFarthestBody);
-  if (broadphase == 0)
+  // A sweep that is full writes past its end.
+  if (broadphase == 0) {
     mPairs = std::make_unique<btDbvtBroadphase>();
-  else if (broadphase == 1)
-    mPairs = std::make_unique<btAxisSweep3>(-far, far, 16384);
-  else
-    mPairs = std::make_unique<bt32BitAxisSweep3>(-far, far, 65536);
+  } else if (broadphase == 1 && bodies <= kFewBodies) {
+    mMostBodies = kFewBodies;
+    mPairs = std::make_unique<btAxisSweep3>(-far, far, kFewBodies);
+  } else {
+    mMostBodies = std::max(2 * bodies, kManyBodies);
+    mPairs = std::make_unique<bt32BitAxisSweep3>(-far, far, static_cast<unsigned>(mMostBodies));
+  }
   mSolver = std::make_unique<btSequentialImpulseConstraintSolver>();
   mWorld =
       std::make_unique<World>(mDispatcher.get(), mPairs.get(), mSolver.get(), mConfiguration.get());

@@ -1,5 +1,6 @@
 // The library of rigid bodies, set up for a world.
 #pragma once
+#include <cstddef>
 #include <memory>
 #include <vector>
 
@@ -22,8 +23,10 @@ constexpr double kFarthestBody = 1e4;
 class BulletLibrary {
  public:
   /// `broadphase`: a tree of boxes (0), or boxes sorted along the axes, of up to 16384 bodies (1)
-  /// or more (2).
-  BulletLibrary(i32 broadphase, i32 iterations);
+  /// or more (2), which is also taken where it has to hold as many as `bodies`.
+  BulletLibrary(i32 broadphase, i32 iterations, std::size_t bodies);
+  /// As many can be added.
+  std::size_t MostBodies() const { return mMostBodies; }
   ~BulletLibrary();
   BulletLibrary(const BulletLibrary&) = delete;
   BulletLibrary& operator=(const BulletLibrary&) = delete;
@@ -53,6 +56,7 @@ class BulletLibrary {
   void ClearForces();
   void BearOverlaps(double pull, double dt);
 
+  std::size_t mMostBodies;
   std::unique_ptr<btDefaultCollisionConfiguration> mConfiguration;
   std::unique_ptr<btCollisionDispatcher> mDispatcher;
   std::unique_ptr<btBroadphaseInterface> mPairs;

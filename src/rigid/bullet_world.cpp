@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "fluids/emission/alignment_vector.h"
+#include "fluids/emission/stream_seeds.h"
 #include "fluids/mesh/multi_mesh.h"
 #include "fluids/mesh/sheet.h"
 #include "fluids/volume/volume_base.h"
@@ -28,15 +29,17 @@ void BulletWorld::Reset() {
   mRestored.clear();
   mKeyed.clear();
   mShapes.clear();
+  mTwins.clear();
   mKnowsGravity = false;
   mLibrary.reset();
 }
 
-void BulletWorld::Build(const Scene& scene) {
+void BulletWorld::Build(const Scene& scene, std::size_t bodies) {
   if (mLibrary) mLibrary->DropPairs();
   for (auto& [key, body] : mBodies)
     if (body->Get()) mLibrary->Remove(*body->Get());
-  mLibrary = std::make_unique<BulletLibrary>(scene.mRigidBroadphase, scene.mRigidIterations);
+  mLibrary = std::make_unique<BulletLibrary>(scene.mRigidBroadphase, scene.mRigidIterations,
+                                             std::max({bodies, mBodies.size(), mRestored.size()}));
   for (auto& [key, body] : mBodies)
     if (body->Get()) Add(*body->Get());
 }
@@ -168,6 +171,7 @@ void BulletWorld::FreezeStray() {
         std::fabs(at.z) < kFarthestBody)
       continue;
     body->Freeze();
+    if (!std::isfinite(at.x + at.y + at.z)) continue;  // the record tells of that
     mWarnings.push_back(fmt::format(
         "the body \"{}\" has left the world, which ends {:.0f} m from the origin, and rests there",
         body->Name(), kFarthestBody));
@@ -184,6 +188,9 @@ void BulletWorld::MakeBody(const Key& key, Mesh& mesh, const Scene& scene) {
                         mesh.mMesh.GetTriangles(), !IsSheet(mesh.mMesh)};
   // What has moved once will again.
   const bool isKeyed = body->Get() && (body->IsKinematic() || mShapes[key] != mesh.Revision());
+  const bool goesOn = body->Get() && mesh.HasBody();
+  const Vec3d linear = body->LinearVelocity(), angular = body->AngularVelocity();
+  const Vec3d centre = body->Pose().centre;
   mShapes[key] = mesh.Revision();
   mesh.SetBody(nullptr);
   if (!body->Create(geometry, settings, scene.mDomain.worldToSim.x, isKeyed, motion)) {
@@ -193,16 +200,28 @@ void BulletWorld::MakeBody(const Key& key, Mesh& mesh, const Scene& scene) {
     return;
   }
   mesh.SetBody(body.get(), motion != nullptr);
-  if (!motion && body->IsDynamic()) {
-    if (auto* direction = dynamic_cast<AlignmentVector3D*>(
-            scene.FindObject(settings.startDirection, kListAuxiliary))) {
-      Vec3d way{};
-      direction->SetWorkerCount(1);
-      direction->GetDirection(way, body->Pose().centre, 0);
-      body->SetStart(body->Pose(), Normalised(way) * settings.startSpeed, {});
-    }
-  }
-  if (motion) mRestored.erase(restored);
+  if (motion) return void(mRestored.erase(restored));
+  if (!body->IsDynamic()) return;
+  const BodyPose pose = body->Pose();
+  if (goesOn)  // as keys have moved it
+    body->SetStart(pose, linear + Cross(angular, pose.centre - centre), angular);
+  else if (const auto start = StartVelocity(mesh, pose.centre, scene))
+    body->SetStart(pose, *start, {});
+}
+
+std::optional<Vec3d> BulletWorld::StartVelocity(const Mesh& mesh, const Vec3d& place,
+                                                const Scene& scene) {
+  const ObstacleSettings& settings = mesh.GetObstacle();
+  auto* direction =
+      dynamic_cast<AlignmentVector3D*>(scene.FindObject(settings.startDirection, kListAuxiliary));
+  if (!direction) return {};
+  // Those that share a random direction fly apart.
+  u64 seed = 0;
+  for (const char c : mesh.ObjectPath()) seed = MixedBits(seed + static_cast<u8>(c) + 1);
+  Vec3d way{};
+  direction->SetWorkerCount(1, seed);
+  direction->GetDirection(way, place, 0);
+  return Normalised(way) * settings.startSpeed;
 }
 
 void BulletWorld::Restore(const Scene& scene) {
@@ -240,14 +259,28 @@ void BulletWorld::DropBodies(const Scene& scene,
   std::erase_if(mBodies, [&](const auto& body) { return !kept.contains(body.first); });
 }
 
+void BulletWorld::WarnOfTwins(const std::vector<std::pair<Key, Mesh*>>& present) {
+  if (present.size() == mBodies.size()) return;  // no new ones
+  std::map<host::NodeId, const Mesh*> first;
+  for (const auto& [key, mesh] : present) {
+    const auto [other, isFirst] = first.emplace(key.second, mesh);
+    if (isFirst || !mesh->GetObstacle().IsHeavy() || !mTwins.insert(key).second) continue;
+    mWarnings.push_back(
+        fmt::format("\"{}\" is a body twice, of \"{}\" and of \"{}\", and the two push each "
+                    "other apart; let one node read it, which others may name",
+                    mesh->ObjectName(), other->second->Node()->Name(), mesh->Node()->Name()));
+  }
+}
+
 void BulletWorld::FollowVolumes(Scene& scene) {
   const auto meshes = Meshes(scene);
   const bool isNeeded = std::any_of(meshes.begin(), meshes.end(), [](const auto& entry) {
     return entry.second->GetObstacle().IsHeavy();
   });
   if (!isNeeded && mBodies.empty()) return;
-  if (!mLibrary) Build(scene);
+  if (!mLibrary || meshes.size() > mLibrary->MostBodies()) Build(scene, meshes.size());
   DropBodies(scene, meshes);
+  WarnOfTwins(meshes);
   for (const auto& [key, mesh] : meshes) {
     if (!mesh->HasTriangles()) continue;
     const auto found = mBodies.find(key);

@@ -2,6 +2,8 @@
 #pragma once
 #include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -49,9 +51,15 @@ class BulletWorld : public ScenePart, public BodyHome {
   static std::vector<std::pair<Key, Mesh*>> Meshes(const Scene& scene);
   /// Removes the bodies of meshes that aren't there any more or have lost their tag.
   void DropBodies(const Scene& scene, const std::vector<std::pair<Key, Mesh*>>& present);
-  void Build(const Scene& scene);
+  /// Warns of objects that two nodes read: they have two bodies in one place.
+  void WarnOfTwins(const std::vector<std::pair<Key, Mesh*>>& present);
+  /// Sets the library up anew, with the bodies that there are and room for `bodies`.
+  void Build(const Scene& scene, std::size_t bodies = 0);
   void Restore(const Scene& scene);
   void MakeBody(const Key& key, Mesh& mesh, const Scene& scene);
+  /// How fast the new body of a mesh, at `place`, flies off, m/s; nothing without a direction.
+  static std::optional<Vec3d> StartVelocity(const Mesh& mesh, const Vec3d& place,
+                                            const Scene& scene);
   /// Before the first step: bodies whose volumes say so weigh by cells.
   void MeasureByCells(const Scene& scene);
   void MoveKeyed(const Scene& scene);
@@ -65,6 +73,7 @@ class BulletWorld : public ScenePart, public BodyHome {
   std::map<Key, BodyMotion> mRestored;  ///< of bodies that aren't made yet
   std::map<Key, BodyPose> mKeyed;       ///< where bodies that keys move go in this step
   std::map<Key, u32> mShapes;           ///< of meshes without a mass, the revision of their shape
+  std::set<Key> mTwins;                 ///< of objects with another body, which was told
   Vec3d mGravity{};                     ///< of the last step
   bool mKnowsGravity = false;           ///< there was one
   std::vector<std::string> mWarnings;

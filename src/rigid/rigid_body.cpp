@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <utility>
 
 #include "rigid/body_home.h"
@@ -41,10 +42,12 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
                        double worldToSim, bool isKeyed, const BodyMotion* restored) {
   Remove();
   mHasLeft = false;
+  mTouches = 0;
   if (geometry.triangles.empty()) return false;
   BodyGeometry solid = geometry;
   if (!mMass.Find(solid, settings, worldToSim)) return false;
-  mMargin = settings.margin >= 0 ? settings.margin * worldToSim : -1;
+  mWorldToSim = worldToSim;
+  mMargin = MarginOf(settings);
   if (!mShape.Make(solid, settings.form, settings.IsHeavy(), mMargin)) return false;
 
   mSettings = settings;
@@ -69,12 +72,17 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
     mBody->setDeactivationTime(restored->calm);
     mBody->forceActivationState(restored->activation);
     mWaits = restored->waits;
+    mTouches = restored->touches;
     mForce = restored->force;
     mTorque = restored->torque;
     mContactLinear = restored->contactLinear;
     mContactAngular = restored->contactAngular;
   }
   return true;
+}
+
+double RigidBody::MarginOf(const ObstacleSettings& settings) const {
+  return settings.margin >= 0 ? settings.margin * mWorldToSim : -1;
 }
 
 void RigidBody::SetStart(const BodyPose& pose, const Vec3d& linear, const Vec3d& angular) {
@@ -90,6 +98,8 @@ void RigidBody::SetStart(const BodyPose& pose, const Vec3d& linear, const Vec3d&
 void RigidBody::Update(const ObstacleSettings& settings, bool isKeyed) {
   if (!mBody) return;
   mSettings = settings;
+  if (const double margin = MarginOf(settings); margin != mMargin)
+    mShape.SetMargin(mMargin = margin);
   mMass.Read(settings, true);
   const bool massChanged = mMass.HasChanged();
   if (massChanged) {
@@ -101,7 +111,7 @@ void RigidBody::Update(const ObstacleSettings& settings, bool isKeyed) {
 }
 
 void RigidBody::SetVolume(double volume) {
-  if (!mBody || !mMass.SetVolume(volume, mSettings)) return;
+  if (!IsDynamic() || !mMass.SetVolume(volume, mSettings)) return;
   mWorld.Remove(*mBody);
   mMass.PutOn(*mBody);
   SetUp(false, mIsKeyed);
@@ -271,7 +281,6 @@ void RigidBody::BeginStep(double dt, const Vec3d& gravity) {
         mSettings.angularDamping * mLimits.Factor(BodyLimits::kAngularDamping, centre));
   }
   mBody->clearForces();
-  if (mSettings.wakesOnForce && Length(mForce) > mSettings.wakeForce) Wake();
   mFall = mMass.Mass() > 0 ? gravity * mSettings.linearFactor : Vec3d{};
   const Vec3d change = (mFall + mForce * InverseMass()) * dt;
   // What a contact holds would bounce off it with all of that at once.
@@ -291,6 +300,9 @@ void RigidBody::BeginStep(double dt, const Vec3d& gravity) {
 
 void RigidBody::EndStep(double dt) {
   mContactLinear = mContactAngular = {};
+  if (!IsAsleep())
+    mTouches = static_cast<i32>(
+        std::count_if(mContacts.begin(), mContacts.end(), std::mem_fn(&BodyContact::IsTouch)));
   if (!IsDynamic()) return;
   mMotion->setWorldTransform(mBody->getCenterOfMassTransform());
   if (IsAsleep()) return void(mForce = mTorque = {});
@@ -326,6 +338,7 @@ BodyMotion RigidBody::Motion() const {
   motion.centre = FromBullet(place.getOrigin());
   motion.axes = AxesFromBullet(place.getBasis());
   motion.waits = mWaits;
+  motion.touches = mTouches;
   motion.calm = mBody->getDeactivationTime();
   motion.activation = mBody->getActivationState();
   return motion;

@@ -71,7 +71,11 @@ class RigidBody : public BodyState {
   void AddContact(const BodyContact& contact) { mContacts.push_back(contact); }
   const std::vector<BodyContact>& Contacts() const { return mContacts; }
   void ClearContacts() { mContacts.clear(); }
+  /// How many of its contacts are touches; of a body asleep, when it was last awake.
+  i32 Touches() const { return mTouches; }
   bool AwaitsTouch() const override;
+  /// It has slept from the start, until what its settings tell wakes it.
+  bool Waits() const { return mWaits; }
   void NoteHit() override;
 
   /// Where its settings count in a step of the world, from before `BeginStep` on.
@@ -115,6 +119,8 @@ class RigidBody : public BodyState {
   bool IsTouched() const;
   void SetUp(bool reset, bool isKeyed);
   void Remove();
+  /// Simulation units; below 0 that of the library.
+  double MarginOf(const ObstacleSettings& settings) const;
 
   BodyHome& mWorld;
   std::string mName;
@@ -127,8 +133,10 @@ class RigidBody : public BodyState {
   Type mType = kStatic;
   bool mIsKeyed = false;
   bool mHasLeft = false;
-  bool mWaits = false;  ///< asleep from the start, until what its settings tell wakes it
-  double mMargin = -1;  ///< simulation units
+  bool mWaits = false;
+  i32 mTouches = 0;
+  double mMargin = -1;
+  double mWorldToSim = 1;
   Vec3d mAngularBefore{};
   std::vector<BodyContact> mContacts;
 };

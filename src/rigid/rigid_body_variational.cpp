@@ -20,7 +20,7 @@ Vec3d Limited(const Vec3d& change, double most) {
 
 bool RigidBody_Variational::Create(const BodyGeometry& geometry, const ObstacleSettings& settings,
                                    double worldToSim, bool isKeyed, const BodyMotion* restored) {
-  mImpulse = mTurn = mFluidForce = mFluidTorque = {};
+  mPressed = mImpulse = mTurn = mFluidForce = mFluidTorque = {};
   mFirst.reset();
   mIsForeseen = mIsCarried = false;
   mIsNew = !restored || restored->isNew;
@@ -31,6 +31,7 @@ bool RigidBody_Variational::Create(const BodyGeometry& geometry, const ObstacleS
     mImpulse = restored->impulse;
     mTurn = restored->turn;
     mIsCarried = restored->isCarried;
+    mFluidForce = restored->fluidForce;
   }
   return true;
 }
@@ -40,6 +41,7 @@ BodyMotion RigidBody_Variational::Motion() const {
   motion.impulse = mImpulse;
   motion.turn = mTurn;
   motion.isCarried = mIsCarried;
+  motion.fluidForce = mFluidForce;
   motion.isNew = mIsNew;
   motion.isLulled = mIsLulled;
   motion.lull = mLull;
@@ -51,6 +53,7 @@ void RigidBody_Variational::Foresee(double dt, const Vec3d& gravity) {
   mIsForeseen = IsDynamic() && !IsAsleep() && mIsUnderWay;
   mAhead = mIsForeseen ? dt : 0;
   mGravity = gravity;
+  if (mIsForeseen) mIsNew = false;  // the projection of this step comes before its first one
 }
 
 RigidBody_Variational::Change RigidBody_Variational::Expected() const {
@@ -91,46 +94,55 @@ Matrix RigidBody_Variational::FlowInverseInertia() const {
 void RigidBody_Variational::TakeFluidImpulse(const Vec3d& impulse, const Vec3d& torque, double dt) {
   if (!IsDynamic() || !(dt > 0)) return;
   const ObstacleSettings& s = Settings();
-  if (IsAsleep()) return WakeBy(impulse * ((mIsUnderWay ? s.forceTransfer : 0) / dt));
-  mIsLulled = false;
   // In the start frame the fluid stands still and so does the body.
-  const double share = mIsForeseen ? 1 : 0;
-  mImpulse += impulse * (share * s.forceTransfer);
-  mTurn += torque * (share * s.torqueTransfer);
-  mIsCarried = Length(impulse * InverseMass()) > kCarried * Length(Expected().linear);
-  if (mFirst) {
-    // From rest, the step that is over would have had the same; one that was thrown moves the fluid
-    // in a blow, of which that step tells nothing.
-    Vec3d change{};
-    if (mWasAtRest)
-      change = impulse * (share * s.forceTransfer) * InverseMass();
-    else if (mIsCarried)
-      change = *mFirst * -1.0;
-    AddVelocity(change);
-    *mFirst += change;
+  const double share = mIsUnderWay ? 1 : 0;
+  const Vec3d given = impulse * (share * s.forceTransfer);
+  const Vec3d turn = torque * (share * s.torqueTransfer);
+  mFluidForce += given / dt;
+  mFluidTorque += turn / dt;
+  if (IsAsleep()) return;
+  // Each fluid presses alone, but a body is carried by what they do together.
+  mPressed += impulse;
+  mIsCarried = Length(mPressed * InverseMass()) > kCarried * Length(Expected().linear);
+  if (mIsForeseen) {
+    mImpulse += given;
+    mTurn += turn;
   }
-  mFluidForce = mImpulse / dt;
-  mFluidTorque = mTurn / dt;
+  if (mFirst) MendFirstStep(mIsForeseen ? given : Vec3d{});
+}
+
+void RigidBody_Variational::MendFirstStep(const Vec3d& impulse) {
+  // From rest, the step that is over would have had the same; one that was thrown moves the fluid
+  // in a blow, of which that step tells nothing.
+  const Vec3d change =
+      mWasAtRest ? impulse * InverseMass() : (mIsCarried ? Vec3d{} : mFirstUntold) - *mFirst;
+  AddVelocity(change);
+  *mFirst += change;
 }
 
 /// The fluid round a sleeping body may come or go.
-void RigidBody_Variational::WakeBy(const Vec3d& force) {
+void RigidBody_Variational::WakeByForces(const Vec3d& gravity) {
   const ObstacleSettings& s = Settings();
-  if (!std::exchange(mIsLulled, true)) mLull = force;
-  if (s.wakesOnForce) {
-    if (Length(force) > s.wakeForce) Wake();
-  } else if (!s.wakesOnContact) {
-    const double change = Length((force - mLull) * InverseMass());
-    if (change > kCarried * Length(mGravity * s.linearFactor)) Wake();
-  }
+  if (!std::exchange(mIsLulled, true)) mLull = mFluidForce;
+  const bool isPushed =
+      s.wakesOnForce && Length((mForce + mFluidForce) * s.linearFactor) > s.wakeForce;
+  const double change = Length((mFluidForce - mLull) * InverseMass());
+  const bool isLeft = !Waits() && change > kCarried * Length(gravity * s.linearFactor);
+  if (isPushed || isLeft) Wake();
 }
 
 void RigidBody_Variational::BeginStep(double dt, const Vec3d& gravity) {
   if (IsDynamic() && dt > 0) {
-    mForce += mImpulse / dt;
-    mTorque += mTurn / dt;
+    if (IsAsleep()) {
+      WakeByForces(gravity);
+    } else {
+      mIsLulled = false;
+      mForce += mImpulse / dt;
+      mTorque += mTurn / dt;
+    }
   }
   mFluidForce = mFluidTorque = {};
+  mPressed = {};
   mFirst.reset();
   RigidBody::BeginStep(dt, gravity);
 }
@@ -138,13 +150,12 @@ void RigidBody_Variational::BeginStep(double dt, const Vec3d& gravity) {
 void RigidBody_Variational::EndStep(double dt) {
   RigidBody::EndStep(dt);
   if (std::exchange(mIsNew, IsAsleep()) && !IsAsleep() && IsDynamic() && Contacts().empty()) {
-    mFirst = LinearVelocity() - mLinearBefore;
+    mFirst = mFirstUntold = LinearVelocity() - mLinearBefore;
     mWasAtRest = mLinearBefore == Vec3d{};
   }
   // What nothing but a fluid holds may be left by it.
-  if (mIsCarried && Contacts().empty()) StayAwake();
-  // Until it knows again: what wakes on the ground would bounce off it.
-  if (IsAsleep()) mIsCarried = false;
+  // The next projection tells anew: what wakes on the ground would bounce off it.
+  if (std::exchange(mIsCarried, false) && Contacts().empty()) StayAwake();
   mImpulse = mTurn = {};
 }
 

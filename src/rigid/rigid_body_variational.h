@@ -31,7 +31,7 @@ class RigidBody_Variational : public RigidBody {
   /// Gravity and forces that wait for the next step will act for `dt` seconds: before a projection.
   void Foresee(double dt, const Vec3d& gravity);
 
-  /// What the fluid pressed with in the last step, newtons and newton metres.
+  /// What all fluids pressed with in the last step, newtons and newton metres.
   const Vec3d& FluidForce() const { return mFluidForce; }
   const Vec3d& FluidTorque() const { return mFluidTorque; }
 
@@ -42,21 +42,27 @@ class RigidBody_Variational : public RigidBody {
   /// What gravity, forces and contacts will have changed when the step to come is over.
   Change Expected() const;
 
-  void WakeBy(const Vec3d& force);
+  /// All fluids have pressed a body that sleeps: with what they do together it may wake.
+  void WakeByForces(const Vec3d& gravity);
+  /// The first step lacked this impulse.
+  void MendFirstStep(const Vec3d& impulse);
 
   bool mIsLulled = false;
-  Vec3d mLull{};  ///< while it sleeps: what the fluid pressed with when it fell asleep
+  Vec3d mLull{};  ///< while it sleeps: what the fluids pressed with when it fell asleep
   /// It stood still until now. The first step of the world has to do without what a fluid round it
   /// presses; the projection behind it makes up for that.
   bool mIsNew = true;
-  /// In the first step: how far its velocity is ahead of that from which the fluid sees it start.
+  /// In the first step: how far its velocity is ahead of that from which the fluid sees it start,
+  /// and how far it was before any projection.
   std::optional<Vec3d> mFirst;
+  Vec3d mFirstUntold{};
   bool mWasAtRest = false;   ///< when that step began
   bool mIsUnderWay = false;  ///< the start frame is over
   bool mIsForeseen = false;  ///< the fluid moves it in this step
   double mAhead = 0;         ///< seconds of it
   Vec3d mGravity{};
-  Vec3d mImpulse{}, mTurn{};  ///< of the fluid, for the next step
+  Vec3d mPressed{};           ///< sum of all impulses of this step, before the transfer factor
+  Vec3d mImpulse{}, mTurn{};  ///< of all fluids, for the next step
   Vec3d mFluidForce{}, mFluidTorque{};
 };
 

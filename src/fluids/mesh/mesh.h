@@ -111,6 +111,7 @@ class Mesh : public iObject {
   /// The object that it reads; 0 and nothing without one.
   host::NodeId ObjectId() const { return mObject ? mObject->Id() : 0; }
   std::string ObjectName() const { return mObject ? mObject->Name() : std::string(); }
+  std::string ObjectPath() const { return mObject ? mObject->Path() : std::string(); }
 
   /// Told by each volume over this mesh: its node if that carries the obstacle tag, else null.
   void SetTagOwner(host::BaseNode* owner);
