@@ -42,6 +42,9 @@ struct Cube {
     body.BeginStep(kStep, kGravity);
     body.EndStep(kStep);
     body.Foresee(kStep, kGravity);
+    Press(forces);
+  }
+  void Press(std::initializer_list<double> forces) {
     for (const double force : forces) body.TakeFluidImpulse({0, force * kStep, 0}, {}, kStep);
   }
 };
@@ -51,13 +54,13 @@ struct Cube {
 TEST(BodyForces, WhatCarriesABodyIsWhatAllFluidsDoTogether) {
   for (const auto& forces : {std::initializer_list<double>{19, 0}, {0, 19}, {1.5, 1.5}}) {
     Cube cube(kAwake);
-    cube.Step(forces);
+    cube.Press(forces);
     EXPECT_TRUE(cube.body.Motion().isCarried);
     cube.Step({});
     EXPECT_FALSE(cube.body.Motion().isCarried) << "no fluid presses any more";
   }
   Cube held(kAwake);
-  held.Step({19, -18.5});
+  held.Press({19, -18.5});
   EXPECT_FALSE(held.body.Motion().isCarried);
   EXPECT_NEAR(held.body.FluidForce().y, 0.5, 1e-12);
 }
@@ -65,6 +68,7 @@ TEST(BodyForces, WhatCarriesABodyIsWhatAllFluidsDoTogether) {
 TEST(BodyForces, TwoFluidsLetASleeperSleepUntilTheirPushChanges) {
   for (const bool swapped : {false, true}) {
     Cube cube(kAsleep);
+    cube.Press({12.5});
     const auto step = [&](double a, double b) { swapped ? cube.Step({b, a}) : cube.Step({a, b}); };
     for (int i = 0; i < 5; ++i) {
       step(12, 0.5);
