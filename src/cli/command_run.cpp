@@ -294,14 +294,13 @@ class Run {
       Diagnostics told;
       std::optional<LoadedScene> fresh = LoadScene(mOptions.scene, told, mOptions.overrides);
       try {
-        if (!fresh) continue;
+        if (!fresh) throw CommandError(kExitInvalidScene, "the scene file is another by now");
         const BakeOptions options{mOptions.scene, mOut, mOut / spec.file, mOptions.overrides};
         mWholeRun.push_back(Bake(*fresh, options).file);
       } catch (const CommandError& error) {
         // Frames that weren't asked for are missing, or there is no body.
         warnings.push_back(fmt::format("no {}: {}", spec.file, error.what()));
-        fmt::print(stderr, "warning: {}\n", warnings.back());
-        mHasWarned = true;
+        Warn(warnings.back());
       }
     }
   }
