@@ -54,13 +54,13 @@ class BodyHints : public ShapeBoxes {
   void LookAtTag(const BaseNode& node, const BaseNode& tag) {
     ObstacleSettings settings;
     FillMembers(*tag.Table(), &tag, settings);
-    if (!settings.startDirection && settings.startSpeed != 0 &&
+    if (!Linked(tag, obstacle_row::kStartDirection) && settings.startSpeed != 0 &&
         IsGiven(tag, obstacle_row::kStartSpeed))
       Warn(node, fmt::format("it starts at rest: '{}' of its obstacle has no effect without '{}'",
                              NameOf(tag, obstacle_row::kStartSpeed),
                              NameOf(tag, obstacle_row::kStartDirection)));
-    if (settings.startDirection && settings.startSpeed != 0 && settings.IsHeavy() &&
-        (settings.wakesOnContact || settings.wakesOnForce))
+    if (Linked(tag, obstacle_row::kStartDirection) && settings.startSpeed != 0 &&
+        settings.IsHeavy() && (settings.wakesOnContact || settings.wakesOnForce))
       Warn(node, fmt::format("'{}' of its obstacle has no effect: it sleeps until '{}' wakes it",
                              NameOf(tag, obstacle_row::kStartSpeed),
                              NameOf(tag, settings.wakesOnContact ? obstacle_row::kWakeOnContact
