@@ -25,9 +25,11 @@ host::ParameterTable Constraint::WithRange(host::ParameterTable own) {
       RealRow(kInputHighRow, "input_high", 1.0, "none",
               "the measure that gives 'output_high'; where it is 'input_low', all do")
           .To(&Constraint::mInputHigh),
-      RealRow(kOutputLowRow, "output_low", 0.0, "none", "the factor at the low end")
+      RealRow(kOutputLowRow, "output_low", 0.0, "none",
+              "how much passes where the measure is 'input_low'")
           .To(&Constraint::mOutputLow),
-      RealRow(kOutputHighRow, "output_high", 1.0, "none", "the factor at the high end")
+      RealRow(kOutputHighRow, "output_high", 1.0, "none",
+              "how much passes where it is 'input_high'")
           .To(&Constraint::mOutputHigh),
       BoolRow(kUseCurveRow, "use_curve", false, "bends the way from low to high by 'curve'")
           .To(&Constraint::mUsesCurve),

@@ -345,7 +345,7 @@ TEST_F(RunCommand, WaysOfBodiesAreExportedAtTheEnd) {
   EXPECT_EQ(damaged.code, 5);
   EXPECT_NE(damaged.out.find("bodies.glb: of the whole run: "), std::string::npos) << damaged.out;
   // Their beginning isn't known here.
-  const Result part = Sulva("run " + scene + " --quiet --frames 2:4 --out part");
+  const Result part = Sulva("run " + scene + " --frames 2:4 --out part");
   EXPECT_EQ(part.code, 0);
   EXPECT_NE(part.err.find("warning: no bodies.glb: "), std::string::npos) << part.err;
   EXPECT_FALSE(fs::exists(mFolder / "part/bodies.glb"));

@@ -289,7 +289,7 @@ void ObjectParticleGridEmitter::Finish() {
   if (Has(FLAG_ACTIVE) && mIsFlowing && mAdvance == Vec3d{})
     for (Flow* flow : mFed)
       if (const GridLayout* layout = flow->GetLayout())
-        Inflows::Fill(*flow, CellsIn(*layout), mTemplate.velocity);
+        Inflows::Begin(*flow, CellsIn(*layout), mTemplate.velocity, mTime->stepDuration);
   ParticleEmitter::Finish();
   mMembers.clear();
   mLiquids.clear();

@@ -1,10 +1,13 @@
 #include "fluids/flow/inflows.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
+
+constexpr double kStep = 0.5, kStencil = 1.5;  // cells along the way of new water, and beyond it
 
 VecInt3D PlaceIn(const VecInt3D& cells, i32 index) {
   return {index % cells.x, index / cells.x % cells.y, index / (cells.x * cells.y)};
@@ -26,18 +29,34 @@ void Inflows::Add(std::vector<i32> cells, const Vec3d& velocity) {
   if (!cells.empty()) mSources.push_back({std::move(cells), velocity});
 }
 
-void Inflows::Fill(Flow& flow, const std::vector<i32>& cells, const Vec3d& velocity) {
+void Inflows::Begin(Flow& flow, const std::vector<i32>& cells, const Vec3d& velocity,
+                    double duration) {
   const GridLayout* layout = flow.GetLayout();
   if (!layout || !flow.HasVelocity()) return;
-  for (const i32 cell : cells) {
-    const VecInt3D at = PlaceIn(layout->dims, cell);
-    for (i32 axis = 0; axis < 3; ++axis) {
-      EGrid<double>& grid = *flow.mVelocity.GetGridForWrite(axis);
-      const EGrid<float>* open = flow.GetOpenFaces(axis);
-      for (const VecInt3D& face : {at, at + ExtraOf(axis)}) {
-        const i32 index = grid.Index(face.x, face.y, face.z);
-        if (!open || (*open)[index] > 0) grid[index] = velocity[axis];
-      }
+  const Vec3d way = velocity * (duration / layout->cellSize);
+  const i32 steps = static_cast<i32>(std::ceil((Length(way) + kStencil) / kStep));
+  const Vec3d step = Normalised(way) * kStep;
+  const auto shift = [&](i32 k) {
+    VecInt3D by;
+    for (int a = 0; a < 3; ++a) by[a] = static_cast<i32>(std::lround(step[a] * k));
+    return by;
+  };
+  for (const i32 cell : cells)
+    if (!IsInner(PlaceIn(layout->dims, cell) + shift(steps), layout->dims)) return;
+  for (i32 k = steps; k >= 0; --k)
+    for (const i32 cell : cells)
+      FillCell(flow, PlaceIn(layout->dims, cell) + shift(k), velocity, k == 0);
+}
+
+/// What water or a wall beyond the source has stays.
+void Inflows::FillCell(Flow& flow, const VecInt3D& at, const Vec3d& velocity, bool isSource) {
+  for (i32 axis = 0; axis < 3; ++axis) {
+    EGrid<double>& grid = *flow.mVelocity.GetGridForWrite(axis);
+    const EGrid<float>* open = flow.GetOpenFaces(axis);
+    for (const VecInt3D& face : {at, at + ExtraOf(axis)}) {
+      const i32 index = grid.Index(face.x, face.y, face.z);
+      if (open && !((*open)[index] > 0)) continue;
+      if (isSource || grid[index] == 0) grid[index] = velocity[axis];
     }
   }
 }

@@ -28,8 +28,11 @@ class Inflows {
   void Open(Flow& flow) const;
   /// Gives the faces that `Close` found their velocity.
   void Hold(Flow& flow) const;
-  /// Gives all faces of cells a velocity.
-  static void Fill(Flow& flow, const std::vector<i32>& cells, const Vec3d& velocity);
+  /// Gives the faces of cells, and of the air that their water reaches in `duration` seconds, a
+  /// velocity. Where the flow ends before that nothing has one: water that is cut off would be
+  /// crushed at its end, and waits a step instead.
+  static void Begin(Flow& flow, const std::vector<i32>& cells, const Vec3d& velocity,
+                    double duration);
 
  private:
   struct Source {
@@ -41,6 +44,7 @@ class Inflows {
     float open;
     double velocity;
   };
+  static void FillCell(Flow& flow, const VecInt3D& at, const Vec3d& velocity, bool isSource);
   void CloseCell(Flow& flow, i32 cell, const Vec3d& velocity);
 
   std::vector<Source> mSources;

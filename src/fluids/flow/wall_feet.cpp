@@ -14,9 +14,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace {
 
-/// In cells, from the closed face on: where it is looked for a way. The centre, beyond the last,
-/// lies in the solid.
-constexpr double kPlaces[] = {0.05, 0.15, 0.25, 0.35, 0.45};
+/// In cells, from the closed face on: where it is looked for a way. The centre lies in a solid.
+constexpr double kPlaces[] = {0.05, 0.15, 0.25, 0.35, 0.45, 0.55, 0.65, 0.75, 0.85, 0.95};
 constexpr double kLongestStep = 0.25;  ///< likewise: farther off a node may know other triangles
 constexpr i32 kMostSteps = 64;  ///< along a way; one that runs beside a surface for long meets it
 

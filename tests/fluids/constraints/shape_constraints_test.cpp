@@ -142,7 +142,7 @@ TEST(ShapeConstraints, NoiseIsScaledCutAndStretchedAboutItsNode) {
         rig.Begin();
         Rig::Opened(c);
         i32 kept = 0;
-        Rig::ForEachPoint(200, -2, 2, [&](const Vec3d& p) {
+        Rig::ForEachPoint(400, -2, 2, [&](const Vec3d& p) {
           const Vec3d q = (p * 100.0 - place) / (axes * 40.0);
           double n =
               speed != 0 ? noise.Evaluate(type, q, 3 * speed, 3) : noise.Evaluate(type, q, 3);
@@ -204,7 +204,7 @@ TEST(ShapeConstraints, VolumesHoldPointsAsOneAndMeasureDepth) {
     rig.Begin();
     Rig::Opened(c);
     i32 held = 0;
-    Rig::ForEachPoint(3000, -0.6, 2.2, [&](const Vec3d& p) {
+    Rig::ForEachPoint(6000, -0.6, 2.2, [&](const Vec3d& p) {
       const double da = Length(p - ca) - 0.5, db = Length(p - cb) - 0.5, limit = offset * 0.1;
       // Distances between nodes and beyond grids are near the true ones.
       if (std::abs(std::min(da, db) - limit) < 0.08 || std::abs(da - limit) < 0.05) return;

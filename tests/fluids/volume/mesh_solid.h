@@ -34,6 +34,7 @@ class MeshSolid : public VolumeBase {
   std::optional<SharpSurface> GetSharpSurface() const override {
     return isSheet ? std::nullopt : std::optional(Surface());
   }
+  std::optional<SharpSurface> GetWallSurface() const override { return Surface(); }
 
   TriMeshSTL mesh;
   VolumeVoxeliser voxeliser;
