@@ -192,9 +192,7 @@ double SmoothSurface::FindSurplus() const {
                          {mPhi.mNx, mPhi.mNy, static_cast<i32>(last)}};
     ForEachCell(layers, [&](i32 x, i32 y, i32 z) {
       const i32 i = mPhi.Index(x, y, z);
-      const bool isWhole = mStates[i] == kFilm || mStates[i] == kThin ||
-                           (!mFilling.IsMostlyOpen(i) && IsBesideFilm({x, y, z}, i));
-      if (!isWhole) return;
+      if (!CountsWhole({x, y, z}, i)) return;
       sum += std::clamp(0.5 - mPhi[i] * perCell, 0.0, 1.0) * mFilling.OpenOf(i);
       sum -= mFilling.ParticlesIn({x, y, z}) / mRest.particles;
     });

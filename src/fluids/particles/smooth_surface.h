@@ -41,6 +41,11 @@ class SmoothSurface {
   std::unique_ptr<EvenCells> TakeEven() { return mFilling.TakeEven(); }
   /// By how much cells of films, which count whole, hold more than their particles, in full cells.
   double Surplus() const { return mSurplus; }
+  /// After `Run`: it belongs to a film, and no part of it is told by what fills it.
+  bool CountsWhole(const VecInt3D& at, i32 i) const {
+    return mStates[i] == kFilm || mStates[i] == kThin ||
+           (!mFilling.IsMostlyOpen(i) && IsBesideFilm(at, i));
+  }
   /// After `Run`: distances to the surface everywhere, by `EikonalSweeper`; false without memory.
   bool SpreadDistances(host::HostThread* thread = nullptr);
 

@@ -63,8 +63,8 @@ bool WideCells::Run(double rest, const SmoothSurface::Crowd& crowd) {
   if (!phi.mData || !excess.mData) return false;
   SmoothSurface surface(mSort, mWideOpen.get(), phi);
   if (!surface.Run(8 * rest, {&excess, crowd.rate})) return false;
-  mSurplus = 8 * surface.Surplus();
   BringBack(phi);
+  mSurplus = FindSurplus(surface, phi, rest);
   if (crowd.grid && crowd.grid->mData && crowd.grid->Dims() == mPhi.Dims())
     CellFilling::ForEachLine(mPhi, [&](i32 y, i32 z) {
       for (i32 x = 0, i = mPhi.Index(0, y, z); x < mPhi.mNx; ++x, ++i) {
@@ -73,6 +73,31 @@ bool WideCells::Run(double rest, const SmoothSurface::Crowd& crowd) {
       }
     });
   return true;
+}
+
+double WideCells::FindSurplus(const SmoothSurface& surface, const EGrid<double>& wide,
+                              double rest) const {
+  const double perCell = 1 / double{mPhi.mLayout.cellSize};
+  const auto toldBy = [&](const VecInt3D& cell) {
+    const i32 i = mPhi.Index(cell.x, cell.y, cell.z);
+    const double below = std::clamp(0.5 - mPhi[i] * perCell, 0.0, 1.0);
+    return mOpen ? below * double{(*mOpen)[i]} : below;
+  };
+  return SumBlocks(wide.mNz, 1, host::ThreadCount(), [&](i64 first, i64 last) {
+    const CellBox layers{{0, 0, static_cast<i32>(first)},
+                         {wide.mNx, wide.mNy, static_cast<i32>(last)}};
+    double sum = 0;
+    ForEachCell(layers, [&](i32 x, i32 y, i32 z) {
+      const VecInt3D at{x, y, z};
+      if (!surface.CountsWhole(at, wide.Index(x, y, z))) return;
+      const VecInt3D low = VecInt3D{2 * x, 2 * y, 2 * z} - mFirst;
+      ForEachCell(Clip({low, low + VecInt3D{2, 2, 2}}, {}, mPhi.Dims()), [&](i32 i, i32 j, i32 k) {
+        sum += toldBy({i, j, k});
+      });
+      sum -= static_cast<double>(mSort.Cell(at).size()) / rest;
+    });
+    return sum;
+  });
 }
 
 void WideCells::BringBack(const EGrid<double>& wide) {

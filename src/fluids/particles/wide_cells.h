@@ -23,6 +23,8 @@ class WideCells {
  private:
   void MeasureOpen();
   void BringBack(const EGrid<double>& wide);
+  /// What the cells of `phi` tell of wide ones that count whole, less the particles of those.
+  double FindSurplus(const SmoothSurface& surface, const EGrid<double>& wide, double rest) const;
   VecInt3D WideOf(const VecInt3D& cell) const {
     return {(cell.x + mFirst.x) / 2, (cell.y + mFirst.y) / 2, (cell.z + mFirst.z) / 2};
   }
