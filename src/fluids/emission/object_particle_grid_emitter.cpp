@@ -29,7 +29,7 @@ const NodeKind& ObjectParticleGridEmitter::Kind() {
       .stages = {kEmitters},
       .priority = 5,
       .menu = {"Particles/Emitters"},
-      .purpose = "fills a volume with particles and keeps it full",
+      .purpose = "fills a volume with particles and keeps it full, or lets a liquid through it",
       .example =
           {{example::kBall},
            {example::kBallMesh, example::kBallVolume,
@@ -47,8 +47,8 @@ const ParameterTable& ObjectParticleGridEmitter::Parameters() {
   static const ParameterTable table = WithRows(
       {.settings = 1003, .properties = 1004},
       {LinkRow(kVolumeRow, "volume",
-               "the shape that is filled, and kept full; what a liquid gets with a velocity comes "
-               "through it at that speed")
+               "the shape that is filled and kept full; a liquid that gets a velocity comes "
+               "through it at that speed instead, and nothing tops it up")
            .AcceptsAny({kListGeometry, kCategoryVolume})
            .To(&ObjectParticleGridEmitter::mVolume)
            .Required(),
@@ -188,9 +188,20 @@ void ObjectParticleGridEmitter::BeginInflow(bool wasFlowing) {
   mLastTime = mTime->elapsed;
 }
 
-bool ObjectParticleGridEmitter::Feeds(const std::vector<ParticleGroup*>& groups) const {
+bool ObjectParticleGridEmitter::Feeds(const iFluidSolver& liquid) const {
   return mIsFlowing && Has(FLAG_ENABLED) && mLastTime == mTime->elapsed && mVolume &&
-         std::find(groups.begin(), groups.end(), mGroup) != groups.end();
+         MayFill(liquid) && IsMadeOfOurs(liquid);
+}
+
+bool ObjectParticleGridEmitter::MayFill(const iFluidSolver& solver) const {
+  return mNamedSolvers.empty() ||
+         std::find(mNamedSolvers.begin(), mNamedSolvers.end(), &solver) != mNamedSolvers.end();
+}
+
+bool ObjectParticleGridEmitter::IsMadeOfOurs(const iFluidSolver& solver) const {
+  const std::vector<ParticleGroup*>* groups = solver.LiquidGroups();
+  return mKind == kLiquid && groups &&
+         std::find(groups->begin(), groups->end(), mGroup) != groups->end();
 }
 
 std::vector<i32> ObjectParticleGridEmitter::CellsIn(const GridLayout& layout) const {
@@ -233,8 +244,7 @@ void ObjectParticleGridEmitter::FindLiquids() {
     if (!solver || !solver->Has(FLAG_ENABLED)) continue;
     const std::vector<ParticleGroup*>* groups = solver->LiquidGroups();
     if (!groups || groups->empty()) continue;
-    const bool isOurs =
-        mKind == kLiquid && std::find(groups->begin(), groups->end(), mGroup) != groups->end();
+    const bool isOurs = IsMadeOfOurs(*solver);
     if (isOurs || !mNamedSolvers.empty()) mLiquids.push_back(&solver->GetFlow());
     if (isOurs) mFed.push_back(&solver->GetFlow());
   }

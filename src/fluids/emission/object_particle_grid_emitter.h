@@ -35,8 +35,8 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
 
-  /// After its run in a step: water comes through its volume into a liquid of these groups.
-  bool Feeds(const std::vector<ParticleGroup*>& groups) const;
+  /// After its run in a step: water comes through its volume into this liquid.
+  bool Feeds(const iFluidSolver& liquid) const;
   /// The velocity of that water, simulation units a second.
   const Vec3d& InflowVelocity() const { return mTemplate.velocity; }
   /// The cells of a lattice that its volume reaches into, by index.
@@ -68,6 +68,10 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   bool IsRepeated() const;
   Limits LimitsIn(const VolumeBase& volume) const;
   Lattice LatticeOf(i32 subdivision, double cell) const;
+  /// None are named, or this one is.
+  bool MayFill(const iFluidSolver& solver) const;
+  /// It is a liquid of the particles that are made here.
+  bool IsMadeOfOurs(const iFluidSolver& solver) const;
   /// Collects the liquids that limit it, and those that it feeds.
   void FindLiquids();
   /// What it makes in a step: what is missing, or what has come in since the last one.

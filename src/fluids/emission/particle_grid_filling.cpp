@@ -259,8 +259,8 @@ class ObjectParticleGridEmitter::Filler {
       *mColour = mEmitter.mColour->AtPlace(mCentre * mEmitter.GetDomain().simToWorld);
     mParticle.position = p;
     mEmitter.mHandler.Emit(mParticle, mShare);
-    // With a wider spacing not every place is taken.
-    if (lattice.spacing <= lattice.step)
+    // With a wider spacing not every place of a volume that is kept full is taken.
+    if (mEmitter.mAdmits || lattice.spacing <= lattice.step)
       mEmitter.mHandler.Births().FillSpace(mShare, lattice.step * lattice.step * lattice.step);
     return true;
   }
