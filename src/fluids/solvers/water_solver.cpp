@@ -38,7 +38,8 @@ bool WaterSolver::ReadParameters() {
   mLevelSet.mMode = static_cast<SurfaceMode>(surfaceMode);
   mCorrection.mSource.mPerCell = particlesPerCell;
   mCorrection.mSource.mKeepsVolume = mLevelSet.mMode == SurfaceMode::Smooth;
-  mCorrection.Projection().mLinearSolver = linearSolver;
+  // Sweeps end by how much a pressure changes, which isn't what moves particles here.
+  mCorrection.Projection().mLinearSolver = linearSolver == 1 ? 2 : linearSolver;
   mCorrection.Projection().SetAccuracy({maxIterations, kCorrectionTolerance}, modification,
                                        minDiagonalRatio);
   mLevelSet.mDensityThreshold = densityThreshold;
@@ -91,7 +92,7 @@ void WaterSolver::Release(bool full) {
 bool WaterSolver::ApplyBounds(const Vec3d& min, const Vec3d& max) {
   if (groups.empty() && Has(FLAG_ACTIVE)) {
     Release(true);
-    return Deactivate("it has no particles; name their groups under 'groups'");
+    return Deactivate("it has no group that is switched on; name one under 'groups'");
   }
   if (!FluidSolver::ApplyBounds(min, max)) return false;
   const GridLayout& layout = *mFlow.GetLayout();
@@ -268,7 +269,7 @@ void WaterSolver::FindInflows() {
   std::vector<const ObjectParticleGridEmitter*> sources;
   for (const auto& [id, object] : mScene->List(kListEmitters)) {
     const auto* emitter = dynamic_cast<const ObjectParticleGridEmitter*>(object.get());
-    if (emitter && emitter->Feeds(groups)) sources.push_back(emitter);
+    if (emitter && emitter->Feeds(*this)) sources.push_back(emitter);
   }
   // Names, not the order of the file, decide between two that hold a cell.
   std::sort(sources.begin(), sources.end(),

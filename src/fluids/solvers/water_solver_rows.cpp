@@ -29,8 +29,8 @@ const std::map<i32, std::string_view>& LiquidHelp() {
       {1015, "closed holds the liquid at the box's low z side, open lets it out there"},
       {1016, "closed holds the liquid at the box's high z side, open lets it out there"},
       {1018,
-       "how many cells beyond its surface the liquid's velocity is continued: as far as it "
-       "moves in a step"},
+       "at least how many cells beyond its surface the liquid's velocity is continued; fast "
+       "water gets as many as it crosses in a step"},
       {1019,
        "honey instead of water: slows differences of speed; acts once the viscosity solve "
        "does"},
@@ -153,7 +153,7 @@ const ParameterTable& WaterSolver::Parameters() {
             .Range(0, 255)
             .OnlyWith(kSurfaceModeRow, {0})
             .To(&LiquidSettings::countThreshold),
-        ButtonRow(1215, "add_channels", "sets channels for density and viscosity up"),
+        ButtonRow(1215, "add_channels", "sets channels for density and viscosity up").Kept(),
         BoolRow(kReprojectRow, "reproject", false,
                 "where a recording plays the velocity, particles take it in every step")
             .To(&LiquidSettings::reproject),
