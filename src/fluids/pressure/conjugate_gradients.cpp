@@ -30,8 +30,10 @@ bool ConjugateGradients::Solve() {
   if (mResidual > kWorse * mBest && !IsCancelled()) {
     // Going there again costs less than to keep a copy of every iterate that could be the best.
     const i32 done = mIterations, best = mBestIteration;
+    mGoesAgain = true;
     StartAnew();
     Iterate(best);
+    mGoesAgain = false;
     mIterations = done;
   }
   return false;
@@ -138,7 +140,8 @@ double ConjugateGradients::StartResidual() {
       top = std::max(top, std::fabs(r[c]));
     }
     mPartials[z] = top;
-    for (i32 a = kFirstOwn; a < mArrays.Count(); ++a) std::fill_n(mArrays[a] + first, layer, 0.0);
+    const i32 own = mGoesAgain ? i32{kFirstOfMethod} : mArrays.Count();
+    for (i32 a = kFirstOwn; a < own; ++a) std::fill_n(mArrays[a] + first, layer, 0.0);
   });
   return *std::max_element(mPartials.begin(), mPartials.begin() + mDims.z);
 }

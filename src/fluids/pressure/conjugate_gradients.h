@@ -51,8 +51,8 @@ class ConjugateGradients : public LatticeSolver {
   void DropEntriesToMissingRows();
   /// As `PrepareSystem`, with room for the sums of the layers.
   bool PrepareIteration();
-  /// r in rows without entries, z, s and the arrays of the method become 0; returns the largest
-  /// |r|.
+  /// r in rows without entries, z, s and, unless it goes again, the arrays of the method become 0;
+  /// returns the largest |r|.
   double StartResidual();
   /// z = A s; returns s . z.
   double Multiply();
@@ -82,6 +82,7 @@ class ConjugateGradients : public LatticeSolver {
   }
 
   std::vector<double> mPartials;  ///< one per layer
+  bool mGoesAgain = false;        ///< to the best of the running solve, led as the first time
 
  private:
   /// r = b - A x and x = 0 in rows without entries; returns the largest |r|.

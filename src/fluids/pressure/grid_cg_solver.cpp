@@ -189,8 +189,10 @@ void Grid_CGSolver::Advance(double alpha, double beta) {
 }
 
 SolveEnd Grid_CGSolver::Iterate(i32 limit) {
-  FormPreconditioner();
-  DropEntriesToMissingRows();
+  // Those to the air are as large as the surface is near, and only some sides would count them.
+  if (mMatrix.mHasAir) DropEntriesToMissingRows();
+  if (!mGoesAgain) FormPreconditioner();
+  if (!mMatrix.mHasAir) DropEntriesToMissingRows();
   Forward(0);
   double rho = Backward();
   if (rho == 0) return SolveEnd::Broken;

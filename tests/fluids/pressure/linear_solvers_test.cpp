@@ -94,6 +94,26 @@ TEST(ConjugateGradients, FactorEqualsTheGeneralAlgorithm) {
       }
 }
 
+// Entries of a liquid that lead to the air have no part in its factor, which would count those of
+// some sides alone.
+TEST(ConjugateGradients, EntriesToTheAirChangeNothing) {
+  const System system({9, 8, 7}, 0.8, true, 11);
+  System bare = system;
+  for (auto& row : bare.rows)
+    std::erase_if(row, [&](const auto& entry) { return !system.HasRow(entry.first); });
+  Grid_CGSolver solver, plain;
+  system.Fill(solver);
+  bare.Fill(plain);
+  for (Grid_CGSolver* own : {&solver, &plain}) {
+    own->GetMatrix().mHasAir = true;
+    own->Solve();
+  }
+  EXPECT_GT(solver.mIterations, 3);
+  EXPECT_EQ(solver.mIterations, plain.mIterations);
+  EXPECT_EQ(Distance(solver.GetFactor(), plain.GetFactor()), 0);
+  EXPECT_EQ(Distance(solver.GetResult(), plain.GetResult()), 0);
+}
+
 TEST(ConjugateGradients, LeastDiagonalTakesTheMatrixValue) {
   // With a modification far above 1 most columns fall below a quarter of their own diagonal.
   const System system({8, 8, 8}, 1.0, true, 5);
