@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "grids/random_stream.h"
@@ -75,6 +76,32 @@ TEST(ParticleToLevelset, TellsByCountWhatCellsBesideAirHoldTooLittle) {
   box.Fill(2, [&](i32 x, i32 y, i32 z) { return isInside(x, z) && (y == 2 || y == 5); });
   ASSERT_TRUE(box.Run());
   EXPECT_NEAR(box.work.mSurplus, 100 * 7.0 / 8, 1e-9);
+}
+
+// With few particles in a cell too: drops that lie apart are as much as their particles.
+TEST(ParticleToLevelset, ASprayIsAsMuchAsItsParticles) {
+  constexpr i32 kApart = 8;
+  for (const i32 rest : {1, 2, 3}) {
+    LiquidBox box(3 * kApart);
+    box.work.mMode = SurfaceMode::Smooth;
+    box.work.mRest = rest;
+    RandomStream random;
+    random.Seed(rest);
+    ParticleTemplate particle;
+    i32 count = 0;
+    ForEachCell({{0, 0, 0}, {3, 3, 3}}, [&](i32 x, i32 y, i32 z) {
+      const Vec3d off{random.NextUnit(), random.NextUnit(), random.NextUnit()};
+      particle.position = (ToReal({x, y, z}) * kApart + Vec3d{2, 2, 2} + off * 4) * box.H();
+      // Up to a cell full of them in one place.
+      for (i32 i = 0; i < 1 + x * (rest - 1) / 2; ++i, ++count)
+        box.group.Store(kLiquid).Create(particle);
+    });
+    ASSERT_TRUE(box.Run());
+    double told = 0;
+    for (i32 i = 0; i < box.phi.mCount; ++i)
+      told += std::clamp(0.5 - box.phi.mData[i] / box.H(), 0.0, 1.0);
+    EXPECT_NEAR(told - box.work.mSurplus, static_cast<double>(count) / rest, 1e-9) << rest;
+  }
 }
 
 TEST(ParticleToLevelset, CountsParticlesThatAreNoFillersAboveTheThreshold) {
