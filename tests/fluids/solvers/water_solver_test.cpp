@@ -304,8 +304,14 @@ TEST(WaterSolver, AffineTransferIsExactForASlope) {
 
 TEST(WaterSolver, PositionCorrectionGivesCrowdedParticlesTheirRoom) {
   // Four layers of cells with twelve particles each have the room of six.
-  for (const bool corrects : {false, true}) {
+  struct Case {
+    bool corrects;
+    i32 linearSolver;
+  };
+  for (const auto& [corrects, linearSolver] : {Case{false, 2}, Case{true, 2}, Case{true, 1}}) {
+    SCOPED_TRACE(linearSolver);
     LiquidRig rig({12, 14, 8});
+    LiquidRig::Set(*rig.liquid, 1020, linearSolver);
     LiquidRig::Set(*rig.liquid, WaterSolver::kEvenRow, corrects);
     rig.Fill({0, 0, 0}, {12, 4, 8});
     ForEachCell({{0, 0, 0}, {12, 4, 8}}, [&](i32 x, i32 y, i32 z) {
