@@ -24,7 +24,8 @@ WideCells::WideCells(const ParticleSort& sort, const EGrid<float>* open, EGrid<d
   const GridLayout& fine = phi.mLayout;
   VecInt3D dims;
   for (i32 axis = 0; axis < 3; ++axis) {
-    mFirst[axis] = mOpen && IsBoundedLow(*mOpen, axis);
+    // Else by where the cell is in the world: a container that follows its liquid regroups nothing.
+    mFirst[axis] = mOpen && IsBoundedLow(*mOpen, axis) ? 1 : fine.originCell[axis] & 1;
     dims[axis] = std::max((fine.dims[axis] + mFirst[axis] + 1) / 2, 2);
   }
   const Vec3d wide = fine.worldCell * 2;

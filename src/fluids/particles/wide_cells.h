@@ -7,7 +7,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Finds the surface of a liquid on cells twice as wide, by `SmoothSurface`, and brings it to the
 /// cells of a grid by linear interpolation. With one particle in a cell those have eight, and
 /// chance tears nothing. Where a closed layer bounds the grid on its low side, the wide cells begin
-/// with it as their upper half.
+/// with it as their upper half; elsewhere they begin at even cells of the world.
 class WideCells {
  public:
   /// Of particles sorted by the cells of `phi`. `open` are the open fractions of these cells; null

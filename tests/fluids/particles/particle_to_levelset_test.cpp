@@ -13,8 +13,10 @@ namespace {
 
 /// n^3 cells of 0.1 with liquid particles, and the level set of what is solid.
 struct LiquidBox {
-  explicit LiquidBox(i32 n)
-      : phi({n, n, n}, Vec3d{10.0, 10, 10} * n, 0.1f, kCentre, {}), solid(phi.mLayout, kNode) {
+  /// The box begins some cells below the origin.
+  explicit LiquidBox(i32 n, i32 below = 0)
+      : phi({n, n, n}, Vec3d{10.0, 10, 10} * n, 0.1f, kCentre, Vec3d{-10, -10, -10} * below),
+        solid(phi.mLayout, kNode) {
     group.Store(kLiquid).Reset(phi.mLayout);
     solid.Fill(1);
   }
@@ -102,6 +104,23 @@ TEST(ParticleToLevelset, ASprayIsAsMuchAsItsParticles) {
       told += std::clamp(0.5 - box.phi.mData[i] / box.H(), 0.0, 1.0);
     EXPECT_NEAR(told - box.work.mSurplus, static_cast<double>(count) / rest, 1e-9) << rest;
   }
+}
+
+// A container that reaches a cell farther leaves the surface of few particles where it is.
+TEST(ParticleToLevelset, FewParticlesShowOneSurfaceInAnyContainer) {
+  LiquidBox small(16), large(18, 1);
+  for (LiquidBox* box : {&small, &large}) {
+    box->work.mMode = SurfaceMode::Smooth;
+    box->work.mRest = 1;
+    box->Fill(1, [](i32 x, i32 y, i32 z) { return std::min({x, y, z}) > 4 && x + y + z < 27; });
+    ASSERT_TRUE(box->Run());
+  }
+  const auto told = [](const LiquidBox& box, i32 x, i32 y, i32 z) {
+    return std::clamp(box.phi(x, y, z) / box.H(), -2.0, 2.0);
+  };
+  ForEachCell({{3, 3, 3}, {13, 13, 13}}, [&](i32 x, i32 y, i32 z) {
+    ASSERT_NEAR(told(small, x, y, z), told(large, x + 1, y + 1, z + 1), 1e-6);
+  });
 }
 
 TEST(ParticleToLevelset, CountsParticlesThatAreNoFillersAboveTheThreshold) {
