@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <utility>
 
@@ -41,7 +42,10 @@ class ParticleHints : public ShapeBoxes {
       if (node->Type() == ParticleGroup::kNodeType) LookAtGroup(*node);
       if (!MayWork(*node)) continue;
       if (IsA<Move>(*node)) LookAtMotion(*node);
-      if (IsA<WaterSolver>(*node)) LookAtLiquid(*node);
+      if (IsA<WaterSolver>(*node)) {
+        LookAtLiquid(*node);
+        LookAtCorrection(*node);
+      }
     }
   }
 
@@ -314,6 +318,37 @@ class ParticleHints : public ShapeBoxes {
     if (!list || !list->entries.empty()) return;
     Warn(liquid, fmt::format("it has no gravity and stays where it is: name a {} under '{}'",
                              Force_Gravity::Kind().type, NameOf(liquid, WaterSolver::kForcesRow)));
+  }
+
+  /// Emitters that fill cells with more or fewer particles than the liquid takes for full.
+  void LookAtCorrection(const BaseNode& liquid) {
+    if (Whole(liquid, WaterSolver::kEvenRow) == 0 || IsKeyed(liquid, WaterSolver::kEvenRow) ||
+        IsKeyed(liquid, WaterSolver::kPerCellRow))
+      return;
+    const double full = Number(liquid, WaterSolver::kPerCellRow);
+    const std::set<NodeId> links = LinksOf(liquid);
+    for (const BaseNode* emitter : mNodes) {
+      if (!IsA<ObjectParticleGridEmitter>(*emitter) || !MayWork(*emitter) ||
+          Whole(*emitter, ParticleEmitter::kKindRow) != kLiquid ||
+          IsKeyed(*emitter, ParticleEmitter::kKindRow))
+        continue;
+      const BaseNode* group = Linked(*emitter, ParticleEmitter::kGroupRow);
+      if (group && links.contains(group->Id())) TellFilling(liquid, *emitter, full);
+    }
+  }
+  void TellFilling(const BaseNode& liquid, const BaseNode& emitter, double full) {
+    using Filler = ObjectParticleGridEmitter;
+    for (const i32 row : {i32{Filler::kOuterRow}, i32{Filler::kInnerRow}}) {
+      const double made = std::pow(8.0, Whole(emitter, row));
+      if (made == full || IsKeyed(emitter, row)) continue;
+      return Warn(emitter,
+                  fmt::format("its '{}' makes {:g} particles a cell, and {} takes {:g} for a full "
+                              "one: its correction drives them {}; set '{}' there to {:g}",
+                              NameOf(emitter, row), made, Named(liquid), full,
+                              made > full ? "apart" : "together",
+                              NameOf(liquid, WaterSolver::kPerCellRow), made),
+                  row);
+    }
   }
 
   Nodes mSolvers;                   ///< those that are switched on

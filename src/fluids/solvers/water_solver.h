@@ -38,7 +38,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   static const host::ParameterTable& Parameters();
   static constexpr i32 kGroupsRow = 1201, kFlipRatioRow = 1204, kSurfaceModeRow = 1210,
                        kGatherRow = 1209, kReprojectRow = 1216, kTransferRow = 1311,
-                       kEvenRow = 1312;
+                       kEvenRow = 1312, kPerCellRow = 1313;
   bool ReadParameters() override;
   bool ResolveLinks() override;
   void ClearLinks() override;

@@ -161,8 +161,9 @@ const ParameterTable& WaterSolver::Parameters() {
                 "spreads particles that crowd and closes gaps between them, so that the liquid "
                 "keeps its volume")
             .To(&LiquidSettings::correctsPositions),
-        RealRow(1313, "particles_per_cell", 8.0, "none",
-                "how many are in a full cell: what position_correction holds them to")
+        RealRow(kPerCellRow, "particles_per_cell", 8.0, "none",
+                "how many are in a full cell: what position_correction holds them to; emitters in "
+                "volumes make 8 unless their subdivisions say otherwise")
             .AtLeast(1e-3)
             .OnlyWith(kEvenRow, {1})
             .To(&LiquidSettings::particlesPerCell),
