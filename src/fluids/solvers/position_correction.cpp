@@ -24,12 +24,14 @@ void PositionCorrection::Run(const ParticleSort& sort, Flow& flow, i32 rounds) {
     std::copy_n(u.mData, u.mCount, flow.mVelocity.mPrevious[axis]->mData);
     std::fill_n(u.mData, u.mCount, 0.0);
   }
-  mProjection.Project();
+  const bool isFound = mProjection.Project();
   mProjection.TakeReports();
   mProjection.TakeWarnings();
-  mExtrapolation.ExtendVelocity(flow, rounds);
-  flow.SetWallVelocities(1.0);
-  Move(sort, flow);
+  if (isFound) {
+    mExtrapolation.ExtendVelocity(flow, rounds);
+    flow.SetWallVelocities(1.0);
+    Move(sort, flow);
+  }
   flow.mDivergence.Reset();
   for (i32 axis = 0; axis < 3; ++axis) {
     EGrid<double>& u = *flow.mVelocity.GetGridForWrite(axis);

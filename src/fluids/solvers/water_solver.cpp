@@ -55,6 +55,7 @@ bool WaterSolver::ResolveLinks() {
       own.push_back(group);
   groups = std::move(own);
   mFlip.mKernel = kernel;
+  mCorrection.Projection().mDuration = projectionDuration;
   return true;
 }
 
@@ -62,6 +63,7 @@ void WaterSolver::ClearLinks() {
   mSort.Clear();
   mSorted.clear();
   mFlip.mKernel = nullptr;
+  mCorrection.Projection().mDuration = nullptr;
   FluidSolver::ClearLinks();
 }
 

@@ -28,7 +28,7 @@ class Spout : public MeshRig {
     speed = &Make("property_vector");
     speed->Set(iProperty::kPropertyRow, i32{property_id::kVelocity});
     speed->Set(iProperty::kValueRow, velocity);
-    AddEmitter(*volumeNode);
+    emitter = &AddEmitter(*volumeNode);
     host::BaseNode& move = Make("particle_advection");
     move.Set(ParticleAdvection::kGroupRow, host::Link{group->Id()});
     move.Set(1009, i32{1});
@@ -57,7 +57,7 @@ class Spout : public MeshRig {
     return static_cast<double>(Store().mBorn) * std::pow(kCellWidth / 2, 3);
   }
 
-  host::BaseNode *group, *settings, *speed, *liquid;
+  host::BaseNode *group, *settings, *speed, *liquid, *emitter;
 
  private:
   host::BaseNode& Make(const char* kind) {
@@ -141,6 +141,16 @@ TEST(Spout, IsFilledOnceAtTheStart) {
   const double full = std::pow(4 * kCellWidth, 3);
   EXPECT_NEAR(spout.Made(0) / full, 1, 1e-9);
   EXPECT_NEAR(spout.Made(1) / full, 1, 1e-9);
+}
+
+// How wide a place new particles need is nothing to those that come through: they tell their room.
+TEST(Spout, TellsTheRoomOfWhatComesThrough) {
+  Spout spout({4, 4, 4}, {0, -1, 0}, 0.5);
+  spout.emitter->Set(1019, 2.0);
+  spout.Made(12);
+  const FilledSpace told = spout.Store().Filled();
+  ASSERT_GT(told.particles, 0);
+  EXPECT_NEAR(told.volume / (told.particles * std::pow(kCellWidth / 2, 3)), 1, 1e-5);
 }
 
 // Two boxes with a side in common hold what one box in their place does.
