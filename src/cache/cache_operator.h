@@ -164,6 +164,9 @@ class Cache_OperatorBase : public iObject {
   /// false, with a failure, where it is of another simulation.
   bool CheckOrigin(const HyperFile& file, const CacheOrigin& origin);
   CacheOrigin OriginOfFrame() const;
+  /// From now on this file isn't written over; with an empty path any may be.
+  void Spare(const std::filesystem::path& path) { mSpared = path; }
+  bool IsSpared(const std::filesystem::path& path) const { return path == mSpared; }
   void Warn(const std::string& text);
   /// A failure, or a warning where the scene says that the run goes on.
   void Fail(const std::string& text);

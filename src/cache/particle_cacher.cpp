@@ -97,6 +97,18 @@ void ParticleCacher::CollectListed() {
           }))
         mTargets.push_back({entry.object, row.kind});
   }
+  mFirst = FirstTarget();
+}
+
+std::size_t ParticleCacher::FirstTarget() const {
+  if (mGroups.empty()) return 0;
+  const Linked<ParticleGroup>& entry = mGroups.front();
+  for (const ParticleKind kind : {kLiquid, kPassive, kVortex, kDiffuse})
+    for (std::size_t i = 0; i < mTargets.size(); ++i)
+      if (NamesKind(entry.flags, kind) && mTargets[i].group == entry.object &&
+          mTargets[i].kind == kind)
+        return i;
+  return 0;
 }
 
 void ParticleCacher::ClearLinks() {
@@ -210,9 +222,14 @@ ParticleCacher::Placing ParticleCacher::PlacingOf(const GridLayout& stored) cons
   return placing;
 }
 
-void ParticleCacher::TakePlaces() {
+double ParticleCacher::PartOfFrame() const {
   const double t = TimeToRead();
-  mPart = t - std::floor(t);
+  // Before the recording begins nothing lies between two of its frames.
+  return t < 0 ? 0 : t - std::floor(t);
+}
+
+void ParticleCacher::TakePlaces() {
+  mPart = PartOfFrame();
   for (std::size_t i = 0; i < mTargets.size(); ++i) {
     if (ChunkOf(i) < 0) continue;
     mTargets[i].group->SetFlag(FLAG_CACHED, true);
@@ -259,10 +276,14 @@ bool ParticleCacher::ReadChunk(std::size_t object, std::size_t chunk) {
     Filter(store);
   }
   if (!isRead) store.SetCount(0);
-  store.NoteReplaced();
-  target.group->MarkTreeStale(target.kind);
-  store.UpdateBounds(mScene->mThreadCount);
+  NoteReplaced(target);
   return isRead;
+}
+
+void ParticleCacher::NoteReplaced(const Target& target) const {
+  target.Store().NoteReplaced();
+  target.group->MarkTreeStale(target.kind);
+  target.Store().UpdateBounds(mScene->mThreadCount);
 }
 
 void ParticleCacher::PutIntoTime(ParticleStore& store, const ParticlePlaces& before) const {
@@ -358,6 +379,7 @@ void ParticleCacher::Evaluate(const EvaluationThreadData& data) {
 bool ParticleCacher::PrepareLoad() {
   if (!IsForeign()) return Cache_OperatorBase::PrepareLoad();
   mForeign = {};
+  Spare({});
   fs::path path;
   mFileName.BuildPath(path, FrameToRead());
   std::error_code failed;
@@ -375,6 +397,7 @@ void ParticleCacher::WriteForeign() {
     if (path == played.path) NoteWritten(played);
     if (path == played.path || PlaysOtherFrames()) return;
   }
+  if (IsSpared(path)) return;
   const exchange::NamedFormat named = exchange::FormatOfName(path);
   if (!named.format) return Fail(path.string() + ": there is no writer for its format");
   std::vector<std::unique_ptr<ParticleColumns>> filtered;
@@ -390,20 +413,30 @@ void ParticleCacher::WriteForeign() {
   ++mRuns;
 }
 
-ParticlePlaces ParticleCacher::ForeignPlacesBefore(const exchange::ParticleTable& table,
-                                                   std::span<const i32> ids) {
-  ParticlePlaces places;
+std::optional<exchange::ParticleTable> ParticleCacher::ReadForeignBefore() {
+  if (mPart == 0) return {};
   fs::path path;
   mFileName.BuildPath(path, FrameToRead() - 1);
   std::error_code failed;
-  if (!fs::exists(path, failed)) return places;
-  const exchange::ParticleTable before = exchange::ReadParticles(path);
+  if (!fs::exists(path, failed)) return {};
+  try {
+    return exchange::ReadParticles(path);
+  } catch (const FileError& error) {
+    Fail(error.what());
+  }
+  return {};
+}
+
+ParticlePlaces ParticleCacher::PlacesIn(const exchange::ParticleTable& before,
+                                        const exchange::ParticleTable& table,
+                                        std::span<const i32> ids) {
+  ParticlePlaces places;
   const exchange::ParticleColumn* positions = before.Find("position", 3);
   const std::vector<i64> rows = RowsOfSame(table, before);
   if (rows.empty() && table.Count() > 0 && before.Count() > 0)
     Warn(
         fmt::format("no column 'id' tells the particles of '{}' files apart: between two frames "
-                    "they stand where the later one has them",
+                    "they come from where they say to have been, or jump",
                     mFileName.GetSuffix()));
   for (std::size_t row = 0; positions && row < rows.size(); ++row) {
     if (rows[row] < 0) continue;
@@ -416,13 +449,61 @@ ParticlePlaces ParticleCacher::ForeignPlacesBefore(const exchange::ParticleTable
   return places;
 }
 
+std::vector<ParticleCacher::TargetRows> ParticleCacher::RowsOfTargets(
+    const exchange::ParticleTable& table) const {
+  const std::vector<std::string> names = NamesOfTargets();
+  const exchange::ParticleColumn* groups = table.Find("group", 1);
+  std::vector<std::size_t> targetOfWord;
+  std::vector<TargetRows> all = {{mFirst, {}}};
+  std::vector<std::size_t> placeOf(mTargets.size());
+  for (const std::string& word : groups ? groups->words : std::vector<std::string>()) {
+    const auto found = std::find(names.begin(), names.end(), word);
+    targetOfWord.push_back(found != names.end() ? static_cast<std::size_t>(found - names.begin())
+                                                : mFirst);
+    const std::size_t target = targetOfWord.back();
+    if (target == mFirst || placeOf[target] != 0) continue;
+    placeOf[target] = all.size();
+    all.push_back({target, {}});
+  }
+  if (all.size() == 1) return all;
+  for (i64 row = 0; row < table.Count(); ++row) {
+    const double word = groups->At(row);
+    const bool isNamed = word >= 0 && word < static_cast<double>(targetOfWord.size());
+    const std::size_t target = isNamed ? targetOfWord[static_cast<std::size_t>(word)] : mFirst;
+    all[placeOf[target]].rows.push_back(row);
+  }
+  return all;
+}
+
 void ParticleCacher::ReadForeign() {
   if (mTargets.empty()) return;
   fs::path path;
   mFileName.BuildPath(path, FrameToRead());
+  Spare(path);
   const exchange::ParticleTable table = exchange::ReadParticles(path);
   for (const std::string& warning : table.warnings) Warn(path.string() + ": " + warning);
-  const Target& target = mTargets.front();
+  mPart = PartOfFrame();
+  const std::optional<exchange::ParticleTable> before = ReadForeignBefore();
+  const std::vector<TargetRows> all = RowsOfTargets(table);
+  try {
+    for (const TargetRows& part : all)
+      TakeForeign(mTargets[part.target], all.size() == 1 ? table : table.Picked(part.rows),
+                  before ? &*before : nullptr);
+  } catch (const FileError& error) {
+    for (const TargetRows& part : all) {
+      mTargets[part.target].Store().SetCount(0);
+      NoteReplaced(mTargets[part.target]);
+    }
+    throw FileError(path.string() + ": " + error.what());
+  }
+  Spare({});
+  if (!Records()) return;
+  const std::string bytes = ReadFile(path);
+  mForeign = {path, bytes.size(), ChecksumOf(bytes)};
+}
+
+void ParticleCacher::TakeForeign(const Target& target, const exchange::ParticleTable& table,
+                                 const exchange::ParticleTable* before) {
   ParticleStore& store = target.Store();
   const auto find = [&](std::string_view name, int) -> std::optional<PropertyKey> {
     for (const auto& [node, object] : mScene->List(kListParticles))
@@ -431,24 +512,13 @@ void ParticleCacher::ReadForeign() {
         return property->Key();
     return {};
   };
-  try {
-    for (const std::string& name :
-         TakeTable(table, kBornFlags | kParticleKindRows[target.kind].flag, find, store))
-      Warn(fmt::format("the recording's column '{}' is left out: no property has its name", name));
-  } catch (const FileError& error) {
-    throw FileError(path.string() + ": " + error.what());
-  }
-  const double t = TimeToRead();
-  mPart = t - std::floor(t);
-  PutIntoTime(store, mPart > 0 ? ForeignPlacesBefore(table, store.Ids()) : ParticlePlaces());
+  for (const std::string& name :
+       TakeTable(table, kBornFlags | kParticleKindRows[target.kind].flag, find, store))
+    Warn(fmt::format("the recording's column '{}' is left out: no property has its name", name));
+  PutIntoTime(store, before ? PlacesIn(*before, table, store.Ids()) : ParticlePlaces());
   PutIntoScene(store, GetDomain());
   Filter(store);
-  store.NoteReplaced();
-  target.group->MarkTreeStale(target.kind);
-  store.UpdateBounds(mScene->mThreadCount);
-  if (!Records()) return;
-  const std::string bytes = ReadFile(path);
-  mForeign = {path, bytes.size(), ChecksumOf(bytes)};
+  NoteReplaced(target);
 }
 
 std::string ParticleCacher::DescribeFile(const fs::path& path) const {

@@ -1,5 +1,7 @@
 // Particles that are recorded and played back.
 #pragma once
+#include <optional>
+
 #include "cache/cache_operator.h"
 #include "cache/cache_rows.h"
 #include "cache/particle_cache_file.h"
@@ -64,11 +66,27 @@ class ParticleCacher : public Cache_OperatorBase {
     return mFormat != cache_row::kPlainParticles && mFormat != cache_row::kParticles;
   }
   void WriteForeign();
-  /// Gives all particles of the file to the first store of the list; they go on as its own.
+  /// Gives the particles of the file to the stores that its column `group` names, and those of
+  /// other names to the first entry of the list; they go on as its own. A file that can't be read
+  /// leaves the stores as they are, one whose particles can't be taken empties them.
   void ReadForeign();
+  void TakeForeign(const Target& target, const exchange::ParticleTable& table,
+                   const exchange::ParticleTable* before);
+  /// The file of the frame before, if a moment between two is shown.
+  std::optional<exchange::ParticleTable> ReadForeignBefore();
   /// Where those of a table were in the frame before, by the ids that the store has given them.
-  ParticlePlaces ForeignPlacesBefore(const exchange::ParticleTable& table,
-                                     std::span<const i32> ids);
+  ParticlePlaces PlacesIn(const exchange::ParticleTable& before,
+                          const exchange::ParticleTable& table, std::span<const i32> ids);
+  /// Which rows of a table a target takes, by its place in `mTargets`.
+  struct TargetRows {
+    std::size_t target;
+    std::vector<i64> rows;  ///< none where it is alone and takes all
+  };
+  std::vector<TargetRows> RowsOfTargets(const exchange::ParticleTable& table) const;
+  /// Of the first entry of the list the liquid, or the kind that comes closest.
+  std::size_t FirstTarget() const;
+  /// Behind other particles in a store.
+  void NoteReplaced(const Target& target) const;
   std::vector<std::string> NamesOfTargets() const;
   /// The stores of the list, and where there are filters, the rows that these let through.
   std::vector<ParticleSource> Sources(
@@ -77,6 +95,8 @@ class ParticleCacher : public Cache_OperatorBase {
   host::NodeId OwnerOf(i32 id, std::string_view name) const;
   /// Reads where particles were in the frame before, if a moment between two is shown.
   void ReadPlacesBefore();
+  /// Of the way from the frame before; 0 at a whole frame.
+  double PartOfFrame() const;
   /// Makes of particles as they were recorded those of the moment that is played: between their
   /// places before and now, and as fast as they move there.
   void PutIntoTime(ParticleStore& store, const ParticlePlaces& before) const;
@@ -89,6 +109,7 @@ class ParticleCacher : public Cache_OperatorBase {
   std::vector<host::Linked<ParticleGroup>> mGroups;
   std::vector<iProperty*> mProperties;
   std::vector<Target> mTargets;
+  std::size_t mFirst = 0;  ///< of these, which takes what a file gives to nobody
   double mTimeScale = 1;
 
   ParticleCacheHeader mHeader;

@@ -409,6 +409,112 @@ TEST_F(ParticleCache, FilesOfOtherToolsHoldAllGroupsInOneTable) {
   EXPECT_NE(played.cacher.Failure().find("it isn't there"), std::string::npos);
 }
 
+TEST_F(ParticleCache, FilesOfOtherToolsLeadEachKindToItsStore) {
+  constexpr i32 kBgeo = 2, kGeo = 4, kPdb = 7;
+  for (const i32 format : {kBgeo, kGeo, kPdb}) {
+    ParticleScene recorded(folder.Path(), cache_row::kRecord),
+        played(folder.Path(), cache_row::kPlayBack);
+    for (ParticleScene* scene : {&recorded, &played})
+      ParticleScene::Set(scene->cacher, cache_row::kFormat, format);
+    recorded.Fill(100);
+    recorded.water.Store(kPassive).Create({});
+    recorded.Save(0);
+    ParticleStore &water = recorded.water.Store(kLiquid), &foam = recorded.foam.Store(kDiffuse);
+    for (ParticleStore* store : {&water, &foam, &recorded.water.Store(kPassive)})
+      for (Vec3d& p : store->Positions()) p.x += 1;
+    recorded.Save(1);
+    ParticleScene::Set(played.cacher, cache_row::kTimeScale, 0.5);
+    played.Load(1);
+    ASSERT_EQ(played.cacher.Failure(), "");
+    if (format == kPdb) {
+      EXPECT_EQ(played.water.Count(kLiquid), 151) << "no words tell the groups apart";
+      continue;
+    }
+    ASSERT_EQ(played.water.Count(kLiquid), 100);
+    ASSERT_EQ(played.foam.Count(kDiffuse), 50);
+    EXPECT_EQ(played.water.Count(kPassive), 1);
+    EXPECT_EQ(played.foam.Count(kLiquid) + played.water.Count(kDiffuse), 0);
+    // Both count their ids from 0.
+    const Vec3d half{0.5, 0, 0};
+    EXPECT_LT(Length(played.water.Store(kLiquid).Positions()[20] - (water.Positions()[20] - half)),
+              1e-5);
+    EXPECT_LT(Length(played.foam.Store(kDiffuse).Positions()[20] - (foam.Positions()[20] - half)),
+              1e-5);
+    EXPECT_EQ(played.foam.Store(kDiffuse).Ids()[20], 20);
+    EXPECT_TRUE(played.foam.Store(kDiffuse).Flags()[20] & PF_KIND_DIFFUSE);
+    EXPECT_TRUE(played.cacher.Warnings().empty()) << played.cacher.Warnings().front();
+  }
+}
+
+TEST_F(ParticleCache, FilesOfOtherToolsThatFailLeaveNothingHalfTaken) {
+  constexpr i32 kBgeo = 2, kGoOn = 1030;
+  ParticleScene recorded(folder.Path(), cache_row::kRecord),
+      played(folder.Path(), cache_row::kPlayBack), both(folder.Path(), cache_row::kBoth);
+  for (ParticleScene* scene : {&recorded, &played, &both}) {
+    ParticleScene::Set(scene->cacher, cache_row::kFormat, kBgeo);
+    scene->ListKind(scene->water, kParticleKindRows[kLiquid].listFlag);
+  }
+  recorded.Fill(10);
+  recorded.Save(0);
+  recorded.Save(1);
+  recorded.water.Store(kLiquid).Velocities()[3].y = std::numeric_limits<double>::quiet_NaN();
+  recorded.Save(2);
+  const std::string damaged = host::ReadFile(File(2, "bgeo"));
+
+  played.Fill(20);
+  played.Load(2);
+  EXPECT_NE(played.cacher.Failure().find("isn't a number"), std::string::npos)
+      << played.cacher.Failure();
+  EXPECT_EQ(played.water.Count(kLiquid), 0);
+  const ParticleBounds none;
+  EXPECT_EQ(played.water.Store(kLiquid).GetBounds().box.min, none.box.min);
+
+  ParticleScene::Set(both.cacher, kGoOn, true);
+  both.Load(2);
+  both.water.Store(kLiquid).Create({});
+  both.Save(2);
+  EXPECT_EQ(both.cacher.Failure(), "");
+  EXPECT_TRUE(host::ReadFile(File(2, "bgeo")) == damaged) << "what can't be read is kept";
+  both.Load(3);
+  both.Save(3);
+  EXPECT_TRUE(fs::exists(File(3, "bgeo"))) << "what isn't there is recorded";
+
+  fs::resize_file(File(0, "bgeo"), 20);
+  ParticleScene slow(folder.Path(), cache_row::kPlayBack);
+  ParticleScene::Set(slow.cacher, cache_row::kFormat, kBgeo);
+  ParticleScene::Set(slow.cacher, cache_row::kTimeScale, 0.5);
+  slow.ListKind(slow.water, kParticleKindRows[kLiquid].listFlag);
+  slow.Load(1);
+  EXPECT_NE(slow.cacher.Failure(), "") << "the frame before is damaged";
+  ASSERT_EQ(slow.water.Count(kLiquid), 10);
+  EXPECT_LT(Length(slow.water.Store(kLiquid).Positions()[7] -
+                   recorded.water.Store(kLiquid).Positions()[7]),
+            1e-6);
+}
+
+TEST_F(ParticleCache, NothingMovesBeforeTheRecordingBegins) {
+  constexpr i32 kBgeo = 2;
+  for (const i32 format : {i32{cache_row::kParticles}, kBgeo}) {
+    ParticleScene recorded(folder.Path(), cache_row::kRecord),
+        played(folder.Path(), cache_row::kPlayBack);
+    for (ParticleScene* scene : {&recorded, &played}) {
+      ParticleScene::Set(scene->cacher, cache_row::kFormat, format);
+      scene->ListKind(scene->water, kParticleKindRows[kLiquid].listFlag);
+    }
+    ParticleTemplate particle;
+    particle.position = {1, 0, 0};
+    particle.Set(property_id::kOldPosition, Vec3d{});
+    recorded.water.Store(kLiquid).Create(particle);
+    recorded.Save(0);
+    ParticleScene::Set(played.cacher, cache_row::kTimeScale, 0.5);
+    ParticleScene::Set(played.cacher, cache_row::kFrameOffset, -1);
+    played.Load(1);
+    ASSERT_EQ(played.cacher.Failure(), "");
+    ASSERT_EQ(played.water.Count(kLiquid), 1);
+    EXPECT_NEAR(played.water.Store(kLiquid).Positions()[0].x, 1, 1e-6);
+  }
+}
+
 TEST_F(ParticleCache, ListsOfOneKindFollowEachOther) {
   ParticleScene scene(folder.Path(), cache_row::kRecord);
   scene.Fill(40);
