@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "cache/cache_operator.h"
+#include "framework/cache_setup_rows.h"
 #include "framework/scene.h"
 #include "host/atomic_file.h"
 
@@ -32,6 +33,13 @@ std::string RangeText(const std::vector<CacheFile>& files) {
   if (missing > 0) text += " without " + named;
   if (missing > kMostNamed) text += fmt::format(" and {} more", missing - kMostNamed);
   return text;
+}
+
+/// The name of what a copy plays, of a node or of a part of it.
+std::string NameOfOriginal(const std::string& name) {
+  const std::size_t at = name.find(cache_setup::kCopySuffix);
+  if (at == std::string::npos) return name;
+  return std::string(name).erase(at, cache_setup::kCopySuffix.size());
 }
 
 }  // namespace
@@ -168,9 +176,13 @@ void Cache_OperatorBase::MatchObjects() {
     mChunks[object] = static_cast<i32>(chunk);
     isTaken[chunk] = true;
   };
-  for (std::size_t i = 0; i < own.size(); ++i)
-    for (std::size_t chunk = 0; chunk < stored.size() && mChunks[i] < 0; ++chunk)
-      if (!isTaken[chunk] && stored[chunk].name == own[i].name) take(i, chunk);
+  const auto takeNamed = [&](auto&& nameOf) {
+    for (std::size_t i = 0; i < own.size(); ++i)
+      for (std::size_t chunk = 0; chunk < stored.size() && mChunks[i] < 0; ++chunk)
+        if (!isTaken[chunk] && stored[chunk].name == nameOf(own[i].name)) take(i, chunk);
+  };
+  takeNamed([](const std::string& name) { return name; });
+  takeNamed(NameOfOriginal);
   for (std::size_t i = 0; i < own.size(); ++i) {
     if (mChunks[i] >= 0) continue;
     const bool hasPlace = i < count && !isTaken[i];

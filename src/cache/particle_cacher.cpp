@@ -19,6 +19,26 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 using namespace host;
 namespace fs = std::filesystem;
 
+namespace {
+
+PropertyType TypeOf(const iProperty& property) {
+  if (dynamic_cast<const Property<Vec3d>*>(&property)) return PropertyType::Vector;
+  const bool isSwitch = dynamic_cast<const Property<bool>*>(&property);
+  return isSwitch ? PropertyType::Switch : PropertyType::Scalar;
+}
+
+/// Where a recording has both, the start of the frame is what its particles come from.
+void TakeFrameStarts(ParticleStore& store) {
+  const PropertyColumn<Vec3d>* starts = store.Find<Vec3d>(property_id::kFrameStart);
+  if (!starts || !starts->IsAnywhere()) return;
+  PropertyColumn<Vec3d>& old = store.Require<Vec3d>(property_id::kOldPosition);
+  starts = store.Find<Vec3d>(property_id::kFrameStart);
+  for (i32 row = 0; row < store.Count(); ++row)
+    if (starts->Has(row)) old.Set(row, starts->Values()[row]);
+}
+
+}  // namespace
+
 const NodeKind& ParticleCacher::Kind() {
   static const NodeKind kind = {
       .id = 1300099,
@@ -271,6 +291,7 @@ bool ParticleCacher::ReadChunk(std::size_t object, std::size_t chunk) {
       [&](i32 id, std::string_view name) { return OwnerOf(id, name); }, mScene->mThreadCount,
       store);
   if (isRead && !store.IsEmpty()) {
+    TakeFrameStarts(store);
     PutIntoTime(store, mBefore.empty() ? ParticlePlaces() : mBefore[chunk]);
     PutIntoScene(store, mHeader.stores[chunk].layout);
     Filter(store);
@@ -505,10 +526,10 @@ void ParticleCacher::ReadForeign() {
 void ParticleCacher::TakeForeign(const Target& target, const exchange::ParticleTable& table,
                                  const exchange::ParticleTable* before) {
   ParticleStore& store = target.Store();
-  const auto find = [&](std::string_view name, int) -> std::optional<PropertyKey> {
+  const auto find = [&](std::string_view name, PropertyType type) -> std::optional<PropertyKey> {
     for (const auto& [node, object] : mScene->List(kListParticles))
       if (const auto* property = dynamic_cast<const iProperty*>(object.get());
-          property && property->mName == name)
+          property && property->mName == name && TypeOf(*property) == type)
         return property->Key();
     return {};
   };

@@ -66,6 +66,7 @@ class TableMaker {
     if (mSources.size() > 1) AddGroups();
     AddProperties<double>();
     AddProperties<Vec3d>();
+    AddProperties<bool>();
     return std::move(mTable);
   }
 
@@ -99,6 +100,8 @@ class TableMaker {
     for (const ParticleSource& source : mSources)
       for (const auto& column : source.rows->List<T>()) {
         const PropertyKey& key = column->Key();
+        // Nothing would find switches without a name again.
+        if (!column->IsAnywhere() || (std::is_same_v<T, bool> && column->Name().empty())) continue;
         if (!mSelection.Holds(key) || std::find(known.begin(), known.end(), key) != known.end())
           continue;
         known.push_back(key);
@@ -107,21 +110,34 @@ class TableMaker {
   }
   template <class T>
   void AddProperty(const PropertyKey& key, const std::string& name) {
-    constexpr bool isVector = std::is_same_v<T, Vec3d>;
-    std::vector<f32>& values = RealsOf(mTable.Add(name, ValueType::F32, isVector ? 3 : 1));
+    constexpr bool isVector = std::is_same_v<T, Vec3d>, isSwitch = std::is_same_v<T, bool>;
+    ParticleColumn& added =
+        mTable.Add(name, isSwitch ? ValueType::U8 : ValueType::F32, isVector ? 3 : 1);
     std::size_t place = 0;
     for (const ParticleSource& source : mSources) {
       const PropertyColumn<T>* column = source.rows->Find<T>(key);
       for (i32 row = 0; row < source.rows->Count(); ++row, ++place) {
-        if constexpr (isVector) {
-          const Vec3d other = FallbackOf(key.id, source.rows->Positions()[row]);
-          Put(values, place, column ? column->Get(row, other) : other);
-        } else {
-          const double other = FallbackOf(key.id);
-          values[place] = static_cast<f32>(column ? column->Get(row, other) : other);
-        }
+        T other{};
+        if constexpr (isVector)
+          other = PlaceOrFallback(key.id, *source.rows, row);
+        else if constexpr (!isSwitch)
+          other = FallbackOf(key.id);
+        const T value = column ? column->Get(row, other) : other;
+        if constexpr (isVector)
+          Put(RealsOf(added), place, value);
+        else if constexpr (isSwitch)
+          std::get<std::vector<u8>>(added.values)[place] = value;
+        else
+          RealsOf(added)[place] = static_cast<f32>(value);
       }
     }
+  }
+  /// Who has no start of the frame began it where it was a substep ago.
+  static Vec3d PlaceOrFallback(i32 id, const ParticleColumns& columns, i32 row) {
+    const Vec3d other = FallbackOf(id, columns.Positions()[row]);
+    const PropertyColumn<Vec3d>* old =
+        id == kFrameStart ? columns.Find<Vec3d>(kOldPosition) : nullptr;
+    return old ? old->Get(row, other) : other;
   }
 
   std::span<const ParticleSource> mSources;
@@ -134,11 +150,13 @@ Vec3d VectorAt(const ParticleColumn& column, i32 row) {
   return {column.At(row, 0), column.At(row, 1), column.At(row, 2)};
 }
 
-/// The property of a built-in name; what is called the start of a frame is where each was before.
+/// The property of a built-in name that means something to others; what is called the start of a
+/// frame is where each was before.
 std::optional<PropertyKey> BuiltIn(std::string_view name, int components) {
   for (const BuiltInProperty& property : BuiltInProperties()) {
     const bool isVector = property.id >= kFirstVector && property.id < kFirstBool;
-    if (property.name == name && property.id >= 0 && isVector == (components == 3))
+    const bool isKnown = IsDeclaredProperty(property.id) || property.id == kFrameStart;
+    if (property.name == name && isKnown && isVector == (components == 3))
       return PropertyKey(property.id == kFrameStart ? i32{kOldPosition} : property.id);
   }
   return {};
@@ -192,14 +210,33 @@ void TakeIds(const ParticleTable& table, std::span<i32> ids) {
     std::iota(ids.begin(), ids.end(), 0);
 }
 
+template <class T>
 void TakeColumn(const ParticleColumn& column, const PropertyKey& key, ParticleStore& store) {
+  auto& values = store.Require<T>(key, column.name);
+  for (i32 row = 0; row < store.Count(); ++row)
+    if constexpr (std::is_same_v<T, Vec3d>)
+      values.Set(row, VectorAt(column, row));
+    else
+      values.Set(row, static_cast<T>(column.At(row)));
+}
+
+/// Gives a column to the property that it means; false where it means none.
+bool TakeProperty(const ParticleColumn& column, const FindProperty& find, ParticleStore& store) {
   if (column.components == 3) {
-    auto& values = store.Require<Vec3d>(key, column.name);
-    for (i32 row = 0; row < store.Count(); ++row) values.Set(row, VectorAt(column, row));
-  } else {
-    auto& values = store.Require<double>(key, column.name);
-    for (i32 row = 0; row < store.Count(); ++row) values.Set(row, column.At(row));
+    auto key = BuiltIn(column.name, 3);
+    if (!key) key = find(column.name, PropertyType::Vector);
+    if (key) TakeColumn<Vec3d>(column, *key, store);
+    return key.has_value();
   }
+  if (column.components != 1) return false;
+  auto key = column.IsReal() ? BuiltIn(column.name, 1) : std::nullopt;
+  if (!key && column.IsReal()) key = find(column.name, PropertyType::Scalar);
+  if (key) {
+    TakeColumn<double>(column, *key, store);
+  } else if ((key = find(column.name, PropertyType::Switch))) {
+    TakeColumn<bool>(column, *key, store);
+  }
+  return key.has_value();
 }
 
 void CheckRoom(const ParticleTable& table, const ParticleStore& store) {
@@ -252,16 +289,14 @@ std::vector<std::string> TakeTable(const ParticleTable& table, u16 flags, const 
     store.Positions()[row] = p;
     store.Velocities()[row] = v;
   }
+  const bool hasStarts = table.Find("frame_start", 3);
   std::vector<std::string> unknown;
   for (const ParticleColumn& column : table.Columns()) {
-    if (&column == positions || &column == velocities || !column.IsReal()) continue;
-    const bool fits = column.components == 1 || column.components == 3;
-    std::optional<PropertyKey> key = fits ? BuiltIn(column.name, column.components) : std::nullopt;
-    if (!key && fits) key = find(column.name, column.components);
-    if (key)
-      TakeColumn(column, *key, store);
-    else
-      unknown.push_back(column.name);
+    if (&column == positions || &column == velocities) continue;
+    if (hasStarts && column.name == "old_position") continue;
+    const bool isName = column.name == "id" || column.name == "group";
+    const bool isTaken = (column.IsReal() || !isName) && TakeProperty(column, find, store);
+    if (!isTaken && column.IsReal()) unknown.push_back(column.name);
   }
   return unknown;
 }

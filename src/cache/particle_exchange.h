@@ -10,8 +10,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// All rows of some stores, one after the other, in simulation units: position, velocity, id, with
 /// several stores which of them, by `names`, in the column `group`, and a column for each property
-/// that is selected and that any of them has. A particle without it gets a value that changes
-/// nothing, such as mass 1. Reals have 32 bits.
+/// that is selected and that any particle has. One without it gets a value that changes nothing,
+/// such as mass 1. Reals have 32 bits, switches are bytes.
 exchange::ParticleTable TableOf(std::span<const ParticleSource> sources,
                                 std::span<const std::string> names,
                                 const PropertySelection& selection);
@@ -21,13 +21,15 @@ exchange::ParticleTable TableOf(std::span<const ParticleSource> sources,
 std::vector<i64> RowsOfSame(const exchange::ParticleTable& now,
                             const exchange::ParticleTable& other);
 
-/// The property that a column of a name and so many numbers means, beside those that are built in.
+enum class PropertyType { Scalar, Vector, Switch };
+/// The property of a type that a column of a name means, beside those that are built in.
 using FindProperty =
-    std::function<std::optional<PropertyKey>(std::string_view name, int components)>;
+    std::function<std::optional<PropertyKey>(std::string_view name, PropertyType type)>;
 
 /// Makes the particles of a store those of a table, with its ids where these tell them apart, else
-/// with running numbers; new ones have `flags`. Other whole numbers are left out. Answers the names
-/// of other columns that mean nothing here. Throws host::FileError, with a clause, for positions
+/// with running numbers; new ones have `flags`. Whole numbers become switches of their name or are
+/// left out; starts of the frame stand in for old positions. Answers the names of real columns that
+/// mean nothing here. Throws host::FileError, with a clause, for positions
 /// that aren't there or aren't finite.
 std::vector<std::string> TakeTable(const exchange::ParticleTable& table, u16 flags,
                                    const FindProperty& find, ParticleStore& store);

@@ -33,7 +33,7 @@ Vec3d VectorAt(const ParticleColumn& column, i64 row) {
 
 std::optional<PropertyKey> KeyFor(const ParticleColumn& column, std::span<iProperty* const> users) {
   for (const BuiltInProperty& property : BuiltInProperties()) {
-    if (property.name != column.name || property.label.empty()) continue;
+    if (property.name != column.name || !IsDeclaredProperty(property.id)) continue;
     const bool isVector = property.id >= property_id::kFirstVector;
     if (column.components == (isVector ? 3 : 1)) return PropertyKey(property.id);
   }
