@@ -1,5 +1,6 @@
 // The parameters of a server by which caches are set up; no simulation reads them.
 #pragma once
+#include <string_view>
 #include <vector>
 
 #include "host/parameter.h"
@@ -28,6 +29,9 @@ enum Row : i32 {
   kFirst = kRenderOnly,
   kLast = kCopyServer,
 };
+
+/// What is behind the name of a copy that plays what its original recorded.
+inline constexpr std::string_view kCopySuffix = " cached";
 
 /// The words of what caches of particles write; numbers between them stand for the same formats.
 inline std::vector<host::Choice> ParticleFormatWords() {

@@ -138,12 +138,15 @@ const ParameterTable& SulvaScene::Parameters() {
           .Choices({{0, "new_server"}, {1, "record"}, {2, "both"}}),
       StringRow(cache_setup::kFolder, "cache_folder", "", "`sulva cache-setup`: where the files go")
           .OnlyWith(cache_setup::kPlace, {1}),
-      StringRow(cache_setup::kName, "cache_name", "",
-                "`sulva cache-setup`: how the names of the files begin"),
+      StringRow(
+          cache_setup::kName, "cache_name", "",
+          "`sulva cache-setup`: how the names of the files begin; those of particles go on with "
+          "\"particles_\""),
       BoolRow(cache_setup::kWindow, "cache_window", false,
               "`sulva cache-setup`: adds a duration that says when the caches work"),
       LongRow(cache_setup::kShowFrame, "cache_show_frame", 0, "frames",
-              "`sulva cache-setup`: holds the picture at one recorded frame; 0 follows the run"),
+              "`sulva cache-setup`: holds the picture at one recorded frame; 0 follows the run")
+          .AtLeast(-1),
       LongRow(cache_setup::kFrameOffset, "cache_frame_offset", 0, "frames",
               "`sulva cache-setup`: plays that many frames later in the recording"),
       LongRow(cache_setup::kCompression, "cache_compression", 0, "",

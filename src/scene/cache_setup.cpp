@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -95,7 +96,11 @@ class Setup {
   CacheSetup Run() {
     std::vector<const BaseNode*> named;
     for (const BaseNode* server : mScene.servers)
-      for (const BaseNode* object : Linked(*server, setup::kObjects)) named.push_back(object);
+      for (const auto& [object, flags] : Entries(*server, setup::kObjects)) {
+        std::vector<u32>& known = mFlags[object];
+        if (known.empty()) named.push_back(object);
+        if (std::find(known.begin(), known.end(), flags) == known.end()) known.push_back(flags);
+      }
     for (const BaseNode* object : named) {
       CheckCacheable(*object);
       CheckUncached(*object);
@@ -133,18 +138,23 @@ class Setup {
   void FindCachers(const BaseNode& node) {
     if (IsCacher(node)) {
       ++mCachers[node.Type()];
-      for (const BaseNode* object : Linked(node, cache_row::kObjects)) mCachedBy[object] = &node;
+      for (const Entry& entry : Entries(node, cache_row::kObjects)) mCachedBy[entry.first] = &node;
     }
     for (const BaseNode* child : node.Children()) FindCachers(*child);
   }
-  std::vector<const BaseNode*> Linked(const BaseNode& node, i32 id) const {
-    std::vector<const BaseNode*> nodes;
+  using Entry = std::pair<const BaseNode*, u32>;
+  /// What a link or a list of them leads to, with the flags of each.
+  std::vector<Entry> Entries(const BaseNode& node, i32 id) const {
+    std::vector<Entry> entries;
+    const auto add = [&](NodeId target, u32 flags) {
+      if (const BaseNode* linked = mScene.document->Find(target))
+        entries.emplace_back(linked, flags);
+    };
     const Value* value = node.Get(id);
-    const auto* list = value ? std::get_if<InExcludeData>(value) : nullptr;
-    if (!list) return nodes;
-    for (const auto& entry : list->entries)
-      if (const BaseNode* linked = mScene.document->Find(entry.node)) nodes.push_back(linked);
-    return nodes;
+    if (const auto* link = value ? std::get_if<Link>(value) : nullptr) add(link->node, 0);
+    if (const auto* list = value ? std::get_if<InExcludeData>(value) : nullptr)
+      for (const auto& entry : list->entries) add(entry.node, entry.flags);
+    return entries;
   }
 
   void CheckUncached(const BaseNode& object) const {
@@ -222,23 +232,49 @@ class Setup {
                              "\"play_back\" a later run shows it again.");
     for (const CacherKind& each : kCacherKinds) {
       const NodeKind& kind = *FindKind(each.kind().id);
-      std::vector<const BaseNode*> own;
-      std::string list;
-      for (const BaseNode* object : objects) {
-        if (CacherFor(object->Type()) != &kind) continue;
-        own.push_back(object);
-        list += (list.empty() ? "" : ", ") + Quoted(names.at(object));
+      for (const auto& [recorder, own] : ByRecorder(objects, kind, mode)) {
+        std::string list;
+        for (const BaseNode* object : own)
+          for (const u32 flags : FlagsOf(*object))
+            list += (list.empty() ? "" : ", ") + EntryText(names.at(object), flags);
+        if (lines.back().ends_with('}')) lines.back() += ',';
+        const std::string name = NewName(each.name);
+        lines.push_back(fmt::format(
+            R"({{ "type": "{}", "name": {}, "parameters": {{ {}{}, "objects": [{}] }} }})",
+            kind.type, Quoted(name), settings, Settings(server, kind, recorder), list));
+        Note(server, name, does, own);
+        ++mCachers[kind.id];
       }
-      if (own.empty()) continue;
-      if (lines.back().ends_with('}')) lines.back() += ',';
-      const std::string name = NewName(each.name);
-      lines.push_back(fmt::format(
-          R"({{ "type": "{}", "name": {}, "parameters": {{ {}{}, "objects": [{}] }} }})", kind.type,
-          Quoted(name), settings, Settings(server, kind), list));
-      Note(server, name, does, own);
-      ++mCachers[kind.id];
     }
     return lines;
+  }
+  /// The objects of a kind of cachers, in lists of a cacher each: what plays is played from the
+  /// files of one that recorded it, or of none.
+  std::vector<std::pair<const BaseNode*, std::vector<const BaseNode*>>> ByRecorder(
+      const std::vector<const BaseNode*>& objects, const NodeKind& kind, i32 mode) const {
+    std::vector<std::pair<const BaseNode*, std::vector<const BaseNode*>>> lists;
+    for (const BaseNode* object : objects) {
+      if (CacherFor(object->Type()) != &kind) continue;
+      const auto cacher = mCachedBy.find(object);
+      const bool isRecorded = mode == cache_row::kPlayBack && cacher != mCachedBy.end();
+      const BaseNode* recorder = isRecorded ? cacher->second : nullptr;
+      auto list = std::find_if(lists.begin(), lists.end(),
+                               [&](const auto& each) { return each.first == recorder; });
+      if (list == lists.end()) {
+        lists.emplace_back(recorder, std::vector<const BaseNode*>());
+        list = std::prev(lists.end());
+      }
+      list->second.push_back(object);
+    }
+    return lists;
+  }
+  std::vector<u32> FlagsOf(const BaseNode& object) const {
+    const auto flags = mFlags.find(&object);
+    return flags == mFlags.end() ? std::vector<u32>{0} : flags->second;
+  }
+  static std::string EntryText(const std::string& name, u32 flags) {
+    return flags == 0 ? Quoted(name)
+                      : fmt::format(R"({{ "node": {}, "flags": {} }})", Quoted(name), flags);
   }
   /// Whether a cacher of a kind takes over a parameter of its server.
   static bool TakesOver(const NodeKind& kind, const Passed& passed) {
@@ -246,29 +282,56 @@ class Setup {
     return passed.cacher != cache_row::kFormat ||
            isParticles == (passed.server == setup::kParticleFormat);
   }
-  std::string Settings(const BaseNode& server, const NodeKind& kind) {
-    std::string settings;
+  /// What a cacher says beside its mode. The files of a recorder are where that one says.
+  std::string Settings(const BaseNode& server, const NodeKind& kind, const BaseNode* recorder) {
+    std::string settings = recorder ? FilesOf(*recorder) : "";
     const ParameterTable& own = ParametersOf(*FindKind(kServerNode));
     bool hasBaseName = false;
+    // Two caches of one folder would write over each other's files.
+    const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
+    const bool needsNumber = mCachers[kind.id] > 0 && parameters.GetLong(setup::kMode) != 0;
+    const std::string number = needsNumber ? fmt::format("{}_", mCachers[kind.id] + 1) : "";
     for (const Passed& passed : kPassed) {
       const Value* value = server.Get(passed.server);
-      if (!TakesOver(kind, passed) || !value || *value == FindRow(own, passed.server)->creation)
+      if (!TakesOver(kind, passed) || (recorder && TellsFiles(passed.cacher)) || !value ||
+          *value == FindRow(own, passed.server)->creation)
         continue;
       const bool isName = passed.cacher == cache_row::kBaseName;
       const std::string* name = std::get_if<std::string>(value);
       hasBaseName = hasBaseName || isName;
       // Files of grids and of particles end alike.
-      const bool isTaken = isName && name && kind.id == ParticleCacher::Kind().id;
-      settings += fmt::format(
-          ", \"{}\": {}", RowOf(kind.id, passed.cacher).name,
-          isTaken ? Quoted(*name + "particles_") : Word(kind.id, passed.cacher, *value));
+      const bool isTaken = kind.id == ParticleCacher::Kind().id;
+      settings +=
+          fmt::format(", \"{}\": {}", RowOf(kind.id, passed.cacher).name,
+                      isName && name ? Quoted(*name + (isTaken ? "particles_" : "") + number)
+                                     : Word(kind.id, passed.cacher, *value));
     }
-    // Two caches of one folder would write over each other's files.
-    const InterfaceHandler parameters(const_cast<BaseNode*>(&server));
-    if (!hasBaseName && mCachers[kind.id] > 0 && parameters.GetLong(setup::kMode) != 0)
-      settings += fmt::format(", \"{}\": \"{}_{}_\"", RowOf(kind.id, cache_row::kBaseName).name,
-                              kind.type, mCachers[kind.id] + 1);
+    if (!hasBaseName && needsNumber)
+      settings += fmt::format(", \"{}\": \"{}_{}\"", RowOf(kind.id, cache_row::kBaseName).name,
+                              kind.type, number);
     return settings;
+  }
+  static bool TellsFiles(i32 row) {
+    return row == cache_row::kFolder || row == cache_row::kCustomFolder ||
+           row == cache_row::kBaseName || row == cache_row::kFormat || row == cache_row::kNumbering;
+  }
+  /// What a cacher says in the file of where its own files are and what they are called.
+  std::string FilesOf(const BaseNode& cacher) const {
+    std::string text;
+    ForEachParameter(cacher, [&](const ParameterRow& row, const JsonMember& member) {
+      if (TellsFiles(row.id) || row.name == "digits")
+        text += fmt::format(", {}: {}", Quoted(member.key), RawOf(member.value));
+    });
+    return text;
+  }
+  /// Calls f(row, member) for each parameter that the file gives a node.
+  template <class F>
+  void ForEachParameter(const BaseNode& node, F&& f) const {
+    const JsonValue* parameters = mPlaces.at(&node)->Find("parameters");
+    if (!parameters) return;
+    for (const JsonMember& member : *parameters->Members())
+      for (const ParameterRow& row : ParametersOf(*FindKind(node.Type())))
+        if (row.name == member.key || std::to_string(row.id) == member.key) f(row, member);
   }
   static const ParameterRow& RowOf(i32 kind, i32 id) {
     return *FindRow(ParametersOf(*FindKind(kind)), id);
@@ -295,16 +358,15 @@ class Setup {
 
   void AddServer(const BaseNode& server, const std::vector<const BaseNode*>& objects) {
     const std::string name = NewName("Cache");
-    const JsonValue& place = *mPlaces.at(&server);
     std::vector<std::string> lines = {
         "// Plays what was recorded, beside the server that simulates it.",
         fmt::format(R"({{ "type": "server", "name": {}, "parameters": {{ {} }}, "children": [)",
-                    Quoted(name), ServerParameters(place))};
+                    Quoted(name), ServerParameters(server))};
     std::map<const BaseNode*, std::string> names;
     for (const BaseNode* object : objects) {
-      names[object] = NewName(object->Name() + " cached");
-      lines.push_back("  " + CopyOf(*object, names[object]) + ",");
+      names[object] = NewName(object->Name() + std::string(setup::kCopySuffix));
     }
+    for (const BaseNode* object : objects) lines.push_back("  " + CopyOf(*object, names) + ",");
     const std::string does = fmt::format("in the new server \"{}\" plays", name);
     for (const std::string& line : CacherNodes(server, objects, names, cache_row::kPlayBack, does))
       lines.push_back("  " + line);
@@ -313,31 +375,55 @@ class Setup {
   }
 
   /// The parameters that the file gives a server, with one substep and without what sets up caches.
-  std::string ServerParameters(const JsonValue& server) const {
+  std::string ServerParameters(const BaseNode& server) const {
     std::string text = R"("extra_substeps": 0, "extra_min_substeps": 0)";
-    const JsonValue* parameters = server.Find("parameters");
-    if (!parameters) return text;
-    for (const JsonMember& member : *parameters->Members())
-      for (const ParameterRow& row : ParametersOf(*FindKind(kServerNode))) {
-        if (row.name != member.key && std::to_string(row.id) != member.key) continue;
-        const bool isSetUp = row.id >= setup::kFirst && row.id <= setup::kLast;
-        const bool isSteps = row.id == MELDO_SULVA::server_row::kExtraSubsteps ||
-                             row.id == MELDO_SULVA::server_row::kExtraMinSubsteps;
-        if (isSetUp || isSteps) continue;
+    ForEachParameter(server, [&](const ParameterRow& row, const JsonMember& member) {
+      const bool isSetUp = row.id >= setup::kFirst && row.id <= setup::kLast;
+      const bool isSteps = row.id == MELDO_SULVA::server_row::kExtraSubsteps ||
+                           row.id == MELDO_SULVA::server_row::kExtraMinSubsteps;
+      if (!isSetUp && !isSteps)
         text += fmt::format(", {}: {}", Quoted(member.key), RawOf(member.value));
-      }
+    });
     return text;
   }
   /// A node under another name and without children. What makes polygons makes none of its own
-  /// there, and is copied without its parameters, whose links lead elsewhere.
-  std::string CopyOf(const BaseNode& node, const std::string& name) const {
+  /// there, and is copied without its parameters.
+  std::string CopyOf(const BaseNode& node, const std::map<const BaseNode*, std::string>& names) {
     const bool isPlain = CacherFor(node.Type())->id == MeshCacher::Kind().id;
-    std::string text = fmt::format("{{ \"name\": {}", Quoted(name));
-    for (const JsonMember& member : *mPlaces.at(&node)->Members())
-      if (member.key != "name" && member.key != "children" &&
-          !(isPlain && member.key == "parameters"))
+    std::string text = fmt::format("{{ \"name\": {}", Quoted(names.at(&node)));
+    for (const JsonMember& member : *mPlaces.at(&node)->Members()) {
+      if (member.key == "name" || member.key == "children") continue;
+      if (member.key != "parameters")
         text += fmt::format(", {}: {}", Quoted(member.key), RawOf(member.value));
+      else if (!isPlain)
+        text += fmt::format(R"(, "parameters": {{ {} }})", CopiedParameters(node, names));
+    }
     return text + " }";
+  }
+  /// The parameters of a copy. Its links lead to copies, since other nodes aren't in its server.
+  std::string CopiedParameters(const BaseNode& node,
+                               const std::map<const BaseNode*, std::string>& names) {
+    std::string text, left;
+    ForEachParameter(node, [&](const ParameterRow& row, const JsonMember& member) {
+      const bool isList = row.type == ParameterType::Links;
+      std::string value;
+      if (isList || row.type == ParameterType::Link) {
+        for (const auto& [target, flags] : Entries(node, row.id))
+          if (const auto copy = names.find(target); copy != names.end())
+            value += (value.empty() ? "" : ", ") + EntryText(copy->second, flags);
+        if (value.empty() && !Entries(node, row.id).empty())
+          left += (left.empty() ? "" : ", ") + std::string(row.name);
+        if (isList && !value.empty()) value = "[" + value + "]";
+      } else {
+        value = RawOf(member.value);
+      }
+      if (!value.empty())
+        text += fmt::format("{}{}: {}", text.empty() ? "" : ", ", Quoted(member.key), value);
+    });
+    if (!left.empty())
+      mNotes.push_back(fmt::format("{}: its copy is without {}, which leads to what doesn't play",
+                                   KindAndName(node), left));
+    return text;
   }
   /// The text of a value; of a number or a word too.
   std::string RawOf(const JsonValue& value) const {
@@ -352,6 +438,7 @@ class Setup {
   const JsonValue& mNodes;
   std::map<const BaseNode*, const JsonValue*> mPlaces;
   std::map<const BaseNode*, const BaseNode*> mCachedBy;
+  std::map<const BaseNode*, std::vector<u32>> mFlags;  ///< of what servers name
   std::set<std::string> mTaken;
   std::map<i32, int> mCachers;  ///< of each kind
   std::vector<std::string> mNotes;

@@ -141,6 +141,8 @@ void SceneBuilder::ReadParticleFile(const JsonValue& value, BaseNode& node,
       name = *first;
     }
     object.Load(name);
+    for (const std::string& warning : object.Table().warnings)
+      mContext.Warning(*file, subject, fmt::format("'file': {}: {}", Shown(name), warning));
   } catch (const FileError& error) {
     mContext.Error(*file, subject, fmt::format("'file': {}", error.what()));
   } catch (const MeshFileError& error) {

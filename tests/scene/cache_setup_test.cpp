@@ -87,6 +87,55 @@ TEST(CacheSetup, NewServerPlaysWhatTheOtherRecorded) {
     }
 }
 
+TEST(CacheSetup, CopiesPlayWhatTheirOriginalsRecordedInAnyOrder) {
+  const RunFolder folder("copies");
+  std::string scene = Unrecorded(3);
+  const std::string forces = R"("forces": ["lift"])";
+  scene.replace(scene.find(forces), forces.size(), forces + R"(, "density_channel": "smoke")");
+  folder.Write("s.json", scene);
+  ASSERT_EQ(folder.Run({"cache-setup", "s.json", "--set", "scene.cache_name=take_"}), 0)
+      << folder.Errors();
+  ASSERT_EQ(folder.Run({"run", "s.json", "--out", "o", "--quiet"}), 0) << folder.Errors();
+  ASSERT_EQ(folder.Run({"cache-setup", "s.json", "gas", "heat", "smoke", "--out", "p.json", "--set",
+                        "scene.cache_setup_mode=new_server"}),
+            0)
+      << folder.Errors();
+  EXPECT_THAT(folder.Errors(), HasSubstr("its copy is without forces"));
+  const std::string text = ReadAll(folder.Path() / "p.json");
+  const std::string copies = text.substr(text.find("// Plays what was recorded"));
+  EXPECT_THAT(copies, HasSubstr(R"("density_channel": "smoke cached")"));
+  EXPECT_THAT(copies, testing::Not(HasSubstr("lift")));
+  EXPECT_THAT(copies, HasSubstr(R"("base_name": "take_")"));
+  ASSERT_EQ(folder.Run({"run", "p.json", "--out", "o", "--quiet"}), 0) << folder.Errors();
+  EXPECT_THAT(folder.Errors(), testing::Not(HasSubstr("the recording has no")));
+  std::istringstream lines(folder.Files("o").at("stats.jsonl"));
+  for (std::string line; std::getline(lines, line);)
+    if (const json frame = json::parse(line); frame.contains("frame")) {
+      EXPECT_EQ(frame["channels"]["smoke"]["sum"], frame["channels"]["smoke cached"]["sum"]);
+      EXPECT_EQ(frame["channels"]["heat"]["sum"], frame["channels"]["heat cached"]["sum"]);
+    }
+}
+
+TEST(CacheSetup, LaterCachesKeepNamesApartAndKinds) {
+  const RunFolder folder("later");
+  folder.Write("s.json", R"({ "sulva": 1, "nodes": [ { "type": "server", "name": "scene",
+ "parameters": { "cache_name": "take_", "cache_objects": [{ "node": "water", "flags": 2 }] }, "children": [
+  { "type": "particlegroup", "name": "water" },
+  { "type": "particlegroup", "name": "foam" } ] } ] })");
+  ASSERT_EQ(folder.Run({"cache-setup", "s.json"}), 0) << folder.Errors();
+  const std::string first = ReadAll(folder.Path() / "s.json");
+  EXPECT_THAT(first, HasSubstr(R"("base_name": "take_particles_")"));
+  EXPECT_THAT(first, HasSubstr(R"("objects": [{ "node": "water", "flags": 2 }])"));
+  ASSERT_EQ(folder.Run({"cache-setup", "s.json", "foam"}), 0) << folder.Errors();
+  EXPECT_THAT(ReadAll(folder.Path() / "s.json"),
+              HasSubstr(R"("base_name": "take_particles_2_", "objects": ["foam"])"));
+  EXPECT_EQ(folder.Run({"check", "s.json"}), 0) << folder.Errors();
+  EXPECT_EQ(folder.Run(
+                {"cache-setup", "s.json", "--out", "t.json", "--set", "scene.cache_show_frame=-5"}),
+            3)
+      << "no cache holds a frame below 0";
+}
+
 TEST(CacheSetup, SaysWhatItCannotDoAndLeavesTheSceneAlone) {
   const RunFolder folder("refusals");
   const std::string before = Unrecorded(2);
