@@ -49,7 +49,9 @@ ParameterTable Cache_OperatorBase::WithRows(const RowNumbers& numbers, Parameter
           .OnlyWith(cache_row::kMode, {cache_row::kPlayBack, cache_row::kBoth})
           .To(&Cache_OperatorBase::mFrameOffset),
       LongRow(cache_row::kCompression, "compression", 0, "",
-              "smaller files for a little time: fast packs to about a tenth, small packs harder")
+              "smaller files for a little time: small packs harder than fast; smooth fields shrink "
+              "to a "
+              "fraction, particles by a third or so")
           .Choices({{0, "none"}, {1, "fast"}, {2, "small"}})
           .To(&Cache_OperatorBase::mCompression),
       LongRow(cache_row::kNumbering, "numbering", 0, "",

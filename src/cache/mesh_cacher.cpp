@@ -20,7 +20,7 @@ const NodeKind& MeshCacher::Kind() {
       .flags = "S",
       .stages = {kLoadCache, kSaveCache, kMeshing},
       .priority = 0,
-      .menu = {"Bodies"},
+      .menu = {"Bodies/Operators"},
       .purpose = "records the polygons of meshers, a file a frame, and plays them back",
       .example =
           {{example::kBall},

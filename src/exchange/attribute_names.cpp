@@ -78,6 +78,15 @@ std::string PlainName(std::string_view name, std::size_t longest) {
   return plain;
 }
 
+std::string FreeName(std::set<std::string>& taken, const std::string& name, std::size_t longest) {
+  std::string free = name;
+  for (int use = 2; !taken.insert(free).second; ++use) {
+    const std::string number = fmt::format("_{}", use);
+    free = name.substr(0, longest - number.size()) + number;
+  }
+  return free;
+}
+
 ParticleColumn& AddFromFile(ParticleTable& table, std::string_view inFile, ValueType type,
                             int components, std::span<const NamePair> format) {
   std::string name = NameFromFile(inFile, components, format);
@@ -89,15 +98,8 @@ std::vector<std::string> NamesInFile(const ParticleTable& table, std::span<const
                                      std::size_t longest) {
   std::vector<std::string> names;
   std::set<std::string> taken;
-  for (const ParticleColumn& column : table.Columns()) {
-    const std::string plain = PlainName(NameInFile(column.name, format), longest);
-    std::string name = plain;
-    for (int use = 2; !taken.insert(name).second; ++use) {
-      const std::string number = fmt::format("_{}", use);
-      name = plain.substr(0, longest - number.size()) + number;
-    }
-    names.push_back(name);
-  }
+  for (const ParticleColumn& column : table.Columns())
+    names.push_back(FreeName(taken, PlainName(NameInFile(column.name, format), longest), longest));
   return names;
 }
 

@@ -1,5 +1,6 @@
 // What attributes are called in the simulation and in files.
 #pragma once
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -20,6 +21,11 @@ std::string NameFromFile(std::string_view inFile, int components,
                          std::span<const NamePair> format = {});
 /// What files call an attribute, after the format's own list, then as is common.
 std::string NameInFile(std::string_view own, std::span<const NamePair> format = {});
+
+/// A name, or if it is taken the same with a number behind it, of at most so many letters; takes
+/// it.
+std::string FreeName(std::set<std::string>& taken, const std::string& name,
+                     std::size_t longest = 256);
 
 /// Letters, digits and underscores, not a digit first; at most so many.
 std::string PlainName(std::string_view name, std::size_t longest = 256);

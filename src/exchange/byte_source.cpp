@@ -252,9 +252,10 @@ void ByteSource::Rewind() {
 
 u64 ByteSource::MostLeft() const { return mEnd - mNext + mFeed->MostLeft(); }
 
-void ByteSource::Expect(i64 count, std::size_t bytesEach, std::string_view things) const {
+void ByteSource::Expect(i64 count, std::size_t bytesEach, std::string_view things,
+                        u64 lacking) const {
   if (count < 0) Damaged(fmt::format("it says to hold {} {}", count, things));
-  const u64 most = MostLeft() / std::max<std::size_t>(bytesEach, 1);
+  const u64 most = (MostLeft() + lacking) / std::max<std::size_t>(bytesEach, 1);
   if (static_cast<u64>(count) > most)
     Damaged(
         fmt::format("it says to hold {} {}, but has bytes for {} at most", count, things, most));

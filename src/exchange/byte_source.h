@@ -63,8 +63,8 @@ class ByteSource {
   u64 MostLeft() const;
   bool IsPacked() const { return mIsPacked; }
   /// Refuses a count of things, each of so many bytes at the least, for which there aren't enough
-  /// bytes left; who takes memory by a count asks here before.
-  void Expect(i64 count, std::size_t bytesEach, std::string_view things) const;
+  /// bytes left, of which the last one may lack some; who takes memory by a count asks here before.
+  void Expect(i64 count, std::size_t bytesEach, std::string_view things, u64 lacking = 0) const;
 
  private:
   explicit ByteSource(std::unique_ptr<ByteFeed> feed);

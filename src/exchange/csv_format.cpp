@@ -2,6 +2,7 @@
 // tools have it by semicolons or tabs.
 #include <fmt/format.h>
 
+#include "exchange/attribute_names.h"
 #include "exchange/format_parts.h"
 #include "exchange/named_components.h"
 #include "exchange/text_rows.h"
@@ -33,7 +34,8 @@ std::vector<FlatColumn> NamesOfLine(std::string_view line, char separator) {
   if (line.starts_with("\xEF\xBB\xBF")) line.remove_prefix(3);
   while (!line.empty()) {
     const std::string name(NextCell(line, separator));
-    flat.push_back({name, name == "id" || name == "kind" ? ValueType::I64 : ValueType::F64});
+    const bool isWhole = NameFromFile(name, 1) == "id" || name == "kind";
+    flat.push_back({name, isWhole ? ValueType::I64 : ValueType::F64});
   }
   return flat;
 }
@@ -75,8 +77,8 @@ void WriteCsv(WriteJob& job) {
   const ParticleTable& table = job.table;
   PositionColumn(table);
   std::string line;
-  for (const ParticleColumn& column : table.Columns())
-    for (const std::string& name : ComponentNames(column)) line += name + ",";
+  for (const std::vector<std::string>& names : ComponentNames(table))
+    for (const std::string& name : names) line += name + ",";
   for (i64 row = -1; row < table.Count(); ++row) {
     if (row >= 0) {
       line.clear();

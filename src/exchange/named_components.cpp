@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <set>
 
 #include "exchange/attribute_names.h"
 
@@ -54,6 +55,15 @@ ValueType Widest(const std::vector<FlatColumn>& flat, std::size_t at) {
   return isSame ? type : ValueType::F64;
 }
 
+/// The names of the components of a column that isn't known.
+std::vector<std::string> PartsOf(const std::string& plain, int components) {
+  if (components == 1) return {plain};
+  std::vector<std::string> names;
+  for (int c = 0; c < components; ++c)
+    names.push_back(plain + (components == 3 ? std::string(kAxes[c]) : fmt::format("_{}", c)));
+  return names;
+}
+
 }  // namespace
 
 std::vector<ComponentPlace> JoinComponents(ParticleTable& table,
@@ -75,16 +85,30 @@ std::vector<ComponentPlace> JoinComponents(ParticleTable& table,
   return places;
 }
 
-std::vector<std::string> ComponentNames(const ParticleColumn& column) {
-  const std::string plain = PlainName(column.name);
-  if (column.components == 1) return {plain};
-  std::vector<std::string> names;
-  const bool isVector = column.components == 3;
-  for (int c = 0; c < column.components; ++c)
-    names.push_back(plain + (isVector ? std::string(kAxes[c]) : fmt::format("_{}", c)));
-  if (isVector && (column.name == "position" || column.name == "velocity")) {
-    const KnownVector& known = kKnownVectors[column.name == "velocity"];
-    names.assign(known.parts.begin(), known.parts.end());
+std::vector<std::vector<std::string>> ComponentNames(const ParticleTable& table) {
+  const std::vector<ParticleColumn>& columns = table.Columns();
+  std::vector<std::vector<std::string>> names(columns.size());
+  std::set<std::string> taken;
+  const auto isKnown = [](const ParticleColumn& column) {
+    return column.components == 3 && (column.name == "position" || column.name == "velocity");
+  };
+  // What all readers look for keeps its names.
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (!isKnown(columns[i])) continue;
+    const KnownVector& known = kKnownVectors[columns[i].name == "velocity"];
+    names[i].assign(known.parts.begin(), known.parts.end());
+    taken.insert(names[i].begin(), names[i].end());
+  }
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (isKnown(columns[i])) continue;
+    const std::string plain = PlainName(columns[i].name);
+    const auto isTaken = [&](const std::string& name) { return taken.contains(name); };
+    for (int use = 1; names[i].empty(); ++use) {
+      names[i] =
+          PartsOf(use == 1 ? plain : fmt::format("{}_{}", plain, use), columns[i].components);
+      if (std::any_of(names[i].begin(), names[i].end(), isTaken)) names[i].clear();
+    }
+    taken.insert(names[i].begin(), names[i].end());
   }
   return names;
 }

@@ -25,7 +25,7 @@ struct FlatColumn {
 /// name that is there twice the second one gets a number, with a warning.
 std::vector<ComponentPlace> JoinComponents(ParticleTable& table,
                                            const std::vector<FlatColumn>& flat);
-/// The names that the components of a column have in such files.
-std::vector<std::string> ComponentNames(const ParticleColumn& column);
+/// The names that the components of each column have in such files, all different.
+std::vector<std::vector<std::string>> ComponentNames(const ParticleTable& table);
 
 }  // namespace MELDO_GLOBAL::exchange

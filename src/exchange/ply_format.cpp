@@ -91,7 +91,8 @@ void ReadPlyPoints(ByteSource& source, ParticleTable& table) {
   const bool isText = header.encoding == host::PlyEncoding::Ascii;
   for (const host::PlyElement& element : header.elements) {
     const std::size_t size = RowSizeOf(element);
-    source.Expect(element.count, isText ? 2 * element.properties.size() : size, "things");
+    // Behind the last number of a text there may be nothing.
+    source.Expect(element.count, isText ? 2 * element.properties.size() : size, "things", isText);
     if (element.name != "vertex") {
       for (i64 i = 0; isText && i < element.count * static_cast<i64>(element.properties.size());
            ++i)
@@ -125,10 +126,11 @@ void WritePlyPoints(WriteJob& job) {
       header += fmt::format("comment {}\n", std::get<std::string>(value));
   header += fmt::format("element vertex {}\n", table.Count());
   RecordLayout layout(std::endian::little);
+  const std::vector<std::vector<std::string>> names = ComponentNames(table);
   for (std::size_t i = 0; i < table.Columns().size(); ++i) {
     const ParticleColumn& column = table.Columns()[i];
     const bool isWide = NeedsWide(column);
-    for (const std::string& name : ComponentNames(column))
+    for (const std::string& name : names[i])
       header += fmt::format("property {} {}\n", PlyNameOf(column, isWide), name);
     const Stored type = column.Type() != ValueType::I64 ? StoredAs(column.Type())
                         : isWide                        ? Stored::F64

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <istream>
 #include <memory>
+#include <set>
 #include <sstream>
 
 #include "exchange/attribute_names.h"
@@ -110,19 +111,31 @@ double VoxelFor(const ParticleTable& table, const ParticleColumn& position) {
 
 constexpr const char* kColumnsOfNone = "columns";
 
-std::string AttributeName(const ParticleColumn& column) {
-  return column.name == "velocity" ? "v" : PlainName(column.name);
+/// The names of the attributes of all columns, each different from the others.
+std::vector<std::string> AttributeNames(const ParticleTable& table) {
+  // The places have the first, and what all readers look for keeps the second.
+  std::set<std::string> taken = {"P", "v"};
+  std::vector<std::string> names;
+  for (const ParticleColumn& column : table.Columns()) {
+    const bool isKnown = column.name == "position" || column.name == "velocity";
+    names.push_back(isKnown ? (column.name == "velocity" ? "v" : "P")
+                            : FreeName(taken, PlainName(column.name)));
+  }
+  return names;
 }
 
 /// Points have attributes by the blocks that they are in: without any the file tells which columns
 /// there would be.
 void DescribeColumns(openvdb::GridBase& grid, const ParticleTable& table) {
   std::string text;
-  for (const ParticleColumn& column : table.Columns())
+  const std::vector<std::string> names = AttributeNames(table);
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const ParticleColumn& column = table.Columns()[i];
     if (column.name != "position" && (column.components == 1 || column.components == 3))
       WithAttributeType(column, [&](auto zero) {
-        text += AttributeName(column) + " " + openvdb::typeNameAsString<decltype(zero)>() + " ";
+        text += names[i] + " " + openvdb::typeNameAsString<decltype(zero)>() + " ";
       });
+  }
   grid.insertMeta(kColumnsOfNone, openvdb::StringMetadata(text));
 }
 
@@ -138,12 +151,14 @@ openvdb::GridBase::Ptr MakePointGrid(WriteJob& job) {
       *index, wrapper, *transform);
   if (places.empty()) DescribeColumns(*grid, table);
   AttributeWriter writer(grid->tree(), index->tree(), table.Count());
-  for (const ParticleColumn& column : table.Columns()) {
+  const std::vector<std::string> names = AttributeNames(table);
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const ParticleColumn& column = table.Columns()[i];
     if (&column == &position) continue;
     if (column.components != 1 && column.components != 3)
       job.report.lost.push_back(column.name);
     else if (!places.empty())
-      writer.Add(AttributeName(column), column);
+      writer.Add(names[i], column);
   }
   return grid;
 }

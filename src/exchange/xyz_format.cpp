@@ -77,6 +77,20 @@ void ReadPts(ByteSource& source, ParticleTable& table) {
   ReadScanRows(text, table, true);
 }
 
+/// What no byte tells becomes the nearest that one does, and what is no number 0.
+double ShareOf(double value) { return value > 0 ? std::min(value, 1.0) : 0.0; }
+
+void TellColorsBeyond(WriteJob& job, const ParticleColumn& color) {
+  i64 count = 0;
+  for (i64 i = 0; i < job.table.Count(); ++i)
+    for (int c = 0; c < 3; ++c) count += !(color.At(i, c) == ShareOf(color.At(i, c)));
+  if (count > 0)
+    job.report.changed.push_back(
+        fmt::format("{} of 'color' {} from 0 to 1 and {} the nearest that is",
+                    count == 1 ? "1 number" : fmt::format("{} numbers", count),
+                    count == 1 ? "isn't" : "aren't", count == 1 ? "becomes" : "become"));
+}
+
 void WriteScanRows(WriteJob& job, bool mayHaveQuality) {
   const ParticleTable& table = job.table;
   const ParticleColumn& position = table.Columns()[PositionColumn(table)];
@@ -86,6 +100,7 @@ void WriteScanRows(WriteJob& job, bool mayHaveQuality) {
       mayHaveQuality && color && intensity ? table.Find("quality", 1) : nullptr;
   LoseAllBut(job, {"position", color ? "color" : "", intensity ? "intensity" : "",
                    quality ? "quality" : ""});
+  if (color) TellColorsBeyond(job, *color);
   std::string row;
   for (i64 i = 0; i < table.Count(); ++i) {
     row.clear();
@@ -93,7 +108,7 @@ void WriteScanRows(WriteJob& job, bool mayHaveQuality) {
     for (const ParticleColumn* extra : {intensity, quality})
       if (extra) AppendValue(row, *extra, i, 0), row += ' ';
     for (int c = 0; color && c < 3; ++c)
-      row += fmt::format("{} ", std::lround(kFullByte * std::clamp(color->At(i, c), 0.0, 1.0)));
+      row += fmt::format("{} ", std::lround(kFullByte * ShareOf(color->At(i, c))));
     row.back() = '\n';
     job.sink.Append(row);
   }

@@ -25,7 +25,7 @@ const NodeKind& Bullet_VelocityEmitter::Kind() {
       .flags = "S*",
       .stages = {kEmitters},
       .priority = 20,
-      .menu = {"Bodies"},
+      .menu = {"Bodies/Operators"},
       .purpose = "lets forces push rigid bodies",
       .example =
           {{example::kBall},

@@ -281,6 +281,61 @@ TEST(ParticleFiles, TellTheLineOfAFault) {
             "line 9: it ends too early");
 }
 
+TEST(ParticleFiles, KeepColumnsOfLikeNamesApart) {
+  ParticleTable table = MakeTable(5);
+  const char* names[] = {"wet sum", "wet_sum", "wet-sum", "v", "vx"};
+  for (int i = 0; i < 5; ++i)
+    std::get<std::vector<f32>>(table.Add(names[i], ValueType::F32, 1).values)
+        .assign(5, 10.0f + static_cast<f32>(i));
+  for (const char* format : {"ply", "csv", "vdb"}) {
+    const Encoded encoded = Encode(table, *FindFormat(format));
+    const ParticleTable read = ParseParticles(encoded.bytes, *FindFormat(format));
+    EXPECT_TRUE(read.warnings.empty()) << format << ": " << read.warnings.front();
+    for (int i = 0; i < 5; ++i) {
+      const bool isThere = std::any_of(
+          read.Columns().begin(), read.Columns().end(), [&](const ParticleColumn& column) {
+            return column.components == 1 && column.At(0) == 10 + i && column.At(4) == 10 + i;
+          });
+      EXPECT_TRUE(isThere) << format << ": " << names[i];
+    }
+    const ParticleColumn* velocity = read.Find("velocity", 3);
+    ASSERT_TRUE(velocity) << format;
+    EXPECT_EQ(velocity->At(OrderOf(read)[4], 2), table.Find("velocity")->At(4, 2)) << format;
+  }
+}
+
+TEST(ParticleFiles, CountColorsThatBytesCannotTell) {
+  ParticleTable table = MakeTable(4);
+  auto& colors = std::get<std::vector<f32>>(table.Find("color")->values);
+  colors[0] = std::numeric_limits<f32>::quiet_NaN();
+  colors[4] = 2;
+  colors[5] = -1;
+  for (const char* name : {"xyz", "pts"}) {
+    const Encoded encoded = Encode(table, *FindFormat(name));
+    ASSERT_EQ(encoded.report.changed.size(), 1u) << name;
+    EXPECT_EQ(encoded.report.changed[0],
+              "3 numbers of 'color' aren't from 0 to 1 and become the nearest that is");
+    const ParticleTable read = ParseParticles(encoded.bytes, *FindFormat(name));
+    const ParticleColumn& is = *read.Find("color", 3);
+    EXPECT_EQ(is.At(0, 0), 0);
+    EXPECT_EQ(is.At(1, 1), 1);
+    EXPECT_EQ(is.At(1, 2), 0);
+  }
+}
+
+TEST(ParticleFiles, EndBehindTheLastNumberOfText) {
+  const std::string head =
+      "ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\nproperty float y\n"
+      "property float z\nend_header\n";
+  const ParticleTable read = ParseParticles(head + "0 0 0\n1 0 0", PlyFormat());
+  ASSERT_EQ(read.Count(), 2);
+  EXPECT_EQ(read.Find("position", 3)->At(1, 0), 1);
+  EXPECT_NE(FaultOf(head + "0 0 0\n1 0", PlyFormat()), "none");
+  const ParticleTable wide = ParseParticles("x,y,z,ID\n0,0,0,1152921504606846979\n", CsvFormat());
+  ASSERT_TRUE(wide.Find("id", 1));
+  EXPECT_EQ(std::get<std::vector<i64>>(wide.Find("id", 1)->values)[0], (i64{1} << 60) + 3);
+}
+
 TEST(ParticleFiles, TakeTablesAsOthersWriteThem) {
   const ParticleTable read = ParseParticles(
       "X;Y;Z;VX;VY;VZ;id;radius;radius\r\n1,5;2;3;0;0;1;9007199254740993;0,25;7\r\n", CsvFormat());
