@@ -5,6 +5,7 @@
 
 #include <random>
 
+#include "cache/particle_exchange.h"
 #include "cacher_scene.h"
 #include "host/atomic_file.h"
 #include "host/temp_folder.h"
@@ -490,6 +491,65 @@ TEST_F(ParticleCache, FilesOfOtherToolsThatFailLeaveNothingHalfTaken) {
   EXPECT_LT(Length(slow.water.Store(kLiquid).Positions()[7] -
                    recorded.water.Store(kLiquid).Positions()[7]),
             1e-6);
+}
+
+TEST_F(ParticleCache, FilesOfOtherToolsKeepSwitchesAndTypesOfNames) {
+  constexpr i32 kBgeo = 2, kPda = 6;
+  for (const i32 format : {kBgeo, kPda}) {
+    ParticleScene recorded(folder.Path(), cache_row::kRecord),
+        played(folder.Path(), cache_row::kPlayBack);
+    for (ParticleScene* scene : {&recorded, &played}) {
+      ParticleScene::Set(scene->cacher, cache_row::kFormat, format);
+      scene->ListKind(scene->water, kParticleKindRows[kLiquid].listFlag);
+    }
+    Property<bool>& told = recorded.Add<Property<bool>>("property_state", "wet");
+    // Of the two that are called so the switch alone can take switches.
+    Property<Vec3d>& other = played.Add<Property<Vec3d>>("property_vector", "wet");
+    Property<bool>& wet = played.Add<Property<bool>>("property_state", "wet");
+    ParticleScene::Set(told, iProperty::kPropertyRow, 81);
+    ParticleScene::Set(other, iProperty::kPropertyRow, 82);
+    ParticleScene::Set(wet, iProperty::kPropertyRow, 81);
+    for (iProperty* property : {static_cast<iProperty*>(&told), static_cast<iProperty*>(&other),
+                                static_cast<iProperty*>(&wet)})
+      property->ReadParameters();
+    ParticleStore& store = recorded.water.Store(kLiquid);
+    store.Require<Vec3d>(property_id::kNormal);
+    for (const bool isWet : {false, true, false}) {
+      ParticleTemplate particle;
+      particle.Set(told.Key(), isWet, "wet");
+      store.Create(particle);
+    }
+    recorded.Save(1);
+    played.Load(1);
+    ASSERT_EQ(played.cacher.Failure(), "");
+    ParticleStore& taken = played.water.Store(kLiquid);
+    const PropertyColumn<bool>* column = taken.Find<bool>(wet.Key());
+    ASSERT_TRUE(column) << format;
+    for (i32 row = 0; row < 3; ++row) EXPECT_EQ(column->Get(row, row != 1), row == 1);
+    EXPECT_FALSE(taken.Find<Vec3d>(other.Key()));
+    EXPECT_FALSE(taken.Find<Vec3d>(property_id::kNormal)) << "which no particle has";
+  }
+}
+
+TEST(ParticleExchange, StartsOfTheFrameStandInForOldPositions) {
+  using exchange::ValueType;
+  for (const bool isFirst : {false, true}) {
+    exchange::ParticleTable table;
+    table.SetCount(1);
+    const auto add = [&](const char* name, double x) {
+      std::get<std::vector<f64>>(table.Add(name, ValueType::F64, 3).values) = {x, 0, 0};
+    };
+    if (isFirst) add("frame_start", 2);
+    add("position", 0);
+    add("old_position", 1);
+    if (!isFirst) add("frame_start", 2);
+    table.Add("kernel_sum", ValueType::F64, 1);
+    ParticleStore store;
+    const auto none = [](std::string_view, PropertyType) { return std::optional<PropertyKey>(); };
+    EXPECT_EQ(TakeTable(table, 0, none, store), (std::vector<std::string>{"kernel_sum"}))
+        << "solvers keep that to themselves";
+    EXPECT_EQ(store.At(0).GetVector(property_id::kOldPosition, {}), (Vec3d{2, 0, 0}));
+  }
 }
 
 TEST_F(ParticleCache, NothingMovesBeforeTheRecordingBegins) {
