@@ -20,6 +20,14 @@ constexpr std::size_t kBuffer = 1 << 16, kMostPeeked = 4096;
 constexpr u64 kMostUnpacked = 1032;
 constexpr std::string_view kGzip = "\x1f\x8b";
 
+/// Whether bytes begin like a zlib stream of the usual window and without a dictionary.
+bool IsZlib(std::string_view head) {
+  constexpr int kMethod = 0x78, kDictionary = 0x20, kCheck = 31;
+  if (head.size() < 2) return false;
+  const int first = static_cast<u8>(head[0]), second = static_cast<u8>(head[1]);
+  return first == kMethod && (second & kDictionary) == 0 && (first * 256 + second) % kCheck == 0;
+}
+
 }  // namespace
 
 class ByteFeed {
@@ -177,7 +185,8 @@ ByteSource ByteSource::Unpacked(ByteSource& packed) {
 }
 
 void ByteSource::Unwrap() {
-  if (!Peek(kGzip.size()).starts_with(kGzip)) return;
+  const std::string_view head = Peek(kGzip.size());
+  if (!head.starts_with(kGzip) && !IsZlib(head)) return;
   mFeed = std::make_unique<InflateFeed>(std::move(mFeed), std::string_view(mBuffer.data(), mEnd));
   mNext = mEnd = 0;
   mIsPacked = true;

@@ -16,9 +16,9 @@ namespace MELDO_GLOBAL::exchange {
 /// Where a source has its bytes from.
 class ByteFeed;
 
-/// Hands out bytes from front to back, from a small buffer. What comes wrapped by gzip is
-/// unwrapped, whatever its name. All of it throws host::FileError, with a clause that goes on
-/// behind the name of the file ("it ends too early").
+/// Hands out bytes from front to back, from a small buffer. What comes wrapped by gzip or
+/// as a zlib stream is unwrapped, whatever its name. All of it throws host::FileError, with a
+/// clause that goes on behind the name of the file ("it ends too early").
 class ByteSource {
  public:
   /// Of a plain file; one that isn't there or isn't plain is refused.

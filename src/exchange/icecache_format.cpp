@@ -11,7 +11,7 @@ namespace {
 constexpr std::string_view kIceMagic = "ICECACHE";
 constexpr u32 kIceOldest = 100, kIceNewest = 103, kIceBlobsFrom = 102, kIceStepsFrom = 103;
 constexpr i64 kIceBlock = 4000;
-constexpr u32 kIceSingle = 1, kIcePerPoint = 2, kIceAttributes = 4096;
+constexpr u32 kIceSingle = 1, kIceOfAll = 1, kIcePerPoint = 2, kIceAttributes = 4096;
 constexpr std::string_view kIcePosition = "PointPosition";
 enum IceType : u32 {
   kIceBool = 1,
@@ -96,13 +96,29 @@ void ReadIceBlocks(ByteSource& source, ParticleTable& table, const RecordLayout&
   }
 }
 
-void ReadIceValues(ByteSource& source, ParticleTable& table, const IceAttribute& a) {
+/// Passes over a value that all points share.
+void LeaveOutIceValue(ByteSource& source, ParticleTable& table, const IceAttribute& a) {
+  source.Skip(sizeof(u32) * (1 + static_cast<u64>(IceComponents(a.type))));
+  table.warnings.push_back(
+      fmt::format("its attribute '{}', one for all points, is left out", PlainName(a.name)));
+}
+
+/// Answers false, with a warning, where what stands behind an attribute can't be found.
+bool ReadIceValues(ByteSource& source, ParticleTable& table, const IceAttribute& a) {
   const int components = IceComponents(a.type);
-  if (components == 0 || a.structure != kIceSingle || a.context != kIcePerPoint)
-    Damaged(
-        fmt::format("its attribute '{}' isn't a number or vector of each point, and what stands "
-                    "behind it can't be found",
-                    PlainName(a.name)));
+  if (components > 0 && a.structure == kIceSingle && a.context == kIceOfAll) {
+    LeaveOutIceValue(source, table, a);
+    return true;
+  }
+  if (components == 0 || a.structure != kIceSingle || a.context != kIcePerPoint) {
+    const std::string what = fmt::format(
+        "its attribute '{}' isn't a number or vector of each point, and what stands "
+        "behind it can't be found",
+        PlainName(a.name));
+    if (!table.Find("position", 3)) Damaged(what);
+    table.warnings.push_back(what);
+    return false;
+  }
   const bool isWhole = a.type == kIceBool || a.type == kIceLong;
   const Stored type = isWhole ? Stored::I32 : Stored::F32;
   const i64 blocks = (table.Count() + kIceBlock - 1) / kIceBlock;
@@ -117,6 +133,7 @@ void ReadIceValues(ByteSource& source, ParticleTable& table, const IceAttribute&
     layout.Read(source, table, table.Count());
   else
     ReadIceBlocks(source, table, layout);
+  return true;
 }
 
 void ReadIcecache(ByteSource& source, ParticleTable& table) {
@@ -125,7 +142,8 @@ void ReadIcecache(ByteSource& source, ParticleTable& table) {
   // Of each point at least its place is stored in full.
   source.Expect(points, 3 * sizeof(f32), "points");
   table.SetCount(points);
-  for (const IceAttribute& attribute : attributes) ReadIceValues(source, table, attribute);
+  for (const IceAttribute& attribute : attributes)
+    if (!ReadIceValues(source, table, attribute)) return;
   ExpectPositions(table);
   if (!source.AtEnd()) Damaged("it goes on behind its last value");
 }

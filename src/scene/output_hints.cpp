@@ -94,11 +94,15 @@ class OutputHints : public HintBase {
   std::string NamesOf(const BaseNode& cache) const {
     std::string name = Text(cache, cache_row::kBaseName);
     // Those that have no name of their own are told apart by their kind.
-    if (name.empty()) return fmt::format("{}", cache.Type());
+    if (name.empty()) name = fmt::format("{}", cache.Type());
     const i32 format = Whole(cache, cache_row::kFormat);
+    // Files of grids and of particles end alike, but for those in formats of other tools.
+    const bool isOther = IsA<ParticleCacher>(cache) && format != cache_row::kParticles;
     const bool isMesh = IsA<MeshCacher>(cache);
-    const bool isPlain = IsA<ParticleCacher>(cache) && format == cache_row::kPlainParticles;
-    return fmt::format("{}#.{}", name, isMesh ? "mcache" : isPlain ? "pcache" : "cache");
+    return fmt::format("{}#.{}", name,
+                       isMesh    ? "mcache"
+                       : isOther ? fmt::format("format {}", format)
+                                 : "cache");
   }
 
   /// A folder that is named and not taken.

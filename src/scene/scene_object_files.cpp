@@ -142,7 +142,10 @@ void SceneBuilder::ReadParticleFile(const JsonValue& value, BaseNode& node,
     }
     object.Load(name);
     for (const std::string& warning : object.Table().warnings)
-      mContext.Warning(*file, subject, fmt::format("'file': {}: {}", Shown(name), warning));
+      mContext.Warning(
+          *file, subject,
+          fmt::format("'file': {}: {}", Shown(std::filesystem::path(name).filename().string()),
+                      warning));
   } catch (const FileError& error) {
     mContext.Error(*file, subject, fmt::format("'file': {}", error.what()));
   } catch (const MeshFileError& error) {

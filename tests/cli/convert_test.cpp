@@ -185,6 +185,19 @@ TEST(Convert, TakesVolumesFromCachesAndBack) {
   EXPECT_GT(sum(first[0]), 1);
 }
 
+TEST(ParticlesObject, SaysWhatItsFileLacks) {
+  const RunFolder folder("short_rows");
+  folder.Write("p.xyz", "0 0 0\n1 0 0\n2 0\n");
+  folder.Write("s.json", R"({ "sulva": 1,
+  "objects": [ { "type": "particles", "name": "drops", "file": "p.xyz" } ],
+  "nodes": [ { "type": "server", "name": "scene", "children": [
+    { "type": "particlegroup", "name": "group" } ] } ] })");
+  EXPECT_EQ(folder.Run({"check", "s.json"}), 0) << folder.Errors();
+  EXPECT_NE(folder.Errors().find("p.xyz: 1 rows are shorter than the first and left out"),
+            std::string::npos)
+      << folder.Errors();
+}
+
 TEST(ParticlesObject, FeedsAnEmitterFrameByFrame) {
   const RunFolder folder("particles_object");
   folder.Write("drops.0000.csv", kDrops);

@@ -336,6 +336,71 @@ TEST(ParticleFiles, EndBehindTheLastNumberOfText) {
   EXPECT_EQ(std::get<std::vector<i64>>(wide.Find("id", 1)->values)[0], (i64{1} << 60) + 3);
 }
 
+namespace {
+
+/// Bytes as a zlib stream that packs nothing.
+std::string AsZlib(const std::string& bytes) {
+  const auto size = static_cast<u32>(bytes.size());
+  u32 low = 1, high = 0;
+  for (const char c : bytes) {
+    low = (low + static_cast<u8>(c)) % 65521;
+    high = (high + low) % 65521;
+  }
+  std::string stream = "\x78\x01\x01";
+  for (const u32 byte : {size, size >> 8, ~size, ~size >> 8, high >> 8, high, low >> 8, low}) {
+    if (stream.size() == 7) stream += bytes;
+    stream += static_cast<char>(byte & 0xff);
+  }
+  return stream;
+}
+
+/// An attribute of an ICECACHE file that isn't followed by anything of its own.
+void AppendIceAttribute(std::string& bytes, const std::string& name, u32 type, u32 context) {
+  const auto number = [&](u32 value) {
+    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+  };
+  number(static_cast<u32>(name.size()));
+  bytes += name + std::string((4 - name.size() % 4) % 4, '_');
+  for (const u32 value : {type, u32{1}, context, u32{0}, u32{1}}) number(value);
+}
+
+}  // namespace
+
+TEST(ParticleFiles, UnwrapZlibStreamsToo) {
+  const std::string rows = "1 2 3\n4 5 6\n";
+  const ParticleTable read = ParseParticles(AsZlib(rows), XyzFormat());
+  ASSERT_EQ(read.Count(), 2);
+  EXPECT_EQ(read.Find("position", 3)->At(1, 2), 6);
+  std::string damaged = AsZlib(rows);
+  damaged.back() = static_cast<char>(damaged.back() ^ 1);
+  EXPECT_EQ(FaultOf(damaged, XyzFormat()), "what it has packed is damaged");
+  EXPECT_EQ(ParseParticles("x , y , z\n1 , 2 , 3\n", CsvFormat()).Count(), 1)
+      << "a text may begin alike";
+}
+
+TEST(ParticleFiles, TakePointsBesideWhatIsNotOfPoints) {
+  constexpr u32 kFloat = 4, kVector = 16, kText = 131072, kOfAll = 1, kPerPoint = 2;
+  std::string bytes = "ICECACHE";
+  for (const u32 value : {103, 0, 1, 0, 0, 0, 1, 0, 4})
+    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+  AppendIceAttribute(bytes, "Gain", kFloat, kOfAll);
+  AppendIceAttribute(bytes, "PointPosition", kVector, kPerPoint);
+  AppendIceAttribute(bytes, "Note", kText, kPerPoint);
+  AppendIceAttribute(bytes, "Mass", kFloat, kPerPoint);
+  const u32 notConstant = 0;
+  bytes.append(reinterpret_cast<const char*>(&notConstant), sizeof notConstant);
+  for (const f32 value : {9.0f, 1.0f, 2.0f, 3.0f})
+    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+  bytes += "text of any length";
+  const ParticleTable read = ParseParticles(bytes, IcecacheFormat());
+  ASSERT_EQ(read.Count(), 1);
+  EXPECT_EQ(read.Find("position", 3)->At(0, 2), 3);
+  EXPECT_FALSE(read.Find("mass"));
+  ASSERT_EQ(read.warnings.size(), 2u);
+  EXPECT_TRUE(Names(read.warnings, "Gain"));
+  EXPECT_TRUE(Names(read.warnings, "Note"));
+}
+
 TEST(ParticleFiles, TakeTablesAsOthersWriteThem) {
   const ParticleTable read = ParseParticles(
       "X;Y;Z;VX;VY;VZ;id;radius;radius\r\n1,5;2;3;0;0;1;9007199254740993;0,25;7\r\n", CsvFormat());
