@@ -115,10 +115,7 @@ class InflateFeed : public ByteFeed {
       if (result == Z_STREAM_END) {
         mIsDone = true;
         // A file may be several members of gzip, one behind the other.
-        if (mOwn && (mStream.avail_in > 0 || Refill())) {
-          mIsDone = mStream.avail_in < 2 || mStream.next_in[0] != 0x1f ||
-                    mStream.next_in[1] != 0x8b || inflateReset(&mStream) != Z_OK;
-        }
+        if (mOwn && HasNextHead()) mIsDone = inflateReset(&mStream) != Z_OK;
       } else if (result != Z_OK) {
         Damaged("what it has packed is damaged");
       }
@@ -142,6 +139,23 @@ class InflateFeed : public ByteFeed {
     if (inflateInit2(&mStream, kWindow + kEitherHead) != Z_OK) throw std::bad_alloc();
     mStream.next_in = reinterpret_cast<Bytef*>(mInput.data());
     mStream.avail_in = static_cast<uInt>(mInput.size());
+  }
+  /// Whether another member begins here; its head may lie across the end of the input.
+  bool HasNextHead() {
+    if (mStream.avail_in < kGzip.size()) {
+      const std::string kept(reinterpret_cast<const char*>(mStream.next_in), mStream.avail_in);
+      mInput.resize(kBuffer);
+      std::size_t count = kept.copy(mInput.data(), kept.size());
+      while (count < kGzip.size()) {
+        const std::size_t got = mOwn->Pull(mInput.data() + count, mInput.size() - count);
+        if (got == 0) break;
+        count += got;
+      }
+      mStream.next_in = reinterpret_cast<Bytef*>(mInput.data());
+      mStream.avail_in = static_cast<uInt>(count);
+    }
+    return std::string_view(reinterpret_cast<const char*>(mStream.next_in), mStream.avail_in)
+        .starts_with(kGzip);
   }
   bool Refill() {
     mInput.resize(kBuffer);

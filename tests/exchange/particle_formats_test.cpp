@@ -378,6 +378,20 @@ TEST(ParticleFiles, UnwrapZlibStreamsToo) {
       << "a text may begin alike";
 }
 
+TEST(ParticleFiles, FindTheNextMemberWhereverTheInputEnds) {
+  constexpr std::size_t kFlags = 3, kHead = 10, kHasName = 8, kInput = 1 << 16;
+  const std::string member = Encode(MakeTable(3), XyzFormat(), true).bytes;
+  ASSERT_EQ(member[kFlags], 0);
+  for (const std::size_t behind : {0, 1, 2}) {
+    // A long name lets the first member end so many bytes before the input does.
+    std::string first = member;
+    first[kFlags] = kHasName;
+    first.insert(kHead, std::string(kInput - behind - member.size() - 1, 'n') + '\0');
+    ASSERT_EQ(first.size(), kInput - behind);
+    EXPECT_EQ(ParseParticles(first + member, XyzFormat()).Count(), 6) << behind;
+  }
+}
+
 TEST(ParticleFiles, TakePointsBesideWhatIsNotOfPoints) {
   constexpr u32 kFloat = 4, kVector = 16, kText = 131072, kOfAll = 1, kPerPoint = 2;
   std::string bytes = "ICECACHE";
