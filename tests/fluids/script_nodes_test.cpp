@@ -91,6 +91,17 @@ TEST(ScriptForce, DoesWhatGravityDoesToTheLastBit) {
   }
 }
 
+TEST(ScriptForce, PushesEveryCellOfALongRowEvenWithoutIntensity) {
+  GasRig rig({140, 4, 4});
+  BaseNode& force = rig.Add("force_script", "push");
+  force.Set(ScriptPart::kSourceRow, MainOf("return Vector(0, 1 + physical_pos.x + intensity, 0)"));
+  force.Set(Force_Script::kIntensityRow, 0.0);
+  rig.Begin();
+  rig.RunGas(kForcesEmission);
+  const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
+  for (i32 x = 2; x < 140; ++x) EXPECT_NEAR(v(x, 3, 3), 1 + v.PositionOf(x, 3, 3).x, 1e-12) << x;
+}
+
 TEST(ScriptForce, IsToldWhereItIsAndHowFastItFlows) {
   GasRig rig({6, 6, 6});
   BaseNode& force = rig.Add("force_script", "drag");

@@ -73,7 +73,6 @@ void Force_Script::Open() {
 
 bool Force_Script::PrepareForce() {
   if (mTime->stepDuration == 0) return Deactivate(kNoStepReason);
-  if (mIntensity == 0) return Deactivate(kNoStrengthReason);
   return mScript.Open(mSource);
 }
 
@@ -96,20 +95,18 @@ void Force_Script::EvaluateRow(const ForceRow& row) {
   if (!Has(FLAG_ACTIVE)) return;
   ForceSample samples[kRun];
   ForceSample* run[kRun];
-  i32 cells[kRun];
   std::size_t n = 0;
   const auto flush = [&] {
     EvaluateRun({run, n});
-    for (std::size_t i = 0; i < n; ++i)
-      for (i32 a = 0; a < 3; ++a) row.force[a][cells[i]] = samples[i].force[a];
+    for (std::size_t i = 0; i < n; ++i) Store(samples[i], row, samples[i].cellIndex - row.cellIndex);
     n = 0;
   };
-  ForEachSample(row, [&](const ForceSample& sample) {
-    samples[n] = sample;
+  for (i32 x = 0; x < row.count; ++x) {
+    if (!row.open[x]) continue;
+    samples[n] = SampleOf(row, x);
     run[n] = &samples[n];
-    cells[n] = sample.cellIndex - row.cellIndex;
     if (++n == kRun) flush();
-  });
+  }
   if (n > 0) flush();
 }
 
