@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "fluids/fields/channel_kinds.h"
+#include "fluids/flow/ifluid_solver.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 
@@ -12,6 +13,15 @@ using namespace host;
 
 namespace {
 const ScriptFamily kChannelScripts{{"intensity", "cell_value", "cell_index", "physical_pos"}};
+
+/// Whether a channel is the one that a scope names, or a field of the solver that it names.
+bool Covers(const iObject& named, const iObject* channel) {
+  if (&named == channel) return true;
+  const auto* solver = dynamic_cast<const iFluidSolver*>(&named);
+  if (!solver) return false;
+  const Flow& flow = solver->GetFlow();
+  return channel == &flow.mDivergence || channel == &flow.mVelocity;
+}
 }  // namespace
 
 ChannelOperator_Script::ChannelOperator_Script(BaseNode* node, Scene* scene)
@@ -48,14 +58,21 @@ const ParameterTable& ChannelOperator_Script::Parameters() {
           .To(&ChannelOperator_Script::mIntensity),
       ScriptPart::Row(
           kChannelScripts,
+          "-- Global Variables:\n"
+          "-- intensity - the node's 'intensity'\n"
+          "-- physical_pos - where the cell's centre is, in metres\n"
+          "-- cell_value - the value of the cell\n"
+          "-- cell_index - the index of the cell in its grid\n"
           "function main(op)\n"
           "  return cell_value + Noise(physical_pos.x, physical_pos.y, physical_pos.z)\n"
           "end",
           "gives each cell its new value: main(op) is told intensity, cell_value, "
           "cell_index and physical_pos")
           .To(&ChannelOperator_Script::mSource),
-      LinksRow(kScopeRow, "scope", "the channels that it may change; with none, every one")
+      LinksRow(kScopeRow, "scope",
+               "the channels, and the solvers whose flow, that it may change; with none, every one")
           .AcceptsAny(kAllChannels)
+          .AcceptsAny(kSolvers)
           .To(&ChannelOperator_Script::mScope),
   };
   return table;
@@ -64,7 +81,8 @@ const ParameterTable& ChannelOperator_Script::Parameters() {
 bool ChannelOperator_Script::Open() {
   if (mTime->stepDuration == 0) return Deactivate(kNoStepReason);
   const iObject* target = mScalar ? static_cast<iObject*>(mScalar) : mVectorChannel;
-  if (!mScope.empty() && std::find(mScope.begin(), mScope.end(), target) == mScope.end())
+  const auto covers = [&](const iObject* named) { return Covers(*named, target); };
+  if (!mScope.empty() && std::none_of(mScope.begin(), mScope.end(), covers))
     return Deactivate("its channel isn't in its 'scope'");
   return mScript.Open(mSource);
 }

@@ -36,7 +36,7 @@ class ChannelOperator_Script : public ChannelOperator {
   ScriptPart& mScript;
   std::string mSource;
   double mIntensity = 1;
-  std::vector<iObject*> mScope;  ///< the channels that it works on; none means all
+  std::vector<iObject*> mScope;  ///< channels and solvers that it works on; none means all
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
