@@ -206,6 +206,22 @@ TEST(ScriptOperator, WorksOnVectorsAndInItsScopeAlone) {
   EXPECT_STREQ(rig.script.mInactiveReason, "its channel isn't in its 'scope'");
 }
 
+TEST(ScriptOperator, ASolverInItsScopeStandsForItsFlow) {
+  GasRig rig({6, 6, 6});
+  BaseNode& smoke = rig.Add("channel_scalar", "smoke");
+  BaseNode& kick = rig.Add("channelop_script", "kick");
+  kick.Set(ScriptPart::kSourceRow, MainOf("return cell_value + Vector(0, 2, 0)"));
+  kick.Set(ChannelOperator_Script::kScopeRow, ListOf({&smoke, rig.gasNode}));
+  BaseNode& cells = rig.Add("grid_celliterator", "cells");
+  cells.Set(Grid_CellEmitter::kChannelRow, LinkTo(*rig.gasNode));
+  cells.Set(Grid_CellEmitter::kSolverFieldRow, i32{ChannelTarget::kVelocity});
+  cells.Set(1001, ListOf({&kick}));
+  rig.Begin();
+  TestScene::Run(*rig.Object<Grid_CellEmitter>(cells));
+  EXPECT_EQ((*rig.gas->mFlow.mVelocity.GetGrid(1))(3, 3, 3), 2)
+      << rig.Object<ChannelOperator_Script>(kick)->mInactiveReason;
+}
+
 TEST(ScriptOperator, LeavesTheCellsAtWhichItFailsAndThenSleeps) {
   CellRig rig("if physical_pos.z > 3 then return physical_pos end return 7");
   PlainField& smoke = rig.Channel<PlainField>("channel_scalar");

@@ -48,6 +48,11 @@ const ParameterTable& ScriptConstraint::Parameters() {
           .To(&ScriptConstraint::mIntensity),
       ScriptPart::Row(
           kConstraintScripts,
+          "-- Global Variables:\n"
+          "-- intensity - the node's 'intensity'\n"
+          "-- invert - 1 if the measure is turned round behind this, else 0\n"
+          "-- physical_pos - the place, in metres\n"
+          "-- source_value - what is left at the place so far\n"
           "function main(op)\n"
           "  return intensity\n"
           "end",

@@ -48,6 +48,11 @@ const ParameterTable& Force_Script::Parameters() {
           .To(&Force_Script::mIntensity),
       ScriptPart::Row(
           kForceScripts,
+          "-- Global Variables:\n"
+          "-- intensity - the node's 'intensity'\n"
+          "-- physical_pos - where the cell's centre is, in metres\n"
+          "-- velocity_u_index, velocity_v_index, velocity_w_index - the cell's low faces\n"
+          "-- cell_velocity - the velocity at these faces, in m/s\n"
           "function main(op)\n"
           "  -- a simple drag\n"
           "  return cell_velocity * -0.05\n"
@@ -98,7 +103,8 @@ void Force_Script::EvaluateRow(const ForceRow& row) {
   std::size_t n = 0;
   const auto flush = [&] {
     EvaluateRun({run, n});
-    for (std::size_t i = 0; i < n; ++i) Store(samples[i], row, samples[i].cellIndex - row.cellIndex);
+    for (std::size_t i = 0; i < n; ++i)
+      Store(samples[i], row, samples[i].cellIndex - row.cellIndex);
     n = 0;
   };
   for (i32 x = 0; x < row.count; ++x) {

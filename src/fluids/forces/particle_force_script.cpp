@@ -53,6 +53,11 @@ const ParameterTable& ParticleForce_Script::Parameters() {
           .To(&ParticleForce_Script::mIntensity),
       ScriptPart::Row(
           kParticleScripts,
+          "-- Global Variables:\n"
+          "-- intensity - the node's 'intensity'\n"
+          "-- particle_pos - where the particle is, in metres\n"
+          "-- particle_acceleration - its velocity, in m/s\n"
+          "-- particle_index - its index in its group\n"
           "function main(op)\n"
           "  -- a simple drag\n"
           "  return particle_acceleration * -0.05\n"
