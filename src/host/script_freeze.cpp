@@ -1,5 +1,9 @@
 #include "host/script_freeze.h"
 
+#include <bit>
+
+#include "host/types.h"
+
 extern "C" {
 #include <lauxlib.h>
 #include <lua.h>
@@ -123,12 +127,13 @@ struct Walk {
   }
 };
 
-/// Whether two values are the same one; one that isn't a number is the same as itself.
+/// Whether two values are the same one, numbers by kind and to the last bit.
 bool IsSame(lua_State* state, int a, int b) {
-  const auto isNothing = [&](int i) {
-    return lua_type(state, i) == LUA_TNUMBER && !lua_rawequal(state, i, i);
-  };
-  return lua_rawequal(state, a, b) || (isNothing(a) && isNothing(b));
+  if (lua_type(state, a) != LUA_TNUMBER || lua_type(state, b) != LUA_TNUMBER)
+    return lua_rawequal(state, a, b);
+  if (lua_isinteger(state, a) != lua_isinteger(state, b)) return false;
+  if (lua_isinteger(state, a)) return lua_tointeger(state, a) == lua_tointeger(state, b);
+  return std::bit_cast<u64>(lua_tonumber(state, a)) == std::bit_cast<u64>(lua_tonumber(state, b));
 }
 
 }  // namespace
@@ -165,7 +170,7 @@ void PushReadOnly(lua_State* state, int index) {
   lua_setmetatable(state, -2);
 }
 
-void FreezeScript(lua_State* state, int setter, int told) {
+int FreezeScript(lua_State* state, int setter, int told) {
   luaL_checkstack(state, 20, nullptr);
   const int top = lua_gettop(state);
   lua_newtable(state);
@@ -194,6 +199,7 @@ void FreezeScript(lua_State* state, int setter, int told) {
   lua_pushvalue(state, walk.watched);
   lua_rawsetp(state, LUA_REGISTRYINDEX, &kWatched);
   lua_settop(state, top);
+  return static_cast<int>(walk.watchedCount / 3);
 }
 
 void CheckFrozen(lua_State* state) {

@@ -14,9 +14,9 @@ void PushGlobal(lua_State* state, const char* name);
 void PushReadOnly(lua_State* state, int index);
 
 /// Makes everything read-only that calls could reach and remember something in: tables by refusing
-/// to be changed, variables outside of functions by a look after each run of calls. The first
-/// `told` variables of the function at `setter` are others' to change.
-void FreezeScript(lua_State* state, int setter, int told);
+/// to be changed, variables outside of functions by `CheckFrozen`. The first `told` variables of
+/// the function at `setter` are others' to change. Gives the number of variables to be looked at.
+int FreezeScript(lua_State* state, int setter, int told);
 /// Raises an error if a call has changed such a variable.
 void CheckFrozen(lua_State* state);
 

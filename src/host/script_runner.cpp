@@ -5,7 +5,7 @@ namespace MELDO_GLOBAL::host {
 void ScriptRunner::Free() {
   for (Slot& slot : mSlots) slot = {};
   mSource.clear();
-  mLostSeconds = 0;
+  mIsLate = false;
 }
 
 bool ScriptRunner::Compile(const std::string& source) {
@@ -22,10 +22,12 @@ void ScriptRunner::SetOp(const ScriptOp& op) {
 }
 
 ScriptState* ScriptRunner::StateOf(u32 worker) {
-  if (worker >= mSlots.size() || !mSlots[0].state || mLostSeconds > kMostLostSeconds)
-    return nullptr;
+  if (worker >= mSlots.size() || !mSlots[0].state || mIsLate) return nullptr;
   Slot& slot = mSlots[worker];
-  if (!slot.state) slot.state = std::make_unique<ScriptState>(mSource, mFamily);
+  if (!slot.state) {
+    slot.state = std::make_unique<ScriptState>(mSource, mFamily);
+    if (slot.state->IsLate()) mIsLate = true;
+  }
   if (slot.opNumber != mOpNumber) {
     slot.opNumber = mOpNumber;
     slot.state->SetOp(mOp);

@@ -30,17 +30,15 @@ class ScriptRunner {
     ScriptState* state = StateOf(worker);
     if (!state || state->Error()) return false;
     if (state->Run(told, answers)) return true;
-    mLostSeconds += state->SecondsOfError();
+    if (state->IsLate()) mIsLate = true;
     return false;
   }
   /// The error of the first worker that has one, or none; behind the workers.
   ScriptError Error() const;
 
  private:
-  /// Processor time that may go into calls that fail: each worker has one of its own.
-  static constexpr double kMostLostSeconds = ScriptState::kMostSeconds;
-
-  /// Null once too much time is lost.
+  /// Null once a worker was late: each of them would lose as much time. Every other failure is its
+  /// worker's own, so that what is left of a step doesn't depend on who came first.
   ScriptState* StateOf(u32 worker);
 
   struct Slot {
@@ -52,7 +50,7 @@ class ScriptRunner {
   std::array<Slot, kMaxWorkers> mSlots;
   ScriptOp mOp;
   u32 mOpNumber = 0;
-  std::atomic<double> mLostSeconds = 0;
+  std::atomic<bool> mIsLate = false;
 };
 
 }  // namespace MELDO_GLOBAL::host

@@ -27,6 +27,11 @@ namespace {
 constexpr char kMain = 0, kSetter = 0, kOpTable = 0, kOpFields = 0;
 
 constexpr int kInstructionsPerLook = 1000;
+constexpr std::size_t kBytesPerPiece = 1024;
+/// How often a call may collect what it left behind because memory has run out.
+constexpr int kMostRefusals = 3;
+/// Up to so many variables are looked at behind each call, more of them behind each run.
+constexpr int kFewWatched = 4;
 constexpr const char* kChunk = "=script";
 
 void Push(lua_State* state, const char& key) { lua_rawgetp(state, LUA_REGISTRYINDEX, &key); }
@@ -48,16 +53,6 @@ std::string Opening(const ScriptFamily& family) {
   for (const std::string_view name : kScriptLibrary) all.append(",").append(name);
   return fmt::format("local _keep,{}{}=...;_keep(function() return {} end)_keep=nil;", told, all,
                      told);
-}
-
-const char* NextPiece(lua_State*, void* data, std::size_t* size) {
-  auto& pieces = *static_cast<std::span<const std::string_view>*>(data);
-  while (!pieces.empty() && pieces.front().empty()) pieces = pieces.subspan(1);
-  if (pieces.empty()) return *size = 0, nullptr;
-  const std::string_view piece = pieces.front();
-  pieces = pieces.subspan(1);
-  *size = piece.size();
-  return piece.data();
 }
 
 int KeepSetter(lua_State* state) {
@@ -102,7 +97,10 @@ void* ScriptState::Allocate(void* data, void* block, std::size_t before, std::si
   if (after > held) {
     const bool isTooLong = !block && before == LUA_TSTRING && after > kMostText;
     if (isTooLong) self.mTextTooLong = true;
-    if (isTooLong || self.mMemory - held + after > kMostMemory) return nullptr;
+    if (isTooLong) return nullptr;
+    // Each refusal makes the state collect all that it has: a call at the limit would crawl.
+    if (self.mRefusals > kMostRefusals) return nullptr;
+    if (self.mMemory - held + after > kMostMemory) return ++self.mRefusals, nullptr;
   }
   void* moved = std::realloc(block, after);
   if (moved) self.mMemory += after - held;
@@ -121,8 +119,8 @@ ScriptState::ScriptState(const std::string& source, const ScriptFamily& family) 
   }
   *static_cast<ScriptState**>(lua_getextraspace(mState)) = this;
   const std::string opening = Opening(family);
-  const std::string_view pieces[] = {opening, source};
-  std::span<const std::string_view> unread = pieces;
+  std::string_view pieces[] = {opening, source};
+  std::span<std::string_view> unread = pieces;
   mPieces = &unread;
   Guard(Load);
   mPieces = nullptr;
@@ -139,7 +137,6 @@ bool ScriptState::Guard(int (*function)(lua_State*)) {
   const int status = lua_pcall(mState, 0, 0, 0);
   if (status == LUA_OK) return true;
   TakeError(status == LUA_ERRMEM);
-  if (mStart >= 0) mSecondsOfError = ThreadSeconds() - mStart;
   lua_settop(mState, 0);
   return false;
 }
@@ -165,19 +162,29 @@ void ScriptState::TakeError(bool isOutOfMemory) {
 }
 
 void ScriptState::StartLimits(lua_State* state, int instructions) {
-  mInstructions = 0;
+  ResetLimits();
   mMostInstructions = instructions;
-  mStart = -1;
   lua_sethook(
       state, [](lua_State* s, lua_Debug*) { Of(s).CheckLimits(s); }, LUA_MASKCOUNT,
       kInstructionsPerLook);
 }
 
-void ScriptState::CheckLimits(lua_State* state) {
-  mInstructions += kInstructionsPerLook;
+void ScriptState::ResetLimits() {
+  mInstructions = 0;
+  mRefusals = 0;
+  mStart = -1;
+}
+
+bool ScriptState::LookAtClock() {
   const double now = ThreadSeconds();
   if (mStart < 0) mStart = now;
-  const bool isTooLate = now - mStart > kMostSeconds;
+  mIsLate = now - mStart > kMostSeconds;
+  return mIsLate;
+}
+
+void ScriptState::CheckLimits(lua_State* state) {
+  mInstructions += kInstructionsPerLook;
+  const bool isTooLate = LookAtClock();
   if (mInstructions <= mMostInstructions && !isTooLate) return;
   luaL_where(state, 0);
   if (isTooLate)
@@ -189,6 +196,19 @@ void ScriptState::CheckLimits(lua_State* state) {
 }
 
 // ---- loading ----------------------------------------------------------------------------------
+
+const char* ScriptState::NextPiece(lua_State* state, void* data, std::size_t* size) {
+  auto& pieces = *static_cast<std::span<std::string_view>*>(data);
+  // No instruction counts while a text is compiled, which may take the square of its length.
+  if (Of(state).LookAtClock())
+    luaL_error(state, "it takes longer than %f s to compile", kMostSeconds);
+  while (!pieces.empty() && pieces.front().empty()) pieces = pieces.subspan(1);
+  if (pieces.empty()) return *size = 0, nullptr;
+  const std::string_view piece = pieces.front().substr(0, kBytesPerPiece);
+  pieces.front().remove_prefix(piece.size());
+  *size = piece.size();
+  return piece.data();
+}
 
 int ScriptState::Load(lua_State* state) {
   ScriptState& self = Of(state);
@@ -218,7 +238,8 @@ int ScriptState::Load(lua_State* state) {
   PushReadOnly(state, -1);
   Keep(state, kOpTable);
   Push(state, kSetter);
-  FreezeScript(state, lua_gettop(state), static_cast<int>(self.mFamily.variables.size()));
+  self.mWatched =
+      FreezeScript(state, lua_gettop(state), static_cast<int>(self.mFamily.variables.size()));
   return 0;
 }
 
@@ -269,13 +290,13 @@ int ScriptState::Drive(lua_State* state) {
     self.TellCall(state, setter, op + 1, call);
     lua_pushvalue(state, main);
     lua_pushvalue(state, op);
-    self.mInstructions = 0;
-    self.mStart = -1;
+    self.ResetLimits();
     lua_call(state, 1, 1);
     self.TakeAnswer(state, call);
+    if (self.mWatched > 0 && self.mWatched <= kFewWatched) CheckFrozen(state);
     lua_settop(state, top);
   }
-  CheckFrozen(state);
+  if (self.mWatched > kFewWatched) CheckFrozen(state);
   return 0;
 }
 

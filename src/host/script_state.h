@@ -16,13 +16,13 @@ namespace MELDO_GLOBAL::host {
 /// calls can't remember anything, so that no result depends on which cells a worker has seen
 /// before. It gets `kMostMemory` bytes in all, `kMostLoading` instructions of the language to load
 /// and `kMostInstructions` for a call, counted in thousands; as a net below these, `kMostSeconds`
-/// of processor time, which nothing needs that keeps to them. What oversteps a limit is an error
-/// like any other.
+/// of processor time to compile, to load and for a call, which nothing needs that keeps to them.
+/// What oversteps a limit is an error like any other.
 ///
 /// Reads: Ierusalimschy et al., "Lua 5.4 Reference Manual", sections 2 and 4.
 class ScriptState {
  public:
-  static constexpr std::size_t kMostSource = std::size_t{1} << 20;
+  static constexpr std::size_t kMostSource = std::size_t{32} << 10;
   static constexpr std::size_t kMostMemory = std::size_t{4} << 20;
   static constexpr std::size_t kMostText = std::size_t{4} << 10;
   static constexpr int kMostLoading = 1000000;
@@ -36,8 +36,8 @@ class ScriptState {
 
   /// The first error; from then on nothing runs.
   const ScriptError& Error() const { return mError; }
-  /// The processor time of the call or the loading that failed, in seconds.
-  double SecondsOfError() const { return mSecondsOfError; }
+  /// Whether the error is that it took longer than `kMostSeconds`.
+  bool IsLate() const { return mIsLate; }
 
   void SetOp(const ScriptOp& op);
   /// Calls main once for each answer, with a column for each variable of the family, as long as
@@ -72,18 +72,24 @@ class ScriptState {
   void TakeAnswer(lua_State* state, std::size_t call);
   /// Starts the count of instructions and the clock anew.
   void StartLimits(lua_State* state, int instructions);
+  /// Nothing of what ran so far counts any more.
+  void ResetLimits();
   void CheckLimits(lua_State* state);
+  /// Whether `kMostSeconds` have passed since the first look.
+  bool LookAtClock();
+  static const char* NextPiece(lua_State* state, void* data, std::size_t* size);
 
   const ScriptFamily& mFamily;
-  std::span<const std::string_view>* mPieces = nullptr;  ///< of the text, while it is loaded
-  const ScriptOp* mOp = nullptr;                         ///< while it is taken over
-  const Job* mJob = nullptr;                             ///< while it runs
+  std::span<std::string_view>* mPieces = nullptr;  ///< of the text, while it is loaded
+  const ScriptOp* mOp = nullptr;                   ///< while it is taken over
+  const Job* mJob = nullptr;                       ///< while it runs
   lua_State* mState = nullptr;
   std::size_t mMemory = 0;
-  bool mTextTooLong = false;
+  int mRefusals = 0;  ///< of memory, in this call
+  bool mTextTooLong = false, mIsLate = false;
   int mInstructions = 0, mMostInstructions = kMostLoading;
   double mStart = -1;  ///< processor time of the thread at the first look of a call; below 0 before
-  double mSecondsOfError = 0;
+  int mWatched = 0;    ///< variables that calls could remember something in
   u32 mMainLine = 0;
   ScriptError mError;
 };
