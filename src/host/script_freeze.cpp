@@ -1,5 +1,6 @@
 #include "host/script_freeze.h"
 
+#include <algorithm>
 #include <bit>
 
 #include "host/types.h"
@@ -19,36 +20,47 @@ constexpr char kGlobalNames = 0;  ///< the globals by name
 constexpr char kGlobalRules = 0;  ///< the metatable of the table that scripts see in their place
 constexpr char kWatched = 0;      ///< function, number of its variable, value; and the next one
 
+constexpr lua_Integer kNoLength = -1;
+
+/// What messages call the key at place 2: that of a table would be an address.
+const char* KeyName(lua_State* state) {
+  const int type = lua_type(state, 2);
+  return type == LUA_TSTRING || type == LUA_TNUMBER ? luaL_tolstring(state, 2, nullptr)
+                                                    : lua_typename(state, type);
+}
+
 int RefuseGlobal(lua_State* state) {
   return luaL_error(
       state,
       "'%s' can't be set in a call: cells and particles come in no order, so main(op) "
       "remembers nothing; write 'local' before it",
-      luaL_tolstring(state, 2, nullptr));
+      KeyName(state));
 }
 int RefuseField(lua_State* state) {
   return luaL_error(state,
                     "'%s' can't be set in a call: a table that was made outside of main(op) stays "
                     "as it is",
-                    luaL_tolstring(state, 2, nullptr));
+                    KeyName(state));
 }
 int NothingOfThatName(lua_State* state) {
-  return luaL_error(state, "nothing is called '%s' here", luaL_tolstring(state, 2, nullptr));
+  return luaL_error(state, "nothing is called '%s' here", KeyName(state));
 }
 int KnownLength(lua_State* state) {
+  if (lua_tointeger(state, lua_upvalueindex(1)) == kNoLength)
+    return luaL_error(state, "a list with gaps has no length");
   lua_pushvalue(state, lua_upvalueindex(1));
   return 1;
 }
 
 /// Pushes a metatable that shows the table at `hidden`, with a length of `length`.
-void PushRules(lua_State* state, int hidden, lua_Unsigned length = 0) {
+void PushRules(lua_State* state, int hidden, lua_Integer length = 0) {
   hidden = lua_absindex(state, hidden);
   lua_createtable(state, 0, 3);
   lua_pushvalue(state, hidden);
   lua_setfield(state, -2, "__index");
   lua_pushcfunction(state, RefuseField);
   lua_setfield(state, -2, "__newindex");
-  lua_pushinteger(state, static_cast<lua_Integer>(length));
+  lua_pushinteger(state, length);
   lua_pushcclosure(state, KnownLength, 1);
   lua_setfield(state, -2, "__len");
 }
@@ -78,14 +90,18 @@ struct Walk {
     lua_pop(state, 1);
   }
 
-  /// Moves what the table at `table` holds to a hidden one. Its length is that from before: of a
-  /// list with gaps it depends on the history of the table.
+  /// Moves what the table at `table` holds to a hidden one. A list with gaps has no length
+  /// from then on: which one the language takes depends on chance.
   void Freeze(int table) {
-    const lua_Unsigned length = lua_rawlen(state, table);
+    lua_Integer places = 0, last = 0;
     lua_newtable(state);
     const int hidden = lua_gettop(state);
     lua_pushnil(state);
     while (lua_next(state, table)) {
+      if (lua_isinteger(state, -2) && lua_tointeger(state, -2) > 0) {
+        ++places;
+        last = std::max(last, lua_tointeger(state, -2));
+      }
       lua_pushvalue(state, -2);
       Take();
       lua_pushvalue(state, -1);
@@ -97,7 +113,7 @@ struct Walk {
       lua_pushnil(state);
       lua_rawset(state, table);
     }
-    PushRules(state, hidden, length);
+    PushRules(state, hidden, places == last ? last : kNoLength);
     lua_setmetatable(state, table);
     lua_settop(state, hidden - 1);
   }

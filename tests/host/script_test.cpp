@@ -105,6 +105,10 @@ TEST(Script, ErrorsTellTheLineAndTheText) {
   EXPECT_EQ(ErrorOf(Main("return 1 / (cell_index - 103)")),
             "1: main(op) gave a number that is not finite");
   EXPECT_EQ(ErrorOf(Main("return physical_pos.w")), "2: a vector has x, y and z alone");
+  EXPECT_EQ(ErrorOf("local t = {1, nil, 3}\n" + Main("return #t")),
+            "3: a list with gaps has no length");
+  EXPECT_THAT(ErrorOf("local t = {}\n" + Main("t[op] = 1 return 1")),
+              HasSubstr("3: 'table' can't be set in a call"));
   EXPECT_EQ(ErrorOf("\x1bLua"), "1: unexpected symbol near '<\\27>'");
 }
 
