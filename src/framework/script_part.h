@@ -24,10 +24,10 @@ class ScriptPart : public ScenePart {
 
   /// Makes ready for a run of a stage, with the time as it stands. False, told by `Deactivate`.
   bool Open(const std::string& source);
-  /// As `ScriptRunner::Run`.
+  /// As `ScriptRunner::Run`; false, without an error, where the user has broken off.
   template <class Answer>
   bool Run(u32 worker, std::span<const host::ScriptColumn> told, std::span<Answer> answers) {
-    return mRunner.Run(worker, told, answers);
+    return !mOwner.IsCancelled() && mRunner.Run(worker, told, answers);
   }
   /// Behind the workers: where a call has failed, the object falls asleep.
   void Close();

@@ -270,6 +270,14 @@ TEST(ScriptConstraint, ItsAnswerIsTheMeasure) {
     EXPECT_EQ(limit.Test(positions[i], alone[i], {&limit, nullptr, 3}), weights[i] != 0);
     EXPECT_EQ(alone[i], weights[i]);
   }
+  // Nothing is asked any more once the user breaks off.
+  host::HostThread user;
+  s.scene->mThread = &user;
+  user.Stop();
+  weights = before;
+  limit.TestRow({positions, weights}, {&limit, nullptr, 3});
+  EXPECT_EQ(weights, before);
+  s.scene->mThread = nullptr;
   // One that fails lets everything pass.
   TestScene::Set(limit, ScriptPart::kSourceRow, MainOf("return nil"));
   s.SetUp();
