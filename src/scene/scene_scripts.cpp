@@ -56,6 +56,9 @@ void ValueReader::ReadScript(const ParameterRow& row, const JsonValue& value, Ba
     script.origin.file = path.string();
     try {
       script.text = ReadFile(path);
+      // What editors and shells put in front of a text is no part of it.
+      if (script.text.starts_with("\xEF\xBB\xBF")) script.text.erase(0, 3);
+      if (script.text.starts_with('#')) script.text.insert(0, "--");
     } catch (const FileError& error) {
       return mContext.Error(*name, subject, fmt::format("{}: {}", what, error.what()));
     }

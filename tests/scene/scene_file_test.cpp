@@ -396,6 +396,10 @@ TEST_F(SceneFile, ScriptsAreTextsLinesOrFilesWhoseContentCounts) {
   Write("push.lua", source + "\n-- and more");
   EXPECT_NE(Load(file).fingerprint, first);
 
+  Write("push.lua", "\xEF\xBB\xBF#!/usr/bin/lua\n" + source);
+  Load(file);
+  EXPECT_EQ(Get<std::string>("scene/push", kScript), "--#!/usr/bin/lua\n" + source);
+
   // Long texts of the command line differ in their ends too.
   const std::string option = "push.script=" + source + std::string(200, ' ') + "--";
   const u64 set = Load(file, "", {option + " a"}).fingerprint;
