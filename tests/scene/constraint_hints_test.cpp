@@ -53,11 +53,10 @@ TEST(ConstraintHints, TellWhatHoldsNothingBackOrEverything) {
       {R"("type": "constraint_noise", "parameters": { "scale": 4 })",
        "'scale' is 4, and a cell is 10 long: its patches are finer than what is simulated"},
       {R"("type": "constraint_volume", "parameters": { "volume": "gas" })",
-       "fluid \"gas\" is a gas and has no surface: it lets everything pass"},
+       "'gas' is a gas and has no surface: it lets everything pass"},
       {R"("type": "constraint_gridvalue")", "it has no channel; name one under 'channel'"},
       {R"("type": "constraint_particle_collision")",
-       "'constraints': constraint_particle_collision \"where\" looks at particles, and is asked "
-       "here about places"}};
+       "'constraints': 'where' looks at particles, and is asked here about places"}};
   for (const auto& [constraint, text] : cases)
     EXPECT_THAT(Told(constraint), ElementsAre(HasSubstr(text))) << constraint;
   // Keys bring another value, and a recording asks of particles.

@@ -37,6 +37,7 @@ const NodeKind& ParticleConstraint_Property::Kind() {
             R"({ "type": "property_scalar", "name": "age", "parameters": { "property": "age", "value": 20 } })",
             R"({ "type": "particlemesh_emission_setting", "name": "dusting" })",
             R"({ "type": "particlemeshemitter", "name": "duster", "parameters": { "source": "ball mesh", "group": "dust", "settings": "dusting", "kind": "passive", "properties": ["age"] } })",
+            R"({ "type": "particle_advection", "name": "fall", "parameters": { "group": "dust", "kind": "passive", "motion": "ballistic" } })",
             R"({ "type": "constraint_particle_property", "name": "young", "parameters": { "property": "age", "high": 0.5, "invert": true } })",
             R"({ "type": "surface_reconstruction", "name": "shell", "parameters": { "source": "dust", "kind": "passive", "filter": true, "constraints": ["young"] } })",
             R"({ "type": "mesher", "name": "skin", "parameters": { "source": "shell" } })"}},
