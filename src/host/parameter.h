@@ -89,8 +89,8 @@ struct ParameterRow {
   double min = -std::numeric_limits<double>::infinity();
   double max = std::numeric_limits<double>::infinity();
   std::vector<Choice> choices;
-  bool orNumbers = false;  ///< whole numbers in range that no choice names are values too
-  std::vector<i32> accepts;           ///< node types that a link may point to; empty means any
+  bool orNumbers = false;    ///< whole numbers in range that no choice names are values too
+  std::vector<i32> accepts;  ///< node types that a link may point to; empty means any
   std::vector<KindGroup> acceptsAny;  ///< and all kinds of these
   bool allWhenAbsent = false;         ///< a node without the list means all that it could name
   bool required = false;              ///< without this link the node does nothing
@@ -100,8 +100,8 @@ struct ParameterRow {
   bool readsToo = false;        ///< and what it changes elsewhere follows from what it finds there
   bool readsFlags = false;      ///< of a list: the flags of its entries count
   const ScriptFamily* script = nullptr;  ///< of a text: it is a script that is told this
-  bool kept = false;            ///< stored and kept with the scene, without effect
-  std::optional<Condition> condition;  ///< none: it always counts
+  bool kept = false;                     ///< stored and kept with the scene, without effect
+  std::optional<Condition> condition;    ///< none: it always counts
   std::string_view help;
   /// Gives a value of the row's type to the member that the row names; null where it names none.
   std::function<void(ParameterHolder&, const Value&)> fill;

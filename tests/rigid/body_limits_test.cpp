@@ -31,10 +31,10 @@ TEST(BodyLimits, HalfOfASettingIsThatOfHalfTheNumber) {
     std::string shape, setting, others;
     i32 frame;
   } cases[] = {{box, "friction", R"("start_speed": 2)", 6},
-               {ball, "rolling_friction", R"("start_speed": 2, "friction": 0.5)", 25},
+               {ball, "rolling_friction", R"("start_speed": 2, "friction": 0.5)", 6},
                {high, "restitution", R"("start_speed": 0, "friction": 0)", 18},
                {high, "linear_damping", R"("start_speed": 3, "friction": 0)", 8},
-               {ball, "angular_damping", R"("start_speed": 2, "friction": 0.8)", 25}};
+               {ball, "angular_damping", R"("start_speed": 2, "friction": 0.8)", 8}};
   for (const auto& c : cases) {
     const auto end = [&](const std::string& number, const std::string& limits) {
       BodyScene scene =

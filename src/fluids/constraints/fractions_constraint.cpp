@@ -18,15 +18,9 @@ const NodeKind& FractionsConstraint::Kind() {
       .categories = kCategoryConstraint,
       .menu = {"Constraints"},
       .purpose = "lets others work in the open, or, turned round, at and in obstacles",
-      .example =
-          {{example::kBall,
-            R"({ "name": "cube", "type": "box", "size": [60, 60, 60], "position": [0, 120, 0], "obstacle": {} })"},
-           {example::kSmoke, example::kBallMesh, example::kBallVolume, example::kRate,
-            example::kPair, example::kGas,
-            R"({ "type": "mesh", "name": "cube mesh", "parameters": { "object": "cube" } })",
-            R"({ "type": "volume", "name": "cube volume", "parameters": { "mesh": "cube mesh" } })",
-            R"({ "type": "constraint_fractions", "name": "where", "parameters": { "solver": "gas" } })",
-            example::kLimitedEmitter}},
+      .example = example::Limited(
+          R"({ "type": "constraint_fractions", "name": "where", "parameters": { "solver": "gas" } })",
+          {example::kCarryingGas}),
       .rows = Parameters,
       .make = MakeNode<FractionsConstraint>,
   };

@@ -24,7 +24,8 @@ const NodeKind& ParticleCountConstraint::Kind() {
       .example =
           {{example::kBall},
            {example::kSmoke, example::kBallMesh, example::kBallVolume, example::kRate,
-            example::kPair, R"({ "type": "particlegroup", "name": "seeds" }, { "type": "particlemesh_emission_setting", "name": "seeding" })",
+            example::kPair,
+            R"({ "type": "particlegroup", "name": "seeds" }, { "type": "particlemesh_emission_setting", "name": "seeding" })",
             R"({ "type": "particlemeshemitter", "name": "seeder", "parameters": { "source": "ball mesh", "group": "seeds", "settings": "seeding", "kind": "passive" } })",
             R"({ "type": "particle_advection", "name": "fall", "parameters": { "group": "seeds", "kind": "passive", "motion": "ballistic" } })",
             R"({ "type": "constraint_particlecount", "name": "where", "parameters": { "group": "seeds", "kind": "passive", "radius": 3 } })",

@@ -22,7 +22,7 @@ const NodeKind& RotationConstraint::Kind() {
       .purpose = "lets others work where a flow turns: in whirls, or, turned round, between them",
       .example = example::Limited(
           R"({ "type": "constraint_rotation", "name": "where", "parameters": { "flow": "gas", "input_high": 5, "output_low": 0.1 } })",
-          {example::kGas}),
+          {example::kCarryingGas}),
       .rows = Parameters,
       .make = MakeNode<RotationConstraint>,
   };

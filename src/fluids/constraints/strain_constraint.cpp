@@ -24,7 +24,7 @@ const NodeKind& StrainConstraint::Kind() {
       .purpose = "lets others work where a flow stretches or shears",
       .example = example::Limited(
           R"({ "type": "constraint_strain", "name": "where", "parameters": { "flow": "gas", "mode": "shear", "input_high": 0.2 } })",
-          {example::kGas}),
+          {example::kCarryingGas}),
       .rows = Parameters,
       .make = MakeNode<StrainConstraint>,
   };

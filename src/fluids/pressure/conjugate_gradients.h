@@ -59,9 +59,7 @@ class ConjugateGradients : public LatticeSolver {
   /// z = A s in a layer, s . z into its partial.
   void MultiplyLayer(i32 z);
   /// Adds what bodies couple of s to z; returns that times s.
-  double MultiplyBodies() {
-    return mBodies ? mBodies->AddProduct(mArrays[kS], mArrays[kZ]) : 0.0;
-  }
+  double MultiplyBodies() { return mBodies ? mBodies->AddProduct(mArrays[kS], mArrays[kZ]) : 0.0; }
   /// The sum of the partials of all layers.
   double SumOfPartials() const;
   /// f(first cell, cells, partial of the layer) for every line with rows; the partials start at 0.
