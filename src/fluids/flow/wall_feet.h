@@ -16,7 +16,8 @@ class WallFeet {
  public:
   explicit WallFeet(const GridBoundary& boundary);
 
-  /// Those beside `closed` that nothing leads through, in order of `closed`, none twice.
+  /// Those beside `closed` that nothing leads through, in order of z, y, x and axis, none
+  /// twice.
   /// `isClosed(axis, cell above)` tells of those that needn't be found. The result doesn't depend
   /// on `threads`.
   template <class IsClosed>
