@@ -37,6 +37,14 @@ std::string SceneContext::Suggest(std::string_view word,
   return Suggestion(word, candidates);
 }
 
+std::string SceneContext::SuggestOrList(std::string_view word,
+                                        const std::vector<std::string_view>& candidates) {
+  if (!MaySuggest()) return {};
+  const std::string nearest = Suggest(word, candidates);
+  if (!nearest.empty() || candidates.empty() || candidates.size() > kMostListed) return nearest;
+  return fmt::format("; expected {}", AnyOf({candidates.begin(), candidates.end()}));
+}
+
 std::filesystem::path SceneContext::Resolve(const std::string& path) const {
   return mFolder / std::filesystem::path(path);
 }
@@ -53,7 +61,7 @@ bool SceneContext::CheckKeys(const JsonValue& object, const std::vector<std::str
     Error(member, subject,
           fmt::format("unknown key '{}'{}", Shown(member.key),
                       isParameter(member.key) ? "; it belongs under \"parameters\""
-                                              : Suggest(member.key, allowed)));
+                                              : SuggestOrList(member.key, allowed)));
     allKnown = false;
   }
   return allKnown;

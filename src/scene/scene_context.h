@@ -54,6 +54,8 @@ class SceneContext {
   /// "; did you mean 'x'?", or nothing. A file of nothing but mistakes gets help with the first few
   /// hundred: each one costs a comparison with all names.
   std::string Suggest(std::string_view word, const std::vector<std::string_view>& candidates);
+  /// Likewise, but "; expected a, b or c" where nothing is near and the choice is small.
+  std::string SuggestOrList(std::string_view word, const std::vector<std::string_view>& candidates);
   bool MaySuggest() const { return mSuggestions < kMostSuggestions; }
 
   /// A path of the scene file as the working directory sees it.
@@ -85,6 +87,7 @@ class SceneContext {
 
  private:
   static constexpr int kMostSuggestions = 500;
+  static constexpr std::size_t kMostListed = 16;  ///< names that a message can list and stay clear
 
   Diagnostics& mDiagnostics;
   int mSuggestions = 0;

@@ -43,7 +43,7 @@ void SceneBuilder::MakeObject(const JsonValue& value, SiblingNames& names, BaseN
     for (const ObjectType& t : ObjectTypes()) types.push_back(t.name);
     mContext.Error(
         *type, subject,
-        fmt::format("unknown object type '{}'{}", Shown(*word), mContext.Suggest(*word, types)));
+        fmt::format("unknown object type '{}'{}", Shown(*word), mContext.SuggestOrList(*word, types)));
   }
   BaseNode& node = mContext.document.Create<BaseNode>(kUnknownNode, name, nullptr);
   mNames.Add(node);

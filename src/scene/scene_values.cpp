@@ -158,7 +158,7 @@ const ParameterRow* ValueReader::FindRow(const JsonMember& key, const ParameterT
   for (const ParameterRow& row : table) names.push_back(row.name);
   mContext.Error(
       key, subject,
-      fmt::format("unknown parameter '{}'{}", Shown(key.key), mContext.Suggest(key.key, names)));
+      fmt::format("unknown parameter '{}'{}", Shown(key.key), mContext.SuggestOrList(key.key, names)));
   return nullptr;
 }
 
