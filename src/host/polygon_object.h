@@ -86,11 +86,13 @@ class PointsObject : public BaseNode {
   PointTrack track;  ///< without keys the points stay
 };
 
-/// A spline object: a polyline through its points, in host units.
+/// A spline object: lines through its points, in host units.
 class SplineObject : public PointsObject {
  public:
   using PointsObject::PointsObject;
   bool closed = false;
+  bool smooth = false;        ///< curves lead from point to point, not straight lines
+  std::vector<i32> segments;  ///< how many points each line has, in order; none: one has them all
 };
 
 }  // namespace MELDO_GLOBAL::host

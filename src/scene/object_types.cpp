@@ -16,7 +16,7 @@ const std::vector<ObjectType>& ObjectTypes() {
       {"cylinder", kMeshObject, true, {"radius", "height", "segments", "placements"}},
       {"cone", kMeshObject, true, {"radius", "height", "segments", "placements"}},
       {"torus", kMeshObject, true, {"radius", "tube", "segments", "placements"}},
-      {"spline", kSplineObject, false, {"points", "closed"}},
+      {"spline", kSplineObject, false, {"points", "closed", "smooth", "segments"}},
       {"points", kPointsObject, false, {"points"}},
       {"particles", kPointsObject, false, {"file", "go_on_after_failure"}},
       {"image", kImageObject, false, {"file", "parameters"}, ImageParameters},

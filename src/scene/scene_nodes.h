@@ -61,6 +61,8 @@ class SceneBuilder {
                                   SiblingNames& names, host::BaseNode* parent = nullptr);
   host::BaseNode* CreateObject(const JsonValue& value, const ObjectType& type,
                                const std::string& name, const Subject& subject);
+  void ReadSplineSegments(const JsonValue& value, host::SplineObject& spline,
+                          const Subject& subject);
   void ReadShape(const JsonValue& value, const std::string& type, host::BaseNode& node,
                  const Subject& subject);
   // The sizes of a shape: false, with a message, where one is given that doesn't fit.

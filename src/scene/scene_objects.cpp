@@ -104,6 +104,9 @@ BaseNode* SceneBuilder::CreateObject(const JsonValue& value, const ObjectType& t
       readPoints(spline, 2);
       if (const JsonValue* closed = value.Find("closed"))
         spline.closed = mContext.ReadBool(*closed, subject, "'closed'").value_or(false);
+      if (const JsonValue* smooth = value.Find("smooth"))
+        spline.smooth = mContext.ReadBool(*smooth, subject, "'smooth'").value_or(false);
+      ReadSplineSegments(value, spline, subject);
       return &spline;
     }
     case kPointsObject: {
@@ -195,6 +198,35 @@ bool SceneBuilder::ReadSegments(const JsonValue& value, const Subject& subject, 
                  fmt::format("'segments': {} is out of range; expected {} to {}", *count,
                              kMinSegments, kMaxSegments));
   return false;
+}
+
+void SceneBuilder::ReadSplineSegments(const JsonValue& value, SplineObject& spline,
+                                      const Subject& subject) {
+  const JsonValue* given = value.Find("segments");
+  if (!given) return;
+  const JsonValue::Array* items = given->Items();
+  if (!items || items->empty())
+    return mContext.Error(
+        *given, subject,
+        fmt::format("'segments': expected how many points each line has, such as [4, 3], got {}",
+                    items ? "an empty list" : KindOf(*given)));
+  i64 total = 0;
+  for (const JsonValue& item : *items) {
+    const auto count = mContext.ReadWhole(item, subject, "'segments'");
+    if (!count) return;
+    if (*count < 2)
+      return mContext.Error(
+          item, subject,
+          fmt::format("'segments': expected at least 2 points for a line, got {}", *count));
+    total += *count;
+    spline.segments.push_back(*count);
+  }
+  if (!spline.points.empty() && total != static_cast<i64>(spline.points.size())) {
+    spline.segments.clear();
+    mContext.Error(*given, subject,
+                   fmt::format("'segments': its numbers come to {} points; 'points' has {}", total,
+                               spline.points.size()));
+  }
 }
 
 void SceneBuilder::ReadShape(const JsonValue& value, const std::string& type, BaseNode& node,

@@ -186,11 +186,13 @@ Json NodeSchema() {
 }
 
 /// What the keys of objects hold.
-Json ObjectKey(std::string_view key, bool isFlat) {
+Json ObjectKey(std::string_view key, std::string_view type) {
   if (key == "file" || key == "frames" || key == "placements") return {{"type", "string"}};
+  if (key == "segments" && type == "spline")
+    return ListOf({{"type", "integer"}, {"minimum", 2}}, 1);
   if (key == "segments")
     return {{"type", "integer"}, {"minimum", kMinSegments}, {"maximum", kMaxSegments}};
-  if (key == "closed" || key == "go_on_after_failure") return {{"type", "boolean"}};
+  if (key == "closed" || key == "smooth" || key == "go_on_after_failure") return {{"type", "boolean"}};
   if (key == "points") {
     const Json points = ListOf(NumbersOf(3), 1);
     Json entry = {{"type", "array"},
@@ -204,7 +206,7 @@ Json ObjectKey(std::string_view key, bool isFlat) {
   }
   Json size = {{"type", "number"}, {"exclusiveMinimum", 0}};
   if (key != "size") return size;
-  Json sizes = NumbersOf(isFlat ? 2 : 3);
+  Json sizes = NumbersOf(type == "plane" ? 2 : 3);
   sizes["items"] = std::move(size);
   return sizes;
 }
@@ -219,7 +221,7 @@ Json ObjectSchema() {
     for (const std::string_view key : type.keys)
       properties[std::string(key)] = key == "parameters"
                                          ? Ref("parameters_" + std::string(type.name))
-                                         : ObjectKey(key, type.name == "plane");
+                                         : ObjectKey(key, type.name);
     AddPlacement(properties);
     kinds.push_back(Object(std::move(properties), Json::array({"type"})));
   }

@@ -161,7 +161,8 @@ TEST_F(SceneFile, ObjectsOfEveryType) {
     {"name": "box", "type": "box", "size": [2, 4, 6]},
     {"type": "sphere", "radius": 3, "segments": 8}, {"type": "plane", "size": [2, 4]},
     {"type": "cylinder", "radius": 1, "height": 2}, {"type": "cone"}, {"type": "torus"},
-    {"name": "s", "type": "spline", "points": [[0, 0, 0], [1, 0, 0]], "closed": true},
+    {"name": "s", "type": "spline", "closed": true, "smooth": true, "segments": [2, 3],
+     "points": [[0, 0, 0], [1, 0, 0], [2, 0, 0], [2, 1, 0], [2, 1, 1]]},
     {"name": "p", "type": "points", "points": [[1, 2, 3]]},
     {"type": "light"}, {"type": "camera", "rotation": [0, 90, 0]}],)");
   const auto geometry = [&](const char* name) -> const Geometry& {
@@ -180,7 +181,9 @@ TEST_F(SceneFile, ObjectsOfEveryType) {
   EXPECT_EQ(high - low, (Vec3d{2, 4, 6}));
   for (const char* name : {"sphere", "plane", "cylinder", "cone", "torus"})
     EXPECT_FALSE(geometry(name).polygons.empty()) << name;
-  EXPECT_TRUE(dynamic_cast<SplineObject&>(Node("s")).closed);
+  const auto& spline = dynamic_cast<SplineObject&>(Node("s"));
+  EXPECT_TRUE(spline.closed && spline.smooth);
+  EXPECT_EQ(spline.segments, (std::vector<i32>{2, 3}));
   EXPECT_EQ(dynamic_cast<PointsObject&>(Node("p")).points.size(), 1u);
   EXPECT_EQ(Node("light").Type(), kLightObject);
   EXPECT_EQ(Node("camera").Type(), kCameraObject);

@@ -95,14 +95,14 @@ std::vector<Vec3d> VoxelDistanceConstraint::CollectPoints() {
     for (const Vec3d& p : points) out.push_back((place * p) * scale);
     return out;
   };
-  mIsLine = mIsClosed = mIsFar = false;
+  mIsLine = mIsFar = false;
+  mLineEnds.clear();
   if (const auto* spline = dynamic_cast<const SplineObject*>(mObject)) {
     if (mSplineMode != kSplinePoints && mSplineMode != kSplineLine) return {};
-    std::vector<Vec3d> points = placed(spline->points);
-    mIsLine = mSplineMode == kSplineLine && points.size() > 1;
-    mIsClosed = mIsLine && spline->closed;
-    if (mIsLine) CutLine(points);
-    return points;
+    const SplineLine line = mSplineMode == kSplineLine ? SplineLine(*spline, place, scale)
+                                                       : SplineLine();
+    mIsLine = !line.IsEmpty();
+    return mIsLine ? CutLine(line) : placed(spline->points);
   }
   mIsFar = mMeshMode == kAlwaysFar;
   if (mMeshMode != kPoints) return {};
@@ -115,23 +115,21 @@ std::vector<Vec3d> VoxelDistanceConstraint::CollectPoints() {
   return {};
 }
 
-void VoxelDistanceConstraint::CutLine(std::vector<Vec3d>& points) {
-  if (mIsClosed) points.push_back(points.front());
-  double total = 0;
-  for (std::size_t i = 1; i < points.size(); ++i) {
-    const Vec3d way = points[i] - points[i - 1];
-    total += std::sqrt(Dot(way, way));
+std::vector<Vec3d> VoxelDistanceConstraint::CutLine(const SplineLine& line) {
+  mLongestPiece = std::max(double{GetDomain().cellSize}, line.TotalLength() / kMostPieces);
+  std::vector<Vec3d> cut;
+  for (i32 segment = 0; segment < line.SegmentCount(); ++segment) {
+    const std::vector<Vec3d> points = line.PointsOf(segment);
+    cut.push_back(points.front());
+    for (std::size_t i = 1; i < points.size(); ++i) {
+      const Vec3d way = points[i] - points[i - 1];
+      const double pieces = std::ceil(std::sqrt(Dot(way, way)) / mLongestPiece);
+      for (double k = 1; k < pieces; ++k) cut.push_back(points[i - 1] + way * (k / pieces));
+      cut.push_back(points[i]);
+    }
+    mLineEnds.push_back(static_cast<i32>(cut.size()) - 1);
   }
-  mLongestPiece = std::max(double{GetDomain().cellSize}, total / kMostPieces);
-  std::vector<Vec3d> cut{points.front()};
-  for (std::size_t i = 1; i < points.size(); ++i) {
-    const Vec3d way = points[i] - points[i - 1];
-    const double pieces = std::ceil(std::sqrt(Dot(way, way)) / mLongestPiece);
-    for (double k = 1; k < pieces; ++k) cut.push_back(points[i - 1] + way * (k / pieces));
-    cut.push_back(points[i]);
-  }
-  if (mIsClosed) cut.pop_back();
-  points = std::move(cut);
+  return cut;
 }
 
 bool VoxelDistanceConstraint::Open() {
@@ -152,14 +150,12 @@ bool VoxelDistanceConstraint::Open() {
 
 /// The nearest place lies on a piece of which an end is hardly farther away than the nearest point.
 double VoxelDistanceConstraint::DistanceToLine(const Vec3d& p, double nearestSquared) const {
-  const i32 n = static_cast<i32>(mPoints.size());
   double least = std::sqrt(nearestSquared);
   const double reach = std::hypot(least, 0.5 * mLongestPiece) * (1 + 1e-9);
   mTree.ForEachWithin(p, reach, [&](i32 point, double) {
     for (const i32 first : {point - 1, point}) {
-      if (!mIsClosed && (first < 0 || first + 1 >= n)) continue;
-      const Vec3d &from = mPoints[(first + n) % n], &to = mPoints[(first + 1) % n];
-      least = std::min(least, DistanceToSegment(p, from, to));
+      if (first < 0 || std::binary_search(mLineEnds.begin(), mLineEnds.end(), first)) continue;
+      least = std::min(least, DistanceToSegment(p, mPoints[first], mPoints[first + 1]));
     }
   });
   return least;

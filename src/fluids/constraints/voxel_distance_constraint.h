@@ -5,6 +5,7 @@
 #include "fluids/mesh/mesh.h"
 #include "fluids/particles/point_tree.h"
 #include "framework/constraint.h"
+#include "host/spline_line.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -29,9 +30,9 @@ class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstrain
   const Mesh* FindMesh() const;
   /// The points of the object, simulation units; none where its middle is meant.
   std::vector<Vec3d> CollectPoints();
-  /// Cuts the line into pieces of no more than a cell, so that few of them are near enough to be
-  /// the nearest.
-  void CutLine(std::vector<Vec3d>& points);
+  /// The points of a line cut into pieces of no more than a cell, so that few of them are near
+  /// enough to be the nearest.
+  std::vector<Vec3d> CutLine(const host::SplineLine& line);
   double DistanceToLine(const Vec3d& p, double nearestSquared) const;
 
   host::BaseNode* mObject = nullptr;
@@ -46,7 +47,7 @@ class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstrain
   PointTree mTree;
   bool mIsFar = false;  ///< every point counts as far as the range
   bool mIsLine = false;
-  bool mIsClosed = false;
+  std::vector<i32> mLineEnds;  ///< points behind which a line ends, ascending
   double mLongestPiece = 0;  ///< of a line, simulation units
   double mInverseRange = 1;  ///< 1 / simulation units
 };

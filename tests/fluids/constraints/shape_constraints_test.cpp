@@ -274,6 +274,16 @@ TEST(ShapeConstraints, DistancesAreThoseOfMiddlePointsAndLine) {
         EXPECT_NEAR(Rig::At(c, p), wanted / 0.5, 1e-3) << mode << closed;
       });
     }
+  // Two lines: nothing stands between the end of one and the start of the other.
+  spline.segments = {2, 2};
+  spline.closed = false;
+  rig.Begin();
+  Rig::Opened(c);
+  Rig::ForEachPoint(40, -0.5, 1.5, [&](const Vec3d& p) {
+    const double wanted =
+        std::min(toSegment(p, points[0], points[1]), toSegment(p, points[2], points[3]));
+    EXPECT_NEAR(Rig::At(c, p), wanted / 0.5, 1e-3);
+  });
   auto& cube = rig.document.Create<host::PolygonObject>(host::kMeshObject, "cube", nullptr);
   host::Geometry corners;
   corners.points = {{0, 0, 0}, {100, 0, 0}, {0, 100, 0}};
