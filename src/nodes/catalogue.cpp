@@ -40,10 +40,14 @@
 #include "fluids/fields/plain_grid_channel.h"
 #include "fluids/fields/temperature_grid_channel.h"
 #include "fluids/forces/force_buoyancy.h"
+#include "fluids/forces/force_curl.h"
+#include "fluids/forces/force_follow_spline.h"
 #include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_grid_turbulence.h"
 #include "fluids/forces/force_script.h"
 #include "fluids/forces/force_swirling.h"
+#include "fluids/forces/force_trigo_wave.h"
+#include "fluids/forces/force_vortex.h"
 #include "fluids/forces/particle_force_script.h"
 #include "fluids/mesh/mesh.h"
 #include "fluids/mesh/multi_mesh.h"
@@ -125,6 +129,7 @@ std::deque<NodeKind>& Kinds() {
       ParticleForce_Script::Kind(),
       ChannelOperator_Remap::Kind(),
       Kernel::Kind(),
+      Force_TrigoWave::Kind(),
       ParticleDistanceConstraint::Kind(),
       ParticleCountConstraint::Kind(),
       ParticleConstraint_Attribute::Kind(),
@@ -133,6 +138,7 @@ std::deque<NodeKind>& Kinds() {
       ParticleCacher::Kind(),
       MeshCacher::Kind(),
       TemperatureField::Kind(),
+      Force_Vortex::Kind(),
       GridDissipate::Kind(),
       Grid_CellEmitter::Kind(),
       GridAdvection::Kind(),
@@ -143,6 +149,7 @@ std::deque<NodeKind>& Kinds() {
       MultiVolume::Kind(),
       MeshCurvatureOperator::Kind(),
       MeshSmoothingOperator::Kind(),
+      Force_Curl::Kind(),
       Mesh::Kind(),
       MultiMesh::Kind(),
       StrainConstraint::Kind(),
@@ -150,6 +157,7 @@ std::deque<NodeKind>& Kinds() {
       FractionsConstraint::Kind(),
       GroupKind(),
       QuadricsConstraint::Kind(),
+      Force_FollowSpline::Kind(),
       Force_Script::Kind(),
       Property<bool>::Kind(),
   };

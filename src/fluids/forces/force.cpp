@@ -36,20 +36,25 @@ void Force::PrepareAlone() {
 }
 
 void Force::EvaluateParticles(const ForceParticles& run) {
+  for (i32 i = 0; i < static_cast<i32>(run.positions.size()); ++i) {
+    if (run.weights[i] == 0) continue;
+    ForceSample sample = SampleOf(run, i);
+    Evaluate(sample);
+    run.forces[i] = sample.force;
+  }
+}
+
+ForceSample Force::SampleOf(const ForceParticles& run, i32 i) {
   ForceSample sample;
   sample.worker = run.worker;
   sample.particleMode = 1;
   sample.particles = run.particles;
-  for (std::size_t i = 0; i < run.positions.size(); ++i) {
-    if (run.weights[i] == 0) continue;
-    sample.particle = run.first + static_cast<i32>(i);
-    sample.weight = run.weights[i];
-    sample.position = run.positions[i];
-    sample.hostPosition = sample.position * run.simToWorld;
-    sample.force = run.forces[i];
-    Evaluate(sample);
-    run.forces[i] = sample.force;
-  }
+  sample.particle = run.first + i;
+  sample.weight = run.weights[i];
+  sample.position = run.positions[i];
+  sample.hostPosition = sample.position * run.simToWorld;
+  sample.force = run.forces[i];
+  return sample;
 }
 
 void Force::PrepareForParticles() {

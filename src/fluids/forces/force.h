@@ -100,6 +100,8 @@ class Force : public iObject {
   static void ForEachSample(const ForceRow& row, F&& f);
   /// A cell of a row, and what was added to it.
   static ForceSample SampleOf(const ForceRow& row, i32 x);
+  /// A particle of a run, the same way.
+  static ForceSample SampleOf(const ForceParticles& run, i32 i);
   static void Store(const ForceSample& sample, const ForceRow& row, i32 x) {
     for (int a = 0; a < 3; ++a) row.force[a][x] = sample.force[a];
   }
@@ -169,7 +171,27 @@ class ForceOf : public Force {
   void Evaluate(ForceSample& sample) override {
     if (!Has(FLAG_ACTIVE) || !ThisLaw().ActsOn(sample)) return;
     double s = ThisLaw().Scale(sample.weight);
-    if (mConstraints.Test(sample.position, s, this, sample.worker)) ThisLaw().Push(sample, s);
+    if (mConstraints.Test(sample.position, s, this, sample.worker, sample.particles,
+                          sample.particle))
+      ThisLaw().Push(sample, s);
+  }
+  void EvaluateParticles(const ForceParticles& run) override {
+    if (mConstraints.IsEmpty()) return Force::EvaluateParticles(run);
+    if (!Has(FLAG_ACTIVE)) return;
+    const auto start = [&](i32 row) {
+      const i32 i = row - run.first;
+      const double weight = run.weights[i];
+      return weight != 0 && ThisLaw().ActsOn(SampleOf(run, i)) ? ThisLaw().Scale(weight) : 0.0;
+    };
+    const auto push = [&](i32 row, double s) {
+      ForceSample sample = SampleOf(run, row - run.first);
+      ThisLaw().Push(sample, s);
+      run.forces[row - run.first] = sample.force;
+    };
+    mConstraints.ForEachWeighed(
+        {run.first, run.first + static_cast<i32>(run.positions.size()), this, run.worker,
+         run.particles},
+        [&](i32 row) { return run.positions[row - run.first]; }, start, push);
   }
   void EvaluateRow(const ForceRow& row) override {
     if (!mConstraints.IsEmpty()) return EvaluateConstrained(row);

@@ -1,0 +1,46 @@
+#include "fluids/forces/solid_distance.h"
+
+#include <cmath>
+#include <limits>
+
+#include "fluids/flow/ifluid_solver.h"
+#include "fluids/volume/volume_base.h"
+#include "framework/scene.h"
+#include "grids/sampling.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+SolidDistance::SolidDistance(const Scene& scene, const Flow* flow) {
+  if (flow) {
+    Add(flow->mBoundary.GetLevelSet(), false);
+    return;
+  }
+  for (const auto& [id, object] : scene.List(kListSolvers)) {
+    const auto* solver = dynamic_cast<const iFluidSolver*>(object.get());
+    if (solver && solver->Has(FLAG_ENABLED)) Add(solver->GetFlow().mBoundary.GetLevelSet(), true);
+  }
+  std::vector<VolumeBase*> obstacles;
+  CollectObstacles(scene, obstacles);
+  for (const VolumeBase* obstacle : obstacles) Add(obstacle->GetGrid(), false);
+}
+
+void SolidDistance::Add(const EGrid<double>* grid, bool endsAtItsGrid) {
+  if (grid && grid->mData) mSources.push_back({grid, endsAtItsGrid});
+}
+
+double SolidDistance::At(const Vec3d& p) const {
+  double least = std::numeric_limits<double>::max();
+  for (const Source& source : mSources) {
+    const EGrid<double>& grid = *source.grid;
+    const Vec3d c = grid.ToSamples(p);
+    const Vec3d last{grid.mNx - 1.0, grid.mNy - 1.0, grid.mNz - 1.0};
+    const Vec3d inside = Max(Vec3d{}, Min(c, last));
+    if (source.endsAtItsGrid && inside != c) continue;
+    const double distance = SampleLinear(grid, inside);
+    const double beyond = Length((c - inside) * grid.mLayout.simCell);
+    least = std::min(least, distance + std::copysign(beyond, distance));
+  }
+  return least;
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -1,0 +1,30 @@
+// How far it is to the nearest solid, for forces that know nothing of flows.
+#pragma once
+#include <vector>
+
+#include "fluids/flow/flow.h"
+#include "grids/egrid.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+
+/// The distance to the nearest wall or obstacle, negative inside, from the level sets that are
+/// there: that of the flow that is worked on, or, without one, those of all solvers of the scene
+/// inside their boxes, and of all obstacles everywhere. Beyond the grid of an obstacle its distance
+/// goes on from the nearest place of the grid. Valid for the step in which it is made.
+class SolidDistance {
+ public:
+  SolidDistance() = default;
+  SolidDistance(const Scene& scene, const Flow* flow);
+  /// Simulation units; the largest double where nothing is solid.
+  double At(const Vec3d& p) const;
+
+ private:
+  struct Source {
+    const EGrid<double>* grid;
+    bool endsAtItsGrid;
+  };
+  void Add(const EGrid<double>* grid, bool endsAtItsGrid);
+  std::vector<Source> mSources;
+};
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
