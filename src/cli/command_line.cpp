@@ -28,11 +28,13 @@
 #include "cli/command_run.h"
 #include "cli/command_verify.h"
 #include "cli/command_why.h"
+#include "framework/plugin_kinds.h"
 #include "host/atomic_file.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
 #include "host/worker_pool.h"
 #include "io/file_content.h"
+#include "nodes/plugins.h"
 #include "scene/diagnostics.h"
 
 namespace MELDO_GLOBAL::app {
@@ -68,7 +70,25 @@ struct Options {
   std::string frames, memory, size, checkpoint, from;
   std::string checkScene, graphScene, graphPage, kind, newName, newFile, infoFile, verifyOut;
   bool json = false, schema = false, fix = false, strict = false;
+  std::vector<std::string> plugins;
 };
+
+/// What every command can be told that knows kinds of nodes.
+void AddPlugins(CLI::App* command, Options& o) {
+  command
+      ->add_option("--plugin", o.plugins,
+                   "shared library whose kinds of nodes scenes may use; given again, a further one")
+      ->allow_extra_args(false)
+      ->check(CheckGiven);
+}
+
+void LoadPlugins(const Options& o) {
+  for (const std::string& path : o.plugins) try {
+      MELDO_SULVA::LoadPlugin(path);
+    } catch (const MELDO_SULVA::PluginError& error) {
+      throw CommandError(kExitFile, error.what());
+    }
+}
 
 CLI::App* AddRun(CLI::App& app, Options& o) {
   CLI::App* run = app.add_subcommand("run", "Simulates a scene; writes statistics and exports");
@@ -382,19 +402,21 @@ int Dispatch(int argc, char** argv) {
   app.require_subcommand(1);
   app.footer("Every command has --help.\n\nExample:\n  sulva run scenes/plume.json");
   Options options;
-  const CLI::App* run = AddRun(app, options);
-  const CLI::App* render = AddRender(app, options);
-  const CLI::App* check = AddCheck(app, options);
-  const CLI::App* nodes = AddNodes(app, options);
-  const CLI::App* graph = AddGraph(app, options);
-  const CLI::App* why = AddWhy(app, options);
-  const CLI::App* info = AddInfo(app, options);
+  CLI::App* run = AddRun(app, options);
+  CLI::App* render = AddRender(app, options);
+  CLI::App* check = AddCheck(app, options);
+  CLI::App* nodes = AddNodes(app, options);
+  CLI::App* graph = AddGraph(app, options);
+  CLI::App* why = AddWhy(app, options);
+  CLI::App* info = AddInfo(app, options);
   const CLI::App* verify = AddVerify(app, options);
-  const CLI::App* cache = AddCache(app, options);
-  const CLI::App* cacheSetup = AddCacheSetup(app, options);
-  const CLI::App* bake = AddBake(app, options);
+  CLI::App* cache = AddCache(app, options);
+  CLI::App* cacheSetup = AddCacheSetup(app, options);
+  CLI::App* bake = AddBake(app, options);
   const CLI::App* convert = AddConvert(app, options);
   AddNew(app, options);
+  for (CLI::App* command : {run, render, check, nodes, graph, why, info, cache, cacheSetup, bake})
+    AddPlugins(command, options);
 
   const std::vector<std::string_view> commands = {
       "run",    "render", "check",       "nodes", "graph",   "why", "info",
@@ -416,6 +438,7 @@ int Dispatch(int argc, char** argv) {
     std::fprintf(stderr, "error: %s\nTry 'sulva --help'.\n", host::Escaped(error.what()).c_str());
     return kExitUsage;
   }
+  LoadPlugins(options);
   if (run->parsed()) return RunCommand(options);
   if (render->parsed()) return RenderCommand(options);
   if (check->parsed()) return RunCheck(options.checkScene, options.fix, options.strict);

@@ -22,6 +22,7 @@
 #include "fluids/constraints/particle_constraint_property.h"
 #include "fluids/constraints/particle_count_constraint.h"
 #include "fluids/constraints/particle_distance_constraint.h"
+#include "fluids/constraints/plugin_constraint.h"
 #include "fluids/constraints/quadrics_constraint.h"
 #include "fluids/constraints/rotation_constraint.h"
 #include "fluids/constraints/script_constraint.h"
@@ -49,6 +50,7 @@
 #include "fluids/forces/force_trigo_wave.h"
 #include "fluids/forces/force_vortex.h"
 #include "fluids/forces/particle_force_script.h"
+#include "fluids/forces/plugin_force.h"
 #include "fluids/mesh/mesh.h"
 #include "fluids/mesh/multi_mesh.h"
 #include "fluids/operators/channel_operator_math.h"
@@ -189,8 +191,7 @@ ParameterTable WithKinds(ParameterTable table) {
 }
 
 /// The rows of a kind with those that every node has.
-ParameterTable MakeTable(const NodeKind& kind) {
-  ParameterTable table = kind.rows();
+ParameterTable MakeTable(const NodeKind& kind, ParameterTable table) {
   for (const ParameterRow& row : iBase::CommonParameters()) {
     const auto found = std::find_if(table.begin(), table.end(),
                                     [&](const ParameterRow& r) { return r.id == row.id; });
@@ -207,7 +208,7 @@ ParameterTable MakeTable(const NodeKind& kind) {
 std::map<i32, ParameterTable>& Tables() {
   static std::map<i32, ParameterTable> tables = [] {
     std::map<i32, ParameterTable> all;
-    for (const NodeKind& kind : Kinds()) all[kind.id] = MakeTable(kind);
+    for (const NodeKind& kind : Kinds()) all[kind.id] = MakeTable(kind, kind.rows());
     return all;
   }();
   return tables;
@@ -225,7 +226,9 @@ const ParameterTable& TableWithKinds(i32 id, const ParameterTable& (*rows)()) {
   return found == Tables().end() ? Tables()[id] = WithKinds(rows()) : found->second;
 }
 
-void AddKind(const NodeKind& kind) {
+void AddKind(const NodeKind& kind) { AddKind(kind, kind.rows()); }
+
+void AddKind(const NodeKind& kind, ParameterTable rows) {
   if (FindKind(kind.id) || FindKind(kind.type) || FindKind(kind.label))
     throw std::invalid_argument(
         fmt::format("a kind of the id {}, the name '{}' or the label '{}' is there", kind.id,
@@ -235,7 +238,7 @@ void AddKind(const NodeKind& kind) {
   for (auto& [id, table] : tables)
     for (ParameterRow& row : table)
       if (Takes(row, kind)) row.accepts.push_back(kind.id);
-  tables[kind.id] = MakeTable(Kinds().back());
+  tables[kind.id] = MakeTable(Kinds().back(), std::move(rows));
 }
 
 const NodeKind* FindKind(i32 id) {
@@ -258,6 +261,8 @@ BaseNode& CreateNode(Document& document, const NodeKind& kind, std::string name,
                        ? document.Create<PolygonObject>(kind.id, std::move(name), parent)
                        : document.Create<BaseNode>(kind.id, std::move(name), parent);
   node.AddInstanceOf(kServerNode);
+  if (FindPluginKind(kind.id))
+    node.AddInstanceOf(kind.list == kListForces ? kForeignForce : kForeignConstraint);
   node.SetKind(&kind);
   node.SetTable(&ParametersOf(kind));
   return node;
@@ -271,10 +276,12 @@ BaseNode& AddObstacleTag(BaseNode& node) {
 
 SulvaScene::ObjectFactory NodeFactory() {
   return [](i32 pluginId, BaseNode* node, Scene* scene) -> std::unique_ptr<iBase> {
+    // Nodes of plug-ins are what they count as, whatever their own type.
+    if (node && node->IsInstanceOf(kForeignForce))
+      return std::make_unique<PluginForce>(node, scene);
+    if (node && node->IsInstanceOf(kForeignConstraint))
+      return std::make_unique<PluginConstraint>(node, scene);
     const NodeKind* kind = FindKind(pluginId);
-    // Nodes of other programs stand for one of these kinds.
-    for (const i32 adopted : {kForeignConstraint, kForeignOperator, kForeignForce})
-      if (node && node->IsInstanceOf(adopted)) kind = FindKind(adopted);
     return kind && kind->make ? kind->make(node, scene) : nullptr;
   };
 }

@@ -19,6 +19,8 @@ const std::deque<NodeKind>& Catalogue();
 /// Adds a kind that the program brings, before scenes are read: scene files, links, help and schema
 /// know it from then on. Throws std::invalid_argument where its id, name or label is taken.
 void AddKind(const NodeKind& kind);
+/// The same with rows that no function of the kind gives.
+void AddKind(const NodeKind& kind, host::ParameterTable rows);
 
 /// By plug-in id, or null.
 const NodeKind* FindKind(i32 id);

@@ -5,6 +5,7 @@
 #include "cache/cache_rows.h"
 #include "cache/hyper_file.h"
 #include "exchange/particles_object.h"
+#include "framework/plugin_kinds.h"
 #include "host/atomic_file.h"
 #include "host/image.h"
 #include "host/polygon_object.h"
@@ -142,6 +143,8 @@ void AppendHostData(std::string& out, const host::BaseNode& node) {
     AppendBytes(out, image->picture.pixels.data(), image->picture.pixels.size());
   }
   AppendScripts(out, node);
+  if (const MELDO_SULVA::PluginKind* plugin = MELDO_SULVA::FindPluginKind(node.Type()))
+    AppendBytes(out, plugin->identity.data(), plugin->identity.size());
   std::vector<std::string> children;
   for (const host::BaseNode* child : node.Children())
     AppendHostData(children.emplace_back(), *child);

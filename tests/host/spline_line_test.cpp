@@ -71,7 +71,9 @@ TEST(SplineLine, FindsWhatABruteForceSearchFinds) {
     const auto near = line.FindNearest(p, 0.3), point = line.FindNearestPoint(p, 0.3);
     ASSERT_EQ(near.has_value(), onLine < 0.3);
     ASSERT_EQ(point.has_value(), atPoint < 0.3);
-    if (point) EXPECT_NEAR(point->distance, atPoint, 1e-14);
+    if (point) {
+      EXPECT_NEAR(point->distance, atPoint, 1e-14);
+    }
     if (!near) continue;
     EXPECT_NEAR(near->distance, onLine, 1e-14);
     ExpectNear(line.PositionAt(near->place), near->position, 1e-12);
@@ -149,7 +151,9 @@ TEST(SplineLine, ClosedLinesOutOfAPlaneEndInTheFrameThatTheyBeganIn) {
     // Across the corner at the first point the normal takes the least turn.
     const Vec3d axis = Cross(last.v3, first.v3);
     const Vec3d along = Normalised(axis);
-    if (!smooth) EXPECT_NEAR(Dot(first.v1, along), Dot(last.v1, along), 1e-9);
+    if (!smooth) {
+      EXPECT_NEAR(Dot(first.v1, along), Dot(last.v1, along), 1e-9);
+    }
   }
 }
 

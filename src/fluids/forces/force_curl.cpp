@@ -85,7 +85,7 @@ bool Force_Curl::PrepareForce() {
     const double off = kOffsets[k];
     mPlaces[k] = ToSim({off, off, off});
   }
-  mSolids = mFade > 0 ? SolidDistance(*mScene, mFlow) : SolidDistance();
+  mSolids = mFade > 0 ? NearbySolids(*mScene, mFlow) : NearbySolids();
   return true;
 }
 
@@ -93,7 +93,7 @@ void Force_Curl::Shift(const FieldPoints& points, i32 axis, double way, Shifted&
   for (std::size_t i = 0; i < points.positions.size(); ++i) {
     out.positions[i] = points.positions[i];
     out.positions[i][axis] += way;
-    out.share[i] = mFade > 0 ? Ramp(mSolids.At(out.positions[i]) / mFadeLength) : 1.0;
+    out.share[i] = mFade > 0 ? Ramp(mSolids.DistanceAt(out.positions[i]) / mFadeLength) : 1.0;
   }
 }
 

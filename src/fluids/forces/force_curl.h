@@ -3,7 +3,7 @@
 #include <array>
 
 #include "fluids/forces/field_force.h"
-#include "fluids/forces/solid_distance.h"
+#include "fluids/forces/nearby_solids.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -45,7 +45,7 @@ class Force_Curl : public FieldForce {
   // For one step, simulation units.
   double mPush = 0, mStep = 0, mFadeLength = 0;
   std::array<Vec3d, 3> mPlaces{};
-  SolidDistance mSolids;
+  NearbySolids mSolids;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

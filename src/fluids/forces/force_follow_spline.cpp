@@ -1,5 +1,6 @@
 #include "fluids/forces/force_follow_spline.h"
 
+#include "fluids/forces/sampled_velocity.h"
 #include "fluids/particles/particle_columns.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
@@ -123,13 +124,7 @@ std::optional<NearestOnSpline> Force_FollowSpline::PlaceFor(const Vec3d& p) cons
 
 Vec3d Force_FollowSpline::VelocityAt(const FieldPoints& points, std::size_t i) const {
   if (points.particles) return points.particles->Velocities()[points.rows[i]];
-  Vec3d velocity{};
-  for (i32 a = 0; a < 3; ++a) {
-    const EGrid<double>* grid = mVelocity ? mVelocity->GetGrid(a) : nullptr;
-    if (grid && grid->mData)
-      velocity[a] = SampleLinear(*grid, grid->ToSamples(points.positions[i]));
-  }
-  return velocity;
+  return SampledVelocity(mVelocity, points.positions[i]);
 }
 
 Vec3d Force_FollowSpline::Steer(const Vec3d& velocity, const Vec3d& direction, double speed,

@@ -11,12 +11,12 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// there: that of the flow that is worked on, or, without one, those of all solvers of the scene
 /// inside their boxes, and of all obstacles everywhere. Beyond the grid of an obstacle its distance
 /// goes on from the nearest place of the grid. Valid for the step in which it is made.
-class SolidDistance {
+class NearbySolids {
  public:
-  SolidDistance() = default;
-  SolidDistance(const Scene& scene, const Flow* flow);
+  NearbySolids() = default;
+  NearbySolids(const Scene& scene, const Flow* flow);
   /// Simulation units; the largest double where nothing is solid.
-  double At(const Vec3d& p) const;
+  double DistanceAt(const Vec3d& p) const;
 
  private:
   struct Source {

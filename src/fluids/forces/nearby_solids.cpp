@@ -1,4 +1,4 @@
-#include "fluids/forces/solid_distance.h"
+#include "fluids/forces/nearby_solids.h"
 
 #include <cmath>
 #include <limits>
@@ -10,7 +10,7 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-SolidDistance::SolidDistance(const Scene& scene, const Flow* flow) {
+NearbySolids::NearbySolids(const Scene& scene, const Flow* flow) {
   if (flow) {
     Add(flow->mBoundary.GetLevelSet(), false);
     return;
@@ -24,11 +24,11 @@ SolidDistance::SolidDistance(const Scene& scene, const Flow* flow) {
   for (const VolumeBase* obstacle : obstacles) Add(obstacle->GetGrid(), false);
 }
 
-void SolidDistance::Add(const EGrid<double>* grid, bool endsAtItsGrid) {
+void NearbySolids::Add(const EGrid<double>* grid, bool endsAtItsGrid) {
   if (grid && grid->mData) mSources.push_back({grid, endsAtItsGrid});
 }
 
-double SolidDistance::At(const Vec3d& p) const {
+double NearbySolids::DistanceAt(const Vec3d& p) const {
   double least = std::numeric_limits<double>::max();
   for (const Source& source : mSources) {
     const EGrid<double>& grid = *source.grid;
