@@ -21,7 +21,7 @@ std::string LibraryPath(const std::string& name) {
 }
 
 std::string GustScene() {
-  return ReadAll(std::filesystem::path(SourcePath("examples/plugins/gusts.json")));
+  return ReadAll(std::filesystem::path(SourcePath("/examples/plugins/gusts.json")));
 }
 
 std::string Without(std::string text, const std::string& part, const std::string& instead = "") {
