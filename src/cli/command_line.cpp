@@ -28,7 +28,7 @@
 #include "cli/command_run.h"
 #include "cli/command_verify.h"
 #include "cli/command_why.h"
-#include "framework/plugin_kinds.h"
+#include "framework/plugin_error.h"
 #include "host/atomic_file.h"
 #include "host/console.h"
 #include "host/exit_codes.h"

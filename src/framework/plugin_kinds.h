@@ -2,21 +2,15 @@
 #pragma once
 #include <filesystem>
 #include <map>
-#include <stdexcept>
 #include <string>
 
 #include "framework/node_kind.h"
+#include "framework/plugin_error.h"
 #include "plugin/sulva_plugin.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 namespace plugin_api = ::sulva::plugin;
-
-/// A shared library that can't be used; `what` is one sentence with its name.
-class PluginError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// A kind of a library that was loaded.
 struct PluginKind {

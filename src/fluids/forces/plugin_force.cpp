@@ -23,8 +23,8 @@ NodeKind PluginForce::KindOf(const plugin_api::Kind& kind) {
                    .className = "PluginForce",
                    .typeId = kTypeId,
                    .list = kListForces,
-                   .categories = (onFluids ? kCategoryGrid : 0) |
-                                 (onParticles ? kCategoryParticle : 0),
+                   .categories = (onFluids ? u32{kCategoryGrid} : 0u) |
+                                 (onParticles ? u32{kCategoryParticle} : 0u),
                    .purpose = kind.purpose,
                    .make = MakeNode<PluginForce>};
   if (onFluids) node.menu.push_back("Grids/Forces");
