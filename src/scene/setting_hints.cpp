@@ -13,8 +13,11 @@
 #include "fluids/emission/particle_emission_settings.h"
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/forces/force_buoyancy.h"
+#include "fluids/forces/force_curl.h"
 #include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_swirling.h"
+#include "fluids/forces/force_trigo_wave.h"
+#include "fluids/forces/force_vortex.h"
 #include "fluids/operators/channel_operator_remap.h"
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
@@ -282,11 +285,14 @@ class SettingHints : public HintBase {
 
   /// Nodes that are there and have no strength.
   void CheckStrength(const BaseNode& node) {
-    const i32 row = IsA<Force_Gravity>(node)    ? Force_Gravity::kStrengthRow
-                    : IsA<Force_Swirling>(node) ? Force_Swirling::kStrengthRow
-                    : IsA<GridDissipate>(node)  ? GridDissipate::kRateRow
-                    : IsA<GridDiffusion>(node)  ? GridDiffusion::kStrengthRow
-                                                : 0;
+    const i32 row = IsA<Force_Gravity>(node)     ? Force_Gravity::kStrengthRow
+                    : IsA<Force_Swirling>(node)  ? Force_Swirling::kStrengthRow
+                    : IsA<Force_TrigoWave>(node) ? Force_TrigoWave::kAmplitudeRow
+                    : IsA<Force_Vortex>(node)    ? Force_Vortex::kStrengthRow
+                    : IsA<Force_Curl>(node)      ? Force_Curl::kStrengthRow
+                    : IsA<GridDissipate>(node)   ? GridDissipate::kRateRow
+                    : IsA<GridDiffusion>(node)   ? GridDiffusion::kStrengthRow
+                                                 : 0;
     if (row && StaysZero(node, row))
       Note(node, fmt::format("'{}' is 0: it does nothing", NameOf(node, row)), row);
     else if (IsA<Force_Swirling>(node) && StaysAtMost(node, row, 0))
