@@ -26,7 +26,8 @@ class Gusts : public Force {
     return true;
   }
   Vector Evaluate(const Point& point) const override {
-    return {mDrag * (mNow * mWind.x - point.velocity.x), mDrag * (mNow * mWind.y - point.velocity.y),
+    return {mDrag * (mNow * mWind.x - point.velocity.x),
+            mDrag * (mNow * mWind.y - point.velocity.y),
             mDrag * (mNow * mWind.z - point.velocity.z)};
   }
 
@@ -53,20 +54,35 @@ class Above : public Constraint {
 };
 
 const Parameter kGustRows[] = {
-    {.name = "wind", .type = ParameterType::kVector, .vector = {3, 0, 0}, .unit = "m/s",
+    {.name = "wind",
+     .type = ParameterType::kVector,
+     .vector = {3, 0, 0},
+     .unit = "m/s",
      .help = "how fast and which way a gust blows at its height"},
-    {.name = "period", .number = 1.5, .unit = "s", .help = "from one gust to the next", .lowest = 0},
+    {.name = "period",
+     .number = 1.5,
+     .unit = "s",
+     .help = "from one gust to the next",
+     .lowest = 0},
     {.name = "drag", .number = 2, .unit = "1/s", .help = "how soon things go with it", .lowest = 0},
 };
 const Parameter kAboveRows[] = {
     {.name = "height", .number = 50, .unit = "host", .help = "nothing passes below"},
 };
 const Kind kKinds[] = {
-    {.id = 10000001, .type = "force_gusts", .label = "DF::Gusts",
-     .purpose = "blows by gusts", .parameters = kGustRows, .parameterCount = 3,
+    {.id = 10000001,
+     .type = "force_gusts",
+     .label = "DF::Gusts",
+     .purpose = "blows by gusts",
+     .parameters = kGustRows,
+     .parameterCount = 3,
      .makeForce = []() -> Force* { return new Gusts; }},
-    {.id = 10000002, .type = "constraint_above", .label = "CS::Above",
-     .purpose = "lets others work above a height", .parameters = kAboveRows, .parameterCount = 1,
+    {.id = 10000002,
+     .type = "constraint_above",
+     .label = "CS::Above",
+     .purpose = "lets others work above a height",
+     .parameters = kAboveRows,
+     .parameterCount = 1,
      .makeConstraint = []() -> Constraint* { return new Above; }},
 };
 const Library kLibrary = {.name = "gusts", .release = "1.0", .kinds = kKinds, .kindCount = 2};

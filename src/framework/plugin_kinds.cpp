@@ -70,14 +70,14 @@ const plugin_api::Library& OpenPlugin(const std::filesystem::path& path) {
   const auto entry = reinterpret_cast<Entry>(dlsym(handle, "SulvaPlugin"));
   const plugin_api::Library* library = entry ? entry() : nullptr;
   if (!library)
-    throw PluginError(
-        fmt::format("plug-in {}: it is none: it has no function 'SulvaPlugin' that answers",
-                    path.string()));
-  if (library->interfaceVersion != plugin_api::kInterfaceVersion)
     throw PluginError(fmt::format(
-        "plug-in {}: it is made for version {} of the interface, and this is version {}; compile it "
-        "anew with this sulva's plugin/sulva_plugin.h",
-        path.string(), library->interfaceVersion, plugin_api::kInterfaceVersion));
+        "plug-in {}: it is none: it has no function 'SulvaPlugin' that answers", path.string()));
+  if (library->interfaceVersion != plugin_api::kInterfaceVersion)
+    throw PluginError(
+        fmt::format("plug-in {}: it is made for version {} of the interface, and this is version "
+                    "{}; compile it "
+                    "anew with this sulva's plugin/sulva_plugin.h",
+                    path.string(), library->interfaceVersion, plugin_api::kInterfaceVersion));
   return *library;
 }
 

@@ -205,8 +205,8 @@ SplinePlace SplineLine::PlaceAt(double length) const {
 std::pair<i32, double> SplineLine::PieceAt(const SplinePlace& place) const {
   const Segment& s = mSegments[place.segment];
   const auto begin = mPoints.begin() + s.first, end = mPoints.begin() + s.last;
-  const auto behind = std::upper_bound(begin, end, place.u,
-                                       [](double u, const LinePoint& p) { return u < p.u; });
+  const auto behind =
+      std::upper_bound(begin, end, place.u, [](double u, const LinePoint& p) { return u < p.u; });
   const i32 piece = static_cast<i32>(std::max(behind - begin, std::ptrdiff_t{1})) - 1 + s.first;
   const double from = mPoints[piece].u, to = mPoints[piece + 1].u;
   return {piece, to > from ? std::clamp((place.u - from) / (to - from), 0.0, 1.0) : 0.0};

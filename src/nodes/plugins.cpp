@@ -48,9 +48,10 @@ std::string FaultOf(const plugin_api::Kind& kind, const plugin_api::Library& lib
   }
   for (const NodeKind& other : Catalogue()) given += isTaken(other.type, other.label, other.id);
   return given < 2 ? ""
-                   : fmt::format("its kind '{}' (\"{}\", {}) is given twice: another has this name, "
-                                 "label or id",
-                                 kind.type, kind.label, kind.id);
+                   : fmt::format(
+                         "its kind '{}' (\"{}\", {}) is given twice: another has this name, "
+                         "label or id",
+                         kind.type, kind.label, kind.id);
 }
 
 }  // namespace
@@ -70,9 +71,8 @@ void LoadPlugin(const std::filesystem::path& path) {
       refuse(error.what());
     }
   }
-  const std::string identity =
-      fmt::format("{} {} {:016x}", library.name ? library.name : "", library.release,
-                  ChecksumOf(host::ReadFile(path)));
+  const std::string identity = fmt::format("{} {} {:016x}", library.name ? library.name : "",
+                                           library.release, ChecksumOf(host::ReadFile(path)));
   for (i32 i = 0; i < library.kindCount; ++i) {
     const plugin_api::Kind& kind = library.kinds[i];
     KeepPluginKind(kind, identity);

@@ -26,8 +26,8 @@ enum class ParameterType : std::int32_t { kReal, kWhole, kBool, kVector, kText }
 struct Parameter {
   const char* name = nullptr;  ///< words in lower case with underscores between them
   ParameterType type = ParameterType::kReal;
-  double number = 0;   ///< default of a real, a whole number or a bool
-  Vector vector{};     ///< default of a vector
+  double number = 0;      ///< default of a real, a whole number or a bool
+  Vector vector{};        ///< default of a vector
   const char* text = "";  ///< default of a text
   const char* unit = "";
   const char* help = "";  ///< one clause
@@ -67,7 +67,7 @@ struct Point {
   Vector velocity{};         ///< of the fluid or of the particle, m/s; 0 of a mere place
   double weight = 1;         ///< what callers, the time window and constraints have left of 1
 
-  std::int32_t cell = -1;            ///< of a cell: its index, x fastest
+  std::int32_t cell = -1;             ///< of a cell: its index, x fastest
   std::int32_t faces[3] = {0, 0, 0};  ///< the indices of its low faces
   double open[3] = {1, 1, 1};         ///< and how much of them is open
 

@@ -38,8 +38,7 @@ TEST(Plugin, RunsAsWhatIsBuiltInAndGoesOnFromItsStates) {
     EXPECT_EQ(folder.Run({command, "s.json"}), 3);
     EXPECT_THAT(folder.Errors(), HasSubstr("unknown node type 'force_gusts'"));
   }
-  ASSERT_EQ(folder.Run({"check", "s.json", "--strict", "--plugin", library}), 0)
-      << folder.Errors();
+  ASSERT_EQ(folder.Run({"check", "s.json", "--strict", "--plugin", library}), 0) << folder.Errors();
   const auto run = [&](const std::string& out, const std::vector<std::string>& more) {
     std::vector<std::string> words = {"run", "s.json", "--plugin", library, "--out", out};
     words.insert(words.end(), more.begin(), more.end());
@@ -56,7 +55,8 @@ TEST(Plugin, RunsAsWhatIsBuiltInAndGoesOnFromItsStates) {
   const std::filesystem::path other = folder.Path() / "libother.so";
   std::filesystem::copy_file(library, other);
   std::ofstream(other, std::ios::app | std::ios::binary) << "another build";
-  EXPECT_EQ(folder.Run({"run", "s.json", "--plugin", other.string(), "--out", "cut", "--resume"}), 5);
+  EXPECT_EQ(folder.Run({"run", "s.json", "--plugin", other.string(), "--out", "cut", "--resume"}),
+            5);
   EXPECT_THAT(folder.Errors(), HasSubstr("can't go on from it"));
 }
 
@@ -133,7 +133,8 @@ TEST(Plugin, PushesCellsAndParticlesByItsFormula) {
   EXPECT_EXIT(std::_Exit(isSo() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-/// A node that counts as one of a plug-in's is that, whatever its type, and rests without a plug-in.
+/// A node that counts as one of a plug-in's is that, whatever its type, and rests without a
+/// plug-in.
 TEST(Plugin, IsWhatItsNodeCountsAs) {
   GasRig rig({4, 4, 4});
   host::BaseNode& node = CreateNode(rig.document, *FindKind("force_gravity"), "alien", rig.server);

@@ -34,7 +34,8 @@ void ExpectNear(const Vec3d& a, const Vec3d& b, double within, const char* what 
 
 TEST(SplineLine, MeasuresItsSegmentsOneAfterTheOther) {
   LineRig rig;
-  rig.spline.points = {{0, 0, 0}, {3, 0, 0}, {3, 1, 0}, {10, 0, 0}, {10, 0, 2}, {9, 9, 9}, {9, 9, 9}};
+  rig.spline.points = {{0, 0, 0},  {3, 0, 0}, {3, 1, 0}, {10, 0, 0},
+                       {10, 0, 2}, {9, 9, 9}, {9, 9, 9}};
   rig.spline.segments = {3, 2, 2};
   const SplineLine line = rig.Line();
   ASSERT_EQ(line.SegmentCount(), 2) << "one without length is left out";
@@ -42,8 +43,8 @@ TEST(SplineLine, MeasuresItsSegmentsOneAfterTheOther) {
   EXPECT_EQ(line.TotalLength(), 6);
   ExpectNear(line.PositionAt({0, 0.5}), {2, 0, 0}, 1e-15);
   EXPECT_EQ(line.PlaceOfPoint(0, 1).u, 0.75);
-  for (const auto& [length, at] :
-       std::map<double, Vec3d>{{-1, {0, 0, 0}}, {3.5, {3, 0.5, 0}}, {5, {10, 0, 1}}, {99, {10, 0, 2}}})
+  for (const auto& [length, at] : std::map<double, Vec3d>{
+           {-1, {0, 0, 0}}, {3.5, {3, 0.5, 0}}, {5, {10, 0, 1}}, {99, {10, 0, 2}}})
     ExpectNear(line.PositionAt(line.PlaceAt(length)), at, 1e-15);
   rig.spline.closed = true;
   EXPECT_NEAR(rig.Line().LengthOf(0), 4 + std::sqrt(10), 1e-15);
@@ -109,8 +110,8 @@ TEST(SplineLine, SmoothLinesComeNearACircle) {
   }
 }
 
-/// About a helix of radius r and pitch 2 pi c the Frenet frame turns by its torsion against one that
-/// minimises rotation: c s / (r^2 + c^2) behind the length s.
+/// About a helix of radius r and pitch 2 pi c the Frenet frame turns by its torsion against one
+/// that minimises rotation: c s / (r^2 + c^2) behind the length s.
 TEST(SplineLine, FramesOfAHelixTurnByItsTorsionAlone) {
   LineRig rig;
   const double r = 1, c = 0.4, turns = 1.5;
@@ -140,7 +141,8 @@ TEST(SplineLine, ClosedLinesOutOfAPlaneEndInTheFrameThatTheyBeganIn) {
   LineRig rig;
   for (i32 i = 0; i < 40; ++i) {
     const double a = 2 * kPi * i / 40;
-    rig.spline.points.push_back({std::cos(a), 0.5 * std::sin(2 * a), std::sin(a) + 0.3 * std::cos(3 * a)});
+    rig.spline.points.push_back(
+        {std::cos(a), 0.5 * std::sin(2 * a), std::sin(a) + 0.3 * std::cos(3 * a)});
   }
   rig.spline.closed = true;
   for (const bool smooth : {false, true}) {

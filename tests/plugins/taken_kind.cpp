@@ -8,9 +8,13 @@ struct Still : Force {
   Vector Evaluate(const Point&) const override { return {}; }
 };
 const Kind kKinds[] = {
-    {.id = 10000011, .type = "force_still", .label = "DF::Still",
+    {.id = 10000011,
+     .type = "force_still",
+     .label = "DF::Still",
      .makeForce = []() -> Force* { return new Still; }},
-    {.id = 10000012, .type = "force_gravity", .label = "DF::Pull",
+    {.id = 10000012,
+     .type = "force_gravity",
+     .label = "DF::Pull",
      .makeForce = []() -> Force* { return new Still; }},
 };
 }  // namespace

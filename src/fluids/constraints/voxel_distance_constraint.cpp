@@ -99,8 +99,8 @@ std::vector<Vec3d> VoxelDistanceConstraint::CollectPoints() {
   mLineEnds.clear();
   if (const auto* spline = dynamic_cast<const SplineObject*>(mObject)) {
     if (mSplineMode != kSplinePoints && mSplineMode != kSplineLine) return {};
-    const SplineLine line = mSplineMode == kSplineLine ? SplineLine(*spline, place, scale)
-                                                       : SplineLine();
+    const SplineLine line =
+        mSplineMode == kSplineLine ? SplineLine(*spline, place, scale) : SplineLine();
     mIsLine = !line.IsEmpty();
     return mIsLine ? CutLine(line) : placed(spline->points);
   }

@@ -48,8 +48,8 @@ class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstrain
   bool mIsFar = false;  ///< every point counts as far as the range
   bool mIsLine = false;
   std::vector<i32> mLineEnds;  ///< points behind which a line ends, ascending
-  double mLongestPiece = 0;  ///< of a line, simulation units
-  double mInverseRange = 1;  ///< 1 / simulation units
+  double mLongestPiece = 0;    ///< of a line, simulation units
+  double mInverseRange = 1;    ///< 1 / simulation units
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

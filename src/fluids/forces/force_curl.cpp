@@ -31,8 +31,9 @@ const NodeKind& Force_Curl::Kind() {
       .list = kListForces,
       .categories = kCategoryGrid | kCategoryParticle,
       .menu = {"Bodies/Forces", "Grids/Forces", "Particles/Forces"},
-      .purpose = "stirs fluids and particles by eddies round the patches of a constraint, a noise "
-                 "above all, without pressing them together and along walls",
+      .purpose =
+          "stirs fluids and particles by eddies round the patches of a constraint, a noise "
+          "above all, without pressing them together and along walls",
       .example =
           {{},
            {R"({ "type": "constraint_noise", "name": "eddies", "parameters": { "scale": 60, "type": "gradient" } })",
@@ -48,7 +49,8 @@ const ParameterTable& Force_Curl::Parameters() {
   static const ParameterTable table = [] {
     ParameterRow field = *FindRow(CommonParameters(), common_row::kConstraints);
     field.help =
-        "the field: eddies go round where they let much or little pass; a noise without holes is best";
+        "the field: eddies go round where they let much or little pass; a noise without holes is "
+        "best";
     return ParameterTable{
         RealRow(kStrengthRow, "strength", 1.0, "m/s^2",
                 "how hard the eddies push where what the constraints let pass changes by 1 from "

@@ -37,8 +37,9 @@ const ParameterTable& Force_FollowSpline::Parameters() {
           .Required(),
       LinkRow(1001, "duration", "pushes only inside this time window", {Duration::Kind().id})
           .To(&Force_FollowSpline::mDuration),
-      RealRow(kPullForceRow, "pull_force", 0.25, "none",
-              "how hard it draws to the spline: the share of 'pull_speed' that it may add in 1/25 s")
+      RealRow(
+          kPullForceRow, "pull_force", 0.25, "none",
+          "how hard it draws to the spline: the share of 'pull_speed' that it may add in 1/25 s")
           .AtLeast(0)
           .To(&Force_FollowSpline::mPullShare),
       RealRow(kReachRow, "capture_distance", 300.0, "host",
@@ -104,7 +105,8 @@ bool Force_FollowSpline::PrepareForce() {
   mPace = kPace * mTime->stepDuration;
   if (mMode == kPoint) {
     if (mSegment > line.SegmentCount()) return Deactivate("its spline has no such 'segment'");
-    if (mPoint >= line.PointCount(mSegment - 1)) return Deactivate("its spline has no such 'point'");
+    if (mPoint >= line.PointCount(mSegment - 1))
+      return Deactivate("its spline has no such 'point'");
     mFixed = line.PlaceOfPoint(mSegment - 1, mPoint);
   }
   if (mMode == kLength) mFixed = line.PlaceAt(mLength * mToSim);

@@ -43,12 +43,14 @@ const ParameterTable& Force_TrigoWave::Parameters() {
       LongRow(kTypeRow, "wave", static_cast<i32>(WaveType::Spiral), "",
               "what runs, in the node's own axes: plane crests along z, the same with a push away "
               "from z for one across, rings away from z, a wheel that turns about z, a spiral")
-          .Choices({{0, "plane"}, {1, "plane_outwards"}, {2, "rings"}, {3, "pinwheel"}, {4, "spiral"}})
+          .Choices(
+              {{0, "plane"}, {1, "plane_outwards"}, {2, "rings"}, {3, "pinwheel"}, {4, "spiral"}})
           .OrNumbers()
           .To(&Force_TrigoWave::mType),
-      LongRow(kModeRow, "mode", static_cast<i32>(WaveMode::Forwards), "",
-              "which way it pushes: along the way that it runs (forwards, backwards or to and fro), "
-              "across that, or both in turn, so that things roll or go round in loops")
+      LongRow(
+          kModeRow, "mode", static_cast<i32>(WaveMode::Forwards), "",
+          "which way it pushes: along the way that it runs (forwards, backwards or to and fro), "
+          "across that, or both in turn, so that things roll or go round in loops")
           .Choices({{0, "forwards"},
                     {1, "backwards"},
                     {2, "across_up"},

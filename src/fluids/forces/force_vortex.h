@@ -4,8 +4,8 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// du = dt w s (z x r), with the weight w of the place, the strength s and the way r from the node's
-/// z axis: as a solid body that begins to turn, faster the farther out.
+/// du = dt w s (z x r), with the weight w of the place, the strength s and the way r from the
+/// node's z axis: as a solid body that begins to turn, faster the farther out.
 class Force_Vortex : public FieldForce {
  public:
   using FieldForce::FieldForce;

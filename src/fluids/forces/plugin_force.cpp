@@ -33,10 +33,9 @@ NodeKind PluginForce::KindOf(const plugin_api::Kind& kind) {
 }
 
 ParameterTable PluginForce::RowsOf(const plugin_api::Kind& kind) {
-  ParameterTable table = {
-      LinkRow(kDurationRow, "duration", "pushes only inside this time window",
-              {Duration::Kind().id})
-          .To(&PluginForce::mDuration)};
+  ParameterTable table = {LinkRow(kDurationRow, "duration", "pushes only inside this time window",
+                                  {Duration::Kind().id})
+                              .To(&PluginForce::mDuration)};
   for (ParameterRow& row : PluginRows(kind)) table.push_back(std::move(row));
   return table;
 }

@@ -46,8 +46,8 @@ bool TrigoWave::FindSpiral(double distance, const Vec3d& outwards, Crest& crest)
   constexpr double kFarthest = 100;
   const double u = distance / amplitude - 1;
   if (!(u > 0) || u >= kFarthest) return false;
-  const Vec3d arm = Normalised(outwards * (u * u) +
-                               (kY * Dot(kX, outwards) - kX * Dot(kY, outwards)) * (4 * u));
+  const Vec3d arm =
+      Normalised(outwards * (u * u) + (kY * Dot(kX, outwards) - kX * Dot(kY, outwards)) * (4 * u));
   crest = {(travelled - amplitude * AngleFromY(arm)) * kTurn * frequency, kZ * amplitude,
            kY * Dot(kX, arm) - kX * Dot(kY, arm), true, (kFarthest - u) / (5 / u + 4 * u)};
   return true;

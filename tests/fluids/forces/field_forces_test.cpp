@@ -163,8 +163,8 @@ TEST(CurlForce, IsTheCurlOfWhatItsConstraintsLetPass) {
   set("(physical_pos.x + 2 * physical_pos.y + 3 * physical_pos.z) / 100");
   for (const double spacing : {1.0, 2.5}) {
     FieldRig::Set(force, Force_Curl::kSpacingRow, spacing);
-    ExpectNear(rig.ChangeAt(force, {1, 2, -3}),
-               Vec3d{-0.01, 0.02, -0.01} * (8 * kCell * kStep), kSingle);
+    ExpectNear(rig.ChangeAt(force, {1, 2, -3}), Vec3d{-0.01, 0.02, -0.01} * (8 * kCell * kStep),
+               kSingle);
   }
   set("0.3");
   EXPECT_EQ(rig.ChangeAt(force, {1, 2, 3}), Vec3d{}) << "a flat field";
@@ -201,7 +201,7 @@ TEST(CurlForce, GoesThroughNoWall) {
         sample.force = {};
         sample.position[axis] = i % 2 ? 0 : 14 * kCell;
         force.Evaluate(sample);
-        atWall[fades] = std::max(atWall[fades], std::abs(sample.force[axis]) );
+        atWall[fades] = std::max(atWall[fades], std::abs(sample.force[axis]));
       }
     force.Finish();
     atWall[fades] /= inside;
@@ -337,8 +337,8 @@ TEST(FieldForces, RowsAndParticlesGetWhatSamplesGet) {
     }
     force.EvaluateRow(row);
     std::vector<Vec3d> particles(90, Vec3d{0.125, 0.125, 0.125});
-    force.EvaluateParticles({0, &store, 0, std::as_const(store).Positions(), weights,
-                             row.simToWorld, particles});
+    force.EvaluateParticles(
+        {0, &store, 0, std::as_const(store).Positions(), weights, row.simToWorld, particles});
     double largest = 0;
     for (i32 x = 0; x < 90; ++x) {
       ForceSample sample;

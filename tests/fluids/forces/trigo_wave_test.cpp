@@ -62,8 +62,8 @@ TEST(TrigoWave, RingsRunAwayFromZ) {
     const auto at = [&](WaveMode mode) { return WaveOf(WaveType::Rings, mode).DisplacementAt(q); };
     ExpectNear(at(WaveMode::Along), outwards * (0.7 * std::sin(phase)));
     ExpectNear(at(WaveMode::Across), up * std::sin(phase));
-    ExpectNear(at(WaveMode::Loop), up * std::pow(std::sin(phase), 2) +
-                                       outwards * (0.7 * std::cos(phase) / phase));
+    ExpectNear(at(WaveMode::Loop),
+               up * std::pow(std::sin(phase), 2) + outwards * (0.7 * std::cos(phase) / phase));
     const Vec3d wide = phase > 0 ? outwards * (r / phase) : Vec3d{};
     ExpectNear(at(WaveMode::WideLoop),
                up * std::cos(phase) + wide * (0.7 * std::pow(std::sin(phase), 2)));
