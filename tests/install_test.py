@@ -51,6 +51,11 @@ def main():
         run([sulva, "check", "mine.json"], root)
         for name in ("share/sulva/docs/sulva.schema.json", "include/sulva/nodes/catalogue.h"):
             assert (prefix / name).exists(), name
+        # A plug-in needs one installed header and nothing else of ours.
+        example = ROOT / "examples/plugins"
+        run(["g++", "-std=c++20", "-shared", "-fPIC", f"-I{prefix}/include/sulva", "-o", root / "libgusts.so",
+             example / "gusts.cpp"])
+        run([sulva, "check", "--strict", example / "gusts.json", "--plugin", root / "libgusts.so"])
         assert any(prefix.rglob("LICENSE")), "no licence"
         # Neither in messages nor for debuggers does anything point at the checkout that it was built from.
         for file in (sulva, *prefix.rglob("libsulva.a")):

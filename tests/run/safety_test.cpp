@@ -446,7 +446,7 @@ TEST_F(Safety, HolesInASequenceEndTheRunAndEachFileOfItCounts) {
       << "behind the last file the mesh stays: " << folder.Errors();
   folder.Write("m.0004.obj", mesh + "v 9 9 9\n");
   EXPECT_EQ(Run({"--resume"}), 5);
-  EXPECT_TRUE(Says("the scene, its meshes or --set are others")) << folder.Errors();
+  EXPECT_TRUE(Says("the scene, its meshes, its plug-ins or --set are others")) << folder.Errors();
 }
 
 TEST_F(Safety, TextsFromFilesGiveTerminalsNoOrdersAndErrorsEnd) {
