@@ -127,7 +127,9 @@ std::optional<RunState> Checkpoints::Restore(Simulation& simulation,
       continue;
     if (!isRead) refuse("another build of sulva wrote it");
     if (header.version == SULVA_VERSION && header.scene != mScene)
-      refuse("the scene, its meshes, its plug-ins or --set are others than those of the run that wrote it");
+      refuse(
+          "the scene, its meshes, its plug-ins or --set are others than those of the run that "
+          "wrote it");
     if (const std::string misfit = MisfitOf(header, simulation.GetDocument()); !misfit.empty())
       refuse(misfit);
     if (manifest && !isSame)
