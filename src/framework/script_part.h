@@ -31,8 +31,11 @@ class ScriptPart : public ScenePart {
   }
   /// Behind the workers: where a call has failed, the object falls asleep.
   void Close();
+  /// Whether it sleeps.
+  bool HasFailed() const { return !mFailure.empty(); }
 
   void Reset() override;
+  double Memory() const override { return mRunner.Memory(); }
   void Persist(StateArchive& archive) override;
 
  private:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 
 #include "host/types.h"
 
@@ -19,8 +20,6 @@ namespace {
 constexpr char kGlobalNames = 0;  ///< the globals by name
 constexpr char kGlobalRules = 0;  ///< the metatable of the table that scripts see in their place
 constexpr char kWatched = 0;      ///< function, number of its variable, value; and the next one
-
-constexpr lua_Integer kNoLength = -1;
 
 /// What messages call the key at place 2: that of a table would be an address.
 const char* KeyName(lua_State* state) {
@@ -45,13 +44,6 @@ int RefuseField(lua_State* state) {
 int NothingOfThatName(lua_State* state) {
   return luaL_error(state, "nothing is called '%s' here", KeyName(state));
 }
-int KnownLength(lua_State* state) {
-  if (lua_tointeger(state, lua_upvalueindex(1)) == kNoLength)
-    return luaL_error(state, "a list with gaps has no length");
-  lua_pushvalue(state, lua_upvalueindex(1));
-  return 1;
-}
-
 /// Pushes a metatable that shows the table at `hidden`, with a length of `length`.
 void PushRules(lua_State* state, int hidden, lua_Integer length = 0) {
   hidden = lua_absindex(state, hidden);
@@ -61,8 +53,7 @@ void PushRules(lua_State* state, int hidden, lua_Integer length = 0) {
   lua_pushcfunction(state, RefuseField);
   lua_setfield(state, -2, "__newindex");
   lua_pushinteger(state, length);
-  lua_pushcclosure(state, KnownLength, 1);
-  lua_setfield(state, -2, "__len");
+  lua_setfield(state, -2, kLengthField);
 }
 
 /// The walk through all that a script made: what is still to be looked at stands in a list, so that
@@ -152,6 +143,15 @@ bool IsSame(lua_State* state, int a, int b) {
   return std::bit_cast<u64>(lua_tonumber(state, a)) == std::bit_cast<u64>(lua_tonumber(state, b));
 }
 
+/// The name of the variable at `watched` if it isn't as it was, else null.
+const char* ChangedName(lua_State* state, int watched) {
+  const auto variable = static_cast<int>(lua_tointeger(state, watched + 1));
+  const char* name = lua_getupvalue(state, watched, variable);
+  const bool isSame = IsSame(state, -1, watched + 2);
+  lua_pop(state, 1);
+  return isSame ? nullptr : name;
+}
+
 }  // namespace
 
 void PushScriptGlobals(lua_State* state) {
@@ -215,27 +215,28 @@ int FreezeScript(lua_State* state, int setter, int told) {
   lua_pushvalue(state, walk.watched);
   lua_rawsetp(state, LUA_REGISTRYINDEX, &kWatched);
   lua_settop(state, top);
-  return static_cast<int>(walk.watchedCount / 3);
+  return static_cast<int>(walk.watchedCount / kWatchedValues);
 }
 
-void CheckFrozen(lua_State* state) {
+void PushWatched(lua_State* state, int count) {
   lua_rawgetp(state, LUA_REGISTRYINDEX, &kWatched);
   const int watched = lua_gettop(state);
-  const auto count = static_cast<lua_Integer>(lua_rawlen(state, watched));
-  for (lua_Integer i = 0; i < count; i += 3) {
-    lua_rawgeti(state, watched, i + 1);
-    lua_rawgeti(state, watched, i + 2);
-    const int number = static_cast<int>(lua_tointeger(state, -1));
-    lua_rawgeti(state, watched, i + 3);
-    const char* name = lua_getupvalue(state, watched + 1, number);
-    if (!IsSame(state, -1, -2))
-      luaL_error(state,
-                 "'%s' was set in a call: cells and particles come in no order, so main(op) "
-                 "remembers nothing; use a local of its own",
-                 name);
-    lua_settop(state, watched);
-  }
-  lua_settop(state, watched - 1);
+  luaL_checkstack(state, kWatchedValues * count, nullptr);
+  for (int i = 1; i <= kWatchedValues * count; ++i) lua_rawgeti(state, watched, i);
+  lua_remove(state, watched);
+}
+
+void CheckWatched(lua_State* state, int watched, int count) {
+  // The order of the variables is chance: of several the first one by its name is told.
+  const char* first = nullptr;
+  for (int i = 0; i < count; ++i)
+    if (const char* name = ChangedName(state, watched + kWatchedValues * i))
+      if (!first || std::strcmp(name, first) < 0) first = name;
+  if (first)
+    luaL_error(state,
+               "'%s' was set in a call: cells and particles come in no order, so main(op) "
+               "remembers nothing; use a local of its own",
+               first);
 }
 
 }  // namespace MELDO_GLOBAL::host

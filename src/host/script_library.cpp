@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "host/noise.h"
+#include "host/script_freeze.h"
+#include "host/script_text.h"
 
 extern "C" {
 #include <lauxlib.h>
@@ -130,6 +132,48 @@ void MakeVectorTable(lua_State* state) {
   lua_rawsetp(state, LUA_REGISTRYINDEX, &kVectorTable);
 }
 
+/// A length of the table at `place`: n where n is in it and n + 1 isn't, found by doubling and
+/// halving. One that is read-only knows its own.
+int PushLength(lua_State* state, int place) {
+  if (luaL_getmetafield(state, place, kLengthField) != LUA_TNIL)
+    return lua_tointeger(state, -1) != kNoLength
+               ? 1
+               : luaL_error(state, "a list with gaps has no length");
+  const auto holds = [&](lua_Integer n) {
+    const bool isThere = lua_rawgeti(state, place, n) != LUA_TNIL;
+    lua_pop(state, 1);
+    return isThere;
+  };
+  constexpr lua_Integer kMost = lua_Integer{1} << 40;
+  lua_Integer in = 0, out = 1;
+  while (out < kMost && holds(out)) {
+    in = out;
+    out *= 2;
+  }
+  while (out - in > 1) {
+    const lua_Integer middle = in + (out - in) / 2;
+    (holds(middle) ? in : out) = middle;
+  }
+  lua_pushinteger(state, in);
+  return 1;
+}
+/// `#` as a power of a value of ours, behind which what is measured stands.
+int LengthBehind(lua_State* state) {
+  const int type = lua_type(state, 2);
+  if (type == LUA_TTABLE) return PushLength(state, 2);
+  if (type != LUA_TSTRING)
+    return luaL_error(state, "attempt to get length of a %s value",
+                      ScriptVectorAt(state, 2) ? "vector" : lua_typename(state, type));
+  lua_pushinteger(state, static_cast<lua_Integer>(lua_rawlen(state, 2)));
+  return 1;
+}
+int Values(lua_State* state) {
+  const int count = lua_gettop(state);
+  return count <= kMostValues
+             ? count
+             : luaL_error(state, "'...' stands for more than %d values", kMostValues);
+}
+
 void PushMath(lua_State* state) {
   lua_pushcfunction(state, luaopen_math);
   lua_call(state, 0, 1);
@@ -175,6 +219,16 @@ void PushScriptLibrary(lua_State* state) {
       lua_getfield(state, base, name.data());
   }
   lua_remove(state, base);
+}
+
+void PushScriptOperators(lua_State* state) {
+  // Pointers without a block have one metatable for all of them, and scripts find no other.
+  lua_pushlightuserdata(state, nullptr);
+  lua_createtable(state, 0, 1);
+  lua_pushcfunction(state, LengthBehind);
+  lua_setfield(state, -2, "__pow");
+  lua_setmetatable(state, -2);
+  lua_pushcfunction(state, Values);
 }
 
 }  // namespace MELDO_GLOBAL::host

@@ -19,6 +19,11 @@ inline constexpr std::array<std::string_view, 12> kScriptLibrary = {
 /// terms. Raises the state's errors.
 void PushScriptLibrary(lua_State* state);
 
+/// Pushes what stands under `kLengthName` and `kValuesName`: the length of a text or a list, by
+/// what it holds alone, and the values behind `...`, of which there may be `kMostValues`.
+void PushScriptOperators(lua_State* state);
+inline constexpr int kMostValues = 250;
+
 /// Pushes a vector, which scripts can't change.
 Vec3d& PushScriptVector(lua_State* state, const Vec3d& value);
 /// The vector at a place of the stack; null for anything else.

@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -28,25 +29,35 @@ class ScriptRunner {
   template <class Answer>
   bool Run(u32 worker, std::span<const ScriptColumn> told, std::span<Answer> answers) {
     ScriptState* state = StateOf(worker);
-    if (!state || state->Error()) return false;
-    if (state->Run(told, answers)) return true;
-    if (state->IsLate()) mIsLate = true;
+    for (std::size_t done = 0; state && !state->Error(); state = NewStateOf(worker)) {
+      done = state->Run(told, answers, done);
+      if (done == answers.size()) return true;
+      if (state->IsLate()) mIsLate = true;
+      if (state->Error()) return false;
+    }
     return false;
   }
   /// The error of the first worker that has one, or none; behind the workers.
   ScriptError Error() const;
+  /// Bytes that its states take once each worker has one, as far as they are known: each what the
+  /// largest has held.
+  double Memory() const;
 
  private:
   /// Null once a worker was late: each of them would lose as much time. Every other failure is its
   /// worker's own, so that what is left of a step doesn't depend on who came first.
   ScriptState* StateOf(u32 worker);
+  /// The state of a worker, made anew.
+  ScriptState* NewStateOf(u32 worker);
 
   struct Slot {
     std::unique_ptr<ScriptState> state;
-    u32 opNumber = 0;  ///< of the `op` that it has
+    u32 opNumber = 0;      ///< of the `op` that it has
+    std::size_t peak = 0;  ///< bytes that those before it have held
   };
   const ScriptFamily& mFamily;
   std::string mSource;
+  std::optional<ScriptText> mText;  ///< of the source
   std::array<Slot, kMaxWorkers> mSlots;
   ScriptOp mOp;
   u32 mOpNumber = 0;

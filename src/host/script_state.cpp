@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -28,10 +29,11 @@ constexpr char kMain = 0, kSetter = 0, kOpTable = 0, kOpFields = 0;
 
 constexpr int kInstructionsPerLook = 1000;
 constexpr std::size_t kBytesPerPiece = 1024;
-/// How often a call may collect what it left behind because memory has run out.
-constexpr int kMostRefusals = 3;
-/// Up to so many variables are looked at behind each call, more of them behind each run.
-constexpr int kFewWatched = 4;
+/// What calls have made is collected between them when it comes to so many bytes, and never while
+/// one runs.
+constexpr std::size_t kMostLeftOver = ScriptState::kMostInUsed / 2;
+/// About what the library puts before the characters of a text.
+constexpr std::size_t kTextHead = 32;
 constexpr const char* kChunk = "=script";
 
 void Push(lua_State* state, const char& key) { lua_rawgetp(state, LUA_REGISTRYINDEX, &key); }
@@ -51,11 +53,15 @@ std::string Opening(const ScriptFamily& family) {
   for (const std::string_view name : family.variables)
     told.append(told.empty() ? "" : ",").append(name);
   for (const std::string_view name : kScriptLibrary) all.append(",").append(name);
+  for (const std::string_view name : {kLengthName, kValuesName}) all.append(",").append(name);
   return fmt::format("local _keep,{}{}=...;_keep(function() return {} end)_keep=nil;", told, all,
                      told);
 }
 
 int KeepSetter(lua_State* state) {
+  Push(state, kSetter);
+  // The values of the file, which `...` shows to a script, are no way to take its place.
+  if (!lua_isnil(state, -1)) return luaL_error(state, "what is told can't be set by a script");
   lua_settop(state, 1);
   Keep(state, kSetter);
   return 0;
@@ -95,23 +101,22 @@ void* ScriptState::Allocate(void* data, void* block, std::size_t before, std::si
     return nullptr;
   }
   if (after > held) {
-    const bool isTooLong = !block && before == LUA_TSTRING && after > kMostText;
-    if (isTooLong) self.mTextTooLong = true;
-    if (isTooLong) return nullptr;
-    // Each refusal makes the state collect all that it has: a call at the limit would crawl.
-    if (self.mRefusals > kMostRefusals) return nullptr;
-    if (self.mMemory - held + after > kMostMemory) return ++self.mRefusals, nullptr;
+    if (!block && before == LUA_TSTRING && after > kMostText + kTextHead)
+      self.mIsTextTooLong = true;
+    if (after > self.mMostMade - self.mMade) self.mHasMadeTooMuch = true;
+    if (self.mIsTextTooLong || self.mHasMadeTooMuch) return nullptr;
+    self.mMade += after;
   }
   void* moved = std::realloc(block, after);
-  if (moved) self.mMemory += after - held;
+  if (!moved) return nullptr;
+  self.mMemory += after - held;
+  self.mPeak = std::max(self.mPeak, self.mMemory);
   return moved;
 }
 
-ScriptState::ScriptState(const std::string& source, const ScriptFamily& family) : mFamily(family) {
-  if (source.size() > kMostSource) {
-    mError.text = fmt::format("it is longer than {} bytes", kMostSource);
-    return;
-  }
+ScriptState::ScriptState(const ScriptText& text, const ScriptFamily& family)
+    : mFamily(family), mError(text.Error()) {
+  if (mError) return;
   mState = lua_newstate(Allocate, this);
   if (!mState) {
     mError.text = "there is no memory for it";
@@ -119,7 +124,7 @@ ScriptState::ScriptState(const std::string& source, const ScriptFamily& family) 
   }
   *static_cast<ScriptState**>(lua_getextraspace(mState)) = this;
   const std::string opening = Opening(family);
-  std::string_view pieces[] = {opening, source};
+  std::string_view pieces[] = {opening, text.Text()};
   std::span<std::string_view> unread = pieces;
   mPieces = &unread;
   Guard(Load);
@@ -131,22 +136,22 @@ ScriptState::~ScriptState() {
 }
 
 bool ScriptState::Guard(int (*function)(lua_State*)) {
-  mTextTooLong = false;
   lua_settop(mState, 0);
   lua_pushcfunction(mState, function);
   const int status = lua_pcall(mState, 0, 0, 0);
-  if (status == LUA_OK) return true;
-  TakeError(status == LUA_ERRMEM);
+  if (status != LUA_OK) TakeError(status);
   lua_settop(mState, 0);
-  return false;
+  return status == LUA_OK;
 }
 
-void ScriptState::TakeError(bool isOutOfMemory) {
+void ScriptState::TakeError(int status) {
   const bool isText = lua_type(mState, -1) == LUA_TSTRING;
-  if (isOutOfMemory ||
-      (isText && std::strcmp(lua_tostring(mState, -1), "not enough memory") == 0)) {
-    mError = {mTextTooLong ? fmt::format("it makes a text of more than {} bytes", kMostText)
-                           : fmt::format("it takes more than {} bytes of memory", kMostMemory),
+  // The compiler's error of memory has become one with a text.
+  const bool isOut = status == LUA_ERRMEM ||
+                     (isText && std::strcmp(lua_tostring(mState, -1), "not enough memory") == 0);
+  if (isOut && (mIsTextTooLong || mHasMadeTooMuch)) {
+    mError = {mIsTextTooLong ? fmt::format("it makes a text of more than {} bytes", kMostText)
+                             : fmt::format("it makes more than {} bytes", mMostMade),
               mMainLine};
     return;
   }
@@ -157,22 +162,22 @@ void ScriptState::TakeError(bool isOutOfMemory) {
   }
   std::size_t size = 0;
   const char* text = lua_tolstring(mState, -1, &size);
-  mError = SplitError({text, size});
+  mError = SplitError(ScriptText::AsWritten({text, size}));
   if (mError.line == 0) mError.line = mMainLine;
 }
 
-void ScriptState::StartLimits(lua_State* state, int instructions) {
-  ResetLimits();
+void ScriptState::StartLimits(lua_State* state, int instructions, std::size_t bytes) {
+  mInstructions = 0;
   mMostInstructions = instructions;
+  mLeftOver += mMade;
+  mMade = 0;
+  mMostMade = bytes;
+  mIsTextTooLong = mHasMadeTooMuch = false;
+  mStart = -1;
+  // Counts from here, however far the count of the last call has come.
   lua_sethook(
       state, [](lua_State* s, lua_Debug*) { Of(s).CheckLimits(s); }, LUA_MASKCOUNT,
       kInstructionsPerLook);
-}
-
-void ScriptState::ResetLimits() {
-  mInstructions = 0;
-  mRefusals = 0;
-  mStart = -1;
 }
 
 bool ScriptState::LookAtClock() {
@@ -221,7 +226,8 @@ int ScriptState::Load(lua_State* state) {
   lua_pushcfunction(state, KeepSetter);
   for (std::size_t i = 0; i < self.mFamily.variables.size(); ++i) lua_pushnil(state);
   PushScriptLibrary(state);
-  self.StartLimits(state, kMostLoading);
+  PushScriptOperators(state);
+  self.StartLimits(state, kMostLoading, kMostLoaded);
   lua_call(state, lua_gettop(state) - chunk, 0);
 
   PushGlobal(state, "main");
@@ -240,6 +246,9 @@ int ScriptState::Load(lua_State* state) {
   Push(state, kSetter);
   self.mWatched =
       FreezeScript(state, lua_gettop(state), static_cast<int>(self.mFamily.variables.size()));
+  lua_settop(state, 0);
+  lua_gc(state, LUA_GCSTOP);
+  self.Collect(state);
   return 0;
 }
 
@@ -259,6 +268,7 @@ int ScriptState::TakeOp(lua_State* state) {
 
 void ScriptState::SetOp(const ScriptOp& op) {
   if (mError) return;
+  StartLimits(mState, kMostInstructions, kMostMade);
   mOp = &op;
   Guard(TakeOp);
   mOp = nullptr;
@@ -266,38 +276,53 @@ void ScriptState::SetOp(const ScriptOp& op) {
 
 // ---- running ----------------------------------------------------------------------------------
 
-bool ScriptState::RunAll(const Job& job) {
-  if (mError) return false;
+std::size_t ScriptState::RunAll(Job job) {
+  if (mError || mIsSpent) return job.done;
   mJob = &job;
   const bool isDone = Guard(Drive);
   mJob = nullptr;
-  return isDone;
+  mIsSpent = !isDone && mHasMadeTooMuch && mMostMade < kMostMade;
+  if (mIsSpent) mError = {};
+  return job.done;
 }
 
 int ScriptState::Drive(lua_State* state) {
   ScriptState& self = Of(state);
-  const std::size_t calls = self.mJob->numbers.size() + self.mJob->vectors.size();
-  luaL_checkstack(state, LUA_MINSTACK + static_cast<int>(self.mJob->told.size()), nullptr);
+  Job& job = *self.mJob;
+  const std::size_t calls = job.numbers.size() + job.vectors.size();
+  self.StartLimits(state, kMostInstructions, kMostMade);
+  luaL_checkstack(state, LUA_MINSTACK + static_cast<int>(job.told.size()), nullptr);
   Push(state, kSetter);
   Push(state, kMain);
   Push(state, kOpTable);
   const int setter = 1, main = 2, op = 3;
   // Since calls remember nothing, one vector a variable serves them all.
-  for (std::size_t i = 0; i < self.mJob->told.size(); ++i) PushScriptVector(state, {});
+  for (std::size_t i = 0; i < job.told.size(); ++i) PushScriptVector(state, {});
+  const int watched = lua_gettop(state) + 1;
+  PushWatched(state, self.mWatched);
   const int top = lua_gettop(state);
-  self.StartLimits(state, kMostInstructions);
-  for (std::size_t call = 0; call < calls; ++call) {
-    self.TellCall(state, setter, op + 1, call);
+  for (; job.done < calls; ++job.done) {
+    self.TellCall(state, setter, op + 1, job.done);
     lua_pushvalue(state, main);
     lua_pushvalue(state, op);
-    self.ResetLimits();
+    self.StartCall(state);
     lua_call(state, 1, 1);
-    self.TakeAnswer(state, call);
-    if (self.mWatched > 0 && self.mWatched <= kFewWatched) CheckFrozen(state);
+    self.TakeAnswer(state, job.done);
+    CheckWatched(state, watched, self.mWatched);
     lua_settop(state, top);
   }
-  if (self.mWatched > kFewWatched) CheckFrozen(state);
   return 0;
+}
+
+void ScriptState::StartCall(lua_State* state) {
+  if (mLeftOver + mMade > kMostLeftOver) Collect(state);
+  StartLimits(state, kMostInstructions, mIsUsed ? kMostInUsed - mLeftOver - mMade : kMostMade);
+  mIsUsed = true;
+}
+
+void ScriptState::Collect(lua_State* state) {
+  lua_gc(state, LUA_GCCOLLECT);
+  mLeftOver = mMade = 0;
 }
 
 void ScriptState::TellCall(lua_State* state, int setter, int vectors, std::size_t call) {

@@ -47,10 +47,12 @@ const ParameterTable& Rows() {
               "whether its weight is given or follows from its size")
           .Choices({{0, "given"}, {1, "from_density"}})
           .To(&ObstacleSettings::massMode),
-      RealRow(2009, "linear_damping", 0.0, "none", "how soon a flying body slows down")
+      RealRow(obstacle_row::kLinearDamping, "linear_damping", 0.0, "none",
+              "how soon a flying body slows down")
           .Range(0, 1)
           .To(&ObstacleSettings::linearDamping),
-      RealRow(2010, "angular_damping", 0.0, "none", "how soon a spinning body slows down")
+      RealRow(obstacle_row::kAngularDamping, "angular_damping", 0.0, "none",
+              "how soon a spinning body slows down")
           .Range(0, 1)
           .To(&ObstacleSettings::angularDamping),
       RealRow(2011, "collision_margin", 0.04, "host",
@@ -58,16 +60,17 @@ const ParameterTable& Rows() {
               "size; negative leaves the choice to the rigid world")
           .Missing(-0.01)
           .To(&ObstacleSettings::margin),
-      RealRow(2012, "restitution", 0.4, "none",
+      RealRow(obstacle_row::kRestitution, "restitution", 0.4, "none",
               "how high it bounces: 0 stays down, 1 comes all the way back")
           .Missing(0.1)
           .AtLeast(0)
           .To(&ObstacleSettings::restitution),
-      RealRow(2013, "friction", 0.3, "none", "how soon it stops when it slides")
+      RealRow(obstacle_row::kFriction, "friction", 0.3, "none", "how soon it stops when it slides")
           .Missing(0.1)
           .AtLeast(0)
           .To(&ObstacleSettings::friction),
-      RealRow(2014, "rolling_friction", 0.3, "none", "how soon it stops when it rolls")
+      RealRow(obstacle_row::kRollingFriction, "rolling_friction", 0.3, "none",
+              "how soon it stops when it rolls")
           .Missing(0.1)
           .AtLeast(0)
           .To(&ObstacleSettings::rollingFriction),
@@ -98,19 +101,24 @@ const ParameterTable& Rows() {
       RealRow(obstacle_row::kStartSpeed, "start_speed", 1.0, "m/s",
               "how fast it flies off, along start_direction")
           .To(&ObstacleSettings::startSpeed),
-      LinksRow(2025, "linear_damping_constraints", "where linear_damping counts, and how much")
+      LinksRow(obstacle_row::kLinearDampingLimits.constraints, "linear_damping_constraints",
+               "where linear_damping counts, and how much")
           .AcceptsAny(kConstraints)
           .To(&ObstacleSettings::linearDampingLimits),
-      LinksRow(2026, "angular_damping_constraints", "where angular_damping counts, and how much")
+      LinksRow(obstacle_row::kAngularDampingLimits.constraints, "angular_damping_constraints",
+               "where angular_damping counts, and how much")
           .AcceptsAny(kConstraints)
           .To(&ObstacleSettings::angularDampingLimits),
-      LinksRow(2027, "friction_constraints", "where friction counts, and how much")
+      LinksRow(obstacle_row::kFrictionLimits.constraints, "friction_constraints",
+               "where friction counts, and how much")
           .AcceptsAny(kConstraints)
           .To(&ObstacleSettings::frictionLimits),
-      LinksRow(2028, "rolling_friction_constraints", "where rolling_friction counts, and how much")
+      LinksRow(obstacle_row::kRollingFrictionLimits.constraints, "rolling_friction_constraints",
+               "where rolling_friction counts, and how much")
           .AcceptsAny(kConstraints)
           .To(&ObstacleSettings::rollingFrictionLimits),
-      LinksRow(2029, "restitution_constraints", "where restitution counts, and how much")
+      LinksRow(obstacle_row::kRestitutionLimits.constraints, "restitution_constraints",
+               "where restitution counts, and how much")
           .AcceptsAny(kConstraints)
           .To(&ObstacleSettings::restitutionLimits),
       RealRow(2030, "force_transfer", 1.0, "none", "how much the fluid can push the body along")

@@ -9,6 +9,10 @@
 #include "fluids/constraints/particle_constraint_property.h"
 #include "fluids/constraints/volume_constraint.h"
 #include "fluids/emission/particle_to_grid_emitter.h"
+#include "fluids/forces/force_grid_turbulence.h"
+#include "fluids/mesh/obstacle_rows.h"
+#include "fluids/mesh/obstacle_settings.h"
+#include "fluids/operators/particle_forces.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/surfaces/surface_reconstructor.h"
@@ -27,6 +31,12 @@ namespace {
 class ConstraintHints : public HintBase {
  public:
   using HintBase::HintBase;
+
+  void LookAtTags() {
+    mScene.document->ForEachNode([&](const BaseNode& node) {
+      if (const BaseNode* tag = node.Tag(kObstacleTag); tag && tag->Table()) LookAtTag(node, *tag);
+    });
+  }
 
   void LookAt(const BaseNode& server) {
     mNodes.clear();
@@ -47,9 +57,14 @@ class ConstraintHints : public HintBase {
     return IsA<ParticleConstraint_Attribute>(node) || IsA<ParticleConstraint_Property>(node);
   }
 
-  /// Whether what a node asks its constraints about are particles.
+  /// Whether what a node asks its constraints about are particles, or particles too.
   bool AsksOfParticles(const BaseNode& holder) const {
-    if (IsA<ParticleCacher>(holder)) return true;
+    if (IsA<ParticleCacher>(holder) || IsA<Force_GridTurbulence>(holder)) return true;
+    const auto pushesParticles = [](const BaseNode* reader) {
+      return IsA<ParticleForces>(*reader);
+    };
+    const auto& readers = ReadersOf(holder);
+    if (std::any_of(readers.begin(), readers.end(), pushesParticles)) return true;
     if (IsA<SurfaceReconstructor>(holder))
       return Whole(holder, SurfaceReconstructor::kHostRow) == 0;
     if (IsA<ParticleToGridEmitter>(holder)) {
@@ -69,14 +84,39 @@ class ConstraintHints : public HintBase {
       NoteUnread(holder, common_row::kConstraints,
                  fmt::format("'{}' is off", NameOf(holder, SurfaceReconstructor::kFilterRow)));
     if (AsksOfParticles(holder)) return;
-    for (const InExcludeData::Entry& entry : list->entries) {
+    WarnOfPlaces(holder, *list, NameOf(holder, common_row::kConstraints), common_row::kConstraints);
+  }
+
+  void WarnOfPlaces(const BaseNode& holder, const InExcludeData& list, std::string_view name,
+                    i32 row = 0) {
+    for (const InExcludeData::Entry& entry : list.entries) {
       const BaseNode* constraint = mScene.document->Find(entry.node);
       if (constraint && IsOfParticles(*constraint))
         Warn(holder,
              fmt::format("'{}': {} looks at particles, and is asked here about places: it lets "
                          "everything pass",
-                         NameOf(holder, common_row::kConstraints), Named(*constraint)),
-             common_row::kConstraints);
+                         name, Named(*constraint)),
+             row);
+    }
+  }
+
+  /// Limits of what an obstacle hasn't got.
+  void LookAtTag(const BaseNode& node, const BaseNode& tag) {
+    using namespace obstacle_row;
+    ObstacleSettings settings;
+    FillMembers(*tag.Table(), &tag, settings);
+    for (const auto& [row, value] : {kLinearDampingLimits, kAngularDampingLimits, kFrictionLimits,
+                                     kRollingFrictionLimits, kRestitutionLimits}) {
+      const auto* list = Get<InExcludeData>(tag, row);
+      if (!list || list->entries.empty()) continue;
+      WarnOfPlaces(node, *list, NameOf(tag, row));
+      const bool isOfFlight = value == kLinearDamping || value == kAngularDamping;
+      const std::string why = StaysZero(tag, value) ? fmt::format("'{}' is 0", NameOf(tag, value))
+                              : isOfFlight && !settings.IsHeavy() ? "without a mass it doesn't move"
+                              : !HasBodies() ? "no obstacle has a mass, so nothing touches it"
+                                             : "";
+      if (!why.empty())
+        Note(node, fmt::format("'{}' of its obstacle has no effect: {}", NameOf(tag, row), why));
     }
   }
 
@@ -150,6 +190,7 @@ void AddConstraintHints(const LoadedScene& scene, const ScenePlaces& places,
                         Diagnostics& diagnostics) {
   ConstraintHints hints(scene, places, diagnostics);
   for (const BaseNode* server : scene.servers) hints.LookAt(*server);
+  hints.LookAtTags();
 }
 
 }  // namespace MELDO_GLOBAL::app

@@ -289,6 +289,22 @@ TEST(ScriptConstraint, ItsAnswerIsTheMeasure) {
   EXPECT_THAT(limit.mInactiveReason, HasSubstr("gave nothing"));
 }
 
+TEST(ScriptConstraint, OneThatFailedAHolderSleepsForTheOthersOfThatStage) {
+  TestScene s;
+  auto& limit = s.Add<ScriptConstraint>("constraint_script", "limit");
+  TestScene::Set(limit, ScriptPart::kSourceRow, MainOf("return physical_pos.x < 1 and 0.5 or {}"));
+  s.SetUp();
+  double weight = 1;
+  limit.Prepare({});
+  EXPECT_TRUE(limit.Test({2, 0, 0}, weight, {}));
+  limit.Finish({});
+  limit.Prepare({});
+  EXPECT_TRUE(limit.Test({0, 0, 0}, weight, {&limit, nullptr, 1}));
+  limit.Finish({});
+  EXPECT_EQ(weight, 1);
+  EXPECT_THAT(limit.mInactiveReason, HasSubstr("gave a table"));
+}
+
 TEST(ScriptOnParticles, DoesWhatGravityDoesToTheLastBit) {
   std::vector<Vec3d> expected;
   for (const bool isScript : {false, true})

@@ -14,6 +14,7 @@ namespace {
 
 using testing::AnyOf;
 using testing::HasSubstr;
+using testing::Not;
 
 const ScriptFamily kTold{{"intensity", "cell_value", "cell_index", "physical_pos"}};
 
@@ -120,6 +121,9 @@ TEST(Script, RemembersNothing) {
         "local n = 0.0\nfunction main(op) n = -n return 1 end",
         "local n = 0 / 0\nfunction main(op) n = -n return 1 end",
         "local odd = false\nfunction main(op) odd = not odd return odd and 1 or 2 end",
+        "local a, b, c, d, e, odd = 1, 2, 3, 4, 5, false\n"
+        "function main(op) odd = not odd return a + b + c + d + e + (odd and 1 or 2) end",
+        "local keep = ... keep(function() end) function main(op) return 1 end",
         "local t = {}\nfunction main(op) t.n = (t.n or 0) + 1 return t.n end",
         "local t = {{}}\nfunction main(op) t[1][1] = cell_value return 1 end",
         "local function keep() local n = 0 return function() n = n + 1 return n end end\n"
@@ -171,29 +175,103 @@ TEST(Script, WhatNeverEndsOrEatsMemoryIsStoppedWithinASecond) {
       "local function g(n, ...) if n == 0 then return 1 end return g(n - 1, 1, ...) end\n"
       "function main(op) return g(1000000) end",
       "function main(op) return select(2, error(error)) end",
+      // Each of these makes few instructions dear.
+      "local function g(n, ...) if n > 0 then return g(n - 1, 1, 2, 3, 4, 5, 6, 7, 8, ...) end\n"
+      "  while true do local a = math.max(...) end end\n"
+      "function main(op) return g(4000) end",
+      "local function g(n) if n == 0 then return 1 end return 1, g(n - 1) end\n"
+      "function main(op) while true do local a = select('#', g(9000)) end end",
+      "function main(op) local t = {} for i = 1, 8192 do t[i * 3.5] = true end\n"
+      "  for i = 1, 1e9 do t[i * 3.5] = nil t[(i + 8192) * 3.5] = true end end",
+      "function main(op) local s = '9' for i = 1, 9 do s = s .. s end\n"
+      "  while true do local a = math.sin(s) end end",
   };
   for (const char* bomb : bombs) {
     std::clock_t start = std::clock();
     Cells cells(bomb);
-    // As many workers as there may be, one after the other: each fails for itself.
-    for (u32 worker = 0; worker < kMaxWorkers; ++worker) {
+    for (u32 worker = 0; worker < 3; ++worker) {
       if (cells.isCompiled) cells.Run<double>(8, worker);
       EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, 1.0) << bomb;
       start = std::clock();
     }
     EXPECT_TRUE(cells.runner.Error()) << bomb;
+    EXPECT_THAT(cells.runner.Error().text, Not(HasSubstr("longer than")))
+        << "by the clock: " << bomb;
   }
+}
+
+TEST(Script, LengthsRestOnWhatAListHoldsAlone) {
+  // The same list with gaps, made forwards, and backwards among other keys that come and go.
+  Cells cells(
+      Main("local n, a, b = cell_index * 2654435761 % 2^20 // 1, {}, {}\n"
+           "for i = 1, 40 do b['x' .. i] = i b[{}] = i end\n"
+           "for i = 1, 20 do if n >> i & 1 == 1 then a[i] = i end end\n"
+           "for i = 20, 1, -1 do if n >> i & 1 == 1 then b[i] = i end b['x' .. i] = nil end\n"
+           "assert(#a == #b and (#a == 0 or a[#a]) and not a[#a + 1], 'differ')\n"
+           "return #a"));
+  EXPECT_EQ(cells.Run<double>(2000).size(), 2000u) << cells.runner.Error().text;
+}
+
+TEST(Script, LengthsAndValuesMeanWhatTheLanguageSays) {
+  Cells cells(
+      "-- # in a comment ... and --[[ in a long one # ]] here\n"
+      "local t, text = {1, 2, 3, n = {4, 5}}, '# ... \\' #' .. \"\\z\n   # ...\" .. [==[ # ]] ... "
+      "]==]\n"
+      "local function pass(...) return ... end\n"
+      "local function count(...) local a, b = ...\n"
+      "  (pass or count)(a)\n"
+      "  return select('#', ...) + #{...} * 10 + select('#', pass(...), pass(...)) * 100 + (b or "
+      "0) end\n"
+      "function main(op)\n"
+      "  assert(#t == 3 and #t.n==2 and -#t == -3 and 2^#t == 8 and #t*2^#t.n == 12 and "
+      "not(#t<3))\n"
+      "  assert(#'abc'..#'d' == '31' and #text == 24 and #pass('ab', 1) == 2 and#t~=#t.n and 1 ..2 "
+      "== '12')\n"
+      "  local last = {} last[#last + 1] = 7 last[#last + 1] = 8\n"
+      "  return count(5, 6, 7) + #last + last[#last] + .5 + 0x.8p+1 + 3.e-0\n"
+      "end");
+  const std::vector<double> answers = cells.Run<double>();
+  ASSERT_EQ(answers.size(), 8u) << cells.runner.Error().line << cells.runner.Error().text;
+  EXPECT_EQ(answers[0], 3 + 30 + 400 + 6 + 2 + 8 + 0.5 + 1 + 3);
+  EXPECT_EQ(ErrorOf("x = 3 # 4"), "1: syntax error near '#'");
+  EXPECT_EQ(ErrorOf(Main("\nreturn #op.step")), "3: attempt to get length of a number value");
+  EXPECT_EQ(ErrorOf("\nlocal _sulva_length = 3"), "2: the name '_sulva_length' is taken");
 }
 
 TEST(Script, CompilingTakesNoLongerThanASecond) {
   const std::string head = "local a\nfunction main(op) return a", tail = " or 1 end";
   std::string source = head;
-  while (source.size() + tail.size() + 5 <= ScriptState::kMostSource) source += " or a";
+  while (source.size() + tail.size() + 5 <= ScriptText::kMostSource) source += " or a";
   const std::clock_t start = std::clock();
   EXPECT_EQ(ErrorOf(source + tail), "");
   EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, 1.0);
-  source.resize(ScriptState::kMostSource + 1, ' ');
+  source.resize(ScriptText::kMostSource + 1, ' ');
   EXPECT_THAT(ErrorOf(source), HasSubstr("it is longer than"));
+}
+
+TEST(Script, WhatACallMayMakeDoesNotDependOnWhatRanBefore) {
+  // The deepest recursion that a first call can go to, which takes memory for the stack.
+  const auto goes = [](Cells& cells, int depth) {
+    std::vector<double> answer(1), told{static_cast<double>(depth)};
+    const std::vector<i32> index(1);
+    const std::vector<Vec3d> place(1);
+    const ScriptColumn columns[] = {std::span<const double>(told), std::span<const double>(told),
+                                    std::span<const i32>(index), std::span<const Vec3d>(place)};
+    return cells.runner.Run(0, columns, std::span<double>(answer));
+  };
+  const std::string source =
+      "local function down(n) if n < 1 then return 1 end return 1 + down(n - 1) end\n" +
+      Main("return down(cell_value)");
+  int low = 1000, high = 100000;
+  while (high - low > 1) {
+    Cells cells(source);
+    const int middle = (low + high) / 2;
+    (goes(cells, middle) ? low : high) = middle;
+  }
+  EXPECT_GT(low, 5000);
+  Cells cells(source);
+  for (const int depth : {low, 10, low - 1, low}) EXPECT_TRUE(goes(cells, depth)) << depth;
+  EXPECT_FALSE(goes(cells, high)) << "the room that others had made doesn't count";
 }
 
 TEST(Script, LimitsDoNotDependOnWhatRanBefore) {

@@ -69,5 +69,46 @@ TEST(ConstraintHints, TellWhatHoldsNothingBackOrEverything) {
               Not(Contains(HasSubstr("looks at particles"))));
 }
 
+TEST(ConstraintHints, TellWhatLimitsOfBodiesDoNothing) {
+  const RunFolder folder("body_limit_hints");
+  const auto told = [&](const std::string& obstacle) {
+    Diagnostics diagnostics;
+    const std::string text = R"({ "sulva": 1, "range": [0, 4],
+ "objects": [ { "name": "ball", "type": "sphere", "radius": 30, "segments": 16, "position": [0, 60, 0], "obstacle": )" +
+                             obstacle + R"( } ],
+ "nodes": [ { "type": "server", "name": "scene", "parameters": { "cell_size": 0.1 }, "children": [
+  { "type": "constraint_particle_collision", "name": "hit" },
+  { "type": "constraint_quadratic", "name": "near" },
+  { "type": "mesh", "name": "skin", "parameters": { "object": "ball" } } ] } ] })";
+    LoadScene(folder.Write("s.json", text), diagnostics);
+    std::vector<std::string> lines;
+    for (const std::string& line : diagnostics.Lines())
+      if (line.find("_constraints'") != std::string::npos) lines.push_back(line);
+    return lines;
+  };
+  EXPECT_THAT(told(R"({ "mass": 2, "friction_constraints": ["near"], "linear_damping": 0.5,
+                        "linear_damping_constraints": ["near"] })"),
+              IsEmpty());
+  EXPECT_THAT(told(R"({ "mass": 2, "restitution_constraints": ["hit"] })"),
+              ElementsAre(HasSubstr("'restitution_constraints': 'hit' looks at particles")));
+  EXPECT_THAT(told(R"({ "mass": 2, "angular_damping_constraints": ["near"] })"),
+              ElementsAre(HasSubstr("has no effect: 'angular_damping' is 0")));
+  EXPECT_THAT(told(R"({ "linear_damping": 1, "linear_damping_constraints": ["near"] })"),
+              ElementsAre(HasSubstr("without a mass it doesn't move")));
+  EXPECT_THAT(told(R"({ "rolling_friction_constraints": ["near"] })"),
+              ElementsAre(HasSubstr("no obstacle has a mass, so nothing touches it")));
+}
+
+TEST(ConstraintHints, AForceOnParticlesAsksOfThem) {
+  const std::string flag = R"("type": "constraint_particle_collision")";
+  const std::string force =
+      R"({ "type": "force_gravity", "name": "wind", "parameters": { "constraints": ["where"] } },)";
+  EXPECT_THAT(Told(flag, force, "[]"), Contains(HasSubstr("is asked here about places")));
+  EXPECT_THAT(Told(flag, force + R"({ "type": "particlegroup", "name": "dust" },
+                        { "type": "particle_forces", "name": "push", "parameters": { "groups": ["dust"] } },)",
+                   "[]"),
+              Not(Contains(HasSubstr("is asked here about places"))));
+}
+
 }  // namespace
 }  // namespace MELDO_GLOBAL::app

@@ -25,6 +25,8 @@ class ScriptConstraint : public Constraint {
   static constexpr std::size_t kRun = 64;
 
   bool Open() override { return mScript.Open(mSource); }
+  /// The script may have failed another holder.
+  bool Fetch() override { return !mScript.HasFailed(); }
   /// Weighs points of which none is out, at most `kRun`; false where the script failed.
   bool Weigh(std::span<const Vec3d> positions, std::span<double> weights, u32 worker);
 

@@ -86,37 +86,44 @@ const Mesh* VoxelDistanceConstraint::FindMesh() const {
   return nullptr;
 }
 
-std::vector<Vec3d> VoxelDistanceConstraint::CollectPoints() {
-  const Vec3d scale = GetDomain().worldToSim;
-  const Matrix place = mObject->GlobalMatrix();
-  const auto placed = [&](const std::vector<Vec3d>& points) {
-    std::vector<Vec3d> out;
-    out.reserve(points.size());
-    for (const Vec3d& p : points) out.push_back((place * p) * scale);
-    return out;
-  };
-  mIsLine = mIsFar = false;
-  mLineEnds.clear();
-  if (const auto* spline = dynamic_cast<const SplineObject*>(mObject)) {
-    if (mSplineMode != kSplinePoints && mSplineMode != kSplineLine) return {};
-    const SplineLine line =
-        mSplineMode == kSplineLine ? SplineLine(*spline, place, scale) : SplineLine();
-    mIsLine = !line.IsEmpty();
-    return mIsLine ? CutLine(line) : placed(spline->points);
-  }
-  mIsFar = mMeshMode == kAlwaysFar;
-  if (mMeshMode != kPoints) return {};
-  if (const Mesh* mesh = FindMesh()) {
-    return mesh->mMesh.GetVertices();
-  }
-  if (const auto* polygons = dynamic_cast<const PolygonObject*>(mObject))
-    return placed(polygons->GetGeometry().points);
-  if (const auto* cloud = dynamic_cast<const PointsObject*>(mObject)) return placed(cloud->points);
-  return {};
+bool VoxelDistanceConstraint::TakePoints(std::span<const Vec3d> points) {
+  if (std::ranges::equal(points, mPoints)) return false;
+  mPoints.assign(points.begin(), points.end());
+  return true;
 }
 
-std::vector<Vec3d> VoxelDistanceConstraint::CutLine(const SplineLine& line) {
+bool VoxelDistanceConstraint::TakePlaced(std::span<const Vec3d> points) {
+  const Vec3d scale = GetDomain().worldToSim;
+  const Matrix place = mObject->GlobalMatrix();
+  const auto placed = [&](const Vec3d& p) { return (place * p) * scale; };
+  if (std::ranges::equal(points, mPoints, {}, placed)) return false;
+  mPoints.resize(points.size());
+  std::ranges::transform(points, mPoints.begin(), placed);
+  return true;
+}
+
+bool VoxelDistanceConstraint::TakeObject() {
+  mIsLine = mIsFar = false;
+  if (const auto* spline = dynamic_cast<const SplineObject*>(mObject)) {
+    if (mSplineMode != kSplinePoints && mSplineMode != kSplineLine) return TakePoints({});
+    if (mSplineMode == kSplinePoints) return TakePlaced(spline->points);
+    const SplineLine line(*spline, mObject->GlobalMatrix(), GetDomain().worldToSim);
+    mIsLine = !line.IsEmpty();
+    return mIsLine ? TakeLine(line) : TakePlaced(spline->points);
+  }
+  mIsFar = mMeshMode == kAlwaysFar;
+  if (mMeshMode != kPoints) return TakePoints({});
+  if (const Mesh* mesh = FindMesh()) return TakePoints(mesh->mMesh.GetVertices());
+  if (const auto* polygons = dynamic_cast<const PolygonObject*>(mObject))
+    return TakePlaced(polygons->GetGeometry().points);
+  if (const auto* cloud = dynamic_cast<const PointsObject*>(mObject))
+    return TakePlaced(cloud->points);
+  return TakePoints({});
+}
+
+bool VoxelDistanceConstraint::TakeLine(const SplineLine& line) {
   mLongestPiece = std::max(double{GetDomain().cellSize}, line.TotalLength() / kMostPieces);
+  mLineEnds.clear();
   std::vector<Vec3d> cut;
   for (i32 segment = 0; segment < line.SegmentCount(); ++segment) {
     const std::vector<Vec3d> points = line.PointsOf(segment);
@@ -129,7 +136,7 @@ std::vector<Vec3d> VoxelDistanceConstraint::CutLine(const SplineLine& line) {
     }
     mLineEnds.push_back(static_cast<i32>(cut.size()) - 1);
   }
-  return cut;
+  return TakePoints(cut);
 }
 
 bool VoxelDistanceConstraint::Open() {
@@ -141,10 +148,7 @@ bool VoxelDistanceConstraint::Open() {
     mNamedMesh->GetCentre(mMiddle);
   else
     mMiddle = mObject->GlobalMatrix().offset * scale;
-  std::vector<Vec3d> points = CollectPoints();
-  if (points == mPoints) return true;
-  mPoints = std::move(points);
-  mTree.Build(mPoints, mScene->mThreadCount);
+  if (TakeObject()) mTree.Build(mPoints, mScene->mThreadCount);
   return true;
 }
 

@@ -1,5 +1,6 @@
 // The distance to an object.
 #pragma once
+#include <span>
 #include <vector>
 
 #include "fluids/mesh/mesh.h"
@@ -28,11 +29,15 @@ class VoxelDistanceConstraint : public MeasuredConstraint<VoxelDistanceConstrain
 
   /// The mesh node that reads the object, or null.
   const Mesh* FindMesh() const;
-  /// The points of the object, simulation units; none where its middle is meant.
-  std::vector<Vec3d> CollectPoints();
-  /// The points of a line cut into pieces of no more than a cell, so that few of them are near
+  /// Takes the points of the object, none where its middle is meant; false where they are those
+  /// that it has.
+  bool TakeObject();
+  /// The same of points that stand in the axes of the object, or of the simulation.
+  bool TakePlaced(std::span<const Vec3d> points);
+  bool TakePoints(std::span<const Vec3d> points);
+  /// The same of a line, cut into pieces of no more than a cell, so that few of them are near
   /// enough to be the nearest.
-  std::vector<Vec3d> CutLine(const host::SplineLine& line);
+  bool TakeLine(const host::SplineLine& line);
   double DistanceToLine(const Vec3d& p, double nearestSquared) const;
 
   host::BaseNode* mObject = nullptr;

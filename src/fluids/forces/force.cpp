@@ -36,25 +36,13 @@ void Force::PrepareAlone() {
 }
 
 void Force::EvaluateParticles(const ForceParticles& run) {
-  for (i32 i = 0; i < static_cast<i32>(run.positions.size()); ++i) {
+  const i32 count = static_cast<i32>(run.positions.size());
+  for (i32 i = 0; i < count; ++i) {
     if (run.weights[i] == 0) continue;
     ForceSample sample = SampleOf(run, i);
     Evaluate(sample);
     run.forces[i] = sample.force;
   }
-}
-
-ForceSample Force::SampleOf(const ForceParticles& run, i32 i) {
-  ForceSample sample;
-  sample.worker = run.worker;
-  sample.particleMode = 1;
-  sample.particles = run.particles;
-  sample.particle = run.first + i;
-  sample.weight = run.weights[i];
-  sample.position = run.positions[i];
-  sample.hostPosition = sample.position * run.simToWorld;
-  sample.force = run.forces[i];
-  return sample;
 }
 
 void Force::PrepareForParticles() {

@@ -98,9 +98,8 @@ class Force : public iObject {
   /// it left in `sample.force`.
   template <class F>
   static void ForEachSample(const ForceRow& row, F&& f);
-  /// A cell of a row, and what was added to it.
+  /// A cell of a row, or a particle of a run, and what was added to it.
   static ForceSample SampleOf(const ForceRow& row, i32 x);
-  /// A particle of a run, the same way.
   static ForceSample SampleOf(const ForceParticles& run, i32 i);
   static void Store(const ForceSample& sample, const ForceRow& row, i32 x) {
     for (int a = 0; a < 3; ++a) row.force[a][x] = sample.force[a];
@@ -131,6 +130,19 @@ inline ForceSample Force::SampleOf(const ForceRow& row, i32 x) {
   }
   sample.position = row.PositionOf(x);
   sample.hostPosition = sample.position * row.simToWorld;
+  return sample;
+}
+
+inline ForceSample Force::SampleOf(const ForceParticles& run, i32 i) {
+  ForceSample sample;
+  sample.worker = run.worker;
+  sample.particleMode = 1;
+  sample.particles = run.particles;
+  sample.particle = run.first + i;
+  sample.weight = run.weights[i];
+  sample.position = run.positions[i];
+  sample.hostPosition = sample.position * run.simToWorld;
+  sample.force = run.forces[i];
   return sample;
 }
 
@@ -175,13 +187,18 @@ class ForceOf : public Force {
                           sample.particle))
       ThisLaw().Push(sample, s);
   }
+  void EvaluateRow(const ForceRow& row) override {
+    if (!mConstraints.IsEmpty()) return EvaluateConstrained(row);
+    if (!ThisLaw().IsAlikeInRows()) return Force::EvaluateRow(row);
+    if (const double s = ThisLaw().Scale(row.weight); s != 0) ThisLaw().Push(row, s);
+  }
   void EvaluateParticles(const ForceParticles& run) override {
     if (mConstraints.IsEmpty()) return Force::EvaluateParticles(run);
     if (!Has(FLAG_ACTIVE)) return;
+    const i32 count = static_cast<i32>(run.positions.size());
     const auto start = [&](i32 row) {
-      const i32 i = row - run.first;
-      const double weight = run.weights[i];
-      return weight != 0 && ThisLaw().ActsOn(SampleOf(run, i)) ? ThisLaw().Scale(weight) : 0.0;
+      const ForceSample sample = SampleOf(run, row - run.first);
+      return sample.weight != 0 && ThisLaw().ActsOn(sample) ? ThisLaw().Scale(sample.weight) : 0.0;
     };
     const auto push = [&](i32 row, double s) {
       ForceSample sample = SampleOf(run, row - run.first);
@@ -189,14 +206,8 @@ class ForceOf : public Force {
       run.forces[row - run.first] = sample.force;
     };
     mConstraints.ForEachWeighed(
-        {run.first, run.first + static_cast<i32>(run.positions.size()), this, run.worker,
-         run.particles},
+        {run.first, run.first + count, this, run.worker, run.particles},
         [&](i32 row) { return run.positions[row - run.first]; }, start, push);
-  }
-  void EvaluateRow(const ForceRow& row) override {
-    if (!mConstraints.IsEmpty()) return EvaluateConstrained(row);
-    if (!ThisLaw().IsAlikeInRows()) return Force::EvaluateRow(row);
-    if (const double s = ThisLaw().Scale(row.weight); s != 0) ThisLaw().Push(row, s);
   }
 
   /// What a caller's weight comes to in this step.

@@ -108,7 +108,20 @@ bool Force_GridTurbulence::PrepareForce() {
   mVorticity = store.Find<Vec3d>(property_id::kVorticity);
   mRadii = store.Find<double>(property_id::kRadius);
   mBuffers.resize(kShares);
+  FindReach();
   return true;
+}
+
+void Force_GridTurbulence::FindReach() {
+  const Vec3d reach{mRadius, mRadius, mRadius};
+  mReach = {};
+  for (const Vec3d& p : std::as_const(*mGroup).Store(kVortex).Positions())
+    mReach.Add({p - reach, p + reach});
+}
+
+bool Force_GridTurbulence::ActsOn(const ForceSample& sample) const {
+  const Vec3d& p = sample.position;
+  return Min(p, mReach.min) == mReach.min && Max(p, mReach.max) == mReach.max;
 }
 
 Vec3d Force_GridTurbulence::VelocityAt(const Vec3d& p) const {
@@ -155,23 +168,27 @@ Vec3d Force_GridTurbulence::PushAt(const Vec3d& place, double s, u32 worker) con
   Vec3d sum{};
   if (!mVorticity) return sum;
   const ParticleStore& store = mGroup->Store(kVortex);
-  mGroup->ForEachNeighbour(kVortex, place, mRadius, mBuffers[worker],
-                           [&](i32 row, double distanceSquared) {
-                             if (!(store.Flags()[row] & PF_ALIVE)) return;
-                             const double reach = mRadii ? mRadii->Get(row, 0) : 0;
-                             if (reach > 0 && reach * reach < distanceSquared) return;
-                             const double k = KernelAt(distanceSquared);
-                             if (!(k > 0)) return;
-                             const Vec3d own = mVorticity->Get(row, {});
-                             const Vec3d away = Normalised(store.Positions()[row] - place);
-                             Vec3d w = own * k;
-                             double weight = s;
-                             if (mAlongFlow) {
-                               weight *= Length(own) * Dot(VelocityAt(store.Positions()[row]), w);
-                               w = Normalised(w);
-                             }
-                             sum += Cross(away, w) * weight;
-                           });
+  constexpr bool kOnlyOfParticles = true;
+  mGroup->ForEachNeighbour(
+      kVortex, place, mRadius, mBuffers[worker], [&](i32 row, double distanceSquared) {
+        if (!(store.Flags()[row] & PF_ALIVE)) return;
+        const double reach = mRadii ? mRadii->Get(row, 0) : 0;
+        if (reach > 0 && reach * reach < distanceSquared) return;
+        const double k = KernelAt(distanceSquared);
+        if (!(k > 0)) return;
+        double weight = s;
+        if (!mConstraints.IsEmpty() &&
+            !mConstraints.Test(place, weight, this, worker, &store, row, kOnlyOfParticles))
+          return;
+        const Vec3d own = mVorticity->Get(row, {});
+        const Vec3d away = Normalised(store.Positions()[row] - place);
+        Vec3d w = own * k;
+        if (mAlongFlow) {
+          weight *= Length(own) * Dot(VelocityAt(store.Positions()[row]), w);
+          w = Normalised(w);
+        }
+        sum += Cross(away, w) * weight;
+      });
   return sum;
 }
 

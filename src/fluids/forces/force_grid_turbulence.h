@@ -21,6 +21,8 @@ class Force_GridTurbulence : public ForceOf<Force_GridTurbulence> {
   bool ReadParameters() override;
 
   double Scale(double weight) const { return weight * mWeight * mStrength; }
+  /// Cells that no particle reaches are asked nothing.
+  bool ActsOn(const ForceSample& sample) const;
   template <class Place>
   void Push(Place& place, double s) const;
 
@@ -28,12 +30,15 @@ class Force_GridTurbulence : public ForceOf<Force_GridTurbulence> {
   bool PrepareForce() override;
 
  private:
+  /// Finds the box that the particles reach.
+  void FindReach();
   /// Turns and stretches the vorticity of the particles in the flow by its velocity gradient, and
   /// keeps it within the limits.
   void Stretch();
   Vec3d VelocityAt(const Vec3d& p) const;
   double KernelAt(double distanceSquared) const;
-  /// The push at a place by a weight of `s`.
+  /// The push at a place by a weight of `s`, of which constraints of particles leave each its own
+  /// part.
   Vec3d PushAt(const Vec3d& place, double s, u32 worker) const;
 
   ParticleGroup* mGroup = nullptr;
@@ -47,6 +52,7 @@ class Force_GridTurbulence : public ForceOf<Force_GridTurbulence> {
   Kernel* mKernelNode = nullptr;  ///< in place of the force's own kernel
   bool mAlongFlow = false;        ///< weigh by the velocity along the vorticity
   KernelBase mKernel;
+  Bounds mReach;                                      ///< in this step
   const PropertyColumn<Vec3d>* mVorticity = nullptr;  ///< during a step
   const PropertyColumn<double>* mRadii = nullptr;
   mutable std::vector<NeighbourBuffer> mBuffers;  ///< one for each worker

@@ -46,8 +46,8 @@ void ChannelOperator_Remap::SetCurve(const SplineData& curve) {
 
 bool ChannelOperator_Remap::Open() {
   ReadParameters();  // nobody else sees to one that a picture made
-  mRamp = !mGiven.knots.empty() || !mOwn ? mGiven : *mOwn;
-  return !mRamp.knots.empty() || Deactivate("it has no 'gradient', and changes nothing");
+  mRamp = !mGiven.knots.empty() || !mOwn ? &mGiven : mOwn;
+  return !mRamp->knots.empty() || Deactivate("it has no 'gradient', and changes nothing");
 }
 
 void ChannelOperator_Remap::ChangeCells(const CellRecord* cells, i32 count,
@@ -56,14 +56,14 @@ void ChannelOperator_Remap::ChangeCells(const CellRecord* cells, i32 count,
     for (i32 i = 0; i < count; ++i)
       for (i32 a = 0; a < 3; ++a) {
         double& value = Value(cells[i], a);
-        value = mRamp.Evaluate(value)[a];
+        value = mRamp->Evaluate(value)[a];
       }
     return;
   }
   const FieldShare range(mGrids[0]->mRangeMin, mGrids[0]->mRangeMax);
   for (i32 i = 0; i < count; ++i) {
     double& value = Value(cells[i], 0);
-    value = range.ValueOf(mRamp.Evaluate(range.ShareOf(value)).x);
+    value = range.ValueOf(mRamp->Evaluate(range.ShareOf(value)).x);
   }
 }
 

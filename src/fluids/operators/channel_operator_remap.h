@@ -28,13 +28,13 @@ class ChannelOperator_Remap : public ChannelOperator {
 
  protected:
   bool Open() override;
-  void Close() override { mRamp.knots.clear(); }
+  void Close() override { mRamp = nullptr; }
   void ChangeCells(const CellRecord* cells, i32 count, const EvaluationThreadData& data) override;
 
  private:
   const host::Gradient* mOwn = nullptr;  ///< of the node
   host::Gradient mGiven;
-  host::Gradient mRamp;  ///< the one in use, from `Prepare` to `Finish`
+  const host::Gradient* mRamp = nullptr;  ///< the one in use, from `Prepare` to `Finish`
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -5,6 +5,7 @@
 #include "fluids/constraints/constraint_rig.h"
 #include "fluids/fields/plain_grid_channel.h"
 #include "fluids/gas_rig.h"
+#include "fluids/operators/particle_forces.h"
 #include "fluids/particles/particle_group.h"
 #include "framework/memory_archive.h"
 
@@ -327,6 +328,32 @@ TEST(ParticleConstraints, FlagsAndPropertiesCountForParticlesAlone) {
   measure("property_vector", property_id::kColor, [](i32) { return std::sqrt(3); });
   Rig::Set(property, 1005, i32{0});
   measure("property_state", 80, [](i32) { return 1; });
+}
+
+TEST(ParticleConstraints, AForceHandsThemTheParticleThatItPushes) {
+  Rig rig;
+  ParticleGroup& group = rig.Add<ParticleGroup>("particlegroup", "dust");
+  ParticleForces& push = rig.Add<ParticleForces>("particle_forces", "push");
+  Force& gravity = rig.Add<Force>("force_gravity", "down");
+  Constraint& flag = rig.Add<Constraint>("constraint_particle_collision", "hit");
+  Constraint& low = rig.Add<Constraint>("constraint_gradient", "low");
+  Rig::Set(low, 1000, host::Gradient{{{0, {0, 0, 0}}, {1, {1, 1, 1}}}});
+  Rig::Links(push, ParticleForces::kGroupsRow, {&group});
+  Rig::Links(push, ParticleForces::kForcesRow, {&gravity});
+  Rig::Links(gravity, common_row::kConstraints, {&flag, &low});
+  ParticleStore& store = group.Store(kPassive);
+  for (i32 i = 0; i < 200; ++i) {
+    ParticleTemplate particle;
+    particle.flags |= PF_KIND_PASSIVE;
+    if (i % 3 == 0) particle.flags |= PF_COLLIDED;
+    particle.position = {0, 0.004 * i, 0};
+    store.Create(particle);
+  }
+  rig.scene->mTime.frameIndex = 1;
+  rig.Begin(kOperators);
+  Rig::Run(push, 2);
+  for (i32 i = 0; i < 200; ++i)
+    EXPECT_NEAR(store.Velocities()[i].y, i % 3 == 0 ? -9.81 * 0.04 * (0.004 * i) : 0, 1e-12) << i;
 }
 
 }  // namespace

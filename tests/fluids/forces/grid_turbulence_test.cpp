@@ -118,6 +118,35 @@ TEST(GridTurbulence, TheFlowStretchesVorticityWithinItsLimits) {
   EXPECT_NEAR(Length(rig.VorticityOf(outside)), 1, 1e-12) << "limited out there too";
 }
 
+TEST(GridTurbulence, ConstraintsOfParticlesWeighEachOfThemAndOthersThePlace) {
+  std::vector<double> faces[2];
+  for (const bool isLimited : {false, true}) {
+    EddyRig rig;
+    host::BaseNode& flag = rig.Add("constraint_particle_collision", "hit");
+    host::BaseNode& half = rig.Add("constraint_quadratic", "half");
+    half.Set(Constraint::kOutputLowRow, 0.5);
+    half.Set(Constraint::kOutputHighRow, 0.5);
+    if (isLimited) {
+      host::InExcludeData list;
+      for (const host::BaseNode* node : {&half, &flag}) list.entries.push_back({node->Id(), 0});
+      rig.node->Set(common_row::kConstraints, list);
+    }
+    rig.Begin();
+    const i32 hit = rig.Put({0.3, 0.4, 0.4}, {0, 0.3, 0.1});
+    rig.group->Store(kVortex).Flags()[hit] |= PF_COLLIDED;
+    if (isLimited) rig.Put({0.4, 0.4, 0.5}, {0, 0, 9});
+    rig.RunGas(kForcesEmission);
+    const EGrid<double>& u = *rig.gas->mFlow.mVelocity.GetGrid(0);
+    faces[isLimited].assign(u.mData, u.mData + u.mCount);
+  }
+  double largest = 0;
+  for (std::size_t i = 0; i < faces[0].size(); ++i) {
+    EXPECT_NEAR(faces[1][i], 0.5 * faces[0][i], 1e-12) << i;
+    largest = std::max(largest, std::abs(faces[0][i]));
+  }
+  EXPECT_GT(largest, 1e-3);
+}
+
 TEST(GridTurbulence, IsTheSameForAnyNumberOfThreads) {
   std::vector<double> results[3];
   for (const i32 threads : {1, 2, 3}) {
