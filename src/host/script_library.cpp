@@ -22,14 +22,13 @@ constexpr char kVectorTable = 0;  ///< its address is the key of the vectors' me
 
 double NumberAt(lua_State* state, int index) {
   if (lua_type(state, index) != LUA_TNUMBER)
-    luaL_error(state, "expected a number, got %s",
-               ScriptVectorAt(state, index) ? "a vector" : luaL_typename(state, index));
+    luaL_error(state, "expected a number, got %s", ScriptKindAt(state, index));
   return lua_tonumber(state, index);
 }
 
 const Vec3d& VectorAt(lua_State* state, int index) {
   const Vec3d* vector = ScriptVectorAt(state, index);
-  if (!vector) luaL_error(state, "expected a vector, got %s", luaL_typename(state, index));
+  if (!vector) luaL_error(state, "expected a vector, got %s", ScriptKindAt(state, index));
   return *vector;
 }
 
@@ -197,6 +196,18 @@ const Vec3d* ScriptVectorAt(lua_State* state, int index) {
   return lua_type(state, index) == LUA_TUSERDATA
              ? static_cast<const Vec3d*>(lua_touserdata(state, index))
              : nullptr;
+}
+
+const char* ScriptKindAt(lua_State* state, int index) {
+  switch (lua_type(state, index)) {
+    case LUA_TBOOLEAN: return "true or false";
+    case LUA_TNUMBER: return "a number";
+    case LUA_TSTRING: return "a text";
+    case LUA_TTABLE: return "a table";
+    case LUA_TFUNCTION: return "a function";
+    case LUA_TUSERDATA: return "a vector";
+    default: return "nothing";
+  }
 }
 
 void PushScriptLibrary(lua_State* state) {

@@ -26,6 +26,8 @@ inline constexpr int kMostValues = 250;
 
 /// Pushes a vector, which scripts can't change.
 Vec3d& PushScriptVector(lua_State* state, const Vec3d& value);
+/// What messages call what stands at a place of the stack: "a number", "nothing" and so on.
+const char* ScriptKindAt(lua_State* state, int index);
 /// The vector at a place of the stack; null for anything else.
 const Vec3d* ScriptVectorAt(lua_State* state, int index);
 

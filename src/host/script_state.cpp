@@ -156,7 +156,7 @@ void ScriptState::TakeError(int status) {
     return;
   }
   if (!isText) {
-    mError = {fmt::format("it raised an error that is no text but a {}", luaL_typename(mState, -1)),
+    mError = {fmt::format("it raised an error that is no text but {}", ScriptKindAt(mState, -1)),
               mMainLine};
     return;
   }
@@ -346,10 +346,7 @@ void ScriptState::TakeAnswer(lua_State* state, std::size_t call) {
   const Vec3d* vector = ScriptVectorAt(state, -1);
   const bool isNumber = lua_type(state, -1) == LUA_TNUMBER;
   if (isVectorDue ? !vector : !isNumber) {
-    luaL_error(state, "main(op) gave %s; expected %s",
-               lua_isnil(state, -1) ? "nothing"
-               : vector             ? "a vector"
-                                    : luaL_typename(state, -1),
+    luaL_error(state, "main(op) gave %s; expected %s", ScriptKindAt(state, -1),
                isVectorDue ? "a vector" : "a number");
   }
   const Vec3d answer = isVectorDue ? *vector : Vec3d{lua_tonumber(state, -1), 0, 0};

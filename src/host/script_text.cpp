@@ -128,6 +128,7 @@ void ScriptText::CopyName() {
   if (name == kLengthName || name == kValuesName)
     mError = {fmt::format("the name '{}' is taken", name), mLine};
   if (name == "function") mIsHead = true;
+  mNames.emplace(name);
   CopyTo(end);
 }
 

@@ -1,5 +1,6 @@
 // The text of a script as it is compiled.
 #pragma once
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,8 @@ class ScriptText {
   /// Why it can't be compiled, if it is too long or uses a name of ours.
   const ScriptError& Error() const { return mError; }
   const std::string& Text() const { return mText; }
+  /// Whether a name stands in the source, comments and texts aside.
+  bool Names(std::string_view name) const { return mNames.contains(name); }
 
   /// A message of the compiler with the source's own signs.
   static std::string AsWritten(std::string message);
@@ -46,6 +49,7 @@ class ScriptText {
   bool mIsHead = false;          ///< between the word `function` and the end of its parameters
   bool mIsBehindValues = false;  ///< no word or sign has come since
   std::string mText;
+  std::set<std::string, std::less<>> mNames;
   ScriptError mError;
 };
 

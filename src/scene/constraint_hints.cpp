@@ -7,6 +7,7 @@
 #include "fluids/constraints/noise_constraint.h"
 #include "fluids/constraints/particle_constraint_attribute.h"
 #include "fluids/constraints/particle_constraint_property.h"
+#include "fluids/constraints/particle_count_constraint.h"
 #include "fluids/constraints/volume_constraint.h"
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/forces/force_grid_turbulence.h"
@@ -49,6 +50,7 @@ class ConstraintHints : public HintBase {
       if (IsA<GradientConstraint>(*node)) CheckRamp(*node);
       if (IsA<NoiseConstraint>(*node)) CheckPatches(*node, server);
       if (IsA<VolumeConstraint>(*node)) CheckSurface(*node);
+      if (IsA<ParticleCountConstraint>(*node)) CheckCount(*node);
     }
   }
 
@@ -147,6 +149,28 @@ class ConstraintHints : public HintBase {
                        "measures",
                        NameOf(node, from), NameOf(node, to), Number(node, from)),
            to);
+    const bool isClamped =
+        Whole(node, Constraint::kClampLowRow) != 0 || Whole(node, Constraint::kClampHighRow) != 0;
+    if (isClamped && !IsA<ParticleConstraint_Property>(node) && IsFixed(node, from) &&
+        IsFixed(node, to) && Number(node, from) > Number(node, to))
+      Warn(node,
+           fmt::format("'{}' is above '{}': it is a step, since what lies between them counts as "
+                       "one of both; exchange them and use '{}'",
+                       NameOf(node, from), NameOf(node, to), NameOf(node, Constraint::kInvertRow)),
+           from);
+  }
+
+  /// A ramp of numbers of particles that none of them climbs.
+  void CheckCount(const BaseNode& node) {
+    using Count = ParticleCountConstraint;
+    if (Whole(node, Count::kOverflowRow) != Count::kGoOn && IsFixed(node, Count::kLeastRow) &&
+        IsFixed(node, Count::kMostRow) &&
+        Whole(node, Count::kMostRow) <= Whole(node, Count::kLeastRow))
+      Warn(node,
+           fmt::format("'{}' is {} and '{}' is {}: no number of particles counts as more than 0",
+                       NameOf(node, Count::kLeastRow), Whole(node, Count::kLeastRow),
+                       NameOf(node, Count::kMostRow), Whole(node, Count::kMostRow)),
+           Count::kMostRow);
   }
 
   void CheckRamp(const BaseNode& node) {

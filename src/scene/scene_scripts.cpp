@@ -67,7 +67,7 @@ void ValueReader::ReadScript(const ParameterRow& row, const JsonValue& value, Ba
                           fmt::format("{}: expected {}, got {}", what, kExpected, KindOf(value)));
   }
 
-  const ScriptError error = ScriptState(ScriptText(script.text), *row.script).Error();
+  const ScriptError error = ScriptState(host::ScriptText(script.text), *row.script).Error();
   if (error) {
     SourceLocation where = mContext.Where(value);
     std::string text = error.text;

@@ -233,7 +233,7 @@ TEST(Script, LengthsAndValuesMeanWhatTheLanguageSays) {
   const std::vector<double> answers = cells.Run<double>();
   ASSERT_EQ(answers.size(), 8u) << cells.runner.Error().line << cells.runner.Error().text;
   EXPECT_EQ(answers[0], 3 + 30 + 400 + 6 + 2 + 8 + 0.5 + 1 + 3);
-  EXPECT_EQ(ErrorOf("x = 3 # 4"), "1: syntax error near '#'");
+  EXPECT_EQ(ErrorOf(Main("return 1 #op")), "2: 'end' expected (to close 'function' at line 1) near '#'");
   EXPECT_EQ(ErrorOf(Main("\nreturn #op.step")), "3: attempt to get length of a number value");
   EXPECT_EQ(ErrorOf("\nlocal _sulva_length = 3"), "2: the name '_sulva_length' is taken");
 }

@@ -48,6 +48,8 @@ TEST(ConstraintHints, TellWhatHoldsNothingBackOrEverything) {
        "'output_low' and 'output_high' are 2 both: it is 1, whatever it measures"},
       {falloff + R"(, "parameters": { "input_low": 1 })",
        "'input_low' and 'input_high' are 1 both: it comes to the same, whatever it measures"},
+      {falloff + R"(, "parameters": { "input_low": 0.7, "input_high": 0.2 })",
+       "'input_low' is above 'input_high': it is a step"},
       {R"("type": "constraint_gradient")", "it has no 'gradient', and lets everything pass"},
       {R"("type": "constraint_noise", "parameters": { "scale": 0 })", "lets everything pass"},
       {R"("type": "constraint_noise", "parameters": { "scale": 4 })",

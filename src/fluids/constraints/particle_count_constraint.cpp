@@ -47,13 +47,13 @@ const ParameterTable& ParticleCountConstraint::Parameters() {
       LongRow(1003, "kind", kLiquid, "", "which particles of the group count")
           .Choices(ParticleKindChoices())
           .To(&ParticleCountConstraint::mKind),
-      LongRow(1005, "least", 0, "particles", "so many, or fewer, count as 0")
+      LongRow(kLeastRow, "least", 0, "particles", "so many, or fewer, count as 0")
           .To(&ParticleCountConstraint::mLeast),
-      LongRow(1004, "most", 5, "particles", "so many count as 1")
+      LongRow(kMostRow, "most", 5, "particles", "so many count as 1")
           .To(&ParticleCountConstraint::mMost),
       BoolRow(1006, "ramp", true, "counts up from 0 to 1; else all more than 'least' is 1")
           .To(&ParticleCountConstraint::mRamp),
-      LongRow(1007, "overflow", kStayAtMost, "", "what more particles than 'most' count as")
+      LongRow(kOverflowRow, "overflow", kStayAtMost, "", "what more particles than 'most' count as")
           .Choices({{kGoOn, "go_on"}, {kStayAtMost, "most"}, {kBackToLeast, "least"}})
           .To(&ParticleCountConstraint::mOverflow),
   });

@@ -13,6 +13,8 @@ class ParticleCountConstraint : public MeasuredConstraint<ParticleCountConstrain
   static constexpr i32 kTypeId = 24;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
+  static constexpr i32 kMostRow = 1004, kLeastRow = 1005, kOverflowRow = 1007;
+  enum Overflow : i32 { kGoOn = 0, kStayAtMost = 1, kBackToLeast = 2 };
   double Measure(const Vec3d& position, const ConstraintUse&) const;
 
  protected:
@@ -20,8 +22,6 @@ class ParticleCountConstraint : public MeasuredConstraint<ParticleCountConstrain
   bool Fetch() override;
 
  private:
-  enum Overflow : i32 { kGoOn = 0, kStayAtMost = 1, kBackToLeast = 2 };
-
   ParticleGroup* mGroup = nullptr;
   double mRadiusCells = 1;
   i32 mKind = kLiquid;

@@ -52,12 +52,14 @@ const ParameterTable& ScriptConstraint::Parameters() {
           "-- intensity - the node's 'intensity'\n"
           "-- invert - 1 if the measure is turned round behind this, else 0\n"
           "-- physical_pos - the place, in metres\n"
-          "-- source_value - what is left at the place so far\n"
+          "-- source_value - what is left at the place so far: at first 1, or of a force its\n"
+          "--   strength in this step\n"
           "function main(op)\n"
           "  return intensity\n"
           "end",
           "gives the measure of each place: main(op) is told intensity, invert (1 or 0), "
-          "physical_pos and source_value, what is left there so far")
+          "physical_pos and source_value, what is left there so far of the 1, or of a force the "
+          "strength times the length of the step, that it begins with")
           .To(&ScriptConstraint::mSource),
       LongRow(kStateRow, "script_state", 0, "", "kept with the node; nothing reads it").Kept(),
   });

@@ -39,9 +39,11 @@ const ParameterTable& StrainConstraint::Parameters() {
           .To(&StrainConstraint::mVelocity)
           .Required(),
       RealRow(1002, "scale", 1.0, "none", "kept with the node; nothing reads it").Kept(),
-      LongRow(1003, "mode", kMean, "",
-              "what counts: how much all directions together are stretched, a third of it; how "
-              "much the flow is deformed apart from that; or one entry of the strain")
+      LongRow(
+          1003, "mode", kMean, "",
+          "what counts: how much all directions together are stretched, a third of it; how "
+          "much the flow is deformed apart from that; or one entry of the strain; in 1/s times the "
+          "squared size of a cell over the length of the step, so that it grows with substeps")
           .Choices({{kMean, "mean"},
                     {kShear, "shear"},
                     {kXX, "xx"},

@@ -19,11 +19,11 @@ template <class T, class G>
 ParameterTable ChannelBase_Scalar<T, G>::Rows(double valueMax) {
   ParameterTable table = {
       RealRow(field_row::kValueMin, "value_min", 0.0, "field",
-              "nothing gets below: a floor for sources and operators")
+              "a floor for sources and operators; channel operators may give less")
           .To(&ChannelBase_Scalar::mValueMin),
       RealRow(field_row::kValueMax, "value_max", valueMax, "field",
-              "nothing gets above: how thick smoke or how hot fire can become, at least 0.0001 "
-              "above value_min")
+              "how thick sources and operators can make smoke, or how hot fire, at least 0.0001 "
+              "above value_min; channel operators may give more")
           .To(&ChannelBase_Scalar::mValueMax),
       RealRow(field_row::kInitialValue, "initial_value", 0.0, "field",
               "what the air holds where nothing has arrived yet")

@@ -138,10 +138,10 @@ const ParameterTable& VectorGridChannel<T, G>::Parameters() {
   static const ParameterTable table = [] {
     ParameterTable rows = {
         VectorRow(field_row::kValueMin, "value_min", {0, 0, 0}, "field",
-                  "no component gets below: a floor for sources and operators")
+                  "a floor for each component; channel operators may give less")
             .To(&VectorGridChannel::mValueMin),
         VectorRow(field_row::kValueMax, "value_max", {1, 1, 1}, "field",
-                  "no component gets above: a ceiling for sources and operators")
+                  "a ceiling for each component; channel operators may give more")
             .To(&VectorGridChannel::mValueMax),
         VectorRow(field_row::kInitialValue, "initial_value", {0, 0, 0}, "field",
                   "what the air holds where nothing has arrived yet")

@@ -31,7 +31,7 @@ void Force::PrepareFor(Flow& flow) {
 void Force::PrepareAlone() {
   mFlow = nullptr;
   mVelocity = nullptr;
-  if (!ActsAnywhere()) return void(Deactivate("it pushes fluids alone"));
+  if (!ActsOnBodies()) return void(Deactivate("it pushes fluids alone"));
   Open();
 }
 

@@ -79,6 +79,8 @@ class Force : public iObject {
   virtual bool ActsAnywhere() const { return false; }
   /// Whether it does something to particles.
   virtual bool ActsOnParticles() const { return ActsAnywhere(); }
+  /// Whether it does something to rigid bodies.
+  virtual bool ActsOnBodies() const { return ActsAnywhere(); }
 
   using iObject::Evaluate;
   /// Adds to `sample.force`; nothing without `FLAG_ACTIVE`. Runs on all workers at once.

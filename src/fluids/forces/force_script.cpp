@@ -1,5 +1,7 @@
 #include "fluids/forces/force_script.h"
 
+#include <algorithm>
+
 #include "fluids/emission/emission_settings.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
@@ -12,6 +14,8 @@ using namespace host;
 namespace {
 const ScriptFamily kForceScripts{{"intensity", "physical_pos", "velocity_u_index",
                                   "velocity_v_index", "velocity_w_index", "cell_velocity"}};
+constexpr std::string_view kOfCells[] = {"velocity_u_index", "velocity_v_index", "velocity_w_index",
+                                         "cell_velocity"};
 }  // namespace
 
 Force_Script::Force_Script(BaseNode* node, Scene* scene)
@@ -59,7 +63,8 @@ const ParameterTable& Force_Script::Parameters() {
           "end",
           "gives what each cell's velocity changes by in a step of op.step seconds, in "
           "m/s: main(op) is told intensity, physical_pos, cell_velocity and the indices "
-          "of its faces, velocity_u_index and so on")
+          "of its faces, velocity_u_index and so on; where it names neither velocity nor "
+          "indices, it pushes the gas outside of the container too")
           .To(&Force_Script::mSource),
       LinkRow(1001, "settings",
               "emission settings whose time window counts where 'duration' is empty",
@@ -69,6 +74,14 @@ const ParameterTable& Force_Script::Parameters() {
           .To(&Force_Script::mOwnDuration),
   };
   return table;
+}
+
+bool Force_Script::ReadParameters() {
+  if (!Force::ReadParameters()) return false;
+  const ScriptText text(mSource);
+  mRestsOnPlace = std::none_of(std::begin(kOfCells), std::end(kOfCells),
+                               [&](std::string_view name) { return text.Names(name); });
+  return true;
 }
 
 void Force_Script::Open() {

@@ -19,6 +19,11 @@ class Force_Script : public Force {
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
   static constexpr i32 kIntensityRow = 1000;
+  bool ReadParameters() override;
+  /// Where the script names nothing that cells alone have.
+  bool ActsAnywhere() const override { return mRestsOnPlace; }
+  bool ActsOnParticles() const override { return false; }
+  bool ActsOnBodies() const override { return false; }
 
   using Force::Evaluate;
   void Evaluate(ForceSample& sample) override;
@@ -37,6 +42,7 @@ class Force_Script : public Force {
   ScriptPart& mScript;
   std::string mSource;
   double mIntensity = 1;
+  bool mRestsOnPlace = false;
   Duration* mOwnDuration = nullptr;
   GridEmissionSettings* mSettings = nullptr;  ///< their time window counts where it has none
 };

@@ -62,8 +62,10 @@ const ParameterTable& ParticleForces::Parameters() {
               "the velocity; particles without it are left alone")
           .AcceptsAny({kListParticles, kCategoryProperty | kCategoryVector})
           .To(&ParticleForces::mProperty),
-      LongRow(kModeRow, "mode", kAdd, "",
-              "whether the sum is added to what is there, or replaces it")
+      LongRow(
+          kModeRow, "mode", kAdd, "",
+          "whether the sum is added to what is there, or replaces it wherever constraints leave "
+          "anything of it")
           .Choices({{kAdd, "add"}, {kSet, "set"}})
           .OrNumbers()
           .To(&ParticleForces::mMode),
