@@ -11,6 +11,7 @@
 #include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_script.h"
 #include "fluids/forces/particle_force_script.h"
+#include "fluids/forces/velocity_grid_emitter.h"
 #include "fluids/gas_rig.h"
 #include "fluids/operators/channel_operator_script.h"
 #include "fluids/operators/particle_forces.h"
@@ -100,6 +101,36 @@ TEST(ScriptForce, PushesEveryCellOfALongRowEvenWithoutIntensity) {
   rig.RunGas(kForcesEmission);
   const EGrid<double>& v = *rig.gas->mFlow.mVelocity.GetGrid(1);
   for (i32 x = 2; x < 140; ++x) EXPECT_NEAR(v(x, 3, 3), 1 + v.PositionOf(x, 3, 3).x, 1e-12) << x;
+}
+
+TEST(ScriptForce, PushesOutsideOfTheCellsUnlessItNamesWhatTheyHave) {
+  const std::string wind = MainOf("return Vector(2, 0, 1) * op.step -- cell_velocity");
+  const std::vector<Vec3d> places = {{0.2, 0.3, 0.2}, {-0.2, 0.5, 0.3}, {5, 5, 5}};
+  std::vector<Vec3d> expected;
+  for (const char* script : {"", wind.c_str(), "function main(op) return cell_velocity end"}) {
+    GasRig rig({6, 6, 6});
+    BaseNode& force = rig.Add(*script ? "force_script" : "force_gravity", "wind");
+    BaseNode& near = rig.Add("constraint_quadratic", "near");
+    near.Set(1002, 90.0);
+    force.Set(common_row::kConstraints, ListOf({&near}));
+    if (*script)
+      force.Set(ScriptPart::kSourceRow, std::string(script));
+    else
+      force.Set(Force_Gravity::kAccelerationRow, Vec3d{2, 0, 1});
+    rig.Begin();
+    VelocityGridEmitter forces;
+    forces.mForces = {rig.Object<Force>(force)};
+    ASSERT_TRUE(forces.Prepare(rig.gas->mFlow));
+    std::vector<Vec3d> changes(places.size());
+    forces.FindChanges(places, {100, 100, 100}, 5, changes);
+    if (!*script) expected = changes;
+    const bool rests = script != std::string("function main(op) return cell_velocity end");
+    EXPECT_EQ(forces.ActsAnywhere(), rests);
+    for (std::size_t i = 0; i < places.size(); ++i)
+      EXPECT_LT(Length(changes[i] - (rests ? expected[i] : Vec3d{})), 1e-15) << script << i;
+    forces.Finish();
+  }
+  EXPECT_GT(Length(expected[1]), 1e-3);
 }
 
 TEST(ScriptForce, IsToldWhereItIsAndHowFastItFlows) {
