@@ -91,8 +91,10 @@ TEST(Plugin, ThatCantBeUsedIsToldOf) {
   EXPECT_THAT(refused({LibraryPath("taken_kind")}), HasSubstr("its kind 'force_gravity'"));
 }
 
-/// In a process of its own: other tests list the kinds that there are.
+/// In a process of its own, started anew, since one that is merely forked has no workers: other tests
+/// list the kinds that there are.
 TEST(Plugin, PushesCellsAndParticlesByItsFormula) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto isSo = [] {
     LoadPlugin(LibraryPath("gusts"));
     GasRig rig({6, 12, 6});
