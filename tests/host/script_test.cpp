@@ -282,6 +282,12 @@ TEST(Script, LimitsDoNotDependOnWhatRanBefore) {
   for (int run = 0; run < 40; ++run) ASSERT_EQ(cells.Run<double>(8).size(), 8u) << run;
 }
 
+TEST(Script, TellsTheMemoryOfTheStatesOfAllWorkers) {
+  Cells cells("local t = {} for i = 1, 30000 do t[i] = i end " + Main("return t[5]"));
+  EXPECT_GT(cells.runner.Memory(), kMaxWorkers * 30000.0 * 2 * sizeof(double));
+  EXPECT_LT(cells.runner.Memory(), kMaxWorkers * static_cast<double>(ScriptState::kMostLoaded));
+}
+
 TEST(Script, WorkersHaveStatesOfTheirOwnAndTheFirstErrorCounts) {
   Cells cells(Main("if cell_index == 105 then error('at ' .. cell_index) end return cell_value"));
   EXPECT_EQ(cells.Run<double>(5, 9).size(), 5u);
