@@ -18,6 +18,7 @@ class FilledVolume {
   }
   VolumeBase* Volume() const { return mVolume; }
   const EGrid<double>& Grid() const { return *mVolume->GetGrid(); }
+  Vec3d Middle() const { return (mVolume->mBoxMin + mVolume->mBoxMax) * 0.5; }
   /// Simulation units, negative inside; a place on the surface itself isn't.
   double DistanceAt(const Vec3d& p) const;
 

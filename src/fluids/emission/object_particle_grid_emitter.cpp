@@ -182,8 +182,9 @@ void ObjectParticleGridEmitter::Persist(StateArchive& archive) {
 void ObjectParticleGridEmitter::BeginInflow(bool wasFlowing) {
   mIsFlowing = mKind == kLiquid && !mFed.empty() && mTemplate.velocity != Vec3d{};
   mAdmits = mIsFlowing && wasFlowing;
+  mHasStopped = mAdmits && IsBlocked();
   if (!mAdmits) mShift = {};
-  mAdvance = mAdmits ? mTemplate.velocity * (mTime->elapsed - mLastTime) : Vec3d{};
+  mAdvance = mAdmits && !mHasStopped ? mTemplate.velocity * (mTime->elapsed - mLastTime) : Vec3d{};
   mShift += mAdvance;
   mLastTime = mTime->elapsed;
 }
@@ -198,10 +199,10 @@ bool ObjectParticleGridEmitter::MayFill(const iFluidSolver& solver) const {
          std::find(mNamedSolvers.begin(), mNamedSolvers.end(), &solver) != mNamedSolvers.end();
 }
 
-bool ObjectParticleGridEmitter::IsMadeOfOurs(const iFluidSolver& solver) const {
-  const std::vector<ParticleGroup*>* groups = solver.LiquidGroups();
-  return mKind == kLiquid && groups &&
-         std::find(groups->begin(), groups->end(), mGroup) != groups->end();
+bool ObjectParticleGridEmitter::IsBlocked() const {
+  return std::any_of(mFull.begin(), mFull.end(), [&](const FullRooms* full) {
+    return full->HoldAll(CellsIn(*full->Layout()));
+  });
 }
 
 std::vector<i32> ObjectParticleGridEmitter::CellsIn(const GridLayout& layout) const {
@@ -265,6 +266,7 @@ void ObjectParticleGridEmitter::Prepare() {
   mMembers.clear();
   // Without a step a frame is looked at again, and nothing ends.
   const bool wasFlowing = mIsFlowing;
+  mHasStopped = false;
   if (mTime->stepDuration > 0) mIsFlowing = false;
   if (!PrepareEmission()) return;
   SetFlag(FLAG_ACTIVE, false);
@@ -296,7 +298,7 @@ void ObjectParticleGridEmitter::Prepare() {
 
 void ObjectParticleGridEmitter::Finish() {
   // Before the liquid has held it the water would begin with the velocity of the air there.
-  if (Has(FLAG_ACTIVE) && mIsFlowing && mAdvance == Vec3d{})
+  if (Has(FLAG_ACTIVE) && mIsFlowing && !mHasStopped && mAdvance == Vec3d{})
     for (Flow* flow : mFed)
       if (const GridLayout* layout = flow->GetLayout())
         Inflows::Begin(*flow, CellsIn(*layout), mTemplate.velocity, mTime->stepDuration);

@@ -16,7 +16,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// What a liquid gets with a velocity comes through the volume as through a pipe: once that is
 /// filled the lattice goes with the water, and those of its places that come into the volume get
 /// their particles, so that the volume gives its cross section times the speed, in steps of any
-/// length. The liquid holds that velocity within it (`Inflows`).
+/// length. The liquid holds that velocity within it (`Inflows`). Where it has no room left
+/// (`FullRooms`) nothing comes, and the user is told.
 ///
 /// Liquids limit it: nothing is made outside of the cells of those that it names, or where it names
 /// none, of those that its particles belong to.
@@ -39,6 +40,8 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   bool Feeds(const iFluidSolver& liquid) const;
   /// The velocity of that water, simulation units a second.
   const Vec3d& InflowVelocity() const { return mTemplate.velocity; }
+  /// It waits, since there is no room for that water.
+  bool HasStopped() const { return mHasStopped; }
   /// The cells of a lattice that its volume reaches into, by index.
   std::vector<i32> CellsIn(const GridLayout& layout) const;
 
@@ -70,12 +73,12 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   Lattice LatticeOf(i32 subdivision, double cell) const;
   /// None are named, or this one is.
   bool MayFill(const iFluidSolver& solver) const;
-  /// It is a liquid of the particles that are made here.
-  bool IsMadeOfOurs(const iFluidSolver& solver) const;
   /// Collects the liquids that limit it, and those that it feeds.
   void FindLiquids();
   /// What it makes in a step: what is missing, or what has come in since the last one.
   void BeginInflow(bool wasFlowing);
+  /// All of its cells are full in a liquid.
+  bool IsBlocked() const;
   /// Collects the obstacles, other than its own volume, that keep a liquid out.
   void FindSolids();
   bool IsInSolid(const Vec3d& p) const {
@@ -105,6 +108,7 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
 
   // Of one step.
   bool mAdmits = false;                ///< it makes what has come in, not what is missing
+  bool mHasStopped = false;            ///< it would, but there is no room
   Vec3d mAdvance{};                    ///< the way of the water since the last step
   std::vector<Flow*> mFed;             ///< the liquids that its particles belong to
   std::vector<FilledVolume> mMembers;  ///< of the volume, those with a grid

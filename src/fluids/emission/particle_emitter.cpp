@@ -71,8 +71,40 @@ bool ParticleEmitter::PrepareEmission() {
   if (mTime->stepDuration <= 0) return Deactivate(kNoStepReason);
   if (!mSettings->IsOpen(mTime->elapsed, TimeGiven(), mWeight)) return Deactivate(kClosedReason);
   FillTemplate();
+  FindFull();
   mHandler.Begin(*mSettings, StepSeed(*this));
   return true;
+}
+
+bool ParticleEmitter::IsMadeOfOurs(const iFluidSolver& solver) const {
+  const std::vector<ParticleGroup*>* groups = solver.LiquidGroups();
+  return mKind == kLiquid && groups &&
+         std::find(groups->begin(), groups->end(), mGroup) != groups->end();
+}
+
+void ParticleEmitter::FindFull() {
+  mFull.clear();
+  mRefused.fill({});
+  for (const auto& [id, object] : mScene->List(kListSolvers)) {
+    const auto* solver = dynamic_cast<const iFluidSolver*>(object.get());
+    const auto* liquid = dynamic_cast<const FillsRooms*>(solver);
+    if (liquid && !liquid->Full().IsEmpty() && solver->Has(FLAG_ENABLED) && IsMadeOfOurs(*solver))
+      mFull.push_back(&liquid->Full());
+  }
+}
+
+void ParticleEmitter::TellRefusal() {
+  const auto first =
+      std::find_if(mRefused.begin(), mRefused.end(),
+                   [](const std::optional<Vec3d>& place) { return place.has_value(); });
+  if (mHasToldRefusal || first == mRefused.end()) return;
+  mHasToldRefusal = true;
+  const Vec3d at = **first * GetDomain().simToWorld;
+  mWarnings.push_back(
+      fmt::format("no more comes in at [{:.4g}, {:.4g}, {:.4g}] from {:.3g} s on: the liquid fills "
+                  "a sealed room "
+                  "there, and what came on top would only crowd; it goes on once there is room",
+                  at.x, at.y, at.z, mTime->elapsed));
 }
 
 bool ParticleEmitter::HasRoom(double births) {
@@ -114,13 +146,13 @@ const VolumeBase* ParticleEmitter::FindBurial() const {
 
 void ParticleEmitter::Reset() {
   ObjectVolume::Reset();
-  mHasToldBurial = false;
+  mHasToldBurial = mHasToldRefusal = false;
   mWarnings.clear();
 }
 
 void ParticleEmitter::Persist(StateArchive& archive) {
   ObjectVolume::Persist(archive);
-  archive(mHasToldBurial);
+  archive(mHasToldBurial, mHasToldRefusal);
 }
 
 void ParticleEmitter::Finish() {
@@ -132,6 +164,7 @@ void ParticleEmitter::Finish() {
           "move its source out, or take the obstacle tag off",
           obstacle->Node()->Name()));
     }
+    TellRefusal();
     const bool madeNone = mGroup->Count(mKind) == 0 && mHandler.Births().Count() == 0;
     mGroup->Take(mKind, mHandler.Births());
     if (madeNone && !IsCancelled()) TakeBackRun(kNoPlaceReason);

@@ -4,6 +4,8 @@
 
 #include "fluids/emission/object_volume.h"
 #include "fluids/emission/particle_emission_handler.h"
+#include "fluids/flow/full_rooms.h"
+#include "fluids/flow/ifluid_solver.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_property.h"
 #include "framework/constraint.h"
@@ -45,6 +47,17 @@ class ParticleEmitter : public ObjectVolume {
   virtual double TimeGiven() const { return 0; }
   /// Whether it asks how near other particles of its kind are.
   virtual bool LooksAtOthers() const = 0;
+  /// It is a liquid of the particles that are made here.
+  bool IsMadeOfOurs(const iFluidSolver& solver) const;
+  /// Whether a liquid of these particles takes more at a point.
+  bool HasRoomAt(const Vec3d& p) const {
+    return std::none_of(mFull.begin(), mFull.end(),
+                        [&](const FullRooms* full) { return full->Holds(p); });
+  }
+  /// From a share's worker: nothing is made at a point for want of room, of which the user is told.
+  void NoteRefusal(const Vec3d& p, i32 share) {
+    if (!mRefused[share]) mRefused[share] = p;
+  }
   /// Runs the enabled constraints at a point.
   bool IsAllowed(const Vec3d& p, double weight, i32 share) const;
   /// How an image is seen in this step; nothing without one.
@@ -61,13 +74,18 @@ class ParticleEmitter : public ObjectVolume {
   double mWeight = 1;  ///< of the time window
   ParticleTemplate mTemplate;
   ParticleEmissionHandler mHandler;
+  std::vector<const FullRooms*> mFull;  ///< of the liquids of its particles that are full anywhere
 
  private:
   void FillTemplate();
   /// The obstacle, other than its own source, in which all births of the step lie; null without.
   const VolumeBase* FindBurial() const;
 
-  bool mHasToldBurial = false;
+  void FindFull();
+  void TellRefusal();
+
+  std::array<std::optional<Vec3d>, kShares> mRefused;  ///< the first place, by share
+  bool mHasToldBurial = false, mHasToldRefusal = false;
   std::vector<std::string> mWarnings;
 };
 

@@ -39,7 +39,7 @@ class ObjectParticleGridEmitter::Filler {
       Vec3d p = middle;
       if (!Scatter(lattice, p)) return;
       missing += 1.0 - mStanding[place];
-      if (!mIsTaken[place] && mEmitter.IsInReach(p)) mFree.push_back(p);
+      if (!mIsTaken[place] && mEmitter.IsInReach(p) && mEmitter.HasRoomAt(p)) mFree.push_back(p);
     });
     for (const Vec3d& p : mFree)
       if (missing >= 1 && Make(lattice, p)) --missing;
@@ -291,6 +291,7 @@ class ObjectParticleGridEmitter::Filler {
 
 void ObjectParticleGridEmitter::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
+  if (mHasStopped) return NoteRefusal(mMembers.front().Middle(), data.index);
   for (std::size_t member = 0; member < mMembers.size(); ++member) {
     Filler filler(*this, member, data.index);
     const VecInt3D n = mMembers[member].Grid().Dims();

@@ -23,6 +23,7 @@ class ObjectParticleMeshEmitter::Placer {
     if (e.mSpacing > 0 && e.mGroup->CountNeighbours(e.mKind, point.position, e.mSpacing, 1) > 0)
       return;
     if (!e.IsAllowed(point.position, 1.0, mShare)) return;
+    if (!e.HasRoomAt(point.position)) return mEmitter.NoteRefusal(point.position, mShare);
     const SurfaceData at = Read(point);
     if (e.mTestsCurvature && !IsBent(at.curvature)) return;
     if (e.mDensity && Look(*e.mDensity, point, at.uv).x < e.mDensityThreshold) return;

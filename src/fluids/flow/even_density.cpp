@@ -1,9 +1,11 @@
 #include "fluids/flow/even_density.h"
 
 #include <algorithm>
+#include <array>
 
 #include "fluids/flow/face_stencil.h"
 #include "fluids/particles/cell_filling.h"
+#include "fluids/particles/smooth_surface.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -14,15 +16,51 @@ constexpr double kNone = -2;  ///< the excess of a cell that asks for nothing
 /// open of those isn't known any better; the largest that counts; the least room.
 constexpr double kNoise = 0.1, kCutNoise = 0.75, kMostBeside = 4, kLeastRoom = 0.1;
 
-/// Calls f(neighbour's index, weight) for a cell and those round it; the weights are the volumes of
-/// the hat of linear interpolation over each.
-template <class F>
-void ForEachNear(const EGrid<float>& grid, i32 cell, F&& f) {
-  constexpr double w[3] = {0.125, 0.75, 0.125};
-  for (i32 k = 0; k < 3; ++k)
-    for (i32 j = 0; j < 3; ++j)
-      for (i32 i = 0; i < 3; ++i)
-        f(cell + (k - 1) * grid.mSlice + (j - 1) * grid.mNx + (i - 1), w[i] * w[j] * w[k]);
+/// The volumes, along an axis, of the hat of linear interpolation over the cells about its middle,
+/// and of one that reaches twice as far.
+constexpr std::array<double, 3> kHat = {0.125, 0.75, 0.125};
+constexpr std::array<double, 5> kWideHat = {0.03125, 0.25, 0.4375, 0.25, 0.03125};
+
+/// Calls f(neighbour's index, weight) for a cell and those under the hat about it. Beyond the grid
+/// it goes on as at its sides.
+template <std::size_t kCount, class F>
+void ForEachNear(const EGrid<float>& grid, const VecInt3D& at,
+                 const std::array<double, kCount>& hat, F&& f) {
+  constexpr i32 kSpan = kCount, kReach = kSpan / 2;
+  const VecInt3D last = grid.Dims() - VecInt3D{1, 1, 1};
+  const auto place = [](i32 own, i32 step, i32 most) {
+    return kReach > 1 ? std::clamp(own + step - kReach, 0, most) : own + step - kReach;
+  };
+  for (i32 k = 0; k < kSpan; ++k)
+    for (i32 j = 0; j < kSpan; ++j)
+      for (i32 i = 0; i < kSpan; ++i)
+        f(grid.Index(place(at.x, i, last.x), place(at.y, j, last.y), place(at.z, k, last.z)),
+          hat[i] * hat[j] * hat[k]);
+}
+
+/// Every `stride`-th of `count` values becomes the mean 1 2 1 with those beside it; beyond the ends
+/// there is nothing.
+void WidenLine(double* line, i32 count, i32 stride) {
+  double before = 0;
+  for (i32 i = 0; i < count; ++i) {
+    double& value = line[i64{i} * stride];
+    const double own = value, after = i + 1 < count ? line[i64{i + 1} * stride] : 0.0;
+    value = 0.25 * (before + after) + 0.5 * own;
+    before = own;
+  }
+}
+
+/// Sums by hats become those by hats that reach twice as far, each an eighth as high.
+void Widen(Grid<double>& sums, i32 threads) {
+  ForEachBlock(sums.mNz, threads, [&](i32 z) {
+    double* layer = sums.mData + z * sums.mSlice;
+    for (i32 y = 0; y < sums.mNy; ++y) WidenLine(layer + y * sums.mNx, sums.mNx, 1);
+    for (i32 x = 0; x < sums.mNx; ++x) WidenLine(layer + x, sums.mNy, sums.mNx);
+  });
+  ForEachBlock(sums.mNy, threads, [&](i32 y) {
+    for (i32 x = 0; x < sums.mNx; ++x)
+      WidenLine(sums.mData + y * sums.mNx + x, sums.mNz, sums.mSlice);
+  });
 }
 
 }  // namespace
@@ -51,7 +89,10 @@ bool EvenDensity::AddSource(const ParticleSort& sort, Flow& flow) const {
       open->Dims() != phi->Dims())
     return false;
   Measure(sort, flow, *dense);
-  const double mean = FindExcess(*phi, *open, flow.Threads(), *dense);
+  const bool isWide = mKeepsVolume && mPerCell < SmoothSurface::kFewest;
+  if (isWide) Widen(*dense, flow.Threads());
+  const double mean = isWide ? FindExcess(*phi, *open, kWideHat, flow.Threads(), *dense)
+                             : FindExcess(*phi, *open, kHat, flow.Threads(), *dense);
   const double rate = kShare / dt, even = mKeepsVolume ? mean : 0.0;
   ForEachBlock(dense->mNz, flow.Threads(), [&](i32 z) {
     const i32 first = z * dense->mSlice;
@@ -61,17 +102,18 @@ bool EvenDensity::AddSource(const ParticleSort& sort, Flow& flow) const {
   return true;
 }
 
-double EvenDensity::FindExcess(const EGrid<double>& phi, const EGrid<float>& open, i32 threads,
-                               Grid<double>& dense) const {
+template <class Hat>
+double EvenDensity::FindExcess(const EGrid<double>& phi, const EGrid<float>& open, const Hat& hat,
+                               i32 threads, Grid<double>& dense) const {
   struct Found {
     double excess = 0, volume = 0;
   };
   const VecInt3D n = phi.Dims();
-  const auto excessOf = [&](i32 c) {
+  const auto excessOf = [&](const VecInt3D& at, i32 c) {
     double room = 0, cut = 0;
     bool isDeep = phi.mData[c] < 0, isBesideClosed = false;
     if (!isDeep || open.mData[c] == 0) return kNone;
-    ForEachNear(open, c, [&](i32 near, double weight) {
+    ForEachNear(open, at, hat, [&](i32 near, double weight) {
       const float share = open.mData[near];
       const bool isWhole = share >= CellFilling::kWhole;
       room += weight * (isWhole ? 1.0 : share);
@@ -93,7 +135,7 @@ double EvenDensity::FindExcess(const EGrid<double>& phi, const EGrid<float>& ope
           const i32 c = phi.Index(x, y, layer);
           const bool isInner =
               x > 0 && y > 0 && layer > 0 && x < n.x - 1 && y < n.y - 1 && layer < n.z - 1;
-          const double excess = isInner ? excessOf(c) : kNone;
+          const double excess = isInner ? excessOf({x, y, layer}, c) : kNone;
           dense.mData[c] = excess;
           if (excess == kNone) return;
           found.excess += open.mData[c] * excess;

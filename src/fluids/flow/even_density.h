@@ -10,7 +10,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// apart, by a source of divergence for a projection.
 ///
 /// A cell holds r = sum w / (n V) of its rest, with weights w of linear interpolation about its
-/// middle, `mPerCell` = n and the open volume V by the same weights. It asks for the divergence
+/// middle, `mPerCell` = n and the open volume V by the same weights; with so few that chance would
+/// be most of that, by weights that reach twice as far. It asks for the divergence
 /// q (r - 1) / dt, with the share q of `kShare`; at the surface, where r is small by itself, it
 /// asks for nothing: chance would only let it swell there. Beside cells that a solid cuts only what
 /// r is above what distances may err by counts. With `mKeepsVolume` it asks for that less the mean
@@ -36,7 +37,8 @@ class EvenDensity {
  private:
   void Measure(const ParticleSort& sort, Flow& flow, Grid<double>& dense) const;
   /// Turns the particles of cells into their excess; returns its mean.
-  double FindExcess(const EGrid<double>& phi, const EGrid<float>& open, i32 threads,
+  template <class Hat>
+  double FindExcess(const EGrid<double>& phi, const EGrid<float>& open, const Hat& hat, i32 threads,
                     Grid<double>& dense) const;
 };
 

@@ -25,8 +25,8 @@ void Inflows::Clear() {
   mFaces.clear();
 }
 
-void Inflows::Add(std::vector<i32> cells, const Vec3d& velocity) {
-  if (!cells.empty()) mSources.push_back({std::move(cells), velocity});
+void Inflows::Add(std::vector<i32> cells, const Vec3d& velocity, bool hasStopped) {
+  if (!cells.empty()) mSources.push_back({std::move(cells), velocity, hasStopped, false, {}});
 }
 
 void Inflows::Begin(Flow& flow, const std::vector<i32>& cells, const Vec3d& velocity,
@@ -61,13 +61,14 @@ void Inflows::FillCell(Flow& flow, const VecInt3D& at, const Vec3d& velocity, bo
   }
 }
 
-void Inflows::CloseCell(Flow& flow, i32 cell, const Vec3d& velocity) {
+void Inflows::CloseCell(Flow& flow, i32 cell, Source& own) {
   const GridLayout& layout = *flow.GetLayout();
   const VecInt3D at = PlaceIn(layout.dims, cell);
   if (!IsInner(at, layout.dims)) return;
   const EGrid<double>* phi = flow.mSurface;
   EGrid<double>* source = flow.mDivergence.GetGridForWrite(0);
   const EGrid<float>& openCell = *flow.mFractions.GetRead(0, 0);
+  const Vec3d velocity = own.hasStopped ? Vec3d{} : own.velocity;
   for (i32 axis = 0; axis < 3; ++axis) {
     EGrid<float>& open = *flow.mFractions.GetWrite(axis, 1);
     for (const i32 side : {0, 1}) {
@@ -76,6 +77,8 @@ void Inflows::CloseCell(Flow& flow, i32 cell, const Vec3d& velocity) {
       const i32 index = open.Index(face.x, face.y, face.z);
       if (!(open[index] > 0)) continue;
       const i32 beside = phi->Index(next.x, next.y, next.z);
+      const bool isOutlet = (side ? own.velocity[axis] : -own.velocity[axis]) > 0;
+      if (isOutlet && !mIsHeld[beside] && openCell[beside] > 0) own.outlets.push_back(beside);
       const double out = side ? velocity[axis] : -velocity[axis];
       const bool meetsLiquid = !mIsHeld[beside] && (*phi)[beside] < 0;
       if (meetsLiquid && out > 0 && openCell[beside] > 0)
@@ -95,15 +98,28 @@ void Inflows::Close(Flow& flow) {
   for (i32 axis = 0; axis < 3; ++axis)
     if (!flow.GetOpenFaces(axis)) return;
   mIsHeld.assign(layout->count, 0);
-  for (const Source& own : mSources)
+  for (Source& own : mSources) {
+    own.isShared = std::any_of(own.cells.begin(), own.cells.end(),
+                               [&](i32 cell) { return mIsHeld[cell] != 0; });
     for (const i32 cell : own.cells) mIsHeld[cell] = 1;
-  for (const Source& own : mSources)
-    for (const i32 cell : own.cells) CloseCell(flow, cell, own.velocity);
+  }
+  for (Source& own : mSources) {
+    own.outlets.clear();
+    for (const i32 cell : own.cells) CloseCell(flow, cell, own);
+  }
 }
 
 void Inflows::Open(Flow& flow) const {
   for (const Face& face : mFaces) (*flow.mFractions.GetWrite(face.axis, 1))[face.index] = face.open;
   Hold(flow);
+}
+
+void Inflows::MarkFull(FullRooms& full, const GridLayout& layout) const {
+  for (const Source& own : mSources) {
+    if (own.outlets.empty() ? own.isShared : !full.HoldAll(own.outlets)) continue;
+    if (full.IsEmpty() && !full.Begin(layout)) return;
+    for (const i32 cell : own.cells) full.Mark(cell, FullRooms::kSource);
+  }
 }
 
 void Inflows::Hold(Flow& flow) const {

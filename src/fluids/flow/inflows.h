@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "fluids/flow/flow.h"
+#include "fluids/flow/full_rooms.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -18,8 +19,9 @@ class Inflows {
   bool IsEmpty() const { return mSources.empty(); }
   void Clear();
   /// A source: cells by their index in the flow's cells, and their velocity in simulation units a
-  /// second. Of cells that two sources hold the first one decides.
-  void Add(std::vector<i32> cells, const Vec3d& velocity);
+  /// second; where it has stopped they hold still. Of cells that two sources hold the first one
+  /// decides.
+  void Add(std::vector<i32> cells, const Vec3d& velocity, bool hasStopped = false);
 
   /// Closes the open faces of the cells, and adds what comes through them into cells of the liquid
   /// to the source of the step.
@@ -28,6 +30,9 @@ class Inflows {
   void Open(Flow& flow) const;
   /// Gives the faces that `Close` found their velocity.
   void Hold(Flow& flow) const;
+  /// After `Close`: marks the cells of sources whose water comes into full cells alone, or, with
+  /// solids all about them, nowhere.
+  void MarkFull(FullRooms& full, const GridLayout& layout) const;
   /// Gives the faces of cells, and of the air that their water reaches in `duration` seconds, a
   /// velocity. Where the flow ends before that nothing has one: water that is cut off would be
   /// crushed at its end, and waits a step instead.
@@ -38,6 +43,9 @@ class Inflows {
   struct Source {
     std::vector<i32> cells;
     Vec3d velocity;
+    bool hasStopped = false;
+    bool isShared = false;     ///< another one holds some of its cells
+    std::vector<i32> outlets;  ///< the cells into which its water comes
   };
   struct Face {
     i32 axis, index;
@@ -45,7 +53,7 @@ class Inflows {
     double velocity;
   };
   static void FillCell(Flow& flow, const VecInt3D& at, const Vec3d& velocity, bool isSource);
-  void CloseCell(Flow& flow, i32 cell, const Vec3d& velocity);
+  void CloseCell(Flow& flow, i32 cell, Source& source);
 
   std::vector<Source> mSources;
   std::vector<u8> mIsHeld;  ///< by cell, while faces are closed

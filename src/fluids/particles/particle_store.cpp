@@ -141,6 +141,16 @@ ParticleBounds ParticleStore::BoundsWithin(const Vec3d& low, const Vec3d& high, 
   const auto boundsOf = [&](i32 block) {
     ParticleBounds own;
     const i64 first = block * kBlock, last = std::min<i64>(first + kBlock, Count());
+    if (!radii) {
+      // All reach equally far: those at the corners tell it.
+      Bounds places;
+      for (i64 row = first; row < last; ++row)
+        if (const Vec3d& p = positions[row]; isInside(p)) places.Add({p, p});
+      if (!places.IsValid()) return own;
+      own.Add(places.min, standard, standard, mLayout);
+      own.Add(places.max, standard, standard, mLayout);
+      return own;
+    }
     for (i32 row = static_cast<i32>(first); row < last; ++row)
       if (const Vec3d& p = positions[row]; isInside(p))
         own.Add(p, radii ? radii->Get(row, standard) : standard, standard, mLayout);

@@ -2,7 +2,6 @@
 
 #include "fluids/levelset/eikonal_sweeper.h"
 #include "fluids/levelset/fast_sweeper.h"
-#include "fluids/particles/wide_cells.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -134,9 +133,8 @@ bool ParticleToLevelset::Run(const ParticleSort& sort, const Solids& solids, EGr
     if (!(mRest > 0) || mRest >= SmoothSurface::kFewest)
       return !mTrueDistances || surface.SpreadDistances(thread);
     if (!mTrueDistances) {
-      WideCells wide(sort, solids.open, phi);
-      if (!wide.Run(mRest, mCrowd)) return false;
-      mSurplus = wide.Surplus();
+      if (!mWide.Run(sort, solids.open, phi, mRest, mCrowd)) return false;
+      mSurplus = mWide.Surplus();
       return true;
     }
   }

@@ -1,6 +1,6 @@
 // The level set of a liquid, from its particles.
 #pragma once
-#include "fluids/particles/smooth_surface.h"
+#include "fluids/particles/wide_cells.h"
 #include "grids/egrid.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -53,6 +53,8 @@ class ParticleToLevelset {
                         const EGrid<double>& phi) const;
   bool IsInside(const ParticleSort& sort, const VecInt3D& cell) const;
   void EnterSolids(const EGrid<double>& solid, EGrid<double>& phi) const;
+
+  WideCells mWide;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

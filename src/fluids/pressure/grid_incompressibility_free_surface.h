@@ -18,6 +18,8 @@ class Grid_Incompressibility_FreeSurface : public Grid_Incompressibility {
   /// Gives the surface back what the last projection changed of it: where the liquid has let go of
   /// walls, and gaps that it filled. To be called before the next one.
   void RestoreSurface();
+  /// The parts of the liquid that the last projection found.
+  const ClosedRegions& Regions() const { return mRegions; }
 
  protected:
   /// False without a surface of the flow's cells too.

@@ -5,6 +5,7 @@
 
 #include "fluids/advection/liquid_contact.h"
 #include "fluids/emission/object_particle_grid_emitter.h"
+#include "fluids/pressure/find_full_rooms.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
 
@@ -69,12 +70,13 @@ void WaterSolver::ClearLinks() {
 
 void WaterSolver::Persist(StateArchive& archive) {
   FluidSolver::Persist(archive);
-  archive(mLevelSet.mRest, mRestCount, mIsRestFound);
+  archive(mLevelSet.mRest, mRestCount, mIsRestFound, mFull);
 }
 
 void WaterSolver::Reset() {
   FluidSolver::Reset();
   ForgetRest();
+  mFull.Clear();
   mCorrection.Reset();
   mSort.Clear();
   mSorted.clear();
@@ -88,6 +90,7 @@ void WaterSolver::Release(bool full) {
   mFlow.mSurface = nullptr;
   mSurface.reset();
   mLoose.Release();
+  mFull.Clear();
   mIsOnGrid = false;
 }
 
@@ -277,7 +280,14 @@ void WaterSolver::FindInflows() {
   std::sort(sources.begin(), sources.end(),
             [](const iBase* a, const iBase* b) { return a->Node()->Path() < b->Node()->Path(); });
   for (const ObjectParticleGridEmitter* source : sources)
-    mInflows.Add(source->CellsIn(*mFlow.GetLayout()), source->InflowVelocity());
+    mInflows.Add(source->CellsIn(*mFlow.GetLayout()), source->InflowVelocity(),
+                 source->HasStopped());
+}
+
+void WaterSolver::FindFull() {
+  const Grid_VolumeFractions& fractions = mFlow.mFractions;
+  FindFullRooms(mFreeSurface.Regions(), mSort, *fractions.GetRead(0, 0), mLevelSet.mRest, mFull);
+  mInflows.MarkFull(mFull, *mFlow.GetLayout());
 }
 
 bool WaterSolver::SolvePressure() {
@@ -285,8 +295,9 @@ bool WaterSolver::SolvePressure() {
   mFlow.SetWallVelocities(1.0);
   FindInflows();
   mInflows.Close(mFlow);
-  mFreeSurface.Project();
+  const bool isFound = mFreeSurface.Project();
   mInflows.Open(mFlow);
+  isFound ? FindFull() : mFull.Clear();
   const bool byChange = mFlip.mIsAffine || flipRatio > 0;
   mExtrapolation.ExtendVelocity(mFlow, Rounds(), mIsOnGrid && byChange);
   mInflows.Hold(mFlow);

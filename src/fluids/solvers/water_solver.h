@@ -1,5 +1,6 @@
 // The liquid solver.
 #pragma once
+#include "fluids/flow/full_rooms.h"
 #include "fluids/flow/hybrid_flip.h"
 #include "fluids/flow/inflows.h"
 #include "fluids/flow/loose_faces.h"
@@ -30,7 +31,7 @@ struct LiquidSettings {
 /// takes their velocity to the grid, moves it by forces and pressure, and hands the change back.
 /// Emitters make the particles and an advection moves them, through the velocity of the step
 /// before. The container follows them; beyond its sides there is air without pressure.
-class WaterSolver : public FluidSolver, public LiquidSettings {
+class WaterSolver : public FluidSolver, public LiquidSettings, public FillsRooms {
  public:
   WaterSolver(host::BaseNode* node, Scene* scene);
 
@@ -56,6 +57,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   bool SolvePressure() override;
   double SurfaceSurplus() const override { return mLevelSet.mSurplus; }
   const std::vector<ParticleGroup*>* LiquidGroups() const override { return &groups; }
+  const FullRooms& Full() const override { return mFull; }
 
  protected:
   bool HasSurroundings() const override { return false; }
@@ -73,6 +75,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   Room Ways() const;
   /// Asks the emitters where water comes in.
   void FindInflows();
+  /// After a projection: where no more water fits in.
+  void FindFull();
   /// Of the extrapolation: particles meet a velocity wherever they go.
   i32 Rounds() const;
   /// Whether any of its particles come from a cache in this frame.
@@ -91,6 +95,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings {
   Grid_Incompressibility_FreeSurface mFreeSurface;
   LooseFaces mLoose;
   Inflows mInflows;
+  FullRooms mFull;
   std::unique_ptr<EGrid<double>> mSurface;  ///< cells, simulation units
   bool mIsOnGrid = false;                   ///< the flow has the particles' velocity of this step
 };
