@@ -24,7 +24,11 @@ class ObjectParticleGridEmitter::Filler {
         mOuter(emitter.LatticeOf(emitter.mOuterSubdivision, mCell)),
         mInner(emitter.LatticeOf(emitter.mInnerSubdivision, mCell)),
         mParticle(emitter.mTemplate),
-        mColour(mParticle.FindVector(property_id::kColor)) {}
+        mColour(mParticle.FindVector(property_id::kColor)) {
+    // As a whole: a pipe that turns about itself gives no more than one that rests.
+    if (const Mesh* mesh = mVolume.Volume()->GetMesh())
+      mesh->GetVelocityAt(mOwnWay, mVolume.Middle());
+  }
 
   /// Fills places of a cell in which no particle stands, as long as some are missing.
   void FillCell(const VecInt3D& cell) {
@@ -51,7 +55,7 @@ class ObjectParticleGridEmitter::Filler {
   void AdmitCell(const VecInt3D& cell) {
     const double phi = Enter(cell);
     const Lattice& finest = mOuter.step < mInner.step ? mOuter : mInner;
-    const Vec3d own = OwnWayAt(mCentre);
+    const Vec3d own = mOwnWay;
     const double way = Length(mEmitter.mAdvance - own);
     mAdmits.reset();
     const i32 pieces = std::max(static_cast<i32>(std::ceil(way / finest.step)), 1);
@@ -191,13 +195,6 @@ class ObjectParticleGridEmitter::Filler {
       f(middle);
     });
   }
-  /// How far the volume itself has moved at a place since the last step.
-  Vec3d OwnWayAt(const Vec3d& p) const {
-    Vec3d own;
-    if (const Mesh* mesh = mVolume.Volume()->GetMesh()) mesh->GetVelocityAt(own, p);
-    return own;
-  }
-
   /// Whether one of some volumes of the group holds a place.
   bool Holds(std::span<const FilledVolume> volumes, const Vec3d& p) const {
     return std::any_of(volumes.begin(), volumes.end(), [&](const FilledVolume& other) {
@@ -277,6 +274,7 @@ class ObjectParticleGridEmitter::Filler {
   Lattice mOuter, mInner;
   ParticleTemplate mParticle;
   Vec3d* mColour;
+  Vec3d mOwnWay{};  ///< of the volume since the last step
   Vec3d mCorner{}, mCentre{}, mHalf{};
   std::optional<bool> mAdmits;  ///< the cell takes what comes; nothing before that is asked
   // Of a piece of the water's way:

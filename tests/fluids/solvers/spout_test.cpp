@@ -135,6 +135,21 @@ TEST(Spout, HoldsItsWaterAndGivesAFullJet) {
   }
 }
 
+// Its corners sweep through the air beside it, where no water is to come from.
+TEST(Spout, GivesNoMoreWhenItTurns) {
+  Spout spout({4, 6, 4}, {0, -1, 0}, 0.5);
+  const auto turnTo = [&](i32 frame) {
+    spout.Place({}, {0, 15.0 * frame, 0});
+    return spout.Made(frame);
+  };
+  constexpr i32 kFirst = 4, kLast = 20;
+  for (i32 frame = 0; frame < kFirst; ++frame) turnTo(frame);
+  const double before = turnTo(kFirst);
+  for (i32 frame = kFirst + 1; frame < kLast; ++frame) turnTo(frame);
+  const double due = 16 * kCellWidth * kCellWidth * (kLast - kFirst) * kFrameTime;
+  EXPECT_NEAR((turnTo(kLast) - before) / due, 1, 0.05);
+}
+
 // No time lies between the start frame and the first step: nothing comes in.
 TEST(Spout, IsFilledOnceAtTheStart) {
   Spout spout({4, 4, 4}, {0, -1, 0}, 1);
