@@ -102,8 +102,8 @@ void ParticleEmitter::TellRefusal() {
   const Vec3d at = **first * GetDomain().simToWorld;
   mWarnings.push_back(
       fmt::format("no more comes in at [{:.4g}, {:.4g}, {:.4g}] from {:.3g} s on: the liquid fills "
-                  "a sealed room "
-                  "there, and what came on top would only crowd; it goes on once there is room",
+                  "a sealed room there, and what came on top would only crowd; it goes on once "
+                  "there is room",
                   at.x, at.y, at.z, mTime->elapsed));
 }
 

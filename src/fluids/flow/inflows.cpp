@@ -115,6 +115,7 @@ void Inflows::Open(Flow& flow) const {
 }
 
 void Inflows::MarkFull(FullRooms& full, const GridLayout& layout) const {
+  if (mFaces.empty()) return;
   for (const Source& own : mSources) {
     if (own.outlets.empty() ? own.isShared : !full.HoldAll(own.outlets)) continue;
     if (full.IsEmpty() && !full.Begin(layout)) return;
