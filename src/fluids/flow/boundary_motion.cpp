@@ -129,7 +129,7 @@ double GridBoundary::DistanceBefore(const VecInt3D& node) const {
   const Vec3d p = mLevelSet->PositionOf(node.x, node.y, node.z);
   double distance = WallDistance(node);
   for (const VolumeBase* obstacle : mObstacles) {
-    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->HasGridData()) continue;
+    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->HasGridData() || obstacle->IsSheet()) continue;
     const Mesh* mesh = obstacle->GetMesh();
     // What is at p + motion now was at p.
     const Vec3d now = mesh && !mesh->IsStatic() ? p + obstacle->SurfaceVelocityAt(p) : p;

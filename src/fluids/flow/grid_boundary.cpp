@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "fluids/fields/adaptive_container.h"
 #include "fluids/volume/solid_hair.h"
@@ -47,15 +48,41 @@ CellBox NodesInside(const EGrid<double>& grid, const GridLayout& box, const Cell
 
 /// Distances that are 0 but for rounding become 0: otherwise the sign of the rounding would open
 /// and close faces at random where a solid's side lies in a plane of nodes.
+double DistanceAt(const EGrid<double>& level, const EGrid<double>& volume, i32 x, i32 y, i32 z) {
+  const double d = SampleLinear(volume, volume.ToSamples(level.PositionOf(x, y, z)));
+  return std::fabs(d) < GridBoundary::kNoise * level.mLayout.cellSize ? 0 : d;
+}
+
 void MergeVolume(EGrid<double>& level, const EGrid<double>& volume, const CellBox& nodes) {
-  const CellBox box = NodesInside(level, volume.mLayout, nodes);
-  const double noise = GridBoundary::kNoise * level.mLayout.cellSize;
-  ForEachCell(box, [&](i32 x, i32 y, i32 z) {
-    double d = SampleLinear(volume, volume.ToSamples(level.PositionOf(x, y, z)));
-    if (std::fabs(d) < noise) d = 0;
+  ForEachCell(NodesInside(level, volume.mLayout, nodes), [&](i32 x, i32 y, i32 z) {
     double& phi = level(x, y, z);
-    phi = std::min(phi, d);
+    phi = std::min(phi, DistanceAt(level, volume, x, y, z));
   });
+}
+
+/// A node of the cells round it lies in a solid.
+bool IsBesideSolid(const EGrid<double>& level, const VecInt3D& node) {
+  const CellBox box = Clip({node - VecInt3D{1, 1, 1}, node + VecInt3D{2, 2, 2}}, {}, level.Dims());
+  bool isSolid = false;
+  ForEachCell(box, [&](i32 x, i32 y, i32 z) { isSolid |= !(level(x, y, z) > 0); });
+  return isSolid;
+}
+
+/// What solids leave open of a cell is told by their distances alone: nothing lies in a sheet, and
+/// the way to it would close the gap between both where it is less than a cell.
+void MergeSheet(EGrid<double>& level, const EGrid<double>& sheet, i32 threads) {
+  const VecInt3D n = level.Dims();
+  std::vector<std::vector<std::pair<i32, double>>> nearer(n.z);
+  ForEachBlock(n.z, threads, [&](i32 layer) {
+    const CellBox nodes{{0, 0, layer}, {n.x, n.y, layer + 1}};
+    ForEachCell(NodesInside(level, sheet.mLayout, nodes), [&](i32 x, i32 y, i32 z) {
+      const double d = DistanceAt(level, sheet, x, y, z);
+      if (d < level(x, y, z) && !IsBesideSolid(level, {x, y, z}))
+        nearer[layer].push_back({level.Index(x, y, z), d});
+    });
+  });
+  for (const auto& layer : nearer)
+    for (const auto& [node, d] : layer) level[node] = d;
 }
 
 }  // namespace
@@ -94,6 +121,9 @@ void GridBoundary::Persist(StateArchive& archive) {
 void GridBoundary::Build(i32 threads) {
   if (!mLevelSet) return;
   ForEachBlock(mLevelSet->mNz, threads, [&](i32 z) { BuildLayer(z); });
+  for (const VolumeBase* obstacle : mObstacles)
+    if (obstacle->Has(FLAG_ENABLED) && obstacle->HasGridData() && obstacle->IsSheet())
+      MergeSheet(*mLevelSet, *obstacle->GetGrid(), threads);
 }
 
 double GridBoundary::WallDistance(const VecInt3D& node) const {
@@ -118,7 +148,7 @@ void GridBoundary::BuildLayer(i32 z) {
       row[x] = std::min(dyz, PlaneDistance(x, n.x, wall(kWallLowX), wall(kWallHighX))) * h;
   }
   for (const VolumeBase* obstacle : mObstacles)
-    if (obstacle->Has(FLAG_ENABLED) && obstacle->HasGridData())
+    if (obstacle->Has(FLAG_ENABLED) && obstacle->HasGridData() && !obstacle->IsSheet())
       MergeVolume(level, *obstacle->GetGrid(), {{0, 0, z}, {n.x, n.y, z + 1}});
 }
 

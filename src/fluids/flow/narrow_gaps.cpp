@@ -19,8 +19,12 @@ constexpr i32 kFineParts = 4, kFinePoints = kFineParts + 1;  // of a cell's edge
 constexpr double kFacing = -0.5;  // at most, of the product of two sides' normals
 // Cells. Of two whole cells it isn't for rounding to say whether they are a gap: they are none.
 constexpr double kContact = 1e-3, kWidestGap = 2 - 1e-6;
-constexpr double kInside = 0.2;       // cells, from a node into a cell
-constexpr double kHoldsSmoke = 0.25;  // least open part of a cell
+constexpr double kInside = 0.2;        // cells, from a node into a cell
+constexpr double kBesideEdge = 0.02;   // cells, from an edge into a cell
+constexpr i32 kLooks = 3;              // along an edge, between its nodes
+constexpr double kDeepestLook = 0.75;  // cells: from farther inside no look comes out
+constexpr double kOblique = 0.6;       // at most, of the product of two sides' normals at a corner
+constexpr double kHoldsSmoke = 0.25;   // least open part of a cell
 // Between the points of two surfaces nearest to nodes; curved ones are nearer to each other.
 constexpr double kSuspicious = 1;  // cells
 constexpr i32 kGapChunk = 64;
@@ -102,6 +106,36 @@ struct FinePoints {
     return 1 - inside / (kFineParts * kFineParts * kFineParts);
   }
 };
+
+/// Some of the surfaces stand across others.
+bool HasCorner(const SolidSurfaces::Nearest* nearest, i32 count) {
+  for (i32 i = 0; i < count; ++i)
+    for (i32 j = 0; j < i; ++j)
+      if (std::abs(Dot(nearest[i].normal, nearest[j].normal)) < kOblique &&
+          nearest[i].solid != SolidSurfaces::kNone && nearest[j].solid != SolidSurfaces::kNone)
+        return true;
+  return false;
+}
+
+/// A node in a wall or on it knows the nearest side, not the end that faces another solid. Adds
+/// what is nearest to places along the edges of a cell that begin at such nodes; how many there are
+/// then.
+i32 LookAlongEdges(const SolidSurfaces& solids, const GridLayout& layout, const VecInt3D& cell,
+                   SolidSurfaces::Nearest* nearest, i32 count) {
+  const Vec3d middle = ToReal(cell) + Vec3d{0.5, 0.5, 0.5};
+  for (i32 k = 0; k < 8; ++k) {
+    const double depth = -nearest[k].distance / layout.cellSize;
+    if (!(depth > -kContact && depth < kDeepestLook)) continue;
+    const Vec3d node = ToReal(cell + VecInt3D{k & 1, k >> 1 & 1, k >> 2}), inside = middle - node;
+    for (i32 axis = 0; axis < 3; ++axis)
+      for (i32 look = 1; look <= kLooks; ++look) {
+        Vec3d p = node + inside * (2 * kBesideEdge);
+        p[axis] = node[axis] + inside[axis] * (2.0 * look / (kLooks + 1));
+        nearest[count++] = solids.Find(layout.simOrigin + p * layout.simCell);
+      }
+  }
+  return count;
+}
 
 }  // namespace
 
@@ -237,7 +271,7 @@ void NarrowGaps::ScanLayer(const EGrid<double>& level, const SolidSurfaces& soli
 void NarrowGaps::MeasureCell(const SolidSurfaces& solids, const GridLayout& layout,
                              Cell& cell) const {
   const VecInt3D at = cell.at - mState.origin;
-  SolidSurfaces::Nearest nearest[8 + 8 + 6 * 8];
+  SolidSurfaces::Nearest nearest[8 + 8 + 6 * 8 + 3 * 8 * kLooks];
   const double size = layout.cellSize;
   i32 count = 8;
   for (i32 k = 0; k < 8; ++k) {
@@ -258,18 +292,25 @@ void NarrowGaps::MeasureCell(const SolidSurfaces& solids, const GridLayout& layo
         nearest[count++] =
             solids.AtNode(at + VecInt3D{k & 1, k >> 1 & 1, k >> 2} + ExtraOf(axis) * side);
   }
-  for (i32 i = 0; i < count; ++i)
-    for (i32 j = 0; j < i; ++j) {
-      const SolidSurfaces::Nearest &p = nearest[i], &q = nearest[j];
-      if (p.solid == SolidSurfaces::kNone || q.solid == SolidSurfaces::kNone) continue;
-      if (!(Dot(p.normal, q.normal) < kFacing)) continue;
-      const Vec3d across = q.at - p.at;
-      const double w = std::min(Dot(across, p.normal), -Dot(across, q.normal));
-      if (!(w > kContact * size) || w >= width) continue;
-      width = w;
-      one = &p;
-      other = &q;
-    }
+  const auto findNarrowest = [&] {
+    for (i32 i = 0; i < count; ++i)
+      for (i32 j = 0; j < i; ++j) {
+        const SolidSurfaces::Nearest &p = nearest[i], &q = nearest[j];
+        if (p.solid == SolidSurfaces::kNone || q.solid == SolidSurfaces::kNone) continue;
+        if (!(Dot(p.normal, q.normal) < kFacing)) continue;
+        const Vec3d across = q.at - p.at;
+        const double w = std::min(Dot(across, p.normal), -Dot(across, q.normal));
+        if (!(w > kContact * size) || w >= width) continue;
+        width = w;
+        one = &p;
+        other = &q;
+      }
+  };
+  findNarrowest();
+  if (!one && HasCorner(nearest, count)) {
+    count = LookAlongEdges(solids, layout, at, nearest, count);
+    findNarrowest();
+  }
   if (!one) return;
   const FinePoints points(solids, layout, at);
   for (i32 axis = 0; axis < 3; ++axis)

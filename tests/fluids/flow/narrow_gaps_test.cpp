@@ -38,6 +38,17 @@ TEST(NarrowGaps, AreOpenByTheirWidthWhereverTheyLie) {
       }
 }
 
+// In a plane of nodes its distances are 0 there, and nothing lies in it.
+TEST(NarrowGaps, SheetsTakeNothingOfWhatAFloorLeavesOpen) {
+  const TriMeshSTL sheet = TurnedBox({8, 8, 8}, {0, 6, 6}, M_PI / 2, 0, kGapCell).mesh;
+  for (const double width : {0.3, 0.55, 0.8}) {
+    GapSolids solids({sheet, GapBlock({8, 8 - width - 4, 8}, {28, 8, 28})});
+    solids.CloseThinWalls();
+    for (i32 x = 6; x <= 10; ++x) ASSERT_NEAR(solids.Open(0, x, 7, 8), width, 1e-6) << x;
+    ASSERT_EQ(solids.Open(1, 8, 8, 8), 0);
+  }
+}
+
 TEST(NarrowGaps, LeaveSingleSurfacesAsTheyAre) {
   for (const double angle : {0.0, 0.35}) {
     const GapSolids with({GapBlock(kGapMiddle, {5.3, 6, 7}, angle)}, kWallsAll);
