@@ -1,5 +1,6 @@
-// Faces that thin walls close with the solid they stand on.
+// Faces that thin walls close with the solids they stand on.
 #pragma once
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -8,47 +9,52 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// A wall that ends on a thick solid ends within a face. Where the centre of that face lies in the
-/// solid, the way from cell to cell doesn't meet the wall, and the strip between the solid and the
-/// next face, which the wall closes, would stay open. Looks at what the solid leaves open of such
-/// faces for ways past the wall.
+/// A wall that ends on a thick solid ends in a cell whose centre that solid holds. The way from
+/// that centre to the next meets the wall inside of the solid or not at all, and what the solid
+/// leaves open of the faces round such a cell would lead past the wall.
+///
+/// So such a cell stands for another place in it: of a lattice of places that which is farthest
+/// from all surfaces. All others stand for their centres. A face is closed where no way leads
+/// straight from the one cell's place to a place on the face and straight on to the other cell's,
+/// free of walls and solids. Through the faces that are left any chain of cells is a way through
+/// the open: a cell that the wall parts belongs to one of its sides.
 class WallFeet {
  public:
+  using Face = ThinWalls::Face;
+
   explicit WallFeet(const GridBoundary& boundary);
 
-  /// Those beside `closed` that nothing leads through, in order of z, y, x and axis, none
-  /// twice.
-  /// `isClosed(axis, cell above)` tells of those that needn't be found. The result doesn't depend
-  /// on `threads`.
+  /// Those to close besides `closed`, in order of z, y, x and axis. `isClosed(axis, cell above)`
+  /// tells of those that needn't be found. The result doesn't depend on `threads`.
   template <class IsClosed>
-  std::vector<ThinWalls::Face> Find(std::span<const ThinWalls::Face> closed, IsClosed&& isClosed,
-                                    i32 threads) {
-    std::vector<Candidate> beside;
-    for (const ThinWalls::Face& face : closed)
-      for (i32 axis = 0; axis < 3; ++axis)
-        for (const i32 step : {-1, 1}) {
-          if (axis == face.axis) continue;
-          const VecInt3D at = face.at + ExtraOf(axis) * step;
-          if (IsInside(at) && !isClosed(face.axis, at))
-            beside.push_back({{at, face.axis}, axis, step});
-        }
-    return Closed(std::move(beside), threads);
+  std::vector<Face> Find(std::span<const Face> closed, IsClosed&& isClosed, i32 threads) {
+    std::vector<Face> asked = FacesAtFoot(closed, threads);
+    std::erase_if(asked, [&](const Face& face) { return isClosed(face.axis, face.at); });
+    return Closed(asked, threads);
   }
 
  private:
-  /// A face, and the direction in which it lies from one that is closed.
-  struct Candidate {
-    ThinWalls::Face face;
-    i32 beside, step;
+  /// A cell whose centre a thick solid holds, and the place that it stands for, in cells; none
+  /// where solids fill it.
+  struct Sunk {
+    VecInt3D cell;
+    std::optional<Vec3d> place;
   };
-  bool IsInside(const VecInt3D& cell) const;
-  std::vector<ThinWalls::Face> Closed(std::vector<Candidate> beside, i32 threads);
-  bool LeadsThrough(const Candidate& candidate) const;
-  bool IsCrossed(const Vec3d& from, const Vec3d& to) const;
 
-  const GridLayout& mLayout;
+  bool HasDepth(const CellBox& cells) const;
+  std::vector<VecInt3D> CellsBeside(std::span<const Face> closed) const;
+  std::vector<Face> FacesAtFoot(std::span<const Face> closed, i32 threads);
+  std::vector<Face> Closed(const std::vector<Face>& asked, i32 threads) const;
+  double DistanceAt(const Vec3d& place) const;
+  std::optional<Vec3d> FarthestPlace(const VecInt3D& cell) const;
+  std::optional<Vec3d> PlaceOf(const VecInt3D& cell) const;
+  bool LeadsThrough(const Face& face) const;
+  bool IsFree(const Vec3d& from, const Vec3d& to) const;
+
+  const EGrid<double>& mLevel;
   SolidSurfaces mSolids;
-  std::vector<SharpSurface> mWalls;  ///< those of obstacles with thin walls
+  std::vector<SharpSurface> mSheets;
+  std::vector<Sunk> mSunk;  ///< in order of z, y and x
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

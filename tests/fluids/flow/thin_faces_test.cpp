@@ -91,17 +91,72 @@ TEST(ThinFaces, RimsThatMeetSolidsAreTight) {
       }
 }
 
-/// Two halves of a sheet, one before the other, and what joins them lies in centres.
+// Also where a side of the wall lies in nodes, whose distances know nothing of its end.
 TEST(ThinFaces, GapsUnderWallsStayOpen) {
   for (const double thickness : {0.0, 0.05, 0.5})
-    for (const double edge : {6.7, 7.0, 7.4}) {
-      const TriMeshSTL floor = GapBlock({8, edge - 10, 8}, {60, 20, 60});
-      for (const double gap : {0.55, 0.8, 1.0})
-        EXPECT_TRUE(LeadsThrough({Plate(8.3, thickness, edge + gap, 40), floor}))
-            << thickness << " " << edge << " " << gap;
-    }
+    for (const double x : {8.3, 8 + thickness / 2})
+      for (const double top : {6.7, 7.0, 7.2, 7.4}) {
+        const TriMeshSTL floor = GapBlock({8, top - 4, 8}, {28, 8, 28});
+        for (const double gap : {0.55, 0.8, 1.0})
+          EXPECT_TRUE(LeadsThrough({Plate(x, thickness, top + gap, 20), floor}))
+              << thickness << " at " << x << " " << top << " " << gap;
+      }
 }
 
+// The strip over the floor is as open below the wall and beside it as away from it.
+TEST(ThinFaces, WallsAboveAFloorTakeNothingOfIt) {
+  for (const double top : {7.5, 7.7}) {
+    GapSolids solids({Plate(8.27, 0.5, top + 0.5, 20), GapBlock({8, top - 4, 8}, {28, 8, 28})});
+    solids.CloseThinWalls();
+    for (i32 x = 4; x <= 13; ++x) EXPECT_NEAR(solids.Open(0, x, 7, 8), 8 - top, 1e-6) << x;
+  }
+}
+
+/// A wall on a floor, or on one and up to a ceiling or a block behind it (cells, angles).
+struct AskewWall {
+  enum Beside { kNothing, kCeiling, kBlock } beside;
+  double thickness, aboutZ, aboutY, floor, x, z, foot;
+  i32 axis;
+
+  std::vector<TriMeshSTL> Solids() const { return {Wall(-foot, 22), Floor(), Other()}; }
+  /// A slot of some width in it, all along the floor.
+  std::vector<TriMeshSTL> WithSlot(double width) const { return {Wall(width, 22), Floor()}; }
+
+ private:
+  TriMeshSTL Wall(double low, double high) const {
+    const Vec3d up = TurnedBox({}, {1, 1, 1}, aboutZ, aboutY, 1).axis[1];
+    const Vec3d middle = Vec3d{x, floor, z} + up * ((low + high) / 2);
+    return TurnedBox(middle, {thickness, high - low, 36}, aboutZ, aboutY, kGapCell).mesh;
+  }
+  TriMeshSTL Floor() const { return GapBlock({8, floor - 4, 8}, {28, 8, 28}); }
+  TriMeshSTL Other() const {
+    if (beside == kCeiling) return GapBlock({8, 13.37 + 4, 8}, {28, 8, 28});
+    return beside == kBlock ? GapBlock({8, 8, 3.41 - 4}, {28, 28, 8}) : Floor();
+  }
+};
+
+TEST(ThinFaces, AskewWallsOnFloorsAreTightAndTheirSlotsOpen) {
+  using enum AskewWall::Beside;
+  const AskewWall walls[] = {
+      {kNothing, 0, 0.71, 0.342, 4.638, 9.175, 8.927, 0.02, 2},
+      {kCeiling, 0.05, 0.35, 0.18, 4.848, 7.059, 7.691, 0.037, 0},
+      {kNothing, 0.05, -0.435, 0.35, 4.875, 8.566, 7.327, 0.041, 2},
+      {kNothing, 0.05, 0.202, 0.21, 4.793, 7.914, 8.265, 0.03, 1},
+      {kNothing, 0, 0.374, 0.35, 4.822, 7.681, 7.818, 0.1, 2},
+      {kBlock, 0, 0.328, 0.2, 4.93, 7.473, 8.729, 0.1, 0},
+      {kBlock, 0.05, -0.41, -0.3, 4.83, 7.832, 8.662, 0.32, 0},
+      {kBlock, 0.05, 0.52, 0, 4.66, 6.759, 7.883, 0.125, 2},
+      {kBlock, 0.05, 0.201, -0.031, 4.7, 7.716, 8.992, 0.03, 0},
+      {kNothing, 0, 0.475, 0.2, 4.881, 7.549, 8.118, 0.3, 0},
+  };
+  for (const AskewWall& wall : walls) {
+    const auto where = [&] { return ::testing::Message() << &wall - walls; };
+    EXPECT_FALSE(LeadsThrough(wall.Solids(), wall.axis)) << where();
+    EXPECT_TRUE(LeadsThrough(wall.WithSlot(1.5), wall.axis)) << where();
+  }
+}
+
+/// Two halves of a sheet, one before the other, and what joins them lies in centres.
 TEST(ThinFaces, FoldsThroughCentresAreTight) {
   const auto folded = [](bool isJoined) {
     TriMeshSTL mesh;
