@@ -161,6 +161,12 @@ bool Duration::MeanWeight(double time, double step, double& weight) const {
   return isOpen;
 }
 
+bool Duration::HasActed(const SceneTime& time) const {
+  const double end = time.frameDuration - Hair();
+  return time.frameIndex == 1 && IsActive(0) && length > 0 && start + length < end &&
+         (repeats == 0 || start + length + pause >= end);
+}
+
 bool Duration::MeanWeight(const SceneTime& time, double& weight) const {
   if (!time.IsUnderWay() && !IsActive(time.elapsed)) return false;
   return MeanWeight(time.elapsed, time.stepDuration, weight);

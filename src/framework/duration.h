@@ -34,6 +34,10 @@ class Duration : public iBase {
   /// what opens later than it begins isn't open in it.
   bool MeanWeight(const SceneTime& time, double& weight) const;
 
+  /// The clock stands in the first frame under way, and all of the window lay at its beginning: the
+  /// start frame has seen it too, and what fills cells to an amount has done so.
+  bool HasActed(const SceneTime& time) const;
+
   double start = 0;    ///< seconds
   double length = 25;  ///< seconds
   double pause = 25;   ///< seconds between windows

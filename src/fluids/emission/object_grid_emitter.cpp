@@ -118,10 +118,15 @@ void ObjectGridEmitter::Prepare() {
     const GridEmissionSettings* settings = mPairs[i]->mSettings;
     if (!settings) continue;
     const Duration* duration = settings->mDuration;
-    // What is set, and not given by the second, asks for the window at the start of the step.
-    const bool runs = !duration || !duration->Has(FLAG_ENABLED) ||
-                      (settings->mAbsolute ? duration->Weight(mTime->elapsed, mWeights[i])
-                                           : duration->MeanWeight(*mTime, mWeights[i]));
+    // What is given whole, and not by the second, asks for the window at the start of the step.
+    const auto isOpen = [&] {
+      const bool isAtOnce =
+          settings->mAbsolute || settings->Write().mode == static_cast<i32>(EmissionMode::Set);
+      if (isAtOnce && duration->HasActed(*mTime)) return false;
+      return settings->mAbsolute ? duration->Weight(mTime->elapsed, mWeights[i])
+                                 : duration->MeanWeight(*mTime, mWeights[i]);
+    };
+    const bool runs = !duration || !duration->Has(FLAG_ENABLED) || isOpen();
     if (!runs) mWeights[i] = 0;
     anyRuns = anyRuns || runs;
     if (mWeights[i] != 0) AddTarget(*mPairs[i], mWeights[i]);

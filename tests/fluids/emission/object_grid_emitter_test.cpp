@@ -143,6 +143,26 @@ TEST_F(GridEmitter, DurationOpensWeighsAndCloses) {
   Run();
   const double mean = 0.75 - dt / 4;
   EXPECT_NEAR(Sum(), Inside() * dt * mean, 1e-9) << "without a curve it fades out";
+  // The start frame has seen the whole of a short one.
+  s.scene->mTime.frameDuration = dt;
+  TestScene::Set(duration, 1001, 0.0);
+  for (const bool isBrief : {true, false})
+    for (const i32 row : {1001, 1000}) {  // absolute, or the mode `set`
+      TestScene::Set(duration, 1000, isBrief ? 0.001 : 1.5 * dt);
+      TestScene::Set(settings, 1001, i32{row == 1001});
+      TestScene::Set(settings, 1000, i32{row == 1000});
+      s.scene->mTime.elapsed = 0;
+      for (const i32 frame : {0, 1}) {
+        s.scene->mTime.frameIndex = frame;
+        Run();
+        EXPECT_EQ(Sum() > 0, frame == 0 || !isBrief) << frame << " " << row;
+      }
+    }
+  TestScene::Set(settings, 1000, i32{0});
+  TestScene::Set(settings, 1001, i32{0});
+  TestScene::Set(duration, 1000, 2.0);
+  TestScene::Set(duration, 1001, 1.0);
+  s.scene->mTime.elapsed = 1.5;
   // A depth curve that isn't there drops the weight of the window, too.
   TestScene::Set(settings, 1006, i32{2});
   settings.Node()->Erase(1005);
