@@ -255,8 +255,7 @@ std::string GapText(const NarrowGaps::Place& gap, const GridLayout& domain, bool
       "of the server below {:.2g} shows the gap",
       LabelOf(*gap.one), other, gap.width, at.x, at.y, at.z,
       isLiquid ? "less liquid passes than would, or none"
-               : "the gas flows through, but of smoke and all else that it carries less passes, or "
-                 "nothing",
+               : "more or less gas passes than would, or none, and so of all that it carries",
       CellThatShows(gap.width, domain.cellSize));
 }
 
