@@ -90,13 +90,16 @@ void RemoveUnfinished(const CacheName& names) {
 
 CacheFolderInfo ScanCache(const CacheName& names) {
   CacheFolderInfo info;
-  i32 next = 0;  // the frame that is expected
+  i64 next = 0;  // the frame that is expected
   for (const CacheFile& entry : ListCache(names)) {
-    for (; next < entry.number; ++next) info.missingFrames.push_back(next);
+    if (next < entry.number) {
+      info.missingFrames.push_back({static_cast<i32>(next), entry.number - 1});
+      info.missingCount += entry.number - next;
+    }
     if (!info.found) info.firstFrame = entry.number;
     info.found = true;
     info.lastFrame = entry.number;
-    next = entry.number + 1;
+    next = std::max(next, i64{entry.number} + 1);
     std::error_code failed;
     const auto size = fs::file_size(entry.path, failed);
     if (!failed) info.totalSize += static_cast<i64>(size);
@@ -107,8 +110,8 @@ CacheFolderInfo ScanCache(const CacheName& names) {
 
 std::string StatisticsOf(const CacheFolderInfo& info) {
   return fmt::format("Length: {}({} - {})\nSize: {}\nMissing Frames: {}\n",
-                     info.lastFrame - info.firstFrame + 1, info.firstFrame, info.lastFrame,
-                     FormatSize(info.totalSize), info.missingFrames.size());
+                     i64{info.lastFrame} - info.firstFrame + 1, info.firstFrame, info.lastFrame,
+                     FormatSize(info.totalSize), info.missingCount);
 }
 
 }  // namespace MELDO_GLOBAL

@@ -20,12 +20,18 @@ std::vector<CacheFile> ListCache(const CacheName& names);
 /// Removes what a killed process left of this cache's files.
 void RemoveUnfinished(const CacheName& names);
 
+/// Frames from one to another, both among them.
+struct FrameRun {
+  i32 first = 0, last = 0;
+  bool operator==(const FrameRun&) const = default;
+};
 /// What lies in a cache's folder.
 struct CacheFolderInfo {
   bool found = false;  ///< at least one file is there
   i32 firstFrame = 0;
   i32 lastFrame = 0;
-  std::vector<i32> missingFrames;  ///< from frame 0 to the last one
+  std::vector<FrameRun> missingFrames;  ///< from frame 0 to the last one
+  i64 missingCount = 0;                 ///< how many these are
   i64 totalSize = 0;               ///< bytes
   i32 fileCount = 0;
 };

@@ -50,12 +50,13 @@ ParameterTable Cache_OperatorBase::WithRows(const RowNumbers& numbers, Parameter
           .To(&Cache_OperatorBase::mFrameOffset),
       LongRow(cache_row::kCompression, "compression", 0, "",
               "smaller files for a little time: small packs harder than fast; smooth fields shrink "
-              "to a "
-              "fraction, particles by a third or so")
+              "to a fraction, particles by a third or so; files of other tools are packed as their "
+              "format has it, or not")
           .Choices({{0, "none"}, {1, "fast"}, {2, "small"}})
           .To(&Cache_OperatorBase::mCompression),
       LongRow(cache_row::kNumbering, "numbering", 0, "",
-              "whether files count from the first simulated frame or by the scene's own frames")
+              "whether files count from the first simulated frame or by the scene's own frames; "
+              "play_back takes them as counted from the first")
           .Choices({{0, "from_start"}, {1, "document"}})
           .To(&Cache_OperatorBase::mNumbering),
       LinksRow(cache_row::kObjects, "objects",
@@ -68,7 +69,7 @@ ParameterTable Cache_OperatorBase::WithRows(const RowNumbers& numbers, Parameter
           .Choices({{0, "output"}, {1, "custom"}})
           .To(&Cache_OperatorBase::mUseCustomFolder),
       BoolRow(cache_row::kBackwards, "backwards", false,
-              "the recording plays in reverse: what came out goes back in")
+              "the recording plays in reverse, velocities too: what came out goes back in")
           .OnlyWith(cache_row::kMode, {cache_row::kPlayBack, cache_row::kBoth})
           .To(&Cache_OperatorBase::mBackwards),
       BoolRow(1030, "go_on_after_failure", false,

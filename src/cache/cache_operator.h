@@ -2,6 +2,7 @@
 #pragma once
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -140,9 +141,12 @@ class Cache_OperatorBase : public iObject {
   i32 FrameToRead() const;
   /// The same, with the part of a frame at which a scaled time stands.
   double TimeToRead() const;
+  /// What of a recording is played backwards: the number of its last file; none where it isn't, or
+  /// nothing is there.
+  std::optional<i32> EndToPlayFrom() const;
   /// The frame whose file is read in a frame of the document, `fromStart` behind the first.
-  i32 FileFrame(double fromStart, i32 frame) const;
-  double FileTime(double fromStart, i32 frame) const;
+  i32 FileFrame(double fromStart, i32 frame, std::optional<i32> end) const;
+  double FileTime(double fromStart, i32 frame, std::optional<i32> end) const;
   i32 FrameToWrite() const;
   /// How fast what is played moves, as a multiple of what was recorded; below 0 it goes back. A
   /// frame that is held is a look at what moves, and keeps its velocities.

@@ -101,26 +101,32 @@ void Cache_OperatorBase::Finish() {
 // ---- which frame --------------------------------------------------------------------------------
 
 i32 Cache_OperatorBase::FrameToRead() const {
-  return FileFrame(mScene->mClock.frameFromStart, mScene->mClock.frame);
+  return FileFrame(mScene->mClock.frameFromStart, mScene->mClock.frame, EndToPlayFrom());
 }
 
 double Cache_OperatorBase::TimeToRead() const {
-  return FileTime(mScene->mClock.frameFromStart, mScene->mClock.frame);
+  return FileTime(mScene->mClock.frameFromStart, mScene->mClock.frame, EndToPlayFrom());
 }
 
-i32 Cache_OperatorBase::FileFrame(double fromStart, i32 frame) const {
+std::optional<i32> Cache_OperatorBase::EndToPlayFrom() const {
+  CacheFolderInfo info;
+  if (mBackwards) ScanCacheFolder(info);
+  return info.found ? std::optional(info.lastFrame) : std::nullopt;
+}
+
+i32 Cache_OperatorBase::FileFrame(double fromStart, i32 frame, std::optional<i32> end) const {
   constexpr double kFarthest = 2e9;
-  return static_cast<i32>(std::clamp(std::ceil(FileTime(fromStart, frame)), -kFarthest, kFarthest));
+  return static_cast<i32>(
+      std::clamp(std::ceil(FileTime(fromStart, frame, end)), -kFarthest, kFarthest));
 }
 
-double Cache_OperatorBase::FileTime(double fromStart, i32 frame) const {
+double Cache_OperatorBase::FileTime(double fromStart, i32 frame, std::optional<i32> end) const {
   const double shown = (mShowFrame == -1 ? fromStart : mShowFrame) * TimeScale();
   double t = shown > -1 ? shown + mFrameOffset : frame;
-  if (mBackwards) {
-    CacheFolderInfo info;
-    ScanCacheFolder(info);
-    if (info.found) t = info.lastFrame - t;
-  }
+  // What goes on with a recording counts its files as it does when it writes them.
+  const bool goesOn = Records() && mNumbering != 0 && mShowFrame == -1;
+  if (goesOn && shown > -1 && !end) t += frame - fromStart;
+  if (end) t = *end - t;
   // A tenth of 30 frames is 3 of them, whatever is lost in the last digit.
   constexpr double kNear = 1e-6;
   return std::abs(t - std::round(t)) < kNear ? std::round(t) : t;
@@ -131,9 +137,10 @@ bool Cache_OperatorBase::HasFrames(i32 first, i32 last) {
   SetUpNames();
   i32 start, end;
   mScene->GetFrameRange(start, end);
+  const std::optional<i32> played = EndToPlayFrom();
   for (i32 frame = first; frame <= last; ++frame) {
     fs::path path;
-    mFileName.BuildPath(path, FileFrame(frame - start, frame));
+    mFileName.BuildPath(path, FileFrame(frame - start, frame, played));
     std::error_code failed;
     if (!fs::is_regular_file(path, failed)) return false;
   }

@@ -12,6 +12,7 @@
 #include "framework/cached_grids.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
+#include "grids/fixed_blocks.h"
 #include "grids/grid_resampler.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -162,7 +163,20 @@ bool GridCacher::ReadChunk(std::size_t object, std::size_t chunk) {
   const bool isStaggered = stored.kind == kFaceX;
   for (i32 c = 0; c < 3 && grids[c]; ++c)
     if (!ReadGrid(stored, isStaggered ? c : stored.kind, *grids[c])) return false;
+  if (const double rate = PlayedRate(); isStaggered && rate != 1) Scale(grids, rate);
   return true;
+}
+
+void GridCacher::Scale(const Grids& velocity, double rate) const {
+  constexpr i32 kBlock = 1 << 16;
+  for (i32 c = 0; c < 3 && velocity[c]; ++c) {
+    double* __restrict u = velocity[c]->mData;
+    const i32 count = velocity[c]->mCount;
+    ForEachBlock((count + kBlock - 1) / kBlock, mScene->mThreadCount, [&](i32 block) {
+      const i32 last = static_cast<i32>(std::min(i64{count}, (i64{block} + 1) * kBlock));
+      for (i32 i = block * kBlock; i < last; ++i) u[i] *= rate;
+    });
+  }
 }
 
 bool GridCacher::ReadGrid(const StoredGrid& stored, i32 kind, EGrid<double>& target) {

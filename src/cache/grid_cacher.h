@@ -52,6 +52,8 @@ class GridCacher : public Cache_OperatorBase {
   }
   bool ReadGrid(const StoredGrid& stored, i32 kind, EGrid<double>& target);
   void Resample(const EGrid<double>& source, EGrid<double>& target);
+  /// Makes a velocity that of the motion that is played.
+  void Scale(const Grids& velocity, double rate) const;
 
   i32 mResampleMode = 0;
   /// Moves what is stored along with the node.

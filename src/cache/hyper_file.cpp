@@ -69,6 +69,7 @@ bool HyperFile::Open(u32 ident, const fs::path& path, Mode mode) {
   mName = path.string();
   mError.clear();
   mFault = Fault::kNone;
+  if (mode == Mode::kReadParts) return OpenParts(ident);
   if (mode == Mode::kWrite) {
     Start(ident);
     Try([&] { mPart = std::make_unique<host::PartFile>(path); });
@@ -98,29 +99,67 @@ bool HyperFile::OpenMemory(u32 ident, std::string bytes, std::string name) {
   return Begin(ident, std::move(bytes), {}, 0);
 }
 
-bool HyperFile::Begin(u32 ident, std::string bytes, const Checksum& sum, std::size_t summed) {
-  mBytes = std::move(bytes);
-  mGone = 0;
+void HyperFile::Reset() {
+  mBytes = {};
+  mGone = mSize = 0;
   mPart.reset();
+  mParts.reset();
   mError.clear();
   mFault = Fault::kNone;
   mChunks.clear();
   mWriting = false;
   mAt = mEnd = 0;
+}
+
+bool HyperFile::Begin(u32 ident, std::string bytes, const Checksum& sum, std::size_t summed) {
+  Reset();
+  mBytes = std::move(bytes);
   return CheckFrame(ident, sum, summed);
 }
 
-bool HyperFile::CheckFrame(u32 ident, Checksum sum, std::size_t summed) {
+bool HyperFile::OpenParts(u32 ident) {
+  Reset();
+  Try([&] { mParts = std::make_unique<host::FileParts>(mPath); });
+  if (!mParts) {
+    mFault = Fault::kUnreadable;
+    return false;
+  }
+  mSize = static_cast<std::size_t>(mParts->Size());
+  return CheckFrame(ident, {}, 0);
+}
+
+const char* HyperFile::Look(std::size_t at, std::size_t bytes) {
+  if (at >= mGone && at - mGone <= mBytes.size() && bytes <= mBytes.size() - (at - mGone))
+    return mBytes.data() + (at - mGone);
+  if (!mParts) return Fail("it ends too early"), nullptr;
+  const std::size_t wanted = std::min(std::max(bytes, kGathered), mSize - at);
+  // What a large block took isn't kept for small ones.
+  if (mBytes.capacity() > 2 * std::max(wanted, kGathered)) mBytes = std::string();
+  try {
+    mBytes.resize(wanted);
+    mParts->Read(at, mBytes);
+  } catch (const host::FileError& error) {
+    mBytes.clear();
+    mError = error.what();
+    mFault = Fault::kUnreadable;
+    return nullptr;
+  }
+  mGone = at;
+  return mBytes.data();
+}
+
+bool HyperFile::CheckHeader(u32 ident) {
   const auto shown = [](const char* text) {
     std::string out;
     for (int i = 0; i < 4; ++i) out += text[i] >= ' ' && text[i] < 127 ? text[i] : '?';
     return out;
   };
-  const char* data = mBytes.data();
-  if (mBytes.empty()) return Fail("it is empty");
-  if (mBytes.size() < sizeof kMagic || std::memcmp(data, kMagic, sizeof kMagic) != 0)
+  if (Size() == 0) return Fail("it is empty");
+  const char* data = Look(0, std::min(Size(), kHeader));
+  if (!data) return false;
+  if (Size() < sizeof kMagic || std::memcmp(data, kMagic, sizeof kMagic) != 0)
     return Fail("it is no file of this system, or its start is damaged");
-  if (mBytes.size() < kHeader + kTrailer) return Fail("it is cut short");
+  if (Size() < kHeader + kTrailer) return Fail("it is cut short");
   if (Load<u32>(data + 16) != kByteOrder) {
     return Load<u32>(data + 16) == 0x04030201
                ? Fail("it was written on a machine of another byte order", Fault::kForeign)
@@ -134,23 +173,35 @@ bool HyperFile::CheckFrame(u32 ident, Checksum sum, std::size_t summed) {
                             shown(reinterpret_cast<const char*>(&ident))),
                 Fault::kForeign);
   const u64 body = Load<u64>(data + kBodyLengthAt);
-  const u64 there = mBytes.size() - kHeader - kTrailer;
+  const u64 there = Size() - kHeader - kTrailer;
   if (body > there)
-    return Fail(fmt::format("it is cut short: {} of {} bytes are there", mBytes.size(),
+    return Fail(fmt::format("it is cut short: {} of {} bytes are there", Size(),
                             body + kHeader + kTrailer));
   if (body < there) return Fail("it is longer than it says");
-  const std::string_view all(mBytes), checked = all.substr(0, all.size() - kTrailer);
+  return true;
+}
+
+bool HyperFile::CheckFrame(u32 ident, Checksum sum, std::size_t summed) {
+  if (!CheckHeader(ident)) return false;
+  const std::size_t checked = Size() - kTrailer;
   // Both sums have all but a last piece in common.
-  const std::size_t common = checked.size() / Checksum::kStep * Checksum::kStep;
-  sum.Add(all.substr(summed, common - summed));
+  const std::size_t common = checked / Checksum::kStep * Checksum::kStep;
+  for (std::size_t piece; summed < common; summed += piece) {
+    piece = mParts ? std::min(kGathered, common - summed) : common - summed;
+    const char* data = Look(summed, piece);
+    if (!data) return false;
+    sum.Add({data, piece});
+  }
+  const char* last = Look(common, Size() - common);
+  if (!last) return false;
   Checksum whole = sum;
-  sum.Add(checked.substr(common));
-  if (Load<u64>(data + checked.size()) != sum.Value())
+  sum.Add({last, checked - common});
+  if (Load<u64>(last + (checked - common)) != sum.Value())
     return Fail("it is damaged: its checksum doesn't fit");
-  whole.Add(all.substr(common));
+  whole.Add({last, Size() - common});
   mSum = whole.Value();
   mAt = kHeader;
-  mEnd = kHeader + body;
+  mEnd = checked;
   return true;
 }
 
@@ -161,6 +212,7 @@ void HyperFile::StartMemory(u32 ident) {
 
 void HyperFile::Start(u32 ident) {
   mPart.reset();
+  mParts.reset();
   mGone = 0;
   mBytes.assign(kMagic, sizeof kMagic);
   const u32 words[4] = {ident, kVersion, kByteOrder, 0};
@@ -346,11 +398,18 @@ void HyperFile::Rewind() {
 
 std::size_t HyperFile::Limit() const { return mChunks.empty() ? mEnd : mChunks.back() - 1; }
 
+bool HyperFile::IsAtLong() {
+  const char* tag = mError.empty() && !AtEnd() ? Look(mAt, 1) : nullptr;
+  return tag && static_cast<u8>(*tag) == kLong;
+}
+
 bool HyperFile::GetTag(Tag tag) {
   if (mAt >= Limit()) {
     return Fail(fmt::format("it ends at byte {} where {} was expected", mAt, NameOf(tag)));
   }
-  const u8 found = static_cast<u8>(mBytes[mAt]);
+  const char* data = Look(mAt, 1);
+  if (!data) return false;
+  const u8 found = static_cast<u8>(*data);
   if (found != tag)
     return Fail(
         fmt::format("at byte {} stands {} where {} was expected", mAt, NameOf(found), NameOf(tag)));
@@ -361,17 +420,25 @@ bool HyperFile::GetTag(Tag tag) {
 bool HyperFile::Get(Tag tag, void* data, std::size_t bytes) {
   if (!mError.empty() || !GetTag(tag)) return false;
   if (bytes > Limit() - mAt) return Fail("it ends inside of an item");
-  std::memcpy(data, mBytes.data() + mAt, bytes);
+  const char* from = Look(mAt, bytes);
+  if (!from) return false;
+  std::memcpy(data, from, bytes);
   mAt += bytes;
   return true;
 }
 
 bool HyperFile::GetLength(u64& length) {
   if (sizeof length > Limit() - mAt) return Fail("it ends inside of an item");
-  length = Load<u64>(mBytes.data() + mAt);
+  const char* data = Look(mAt, sizeof length);
+  if (!data) return false;
+  length = Load<u64>(data);
   mAt += sizeof length;
   if (length > Limit() - mAt) return Fail("the length of an item is damaged");
   return true;
+}
+
+bool HyperFile::GetBlockLength(u64& length) {
+  return mError.empty() && GetTag(kMemory) && GetLength(length);
 }
 
 bool HyperFile::ReadBool(bool& value) {
@@ -391,15 +458,46 @@ bool HyperFile::ReadVector(Vec3d& value) {
 bool HyperFile::ReadText(std::string& text) {
   u64 length = 0;
   if (!mError.empty() || !GetTag(kText) || !GetLength(length)) return false;
-  text.assign(mBytes, mAt, length);
+  const char* data = Look(mAt, length);
+  if (!data) return false;
+  text.assign(data, length);
   mAt += length;
   return true;
 }
 
 bool HyperFile::ReadMemory(std::span<const std::byte>& block) {
   u64 length = 0;
-  if (!mError.empty() || !GetTag(kMemory) || !GetLength(length)) return false;
-  block = {reinterpret_cast<const std::byte*>(mBytes.data() + mAt), length};
+  if (!GetBlockLength(length)) return false;
+  const char* data = Look(mAt, length);
+  if (!data) return false;
+  block = {reinterpret_cast<const std::byte*>(data), length};
+  mAt += length;
+  return true;
+}
+
+bool HyperFile::IsAtMemory(std::size_t bytes) {
+  const std::size_t start = mAt;
+  u64 length = 0;
+  if (!GetBlockLength(length)) return false;
+  mAt = start;
+  return length == bytes || Fail("a block has another size than was expected");
+}
+
+bool HyperFile::ReadMemoryTo(std::span<std::byte> target) {
+  u64 length = 0;
+  if (!IsAtMemory(target.size()) || !GetBlockLength(length)) return false;
+  char* to = reinterpret_cast<char*>(target.data());
+  if (mParts)
+    Try([&] { mParts->Read(mAt, {to, target.size()}); });
+  else if (length > 0)
+    std::memcpy(to, mBytes.data() + mAt, length);
+  mAt += length;
+  return mError.empty();
+}
+
+bool HyperFile::SkipMemory() {
+  u64 length = 0;
+  if (!GetBlockLength(length)) return false;
   mAt += length;
   return true;
 }
@@ -408,13 +506,15 @@ bool HyperFile::ReadChunkStart(i32& id, i32& level) {
   u64 length = 0;
   if (!mError.empty() || !GetTag(kChunkStart)) return false;
   if (2 * sizeof(i32) > Limit() - mAt) return Fail("it ends inside of an item");
-  id = Load<i32>(mBytes.data() + mAt);
-  level = Load<i32>(mBytes.data() + mAt + 4);
+  const char* data = Look(mAt, 2 * sizeof(i32));
+  if (!data) return false;
+  id = Load<i32>(data);
+  level = Load<i32>(data + 4);
   mAt += 8;
   if (!GetLength(length)) return false;
   const std::size_t end = mAt + length;
-  if (length < 1 || static_cast<u8>(mBytes[end - 1]) != kChunkEnd)
-    return Fail("a chunk has no end");
+  const char* last = length < 1 ? nullptr : Look(end - 1, 1);
+  if (!last || static_cast<u8>(*last) != kChunkEnd) return Fail("a chunk has no end");
   mChunks.push_back(end);
   return true;
 }

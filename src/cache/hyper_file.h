@@ -11,6 +11,7 @@
 #include "host/vector.h"
 
 namespace MELDO_GLOBAL::host {
+class FileParts;
 class PartFile;
 }
 
@@ -60,7 +61,11 @@ inline constexpr u32 kCacheIdent = IdentOf("zlsv");
 /// what is written behind a failure is dropped.
 class HyperFile {
  public:
-  enum class Mode { kRead = 1, kWrite = 2 };
+  enum class Mode {
+    kRead = 1,
+    kWrite = 2,
+    kReadParts = 3,  ///< reads, with no more than a block in memory at a time
+  };
   /// What is wrong with a file that was opened or read.
   enum class Fault : u8 {
     kNone,
@@ -92,7 +97,7 @@ class HyperFile {
   /// The file's path, or what stands for it.
   const std::string& Name() const { return mName; }
   /// The size of the file that was opened or written, bytes.
-  std::size_t Size() const { return mGone + mBytes.size(); }
+  std::size_t Size() const { return mParts ? mSize : mGone + mBytes.size(); }
   /// The checksum of the whole file that was opened or written, its own checksum included.
   u64 Sum() const { return mSum; }
 
@@ -122,8 +127,15 @@ class HyperFile {
   bool ReadLReal(double& value) { return Get(kLReal, &value, sizeof value); }
   bool ReadVector(Vec3d& value);
   bool ReadText(std::string& text);
-  /// The block stands in the stream itself, until that is closed.
+  /// The block stands in the stream itself: until that is closed, of one that is read by parts until
+  /// the next item is read.
   bool ReadMemory(std::span<const std::byte>& block);
+  /// Whether the next block has as many bytes; an error where it has others.
+  bool IsAtMemory(std::size_t bytes);
+  /// Reads the next block, of just as many bytes, to where they go.
+  bool ReadMemoryTo(std::span<std::byte> target);
+  /// Passes over the next block.
+  bool SkipMemory();
   /// Enters the next chunk. Reading can't leave a chunk but by `ReadChunkEnd`.
   bool ReadChunkStart(i32& id, i32& level);
   /// Leaves what is left of the chunk unread.
@@ -132,7 +144,7 @@ class HyperFile {
   /// Back to the first item.
   void Rewind();
   /// Whether a `WriteLong` is next.
-  bool IsAtLong() const { return !AtEnd() && static_cast<u8>(mBytes[mAt]) == kLong; }
+  bool IsAtLong();
   /// Nothing is left to read in this chunk, or outside of chunks in the file.
   bool AtEnd() const { return mAt >= Limit(); }
 
@@ -171,8 +183,14 @@ class HyperFile {
   bool GetTag(Tag tag);
   /// The length that stands here, at most what is left.
   bool GetLength(u64& length);
+  bool GetBlockLength(u64& length);
+  /// That many bytes of the file from `at` on; null, with an error, where they can't be read.
+  const char* Look(std::size_t at, std::size_t bytes);
+  void Reset();
+  bool OpenParts(u32 ident);
   /// `sum` is that of the first `summed` bytes, at most all but the trailer.
   bool CheckFrame(u32 ident, Checksum sum, std::size_t summed);
+  bool CheckHeader(u32 ident);
   /// Takes what stands in memory.
   bool Begin(u32 ident, std::string bytes, const Checksum& sum, std::size_t summed);
   bool Fail(std::string_view what, Fault fault = Fault::kDamaged);
@@ -183,7 +201,10 @@ class HyperFile {
   std::filesystem::path mPath;
   std::string mName;
   std::unique_ptr<host::PartFile> mPart;  ///< of a file that is written, until it has its name
-  std::size_t mGone = 0;  ///< bytes that `mBytes` no longer holds: they are in `mPart`
+  std::unique_ptr<host::FileParts> mParts;  ///< the file that is read by parts
+  std::size_t mSize = 0;                    ///< of that
+  /// Bytes before those that `mBytes` holds: they are in `mPart` or `mParts`.
+  std::size_t mGone = 0;
   std::string mBytes;
   u64 mSum = 0;
   std::size_t mAt = 0;   ///< of the next item to read

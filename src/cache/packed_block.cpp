@@ -35,6 +35,22 @@ bool ReadBlock(HyperFile& file, PackedBlock& block) {
   return !block.isPacked || UnpackedSize(block.bytes, block.size);
 }
 
+bool ReadBlockTo(HyperFile& file, std::size_t size, i32 threads,
+                 const std::function<std::span<std::byte>()>& makeRoom) {
+  bool isPacked = false;
+  if (!file.ReadBool(isPacked)) return false;
+  if (!isPacked) return file.IsAtMemory(size) && file.ReadMemoryTo(makeRoom());
+  std::span<const std::byte> packed;
+  std::size_t unpacked = 0;
+  return file.ReadMemory(packed) && UnpackedSize(packed, unpacked) && unpacked == size &&
+         Decompress(packed, makeRoom(), threads);
+}
+
+bool SkipBlock(HyperFile& file) {
+  bool isPacked = false;
+  return file.ReadBool(isPacked) && file.SkipMemory();
+}
+
 bool AreFinite(std::span<const Vec3d> values, i32 threads) {
   constexpr i64 kBlock = 1 << 16;
   const i64 count = static_cast<i64>(values.size());

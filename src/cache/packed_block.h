@@ -1,5 +1,6 @@
 // Blocks of numbers in a typed stream.
 #pragma once
+#include <functional>
 #include <span>
 #include <type_traits>
 
@@ -49,6 +50,12 @@ class BlockFinder {
 
   double bytes = 0;  ///< of all that was found, unpacked
 };
+
+/// Reads the next block, which has to be of `size` bytes when it is unpacked, to where `makeRoom`
+/// says: that is asked when the block is known to have them.
+bool ReadBlockTo(HyperFile& file, std::size_t size, i32 threads,
+                 const std::function<std::span<std::byte>()>& makeRoom);
+bool SkipBlock(HyperFile& file);
 
 /// Whether all numbers are finite.
 bool AreFinite(std::span<const Vec3d> values, i32 threads);

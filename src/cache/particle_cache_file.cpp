@@ -138,6 +138,23 @@ bool ReadParticleChunk(HyperFile& file, const ParticleCacheHeader& header, std::
   return true;
 }
 
+bool StreamParticleChunk(HyperFile& file, const ParticleCacheHeader& header, std::size_t chunk,
+                         i32 threads, const std::function<void(i32 count)>& nextList,
+                         ColumnTaker& taker) {
+  ParticleBounds bounds;
+  GridLayout layout;
+  const StoredParticles& stored = header.stores[chunk];
+  if (stored.Count() == 0) return true;
+  if (!ReadBounds(file, bounds) || !ReadLayout(file, layout)) return false;
+  i32 first = 0;
+  for (const i32 count : stored.lists) {
+    nextList(count);
+    if (!StreamColumns(file, {count, header.HasIds(), threads, first}, taker)) return false;
+    first += count;
+  }
+  return true;
+}
+
 std::vector<ParticlePlaces> ReadParticlePlaces(HyperFile& file, const ParticleCacheHeader& header,
                                                i32 threads) {
   std::vector<ParticlePlaces> all(header.stores.size());

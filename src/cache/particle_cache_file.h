@@ -50,6 +50,12 @@ bool ReadParticleCacheHeader(HyperFile& file, ParticleCacheHeader& header, std::
 bool ReadParticleChunk(HyperFile& file, const ParticleCacheHeader& header, std::size_t chunk,
                        const FindOwner& owner, i32 threads, ParticleColumns& particles);
 
+/// The same block by block: `nextList` hears how many particles the next list of the chunk has
+/// before `taker` is asked for room for their columns.
+bool StreamParticleChunk(HyperFile& file, const ParticleCacheHeader& header, std::size_t chunk,
+                         i32 threads, const std::function<void(i32 count)>& nextList,
+                         ColumnTaker& taker);
+
 /// Where the particles of a chunk are.
 struct ParticlePlaces {
   std::vector<i32> ids;

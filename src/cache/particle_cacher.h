@@ -5,7 +5,7 @@
 #include "cache/cache_operator.h"
 #include "cache/cache_rows.h"
 #include "cache/particle_cache_file.h"
-#include "exchange/particle_table.h"
+#include "exchange/particle_format.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_property.h"
 
@@ -116,6 +116,7 @@ class ParticleCacher : public Cache_OperatorBase {
   std::vector<ParticlePlaces> mBefore;  ///< of each chunk; none at a whole frame
   double mPart = 0;                     ///< of the way from the frame before
   WrittenFile mForeign;                 ///< file of another tool that was played in this frame
+  exchange::SeriesReport mReported;     ///< what the files that were written lack
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

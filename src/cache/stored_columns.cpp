@@ -141,7 +141,7 @@ class FoundColumns {
 
   bool TakeIds(std::span<i32> ids) const {
     if (mReading.hasIds) return Unpack(mIds, ids, mReading.threads);
-    std::iota(ids.begin(), ids.end(), 0);
+    std::iota(ids.begin(), ids.end(), mReading.firstId);
     return true;
   }
   bool TakeVectors(const PackedBlock& block, std::span<Vec3d> values) const {
@@ -191,6 +191,91 @@ class FoundColumns {
   bool mHasLinks = false;
 };
 
+// ---- reading block by block ---------------------------------------------------------------------
+
+/// Passes the columns of a file on to a taker.
+class ColumnStream {
+ public:
+  ColumnStream(HyperFile& file, const ColumnReading& reading, ColumnTaker& taker)
+      : mFile(file),
+        mReading(reading),
+        mTaker(taker),
+        mCount(static_cast<std::size_t>(reading.count)) {}
+
+  bool Pass() {
+    return mReading.count >= 0 && PassIds() && SkipBlock(mFile) &&
+           PassVectors([&] { return mTaker.RoomForPositions(); }) &&
+           PassVectors([&] { return mTaker.RoomForVelocities(); }) &&
+           PassList<double>(mCount,
+                            [&](i32 id, const auto& n) { return mTaker.RoomForScalars(id, n); }) &&
+           PassList<double>(3 * mCount,
+                            [&](i32 id, const auto& n) { return mTaker.RoomForVectors(id, n); }) &&
+           PassList<u8>(mCount,
+                        [&](i32 id, const auto& n) { return mTaker.RoomForSwitches(id, n); }) &&
+           SkipLinks();
+  }
+
+ private:
+  template <class T, class MakeRoom>
+  bool Fill(std::size_t count, std::span<T>& values, MakeRoom&& makeRoom) {
+    return ReadBlockTo(mFile, count * sizeof(T), mReading.threads, [&] {
+      values = makeRoom();
+      return std::as_writable_bytes(values);
+    });
+  }
+  bool PassIds() {
+    std::span<i32> ids;
+    const auto makeRoom = [&] { return mTaker.RoomForIds(); };
+    if (mReading.hasIds) return Fill(mCount, ids, makeRoom);
+    ids = makeRoom();
+    std::iota(ids.begin(), ids.end(), mReading.firstId);
+    return true;
+  }
+  template <class MakeRoom>
+  bool PassVectors(MakeRoom&& makeRoom) {
+    std::span<double> values;
+    return Fill(3 * mCount, values, makeRoom) &&
+           std::all_of(values.begin(), values.end(), [](double v) { return std::isfinite(v); });
+  }
+  /// The properties of a type, each of so many numbers.
+  template <class T, class MakeRoom>
+  bool PassList(std::size_t numbers, MakeRoom&& makeRoom) {
+    i32 columns = 0, id = 0;
+    std::string name;
+    bool isEverywhere = false;
+    if (!mFile.ReadLong(columns)) return false;
+    for (i32 i = 0; i < columns; ++i) {
+      std::vector<u64> present;
+      std::span<T> values;
+      if (!mFile.ReadLong(id) || !mFile.ReadText(name) || !mFile.ReadBool(isEverywhere) ||
+          (!isEverywhere && !ReadPresent(present)) ||
+          !Fill(numbers, values, [&] { return makeRoom(id, name); }))
+        return false;
+      const std::size_t width = mCount > 0 ? numbers / mCount : 0;
+      for (std::size_t row = 0; !isEverywhere && row < mCount; ++row)
+        if (!(present[row / 64] >> row % 64 & 1))
+          std::fill_n(values.begin() + static_cast<std::ptrdiff_t>(row * width), width, T{});
+    }
+    return true;
+  }
+  bool ReadPresent(std::vector<u64>& present) {
+    const std::size_t words = (mCount + 63) / 64;
+    return ReadBlockTo(mFile, words * sizeof(u64), mReading.threads, [&] {
+      present.resize(words);
+      return std::as_writable_bytes(std::span(present));
+    });
+  }
+  bool SkipLinks() {
+    bool hasLinks = false;
+    return mFile.ReadBool(hasLinks) && (!hasLinks || (SkipBlock(mFile) && SkipBlock(mFile)));
+  }
+
+  HyperFile& mFile;
+  const ColumnReading& mReading;
+  ColumnTaker& mTaker;
+  const std::size_t mCount;
+};
+
 }  // namespace
 
 bool PropertySelection::Holds(const PropertyKey& key) const {
@@ -216,6 +301,10 @@ bool ReadColumns(HyperFile& file, const ColumnReading& reading, const FindOwner&
                  ParticleColumns& particles) {
   FoundColumns found(reading, owner);
   return found.Find(file) && found.Take(particles);
+}
+
+bool StreamColumns(HyperFile& file, const ColumnReading& reading, ColumnTaker& taker) {
+  return ColumnStream(file, reading, taker).Pass();
 }
 
 bool ReadPlaces(HyperFile& file, const ColumnReading& reading, std::vector<i32>& ids,

@@ -96,12 +96,13 @@ std::string GroupsText(const exchange::ParticleTable& table) {
   return parts.empty() ? "" : fmt::format(": {}", fmt::join(parts, ", "));
 }
 
-std::string ConvertParticles(const Conversion& conversion, bool isRecording) {
+std::string ConvertParticles(const Conversion& conversion, bool isRecording,
+                             exchange::SeriesReport& told) {
   const exchange::ParticleTable table = isRecording ? ReadRecordedParticles(conversion.from)
                                                     : exchange::ReadParticles(conversion.from);
   for (const std::string& warning : table.warnings) Warn(conversion.from, warning);
   const exchange::WriteReport report = exchange::WriteParticles(conversion.to, table);
-  for (const std::string& clause : report.Clauses()) Warn(conversion.to, clause);
+  for (const std::string& clause : told.News(report)) Warn(conversion.to, clause);
   return fmt::format("{} particles{}", report.count, isRecording ? GroupsText(table) : "");
 }
 
@@ -159,7 +160,7 @@ std::string ConvertMeshes(const Conversion& conversion, bool isRecording) {
                      isRecording ? fmt::format(": {}", fmt::join(parts, ", ")) : "");
 }
 
-void Convert(const Conversion& conversion) {
+void Convert(const Conversion& conversion, exchange::SeriesReport& told) {
   const auto [content, isRecording] = ContentOf(conversion.from);
   if (content == FileContent::Unknown)
     throw host::FileError("cannot read " + conversion.from.string() +
@@ -169,7 +170,7 @@ void Convert(const Conversion& conversion) {
   if (fs::equivalent(conversion.from, conversion.to, failed))
     FailUsage(fmt::format("OUT is the same file as IN: {}", conversion.to.string()));
   const std::string what =
-      content == FileContent::Particles ? ConvertParticles(conversion, isRecording)
+      content == FileContent::Particles ? ConvertParticles(conversion, isRecording, told)
       : content == FileContent::Mesh    ? ConvertMeshes(conversion, isRecording)
                                         : ConvertVolumes(conversion.from, conversion.to);
   fmt::print("{}: {}\n", host::Escaped(conversion.to.string()), what);
@@ -179,7 +180,8 @@ void Convert(const Conversion& conversion) {
 
 int RunConvert(const ConvertOptions& options) {
   try {
-    for (const Conversion& conversion : ConversionsOf(options)) Convert(conversion);
+    exchange::SeriesReport told;
+    for (const Conversion& conversion : ConversionsOf(options)) Convert(conversion, told);
   } catch (const host::FileError& error) {
     throw CommandError(kExitFile, error.what());
   } catch (const host::MeshFileError& error) {

@@ -35,6 +35,7 @@
 #include "host/worker_pool.h"
 #include "io/file_content.h"
 #include "nodes/plugins.h"
+#include "run/memory_limit.h"
 #include "scene/diagnostics.h"
 
 namespace MELDO_GLOBAL::app {
@@ -130,7 +131,7 @@ CLI::App* AddRun(CLI::App& app, Options& o) {
       ->check(CheckGiven);
   run->add_flag("--allow-outside", o.run.allowOutside, kAllowOutsideHelp);
   run->add_flag("--strict", o.run.strict, "a warning makes the exit code 3");
-  run->add_flag("--quiet", o.run.quiet, "print nothing but errors");
+  run->add_flag("--quiet", o.run.quiet, "print nothing but errors, warnings neither");
   run->add_flag("--trace", o.run.trace,
                 "print a line for each object and stage that runs: frame substep stage object");
   run->footer(
@@ -167,7 +168,7 @@ CLI::App* AddRender(CLI::App& app, Options& o) {
   render
       ->add_option("--memory", o.memory, "most memory to use, such as 8G; by default what is free")
       ->check(CheckGiven);
-  render->add_flag("--quiet", o.render.quiet, "print nothing but errors");
+  render->add_flag("--quiet", o.render.quiet, "print nothing but errors, warnings neither");
   render->footer("Example:\n  sulva render scenes/plume.json --frames 60 --size 1280x720");
   return render;
 }
@@ -493,6 +494,8 @@ int Main(int argc, char** argv) {
   // A file beyond the system's limit is a failed write, not the end of the program.
   std::signal(SIGXFSZ, SIG_IGN);
   try {
+    // What files say of themselves is held against it, also before a run has its own limit.
+    const MemoryGuard memory(MachineMemory());
     return FinishAnswer(Dispatch(argc, argv));
   } catch (const CommandError& error) {
     std::fprintf(stderr, "error: %s\n", host::Escaped(error.what()).c_str());

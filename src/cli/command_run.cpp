@@ -228,12 +228,16 @@ class Run {
     }
   }
 
-  void FinishFrame(i32 frame, const FrameRecord& record) {
+  void FinishFrame(i32 frame, FrameRecord& record) {
     // Without exports nothing else would notice.
     mFolder.guard.CheckSame();
     std::vector<WrittenFile> files = mSimulation.TakeWritten();
     if (mSelected.Contains(frame)) {
       for (WrittenFile& file : Export(frame)) files.push_back(std::move(file));
+      for (std::string& warning : mExporter.TakeWarnings()) {
+        Warn(fmt::format("frame {}: {}", frame, warning));
+        record.warnings.push_back(std::move(warning));
+      }
       mStatistics.WriteFrame(record);
       ++mFramesWritten;
     }
@@ -333,7 +337,7 @@ class Run {
   RecordingLocks mRecordingLocks;
   Progress mProgress;
   const NodeNames mNames;
-  const Exporter mExporter;
+  Exporter mExporter;
   StatisticsFile mStatistics;
   Manifest mManifest;
   Checkpoints mCheckpoints;

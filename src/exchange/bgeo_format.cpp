@@ -3,6 +3,7 @@
 
 #include "exchange/attribute_names.h"
 #include "exchange/format_parts.h"
+#include "host/memory_budget.h"
 
 namespace MELDO_GLOBAL::exchange {
 
@@ -12,7 +13,13 @@ constexpr std::string_view kBgeoMagic = "BgeoV";
 constexpr std::string_view kLaterMagic = "\x7fNSJ";
 constexpr auto kBgeoOrder = std::endian::big;
 constexpr i32 kBgeoVersion = 5, kBgeoComponents = 4096;
-enum BgeoType : i32 { kBgeoFloat = 0, kBgeoInt = 1, kBgeoIndex = 4, kBgeoVector = 5 };
+enum BgeoType : i32 {
+  kBgeoFloat = 0,
+  kBgeoInt = 1,
+  kBgeoText = 2,
+  kBgeoIndex = 4,
+  kBgeoVector = 5
+};
 
 i32 BgeoWord(ByteSource& source) { return source.Number<i32>(kBgeoOrder); }
 
@@ -33,10 +40,12 @@ BgeoAttribute ReadBgeoAttribute(ByteSource& source) {
   if (a.type == kBgeoIndex) {
     const i32 count = BgeoWord(source);
     source.Expect(count, sizeof(u16), "texts");
+    if (!host::MemoryAllows(static_cast<double>(count) * sizeof(std::string)))
+      Damaged(fmt::format("the {} texts of '{}' don't fit into memory", count, PlainName(a.name)));
     for (i32 i = 0; i < count; ++i) a.words.push_back(source.Text(source.Number<u16>(kBgeoOrder)));
   } else if (a.type == kBgeoFloat || a.type == kBgeoInt || a.type == kBgeoVector) {
     source.Skip(4u * static_cast<u64>(a.components));
-  } else {
+  } else if (a.type != kBgeoText) {
     Damaged(fmt::format("it has an attribute of the unknown type {}", a.type));
   }
   return a;
@@ -64,13 +73,20 @@ BgeoHeader ReadBgeoHeader(ByteSource& source) {
 }
 
 /// What stands behind the points where that are all that there is: attributes of the whole.
-void ReadBgeoEnd(ByteSource& source, const BgeoHeader& header) {
+/// A text among them ends it, with a warning: how long it is can't be told.
+void ReadBgeoEnd(ByteSource& source, const BgeoHeader& header, ParticleTable& table) {
   if (header.primitives > 0 || header.pointGroups > 0 || header.primitiveGroups > 0) return;
-  for (i32 i = 0; i < header.vertexAttributes + header.primitiveAttributes; ++i)
-    ReadBgeoAttribute(source);
   u64 values = 0;
-  for (i32 i = 0; i < header.detailAttributes; ++i)
-    values += static_cast<u64>(ReadBgeoAttribute(source).components);
+  for (i64 i = 0; i < i64{header.vertexAttributes} + header.primitiveAttributes +
+                          header.detailAttributes;
+       ++i) {
+    const BgeoAttribute a = ReadBgeoAttribute(source);
+    const bool isDetail = i >= i64{header.vertexAttributes} + header.primitiveAttributes;
+    values += isDetail ? static_cast<u64>(a.components) : 0;
+    if (a.type != kBgeoText) continue;
+    return table.warnings.push_back(fmt::format(
+        "what stands behind its points, from the text '{}' on, is left out", PlainName(a.name)));
+  }
   source.Skip(4 * values);
   if (source.Number<u8>() != 0x00 || source.Number<u8>() != 0xff) Damaged("its end is damaged");
 }
@@ -82,6 +98,10 @@ void ReadBgeo(ByteSource& source, ParticleTable& table) {
   std::size_t size = 4 * sizeof(f32);
   for (i32 i = 0; i < header.pointAttributes; ++i) {
     const BgeoAttribute& a = attributes.emplace_back(ReadBgeoAttribute(source));
+    if (a.type == kBgeoText)
+      Damaged(fmt::format("its attribute '{}' is a text of each point, whose length can't be told; "
+                          "lists of texts that points number are read",
+                          PlainName(a.name)));
     size += 4u * static_cast<std::size_t>(a.components);
   }
   source.Expect(header.points, size, "points");
@@ -98,7 +118,7 @@ void ReadBgeo(ByteSource& source, ParticleTable& table) {
     layout.Append(table, table.Columns().size() - 1, isReal ? Stored::F32 : Stored::I32);
   }
   layout.Read(source, table, header.points);
-  ReadBgeoEnd(source, header);
+  ReadBgeoEnd(source, header, table);
 }
 
 void WriteBgeoText(ByteSink& sink, std::string_view text) {
@@ -160,7 +180,8 @@ const ParticleFormat& BgeoFormat() {
                                                      head.starts_with(kLaterMagic);
                                             },
                                         .read = ReadBgeo,
-                                        .write = WriteBgeo};
+                                        .write = WriteBgeo,
+                                        .keepsWords = true};
   return format;
 }
 

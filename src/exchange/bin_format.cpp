@@ -75,15 +75,6 @@ bool FitsShort(const ParticleColumn& ids, i64 count) {
   return true;
 }
 
-double RealRemark(const ParticleTable& table, std::string_view key) {
-  for (const auto& [name, value] : table.remarks) {
-    if (name != key) continue;
-    if (const auto* real = std::get_if<double>(&value)) return *real;
-    if (const auto* whole = std::get_if<i32>(&value)) return *whole;
-  }
-  return 0;
-}
-
 void WriteBin(WriteJob& job) {
   const ParticleTable& table = job.table;
   PositionColumn(table);
@@ -98,11 +89,11 @@ void WriteBin(WriteJob& job) {
   sink.Number(static_cast<i16>(version));
   sink.Number(1.0f);
   sink.Number(i32{1});  // a liquid
-  sink.Number(static_cast<f32>(RealRemark(table, "time")));
-  sink.Number(static_cast<i32>(RealRemark(table, "frame")));
-  sink.Number(static_cast<i32>(RealRemark(table, "fps")));
+  sink.Number(RemarkOr<f32>(table, "time", 0));
+  sink.Number(RemarkOr<i32>(table, "frame", 0));
+  sink.Number(RemarkOr<i32>(table, "fps", 0));
   sink.Number(static_cast<i32>(table.Count()));
-  sink.Number(static_cast<f32>(RealRemark(table, "radius")));
+  sink.Number(RemarkOr<f32>(table, "radius", 0));
   sink.Field("", kBinStatistics + kBinEmitter - 3 * sizeof(f32));
   for (int a = 0; a < 3; ++a) sink.Number(1.0f);  // the emitter's scale
   RecordLayout layout(std::endian::little);

@@ -20,6 +20,15 @@ std::size_t PositionColumn(const ParticleTable& table) {
 
 void ExpectPositions(const ParticleTable& table) { PositionColumn(table); }
 
+double RemarkedNumber(const ParticleTable& table, std::string_view key, double otherwise) {
+  for (const auto& [name, value] : table.remarks) {
+    if (name != key) continue;
+    if (const auto* whole = std::get_if<i32>(&value)) return *whole;
+    if (const auto* real = std::get_if<double>(&value); real && std::isfinite(*real)) return *real;
+  }
+  return otherwise;
+}
+
 void MakeIdsWhole(ParticleTable& table) {
   ParticleColumn* ids = table.Find("id", 1);
   if (!ids || !ids->IsReal()) return;
@@ -73,7 +82,7 @@ void AppendColumn(WriteJob& job, RecordLayout& layout, std::size_t column, Store
 
 void TellMisfits(WriteJob& job, const ParticleColumn& column, Stored type) {
   if (const i64 count = CountMisfits(column, type); count > 0)
-    job.report.changed.push_back(MisfitText(column, count, type));
+    job.report.changed.emplace(column.name, MisfitText(column, count, type));
 }
 
 }  // namespace MELDO_GLOBAL::exchange

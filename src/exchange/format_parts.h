@@ -1,5 +1,7 @@
 // What the readers and writers of several formats share.
 #pragma once
+#include <algorithm>
+#include <limits>
 #include <string_view>
 
 #include "exchange/particle_format.h"
@@ -22,6 +24,16 @@ inline Stored ShortTypeOf(const ParticleColumn& column) {
 /// Whether whole numbers of a column need 64 bits.
 inline bool NeedsWide(const ParticleColumn& column) {
   return column.Type() == ValueType::I64 && CountMisfits(column, Stored::I32) > 0;
+}
+
+/// A number that stands once for all particles, as the nearest of the type; `otherwise` where there
+/// is none, or one that isn't finite.
+double RemarkedNumber(const ParticleTable& table, std::string_view key, double otherwise);
+template <class T>
+T RemarkOr(const ParticleTable& table, std::string_view key, T otherwise) {
+  constexpr double kLow = std::numeric_limits<T>::lowest(), kHigh = std::numeric_limits<T>::max();
+  return static_cast<T>(std::clamp(
+      RemarkedNumber(table, key, static_cast<double>(otherwise)), kLow, kHigh));
 }
 
 /// Turns ids that a format keeps as real numbers into whole ones, where all of them are.

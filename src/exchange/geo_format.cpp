@@ -166,7 +166,8 @@ const ParticleFormat& GeoFormat() {
       .gzip = GzipUse::ByName,
       .begins = [](std::string_view head) { return head.starts_with(kGeoMagic); },
       .read = ReadGeo,
-      .write = WriteGeo};
+      .write = WriteGeo,
+                                        .keepsWords = true};
   return format;
 }
 

@@ -18,6 +18,7 @@ enum IceType : u32 {
   kIceLong = 2,
   kIceFloat = 4,
   kIceVector3 = 16,
+  kIceColor = 512,
   kIceLocation = 2048
 };
 
@@ -33,7 +34,7 @@ constexpr NamePair kIceNames[] = {{"position", "PointPosition"},
 int IceComponents(u32 type) {
   constexpr std::pair<u32, int> sizes[] = {
       {kIceBool, 1}, {kIceLong, 1}, {kIceFloat, 1}, {8, 2},   {kIceVector3, 3}, {32, 4},
-      {64, 4},       {128, 9},      {256, 16},      {512, 4}, {16384, 4}};
+      {64, 4},       {128, 9},      {256, 16},      {kIceColor, 4}, {16384, 4}};
   for (const auto& [known, size] : sizes)
     if (known == type) return size;
   return 0;
@@ -85,14 +86,16 @@ void CopyFirstRow(ParticleColumn& column, i64 first, i64 rows) {
       column.values);
 }
 
-/// Blocks of values, each of which may be one value for all.
-void ReadIceBlocks(ByteSource& source, ParticleTable& table, const RecordLayout& layout) {
+/// Blocks of values of the columns from `from` on, each of which may be one value for all.
+void ReadIceBlocks(ByteSource& source, ParticleTable& table, const RecordLayout& layout,
+                   std::size_t from) {
   for (i64 first = 0; first < table.Count(); first += kIceBlock) {
     const i64 rows = std::min(kIceBlock, table.Count() - first);
     const u32 isConstant = source.Number<u32>();
     if (isConstant > 1) Damaged("a block of its values is damaged");
     layout.Read(source, table, isConstant ? 1 : rows, first);
-    if (isConstant) CopyFirstRow(table.Columns().back(), first, rows);
+    for (std::size_t i = from; isConstant && i < table.Columns().size(); ++i)
+      CopyFirstRow(table.Columns()[i], first, rows);
   }
 }
 
@@ -101,6 +104,11 @@ void LeaveOutIceValue(ByteSource& source, ParticleTable& table, const IceAttribu
   source.Skip(sizeof(u32) * (1 + static_cast<u64>(IceComponents(a.type))));
   table.warnings.push_back(
       fmt::format("its attribute '{}', one for all points, is left out", PlainName(a.name)));
+}
+
+bool IsOpaque(const ParticleColumn& opacity) {
+  const auto& values = std::get<std::vector<f32>>(opacity.values);
+  return std::all_of(values.begin(), values.end(), [](f32 value) { return value == 1; });
 }
 
 /// Answers false, with a warning, where what stands behind an attribute can't be found.
@@ -124,15 +132,17 @@ bool ReadIceValues(ByteSource& source, ParticleTable& table, const IceAttribute&
   const i64 blocks = (table.Count() + kIceBlock - 1) / kIceBlock;
   source.Expect(blocks, 2 * sizeof(u32), "blocks of values");
   // A colour has a fourth number, how opaque it is.
-  const bool isColor = a.type == 512;
+  const bool isColor = a.type == kIceColor;
+  const std::size_t own = table.Columns().size();
   AddFromFile(table, a.name, TypeFor(type), isColor ? 3 : components, kIceNames);
+  if (isColor) table.Add(table.Columns().back().name + "_opacity", TypeFor(type), 1);
   RecordLayout layout(std::endian::little);
-  layout.Append(table, table.Columns().size() - 1, type);
-  if (isColor) layout.Reserve(std::string_view("\0\0\0\0", sizeof(f32)));
+  for (std::size_t i = own; i < table.Columns().size(); ++i) layout.Append(table, i, type);
   if (a.name == kIcePosition)
     layout.Read(source, table, table.Count());
   else
-    ReadIceBlocks(source, table, layout);
+    ReadIceBlocks(source, table, layout, own);
+  if (isColor && IsOpaque(table.Columns().back())) table.Columns().pop_back();
   return true;
 }
 
@@ -150,7 +160,7 @@ void ReadIcecache(ByteSource& source, ParticleTable& table) {
 
 u32 IceTypeOf(const ParticleColumn& column) {
   if (column.components == 1) return column.IsReal() ? u32{kIceFloat} : u32{kIceLong};
-  if (column.name == "color" && column.components == 3) return 512;
+  if (column.name == "color" && column.components == 3) return kIceColor;
   switch (column.components) {
     case 2: return 8;
     case 3: return kIceVector3;
@@ -195,7 +205,7 @@ void WriteIcecache(WriteJob& job) {
     RecordLayout layout(std::endian::little);
     AppendColumn(job, layout, i, ShortTypeOf(table.Columns()[i]));
     constexpr f32 kOpaque = 1;
-    if (IceTypeOf(table.Columns()[i]) == 512)
+    if (IceTypeOf(table.Columns()[i]) == kIceColor)
       layout.Reserve({reinterpret_cast<const char*>(&kOpaque), sizeof kOpaque});
     const bool isPosition = names[i] == kIcePosition;
     const i64 block = isPosition ? std::max<i64>(table.Count(), 1) : kIceBlock;

@@ -5,6 +5,7 @@
 
 #include "exchange/attribute_names.h"
 #include "exchange/format_parts.h"
+#include "host/memory_budget.h"
 
 namespace MELDO_GLOBAL::exchange {
 
@@ -56,28 +57,28 @@ std::string McName(ByteSource& source, u32 length) {
   return name;
 }
 
-/// Reads the values of a channel; a count of its own leaves them out.
-void ReadMcValues(ByteSource& source, ParticleTable& table, const McValues& values, u32 length,
+/// The channels of a moment, each a table of its own: their counts may differ.
+using McChannels = std::vector<ParticleTable>;
+
+void ReadMcValues(ByteSource& source, McChannels& channels, const McValues& values, u32 length,
                   const std::string& name, u32 size) {
   const std::size_t bytes = values.components * SizeOf(values.type);
   if (length != size * static_cast<u64>(bytes))
     Damaged("a channel has another length than it says");
   source.Expect(size, bytes, "values");
-  if (table.Columns().empty()) table.SetCount(size);
-  if (table.Count() != size) {
-    table.warnings.push_back(
-        fmt::format("the channel '{}' has values for {} of {} particles and is left out",
-                    PlainName(name), size, table.Count()));
-    return source.Skip(length);
-  }
-  // The names are settled when all are known.
-  table.Add(name, TypeFor(values.type), values.components);
+  double held = static_cast<double>(length);
+  for (const ParticleTable& channel : channels) held += static_cast<double>(channel.Bytes());
+  if (!host::MemoryAllows(held)) Damaged("its channels don't fit into memory");
+  ParticleTable& channel = channels.emplace_back();
+  channel.SetCount(size);
+  channel.Add(name, TypeFor(values.type), values.components);
   RecordLayout layout(kMcOrder);
-  layout.Append(table, table.Columns().size() - 1, values.type);
-  layout.Read(source, table, size);
+  layout.Append(channel, 0, values.type);
+  layout.Read(source, channel, size);
 }
 
-void ReadMcSample(ByteSource& source, ParticleTable& table, u64 end) {
+McChannels ReadMcSample(ByteSource& source, u64 end) {
+  McChannels channels;
   std::string name;
   u32 size = 0;
   while (source.Position() < end) {
@@ -91,63 +92,89 @@ void ReadMcSample(ByteSource& source, ParticleTable& table, u64 end) {
     } else if (tag == "SIZE" && length == sizeof(u32)) {
       size = McWord(source);
     } else if (values != std::end(kMcValues)) {
-      ReadMcValues(source, table, *values, length, name, size);
+      ReadMcValues(source, channels, *values, length, name, size);
       source.Skip(Padded(length) - length);
     } else {
       source.Skip(Padded(length));
     }
   }
   SkipTo(source, end);
+  return channels;
 }
 
+ParticleColumn& ColumnOf(ParticleTable& channel) { return channel.Columns().front(); }
+
 /// The object's name and an underscore, which all channels have in front.
-std::size_t PrefixOf(const std::vector<ParticleColumn>& columns) {
-  if (columns.empty()) return 0;
-  std::string common = columns.front().name;
-  for (const ParticleColumn& column : columns) {
+std::size_t PrefixOf(McChannels& channels) {
+  if (channels.empty()) return 0;
+  std::string common = ColumnOf(channels.front()).name;
+  for (ParticleTable& channel : channels) {
+    const std::string& name = ColumnOf(channel).name;
     std::size_t same = 0;
-    while (same < std::min(common.size(), column.name.size()) && common[same] == column.name[same])
-      ++same;
+    while (same < std::min(common.size(), name.size()) && common[same] == name[same]) ++same;
     common.resize(same);
   }
   const std::size_t end = common.rfind('_');
   return end == std::string::npos ? 0 : end + 1;
 }
 
-void SettleNames(ParticleTable& table) {
-  const std::size_t prefix = PrefixOf(table.Columns());
-  std::vector<ParticleColumn> columns = std::move(table.Columns());
-  table.Columns().clear();
-  const i64 count = table.Count();
-  table.TakeCount(0);
-  for (ParticleColumn& column : columns) {
-    ParticleColumn& settled =
-        AddFromFile(table, column.name.substr(prefix), column.Type(), column.components, kMcNames);
-    settled.values = std::move(column.values);
+/// Gives channels the names that they have behind that of the object. A vector that is alone is the
+/// place of its points, though the object's name may be all that is told of it.
+void SettleNames(McChannels& channels) {
+  const std::size_t prefix = PrefixOf(channels);
+  for (ParticleTable& channel : channels) {
+    ParticleColumn& column = ColumnOf(channel);
+    column.name = NameFromFile(column.name.substr(prefix), column.components, kMcNames);
+  }
+  if (channels.size() == 1 && ColumnOf(channels.front()).components == 3)
+    ColumnOf(channels.front()).name = "position";
+}
+
+/// Puts the channels into one table, as long as the positions are; others than these are left out.
+void JoinChannels(McChannels& channels, ParticleTable& table) {
+  SettleNames(channels);
+  const auto positions = std::find_if(channels.begin(), channels.end(), [](ParticleTable& channel) {
+    return channel.Find("position", 3) != nullptr;
+  });
+  if (positions == channels.end()) Damaged("its particles have no positions");
+  const i64 count = positions->Count();
+  for (ParticleTable& channel : channels) {
+    ParticleColumn& column = ColumnOf(channel);
+    for (std::string& warning : channel.warnings) table.warnings.push_back(std::move(warning));
+    if (channel.Count() != count) {
+      table.warnings.push_back(
+          fmt::format("the channel '{}' has values for {} of {} particles and is left out",
+                      PlainName(column.name), channel.Count(), count));
+      continue;
+    }
+    table.Add(column.name, column.Type(), column.components).values = std::move(column.values);
   }
   table.TakeCount(count);
+}
+
+bool HoldsParticles(const McChannels& channels) {
+  return std::any_of(channels.begin(), channels.end(),
+                     [](const ParticleTable& channel) { return channel.Count() > 0; });
 }
 
 void ReadMc(ByteSource& source, ParticleTable& table) {
   SkipTo(source, EnterGroup(source, "CACH"));
   i64 samples = 0;
+  McChannels channels;
   while (!source.AtEnd()) {
     const u64 end = EnterGroup(source, "MYCH");
     ++samples;
-    if (table.Count() > 0) {
+    if (HoldsParticles(channels))
       SkipTo(source, end);
-      continue;
-    }
-    table.Columns().clear();
-    ReadMcSample(source, table, end);
+    else
+      channels = ReadMcSample(source, end);
   }
   if (samples == 0) Damaged("it holds no moment");
   if (samples > 1)
     table.warnings.push_back(
         fmt::format("it holds {} moments, of which the first with particles is read", samples));
-  SettleNames(table);
-  if (table.Columns().empty()) table.Add("position", ValueType::F32, 3);
-  ExpectPositions(table);
+  if (channels.empty()) return void(table.Add("position", ValueType::F32, 3));
+  JoinChannels(channels, table);
   MakeIdsWhole(table);
 }
 
@@ -173,11 +200,8 @@ const McValues& McValuesFor(const ParticleColumn& column) {
 }
 
 u32 TicksOf(const ParticleTable& table) {
-  for (const auto& [key, value] : table.remarks)
-    if (key == "time" && std::holds_alternative<double>(value))
-      return static_cast<u32>(
-          std::clamp(std::round(std::get<double>(value) * kTicksPerSecond), 0.0, 4e9));
-  return 0;
+  return static_cast<u32>(
+      std::clamp(std::round(RemarkedNumber(table, "time", 0) * kTicksPerSecond), 0.0, 4e9));
 }
 
 void WriteMc(WriteJob& job) {

@@ -40,6 +40,7 @@ ParticleTable ReadWith(ByteSource& source, const ParticleFormat& format) {
   if (!format.read)
     Damaged(fmt::format("particles can be written as {}, but not read", format.name));
   ParticleTable table;
+  table.LimitMemory();
   try {
     format.read(source, table);
   } catch (const std::bad_alloc&) {
@@ -79,6 +80,27 @@ bool ArePlaced(const ParticleTable& table) {
       position->values);
 }
 
+bool IsAmong(const std::string& name, const std::vector<std::string>& names) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+/// Tells of columns of texts what their numbers stand for.
+void TellWords(const ParticleTable& table, WriteReport& report) {
+  constexpr std::size_t kMostTold = 8;
+  for (const ParticleColumn& column : table.Columns()) {
+    if (column.words.empty() || IsAmong(column.name, report.lost)) continue;
+    std::string list;
+    for (std::size_t i = 0; i < std::min(column.words.size(), kMostTold); ++i)
+      list += fmt::format("{}{} for \"{}\"", i == 0 ? "" : ", ", i, column.words[i]);
+    if (column.words.size() > kMostTold)
+      list += fmt::format(" and {} more", column.words.size() - kMostTold);
+    report.wordless.emplace(column.name,
+                            fmt::format("the format has no place for the texts of '{}', which "
+                                        "become numbers: {}",
+                                        column.name, list));
+  }
+}
+
 WriteReport WriteTo(ByteSink& sink, const ParticleTable& table, const ParticleFormat& format) {
   if (!format.write)
     Damaged(fmt::format("particles can be read as {}, but not written", format.name));
@@ -86,15 +108,17 @@ WriteReport WriteTo(ByteSink& sink, const ParticleTable& table, const ParticleFo
     const std::vector<i64> rows = PlacedRows(table);
     const i64 left = table.Count() - static_cast<i64>(rows.size());
     WriteReport report = WriteTo(sink, table.Picked(rows), format);
-    report.changed.push_back(fmt::format(
-        "{} at no finite place {} left out",
-        left == 1 ? "1 particle" : fmt::format("{} particles", left), left == 1 ? "is" : "are"));
+    report.changed.emplace(
+        "", fmt::format("{} at no finite place {} left out",
+                        left == 1 ? "1 particle" : fmt::format("{} particles", left),
+                        left == 1 ? "is" : "are"));
     return report;
   }
   WriteJob job{table, sink};
   job.report.count = table.Count();
   format.write(job);
   sink.Finish();
+  if (!format.keepsWords) TellWords(table, job.report);
   return std::move(job.report);
 }
 
@@ -122,11 +146,25 @@ const std::vector<const ParticleFormat*>& ParticleFormats() {
 }
 
 std::vector<std::string> WriteReport::Clauses() const {
-  std::vector<std::string> clauses = changed;
+  std::vector<std::string> clauses;
+  for (const auto* told : {&changed, &wordless})
+    for (const auto& [column, clause] : *told) clauses.push_back(clause);
   std::string names;
   for (const std::string& name : lost) names += (names.empty() ? "" : ", ") + name;
   if (!lost.empty()) clauses.push_back("the format has no place for " + names);
   return clauses;
+}
+
+std::vector<std::string> SeriesReport::News(const WriteReport& report) {
+  WriteReport news;
+  for (const std::string& name : report.lost)
+    if (!IsAmong(name, mTold.lost)) news.lost.push_back(name);
+  for (const auto& each : report.changed)
+    if (mTold.changed.insert(each).second) news.changed.insert(each);
+  for (const auto& each : report.wordless)
+    if (mTold.wordless.insert(each).second) news.wordless.insert(each);
+  mTold.lost.insert(mTold.lost.end(), news.lost.begin(), news.lost.end());
+  return news.Clauses();
 }
 
 std::string HeadOfFile(const fs::path& path, std::size_t bytes) {

@@ -1,5 +1,6 @@
 // The formats of particle files.
 #pragma once
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,12 +16,25 @@ enum class GzipUse { Never, ByName, Always };
 
 /// In what a file is another than the table that it was written from.
 struct WriteReport {
-  i64 count = 0;                     ///< particles that it holds
-  std::vector<std::string> lost;     ///< names of columns that aren't in it
-  std::vector<std::string> changed;  ///< clauses of what became of numbers and particles
+  i64 count = 0;                  ///< particles that it holds
+  std::vector<std::string> lost;  ///< names of columns that aren't in it
+  /// Clauses of what became of numbers, by the name of their column, and of particles, by none.
+  std::map<std::string, std::string> changed;
+  /// Clauses about columns of which only the places in a list of texts are in it.
+  std::map<std::string, std::string> wordless;
 
   /// All of that as clauses.
   std::vector<std::string> Clauses() const;
+};
+
+/// Tells of a series of files, a frame each, what was lost and changed in them: of each column once.
+class SeriesReport {
+ public:
+  /// What no earlier file of the series was told to lack, as clauses.
+  std::vector<std::string> News(const WriteReport& report);
+
+ private:
+  WriteReport mTold;
 };
 
 /// What a writer takes, and where it says what the format can't hold.
@@ -40,6 +54,7 @@ struct ParticleFormat {
   bool (*begins)(std::string_view head) = nullptr;
   void (*read)(ByteSource& source, ParticleTable& table) = nullptr;  ///< null: it can't be read
   void (*write)(WriteJob& job) = nullptr;                            ///< null: it can't be written
+  bool keepsWords = false;  ///< lists of texts are in its files
 };
 
 // Each stands in the file of its name.

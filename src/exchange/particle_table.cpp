@@ -4,6 +4,9 @@
 
 #include <algorithm>
 
+#include "host/file_error.h"
+#include "host/memory_budget.h"
+
 namespace MELDO_GLOBAL::exchange {
 
 std::size_t ParticleColumn::Width() const {
@@ -20,6 +23,7 @@ void ParticleColumn::Resize(i64 rows) {
 }
 
 void ParticleTable::SetCount(i64 count) {
+  ExpectRoom(count);
   mCount = count;
   for (ParticleColumn& column : mColumns) column.Resize(count);
 }
@@ -27,12 +31,22 @@ void ParticleTable::SetCount(i64 count) {
 ParticleColumn& ParticleTable::Add(std::string name, ValueType type, int components) {
   std::string free = name;
   for (int use = 2; Find(free); ++use) free = fmt::format("{}_{}", name, use);
-  ParticleColumn& column = mColumns.emplace_back();
-  column.name = std::move(free);
-  column.components = components;
-  column.values = EmptyValues(type);
+  ParticleColumn column{std::move(free), components, EmptyValues(type), {}};
+  ExpectRoom(mCount, column.Width() * static_cast<std::size_t>(components));
   column.Resize(mCount);
-  return column;
+  return mColumns.emplace_back(std::move(column));
+}
+
+void ParticleTable::ExpectRoom(i64 rows, std::size_t more) const {
+  if (!mIsLimited) return;
+  std::size_t width = more;
+  for (const ParticleColumn& column : mColumns)
+    width += column.Width() * static_cast<std::size_t>(column.components);
+  const double bytes = static_cast<double>(rows) * static_cast<double>(width);
+  if (!host::MemoryAllows(bytes))
+    throw host::FileError(fmt::format(
+        "it doesn't fit into memory: the columns of its {} particles need {:.0f} MB", rows,
+        bytes / 1e6));
 }
 
 const ParticleColumn* ParticleTable::Find(std::string_view name, int components) const {

@@ -58,6 +58,12 @@ class ParticleTable {
   }
   /// Bytes of all values.
   i64 Bytes() const;
+  /// From now on columns that don't fit into the memory that is left throw host::FileError, with a
+  /// clause: what fills the table believes what a file says of its length.
+  void LimitMemory() { mIsLimited = true; }
+  /// Refuses as many rows in its columns, and one column more of so many bytes a row, where they
+  /// wouldn't fit.
+  void ExpectRoom(i64 rows, std::size_t more = 0) const;
   /// A table of some of the rows.
   ParticleTable Picked(std::span<const i64> rows) const;
 
@@ -67,6 +73,7 @@ class ParticleTable {
 
  private:
   i64 mCount = 0;
+  bool mIsLimited = false;
   std::vector<ParticleColumn> mColumns;
 };
 

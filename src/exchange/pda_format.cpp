@@ -26,7 +26,9 @@ void ReadPda(ByteSource& source, ParticleTable& table) {
     AddFromFile(table, name, type == "I" ? ValueType::I64 : ValueType::F32, type == "V" ? 3 : 1);
   }
   ExpectPositions(table);
-  text.Expect("NUMBER_OF_PARTICLES:");
+  // Between the colon and the number a blank may be missing, or stand on both sides.
+  text.Expect("NUMBER_OF_PARTICLES", ":");
+  text.Expect(":", ":");
   const i64 count = text.Whole();
   text.Expect("BEGIN");
   text.Expect("DATA");

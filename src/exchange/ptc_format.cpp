@@ -98,8 +98,10 @@ void DecodeNormals(ParticleTable& table) {
   const auto phi = std::get<std::vector<i32>>(std::move(columns[columns.size() - 2].values));
   const auto height = std::get<std::vector<i32>>(std::move(columns.back().values));
   columns.resize(columns.size() - 2);
-  const bool hasAny = std::any_of(phi.begin(), phi.end(), [](i32 p) { return p != kNoNormal; });
-  if (!hasAny) return;
+  const auto isNone = [](i32 code) { return code == kNoNormal; };
+  if (std::all_of(phi.begin(), phi.end(), isNone) &&
+      std::all_of(height.begin(), height.end(), isNone))
+    return;
   auto& normals = std::get<std::vector<f32>>(table.Add("normal", ValueType::F32, 3).values);
   for (std::size_t i = 0; i < phi.size(); ++i) DecodeNormal(phi[i], height[i], &normals[3 * i]);
 }

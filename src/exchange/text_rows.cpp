@@ -13,7 +13,7 @@
 namespace MELDO_GLOBAL::exchange {
 
 namespace {
-constexpr i64 kRowsToJudgeBy = 1000;
+constexpr i64 kRowsToJudgeBy = 1000, kRowsToCheck = 1 << 16;
 
 /// A number as one of a column; false where that can't hold it.
 template <class Value>
@@ -50,6 +50,8 @@ void RowTaker::ReserveFor(ByteSource& source) {
 void RowTaker::Take(const std::vector<TextNumber>& row, ByteSource& source) {
   if (mRows == 0) mStart = source.Position();
   if (mRows == kRowsToJudgeBy) ReserveFor(source);
+  // Columns double when they grow.
+  if (mRows >= kRowsToCheck && (mRows & (mRows - 1)) == 0) mTable.ExpectRoom(2 * mRows);
   std::size_t at = 0, place = 0;
   for (ParticleColumn& column : mTable.Columns()) {
     std::visit(

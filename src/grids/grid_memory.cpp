@@ -1,6 +1,5 @@
 #include "grids/grid_memory.h"
 
-#include <atomic>
 #include <exception>
 #include <limits>
 #include <mutex>
@@ -8,6 +7,7 @@
 
 #include "grids/memory_owner.h"
 #include "grids/mesh_refusal.h"
+#include "host/memory_budget.h"
 
 namespace MELDO_GLOBAL {
 
@@ -15,8 +15,6 @@ namespace {
 
 constexpr std::align_val_t kAlignment{64};
 
-std::atomic<u64> gLimit{0};
-std::atomic<u64> gUsed{0};
 std::mutex gRefusalMutex;
 GridRefusal gRefusal;
 ParticleRefusal gParticleRefusal;
@@ -27,7 +25,7 @@ thread_local std::string tOwner;
 void* Refuse(const VecInt3D& dims, double bytes) {
   const std::lock_guard lock(gRefusalMutex);
   if (gRefusal.bytes == 0) {
-    gRefusal = {dims, bytes + static_cast<double>(gUsed.load())};
+    gRefusal = {dims, bytes + static_cast<double>(GridMemory())};
     gRefusedOwner = tOwner;
   }
   return nullptr;
@@ -50,23 +48,20 @@ std::string RefusedOwner() {
 
 void SetGridMemoryLimit(u64 bytes) {
   const std::lock_guard lock(gRefusalMutex);
-  gLimit = bytes;
+  host::SetMemoryLimit(bytes);
   gRefusal = {};
   gParticleRefusal = {};
   gMeshRefusal = {};
 }
 
-u64 GridMemory() { return gUsed; }
+u64 GridMemory() { return host::MemoryInUse(); }
 
 GridRefusal RefusedGrid() {
   const std::lock_guard lock(gRefusalMutex);
   return gRefusal;
 }
 
-bool HasMemoryFor(double bytes) {
-  const u64 limit = gLimit;
-  return limit == 0 || static_cast<double>(gUsed) + bytes <= static_cast<double>(limit);
-}
+bool HasMemoryFor(double bytes) { return host::MemoryAllows(bytes); }
 
 void RefuseParticles(double count, double bytes) {
   const std::lock_guard lock(gRefusalMutex);
@@ -83,7 +78,7 @@ ParticleRefusal RefusedParticles() {
 void RefuseMesh(double points, double bytes) {
   const std::lock_guard lock(gRefusalMutex);
   if (gMeshRefusal.points > 0) return;
-  gMeshRefusal = {points, bytes + static_cast<double>(gUsed.load())};
+  gMeshRefusal = {points, bytes + static_cast<double>(GridMemory())};
   gRefusedOwner = tOwner;
 }
 
@@ -93,7 +88,7 @@ MeshRefusal RefusedMesh() {
 }
 
 void CountedMemory::Set(u64 bytes) {
-  gUsed += bytes - mBytes;
+  host::CountMemory(bytes - mBytes);
   mBytes = bytes;
 }
 
@@ -102,17 +97,16 @@ void* AllocateGridMemory(const VecInt3D& dims, std::size_t sampleSize) {
   const double wanted = samples * static_cast<double>(sampleSize);
   if (samples >= std::numeric_limits<i32>::max()) return Refuse(dims, wanted);
   const u64 bytes = u64(dims.x) * u64(dims.y) * u64(dims.z) * sampleSize;
-  const u64 limit = gLimit;
-  if (limit > 0 && gUsed + bytes > limit) return Refuse(dims, wanted);
+  if (!HasMemoryFor(static_cast<double>(bytes))) return Refuse(dims, wanted);
   void* data = ::operator new(bytes, kAlignment, std::nothrow);
   if (!data) return Refuse(dims, wanted);
-  gUsed += bytes;
+  host::CountMemory(bytes);
   return data;
 }
 
 void FreeGridMemory(void* data, std::size_t bytes) {
   if (!data) return;
-  gUsed -= bytes;
+  host::UncountMemory(bytes);
   ::operator delete(data, kAlignment);
 }
 

@@ -172,18 +172,50 @@ int OpenToAppend(const fs::path& path) {
 
 std::string ReadFile(const fs::path& path) { return ReadFileBy(path, {}); }
 
-std::string ReadFileBy(const fs::path& path, const std::function<void(std::string_view)>& look) {
-  const auto fail = [&](const char* why) {
-    throw FileError("cannot read " + path.string() + ": " + why);
-  };
-  const Descriptor file{::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
+namespace {
+
+[[noreturn]] void FailToRead(const fs::path& path, const char* why) {
+  throw FileError("cannot read " + path.string() + ": " + why);
+}
+
+/// The size of a file that was opened, if that is a plain one.
+u64 PlainSize(int file, const fs::path& path) {
   struct stat found {};
-  if (file.number < 0 || ::fstat(file.number, &found) != 0) fail(std::strerror(errno));
-  if (S_ISDIR(found.st_mode)) fail(std::strerror(EISDIR));
-  if (!S_ISREG(found.st_mode)) fail("it is no plain file");
+  if (file < 0 || ::fstat(file, &found) != 0) FailToRead(path, std::strerror(errno));
+  if (S_ISDIR(found.st_mode)) FailToRead(path, std::strerror(EISDIR));
+  if (!S_ISREG(found.st_mode)) FailToRead(path, "it is no plain file");
+  return static_cast<u64>(found.st_size);
+}
+
+constexpr int kToRead = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+
+}  // namespace
+
+FileParts::FileParts(fs::path path)
+    : mPath(std::move(path)), mFile(::open(mPath.c_str(), kToRead)) {
+  try {
+    mSize = PlainSize(mFile, mPath);
+  } catch (const FileError&) {
+    if (mFile >= 0) ::close(mFile);
+    throw;
+  }
+}
+FileParts::~FileParts() { ::close(mFile); }
+
+void FileParts::Read(u64 at, std::span<char> bytes) const {
+  const i64 count =
+      MoveAll(bytes.data(), bytes.size(), [&](char* to, std::size_t n, std::size_t done) {
+        return ::pread(mFile, to, n, static_cast<off_t>(at + done));
+      });
+  if (count < 0) FailToRead(mPath, std::strerror(static_cast<int>(-count)));
+  if (static_cast<std::size_t>(count) < bytes.size()) FailToRead(mPath, "it ends too early");
+}
+
+std::string ReadFileBy(const fs::path& path, const std::function<void(std::string_view)>& look) {
+  const Descriptor file{::open(path.c_str(), kToRead)};
+  const std::size_t size = static_cast<std::size_t>(PlainSize(file.number, path));
   // A piece that stays in the processor's caches costs less than filling new memory twice.
   constexpr std::size_t kPiece = std::size_t{1} << 18;
-  const std::size_t size = static_cast<std::size_t>(found.st_size);
   std::string bytes;
   bytes.reserve(size);
   PreferLargePages(bytes.data(), size);
@@ -193,7 +225,7 @@ std::string ReadFileBy(const fs::path& path, const std::function<void(std::strin
     const i64 count = MoveAll(piece.data(), wanted, [&](char* at, std::size_t n, std::size_t) {
       return ::read(file.number, at, n);
     });
-    if (count < 0) fail(std::strerror(static_cast<int>(-count)));
+    if (count < 0) FailToRead(path, std::strerror(static_cast<int>(-count)));
     bytes.append(piece.data(), static_cast<std::size_t>(count));
     if (look) look(bytes);
     if (static_cast<std::size_t>(count) < wanted) break;

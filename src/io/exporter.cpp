@@ -1,5 +1,7 @@
 #include "io/exporter.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -15,6 +17,7 @@
 #include "io/point_table.h"
 #include "io/vdb_writer.h"
 #include "scene/command_files.h"
+#include "scene/diagnostics.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -225,7 +228,7 @@ Exporter::Exporter(std::vector<ExportSpec> exports, fs::path folder, u64 simulat
   if (!mExports.empty()) MakeFolder(mFolder);
 }
 
-std::vector<WrittenFile> Exporter::Write(i32 frame, const Scenes& scenes) const {
+std::vector<WrittenFile> Exporter::Write(i32 frame, const Scenes& scenes) {
   std::vector<WrittenFile> written;
   for (const ExportSpec& spec : mExports) {
     if (spec.IsOfWholeRun()) continue;
@@ -248,7 +251,7 @@ std::string Exporter::EncodeVolumes(const ExportSpec& spec, i32 frame, const Sce
   return EncodeVdb(fields, OriginOf(frame, scenes));
 }
 
-std::string Exporter::EncodePoints(const ExportSpec& spec, i32 frame, const Scenes& scenes) const {
+std::string Exporter::EncodePoints(const ExportSpec& spec, i32 frame, const Scenes& scenes) {
   static const ParticleSet none{};
   const Found found = Find(scenes, spec.particles.front());
   const auto* group = dynamic_cast<const ParticleGroup*>(found.object);
@@ -259,7 +262,11 @@ std::string Exporter::EncodePoints(const ExportSpec& spec, i32 frame, const Scen
   table.spacing = scene.mDomain.cellSize;
   table.remarks = RemarksOf(OriginOf(frame, scenes), "m");
   table.remarks.emplace_back("comment", "metres, seconds");
-  return exchange::EncodeParticles(table, *named.format, named.isGzip);
+  exchange::WriteReport report;
+  std::string bytes = exchange::EncodeParticles(table, *named.format, named.isGzip, &report);
+  for (const std::string& clause : mReports[spec.file].News(report))
+    mWarnings.push_back(fmt::format("export {}: {}", Shown(spec.file), clause));
+  return bytes;
 }
 
 std::string Exporter::EncodeMeshOf(const ExportSpec& spec, const Scenes& scenes) const {

@@ -15,13 +15,11 @@ using exchange::ValueType;
 
 namespace {
 
-/// A name that every reader takes: letters, digits and underscores.
-std::string WrittenName(const std::string& name) {
-  std::string plain = name.empty() ? "property" : name;
-  for (char& c : plain)
-    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-  return plain;
-}
+/// Some of the particles of a table, and the number that stands at each of them in a column.
+struct ParticlePart {
+  const ParticleColumns* particles;
+  u8 label;
+};
 
 /// A property of some of the kinds, and its name in the file.
 struct WrittenProperty {
@@ -34,8 +32,8 @@ struct WrittenProperty {
 class TableMaker {
  public:
   /// `label` names the column of the parts' labels; empty without one.
-  TableMaker(std::vector<ParticlePart> parts, std::string label, bool takesAll)
-      : mParts(std::move(parts)), mLabel(std::move(label)), mTakesAll(takesAll) {}
+  TableMaker(std::vector<ParticlePart> parts, std::string label)
+      : mParts(std::move(parts)), mLabel(std::move(label)) {}
 
   ParticleTable Make() {
     i64 count = 0;
@@ -93,8 +91,8 @@ class TableMaker {
           std::any_of(mProperties.begin(), mProperties.end(), [&](const WrittenProperty& p) {
             return p.key == key && p.type == type && p.components == components;
           });
-      if (!isKnown && (mTakesAll || IsDeclaredProperty(key.id)))
-        mProperties.push_back({key, type, components, WrittenName(column->Name())});
+      if (!isKnown && IsDeclaredProperty(key.id))
+        mProperties.push_back({key, type, components, ColumnNameOf(column->Name())});
     }
   }
 
@@ -124,12 +122,18 @@ class TableMaker {
 
   std::vector<ParticlePart> mParts;
   std::string mLabel;
-  bool mTakesAll;
   std::vector<WrittenProperty> mProperties;
   ParticleTable mTable;
 };
 
 }  // namespace
+
+std::string ColumnNameOf(const std::string& property) {
+  std::string plain = property.empty() ? "property" : property;
+  for (char& c : plain)
+    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+  return plain;
+}
 
 ParticleTable TableOf(const ParticleSet& particles, u32 kinds) {
   std::vector<ParticlePart> parts;
@@ -137,11 +141,7 @@ ParticleTable TableOf(const ParticleSet& particles, u32 kinds) {
     if (kinds == 0 || (kinds >> kind & 1))
       parts.push_back({&particles.Store(kind), static_cast<u8>(kind)});
   const char* label = parts.size() > 1 ? "kind" : "";
-  return TableMaker(std::move(parts), label, false).Make();
-}
-
-ParticleTable TableOf(std::vector<ParticlePart> parts, std::string label) {
-  return TableMaker(std::move(parts), std::move(label), true).Make();
+  return TableMaker(std::move(parts), label).Make();
 }
 
 }  // namespace MELDO_GLOBAL::app

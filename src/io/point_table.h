@@ -1,5 +1,7 @@
 // Particles of a simulation as the columns of a file.
 #pragma once
+#include <string>
+
 #include "exchange/particle_table.h"
 #include "fluids/particles/particle_set.h"
 
@@ -11,13 +13,7 @@ namespace MELDO_GLOBAL::app {
 /// digits and underscores. Who doesn't have a property has 0. Simulation units and seconds.
 exchange::ParticleTable TableOf(const MELDO_SULVA::ParticleSet& particles, u32 kinds);
 
-/// Some of the particles of a table, and the number that stands at each of them in a column.
-struct ParticlePart {
-  const MELDO_SULVA::ParticleColumns* particles;
-  u8 label;
-};
-/// The same of parts, one after the other, with all of their properties; `label` names the column
-/// of their labels, and without a name there is none.
-exchange::ParticleTable TableOf(std::vector<ParticlePart> parts, std::string label);
+/// The name of a property's column: of letters, digits and underscores, which every reader takes.
+std::string ColumnNameOf(const std::string& property);
 
 }  // namespace MELDO_GLOBAL::app

@@ -12,6 +12,7 @@
 #include "grids/grid_memory.h"
 #include "grids/memory_owner.h"
 #include "grids/mesh_refusal.h"
+#include "host/memory_budget.h"
 #include "scene/diagnostics.h"
 
 namespace MELDO_GLOBAL::app {
@@ -141,8 +142,10 @@ MemoryWant LargestWant(const Scene& scene, const NegotiatedBounds& bounds) {
   return largest;
 }
 
-MemoryGuard::MemoryGuard(u64 limit) : mLimit(limit) { SetGridMemoryLimit(limit); }
-MemoryGuard::~MemoryGuard() { SetGridMemoryLimit(0); }
+MemoryGuard::MemoryGuard(u64 limit) : mLimit(limit), mOuterLimit(host::MemoryLimit()) {
+  SetGridMemoryLimit(limit);
+}
+MemoryGuard::~MemoryGuard() { SetGridMemoryLimit(mOuterLimit); }
 
 void MemoryGuard::Refuse(const std::string& what, const std::string& share, double cells,
                          double bytes, const Scene& scene) {

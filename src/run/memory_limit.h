@@ -31,7 +31,7 @@ MemoryWant LargestWant(const MELDO_SULVA::Scene& scene,
                        const MELDO_SULVA::NegotiatedBounds& bounds);
 
 /// Holds a run to its memory: looks at every box before the grids of a scene grow to it, and limits
-/// the grids together, as it lives.
+/// the grids together, as it lives. Then the limit is again what it was.
 class MemoryGuard {
  public:
   explicit MemoryGuard(u64 limit);
@@ -57,7 +57,7 @@ class MemoryGuard {
   bool CheckMeshes();
   void AddAdvice(const MELDO_SULVA::Scene& scene);
 
-  u64 mLimit;
+  u64 mLimit, mOuterLimit;
   std::string mRefusal;
 };
 

@@ -178,16 +178,25 @@ class OutputHints : public HintBase {
     }
   }
 
-  /// Files are read by their count from the first frame, however they are numbered.
+  /// Files are played by their count from the first frame, unless the cache goes on with them.
   void CheckNumbers(i32 first) {
-    for (const BaseNode* cache : mNodes)
-      if (IsCache(*cache) && Whole(*cache, cache_row::kMode) != cache_row::kRecord &&
-          Whole(*cache, cache_row::kNumbering) != 0 && Whole(*cache, cache_row::kShowFrame) == -1 &&
-          Whole(*cache, cache_row::kFrameOffset) != first)
+    for (const BaseNode* cache : mNodes) {
+      if (!IsCache(*cache) || Whole(*cache, cache_row::kMode) == cache_row::kRecord ||
+          Whole(*cache, cache_row::kNumbering) == 0 || Whole(*cache, cache_row::kShowFrame) != -1)
+        continue;
+      const i32 offset = Whole(*cache, cache_row::kFrameOffset);
+      const std::string_view row = NameOf(*cache, cache_row::kFrameOffset);
+      const bool plays = Whole(*cache, cache_row::kMode) == cache_row::kPlayBack;
+      if (plays && offset != first)
         Warn(*cache,
              fmt::format("it plays its files counted from the first frame, {}, and their numbers "
                          "are those of the scene; to bring both together, set '{}' to {}",
-                         first, NameOf(*cache, cache_row::kFrameOffset), first));
+                         first, row, first));
+      else if (!plays && first != 0 && offset == first)
+        Warn(*cache, fmt::format("it finds its files by the scene's frames: '{}' {} plays in frame "
+                                 "{} what was recorded of frame {}; leave it out",
+                                 row, offset, first, first + offset));
+    }
   }
 };
 

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
+#include "exchange/particles_object.h"
 #include "fluids/emission/emission_rate.h"
 #include "fluids/emission/object_particle_grid_emitter.h"
 #include "fluids/emission/object_particle_mesh_emitter.h"
@@ -37,6 +39,7 @@ class ParticleEmitterHints : public HintBase {
       LookAtAmount(*node);
       LookAtProperties(*node);
       if (IsA<OnMesh>(*node)) LookAtSurface(*node);
+      if (IsA<OnMesh>(*node)) LookAtColumns(*node);
       if (fillsVolume) LookAtInside(*node);
     }
   }
@@ -159,6 +162,30 @@ class ParticleEmitterHints : public HintBase {
                        NameOf(emitter, OnMesh::kCurvatureRow)),
            OnMesh::kInvertCurvatureRow);
     }
+  }
+
+  /// Columns of a file that its particles don't get: those whose property the emitter doesn't name.
+  void LookAtColumns(const BaseNode& emitter) {
+    const auto* source =
+        dynamic_cast<const exchange::ParticlesObject*>(Linked(emitter, OnMesh::kSourceRow));
+    if (!source) return;
+    std::set<std::string, std::less<>> taken = {"position", "id"};
+    for (const NodeId id : LinksOf(emitter)) {
+      const BaseNode* node = mScene.document->Find(id);
+      if (!node || !IsProperty(*node)) continue;
+      const i32 property = Whole(*node, iProperty::kPropertyRow);
+      const std::string_view builtIn = NameOfProperty(property);
+      taken.insert(builtIn.empty() ? node->Name() : std::string(builtIn));
+    }
+    std::string left;
+    for (const exchange::ParticleColumn& column : source->Table().Columns())
+      if (!taken.contains(column.name))
+        left += fmt::format("{}'{}'", left.empty() ? "" : ", ", Shown(column.name));
+    if (!left.empty())
+      Note(emitter,
+           fmt::format("of {} it leaves out {}: '{}' names no property of such a name",
+                       Named(*source), left, NameOf(emitter, OnMesh::kPointPropertiesRow)),
+           OnMesh::kPointPropertiesRow);
   }
 
   void LookAtImages(const BaseNode& emitter) {

@@ -11,8 +11,9 @@ namespace MELDO_GLOBAL::app {
 struct GivenOption {
   const host::BaseNode* node = nullptr;
   const host::ParameterRow* row = nullptr;
-  std::string option;
+  std::string option;  ///< as messages show it: long texts are cut
   Subject subject;
+  std::string whole;  ///< all of it
 };
 
 /// Notes the parameters that are given but don't count in the mode that their node has, in one note

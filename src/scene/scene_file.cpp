@@ -137,7 +137,7 @@ void ApplyOverride(SceneContext& context, const NameTable& names, const std::str
   const Value* held = node->Get(row->id);
   const Value before = held ? *held : row->WhenMissing();
   reader.ReadParameter(*row, value, *node, context.document.previewMin, subject);
-  given.push_back({node, row, option, subject});
+  given.push_back({node, row, option, subject, "--set " + text});
   if (node->Type() != kServerNode || row->id != kSimulationUnits) return;
   if (const std::string done = FollowUnits(*node, std::get<double>(before)); !done.empty())
     context.Note(key, subject, done);
@@ -149,8 +149,8 @@ void TakeFingerprints(const JsonValue& root, const std::vector<GivenOption>& giv
   std::vector<std::string> all, ofSimulation;
   for (const GivenOption& one : given) {
     if (scene.render && scene.render->Holds(*one.node)) continue;
-    all.push_back(one.option);
-    if (!IsRecorder(*one.node)) ofSimulation.push_back(one.option);
+    all.push_back(one.whole);
+    if (!IsRecorder(*one.node)) ofSimulation.push_back(one.whole);
   }
   scene.fingerprint = FingerprintOf(root, all, *scene.document);
   scene.simulation =

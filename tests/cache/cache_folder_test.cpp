@@ -57,7 +57,7 @@ TEST(CacheFolder, ScanTellsGapsAndSizesOfItsOwnFilesAlone) {
   EXPECT_TRUE(info.found);
   EXPECT_EQ(info.firstFrame, 2);
   EXPECT_EQ(info.lastFrame, 6);
-  EXPECT_EQ(info.missingFrames, (std::vector<i32>{0, 1, 4, 5}));
+  EXPECT_EQ(info.missingFrames, (std::vector<FrameRun>{{0, 1}, {4, 5}}));
   EXPECT_EQ(StatisticsOf(info), "Length: 5(2 - 6)\nSize: 1.7 kB\nMissing Frames: 4\n");
 
   for (const char* name : {"ember10.cache", "ember100.cache", "ember9.cache"}) write(name, 1);

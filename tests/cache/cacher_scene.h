@@ -27,7 +27,8 @@ struct CacherScene : TestScene {
   ~CacherScene() { host::TheConsole().print = nullptr; }
 
   void SetFrame(i32 frame) {
-    scene->mClock.frame = scene->mClock.frameFromStart = frame;
+    scene->mClock.frame = frame;
+    scene->mClock.frameFromStart = frame - scene->mClock.startFrame;
     scene->mFlags |= Scene::kTimeChanged;
   }
   void Save(i32 frame) {

@@ -182,6 +182,16 @@ TEST_F(GridCache, ModesOffsetsAndDirectionsChooseTheFile) {
   EXPECT_EQ(shown(2, set({{1007, 3}})), 5);
   EXPECT_EQ(shown(2, set({{1006, 4}})), 4);
   EXPECT_EQ(shown(2, set({{1014, 1}})), 3) << "backwards from the last file";
+  {
+    // What goes back moves back; fields that no one moves by stay as they are.
+    CacheScene played(folder.Path(), 0);
+    set({{1014, 1}})(played.cacher);
+    played.Load(2);
+    for (i32 c = 0; c < 3; ++c) {
+      EXPECT_EQ((*played.solver.mFlow.mVelocity.GetGrid(c))[7], -3);
+      EXPECT_EQ((*played.colour.GetGrid(c))[7], 3);
+    }
+  }
   EXPECT_EQ(shown(9, set({})), -1) << "no file";
   EXPECT_EQ(shown(2, set({{1000, 1}})), -1) << "only for pictures";
 
@@ -195,6 +205,19 @@ TEST_F(GridCache, ModesOffsetsAndDirectionsChooseTheFile) {
   played.scene->mTime.elapsed = 11;
   played.Load(2);
   EXPECT_TRUE(played.smoke.Has(FLAG_CACHED));
+}
+
+TEST_F(GridCache, WhatGoesOnWithARecordingFindsItsOwnNumbers) {
+  constexpr i32 kFirst = 10, kNumbering = 1011;
+  CacheScene both(folder.Path(), cache_row::kBoth);
+  CacheScene::Set(both.cacher, kNumbering, 1);
+  both.scene->mClock.startFrame = kFirst;
+  both.Fill({0, 0, 0}, {0.5, 0.5, 0.5}, [](const Vec3d&) { return 12.0; });
+  both.Save(12);
+  ASSERT_TRUE(fs::exists(File(12))) << both.cacher.Failure();
+  both.Fill({0, 0, 0}, {0.5, 0.5, 0.5}, [](const Vec3d&) { return 1.0; });
+  both.Load(12);
+  EXPECT_EQ((*both.smoke.GetGrid(0))[0], 12);
 }
 
 TEST_F(GridCache, RecorderLeavesWhatAnotherCachePlays) {

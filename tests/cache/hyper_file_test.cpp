@@ -116,6 +116,39 @@ TEST(HyperFile, LargeFileIsTheSameOnDiskAsInMemory) {
       << "left behind by a dropped file";
   EXPECT_EQ(disk.Sum(), ChecksumOf(host::ReadFile(path)));
   EXPECT_TRUE(disk.Open(kCacheIdent, path, HyperFile::Mode::kRead)) << disk.Error();
+
+  // Read by parts it is the same too, whatever stands across the ends of these.
+  HyperFile parts;
+  ASSERT_TRUE(parts.Open(kCacheIdent, path, HyperFile::Mode::kReadParts)) << parts.Error();
+  EXPECT_EQ(parts.Sum(), disk.Sum());
+  EXPECT_EQ(parts.Size(), disk.Size());
+  i32 id, level, number = 0;
+  std::span<const std::byte> block;
+  std::string target(2'500'001, '\0');
+  const auto enter = [&] { return parts.ReadChunkStart(id, level); };
+  ASSERT_TRUE(enter() && enter() && parts.ReadMemory(block) && parts.ReadChunkEnd());
+  EXPECT_EQ(std::memcmp(block.data(), noise.data(), 700'000), 0);
+  ASSERT_TRUE(enter() && parts.SkipMemory() && parts.ReadChunkEnd()) << parts.Error();
+  ASSERT_TRUE(enter() && parts.ReadMemoryTo(std::as_writable_bytes(std::span(target))) &&
+              parts.ReadChunkEnd())
+      << parts.Error();
+  EXPECT_TRUE(target == noise);
+  ASSERT_TRUE(enter() && parts.SkipToEndChunk() && parts.ReadChunkEnd());
+  bool isSame = true;
+  for (i32 i = 0; i < 300'000; ++i) isSame = isSame && parts.ReadLong(number) && number == i;
+  EXPECT_TRUE(isSame && parts.ReadChunkEnd() && parts.AtEnd()) << parts.Error();
+  parts.Rewind();
+  EXPECT_FALSE(enter() && enter() && parts.ReadMemoryTo(std::as_writable_bytes(std::span(target))));
+  EXPECT_NE(parts.Error().find("a block has another size than was expected"), std::string::npos);
+
+  // A change anywhere is noticed before anything is read.
+  for (const std::size_t at : {std::size_t{40}, std::size_t{2'000'000}, disk.Size() - 3}) {
+    std::string damaged = host::ReadFile(path);
+    damaged[at] = static_cast<char>(damaged[at] ^ 1);
+    host::WriteFileAtomically(folder.Path() / "damaged", damaged);
+    EXPECT_FALSE(parts.Open(kCacheIdent, folder.Path() / "damaged", HyperFile::Mode::kReadParts));
+    EXPECT_FALSE(parts.Error().empty());
+  }
 }
 
 TEST(HyperFile, ReaderOutOfStepIsToldWhatStandsThere) {

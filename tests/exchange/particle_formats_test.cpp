@@ -8,6 +8,7 @@
 
 #include "exchange/particle_files.h"
 #include "host/file_error.h"
+#include "host/memory_budget.h"
 #include "host/temp_folder.h"
 
 namespace MELDO_GLOBAL::exchange {
@@ -135,7 +136,7 @@ TEST_P(ParticleFormatCase, GivesBackWhatItTook) {
     if (count > 0 || !bare.contains(format.name))
       ExpectKept(table, read, encoded.report.lost, format.name);
     EXPECT_EQ(encoded.report.count, count);
-    EXPECT_TRUE(encoded.report.changed.empty()) << encoded.report.changed.front();
+    EXPECT_TRUE(encoded.report.changed.empty()) << encoded.report.changed.begin()->second;
     // The same particles are the same bytes again.
     EXPECT_EQ(Encode(table, format, format.gzip == GzipUse::Always).bytes, encoded.bytes);
     if (format.gzip == GzipUse::ByName)
@@ -185,7 +186,7 @@ TEST_P(ParticleFormatCase, LeavesOutWhatIsNowhere) {
   const Encoded encoded = Encode(table, *GetParam());
   EXPECT_EQ(encoded.report.count, 7);
   ASSERT_EQ(encoded.report.changed.size(), 1u);
-  EXPECT_EQ(encoded.report.changed[0], "2 particles at no finite place are left out");
+  EXPECT_EQ(encoded.report.changed.at(""), "2 particles at no finite place are left out");
   const std::vector<i64> rows = {0, 1, 3, 4, 5, 6, 8};
   ExpectKept(table.Picked(rows), ParseParticles(encoded.bytes, *GetParam()), encoded.report.lost,
              GetParam()->name);
@@ -209,7 +210,7 @@ TEST_P(ParticleFormatCase, ChangesNoNumberWithoutAWord) {
   for (const ParticleColumn& column : table.Columns()) {
     if (column.name == "position") continue;
     const bool isSaid =
-        Names(encoded.report.changed, column.name) || Names(read.warnings, column.name) ||
+        encoded.report.changed.contains(column.name) || Names(read.warnings, column.name) ||
         std::count(encoded.report.lost.begin(), encoded.report.lost.end(), column.name) > 0;
     const ParticleColumn* found = read.Find(column.name, column.components);
     bool isSame = found != nullptr;
@@ -313,7 +314,7 @@ TEST(ParticleFiles, CountColorsThatBytesCannotTell) {
   for (const char* name : {"xyz", "pts"}) {
     const Encoded encoded = Encode(table, *FindFormat(name));
     ASSERT_EQ(encoded.report.changed.size(), 1u) << name;
-    EXPECT_EQ(encoded.report.changed[0],
+    EXPECT_EQ(encoded.report.changed.at("color"),
               "3 numbers of 'color' aren't from 0 to 1 and become the nearest that is");
     const ParticleTable read = ParseParticles(encoded.bytes, *FindFormat(name));
     const ParticleColumn& is = *read.Find("color", 3);
@@ -354,14 +355,47 @@ std::string AsZlib(const std::string& bytes) {
   return stream;
 }
 
+template <class T>
+void AppendNumbers(std::string& bytes, std::initializer_list<T> values) {
+  for (const T value : values)
+    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+/// The start of an ICECACHE file, up to its attributes.
+std::string IceStart(u32 points, u32 attributes) {
+  std::string bytes = "ICECACHE";
+  AppendNumbers<u32>(bytes, {103, 0, points, 0, 0, 0, 1, 0, attributes});
+  return bytes;
+}
+
 /// An attribute of an ICECACHE file that isn't followed by anything of its own.
 void AppendIceAttribute(std::string& bytes, const std::string& name, u32 type, u32 context) {
-  const auto number = [&](u32 value) {
-    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
-  };
-  number(static_cast<u32>(name.size()));
+  AppendNumbers<u32>(bytes, {static_cast<u32>(name.size())});
   bytes += name + std::string((4 - name.size() % 4) % 4, '_');
-  for (const u32 value : {type, u32{1}, context, u32{0}, u32{1}}) number(value);
+  AppendNumbers<u32>(bytes, {type, 1, context, 0, 1});
+}
+
+/// A channel of an MC file with zeros for values.
+std::string McChannel(const std::string& name, std::string_view tag, u32 size, u32 bytesEach) {
+  std::string chunks;
+  const auto put = [&](std::string_view id, std::string body) {
+    chunks += id;
+    for (int shift = 24; shift >= 0; shift -= 8)
+      chunks += static_cast<char>(body.size() >> shift & 0xff);
+    chunks += body + std::string((4 - body.size() % 4) % 4, '\0');
+  };
+  put("CHNM", name + '\0');
+  put("SIZE", {'\0', '\0', '\0', static_cast<char>(size)});
+  put(tag, std::string(size * bytesEach, '\0'));
+  return chunks;
+}
+/// A file of one moment with such channels.
+std::string McFile(const std::string& channels) {
+  const std::string start = EncodeParticles(MakeTable(0), McFormat());
+  std::string bytes = start.substr(0, start.find("FOR4", 1)) + "FOR4";
+  const std::size_t size = channels.size() + 4;
+  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(size >> shift & 0xff);
+  return bytes + "MYCH" + channels;
 }
 
 }  // namespace
@@ -394,17 +428,13 @@ TEST(ParticleFiles, FindTheNextMemberWhereverTheInputEnds) {
 
 TEST(ParticleFiles, TakePointsBesideWhatIsNotOfPoints) {
   constexpr u32 kFloat = 4, kVector = 16, kText = 131072, kOfAll = 1, kPerPoint = 2;
-  std::string bytes = "ICECACHE";
-  for (const u32 value : {103, 0, 1, 0, 0, 0, 1, 0, 4})
-    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+  std::string bytes = IceStart(1, 4);
   AppendIceAttribute(bytes, "Gain", kFloat, kOfAll);
   AppendIceAttribute(bytes, "PointPosition", kVector, kPerPoint);
   AppendIceAttribute(bytes, "Note", kText, kPerPoint);
   AppendIceAttribute(bytes, "Mass", kFloat, kPerPoint);
-  const u32 notConstant = 0;
-  bytes.append(reinterpret_cast<const char*>(&notConstant), sizeof notConstant);
-  for (const f32 value : {9.0f, 1.0f, 2.0f, 3.0f})
-    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+  AppendNumbers<u32>(bytes, {0});
+  AppendNumbers<f32>(bytes, {9, 1, 2, 3});
   bytes += "text of any length";
   const ParticleTable read = ParseParticles(bytes, IcecacheFormat());
   ASSERT_EQ(read.Count(), 1);
@@ -413,6 +443,135 @@ TEST(ParticleFiles, TakePointsBesideWhatIsNotOfPoints) {
   ASSERT_EQ(read.warnings.size(), 2u);
   EXPECT_TRUE(Names(read.warnings, "Gain"));
   EXPECT_TRUE(Names(read.warnings, "Note"));
+}
+
+TEST(ParticleFiles, TakeNoMoreMemoryThanIsLeft) {
+  // A few bytes stand for the values of four thousand points.
+  constexpr u32 kMatrix = 256, kVector = 16, kPerPoint = 2, kPoints = 8000, kAttributes = 20;
+  std::string bytes = IceStart(kPoints, kAttributes + 1);
+  AppendIceAttribute(bytes, "PointPosition", kVector, kPerPoint);
+  for (u32 i = 0; i < kAttributes; ++i)
+    AppendIceAttribute(bytes, "m" + std::to_string(i), kMatrix, kPerPoint);
+  bytes += std::string(kPoints * 3 * sizeof(f32), '\0');
+  for (u32 i = 0; i < 2 * kAttributes; ++i) {
+    AppendNumbers<u32>(bytes, {1});
+    bytes += std::string(16 * sizeof(f32), '\0');
+  }
+  EXPECT_EQ(ParseParticles(bytes, IcecacheFormat()).Columns().size(), kAttributes + 1);
+  host::SetMemoryLimit(host::MemoryInUse() + 4'000'000);
+  EXPECT_EQ(FaultOf(bytes, IcecacheFormat()),
+            "it doesn't fit into memory: the columns of its 8000 particles need 4 MB");
+  std::string rows;
+  for (i32 i = 0; i < 200'000; ++i) rows += "1 2 3\n";
+  EXPECT_NE(FaultOf(rows, XyzFormat()).find("it doesn't fit into memory"), std::string::npos);
+  host::SetMemoryLimit(0);
+  EXPECT_EQ(ParseParticles(rows, XyzFormat()).Count(), 200'000);
+}
+
+TEST(ParticleFiles, KeepHowOpaqueColorsAre) {
+  constexpr u32 kColor = 512, kVector = 16, kPerPoint = 2;
+  for (const f32 opacity : {1.0f, 0.25f}) {
+    std::string bytes = IceStart(2, 2);
+    AppendIceAttribute(bytes, "PointPosition", kVector, kPerPoint);
+    AppendIceAttribute(bytes, "Color", kColor, kPerPoint);
+    AppendNumbers<f32>(bytes, {0, 0, 0, 1, 0, 0});
+    AppendNumbers<u32>(bytes, {1});
+    AppendNumbers<f32>(bytes, {0.5f, 0, 1, opacity});
+    const ParticleTable read = ParseParticles(bytes, IcecacheFormat());
+    ASSERT_TRUE(read.Find("color", 3));
+    EXPECT_EQ(read.Find("color", 3)->At(1, 2), 1);
+    const ParticleColumn* found = read.Find("color_opacity", 1);
+    ASSERT_EQ(found != nullptr, opacity != 1);
+    EXPECT_EQ(found ? found->At(1) : 0.25, 0.25);
+  }
+}
+
+TEST(ParticleFiles, GoByThePositionsOfChannels) {
+  const std::string radii = McChannel("drops_radiusPP", "DBLA", 1, 8);
+  const std::string places = McChannel("drops_position", "FVCA", 3, 12);
+  const ParticleTable read = ParseParticles(McFile(radii + places), McFormat());
+  EXPECT_EQ(read.Count(), 3);
+  EXPECT_EQ(read.Columns().size(), 1u);
+  ASSERT_EQ(read.warnings.size(), 1u);
+  EXPECT_EQ(read.warnings[0],
+            "the channel 'radius' has values for 1 of 3 particles and is left out");
+  // Cloth has one channel, which is named as the object.
+  for (const char* name : {"my_cloth_shape", "drops_position", "cloth"}) {
+    const ParticleTable lone =
+        ParseParticles(McFile(McChannel(name, "DVCA", 2, 24)), McFormat());
+    ASSERT_TRUE(lone.Find("position", 3)) << name;
+    EXPECT_EQ(lone.Count(), 2);
+  }
+  EXPECT_EQ(FaultOf(McFile(radii), McFormat()), "its particles have no positions");
+}
+
+TEST(ParticleFiles, TakeWhatOneNumberStandsForAsItFits) {
+  ParticleTable table;
+  table.SetCount(1);
+  table.Add("position", ValueType::F32, 3);
+  table.remarks = {{"time", std::numeric_limits<double>::quiet_NaN()},
+                   {"frame", 1e300},
+                   {"fps", -std::numeric_limits<double>::infinity()}};
+  const ParticleTable read = ParseParticles(EncodeParticles(table, BinFormat()), BinFormat());
+  const auto remark = [&](std::string_view key) -> double {
+    for (const auto& [name, value] : read.remarks)
+      if (name == key)
+        return std::holds_alternative<i32>(value) ? std::get<i32>(value) : std::get<double>(value);
+    return -1;
+  };
+  EXPECT_EQ(remark("time"), 0);
+  EXPECT_EQ(remark("frame"), 2147483647);
+  EXPECT_EQ(remark("fps"), 0);
+  EXPECT_EQ(ParseParticles(EncodeParticles(table, McFormat()), McFormat()).Count(), 1);
+}
+
+TEST(ParticleFiles, TakeWhatOtherWritersLeaveOutOrAdd) {
+  EXPECT_EQ(ParseParticles("ATTRIBUTES\nposition\nTYPES\nV\nNUMBER_OF_PARTICLES:1\n"
+                           "BEGIN DATA\n1 2 3\n",
+                           PdaFormat())
+                .Count(),
+            1);
+  // A normal whose first number is the last of all is none only where its second is so too.
+  ParticleTable table = MakeTable(2);
+  std::string ptc = EncodeParticles(table, PtcFormat());
+  const std::size_t points = ptc.find("wet\n") + 4, each = (ptc.size() - points) / 2;
+  for (const std::size_t at : {points + 12, points + each + 12}) ptc[at] = ptc[at + 1] = '\xff';
+  const ParticleTable bent = ParseParticles(ptc, PtcFormat());
+  ASSERT_TRUE(bent.Find("normal", 3));
+  // A text that belongs to the whole ends what is read, behind the points.
+  std::string bgeo = EncodeParticles(table, BgeoFormat());
+  bgeo[40] = 1;  // an attribute of the whole
+  bgeo.resize(bgeo.size() - 2);
+  bgeo += std::string("\0\4note\0\1\0\0\0\2 any text", 21);
+  const ParticleTable read = ParseParticles(bgeo, BgeoFormat());
+  EXPECT_EQ(read.Count(), 2);
+  ASSERT_EQ(read.warnings.size(), 1u);
+  EXPECT_EQ(read.warnings[0],
+            "what stands behind its points, from the text 'note' on, is left out");
+}
+
+TEST(ParticleFiles, TellOnceASeriesWhatIsLost) {
+  ParticleTable table = MakeTable(2);
+  ParticleColumn& groups = table.Add("group", ValueType::I32, 1);
+  groups.words = {"water (liquid)", "foam (diffuse)"};
+  std::get<std::vector<i32>>(groups.values) = {1, 0};
+  SeriesReport told;
+  const auto news = [&](const ParticleFormat& format) {
+    WriteReport report;
+    EncodeParticles(table, format, false, &report);
+    return told.News(report);
+  };
+  EXPECT_TRUE(news(BgeoFormat()).empty());
+  EXPECT_EQ(news(PrtFormat()),
+            (std::vector<std::string>{
+                "the format has no place for the texts of 'group', which become numbers: "
+                "0 for \"water (liquid)\", 1 for \"foam (diffuse)\""}));
+  EXPECT_TRUE(news(PrtFormat()).empty());
+  EXPECT_EQ(news(PdcFormat()), (std::vector<std::string>{"the format has no place for life"}));
+  std::get<std::vector<f64>>(table.Find("heat of it")->values)[1] = 1e39;
+  ASSERT_EQ(news(BgeoFormat()).size(), 1u);
+  std::get<std::vector<f64>>(table.Find("heat of it")->values)[0] = 1e39;
+  EXPECT_TRUE(news(BgeoFormat()).empty());
 }
 
 TEST(ParticleFiles, TakeTablesAsOthersWriteThem) {

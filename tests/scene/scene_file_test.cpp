@@ -407,6 +407,9 @@ TEST_F(SceneFile, ScriptsAreTextsLinesOrFilesWhoseContentCounts) {
   const std::string option = "push.script=" + source + std::string(200, ' ') + "--";
   const u64 set = Load(file, "", {option + " a"}).fingerprint;
   EXPECT_NE(Load(file, "", {option + " b"}).fingerprint, set);
+  const std::string folder = "scene.cache_folder=" + std::string(200, 'x');
+  EXPECT_NE(Load(file, "", {folder + "a"}).fingerprint,
+            Load(file, "", {folder + "b"}).fingerprint);
   EXPECT_THAT(Refusals({"push.script=main"}),
               ElementsAre(HasSubstr("'script': syntax error near <eof>")));
 }

@@ -113,7 +113,7 @@ const ParameterTable& ObjectParticleMeshEmitter::Parameters() {
        BoolRow(kInvertCurvatureRow, "invert_curvature", false, "leaves out what is more bent")
            .To(&ObjectParticleMeshEmitter::mInvertsCurvature),
        LinksRow(
-           1027, "point_properties",
+           kPointPropertiesRow, "point_properties",
            "what the particles of a source hand on, as they have it; the node's value stands "
            "for those that lack it",
            {Property<double>::Kind().id, Property<Vec3d>::Kind().id, Property<bool>::Kind().id})
