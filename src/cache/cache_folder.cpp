@@ -61,7 +61,8 @@ std::vector<CacheFile> FilesOf(const CacheName& names, bool areParts) {
     const std::string digits =
         name.substr(prefix.size(), name.size() - prefix.size() - suffix.size());
     const std::optional<Numeral> numeral = ReadNumeral(digits);
-    if (!numeral || (numeral->isAmbiguous && !areParts && OriginOf(whole).stem != stem)) continue;
+    if (!numeral) continue;
+    if (numeral->isAmbiguous && !areParts && OriginOf(whole).stem != stem) continue;
     files.push_back({numeral->number, entry->path()});
   }
   std::sort(files.begin(), files.end(), [](const CacheFile& a, const CacheFile& b) {
@@ -83,6 +84,13 @@ std::string FormatSize(i64 bytes) {
 }
 
 std::vector<CacheFile> ListCache(const CacheName& names) { return FilesOf(names, false); }
+
+bool IsOfAnother(const CacheFile& file, const CacheName& names) {
+  std::string stem;
+  names.FileStem(stem, 0, false);
+  const CacheOrigin origin = HasCacheSuffix(file.path) ? OriginOf(file.path) : CacheOrigin();
+  return origin.isPresent && origin.stem != stem;
+}
 
 void RemoveUnfinished(const CacheName& names) {
   for (const CacheFile& file : FilesOf(names, true)) host::RemovePart(file.path);

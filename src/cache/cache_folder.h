@@ -17,6 +17,9 @@ struct CacheFile {
 /// folder: where the number is below 0 or has six digits and more, the file itself has to say that
 /// it is of this cache.
 std::vector<CacheFile> ListCache(const CacheName& names);
+/// Whether a file in the list of a cache says that it is of one of another name: where numbers
+/// outgrow their width, "fire" with the frame 10 is named as "fire1" with the frame 0. Reads it.
+bool IsOfAnother(const CacheFile& file, const CacheName& names);
 /// Removes what a killed process left of this cache's files.
 void RemoveUnfinished(const CacheName& names);
 

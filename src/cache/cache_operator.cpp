@@ -194,6 +194,7 @@ std::string Cache_OperatorBase::DeleteCacheFiles() {
   SetUpNames();
   std::string problem;
   for (const CacheFile& entry : ListCache(mFileName)) {
+    if (IsOfAnother(entry, mFileName)) continue;
     std::error_code failed;
     fs::remove(entry.path, failed);
     if (failed && problem.empty())
@@ -260,7 +261,8 @@ void Cache_OperatorBase::DropFramesBehind(i32 last) {
   std::error_code failed;
   for (const CacheFile& entry : ListCache(mFileName))
     if (entry.number > last &&
-        std::find(mOldFrames.begin(), mOldFrames.end(), entry.number) == mOldFrames.end())
+        std::find(mOldFrames.begin(), mOldFrames.end(), entry.number) == mOldFrames.end() &&
+        !IsOfAnother(entry, mFileName))
       fs::remove(entry.path, failed);
 }
 

@@ -41,8 +41,8 @@ class Cache_OperatorBase : public iObject {
   void Finish() override;
   void Persist(StateArchive& archive) override;
 
-  /// Deletes all files of this cache: those of its stem and suffix in its folder. Why the first one
-  /// that is left couldn't be deleted; empty if none is.
+  /// Deletes all files of this cache: those of its stem and suffix in its folder, unless they say
+  /// that they are another's. Why the first one that is left couldn't be deleted; empty if none is.
   virtual std::string DeleteCacheFiles();
   virtual void ScanCacheFolder(CacheFolderInfo& info) const { info = ScanCache(mFileName); }
   /// The text about what a file holds, or about what is wrong with it.

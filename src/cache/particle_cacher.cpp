@@ -252,11 +252,13 @@ void ParticleCacher::TakePlaces() {
   mPart = PartOfFrame();
   for (std::size_t i = 0; i < mTargets.size(); ++i) {
     if (ChunkOf(i) < 0) continue;
+    const StoredParticles& stored = mHeader.stores[ChunkOf(i)];
+    const Placing placing = PlacingOf(stored.layout);
     mTargets[i].group->SetFlag(FLAG_CACHED, true);
-    mTargets[i].group->SetCached(mTargets[i].kind);
+    const double cell = stored.layout.cellSize * (placing.scales ? placing.scale.x : 1.0);
+    mTargets[i].group->SetCached(mTargets[i].kind, stored.Count() > 0 ? cell : 0.0);
     ParticleBounds bounds;
-    if (const StoredParticles& stored = mHeader.stores[ChunkOf(i)]; stored.Count() > 0) {
-      const Placing placing = PlacingOf(stored.layout);
+    if (stored.Count() > 0) {
       for (const Vec3d& corner : {stored.bounds.box.min, stored.bounds.box.max})
         bounds.Add(placing.Of(corner), 0, 0, mTargets[i].Store().Layout());
     }

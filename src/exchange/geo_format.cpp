@@ -117,13 +117,12 @@ void WriteGeoAttribute(ByteSink& sink, const std::string& name, const ParticleCo
   sink.Append(line + "\n");
 }
 
-/// The value as the format's readers take it: of reals what single precision holds.
+/// The value as the format's readers take it: what single precision or 32 bits hold.
 void AppendShort(std::string& line, const ParticleColumn& column, i64 row, int component) {
-  const bool isLong = column.Type() == ValueType::F64;
-  if (isLong)
+  if (column.Type() == ValueType::F64)
     line += fmt::format("{}", static_cast<f32>(column.At(row, component)));
   else
-    AppendValue(line, column, row, component);
+    AppendWithin32(line, column, row, component);
 }
 
 void WriteGeo(WriteJob& job) {
@@ -137,7 +136,7 @@ void WriteGeo(WriteJob& job) {
   if (names.size() > 1) job.sink.Append("PointAttrib\n");
   for (std::size_t i = 0; i < names.size(); ++i) {
     if (i != position) WriteGeoAttribute(job.sink, names[i], table.Columns()[i]);
-    if (table.Columns()[i].IsReal()) TellMisfits(job, table.Columns()[i], Stored::F32);
+    TellMisfits(job, table.Columns()[i], ShortTypeOf(table.Columns()[i]));
   }
   std::string line;
   for (i64 row = 0; row < table.Count(); ++row) {

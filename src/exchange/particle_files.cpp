@@ -148,7 +148,10 @@ const std::vector<const ParticleFormat*>& ParticleFormats() {
 std::vector<std::string> WriteReport::Clauses() const {
   std::vector<std::string> clauses;
   for (const auto* told : {&changed, &wordless})
-    for (const auto& [column, clause] : *told) clauses.push_back(clause);
+    for (const auto& [column, clause] : *told)
+      if (!column.empty()) clauses.push_back(clause);
+  if (const auto ofParticles = changed.find(""); ofParticles != changed.end())
+    clauses.push_back(ofParticles->second);
   std::string names;
   for (const std::string& name : lost) names += (names.empty() ? "" : ", ") + name;
   if (!lost.empty()) clauses.push_back("the format has no place for " + names);

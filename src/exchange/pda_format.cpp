@@ -58,7 +58,7 @@ void WritePda(WriteJob& job) {
       continue;
     }
     kept.push_back(&column);
-    if (column.IsReal()) TellMisfits(job, column, Stored::F32);
+    TellMisfits(job, column, ShortTypeOf(column));
     listed += ' ' + names[i];
     types += isVector ? " V" : column.IsReal() ? " R" : " I";
   }
@@ -68,7 +68,7 @@ void WritePda(WriteJob& job) {
   for (i64 row = 0; row < table.Count(); ++row) {
     line.clear();
     for (const ParticleColumn* column : kept)
-      for (int c = 0; c < column->components; ++c) AppendValue(line, *column, row, c), line += ' ';
+      for (int c = 0; c < column->components; ++c) AppendWithin32(line, *column, row, c), line += ' ';
     line.back() = '\n';
     job.sink.Append(line);
   }

@@ -41,5 +41,7 @@ void NumbersOf(const TextSource& text, std::string_view line, std::vector<TextNu
 
 /// Appends a value as text that reads back to the same bits.
 void AppendValue(std::string& line, const ParticleColumn& column, i64 row, int component);
+/// The same of formats whose whole numbers have 32 bits: others become the nearest of these.
+void AppendWithin32(std::string& line, const ParticleColumn& column, i64 row, int component);
 
 }  // namespace MELDO_GLOBAL::exchange

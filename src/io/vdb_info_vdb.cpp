@@ -7,6 +7,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "exchange/vdb_archive.h"
 #include "host/atomic_file.h"
 #include "io/vdb_info.h"
 
@@ -79,6 +80,56 @@ void ExpectWhole(const std::filesystem::path& path) {
   }
 }
 
+/// Passes over a text; its length is held against the bytes that are left.
+void SkipText(exchange::ByteSource& bytes) {
+  const u32 length = bytes.Number<u32>();
+  bytes.Expect(length, 1, "letters of a text");
+  bytes.Skip(length);
+}
+void SkipMetadata(exchange::ByteSource& bytes) {
+  const i32 entries = bytes.Number<i32>();
+  bytes.Expect(entries, 3 * sizeof(u32), "metadata");
+  // Of each a name, a type and a value.
+  for (i32 i = 0; i < entries; ++i)
+    for (int text = 0; text < 3; ++text) SkipText(bytes);
+}
+
+/// The library takes memory by the lengths of texts that it has read: none is longer than the file.
+void ExpectLengths(exchange::ByteSource& bytes) {
+  // Magic number, versions of the format and of the library, whether offsets stand there, identifier.
+  constexpr u64 kVersions = 8 + 3 * sizeof(u32), kIdentifier = 36;
+  bytes.Skip(kVersions);
+  const bool hasOffsets = bytes.Number<u8>() != 0;
+  bytes.Skip(kIdentifier);
+  SkipMetadata(bytes);
+  if (!hasOffsets) return;
+  for (i32 left = bytes.Number<i32>(); left > 0; --left) {
+    // Name, type and the grid that it shares its tree with.
+    for (int text = 0; text < 3; ++text) SkipText(bytes);
+    const i64 start = bytes.Number<i64>();
+    bytes.Number<i64>();
+    const i64 end = bytes.Number<i64>();
+    const auto goTo = [&](i64 place) {
+      if (place < static_cast<i64>(bytes.Position())) exchange::Damaged("its offsets are damaged");
+      bytes.Skip(static_cast<u64>(place) - bytes.Position());
+    };
+    goTo(start);
+    bytes.Skip(sizeof(u32));  // how its values are packed
+    SkipMetadata(bytes);
+    goTo(end);
+  }
+}
+
+/// Nothing of a file reaches the library whose content isn't what it was written with, as our own
+/// files tell.
+void ExpectOwnContent(const std::filesystem::path& path) {
+  exchange::ByteSource bytes(path);
+  ExpectLengths(bytes);
+  bytes.Rewind();
+  if (exchange::StateOfArchive(bytes) == exchange::ArchiveState::Damaged)
+    exchange::Damaged("it is damaged: its content isn't what it was written with");
+}
+
 }  // namespace
 
 std::vector<VdbGridInfo> ReadVdbInfo(const std::filesystem::path& path) {
@@ -87,6 +138,7 @@ std::vector<VdbGridInfo> ReadVdbInfo(const std::filesystem::path& path) {
   };
   try {
     openvdb::initialize();
+    ExpectOwnContent(path);
     ExpectWhole(path);
     openvdb::io::File file(path.string());
     file.open(false);
@@ -96,6 +148,8 @@ std::vector<VdbGridInfo> ReadVdbInfo(const std::filesystem::path& path) {
     return infos;
   } catch (const std::ios_base::failure&) {
     fail("it ends too early");
+  } catch (const host::FileError& error) {
+    fail(error.what());
   } catch (const std::bad_alloc&) {
     fail("it is damaged");
   } catch (const std::length_error&) {

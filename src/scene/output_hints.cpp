@@ -76,14 +76,23 @@ class OutputHints : public HintBase {
                                 NameOf(*cache, cache_row::kFolder),
                                 NameOf(*cache, cache_row::kCustomFolder)),
                     cache_row::kFolder);
-      const Place place = {folder, folder ? Text(*cache, cache_row::kCustomFolder) : "",
-                           NamesOf(*cache)};
+      const Place place = {folder, folder ? FolderOf(*cache) : "", NamesOf(*cache)};
       const auto [found, isNew] = recorders.try_emplace(place, cache);
       if (!isNew)
         Warn(*cache,
              fmt::format("writes over the files of the cache '{}'; give it another '{}'",
                          Shown(found->second->Name()), NameOf(*cache, cache_row::kBaseName)));
     }
+  }
+
+  /// The folder of one's own that a cache names, whichever way it is spelt.
+  std::string FolderOf(const BaseNode& cache) const {
+    const std::filesystem::path named =
+        mScene.path.parent_path() / Text(cache, cache_row::kCustomFolder);
+    std::error_code failed;
+    const auto whole = std::filesystem::weakly_canonical(named, failed);
+    const std::filesystem::path folder = failed ? named.lexically_normal() : whole;
+    return (folder / "").lexically_normal().string();
   }
 
   static bool IsCache(const BaseNode& node) {

@@ -103,6 +103,27 @@ TEST(LiquidReplay, PlaysBackWithTheSameBytes) {
   EXPECT_EQ(last.velocities.back(), -first.velocities.back());
 }
 
+TEST(LiquidReplay, WaterFillsAsMuchInOtherCells) {
+  const RunFolder folder("liquid_cells");
+  Record(folder);
+  const auto volumeIn = [&](const char* out) {
+    return Frames(folder, out).at(1)["meshes"]["skin"]["volume"].get<double>();
+  };
+  const double recorded = volumeIn("o");
+  EXPECT_NEAR(recorded, 0.216, 0.02);
+  for (const char* cell : {"0.05", "0.07", "0.15"}) {
+    fs::remove_all(folder.Path() / "p");
+    fs::create_directories(folder.Path() / "p");
+    fs::copy(folder.Path() / "o/cache", folder.Path() / "p/cache");
+    ASSERT_EQ(folder.Run({"run", "s.json", "--out", "p", "--quiet", "--frames", "0:1", "--set",
+                          std::string("scene.cell_size=") + cell, "--set", "drops.mode=play_back",
+                          "--set", "skins.mode=record"}),
+              0)
+        << folder.Errors();
+    EXPECT_NEAR(volumeIn("p"), recorded, 0.05 * recorded) << cell;
+  }
+}
+
 TEST(LiquidReplay, SimulationGoesOnWhereTheRecordingEnds) {
   const RunFolder folder("liquid_goes_on");
   Record(folder);

@@ -56,9 +56,18 @@ class ParticleSet {
     return tree ? tree->CountWithin(point, radius, limit) : 0;
   }
 
-  /// In this frame a kind is played from a cache, and nothing moves it.
-  void SetCached(i32 kind) { mCached |= KindBit(kind); }
-  void ClearCached(i32 kind) { mCached &= static_cast<u8>(~KindBit(kind)); }
+  /// In this frame a kind is played from a cache, and nothing moves it. Its particles fill cells of
+  /// this size, simulation units, whatever those of the scene are.
+  void SetCached(i32 kind, double cell) {
+    mCached |= KindBit(kind);
+    mPlayedCells[static_cast<std::size_t>(kind)] = cell;
+  }
+  void ClearCached(i32 kind) {
+    mCached &= static_cast<u8>(~KindBit(kind));
+    mPlayedCells[static_cast<std::size_t>(kind)] = 0;
+  }
+  /// The cells of the scene that a kind is played from; 0 where it isn't, or nobody knows them.
+  double PlayedCell(i32 kind) const { return mPlayedCells[static_cast<std::size_t>(kind)]; }
   bool IsCached(i32 kind) const { return mCached & KindBit(kind); }
 
   /// Bounds of all kinds.
@@ -74,6 +83,7 @@ class ParticleSet {
   std::array<u64, kParticleKinds> mChanges{};
   u8 mStale = 0xff;
   u8 mCached = 0;
+  std::array<double, kParticleKinds> mPlayedCells{};  ///< told anew in every frame
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

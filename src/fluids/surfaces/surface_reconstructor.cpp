@@ -67,7 +67,9 @@ double SurfaceReconstructor::ExpectedBytes() const {
 double SurfaceReconstructor::SamplesIn(const Bounds& box) const {
   double samples = 1;
   for (int a = 0; a < 3; ++a)
-    samples *= ((box.max[a] - box.min[a]) / GetDomain().cellSize + 2 * kMargin) * mResolution + 1;
+    samples *= ((box.max[a] - box.min[a]) + 2 * kMargin * Cell()) / GetDomain().cellSize *
+                   mResolution +
+               1;
   return samples;
 }
 
@@ -100,14 +102,19 @@ void SurfaceReconstructor::Persist(StateArchive& archive) {
   archive(mFull, mFullFor);
 }
 
+double SurfaceReconstructor::Cell() const {
+  const double played = mGroup && !mUsesHost ? mGroup->PlayedCell(mKind) : 0;
+  return played > 0 ? played : GetDomain().cellSize;
+}
+
 double SurfaceReconstructor::Reach() const {
   const double reach = mSearch * mRadius;
   // A surface that is moved out still lies in reach.
-  return (mFits ? reach : std::max(reach, mRadius + mShift)) * GetDomain().cellSize;
+  return (mFits ? reach : std::max(reach, mRadius + mShift)) * Cell();
 }
 
 SurfaceShape SurfaceReconstructor::Shape() const {
-  const double cell = GetDomain().cellSize;
+  const double cell = Cell();
   SurfaceShape shape;
   if (mFits) {
     shape = SurfaceShape::Fitted(mMode, Reach(), cell / std::cbrt(mPerCell));
@@ -225,15 +232,15 @@ bool SurfaceReconstructor::AllocateResult(std::vector<Vec3d>& places) {
                           : kNoParticlesReason);
   }
   const GridLayout& domain = GetDomain();
-  const double cell = domain.cellSize;
+  const double cell = Cell();
   VecInt3D dims;
   Vec3d origin, size;
   double count = 1;
   // Samples stand where they do whatever particles there are, and so do the blocks of them by which
   // the surface is balanced.
-  const double sample = cell / mResolution;
+  const double sample = domain.cellSize / mResolution;
   const i32 side = NearBlocks::SideOf(cell, sample);
-  const double margin = std::ceil(kMargin * mResolution / side) * side;
+  const double margin = std::ceil(kMargin * mResolution * (cell / domain.cellSize) / side) * side;
   for (int a = 0; a < 3; ++a) {
     const double first = std::floor(low[a] / (sample * side)) * side - margin;
     const double own = std::ceil(high[a] / sample - 1e-6) + margin - first;
@@ -247,7 +254,7 @@ bool SurfaceReconstructor::AllocateResult(std::vector<Vec3d>& places) {
     size[a] = own * domain.worldCell[a] / mResolution;
   }
   GridLayout layout;
-  layout.Set(dims, size, static_cast<f32>(cell / mResolution), origin);
+  layout.Set(dims, size, static_cast<f32>(sample), origin);
   return TakeLayout(layout) || Deactivate("there is no memory for its grid");
 }
 
@@ -285,7 +292,7 @@ void SurfaceReconstructor::Prepare() {
 }
 
 SurfaceLiquid SurfaceReconstructor::Liquid() const {
-  const double cell = GetDomain().cellSize;
+  const double cell = Cell();
   SurfaceLiquid liquid{.cell = cell};
   if (mFits)
     liquid.points = &mPoints, liquid.each = cell * cell * cell / mPerCell, liquid.full = mFull;
@@ -297,7 +304,7 @@ void SurfaceReconstructor::Evaluate(const EvaluationThreadData&) {
   const i32 threads = mScene->mThreadCount;
   ParticleSurface surface(mPoints, Store(), Shape());
   surface.Fill(*mResult, threads);
-  const double shift = mShift * GetDomain().cellSize, outside = surface.Outside();
+  const double shift = mShift * Cell(), outside = surface.Outside();
   if (std::exchange(mFullFor, mPerCell) != mPerCell) mFull = 0;
   if (mSmoothing > 0) TakeFull(SmoothSurfaceOf(*mResult, outside, mSmoothing, threads, Liquid()));
   if (shift != 0)

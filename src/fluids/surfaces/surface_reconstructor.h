@@ -54,6 +54,9 @@ class SurfaceReconstructor : public iObject, public CachedGrids {
  private:
   enum PositionKind : i32 { kPositionItself = 0, kEllipsoidCentre = 1, kDeformedPosition = 2 };
 
+  /// The cells that its lengths count in: of the scene, or of the one that its particles are played
+  /// from, whose number and distances follow from those.
+  double Cell() const;
   SurfaceShape Shape() const;
   /// The places of the particles that count; those of the others aren't finite.
   std::vector<Vec3d> CollectPlaces();

@@ -135,7 +135,9 @@ const ParameterTable& SurfaceReconstructor::Parameters() {
               "otherwise at 'radius'")
           .Missing(false)
           .To(&SurfaceReconstructor::mFits),
-      RealRow(kPerCellRow, "particles_per_cell", 8.0, "none", "how many fill a cell of the scene")
+      RealRow(kPerCellRow, "particles_per_cell", 8.0, "none",
+              "how many fill a cell of the scene, of particles that are played one of the scene "
+              "that recorded them")
           .Range(0.01, 1000)
           .OnlyWith(kFitRow, {1})
           .To(&SurfaceReconstructor::mPerCell),
