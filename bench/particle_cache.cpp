@@ -1,5 +1,5 @@
-// bench_particle_cache [MILLIONS] [FOLDER] [keep]: speed of a particle cache's file, packed in every
-// way; with `keep` the files stay in the folder, as none.cache, fast.cache and small.cache.
+// bench_particle_cache [MILLIONS] [FOLDER] [keep]: speed of a particle cache's file, packed in
+// every way; with `keep` the files stay in the folder, as none.cache, fast.cache and small.cache.
 //
 // Every figure counts bytes of particles in memory, those of a liquid: places, velocities, ages and
 // where each was before. Beside them stands what the disk does with as many plain bytes.

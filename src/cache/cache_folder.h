@@ -35,7 +35,7 @@ struct CacheFolderInfo {
   i32 lastFrame = 0;
   std::vector<FrameRun> missingFrames;  ///< from frame 0 to the last one
   i64 missingCount = 0;                 ///< how many these are
-  i64 totalSize = 0;               ///< bytes
+  i64 totalSize = 0;                    ///< bytes
   i32 fileCount = 0;
 };
 CacheFolderInfo ScanCache(const CacheName& names);

@@ -13,7 +13,7 @@
 namespace MELDO_GLOBAL::host {
 class FileParts;
 class PartFile;
-}
+}  // namespace MELDO_GLOBAL::host
 
 namespace MELDO_GLOBAL {
 
@@ -127,8 +127,8 @@ class HyperFile {
   bool ReadLReal(double& value) { return Get(kLReal, &value, sizeof value); }
   bool ReadVector(Vec3d& value);
   bool ReadText(std::string& text);
-  /// The block stands in the stream itself: until that is closed, of one that is read by parts until
-  /// the next item is read.
+  /// The block stands in the stream itself: until that is closed, of one that is read by parts
+  /// until the next item is read.
   bool ReadMemory(std::span<const std::byte>& block);
   /// Whether the next block has as many bytes; an error where it has others.
   bool IsAtMemory(std::size_t bytes);
@@ -200,7 +200,7 @@ class HyperFile {
 
   std::filesystem::path mPath;
   std::string mName;
-  std::unique_ptr<host::PartFile> mPart;  ///< of a file that is written, until it has its name
+  std::unique_ptr<host::PartFile> mPart;    ///< of a file that is written, until it has its name
   std::unique_ptr<host::FileParts> mParts;  ///< the file that is read by parts
   std::size_t mSize = 0;                    ///< of that
   /// Bytes before those that `mBytes` holds: they are in `mPart` or `mParts`.

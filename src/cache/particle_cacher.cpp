@@ -427,8 +427,7 @@ void ParticleCacher::WriteForeign() {
   const exchange::WriteReport report = exchange::WriteParticles(
       path, TableOf(Sources(filtered), NamesOfTargets(), Selection()), *named.format,
       mCompression >= 1 && named.format->gzip != exchange::GzipUse::Never);
-  for (const std::string& clause : mReported.News(report))
-    Warn(path.string() + ": " + clause);
+  for (const std::string& clause : mReported.News(report)) Warn(path.string() + ": " + clause);
   const std::string bytes = ReadFile(path);
   NoteWritten({path, bytes.size(), ChecksumOf(bytes)});
   ++mRuns;

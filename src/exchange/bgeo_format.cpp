@@ -77,8 +77,8 @@ BgeoHeader ReadBgeoHeader(ByteSource& source) {
 void ReadBgeoEnd(ByteSource& source, const BgeoHeader& header, ParticleTable& table) {
   if (header.primitives > 0 || header.pointGroups > 0 || header.primitiveGroups > 0) return;
   u64 values = 0;
-  for (i64 i = 0; i < i64{header.vertexAttributes} + header.primitiveAttributes +
-                          header.detailAttributes;
+  for (i64 i = 0;
+       i < i64{header.vertexAttributes} + header.primitiveAttributes + header.detailAttributes;
        ++i) {
     const BgeoAttribute a = ReadBgeoAttribute(source);
     const bool isDetail = i >= i64{header.vertexAttributes} + header.primitiveAttributes;
@@ -99,9 +99,10 @@ void ReadBgeo(ByteSource& source, ParticleTable& table) {
   for (i32 i = 0; i < header.pointAttributes; ++i) {
     const BgeoAttribute& a = attributes.emplace_back(ReadBgeoAttribute(source));
     if (a.type == kBgeoText)
-      Damaged(fmt::format("its attribute '{}' is a text of each point, whose length can't be told; "
-                          "lists of texts that points number are read",
-                          PlainName(a.name)));
+      Damaged(
+          fmt::format("its attribute '{}' is a text of each point, whose length can't be told; "
+                      "lists of texts that points number are read",
+                      PlainName(a.name)));
     size += 4u * static_cast<std::size_t>(a.components);
   }
   source.Expect(header.points, size, "points");

@@ -32,8 +32,8 @@ double RemarkedNumber(const ParticleTable& table, std::string_view key, double o
 template <class T>
 T RemarkOr(const ParticleTable& table, std::string_view key, T otherwise) {
   constexpr double kLow = std::numeric_limits<T>::lowest(), kHigh = std::numeric_limits<T>::max();
-  return static_cast<T>(std::clamp(
-      RemarkedNumber(table, key, static_cast<double>(otherwise)), kLow, kHigh));
+  return static_cast<T>(
+      std::clamp(RemarkedNumber(table, key, static_cast<double>(otherwise)), kLow, kHigh));
 }
 
 /// Turns ids that a format keeps as real numbers into whole ones, where all of them are.

@@ -166,7 +166,7 @@ const ParticleFormat& GeoFormat() {
       .begins = [](std::string_view head) { return head.starts_with(kGeoMagic); },
       .read = ReadGeo,
       .write = WriteGeo,
-                                        .keepsWords = true};
+      .keepsWords = true};
   return format;
 }
 

@@ -33,7 +33,7 @@ constexpr NamePair kIceNames[] = {{"position", "PointPosition"},
 /// Numbers of 4 bytes that a value of a type has; 0 for what isn't made of numbers.
 int IceComponents(u32 type) {
   constexpr std::pair<u32, int> sizes[] = {
-      {kIceBool, 1}, {kIceLong, 1}, {kIceFloat, 1}, {8, 2},   {kIceVector3, 3}, {32, 4},
+      {kIceBool, 1}, {kIceLong, 1}, {kIceFloat, 1}, {8, 2},         {kIceVector3, 3}, {32, 4},
       {64, 4},       {128, 9},      {256, 16},      {kIceColor, 4}, {16384, 4}};
   for (const auto& [known, size] : sizes)
     if (known == type) return size;

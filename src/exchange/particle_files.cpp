@@ -108,10 +108,10 @@ WriteReport WriteTo(ByteSink& sink, const ParticleTable& table, const ParticleFo
     const std::vector<i64> rows = PlacedRows(table);
     const i64 left = table.Count() - static_cast<i64>(rows.size());
     WriteReport report = WriteTo(sink, table.Picked(rows), format);
-    report.changed.emplace(
-        "", fmt::format("{} at no finite place {} left out",
-                        left == 1 ? "1 particle" : fmt::format("{} particles", left),
-                        left == 1 ? "is" : "are"));
+    report.changed.emplace("",
+                           fmt::format("{} at no finite place {} left out",
+                                       left == 1 ? "1 particle" : fmt::format("{} particles", left),
+                                       left == 1 ? "is" : "are"));
     return report;
   }
   WriteJob job{table, sink};

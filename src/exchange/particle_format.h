@@ -27,7 +27,8 @@ struct WriteReport {
   std::vector<std::string> Clauses() const;
 };
 
-/// Tells of a series of files, a frame each, what was lost and changed in them: of each column once.
+/// Tells of a series of files, a frame each, what was lost and changed in them: of each column
+/// once.
 class SeriesReport {
  public:
   /// What no earlier file of the series was told to lack, as clauses.

@@ -44,9 +44,9 @@ void ParticleTable::ExpectRoom(i64 rows, std::size_t more) const {
     width += column.Width() * static_cast<std::size_t>(column.components);
   const double bytes = static_cast<double>(rows) * static_cast<double>(width);
   if (!host::MemoryAllows(bytes))
-    throw host::FileError(fmt::format(
-        "it doesn't fit into memory: the columns of its {} particles need {:.0f} MB", rows,
-        bytes / 1e6));
+    throw host::FileError(
+        fmt::format("it doesn't fit into memory: the columns of its {} particles need {:.0f} MB",
+                    rows, bytes / 1e6));
 }
 
 const ParticleColumn* ParticleTable::Find(std::string_view name, int components) const {

@@ -68,7 +68,8 @@ void WritePda(WriteJob& job) {
   for (i64 row = 0; row < table.Count(); ++row) {
     line.clear();
     for (const ParticleColumn* column : kept)
-      for (int c = 0; c < column->components; ++c) AppendWithin32(line, *column, row, c), line += ' ';
+      for (int c = 0; c < column->components; ++c)
+        AppendWithin32(line, *column, row, c), line += ' ';
     line.back() = '\n';
     job.sink.Append(line);
   }

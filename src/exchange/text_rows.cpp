@@ -100,9 +100,9 @@ void AppendWithin32(std::string& line, const ParticleColumn& column, i64 row, in
   const auto* wide = std::get_if<std::vector<i64>>(&column.values);
   if (!wide) return AppendValue(line, column, row, component);
   const i64 value = (*wide)[static_cast<std::size_t>(row) * column.components + component];
-  fmt::format_to(std::back_inserter(line), "{}",
-                 std::clamp<i64>(value, std::numeric_limits<i32>::min(),
-                                 std::numeric_limits<i32>::max()));
+  fmt::format_to(
+      std::back_inserter(line), "{}",
+      std::clamp<i64>(value, std::numeric_limits<i32>::min(), std::numeric_limits<i32>::max()));
 }
 
 }  // namespace MELDO_GLOBAL::exchange

@@ -86,10 +86,10 @@ void TellColorsBeyond(WriteJob& job, const ParticleColumn& color) {
     for (int c = 0; c < 3; ++c) count += !(color.At(i, c) == ShareOf(color.At(i, c)));
   if (count > 0)
     job.report.changed.emplace(
-        color.name, fmt::format("{} of 'color' {} from 0 to 1 and {} the nearest that is",
-                                count == 1 ? "1 number" : fmt::format("{} numbers", count),
-                                count == 1 ? "isn't" : "aren't",
-                                count == 1 ? "becomes" : "become"));
+        color.name,
+        fmt::format("{} of 'color' {} from 0 to 1 and {} the nearest that is",
+                    count == 1 ? "1 number" : fmt::format("{} numbers", count),
+                    count == 1 ? "isn't" : "aren't", count == 1 ? "becomes" : "become"));
 }
 
 void WriteScanRows(WriteJob& job, bool mayHaveQuality) {

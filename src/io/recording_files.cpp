@@ -140,7 +140,7 @@ class RecordedTable : public MELDO_SULVA::ColumnTaker {
 
   ParticleTable mTable;
   bool mHasGroups;
-  std::vector<Property> mProperties;  ///< of the last columns
+  std::vector<Property> mProperties;   ///< of the last columns
   std::size_t mFirst = 0, mCount = 0;  ///< the rows that are read
 };
 

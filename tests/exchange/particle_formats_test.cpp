@@ -357,8 +357,7 @@ std::string AsZlib(const std::string& bytes) {
 
 template <class T>
 void AppendNumbers(std::string& bytes, std::initializer_list<T> values) {
-  for (const T value : values)
-    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+  for (const T value : values) bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
 /// The start of an ICECACHE file, up to its attributes.
@@ -497,8 +496,7 @@ TEST(ParticleFiles, GoByThePositionsOfChannels) {
             "the channel 'radius' has values for 1 of 3 particles and is left out");
   // Cloth has one channel, which is named as the object.
   for (const char* name : {"my_cloth_shape", "drops_position", "cloth"}) {
-    const ParticleTable lone =
-        ParseParticles(McFile(McChannel(name, "DVCA", 2, 24)), McFormat());
+    const ParticleTable lone = ParseParticles(McFile(McChannel(name, "DVCA", 2, 24)), McFormat());
     ASSERT_TRUE(lone.Find("position", 3)) << name;
     EXPECT_EQ(lone.Count(), 2);
   }

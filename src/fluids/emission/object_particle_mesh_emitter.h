@@ -25,8 +25,7 @@ class ObjectParticleMeshEmitter : public ParticleEmitter {
                        kWriteUvRow = 1014, kColourImageRow = 1015, kDensityImageRow = 1016,
                        kDensityThresholdRow = 1017, kWriteColourRow = 1018,
                        kInvertCurvatureRow = 1020, kCurvatureRow = 1021, kFromRow = 1024,
-                       kVertexNormalsRow = 1025, kEveryPointRow = 1026,
-                       kPointPropertiesRow = 1027;
+                       kVertexNormalsRow = 1025, kEveryPointRow = 1026, kPointPropertiesRow = 1027;
   static constexpr const char* kNoPointsReason =
       "its source is no object of points and no group; name one, or change 'emit_from'";
   static constexpr const char* kOfVolumesReason =

@@ -67,9 +67,8 @@ double SurfaceReconstructor::ExpectedBytes() const {
 double SurfaceReconstructor::SamplesIn(const Bounds& box) const {
   double samples = 1;
   for (int a = 0; a < 3; ++a)
-    samples *= ((box.max[a] - box.min[a]) + 2 * kMargin * Cell()) / GetDomain().cellSize *
-                   mResolution +
-               1;
+    samples *=
+        ((box.max[a] - box.min[a]) + 2 * kMargin * Cell()) / GetDomain().cellSize * mResolution + 1;
   return samples;
 }
 
