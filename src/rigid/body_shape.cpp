@@ -76,6 +76,14 @@ void BodyShape::SetMargin(double margin) {
   hull.recalcLocalAabb();
 }
 
+double BodyShape::CoreRadius() const {
+  if (mForm == BodyForm::Mesh || mInner) return 0;
+  if (mForm == BodyForm::Ball) return mRadius;
+  if (mForm == BodyForm::Hull) return kInner * InnerRadius(mHull);
+  const btVector3 half = static_cast<const btBoxShape&>(*mShape).getHalfExtentsWithMargin();
+  return half[half.minAxis()];
+}
+
 bool BodyShape::MakeBox(const BodyGeometry& geometry, bool isForced) {
   Vec3d half = HalfBox(geometry.vertices), middle{};
   if (isForced) {

@@ -41,6 +41,8 @@ class BodyShape {
   BodyForm Form() const { return mForm; }
   /// From the origin to the farthest vertex.
   double Radius() const { return mRadius; }
+  /// Of a ball about the origin that lies in it, or nearly fills it; 0 for polygons.
+  double CoreRadius() const;
 
  private:
   bool MakeBox(const BodyGeometry& geometry, bool isForced);

@@ -17,6 +17,7 @@ namespace {
 
 constexpr double kFree = 1e-2;  // of what drives a body: less from elsewhere isn't a contact
 constexpr double kCalm = 2;     // seconds after which a slow body sleeps
+constexpr double kSwept = 0.9;  // of the ball in a body: what doesn't scrape along what it lies on
 
 Matrix Turned(const Matrix& a, const Matrix& b) {
   return {{}, a.Rotate(b.v1), a.Rotate(b.v2), a.Rotate(b.v3)};
@@ -63,6 +64,10 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
   mBody->setContactProcessingThreshold(1e18);
   mBody->setUserPointer(this);
   mBody->setFlags(0);  // the library's own way to turn loses momentum
+  // What moves farther in an internal step may lie beyond a thin wall behind it.
+  const double core = kSwept * mShape.CoreRadius();
+  mBody->setCcdMotionThreshold(core);
+  mBody->setCcdSweptSphereRadius(core);
   mMass.PutOn(*mBody);
   SetUp(true, restored ? restored->isKeyed : isKeyed);
   mWorld.Add(*mBody);

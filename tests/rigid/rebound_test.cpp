@@ -40,6 +40,20 @@ TEST(Rebound, HeightsDontDependOnTheStep) {
   }
 }
 
+// It goes 16 cm a step, with the wall in the middle between two of its places and elsewhere.
+TEST(Rebound, AThinWallStopsWhatMovesLessThanItsSize) {
+  for (const char* shape : {kBall, kCube})
+    for (const double wall : {20.0, 26.0, 31.0}) {
+      BodyScene scene(Object("wall", R"("box", "size": [2, 200, 200])", {wall, 0, 0}, "") + ", " +
+                          Object("a", shape, {-40, 0, 0},
+                                 R"("mass": 1, "start_direction": "ahead", "start_speed": 4)"),
+                      R"("wall", "a")", R"({"type": "alignment", "name": "ahead"},)",
+                      R"("gravity": [0, 0, 0], )" + Steps(1));
+      scene.RunTo(12);
+      EXPECT_LT(scene.Body("a").Pose().centre.x, wall / 100 - 0.1) << shape << " " << wall;
+    }
+}
+
 TEST(Rebound, WhatBouncesWithoutLossKeepsItsEnergy) {
   for (const int count : {4, 10, 40}) {
     BodyScene scene(FallingBall(1), R"("block", "a")", "", Steps(count));
