@@ -7,7 +7,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 void BodyMotion::Persist(StateArchive& archive) {
   archive(centre, axes, isKeyed, linear, angular, calm, activation, isFrozen, hasLeft, previousMass,
           mass, force, torque, contactLinear, contactAngular, impulse, turn, fluidForce, isCarried,
-          isNew, isLulled, lull, volume, waits, touches);
+          isNew, isLulled, lull, breeze, volume, waits, touches);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -40,7 +40,7 @@ struct BodyMotion {
   bool isCarried = false;
   bool isNew = false;  ///< it stood still until now
   bool isLulled = false;
-  Vec3d lull{};
+  Vec3d lull{}, breeze{};
   i32 touches = 0;  ///< contacts when it was last awake
   double volume = 0;
   void Persist(StateArchive& archive);

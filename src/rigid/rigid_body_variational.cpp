@@ -9,6 +9,7 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
 constexpr double kCarried = 0.1;  // of what else drives a body
+constexpr double kGust = 0.01;    // of its weight, by which a force of the scene wakes it
 
 /// `change`, no longer than `most`.
 Vec3d Limited(const Vec3d& change, double most) {
@@ -26,6 +27,7 @@ bool RigidBody_Variational::Create(const BodyGeometry& geometry, const ObstacleS
   mIsNew = !restored || restored->isNew;
   mIsLulled = restored && restored->isLulled;
   mLull = restored ? restored->lull : Vec3d{};
+  mBreeze = restored ? restored->breeze : Vec3d{};
   if (!RigidBody::Create(geometry, settings, worldToSim, isKeyed, restored)) return false;
   if (restored) {
     mImpulse = restored->impulse;
@@ -45,6 +47,7 @@ BodyMotion RigidBody_Variational::Motion() const {
   motion.isNew = mIsNew;
   motion.isLulled = mIsLulled;
   motion.lull = mLull;
+  motion.breeze = mBreeze;
   return motion;
 }
 
@@ -120,15 +123,20 @@ void RigidBody_Variational::MendFirstStep(const Vec3d& impulse) {
   *mFirst += change;
 }
 
-/// The fluid round a sleeping body may come or go.
+/// The fluid round a sleeping body may come or go, and a gust may begin.
 void RigidBody_Variational::WakeByForces(const Vec3d& gravity) {
   const ObstacleSettings& s = Settings();
-  if (!std::exchange(mIsLulled, true)) mLull = mFluidForce;
+  if (!std::exchange(mIsLulled, true)) {
+    mLull = mFluidForce;
+    mBreeze = mForce;
+  }
   const bool isPushed =
       s.wakesOnForce && Length((mForce + mFluidForce) * s.linearFactor) > s.wakeForce;
-  const double change = Length((mFluidForce - mLull) * InverseMass());
-  const bool isLeft = !Waits() && change > kCarried * Length(gravity * s.linearFactor);
-  if (isPushed || isLeft) Wake();
+  const double weight = Length(gravity * s.linearFactor);
+  const bool isLeft = Length((mFluidForce - mLull) * InverseMass()) > kCarried * weight;
+  // Without noise, unlike those of a fluid: what friction doesn't hold is to move.
+  const bool isBlown = Length((mForce - mBreeze) * InverseMass()) > kGust * weight;
+  if (isPushed || (!Waits() && (isLeft || isBlown))) Wake();
 }
 
 void RigidBody_Variational::BeginStep(double dt, const Vec3d& gravity) {

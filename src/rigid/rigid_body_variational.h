@@ -48,7 +48,8 @@ class RigidBody_Variational : public RigidBody {
   void MendFirstStep(const Vec3d& impulse);
 
   bool mIsLulled = false;
-  Vec3d mLull{};  ///< while it sleeps: what the fluids pressed with when it fell asleep
+  Vec3d mLull{};    ///< while it sleeps: what the fluids pressed with when it fell asleep
+  Vec3d mBreeze{};  ///< and the forces of the scene, newtons
   /// It stood still until now. The first step of the world has to do without what a fluid round it
   /// presses; the projection behind it makes up for that.
   bool mIsNew = true;

@@ -85,6 +85,24 @@ TEST(BodyForces, TwoFluidsLetASleeperSleepUntilTheirPushChanges) {
   }
 }
 
+TEST(BodyForces, AGustWakesASleeperAndAWindLetsItSleep) {
+  for (const bool waits : {false, true}) {
+    ObstacleSettings settings;
+    settings.wakesOnContact = waits;
+    Cube cube(kAsleep, settings, waits);
+    const auto blow = [&](double force) {
+      cube.body.ApplyCentralForce({force, 0, 0});
+      cube.Step({});
+    };
+    for (int i = 0; i < 3; ++i) {
+      blow(1);
+      EXPECT_TRUE(cube.body.IsAsleep()) << "it blew when the body fell asleep";
+    }
+    blow(1.5);
+    EXPECT_EQ(cube.body.IsAsleep(), waits);
+  }
+}
+
 TEST(BodyForces, ASleeperWaitsForWhatItsSettingsTellUntilItWasAwake) {
   ObstacleSettings settings;
   settings.wakesOnContact = true;
