@@ -11,6 +11,7 @@
 #include "fluids/emission/alignment_vector.h"
 #include "fluids/emission/stream_seeds.h"
 #include "fluids/mesh/multi_mesh.h"
+#include "fluids/mesh/obstacle_rows.h"
 #include "fluids/mesh/sheet.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/state_archive.h"
@@ -272,12 +273,23 @@ void BulletWorld::WarnOfTwins(const std::vector<std::pair<Key, Mesh*>>& present)
   }
 }
 
+/// What gets a mass later has to know by then how keys have moved it.
+bool BulletWorld::MayNeedBodies(const Scene& scene) {
+  bool any = false;
+  if (const host::Document* document = scene.GetDocument())
+    document->ForEachNode([&](const host::BaseNode& node) {
+      const host::BaseNode* tag = node.Tag(host::kObstacleTag);
+      any = any || (tag && obstacle_row::MayGetMass(*tag));
+    });
+  return any;
+}
+
 void BulletWorld::FollowVolumes(Scene& scene) {
   const auto meshes = Meshes(scene);
   const bool isNeeded = std::any_of(meshes.begin(), meshes.end(), [](const auto& entry) {
     return entry.second->GetObstacle().IsHeavy();
   });
-  if (!isNeeded && mBodies.empty()) return;
+  if (!isNeeded && mBodies.empty() && (meshes.empty() || !MayNeedBodies(scene))) return;
   if (!mLibrary || meshes.size() > mLibrary->MostBodies()) Build(scene, meshes.size());
   DropBodies(scene, meshes);
   WarnOfTwins(meshes);

@@ -62,6 +62,7 @@ class BulletWorld : public ScenePart, public BodyHome {
                                             const Scene& scene);
   /// Before the first step: bodies whose volumes say so weigh by cells.
   void MeasureByCells(const Scene& scene);
+  static bool MayNeedBodies(const Scene& scene);
   void MoveKeyed(const Scene& scene);
   /// What a body holds is about to lose its hold.
   void DisturbNeighbours(const RigidBody& body);

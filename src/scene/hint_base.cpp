@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "fluids/mesh/obstacle_rows.h"
 #include "fluids/mesh/obstacle_settings.h"
 
 namespace MELDO_GLOBAL::app {
@@ -92,7 +93,7 @@ bool HintBase::HasBodies() const {
     if (!tag || !tag->Table() || any) return;
     MELDO_SULVA::ObstacleSettings settings;
     host::FillMembers(*tag->Table(), tag, settings);
-    any = settings.IsHeavy();
+    any = settings.IsHeavy() || MELDO_SULVA::obstacle_row::MayGetMass(*tag);
   });
   return any;
 }

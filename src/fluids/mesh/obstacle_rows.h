@@ -1,5 +1,6 @@
 // The rows of an obstacle tag that hints speak of.
 #pragma once
+#include "host/node.h"
 #include "host/types.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA::obstacle_row {
@@ -17,5 +18,11 @@ struct Limited {
 constexpr Limited kLinearDampingLimits{2025, kLinearDamping},
     kAngularDampingLimits{2026, kAngularDamping}, kFrictionLimits{2027, kFriction},
     kRollingFrictionLimits{2028, kRollingFriction}, kRestitutionLimits{2029, kRestitution};
+
+/// Keys of the tag may give it a mass, in whatever frame.
+inline bool MayGetMass(const host::BaseNode& tag) {
+  const auto& tracks = tag.Tracks();
+  return tracks.contains(kMass) || tracks.contains(kDensity) || tracks.contains(kMassMode);
+}
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA::obstacle_row
