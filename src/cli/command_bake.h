@@ -16,18 +16,19 @@ struct BakeOptions {
   std::vector<std::string> overrides;
 };
 
-/// What was written.
 struct Baked {
-  WrittenFile file;
+  std::string bytes;  ///< of a glTF file
   std::size_t bodies = 0, frames = 0;
+  /// Throws CommandError (kExitFile).
+  WrittenFile WriteTo(const std::filesystem::path& file) const;
 };
 
-/// Writes the motion of the bodies of a run that has ended. `scene` stands as its file has it, and
-/// at its first frame behind this. Throws CommandError: kExitFile where a file can't be read or
-/// written or the statistics don't begin with the scene's first frame, kExitUsage where there are
+/// The motion of the bodies of a run that has ended, whose files lie in `out`. `scene` stands as
+/// its file has it, and at its first frame behind this. Throws CommandError: kExitFile where the
+/// statistics can't be read or don't begin with the scene's first frame, kExitUsage where there are
 /// no bodies.
-Baked Bake(LoadedScene& scene, const BakeOptions& options);
-/// Does so and answers the exit code.
+Baked Bake(LoadedScene& scene, const std::filesystem::path& out);
+/// Writes it to a file that isn't another of the run's, and answers the exit code.
 int RunBake(const BakeOptions& options);
 
 }  // namespace MELDO_GLOBAL::app

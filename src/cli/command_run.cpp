@@ -298,9 +298,9 @@ class Run {
       Diagnostics told;
       std::optional<LoadedScene> fresh = LoadScene(mOptions.scene, told, mOptions.overrides);
       try {
-        if (!fresh) throw CommandError(kExitInvalidScene, "the scene file is another by now");
-        const BakeOptions options{mOptions.scene, mOut, mOut / spec.file, mOptions.overrides};
-        mWholeRun.push_back(Bake(*fresh, options).file);
+        if (!fresh || fresh->fingerprint != mScene.fingerprint)
+          throw CommandError(kExitInvalidScene, "the scene file is another by now");
+        mWholeRun.push_back(Bake(*fresh, mOut).WriteTo(mOut / spec.file));
       } catch (const CommandError& error) {
         // Frames that weren't asked for are missing, or there is no body.
         warnings.push_back(fmt::format("no {}: {}", spec.file, error.what()));

@@ -53,12 +53,13 @@ Vec3d CentreIn(const Matrix& placed, const Vec3d& centre, const Vec3d& worldToSi
   return {Dot(turn.v1, away), Dot(turn.v2, away), Dot(turn.v3, away)};
 }
 
-void AddBody(GlbWriter& file, const host::PolygonObject& object, const BodyPath& path,
+/// Returns whether there is anything of it to show.
+bool AddBody(GlbWriter& file, const host::PolygonObject& object, const BodyPath& path,
              const Vec3d& worldToSim, double first, double fps) {
   const Matrix placed = object.GlobalMatrix(), turn = RotationOf(placed);
   const Vec3d origin = placed.offset * worldToSim;
   const MeshTable table = OwnTable(object, turn, origin, worldToSim);
-  if (table.polygons.empty()) return;
+  if (table.polygons.empty()) return false;
   const Vec3d own = CentreIn(placed, path.centres.front(), worldToSim);
   std::vector<double> times, offsets, rotations;
   for (std::size_t i = 0; i < path.frames.size(); ++i) {
@@ -79,6 +80,7 @@ void AddBody(GlbWriter& file, const host::PolygonObject& object, const BodyPath&
   const std::size_t input = file.AddNumbers(times, 1);
   file.Animate(node, "translation", input, file.AddNumbers(offsets, 3));
   file.Animate(node, "rotation", input, file.AddNumbers(rotations, 4));
+  return true;
 }
 
 }  // namespace
@@ -144,17 +146,18 @@ void BeginWithKeys(host::Document& document, i32 first, const Vec3d& worldToSim,
   document.SetFrame(first);
 }
 
-std::string EncodeBodies(const host::Document& document, const std::vector<BodyPath>& paths,
-                         const Vec3d& worldToSim) {
+EncodedBodies EncodeBodies(const host::Document& document, const std::vector<BodyPath>& paths,
+                           const Vec3d& worldToSim) {
   GlbWriter file;
+  std::size_t shown = 0;
   double first = paths.empty() ? 0 : paths.front().frames.front();
   for (const BodyPath& path : paths) first = std::min<double>(first, path.frames.front());
   for (const BodyPath& path : paths)
     if (const auto* object =
             dynamic_cast<const host::PolygonObject*>(document.FindByName(path.name)))
-      AddBody(file, *object, path, worldToSim, first, document.fps);
+      shown += AddBody(file, *object, path, worldToSim, first, document.fps);
   file.SetExtras({{"host_units", 1 / worldToSim.x}, {"first_frame", first}});
-  return file.Encode();
+  return {file.Encode(), shown};
 }
 
 }  // namespace MELDO_GLOBAL::app

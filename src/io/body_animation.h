@@ -35,10 +35,16 @@ BodyPaths ReadBodyPaths(const std::filesystem::path& statistics);
 void BeginWithKeys(host::Document& document, i32 first, const Vec3d& worldToSim,
                    std::vector<BodyPath>& paths);
 
-/// A binary glTF file of the bodies' objects with an animation that takes them along their paths,
-/// in metres; `host_units` in its extras is how many units of the document one of them is. The
-/// document stands where the bodies began. Bodies without an object of polygons are left out.
-std::string EncodeBodies(const host::Document& document, const std::vector<BodyPath>& paths,
-                         const Vec3d& worldToSim);
+/// A binary glTF file.
+struct EncodedBodies {
+  std::string bytes;
+  std::size_t bodies = 0;
+};
+
+/// The bodies' objects with an animation that takes them along their paths, in metres; `host_units`
+/// in its extras is how many units of the document one of them is. The document stands where the
+/// bodies began. Bodies without an object of polygons are left out.
+EncodedBodies EncodeBodies(const host::Document& document, const std::vector<BodyPath>& paths,
+                           const Vec3d& worldToSim);
 
 }  // namespace MELDO_GLOBAL::app

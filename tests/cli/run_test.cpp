@@ -341,6 +341,17 @@ TEST_F(RunCommand, WaysOfBodiesAreExportedAtTheEnd) {
   EXPECT_TRUE(exported == ReadAll(mFolder / "baked.glb"));
   EXPECT_EQ(Sulva("verify whole").code, 0);
   std::ofstream(mFolder / "whole/bodies.glb", std::ios::app) << "x";
+  EXPECT_EQ(Sulva("bake " + scene + " --out whole").code, 0) << "which mends it";
+  EXPECT_EQ(Sulva("verify whole").code, 0);
+  std::string other = ReadAll(SourcePath("/scenes/dominoes.json"));
+  other.replace(other.find("\"fps\": 25"), 9, "\"fps\": 50");
+  Scene("other.json", other);
+  const Result foreign = Sulva("bake other.json --out whole");
+  EXPECT_EQ(foreign.code, 2);
+  EXPECT_NE(foreign.err.find("warning: it isn't the scene of the run"), std::string::npos);
+  EXPECT_NE(foreign.err.find("name another one with --file"), std::string::npos) << foreign.err;
+  EXPECT_TRUE(exported == ReadAll(mFolder / "whole/bodies.glb"));
+  std::ofstream(mFolder / "whole/bodies.glb", std::ios::app) << "x";
   const Result damaged = Sulva("verify whole");
   EXPECT_EQ(damaged.code, 5);
   EXPECT_NE(damaged.out.find("bodies.glb: of the whole run: "), std::string::npos) << damaged.out;

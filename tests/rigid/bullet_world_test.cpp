@@ -105,8 +105,10 @@ TEST(BulletWorld, ABakedMotionIsPlayedAgain) {
     placed.push_back(scene.loaded->document->FindByName("box")->GlobalMatrix());
   }
   FloorScene still(box + R"({"mass": 2}})", R"("box")");
-  std::ofstream(folder / "bodies.glb", std::ios::binary) << EncodeBodies(
-      *still.loaded->document, {path}, scene.simulation->Scenes().front()->mDomain.worldToSim);
+  std::ofstream(folder / "bodies.glb", std::ios::binary)
+      << EncodeBodies(*still.loaded->document, {path},
+                      scene.simulation->Scenes().front()->mDomain.worldToSim)
+             .bytes;
   FloorScene played(box + R"({}, "placements": ")" + (folder / "bodies.glb").string() + "\"}",
                     R"("box")");
   host::BaseNode* object = played.loaded->document->FindByName("box");
