@@ -67,23 +67,42 @@ std::optional<Seepage::Rim> Seepage::FindRim(VecInt3D at, i32 axis, i32 side) co
   for (double away = 1;; ++away) {
     at[axis] += side;
     if (!IsInner(at, mLayout.dims)) return {};
-    if (!IsClosed(mFields, at)) {
-      const bool isWet = !mFields.surface || (*mFields.surface)(at.x, at.y, at.z) < 0;
-      return Rim{mFields.openCell->Index(at.x, at.y, at.z), away, isWet};
-    }
+    if (!IsClosed(mFields, at)) return RimAt(at, away);
     if (!IsCovered(at)) return {};
   }
+}
+
+Seepage::Rim Seepage::RimAt(const VecInt3D& cell, double away) const {
+  const bool isWet = !mFields.surface || (*mFields.surface)(cell.x, cell.y, cell.z) < 0;
+  return {mFields.openCell->Index(cell.x, cell.y, cell.z), away, isWet};
+}
+
+std::vector<Seepage::Share> Seepage::SharesInCorner(const VecInt3D& at,
+                                                    const VecInt3D& ways) const {
+  if (!IsInner(at + ways, mLayout.dims) || IsClosed(mFields, at + ways)) return {};
+  std::vector<Share> shares;
+  const Rim beyond = RimAt(at + ways, 0);
+  for (i32 along = 0; along < 3; ++along) {
+    if (ways[along] == 0) continue;
+    const Rim rim = RimAt(Beside(at, along, ways[along]), 0);
+    shares.push_back({rim.cell, 1, rim.isWet});
+  }
+  shares.push_back({beyond.cell, -1, beyond.isWet});
+  return shares;
 }
 
 std::vector<Seepage::Share> Seepage::SharesOf(const VecInt3D& at, i32 axis) const {
   std::vector<Share> shares;
   double all = 0;
   bool isBetween = false;
+  VecInt3D ways{};
+  i32 ends = 0;
   for (i32 along = 0; along < 3; ++along) {
     if (along == axis) continue;
     const std::optional<Rim> low = FindRim(at, along, -1), high = FindRim(at, along, 1);
     // One side alone tells nothing of a slope of the pressure.
     const bool isPair = low && high;
+    if (low || high) ++ends, ways[along] = static_cast<i32>(high ? high->away : -low->away);
     if (isBetween && !isPair) continue;
     if (isPair && !isBetween) {
       shares.clear();
@@ -101,6 +120,8 @@ std::vector<Seepage::Share> Seepage::SharesOf(const VecInt3D& at, i32 axis) cons
       shares.push_back({high->cell, weight * (low ? toLow / (toLow + toHigh) : 1), high->isWet});
     if (low || high) all += weight;
   }
+  if (!isBetween && ends == 2)
+    if (auto corner = SharesInCorner(at, ways); !corner.empty()) return corner;
   for (Share& share : shares) share.part /= all;
   return shares;
 }

@@ -18,9 +18,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 ///
 /// So the faces of a body in cells without any open face count with the open cells of the same
 /// layer round it: each with the two that lie across from each other along one axis of the layer,
-/// and the two along the other, the nearer the more; with one alone where there are no two. A
-/// pressure that rises evenly along the layer is what it is in between. Bodies that touch get
-/// opposite shares of one film.
+/// and the two along the other, the nearer the more. In a corner, with one along each axis, it
+/// counts with the sum of both less the open cell that lies beyond the two. A pressure that rises
+/// evenly along the layer is what it is in between. Where there is one alone it counts for all.
+/// Bodies that touch get opposite shares of one film.
 class Seepage {
  public:
   /// `fields` and the volumes of `bodies` have to last.
@@ -44,6 +45,9 @@ class Seepage {
     bool isWet;
   };
   std::optional<Rim> FindRim(VecInt3D at, i32 axis, i32 side) const;
+  Rim RimAt(const VecInt3D& cell, double away) const;
+  /// The shares of a place in a corner whose ways out are `ways`; none where no cell lies beyond.
+  std::vector<Share> SharesInCorner(const VecInt3D& at, const VecInt3D& ways) const;
   /// Of a face across `axis`; the parts add up to 1, without any where there is no way in.
   std::vector<Share> SharesOf(const VecInt3D& at, i32 axis) const;
   bool IsCovered(const VecInt3D& cell) const;
