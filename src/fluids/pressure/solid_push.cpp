@@ -42,6 +42,7 @@ SolidPush::SolidPush(const ProjectionFields& fields, std::span<const MovingBody>
   for (const MovingBody& body : bodies) {
     const CellBox reach = CellsInReach(mLayout, *body.volume);
     mBodies.push_back({{body.volume, reach}, body});
+    mParts.emplace_back();
     if (reach.IsEmpty()) continue;
     mReach =
         mReach.IsEmpty() ? reach : CellBox{Min(mReach.min, reach.min), Max(mReach.max, reach.max)};
@@ -142,12 +143,24 @@ Vec3d SolidPush::PositionOf(const VecInt3D& cell, i32 kind) const {
   return mLayout.simOrigin + (ToReal(cell) + OffsetOf(kind)) * mLayout.simCell;
 }
 
+SolidPush::Parts SolidPush::PartsOf(const Body& body, const Faces& faces) const {
+  Parts parts;
+  for (i32 axis = 0; axis < 3; ++axis) {
+    for (i32 side = 0; side < 2; ++side)
+      if (const Face& face = faces[axis][side]; face.solid > 0)
+        parts.face[axis][side] = ShareOf(body, axis, face);
+    parts.through[axis] = PartThrough(body, axis, faces[axis], parts.face[axis]);
+  }
+  return parts;
+}
+
 /// Returns what leads through the surface of the resting solids in the cell, which none of its
 /// faces shows: of a steady flow as much as enters through the open parts of the faces leaves
 /// there.
-double SolidPush::AddBody(const Body& body, const VecInt3D& cell, Faces& faces) const {
+double SolidPush::AddBody(const Body& body, const Parts& parts, const VecInt3D& cell,
+                          Faces& faces) const {
   const MovingBody& motion = body.motion;
-  const bool deforms = motion.perStep > 0;
+  const bool deforms = motion.perStep != 0;
   const Vec3d centre = PositionOf(cell, kCentre);
   const auto rigid = [&](const Vec3d& p) {
     return motion.linear + Cross(motion.angular, p - motion.centre);
@@ -156,10 +169,9 @@ double SolidPush::AddBody(const Body& body, const VecInt3D& cell, Faces& faces) 
   bool isKnown = false;
   double through = 0;
   for (i32 axis = 0; axis < 3; ++axis) {
-    double parts[2] = {};
     for (i32 side = 0; side < 2; ++side) {
       Face& face = faces[axis][side];
-      const double part = parts[side] = face.solid > 0 ? ShareOf(body, axis, face) : 0;
+      const double part = parts.face[axis][side];
       if (part == 0) continue;
       if (!std::exchange(isKnown, true))
         middle = deforms ? body.volume->SurfaceVelocityAt(centre) * motion.perStep : rigid(centre);
@@ -169,13 +181,14 @@ double SolidPush::AddBody(const Body& body, const VecInt3D& cell, Faces& faces) 
       face.fastest = std::max(face.fastest, Length(here));
     }
     const auto& [low, high] = faces[axis];
-    if (const double part = PartThrough(body, axis, faces[axis], parts); part != 0)
+    if (const double part = parts.through[axis]; part != 0)
       through += (high.open - low.open) * middle[axis] * part;
   }
   return through;
 }
 
-BodyRow SolidPush::RowOf(const Body& body, const VecInt3D& cell, const Faces& faces) const {
+BodyRow SolidPush::RowOf(const Body& body, const Parts& parts, const VecInt3D& cell,
+                         const Faces& faces) const {
   BodyRow row{.cell = (mLayout.dims.y * cell.z + cell.y) * mLayout.dims.x + cell.x};
   const auto add = [&](i32 axis, double area, const Vec3d& at) {
     Vec3d along{};
@@ -184,15 +197,14 @@ BodyRow SolidPush::RowOf(const Body& body, const VecInt3D& cell, const Faces& fa
     row.moment += Cross(at - body.motion.centre, along);
   };
   for (i32 axis = 0; axis < 3; ++axis) {
-    double parts[2] = {};
     for (i32 side = 0; side < 2; ++side) {
       const Face& face = faces[axis][side];
-      const double part = parts[side] = face.solid > 0 ? ShareOf(body, axis, face) : 0;
+      const double part = parts.face[axis][side];
       if (part == 0) continue;
       add(axis, (side == 0 ? part : -part) * face.Factor(), PositionOf(face.at, axis));
     }
     const auto& [low, high] = faces[axis];
-    if (const double part = PartThrough(body, axis, faces[axis], parts); part != 0)
+    if (const double part = parts.through[axis]; part != 0)
       add(axis, (high.open - low.open) * part, PositionOf(cell, kCentre));
   }
   return row;
@@ -210,8 +222,11 @@ double SolidPush::Balance(i32 x, i32 y, i32 z, BodyRows* coupling) const {
       if (face.solid > 0) AddResting(axis, face);
     }
   double sum = 0, open = kLeastOpening, fastest = 0;
-  for (const Body& body : mBodies)
-    if (Touches(body.reach, cell)) sum += AddBody(body, cell, faces);
+  for (std::size_t b = 0; b < mBodies.size(); ++b) {
+    if (!Touches(mBodies[b].reach, cell)) continue;
+    mParts[b] = PartsOf(mBodies[b], faces);
+    sum += AddBody(mBodies[b], mParts[b], cell, faces);
+  }
   for (const auto& [low, high] : faces) {
     sum += low.Flow() - high.Flow();
     open += 2 - low.solid - high.solid;
@@ -220,10 +235,11 @@ double SolidPush::Balance(i32 x, i32 y, i32 z, BodyRows* coupling) const {
   bool isCoupled = false;
   if (coupling) {
     coupling->clear();
-    for (const Body& body : mBodies) {
+    for (std::size_t b = 0; b < mBodies.size(); ++b) {
+      const Body& body = mBodies[b];
       if (body.motion.coupled < 0 || !Touches(body.reach, cell)) continue;
       isCoupled = true;
-      const BodyRow row = RowOf(body, cell, faces);
+      const BodyRow row = RowOf(body, mParts[b], cell, faces);
       if (row.area != Vec3d{} || row.moment != Vec3d{})
         coupling->emplace_back(body.motion.coupled, row);
     }

@@ -22,7 +22,7 @@ struct MovingBody {
   Vec3d centre{};
   Vec3d linear{};   ///< simulation units per second
   Vec3d angular{};  ///< radians per second
-  /// Where above 0, the solid deforms: what its surface goes in a step, times this, is its velocity
+  /// Where it isn't 0, the solid deforms: its surface's way in a step, times this, is its velocity
   /// there, and the three above don't count.
   double perStep = 0;
   BodyState* state = nullptr;  ///< of a body that the pressure moves
@@ -42,6 +42,7 @@ struct MovingBody {
 /// body pushes no more than the gap lets out at its own speed. Of a body that deforms a cell takes
 /// the velocity of the surface nearest to its centre for all of its faces: inside of the body it
 /// would swell where it stretches, and sides that the stretching merely slides along would push.
+/// One is for one thread.
 class SolidPush {
  public:
   /// `fields` and the volumes of `bodies` and `resting`, obstacles that don't move, have to last.
@@ -78,10 +79,17 @@ class SolidPush {
     double Flow() const { return flow * Factor(); }
   };
   using Faces = Face[3][2];  ///< by axis, low and high
+  /// What a body closes of the faces of a cell, and of the resting surface between two of them.
+  struct Parts {
+    double face[3][2] = {};
+    double through[3] = {};
+  };
   Vec3d PositionOf(const VecInt3D& cell, i32 kind) const;
   void AddResting(i32 axis, Face& face) const;
-  double AddBody(const Body& body, const VecInt3D& cell, Faces& faces) const;
-  BodyRow RowOf(const Body& body, const VecInt3D& cell, const Faces& faces) const;
+  Parts PartsOf(const Body& body, const Faces& faces) const;
+  double AddBody(const Body& body, const Parts& parts, const VecInt3D& cell, Faces& faces) const;
+  BodyRow RowOf(const Body& body, const Parts& parts, const VecInt3D& cell,
+                const Faces& faces) const;
   double ThinPart(const VolumeBase& volume, i32 axis, const VecInt3D& face) const;
   void Cut(const VolumeBase& volume, i32 axis, const VecInt3D& face, double (&corner)[4]) const;
   double ShareOf(const Body& body, i32 axis, const Face& face) const;
@@ -94,6 +102,7 @@ class SolidPush {
   std::vector<Body> mBodies;
   std::vector<Solid> mResting;  ///< of those that the bodies may meet
   CellBox mReach;
+  mutable std::vector<Parts> mParts;  ///< of each body, in the cell at hand
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
