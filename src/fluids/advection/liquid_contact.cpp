@@ -42,7 +42,7 @@ void LiquidContact::Apply(const ParticleSort& sort, const Flow& flow) {
   if (solid.IsEmpty() || flow.mBoundary.GetLevelSet()->Dims() != cells + VecInt3D{1, 1, 1}) return;
   const EGrid<double>& level = *flow.mBoundary.GetLevelSet();
   const double h = level.mLayout.cellSize, dt = flow.StepDuration();
-  const bool moves = dt > 0 && flow.ObstacleTravel() > 0;
+  const bool moves = dt > 0 && flow.mBoundary.DrivesFlow();
   std::vector<ParticleStore*> stores;
   std::vector<std::array<Vec3d*, 3>> slopes;
   for (ParticleGroup* group : sort.Groups()) {
@@ -60,7 +60,7 @@ void LiquidContact::Apply(const ParticleSort& sort, const Flow& flow) {
       store.Flags()[entry.row] &= static_cast<u16>(~PF_ALIVE);
       return;
     }
-    const Vec3d surface = moves ? flow.mBoundary.GetSolidVelocity(entry.position) / dt : Vec3d{};
+    const Vec3d surface = moves ? flow.mBoundary.GetFlowVelocity(entry.position) / dt : Vec3d{};
     Vec3d& v = store.Velocities()[entry.row];
     const Vec3d left = FreePart(solid, entry.position, at, v - surface);
     if (left == v - surface) return;

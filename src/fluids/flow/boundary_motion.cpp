@@ -41,7 +41,8 @@ double GridBoundary::TravelOf(const VolumeBase& obstacle) {
   return mesh->GetTravel();
 }
 
-Vec3d GridBoundary::GetSolidVelocity(const Vec3d& world) const {
+/// The obstacle that is nearest to `world`, of those whose grids hold it; null where it rests.
+const VolumeBase* GridBoundary::MoverAt(const Vec3d& world) const {
   const VolumeBase* nearest = nullptr;
   double least = std::numeric_limits<double>::max();
   // A wall that is as near rests.
@@ -55,9 +56,31 @@ Vec3d GridBoundary::GetSolidVelocity(const Vec3d& world) const {
     least = distance;
     nearest = obstacle;
   }
-  return nearest && nearest->GetMesh() && !nearest->GetMesh()->IsStatic()
-             ? nearest->SurfaceVelocityAt(world)
-             : Vec3d{};
+  return nearest && nearest->GetMesh() && !nearest->GetMesh()->IsStatic() ? nearest : nullptr;
+}
+
+Vec3d GridBoundary::GetSolidVelocity(const Vec3d& world) const {
+  const VolumeBase* obstacle = MoverAt(world);
+  return obstacle ? obstacle->SurfaceVelocityAt(world) : Vec3d{};
+}
+
+Vec3d GridBoundary::GetFlowVelocity(const Vec3d& world) const {
+  const VolumeBase* obstacle = MoverAt(world);
+  if (!obstacle) return {};
+  const Mesh& mesh = *obstacle->GetMesh();
+  // What a shape does beside moving as a whole is no turn.
+  if (mesh.IsDeforming())
+    return obstacle->SurfaceVelocityAt(world) * mesh.GetObstacle().linearTransfer;
+  Vec3d linear, angular, turn;
+  mesh.GetVelocityParts(world, linear, angular, turn);
+  return linear + turn;
+}
+
+bool GridBoundary::DrivesFlow() const {
+  return std::any_of(mObstacles.begin(), mObstacles.end(), [](const VolumeBase* obstacle) {
+    return TravelOf(*obstacle) > 0 || (obstacle->Has(FLAG_ENABLED) && obstacle->HasGridData() &&
+                                       obstacle->GetMesh() && obstacle->GetMesh()->IsDynamic());
+  });
 }
 
 double GridBoundary::ObstacleTravel() const {

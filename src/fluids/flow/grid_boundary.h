@@ -65,6 +65,12 @@ class GridBoundary {
   /// Motion per step of the surface nearest to `world`, of those whose grids hold it; 0 where that
   /// obstacle rests.
   Vec3d GetSolidVelocity(const Vec3d& world) const;
+  /// The same for the flow beside it, times the transfer factors of the obstacle: a rigid body
+  /// that forces move already has the velocity with which it goes on, behind a projection with what
+  /// the fluid has changed of it.
+  Vec3d GetFlowVelocity(const Vec3d& world) const;
+  /// `GetFlowVelocity` isn't 0 everywhere.
+  bool DrivesFlow() const;
   /// The longest way that a point of an obstacle goes in this step, simulation units.
   static double TravelOf(const VolumeBase& obstacle);
   double ObstacleTravel() const;
@@ -91,6 +97,7 @@ class GridBoundary {
   std::unique_ptr<EGrid<double>> mLevelSet;
 
  private:
+  const VolumeBase* MoverAt(const Vec3d& world) const;
   void BuildLayer(i32 z);
   double WallDistance(const VecInt3D& node) const;
 };

@@ -11,7 +11,7 @@ void VelocityConstrain::Run(Flow& flow) {
   const GridLayout* layout = flow.GetLayout();
   if (!layout) return;
   mFaces.resize(std::max(layout->dims.z, 0));
-  mMoves = flow.StepDuration() > 0 && flow.ObstacleTravel() > 0;
+  mMoves = flow.StepDuration() > 0 && flow.mBoundary.DrivesFlow();
   // All new velocities come from the old ones.
   ForEachBlock(layout->dims.z, flow.Threads(), [&](i32 z) {
     mFaces[z].clear();
@@ -41,7 +41,7 @@ double VelocityConstrain::SolidFace(const Flow& flow, i32 axis, i32 x, i32 y, i3
   const EGrid<double>& own = *flow.mVelocity.GetGrid(axis);
   const Vec3d p = own.PositionOf(x, y, z);
   const bool moves = mMoves && (mSettings.useBodyVelocities || mSettings.followObstacles);
-  const Vec3d surface = moves ? flow.mBoundary.GetSolidVelocity(p) / flow.StepDuration() : Vec3d{};
+  const Vec3d surface = moves ? flow.mBoundary.GetFlowVelocity(p) / flow.StepDuration() : Vec3d{};
   // Distances tell nothing of the way along a thin wall: it holds the gas on its two sides alike.
   if (flow.mThinFaces.HasAny() && flow.mThinFaces.ClosesFace(axis, x, y, z)) return surface[axis];
   const Vec3d solid = mSettings.useBodyVelocities ? surface : Vec3d{};

@@ -89,7 +89,7 @@ void Grid_Incompressibility::GatherSolids(std::vector<MovingBody>& moving,
     const Mesh* mesh = volume->GetMesh();
     MovingBody body{.volume = volume};
     if (mesh && mesh->IsDeforming()) {
-      body.perStep = 1 / mFields.dt;
+      body.perStep = mesh->GetObstacle().linearTransfer / mFields.dt;
     } else if (mesh && !mesh->IsStatic()) {
       mesh->GetCentre(body.centre);
       mesh->GetVelocities(body.linear, body.angular);

@@ -88,6 +88,25 @@ TEST(SurfaceVelocity, OfABlockBesideAMovingOneIsNone) {
   EXPECT_EQ(rig.GetMesh().GetTravel(), 0.0);
 }
 
+TEST(SurfaceVelocity, WhatDeformsShowsTheFlowAsMuchAsItsTagTells) {
+  constexpr i32 kTransferRow = 2004;
+  MeshRig rig(TwoBlocks(0), kCellOfSurface);
+  rig.AddVolume();
+  AddObstacleTag(*rig.volumeNode);
+  rig.volumeNode->Tag(host::kObstacleTag)->Set(kTransferRow, 0.25);
+  for (i32 frame = 0; frame < 5; ++frame) {
+    rig.object->SetGeometry(TwoBlocks(0.02 * frame));
+    rig.Frame(frame);
+  }
+  ASSERT_TRUE(rig.GetVolume().ResolveLinks());
+  GridBoundary boundary;
+  boundary.mObstacles = {&rig.GetVolume()};
+  const Vec3d place{0.52, 0.1, 0};
+  EXPECT_VEC(boundary.GetSolidVelocity(place), (Vec3d{0.02, 0, 0}), 1e-9);
+  EXPECT_VEC(boundary.GetFlowVelocity(place), (Vec3d{0.005, 0, 0}), 1e-9);
+  EXPECT_TRUE(boundary.DrivesFlow());
+}
+
 TEST(SurfaceVelocity, OfObstaclesIsThatOfTheNearest) {
   MeshRig rest(host::MakeBox({.size = {50, 50, 50}}), kCellOfSurface),
       mover(rest.object->GetGeometry(), kCellOfSurface);
