@@ -78,8 +78,13 @@ Vec3d GridBoundary::GetFlowVelocity(const Vec3d& world) const {
 
 bool GridBoundary::DrivesFlow() const {
   return std::any_of(mObstacles.begin(), mObstacles.end(), [](const VolumeBase* obstacle) {
-    return TravelOf(*obstacle) > 0 || (obstacle->Has(FLAG_ENABLED) && obstacle->HasGridData() &&
-                                       obstacle->GetMesh() && obstacle->GetMesh()->IsDynamic());
+    if (TravelOf(*obstacle) > 0) return true;
+    const Mesh* mesh = obstacle->GetMesh();
+    if (!obstacle->Has(FLAG_ENABLED) || !obstacle->HasGridData() || !mesh || !mesh->IsDynamic())
+      return false;
+    Vec3d linear, angular;  // it may only be about to move
+    mesh->GetVelocities(linear, angular);
+    return linear != Vec3d{} || angular != Vec3d{};
   });
 }
 
