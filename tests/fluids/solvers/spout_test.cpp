@@ -175,10 +175,9 @@ class SealedSpout : public Spout {
   explicit SealedSpout(const Vec3d& velocity) : Spout({4, 3, 4}, velocity, 0.5) {
     liquid->Set(WaterSolver::kBoxSizeRow, Vec3d{8, 8, 8} * (100 * kCellWidth));
     for (const i32 wall : WaterSolver::kWallRows) liquid->Set(wall, i32{1});
-    Set(WaterSolver::kEvenRow);
+    liquid->Set(WaterSolver::kEvenRow, true);
     AddGravity();
   }
-  void Set(i32 row) { liquid->Set(row, i32{1}); }
   std::vector<std::string> TakeWarnings() const {
     return dynamic_cast<iBase*>(scene->FindObject(emitter, kListAll))->TakeWarnings();
   }
@@ -187,18 +186,19 @@ class SealedSpout : public Spout {
 // What has no room is not made, of which one warning tells; once the room has an opening water
 // comes again.
 TEST(SealedSpout, WaitsWhileItsRoomIsFull) {
-  SealedSpout spout({0, -3, 0});
-  constexpr i32 kFull = 30, kOpened = 60, kLast = 70;
-  const double filled = spout.Made(kFull) / SealedSpout::kRoom;
-  EXPECT_GT(filled, 0.97);
-  EXPECT_LT(spout.Made(kOpened) / SealedSpout::kRoom, 1.05);
+  constexpr double kSpeed = 1;
+  SealedSpout spout({0, -kSpeed, 0});
+  constexpr i32 kFull = 45, kOpened = 70, kFlows = 75, kLast = 85;
+  EXPECT_GT(spout.Made(kFull) / SealedSpout::kRoom, 0.97);
+  const double full = spout.Made(kOpened);
+  EXPECT_LT(full / SealedSpout::kRoom, 1.05);
   const auto told = spout.TakeWarnings();
   ASSERT_EQ(told.size(), 1u);
   EXPECT_NE(told[0].find("sealed room"), std::string::npos) << told[0];
   spout.liquid->Set(WaterSolver::kWallRows[0], i32{0});
-  const double again = (spout.Made(kLast) - spout.Made(kOpened)) / SealedSpout::kRoom;
-  const double due = 16 * kCellWidth * kCellWidth * 3 * (kLast - kOpened) * kFrameTime;
-  EXPECT_GT(again * SealedSpout::kRoom, 0.8 * due);
+  const double before = spout.Made(kFlows), made = spout.Made(kLast) - before;
+  const double due = 16 * kCellWidth * kCellWidth * kSpeed * (kLast - kFlows) * kFrameTime;
+  EXPECT_NEAR(made / due, 1, 0.1);
   EXPECT_TRUE(spout.TakeWarnings().empty());
 }
 
@@ -206,10 +206,9 @@ TEST(SealedSpout, WaitsWhileItsRoomIsFull) {
 // without end.
 TEST(SealedSpout, TopsNothingUpInAFullRoom) {
   SealedSpout spout({});
-  spout.Made(60);
-  const double then = spout.Made(90);
-  EXPECT_GT(then / SealedSpout::kRoom, 0.97);
-  EXPECT_LT(spout.Made(120) / SealedSpout::kRoom, 1.03);
+  const double full = spout.Made(170), later = spout.Made(230);
+  EXPECT_GT(full / SealedSpout::kRoom, 0.95);
+  EXPECT_LT(later / full, 1.01);
   EXPECT_TRUE(spout.TakeWarnings().empty());
 }
 
