@@ -96,14 +96,15 @@ void SkipMetadata(exchange::ByteSource& bytes) {
 
 /// The library takes memory by the lengths of texts that it has read: none is longer than the file.
 void ExpectLengths(exchange::ByteSource& bytes) {
-  // Magic number, versions of the format and of the library, whether offsets stand there,
-  // identifier.
-  constexpr u64 kVersions = 8 + 3 * sizeof(u32), kIdentifier = 36;
-  bytes.Skip(kVersions);
+  // Magic number, versions of the format and of the library, whether offsets stand there, identifier.
+  constexpr u64 kMagic = 8, kLibrary = 2 * sizeof(u32), kIdentifier = 36;
+  bytes.Skip(kMagic);
+  const u32 version = bytes.Number<u32>();
+  bytes.Skip(kLibrary);
   const bool hasOffsets = bytes.Number<u8>() != 0;
   bytes.Skip(kIdentifier);
   SkipMetadata(bytes);
-  if (!hasOffsets) return;
+  if (!hasOffsets || version < openvdb::OPENVDB_FILE_VERSION_NODE_MASK_COMPRESSION) return;
   for (i32 left = bytes.Number<i32>(); left > 0; --left) {
     // Name, type and the grid that it shares its tree with.
     for (int text = 0; text < 3; ++text) SkipText(bytes);
