@@ -96,7 +96,8 @@ void SkipMetadata(exchange::ByteSource& bytes) {
 
 /// The library takes memory by the lengths of texts that it has read: none is longer than the file.
 void ExpectLengths(exchange::ByteSource& bytes) {
-  // Magic number, versions of the format and of the library, whether offsets stand there, identifier.
+  // Magic number, versions of the format and of the library, whether offsets stand there,
+  // identifier.
   constexpr u64 kMagic = 8, kLibrary = 2 * sizeof(u32), kIdentifier = 36;
   bytes.Skip(kMagic);
   const u32 version = bytes.Number<u32>();
