@@ -48,7 +48,8 @@ const ParameterTable& ObjectParticleGridEmitter::Parameters() {
       {.settings = 1003, .properties = 1004},
       {LinkRow(kVolumeRow, "volume",
                "the shape that is filled and kept full; a liquid that gets a velocity comes "
-               "through it at that speed instead, and nothing tops it up")
+               "through it at that speed instead, at speed 0 not at all, and nothing tops it up; "
+               "a window of time opens and closes it, whatever the window's curve")
            .AcceptsAny({kListGeometry, kCategoryVolume})
            .To(&ObjectParticleGridEmitter::mVolume)
            .Required(),
@@ -172,26 +173,32 @@ double ObjectParticleGridEmitter::CountWanted() const {
 void ObjectParticleGridEmitter::Reset() {
   ParticleEmitter::Reset();
   mIsFlowing = false;
+  mHeld = {};
 }
 
 void ObjectParticleGridEmitter::Persist(StateArchive& archive) {
   ParticleEmitter::Persist(archive);
-  archive(mIsFlowing, mLastTime, mShift);
+  archive(mIsFlowing, mLastTime, mShift, mHeld);
 }
 
 void ObjectParticleGridEmitter::BeginInflow(bool wasFlowing) {
-  mIsFlowing = mKind == kLiquid && !mFed.empty() && mTemplate.velocity != Vec3d{};
+  // One whose speed is 0 for now is a tap that is closed, not a volume that is kept full.
+  const bool hasVelocity = std::any_of(mProperties.begin(), mProperties.end(), [](iProperty* own) {
+    return own->Has(FLAG_ENABLED) && own->PropertyId() == property_id::kVelocity;
+  });
+  mIsFlowing = mKind == kLiquid && !mFed.empty() && hasVelocity;
   mAdmits = mIsFlowing && wasFlowing;
-  mHasStopped = mAdmits && IsBlocked();
+  mHasStopped = mAdmits && mTemplate.velocity != Vec3d{} && IsBlocked();
   if (!mAdmits) mShift = {};
-  mAdvance = mAdmits && !mHasStopped ? mTemplate.velocity * (mTime->elapsed - mLastTime) : Vec3d{};
+  mAdvance = mAdmits && !mHasStopped ? mHeld * (mTime->elapsed - mLastTime) : Vec3d{};
   mShift += mAdvance;
+  mHeld = mIsFlowing && !mHasStopped ? mTemplate.velocity : Vec3d{};
   mLastTime = mTime->elapsed;
 }
 
 bool ObjectParticleGridEmitter::Feeds(const iFluidSolver& liquid) const {
-  return mIsFlowing && Has(FLAG_ENABLED) && mLastTime == mTime->elapsed && mVolume &&
-         MayFill(liquid) && IsMadeOfOurs(liquid);
+  return mIsFlowing && Has(FLAG_ENABLED) && mLastTime == mTime->elapsed &&
+         mTemplate.velocity != Vec3d{} && mVolume && MayFill(liquid) && IsMadeOfOurs(liquid);
 }
 
 bool ObjectParticleGridEmitter::MayFill(const iFluidSolver& solver) const {
@@ -298,7 +305,7 @@ void ObjectParticleGridEmitter::Prepare() {
 
 void ObjectParticleGridEmitter::Finish() {
   // Before the liquid has held it the water would begin with the velocity of the air there.
-  if (Has(FLAG_ACTIVE) && mIsFlowing && !mHasStopped && mAdvance == Vec3d{})
+  if (Has(FLAG_ACTIVE) && mHeld != Vec3d{} && mAdvance == Vec3d{})
     for (Flow* flow : mFed)
       if (const GridLayout* layout = flow->GetLayout())
         Inflows::Begin(*flow, CellsIn(*layout), mTemplate.velocity, mTime->stepDuration);

@@ -36,7 +36,7 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
 
-  /// After its run in a step: water comes through its volume into this liquid.
+  /// After its run in a step: water comes through its volume into this liquid, at a speed above 0.
   bool Feeds(const iFluidSolver& liquid) const;
   /// The velocity of that water, simulation units a second.
   const Vec3d& InflowVelocity() const { return mTemplate.velocity; }
@@ -105,6 +105,7 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   bool mIsFlowing = false;  ///< the volume has been filled and given water since
   double mLastTime = 0;     ///< of the last step that made particles
   Vec3d mShift{};           ///< the way of the lattice since the volume was filled
+  Vec3d mHeld{};            ///< the velocity that it has since the last step
 
   // Of one step.
   bool mAdmits = false;                ///< it makes what has come in, not what is missing

@@ -61,7 +61,9 @@ class ObjectParticleGridEmitter::Filler {
     const i32 pieces = std::max(static_cast<i32>(std::ceil(way / finest.step)), 1);
     const double reach = Length(mHalf) + std::max(mOuter.step, mInner.step) + way / pieces;
     if (phi - reach - Length(own) >= mLimits.high) return;
-    if (!mLimits.hasLow && phi + reach + Length(own) < mLimits.high) return;
+    const bool isDeep = !mLimits.hasLow && phi + reach + Length(own) < mLimits.high;
+    if (isDeep && IsClear(way)) return;
+    mWay = mEmitter.mAdvance / pieces;
     for (i32 piece = 1; piece <= pieces; ++piece) {
       mLeft = 1 - static_cast<double>(piece) / pieces;
       mPiece = (mEmitter.mAdvance - own) / pieces;
@@ -101,16 +103,30 @@ class ObjectParticleGridEmitter::Filler {
       if (!mEmitter.IsInSolid(end)) Make(lattice, end);
     });
   }
-  /// Whether a place has come into the volume on the last piece of its way.
+  /// Whether water may stand at a place: in the liquid's box, and in no solid.
+  bool MayHoldWater(const Vec3d& p) const {
+    return mEmitter.IsInReach(p) && !mEmitter.IsInSolid(p);
+  }
+  /// Water may stand all about the cell, as far as `way`.
+  bool IsClear(double way) const {
+    bool isClear = MayHoldWater(mCentre);
+    ForEachCell({{0, 0, 0}, {2, 2, 2}}, [&](i32 x, i32 y, i32 z) {
+      const Vec3d side = ToReal({x, y, z}) * 2.0 - Vec3d{1, 1, 1};
+      isClear = isClear && MayHoldWater(mCentre + side * (mHalf.x + way));
+    });
+    return isClear;
+  }
+  /// Whether a place has come into the volume on the last piece of its way, or within it from where
+  /// there is no water: from beyond a wall, or out of a solid.
   bool Enters(const Vec3d& middle) const {
     constexpr i32 kParts = 4;
     const Vec3d place = OffSide(middle + mThen);
     const double depth = mVolume.DistanceAt(place) - mLimits.high, way = Length(mPiece);
-    if (!mLimits.hasLow && !(std::abs(depth) <= way)) return false;
+    if (!mLimits.hasLow && !(depth <= way)) return false;
     bool isIn = IsMine(place);
     for (i32 part = 1; part < kParts && !isIn; ++part)
       isIn = IsMine(place - mPiece * (static_cast<double>(part) / kParts));
-    return isIn && !Holds(mEmitter.mMembers, place - mPiece);
+    return isIn && !(Holds(mEmitter.mMembers, place - mPiece) && MayHoldWater(middle - mWay));
   }
 
   bool IsCellAllowed() const {
@@ -279,7 +295,8 @@ class ObjectParticleGridEmitter::Filler {
   std::optional<bool> mAdmits;  ///< the cell takes what comes; nothing before that is asked
   // Of a piece of the water's way:
   double mLeft = 0;  ///< of the step behind it, as a share
-  Vec3d mPiece{};    ///< as the volume sees it
+  Vec3d mWay{};      ///< of the water
+  Vec3d mPiece{};    ///< likewise, as the volume sees it
   Vec3d mThen{};     ///< from where the volume was then to where it is
   // Of a cell, by place:
   std::vector<u16> mStanding;
@@ -290,6 +307,7 @@ class ObjectParticleGridEmitter::Filler {
 void ObjectParticleGridEmitter::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
   if (mHasStopped) return NoteRefusal(mMembers.front().Middle(), data.index);
+  if (mAdmits && mAdvance == Vec3d{}) return;
   for (std::size_t member = 0; member < mMembers.size(); ++member) {
     Filler filler(*this, member, data.index);
     const VecInt3D n = mMembers[member].Grid().Dims();

@@ -18,9 +18,10 @@ constexpr double kCellWidth = 0.05, kFrameTime = 0.04;
 /// A box of water that flows, in a liquid that ends nowhere.
 class Spout : public MeshRig {
  public:
-  /// `size` in cells, about the middle of the liquid's box.
+  /// `size` in cells, about the middle of the liquid's box. Without a velocity it is kept full.
   Spout(const Vec3d& size, const Vec3d& velocity, double jitter)
-      : MeshRig(host::MakeBox({.size = size * (100 * kCellWidth)}), kCellWidth) {
+      : MeshRig(host::MakeBox({.size = size * (100 * kCellWidth)}), kCellWidth),
+        mIsTap(velocity != Vec3d{}) {
     AddVolume();
     group = &Make("particlegroup");
     settings = &Make("particlemesh_emission_setting");
@@ -44,7 +45,7 @@ class Spout : public MeshRig {
     host::BaseNode& emitter = Make("particlegridemitter");
     emitter.Set(ParticleEmitter::kGroupRow, host::Link{group->Id()});
     emitter.Set(1003, host::Link{settings->Id()});
-    emitter.Set(1004, ListOf(*speed));
+    if (mIsTap) emitter.Set(1004, ListOf(*speed));
     emitter.Set(ObjectParticleGridEmitter::kVolumeRow, host::Link{volume.Id()});
     return emitter;
   }
@@ -65,6 +66,7 @@ class Spout : public MeshRig {
   }
   static host::InExcludeData ListOf(const host::BaseNode& node) { return {{{node.Id(), 0}}}; }
 
+  bool mIsTap;
   i32 mNext = 0;
 };
 
@@ -148,6 +150,38 @@ TEST(Spout, GivesNoMoreWhenItTurns) {
   for (i32 frame = kFirst + 1; frame < kLast; ++frame) turnTo(frame);
   const double due = 16 * kCellWidth * kCellWidth * (kLast - kFirst) * kFrameTime;
   EXPECT_NEAR((turnTo(kLast) - before) / due, 1, 0.05);
+}
+
+// The box ends within the source: behind its wall no water waits that could come in.
+TEST(Spout, ComesOutOfTheWallThatItReachesInto) {
+  for (const bool isWall : {false, true}) {
+    SCOPED_TRACE(isWall);
+    Spout spout({8, 4, 4}, {1.5, 0, 0}, 0.5);
+    spout.liquid->Set(WaterSolver::kBoxOffsetRow, Vec3d{0, 0.5, 0.5});
+    spout.liquid->Set(WaterSolver::kWallRows[0], i32{isWall});
+    spout.server->Set(1005, i32{1});
+    constexpr i32 kFirst = 4, kLast = 16;
+    const double before = spout.Made(kFirst), made = spout.Made(kLast) - before;
+    const double due = 16 * kCellWidth * kCellWidth * 1.5 * (kLast - kFirst) * kFrameTime;
+    EXPECT_NEAR(made / due, 1, 0.05);
+  }
+}
+
+// A tap that keys close gives nothing, and nothing but its flow once they open it again.
+TEST(Spout, GivesNothingWhileItIsClosed) {
+  Spout spout({4, 6, 4}, {0, -1, 0}, 0.5);
+  spout.AddGravity();
+  constexpr i32 kClosed = 8, kOpened = 16, kLast = 26;
+  const double before = spout.Made(kClosed);
+  spout.speed->Set(iProperty::kValueRow, Vec3d{});
+  // What came in on the way to the closing stands behind it.
+  const double closed = spout.Made(kClosed + 1), due = 16 * kCellWidth * kCellWidth * kFrameTime;
+  EXPECT_LE(closed - before, 1.1 * due);
+  EXPECT_EQ(spout.Made(kOpened), closed);
+  spout.speed->Set(iProperty::kValueRow, Vec3d{0, -1, 0});
+  const double made = spout.Made(kLast) - closed;
+  EXPECT_GT(made / due, kLast - kOpened - 1.6);
+  EXPECT_LT(made / due, kLast - kOpened + 0.6);
 }
 
 // No time lies between the start frame and the first step: nothing comes in.
