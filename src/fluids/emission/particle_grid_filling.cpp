@@ -126,7 +126,8 @@ class ObjectParticleGridEmitter::Filler {
     bool isIn = IsMine(place);
     for (i32 part = 1; part < kParts && !isIn; ++part)
       isIn = IsMine(place - mPiece * (static_cast<double>(part) / kParts));
-    return isIn && !(Holds(mEmitter.mMembers, place - mPiece) && MayHoldWater(middle - mWay));
+    if (!isIn || mEmitter.IsInSolid(middle)) return false;
+    return !Holds(mEmitter.mMembers, place - mPiece) || !MayHoldWater(middle - mWay);
   }
 
   bool IsCellAllowed() const {

@@ -9,6 +9,7 @@
 #include "fluids/forces/force_gravity.h"
 #include "fluids/mesh/mesh_rig.h"
 #include "fluids/solvers/water_solver.h"
+#include "nodes/catalogue.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
@@ -48,6 +49,17 @@ class Spout : public MeshRig {
     if (mIsTap) emitter.Set(1004, ListOf(*speed));
     emitter.Set(ObjectParticleGridEmitter::kVolumeRow, host::Link{volume.Id()});
     return emitter;
+  }
+  /// Another box, its size and middle in cells; returns its volume.
+  host::BaseNode& AddBlock(const Vec3d& size, const Vec3d& middle) {
+    auto& block = document.Create<host::PolygonObject>(host::kMeshObject, "block", nullptr);
+    block.SetGeometry(host::MakeBox({.size = size * (100 * kCellWidth)}));
+    block.SetPlacement(middle * (100 * kCellWidth), {}, {1, 1, 1});
+    host::BaseNode& mesh = Make("mesh");
+    mesh.Set(Mesh::kObjectRow, host::Link{block.Id()});
+    host::BaseNode& volume = Make("volume");
+    volume.Set(VolumeMesh::kMeshRow, host::Link{mesh.Id()});
+    return volume;
   }
   ParticleStore& Store() const {
     return dynamic_cast<ParticleGroup*>(scene->FindObject(group, kListAll))->Store(kLiquid);
@@ -152,13 +164,19 @@ TEST(Spout, GivesNoMoreWhenItTurns) {
   EXPECT_NEAR((turnTo(kLast) - before) / due, 1, 0.05);
 }
 
-// The box ends within the source: behind its wall no water waits that could come in.
-TEST(Spout, ComesOutOfTheWallThatItReachesInto) {
-  for (const bool isWall : {false, true}) {
-    SCOPED_TRACE(isWall);
+// The box ends within the source, or a solid fills a part of it: no water waits there that could
+// come in.
+TEST(Spout, ComesOutOfWhatItReachesInto) {
+  enum End { kOpenSide, kWall, kSolid };
+  for (const End end : {kOpenSide, kWall, kSolid}) {
+    SCOPED_TRACE(end);
     Spout spout({8, 4, 4}, {1.5, 0, 0}, 0.5);
-    spout.liquid->Set(WaterSolver::kBoxOffsetRow, Vec3d{0, 0.5, 0.5});
-    spout.liquid->Set(WaterSolver::kWallRows[0], i32{isWall});
+    if (end == kSolid) {
+      AddObstacleTag(spout.AddBlock({8, 12, 12}, {-3.3, 0, 0}));
+    } else {
+      spout.liquid->Set(WaterSolver::kBoxOffsetRow, Vec3d{0, 0.5, 0.5});
+      spout.liquid->Set(WaterSolver::kWallRows[0], i32{end == kWall});
+    }
     spout.server->Set(1005, i32{1});
     constexpr i32 kFirst = 4, kLast = 16;
     const double before = spout.Made(kFirst), made = spout.Made(kLast) - before;
@@ -252,14 +270,7 @@ TEST(FilledSeams, BoxesSideBySideHoldWhatOneDoes) {
     SCOPED_TRACE(seam);
     Spout spout({6, 6, 6}, {}, 1);
     spout.Place(Vec3d{-3 + seam, 0, 0} * (100 * kCellWidth));
-    auto& other = spout.document.Create<host::PolygonObject>(host::kMeshObject, "other", nullptr);
-    other.SetGeometry(host::MakeBox({.size = Vec3d{6, 6, 6} * (100 * kCellWidth)}));
-    other.SetPlacement(Vec3d{3 + seam, 0, 0} * (100 * kCellWidth), {}, {1, 1, 1});
-    host::BaseNode& mesh = CreateNode(spout.document, *FindKind("mesh"), "b", spout.server);
-    mesh.Set(Mesh::kObjectRow, host::Link{other.Id()});
-    host::BaseNode& volume = CreateNode(spout.document, *FindKind("volume"), "b", spout.server);
-    volume.Set(VolumeMesh::kMeshRow, host::Link{mesh.Id()});
-    spout.AddEmitter(volume);
+    spout.AddEmitter(spout.AddBlock({6, 6, 6}, {3 + seam, 0, 0}));
     spout.Made(1);
     EXPECT_EQ(spout.Store().Count(), 8 * 12 * 6 * 6);
   }
