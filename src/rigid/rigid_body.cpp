@@ -64,10 +64,11 @@ bool RigidBody::Create(const BodyGeometry& geometry, const ObstacleSettings& set
   mBody->setContactProcessingThreshold(1e18);
   mBody->setUserPointer(this);
   mBody->setFlags(0);  // the library's own way to turn loses momentum
-  // What moves farther in an internal step may lie beyond a thin wall behind it.
-  const double core = kSwept * mShape.CoreRadius();
+  // What moves farther than half of its size in an internal step may lie beyond a thin wall behind
+  // it. Slower ones aren't stopped on their way: they would gain the height that they hadn't fallen.
+  const double core = mShape.CoreRadius();
   mBody->setCcdMotionThreshold(core);
-  mBody->setCcdSweptSphereRadius(core);
+  mBody->setCcdSweptSphereRadius(kSwept * core);
   mMass.PutOn(*mBody);
   SetUp(true, restored ? restored->isKeyed : isKeyed);
   mWorld.Add(*mBody);
