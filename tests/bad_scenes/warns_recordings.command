@@ -1,1 +1,0 @@
-run SCENE --out OUT
