@@ -128,8 +128,8 @@ void TimeAdvection(const Settings& s, double bandwidth) {
   GridLayout layout;
   layout.Set({n, n, n}, ToReal(VecInt3D{n, n, n}) * (100.0 * h), static_cast<f32>(h), {});
   GridBoundary boundary;
-  boundary.mLevelSet.mGrid = std::make_unique<EGrid<double>>(layout, kNode);
-  boundary.mLevelSet.mGrid->Fill(std::numeric_limits<double>::max());
+  boundary.mLevelSet = std::make_unique<EGrid<double>>(layout, kNode);
+  boundary.mLevelSet->Fill(std::numeric_limits<double>::max());
   std::array<std::unique_ptr<EGrid<double>>, 3> velocity;
   for (i32 axis = 0; axis < 3; ++axis) {
     velocity[axis] = std::make_unique<EGrid<double>>(layout, axis);

@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "fluids/rendering/gas_material.h"
-#include "framework/scene.h"
+#include "framework/sulva_scene.h"
 #include "host/noise.h"
 #include "nodes/catalogue.h"
 #include "timing.h"
@@ -71,7 +71,7 @@ struct Cloud {
 
   i32 cells;
   host::Document document;
-  std::unique_ptr<Scene> scene;
+  std::unique_ptr<SulvaScene> scene;
   ScalarField *smoke, *heat;
   host::BaseNode* node;
   host::RenderData data;
