@@ -49,6 +49,8 @@
 #include "fluids/forces/force_swirling.h"
 #include "fluids/forces/force_trigo_wave.h"
 #include "fluids/forces/force_vortex.h"
+#include "fluids/forces/neighbour_forces.h"
+#include "fluids/forces/particle_force_acceleration.h"
 #include "fluids/forces/particle_force_script.h"
 #include "fluids/forces/plugin_force.h"
 #include "fluids/mesh/mesh.h"
@@ -125,6 +127,7 @@ std::deque<NodeKind>& Kinds() {
       Property<Vec3d>::Kind(),
       GridCooling::Kind(),
       GridCombustion::Kind(),
+      ParticleForce_Acceleration::Kind(),
       ChannelOperator_Math::Kind(),
       ScriptConstraint::Kind(),
       ChannelOperator_Script::Kind(),
@@ -159,6 +162,9 @@ std::deque<NodeKind>& Kinds() {
       FractionsConstraint::Kind(),
       GroupKind(),
       QuadricsConstraint::Kind(),
+      Force_Cohesion::Kind(),
+      Force_Alignment::Kind(),
+      Force_Separation::Kind(),
       Force_FollowSpline::Kind(),
       Force_Script::Kind(),
       Property<bool>::Kind(),

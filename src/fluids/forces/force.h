@@ -12,6 +12,13 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 class ParticleColumns;
+class PointTree;
+
+/// The particles about one, as they were before forces changed any of them.
+struct ParticleSurroundings {
+  const PointTree* tree = nullptr;    ///< of all particles of the store; null where none is in it
+  std::span<const Vec3d> velocities;  ///< of all its rows
+};
 
 /// The record that a force reads and adds to; one serves a whole loop, refilled for every cell.
 struct ForceSample {
@@ -24,8 +31,9 @@ struct ForceSample {
   Vec3d position{};      ///< cell centre, simulation units
   Vec3d force{};         ///< accumulator, a velocity change in simulation units per second
   Vec3d hostPosition{};  ///< cell centre, host units
-  const ParticleColumns* particles = nullptr;  ///< of a particle: the columns that it is in
-  i32 particle = 0;                            ///< its row
+  const ParticleColumns* particles = nullptr;    ///< of a particle: the columns that it is in
+  i32 particle = 0;                              ///< its row
+  const ParticleSurroundings* around = nullptr;  ///< of it, for forces that ask for neighbours
 };
 
 /// Particles in rows that follow one another, in the same terms.
@@ -36,7 +44,8 @@ struct ForceParticles {
   std::span<const Vec3d> positions;  ///< simulation units
   std::span<const double> weights;   ///< of those that are left out 0
   Vec3d simToWorld{};
-  std::span<Vec3d> forces;  ///< accumulators
+  std::span<Vec3d> forces;                       ///< accumulators
+  const ParticleSurroundings* around = nullptr;  ///< for forces that ask for neighbours
 };
 
 /// A row of cells along x, in the same terms: arrays hold one entry per cell. What forces add to
@@ -79,6 +88,8 @@ class Force : public iObject {
   virtual bool ActsAnywhere() const { return false; }
   /// Whether it does something to particles.
   virtual bool ActsOnParticles() const { return ActsAnywhere(); }
+  /// Whether what it does to a particle depends on those about it.
+  virtual bool AsksNeighbours() const { return false; }
   /// Whether it does something to rigid bodies.
   virtual bool ActsOnBodies() const { return ActsAnywhere(); }
 
@@ -139,6 +150,7 @@ inline ForceSample Force::SampleOf(const ForceParticles& run, i32 i) {
   ForceSample sample;
   sample.worker = run.worker;
   sample.particleMode = 1;
+  sample.around = run.around;
   sample.particles = run.particles;
   sample.particle = run.first + i;
   sample.weight = run.weights[i];

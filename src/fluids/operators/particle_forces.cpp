@@ -112,6 +112,23 @@ void ParticleForces::CollectForces() {
   std::erase_if(mForces, [](const Force* force) { return !force->Has(FLAG_ENABLED); });
 }
 
+/// Neighbours are asked for while the velocities change: each particle sees those of all others as
+/// they were.
+void ParticleForces::LookAround() {
+  if (std::none_of(mForces.begin(), mForces.end(),
+                   [](const Force* force) { return force->AsksNeighbours(); }))
+    return;
+  mBefore.resize(std::max(mBefore.size(), mTargets.size()));
+  for (std::size_t i = 0; i < mTargets.size(); ++i) {
+    Target& target = mTargets[i];
+    target.group->BuildTree(target.kind, mScene->mThreadCount);
+    const auto now = std::as_const(target.group->Store(target.kind)).Velocities();
+    if (!target.column) mBefore[i].assign(now.begin(), now.end());
+    target.around.tree = target.group->Tree(target.kind);
+    target.around.velocities = target.column ? now : std::span<const Vec3d>(mBefore[i]);
+  }
+}
+
 void ParticleForces::Prepare() {
   mWeight = 1;
   if (mTime->stepDuration == 0) return void(Deactivate(kNoStepReason));
@@ -123,6 +140,7 @@ void ParticleForces::Prepare() {
   if (std::none_of(mForces.begin(), mForces.end(),
                    [](const Force* force) { return force->ActsOnParticles(); }))
     return void(Deactivate("it has no force that acts on particles"));
+  LookAround();
   for (Force* force : mForces) force->PrepareForParticles();
   mConstraints.Prepare(this);
   ++mRuns;
@@ -150,8 +168,14 @@ void ParticleForces::Push(const Target& target, i32 first, i32 count, u32 worker
     mConstraints.TestRow({positions, {weights, n}, &store, first}, this, worker);
   for (Force* force : mForces)
     if (force->Has(FLAG_ACTIVE))
-      force->EvaluateParticles(
-          {worker, &store, first, positions, {weights, n}, GetDomain().simToWorld, {forces, n}});
+      force->EvaluateParticles({worker,
+                                &store,
+                                first,
+                                positions,
+                                {weights, n},
+                                GetDomain().simToWorld,
+                                {forces, n},
+                                &target.around});
   const double scale = mIsPerStep ? 1.0 : 1.0 / mTime->stepDuration;
   for (std::size_t i = 0; i < n; ++i) {
     const i32 row = first + static_cast<i32>(i);

@@ -31,10 +31,12 @@ class ParticleForces : public iObject {
     ParticleGroup* group;
     i32 kind;
     PropertyColumn<Vec3d>* column;  ///< null for the velocity
+    ParticleSurroundings around{};  ///< for forces that ask for neighbours
   };
 
   void CollectTargets();
   void CollectForces();
+  void LookAround();
   bool SetsVelocity() const;
   void Push(const Target& target, i32 first, i32 count, u32 worker) const;
 
@@ -49,6 +51,7 @@ class ParticleForces : public iObject {
 
   double mWeight = 1;  ///< of the time window
   std::vector<Target> mTargets;
+  std::vector<std::vector<Vec3d>> mBefore;  ///< velocities, where forces ask for neighbours
   std::vector<Force*> mForces;
 };
 
