@@ -66,6 +66,7 @@
 #include "fluids/operators/mesh_curvature_operator.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
 #include "fluids/operators/particle_forces.h"
+#include "fluids/operators/pop_property.h"
 #include "fluids/particles/kernel.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_iso_density.h"
@@ -161,6 +162,7 @@ std::deque<NodeKind>& Kinds() {
       RotationConstraint::Kind(),
       FractionsConstraint::Kind(),
       GroupKind(),
+      POP_Property::Kind(),
       QuadricsConstraint::Kind(),
       Force_Cohesion::Kind(),
       Force_Alignment::Kind(),
