@@ -62,6 +62,7 @@
 #include "fluids/operators/grid_cooling.h"
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
+#include "fluids/operators/grid_to_particles.h"
 #include "fluids/operators/grid_variable_density.h"
 #include "fluids/operators/mesh_curvature_operator.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
@@ -153,6 +154,7 @@ std::deque<NodeKind>& Kinds() {
       ParticleAdvection::Kind(),
       ParticleForces::Kind(),
       MultiVolume::Kind(),
+      GridToParticles::Kind(),
       MeshCurvatureOperator::Kind(),
       MeshSmoothingOperator::Kind(),
       Force_Curl::Kind(),

@@ -1,0 +1,122 @@
+#include "fluids/operators/grid_to_particles.h"
+
+#include <gtest/gtest.h>
+
+#include "fluids/fields/plain_grid_channel.h"
+#include "fluids/gas_rig.h"
+#include "fluids/particle_rig.h"
+#include "fluids/volume/volume_mesh.h"
+
+namespace MELDO_GLOBAL::MELDO_SULVA {
+namespace {
+
+double Slanted(const Vec3d& p) { return 2 + 4 * p.x + 3 * p.y - 2 * p.z; }
+Vec3d Sheared(const Vec3d& p) { return {1 + 3 * p.y, p.z - 2 * p.x, 4 * p.x + p.y - p.z}; }
+
+template <class F>
+void FillGrid(EGrid<double>& g, F&& f) {
+  ForEachCell({{0, 0, 0}, g.Dims()},
+              [&](i32 x, i32 y, i32 z) { g(x, y, z) = f(g.PositionOf(x, y, z)); });
+}
+
+/// Particles in and about a field over the box from 0 to 1.2 m.
+struct ReadRig : ParticleRig {
+  GridToParticles& read = Add<GridToParticles>("particle_gridtoparticles", "read");
+  Property<double>& heat = Add<Property<double>>("property_scalar", "heat");
+  Property<Vec3d>& tint = Add<Property<Vec3d>>("property_vector", "tint");
+
+  ReadRig() {
+    Set(heat, iProperty::kPropertyRow, i32{property_id::kTemperature});
+    Set(tint, iProperty::kPropertyRow, i32{property_id::kColor});
+    Links(read, GridToParticles::kGroupsRow, {&group});
+    Set(read, GridToParticles::kOperationRow, i32{0});
+    PutCloud(Store(), 300, {1, 1, 1});
+    for (Vec3d& p : Store().Positions()) p += Vec3d{0.1, 0.1, 0.1};
+    Put({1.3, 0.5, 0.5});
+    Put({0.5, -0.01, 0.5});
+  }
+  template <class T>
+  const PropertyColumn<T>& Column(const iProperty& property) {
+    return *Store().Find<T>(property.Key());
+  }
+};
+
+}  // namespace
+
+TEST(GridToParticles, IsExactOnLinearChannelsOfNumbersAndVectors) {
+  ReadRig rig;
+  auto& smoke = rig.Add<PlainField>("channel_scalar", "smoke");
+  auto& wind = rig.Add<VectorField>("channel_vector", "wind");
+  TestScene::Links(rig.read, common_row::kConstraints, {&rig.AddHalfLeft()});
+  for (const bool isVector : {false, true}) {
+    TestScene::Link(rig.read, GridToParticles::kSourceRow, isVector ? (iBase&)wind : smoke);
+    TestScene::Link(rig.read, GridToParticles::kTargetRow, isVector ? (iBase&)rig.tint : rig.heat);
+    rig.SetUp();
+    for (iBase* field : {static_cast<iBase*>(&smoke), static_cast<iBase*>(&wind)})
+      ASSERT_TRUE(field->ApplyBounds({0, 0, 0}, {1.2, 1.2, 1.2}));
+    FillGrid(*smoke.mGrid, Slanted);
+    for (i32 a = 0; a < 3; ++a)
+      FillGrid(*wind.mGrids[a], [a](const Vec3d& p) { return Sheared(p)[a]; });
+    TestScene::Run(rig.read, isVector ? 3 : 1);
+  }
+  const auto positions = rig.Store().Positions();
+  const auto& heat = rig.Column<double>(rig.heat);
+  const auto& tint = rig.Column<Vec3d>(rig.tint);
+  for (i32 i = 0; i < 300; ++i) {
+    const bool isLeft = positions[i].x < 1;
+    EXPECT_EQ(heat.Has(i), isLeft);
+    EXPECT_EQ(tint.Has(i), isLeft);
+    if (!isLeft) continue;
+    EXPECT_NEAR(heat.Get(i, 0), 0.5 * Slanted(positions[i]), 1e-6);
+    ExpectVector(tint.Get(i, {}), Sheared(positions[i]) * 0.5, 1e-6, i);
+  }
+  for (const i32 outside : {300, 301}) EXPECT_FALSE(heat.Has(outside) || tint.Has(outside));
+}
+
+TEST(GridToParticles, ReadsTheFacesOfAFlow) {
+  GasRig rig({12, 12, 12});
+  host::BaseNode& group = rig.Add("particlegroup", "sparks");
+  host::BaseNode& motion = rig.Add("property_vector", "motion");
+  motion.Set(iProperty::kPropertyRow, i32{property_id::kVelocity});
+  host::BaseNode& read = rig.Add("particle_gridtoparticles", "read");
+  read.Set(GridToParticles::kGroupsRow, host::InExcludeData{{{group.Id(), 0}}});
+  read.Set(GridToParticles::kSourceRow, host::Link{rig.gas->Node()->Id()});
+  read.Set(GridToParticles::kTargetRow, host::Link{motion.Id()});
+  read.Set(GridToParticles::kOperationRow, i32{1});
+  rig.Begin();
+  rig.FillVelocity(Sheared);
+  ParticleStore& store = rig.Object<ParticleGroup>(group)->Store(kPassive);
+  ParticleRig::Put(store, {0.53, 0.61, 0.47}, {1, 1, 1});
+  ParticleRig::Put(store, {9, 9, 9}, {1, 1, 1});
+  TestScene::Run(*rig.Object<GridToParticles>(read));
+  ExpectVector(store.Velocities()[0], Vec3d{1, 1, 1} + Sheared(store.Positions()[0]), 1e-6);
+  EXPECT_EQ(store.Velocities()[1], Vec3d(1, 1, 1));
+}
+
+TEST(GridToParticles, ReadsTheDistanceToShapesWhereTheirGridsAre) {
+  ReadRig rig;
+  auto& shape = rig.Add<VolumeBase>("volume", "shape");
+  TestScene::Link(rig.read, GridToParticles::kSourceRow, shape);
+  TestScene::Link(rig.read, GridToParticles::kTargetRow, rig.heat);
+  rig.SetUp();
+  shape.mCellSize = 0.1;
+  shape.mBoxMin = {0, 0, 0};
+  shape.mBoxMax = {0.8, 1.2, 1.2};
+  shape.UpdateBounds();
+  ASSERT_TRUE(shape.AllocateGrid());
+  FillGrid(*shape.GetGrid(), Slanted);
+  TestScene::Run(rig.read, 2);
+  const auto& heat = rig.Column<double>(rig.heat);
+  i32 outside = 0;
+  for (i32 i = 0; i < rig.Store().Count(); ++i) {
+    const Vec3d& p = rig.Store().Positions()[i];
+    outside += !heat.Has(i);
+    EXPECT_EQ(heat.Has(i), shape.IsInBounds(p)) << i;
+    if (heat.Has(i)) {
+      EXPECT_NEAR(heat.Get(i, 0), Slanted(p), 1e-5);
+    }
+  }
+  EXPECT_GT(outside, 0);
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
