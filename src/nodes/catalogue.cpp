@@ -67,6 +67,7 @@
 #include "fluids/operators/mesh_curvature_operator.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
 #include "fluids/operators/particle_forces.h"
+#include "fluids/operators/pop_flock.h"
 #include "fluids/operators/pop_property.h"
 #include "fluids/particles/kernel.h"
 #include "fluids/particles/particle_group.h"
@@ -169,6 +170,7 @@ std::deque<NodeKind>& Kinds() {
       Force_Cohesion::Kind(),
       Force_Alignment::Kind(),
       Force_Separation::Kind(),
+      POP_Flock::Kind(),
       Force_FollowSpline::Kind(),
       Force_Script::Kind(),
       Property<bool>::Kind(),
