@@ -69,6 +69,7 @@
 #include "fluids/operators/particle_forces.h"
 #include "fluids/operators/pop_flock.h"
 #include "fluids/operators/pop_property.h"
+#include "fluids/operators/pop_follow_spline.h"
 #include "fluids/particles/kernel.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_iso_density.h"
@@ -172,6 +173,7 @@ std::deque<NodeKind>& Kinds() {
       Force_Separation::Kind(),
       POP_Flock::Kind(),
       Force_FollowSpline::Kind(),
+      Pop_FollowSpline::Kind(),
       Force_Script::Kind(),
       Property<bool>::Kind(),
   };

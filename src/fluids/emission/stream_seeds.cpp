@@ -10,18 +10,26 @@ u64 MixedBits(u64 word) {
   return word ^ (word >> 31);
 }
 
-u64 StepSeed(const iBase& object) {
-  // FNV-1a over what tells a stream from all others.
-  u64 hash = 0xcbf29ce484222325u;
-  const auto add = [&](u64 byte) { hash = (hash ^ byte) * 0x100000001b3u; };
-  const auto addWord = [&](u32 word) {
-    for (i32 shift = 0; shift < 32; shift += 8) add(word >> shift & 0xff);
-  };
-  for (const char c : object.Node()->Path()) add(static_cast<u8>(c));
-  addWord(static_cast<u32>(object.mScene->mSeed));
-  addWord(static_cast<u32>(object.mTime->frameIndex));
-  addWord(object.mTime->substep);
+namespace {
+
+/// FNV-1a, with the bytes of one word more.
+u64 HashedOn(u64 hash, u32 word) {
+  for (i32 shift = 0; shift < 32; shift += 8)
+    hash = (hash ^ (word >> shift & 0xff)) * 0x100000001b3u;
   return hash;
+}
+
+}  // namespace
+
+u64 NodeSeed(const iBase& object) {
+  u64 hash = 0xcbf29ce484222325u;
+  for (const char c : object.Node()->Path()) hash = (hash ^ static_cast<u8>(c)) * 0x100000001b3u;
+  return HashedOn(hash, static_cast<u32>(object.mScene->mSeed));
+}
+
+u64 StepSeed(const iBase& object) {
+  const u64 hash = HashedOn(NodeSeed(object), static_cast<u32>(object.mTime->frameIndex));
+  return HashedOn(hash, object.mTime->substep);
 }
 
 void SeedStreams(std::span<RandomStream> streams, u64 seed) {
