@@ -68,7 +68,7 @@ inline constexpr std::array<StageRow, kStageCount> kPipeline = {{
     {17, "Save Cache",                         "caches write the frame, at the end of the evaluation"},
     {18, "Finish Framework sub-stepping",      "the clock moves on by the step"},
     // Stages 19 to 23: once per frame.
-    {19, "Start Visual Stage",                 "nodes that are moved here; no kind has it as its own"},
+    {19, "Start Visual Stage",                 "deformers say where they take particles"},
     {20, "Reconstruction",                     "particles become level sets"},
     {21, "Meshing",                            "level sets become polygons"},
     {22, "Visual Stage Post",                  "nodes that are moved here; no kind has it as its own"},

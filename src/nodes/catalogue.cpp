@@ -69,6 +69,7 @@
 #include "fluids/operators/particle_forces.h"
 #include "fluids/operators/pop_flock.h"
 #include "fluids/operators/pop_property.h"
+#include "fluids/operators/pop_deform.h"
 #include "fluids/operators/pop_follow_spline.h"
 #include "fluids/particles/kernel.h"
 #include "fluids/particles/particle_group.h"
@@ -174,6 +175,7 @@ std::deque<NodeKind>& Kinds() {
       POP_Flock::Kind(),
       Force_FollowSpline::Kind(),
       Pop_FollowSpline::Kind(),
+      POP_Deform::Kind(),
       Force_Script::Kind(),
       Property<bool>::Kind(),
   };

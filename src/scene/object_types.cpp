@@ -1,5 +1,6 @@
 #include "scene/object_types.h"
 
+#include "host/deformer.h"
 #include "host/image.h"
 #include "host/render_objects.h"
 
@@ -20,6 +21,7 @@ const std::vector<ObjectType>& ObjectTypes() {
       {"points", kPointsObject, false, {"points"}},
       {"particles", kPointsObject, false, {"file", "go_on_after_failure"}},
       {"image", kImageObject, false, {"file", "parameters"}, ImageParameters},
+      {"deformer", kDeformerObject, false, {"parameters"}, DeformerParameters},
       {"light", kLightObject, false, {"parameters"}, LightParameters},
       {"camera", kCameraObject, false, {"parameters"}, CameraParameters},
   };

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "framework/server_rows.h"
+#include "host/deformer.h"
 #include "host/image.h"
 #include "host/render_objects.h"
 #include "nodes/catalogue.h"
@@ -27,6 +28,7 @@ std::string WordOfType(i32 type) {
     case kSplineObject: return "spline object";
     case kPointsObject: return "points object";
     case kImageObject: return "image object";
+    case kDeformerObject: return "deformer object";
     case kLightObject: return "light object";
     case kCameraObject: return "camera object";
     case kSurfaceMaterial: return "surface material";
