@@ -71,7 +71,7 @@ inline constexpr std::array<StageRow, kStageCount> kPipeline = {{
     {19, "Start Visual Stage",                 "deformers say where they take particles"},
     {20, "Reconstruction",                     "particles become level sets"},
     {21, "Meshing",                            "level sets become polygons"},
-    {22, "Visual Stage Post",                  "nodes that are moved here; no kind has it as its own"},
+    {22, "Visual Stage Post",                  "copies of objects are placed at particles"},
     {23, "Finish Visual Stage",                "links are dropped"},
     {24, "Update",                             "as stage 1, for a refresh of the same frame"},
     {25, "Process",                            "set-up without a look at changes; no evaluation comes here"},

@@ -28,6 +28,7 @@ enum HostType : i32 {
   kCameraObject = 5104,
   kServerNode = 1300000,   ///< owner of a scene, and the base type of every simulation node
   kMesherNode = 1300033,   ///< makes polygons, and is the object that holds them
+  kGeometryNode = 1300163,  ///< as a mesher, of objects at particles
   kObstacleTag = 1300111,  ///< marks an object as an obstacle
   kGroupNode = 1300150,    ///< keeps nodes together; links to it mean its children
   // Other programs bring nodes that count as instances of these.

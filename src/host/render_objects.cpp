@@ -176,7 +176,7 @@ const ParameterTable& RenderParameters() {
       BoolRow(kRenderBounce, "bounce_light", true, "fire, sky and meshes light surfaces")
           .To(&RenderSettings::bounce),
       LinksRow(kRenderHidden, "hidden_objects", "meshes that aren't drawn",
-               {kMeshObject, kMesherNode})
+               {kMeshObject, kMesherNode, kGeometryNode})
           .To(&RenderSettings::hidden),
       RealRow(kRenderVolumeBrightness, "volume_brightness", 1, "none",
               "factor on the light of media")

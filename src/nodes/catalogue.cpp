@@ -71,6 +71,7 @@
 #include "fluids/operators/pop_property.h"
 #include "fluids/operators/pop_deform.h"
 #include "fluids/operators/pop_follow_spline.h"
+#include "fluids/operators/pop_geometry.h"
 #include "fluids/particles/kernel.h"
 #include "fluids/particles/particle_group.h"
 #include "fluids/particles/particle_iso_density.h"
@@ -175,6 +176,7 @@ std::deque<NodeKind>& Kinds() {
       POP_Flock::Kind(),
       Force_FollowSpline::Kind(),
       Pop_FollowSpline::Kind(),
+      POP_Geometry::Kind(),
       POP_Deform::Kind(),
       Force_Script::Kind(),
       Property<bool>::Kind(),

@@ -274,8 +274,9 @@ class RenderReader {
     for (const JsonValue& item : *objects->Items()) {
       const auto name = mContext.ReadText(item, subject, "'objects'");
       const BaseNode* object =
-          name ? mValues.ResolveLink(*name, {kMeshObject, MELDO_SULVA::kMeshMakerNode}, item,
-                                     subject, "'objects'")
+          name ? mValues.ResolveLink(*name,
+                                     {kMeshObject, MELDO_SULVA::kMeshMakerNode, kGeometryNode},
+                                     item, subject, "'objects'")
                : nullptr;
       if (!object) continue;
       const auto isSame = [&](const auto& given) { return given.first == object->Id(); };

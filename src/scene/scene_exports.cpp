@@ -191,8 +191,9 @@ class ExportReader {
     const auto read = [&](const JsonValue& at) {
       const auto name = mContext.ReadText(at, subject, what);
       const BaseNode* node =
-          name ? mValues.ResolveLink(*name, {Mesh::Kind().id, kMeshMakerNode, kMeshObject}, at,
-                                     subject, what, "a mesher, a mesh or an object of polygons")
+          name ? mValues.ResolveLink(*name,
+                                     {Mesh::Kind().id, kMeshMakerNode, kGeometryNode, kMeshObject},
+                                     at, subject, what, "a mesher, a mesh or an object of polygons")
                : nullptr;
       if (node) spec.meshes.push_back(node->Id());
       return node != nullptr;

@@ -70,7 +70,7 @@ const ParameterTable& Mesh::Parameters() {
   static const ParameterTable table = {
       LinkRow(kObjectRow, "object",
               "the geometry that comes into the simulation; that of a mesher as of the step before",
-              {kMeshObject, kMeshMakerNode})
+              {kMeshObject, kMeshMakerNode, kGeometryNode})
           .To(&Mesh::mLinkedObject)
           .Required(),
       BoolRow(1004, "vertex_velocities", false,
