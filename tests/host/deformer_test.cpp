@@ -4,6 +4,8 @@
 
 #include <numbers>
 
+#include "host/document.h"
+
 using namespace MELDO_GLOBAL;
 using namespace MELDO_GLOBAL::host;
 
