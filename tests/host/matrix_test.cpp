@@ -8,7 +8,7 @@
 
 namespace MELDO_GLOBAL {
 namespace {
-constexpr double kPi = std::numbers::pi;
+using std::numbers::pi;
 
 Eigen::Vector3d ToEigen(const Vec3d& v) { return {v.x, v.y, v.z}; }
 void ExpectNear(const Vec3d& a, const Vec3d& b, double tolerance) {
@@ -27,9 +27,9 @@ TEST(Matrix, PlacementScalesTurnsAboutXThenYThenZAndMoves) {
   const Matrix m = Placement(position, rotation, scale);
   const Eigen::Affine3d expected =
       Eigen::Translation3d(ToEigen(position)) *
-      Eigen::AngleAxisd(rotation.z * kPi / 180, Eigen::Vector3d::UnitZ()) *
-      Eigen::AngleAxisd(rotation.y * kPi / 180, Eigen::Vector3d::UnitY()) *
-      Eigen::AngleAxisd(rotation.x * kPi / 180, Eigen::Vector3d::UnitX()) *
+      Eigen::AngleAxisd(rotation.z * pi / 180, Eigen::Vector3d::UnitZ()) *
+      Eigen::AngleAxisd(rotation.y * pi / 180, Eigen::Vector3d::UnitY()) *
+      Eigen::AngleAxisd(rotation.x * pi / 180, Eigen::Vector3d::UnitX()) *
       Eigen::Scaling(ToEigen(scale));
   for (const Vec3d& p : {Vec3d{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0.3, -4, 7}}) {
     const Eigen::Vector3d q = expected * ToEigen(p);
@@ -67,7 +67,7 @@ TEST(Matrix, RotationVectorIsAxisTimesAngleAtEverySize) {
   std::mt19937 random(5);
   std::normal_distribution<double> normal;
   const Matrix start = Placement({4, 5, 6}, {15, 25, 35}, {2, 2, 2});
-  for (const double angle : {1e-9, 1e-4, 0.5, kPi / 2, 2.0, 2.5, 3.1, kPi - 1e-7, kPi - 1e-11})
+  for (const double angle : {1e-9, 1e-4, 0.5, pi / 2, 2.0, 2.5, 3.1, pi - 1e-7, pi - 1e-11})
     for (int i = 0; i < 20; ++i) {
       const Vec3d axis = Normalised(Vec3d{normal(random), normal(random), normal(random)});
       const Matrix end = Turned(axis, angle) * start;
@@ -75,8 +75,8 @@ TEST(Matrix, RotationVectorIsAxisTimesAngleAtEverySize) {
     }
   EXPECT_EQ(RotationVector(start, start), Vec3d{});
   const Vec3d half = RotationVector({}, Placement({}, {0, 180, 0}, {1, 1, 1}));
-  EXPECT_NEAR(std::abs(half.y), kPi, 1e-12);
-  EXPECT_NEAR(Length(half), kPi, 1e-12);
+  EXPECT_NEAR(std::abs(half.y), pi, 1e-12);
+  EXPECT_NEAR(Length(half), pi, 1e-12);
 }
 
 }  // namespace

@@ -8,11 +8,11 @@
 
 namespace MELDO_GLOBAL::host {
 namespace {
-constexpr double kPi = std::numbers::pi;
+using std::numbers::pi;
 
 /// Area of a regular polygon of n sides in a circle of radius r.
-double PolygonArea(int n, double r) { return 0.5 * n * r * r * std::sin(2 * kPi / n); }
-double PolygonSide(int n, double r) { return 2 * r * std::sin(kPi / n); }
+double PolygonArea(int n, double r) { return 0.5 * n * r * r * std::sin(2 * pi / n); }
+double PolygonSide(int n, double r) { return 2 * r * std::sin(pi / n); }
 
 TEST(Shapes, AreClosedAndFillTheirExtents) {
   struct Case {
@@ -59,7 +59,7 @@ TEST(Shapes, HaveTheVolumesAndAreasOfTheirPolyhedra) {
   a = {};
   a.segments = 20;
   const double base = PolygonArea(20, 50), side = PolygonSide(20, 50);
-  const double apothem = 50 * std::cos(kPi / 20);
+  const double apothem = 50 * std::cos(pi / 20);
   const GeometryFacts cylinder = FactsOf(MakeCylinder(a));
   EXPECT_NEAR(cylinder.volume, base * 100, 1e-7);
   EXPECT_NEAR(cylinder.area, 2 * base + 20 * side * 100, 1e-8);
@@ -70,15 +70,15 @@ TEST(Shapes, HaveTheVolumesAndAreasOfTheirPolyhedra) {
   const GeometryFacts sphere = FactsOf(MakeSphere(a));
   double volume = 0;
   for (int k = 0; k < 10; ++k) {
-    const double r0 = 50 * std::sin(kPi * k / 10), r1 = 50 * std::sin(kPi * (k + 1) / 10);
-    const double h = 50 * (std::cos(kPi * k / 10) - std::cos(kPi * (k + 1) / 10));
+    const double r0 = 50 * std::sin(pi * k / 10), r1 = 50 * std::sin(pi * (k + 1) / 10);
+    const double h = 50 * (std::cos(pi * k / 10) - std::cos(pi * (k + 1) / 10));
     volume += h / 3 * (r0 * r0 + r0 * r1 + r1 * r1) * PolygonArea(20, 1);
   }
   EXPECT_NEAR(sphere.volume, volume, 1e-7);
 }
 
 TEST(Shapes, ConvergeToTheRoundOnesAtSecondOrder) {
-  const double sphere = 4 * kPi / 3 * 50 * 50 * 50, torus = 2 * kPi * kPi * 50 * 20 * 20;
+  const double sphere = 4 * pi / 3 * 50 * 50 * 50, torus = 2 * pi * pi * 50 * 20 * 20;
   double lastSphere = 0, lastTorus = 0;
   for (const i32 segments : {32, 64, 128}) {
     ShapeArguments a;
@@ -138,8 +138,8 @@ TEST(Shapes, IcosphereFacts) {
     EXPECT_EQ(g.points.size(), cases[level].points);
     EXPECT_EQ(facts.triangles, cases[level].triangles);
     EXPECT_TRUE(facts.closed);
-    EXPECT_NEAR(facts.area / (16 * kPi), cases[level].area, 1e-4);
-    EXPECT_NEAR(facts.volume / (32 * kPi / 3), cases[level].volume, 1e-4);
+    EXPECT_NEAR(facts.area / (16 * pi), cases[level].area, 1e-4);
+    EXPECT_NEAR(facts.volume / (32 * pi / 3), cases[level].volume, 1e-4);
   }
 }
 

@@ -11,7 +11,7 @@ using namespace MELDO_GLOBAL::host;
 
 namespace {
 
-constexpr double kPi = std::numbers::pi;
+using std::numbers::pi;
 
 struct LineRig {
   Document document;
@@ -22,7 +22,7 @@ struct LineRig {
 std::vector<Vec3d> Circle(i32 n, double radius) {
   std::vector<Vec3d> points;
   for (i32 i = 0; i < n; ++i)
-    points.push_back({radius * std::cos(2 * kPi * i / n), 0, radius * std::sin(2 * kPi * i / n)});
+    points.push_back({radius * std::cos(2 * pi * i / n), 0, radius * std::sin(2 * pi * i / n)});
   return points;
 }
 
@@ -101,7 +101,7 @@ TEST(SplineLine, SmoothLinesComeNearACircle) {
   rig.spline.points = Circle(24, 2);
   rig.spline.closed = rig.spline.smooth = true;
   const SplineLine line = rig.Line();
-  EXPECT_NEAR(line.TotalLength(), 4 * kPi, 2e-3);
+  EXPECT_NEAR(line.TotalLength(), 4 * pi, 2e-3);
   for (double u = 0; u <= 1; u += 0.0113) {
     const Matrix frame = line.FrameAt({0, u});
     EXPECT_NEAR(Length(frame.offset), 2, 1e-3);
@@ -117,22 +117,22 @@ TEST(SplineLine, FramesOfAHelixTurnByItsTorsionAlone) {
   const double r = 1, c = 0.4, turns = 1.5;
   const i32 n = 60;
   for (i32 i = 0; i <= n; ++i) {
-    const double a = 2 * kPi * turns * i / n;
+    const double a = 2 * pi * turns * i / n;
     rig.spline.points.push_back({r * std::cos(a), r * std::sin(a), c * a});
   }
   rig.spline.smooth = true;
   const SplineLine line = rig.Line();
   const auto turned = [&](double u) {
-    const double a = 2 * kPi * turns * u;
+    const double a = 2 * pi * turns * u;
     const Matrix frame = line.FrameAt({0, u});
     const Vec3d inwards{-std::cos(a), -std::sin(a), 0};
     return std::atan2(Dot(Cross(frame.v1, inwards), frame.v3), Dot(frame.v1, inwards));
   };
   const double length = line.TotalLength();
-  EXPECT_NEAR(length, 2 * kPi * turns * std::hypot(r, c), 5e-3);
+  EXPECT_NEAR(length, 2 * pi * turns * std::hypot(r, c), 5e-3);
   for (double u = 0.1; u < 0.95; u += 0.05) {
     const double expected = c * (u - 0.1) * length / (r * r + c * c);
-    const double off = std::remainder(turned(u) - turned(0.1) - expected, 2 * kPi);
+    const double off = std::remainder(turned(u) - turned(0.1) - expected, 2 * pi);
     EXPECT_NEAR(off, 0, 5e-3) << u;
   }
 }
@@ -140,7 +140,7 @@ TEST(SplineLine, FramesOfAHelixTurnByItsTorsionAlone) {
 TEST(SplineLine, ClosedLinesOutOfAPlaneEndInTheFrameThatTheyBeganIn) {
   LineRig rig;
   for (i32 i = 0; i < 40; ++i) {
-    const double a = 2 * kPi * i / 40;
+    const double a = 2 * pi * i / 40;
     rig.spline.points.push_back(
         {std::cos(a), 0.5 * std::sin(2 * a), std::sin(a) + 0.3 * std::cos(3 * a)});
   }
