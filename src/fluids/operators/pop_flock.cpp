@@ -113,7 +113,8 @@ const ParameterTable& POP_Flock::Parameters() {
           .To(&POP_Flock::mPredatorSpeedCells),
       BoolRow(kKillsRow, "kills", true, "what a predator comes near enough to dies")
           .To(&POP_Flock::mKills),
-      RealRow(kKillRadiusRow, "kill_radius", 0.5, "cells", "how near that is")
+      RealRow(kKillRadiusRow, "kill_radius", 0.5, "cells",
+              "how near a predator comes to what it catches")
           .AtLeast(0)
           .OnlyWith(kKillsRow, {1})
           .To(&POP_Flock::mKillCells),
