@@ -353,7 +353,7 @@ TEST(ScriptOnParticles, DoesWhatGravityDoesToTheLastBit) {
                               "return Vector(0, -9.81, 0)"));
       s.SetUp();
       s.scene->mTime.frameIndex = 1;
-      TestScene::Links(forces, ParticleForces::kGroupsRow, {&group});
+      TestScene::Links(forces, ParticleForces::kGroupRow, {&group});
       TestScene::Links(forces, ParticleForces::kForcesRow, {&force});
       TestScene::Links(forces, common_row::kConstraints, {&limit});
       for (int i = 0; i < 1000; ++i) {

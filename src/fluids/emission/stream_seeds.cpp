@@ -12,6 +12,8 @@ u64 MixedBits(u64 word) {
 
 namespace {
 
+constexpr u64 kGolden = 0x9e3779b97f4a7c15u;  ///< 2^64 by the golden section, odd
+
 /// FNV-1a, with the bytes of one word more.
 u64 HashedOn(u64 hash, u32 word) {
   for (i32 shift = 0; shift < 32; shift += 8)
@@ -32,9 +34,14 @@ u64 StepSeed(const iBase& object) {
   return HashedOn(hash, object.mTime->substep);
 }
 
+double ParticleDraw(u64 seed, i32 particleId, u64 purpose) {
+  const u64 particle = MixedBits(seed + (static_cast<u32>(particleId) + 1) * kGolden);
+  return static_cast<double>(MixedBits(particle + (purpose + 1) * kGolden) >> 11) * 0x1.0p-53;
+}
+
 void SeedStreams(std::span<RandomStream> streams, u64 seed) {
   for (std::size_t i = 0; i < streams.size(); ++i)
-    streams[i].Seed(static_cast<u32>(MixedBits(seed + (i + 1) * 0x9e3779b97f4a7c15u) >> 32));
+    streams[i].Seed(static_cast<u32>(MixedBits(seed + (i + 1) * kGolden) >> 32));
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -15,6 +15,8 @@ u64 NodeSeed(const iBase& object);
 /// A seed that no other object has, nor the same one in another step: of the path of its node, the
 /// scene's seed, the frame and the substep.
 u64 StepSeed(const iBase& object);
+/// A number, 0 <= u < 1, that belongs to a particle and a purpose: whatever the threads are.
+double ParticleDraw(u64 seed, i32 particleId, u64 purpose);
 /// Seeds each stream apart from the others.
 void SeedStreams(std::span<RandomStream> streams, u64 seed);
 

@@ -40,11 +40,7 @@ const NodeKind& GridToParticles::Kind() {
 
 const ParameterTable& GridToParticles::Parameters() {
   static const ParameterTable table = {
-      LinksRow(kGroupsRow, "groups", "whose particles are told, by kind",
-               {ParticleGroup::kNodeType})
-          .To(&GridToParticles::mGroups)
-          .Writes()
-          .Required(),
+      GroupsRow("whose particles are told, by kind"),
       LinkRow(kSourceRow, "source",
               "the field: numbers, vectors, the distance to a shape, below 0 inside, or the "
               "velocity of a fluid; where it isn't, particles stay as they are")
@@ -70,30 +66,20 @@ const ParameterTable& GridToParticles::Parameters() {
               "are, or get 0, as what is written is multiplied by the weight that is left")
           .Choices({{kSkipExcluded, "skip"}, {kWriteExcluded, "write"}})
           .To(&GridToParticles::mMode),
-      LinkRow(kDurationRow, "duration", "works only inside this time window", {Duration::Kind().id})
-          .To(&GridToParticles::mDuration),
+      DurationRow(kDurationRow, "works only inside this time window"),
   };
   return table;
 }
 
-void GridToParticles::CollectTargets() {
+bool GridToParticles::PrepareOperator() {
+  if (mField.IsEmpty()) return Deactivate("it has no field; name one under 'source'");
+  if (!mProperty) return Deactivate("it has no property; name one under 'target'");
+  if (!mField.Open()) return Deactivate("its 'source' has no grid");
   mTargets.clear();
-  for (const Linked<ParticleGroup>& entry : mGroups)
-    for (i32 kind = 0; kind < kParticleKinds; ++kind) {
-      ParticleGroup& group = *entry.object;
-      if (NamesKind(entry.flags, kind) && group.Count(kind) > 0 && !group.IsCached(kind))
-        mTargets.push_back({&group, kind, PropertyNumbers(group.Store(kind), *mProperty, true)});
-    }
-}
-
-void GridToParticles::Prepare() {
-  if (!OpenWindow()) return;
-  if (mField.IsEmpty()) return void(Deactivate("it has no field; name one under 'source'"));
-  if (!mProperty) return void(Deactivate("it has no property; name one under 'target'"));
-  if (!mField.Open()) return void(Deactivate("its 'source' has no grid"));
-  CollectTargets();
-  if (mTargets.empty()) return void(Deactivate(kNoParticlesReason));
-  Start();
+  ForEachNamedKind([&](ParticleGroup& group, i32 kind) {
+    mTargets.push_back({&group, kind, PropertyNumbers(group.Store(kind), *mProperty, true)});
+  });
+  return !mTargets.empty() || Deactivate(kNoParticlesReason);
 }
 
 void GridToParticles::Evaluate(const EvaluationThreadData& data) {
@@ -113,11 +99,10 @@ void GridToParticles::Evaluate(const EvaluationThreadData& data) {
   }
 }
 
-void GridToParticles::Finish() {
-  if (Has(FLAG_ACTIVE) && mProperty->PropertyId() == property_id::kPosition)
+void GridToParticles::FinishOperator() {
+  if (mProperty->PropertyId() == property_id::kPosition)
     for (const Target& target : mTargets) target.group->MarkTreeStale(target.kind);
   mTargets.clear();
-  WindowedOperator::Finish();
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

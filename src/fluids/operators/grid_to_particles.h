@@ -1,8 +1,8 @@
 // From grids to particles.
 #pragma once
 #include "fluids/operators/field_probe.h"
+#include "fluids/operators/particle_operator.h"
 #include "fluids/operators/property_operation.h"
-#include "fluids/operators/windowed_operator.h"
 #include "fluids/particles/property_numbers.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -10,16 +10,18 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Reads a field at each particle and writes w (t o f) to one of its properties, with what that is,
 /// t, the field's value f, an operation o and the weight w of the particle. Where the field isn't,
 /// particles stay as they are.
-class GridToParticles : public WindowedOperator {
+class GridToParticles : public ParticleOperator {
  public:
-  using WindowedOperator::WindowedOperator;
+  using ParticleOperator::ParticleOperator;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kGroupsRow = 1000, kSourceRow = 1001, kDurationRow = 1003, kTargetRow = 1004,
-                       kOperationRow = 1005, kModeRow = 1006;
-  void Prepare() override;
+  static constexpr i32 kSourceRow = 1001, kDurationRow = 1003, kTargetRow = 1004, kOperationRow = 1005,
+                       kModeRow = 1006;
   void Evaluate(const EvaluationThreadData& data) override;
-  void Finish() override;
+
+ protected:
+  bool PrepareOperator() override;
+  void FinishOperator() override;
 
  private:
   enum Mode : i32 { kSkipExcluded = 0, kWriteExcluded = 1 };
@@ -28,9 +30,6 @@ class GridToParticles : public WindowedOperator {
     i32 kind;
     PropertyNumbers property;
   };
-  void CollectTargets();
-
-  std::vector<host::Linked<ParticleGroup>> mGroups;
   FieldProbe mField;
   iProperty* mProperty = nullptr;
   PropertyOperation mOperation = PropertyOperation::Add;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "fluids/operators/channel_work.h"
 #include "framework/node_kind.h"
 #include "framework/rest.h"
 #include "framework/scene.h"
@@ -40,11 +39,7 @@ const NodeKind& ParticleForces::Kind() {
 
 const ParameterTable& ParticleForces::Parameters() {
   static const ParameterTable table = {
-      LinksRow(kGroupsRow, "groups", "whose particles are pushed, by kind",
-               {ParticleGroup::kNodeType})
-          .To(&ParticleForces::mGroups)
-          .Writes()
-          .Required(),
+      GroupsRow("whose particles are pushed, by kind"),
       AbsentLinksRow(kForcesRow, "forces",
                      "what pushes them; without the list every force that acts on particles")
           .AcceptsAny({kListForces, 0})
@@ -55,8 +50,7 @@ const ParameterTable& ParticleForces::Parameters() {
           .Choices({{0, "exclude"}, {1, "include"}})
           .Missing(i32{0})
           .To(&ParticleForces::mListMode),
-      LinkRow(1003, "duration", "pushes only inside this time window", {Duration::Kind().id})
-          .To(&ParticleForces::mDuration),
+      DurationRow(kDurationRow, "pushes only inside this time window"),
       LinkRow(kTargetRow, "target",
               "a vector that particles carry, which takes the sum instead of "
               "the velocity; particles without it are left alone")
@@ -76,25 +70,17 @@ const ParameterTable& ParticleForces::Parameters() {
   return table;
 }
 
-void ParticleForces::CheckDirty() {
-  iObject::CheckDirty();
-  WorkWhileSimulating(*this);
-}
-
 bool ParticleForces::SetsVelocity() const {
   return !mProperty || mProperty->Key().id == property_id::kVelocity;
 }
 
 void ParticleForces::CollectTargets() {
   mTargets.clear();
-  for (const Linked<ParticleGroup>& entry : mGroups)
-    for (i32 kind = 0; kind < kParticleKinds; ++kind) {
-      ParticleGroup& group = *entry.object;
-      if (!NamesKind(entry.flags, kind) || group.Count(kind) == 0 || group.IsCached(kind)) continue;
-      PropertyColumn<Vec3d>* column =
-          SetsVelocity() ? nullptr : group.Store(kind).Find<Vec3d>(mProperty->Key());
-      if (SetsVelocity() || column) mTargets.push_back({&group, kind, column});
-    }
+  ForEachNamedKind([&](ParticleGroup& group, i32 kind) {
+    PropertyColumn<Vec3d>* column =
+        SetsVelocity() ? nullptr : group.Store(kind).Find<Vec3d>(mProperty->Key());
+    if (SetsVelocity() || column) mTargets.push_back({&group, kind, column});
+  });
 }
 
 void ParticleForces::CollectForces() {
@@ -129,22 +115,16 @@ void ParticleForces::LookAround() {
   }
 }
 
-void ParticleForces::Prepare() {
-  mWeight = 1;
-  if (mTime->stepDuration == 0) return void(Deactivate(kNoStepReason));
-  if (mDuration && mDuration->Has(FLAG_ENABLED) && !mDuration->Weight(mTime->elapsed, mWeight))
-    return void(Deactivate(kClosedReason));
+bool ParticleForces::PrepareOperator() {
   CollectTargets();
-  if (mTargets.empty()) return void(Deactivate(kNoParticlesReason));
+  if (mTargets.empty()) return Deactivate(kNoParticlesReason);
   CollectForces();
   if (std::none_of(mForces.begin(), mForces.end(),
                    [](const Force* force) { return force->ActsOnParticles(); }))
-    return void(Deactivate("it has no force that acts on particles"));
+    return Deactivate("it has no force that acts on particles");
   LookAround();
   for (Force* force : mForces) force->PrepareForParticles();
-  mConstraints.Prepare(this);
-  ++mRuns;
-  SetFlag(FLAG_ACTIVE, true);
+  return true;
 }
 
 void ParticleForces::Evaluate(const EvaluationThreadData& data) {
@@ -162,10 +142,7 @@ void ParticleForces::Push(const Target& target, i32 first, i32 count, u32 worker
   const std::span<const Vec3d> positions = std::as_const(store).Positions().subspan(first, n);
   double weights[kRun];
   Vec3d forces[kRun] = {};
-  for (std::size_t i = 0; i < n; ++i)
-    weights[i] = store.Flags()[first + i] & PF_ALIVE ? mWeight : 0.0;
-  if (!mConstraints.IsEmpty())
-    mConstraints.TestRow({positions, {weights, n}, &store, first}, this, worker);
+  Weigh(store, first, {weights, n}, worker);
   for (Force* force : mForces)
     if (force->Has(FLAG_ACTIVE))
       force->EvaluateParticles({worker,
@@ -188,13 +165,10 @@ void ParticleForces::Push(const Target& target, i32 first, i32 count, u32 worker
   }
 }
 
-void ParticleForces::Finish() {
+void ParticleForces::FinishOperator() {
   for (Force* force : mForces) force->Finish();
-  mConstraints.Finish(this);
   mForces.clear();
   mTargets.clear();
-  SetFlag(FLAG_ACTIVE, false);
-  iObject::Finish();
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

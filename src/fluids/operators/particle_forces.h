@@ -3,26 +3,26 @@
 #include <vector>
 
 #include "fluids/forces/force.h"
-#include "fluids/particles/particle_group.h"
+#include "fluids/operators/particle_operator.h"
 #include "fluids/particles/particle_property.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Sums forces at each particle of some groups and adds the sum to its velocity, or to a vector
 /// that it carries, or sets that to it.
-class ParticleForces : public iObject {
+class ParticleForces : public ParticleOperator {
  public:
-  using iObject::iObject;
+  using ParticleOperator::ParticleOperator;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kGroupsRow = 1000, kForcesRow = 1001, kForceListRow = 1002,
+  static constexpr i32 kForcesRow = 1001, kForceListRow = 1002, kDurationRow = 1003,
                        kTargetRow = 1004, kModeRow = 1005, kPerStepRow = 1006;
-  ConstraintList* Constraints() override { return &mConstraints; }
-  void CheckDirty() override;
   bool Commutes() const override { return mMode != kSet; }
-  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
-  void Finish() override;
+
+ protected:
+  bool PrepareOperator() override;
+  void FinishOperator() override;
 
  private:
   enum Mode : i32 { kAdd = 0, kSet = 1 };
@@ -40,16 +40,13 @@ class ParticleForces : public iObject {
   bool SetsVelocity() const;
   void Push(const Target& target, i32 first, i32 count, u32 worker) const;
 
-  std::vector<host::Linked<ParticleGroup>> mGroups;
   std::vector<Force*> mNamed;
   i32 mListMode = 0;  ///< 0: the list names who is left out
-  Duration* mDuration = nullptr;
   iProperty* mProperty = nullptr;
   i32 mMode = kAdd;
   bool mIsPerStep = true;
-  ConstraintList mConstraints;
 
-  double mWeight = 1;  ///< of the time window
+  // For one run of a stage.
   std::vector<Target> mTargets;
   std::vector<std::vector<Vec3d>> mBefore;  ///< velocities, where forces ask for neighbours
   std::vector<Force*> mForces;

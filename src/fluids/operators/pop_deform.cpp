@@ -36,8 +36,9 @@ const NodeKind& POP_Deform::Kind() {
 
 const ParameterTable& POP_Deform::Parameters() {
   static const ParameterTable table = [] {
-    ParameterTable rows = CommonRows(kKindRow, 1002, "whose particles are deformed",
-                                     "which particles of the group are deformed");
+    ParameterTable rows = {GroupRow("whose particles are deformed"),
+                           KindRow(kKindRow, kLiquid, "which particles of the group are deformed"),
+                           DurationRow(kDurationRow, "deforms only inside this time window")};
     const ParameterTable own = {
         LinksRow(
             kDeformersRow, "deformers",
@@ -67,13 +68,8 @@ const ParameterTable& POP_Deform::Parameters() {
   return table;
 }
 
-void POP_Deform::CheckDirty() {
-  if (Has(FLAG_DIRTY_CHECKED)) return;
-  iObject::CheckDirty();
-  if (Has(FLAG_ENABLED) && !IsDirty() && (mScene->mFlags & Scene::kTimeChanged)) MarkDirty(false);
-}
-
 bool POP_Deform::PrepareOperator() {
+  if (!FindParticles()) return false;
   if (mNodes.empty()) return Deactivate("it has no deformers; name some under 'deformers'");
   mScale = mStrength * (mPerSecond ? mTime->stepDuration : 1.0);
   mDeformers.clear();
@@ -94,7 +90,13 @@ bool POP_Deform::PrepareOperator() {
   return true;
 }
 
-void POP_Deform::WorkOn(ParticleStore& store, i32 row, double weight, u32) {
+void POP_Deform::Evaluate(const EvaluationThreadData& data) {
+  ForEachChosen(data, [&](ParticleStore& store, i32 row, double weight, u32) {
+    Deform(store, row, weight);
+  });
+}
+
+void POP_Deform::Deform(ParticleStore& store, i32 row, double weight) {
   if (mTarget && mColumn && !mColumn->Has(row)) return;
   const GridLayout& domain = GetDomain();
   const Vec3d position = store.Positions()[row];

@@ -40,13 +40,8 @@ const NodeKind& POP_Flock::Kind() {
 
 const ParameterTable& POP_Flock::Parameters() {
   static const ParameterTable table = {
-      LinkRow(kGroupRow, "group", "whose particles are the flock", {ParticleGroup::kNodeType})
-          .To(&POP_Flock::mGroup)
-          .Writes()
-          .Required(),
-      LongRow(kKindRow, "kind", kPassive, "", "which particles of the group are the flock")
-          .Choices(ParticleKindChoices())
-          .To(&POP_Flock::mKind),
+      GroupRow("whose particles are the flock"),
+      KindRow(kKindRow, kPassive, "which particles of the group are the flock"),
       LinkRow(kPredatorsRow, "predators", "whose particles hunt the flock; without it nobody does",
               {ParticleGroup::kNodeType})
           .To(&POP_Flock::mPredatorGroup)
@@ -55,9 +50,7 @@ const ParameterTable& POP_Flock::Parameters() {
               "which particles of 'predators' hunt")
           .Choices(ParticleKindChoices())
           .To(&POP_Flock::mPredatorKind),
-      LinkRow(kDurationRow, "duration", "steers only inside this time window",
-              {Duration::Kind().id})
-          .To(&POP_Flock::mDuration),
+      DurationRow(kDurationRow, "steers only inside this time window"),
       RealRow(kCohesionRow, "cohesion", 0.5, "none",
               "how much the flock turns to the middle of its neighbours; below 0 away from it")
           .To(&POP_Flock::mCohesion),
@@ -124,16 +117,13 @@ const ParameterTable& POP_Flock::Parameters() {
 
 double POP_Flock::Cells(double cells) const { return cells * GetDomain().cellSize; }
 
-void POP_Flock::Prepare() {
-  if (!OpenWindow()) return;
-  if (!mGroup) return void(Deactivate("it has no flock; name a group under 'group'"));
-  if (mGroup->Count(mKind) == 0) return void(Deactivate(kNoParticlesReason));
-  if (mGroup->IsCached(mKind)) return void(Deactivate(kPlayedParticlesReason));
+bool POP_Flock::PrepareOperator() {
+  if (!FindParticles()) return false;
   const bool isHunted = mPredatorGroup && mPredatorGroup->Count(mPredatorKind) > 0;
   mFlock = &mGroup->Store(mKind);
   mPredators = isHunted ? &mPredatorGroup->Store(mPredatorKind) : nullptr;
   if (mPredators == mFlock)
-    return void(Deactivate("its predators are its flock; name another kind or group"));
+    return Deactivate("its predators are its flock; name another kind or group");
   mGroup->BuildTree(mKind, mScene->mThreadCount);
   if (isHunted) mPredatorGroup->BuildTree(mPredatorKind, mScene->mThreadCount);
   mFlockTree = mGroup->Tree(mKind);
@@ -144,7 +134,7 @@ void POP_Flock::Prepare() {
   mSteering.assign(count, {});
   mIsCaught.assign(isHunted ? count : 0, 0);
   mBuffers.resize(kShares);
-  Start();
+  return true;
 }
 
 template <class F>

@@ -2,7 +2,7 @@
 #pragma once
 #include <vector>
 
-#include "fluids/operators/windowed_operator.h"
+#include "fluids/operators/particle_operator.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -13,12 +13,12 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 ///
 /// Three passes: all of the flock choose their way by velocities that nobody has changed yet, then
 /// predators turn and kill, then the flock turns.
-class POP_Flock : public WindowedOperator {
+class POP_Flock : public ParticleOperator {
  public:
-  using WindowedOperator::WindowedOperator;
+  using ParticleOperator::ParticleOperator;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kGroupRow = 1000, kPredatorsRow = 1001, kDurationRow = 1003, kKindRow = 1008,
+  static constexpr i32 kPredatorsRow = 1001, kDurationRow = 1003, kKindRow = 1008,
                        kPredatorKindRow = 1009, kCohesionRow = 1011, kSeparationRow = 1012,
                        kAlignmentRow = 1013, kSeparationRadiusRow = 1014, kCohesionRadiusRow = 1015,
                        kAlignmentRadiusRow = 1016, kSpeedRow = 1017, kPursuitRow = 1018,
@@ -26,8 +26,10 @@ class POP_Flock : public WindowedOperator {
                        kPredatorSeparationRadiusRow = 1021, kPredatorSpeedRow = 1022,
                        kFlightRow = 1025, kFlightRadiusRow = 1026, kKillsRow = 1027,
                        kKillRadiusRow = 1028;
-  void Prepare() override;
   void Evaluate(const EvaluationThreadData& data) override;
+
+ protected:
+  bool PrepareOperator() override;
 
  private:
   /// How fast something of a kind flies, and how hard it turns.
@@ -50,9 +52,8 @@ class POP_Flock : public WindowedOperator {
   void Pass(const ParticleStore& store, const EvaluationThreadData& data, F&& f) const;
   double Cells(double cells) const;
 
-  ParticleGroup* mGroup = nullptr;
   ParticleGroup* mPredatorGroup = nullptr;
-  i32 mKind = kPassive, mPredatorKind = kPassive;
+  i32 mPredatorKind = kPassive;
   double mCohesion = 0.5, mSeparation = 0.3, mAlignment = 0.15, mFlight = 0.8;
   double mPursuit = 0.5, mPredatorSeparation = 0.3;
   bool mKills = true;

@@ -62,8 +62,9 @@ const NodeKind& Pop_FollowSpline::Kind() {
 const ParameterTable& Pop_FollowSpline::Parameters() {
   static const ParameterTable table = [] {
     using This = Pop_FollowSpline;
-    ParameterTable rows = CommonRows(kKindRow, 1003, "whose particles are led",
-                                     "which particles of the group are led");
+    ParameterTable rows = {GroupRow("whose particles are led"),
+                           KindRow(kKindRow, kLiquid, "which particles of the group are led"),
+                           DurationRow(kDurationRow, "leads only inside this time window")};
     const std::vector<Choice> picks = {
         {kNearest, "nearest"}, {kRandom, "random"}, {kById, "by_id"}};
     const ParameterTable own = {
@@ -182,12 +183,13 @@ const ParameterTable& Pop_FollowSpline::Parameters() {
 }
 
 void Pop_FollowSpline::ClearLinks() {
-  GroupOperator::ClearLinks();
+  ParticleOperator::ClearLinks();
   mLines.clear();
   mWays.clear();
 }
 
 bool Pop_FollowSpline::PrepareOperator() {
+  if (!FindParticles()) return false;
   if (mSplines.empty()) return Deactivate("it has no spline; name one under 'splines'");
   const Vec3d scale = GetDomain().worldToSim;
   mToSim = scale.x;
@@ -217,7 +219,13 @@ bool Pop_FollowSpline::PrepareOperator() {
   return true;
 }
 
-void Pop_FollowSpline::WorkOn(ParticleStore& store, i32 row, double weight, u32) {
+void Pop_FollowSpline::Evaluate(const EvaluationThreadData& data) {
+  ForEachChosen(data, [&](ParticleStore& store, i32 row, double weight, u32) {
+    Lead(store, row, weight);
+  });
+}
+
+void Pop_FollowSpline::Lead(ParticleStore& store, i32 row, double weight) {
   u16& flags = store.Flags()[row];
   if (flags & PF_SPLINE_DONE) return;
   // Its spline may have been taken from the list.
@@ -228,7 +236,7 @@ void Pop_FollowSpline::WorkOn(ParticleStore& store, i32 row, double weight, u32)
   if (flags & PF_SPLINE_FOLLOW) return Follow(store, row, weight);
   if (!(flags & PF_SPLINE_APPROACH)) {
     // One that is free and has been on a spline was released.
-    if ((mB->Has(row) && !mAgain) || DrawOf(mSeed, store.Ids()[row], kDrawShare) >= mShare) return;
+    if ((mB->Has(row) && !mAgain) || ParticleDraw(mSeed, store.Ids()[row], kDrawShare) >= mShare) return;
     Catch(store, row);
   }
   Approach(store, row, weight);
@@ -246,7 +254,7 @@ Pop_FollowSpline::Picked Pop_FollowSpline::PickPlace(const Vec3d& position, i32 
   const auto byId = static_cast<u32>(id);
   std::size_t line = 0;
   if (mPick == kRandom) {
-    line = static_cast<std::size_t>(DrawOf(mSeed, id, kDrawSpline) *
+    line = static_cast<std::size_t>(ParticleDraw(mSeed, id, kDrawSpline) *
                                     static_cast<double>(mLines.size()));
   } else if (mPick == kById) {
     line = byId % mLines.size();
@@ -262,12 +270,12 @@ Pop_FollowSpline::Picked Pop_FollowSpline::PickPlace(const Vec3d& position, i32 
   if (mPlace == kNearest)
     if (const auto found = spline.FindNearest(position, kAnywhere)) return {line, found->place};
   const double part =
-      mPlace == kById ? std::fmod(byId * kGoldenPart, 1.0) : DrawOf(mSeed, id, kDrawPlace);
+      mPlace == kById ? std::fmod(byId * kGoldenPart, 1.0) : ParticleDraw(mSeed, id, kDrawPlace);
   return {line, spline.PlaceAt(part * spline.TotalLength())};
 }
 
 double Pop_FollowSpline::RadiusFor(i32 id) const {
-  const double draw = DrawOf(mSeed, id, kDrawRadius);
+  const double draw = ParticleDraw(mSeed, id, kDrawRadius);
   if (mSpread == kRim) return mRadius;
   if (mSpread == kEvenRadius) return mInnerRadius + draw * (mRadius - mInnerRadius);
   const double inner = mInnerRadius * mInnerRadius;
@@ -283,8 +291,8 @@ Vec3d Pop_FollowSpline::PositionOf(const Way& way, double u, const Vec3d& c) con
 void Pop_FollowSpline::Catch(ParticleStore& store, i32 row) {
   const i32 id = store.Ids()[row];
   const Picked picked = PickPlace(store.Positions()[row], id);
-  const Vec3d c = {std::fmod(mAngle + mAngleRange * DrawOf(mSeed, id, kDrawAngle), kTurn),
-                   RadiusFor(id) * mToSim, DrawOf(mSeed, id, kDrawBlend)};
+  const Vec3d c = {std::fmod(mAngle + mAngleRange * ParticleDraw(mSeed, id, kDrawAngle), kTurn),
+                   RadiusFor(id) * mToSim, ParticleDraw(mSeed, id, kDrawBlend)};
   const i32 way = mFirstWay[picked.line] + picked.place.segment;
   mB->Set(row, {picked.place.u, way + kSegmentMargin, Length(store.Velocities()[row])});
   mC->Set(row, c);
@@ -338,7 +346,7 @@ void Pop_FollowSpline::Follow(ParticleStore& store, i32 row, double weight) {
   const bool wraps = isAtEnd && mEnd == kWrap;
   u = wraps ? u - std::floor(u) : std::clamp(u, 0.0, 1.0);
   if (mSwirl > 0) {
-    const double draw = DrawOf(mStepSeed, store.Ids()[row], kDrawSwirl);
+    const double draw = ParticleDraw(mStepSeed, store.Ids()[row], kDrawSwirl);
     c.x = std::fmod(c.x + mSwirl * dt * (1 - mSwirlVariation * draw), kTurn);
     mC->Set(row, c);
   }

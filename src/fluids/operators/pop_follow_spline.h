@@ -2,7 +2,7 @@
 #pragma once
 #include <vector>
 
-#include "fluids/operators/group_operator.h"
+#include "fluids/operators/particle_operator.h"
 #include "host/spline_line.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -15,12 +15,12 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// those of all splines + 0.1, and the speed; C, the angle and radius of its offset from the line,
 /// and a random number of its own. Velocities change while it approaches, which something else has
 /// to carry it by; a particle that follows is put onto its place, whatever else moves it.
-class Pop_FollowSpline : public GroupOperator {
+class Pop_FollowSpline : public ParticleOperator {
  public:
-  using GroupOperator::GroupOperator;
+  using ParticleOperator::ParticleOperator;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kKindRow = 1002, kApproachSpeedRow = 1004, kApproachModeRow = 1005,
+  static constexpr i32 kKindRow = 1002, kDurationRow = 1003, kApproachSpeedRow = 1004, kApproachModeRow = 1005,
                        kApproachForceRow = 1006, kApproachWeightRow = 1007, kSpeedModeRow = 1008,
                        kDirectionRow = 1009, kEndRow = 1010, kSpeedRow = 1011,
                        kSpeedFactorRow = 1012, kArrivalRow = 1013, kPickRow = 1014,
@@ -36,10 +36,10 @@ class Pop_FollowSpline : public GroupOperator {
   enum End : i32 { kRelease = 0, kWrap = 1, kFinishThere = 2 };
   enum Spread : i32 { kDisc = 0, kEvenRadius = 1, kRim = 2 };
   void ClearLinks() override;
+  void Evaluate(const EvaluationThreadData& data) override;
 
  protected:
   bool PrepareOperator() override;
-  void WorkOn(ParticleStore& store, i32 row, double weight, u32 worker) override;
   void FinishOperator() override;
 
  private:
@@ -53,6 +53,7 @@ class Pop_FollowSpline : public GroupOperator {
     std::size_t line;
     host::SplinePlace place;
   };
+  void Lead(ParticleStore& store, i32 row, double weight);
   Picked PickPlace(const Vec3d& position, i32 id) const;
   void Catch(ParticleStore& store, i32 row);
   void Approach(ParticleStore& store, i32 row, double weight);

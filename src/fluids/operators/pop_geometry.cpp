@@ -41,8 +41,9 @@ const NodeKind& POP_Geometry::Kind() {
 const ParameterTable& POP_Geometry::Parameters() {
   static const ParameterTable table = [] {
     using This = POP_Geometry;
-    ParameterTable rows = CommonRows(kKindRow, 1003, "at whose particles copies stand",
-                                     "which particles of the group get a copy");
+    ParameterTable rows = {GroupRow("at whose particles copies stand"),
+                           KindRow(kKindRow, kLiquid, "which particles of the group get a copy"),
+                           DurationRow(kDurationRow, "shows copies only inside this time window")};
     const ParameterTable own = {
         LinkRow(kObjectRow, "object",
                 "what is copied, in its own axes; where it stands itself doesn't count",
@@ -87,14 +88,8 @@ const ParameterTable& POP_Geometry::Parameters() {
   return table;
 }
 
-void POP_Geometry::CheckDirty() {
-  if (Has(FLAG_DIRTY_CHECKED)) return;
-  iObject::CheckDirty();
-  if (Has(FLAG_ENABLED) && !IsDirty() && (mScene->mFlags & Scene::kTimeChanged)) MarkDirty(false);
-}
-
 void POP_Geometry::Reset() {
-  GroupOperator::Reset();
+  ParticleOperator::Reset();
   mScaledBy.Reset();
   mInstances.clear();
   Write({});
@@ -103,15 +98,16 @@ void POP_Geometry::Reset() {
 void POP_Geometry::Release(bool full) {
   mInstances.clear();
   Write({});
-  GroupOperator::Release(full);
+  ParticleOperator::Release(full);
 }
 
 void POP_Geometry::Persist(StateArchive& archive) {
-  GroupOperator::Persist(archive);
+  ParticleOperator::Persist(archive);
   if (mScene) mScaledBy.Persist(archive, *mScene);
 }
 
 bool POP_Geometry::PrepareOperator() {
+  if (!FindParticles()) return false;
   if (!mObject || mObject->GetGeometry().polygons.empty())
     return Deactivate(mObject ? "its object has no polygons"
                               : "it has no object; name one under 'object'");
@@ -142,12 +138,18 @@ bool POP_Geometry::PrepareOperator() {
 Vec3d POP_Geometry::DrawInto(PropertyColumn<Vec3d>& column, i32 row, i32 id, u64 purpose) const {
   if (column.Has(row)) return column.Get(row, {});
   Vec3d draw;
-  for (i32 a = 0; a < 3; ++a) draw[a] = DrawOf(mSeed, id, 3 * purpose + (mUniform ? 0 : a));
+  for (i32 a = 0; a < 3; ++a) draw[a] = ParticleDraw(mSeed, id, 3 * purpose + (mUniform ? 0 : a));
   column.Set(row, draw);
   return draw;
 }
 
-void POP_Geometry::WorkOn(ParticleStore& store, i32 row, double, u32 worker) {
+void POP_Geometry::Evaluate(const EvaluationThreadData& data) {
+  ForEachChosen(data, [&](ParticleStore& store, i32 row, double, u32 worker) {
+    Place(store, row, worker);
+  });
+}
+
+void POP_Geometry::Place(ParticleStore& store, i32 row, u32 worker) {
   const i32 id = store.Ids()[row];
   const Vec3d position = std::as_const(store).Positions()[row];
   const Vec3d smaller = DrawInto(*mScales, row, id, 0) * Vec3d{mRandomX, mRandomY, mRandomZ};
@@ -213,7 +215,7 @@ void POP_Geometry::Finish() {
     mInstances.clear();
     Write({});
   }
-  GroupOperator::Finish();
+  ParticleOperator::Finish();
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

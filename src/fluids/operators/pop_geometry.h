@@ -2,7 +2,7 @@
 #pragma once
 #include <vector>
 
-#include "fluids/operators/group_operator.h"
+#include "fluids/operators/particle_operator.h"
 #include "grids/grid_memory.h"
 #include "host/polygon_object.h"
 
@@ -13,12 +13,12 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 ///
 /// Its node is the polygon object that holds the copies: files, pictures and mesh nodes name it as
 /// any other. Copies have the velocity of their particles, and its colour where it has one.
-class POP_Geometry : public GroupOperator {
+class POP_Geometry : public ParticleOperator {
  public:
-  using GroupOperator::GroupOperator;
+  using ParticleOperator::ParticleOperator;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kObjectRow = 1001, kKindRow = 1005, kScaleRow = 1007, kRandomZRow = 1008,
+  static constexpr i32 kObjectRow = 1001, kDurationRow = 1003, kKindRow = 1005, kScaleRow = 1007, kRandomZRow = 1008,
                        kRotationRow = 1009, kRandomRotationRow = 1010, kScaledByRow = 1013,
                        kUniformRow = 1018, kRandomXRow = 1019, kRandomYRow = 1020,
                        kSourceRow = 1021;
@@ -28,9 +28,9 @@ class POP_Geometry : public GroupOperator {
     Matrix place;
     i32 id = -1;
   };
-  void CheckDirty() override;
   void Reset() override;
   void Release(bool full) override;
+  void Evaluate(const EvaluationThreadData& data) override;
   void Finish() override;
   void Persist(StateArchive& archive) override;
   /// By row of the particles, as they stood when it worked last.
@@ -38,12 +38,11 @@ class POP_Geometry : public GroupOperator {
 
  protected:
   bool PrepareOperator() override;
-  void WorkOn(ParticleStore& store, i32 row, double weight, u32 worker) override;
   void FinishOperator() override;
-  bool RestsWhilePlayed() const override { return false; }
-  bool NeedsTime() const override { return false; }
+  bool ShowsParticles() const override { return true; }
 
  private:
+  void Place(ParticleStore& store, i32 row, u32 worker);
   Vec3d DrawInto(PropertyColumn<Vec3d>& column, i32 row, i32 id, u64 purpose) const;
   host::Geometry Copies() const;
   void Write(host::Geometry geometry);

@@ -39,13 +39,8 @@ const NodeKind& POP_Property::Kind() {
 
 const ParameterTable& POP_Property::Parameters() {
   static const ParameterTable table = {
-      LinkRow(kGroupRow, "group", "whose particles are changed", {ParticleGroup::kNodeType})
-          .To(&POP_Property::mGroup)
-          .Writes()
-          .Required(),
-      LongRow(kKindRow, "kind", kLiquid, "", "which particles of the group are changed")
-          .Choices(ParticleKindChoices())
-          .To(&POP_Property::mKind),
+      GroupRow("whose particles are changed"),
+      KindRow(kKindRow, kLiquid, "which particles of the group are changed"),
       LinkRow(kSourceRow, "source",
               "another property, whose value at each particle is taken, or a direction there; "
               "particles without that property stay as they are",
@@ -70,8 +65,7 @@ const ParameterTable& POP_Property::Parameters() {
               "leaves particles alone of which constraints leave nothing; off, they get 0, as what "
               "is written is multiplied by the weight that is left")
           .To(&POP_Property::mSkips),
-      LinkRow(kDurationRow, "duration", "works only inside this time window", {Duration::Kind().id})
-          .To(&POP_Property::mDuration),
+      DurationRow(kDurationRow, "works only inside this time window"),
       LongRow(5000, "value_kind", 0, "",
               "which of the three values a dialog shows; the property takes the one that fits it")
           .Choices({{0, "real"}, {1, "vector"}, {2, "whole_number"}})
@@ -91,23 +85,21 @@ const ParameterTable& POP_Property::Parameters() {
   return table;
 }
 
-void POP_Property::Prepare() {
-  if (RestsByDeadLink(*this) || !OpenWindow()) return;
-  if (!mGroup) return void(Deactivate("it has no group; name one under 'group'"));
-  if (!mProperty) return void(Deactivate("it has no property; name one under 'target'"));
-  if (mGroup->Count(mKind) == 0) return void(Deactivate(kNoParticlesReason));
-  if (mGroup->IsCached(mKind)) return void(Deactivate(kPlayedParticlesReason));
+bool POP_Property::PrepareOperator() {
+  if (RestsByDeadLink(*this)) return false;
+  if (!mProperty) return Deactivate("it has no property; name one under 'target'");
+  if (!FindParticles()) return false;
   ParticleStore& store = mGroup->Store(mKind);
   if (mSourceProperty) {
     mSource = PropertyNumbers(store, *mSourceProperty, false);
-    if (!mSource.IsAnywhere()) return void(Deactivate("no particle has what 'source' names"));
+    if (!mSource.IsAnywhere()) return Deactivate("no particle has what 'source' names");
   }
   mTarget = PropertyNumbers(store, *mProperty, true);
   if (mAlignment) mAlignment->SetWorkerCount(kShares);
   const double number =
       dynamic_cast<const Property<bool>*>(mProperty) ? (mWhole != 0 ? 1.0 : 0.0) : mReal;
   mConstant = mTarget.IsVector() ? mVector : Vec3d{number, number, number};
-  Start();
+  return true;
 }
 
 Vec3d POP_Property::SourceAt(i32 row, const Vec3d& position, u32 worker) const {
@@ -129,10 +121,8 @@ void POP_Property::Evaluate(const EvaluationThreadData& data) {
   });
 }
 
-void POP_Property::Finish() {
-  if (Has(FLAG_ACTIVE) && mProperty->PropertyId() == property_id::kPosition)
-    mGroup->MarkTreeStale(mKind);
-  WindowedOperator::Finish();
+void POP_Property::FinishOperator() {
+  if (mProperty->PropertyId() == property_id::kPosition) mGroup->MarkTreeStale(mKind);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

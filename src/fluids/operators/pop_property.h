@@ -1,7 +1,7 @@
 // Arithmetic on properties of particles.
 #pragma once
+#include "fluids/operators/particle_operator.h"
 #include "fluids/operators/property_operation.h"
-#include "fluids/operators/windowed_operator.h"
 #include "fluids/particles/property_numbers.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -11,26 +11,26 @@ class AlignmentVector3D;
 /// Writes w (t o s) to a property of each particle, with what it is, t, a source s, an operation o
 /// and the weight w of the particle. The source is another property, a direction at the particle,
 /// or a constant.
-class POP_Property : public WindowedOperator {
+class POP_Property : public ParticleOperator {
  public:
-  using WindowedOperator::WindowedOperator;
+  using ParticleOperator::ParticleOperator;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kGroupRow = 1000, kSourceRow = 1002, kTargetRow = 1004, kDurationRow = 1006,
-                       kKindRow = 1008, kOperationRow = 1009, kSkipRow = 1010, kRealRow = 5001,
-                       kVectorRow = 5002, kWholeRow = 5003;
-  void Prepare() override;
+  static constexpr i32 kSourceRow = 1002, kTargetRow = 1004, kDurationRow = 1006, kKindRow = 1008,
+                       kOperationRow = 1009, kSkipRow = 1010, kRealRow = 5001, kVectorRow = 5002,
+                       kWholeRow = 5003;
   void Evaluate(const EvaluationThreadData& data) override;
-  void Finish() override;
+
+ protected:
+  bool PrepareOperator() override;
+  void FinishOperator() override;
 
  private:
   Vec3d SourceAt(i32 row, const Vec3d& position, u32 worker) const;
 
-  ParticleGroup* mGroup = nullptr;
   iProperty* mSourceProperty = nullptr;
   AlignmentVector3D* mAlignment = nullptr;
   iProperty* mProperty = nullptr;
-  i32 mKind = kLiquid;
   PropertyOperation mOperation = PropertyOperation::Add;
   bool mSkips = true;
   double mReal = 1;

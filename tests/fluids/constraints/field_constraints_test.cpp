@@ -338,7 +338,7 @@ TEST(ParticleConstraints, AForceHandsThemTheParticleThatItPushes) {
   Constraint& flag = rig.Add<Constraint>("constraint_particle_collision", "hit");
   Constraint& low = rig.Add<Constraint>("constraint_gradient", "low");
   Rig::Set(low, 1000, host::Gradient{{{0, {0, 0, 0}}, {1, {1, 1, 1}}}});
-  Rig::Links(push, ParticleForces::kGroupsRow, {&group});
+  Rig::Links(push, ParticleForces::kGroupRow, {&group});
   Rig::Links(push, ParticleForces::kForcesRow, {&gravity});
   Rig::Links(gravity, common_row::kConstraints, {&flag, &low});
   ParticleStore& store = group.Store(kPassive);

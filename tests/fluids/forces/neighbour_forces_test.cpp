@@ -16,7 +16,7 @@ struct PushRig : ParticleRig {
   ParticleForces& push = Add<ParticleForces>("particle_forces", "push");
 
   explicit PushRig(const char* type) : force(Add<Force>(type, "force")) {
-    Links(push, ParticleForces::kGroupsRow, {&group});
+    Links(push, ParticleForces::kGroupRow, {&group});
     Links(push, ParticleForces::kForcesRow, {&force});
   }
   /// What a step changes.

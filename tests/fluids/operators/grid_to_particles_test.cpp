@@ -28,7 +28,7 @@ struct ReadRig : ParticleRig {
   ReadRig() {
     Set(heat, iProperty::kPropertyRow, i32{property_id::kTemperature});
     Set(tint, iProperty::kPropertyRow, i32{property_id::kColor});
-    Links(read, GridToParticles::kGroupsRow, {&group});
+    Links(read, GridToParticles::kGroupRow, {&group});
     Set(read, GridToParticles::kOperationRow, i32{0});
     PutCloud(Store(), 300, {1, 1, 1});
     for (Vec3d& p : Store().Positions()) p += Vec3d{0.1, 0.1, 0.1};
@@ -79,7 +79,7 @@ TEST(GridToParticles, ReadsTheFacesOfAFlow) {
   host::BaseNode& motion = rig.Add("property_vector", "motion");
   motion.Set(iProperty::kPropertyRow, i32{property_id::kVelocity});
   host::BaseNode& read = rig.Add("particle_gridtoparticles", "read");
-  read.Set(GridToParticles::kGroupsRow, host::InExcludeData{{{group.Id(), 0}}});
+  read.Set(GridToParticles::kGroupRow, host::InExcludeData{{{group.Id(), 0}}});
   read.Set(GridToParticles::kSourceRow, host::Link{rig.gas->Node()->Id()});
   read.Set(GridToParticles::kTargetRow, host::Link{motion.Id()});
   read.Set(GridToParticles::kOperationRow, i32{1});
