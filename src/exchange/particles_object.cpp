@@ -10,22 +10,37 @@
 
 namespace MELDO_GLOBAL::exchange {
 
+namespace {
+
+std::vector<Vec3d> PlacesOf(const ParticleTable& table) {
+  const ParticleColumn* position = table.Find("position", 3);
+  std::vector<Vec3d> places(position ? static_cast<std::size_t>(table.Count()) : 0);
+  for (std::size_t row = 0; row < places.size(); ++row)
+    for (int a = 0; a < 3; ++a) places[row][a] = position->At(static_cast<i64>(row), a);
+  return places;
+}
+
+}  // namespace
+
 void ParticlesObject::Load(const std::string& file) {
   ParticleTable table = ReadParticles(file);
-  const ParticleColumn* position = table.Find("position", 3);
-  if (!position)
+  if (!table.Find("position", 3))
     throw host::FileError(fmt::format("cannot read {}: its particles have no positions", file));
-  std::vector<Vec3d> places(static_cast<std::size_t>(table.Count()));
-  for (i64 row = 0; row < table.Count(); ++row)
-    for (int a = 0; a < 3; ++a) {
-      places[row][a] = position->At(row, a);
-      if (!std::isfinite(places[row][a]))
-        throw host::FileError(fmt::format(
-            "cannot read {}: particle {} (counted from 0) is at no finite place", file, row));
-    }
+  std::vector<Vec3d> places = PlacesOf(table);
+  for (std::size_t row = 0; row < places.size(); ++row)
+    if (!std::isfinite(places[row].x + places[row].y + places[row].z))
+      throw host::FileError(fmt::format(
+          "cannot read {}: particle {} (counted from 0) is at no finite place", file, row));
   mTable = std::move(table);
   points = std::move(places);
   mLoadedFile = file;
+  Touch();
+}
+
+void ParticlesObject::WriteOutput(ParticleTable table) {
+  points = PlacesOf(table);
+  mTable = std::move(table);
+  mIsOutput = true;
   Touch();
 }
 

@@ -5,7 +5,8 @@
 
 namespace MELDO_GLOBAL::exchange {
 
-/// Loose points with attributes, from a file or a file per frame, in host units. The points of a
+/// Loose points with attributes, in host units: of a file, of a file per frame, or handed over by a
+/// simulation. The points of a
 /// frame are all that its file holds; before the first file and behind the last one they stay.
 class ParticlesObject : public host::PointsObject {
  public:
@@ -20,13 +21,21 @@ class ParticlesObject : public host::PointsObject {
   /// host::MeshFileError for a hole.
   void Animate(double frame) override;
 
-  /// What the file holds of each point.
+  /// Whether a file says what it holds; else it may hold what a simulation hands over.
+  bool IsFromFile() const { return !mLoadedFile.empty(); }
+  /// Takes the place of what it held; a checkpoint keeps it. The table has a `position`, or no
+  /// rows.
+  void WriteOutput(ParticleTable table);
+  bool IsOutput() const { return mIsOutput; }
+
+  /// What the file holds of each point, or what was handed over.
   const ParticleTable& Table() const { return mTable; }
 
  private:
   ParticleTable mTable;
   std::string mFramePattern, mLoadedFile;
   bool mGoesOn = false;
+  bool mIsOutput = false;
 };
 
 }  // namespace MELDO_GLOBAL::exchange

@@ -17,6 +17,7 @@ inline constexpr const char* kNoRateReason = "its rate is 0";
 inline constexpr const char* kPlayedParticlesReason = "its particles play from a cache";
 inline constexpr const char* kPlayedPolygonsReason = "its polygons play from a cache";
 inline constexpr const char* kNoParticlesReason = "its group holds no particles of its kind";
+inline constexpr const char* kEmptySourceReason = "its source holds no particles";
 inline constexpr const char* kNoStrengthReason = "its strength is 0";
 
 // Of a fire: what may well end in some later frame.
@@ -41,9 +42,9 @@ inline bool MayPass(std::string_view reason) {
 /// Whether a reason is one of these: the user asked for the sleep, so that no warning tells of it.
 inline bool IsRest(std::string_view reason) {
   constexpr std::string_view kReasons[] = {
-      kNoStepReason,      kClosedReason,       kOverReason,          kPlayedReason,
-      kNotDueReason,      kPlayedTargetReason, kNoStrengthReason,    kPlayedParticlesReason,
-      kNoParticlesReason, kNoRateReason,       kPlayedPolygonsReason};
+      kNoStepReason,      kClosedReason,       kOverReason,           kPlayedReason,
+      kNotDueReason,      kPlayedTargetReason, kNoStrengthReason,     kPlayedParticlesReason,
+      kNoParticlesReason, kNoRateReason,       kPlayedPolygonsReason, kEmptySourceReason};
   return std::find(std::begin(kReasons), std::end(kReasons), reason) != std::end(kReasons);
 }
 

@@ -10,9 +10,9 @@
 
 #include "cache/mesh_cache_file.h"
 #include "cache/particle_cache_file.h"
+#include "fluids/particles/point_table.h"
 #include "host/file_error.h"
 #include "io/export_origin.h"
-#include "io/point_table.h"
 
 namespace MELDO_GLOBAL::app {
 
@@ -105,8 +105,8 @@ class RecordedTable : public MELDO_SULVA::ColumnTaker {
     mTable.TakeCount(0);
     for (const std::size_t i : order) {
       ParticleColumn& own = properties[i];
-      mTable.Add(ColumnNameOf(mProperties[i].name), own.Type(), own.components).values =
-          std::move(own.values);
+      mTable.Add(MELDO_SULVA::ColumnNameOf(mProperties[i].name), own.Type(), own.components)
+          .values = std::move(own.values);
     }
     mTable.TakeCount(count);
     return std::move(mTable);

@@ -66,6 +66,7 @@
 #include "fluids/operators/grid_variable_density.h"
 #include "fluids/operators/mesh_curvature_operator.h"
 #include "fluids/operators/mesh_smoothing_operator.h"
+#include "fluids/operators/particle_converter.h"
 #include "fluids/operators/particle_forces.h"
 #include "fluids/operators/pop_deform.h"
 #include "fluids/operators/pop_flock.h"
@@ -157,6 +158,7 @@ std::deque<NodeKind>& Kinds() {
       GridVariableDensity::Kind(),
       ParticleAdvection::Kind(),
       ParticleForces::Kind(),
+      ParticleConverter::Kind(),
       MultiVolume::Kind(),
       MeshCurvatureOperator::Kind(),
       MeshSmoothingOperator::Kind(),

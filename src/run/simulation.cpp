@@ -10,6 +10,7 @@
 #include <new>
 
 #include "cache/cache_operator.h"
+#include "exchange/particles_object.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/volume_base.h"
 #include "framework/stage_order.h"
@@ -138,7 +139,25 @@ void PersistCorners(StateArchive& archive, std::vector<std::array<Vec3d, 4>>& co
     std::copy_n(flat.begin() + static_cast<std::ptrdiff_t>(4 * i), 4, corners[i].begin());
 }
 
-/// What the simulation left in the document beside counters: placements and meshes that it wrote.
+void PersistTable(StateArchive& archive, exchange::ParticleTable& table) {
+  i64 rows = table.Count();
+  auto columns = static_cast<u64>(table.Columns().size());
+  archive(rows, columns);
+  if (archive.IsLoading()) table = {};
+  for (u64 i = 0; i < columns && archive.IsGood(); ++i) {
+    exchange::ParticleColumn own;
+    if (!archive.IsLoading()) own = table.Columns()[i];
+    u8 type = static_cast<u8>(own.Type());
+    archive(own.name, own.components, type);
+    if (archive.IsLoading()) own.values = exchange::EmptyValues(exchange::ValueType{type});
+    std::visit([&](auto& list) { archive(list); }, own.values);
+    if (archive.IsLoading()) table.Columns().push_back(std::move(own));
+  }
+  table.TakeCount(rows);
+}
+
+/// What the simulation left in the document beside counters: placements that it wrote, and the
+/// content of objects.
 void PersistWritten(StateArchive& archive, host::BaseNode& node) {
   bool isWritten = node.IsWrittenBack();
   archive(isWritten);
@@ -157,6 +176,15 @@ void PersistWritten(StateArchive& archive, host::BaseNode& node) {
       PersistCorners(archive, geometry.uvs);
       archive(geometry.velocities, geometry.colours);
       if (archive.IsLoading() && archive.IsGood()) mesh->WriteOutput(std::move(geometry));
+    }
+  }
+  if (auto* particles = dynamic_cast<exchange::ParticlesObject*>(&node)) {
+    bool isOutput = particles->IsOutput();
+    archive(isOutput);
+    if (isOutput) {
+      exchange::ParticleTable table = particles->Table();
+      PersistTable(archive, table);
+      if (archive.IsLoading() && archive.IsGood()) particles->WriteOutput(std::move(table));
     }
   }
   for (host::BaseNode* child : node.Children()) PersistWritten(archive, *child);

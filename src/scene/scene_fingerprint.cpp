@@ -132,7 +132,8 @@ void AppendHostData(std::string& out, const host::BaseNode& node) {
       AppendBytes(out, &placement, 1);
     }
   }
-  if (const auto* particles = dynamic_cast<const exchange::ParticlesObject*>(&node)) {
+  const auto* particles = dynamic_cast<const exchange::ParticlesObject*>(&node);
+  if (particles && !particles->IsOutput()) {
     for (const exchange::ParticleColumn& column : particles->Table().Columns())
       std::visit([&](const auto& list) { AppendBytes(out, list.data(), list.size()); },
                  column.values);

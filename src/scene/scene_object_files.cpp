@@ -123,8 +123,9 @@ std::optional<std::string> SceneBuilder::FirstOfFrames(const JsonValue& value, c
 
 void SceneBuilder::ReadParticleFile(const JsonValue& value, BaseNode& node,
                                     const Subject& subject) {
+  // Without a file a simulation may hand particles over to it.
   const JsonValue* file = value.Find("file");
-  if (!file) return mContext.Error(value, subject, "'file' is missing");
+  if (!file) return void(ReadGoesOn(value, false, "a 'file' with a run of #", subject));
   const auto path = ReadFileName(*file, subject, "'file'");
   if (!path) return;
   const bool hasFrames = path->find('#') != std::string::npos;

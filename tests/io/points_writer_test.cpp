@@ -1,5 +1,5 @@
 // Particles in files for other tools, read back as these do.
-#include "io/point_table.h"
+#include "fluids/particles/point_table.h"
 
 #include <gtest/gtest.h>
 

@@ -15,8 +15,8 @@ class GridToParticles : public ParticleOperator {
   using ParticleOperator::ParticleOperator;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kSourceRow = 1001, kDurationRow = 1003, kTargetRow = 1004, kOperationRow = 1005,
-                       kModeRow = 1006;
+  static constexpr i32 kSourceRow = 1001, kDurationRow = 1003, kTargetRow = 1004,
+                       kOperationRow = 1005, kModeRow = 1006;
   void Evaluate(const EvaluationThreadData& data) override;
 
  protected:

@@ -74,11 +74,10 @@ void ParticleOperator::Finish() {
 void ParticleOperator::Weigh(const ParticleStore& store, i32 first, std::span<double> weights,
                              u32 worker) const {
   const std::span<const u16> flags = store.Flags().subspan(first, weights.size());
-  for (std::size_t i = 0; i < weights.size(); ++i)
-    weights[i] = flags[i] & PF_ALIVE ? mWeight : 0.0;
+  for (std::size_t i = 0; i < weights.size(); ++i) weights[i] = flags[i] & PF_ALIVE ? mWeight : 0.0;
   if (!mConstraints.IsEmpty())
-    mConstraints.TestRow(
-        {store.Positions().subspan(first, weights.size()), weights, &store, first}, this, worker);
+    mConstraints.TestRow({store.Positions().subspan(first, weights.size()), weights, &store, first},
+                         this, worker);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

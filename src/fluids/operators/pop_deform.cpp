@@ -91,9 +91,8 @@ bool POP_Deform::PrepareOperator() {
 }
 
 void POP_Deform::Evaluate(const EvaluationThreadData& data) {
-  ForEachChosen(data, [&](ParticleStore& store, i32 row, double weight, u32) {
-    Deform(store, row, weight);
-  });
+  ForEachChosen(
+      data, [&](ParticleStore& store, i32 row, double weight, u32) { Deform(store, row, weight); });
 }
 
 void POP_Deform::Deform(ParticleStore& store, i32 row, double weight) {

@@ -16,8 +16,9 @@ class POP_Deform : public ParticleOperator {
   using ParticleOperator::ParticleOperator;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kTargetRow = 1001, kDurationRow = 1002, kModeRow = 1003, kPerSecondRow = 1004, kKindRow = 1005,
-                       kStrengthRow = 1006, kDeformersRow = 1007;
+  static constexpr i32 kTargetRow = 1001, kDurationRow = 1002, kModeRow = 1003,
+                       kPerSecondRow = 1004, kKindRow = 1005, kStrengthRow = 1006,
+                       kDeformersRow = 1007;
   enum Mode : i32 { kAdd = 0, kSet = 1 };
   void Evaluate(const EvaluationThreadData& data) override;
 

@@ -220,9 +220,8 @@ bool Pop_FollowSpline::PrepareOperator() {
 }
 
 void Pop_FollowSpline::Evaluate(const EvaluationThreadData& data) {
-  ForEachChosen(data, [&](ParticleStore& store, i32 row, double weight, u32) {
-    Lead(store, row, weight);
-  });
+  ForEachChosen(
+      data, [&](ParticleStore& store, i32 row, double weight, u32) { Lead(store, row, weight); });
 }
 
 void Pop_FollowSpline::Lead(ParticleStore& store, i32 row, double weight) {
@@ -236,7 +235,8 @@ void Pop_FollowSpline::Lead(ParticleStore& store, i32 row, double weight) {
   if (flags & PF_SPLINE_FOLLOW) return Follow(store, row, weight);
   if (!(flags & PF_SPLINE_APPROACH)) {
     // One that is free and has been on a spline was released.
-    if ((mB->Has(row) && !mAgain) || ParticleDraw(mSeed, store.Ids()[row], kDrawShare) >= mShare) return;
+    if ((mB->Has(row) && !mAgain) || ParticleDraw(mSeed, store.Ids()[row], kDrawShare) >= mShare)
+      return;
     Catch(store, row);
   }
   Approach(store, row, weight);

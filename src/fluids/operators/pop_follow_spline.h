@@ -20,9 +20,9 @@ class Pop_FollowSpline : public ParticleOperator {
   using ParticleOperator::ParticleOperator;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kKindRow = 1002, kDurationRow = 1003, kApproachSpeedRow = 1004, kApproachModeRow = 1005,
-                       kApproachForceRow = 1006, kApproachWeightRow = 1007, kSpeedModeRow = 1008,
-                       kDirectionRow = 1009, kEndRow = 1010, kSpeedRow = 1011,
+  static constexpr i32 kKindRow = 1002, kDurationRow = 1003, kApproachSpeedRow = 1004,
+                       kApproachModeRow = 1005, kApproachForceRow = 1006, kApproachWeightRow = 1007,
+                       kSpeedModeRow = 1008, kDirectionRow = 1009, kEndRow = 1010, kSpeedRow = 1011,
                        kSpeedFactorRow = 1012, kArrivalRow = 1013, kPickRow = 1014,
                        kShareRow = 1015, kSplinesRow = 1016, kPlaceRow = 1020, kAgainRow = 1021,
                        kSwirlRow = 1022, kAngleRangeRow = 1023, kSwirlVariationRow = 1024,

@@ -144,9 +144,8 @@ Vec3d POP_Geometry::DrawInto(PropertyColumn<Vec3d>& column, i32 row, i32 id, u64
 }
 
 void POP_Geometry::Evaluate(const EvaluationThreadData& data) {
-  ForEachChosen(data, [&](ParticleStore& store, i32 row, double, u32 worker) {
-    Place(store, row, worker);
-  });
+  ForEachChosen(
+      data, [&](ParticleStore& store, i32 row, double, u32 worker) { Place(store, row, worker); });
 }
 
 void POP_Geometry::Place(ParticleStore& store, i32 row, u32 worker) {

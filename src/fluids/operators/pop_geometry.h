@@ -18,10 +18,10 @@ class POP_Geometry : public ParticleOperator {
   using ParticleOperator::ParticleOperator;
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kObjectRow = 1001, kDurationRow = 1003, kKindRow = 1005, kScaleRow = 1007, kRandomZRow = 1008,
-                       kRotationRow = 1009, kRandomRotationRow = 1010, kScaledByRow = 1013,
-                       kUniformRow = 1018, kRandomXRow = 1019, kRandomYRow = 1020,
-                       kSourceRow = 1021;
+  static constexpr i32 kObjectRow = 1001, kDurationRow = 1003, kKindRow = 1005, kScaleRow = 1007,
+                       kRandomZRow = 1008, kRotationRow = 1009, kRandomRotationRow = 1010,
+                       kScaledByRow = 1013, kUniformRow = 1018, kRandomXRow = 1019,
+                       kRandomYRow = 1020, kSourceRow = 1021;
   enum Source : i32 { kFromPosition = 0, kFromEllipsoid = 1, kFromDeformed = 2 };
   /// Where the copy of a particle stands, host units; id -1 for one that has none.
   struct Instance {

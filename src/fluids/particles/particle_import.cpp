@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "exchange/particles_object.h"
+#include "fluids/particles/point_table.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -96,6 +97,34 @@ void AppendParticles(const ParticleTable& table, const ImportPlace& where,
 }
 
 }  // namespace
+
+exchange::ParticleTable PointsOf(const ParticleColumns& particles, const host::PointsObject& object,
+                                 const GridLayout& domain) {
+  ParticleTable table = TableOf(particles);
+  const Matrix toOwn = Inverse(object.GlobalMatrix());
+  const auto change = [&](std::string_view name, int components, auto&& f) {
+    ParticleColumn* column = table.Find(name, components);
+    auto* values = column ? std::get_if<std::vector<f64>>(&column->values) : nullptr;
+    if (!values) return;
+    for (std::size_t i = 0; i < values->size(); i += static_cast<std::size_t>(components))
+      f(values->data() + i);
+  };
+  const auto changeVectors = [&](std::string_view name, auto&& f) {
+    change(name, 3, [&](double* at) {
+      const Vec3d v = f(Vec3d{at[0], at[1], at[2]});
+      for (i32 a = 0; a < 3; ++a) at[a] = v[a];
+    });
+  };
+  const Vec3d& scale = domain.simToWorld;
+  for (const i32 id : {property_id::kPosition, property_id::kOldPosition})
+    changeVectors(NameOfProperty(id), [&](const Vec3d& v) { return toOwn * (v * scale); });
+  changeVectors(NameOfProperty(property_id::kVelocity),
+                [&](const Vec3d& v) { return toOwn.Rotate(v * scale); });
+  changeVectors(NameOfProperty(property_id::kNormal),
+                [&](const Vec3d& v) { return Normalised(toOwn.Rotate(v)); });
+  change(NameOfProperty(property_id::kRadius), 1, [&](double* at) { *at *= scale.x; });
+  return table;
+}
 
 void AppendPoints(const host::PointsObject& object, const GridLayout& domain,
                   std::span<iProperty* const> users, ParticleStore& store) {

@@ -1,7 +1,8 @@
-// Points of the host as particles of the simulation.
+// Points of the host as particles of the simulation, and the other way round.
 #pragma once
 #include <span>
 
+#include "exchange/particle_table.h"
 #include "fluids/particles/particle_property.h"
 #include "fluids/particles/particle_store.h"
 #include "grids/grid_layout.h"
@@ -15,5 +16,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// lengths; normals turn, and all else stays.
 void AppendPoints(const host::PointsObject& object, const GridLayout& domain,
                   std::span<iProperty* const> users, ParticleStore& store);
+
+/// A store's particles as those of an object, in its axes and in host units; undoes the above.
+exchange::ParticleTable PointsOf(const ParticleColumns& particles, const host::PointsObject& object,
+                                 const GridLayout& domain);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

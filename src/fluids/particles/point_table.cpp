@@ -1,4 +1,4 @@
-#include "io/point_table.h"
+#include "fluids/particles/point_table.h"
 
 #include <fmt/format.h>
 
@@ -6,9 +6,8 @@
 #include <cctype>
 #include <map>
 
-namespace MELDO_GLOBAL::app {
+namespace MELDO_GLOBAL::MELDO_SULVA {
 
-using namespace MELDO_SULVA;
 using exchange::ParticleColumn;
 using exchange::ParticleTable;
 using exchange::ValueType;
@@ -144,4 +143,8 @@ ParticleTable TableOf(const ParticleSet& particles, u32 kinds) {
   return TableMaker(std::move(parts), label).Make();
 }
 
-}  // namespace MELDO_GLOBAL::app
+ParticleTable TableOf(const ParticleColumns& particles) {
+  return TableMaker({{&particles, 0}}, "").Make();
+}
+
+}  // namespace MELDO_GLOBAL::MELDO_SULVA
