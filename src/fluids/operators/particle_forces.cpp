@@ -105,14 +105,17 @@ void ParticleForces::LookAround() {
                    [](const Force* force) { return force->AsksNeighbours(); }))
     return;
   mBefore.resize(std::max(mBefore.size(), mTargets.size()));
+  u64 bytes = 0;
   for (std::size_t i = 0; i < mTargets.size(); ++i) {
     Target& target = mTargets[i];
     target.group->BuildTree(target.kind, mScene->mThreadCount);
     const auto now = std::as_const(target.group->Store(target.kind)).Velocities();
     if (!target.column) mBefore[i].assign(now.begin(), now.end());
+    bytes += mBefore[i].capacity() * sizeof(Vec3d);
     target.around.tree = target.group->Tree(target.kind);
     target.around.velocities = target.column ? now : std::span<const Vec3d>(mBefore[i]);
   }
+  mHeld.Set(bytes);
 }
 
 bool ParticleForces::PrepareOperator() {

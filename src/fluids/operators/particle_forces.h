@@ -5,6 +5,7 @@
 #include "fluids/forces/force.h"
 #include "fluids/operators/particle_operator.h"
 #include "fluids/particles/particle_property.h"
+#include "grids/grid_memory.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -49,6 +50,7 @@ class ParticleForces : public ParticleOperator {
   // For one run of a stage.
   std::vector<Target> mTargets;
   std::vector<std::vector<Vec3d>> mBefore;  ///< velocities, where forces ask for neighbours
+  CountedMemory mHeld;                      ///< of these
   std::vector<Force*> mForces;
 };
 

@@ -133,6 +133,7 @@ bool POP_Flock::PrepareOperator() {
   const auto count = static_cast<std::size_t>(mFlock->Count());
   mSteering.assign(count, {});
   mIsCaught.assign(isHunted ? count : 0, 0);
+  mHeld.Set(mSteering.capacity() * sizeof(Vec3d) + mIsCaught.capacity());
   mBuffers.resize(kShares);
   return true;
 }
@@ -146,9 +147,11 @@ void POP_Flock::Pass(const ParticleStore& store, const EvaluationThreadData& dat
 
 void POP_Flock::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE) || !mFlockTree) return;
-  Pass(*mFlock, data, [&](const IndexRange& rows, u32 worker) {
-    for (i32 row = rows.first; row < rows.last; ++row)
-      if (mFlock->Flags()[row] & PF_ALIVE) ChooseWay(row, worker);
+  ForEachShare(mScene->mThreadCount, data.thread, [&](const EvaluationThreadData& share) {
+    const IndexRange places = share.ItemsOf(0, mFlockTree->Count());
+    for (i32 place = places.first; place < places.last; ++place)
+      if (const i32 row = mFlockTree->IndexAt(place); mFlock->Flags()[row] & PF_ALIVE)
+        ChooseWay(row, static_cast<u32>(share.index));
   });
   if (mPredatorTree)
     Pass(*mPredators, data, [&](const IndexRange& rows, u32 worker) {

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "fluids/operators/particle_operator.h"
+#include "grids/grid_memory.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -69,6 +70,7 @@ class POP_Flock : public ParticleOperator {
   std::vector<Vec3d> mSteering;  ///< what each of the flock has chosen
   std::vector<u8> mIsCaught;     ///< which of the flock predators have killed
   std::vector<NeighbourBuffer> mBuffers;
+  CountedMemory mHeld;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -48,6 +48,9 @@ class PointTree {
   bool IsEmpty() const { return mPoints.empty(); }
   i32 Count() const { return static_cast<i32>(mPoints.size()); }
   i64 Bytes() const;
+  /// The index of the point that stands at a place of the leaves' order. Who asks about all points
+  /// does it fastest in that order: near ones follow each other, and so do their neighbours.
+  i32 IndexAt(i32 place) const { return mPoints[static_cast<std::size_t>(place)].index; }
 
   /// The nearest points closer than `radius`, as many as the buffer takes; returns their number.
   i32 FindNearest(const Vec3d& p, double radius, NeighbourBuffer& out) const;
