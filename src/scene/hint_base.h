@@ -73,6 +73,8 @@ void AddParticleHints(const LoadedScene& scene, const ScenePlaces& places,
                       Diagnostics& diagnostics);
 void AddParticleEmitterHints(const LoadedScene& scene, const ScenePlaces& places,
                              Diagnostics& diagnostics);
+void AddParticleOperatorHints(const LoadedScene& scene, const ScenePlaces& places,
+                              Diagnostics& diagnostics);
 void AddBodyHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics);
 void AddConstraintHints(const LoadedScene& scene, const ScenePlaces& places,
                         Diagnostics& diagnostics);

@@ -11,6 +11,14 @@
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/forces/force_gravity.h"
 #include "fluids/forces/force_grid_turbulence.h"
+#include "fluids/operators/grid_to_particles.h"
+#include "fluids/operators/particle_converter.h"
+#include "fluids/operators/particle_forces.h"
+#include "fluids/operators/pop_deform.h"
+#include "fluids/operators/pop_flock.h"
+#include "fluids/operators/pop_follow_spline.h"
+#include "fluids/operators/pop_geometry.h"
+#include "fluids/operators/pop_property.h"
 #include "fluids/particles/particle_property.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/solvers/water_solver.h"
@@ -64,6 +72,21 @@ class ParticleHints : public ShapeBoxes {
 
   // ---- groups -----------------------------------------------------------------------------------
 
+  /// The row that says what kind of a group's particles an operator of one kind works on; 0 for all
+  /// else.
+  static i32 KindRowOf(const BaseNode& node) {
+    if (IsA<POP_Property>(node)) return POP_Property::kKindRow;
+    if (IsA<POP_Flock>(node)) return POP_Flock::kKindRow;
+    if (IsA<Pop_FollowSpline>(node)) return Pop_FollowSpline::kKindRow;
+    if (IsA<POP_Geometry>(node)) return POP_Geometry::kKindRow;
+    if (IsA<POP_Deform>(node)) return POP_Deform::kKindRow;
+    return IsA<ParticleConverter>(node) ? i32{ParticleConverter::kSourceKindRow} : 0;
+  }
+  /// Whether a reader of a group works on its particles, by kinds that stand in its list of groups.
+  static bool ListsKinds(const BaseNode& node) {
+    return IsA<ParticleForces>(node) || IsA<GridToParticles>(node);
+  }
+
   /// Whether one of the emitters gives what it makes an age.
   bool AnyHasAge(const std::vector<const BaseNode*>& emitters) const {
     return std::any_of(emitters.begin(), emitters.end(), [&](const BaseNode* emitter) {
@@ -82,7 +105,10 @@ class ParticleHints : public ShapeBoxes {
     for (const BaseNode* reader : ReadersOf(group)) {
       if (reader->Type() == kServerNode || !MayWork(*reader)) continue;
       const NodeKind* kind = FindKind(reader->Type());
-      if (IsEmitter(*reader)) {
+      if (IsA<ParticleConverter>(*reader) &&
+          Linked(*reader, ParticleConverter::kTargetRow) == &group) {
+        filled[Whole(*reader, ParticleConverter::kTargetKindRow)].push_back(reader);
+      } else if (IsEmitter(*reader)) {
         // Another group may come of this one.
         if (Linked(*reader, ParticleEmitter::kGroupRow) != &group) {
           isRead = true;
@@ -92,10 +118,11 @@ class ParticleHints : public ShapeBoxes {
       } else if (IsA<Move>(*reader)) {
         moved[Whole(*reader, Move::kKindRow)].push_back(reader);
       } else if (IsA<Force_GridTurbulence>(*reader) || IsA<ParticleToGridEmitter>(*reader) ||
-                 IsA<WaterSolver>(*reader) || IsSurfaceOf(*reader, group)) {
+                 IsA<WaterSolver>(*reader) || IsSurfaceOf(*reader, group) || KindRowOf(*reader) ||
+                 ListsKinds(*reader)) {
         users.push_back(reader);
       } else {
-        // Caches and operators may bring particles too.
+        // Caches may bring particles too.
         mayBeFilled = mayBeFilled || !kind || kind->list == kListCaches ||
                       kind->list == kListOperators || kind->list == kListSolvers;
       }
@@ -108,13 +135,31 @@ class ParticleHints : public ShapeBoxes {
     for (const BaseNode* user : users) TellUser(group, *user, filled);
     TellExports(group, filled);
     for (const auto& [kind, emitters] : filled) {
-      if (!moved.contains(kind))
+      if (!moved.contains(kind) && !MayStandStill(users))
         Warn(group, fmt::format("nothing moves {}the {} particles that {} makes; add a {} for them",
                                 AnyHasAge(emitters) ? "or ages " : "", NameOfKind(kind),
                                 Named(*emitters.front()), Move::Kind().type));
-      else
-        for (const BaseNode* emitter : emitters) LookAtBirths(*emitter, moved.at(kind));
+      else if (moved.contains(kind))
+        for (const BaseNode* emitter : emitters)
+          if (IsEmitter(*emitter)) LookAtBirths(*emitter, moved.at(kind));
     }
+  }
+
+  /// Particles that tell or show something may stand where they are, unless something steers them.
+  static bool MayStandStill(const Nodes& users) {
+    const auto isAmong = [&](auto&& test) {
+      return std::any_of(users.begin(), users.end(),
+                         [&](const BaseNode* user) { return test(*user); });
+    };
+    return isAmong([](const BaseNode& user) {
+             return IsA<GridToParticles>(user) || IsA<POP_Property>(user) ||
+                    IsA<POP_Deform>(user) || IsA<POP_Geometry>(user) ||
+                    IsA<ParticleConverter>(user);
+           }) &&
+           !isAmong([](const BaseNode& user) {
+             return IsA<ParticleForces>(user) || IsA<POP_Flock>(user) ||
+                    IsA<Pop_FollowSpline>(user);
+           });
   }
 
   bool IsSurfaceOf(const BaseNode& node, const BaseNode& group) const {
@@ -140,9 +185,32 @@ class ParticleHints : public ShapeBoxes {
                   Whole(user, SurfaceReconstructor::kKindRow), filled);
     else if (IsA<WaterSolver>(user))
       TellMissing(group, user, "is made of", WaterSolver::kGroupsRow, kLiquid, filled);
+    else if (ListsKinds(user))
+      TellMissingOfList(group, user, filled);
+    else if (IsA<POP_Flock>(user) && Linked(user, POP_Flock::kPredatorsRow) == &group)
+      TellMissing(group, user, "hunts with", POP_Flock::kPredatorKindRow,
+                  Whole(user, POP_Flock::kPredatorKindRow), filled);
+    else if (const i32 row = KindRowOf(user))
+      TellMissing(group, user, "works on", row, Whole(user, row), filled);
     else
       TellMissing(group, user, "takes", ParticleToGridEmitter::kParticleTypeRow,
                   Whole(user, ParticleToGridEmitter::kParticleTypeRow), filled);
+  }
+
+  /// Entries of a list of groups whose kinds nothing makes.
+  void TellMissingOfList(const BaseNode& group, const BaseNode& user, const ByKind& filled) {
+    const auto* list = Get<InExcludeData>(user, ParticleOperator::kGroupRow);
+    if (!list) return;
+    for (const InExcludeData::Entry& entry : list->entries) {
+      if (entry.node != group.Id() || entry.flags == 0) continue;
+      const bool isMade = std::any_of(filled.begin(), filled.end(), [&](const auto& made) {
+        return NamesKind(entry.flags, made.first);
+      });
+      for (const ParticleKindRow& kind : kParticleKindRows)
+        if (!isMade && entry.flags & kind.listFlag)
+          return TellMissing(group, user, "works on", ParticleOperator::kGroupRow, kind.kind,
+                             filled);
+    }
   }
 
   /// Files of points of kinds that nothing makes.

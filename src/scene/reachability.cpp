@@ -11,6 +11,7 @@
 #include "fluids/emission/object_grid_emitter.h"
 #include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/mesh/multi_mesh.h"
+#include "fluids/operators/particle_converter.h"
 #include "fluids/solvers/fluid_solver.h"
 #include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
@@ -394,7 +395,7 @@ class ReachFinder {
       const NodeKind* kind = FindKind(node.Type());
       if (!kind) continue;
       const bool brings = (kind->list == kListEmitters && !IsA<Grid_CellEmitter>(node)) ||
-                          Plays(node, *kind) || WidensBounds(node);
+                          Plays(node, *kind) || WidensBounds(node) || IsA<ParticleConverter>(node);
       if (!brings) continue;
       const std::string& why = WhyIdle(node);
       if (why.empty()) return {};

@@ -5,9 +5,9 @@
 namespace MELDO_GLOBAL::app {
 
 void AddHints(const LoadedScene& scene, const ScenePlaces& places, Diagnostics& diagnostics) {
-  for (const auto add :
-       {AddShapeHints, AddSettingHints, AddOutputHints, AddFieldHints, AddFireHints,
-        AddConstraintHints, AddBodyHints, AddParticleHints, AddParticleEmitterHints})
+  for (const auto add : {AddShapeHints, AddSettingHints, AddOutputHints, AddFieldHints,
+                         AddFireHints, AddConstraintHints, AddBodyHints, AddParticleHints,
+                         AddParticleEmitterHints, AddParticleOperatorHints})
     add(scene, places, diagnostics);
 }
 

@@ -133,10 +133,7 @@ void ParticleConverter::Open(const PointsObject& object) {
 bool ParticleConverter::PrepareOperator() {
   if (mSourceGroup && mTargetPoints) {
     const auto* object = dynamic_cast<const exchange::ParticlesObject*>(mTargetPoints);
-    if (!object || object->IsFromFile())
-      return Deactivate(
-          "its target holds what the scene or a file says; an object of the type "
-          "'particles' without a file takes particles");
+    if (!object || object->IsFromFile()) return Deactivate(kHeldReason);
     if (!IsParticleKind(mSourceKind)) return Deactivate("there is no such kind of particles");
     mSource = &mSourceGroup->Store(mSourceKind);
     mTarget = &mObject;
@@ -147,8 +144,7 @@ bool ParticleConverter::PrepareOperator() {
     mSource = &mObject;
     mTarget = &mTargetGroup->Store(mTargetKind);
   } else {
-    return Deactivate(
-        "one of its 'source' and 'target' has to be a group, the other one an object");
+    return Deactivate(kNoPairReason);
   }
   if (mSource->IsEmpty() && mTarget->IsEmpty()) return Deactivate(kEmptySourceReason);
   mWeights.assign(static_cast<std::size_t>(mSource->Count()), kDead);

@@ -25,6 +25,11 @@ class ParticleConverter : public ParticleOperator {
                        kDurationRow = 1007, kPlaceBlendRow = 1008, kVelocityBlendRow = 1009,
                        kRadiusFactorRow = 1010, kLifeFactorRow = 1011, kColourRow = 1012,
                        kColourBlendRow = 1013, kPropertiesRow = 1014, kOnceRow = 1019;
+  static constexpr const char* kNoPairReason =
+      "one of its 'source' and 'target' has to be a group, the other one an object";
+  static constexpr const char* kHeldReason =
+      "its target holds what the scene or a file says; an object of the type 'particles' without a "
+      "file takes particles";
   void Reset() override;
   void Evaluate(const EvaluationThreadData& data) override;
   void Persist(StateArchive& archive) override;

@@ -122,8 +122,7 @@ bool POP_Flock::PrepareOperator() {
   const bool isHunted = mPredatorGroup && mPredatorGroup->Count(mPredatorKind) > 0;
   mFlock = &mGroup->Store(mKind);
   mPredators = isHunted ? &mPredatorGroup->Store(mPredatorKind) : nullptr;
-  if (mPredators == mFlock)
-    return Deactivate("its predators are its flock; name another kind or group");
+  if (mPredators == mFlock) return Deactivate(kOwnPreyReason);
   mGroup->BuildTree(mKind, mScene->mThreadCount);
   if (isHunted) mPredatorGroup->BuildTree(mPredatorKind, mScene->mThreadCount);
   mFlockTree = mGroup->Tree(mKind);

@@ -27,6 +27,8 @@ class POP_Flock : public ParticleOperator {
                        kPredatorSeparationRadiusRow = 1021, kPredatorSpeedRow = 1022,
                        kFlightRow = 1025, kFlightRadiusRow = 1026, kKillsRow = 1027,
                        kKillRadiusRow = 1028;
+  static constexpr const char* kOwnPreyReason =
+      "its predators are its flock; name another kind or group";
   void Evaluate(const EvaluationThreadData& data) override;
 
  protected:
