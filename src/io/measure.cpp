@@ -344,12 +344,13 @@ void MeasureScene(const Scene& scene, const NodeNames& names, FrameRecord& recor
     record.particles.push_back(MeasureParticles(*group, scene.mThreadCount));
     record.particles.back().name = names.Of(id);
   }
-  for (const auto& [id, object] : scene.List(kListGeometry)) {
-    const auto* mesh = dynamic_cast<const host::PolygonObject*>(object->Node());
-    if (!mesh || !object->Has(FLAG_ENABLED)) continue;
-    record.meshes.push_back(MeasureMesh(TableOf(*mesh, scene.mDomain.worldToSim)));
-    record.meshes.back().name = names.Of(id);
-  }
+  for (const i32 list : {kListGeometry, kListOperators})
+    for (const auto& [id, object] : scene.List(list)) {
+      const auto* mesh = dynamic_cast<const host::PolygonObject*>(object->Node());
+      if (!mesh || !object->Has(FLAG_ENABLED)) continue;
+      record.meshes.push_back(MeasureMesh(TableOf(*mesh, scene.mDomain.worldToSim)));
+      record.meshes.back().name = names.Of(id);
+    }
   MeasureBodies(scene, record.bodies);
 }
 

@@ -207,12 +207,14 @@ bool ParticleConverter::MakeMissing(std::vector<Pair>& pairs) {
 
 namespace {
 
-/// What a value becomes that goes over by a share.
+/// What a value becomes that goes over by a share; a switch goes over whole.
 template <class T>
 T Blended(const T& before, const T& value, double share) {
-  return share == 1 ? value : before + (value - before) * share;
+  if constexpr (std::is_same_v<T, bool>)
+    return value;
+  else
+    return share == 1 ? value : before + (value - before) * share;
 }
-bool Blended(bool /*before*/, bool value, double /*share*/) { return value; }
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include "fluids/fields/plain_grid_channel.h"
 #include "fluids/gas_rig.h"
 #include "fluids/particle_rig.h"
+#include "fluids/volume/multi_volume.h"
 #include "fluids/volume/volume_mesh.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -18,6 +19,19 @@ void FillGrid(EGrid<double>& g, F&& f) {
   ForEachCell({{0, 0, 0}, g.Dims()},
               [&](i32 x, i32 y, i32 z) { g(x, y, z) = f(g.PositionOf(x, y, z)); });
 }
+
+/// Volumes that stand for a group of them.
+class Several : public MultiVolume {
+ public:
+  using MultiVolume::MultiVolume;
+  bool ReadParameters() override { return true; }
+  bool ResolveLinks() override { return true; }
+  bool AfterLinks() override { return true; }
+  void CheckDirty() override {}
+  bool IsDirty() const override { return false; }
+  void CollectMembers(std::vector<VolumeBase*>& out) override { out = members; }
+  std::vector<VolumeBase*> members;
+};
 
 /// Particles in and about a field over the box from 0 to 1.2 m.
 struct ReadRig : ParticleRig {
@@ -93,30 +107,46 @@ TEST(GridToParticles, ReadsTheFacesOfAFlow) {
   EXPECT_EQ(store.Velocities()[1], Vec3d(1, 1, 1));
 }
 
-TEST(GridToParticles, ReadsTheDistanceToShapesWhereTheirGridsAre) {
+TEST(GridToParticles, ReadsTheLeastDistanceToShapesWhoseGridsAreThere) {
   ReadRig rig;
-  auto& shape = rig.Add<VolumeBase>("volume", "shape");
-  TestScene::Link(rig.read, GridToParticles::kSourceRow, shape);
+  auto& low = rig.Add<VolumeBase>("volume", "low");
+  auto& high = rig.Add<VolumeBase>("volume", "high");
+  auto& both = rig.AddOwn<Several>("volume_multi", "both");
+  both.members = {&low, &high};
   TestScene::Link(rig.read, GridToParticles::kTargetRow, rig.heat);
   rig.SetUp();
-  shape.mCellSize = 0.1;
-  shape.mBoxMin = {0, 0, 0};
-  shape.mBoxMax = {0.8, 1.2, 1.2};
-  shape.UpdateBounds();
-  ASSERT_TRUE(shape.AllocateGrid());
-  FillGrid(*shape.GetGrid(), Slanted);
-  TestScene::Run(rig.read, 2);
-  const auto& heat = rig.Column<double>(rig.heat);
-  i32 outside = 0;
-  for (i32 i = 0; i < rig.Store().Count(); ++i) {
-    const Vec3d& p = rig.Store().Positions()[i];
-    outside += !heat.Has(i);
-    EXPECT_EQ(heat.Has(i), shape.IsInBounds(p)) << i;
-    if (heat.Has(i)) {
-      EXPECT_NEAR(heat.Get(i, 0), Slanted(p), 1e-5);
+  const auto fill = [](VolumeBase& shape, const Vec3d& from, const Vec3d& to, auto&& distance) {
+    shape.mCellSize = 0.1;
+    shape.mBoxMin = from;
+    shape.mBoxMax = to;
+    shape.UpdateBounds();
+    EXPECT_TRUE(shape.AllocateGrid());
+    FillGrid(*shape.GetGrid(), distance);
+  };
+  const auto other = [](const Vec3d& p) { return 3 - 2 * p.x + p.y; };
+  fill(low, {0, 0, 0}, {0.8, 1.2, 1.2}, Slanted);
+  fill(high, {0.5, 0, 0}, {1.2, 1.2, 0.9}, other);
+  for (iBase* source : {static_cast<iBase*>(&low), static_cast<iBase*>(&both)}) {
+    TestScene::Link(rig.read, GridToParticles::kSourceRow, *source);
+    rig.Store().Require<double>(rig.heat.Key());
+    rig.Store().Drop(rig.heat.Key());
+    rig.SetUp();
+    TestScene::Run(rig.read, 2);
+    const auto& heat = rig.Column<double>(rig.heat);
+    i32 outside = 0, inBoth = 0;
+    for (i32 i = 0; i < rig.Store().Count(); ++i) {
+      const Vec3d& p = rig.Store().Positions()[i];
+      const bool isLow = low.IsInBounds(p), isHigh = source == &both && high.IsInBounds(p);
+      outside += !isLow && !isHigh;
+      inBoth += isLow && isHigh;
+      ASSERT_EQ(heat.Has(i), isLow || isHigh) << i;
+      if (!heat.Has(i)) continue;
+      const double least = std::min(isLow ? Slanted(p) : 1e9, isHigh ? other(p) : 1e9);
+      EXPECT_NEAR(heat.Get(i, 0), least, 1e-5);
     }
+    EXPECT_GT(outside, 0);
+    EXPECT_EQ(inBoth > 0, source == &both);
   }
-  EXPECT_GT(outside, 0);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
