@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fluids/emission/particle_to_grid_emitter.h"
 #include "fluids/fields/plain_grid_channel.h"
 #include "fluids/gas_rig.h"
 #include "fluids/particle_rig.h"
@@ -85,6 +86,48 @@ TEST(GridToParticles, IsExactOnLinearChannelsOfNumbersAndVectors) {
     ExpectVector(tint.Get(i, {}), Sheared(positions[i]) * 0.5, 1e-6, i);
   }
   for (const i32 outside : {300, 301}) EXPECT_FALSE(heat.Has(outside) || tint.Has(outside));
+}
+
+TEST(GridToParticles, GivesBackTheLinearFieldThatParticlesGave) {
+  ReadRig rig;
+  auto& smoke = rig.Add<PlainField>("channel_scalar", "smoke");
+  TestScene::Set(smoke, 1051, 1000.0);
+  auto& lattice = rig.Add<ParticleGroup>("particlegroup", "lattice");
+  auto& value = rig.Add<ChannelValue>("channelvalue", "value");
+  TestScene::Link(value, ChannelValue::kChannelRow, smoke);
+  TestScene::Link(value, ChannelValue::kPropertyRow, rig.heat);
+  auto& gather = rig.Add<ParticleToGridEmitter>("properties_particles", "gather");
+  TestScene::Link(gather, ParticleToGridEmitter::kSourceRow, lattice);
+  TestScene::Set(gather, ParticleToGridEmitter::kParticleTypeRow, i32{kPassive});
+  TestScene::Set(gather, ParticleToGridEmitter::kRadiusRow, 1.7);
+  TestScene::Links(gather, 1002, {&value});
+  TestScene::Link(rig.read, GridToParticles::kSourceRow, smoke);
+  TestScene::Link(rig.read, GridToParticles::kTargetRow, rig.heat);
+  rig.SetUp();
+  ASSERT_TRUE(smoke.ApplyBounds({0, 0, 0}, {1.2, 1.2, 1.2}));
+  // One in the middle of each cell, so that those about a cell lie evenly.
+  const double cell = smoke.mGrid->mLayout.cellSize;
+  ForEachCell({{0, 0, 0}, {12, 12, 12}}, [&](i32 x, i32 y, i32 z) {
+    ParticleTemplate particle;
+    particle.position = Vec3d{x + 0.5, y + 0.5, z + 0.5} * cell;
+    particle.Set(property_id::kTemperature, 20 + Slanted(particle.position));
+    lattice.Store(kPassive).Create(particle);
+  });
+  lattice.MarkTreeStale(kPassive);
+  TestScene::Run(gather);
+  TestScene::Run(rig.read);
+  const auto& heat = rig.Column<double>(rig.heat);
+  i32 inside = 0;
+  for (i32 i = 0; i < 300; ++i) {
+    const Vec3d& p = rig.Store().Positions()[i];
+    // At the rim a cell has particles on one side alone.
+    if (const Vec3d rest = Min(p, Vec3d{1.2, 1.2, 1.2} - p);
+        std::min({rest.x, rest.y, rest.z}) < 0.3)
+      continue;
+    ++inside;
+    EXPECT_NEAR(heat.Get(i, 0), 20 + Slanted(p), 1e-5);
+  }
+  EXPECT_GT(inside, 30);
 }
 
 TEST(GridToParticles, ReadsTheFacesOfAFlow) {
