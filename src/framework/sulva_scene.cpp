@@ -103,8 +103,10 @@ const ParameterTable& SulvaScene::Parameters() {
               "most processor cores to use, 0 for all; the picture is the same with any number")
           .Range(0, kMaxWorkers)
           .To(&SceneSettings::threadLimit),
-      LongRow(server_row::kRigidIterations, "rigid_iterations", 10, "",
-              "how hard stacks of rigid bodies are kept from sinking into each other")
+      LongRow(
+          server_row::kRigidIterations, "rigid_iterations", 10, "",
+          "how hard stacks of rigid bodies are kept from sinking into each other: raise it where "
+          "heavy ones stand on light ones")
           .AtLeast(1)
           .To(&SceneSettings::rigidIterations),
       LongRow(server_row::kRigidSubsteps, "rigid_substeps", 10, "",

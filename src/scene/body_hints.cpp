@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "fluids/forces/force_gravity.h"
 #include "fluids/mesh/obstacle_rows.h"
 #include "fluids/mesh/obstacle_settings.h"
 #include "fluids/solvers/fluid_solver.h"
@@ -34,11 +35,19 @@ class BodyHints : public ShapeBoxes {
     });
     mMetresPerUnit =
         Number(server, server_row::kSimulationUnits) / Number(server, server_row::kHostUnits);
+    for (const Body& body : mBodies)
+      for (const BaseNode* node : mNodes)
+        if (IsA<FluidSolver>(*node) && !IsA<WaterSolver>(*node) && MayWork(*node))
+          CheckAir(body, *node);
     const Vec3d* gravity = Get<Vec3d>(server, server_row::kGravity);
     if (!gravity || gravity->y >= 0 || std::fabs(gravity->y) < Length(*gravity) * kUpright) return;
     for (const Body& body : mBodies)
       for (const BaseNode* node : mNodes)
         if (IsA<WaterSolver>(*node) && MayWork(*node)) CheckFloor(body, *node);
+    for (const Body& body : mBodies)
+      for (const BaseNode* node : mNodes)
+        if (IsA<FluidSolver>(*node) && !IsA<WaterSolver>(*node) && MayWork(*node))
+          CheckLift(body, *node);
   }
 
   /// What the tag of any node or object says that does nothing.
@@ -65,6 +74,10 @@ class BodyHints : public ShapeBoxes {
                              NameOf(tag, obstacle_row::kStartSpeed),
                              NameOf(tag, settings.wakesOnContact ? obstacle_row::kWakeOnContact
                                                                  : obstacle_row::kWakeOnForce)));
+    if (const BaseNode* object = settings.IsHeavy() ? ScaledObject(node) : nullptr)
+      Warn(node, fmt::format("keys of the scale of {} have no effect: a body that has a mass keeps "
+                             "the size with which it starts",
+                             Named(*object)));
     if (settings.massMode == MassMode::Given && settings.mass == 0 &&
         IsGiven(tag, obstacle_row::kDensity) && !tag.Tracks().contains(obstacle_row::kMass) &&
         !tag.Tracks().contains(obstacle_row::kMassMode))
@@ -77,6 +90,19 @@ class BodyHints : public ShapeBoxes {
         !tag.Tracks().contains(obstacle_row::kDensity))
       Warn(node, fmt::format("it stays where it is: '{}' of its obstacle is 0, so it has no mass",
                              NameOf(tag, obstacle_row::kDensity)));
+  }
+
+  /// An object whose polygons a node reads and whose scale has keys; null without one.
+  const BaseNode* ScaledObject(const BaseNode& node, int depth = 0) const {
+    constexpr int kDeepest = 4;
+    if (dynamic_cast<const PolygonObject*>(&node)) return mPlaces.IsScaled(node) ? &node : nullptr;
+    if (depth > kDeepest || !(IsVolume(node) || IsMesh(node))) return nullptr;
+    for (const NodeId id : LinksOf(node)) {
+      const BaseNode* target = mScene.document->Find(id);
+      const BaseNode* found = target ? ScaledObject(*target, depth + 1) : nullptr;
+      if (found) return found;
+    }
+    return nullptr;
   }
 
   struct Body {
@@ -106,6 +132,44 @@ class BodyHints : public ShapeBoxes {
                                ? body.settings.density
                                : body.settings.mass / (size.x * size.y * size.z);
     return density < Number(liquid, FluidSolver::kDensityRow);
+  }
+
+  bool StandsIn(const Body& body, const BaseNode& fluid) const {
+    if (mPlaces.IsMoved(fluid) || !Get<Vec3d>(fluid, FluidSolver::kBoxSizeRow)) return false;
+    const Box box = BoxOf(fluid);
+    bool stands = true;
+    for (int a = 0; a < 3; ++a)
+      stands = stands && body.box.low[a] < box.high[a] && body.box.high[a] > box.low[a];
+    return stands;
+  }
+
+  /// A body in a gas that has no cells, since nothing is ever let into it.
+  void CheckAir(const Body& body, const BaseNode& gas) {
+    const auto feeds = [](const BaseNode* node) {
+      return FindKind(node->Type())->list == kListEmitters;
+    };
+    if (!StandsIn(body, gas) || std::any_of(mNodes.begin(), mNodes.end(), feeds)) return;
+    Note(*body.node,
+         fmt::format("it meets no air: {} has none where nothing is emitted into it", Named(gas)));
+  }
+
+  /// A body lighter than a gas that has no weight.
+  void CheckLift(const Body& body, const BaseNode& gas) {
+    if (body.settings.massMode != MassMode::FromDensity || !StandsIn(body, gas)) return;
+    if (Linked(gas, FluidSolver::kDensityChannelRow) ||
+        body.settings.density >= Number(gas, FluidSolver::kDensityRow))
+      return;
+    const Value* value = gas.Get(FluidSolver::kForcesRow);
+    const auto* forces = value ? std::get_if<InExcludeData>(value) : nullptr;
+    const auto pulls = [&](const InExcludeData::Entry& entry) {
+      const BaseNode* force = mScene.document->Find(entry.node);
+      return !force || IsA<Force_Gravity>(*force);
+    };
+    if (forces && std::any_of(forces->entries.begin(), forces->entries.end(), pulls)) return;
+    Warn(*body.node,
+         fmt::format("it is lighter than {} and sinks all the same: a gas lifts it once "
+                     "a {} stands under its '{}'",
+                     Named(gas), Force_Gravity::Kind().type, NameOf(gas, FluidSolver::kForcesRow)));
   }
 
   /// A body that falls into a liquid whose floor is a wall of the container alone.

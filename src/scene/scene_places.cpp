@@ -54,6 +54,13 @@ bool ScenePlaces::IsMoved(const BaseNode& node) const {
   });
 }
 
+bool ScenePlaces::IsScaled(const BaseNode& node) const {
+  return std::any_of(mMade.begin(), mMade.end(), [&](const MadeNode& one) {
+    const JsonValue* scale = one.value->Find("scale");
+    return (one.node == &node || node.HasAncestor(one.node)) && scale && scale->Members();
+  });
+}
+
 bool ScenePlaces::IsAnyMoved() const {
   return std::any_of(mMade.begin(), mMade.end(), HasKeyedPlacement);
 }

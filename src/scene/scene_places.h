@@ -19,7 +19,9 @@ class ScenePlaces {
   SourceLocation Of(const host::BaseNode& node, std::string_view key = {}, int entry = -1) const;
   /// Whether the placement of a node, or of one above it, has keys.
   bool IsMoved(const host::BaseNode& node) const;
-  /// Whether that of any node has.
+  /// Whether its scale has, or that of one above it.
+  bool IsScaled(const host::BaseNode& node) const;
+  /// Whether the placement of any node has.
   bool IsAnyMoved() const;
 
  private:

@@ -36,7 +36,7 @@ Vec3d FreePart(const FlowSolid& solid, const Vec3d& p, SolidDistance at, Vec3d v
 
 }  // namespace
 
-void LiquidContact::Apply(const ParticleSort& sort, const Flow& flow) {
+void LiquidContact::Apply(const ParticleSort& sort, const Flow& flow, BodyLedger& ledger) {
   const FlowSolid solid(flow.mBoundary);
   const VecInt3D cells = sort.Layout().dims;
   if (solid.IsEmpty() || flow.mBoundary.GetLevelSet()->Dims() != cells + VecInt3D{1, 1, 1}) return;
@@ -52,7 +52,8 @@ void LiquidContact::Apply(const ParticleSort& sort, const Flow& flow) {
       slope = column ? column->Values() : nullptr;
     }
   }
-  const auto meet = [&](const ParticleSort::Entry& entry) {
+  std::vector<std::vector<BodyLedger::Touch>> touches(ledger.IsEmpty() ? 0 : cells.z);
+  const auto meet = [&](const ParticleSort::Entry& entry, i32 layer) {
     const SolidDistance at = solid.At(entry.position);
     if (at.distance > kTouch * h) return;
     ParticleStore& store = *stores[entry.group];
@@ -64,6 +65,7 @@ void LiquidContact::Apply(const ParticleSort& sort, const Flow& flow) {
     Vec3d& v = store.Velocities()[entry.row];
     const Vec3d left = FreePart(solid, entry.position, at, v - surface);
     if (left == v - surface) return;
+    if (!touches.empty()) touches[layer].push_back({entry.position, surface + left - v});
     v = surface + left;
     for (Vec3d* slope : slopes[entry.group])
       if (slope) slope[entry.row] = {};
@@ -74,8 +76,9 @@ void LiquidContact::Apply(const ParticleSort& sort, const Flow& flow) {
         // Nodes tell too much by up to a cell where a solid is thin.
         if (const auto own = sort.Cell({x, y, z});
             !own.empty() && LeastDistance(level, {x, y, z}) <= h)
-          std::for_each(own.begin(), own.end(), meet);
+          for (const ParticleSort::Entry& entry : own) meet(entry, z);
   });
+  for (const auto& layer : touches) ledger.BookTouches(layer, flow);
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

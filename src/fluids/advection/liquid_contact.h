@@ -2,6 +2,7 @@
 #pragma once
 #include "fluids/flow/flow.h"
 #include "fluids/particles/particle_sort.h"
+#include "fluids/pressure/body_ledger.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -14,8 +15,8 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// then.
 class LiquidContact {
  public:
-  /// For the particles of a sort over the flow's cells, on its workers.
-  static void Apply(const ParticleSort& sort, const Flow& flow);
+  /// For the particles of a sort over the flow's cells, on its workers; bodies pay for it.
+  static void Apply(const ParticleSort& sort, const Flow& flow, BodyLedger& ledger);
 
   static constexpr double kTouch = 0.05;  ///< cells off a surface that count as touching
   static constexpr double kAhead = 0.25;  ///< cells ahead of one that another solid may stop it

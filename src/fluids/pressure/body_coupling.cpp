@@ -29,7 +29,7 @@ void BodyCoupling::Answer(i32 body, const Vec3d& impulse, const Vec3d& turn, Vec
   angular = mBodies[body].inverseInertia.Rotate(turn);
 }
 
-void BodyCoupling::Bind(i32 body, const Vec3d& mass, const Vec3d& fluid, const Vec3d& own) {
+void BodyCoupling::Bind(i32 body, const Vec3d& mass, const Vec3d& momentum, const Vec3d& own) {
   constexpr double kLeast =
       0.5;  // of a body's mass: what the lattice doesn't see of it may be more
   Body& b = mBodies[body];
@@ -38,21 +38,17 @@ void BodyCoupling::Bind(i32 body, const Vec3d& mass, const Vec3d& fluid, const V
     b.inert[a] = inverse > 0 ? std::max(mass[a], (kLeast - 1) / inverse) : mass[a];
     b.inverseMass[a] = inverse > 0 ? 1 / (1 / inverse + b.inert[a]) : 0;
   }
-  b.bound = mass;
-  b.boundVelocity = fluid;
-  b.ownVelocity = own;
+  b.boundExcess = momentum - mass * own;
 }
 
 Vec3d BodyCoupling::BoundChange(i32 body) const {
   const Body& b = mBodies[body];
-  return b.bound * b.inverseMass * (b.boundVelocity - b.ownVelocity);
+  return b.boundExcess * b.inverseMass;
 }
 
 Vec3d BodyCoupling::OwnImpulse(i32 body, const Vec3d& impulse) const {
   const Body& b = mBodies[body];
-  const Vec3d velocity = b.ownVelocity + BoundChange(body) + impulse * b.inverseMass;
-  return impulse - b.inert * (velocity - b.ownVelocity) -
-         b.bound * (b.ownVelocity - b.boundVelocity);
+  return impulse + b.boundExcess - b.inert * (BoundChange(body) + impulse * b.inverseMass);
 }
 
 double BodyCoupling::AddProduct(const double* s, double* z) const {

@@ -41,10 +41,10 @@ class BodyCoupling {
   i32 Count() const { return static_cast<i32>(mBodies.size()); }
   /// Drops the rows of cells whose entry on the diagonal is 0, and takes scale and step.
   void Close(const double* diagonal, double cellSize, double dt);
-  /// Fluid of this mass along each axis moves with a body, and moved at `fluid` before while the
-  /// body moved at `own`. Its weight and inertia count with the body's, in place of what was bound
-  /// before.
-  void Bind(i32 body, const Vec3d& mass, const Vec3d& fluid, const Vec3d& own);
+  /// Fluid of this mass along each axis moves with a body, and brings this momentum, where the body
+  /// moves at `own` without the pressure. Its weight and inertia count with the body's, in place of
+  /// what was bound before.
+  void Bind(i32 body, const Vec3d& mass, const Vec3d& momentum, const Vec3d& own);
   /// What that changes of the velocity that a body has without pressure.
   Vec3d BoundChange(i32 body) const;
   /// The part of an impulse on a body and the fluid bound to it that the body gets.
@@ -65,8 +65,8 @@ class BodyCoupling {
     Vec3d inverseMass;  ///< with what is bound
     Matrix inverseInertia;
     std::vector<BodyRow> rows;
-    Vec3d bound{}, boundVelocity{}, ownVelocity{};
-    Vec3d inert{};  ///< of `bound`, what counts while the pressure acts
+    Vec3d boundExcess{};  ///< momentum beyond what it has at the body's velocity
+    Vec3d inert{};        ///< of the mass that is bound, what counts while the pressure acts
   };
   std::vector<Body> mBodies;
   double mScale = 0;  ///< dt h

@@ -1,5 +1,6 @@
 // Fluid that a lattice moves with a body.
 #pragma once
+#include <array>
 #include <span>
 
 #include "fluids/pressure/body_coupling.h"
@@ -8,7 +9,10 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// Volume along each axis and mean velocity before the projection.
+/// What particles brought to the faces of each axis before forces acted; null where none did.
+using BroughtFaces = std::array<const EGrid<double>*, 3>;
+
+/// Volume along each axis and mean velocity before the projection, beyond what particles brought.
 struct BoundFluid {
   Vec3d volume{};  ///< below 0 where the lattice sees less than the body
   Vec3d velocity{};
@@ -22,6 +26,6 @@ struct BoundFluid {
 /// of corners. Of a body that isn't surrounded by cells nothing is known, and one of which half is
 /// in cells of air has none.
 BoundFluid FindBoundFluid(const ProjectionFields& fields, std::span<const BodyRow> rows,
-                          const MovingBody& body, double volume);
+                          const MovingBody& body, double volume, const BroughtFaces& brought = {});
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

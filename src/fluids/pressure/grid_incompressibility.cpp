@@ -178,9 +178,19 @@ void Grid_Incompressibility::LetSeep() {
 void Grid_Incompressibility::BindFluid() {
   for (const MovingBody& body : mMoving) {
     if (body.coupled < 0 || !(body.state->Density() > 0)) continue;
+    const BodyLedger::Follower* follower = mBodyLedger ? mBodyLedger->Find(body.volume) : nullptr;
+    BroughtFaces brought{};
+    if (follower)
+      for (i32 axis = 0; axis < 3; ++axis) brought[axis] = mFlow->mVelocity.mPrevious[axis].get();
     const BoundFluid bound = FindBoundFluid(mFields, mBodies.Rows(body.coupled), body,
-                                            body.state->Mass() / body.state->Density());
-    mBodies.Bind(body.coupled, bound.volume * mDensity, bound.velocity, body.linear);
+                                            body.state->Mass() / body.state->Density(), brought);
+    // Its weight is that of the body's own shape, what it moves that of the particles.
+    Vec3d mass = bound.volume * mDensity, momentum = mass * bound.velocity;
+    if (follower) {
+      mass = follower->mass;
+      momentum += follower->momentum;
+    }
+    mBodies.Bind(body.coupled, mass, momentum, body.linear);
   }
 }
 

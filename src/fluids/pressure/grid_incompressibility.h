@@ -10,6 +10,7 @@
 #include "fluids/flow/flow.h"
 #include "fluids/flow/flow_cells.h"
 #include "fluids/pressure/body_coupling.h"
+#include "fluids/pressure/body_ledger.h"
 #include "fluids/pressure/closed_regions.h"
 #include "fluids/pressure/face_densities.h"
 #include "fluids/pressure/far_field.h"
@@ -90,8 +91,9 @@ class Grid_Incompressibility : public iObject {
   FarField* mFarField = nullptr;
   i32 mLinearSolver = 1;  ///< 0 conjugate gradients, 1 Gauss-Seidel, 2 multigrid
   double mDensity = 1.23;
-  ScalarField* mDensityChannel = nullptr;  ///< takes the place of the constant density
-  Duration* mDuration = nullptr;           ///< outside of it nothing is projected
+  ScalarField* mDensityChannel = nullptr;   ///< takes the place of the constant density
+  const BodyLedger* mBodyLedger = nullptr;  ///< of a liquid's particles; null without any
+  Duration* mDuration = nullptr;            ///< outside of it nothing is projected
   Grid_CGSolver mCG;
   Grid_GaussSolver mGauss;
   Grid_MultigridSolver mMultigrid;

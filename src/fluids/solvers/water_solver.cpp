@@ -26,6 +26,7 @@ WaterSolver::WaterSolver(BaseNode* node, Scene* scene)
     : FluidSolver(node, scene), mCorrection(scene, mFlow) {
   mFreeSurface.Rebind(nullptr, scene);
   mFreeSurface.mFlow = &mFlow;
+  mFreeSurface.mBodyLedger = &mLedger;
 }
 
 // ---- set-up -----------------------------------------------------------------------------------
@@ -189,7 +190,8 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
         mIsOnGrid = false;
       }
       if (mIsOnGrid) mFlip.ToParticles(mSort, mFlow);
-      if (mIsOnGrid) LiquidContact::Apply(mSort, mFlow);
+      if (mIsOnGrid) LiquidContact::Apply(mSort, mFlow, mLedger);
+      mLedger.Pay(mScene->mTime.stepDuration);
       mCorrection.mSource.mEven = mLevelSet.mEven.get();
       if (mIsOnGrid && correctsPositions) mCorrection.Run(mSort, mFlow, Rounds());
       mIsOnGrid = false;
@@ -290,7 +292,16 @@ void WaterSolver::FindFull() {
   mInflows.MarkFull(mFull, *mFlow.GetLayout());
 }
 
+void WaterSolver::OpenLedger() {
+  mLedger.Close();
+  if (!mIsOnGrid || PlaysParticles() || mFreeSurface.mDensityChannel || !(mLevelSet.mRest > 0))
+    return;
+  const double h = mSurface->mLayout.cellSize, density = mFreeSurface.mDensity;
+  mLedger.Open({mSort, density * h * h * h / mLevelSet.mRest}, mFlow, density);
+}
+
 bool WaterSolver::SolvePressure() {
+  OpenLedger();
   mConstrain.Run(mFlow);
   mFlow.SetWallVelocities(1.0);
   FindInflows();
@@ -305,6 +316,7 @@ bool WaterSolver::SolvePressure() {
   mConstrain.Run(mFlow);
   mFlow.SetWallVelocities(1.0);
   mLoose.Put(mFlow);
+  mLedger.BookFlow(mFlow);
   mFreeSurface.RestoreSurface();
   mFlow.mDivergence.Reset();
   return true;

@@ -73,6 +73,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings, public FillsRooms
   void ForgetRest();
   /// How far the particles move in a step, each way along each axis, in cells.
   Room Ways() const;
+  /// What the particles give to bodies, and get of them, is paid for.
+  void OpenLedger();
   /// Asks the emitters where water comes in.
   void FindInflows();
   /// After a projection: where no more water fits in.
@@ -88,6 +90,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings, public FillsRooms
   ParticleSort mSort;
   std::vector<std::pair<const ParticleGroup*, u64>> mSorted;  ///< what is sorted, at which change
   HybridFlip mFlip;
+  BodyLedger mLedger;
   PositionCorrection mCorrection;
   ParticleToLevelset mLevelSet;
   i32 mRestCount = 0;         ///< particles when it was found how many fill a cell

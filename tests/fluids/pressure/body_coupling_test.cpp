@@ -121,13 +121,13 @@ TEST(BodyCoupling, BuoyancyIsThatOfTheBodysOwnVolume) {
 
 // Where fluid lets go of a wall, one projection finds what is bound several times.
 TEST(BodyCoupling, WhatIsBoundAnewTakesThePlaceOfWhatWasBound) {
-  const Vec3d fluid{0.1, -0.4, 0.2}, own{0, -0.3, 0}, push{3, 4, 5};
+  const Vec3d motion{0.1, -1.2, -0.1}, own{0, -0.3, 0}, push{3, 4, 5};
   FreeBody body;
   body.mass = 2;
   BodyCoupling once, twice;
   for (BodyCoupling* coupling : {&once, &twice}) coupling->Add(body);
-  twice.Bind(0, {7, 0.5, -0.8}, fluid * 3, own * 2);
-  for (BodyCoupling* coupling : {&once, &twice}) coupling->Bind(0, {1, 3, -0.5}, fluid, own);
+  twice.Bind(0, {7, 0.5, -0.8}, motion * 3, own * 2);
+  for (BodyCoupling* coupling : {&once, &twice}) coupling->Bind(0, {1, 3, -0.5}, motion, own);
   EXPECT_EQ(twice.BoundChange(0), once.BoundChange(0));
   EXPECT_EQ(twice.OwnImpulse(0, push), once.OwnImpulse(0, push));
   // The body and its fluid move as one: of a push the body gets its share of the mass.
