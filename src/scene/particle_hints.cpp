@@ -53,6 +53,7 @@ class ParticleHints : public ShapeBoxes {
       if (IsA<WaterSolver>(*node)) {
         LookAtLiquid(*node);
         LookAtCorrection(*node);
+        LookAtShared(*node);
       }
     }
   }
@@ -345,7 +346,7 @@ class ParticleHints : public ShapeBoxes {
     if (motion == Move::kOff)
       return WarnOfSleep(advection, fmt::format("it never works: {}", Move::kOffReason),
                          Move::kMotionRow);
-    if (motion == Move::kGridThenBallistic) LookAtOpenSides(advection);
+    LookAtOpenSides(advection, motion);
     if (IsKeyed(advection, Move::kSolverListRow) || !SolversOf(advection).empty()) return;
     if (motion != Move::kGrid) {
       if (!StaysAtMost(advection, Move::kDragRow, 0))
@@ -361,20 +362,30 @@ class ParticleHints : public ShapeBoxes {
                 mSolvers.empty() ? i32{Move::kMotionRow} : i32{Move::kSolversRow});
   }
 
-  /// What flies where no flow is ends at the sides through which it would come there.
-  void LookAtOpenSides(const BaseNode& advection) {
-    if (Whole(advection, Move::kKillOutsideRow) == 0 || IsKeyed(advection, Move::kKillOutsideRow) ||
-        IsKeyed(advection, Move::kSolverListRow))
+  /// What flies where no flow is ends at the sides through which it would come there, and what a
+  /// liquid alone carries has no weight beyond them.
+  void LookAtOpenSides(const BaseNode& advection, i32 motion) {
+    const bool kills = Whole(advection, Move::kKillOutsideRow) != 0;
+    if (IsKeyed(advection, Move::kKillOutsideRow) || IsKeyed(advection, Move::kSolverListRow))
       return;
-    for (const BaseNode* solver : SolversOf(advection))
-      if (IsA<FluidSolver>(*solver) &&
-          std::any_of(std::begin(FluidSolver::kWallRows), std::end(FluidSolver::kWallRows),
-                      [&](i32 row) { return Whole(*solver, row) == 0; }))
+    for (const BaseNode* solver : SolversOf(advection)) {
+      if ((!IsA<FluidSolver>(*solver) && !IsA<WaterSolver>(*solver)) ||
+          std::none_of(std::begin(FluidSolver::kWallRows), std::end(FluidSolver::kWallRows),
+                       [&](i32 row) { return Whole(*solver, row) == 0; }))
+        continue;
+      if (motion == Move::kGridThenBallistic && kills)
         return Note(advection,
                     fmt::format("those that leave through an open side of {} are gone at the end "
                                 "of the frame; to let them fly on there, switch off '{}'",
                                 Named(*solver), NameOf(advection, Move::kKillOutsideRow)),
                     Move::kMotionRow);
+      if (motion == Move::kGrid && !kills && IsA<WaterSolver>(*solver))
+        return Note(advection,
+                    fmt::format("those that leave through an open side of {} glide on without "
+                                "weight; grid_then_ballistic as '{}' lets them fly there",
+                                Named(*solver), NameOf(advection, Move::kMotionRow)),
+                    Move::kKillOutsideRow);
+    }
   }
 
   // ---- liquids ----------------------------------------------------------------------------------
@@ -419,8 +430,38 @@ class ParticleHints : public ShapeBoxes {
     }
   }
 
-  Nodes mSolvers;                   ///< those that are switched on
-  std::set<const BaseNode*> mTold;  ///< of what several emitters may show
+  /// Another liquid of the same particles, which comes first by name, within its box.
+  void LookAtShared(const BaseNode& liquid) {
+    const std::set<const BaseNode*> groups = GroupsOf(liquid);
+    if (!Get<Vec3d>(liquid, FluidSolver::kBoxSizeRow)) return;
+    const Box box = BoxOf(liquid).Wider(-kSeam);
+    for (const BaseNode* other : mSolvers) {
+      if (other == &liquid || !IsA<WaterSolver>(*other) || !MayWork(*other) ||
+          liquid.Path() < other->Path() || !MayMeet(*other, box.low, box.high))
+        continue;
+      for (const BaseNode* group : GroupsOf(*other))
+        if (groups.contains(group))
+          return Warn(liquid,
+                      fmt::format("its box and that of {} overlap, and both are made of {}: what "
+                                  "lies in both moves with {} alone, and each has air where the "
+                                  "other one's water is; for one body of water take one liquid",
+                                  Named(*other), Named(*group), Named(*other)),
+                      WaterSolver::kGroupsRow);
+    }
+  }
+  std::set<const BaseNode*> GroupsOf(const BaseNode& liquid) const {
+    std::set<const BaseNode*> groups;
+    if (const auto* list = Get<InExcludeData>(liquid, WaterSolver::kGroupsRow))
+      for (const auto& entry : list->entries)
+        if (const BaseNode* group = mScene.document->Find(entry.node);
+            group && group->Type() == ParticleGroup::kNodeType)
+          groups.insert(group);
+    return groups;
+  }
+
+  static constexpr double kSeam = 1e-6;  ///< host units: boxes that share a side don't overlap
+  Nodes mSolvers;                        ///< those that are switched on
+  std::set<const BaseNode*> mTold;       ///< of what several emitters may show
 };
 
 }  // namespace

@@ -39,6 +39,16 @@ bool CarryingFlow::Holds(const Vec3d& p) const {
   return mLayout->Contains(p, false) && !IsBehindOpenSide(p);
 }
 
+bool CarryingFlow::HoldsWithin(const Vec3d& p) const {
+  if (!Holds(p)) return false;
+  const Vec3d c = mLayout->ToCells(p);
+  for (int a = 0; a < 3; ++a) {
+    if ((mBoundary->mWalls & kLowWall[a]) && c[a] < 1) return false;
+    if ((mBoundary->mWalls & kHighWall[a]) && c[a] >= mLayout->dims[a] - 1) return false;
+  }
+  return true;
+}
+
 bool CarryingFlow::IsOutside(const Vec3d& p) const {
   const Vec3d c = mLayout->ToCells(p);
   const u8 shut = mBoundary->mWalls | mFreeSides;

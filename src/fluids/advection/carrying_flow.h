@@ -16,6 +16,8 @@ class CarryingFlow {
 
   /// Whether a place (simulation units) lies in its grid, and not behind an open side of it.
   bool Holds(const Vec3d& p) const;
+  /// And not in the cells behind a wall either, where a neighbour may begin.
+  bool HoldsWithin(const Vec3d& p) const;
   bool IsBehindOpenSide(const Vec3d& p) const {
     return mBoundary->IsOutsideOpenSide(p - mLayout->simOrigin);
   }

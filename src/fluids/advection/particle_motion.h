@@ -10,9 +10,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 /// Motion of particles over one step: along a flow, free under forces, or as bubbles in a flow.
 ///
-/// Each particle is moved by the first flow that holds it, or by the first one where none does. It
-/// goes in equal substeps of time dt, with the mass m, the gravity g and, in the first substep, the
-/// force F of its property `ballistic_forces`:
+/// Each particle is moved by the first flow that holds it, within its walls if one does so, or by
+/// the first one where none does. It goes in equal substeps of time dt, with the mass m, the
+/// gravity g and, in the first substep, the force F of its property `ballistic_forces`:
 ///
 ///     carried          x <- end of a path through the flow
 ///     Euler            v <- v + dt (F/m + g), x <- x + dt v
@@ -35,9 +35,9 @@ struct ParticleMotion {
   std::vector<VolumeSolid> volumes;
   std::vector<InstantOperator*> operators;
   HitWatch* watch = nullptr;  ///< is told where particles are stopped; null for no one
-  bool carries = true;       ///< flows carry those that aren't ballistic
-  bool fliesOutside = true;  ///< those that no flow holds go free
-  i32 order = 1;             ///< of paths, as `TracePath`
+  bool carries = true;        ///< flows carry those that aren't ballistic
+  bool fliesOutside = true;   ///< those that no flow holds go free
+  i32 order = 1;              ///< of paths, as `TracePath`
   i32 integrator = kEuler;
   i32 substeps = 1;
   i32 collision = kLevelSet;

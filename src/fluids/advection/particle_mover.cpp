@@ -132,6 +132,9 @@ class Mover {
     if (mMotion.flows.empty()) return false;
     s.flow = &mMotion.flows.front();
     if (!mAsksForFlow) return true;
+    if (mMotion.flows.size() > 1)
+      for (const CarryingFlow& flow : mMotion.flows)
+        if (flow.HoldsWithin(s.p)) return s.flow = &flow, true;
     for (const CarryingFlow& flow : mMotion.flows)
       if (flow.Holds(s.p)) return s.flow = &flow, true;
     return false;

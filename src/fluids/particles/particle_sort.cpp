@@ -35,7 +35,7 @@ i32 ParticleSort::CellIndex(const Vec3d& p) const {
 }
 
 void ParticleSort::Build(std::span<ParticleGroup* const> groups, i32 kind, i32 threads,
-                         bool storeVelocity) {
+                         bool storeVelocity, std::span<const GroupShare> shares) {
   Clear();
   mKind = kind;
   mGroups.assign(groups.begin(), groups.end());
@@ -52,15 +52,16 @@ void ParticleSort::Build(std::span<ParticleGroup* const> groups, i32 kind, i32 t
   mShift = std::max(static_cast<i32>(std::bit_width(last)) - kRangeBits, 0);
   mCounts.assign(mGroups.size() * kParts * (((mLayout.count - 1) >> mShift) + 1), 0);
   const i32 groupCount = static_cast<i32>(mGroups.size());
-  for (i32 group = 0; group < groupCount; ++group) FindCells(group, threads, storeVelocity);
+  for (i32 group = 0; group < groupCount; ++group)
+    FindCells(group, shares.empty() ? nullptr : &shares[group], threads, storeVelocity);
   StartRanges();
   for (i32 group = 0; group < groupCount; ++group) FillRanges(group, threads);
   // Equally many particles for each worker.
-  const auto rangeOf = [&](i32 share, i32 shares) {
-    const i32 placed = static_cast<i32>(i64{mCount} * share / shares);
+  const auto rangeOf = [&](i32 part, i32 parts) {
+    const i32 placed = static_cast<i32>(i64{mCount} * part / parts);
     const auto ends = mRangeStart.end() - 1;
     return static_cast<i32>(
-        (share == shares ? ends : std::lower_bound(mRangeStart.begin(), ends, placed)) -
+        (part == parts ? ends : std::lower_bound(mRangeStart.begin(), ends, placed)) -
         mRangeStart.begin());
   };
   const i32 workers = std::clamp(threads, 1, host::kMaxWorkers);
@@ -71,7 +72,7 @@ void ParticleSort::Build(std::span<ParticleGroup* const> groups, i32 kind, i32 t
   });
 }
 
-void ParticleSort::FindCells(i32 group, i32 threads, bool storeVelocity) {
+void ParticleSort::FindCells(i32 group, const GroupShare* share, i32 threads, bool storeVelocity) {
   ParticleStore& store = mGroups[group]->Store(mKind);
   i32* cells = mCells.data() + mFirst[group];
   const std::span<const Vec3d> positions = store.Positions(), velocities = store.Velocities();
@@ -82,7 +83,8 @@ void ParticleSort::FindCells(i32 group, i32 threads, bool storeVelocity) {
     const IndexRange rows = store.PartOf(part, kParts);
     i32* counts = CountsOf(group, part);
     for (i32 row = rows.first; row < rows.last; ++row) {
-      const i32 cell = flags[row] & PF_ALIVE ? CellIndex(positions[row]) : -1;
+      const bool isOurs = (flags[row] & PF_ALIVE) && (!share || share->IsOurs(positions[row]));
+      const i32 cell = isOurs ? CellIndex(positions[row]) : -1;
       cells[row] = cell;
       if (cell >= 0) ++counts[cell >> mShift];
       flags[row] = static_cast<u16>(cell >= 0 ? flags[row] | PF_SORTED : flags[row] & ~PF_SORTED);

@@ -3,6 +3,7 @@
 #include <span>
 #include <vector>
 
+#include "fluids/particles/group_share.h"
 #include "fluids/particles/particle_group.h"
 #include "grids/fixed_blocks.h"
 #include "grids/grid_layout.h"
@@ -25,9 +26,10 @@ class ParticleSort {
   /// Forgets everything and takes the cells of `layout`.
   void Reset(const GridLayout& layout);
   /// Sorts the particles of a kind. With `storeVelocity` each particle also keeps its velocity as
-  /// property 26. Positions beyond the last cell by rounding count into it.
+  /// property 26. Positions beyond the last cell by rounding count into it. With `shares`, one for
+  /// each group, what isn't ours counts as outside.
   void Build(std::span<ParticleGroup* const> groups, i32 kind, i32 threads,
-             bool storeVelocity = false);
+             bool storeVelocity = false, std::span<const GroupShare> shares = {});
   /// Empties it; with `resetFlags` its particles lose property 26 and get `PF_SORTED` first.
   void Clear(bool resetFlags = false);
 
@@ -106,7 +108,7 @@ class ParticleSort {
   };
   /// The passes of `Build`: cells and numbers of the particles of each part in each range, where
   /// these begin, the particles by ranges, and each range by cells.
-  void FindCells(i32 group, i32 threads, bool storeVelocity);
+  void FindCells(i32 group, const GroupShare* share, i32 threads, bool storeVelocity);
   void StartRanges();
   void FillRanges(i32 group, i32 threads);
   void SortRange(i32 range);

@@ -123,8 +123,35 @@ void WaterSolver::Sort() {
   std::vector<std::pair<const ParticleGroup*, u64>> now;
   for (const ParticleGroup* group : groups) now.emplace_back(group, group->Changes(kLiquid));
   if (now == mSorted) return;
-  mSort.Build(groups, kLiquid, mScene->mThreadCount);
+  mSort.Build(groups, kLiquid, mScene->mThreadCount, false, Shares());
   mSorted = std::move(now);
+}
+
+bool WaterSolver::CommutesWith(const iBase& other) const {
+  return dynamic_cast<const WaterSolver*>(&other) != nullptr;
+}
+
+std::vector<GroupShare> WaterSolver::Shares() const {
+  const auto boxOf = [](const WaterSolver& liquid) {
+    GroupShare::Box box;
+    liquid.GetUserBox(box.low, box.high);
+    return box;
+  };
+  std::vector<GroupShare> shares(groups.size(), {boxOf(*this), {}, {}});
+  bool isShared = false;
+  for (const auto& [id, object] : mScene->List(kListSolvers)) {
+    const auto* other = dynamic_cast<const WaterSolver*>(object.get());
+    if (!other || other == this || !other->Has(FLAG_ENABLED)) continue;
+    // As particles choose the flow that carries them.
+    const bool isBefore = other->Node()->Path() < Node()->Path();
+    for (std::size_t i = 0; i < groups.size(); ++i) {
+      if (std::find(other->groups.begin(), other->groups.end(), groups[i]) == other->groups.end())
+        continue;
+      (isBefore ? shares[i].before : shares[i].after).push_back(boxOf(*other));
+      isShared = true;
+    }
+  }
+  return isShared ? shares : std::vector<GroupShare>();
 }
 
 void WaterSolver::ForgetRest() {

@@ -48,6 +48,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings, public FillsRooms
   void Release(bool full) override;
   bool ApplyBounds(const Vec3d& min, const Vec3d& max) override;
   void Evaluate(const EvaluationThreadData& data) override;
+  /// What liquids share each has for itself.
+  bool CommutesWith(const iBase& other) const override;
   /// As a gas without surroundings, with the level set and the cells of the sort, and the system
   /// of the correction beside that of the pressure.
   double MemoryPerCell() const override {
@@ -66,6 +68,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings, public FillsRooms
  private:
   /// Sorts the particles, unless they are as when last sorted.
   void Sort();
+  /// What it has of each group; empty where it shares none with another liquid.
+  std::vector<GroupShare> Shares() const;
   void FindSurface();
   /// How many particles fill a cell by what emitters tell; 0 where they tell nothing.
   double ToldRest() const;
