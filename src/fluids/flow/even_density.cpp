@@ -16,26 +16,24 @@ constexpr double kNone = -2;  ///< the excess of a cell that asks for nothing
 /// open of those isn't known any better; the largest that counts; the least room.
 constexpr double kNoise = 0.1, kCutNoise = 0.75, kMostBeside = 4, kLeastRoom = 0.1;
 
-/// The volumes, along an axis, of the hat of linear interpolation over the cells about its middle,
-/// and of one that reaches twice as far.
-constexpr std::array<double, 3> kHat = {0.125, 0.75, 0.125};
+/// The volumes, along an axis, of a hat of linear interpolation that reaches two cells from the
+/// middle of its own.
 constexpr std::array<double, 5> kWideHat = {0.03125, 0.25, 0.4375, 0.25, 0.03125};
 
-/// Calls f(neighbour's index, weight) for a cell and those under the hat about it. Beyond the grid
-/// it goes on as at its sides.
-template <std::size_t kCount, class F>
-void ForEachNear(const EGrid<float>& grid, const VecInt3D& at,
-                 const std::array<double, kCount>& hat, F&& f) {
-  constexpr i32 kSpan = kCount, kReach = kSpan / 2;
+/// Calls f(neighbour's index, its offset from the lowest) for the cells up to `reach` off. Beyond
+/// the grid it goes on as at its sides.
+template <class F>
+void ForEachNear(const EGrid<float>& grid, const VecInt3D& at, i32 reach, F&& f) {
   const VecInt3D last = grid.Dims() - VecInt3D{1, 1, 1};
-  const auto place = [](i32 own, i32 step, i32 most) {
-    return kReach > 1 ? std::clamp(own + step - kReach, 0, most) : own + step - kReach;
+  const i32 span = 2 * reach + 1;
+  const auto place = [&](i32 own, i32 step, i32 most) {
+    return std::clamp(own + step - reach, 0, most);
   };
-  for (i32 k = 0; k < kSpan; ++k)
-    for (i32 j = 0; j < kSpan; ++j)
-      for (i32 i = 0; i < kSpan; ++i)
+  for (i32 k = 0; k < span; ++k)
+    for (i32 j = 0; j < span; ++j)
+      for (i32 i = 0; i < span; ++i)
         f(grid.Index(place(at.x, i, last.x), place(at.y, j, last.y), place(at.z, k, last.z)),
-          hat[i] * hat[j] * hat[k]);
+          VecInt3D{i, j, k});
 }
 
 /// Every `stride`-th of `count` values becomes the mean 1 2 1 with those beside it; beyond the ends
@@ -65,7 +63,19 @@ void Widen(Grid<double>& sums, i32 threads) {
 
 }  // namespace
 
-void EvenDensity::Measure(const ParticleSort& sort, Flow& flow, Grid<double>& dense) const {
+EvenDensity::Room EvenDensity::WideRoom(const EGrid<float>& open, const VecInt3D& at) {
+  Room room;
+  ForEachNear(open, at, 2, [&](i32 near, const VecInt3D& step) {
+    const double weight = kWideHat[step.x] * kWideHat[step.y] * kWideHat[step.z];
+    const float share = open.mData[near];
+    const bool isWhole = share >= CellFilling::kWhole;
+    room.open += weight * (isWhole ? 1.0 : share);
+    room.cut += share > 0 && !isWhole ? weight : 0.0;
+  });
+  return room;
+}
+
+void EvenDensity::MeasureWide(const ParticleSort& sort, Flow& flow, Grid<double>& dense) const {
   const GridLayout& layout = *flow.GetLayout();
   ForEachBlock(dense.mNz, flow.Threads(),
                [&](i32 z) { std::fill_n(dense.mData + z * dense.mSlice, dense.mSlice, 0.0); });
@@ -75,6 +85,7 @@ void EvenDensity::Measure(const ParticleSort& sort, Flow& flow, Grid<double>& de
     const Vec3d p = layout.ToCells(entry.position);
     stencil.At(even ? even->Place(p) : p).AddWeights(dense.mData);
   });
+  Widen(dense, flow.Threads());
 }
 
 bool EvenDensity::AddSource(const ParticleSort& sort, Flow& flow) const {
@@ -88,11 +99,24 @@ bool EvenDensity::AddSource(const ParticleSort& sort, Flow& flow) const {
   if (!open || !open->mData || !dense || source->Dims() != phi->Dims() ||
       open->Dims() != phi->Dims())
     return false;
-  Measure(sort, flow, *dense);
-  const bool isWide = mKeepsVolume && mPerCell < SmoothSurface::kFewest;
-  if (isWide) Widen(*dense, flow.Threads());
-  const double mean = isWide ? FindExcess(*phi, *open, kWideHat, flow.Threads(), *dense)
-                             : FindExcess(*phi, *open, kHat, flow.Threads(), *dense);
+  double mean;
+  if (mKeepsVolume && mPerCell < SmoothSurface::kFewest) {
+    MeasureWide(sort, flow, *dense);
+    mean = FindExcess(
+        *phi, *open, 2, [&](const VecInt3D& at, i32) { return WideRoom(*open, at); },
+        flow.Threads(), *dense);
+  } else {
+    CellFilling filling(sort, open, *dense);
+    if (!filling.IsReady()) return false;
+    filling.SpreadWith(EvenOf(flow));
+    mean = FindExcess(
+        *phi, *open, 1,
+        [&](const VecInt3D& at, i32 c) {
+          const CellFilling::Opening opening = filling.OpenAbout(at, c);
+          return Room{opening.share, opening.cut};
+        },
+        flow.Threads(), *dense);
+  }
   const double rate = kShare / dt, even = mKeepsVolume ? mean : 0.0;
   ForEachBlock(dense->mNz, flow.Threads(), [&](i32 z) {
     const i32 first = z * dense->mSlice;
@@ -102,25 +126,24 @@ bool EvenDensity::AddSource(const ParticleSort& sort, Flow& flow) const {
   return true;
 }
 
-template <class Hat>
-double EvenDensity::FindExcess(const EGrid<double>& phi, const EGrid<float>& open, const Hat& hat,
-                               i32 threads, Grid<double>& dense) const {
+template <class RoomOf>
+double EvenDensity::FindExcess(const EGrid<double>& phi, const EGrid<float>& open, i32 reach,
+                               const RoomOf& roomOf, i32 threads, Grid<double>& dense) const {
   struct Found {
     double excess = 0, volume = 0;
   };
   const VecInt3D n = phi.Dims();
   const auto excessOf = [&](const VecInt3D& at, i32 c) {
-    double room = 0, cut = 0;
-    bool isDeep = phi.mData[c] < 0, isBesideClosed = false;
+    bool isDeep = phi.mData[c] < 0, isBesideClosed = false, isClear = true;
     if (!isDeep || open.mData[c] == 0) return kNone;
-    ForEachNear(open, at, hat, [&](i32 near, double weight) {
+    ForEachNear(open, at, reach, [&](i32 near, const VecInt3D&) {
       const float share = open.mData[near];
       const bool isWhole = share >= CellFilling::kWhole;
-      room += weight * (isWhole ? 1.0 : share);
       isBesideClosed |= share == 0;
-      cut += share > 0 && !isWhole ? weight : 0.0;
+      isClear = isClear && isWhole;
       isDeep = isDeep && (isWhole ? phi.mData[near] < 0 : share == 0);
     });
+    const auto [room, cut] = isClear ? Room{1, 0} : roomOf(at, c);
     const double excess = dense.mData[c] / (mPerCell * std::max(room, kLeastRoom)) - 1;
     if (isDeep && isBesideClosed && excess < CellFilling::kLeast - 1) return kNone;
     if (isDeep) return std::clamp(excess, -kMost, kMost);

@@ -9,9 +9,10 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// Asks a liquid to swell where its particles are too close and to shrink where they are too far
 /// apart, by a source of divergence for a projection.
 ///
-/// A cell holds r = sum w / (n V) of its rest, with weights w of linear interpolation about its
-/// middle, `mPerCell` = n and the open volume V by the same weights; with so few that chance would
-/// be most of that, by weights that reach twice as far. It asks for the divergence
+/// A cell holds r of its rest, `mPerCell`, by the measure that the surface goes by too
+/// (`CellFilling`): what the two took for even differed beside walls, and moved a pool in circles.
+/// With so few particles that chance would be most of that it is by weights of linear interpolation
+/// that reach twice as far. It asks for the divergence
 /// q (r - 1) / dt, with the share q of `kShare`; at the surface, where r is small by itself, it
 /// asks for nothing: chance would only let it swell there. Beside cells that a solid cuts only what
 /// r is above what distances may err by counts. With `mKeepsVolume` it asks for that less the mean
@@ -35,11 +36,18 @@ class EvenDensity {
   static constexpr double kMost = 0.5;   ///< largest excess that counts
 
  private:
-  void Measure(const ParticleSort& sort, Flow& flow, Grid<double>& dense) const;
-  /// Turns the particles of cells into their excess; returns its mean.
-  template <class Hat>
-  double FindExcess(const EGrid<double>& phi, const EGrid<float>& open, const Hat& hat, i32 threads,
-                    Grid<double>& dense) const;
+  /// What is open about a cell, in cells, and what of it cells are that a solid cuts.
+  struct Room {
+    double open = 0, cut = 0;
+  };
+  /// By the wide weights, as `MeasureWide`.
+  static Room WideRoom(const EGrid<float>& open, const VecInt3D& at);
+  /// Sums of particles about cells.
+  void MeasureWide(const ParticleSort& sort, Flow& flow, Grid<double>& dense) const;
+  /// Turns the particles of cells into their excess; returns its mean. roomOf(cell, its index).
+  template <class RoomOf>
+  double FindExcess(const EGrid<double>& phi, const EGrid<float>& open, i32 reach,
+                    const RoomOf& roomOf, i32 threads, Grid<double>& dense) const;
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -37,7 +37,7 @@ struct SplineWeights {
 
 }  // namespace
 
-CellFilling::CellFilling(const ParticleSort& sort, const EGrid<float>* open, EGrid<double>& sums)
+CellFilling::CellFilling(const ParticleSort& sort, const EGrid<float>* open, Grid<double>& sums)
     : mSort(sort),
       mOpen(open && open->mData && open->Dims() == sums.Dims() ? open : nullptr),
       mSums(sums),
@@ -45,7 +45,7 @@ CellFilling::CellFilling(const ParticleSort& sort, const EGrid<float>* open, EGr
 
 Vec3d CellFilling::OffsetIn(std::span<const ParticleSort::Entry> particles, i32& notes) const {
   constexpr double kStillSpeed = 0.02;  // cells a second
-  const double still = kStillSpeed * mSums.mLayout.cellSize;
+  const double still = kStillSpeed * mSort.Layout().cellSize;
   for (const ParticleSort::Entry& entry : particles) {
     const Vec3d v = mSort.Groups()[entry.group]->Store(mSort.Kind()).Velocities()[entry.row];
     if (!(Dot(v, v) < still * still)) return {};
@@ -164,6 +164,15 @@ void CellFilling::FindEven() {
 void CellFilling::Spread() {
   FindNotes();
   FindEven();
+  SpreadAll(mEven.get());
+}
+
+void CellFilling::SpreadWith(const EvenCells* even) {
+  FindNotes();
+  SpreadAll(even);
+}
+
+void CellFilling::SpreadAll(const EvenCells* even) {
   const GridLayout& layout = mSort.Layout();
   const VecInt3D n = layout.dims;
   ForEachLine(mSums,
@@ -176,7 +185,7 @@ void CellFilling::Spread() {
     VecInt3D cell;
     for (int a = 0; a < 3; ++a) cell[a] = std::clamp(static_cast<i32>(p[a]), 0, n[a] - 1);
     const i32 own = mSums.Index(cell.x, cell.y, cell.z), sides = mNotes[own];
-    if (mEven) p = mEven->Place(p);
+    if (even) p = even->Place(p);
     const SplineWeights x(p.x, n.x, sides), y(p.y, n.y, sides >> 2), z(p.z, n.z, sides >> 4);
     for (i32 k = 0; k < 3; ++k)
       for (i32 j = 0; j < 3; ++j) {

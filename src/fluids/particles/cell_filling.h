@@ -19,11 +19,13 @@ class CellFilling {
  public:
   /// Works on particles that are sorted by the cells of `sums`. `open` are the open fractions of
   /// these cells; null where all is open.
-  CellFilling(const ParticleSort& sort, const EGrid<float>* open, EGrid<double>& sums);
+  CellFilling(const ParticleSort& sort, const EGrid<float>* open, Grid<double>& sums);
   bool IsReady() const { return mNotes.mData; }
   /// Fills `sums` with what cells get, in particles. Runs on all workers, with one result for any
   /// number.
   void Spread();
+  /// The same with even cells that are known, or null for none.
+  void SpreadWith(const EvenCells* even);
   /// How many particles fill a cell.
   struct Rest {
     double particles = 0;
@@ -75,7 +77,7 @@ class CellFilling {
 
   /// Calls f(y, z) for the lines of cells along x, layer by layer on all workers.
   template <class F>
-  static void ForEachLine(const EGrid<double>& grid, F&& f) {
+  static void ForEachLine(const Grid<double>& grid, F&& f) {
     ForEachBlock(grid.mNz, host::ThreadCount(), [&](i32 z) {
       for (i32 y = 0; y < grid.mNy; ++y) f(y, z);
     });
@@ -104,6 +106,7 @@ class CellFilling {
   };
   i32 PartsOfScatter(const Sharing& all) const;
   void FindEven();
+  void SpreadAll(const EvenCells* even);
   /// Closed cells lie beside it on every axis: in a corner of a box it is whole, whatever distances
   /// cut off there.
   bool IsCorner(i32 i) const {
@@ -124,7 +127,7 @@ class CellFilling {
 
   const ParticleSort& mSort;
   const EGrid<float>* mOpen;
-  EGrid<double>& mSums;
+  Grid<double>& mSums;
   Grid<u16> mNotes;  ///< kHolds, kFull, kShared, and the bits of closed neighbours
   i32 mParts = 0;    ///< of a cell along an axis, about whose middles particles stand; 0 without
   std::unique_ptr<EvenCells> mEven;  ///< null where none are even
