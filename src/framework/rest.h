@@ -27,6 +27,9 @@ inline constexpr const char* kColdFuelReason =
 inline constexpr const char* kNoAirReason = "fuel and smoke leave no air where its fuel is hot";
 inline constexpr const char* kNoFlameReason = "no cell of its fire channel burns";
 
+// Of a tap: keys, or the curve of a window, may open it.
+inline constexpr const char* kShutReason = "the velocity of its liquid is 0: nothing comes through";
+
 // Of an emitter of particles: images, limits and constraints may let through the next ones.
 inline constexpr const char* kNoPlaceReason =
     "none of the places that it tried may have a particle";
@@ -34,8 +37,8 @@ inline constexpr const char* kNoPlaceReason =
 /// Whether a reason tells of nothing amiss before the run is over: what never worked until then is
 /// warned of at its end.
 inline bool MayPass(std::string_view reason) {
-  constexpr std::string_view kReasons[] = {kNoFuelReason, kColdFuelReason, kNoAirReason,
-                                           kNoFlameReason, kNoPlaceReason};
+  constexpr std::string_view kReasons[] = {kNoFuelReason,  kColdFuelReason, kNoAirReason,
+                                           kNoFlameReason, kNoPlaceReason,  kShutReason};
   return std::find(std::begin(kReasons), std::end(kReasons), reason) != std::end(kReasons);
 }
 

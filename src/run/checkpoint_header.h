@@ -11,7 +11,7 @@ namespace MELDO_GLOBAL::app {
 inline constexpr u32 kCheckpointIdent = IdentOf("svcp");
 /// Goes up with whatever an object keeps. Format 1 doesn't tell the nodes; 2 holds a pass of each
 /// object.
-inline constexpr i32 kCheckpointFormat = 14;
+inline constexpr i32 kCheckpointFormat = 15;
 
 /// Where a run stands after a frame.
 struct RunState {

@@ -49,7 +49,8 @@ const ParameterTable& ObjectParticleGridEmitter::Parameters() {
       {LinkRow(kVolumeRow, "volume",
                "the shape that is filled and kept full; a liquid that gets a velocity comes "
                "through it at that speed instead, at speed 0 not at all, and nothing tops it up; "
-               "a window of time opens and closes it, whatever the window's curve")
+               "a window of time opens and closes it, and the window's curve, if it has one, "
+               "scales the speed")
            .AcceptsAny({kListGeometry, kCategoryVolume})
            .To(&ObjectParticleGridEmitter::mVolume)
            .Required(),
@@ -90,7 +91,14 @@ const ParameterTable& ObjectParticleGridEmitter::Parameters() {
                "lattice; what comes through a volume with a velocity has its places anyway")
            .Missing(0.5)
            .AtLeast(0)
-           .To(&ObjectParticleGridEmitter::mMinSpacing)});
+           .To(&ObjectParticleGridEmitter::mMinSpacing),
+       BoolRow(
+           kRelativeRow, "relative_velocity", true,
+           "what comes through a volume that moves has its velocity as seen from there, as from "
+           "a hose; switched off, as seen from the world, and the volume's way sweeps up more or "
+           "less")
+           .Missing(false)
+           .To(&ObjectParticleGridEmitter::mIsRelative)});
   return table;
 }
 
@@ -172,33 +180,60 @@ double ObjectParticleGridEmitter::CountWanted() const {
 
 void ObjectParticleGridEmitter::Reset() {
   ParticleEmitter::Reset();
-  mIsFlowing = false;
+  mIsFlowing = mHolds = false;
   mHeld = {};
 }
 
 void ObjectParticleGridEmitter::Persist(StateArchive& archive) {
   ParticleEmitter::Persist(archive);
-  archive(mIsFlowing, mLastTime, mShift, mHeld);
+  archive(mIsFlowing, mHolds, mLastTime, mShift, mHeld);
 }
 
-void ObjectParticleGridEmitter::BeginInflow(bool wasFlowing) {
+void ObjectParticleGridEmitter::BeginInflow(bool wasFlowing, bool didHold) {
   // One whose speed is 0 for now is a tap that is closed, not a volume that is kept full.
   const bool hasVelocity = std::any_of(mProperties.begin(), mProperties.end(), [](iProperty* own) {
     return own->Has(FLAG_ENABLED) && own->PropertyId() == property_id::kVelocity;
   });
-  mIsFlowing = mKind == kLiquid && !mFed.empty() && hasVelocity;
+  const bool isTap = mKind == kLiquid && !mFed.empty() && hasVelocity;
+  if (isTap) mTemplate.velocity *= CurveShare();
+  mIsOpen = isTap && mTemplate.velocity != Vec3d{};
+  if (mIsOpen && mIsRelative) mTemplate.velocity += OwnVelocity();
+  mIsFlowing = isTap && (wasFlowing || mIsOpen);
   mAdmits = mIsFlowing && wasFlowing;
-  mHasStopped = mAdmits && mTemplate.velocity != Vec3d{} && IsBlocked();
+  mHasStopped = mAdmits && mIsOpen && IsBlocked();
+  mMoves = mAdmits && didHold && !mHasStopped;
   if (!mAdmits) mShift = {};
-  mAdvance = mAdmits && !mHasStopped ? mHeld * (mTime->elapsed - mLastTime) : Vec3d{};
+  mAdvance = mMoves ? mHeld * (mTime->elapsed - mLastTime) : Vec3d{};
   mShift += mAdvance;
-  mHeld = mIsFlowing && !mHasStopped ? mTemplate.velocity : Vec3d{};
+  mHolds = mIsOpen && !mHasStopped;
+  mHeld = mHolds ? mTemplate.velocity : Vec3d{};
   mLastTime = mTime->elapsed;
+  // It had no water to hold back yet.
+  if (isTap && !mIsFlowing) Deactivate(kShutReason);
+}
+
+double ObjectParticleGridEmitter::CurveShare() const {
+  const Duration* window = mSettings->mDuration;
+  if (!window || !window->Has(FLAG_ENABLED) || !window->spline) return 1;
+  double share = 0;
+  if (!window->MeanWeight(mTime->elapsed, mTime->stepDuration, share)) return 0;
+  return std::max(share, 0.0);
+}
+
+Vec3d ObjectParticleGridEmitter::OwnVelocity() const {
+  Vec3d way{};
+  for (const FilledVolume& member : mMembers)
+    if (const Mesh* mesh = member.Volume()->GetMesh()) {
+      Vec3d own;
+      mesh->GetVelocityAt(own, member.Middle());
+      way += own;
+    }
+  return way / (static_cast<double>(mMembers.size()) * mTime->stepDuration);
 }
 
 bool ObjectParticleGridEmitter::Feeds(const iFluidSolver& liquid) const {
-  return mIsFlowing && Has(FLAG_ENABLED) && mLastTime == mTime->elapsed &&
-         mTemplate.velocity != Vec3d{} && mVolume && MayFill(liquid) && IsMadeOfOurs(liquid);
+  return mIsOpen && Has(FLAG_ENABLED) && mLastTime == mTime->elapsed && mVolume &&
+         MayFill(liquid) && IsMadeOfOurs(liquid);
 }
 
 bool ObjectParticleGridEmitter::MayFill(const iFluidSolver& solver) const {
@@ -272,9 +307,9 @@ void ObjectParticleGridEmitter::FindSolids() {
 void ObjectParticleGridEmitter::Prepare() {
   mMembers.clear();
   // Without a step a frame is looked at again, and nothing ends.
-  const bool wasFlowing = mIsFlowing;
-  mHasStopped = false;
-  if (mTime->stepDuration > 0) mIsFlowing = false;
+  const bool wasFlowing = mIsFlowing, didHold = mHolds;
+  mHasStopped = mIsOpen = mMoves = false;
+  if (mTime->stepDuration > 0) mIsFlowing = mHolds = false;
   if (!PrepareEmission()) return;
   SetFlag(FLAG_ACTIVE, false);
   if (IsRepeated()) return void(Deactivate(kNotDueReason));
@@ -299,13 +334,13 @@ void ObjectParticleGridEmitter::Prepare() {
   mColour = SamplerOf(mColourImage);
   FindLiquids();
   FindSolids();
-  BeginInflow(wasFlowing);
   SetFlag(FLAG_ACTIVE, true);
+  BeginInflow(wasFlowing, didHold);
 }
 
 void ObjectParticleGridEmitter::Finish() {
   // Before the liquid has held it the water would begin with the velocity of the air there.
-  if (Has(FLAG_ACTIVE) && mHeld != Vec3d{} && mAdvance == Vec3d{})
+  if (Has(FLAG_ACTIVE) && mHolds && !mMoves)
     for (Flow* flow : mFed)
       if (const GridLayout* layout = flow->GetLayout())
         Inflows::Begin(*flow, CellsIn(*layout), mTemplate.velocity, mTime->stepDuration);

@@ -16,8 +16,9 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 /// What a liquid gets with a velocity comes through the volume as through a pipe: once that is
 /// filled the lattice goes with the water, and those of its places that come into the volume get
 /// their particles, so that the volume gives its cross section times the speed, in steps of any
-/// length. The liquid holds that velocity within it (`Inflows`). Where it has no room left
-/// (`FullRooms`) nothing comes, and the user is told.
+/// length. The speed is that of the property times the strength of the time window's curve, as seen
+/// from a volume that moves. The liquid holds it within the volume (`Inflows`). Where it has no room
+/// left (`FullRooms`) nothing comes, and the user is told.
 ///
 /// Liquids limit it: nothing is made outside of the cells of those that it names, or where it names
 /// none, of those that its particles belong to.
@@ -26,7 +27,8 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   ObjectParticleGridEmitter(host::BaseNode* node, Scene* scene);
   static const NodeKind& Kind();
   static const host::ParameterTable& Parameters();
-  static constexpr i32 kVolumeRow = 1005, kSolversRow = 1006, kOuterRow = 1016, kInnerRow = 1017;
+  static constexpr i32 kVolumeRow = 1005, kSolversRow = 1006, kOuterRow = 1016, kInnerRow = 1017,
+                       kRelativeRow = 1030;
   bool ReadParameters() override;
   void Reset() override;
   void Persist(StateArchive& archive) override;
@@ -76,7 +78,11 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   /// Collects the liquids that limit it, and those that it feeds.
   void FindLiquids();
   /// What it makes in a step: what is missing, or what has come in since the last one.
-  void BeginInflow(bool wasFlowing);
+  void BeginInflow(bool wasFlowing, bool didHold);
+  /// The share of its speed that the curve of the time window leaves in the mean over the step.
+  double CurveShare() const;
+  /// The velocity of its volume as a whole, simulation units a second.
+  Vec3d OwnVelocity() const;
   /// All of its cells are full in a liquid.
   bool IsBlocked() const;
   /// Collects the obstacles, other than its own volume, that keep a liquid out.
@@ -100,15 +106,19 @@ class ObjectParticleGridEmitter : public ParticleEmitter {
   double mBandCells = 0, mBand = 0;
   i32 mOuterSubdivision = 1, mInnerSubdivision = 1;
   double mMinSpacing = 0.5;
+  bool mIsRelative = false;  ///< its velocity is that as seen from the volume
 
   // Of a liquid that comes through.
   bool mIsFlowing = false;  ///< the volume has been filled and given water since
+  bool mHolds = false;      ///< it has given its water a velocity since the last step
   double mLastTime = 0;     ///< of the last step that made particles
   Vec3d mShift{};           ///< the way of the lattice since the volume was filled
   Vec3d mHeld{};            ///< the velocity that it has since the last step
 
   // Of one step.
+  bool mIsOpen = false;                ///< a liquid comes through it, at a speed that isn't 0
   bool mAdmits = false;                ///< it makes what has come in, not what is missing
+  bool mMoves = false;                 ///< something has come in
   bool mHasStopped = false;            ///< it would, but there is no room
   Vec3d mAdvance{};                    ///< the way of the water since the last step
   std::vector<Flow*> mFed;             ///< the liquids that its particles belong to

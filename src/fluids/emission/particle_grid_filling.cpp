@@ -308,7 +308,7 @@ class ObjectParticleGridEmitter::Filler {
 void ObjectParticleGridEmitter::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
   if (mHasStopped) return NoteRefusal(mMembers.front().Middle(), data.index);
-  if (mAdmits && mAdvance == Vec3d{}) return;
+  if (mAdmits && !mMoves) return;
   for (std::size_t member = 0; member < mMembers.size(); ++member) {
     Filler filler(*this, member, data.index);
     const VecInt3D n = mMembers[member].Grid().Dims();

@@ -203,6 +203,58 @@ TEST(Spout, GivesNothingWhileItIsClosed) {
   EXPECT_LT(made / due, kLast - kOpened + layer);
 }
 
+// Nor before they open it for the first time.
+TEST(Spout, HoldsNoWaterBeforeItOpens) {
+  Spout spout({4, 4, 4}, {0, -1, 0}, 0.5);
+  spout.speed->Set(iProperty::kValueRow, Vec3d{});
+  EXPECT_EQ(spout.Made(5), 0);
+  spout.speed->Set(iProperty::kValueRow, Vec3d{0, -1, 0});
+  EXPECT_NEAR(spout.Made(6) / std::pow(4 * kCellWidth, 3), 1, 1e-9);
+}
+
+// The strength of its window scales its speed, and without a curve it is all there.
+TEST(Spout, FollowsTheCurveOfItsWindow) {
+  constexpr double kLength = 0.8;
+  constexpr i32 kLast = 20;
+  const double section = 16 * kCellWidth * kCellWidth, full = std::pow(4 * kCellWidth, 3);
+  for (const double share : {1.0, 0.5}) {
+    SCOPED_TRACE(share);
+    Spout spout({4, 4, 4}, {0, -1, 0}, 0.5);
+    host::BaseNode& window = CreateNode(spout.document, *FindKind("duration"), "w", spout.server);
+    window.Set(1000, kLength);
+    if (share < 1) window.Set(Duration::kCurveRow, host::SplineData{{{0, 1}, {1, 0}}});
+    spout.settings->Set(1002, host::Link{window.Id()});
+    const double made = spout.Made(kLast + 3) - full;
+    EXPECT_NEAR(made / (section * kLength), share, 0.08);
+  }
+}
+
+// Its water leaves a volume that moves as it would one that rests, and has its speed too.
+TEST(Spout, CarriesItsOwnSpeedAlong) {
+  constexpr double kOwn = 0.5;
+  constexpr i32 kFirst = 4, kLast = 14;
+  double made[2];
+  for (const bool isRelative : {false, true}) {
+    Spout spout({4, 6, 4}, {0, -1, 0}, 0.5);
+    spout.emitter->Set(ObjectParticleGridEmitter::kRelativeRow, isRelative);
+    const auto goTo = [&](i32 frame) {
+      spout.Place({100 * kOwn * kFrameTime * frame, 0, 0});
+      return spout.Made(frame);
+    };
+    for (i32 frame = 0; frame < kFirst; ++frame) goTo(frame);
+    const double before = goTo(kFirst);
+    for (i32 frame = kFirst + 1; frame < kLast; ++frame) goTo(frame);
+    made[isRelative] = goTo(kLast) - before;
+    if (!isRelative) continue;
+    const ParticleStore& store = spout.Store();
+    for (const Vec3d& v : store.Velocities()) ASSERT_TRUE(IsNear(v, {kOwn, -1, 0}, 0.02));
+  }
+  const double due = 16 * kCellWidth * kCellWidth * (kLast - kFirst) * kFrameTime;
+  EXPECT_NEAR(made[1] / due, 1, 0.05);
+  // Else its side, of 6 x 4 cells, sweeps through water that isn't there.
+  EXPECT_NEAR(made[0] / due, 1 + 24 * kOwn / 16, 0.1);
+}
+
 // No time lies between the start frame and the first step: nothing comes in.
 TEST(Spout, IsFilledOnceAtTheStart) {
   Spout spout({4, 4, 4}, {0, -1, 0}, 1);
