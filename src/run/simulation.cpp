@@ -287,6 +287,15 @@ std::string GapText(const NarrowGaps::Place& gap, const GridLayout& domain, bool
       CellThatShows(gap.width, domain.cellSize));
 }
 
+bool HasLiquid(const SulvaScene& scene) {
+  bool has = false;
+  ForEachObject(scene, [&](iBase& object) {
+    const auto* solver = dynamic_cast<const iFluidSolver*>(&object);
+    has |= solver && solver->Has(FLAG_ENABLED) && solver->LiquidGroups();
+  });
+  return has;
+}
+
 /// Adds what objects report of themselves, each sentence once.
 void TakeFaults(const SulvaScene& scene, std::vector<std::string>& told) {
   for (const auto& part : scene.mParts)
@@ -310,10 +319,12 @@ void Simulation::AddWarnings(FrameRecord& record) {
   }
   if (record.cfl > kMostCells && !mHasToldStep) {
     mHasToldStep = true;
+    const bool hasLiquid = std::any_of(mScenes.begin(), mScenes.end(),
+                                       [](const auto& scene) { return HasLiquid(*scene); });
     record.warnings.push_back(
-        fmt::format("the flow crosses {:.0f} cells in a substep, and what lies between is skipped; "
-                    "raise the server's 'extra_substeps', or 'cell_size'",
-                    record.cfl));
+        fmt::format("the flow crosses {:.0f} cells in a substep, and what lies between is "
+                    "skipped{}; raise the server's 'extra_substeps', or 'cell_size'",
+                    record.cfl, hasLiquid ? ", so that a liquid loses volume" : ""));
   }
   mHasWarned |= !record.warnings.empty();
 }

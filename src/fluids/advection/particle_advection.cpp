@@ -107,7 +107,9 @@ const ParameterTable& ParticleAdvection::Parameters() {
           .AcceptsAny({kListAuxiliary, kCategoryInstant})
           .To(&ParticleAdvection::mOperators),
       BoolRow(kKillOutsideRow, "kill_outside", true,
-              "those that leave through an open side are gone")
+              "those that leave through an open side are gone; kept, they fly on with "
+              "grid_then_ballistic as 'motion', and with grid they go on along the side without "
+              "weight")
           .To(&ParticleAdvection::mKillsOutside),
       BoolRow(
           1016, "take_velocity", false,

@@ -35,7 +35,9 @@ const std::map<i32, std::string_view>& LiquidHelp() {
        "honey instead of water: slows differences of speed; acts once the viscosity solve "
        "does"},
       {1020, "how the pressure is found: multigrid is the quickest, gauss_seidel for a rough look"},
-      {1021, "gives up after that many rounds: too few let the liquid sink into itself"},
+      {1021,
+       "gives up after that many rounds: too few let the liquid sink into itself; where it lets go "
+       "of walls a step solves up to five times, and 'iterations' in the statistics counts all"},
       {1022, "how well the liquid keeps its volume: 0 is rough and quick, 1 exact"},
       {1023, ""},
       {1024, ""},
