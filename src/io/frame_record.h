@@ -8,6 +8,7 @@
 #include "fluids/fields/field_ledger.h"
 #include "fluids/particles/particle_flags.h"
 #include "fluids/pressure/grid_incompressibility.h"
+#include "fluids/pressure/grid_viscosity.h"
 #include "framework/pipeline.h"
 #include "host/vector.h"
 
@@ -34,6 +35,7 @@ struct SolverRecord {
   double kineticEnergy = 0;  ///< joules; see `MeasureSolver`
   double divergenceMax = 0;  ///< 1/s
   std::vector<MELDO_SULVA::ProjectionReport> pressure;  ///< of this frame's substeps, in order
+  std::vector<MELDO_SULVA::ViscosityReport> viscosity;  ///< the same, where it is viscous
   std::optional<MELDO_SULVA::VolumeLedger> volume;      ///< of this frame; none from a cache
   std::optional<double> liquid;                         ///< its volume, cubed simulation units
 };
@@ -60,9 +62,9 @@ struct MeshRecord {
 
 /// A rigid body that moves or could, at the end of a frame. Simulation units.
 struct BodyRecord {
-  std::string name;  ///< of the object that it moves
-  double mass = 0;   ///< kg; 0 where keys move it
-  Vec3d position{};  ///< of its centre of mass
+  std::string name;                            ///< of the object that it moves
+  double mass = 0;                             ///< kg; 0 where keys move it
+  Vec3d position{};                            ///< of its centre of mass
   std::array<double, 4> rotation{0, 0, 0, 1};  ///< x y z w, of the object's axes
   Vec3d linearVelocity{}, angularVelocity{};   ///< per second
   Vec3d fluidForce{}, fluidTorque{};  ///< of the last step, N and N m, about the centre of mass

@@ -191,6 +191,7 @@ SolverRecord MeasureSolver(FluidSolver& solver, i32 threads) {
   SolverRecord record;
   Grid_Incompressibility& projection = solver.Projection();
   record.pressure = projection.TakeReports();
+  record.viscosity = solver.mViscosity.TakeReports();
   const VolumeLedger volume = projection.TakeLedger();
   const Flow& flow = solver.GetFlow();
   // What goes through a liquid's surface has not left it.

@@ -74,18 +74,29 @@ void FormatChannel(JsonLine& json, const ChannelRecord& channel) {
   json.Close('}');
 }
 
+template <class Report>
+void FormatSolves(JsonLine& json, std::string_view name, const std::vector<Report>& reports,
+                  bool isTimed) {
+  json.Key(name).Open('[');
+  for (const Report& report : reports) {
+    json.Open('{').Key("iterations").Number(i64{report.iterations});
+    json.Key("residual").Number(report.residual);
+    if (isTimed) json.Key("wall_s").Number(report.wallSeconds);
+    json.Close('}');
+  }
+  json.Close(']');
+}
+
 void FormatSolver(JsonLine& json, const SolverRecord& solver) {
   json.Key(solver.name).Open('{');
   json.Key("dims").Vector(solver.dims);
   json.Key("max_speed").Number(solver.maxSpeed);
   json.Key("kinetic_energy").Number(solver.kineticEnergy);
   json.Key("divergence_max").Number(solver.divergenceMax);
-  json.Key("pressure").Open('[');
-  for (const ProjectionReport& report : solver.pressure) {
-    json.Open('{').Key("iterations").Number(i64{report.iterations});
-    json.Key("residual").Number(report.residual).Close('}');
-  }
-  json.Close(']');
+  // What the one costs is told beside what the other does.
+  const bool isViscous = !solver.viscosity.empty();
+  FormatSolves(json, "pressure", solver.pressure, isViscous);
+  if (isViscous) FormatSolves(json, "viscosity", solver.viscosity, true);
   if (solver.volume) FormatVolume(json, *solver.volume);
   if (solver.liquid) json.Key("liquid_volume").Number(*solver.liquid);
   json.Close('}');

@@ -22,7 +22,7 @@
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
 #include "fluids/particles/kernel.h"
-#include "fluids/solvers/fluid_solver.h"
+#include "fluids/solvers/water_solver.h"
 #include "fluids/surfaces/implicit_mesher.h"
 #include "framework/duration.h"
 #include "framework/server_rows.h"
@@ -48,6 +48,7 @@ class SettingHints : public HintBase {
       CheckStrength(*node);
       if (IsA<Duration>(*node)) CheckWindow(*node);
       if (IsA<FluidSolver>(*node)) CheckPadding(*node);
+      if (IsA<FluidSolver>(*node) || IsA<WaterSolver>(*node)) CheckViscosity(*node);
       if (IsA<GridEmissionSettings>(*node)) CheckSort(*node);
       if (IsA<ChannelValue>(*node)) CheckSortOfValue(*node);
       if (IsA<EmissionRate>(*node)) CheckSortOfRate(*node);
@@ -254,6 +255,18 @@ class SettingHints : public HintBase {
                      "with 'walls' as '{}' any number counts",
                      NameOf(gas, row), FluidSolver::kLeastPadding, NameOf(gas, sides)),
          row);
+  }
+
+  /// How it is solved, where nothing is viscous, and a number that a channel replaces.
+  void CheckViscosity(const BaseNode& solver) {
+    using Rows = FluidSolver;
+    const bool hasChannel = Linked(solver, Rows::kViscosityChannelRow) != nullptr;
+    if (hasChannel)
+      NoteUnread(solver, Rows::kViscosityRow,
+                 fmt::format("its '{}' tells it", NameOf(solver, Rows::kViscosityChannelRow)));
+    if (hasChannel || !StaysZero(solver, Rows::kViscosityRow)) return;
+    for (const i32 row : {Rows::kViscosityIterationsRow, Rows::kViscosityToleranceRow})
+      NoteUnread(solver, row, fmt::format("'{}' is 0", NameOf(solver, Rows::kViscosityRow)));
   }
 
   /// Windows without strength, and pauses that nothing follows.

@@ -270,7 +270,7 @@ void GridAdvection::Evaluate(const EvaluationThreadData& block) {
         mSolver->GetFlow().mHasMoved ? field.mPrevious[axis].get() : field.GetGridForWrite(axis);
   // The projection leaves resting layers behind walls. A gas without viscosity slips along them:
   // sampled as they are, they would brake whatever moves beside a wall.
-  SetWallTangents(grids, mSolver->GetFlow().mBoundary.mWalls, 1.0);
+  SetWallTangents(grids, mSolver->GetFlow().mBoundary.mWalls, mSolver->GetFlow().mWallSlip);
   const std::array<const EGrid<double>*, 3> velocity = {grids[0], grids[1], grids[2]};
 
   if (mScalarTarget) {

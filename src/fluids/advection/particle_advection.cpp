@@ -182,7 +182,7 @@ void ParticleAdvection::CollectFlows(const std::vector<iFluidSolver*>& solvers) 
     if (!grids[0] || !grids[1] || !grids[2]) continue;
     // A gas without viscosity slips along its walls, though the projection leaves layers at rest
     // behind them.
-    SetWallTangents(grids, flow.mBoundary.mWalls, 1.0);
+    SetWallTangents(grids, flow.mBoundary.mWalls, flow.mWallSlip);
     // Beyond its cells a liquid that goes too far in a step would miss all that is solid.
     mMotion.flows.emplace_back(StaggeredVelocity(*grids[0], *grids[1], *grids[2]), flow.mBoundary,
                                solver->FreeSides(), solver->LiquidGroups() != nullptr);

@@ -65,6 +65,9 @@ class Flow {
   ScratchGrids mScratch;   ///< for the operators that work on this flow
   /// A liquid's level set at cell centres, negative inside; null for a gas.
   EGrid<double>* mSurface = nullptr;
+  /// What the layers beyond walls have of the velocity inside, for what is carried along them: 1
+  /// slips, -1 rests at the wall.
+  double mWallSlip = 1;
   /// Something makes gas in this frame: what it carries gets thinner there. Set while links
   /// resolve.
   bool mExpands = false;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <utility>
 
@@ -199,6 +200,7 @@ bool Grid_Incompressibility::Project() {
   if (mDuration && mDuration->Has(FLAG_ENABLED) && mTime &&
       !mDuration->Weight(mTime->elapsed, weight))
     return Deactivate(kOverReason);
+  const auto begin = std::chrono::steady_clock::now();
   if (!PrepareSystem()) return false;
   Assemble();
   Solve();
@@ -211,6 +213,8 @@ bool Grid_Incompressibility::Project() {
   mFields = {};
   mDensities.Release();
   mFaceDensities.Release();
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+  if (!mReports.empty()) mReports.back().wallSeconds = taken.count();
   return true;
 }
 

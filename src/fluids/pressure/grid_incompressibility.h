@@ -30,6 +30,7 @@ class VolumeBase;
 struct ProjectionReport {
   i32 iterations = 0;
   double residual = 0;  ///< largest residual that is left over the largest right-hand side
+  double wallSeconds = 0;
 };
 
 /// Where the gas of a flow's inner cells came from and went to in some projections, in cubic

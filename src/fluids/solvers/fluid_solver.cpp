@@ -5,9 +5,11 @@
 #include <optional>
 
 #include "fluids/fields/channel_kinds.h"
+#include "fluids/flow/flow_cells.h"
 #include "framework/node_kind.h"
 #include "framework/scene.h"
 #include "framework/state_archive.h"
+#include "grids/fixed_blocks.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
@@ -66,7 +68,8 @@ const ParameterTable& FluidSolver::Parameters() {
           .AcceptsAny(kScalarChannels)
           .To(&GasSettings::densityChannel),
       RealRow(kDensityRow, "density", 1.23, "kg/m^3",
-              "how heavy the gas is where no channel says so; matters once other bodies push it")
+              "how heavy the gas is where no channel says so; matters for a viscous one, and once "
+              "other bodies push it")
           .AtLeast(1e-6)
           .To(&GasSettings::density),
       LinksRow(kForcesRow, "forces",
@@ -113,10 +116,11 @@ const ParameterTable& FluidSolver::Parameters() {
           .AtLeast(0)
           .To(&GasSettings::extrapolationRounds),
       RealRow(
-          1019, "viscosity", 0.0, "Pa s",
-          "honey instead of air: slows differences of speed; acts once the viscosity solve does")
+          kViscosityRow, "viscosity", 0.0, "Pa s",
+          "how thick it is: evens out differences of speed and holds what touches solids; air has "
+          "0.00002, which shows in the smallest boxes alone")
           .AtLeast(0)
-          .Kept(),
+          .To(&GasSettings::viscosity),
       LongRow(kLinearSolverRow, "linear_solver", 2, "",
               "how the pressure is found: multigrid is the quickest, through narrow ways too, "
               "gauss_seidel for a rough look")
@@ -158,14 +162,19 @@ const ParameterTable& FluidSolver::Parameters() {
       BoolRow(1047, "use_body_velocities", false,
               "walls of moving bodies push with the speed of the body itself")
           .To(&GasSettings::useBodyVelocities),
-      LinkRow(1300, "viscosity_channel", "thick and thin gas in one scene: a field of viscosity")
+      LinkRow(kViscosityChannelRow, "viscosity_channel",
+              "thick and thin gas in one scene: a field of viscosity in Pa s, in the place of "
+              "'viscosity'")
           .AcceptsAny(kScalarChannels)
-          .Kept(),
-      LongRow(1301, "viscosity_iterations", 100, "",
-              "how hard the viscosity solve works before it gives up")
-          .Kept(),
-      RealRow(1302, "viscosity_tolerance", 0.2, "none", "how rough the viscosity solve may be")
-          .Kept(),
+          .To(&GasSettings::viscosityChannel),
+      LongRow(kViscosityIterationsRow, "viscosity_iterations", 100, "",
+              "the viscosity solve gives up after that many rounds")
+          .AtLeast(0)
+          .To(&GasSettings::viscosityIterations),
+      RealRow(kViscosityToleranceRow, "viscosity_tolerance", 0.2, "none",
+              "how rough the viscosity solve may be, in thousandths of what it has to balance")
+          .Range(1e-9, 1000)
+          .To(&GasSettings::viscosityTolerance),
       LinkRow(1307, "projection_duration",
               "only inside this time window gas keeps its volume; outside, it can be squeezed",
               {Duration::Kind().id})
@@ -195,8 +204,8 @@ bool FluidSolver::ReadParameters() {
   for (i32 side = 0; side < 6; ++side)
     if (closed[side] != 0) mUserWalls |= bits[side];
   PlaceSides();
-  mConstrain.mSettings = {solidBlend, followObstacles, useBodyVelocities};
   Projection().mLinearSolver = linearSolver;
+  mViscosity.mAccuracy = {viscosityIterations, 1e-3 * viscosityTolerance};
   Projection().mDensity = mOuter.mDensity = density;
   Projection().SetAccuracy({maxIterations, ToleranceOfSlider(accuracy)}, modification,
                            minDiagonalRatio);
@@ -247,6 +256,7 @@ void FluidSolver::Release(bool full) {
   mOuter.Release(full);
   mExtrapolation.Release();
   mConstrain.Release();
+  mViscosity.Release();
   mMaxSpeedSq = 0.001;
   // Links stay until the frame ends: a box that holds nothing in one step may get its content in
   // the next one, which needs the obstacles and forces.
@@ -405,6 +415,7 @@ void FluidSolver::Evaluate(const EvaluationThreadData&) {
   if (!Has(FLAG_ACTIVE) || !IsDirty() || !mFlow.HasVelocity()) return;
   if (mScene->mStage == kEmitters) {
     mFlow.mHasMoved = false;
+    FindViscousReach();
     mFlow.BuildSolids();
     if (mPressure.mFarField && !Has(FLAG_CACHED)) mOuter.BeginStep();
   }
@@ -435,7 +446,51 @@ bool FluidSolver::ApplyGridForces() {
   return true;
 }
 
-bool FluidSolver::ApplyViscosity() { return true; }
+/// What is thick has no layer of its own along a wall: within four cells it rests with it. Where
+/// viscosity reaches less far, the fluid beside the wall slips by what is left.
+void FluidSolver::FindViscousReach() {
+  double mean = viscosity;
+  if (CellSamples thick; viscosityChannel && mFlow.GetLayout() &&
+                         thick.Bind(viscosityChannel->GetGrid(0), *mFlow.GetLayout())) {
+    struct Sum {
+      double value = 0, count = 0;
+    };
+    const i64 layer = thick.Grid()->mSlice;
+    const Sum all = ReduceBlocks(
+        thick.Grid()->mNz, mScene->mThreadCount, Sum{},
+        [&](i32 z) {
+          Sum sum;
+          for (i64 i = z * layer; i < (z + 1) * layer; ++i)
+            if (const double own = thick.Data()[i]; own > 0) sum.value += own, ++sum.count;
+          return sum;
+        },
+        [](const Sum& a, const Sum& b) {
+          return Sum{a.value + b.value, a.count + b.count};
+        });
+    mean = all.count > 0 ? all.value / all.count : 0.0;
+  }
+  const double h = GetDomain().cellSize;
+  mViscousReach = mean / density * mTime->stepDuration / (h * h);
+  mFlow.mWallSlip = (1 - 4 * mViscousReach) / (1 + 4 * mViscousReach);
+  const bool isViscous = mViscousReach > 0;
+  mConstrain.mSettings = {isViscous ? solidBlend * 0.5 * (1 + mFlow.mWallSlip) : solidBlend,
+                          followObstacles, useBodyVelocities || isViscous};
+}
+
+bool FluidSolver::ApplyViscosity() {
+  if (!IsViscous()) return false;
+  const GridLayout& layout = *mFlow.GetLayout();
+  CellSamples thick, heavy;
+  ViscousFluid fluid{.viscosity = viscosity, .density = density};
+  if (viscosityChannel) {
+    fluid.viscosity = 0;
+    if (!thick.Bind(viscosityChannel->GetGrid(0), layout)) return false;
+    fluid.viscosities = thick.Grid();
+  }
+  if (densityChannel && heavy.Bind(densityChannel->GetGrid(0), layout))
+    fluid.densities = heavy.Grid();
+  return mViscosity.Apply(mFlow, fluid);
+}
 
 bool FluidSolver::SolvePressure() {
   mFlow.SetWallVelocities(1.0);

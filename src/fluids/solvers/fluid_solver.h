@@ -7,6 +7,7 @@
 #include "fluids/flow/velocity_constrain.h"
 #include "fluids/forces/velocity_grid_emitter.h"
 #include "fluids/pressure/grid_incompressibility.h"
+#include "fluids/pressure/grid_viscosity.h"
 #include "fluids/pressure/outer_level.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
@@ -21,6 +22,7 @@ struct GasSettings {
   i32 wallLowZ = 1, wallHighZ = 1;
   i32 containerSides = 0;  ///< 1: sides inside of the box are walls or open as those of the box
   i32 extrapolationRounds = 3;
+  double viscosity = 0;  ///< dynamic, Pa s
   double solidBlend = 1.0;
   bool followObstacles = true;
   bool useBodyVelocities = false;
@@ -30,7 +32,10 @@ struct GasSettings {
   double accuracy = 0.5;
   double minDiagonalRatio = 0.25;
   double modification = 0.97;
+  i32 viscosityIterations = 100;
+  double viscosityTolerance = 0.2;  ///< thousandths
   ScalarField* densityChannel = nullptr;
+  ScalarField* viscosityChannel = nullptr;
   Duration* projectionDuration = nullptr;
   std::vector<Force*> forces;
 };
@@ -47,7 +52,8 @@ class FluidSolver : public iFluidSolver, public GasSettings {
                        kSidesRow = 1310;
   /// Cells of padding inside of free sides: what moves a cell in a step stays in.
   static constexpr i32 kLeastPadding = 2;
-  static constexpr i32 kDensityRow = 1001;
+  static constexpr i32 kDensityRow = 1001, kViscosityRow = 1019, kViscosityChannelRow = 1300,
+                       kViscosityIterationsRow = 1301, kViscosityToleranceRow = 1302;
   static constexpr i32 kWallRows[] = {1011, 1012, 1013, 1014, 1015, 1016};
   /// Why it rests where nothing is in its box.
   static constexpr const char* kDryReason =
@@ -71,9 +77,10 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   double GetMaxSpeedSq() const override { return mMaxSpeedSq; }
   /// Two velocities of three components, the scratch of forces and constraints (6), level set,
   /// divergence source and fractions (4), the linear system (13), a share for the encoding of
-  /// exports and the grids of volumes (9), and the surroundings of a container that follows (3).
+  /// exports and the grids of volumes (9), the surroundings of a container that follows (3), and
+  /// the system of a viscous one.
   double MemoryPerCell() const override {
-    return (6 + 6 + 4 + 13 + 9 + (containerSides == 0 ? 3 : 0)) * sizeof(double);
+    return (6 + 6 + 4 + 13 + 9 + (containerSides == 0 ? 3 : 0) + ViscousMemory()) * sizeof(double);
   }
 
   using iFluidSolver::GetFlow;
@@ -91,7 +98,9 @@ class FluidSolver : public iFluidSolver, public GasSettings {
 
   virtual bool ApplyGridForces();
   virtual bool SolvePressure();
-  virtual bool ApplyViscosity();
+  /// Lets viscosity act on the velocity; false where there is none.
+  bool ApplyViscosity();
+  bool IsViscous() const { return viscosity > 0 || viscosityChannel; }
 
   /// The user's box in simulation units, snapped inwards to whole cells; at least a cell wide.
   void GetUserBox(Vec3d& min, Vec3d& max) const;
@@ -101,10 +110,16 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   VelocityConstrain mConstrain;
   GridExtrapolation mExtrapolation;
   Grid_Incompressibility mPressure;
+  Grid_Viscosity mViscosity;
   OuterLevel mOuter;
   double mMaxSpeedSq = 0.001;
 
  protected:
+  /// Vectors, coefficients and volumes of a viscous system, numbers by cell.
+  double ViscousMemory() const { return IsViscous() ? 32 : 0; }
+  /// How far viscosity reaches in a step, squared, in cells: nu dt / h^2, of what is thick the
+  /// mean.
+  double ViscousReach() const { return mViscousReach; }
   /// Cells that what it carries needs before the sides of a container that follows it.
   struct Room {
     Vec3d low{}, high{};
@@ -121,6 +136,9 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   /// Tells the flow which of its sides are walls, and what is beyond the others.
   void PlaceSides();
 
+  void FindViscousReach();
+
+  double mViscousReach = 0;
   u8 mUserWalls = 0;  ///< bits of `WallBit`
   bool mHasStoredBox = false;
   GridLayout mStoredLayout;

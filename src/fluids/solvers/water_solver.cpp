@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "fluids/advection/liquid_contact.h"
 #include "fluids/emission/object_particle_grid_emitter.h"
@@ -34,7 +35,6 @@ WaterSolver::WaterSolver(BaseNode* node, Scene* scene)
 bool WaterSolver::ReadParameters() {
   if (!FluidSolver::ReadParameters()) return false;
   mFlip.mIsAffine = transfer == 1;
-  mFlip.mRatio = flipRatio;
   mFlip.mGathers = gathers;
   mFlip.mKernelRadius = kernelRadius;
   mLevelSet.mMode = static_cast<SurfaceMode>(surfaceMode);
@@ -207,6 +207,9 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
       break;
     case kFluidDynamics:
       Sort();
+      // The part of a particle's velocity that is finer than the lattice dies away as its finest
+      // wave does.
+      mFlip.mRatio = flipRatio / (1 + std::numbers::pi * std::numbers::pi * ViscousReach());
       mIsOnGrid = !Has(FLAG_CACHED) && mFlip.ToGrid(mSort, mFlow);
       if (Has(FLAG_CACHED) && reproject && !PlaysParticles()) HybridFlip::TakeFlow(mSort, mFlow);
       break;
@@ -341,7 +344,7 @@ bool WaterSolver::SolvePressure() {
   mInflows.Hold(mFlow);
   mLoose.Take(mFlow);
   mConstrain.Run(mFlow);
-  mFlow.SetWallVelocities(1.0);
+  mFlow.SetWallVelocities(mFlow.mWallSlip);
   mLoose.Put(mFlow);
   mLedger.BookFlow(mFlow);
   mFreeSurface.RestoreSurface();

@@ -53,7 +53,8 @@ class WaterSolver : public FluidSolver, public LiquidSettings, public FillsRooms
   /// As a gas without surroundings, with the level set and the cells of the sort, and the system
   /// of the correction beside that of the pressure.
   double MemoryPerCell() const override {
-    return (6 + 6 + 4 + 13 + 9 + 3 + (correctsPositions ? 13 + 1 : 0)) * sizeof(double);
+    return (6 + 6 + 4 + 13 + 9 + 3 + (correctsPositions ? 13 + 1 : 0) + ViscousMemory()) *
+           sizeof(double);
   }
   Grid_Incompressibility& Projection() override { return mFreeSurface; }
   bool SolvePressure() override;

@@ -14,7 +14,9 @@ namespace {
 const std::map<i32, std::string_view>& LiquidHelp() {
   static const std::map<i32, std::string_view> help = {
       {1000, "liquids of differing weight in one scene: oil floats on water"},
-      {1001, "how heavy the liquid is where no channel says so; matters once bodies float in it"},
+      {1001,
+       "how heavy the liquid is where no channel says so; matters for a viscous one, and once "
+       "bodies float in it"},
       {1008,
        "what moves the liquid, by name; none without names, so that it doesn't fall until a "
        "gravity is named, and with null every grid force"},
@@ -32,8 +34,8 @@ const std::map<i32, std::string_view>& LiquidHelp() {
        "at least how many cells beyond its surface the liquid's velocity is continued; fast "
        "water gets as many as it crosses in a step"},
       {1019,
-       "honey instead of water: slows differences of speed; acts once the viscosity solve "
-       "does"},
+       "how thick it is: water 0.001, oil 0.1, syrup 3, honey 10; evens out differences of speed "
+       "and holds what touches solids"},
       {1020, "how the pressure is found: multigrid is the quickest, gauss_seidel for a rough look"},
       {1021,
        "gives up after that many rounds: too few let the liquid sink into itself; where it lets go "
@@ -47,7 +49,9 @@ const std::map<i32, std::string_view>& LiquidHelp() {
       {1045, ""},
       {1046, ""},
       {1047, ""},
-      {1300, "thick and thin liquid in one scene: a field of viscosity"},
+      {1300,
+       "thick and thin liquid in one scene: a field of viscosity in Pa s, in the place of "
+       "'viscosity'"},
       {1301, ""},
       {1302, ""},
       {1309, ""},
