@@ -62,6 +62,7 @@
 #include "fluids/operators/grid_cooling.h"
 #include "fluids/operators/grid_diffusion.h"
 #include "fluids/operators/grid_dissipate.h"
+#include "fluids/operators/grid_sand.h"
 #include "fluids/operators/grid_to_particles.h"
 #include "fluids/operators/grid_variable_density.h"
 #include "fluids/operators/mesh_curvature_operator.h"
@@ -166,6 +167,7 @@ std::deque<NodeKind>& Kinds() {
       Force_Curl::Kind(),
       Mesh::Kind(),
       MultiMesh::Kind(),
+      Grid_Sand::Kind(),
       StrainConstraint::Kind(),
       RotationConstraint::Kind(),
       FractionsConstraint::Kind(),

@@ -54,12 +54,12 @@ TEST(NodesCommand, ShowsApartWhatIsOnlyKept) {
   const std::size_t kept = text.find("\nKept with the scene, without effect:\n");
   ASSERT_NE(kept, std::string::npos);
   EXPECT_LT(text.find("  accuracy "), kept);
-  EXPECT_GT(text.find("  viscosity "), kept);
+  EXPECT_GT(text.find("  viscosity_mode "), kept);
   std::set<std::string> names;
   const json fluid = json::parse(Output([] { return RunNodes("fluid", true); }))[0];
   for (const json& row : fluid["parameters"])
     if (row.contains("kept")) names.insert(row["name"]);
-  EXPECT_TRUE(names.contains("viscosity") && !names.contains("accuracy"));
+  EXPECT_TRUE(names.contains("viscosity_mode") && !names.contains("accuracy"));
 }
 
 TEST(NodesCommand, KnowsTheTablesOfPictures) {

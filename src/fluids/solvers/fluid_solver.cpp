@@ -492,13 +492,17 @@ bool FluidSolver::ApplyViscosity() {
   return mViscosity.Apply(mFlow, fluid);
 }
 
+void FluidSolver::ContinueVelocity() {
+  mExtrapolation.ExtendVelocity(mFlow, extrapolationRounds);
+  mFlow.SetWallVelocities(0.0);
+  mConstrain.Run(mFlow);
+}
+
 bool FluidSolver::SolvePressure() {
   mFlow.SetWallVelocities(1.0);
   mConstrain.Run(mFlow);
   mPressure.Project();
-  mExtrapolation.ExtendVelocity(mFlow, extrapolationRounds);
-  mFlow.SetWallVelocities(0.0);
-  mConstrain.Run(mFlow);
+  ContinueVelocity();
   if (mPressure.mFarField) mOuter.EndStep();
   mFlow.mDivergence.Reset();
   return true;

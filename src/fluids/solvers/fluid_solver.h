@@ -100,6 +100,8 @@ class FluidSolver : public iFluidSolver, public GasSettings {
   virtual bool SolvePressure();
   /// Lets viscosity act on the velocity; false where there is none.
   bool ApplyViscosity();
+  /// Continues the velocity of what flows into solids, and beyond a liquid's surface.
+  virtual void ContinueVelocity();
   bool IsViscous() const { return viscosity > 0 || viscosityChannel; }
 
   /// The user's box in simulation units, snapped inwards to whole cells; at least a cell wide.

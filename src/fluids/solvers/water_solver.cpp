@@ -219,8 +219,11 @@ void WaterSolver::Evaluate(const EvaluationThreadData& data) {
         FollowPlayed();
         mIsOnGrid = false;
       }
-      if (mIsOnGrid) mFlip.ToParticles(mSort, mFlow);
-      if (mIsOnGrid) LiquidContact::Apply(mSort, mFlow, mLedger);
+      if (mIsOnGrid) {
+        mLedger.BookFlow(mFlow);
+        mFlip.ToParticles(mSort, mFlow);
+        LiquidContact::Apply(mSort, mFlow, mLedger);
+      }
       mLedger.Pay(mScene->mTime.stepDuration);
       mCorrection.mSource.mEven = mLevelSet.mEven.get();
       if (mIsOnGrid && correctsPositions) mCorrection.Run(mSort, mFlow, Rounds());
@@ -339,6 +342,13 @@ bool WaterSolver::SolvePressure() {
   const bool isFound = mFreeSurface.Project();
   mInflows.Open(mFlow);
   isFound ? FindFull() : mFull.Clear();
+  ContinueVelocity();
+  mFreeSurface.RestoreSurface();
+  mFlow.mDivergence.Reset();
+  return true;
+}
+
+void WaterSolver::ContinueVelocity() {
   const bool byChange = mFlip.mIsAffine || flipRatio > 0;
   mExtrapolation.ExtendVelocity(mFlow, Rounds(), mIsOnGrid && byChange);
   mInflows.Hold(mFlow);
@@ -346,10 +356,6 @@ bool WaterSolver::SolvePressure() {
   mConstrain.Run(mFlow);
   mFlow.SetWallVelocities(mFlow.mWallSlip);
   mLoose.Put(mFlow);
-  mLedger.BookFlow(mFlow);
-  mFreeSurface.RestoreSurface();
-  mFlow.mDivergence.Reset();
-  return true;
 }
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

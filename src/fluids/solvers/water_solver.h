@@ -58,6 +58,7 @@ class WaterSolver : public FluidSolver, public LiquidSettings, public FillsRooms
   }
   Grid_Incompressibility& Projection() override { return mFreeSurface; }
   bool SolvePressure() override;
+  void ContinueVelocity() override;
   double SurfaceSurplus() const override { return mLevelSet.mSurplus; }
   const std::vector<ParticleGroup*>* LiquidGroups() const override { return &groups; }
   const FullRooms& Full() const override { return mFull; }
