@@ -1,8 +1,14 @@
 #include "fluids/pressure/viscous_kernels.h"
 
+#include <algorithm>
+#include <bit>
+
+#include "fluids/pressure/line_kernels.h"
 #include "grids/wide_kernel.h"
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
+
+// No row that a loop writes is one that it reads elsewhere, which the compiler can't see.
 
 namespace {
 
@@ -59,8 +65,11 @@ SULVA_WIDE_KERNEL void LeaveRow(const ViscousRow& m, const float* const (&b)[3],
                                 float* const (&left)[3], i32 n) {
   const float *u = x[0], *v = x[1], *w = x[2];
   float* __restrict lu = left[0], * __restrict lv = left[1], * __restrict lw = left[2];
+#pragma GCC ivdep
   for (i32 i = 0; i < n; ++i) lu[i] = share[0][i] * (b[0][i] - RowX(m, u, v, w, i));
+#pragma GCC ivdep
   for (i32 i = 0; i < n; ++i) lv[i] = share[1][i] * (b[1][i] - RowY(m, u, v, w, i));
+#pragma GCC ivdep
   for (i32 i = 0; i < n; ++i) lw[i] = share[2][i] * (b[2][i] - RowZ(m, u, v, w, i));
 }
 
@@ -70,14 +79,17 @@ SULVA_WIDE_KERNEL void SmoothRow(const ViscousRow& m, const float* const (&b)[3]
   const float *u = x[0], *v = x[1], *w = x[2];
   float* __restrict cu = change[0], * __restrict cv = change[1], * __restrict cw = change[2];
   float* __restrict yu = y[0], * __restrict yv = y[1], * __restrict yw = y[2];
+#pragma GCC ivdep
   for (i32 i = 0; i < n; ++i) {
     cu[i] = momentum * cu[i] + step * m.inverse[0][i] * (b[0][i] - RowX(m, u, v, w, i));
     yu[i] = u[i] + cu[i];
   }
+#pragma GCC ivdep
   for (i32 i = 0; i < n; ++i) {
     cv[i] = momentum * cv[i] + step * m.inverse[1][i] * (b[1][i] - RowY(m, u, v, w, i));
     yv[i] = v[i] + cv[i];
   }
+#pragma GCC ivdep
   for (i32 i = 0; i < n; ++i) {
     cw[i] = momentum * cw[i] + step * m.inverse[2][i] * (b[2][i] - RowZ(m, u, v, w, i));
     yw[i] = w[i] + cw[i];
@@ -86,7 +98,43 @@ SULVA_WIDE_KERNEL void SmoothRow(const ViscousRow& m, const float* const (&b)[3]
 
 SULVA_WIDE_KERNEL void StartRow(const float* inverse, const float* b, float step,
                                 float* __restrict change, float* __restrict y, i32 n) {
+#pragma GCC ivdep
   for (i32 i = 0; i < n; ++i) change[i] = y[i] = step * inverse[i] * b[i];
+}
+
+SULVA_WIDE_KERNEL double AdvanceRow(double alpha, const double* __restrict s,
+                                    const double* __restrict product,
+                                    const float* __restrict inverse, double* __restrict x,
+                                    double* __restrict left, float* __restrict rhs, i32 n) {
+  i64 most[4] = {};
+  const auto advance = [&](i32 i) {
+    x[i] += alpha * s[i];
+    left[i] = inverse[i] > 0 ? left[i] - alpha * product[i] : 0.0;
+    rhs[i] = static_cast<float>(left[i]);
+  };
+  for (i32 i = 0; i < n; ++i) advance(i);
+  i32 i = 0;
+  for (; i + 4 <= n; i += 4)
+    for (i32 k = 0; k < 4; ++k) {
+      const i64 key = MagnitudeKey(left[i + k]);
+      most[k] = key > most[k] ? key : most[k];
+    }
+  for (; i < n; ++i) most[0] = std::max(most[0], MagnitudeKey(left[i]));
+  return std::bit_cast<double>(std::max(std::max(most[0], most[1]), std::max(most[2], most[3])));
+}
+
+SULVA_WIDE_KERNEL void TurnRow(const float* __restrict found, double beta, double* __restrict s,
+                               i32 n) {
+  for (i32 i = 0; i < n; ++i) s[i] = found[i] + beta * s[i];
+}
+
+SULVA_WIDE_KERNEL double DotRow(const double* left, const float* found, i32 n) {
+  double sums[4] = {};
+  i32 i = 0;
+  for (; i + 4 <= n; i += 4)
+    for (i32 k = 0; k < 4; ++k) sums[k] += left[i + k] * found[i + k];
+  for (; i < n; ++i) sums[0] += left[i] * found[i];
+  return (sums[0] + sums[1]) + (sums[2] + sums[3]);
 }
 
 SULVA_WIDE_KERNEL void InvertRow(const ViscousRow& m, i32 axis, float* __restrict inverse, i32 n) {
@@ -95,6 +143,7 @@ SULVA_WIDE_KERNEL void InvertRow(const ViscousRow& m, i32 axis, float* __restric
   // The edge along one of the other axes lies between faces along the third.
   const float *cell = m.cell[axis], *ea = m.edge[b], *eb = m.edge[a];
   const i32 own = steps[axis], sa = steps[a], sb = steps[b];
+#pragma GCC ivdep
   for (i32 i = 0; i < n; ++i) {
     const float sum = (m.mass[axis][i] + (cell[i - own] + cell[i])) +
                       ((ea[i] + ea[i + sa]) + (eb[i] + eb[i + sb]));

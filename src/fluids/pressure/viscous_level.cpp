@@ -130,10 +130,10 @@ void ViscousLevel::FindRoles(ViscousLevel& coarse, i32 z) const {
         coarse.Role(axis, coarse.Index(x, y, z)) = RoleOfCoarse(axis, {x, y, z});
 }
 
-/// The sum of what a coarse volume holds: along axes across which its sample lies, half of what is
-/// to both sides of it; along others, two. With `of`, of unknowns alone.
-float ViscousLevel::SumOf(const float* values, const VecInt3D& at, const VecInt3D& isAcross,
-                          const FaceRole* of) const {
+/// The sum of f(fine sample) over what a coarse volume holds: along axes across which its sample
+/// lies, half of what is to both sides of it; along others, two.
+template <class F>
+float ViscousLevel::SumOf(const VecInt3D& at, const VecInt3D& isAcross, F&& f) const {
   VecInt3D low, high;
   for (int a = 0; a < 3; ++a) {
     low[a] = 2 * at[a] - isAcross[a];
@@ -144,18 +144,16 @@ float ViscousLevel::SumOf(const float* values, const VecInt3D& at, const VecInt3
     for (i32 y = low.y; y <= high.y; ++y) {
       const float weight =
           (isAcross.z && z != 2 * at.z ? 0.5F : 1.0F) * (isAcross.y && y != 2 * at.y ? 0.5F : 1.0F);
-      for (i32 x = low.x; x <= high.x; ++x) {
-        const i32 i = Index(x, y, z);
-        if (of && of[i] != FaceRole::Unknown) continue;
-        sum += (isAcross.x && x != 2 * at.x ? 0.5F : 1.0F) * weight * values[i];
-      }
+      for (i32 x = low.x; x <= high.x; ++x)
+        sum += (isAcross.x && x != 2 * at.x ? 0.5F : 1.0F) * weight * f(Index(x, y, z));
     }
   return sum;
 }
 
 /// Differences over twice the distance in eight times the volume: terms of the energy that are a
 /// quarter of the sum. Where a face of a term is missing, the term is left out: as a face at rest
-/// it would hold what is free.
+/// it would hold what is free. What a fixed face holds counts with the mass of the one that it
+/// holds, since the coarse one in its place may be free.
 void ViscousLevel::SumLayer(ViscousLevel& coarse, i32 z) const {
   const auto isThere = [&](i32 axis, i32 i) { return coarse.Role(axis, i) != FaceRole::Outside; };
   for (i32 y = 0; y <= coarse.mCells.y; ++y)
@@ -163,17 +161,26 @@ void ViscousLevel::SumLayer(ViscousLevel& coarse, i32 z) const {
       const i32 i = coarse.Index(x, y, z);
       const VecInt3D at{x, y, z};
       for (i32 axis = 0; axis < 3; ++axis) {
-        if (isThere(axis, i) && isThere(axis, i + coarse.Step(axis)))
-          coarse.mCoefficients[kCell + axis][i] = 0.25F * SumOf(Cell(axis), at, {}, nullptr);
+        const i32 step = Step(axis), p = axis == 0 ? 1 : 0, q = axis == 2 ? 1 : 2;
+        const float *cell = Cell(axis), *mass = mCoefficients[kMass + axis],
+                    *edge = mCoefficients[kEdge + axis];
+        const FaceRole* role = mRoles[axis].data();
         if (coarse.Role(axis, i) == FaceRole::Unknown)
-          coarse.mCoefficients[kMass + axis][i] =
-              SumOf(mCoefficients[kMass + axis], at, ExtraOf(axis), mRoles[axis].data());
-        const i32 p = axis == 0 ? 1 : 0, q = axis == 2 ? 1 : 2;
+          coarse.mCoefficients[kMass + axis][i] = SumOf(at, ExtraOf(axis), [&](i32 k) {
+            if (role[k] != FaceRole::Unknown) return 0.0F;
+            return mass[k] + (role[k - step] == FaceRole::Fixed ? cell[k - step] : 0.0F) +
+                   (role[k + step] == FaceRole::Fixed ? cell[k] : 0.0F);
+          });
+        if (isThere(axis, i) && isThere(axis, i + coarse.Step(axis)))
+          coarse.mCoefficients[kCell + axis][i] =
+              0.25F * SumOf(at, {}, [&](i32 k) {
+                const bool isHeld = role[k] == FaceRole::Fixed || role[k + step] == FaceRole::Fixed;
+                return isHeld ? 0.0F : cell[k];
+              });
         if (isThere(p, i) && isThere(p, i - coarse.Step(q)) && isThere(q, i) &&
             isThere(q, i - coarse.Step(p)))
           coarse.mCoefficients[kEdge + axis][i] =
-              0.25F *
-              SumOf(mCoefficients[kEdge + axis], at, VecInt3D{1, 1, 1} - ExtraOf(axis), nullptr);
+              0.25F * SumOf(at, VecInt3D{1, 1, 1} - ExtraOf(axis), [&](i32 k) { return edge[k]; });
       }
     }
 }

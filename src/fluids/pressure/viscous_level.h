@@ -98,8 +98,8 @@ class ViscousLevel {
   FaceRole RoleOfCoarse(i32 axis, const VecInt3D& at) const;
   void SumLayer(ViscousLevel& coarse, i32 z) const;
   float* Cell(i32 axis) const { return mCoefficients[mIsFinest ? kCell : kCell + axis]; }
-  float SumOf(const float* values, const VecInt3D& at, const VecInt3D& isAcross,
-              const FaceRole* of) const;
+  template <class F>
+  float SumOf(const VecInt3D& at, const VecInt3D& isAcross, F&& f) const;
   void SmoothLayer(i32 layer, float momentum, float step) const;
   void LeaveLayer(i32 layer) const;
   /// Values of a row of faces of an axis, from the first index of the row on, out of those of the

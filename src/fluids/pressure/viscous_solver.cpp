@@ -200,17 +200,15 @@ bool ViscousSolver::Solve(const SolverAccuracy& accuracy) {
   mResidual = largest > 0 ? rest / largest : 0;
   if (!(rest > enough)) return std::isfinite(rest);
   BuildLevels();
+  HandOver();
   double before = 0;
   while (mIterations < accuracy.maxIterations) {
     ++mIterations;
-    HandOver();
     Cycle(0);
     const double now = SumLayers([&](i32 layer) {
       double sum = 0;
       forEachFace(layer, [&](i32 axis, i32 first, i32 n, const float*) {
-        const double* left = mArrays[kLeft + axis] + first;
-        const float* found = level.Solution(axis) + first;
-        for (i32 i = 0; i < n; ++i) sum += left[i] * found[i];
+        sum += DotRow(mArrays[kLeft + axis] + first, level.Solution(axis) + first, n);
       });
       return sum;
     });
@@ -218,25 +216,25 @@ bool ViscousSolver::Solve(const SolverAccuracy& accuracy) {
     before = now;
     ForEachBlock(level.mDims.z - 2, mThreads, [&](i32 block) {
       forEachFace(block + 1, [&](i32 axis, i32 first, i32 n, const float*) {
-        double* way = mArrays[kWay + axis] + first;
-        const float* found = level.Solution(axis) + first;
-        for (i32 i = 0; i < n; ++i) way[i] = found[i] + beta * way[i];
+        TurnRow(level.Solution(axis) + first, beta, mArrays[kWay + axis] + first, n);
       });
     });
     const double alpha = now / Multiply(kWay);
     if (!std::isfinite(alpha)) return false;
-    ForEachBlock(level.mDims.z - 2, mThreads, [&](i32 block) {
-      forEachFace(block + 1, [&](i32 axis, i32 first, i32 n, const float* inverse) {
-        double *velocity = mArrays[kVelocity + axis] + first, *left = mArrays[kLeft + axis] + first;
-        const double *way = mArrays[kWay + axis] + first,
-                     *product = mArrays[kProduct + axis] + first;
-        for (i32 i = 0; i < n; ++i) {
-          velocity[i] += alpha * way[i];
-          left[i] = inverse[i] > 0 ? left[i] - alpha * product[i] : 0.0;
-        }
-      });
-    });
-    rest = LargestOf(kLeft);
+    rest = ReduceBlocks(
+        level.mDims.z - 2, mThreads, 0.0,
+        [&](i32 block) {
+          double most = 0;
+          forEachFace(block + 1, [&](i32 axis, i32 first, i32 n, const float* inverse) {
+            most = std::max(
+                most, AdvanceRow(alpha, mArrays[kWay + axis] + first,
+                                 mArrays[kProduct + axis] + first, inverse,
+                                 mArrays[kVelocity + axis] + first, mArrays[kLeft + axis] + first,
+                                 level.Values(ViscousLevel::kRhs + axis) + first, n));
+          });
+          return most;
+        },
+        [](double a, double b) { return std::max(a, b); });
     mResidual = rest / largest;
     if (!(rest > enough)) return std::isfinite(rest);
   }
