@@ -78,8 +78,12 @@ TEST(Statistics, LinesHoldTheContract) {
   record.channels.push_back({.name = "smoke", .dims = {4, 5, 6}, .max = {1, 0, 0}, .ledger = {}});
   record.channels[0].ledger = MELDO_SULVA::FieldLedger{.emitted = 3, .handedOver = 2, .drift = -1};
   record.channels.push_back({.name = "colour", .components = 3, .sum = {1, 2, 3}, .ledger = {}});
-  record.solvers.push_back(
-      {.name = "gas", .maxSpeed = 1.5, .pressure = {{31, 8e-9}}, .volume = {}, .liquid = {}});
+  record.solvers.push_back({.name = "gas",
+                            .maxSpeed = 1.5,
+                            .pressure = {{31, 8e-9}},
+                            .viscosity = {},
+                            .volume = {},
+                            .liquid = {}});
   record.solvers[0].volume = MELDO_SULVA::VolumeLedger{.solids = 0.5, .left = 0.25};
   record.cfl = 2.5;
   record.warnings = {"it \"leaks\""};
