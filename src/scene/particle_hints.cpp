@@ -106,8 +106,7 @@ class ParticleHints : public ShapeBoxes {
     for (const BaseNode* reader : ReadersOf(group)) {
       if (reader->Type() == kServerNode || !MayWork(*reader)) continue;
       const NodeKind* kind = FindKind(reader->Type());
-      if (IsA<ParticleConverter>(*reader) &&
-          Linked(*reader, ParticleConverter::kTargetRow) == &group) {
+      if (IsFilledBy(group, *reader)) {
         filled[Whole(*reader, ParticleConverter::kTargetKindRow)].push_back(reader);
       } else if (IsEmitter(*reader)) {
         // Another group may come of this one.
@@ -136,7 +135,7 @@ class ParticleHints : public ShapeBoxes {
     for (const BaseNode* user : users) TellUser(group, *user, filled);
     TellExports(group, filled);
     for (const auto& [kind, emitters] : filled) {
-      if (!moved.contains(kind) && !MayStandStill(users))
+      if (!moved.contains(kind) && !MayStandStill(users) && !AnyMoves(emitters))
         Warn(group, fmt::format("nothing moves {}the {} particles that {} makes; add a {} for them",
                                 AnyHasAge(emitters) ? "or ages " : "", NameOfKind(kind),
                                 Named(*emitters.front()), Move::Kind().type));
@@ -144,6 +143,20 @@ class ParticleHints : public ShapeBoxes {
         for (const BaseNode* emitter : emitters)
           if (IsEmitter(*emitter)) LookAtBirths(*emitter, moved.at(kind));
     }
+  }
+
+  /// Whether a converter makes particles of a group; one between two groups does nothing.
+  bool IsFilledBy(const BaseNode& group, const BaseNode& node) const {
+    if (!IsA<ParticleConverter>(node) || Linked(node, ParticleConverter::kTargetRow) != &group)
+      return false;
+    const BaseNode* source = Linked(node, ParticleConverter::kSourceRow);
+    return source && source->Type() != ParticleGroup::kNodeType;
+  }
+  /// Whether one of those that fill a group places its particles in every step.
+  static bool AnyMoves(const Nodes& makers) {
+    return std::any_of(makers.begin(), makers.end(), [](const BaseNode* maker) {
+      return IsA<ParticleConverter>(*maker) && Whole(*maker, ParticleConverter::kOnceRow) == 0;
+    });
   }
 
   /// Particles that tell or show something may stand where they are, unless something steers them.

@@ -168,7 +168,7 @@ TEST(GridToParticles, ReadsTheLeastDistanceToShapesWhoseGridsAreThere) {
   };
   const auto other = [](const Vec3d& p) { return 3 - 2 * p.x + p.y; };
   fill(low, {0, 0, 0}, {0.8, 1.2, 1.2}, Slanted);
-  fill(high, {0.5, 0, 0}, {1.2, 1.2, 0.9}, other);
+  fill(high, {0.5, 0.3, 0.3}, {0.9, 0.9, 0.9}, other);
   for (iBase* source : {static_cast<iBase*>(&low), static_cast<iBase*>(&both)}) {
     TestScene::Link(rig.read, GridToParticles::kSourceRow, *source);
     rig.Store().Require<double>(rig.heat.Key());

@@ -80,13 +80,15 @@ TEST(ParticleConverter, HandsOverInHostUnitsAndBack) {
     // 50 host units are 2 m, and the object is twice as large in the world.
     ASSERT_EQ(rig.shown.points.size(), 199u);
     const Matrix place = rig.shown.GlobalMatrix();
+    const double scale = rig.scene->mDomain.simToWorld.x;
+    ASSERT_NEAR(scale, 25, 1e-5);
     const exchange::ParticleTable& table = rig.shown.Table();
     ASSERT_TRUE(table.Find("id", 1) && table.Find("radius", 1) && table.Find("color", 3));
     for (i32 row : {0, 7, 198}) {
       const auto id = static_cast<i32>(table.Find("id", 1)->At(row));
       EXPECT_EQ(id, row + 1);
-      ExpectClose(place * rig.shown.points[row], rig.Store().Positions()[id] * 25.0, 1e-9);
-      EXPECT_NEAR(table.Find("radius", 1)->At(row), 3 * 25 * (0.01 + 0.001 * id), 1e-12);
+      ExpectClose(place * rig.shown.points[row], rig.Store().Positions()[id] * scale, 1e-9);
+      EXPECT_NEAR(table.Find("radius", 1)->At(row), 3 * scale * (0.01 + 0.001 * id), 1e-12);
     }
     ASSERT_EQ(rig.Taken().Count(), 199);
     for (i32 row = 0; row < 199; ++row) {
