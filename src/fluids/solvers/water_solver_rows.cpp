@@ -13,7 +13,9 @@ namespace {
 /// What a row of a gas says of a liquid: no text drops it.
 const std::map<i32, std::string_view>& LiquidHelp() {
   static const std::map<i32, std::string_view> help = {
-      {1000, "liquids of differing weight in one scene: oil floats on water"},
+      {1000,
+       "liquids of differing weight in one scene: oil floats on water; who fills the channel from "
+       "the liquid's own particles does so in stage 6"},
       {1001,
        "how heavy the liquid is where no channel says so; matters for a viscous one, and once "
        "bodies float in it"},

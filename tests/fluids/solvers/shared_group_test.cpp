@@ -13,12 +13,11 @@
 namespace MELDO_GLOBAL::MELDO_SULVA {
 namespace {
 
-constexpr double kTankCell = 0.1, kTankFrame = 0.04, kGravity = 9.81;
-
 /// Blocks of water that are there from the start, in groups that liquids share or don't.
 class Tanks : public MeshRig {
  public:
-  Tanks() : MeshRig(host::MakeBox({.size = {30, 30, 30}}), kTankCell) {
+  static constexpr double kCell = 0.1;
+  Tanks() : MeshRig(host::MakeBox({.size = {30, 30, 30}}), kCell) {
     gravity = &Make("force_gravity", "gravity");
     once = &Make("particlemesh_emission_setting", "once");
     host::BaseNode& moment = Make("duration", "moment");
@@ -73,7 +72,7 @@ class Tanks : public MeshRig {
     for (const host::BaseNode* group : groups) {
       const ParticleStore& store = Store(*group);
       for (i32 row = 0; row < store.Count(); ++row) {
-        const Vec3d p = store.Positions()[row] / kTankCell, v = store.Velocities()[row];
+        const Vec3d p = store.Positions()[row] / kCell, v = store.Velocities()[row];
         if (p.x < low || p.x >= high) continue;
         ++all.count;
         all.centroid += p;
@@ -107,7 +106,7 @@ TEST(SharedGroup, WaterInTwoBoxesFallsOnce) {
     const ParticleStore& store = tanks.Store(water);
     ASSERT_EQ(store.Count(), 8 * 27);
     for (const Vec3d& v : store.Velocities())
-      ASSERT_TRUE(IsNear(v, {0, -kGravity * kTankFrame * kFrames, 0}, 1e-3));
+      ASSERT_TRUE(IsNear(v, {0, -9.81 * 0.04 * kFrames, 0}, 1e-3));
     const std::vector<Vec3d> now(store.Positions().begin(), store.Positions().end());
     if (!swaps) first = now;
     EXPECT_EQ(now, first);
