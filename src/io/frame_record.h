@@ -34,10 +34,10 @@ struct SolverRecord {
   double maxSpeed = 0;       ///< largest component over open faces, simulation units per second
   double kineticEnergy = 0;  ///< joules; see `MeasureSolver`
   double divergenceMax = 0;  ///< 1/s
-  std::vector<MELDO_SULVA::ProjectionReport> pressure;  ///< of this frame's substeps, in order
-  std::vector<MELDO_SULVA::ViscosityReport> viscosity;  ///< the same, where it is viscous
-  std::optional<MELDO_SULVA::VolumeLedger> volume;      ///< of this frame; none from a cache
-  std::optional<double> liquid;                         ///< its volume, cubed simulation units
+  std::vector<MELDO_SULVA::ProjectionReport> pressure;    ///< of this frame's substeps, in order
+  std::vector<MELDO_SULVA::ViscosityReport> viscosity{};  ///< the same, where it is viscous
+  std::optional<MELDO_SULVA::VolumeLedger> volume;        ///< of this frame; none from a cache
+  std::optional<double> liquid;                           ///< its volume, cubed simulation units
 };
 
 /// The particles of a group at the end of a frame, of all kinds together but for the counts. A
