@@ -39,18 +39,20 @@ TEST(ViscousFlow, AThickDropFallsAsAWhole) {
   for (i32 i = 0; i < kSteps; ++i) rig.Step();
   const double drop = 9.81 * dt * dt * kSteps * (kSteps - 1) / 2, way = 0.3 * dt * (kSteps - 1);
   ASSERT_EQ(rig.Store().Count(), static_cast<i32>(before.size()));
-  for (i32 row = 0; row < rig.Store().Count(); ++row) {
-    const Vec3d moved = rig.Store().Positions()[row] - before[row];
-    ASSERT_NEAR(moved.y, -drop, 1e-3);
-    ASSERT_NEAR(moved.x, way, 1e-3);
-  }
+  Vec3d mean{};
+  for (std::size_t i = 0; i < before.size(); ++i)
+    mean += (rig.Store().Positions()[i] - before[i]) / static_cast<double>(before.size());
+  EXPECT_NEAR(mean.y, -drop, 1e-3 * drop);
+  EXPECT_NEAR(mean.x, way, 1e-3 * drop);
+  for (std::size_t i = 0; i < before.size(); ++i)
+    ASSERT_LT(Length(rig.Store().Positions()[i] - before[i] - mean), 1e-3) << i;
 }
 
 /// How far the front of a column comes in half a second.
-double Front(double viscosity) {
-  LiquidRig rig({30, 14, 4});
+double Reach(double viscosity) {
+  LiquidRig rig({24, 12, 2});
   LiquidRig::Set(*rig.liquid, FluidSolver::kViscosityRow, viscosity);
-  rig.Fill({0, 0, 0}, {8, 10, 4});
+  rig.Fill({0, 0, 0}, {8, 10, 2});
   for (i32 i = 0; i < 25; ++i) rig.Step();
   double front = 0;
   for (const Vec3d& p : rig.Store().Positions()) front = std::max(front, p.x);
@@ -58,7 +60,7 @@ double Front(double viscosity) {
 }
 
 TEST(ViscousFlow, AColumnSpreadsTheSlowerTheThickerItIs) {
-  const double water = Front(0), thick = Front(200), tar = Front(5000);
+  const double water = Reach(0), thick = Reach(200), tar = Reach(5000);
   EXPECT_GT(water, thick + 0.2);
   EXPECT_GT(thick, tar + 0.05);
   // It gives way to its weight all the same.
@@ -66,7 +68,8 @@ TEST(ViscousFlow, AColumnSpreadsTheSlowerTheThickerItIs) {
 }
 
 TEST(ViscousFlow, SpinDiesInAThickLiquidThatTouchesWalls) {
-  for (const double viscosity : {0.0, 100.0}) {
+  // The slowest eddy dies at a rate of some 20 nu a second.
+  for (const double viscosity : {0.0, 1000.0}) {
     LiquidRig rig({12, 8, 12});
     LiquidRig::Set(*rig.liquid, FluidSolver::kViscosityRow, viscosity);
     rig.Fill(
