@@ -37,8 +37,7 @@ class BodyHints : public ShapeBoxes {
         Number(server, server_row::kSimulationUnits) / Number(server, server_row::kHostUnits);
     for (const Body& body : mBodies)
       for (const BaseNode* node : mNodes)
-        if (IsA<FluidSolver>(*node) && !IsA<WaterSolver>(*node) && MayWork(*node))
-          CheckAir(body, *node);
+        if (IsA<FluidSolver>(*node) && !IsA<WaterSolver>(*node)) CheckAir(body, *node);
     const Vec3d* gravity = Get<Vec3d>(server, server_row::kGravity);
     if (!gravity || gravity->y >= 0 || std::fabs(gravity->y) < Length(*gravity) * kUpright) return;
     for (const Body& body : mBodies)
@@ -149,7 +148,7 @@ class BodyHints : public ShapeBoxes {
       return FindKind(node->Type())->list == kListEmitters;
     };
     if (!StandsIn(body, gas) || std::any_of(mNodes.begin(), mNodes.end(), feeds)) return;
-    Note(*body.node,
+    Warn(*body.node,
          fmt::format("it meets no air: {} has none where nothing is emitted into it", Named(gas)));
   }
 

@@ -39,16 +39,43 @@ void BodyCoupling::Bind(i32 body, const Vec3d& mass, const Vec3d& momentum, cons
     b.inverseMass[a] = inverse > 0 ? 1 / (1 / inverse + b.inert[a]) : 0;
   }
   b.boundExcess = momentum - mass * own;
+  b.ownVelocity = own;
+  b.skew = {};
 }
 
-Vec3d BodyCoupling::BoundChange(i32 body) const {
-  const Body& b = mBodies[body];
-  return b.boundExcess * b.inverseMass;
+void BodyCoupling::Straightened(const Skew& skew, const Vec3d& velocity, Vec3d& push, Vec3d& turn) {
+  push = turn = {};
+  const Vec3d change = skew.before - velocity;
+  for (int axis = 0; axis < 3; ++axis) {
+    push += skew.push[axis] * change[axis];
+    turn += skew.turn[axis] * change[axis];
+  }
 }
 
-Vec3d BodyCoupling::OwnImpulse(i32 body, const Vec3d& impulse) const {
+void BodyCoupling::Straighten(i32 body, const Skew& skew) {
+  Body& b = mBodies[body];
+  b.skew = skew;
+  Vec3d push, turn;
+  Straightened(skew, skew.guess, push, turn);
+  b.boundExcess += push;
+}
+
+void BodyCoupling::BoundChange(i32 body, Vec3d& linear, Vec3d& angular) const {
   const Body& b = mBodies[body];
-  return impulse + b.boundExcess - b.inert * (BoundChange(body) + impulse * b.inverseMass);
+  Vec3d push, turn;
+  Straightened(b.skew, b.skew.guess, push, turn);
+  linear = b.boundExcess * b.inverseMass;
+  angular = b.inverseInertia.Rotate(turn);
+}
+
+void BodyCoupling::TakeOwnPart(i32 body, Vec3d& impulse, Vec3d& turn) const {
+  const Body& b = mBodies[body];
+  const Vec3d change = (b.boundExcess + impulse) * b.inverseMass;
+  Vec3d guessed, push, none, straight;
+  Straightened(b.skew, b.skew.guess, guessed, none);
+  Straightened(b.skew, b.ownVelocity + change, push, straight);
+  impulse += b.boundExcess - b.inert * change + (push - guessed);
+  turn += straight;
 }
 
 double BodyCoupling::AddProduct(const double* s, double* z) const {

@@ -1,5 +1,6 @@
 // Bodies that the pressure moves while they push the fluid.
 #pragma once
+#include <array>
 #include <span>
 #include <vector>
 
@@ -45,10 +46,18 @@ class BodyCoupling {
   /// moves at `own` without the pressure. Its weight and inertia count with the body's, in place of
   /// what was bound before.
   void Bind(i32 body, const Vec3d& mass, const Vec3d& momentum, const Vec3d& own);
-  /// What that changes of the velocity that a body has without pressure.
-  Vec3d BoundChange(i32 body) const;
+  /// What pressures do that rise along each axis, beside moving the body and what is bound along
+  /// it: times the velocity from which they bring it there, pushes in kg and turns in kg times
+  /// simulation units. They would bring it from `before` to `guess`. To be called behind `Bind`.
+  struct Skew {
+    std::array<Vec3d, 3> push{}, turn{};
+    Vec3d before{}, guess{};
+  };
+  void Straighten(i32 body, const Skew& skew);
+  /// What that changes of the velocities that a body has without pressure.
+  void BoundChange(i32 body, Vec3d& linear, Vec3d& angular) const;
   /// The part of an impulse on a body and the fluid bound to it that the body gets.
-  Vec3d OwnImpulse(i32 body, const Vec3d& impulse) const;
+  void TakeOwnPart(i32 body, Vec3d& impulse, Vec3d& turn) const;
   /// z += dt h J M^-1 J^T s; returns s times what was added. In the order of bodies and rows.
   double AddProduct(const double* s, double* z) const;
   /// What the pressure of a step does to a body, in newton seconds and their moments.
@@ -67,7 +76,11 @@ class BodyCoupling {
     std::vector<BodyRow> rows;
     Vec3d boundExcess{};  ///< momentum beyond what it has at the body's velocity
     Vec3d inert{};        ///< of the mass that is bound, what counts while the pressure acts
+    Vec3d ownVelocity{};
+    Skew skew{};
   };
+  /// What a body gets of its skew if the pressure brings it to a velocity.
+  static void Straightened(const Skew& skew, const Vec3d& velocity, Vec3d& push, Vec3d& turn);
   std::vector<Body> mBodies;
   double mScale = 0;  ///< dt h
   double mPress = 0;  ///< dt h^2

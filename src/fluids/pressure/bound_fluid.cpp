@@ -26,11 +26,17 @@ BoundFluid FindBoundFluid(const ProjectionFields& fields, std::span<const BodyRo
                           const MovingBody& body, double volume, const BroughtFaces& brought) {
   const GridLayout& layout = fields.velocity[0]->mLayout;
   FaceSums sums[3];
+  BoundFluid bound;
   for (const BodyRow& row : rows) {
     const VecInt3D cell{row.cell % layout.dims.x, row.cell / layout.dims.x % layout.dims.y,
                         row.cell / (layout.dims.x * layout.dims.y)};
     const Vec3d away =
         layout.simOrigin + (ToReal(cell) + Vec3d{0.5, 0.5, 0.5}) * layout.simCell - body.centre;
+    for (int slope = 0; slope < 3; ++slope) {
+      bound.turn[slope] += row.moment * away[slope];
+      for (int a = 0; a < 3; ++a)
+        if (a != slope) bound.push[slope][a] += row.area[a] * away[slope];
+    }
     for (int a = 0; a < 3; ++a) {
       FaceSums& sum = sums[a];
       const double area = row.area[a], size = std::fabs(area);
@@ -50,15 +56,23 @@ BoundFluid FindBoundFluid(const ProjectionFields& fields, std::span<const BodyRo
       sum.velocity += size * velocity;
     }
   }
-  BoundFluid bound;
   const double face = layout.cellSize * static_cast<double>(layout.cellSize);
   double wet = 1;
   for (const FaceSums& sum : sums) wet = std::min(wet, sum.all > 0 ? sum.wet / sum.all : 0);
+  const double share = std::max(0.0, 2 * wet - 1);
+  bool isSurrounded = true;
   for (int a = 0; a < 3; ++a) {
     const FaceSums& sum = sums[a];
-    if (!(sum.moving > 0) || std::fabs(sum.net) > kSurrounded * sum.all) continue;
-    bound.volume[a] = (sum.volume * face - volume) * std::max(0.0, 2 * wet - 1);
+    if (!(sum.moving > 0) || std::fabs(sum.net) > kSurrounded * sum.all) {
+      isSurrounded = false;
+      continue;
+    }
+    bound.volume[a] = (sum.volume * face - volume) * share;
     bound.velocity[a] = sum.velocity / sum.moving;
+  }
+  for (int slope = 0; slope < 3; ++slope) {
+    bound.push[slope] *= isSurrounded ? face * share : 0;
+    bound.turn[slope] *= isSurrounded ? face * share : 0;
   }
   return bound;
 }

@@ -192,6 +192,16 @@ void Grid_Incompressibility::BindFluid() {
       momentum += follower->momentum;
     }
     mBodies.Bind(body.coupled, mass, momentum, body.linear);
+    BodyCoupling::Skew skew{.guess = body.state->LinearVelocity()};
+    skew.before = bound.velocity + (follower ? skew.guess : Vec3d{});
+    // Round a centre that was told, water may turn it.
+    const Mesh* mesh = body.volume->GetMesh();
+    const bool isEven = !mesh || !mesh->GetObstacle().centre;
+    for (i32 axis = 0; axis < 3; ++axis) {
+      skew.push[axis] = bound.push[axis] * mDensity;
+      skew.turn[axis] = bound.turn[axis] * (isEven ? mDensity : 0);
+    }
+    mBodies.Straighten(body.coupled, skew);
   }
 }
 
@@ -340,9 +350,11 @@ void Grid_Incompressibility::AddBodyCoupling(const CellBox& block) {
 void Grid_Incompressibility::BalanceRegions() {
   mRegions.Find(mFields, mCells, Threads());
   if (!mBodies.IsEmpty()) OpenCoupledRegions();
-  for (i32 b = 0; b < mBodies.Count(); ++b)
-    if (const Vec3d change = mBodies.BoundChange(b); change != Vec3d{})
-      AddPush(b, change, {}, Used().GetRhs());
+  for (i32 b = 0; b < mBodies.Count(); ++b) {
+    Vec3d linear, angular;
+    mBodies.BoundChange(b, linear, angular);
+    if (linear != Vec3d{} || angular != Vec3d{}) AddPush(b, linear, angular, Used().GetRhs());
+  }
   mRegions.Balance(mFields, Used().GetRhs(), Threads());
   if (!(mWarned & kSqueezed)) CheckRegions();
 }
@@ -432,7 +444,8 @@ void Grid_Incompressibility::PressBodies() {
     mBodies.ImpulseOf(b, GetPressure().data(), impulse, turn);
     mBodies.Answer(b, impulse, turn, linear, angular);
     AddPush(b, linear, angular, {});
-    mBodies.Of(b).TakeFluidImpulse(mBodies.OwnImpulse(b, impulse), turn, mFields.dt);
+    mBodies.TakeOwnPart(b, impulse, turn);
+    mBodies.Of(b).TakeFluidImpulse(impulse, turn, mFields.dt);
   }
 }
 

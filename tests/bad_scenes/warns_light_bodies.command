@@ -1,0 +1,1 @@
+run SCENE --out OUT
