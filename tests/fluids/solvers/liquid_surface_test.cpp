@@ -63,26 +63,6 @@ TEST(LiquidSurface, AStillColumnOfScatteredParticlesRests) {
   }
 }
 
-// What evens particles out and what makes room for them ask for nothing at the same place.
-TEST(LiquidSurface, AFallenPoolComesToRest) {
-  for (const bool corrects : {false, true}) {
-    SCOPED_TRACE(corrects);
-    LiquidRig rig({12, 14, 8});
-    LiquidRig::Set(*rig.liquid, WaterSolver::kEvenRow, corrects);
-    rig.scene->mTime.stepDuration = 0.04;
-    std::mt19937 random(7);
-    std::uniform_real_distribution<double> within(0.12, 0.38);
-    ForEachCell({{0, 4, 0}, {24, 20, 16}}, [&](i32 x, i32 y, i32 z) {
-      const Vec3d own{within(random), within(random), within(random)};
-      rig.Drop((Vec3d{0.5 * x, 0.5 * y, 0.5 * z} + own) * rig.Cell(), {});
-    });
-    rig.Commit();
-    for (i32 i = 0; i < 80; ++i) rig.Step();
-    EXPECT_LT(rig.Energy(), 2e-5);
-    EXPECT_NEAR(rig.Centroid().y, 4 * rig.Cell(), 0.05 * rig.Cell());
-  }
-}
-
 // Where the surface goes through the middles of cells, rounding calls some of them air.
 TEST(LiquidSurface, AColumnThatEndsInTheMiddleOfACellRests) {
   LiquidRig rig({8, 12, 8});
