@@ -223,7 +223,7 @@ void Grid_Viscosity::FillFaces(i32 z) {
         const double own = share * FaceDensity(axis, at);
         mass[i] += static_cast<float>(own);
         mSolver.Rhs(axis)[i] += own * velocity(x, y, z);
-        mSolver.Velocity(axis)[i] = velocity(x, y, z);
+        mSolver.Velocity(axis)[i] = own > 0 ? velocity(x, y, z) : SpeedBeside(axis, at);
         for (const i32 across : {a, b})
           for (const bool isAbove : {true, false})
             if (IsCut(axis, across, isAbove ? i : i + level.Step(across)))
@@ -231,6 +231,23 @@ void Grid_Viscosity::FillFaces(i32 z) {
         if (mMoves) AddCellMotion(axis, at);
       }
   }
+}
+
+/// What a face without liquid about it, which takes part by its edges, begins with: the mean of the
+/// faces beside it that have some. In free fall nothing is left to solve then.
+double Grid_Viscosity::SpeedBeside(i32 axis, const VecInt3D& face) const {
+  const EGrid<double>& velocity = *mFlow->mVelocity.GetGrid(axis);
+  const EGrid<float>& volume = *mVolumes.GetRead(axis, 3);
+  double sum = 0;
+  i32 count = 0;
+  for (i32 along = 0; along < 3; ++along)
+    for (const i32 side : {-1, 1}) {
+      const VecInt3D at = face + StepOf(along) * side;
+      if (!(volume(at.x, at.y, at.z) > 0)) continue;
+      sum += velocity(at.x, at.y, at.z);
+      ++count;
+    }
+  return count > 0 ? sum / count : 0.0;
 }
 
 /// Solids about a cell that move drive its faces.

@@ -57,6 +57,7 @@ class Grid_Viscosity {
   void FillEdges(i32 z);
   void FillFaces(i32 z);
   void AddCutEdge(i32 axis, i32 across, const VecInt3D& face, bool isAbove);
+  double SpeedBeside(i32 axis, const VecInt3D& face) const;
   void AddCellMotion(i32 axis, const VecInt3D& face);
   Pair PairAt(i32 axis, i32 across, const VecInt3D& upper) const;
   bool IsCut(i32 axis, i32 across, i32 upper) const;
