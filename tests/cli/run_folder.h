@@ -101,6 +101,9 @@ class RunFolder {
       value.erase("peak_rss_bytes");
       if (value.contains("summary")) value["summary"].erase("wall_s");
       for (nlohmann::json& stage : value["stages"]) stage.erase("wall_s");
+      for (nlohmann::json& solver : value["solvers"])
+        for (const char* solves : {"pressure", "viscosity"})
+          for (nlohmann::json& solve : solver[solves]) solve.erase("wall_s");
       out += value.dump() + "\n";
     }
     return out;
