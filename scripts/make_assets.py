@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Makes the meshes of the ready-made scenes: urn.obj, logs.obj, knot.obj, bowl.obj and
-hourglass.obj in scenes/assets.
+"""Makes the meshes of the ready-made scenes: urn.obj, logs.obj, knot.obj and bowl.obj in
+scenes/assets.
 
 The urn is a turned profile with a bowl, a fluted belly and two handles. The logs lean against each
 other as for a campfire. The knot is a tube along a trefoil that stands upright. The bowl is half of
@@ -273,44 +273,6 @@ def bowl():
     return mesh
 
 
-GLASS_ROUND = 48
-GLASS_RINGS = 48   # of the hollow, from end to end
-GLASS_NECK, GLASS_BULB = 0.11, 0.57  # radii, of a hollow that is 2 high
-GLASS_WALL = 0.1
-
-
-def hourglass():
-    mesh = Mesh()
-
-    def hollow(k):
-        """Radius and height of a ring: a funnel on both sides of the neck, and round ends."""
-        height = -math.cos(math.pi * k / GLASS_RINGS)
-        far = abs(height)
-        if far > 0.5:
-            return GLASS_BULB * math.sqrt(1 - ((far - 0.5) / 0.5) ** 4), height
-        return GLASS_NECK + (GLASS_BULB - GLASS_NECK) * math.sin(math.pi * far) ** 0.85, height
-
-    def ring(radius, height):
-        return [mesh.point(radius * math.cos(a), height, radius * math.sin(a))
-                for a in (2 * math.pi * k / GLASS_ROUND for k in range(GLASS_ROUND))]
-
-    inner = [hollow(k) for k in range(1, GLASS_RINGS)]
-    outer = [(r + GLASS_WALL, y * (1 + GLASS_WALL)) for r, y in inner]
-    for outline, isInside in ((inner, True), (outer, False)):
-        end = 1 if isInside else 1 + GLASS_WALL
-        bottom, top = mesh.point(0, -end, 0), mesh.point(0, end, 0)
-        rings = [ring(*row) for row in outline]
-        faces = []
-        for k in range(GLASS_ROUND):
-            j = (k + 1) % GLASS_ROUND
-            faces.append((bottom, rings[0][k], rings[0][j]))
-            faces.append((top, rings[-1][j], rings[-1][k]))
-            for low, high in zip(rings, rings[1:]):
-                faces.append((low[j], low[k], high[k], high[j]))
-        mesh.faces += [f[::-1] for f in faces] if isInside else faces
-    return mesh
-
-
 def tidy(mesh):
     """Drops points that no face uses, rounds the others and fits them to 2 units across."""
     used = sorted({i for f in mesh.faces for i in f})
@@ -344,7 +306,7 @@ def main():
     folder = parser.parse_args().out
     folder.mkdir(parents=True, exist_ok=True)
     for name, mesh in (("urn", urn()), ("logs", logs()), ("knot", knot()),
-                       ("bowl", bowl()), ("hourglass", hourglass())):
+                       ("bowl", bowl())):
         points, faces = tidy(mesh)
         check(points, faces)
         lines = ["# made by scripts/make_assets.py"]
