@@ -27,6 +27,7 @@ TEST(ViscousFlow, AGasSlowsAlongItsWallsThroughAWholeStep) {
 TEST(ViscousFlow, AThickDropFallsAsAWhole) {
   LiquidRig rig({24, 40, 24});
   LiquidRig::Set(*rig.liquid, FluidSolver::kViscosityRow, 100.0);
+  LiquidRig::Set(*rig.liquid, FluidSolver::kViscosityToleranceRow, 1e-3);
   const Vec3d middle{1.2, 3.2, 1.2};
   rig.Fill(
       {0, 0, 0}, {24, 40, 24}, [&](const Vec3d& p) { return Length(p - middle) < 0.5; },
