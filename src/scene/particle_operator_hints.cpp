@@ -4,11 +4,13 @@
 
 #include "exchange/particles_object.h"
 #include "fluids/emission/particle_emitter.h"
+#include "fluids/forces/force_follow_spline.h"
 #include "fluids/forces/neighbour_forces.h"
 #include "fluids/operators/grid_to_particles.h"
 #include "fluids/operators/particle_converter.h"
 #include "fluids/operators/pop_flock.h"
 #include "fluids/operators/pop_follow_spline.h"
+#include "host/spline_line.h"
 #include "scene/hint_base.h"
 
 namespace MELDO_GLOBAL::app {
@@ -34,6 +36,7 @@ class ParticleOperatorHints : public HintBase {
         TellSign<Force_Cohesion>(*node, "drives particles from the middle of their neighbours");
       if (IsA<Force_Alignment>(*node))
         TellSign<Force_Alignment>(*node, "turns particles away from how their neighbours fly");
+      if (IsA<Force_FollowSpline>(*node)) LookAtPoint(*node);
       if (IsA<GridToParticles>(*node)) LookAtSum(*node);
       if (IsA<POP_Flock>(*node)) LookAtPredators(*node);
       if (IsA<Follow>(*node)) LookAtFollower(*node);
@@ -68,6 +71,32 @@ class ParticleOperatorHints : public HintBase {
          fmt::format("'{}' is {:g}, as a new node has it, and {}; above 0 it does the opposite",
                      NameOf(force, row), Number(force, row), does),
          row);
+  }
+
+  /// A point that the spline of a force hasn't got.
+  void LookAtPoint(const BaseNode& force) {
+    using Pull = Force_FollowSpline;
+    const auto* spline = dynamic_cast<const SplineObject*>(Linked(force, Pull::kSplineRow));
+    if (!spline || Whole(force, Pull::kModeRow) != Pull::kPoint) return;
+    for (const i32 row : {i32{Pull::kModeRow}, i32{Pull::kSegmentRow}, i32{Pull::kPointRow}})
+      if (force.Tracks().contains(row)) return;
+    SplineTracker tracker;
+    if (!tracker.Update(*spline, {1, 1, 1})) return;
+    const i32 segment = Whole(force, Pull::kSegmentRow), count = tracker.Line().SegmentCount();
+    if (segment > count)
+      return WarnOfSleep(
+          force,
+          fmt::format("it never works: '{}' is {}, and {} has {}", NameOf(force, Pull::kSegmentRow),
+                      segment, Named(*spline), count),
+          Pull::kSegmentRow);
+    const i32 point = Whole(force, Pull::kPointRow),
+              points = tracker.Line().PointCount(segment - 1);
+    if (point >= points)
+      WarnOfSleep(
+          force,
+          fmt::format("it never works: '{}' is {}, and that line of {} has points from 0 to {}",
+                      NameOf(force, Pull::kPointRow), point, Named(*spline), points - 1),
+          Pull::kPointRow);
   }
 
   /// What is added again in each step.

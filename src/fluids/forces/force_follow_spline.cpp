@@ -78,7 +78,9 @@ const ParameterTable& Force_FollowSpline::Parameters() {
           .Choices({{0, "forwards"}, {1, "backwards"}})
           .OrNumbers()
           .To(&Force_FollowSpline::mBackwards),
-      RealRow(kFollowSpeedRow, "follow_speed", 10.0, "host/s", "how fast it is led")
+      RealRow(kFollowSpeedRow, "follow_speed", 10.0, "host/s",
+              "how fast it is led; the pull to the line brakes that, and it is reached where "
+              "'follow_force' times it is more than 'pull_force' times 'pull_speed'")
           .To(&Force_FollowSpline::mFollowSpeed),
       RealRow(kFollowWeightRow, "follow_weight", 1.0, "none",
               "a handle on that lead; 0 leaves it out")
@@ -148,7 +150,11 @@ void Force_FollowSpline::AddField(const FieldPoints& points) const {
     if (!place) continue;
     const Vec3d velocity = VelocityAt(points, i);
     const Matrix frame = mTracker.Line().FrameAt(place->place);
-    Vec3d change = Steer(velocity, frame.offset - p, pullSpeed, pullLimit, mPullWeight);
+    const Vec3d way = frame.offset - p;
+    // No faster than leads there in this step: what is drawn past the place swings about it for
+    // ever.
+    const double pull = std::min(pullSpeed, Length(way) / mTime->stepDuration);
+    Vec3d change = Steer(velocity, way, pull, pullLimit, mPullWeight);
     if (place->distance < mFollowDistance * mToSim)
       change += Steer(velocity, mBackwards != 0 ? -frame.v3 : frame.v3, followSpeed, followLimit,
                       mFollowWeight);

@@ -19,6 +19,7 @@ class Force_FollowSpline : public FieldForce {
                        kPointRow = 1010, kLengthRow = 1011, kFollowDistanceRow = 1012,
                        kBackwardsRow = 1013, kFollowSpeedRow = 1014, kFollowWeightRow = 1015,
                        kFollowForceRow = 1016;
+  enum Mode : i32 { kNearestLine = 0, kNearestPoint = 1, kPoint = 2, kLength = 3 };
   static constexpr double kPace = 25;  ///< 1/s: of the limits
   void ClearLinks() override;
   /// The velocity that is there counts: no mere place has one.
@@ -36,7 +37,6 @@ class Force_FollowSpline : public FieldForce {
   double Scale(double weight) const override { return weight * mWeight; }
 
  private:
-  enum Mode : i32 { kNearestLine = 0, kNearestPoint = 1, kPoint = 2, kLength = 3 };
   std::optional<host::NearestOnSpline> PlaceFor(const Vec3d& p) const;
   Vec3d VelocityAt(const FieldPoints& points, std::size_t i) const;
 

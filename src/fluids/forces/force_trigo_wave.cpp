@@ -31,9 +31,10 @@ const NodeKind& Force_TrigoWave::Kind() {
 
 const ParameterTable& Force_TrigoWave::Parameters() {
   static const ParameterTable table = {
-      RealRow(kAmplitudeRow, "amplitude", 80.0, "host/s^2",
-              "how hard the wave pushes where it is highest; rings, wheel and spiral measure "
-              "lengths by it too")
+      RealRow(
+          kAmplitudeRow, "amplitude", 80.0, "host/s^2",
+          "how hard the wave pushes where it is highest, a spiral up to 11 times as hard; rings, "
+          "wheel and spiral measure lengths by it too")
           .To(&Force_TrigoWave::mAmplitude),
       RealRow(kSpeedRow, "speed", 50.0, "host/s", "how fast the crests run")
           .To(&Force_TrigoWave::mSpeed),
@@ -50,7 +51,9 @@ const ParameterTable& Force_TrigoWave::Parameters() {
       LongRow(
           kModeRow, "mode", static_cast<i32>(WaveMode::Forwards), "",
           "which way it pushes: along the way that it runs (forwards, backwards or to and fro), "
-          "across that, or both in turn, so that things roll or go round in loops")
+          "across that, or both in turn, so that things roll or go round in loops; a loop of rings "
+          "has "
+          "no bound where a ring stands")
           .Choices({{0, "forwards"},
                     {1, "backwards"},
                     {2, "across_up"},

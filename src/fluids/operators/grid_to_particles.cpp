@@ -71,6 +71,16 @@ const ParameterTable& GridToParticles::Parameters() {
   return table;
 }
 
+bool GridToParticles::CommutesWith(const iBase& other) const {
+  const auto* reader = dynamic_cast<const GridToParticles*>(&other);
+  if (!reader || !mProperty || !reader->mProperty) return false;
+  const auto moves = [](const iProperty& property) {
+    return property.PropertyId() == property_id::kPosition;
+  };
+  return !(mProperty->Key() == reader->mProperty->Key()) && !moves(*mProperty) &&
+         !moves(*reader->mProperty);
+}
+
 bool GridToParticles::PrepareOperator() {
   if (mField.IsEmpty()) return Deactivate("it has no field; name one under 'source'");
   if (!mProperty) return Deactivate("it has no property; name one under 'target'");

@@ -17,6 +17,8 @@ class GridToParticles : public ParticleOperator {
   static const host::ParameterTable& Parameters();
   static constexpr i32 kSourceRow = 1001, kDurationRow = 1003, kTargetRow = 1004,
                        kOperationRow = 1005, kModeRow = 1006;
+  /// With others that write another property.
+  bool CommutesWith(const iBase& other) const override;
   void Evaluate(const EvaluationThreadData& data) override;
 
  protected:

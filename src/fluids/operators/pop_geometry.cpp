@@ -122,7 +122,8 @@ bool POP_Geometry::PrepareOperator() {
     return Deactivate(
         "its copies don't fit into the memory; a simpler 'object' or fewer particles "
         "would");
-  mSeed = NodeSeed(*this);
+  // Of the group: it is the same whichever node draws first.
+  mSeed = NodeSeed(*mGroup);
   // Both first: a column that is made may move the others.
   store.Require<Vec3d>(property_id::kRandomScale);
   store.Require<Vec3d>(property_id::kRandomRotation);

@@ -28,6 +28,11 @@ class POP_Geometry : public ParticleOperator {
     Matrix place;
     i32 id = -1;
   };
+  /// With others that draw alike.
+  bool CommutesWith(const iBase& other) const override {
+    const auto* copies = dynamic_cast<const POP_Geometry*>(&other);
+    return copies && copies->mUniform == mUniform;
+  }
   void Reset() override;
   void Release(bool full) override;
   void Evaluate(const EvaluationThreadData& data) override;

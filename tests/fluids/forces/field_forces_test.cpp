@@ -227,6 +227,8 @@ TEST(FollowSpline, PullsWhatIsInReachAndLeadsWhatIsNear) {
   ExpectNear(rig.ChangeAt(force, corner, {0, -0.9, 0}), {0, -0.1, 0}, kSingle);
   // On the line nothing pulls; a tenth of a metre a second along it, a quarter of that at a time.
   ExpectNear(rig.ChangeAt(force, {1, 0, 0}), {0.025, 0, 0}, kSingle);
+  // Near to it the pull leads onto it in this step, and not beyond.
+  ExpectNear(rig.ChangeAt(force, {1, 0.004, 0}), {0.025, -0.004 / kStep, 0}, kSingle);
   FieldRig::Set(force, Force_FollowSpline::kBackwardsRow, i32{1});
   ExpectNear(rig.ChangeAt(force, {1, 0, 0}), {-0.025, 0, 0}, kSingle);
   FieldRig::Set(force, Force_FollowSpline::kFollowDistanceRow, 0.0);
