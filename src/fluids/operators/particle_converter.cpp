@@ -83,7 +83,8 @@ const ParameterTable& ParticleConverter::Parameters() {
               "how much of its velocity there it takes on in each step")
           .Range(0, 1)
           .To(&This::mVelocityBlend),
-      RealRow(kRadiusFactorRow, "radius_factor", 1.0, "none", "what its radius is multiplied by")
+      RealRow(kRadiusFactorRow, "radius_factor", 1.0, "none",
+              "what the radius of a particle is multiplied by on its way")
           .AtLeast(0)
           .To(&This::mRadiusFactor),
       RealRow(kLifeFactorRow, "life_factor", 1.0, "none",

@@ -128,7 +128,7 @@ SULVA_WIDE_KERNEL void TurnRow(const float* __restrict found, double beta, doubl
   for (i32 i = 0; i < n; ++i) s[i] = found[i] + beta * s[i];
 }
 
-SULVA_WIDE_KERNEL double DotRow(const double* left, const float* found, i32 n) {
+double DotRow(const double* left, const float* found, i32 n) {
   double sums[4] = {};
   i32 i = 0;
   for (; i + 4 <= n; i += 4)
