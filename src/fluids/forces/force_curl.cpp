@@ -1,6 +1,7 @@
 #include "fluids/forces/force_curl.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "framework/node_kind.h"
 #include "framework/rest.h"
@@ -18,6 +19,10 @@ double Ramp(double r) {
   const double square = r * r;
   return r * (1.875 - square * (1.25 - 0.375 * square));
 }
+
+constexpr i32 kMeanPlaces = 4096;  ///< in the box of each solid's distances
+/// Steps of points that fill a cube evenly: powers of 1/p, where p^4 = p + 1 (Roberts 2018).
+constexpr Vec3d kEvenSteps = {0.8191725133961645, 0.6710436067037893, 0.5497004779019703};
 
 }  // namespace
 
@@ -64,8 +69,8 @@ const ParameterTable& Force_Curl::Parameters() {
             .AtLeast(0)
             .To(&Force_Curl::mSpacing),
         RealRow(kFadeRow, "wall_fade", 3.0, "cells",
-                "how far from walls and obstacles eddies begin to fade, so that none goes through; "
-                "0 lets them")
+                "how far from walls and obstacles eddies begin to fade, so that none goes through "
+                "flat ones; 0 lets them")
             .AtLeast(0)
             .To(&Force_Curl::mFade),
         field.Required(),
@@ -91,6 +96,42 @@ bool Force_Curl::PrepareForce() {
   return true;
 }
 
+void Force_Curl::Open() {
+  FieldForce::Open();
+  mMeans = {};
+  if (Has(FLAG_ACTIVE) && mFade > 0) FindMeans();
+}
+
+void Force_Curl::FindMeans() {
+  Vec3d places[kRun];
+  double shares[kRun], passes[kRun];
+  std::size_t count = 0;
+  double whole = 0;
+  const auto take = [&] {
+    for (i32 k = 0; k < 3; ++k) {
+      Ask(k, {places, count}, 0, passes);
+      for (std::size_t i = 0; i < count; ++i) mMeans[k] += shares[i] * passes[i];
+    }
+    for (std::size_t i = 0; i < count; ++i) whole += shares[i];
+    count = 0;
+  };
+  for (const auto& [low, high] : mSolids.Boxes()) {
+    Vec3d part{0.5, 0.5, 0.5};
+    for (i32 i = 0; i < kMeanPlaces; ++i) {
+      part += kEvenSteps;
+      for (i32 a = 0; a < 3; ++a) part[a] -= std::floor(part[a]);
+      places[count] = low + (high - low) * part;
+      const double distance = mSolids.DistanceAt(places[count]);
+      if (distance < 0 || distance >= mFadeLength) continue;
+      shares[count] = 1 - Ramp(distance / mFadeLength);
+      if (++count == kRun) take();
+    }
+  }
+  take();
+  if (whole > 0)
+    for (double& mean : mMeans) mean /= whole;
+}
+
 void Force_Curl::Shift(const FieldPoints& points, i32 axis, double way, Shifted& out) const {
   for (std::size_t i = 0; i < points.positions.size(); ++i) {
     out.positions[i] = points.positions[i];
@@ -99,15 +140,20 @@ void Force_Curl::Shift(const FieldPoints& points, i32 axis, double way, Shifted&
   }
 }
 
-void Force_Curl::Potential(i32 which, const Shifted& at, std::size_t count, u32 worker,
-                           double* out) const {
+void Force_Curl::Ask(i32 which, std::span<const Vec3d> positions, u32 worker, double* out) const {
+  const std::size_t count = positions.size();
   Vec3d places[kRun];
   for (std::size_t i = 0; i < count; ++i) {
-    places[i] = at.positions[i] + mPlaces[which];
+    places[i] = positions[i] + mPlaces[which];
     out[i] = 1;
   }
   mConstraints.TestRow({{places, count}, {out, count}}, this, worker);
-  for (std::size_t i = 0; i < count; ++i) out[i] *= at.share[i];
+}
+
+void Force_Curl::Potential(i32 which, const Shifted& at, std::size_t count, u32 worker,
+                           double* out) const {
+  Ask(which, {at.positions.data(), count}, worker, out);
+  for (std::size_t i = 0; i < count; ++i) out[i] = at.share[i] * (out[i] - mMeans[which]);
 }
 
 /// The curl of (psi_0, psi_1, psi_2): a slope of psi_k along axis a adds to the component that is

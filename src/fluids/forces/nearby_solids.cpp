@@ -1,5 +1,6 @@
 #include "fluids/forces/nearby_solids.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -12,20 +13,34 @@ namespace MELDO_GLOBAL::MELDO_SULVA {
 
 NearbySolids::NearbySolids(const Scene& scene, const Flow* flow) {
   if (flow) {
-    Add(flow->mBoundary.GetLevelSet(), false);
+    Add(flow->mBoundary.GetLevelSet(), false, true);
     return;
   }
   for (const auto& [id, object] : scene.List(kListSolvers)) {
     const auto* solver = dynamic_cast<const iFluidSolver*>(object.get());
-    if (solver && solver->Has(FLAG_ENABLED)) Add(solver->GetFlow().mBoundary.GetLevelSet(), true);
+    if (solver && solver->Has(FLAG_ENABLED))
+      Add(solver->GetFlow().mBoundary.GetLevelSet(), true, true);
   }
   std::vector<VolumeBase*> obstacles;
   CollectObstacles(scene, obstacles);
-  for (const VolumeBase* obstacle : obstacles) Add(obstacle->GetGrid(), false);
+  for (const VolumeBase* obstacle : obstacles) Add(obstacle->GetGrid(), false, false);
 }
 
-void NearbySolids::Add(const EGrid<double>* grid, bool endsAtItsGrid) {
-  if (grid && grid->mData) mSources.push_back({grid, endsAtItsGrid});
+void NearbySolids::Add(const EGrid<double>* grid, bool endsAtItsGrid, bool isOfFlow) {
+  if (grid && grid->mData) mSources.push_back({grid, endsAtItsGrid, isOfFlow});
+}
+
+std::vector<std::pair<Vec3d, Vec3d>> NearbySolids::Boxes() const {
+  const bool hasFlow = std::any_of(mSources.begin(), mSources.end(),
+                                   [](const Source& source) { return source.isOfFlow; });
+  std::vector<std::pair<Vec3d, Vec3d>> boxes;
+  for (const Source& source : mSources) {
+    if (source.isOfFlow != hasFlow) continue;
+    const EGrid<double>& grid = *source.grid;
+    boxes.push_back(
+        {grid.PositionOf(0, 0, 0), grid.PositionOf(grid.mNx - 1, grid.mNy - 1, grid.mNz - 1)});
+  }
+  return boxes;
 }
 
 double NearbySolids::DistanceAt(const Vec3d& p) const {

@@ -1,5 +1,6 @@
 // How far it is to the nearest solid, for forces that know nothing of flows.
 #pragma once
+#include <utility>
 #include <vector>
 
 #include "fluids/flow/flow.h"
@@ -17,13 +18,17 @@ class NearbySolids {
   NearbySolids(const Scene& scene, const Flow* flow);
   /// Simulation units; the largest double where nothing is solid.
   double DistanceAt(const Vec3d& p) const;
+  /// The lowest and highest corners of the boxes in which the distances to solids are known: of the
+  /// solvers, which see obstacles too, or, without one, of the obstacles. Simulation units.
+  std::vector<std::pair<Vec3d, Vec3d>> Boxes() const;
 
  private:
   struct Source {
     const EGrid<double>* grid;
     bool endsAtItsGrid;
+    bool isOfFlow;
   };
-  void Add(const EGrid<double>* grid, bool endsAtItsGrid);
+  void Add(const EGrid<double>* grid, bool endsAtItsGrid, bool isOfFlow);
   std::vector<Source> mSources;
 };
 

@@ -77,7 +77,8 @@ host::InExcludeData Only(const BaseNode& node) { return {{{node.Id(), 0}}}; }
 struct CurlRig : GasRig {
   explicit CurlRig(i32 n, double fade, i32 threads = 1) : GasRig({n, n, n}, kCell, threads) {
     force = &Add("force_curl", "stir");
-    force->Set(common_row::kConstraints, Only(AddNoise(*this)));
+    noise = &AddNoise(*this);
+    force->Set(common_row::kConstraints, Only(*noise));
     force->Set(Force_Curl::kStrengthRow, 30.0);
     force->Set(Force_Curl::kFadeRow, fade);
   }
@@ -99,7 +100,7 @@ struct CurlRig : GasRig {
     });
     return {divergence, speed};
   }
-  BaseNode* force;
+  BaseNode *force, *noise;
 };
 
 }  // namespace
@@ -212,6 +213,38 @@ TEST(CurlForce, GoesThroughNoWall) {
   EXPECT_LT(atWall[1], 1e-6);
   EXPECT_GT(atWall[0], 0.1) << "without a fade it would";
   EXPECT_LT(outermost[1], 0.2 * outermost[0]);
+}
+
+/// Potentials that are far from 0 on the whole, as those of a noise are, blow nowhere along walls.
+TEST(CurlForce, BlowsNoWayAlongWalls) {
+  constexpr i32 kCells = 32, kPlaces = 400;
+  CurlRig rig(kCells, 3.0);
+  rig.Begin();
+  Force& force = *rig.Object<Force>(*rig.force);
+  force.PrepareFor(rig.gas->mFlow);
+  std::mt19937 random(5);
+  std::uniform_real_distribution<double> place(0.4, kCells * kCell - 0.4);
+  for (i32 axis = 0; axis < 3; ++axis)
+    for (const double wall : {0.0, kCells * kCell}) {
+      Vec3d mean{};
+      double square = 0;
+      for (i32 i = 0; i < kPlaces; ++i) {
+        ForceSample sample;
+        sample.position = {place(random), place(random), place(random)};
+        sample.position[axis] = wall;
+        force.Evaluate(sample);
+        mean += sample.force / kPlaces;
+        square += Dot(sample.force, sample.force) / kPlaces;
+      }
+      EXPECT_GT(square, 0);
+      EXPECT_LT(Length(mean), 0.35 * std::sqrt(square)) << axis << " " << wall;
+    }
+  force.Finish();
+  CurlRig flat(8, 3.0);
+  flat.noise->Set(1005, 0.0);  // no contrast
+  flat.Begin();
+  flat.RunGas(kForcesEmission);
+  EXPECT_LT(flat.Largest(1).second, 1e-12) << "what is the same everywhere has no curl";
 }
 
 TEST(FollowSpline, PullsWhatIsInReachAndLeadsWhatIsNear) {
