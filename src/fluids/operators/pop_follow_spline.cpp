@@ -341,10 +341,10 @@ void Pop_FollowSpline::Follow(ParticleStore& store, i32 row, double weight) {
   const double sign = mDirection == kBackwards ? -1 : 1;
   const double progress =
       std::max(b.z / way.Length(), kLeastProgress) * mSpeedFactor * weight;  // 1/s
-  double u = b.x + sign * progress * dt;
-  const bool isAtEnd = sign > 0 ? u >= 1 : u <= 0;
+  const double wanted = b.x + sign * progress * dt;
+  const bool isAtEnd = sign > 0 ? wanted >= 1 : wanted <= 0;
   const bool wraps = isAtEnd && mEnd == kWrap;
-  u = wraps ? u - std::floor(u) : std::clamp(u, 0.0, 1.0);
+  const double u = wraps ? wanted - std::floor(wanted) : std::clamp(wanted, 0.0, 1.0);
   if (mSwirl > 0) {
     const double draw = ParticleDraw(mStepSeed, store.Ids()[row], kDrawSwirl);
     c.x = std::fmod(c.x + mSwirl * dt * (1 - mSwirlVariation * draw), kTurn);
@@ -352,21 +352,25 @@ void Pop_FollowSpline::Follow(ParticleStore& store, i32 row, double weight) {
   }
   b.x = u;
   mB->Set(row, b);
-  const Vec3d place = PositionOf(way, u, c), before = mA->Get(row, place);
+  const Vec3d place = PositionOf(way, u, c);
+  Vec3d before = mA->Get(row, place);
+  // The leap from end to end is no motion, and what drags behind leaps too.
+  if (wraps) before += PositionOf(way, sign > 0 ? 0 : 1, c) - PositionOf(way, sign > 0 ? 1 : 0, c);
   const double blend = std::clamp(mBlend - mBlendVariation * c.z, 0.0, 1.0);
   const double share = blend < 1 ? 1 - std::pow(1 - blend, dt * mBlendPace) : 1;
   const Vec3d position = share < 1 ? before + (place - before) * share : place;
   store.Positions()[row] = position;
   mA->Set(row, position);
-  const Vec3d along = FrameOf(way, u).v3 * (sign * progress * way.Length());
   Vec3d& velocity = store.Velocities()[row];
-  // The leap from end to end is no motion.
-  velocity = wraps && share == 1 ? along : (position - before) / dt;
+  velocity = (position - before) / dt;
   if (!isAtEnd || wraps) return;
   u16& flags = store.Flags()[row];
   flags = static_cast<u16>(flags & ~PF_SPLINE_FOLLOW);
   if (mEnd == kFinishThere) flags |= PF_SPLINE_DONE;
-  velocity = mEnd == kFinishThere ? Vec3d{} : along;
+  // The end cuts a step short: the rest of its way would have led straight on.
+  velocity = mEnd == kFinishThere
+                 ? Vec3d{}
+                 : velocity + FrameOf(way, u).v3 * (share * (wanted - u) * way.Length() / dt);
 }
 
 void Pop_FollowSpline::FinishOperator() { mGroup->MarkTreeStale(mKind); }

@@ -151,6 +151,29 @@ TEST(PopFollowSpline, EndsAsItIsTold) {
   EXPECT_EQ(ends.Position(0), Vec3d{});
 }
 
+/// The line rises a metre a second.
+TEST(PopFollowSpline, KeepsTheSpeedOfAMovingLineAtItsEnds) {
+  for (const double blend : {1.0, 0.3})
+    for (const i32 end : {i32{Node::kRelease}, i32{Node::kWrap}}) {
+      SplineRig rig;
+      GroupRig::Set(rig.node, Node::kBlendRow, blend);
+      GroupRig::Set(rig.node, Node::kEndRow, end);
+      rig.Put({2.01, 0, 0});
+      rig.Step(rig.node);
+      Vec3d before = rig.Position(0);
+      for (i32 step = 1; step <= 40 && rig.Follows(0); ++step) {
+        rig.spline.SetPlacement({0, 4.0 * step, 0}, {}, {1, 1, 1});
+        rig.Step(rig.node);
+        const Vec3d way = rig.Position(0) - before;
+        before = rig.Position(0);
+        if (way.x < 0) ExpectClose(way, {-1.96, 0.04, 0}, 0.002, "a leap, and no flight back");
+        // What drags behind has caught up with the speed of the line by then.
+        if (step > 20) ExpectClose(rig.Velocity(0), {1, 1, 0}, 0.002, std::to_string(step));
+      }
+      EXPECT_EQ(rig.Follows(0), end == Node::kWrap);
+    }
+}
+
 TEST(PopFollowSpline, PicksByNearnessByChanceAndById) {
   constexpr i32 kCount = 400;
   for (const i32 pick : {i32{Node::kNearest}, i32{Node::kRandom}, i32{Node::kById}}) {
