@@ -52,8 +52,7 @@ const ParameterTable& Force_TrigoWave::Parameters() {
           kModeRow, "mode", static_cast<i32>(WaveMode::Forwards), "",
           "which way it pushes: along the way that it runs (forwards, backwards or to and fro), "
           "across that, or both in turn, so that things roll or go round in loops; a loop of rings "
-          "has "
-          "no bound where a ring stands")
+          "pushes up to ten times as hard where the first ring is")
           .Choices({{0, "forwards"},
                     {1, "backwards"},
                     {2, "across_up"},

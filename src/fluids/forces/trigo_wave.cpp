@@ -27,9 +27,13 @@ TrigoWave::Crest TrigoWave::RingAt(const Vec3d& radius, double distance,
                                    const Vec3d& outwards) const {
   Crest crest{(travelled - distance) * kTurn * frequency, kZ * amplitude, outwards, true};
   const double phase = crest.phase;
-  // Loops widen with the distance from the middle and close with the phase.
+  // Loops widen with the distance from the middle and close with the phase: at most so far that
+  // what a ring runs over isn't thrown away.
+  constexpr double kLeastPhase = 0.1;
   if (mode == WaveMode::Loop)
-    crest.along = phase != 0 ? outwards / phase : Vec3d{};
+    crest.along = phase != 0
+                      ? outwards / std::copysign(std::max(std::abs(phase), kLeastPhase), phase)
+                      : Vec3d{};
   else if (mode == WaveMode::WideLoop)
     crest.along = phase > 0 ? radius / phase : Vec3d{};
   return crest;

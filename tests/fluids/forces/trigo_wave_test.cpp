@@ -62,12 +62,20 @@ TEST(TrigoWave, RingsRunAwayFromZ) {
     const auto at = [&](WaveMode mode) { return WaveOf(WaveType::Rings, mode).DisplacementAt(q); };
     ExpectNear(at(WaveMode::Along), outwards * (0.7 * std::sin(phase)));
     ExpectNear(at(WaveMode::Across), up * std::sin(phase));
+    const double bounded = std::copysign(std::max(std::abs(phase), 0.1), phase);
     ExpectNear(at(WaveMode::Loop),
-               up * std::pow(std::sin(phase), 2) + outwards * (0.7 * std::cos(phase) / phase));
+               up * std::pow(std::sin(phase), 2) + outwards * (0.7 * std::cos(phase) / bounded));
     const Vec3d wide = phase > 0 ? outwards * (r / phase) : Vec3d{};
     ExpectNear(at(WaveMode::WideLoop),
                up * std::cos(phase) + wide * (0.7 * std::pow(std::sin(phase), 2)));
   });
+}
+
+TEST(TrigoWave, LoopsOfRingsThrowNothingAway) {
+  for (const double off : {1e-6, -1e-6, 1e-3, -1e-3}) {
+    const Vec3d push = WaveOf(WaveType::Rings, WaveMode::Loop).DisplacementAt({1.3 - off, 0, 0});
+    EXPECT_NEAR(push.x, std::copysign(7.0, off), 1e-4) << off;
+  }
 }
 
 TEST(TrigoWave, WheelsAndSpiralsTurnWithTheAngleAboutZ) {
