@@ -90,7 +90,9 @@ class TableMaker {
           std::any_of(mProperties.begin(), mProperties.end(), [&](const WrittenProperty& p) {
             return p.key == key && p.type == type && p.components == components;
           });
-      if (!isKnown && IsDeclaredProperty(key.id))
+      // Where deformers take particles is there to be shown.
+      const bool isShown = IsDeclaredProperty(key.id) || key.id == property_id::kDeformed;
+      if (!isKnown && isShown)
         mProperties.push_back({key, type, components, ColumnNameOf(column->Name())});
     }
   }

@@ -1,6 +1,7 @@
 #include "fluids/operators/pop_deform.h"
 
 #include "fluids/operators/group_operator_rig.h"
+#include "fluids/particles/point_table.h"
 #include "framework/constraint.h"
 
 using namespace MELDO_GLOBAL;
@@ -44,6 +45,10 @@ TEST(PopDeform, TakesParticlesThroughItsDeformersInOrder) {
   rig.Step(rig.node);
   ExpectClose(rig.Deformed(0), {1.5, 2, 0});
   EXPECT_EQ(rig.Store().Positions()[0], (Vec3d{0.25, 2, 0})) << "the particle stays";
+  const exchange::ParticleTable written = TableOf(rig.Store());
+  const exchange::ParticleColumn* column = written.Find("deformed");
+  ASSERT_TRUE(column) << "files of points show where it goes";
+  ExpectClose({std::get<std::vector<f64>>(column->values)[0], 2, 0}, {1.5, 2, 0});
   rig.Name({&rig.widen, &rig.move});
   rig.Step(rig.node);
   ExpectClose(rig.Deformed(0), {1, 2, 0});
