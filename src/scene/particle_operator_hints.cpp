@@ -8,6 +8,7 @@
 #include "fluids/forces/neighbour_forces.h"
 #include "fluids/operators/grid_to_particles.h"
 #include "fluids/operators/particle_converter.h"
+#include "fluids/operators/particle_forces.h"
 #include "fluids/operators/pop_flock.h"
 #include "fluids/operators/pop_follow_spline.h"
 #include "host/spline_line.h"
@@ -39,7 +40,8 @@ class ParticleOperatorHints : public HintBase {
       if (IsA<Force_FollowSpline>(*node)) LookAtPoint(*node);
       if (IsA<GridToParticles>(*node)) LookAtSum(*node);
       if (IsA<POP_Flock>(*node)) LookAtPredators(*node);
-      if (IsA<Follow>(*node)) LookAtFollower(*node);
+      if (IsA<Follow>(*node)) LookAtFollower(*node), LookAtWay(*node);
+      if (IsA<ParticleForces>(*node) || IsA<GridToParticles>(*node)) LookAtKinds(*node);
       if (IsA<Converter>(*node)) LookAtConverter(*node);
     }
   }
@@ -118,6 +120,50 @@ class ParticleOperatorHints : public HintBase {
         Whole(flock, POP_Flock::kKindRow) == Whole(flock, POP_Flock::kPredatorKindRow))
       WarnOfSleep(flock, fmt::format("it never works: {}", POP_Flock::kOwnPreyReason),
                   POP_Flock::kPredatorsRow);
+  }
+
+  /// Entries of a list of groups whose flags name no kind.
+  void LookAtKinds(const BaseNode& user) {
+    constexpr i32 row = ParticleOperator::kGroupRow;
+    const auto* list = Get<InExcludeData>(user, row);
+    if (!list) return;
+    for (const InExcludeData::Entry& entry : list->entries) {
+      const BaseNode* group = mScene.document->Find(entry.node);
+      const bool namesAny =
+          std::any_of(kParticleKindRows.begin(), kParticleKindRows.end(),
+                      [&](const auto& kind) { return NamesKind(entry.flags, kind.kind); });
+      if (group && !namesAny)
+        Warn(user,
+             fmt::format("the flags {} of {} under '{}' name no kind of particles: nothing happens "
+                         "to them",
+                         entry.flags, Named(*group), NameOf(user, row)),
+             row);
+    }
+  }
+
+  /// Numbers that each are allowed, and with which a follower leads nobody or elsewhere.
+  void LookAtWay(const BaseNode& follower) {
+    for (const i32 row : {i32{Follow::kShareRow}, i32{Follow::kApproachForceRow},
+                          i32{Follow::kApproachWeightRow}, i32{Follow::kApproachSpeedRow}}) {
+      const bool isOwn = row == Follow::kApproachSpeedRow &&
+                         Whole(follower, Follow::kApproachModeRow) == Follow::kOwnApproach;
+      if (!isOwn && StaysZero(follower, row))
+        Warn(follower,
+             fmt::format("'{}' is 0: it {}", NameOf(follower, row),
+                         row == Follow::kShareRow ? "leads nobody"
+                                                  : "brings nobody to the way, and leads only who "
+                                                    "is there"),
+             row);
+    }
+    const i32 inner = Follow::kInnerRadiusRow, outer = Follow::kRadiusRow;
+    if (Whole(follower, Follow::kSpreadRow) != Follow::kRim && !follower.Tracks().contains(inner) &&
+        !follower.Tracks().contains(outer) && Number(follower, inner) > Number(follower, outer))
+      Warn(follower,
+           fmt::format("'{}' is {:g}, above '{}', which is {:g}: they go between the two all the "
+                       "same",
+                       NameOf(follower, inner), Number(follower, inner), NameOf(follower, outer),
+                       Number(follower, outer)),
+           inner);
   }
 
   /// Two that lead the same particles at the same time take them out of each other's hands.
