@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "fluids/mesh/mesh.h"
+#include "host/deformer.h"
 #include "host/polygon_object.h"
 #include "host/render_objects.h"
 #include "nodes/media.h"
@@ -35,6 +36,8 @@ const std::vector<PictureTable>& PictureTables() {
     std::vector<PictureTable> all = {
         {"camera", "\"parameters\" of an object of the type camera", CameraParameters},
         {"light", "\"parameters\" of an object of the type light", LightParameters},
+        {"deformer", "\"parameters\" of an object of the type deformer, which bends particles",
+         DeformerParameters},
         {"render",
          "keys of the section \"render\" beside size, files, camera, lights and materials",
          RenderParameters}};

@@ -24,7 +24,7 @@ struct PictureTable {
   std::string_view help;
   const host::ParameterTable& (*rows)();
 };
-/// Camera, light, the section itself, and the materials.
+/// Camera, light, deformer, the section itself, and the materials.
 const std::vector<PictureTable>& PictureTables();
 
 /// Keys of the section beside the names of `host::RenderParameters`.
