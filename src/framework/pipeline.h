@@ -63,7 +63,7 @@ inline constexpr std::array<StageRow, kStageCount> kPipeline = {{
     {12, "Fluid Dynamics Post",                "nodes that are moved here; no kind has it as its own"},
     {13, "Channels",                           "nodes that are moved here; no kind has it as its own"},
     {14, "Channels Advection",                 "nodes that are moved here; no kind has it as its own"},
-    {15, "Channels Operators",                 "cooling, dissipation, blurring"},
+    {15, "Channels Operators",                 "cooling, dissipation, blurring; particles change hands"},
     {16, "Finish",                             "objects take the step over; boxes of data and fastest speed"},
     {17, "Save Cache",                         "caches write the frame, at the end of the evaluation"},
     {18, "Finish Framework sub-stepping",      "the clock moves on by the step"},
