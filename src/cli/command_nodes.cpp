@@ -121,7 +121,7 @@ void PrintCatalogue() {
   }
   fmt::print("\nPresets: ready-made scenes, `sulva new NAME`\n");
   for (const Preset& preset : Presets()) fmt::print("  {:<22} {}\n", preset.name, preset.label);
-  fmt::print("\nObjects and pictures: parameters of objects, and of the section \"render\" of a scene\n");
+  fmt::print("\nObjects and pictures: what objects have, and the section \"render\" of a scene\n");
   for (const PictureTable& table : PictureTables())
     fmt::print("  {:<22} {}\n", table.name, table.help);
   fmt::print("\n`sulva nodes KIND` shows the parameters of a kind, with an example.\n");

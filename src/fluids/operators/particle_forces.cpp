@@ -136,7 +136,7 @@ void ParticleForces::Evaluate(const EvaluationThreadData& data) {
   const auto worker = static_cast<u32>(data.index);
   for (const Target& target : mTargets) {
     if (mGoesByTree) {
-      // One after the other as they lie in space, where searches find what the last one has fetched.
+      // As they lie in space: a search then finds in the cache what the last one has fetched.
       const IndexRange places = data.ItemsOf(0, target.around.tree->Count());
       for (i32 place = places.first; place < places.last && !data.TestBreak(); ++place)
         Push(target, target.around.tree->IndexAt(place), 1, worker);
