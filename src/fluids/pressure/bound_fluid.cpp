@@ -23,7 +23,7 @@ bool IsAir(const ProjectionFields& fields, const VecInt3D& cell) {
 }  // namespace
 
 BoundFluid FindBoundFluid(const ProjectionFields& fields, std::span<const BodyRow> rows,
-                          const MovingBody& body, double volume, const BroughtFaces& brought) {
+                          const MovingBody& body, double volume) {
   const GridLayout& layout = fields.velocity[0]->mLayout;
   FaceSums sums[3];
   BoundFluid bound;
@@ -51,9 +51,7 @@ BoundFluid FindBoundFluid(const ProjectionFields& fields, std::span<const BodyRo
       face[a] += area > 0;  // the face across from the body
       if (!((*fields.open[a])(face.x, face.y, face.z) > 0)) continue;
       sum.moving += size;
-      double velocity = (*fields.velocity[a])(face.x, face.y, face.z);
-      if (brought[a]) velocity -= (*brought[a])(face.x, face.y, face.z);
-      sum.velocity += size * velocity;
+      sum.velocity += size * (*fields.velocity[a])(face.x, face.y, face.z);
     }
   }
   const double face = layout.cellSize * static_cast<double>(layout.cellSize);

@@ -9,13 +9,10 @@
 
 namespace MELDO_GLOBAL::MELDO_SULVA {
 
-/// What particles brought to the faces of each axis before forces acted; null where none did.
-using BroughtFaces = std::array<const EGrid<double>*, 3>;
-
-/// Volume along each axis and mean velocity before the projection, beyond what particles brought.
+/// Volume along each axis, and the mean velocity of the faces across from the body.
 struct BoundFluid {
-  Vec3d volume{};  ///< below 0 where the lattice sees less than the body
-  Vec3d velocity{};
+  Vec3d volume{};    ///< below 0 where the lattice sees less than the body
+  Vec3d velocity{};  ///< before the projection
   /// What pressures that rise along an axis do more than they do to the body: a push across that
   /// axis, in volumes, and a turn, in these times simulation units.
   std::array<Vec3d, 3> push{}, turn{};
@@ -31,6 +28,6 @@ struct BoundFluid {
 /// isn't the body's either. Of a body that isn't surrounded by cells nothing is known, and one of
 /// which half is in cells of air has none.
 BoundFluid FindBoundFluid(const ProjectionFields& fields, std::span<const BodyRow> rows,
-                          const MovingBody& body, double volume, const BroughtFaces& brought = {});
+                          const MovingBody& body, double volume);
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA

@@ -57,13 +57,17 @@ void Grid_Incompressibility::Reset() {
   mReports.clear();
   mLedger = {};
   mWatch.Reset();
+  mLayers.Clear();
   mDivergenceMax = 0;
   mWarned = 0;
   mWarnings.clear();
 }
 
 void Grid_Incompressibility::Release(bool full) {
-  if (full) iObject::Release(full);
+  if (full) {
+    iObject::Release(full);
+    mLayers.Clear();
+  }
   for (LatticeSolver* solver : LinearSolvers()) solver->Release(full);
 }
 
@@ -119,6 +123,7 @@ bool Grid_Incompressibility::PrepareSystem() {
   GatherSolids(mMoving, mResting);
   for (MovingBody& body : mMoving)
     if (body.state) body.coupled = mBodies.Add(*body.state);
+  mIsBound.assign(mBodies.Count(), false);
   mCoupling.resize(mCells.z);
   for (auto& layer : mCoupling) layer.clear();
   LatticeSolver* used = &Used();
@@ -180,20 +185,21 @@ void Grid_Incompressibility::BindFluid() {
   for (const MovingBody& body : mMoving) {
     if (body.coupled < 0 || !(body.state->Density() > 0)) continue;
     const BodyLedger::Follower* follower = mBodyLedger ? mBodyLedger->Find(body.volume) : nullptr;
-    BroughtFaces brought{};
-    if (follower)
-      for (i32 axis = 0; axis < 3; ++axis) brought[axis] = mFlow->mVelocity.mPrevious[axis].get();
     const BoundFluid bound = FindBoundFluid(mFields, mBodies.Rows(body.coupled), body,
-                                            body.state->Mass() / body.state->Density(), brought);
+                                            body.state->Mass() / body.state->Density());
+    mIsBound[body.coupled] = bound.volume != Vec3d{};
+    const Vec3d change = mLayers.ForcedChange(body);
+    const Vec3d* left = mLayers.Find(body);
+    const Vec3d layer = left ? *left + change : bound.velocity;
     // Its weight is that of the body's own shape, what it moves that of the particles.
-    Vec3d mass = bound.volume * mDensity, momentum = mass * bound.velocity;
+    Vec3d mass = bound.volume * mDensity, momentum = mass * (follower ? change : layer);
     if (follower) {
       mass = follower->mass;
       momentum += follower->momentum;
     }
     mBodies.Bind(body.coupled, mass, momentum, body.linear);
     BodyCoupling::Skew skew{.guess = body.state->LinearVelocity()};
-    skew.before = bound.velocity + (follower ? skew.guess : Vec3d{});
+    skew.before = follower ? change + skew.guess : layer;
     // Round a centre that was told, water may turn it.
     const Mesh* mesh = body.volume->GetMesh();
     const bool isEven = !mesh || !mesh->GetObstacle().centre;
@@ -206,6 +212,7 @@ void Grid_Incompressibility::BindFluid() {
 }
 
 bool Grid_Incompressibility::Project() {
+  mLayers.Begin();
   double weight = 1;
   if (mDuration && mDuration->Has(FLAG_ENABLED) && mTime &&
       !mDuration->Weight(mTime->elapsed, weight))
@@ -265,6 +272,7 @@ void Grid_Incompressibility::Persist(StateArchive& archive) {
   // Of the last projection, which may lie frames back, and what was told up to it.
   archive(mDivergenceMax, mWarned);
   mWatch.Persist(archive);
+  mLayers.Persist(archive);
 }
 
 std::span<const double> Grid_Incompressibility::GetPressure() const { return Used().GetResult(); }
@@ -446,6 +454,12 @@ void Grid_Incompressibility::PressBodies() {
     AddPush(b, linear, angular, {});
     mBodies.TakeOwnPart(b, impulse, turn);
     mBodies.Of(b).TakeFluidImpulse(impulse, turn, mFields.dt);
+  }
+  for (const MovingBody& body : mMoving) {
+    if (body.coupled < 0 || !mIsBound[body.coupled]) continue;
+    Vec3d linear, angular;
+    body.state->GetFlowVelocities(linear, angular);
+    mLayers.Keep(body, linear);
   }
 }
 

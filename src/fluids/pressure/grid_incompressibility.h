@@ -10,6 +10,7 @@
 #include "fluids/flow/flow.h"
 #include "fluids/flow/flow_cells.h"
 #include "fluids/pressure/body_coupling.h"
+#include "fluids/pressure/body_layers.h"
 #include "fluids/pressure/body_ledger.h"
 #include "fluids/pressure/closed_regions.h"
 #include "fluids/pressure/face_densities.h"
@@ -94,6 +95,7 @@ class Grid_Incompressibility : public iObject {
   double mDensity = 1.23;
   ScalarField* mDensityChannel = nullptr;   ///< takes the place of the constant density
   const BodyLedger* mBodyLedger = nullptr;  ///< of a liquid's particles; null without any
+  BodyLayers mLayers;                       ///< whoever lets forces act on the flow tells it
   Duration* mDuration = nullptr;            ///< outside of it nothing is projected
   Grid_CGSolver mCG;
   Grid_GaussSolver mGauss;
@@ -189,6 +191,7 @@ class Grid_Incompressibility : public iObject {
   std::vector<MovingBody> mMoving;
   std::vector<const VolumeBase*> mResting;
   BodyCoupling mBodies;                              ///< of those that the pressure moves
+  std::vector<bool> mIsBound;                        ///< fluid is bound to it, by body
   std::vector<SolidPush::BodyRows> mBodyRows;        ///< by layer, before they go to their bodies
   std::vector<std::vector<CouplingTerm>> mCoupling;  ///< by layer, in cell order
   std::span<const SideLayer> mFarLayers;

@@ -441,7 +441,10 @@ std::vector<std::string> FluidSolver::TakeWarnings() {
 }
 
 bool FluidSolver::ApplyGridForces() {
+  BodyLayers& layers = Projection().mLayers;
+  layers.OpenForces(mFlow);
   mForces.Run(mFlow);
+  layers.CloseForces(mFlow);
   if (mPressure.mFarField) mOuter.AddForce(mForces);
   return true;
 }

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
+#include <utility>
 
 #include "free_body.h"
 #include "projection_box.h"
@@ -152,6 +154,58 @@ TEST(BodyCoupling, BuoyancyDoesNotTurnABoxBetweenCells) {
   EXPECT_LT(Length(body.impulse + fall * mass), 1e-4 * weight);
   // Where it isn't known how much of the lattice's body is its own.
   EXPECT_GT(Length(press(0).turn), 0.02 * weight * kBoxCell);
+}
+
+// What is projected already stays as it is, wherever a surface lies between centres of cells: no
+// body drives itself on, and none is braked.
+TEST(BodyCoupling, ASecondProjectionChangesNothing) {
+  const VecInt3D cells{18, 18, 18};
+  const Vec3d middle{9, 9, 9}, thrown{0.2, 1, -0.1};
+  struct Shape {
+    const char* name;
+    double volume;  ///< cells
+    std::function<double(const Vec3d&)> distance;
+  };
+  const auto cube = [](double size, double angle) {
+    return [=](const Vec3d& p) {
+      const double x = std::cos(angle) * p.x + std::sin(angle) * p.y;
+      const double y = std::cos(angle) * p.y - std::sin(angle) * p.x;
+      return std::max({std::fabs(x), std::fabs(y), std::fabs(p.z)}) - size / 2;
+    };
+  };
+  const Shape shapes[] = {
+      {"ball", 4.0 / 3 * M_PI * 8, [](const Vec3d& p) { return Length(p) - 2; }},
+      {"cube", 64, cube(4, 0)},
+      {"cube inside of its faces", std::pow(3.7, 3), cube(3.7, 0)},
+      {"cube outside of its faces", std::pow(4.3, 3), cube(4.3, 0)},
+      {"turned cube", 64, cube(4, M_PI / 6)}};
+  for (const Shape& shape : shapes)
+    for (const double heavy : {0.3, 1.0, 3.0}) {
+      projection::FormulaVolume solid(
+          projection::MakeLayout(cells, kBoxCell),
+          [&](const Vec3d& p) { return shape.distance(p / kBoxCell - middle) * kBoxCell; });
+      Box box(cells, kBoxCell, kWallsAll, {&solid});
+      box.projection.mDensity = kWaterDensity;
+      box.projection.mLinearSolver = 2;
+      box.projection.mMultigrid.mAccuracy.tolerance = 1e-11;
+      FreeBody body;
+      body.density = heavy * kWaterDensity;
+      body.mass = shape.volume * std::pow(kBoxCell, 3) * body.density;
+      body.inertia = body.mass * 0.03;
+      body.linear = thrown;
+      const auto project = [&] {
+        box.projection.moving = {
+            {&solid, middle * double{kBoxCell}, body.linear, body.angular, 0, &body}};
+        box.Project();
+        body.GetFlowVelocities(body.linear, body.angular);
+        return Length(std::exchange(body.impulse, {})) / body.mass;
+      };
+      EXPECT_GT(project(), 0.05) << shape.name << " " << heavy;
+      const Vec3d spin = body.angular;
+      body.turn = {};
+      EXPECT_LT(project(), 1e-6) << shape.name << " " << heavy;
+      EXPECT_LT(Length(body.angular - spin) * 2 * kBoxCell, 1e-6) << shape.name << " " << heavy;
+    }
 }
 
 // Where fluid lets go of a wall, one projection finds what is bound several times.
