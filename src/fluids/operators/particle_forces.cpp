@@ -101,10 +101,9 @@ void ParticleForces::CollectForces() {
 /// Neighbours are asked for while the velocities change: each particle sees those of all others as
 /// they were.
 void ParticleForces::LookAround() {
-  const auto asks = [](const Force* force) { return force->AsksNeighbours(); };
-  // Others work faster in runs of rows.
-  mGoesByTree = std::all_of(mForces.begin(), mForces.end(), asks);
-  if (std::none_of(mForces.begin(), mForces.end(), asks)) return;
+  if (std::none_of(mForces.begin(), mForces.end(),
+                   [](const Force* force) { return force->AsksNeighbours(); }))
+    return;
   mBefore.resize(std::max(mBefore.size(), mTargets.size()));
   u64 bytes = 0;
   for (std::size_t i = 0; i < mTargets.size(); ++i) {
@@ -133,18 +132,10 @@ bool ParticleForces::PrepareOperator() {
 
 void ParticleForces::Evaluate(const EvaluationThreadData& data) {
   if (!Has(FLAG_ACTIVE)) return;
-  const auto worker = static_cast<u32>(data.index);
   for (const Target& target : mTargets) {
-    if (mGoesByTree) {
-      // As they lie in space: a search then finds in the cache what the last one has fetched.
-      const IndexRange places = data.ItemsOf(0, target.around.tree->Count());
-      for (i32 place = places.first; place < places.last && !data.TestBreak(); ++place)
-        Push(target, target.around.tree->IndexAt(place), 1, worker);
-      continue;
-    }
     const IndexRange own = target.group->Store(target.kind).PartOf(data.index, data.count);
     for (i32 first = own.first; first < own.last && !data.TestBreak(); first += kRun)
-      Push(target, first, std::min(kRun, own.last - first), worker);
+      Push(target, first, std::min(kRun, own.last - first), static_cast<u32>(data.index));
   }
 }
 

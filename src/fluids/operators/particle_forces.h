@@ -52,7 +52,6 @@ class ParticleForces : public ParticleOperator {
   std::vector<std::vector<Vec3d>> mBefore;  ///< velocities, where forces ask for neighbours
   CountedMemory mHeld;                      ///< of these
   std::vector<Force*> mForces;
-  bool mGoesByTree = false;  ///< through particles in the order of the tree, not of the rows
 };
 
 }  // namespace MELDO_GLOBAL::MELDO_SULVA
